@@ -1,0 +1,19 @@
+/** @file
+ *  How the library's names are declared: C linkage, visible outside the shared library, no exception ever leaves one.
+ */
+#ifndef KVO_HWS_EXPORT_H
+#define KVO_HWS_EXPORT_H
+
+#define KVO_HWS_API __attribute__((visibility("default")))
+
+#ifdef __cplusplus
+#define KVO_HWS_NOEXCEPT noexcept
+#define KVO_HWS_BEGIN_DECLS extern "C" {
+#define KVO_HWS_END_DECLS }
+#else
+#define KVO_HWS_NOEXCEPT
+#define KVO_HWS_BEGIN_DECLS
+#define KVO_HWS_END_DECLS
+#endif
+
+#endif

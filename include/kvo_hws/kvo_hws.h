@@ -1,0 +1,18 @@
+/** @file
+ *  The whole interface of libkvo_hws.so.0, for programs that do not want to choose.
+ *
+ *  Threads: unless a function's comment says otherwise, any thread may call it at any time. One request is exchanged at a
+ *  time in a process: the exchange lock is held from the connect until the reply is read, so a slow service delays every
+ *  thread that asks, and each byte that arrives restarts the 4 s that a reply may take. After fork() a child calls nothing of
+ *  the library before exec().
+ */
+#ifndef KVO_HWS_KVO_HWS_H
+#define KVO_HWS_KVO_HWS_H
+
+#include <kvo_hws/codecs.h>
+#include <kvo_hws/requests.h>
+#include <kvo_hws/result.h>
+#include <kvo_hws/runtime.h>
+#include <kvo_hws/service.h>
+
+#endif

@@ -1,0 +1,253 @@
+// The station lists that the daemon keeps on disk, read under its registry lock.
+#include <kvo_hws/platform.h>
+#include <kvo_hws/requests.h>
+
+#include "runtime/clock.h"
+#include "runtime/numbers.h"
+#include "runtime/owners.h"
+#include "service/request.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <string_view>
+#include <sys/stat.h>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+using kvo_hws::Answer;
+using kvo_hws::HeapText;
+using kvo_hws::Request;
+
+constexpr const char *kSilent = nullptr;
+constexpr auto kLockPause = 10ms;
+constexpr std::size_t kPathSize = 1028;
+constexpr std::size_t kLongestPath = 1024;
+constexpr std::size_t kFileNameLength = 20;  // of either file below the registry path
+constexpr int kParsed = 1;
+constexpr int kNoLine = -1;
+
+// ---- One line of a registry file: "name" address attr1xattr2:attr3 ----
+
+// Walks one text at a time for the whole process, as strtok does; whoever parses holds the lock, so that lists that are read
+// at once wait for each other.
+char *registryCursor = nullptr;
+pthread_mutex_t registryCursorLock = PTHREAD_MUTEX_INITIALIZER;
+
+/// A field of the line, terminated for as long as it is being converted.
+class CutOut {
+public:
+    CutOut(char *start, char *delimiter) noexcept : start_(start), delimiter_(delimiter), saved_(*delimiter)
+    {
+        *delimiter_ = '\0';
+    }
+    CutOut(const CutOut &) = delete;
+    CutOut &operator=(const CutOut &) = delete;
+    ~CutOut() { *delimiter_ = saved_; }
+
+    [[nodiscard]] const char *text() const noexcept { return start_; }
+
+private:
+    char *start_;
+    char *delimiter_;
+    char saved_;
+};
+
+uint32_t attribute(char *start, char *delimiter) noexcept
+{
+    return static_cast<uint32_t>(kvo_hws::readSigned(CutOut(start, delimiter).text()).value);
+}
+
+void skip(char *&at, const char *characters) noexcept { at += std::strspn(at, characters); }
+
+/// Reads the next line of @p text; @p restart begins at its start. Nothing is written to @p record unless a whole line is
+/// there.
+int ParseRegistryLine(char *text, KvoDescription &record, bool restart) noexcept
+{
+    if (restart) {
+        registryCursor = text;
+    }
+    char *name = registryCursor;
+    skip(name, " \"");
+    if (*name == '\0') {
+        return kNoLine;
+    }
+    // A line feed is no blank: after an empty line the name begins with it.
+    char *const nameEnd = std::strchr(name, '"');
+    if (nameEnd == nullptr) {
+        return kNoLine;
+    }
+    char *address = nameEnd + 1;
+    skip(address, " ");
+    char *const addressEnd = std::strchr(address, ' ');
+    if (addressEnd == nullptr) {
+        return kNoLine;
+    }
+    char *attr1 = addressEnd;
+    skip(attr1, " ");
+    char *const attr1End = std::strchr(attr1, 'x');
+    char *const attr2End = attr1End == nullptr ? nullptr : std::strchr(attr1End + 1, ':');
+    char *const attr3End = attr2End == nullptr ? nullptr : std::strchr(attr2End + 1, '\n');
+    if (attr3End == nullptr) {
+        return kNoLine;
+    }
+    registryCursor = attr3End + 1;
+
+    record.address = inet_addr(CutOut(address, addressEnd).text());
+    const auto nameLength = std::min(static_cast<std::size_t>(nameEnd - name), sizeof record.name - 1);
+    std::memcpy(record.name, name, nameLength);
+    record.name[nameLength] = '\0';
+    record.attr1 = attribute(attr1, attr1End);
+    record.attr2 = attribute(attr1End + 1, attr2End);
+    record.attr3 = attribute(attr2End + 1, attr3End);
+    return kParsed;
+}
+
+/// Parses a text of no more lines than @p capacity and returns the number of stations.
+uint32_t parseRegistryText(char *text, KvoDescription *list, uint32_t capacity) noexcept
+{
+    const kvo_hws::Lock lock(registryCursorLock);
+    uint32_t count = 0;
+    bool restart = true;
+    int parsed = kParsed;
+    while (parsed == kParsed && count < capacity) {
+        parsed = ParseRegistryLine(text, list[count], restart);
+        restart = false;
+        // Looked at after the last call too, which found no line: callers hand over a zeroed array, and a station without an
+        // attr1 gives its element to the next one.
+        if (list[count].attr1 != 0) {
+            ++count;
+        }
+    }
+    return count;
+}
+
+// ---- The file ----
+
+/// The whole file, terminated; null when it can not be read.
+HeapText readFile(const char *path) noexcept
+{
+    // Not blocking: a pipe in the file's place must not hold the caller up.
+    const kvo_hws::Descriptor file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    struct stat status {};
+    if (!file.valid() || fstat(file.get(), &status) != 0 || status.st_size < 0 || status.st_size >= UINT32_MAX) {
+        return nullptr;
+    }
+    const auto size = static_cast<std::size_t>(status.st_size);
+    HeapText text(static_cast<char *>(std::malloc(size + 1)));
+    std::size_t filled = 0;
+    while (text != nullptr && filled < size) {
+        const ssize_t count = read(file.get(), text.get() + filled, size - filled);
+        if (count > 0) {
+            filled += static_cast<std::size_t>(count);
+        } else if (count == 0 || errno != EINTR) {
+            return nullptr;
+        }
+    }
+    if (text != nullptr) {
+        text.get()[size] = '\0';
+    }
+    return text;
+}
+
+// ---- The daemon's registry ----
+
+using RegistryPath = std::array<char, kPathSize>;
+
+/// Asks for the directory. Whatever does not fit is too long to be used anyway.
+int32_t registryPath(RegistryPath &path) noexcept
+{
+    return Request(kSilent)
+        .send("getregistrypath")
+        .onFailed()
+        .whole([&path](const char *reply) -> Answer {
+            std::memcpy(path.data(), reply, std::min(std::strlen(reply), path.size()));
+            return {KVO_HWS_OK};
+        })
+        .result();
+}
+
+/// Takes the daemon's registry lock. Tries once at least, whatever the timeout.
+int32_t lockRegistry(uint32_t timeoutSeconds) noexcept
+{
+    const uint64_t deadline = GetTickCount64() + uint64_t{timeoutSeconds} * 1000;
+    for (;;) {
+        const int32_t locked = KVO_HWS_lockKVORegData();
+        if (locked != KVO_HWS_NO) {
+            return locked;
+        }
+        kvo_hws::pause(kLockPause);
+        if (GetTickCount64() >= deadline) {
+            return KVO_HWS_TIMEOUT;
+        }
+    }
+}
+
+/// The daemon's registry lock, given back at the end of its scope.
+struct RegistryLock {
+    RegistryLock() = default;
+    RegistryLock(const RegistryLock &) = delete;
+    RegistryLock &operator=(const RegistryLock &) = delete;
+    ~RegistryLock() { KVO_HWS_unlockKVORegData(); }
+};
+
+int32_t readLockedList(RegistryPath &path, std::string_view fileName, KvoDescription *list, uint32_t *count) noexcept
+{
+    const std::size_t length = strnlen(path.data(), path.size());
+    if (length + kFileNameLength > kLongestPath) {
+        return KVO_HWS_FAILED;
+    }
+    // Appended as it is: the daemon's path ends with its separator.
+    std::memcpy(path.data() + length, fileName.data(), fileName.size());
+    path[length + fileName.size()] = '\0';
+
+    const HeapText text = readFile(path.data());
+    if (text == nullptr) {
+        return KVO_HWS_FAILED;
+    }
+    const std::string_view lines = text.get();
+    const auto lineCount = static_cast<uint32_t>(std::count(lines.begin(), lines.end(), '\n'));
+    if (lineCount > *count) {
+        *count = lineCount;
+        return KVO_HWS_TOO_SMALL;
+    }
+    *count = parseRegistryText(text.get(), list, *count);
+    return KVO_HWS_OK;
+}
+
+int32_t readKvoListFromRegistry(KvoDescription *list, uint32_t *count, uint32_t timeout, std::string_view fileName) noexcept
+{
+    if (list == nullptr || count == nullptr) {
+        return KVO_HWS_NULL_POINTER;
+    }
+    if (const int32_t complete = KVO_HWS_isInitComplete(); complete != KVO_HWS_OK) {
+        return complete;
+    }
+    RegistryPath path{};
+    if (const int32_t told = registryPath(path); told != KVO_HWS_OK) {
+        return told;
+    }
+    if (const int32_t locked = lockRegistry(timeout); locked != KVO_HWS_OK) {
+        return locked;
+    }
+    const RegistryLock lock;
+    return readLockedList(path, fileName, list, count);
+}
+
+}  // namespace
+
+int32_t KVO_HWS_getKVOPreviousListFromRegistry(KvoDescription *list, uint32_t *count, uint32_t timeout) noexcept
+{
+    return readKvoListFromRegistry(list, count, timeout, "kvo_hws/prevkvos.reg");
+}
+
+int32_t KVO_HWS_getKVOCurrentListFromRegistry(KvoDescription *list, uint32_t *count, uint32_t timeout) noexcept
+{
+    return readKvoListFromRegistry(list, count, timeout, "kvo_hws/currkvos.reg");
+}

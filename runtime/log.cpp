@@ -1,0 +1,92 @@
+// The system log: the debug message channel and the priority-gated log.
+#include "runtime/log.h"
+
+#include <kvo_hws/runtime.h>
+
+#include <atomic>
+#include <cstdarg>
+#include <cstdio>
+#include <syslog.h>
+
+int32_t iDebugLevel = 0;
+uint32_t uiDebugMessageSysLogActive = 0;
+
+namespace {
+
+std::atomic_ref<int32_t> debugLevel() noexcept { return std::atomic_ref(iDebugLevel); }
+std::atomic_ref<uint32_t> messagesActive() noexcept { return std::atomic_ref(uiDebugMessageSysLogActive); }
+
+/// Errors (priority 3 and below) always pass; the rest needs a debug level above @p threshold.
+bool passes(int priority, int32_t threshold) noexcept
+{
+    return priority <= LOG_ERR || debugLevel().load(std::memory_order_relaxed) > threshold;
+}
+
+}  // namespace
+
+int SendDLLDebugMessage(const char *text) noexcept
+{
+    if (messagesActive().load(std::memory_order_relaxed) != 0) {
+        syslog(LOG_INFO, "%s", text);
+    }
+    return 1;
+}
+
+void LOG(int priority, const char *format, ...) noexcept
+{
+    if (!passes(priority, 0)) {
+        return;
+    }
+    va_list arguments;
+    va_start(arguments, format);
+    vsyslog(priority, format, arguments);
+    va_end(arguments);
+}
+
+void DEBUG(int priority, const char *format, ...) noexcept
+{
+    if (!passes(priority, 1)) {
+        return;
+    }
+    va_list arguments;
+    va_start(arguments, format);
+    vsyslog(priority, format, arguments);
+    va_end(arguments);
+}
+
+void SetDebugLevel(int level) noexcept { debugLevel().store(level, std::memory_order_relaxed); }
+
+void GetDebugLevel(int *level) noexcept { *level = debugLevel().load(std::memory_order_relaxed); }
+
+void InitLogMessages() noexcept { openlog("kvo_hws", 0, 0); }
+
+void CloseLogMessages() noexcept { closelog(); }
+
+int32_t KVO_HWS_activateDebugDLL() noexcept
+{
+    SetDebugLevel(2);
+    messagesActive().store(1, std::memory_order_relaxed);
+    openlog("kvo_hws_dll", 0, 0);
+    return SendDLLDebugMessage("activate debug mode");
+}
+
+int32_t KVO_HWS_deactivateDebugDLL() noexcept
+{
+    SendDLLDebugMessage("deactivate debug mode");
+    closelog();
+    messagesActive().store(0, std::memory_order_relaxed);
+    SetDebugLevel(0);
+    return 1;
+}
+
+namespace kvo_hws {
+
+void debugMessage(const char *label, const char *reason, const char *detail) noexcept
+{
+    // As long as the longest message that carries values may be.
+    char message[256];
+    std::snprintf(message, sizeof message, "%s - %s%s", label, reason, detail);
+    SendDLLDebugMessage(message);
+}
+
+}  // namespace kvo_hws

@@ -1,0 +1,60 @@
+// Small owners: whatever must be given back is an object, so that no path gives it back by hand.
+#pragma once
+
+#include <cerrno>
+#include <cstdlib>
+#include <memory>
+#include <unistd.h>
+#include <utility>
+
+#include <kvo_hws/runtime.h>
+
+namespace kvo_hws {
+
+/// A file descriptor, closed at the end of its scope.
+class Descriptor {
+public:
+    explicit Descriptor(int fd) noexcept : fd_(fd) {}
+    Descriptor(Descriptor &&other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+    Descriptor(const Descriptor &) = delete;
+    Descriptor &operator=(const Descriptor &) = delete;
+    Descriptor &operator=(Descriptor &&) = delete;
+    ~Descriptor() { close(); }
+
+    [[nodiscard]] int get() const noexcept { return fd_; }
+    [[nodiscard]] bool valid() const noexcept { return fd_ >= 0; }
+
+    /// Closes now. Keeps errno, so that the failure that led here can still be told.
+    void close() noexcept
+    {
+        if (fd_ >= 0) {
+            const int error = errno;
+            ::close(std::exchange(fd_, -1));
+            errno = error;
+        }
+    }
+
+private:
+    int fd_;
+};
+
+struct FreeHeap {
+    void operator()(void *block) const noexcept { std::free(block); }
+};
+
+/// A text that came from malloc, as the C interface hands texts over.
+using HeapText = std::unique_ptr<char, FreeHeap>;
+
+/// A critical section, held to the end of its scope.
+class Lock {
+public:
+    explicit Lock(pthread_mutex_t &section) noexcept : section_(section) { kvo_hws_EnterCriticalSection(&section_); }
+    Lock(const Lock &) = delete;
+    Lock &operator=(const Lock &) = delete;
+    ~Lock() { kvo_hws_LeaveCriticalSection(&section_); }
+
+private:
+    pthread_mutex_t &section_;
+};
+
+}  // namespace kvo_hws

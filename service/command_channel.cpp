@@ -1,0 +1,73 @@
+// One exchange with the hardware service: connect, one line out, one line back.
+#include <kvo_hws/service.h>
+
+#include "runtime/log.h"
+#include "runtime/owners.h"
+#include "service/socket.h"
+
+#include <cerrno>
+#include <sys/socket.h>
+
+pthread_mutex_t sGCriticalSectionCmdPipe = PTHREAD_MUTEX_INITIALIZER;
+
+namespace {
+
+/// How an exchange ended; the reason is null when it went well.
+struct Outcome {
+    int code;
+    const char *reason;
+};
+
+Outcome exchange(const char *command, DynBuffer *reply) noexcept
+{
+    const kvo_hws::Descriptor socket = kvo_hws::openLocalSocket();
+    if (!socket.valid()) {
+        return {KVO_HWS_FAILED, "error creating socket"};
+    }
+    // Held until the reply is read: the service hears one thread of a process at a time.
+    const kvo_hws::Lock lock(sGCriticalSectionCmdPipe);
+    if (!kvo_hws::connectLocal(socket, kvo_hws::kCommandSocket)) {
+        return {KVO_HWS_NO_SERVICE, "can not connect to socket"};
+    }
+    if (!kvo_hws::writeLine(socket, command)) {
+        return {KVO_HWS_FAILED, "can not write to socket"};
+    }
+    if (ReadSocketDyn(socket.get(), reply) < 0) {
+        return {KVO_HWS_FAILED, "can not read from socket"};
+    }
+    return {KVO_HWS_OK, nullptr};
+}
+
+}  // namespace
+
+int SendCommand2ServiceDyn(const char *command, DynBuffer *reply) noexcept
+{
+    if (command == nullptr || *command == '\0') {
+        return KVO_HWS_FAILED;
+    }
+    const auto [code, reason] = exchange(command, reply);
+    if (reason != nullptr) {
+        kvo_hws::debugMessage("command socket", reason);
+    }
+    return code;
+}
+
+int kvo_hws_send_socket(int fd, const void *buffer, unsigned length, int flags) noexcept
+{
+    const ssize_t sent = send(fd, buffer, length, flags);
+    if (sent == static_cast<ssize_t>(length)) {
+        return static_cast<int>(length);
+    }
+    const bool lost = sent < 0 && (errno == ECONNABORTED || errno == ENOTCONN || errno == EPIPE);
+    return lost ? -2 : -1;
+}
+
+int kvo_hws_StartUpSockets(int *status) noexcept
+{
+    if (status != nullptr) {
+        *status = 0;
+    }
+    return 0;
+}
+
+int kvo_hws_CleanUpSockets() noexcept { return 0; }

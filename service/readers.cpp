@@ -1,0 +1,322 @@
+// The three readers of one line. They wait, look at what has arrived (ReadSocket, ReadSocketDyn), and take exactly up to the
+// first line feed, so that the start of a following message stays where it is; ReadSocketCache reads freely and keeps the rest.
+#include <kvo_hws/runtime.h>
+#include <kvo_hws/service.h>
+
+#include "runtime/clock.h"
+#include "runtime/owners.h"
+#include "service/socket.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+#include <string_view>
+#include <sys/socket.h>
+#include <syslog.h>
+
+using namespace std::chrono_literals;
+using namespace std::string_view_literals;
+
+namespace {
+
+using kvo_hws::waitReadable;
+
+constexpr std::size_t kRound = 1024;  // bytes taken at a time
+constexpr auto kRoundPause = 10ms;    // lets a slow writer go on instead of spinning
+
+static_assert(offsetof(SocketCache, uiFill) == 1028 && sizeof(SocketCache::acData) == kRound + 4);
+static_assert(offsetof(DynBuffer, uiLength) == sizeof(char *));
+
+enum ReadResult : int {
+    kLine = 1,
+    kFailed = -1,
+    kClosed = -3,
+    kSilent = -5,
+    kWaitFailed = -6,
+    kOutOfMemory = -8,
+    kInterrupted = 0  // the round starts again; no reader returns it
+};
+
+int RecvErrorResult(const char *label, int error, int fd) noexcept
+{
+    switch (error) {
+    case EBADF:
+    case ENOTSOCK:
+    case ENOTCONN:
+    case ECONNREFUSED: LOG(LOG_DEBUG, "%s recv(%d) socket closed or socket invalid", label, fd); return kClosed;
+    default: LOG(LOG_DEBUG, "%s recv(%d) errno=%d (%s)", label, fd, error, std::strerror(error)); return kFailed;
+    }
+}
+
+/// One recv(): the bytes received, or a ReadResult of 0 or below for a round that ends here.
+struct Received {
+    std::size_t count = 0;
+    int result = kInterrupted;
+};
+
+Received receive(int fd, char *to, std::size_t most, int flags, const char *label) noexcept
+{
+    const ssize_t count = recv(fd, to, most, flags);
+    if (count > 0) {
+        return {static_cast<std::size_t>(count), kLine};
+    }
+    if (count == 0) {
+        return {0, kClosed};
+    }
+    return {0, errno == EINTR ? kInterrupted : RecvErrorResult(label, errno, fd)};
+}
+
+/// How many of the peeked bytes belong to the line, and whether they end it.
+struct Piece {
+    std::size_t length;
+    bool endsLine;
+};
+
+Piece pieceOf(const char *peeked, std::size_t count) noexcept
+{
+    const auto *const lineFeed = static_cast<const char *>(std::memchr(peeked, '\n', count));
+    return lineFeed == nullptr ? Piece{count, false} : Piece{static_cast<std::size_t>(lineFeed - peeked) + 1, true};
+}
+
+// ---- ReadSocket ----
+
+int readIntoBuffer(int fd, char *buffer) noexcept
+{
+    buffer[0] = '\0';
+    std::size_t filled = 0;
+    while (filled < kRound) {
+        const int ready = waitReadable(fd, kvo_hws::kPeerTimeout);
+        if (ready == 0) {
+            LOG(LOG_INFO, "%s: select(%d) timeout", "ReadSocket", fd);
+            return kSilent;
+        }
+        if (ready < 0) {
+            // Goes on all the same: the receive tells what is wrong with the socket.
+            LOG(LOG_INFO, "%s: select(%d) failed with %d (%s)", "ReadSocket", fd, errno, std::strerror(errno));
+        }
+        const std::size_t room = kRound - filled;
+        char *const position = buffer + filled;
+        const Received peeked = receive(fd, position, room, MSG_PEEK, "ReadSocket peek:");
+        if (peeked.result == kInterrupted) {
+            continue;
+        }
+        if (peeked.result != kLine) {
+            return peeked.result;
+        }
+        position[peeked.count] = '\0';
+        const Piece piece = pieceOf(position, peeked.count);
+        const Received taken = receive(fd, position, piece.length, 0, "ReadSocket:");
+        if (taken.result == kInterrupted) {
+            continue;
+        }
+        if (taken.result != kLine) {
+            return taken.result;
+        }
+        filled += taken.count;
+        if (piece.endsLine && taken.count == piece.length) {
+            buffer[filled - 1] = '\0';
+            if (filled > 1 && buffer[filled - 2] == '\r') {
+                buffer[filled - 2] = '\0';
+            }
+            DEBUG(LOG_DEBUG, "ReadSocket: command/reply complete '%s' (socket %d)", buffer, fd);
+            return kLine;
+        }
+        if (filled < kRound) {
+            kvo_hws::pause(kRoundPause);
+        }
+    }
+    return kClosed;
+}
+
+// ---- ReadSocketDyn ----
+
+/// A text that grows by doubling, so that a long line is not copied once a round.
+class GrowingText {
+public:
+    /// Room for @p more bytes and a terminator behind what is there. False when there is no memory; the text stays.
+    bool reserve(std::size_t more) noexcept
+    {
+        const uint64_t needed = uint64_t{length_} + more + 1;
+        if (needed <= capacity_) {
+            return true;
+        }
+        if (needed > kLongest) {
+            return false;
+        }
+        const uint64_t grown = std::min(std::max(needed, uint64_t{capacity_} * 2), kLongest);
+        auto *const block = static_cast<char *>(std::realloc(text_.get(), static_cast<std::size_t>(grown)));
+        if (block == nullptr) {
+            return false;
+        }
+        static_cast<void>(text_.release());
+        text_.reset(block);
+        capacity_ = static_cast<std::size_t>(grown);
+        return true;
+    }
+
+    [[nodiscard]] char *end() noexcept { return text_.get() + length_; }
+    void grew(std::size_t count) noexcept { length_ += count; }
+    [[nodiscard]] std::size_t length() const noexcept { return length_; }
+    [[nodiscard]] char *text() const noexcept { return text_.get(); }
+    char *release() noexcept { return text_.release(); }
+
+private:
+    /// A reply's length is told in 32 bits, and no block is larger than the address space can count.
+    static constexpr uint64_t kLongest = std::min<uint64_t>(UINT32_MAX, PTRDIFF_MAX);
+
+    kvo_hws::HeapText text_;
+    std::size_t length_ = 0;
+    std::size_t capacity_ = 0;
+};
+
+int readIntoHeap(int fd, GrowingText &text) noexcept
+{
+    char peekBuffer[kRound];
+    for (;;) {
+        const int ready = waitReadable(fd, kvo_hws::kPeerTimeout);
+        if (ready == 0) {
+            return kSilent;
+        }
+        if (ready < 0) {
+            LOG(LOG_DEBUG, "ReadSocketDyn: select(%d) returns %d errno:%d (%s) serrno:%d", fd, ready, errno,
+                std::strerror(errno), errno);
+            return kWaitFailed;
+        }
+        const Received peeked = receive(fd, peekBuffer, kRound, MSG_PEEK, "ReadSocketDyn:");
+        if (peeked.result == kInterrupted) {
+            continue;
+        }
+        if (peeked.result != kLine) {
+            return peeked.result;
+        }
+        const Piece piece = pieceOf(peekBuffer, peeked.count);
+        if (!text.reserve(piece.length)) {
+            return kOutOfMemory;
+        }
+        const Received taken = receive(fd, text.end(), piece.length, 0, "ReadSocketDyn:");
+        if (taken.result == kInterrupted) {
+            continue;
+        }
+        if (taken.result != kLine) {
+            return taken.result;
+        }
+        text.grew(taken.count);
+        if (piece.endsLine && taken.count == piece.length) {
+            *text.end() = '\0';
+            char *end = text.end();
+            while (end > text.text() && (end[-1] == '\n' || end[-1] == '\r')) {
+                *--end = '\0';
+            }
+            return kLine;
+        }
+        // A round that emptied the socket met a slow writer; one that left bytes behind goes on at once.
+        if (taken.count < kRound) {
+            kvo_hws::pause(kRoundPause);
+        }
+    }
+}
+
+// ---- ReadSocketCache ----
+
+/// The cache is kept terminated; NUL bytes in what came count as bytes like any other.
+const char *lineFeedIn(const SocketCache &cache) noexcept
+{
+    return static_cast<const char *>(std::memchr(cache.acData, '\n', cache.uiFill));
+}
+
+int fillCache(int fd, SocketCache &cache, std::chrono::milliseconds timeout) noexcept
+{
+    do {
+        const int ready = waitReadable(fd, timeout);
+        if (ready == 0) {
+            return kSilent;
+        }
+        if (ready < 0) {
+            LOG(LOG_DEBUG, "ReadSocketCache: select(%d) returns %d errno:%d (%s)", fd, ready, errno, std::strerror(errno));
+            return kWaitFailed;
+        }
+        // A full cache asks for 0 bytes, gets 0, and so ends like a closed peer.
+        const std::size_t room = cache.uiFill < kRound ? kRound - cache.uiFill : 0;
+        const Received taken =
+            receive(fd, cache.acData + std::min<std::size_t>(cache.uiFill, kRound), room, 0, "ReadSocketCache:");
+        if (taken.result == kInterrupted) {
+            continue;
+        }
+        if (taken.result != kLine) {
+            return taken.result;
+        }
+        cache.uiFill += static_cast<uint32_t>(taken.count);
+        cache.acData[cache.uiFill] = '\0';
+    } while (lineFeedIn(cache) == nullptr);
+    return kLine;
+}
+
+void takeLine(char *line, SocketCache &cache) noexcept
+{
+    const char *const lineFeed = lineFeedIn(cache);
+    const auto length = static_cast<std::size_t>(lineFeed - cache.acData);
+    std::memcpy(line, cache.acData, length);
+    line[length] = '\0';
+    // A carriage return alone stays: an empty line with one has always come out as "\r".
+    if (length > 1 && line[length - 1] == '\r') {
+        line[length - 1] = '\0';
+    }
+    cache.uiFill -= static_cast<uint32_t>(length + 1);
+    std::memmove(cache.acData, lineFeed + 1, cache.uiFill + 1);
+}
+
+/// The answer to a "ping", behind its four characters of tag, comes too often to be logged.
+bool isPong(const char *line) noexcept { return strnlen(line, 4) == 4 && line + 4 == "pong"sv; }
+
+}  // namespace
+
+int ReadSocket(int fd, char *buffer) noexcept
+{
+    const int result = readIntoBuffer(fd, buffer);
+    if (result != kLine) {
+        DEBUG(LOG_INFO, "ReadSocket: return %d (socket %d)", result, fd);
+    }
+    return result;
+}
+
+int ReadSocketDyn(int fd, DynBuffer *reply) noexcept
+{
+    if (reply == nullptr) {
+        return kFailed;
+    }
+    GrowingText text;
+    const int result = readIntoHeap(fd, text);
+    if (result != kLine) {
+        *reply = {nullptr, 0};
+        DEBUG(LOG_INFO, "ReadSocketDyn: return %d (socket %d)", result, fd);
+        return result;
+    }
+    DEBUG(LOG_DEBUG, "ReadSocketDyn: command/reply complete '%s' (socket %d)", text.text(), fd);
+    reply->uiLength = static_cast<uint32_t>(text.length());
+    reply->pcData = text.release();
+    return kLine;
+}
+
+int ReadSocketCache(int fd, char *line, SocketCache *cache, unsigned timeoutMilliseconds) noexcept
+{
+    line[0] = '\0';
+    if (cache->uiFill != 0 && lineFeedIn(*cache) == nullptr) {
+        // A beginning without an end gives an empty line, call after call, until the caller clears the cache.
+        return kLine;
+    }
+    if (cache->uiFill == 0) {
+        const int result = fillCache(fd, *cache, std::chrono::milliseconds(timeoutMilliseconds));
+        if (result != kLine) {
+            if (result != kSilent) {
+                LOG(LOG_DEBUG, "ReadSocketCache: return %d (socket %d)", result, fd);
+            }
+            return result;
+        }
+    }
+    takeLine(line, *cache);
+    if (!isPong(line)) {
+        LOG(LOG_DEBUG, "ReadSocketCache: command/reply complete '%s' (socket %d)", line, fd);
+    }
+    return kLine;
+}

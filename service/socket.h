@@ -1,0 +1,29 @@
+// Sockets of the local services: addresses, connects and writes that can neither hang nor raise a signal.
+#pragma once
+
+#include <chrono>
+#include <string_view>
+
+#include "runtime/owners.h"
+
+namespace kvo_hws {
+
+inline constexpr std::string_view kCommandSocket = "/tmp/kvo_hws/cmd_sock";
+inline constexpr std::string_view kUsbSocket = "/tmp/kvo_hws/usb_sock";
+
+/// The longest silence of a peer: while it accepts a connection, takes a request or sends a reply.
+inline constexpr std::chrono::seconds kPeerTimeout{4};
+
+/// A Unix stream socket whose connect and writes are bounded by kPeerTimeout; invalid, with errno, where there is none.
+Descriptor openLocalSocket() noexcept;
+
+/// One connect, repeated only where a signal interrupted it. False with errno; EAGAIN when the peer's queue stayed full.
+bool connectLocal(const Descriptor &socket, std::string_view path) noexcept;
+
+/// Writes a text and a line feed with one write. False, with errno, when not all of it went out.
+bool writeLine(const Descriptor &socket, std::string_view text) noexcept;
+
+/// Waits until @p fd can be read. 1 readable, 0 time-out, -1 failed with errno. An interrupted wait starts anew.
+int waitReadable(int fd, std::chrono::milliseconds timeout) noexcept;
+
+}  // namespace kvo_hws

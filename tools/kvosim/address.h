@@ -1,0 +1,15 @@
+// IPv4 addresses as numbers (0x0A000005) and as people write them ("10.0.0.5").
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace kvosim {
+
+std::string dotted(uint32_t address);
+
+/// Nothing unless the text is four decimal numbers of 0 to 255 without leading zeros.
+std::optional<uint32_t> parseDotted(const std::string &text);
+
+}  // namespace kvosim

@@ -1,0 +1,83 @@
+// Serves a socket on which each connection carries one request line and one reply line. A client that sends half a line,
+// does not read, or vanishes holds nobody else up.
+#pragma once
+
+#include "event_loop.h"
+#include "unix_socket.h"
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace kvosim {
+
+struct LineServerLimits {
+    std::size_t longestLine = 4096;                 ///< bytes before the line end
+    std::size_t connections = 256;                  ///< one more, and the one that was quiet the longest is dropped
+    std::chrono::milliseconds quietTime{10'000};    ///< without a byte in either direction, then the connection is dropped
+    std::chrono::milliseconds requestTime{30'000};  ///< for a request to be complete, however it trickles in
+    std::chrono::milliseconds lingerTime{500};      ///< for a client to close after its reply
+    std::chrono::milliseconds endingTime{1'000};    ///< for the replies that are on their way when the server ends
+};
+
+class LineServer {
+public:
+    /// Gives the reply to a request line, both without line end.
+    using Answer = std::function<std::string(std::string_view line)>;
+    /// Told of what happens beside requests and replies.
+    using Report = std::function<void(std::string_view event)>;
+
+    /// @p refusal answers a line that is too long. @p loop must outlive the server.
+    LineServer(EventLoop &loop, std::filesystem::path path, Answer answer, std::string refusal, Report report = {},
+               LineServerLimits limits = {});
+    LineServer(const LineServer &) = delete;
+    LineServer &operator=(const LineServer &) = delete;
+    ~LineServer();
+
+    /// Removes the socket now, writes the replies that are on their way, then calls @p ended once, which must not destroy the
+    /// server.
+    void end(std::function<void()> ended);
+
+private:
+    struct Connection {
+        Descriptor socket;
+        Clock::time_point since;
+        Clock::time_point lastMoved;
+        std::string request{};
+        std::string reply{};
+        std::size_t written = 0;
+        enum class Stage { reading, writing, lingering } stage = Stage::reading;
+    };
+    using Place = std::map<int, Connection>::iterator;
+
+    void acceptAll();
+    void react(int fd, uint32_t events);
+    void read(Place place);
+    void reply(Place place, std::string text);
+    void write(Place place);
+    void linger(Place place);
+    void drop(Place place, std::string_view reason);
+    void dropQuietest();
+    void dropAll(const std::function<bool(const Connection &)> &which);
+    void sweep();
+    void after(std::chrono::milliseconds delay, std::function<void()> action);
+    [[nodiscard]] bool overdue(const Connection &connection, Clock::time_point now) const;
+    void endIfDone();
+    void report(std::string_view event) const;
+
+    EventLoop &loop_;
+    std::optional<ListeningSocket> listener_;
+    Answer answer_;
+    std::string refusal_;
+    Report report_;
+    LineServerLimits limits_;
+    std::map<int, Connection> connections_;
+    std::function<void()> ended_;
+    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+    bool sweeping_ = false;
+};
+
+}  // namespace kvosim

@@ -1,0 +1,176 @@
+// kvosim: the hardware service of a simulated plant, for programs that are developed and tested without a panel.
+#include "guarded_command.h"
+#include "plant_file.h"
+#include "plant_generator.h"
+#include "private_namespace.h"
+#include "service.h"
+#include "signals.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <cstdio>
+#include <iostream>
+
+namespace {
+
+constexpr int kDone = 0;
+constexpr int kCanNot = 1;
+constexpr int kWrongUse = 2;
+
+constexpr const char *kMainExamples = R"(Examples:
+  kvosim serve --plant examples/plant.toml --verbose
+  kvosim run -- ctest --output-on-failure
+  kvosim generate 10000 > large.toml
+
+"kvosim COMMAND --help" tells more. Exit status: 0 done, 1 could not be done, 2 wrong use or a faulty plant file.
+)";
+
+constexpr const char *kServeExamples =
+    R"(Serves at /tmp/kvo_hws/cmd_sock until SIGINT, SIGTERM or a client's "killDaemon". Refuses to start where a service
+is running already.
+
+Examples:
+  kvosim serve --plant examples/plant.toml
+  kvosim serve --plant plant.toml --registry /var/tmp/registry --verbose
+)";
+
+constexpr const char *kRunExamples =
+    R"(The service and COMMAND have a /tmp/kvo_hws of their own, so any number of them run side by side. COMMAND starts when the
+service is ready; SIGINT and SIGTERM are passed on to it, and what it leaves running is ended after it. The exit status is
+COMMAND's: 128 + the signal if one ended it, 127 if it was not found, 126 if it can not be executed.
+
+Examples:
+  kvosim run -- ./panel-tests
+  kvosim run --plant examples/plant.toml --verbose -- sh -c './panel-tests && ./display-tests'
+)";
+
+constexpr const char *kGenerateExamples = R"(Examples:
+  kvosim generate 10000 > large.toml
+  kvosim generate 250 --seed 7 > other.toml
+)";
+
+struct Options {
+    std::string plant;
+    std::string registry;
+    bool verbose = false;
+    uint32_t count = 0;
+    uint64_t seed = 1;
+    std::vector<std::string> command;
+};
+
+kvosim::ServiceOptions serviceOptions(const Options &options)
+{
+    kvosim::ServiceOptions service{.verbose = options.verbose};
+    if (!options.registry.empty()) {
+        service.registry = options.registry;
+    }
+    return service;
+}
+
+int serve(const Options &options)
+{
+    kvosim::EventLoop loop;
+    std::optional<kvosim::Service> service;
+    const kvosim::Signals signals(loop, {SIGINT, SIGTERM}, [&service](const auto &) { service->end(); });
+    service.emplace(loop, kvosim::loadPlant(options.plant), serviceOptions(options), [&loop] { loop.stop(); });
+    std::printf("kvosim: serving %zu stations at %s\n", service->plant().stations().size(),
+                serviceOptions(options).socket.c_str());
+    std::fflush(stdout);
+    loop.run();
+    return kDone;
+}
+
+int run(const Options &options)
+{
+    if (options.command.empty()) {
+        std::fputs("kvosim run: give the command to run after \"--\", as in: kvosim run -- ./panel-tests\n", stderr);
+        return kWrongUse;
+    }
+    kvosim::Plant plant =
+        options.plant.empty() ? kvosim::parsePlant(kvosim::kBuiltInPlant, "built-in plant") : kvosim::loadPlant(options.plant);
+    kvosim::enterPrivateNamespace();
+    kvosim::EventLoop loop;
+    // Ended by a client, the service is gone, but the command still runs.
+    const kvosim::Service service(loop, std::move(plant), serviceOptions(options), [] {});
+    const kvosim::GuardedCommand command(loop, options.command, [&loop] { loop.stop(); });
+    loop.run();
+    return command.status();
+}
+
+int generate(const Options &options)
+{
+    kvosim::generatePlant(std::cout, options.count, options.seed);
+    std::cout.flush();
+    return std::cout ? kDone : kCanNot;
+}
+
+void addServiceOptions(CLI::App &command, Options &options)
+{
+    command.add_option("--registry", options.registry,
+                       "Directory of the registry lists, kept from one start to the next (default: a temporary one)");
+    command.add_flag("--verbose", options.verbose, "Log each exchange on standard error");
+}
+
+/// What stands behind "--" is the command's, untouched; the rest is this program's.
+std::vector<std::string> takeCommand(std::vector<std::string> &arguments)
+{
+    const auto mark = std::find(arguments.begin(), arguments.end(), "--");
+    std::vector<std::string> command(mark == arguments.end() ? mark : mark + 1, arguments.end());
+    arguments.erase(mark, arguments.end());
+    return command;
+}
+
+int runMain(std::vector<std::string> arguments)
+{
+    Options options;
+    CLI::App app("The hardware service of a simulated plant.", "kvosim");
+    app.set_version_flag("--version", "kvosim " KVOSIM_VERSION);
+    app.footer(kMainExamples);
+    app.require_subcommand(1);
+
+    CLI::App *serveCommand = app.add_subcommand("serve", "Serve a plant to the programs of this machine");
+    serveCommand->add_option("--plant", options.plant, "Plant file (docs/plant-file.md)")->required();
+    addServiceOptions(*serveCommand, options);
+    serveCommand->footer(kServeExamples);
+
+    CLI::App *runCommand =
+        app.add_subcommand("run", "Serve a plant to one command alone: kvosim run [OPTIONS] -- COMMAND [ARGUMENT...]");
+    runCommand->add_option("--plant", options.plant, "Plant file (default: a small built-in plant of three stations)");
+    addServiceOptions(*runCommand, options);
+    runCommand->footer(kRunExamples);
+
+    CLI::App *generateCommand = app.add_subcommand("generate", "Write a plant file of many stations to standard output");
+    generateCommand->add_option("COUNT", options.count, "Number of stations, at most 100000")
+        ->required()
+        ->check(CLI::Range(0U, kvosim::kMostGenerated));
+    generateCommand->add_option("--seed", options.seed, "Another seed, another plant (default: 1)");
+    generateCommand->footer(kGenerateExamples);
+
+    options.command = takeCommand(arguments);
+    try {
+        std::reverse(arguments.begin(), arguments.end());  // as this parser takes them
+        app.parse(arguments);
+    } catch (const CLI::ParseError &error) {
+        return app.exit(error) == 0 ? kDone : kWrongUse;
+    }
+    if (serveCommand->parsed()) {
+        return serve(options);
+    }
+    return runCommand->parsed() ? run(options) : generate(options);
+}
+
+}  // namespace
+
+int main(int argc, char **argv)
+{
+    try {
+        return runMain({argv + 1, argv + argc});
+    } catch (const kvosim::PlantFileError &error) {
+        std::fprintf(stderr, "kvosim: %s\n", error.what());
+        return kWrongUse;
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "kvosim: %s\n", error.what());
+        return kCanNot;
+    }
+}

@@ -1,0 +1,192 @@
+// Reading of plant files. Whatever a table holds that is not known is an error, so that a misspelt key does not go unnoticed.
+#include "plant_file.h"
+
+#include "address.h"
+#include "table_reader.h"
+
+#include <algorithm>
+#include <fstream>
+#include <sstream>
+#include <unordered_map>
+
+namespace kvosim {
+
+const std::string_view kBuiltInPlant = R"toml(
+[[station]]
+address = "10.0.0.5"
+name = "Panel 1"
+attr1 = 1
+
+[[station]]
+address = "10.0.0.6"
+name = "Panel 2"
+attr1 = 1
+
+[[station]]
+address = "10.0.0.7"
+name = "Panel 3"
+attr1 = 1
+)toml";
+
+namespace {
+
+constexpr uint32_t kLongestInitTime = 3'600'000;  // ms
+constexpr std::size_t kLongestVersion = 255;
+
+bool hasControlCharacter(std::string_view text)
+{
+    return std::any_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; });
+}
+
+uint32_t readAddress(const TableReader &table)
+{
+    const std::string text = table.text("address");
+    const auto address = parseDotted(text);
+    if (!address) {
+        table.fail("address", '"' + text + "\" is no IPv4 address; write four numbers of 0 to 255, such as \"10.0.0.5\"");
+    }
+    if (*address == 0) {
+        table.fail("address", "0.0.0.0 stands for no station; give the station an address of its own");
+    }
+    return *address;
+}
+
+std::string readName(const TableReader &table)
+{
+    std::string name = table.text("name");
+    if (name.empty()) {
+        table.fail("name", "is empty; a name has 1 to " + std::to_string(kLongestName) + " bytes");
+    }
+    if (name.size() > kLongestName) {
+        table.fail("name", "has " + std::to_string(name.size()) + " bytes; a name has 1 to " + std::to_string(kLongestName));
+    }
+    if (hasControlCharacter(name)) {
+        table.fail("name", "holds a control character; names go over the wire in one line, leave it out");
+    }
+    if (name.find('"') != std::string::npos) {
+        table.fail("name", "holds a double quote, which ends a name in the registry files; use another character");
+    }
+    if (name.starts_with(' ')) {
+        table.fail("name", "begins with a space, which the registry files lose; begin with another character");
+    }
+    return name;
+}
+
+/// Reads the part that stations and registry entries have in common.
+template <class Record>
+Record readDescription(const TableReader &table)
+{
+    Record record{};
+    record.address = readAddress(table);
+    readName(table).copy(record.name, kLongestName);
+    record.attr1 = table.number("attr1", 0);
+    record.attr2 = table.number("attr2", 0);
+    record.attr3 = table.number("attr3", 0);
+    return record;
+}
+
+/// Finds out when an address or a name comes a second time.
+class Uniqueness {
+public:
+    void check(const TableReader &table, uint32_t address, const std::string &name)
+    {
+        const auto [sameAddress, newAddress] = addresses_.emplace(address, table.line());
+        if (!newAddress) {
+            refuse(table, "address", dotted(address), sameAddress->second);
+        }
+        const auto [sameName, newName] = names_.emplace(name, table.line());
+        if (!newName) {
+            refuse(table, "name", '"' + name + '"', sameName->second);
+        }
+    }
+
+private:
+    [[noreturn]] static void refuse(const TableReader &table, std::string_view key, const std::string &value, unsigned line)
+    {
+        table.fail(key, value + " is taken by the station of line " + std::to_string(line) + "; each station needs its own");
+    }
+
+    std::unordered_map<uint32_t, unsigned> addresses_;
+    std::unordered_map<std::string, unsigned> names_;
+};
+
+ServiceState readService(const TableReader &table)
+{
+    ServiceState service;
+    service.version = table.text("version", service.version);
+    if (service.version.empty() || service.version.size() > kLongestVersion || hasControlCharacter(service.version)) {
+        table.fail("version",
+                   "is no version text; write 1 to " + std::to_string(kLongestVersion) + " bytes without control characters");
+    }
+    service.initTime = std::chrono::milliseconds(table.number("init_time_ms", 0, kLongestInitTime));
+    service.debugLevel = static_cast<DebugLevel>(table.number("debug_level", 0, 2));
+    service.backlight = table.number("backlight", service.backlight, 1);
+    return service;
+}
+
+std::vector<KvoDescription> readPrevious(const TableReader &registry)
+{
+    std::vector<KvoDescription> previous;
+    Uniqueness unique;
+    for (const TableReader &table : registry.tables("previous", {"address", "name", "attr1", "attr2", "attr3"})) {
+        previous.push_back(readDescription<KvoDescription>(table));
+        unique.check(table, previous.back().address, previous.back().name);
+    }
+    return previous;
+}
+
+ConnectionEntry readStation(const TableReader &table)
+{
+    auto station = readDescription<ConnectionEntry>(table);
+    const auto ext = table.numbers<7>("ext");
+    station.extAttr1 = ext[0];
+    station.extAttr2 = ext[1];
+    station.extAttr3 = ext[2];
+    station.extAttr4 = ext[3];
+    station.extAttr5 = ext[4];
+    station.extAttr6 = ext[5];
+    station.extAttr7 = ext[6];
+    return station;
+}
+
+Panel readPanel(const TableReader &table)
+{
+    Panel panel;
+    panel.brightness = table.number("brightness", panel.brightness, 1);
+    return panel;
+}
+
+}  // namespace
+
+Plant parsePlant(std::string_view text, std::string_view fileName)
+{
+    const Document document(text, fileName);
+    const TableReader top = document.top({"service", "registry", "station"});
+    Plant plant;
+    if (const auto service = top.table("service", {"version", "init_time_ms", "debug_level", "backlight"})) {
+        plant.service = readService(*service);
+    }
+    if (const auto registry = top.table("registry", {"previous"})) {
+        plant.previous = readPrevious(*registry);
+    }
+    Uniqueness unique;
+    for (const TableReader &table :
+         top.tables("station", {"address", "name", "attr1", "attr2", "attr3", "ext", "brightness"})) {
+        const ConnectionEntry station = readStation(table);
+        unique.check(table, station.address, station.name);
+        plant.add(station, readPanel(table));
+    }
+    return plant;
+}
+
+Plant loadPlant(const std::filesystem::path &file)
+{
+    std::ifstream in(file, std::ios::binary);
+    std::ostringstream text;
+    if (std::filesystem::is_directory(file) || !in || (in.peek() != EOF && !(text << in.rdbuf()))) {
+        throw PlantFileError(file.string() + ": can not be read; give the path of a plant file (docs/plant-file.md)");
+    }
+    return parsePlant(text.str(), file.string());
+}
+
+}  // namespace kvosim

@@ -1,0 +1,70 @@
+#include "private_namespace.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sched.h>
+#include <string>
+#include <string_view>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace kvosim {
+
+namespace {
+
+[[noreturn]] void fail(const std::string &step) { throw std::system_error(errno, std::generic_category(), step); }
+
+void writeFile(const std::string &path, std::string_view text)
+{
+    const int file = open(path.c_str(), O_WRONLY | O_CLOEXEC);
+    if (file < 0) {
+        fail("open " + path);
+    }
+    const bool written = write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    const int error = errno;
+    close(file);
+    if (!written) {
+        errno = error;
+        fail("write " + path);
+    }
+}
+
+/// Without root, a user namespace in which this user keeps its own number grants the right to mount.
+void unshareMounts()
+{
+    if (unshare(CLONE_NEWNS) == 0) {
+        return;
+    }
+    if (errno != EPERM) {
+        fail("new mount namespace");
+    }
+    const std::string user = std::to_string(getuid());
+    const std::string group = std::to_string(getgid());
+    if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) {
+        fail("new user namespace (the kernel may forbid them to ordinary users; root needs none)");
+    }
+    writeFile("/proc/self/setgroups", "deny");
+    writeFile("/proc/self/uid_map", user + " " + user + " 1");
+    writeFile("/proc/self/gid_map", group + " " + group + " 1");
+}
+
+}  // namespace
+
+void enterPrivateNamespace()
+{
+    // The mount needs a directory to lie on; it stays behind, empty, as others may be using it by then.
+    if (mkdir(kSocketDirectory, 0755) != 0 && errno != EEXIST) {
+        fail(std::string("create ") + kSocketDirectory);
+    }
+    unshareMounts();
+    if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+        fail("make the mounts private");
+    }
+    if (mount("tmpfs", kSocketDirectory, "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755,size=16m") != 0) {
+        fail(std::string("mount ") + kSocketDirectory);
+    }
+}
+
+}  // namespace kvosim

@@ -1,0 +1,28 @@
+// What the library is measured against: the same duties, each written by hand for its one purpose and nothing else.
+#pragma once
+
+#include <kvo_hws/codecs.h>
+
+#include <cstdint>
+
+namespace by_hand {
+
+/// Station lists, read under the terms of ConvertText2KVODescriptionArray and ConvertText2KVODescArrayEx, for texts in the
+/// daemon's usual hand: whatever strtoul would read besides is refused.
+int readBasic(uint32_t *count, KvoDescription *array, const char *text);
+int readExtended(uint32_t *count, KvoDescriptionEx *array, const char *text);
+
+/// Station lists, written under the terms of ConvertConArray2Text and ConvertConArray2TextEx.
+int writeBasic(uint32_t count, const ConnectionEntry *entries, char *buffer, uint32_t size);
+int writeExtended(uint32_t count, const ConnectionEntry *entries, char *buffer, uint32_t size);
+
+inline constexpr unsigned kRound = 1024;  // bytes taken at a time, as the library takes them
+
+/// One exchange with the command socket under a process-wide lock: the system calls that the library makes and nothing around
+/// them. The command brings its line feed; the reply must come in one piece. False when anything went wrong.
+bool exchange(const char *commandLine, char (&reply)[kRound]);
+
+/// KVO_HWS_getDescriptionList: count request, list request, and the same reads without a pause. False when anything went wrong.
+bool getList(KvoDescription *list, uint32_t *count);
+
+}  // namespace by_hand

@@ -1,0 +1,142 @@
+// Exchanges with the command socket written by hand: bare system calls under a mutex.
+#include "by_hand.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <poll.h>
+#include <pthread.h>
+#include <string>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace by_hand {
+
+namespace {
+
+pthread_mutex_t gExchange = PTHREAD_MUTEX_INITIALIZER;
+
+constexpr char kPath[] = "/tmp/kvo_hws/cmd_sock";
+constexpr int kTimeoutSeconds = 4;
+
+int openSocket()
+{
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const timeval bound{.tv_sec = kTimeoutSeconds, .tv_usec = 0};
+    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &bound, sizeof bound);
+    return fd;
+}
+
+bool ask(int fd, const char *commandLine)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::memcpy(address.sun_path, kPath, sizeof kPath - 1);
+    const socklen_t addressLength = offsetof(sockaddr_un, sun_path) + sizeof kPath - 1;
+    if (connect(fd, reinterpret_cast<const sockaddr *>(&address), addressLength) != 0) {
+        return false;
+    }
+    const std::size_t length = std::strlen(commandLine);
+    return write(fd, commandLine, length) == static_cast<ssize_t>(length);
+}
+
+/// One round: waits, looks, and takes up to the first line feed. The bytes taken, 0 on failure.
+std::size_t takeRound(int fd, char *to, bool &complete)
+{
+    pollfd waiting{.fd = fd, .events = POLLIN, .revents = 0};
+    if (poll(&waiting, 1, kTimeoutSeconds * 1000) != 1) {
+        return 0;
+    }
+    const ssize_t seen = recv(fd, to, kRound, MSG_PEEK);
+    if (seen <= 0) {
+        return 0;
+    }
+    const auto *const lineFeed = static_cast<const char *>(std::memchr(to, '\n', static_cast<std::size_t>(seen)));
+    const auto wanted = lineFeed != nullptr ? static_cast<std::size_t>(lineFeed - to) + 1 : static_cast<std::size_t>(seen);
+    complete = lineFeed != nullptr;
+    return recv(fd, to, wanted, 0) == static_cast<ssize_t>(wanted) ? wanted : 0;
+}
+
+bool readReply(int fd, char (&reply)[kRound])
+{
+    bool complete = false;
+    const std::size_t taken = takeRound(fd, reply, complete);
+    if (taken == 0 || !complete) {
+        return false;
+    }
+    reply[taken - 1] = '\0';
+    return true;
+}
+
+struct FreeHeap {
+    void operator()(char *block) const { std::free(block); }
+};
+using HeapText = std::unique_ptr<char, FreeHeap>;
+
+HeapText readLongReply(int fd)
+{
+    HeapText text;
+    std::size_t capacity = 0;
+    std::size_t length = 0;
+    for (bool complete = false; !complete;) {
+        if (capacity < length + kRound) {
+            capacity = std::max<std::size_t>(2 * capacity, 2 * kRound);
+            auto *const grown = static_cast<char *>(std::realloc(text.get(), capacity));
+            if (grown == nullptr) {
+                return nullptr;
+            }
+            static_cast<void>(text.release());
+            text.reset(grown);
+        }
+        const std::size_t taken = takeRound(fd, text.get() + length, complete);
+        if (taken == 0) {
+            return nullptr;
+        }
+        length += taken;
+    }
+    text.get()[length - 1] = '\0';
+    return text;
+}
+
+HeapText exchangeLong(const char *commandLine)
+{
+    const int fd = openSocket();
+    pthread_mutex_lock(&gExchange);
+    HeapText reply = ask(fd, commandLine) ? readLongReply(fd) : nullptr;
+    pthread_mutex_unlock(&gExchange);
+    close(fd);
+    return reply;
+}
+
+}  // namespace
+
+bool exchange(const char *commandLine, char (&reply)[kRound])
+{
+    const int fd = openSocket();
+    pthread_mutex_lock(&gExchange);
+    const bool done = ask(fd, commandLine) && readReply(fd, reply);
+    pthread_mutex_unlock(&gExchange);
+    close(fd);
+    return done;
+}
+
+bool getList(KvoDescription *list, uint32_t *count)
+{
+    // A caller of the library finds its array cleared, so that is part of the duty.
+    std::memset(list, 0, std::size_t{*count} * sizeof *list);
+    char counted[kRound];
+    if (!exchange("getCountElemDL\n", counted) || std::strtoul(counted, nullptr, 10) > *count) {
+        return false;
+    }
+    char command[64];
+    std::snprintf(command, sizeof command, "getDLV2 %u\n", *count);
+    const HeapText text = exchangeLong(command);
+    return text != nullptr && readBasic(count, list, text.get()) == 1;
+}
+
+}  // namespace by_hand

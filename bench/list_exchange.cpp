@@ -1,0 +1,50 @@
+// The whole list of stations over the socket: count request, list request, reading.
+#include "by_hand/by_hand.h"
+#include "subjects.h"
+#include "support/contest.h"
+#include "support/expect.h"
+#include "support/report.h"
+#include "support/service_process.h"
+#include "support/stations.h"
+
+#include <kvo_hws/requests.h>
+
+#include <string>
+#include <vector>
+
+namespace bench {
+
+namespace {
+
+constexpr int kRepetitions = 31;
+constexpr double kGoal = 1.10;
+
+void compare(uint32_t count)
+{
+    const std::string number = std::to_string(count);
+    const ServiceProcess service(ServiceProcess::Replies{
+        {"getCountElemDL", number}, {"getDLV2 " + number, textOf(makeStations(count), /*extended=*/false)}});
+    std::vector<KvoDescription> list(count);
+    const auto library = [&] {
+        uint32_t found = count;
+        expect(KVO_HWS_getDescriptionList(list.data(), &found) == 1 && found == count, "getDescriptionList failed");
+    };
+    const auto byHand = [&] {
+        uint32_t found = count;
+        expect(by_hand::getList(list.data(), &found) && found == count, "list by hand failed");
+    };
+    const auto timings = Contest(kRepetitions).contender("library", library).contender("by hand", byHand).run();
+    printRow("KVO_HWS_getDescriptionList, " + number, timings.at("library"), "by hand, no pauses", timings.at("by hand"),
+             kGoal);
+}
+
+}  // namespace
+
+void measureListExchange()
+{
+    printHeading("Whole lists (stations)");
+    compare(1'000);
+    compare(10'000);
+}
+
+}  // namespace bench

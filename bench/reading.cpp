@@ -1,0 +1,263 @@
+// Reading description texts: against a parser written by hand, and beside what one might have used instead.
+#include "by_hand/by_hand.h"
+#include "subjects.h"
+#include "support/contest.h"
+#include "support/expect.h"
+#include "support/report.h"
+#include "support/stations.h"
+
+#include <kvo_hws/codecs.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+namespace bench {
+
+namespace {
+
+constexpr int kRepetitions = 41;
+constexpr int kFewRepetitions = 9;
+constexpr std::size_t kField = 9;  // eight digits and a space
+
+/// The two forms of a list under common names.
+struct Basic {
+    using Record = KvoDescription;
+    static constexpr bool kExtended = false;
+    static constexpr const char *kName = "basic";
+    static constexpr auto kLibrary = ConvertText2KVODescriptionArray;
+    static constexpr auto kByHand = by_hand::readBasic;
+    static constexpr std::array<uint32_t Record::*, 0> kExtension{};
+};
+
+struct Extended {
+    using Record = KvoDescriptionEx;
+    static constexpr bool kExtended = true;
+    static constexpr const char *kName = "extended";
+    static constexpr auto kLibrary = ConvertText2KVODescArrayEx;
+    static constexpr auto kByHand = by_hand::readExtended;
+    static constexpr std::array kExtension = {&Record::extAttr1, &Record::extAttr2, &Record::extAttr3, &Record::extAttr4,
+                                              &Record::extAttr5, &Record::extAttr6, &Record::extAttr7};
+};
+
+// ---- What one might have used instead ----
+
+/// A number and the space behind it.
+bool takeNumber(const char *&position, uint32_t &value)
+{
+    char *end = nullptr;
+    value = static_cast<uint32_t>(std::strtoul(position, &end, 16));
+    position += kField;
+    return *end == ' ';
+}
+
+template <class Form>
+int readWithStrtoul(uint32_t *count, typename Form::Record *array, const char *text)
+{
+    const char *position = text;
+    if (!takeNumber(position, *count)) {
+        return -1;
+    }
+    for (uint32_t i = 0; i < *count; ++i) {
+        auto &record = array[i];
+        uint32_t length = 0;
+        if (!takeNumber(position, record.address) || !takeNumber(position, record.attr1) ||
+            !takeNumber(position, record.attr2) || !takeNumber(position, record.attr3) || !takeNumber(position, length) ||
+            length >= sizeof record.name) {
+            return -1;
+        }
+        std::memcpy(record.name, position, length);
+        record.name[length] = '\0';
+        position += length + 1;
+        for (const auto member : Form::kExtension) {
+            if (!takeNumber(position, record.*member)) {
+                return -1;
+            }
+        }
+    }
+    return 1;
+}
+
+template <class Form>
+int readWithSscanf(uint32_t *count, typename Form::Record *array, const char *text)
+{
+    if (std::sscanf(text, "%8X", count) != 1) {
+        return -1;
+    }
+    const char *position = text + kField;
+    for (uint32_t i = 0; i < *count; ++i) {
+        auto &record = array[i];
+        uint32_t length = 0;
+        if (std::sscanf(position, "%8X %8X %8X %8X %8X", &record.address, &record.attr1, &record.attr2, &record.attr3,
+                        &length) != 5 ||
+            length >= sizeof record.name) {
+            return -1;
+        }
+        position += 5 * kField;
+        std::memcpy(record.name, position, length);
+        record.name[length] = '\0';
+        position += length + 1;
+        for (const auto member : Form::kExtension) {
+            if (std::sscanf(position, "%8X", &(record.*member)) != 1) {
+                return -1;
+            }
+            position += kField;
+        }
+    }
+    return 1;
+}
+
+template <class Form>
+int readJson(uint32_t *count, typename Form::Record *array, const std::string &text)
+{
+    static constexpr const char *kKeys[] = {"extAttr1", "extAttr2", "extAttr3", "extAttr4", "extAttr5", "extAttr6", "extAttr7"};
+    const nlohmann::json list = nlohmann::json::parse(text);
+    *count = static_cast<uint32_t>(list.size());
+    for (uint32_t i = 0; i < *count; ++i) {
+        const nlohmann::json &one = list[i];
+        auto &record = array[i];
+        record.address = one.at("address").get<uint32_t>();
+        record.attr1 = one.at("attr1").get<uint32_t>();
+        record.attr2 = one.at("attr2").get<uint32_t>();
+        record.attr3 = one.at("attr3").get<uint32_t>();
+        const auto &name = one.at("name").get_ref<const std::string &>();
+        record.name[name.copy(record.name, sizeof record.name - 1)] = '\0';
+        for (std::size_t member = 0; member < Form::kExtension.size(); ++member) {
+            record.*Form::kExtension[member] = one.at(kKeys[member]).get<uint32_t>();
+        }
+    }
+    return 1;
+}
+
+// ---- Comparing ----
+
+/// A list to read, the array that it is read into, and what stands there when it was read right.
+template <class Form>
+class Task {
+public:
+    using Record = typename Form::Record;
+
+    explicit Task(uint32_t count)
+        : stations(makeStations(count)), text(textOf(stations, Form::kExtended)), array_(count), reference_(count)
+    {
+        uint32_t found = 0;
+        expect(readWithStrtoul<Form>(&found, reference_.data(), text.c_str()) == 1 && found == count,
+               "reading with strtoul failed");
+    }
+
+    /// The operation "read it with this"; its outcome is checked here, once and whole.
+    template <class Reader, class Text>
+    Contest::Operation reading(Reader reader, const Text &from)
+    {
+        auto read = [this, reader, &from] {
+            uint32_t found = 0;
+            expect(reader(&found, array_.data(), from) == 1 && found == array_.size(), "reading failed");
+        };
+        std::memset(array_.data(), 0, array_.size() * sizeof(Record));
+        read();
+        expect(std::memcmp(array_.data(), reference_.data(), array_.size() * sizeof(Record)) == 0, "read something else");
+        return read;
+    }
+
+    template <class Reader>
+    Contest::Operation reading(Reader reader)
+    {
+        return reading(reader, plain_);
+    }
+
+    const std::vector<ConnectionEntry> stations;
+    const std::string text;
+
+private:
+    const char *plain_ = text.c_str();
+    std::vector<Record> array_;
+    std::vector<Record> reference_;
+};
+
+template <class Form>
+std::string title(uint32_t count)
+{
+    return std::to_string(count) + " stations, " + Form::kName;
+}
+
+template <class Form>
+void compareWithHandWritten(uint32_t count)
+{
+    Task<Form> task(count);
+    const auto timings = Contest(kRepetitions)
+                             .contender("library", task.reading(Form::kLibrary))
+                             .contender("by hand", task.reading(Form::kByHand))
+                             .run();
+    printRow(title<Form>(count), timings.at("library"), "by hand", timings.at("by hand"), 1.0);
+}
+
+template <class Form>
+void compareWithTheUsual(uint32_t count)
+{
+    Task<Form> task(count);
+    const std::string json = jsonOf(task.stations, Form::kExtended);
+    std::vector<char> copy(task.text.size() + 1);
+    const auto timings = Contest(kFewRepetitions)
+                             .contender("library", task.reading(Form::kLibrary))
+                             .contender("memcpy of the text",
+                                        [&] {
+                                            std::memcpy(copy.data(), task.text.c_str(), copy.size());
+                                            expect(copy[0] == task.text[0], "copying failed");
+                                        })
+                             .contender("strtoul", task.reading(readWithStrtoul<Form>))
+                             .contender("sscanf", task.reading(readWithSscanf<Form>))
+                             .contender("JSON (nlohmann)", task.reading(readJson<Form>, json))
+                             .run();
+    for (const char *other : {"memcpy of the text", "strtoul", "sscanf", "JSON (nlohmann)"}) {
+        printRow(title<Form>(count), timings.at("library"), other, timings.at(other));
+    }
+}
+
+/// The cost of a station must not depend on how many there are.
+template <class Form>
+void compareGrowth()
+{
+    constexpr uint32_t kFew = 100;
+    constexpr uint32_t kMany = 100'000;
+    Task<Form> few(kFew);
+    Task<Form> many(kMany);
+    const auto timings = Contest(kRepetitions)
+                             .contender("few", few.reading(Form::kLibrary))
+                             .contender("many", many.reading(Form::kLibrary))
+                             .contender("few by hand", few.reading(Form::kByHand))
+                             .contender("many by hand", many.reading(Form::kByHand))
+                             .run();
+    const auto each = [&](const char *name, uint32_t count) {
+        const Timing &timing = timings.at(name);
+        return Timing{timing.median / count, timing.least / count};
+    };
+    const std::string form = Form::kName;
+    printRow("a station of 100 000, " + form, each("many", kMany), "a station of 100", each("few", kFew), 2.0);
+    printRow("a station of 100 000, " + form, each("many", kMany), "by hand, of 100 000", each("many by hand", kMany));
+    printRow("a station of 100, " + form, each("few", kFew), "by hand, of 100", each("few by hand", kFew));
+}
+
+template <class Form>
+void measureForm()
+{
+    for (const uint32_t count : {1'000U, 10'000U}) {
+        compareWithHandWritten<Form>(count);
+        compareWithTheUsual<Form>(count);
+    }
+    compareGrowth<Form>();
+}
+
+}  // namespace
+
+void measureReading()
+{
+    printHeading("Reading a text");
+    measureForm<Basic>();
+    measureForm<Extended>();
+}
+
+}  // namespace bench

@@ -1,0 +1,11 @@
+// What is measured: each subject compares, and prints its part of the table.
+#pragma once
+
+namespace bench {
+
+void measureExchange();
+void measureListExchange();
+void measureReading();
+void measureWriting();
+
+}  // namespace bench

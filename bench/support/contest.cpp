@@ -1,0 +1,87 @@
+#include "support/contest.h"
+
+#include <algorithm>
+#include <benchmark/benchmark.h>
+#include <stdexcept>
+#include <utility>
+
+namespace bench {
+
+namespace {
+
+constexpr double kTurnSeconds = 0.01;  // the shortest turn; an operation that takes longer has a turn of its own length
+
+/// Keeps every turn's time per operation.
+class Collector : public benchmark::BenchmarkReporter {
+public:
+    bool ReportContext(const Context & /*context*/) override { return true; }
+
+    void ReportRuns(const std::vector<Run> &runs) override
+    {
+        for (const Run &run : runs) {
+            if (run.error_occurred) {
+                throw std::runtime_error(run.benchmark_name() + ": " + run.error_message);
+            }
+            if (run.run_type == Run::RT_Iteration) {
+                turns_[run.run_name.function_name].push_back(run.GetAdjustedRealTime());
+            }
+        }
+    }
+
+    [[nodiscard]] std::map<std::string, Timing> timings() const
+    {
+        std::map<std::string, Timing> timings;
+        for (auto [name, turns] : turns_) {
+            std::ranges::sort(turns);
+            timings[name] = {turns[turns.size() / 2], turns.front()};
+        }
+        return timings;
+    }
+
+private:
+    std::map<std::string, std::vector<double>> turns_;
+};
+
+void initializeOnce()
+{
+    static const bool done = [] {
+        std::string program = "kvo_bench";
+        std::string shuffled = "--benchmark_enable_random_interleaving=true";
+        char *arguments[] = {program.data(), shuffled.data(), nullptr};
+        int count = 2;
+        benchmark::Initialize(&count, arguments);
+        return true;
+    }();
+    static_cast<void>(done);
+}
+
+}  // namespace
+
+Contest &Contest::contender(std::string name, Operation operation)
+{
+    contenders_.push_back({std::move(name), std::move(operation)});
+    return *this;
+}
+
+std::map<std::string, Timing> Contest::run() const
+{
+    initializeOnce();
+    for (const auto &[name, operation] : contenders_) {
+        benchmark::RegisterBenchmark(name.c_str(),
+                                     [&operation = operation](benchmark::State &state) {
+                                         for (auto turn : state) {
+                                             operation();
+                                         }
+                                     })
+            ->MinTime(kTurnSeconds)
+            ->Repetitions(repetitions_)
+            ->Threads(threads_)
+            ->UseRealTime();
+    }
+    Collector collector;
+    benchmark::RunSpecifiedBenchmarks(&collector, nullptr, "all");
+    benchmark::ClearRegisteredBenchmarks();
+    return collector.timings();
+}
+
+}  // namespace bench

@@ -1,0 +1,63 @@
+#include "support/report.h"
+
+#include <cstdio>
+
+namespace bench {
+
+namespace {
+
+int gMissed = 0;
+
+const char *verdict(bool met)
+{
+    gMissed += met ? 0 : 1;
+    return met ? "met" : "MISSED";
+}
+
+std::string duration(double nanoseconds)
+{
+    constexpr double kThousand = 1000;
+    const char *unit = "ns";
+    if (nanoseconds >= kThousand * kThousand) {
+        nanoseconds /= kThousand * kThousand;
+        unit = "ms";
+    } else if (nanoseconds >= kThousand) {
+        nanoseconds /= kThousand;
+        unit = "us";
+    }
+    char text[32];
+    std::snprintf(text, sizeof text, "%.*f %s", nanoseconds < 100 ? 2 : 1, nanoseconds, unit);
+    return text;
+}
+
+}  // namespace
+
+void printHeading(const std::string &subject)
+{
+    std::printf("\n%-38s %10s   %-22s %10s %7s %7s   %s\n", subject.c_str(), "library", "compared with", "its time", "ratio",
+                "minima", "goal");
+    std::fflush(stdout);
+}
+
+void printRow(const std::string &work, const Timing &library, const std::string &otherName, const Timing &other,
+              std::optional<double> goal)
+{
+    const double ratio = library.median / other.median;
+    std::printf("%-38s %10s   %-22s %10s %7.3f %7.3f", work.c_str(), duration(library.median).c_str(), otherName.c_str(),
+                duration(other.median).c_str(), ratio, library.least / other.least);
+    if (goal) {
+        std::printf("   <= %.2f  %s", *goal, verdict(ratio <= *goal));
+    }
+    std::printf("\n");
+    std::fflush(stdout);
+}
+
+void printFigure(const std::string &what, const std::string &figure, const std::string &goal, bool met)
+{
+    std::printf("%-38s %s   %s  %s\n", what.c_str(), figure.c_str(), goal.c_str(), verdict(met));
+    std::fflush(stdout);
+}
+
+int missedGoals() { return gMissed; }
+
+}  // namespace bench

@@ -1,0 +1,33 @@
+/* Prints the stations that the hardware service knows: the library's first program, in C. */
+#include <kvo_hws/kvo_hws.h>
+
+#include <stdio.h>
+#include <stdlib.h>
+
+int main(void)
+{
+    uint32_t count = 64;
+    KvoDescription *stations = NULL;
+    int32_t result = KVO_HWS_TOO_SMALL;
+
+    /* The service tells the size that is needed; the plant may grow between two calls. */
+    while (result == KVO_HWS_TOO_SMALL) {
+        free(stations);
+        stations = calloc(count, sizeof *stations);
+        if (stations == NULL) {
+            return 1;
+        }
+        result = KVO_HWS_getDescriptionList(stations, &count);
+    }
+    if (result != KVO_HWS_OK) {
+        fprintf(stderr, "no station list: result %d\n", (int)result);
+        free(stations);
+        return 1;
+    }
+    for (uint32_t i = 0; i < count; ++i) {
+        const uint32_t address = stations[i].address;
+        printf("%u.%u.%u.%u  %s\n", address >> 24, address >> 16 & 255U, address >> 8 & 255U, address & 255U, stations[i].name);
+    }
+    free(stations);
+    return 0;
+}

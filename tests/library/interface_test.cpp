@@ -1,0 +1,102 @@
+// The one list of exported names against the headers and the binary; the binary's name and needs.
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <memory>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <string>
+
+namespace {
+
+using testing::Contains;
+using testing::HasSubstr;
+using testing::IsSupersetOf;
+
+using Names = std::set<std::string>;
+
+std::string outputOf(const std::string &command)
+{
+    const std::unique_ptr<FILE, int (*)(FILE *)> pipe(popen(command.c_str(), "r"), pclose);
+    std::string output;
+    std::array<char, 4096> piece;
+    while (pipe != nullptr && std::fgets(piece.data(), piece.size(), pipe.get()) != nullptr) {
+        output += piece.data();
+    }
+    return output;
+}
+
+std::string contentOf(const std::filesystem::path &path)
+{
+    std::stringstream content;
+    content << std::ifstream(path).rdbuf();
+    return content.str();
+}
+
+Names matches(const std::string &text, const std::regex &pattern)
+{
+    Names names;
+    for (std::sregex_iterator match(text.begin(), text.end(), pattern), end; match != end; ++match) {
+        names.insert((*match)[1]);
+    }
+    return names;
+}
+
+Names listedNames() { return matches(contentOf(KVO_EXPORTS), std::regex("^\\s+([A-Za-z_0-9]+);$", std::regex::multiline)); }
+
+Names binaryNames()
+{
+    return matches(outputOf("nm -D --defined-only " KVO_LIBRARY), std::regex("^\\S+ [A-Z] ([^@\\s]+)", std::regex::multiline));
+}
+
+/// What the headers declare for this library; platform.h declares what is imported.
+Names declaredNames()
+{
+    const std::regex declaration("KVO_HWS_API[^;(]*?\\b([A-Za-z_0-9]+)\\s*(?:\\(|;|\\[)");
+    Names names;
+    for (const auto &header : std::filesystem::directory_iterator(KVO_HEADERS)) {
+        const auto name = header.path().filename();
+        if (name != "platform.h" && name != "export.h") {
+            names.merge(matches(contentOf(header.path()), declaration));
+        }
+    }
+    return names;
+}
+
+TEST(Interface, the_binary_exports_exactly_what_is_listed)
+{
+    ASSERT_GT(listedNames().size(), 50U);
+    EXPECT_EQ(binaryNames(), listedNames());
+}
+
+TEST(Interface, the_headers_declare_exactly_what_is_listed) { EXPECT_EQ(declaredNames(), listedNames()); }
+
+TEST(Interface, carries_its_soname_and_names_the_panels_libraries)
+{
+    const std::string dynamic = outputOf("readelf -dW " KVO_LIBRARY);
+    EXPECT_THAT(dynamic, HasSubstr("Library soname: [libkvo_hws.so.0]"));
+    EXPECT_THAT(dynamic, HasSubstr("Shared library: [libdrak.so]"));
+    EXPECT_THAT(dynamic, HasSubstr("Shared library: [libpavo.so.1]"));
+}
+
+TEST(Interface, can_not_be_unloaded_under_a_running_thread_and_is_bound_at_once)
+{
+    const std::string dynamic = outputOf("readelf -dW " KVO_LIBRARY);
+    EXPECT_THAT(dynamic, HasSubstr("NODELETE"));
+    EXPECT_THAT(dynamic, HasSubstr("NOW"));
+    EXPECT_THAT(outputOf("readelf -lW " KVO_LIBRARY), HasSubstr("GNU_RELRO"));
+}
+
+TEST(Interface, needs_nothing_beyond_the_panel_the_language_and_the_system)
+{
+    const Names needed = matches(outputOf("readelf -dW " KVO_LIBRARY), std::regex("Shared library: \\[([^\\]]+)\\]"));
+    const std::regex allowed("lib(drak|pavo|stdc\\+\\+|m|gcc_s|c|pthread|asan|ubsan|tsan)\\.so(\\.\\d+)?|ld-linux.*");
+    for (const std::string &name : needed) {
+        EXPECT_TRUE(std::regex_match(name, allowed)) << name;
+    }
+}
+
+}  // namespace

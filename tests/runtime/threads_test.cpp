@@ -1,0 +1,134 @@
+// The thread and lock wrappers.
+#include <kvo_hws/runtime.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <gtest/gtest.h>
+#include <semaphore>
+#include <sys/resource.h>
+#include <sys/time.h>
+#include <thread>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+/// What a started thread tells the test.
+struct Report {
+    std::binary_semaphore done{0};
+    void *argument = nullptr;
+    pthread_t self{};
+    int firstDetach = 0;
+    int secondDetach = 0;
+};
+
+void *reportBack(void *argument)
+{
+    auto *const report = static_cast<Report *>(argument);
+    report->argument = argument;
+    report->self = pthread_self();
+    report->firstDetach = kvo_hws_detach_thread();
+    report->secondDetach = kvo_hws_detach_thread();
+    report->done.release();
+    return nullptr;
+}
+
+TEST(Threads, run_with_their_argument)
+{
+    Report report;
+    EXPECT_EQ(kvo_hws_CreateThread(reportBack, &report), 1);
+    ASSERT_TRUE(report.done.try_acquire_for(5s));
+    EXPECT_EQ(report.argument, &report);
+}
+
+TEST(Threads, tell_their_id_where_it_is_wanted)
+{
+    Report report;
+    pthread_t id{};
+    EXPECT_EQ(kvo_hws_CreateThreadIdent(reportBack, &report, &id), 1);
+    ASSERT_TRUE(report.done.try_acquire_for(5s));
+    EXPECT_TRUE(pthread_equal(id, report.self));
+
+    Report other;
+    EXPECT_EQ(kvo_hws_CreateThreadIdent(reportBack, &other, nullptr), 1);
+    ASSERT_TRUE(other.done.try_acquire_for(5s));
+}
+
+TEST(Threads, detach_once)
+{
+    Report report;
+    kvo_hws_CreateThread(reportBack, &report);
+    ASSERT_TRUE(report.done.try_acquire_for(5s));
+    EXPECT_EQ(report.firstDetach, 1);
+    EXPECT_EQ(report.secondDetach, -1);
+}
+
+void handleSignal(int) {}
+
+TEST(Threads, giving_up_execution_takes_20_ms_through_signals)
+{
+    struct sigaction action {};
+    action.sa_handler = handleSignal;
+    struct sigaction before {};
+    sigaction(SIGALRM, &action, &before);
+    const itimerval every3ms{{0, 3000}, {0, 3000}};
+    setitimer(ITIMER_REAL, &every3ms, nullptr);
+
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(kvo_hws_GiveUpThreadExecution(), 0);
+    const auto taken = std::chrono::steady_clock::now() - start;
+
+    const itimerval off{};
+    setitimer(ITIMER_REAL, &off, nullptr);
+    sigaction(SIGALRM, &before, nullptr);
+    EXPECT_GE(taken, 20ms);
+    EXPECT_LT(taken, 2s);
+}
+
+TEST(CriticalSection, keeps_others_out_until_it_is_left)
+{
+    pthread_mutex_t section = PTHREAD_MUTEX_INITIALIZER;
+    EXPECT_EQ(kvo_hws_EnterCriticalSection(&section), 0);
+    EXPECT_EQ(pthread_mutex_trylock(&section), EBUSY);
+    EXPECT_EQ(kvo_hws_LeaveCriticalSection(&section), 0);
+    EXPECT_EQ(pthread_mutex_trylock(&section), 0);
+    EXPECT_EQ(kvo_hws_LeaveCriticalSection(&section), 0);
+}
+
+TEST(CriticalSection, comes_through_initialize_and_delete_as_it_was)
+{
+    pthread_mutex_t section = PTHREAD_MUTEX_INITIALIZER;
+    kvo_hws_EnterCriticalSection(&section);
+    kvo_hws_InitializeCriticalSection(&section);
+    EXPECT_EQ(pthread_mutex_trylock(&section), EBUSY);
+    kvo_hws_DeleteCriticalSection(&section);
+    EXPECT_EQ(pthread_mutex_trylock(&section), EBUSY);
+    kvo_hws_LeaveCriticalSection(&section);
+
+    kvo_hws_InitializeCriticalSection(&section);
+    kvo_hws_DeleteCriticalSection(&section);
+    EXPECT_EQ(pthread_mutex_trylock(&section), 0);
+    pthread_mutex_unlock(&section);
+}
+
+TEST(CriticalSection, passes_the_locks_own_errors_on)
+{
+#ifdef __SANITIZE_THREAD__
+    GTEST_SKIP() << "the thread sanitizer reports each error of a lock itself";
+#endif
+    pthread_mutexattr_t checking;
+    pthread_mutexattr_init(&checking);
+    pthread_mutexattr_settype(&checking, PTHREAD_MUTEX_ERRORCHECK);
+    pthread_mutex_t section;
+    pthread_mutex_init(&section, &checking);
+    EXPECT_EQ(kvo_hws_LeaveCriticalSection(&section), EPERM);
+    EXPECT_EQ(kvo_hws_EnterCriticalSection(&section), 0);
+    EXPECT_EQ(kvo_hws_EnterCriticalSection(&section), EDEADLK);
+    EXPECT_EQ(kvo_hws_LeaveCriticalSection(&section), 0);
+    pthread_mutex_destroy(&section);
+    pthread_mutexattr_destroy(&checking);
+}
+
+}  // namespace

@@ -1,0 +1,57 @@
+#include "support/failing_allocations.h"
+
+#include <cerrno>
+#include <cstddef>
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define KVO_SANITIZED_ALLOCATOR 1
+#else
+#define KVO_SANITIZED_ALLOCATOR 0
+#endif
+
+namespace support {
+
+namespace {
+thread_local bool failing = false;
+}
+
+FailingAllocations::FailingAllocations() { failing = true; }
+FailingAllocations::~FailingAllocations() { failing = false; }
+
+WorkingAllocations::WorkingAllocations() : before_(failing) { failing = false; }
+WorkingAllocations::~WorkingAllocations() { failing = before_; }
+
+const char *FailingAllocations::unavailable()
+{
+    return KVO_SANITIZED_ALLOCATOR != 0 ? "the sanitizer owns the allocator, so that no allocation can be made to fail"
+                                        : nullptr;
+}
+
+}  // namespace support
+
+#if !KVO_SANITIZED_ALLOCATOR
+// In place of the C library's: the dynamic linker binds the library's calls to the program's own definitions.
+extern "C" {
+
+void *__libc_malloc(std::size_t size);
+void *__libc_realloc(void *block, std::size_t size);
+
+void *malloc(std::size_t size)
+{
+    if (support::failing) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    return __libc_malloc(size);
+}
+
+void *realloc(void *block, std::size_t size)
+{
+    if (support::failing) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    return __libc_realloc(block, size);
+}
+}
+#endif

@@ -1,0 +1,116 @@
+#include "support/syslog_capture.h"
+
+#include "support/failing_allocations.h"
+
+#include <kvo_hws/runtime.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <mutex>
+#include <syslog.h>
+
+namespace support {
+
+namespace {
+
+std::mutex lock;
+std::string identity;
+std::vector<LogLine> recorded;
+
+void record(int priority, const char *format, va_list arguments)
+{
+    const WorkingAllocations working;
+    char *text = nullptr;
+    if (vasprintf(&text, format, arguments) < 0) {
+        return;
+    }
+    const std::lock_guard guard(lock);
+    recorded.push_back({identity, priority, text});
+    std::free(text);
+}
+
+}  // namespace
+
+std::ostream &operator<<(std::ostream &out, const LogLine &line)
+{
+    return out << '[' << line.identity << ' ' << line.priority << "] " << line.text;
+}
+
+SyslogCapture::SyslogCapture()
+{
+    const std::lock_guard guard(lock);
+    recorded.clear();
+}
+
+std::vector<LogLine> SyslogCapture::lines() const
+{
+    const std::lock_guard guard(lock);
+    return recorded;
+}
+
+std::vector<std::string> SyslogCapture::texts() const
+{
+    std::vector<std::string> texts;
+    for (const LogLine &line : lines()) {
+        texts.push_back(line.text);
+    }
+    return texts;
+}
+
+MessagesOn::MessagesOn(int level)
+{
+    SetDebugLevel(level);
+    uiDebugMessageSysLogActive = 1;
+}
+
+MessagesOn::~MessagesOn()
+{
+    uiDebugMessageSysLogActive = 0;
+    SetDebugLevel(0);
+}
+
+}  // namespace support
+
+// In place of the C library's: the dynamic linker binds the library's calls to the program's own definitions.
+extern "C" {
+
+void openlog(const char *ident, int option, int facility)
+{
+    const std::lock_guard guard(support::lock);
+    support::identity = ident;
+    // Anything but the plain form shows up in every comparison.
+    if (option != 0 || facility != 0) {
+        support::identity += " with options";
+    }
+}
+
+void closelog()
+{
+    const std::lock_guard guard(support::lock);
+    support::identity.clear();
+}
+
+void vsyslog(int priority, const char *format, va_list arguments) { support::record(priority, format, arguments); }
+
+void syslog(int priority, const char *format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    support::record(priority, format, arguments);
+    va_end(arguments);
+}
+
+// What the two above become in fortified builds.
+void __vsyslog_chk(int priority, int /*flag*/, const char *format, va_list arguments)
+{
+    support::record(priority, format, arguments);
+}
+
+void __syslog_chk(int priority, int /*flag*/, const char *format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    support::record(priority, format, arguments);
+    va_end(arguments);
+}
+}

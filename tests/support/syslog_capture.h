@@ -1,0 +1,42 @@
+// The system log as the test program sees it: the library's syslog calls end here, with identity, priority and text, in order.
+#pragma once
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace support {
+
+struct LogLine {
+    std::string identity;  ///< "" while no log is open
+    int priority;
+    std::string text;
+
+    bool operator==(const LogLine &) const = default;
+};
+
+std::ostream &operator<<(std::ostream &out, const LogLine &line);
+
+/// Forgets what was logged so far, and records from here on.
+class SyslogCapture {
+public:
+    SyslogCapture();
+    SyslogCapture(const SyslogCapture &) = delete;
+    SyslogCapture &operator=(const SyslogCapture &) = delete;
+
+    /// All lines since the capture began.
+    [[nodiscard]] std::vector<LogLine> lines() const;
+    /// Their texts alone.
+    [[nodiscard]] std::vector<std::string> texts() const;
+};
+
+/// Switches the debug message channel on for a scope, without a message of its own and with debug level @p level.
+class MessagesOn {
+public:
+    explicit MessagesOn(int level = 0);
+    MessagesOn(const MessagesOn &) = delete;
+    MessagesOn &operator=(const MessagesOn &) = delete;
+    ~MessagesOn();
+};
+
+}  // namespace support

@@ -1,0 +1,205 @@
+// The service as programs see it: through the library.
+#include "client.h"
+#include "plant_generator.h"
+#include "running_service.h"
+
+#include <kvo_hws/kvo_hws.h>
+
+#include <gmock/gmock.h>
+
+#include <chrono>
+#include <sstream>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using kvosim_test::exchange;
+using kvosim_test::RunningService;
+using testing::ElementsAre;
+
+std::string generated(uint32_t count)
+{
+    std::ostringstream text;
+    kvosim::generatePlant(text, count, 1);
+    return text.str();
+}
+
+TEST(Library, ReadsTheVersion)
+{
+    const RunningService service;
+    char version[32] = {};
+    unsigned size = sizeof version;
+    EXPECT_EQ(KVO_HWS_getKVOHWSVersion(version, &size), 1);
+    EXPECT_STREQ(version, "V09.08");
+}
+
+TEST(Library, SetsAndReadsTheDebugLevel)
+{
+    const RunningService service;
+    for (const int level : {2, 1, 0}) {
+        EXPECT_EQ(KVO_HWS_setDebugLevel(level), 1);
+        EXPECT_EQ(KVO_HWS_getDebugLevel(), level);
+    }
+}
+
+TEST(Library, SwitchesBacklightAndBrightness)
+{
+    RunningService service;
+    EXPECT_EQ(KVO_HWS_setBacklight(0), 1);
+    EXPECT_EQ(KVO_HWS_setBrightness(0x0A000005, 0), 1);
+    EXPECT_EQ(KVO_HWS_setBrightness(0x0A000006, 1), 1);
+    EXPECT_EQ(KVO_HWS_setBrightness(0x0A000004, 1), -1);
+
+    kvosim::Plant &plant = service.stop();
+    EXPECT_EQ(plant.service.backlight, 0U);
+    EXPECT_EQ(plant.findPanel(0x0A000005)->brightness, 0U);
+    EXPECT_EQ(plant.findPanel(0x0A000006)->brightness, 1U);
+}
+
+TEST(Library, TakesAndGivesBackTheRegistryLock)
+{
+    const RunningService service;
+    EXPECT_EQ(KVO_HWS_unlockKVORegData(), -1);
+    EXPECT_EQ(KVO_HWS_lockKVORegData(), 1);
+    EXPECT_EQ(KVO_HWS_lockKVORegData(), 0);
+    EXPECT_EQ(KVO_HWS_unlockKVORegData(), 1);
+    EXPECT_EQ(KVO_HWS_lockKVORegData(), 1);
+}
+
+TEST(Library, WaitsForTheServiceToBeReady)
+{
+    const RunningService service("[service]\ninit_time_ms = 150\n");
+    const auto started = std::chrono::steady_clock::now();
+    EXPECT_EQ(KVO_HWS_isInitComplete(), 0);
+    while (KVO_HWS_isInitComplete() == 0) {
+        ASSERT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(5));
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    EXPECT_EQ(KVO_HWS_isInitComplete(), 1);
+    EXPECT_GE(std::chrono::steady_clock::now() - started, std::chrono::milliseconds(100));
+}
+
+TEST(Library, ReadsTheList)
+{
+    const RunningService service;
+    std::vector<KvoDescription> list(5);
+    uint32_t count = 5;
+    ASSERT_EQ(KVO_HWS_getDescriptionList(list.data(), &count), 1);
+    ASSERT_EQ(count, 3U);
+    EXPECT_EQ(list[0].address, 0x0A000005U);
+    EXPECT_STREQ(list[0].name, "Lathe 1");
+    EXPECT_THAT((std::vector{list[0].attr1, list[0].attr2, list[0].attr3}), ElementsAre(1U, 2U, 3U));
+    EXPECT_STREQ(list[1].name, "Fräse");
+    EXPECT_EQ(list[1].attr1, 0xFFFFFFFFU);
+    EXPECT_EQ(list[2].address, 0xC0A80007U);
+}
+
+TEST(Library, LearnsHowMuchRoomTheListsNeed)
+{
+    const RunningService service;
+    KvoDescription one{};
+    uint32_t count = 1;
+    EXPECT_EQ(KVO_HWS_getDescriptionList(&one, &count), -3);
+    EXPECT_EQ(count, 3U);
+    count = 0;
+    EXPECT_EQ(KVO_HWS_getDescriptionListEx(nullptr, &count), -3);
+    EXPECT_EQ(count, 3U);
+}
+
+TEST(Library, ReadsTheExtendedList)
+{
+    const RunningService service;
+    std::vector<KvoDescriptionEx> list(3);
+    uint32_t count = 3;
+    ASSERT_EQ(KVO_HWS_getDescriptionListEx(list.data(), &count), 1);
+    ASSERT_EQ(count, 3U);
+    EXPECT_THAT((std::vector{list[0].extAttr1, list[0].extAttr2, list[0].extAttr3, list[0].extAttr4, list[0].extAttr5,
+                             list[0].extAttr6, list[0].extAttr7}),
+                ElementsAre(11U, 12U, 13U, 14U, 15U, 16U, 17U));
+    EXPECT_STREQ(list[2].name, "No attributes");
+    EXPECT_EQ(list[2].extAttr7, 0U);
+}
+
+TEST(Library, LooksStationsUp)
+{
+    const RunningService service;
+    KvoDescriptionEx record{};
+    EXPECT_EQ(KVO_HWS_getDescriptionEx(0xC0A80007, nullptr, &record), 1);
+    EXPECT_STREQ(record.name, "No attributes");
+    EXPECT_EQ(KVO_HWS_getDescriptionEx(0, "Lathe 1", &record), 1);
+    EXPECT_EQ(record.address, 0x0A000005U);
+    EXPECT_EQ(record.extAttr7, 17U);
+    EXPECT_EQ(KVO_HWS_getDescriptionEx(0x01020304, nullptr, &record), 0);
+    EXPECT_EQ(KVO_HWS_getDescriptionEx(0, "Lathe 2", &record), 0);
+    EXPECT_EQ(KVO_HWS_getDescriptionEx(0, "", &record), -1);
+}
+
+TEST(Library, ReadsBothRegistryLists)
+{
+    const RunningService service;
+    std::vector<KvoDescription> list(4);
+    uint32_t count = 4;
+    ASSERT_EQ(KVO_HWS_getKVOCurrentListFromRegistry(list.data(), &count, 1), 1);
+    EXPECT_EQ(count, 2U) << "the station without an attr1 is left out by the reader";
+    EXPECT_STREQ(list[1].name, "Fräse");
+    EXPECT_EQ(list[1].attr1, 0xFFFFFFFFU);
+
+    list.assign(4, {});
+    count = 4;
+    ASSERT_EQ(KVO_HWS_getKVOPreviousListFromRegistry(list.data(), &count, 1), 1);
+    EXPECT_EQ(count, 1U);
+    EXPECT_STREQ(list[0].name, "Gone");
+    EXPECT_EQ(KVO_HWS_lockKVORegData(), 1) << "both readers have given the lock back";
+}
+
+TEST(Library, ReadsNoRegistryWhileTheServiceStartsOrTheLockIsHeld)
+{
+    KvoDescription one{};
+    uint32_t count = 1;
+    {
+        const RunningService service("[service]\ninit_time_ms = 60000\n");
+        EXPECT_EQ(KVO_HWS_getKVOCurrentListFromRegistry(&one, &count, 0), 0);
+    }
+    const RunningService service;
+    ASSERT_EQ(KVO_HWS_lockKVORegData(), 1);
+    EXPECT_EQ(KVO_HWS_getKVOCurrentListFromRegistry(&one, &count, 0), -4);
+}
+
+TEST(Library, EndsTheService)
+{
+    RunningService service;
+    EXPECT_EQ(KVO_HWS_killDaemon(), 1);
+    EXPECT_EQ(KVO_HWS_isInitComplete(), -2) << "nobody listens once the answer has been read";
+    service.join();
+    EXPECT_FALSE(std::filesystem::exists(kvosim_test::kCommandSocket));
+}
+
+TEST(Library, ReadsALargeListWithoutAPause)
+{
+    constexpr uint32_t kStations = 10'000;
+    const RunningService service(generated(kStations));
+    std::vector<KvoDescriptionEx> list(kStations);
+    uint32_t count = kStations;
+    const auto started = std::chrono::steady_clock::now();
+    ASSERT_EQ(KVO_HWS_getDescriptionListEx(list.data(), &count), 1);
+    const auto took = std::chrono::steady_clock::now() - started;
+    EXPECT_EQ(count, kStations);
+    EXPECT_TRUE(std::string(list.back().name).starts_with("Line 250 ")) << list.back().name;
+    // 1.3 MB are 1260 KiB: with a pause in every tenth already more than a second.
+    EXPECT_LT(took, std::chrono::seconds(1));
+}
+
+// What the library never sends.
+TEST(Library, ServiceTakesRawLines)
+{
+    const RunningService service;
+    EXPECT_EQ(exchange("getVersion\n"), "V09.08\n");
+    EXPECT_EQ(exchange("getVersion\r\n"), "V09.08\n");
+    EXPECT_EQ(exchange("getVersion\nkillDaemon\n"), "V09.08\n") << "one request a connection";
+    EXPECT_EQ(exchange("\n"), "failed\n");
+    EXPECT_EQ(exchange("\r\n"), "failed\n");
+    EXPECT_EQ(exchange(std::string("get\0Version\n", 12)), "failed\n");
+}
+
+}  // namespace

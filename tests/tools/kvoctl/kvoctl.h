@@ -1,0 +1,36 @@
+// The real program as a process, with what it writes and how it ends.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kvoctl_test {
+
+using Arguments = std::vector<std::string>;
+using Json = nlohmann::ordered_json;
+
+/// What the program runs in.
+struct Surroundings {
+    std::optional<unsigned short> terminal{};  ///< standard output is a terminal of so many columns; 0: it does not say
+    std::vector<std::string> environment{"LC_ALL=C.UTF-8"};  ///< beside the test's own; later ones win
+    const char *outputFile = nullptr;                        ///< standard output is this file
+};
+
+struct Ended {
+    int status;  ///< the exit status, or minus the signal
+    std::string out;
+    std::string err;
+
+    /// The one document on standard output. Throws where that is not exactly one.
+    [[nodiscard]] Json document() const { return Json::parse(out); }
+};
+
+Ended kvoctl(const Arguments &arguments, const Surroundings &surroundings = {});
+
+inline const std::string kNoServiceHint = "The socket: No such file or directory. Is the hardware service running? "
+                                          "For a simulated one: kvosim run -- kvoctl ...\n";
+
+}  // namespace kvoctl_test

@@ -1,0 +1,92 @@
+// Sets the parser up and keeps the action of the subcommand that was chosen.
+#include "command_line.h"
+
+#include <kvo_hws/service.h>
+
+#include <algorithm>
+#include <array>
+#include <iostream>
+
+namespace kvoctl {
+
+namespace {
+
+constexpr const char *kFooter = R"(Examples:
+  kvoctl stations
+  kvoctl --json station 10.0.0.5
+  kvoctl ready --wait 30 && kvoctl backlight on
+  kvosim run -- kvoctl stations
+
+"kvoctl COMMAND --help" tells more. Exit status: 0 done or yes, 1 the service's "no", 2 wrong use, 3 no service,
+4 the service refused or failed, 5 kvoctl itself failed (its output can not be written).
+)";
+
+std::string versionLine()
+{
+    std::array<char, 64> library{};
+    unsigned size = library.size();
+    require(KVO_HWS_getDLLVersion(library.data(), &size));
+    return std::string("kvoctl " KVOCTL_VERSION " (library ") + library.data() + ")";
+}
+
+std::string examplesText(const std::vector<std::string> &examples)
+{
+    std::string text = "Examples:\n";
+    for (const std::string &example : examples) {
+        text += "  kvoctl " + example + "\n";
+    }
+    return text;
+}
+
+}  // namespace
+
+CommandLine::CommandLine() : app_("Asks the hardware service of an operator panel.", "kvoctl")
+{
+    app_.footer(kFooter);
+    app_.require_subcommand(1);
+    app_.fallthrough();  // global options may stand behind the subcommand too
+    app_.set_version_flag("--version", versionLine);
+    app_.add_flag("--json", json_, "Write exactly one JSON document on standard output");
+    app_.add_flag("--debug", debug_, "Write the library's debug messages on standard error");
+}
+
+void CommandLine::add(const std::string &family, const std::string &name, const std::string &summary,
+                      const std::vector<std::string> &examples, const SetUp &setUp)
+{
+    CLI::App &command = *app_.add_subcommand(name, summary);
+    command.group(family);
+    command.footer(examplesText(examples));
+    command.callback([this, action = setUp(command)] { action_ = action; });
+}
+
+void CommandLine::parse(std::vector<std::string> arguments)
+{
+    // A wrong command line is answered as it asks, even where it could not be read up to this option.
+    const auto optionsEnd = std::find(arguments.begin(), arguments.end(), "--");
+    json_ = std::find(arguments.begin(), optionsEnd, "--json") != optionsEnd;
+    std::reverse(arguments.begin(), arguments.end());  // as the parser takes them
+    app_.parse(std::move(arguments));
+}
+
+void CommandLine::help(const CLI::ParseError &request) const
+{
+    if (request.get_exit_code() != static_cast<int>(CLI::ExitCodes::Success)) {
+        const auto unknown = app_.remaining();
+        // The parser would only say that a subcommand is missing.
+        throw UsageError(chosen().empty() && !unknown.empty() ? "\"" + unknown.front() + "\" is no command" : request.what());
+    }
+    app_.exit(request, std::cout, std::cerr);
+    flushOutput();
+}
+
+std::string CommandLine::chosen() const
+{
+    const auto commands = app_.get_subcommands();
+    return commands.empty() ? "" : commands.front()->get_name();
+}
+
+std::string CommandLine::prefix() const { return chosen().empty() ? "kvoctl" : "kvoctl: " + chosen(); }
+
+std::string CommandLine::helpCall() const { return chosen().empty() ? "kvoctl --help" : "kvoctl " + chosen() + " --help"; }
+
+}  // namespace kvoctl

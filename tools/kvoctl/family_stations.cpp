@@ -1,0 +1,175 @@
+// Subcommands about the stations that the service knows.
+#include "arguments.h"
+#include "families.h"
+#include "station_argument.h"
+#include "station_list.h"
+
+#include <array>
+#include <cstring>
+#include <utility>
+
+namespace kvoctl {
+
+namespace {
+
+using Column = Table::Column;
+
+constexpr uint32_t kLockTimeoutSeconds = 5;
+
+// ---- One station as a table row and as a document ----
+
+struct Attribute {
+    const char *key;
+    const char *heading;
+    uint32_t KvoDescriptionEx::*member;
+};
+
+constexpr std::array kExtendedAttributes{
+    Attribute{"ext_attr1", "EXT1", &KvoDescriptionEx::extAttr1}, Attribute{"ext_attr2", "EXT2", &KvoDescriptionEx::extAttr2},
+    Attribute{"ext_attr3", "EXT3", &KvoDescriptionEx::extAttr3}, Attribute{"ext_attr4", "EXT4", &KvoDescriptionEx::extAttr4},
+    Attribute{"ext_attr5", "EXT5", &KvoDescriptionEx::extAttr5}, Attribute{"ext_attr6", "EXT6", &KvoDescriptionEx::extAttr6},
+    Attribute{"ext_attr7", "EXT7", &KvoDescriptionEx::extAttr7},
+};
+
+template <class Record>
+constexpr bool kIsExtended = std::is_same_v<Record, KvoDescriptionEx>;
+
+template <class Record>
+std::string nameOf(const Record &station)
+{
+    return {station.name, strnlen(station.name, sizeof station.name)};
+}
+
+using DottedAddress = std::optional<std::string>;
+
+template <class Record>
+Document document(const Record &station, const DottedAddress &address)
+{
+    Document fields{{"address", address ? Document(*address) : Document(nullptr)},
+                    {"name", nameOf(station)},
+                    {"attr1", station.attr1},
+                    {"attr2", station.attr2},
+                    {"attr3", station.attr3}};
+    if constexpr (kIsExtended<Record>) {
+        for (const Attribute &attribute : kExtendedAttributes) {
+            fields[attribute.key] = station.*attribute.member;
+        }
+    }
+    return fields;
+}
+
+template <class Record>
+Table emptyTable()
+{
+    std::vector<Column> columns{Column::text, Column::elastic, Column::number, Column::number, Column::number};
+    std::vector<std::string> header{"ADDRESS", "NAME", "ATTR1", "ATTR2", "ATTR3"};
+    if constexpr (kIsExtended<Record>) {
+        for (const Attribute &attribute : kExtendedAttributes) {
+            columns.push_back(Column::number);
+            header.emplace_back(attribute.heading);
+        }
+    }
+    return Table(std::move(columns), std::move(header));
+}
+
+template <class Record>
+std::vector<std::string> row(const Record &station, const DottedAddress &address)
+{
+    std::vector<std::string> cells{address.value_or("-"), nameOf(station), std::to_string(station.attr1),
+                                   std::to_string(station.attr2), std::to_string(station.attr3)};
+    if constexpr (kIsExtended<Record>) {
+        for (const Attribute &attribute : kExtendedAttributes) {
+            cells.push_back(std::to_string(station.*attribute.member));
+        }
+    }
+    return cells;
+}
+
+/// @p addressText tells how this list carries addresses.
+template <class Record, class AddressText>
+Report listReport(const std::vector<Record> &stations, AddressText addressText)
+{
+    Document documents = Document::array();
+    Table table = emptyTable<Record>();
+    for (const Record &station : stations) {
+        const DottedAddress address = addressText(station.address);
+        documents.push_back(document(station, address));
+        table.add(row(station, address));
+    }
+    return {.document = {{"stations", std::move(documents)}},
+            .table = std::move(table),
+            .line = std::to_string(stations.size()) + (stations.size() == 1 ? " station" : " stations")};
+}
+
+// ---- kvoctl stations ----
+
+using RegistryRequest = decltype(&KVO_HWS_getKVOCurrentListFromRegistry);
+
+Report registryList(RegistryRequest request, uint32_t lockTimeout)
+{
+    const auto ask = [=](KvoDescription *list, uint32_t *count) { return request(list, count, lockTimeout); };
+    return listReport(fetchList<KvoDescription>(
+                          ask, {{KVO_HWS_NO, "the service is still starting"},
+                                {KVO_HWS_FAILED, "the service refused, or the list is missing in its registry"},
+                                {KVO_HWS_TIMEOUT, "the registry stayed locked for " + std::to_string(lockTimeout) + " s"}}),
+                      dottedFromNetworkOrder);
+}
+
+Action setUpStations(CLI::App &command)
+{
+    auto *extended = addFlag(command, "--extended", "With the seven extended attributes");
+    auto *previous = addFlag(command, "--previous", "The list of the service's previous start, from its registry");
+    auto *current = addFlag(command, "--current", "The list as the service's registry has it now");
+    extended->excludes(previous)->excludes(current);
+    previous->excludes(current);
+    const Seconds timeout = addSeconds(command, "--lock-timeout",
+                                       "Longest wait for the registry's lock, with --previous or --current (default: " +
+                                           std::to_string(kLockTimeoutSeconds) + ")",
+                                       kLockTimeoutSeconds);
+    return [=] {
+        if (previous->count() > 0) {
+            return registryList(KVO_HWS_getKVOPreviousListFromRegistry, *timeout.value);
+        }
+        if (current->count() > 0) {
+            return registryList(KVO_HWS_getKVOCurrentListFromRegistry, *timeout.value);
+        }
+        if (timeout.option->count() > 0) {
+            throw UsageError("--lock-timeout needs --previous or --current");
+        }
+        return extended->count() > 0 ? listReport(fetchList<KvoDescriptionEx>(KVO_HWS_getDescriptionListEx), dotted)
+                                     : listReport(fetchList<KvoDescription>(KVO_HWS_getDescriptionList), dotted);
+    };
+}
+
+// ---- kvoctl station ----
+
+Report stationReport(const KvoDescriptionEx &station)
+{
+    // Nothing is cut: whoever asks for one station wants all of it.
+    Table table({Column::text, Column::text});
+    const std::string address = dotted(station.address);
+    Document fields = document(station, address);
+    for (const auto &[key, value] : fields.items()) {
+        table.add({key, value.is_string() ? value.template get<std::string>() : value.dump()});
+    }
+    return {.document = std::move(fields), .table = std::move(table)};
+}
+
+Action setUpStation(CLI::App &command)
+{
+    const auto station = addStation(command, "IPv4 address (10.0.0.5) or name");
+    return [=] { return stationReport(lookUp(*station)); };
+}
+
+}  // namespace
+
+void addStationCommands(CommandLine &commandLine)
+{
+    Family stations(commandLine, "Stations");
+    stations.add("stations", "List the stations that the service knows",
+                 {"stations", "stations --extended --json", "stations --previous --lock-timeout 10"}, setUpStations);
+    stations.add("station", "Show one station with all its attributes",
+                 {"station 10.0.0.5", "station \"Portal mill\"", "station -- -odd-name"}, setUpStation);
+}
+
+}  // namespace kvoctl

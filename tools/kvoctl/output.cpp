@@ -1,0 +1,81 @@
+// Writes reports to standard output, and knows how wide it is.
+#include "output.h"
+
+#include "display_text.h"
+
+#include <cerrno>
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+namespace kvoctl {
+
+namespace {
+
+constexpr int kIndent = 2;
+
+/// Columns of the terminal behind standard output; no limit where there is none, so that files and pipes get whole names.
+std::size_t outputWidth()
+{
+    if (isatty(STDOUT_FILENO) == 0) {
+        return kUnlimited;
+    }
+    winsize size{};
+    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) {
+        return size.ws_col;
+    }
+    const char *columns = std::getenv("COLUMNS");
+    const std::string_view text = columns == nullptr ? "" : columns;
+    std::size_t width = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), width);
+    return error == std::errc{} && end == text.data() + text.size() && width > 0 ? width : kUnlimited;
+}
+
+void writeDocument(const Document &document)
+{
+    // Names are the plant's bytes: one that is no UTF-8 must not keep the others from being shown.
+    std::cout << document.dump(kIndent, ' ', false, Document::error_handler_t::replace) << '\n';
+    flushOutput();
+}
+
+}  // namespace
+
+void flushOutput()
+{
+    errno = 0;
+    if (!std::cout.flush()) {
+        throw std::runtime_error(std::string("can not write to standard output: ") + std::strerror(errno));
+    }
+}
+
+Report done(int32_t result, std::initializer_list<Meaning> own)
+{
+    require(result, own);
+    return {.document = {{"done", true}}};
+}
+
+void write(const Report &report, bool json)
+{
+    if (json) {
+        writeDocument(report.document);
+        return;
+    }
+    if (report.table) {
+        report.table->write(std::cout, outputWidth());
+    }
+    if (!report.line.empty()) {
+        std::cout << report.line << '\n';
+    }
+    flushOutput();
+}
+
+void writeError(std::optional<int32_t> result, const std::string &meaning)
+{
+    const Document code = result ? Document(*result) : Document(nullptr);
+    writeDocument({{"error", {{"code", code}, {"meaning", meaning}}}});
+}
+
+}  // namespace kvoctl

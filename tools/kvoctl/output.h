@@ -1,0 +1,34 @@
+// What a command has to say, and how it reaches standard output: for people, or as exactly one JSON document.
+#pragma once
+
+#include "result.h"
+#include "table.h"
+
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+
+namespace kvoctl {
+
+/// Keys stay in the order in which they were added.
+using Document = nlohmann::ordered_json;
+
+struct Report {
+    Document document;
+    std::optional<Table> table{};
+    std::string line{};  ///< behind the table; empty: none
+    Exit exit = Exit::done;
+};
+
+/// What a command reports that only had something done, with @p result; throws like require.
+Report done(int32_t result, std::initializer_list<Meaning> own = {});
+
+/// Throws std::runtime_error where standard output does not take it, as all below.
+void write(const Report &report, bool json);
+
+void flushOutput();
+
+/// @p result is null where the library was not asked.
+void writeError(std::optional<int32_t> result, const std::string &meaning);
+
+}  // namespace kvoctl

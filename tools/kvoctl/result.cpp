@@ -1,0 +1,62 @@
+// The general words for the library's results, and which exit status they come to.
+#include "result.h"
+
+#include <kvo_hws/result.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <unistd.h>
+
+namespace kvoctl {
+
+namespace {
+
+/// Where the library looks for the service; it gives programs no other name for it.
+constexpr const char *kCommandSocket = "/tmp/kvo_hws/cmd_sock";
+
+std::string generalWords(int32_t result)
+{
+    switch (result) {
+    case KVO_HWS_NO: return "the service says no";
+    case KVO_HWS_FAILED: return "the service refused or answered something unknown";
+    case KVO_HWS_NO_SERVICE: return std::string("no service answers at ") + kCommandSocket;
+    case KVO_HWS_TOO_SMALL: return "a value is out of range, or an answer is larger than kvoctl takes";
+    case KVO_HWS_TIMEOUT: return "the time is over";
+    default: return "unexpected result";
+    }
+}
+
+}  // namespace
+
+Exit Failure::exit() const noexcept
+{
+    switch (result_) {
+    case KVO_HWS_NO: return Exit::no;
+    case KVO_HWS_NO_SERVICE: return Exit::noService;
+    default: return Exit::failed;
+    }
+}
+
+std::string Failure::hint() const
+{
+    if (result_ != KVO_HWS_NO_SERVICE) {
+        return {};
+    }
+    if (access(kCommandSocket, W_OK) != 0) {
+        return std::string("The socket: ") + std::strerror(errno) + ". Is the hardware service running? " +
+               "For a simulated one: kvosim run -- kvoctl ...";
+    }
+    return "The socket is there, but nobody listens: the service has ended without tidying up, or is too busy to accept.";
+}
+
+void require(int32_t result, std::initializer_list<Meaning> own)
+{
+    if (result == KVO_HWS_OK) {
+        return;
+    }
+    const auto *meaning = std::find_if(own.begin(), own.end(), [result](const Meaning &row) { return row.result == result; });
+    throw Failure(result, meaning == own.end() ? generalWords(result) : meaning->words);
+}
+
+}  // namespace kvoctl

@@ -1,0 +1,98 @@
+// Tells addresses and names apart; names are resolved by the service, never here.
+#include "station_argument.h"
+
+#include "arguments.h"
+#include "result.h"
+
+#include <kvo_hws/requests.h>
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <array>
+#include <charconv>
+
+namespace kvoctl {
+
+namespace {
+
+/// The longest name that a station can have, in bytes; asking for a longer one would find a station by half its name.
+constexpr std::size_t kLongestName = sizeof(KvoDescriptionEx::name) - 1;
+constexpr std::size_t kHexDigits = 8;
+
+std::optional<uint32_t> parseDotted(const std::string &text)
+{
+    in_addr network{};
+    if (inet_pton(AF_INET, text.c_str(), &network) != 1) {
+        return std::nullopt;
+    }
+    return ntohl(network.s_addr);
+}
+
+std::optional<uint32_t> parseHex(const std::string &text)
+{
+    uint32_t address = 0;
+    const char *const end = text.data() + text.size();
+    const auto parsed = std::from_chars(text.data(), end, address, 16);
+    if (text.size() != kHexDigits || parsed.ec != std::errc{} || parsed.ptr != end) {
+        return std::nullopt;
+    }
+    return address;
+}
+
+std::string checkLength(const std::string &text)
+{
+    if (text.empty()) {
+        return "a station's name or address can not be empty";
+    }
+    return text.size() > kLongestName ? "a station's name has at most " + std::to_string(kLongestName) + " bytes" : "";
+}
+
+}  // namespace
+
+std::shared_ptr<std::string> addStation(CLI::App &command, const std::string &forms)
+{
+    auto station = std::make_shared<std::string>();
+    command.add_option("STATION", *station, "The station: " + forms)->required()->check(oneLine())->check({checkLength, ""});
+    return station;
+}
+
+KvoDescriptionEx lookUp(const std::string &station)
+{
+    const std::optional<uint32_t> address = parseDotted(station);
+    if (address == 0U) {
+        // The library takes address 0 for "look it up by name".
+        throw UsageError("no station has the address 0.0.0.0");
+    }
+    KvoDescriptionEx record{};
+    const std::string missing = address ? "no station has the address " + station : "no station is named \"" + station + "\"";
+    require(KVO_HWS_getDescriptionEx(address.value_or(0), station.c_str(), &record), {{KVO_HWS_NO, missing}});
+    return record;
+}
+
+uint32_t stationAddress(const std::string &station)
+{
+    if (const auto address = parseDotted(station)) {
+        return *address;
+    }
+    if (const auto address = parseHex(station)) {
+        return *address;
+    }
+    return lookUp(station).address;
+}
+
+std::string dotted(uint32_t address)
+{
+    const in_addr network{.s_addr = htonl(address)};
+    std::array<char, INET_ADDRSTRLEN> text{};
+    return inet_ntop(AF_INET, &network, text.data(), text.size());
+}
+
+std::optional<std::string> dottedFromNetworkOrder(uint32_t address)
+{
+    if (address == INADDR_NONE) {
+        return std::nullopt;
+    }
+    return dotted(ntohl(address));
+}
+
+}  // namespace kvoctl

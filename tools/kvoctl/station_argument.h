@@ -1,0 +1,29 @@
+// How a station is named on the command line, and what the service knows of it.
+#pragma once
+
+#include <kvo_hws/codecs.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace kvoctl {
+
+/// The argument STATION, as the user wrote it: a text that the service can be asked for.
+std::shared_ptr<std::string> addStation(CLI::App &command, const std::string &forms);
+
+/// The service's record of a station named by dotted address or name; throws Failure where there is none.
+KvoDescriptionEx lookUp(const std::string &station);
+
+/// The address of a station: dotted, as eight hexadecimal digits, or by name, for which the service is asked.
+uint32_t stationAddress(const std::string &station);
+
+/// @p address as a number: 0x0A000005 is "10.0.0.5".
+std::string dotted(uint32_t address);
+
+/// @p address as inet_addr stores it, and as the registry lists carry it; nothing for the "none" of a malformed one.
+std::optional<std::string> dottedFromNetworkOrder(uint32_t address);
+
+}  // namespace kvoctl

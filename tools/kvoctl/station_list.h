@@ -1,0 +1,45 @@
+// The lists of stations, asked for until all of them have come.
+#pragma once
+
+#include "result.h"
+
+#include <kvo_hws/requests.h>
+#include <kvo_hws/result.h>
+
+#include <cstdint>
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+namespace kvoctl {
+
+/// As many fit before the service has told how many there are; most plants are smaller.
+inline constexpr uint32_t kUsualStations = 64;
+/// A service that tells of more is taken to be mistaken rather than given the memory.
+inline constexpr uint32_t kMostStations = 1'000'000;
+/// The list may grow between being told its size and asking again, but not for ever.
+inline constexpr int kAttempts = 8;
+
+/// @p ask is given an array and its in/out count, and returns the library's result.
+template <class Record, class Ask>
+std::vector<Record> fetchList(Ask ask, std::initializer_list<Meaning> own = {})
+{
+    uint32_t capacity = kUsualStations;
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        // Zeroed for each attempt: the registry lists count by what an element held before.
+        std::vector<Record> list(capacity);
+        const int32_t result = ask(list.data(), &capacity);
+        if (result != KVO_HWS_TOO_SMALL) {
+            require(result, own);
+            list.resize(capacity);
+            return list;
+        }
+        if (capacity > kMostStations) {
+            throw Failure(result, "the service tells of " + std::to_string(capacity) + " stations; kvoctl takes at most " +
+                                      std::to_string(kMostStations));
+        }
+    }
+    throw Failure(KVO_HWS_TOO_SMALL, "the list grew each time it was asked for");
+}
+
+}  // namespace kvoctl

@@ -35,11 +35,22 @@ void applyDefaults() noexcept
     }
 }
 
-void applyLine(const std::string &line)
+/// A "#" at the start of the line or behind a blank begins a comment; inside a word it is part of the value.
+std::string_view withoutComment(std::string_view line) noexcept
 {
-    const std::string_view text = trimmed(line);
+    for (auto hash = line.find('#'); hash != std::string_view::npos; hash = line.find('#', hash + 1)) {
+        if (hash == 0 || kBlanks.find(line[hash - 1]) != std::string_view::npos) {
+            return line.substr(0, hash);
+        }
+    }
+    return line;
+}
+
+void applyLine(std::string_view line)
+{
+    const std::string_view text = trimmed(withoutComment(line));
     const auto equals = text.find('=');
-    if (text.empty() || text.front() == '#' || equals == std::string_view::npos) {
+    if (equals == std::string_view::npos) {
         return;
     }
     const std::string_view key = trimmed(text.substr(0, equals));

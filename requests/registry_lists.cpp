@@ -130,13 +130,20 @@ uint32_t parseRegistryText(char *text, KvoDescription *list, uint32_t capacity) 
 
 // ---- The file ----
 
+/// Its size is told in 32 bits, and a terminator comes behind it.
+bool fitsInMemory(off_t size) noexcept
+{
+    return size >= 0 && static_cast<uint64_t>(size) <= std::min<uint64_t>(UINT32_MAX, SIZE_MAX - 1);
+}
+
 /// The whole file, terminated; null when it can not be read.
 HeapText readFile(const char *path) noexcept
 {
+    const kvo_hws::NoCancellation wholeFile;
     // Not blocking: a pipe in the file's place must not hold the caller up.
     const kvo_hws::Descriptor file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat status {};
-    if (!file.valid() || fstat(file.get(), &status) != 0 || status.st_size < 0 || status.st_size >= UINT32_MAX) {
+    if (!file.valid() || fstat(file.get(), &status) != 0 || !fitsInMemory(status.st_size)) {
         return nullptr;
     }
     const auto size = static_cast<std::size_t>(status.st_size);

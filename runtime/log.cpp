@@ -1,6 +1,8 @@
 // The system log: the debug message channel and the priority-gated log.
 #include "runtime/log.h"
 
+#include "runtime/owners.h"
+
 #include <kvo_hws/runtime.h>
 
 #include <atomic>
@@ -22,11 +24,18 @@ bool passes(int priority, int32_t threshold) noexcept
     return priority <= LOG_ERR || debugLevel().load(std::memory_order_relaxed) > threshold;
 }
 
+void write(int priority, const char *format, va_list arguments) noexcept
+{
+    const kvo_hws::NoCancellation wholeMessage;
+    vsyslog(priority, format, arguments);
+}
+
 }  // namespace
 
 int SendDLLDebugMessage(const char *text) noexcept
 {
     if (messagesActive().load(std::memory_order_relaxed) != 0) {
+        const kvo_hws::NoCancellation wholeMessage;
         syslog(LOG_INFO, "%s", text);
     }
     return 1;
@@ -34,23 +43,21 @@ int SendDLLDebugMessage(const char *text) noexcept
 
 void LOG(int priority, const char *format, ...) noexcept
 {
-    if (!passes(priority, 0)) {
-        return;
-    }
     va_list arguments;
     va_start(arguments, format);
-    vsyslog(priority, format, arguments);
+    if (passes(priority, 0)) {
+        write(priority, format, arguments);
+    }
     va_end(arguments);
 }
 
 void DEBUG(int priority, const char *format, ...) noexcept
 {
-    if (!passes(priority, 1)) {
-        return;
-    }
     va_list arguments;
     va_start(arguments, format);
-    vsyslog(priority, format, arguments);
+    if (passes(priority, 1)) {
+        write(priority, format, arguments);
+    }
     va_end(arguments);
 }
 

@@ -14,19 +14,28 @@ locale_t plainLocale() noexcept
     return locale;
 }
 
+/// One to nine decimal digits, which fit in every long. Ends at @p text where something else stands: that goes the long way.
+Number readPlain(const char *text) noexcept
+{
+    constexpr int kMostDigits = 9;
+    unsigned long value = 0;
+    const char *end = text;
+    for (; *end >= '0' && *end <= '9'; ++end) {
+        if (end - text == kMostDigits) {
+            return {0, text};
+        }
+        value = value * 10 + static_cast<unsigned long>(*end - '0');
+    }
+    return {value, end};
+}
+
 }  // namespace
 
 Number readNumber(const char *text, int base) noexcept
 {
     if (base == 10) {
-        // Nine digits fit in every unsigned long; a longer number, and all else, goes the long way.
-        unsigned long value = 0;
-        const char *end = text;
-        for (; *end >= '0' && *end <= '9' && end - text < 10; ++end) {
-            value = value * 10 + static_cast<unsigned long>(*end - '0');
-        }
-        if (end != text && end - text < 10) {
-            return {value, end};
+        if (const Number plain = readPlain(text); plain.end != text) {
+            return plain;
         }
     }
     char *end = nullptr;
@@ -36,6 +45,9 @@ Number readNumber(const char *text, int base) noexcept
 
 SignedNumber readSigned(const char *text) noexcept
 {
+    if (const Number plain = readPlain(text); plain.end != text) {
+        return {static_cast<long>(plain.value), plain.end};
+    }
     char *end = nullptr;
     const long value = strtol_l(text, &end, 10, plainLocale());
     return {value, end};

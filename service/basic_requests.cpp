@@ -90,6 +90,7 @@ int32_t KVO_HWS_getKVOHWSVersion(char *buffer, unsigned *size) noexcept
 
 int32_t KVO_HWS_setBacklight(unsigned mode) noexcept
 {
+    // An unknown mode is told twice, here and below, though nothing is sent: log filters count "can not send request".
     return Request("set backlight")
         .refuse(mode > 1, KVO_HWS_FAILED, {"unknown mode", "can not send request"})
         .send("setBacklight=%u", mode)
@@ -113,7 +114,7 @@ int32_t KVO_HWS_isInitComplete() noexcept
         .send("isInitComplete")
         .on("yes", KVO_HWS_OK)
         .on("no", KVO_HWS_NO)
-        .otherwise(KVO_HWS_FAILED, "error sending request")
+        .otherwise(KVO_HWS_FAILED, "error sending request")  // never "unknown": the two have always been one here
         .result();
 }
 

@@ -20,6 +20,10 @@ struct Outcome {
 
 Outcome exchange(const char *command, DynBuffer *reply) noexcept
 {
+    const kvo_hws::OutgoingLine line(command);
+    if (!line.valid()) {
+        return {KVO_HWS_FAILED, "can not write to socket"};
+    }
     const kvo_hws::Descriptor socket = kvo_hws::openLocalSocket();
     if (!socket.valid()) {
         return {KVO_HWS_FAILED, "error creating socket"};
@@ -29,7 +33,7 @@ Outcome exchange(const char *command, DynBuffer *reply) noexcept
     if (!kvo_hws::connectLocal(socket, kvo_hws::kCommandSocket)) {
         return {KVO_HWS_NO_SERVICE, "can not connect to socket"};
     }
-    if (!kvo_hws::writeLine(socket, command)) {
+    if (!line.write(socket)) {
         return {KVO_HWS_FAILED, "can not write to socket"};
     }
     if (ReadSocketDyn(socket.get(), reply) < 0) {
@@ -45,6 +49,7 @@ int SendCommand2ServiceDyn(const char *command, DynBuffer *reply) noexcept
     if (command == nullptr || *command == '\0') {
         return KVO_HWS_FAILED;
     }
+    const kvo_hws::NoCancellation wholeExchange;
     const auto [code, reason] = exchange(command, reply);
     if (reason != nullptr) {
         kvo_hws::debugMessage("command socket", reason);
@@ -54,8 +59,9 @@ int SendCommand2ServiceDyn(const char *command, DynBuffer *reply) noexcept
 
 int kvo_hws_send_socket(int fd, const void *buffer, unsigned length, int flags) noexcept
 {
+    const kvo_hws::NoCancellation wholeSend;
     const ssize_t sent = send(fd, buffer, length, flags);
-    if (sent == static_cast<ssize_t>(length)) {
+    if (sent >= 0 && static_cast<std::size_t>(sent) == length) {
         return static_cast<int>(length);
     }
     const bool lost = sent < 0 && (errno == ECONNABORTED || errno == ENOTCONN || errno == EPIPE);

@@ -179,6 +179,7 @@ int readIntoHeap(int fd, GrowingText &text) noexcept
             return kSilent;
         }
         if (ready < 0) {
+            // The number stands twice: parsers of this line count its fields.
             LOG(LOG_DEBUG, "ReadSocketDyn: select(%d) returns %d errno:%d (%s) serrno:%d", fd, ready, errno,
                 std::strerror(errno), errno);
             return kWaitFailed;
@@ -237,9 +238,7 @@ int fillCache(int fd, SocketCache &cache, std::chrono::milliseconds timeout) noe
             return kWaitFailed;
         }
         // A full cache asks for 0 bytes, gets 0, and so ends like a closed peer.
-        const std::size_t room = cache.uiFill < kRound ? kRound - cache.uiFill : 0;
-        const Received taken =
-            receive(fd, cache.acData + std::min<std::size_t>(cache.uiFill, kRound), room, 0, "ReadSocketCache:");
+        const Received taken = receive(fd, cache.acData + cache.uiFill, kRound - cache.uiFill, 0, "ReadSocketCache:");
         if (taken.result == kInterrupted) {
             continue;
         }
@@ -273,6 +272,7 @@ bool isPong(const char *line) noexcept { return strnlen(line, 4) == 4 && line + 
 
 int ReadSocket(int fd, char *buffer) noexcept
 {
+    const kvo_hws::NoCancellation wholeLine;
     const int result = readIntoBuffer(fd, buffer);
     if (result != kLine) {
         DEBUG(LOG_INFO, "ReadSocket: return %d (socket %d)", result, fd);
@@ -285,6 +285,7 @@ int ReadSocketDyn(int fd, DynBuffer *reply) noexcept
     if (reply == nullptr) {
         return kFailed;
     }
+    const kvo_hws::NoCancellation wholeLine;
     GrowingText text;
     const int result = readIntoHeap(fd, text);
     if (result != kLine) {
@@ -300,6 +301,7 @@ int ReadSocketDyn(int fd, DynBuffer *reply) noexcept
 
 int ReadSocketCache(int fd, char *line, SocketCache *cache, unsigned timeoutMilliseconds) noexcept
 {
+    const kvo_hws::NoCancellation wholeLine;
     line[0] = '\0';
     if (cache->uiFill != 0 && lineFeedIn(*cache) == nullptr) {
         // A beginning without an end gives an empty line, call after call, until the caller clears the cache.

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <initializer_list>
 #include <string_view>
+#include <type_traits>
 
 namespace kvo_hws {
 
@@ -38,6 +39,13 @@ public:
 
     /// Refuses an argument, with the messages that tell why.
     Request &refuse(bool wrong, int32_t code, std::initializer_list<const char *> reasons) noexcept;
+
+    /// What starts the messages from here on.
+    Request &label(const char *label) noexcept
+    {
+        label_ = label;
+        return *this;
+    }
 
     /// Whatever keeps the request from being sent is this code, instead of the channel's own.
     Request &sendFailureIs(int32_t code) noexcept;
@@ -85,6 +93,17 @@ public:
         return *this;
     }
 
+    /// A reply that is exactly this text and stands for a value.
+    template <class Value>
+    Request &stores(std::string_view text, Value *out, std::type_identity_t<Value> value) noexcept
+    {
+        if (awaitsClaim() && this->text() == text) {
+            *out = value;
+            settle({KVO_HWS_OK});
+        }
+        return *this;
+    }
+
     /// Any reply at all.
     template <class Read>
     Request &whole(Read read) noexcept
@@ -102,6 +121,8 @@ public:
 
     /// A finished message that is logged whenever a reply has come.
     Request &stray(const char *message) noexcept;
+
+    [[nodiscard]] bool settled() const noexcept { return settled_; }
 
     /// The result. A reply that nobody claimed is "failed" or unknown, and -1 either way.
     [[nodiscard]] int32_t result() noexcept;

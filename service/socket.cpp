@@ -1,7 +1,6 @@
 #include "service/socket.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <climits>
 #include <cstddef>
@@ -12,11 +11,18 @@
 #include <sys/time.h>
 #include <sys/un.h>
 
+using namespace std::chrono_literals;
+
 namespace kvo_hws {
 
 namespace {
 
-constexpr std::size_t kUsualLine = 1028;  // every command and event text fits; only a caller's own commands may be longer
+void boundWrites(const Descriptor &socket, std::chrono::microseconds bound) noexcept
+{
+    const timeval time{.tv_sec = static_cast<time_t>(bound.count() / 1'000'000),
+                       .tv_usec = static_cast<suseconds_t>(bound.count() % 1'000'000)};
+    setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &time, sizeof time);
+}
 
 }  // namespace
 
@@ -25,8 +31,7 @@ Descriptor openLocalSocket() noexcept
     Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (socket.valid()) {
         // A blocking connect to a full queue would wait for ever; a non-blocking one on a Unix socket cannot be waited for.
-        const timeval bound{.tv_sec = kPeerTimeout.count(), .tv_usec = 0};
-        setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &bound, sizeof bound);
+        boundWrites(socket, kPeerTimeout);
     }
     return socket;
 }
@@ -40,38 +45,41 @@ bool connectLocal(const Descriptor &socket, std::string_view path) noexcept
     const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + path.size());
     const auto *const name = reinterpret_cast<const sockaddr *>(&address);
 
-    if (connect(socket.get(), name, length) == 0) {
-        return true;
-    }
-    // Signals must not turn a busy service into a missing one, nor a missing answer into an endless wait.
     const auto deadline = std::chrono::steady_clock::now() + kPeerTimeout;
-    while (errno == EINTR && std::chrono::steady_clock::now() < deadline) {
-        if (connect(socket.get(), name, length) == 0) {
-            return true;
+    while (connect(socket.get(), name, length) != 0) {
+        if (errno != EINTR) {
+            return false;
         }
+        // Signals must not turn a busy service into a missing one, nor four seconds into many.
+        const auto left = std::chrono::duration_cast<std::chrono::microseconds>(deadline - std::chrono::steady_clock::now());
+        if (left <= 0us) {
+            errno = EAGAIN;
+            return false;
+        }
+        boundWrites(socket, left);
     }
-    return false;
+    return true;
 }
 
-bool writeLine(const Descriptor &socket, std::string_view text) noexcept
+OutgoingLine::OutgoingLine(std::string_view text) noexcept : length_(text.size() + 1), line_(usual_.data())
 {
-    std::array<char, kUsualLine> usual;
-    HeapText unusual;
-    char *line = usual.data();
-    if (text.size() + 1 > usual.size()) {
-        unusual.reset(static_cast<char *>(std::malloc(text.size() + 1)));
-        line = unusual.get();
+    if (length_ > usual_.size()) {
+        unusual_.reset(static_cast<char *>(std::malloc(length_)));
+        line_ = unusual_.get();
     }
-    if (line == nullptr) {
-        return false;
+    if (line_ != nullptr) {
+        std::memcpy(line_, text.data(), text.size());
+        line_[text.size()] = '\n';
     }
-    std::memcpy(line, text.data(), text.size());
-    line[text.size()] = '\n';
+}
+
+bool OutgoingLine::write(const Descriptor &socket) const noexcept
+{
     ssize_t written = 0;
     do {
-        written = send(socket.get(), line, text.size() + 1, MSG_NOSIGNAL);
+        written = send(socket.get(), line_, length_, MSG_NOSIGNAL);
     } while (written < 0 && errno == EINTR);
-    return written == static_cast<ssize_t>(text.size() + 1);
+    return written >= 0 && static_cast<std::size_t>(written) == length_;
 }
 
 int waitReadable(int fd, std::chrono::milliseconds timeout) noexcept

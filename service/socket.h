@@ -1,6 +1,7 @@
 // Sockets of the local services: addresses, connects and writes that can neither hang nor raise a signal.
 #pragma once
 
+#include <array>
 #include <chrono>
 #include <string_view>
 
@@ -17,11 +18,28 @@ inline constexpr std::chrono::seconds kPeerTimeout{4};
 /// A Unix stream socket whose connect and writes are bounded by kPeerTimeout; invalid, with errno, where there is none.
 Descriptor openLocalSocket() noexcept;
 
-/// One connect, repeated only where a signal interrupted it. False with errno; EAGAIN when the peer's queue stayed full.
+/// One connect, continued where a signal interrupted it. False with errno; EAGAIN when the peer's queue stayed full.
 bool connectLocal(const Descriptor &socket, std::string_view path) noexcept;
 
-/// Writes a text and a line feed with one write. False, with errno, when not all of it went out.
-bool writeLine(const Descriptor &socket, std::string_view text) noexcept;
+/// A text with its line feed, ready to be written before anybody is bothered with a connection.
+class OutgoingLine {
+public:
+    explicit OutgoingLine(std::string_view text) noexcept;
+
+    /// False when there was no memory for a text of unusual length.
+    [[nodiscard]] bool valid() const noexcept { return line_ != nullptr; }
+
+    /// Writes it with one write. False, with errno, when not all of it went out.
+    [[nodiscard]] bool write(const Descriptor &socket) const noexcept;
+
+private:
+    static constexpr std::size_t kUsual = 1028;  // every command and event text fits; only a caller's own may be longer
+
+    std::size_t length_;
+    std::array<char, kUsual> usual_;
+    HeapText unusual_;
+    char *line_;
+};
 
 /// Waits until @p fd can be read. 1 readable, 0 time-out, -1 failed with errno. An interrupted wait starts anew.
 int waitReadable(int fd, std::chrono::milliseconds timeout) noexcept;

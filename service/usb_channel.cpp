@@ -50,6 +50,7 @@ bool connectToServer(const kvo_hws::Descriptor &socket, bool suicide, const char
         }
         delivery.error = errno;
         delivery.reason = suicide ? noServer : "connect error (--> DLL)";
+        // Stays for what may fail later in this delivery: log filters know a "suicide" that met a server just starting so.
         delivery.priority = suicide ? LOG_INFO : LOG_ERR;
         kvo_hws::pause(kConnectPause);
         if (delivery.error == EAGAIN) {
@@ -72,6 +73,8 @@ Delivery deliver(std::string_view message, const char *noServer, ReplyBuffer &re
     if (message.size() > kLongestMessage) {
         return failed(kBufferSizeError, "buffer size error (--> DLL)", 0);
     }
+    const kvo_hws::NoCancellation wholeDelivery;
+    const kvo_hws::OutgoingLine line(message);
     const kvo_hws::Descriptor socket = kvo_hws::openLocalSocket();
     if (!socket.valid()) {
         return failed(kSocketError, "socket error (--> DLL)", errno);
@@ -83,7 +86,7 @@ Delivery deliver(std::string_view message, const char *noServer, ReplyBuffer &re
         return delivery;
     }
     errno = 0;
-    if (!kvo_hws::writeLine(socket, message)) {
+    if (!line.write(socket)) {
         return failed(kWriteError, "write error (--> DLL)", errno);
     }
     // Written is delivered: a lost answer fails nothing.
@@ -170,7 +173,7 @@ int SendCommand2DLL(char *command, int synchronous) noexcept
     if (kvo_hws_CreateThread(ThreadSendCommand2DLL, command) != 1) {
         std::free(command);
     }
-    return 1;
+    return 1;  // also without a thread: nobody waits for what comes of it
 }
 
 void *ThreadSendCommand2DLL(void *command) noexcept
@@ -186,7 +189,7 @@ int KillUsbServer() noexcept
     constexpr std::size_t kSize = kSuicide.size() + 1;
     auto *const message = static_cast<char *>(std::malloc(kSize));
     if (message == nullptr) {
-        SendDLLDebugMessage("kill servernot enough memory");
+        SendDLLDebugMessage("kill servernot enough memory");  // without the blank: it is searched for as it is
         return -2;
     }
     std::memcpy(message, kSuicide.data(), kSize);

@@ -10,6 +10,8 @@
  *  Numbers are 8 upper-case hexadecimal digits; the name is raw bytes whose end its length tells, so it may hold spaces. An
  *  empty list is "00000000 ". What the attributes mean is the daemon's business; they are carried through unchanged.
  *
+ *  A writer's size is at most INT_MAX; what needs more is told as INT_MAX.
+ *
  *  All functions here are pure: no lock, no allocation, no log. They may be called from any thread.
  */
 #ifndef KVO_HWS_CODECS_H
@@ -23,7 +25,7 @@ KVO_HWS_BEGIN_DECLS
 
 /** A station, as a program sees it. */
 typedef struct KvoDescription {
-    uint32_t address; /**< IPv4 address as a number: 0x0A000005 is 10.0.0.5 */
+    uint32_t address; /**< IPv4 address as a number, 0x0A000005 for 10.0.0.5; a registry list has it as inet_addr stores it */
     char name[260];
     uint32_t attr1, attr2, attr3;
 } KvoDescription;

@@ -75,8 +75,8 @@ extern KVO_HWS_API HwsKeyword *keywords;
  *  theirs; the last one that sets a member wins.
  *  @param block  block[0] is the file's name; the other three words are the reader's own
  *  @return 0; not 0 when the file could not be read (the defaults are applied all the same) or there is no table
- *  Stand-in: "key = value" lines, "#" starts a comment line, blanks around key and value do not count, unknown keys are
- *  passed over.
+ *  Stand-in: "key = value" lines; "#" at a line's start or behind a blank begins a comment; blanks around key and value do
+ *  not count, unknown keys are passed over.
  */
 KVO_HWS_API int read_conf(void *block[4]) KVO_HWS_NOEXCEPT;
 

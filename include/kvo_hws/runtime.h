@@ -2,10 +2,9 @@
  *  Runtime support: the system log with its two channels, and the thread and lock wrappers.
  *
  *  Everything the library reports goes to syslog, nowhere else. There are two independent channels: the debug messages of
- *  the request functions (SendDLLDebugMessage, off until KVO_HWS_activateDebugDLL switches it on), and the log of the socket
- *  layer (LOG and DEBUG, gated by priority and debug level; at level 0 only priorities 0 to 3 pass).
- *  The library opens no log at load: until InitLogMessages or KVO_HWS_activateDebugDLL runs, the program's own identity is
- * used.
+ *  the request functions (SendDLLDebugMessage, off until KVO_HWS_activateDebugDLL switches it on), and the log of the
+ *  socket layer (LOG and DEBUG, gated by priority and debug level; at level 0 only priorities 0 to 3 pass). The library
+ *  opens no log at load: until InitLogMessages or KVO_HWS_activateDebugDLL runs, the program's own identity is used.
  */
 #ifndef KVO_HWS_RUNTIME_H
 #define KVO_HWS_RUNTIME_H

@@ -25,7 +25,7 @@ run(${CMAKE_COMMAND} -S ${EXAMPLES} -B ${WORK}/examples -DCMAKE_PREFIX_PATH=${pr
 run(${CMAKE_COMMAND} --build ${WORK}/examples)
 
 set(ENV{PKG_CONFIG_PATH} ${prefix}/${LIBDIR}/pkgconfig)
-run(sh -c "cc ${EXAMPLES}/stations.c -o ${WORK}/with_pkg_config $(pkg-config --cflags --libs kvo_hws) -Wl,-rpath-link,${prefix}/${LIBDIR}")
+run(sh -c "cc ${EXAMPLES}/stations.c -o ${WORK}/with_pkg_config $(pkg-config --cflags --libs kvo_hws)")
 
 set(ENV{LD_LIBRARY_PATH} ${prefix}/${LIBDIR})
 foreach(program ${WORK}/examples/stations_c ${WORK}/examples/stations_cpp ${WORK}/with_pkg_config)

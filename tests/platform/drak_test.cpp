@@ -79,10 +79,20 @@ TEST_F(Configuration, defaults_apply_without_a_file_too)
 
 TEST_F(Configuration, reads_keys_values_blanks_and_comments)
 {
-    EXPECT_EQ(read("# a comment\n\n  port =  5852  \r\n\tname = press line 4\ninterface=lo\nunknown = 1\nno equals sign\n"), 0);
+    EXPECT_EQ(
+        read(
+            "# a comment\n\n  port =  5852  \r\n#port = 1\n\tname = press line 4\ninterface=lo\nunknown = 1\nno equals sign\n"),
+        0);
     EXPECT_EQ(settings_.port, 5852);
     EXPECT_STREQ(settings_.name, "press line 4");
     EXPECT_STREQ(settings_.interface, "lo");
+}
+
+TEST_F(Configuration, a_comment_may_follow_a_value_behind_a_blank)
+{
+    EXPECT_EQ(read("port = 5852 # the second session\nname = line#4\t# comment\n"), 0);
+    EXPECT_EQ(settings_.port, 5852);
+    EXPECT_STREQ(settings_.name, "line#4");
 }
 
 TEST_F(Configuration, the_last_line_that_sets_a_member_wins)

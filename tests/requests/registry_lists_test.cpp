@@ -319,13 +319,53 @@ TEST_F(RegistryLists, the_lock_is_tried_every_10_ms_until_it_is_free)
                                       "lockKVORegData\n", "lockKVORegData\n", "unlockKVORegData\n"));
 }
 
+TEST_F(RegistryLists, a_timeout_of_0_gives_up_after_one_attempt_and_10_ms)
+{
+    const ScriptedService service({support::replies("yes"), support::replies(directory_), support::replies("busy")});
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(readFrom(service, KVO_HWS_getKVOCurrentListFromRegistry, 1, 0), -4);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 10ms);
+    EXPECT_EQ(requests.size(), 3U);
+}
+
+TEST_F(RegistryLists, a_timeout_of_many_seconds_is_no_short_one)
+{
+    // 4294968 s are more milliseconds than 32 bits hold.
+    writeCurrent("\"st1\" 10.0.0.5 1x2:3\n");
+    std::vector<support::Script> scripts = {support::replies("yes"), support::replies(directory_)};
+    scripts.insert(scripts.end(), 80, support::replies("busy"));
+    scripts.insert(scripts.end(), 2, support::replies("ok"));
+    const ScriptedService service(scripts);
+    EXPECT_EQ(readFrom(service, KVO_HWS_getKVOCurrentListFromRegistry, 1, 4'294'968), 1);
+}
+
+TEST_F(RegistryLists, lines_behind_a_nul_byte_are_not_counted)
+{
+    writeCurrent(std::string("\"a\" 10.0.0.1 1x2:3\n\0\n\n\n", 23));
+    EXPECT_EQ(readCurrent(1), 1);
+    EXPECT_EQ(count, 1U);
+}
+
+TEST_F(RegistryLists, a_file_beyond_32_bits_is_refused)
+{
+    writeCurrent("");
+    const std::string path = directory_ + "kvo_hws/currkvos.reg";
+    std::error_code error;
+    fs::resize_file(path, uint64_t{1} << 32, error);  // a hole: it takes no room
+    if (error) {
+        GTEST_SKIP() << "the file system holds no file of 4 GiB: " << error.message();
+    }
+    EXPECT_EQ(readCurrent(1), -1);
+    EXPECT_EQ(requests, kAllRequests);
+}
+
 TEST_F(RegistryLists, the_lock_is_given_up_after_the_timeout_and_not_unlocked)
 {
     const ScriptedService service({support::replies("yes"), support::replies(directory_), support::replies("busy")});
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(readFrom(service, KVO_HWS_getKVOCurrentListFromRegistry, 1, 1), -4);
     const auto taken = std::chrono::steady_clock::now() - start;
-    EXPECT_GE(taken, 1s);
+    EXPECT_GE(taken, 990ms) << "the clock counts whole milliseconds";
     EXPECT_LT(taken, 4s);
     EXPECT_GT(requests.size(), 10U);
     EXPECT_EQ(requests.back(), "lockKVORegData\n");

@@ -1,13 +1,14 @@
 // The thread and lock wrappers.
 #include <kvo_hws/runtime.h>
 
+#include "support/system_calls.h"
+
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <gtest/gtest.h>
 #include <semaphore>
-#include <sys/resource.h>
 #include <sys/time.h>
 #include <thread>
 
@@ -54,6 +55,17 @@ TEST(Threads, tell_their_id_where_it_is_wanted)
     Report other;
     EXPECT_EQ(kvo_hws_CreateThreadIdent(reportBack, &other, nullptr), 1);
     ASSERT_TRUE(other.done.try_acquire_for(5s));
+}
+
+TEST(Threads, that_can_not_be_started_are_minus_1_and_leave_the_id_alone)
+{
+    const support::WithSystemCalls calls({.pthreadCreate = [] { return EAGAIN; }});
+    Report report;
+    pthread_t id = pthread_self();
+    EXPECT_EQ(kvo_hws_CreateThread(reportBack, &report), -1);
+    EXPECT_EQ(kvo_hws_CreateThreadIdent(reportBack, &report, &id), -1);
+    EXPECT_TRUE(pthread_equal(id, pthread_self()));
+    EXPECT_FALSE(report.done.try_acquire_for(50ms));
 }
 
 TEST(Threads, detach_once)

@@ -7,9 +7,12 @@
 #include "support/own_thread.h"
 #include "support/scripted_service.h"
 #include "support/syslog_capture.h"
+#include "support/system_calls.h"
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -18,8 +21,10 @@
 #include <gmock/gmock.h>
 #include <string>
 #include <sys/resource.h>
+#include <sys/time.h>
 #include <syslog.h>
 #include <thread>
+#include <vector>
 
 using namespace std::chrono_literals;
 
@@ -215,6 +220,97 @@ TEST_F(UsbChannel, no_server_is_an_error_but_for_suicide)
                              " 'can not connect to running DLL (command 'suicide') - probably no other server running'"));
 }
 
+TEST_F(UsbChannel, the_priority_of_a_failed_suicide_connect_stays_for_a_later_write_error)
+{
+    const ScriptedService server({support::replies("ok")}, kUsbSocket);
+    const auto sendOnce = [](const std::string &command) {
+        const support::WithSystemCalls calls({.connect =
+                                                  [count = 0](int, const sockaddr *, socklen_t) mutable {
+                                                      errno = ECONNREFUSED;
+                                                      return count++ == 0 ? -1 : support::kPass;
+                                                  },
+                                              .send =
+                                                  [](int, const void *, std::size_t, int) {
+                                                      errno = EPIPE;
+                                                      return ssize_t{-1};
+                                                  }});
+        return sendCommand(command);
+    };
+    for (const auto &[command, priority] : {std::pair{"suicide", LOG_INFO}, std::pair{"other", LOG_ERR}}) {
+        const SyslogCapture capture;
+        const Timed sent = sendOnce(command);
+        EXPECT_EQ(sent.result, 4);
+        EXPECT_EQ(capture.lines().back(), (LogLine{"", priority,
+                                                   "FuncSendCommand2DLL: write error (--> DLL) [thread 0x" + hex(sent.thread) +
+                                                       "] thRet=4 errno=32 (Broken pipe)"}));
+    }
+}
+
+TEST_F(UsbChannel, a_short_write_is_a_write_error_without_an_error_number)
+{
+    const ScriptedService server({support::replies("ok")}, kUsbSocket);
+    const support::WithSystemCalls calls({.send = [](int, const void *, std::size_t, int) { return ssize_t{3}; }});
+    const SyslogCapture capture;
+    const Timed sent = sendUsbMessage("state");
+    EXPECT_EQ(sent.result, 4);
+    EXPECT_EQ(
+        capture.lines().back(),
+        (LogLine{"", LOG_ERR, "SendUsbMsg2DLL: [" + hex(sent.thread) + "] thRet=4 errno=0 (Success) 'write error (--> DLL)'"}));
+}
+
+TEST_F(UsbChannel, connects_by_family_and_path_alone_and_writes_once)
+{
+    const ScriptedService server({support::closesAfterRequest()}, kUsbSocket);
+    std::vector<socklen_t> lengths;
+    std::vector<std::string> writes;
+    const support::WithSystemCalls calls({.connect =
+                                              [&](int, const sockaddr *, socklen_t length) {
+                                                  lengths.push_back(length);
+                                                  return support::kPass;
+                                              },
+                                          .send =
+                                              [&](int, const void *bytes, std::size_t length, int) {
+                                                  writes.emplace_back(static_cast<const char *>(bytes), length);
+                                                  return ssize_t{support::kPass};
+                                              }});
+    EXPECT_EQ(sendCommand("suicide").result, 1);
+    EXPECT_THAT(lengths, ElementsAre(23U)) << "2 bytes of family and 21 of path, without a terminator";
+    EXPECT_THAT(writes, ElementsAre("suicide\n"));
+}
+
+TEST_F(UsbChannel, no_socket_and_no_fitting_buffer_need_no_turn)
+{
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const rlimit none{0, limit.rlim_max};
+    kvo_hws_EnterCriticalSection(&sGCriticalSectionCmdPipe2DLL);
+    EXPECT_EQ(sendCommand(std::string(1023, 'c')).result, 5);
+    setrlimit(RLIMIT_NOFILE, &none);
+    EXPECT_EQ(sendCommand("suicide").result, 2);
+    setrlimit(RLIMIT_NOFILE, &limit);
+    kvo_hws_LeaveCriticalSection(&sGCriticalSectionCmdPipe2DLL);
+}
+
+TEST_F(UsbChannel, signals_do_not_multiply_the_wait_for_a_full_queue)
+{
+    struct sigaction action {};
+    action.sa_handler = [](int) {};
+    struct sigaction before {};
+    sigaction(SIGALRM, &action, &before);
+    const support::FullQueue server(kUsbSocket);
+    // The timer's signals go to whichever thread takes them; this one does not.
+    const Timed sent = timed([] {
+        const itimerval every900ms{{0, 900'000}, {0, 900'000}};
+        setitimer(ITIMER_REAL, &every900ms, nullptr);
+        return FuncSendCommand2DLL(strdup("suicide"));
+    });
+    const itimerval off{};
+    setitimer(ITIMER_REAL, &off, nullptr);
+    sigaction(SIGALRM, &before, nullptr);
+    EXPECT_EQ(sent.result, 3);
+    EXPECT_THAT(sent.taken, AllOf(Ge(3900ms), Lt(6s)));
+}
+
 TEST_F(UsbChannel, a_server_that_comes_up_meanwhile_is_reached)
 {
     std::unique_ptr<ScriptedService> server;
@@ -294,6 +390,15 @@ TEST_F(UsbChannel, asynchronous_sending_always_counts_as_done)
         std::this_thread::sleep_for(10ms);
     }
     EXPECT_THAT(server.requests(), ElementsAre("suicide\n"));
+}
+
+TEST_F(UsbChannel, asynchronous_sending_counts_as_done_even_without_a_thread)
+{
+    const ScriptedService server({support::replies("ok")}, kUsbSocket);
+    const support::WithSystemCalls calls({.pthreadCreate = [] { return EAGAIN; }});
+    EXPECT_EQ(SendCommand2DLL(strdup("suicide"), 0), 1);  // and the text is freed, as the address sanitizer would tell
+    std::this_thread::sleep_for(100ms);
+    EXPECT_THAT(server.requests(), IsEmpty());
 }
 
 TEST_F(UsbChannel, synchronous_sending_passes_the_result_on)

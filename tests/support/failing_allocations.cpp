@@ -13,9 +13,20 @@ namespace support {
 
 namespace {
 thread_local bool failing = false;
-}
+thread_local int stillGranted = 0;
 
-FailingAllocations::FailingAllocations() { failing = true; }
+#if !KVO_SANITIZED_ALLOCATOR
+/// Whether the allocation that is asked for now fails.
+bool fails() noexcept { return failing && stillGranted-- <= 0; }
+#endif
+
+}  // namespace
+
+FailingAllocations::FailingAllocations(int granted)
+{
+    stillGranted = granted;
+    failing = true;
+}
 FailingAllocations::~FailingAllocations() { failing = false; }
 
 WorkingAllocations::WorkingAllocations() : before_(failing) { failing = false; }
@@ -38,7 +49,7 @@ void *__libc_realloc(void *block, std::size_t size);
 
 void *malloc(std::size_t size)
 {
-    if (support::failing) {
+    if (support::fails()) {
         errno = ENOMEM;
         return nullptr;
     }
@@ -47,7 +58,7 @@ void *malloc(std::size_t size)
 
 void *realloc(void *block, std::size_t size)
 {
-    if (support::failing) {
+    if (support::fails()) {
         errno = ENOMEM;
         return nullptr;
     }

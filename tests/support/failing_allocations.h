@@ -3,10 +3,10 @@
 
 namespace support {
 
-/// Makes every malloc and realloc of the calling thread fail for a scope.
+/// Makes every malloc and realloc of the calling thread fail for a scope, but for the first @p granted.
 class FailingAllocations {
 public:
-    FailingAllocations();
+    explicit FailingAllocations(int granted = 0);
     FailingAllocations(const FailingAllocations &) = delete;
     FailingAllocations &operator=(const FailingAllocations &) = delete;
     ~FailingAllocations();

@@ -21,6 +21,7 @@ struct RequestCase {
     std::vector<std::string> replies;   ///< its answers, without line feeds; none: no service is there
     int32_t result;
     std::vector<std::string> messages{};
+    bool peerCloses = false;  ///< the service hears the request and closes
 };
 
 inline std::ostream &operator<<(std::ostream &out, const RequestCase &row) { return out << row.name; }
@@ -33,6 +34,9 @@ inline void check(const RequestCase &row)
     std::vector<Script> scripts;
     for (const std::string &reply : row.replies) {
         scripts.push_back(support::replies(reply));
+    }
+    if (row.peerCloses) {
+        scripts.push_back(support::closesAfterRequest());
     }
     const MessagesOn messages;
     std::vector<std::string> commands;

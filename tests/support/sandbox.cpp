@@ -1,30 +1,68 @@
-// Runs one test program with a /tmp/kvo_hws of its own; where the kernel does not allow that, alone on the machine.
+// Runs one test program with a /tmp/kvo_hws of its own and, with --network, a network of its own that has nothing but the
+// loopback; where the kernel does not allow that, alone on the machine.
 #include "private_namespace.h"
 
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <fcntl.h>
+#include <net/if.h>
+#include <sched.h>
+#include <string_view>
 #include <sys/file.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
 #include <unistd.h>
+
+namespace {
+
+bool enterPrivateNetwork()
+{
+    if (unshare(CLONE_NEWNET) != 0) {
+        return false;
+    }
+    const int socket = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    ifreq loopback{};
+    std::strcpy(loopback.ifr_name, "lo");
+    loopback.ifr_flags = IFF_UP;
+    const bool up = ioctl(socket, SIOCSIFFLAGS, &loopback) == 0;
+    close(socket);
+    return up;
+}
+
+/// Waits until no other test has the machine's sockets; held until the program that is run ends.
+bool waitForTurn()
+{
+    const int turn = open("/tmp/kvo_hws_tests.lock", O_RDWR | O_CREAT, 0666);
+    return turn >= 0 && flock(turn, LOCK_EX) == 0;
+}
+
+}  // namespace
 
 int main(int argc, char **argv)
 {
-    if (argc < 2) {
-        std::fputs("usage: sandbox PROGRAM [ARGUMENT...]\n", stderr);
+    const bool network = argc > 1 && std::string_view(argv[1]) == "--network";
+    char **const command = argv + (network ? 2 : 1);
+    if (argc < (network ? 3 : 2)) {
+        std::fputs("usage: sandbox [--network] PROGRAM [ARGUMENT...]\n", stderr);
         return 2;
     }
+    bool alone = false;
     try {
         kvosim::enterPrivateNamespace();
     } catch (const std::exception &error) {
         std::fprintf(stderr, "sandbox: no private namespace (%s); waiting for the machine's sockets instead\n", error.what());
-        // Inherited by the program and so held until it ends.
-        const int turn = open("/tmp/kvo_hws_tests.lock", O_RDWR | O_CREAT, 0666);
-        if (turn < 0 || flock(turn, LOCK_EX) != 0) {
-            std::perror("sandbox: /tmp/kvo_hws_tests.lock");
-            return 1;
-        }
+        alone = true;
     }
-    execv(argv[1], argv + 1);
-    std::perror(argv[1]);
+    if (network && !alone && !enterPrivateNetwork()) {
+        std::perror("sandbox: no private network; waiting for the machine's ports instead");
+        alone = true;
+    }
+    if (alone && !waitForTurn()) {
+        std::perror("sandbox: /tmp/kvo_hws_tests.lock");
+        return 1;
+    }
+    execv(command[0], command);
+    std::perror(command[0]);
     return 1;
 }

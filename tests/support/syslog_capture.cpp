@@ -16,6 +16,7 @@ namespace {
 std::mutex lock;
 std::string identity;
 std::vector<LogLine> recorded;
+std::function<void()> whenRecorded;
 
 void record(int priority, const char *format, va_list arguments)
 {
@@ -27,6 +28,9 @@ void record(int priority, const char *format, va_list arguments)
     const std::lock_guard guard(lock);
     recorded.push_back({identity, priority, text});
     std::free(text);
+    if (whenRecorded) {
+        whenRecorded();
+    }
 }
 
 }  // namespace
@@ -36,10 +40,17 @@ std::ostream &operator<<(std::ostream &out, const LogLine &line)
     return out << '[' << line.identity << ' ' << line.priority << "] " << line.text;
 }
 
-SyslogCapture::SyslogCapture()
+SyslogCapture::SyslogCapture(std::function<void()> onLine)
 {
     const std::lock_guard guard(lock);
     recorded.clear();
+    whenRecorded = std::move(onLine);
+}
+
+SyslogCapture::~SyslogCapture()
+{
+    const std::lock_guard guard(lock);
+    whenRecorded = {};
 }
 
 std::vector<LogLine> SyslogCapture::lines() const

@@ -1,6 +1,7 @@
 // The system log as the test program sees it: the library's syslog calls end here, with identity, priority and text, in order.
 #pragma once
 
+#include <functional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -20,7 +21,9 @@ std::ostream &operator<<(std::ostream &out, const LogLine &line);
 /// Forgets what was logged so far, and records from here on.
 class SyslogCapture {
 public:
-    SyslogCapture();
+    /// @param onLine  called with every line, on the thread that logs
+    explicit SyslogCapture(std::function<void()> onLine = {});
+    ~SyslogCapture();
     SyslogCapture(const SyslogCapture &) = delete;
     SyslogCapture &operator=(const SyslogCapture &) = delete;
 

@@ -7,7 +7,7 @@
 #include "support/service_process.h"
 #include "support/system_calls.h"
 
-#include <kvo_hws/service.h>
+#include <kvo_hws/kvo_hws.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -47,6 +47,48 @@ void compare(int threads, double goal)
     printRow("SendCommand2ServiceDyn" + suffix, timings.at("command"), "by hand", timings.at("by hand"), goal);
 }
 
+// ---- The cheapest request, a plain "ok", and the dearest, six numbers out of a list of keys ----
+
+constexpr uint32_t kStation = 0x0A000005;
+constexpr const char *kCheapest = "reboot=0A000005";
+constexpr const char *kDearest = "showInputDevice=0A000005";
+constexpr const char *kDevices = "kbd=1 mouse=2 touch=1 multitouch=1 maxcontacts=10 vkbd=0";
+
+void cheapest() { expect(KVO_HWS_rebootKVO(kStation) == 1, "rebootKVO failed"); }
+
+void dearest()
+{
+    uint32_t mask = 0;
+    uint32_t numbers[6];
+    expect(KVO_HWS_showInputDeviceV3(kStation, &mask, &numbers[0], &numbers[1], &numbers[2], &numbers[3], &numbers[4],
+                                     &numbers[5]) == 1 &&
+               mask == 0x3F,
+           "showInputDeviceV3 failed");
+}
+
+/// The same exchange by hand, its reply compared and not read any further.
+template <const char *const &kCommand, const char *const &kReply>
+void byHand()
+{
+    static const std::string line = std::string(kCommand) + "\n";
+    char reply[by_hand::kRound];
+    expect(by_hand::exchange(line.c_str(), reply) && std::strcmp(reply, kReply) == 0, "exchange by hand failed");
+}
+
+constexpr const char *kOk = "ok";
+
+void compareRequests()
+{
+    const auto timings = Contest(kRepetitions, 1)
+                             .contender("cheapest", cheapest)
+                             .contender("cheapest by hand", byHand<kCheapest, kOk>)
+                             .contender("dearest", dearest)
+                             .contender("dearest by hand", byHand<kDearest, kDevices>)
+                             .run();
+    printRow("cheapest: KVO_HWS_rebootKVO", timings.at("cheapest"), "by hand", timings.at("cheapest by hand"), 1.05);
+    printRow("dearest: KVO_HWS_showInputDeviceV3", timings.at("dearest"), "by hand", timings.at("dearest by hand"), 1.05);
+}
+
 void countSystemCalls()
 {
     const auto calls = systemCallsOf(request);
@@ -61,10 +103,11 @@ void countSystemCalls()
 
 void measureExchange()
 {
-    const ServiceProcess service(ServiceProcess::Replies{{"isInitComplete", "yes"}});
+    const ServiceProcess service(ServiceProcess::Replies{{"isInitComplete", "yes"}, {kCheapest, kOk}, {kDearest, kDevices}});
     printHeading("One exchange");
     compare(1, 1.03);
     compare(4, 1.05);
+    compareRequests();
     countSystemCalls();
 }
 

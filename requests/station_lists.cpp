@@ -2,34 +2,24 @@
 #include <kvo_hws/codecs.h>
 #include <kvo_hws/requests.h>
 
+#include "requests/list_replies.h"
 #include "runtime/numbers.h"
 #include "service/request.h"
-
-#include <cstddef>
-#include <cstring>
 
 namespace {
 
 using kvo_hws::Answer;
+using kvo_hws::clearList;
 using kvo_hws::Request;
+using kvo_hws::takeList;
 
-constexpr uint32_t kNoCount = 0xFFFFFFFF;
-constexpr const char *kNoText = "can not allocate memory";
 constexpr const char *kCountExchange = " (count)";
-
-template <class Record>
-void clear(Record *list, uint32_t capacity) noexcept
-{
-    if (capacity != 0) {
-        std::memset(list, 0, std::size_t{capacity} * sizeof(Record));
-    }
-}
 
 /// Takes the reply to a count request: a plain decimal number that the caller's array must hold. Without an array every number
 /// is too large, which is how callers ask for it.
 int32_t takeCount(Request &request, uint32_t *capacity, bool haveArray) noexcept
 {
-    return request.onNoText(kNoText)
+    return request.onNoText(kvo_hws::kNoText)
         .onFailed()
         .whole([=](const char *reply) -> Answer {
             const auto [count, end] = kvo_hws::readNumber(reply, 10);
@@ -45,37 +35,13 @@ int32_t takeCount(Request &request, uint32_t *capacity, bool haveArray) noexcept
         .result();
 }
 
-/// Takes a description list into the caller's array, unless it has grown beyond it since it was counted.
-template <class Take>
-int32_t takeList(Request &request, uint32_t *capacity, Take take) noexcept
-{
-    return request.onNoText(kNoText)
-        .onFailed()
-        .whole([=](const char *reply) -> Answer {
-            uint32_t count = GetCountKVODescriptionsFromTextEx(reply);
-            if (count == kNoCount) {
-                return {KVO_HWS_FAILED, "can not get count from reply"};
-            }
-            if (count > *capacity) {
-                *capacity = count;
-                return {KVO_HWS_TOO_SMALL, "not enough memory (2)"};
-            }
-            if (take(&count, reply) != 1) {
-                return {KVO_HWS_FAILED, "can not get KVO list from reply"};
-            }
-            *capacity = count;
-            return {KVO_HWS_OK};
-        })
-        .result();
-}
-
 }  // namespace
 
 int32_t KVO_HWS_getDescriptionList(KvoDescription *list, uint32_t *count) noexcept
 {
     constexpr const char *kLabel = "get KVO description list";
     Request counting(kLabel, kCountExchange);
-    counting.needs(list, count).prepare([=] { clear(list, *count); }).send("getCountElemDL");
+    counting.needs(list, count).prepare([=] { clearList(list, *count); }).send("getCountElemDL");
     if (const int32_t counted = takeCount(counting, count, true); counted != KVO_HWS_OK) {
         return counted;
     }
@@ -98,7 +64,7 @@ int32_t KVO_HWS_getDescriptionListEx(KvoDescriptionEx *list, uint32_t *count) no
     Request listing(kLabel);
     listing.send("getDL_ExV2 %u", *count);
     return takeList(listing, count, [=](uint32_t *found, const char *text) {
-        clear(list, *count);
+        clearList(list, *count);
         return ConvertText2KVODescArrayEx(found, list, text);
     });
 }
@@ -119,7 +85,7 @@ int32_t KVO_HWS_getDescriptionEx(uint32_t address, const char *name, KvoDescript
     return request.onFailed()
         .on("not found", KVO_HWS_NO)
         .whole([=](const char *reply) -> Answer {
-            clear(record, 1);
+            clearList(record, 1);
             return {ConvertText2KVODescEx(record, reply) == -1 ? KVO_HWS_FAILED : KVO_HWS_OK};
         })
         .result();

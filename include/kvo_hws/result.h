@@ -4,15 +4,34 @@
 #ifndef KVO_HWS_RESULT_H
 #define KVO_HWS_RESULT_H
 
-/** What a request function returns. A function's own comment lists those that it uses and what they mean there. */
+/** What a request function returns. A number may have several names: what it means is the function's, and stands in its
+ *  comment.
+ */
 enum KvoHwsResult {
-    KVO_HWS_OK = 1,           /**< done, or "yes" */
-    KVO_HWS_NO = 0,           /**< nothing was done and nothing is wrong: "no", "busy", "not found", or level 0 */
-    KVO_HWS_FAILED = -1,      /**< the service refused, answered something unknown, or the exchange broke off */
-    KVO_HWS_NO_SERVICE = -2,  /**< no connection to the service's socket */
-    KVO_HWS_TOO_SMALL = -3,   /**< the caller's buffer or array is too small, or a value is out of range */
-    KVO_HWS_TIMEOUT = -4,     /**< a lock was not obtained in time, or a second buffer is too small */
-    KVO_HWS_NULL_POINTER = -7 /**< a pointer that is needed is null */
+    KVO_HWS_OK = 1, /**< done, or "yes" */
+    KVO_HWS_NO = 0, /**< nothing was done and nothing is wrong: "no", "busy", "not found", or level 0 */
+
+    KVO_HWS_FAILED = -1,     /**< the service refused, answered something unknown, or the exchange broke off */
+    KVO_HWS_NO_SERVICE = -2, /**< no connection to the service's socket */
+
+    KVO_HWS_TOO_SMALL = -3,    /**< the caller's buffer or array is too small */
+    KVO_HWS_OUT_OF_RANGE = -3, /**< a value is out of range */
+    KVO_HWS_AMBIGUOUS = -3,    /**< several stations match */
+
+    KVO_HWS_TIMEOUT = -4,          /**< a lock was not obtained in time */
+    KVO_HWS_SECOND_TOO_SMALL = -4, /**< the caller's second buffer is too small */
+    KVO_HWS_INVALID_MODE = -4,     /**< a mode is out of range */
+    KVO_HWS_REFUSED = -4,          /**< the service refused, where that is told apart from an unknown reply */
+    KVO_HWS_NOT_AVAILABLE = -4,    /**< the service has no such information */
+
+    KVO_HWS_UNSUPPORTED = -5,   /**< the station does not know the mode */
+    KVO_HWS_UNKNOWN_REPLY = -5, /**< the service answered something unknown, or a malformed value */
+    KVO_HWS_NOT_ACTIVE = -6,    /**< the backlight is not active */
+
+    KVO_HWS_NULL_POINTER = -7,   /**< a pointer that is needed is null */
+    KVO_HWS_BUSY = -9,           /**< the service is busy, where that is a failure */
+    KVO_HWS_INVALID_METRIC = -9, /**< no such metric */
+    KVO_HWS_INVALID_HOST = -10   /**< a host address that can not be used */
 };
 
 #endif

@@ -76,6 +76,17 @@ struct Call {
     std::vector<std::vector<std::string>> replies{};  ///< beyond those that every request is given
 };
 
+/// A getter of one number, with and without its output.
+template <class Number>
+std::function<void()> reads(int32_t (*get)(uint32_t, Number *))
+{
+    return [get] {
+        Number number{};
+        get(1, &number);
+        get(1, nullptr);
+    };
+}
+
 const std::vector<Call> &calls()
 {
     static const std::vector<Call> kCalls = {
@@ -136,6 +147,214 @@ const std::vector<Call> &calls()
              KVO_HWS_setBrightness(1, 2);
          }},
         {"KVO_HWS_setDebugLevel", [] { KVO_HWS_setDebugLevel(1); }},
+        {"KVO_HWS_setStatusline",
+         [] {
+             KVO_HWS_setStatusline(1, 2, 3, "text");
+             KVO_HWS_setStatusline(1, 2, 3, nullptr);
+         }},
+        {"KVO_HWS_rebootKVO", [] { KVO_HWS_rebootKVO(1); }},
+        {"KVO_HWS_isViewerActive", [] { KVO_HWS_isViewerActive(1); }},
+        {"KVO_HWS_getCurrentServer",
+         [] {
+             char text[8];
+             uint32_t size = 8;
+             KVO_HWS_getCurrentServer(1, text, &size, text, &size);
+             KVO_HWS_getCurrentServer(1, nullptr, &size, text, &size);
+         }},
+        {"KVO_HWS_setActivateMe", [] { KVO_HWS_setActivateMe(1); }},
+        {"KVO_HWS_setStartViewer",
+         [] {
+             KVO_HWS_setStartViewer(1, "a", "b", "c");
+             KVO_HWS_setStartViewer(1, nullptr, "b", "c");
+         }},
+        {"KVO_HWS_startConfiguredViewer",
+         [] {
+             KVO_HWS_startConfiguredViewer(1, "a", 2);
+             KVO_HWS_startConfiguredViewer(1, nullptr, 2);
+         }},
+        {"KVO_HWS_setStopViewer", [] { KVO_HWS_setStopViewer(1); }},
+        {"KVO_HWS_setStopViewerPreempt", [] { KVO_HWS_setStopViewerPreempt(1); }},
+        {"KVO_HWS_setStopViewerNoClean", [] { KVO_HWS_setStopViewerNoClean(1); }},
+        {"KVO_HWS_setBacklightBrightness",
+         [] {
+             KVO_HWS_setBacklightBrightness(1, 1);
+             KVO_HWS_setBacklightBrightness(1, 101);
+         }},
+        {"KVO_HWS_setBacklightBrightnessV2",
+         [] {
+             KVO_HWS_setBacklightBrightnessV2(1, 1, 1);
+             KVO_HWS_setBacklightBrightnessV2(1, 101, 1);
+             KVO_HWS_setBacklightBrightnessV2(1, 1, 2);
+         },
+         {{"bad request"}, {"not active"}}},
+        {"KVO_HWS_getBacklightBrightnessV2",
+         [] {
+             uint32_t level = 0;
+             KVO_HWS_getBacklightBrightnessV2(1, &level, 1);
+             KVO_HWS_getBacklightBrightnessV2(1, &level, 2);
+             KVO_HWS_getBacklightBrightnessV2(1, nullptr, 1);
+         },
+         {{"backlight-brightness-v2="}}},
+        {"KVO_HWS_setDisableNumLock",
+         [] {
+             KVO_HWS_setDisableNumLock(1, 1);
+             KVO_HWS_setDisableNumLock(1, 2);
+         }},
+        {"KVO_HWS_setDisableCapsLock",
+         [] {
+             KVO_HWS_setDisableCapsLock(1, 1);
+             KVO_HWS_setDisableCapsLock(1, 2);
+         }},
+        {"KVO_HWS_getDisableNumLock", reads<uint32_t>(KVO_HWS_getDisableNumLock)},
+        {"KVO_HWS_getDisableCapsLock", reads<uint32_t>(KVO_HWS_getDisableCapsLock)},
+        {"KVO_HWS_getStationType", reads<int32_t>(KVO_HWS_getStationType)},
+        {"KVO_HWS_getSwCapsLock", reads<int32_t>(KVO_HWS_getSwCapsLock)},
+        {"KVO_HWS_setSwCapsLock",
+         [] {
+             KVO_HWS_setSwCapsLock(1, 1);
+             KVO_HWS_setSwCapsLock(1, 2);
+         }},
+        {"KVO_HWS_getRV4Mode", reads<uint32_t>(KVO_HWS_getRV4Mode), {{"rv4mode=1 "}, {"not_a_rv4"}}},
+        {"KVO_HWS_setRV4Mode",
+         [] {
+             KVO_HWS_setRV4Mode(1, 1);
+             KVO_HWS_setRV4Mode(1, 2);
+         },
+         {{"not_a_rv4"}}},
+        {"KVO_HWS_setMCPAddress", [] { KVO_HWS_setMCPAddress(1, 1); }},
+        {"KVO_HWS_setKVOIndex", [] { KVO_HWS_setKVOIndex(1, 1); }},
+        {"KVO_HWS_setDCKEnable", [] { KVO_HWS_setDCKEnable(1, 1); }},
+        {"KVO_HWS_setKVOCksIndex",
+         [] {
+             KVO_HWS_setKVOCksIndex(1, 1);
+             KVO_HWS_setKVOCksIndex(1, 256);
+         },
+         {{"bad request"}}},
+        {"KVO_HWS_simulateMCPKey", [] { KVO_HWS_simulateMCPKey(1, 2, 3); }},
+        {"KVO_HWS_enableMCPKey", [] { KVO_HWS_enableMCPKey(1, 2, 3); }},
+        {"KVO_HWS_getMCPAddress", reads<uint32_t>(KVO_HWS_getMCPAddress), {{"mcpaddr=x"}}},
+        {"KVO_HWS_getKVOIndex", reads<uint32_t>(KVO_HWS_getKVOIndex), {{"kvoindex=x"}}},
+        {"KVO_HWS_getDCKEnable", reads<uint32_t>(KVO_HWS_getDCKEnable), {{"dckenable=x"}}},
+        {"KVO_HWS_getDCKAddress", reads<uint32_t>(KVO_HWS_getDCKAddress), {{"dckaddr=x"}}},
+        {"KVO_HWS_getKVOCksIndex", reads<uint32_t>(KVO_HWS_getKVOCksIndex), {{"cksindex=x"}}},
+        {"KVO_HWS_getIPbyMCPAddress", reads<uint32_t>(KVO_HWS_getIPbyMCPAddress), {{"no_mcp_address"}, {"more_than_one_mcp"}}},
+        {"KVO_HWS_getIPbyDCKAddress", reads<uint32_t>(KVO_HWS_getIPbyDCKAddress), {{"no_dck_address"}, {"more_than_one_dck"}}},
+        {"KVO_HWS_getIPbyKVOIndex", reads<uint32_t>(KVO_HWS_getIPbyKVOIndex), {{"no_kvo_index"}, {"more_than_one_kvo_index"}}},
+        {"KVO_HWS_getKVOPriority",
+         [] {
+             uint32_t lock = 0;
+             uint32_t priority = 0;
+             KVO_HWS_getKVOPriority(1, &lock, &priority);
+         },
+         {{"Priority=x"}}},
+        {"KVO_HWS_getKVOStartupActive", reads<uint32_t>(KVO_HWS_getKVOStartupActive), {{"startup-active=x"}}},
+        {"KVO_HWS_getKVOStartupPrio", reads<uint32_t>(KVO_HWS_getKVOStartupPrio), {{"startup-prio=x"}}},
+        {"KVO_HWS_getKVOChannelOnFocus", reads<uint32_t>(KVO_HWS_getKVOChannelOnFocus), {{"channel-on-focus=x"}}},
+        {"KVO_HWS_getKVOScreenOnFocus",
+         [] {
+             char text[64];
+             KVO_HWS_getKVOScreenOnFocus(1, text);
+             KVO_HWS_getKVOScreenOnFocus(1, nullptr);
+         }},
+        {"KVO_HWS_getKVOT2M2N",
+         [] {
+             char text[64];
+             KVO_HWS_getKVOT2M2N(1, text);
+             KVO_HWS_getKVOT2M2N(1, nullptr);
+         }},
+        {"KVO_HWS_setChannelInfo",
+         [] {
+             KVO_HWS_setChannelInfo(1, "info");
+             KVO_HWS_setChannelInfo(1, std::string(231, 'i').c_str());
+             KVO_HWS_setChannelInfo(1, nullptr);
+         }},
+        {"KVO_HWS_getChannelInfo",
+         [] {
+             char text[64];
+             uint32_t size = sizeof text;
+             KVO_HWS_getChannelInfo(1, text, &size);
+             KVO_HWS_getChannelInfo(1, nullptr, &size);
+         }},
+        {"KVO_HWS_deleteChannelInfo", [] { KVO_HWS_deleteChannelInfo(1); }},
+        {"KVO_HWS_invalidateTouchScreen", [] { KVO_HWS_invalidateTouchScreen(1); }, {{"no_touchscreen"}}},
+        {"KVO_HWS_getTouchScreenCalibParam",
+         [] {
+             int32_t press = 0;
+             int32_t nonlinear = 0;
+             KVO_HWS_getTouchScreenCalibParam(1, &press, &nonlinear);
+             KVO_HWS_getTouchScreenCalibParam(1, nullptr, &nonlinear);
+         },
+         {{"no_touchscreen"}, {"nonlinear=x"}}},
+        {"KVO_HWS_setTouchScreenCalibParam",
+         [] {
+             KVO_HWS_setTouchScreenCalibParam(1, 0, 0);
+             KVO_HWS_setTouchScreenCalibParam(1, 0, 2);
+         },
+         {{"no_touchscreen"}}},
+        {"KVO_HWS_showInputDevice",
+         [] {
+             uint32_t number = 0;
+             KVO_HWS_showInputDevice(1, &number, &number, &number);
+             KVO_HWS_showInputDevice(1, nullptr, &number, &number);
+         },
+         {{"kbd=x"}}},
+        {"KVO_HWS_showInputDeviceV2",
+         [] {
+             uint32_t number = 0;
+             KVO_HWS_showInputDeviceV2(1, &number, &number, &number, &number);
+             KVO_HWS_showInputDeviceV2(1, &number, &number, &number, nullptr);
+         },
+         {{"kbd=x"}}},
+        {"KVO_HWS_showInputDeviceV3",
+         [] { KVO_HWS_showInputDeviceV3(1, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr); },
+         {{"kbd=x"}}},
+        {"KVO_HWS_showDPI", reads<int32_t>(KVO_HWS_showDPI), {{"dpi=x"}}},
+        {"KVO_HWS_getUsbLock",
+         [] {
+             uint32_t number = 0;
+             KVO_HWS_getUsbLock(1, &number, &number);
+             KVO_HWS_getUsbLock(1, &number, nullptr);
+         },
+         {{"usb-lock=x"}}},
+        {"KVO_HWS_getUsbConnectorList",
+         [] {
+             char text[64];
+             uint32_t size = sizeof text;
+             KVO_HWS_getUsbConnectorList(text, &size);
+             KVO_HWS_getUsbConnectorList(text, nullptr);
+         },
+         {{"busy"}}},
+        {"KVO_HWS_getUsbConnectorListOne",
+         [] {
+             char text[64];
+             uint32_t size = sizeof text;
+             KVO_HWS_getUsbConnectorListOne(1, text, &size);
+             KVO_HWS_getUsbConnectorListOne(1, text, nullptr);
+         },
+         {{"busy"}}},
+        {"KVO_HWS_getStationMetrics",
+         [] {
+             uint64_t area = 0;
+             KVO_HWS_getStationMetrics(1, 1, &area);
+             KVO_HWS_getStationMetrics(1, 7, &area);
+             KVO_HWS_getStationMetrics(1, 1, nullptr);
+         },
+         {{"none"}}},
+        {"KVO_HWS_getClientList",
+         [] {
+             KvoClientEntry one[1];
+             uint32_t count = 1;
+             KVO_HWS_getClientList(one, &count, 0);
+             KVO_HWS_getClientList(nullptr, nullptr, 0);
+         },
+         {{"00000002 "}, {"00000001 x"}}},
+        {"KVO_HWS_isMarovantiPanel", [] { KVO_HWS_isMarovantiPanel(1); }, {{"is-Marovanti-Panel=2"}, {"not found"}}},
+        {"KVO_HWS_setUsbLock",
+         [] {
+             const char *loopback[] = {"127.0.0.1"};
+             KVO_HWS_setUsbLock(1, loopback, 0, 1);
+             KVO_HWS_setUsbLock(1, nullptr, 0, 1);
+         }},
         {"KVO_HWS_unlockKVORegData", [] { KVO_HWS_unlockKVORegData(); }},
     };
     return kCalls;

@@ -238,6 +238,8 @@ RequestCase lookUp(const std::string &name, uint32_t address, const char *key, s
                     EXPECT_EQ(record.extAttr7, 0x77U);
                 } else if (replies.empty() || replies[0].size() < 20) {
                     EXPECT_EQ(record.address, kPattern);
+                } else {
+                    EXPECT_EQ(record.name[259], '\0') << "cleared before the malformed reply was read";
                 }
                 return code;
             },

@@ -1,0 +1,83 @@
+#include "requests/key_values.h"
+
+#include "runtime/numbers.h"
+
+#include <string_view>
+
+namespace kvo_hws {
+
+namespace {
+
+bool isBlank(char character) noexcept { return character == ' ' || character == '\t'; }
+
+/// Where an item may end: at the text's end, a blank, or the line end that a reply may carry.
+bool endsItem(char character) noexcept
+{
+    return character == '\0' || isBlank(character) || character == '\r' || character == '\n';
+}
+
+/// The start of the next item; the text's end where there is none. A line end separates nothing.
+const char *nextItem(const char *at) noexcept
+{
+    while (*at != '\0' && !isBlank(*at)) {
+        ++at;
+    }
+    while (isBlank(*at)) {
+        ++at;
+    }
+    return at;
+}
+
+}  // namespace
+
+int FindReplyValue(const char *text, const char *key, int32_t *value) noexcept
+{
+    *value = 0;
+    const std::string_view wanted = key;
+    const std::string_view reply = text;
+    // Only at the start of an item: "touch=" is no part of "multitouch=".
+    for (const char *at = text; *at != '\0'; at = nextItem(at)) {
+        if (!reply.substr(static_cast<std::size_t>(at - text)).starts_with(wanted)) {
+            continue;
+        }
+        const char *const number = at + wanted.size();
+        const auto [read, end] = readSigned(number);
+        *value = static_cast<int32_t>(read);
+        return end != number && endsItem(*end) ? kFound : kMalformed;
+    }
+    return kAbsent;
+}
+
+int ParseInputDeviceReply(const char *text, uint32_t *mask, uint32_t *kbd, uint32_t *mouse, uint32_t *touch,
+                          uint32_t *multitouch, uint32_t *maxcontacts, uint32_t *vkbd) noexcept
+{
+    struct Device {
+        const char *key;
+        uint32_t *output;
+    };
+    const Device devices[] = {
+        {"kbd=", kbd},  {"mouse=", mouse}, {"touch=", touch}, {"multitouch=", multitouch}, {"maxcontacts=", maxcontacts},
+        {"vkbd=", vkbd}};
+    uint32_t found = 0;
+    uint32_t bit = 1;
+    for (const Device &device : devices) {
+        int32_t value = 0;
+        const int result = FindReplyValue(text, device.key, &value);
+        if (result == kMalformed) {
+            return kMalformed;
+        }
+        if (result == kFound) {
+            found |= bit;
+            if (device.output != nullptr) {
+                *device.output = static_cast<uint32_t>(value);
+            }
+        }
+        bit <<= 1;
+    }
+    if (mask != nullptr) {
+        *mask = found;
+    }
+    return found != 0 ? kFound : kAbsent;
+}
+
+}  // namespace kvo_hws

@@ -1,0 +1,55 @@
+// What stands behind the key of a reply: readers for Request::value.
+#pragma once
+
+#include "runtime/numbers.h"
+#include "service/request.h"
+
+#include <climits>
+#include <cstdint>
+#include <cstring>
+
+namespace kvo_hws {
+
+/// A number that is all of the rest and within bounds; stored only then. Without an upper bound its low 32 bits are stored.
+inline auto number(uint32_t *out, int base, unsigned long lowest, unsigned long highest) noexcept
+{
+    return [=](const char *rest) -> Answer {
+        const auto [value, end] = readNumber(rest, base);
+        if (*end != '\0' || value < lowest || value > highest) {
+            return {KVO_HWS_FAILED};
+        }
+        *out = static_cast<uint32_t>(value);
+        return {KVO_HWS_OK};
+    };
+}
+
+inline auto decimal(uint32_t *out, unsigned long lowest = 0, unsigned long highest = ULONG_MAX) noexcept
+{
+    return number(out, 10, lowest, highest);
+}
+
+inline auto hexadecimal(uint32_t *out) noexcept { return number(out, 16, 0, ULONG_MAX); }
+
+/// A signed number that is all of the rest.
+inline auto signedDecimal(int32_t *out) noexcept
+{
+    return [=](const char *rest) -> Answer {
+        const auto [value, end] = readSigned(rest);
+        if (*end != '\0') {
+            return {KVO_HWS_FAILED};
+        }
+        *out = static_cast<int32_t>(value);
+        return {KVO_HWS_OK};
+    };
+}
+
+/// The rest as a text, for buffers whose size only the caller knows.
+inline auto unboundedText(char *out) noexcept
+{
+    return [=](const char *rest) -> Answer {
+        std::memcpy(out, rest, std::strlen(rest) + 1);
+        return {KVO_HWS_OK};
+    };
+}
+
+}  // namespace kvo_hws

@@ -1,0 +1,273 @@
+// The USB lock, by request and by datagram, and the connector lists.
+#include <kvo_hws/requests.h>
+
+#include "support/request_rows.h"
+#include "support/system_calls.h"
+
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <string>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using support::Filled;
+using support::kStation;
+using support::MessagesOn;
+using support::RequestCase;
+using support::Rows;
+using support::SyslogCapture;
+
+class UsbLock : public testing::TestWithParam<RequestCase> {};
+
+TEST_P(UsbLock, behaves_as_its_row) { support::check(GetParam()); }
+
+Rows::Call lock(uint32_t first, uint32_t second)
+{
+    return [=] {
+        uint32_t firstOut = 77;
+        uint32_t secondOut = 77;
+        const int32_t result = KVO_HWS_getUsbLock(kStation, &firstOut, &secondOut);
+        EXPECT_EQ(firstOut, first);
+        EXPECT_EQ(secondOut, second);
+        return result;
+    };
+}
+
+INSTANTIATE_TEST_SUITE_P(GetUsbLock, UsbLock,
+                         testing::ValuesIn(Rows("get KVO usb lock", "getUsbLock=0A000005", lock(77, 77))
+                                               .value("usb-lock=1:2", 1, lock(1, 2))
+                                               .value("usb-lock=1:2x", 1, lock(1, 2))
+                                               .value("usb-lock= 1: 2", 1, lock(1, 2))
+                                               .value("usb-lock=4294967295:0", 1, lock(0xFFFFFFFF, 0))
+                                               .on("usb-lock=", -1)
+                                               .on("usb-lock=1", -1)
+                                               .on("usb-lock=1:", -1)
+                                               .on("usb-lock=1 :2", -1)
+                                               .on("usb-lock=:2", -1)
+                                               .on("usb-lock=x:2", -1)
+                                               .nullPointer(
+                                                   [] {
+                                                       uint32_t value = 0;
+                                                       EXPECT_EQ(KVO_HWS_getUsbLock(kStation, &value, nullptr), -7);
+                                                       return KVO_HWS_getUsbLock(kStation, nullptr, &value);
+                                                   },
+                                                   "", 2)
+                                               .rows()),
+                         support::nameOf);
+
+// ---- Connector lists ----
+
+using ListFunction = int32_t (*)(char *, uint32_t *);
+int32_t all(char *buffer, uint32_t *size) { return KVO_HWS_getUsbConnectorList(buffer, size); }
+int32_t one(char *buffer, uint32_t *size) { return KVO_HWS_getUsbConnectorListOne(kStation, buffer, size); }
+
+Rows::Call connectors(ListFunction get, uint32_t size, const std::string &bytes, uint32_t sizeOut)
+{
+    return [=] {
+        Filled<64> buffer;
+        uint32_t told = size;
+        const int32_t result = get(buffer.bytes(), &told);
+        buffer.expectBytes(bytes);
+        EXPECT_EQ(told, sizeOut);
+        return result;
+    };
+}
+
+std::vector<RequestCase> connectorRows(ListFunction get, const std::string &command, const std::string &key)
+{
+    return Rows("get usb connector list", command, connectors(get, 64, "", 64))
+        .value(key + "front;rear", 1, connectors(get, 64, "front;rear", 10))
+        .value(key + "front;rear", 1, connectors(get, 11, "front;rear", 10))
+        .value(key + "front;rear", -3, connectors(get, 10, "", 10))
+        .value(key + "front;rear", -3, connectors(get, 0, "", 10))
+        .value(key, 0, connectors(get, 64, std::string(1, '\0'), 0))
+        .value(key, 0, connectors(get, 0, std::string(1, '\0'), 0))
+        .value(key + "front;rear", 1,
+               [get] {
+                   uint32_t size = 11;
+                   const int32_t result = get(nullptr, &size);
+                   EXPECT_EQ(size, 10U);
+                   return result;
+               })
+        .on("busy", -9, "error sending request")
+        .failedIs(-4, "error sending request")
+        .unknownIs(-5, "unknown error sending request")
+        .nullPointer([get] {
+            char buffer[4];
+            return get(buffer, nullptr);
+        })
+        .rows();
+}
+
+INSTANTIATE_TEST_SUITE_P(ConnectorList, UsbLock,
+                         testing::ValuesIn(connectorRows(all, "getUsbConnectorList", "usb-connector-list=")), support::nameOf);
+INSTANTIATE_TEST_SUITE_P(ConnectorListOne, UsbLock,
+                         testing::ValuesIn(connectorRows(one, "getUsbConnectorListOne=0A000005", "usb-connector-list-one=")),
+                         support::nameOf);
+
+// ---- Datagrams ----
+
+/// A stand-in for the stations' services: whatever comes to UDP port 5851 of this host.
+class Stations {
+public:
+    Stations() : socket_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0))
+    {
+        const int on = 1;
+        setsockopt(socket_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(5851);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        bound_ = bind(socket_, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
+    }
+    Stations(const Stations &) = delete;
+    Stations &operator=(const Stations &) = delete;
+    ~Stations() { close(socket_); }
+
+    [[nodiscard]] bool bound() const { return bound_; }
+
+    /// Everything that has come, in order.
+    [[nodiscard]] std::vector<std::string> heard() const
+    {
+        std::vector<std::string> datagrams;
+        pollfd waiting{.fd = socket_, .events = POLLIN, .revents = 0};
+        while (poll(&waiting, 1, 100) > 0) {
+            char bytes[2048];
+            const ssize_t count = recv(socket_, bytes, sizeof bytes, 0);
+            datagrams.emplace_back(bytes, static_cast<std::size_t>(count));
+        }
+        return datagrams;
+    }
+
+private:
+    int socket_;
+    bool bound_ = false;
+};
+
+class UsbLockDatagrams : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        // The loopback can not broadcast, so that the platform gives its own address.
+        setenv("KVO_PLATFORM_INTERFACE", "lo", 1);
+        ASSERT_TRUE(stations_.bound()) << "another program listens at UDP port 5851";
+    }
+    void TearDown() override { unsetenv("KVO_PLATFORM_INTERFACE"); }
+
+    Stations stations_;
+};
+
+using Texts = std::vector<std::string>;
+
+TEST_F(UsbLockDatagrams, go_out_one_a_host_from_the_last_to_the_first)
+{
+    const char *hosts[] = {"10.0.0.5", "10.0.0.6", "10.0.0.7"};
+    EXPECT_EQ(KVO_HWS_setUsbLock(3, hosts, 1, -2), 1);
+    EXPECT_EQ(stations_.heard(),
+              (Texts{"setUsbLock=\"1:-2\" 10.0.0.7\n", "setUsbLock=\"1:-2\" 10.0.0.6\n", "setUsbLock=\"1:-2\" 10.0.0.5\n"}));
+}
+
+TEST_F(UsbLockDatagrams, without_hosts_one_names_every_station)
+{
+    EXPECT_EQ(KVO_HWS_setUsbLock(0, nullptr, 0, 1), 1);
+    const char **never = reinterpret_cast<const char **>(1);  // not looked at
+    EXPECT_EQ(KVO_HWS_setUsbLock(0, never, 0, 1), 1);
+    EXPECT_EQ(stations_.heard(), (Texts{"setUsbLock=\"0:1\" 0.0.0.0\n", "setUsbLock=\"0:1\" 0.0.0.0\n"}));
+}
+
+TEST_F(UsbLockDatagrams, go_to_this_host_where_the_network_is_unknown)
+{
+    setenv("KVO_PLATFORM_INTERFACE", "none", 1);
+    EXPECT_EQ(KVO_HWS_setUsbLock(0, nullptr, 3, 4), 1);
+    EXPECT_EQ(stations_.heard(), (Texts{"setUsbLock=\"3:4\" 0.0.0.0\n"}));
+}
+
+TEST_F(UsbLockDatagrams, an_over_long_host_is_cut)
+{
+    const std::string host(3000, 'h');
+    const char *hosts[] = {host.c_str()};
+    EXPECT_EQ(KVO_HWS_setUsbLock(1, hosts, 0, 1), 1);
+    EXPECT_EQ(stations_.heard(), (Texts{("setUsbLock=\"0:1\" " + host).substr(0, 1023)}));
+}
+
+struct Refusal {
+    const char *name;
+    std::vector<const char *> hosts;
+    int32_t result;
+    const char *message;
+};
+
+TEST_F(UsbLockDatagrams, a_host_that_can_not_be_used_is_refused_before_anything_is_sent)
+{
+    const MessagesOn messages;
+    const Refusal refusals[] = {
+        {"loopback_first", {"127.0.0.1", "10.0.0.5"}, -10, "KVO_HWS_setUsbLock - invalid host address 127.0.0.1"},
+        {"loopback_last", {"10.0.0.5", "127.0.0.1"}, -10, "KVO_HWS_setUsbLock - invalid host address 127.0.0.1"},
+        {"null_host", {"10.0.0.5", nullptr}, -7, "KVO_HWS_setUsbLock - null pointer received"}};
+    for (Refusal refusal : refusals) {
+        const SyslogCapture capture;
+        EXPECT_EQ(KVO_HWS_setUsbLock(2, refusal.hosts.data(), 0, 1), refusal.result) << refusal.name;
+        EXPECT_EQ(capture.texts(), Texts{refusal.message}) << refusal.name;
+    }
+    const SyslogCapture capture;
+    EXPECT_EQ(KVO_HWS_setUsbLock(1, nullptr, 0, 1), -7);
+    EXPECT_EQ(capture.texts(), Texts{"KVO_HWS_setUsbLock - null pointer received"});
+    EXPECT_EQ(stations_.heard(), Texts{});
+}
+
+TEST_F(UsbLockDatagrams, no_socket_is_a_failure)
+{
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const rlimit none{0, limit.rlim_max};
+    const MessagesOn messages;
+    const SyslogCapture capture;
+    setrlimit(RLIMIT_NOFILE, &none);
+    const int32_t result = KVO_HWS_setUsbLock(0, nullptr, 0, 1);
+    setrlimit(RLIMIT_NOFILE, &limit);
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(capture.texts(), Texts{"KVO_HWS_setUsbLock - socket() fails"});
+}
+
+TEST_F(UsbLockDatagrams, socket_options_that_fail_end_it)
+{
+    const MessagesOn messages;
+    for (const auto &[option, message] :
+         {std::pair{SO_REUSEADDR, "KVO_HWS_setUsbLock - setsockopt(REUSEADDR) causes error"},
+          std::pair{SO_BROADCAST, "KVO_HWS_setUsbLock - setsockopt(SO_BROADCAST) causes error"}}) {
+        const support::WithSystemCalls calls({.setsockopt = [refused = option](int, int, int set) {
+            errno = ENOPROTOOPT;
+            return set == refused ? -1 : support::kPass;
+        }});
+        const SyslogCapture capture;
+        EXPECT_EQ(KVO_HWS_setUsbLock(0, nullptr, 0, 1), -1);
+        EXPECT_EQ(capture.texts(), Texts{message});
+    }
+    EXPECT_EQ(stations_.heard(), Texts{});
+}
+
+TEST_F(UsbLockDatagrams, a_send_that_fails_ends_it_and_what_went_out_counts)
+{
+    const char *hosts[] = {"10.0.0.5", "10.0.0.6", "10.0.0.7"};
+    const MessagesOn messages;
+    for (const auto &[sent, result] : {std::pair{0, -1}, std::pair{1, 1}}) {
+        const support::WithSystemCalls calls({.sendto = [left = sent](auto...) mutable -> ssize_t {
+            errno = ENETUNREACH;
+            return left-- == 0 ? -1 : support::kPass;
+        }});
+        const SyslogCapture capture;
+        EXPECT_EQ(KVO_HWS_setUsbLock(3, hosts, 0, 1), result);
+        EXPECT_EQ(capture.texts(), Texts{"KVO_HWS_setUsbLock - can not send broadcast request"});
+    }
+    EXPECT_EQ(stations_.heard(), Texts{"setUsbLock=\"0:1\" 10.0.0.7\n"});
+}
+
+}  // namespace

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <fstream>
 #include <sched.h>
 #include <string>
 #include <string_view>
@@ -50,6 +51,20 @@ void unshareMounts()
     writeFile("/proc/self/gid_map", group + " " + group + " 1");
 }
 
+/// Whether a mount is seen in other namespaces as well.
+bool isShared(std::string_view mountPoint)
+{
+    std::ifstream mounts("/proc/self/mountinfo");
+    bool shared = false;
+    for (std::string line; std::getline(mounts, line);) {
+        // Id, parent, device, root, mount point, options, and what it shares; the last mount of a place is the one that is seen.
+        if (line.find(" " + std::string(mountPoint) + " ") != std::string::npos) {
+            shared = line.find(" shared:") != std::string::npos;
+        }
+    }
+    return shared;
+}
+
 }  // namespace
 
 void enterPrivateNamespace()
@@ -59,11 +74,18 @@ void enterPrivateNamespace()
         fail(std::string("create ") + kSocketDirectory);
     }
     unshareMounts();
-    if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+    // Nothing that is mounted from here on reaches the outside. In a chroot the root may be no mount of its own, and can not be told so.
+    const bool toldPrivate = mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+    if (!toldPrivate && errno != EINVAL) {
         fail("make the mounts private");
     }
     if (mount("tmpfs", kSocketDirectory, "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755,size=16m") != 0) {
         fail(std::string("mount ") + kSocketDirectory);
+    }
+    if (!toldPrivate && isShared(kSocketDirectory)) {
+        umount(kSocketDirectory);
+        errno = EINVAL;
+        fail("make the mounts private (this is a chroot below a shared mount)");
     }
 }
 

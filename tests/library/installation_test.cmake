@@ -28,7 +28,7 @@ set(ENV{PKG_CONFIG_PATH} ${prefix}/${LIBDIR}/pkgconfig)
 run(sh -c "cc ${EXAMPLES}/stations.c -o ${WORK}/with_pkg_config $(pkg-config --cflags --libs kvo_hws)")
 
 set(ENV{LD_LIBRARY_PATH} ${prefix}/${LIBDIR})
-foreach(program ${WORK}/examples/stations_c ${WORK}/examples/stations_cpp ${WORK}/with_pkg_config)
+foreach(program ${WORK}/examples/example_stations ${WORK}/examples/example_stations_cpp ${WORK}/with_pkg_config)
   run(${KVOSIM} run --plant ${PLANT} -- ${program})
   if(NOT output MATCHES "10\\.[0-9]+\\.[0-9]+\\.[0-9]+  ")
     message(FATAL_ERROR "${program} printed no station:\n${output}")

@@ -1,0 +1,22 @@
+/* The viewer: start it, see what it shows, stop it. */
+#include <kvo_hws/kvo_hws.h>
+
+#include <stdio.h>
+
+int main(void)
+{
+    const uint32_t station = 0x0A000005; /* 10.0.0.5 */
+    char server[1025];
+    char display[1025];
+    uint32_t serverSize = sizeof server;
+    uint32_t displaySize = sizeof display;
+
+    KVO_HWS_setStopViewer(station); /* 0 where none runs, which is as good */
+    if (KVO_HWS_setStartViewer(station, "10.0.0.7", "3", "") != KVO_HWS_OK) {
+        return 1;
+    }
+    if (KVO_HWS_getCurrentServer(station, server, &serverSize, display, &displaySize) == KVO_HWS_OK) {
+        printf("shows display %s of %s\n", display, server);
+    }
+    return KVO_HWS_setStopViewer(station) == KVO_HWS_OK ? 0 : 1;
+}

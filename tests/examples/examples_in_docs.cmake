@@ -1,0 +1,18 @@
+# The listings of docs/programming.md against the programs in examples/: each listing stands behind a line that links its program,
+# and must be in it word for word.
+file(READ ${ROOT}/docs/programming.md page)
+set(listings 0)
+while(page MATCHES "\\(\\.\\./examples/([a-z_]+\\.c(pp)?)\\)[^`]*```c(pp)?\n([^`]*)```(.*)")
+  set(program ${CMAKE_MATCH_1})
+  set(listing "${CMAKE_MATCH_4}")
+  set(page "${CMAKE_MATCH_5}")
+  file(READ ${ROOT}/examples/${program} source)
+  string(FIND "${source}" "${listing}" at)
+  if(at EQUAL -1)
+    message(FATAL_ERROR "docs/programming.md shows something else than examples/${program}:\n${listing}")
+  endif()
+  math(EXPR listings "${listings} + 1")
+endwhile()
+if(listings LESS 7)
+  message(FATAL_ERROR "only ${listings} listings were found in docs/programming.md")
+endif()

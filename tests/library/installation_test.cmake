@@ -21,7 +21,7 @@ foreach(file include/kvo_hws/kvo_hws.h ${LIBDIR}/libkvo_hws.so ${LIBDIR}/libkvo_
   endif()
 endforeach()
 
-run(${CMAKE_COMMAND} -S ${EXAMPLES} -B ${WORK}/examples -DCMAKE_PREFIX_PATH=${prefix})
+run(${CMAKE_COMMAND} -G Ninja -S ${EXAMPLES} -B ${WORK}/examples -DCMAKE_PREFIX_PATH=${prefix})
 run(${CMAKE_COMMAND} --build ${WORK}/examples)
 
 set(ENV{PKG_CONFIG_PATH} ${prefix}/${LIBDIR}/pkgconfig)

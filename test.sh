@@ -5,20 +5,20 @@ set -euo pipefail
 cd "$(dirname "$0")"
 ./setup.sh
 
-run() {
-    local preset=$1
-    shift
+build_and_test() { # PRESET TARGET CTEST-ARGUMENT...
+    local preset=$1 target=$2
+    shift 2
     echo "== $preset"
     cmake --preset "$preset" >/dev/null
-    cmake --build --preset "$preset" -- -d stats >"build/$preset/build.log" 2>&1 || { tail -n 60 "build/$preset/build.log"; return 1; }
+    cmake --build --preset "$preset" --target "$target" >"build/$preset/build.log" 2>&1 ||
+        { tail -n 60 "build/$preset/build.log"; return 1; }
     ctest --preset "$preset" -j 8 --progress "$@"
 }
 
-for preset in "${@:-release asan tsan}"; do
-    for one in $preset; do
-        case $one in
-        tsan) run tsan -L threads ;;
-        *) run "$one" ;;
-        esac
-    done
+[ $# -gt 0 ] || set -- release asan tsan
+for preset in "$@"; do
+    case $preset in
+    tsan) build_and_test tsan threaded_tests -L threads ;;
+    *) build_and_test "$preset" all ;;
+    esac
 done

@@ -2,6 +2,7 @@
 // search logs for them. KVO_WRITE_GOLDEN=1 in the environment writes the list anew instead.
 #include <kvo_hws/kvo_hws.h>
 
+#include "support/no_descriptors.h"
 #include "support/own_thread.h"
 #include "support/scripted_service.h"
 #include "support/syslog_capture.h"
@@ -15,7 +16,6 @@
 #include <set>
 #include <sstream>
 #include <string>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <vector>
@@ -404,13 +404,20 @@ void collectSenders(Collector &collector)
         DynBuffer reply{};
         SendCommand2ServiceDyn(std::string(5'000'000, 'x').c_str(), &reply);
     });
-    rlimit limit{};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    const rlimit none{0, limit.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &none);
-    collector.run("senders", kAll, sendBoth("suicide"));
-    collector.run("command socket", kMessagesOnly, [] { KVO_HWS_getDebugLevel(); });
-    setrlimit(RLIMIT_NOFILE, &limit);
+    collector.run("senders", kAll, [] {
+        support::onOwnThread([] {
+            const support::NoDescriptors none;
+            return FuncSendCommand2DLL(strdup("suicide"));
+        });
+        support::onOwnThread([] {
+            const support::NoDescriptors none;
+            return SendUsbMsg2DLL("suicide");
+        });
+    });
+    collector.run("command socket", kMessagesOnly, [] {
+        const support::NoDescriptors none;
+        KVO_HWS_getDebugLevel();
+    });
 }
 
 void collectReaders(Collector &collector)

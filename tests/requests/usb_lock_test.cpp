@@ -1,6 +1,7 @@
 // The USB lock, by request and by datagram, and the connector lists.
 #include <kvo_hws/requests.h>
 
+#include "support/no_descriptors.h"
 #include "support/request_rows.h"
 #include "support/system_calls.h"
 
@@ -11,7 +12,6 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <string>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <vector>
@@ -225,14 +225,13 @@ TEST_F(UsbLockDatagrams, a_host_that_can_not_be_used_is_refused_before_anything_
 
 TEST_F(UsbLockDatagrams, no_socket_is_a_failure)
 {
-    rlimit limit{};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    const rlimit none{0, limit.rlim_max};
     const MessagesOn messages;
     const SyslogCapture capture;
-    setrlimit(RLIMIT_NOFILE, &none);
-    const int32_t result = KVO_HWS_setUsbLock(0, nullptr, 0, 1);
-    setrlimit(RLIMIT_NOFILE, &limit);
+    int32_t result = 0;
+    {
+        const support::NoDescriptors none;
+        result = KVO_HWS_setUsbLock(0, nullptr, 0, 1);
+    }
     EXPECT_EQ(result, -1);
     EXPECT_EQ(capture.texts(), Texts{"KVO_HWS_setUsbLock - socket() fails"});
 }

@@ -1,6 +1,7 @@
 // One exchange with the hardware service, and every way in which the service can spoil it.
 #include <kvo_hws/kvo_hws.h>
 
+#include "support/no_descriptors.h"
 #include "support/scripted_service.h"
 #include "support/syslog_capture.h"
 #include "support/system_calls.h"
@@ -15,7 +16,6 @@
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <string>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <thread>
@@ -94,14 +94,15 @@ TEST(CommandChannel, connects_by_family_and_path_alone_and_writes_once)
 
 TEST(CommandChannel, does_not_wait_for_the_exchange_when_it_has_no_socket)
 {
-    rlimit limit{};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    const rlimit none{0, limit.rlim_max};
+    DynBuffer reply{nullptr, 0};
+    int result = 0;
     kvo_hws_EnterCriticalSection(&sGCriticalSectionCmdPipe);
-    setrlimit(RLIMIT_NOFILE, &none);
-    EXPECT_EQ(Exchange("getVersion").result, -1);  // on this very thread: it would wait for itself
-    setrlimit(RLIMIT_NOFILE, &limit);
+    {
+        const support::NoDescriptors none;
+        result = SendCommand2ServiceDyn("getVersion", &reply);  // on this very thread: it would wait for itself
+    }
     kvo_hws_LeaveCriticalSection(&sGCriticalSectionCmdPipe);
+    EXPECT_EQ(result, -1);
 }
 
 TEST(CommandChannel, a_signal_late_in_a_wait_for_a_full_queue_does_not_start_it_anew)
@@ -275,16 +276,15 @@ TEST(CommandChannel, signals_do_not_cut_a_wait_for_a_full_queue_short_nor_make_i
 
 TEST(CommandChannel, tells_when_there_are_no_descriptors_left)
 {
-    rlimit limit{};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    rlimit none = limit;
-    none.rlim_cur = 0;
     const MessagesOn messages;
     const SyslogCapture capture;
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-    const Exchange exchange("getVersion");
-    setrlimit(RLIMIT_NOFILE, &limit);
-    EXPECT_EQ(exchange.result, -1);
+    DynBuffer reply{nullptr, 0};
+    int result = 0;
+    {
+        const support::NoDescriptors none;
+        result = SendCommand2ServiceDyn("getVersion", &reply);
+    }
+    EXPECT_EQ(result, -1);
     EXPECT_THAT(capture.texts(), ElementsAre("command socket - error creating socket"));
 }
 

@@ -4,6 +4,7 @@
 #include <kvo_hws/service.h>
 
 #include "support/failing_allocations.h"
+#include "support/no_descriptors.h"
 #include "support/own_thread.h"
 #include "support/scripted_service.h"
 #include "support/syslog_capture.h"
@@ -20,7 +21,6 @@
 #include <future>
 #include <gmock/gmock.h>
 #include <string>
-#include <sys/resource.h>
 #include <sys/time.h>
 #include <syslog.h>
 #include <thread>
@@ -33,6 +33,7 @@ namespace {
 using support::kUsbSocket;
 using support::LogLine;
 using support::MessagesOn;
+using support::NoDescriptors;
 using support::onOwnThread;
 using support::ScriptedService;
 using support::SyslogCapture;
@@ -280,14 +281,13 @@ TEST_F(UsbChannel, connects_by_family_and_path_alone_and_writes_once)
 
 TEST_F(UsbChannel, no_socket_and_no_fitting_buffer_need_no_turn)
 {
-    rlimit limit{};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    const rlimit none{0, limit.rlim_max};
     kvo_hws_EnterCriticalSection(&sGCriticalSectionCmdPipe2DLL);
     EXPECT_EQ(sendCommand(std::string(1023, 'c')).result, 5);
-    setrlimit(RLIMIT_NOFILE, &none);
-    EXPECT_EQ(sendCommand("suicide").result, 2);
-    setrlimit(RLIMIT_NOFILE, &limit);
+    EXPECT_EQ(timed([] {
+                  const NoDescriptors none;
+                  return FuncSendCommand2DLL(strdup("suicide"));
+              }).result,
+              2);
     kvo_hws_LeaveCriticalSection(&sGCriticalSectionCmdPipe2DLL);
 }
 
@@ -347,15 +347,15 @@ TEST_F(UsbChannel, a_peer_that_closes_at_once_is_a_write_error_or_a_lost_answer)
 
 TEST_F(UsbChannel, no_descriptor_is_a_socket_error)
 {
-    rlimit limit{};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    rlimit none = limit;
-    none.rlim_cur = 0;
     const SyslogCapture capture;
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-    const Timed command = sendCommand("suicide");
-    const Timed message = sendUsbMessage("state");
-    setrlimit(RLIMIT_NOFILE, &limit);
+    const Timed command = timed([] {
+        const NoDescriptors none;
+        return FuncSendCommand2DLL(strdup("suicide"));
+    });
+    const Timed message = timed([] {
+        const NoDescriptors none;
+        return SendUsbMsg2DLL("state");
+    });
     EXPECT_EQ(command.result, 2);
     EXPECT_EQ(message.result, 2);
     const auto lines = capture.lines();

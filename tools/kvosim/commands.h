@@ -1,6 +1,7 @@
-// What the service answers to each request line; one row a command.
+// What the service answers to each request line, and what it makes of the datagrams of the USB lock.
 #pragma once
 
+#include "arguments.h"
 #include "event_loop.h"
 #include "plant.h"
 #include "registry.h"
@@ -10,18 +11,26 @@
 
 namespace kvosim {
 
-/// The answer to everything that the service does not know or can not do.
-inline constexpr const char *kFailed = "failed";
-
 /// What commands work on.
 struct ServiceContext {
     Plant &plant;
     Registry &registry;
     Clock::time_point started = Clock::now();
-    bool ending = false;  ///< set by the command that ends the service
+    bool ending = false;           ///< set by the command that ends the service
+    uint64_t exchanges = 0;        ///< requests answered so far
+    std::string usbLockAddress{};  ///< where datagrams are taken; empty where they are not
 };
 
 /// Answers one request; both lines without their line end.
 std::string answer(ServiceContext &context, std::string_view request);
+
+/// The keyword of a request, without the "=" or space that ends it.
+std::string_view keywordOf(std::string_view request);
+
+/// Whether there is a command of this keyword, which is given without what ends it.
+bool isCommand(std::string_view keyword);
+
+/// Carries out a datagram of the USB lock; false, with nothing changed, when it is none or names no station.
+bool takeUsbLock(Plant &plant, std::string_view datagram);
 
 }  // namespace kvosim

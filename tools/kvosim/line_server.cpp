@@ -1,5 +1,5 @@
-// The connections of a line server, each in one of three stages: reading its request, writing its reply, lingering until the
-// client has closed.
+// The connections of a line server, each in one of four stages: reading its request, holding its reply back, writing it,
+// lingering until the client has closed.
 #include "line_server.h"
 
 #include <algorithm>
@@ -24,10 +24,10 @@ bool wouldBlock() noexcept { return errno == EAGAIN || errno == EWOULDBLOCK; }
 }  // namespace
 
 LineServer::LineServer(EventLoop &loop, std::filesystem::path path, Answer answer, std::string refusal, Report report,
-                       LineServerLimits limits)
+                       LineServerLimits limits, mode_t mode)
     : loop_(loop), answer_(std::move(answer)), refusal_(std::move(refusal)), report_(std::move(report)), limits_(limits)
 {
-    listener_.emplace(std::move(path));
+    listener_.emplace(std::move(path), mode);
     loop_.watch(listener_->get(), EPOLLIN, [this](uint32_t) { acceptAll(); });
 }
 
@@ -73,7 +73,8 @@ void LineServer::acceptAll()
         const int fd = socket.get();
         setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &kSendBuffer, sizeof kSendBuffer);
         const auto now = Clock::now();
-        connections_.insert_or_assign(fd, Connection{.socket = std::move(socket), .since = now, .lastMoved = now});
+        connections_.insert_or_assign(
+            fd, Connection{.socket = std::move(socket), .number = ++accepted_, .since = now, .lastMoved = now});
         loop_.watch(fd, EPOLLIN, [this, fd](uint32_t events) { react(fd, events); });
         sweep();
     }
@@ -88,6 +89,7 @@ void LineServer::react(int fd, uint32_t events)
     }
     switch (place->second.stage) {
     case Connection::Stage::reading: read(place); break;
+    case Connection::Stage::holding: drop(place, "the client closed before its reply was written"); break;
     case Connection::Stage::writing: write(place); break;
     case Connection::Stage::lingering: linger(place); break;
     }
@@ -123,22 +125,54 @@ void LineServer::read(Place place)
     reply(place, answer_(line));
 }
 
-void LineServer::reply(Place place, std::string text)
+void LineServer::reply(Place place, Reply reply)
 {
     Connection &connection = place->second;
-    connection.reply = std::move(text);
+    if (reply.way == Reply::Way::close) {
+        drop(place, "closed without a reply, on purpose");
+        return;
+    }
+    connection.reply = std::move(reply.text);
     connection.reply += '\n';
-    connection.stage = Connection::Stage::writing;
-    loop_.change(connection.socket.get(), EPOLLOUT);
+    if (reply.way == Reply::Way::bytewise) {
+        connection.pause = reply.pause;
+    }
+    if (reply.way == Reply::Way::silence) {
+        connection.stage = Connection::Stage::holding;
+        loop_.change(connection.socket.get(), 0);
+    } else if (reply.delay.count() > 0) {
+        hold(place, reply.delay, &LineServer::startWriting);
+    } else {
+        startWriting(place);
+    }
+}
+
+void LineServer::startWriting(Place place)
+{
+    loop_.change(place->first, EPOLLOUT);
     write(place);
+}
+
+/// Waits for nothing but the client's end until the time is over; a client that has only closed its side may still read.
+void LineServer::hold(Place place, std::chrono::milliseconds time, void (LineServer::*proceed)(Place place))
+{
+    place->second.stage = Connection::Stage::holding;
+    loop_.change(place->first, 0);
+    after(time, [this, proceed, fd = place->first, number = place->second.number] {
+        const Place held = connections_.find(fd);
+        if (held != connections_.end() && held->second.number == number) {
+            (this->*proceed)(held);
+        }
+    });
 }
 
 void LineServer::write(Place place)
 {
     Connection &connection = place->second;
+    connection.stage = Connection::Stage::writing;
     while (connection.written < connection.reply.size()) {
         const std::string_view left = std::string_view(connection.reply).substr(connection.written);
-        const std::string_view piece = left.substr(0, kPiece);
+        const std::string_view piece = left.substr(0, connection.pause ? 1 : kPiece);
         const ssize_t count = send(connection.socket.get(), piece.data(), piece.size(), MSG_NOSIGNAL);
         if (count < 0) {
             if (!wouldBlock()) {
@@ -148,6 +182,10 @@ void LineServer::write(Place place)
         }
         connection.written += static_cast<std::size_t>(count);
         connection.lastMoved = Clock::now();
+        if (connection.pause && connection.written < connection.reply.size()) {
+            hold(place, *connection.pause, &LineServer::startWriting);
+            return;
+        }
     }
     shutdown(connection.socket.get(), SHUT_WR);
     connection.stage = Connection::Stage::lingering;
@@ -228,6 +266,9 @@ void LineServer::after(std::chrono::milliseconds delay, std::function<void()> ac
 
 bool LineServer::overdue(const Connection &connection, Clock::time_point now) const
 {
+    if (connection.stage == Connection::Stage::holding) {
+        return false;
+    }
     if (connection.stage == Connection::Stage::lingering) {
         return now - connection.lastMoved > limits_.lingerTime;
     }

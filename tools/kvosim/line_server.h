@@ -23,16 +23,33 @@ struct LineServerLimits {
     std::chrono::milliseconds endingTime{1'000};    ///< for the replies that are on their way when the server ends
 };
 
+/// What is answered to a request, and in which way: beside the usual one, those in which a service can fail.
+struct Reply {
+    enum class Way {
+        whole,
+        bytewise,  ///< each byte by itself, with a pause before the next
+        close,     ///< none: the connection is closed
+        silence    ///< none: the connection stays open until the client closes it
+    };
+
+    Reply(std::string line) : text(std::move(line)) {}  // NOLINT(google-explicit-constructor): the usual reply is its text
+
+    std::string text;  ///< without line end
+    Way way = Way::whole;
+    std::chrono::milliseconds delay{0};  ///< before the reply
+    std::chrono::milliseconds pause{0};  ///< between bytes
+};
+
 class LineServer {
 public:
-    /// Gives the reply to a request line, both without line end.
-    using Answer = std::function<std::string(std::string_view line)>;
+    /// Gives the reply to a request line, which comes without its line end.
+    using Answer = std::function<Reply(std::string_view line)>;
     /// Told of what happens beside requests and replies.
     using Report = std::function<void(std::string_view event)>;
 
-    /// @p refusal answers a line that is too long. @p loop must outlive the server.
+    /// @p refusal answers a line that is too long. @p loop must outlive the server. @p mode says who may connect.
     LineServer(EventLoop &loop, std::filesystem::path path, Answer answer, std::string refusal, Report report = {},
-               LineServerLimits limits = {});
+               LineServerLimits limits = {}, mode_t mode = kForEverybody);
     LineServer(const LineServer &) = delete;
     LineServer &operator=(const LineServer &) = delete;
     ~LineServer();
@@ -44,20 +61,24 @@ public:
 private:
     struct Connection {
         Descriptor socket;
+        uint64_t number;  ///< its own, unlike the descriptor's, which comes again
         Clock::time_point since;
         Clock::time_point lastMoved;
         std::string request{};
         std::string reply{};
         std::size_t written = 0;
-        enum class Stage { reading, writing, lingering } stage = Stage::reading;
+        std::optional<std::chrono::milliseconds> pause{};  ///< between bytes that go one by one
+        enum class Stage { reading, holding, writing, lingering } stage = Stage::reading;
     };
     using Place = std::map<int, Connection>::iterator;
 
     void acceptAll();
     void react(int fd, uint32_t events);
     void read(Place place);
-    void reply(Place place, std::string text);
+    void reply(Place place, Reply reply);
+    void startWriting(Place place);
     void write(Place place);
+    void hold(Place place, std::chrono::milliseconds time, void (LineServer::*proceed)(Place place));
     void linger(Place place);
     void drop(Place place, std::string_view reason);
     void dropQuietest();
@@ -75,6 +96,7 @@ private:
     Report report_;
     LineServerLimits limits_;
     std::map<int, Connection> connections_;
+    uint64_t accepted_ = 0;
     std::function<void()> ended_;
     std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
     bool sweeping_ = false;

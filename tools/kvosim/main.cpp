@@ -1,4 +1,6 @@
 // kvosim: the hardware service of a simulated plant, for programs that are developed and tested without a panel.
+#include "control.h"
+#include "control_commands.h"
 #include "guarded_command.h"
 #include "plant_file.h"
 #include "plant_generator.h"
@@ -10,6 +12,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <iostream>
 
 namespace {
@@ -17,18 +20,23 @@ namespace {
 constexpr int kDone = 0;
 constexpr int kCanNot = 1;
 constexpr int kWrongUse = 2;
+constexpr int kNoSimulator = 3;
 
 constexpr const char *kMainExamples = R"(Examples:
   kvosim serve --plant examples/plant.toml --verbose
   kvosim run -- ctest --output-on-failure
   kvosim generate 10000 > large.toml
+  kvosim station 10.0.0.5 --set backlight=0
+  kvosim fault add delay --delay-ms 3000
 
-"kvosim COMMAND --help" tells more. Exit status: 0 done, 1 could not be done, 2 wrong use or a faulty plant file.
+"kvosim COMMAND --help" tells more. Exit status: 0 done, 1 could not be done, 2 wrong use or a faulty plant file, 3 no
+simulator runs that could be asked.
 )";
 
 constexpr const char *kServeExamples =
     R"(Serves at /tmp/kvo_hws/cmd_sock until SIGINT, SIGTERM or a client's "killDaemon". Refuses to start where a service
-is running already.
+is running already. Datagrams that set the USB lock are taken at 127.0.0.1:5851, where the library sends them when
+KVO_PLATFORM_INTERFACE is "lo"; --usb-lock-address 0.0.0.0 takes those of the network too.
 
 Examples:
   kvosim serve --plant examples/plant.toml
@@ -38,7 +46,9 @@ Examples:
 constexpr const char *kRunExamples =
     R"(The service and COMMAND have a /tmp/kvo_hws of their own, so any number of them run side by side. COMMAND starts when the
 service is ready; SIGINT and SIGTERM are passed on to it, and what it leaves running is ended after it. The exit status is
-COMMAND's: 128 + the signal if one ended it, 127 if it was not found, 126 if it can not be executed.
+COMMAND's: 128 + the signal if one ended it, 127 if it was not found, 126 if it can not be executed. The network is everybody's:
+where another simulator takes the USB lock's datagrams already, this one goes on without them and says so. COMMAND gets
+KVO_PLATFORM_INTERFACE=lo unless the variable is set, so that its datagrams reach this machine alone.
 
 Examples:
   kvosim run -- ./panel-tests
@@ -53,6 +63,7 @@ constexpr const char *kGenerateExamples = R"(Examples:
 struct Options {
     std::string plant;
     std::string registry;
+    std::string usbLockAddress;
     bool verbose = false;
     uint32_t count = 0;
     uint64_t seed = 1;
@@ -61,9 +72,12 @@ struct Options {
 
 kvosim::ServiceOptions serviceOptions(const Options &options)
 {
-    kvosim::ServiceOptions service{.verbose = options.verbose};
+    kvosim::ServiceOptions service{.verbose = options.verbose, .usbLockDefault = kvosim::kDefaultUsbLockAddress};
     if (!options.registry.empty()) {
         service.registry = options.registry;
+    }
+    if (!options.usbLockAddress.empty()) {
+        service.usbLockAddress = options.usbLockAddress;
     }
     return service;
 }
@@ -93,6 +107,7 @@ int run(const Options &options)
     kvosim::EventLoop loop;
     // Ended by a client, the service is gone, but the command still runs.
     const kvosim::Service service(loop, std::move(plant), serviceOptions(options), [] {});
+    setenv("KVO_PLATFORM_INTERFACE", "lo", 0);
     const kvosim::GuardedCommand command(loop, options.command, [&loop] { loop.stop(); });
     loop.run();
     return command.status();
@@ -109,6 +124,14 @@ void addServiceOptions(CLI::App &command, Options &options)
 {
     command.add_option("--registry", options.registry,
                        "Directory of the registry lists, kept from one start to the next (default: a temporary one)");
+    command
+        .add_option(
+            "--usb-lock-address", options.usbLockAddress,
+            "Where datagrams of the USB lock are taken: ADDRESS[:PORT], port 0 for a free one, or none (default: as the "
+            "plant says, else 127.0.0.1:5851)")
+        ->check([](const std::string &text) {
+            return kvosim::isEndpointOrNone(text) ? std::string() : "write " + std::string(kvosim::kEndpointForm);
+        });
     command.add_flag("--verbose", options.verbose, "Log each exchange on standard error");
 }
 
@@ -147,6 +170,8 @@ int runMain(std::vector<std::string> arguments)
     generateCommand->add_option("--seed", options.seed, "Another seed, another plant (default: 1)");
     generateCommand->footer(kGenerateExamples);
 
+    const kvosim::ControlCommands controlCommands(app);
+
     options.command = takeCommand(arguments);
     try {
         std::reverse(arguments.begin(), arguments.end());  // as this parser takes them
@@ -154,10 +179,19 @@ int runMain(std::vector<std::string> arguments)
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? kDone : kWrongUse;
     }
+    if (controlCommands.carryOut()) {
+        return kDone;
+    }
     if (serveCommand->parsed()) {
         return serve(options);
     }
     return runCommand->parsed() ? run(options) : generate(options);
+}
+
+int tell(const std::exception &error, int status)
+{
+    std::fprintf(stderr, "kvosim: %s\n", error.what());
+    return status;
 }
 
 }  // namespace
@@ -167,10 +201,12 @@ int main(int argc, char **argv)
     try {
         return runMain({argv + 1, argv + argc});
     } catch (const kvosim::PlantFileError &error) {
-        std::fprintf(stderr, "kvosim: %s\n", error.what());
-        return kWrongUse;
+        return tell(error, kWrongUse);
+    } catch (const kvosim::Refused &error) {
+        return tell(error, kWrongUse);
+    } catch (const kvosim::NoSimulator &error) {
+        return tell(error, kNoSimulator);
     } catch (const std::exception &error) {
-        std::fprintf(stderr, "kvosim: %s\n", error.what());
-        return kCanNot;
+        return tell(error, kCanNot);
     }
 }

@@ -2,6 +2,7 @@
 #include "plant.h"
 
 #include <stdexcept>
+#include <utility>
 
 namespace kvosim {
 
@@ -12,7 +13,7 @@ void Plant::add(const ConnectionEntry &station, Panel panel)
         throw std::invalid_argument(std::string("a station's address and name must be its own: ") + station.name);
     }
     stations_.push_back(station);
-    panels_.push_back(panel);
+    panels_.push_back(std::move(panel));
 }
 
 const ConnectionEntry *Plant::findAddress(uint32_t address) const
@@ -31,6 +32,12 @@ Panel *Plant::findPanel(uint32_t address)
 {
     const auto found = byAddress_.find(address);
     return found == byAddress_.end() ? nullptr : &panels_[found->second];
+}
+
+std::optional<Station> Plant::findStation(uint32_t address)
+{
+    const auto found = byAddress_.find(address);
+    return found == byAddress_.end() ? std::nullopt : std::optional(Station{stations_[found->second], panels_[found->second]});
 }
 
 }  // namespace kvosim

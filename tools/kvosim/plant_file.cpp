@@ -2,7 +2,10 @@
 #include "plant_file.h"
 
 #include "address.h"
+#include "arguments.h"
+#include "station_keys.h"
 #include "table_reader.h"
+#include "udp_socket.h"
 
 #include <algorithm>
 #include <fstream>
@@ -16,6 +19,9 @@ const std::string_view kBuiltInPlant = R"toml(
 address = "10.0.0.5"
 name = "Panel 1"
 attr1 = 1
+mcp_address = 5
+kvo_index = 1
+dpi = 96
 
 [[station]]
 address = "10.0.0.6"
@@ -31,12 +37,8 @@ attr1 = 1
 namespace {
 
 constexpr uint32_t kLongestInitTime = 3'600'000;  // ms
+constexpr uint32_t kLongestHold = 3'600'000;      // ms
 constexpr std::size_t kLongestVersion = 255;
-
-bool hasControlCharacter(std::string_view text)
-{
-    return std::any_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; });
-}
 
 uint32_t readAddress(const TableReader &table)
 {
@@ -79,9 +81,6 @@ Record readDescription(const TableReader &table)
     Record record{};
     record.address = readAddress(table);
     readName(table).copy(record.name, kLongestName);
-    record.attr1 = table.number("attr1", 0);
-    record.attr2 = table.number("attr2", 0);
-    record.attr3 = table.number("attr3", 0);
     return record;
 }
 
@@ -121,6 +120,13 @@ ServiceState readService(const TableReader &table)
     service.initTime = std::chrono::milliseconds(table.number("init_time_ms", 0, kLongestInitTime));
     service.debugLevel = static_cast<DebugLevel>(table.number("debug_level", 0, 2));
     service.backlight = table.number("backlight", service.backlight, 1);
+    service.focusHold = std::chrono::milliseconds(table.number("focus_hold_ms", 0, kLongestHold));
+    if (const std::string address = table.text("usb_lock_address", ""); !address.empty()) {
+        if (!isEndpointOrNone(address)) {
+            table.fail("usb_lock_address", '"' + address + "\" is no address; write " + std::string(kEndpointForm));
+        }
+        service.usbLockAddress = address;
+    }
     return service;
 }
 
@@ -130,6 +136,9 @@ std::vector<KvoDescription> readPrevious(const TableReader &registry)
     Uniqueness unique;
     for (const TableReader &table : registry.tables("previous", {"address", "name", "attr1", "attr2", "attr3"})) {
         previous.push_back(readDescription<KvoDescription>(table));
+        previous.back().attr1 = table.number("attr1", 0);
+        previous.back().attr2 = table.number("attr2", 0);
+        previous.back().attr3 = table.number("attr3", 0);
         unique.check(table, previous.back().address, previous.back().name);
     }
     return previous;
@@ -149,11 +158,57 @@ ConnectionEntry readStation(const TableReader &table)
     return station;
 }
 
-Panel readPanel(const TableReader &table)
+/// All keys but the ones that need more than themselves to be judged.
+void readKeys(const TableReader &table, const Station &station)
 {
-    Panel panel;
-    panel.brightness = table.number("brightness", panel.brightness, 1);
-    return panel;
+    for (const StationKey &key : stationKeys()) {
+        const auto value = table.value(key.name);
+        const std::string mistake = value ? assign(key, station, *value) : std::string();
+        if (!mistake.empty()) {
+            table.fail(key.name, mistake);
+        }
+    }
+}
+
+TableReader::Keys keysOfAStation()
+{
+    TableReader::Keys keys{"address", "name", "ext"};
+    for (const StationKey &key : stationKeys()) {
+        keys.push_back(key.name);
+    }
+    return keys;
+}
+
+std::vector<ConnectionClientEntry> readClients(const TableReader &top)
+{
+    std::vector<ConnectionClientEntry> clients;
+    for (const TableReader &table : top.tables("client", {"name", "value"})) {
+        ConnectionClientEntry client{};
+        readName(table).copy(client.name, kLongestName);
+        client.value = table.number("value", 0);
+        clients.push_back(client);
+    }
+    return clients;
+}
+
+Faults readFaults(const TableReader &top)
+{
+    Faults faults;
+    for (const TableReader &table : top.tables("faults", {"command", "kind", "after", "times", "delay_ms"})) {
+        FaultText text{.command = table.text("command", "*"),
+                       .kind = table.text("kind"),
+                       .after = table.number("after", 0),
+                       .times = table.number("times", 0)};
+        if (table.value("delay_ms")) {
+            text.delay = table.number("delay_ms", 0);
+        }
+        try {
+            faults.add(Fault(text));
+        } catch (const FaultError &error) {
+            table.fail(error.key, error.what());
+        }
+    }
+    return faults;
 }
 
 }  // namespace
@@ -161,20 +216,24 @@ Panel readPanel(const TableReader &table)
 Plant parsePlant(std::string_view text, std::string_view fileName)
 {
     const Document document(text, fileName);
-    const TableReader top = document.top({"service", "registry", "station"});
+    const TableReader top = document.top({"service", "registry", "station", "client", "faults"});
     Plant plant;
-    if (const auto service = top.table("service", {"version", "init_time_ms", "debug_level", "backlight"})) {
+    if (const auto service = top.table(
+            "service", {"version", "init_time_ms", "debug_level", "backlight", "focus_hold_ms", "usb_lock_address"})) {
         plant.service = readService(*service);
     }
     if (const auto registry = top.table("registry", {"previous"})) {
         plant.previous = readPrevious(*registry);
     }
+    plant.clients = readClients(top);
+    plant.faults = readFaults(top);
     Uniqueness unique;
-    for (const TableReader &table :
-         top.tables("station", {"address", "name", "attr1", "attr2", "attr3", "ext", "brightness"})) {
-        const ConnectionEntry station = readStation(table);
-        unique.check(table, station.address, station.name);
-        plant.add(station, readPanel(table));
+    for (const TableReader &table : top.tables("station", keysOfAStation())) {
+        ConnectionEntry entry = readStation(table);
+        unique.check(table, entry.address, entry.name);
+        Panel panel;
+        readKeys(table, {entry, panel});
+        plant.add(entry, std::move(panel));
     }
     return plant;
 }

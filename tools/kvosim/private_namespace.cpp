@@ -54,11 +54,13 @@ void unshareMounts()
 /// Whether a mount is seen in other namespaces as well.
 bool isShared(std::string_view mountPoint)
 {
+    std::string place = " ";
+    place.append(mountPoint).append(" ");
     std::ifstream mounts("/proc/self/mountinfo");
     bool shared = false;
     for (std::string line; std::getline(mounts, line);) {
         // Id, parent, device, root, mount point, options, and what it shares; the last mount of a place is the one that is seen.
-        if (line.find(" " + std::string(mountPoint) + " ") != std::string::npos) {
+        if (line.find(place) != std::string::npos) {
             shared = line.find(" shared:") != std::string::npos;
         }
     }

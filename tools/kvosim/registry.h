@@ -36,6 +36,7 @@ public:
     bool lock() noexcept;
     /// False where nobody holds the lock.
     bool unlock();
+    [[nodiscard]] bool locked() const noexcept { return locked_; }
 
 private:
     [[nodiscard]] std::filesystem::path file(const char *name) const;

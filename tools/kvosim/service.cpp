@@ -1,46 +1,110 @@
 // The service's parts put together.
 #include "service.h"
 
+#include "control.h"
 #include "exchange_log.h"
 
 #include <exception>
 
 namespace kvosim {
 
+namespace {
+
+constexpr LineServerLimits kControlLimits{.longestLine = 65536, .connections = 16};
+
+/// How a fault changes a reply; a request that "failed" is struck before it is carried out.
+Reply spoilt(std::string text, const Fault &fault)
+{
+    Reply reply(std::move(text));
+    switch (fault.kind()) {
+    case FaultKind::delay: reply.delay = fault.delay(); break;
+    case FaultKind::close: reply.way = Reply::Way::close; break;
+    case FaultKind::garbage: reply.text = garbled(reply.text); break;
+    case FaultKind::failed: break;
+    case FaultKind::split:
+        reply.way = Reply::Way::bytewise;
+        reply.pause = fault.delay();
+        break;
+    case FaultKind::silent: reply.way = Reply::Way::silence; break;
+    }
+    return reply;
+}
+
+}  // namespace
+
 Service::Service(EventLoop &loop, Plant plant, const ServiceOptions &options, std::function<void()> ended)
-    : verbose_(options.verbose), ended_(std::move(ended)), plant_(std::move(plant)),
+    : loop_(loop), verbose_(options.verbose), ended_(std::move(ended)), plant_(std::move(plant)),
       registry_(options.registry), context_{.plant = plant_, .registry = registry_},
       commands_(
           loop, options.socket, [this](std::string_view request) { return exchange(request); }, kFailed,
-          [verbose = options.verbose](std::string_view event) {
-              if (verbose) {
+          [this](std::string_view event) {
+              if (verbose_) {
                   logLine(event);
               }
           },
-          options.limits)
+          options.limits),
+      control_(
+          loop, options.controlSocket, [this](std::string_view request) { return answerControl(context_, request); },
+          R"({"error":"the request is too long"})", {}, kControlLimits, kForThisUser)
 {
+    openUsbLock(options);
     // Only now that the socket is this service's: another one may be using the same registry.
     registry_.start(plant_);
 }
 
-void Service::end() { commands_.end(ended_); }
-
-std::string Service::exchange(std::string_view request)
+void Service::openUsbLock(const ServiceOptions &options)
 {
+    const auto wanted = options.usbLockAddress ? options.usbLockAddress : plant_.service.usbLockAddress;
+    const auto address = wanted ? wanted : options.usbLockDefault;
+    if (!address || *address == kNoEndpoint) {
+        return;
+    }
+    try {
+        usbLock_ = std::make_unique<UdpSocket>(loop_, *address, [this](std::string_view datagram) { takeDatagram(datagram); });
+    } catch (const std::exception &error) {
+        if (wanted) {
+            throw;
+        }
+        logLine(std::string("warning: ") + error.what() + "; going on without them (see --usb-lock-address)");
+        return;
+    }
+    context_.usbLockAddress = usbLock_->address();
+}
+
+void Service::end()
+{
+    // Nobody waits for the control socket's last reply.
+    commands_.end([this] { control_.end(ended_); });
+}
+
+Reply Service::exchange(std::string_view request)
+{
+    ++context_.exchanges;
+    const Fault *fault = plant_.faults.strike(keywordOf(request));
     std::string reply = kFailed;
     try {
-        reply = answer(context_, request);
+        if (fault == nullptr || fault->kind() != FaultKind::failed) {
+            reply = answer(context_, request);
+        }
     } catch (const std::exception &error) {
         // A full disk, say: told to whoever watches; the next request may find it better.
         logLine(shown(request) + ": " + error.what());
     }
     if (verbose_) {
-        logLine(shown(request) + " -> " + shown(reply));
+        logLine(shown(request) + " -> " + shown(reply) + (fault == nullptr ? "" : " (fault: " + fault->text().kind + ')'));
     }
     if (context_.ending) {
         end();
     }
-    return reply;
+    return fault == nullptr ? Reply(std::move(reply)) : spoilt(std::move(reply), *fault);
+}
+
+void Service::takeDatagram(std::string_view datagram)
+{
+    const bool taken = takeUsbLock(plant_, datagram);
+    if (verbose_) {
+        logLine("datagram " + shown(datagram) + (taken ? "" : " (ignored)"));
+    }
 }
 
 }  // namespace kvosim

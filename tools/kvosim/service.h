@@ -1,21 +1,30 @@
-// The simulated hardware service: a plant, its registry, and the command socket on which it answers.
+// The simulated hardware service: a plant, its registry, and the doors to it: the command socket, the datagrams of the USB
+// lock, and the simulator's own control socket.
 #pragma once
 
 #include "commands.h"
 #include "line_server.h"
 #include "plant.h"
 #include "registry.h"
+#include "udp_socket.h"
 
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <optional>
+#include <string>
 
 namespace kvosim {
 
 struct ServiceOptions {
     std::filesystem::path socket = "/tmp/kvo_hws/cmd_sock";
+    std::filesystem::path controlSocket = "/tmp/kvo_hws/kvosim_ctl";
     std::optional<std::filesystem::path> registry{};  ///< none: a temporary directory
     bool verbose = false;                             ///< logs each exchange on standard error
+    /// Where the USB lock's datagrams are taken. None: where the plant says, else nowhere.
+    std::optional<std::string> usbLockAddress{};
+    /// The same where neither says; the service does without when the place is taken.
+    std::optional<std::string> usbLockDefault{};
     LineServerLimits limits{};
 };
 
@@ -31,16 +40,23 @@ public:
     /// Only on the loop's thread, or when the loop does not run.
     [[nodiscard]] Plant &plant() noexcept { return plant_; }
     [[nodiscard]] Registry &registry() noexcept { return registry_; }
+    /// Empty where no datagrams are taken.
+    [[nodiscard]] const std::string &usbLockAddress() const noexcept { return context_.usbLockAddress; }
 
 private:
-    std::string exchange(std::string_view request);
+    void openUsbLock(const ServiceOptions &options);
+    Reply exchange(std::string_view request);
+    void takeDatagram(std::string_view datagram);
 
+    EventLoop &loop_;
     bool verbose_;
     std::function<void()> ended_;
     Plant plant_;
     Registry registry_;
     ServiceContext context_;
     LineServer commands_;
+    LineServer control_;
+    std::unique_ptr<UdpSocket> usbLock_;
 };
 
 }  // namespace kvosim

@@ -23,7 +23,7 @@ toml::table parse(std::string_view text, std::string_view fileName)
     }
 }
 
-std::string listed(TableReader::Keys keys)
+std::string listed(const TableReader::Keys &keys)
 {
     std::string list;
     for (const std::string_view key : keys) {
@@ -36,7 +36,7 @@ std::string listed(TableReader::Keys keys)
 
 Document::Document(std::string_view text, std::string_view fileName) : fileName_(fileName), table_(parse(text, fileName)) {}
 
-TableReader::TableReader(std::string_view fileName, std::string where, const toml::table &table, Keys keys)
+TableReader::TableReader(std::string_view fileName, std::string where, const toml::table &table, const Keys &keys)
     : fileName_(fileName), where_(std::move(where)), table_(&table)
 {
     for (const auto &[key, node] : table) {
@@ -68,7 +68,20 @@ uint32_t TableReader::number(std::string_view key, uint32_t absent, uint32_t hig
     return node == nullptr ? absent : numberOf(*node, key, highest);
 }
 
-std::optional<TableReader> TableReader::table(std::string_view key, Keys keys) const
+std::optional<Value> TableReader::value(std::string_view key) const
+{
+    const toml::node *node = table_->get(key);
+    if (node == nullptr) {
+        return std::nullopt;
+    }
+    if (const auto number = node->value_exact<int64_t>()) {
+        return *number;
+    }
+    const auto text = node->value_exact<std::string>();
+    return text ? Value(*text) : Value();
+}
+
+std::optional<TableReader> TableReader::table(std::string_view key, const Keys &keys) const
 {
     const toml::node *node = table_->get(key);
     if (node == nullptr) {
@@ -80,7 +93,7 @@ std::optional<TableReader> TableReader::table(std::string_view key, Keys keys) c
     return TableReader(fileName_, pathOf(key), *node->as_table(), keys);
 }
 
-std::vector<TableReader> TableReader::tables(std::string_view key, Keys keys) const
+std::vector<TableReader> TableReader::tables(std::string_view key, const Keys &keys) const
 {
     std::vector<TableReader> readers;
     const toml::node *node = table_->get(key);

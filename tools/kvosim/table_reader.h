@@ -1,9 +1,10 @@
 // Tables of a TOML document, read key by key; what is wrong is told with file, line and key.
 #pragma once
 
+#include "station_keys.h"
+
 #include <array>
 #include <cstdint>
-#include <initializer_list>
 #include <memory>
 #include <optional>
 #include <string>
@@ -16,15 +17,17 @@ namespace kvosim {
 
 class TableReader {
 public:
-    using Keys = std::initializer_list<std::string_view>;
+    using Keys = std::vector<std::string_view>;
     static constexpr uint32_t kHighest = 0xFFFFFFFF;
 
     /// @p where names the table in messages, empty for the document itself. A key that is none of @p keys is an error.
-    TableReader(std::string_view fileName, std::string where, const toml::table &table, Keys keys);
+    TableReader(std::string_view fileName, std::string where, const toml::table &table, const Keys &keys);
 
     /// A text that must be there, or the one that stands in for it.
     [[nodiscard]] std::string text(std::string_view key, std::optional<std::string> absent = {}) const;
     [[nodiscard]] uint32_t number(std::string_view key, uint32_t absent, uint32_t highest = kHighest) const;
+    /// A number or a text; nothing where the key is absent.
+    [[nodiscard]] std::optional<Value> value(std::string_view key) const;
     /// Exactly @p N numbers; zeros where the key is absent.
     template <std::size_t N>
     [[nodiscard]] std::array<uint32_t, N> numbers(std::string_view key) const
@@ -34,9 +37,9 @@ public:
         return values;
     }
     /// A table [key]; nothing where it is absent.
-    [[nodiscard]] std::optional<TableReader> table(std::string_view key, Keys keys) const;
+    [[nodiscard]] std::optional<TableReader> table(std::string_view key, const Keys &keys) const;
     /// All tables [[key]].
-    [[nodiscard]] std::vector<TableReader> tables(std::string_view key, Keys keys) const;
+    [[nodiscard]] std::vector<TableReader> tables(std::string_view key, const Keys &keys) const;
 
     /// The line in which the table begins.
     [[nodiscard]] unsigned line() const noexcept { return table_->source().begin.line; }
@@ -59,7 +62,7 @@ class Document {
 public:
     Document(std::string_view text, std::string_view fileName);
 
-    [[nodiscard]] TableReader top(TableReader::Keys keys) const { return {fileName_, "", table_, keys}; }
+    [[nodiscard]] TableReader top(const TableReader::Keys &keys) const { return {fileName_, "", table_, keys}; }
 
 private:
     std::string fileName_;

@@ -87,13 +87,15 @@ void clearPath(const std::string &path)
 
 }  // namespace
 
-ListeningSocket::ListeningSocket(std::filesystem::path path) : path_(std::move(path))
+ListeningSocket::ListeningSocket(std::filesystem::path path, mode_t mode) : path_(std::move(path))
 {
     const sockaddr_un address = addressOf(path_);
     const Descriptor directory = ownDirectory(path_.parent_path());
     clearPath(path_);
     socket_ = Descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    if (bind(socket_.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
+    // Before it has a path, so that nobody else gets in between.
+    if (fchmod(socket_.get(), mode) != 0 ||
+        bind(socket_.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
         listen(socket_.get(), kWaitingConnections) != 0) {
         fail("can not listen at " + path_.string());
     }

@@ -32,13 +32,14 @@ std::vector<std::string> kvosim(std::vector<std::string> arguments)
 
 std::vector<std::string> serve(std::vector<std::string> more = {})
 {
-    more.insert(more.begin(), {"serve", "--plant", EXAMPLE_PLANT});
+    // Other tests may have the default port of the USB lock: the network is everybody's.
+    more.insert(more.begin(), {"serve", "--plant", EXAMPLE_PLANT, "--usb-lock-address", "none"});
     return kvosim(std::move(more));
 }
 
 std::vector<std::string> runShell(const std::string &script, std::vector<std::string> options = {})
 {
-    options.insert(options.begin(), "run");
+    options.insert(options.begin(), {"run", "--usb-lock-address", "none"});
     options.insert(options.end(), {"--", "sh", "-c", script});
     return kvosim(std::move(options));
 }
@@ -166,7 +167,7 @@ class RunEndsAs : public testing::TestWithParam<Ending> {};
 
 TEST_P(RunEndsAs, ItsCommand)
 {
-    std::vector<std::string> arguments{"run", "--"};
+    std::vector<std::string> arguments{"run", "--usb-lock-address", "none", "--"};
     arguments.insert(arguments.end(), GetParam().command.begin(), GetParam().command.end());
     Program run(kvosim(arguments));
     EXPECT_EQ(run.wait(), GetParam().status);
@@ -194,8 +195,9 @@ INSTANTIATE_TEST_SUITE_P(
 
 Program runByName(const std::filesystem::path &directory)
 {
-    return Program(
-        {"sh", "-c", "PATH=" + directory.string() + ":\"$PATH\" exec " KVOSIM_PROGRAM " run -- kvosim-test-command"});
+    return Program({"sh", "-c",
+                    "PATH=" + directory.string() +
+                        ":\"$PATH\" exec " KVOSIM_PROGRAM " run --usb-lock-address none -- kvosim-test-command"});
 }
 
 TEST(Run, FindsACommandThatCanNotBeExecuted)
@@ -225,7 +227,7 @@ TEST(Run, ServesTheCommandAlone)
 {
     Program run(runShell("ls /tmp/kvo_hws"));
     EXPECT_EQ(run.wait(), 0);
-    EXPECT_EQ(run.out(), "cmd_sock\n");
+    EXPECT_EQ(run.out(), "cmd_sock\nkvosim_ctl\n");
     EXPECT_FALSE(std::filesystem::exists(kSocket)) << "the service was to be seen by others";
 }
 

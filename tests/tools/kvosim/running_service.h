@@ -49,6 +49,8 @@ public:
     RunningService &operator=(const RunningService &) = delete;
     ~RunningService() { stop(); }
 
+    /// Where it takes the datagrams of the USB lock.
+    [[nodiscard]] const std::string &usbLockAddress() const { return service_.usbLockAddress(); }
     /// Stops it and gives its state.
     kvosim::Plant &stop()
     {

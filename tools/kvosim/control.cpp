@@ -1,0 +1,192 @@
+// Requests of the control socket, as the service answers them.
+#include "control.h"
+
+#include "address.h"
+#include "station_keys.h"
+#include "udp_socket.h"
+
+#include <unistd.h>
+
+namespace kvosim {
+
+namespace {
+
+constexpr const char *kReadOnlyKeys = "address, name and ext are fixed while the simulator runs";
+
+Json jsonOf(const Value &value)
+{
+    if (const auto *number = std::get_if<int64_t>(&value)) {
+        return *number;
+    }
+    return std::get<std::string>(value);
+}
+
+/// Texts are as typed: numbers are recognised by the key.
+Value valueOf(const StationKey &key, const Json &json)
+{
+    if (json.is_number_integer()) {
+        return json.get<int64_t>();
+    }
+    return json.is_string() ? typed(key, json.get<std::string>()) : Value();
+}
+
+std::string focusOf(const Plant &plant)
+{
+    const ConnectionEntry *station = plant.findAddress(plant.focus.station);
+    return station == nullptr ? std::string(kUntold) : dotted(station->address) + ' ' + station->name;
+}
+
+Json status(ServiceContext &context, const Json &)
+{
+    const auto up = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - context.started);
+    return {{"process", getpid()},
+            {"uptime_ms", up.count()},
+            {"stations", context.plant.stations().size()},
+            {"exchanges", context.exchanges},
+            {"registry_locked", context.registry.locked()},
+            {"focus", focusOf(context.plant)},
+            {"usb_lock_address", context.usbLockAddress.empty() ? std::string(kNoEndpoint) : context.usbLockAddress},
+            {"faults", context.plant.faults.list().size()}};
+}
+
+Json jsonOf(const Station &station)
+{
+    const ConnectionEntry &entry = station.entry;
+    Json keys{
+        {"address", dotted(entry.address)},
+        {"name", entry.name},
+        {"ext",
+         {entry.extAttr1, entry.extAttr2, entry.extAttr3, entry.extAttr4, entry.extAttr5, entry.extAttr6, entry.extAttr7}}};
+    for (const StationKey &key : stationKeys()) {
+        keys[std::string(key.name)] = jsonOf(read(key, station));
+    }
+    keys["rebooting"] = station.panel.rebooting();
+    return keys;
+}
+
+Station findStation(Plant &plant, const std::string &wanted)
+{
+    const ConnectionEntry *named = plant.findName(wanted);
+    const auto address = parseDotted(wanted);
+    const auto station = named != nullptr ? plant.findStation(named->address)
+                         : address        ? plant.findStation(*address)
+                                          : std::nullopt;
+    if (!station) {
+        throw Refused("no station has the address or the name \"" + wanted + '"');
+    }
+    return *station;
+}
+
+/// All values or none.
+void setAll(const Station &station, const Json &values)
+{
+    ConnectionEntry entry = station.entry;
+    Panel panel = station.panel;
+    for (const auto &[name, json] : values.items()) {
+        const StationKey *key = findStationKey(name);
+        if (key == nullptr) {
+            throw Refused(name + ": is no key that can be set; docs/plant-file.md lists them; " + kReadOnlyKeys);
+        }
+        const std::string mistake = assign(*key, {entry, panel}, valueOf(*key, json));
+        if (!mistake.empty()) {
+            throw Refused(name + ": " + mistake);
+        }
+    }
+    station.entry = entry;
+    station.panel = panel;
+}
+
+Json station(ServiceContext &context, const Json &request)
+{
+    const Station found = findStation(context.plant, request.at("station").get<std::string>());
+    if (request.contains("set")) {
+        setAll(found, request["set"]);
+        context.registry.writeCurrent(context.plant.stations());  // it holds attributes
+    }
+    return jsonOf(found);
+}
+
+Json listFaults(ServiceContext &context, const Json &)
+{
+    Json list = Json::array();
+    for (const Fault &fault : context.plant.faults.list()) {
+        const FaultText &text = fault.text();
+        Json row{{"command", text.command},
+                 {"kind", text.kind},
+                 {"after", text.after},
+                 {"times", text.times},
+                 {"struck", fault.requestsStruck()}};
+        if (text.delay) {
+            row["delay_ms"] = *text.delay;
+        }
+        list.push_back(std::move(row));
+    }
+    return {{"faults", std::move(list)}};
+}
+
+uint32_t count(const Json &request, const char *key)
+{
+    const Json value = request.value(key, Json(0U));
+    if (!value.is_number_unsigned() || value.get<uint64_t>() > UINT32_MAX) {
+        throw Refused(std::string(key) + ": is no whole number; write 0 to 0xFFFFFFFF");
+    }
+    return value.get<uint32_t>();
+}
+
+Json addFault(ServiceContext &context, const Json &request)
+{
+    FaultText text{.command = request.value("command", "*"),
+                   .kind = request.at("kind").get<std::string>(),
+                   .after = count(request, "after"),
+                   .times = count(request, "times")};
+    if (request.contains("delay_ms")) {
+        text.delay = count(request, "delay_ms");
+    }
+    try {
+        context.plant.faults.add(Fault(text));
+    } catch (const FaultError &error) {
+        throw Refused(error.key + ": " + error.what());
+    }
+    return listFaults(context, request);
+}
+
+Json clearFaults(ServiceContext &context, const Json &request)
+{
+    context.plant.faults.clear();
+    return listFaults(context, request);
+}
+
+struct Action {
+    std::string_view name;
+    Json (*carryOut)(ServiceContext &context, const Json &request);
+};
+
+constexpr Action kActions[] = {
+    {"status", status}, {"station", station}, {"fault.list", listFaults}, {"fault.add", addFault}, {"fault.clear", clearFaults},
+};
+
+Json carryOut(ServiceContext &context, std::string_view line)
+{
+    try {
+        const Json request = Json::parse(line);
+        const std::string wanted = request.at("do").get<std::string>();
+        for (const Action &action : kActions) {
+            if (action.name == wanted) {
+                return action.carryOut(context, request);
+            }
+        }
+        return {{"error", "\"do\": \"" + wanted + "\" is none of status, station, fault.list, fault.add, fault.clear"}};
+    } catch (const std::exception &error) {
+        return {{"error", error.what()}};
+    }
+}
+
+}  // namespace
+
+std::string answerControl(ServiceContext &context, std::string_view request)
+{
+    // Names are bytes and may be no UTF-8 where a client has set them; what can not be told is replaced.
+    return carryOut(context, request).dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+}  // namespace kvosim

@@ -1,0 +1,72 @@
+// The control socket from the other side.
+#include "control.h"
+#include "descriptor.h"
+
+#include <array>
+#include <cerrno>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/un.h>
+#include <system_error>
+
+namespace kvosim {
+
+namespace {
+
+constexpr timeval kPatience{.tv_sec = 5, .tv_usec = 0};
+
+[[noreturn]] void fail(const std::string &what)
+{
+    throw std::runtime_error(what + ": " + std::generic_category().message(errno));
+}
+
+Descriptor connectTo(const std::string &path)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    Descriptor connection(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    setsockopt(connection.get(), SOL_SOCKET, SO_RCVTIMEO, &kPatience, sizeof kPatience);
+    setsockopt(connection.get(), SOL_SOCKET, SO_SNDTIMEO, &kPatience, sizeof kPatience);
+    if (connect(connection.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
+        if (errno == ENOENT || errno == ECONNREFUSED) {
+            throw NoSimulator("no simulator runs here (nobody listens at " + path +
+                              "); start one with \"kvosim serve\", or work inside \"kvosim run\"");
+        }
+        fail("can not connect to " + path);
+    }
+    return connection;
+}
+
+std::string exchange(const Descriptor &connection, const std::string &line)
+{
+    if (send(connection.get(), line.data(), line.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(line.size())) {
+        fail("can not send to the simulator");
+    }
+    std::string reply;
+    std::array<char, 4096> piece{};
+    while (!reply.ends_with('\n')) {
+        const ssize_t count = recv(connection.get(), piece.data(), piece.size(), 0);
+        if (count < 0) {
+            fail("the simulator does not answer");
+        }
+        if (count == 0) {
+            throw std::runtime_error("the simulator has closed the connection without an answer");
+        }
+        reply.append(piece.data(), static_cast<std::size_t>(count));
+    }
+    return reply;
+}
+
+}  // namespace
+
+Json askSimulator(const Json &request, const std::filesystem::path &socket)
+{
+    Json reply = Json::parse(exchange(connectTo(socket.string()), request.dump() + '\n'));
+    if (reply.contains("error")) {
+        throw Refused(reply["error"].get<std::string>());
+    }
+    return reply;
+}
+
+}  // namespace kvosim

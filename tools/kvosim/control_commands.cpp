@@ -1,0 +1,190 @@
+// Arguments, requests and what is printed of their replies.
+#include "control_commands.h"
+
+#include "control.h"
+
+#include <cstdio>
+#include <iostream>
+#include <vector>
+
+namespace kvosim {
+
+namespace {
+
+constexpr const char *kStatusExamples = R"(Examples:
+  kvosim status
+  kvosim status --json
+)";
+
+constexpr const char *kStationExamples =
+    R"(KEY is a key of plant files (docs/plant-file.md), with the same ranges. All values are set, or none if one is wrong.
+
+Examples:
+  kvosim station 10.0.0.5
+  kvosim station "Lathe 1" --set backlight=0 mcp_address=12
+  kvosim station 10.0.0.5 --set dpi=none --json
+)";
+
+constexpr const char *kFaultExamples =
+    R"(Each fault strikes the requests of one command, or of all. Where several are due, the one added first strikes.
+
+  delay    the reply comes late, by --delay-ms (default 1000)
+  close    the connection is closed instead of a reply
+  garbage  the reply is malformed: "#?" stands before its value
+  failed   the request is not carried out, and the reply is "failed"
+  split    the reply comes byte by byte, with pauses of --delay-ms (default 5)
+  silent   nothing comes; the connection stays open
+
+But for "failed", the request is carried out.
+
+Examples:
+  kvosim fault add silent --command getVersion --times 1
+  kvosim fault add delay --delay-ms 3000 --after 10
+  kvosim fault list --json
+  kvosim fault clear
+)";
+
+void printRows(const Json &reply)
+{
+    for (const auto &[key, value] : reply.items()) {
+        std::cout << key << std::string(key.size() < 28 ? 28 - key.size() : 1, ' ')
+                  << (value.is_string() ? value.get<std::string>() : value.dump()) << '\n';
+    }
+}
+
+std::string orForEver(const Json &times) { return times == 0 ? "for ever" : times.dump() + " times"; }
+
+void printFaults(const Json &reply)
+{
+    if (reply["faults"].empty()) {
+        std::cout << "no faults\n";
+    }
+    for (const Json &fault : reply["faults"]) {
+        std::cout << fault["kind"].get<std::string>() << ' ' << fault["command"].get<std::string>();
+        if (fault.contains("delay_ms")) {
+            std::cout << ", " << fault["delay_ms"] << " ms";
+        }
+        std::cout << ", after " << fault["after"] << ", " << orForEver(fault["times"]) << ", struck " << fault["struck"]
+                  << '\n';
+    }
+}
+
+void printStatus(Json reply)
+{
+    const auto up = reply["uptime_ms"].get<int64_t>();
+    reply.erase("uptime_ms");
+    std::printf("%-28s%lld.%03lld s\n", "uptime", static_cast<long long>(up / 1000), static_cast<long long>(up % 1000));
+    std::fflush(stdout);
+    reply["registry_locked"] = reply["registry_locked"].get<bool>() ? "yes" : "no";
+    printRows(reply);
+}
+
+/// "key=value" as one member of an object.
+Json settings(const std::vector<std::string> &assignments)
+{
+    Json values = Json::object();
+    for (const std::string &assignment : assignments) {
+        const std::size_t equals = assignment.find('=');
+        if (equals == std::string::npos) {
+            throw Refused('"' + assignment + "\" is no setting; write KEY=VALUE");
+        }
+        values[assignment.substr(0, equals)] = assignment.substr(equals + 1);
+    }
+    return values;
+}
+
+}  // namespace
+
+struct ControlCommands::Options {
+    bool json = false;
+    std::string station;
+    std::vector<std::string> settings;
+    std::string kind;
+    std::string command;
+    uint32_t after = 0;
+    uint32_t times = 0;
+    std::optional<uint32_t> delay;
+    std::vector<std::pair<CLI::App *, std::function<void()>>> actions;
+
+    void ask(const Json &request, void (*print)(Json)) const
+    {
+        const Json reply = askSimulator(request);
+        if (json) {
+            std::cout << reply.dump() << '\n';
+        } else {
+            print(reply);
+        }
+    }
+};
+
+ControlCommands::ControlCommands(CLI::App &app) : options_(std::make_unique<Options>())
+{
+    Options &options = *options_;
+    add(app, "status", "Tell how the running simulator is", [&options] {
+        options.ask({{"do", "status"}}, printStatus);
+    })->footer(kStatusExamples);
+
+    CLI::App *station = add(app, "station", "Show a station of the running simulator, or change it", [&options] {
+        Json request{{"do", "station"}, {"station", options.station}};
+        if (!options.settings.empty()) {
+            request["set"] = settings(options.settings);
+        }
+        options.ask(request, [](Json reply) { printRows(reply); });
+    });
+    station->add_option("STATION", options.station, "Its address or its name")->required();
+    station->add_option("--set", options.settings, "KEY=VALUE, any number of them");
+    station->footer(kStationExamples);
+
+    CLI::App *fault = app.add_subcommand("fault", "Make the running simulator fail");
+    fault->require_subcommand(1);
+    fault->footer(kFaultExamples);
+    addFaultCommands(*fault);
+}
+
+ControlCommands::~ControlCommands() = default;
+
+void ControlCommands::addFaultCommands(CLI::App &fault)
+{
+    Options &options = *options_;
+    const auto print = [](Json reply) { printFaults(reply); };
+    add(fault, "list", "List the faults", [&options, print] { options.ask({{"do", "fault.list"}}, print); });
+    add(fault, "clear", "Remove all faults", [&options, print] { options.ask({{"do", "fault.clear"}}, print); });
+    CLI::App *adding = add(fault, "add", "Add a fault", [&options, print] {
+        Json request{{"do", "fault.add"},
+                     {"kind", options.kind},
+                     {"command", options.command.empty() ? "*" : options.command},
+                     {"after", options.after},
+                     {"times", options.times}};
+        if (options.delay) {
+            request["delay_ms"] = *options.delay;
+        }
+        options.ask(request, print);
+    });
+    adding->add_option("KIND", options.kind, "delay, close, garbage, failed, split or silent")->required();
+    adding->add_option("--command", options.command, "Keyword of the command that it strikes (default: all)");
+    adding->add_option("--after", options.after, "So many requests are spared first (default: 0)");
+    adding->add_option("--times", options.times, "So many are struck then (default: 0, for ever)");
+    adding->add_option("--delay-ms", options.delay, "Time of delay and split, at most 60000");
+    adding->footer(kFaultExamples);
+}
+
+CLI::App *ControlCommands::add(CLI::App &parent, const char *name, const char *meaning, std::function<void()> action)
+{
+    CLI::App *command = parent.add_subcommand(name, meaning);
+    command->add_flag("--json", options_->json, "Print the simulator's answer as one line of JSON");
+    options_->actions.emplace_back(command, std::move(action));
+    return command;
+}
+
+bool ControlCommands::carryOut() const
+{
+    for (const auto &[command, action] : options_->actions) {
+        if (command->parsed()) {
+            action();
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace kvosim

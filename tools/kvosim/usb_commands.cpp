@@ -1,0 +1,81 @@
+// Commands about the USB connectors of stations and their lock, and the datagrams that set the lock.
+#include "command_table.h"
+
+#include "address.h"
+
+#include <algorithm>
+
+namespace kvosim {
+
+namespace {
+
+std::string getConnectorsOfOne(const StationCall &call)
+{
+    return call.panel().usbScanning != 0 ? kBusy : "usb-connector-list-one=" + call.panel().usbConnectors;
+}
+
+/// "address connector connector;address connector", without the stations that have none.
+std::string getConnectors(ServiceContext &context, std::string_view)
+{
+    std::string list;
+    const auto panels = context.plant.panels();
+    for (std::size_t i = 0; i < panels.size(); ++i) {
+        if (panels[i].usbScanning != 0) {
+            return kBusy;
+        }
+        if (!panels[i].usbConnectors.empty() && !panels[i].rebooting()) {
+            list.append(list.empty() ? "" : ";").append(dotted(context.plant.stations()[i].address));
+            list.append(" ").append(panels[i].usbConnectors);
+        }
+    }
+    return "usb-connector-list=" + list;
+}
+
+/// Clients write signed numbers and read unsigned ones: the bits stay.
+std::optional<uint32_t> lockNumber(std::string_view text)
+{
+    const auto value = number<int64_t>(text);
+    if (!value || *value < INT32_MIN || *value > int64_t{UINT32_MAX}) {
+        return std::nullopt;
+    }
+    return static_cast<uint32_t>(*value);
+}
+
+}  // namespace
+
+bool takeUsbLock(Plant &plant, std::string_view datagram)
+{
+    constexpr std::string_view kBeginning = "setUsbLock=";
+    if (!datagram.starts_with(kBeginning) || !datagram.ends_with('\n')) {
+        return false;
+    }
+    const auto [quoted, host] = split(datagram.substr(kBeginning.size(), datagram.size() - kBeginning.size() - 1), ' ');
+    const auto [first, second] = split(unquoted(quoted).value_or(""), ':');
+    const auto firstNumber = lockNumber(first);
+    const auto secondNumber = lockNumber(second);
+    const auto address = parseDotted(std::string(host));
+    if (!firstNumber || !secondNumber || !address) {
+        return false;
+    }
+    const std::string lock = std::to_string(*firstNumber) + ':' + std::to_string(*secondNumber);
+    if (*address != 0) {
+        const auto station = reachable(plant, *address);
+        return station && assign(stationKey("usb_lock"), *station, lock).empty();
+    }
+    for (Panel &panel : plant.panels()) {
+        panel.usbLock = panel.rebooting() ? panel.usbLock : lock;
+    }
+    return true;
+}
+
+std::span<const Command> usbCommands()
+{
+    static const Command rows[] = {
+        {"getUsbLock=", tells("usb-lock=", "usb_lock")},
+        {"getUsbConnectorList", getConnectors},
+        {"getUsbConnectorListOne=", onStationAlone(getConnectorsOfOne)},
+    };
+    return rows;
+}
+
+}  // namespace kvosim

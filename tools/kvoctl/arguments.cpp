@@ -3,35 +3,44 @@
 
 #include <algorithm>
 #include <charconv>
-#include <vector>
 
 namespace kvoctl {
 
 namespace {
 
-/// The parser's own reading would take "0x10", "-1" and "1e3" in some forms and wrap in others.
-std::string checkSeconds(const std::string &text)
-{
-    uint32_t seconds = 0;
-    const char *const end = text.data() + text.size();
-    const auto parsed = std::from_chars(text.data(), end, seconds);
-    return parsed.ec == std::errc{} && parsed.ptr == end ? "" : "\"" + text + "\" is no number of whole seconds";
-}
+/// Names the text that is refused; CLI11 puts the argument's name before it.
+std::string refusal(const std::string &text, const std::string &complaint) { return "\"" + text + "\" is " + complaint; }
 
 }  // namespace
 
-CLI::Validator oneOf(std::initializer_list<std::pair<std::string, unsigned>> words)
+CLI::Validator wholeNumber(int64_t least, int64_t most, const std::string &complaint)
 {
-    const auto replace = [table = std::vector(words)](std::string &text) -> std::string {
+    const auto read = [=](std::string &text) -> std::string {
+        int64_t number = 0;
+        const char *const end = text.data() + text.size();
+        const auto parsed = std::from_chars(text.data(), end, number);
+        if (parsed.ec != std::errc{} || parsed.ptr != end || number < least || number > most) {
+            return refusal(text, complaint);
+        }
+        // The parser's own reading would take a leading zero for octal.
+        text = std::to_string(number);
+        return {};
+    };
+    return {read, ""};
+}
+
+CLI::Validator oneOf(const Words &words)
+{
+    const auto replace = [words](std::string &text) -> std::string {
         std::string known;
-        for (const auto &[word, number] : table) {
+        for (const auto &[word, number] : words) {
             if (text == word) {
                 text = std::to_string(number);
                 return {};
             }
             known += (known.empty() ? "" : ", ") + word;
         }
-        return "\"" + text + "\" is none of " + known;
+        return refusal(text, "none of " + known);
     };
     return {replace, ""};
 }
@@ -41,18 +50,11 @@ CLI::Option *addFlag(CLI::App &command, const std::string &name, const std::stri
     return command.add_flag(name, help);
 }
 
-std::shared_ptr<unsigned> addOnOff(CLI::App &command)
-{
-    auto state = std::make_shared<unsigned>();
-    command.add_option("STATE", *state, "on or off")->required()->transform(oneOf({{"on", 1}, {"off", 0}}))->type_name("");
-    return state;
-}
-
-Seconds addSeconds(CLI::App &command, const std::string &name, const std::string &help, uint32_t otherwise)
+Given<uint32_t> addSeconds(CLI::App &command, const std::string &name, const std::string &help, uint32_t otherwise)
 {
     auto seconds = std::make_shared<uint32_t>(otherwise);
-    auto *option = command.add_option(name, *seconds, help)->check({checkSeconds, ""})->type_name("SECONDS");
-    return {option, seconds};
+    const CLI::Validator whole = wholeNumber(0, std::numeric_limits<uint32_t>::max(), "no number of whole seconds");
+    return {command.add_option(name, *seconds, help)->transform(whole)->type_name("SECONDS"), seconds};
 }
 
 CLI::Validator oneLine()
@@ -65,6 +67,25 @@ CLI::Validator oneLine()
         return controls ? "\"" + text + "\" holds a control character" : "";
     };
     return {refuse, ""};
+}
+
+Given<uint32_t> Word::addTo(CLI::App &command) const
+{
+    auto value = std::make_shared<uint32_t>();
+    return {command.add_option(name, *value, help)->transform(oneOf(words))->type_name(""), value};
+}
+
+Given<std::string> Text::addTo(CLI::App &command) const
+{
+    const auto refuse = [most = longest](const std::string &text) -> std::string {
+        if (text.find('"') != std::string::npos) {
+            return "a double quote can not be sent";
+        }
+        return text.size() > most ? "at most " + std::to_string(most) + " bytes can be sent" : "";
+    };
+    auto value = std::make_shared<std::string>();
+    auto *option = command.add_option(name, *value, help)->check(oneLine())->check({refuse, ""})->type_name("");
+    return {option, value};
 }
 
 }  // namespace kvoctl

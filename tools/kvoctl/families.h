@@ -5,8 +5,18 @@
 
 namespace kvoctl {
 
-void addServiceCommands(CommandLine &commandLine);
+/// The heading in the help over all families that are about one station.
+inline constexpr const char *kOneStation = "One station, by family";
+
 void addStationCommands(CommandLine &commandLine);
 void addPanelCommands(CommandLine &commandLine);
+void addViewerCommands(CommandLine &commandLine);
+void addAddressCommands(CommandLine &commandLine);
+void addFocusCommands(CommandLine &commandLine);
+void addInputCommands(CommandLine &commandLine);
+void addUsbCommands(CommandLine &commandLine);
+void addMetricCommands(CommandLine &commandLine);
+void addServiceCommands(CommandLine &commandLine);
+void addDoctor(CommandLine &commandLine);
 
 }  // namespace kvoctl

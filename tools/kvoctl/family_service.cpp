@@ -62,7 +62,7 @@ int32_t waitUntilReady(std::chrono::seconds longest)
 
 Action setUpReady(CLI::App &command)
 {
-    const Seconds longest = addSeconds(command, "--wait", "Ask until the service is ready, for so long at most", 0);
+    const auto longest = addSeconds(command, "--wait", "Ask until the service is ready, for so long at most", 0);
     return [=] {
         const int32_t ready = waitUntilReady(std::chrono::seconds(*longest.value));
         if (ready == KVO_HWS_NO) {
@@ -95,6 +95,28 @@ Action setUpDebugLevel(CLI::App &command)
     return [=] { return given->count() > 0 ? done(KVO_HWS_setDebugLevel(*level)) : debugLevel(); };
 }
 
+// ---- kvoctl registry ----
+
+/// The library does not tell a missing service from a refusal here; a question that does comes after.
+Report registryOrder(int32_t (*request)() noexcept, const std::vector<Meaning> &codes)
+{
+    const int32_t result = request();
+    if (result == KVO_HWS_FAILED && KVO_HWS_isInitComplete() == KVO_HWS_NO_SERVICE) {
+        require(KVO_HWS_NO_SERVICE);
+    }
+    return done(result, codes);
+}
+
+Action setUpLock(CLI::App & /*command*/)
+{
+    return [] { return registryOrder(KVO_HWS_lockKVORegData, {{KVO_HWS_NO, "the registry is locked already; try again"}}); };
+}
+
+Action setUpUnlock(CLI::App & /*command*/)
+{
+    return [] { return registryOrder(KVO_HWS_unlockKVORegData, {}); };
+}
+
 // ---- kvoctl kill-daemon ----
 
 Action setUpKillDaemon(CLI::App & /*command*/)
@@ -107,10 +129,14 @@ Action setUpKillDaemon(CLI::App & /*command*/)
 void addServiceCommands(CommandLine &commandLine)
 {
     Family service(commandLine, "Service");
-    service.add("version", "Show the library's and the service's version", {"version"}, setUpVersion);
-    service.add("ready", "Tell whether the service has finished starting", {"ready", "ready --wait 30"}, setUpReady);
-    service.add("debug-level", "Show or set the service's debug level", {"debug-level", "debug-level II"}, setUpDebugLevel);
-    service.add("kill-daemon", "Tell the service to end itself", {"kill-daemon"}, setUpKillDaemon);
+    service.add("version", "Show the library's and the service's version", {""}, {setUpVersion});
+    service.add("ready", "Tell whether the service has finished starting", {"", "--wait 30"}, {setUpReady});
+    service.add("debug-level", "Show or set the service's debug level", {"", "II"}, {setUpDebugLevel});
+    service.add("kill-daemon", "Tell the service to end itself", {""}, {setUpKillDaemon});
+
+    Family registry(commandLine, "Service", "registry", "The lock on the service's registry files");
+    registry.add("lock", "Take the lock; whoever takes it must give it back", {""}, {setUpLock});
+    registry.add("unlock", "Give the lock back, whoever took it", {""}, {setUpUnlock});
 }
 
 }  // namespace kvoctl

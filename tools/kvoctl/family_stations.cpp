@@ -1,8 +1,9 @@
 // Subcommands about the stations that the service knows.
 #include "arguments.h"
 #include "families.h"
+#include "fetch_list.h"
 #include "station_argument.h"
-#include "station_list.h"
+#include "station_record.h"
 
 #include <array>
 #include <cstring>
@@ -16,47 +17,7 @@ using Column = Table::Column;
 
 constexpr uint32_t kLockTimeoutSeconds = 5;
 
-// ---- One station as a table row and as a document ----
-
-struct Attribute {
-    const char *key;
-    const char *heading;
-    uint32_t KvoDescriptionEx::*member;
-};
-
-constexpr std::array kExtendedAttributes{
-    Attribute{"ext_attr1", "EXT1", &KvoDescriptionEx::extAttr1}, Attribute{"ext_attr2", "EXT2", &KvoDescriptionEx::extAttr2},
-    Attribute{"ext_attr3", "EXT3", &KvoDescriptionEx::extAttr3}, Attribute{"ext_attr4", "EXT4", &KvoDescriptionEx::extAttr4},
-    Attribute{"ext_attr5", "EXT5", &KvoDescriptionEx::extAttr5}, Attribute{"ext_attr6", "EXT6", &KvoDescriptionEx::extAttr6},
-    Attribute{"ext_attr7", "EXT7", &KvoDescriptionEx::extAttr7},
-};
-
-template <class Record>
-constexpr bool kIsExtended = std::is_same_v<Record, KvoDescriptionEx>;
-
-template <class Record>
-std::string nameOf(const Record &station)
-{
-    return {station.name, strnlen(station.name, sizeof station.name)};
-}
-
-using DottedAddress = std::optional<std::string>;
-
-template <class Record>
-Document document(const Record &station, const DottedAddress &address)
-{
-    Document fields{{"address", address ? Document(*address) : Document(nullptr)},
-                    {"name", nameOf(station)},
-                    {"attr1", station.attr1},
-                    {"attr2", station.attr2},
-                    {"attr3", station.attr3}};
-    if constexpr (kIsExtended<Record>) {
-        for (const Attribute &attribute : kExtendedAttributes) {
-            fields[attribute.key] = station.*attribute.member;
-        }
-    }
-    return fields;
-}
+// ---- A list of stations as a table ----
 
 template <class Record>
 Table emptyTable()
@@ -122,10 +83,10 @@ Action setUpStations(CLI::App &command)
     auto *current = addFlag(command, "--current", "The list as the service's registry has it now");
     extended->excludes(previous)->excludes(current);
     previous->excludes(current);
-    const Seconds timeout = addSeconds(command, "--lock-timeout",
-                                       "Longest wait for the registry's lock, with --previous or --current (default: " +
-                                           std::to_string(kLockTimeoutSeconds) + ")",
-                                       kLockTimeoutSeconds);
+    const auto timeout = addSeconds(command, "--lock-timeout",
+                                    "Longest wait for the registry's lock, with --previous or --current (default: " +
+                                        std::to_string(kLockTimeoutSeconds) + ")",
+                                    kLockTimeoutSeconds);
     return [=] {
         if (previous->count() > 0) {
             return registryList(KVO_HWS_getKVOPreviousListFromRegistry, *timeout.value);
@@ -157,7 +118,7 @@ Report stationReport(const KvoDescriptionEx &station)
 
 Action setUpStation(CLI::App &command)
 {
-    const auto station = addStation(command, "IPv4 address (10.0.0.5) or name");
+    const auto station = addStation(command);
     return [=] { return stationReport(lookUp(*station)); };
 }
 
@@ -167,9 +128,9 @@ void addStationCommands(CommandLine &commandLine)
 {
     Family stations(commandLine, "Stations");
     stations.add("stations", "List the stations that the service knows",
-                 {"stations", "stations --extended --json", "stations --previous --lock-timeout 10"}, setUpStations);
-    stations.add("station", "Show one station with all its attributes",
-                 {"station 10.0.0.5", "station \"Portal mill\"", "station -- -odd-name"}, setUpStation);
+                 {"", "--extended --json", "--previous --lock-timeout 10"}, {setUpStations});
+    stations.add("station", "Show one station with all its attributes", {"10.0.0.5", "\"Portal mill\"", "-- -odd-name"},
+                 {setUpStation});
 }
 
 }  // namespace kvoctl

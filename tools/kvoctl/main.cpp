@@ -65,7 +65,14 @@ int main(int argc, char **argv)
         kvoctl::CommandLine commandLine;
         kvoctl::addStationCommands(commandLine);
         kvoctl::addPanelCommands(commandLine);
+        kvoctl::addViewerCommands(commandLine);
+        kvoctl::addAddressCommands(commandLine);
+        kvoctl::addFocusCommands(commandLine);
+        kvoctl::addInputCommands(commandLine);
+        kvoctl::addUsbCommands(commandLine);
+        kvoctl::addMetricCommands(commandLine);
         kvoctl::addServiceCommands(commandLine);
+        kvoctl::addDoctor(commandLine);
         return kvoctl::runReporting(commandLine, {argv + 1, argv + argc});
     } catch (const std::exception &error) {
         std::fprintf(stderr, "kvoctl: %s\n", error.what());

@@ -51,7 +51,7 @@ void flushOutput()
     }
 }
 
-Report done(int32_t result, std::initializer_list<Meaning> own)
+Report done(int32_t result, const std::vector<Meaning> &own)
 {
     require(result, own);
     return {.document = {{"done", true}}};
@@ -66,8 +66,8 @@ void write(const Report &report, bool json)
     if (report.table) {
         report.table->write(std::cout, outputWidth());
     }
-    if (!report.line.empty()) {
-        std::cout << report.line << '\n';
+    if (report.line) {
+        std::cout << displayText(*report.line).text << '\n';
     }
     flushOutput();
 }

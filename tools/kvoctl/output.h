@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace kvoctl {
 
@@ -14,14 +15,14 @@ namespace kvoctl {
 using Document = nlohmann::ordered_json;
 
 struct Report {
-    Document document;
+    Document document{};
     std::optional<Table> table{};
-    std::string line{};  ///< behind the table; empty: none
+    std::optional<std::string> line{};  ///< behind the table
     Exit exit = Exit::done;
 };
 
 /// What a command reports that only had something done, with @p result; throws like require.
-Report done(int32_t result, std::initializer_list<Meaning> own = {});
+Report done(int32_t result, const std::vector<Meaning> &own = {});
 
 /// Throws std::runtime_error where standard output does not take it, as all below.
 void write(const Report &report, bool json);

@@ -1,6 +1,8 @@
 // The general words for the library's results, and which exit status they come to.
 #include "result.h"
 
+#include "command_socket.h"
+
 #include <kvo_hws/result.h>
 
 #include <algorithm>
@@ -11,9 +13,6 @@
 namespace kvoctl {
 
 namespace {
-
-/// Where the library looks for the service; it gives programs no other name for it.
-constexpr const char *kCommandSocket = "/tmp/kvo_hws/cmd_sock";
 
 std::string generalWords(int32_t result)
 {
@@ -47,16 +46,21 @@ std::string Failure::hint() const
         return std::string("The socket: ") + std::strerror(errno) + ". Is the hardware service running? " +
                "For a simulated one: kvosim run -- kvoctl ...";
     }
-    return "The socket is there, but nobody listens: the service has ended without tidying up, or is too busy to accept.";
+    return "The socket is there, but nobody listens: the service has ended without tidying up, or is too busy to accept. "
+           "\"kvoctl doctor\" finds out which.";
 }
 
-void require(int32_t result, std::initializer_list<Meaning> own)
+std::string words(int32_t result, const std::vector<Meaning> &own)
 {
-    if (result == KVO_HWS_OK) {
-        return;
+    const auto meaning = std::find_if(own.begin(), own.end(), [result](const Meaning &row) { return row.result == result; });
+    return meaning == own.end() ? generalWords(result) : meaning->words;
+}
+
+void require(int32_t result, const std::vector<Meaning> &own)
+{
+    if (result != KVO_HWS_OK) {
+        throw Failure(result, words(result, own));
     }
-    const auto *meaning = std::find_if(own.begin(), own.end(), [result](const Meaning &row) { return row.result == result; });
-    throw Failure(result, meaning == own.end() ? generalWords(result) : meaning->words);
 }
 
 }  // namespace kvoctl

@@ -2,21 +2,33 @@
 #pragma once
 
 #include <cstdint>
-#include <initializer_list>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace kvoctl {
 
 /// Exit statuses. They are a contract with scripts (docs/kvoctl.md): none ever changes its meaning.
 enum class Exit : int {
-    done = 0,       ///< done, or "yes"
-    no = 1,         ///< the service's "no"
-    usage = 2,      ///< the command line is wrong; nothing was asked
-    noService = 3,  ///< no connection to the service
-    failed = 4,     ///< the service refused or failed
-    ownFailure = 5  ///< kvoctl itself: its output can not be written, or no memory
+    done = 0,        ///< done, or "yes"
+    no = 1,          ///< the service's "no"
+    usage = 2,       ///< the command line is wrong; nothing was asked
+    noService = 3,   ///< no connection to the service
+    failed = 4,      ///< the service refused or failed
+    ownFailure = 5,  ///< kvoctl itself: its output can not be written, or no memory
+
+    // What "kvoctl doctor" finds.
+    directoryMissing = 10,
+    socketMissing = 11,
+    noSocket = 12,  ///< something else stands in the place of the directory or the socket
+    staleSocket = 13,
+    notPermitted = 14,
+    queueFull = 15,
+    silent = 16,
+    oddAnswer = 17,
+    notReady = 18,
+    platformMissing = 19
 };
 
 /// A wrong command line.
@@ -44,7 +56,10 @@ struct Meaning {
     std::string words;
 };
 
-/// Throws Failure unless @p result is 1. The first of @p own that fits gives the words, else the general ones.
-void require(int32_t result, std::initializer_list<Meaning> own = {});
+/// The words for @p result: of the first of @p own that fits, else the general ones.
+std::string words(int32_t result, const std::vector<Meaning> &own);
+
+/// Throws Failure unless @p result is 1.
+void require(int32_t result, const std::vector<Meaning> &own = {});
 
 }  // namespace kvoctl

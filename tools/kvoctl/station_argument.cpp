@@ -39,6 +39,12 @@ std::optional<uint32_t> parseHex(const std::string &text)
     return address;
 }
 
+std::optional<uint32_t> parseAddress(const std::string &text)
+{
+    const std::optional<uint32_t> address = parseDotted(text);
+    return address ? address : parseHex(text);
+}
+
 std::string checkLength(const std::string &text)
 {
     if (text.empty()) {
@@ -49,35 +55,39 @@ std::string checkLength(const std::string &text)
 
 }  // namespace
 
-std::shared_ptr<std::string> addStation(CLI::App &command, const std::string &forms)
+std::shared_ptr<std::string> addStation(CLI::App &command)
 {
     auto station = std::make_shared<std::string>();
-    command.add_option("STATION", *station, "The station: " + forms)->required()->check(oneLine())->check({checkLength, ""});
+    auto *option = command.add_option("STATION", *station, std::string("The station: ") + kStationForms);
+    option->required()->check(oneLine())->check({checkLength, ""})->type_name("");
     return station;
+}
+
+std::shared_ptr<std::vector<std::string>> addStations(CLI::App &command, const std::string &help)
+{
+    auto stations = std::make_shared<std::vector<std::string>>();
+    command.add_option("STATION", *stations, help)->check(oneLine())->check({checkLength, ""})->type_name("");
+    return stations;
 }
 
 KvoDescriptionEx lookUp(const std::string &station)
 {
-    const std::optional<uint32_t> address = parseDotted(station);
+    const std::optional<uint32_t> address = parseAddress(station);
     if (address == 0U) {
         // The library takes address 0 for "look it up by name".
         throw UsageError("no station has the address 0.0.0.0");
     }
     KvoDescriptionEx record{};
-    const std::string missing = address ? "no station has the address " + station : "no station is named \"" + station + "\"";
+    const std::string missing =
+        address ? "no station has the address " + dotted(*address) : "no station is named \"" + station + "\"";
     require(KVO_HWS_getDescriptionEx(address.value_or(0), station.c_str(), &record), {{KVO_HWS_NO, missing}});
     return record;
 }
 
 uint32_t stationAddress(const std::string &station)
 {
-    if (const auto address = parseDotted(station)) {
-        return *address;
-    }
-    if (const auto address = parseHex(station)) {
-        return *address;
-    }
-    return lookUp(station).address;
+    const std::optional<uint32_t> address = parseAddress(station);
+    return address ? *address : lookUp(station).address;
 }
 
 std::string dotted(uint32_t address)

@@ -8,13 +8,19 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace kvoctl {
 
-/// The argument STATION, as the user wrote it: a text that the service can be asked for.
-std::shared_ptr<std::string> addStation(CLI::App &command, const std::string &forms);
+inline constexpr const char *kStationForms = "IPv4 address (10.0.0.5), eight hexadecimal digits (0A000005) or name";
 
-/// The service's record of a station named by dotted address or name; throws Failure where there is none.
+/// The argument STATION, as the user wrote it: a text that the service can be asked for.
+std::shared_ptr<std::string> addStation(CLI::App &command);
+
+/// Any number of such arguments.
+std::shared_ptr<std::vector<std::string>> addStations(CLI::App &command, const std::string &help);
+
+/// The service's record of a station named in any of these forms; throws Failure where there is none.
 KvoDescriptionEx lookUp(const std::string &station);
 
 /// The address of a station: dotted, as eight hexadecimal digits, or by name, for which the service is asked.

@@ -13,6 +13,8 @@ namespace {
 constexpr std::size_t kGap = 2;
 /// Below this an elastic column tells nothing any more; lines then run over instead.
 constexpr std::size_t kNarrowest = 8;
+/// Where nothing is cut, one very long text must not move the columns of all other rows: a longer cell overflows its own row.
+constexpr std::size_t kWidestPadding = 40;
 
 }  // namespace
 
@@ -23,6 +25,7 @@ Table::Table(std::vector<Column> columns, std::vector<std::string> header) : col
     }
 }
 
+/// How wide each column is padded.
 std::vector<std::size_t> Table::widths(std::size_t limit) const
 {
     std::vector<std::size_t> widths(columns_.size());
@@ -30,6 +33,12 @@ std::vector<std::size_t> Table::widths(std::size_t limit) const
         for (std::size_t column = 0; column < widths.size(); ++column) {
             widths[column] = std::max(widths[column], displayText(row[column]).width);
         }
+    }
+    if (limit == kUnlimited) {
+        for (std::size_t &width : widths) {
+            width = std::min(width, kWidestPadding);  // numbers never get so wide
+        }
+        return widths;
     }
     const std::size_t total = std::accumulate(widths.begin(), widths.end(), kGap * (widths.size() - 1));
     const auto elastic = std::find(columns_.begin(), columns_.end(), Column::elastic);
@@ -43,12 +52,13 @@ std::vector<std::size_t> Table::widths(std::size_t limit) const
 
 void Table::write(std::ostream &out, std::size_t width) const
 {
-    const std::vector<std::size_t> limits = widths(width);
+    const std::vector<std::size_t> padded = widths(width);
     for (const auto &row : rows_) {
         std::string line;
-        for (std::size_t column = 0; column < limits.size(); ++column) {
-            const DisplayText cell = displayText(row[column], std::max<std::size_t>(limits[column], 1));
-            const std::string spaces(limits[column] - cell.width, ' ');
+        for (std::size_t column = 0; column < padded.size(); ++column) {
+            const bool cut = width != kUnlimited && columns_[column] == Column::elastic;
+            const DisplayText cell = displayText(row[column], cut ? std::max<std::size_t>(padded[column], 1) : kUnlimited);
+            const std::string spaces(padded[column] - std::min(padded[column], cell.width), ' ');
             line.append(column == 0 ? 0 : kGap, ' ');
             line += columns_[column] == Column::number ? spaces + cell.text : cell.text + spaces;
         }

@@ -30,5 +30,7 @@ inline const std::string kMissingDocument =
 std::vector<Case> orderRows();
 /// Subcommands that ask for something.
 std::vector<Case> questionRows();
+/// The subcommands about one station, family by family.
+std::vector<Case> familyRows();
 
 }  // namespace kvoctl_test

@@ -51,6 +51,7 @@ TEST_P(Requests, are_answered_in_one_document)
 std::string nameOf(const testing::TestParamInfo<Case> &row) { return row.param.name; }
 
 INSTANTIATE_TEST_SUITE_P(Orders, Requests, testing::ValuesIn(orderRows()), nameOf);
+INSTANTIATE_TEST_SUITE_P(Families, Requests, testing::ValuesIn(familyRows()), nameOf);
 INSTANTIATE_TEST_SUITE_P(Questions, Requests, testing::ValuesIn(questionRows()), nameOf);
 
 TEST(Ready, waits_for_a_service_that_starts_late)

@@ -86,6 +86,26 @@ TEST(Pipe, gets_whole_names_whatever_COLUMNS_says)
     EXPECT_THAT(tableOf(longest, {.environment = {"COLUMNS=40"}}), testing::HasSubstr(longest));
 }
 
+TEST(Pipe, is_padded_to_40_columns_at_most)
+{
+    const std::string entry = "0A000005 00000001 00000002 00000003 ";
+    const std::string exact(40, 'e');
+    const std::string longest(259, 'n');
+    const ScriptedService service(
+        {support::replies("3"), support::replies("00000003 " + entry + "00000004 Mill " + entry + "00000028 " + exact + " " +
+                                                 entry + "00000103 " + longest + " ")});
+    EXPECT_EQ(kvoctl({"stations"}).out, "ADDRESS   NAME" + std::string(36, ' ') + "  ATTR1  ATTR2  ATTR3\n" +  //
+                                            "10.0.0.5  Mill" + std::string(36, ' ') + "      1      2      3\n" + "10.0.0.5  " +
+                                            exact + "      1      2      3\n" + "10.0.0.5  " + longest +
+                                            "      1      2      3\n3 stations\n");
+}
+
+TEST(Pipe, gets_no_blanks_at_the_end_of_a_line)
+{
+    const ScriptedService service({support::replies("00000002 00000001 00000000  00000002 00000003 x   ")});
+    EXPECT_EQ(kvoctl({"clients"}).out, "VALUE  NAME\n    1\n    2  x\n2 clients\n");
+}
+
 TEST(Terminal, gets_one_station_whole)
 {
     const ScriptedService service(

@@ -1,0 +1,205 @@
+// What every subcommand refuses before anything is asked, and that each explains itself.
+#include "journeys.h"
+#include "kvoctl.h"
+#include "tools/kvosim/temporary_directory.h"
+
+#include "support/scripted_service.h"
+
+#include <algorithm>
+#include <ostream>
+#include <set>
+#include <sstream>
+
+namespace kvoctl_test {
+
+namespace {
+
+using support::ScriptedService;
+using testing::HasSubstr;
+
+// ---- Wrong values ----
+
+struct Wrong {
+    std::string name;
+    std::string command;
+    Arguments arguments;
+    std::string meaning;
+};
+
+std::ostream &operator<<(std::ostream &out, const Wrong &row) { return out << row.name; }
+
+class WrongValue : public testing::TestWithParam<Wrong> {};
+
+Arguments words(const std::string &command)
+{
+    Arguments list;
+    std::istringstream text(command);
+    for (std::string word; text >> word;) {
+        list.push_back(word);
+    }
+    return list;
+}
+
+/// Runs @p command with @p arguments, which must be refused unasked.
+void expectRefused(const std::string &command, const Arguments &arguments, const std::string &meaning)
+{
+    const ScriptedService service({support::replies("ok")});
+    Arguments all = words(command);
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    const Ended ended = kvoctl(all);
+    EXPECT_EQ(ended.status, 2);
+    EXPECT_EQ(ended.out, "");
+    EXPECT_EQ(ended.err, "kvoctl: " + command + ": " + meaning + "\n\"kvoctl " + command + " --help\" tells how.\n");
+    EXPECT_EQ(service.requests(), std::vector<std::string>{});
+}
+
+TEST_P(WrongValue, is_refused_before_anything_is_asked)
+{
+    const Wrong &row = GetParam();
+    expectRefused(row.command, row.arguments, row.meaning);
+}
+
+const std::string kAllOrNone = "all values are needed to set it, or none to show it";
+
+INSTANTIATE_TEST_SUITE_P(
+    Rows, WrongValue,
+    testing::Values(
+        Wrong{"unknown_viewer_command", "viewer", {"play"}, R"("play" is no command)"},
+        Wrong{"no_viewer_command", "viewer", {}, "A subcommand is required"},
+        Wrong{"unknown_lock_command", "usb lock", {"open"}, R"("open" is no command)"},
+        Wrong{"a_command_of_another_family", "viewer", {"stations"}, R"("stations" is no command)"},
+        Wrong{"viewer_of_two_parts", "viewer start", {"10.0.0.5", "a", "b"}, "PART3 is required"},
+        Wrong{
+            "viewer_part_with_a_quote", "viewer start", {"10.0.0.5", "a\"", "b", "c"}, "PART1: a double quote can not be sent"},
+        Wrong{"viewer_part_with_a_line_feed",
+              "viewer start",
+              {"10.0.0.5", "a", "b\nkillDaemon", "c"},
+              R"(PART2: "b\x0AkillDaemon" holds a control character)"},
+        Wrong{"viewer_part_that_is_too_long",
+              "viewer start",
+              {"10.0.0.5", "a", "b", std::string(301, 'c')},
+              "PART3: at most 300 bytes can be sent"},
+        Wrong{"viewer_number_of_words",
+              "viewer start-configured",
+              {"10.0.0.5", "cfg", "three"},
+              R"(NUMBER: "three" is no whole number from 0 to 4294967295)"},
+        Wrong{"two_ways_to_stop", "viewer stop", {"10.0.0.5", "--preempt", "--no-clean"}, "--preempt excludes --no-clean"},
+        Wrong{"negative_status_value",
+              "viewer status-line",
+              {"10.0.0.5", "-1", "2", "x"},
+              R"(VALUE1: "-1" is no whole number from 0 to 4294967295)"},
+        Wrong{
+            "brightness_of_101", "panel brightness", {"10.0.0.5", "101"}, R"(PERCENT: "101" is no whole number from 0 to 100)"},
+        Wrong{"brightness_in_hexadecimal",
+              "panel brightness",
+              {"10.0.0.5", "0x10"},
+              R"(PERCENT: "0x10" is no whole number from 0 to 100)"},
+        Wrong{"brightness_mode_2", "panel brightness-v2", {"10.0.0.5", "2"}, R"(MODE: "2" is no whole number from 0 to 1)"},
+        Wrong{"brightness_v2_of_101",
+              "panel brightness-v2",
+              {"10.0.0.5", "0", "101"},
+              R"(PERCENT: "101" is no whole number from 0 to 100)"},
+        Wrong{"numlock_by_number", "panel numlock", {"10.0.0.5", "1"}, R"(STATE: "1" is none of enabled, disabled)"},
+        Wrong{"capslock_on", "panel capslock", {"10.0.0.5", "on"}, R"(STATE: "on" is none of enabled, disabled)"},
+        Wrong{"sw_capslock_2", "panel sw-capslock", {"10.0.0.5", "2"}, R"(STATE: "2" is no whole number from -1 to 1)"},
+        Wrong{"rv4_mode_1", "panel rv4-mode", {"10.0.0.5", "1"}, R"(MODE: "1" is none of auto, individual)"},
+        Wrong{"negative_mcp_address",
+              "address mcp",
+              {"10.0.0.5", "-1"},
+              R"(ADDRESS: "-1" is no whole number from 0 to 4294967295)"},
+        Wrong{"dck_yes", "address dck-enable", {"10.0.0.5", "yes"}, R"(STATE: "yes" is none of on, off)"},
+        Wrong{"cks_index_256", "address cks-index", {"10.0.0.5", "256"}, R"(INDEX: "256" is no whole number from 0 to 255)"},
+        Wrong{"half_a_key", "address simulate-key", {"10.0.0.5", "12"}, "VALUE2 is required"},
+        Wrong{"find_nothing", "address find", {}, "one of --mcp, --dck and --kvo-index is needed"},
+        Wrong{"find_two", "address find", {"--mcp", "1", "--dck", "2"}, "one of --mcp, --dck and --kvo-index is needed"},
+        Wrong{"channel_info_that_is_too_long",
+              "channel-info set",
+              {"10.0.0.5", std::string(231, 'i')},
+              "INFO: at most 230 bytes can be sent"},
+        Wrong{"two_versions_of_devices", "input devices", {"10.0.0.5", "--v1", "--v2"}, "--v1 excludes --v2"},
+        Wrong{"half_a_calibration", "touch calibration", {"10.0.0.5", "40"}, kAllOrNone},
+        Wrong{"threshold_of_minus_two",
+              "touch calibration",
+              {"10.0.0.5", "-2", "0"},
+              R"(THRESHOLD: "-2" is no whole number from -1 to 2147483647)"},
+        Wrong{"nonlinear_of_two",
+              "touch calibration",
+              {"10.0.0.5", "0", "2"},
+              R"(NONLINEAR: "2" is no whole number from -1 to 1)"},
+        Wrong{"half_a_lock", "usb lock set", {"1"}, "SECOND is required"},
+        Wrong{"connectors_of_two", "usb connectors", {"10.0.0.5", "10.0.0.6"}, "one station at most"},
+        Wrong{"unknown_metric",
+              "metrics",
+              {"10.0.0.5", "weight"},
+              R"(NAME: "weight" is none of oem-layout, softkey-type, keyboard-caps, dpi, hardware-caps, rotation)"},
+        Wrong{"decimal_looking_flags", "clients", {"--flags", "0x1F"}, R"(--flags: "0x1F" is no hexadecimal number)"},
+        Wrong{"too_many_flags",
+              "clients",
+              {"--flags", "10000000000000000"},
+              R"(--flags: "10000000000000000" is no hexadecimal number)"},
+        Wrong{"lock_of_a_station", "registry lock", {"10.0.0.5"}, "The following argument was not expected: 10.0.0.5"},
+        Wrong{"page_of_nobody", "panel show", {"0.0.0.0"}, "no station has the address 0.0.0.0"},
+        Wrong{"station_with_a_tab", "panel type", {"a\tb"}, R"(STATION: "a\x09b" holds a control character)"},
+        Wrong{"doctor_of_a_station", "doctor", {"10.0.0.5"}, "The following argument was not expected: 10.0.0.5"}),
+    [](const auto &row) { return row.param.name; });
+
+// ---- All subcommands alike ----
+
+std::set<std::string> allCommands()
+{
+    std::set<std::string> commands{"doctor", "panel show"};
+    for (const Journey &journey : journeys()) {
+        commands.insert(journey.command);
+    }
+    return commands;
+}
+
+class EveryCommand : public testing::TestWithParam<std::string> {};
+
+TEST_P(EveryCommand, has_examples_in_its_help)
+{
+    Arguments arguments = words(GetParam());
+    arguments.emplace_back("--help");
+    const Ended ended = kvoctl(arguments);
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_EQ(ended.err, "");
+    EXPECT_THAT(ended.out, HasSubstr("Examples:\n  kvoctl " + GetParam()));
+}
+
+TEST_P(EveryCommand, refuses_an_option_that_it_does_not_know)
+{
+    const ScriptedService service({support::replies("ok")});
+    Arguments arguments = words(GetParam());
+    arguments.emplace_back("--frobnicate");
+    const Ended ended = kvoctl(arguments);
+    EXPECT_EQ(ended.status, 2);
+    EXPECT_EQ(ended.out, "");
+    EXPECT_THAT(ended.err, testing::StartsWith("kvoctl: " + GetParam() + ": "));
+    EXPECT_EQ(service.requests(), std::vector<std::string>{});
+}
+
+TEST_P(EveryCommand, is_in_the_help_of_its_family)
+{
+    Arguments family = words(GetParam());
+    const std::string name = family.back();
+    family.back() = "--help";
+    EXPECT_THAT(kvoctl(family).out, HasSubstr("\n  " + name + " "));
+}
+
+TEST_P(EveryCommand, is_in_the_manual_with_an_example)
+{
+    const std::string manual = kvosim_test::contentsOf(MANUAL);
+    EXPECT_THAT(manual, HasSubstr("| `" + GetParam()));
+    EXPECT_THAT(manual, HasSubstr("`kvoctl " + GetParam()));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, EveryCommand, testing::ValuesIn(allCommands()), [](const auto &row) {
+    std::string name = row.param;
+    std::replace_if(
+        name.begin(), name.end(), [](unsigned char byte) { return std::isalnum(byte) == 0; }, '_');
+    return name;
+});
+
+}  // namespace
+
+}  // namespace kvoctl_test

@@ -73,7 +73,7 @@ int32_t KVO_HWS_setKVOCksIndex(uint32_t station, uint32_t index) noexcept
         .refuse(index > kHighestAddress, KVO_HWS_OUT_OF_RANGE, {"invalid parameter (0 \"auto\" or 1 \"individual\")"})
         .send("setKVOCksIndex=\"%u\" %08X", index, station)
         .on("ok", KVO_HWS_OK)
-        .on("bad request", KVO_HWS_FAILED, "error sending request")
+        .on("bad request", KVO_HWS_FAILED, "error sending request")  // told like "failed"
         .result();
 }
 

@@ -120,7 +120,7 @@ int32_t KVO_HWS_setChannelInfo(uint32_t station, const char *info) noexcept
     return Request("set channel info")
         .needs(info)
         .refuse(info != nullptr && std::strlen(info) > kLongestChannelInfo, KVO_HWS_TOO_SMALL,
-                {"channel info to long (max. 230)"})
+                {"channel info to long (max. 230)"})  // spelt so: log readers search for it
         .send("setChannelInfo=\"%s\" %08X", info, station)
         .on("ok", KVO_HWS_OK)
         .result();
@@ -133,6 +133,7 @@ int32_t KVO_HWS_getChannelInfo(uint32_t station, char *info, uint32_t *size) noe
         .send("getChannelInfo=%08X", station)
         .value("channel-info=",
                [=](const char *rest) -> Answer {
+                   // An empty information is "none", and leaves the size as it was even where it is 0.
                    const std::size_t length = std::strlen(rest);
                    if (length >= *size && length != 0) {
                        *size = static_cast<uint32_t>(length + 1);

@@ -28,8 +28,11 @@ struct Metric {
     bool (*valid)(unsigned long value);
 };
 
-bool isKnown(unsigned long value) noexcept { return value != 0xFFFFFFFF; }
-bool isEven(unsigned long value) noexcept { return value % 2 == 0; }
+// What does not fit in 32 bits is no value: strtoul makes 0xFFFFFFFF of it where long has 32 bits, and so on every panel so far.
+constexpr unsigned long kUnknown = 0xFFFFFFFF;
+
+bool isKnown(unsigned long value) noexcept { return value < kUnknown; }
+bool isEven(unsigned long value) noexcept { return value < kUnknown && value % 2 == 0; }
 bool isRotation(unsigned long value) noexcept { return value >= 1 && value <= 4; }
 
 constexpr Metric kMetrics[] = {
@@ -95,6 +98,7 @@ int32_t KVO_HWS_getClientList(KvoClientEntry *array, uint32_t *count, unsigned l
 
 int32_t KVO_HWS_isMarovantiPanel(uint32_t id) noexcept
 {
+    // Four failures, four codes, told apart by callers' tables.
     constexpr const char *kInvalidMode = "invalid mode [0|1]";
     return Request("is MAROVANTI panel")
         .send("isMarovantiPanel %08X", id)

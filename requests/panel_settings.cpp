@@ -18,6 +18,8 @@ constexpr const char *kUnknown = "unknown error sending request";
 
 }  // namespace
 
+// Like arguments out of range have unlike codes in this family, -1, -3 and -4; callers' tables hold each as it is.
+
 int32_t KVO_HWS_setBacklightBrightness(uint32_t station, uint32_t level) noexcept
 {
     return Request("set backlight brightness")

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstring>
 #include <netinet/in.h>
+#include <span>
 #include <string_view>
 #include <sys/socket.h>
 
@@ -26,7 +27,7 @@ using kvo_hws::Request;
 constexpr const char *kLockLabel = "KVO_HWS_setUsbLock";
 constexpr uint16_t kLockPort = 5851;
 constexpr const char *kEveryStation = "0.0.0.0";
-constexpr const char *kLoopback = "127.0.0.1";
+constexpr std::string_view kLoopback = "127.0.0.1";
 
 int32_t lockFailed(int32_t code, const char *reason) noexcept
 {
@@ -70,6 +71,7 @@ int32_t takeConnectorList(Request &request, std::string_view key, char *buffer, 
                    const bool fits = list.size() < *size;
                    *size = static_cast<uint32_t>(list.size());
                    if (list.empty()) {
+                       // Whatever the size says: a buffer that is given has room for this byte.
                        if (buffer != nullptr) {
                            *buffer = '\0';
                        }
@@ -90,7 +92,7 @@ int32_t takeConnectorList(Request &request, std::string_view key, char *buffer, 
         .result();
 }
 
-constexpr const char *kConnectorLabel = "get usb connector list";
+constexpr const char *kConnectorLabel = "get usb connector list";  // of both: the variant for one station has never had its own
 
 }  // namespace
 
@@ -121,13 +123,12 @@ int32_t KVO_HWS_setUsbLock(uint32_t count, const char **hosts, int first, int se
     if (count != 0 && hosts == nullptr) {
         return lockFailed(KVO_HWS_NULL_POINTER, "null pointer received");
     }
-    for (uint32_t i = count; i-- > 0;) {
-        if (hosts[i] == nullptr) {
-            return lockFailed(KVO_HWS_NULL_POINTER, "null pointer received");
-        }
-        if (std::string_view(hosts[i]) == kLoopback) {
-            return lockFailed(KVO_HWS_INVALID_HOST, "invalid host address 127.0.0.1");
-        }
+    const std::span<const char *const> named(hosts, count);
+    if (std::ranges::any_of(named, [](const char *host) { return host != nullptr && host == kLoopback; })) {
+        return lockFailed(KVO_HWS_INVALID_HOST, "invalid host address 127.0.0.1");
+    }
+    if (std::ranges::find(named, nullptr) != named.end()) {
+        return lockFailed(KVO_HWS_NULL_POINTER, "null pointer received");
     }
     const kvo_hws::NoCancellation wholeSending;
     const Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP));

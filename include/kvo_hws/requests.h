@@ -104,11 +104,12 @@ KVO_HWS_API int32_t KVO_HWS_isViewerActive(uint32_t station) KVO_HWS_NOEXCEPT;
 /** Reads which server a station's viewer shows.
  *  @param server       receives the server's name or address with its terminator, at most 1024 characters
  *  @param serverSize   in: bytes in @p server; out: bytes used, or needed when the result is -3
- *  @param display      receives the display with its terminator, as the daemon's text
+ *  @param display      receives the display with its terminator, as the daemon's text, at most 1024 characters
  *  @param displaySize  in: bytes in @p display; out: bytes used, or needed when the result is -4
  *  @return 1; 0 no server is shown, nothing is written; -1 refused, unknown or malformed reply (the latter not logged) or
- *  broken exchange; -2 no service; -3 @p server is too small; -4 @p display is too small, the server is stored; -7
- *  a null pointer Asks "getCurServer=<station>". Logged as "get current server - <reason>".
+ *  broken exchange; -2 no service; -3 @p server is too small; -4 @p display is too small; -7 a null pointer.
+ *  When the display does not fit, or is longer than it may be (-1), the server and its size are stored all the same.
+ *  Asks "getCurServer=<station>". Logged as "get current server - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getCurrentServer(uint32_t station, char *server, uint32_t *serverSize, char *display,
                                              uint32_t *displaySize) KVO_HWS_NOEXCEPT;
@@ -206,7 +207,8 @@ KVO_HWS_API int32_t KVO_HWS_getDisableCapsLock(uint32_t station, uint32_t *disab
 /** Reads a station's type.
  *  @param type  receives 0, 1 or -1; written only on success
  *  @return 1; -1 refused, unknown reply or broken exchange; -2 no service; -7 @p type is null, which is also printed on
- *  standard error as "pimode == NULL" Asks "getStationType=<station>". Logged as "get Station Type - <reason>".
+ *  standard error as "pimode == NULL"
+ *  Asks "getStationType=<station>". Logged as "get Station Type - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getStationType(uint32_t station, int32_t *type) KVO_HWS_NOEXCEPT;
 
@@ -225,7 +227,8 @@ KVO_HWS_API int32_t KVO_HWS_getSwCapsLock(uint32_t station, int32_t *state) KVO_
 KVO_HWS_API int32_t KVO_HWS_setSwCapsLock(uint32_t station, int32_t state) KVO_HWS_NOEXCEPT;
 
 /** Reads the mode of a station's handheld terminal (type RV4).
- *  @param mode  receives 0 "auto" or 1 "individual"; also written when characters follow the number and the result is -1
+ *  @param mode  receives 0 "auto" or 1 "individual", unchecked; also written when characters follow the number and the
+ *               result is -1
  *  @return 1; 0 the station has no such terminal; -1 refused, unknown or malformed reply or broken exchange; -2 no service;
  *  -7 @p mode is null
  *  Asks "getRV4Mode=<station>". Logged as "get RV4 mode - <reason>".
@@ -344,7 +347,8 @@ KVO_HWS_API int32_t KVO_HWS_getKVOPriority(uint32_t station, uint32_t *suspendLo
 /** Reads whether a station becomes active at start.
  *  @param value  receives 0 to 2; written only on success
  *  @return 1; -1 refused, unknown reply, malformed or out of range (not logged) or broken exchange; -2 no service; -7 @p
- *  value is null Asks "getKVOStartupActive=<station>". Logged as "get KVO startup active - <reason>".
+ *  value is null
+ *  Asks "getKVOStartupActive=<station>". Logged as "get KVO startup active - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getKVOStartupActive(uint32_t station, uint32_t *value) KVO_HWS_NOEXCEPT;
 
@@ -360,7 +364,7 @@ KVO_HWS_API int32_t KVO_HWS_getKVOChannelOnFocus(uint32_t station, uint32_t *cha
 
 /** Reads the screen that a station shows when it gets the focus.
  *  @param screen  receives the text with its terminator. Its size is not known here: the WHOLE reply of the daemon is
- *                 copied, so provide room for the longest (1024 bytes suffice for the daemon's own)
+ *                 copied, so provide room for the longest that your daemon sends
  *  @return 1; -1 refused, unknown reply or broken exchange; -2 no service; -7 @p screen is null
  *  Asks "getKVOScreenOnFocus=<station>". Logged as "get KVO screen on focus - <reason>".
  */
@@ -368,7 +372,7 @@ KVO_HWS_API int32_t KVO_HWS_getKVOScreenOnFocus(uint32_t station, char *screen) 
 
 /** Reads a station's M:N assignment.
  *  @param text  receives the reply with its terminator, whatever it is. Its size is not known here: the WHOLE reply of the
- *               daemon is copied, so provide room for the longest (1024 bytes suffice for the daemon's own)
+ *               daemon is copied, so provide room for the longest that your daemon sends
  *  @return 1; -1 refused or broken exchange; -2 no service; -7 @p text is null
  *  Asks "getKVOt2m2n=<station>". Logged as "get KVO M:N - <reason>".
  */
@@ -408,8 +412,9 @@ KVO_HWS_API int32_t KVO_HWS_invalidateTouchScreen(uint32_t station) KVO_HWS_NOEX
  *  @param pressThresh  receives the press threshold, -1 or more; 0 where the reply does not tell it
  *  @param nonlinear    receives -1, 0 or 1; 0 where the reply does not tell it
  *  @return 1, for any reply without malformed numbers, "failed" included; 0 the station has no touch screen; -1 malformed
- *  number or broken exchange; -2 no service; -7 a null pointer Asks "getCalibParam=<station>". Logged as "get touch
- *  screen calibration parameter - <reason>".
+ *  number or broken exchange; -2 no service; -7 a null pointer. Both outputs are
+ *  written with 1 and with -1, and neither with 0.
+ *  Asks "getCalibParam=<station>". Logged as "get touch screen calibration parameter - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getTouchScreenCalibParam(uint32_t station, int32_t *pressThresh,
                                                      int32_t *nonlinear) KVO_HWS_NOEXCEPT;
@@ -428,8 +433,8 @@ KVO_HWS_API int32_t KVO_HWS_setTouchScreenCalibParam(uint32_t station, int32_t p
  *  @param kbd, mouse  receive the numbers of keyboards and mice; untouched where the reply does not tell them
  *  @param touch       receives the number of touch devices, multi-touch ones included
  *  @return 1, for any reply without malformed numbers, "failed" included; -1 malformed number (what came before it is
- *  stored) or broken exchange; -2 no service; -7 a null pointer Asks "showInputDevice=<station>". Logged as "show
- *  input device - <reason>".
+ *  stored) or broken exchange; -2 no service; -7 a null pointer
+ *  Asks "showInputDevice=<station>". Logged as "show input device - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_showInputDevice(uint32_t station, uint32_t *kbd, uint32_t *mouse, uint32_t *touch) KVO_HWS_NOEXCEPT;
 
@@ -460,7 +465,8 @@ KVO_HWS_API int32_t KVO_HWS_showDPI(uint32_t station, int32_t *dpi) KVO_HWS_NOEX
 /* ---- USB lock and connectors ---- */
 
 /** Reads a station's USB lock.
- *  @param first, second  receive the two numbers of the lock; written only on success
+ *  @param first, second  receive the two numbers of the lock; written only on success. Characters behind the second do not
+ *                        count
  *  @return 1; -1 refused, unknown reply, malformed numbers (not logged) or broken exchange; -2 no service; -7 a null
  *  pointer
  *  Asks "getUsbLock=<station>". Logged as "get KVO usb lock - <reason>".
@@ -473,18 +479,20 @@ KVO_HWS_API int32_t KVO_HWS_getUsbLock(uint32_t station, uint32_t *first, uint32
  *  @param hosts          their addresses, dotted; not looked at when @p count is 0
  *  @param first, second  the two numbers of the lock
  *  @return 1 at least one datagram went out; -1 none did; -7 null where hosts are needed; -10 a host is 127.0.0.1, nothing
- *  is sent Sends "setUsbLock="<first>:<second>" <host>" to UDP port 5851 of the network's broadcast address, from
- *  the last host to the first; to this host alone where the platform knows no such network. Logged as
- *  "KVO_HWS_setUsbLock - <reason>".
+ *  is sent
+ *  Sends "setUsbLock="<first>:<second>" <host>" and a line feed, cut at 1023 bytes, to UDP port 5851 of the network's
+ *  broadcast address, from the last host to the first; to this host alone where the platform knows no such network. Logged
+ *  as "KVO_HWS_setUsbLock - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_setUsbLock(uint32_t count, const char **hosts, int first, int second) KVO_HWS_NOEXCEPT;
 
 /** Reads the list of the USB connectors of all stations.
- *  @param buffer  receives the list WITHOUT a terminator: clear it first, or go by @p size. Null asks for the length alone
+ *  @param buffer  receives the list WITHOUT a terminator: clear it first, or go by @p size. Null asks for the length alone;
+ *                 a buffer that is given has at least one byte, whatever @p size says
  *  @param size    in: bytes in @p buffer, more than the list's length; out: the list's length
  *  @return 1; 0 the list is empty (@p buffer becomes empty); -1 broken exchange; -2 no service; -3 too small; -4 refused;
- *  -5 unknown reply; -7 @p size is null; -9 busy Asks "getUsbConnectorList". Logged as "get usb connector list -
- *  <reason>".
+ *  -5 unknown reply; -7 @p size is null; -9 busy
+ *  Asks "getUsbConnectorList". Logged as "get usb connector list - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getUsbConnectorList(char *buffer, uint32_t *size) KVO_HWS_NOEXCEPT;
 
@@ -501,8 +509,9 @@ KVO_HWS_API int32_t KVO_HWS_getUsbConnectorListOne(uint32_t station, char *buffe
  *  @param result  receives 8 bytes: for metric 1 the text with its terminator, for the others an unsigned 32-bit number in
  *                 the first four
  *  @return 1; -1 refused, unknown reply or broken exchange; -2 no service; -4 the station does not tell; -5 malformed value
- *  (not logged); -7 @p result is null; -9 no such metric, nothing is sent Asks "getPaneOemLayout",
- *  "getSoftkeyType", "getKeyBoardCaps", "showDPI", "getHardwareCaps" or "getPanelRotation", each with "=<station>".
+ *  (not logged); -7 @p result is null; -9 no such metric, nothing is sent
+ *  Asks "getPaneOemLayout", "getSoftkeyType", "getKeyBoardCaps", "showDPI", "getHardwareCaps" or "getPanelRotation", each
+ *  with "=<station>".
  *  Logged as "KVO_HWS_getStationMetrics - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getStationMetrics(uint32_t id, uint32_t metric, void *result) KVO_HWS_NOEXCEPT;
@@ -510,17 +519,18 @@ KVO_HWS_API int32_t KVO_HWS_getStationMetrics(uint32_t id, uint32_t metric, void
 /** Reads the list of connected clients.
  *  @param array  receives the clients; the whole capacity is cleared before anything is sent. May be null when the capacity
  *                is 0
- *  @param count  in: elements in @p array; out: elements filled, or the number needed when the result is -3
+ *  @param count  in: elements in @p array; out: elements filled, or the number needed when the result is -3; else as it was
  *  @param flags  the daemon's, passed through
- *  @return 1; -1 refused, malformed reply or broken exchange; -2 no service; -3 the array is too small; -7 a null pointer
+ *  @return 1; -1 refused, malformed reply (clients before the fault may be filled) or broken exchange; -2 no service; -3
+ *  the array is too small; -7 a null pointer
  *  Asks "getClientList 0 <flags>", the flags in hexadecimal. Logged as "get client list - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getClientList(KvoClientEntry *array, uint32_t *count, unsigned long flags) KVO_HWS_NOEXCEPT;
 
 /** Asks whether a station's panel is a Marovanti panel.
  *  @return 1 yes; 0 no; -1 the reply names no mode, or broken exchange; -2 no service; -3 it names another mode; -4 the
- *  panel was not found or the daemon failed; -5 unknown reply Asks "isMarovantiPanel <station>". Logged as "is
- *  MAROVANTI panel - <reason>".
+ *  panel was not found or the daemon failed; -5 unknown reply
+ *  Asks "isMarovantiPanel <station>". Logged as "is MAROVANTI panel - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_isMarovantiPanel(uint32_t id) KVO_HWS_NOEXCEPT;
 

@@ -11,11 +11,11 @@ enum KvoHwsResult {
     KVO_HWS_OK = 1, /**< done, or "yes" */
     KVO_HWS_NO = 0, /**< nothing was done and nothing is wrong: "no", "busy", "not found", or level 0 */
 
-    KVO_HWS_FAILED = -1,     /**< the service refused, answered something unknown, or the exchange broke off */
+    KVO_HWS_FAILED = -1,     /**< refused, an unknown reply, a broken exchange, or an argument that a function does not take */
     KVO_HWS_NO_SERVICE = -2, /**< no connection to the service's socket */
 
     KVO_HWS_TOO_SMALL = -3,    /**< the caller's buffer or array is too small */
-    KVO_HWS_OUT_OF_RANGE = -3, /**< a value is out of range */
+    KVO_HWS_OUT_OF_RANGE = -3, /**< a value is out of range, or a reply of another kind than the two that are known */
     KVO_HWS_AMBIGUOUS = -3,    /**< several stations match */
 
     KVO_HWS_TIMEOUT = -4,          /**< a lock was not obtained in time */

@@ -53,6 +53,8 @@ INSTANTIATE_TEST_SUITE_P(SimulateMCPKey, Addressing,
                          testing::ValuesIn(Rows("simulate MCP key", "simulateMCPKey=\"12:1\" 0A000005",
                                                 [] { return KVO_HWS_simulateMCPKey(kStation, 12, 1); })
                                                .on("ok", 1)
+                                               .sends("simulateMCPKey=\"4294967295:4294967294\" 0A000005",
+                                                      [] { return KVO_HWS_simulateMCPKey(kStation, 0xFFFFFFFF, 0xFFFFFFFE); })
                                                .rows()),
                          support::nameOf);
 
@@ -60,6 +62,8 @@ INSTANTIATE_TEST_SUITE_P(EnableMCPKey, Addressing,
                          testing::ValuesIn(Rows("enable MCP key", "enableMCPKey=\"12:1\" 0A000005",
                                                 [] { return KVO_HWS_enableMCPKey(kStation, 12, 1); })
                                                .on("ok", 1)
+                                               .sends("enableMCPKey=\"4294967295:4294967294\" 0A000005",
+                                                      [] { return KVO_HWS_enableMCPKey(kStation, 0xFFFFFFFF, 0xFFFFFFFE); })
                                                .rows()),
                          support::nameOf);
 
@@ -82,6 +86,9 @@ std::vector<RequestCase> getter(const std::string &label, const std::string &key
         .nullPointer([get] { return get(kStation, nullptr); });
     if (highest != 0xFFFFFFFF) {
         rows.on(key + std::to_string(highest + 1), -1).on(key + "-1", -1).on(key + "4294967296", -1);
+    } else {
+        // Without a bound, the low 32 bits of what the platform's long holds.
+        rows.value(key + "4294967298", 1, stores<uint32_t>(read, sizeof(long) == 8 ? 2 : 0xFFFFFFFF));
     }
     return rows.rows();
 }
@@ -114,6 +121,8 @@ std::vector<RequestCase> lookUp(const std::string &label, const std::string &key
         .value("ipaddr=0A000005", 1, stores<uint32_t>(read, 0x0A000005))
         .value("ipaddr=fffffffe", 1, stores<uint32_t>(read, 0xFFFFFFFE))
         .value("ipaddr=", 1, stores<uint32_t>(read, 0))
+        .value("ipaddr=0x0A000005", 1, stores<uint32_t>(read, 0x0A000005))
+        .value("ipaddr=10A000005", 1, stores<uint32_t>(read, sizeof(long) == 8 ? 0x0A000005 : 0xFFFFFFFF))
         .on("ipaddr=0A000005 ", -1)
         .on("ipaddr=10.0.0.5", -1)
         .on(none, 0, noneReason)

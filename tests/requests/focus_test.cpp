@@ -78,6 +78,8 @@ INSTANTIATE_TEST_SUITE_P(StartupPrio, Focus,
                                                 storesNothing<uint32_t>(startupPrio))
                                                .value("startup-prio=70", 1, stores<uint32_t>(startupPrio, 70))
                                                .value("startup-prio=4294967295", 1, stores<uint32_t>(startupPrio, 0xFFFFFFFF))
+                                               .value("startup-prio=4294967298", 1,
+                                                      stores<uint32_t>(startupPrio, sizeof(long) == 8 ? 2 : 0xFFFFFFFF))
                                                .on("startup-prio=70x", -1)
                                                .nullPointer([] { return startupPrio(nullptr); })
                                                .rows()),
@@ -96,6 +98,8 @@ INSTANTIATE_TEST_SUITE_P(ChannelOnFocus, Focus,
                                                .rows()),
                          support::nameOf);
 
+const std::string kLong(1500, 't');  // more than one read of the channel
+
 // ---- Texts ----
 
 Rows::Call text(int32_t (*get)(uint32_t, char *), const char *expected)
@@ -108,15 +112,16 @@ Rows::Call text(int32_t (*get)(uint32_t, char *), const char *expected)
     };
 }
 
-INSTANTIATE_TEST_SUITE_P(ScreenOnFocus, Focus,
-                         testing::ValuesIn(Rows("get KVO screen on focus", "getKVOScreenOnFocus=0A000005",
-                                                text(KVO_HWS_getKVOScreenOnFocus, nullptr))
-                                               .value("screen-on-focus=machine", 1,
-                                                      text(KVO_HWS_getKVOScreenOnFocus, "machine"))
-                                               .value("screen-on-focus=", 1, text(KVO_HWS_getKVOScreenOnFocus, ""))
-                                               .nullPointer([] { return KVO_HWS_getKVOScreenOnFocus(kStation, nullptr); })
-                                               .rows()),
-                         support::nameOf);
+INSTANTIATE_TEST_SUITE_P(
+    ScreenOnFocus, Focus,
+    testing::ValuesIn(Rows("get KVO screen on focus", "getKVOScreenOnFocus=0A000005",
+                           text(KVO_HWS_getKVOScreenOnFocus, nullptr))
+                          .value("screen-on-focus=machine", 1, text(KVO_HWS_getKVOScreenOnFocus, "machine"))
+                          .value("screen-on-focus=" + kLong, 1, text(KVO_HWS_getKVOScreenOnFocus, kLong.c_str()))
+                          .value("screen-on-focus=", 1, text(KVO_HWS_getKVOScreenOnFocus, ""))
+                          .nullPointer([] { return KVO_HWS_getKVOScreenOnFocus(kStation, nullptr); })
+                          .rows()),
+    support::nameOf);
 
 // Whatever the daemon answers is the text; only "failed" is none.
 INSTANTIATE_TEST_SUITE_P(

@@ -36,6 +36,8 @@ INSTANTIATE_TEST_SUITE_P(
                            [] { return KVO_HWS_setTouchScreenCalibParam(kStation, -1, -1); })
                           .on("ok", 1)
                           .on("no_touchscreen", 0, kNoTouchScreen)
+                          .sends("setCalibParam=\"0:0\" 0A000005",
+                                 [] { return KVO_HWS_setTouchScreenCalibParam(kStation, 0, 0); })
                           .sends("setCalibParam=\"2147483647:1\" 0A000005",
                                  [] { return KVO_HWS_setTouchScreenCalibParam(kStation, 2147483647, 1); })
                           .refused([] { return KVO_HWS_setTouchScreenCalibParam(kStation, -2, 0); }, -3, "invalid parameter")
@@ -165,6 +167,11 @@ INSTANTIATE_TEST_SUITE_P(
         reply("earlier_keys_stay_stored", kCommand, "mouse=x kbd=1", -1, firstGeneration({.kbd = 1}),
               {malformed("show input device")}),
         reply("a_malformed_key_that_is_not_asked_for_counts_too", kCommand, "kbd=1 vkbd=x", -1, firstGeneration({.kbd = 1}),
+              {malformed("show input device")}),
+        reply("the_first_of_two_counts", kCommand, "kbd=1 kbd=2", 1, firstGeneration({.kbd = 1, .touch = 0})),
+        reply("malformed_multitouch", kCommand, "kbd=1 multitouch=x", -1, firstGeneration({.kbd = 1}),
+              {malformed("show input device")}),
+        reply("malformed_maxcontacts", kCommand, "kbd=1 maxcontacts=x", -1, firstGeneration({.kbd = 1}),
               {malformed("show input device")}),
         reply("a_carriage_return_separates_nothing", kCommand, "kbd=1\rmouse=2", 1, firstGeneration({.kbd = 1, .touch = 0})),
         RequestCase{"null_pointers",

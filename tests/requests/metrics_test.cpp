@@ -54,6 +54,7 @@ std::vector<RequestCase> metricRows(uint32_t metric, const std::string &command,
     }
     return rows.on("none", -4, "information not available")
         .failedIs(-1, "unknown error sending request")
+        .unknown("not found")
         .nullPointer([metric] { return KVO_HWS_getStationMetrics(kStation, metric, nullptr); })
         .rows();
 }
@@ -61,16 +62,16 @@ std::vector<RequestCase> metricRows(uint32_t metric, const std::string &command,
 INSTANTIATE_TEST_SUITE_P(SoftkeyType, Metrics,
                          testing::ValuesIn(metricRows(2, "getSoftkeyType",
                                                       "softkey-type=", {{"0", 0}, {"1E", 0x1E}, {"fffffffe", 0xFFFFFFFE}},
-                                                      {"1", "FFFFFFFF", "2 ", "", "x"})),
+                                                      {"1", "FFFFFFFF", "2 ", "", "x", "100000002", "-2"})),
                          support::nameOf);
-INSTANTIATE_TEST_SUITE_P(KeyboardCaps, Metrics,
-                         testing::ValuesIn(metricRows(3, "getKeyBoardCaps",
-                                                      "keyboard-caps=", {{"0", 0}, {"1F", 0x1F}, {"FFFFFFFE", 0xFFFFFFFE}},
-                                                      {"FFFFFFFF", "1F ", "", "G"})),
-                         support::nameOf);
+INSTANTIATE_TEST_SUITE_P(
+    KeyboardCaps, Metrics,
+    testing::ValuesIn(metricRows(3, "getKeyBoardCaps", "keyboard-caps=", {{"0", 0}, {"1F", 0x1F}, {"FFFFFFFE", 0xFFFFFFFE}},
+                                 {"FFFFFFFF", "1F ", "", "G", "-1", "1FFFFFFFF", "100000000", "FFFFFFFFFFFFFFFFFFFF"})),
+    support::nameOf);
 INSTANTIATE_TEST_SUITE_P(Dpi, Metrics,
                          testing::ValuesIn(metricRows(4, "showDPI", "dpi=", {{"96", 96}, {"0", 0}, {"4294967294", 4294967294U}},
-                                                      {"4294967295", "96 ", "", "x"})),
+                                                      {"4294967295", "96 ", "", "x", "-1", "99999999999999999999"})),
                          support::nameOf);
 INSTANTIATE_TEST_SUITE_P(HardwareCaps, Metrics,
                          testing::ValuesIn(metricRows(5, "getHardwareCaps", "hardware-caps=", {{"A0", 0xA0}},
@@ -127,8 +128,10 @@ Rows::Call clients(uint32_t capacity, uint32_t count, Seen seen, unsigned long f
             EXPECT_STREQ(array[0].name, "hmi");
             EXPECT_EQ(array[1].value, 255U);
             EXPECT_STREQ(array[1].name, "panel 2");
-        } else if (capacity != 0) {
-            EXPECT_EQ(array[0].value, 0U);
+        }
+        const KvoClientEntry none{};
+        for (uint32_t i = seen == Seen::filled ? 2 : 0; i < capacity; ++i) {
+            EXPECT_EQ(std::memcmp(&array[i], &none, sizeof none), 0) << "element " << i << " is not cleared";
         }
         return result;
     };
@@ -136,11 +139,19 @@ Rows::Call clients(uint32_t capacity, uint32_t count, Seen seen, unsigned long f
 
 const std::string kC = "get client list - ";
 
+/// The flags are as wide as the platform's long.
+std::string flagsCommand() { return sizeof(long) == 8 ? "getClientList 0 123456789ABCDEF0" : "getClientList 0 9ABCDEF0"; }
+
 INSTANTIATE_TEST_SUITE_P(
     Clients, Metrics,
     testing::Values(
         RequestCase{"two", clients(2, 2, Seen::filled), {"getClientList 0 BEEF"}, {kClients}, 1},
         RequestCase{"more_room", clients(9, 2, Seen::filled, 0), {"getClientList 0 0"}, {kClients}, 1},
+        RequestCase{"long_flags",
+                    clients(2, 2, Seen::filled, static_cast<unsigned long>(0x123456789ABCDEF0U)),
+                    {flagsCommand()},
+                    {kClients},
+                    1},
         RequestCase{"none", clients(2, 0, Seen::cleared), {"getClientList 0 BEEF"}, {"00000000 "}, 1},
         RequestCase{"too_small",
                     clients(1, 2, Seen::cleared),

@@ -65,6 +65,7 @@ INSTANTIATE_TEST_SUITE_P(GetBacklightBrightnessV2, PanelSettings,
                                                .value("backlight-brightness-v2=55", 1, level(55))
                                                .value("backlight-brightness-v2=55x", 1, level(55))
                                                .value("backlight-brightness-v2=4000", 1, level(4000))
+                                               .value("backlight-brightness-v2=055", 1, level(55))
                                                .value("backlight-brightness-v2=x", 1, level(0))
                                                .on("backlight-brightness-v2=", -1, kUnknown)
                                                .on("bad request", 0)

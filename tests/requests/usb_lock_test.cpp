@@ -1,4 +1,5 @@
 // The USB lock, by request and by datagram, and the connector lists.
+#include <kvo_hws/platform.h>
 #include <kvo_hws/requests.h>
 
 #include "support/no_descriptors.h"
@@ -8,6 +9,8 @@
 #include <arpa/inet.h>
 #include <cerrno>
 #include <cstdlib>
+#include <dlfcn.h>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <poll.h>
@@ -47,6 +50,8 @@ INSTANTIATE_TEST_SUITE_P(GetUsbLock, UsbLock,
                                                .value("usb-lock=1:2x", 1, lock(1, 2))
                                                .value("usb-lock= 1: 2", 1, lock(1, 2))
                                                .value("usb-lock=4294967295:0", 1, lock(0xFFFFFFFF, 0))
+                                               .value("usb-lock=4294967297:4294967298", 1,
+                                                      sizeof(long) == 8 ? lock(1, 2) : lock(0xFFFFFFFF, 0xFFFFFFFF))
                                                .on("usb-lock=", -1)
                                                .on("usb-lock=1", -1)
                                                .on("usb-lock=1:", -1)
@@ -97,6 +102,13 @@ std::vector<RequestCase> connectorRows(ListFunction get, const std::string &comm
                    EXPECT_EQ(size, 10U);
                    return result;
                })
+        .value(key, 0,
+               [get] {
+                   uint32_t size = 11;
+                   const int32_t result = get(nullptr, &size);
+                   EXPECT_EQ(size, 0U);
+                   return result;
+               })
         .on("busy", -9, "error sending request")
         .failedIs(-4, "error sending request")
         .unknownIs(-5, "unknown error sending request")
@@ -114,6 +126,14 @@ INSTANTIATE_TEST_SUITE_P(ConnectorListOne, UsbLock,
                          support::nameOf);
 
 // ---- Datagrams ----
+
+/// What the platform answers while a test has taken its place; without a broadcast address it answers for itself.
+struct Platform {
+    std::string selected;
+    int refreshed = 0;
+    uint32_t broadcast = 0;
+};
+Platform platform;
 
 /// A stand-in for the stations' services: whatever comes to UDP port 5851 of this host.
 class Stations {
@@ -190,6 +210,44 @@ TEST_F(UsbLockDatagrams, go_to_this_host_where_the_network_is_unknown)
     EXPECT_EQ(stations_.heard(), (Texts{"setUsbLock=\"3:4\" 0.0.0.0\n"}));
 }
 
+TEST_F(UsbLockDatagrams, a_host_that_only_begins_like_the_loopback_is_one_like_any_other)
+{
+    const char *hosts[] = {"127.0.0.10"};
+    EXPECT_EQ(KVO_HWS_setUsbLock(1, hosts, 0, 1), 1);
+    EXPECT_EQ(stations_.heard(), (Texts{"setUsbLock=\"0:1\" 127.0.0.10\n"}));
+}
+
+TEST_F(UsbLockDatagrams, leave_no_descriptor_behind)
+{
+    const auto open = [] {
+        const std::filesystem::directory_iterator all("/proc/self/fd");
+        return std::distance(begin(all), end(all));
+    };
+    const auto before = open();
+    for (int round = 0; round < 10; ++round) {
+        EXPECT_EQ(KVO_HWS_setUsbLock(0, nullptr, 0, 1), 1);
+    }
+    EXPECT_EQ(open(), before);
+}
+
+TEST_F(UsbLockDatagrams, go_to_the_broadcast_address_of_the_interface_that_the_platform_names)
+{
+    // The platform's own functions are the test's here: an adapter with a broadcast address is not on every machine.
+    platform = {.selected = {}, .refreshed = 0, .broadcast = inet_addr("10.20.30.255")};
+    setenv("KVO_PLATFORM_INTERFACE", "panel7", 1);
+    std::vector<std::string> destinations;
+    const support::WithSystemCalls calls({.sendto = [&](int, const void *, std::size_t length, const sockaddr *address) {
+        const auto &to = *reinterpret_cast<const sockaddr_in *>(address);
+        destinations.push_back(std::string(inet_ntoa(to.sin_addr)) + ":" + std::to_string(ntohs(to.sin_port)));
+        return static_cast<ssize_t>(length);
+    }});
+    EXPECT_EQ(KVO_HWS_setUsbLock(0, nullptr, 0, 1), 1);
+    EXPECT_EQ(destinations, Texts{"10.20.30.255:5851"});
+    EXPECT_EQ(platform.selected, "panel7");
+    EXPECT_EQ(platform.refreshed, 1);
+    platform = {};
+}
+
 TEST_F(UsbLockDatagrams, an_over_long_host_is_cut)
 {
     const std::string host(3000, 'h');
@@ -210,6 +268,7 @@ TEST_F(UsbLockDatagrams, a_host_that_can_not_be_used_is_refused_before_anything_
     const MessagesOn messages;
     const Refusal refusals[] = {
         {"loopback_first", {"127.0.0.1", "10.0.0.5"}, -10, "KVO_HWS_setUsbLock - invalid host address 127.0.0.1"},
+        {"loopback_beside_a_null_host", {"127.0.0.1", nullptr}, -10, "KVO_HWS_setUsbLock - invalid host address 127.0.0.1"},
         {"loopback_last", {"10.0.0.5", "127.0.0.1"}, -10, "KVO_HWS_setUsbLock - invalid host address 127.0.0.1"},
         {"null_host", {"10.0.0.5", nullptr}, -7, "KVO_HWS_setUsbLock - null pointer received"}};
     for (Refusal refusal : refusals) {
@@ -270,3 +329,27 @@ TEST_F(UsbLockDatagrams, a_send_that_fails_ends_it_and_what_went_out_counts)
 }
 
 }  // namespace
+
+// In place of the platform's library: passed on to it unless a test answers.
+extern "C" {
+
+__attribute__((visibility("default"))) void setAdapterInterfaceCache(const char *interface) noexcept
+{
+    platform.selected = interface == nullptr ? "" : interface;
+    static auto *const original = reinterpret_cast<void (*)(const char *)>(dlsym(RTLD_NEXT, "setAdapterInterfaceCache"));
+    original(interface);
+}
+
+__attribute__((visibility("default"))) int getAdapterValuesDirect(int refresh) noexcept
+{
+    platform.refreshed = refresh;
+    static auto *const original = reinterpret_cast<int (*)(int)>(dlsym(RTLD_NEXT, "getAdapterValuesDirect"));
+    return platform.broadcast != 0 ? 0 : original(refresh);
+}
+
+__attribute__((visibility("default"))) uint32_t getAdapterBroadcastCache() noexcept
+{
+    static auto *const original = reinterpret_cast<uint32_t (*)()>(dlsym(RTLD_NEXT, "getAdapterBroadcastCache"));
+    return platform.broadcast != 0 ? platform.broadcast : original();
+}
+}

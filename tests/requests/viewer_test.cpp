@@ -22,6 +22,10 @@ INSTANTIATE_TEST_SUITE_P(SetStatusline, Viewer,
                          testing::ValuesIn(Rows("set status line", "setStatusline=0A000005,1,2,Hello",
                                                 [] { return KVO_HWS_setStatusline(kStation, 1, 2, "Hello"); })
                                                .on("ok", 1)
+                                               .sends("setStatusline=0A000005,4294967295,4294967294,",
+                                                      [] {
+                                                          return KVO_HWS_setStatusline(kStation, 0xFFFFFFFF, 0xFFFFFFFE, "");
+                                                      })
                                                .nullPointer([] { return KVO_HWS_setStatusline(kStation, 1, 2, nullptr); })
                                                .rows()),
                          support::nameOf);
@@ -66,6 +70,8 @@ INSTANTIATE_TEST_SUITE_P(StartConfiguredViewer, Viewer,
                                                 [] { return KVO_HWS_startConfiguredViewer(kStation, "cfg", 3); })
                                                .on("ok", 1)
                                                .on("busy", 0)
+                                               .sends("startConfiguredViewer=\"cfg:4294967295\" 0A000005",
+                                                      [] { return KVO_HWS_startConfiguredViewer(kStation, "cfg", 0xFFFFFFFF); })
                                                .nullPointer([] { return KVO_HWS_startConfiguredViewer(kStation, nullptr, 3); })
                                                .rows()),
                          support::nameOf);
@@ -141,6 +147,8 @@ INSTANTIATE_TEST_SUITE_P(
                           .value("vncserver", -1, currentServer(16, 4, {nullptr, 16, nullptr, 4}))
                           .value("vncserver=" + kLongest + ":3", 1, currentServer(1025, 4, {kLongest.c_str(), 1025, "3", 2}))
                           .value("vncserver=" + kLongest + "s:3", -1, currentServer(2000, 4, {nullptr, 2000, nullptr, 4}))
+                          .value("vncserver=" + kLongest + "s:3", -1, currentServer(4, 4, {nullptr, 4, nullptr, 4}))
+                          .value("vncserver=a:" + kLongest + "s", -1, currentServer(4, 4, {"a", 2, nullptr, 4}))
                           .value("vncserver=a:" + kLongest, 1, currentServer(4, 1025, {"a", 2, kLongest.c_str(), 1025}))
                           .value("vncserver=a:" + kLongest + "s", -1, currentServer(4, 2000, {"a", 2, nullptr, 2000}))
                           .unknown("vncserve=a:b")

@@ -1,15 +1,14 @@
 // The thread and lock wrappers.
 #include <kvo_hws/runtime.h>
 
+#include "support/alarms.h"
 #include "support/system_calls.h"
 
 #include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <csignal>
 #include <gtest/gtest.h>
 #include <semaphore>
-#include <sys/time.h>
 #include <thread>
 
 using namespace std::chrono_literals;
@@ -77,24 +76,12 @@ TEST(Threads, detach_once)
     EXPECT_EQ(report.secondDetach, -1);
 }
 
-void handleSignal(int) {}
-
 TEST(Threads, giving_up_execution_takes_20_ms_through_signals)
 {
-    struct sigaction action {};
-    action.sa_handler = handleSignal;
-    struct sigaction before {};
-    sigaction(SIGALRM, &action, &before);
-    const itimerval every3ms{{0, 3000}, {0, 3000}};
-    setitimer(ITIMER_REAL, &every3ms, nullptr);
-
+    const support::Alarms alarms(3ms, 3ms);
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(kvo_hws_GiveUpThreadExecution(), 0);
     const auto taken = std::chrono::steady_clock::now() - start;
-
-    const itimerval off{};
-    setitimer(ITIMER_REAL, &off, nullptr);
-    sigaction(SIGALRM, &before, nullptr);
     EXPECT_GE(taken, 20ms);
     EXPECT_LT(taken, 2s);
 }

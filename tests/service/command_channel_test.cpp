@@ -1,6 +1,7 @@
 // One exchange with the hardware service, and every way in which the service can spoil it.
 #include <kvo_hws/kvo_hws.h>
 
+#include "support/alarms.h"
 #include "support/no_descriptors.h"
 #include "support/scripted_service.h"
 #include "support/syslog_capture.h"
@@ -17,7 +18,6 @@
 #include <gmock/gmock.h>
 #include <string>
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <thread>
 #include <unistd.h>
 
@@ -107,15 +107,9 @@ TEST(CommandChannel, does_not_wait_for_the_exchange_when_it_has_no_socket)
 
 TEST(CommandChannel, a_signal_late_in_a_wait_for_a_full_queue_does_not_start_it_anew)
 {
-    struct sigaction action {};
-    action.sa_handler = [](int) {};
-    struct sigaction before {};
-    sigaction(SIGALRM, &action, &before);
-    const itimerval at3500ms{{0, 0}, {3, 500'000}};
-    setitimer(ITIMER_REAL, &at3500ms, nullptr);
     const support::FullQueue service;
+    const support::Alarms once(3500ms);
     const Exchange exchange("getVersion");
-    sigaction(SIGALRM, &before, nullptr);
     EXPECT_EQ(exchange.result, -2);
     EXPECT_THAT(exchange.taken, AllOf(Ge(3900ms), Lt(5500ms)));
 }
@@ -259,17 +253,9 @@ TEST(CommandChannel, a_full_queue_counts_as_no_connection_after_4_s)
 
 TEST(CommandChannel, signals_do_not_cut_a_wait_for_a_full_queue_short_nor_make_it_endless)
 {
-    struct sigaction action {};
-    action.sa_handler = [](int) {};
-    struct sigaction before {};
-    sigaction(SIGALRM, &action, &before);
-    const itimerval every20ms{{0, 20'000}, {0, 20'000}};
-    setitimer(ITIMER_REAL, &every20ms, nullptr);
     const support::FullQueue service;
+    const support::Alarms alarms(20ms, 20ms);
     const Exchange exchange("getVersion");
-    const itimerval off{};
-    setitimer(ITIMER_REAL, &off, nullptr);
-    sigaction(SIGALRM, &before, nullptr);
     EXPECT_EQ(exchange.result, -2);
     EXPECT_THAT(exchange.taken, AllOf(Ge(3900ms), Lt(5500ms)));
 }

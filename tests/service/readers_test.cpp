@@ -2,6 +2,7 @@
 #include <kvo_hws/runtime.h>
 #include <kvo_hws/service.h>
 
+#include "support/alarms.h"
 #include "support/failing_allocations.h"
 #include "support/syslog_capture.h"
 #include "support/system_calls.h"
@@ -19,7 +20,6 @@
 #include <string>
 #include <sys/resource.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <syslog.h>
 #include <thread>
 #include <unistd.h>
@@ -239,13 +239,7 @@ TEST_F(Readers, keep_nul_bytes_before_the_line_feed)
 
 TEST_F(Readers, go_on_after_signals)
 {
-    struct sigaction action {};
-    action.sa_handler = [](int) {};
-    struct sigaction before {};
-    sigaction(SIGALRM, &action, &before);
-    const itimerval every5ms{{0, 5000}, {0, 5000}};
-    setitimer(ITIMER_REAL, &every5ms, nullptr);
-
+    const support::Alarms alarms(5ms, 5ms);
     Pair pair;
     std::thread late([&pair] {
         sigset_t all;
@@ -261,10 +255,6 @@ TEST_F(Readers, go_on_after_signals)
     SocketCache cache{};
     EXPECT_EQ(CachedLine(pair.fd(), cache).text(), "late");
     late.join();
-
-    const itimerval off{};
-    setitimer(ITIMER_REAL, &off, nullptr);
-    sigaction(SIGALRM, &before, nullptr);
 }
 
 TEST_F(Readers, wait_on_descriptors_above_1023)

@@ -3,6 +3,7 @@
 #include <kvo_hws/runtime.h>
 #include <kvo_hws/service.h>
 
+#include "support/alarms.h"
 #include "support/failing_allocations.h"
 #include "support/no_descriptors.h"
 #include "support/own_thread.h"
@@ -13,7 +14,6 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -21,7 +21,6 @@
 #include <future>
 #include <gmock/gmock.h>
 #include <string>
-#include <sys/time.h>
 #include <syslog.h>
 #include <thread>
 #include <vector>
@@ -293,20 +292,11 @@ TEST_F(UsbChannel, no_socket_and_no_fitting_buffer_need_no_turn)
 
 TEST_F(UsbChannel, signals_do_not_multiply_the_wait_for_a_full_queue)
 {
-    struct sigaction action {};
-    action.sa_handler = [](int) {};
-    struct sigaction before {};
-    sigaction(SIGALRM, &action, &before);
     const support::FullQueue server(kUsbSocket);
-    // The timer's signals go to whichever thread takes them; this one does not.
     const Timed sent = timed([] {
-        const itimerval every900ms{{0, 900'000}, {0, 900'000}};
-        setitimer(ITIMER_REAL, &every900ms, nullptr);
+        const support::Alarms alarms(900ms, 900ms);
         return FuncSendCommand2DLL(strdup("suicide"));
     });
-    const itimerval off{};
-    setitimer(ITIMER_REAL, &off, nullptr);
-    sigaction(SIGALRM, &before, nullptr);
     EXPECT_EQ(sent.result, 3);
     EXPECT_THAT(sent.taken, AllOf(Ge(3900ms), Lt(6s)));
 }

@@ -10,10 +10,12 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <linux/capability.h>
 #include <sched.h>
+#include <string>
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -80,10 +82,21 @@ void obeyPermissions()
     }
 }
 
-/// Hides the machine's /tmp from this process and what it starts, where the kernel allows it.
+/// Hides the machine's /tmp from this process and what it starts, where the kernel allows it. A build that lies there stays visible.
 class HiddenTemporaryFiles {
 public:
-    HiddenTemporaryFiles() = default;
+    HiddenTemporaryFiles()
+    {
+        const std::filesystem::path build = std::filesystem::path(LIBRARY_DIRECTORY).parent_path();
+        hidden = unshare(CLONE_NEWNS) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+        const int kept = open(build.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);  // of the new namespace
+        hidden = hidden && mount("tmpfs", "/tmp", "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755,size=1m") == 0;
+        if (hidden && build.string().starts_with("/tmp/")) {
+            std::filesystem::create_directories(build);
+            hidden = mount(("/proc/self/fd/" + std::to_string(kept)).c_str(), build.c_str(), nullptr, MS_BIND, nullptr) == 0;
+        }
+        close(kept);
+    }
     HiddenTemporaryFiles(const HiddenTemporaryFiles &) = delete;
     HiddenTemporaryFiles &operator=(const HiddenTemporaryFiles &) = delete;
     ~HiddenTemporaryFiles()
@@ -92,8 +105,8 @@ public:
             umount2("/tmp", MNT_DETACH);
         }
     }
-    const bool hidden = unshare(CLONE_NEWNS) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-                        mount("tmpfs", "/tmp", "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755,size=1m") == 0;
+
+    bool hidden = false;
 };
 
 TEST_F(Doctor, finds_nothing_wrong_with_a_service_that_is_ready)

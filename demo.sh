@@ -4,7 +4,7 @@
 set -euo pipefail
 cd "$(dirname "$0")"
 ./setup.sh
-cmake --preset release -DKVO_BUILD_TESTS=OFF -DKVO_BUILD_BENCH=OFF -B build/demo >/dev/null
+cmake --preset release -DKVO_BUILD_TESTS=OFF -B build/demo >/dev/null
 cmake --build build/demo >build/demo/build.log 2>&1 || { tail -n 60 build/demo/build.log; exit 1; }
 PATH="$PWD/build/demo/bin:$PATH"
 [ $# -gt 0 ] || set -- kvoctl stations

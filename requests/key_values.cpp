@@ -16,6 +16,17 @@ bool endsItem(char character) noexcept
     return character == '\0' || isBlank(character) || character == '\r' || character == '\n';
 }
 
+/// Compares up to the first difference, which the text's end is at the latest.
+bool startsWith(const char *text, std::string_view beginning) noexcept
+{
+    for (const char character : beginning) {
+        if (*text++ != character) {
+            return false;
+        }
+    }
+    return true;
+}
+
 /// The start of the next item; the text's end where there is none. A line end separates nothing.
 const char *nextItem(const char *at) noexcept
 {
@@ -34,10 +45,9 @@ int FindReplyValue(const char *text, const char *key, int32_t *value) noexcept
 {
     *value = 0;
     const std::string_view wanted = key;
-    const std::string_view reply = text;
     // Only at the start of an item: "touch=" is no part of "multitouch=".
     for (const char *at = text; *at != '\0'; at = nextItem(at)) {
-        if (!reply.substr(static_cast<std::size_t>(at - text)).starts_with(wanted)) {
+        if (!startsWith(at, wanted)) {
             continue;
         }
         const char *const number = at + wanted.size();

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -22,6 +23,14 @@ void boundWrites(const Descriptor &socket, std::chrono::microseconds bound) noex
     const timeval time{.tv_sec = static_cast<time_t>(bound.count() / 1'000'000),
                        .tv_usec = static_cast<suseconds_t>(bound.count() % 1'000'000)};
     setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &time, sizeof time);
+}
+
+/// A clock that is cheap to read and a few milliseconds coarse: it is read for every request, and looked at after signals alone.
+std::chrono::microseconds coarseNow() noexcept
+{
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return std::chrono::seconds(now.tv_sec) + std::chrono::microseconds(now.tv_nsec / 1000);
 }
 
 }  // namespace
@@ -45,13 +54,13 @@ bool connectLocal(const Descriptor &socket, std::string_view path) noexcept
     const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + path.size());
     const auto *const name = reinterpret_cast<const sockaddr *>(&address);
 
-    const auto deadline = std::chrono::steady_clock::now() + kPeerTimeout;
+    const auto deadline = coarseNow() + kPeerTimeout;
     while (connect(socket.get(), name, length) != 0) {
         if (errno != EINTR) {
             return false;
         }
         // Signals must not turn a busy service into a missing one, nor four seconds into many.
-        const auto left = std::chrono::duration_cast<std::chrono::microseconds>(deadline - std::chrono::steady_clock::now());
+        const auto left = deadline - coarseNow();
         if (left <= 0us) {
             errno = EAGAIN;
             return false;

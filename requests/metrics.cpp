@@ -28,7 +28,7 @@ struct Metric {
     bool (*valid)(unsigned long value);
 };
 
-// What does not fit in 32 bits is no value: strtoul makes 0xFFFFFFFF of it where long has 32 bits, and so on every panel so far.
+// What does not fit in 32 bits is no value: where long has 32 bits, strtoul makes the unknown one of it.
 constexpr unsigned long kUnknown = 0xFFFFFFFF;
 
 bool isKnown(unsigned long value) noexcept { return value < kUnknown; }

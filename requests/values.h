@@ -10,7 +10,8 @@
 
 namespace kvo_hws {
 
-/// A number that is all of the rest and within bounds; stored only then. No number at all reads as 0, as strtoul has it. Without an upper bound its low 32 bits are stored.
+/// A number that is all of the rest and within bounds; stored only then. No number at all reads as 0, as strtoul has it.
+/// Without an upper bound its low 32 bits are stored.
 inline auto number(uint32_t *out, int base, unsigned long lowest, unsigned long highest) noexcept
 {
     return [=](const char *rest) -> Answer {

@@ -2,10 +2,10 @@
 #include "runtime/log.h"
 
 #include "runtime/owners.h"
+#include "runtime/shared_word.h"
 
 #include <kvo_hws/runtime.h>
 
-#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <syslog.h>
@@ -15,8 +15,8 @@ uint32_t uiDebugMessageSysLogActive = 0;
 
 namespace {
 
-std::atomic_ref<int32_t> debugLevel() noexcept { return std::atomic_ref(iDebugLevel); }
-std::atomic_ref<uint32_t> messagesActive() noexcept { return std::atomic_ref(uiDebugMessageSysLogActive); }
+std::atomic_ref<int32_t> debugLevel() noexcept { return kvo_hws::shared(iDebugLevel); }
+std::atomic_ref<uint32_t> messagesActive() noexcept { return kvo_hws::shared(uiDebugMessageSysLogActive); }
 
 /// Errors (priority 3 and below) always pass; the rest needs a debug level above @p threshold.
 bool passes(int priority, int32_t threshold) noexcept
@@ -90,9 +90,27 @@ namespace kvo_hws {
 
 void debugMessage(const char *label, const char *reason, const char *detail) noexcept
 {
-    // As long as the longest message that carries values may be.
-    char message[256];
-    std::snprintf(message, sizeof message, "%s - %s%s", label, reason, detail);
+    debugValues("%s - %s%s", label, reason, detail);
+}
+
+void logAlways(int priority, const char *format, ...) noexcept
+{
+    va_list arguments;
+    va_start(arguments, format);
+    write(priority, format, arguments);
+    va_end(arguments);
+}
+
+void debugValues(const char *format, ...) noexcept
+{
+    if (messagesActive().load(std::memory_order_relaxed) == 0) {
+        return;
+    }
+    char message[256];  // readers of the log know that messages with values end here
+    va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(message, sizeof message, format, arguments);
+    va_end(arguments);
     SendDLLDebugMessage(message);
 }
 

@@ -1,9 +1,15 @@
-// Messages of the form that every request uses: the operation's label, " - " and a reason.
+// Messages to the debug message channel that are put together first.
 #pragma once
 
 namespace kvo_hws {
 
-/// Sends "<label> - <reason><detail>" to the debug message channel.
+/// Sends "<label> - <reason><detail>", the form that every request uses.
 void debugMessage(const char *label, const char *reason, const char *detail = "") noexcept;
+
+/// Writes to the system log whatever the debug level is.
+void logAlways(int priority, const char *format, ...) noexcept __attribute__((format(printf, 2, 3)));
+
+/// Sends a message that carries values, cut at 255 characters.
+void debugValues(const char *format, ...) noexcept __attribute__((format(printf, 1, 2)));
 
 }  // namespace kvo_hws

@@ -18,11 +18,18 @@ public:
     Descriptor(Descriptor &&other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
     Descriptor(const Descriptor &) = delete;
     Descriptor &operator=(const Descriptor &) = delete;
-    Descriptor &operator=(Descriptor &&) = delete;
+    Descriptor &operator=(Descriptor &&other) noexcept
+    {
+        std::swap(fd_, other.fd_);
+        return *this;
+    }
     ~Descriptor() { close(); }
 
     [[nodiscard]] int get() const noexcept { return fd_; }
     [[nodiscard]] bool valid() const noexcept { return fd_ >= 0; }
+
+    /// Hands the descriptor on to another owner.
+    int release() noexcept { return std::exchange(fd_, -1); }
 
     /// Closes now. Keeps errno, so that the failure that led here can still be told.
     void close() noexcept

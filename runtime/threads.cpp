@@ -16,7 +16,8 @@ int kvo_hws_CreateThread(void *(*start)(void *), void *argument) noexcept
 int kvo_hws_CreateThreadIdent(void *(*start)(void *), void *argument, pthread_t *id) noexcept
 {
     pthread_t thread{};
-    if (pthread_create(&thread, nullptr, start, argument) != 0) {
+    if (const int error = pthread_create(&thread, nullptr, start, argument); error != 0) {
+        errno = error;  // for those who log it
         return -1;
     }
     if (id != nullptr) {

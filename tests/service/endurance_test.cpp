@@ -1,12 +1,11 @@
 // A million requests leave nothing behind: no descriptor, no thread, no memory.
 #include <kvo_hws/kvo_hws.h>
 
+#include "support/holdings.h"
 #include "support/scripted_service.h"
 
 #include <cstdio>
-#include <filesystem>
 #include <gtest/gtest.h>
-#include <malloc.h>
 #include <string>
 #include <vector>
 
@@ -20,19 +19,8 @@ constexpr int kRequests = 1'000'000;
 constexpr const char *kReason = "";
 #endif
 
-struct Holdings {
-    std::size_t descriptors;
-    std::size_t threads;
-    std::size_t heapBytes;
-};
-
-std::size_t entriesOf(const char *directory)
-{
-    const std::filesystem::directory_iterator all(directory);
-    return static_cast<std::size_t>(std::distance(begin(all), end(all)));
-}
-
-Holdings holdings() { return {entriesOf("/proc/self/fd"), entriesOf("/proc/self/task"), mallinfo2().uordblks}; }
+using support::Holdings;
+using support::holdings;
 
 TEST(Endurance, a_million_requests_leave_nothing_behind)
 {

@@ -46,6 +46,7 @@ extern "C" {
 
 void *__libc_malloc(std::size_t size);
 void *__libc_realloc(void *block, std::size_t size);
+void *__libc_calloc(std::size_t count, std::size_t size);
 
 void *malloc(std::size_t size)
 {
@@ -54,6 +55,15 @@ void *malloc(std::size_t size)
         return nullptr;
     }
     return __libc_malloc(size);
+}
+
+void *calloc(std::size_t count, std::size_t size)
+{
+    if (support::fails()) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    return __libc_calloc(count, size);
 }
 
 void *realloc(void *block, std::size_t size)

@@ -3,7 +3,7 @@
 
 namespace support {
 
-/// Makes every malloc and realloc of the calling thread fail for a scope, but for the first @p granted.
+/// Makes every malloc, calloc and realloc of the calling thread fail for a scope, but for the first @p granted.
 class FailingAllocations {
 public:
     explicit FailingAllocations(int granted = 0);

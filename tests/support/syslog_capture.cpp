@@ -71,12 +71,12 @@ std::vector<std::string> SyslogCapture::texts() const
 MessagesOn::MessagesOn(int level)
 {
     SetDebugLevel(level);
-    uiDebugMessageSysLogActive = 1;
+    __atomic_store_n(&uiDebugMessageSysLogActive, 1U, __ATOMIC_SEQ_CST);
 }
 
 MessagesOn::~MessagesOn()
 {
-    uiDebugMessageSysLogActive = 0;
+    __atomic_store_n(&uiDebugMessageSysLogActive, 0U, __ATOMIC_SEQ_CST);
     SetDebugLevel(0);
 }
 

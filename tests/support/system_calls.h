@@ -4,13 +4,24 @@
 
 #include <cstddef>
 #include <functional>
+#include <poll.h>
 #include <pthread.h>
+#include <sys/select.h>
 #include <sys/socket.h>
+#include <sys/types.h>
 
 namespace support {
 
-/// What a test puts in a call's place; an empty one lets the call through. Set before the library is called, for one test.
+/// What a test puts in a call's place; an empty one lets the call through. Any thread may be calling meanwhile, so that a stand-in
+/// may run several times at once, and still run when it has been taken away.
 struct SystemCalls {
+    std::function<int(int domain)> socket{};
+    std::function<int(int fd, const sockaddr *address, socklen_t length)> bind{};
+    std::function<int(int fd, int backlog)> listen{};
+    std::function<int(int fd)> accept4{};
+    std::function<int(pollfd *descriptors, nfds_t count, int milliseconds)> poll{};
+    std::function<int(timeval *time)> select{};
+    std::function<int(const char *path, int flags, mode_t mode)> open{};
     std::function<int(int fd, const sockaddr *address, socklen_t length)> connect{};
     std::function<ssize_t(int fd, void *bytes, std::size_t length, int flags)> recv{};
     std::function<ssize_t(int fd, const void *bytes, std::size_t length, int flags)> send{};

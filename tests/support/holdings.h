@@ -1,0 +1,27 @@
+// What a process holds, before and after a long run.
+#pragma once
+
+#include <filesystem>
+#include <iterator>
+#include <malloc.h>
+
+namespace support {
+
+struct Holdings {
+    std::size_t descriptors;
+    std::size_t threads;
+    std::size_t heapBytes;
+};
+
+inline std::size_t entriesOf(const char *directory)
+{
+    const std::filesystem::directory_iterator all(directory);
+    return static_cast<std::size_t>(std::distance(begin(all), end(all)));
+}
+
+inline std::size_t threadsRunning() { return entriesOf("/proc/self/task"); }
+inline std::size_t descriptorsOpen() { return entriesOf("/proc/self/fd"); }
+
+inline Holdings holdings() { return {descriptorsOpen(), threadsRunning(), mallinfo2().uordblks}; }
+
+}  // namespace support

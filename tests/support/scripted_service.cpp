@@ -65,6 +65,11 @@ Script sends(std::string bytes) { return {kReadLine, {.kind = Step::Kind::write,
 
 Script replies(const std::string &text) { return sends(text + "\n"); }
 
+Script answersWith(std::function<std::string(const std::string &request)> answer)
+{
+    return {kReadLine, {.kind = Step::Kind::answer, .answer = std::move(answer)}};
+}
+
 Script dribbles(const std::string &bytes, std::chrono::milliseconds between)
 {
     Script script{kReadLine};
@@ -133,6 +138,11 @@ void ScriptedService::run(int connection, const Script &script)
             }
             break;
         case Step::Kind::write: writeAll(connection, step.bytes); break;
+        case Step::Kind::answer: {
+            const std::string request = requests().back();
+            writeAll(connection, step.answer(request.substr(0, request.size() - 1)) + "\n");
+            break;
+        }
         case Step::Kind::pause: {
             const auto until = std::chrono::steady_clock::now() + step.pause;
             while (!ending_ && std::chrono::steady_clock::now() < until) {

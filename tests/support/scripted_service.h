@@ -4,7 +4,7 @@
 
 #include <atomic>
 #include <chrono>
-#include <deque>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -17,10 +17,11 @@ inline constexpr const char *kUsbSocket = "/tmp/kvo_hws/usb_sock";
 
 /// One thing a service does with a connection.
 struct Step {
-    enum class Kind { readLine, write, pause, close, closeUnread };
+    enum class Kind { readLine, write, answer, pause, close, closeUnread };
     Kind kind;
     std::string bytes{};
     std::chrono::milliseconds pause{};
+    std::function<std::string(const std::string &request)> answer{};
 };
 
 /// What a service does with one connection, from the accept to its end (it closes where the script ends).
@@ -30,6 +31,8 @@ using Script = std::vector<Step>;
 Script sends(std::string bytes);
 /// Reads the request, answers the text and a line feed.
 Script replies(const std::string &text);
+/// Reads the request, answers the text that @p answer has for it, and a line feed.
+Script answersWith(std::function<std::string(const std::string &request)> answer);
 /// Reads the request, answers one byte at a time with a pause between.
 Script dribbles(const std::string &bytes, std::chrono::milliseconds between);
 /// Accepts and closes without reading the request.

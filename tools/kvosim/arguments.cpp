@@ -2,6 +2,7 @@
 #include "arguments.h"
 
 #include <algorithm>
+#include <cctype>
 
 namespace kvosim {
 
@@ -38,6 +39,19 @@ std::pair<std::string_view, std::string_view> split(std::string_view text, char 
 bool hasControlCharacter(std::string_view text)
 {
     return std::any_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; });
+}
+
+Value typedNumber(const std::string &text)
+{
+    const bool isHexadecimal = text.starts_with("0x") || text.starts_with("0X");
+    const auto value = isHexadecimal ? number<int64_t>(std::string_view(text).substr(2), 16) : number<int64_t>(text);
+    return value && !(isHexadecimal && *value < 0) ? Value(*value) : Value(text);
+}
+
+bool isConnectorCharacter(char character)
+{
+    return std::isalnum(static_cast<unsigned char>(character)) != 0 ||
+           std::string_view("_.-").find(character) != std::string_view::npos;
 }
 
 }  // namespace kvosim

@@ -4,8 +4,10 @@
 #include <charconv>
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <utility>
+#include <variant>
 
 namespace kvosim {
 
@@ -14,6 +16,9 @@ inline constexpr const char *kFailed = "failed";
 
 inline constexpr std::size_t kLongestChannelInfo = 230;  // bytes
 inline constexpr std::size_t kStationDigits = 8;
+
+/// A value as it is written; the first alternative is anything that is neither a number nor a text.
+using Value = std::variant<std::monostate, int64_t, std::string>;
 
 /// Digits and nothing else, but for the sign of a signed type.
 template <class Number = uint32_t>
@@ -43,5 +48,11 @@ std::optional<std::string_view> unquoted(std::string_view text);
 std::pair<std::string_view, std::string_view> split(std::string_view text, char separator);
 
 bool hasControlCharacter(std::string_view text);
+
+/// A number as it is typed, decimal or 0x1F; what is none stays the text that it is.
+Value typedNumber(const std::string &text);
+
+/// What names and devices of the connector list consist of.
+bool isConnectorCharacter(char character);
 
 }  // namespace kvosim

@@ -16,8 +16,9 @@ struct ServiceContext {
     Plant &plant;
     Registry &registry;
     Clock::time_point started = Clock::now();
-    bool ending = false;           ///< set by the command that ends the service
-    uint64_t exchanges = 0;        ///< requests answered so far
+    bool ending = false;     ///< set by the command that ends the service
+    uint64_t exchanges = 0;  ///< requests answered so far
+    bool usbEventsActivated = false;
     std::string usbLockAddress{};  ///< where datagrams are taken; empty where they are not
 };
 

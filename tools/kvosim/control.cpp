@@ -2,66 +2,32 @@
 #include "control.h"
 
 #include "address.h"
-#include "station_keys.h"
+#include "control_request.h"
 #include "udp_socket.h"
+#include "usb_control.h"
 
 #include <unistd.h>
 
 namespace kvosim {
 
-namespace {
-
-constexpr const char *kReadOnlyKeys = "address, name and ext are fixed while the simulator runs";
-
-Json jsonOf(const Value &value)
+std::string lineOf(const Json &reply)
 {
-    if (const auto *number = std::get_if<int64_t>(&value)) {
-        return *number;
-    }
-    return std::get<std::string>(value);
+    // Names are bytes and may be no UTF-8 where a client has set them; what can not be told is replaced.
+    return reply.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-/// Texts are as typed: numbers are recognised by the key.
-Value valueOf(const StationKey &key, const Json &json)
+Value fromJson(const Json &json)
 {
     if (json.is_number_integer()) {
         return json.get<int64_t>();
     }
-    return json.is_string() ? typed(key, json.get<std::string>()) : Value();
+    return json.is_string() ? Value(json.get<std::string>()) : Value();
 }
 
-std::string focusOf(const Plant &plant)
+Json toJson(const Value &value)
 {
-    const ConnectionEntry *station = plant.findAddress(plant.focus.station);
-    return station == nullptr ? std::string(kUntold) : dotted(station->address) + ' ' + station->name;
-}
-
-Json status(ServiceContext &context, const Json &)
-{
-    const auto up = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - context.started);
-    return {{"process", getpid()},
-            {"uptime_ms", up.count()},
-            {"stations", context.plant.stations().size()},
-            {"exchanges", context.exchanges},
-            {"registry_locked", context.registry.locked()},
-            {"focus", focusOf(context.plant)},
-            {"usb_lock_address", context.usbLockAddress.empty() ? std::string(kNoEndpoint) : context.usbLockAddress},
-            {"faults", context.plant.faults.list().size()}};
-}
-
-Json jsonOf(const Station &station)
-{
-    const ConnectionEntry &entry = station.entry;
-    Json keys{
-        {"address", dotted(entry.address)},
-        {"name", entry.name},
-        {"ext",
-         {entry.extAttr1, entry.extAttr2, entry.extAttr3, entry.extAttr4, entry.extAttr5, entry.extAttr6, entry.extAttr7}}};
-    for (const StationKey &key : stationKeys()) {
-        keys[std::string(key.name)] = jsonOf(read(key, station));
-    }
-    keys["rebooting"] = station.panel.rebooting();
-    return keys;
+    const auto *number = std::get_if<int64_t>(&value);
+    return number != nullptr ? Json(*number) : Json(std::get<std::string>(value));
 }
 
 Station findStation(Plant &plant, const std::string &wanted)
@@ -75,6 +41,72 @@ Station findStation(Plant &plant, const std::string &wanted)
         throw Refused("no station has the address or the name \"" + wanted + '"');
     }
     return *station;
+}
+
+uint32_t countOf(const Json &request, const char *key)
+{
+    const Json value = request.value(key, Json(0U));
+    if (!value.is_number_unsigned() || value.get<uint64_t>() > UINT32_MAX) {
+        throw Refused(std::string(key) + ": is no whole number; write 0 to 0xFFFFFFFF");
+    }
+    return value.get<uint32_t>();
+}
+
+namespace {
+
+constexpr const char *kReadOnlyKeys = "address, name and ext are fixed while the simulator runs";
+
+/// Texts are as typed: numbers are recognised by the key.
+Value valueOf(const StationKey &key, const Json &json)
+{
+    const Value value = fromJson(json);
+    const auto *text = std::get_if<std::string>(&value);
+    return text != nullptr ? typed(key, *text) : value;
+}
+
+std::string focusOf(const Plant &plant)
+{
+    const ConnectionEntry *station = plant.findAddress(plant.focus.station);
+    return station == nullptr ? std::string(kUntold) : dotted(station->address) + ' ' + station->name;
+}
+
+std::size_t usbDevices(Plant &plant)
+{
+    std::size_t count = 0;
+    for (const Panel &panel : plant.panels()) {
+        count += panel.usbDevices.size();
+    }
+    return count;
+}
+
+Json status(ServiceContext &context, const Json &)
+{
+    const auto up = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - context.started);
+    return {{"process", getpid()},
+            {"uptime_ms", up.count()},
+            {"stations", context.plant.stations().size()},
+            {"exchanges", context.exchanges},
+            {"registry_locked", context.registry.locked()},
+            {"focus", focusOf(context.plant)},
+            {"usb_lock_address", context.usbLockAddress.empty() ? std::string(kNoEndpoint) : context.usbLockAddress},
+            {"faults", context.plant.faults.list().size()},
+            {"usb_events_activated", context.usbEventsActivated},
+            {"usb_devices", usbDevices(context.plant)}};
+}
+
+Json jsonOf(const Station &station)
+{
+    const ConnectionEntry &entry = station.entry;
+    Json keys{
+        {"address", dotted(entry.address)},
+        {"name", entry.name},
+        {"ext",
+         {entry.extAttr1, entry.extAttr2, entry.extAttr3, entry.extAttr4, entry.extAttr5, entry.extAttr6, entry.extAttr7}}};
+    for (const StationKey &key : stationKeys()) {
+        keys[std::string(key.name)] = toJson(read(key, station));
+    }
+    keys["rebooting"] = station.panel.rebooting();
+    return keys;
 }
 
 /// All values or none.
@@ -124,23 +156,14 @@ Json listFaults(ServiceContext &context, const Json &)
     return {{"faults", std::move(list)}};
 }
 
-uint32_t count(const Json &request, const char *key)
-{
-    const Json value = request.value(key, Json(0U));
-    if (!value.is_number_unsigned() || value.get<uint64_t>() > UINT32_MAX) {
-        throw Refused(std::string(key) + ": is no whole number; write 0 to 0xFFFFFFFF");
-    }
-    return value.get<uint32_t>();
-}
-
 Json addFault(ServiceContext &context, const Json &request)
 {
     FaultText text{.command = request.value("command", "*"),
                    .kind = request.at("kind").get<std::string>(),
-                   .after = count(request, "after"),
-                   .times = count(request, "times")};
+                   .after = countOf(request, "after"),
+                   .times = countOf(request, "times")};
     if (request.contains("delay_ms")) {
-        text.delay = count(request, "delay_ms");
+        text.delay = countOf(request, "delay_ms");
     }
     try {
         context.plant.faults.add(Fault(text));
@@ -165,28 +188,31 @@ constexpr Action kActions[] = {
     {"status", status}, {"station", station}, {"fault.list", listFaults}, {"fault.add", addFault}, {"fault.clear", clearFaults},
 };
 
-Json carryOut(ServiceContext &context, std::string_view line)
+Reply carryOut(ControlContext control, std::string_view line, const LineServer::Caller &caller)
 {
-    try {
-        const Json request = Json::parse(line);
-        const std::string wanted = request.at("do").get<std::string>();
-        for (const Action &action : kActions) {
-            if (action.name == wanted) {
-                return action.carryOut(context, request);
-            }
+    const Json request = Json::parse(line);
+    const std::string wanted = request.at("do").get<std::string>();
+    for (const Action &action : kActions) {
+        if (action.name == wanted) {
+            return lineOf(action.carryOut(control.service, request));
         }
-        return {{"error", "\"do\": \"" + wanted + "\" is none of status, station, fault.list, fault.add, fault.clear"}};
-    } catch (const std::exception &error) {
-        return {{"error", error.what()}};
     }
+    if (const auto reply = answerUsbControl(control.usbEvents, request, caller)) {
+        return *reply;
+    }
+    throw Refused("\"do\": \"" + wanted + "\" is none of status, station, fault.list, fault.add, fault.clear, " +
+                  std::string(kUsbActions));
 }
 
 }  // namespace
 
-std::string answerControl(ServiceContext &context, std::string_view request)
+Reply answerControl(ControlContext control, std::string_view request, const LineServer::Caller &caller)
 {
-    // Names are bytes and may be no UTF-8 where a client has set them; what can not be told is replaced.
-    return carryOut(context, request).dump(-1, ' ', false, Json::error_handler_t::replace);
+    try {
+        return carryOut(control, request, caller);
+    } catch (const std::exception &error) {
+        return lineOf({{"error", error.what()}});
+    }
 }
 
 }  // namespace kvosim

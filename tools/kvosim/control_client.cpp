@@ -13,21 +13,20 @@ namespace kvosim {
 
 namespace {
 
-constexpr timeval kPatience{.tv_sec = 5, .tv_usec = 0};
-
 [[noreturn]] void fail(const std::string &what)
 {
     throw std::runtime_error(what + ": " + std::generic_category().message(errno));
 }
 
-Descriptor connectTo(const std::string &path)
+Descriptor connectTo(const std::string &path, Patience patience)
 {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     path.copy(address.sun_path, sizeof address.sun_path - 1);
     Descriptor connection(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    setsockopt(connection.get(), SOL_SOCKET, SO_RCVTIMEO, &kPatience, sizeof kPatience);
-    setsockopt(connection.get(), SOL_SOCKET, SO_SNDTIMEO, &kPatience, sizeof kPatience);
+    const timeval limit{.tv_sec = patience.value_or(std::chrono::seconds(0)).count(), .tv_usec = 0};  // 0 is none
+    setsockopt(connection.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    setsockopt(connection.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
     if (connect(connection.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
         if (errno == ENOENT || errno == ECONNREFUSED) {
             throw NoSimulator("no simulator runs here (nobody listens at " + path +
@@ -58,11 +57,22 @@ std::string exchange(const Descriptor &connection, const std::string &line)
     return reply;
 }
 
+/// A request as a line. What is typed may be any bytes.
+std::string lineOfRequest(const Json &request)
+{
+    try {
+        return request.dump() + '\n';
+    } catch (const Json::type_error &) {
+        throw Refused("a text is no UTF-8; write it so");
+    }
+}
+
 }  // namespace
 
-Json askSimulator(const Json &request, const std::filesystem::path &socket)
+Json askSimulator(const Json &request, const std::filesystem::path &socket, Patience patience)
 {
-    Json reply = Json::parse(exchange(connectTo(socket.string()), request.dump() + '\n'));
+    const std::string line = lineOfRequest(request);
+    Json reply = Json::parse(exchange(connectTo(socket.string(), patience), line));
     if (reply.contains("error")) {
         throw Refused(reply["error"].get<std::string>());
     }

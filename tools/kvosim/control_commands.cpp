@@ -1,8 +1,6 @@
 // Arguments, requests and what is printed of their replies.
 #include "control_commands.h"
 
-#include "control.h"
-
 #include <cstdio>
 #include <iostream>
 #include <vector>
@@ -75,7 +73,9 @@ void printStatus(Json reply)
     reply.erase("uptime_ms");
     std::printf("%-28s%lld.%03lld s\n", "uptime", static_cast<long long>(up / 1000), static_cast<long long>(up % 1000));
     std::fflush(stdout);
-    reply["registry_locked"] = reply["registry_locked"].get<bool>() ? "yes" : "no";
+    for (const char *key : {"registry_locked", "usb_events_activated"}) {
+        reply[key] = reply[key].get<bool>() ? "yes" : "no";
+    }
     printRows(reply);
 }
 
@@ -105,31 +105,21 @@ struct ControlCommands::Options {
     uint32_t times = 0;
     std::optional<uint32_t> delay;
     std::vector<std::pair<CLI::App *, std::function<void()>>> actions;
-
-    void ask(const Json &request, void (*print)(Json)) const
-    {
-        const Json reply = askSimulator(request);
-        if (json) {
-            std::cout << reply.dump() << '\n';
-        } else {
-            print(reply);
-        }
-    }
 };
 
 ControlCommands::ControlCommands(CLI::App &app) : options_(std::make_unique<Options>())
 {
     Options &options = *options_;
-    add(app, "status", "Tell how the running simulator is", [&options] {
-        options.ask({{"do", "status"}}, printStatus);
+    add(app, "status", "Tell how the running simulator is", [this] {
+        ask({{"do", "status"}}, printStatus);
     })->footer(kStatusExamples);
 
-    CLI::App *station = add(app, "station", "Show a station of the running simulator, or change it", [&options] {
+    CLI::App *station = add(app, "station", "Show a station of the running simulator, or change it", [this, &options] {
         Json request{{"do", "station"}, {"station", options.station}};
         if (!options.settings.empty()) {
             request["set"] = settings(options.settings);
         }
-        options.ask(request, [](Json reply) { printRows(reply); });
+        ask(request, [](Json reply) { printRows(reply); });
     });
     station->add_option("STATION", options.station, "Its address or its name")->required();
     station->add_option("--set", options.settings, "KEY=VALUE, any number of them");
@@ -139,6 +129,7 @@ ControlCommands::ControlCommands(CLI::App &app) : options_(std::make_unique<Opti
     fault->require_subcommand(1);
     fault->footer(kFaultExamples);
     addFaultCommands(*fault);
+    addUsbCommands(*this, app);
 }
 
 ControlCommands::~ControlCommands() = default;
@@ -147,9 +138,9 @@ void ControlCommands::addFaultCommands(CLI::App &fault)
 {
     Options &options = *options_;
     const auto print = [](Json reply) { printFaults(reply); };
-    add(fault, "list", "List the faults", [&options, print] { options.ask({{"do", "fault.list"}}, print); });
-    add(fault, "clear", "Remove all faults", [&options, print] { options.ask({{"do", "fault.clear"}}, print); });
-    CLI::App *adding = add(fault, "add", "Add a fault", [&options, print] {
+    add(fault, "list", "List the faults", [this, print] { ask({{"do", "fault.list"}}, print); });
+    add(fault, "clear", "Remove all faults", [this, print] { ask({{"do", "fault.clear"}}, print); });
+    CLI::App *adding = add(fault, "add", "Add a fault", [this, &options, print] {
         Json request{{"do", "fault.add"},
                      {"kind", options.kind},
                      {"command", options.command.empty() ? "*" : options.command},
@@ -158,7 +149,7 @@ void ControlCommands::addFaultCommands(CLI::App &fault)
         if (options.delay) {
             request["delay_ms"] = *options.delay;
         }
-        options.ask(request, print);
+        ask(request, print);
     });
     adding->add_option("KIND", options.kind, "delay, close, garbage, failed, split or silent")->required();
     adding->add_option("--command", options.command, "Keyword of the command that it strikes (default: all)");
@@ -174,6 +165,16 @@ CLI::App *ControlCommands::add(CLI::App &parent, const char *name, const char *m
     command->add_flag("--json", options_->json, "Print the simulator's answer as one line of JSON");
     options_->actions.emplace_back(command, std::move(action));
     return command;
+}
+
+void ControlCommands::ask(const Json &request, void (*print)(Json), Patience patience) const
+{
+    const Json reply = askSimulator(request, kControlSocket, patience);
+    if (options_->json) {
+        std::cout << reply.dump() << '\n';
+    } else {
+        print(reply);
+    }
 }
 
 bool ControlCommands::carryOut() const

@@ -1,5 +1,7 @@
-// The subcommands that speak to a simulator that runs: status, station, fault.
+// The subcommands that speak to a simulator that runs: status, station, fault, usb.
 #pragma once
+
+#include "control.h"
 
 #include <CLI/CLI.hpp>
 
@@ -18,13 +20,20 @@ public:
     /// Carries out the subcommand that was given; false when it was none of these. Throws as askSimulator does.
     [[nodiscard]] bool carryOut() const;
 
+    /// A subcommand, and what it does.
+    CLI::App *add(CLI::App &parent, const char *name, const char *meaning, std::function<void()> action);
+    /// Asks the simulator, and prints its answer, or with --json the answer as it is.
+    void ask(const Json &request, void (*print)(Json), Patience patience = kUsualPatience) const;
+
 private:
     struct Options;
 
     void addFaultCommands(CLI::App &fault);
-    CLI::App *add(CLI::App &parent, const char *name, const char *meaning, std::function<void()> action);
 
     std::unique_ptr<Options> options_;
 };
+
+/// The subcommands of "usb".
+void addUsbCommands(ControlCommands &commands, CLI::App &app);
 
 }  // namespace kvosim

@@ -122,7 +122,7 @@ void LineServer::read(Place place)
     if (line.ends_with('\r')) {
         line.remove_suffix(1);
     }
-    reply(place, answer_(line));
+    reply(place, answer_(line, Caller(*this, place->first, connection.number)));
 }
 
 void LineServer::reply(Place place, Reply reply)
@@ -137,7 +137,8 @@ void LineServer::reply(Place place, Reply reply)
     if (reply.way == Reply::Way::bytewise) {
         connection.pause = reply.pause;
     }
-    if (reply.way == Reply::Way::silence) {
+    connection.answeredLater = reply.way == Reply::Way::later;
+    if (reply.way == Reply::Way::silence || connection.answeredLater) {
         connection.stage = Connection::Stage::holding;
         loop_.change(connection.socket.get(), 0);
     } else if (reply.delay.count() > 0) {
@@ -159,11 +160,34 @@ void LineServer::hold(Place place, std::chrono::milliseconds time, void (LineSer
     place->second.stage = Connection::Stage::holding;
     loop_.change(place->first, 0);
     after(time, [this, proceed, fd = place->first, number = place->second.number] {
-        const Place held = connections_.find(fd);
-        if (held != connections_.end() && held->second.number == number) {
+        const Place held = find(fd, number);
+        if (held != connections_.end()) {
             (this->*proceed)(held);
         }
     });
+}
+
+/// The end where the connection has gone.
+LineServer::Place LineServer::find(int fd, uint64_t number)
+{
+    const Place place = connections_.find(fd);
+    return place != connections_.end() && place->second.number == number ? place : connections_.end();
+}
+
+bool LineServer::Caller::waits() const
+{
+    if (alive_.expired()) {
+        return false;
+    }
+    const Place place = server_.find(fd_, number_);
+    return place != server_.connections_.end() && place->second.answeredLater;
+}
+
+void LineServer::Caller::reply(Reply reply) const
+{
+    if (waits()) {
+        server_.reply(server_.find(fd_, number_), std::move(reply));
+    }
 }
 
 void LineServer::write(Place place)

@@ -29,9 +29,11 @@ struct Reply {
         whole,
         bytewise,  ///< each byte by itself, with a pause before the next
         close,     ///< none: the connection is closed
-        silence    ///< none: the connection stays open until the client closes it
+        silence,   ///< none: the connection stays open until the client closes it
+        later      ///< as silence, until it is given to the request's Caller
     };
 
+    Reply(Way replyWay) : way(replyWay) {}  // NOLINT(google-explicit-constructor): so that "return Reply::Way::later" reads
     Reply(std::string line) : text(std::move(line)) {}  // NOLINT(google-explicit-constructor): the usual reply is its text
 
     std::string text;  ///< without line end
@@ -42,8 +44,27 @@ struct Reply {
 
 class LineServer {
 public:
+    /// Who waits for a reply. To be used on the loop's thread; also when the client or the server has gone.
+    class Caller {
+    public:
+        Caller(LineServer &server, int fd, uint64_t number) : server_(server), alive_(server.alive_), fd_(fd), number_(number)
+        {
+        }
+
+        /// Whether the client waits for a reply that comes later.
+        [[nodiscard]] bool waits() const;
+        /// Gives the reply that was to come later; nothing happens when nobody waits for it.
+        void reply(Reply reply) const;
+
+    private:
+        LineServer &server_;
+        std::weak_ptr<bool> alive_;
+        int fd_;
+        uint64_t number_;
+    };
+
     /// Gives the reply to a request line, which comes without its line end.
-    using Answer = std::function<Reply(std::string_view line)>;
+    using Answer = std::function<Reply(std::string_view line, const Caller &caller)>;
     /// Told of what happens beside requests and replies.
     using Report = std::function<void(std::string_view event)>;
 
@@ -68,6 +89,7 @@ private:
         std::string reply{};
         std::size_t written = 0;
         std::optional<std::chrono::milliseconds> pause{};  ///< between bytes that go one by one
+        bool answeredLater = false;
         enum class Stage { reading, holding, writing, lingering } stage = Stage::reading;
     };
     using Place = std::map<int, Connection>::iterator;
@@ -78,6 +100,7 @@ private:
     void reply(Place place, Reply reply);
     void startWriting(Place place);
     void write(Place place);
+    Place find(int fd, uint64_t number);
     void hold(Place place, std::chrono::milliseconds time, void (LineServer::*proceed)(Place place));
     void linger(Place place);
     void drop(Place place, std::string_view reason);

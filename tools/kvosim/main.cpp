@@ -28,6 +28,7 @@ constexpr const char *kMainExamples = R"(Examples:
   kvosim generate 10000 > large.toml
   kvosim station 10.0.0.5 --set backlight=0
   kvosim fault add delay --delay-ms 3000
+  kvosim usb plug 10.0.0.5
 
 "kvosim COMMAND --help" tells more. Exit status: 0 done, 1 could not be done, 2 wrong use or a faulty plant file, 3 no
 simulator runs that could be asked.

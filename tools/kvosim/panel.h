@@ -1,17 +1,20 @@
 // The state of one station: what its panel is set to, what is connected to it, and what it shows.
 #pragma once
 
+#include "usb_device.h"
+
 #include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace kvosim {
 
 /// A number that the plant may leave untold.
 using Told = std::optional<int64_t>;
 
-/// Every member but the last is a key of plant files; station_keys.cpp has their names and ranges.
+/// Every member but the last two is a key of plant files; station_keys.cpp has their names and ranges.
 struct Panel {
     // The panel itself
     int64_t brightness = 1;  ///< 0 dark, 1 bright
@@ -78,6 +81,7 @@ struct Panel {
     Told hardwareCaps;
     Told rotation;
 
+    std::vector<UsbDevice> usbDevices;  ///< what is plugged in
     std::chrono::steady_clock::time_point rebootsUntil{};
 
     [[nodiscard]] bool rebooting() const { return std::chrono::steady_clock::now() < rebootsUntil; }

@@ -176,7 +176,44 @@ TableReader::Keys keysOfAStation()
     for (const StationKey &key : stationKeys()) {
         keys.push_back(key.name);
     }
+    keys.push_back("usb_device");
     return keys;
+}
+
+TableReader::Keys keysOfADevice()
+{
+    TableReader::Keys keys;
+    for (const UsbKey &key : usbKeys()) {
+        keys.push_back(key.name);
+    }
+    return keys;
+}
+
+UsbDevice readDevice(const TableReader &table, std::span<const UsbDevice> others)
+{
+    UsbDevice device = newUsbDevice(others);
+    for (const UsbKey &key : usbKeys()) {
+        const auto value = table.value(key.name);
+        const std::string mistake = value ? assign(key, device, *value) : std::string();
+        if (!mistake.empty()) {
+            table.fail(key.name, mistake);
+        }
+    }
+    if (std::any_of(others.begin(), others.end(), [&](const UsbDevice &other) { return sameIdents(device, other); })) {
+        table.fail("ident2", '"' + ident2Of(device) + "\" with ident3 \"" + ident3Of(device) +
+                                 "\" is another device of the station; give this one another ident2 or ident3");
+    }
+    return device;
+}
+
+/// What is plugged in at a station when the service starts, whatever its USB lock says of newcomers.
+std::vector<UsbDevice> readDevices(const TableReader &station)
+{
+    std::vector<UsbDevice> devices;
+    for (const TableReader &table : station.tables("usb_device", keysOfADevice())) {
+        devices.push_back(readDevice(table, devices));
+    }
+    return devices;
 }
 
 std::vector<ConnectionClientEntry> readClients(const TableReader &top)
@@ -233,6 +270,7 @@ Plant parsePlant(std::string_view text, std::string_view fileName)
         unique.check(table, entry.address, entry.name);
         Panel panel;
         readKeys(table, {entry, panel});
+        panel.usbDevices = readDevices(table);
         plant.add(entry, std::move(panel));
     }
     return plant;

@@ -10,7 +10,7 @@ namespace kvosim {
 
 namespace {
 
-constexpr LineServerLimits kControlLimits{.longestLine = 65536, .connections = 16};
+constexpr LineServerLimits kControlLimits{.longestLine = 65536, .connections = 64};
 
 /// How a fault changes a reply; a request that "failed" is struck before it is carried out.
 Reply spoilt(std::string text, const Fault &fault)
@@ -35,8 +35,14 @@ Reply spoilt(std::string text, const Fault &fault)
 Service::Service(EventLoop &loop, Plant plant, const ServiceOptions &options, std::function<void()> ended)
     : loop_(loop), verbose_(options.verbose), ended_(std::move(ended)), plant_(std::move(plant)),
       registry_(options.registry), context_{.plant = plant_, .registry = registry_},
+      usbEvents_(loop, context_,
+                 [this](std::string_view text, std::string_view outcome) {
+                     if (verbose_) {
+                         logLine("USB event " + shown(text) + " -> " + std::string(outcome));
+                     }
+                 }),
       commands_(
-          loop, options.socket, [this](std::string_view request) { return exchange(request); }, kFailed,
+          loop, options.socket, [this](std::string_view request, const auto &) { return exchange(request); }, kFailed,
           [this](std::string_view event) {
               if (verbose_) {
                   logLine(event);
@@ -44,7 +50,10 @@ Service::Service(EventLoop &loop, Plant plant, const ServiceOptions &options, st
           },
           options.limits),
       control_(
-          loop, options.controlSocket, [this](std::string_view request) { return answerControl(context_, request); },
+          loop, options.controlSocket,
+          [this](std::string_view request, const LineServer::Caller &caller) {
+              return answerControl({context_, usbEvents_}, request, caller);
+          },
           R"({"error":"the request is too long"})", {}, kControlLimits, kForThisUser)
 {
     openUsbLock(options);
@@ -73,6 +82,7 @@ void Service::openUsbLock(const ServiceOptions &options)
 
 void Service::end()
 {
+    usbEvents_.end();
     // Nobody waits for the control socket's last reply.
     commands_.end([this] { control_.end(ended_); });
 }

@@ -7,6 +7,7 @@
 #include "plant.h"
 #include "registry.h"
 #include "udp_socket.h"
+#include "usb_events.h"
 
 #include <filesystem>
 #include <functional>
@@ -54,6 +55,7 @@ private:
     Plant plant_;
     Registry registry_;
     ServiceContext context_;
+    UsbEvents usbEvents_;
     LineServer commands_;
     LineServer control_;
     std::unique_ptr<UdpSocket> usbLock_;

@@ -1,11 +1,8 @@
 // The table of station keys, and how values are checked and stored by it.
 #include "station_keys.h"
 
-#include "arguments.h"
-
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <cstdio>
 #include <limits>
 #include <stdexcept>
@@ -53,9 +50,7 @@ bool isPriority(std::string_view text)
 bool isConnector(std::string_view text)
 {
     const auto word = [](std::string_view part) {
-        return !part.empty() && std::all_of(part.begin(), part.end(), [](unsigned char c) {
-            return std::isalnum(c) != 0 || std::string_view("_.-").find(static_cast<char>(c)) != std::string_view::npos;
-        });
+        return !part.empty() && std::all_of(part.begin(), part.end(), isConnectorCharacter);
     };
     const auto [name, device] = split(text, ':');
     return word(name) && word(device);
@@ -257,12 +252,7 @@ std::string assign(const StationKey &key, const Station &station, const Value &v
 
 Value typed(const StationKey &key, const std::string &text)
 {
-    if (std::holds_alternative<TextKey>(key.kind)) {
-        return text;
-    }
-    const bool isHexadecimal = text.starts_with("0x") || text.starts_with("0X");
-    const auto value = isHexadecimal ? number<int64_t>(std::string_view(text).substr(2), 16) : number<int64_t>(text);
-    return value && !(isHexadecimal && *value < 0) ? Value(*value) : Value(text);
+    return std::holds_alternative<TextKey>(key.kind) ? Value(text) : typedNumber(text);
 }
 
 bool isPair(std::string_view text)

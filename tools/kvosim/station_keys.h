@@ -1,6 +1,7 @@
 // The keys of a station, as plant files, the control socket and the command line spell them: names, ranges, values.
 #pragma once
 
+#include "arguments.h"
 #include "plant.h"
 
 #include <span>
@@ -9,9 +10,6 @@
 #include <variant>
 
 namespace kvosim {
-
-/// A value as it is written; the first alternative is anything that is neither a number nor a text.
-using Value = std::variant<std::monostate, int64_t, std::string>;
 
 /// What is written where the plant does not tell a number.
 inline constexpr std::string_view kUntold = "none";

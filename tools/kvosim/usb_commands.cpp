@@ -1,7 +1,8 @@
-// Commands about the USB connectors of stations and their lock, and the datagrams that set the lock.
+// Commands about the USB connectors of stations, their lock and USB events, and the datagrams that set the lock.
 #include "command_table.h"
 
 #include "address.h"
+#include "usb_ports.h"
 
 #include <algorithm>
 
@@ -11,7 +12,7 @@ namespace {
 
 std::string getConnectorsOfOne(const StationCall &call)
 {
-    return call.panel().usbScanning != 0 ? kBusy : "usb-connector-list-one=" + call.panel().usbConnectors;
+    return call.panel().usbScanning != 0 ? kBusy : "usb-connector-list-one=" + connectorsOf(call.panel());
 }
 
 /// "address connector connector;address connector", without the stations that have none.
@@ -23,13 +24,28 @@ std::string getConnectors(ServiceContext &context, std::string_view)
         if (panels[i].usbScanning != 0) {
             return kBusy;
         }
-        if (!panels[i].usbConnectors.empty() && !panels[i].rebooting()) {
+        const std::string connectors = connectorsOf(panels[i]);
+        if (!connectors.empty() && !panels[i].rebooting()) {
             list.append(list.empty() ? "" : ";").append(dotted(context.plant.stations()[i].address));
-            list.append(" ").append(panels[i].usbConnectors);
+            list.append(" ").append(connectors);
         }
     }
     return "usb-connector-list=" + list;
 }
+
+std::string activateEvents(ServiceContext &context, std::string_view)
+{
+    context.usbEventsActivated = true;
+    return kOk;
+}
+
+std::string deactivateEvents(ServiceContext &context, std::string_view)
+{
+    context.usbEventsActivated = false;
+    return kOk;
+}
+
+std::string areEventsActivated(ServiceContext &context, std::string_view) { return context.usbEventsActivated ? "yes" : "no"; }
 
 /// Clients write signed numbers and read unsigned ones: the bits stay.
 std::optional<uint32_t> lockNumber(std::string_view text)
@@ -74,6 +90,9 @@ std::span<const Command> usbCommands()
         {"getUsbLock=", tells("usb-lock=", "usb_lock")},
         {"getUsbConnectorList", getConnectors},
         {"getUsbConnectorListOne=", onStationAlone(getConnectorsOfOne)},
+        {"activateUSBEvents", activateEvents},
+        {"deactivateUSBEvents", deactivateEvents},
+        {"isUSBEventsActivated", areEventsActivated},
     };
     return rows;
 }

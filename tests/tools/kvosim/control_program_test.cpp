@@ -1,6 +1,7 @@
 // The subcommands that steer a simulator that runs, as their users meet them.
 #include "client.h"
 #include "control.h"
+#include "ended.h"
 #include "named_row.h"
 #include "program.h"
 #include "running_service.h"
@@ -10,24 +11,12 @@
 namespace {
 
 using kvosim::Json;
+using kvosim_test::Ended;
 using kvosim_test::exchange;
+using kvosim_test::kvosimEnds;
 using kvosim_test::Program;
 using kvosim_test::RunningService;
 using testing::HasSubstr;
-
-struct Ended {
-    int status;
-    std::string out;
-    std::string err;
-};
-
-Ended kvosimEnds(std::vector<std::string> arguments)
-{
-    arguments.insert(arguments.begin(), KVOSIM_PROGRAM);
-    Program program(arguments);
-    const int status = program.wait();
-    return {status, program.out(), program.err()};
-}
 
 struct Row : kvosim_test::NamedRow {
     std::vector<std::string> arguments;

@@ -42,6 +42,10 @@ TEST(Control, TellsHowTheSimulatorIs)
     EXPECT_EQ(status["focus"], "10.0.0.5 Lathe 1");
     EXPECT_EQ(status["usb_lock_address"], "none");
     EXPECT_EQ(status["faults"], 1);
+    EXPECT_EQ(status["usb_events_activated"], false);
+    EXPECT_EQ(status["usb_devices"], 0);
+    exchange("activateUSBEvents\n");
+    EXPECT_EQ(askSimulator({{"do", "status"}})["usb_events_activated"], true);
 }
 
 TEST(Control, ShowsEveryKeyOfAStation)

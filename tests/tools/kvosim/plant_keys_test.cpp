@@ -198,6 +198,42 @@ TEST(PlantKeys, ServiceClientsAndFaultsAreRead)
     EXPECT_EQ(second.delay, 0U);
 }
 
+// ---- USB devices ----
+
+TEST(PlantKeys, UsbDevicesArePluggedIn)
+{
+    kvosim::Plant plant = parsePlant(kMinimal + R"toml(
+usb_lock = "1:0"
+[[station.usb_device]]
+[[station.usb_device]]
+ident2 = "Portal mill"
+text4 = ""
+no_text5 = 1
+number2 = 0xFFFFFFFF
+bytes = "0A"
+report = 1
+[[station]]
+address = "10.0.0.6"
+name = "B"
+[[station.usb_device]]
+ident3 = "3-1"
+)toml",
+                                     "p");
+    const auto &devices = plant.findPanel(0x0A000005)->usbDevices;
+    ASSERT_EQ(devices.size(), 2U) << "whatever the lock says of newcomers";
+    EXPECT_EQ(ident2Of(devices[0]), "usb1");
+    EXPECT_EQ(ident3Of(devices[0]), "1-1.1");
+    EXPECT_EQ(ident2Of(devices[1]), "Portal mill");
+    EXPECT_EQ(ident3Of(devices[1]), "1-1.2");
+    EXPECT_EQ(devices[1].source.text4[0], '\0');
+    EXPECT_EQ(devices[1].source.noText5, 1);
+    EXPECT_EQ(devices[1].source.number2, 0xFFFFFFFFU);
+    EXPECT_EQ(devices[1].source.bytes[0], 0x0A);
+    EXPECT_EQ(devices[1].context.flags, 1);
+    ASSERT_EQ(plant.findPanel(0x0A000006)->usbDevices.size(), 1U);
+    EXPECT_EQ(ident3Of(plant.findPanel(0x0A000006)->usbDevices[0]), "3-1");
+}
+
 struct Mistake : kvosim_test::NamedRow {
     std::string text;
     std::string message;
@@ -247,7 +283,20 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"fault_delay_unwanted", "[[faults]]\nkind = \"close\"\ndelay_ms = 1\n",
                 "plant.toml:3: faults.delay_ms: belongs to the faults delay and split; leave it out"},
         Mistake{"fault_delay_text", "[[faults]]\nkind = \"delay\"\ndelay_ms = \"1\"\n",
-                "plant.toml:3: faults.delay_ms: is no whole number"}),
+                "plant.toml:3: faults.delay_ms: is no whole number"},
+        Mistake{"usb_device_no_list", kMinimal + "usb_device = 1\n",
+                "plant.toml:4: station.usb_device: is no list of tables; write [[station.usb_device]] before the keys of each"},
+        Mistake{"usb_device_key", kMinimal + "[[station.usb_device]]\nident = \"x\"\n",
+                "plant.toml:5: station.usb_device.ident: unknown key; known here: ident2, ident3, text4, text5, no_text5,"},
+        Mistake{"usb_device_text", kMinimal + "[[station.usb_device]]\ntext5 = \"12345678901\"\n",
+                "plant.toml:5: station.usb_device.text5: has 11 bytes; write at most 10"},
+        Mistake{"usb_device_number", kMinimal + "[[station.usb_device]]\nid1 = -1\n",
+                "plant.toml:5: station.usb_device.id1: -1 is out of range; write 0 to 65535"},
+        Mistake{"usb_device_switch", kMinimal + "[[station.usb_device]]\nreport = true\n",
+                "plant.toml:5: station.usb_device.report: is no whole number; write 0 to 1"},
+        Mistake{"usb_device_twice",
+                kMinimal + "[[station.usb_device]]\n[[station.usb_device]]\nident2 = \"usb1\"\nident3 = \"1-1.1\"\n",
+                "plant.toml:6: station.usb_device.ident2: \"usb1\" with ident3 \"1-1.1\" is another device of the station"}),
     kvosim_test::kNameOfRow);
 
 // ---- The example ----

@@ -1,0 +1,13 @@
+// How a request to a running simulator ends that can not be carried out.
+#pragma once
+
+#include <stdexcept>
+
+namespace kvosim {
+
+/// The simulator has refused a request. The text says why.
+struct Refused : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+}  // namespace kvosim

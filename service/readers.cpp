@@ -55,9 +55,8 @@ struct Received {
     int result = kInterrupted;
 };
 
-Received receive(int fd, char *to, std::size_t most, int flags, const char *label) noexcept
+Received judge(ssize_t count, const char *label, int fd) noexcept
 {
-    const ssize_t count = recv(fd, to, most, flags);
     if (count > 0) {
         return {static_cast<std::size_t>(count), kLine};
     }
@@ -65,6 +64,11 @@ Received receive(int fd, char *to, std::size_t most, int flags, const char *labe
         return {0, kClosed};
     }
     return {0, errno == EINTR ? kInterrupted : RecvErrorResult(label, errno, fd)};
+}
+
+Received receive(int fd, char *to, std::size_t most, int flags, const char *label) noexcept
+{
+    return judge(recv(fd, to, most, flags), label, fd);
 }
 
 /// How many of the peeked bytes belong to the line, and whether they end it.
@@ -81,23 +85,35 @@ Piece pieceOf(const char *peeked, std::size_t count) noexcept
 
 // ---- ReadSocket ----
 
+/// A peer has usually written by now, which is cheaper to see by looking than by waiting first.
+Received peekOrAwait(int fd, char *to, std::size_t room) noexcept
+{
+    constexpr const char *kLabel = "ReadSocket peek:";
+    const ssize_t there = recv(fd, to, room, MSG_PEEK | MSG_DONTWAIT);
+    const bool waits = there < 0 && (errno == EAGAIN || errno == EBADF);  // for no descriptor the failed wait is logged as well
+    if (!waits) {
+        return judge(there, kLabel, fd);
+    }
+    const int ready = waitReadable(fd, kvo_hws::kPeerTimeout);
+    if (ready == 0) {
+        LOG(LOG_INFO, "%s: select(%d) timeout", "ReadSocket", fd);
+        return {0, kSilent};
+    }
+    if (ready < 0) {
+        // Goes on all the same: the receive tells what is wrong with the socket.
+        LOG(LOG_INFO, "%s: select(%d) failed with %d (%s)", "ReadSocket", fd, errno, std::strerror(errno));
+    }
+    return receive(fd, to, room, MSG_PEEK, kLabel);
+}
+
 int readIntoBuffer(int fd, char *buffer) noexcept
 {
     buffer[0] = '\0';
     std::size_t filled = 0;
     while (filled < kRound) {
-        const int ready = waitReadable(fd, kvo_hws::kPeerTimeout);
-        if (ready == 0) {
-            LOG(LOG_INFO, "%s: select(%d) timeout", "ReadSocket", fd);
-            return kSilent;
-        }
-        if (ready < 0) {
-            // Goes on all the same: the receive tells what is wrong with the socket.
-            LOG(LOG_INFO, "%s: select(%d) failed with %d (%s)", "ReadSocket", fd, errno, std::strerror(errno));
-        }
         const std::size_t room = kRound - filled;
         char *const position = buffer + filled;
-        const Received peeked = receive(fd, position, room, MSG_PEEK, "ReadSocket peek:");
+        const Received peeked = peekOrAwait(fd, position, room);
         if (peeked.result == kInterrupted) {
             continue;
         }

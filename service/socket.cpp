@@ -18,6 +18,25 @@ namespace kvo_hws {
 
 namespace {
 
+/// A path as a socket address, whose length counts the family and the path without its terminator.
+class LocalAddress {
+public:
+    explicit LocalAddress(std::string_view path) noexcept
+        : length_(static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + path.size()))
+    {
+        address_.sun_family = AF_UNIX;
+        std::memcpy(address_.sun_path, path.data(), path.size());
+    }
+
+    [[nodiscard]] const char *path() const noexcept { return address_.sun_path; }
+    [[nodiscard]] const sockaddr *name() const noexcept { return reinterpret_cast<const sockaddr *>(&address_); }
+    [[nodiscard]] socklen_t length() const noexcept { return length_; }
+
+private:
+    sockaddr_un address_{};
+    socklen_t length_;
+};
+
 void boundWrites(const Descriptor &socket, std::chrono::microseconds bound) noexcept
 {
     const timeval time{.tv_sec = static_cast<time_t>(bound.count() / 1'000'000),
@@ -47,15 +66,9 @@ Descriptor openLocalSocket() noexcept
 
 bool connectLocal(const Descriptor &socket, std::string_view path) noexcept
 {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::memcpy(address.sun_path, path.data(), path.size());
-    // The family and the path without its terminator.
-    const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + path.size());
-    const auto *const name = reinterpret_cast<const sockaddr *>(&address);
-
+    const LocalAddress address(path);
     const auto deadline = coarseNow() + kPeerTimeout;
-    while (connect(socket.get(), name, length) != 0) {
+    while (connect(socket.get(), address.name(), address.length()) != 0) {
         if (errno != EINTR) {
             return false;
         }
@@ -68,6 +81,13 @@ bool connectLocal(const Descriptor &socket, std::string_view path) noexcept
         boundWrites(socket, left);
     }
     return true;
+}
+
+bool bindLocal(const Descriptor &socket, std::string_view path) noexcept
+{
+    const LocalAddress address(path);
+    unlink(address.path());
+    return bind(socket.get(), address.name(), address.length()) == 0;
 }
 
 OutgoingLine::OutgoingLine(std::string_view text) noexcept : length_(text.size() + 1), line_(usual_.data())
@@ -93,6 +113,15 @@ bool OutgoingLine::write(const Descriptor &socket) const noexcept
 
 int waitReadable(int fd, std::chrono::milliseconds timeout) noexcept
 {
+    int ready = 0;
+    do {
+        ready = pollReadable(fd, timeout);
+    } while (ready < 0 && errno == EINTR);
+    return ready;
+}
+
+int pollReadable(int fd, std::chrono::milliseconds timeout) noexcept
+{
     if (fd < 0) {
         // poll() passes over a negative descriptor; callers expect to hear that it is none.
         errno = EBADF;
@@ -100,10 +129,7 @@ int waitReadable(int fd, std::chrono::milliseconds timeout) noexcept
     }
     pollfd waiting{.fd = fd, .events = POLLIN, .revents = 0};
     const auto milliseconds = static_cast<int>(std::min<std::chrono::milliseconds::rep>(timeout.count(), INT_MAX));
-    int ready = 0;
-    do {
-        ready = poll(&waiting, 1, milliseconds);
-    } while (ready < 0 && errno == EINTR);
+    const int ready = poll(&waiting, 1, milliseconds);
     if (ready > 0 && (waiting.revents & POLLNVAL) != 0) {
         errno = EBADF;
         return -1;

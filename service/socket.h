@@ -21,6 +21,9 @@ Descriptor openLocalSocket() noexcept;
 /// One connect, continued where a signal interrupted it. False with errno; EAGAIN when the peer's queue stayed full.
 bool connectLocal(const Descriptor &socket, std::string_view path) noexcept;
 
+/// Takes @p path's place in the file system, whatever stood there. False with errno.
+bool bindLocal(const Descriptor &socket, std::string_view path) noexcept;
+
 /// A text with its line feed, ready to be written before anybody is bothered with a connection.
 class OutgoingLine {
 public:
@@ -43,5 +46,8 @@ private:
 
 /// Waits until @p fd can be read. 1 readable, 0 time-out, -1 failed with errno. An interrupted wait starts anew.
 int waitReadable(int fd, std::chrono::milliseconds timeout) noexcept;
+
+/// As waitReadable, but an interrupted wait is a failure with EINTR, for callers who have something to look at then.
+int pollReadable(int fd, std::chrono::milliseconds timeout) noexcept;
 
 }  // namespace kvo_hws

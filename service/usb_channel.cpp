@@ -5,10 +5,10 @@
 
 #include "runtime/clock.h"
 #include "runtime/owners.h"
+#include "service/server_state.h"
 #include "service/socket.h"
 
 #include <array>
-#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <string_view>
@@ -96,25 +96,20 @@ Delivery deliver(std::string_view message, const char *noServer, ReplyBuffer &re
 
 uint32_t thisThread() noexcept { return static_cast<uint32_t>(GetCurrentThreadId()); }
 
-std::atomic_ref<uint32_t> serverState() noexcept { return std::atomic_ref(ServerPipeThreadSyncState); }
-
-enum ServerState : uint32_t { kNotRunning = 0, kStopRequested = 1, kStopped = 2, kRunning = 3 };
-
-bool hasEnded(uint32_t state) noexcept { return state == kNotRunning || state == kStopped; }
+bool hasEnded(uint32_t state) noexcept { return state == NOTIFY_STOPPED || state == NOTIFY_STOP_DONE; }
 
 /// Asks this process's server to end, and waits for it. False when it went on for 2 s.
 bool stopOwnServer() noexcept
 {
-    uint32_t running = kRunning;
-    serverState().compare_exchange_strong(running, kStopRequested);
+    kvo_hws::advanceServer(NOTIFY_RUNNING, NOTIFY_STOP_REQUESTED);
     const uint64_t deadline = GetTickCount64() + 2000;
     bool ended = false;
     do {
         kvo_hws::pause(100ms);
-        ended = hasEnded(serverState().load());
+        ended = hasEnded(kvo_hws::serverState().load());
     } while (!ended && GetTickCount64() < deadline);
-    ended = ended || hasEnded(serverState().load());
-    serverState().store(kNotRunning);
+    ended = ended || hasEnded(kvo_hws::serverState().load());
+    kvo_hws::serverState().store(NOTIFY_STOPPED);
     return ended;
 }
 
@@ -184,7 +179,7 @@ void *ThreadSendCommand2DLL(void *command) noexcept
 
 int KillUsbServer() noexcept
 {
-    const bool stopped = serverState().load() == kNotRunning || stopOwnServer();
+    const bool stopped = kvo_hws::serverState().load() == NOTIFY_STOPPED || stopOwnServer();
 
     constexpr std::size_t kSize = kSuicide.size() + 1;
     auto *const message = static_cast<char *>(std::malloc(kSize));
@@ -194,7 +189,7 @@ int KillUsbServer() noexcept
     }
     std::memcpy(message, kSuicide.data(), kSize);
     if (SendCommand2DLL(message, 1) != kSent) {
-        return -2;  // the usual case: nobody else listens
+        return -2;  // nobody listens, which is usual; it outweighs a server that did not stop: the path is free for the next one
     }
     return stopped ? 1 : -1;
 }

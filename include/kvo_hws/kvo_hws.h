@@ -15,5 +15,6 @@
 #include <kvo_hws/result.h>
 #include <kvo_hws/runtime.h>
 #include <kvo_hws/service.h>
+#include <kvo_hws/usbevents.h>
 
 #endif

@@ -29,6 +29,9 @@ enum KvoHwsResult {
     KVO_HWS_NOT_ACTIVE = -6,    /**< the backlight is not active */
 
     KVO_HWS_NULL_POINTER = -7,   /**< a pointer that is needed is null */
+    KVO_HWS_SERVER_FAILED = -8,  /**< a USB event server could not be stopped or started */
+    KVO_HWS_NO_THREAD = -3,      /**< a thread that is needed could not be started */
+    KVO_HWS_NO_EVENTS = -9,      /**< USB events are not active in this program */
     KVO_HWS_BUSY = -9,           /**< the service is busy, where that is a failure */
     KVO_HWS_INVALID_METRIC = -9, /**< no such metric */
     KVO_HWS_INVALID_HOST = -10   /**< a host address that can not be used */

@@ -92,10 +92,11 @@ KVO_HWS_API int SendUsbMsg2DLL(const char *message) KVO_HWS_NOEXCEPT;
 
 /** Stops the USB event server of this process, if one runs, and tells whichever other one listens to end. Detaches the
  *  calling thread, which cannot be joined afterwards.
- *  @return 1 stopped or none ran, and the message was delivered; -1 this process's server did not stop within 2 s; -2 the
- *  message could not be delivered (so it is where no server listens) or no memory (debug message "kill servernot
- *  enough memory"); logged besides as FuncSendCommand2DLL
- *  Leaves ServerPipeThreadSyncState at 0 whenever it had to wait.
+ *  @return 1 stopped or none ran, and the message was delivered; -1 this process's server did not stop within 2 s, and the
+ *  message was delivered; -2 the message could not be delivered (so it is where no server listens), whatever became of this
+ *  process's server, or no memory (debug message "kill servernot enough memory")
+ *  Logged besides as FuncSendCommand2DLL. Leaves ServerPipeThreadSyncState at 0 whenever it had to wait. Takes up to a
+ *  second for a server of this process, 50 ms where no other one listens, 4 s where one does not answer.
  */
 KVO_HWS_API int KillUsbServer(void) KVO_HWS_NOEXCEPT;
 

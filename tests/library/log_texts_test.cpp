@@ -6,6 +6,7 @@
 #include "support/own_thread.h"
 #include "support/scripted_service.h"
 #include "support/syslog_capture.h"
+#include "support/usb_events.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -32,6 +33,7 @@ std::string withoutNumbers(const std::string &text)
         {std::regex("\\[[0-9A-F]{8}\\]"), "[<thread>]"},
         {std::regex("(recv|select)\\(-?[0-9]+\\)"), "$1(<fd>)"},
         {std::regex("(socket|closesocket) -?[0-9]+"), "$1 <fd>"},
+        {std::regex("terminated([0-9]) [0-9]+ .*"), "terminated$1 <errno> <text>"},
         {std::regex("x{20,}"), "xxx..."}};
     std::string result = text;
     for (const auto &[pattern, replacement] : kRules) {
@@ -348,6 +350,7 @@ const std::vector<Call> &calls()
              KVO_HWS_getClientList(nullptr, nullptr, 0);
          },
          {{"00000002 "}, {"00000001 x"}}},
+        {"KVO_HWS_isUSBEventsActivated", [] { KVO_HWS_isUSBEventsActivated(); }, {{"yes"}, {"no"}}},
         {"KVO_HWS_isMarovantiPanel", [] { KVO_HWS_isMarovantiPanel(1); }, {{"is-Marovanti-Panel=2"}, {"not found"}}},
         {"KVO_HWS_setUsbLock",
          [] {
@@ -468,6 +471,63 @@ void collectReaders(Collector &collector)
     }
 }
 
+/// Lets a connection's thread serve a line, and waits for its end.
+void serveLine(const std::string &line)
+{
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+    ASSERT_EQ(write(ends[0], line.data(), line.size()), static_cast<ssize_t>(line.size()));
+    shutdown(ends[0], SHUT_WR);
+    support::onOwnThread([end = ends[1]] { return ConInstThread(reinterpret_cast<void *>(intptr_t{end})); });
+    close(ends[0]);
+}
+
+void collectUsbEvents(Collector &collector)
+{
+    const auto activate = [] { support::onOwnThread([] { return KVO_HWS_activateUSBEvents(support::EventRecorder::older); }); };
+    const auto activateV2 = [] {
+        support::onOwnThread([] { return KVO_HWS_activateUSBEventsV2(support::EventRecorder::newer); });
+    };
+    const auto closeEvents = [] { support::onOwnThread(KVO_HWS_closeUSBEvents); };
+    for (const std::function<void()> &start : std::vector<std::function<void()>>{activate, activateV2}) {
+        const ScriptedService service({support::agrees()});
+        collector.run("USB events", kMessagesOnly, [&] {
+            const support::EventRecorder recorder;
+            start();
+            EXPECT_TRUE(recorder.waitFor(2));
+            closeEvents();
+            EXPECT_TRUE(recorder.waitFor(4));
+            EXPECT_TRUE(support::eventually([] { return sendUSBEvent == nullptr && sendUSBEvent2 == nullptr; }));
+            start();
+            EXPECT_TRUE(recorder.waitFor(6));
+            support::onOwnThread(KillUsbServer);
+            // A server that listens and does not stop.
+            const ScriptedService deaf({support::replies("ok")}, support::kUsbSocket);
+            ServerPipeThreadSyncState = NOTIFY_RUNNING;
+            start();
+            sendUSBEvent = support::EventRecorder::older;
+            ServerPipeThreadSyncState = NOTIFY_RUNNING;
+            closeEvents();
+        });
+    }
+    collector.run("USB events", kMessagesOnly, [&] {
+        KVO_HWS_activateUSBEvents(nullptr);
+        KVO_HWS_activateUSBEventsV2(nullptr);
+        closeEvents();
+        for (const char *line :
+             {"newUSBdevice*\n", "ignoreUSBdevice*\n", "removeUSBdevice*\n", "changeStateUSBdevice*\n", "what\n", ""}) {
+            serveLine(line);
+            sendUSBEvent2 = support::EventRecorder::newer;
+            serveLine(line);
+            sendUSBEvent2 = nullptr;
+        }
+        support::onOwnThread([] {
+            const support::NoDescriptors none;
+            return win_kvo_hws_usb_server(nullptr);
+        });
+    });
+}
+
 TEST(LogTexts, are_those_of_the_golden_list)
 {
     Collector collector;
@@ -478,6 +538,7 @@ TEST(LogTexts, are_those_of_the_golden_list)
     collectRequests(collector);
     collectSenders(collector);
     collectReaders(collector);
+    collectUsbEvents(collector);
 
     if (std::getenv("KVO_WRITE_GOLDEN") != nullptr) {
         std::ofstream(KVO_LOG_TEXTS) << collector.text();

@@ -408,6 +408,75 @@ TEST_F(UsbChannel, the_thread_body_returns_null)
     EXPECT_EQ(onOwnThread([] { return ThreadSendCommand2DLL(strdup("suicide")); }), nullptr);
 }
 
+TEST_F(UsbChannel, only_the_whole_word_is_suicide)
+{
+    const SyslogCapture capture;
+    const Timed sent = sendCommand("suicidex");
+    EXPECT_EQ(capture.lines().back(), (LogLine{"", LOG_ERR,
+                                               "FuncSendCommand2DLL: connect error (--> DLL) [thread 0x" + hex(sent.thread) +
+                                                   "] thRet=3 errno=2 (No such file or directory)"}));
+}
+
+TEST_F(UsbChannel, closing_the_socket_is_told_before_a_failure_where_there_was_a_socket)
+{
+    using testing::MatchesRegex;
+    SetDebugLevel(2);
+    const auto texts = [](const auto &send) {
+        const SyslogCapture capture;
+        send();
+        return capture.texts();
+    };
+    EXPECT_THAT(texts([] { sendCommand("x"); }),
+                ElementsAre(StartsWith("sending request"), MatchesRegex("FuncSendCommand2DLL: closesocket [0-9]+"),
+                            StartsWith("FuncSendCommand2DLL: connect error")));
+    EXPECT_THAT(texts([] { sendUsbMessage("x"); }),
+                ElementsAre(StartsWith("SendUsbMsg2DLL: ["), MatchesRegex("SendUsbMsg2DLL: closesocket [0-9]+"),
+                            StartsWith("SendUsbMsg2DLL: [")));
+    {
+        const ScriptedService server({support::replies("ok")}, kUsbSocket);
+        const support::WithSystemCalls calls({.send = [](int, const void *, std::size_t, int) {
+            errno = EPIPE;
+            return ssize_t{-1};
+        }});
+        EXPECT_THAT(texts([] { sendCommand("x"); }),
+                    ElementsAre(StartsWith("sending request"), MatchesRegex("FuncSendCommand2DLL: closesocket [0-9]+"),
+                                StartsWith("FuncSendCommand2DLL: write error")));
+    }
+    const auto withoutDescriptors = [] {
+        onOwnThread([] {
+            const NoDescriptors none;
+            return FuncSendCommand2DLL(strdup("x"));
+        });
+    };
+    EXPECT_THAT(texts(withoutDescriptors),
+                ElementsAre(StartsWith("sending request"), StartsWith("FuncSendCommand2DLL: socket error")));
+}
+
+TEST_F(UsbChannel, a_short_write_has_no_error_number_of_an_earlier_connect)
+{
+    const ScriptedService server({support::replies("ok")}, kUsbSocket);
+    const support::WithSystemCalls calls({.connect =
+                                              [](int, const sockaddr *, socklen_t) {
+                                                  errno = ENOENT;  // left by whatever was before
+                                                  return support::kPass;
+                                              },
+                                          .send = [](int, const void *, std::size_t, int) { return ssize_t{3}; }});
+    const SyslogCapture capture;
+    EXPECT_EQ(sendCommand("x").result, 4);
+    EXPECT_THAT(capture.texts().back(), testing::EndsWith("thRet=4 errno=0 (Success)"));
+}
+
+TEST_F(UsbChannel, a_signal_does_not_begin_the_wait_for_a_full_queue_anew)
+{
+    const support::FullQueue server(kUsbSocket);
+    const Timed sent = timed([] {
+        const support::Alarms alarm(3500ms);
+        return FuncSendCommand2DLL(strdup("suicide"));
+    });
+    EXPECT_EQ(sent.result, 3);
+    EXPECT_THAT(sent.taken, AllOf(Ge(3900ms), Lt(6s)));
+}
+
 // ---- Stopping a server ----
 
 uint32_t serverState() { return __atomic_load_n(&ServerPipeThreadSyncState, __ATOMIC_SEQ_CST); }

@@ -97,24 +97,16 @@ Action setUpDebugLevel(CLI::App &command)
 
 // ---- kvoctl registry ----
 
-/// The library does not tell a missing service from a refusal here; a question that does comes after.
-Report registryOrder(int32_t (*request)() noexcept, const std::vector<Meaning> &codes)
-{
-    const int32_t result = request();
-    if (result == KVO_HWS_FAILED && KVO_HWS_isInitComplete() == KVO_HWS_NO_SERVICE) {
-        require(KVO_HWS_NO_SERVICE);
-    }
-    return done(result, codes);
-}
+const std::vector<Meaning> kRegistryCodes{{KVO_HWS_NO, "the registry is locked already; try again"}};
 
 Action setUpLock(CLI::App & /*command*/)
 {
-    return [] { return registryOrder(KVO_HWS_lockKVORegData, {{KVO_HWS_NO, "the registry is locked already; try again"}}); };
+    return [] { return done(withMissingService(KVO_HWS_lockKVORegData()), kRegistryCodes); };
 }
 
 Action setUpUnlock(CLI::App & /*command*/)
 {
-    return [] { return registryOrder(KVO_HWS_unlockKVORegData, {}); };
+    return [] { return done(withMissingService(KVO_HWS_unlockKVORegData())); };
 }
 
 // ---- kvoctl kill-daemon ----

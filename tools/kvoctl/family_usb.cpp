@@ -1,7 +1,8 @@
-// Subcommands about the USB lock of stations and their USB connectors.
+// Subcommands about the USB lock of stations, their USB connectors, and the events of their USB devices.
 #include "families.h"
 #include "readers.h"
 #include "station_commands.h"
+#include "usb_event_commands.h"
 
 #include <kvo_hws/requests.h>
 
@@ -70,7 +71,7 @@ Action setUpLock(CLI::App &command)
 
 void addUsbCommands(CommandLine &commandLine)
 {
-    Family usb(commandLine, kOneStation, "usb", "The USB lock of stations, and their USB connectors");
+    Family usb(commandLine, kOneStation, "usb", "The USB lock, connectors and devices of stations");
     Family lock(usb, "lock", "The USB lock of stations");
     lock.add("get", "Show the two numbers of a station's USB lock", {"10.0.0.5"},
              showing({{"lock_first", "lock_second"}, numbers(KVO_HWS_getUsbLock)}));
@@ -79,6 +80,7 @@ void addUsbCommands(CommandLine &commandLine)
              {"1 0 10.0.0.5", "0 0 10.0.0.5 \"Portal mill\"", "0 0"}, {setUpLock});
     usb.add("connectors", "Show the list of the USB connectors of all stations or of one", {"", "10.0.0.5"},
             {setUpConnectors, {kOneStationsConnectors}});
+    addUsbEventCommands(usb, commandLine);
 }
 
 }  // namespace kvoctl

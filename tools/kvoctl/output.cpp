@@ -16,6 +16,7 @@ namespace kvoctl {
 namespace {
 
 constexpr int kIndent = 2;
+constexpr int kOneLine = -1;
 
 /// Columns of the terminal behind standard output; no limit where there is none, so that files and pipes get whole names.
 std::size_t outputWidth()
@@ -34,10 +35,15 @@ std::size_t outputWidth()
     return error == std::errc{} && end == text.data() + text.size() && width > 0 ? width : kUnlimited;
 }
 
-void writeDocument(const Document &document)
+/// Names are the plant's bytes: one that is no UTF-8 must not keep the others from being shown.
+std::string dump(const Document &document, int indent)
 {
-    // Names are the plant's bytes: one that is no UTF-8 must not keep the others from being shown.
-    std::cout << document.dump(kIndent, ' ', false, Document::error_handler_t::replace) << '\n';
+    return document.dump(indent, ' ', false, Document::error_handler_t::replace);
+}
+
+void writeLine(const std::string &text)
+{
+    std::cout << text << '\n';
     flushOutput();
 }
 
@@ -59,8 +65,10 @@ Report done(int32_t result, const std::vector<Meaning> &own)
 
 void write(const Report &report, bool json)
 {
+    if (json && !report.document.is_null()) {
+        writeLine(dump(report.document, kIndent));
+    }
     if (json) {
-        writeDocument(report.document);
         return;
     }
     if (report.table) {
@@ -72,10 +80,12 @@ void write(const Report &report, bool json)
     flushOutput();
 }
 
+std::string compact(const Document &document) { return dump(document, kOneLine); }
+
 void writeError(std::optional<int32_t> result, const std::string &meaning)
 {
     const Document code = result ? Document(*result) : Document(nullptr);
-    writeDocument({{"error", {{"code", code}, {"meaning", meaning}}}});
+    writeLine(compact({{"error", {{"code", code}, {"meaning", meaning}}}}));
 }
 
 }  // namespace kvoctl

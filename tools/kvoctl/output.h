@@ -15,7 +15,7 @@ namespace kvoctl {
 using Document = nlohmann::ordered_json;
 
 struct Report {
-    Document document{};
+    Document document{};  ///< null: what there was to say has been written already
     std::optional<Table> table{};
     std::optional<std::string> line{};  ///< behind the table
     Exit exit = Exit::done;
@@ -29,7 +29,10 @@ void write(const Report &report, bool json);
 
 void flushOutput();
 
-/// @p result is null where the library was not asked.
+/// A document on one line, without a line feed. Bytes that are no UTF-8 come as U+FFFD.
+std::string compact(const Document &document);
+
+/// On one line, so that it may also end a stream of lines. @p result is null where the library was not asked.
 void writeError(std::optional<int32_t> result, const std::string &meaning);
 
 }  // namespace kvoctl

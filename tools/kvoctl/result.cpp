@@ -4,6 +4,7 @@
 #include "command_socket.h"
 
 #include <kvo_hws/result.h>
+#include <kvo_hws/service.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -61,6 +62,12 @@ void require(int32_t result, const std::vector<Meaning> &own)
     if (result != KVO_HWS_OK) {
         throw Failure(result, words(result, own));
     }
+}
+
+int32_t withMissingService(int32_t result)
+{
+    const bool missing = result == KVO_HWS_FAILED && KVO_HWS_isInitComplete() == KVO_HWS_NO_SERVICE;
+    return missing ? KVO_HWS_NO_SERVICE : result;
 }
 
 }  // namespace kvoctl

@@ -62,4 +62,7 @@ std::string words(int32_t result, const std::vector<Meaning> &own);
 /// Throws Failure unless @p result is 1.
 void require(int32_t result, const std::vector<Meaning> &own = {});
 
+/// The result of a request that tells a missing service like a refusal; a question that does not comes after.
+int32_t withMissingService(int32_t result);
+
 }  // namespace kvoctl

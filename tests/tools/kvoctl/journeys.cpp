@@ -8,6 +8,9 @@ std::vector<Journey> journeys()
     const std::string station = "10.0.0.5";
     return {
         {"KVO_HWS_activateDebugDLL", "ready", {"--debug"}},
+        {"KVO_HWS_activateUSBEvents", "usb watch", {"--v1"}},
+        {"KVO_HWS_activateUSBEventsV2", "usb watch"},
+        {"KVO_HWS_closeUSBEvents", "usb close"},
         {"KVO_HWS_deleteChannelInfo", "channel-info delete", {station}},
         {"KVO_HWS_enableMCPKey", "address enable-key", {station, "1", "2"}},
         {"KVO_HWS_getBacklightBrightnessV2", "panel brightness-v2", {station, "0"}},
@@ -49,6 +52,7 @@ std::vector<Journey> journeys()
         {"KVO_HWS_invalidateTouchScreen", "touch invalidate", {station}},
         {"KVO_HWS_isInitComplete", "ready"},
         {"KVO_HWS_isMarovantiPanel", "panel marovanti", {station}},
+        {"KVO_HWS_isUSBEventsActivated", "usb is-active"},
         {"KVO_HWS_isViewerActive", "viewer active", {station}},
         {"KVO_HWS_killDaemon", "kill-daemon"},
         {"KVO_HWS_lockKVORegData", "registry lock"},

@@ -128,6 +128,8 @@ INSTANTIATE_TEST_SUITE_P(
               R"(NONLINEAR: "2" is no whole number from -1 to 1)"},
         Wrong{"half_a_lock", "usb lock set", {"1"}, "SECOND is required"},
         Wrong{"connectors_of_two", "usb connectors", {"10.0.0.5", "10.0.0.6"}, "one station at most"},
+        Wrong{"watch_of_a_station", "usb watch", {"10.0.0.5"}, "The following argument was not expected: 10.0.0.5"},
+        Wrong{"exec_of_nothing", "usb watch", {"--exec"}, "--exec: 1 required PROGRAM missing"},
         Wrong{"unknown_metric",
               "metrics",
               {"10.0.0.5", "weight"},

@@ -1,0 +1,136 @@
+#include "support/usb_events.h"
+
+#include <kvo_hws/service.h>
+
+#include <algorithm>
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <sys/socket.h>
+#include <sys/uio.h>
+#include <sys/un.h>
+#include <thread>
+#include <unistd.h>
+
+using namespace std::chrono_literals;
+
+namespace support {
+
+namespace {
+
+std::mutex recorderLock;
+std::condition_variable recorded;
+std::vector<ToldEvent> told;
+std::function<int32_t(const ToldEvent &)> answer;
+
+int32_t note(const ToldEvent &event)
+{
+    std::function<int32_t(const ToldEvent &)> answerNow;
+    {
+        const std::lock_guard lock(recorderLock);
+        told.push_back(event);
+        answerNow = answer;
+        recorded.notify_all();
+    }
+    return answerNow ? answerNow(event) : 0;
+}
+
+}  // namespace
+
+EventRecorder::EventRecorder(std::function<int32_t(const ToldEvent &)> onEvent)
+{
+    const std::lock_guard lock(recorderLock);
+    told.clear();
+    answer = std::move(onEvent);
+}
+
+EventRecorder::~EventRecorder()
+{
+    const std::lock_guard lock(recorderLock);
+    answer = {};
+}
+
+int32_t EventRecorder::older(uint32_t code, void *record)
+{
+    const auto *const bytes = static_cast<const char *>(record);
+    return note({1, code, 0, bytes == nullptr ? "" : std::string(bytes, sizeof(UsbDeviceV1))});
+}
+
+int32_t EventRecorder::newer(UsbEventV2 *event)
+{
+    const auto *const bytes = reinterpret_cast<const char *>(&event->payload);
+    return note({2, event->code, event->length, std::string(bytes, event->length - 8)});
+}
+
+std::vector<ToldEvent> EventRecorder::events() const
+{
+    const std::lock_guard lock(recorderLock);
+    return told;
+}
+
+std::vector<uint32_t> EventRecorder::codes() const
+{
+    std::vector<uint32_t> codes;
+    for (const ToldEvent &event : events()) {
+        codes.push_back(event.code);
+    }
+    return codes;
+}
+
+bool EventRecorder::waitFor(std::size_t count) const
+{
+    std::unique_lock lock(recorderLock);
+    return recorded.wait_for(lock, 10s, [count] { return told.size() >= count; });
+}
+
+Script agrees(std::vector<std::pair<std::string, std::string>> replies)
+{
+    return answersWith(
+        [replies = std::map<std::string, std::string>(replies.begin(), replies.end())](const std::string &request) {
+            const auto reply = replies.find(request);
+            if (reply != replies.end()) {
+                return reply->second;
+            }
+            return std::string(request.starts_with("is") ? "yes" : "ok");
+        });
+}
+
+std::string answerOfUsbServer(const std::string &bytes)
+{
+    const int client = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strcpy(address.sun_path, kUsbSocket);
+    std::string answer = "(nobody)";
+    if (connect(client, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0) {
+        // By other calls than the library's, which tests put themselves in between.
+        iovec all{const_cast<char *>(bytes.data()), bytes.size()};
+        msghdr message{};
+        message.msg_iov = &all;
+        message.msg_iovlen = 1;
+        sendmsg(client, &message, MSG_NOSIGNAL);
+        answer.clear();
+        char piece[256];
+        for (ssize_t count = 0; (count = read(client, piece, sizeof piece)) > 0;) {
+            answer.append(piece, static_cast<std::size_t>(count));
+        }
+    }
+    close(client);
+    return answer;
+}
+
+bool eventually(const std::function<bool()> &condition)
+{
+    const auto deadline = std::chrono::steady_clock::now() + 10s;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(5ms);
+    }
+    return true;
+}
+
+uint32_t serverState() { return __atomic_load_n(&ServerPipeThreadSyncState, __ATOMIC_SEQ_CST); }
+
+}  // namespace support

@@ -1,0 +1,30 @@
+// Another program of the panel: activates USB events for an "a" on its standard input, closes them for a "c", and reports each code
+// that its callback hears as a byte on its standard output.
+#include <kvo_hws/usbevents.h>
+
+#include "support/own_thread.h"
+
+#include <csignal>
+#include <cstdint>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+namespace {
+
+int32_t report(UsbEventV2 *event)
+{
+    const auto code = static_cast<uint8_t>(event->code);
+    return write(STDOUT_FILENO, &code, 1) == 1 ? 0 : -1;
+}
+
+}  // namespace
+
+int main()
+{
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    for (char order = 0; read(STDIN_FILENO, &order, 1) == 1;) {
+        // The thread sanitizer does not know that the main thread may be detached as well.
+        support::onOwnThread([order] { return order == 'a' ? KVO_HWS_activateUSBEventsV2(report) : KVO_HWS_closeUSBEvents(); });
+    }
+    return 0;
+}

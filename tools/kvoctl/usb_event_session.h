@@ -1,0 +1,29 @@
+// USB events activated for this process, from the activation to the end that the library tells.
+#pragma once
+
+#include "event_program.h"
+#include "line_output.h"
+#include "stop_signals.h"
+#include "usb_event.h"
+
+#include <functional>
+#include <optional>
+
+namespace kvoctl {
+
+/// What is to be done with events.
+struct UsbEventPlan {
+    bool olderCallback = false;
+    bool closeWhenActivated = false;
+    std::function<std::string(const UsbEvent &)> format{};  ///< makes the event's line; none: events are not shown
+    std::optional<EventProgram> program{};                  ///< decides what the daemon is told of an event
+};
+
+enum class UsbEventEnd { closed, takenOver };
+
+/// Activates USB events and waits until a signal comes, the output's reader goes away, or another program takes the events over;
+/// closes them unless they are another's by then. One at a time in a process.
+/// Throws Failure where the service or the library fails, and std::runtime_error where the output can not be written.
+UsbEventEnd runUsbEvents(const UsbEventPlan &plan, const StopSignals &signals);
+
+}  // namespace kvoctl

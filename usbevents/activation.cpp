@@ -1,0 +1,231 @@
+// Activating and closing USB events. Both stop whatever server runs and leave the talk with the service to a thread; what comes of
+// it is told to the callback.
+#include "usbevents/activation.h"
+
+#include <kvo_hws/result.h>
+#include <kvo_hws/runtime.h>
+#include <kvo_hws/service.h>
+#include <kvo_hws/usbevents.h>
+
+#include "runtime/clock.h"
+#include "runtime/log.h"
+#include "runtime/owners.h"
+#include "service/request.h"
+#include "service/server_state.h"
+#include "usbevents/callbacks.h"
+#include "usbevents/server.h"
+#include "usbevents/service_answer.h"
+
+#include <atomic>
+#include <syslog.h>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr auto kInitPollTime = 100ms;
+constexpr auto kCloseTime = 100ms;  // for the thread that asks the service; hosts that exit right after a close rely on it
+constexpr int kServerStillRuns = -1;
+
+/// Stopping a server and starting the next one is one step: activations and closes take turns at it. Not held while host code
+/// runs.
+pthread_mutex_t serverChange = PTHREAD_MUTEX_INITIALIZER;
+
+/// Guards lastActivation together with the slots that it is about.
+pthread_mutex_t callbackChange = PTHREAD_MUTEX_INITIALIZER;
+std::atomic<uintptr_t> lastActivation{0};
+
+bool startServer() noexcept { return kvo_hws::serverState().load() == NOTIFY_STOPPED && kvo_hws::startUsbServer(); }
+
+/// What the service answered, to the callback.
+void tellAnswer(kvo_hws::ServiceAnswer answer, uint32_t accepted) noexcept
+{
+    switch (answer) {
+    case kvo_hws::ServiceAnswer::ok: SendUSBEventCheckNULL_Simple(accepted); break;
+    case kvo_hws::ServiceAnswer::other: SendUSBEventCheckNULL_Simple(USB_EVENT_REFUSED); break;
+    case kvo_hws::ServiceAnswer::none: SendUSBEventCheckNULL_Simple(USB_EVENT_NO_SERVICE); break;
+    }
+}
+
+/// One generation of callbacks: its slot, how its statuses reach it, and the label of its messages.
+template <class Callback>
+struct Generation {
+    std::atomic_ref<Callback> slot;
+    int32_t (*tell)(uint32_t code) noexcept;
+    const char *label;
+};
+
+/// The older callback hears of its own activation also where a newer one is set, which all other codes would go to.
+int32_t tellOlder(uint32_t code) noexcept { return SendUSBEventCheckNULL_V1(code, nullptr); }
+
+/// How a change of servers went, and which activation or end it was.
+struct Change {
+    int32_t result;
+    uintptr_t number;
+};
+
+/// The first half of every change, under its lock: no server.
+int32_t stopServer(const char *label) noexcept
+{
+    if (KillUsbServer() == kServerStillRuns) {
+        kvo_hws::debugMessage(label, "can not kill server");
+        return KVO_HWS_SERVER_FAILED;
+    }
+    kvo_hws::debugMessage(label, "kill server");
+    return KVO_HWS_OK;
+}
+
+/// The second half of an activation: a server, and a thread that asks the service for events.
+int32_t startServerAndHelper(const char *label, uintptr_t number) noexcept
+{
+    if (!startServer()) {
+        kvo_hws::debugMessage(label, "can not start server");
+        return KVO_HWS_SERVER_FAILED;
+    }
+    kvo_hws::debugMessage(label, "start server");
+    // Without it the callback stays set and the server runs: callers know -3 as what a close puts right.
+    return kvo_hws_CreateThread(threadActivateUSBevents, reinterpret_cast<void *>(number)) == 1 ? KVO_HWS_OK
+                                                                                                : KVO_HWS_NO_THREAD;
+}
+
+template <class Callback>
+Change replaceServer(Callback callback, const Generation<Callback> &generation) noexcept
+{
+    const kvo_hws::Lock lock(serverChange);
+    Change change{KVO_HWS_OK, kvo_hws::overtakeActivations()};
+    // A close that came in between may have taken it away again; from here on that one is overtaken.
+    generation.slot.store(callback);
+    change.result = stopServer(generation.label);
+    if (change.result == KVO_HWS_OK) {
+        change.result = startServerAndHelper(generation.label, change.number);
+    }
+    return change;
+}
+
+Change endServer(const char *label) noexcept
+{
+    const kvo_hws::Lock lock(serverChange);
+    const uintptr_t number = kvo_hws::overtakeActivations();
+    return {stopServer(label), number};
+}
+
+template <class Callback>
+int32_t activate(Callback callback, Generation<Callback> generation) noexcept
+{
+    int32_t result = KVO_HWS_FAILED;
+    if (callback == nullptr) {
+        kvo_hws::debugMessage(generation.label, "null pointer received");
+    } else {
+        generation.slot.store(callback);
+        generation.tell(USB_EVENT_BEGIN);
+        const Change change = replaceServer(callback, generation);
+        result = change.result;
+        if (result == KVO_HWS_SERVER_FAILED) {
+            generation.tell(USB_EVENT_SERVER_FAILED);
+            kvo_hws::takeCallbacksAway(change.number);
+        }
+    }
+    if (result != KVO_HWS_OK) {
+        kvo_hws::logAlways(LOG_ERR, "%s - fails with %d", generation.label, result);
+    }
+    return result;
+}
+
+/// A number comes from an activation or close; a host that runs a thread by itself means the last one.
+uintptr_t numberOf(void *argument) noexcept
+{
+    return argument != nullptr ? reinterpret_cast<uintptr_t>(argument) : lastActivation.load();
+}
+
+}  // namespace
+
+uintptr_t kvo_hws::overtakeActivations() noexcept
+{
+    const Lock lock(callbackChange);
+    const uintptr_t number = ++lastActivation;
+    return number != 0 ? number : ++lastActivation;
+}
+
+bool kvo_hws::takeCallbacksAway(uintptr_t number) noexcept
+{
+    const Lock lock(callbackChange);
+    if (lastActivation.load() != number) {
+        return false;
+    }
+    SetFunction_SendUSBEvent_NULL();
+    return true;
+}
+
+int32_t KVO_HWS_activateUSBEvents(SendUsbEventV1 callback) noexcept
+{
+    return activate<SendUsbEventV1>(callback, {kvo_hws::olderCallback(), tellOlder, "activate USB events"});
+}
+
+int32_t KVO_HWS_activateUSBEventsV2(SendUsbEventV2 callback) noexcept
+{
+    return activate<SendUsbEventV2>(callback,
+                                    {kvo_hws::newerCallback(), SendUSBEventCheckNULL_Simple, "activate USB events V2"});
+}
+
+int32_t KVO_HWS_closeUSBEvents() noexcept
+{
+    constexpr const char *kLabel = "deactivate USB events";
+    if (kvo_hws::olderCallback().load() == nullptr && kvo_hws::newerCallback().load() == nullptr) {
+        kvo_hws::debugMessage(kLabel, "events not activated");
+        return KVO_HWS_NO_EVENTS;
+    }
+    SendUSBEventCheckNULL_Simple(USB_EVENT_BEGIN);
+    const Change change = endServer(kLabel);
+    if (change.result != KVO_HWS_OK) {
+        SendUSBEventCheckNULL_Simple(USB_EVENT_SERVER_FAILED);
+        kvo_hws::takeCallbacksAway(change.number);
+        return change.result;
+    }
+    // Without a thread the service is not told and the callback stays set, so that closing again tells it.
+    kvo_hws_CreateThread(threadDeactivateUSBevents, reinterpret_cast<void *>(change.number));
+    kvo_hws::pause(kCloseTime);
+    return KVO_HWS_OK;
+}
+
+int32_t KVO_HWS_isUSBEventsActivated() noexcept
+{
+    return kvo_hws::Request(nullptr)
+        .sendFailureIs(KVO_HWS_FAILED)
+        .send("isUSBEventsActivated")
+        .on("yes", KVO_HWS_OK)
+        .on("no", KVO_HWS_NO)
+        .result();
+}
+
+void *threadActivateUSBevents(void *argument) noexcept
+{
+    kvo_hws_detach_thread();
+    const uintptr_t number = numberOf(argument);
+    // However long the service takes: only who was overtaken meanwhile has nothing left to ask for, or to tell.
+    const auto overtaken = [number] { return lastActivation.load() != number; };
+    while (KVO_HWS_isInitComplete() != KVO_HWS_OK && !overtaken()) {
+        kvo_hws::pause(kInitPollTime);
+    }
+    if (overtaken()) {
+        return nullptr;
+    }
+    const kvo_hws::ServiceAnswer answer = kvo_hws::askService("activateUSBEvents");
+    if (overtaken()) {
+        return nullptr;
+    }
+    tellAnswer(answer, USB_EVENT_ACTIVATED);
+    if (answer != kvo_hws::ServiceAnswer::ok) {
+        kvo_hws::takeCallbacksAway(number);
+    }
+    return nullptr;
+}
+
+void *threadDeactivateUSBevents(void *argument) noexcept
+{
+    kvo_hws_detach_thread();
+    const uintptr_t number = numberOf(argument);
+    // Told also where it was overtaken: whoever closed waits for it.
+    tellAnswer(kvo_hws::askService("deactivateUSBEvents"), USB_EVENT_DEACTIVATED);
+    kvo_hws::takeCallbacksAway(number);
+    return nullptr;
+}

@@ -1,0 +1,195 @@
+// One connection of the USB event server: a line comes in, the callback is told, an answer goes out.
+#include <kvo_hws/runtime.h>
+#include <kvo_hws/service.h>
+#include <kvo_hws/usbevents.h>
+
+#include "runtime/clock.h"
+#include "runtime/log.h"
+#include "runtime/owners.h"
+#include "service/server_state.h"
+#include "service/socket.h"
+#include "usbevents/activation.h"
+#include "usbevents/callbacks.h"
+#include "usbevents/service_answer.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+using kvo_hws::kCallbackFailed;
+using kvo_hws::kEventHead;
+
+constexpr auto kCloseDelay = 100ms;  // the daemon reads the answer before it meets the end
+constexpr int kParsed = 1;
+
+constexpr const char *kOk = "ok";
+constexpr const char *kFailed = "failed";
+constexpr const char *kNothing = "";
+constexpr const char *kUnknownRequest = "unknown request";
+
+using LineBuffer = std::array<char, 1028>;
+
+bool newerIsSet() noexcept { return kvo_hws::newerCallback().load() != nullptr; }
+bool olderIsSet() noexcept { return kvo_hws::olderCallback().load() != nullptr; }
+
+// ---- The four events, from the text to the answer ----
+
+/// An event for the newer callback, clear but for its head.
+UsbEventV2 eventOf(UsbEventCode code, std::size_t payloadLength) noexcept
+{
+    UsbEventV2 event = {};
+    event.code = code;
+    event.length = kEventHead + static_cast<uint32_t>(payloadLength);
+    return event;
+}
+
+const char *answerTo(int32_t callbackResult) noexcept { return callbackResult == kCallbackFailed ? kFailed : kOk; }
+
+const char *loggedAnswerTo(int32_t callbackResult, const char *step) noexcept
+{
+    if (callbackResult == kCallbackFailed) {
+        kvo_hws::debugValues("%s SendUSBEventCheckNULL fails '%d'", step, callbackResult);
+    }
+    return answerTo(callbackResult);
+}
+
+/// "New" also for a refused device: the message is searched for as it is.
+const char *malformed(int code, const char *step) noexcept
+{
+    kvo_hws::debugValues("%s ConvertText2USBDeviceNew fails %d", step, code);
+    return kFailed;
+}
+
+const char *newDevice(char *text) noexcept
+{
+    constexpr const char *kStep = " ExecuteNewUSBDevice";
+    if (newerIsSet()) {
+        UsbEventV2 event = eventOf(USB_EVENT_NEW_DEVICE, sizeof event.payload.device);
+        const int parsed = ConvertCmd2USBDeviceNM(&event.payload.device, text);
+        return parsed == kParsed ? loggedAnswerTo(SendUSBEventCheckNULL_V2(&event), kStep) : malformed(parsed, kStep);
+    }
+    if (olderIsSet()) {
+        UsbDeviceV1 device = {};
+        const int parsed = ConvertCmd2USBDeviceNew(&device, text);
+        return parsed == kParsed ? loggedAnswerTo(SendUSBEventCheckNULL_V1(USB_EVENT_NEW_DEVICE, &device), kStep)
+                                 : malformed(parsed, kStep);
+    }
+    return loggedAnswerTo(kCallbackFailed, kStep);
+}
+
+/// For the newer callback alone, as the change of state is: the older one has no code for either, and programs that set it know none.
+const char *refusedDevice(char *text) noexcept
+{
+    constexpr const char *kStep = " ExecuteIgnoreUSBDevice";
+    if (!newerIsSet()) {
+        return loggedAnswerTo(kCallbackFailed, kStep);
+    }
+    // The flag bits are no part of it.
+    UsbEventV2 event = eventOf(USB_EVENT_DEVICE_REFUSED, offsetof(UsbDeviceInfo, flagBits));
+    const int parsed = ConvertCmd2USBDeviceIM(&event.payload.device, text);
+    return parsed == kParsed ? loggedAnswerTo(SendUSBEventCheckNULL_V2(&event), kStep) : malformed(parsed, kStep);
+}
+
+const char *changedState(char *text) noexcept
+{
+    UsbEventV2 event = eventOf(USB_EVENT_STATE, sizeof event.payload.state);
+    return ConvertCmd2USBDeviceCS(&event.payload.state, text) == kParsed ? answerTo(SendUSBEventCheckNULL_V2(&event)) : kFailed;
+}
+
+/// A malformed removal is answered with an empty line, unlike all others: daemons tell the two failures apart by that.
+const char *removedDevice(char *text) noexcept
+{
+    if (newerIsSet()) {
+        UsbEventV2 event = eventOf(USB_EVENT_REMOVED, sizeof event.payload.removed);
+        return ConvertCmd2USBDeviceRM(&event.payload.removed, text) == kParsed ? answerTo(SendUSBEventCheckNULL_V2(&event))
+                                                                               : kNothing;
+    }
+    if (olderIsSet()) {
+        // The older callback has one size of area for all its records.
+        union {
+            UsbRemoveInfo removed;
+            UsbDeviceV1 area;
+        } record = {};
+        return ConvertCmd2USBDeviceRemove(&record.removed, text) == kParsed
+                   ? answerTo(SendUSBEventCheckNULL_V1(USB_EVENT_REMOVED, &record))
+                   : kNothing;
+    }
+    return kFailed;
+}
+
+struct EventText {
+    std::string_view keyword;
+    const char *(*execute)(char *text) noexcept;
+};
+
+constexpr EventText kEventTexts[] = {
+    {"newUSBdevice", newDevice},
+    {"removeUSBdevice", removedDevice},
+    {"changeStateUSBdevice", changedState},
+    {"ignoreUSBdevice", refusedDevice},
+};
+
+// ---- The control word ----
+
+/// Another program wants the events, and gets them also where the service refuses: it takes the path in any case.
+const char *giveUp() noexcept
+{
+    const uintptr_t number = kvo_hws::overtakeActivations();
+    const char *const answer = kvo_hws::askService("deactivateUSBEvents") == kvo_hws::ServiceAnswer::ok ? kOk : kFailed;
+    SendUSBEventCheckNULL_Simple(USB_EVENT_DEACTIVATED);
+    // An activation that came meanwhile has taken them back, with a server of its own.
+    if (kvo_hws::takeCallbacksAway(number)) {
+        kvo_hws::suicide().store(1);
+    }
+    return answer;
+}
+
+// ---- The connection ----
+
+/// Events by how the text begins, the control word by all of it.
+const char *execute(char *text) noexcept
+{
+    for (const EventText &event : kEventTexts) {
+        if (std::string_view(text).starts_with(event.keyword)) {
+            return event.execute(text);
+        }
+    }
+    return std::string_view(text) == "suicide" ? giveUp() : kUnknownRequest;
+}
+
+const char *receiveAndExecute(int socket) noexcept
+{
+    LineBuffer line{};
+    if (ReadSocket(socket, line.data()) != 1) {
+        SendDLLDebugMessage("USB server - received text error");
+        return kFailed;
+    }
+    kvo_hws::debugValues("USB server - received text from client '%s'", line.data());
+    return execute(line.data());
+}
+
+void serve(const kvo_hws::Descriptor &connection) noexcept
+{
+    const char *const answer = receiveAndExecute(connection.get());
+    kvo_hws::debugValues("USB server - sending text to client '%s'", answer);
+    // A client that has gone is not waited for, and loses nothing that it had not lost before.
+    static_cast<void>(kvo_hws::OutgoingLine(answer).write(connection));
+    kvo_hws::pause(kCloseDelay);
+}
+
+}  // namespace
+
+void *ConInstThread(void *socket) noexcept
+{
+    kvo_hws_detach_thread();
+    serve(kvo_hws::Descriptor(static_cast<int>(reinterpret_cast<intptr_t>(socket))));
+    if (kvo_hws::suicide().load() != 0) {
+        kvo_hws::advanceServer(NOTIFY_RUNNING, NOTIFY_STOP_REQUESTED);
+    }
+    return nullptr;
+}

@@ -22,10 +22,9 @@ struct Subject {
 };
 
 constexpr Subject kSubjects[] = {
-    {"exchange", bench::measureExchange, true},
-    {"lists", bench::measureListExchange, true},
-    {"reading", bench::measureReading, false},
-    {"writing", bench::measureWriting, false},
+    {"exchange", bench::measureExchange, true}, {"lists", bench::measureListExchange, true},
+    {"reading", bench::measureReading, false},  {"writing", bench::measureWriting, false},
+    {"usb", bench::measureUsbEvents, true},
 };
 
 int usage()

@@ -6,6 +6,7 @@ namespace bench {
 void measureExchange();
 void measureListExchange();
 void measureReading();
+void measureUsbEvents();
 void measureWriting();
 
 }  // namespace bench

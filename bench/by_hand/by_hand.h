@@ -2,6 +2,7 @@
 #pragma once
 
 #include <kvo_hws/codecs.h>
+#include <kvo_hws/usbevents.h>
 
 #include <cstdint>
 
@@ -24,5 +25,9 @@ bool exchange(const char *commandLine, char (&reply)[kRound]);
 
 /// KVO_HWS_getDescriptionList: count request, list request, and the same reads without a pause. False when anything went wrong.
 bool getList(KvoDescription *list, uint32_t *count);
+
+/// A server of USB events that knows new devices alone and has nobody to stop it: listens at @p path, tells the callback
+/// USB_EVENT_ACTIVATED, then each device on a thread of its own. Returns when a system call fails.
+void serveUsbEvents(const char *path, SendUsbEventV2 callback);
 
 }  // namespace by_hand

@@ -52,6 +52,17 @@ void printRow(const std::string &work, const Timing &library, const std::string 
     std::fflush(stdout);
 }
 
+void printRates(const std::string &work, double library, const std::string &otherName, double other, std::optional<double> goal)
+{
+    const double ratio = library / other;
+    std::printf("%-38s %10.0f   %-22s %10.0f %7.3f", work.c_str(), library, otherName.c_str(), other, ratio);
+    if (goal) {
+        std::printf(" %7s   >= %.2f  %s", "", *goal, verdict(ratio >= *goal));
+    }
+    std::printf("\n");
+    std::fflush(stdout);
+}
+
 void printFigure(const std::string &what, const std::string &figure, const std::string &goal, bool met)
 {
     std::printf("%-38s %s   %s  %s\n", what.c_str(), figure.c_str(), goal.c_str(), verdict(met));

@@ -15,6 +15,10 @@ void printHeading(const std::string &subject);
 void printRow(const std::string &work, const Timing &library, const std::string &otherName, const Timing &other,
               std::optional<double> goal = std::nullopt);
 
+/// The library's rate beside another's. @p goal is the smallest ratio wanted; without one the row is information.
+void printRates(const std::string &work, double library, const std::string &otherName, double other,
+                std::optional<double> goal = std::nullopt);
+
 /// A plain figure with a goal.
 void printFigure(const std::string &what, const std::string &figure, const std::string &goal, bool met);
 

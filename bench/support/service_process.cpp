@@ -3,13 +3,10 @@
 #include "private_namespace.h"
 
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 #include <string_view>
-#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <system_error>
 #include <unistd.h>
 
@@ -65,12 +62,9 @@ void answer(int client, const ServiceProcess::Replies &replies)
 
 [[noreturn]] void serve(int listener, const ServiceProcess::Replies &replies)
 {
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
     for (;;) {
         const int client = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-        if (client < 0) {
-            _exit(1);
-        }
+        check(client >= 0, "accept a client of the service");
         answer(client, replies);
         close(client);
     }
@@ -84,18 +78,8 @@ ServiceProcess::ServiceProcess(Replies replies)
         reply += '\n';
     }
     const int listener = listenAtCommandSocket();
-    process_ = fork();
-    check(process_ >= 0, "start the service");
-    if (process_ == 0) {
-        serve(listener, replies);
-    }
+    process_.emplace([listener, &replies] { serve(listener, replies); });
     close(listener);
-}
-
-ServiceProcess::~ServiceProcess()
-{
-    kill(process_, SIGKILL);
-    waitpid(process_, nullptr, 0);
 }
 
 }  // namespace bench

@@ -1,9 +1,11 @@
 // A hardware service in a process of its own that knows its replies by heart, so that what is measured is the client's side.
 #pragma once
 
+#include "support/child_process.h"
+
 #include <map>
+#include <optional>
 #include <string>
-#include <sys/types.h>
 
 namespace bench {
 
@@ -14,12 +16,9 @@ public:
 
     /// Listens at the command socket by the time it returns. Throws std::system_error.
     explicit ServiceProcess(Replies replies);
-    ServiceProcess(const ServiceProcess &) = delete;
-    ServiceProcess &operator=(const ServiceProcess &) = delete;
-    ~ServiceProcess();
 
 private:
-    pid_t process_;
+    std::optional<ChildProcess> process_;
 };
 
 }  // namespace bench

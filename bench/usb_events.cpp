@@ -1,0 +1,370 @@
+// USB events through the library's server, against a server written by hand. Each is a process of its own and stays for the whole
+// run; both get the same senders, in turns.
+#include "by_hand/by_hand.h"
+#include "subjects.h"
+#include "support/child_process.h"
+#include "support/expect.h"
+#include "support/report.h"
+#include "support/service_process.h"
+
+#include <kvo_hws/usbevents.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <ctime>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <latch>
+#include <new>
+#include <random>
+#include <sstream>
+#include <string>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+using namespace std::chrono_literals;
+
+namespace bench {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using Seconds = std::chrono::duration<double>;
+
+constexpr int kRounds = 31;
+constexpr auto kTurn = 400ms;  // a connection stays for 100 ms after its answer: most of a turn has as many ends as beginnings
+constexpr auto kPatience = 10s;
+constexpr double kLatencyGoal = 1.03;
+constexpr double kRateGoal = 0.97;
+
+constexpr const char *kLibraryPath = "/tmp/kvo_hws/usb_sock";
+constexpr const char *kByHandPath = "/tmp/kvo_hws/own_sock";
+
+/// As the daemon sends it.
+std::string eventLine()
+{
+    std::string line = "newUSBdevice*192.168.214.17*usb1*1-1.4*SanDisk*8.02*Storage Media*Cruzer Edge*"
+                       "ABCDEF01*0000002A*00000000*0781*556B*";
+    for (int byte = 0; byte < 64; ++byte) {
+        line += "C0 ";
+    }
+    return line + "*\n";
+}
+
+// ---- The servers ----
+
+/// What a server's callback was told, seen from outside its process.
+struct Tally {
+    std::atomic<bool> active;
+    std::atomic<uint64_t> events;
+    UsbEventV2 first;
+};
+
+Tally *tallyOfThisProcess = nullptr;
+
+int32_t countEvent(UsbEventV2 *event)
+{
+    if (event->code == USB_EVENT_ACTIVATED) {
+        tallyOfThisProcess->active = true;
+    }
+    if (event->code == USB_EVENT_NEW_DEVICE && tallyOfThisProcess->events.fetch_add(1) == 0) {
+        tallyOfThisProcess->first = *event;
+    }
+    return 0;
+}
+
+void serveWithLibrary()
+{
+    expect(KVO_HWS_activateUSBEventsV2(countEvent) == 1, "activateUSBEventsV2 failed");
+    for (;;) {
+        pause();
+    }
+}
+
+void serveByHand() { by_hand::serveUsbEvents(kByHandPath, countEvent); }
+
+template <class Condition>
+bool eventually(Condition condition)
+{
+    const auto deadline = Clock::now() + kPatience;
+    while (!condition()) {
+        if (Clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(5ms);
+    }
+    return true;
+}
+
+class SharedTally {
+public:
+    SharedTally()
+    {
+        void *const memory = mmap(nullptr, sizeof(Tally), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+        expect(memory != MAP_FAILED, "no shared memory");
+        tally_ = new (memory) Tally{};
+    }
+    SharedTally(const SharedTally &) = delete;
+    SharedTally &operator=(const SharedTally &) = delete;
+    ~SharedTally() { munmap(tally_, sizeof(Tally)); }
+
+    Tally *operator->() const { return tally_; }
+    Tally *get() const { return tally_; }
+
+private:
+    Tally *tally_;
+};
+
+/// What a process holds.
+struct Holdings {
+    uint64_t descriptors;
+    uint64_t threads;
+    uint64_t residentKilobytes;
+};
+
+Seconds processorTimeOf(clockid_t clock)
+{
+    timespec time{};
+    expect(clock_gettime(clock, &time) == 0, "no clock of processor time");
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
+
+class EventServer {
+public:
+    EventServer(const char *path, void (*serve)())
+        : path_(path), process_([this, serve] {
+              tallyOfThisProcess = tally_.get();
+              serve();
+          })
+    {
+        expect(eventually([this] { return tally_->active.load(); }), "a server does not listen");
+        std::this_thread::sleep_for(kTurn);  // what only prepared it is gone by then
+        atRest_ = holdings();
+    }
+
+    [[nodiscard]] const char *path() const { return path_; }
+    [[nodiscard]] const UsbEventV2 &firstEvent() const { return tally_->first; }
+    [[nodiscard]] const Holdings &atRest() const { return atRest_; }
+
+    /// Waits for the last connections, and sees to it that no event was lost.
+    void settle(uint64_t sent)
+    {
+        sent_ += sent;
+        expect(tally_->events.load() == sent_, "the callback was told of more or fewer events than were sent");
+        expect(eventually([this] { return holdings().threads == atRest_.threads; }), "threads of a server do not end");
+    }
+
+    [[nodiscard]] uint64_t sent() const { return sent_; }
+
+    [[nodiscard]] Seconds processorTime() const
+    {
+        clockid_t clock{};
+        expect(clock_getcpuclockid(process_.id(), &clock) == 0, "a server is gone");
+        return processorTimeOf(clock);
+    }
+
+    [[nodiscard]] Holdings holdings() const
+    {
+        const std::string process = "/proc/" + std::to_string(process_.id());
+        Holdings found{};
+        std::ifstream status(process + "/status");
+        for (std::string line; std::getline(status, line);) {
+            std::istringstream words(line);
+            std::string key;
+            uint64_t value = 0;
+            words >> key >> value;
+            (key == "Threads:" ? found.threads : key == "VmRSS:" ? found.residentKilobytes : value) = value;
+        }
+        for (const auto &entry : std::filesystem::directory_iterator(process + "/fd")) {
+            static_cast<void>(entry);
+            ++found.descriptors;
+        }
+        return found;
+    }
+
+private:
+    const char *path_;
+    SharedTally tally_;
+    ChildProcess process_;
+    Holdings atRest_{};
+    uint64_t sent_ = 0;
+};
+
+// ---- The senders ----
+
+sockaddr_un addressOf(const char *path)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strcpy(address.sun_path, path);
+    return address;
+}
+
+/// From the connect to the answer.
+double sendEvent(const sockaddr_un &address, const std::string &line)
+{
+    const auto begin = Clock::now();
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    char answer[64];
+    const bool answered = connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 &&
+                          send(fd, line.data(), line.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(line.size()) &&
+                          recv(fd, answer, sizeof answer, 0) == 3 && std::memcmp(answer, "ok\n", 3) == 0;
+    const std::chrono::duration<double, std::nano> latency = Clock::now() - begin;
+    close(fd);
+    expect(answered, "an event was not answered with ok");
+    return latency.count();
+}
+
+struct Turn {
+    double medianLatency;    // ns
+    double rate;             // events a second
+    double rateByProcessor;  // events a second of processor time, of both sides and to the last connection's end
+};
+
+double medianOf(std::vector<double> values)
+{
+    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+    std::ranges::nth_element(values, middle);
+    return *middle;
+}
+
+/// What both make of an event is compared whole before they are timed.
+void expectSameReading(EventServer &library, EventServer &byHand)
+{
+    for (EventServer *const server : {&library, &byHand}) {
+        sendEvent(addressOf(server->path()), eventLine());
+        server->settle(1);
+    }
+    expect(std::memcmp(&library.firstEvent(), &byHand.firstEvent(), sizeof(UsbEventV2)) == 0, "the servers read differently");
+}
+
+/// One sender's turn: its latencies, or what went wrong.
+struct Sender {
+    std::vector<double> latencies;
+    std::exception_ptr failure;
+
+    void send(const char *path, std::latch &start)
+    {
+        static const std::string line = eventLine();
+        const sockaddr_un address = addressOf(path);
+        start.arrive_and_wait();
+        try {
+            for (const auto end = Clock::now() + kTurn; Clock::now() < end;) {
+                latencies.push_back(sendEvent(address, line));
+            }
+        } catch (...) {
+            failure = std::current_exception();
+        }
+    }
+};
+
+Turn takeTurn(EventServer &server, int senders)
+{
+    const Seconds serverBefore = server.processorTime();
+    const Seconds ownBefore = processorTimeOf(CLOCK_PROCESS_CPUTIME_ID);
+    std::vector<Sender> all(static_cast<std::size_t>(senders));
+    std::latch start(senders + 1);
+    std::vector<std::jthread> threads;
+    for (Sender &sender : all) {
+        threads.emplace_back([&sender, &server, &start] { sender.send(server.path(), start); });
+    }
+    start.arrive_and_wait();
+    const auto begin = Clock::now();
+    threads.clear();  // joins them
+    const Seconds length = Clock::now() - begin;
+    const Seconds own = processorTimeOf(CLOCK_PROCESS_CPUTIME_ID) - ownBefore;
+
+    std::vector<double> latencies;
+    for (const Sender &sender : all) {
+        if (sender.failure) {
+            std::rethrow_exception(sender.failure);
+        }
+        latencies.insert(latencies.end(), sender.latencies.begin(), sender.latencies.end());
+    }
+    server.settle(latencies.size());
+    const Seconds busy = own + server.processorTime() - serverBefore;
+    const auto events = static_cast<double>(latencies.size());
+    return {medianOf(std::move(latencies)), events / length.count(), events / busy.count()};
+}
+
+// ---- The comparison ----
+
+struct Figures {
+    std::vector<double> latencies;
+    std::vector<double> rates;
+    std::vector<double> ratesByProcessor;
+
+    void add(const Turn &turn)
+    {
+        latencies.push_back(turn.medianLatency);
+        rates.push_back(turn.rate);
+        ratesByProcessor.push_back(turn.rateByProcessor);
+    }
+    [[nodiscard]] Timing latency() const { return {medianOf(latencies), std::ranges::min(latencies)}; }
+};
+
+void compare(EventServer &library, EventServer &byHand, int senders)
+{
+    Figures figures[2];
+    EventServer *const servers[] = {&library, &byHand};
+    std::mt19937 random(static_cast<unsigned>(senders));
+    for (int round = 0; round < kRounds; ++round) {
+        const unsigned first = random() % 2;
+        for (const unsigned which : {first, 1 - first}) {
+            figures[which].add(takeTurn(*servers[which], senders));
+        }
+    }
+    const std::string suffix = ", " + std::to_string(senders) + (senders == 1 ? " sender" : " senders");
+    printRow("answer to an event" + suffix, figures[0].latency(), "by hand", figures[1].latency(), kLatencyGoal);
+    printRates("events a second" + suffix, medianOf(figures[0].rates), "by hand", medianOf(figures[1].rates));
+    printRates("... of processor time" + suffix, medianOf(figures[0].ratesByProcessor), "by hand",
+               medianOf(figures[1].ratesByProcessor), kRateGoal);
+}
+
+void printHoldings(const std::string &name, const EventServer &server)
+{
+    const Holdings &before = server.atRest();
+    const Holdings after = server.holdings();
+    const auto change = [](uint64_t from, uint64_t to) { return std::to_string(from) + " -> " + std::to_string(to); };
+    printFigure(name + " after " + std::to_string(server.sent()) + " events",
+                "descriptors " + change(before.descriptors, after.descriptors) + ", threads " +
+                    change(before.threads, after.threads) + ", kB resident " +
+                    change(before.residentKilobytes, after.residentKilobytes),
+                "as many", before.descriptors == after.descriptors && before.threads == after.threads);
+}
+
+/// A server has as many connections as come within the 100 ms that it keeps each.
+void allowManyDescriptors()
+{
+    rlimit limit{};
+    expect(getrlimit(RLIMIT_NOFILE, &limit) == 0, "getrlimit failed");
+    limit.rlim_cur = limit.rlim_max;
+    expect(setrlimit(RLIMIT_NOFILE, &limit) == 0, "setrlimit failed");
+}
+
+}  // namespace
+
+void measureUsbEvents()
+{
+    allowManyDescriptors();
+    const ServiceProcess service(ServiceProcess::Replies{{"isInitComplete", "yes"}, {"activateUSBEvents", "ok"}});
+    EventServer library(kLibraryPath, serveWithLibrary);
+    EventServer byHand(kByHandPath, serveByHand);
+    printHeading("USB events");
+    expectSameReading(library, byHand);
+    for (const int senders : {1, 8, 64}) {
+        compare(library, byHand, senders);
+    }
+    printHoldings("library", library);
+    printHoldings("by hand", byHand);
+}
+
+}  // namespace bench

@@ -6,6 +6,7 @@ packages=(
     cmake ninja-build g++ pkg-config binutils
     libcli11-dev libtomlplusplus-dev nlohmann-json3-dev
     libgtest-dev libgmock-dev libbenchmark-dev
+    clang libclang-rt-14-dev  # for the fuzzers
 )
 
 missing=()

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Sets everything up and passes the tests: as shipped, under the address and undefined-behaviour sanitizers, and, for what runs
-# threads, under the thread sanitizer. "./test.sh release" (or asan, tsan) runs one of the three.
+# threads, under the thread sanitizer; then the fuzzers, for a few seconds each. "./test.sh release" (or asan, tsan, fuzz) runs one
+# of the four.
 set -euo pipefail
 cd "$(dirname "$0")"
 ./setup.sh
@@ -15,9 +16,10 @@ build_and_test() { # PRESET TARGET CTEST-ARGUMENT...
     ctest --preset "$preset" -j 8 --progress "$@"
 }
 
-[ $# -gt 0 ] || set -- release asan tsan
+[ $# -gt 0 ] || set -- release asan tsan fuzz
 for preset in "$@"; do
     case $preset in
+    fuzz) echo "== fuzz" && ./fuzz.sh 5 ;;
     tsan) build_and_test tsan threaded_tests -L threads ;;
     *) build_and_test "$preset" all ;;
     esac

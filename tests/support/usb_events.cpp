@@ -95,13 +95,15 @@ Script agrees(std::vector<std::pair<std::string, std::string>> replies)
         });
 }
 
-std::string answerOfUsbServer(const std::string &bytes)
+namespace {
+
+std::string askUsbServer(const std::string &bytes, bool untilItCloses)
 {
     const int client = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::strcpy(address.sun_path, kUsbSocket);
-    std::string answer = "(nobody)";
+    std::string heard = "(nobody)";
     if (connect(client, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0) {
         // By other calls than the library's, which tests put themselves in between.
         iovec all{const_cast<char *>(bytes.data()), bytes.size()};
@@ -109,15 +111,22 @@ std::string answerOfUsbServer(const std::string &bytes)
         message.msg_iov = &all;
         message.msg_iovlen = 1;
         sendmsg(client, &message, MSG_NOSIGNAL);
-        answer.clear();
+        heard.clear();
         char piece[256];
-        for (ssize_t count = 0; (count = read(client, piece, sizeof piece)) > 0;) {
-            answer.append(piece, static_cast<std::size_t>(count));
+        for (ssize_t count = 0;
+             (untilItCloses || !heard.ends_with('\n')) && (count = read(client, piece, sizeof piece)) > 0;) {
+            heard.append(piece, static_cast<std::size_t>(count));
         }
     }
     close(client);
-    return answer;
+    return heard;
 }
+
+}  // namespace
+
+std::string answerOfUsbServer(const std::string &bytes) { return askUsbServer(bytes, true); }
+
+std::string lineOfUsbServer(const std::string &bytes) { return askUsbServer(bytes, false); }
 
 bool eventually(const std::function<bool()> &condition)
 {

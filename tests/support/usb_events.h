@@ -48,6 +48,9 @@ Script agrees(std::vector<std::pair<std::string, std::string>> replies = {});
 /// What the USB event server answers to these bytes, line feed and all, until it closes; "(nobody)" where none listens.
 std::string answerOfUsbServer(const std::string &bytes);
 
+/// As answerOfUsbServer, but without waiting for the end: the daemon has what it wants when the line has come.
+std::string lineOfUsbServer(const std::string &bytes);
+
 /// Waits until a condition holds; false after 10 s.
 bool eventually(const std::function<bool()> &condition);
 

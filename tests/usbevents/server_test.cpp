@@ -497,18 +497,7 @@ TEST_F(UsbServer, loses_no_event_of_several_senders_and_keeps_nothing)
         senders.emplace_back([&, sender] {
             for (int event = 0; event < kEvents; ++event) {
                 const std::string name = std::to_string(sender) + "-" + std::to_string(event);
-                // Not by the library's sender, which detaches the thread; and without waiting for the end.
-                sockaddr_un address{};
-                address.sun_family = AF_UNIX;
-                std::strcpy(address.sun_path, support::kUsbSocket);
-                const int client = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-                ASSERT_EQ(connect(client, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
-                const std::string text = "removeUSBdevice*10.0.0.5*" + name + "*x*\n";
-                ASSERT_EQ(write(client, text.data(), text.size()), static_cast<ssize_t>(text.size()));
-                char answer[8] = {};
-                ASSERT_EQ(read(client, answer, sizeof answer), 3);
-                delivered += std::string_view(answer) == "ok\n" ? 1 : 0;
-                close(client);
+                delivered += support::lineOfUsbServer("removeUSBdevice*10.0.0.5*" + name + "*x*\n") == "ok\n" ? 1 : 0;
             }
         });
     }

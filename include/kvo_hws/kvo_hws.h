@@ -11,6 +11,7 @@
 #define KVO_HWS_KVO_HWS_H
 
 #include <kvo_hws/codecs.h>
+#include <kvo_hws/config.h>
 #include <kvo_hws/requests.h>
 #include <kvo_hws/result.h>
 #include <kvo_hws/runtime.h>

@@ -528,6 +528,28 @@ void collectUsbEvents(Collector &collector)
     });
 }
 
+void collectConfiguration(Collector &collector)
+{
+    collector.run("configuration", kAll, [] {
+        char text[300];
+        uint32_t word = 0;
+        uint16_t port = 0;
+        for (int round = 0; round < 2; ++round) {
+            GetInterfaceIP(text, &word);
+            GetPortNumber(&port);
+            GetSessionNumber(&word);
+            GetRHZName(text);
+            GetBacklightMode(&word);
+            GetBrightnessMode(&word);
+            GetBacklightBrightnessMode(&word);
+            GetRegistryPath(text);
+            hws_keywords[0].defaultText = "none";
+            hws_keywords[1].defaultText = "panel";
+            ReadConfFile();
+        }
+    });
+}
+
 TEST(LogTexts, are_those_of_the_golden_list)
 {
     Collector collector;
@@ -539,6 +561,7 @@ TEST(LogTexts, are_those_of_the_golden_list)
     collectSenders(collector);
     collectReaders(collector);
     collectUsbEvents(collector);
+    collectConfiguration(collector);
 
     if (std::getenv("KVO_WRITE_GOLDEN") != nullptr) {
         std::ofstream(KVO_LOG_TEXTS) << collector.text();

@@ -13,10 +13,11 @@ namespace support {
 
 namespace {
 
-std::mutex lock;
-std::string identity;
-std::vector<LogLine> recorded;
-std::function<void()> whenRecorded;
+// Never destroyed: threads of the library may still log while the process ends.
+std::mutex &lock = *new std::mutex;
+std::string &identity = *new std::string;
+std::vector<LogLine> &recorded = *new std::vector<LogLine>;
+std::function<void()> &whenRecorded = *new std::function<void()>;
 
 void record(int priority, const char *format, va_list arguments)
 {

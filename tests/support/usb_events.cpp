@@ -18,10 +18,11 @@ namespace support {
 
 namespace {
 
-std::mutex recorderLock;
-std::condition_variable recorded;
-std::vector<ToldEvent> told;
-std::function<int32_t(const ToldEvent &)> answer;
+// Never destroyed: a callback may still be called while the process ends.
+std::mutex &recorderLock = *new std::mutex;
+std::condition_variable &recorded = *new std::condition_variable;
+std::vector<ToldEvent> &told = *new std::vector<ToldEvent>;
+std::function<int32_t(const ToldEvent &)> &answer = *new std::function<int32_t(const ToldEvent &)>;
 
 int32_t note(const ToldEvent &event)
 {
@@ -113,8 +114,7 @@ std::string askUsbServer(const std::string &bytes, bool untilItCloses)
         sendmsg(client, &message, MSG_NOSIGNAL);
         heard.clear();
         char piece[256];
-        for (ssize_t count = 0;
-             (untilItCloses || !heard.ends_with('\n')) && (count = read(client, piece, sizeof piece)) > 0;) {
+        for (ssize_t count = 0; (untilItCloses || !heard.ends_with('\n')) && (count = read(client, piece, sizeof piece)) > 0;) {
             heard.append(piece, static_cast<std::size_t>(count));
         }
     }

@@ -17,6 +17,7 @@
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <mutex>
 #include <regex>
 #include <sstream>
 #include <string>
@@ -72,6 +73,7 @@ private:
             return support::kPass;
         }
         const support::WorkingAllocations forTheTest;
+        const std::lock_guard lock(lock_);
         flags_.push_back(flags);
         mode_ = mode;
         if (onOpen) {
@@ -81,6 +83,7 @@ private:
     }
 
     std::string path_ = testing::TempDir() + "trace." + std::to_string(getpid());
+    std::mutex lock_;
     std::vector<int> flags_;
     mode_t mode_ = 0;
     support::WithSystemCalls calls_{

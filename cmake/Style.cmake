@@ -12,6 +12,6 @@ endif()
 # clang-tidy takes the compiler's precompiled headers for its own, and fails: it has the preset debug.
 if(RUN_CLANG_TIDY AND NOT KVO_PCH)
   add_custom_target(tidy COMMAND ${RUN_CLANG_TIDY} -quiet -p ${CMAKE_BINARY_DIR}
-                    "${PROJECT_SOURCE_DIR}/(runtime|service|codecs|requests|usbevents|config|platform|tools)/.*"
+                    "${PROJECT_SOURCE_DIR}/(runtime|service|codecs|requests|usbevents|config|agent|platform|tools)/.*"
                     WORKING_DIRECTORY ${PROJECT_SOURCE_DIR} VERBATIM)
 endif()

@@ -1,6 +1,7 @@
 // What a station does when it gets the focus and at start, and its channel information.
 #include <kvo_hws/requests.h>
 
+#include "requests/focus.h"
 #include "requests/values.h"
 #include "service/request.h"
 
@@ -104,15 +105,25 @@ int32_t KVO_HWS_getKVOScreenOnFocus(uint32_t station, char *screen) noexcept
         .result();
 }
 
-int32_t KVO_HWS_getKVOT2M2N(uint32_t station, char *text) noexcept
+namespace {
+
+template <class Read>
+int32_t readT2M2N(uint32_t station, const char *text, Read read) noexcept
 {
     // Whatever the daemon answers is the text.
-    return Request("get KVO M:N")
-        .needs(text)
-        .send("getKVOt2m2n=%08X", station)
-        .onFailed()
-        .whole(kvo_hws::unboundedText(text))
-        .result();
+    return Request("get KVO M:N").needs(text).send("getKVOt2m2n=%08X", station).onFailed().whole(read).result();
+}
+
+}  // namespace
+
+int32_t KVO_HWS_getKVOT2M2N(uint32_t station, char *text) noexcept
+{
+    return readT2M2N(station, text, kvo_hws::unboundedText(text));
+}
+
+int32_t kvo_hws::getT2M2N(uint32_t station, char *text, std::size_t size) noexcept
+{
+    return readT2M2N(station, text, boundedText(text, size));
 }
 
 int32_t KVO_HWS_setChannelInfo(uint32_t station, const char *info) noexcept

@@ -53,4 +53,15 @@ inline auto unboundedText(char *out) noexcept
     };
 }
 
+/// The rest as a text, cut to a buffer of @p size bytes with its terminator.
+inline auto boundedText(char *out, std::size_t size) noexcept
+{
+    return [=](const char *rest) -> Answer {
+        const std::size_t length = strnlen(rest, size - 1);
+        std::memcpy(out, rest, length);
+        out[length] = '\0';
+        return {KVO_HWS_OK};
+    };
+}
+
 }  // namespace kvo_hws

@@ -10,6 +10,7 @@
 #ifndef KVO_HWS_KVO_HWS_H
 #define KVO_HWS_KVO_HWS_H
 
+#include <kvo_hws/agent.h>
 #include <kvo_hws/codecs.h>
 #include <kvo_hws/config.h>
 #include <kvo_hws/requests.h>

@@ -550,6 +550,24 @@ void collectConfiguration(Collector &collector)
     });
 }
 
+void collectFocusStation(Collector &collector)
+{
+    const std::string station =
+        "0A000005 00000001 00000002 00000003 00000001 x 00000001 00000002 00000003 00000004 00000005 00000006 "
+        "00000007 ";
+    collector.run("station in focus", kMessagesOnly, [&] {
+        gFocusKvoIp = 0x0500000A;
+        init_fb();
+        {
+            const ScriptedService service({support::replies(station), support::replies("failed")});
+            init_fb();
+        }
+        gFocusKvoIp = 0;
+        std::strcpy(gFocusName, "panel");
+        init_fb();
+    });
+}
+
 TEST(LogTexts, are_those_of_the_golden_list)
 {
     Collector collector;
@@ -562,6 +580,7 @@ TEST(LogTexts, are_those_of_the_golden_list)
     collectReaders(collector);
     collectUsbEvents(collector);
     collectConfiguration(collector);
+    collectFocusStation(collector);
 
     if (std::getenv("KVO_WRITE_GOLDEN") != nullptr) {
         std::ofstream(KVO_LOG_TEXTS) << collector.text();

@@ -1,0 +1,183 @@
+// The console, sysfs-style files and the viewer's error texts.
+#include <kvo_hws/agent.h>
+
+#include "support/failing_allocations.h"
+#include "support/syslog_capture.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <memory>
+#include <string>
+#include <syslog.h>
+#include <unistd.h>
+
+namespace {
+
+using support::LogLine;
+using support::SyslogCapture;
+using testing::ElementsAre;
+
+class SysfsFile : public testing::Test {
+protected:
+    void SetUp() override { std::filesystem::create_directories(root_); }
+    void TearDown() override { std::filesystem::remove_all(root_); }
+
+    void put(const std::string &file, const std::string &content) const
+    {
+        std::filesystem::create_directories(std::filesystem::path(root_ + "/" + file).parent_path());
+        std::ofstream(root_ + "/" + file) << content;
+    }
+    [[nodiscard]] std::string read(const std::string &sub, const std::string &file) const
+    {
+        const std::unique_ptr<char, void (*)(void *)> line(sysfsfile(root_.c_str(), sub.c_str(), file.c_str()), std::free);
+        return line != nullptr ? line.get() : "(null)";
+    }
+
+    std::string root_ = testing::TempDir() + "sysfs." + std::to_string(getpid());
+};
+
+TEST_F(SysfsFile, is_read_by_its_first_line)
+{
+    put("panel/name", "first\nsecond\n");
+    put("panel/bare", "no line end");
+    put("panel/empty", "");
+    put("panel/long", std::string(300, 'x') + "\n");
+    EXPECT_EQ(read("panel", "name"), "first");
+    EXPECT_EQ(read("panel", "bare"), "no line end");
+    EXPECT_EQ(read("panel", "empty"), "");
+    EXPECT_EQ(read("panel", "long"), std::string(127, 'x'));
+    EXPECT_EQ(read("panel", "missing"), "(null)");
+    EXPECT_EQ(read("missing", "name"), "(null)");
+}
+
+TEST_F(SysfsFile, may_stand_below_whatever_entry_there_is)
+{
+    put("device0/name", "found");
+    EXPECT_EQ(read("*", "name"), "found");
+    put("device0/sub/one/two", "deeper");
+    EXPECT_EQ(read("device0/sub/*", "two"), "deeper");
+}
+
+TEST_F(SysfsFile, substitutes_the_first_placeholder_alone)
+{
+    put("device0/sub/name", "found");
+    EXPECT_EQ(read("*/*", "name"), "(null)");
+    put("device0/*/name", "literal");
+    EXPECT_EQ(read("*/*", "name"), "literal");
+}
+
+TEST_F(SysfsFile, takes_a_star_that_is_part_of_a_name_for_itself)
+{
+    put("device0/name", "found");
+    EXPECT_EQ(read("dev*", "name"), "(null)");
+    EXPECT_EQ(read("*0", "name"), "(null)");
+    put("dev*/name", "literal");
+    EXPECT_EQ(read("dev*", "name"), "literal");
+}
+
+TEST_F(SysfsFile, in_a_folder_without_entries_is_looked_for_literally) { EXPECT_EQ(read("*", "name"), "(null)"); }
+
+TEST_F(SysfsFile, may_end_in_a_placeholder)
+{
+    put("folder/only", "the one");
+    EXPECT_EQ(read("folder", "*"), "the one");
+}
+
+TEST_F(SysfsFile, without_memory_for_the_line_ends_the_process)
+{
+    if (const char *const reason = support::FailingAllocations::unavailable()) {
+        GTEST_SKIP() << reason;
+    }
+    put("panel/name", "first\n");
+    EXPECT_EXIT(
+        {
+            const support::FailingAllocations failing;
+            sysfsfile(root_.c_str(), "panel", "name");
+        },
+        testing::ExitedWithCode(1), "");
+}
+
+TEST_F(SysfsFile, has_its_placeholder_replaced_in_place)
+{
+    put("only/x", "");
+    char path[600];
+    std::strcpy(path, (root_ + "/*").c_str());
+    sysfssubst(path);
+    EXPECT_EQ(path, root_ + "/only");
+    std::strcpy(path, (root_ + "/missing/*").c_str());
+    sysfssubst(path);
+    EXPECT_EQ(path, root_ + "/missing/*") << "no such folder";
+    std::filesystem::create_directories(root_ + "/only/empty");
+    std::strcpy(path, (root_ + "/only/empty/*").c_str());
+    sysfssubst(path);
+    EXPECT_EQ(path, root_ + "/only/empty/*") << "nothing in it";
+    path[0] = '\0';
+    sysfssubst(path);
+    EXPECT_STREQ(path, "");
+}
+
+// ---- The console: standard input is none here ----
+
+class Console : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        before_ = dup(STDIN_FILENO);
+        const int none = open("/dev/null", O_RDONLY | O_CLOEXEC);
+        dup2(none, STDIN_FILENO);
+        close(none);
+    }
+    void TearDown() override
+    {
+        dup2(before_, STDIN_FILENO);
+        close(before_);
+    }
+
+private:
+    int before_ = -1;
+};
+
+TEST_F(Console, that_is_none_is_told_when_its_switching_is_to_be_controlled)
+{
+    for (const int on : {0, 1}) {
+        const SyslogCapture capture;
+        enable_vt_control(on);
+        EXPECT_THAT(capture.lines(), ElementsAre(LogLine{"", LOG_ERR, "VT_GETMODE: Inappropriate ioctl for device"}));
+    }
+}
+
+/// Six is what is asked for, and a state as well: callers cannot tell, and never could.
+TEST_F(Console, that_is_none_has_the_shift_state_6)
+{
+    const SyslogCapture capture;
+    EXPECT_EQ(get_shiftstate(), 6);
+    EXPECT_THAT(capture.lines(), ElementsAre(LogLine{"", LOG_WARNING, "TIOCLINUX(6): Inappropriate ioctl for device"}));
+}
+
+// ---- The viewer's errors ----
+
+TEST(ViewerErrors, have_their_texts)
+{
+    EXPECT_STREQ(vnc_strerror(246), "Scaling not possible (depth mismatch)");
+    EXPECT_STREQ(vnc_strerror(247), "Viewer changes resolution");
+    EXPECT_STREQ(vnc_strerror(248), "Viewer preempted");
+    EXPECT_STREQ(vnc_strerror(249), "HMI timeout");
+    EXPECT_STREQ(vnc_strerror(250), "Framebuffer initialization error");
+    EXPECT_STREQ(vnc_strerror(251), "Server size too large (and no scaling)");
+    EXPECT_STREQ(vnc_strerror(252), "Framebuffer unsupported pixel format");
+    EXPECT_STREQ(vnc_strerror(253), "Format/encoding negotiation failed");
+    EXPECT_STREQ(vnc_strerror(254), "Viewer aborted");
+    EXPECT_STREQ(vnc_strerror(-1), "not a VNC server");
+    EXPECT_STREQ(vnc_strerror(111), "no server on this port");
+    for (const int code : {0, 2, 110, 112, 245, 255}) {
+        EXPECT_STREQ(vnc_strerror(code), std::strerror(code)) << code;
+    }
+    EXPECT_EQ(VNCERRNO, 0);
+}
+
+}  // namespace

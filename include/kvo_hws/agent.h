@@ -92,7 +92,7 @@ KVO_HWS_API void enable_vt_control(int on) KVO_HWS_NOEXCEPT;
  */
 KVO_HWS_API int get_shiftstate(void) KVO_HWS_NOEXCEPT;
 
-/** The text of a viewer's error code; the system's text for a code that is none. */
+/** The text of a viewer's error code; the system's text for a code that is none, valid until the thread's next such call. */
 KVO_HWS_API const char *vnc_strerror(int code) KVO_HWS_NOEXCEPT;
 
 /** Not used by the library. */

@@ -175,7 +175,8 @@ TEST(ViewerErrors, have_their_texts)
     EXPECT_STREQ(vnc_strerror(-1), "not a VNC server");
     EXPECT_STREQ(vnc_strerror(111), "no server on this port");
     for (const int code : {0, 2, 110, 112, 245, 255}) {
-        EXPECT_STREQ(vnc_strerror(code), std::strerror(code)) << code;
+        const std::string ours = vnc_strerror(code);  // a text for no code at all is overwritten by the next one
+        EXPECT_EQ(ours, std::strerror(code)) << code;
     }
     EXPECT_EQ(VNCERRNO, 0);
 }

@@ -2,6 +2,7 @@
 #include <kvo_hws/config.h>
 #include <kvo_hws/runtime.h>
 
+#include "support/kept_by_the_platform.h"
 #include "support/syslog_capture.h"
 
 #include <arpa/inet.h>
@@ -31,6 +32,7 @@ public:
     {
         std::ofstream(path_) << content;
         setenv("KVO_PLATFORM_CONFIG", path_.c_str(), 1);
+        const support::KeptByThePlatform replaced;
         ReadConfFile();
     }
     Read(const Read &) = delete;

@@ -2,6 +2,7 @@
 // search logs for them. KVO_WRITE_GOLDEN=1 in the environment writes the list anew instead.
 #include <kvo_hws/kvo_hws.h>
 
+#include "support/kept_by_the_platform.h"
 #include "support/no_descriptors.h"
 #include "support/own_thread.h"
 #include "support/scripted_service.h"
@@ -531,6 +532,7 @@ void collectUsbEvents(Collector &collector)
 void collectConfiguration(Collector &collector)
 {
     collector.run("configuration", kAll, [] {
+        const support::KeptByThePlatform replaced;
         char text[300];
         uint32_t word = 0;
         uint16_t port = 0;

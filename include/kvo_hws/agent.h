@@ -1,5 +1,6 @@
 /** @file
- *  The remote agent's view of its station: the station in focus, the names of the remote side, the console and sysfs-style files.
+ *  The remote agent's view of its station: the station in focus, the names of the remote side, the console and sysfs-style
+ *  files.
  */
 #ifndef KVO_HWS_AGENT_H
 #define KVO_HWS_AGENT_H

@@ -1,5 +1,5 @@
-// USB events through the library's server, against a server written by hand. Each is a process of its own and stays for the whole
-// run; both get the same senders, in turns.
+// USB events through the library's server, against a server written by hand. Each is a process of its own and stays for the
+// whole run; both get the same senders, in turns.
 #include "by_hand/by_hand.h"
 #include "subjects.h"
 #include "support/child_process.h"

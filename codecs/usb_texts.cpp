@@ -109,8 +109,8 @@ private:
 
 // ---- Reading ----
 
-/// The fields of a text, one after the other, each with the codes for its being missing or malformed. The first fault stays, and
-/// nothing behind it is read. Fields are told apart as strtok does, without its state that all callers share.
+/// The fields of a text, one after the other, each with the codes for its being missing or malformed. The first fault stays,
+/// and nothing behind it is read. Fields are told apart as strtok does, without its state that all callers share.
 class Reader {
 public:
     explicit Reader(char *text) noexcept : rest_(text) {}

@@ -1,5 +1,5 @@
-// How a reader of USB event texts is fuzzed: what it makes of a text is compared, to the byte, with what a plain reading by strtok
-// and strtoul makes of the same text. A fuzzer is the list of its reader's fields.
+// How a reader of USB event texts is fuzzed: what it makes of a text is compared, to the byte, with what a plain reading by
+// strtok and strtoul makes of the same text. A fuzzer is the list of its reader's fields.
 #pragma once
 
 #include "support.h"

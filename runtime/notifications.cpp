@@ -87,8 +87,8 @@ int WaitShutdown(Notify *record, unsigned ms) noexcept
         if (sleepFor(left) == 0 && shared(record->uiUsers).load() != 0) {
             return -2;
         }
-        // Asked also when the time ran out just as the last user left: then it is an errno of long ago that decides between -1 and 1.
-        // Callers know the -1; an answer of its own for that case would change what they see.
+        // Asked also when the time ran out just as the last user left: then it is an errno of long ago that decides between -1
+        // and 1. Callers know the -1; an answer of its own for that case would change what they see.
         if (errno != EINTR) {
             return -1;
         }
@@ -130,8 +130,8 @@ int WaitReceivedNotify(sem_t *semaphore, unsigned milliseconds) noexcept
     timespec deadline = {};
     clock_gettime(CLOCK_REALTIME, &deadline);
     deadline.tv_sec += static_cast<time_t>(milliseconds / kMillisecondsPerSecond);
-    // Microseconds in a place for nanoseconds, and without a carry: waits have always been this short, and a deadline that comes out
-    // invalid for it has always been a failure. Hosts are tuned to both.
+    // Microseconds in a place for nanoseconds, and without a carry: waits have always been this short, and a deadline that
+    // comes out invalid for it has always been a failure. Hosts are tuned to both.
     deadline.tv_nsec += static_cast<long>(milliseconds % kMillisecondsPerSecond) * 1000;
     const kvo_hws::NoCancellation wholeWait;
     if (sem_timedwait(semaphore, &deadline) == 0) {

@@ -52,8 +52,8 @@ struct FreeHeap {
 /// A text that came from malloc, as the C interface hands texts over.
 using HeapText = std::unique_ptr<char, FreeHeap>;
 
-/// Keeps a thread from being cancelled for a scope: a cancelled thread would leave with locks held, and could not pass a function
-/// that lets no exception out.
+/// Keeps a thread from being cancelled for a scope: a cancelled thread would leave with locks held, and could not pass a
+/// function that lets no exception out.
 class NoCancellation {
 public:
     NoCancellation() noexcept { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }

@@ -44,7 +44,8 @@ void boundWrites(const Descriptor &socket, std::chrono::microseconds bound) noex
     setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &time, sizeof time);
 }
 
-/// A clock that is cheap to read and a few milliseconds coarse: it is read for every request, and looked at after signals alone.
+/// A clock that is cheap to read and a few milliseconds coarse: it is read for every request, and looked at after signals
+/// alone.
 std::chrono::microseconds coarseNow() noexcept
 {
     timespec now{};

@@ -189,7 +189,8 @@ int KillUsbServer() noexcept
     }
     std::memcpy(message, kSuicide.data(), kSize);
     if (SendCommand2DLL(message, 1) != kSent) {
-        return -2;  // nobody listens, which is usual; it outweighs a server that did not stop: the path is free for the next one
+        // Nobody listens, which is usual. It outweighs a server that did not stop: the path is free for the next one.
+        return -2;
     }
     return stopped ? 1 : -1;
 }

@@ -1,5 +1,5 @@
-// Activating and closing USB events. Both stop whatever server runs and leave the talk with the service to a thread; what comes of
-// it is told to the callback.
+// Activating and closing USB events. Both stop whatever server runs and leave the talk with the service to a thread; what
+// comes of it is told to the callback.
 #include "usbevents/activation.h"
 
 #include <kvo_hws/result.h>

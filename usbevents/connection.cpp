@@ -82,7 +82,8 @@ const char *newDevice(char *text) noexcept
     return loggedAnswerTo(kCallbackFailed, kStep);
 }
 
-/// For the newer callback alone, as the change of state is: the older one has no code for either, and programs that set it know none.
+/// For the newer callback alone, as the change of state is: the older one has no code for either, and programs that set it
+/// know none.
 const char *refusedDevice(char *text) noexcept
 {
     constexpr const char *kStep = " ExecuteIgnoreUSBDevice";

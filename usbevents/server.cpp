@@ -1,5 +1,5 @@
-// The USB event server: one thread that accepts, and a thread for each connection. It ends by its state word, at which it looks at
-// least once a second.
+// The USB event server: one thread that accepts, and a thread for each connection. It ends by its state word, at which it
+// looks at least once a second.
 #include "usbevents/server.h"
 
 #include <kvo_hws/runtime.h>
@@ -31,7 +31,8 @@ constexpr auto kStartPeriod = 1ms;
 /// Why a server ended; part of its last log line.
 enum class End { stopped = 0, noSocket = 1, notBound = 2, notListening = 3, waitFailed = 4, acceptFailed = 5, noThread = 6 };
 
-/// Taking a number, and taking the socket's path, are each one step: of two servers that start at once, the last one has the path too.
+/// Taking a number, and taking the socket's path, are each one step: of two servers that start at once, the last one has the
+/// path too.
 pthread_mutex_t pathChange = PTHREAD_MUTEX_INITIALIZER;
 
 /// Servers are numbered as they start; only the last one is anybody's server.

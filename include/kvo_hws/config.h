@@ -40,18 +40,18 @@ extern KVO_HWS_API ConfData sConfData;
 extern KVO_HWS_API HwsKeyword hws_keywords[13];
 
 /** Clears sConfData and reads the configuration file into it: the one that the platform names (PLATFORM_CONFIG_FILE), else
- *  "/etc/kvo_hws.conf". What the file lacks, or a file that is not there, leaves the defaults. The texts of an earlier read are not
- *  freed: a program may still hold them.
- *  Logged with LOG at LOG_DEBUG: "veltrop configuration file name: <name>", "configuration data:" and a line for each value; "data
- *  set" is 0 there, since it is set last.
+ *  "/etc/kvo_hws.conf". What the file lacks, or a file that is not there, leaves the defaults. The texts of an earlier read are
+ *  not freed: a program may still hold them.
+ *  Logged with LOG at LOG_DEBUG: "veltrop configuration file name: <name>", "configuration data:" and a line for each value;
+ *  "data set" is 0 there, since it is set last.
  */
 KVO_HWS_API void ReadConfFile(void) KVO_HWS_NOEXCEPT;
 
 /** Reads the address of the configured interface as it is now.
  *  @param ipString_out  receives it dotted; 20 bytes
  *  @param ipValue_out   receives it as inet_aton stores it
- *  @return 0; -1 the interface has none ("GetIpByInterface fails with <result> ==> no IP address for interface '<name>' available");
- *  -2 the file was not read ("config dat not set ==> no IP address for interface '<name>' available"); logged at LOG_ERR
+ *  @return 0; -1 the interface has none ("GetIpByInterface fails with <result> ==> no IP address for interface '<name>'
+ *  available"); -2 the file was not read ("config dat not set ==> no IP address for interface '<name>' available"); logged at LOG_ERR
  */
 KVO_HWS_API int GetInterfaceIP(char *ipString_out, uint32_t *ipValue_out) KVO_HWS_NOEXCEPT;
 

@@ -1,4 +1,5 @@
-// What the platform's configuration reader allocates and forgets: it can not know whether a text that it replaces is still held.
+// What the platform's configuration reader allocates and forgets: it can not know whether a text that it replaces is still
+// held.
 #pragma once
 
 #if defined(__SANITIZE_ADDRESS__)

@@ -12,8 +12,8 @@
 
 namespace support {
 
-/// What a test puts in a call's place; an empty one lets the call through. Any thread may be calling meanwhile, so that a stand-in
-/// may run several times at once, and still run when it has been taken away.
+/// What a test puts in a call's place; an empty one lets the call through. Any thread may be calling meanwhile, so that a
+/// stand-in may run several times at once, and still run when it has been taken away.
 struct SystemCalls {
     std::function<int(int domain)> socket{};
     std::function<int(int fd, const sockaddr *address, socklen_t length)> bind{};

@@ -33,7 +33,8 @@ std::atomic<int> told{0};
 
 int32_t count(UsbEventV2 *event) { return event->code == USB_EVENT_REMOVED ? ++told, 0 : -1; }
 
-/// Each connection keeps a descriptor for 100 ms. Where a process may have few, the sender waits for some of them to be given back.
+/// Each connection keeps a descriptor for 100 ms. Where a process may have few, the sender waits for some of them to be given
+/// back.
 class Pace {
 public:
     Pace()

@@ -1,5 +1,5 @@
-// Another program of the panel: activates USB events for an "a" on its standard input, closes them for a "c", and reports each code
-// that its callback hears as a byte on its standard output.
+// Another program of the panel: activates USB events for an "a" on its standard input, closes them for a "c", and reports each
+// code that its callback hears as a byte on its standard output.
 #include <kvo_hws/usbevents.h>
 
 #include "support/own_thread.h"

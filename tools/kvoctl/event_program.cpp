@@ -16,8 +16,8 @@ namespace kvoctl {
 
 namespace {
 
-/// How a program is started: without input, and what it writes to its standard output goes to standard error, for standard output
-/// carries nothing but the events.
+/// How a program is started: without input, and what it writes to its standard output goes to standard error, for standard
+/// output carries nothing but the events.
 class Start {
 public:
     explicit Start(const sigset_t &signals)

@@ -14,8 +14,8 @@ public:
     /// @p complaint  begins what is written on standard error
     EventProgram(std::string program, const sigset_t &signals, std::string complaint);
 
-    /// Runs the program with the event in its environment and waits for it. True when it has ended with 0; otherwise standard error
-    /// tells why not. Several threads may run it at once.
+    /// Runs the program with the event in its environment and waits for it. True when it has ended with 0; otherwise standard
+    /// error tells why not. Several threads may run it at once.
     [[nodiscard]] bool run(const UsbEvent &event) const;
 
 private:

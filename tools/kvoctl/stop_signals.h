@@ -7,8 +7,9 @@
 
 namespace kvoctl {
 
-/// Takes SIGINT, SIGTERM and SIGHUP off this thread and the threads that it starts from here on, for as long as the process lives:
-/// a second Ctrl-C must not interrupt the tidying up after the first. SIGPIPE is kept off too; writing tells it by an error.
+/// Takes SIGINT, SIGTERM and SIGHUP off this thread and the threads that it starts from here on, for as long as the process
+/// lives: a second Ctrl-C must not interrupt the tidying up after the first. SIGPIPE is kept off too; writing tells it by an
+/// error.
 class StopSignals {
 public:
     StopSignals();

@@ -21,9 +21,9 @@ struct UsbEventPlan {
 
 enum class UsbEventEnd { closed, takenOver };
 
-/// Activates USB events and waits until a signal comes, the output's reader goes away, or another program takes the events over;
-/// closes them unless they are another's by then. One at a time in a process.
-/// Throws Failure where the service or the library fails, and std::runtime_error where the output can not be written.
+/// Activates USB events and waits until a signal comes, the output's reader goes away, or another program takes the events
+/// over; closes them unless they are another's by then. One at a time in a process. Throws Failure where the service or the
+/// library fails, and std::runtime_error where the output can not be written.
 UsbEventEnd runUsbEvents(const UsbEventPlan &plan, const StopSignals &signals);
 
 }  // namespace kvoctl

@@ -11,8 +11,8 @@
 
 namespace kvosim {
 
-/// Carries out "usb.plug", "usb.refuse", "usb.unplug", "usb.state", "usb.list" and "usb.storm"; nothing where it is none of them.
-/// What can not be done throws.
+/// Carries out "usb.plug", "usb.refuse", "usb.unplug", "usb.state", "usb.list" and "usb.storm"; nothing where it is none of
+/// them. What can not be done throws.
 std::optional<Reply> answerUsbControl(UsbEvents &events, const Json &request, const LineServer::Caller &caller);
 
 /// The names above, for messages.

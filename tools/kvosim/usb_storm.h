@@ -15,8 +15,8 @@ struct StormOrder {
     std::optional<uint32_t> station{};  ///< none: all in turn
 };
 
-/// Begins a storm, whose sums are told to @p caller at its end. It ends early when nobody waits for them any more, and when events
-/// are deactivated. Throws Refused where it can not begin.
+/// Begins a storm, whose sums are told to @p caller at its end. It ends early when nobody waits for them any more, and when
+/// events are deactivated. Throws Refused where it can not begin.
 void beginUsbStorm(UsbEvents &events, const StormOrder &order, const LineServer::Caller &caller);
 
 }  // namespace kvosim

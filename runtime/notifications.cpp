@@ -1,6 +1,6 @@
 // The handshake that stops worker threads: a record with a state word, SIGUSR1 to end a sleep early, and sleeps that never take
 // longer in all than was asked for. The state is written before the signal is sent.
-#include <kvo_hws/runtime.h>
+#include "runtime/notifications.h"
 
 #include "runtime/owners.h"
 #include "runtime/shared_word.h"
@@ -98,15 +98,20 @@ int WaitShutdown(Notify *record, unsigned ms) noexcept
     }
 }
 
+int kvo_hws::requestStop(Notify &record, unsigned milliseconds) noexcept
+{
+    shared(record.threadRequester).store(pthread_self());
+    shared(record.uiState).store(NOTIFY_STOP_REQUESTED);
+    NotifyThread(shared(record.threadWorker).load());
+    return WaitShutdown(&record, milliseconds);
+}
+
 int ShutdownThread(Notify *record, unsigned milliseconds) noexcept
 {
     if (record == nullptr) {
         return -2;
     }
-    shared(record->threadRequester).store(pthread_self());
-    shared(record->uiState).store(NOTIFY_STOP_REQUESTED);
-    NotifyThread(shared(record->threadWorker).load());
-    const int result = WaitShutdown(record, milliseconds);
+    const int result = kvo_hws::requestStop(*record, milliseconds);
     // Freed also when the worker goes on: it is the worker that must not come back to it.
     DeleteNotify(&record);
     return result;

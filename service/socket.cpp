@@ -18,11 +18,12 @@ namespace kvo_hws {
 
 namespace {
 
-/// A path as a socket address, whose length counts the family and the path without its terminator.
+/// A path as a socket address. The length of the path alone counts the family and the path without its terminator.
 class LocalAddress {
 public:
-    explicit LocalAddress(std::string_view path) noexcept
-        : length_(static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + path.size()))
+    explicit LocalAddress(std::string_view path, AddressLength length = AddressLength::path) noexcept
+        : length_(length == AddressLength::whole ? socklen_t{sizeof(sockaddr_un)}
+                                                 : static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + path.size()))
     {
         address_.sun_family = AF_UNIX;
         std::memcpy(address_.sun_path, path.data(), path.size());
@@ -65,9 +66,9 @@ Descriptor openLocalSocket() noexcept
     return socket;
 }
 
-bool connectLocal(const Descriptor &socket, std::string_view path) noexcept
+bool connectLocal(const Descriptor &socket, std::string_view path, AddressLength length) noexcept
 {
-    const LocalAddress address(path);
+    const LocalAddress address(path, length);
     const auto deadline = coarseNow() + kPeerTimeout;
     while (connect(socket.get(), address.name(), address.length()) != 0) {
         if (errno != EINTR) {

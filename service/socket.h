@@ -18,8 +18,11 @@ inline constexpr std::chrono::seconds kPeerTimeout{4};
 /// A Unix stream socket whose connect and writes are bounded by kPeerTimeout; invalid, with errno, where there is none.
 Descriptor openLocalSocket() noexcept;
 
+/// How long an address says it is: services see whether a client passes the path alone or the whole record.
+enum class AddressLength { path, whole };
+
 /// One connect, continued where a signal interrupted it. False with errno; EAGAIN when the peer's queue stayed full.
-bool connectLocal(const Descriptor &socket, std::string_view path) noexcept;
+bool connectLocal(const Descriptor &socket, std::string_view path, AddressLength length = AddressLength::path) noexcept;
 
 /// Takes @p path's place in the file system, whatever stood there. False with errno.
 bool bindLocal(const Descriptor &socket, std::string_view path) noexcept;

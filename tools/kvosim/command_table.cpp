@@ -2,6 +2,7 @@
 #include "command_table.h"
 
 #include <array>
+#include <byteswap.h>
 #include <cstdio>
 
 namespace kvosim {
@@ -33,9 +34,11 @@ Value valueOf(const StationKey &key, std::string_view text)
 
 }  // namespace
 
-std::optional<Station> reachable(Plant &plant, uint32_t address)
+std::optional<Station> reachable(Plant &plant, uint32_t number)
 {
-    const auto station = plant.findStation(address);
+    const auto plain = plant.findStation(number);
+    // Agents give an address as inet_aton stores it, lowest byte first: 0500000A for 10.0.0.5.
+    const auto station = plain ? plain : plant.findStation(bswap_32(number));
     return station && !station->panel.rebooting() ? station : std::nullopt;
 }
 

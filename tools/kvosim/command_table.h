@@ -46,8 +46,9 @@ struct StationCall {
 
 using StationHandler = std::function<std::string(const StationCall &call)>;
 
-/// The station at the address; nothing when there is none, or it is rebooting.
-std::optional<Station> reachable(Plant &plant, uint32_t address);
+/// The station that a client's number stands for; nothing when there is none, or it is rebooting. The number is the address
+/// with its bytes in either order (docs/command-protocol.md); where both readings find a station, the plain one counts.
+std::optional<Station> reachable(Plant &plant, uint32_t number);
 
 /// A command about one station, which stands at the end, behind a space where values stand before it.
 Handler onStation(StationHandler handle);

@@ -3,6 +3,8 @@
 
 #include "address.h"
 #include "control_request.h"
+#include "event_control.h"
+#include "remote_control.h"
 #include "udp_socket.h"
 #include "usb_control.h"
 
@@ -79,8 +81,9 @@ std::size_t usbDevices(Plant &plant)
     return count;
 }
 
-Json status(ServiceContext &context, const Json &)
+Json status(const ControlContext &control)
 {
+    ServiceContext &context = control.service;
     const auto up = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - context.started);
     return {{"process", getpid()},
             {"uptime_ms", up.count()},
@@ -91,7 +94,9 @@ Json status(ServiceContext &context, const Json &)
             {"usb_lock_address", context.usbLockAddress.empty() ? std::string(kNoEndpoint) : context.usbLockAddress},
             {"faults", context.plant.faults.list().size()},
             {"usb_events_activated", context.usbEventsActivated},
-            {"usb_devices", usbDevices(context.plant)}};
+            {"usb_devices", usbDevices(context.plant)},
+            {"event_listeners", control.embeddedEvents.listeners()},
+            {"remote_sessions", control.remote.sessions().size()}};
 }
 
 Json jsonOf(const Station &station)
@@ -185,13 +190,19 @@ struct Action {
 };
 
 constexpr Action kActions[] = {
-    {"status", status}, {"station", station}, {"fault.list", listFaults}, {"fault.add", addFault}, {"fault.clear", clearFaults},
+    {"station", station},
+    {"fault.list", listFaults},
+    {"fault.add", addFault},
+    {"fault.clear", clearFaults},
 };
 
 Reply carryOut(ControlContext control, std::string_view line, const LineServer::Caller &caller)
 {
     const Json request = Json::parse(line);
     const std::string wanted = request.at("do").get<std::string>();
+    if (wanted == "status") {
+        return lineOf(status(control));
+    }
     for (const Action &action : kActions) {
         if (action.name == wanted) {
             return lineOf(action.carryOut(control.service, request));
@@ -200,8 +211,14 @@ Reply carryOut(ControlContext control, std::string_view line, const LineServer::
     if (const auto reply = answerUsbControl(control.usbEvents, request, caller)) {
         return *reply;
     }
+    if (const auto reply = answerRemoteControl(control.remote, request, caller)) {
+        return *reply;
+    }
+    if (const auto reply = answerEventControl(control.embeddedEvents, request)) {
+        return *reply;
+    }
     throw Refused("\"do\": \"" + wanted + "\" is none of status, station, fault.list, fault.add, fault.clear, " +
-                  std::string(kUsbActions));
+                  std::string(kUsbActions) + ", " + std::string(kRemoteActions) + ", event");
 }
 
 }  // namespace
@@ -210,6 +227,8 @@ Reply answerControl(ControlContext control, std::string_view request, const Line
 {
     try {
         return carryOut(control, request, caller);
+    } catch (const CouldNot &error) {
+        return lineOf({{"could_not", error.what()}});
     } catch (const std::exception &error) {
         return lineOf({{"error", error.what()}});
     }

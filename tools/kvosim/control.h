@@ -21,17 +21,21 @@ inline constexpr const char *kControlSocket = "/tmp/kvo_hws/kvosim_ctl";
 /// Keys stay in the order in which they were told.
 using Json = nlohmann::ordered_json;
 
+class EmbeddedEvents;
+class RemoteSide;
 class UsbEvents;
 
 /// What the control socket works on.
 struct ControlContext {
     ServiceContext &service;
     UsbEvents &usbEvents;
+    RemoteSide &remote;
+    EmbeddedEvents &embeddedEvents;
 };
 
-/// Answers one request: {"do": "status"}, {"do": "station", "station": ..., "set": {...}}, {"do": "fault.list"},
-/// {"do": "fault.clear"}, {"do": "fault.add", ...}, and those of usb_control.h. What can not be done is answered by
-/// {"error": text}.
+/// Answers one request: {"do": "status"}, {"do": "station", "station": ..., "set": {...}}, {"do": "fault.list"}, {"do":
+/// "fault.clear"}, {"do": "fault.add", ...}, and those of usb_control.h, remote_control.h and event_control.h. What is refused
+/// is answered by {"error": text}, what could not be done by {"could_not": text}.
 Reply answerControl(ControlContext control, std::string_view request, const LineServer::Caller &caller);
 
 /// No simulator runs.
@@ -43,7 +47,8 @@ struct NoSimulator : std::runtime_error {
 using Patience = std::optional<std::chrono::seconds>;
 inline constexpr Patience kUsualPatience = std::chrono::seconds(5);
 
-/// Sends a request to the simulator at @p socket. Throws NoSimulator, Refused, or std::runtime_error where the exchange broke.
+/// Sends a request to the simulator at @p socket. Throws NoSimulator, Refused, CouldNot, or std::runtime_error where the
+/// exchange broke.
 Json askSimulator(const Json &request, const std::filesystem::path &socket = kControlSocket,
                   Patience patience = kUsualPatience);
 

@@ -76,6 +76,9 @@ Json askSimulator(const Json &request, const std::filesystem::path &socket, Pati
     if (reply.contains("error")) {
         throw Refused(reply["error"].get<std::string>());
     }
+    if (reply.contains("could_not")) {
+        throw CouldNot(reply["could_not"].get<std::string>());
+    }
     return reply;
 }
 

@@ -130,6 +130,8 @@ ControlCommands::ControlCommands(CLI::App &app) : options_(std::make_unique<Opti
     fault->footer(kFaultExamples);
     addFaultCommands(*fault);
     addUsbCommands(*this, app);
+    addRemoteCommands(*this, app);
+    addEventCommand(*this, app);
 }
 
 ControlCommands::~ControlCommands() = default;
@@ -170,12 +172,14 @@ CLI::App *ControlCommands::add(CLI::App &parent, const char *name, const char *m
 void ControlCommands::ask(const Json &request, void (*print)(Json), Patience patience) const
 {
     const Json reply = askSimulator(request, kControlSocket, patience);
-    if (options_->json) {
+    if (json()) {
         std::cout << reply.dump() << '\n';
     } else {
         print(reply);
     }
 }
+
+bool ControlCommands::json() const { return options_->json; }
 
 bool ControlCommands::carryOut() const
 {

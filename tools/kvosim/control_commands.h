@@ -1,4 +1,4 @@
-// The subcommands that speak to a simulator that runs: status, station, fault, usb.
+// The subcommands that speak to a simulator that runs: status, station, fault, usb, remote, event.
 #pragma once
 
 #include "control.h"
@@ -24,6 +24,8 @@ public:
     CLI::App *add(CLI::App &parent, const char *name, const char *meaning, std::function<void()> action);
     /// Asks the simulator, and prints its answer, or with --json the answer as it is.
     void ask(const Json &request, void (*print)(Json), Patience patience = kUsualPatience) const;
+    /// Whether answers are to be printed as they are.
+    [[nodiscard]] bool json() const;
 
 private:
     struct Options;
@@ -35,5 +37,9 @@ private:
 
 /// The subcommands of "usb".
 void addUsbCommands(ControlCommands &commands, CLI::App &app);
+/// The subcommands of "remote".
+void addRemoteCommands(ControlCommands &commands, CLI::App &app);
+/// "event".
+void addEventCommand(ControlCommands &commands, CLI::App &app);
 
 }  // namespace kvosim

@@ -2,7 +2,6 @@
 #include "exchange_log.h"
 
 #include <array>
-#include <chrono>
 #include <cstdio>
 #include <ctime>
 
@@ -45,16 +44,22 @@ std::string shown(std::string_view text)
     return line;
 }
 
-void logLine(std::string_view line)
+std::string clockText(std::chrono::system_clock::time_point time)
 {
-    const auto now = std::chrono::system_clock::now();
-    const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
-    const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000;
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
+    const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count() % 1000;
     std::tm local{};
     localtime_r(&seconds, &local);
-    std::array<char, 16> time{};
-    std::strftime(time.data(), time.size(), "%H:%M:%S", &local);
-    std::fprintf(stderr, "%s.%03d %.*s\n", time.data(), static_cast<int>(milliseconds), static_cast<int>(line.size()),
+    std::array<char, 16> text{};
+    std::strftime(text.data(), text.size(), "%H:%M:%S", &local);
+    std::array<char, 32> whole{};
+    std::snprintf(whole.data(), whole.size(), "%s.%03d", text.data(), static_cast<int>(milliseconds));
+    return whole.data();
+}
+
+void logLine(std::string_view line)
+{
+    std::fprintf(stderr, "%s %.*s\n", clockText(std::chrono::system_clock::now()).c_str(), static_cast<int>(line.size()),
                  line.data());
 }
 

@@ -35,27 +35,35 @@ std::string listClients(ServiceContext &context, std::string_view arguments)
     return listText(std::span<const ConnectionClientEntry>(context.plant.clients), ConvertConArray2TextClients);
 }
 
-std::string describe(Plant &plant, const ConnectionEntry *station)
+/// The description carries the number that was asked about: the client goes on with it, in its own order of the bytes.
+std::string describe(Plant &plant, uint32_t number)
 {
-    if (station == nullptr || !reachable(plant, station->address)) {
+    const auto station = reachable(plant, number);
+    if (!station) {
         return kNotFound;
     }
+    ConnectionEntry described = station->entry;
+    described.address = number;
     constexpr std::size_t kRoomBesideName = 117;
-    std::string text(std::string_view(station->name).size() + kRoomBesideName, '\0');
-    ConvertConElem2TextEx(station, text.data(), static_cast<uint32_t>(text.size()));
+    std::string text(std::string_view(described.name).size() + kRoomBesideName, '\0');
+    ConvertConElem2TextEx(&described, text.data(), static_cast<uint32_t>(text.size()));
     text.resize(text.find('\0'));
     return text;
 }
 
 std::string describeByAddress(ServiceContext &context, std::string_view text)
 {
-    const auto address = eightDigits(text);
-    return address ? describe(context.plant, context.plant.findAddress(*address)) : kFailed;
+    const auto number = eightDigits(text);
+    return number ? describe(context.plant, *number) : kFailed;
 }
 
 std::string describeByName(ServiceContext &context, std::string_view name)
 {
-    return name.empty() ? kFailed : describe(context.plant, context.plant.findName(name));
+    if (name.empty()) {
+        return kFailed;
+    }
+    const ConnectionEntry *station = context.plant.findName(name);
+    return station == nullptr ? kNotFound : describe(context.plant, station->address);
 }
 
 }  // namespace

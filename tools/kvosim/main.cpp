@@ -1,4 +1,5 @@
 // kvosim: the hardware service of a simulated plant, for programs that are developed and tested without a panel.
+#include "address.h"
 #include "control.h"
 #include "control_commands.h"
 #include "guarded_command.h"
@@ -21,6 +22,7 @@ constexpr int kDone = 0;
 constexpr int kCanNot = 1;
 constexpr int kWrongUse = 2;
 constexpr int kNoSimulator = 3;
+constexpr uint32_t kLongestAlive = 86'400;  // seconds
 
 constexpr const char *kMainExamples = R"(Examples:
   kvosim serve --plant examples/plant.toml --verbose
@@ -29,6 +31,8 @@ constexpr const char *kMainExamples = R"(Examples:
   kvosim station 10.0.0.5 --set backlight=0
   kvosim fault add delay --delay-ms 3000
   kvosim usb plug 10.0.0.5
+  kvosim remote ask 3 get-kvoindex
+  kvosim event "key, F1"
 
 "kvosim COMMAND --help" tells more. Exit status: 0 done, 1 could not be done, 2 wrong use or a faulty plant file, 3 no
 simulator runs that could be asked.
@@ -42,6 +46,7 @@ KVO_PLATFORM_INTERFACE is "lo"; --usb-lock-address 0.0.0.0 takes those of the ne
 Examples:
   kvosim serve --plant examples/plant.toml
   kvosim serve --plant plant.toml --registry /var/tmp/registry --verbose
+  kvosim serve --plant plant.toml --remote 0,3 --remote-address 0.0.0.0
 )";
 
 constexpr const char *kRunExamples =
@@ -65,6 +70,9 @@ struct Options {
     std::string plant;
     std::string registry;
     std::string usbLockAddress;
+    std::string remote;
+    std::string remoteAddress;
+    uint32_t alive = 10;  // seconds
     bool verbose = false;
     uint32_t count = 0;
     uint64_t seed = 1;
@@ -80,7 +88,44 @@ kvosim::ServiceOptions serviceOptions(const Options &options)
     if (!options.usbLockAddress.empty()) {
         service.usbLockAddress = options.usbLockAddress;
     }
+    if (!options.remote.empty()) {
+        service.remoteSessions = kvosim::parseSessions(options.remote);
+    }
+    if (!options.remoteAddress.empty()) {
+        service.remoteAddress = options.remoteAddress;
+    }
+    service.alive = std::chrono::seconds(options.alive);
     return service;
+}
+
+std::string mistakeInSessions(const std::string &text)
+{
+    try {
+        kvosim::parseSessions(text);
+        return {};
+    } catch (const std::invalid_argument &error) {
+        return error.what();
+    }
+}
+
+void addRemoteOptions(CLI::App &command, Options &options)
+{
+    command
+        .add_option("--remote", options.remote,
+                    "SESSION[,SESSION...], 0 to 9: be the remote hardware service of agents, each session at port 5850 and its "
+                    "number (default: as the plant says, else none)")
+        ->check(mistakeInSessions);
+    command
+        .add_option("--remote-address", options.remoteAddress,
+                    "IPv4 address at which agents are served (default: as the plant says, else 127.0.0.1, for this machine "
+                    "alone). 0.0.0.0 opens the ports on every network of this machine: whoever reaches them there is taken for "
+                    "an agent, unasked for any password")
+        ->check([](const std::string &text) {
+            return kvosim::parseDotted(text) ? std::string()
+                                             : '"' + text + "\" is no IPv4 address; write one such as 127.0.0.1 or 0.0.0.0";
+        });
+    command.add_option("--alive", options.alive, "Seconds between \"Alive?\" events, 0 for none (default: 10)")
+        ->check(CLI::Range(0U, kLongestAlive));
 }
 
 int serve(const Options &options)
@@ -133,6 +178,7 @@ void addServiceOptions(CLI::App &command, Options &options)
         ->check([](const std::string &text) {
             return kvosim::isEndpointOrNone(text) ? std::string() : "write " + std::string(kvosim::kEndpointForm);
         });
+    addRemoteOptions(command, options);
     command.add_flag("--verbose", options.verbose, "Log each exchange on standard error");
 }
 

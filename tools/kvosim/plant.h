@@ -31,6 +31,8 @@ struct ServiceState {
     uint32_t backlight = 1;                       ///< 0 off, 1 on
     std::chrono::milliseconds focusHold{0};       ///< for so long a station that has got the focus keeps it
     std::optional<std::string> usbLockAddress{};  ///< where the datagrams of the USB lock are taken
+    std::vector<unsigned> remoteSessions{};       ///< for which agents are served
+    std::string remoteAddress = "127.0.0.1";      ///< where they are
 };
 
 /// Which station has the focus; 0 is none.

@@ -3,6 +3,7 @@
 
 #include "address.h"
 #include "arguments.h"
+#include "remote_side.h"
 #include "station_keys.h"
 #include "table_reader.h"
 #include "udp_socket.h"
@@ -109,6 +110,16 @@ private:
     std::unordered_map<std::string, unsigned> names_;
 };
 
+std::vector<unsigned> readSessions(const TableReader &table)
+{
+    const std::string text = table.text("remote_sessions", "");
+    try {
+        return text.empty() ? std::vector<unsigned>() : parseSessions(text);
+    } catch (const std::invalid_argument &error) {
+        table.fail("remote_sessions", error.what());
+    }
+}
+
 ServiceState readService(const TableReader &table)
 {
     ServiceState service;
@@ -126,6 +137,11 @@ ServiceState readService(const TableReader &table)
             table.fail("usb_lock_address", '"' + address + "\" is no address; write " + std::string(kEndpointForm));
         }
         service.usbLockAddress = address;
+    }
+    service.remoteSessions = readSessions(table);
+    service.remoteAddress = table.text("remote_address", service.remoteAddress);
+    if (!parseDotted(service.remoteAddress)) {
+        table.fail("remote_address", '"' + service.remoteAddress + "\" is no IPv4 address; write one such as \"127.0.0.1\"");
     }
     return service;
 }
@@ -255,8 +271,8 @@ Plant parsePlant(std::string_view text, std::string_view fileName)
     const Document document(text, fileName);
     const TableReader top = document.top({"service", "registry", "station", "client", "faults"});
     Plant plant;
-    if (const auto service = top.table(
-            "service", {"version", "init_time_ms", "debug_level", "backlight", "focus_hold_ms", "usb_lock_address"})) {
+    if (const auto service = top.table("service", {"version", "init_time_ms", "debug_level", "backlight", "focus_hold_ms",
+                                                   "usb_lock_address", "remote_sessions", "remote_address"})) {
         plant.service = readService(*service);
     }
     if (const auto registry = top.table("registry", {"previous"})) {

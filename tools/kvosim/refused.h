@@ -10,4 +10,9 @@ struct Refused : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+/// The request was in order, but could not be done now: somebody else is not there, or does not answer.
+struct CouldNot : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
 }  // namespace kvosim

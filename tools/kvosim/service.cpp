@@ -30,6 +30,12 @@ Reply spoilt(std::string text, const Fault &fault)
     return reply;
 }
 
+RemoteOptions remoteOptions(const ServiceState &plant, const ServiceOptions &options)
+{
+    return {.sessions = options.remoteSessions.value_or(plant.remoteSessions),
+            .address = options.remoteAddress.value_or(plant.remoteAddress)};
+}
+
 }  // namespace
 
 Service::Service(EventLoop &loop, Plant plant, const ServiceOptions &options, std::function<void()> ended)
@@ -37,24 +43,19 @@ Service::Service(EventLoop &loop, Plant plant, const ServiceOptions &options, st
       registry_(options.registry), context_{.plant = plant_, .registry = registry_},
       usbEvents_(loop, context_,
                  [this](std::string_view text, std::string_view outcome) {
-                     if (verbose_) {
-                         logLine("USB event " + shown(text) + " -> " + std::string(outcome));
-                     }
+                     report("USB event " + shown(text) + " -> " + std::string(outcome));
                  }),
       commands_(
           loop, options.socket, [this](std::string_view request, const auto &) { return exchange(request); }, kFailed,
-          [this](std::string_view event) {
-              if (verbose_) {
-                  logLine(event);
-              }
-          },
-          options.limits),
+          [this](std::string_view event) { report(event); }, options.limits),
       control_(
           loop, options.controlSocket,
           [this](std::string_view request, const LineServer::Caller &caller) {
-              return answerControl({context_, usbEvents_}, request, caller);
+              return answerControl({context_, usbEvents_, remote_, embeddedEvents_}, request, caller);
           },
-          R"({"error":"the request is too long"})", {}, kControlLimits, kForThisUser)
+          R"({"error":"the request is too long"})", {}, kControlLimits, kForThisUser),
+      embeddedEvents_(loop, options.eventSocket, options.alive, [this](std::string_view line) { report(line); }),
+      remote_(loop, remoteOptions(plant_.service, options), [this](std::string_view line) { report(line); })
 {
     openUsbLock(options);
     // Only now that the socket is this service's: another one may be using the same registry.
@@ -80,9 +81,18 @@ void Service::openUsbLock(const ServiceOptions &options)
     context_.usbLockAddress = usbLock_->address();
 }
 
+void Service::report(std::string_view line) const
+{
+    if (verbose_) {
+        logLine(line);
+    }
+}
+
 void Service::end()
 {
     usbEvents_.end();
+    remote_.end();
+    embeddedEvents_.end();
     // Nobody waits for the control socket's last reply.
     commands_.end([this] { control_.end(ended_); });
 }
@@ -100,9 +110,7 @@ Reply Service::exchange(std::string_view request)
         // A full disk, say: told to whoever watches; the next request may find it better.
         logLine(shown(request) + ": " + error.what());
     }
-    if (verbose_) {
-        logLine(shown(request) + " -> " + shown(reply) + (fault == nullptr ? "" : " (fault: " + fault->text().kind + ')'));
-    }
+    report(shown(request) + " -> " + shown(reply) + (fault == nullptr ? "" : " (fault: " + fault->text().kind + ')'));
     if (context_.ending) {
         end();
     }
@@ -112,9 +120,7 @@ Reply Service::exchange(std::string_view request)
 void Service::takeDatagram(std::string_view datagram)
 {
     const bool taken = takeUsbLock(plant_, datagram);
-    if (verbose_) {
-        logLine("datagram " + shown(datagram) + (taken ? "" : " (ignored)"));
-    }
+    report("datagram " + shown(datagram) + (taken ? "" : " (ignored)"));
 }
 
 }  // namespace kvosim

@@ -1,11 +1,13 @@
 // The simulated hardware service: a plant, its registry, and the doors to it: the command socket, the datagrams of the USB
-// lock, and the simulator's own control socket.
+// lock, the remote side of agents, the events of embedded stations, and the simulator's own control socket.
 #pragma once
 
 #include "commands.h"
+#include "embedded_events.h"
 #include "line_server.h"
 #include "plant.h"
 #include "registry.h"
+#include "remote_side.h"
 #include "udp_socket.h"
 #include "usb_events.h"
 
@@ -20,12 +22,17 @@ namespace kvosim {
 struct ServiceOptions {
     std::filesystem::path socket = "/tmp/kvo_hws/cmd_sock";
     std::filesystem::path controlSocket = "/tmp/kvo_hws/kvosim_ctl";
-    std::optional<std::filesystem::path> registry{};  ///< none: a temporary directory
-    bool verbose = false;                             ///< logs each exchange on standard error
+    std::filesystem::path eventSocket = "/tmp/kvo_hws/event_sock";  ///< of the events of embedded stations
+    std::optional<std::filesystem::path> registry{};                ///< none: a temporary directory
+    bool verbose = false;                                           ///< logs each exchange on standard error
     /// Where the USB lock's datagrams are taken. None: where the plant says, else nowhere.
     std::optional<std::string> usbLockAddress{};
     /// The same where neither says; the service does without when the place is taken.
     std::optional<std::string> usbLockDefault{};
+    /// For which sessions agents are served, and where. None: as the plant says, else for none and at 127.0.0.1.
+    std::optional<std::vector<unsigned>> remoteSessions{};
+    std::optional<std::string> remoteAddress{};
+    std::chrono::seconds alive{0};  ///< between "Alive?" events; 0: none
     LineServerLimits limits{};
 };
 
@@ -45,6 +52,7 @@ public:
     [[nodiscard]] const std::string &usbLockAddress() const noexcept { return context_.usbLockAddress; }
 
 private:
+    void report(std::string_view line) const;
     void openUsbLock(const ServiceOptions &options);
     Reply exchange(std::string_view request);
     void takeDatagram(std::string_view datagram);
@@ -58,6 +66,9 @@ private:
     UsbEvents usbEvents_;
     LineServer commands_;
     LineServer control_;
+    // Behind the command socket, so that a service that runs already is told by that.
+    EmbeddedEvents embeddedEvents_;
+    RemoteSide remote_;
     std::unique_ptr<UdpSocket> usbLock_;
 };
 

@@ -44,6 +44,8 @@ TEST(Control, TellsHowTheSimulatorIs)
     EXPECT_EQ(status["faults"], 1);
     EXPECT_EQ(status["usb_events_activated"], false);
     EXPECT_EQ(status["usb_devices"], 0);
+    EXPECT_EQ(status["event_listeners"], 0);
+    EXPECT_EQ(status["remote_sessions"], 0);
     exchange("activateUSBEvents\n");
     EXPECT_EQ(askSimulator({{"do", "status"}})["usb_events_activated"], true);
 }

@@ -151,7 +151,7 @@ INSTANTIATE_TEST_SUITE_P(
                 "plant.toml:1: serivce: unknown key; known here: service, registry, station, client, faults"},
         Mistake{"unknown_service_key", "[service]\n\nverison = \"V1\"\n",
                 "plant.toml:3: service.verison: unknown key; known here: version, init_time_ms, debug_level, backlight, "
-                "focus_hold_ms, usb_lock_address"},
+                "focus_hold_ms, usb_lock_address, remote_sessions, remote_address"},
         Mistake{"unknown_station_key", station(kMinimal + "attr4 = 1\n"),
                 "plant.toml:4: station.attr4: unknown key; known here: address, name, ext, attr1, attr2, attr3, brightness"},
         Mistake{"unknown_registry_key", "[registry]\nprevios = []\n",

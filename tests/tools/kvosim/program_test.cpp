@@ -227,7 +227,7 @@ TEST(Run, ServesTheCommandAlone)
 {
     Program run(runShell("ls /tmp/kvo_hws"));
     EXPECT_EQ(run.wait(), 0);
-    EXPECT_EQ(run.out(), "cmd_sock\nkvosim_ctl\n");
+    EXPECT_EQ(run.out(), "cmd_sock\nevent_sock\nkvosim_ctl\n");
     EXPECT_FALSE(std::filesystem::exists(kSocket)) << "the service was to be seen by others";
 }
 

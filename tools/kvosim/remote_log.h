@@ -1,0 +1,50 @@
+// What has gone over the sessions of the remote side, as much of it as is kept.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <string>
+#include <string_view>
+
+namespace kvosim {
+
+struct RemoteRecord {
+    enum class Kind { connected, closed, request, reply, indication };
+
+    unsigned session = 0;
+    Kind kind = Kind::request;
+    std::string text{};
+    std::string note{};   ///< what there is to say beside it
+    uint64_t number = 0;  ///< 1 for the first record of a simulator
+    std::chrono::system_clock::time_point time{};
+};
+
+std::string_view nameOf(RemoteRecord::Kind kind);
+
+/// "session 3 > get-kvoindex", for logs.
+std::string lineOf(unsigned session, std::string_view kind, std::string_view text, std::string_view note);
+
+class RemoteLog {
+public:
+    static constexpr std::size_t kMostRecords = 2000;
+    static constexpr std::size_t kMostBytes = 1024 * 1024;  ///< of texts and notes
+
+    /// @p added is told of each record.
+    explicit RemoteLog(std::function<void(const RemoteRecord &record)> added) : added_(std::move(added)) {}
+
+    void add(RemoteRecord record);
+    /// The oldest first.
+    [[nodiscard]] const std::deque<RemoteRecord> &records() const noexcept { return records_; }
+    /// The number of the last record that there was; 0 before the first.
+    [[nodiscard]] uint64_t last() const noexcept { return last_; }
+
+private:
+    std::function<void(const RemoteRecord &record)> added_;
+    std::deque<RemoteRecord> records_;
+    std::size_t bytes_ = 0;
+    uint64_t last_ = 0;
+};
+
+}  // namespace kvosim

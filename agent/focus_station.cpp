@@ -4,16 +4,13 @@
 #include <kvo_hws/requests.h>
 #include <kvo_hws/result.h>
 
+#include "agent/instance.h"
 #include "requests/focus.h"
 #include "runtime/log.h"
-#include "runtime/shared_word.h"
 
 #include <arpa/inet.h>
 #include <cstdint>
 #include <cstdio>
-
-uint32_t gFocusKvoIp = 0;
-char gFocusName[260] = {};
 
 namespace {
 
@@ -59,6 +56,9 @@ int init_fb() noexcept
     }
     shared(gFocusKvoIp).store(station.address);
     stationIsValid = true;
+    if (kvo_hws::agent::mustStop()) {
+        return -1;  // each of the two requests may take nearly as long as a clean-up waits
+    }
     result = kvo_hws::getT2M2N(station.address, assignment, sizeof assignment);
     if (result != KVO_HWS_OK) {
         labelByAddress(station.address, label);

@@ -1,6 +1,11 @@
 /** @file
- *  The remote agent's view of its station: the station in focus, the names of the remote side, the console and sysfs-style
- *  files.
+ *  The remote agent, which lets the hardware service of another station ask about the station in focus and drive it as if
+ *  it were a panel of its own; and the listener for the events of embedded stations.
+ *
+ *  The agent connects to the remote service over TCP, answers its requests from a table of 60 commands, passes those that
+ *  only the host can carry out to the host's callback, and pushes the host's events as numbered indications. One agent runs
+ *  in a process. It connects anew one second after a connect has failed and five seconds after a connection was lost. The
+ *  protocol: docs/remote-protocol.md.
  */
 #ifndef KVO_HWS_AGENT_H
 #define KVO_HWS_AGENT_H
@@ -8,6 +13,7 @@
 #include <kvo_hws/export.h>
 #include <kvo_hws/runtime.h>
 
+#include <pthread.h>
 #include <stddef.h>
 #include <stdint.h>
 
@@ -42,12 +48,278 @@ struct HmiServer {
     HmiSession *session;
 };
 
-/* ---- What is told of the station in focus. A program that reads or writes the address while other threads do does so
- * atomically. ---- */
+/** The agent. There is one; gEmbKvoInst points to it. */
+typedef struct EmbKvoInst {
+    uint32_t running;    /**< 1 while the connection thread runs */
+    uint32_t stop;       /**< not 0: it is to end */
+    uint32_t focusKvoIp; /**< as inet_aton stores it */
+    char focusKvoName[128];
+    uint32_t remoteKvoHwsIp; /**< as inet_aton stores it */
+    uint32_t remoteSession;
+    uint32_t reserved[3];
+    uint32_t kvoIndex;
+    uint32_t mcpFlag;
+    uint32_t channelOnFocus;
+    char screenOnFocus[128];
+    uint32_t suspendLock;
+    uint32_t suspendPrio;
+    uint32_t startupActive;
+    uint32_t startupPrio;
+    HmiSession session;
+    HmiServer server;
+} EmbKvoInst;
 
-/** The station in focus as inet_aton stores it; 0 where none is. Where it is 0, the station is looked up by gFocusName. */
+/** The host's function for commands that only the host can carry out. Called on the connection thread, one command at a
+ *  time.
+ *  @param instance  the agent's handle
+ *  @param command   "stop-viewer", "stop-viewer-preempt", "stop-viewer-noclean", "activate-me", "show-viewer-active",
+ *                   "set-darken=<argument>" or "set-statusline=<argument>", at most 255 characters; valid until it returns
+ *  @return 1 done, or yes; 0 nothing to do, or no; anything else failed
+ */
+typedef int (*EmbCmdCallback)(void *instance, const char *command);
+
+/** Answers one command.
+ *  @param session   the connection; the reply goes to its socket
+ *  @param tag       four characters, such as "042:", or null
+ *  @param argument  what follows the keyword
+ */
+typedef void (*CmdHandler)(HmiSession *session, const char *tag, char *argument);
+
+/** A command: a keyword that ends in "=" is followed by an argument. */
+typedef struct HwsCommand {
+    const char *keyword;
+    CmdHandler handler;
+} HwsCommand;
+
+/* ---- The agent's life ---- */
+
+/** The agent, which is also its handle. */
+extern KVO_HWS_API EmbKvoInst *gEmbKvoInst;
+
+/** Starts the agent.
+ *  @param params       lines of "<key>=<value>": focusKvoIp, focusKvoName (one of both), remoteKvoHwsIp (both addresses
+ *                      dotted), remoteSession (0 to 9, port 5850 and up; larger ones modulo 10), kvoIndex (1), mcpFlag (0;
+ *                      not 0: the station has a machine control panel), channelOnFocus (1), screenOnFocus, suspendLock (0),
+ *                      suspendPrio (1), startupActive (1), startupPrio (2); in brackets what holds without a line. Texts
+ *                      are cut to 127 characters, unknown lines skipped, an invalid address is none
+ *  @param instanceOut  receives the handle
+ *  @param callback     see EmbCmdCallback
+ *  @return 1 the agent's thread has started; -8 an agent runs, or one that has ended was not cleaned up; -7 a null pointer;
+ *  -9 no station in focus or no remote service; -1 no thread (clean up before the next start)
+ *
+ *  Debug messages: "KVO_HWS DLL - KVO_HWS_startupEmbHwsClient - " and "one instance of embedded kvo is already running!",
+ *  "null pointer received!" or "pthread_create fails <errno>"; "KVO_HWS DLL - parseParameter - obligatory parameter
+ *  missed". Safe from any thread; starts and clean-ups take turns.
+ */
+KVO_HWS_API int KVO_HWS_startupEmbHwsClient(const char *params, void **instanceOut, EmbCmdCallback callback) KVO_HWS_NOEXCEPT;
+
+/** Stops the agent and waits for its end.
+ *  @param instance  its handle
+ *  @return 1 ended; -1 it still runs after 6 s, or this is its own thread, which then ends when the callback returns; -7 no
+ *  agent was started, or a null handle; -10 another handle
+ *
+ *  Takes a second more than the agent's end. After a 1 no callback is called any more and no push is blocked. Debug
+ *  messages: "KVO_HWS DLL - KVO_HWS_cleanupEmbHwsClient - " and "no previous startup", "instance data is NULL" or
+ *  "instance data is invalid". Safe from any thread.
+ */
+KVO_HWS_API int KVO_HWS_cleanupEmbHwsClient(void *instance) KVO_HWS_NOEXCEPT;
+
+/** Pushes an event to the remote service as an indication.
+ *  @param instance  the agent's handle
+ *  @param text      the event without a line end, and without one inside; null-terminated
+ *  @return 1 written, or there is no connection at the moment; -1 the remote side has not sent a valid request since the
+ *  start, or the reply to its first one is just going out; -7 a null handle or text; -10 another handle
+ *
+ *  Waits while the remote side does not read, for at most 4 s without progress, after which the connection is given up.
+ *  Debug messages: "KVO_HWS DLL - KVO_HWS_sendEmbHwsEvent - " and "instance data is NULL", "instance data is invalid" or
+ *  "null pointer received!". Safe from any thread; lines are never mixed, and numbered in their order on the wire.
+ */
+KVO_HWS_API int KVO_HWS_sendEmbHwsEvent(void *instance, const char *text) KVO_HWS_NOEXCEPT;
+
+/** Thread body: the agent's connection.
+ *  @param instance  an EmbKvoInst with its parameters set
+ *  @return null
+ *
+ *  Reads the configuration file, names the agent by the interface's hardware address, reads what it needs to know of the
+ *  station in focus (without which it ends), then connects and serves until it is to stop. Its steps are logged as debug
+ *  messages, "KVO_HWS DLL - embHwsClientThread - ..." and "KVO_HWS DLL - try_hws_connect - ...".
+ */
+KVO_HWS_API void *embHwsClientThread(void *instance) KVO_HWS_NOEXCEPT;
+
+/** Closes a session's socket, if it is open. Debug message: "KVO_HWS DLL - hmi_close_x - socket <number>". */
+KVO_HWS_API void hmi_close_x(HmiSession *session) KVO_HWS_NOEXCEPT;
+
+/* ---- What the agent tells: written when it starts, from its parameters. A program that reads or writes a word of it while
+ * the agent runs does so atomically. ---- */
+
+/** The station in focus as inet_aton stores it; 0 where none is. Where it starts as 0, the station is looked up by
+ *  gFocusName.
+ */
 extern KVO_HWS_API uint32_t gFocusKvoIp;
-extern KVO_HWS_API char gFocusName[260]; /**< the program's to set: the station in focus, where gFocusKvoIp is 0 */
+extern KVO_HWS_API uint32_t gKvoIndex;        /**< also set by "set-kvoindex=" */
+extern KVO_HWS_API uint32_t gMcpLikeFocusKvo; /**< not 0: the station in focus has a machine control panel */
+extern KVO_HWS_API char gScreenOnFocus[261];
+extern KVO_HWS_API uint32_t gChannelOnFocus;
+extern KVO_HWS_API uint32_t gStartupActive;
+extern KVO_HWS_API uint32_t gStartupPrio;
+extern KVO_HWS_API uint32_t gSuspendLock;
+extern KVO_HWS_API uint32_t gSuspendPrio;
+extern KVO_HWS_API char gHostname[260];         /**< the agent's name, "EmbKVO_" and the hardware address */
+extern KVO_HWS_API char gFocusName[260];        /**< the program's to set: the station in focus, where gFocusKvoIp is 0 */
+extern KVO_HWS_API EmbCmdCallback gCmdCallback; /**< the host's callback, null where no agent is started */
+extern KVO_HWS_API uint32_t protocolNegotiated; /**< 1 once the remote side has sent a valid request */
+extern KVO_HWS_API char *hws_channel_info;      /**< heap text set by "set-channel-info=", else null */
+
+/** Held while a line is written to the remote service. */
+extern KVO_HWS_API pthread_mutex_t sGCriticalSectionEventSocket;
+
+/* ---- The line protocol ---- */
+
+/** The commands; the first that fits is taken. */
+extern KVO_HWS_API const HwsCommand cmds[60];
+
+/** Reads at most one request line from a readable session and answers it. Keywords that end in "=" match as a prefix, the
+ *  others whole, in any case of letters. A line must end within 256 bytes, or the session is closed; so it is when the
+ *  remote side closes, which goes to the system log at LOG_INFO: "In hmiconn_process_one_request: HWS connection to
+ *  <address>:<session>: <reason>".
+ */
+KVO_HWS_API void hmiconn_process_one_request(HmiSession *session) KVO_HWS_NOEXCEPT;
+
+/** Writes a reply as one segment.
+ *  @param tag   its first part, or null
+ *  @param text  the parts, null-terminated texts; (char *)0 behind the last
+ */
+KVO_HWS_API void hmiconn_reply(int socket, const char *tag, const char *text, ...) KVO_HWS_NOEXCEPT;
+
+/** Writes an indication as one segment: "I", a number from 01 to 99 and round again, ":" and the parts.
+ *  @return 1; -1 while protocolNegotiated is 0: nothing is written and no number used
+ */
+KVO_HWS_API int hmiconn_indication(int socket, const char *text, ...) KVO_HWS_NOEXCEPT;
+
+/* ---- The handlers of the commands. Each writes exactly one reply; the replies stand in docs/remote-protocol.md. ---- */
+
+/** "show-panel-size": width, height and colour depth of the station in focus. */
+KVO_HWS_API void handle_show_panel_size(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "show-hwid": its hardware identifier. */
+KVO_HWS_API void handle_show_hwid(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "show-input-devices": asks KVO_HWS_showInputDeviceV2. */
+KVO_HWS_API void handle_show_input_devices(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "set-backlight=": refused. */
+KVO_HWS_API void handle_set_backlight(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "set-backlight-brightness=": refused; the same function as handle_get_backlight_brightness_v2. */
+KVO_HWS_API void handle_set_backlight_brightness(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "set-backlight-brightness-v2=": refused. */
+KVO_HWS_API void handle_set_backlight_brightness_v2(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "get-backlight-brightness-v2=": refused. */
+KVO_HWS_API void handle_get_backlight_brightness_v2(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "set-darken=": passed to the host. */
+KVO_HWS_API void handle_set_darken(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "set-disable-numlock=": kept in the session's key flags. */
+KVO_HWS_API void handle_set_disable_numlock(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "set-disable-capslock=": kept in the session's key flags. */
+KVO_HWS_API void handle_set_disable_capslock(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "get-disable-numlock": out of the session's key flags. */
+KVO_HWS_API void handle_get_disable_numlock(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "get-disable-capslock": out of the session's key flags. */
+KVO_HWS_API void handle_get_disable_capslock(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "get-station-type": asks KVO_HWS_getStationType. */
+KVO_HWS_API void handle_get_station_type(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "get-sw-capslock": asks KVO_HWS_getSwCapsLock. */
+KVO_HWS_API void handle_get_sw_capslock(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "set-sw-capslock=": asks KVO_HWS_setSwCapsLock. */
+KVO_HWS_API void handle_set_sw_capslock(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "get-kvo-name": gHostname. */
+KVO_HWS_API void handle_get_kvo_name(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "get-kvo-priority": gSuspendLock and gSuspendPrio. */
+KVO_HWS_API void handle_get_kvo_priority(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "get-kvo-startup-active": gStartupActive. */
+KVO_HWS_API void handle_get_kvo_startup_active(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "get-kvo-startup-prio": gStartupPrio. */
+KVO_HWS_API void handle_get_kvo_startup_prio(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "set-channel-info=": kept in hws_channel_info. */
+KVO_HWS_API void handle_set_channel_info(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "get-channel-info": hws_channel_info. */
+KVO_HWS_API void handle_get_channel_info(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "get-screen-on-focus": gScreenOnFocus. */
+KVO_HWS_API void handle_get_screen_on_focus(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "get-channel-on-focus": gChannelOnFocus. */
+KVO_HWS_API void handle_get_channel_on_focus(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "get-t2m2n": what KVO_HWS_getKVOT2M2N said when the agent started. */
+KVO_HWS_API void handle_get_t2m2n(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "get-mcpaddr": asks KVO_HWS_getMCPAddress where gMcpLikeFocusKvo is set. */
+KVO_HWS_API void handle_get_mcpaddr(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "set-mcpaddr=": asks KVO_HWS_setMCPAddress where gMcpLikeFocusKvo is set. */
+KVO_HWS_API void handle_set_mcpaddr(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "get-kvoindex": gKvoIndex. */
+KVO_HWS_API void handle_get_kvoindex(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "set-kvoindex=": kept in gKvoIndex. */
+KVO_HWS_API void handle_set_kvoindex(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "get-dckaddr": asks KVO_HWS_getDCKAddress where gMcpLikeFocusKvo is set. */
+KVO_HWS_API void handle_get_dckaddr(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "get-dckenable": asks KVO_HWS_getDCKEnable where gMcpLikeFocusKvo is set. */
+KVO_HWS_API void handle_get_dckenable(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "set-dckenable=": asks KVO_HWS_setDCKEnable where gMcpLikeFocusKvo is set. */
+KVO_HWS_API void handle_set_dckenable(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "get-cksindex": asks KVO_HWS_getKVOCksIndex where gMcpLikeFocusKvo is set. */
+KVO_HWS_API void handle_get_cksindex(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "set-cksindex=": asks KVO_HWS_setKVOCksIndex where gMcpLikeFocusKvo is set. */
+KVO_HWS_API void handle_set_cksindex(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "invalidate-calibration": asks KVO_HWS_invalidateTouchScreen. */
+KVO_HWS_API void handle_invalidate_calibration(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "get-rv4mode": asks KVO_HWS_getRV4Mode. */
+KVO_HWS_API void handle_get_rv4mode(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "set-rv4mode=": asks KVO_HWS_setRV4Mode. */
+KVO_HWS_API void handle_set_rv4mode(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "get-calibparam": refused; the same function as handle_sync_times. */
+KVO_HWS_API void handle_get_calibparam(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "set-calibparam=": refused; the same function as handle_sync_times. */
+KVO_HWS_API void handle_set_calibparam(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "simulate-mcp=": refused; the same function as handle_sync_times. */
+KVO_HWS_API void handle_simulate_mcp(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "enable-mcp=": refused; the same function as handle_sync_times. */
+KVO_HWS_API void handle_enable_mcp(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "reboot": refused; the same function as handle_sync_times. */
+KVO_HWS_API void handle_reboot(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "show-viewer-active": passed to the host. */
+KVO_HWS_API void handle_show_viewer_active(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "show-current-server": passed to the host as "show-viewer-active". */
+KVO_HWS_API void handle_show_current_server(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "start-viewer=": refused; the same function as handle_sync_times. */
+KVO_HWS_API void handle_start_viewer(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "start-configured-viewer=": refused; the same function as handle_sync_times. */
+KVO_HWS_API void handle_start_configured_viewer(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "stop-viewer-preempt": passed to the host. */
+KVO_HWS_API void handle_stop_viewer_preempt(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "stop-viewer-noclean": passed to the host. */
+KVO_HWS_API void handle_stop_viewer_noclean(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "stop-viewer": passed to the host. */
+KVO_HWS_API void handle_stop_viewer(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "activate-me": passed to the host. */
+KVO_HWS_API void handle_activate_me(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "servername=": kept as the remote side's name. */
+KVO_HWS_API void handle_servername(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "set-statusline=": passed to the host. */
+KVO_HWS_API void handle_set_statusline(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "ping". */
+KVO_HWS_API void handle_ping(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "get-softkey-type": asks KVO_HWS_getStationMetrics. */
+KVO_HWS_API void handle_get_softkey_type(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "get-keyboard-caps": asks KVO_HWS_getStationMetrics. */
+KVO_HWS_API void handle_get_keyboard_caps(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "get-hardware-caps": asks KVO_HWS_getStationMetrics. */
+KVO_HWS_API void handle_get_hardware_caps(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "get-panel-oem-layout": asks KVO_HWS_getStationMetrics. */
+KVO_HWS_API void handle_get_panel_oem_layout(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "get-panel-rotation": asks KVO_HWS_getStationMetrics. */
+KVO_HWS_API void handle_get_panel_rotation(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "set-usb-lock=": asks KVO_HWS_setUsbLock. */
+KVO_HWS_API void handle_set_usb_lock(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "get-usb-lock": asks KVO_HWS_getUsbLock. */
+KVO_HWS_API void handle_get_usb_lock(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** "sync-times=": refused. */
+KVO_HWS_API void handle_sync_times(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
+/** without a command of its own: asks KVO_HWS_getStationMetrics. */
+KVO_HWS_API void handle_get_display_dpi(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
 
 /* ---- The station in focus, and the console ---- */
 
@@ -93,7 +365,7 @@ KVO_HWS_API void enable_vt_control(int on) KVO_HWS_NOEXCEPT;
  */
 KVO_HWS_API int get_shiftstate(void) KVO_HWS_NOEXCEPT;
 
-/** The text of a viewer's error code; the system's text for a code that is none, valid until the thread's next such call. */
+/** The text of a viewer's error code; the system's text for a code that is none. */
 KVO_HWS_API const char *vnc_strerror(int code) KVO_HWS_NOEXCEPT;
 
 /** Not used by the library. */
@@ -101,6 +373,38 @@ extern KVO_HWS_API int32_t VNCERRNO;
 
 /** Does nothing; kept for programs that call it. */
 KVO_HWS_API void register_hws_servername(void) KVO_HWS_NOEXCEPT;
+
+/* ---- Events of embedded stations ---- */
+
+/** The host's function for events. Called on the listener's thread; its arguments are valid until it returns.
+ *  @param name  at most 19 characters
+ *  @param data  what follows the comma and one character behind it
+ */
+typedef void (*EmbKvoEventCallback)(const char *name, const char *data);
+
+/** Starts to listen at "/tmp/kvo_hws/event_sock".
+ *  @return 1 started; -8 it listens already; -7 @p callback is null; -1 no thread
+ *
+ *  Connects as soon as a service is there, tries again each second, and connects anew where the connection is lost. An
+ *  "Alive?" is read and dropped; so is, with a debug message, an event without a comma or with a name of 20 characters or
+ *  more. Its steps are logged as debug messages, "embKvoEventsThread: ...". Safe from any thread.
+ */
+KVO_HWS_API int KVO_HWS_activateEmbKvoEvents(EmbKvoEventCallback callback) KVO_HWS_NOEXCEPT;
+
+/** Stops listening and waits a second for the listener's end.
+ *  @return 1 ended or ending; -1 it did not listen, or still runs. Debug message: "shutdown Emb-KVO events thread - " and
+ *  "ok", "error", "timeout" or "unknown error"; "KVO_HWS_deactivateEmbKvoEvents: is still running".
+ *
+ *  A listener that finds no service ends as soon as one is there; until then it cannot be activated again. The callback
+ *  may still run when this returns, and may itself call it. Safe from any thread.
+ */
+KVO_HWS_API int KVO_HWS_deactivateEmbKvoEvents(void) KVO_HWS_NOEXCEPT;
+
+/** Thread body: the listener.
+ *  @param record  its Notify
+ *  @return null
+ */
+KVO_HWS_API void *embKvoEventsThread(void *record) KVO_HWS_NOEXCEPT;
 
 KVO_HWS_END_DECLS
 

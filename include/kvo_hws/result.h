@@ -28,13 +28,16 @@ enum KvoHwsResult {
     KVO_HWS_UNKNOWN_REPLY = -5, /**< the service answered something unknown, or a malformed value */
     KVO_HWS_NOT_ACTIVE = -6,    /**< the backlight is not active */
 
-    KVO_HWS_NULL_POINTER = -7,   /**< a pointer that is needed is null */
-    KVO_HWS_SERVER_FAILED = -8,  /**< a USB event server could not be stopped or started */
-    KVO_HWS_NO_THREAD = -3,      /**< a thread that is needed could not be started */
-    KVO_HWS_NO_EVENTS = -9,      /**< USB events are not active in this program */
-    KVO_HWS_BUSY = -9,           /**< the service is busy, where that is a failure */
-    KVO_HWS_INVALID_METRIC = -9, /**< no such metric */
-    KVO_HWS_INVALID_HOST = -10   /**< a host address that can not be used */
+    KVO_HWS_NULL_POINTER = -7,      /**< a pointer that is needed is null */
+    KVO_HWS_SERVER_FAILED = -8,     /**< a USB event server could not be stopped or started */
+    KVO_HWS_NO_THREAD = -3,         /**< a thread that is needed could not be started */
+    KVO_HWS_ALREADY_RUNNING = -8,   /**< it runs already, or has ended and was not cleaned up */
+    KVO_HWS_MISSING_PARAMETER = -9, /**< an obligatory parameter is missing */
+    KVO_HWS_INVALID_INSTANCE = -10, /**< a handle that is not the agent's */
+    KVO_HWS_NO_EVENTS = -9,         /**< USB events are not active in this program */
+    KVO_HWS_BUSY = -9,              /**< the service is busy, where that is a failure */
+    KVO_HWS_INVALID_METRIC = -9,    /**< no such metric */
+    KVO_HWS_INVALID_HOST = -10      /**< a host address that can not be used */
 };
 
 #endif

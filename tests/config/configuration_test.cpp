@@ -32,7 +32,6 @@ public:
     {
         std::ofstream(path_) << content;
         setenv("KVO_PLATFORM_CONFIG", path_.c_str(), 1);
-        const support::KeptByThePlatform replaced;
         ReadConfFile();
     }
     Read(const Read &) = delete;

@@ -5,10 +5,15 @@
 #include "support/kept_by_the_platform.h"
 #include "support/no_descriptors.h"
 #include "support/own_thread.h"
+#include "support/remote_service.h"
 #include "support/scripted_service.h"
 #include "support/syslog_capture.h"
+#include "support/system_calls.h"
 #include "support/usb_events.h"
 
+#include <atomic>
+#include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -18,7 +23,9 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -31,11 +38,12 @@ std::string withoutNumbers(const std::string &text)
 {
     static const std::vector<std::pair<std::regex, std::string>> kRules = {
         {std::regex("thread 0x[0-9A-F]{8}"), "thread 0x<thread>"},
-        {std::regex("\\[[0-9A-F]{8}\\]"), "[<thread>]"},
+        {std::regex("\\[[0-9A-F]{4,16}\\]"), "[<thread>]"},
         {std::regex("(recv|select)\\(-?[0-9]+\\)"), "$1(<fd>)"},
         {std::regex("(socket|closesocket) -?[0-9]+"), "$1 <fd>"},
         {std::regex("terminated([0-9]) [0-9]+ .*"), "terminated$1 <errno> <text>"},
-        {std::regex("x{20,}"), "xxx..."}};
+        {std::regex("x{20,}"), "xxx..."},
+        {std::regex("\n"), "\\n"}};
     std::string result = text;
     for (const auto &[pattern, replacement] : kRules) {
         result = std::regex_replace(result, pattern, replacement);
@@ -532,7 +540,6 @@ void collectUsbEvents(Collector &collector)
 void collectConfiguration(Collector &collector)
 {
     collector.run("configuration", kAll, [] {
-        const support::KeptByThePlatform replaced;
         char text[300];
         uint32_t word = 0;
         uint16_t port = 0;
@@ -570,6 +577,129 @@ void collectFocusStation(Collector &collector)
     });
 }
 
+/// An agent that is started for a scope.
+class Agent {
+public:
+    Agent() { start(); }
+    Agent(const Agent &) = delete;
+    Agent &operator=(const Agent &) = delete;
+    ~Agent() { KVO_HWS_cleanupEmbHwsClient(gEmbKvoInst); }
+
+    static void start()
+    {
+        void *instance = nullptr;
+        KVO_HWS_startupEmbHwsClient("focusKvoIp=10.0.0.5\nremoteKvoHwsIp=127.0.0.1\n", &instance,
+                                    [](void *, const char *) { return 1; });
+    }
+};
+
+int32_t agentSocket() { return std::atomic_ref(gEmbKvoInst->session.socket).load(); }
+
+void collectRefusedCalls()
+{
+    int other = 0;
+    KVO_HWS_startupEmbHwsClient(nullptr, nullptr, nullptr);
+    void *instance = nullptr;
+    KVO_HWS_startupEmbHwsClient("", &instance, [](void *, const char *) { return 1; });
+    KVO_HWS_cleanupEmbHwsClient(gEmbKvoInst);
+    KVO_HWS_sendEmbHwsEvent(nullptr, "");
+    KVO_HWS_sendEmbHwsEvent(&other, "");
+    KVO_HWS_sendEmbHwsEvent(gEmbKvoInst, nullptr);
+    const support::WithSystemCalls calls{{.pthreadCreate = [] {
+        errno = EAGAIN;
+        return EAGAIN;
+    }}};
+    const Agent agent;
+    KVO_HWS_cleanupEmbHwsClient(nullptr);
+    KVO_HWS_cleanupEmbHwsClient(&other);
+    Agent::start();
+}
+
+/// A connection that is closed by the remote side, and one whose wait fails.
+void collectConnections()
+{
+    support::RemoteService remote;
+    {
+        const Agent agent;
+        (void)remote.accept();
+        (void)remote.ask("ping");
+        remote.close();
+        support::eventually([] { return agentSocket() < 0; });
+    }
+    {
+        const Agent agent;
+        (void)remote.accept();
+    }
+    std::atomic<int> failing{-1};
+    const support::WithSystemCalls calls{{.poll = [&](pollfd *descriptors, nfds_t, int) {
+        if (descriptors->fd != failing) {
+            return support::kPass;
+        }
+        failing = -1;
+        errno = ENOMEM;
+        return -1;
+    }}};
+    const Agent agent;
+    (void)remote.accept();
+    (void)remote.ask("ping");
+    failing = agentSocket();
+    support::eventually([] { return agentSocket() < 0; });
+}
+
+/// Without a remote side: connects that fail, and a socket that is still open.
+void collectFailedConnects()
+{
+    std::atomic<int> rounds{0};
+    const support::WithSystemCalls calls{{.socket = [&](int domain) {
+        if (domain != AF_INET || rounds++ != 0) {
+            return support::kPass;
+        }
+        errno = EMFILE;
+        return -1;
+    }}};
+    const Agent agent;
+    support::eventually([&] { return rounds == 2; });
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    std::atomic_ref(gEmbKvoInst->session.socket).store(eventfd(0, EFD_CLOEXEC));
+    support::eventually([] { return agentSocket() < 0; });
+}
+
+void collectAgent(Collector &collector)
+{
+    setenv("KVO_PLATFORM_INTERFACE", "lo", 1);
+    collector.run("agent", kMessagesOnly, collectRefusedCalls);
+    const std::string station =
+        "0500000A 00000001 00000002 00000003 00000001 x 00000001 00000002 00000003 00000004 00000005 00000006 "
+        "00000007 ";
+    const ScriptedService service({support::answersWith(
+        [&](const std::string &request) { return request.starts_with("getExDescByIP") ? station : std::string("t2m2n"); })});
+    collector.run("agent", kMessagesOnly, collectConnections);
+    collector.run("agent", kMessagesOnly, collectFailedConnects);
+}
+
+void collectEventListener(Collector &collector)
+{
+    constexpr const char *kEvents = "/tmp/kvo_hws/event_sock";
+    const auto activate = [] { KVO_HWS_activateEmbKvoEvents([](const char *, const char *) {}); };
+    using Kind = support::Step::Kind;
+    collector.run("embedded events", kMessagesOnly, [&] {
+        {
+            const ScriptedService service({{{.kind = Kind::write, .bytes = "Alive?\nname, data\nno comma\n"},
+                                            {.kind = Kind::pause, .pause = std::chrono::milliseconds(1500)}}},
+                                          kEvents);
+            activate();
+            std::this_thread::sleep_for(std::chrono::milliseconds(2000));
+            KVO_HWS_deactivateEmbKvoEvents();
+        }
+        activate();
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        KVO_HWS_deactivateEmbKvoEvents();  // in its pause between two connects
+        KVO_HWS_deactivateEmbKvoEvents();
+        const ScriptedService service({support::closesAtOnce()}, kEvents);
+        support::eventually([&] { return KVO_HWS_activateEmbKvoEvents(nullptr) == -7; });
+    });
+}
+
 TEST(LogTexts, are_those_of_the_golden_list)
 {
     Collector collector;
@@ -583,6 +713,8 @@ TEST(LogTexts, are_those_of_the_golden_list)
     collectUsbEvents(collector);
     collectConfiguration(collector);
     collectFocusStation(collector);
+    collectAgent(collector);
+    collectEventListener(collector);
 
     if (std::getenv("KVO_WRITE_GOLDEN") != nullptr) {
         std::ofstream(KVO_LOG_TEXTS) << collector.text();

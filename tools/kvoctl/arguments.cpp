@@ -57,14 +57,24 @@ Given<uint32_t> addSeconds(CLI::App &command, const std::string &name, const std
     return {command.add_option(name, *seconds, help)->transform(whole)->type_name("SECONDS"), seconds};
 }
 
+Given<std::string> addProgram(CLI::App &command, const std::string &help)
+{
+    auto program = std::make_shared<std::string>();
+    return {command.add_option("--exec", *program, help)->type_name("PROGRAM"), program};
+}
+
+bool holdsControlCharacter(const std::string &text)
+{
+    return std::any_of(text.begin(), text.end(), [](char byte) {
+        const auto value = static_cast<unsigned char>(byte);
+        return value < 0x20 || value == 0x7F;
+    });
+}
+
 CLI::Validator oneLine()
 {
     const auto refuse = [](const std::string &text) -> std::string {
-        const bool controls = std::any_of(text.begin(), text.end(), [](char byte) {
-            const auto value = static_cast<unsigned char>(byte);
-            return value < 0x20 || value == 0x7F;
-        });
-        return controls ? "\"" + text + "\" holds a control character" : "";
+        return holdsControlCharacter(text) ? "\"" + text + "\" holds a control character" : "";
     };
     return {refuse, ""};
 }

@@ -6,6 +6,7 @@
 #include <initializer_list>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -17,6 +18,9 @@ template <class Type>
 struct Given {
     CLI::Option *option;
     std::shared_ptr<Type> value;
+
+    /// The value where it was given.
+    [[nodiscard]] std::optional<Type> given() const { return option->count() > 0 ? std::optional(*value) : std::nullopt; }
 };
 
 /// Accepts whole decimal numbers of a range, in any notation but none of the parser's: "010" is ten.
@@ -30,12 +34,16 @@ CLI::Validator oneOf(const Words &words);
 
 /// Refuses texts that the protocol can not carry: a line feed would end the request early.
 CLI::Validator oneLine();
+bool holdsControlCharacter(const std::string &text);
 
 /// A flag; the option tells whether it was given. (The parser's own call is ambiguous for a literal in C++20.)
 CLI::Option *addFlag(CLI::App &command, const std::string &name, const std::string &help);
 
 /// An option of whole seconds.
 Given<uint32_t> addSeconds(CLI::App &command, const std::string &name, const std::string &help, uint32_t otherwise);
+
+/// The option --exec.
+Given<std::string> addProgram(CLI::App &command, const std::string &help);
 
 // ---- What an argument of a request is; each declares itself ----
 

@@ -54,57 +54,67 @@ private:
     posix_spawnattr_t attributes_;
 };
 
-/// Our own environment with those of the event; without what another watch may have put there, which started this one.
-std::vector<std::string> environmentFor(const UsbEvent &event)
+/// Our own environment with those of the event; without what another kvoctl may have put there, which started this one.
+std::vector<std::string> environmentFor(const std::string &prefix, const Event &event)
 {
-    std::vector<std::string> variables = environment(event);
+    std::vector<std::string> variables = environment(prefix, event);
     for (char **variable = environ; *variable != nullptr; ++variable) {
-        if (!std::string_view(*variable).starts_with(kUsbEnvironment)) {
+        if (!std::string_view(*variable).starts_with(prefix)) {
             variables.emplace_back(*variable);
         }
     }
     return variables;
 }
 
-/// What is wrong with how @p process ends; empty for nothing.
-std::string awaitEnd(pid_t process)
+/// Its exit status, or what is wrong with how it ended.
+struct End {
+    int status;
+    std::string fault{};
+};
+
+End awaitEnd(pid_t process)
 {
     int status = 0;
     while (waitpid(process, &status, 0) < 0) {
         if (errno != EINTR) {
-            return std::string("can not be waited for: ") + std::strerror(errno);
+            return {-1, std::string("can not be waited for: ") + std::strerror(errno)};
         }
     }
     if (WIFSIGNALED(status)) {
-        return "was ended by signal " + std::to_string(WTERMSIG(status));
+        return {-1, "was ended by signal " + std::to_string(WTERMSIG(status))};
     }
-    return WEXITSTATUS(status) == 0 ? "" : "ended with status " + std::to_string(WEXITSTATUS(status));
+    return {WEXITSTATUS(status)};
+}
+
+/// What an event is called in a complaint.
+std::string nameOf(const Event &event)
+{
+    return !event.word.empty() || event.fields.empty() ? event.word : event.fields.front().value.text();
 }
 
 }  // namespace
 
-EventProgram::EventProgram(std::string program, const sigset_t &signals, std::string complaint)
-    : program_(std::move(program)), signals_(signals), complaint_(std::move(complaint))
+EventProgram::EventProgram(std::string program, std::string variables, const sigset_t &signals, std::string complaint)
+    : program_(std::move(program)), variables_(std::move(variables)), signals_(signals), complaint_(std::move(complaint))
 {
     // Where our own parent ignores it, so do we, and a program's status is lost.
     std::signal(SIGCHLD, SIG_DFL);
 }
 
-bool EventProgram::run(const UsbEvent &event) const
-{
-    const std::string fault = runAndWait(event);
-    if (!fault.empty()) {
-        const std::string sentence = program_ + " " + fault + " (event \"" + event.word + "\")";
-        std::fprintf(stderr, "%s: %s\n", complaint_.c_str(), displayText(sentence).text.c_str());
-    }
-    return fault.empty();
-}
-
-std::string EventProgram::runAndWait(const UsbEvent &event) const
+std::optional<int> EventProgram::run(const Event &event, int greatest) const
 {
     pid_t process = -1;
-    const int error = Start(signals_).run(program_, environmentFor(event), process);
-    return error == 0 ? awaitEnd(process) : std::string("can not be run: ") + std::strerror(error);
+    const int error = Start(signals_).run(program_, environmentFor(variables_, event), process);
+    End end = error == 0 ? awaitEnd(process) : End{-1, std::string("can not be run: ") + std::strerror(error)};
+    if (end.fault.empty() && end.status > greatest) {
+        end.fault = "ended with status " + std::to_string(end.status);
+    }
+    if (end.fault.empty()) {
+        return end.status;
+    }
+    const std::string sentence = program_ + " " + end.fault + " (event \"" + nameOf(event) + "\")";
+    std::fprintf(stderr, "%s: %s\n", complaint_.c_str(), displayText(sentence).text.c_str());
+    return std::nullopt;
 }
 
 }  // namespace kvoctl

@@ -1,7 +1,9 @@
 // Writes a line when poll has said that there is room for it.
 #include "line_output.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <stdexcept>
 #include <unistd.h>
@@ -24,11 +26,11 @@ void LineOutput::serve(const pollfd &happened)
     }
 }
 
-/// A pipe that is ready takes a line of up to PIPE_BUF bytes whole, and no event has so many.
+/// A pipe that is ready takes PIPE_BUF bytes without waiting.
 void LineOutput::writeFirst()
 {
     std::string &line = lines_.front();
-    const ssize_t written = write(STDOUT_FILENO, line.data(), line.size());
+    const ssize_t written = write(STDOUT_FILENO, line.data(), std::min<std::size_t>(line.size(), PIPE_BUF));
     if (written < 0) {
         error_ = errno == EINTR || errno == EAGAIN ? 0 : errno;
         return;

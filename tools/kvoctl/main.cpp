@@ -71,6 +71,8 @@ int main(int argc, char **argv)
         kvoctl::addInputCommands(commandLine);
         kvoctl::addUsbCommands(commandLine);
         kvoctl::addMetricCommands(commandLine);
+        kvoctl::addAgentCommands(commandLine);
+        kvoctl::addEventCommands(commandLine);
         kvoctl::addServiceCommands(commandLine);
         kvoctl::addDoctor(commandLine);
         return kvoctl::runReporting(commandLine, {argv + 1, argv + argc});

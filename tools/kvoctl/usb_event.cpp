@@ -1,9 +1,6 @@
 // Names the fields of the library's records, in the order in which the daemon sends them.
 #include "usb_event.h"
 
-#include "display_text.h"
-
-#include <cctype>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
@@ -11,8 +8,6 @@
 namespace kvoctl {
 
 namespace {
-
-using Fields = std::vector<UsbEventField>;
 
 std::string hexadecimal(unsigned number, int digits)
 {
@@ -113,18 +108,6 @@ Fields fieldsOf(uint32_t code, const void *record)
     }
 }
 
-/// In double quotes; one inside, and a backslash that is the text's own, have a backslash before them.
-std::string quoted(const std::string &text)
-{
-    std::string escaped;
-    for (const char byte : text) {
-        escaped += byte == '"' || byte == '\\' ? std::string{'\\', byte} : std::string{byte};
-    }
-    return '"' + displayText(escaped).text + '"';
-}
-
-bool isText(const Value &value) { return value.document.is_string() || value.document.is_array(); }
-
 }  // namespace
 
 bool UsbEvent::isEnd() const noexcept
@@ -137,36 +120,6 @@ UsbEvent usbEvent(const UsbEventV2 &event) { return {wordOf(event.code), event.c
 
 UsbEvent usbEvent(uint32_t code, const void *record) { return {wordOf(code), code, fieldsOf(code, record)}; }
 
-std::string textLine(const UsbEvent &event)
-{
-    std::string line = event.word + " code=" + std::to_string(event.code);
-    for (const auto &[key, value] : event.fields) {
-        line += " " + key + "=" + (isText(value) ? quoted(value.text()) : value.text());
-    }
-    return line;
-}
-
-std::string jsonLine(const UsbEvent &event)
-{
-    Document line{{"event", event.word}, {"code", event.code}};
-    for (const auto &[key, value] : event.fields) {
-        line[key] = value.document;
-    }
-    return compact(line);
-}
-
-std::vector<std::string> environment(const UsbEvent &event)
-{
-    const std::string prefix = kUsbEnvironment;
-    std::vector<std::string> variables{prefix + "EVENT=" + event.word, prefix + "CODE=" + std::to_string(event.code)};
-    for (const auto &[key, value] : event.fields) {
-        std::string name = prefix;
-        for (const char letter : key) {
-            name += static_cast<char>(std::toupper(static_cast<unsigned char>(letter)));
-        }
-        variables.push_back(name + "=" + value.text());
-    }
-    return variables;
-}
+Event UsbEvent::shown() const { return {word, Fields{{"code", {code}}} + fields}; }
 
 }  // namespace kvoctl

@@ -51,9 +51,9 @@ Report watch(const WatchArguments &arguments, const CommandLine &commandLine)
 {
     requireService();
     const StopSignals signals;
-    UsbEventPlan plan{.olderCallback = arguments.olderCallback, .format = commandLine.json() ? jsonLine : textLine};
+    UsbEventPlan plan{.olderCallback = arguments.olderCallback, .format = lineFormat(commandLine)};
     if (arguments.program) {
-        plan.program.emplace(*arguments.program, signals.before(), commandLine.prefix());
+        plan.program.emplace(*arguments.program, kUsbEnvironment, signals.before(), commandLine.prefix());
     }
     if (runUsbEvents(plan, signals) == UsbEventEnd::takenOver) {
         std::fprintf(stderr, "%s: another program has taken the events over\n", commandLine.prefix().c_str());
@@ -66,13 +66,8 @@ SetUp watching(const CommandLine &commandLine)
     return [&commandLine](CLI::App &command) -> Action {
         auto *older =
             addFlag(command, "--v1", "By the library's older callback, which is told of new and removed devices only");
-        auto program = std::make_shared<std::string>();
-        auto *given =
-            command.add_option("--exec", *program, "Run PROGRAM for each event of a device, with the event in its environment")
-                ->type_name("PROGRAM");
-        return [=, &commandLine] {
-            return watch({older->count() > 0, given->count() > 0 ? std::optional(*program) : std::nullopt}, commandLine);
-        };
+        const auto program = addProgram(command, "Run PROGRAM for each event of a device, with the event in its environment");
+        return [=, &commandLine] { return watch({older->count() > 0, program.given()}, commandLine); };
     };
 }
 

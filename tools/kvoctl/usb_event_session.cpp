@@ -2,18 +2,15 @@
 // writes, closes and waits; so nothing that hangs keeps it from ending.
 #include "usb_event_session.h"
 
+#include "attention.h"
+#include "inbox.h"
 #include "result.h"
 
 #include <kvo_hws/result.h>
 #include <kvo_hws/usbevents.h>
 
-#include <algorithm>
-#include <array>
 #include <chrono>
 #include <cstdint>
-#include <mutex>
-#include <sys/eventfd.h>
-#include <utility>
 
 using namespace std::chrono_literals;
 
@@ -28,60 +25,17 @@ constexpr auto kClosePatience = 5s;
 constexpr int32_t kTellFailed = -1;
 constexpr int32_t kTellDone = 0;
 
-/// Events on their way from the library's threads to the main thread.
-class Inbox {
-public:
-    Inbox() : wakeUp_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd") {}
-
-    void put(const UsbEvent &event)
-    {
-        const std::lock_guard lock(lock_);
-        events_.push_back(event);
-        eventfd_write(wakeUp_.get(), 1);
-    }
-
-    std::vector<UsbEvent> take()
-    {
-        const std::lock_guard lock(lock_);
-        eventfd_t count = 0;
-        eventfd_read(wakeUp_.get(), &count);
-        return std::exchange(events_, {});
-    }
-
-    /// Readable while there is something to take.
-    [[nodiscard]] int descriptor() const noexcept { return wakeUp_.get(); }
-
-private:
-    Descriptor wakeUp_;
-    std::mutex lock_;
-    std::vector<UsbEvent> events_;
-};
-
-/// What the callbacks know, which are given nothing but the event.
+/// What the callbacks know.
 struct Shared {
-    Inbox inbox{};
+    Inbox<UsbEvent> inbox{};
     std::optional<EventProgram> program{};
 };
 
-/// Never destroyed: callbacks may still run while the process ends.
-Shared &shared()
-{
-    union Lasting {
-        Lasting() : value() {}
-        Lasting(const Lasting &) = delete;
-        Lasting &operator=(const Lasting &) = delete;
-        ~Lasting() {}
-        Shared value;
-    };
-    static Lasting lasting;
-    return lasting.value;
-}
-
 int32_t tell(const UsbEvent &event)
 {
-    Shared &here = shared();
+    Shared &here = lasting<Shared>();
     here.inbox.put(event);
-    const bool worked = !here.program || !event.isOfDevice() || here.program->run(event);
+    const bool worked = !here.program || !event.isOfDevice() || here.program->run(event.shown());
     return worked ? kTellDone : kTellFailed;
 }
 
@@ -91,9 +45,9 @@ int32_t olderCallback(uint32_t code, void *record) { return tell(usbEvent(code, 
 
 class Session {
 public:
-    Session(const UsbEventPlan &plan, const StopSignals &signals) : plan_(plan), signals_(signals)
+    Session(const UsbEventPlan &plan, const StopSignals &signals) : plan_(plan), attention_(signals, plan.format != nullptr)
     {
-        shared().program = plan.program;
+        lasting<Shared>().program = plan.program;
     }
 
     UsbEventEnd run()
@@ -106,7 +60,7 @@ public:
                 close();
             }
         }
-        output_.drain();
+        attention_.drain();
         return result();
     }
 
@@ -126,28 +80,26 @@ private:
     /// Waits for whatever comes first and sees to it.
     void await()
     {
-        std::array<pollfd, 3> sources{pollfd{.fd = shared().inbox.descriptor(), .events = POLLIN, .revents = 0},
-                                      pollfd{.fd = deadline_ ? -1 : signals_.descriptor(), .events = POLLIN, .revents = 0},
-                                      plan_.format ? output_.wish() : pollfd{.fd = -1, .events = 0, .revents = 0}};
-        if (poll(sources.data(), sources.size(), deadline_ ? millisecondsLeft() : -1) <= 0) {
-            return;
+        pollfd inbox{.fd = lasting<Shared>().inbox.descriptor(), .events = POLLIN, .revents = 0};
+        if (attention_.await({&inbox, 1}, timeLeft())) {
+            takeEvents();
         }
-        takeEvents();
-        output_.serve(sources[2]);
-        wantsToClose_ = wantsToClose_ || sources[1].revents != 0 || output_.hasEnded();
+        wantsToClose_ = wantsToClose_ || attention_.mustEnd();
     }
 
-    [[nodiscard]] int millisecondsLeft() const
+    [[nodiscard]] std::optional<std::chrono::milliseconds> timeLeft() const
     {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(*deadline_ - Clock::now());
-        return static_cast<int>(std::max<std::chrono::milliseconds::rep>(left.count(), 0));
+        if (!deadline_) {
+            return std::nullopt;
+        }
+        return std::chrono::ceil<std::chrono::milliseconds>(*deadline_ - Clock::now());
     }
 
     void takeEvents()
     {
-        for (const UsbEvent &event : shared().inbox.take()) {
+        for (const UsbEvent &event : lasting<Shared>().inbox.take()) {
             if (plan_.format) {
-                output_.add(plan_.format(event));
+                attention_.write(plan_.format(event.shown()));
             }
             wantsToClose_ = wantsToClose_ || (plan_.closeWhenActivated && event.code == USB_EVENT_ACTIVATED);
             if (event.isEnd() && !end_) {
@@ -177,13 +129,12 @@ private:
         case USB_EVENT_NO_SERVICE: throw Failure(KVO_HWS_NO_SERVICE, subject + words(KVO_HWS_NO_SERVICE, {}));
         default: break;
         }
-        output_.check();
+        attention_.check();
         return deadline_ ? UsbEventEnd::closed : UsbEventEnd::takenOver;
     }
 
     const UsbEventPlan &plan_;
-    const StopSignals &signals_;
-    LineOutput output_;
+    Attention attention_;
     std::optional<uint32_t> end_;                ///< the code that told it
     std::optional<Clock::time_point> deadline_;  ///< of the close, once it has begun
     bool wantsToClose_ = false;

@@ -2,11 +2,9 @@
 #pragma once
 
 #include "event_program.h"
-#include "line_output.h"
 #include "stop_signals.h"
 #include "usb_event.h"
 
-#include <functional>
 #include <optional>
 
 namespace kvoctl {
@@ -15,8 +13,8 @@ namespace kvoctl {
 struct UsbEventPlan {
     bool olderCallback = false;
     bool closeWhenActivated = false;
-    std::function<std::string(const UsbEvent &)> format{};  ///< makes the event's line; none: events are not shown
-    std::optional<EventProgram> program{};                  ///< decides what the daemon is told of an event
+    LineFormat format = nullptr;            ///< makes the event's line; none: events are not shown
+    std::optional<EventProgram> program{};  ///< decides what the daemon is told of an event
 };
 
 enum class UsbEventEnd { closed, takenOver };

@@ -101,10 +101,13 @@ TEST_P(Journeys, call_the_function)
         arguments.push_back(word);
     }
     arguments.insert(arguments.end(), GetParam().arguments.begin(), GetParam().arguments.end());
+    const std::string input = (directory / "input").string();
+    std::ofstream(input) << GetParam().input;
     const Ended ended = kvoctl(arguments, {.environment = {"LC_ALL=C.UTF-8", "LD_PRELOAD=" RECORDING_LIBRARY,
-                                                           "KVO_CALLS=" + calls, "ASAN_OPTIONS=verify_asan_link_order=0"}});
+                                                           "KVO_CALLS=" + calls, "ASAN_OPTIONS=verify_asan_link_order=0"},
+                                           .inputFile = input.c_str()});
     EXPECT_EQ(ended.status, 0) << ended.err;
-    EXPECT_THAT(contentsOf(calls), testing::HasSubstr(GetParam().function + "\n"));
+    EXPECT_THAT("\n" + contentsOf(calls), testing::HasSubstr("\n" + GetParam().function + "\n"));
 }
 
 INSTANTIATE_TEST_SUITE_P(All, Journeys, testing::ValuesIn(journeys()), [](const auto &row) { return row.param.function; });

@@ -6,11 +6,15 @@ namespace kvoctl_test {
 std::vector<Journey> journeys()
 {
     const std::string station = "10.0.0.5";
+    const Arguments agent{"--focus", station, "--remote", "127.0.0.1", "--session", "3"};
     return {
         {"KVO_HWS_activateDebugDLL", "ready", {"--debug"}},
+        {"KVO_HWS_activateEmbKvoEvents", "events watch"},
         {"KVO_HWS_activateUSBEvents", "usb watch", {"--v1"}},
         {"KVO_HWS_activateUSBEventsV2", "usb watch"},
+        {"KVO_HWS_cleanupEmbHwsClient", "agent run", agent},
         {"KVO_HWS_closeUSBEvents", "usb close"},
+        {"KVO_HWS_deactivateEmbKvoEvents", "events watch"},
         {"KVO_HWS_deleteChannelInfo", "channel-info delete", {station}},
         {"KVO_HWS_enableMCPKey", "address enable-key", {station, "1", "2"}},
         {"KVO_HWS_getBacklightBrightnessV2", "panel brightness-v2", {station, "0"}},
@@ -57,6 +61,7 @@ std::vector<Journey> journeys()
         {"KVO_HWS_killDaemon", "kill-daemon"},
         {"KVO_HWS_lockKVORegData", "registry lock"},
         {"KVO_HWS_rebootKVO", "viewer reboot", {station}},
+        {"KVO_HWS_sendEmbHwsEvent", "agent run", agent, "an event\n"},
         {"KVO_HWS_setActivateMe", "viewer activate-me", {station}},
         {"KVO_HWS_setBacklight", "backlight", {"on"}},
         {"KVO_HWS_setBacklightBrightness", "panel brightness", {station, "40"}},
@@ -85,6 +90,7 @@ std::vector<Journey> journeys()
         {"KVO_HWS_showInputDeviceV3", "input devices", {station}},
         {"KVO_HWS_simulateMCPKey", "address simulate-key", {station, "1", "2"}},
         {"KVO_HWS_startConfiguredViewer", "viewer start-configured", {station, "text", "1"}},
+        {"KVO_HWS_startupEmbHwsClient", "agent run", agent},
         {"KVO_HWS_unlockKVORegData", "registry unlock"},
     };
 }

@@ -12,6 +12,7 @@ struct Journey {
     std::string function;
     std::string command;  ///< the subcommand's words
     Arguments arguments{};
+    std::string input{};  ///< on standard input
 };
 
 /// One journey for each function at least; a function may be reached by several subcommands.

@@ -89,6 +89,7 @@ pid_t start(const Arguments &arguments, const Surroundings &surroundings, int ou
     const std::vector<std::string> variables = environmentWith(surroundings.environment);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, surroundings.inputFile, O_RDONLY, 0);
     posix_spawn_file_actions_adddup2(&actions, out, STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, err, STDERR_FILENO);
     pid_t process = -1;

@@ -17,6 +17,7 @@ struct Surroundings {
     std::optional<unsigned short> terminal{};  ///< standard output is a terminal of so many columns; 0: it does not say
     std::vector<std::string> environment{"LC_ALL=C.UTF-8"};  ///< beside the test's own; later ones win
     const char *outputFile = nullptr;                        ///< standard output is this file
+    const char *inputFile = "/dev/null";                     ///< standard input
 };
 
 struct Ended {

@@ -59,6 +59,16 @@ TEST_P(WrongValue, is_refused_before_anything_is_asked)
     expectRefused(row.command, row.arguments, row.meaning);
 }
 
+/// A right agent, with something wrong behind.
+Arguments agent(const Arguments &more)
+{
+    Arguments all{"--focus", "10.0.0.5", "--remote", "127.0.0.1", "--session", "3"};
+    all.insert(all.end(), more.begin(), more.end());
+    return all;
+}
+
+const std::string kAnswerWords = "neither a whole number nor one of done, yes, no, not-running, busy, failed";
+
 const std::string kAllOrNone = "all values are needed to set it, or none to show it";
 
 INSTANTIATE_TEST_SUITE_P(
@@ -130,6 +140,59 @@ INSTANTIATE_TEST_SUITE_P(
         Wrong{"connectors_of_two", "usb connectors", {"10.0.0.5", "10.0.0.6"}, "one station at most"},
         Wrong{"watch_of_a_station", "usb watch", {"10.0.0.5"}, "The following argument was not expected: 10.0.0.5"},
         Wrong{"exec_of_nothing", "usb watch", {"--exec"}, "--exec: 1 required PROGRAM missing"},
+        Wrong{"agent_of_nobody",
+              "agent run",
+              {"--remote", "127.0.0.1", "--session", "3"},
+              "one of --focus and --focus-name is needed"},
+        Wrong{"agent_without_a_remote_service", "agent run", {"--focus", "10.0.0.5", "--session", "3"}, "--remote is required"},
+        Wrong{
+            "agent_without_a_session", "agent run", {"--focus", "10.0.0.5", "--remote", "127.0.0.1"}, "--session is required"},
+        Wrong{"agent_of_two_stations", "agent run", agent({"--focus-name", "st1"}), "--focus excludes --focus-name"},
+        Wrong{"agent_of_a_short_address",
+              "agent run",
+              {"--focus", "10.5", "--remote", "127.0.0.1", "--session", "3"},
+              R"(--focus: "10.5" is no dotted IPv4 address)"},
+        Wrong{"agent_of_an_address_of_nobody",
+              "agent run",
+              {"--focus", "0.0.0.0", "--remote", "127.0.0.1", "--session", "3"},
+              "--focus: 0.0.0.0 is nobody's address"},
+        Wrong{"agent_of_a_remote_name",
+              "agent run",
+              {"--focus", "10.0.0.5", "--remote", "panel", "--session", "3"},
+              R"(--remote: "panel" is no dotted IPv4 address)"},
+        Wrong{"agent_of_session_10",
+              "agent run",
+              {"--focus", "10.0.0.5", "--remote", "127.0.0.1", "--session", "10"},
+              R"(--session: "10" is no whole number from 0 to 9)"},
+        Wrong{"agent_with_a_torn_name",
+              "agent run",
+              {"--focus-name", "a\nmcpFlag=1", "--remote", "127.0.0.1", "--session", "3"},
+              R"(--focus-name: "a\x0AmcpFlag=1" holds a control character)"},
+        Wrong{"agent_with_an_empty_name",
+              "agent run",
+              {"--focus-name", "", "--remote", "127.0.0.1", "--session", "3"},
+              "--focus-name: the text is empty"},
+        Wrong{"agent_with_a_long_screen", "agent run", agent({"--screen", std::string(128, 's')}),
+              "--screen: at most 127 bytes are taken"},
+        Wrong{"agent_with_a_torn_screen", "agent run", agent({"--screen", "a\nb"}),
+              R"(--screen: "a\x0Ab" holds a control character)"},
+        Wrong{"agent_of_a_negative_index", "agent run", agent({"--kvo-index", "-1"}),
+              R"(--kvo-index: "-1" is no whole number from 0 to 4294967295)"},
+        Wrong{"answer_without_a_command", "agent run", agent({"--answer", "done"}), R"(--answer: "done" is no COMMAND=ANSWER)"},
+        Wrong{"answer_to_an_unknown_command", "agent run", agent({"--answer", "ping=1"}),
+              R"(--answer: "ping" is none of stop-viewer, stop-viewer-preempt, stop-viewer-noclean, activate-me, )"
+              "show-viewer-active, set-darken, set-statusline"},
+        Wrong{"unknown_answer", "agent run", agent({"--answer", "stop-viewer=perhaps"}),
+              R"(--answer: "perhaps" is )" + kAnswerWords},
+        Wrong{"unknown_answer_to_all", "agent run", agent({"--answer-all", "1x"}), R"(--answer-all: "1x" is )" + kAnswerWords},
+        Wrong{"two_ways_to_answer", "agent run", agent({"--exec", "true", "--answer-all", "1"}),
+              "--answer-all excludes --exec"},
+        Wrong{"check_with_a_remote_service",
+              "agent check",
+              {"--focus", "10.0.0.5", "--remote", "127.0.0.1"},
+              "The following arguments were not expected: 127.0.0.1 --remote"},
+        Wrong{"check_of_nobody", "agent check", {}, "one of --focus and --focus-name is needed"},
+        Wrong{"events_of_a_station", "events watch", {"10.0.0.5"}, "The following argument was not expected: 10.0.0.5"},
         Wrong{"unknown_metric",
               "metrics",
               {"10.0.0.5", "weight"},
@@ -149,7 +212,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 std::set<std::string> allCommands()
 {
-    std::set<std::string> commands{"doctor", "panel show"};
+    std::set<std::string> commands{"agent check", "doctor", "panel show"};
     for (const Journey &journey : journeys()) {
         commands.insert(journey.command);
     }

@@ -1,11 +1,9 @@
 // "kvoctl usb watch --exec": what the program is told, and what the daemon is told of it.
-#include "tools/kvosim/temporary_directory.h"
+#include "script.h"
 #include "usb_devices.h"
 #include "watching.h"
 
 #include <chrono>
-#include <filesystem>
-#include <fstream>
 #include <thread>
 
 using namespace std::chrono_literals;
@@ -19,26 +17,6 @@ using support::agrees;
 using support::ScriptedService;
 using testing::ElementsAre;
 using testing::HasSubstr;
-
-/// A program of the user's.
-class Script {
-public:
-    /// @p lines  of a shell, in the script's own directory
-    explicit Script(const std::string &lines) : Script("/bin/sh", "cd \"${0%/*}\"\n" + lines) {}
-    Script(const std::string &interpreter, const std::string &lines)
-    {
-        std::ofstream(path()) << "#!" << interpreter << "\n" << lines << "\n";
-        std::filesystem::permissions(path(), std::filesystem::perms::owner_all);
-    }
-
-    [[nodiscard]] std::string path() const { return directory_ / "on-usb-event"; }
-    /// A file that the program has written.
-    [[nodiscard]] std::string file(const char *name) const { return contentsOf(directory_ / name); }
-    [[nodiscard]] bool has(const char *name) const { return std::filesystem::exists(directory_ / name); }
-
-private:
-    kvosim_test::TemporaryDirectory directory_;
-};
 
 const std::string kEnvironment = "env | grep ^KVO_USB_ | LC_ALL=C sort >> environment; echo >> environment";
 

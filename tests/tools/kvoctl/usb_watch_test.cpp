@@ -15,7 +15,6 @@ namespace kvoctl_test {
 
 namespace {
 
-using kvosim_test::Program;
 using support::agrees;
 using support::ScriptedService;
 using testing::Contains;
@@ -322,12 +321,6 @@ TEST(UsbWatch, fails_where_nobody_can_connect_to_it)
 }
 
 // ---- What it writes to ----
-
-/// Runs a line of the shell in which $KVOCTL stands for the program.
-class Shell : public Program {
-public:
-    explicit Shell(const std::string &line) : Program({"sh", "-c", "KVOCTL='" KVOCTL_PROGRAM "'; " + line}) {}
-};
 
 TEST(UsbWatch, ends_well_when_its_reader_goes_away)
 {

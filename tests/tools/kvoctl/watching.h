@@ -1,4 +1,4 @@
-// "kvoctl usb watch" as a process that runs until it is told to end.
+// A command that runs until it is told to end, as a process: "kvoctl usb watch" unless another one is named.
 #pragma once
 
 #include "tools/kvosim/program.h"
@@ -20,7 +20,7 @@ inline std::vector<std::string> lines(const std::string &text)
 
 class Watching {
 public:
-    explicit Watching(const Arguments &more = {}) : program_(command(more)) {}
+    explicit Watching(const Arguments &more = {}, const Arguments &words = {"usb", "watch"}) : program_(command(words, more)) {}
 
     /// Waits until the service has agreed; false after 10 s.
     [[nodiscard]] bool isActive() const { return program_.hasWritten("activated"); }
@@ -47,14 +47,21 @@ public:
     }
 
 private:
-    static Arguments command(const Arguments &more)
+    static Arguments command(const Arguments &words, const Arguments &more)
     {
-        Arguments all{KVOCTL_PROGRAM, "usb", "watch"};
+        Arguments all{KVOCTL_PROGRAM};
+        all.insert(all.end(), words.begin(), words.end());
         all.insert(all.end(), more.begin(), more.end());
         return all;
     }
 
     kvosim_test::Program program_;
+};
+
+/// Runs a line of the shell in which $KVOCTL stands for the program.
+class Shell : public kvosim_test::Program {
+public:
+    explicit Shell(const std::string &line) : Program({"sh", "-c", "KVOCTL='" KVOCTL_PROGRAM "'; " + line}) {}
 };
 
 }  // namespace kvoctl_test

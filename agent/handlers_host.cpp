@@ -1,0 +1,123 @@
+// Commands that only the host program can carry out: they are passed to its callback.
+#include <kvo_hws/agent.h>
+
+#include "agent/call.h"
+#include "runtime/numbers.h"
+
+#include <cstdio>
+#include <cstring>
+#include <optional>
+
+namespace {
+
+using kvo_hws::agent::Call;
+
+using Command = char[256];
+
+constexpr const char *kFailed = "failed\r\n";
+
+/// What the host says; nothing where there is no host.
+std::optional<int> askHost(const char *command) noexcept
+{
+    const EmbCmdCallback callback = kvo_hws::shared(gCmdCallback).load();
+    if (callback == nullptr) {
+        return std::nullopt;
+    }
+    try {
+        return callback(gEmbKvoInst, command);
+    } catch (...) {
+        return -1;
+    }
+}
+
+/// The replies to a host's 1, 0 and anything else.
+struct Replies {
+    const char *yes;
+    const char *no;
+    const char *other = kFailed;
+};
+
+void answerByHost(const Call &call, const char *command, Replies replies) noexcept
+{
+    const std::optional<int> said = askHost(command);
+    if (!said.has_value()) {
+        call.bad();
+        return;
+    }
+    switch (*said) {
+    case 1: call.text(replies.yes); break;
+    case 0: call.text(replies.no); break;
+    default: call.text(replies.other); break;
+    }
+}
+
+constexpr Replies kStopped = {"ok\r\n", "not running\r\n"};
+
+/// Two integers, each directly followed by a comma; null where they are not, else what follows.
+char *textBehindNumbers(char *argument) noexcept
+{
+    char *rest = argument;
+    for (int number = 0; number < 2; ++number) {
+        const char *const end = kvo_hws::readSigned(rest).end;
+        if (end == rest || *end != ',') {
+            return nullptr;
+        }
+        rest += end - rest + 1;
+    }
+    return rest;
+}
+
+}  // namespace
+
+void handle_stop_viewer(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+{
+    answerByHost(Call(session, tag), "stop-viewer", kStopped);
+}
+
+void handle_stop_viewer_preempt(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+{
+    answerByHost(Call(session, tag), "stop-viewer-preempt", kStopped);
+}
+
+void handle_stop_viewer_noclean(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+{
+    answerByHost(Call(session, tag), "stop-viewer-noclean", kStopped);
+}
+
+void handle_activate_me(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+{
+    answerByHost(Call(session, tag), "activate-me", {"ok\r\n", "busy\r\n"});
+}
+
+void handle_set_darken(HmiSession *session, const char *tag, char *argument) noexcept
+{
+    Command command;
+    std::snprintf(command, sizeof command, "set-darken=%s", argument);
+    answerByHost(Call(session, tag), command, {"ok\r\n", kFailed});
+}
+
+void handle_show_viewer_active(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+{
+    answerByHost(Call(session, tag), "show-viewer-active", {"active=1\r\n", "active=0\r\n"});
+}
+
+/// Asks the host whether a viewer is active, in the same words: hosts know no other question.
+void handle_show_current_server(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+{
+    Command server;
+    std::snprintf(server, sizeof server, "vncserver=%s\r\n", sesstoa(session));
+    answerByHost(Call(session, tag), "show-viewer-active", {server, "none\r\n", "none\r\n"});
+}
+
+void handle_set_statusline(HmiSession *session, const char *tag, char *argument) noexcept
+{
+    const Call call(session, tag);
+    char *const text = textBehindNumbers(argument);
+    if (!call.accepts(text != nullptr)) {
+        return;
+    }
+    text[std::strcspn(text, "\r\n")] = '\0';
+    Command command;
+    std::snprintf(command, sizeof command, "set-statusline=%s", argument);
+    answerByHost(call, command, {"ok\r\n", kFailed});
+}

@@ -1,0 +1,161 @@
+// Commands that are answered out of the agent's own state.
+#include <kvo_hws/agent.h>
+
+#include "agent/call.h"
+#include "agent/focus_station.h"
+#include "runtime/owners.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+char *hws_channel_info = nullptr;
+
+namespace {
+
+using kvo_hws::shared;
+using kvo_hws::agent::Call;
+
+constexpr uint32_t kNumLockDisabled = 2;
+constexpr uint32_t kCapsLockDisabled = 4;
+
+/// Sets or clears a key flag by the argument's first character.
+void setKeyFlag(HmiSession &session, const Call &call, const char *argument, uint32_t flag) noexcept
+{
+    if (call.accepts(*argument == '0' || *argument == '1')) {
+        session.keyFlags = *argument == '1' ? session.keyFlags | flag : session.keyFlags & ~flag;
+        call.ok();
+    }
+}
+
+int keyFlag(const HmiSession &session, uint32_t flag) noexcept { return (session.keyFlags & flag) != 0 ? 1 : 0; }
+
+/// A copy of an argument on the heap takes the place of a text; nothing does where the argument is empty. False without
+/// memory, and then the text stays.
+bool replaceText(char *&text, const char *argument) noexcept
+{
+    kvo_hws::HeapText copy(*argument != '\0' ? strdup(argument) : nullptr);
+    if (*argument != '\0' && copy == nullptr) {
+        return false;
+    }
+    std::free(std::exchange(text, copy.release()));
+    return true;
+}
+
+}  // namespace
+
+// ---- The station in focus, as it was when the agent started ----
+
+void handle_show_panel_size(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+{
+    const Call call(session, tag);
+    if (const KvoDescriptionEx *const panel = kvo_hws::agent::focusStation::description()) {
+        call.value("width=%d height=%d depth=%d\r\n", static_cast<int>(panel->attr1), static_cast<int>(panel->attr2),
+                   static_cast<int>(panel->attr3));
+    } else {
+        call.failed("panel size not readable");
+    }
+}
+
+void handle_show_hwid(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+{
+    const Call call(session, tag);
+    if (const KvoDescriptionEx *const panel = kvo_hws::agent::focusStation::description()) {
+        call.value("hwid=%u.%u.%u.%u:%08x\r\n", panel->extAttr3, panel->extAttr4, panel->extAttr5, panel->extAttr6,
+                   panel->extAttr7);
+    } else {
+        call.failed("hwid not readable");
+    }
+}
+
+// ---- Key flags of the session ----
+
+void handle_set_disable_numlock(HmiSession *session, const char *tag, char *argument) noexcept
+{
+    setKeyFlag(*session, Call(session, tag), argument, kNumLockDisabled);
+}
+
+void handle_set_disable_capslock(HmiSession *session, const char *tag, char *argument) noexcept
+{
+    setKeyFlag(*session, Call(session, tag), argument, kCapsLockDisabled);
+}
+
+void handle_get_disable_numlock(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+{
+    Call(session, tag).value("disable-numlock=%d\r\n", keyFlag(*session, kNumLockDisabled));
+}
+
+void handle_get_disable_capslock(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+{
+    Call(session, tag).value("disable-capslock=%d\r\n", keyFlag(*session, kCapsLockDisabled));
+}
+
+// ---- What the host has told ----
+
+void handle_ping(HmiSession *session, const char *tag, char * /*argument*/) noexcept { Call(session, tag).text("pong\r\n"); }
+
+void handle_get_kvo_name(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+{
+    Call(session, tag).texts(gHostname, "\r\n");
+}
+
+void handle_get_kvo_priority(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+{
+    Call(session, tag).value("Priority=%u:%d\r\n", shared(gSuspendLock).load(), static_cast<int>(shared(gSuspendPrio).load()));
+}
+
+void handle_get_kvo_startup_active(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+{
+    Call(session, tag).value("startup-active=%u\r\n", shared(gStartupActive).load());
+}
+
+void handle_get_kvo_startup_prio(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+{
+    Call(session, tag).value("startup-prio=%u\r\n", shared(gStartupPrio).load());
+}
+
+void handle_get_screen_on_focus(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+{
+    Call(session, tag).texts("screen-on-focus=", gScreenOnFocus, "\r\n");
+}
+
+void handle_get_channel_on_focus(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+{
+    Call(session, tag).value("channel-on-focus=%u\r\n", shared(gChannelOnFocus).load());
+}
+
+void handle_get_kvoindex(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+{
+    Call(session, tag).value("kvoindex=%u\r\n", shared(gKvoIndex).load());
+}
+
+void handle_get_t2m2n(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+{
+    Call(session, tag).texts(kvo_hws::agent::focusStation::t2m2n(), "\r\n");
+}
+
+// ---- What the remote side has told ----
+
+void handle_get_channel_info(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+{
+    Call(session, tag).texts("channel-info=", hws_channel_info != nullptr ? hws_channel_info : "", "\r\n");
+}
+
+void handle_set_channel_info(HmiSession *session, const char *tag, char *argument) noexcept
+{
+    const Call call(session, tag);
+    if (replaceText(hws_channel_info, argument)) {
+        call.ok();
+    } else {
+        call.failed("out of memory");
+    }
+}
+
+void handle_servername(HmiSession *session, const char *tag, char *argument) noexcept
+{
+    // Without memory for it the remote side has no name: that is for display alone.
+    if (!replaceText(session->server->name, argument)) {
+        std::free(std::exchange(session->server->name, nullptr));
+    }
+    Call(session, tag).ok();
+}

@@ -1,0 +1,166 @@
+// Starting and stopping the agent, and pushing the host's events.
+#include <kvo_hws/agent.h>
+#include <kvo_hws/platform.h>
+#include <kvo_hws/result.h>
+#include <kvo_hws/runtime.h>
+
+#include "agent/instance.h"
+#include "agent/line_writer.h"
+#include "agent/parameters.h"
+#include "runtime/clock.h"
+#include "runtime/log.h"
+#include "runtime/owners.h"
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+using kvo_hws::debugValues;
+using kvo_hws::Lock;
+using kvo_hws::shared;
+
+constexpr auto kStopPeriod = 100ms;
+constexpr uint64_t kStopTime = 6000;  // milliseconds
+constexpr auto kSettleTime = 1s;
+
+/// Starts and clean-ups take turns. Not held while host code runs.
+pthread_mutex_t lifecycle = PTHREAD_MUTEX_INITIALIZER;
+
+/// The thread that serves the agent, so that a clean-up on it does not wait for itself.
+std::atomic<pthread_t> connectionThread{};
+
+bool isRunning() noexcept { return shared(gEmbKvoInst->running).load() == 1; }
+
+bool isConnectionThread() noexcept { return isRunning() && pthread_equal(connectionThread.load(), pthread_self()) != 0; }
+
+/// Running, or ended and not cleaned up.
+bool isInUse() noexcept { return shared(gEmbKvoInst->running).load() != 0 || shared(gCmdCallback).load() != nullptr; }
+
+void *serveAgent(void *instance) noexcept
+{
+    connectionThread.store(pthread_self());
+    embHwsClientThread(instance);
+    return nullptr;
+}
+
+int start(const char *params, void **instanceOut, EmbCmdCallback callback) noexcept
+{
+    if (!kvo_hws::agent::readParameters(params, *gEmbKvoInst)) {
+        SendDLLDebugMessage("KVO_HWS DLL - parseParameter - obligatory parameter missed");
+        return KVO_HWS_MISSING_PARAMETER;
+    }
+    shared(gCmdCallback).store(callback);
+    shared(protocolNegotiated).store(0);
+    kvo_hws::agent::abandoned.store(false);
+    shared(gEmbKvoInst->stop).store(0);
+    // The thread's own word, given ahead: a clean-up that follows at once must wait for it.
+    shared(gEmbKvoInst->running).store(1);
+    if (kvo_hws_CreateThread(serveAgent, gEmbKvoInst) != 1) {
+        debugValues("KVO_HWS DLL - KVO_HWS_startupEmbHwsClient - pthread_create fails %d", errno);
+        shared(gEmbKvoInst->running).store(0);
+        return KVO_HWS_FAILED;
+    }
+    *instanceOut = gEmbKvoInst;
+    return KVO_HWS_OK;
+}
+
+/// Why a clean-up is refused; 1 where it is not.
+int32_t refusal(const void *instance) noexcept
+{
+    constexpr const char *kLabel = "KVO_HWS DLL - KVO_HWS_cleanupEmbHwsClient";
+    if (shared(gCmdCallback).load() == nullptr) {
+        kvo_hws::debugMessage(kLabel, "no previous startup");
+        return KVO_HWS_NULL_POINTER;
+    }
+    if (instance == nullptr) {
+        kvo_hws::debugMessage(kLabel, "instance data is NULL");
+        return KVO_HWS_NULL_POINTER;
+    }
+    if (instance != gEmbKvoInst) {
+        kvo_hws::debugMessage(kLabel, "instance data is invalid");
+        return KVO_HWS_INVALID_INSTANCE;
+    }
+    return KVO_HWS_OK;
+}
+
+/// On the agent's own thread: it ends as soon as the callback that asks for it returns.
+int32_t endWithoutWaiting() noexcept
+{
+    kvo_hws::agent::abandoned.store(true);
+    shared(protocolNegotiated).store(0);
+    shared(gCmdCallback).store(nullptr);
+    return KVO_HWS_FAILED;
+}
+
+/// Waits for the thread's end. False where it goes on.
+bool awaitEnd() noexcept
+{
+    const uint64_t deadline = GetTickCount64() + kStopTime;
+    while (isRunning() && GetTickCount64() < deadline) {
+        kvo_hws::pause(kStopPeriod);
+    }
+    return !isRunning();
+}
+
+}  // namespace
+
+int KVO_HWS_startupEmbHwsClient(const char *params, void **instanceOut, EmbCmdCallback callback) noexcept
+{
+    const auto refused = [] {
+        SendDLLDebugMessage("KVO_HWS DLL - KVO_HWS_startupEmbHwsClient - one instance of embedded kvo is already running!");
+        return KVO_HWS_ALREADY_RUNNING;
+    };
+    // Asked ahead of the lock too: a callback that starts an agent must not wait for whoever waits for its thread.
+    if (isInUse()) {
+        return refused();
+    }
+    const Lock lock(lifecycle);
+    if (isInUse()) {
+        return refused();
+    }
+    if (instanceOut == nullptr || callback == nullptr || params == nullptr) {
+        SendDLLDebugMessage("KVO_HWS DLL - KVO_HWS_startupEmbHwsClient - null pointer received!");
+        return KVO_HWS_NULL_POINTER;
+    }
+    return start(params, instanceOut, callback);
+}
+
+int KVO_HWS_cleanupEmbHwsClient(void *instance) noexcept
+{
+    if (isConnectionThread()) {
+        const int32_t refused = refusal(instance);
+        return refused != KVO_HWS_OK ? refused : endWithoutWaiting();
+    }
+    const Lock lock(lifecycle);
+    if (const int32_t refused = refusal(instance); refused != KVO_HWS_OK) {
+        return refused;
+    }
+    shared(gEmbKvoInst->stop).store(1);
+    shared(protocolNegotiated).store(0);
+    const bool ended = awaitEnd();
+    // A thread that goes on, because the host's callback does, ends later all the same.
+    kvo_hws::agent::abandoned.store(!ended);
+    shared(gEmbKvoInst->stop).store(0);
+    shared(gCmdCallback).store(nullptr);
+    kvo_hws::pause(kSettleTime);
+    shared(gFocusKvoIp).store(0);
+    return ended ? KVO_HWS_OK : KVO_HWS_FAILED;
+}
+
+int KVO_HWS_sendEmbHwsEvent(void *instance, const char *text) noexcept
+{
+    constexpr const char *kLabel = "KVO_HWS DLL - KVO_HWS_sendEmbHwsEvent";
+    if (instance == nullptr || text == nullptr) {
+        kvo_hws::debugMessage(kLabel, instance == nullptr ? "instance data is NULL" : "null pointer received!");
+        return KVO_HWS_NULL_POINTER;
+    }
+    if (instance != gEmbKvoInst) {
+        kvo_hws::debugMessage(kLabel, "instance data is invalid");
+        return KVO_HWS_INVALID_INSTANCE;
+    }
+    return kvo_hws::agent::pushIndication(gEmbKvoInst->session, text);
+}

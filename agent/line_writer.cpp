@@ -1,0 +1,187 @@
+#include "agent/line_writer.h"
+
+#include <kvo_hws/runtime.h>
+
+#include "agent/instance.h"
+#include "runtime/owners.h"
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstdarg>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+using namespace std::chrono_literals;
+
+pthread_mutex_t sGCriticalSectionEventSocket = PTHREAD_MUTEX_INITIALIZER;
+
+namespace {
+
+using kvo_hws::shared;
+
+constexpr unsigned kIndications = 99;
+constexpr auto kStopPeriod = 100ms;
+constexpr auto kStallTime = 4s;  // as long as a local peer may be silent
+
+// ---- All of what follows runs, and is, under the lock ----
+
+unsigned indications = 0;
+
+/// The socket whose lines are known to leave as soon as they are uncorked.
+int promptSocket = -1;
+
+void setOption(int socket, int option, int value) noexcept { setsockopt(socket, IPPROTO_TCP, option, &value, sizeof value); }
+
+/// Waits until a socket takes more. False where it has not for too long, or the agent is to end: nobody may hang on its remote
+/// side.
+bool waitWritable(int socket) noexcept
+{
+    pollfd waiting{.fd = socket, .events = POLLOUT, .revents = 0};
+    for (auto waited = 0ms; waited < kStallTime; waited += kStopPeriod) {
+        const int ready = poll(&waiting, 1, static_cast<int>(kStopPeriod.count()));
+        if (ready > 0) {
+            return true;
+        }
+        if ((ready < 0 && errno != EINTR) || kvo_hws::agent::mustStop()) {
+            return false;
+        }
+    }
+    return false;
+}
+
+/// False where not all of the part could be sent.
+bool sendPart(int socket, const char *part) noexcept
+{
+    std::size_t left = std::strlen(part);
+    while (left > 0) {
+        const ssize_t sent = send(socket, part, left, MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (sent >= 0) {
+            part += sent;
+            left -= static_cast<std::size_t>(sent);
+        } else if (errno == EAGAIN ? !waitWritable(socket) : errno != EINTR) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/// A line as its parts come: corked, so that it leaves as one segment.
+class Line {
+public:
+    explicit Line(int socket) noexcept : socket_(socket)
+    {
+        if (socket_ != promptSocket) {
+            // Uncorking alone leaves a line to wait for the acknowledgement of the one before.
+            setOption(socket_, TCP_NODELAY, 1);
+            promptSocket = socket_;
+        }
+        setOption(socket_, TCP_CORK, 1);
+    }
+    Line(const Line &) = delete;
+    Line &operator=(const Line &) = delete;
+    ~Line()
+    {
+        setOption(socket_, TCP_CORK, 0);
+        if (!whole_) {
+            // Half a line must not become the beginning of the next one: the reader of this socket finds it closed.
+            shutdown(socket_, SHUT_RDWR);
+        }
+    }
+
+    void part(const char *text) noexcept { whole_ = whole_ && sendPart(socket_, text); }
+
+    /// The parts up to a null one.
+    void parts(const char *first, va_list others) noexcept
+    {
+        for (const char *text = first; text != nullptr; text = va_arg(others, const char *)) {
+            part(text);
+        }
+    }
+
+private:
+    int socket_;
+    bool whole_ = true;
+};
+
+using Prefix = std::array<char, 16>;
+
+Prefix nextPrefix() noexcept
+{
+    indications = indications >= kIndications ? 1 : indications + 1;
+    Prefix prefix{};
+    std::snprintf(prefix.data(), prefix.size(), "I%02u:", indications);
+    return prefix;
+}
+
+bool mayIndicate() noexcept { return shared(protocolNegotiated).load() != 0; }
+
+}  // namespace
+
+void hmiconn_reply(int socket, const char *tag, const char *text, ...) noexcept
+{
+    va_list others;
+    va_start(others, text);
+    {
+        const kvo_hws::Lock lock(sGCriticalSectionEventSocket);
+        Line line(socket);
+        if (tag != nullptr) {
+            line.part(tag);
+        }
+        line.parts(text, others);
+    }
+    va_end(others);
+}
+
+int hmiconn_indication(int socket, const char *text, ...) noexcept
+{
+    if (!mayIndicate()) {
+        return -1;
+    }
+    va_list others;
+    va_start(others, text);
+    {
+        const kvo_hws::Lock lock(sGCriticalSectionEventSocket);
+        Line line(socket);
+        line.part(nextPrefix().data());
+        line.parts(text, others);
+    }
+    va_end(others);
+    return 1;
+}
+
+int kvo_hws::agent::pushIndication(HmiSession &session, const char *text) noexcept
+{
+    if (!mayIndicate()) {
+        return -1;
+    }
+    const Lock lock(sGCriticalSectionEventSocket);
+    const Prefix prefix = nextPrefix();
+    // Looked at under the lock: it may have been closed, and be another's, while this thread waited.
+    if (const int socket = socketOf(session); socket >= 0) {
+        Line line(socket);
+        line.part(prefix.data());
+        line.part(text);
+        line.part("\r\n");
+    }
+    return 1;
+}
+
+void kvo_hws::agent::closeSocket(HmiSession &session) noexcept
+{
+    const Lock lock(sGCriticalSectionEventSocket);
+    promptSocket = -1;
+    const Descriptor closed(shared(session.socket).exchange(-1));
+}
+
+void kvo_hws::agent::openSocket(HmiSession &session, int socket) noexcept
+{
+    const Lock lock(sGCriticalSectionEventSocket);
+    promptSocket = -1;
+    shared(session.socket).store(socket);
+}

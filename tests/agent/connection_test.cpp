@@ -1,0 +1,339 @@
+// The connection thread: where it connects to and when, how it serves, and what it logs on the way.
+#include <kvo_hws/agent.h>
+#include <kvo_hws/config.h>
+#include <kvo_hws/runtime.h>
+
+#include "agent/agent_fixture.h"
+#include "support/syslog_capture.h"
+#include "support/system_calls.h"
+#include "support/usb_events.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+using agent_test::Agent;
+using agent_test::kSession;
+using agent_test::parameters;
+using agent_test::serves;
+using support::eventually;
+using support::MessagesOn;
+using support::RemoteService;
+using support::ScriptedService;
+using support::SyslogCapture;
+using support::WithSystemCalls;
+using testing::AllOf;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::EndsWith;
+using testing::Ge;
+using testing::Le;
+using testing::Not;
+using testing::StartsWith;
+
+using Clock = std::chrono::steady_clock;
+
+const std::string kThread = "KVO_HWS DLL - embHwsClientThread - ";
+const std::string kConnect = "KVO_HWS DLL - try_hws_connect - ";
+const std::string kNextTry = kThread + "Emb-KVO next try to connect to 127.0.0.1 in 1 second";
+
+int32_t sessionSocket() { return std::atomic_ref(gEmbKvoInst->session.socket).load(); }
+
+/// The messages of the connection thread among all that was logged.
+std::vector<std::string> threadTexts(const SyslogCapture &capture)
+{
+    std::vector<std::string> texts;
+    for (const std::string &text : capture.texts()) {
+        if (text.starts_with(kThread) || text.starts_with(kConnect) || text.find("hmi_close_x") != std::string::npos) {
+            texts.push_back(text);
+        }
+    }
+    return texts;
+}
+
+class Connection : public testing::Test {
+protected:
+    void SetUp() override { setenv("KVO_PLATFORM_INTERFACE", "lo", 1); }
+
+    const MessagesOn messages;
+    const ScriptedService service{{serves()}};
+};
+
+TEST_F(Connection, is_logged_from_its_beginning_to_its_end)
+{
+    RemoteService remote(kSession);
+    const SyslogCapture capture;
+    {
+        const Agent agent;
+        ASSERT_TRUE(remote.accept());
+        ASSERT_EQ(remote.ask("ping"), "pong");
+        std::this_thread::sleep_for(1200ms);
+    }
+    const auto texts = threadTexts(capture);
+    ASSERT_GE(texts.size(), 6U);
+    EXPECT_EQ(texts[0], kThread + "embHwsClientThread uses interface '" + sConfData.interface + "'");
+    EXPECT_EQ(texts[1], kThread + "connect to 127.0.0.1");
+    EXPECT_EQ(texts[2], kThread + "Emb-KVO connected with 127.0.0.1");
+    EXPECT_EQ(texts[3], kThread + "Emb-KVO select with timeout");
+    EXPECT_THAT(texts[texts.size() - 2], StartsWith("KVO_HWS DLL - hmi_close_x - socket "));
+    EXPECT_THAT(texts.back(), AllOf(StartsWith(kThread + "threadID["), EndsWith("] terminates with 0")));
+}
+
+TEST_F(Connection, goes_to_the_port_of_its_session)
+{
+    RemoteService remote(9);
+    const Agent agent(parameters("remoteSession=19\n"));
+    ASSERT_TRUE(remote.accept());
+    EXPECT_EQ(remote.ask("ping"), "pong");
+    EXPECT_EQ(gEmbKvoInst->session.display, 9U);
+}
+
+TEST_F(Connection, of_session_13_goes_to_port_5853)
+{
+    RemoteService remote(3);
+    const Agent agent("focusKvoIp=10.0.0.5\nremoteKvoHwsIp=127.0.0.1\nremoteSession=13\n");
+    EXPECT_TRUE(remote.accept());
+}
+
+TEST_F(Connection, waits_for_the_remote_side_to_speak)
+{
+    RemoteService remote(kSession);
+    const Agent agent;
+    ASSERT_TRUE(remote.accept());
+    EXPECT_EQ(remote.bytes(300ms), "") << "no announcement";
+}
+
+TEST_F(Connection, sets_no_socket_option_when_it_is_made)
+{
+    RemoteService remote(kSession);
+    std::atomic<int> options{0};
+    const WithSystemCalls calls{{.setsockopt = [&, own = std::this_thread::get_id()](int, int level, int) {
+        options += level == IPPROTO_TCP && std::this_thread::get_id() != own ? 1 : 0;
+        return support::kPass;
+    }}};
+    const Agent agent;
+    ASSERT_TRUE(remote.accept());
+    EXPECT_TRUE(eventually([] { return sessionSocket() >= 0; }));
+    EXPECT_EQ(options, 0);
+    EXPECT_EQ(remote.ask("ping"), "pong");
+    EXPECT_EQ(options, 3) << "the first line's no delay, and the corking";
+}
+
+TEST_F(Connection, is_tried_every_second_while_nobody_listens)
+{
+    std::mutex lock;
+    std::vector<Clock::time_point> tries;
+    const WithSystemCalls calls{{.connect = [&](int, const sockaddr *address, socklen_t) {
+        if (address->sa_family == AF_INET) {
+            const std::lock_guard guard(lock);
+            tries.push_back(Clock::now());
+        }
+        return support::kPass;
+    }}};
+    const SyslogCapture capture;
+    const Agent agent;
+    ASSERT_TRUE(eventually([&] {
+        const std::lock_guard guard(lock);
+        return tries.size() >= 4;
+    }));
+    for (std::size_t next = 1; next < 4; ++next) {
+        EXPECT_THAT(tries[next] - tries[next - 1], AllOf(Ge(1s), Le(1500ms)));
+    }
+    auto texts = threadTexts(capture);
+    texts.resize(7);
+    const std::string connecting = kThread + "connect to 127.0.0.1";
+    const std::string refused = kConnect + "connect() returns " + std::to_string(ECONNREFUSED);
+    EXPECT_THAT(std::vector(texts.begin() + 1, texts.end()),
+                ElementsAre(connecting, refused, kNextTry, connecting, refused, kNextTry));
+}
+
+TEST_F(Connection, is_tried_again_where_there_is_no_socket)
+{
+    RemoteService remote(kSession);
+    std::atomic<int> rounds{0};
+    const WithSystemCalls calls{{.socket = [&](int domain) {
+        if (domain == AF_INET && rounds++ == 0) {
+            errno = EMFILE;
+            return -1;
+        }
+        return support::kPass;
+    }}};
+    const SyslogCapture capture;
+    const Agent agent;
+    ASSERT_TRUE(remote.accept());
+    const auto texts = threadTexts(capture);
+    EXPECT_THAT(texts, Contains(kConnect + "socket() returns " + std::to_string(EMFILE)));
+    EXPECT_THAT(texts, Contains(kNextTry));
+}
+
+TEST_F(Connection, that_is_lost_is_made_again_after_5_seconds)
+{
+    RemoteService remote(kSession);
+    const Agent agent;
+    ASSERT_TRUE(remote.accept());
+    ASSERT_EQ(remote.ask("set-kvoindex=7"), "ok");
+    ASSERT_EQ(remote.ask("set-disable-numlock=1"), "ok");
+    remote.send("pin");
+    std::this_thread::sleep_for(100ms);
+    const auto lost = Clock::now();
+    remote.close();
+    ASSERT_TRUE(remote.accept());
+    EXPECT_THAT(Clock::now() - lost, AllOf(Ge(5s), Le(5800ms)));
+    remote.send("g\n");
+    EXPECT_EQ(remote.line(), "bad request\r\n") << "a new connection begins with an empty line";
+    EXPECT_EQ(remote.ask("get-kvoindex"), "kvoindex=7");
+    EXPECT_EQ(remote.ask("get-disable-numlock"), "disable-numlock=1") << "kept as long as the agent lives";
+}
+
+TEST_F(Connection, that_is_reset_is_made_again)
+{
+    RemoteService remote(kSession);
+    const SyslogCapture capture;
+    const Agent agent;
+    ASSERT_TRUE(remote.accept());
+    ASSERT_EQ(remote.ask("ping"), "pong");
+    remote.close(true);
+    ASSERT_TRUE(remote.accept());
+    EXPECT_EQ(remote.ask("ping"), "pong");
+    EXPECT_THAT(capture.texts(),
+                Contains("In hmiconn_process_one_request: HWS connection to 127.0.0.1:3: Connection reset by peer"));
+}
+
+TEST_F(Connection, that_sends_an_endless_line_is_closed_and_made_again)
+{
+    RemoteService remote(kSession);
+    const Agent agent;
+    ASSERT_TRUE(remote.accept());
+    remote.send(std::string(256, 'x'));
+    EXPECT_EQ(remote.line(), "(closed)");
+    EXPECT_TRUE(remote.accept());
+}
+
+TEST_F(Connection, that_can_not_be_waited_for_is_closed_and_made_again)
+{
+    RemoteService remote(kSession);
+    const SyslogCapture capture;
+    const Agent agent;
+    ASSERT_TRUE(remote.accept());
+    ASSERT_EQ(remote.ask("ping"), "pong");
+    const int socket = sessionSocket();
+    {
+        std::atomic<bool> failed{false};
+        const WithSystemCalls calls{{.poll = [&](pollfd *descriptors, nfds_t count, int) {
+            if (count == 1 && descriptors->fd == socket && !failed.exchange(true)) {
+                errno = ENOMEM;
+                return -1;
+            }
+            return support::kPass;
+        }}};
+        remote.send("ping\n");
+        ASSERT_TRUE(eventually([&] { return failed.load(); }));
+        ASSERT_TRUE(eventually([] { return sessionSocket() < 0; }));
+    }
+    const std::string number = std::to_string(socket);
+    const auto texts = threadTexts(capture);
+    const auto first = std::ranges::find(texts, kThread + "Emb-KVO socket " + number + " getsockopt returns 0 serrno:0");
+    ASSERT_NE(first, texts.end());
+    EXPECT_EQ(*std::next(first), kThread + "Emb-KVO select returns:-1 error:" + std::to_string(ENOMEM));
+    EXPECT_EQ(*std::next(first, 2), "KVO_HWS DLL - hmi_close_x - socket " + number);
+    EXPECT_TRUE(remote.accept());
+}
+
+TEST_F(Connection, goes_on_after_a_signal)
+{
+    RemoteService remote(kSession);
+    const SyslogCapture capture;
+    const Agent agent;
+    ASSERT_TRUE(remote.accept());
+    ASSERT_EQ(remote.ask("ping"), "pong");
+    const int socket = sessionSocket();
+    std::atomic<int> interrupted{0};
+    const WithSystemCalls calls{{.poll = [&](pollfd *descriptors, nfds_t count, int) {
+        if (count == 1 && descriptors->fd == socket && interrupted++ < 3) {
+            errno = EINTR;
+            return -1;
+        }
+        return support::kPass;
+    }}};
+    remote.send("ping\nping\n");
+    EXPECT_EQ(remote.line(), "pong\r\n");
+    EXPECT_EQ(remote.line(), "pong\r\n");
+    EXPECT_GE(interrupted, 3);
+    EXPECT_THAT(capture.texts(), Not(Contains(StartsWith(kThread + "Emb-KVO select returns"))));
+}
+
+TEST_F(Connection, is_not_left_to_a_connect_that_a_signal_interrupts)
+{
+    std::atomic<int> rounds{0};
+    RemoteService remote(kSession);
+    const WithSystemCalls calls{{.connect = [&](int fd, const sockaddr *address, socklen_t length) {
+        if (address->sa_family != AF_INET || rounds++ > 0) {
+            return support::kPass;
+        }
+        // It goes on in the background, as the system does it.
+        EXPECT_EQ(connect(fd, address, length), -1);
+        EXPECT_EQ(errno, EINPROGRESS);
+        errno = EINTR;
+        return -1;
+    }}};
+    const Agent agent;
+    ASSERT_TRUE(remote.accept(900ms)) << "without another try";
+    EXPECT_EQ(remote.ask("ping"), "pong");
+}
+
+/// An agent that has failed to connect once and sleeps, with a socket that somebody else has given it.
+class OpenSocket : public Connection {
+protected:
+    /// @param age  milliseconds since something was heard on it
+    void give(int32_t age)
+    {
+        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+        ASSERT_TRUE(eventually([&] { return std::ranges::count(capture.texts(), kNextTry) > 0; }));
+        timeval_get(&gEmbKvoInst->session.lastActivity);
+        gEmbKvoInst->session.lastActivity.tv_sec -= age / 1000;
+        std::atomic_ref(gEmbKvoInst->session.socket).store(ends[0]);
+    }
+
+    const SyslogCapture capture;
+    int ends[2] = {-1, -1};
+};
+
+TEST_F(OpenSocket, is_closed_when_nothing_was_heard_for_6_milliseconds)
+{
+    const Agent agent;
+    give(1000);
+    ASSERT_TRUE(eventually([&] { return std::ranges::count(capture.texts(), kConnect + "timeout") > 0; }));
+    char byte = 0;
+    EXPECT_EQ(read(ends[1], &byte, 1), 0);
+    close(ends[1]);
+}
+
+TEST_F(OpenSocket, is_kept_when_something_was)
+{
+    const Agent agent;
+    give(-60000);
+    ASSERT_EQ(write(ends[1], "ping\n", 5), 5);
+    char answer[7] = {};
+    ASSERT_EQ(recv(ends[1], answer, 6, MSG_WAITALL), 6);
+    EXPECT_STREQ(answer, "pong\r\n");
+    EXPECT_EQ(std::ranges::count(threadTexts(capture), kThread + "Emb-KVO connected with 127.0.0.1"), 0);
+    close(ends[1]);
+}
+
+}  // namespace

@@ -1,0 +1,490 @@
+// The listener for the events of embedded stations.
+#include <kvo_hws/agent.h>
+#include <kvo_hws/runtime.h>
+
+#include "support/holdings.h"
+#include "support/syslog_capture.h"
+#include "support/system_calls.h"
+#include "support/usb_events.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstddef>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <mutex>
+#include <string>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <thread>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+using support::eventually;
+using support::MessagesOn;
+using support::SyslogCapture;
+using support::WithSystemCalls;
+using testing::AllOf;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::Ge;
+using testing::IsEmpty;
+using testing::Le;
+using testing::Not;
+
+using Clock = std::chrono::steady_clock;
+using Event = std::pair<std::string, std::string>;
+
+constexpr const char *kPath = "/tmp/kvo_hws/event_sock";
+const std::string kThread = "embKvoEventsThread: ";
+
+/// The events that the host's callback was called with.
+class Told {
+public:
+    static void callback(const char *name, const char *data)
+    {
+        std::function<void()> then;
+        {
+            const std::lock_guard guard(lock_);
+            events_.emplace_back(name, data);
+            then = then_;
+        }
+        if (then) {
+            then();
+        }
+    }
+    static std::vector<Event> events()
+    {
+        const std::lock_guard guard(lock_);
+        return events_;
+    }
+    static void then(std::function<void()> work)
+    {
+        const std::lock_guard guard(lock_);
+        then_ = std::move(work);
+        events_.clear();
+    }
+    static bool waitFor(std::size_t count)
+    {
+        return eventually([=] { return events().size() >= count; });
+    }
+
+private:
+    static inline std::mutex lock_;
+    static inline std::vector<Event> events_;
+    static inline std::function<void()> then_;
+};
+
+/// A service that publishes events.
+class EventService {
+public:
+    EventService() : listener_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    {
+        std::filesystem::create_directories("/tmp/kvo_hws");
+        unlink(kPath);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::strcpy(address.sun_path, kPath);
+        EXPECT_EQ(bind(listener_, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+        EXPECT_EQ(listen(listener_, 8), 0);
+    }
+    EventService(const EventService &) = delete;
+    EventService &operator=(const EventService &) = delete;
+    ~EventService()
+    {
+        closeAll();
+        close(listener_);
+        unlink(kPath);
+    }
+
+    /// Waits for the listener; events go to the newest connection.
+    bool accept(std::chrono::milliseconds within = 10s)
+    {
+        pollfd waiting{.fd = listener_, .events = POLLIN, .revents = 0};
+        if (poll(&waiting, 1, static_cast<int>(within.count())) != 1) {
+            return false;
+        }
+        connections_.push_back(accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC));
+        return true;
+    }
+    void publish(const std::string &bytes) const
+    {
+        EXPECT_EQ(write(connections_.back(), bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+    }
+    void stopSending() const { shutdown(connections_.back(), SHUT_WR); }
+    /// Whether the listener has closed a connection.
+    [[nodiscard]] bool isClosed(std::size_t connection) const
+    {
+        char byte = 0;
+        return recv(connections_[connection], &byte, 1, MSG_DONTWAIT) == 0;
+    }
+    void closeAll()
+    {
+        for (const int connection : std::exchange(connections_, {})) {
+            close(connection);
+        }
+    }
+
+private:
+    int listener_;
+    std::vector<int> connections_;
+};
+
+/// Activates for a scope.
+class Listening {
+public:
+    Listening() { EXPECT_EQ(KVO_HWS_activateEmbKvoEvents(Told::callback), 1); }
+    Listening(const Listening &) = delete;
+    Listening &operator=(const Listening &) = delete;
+    ~Listening() { stop(); }
+
+    int stop() { return std::exchange(stopped_, true) ? 0 : KVO_HWS_deactivateEmbKvoEvents(); }
+
+private:
+    bool stopped_ = false;
+};
+
+/// Whether a listener could be activated: none is left.
+bool isFree()
+{
+    if (KVO_HWS_activateEmbKvoEvents(Told::callback) != 1) {
+        return false;
+    }
+    KVO_HWS_deactivateEmbKvoEvents();
+    return true;
+}
+
+class EventListener : public testing::Test {
+protected:
+    void SetUp() override { Told::then({}); }
+
+    const MessagesOn messages;
+};
+
+TEST_F(EventListener, tells_the_host_name_and_data)
+{
+    EventService service;
+    const SyslogCapture capture;
+    {
+        Listening listening;
+        ASSERT_TRUE(service.accept());
+        service.publish("panel, 10.0.0.5 on\n");
+        service.publish("a,  two blanks\nb,xdata\nc,\nd, \n1234567890123456789, the longest name\n, no name\ne, 1, 2\n");
+        ASSERT_TRUE(Told::waitFor(8));
+        EXPECT_EQ(listening.stop(), 1);
+    }
+    EXPECT_THAT(Told::events(), ElementsAre(Event("panel", "10.0.0.5 on"), Event("a", " two blanks"), Event("b", "data"),
+                                            Event("c", ""), Event("d", ""), Event("1234567890123456789", "the longest name"),
+                                            Event("", "no name"), Event("e", "1, 2")))
+        << "the data begins two characters behind the comma, whatever the second is";
+    const auto texts = capture.texts();
+    ASSERT_GE(texts.size(), 4U);
+    EXPECT_EQ(texts[0], kThread + "try connect to pipe '/tmp/kvo_hws/event_sock'");
+    EXPECT_EQ(texts[1], kThread + "connected to '/tmp/kvo_hws/event_sock'");
+    EXPECT_THAT(texts, Contains(kThread + "Got event: panel, 10.0.0.5 on\n"));
+    EXPECT_EQ(texts.back(), "shutdown Emb-KVO events thread - ok");
+}
+
+TEST_F(EventListener, drops_keep_alives)
+{
+    EventService service;
+    const SyslogCapture capture;
+    const Listening listening;
+    ASSERT_TRUE(service.accept());
+    service.publish("Alive?\nAlive?, here\nAlive? \nalive?, x\nend, x\n");
+    ASSERT_TRUE(Told::waitFor(3));
+    EXPECT_THAT(Told::events(), ElementsAre(Event("Alive?", "here"), Event("alive?", "x"), Event("end", "x")));
+    EXPECT_THAT(capture.texts(), Contains(kThread + "Got event: Alive?\n"));
+}
+
+TEST_F(EventListener, drops_events_without_a_name_that_it_can_tell)
+{
+    EventService service;
+    const SyslogCapture capture;
+    const Listening listening;
+    ASSERT_TRUE(service.accept());
+    service.publish("no comma\n\n12345678901234567890, one too long\nend, x\n");
+    ASSERT_TRUE(Told::waitFor(1));
+    EXPECT_THAT(Told::events(), ElementsAre(Event("end", "x")));
+    EXPECT_EQ(std::ranges::count(capture.texts(),
+                                 kThread + "event dropped: a name of at most 19 characters and a comma are expected"),
+              3);
+}
+
+TEST_F(EventListener, reads_events_of_any_length_and_in_pieces)
+{
+    EventService service;
+    const Listening listening;
+    ASSERT_TRUE(service.accept());
+    const std::string data(100'000, 'd');
+    std::thread writer([&] { service.publish("long, " + data + "\n"); });
+    ASSERT_TRUE(Told::waitFor(1));
+    writer.join();
+    EXPECT_EQ(Told::events().front().second, data);
+    service.publish("pie");
+    std::this_thread::sleep_for(50ms);
+    service.publish("ces, %s%n\n");
+    ASSERT_TRUE(Told::waitFor(2));
+    EXPECT_EQ(Told::events().back(), Event("pieces", "%s%n"));
+}
+
+TEST_F(EventListener, tells_that_nothing_has_come)
+{
+    EventService service;
+    const SyslogCapture capture;
+    const Listening listening;
+    ASSERT_TRUE(service.accept());
+    EXPECT_TRUE(eventually([&] { return std::ranges::count(capture.texts(), kThread + "select returns 0==> timeout") >= 2; }));
+}
+
+TEST_F(EventListener, connects_with_the_whole_address)
+{
+    EventService service;
+    std::atomic<socklen_t> length{0};
+    const WithSystemCalls calls{{.connect = [&](int, const sockaddr *, socklen_t seen) {
+        length = seen;
+        return support::kPass;
+    }}};
+    const Listening listening;
+    ASSERT_TRUE(service.accept());
+    EXPECT_EQ(length, sizeof(sockaddr_un));
+}
+
+TEST_F(EventListener, needs_a_callback_and_no_other_listener)
+{
+    EventService service;
+    EXPECT_EQ(KVO_HWS_activateEmbKvoEvents(nullptr), -7);
+    Listening listening;
+    EXPECT_EQ(KVO_HWS_activateEmbKvoEvents(Told::callback), -8);
+    EXPECT_EQ(KVO_HWS_activateEmbKvoEvents(nullptr), -8) << "that comes first";
+    ASSERT_TRUE(service.accept());
+    EXPECT_EQ(listening.stop(), 1);
+    EXPECT_TRUE(eventually(isFree));
+}
+
+TEST_F(EventListener, that_is_not_active_can_not_be_stopped)
+{
+    const SyslogCapture capture;
+    EXPECT_EQ(KVO_HWS_deactivateEmbKvoEvents(), -1);
+    EXPECT_THAT(capture.texts(), IsEmpty());
+}
+
+TEST_F(EventListener, without_a_thread_or_memory_is_not_active)
+{
+    {
+        const WithSystemCalls calls{{.pthreadCreate = [] { return EAGAIN; }}};
+        EXPECT_EQ(KVO_HWS_activateEmbKvoEvents(Told::callback), -1);
+    }
+    EXPECT_EQ(KVO_HWS_deactivateEmbKvoEvents(), -1);
+    EventService service;
+    const Listening listening;
+    EXPECT_TRUE(service.accept()) << "the next one works";
+}
+
+TEST_F(EventListener, is_woken_by_its_stop)
+{
+    EventService service;
+    Listening listening;
+    ASSERT_TRUE(service.accept());
+    std::this_thread::sleep_for(100ms);
+    const auto began = Clock::now();
+    EXPECT_EQ(listening.stop(), 1);
+    EXPECT_LE(Clock::now() - began, 500ms) << "well before its wait of a second is over";
+}
+
+TEST_F(EventListener, may_be_activated_again_at_once)
+{
+    EventService service;
+    for (int round = 0; round < 5; ++round) {
+        Listening listening;
+        ASSERT_TRUE(service.accept());
+        EXPECT_EQ(listening.stop(), 1);
+    }
+}
+
+TEST_F(EventListener, tries_to_connect_every_second)
+{
+    std::mutex lock;
+    std::vector<Clock::time_point> tries;
+    const WithSystemCalls calls{{.connect = [&](int, const sockaddr *, socklen_t) {
+        const std::lock_guard guard(lock);
+        tries.push_back(Clock::now());
+        return support::kPass;
+    }}};
+    const SyslogCapture capture;
+    Listening listening;
+    ASSERT_TRUE(eventually([&] {
+        const std::lock_guard guard(lock);
+        return tries.size() >= 3;
+    }));
+    {
+        const std::lock_guard guard(lock);
+        for (std::size_t next = 1; next < 3; ++next) {
+            EXPECT_THAT(tries[next] - tries[next - 1], AllOf(Ge(1s), Le(1500ms)));
+        }
+    }
+    EXPECT_THAT(capture.texts(), Contains(kThread + "oops: all instances used '/tmp/kvo_hws/event_sock'"));
+
+    // Also after its stop was asked for: it ends when a service is there.
+    const auto began = Clock::now();
+    EXPECT_EQ(listening.stop(), 1);
+    EXPECT_THAT(Clock::now() - began, AllOf(Ge(1s), Le(1500ms)));
+    EXPECT_THAT(capture.texts(), Contains("shutdown Emb-KVO events thread - timeout"));
+    const auto so_far = [&] {
+        const std::lock_guard guard(lock);
+        return tries.size();
+    };
+    const std::size_t before = so_far();
+    EXPECT_TRUE(eventually([&] { return so_far() >= before + 2; })) << "it still tries";
+    EXPECT_EQ(KVO_HWS_activateEmbKvoEvents(Told::callback), -8);
+    EXPECT_EQ(KVO_HWS_deactivateEmbKvoEvents(), -1) << "its record has gone";
+    EXPECT_EQ(capture.texts().back(), "KVO_HWS_deactivateEmbKvoEvents: is still running");
+    EventService service;
+    ASSERT_TRUE(service.accept());
+    EXPECT_TRUE(eventually(isFree));
+    EXPECT_THAT(Told::events(), IsEmpty());
+}
+
+TEST_F(EventListener, tries_again_where_there_is_no_socket)
+{
+    EventService service;
+    std::atomic<int> rounds{0};
+    const WithSystemCalls calls{{.socket = [&](int) {
+        if (rounds++ == 0) {
+            errno = EMFILE;
+            return -1;
+        }
+        return support::kPass;
+    }}};
+    const auto began = Clock::now();
+    const Listening listening;
+    ASSERT_TRUE(service.accept());
+    EXPECT_THAT(Clock::now() - began, AllOf(Ge(1s), Le(1500ms)));
+}
+
+TEST_F(EventListener, connects_anew_where_the_connection_ends)
+{
+    EventService service;
+    const SyslogCapture capture;
+    const Listening listening;
+    ASSERT_TRUE(service.accept());
+    service.stopSending();
+    ASSERT_TRUE(service.accept());
+    service.publish("again, x\n");
+    ASSERT_TRUE(Told::waitFor(1));
+    EXPECT_FALSE(service.isClosed(0)) << "the service takes a closed connection for a station that has gone";
+    EXPECT_EQ(
+        std::ranges::count_if(capture.texts(),
+                              [](const std::string &text) { return text.starts_with(kThread + "ReadSocketDyn returns "); }),
+        1);
+    EXPECT_EQ(std::ranges::count(capture.texts(), kThread + "try connect to pipe '/tmp/kvo_hws/event_sock'"), 2);
+}
+
+TEST_F(EventListener, connects_anew_where_it_can_not_wait)
+{
+    EventService service;
+    const SyslogCapture capture;
+    const Listening listening;
+    ASSERT_TRUE(service.accept());
+    std::this_thread::sleep_for(50ms);
+    std::atomic<int> error{EINTR};
+    {
+        const WithSystemCalls calls{{.poll = [&, own = std::this_thread::get_id()](pollfd *, nfds_t, int milliseconds) {
+            if (std::this_thread::get_id() == own || milliseconds != 1000 || error == 0) {
+                return support::kPass;
+            }
+            errno = error == EINTR ? error.exchange(ENOMEM) : error.exchange(0);
+            return -1;
+        }}};
+        service.publish("one, x\n");
+        ASSERT_TRUE(service.accept());
+    }
+    service.publish("two, x\n");
+    ASSERT_TRUE(eventually([] { return !Told::events().empty() && Told::events().back().first == "two"; }));
+    EXPECT_EQ(std::ranges::count(capture.texts(), kThread + "select returns " + std::to_string(ENOMEM) + "==> timeout"), 1)
+        << "in the words of a time-out";
+    EXPECT_EQ(std::ranges::count(capture.texts(), kThread + "select returns " + std::to_string(EINTR) + "==> timeout"), 0);
+}
+
+TEST_F(EventListener, goes_on_where_the_host_throws)
+{
+    EventService service;
+    Told::then([] { throw 1; });
+    const Listening listening;
+    ASSERT_TRUE(service.accept());
+    service.publish("one, x\ntwo, x\n");
+    EXPECT_TRUE(Told::waitFor(2));
+}
+
+TEST_F(EventListener, may_be_stopped_by_its_callback)
+{
+    EventService service;
+    std::atomic<int> result{0};
+    Told::then([&] { result = KVO_HWS_deactivateEmbKvoEvents(); });
+    const SyslogCapture capture;
+    EXPECT_EQ(KVO_HWS_activateEmbKvoEvents(Told::callback), 1);
+    ASSERT_TRUE(service.accept());
+    service.publish("one, x\ntwo, x\n");
+    ASSERT_TRUE(eventually([&] { return result != 0; }));
+    EXPECT_EQ(result, 1);
+    Told::then({});
+    EXPECT_TRUE(eventually(isFree));
+    EXPECT_THAT(Told::events(), IsEmpty()) << "not even what had come already";
+}
+
+TEST_F(EventListener, is_activated_and_stopped_by_several_threads)
+{
+    EventService service;
+    std::atomic<bool> ending{false};
+    std::thread acceptor([&] {
+        while (!ending) {
+            service.accept(50ms);
+        }
+    });
+    const auto until = Clock::now() + 3s;
+    std::atomic<int> started{0};
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 3; ++thread) {
+        threads.emplace_back([&] {
+            while (Clock::now() < until) {
+                const int result = KVO_HWS_activateEmbKvoEvents(Told::callback);
+                EXPECT_TRUE(result == 1 || result == -8) << result;
+                started += result == 1 ? 1 : 0;
+                KVO_HWS_deactivateEmbKvoEvents();
+            }
+        });
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    EXPECT_GE(started, 3);
+    EXPECT_TRUE(eventually(isFree));
+    ending = true;
+    acceptor.join();
+}
+
+TEST_F(EventListener, is_a_thread_that_a_program_may_start_itself)
+{
+    EventService service;
+    Notify *record = nullptr;
+    ASSERT_EQ(CreateNotify(&record), 0);
+    ASSERT_EQ(kvo_hws_CreateThread(embKvoEventsThread, record), 1);
+    ASSERT_TRUE(service.accept());
+    EXPECT_EQ(KVO_HWS_activateEmbKvoEvents(Told::callback), -8);
+    EXPECT_TRUE(eventually([&] { return std::atomic_ref(record->uiState).load() == NOTIFY_RUNNING; }));
+    EXPECT_EQ(std::atomic_ref(record->uiUsers).load(), 1U);
+    EXPECT_EQ(KVO_HWS_deactivateEmbKvoEvents(), 1);
+    EXPECT_TRUE(eventually(isFree));
+}
+
+}  // namespace

@@ -1,0 +1,239 @@
+// A remote side that does what it should not, and hosts that push while it does.
+#include <kvo_hws/agent.h>
+
+#include "agent/agent_fixture.h"
+#include "support/holdings.h"
+#include "support/usb_events.h"
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+using agent_test::Agent;
+using agent_test::isRunning;
+using agent_test::kSession;
+using agent_test::serves;
+using support::eventually;
+using support::RemoteService;
+using support::ScriptedService;
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int kPushers = 4;
+
+class HostileRemote : public testing::Test {
+protected:
+    /// An agent that is connected and has heard a request.
+    void SetUp() override
+    {
+        ASSERT_EQ(KVO_HWS_startupEmbHwsClient(agent_test::parameters().c_str(), &instance, agent_test::Host::callback), 1);
+        ASSERT_TRUE(remote.accept());
+        ASSERT_EQ(remote.ask("ping"), "pong");
+        ASSERT_EQ(remote.ask("ping"), "pong");
+    }
+    void TearDown() override
+    {
+        if (isRunning()) {
+            EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), 1);
+        }
+    }
+
+    bool push(const std::string &text) { return KVO_HWS_sendEmbHwsEvent(instance, text.c_str()) == 1; }
+
+    RemoteService remote{kSession};
+    const ScriptedService service{{serves()}};
+    void *instance = nullptr;
+};
+
+TEST_F(HostileRemote, hears_whole_lines_in_order_while_many_threads_push)
+{
+    constexpr int kEach = 500;
+    std::vector<std::jthread> pushers;
+    for (int pusher = 0; pusher < kPushers; ++pusher) {
+        pushers.emplace_back([this, pusher] {
+            for (int event = 0; event < kEach; ++event) {
+                EXPECT_TRUE(push("pusher " + std::to_string(pusher) + " event " + std::to_string(event)));
+            }
+        });
+    }
+    int replies = 0;
+    int asked = 0;
+    int number = 0;
+    int next[kPushers] = {};
+    for (int indications = 0; indications < kPushers * kEach || replies < asked;) {
+        if (indications < kPushers * kEach && asked - replies < 3) {
+            remote.send("042:get-kvoindex\r\n");
+            ++asked;
+        }
+        const std::string line = remote.line();
+        if (line == "042:kvoindex=1\r\n") {
+            ++replies;
+            continue;
+        }
+        int pusher = 0;
+        ASSERT_EQ(std::sscanf(line.c_str(), "I%*2d:pusher %d event", &pusher), 1) << line;
+        ASSERT_LT(pusher, kPushers);
+        number = number % 99 + 1;
+        char expected[64];
+        std::snprintf(expected, sizeof expected, "I%02d:pusher %d event %d\r\n", number, pusher, next[pusher]++);
+        ASSERT_EQ(line, expected) << "numbers, and each thread's events, stand in their order on the wire";
+        ++indications;
+    }
+    EXPECT_GT(replies, 0);
+}
+
+TEST_F(HostileRemote, that_stops_reading_is_given_up_and_holds_nobody)
+{
+    std::atomic<int> pushed{0};
+    std::atomic<bool> ending{false};
+    std::vector<std::jthread> pushers;
+    for (int pusher = 0; pusher < kPushers; ++pusher) {
+        pushers.emplace_back([&] {
+            const std::string text(4000, 'e');
+            while (!ending) {
+                push(text);
+                ++pushed;
+            }
+        });
+    }
+    // Nothing is read: the pushers stall until the connection is given up, which the agent notices.
+    EXPECT_TRUE(eventually([] { return std::atomic_ref(gEmbKvoInst->session.socket).load() < 0; }));
+    const int before = pushed;
+    EXPECT_TRUE(eventually([&] { return pushed > before + 100; })) << "nobody is held any more";
+    ending = true;
+    for (std::jthread &pusher : pushers) {
+        pusher.join();
+    }
+    ASSERT_TRUE(remote.accept());
+    EXPECT_EQ(remote.ask("ping"), "pong") << "and a new connection is made";
+}
+
+TEST_F(HostileRemote, that_stops_reading_does_not_hold_a_clean_up)
+{
+    std::atomic<int> pushing{0};
+    std::vector<std::jthread> pushers;
+    const auto until = Clock::now() + 3s;
+    for (int pusher = 0; pusher < kPushers; ++pusher) {
+        pushers.emplace_back([&] {
+            const std::string text(4000, 'e');
+            while (push(text) && Clock::now() < until) {
+                ++pushing;
+            }
+        });
+    }
+    // Wait for the stall.
+    int before = -1;
+    EXPECT_TRUE(eventually([&] {
+        const int now = pushing;
+        std::this_thread::sleep_for(200ms);
+        return now == std::exchange(before, now);
+    }));
+    const auto began = Clock::now();
+    EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), 1);
+    EXPECT_LE(Clock::now() - began, 6s);
+    for (std::jthread &pusher : pushers) {
+        pusher.join();
+    }
+    EXPECT_LE(Clock::now() - began, 6s) << "no push is left behind";
+}
+
+TEST_F(HostileRemote, that_asks_without_reading_does_not_hold_a_clean_up)
+{
+    std::string requests;
+    for (int request = 0; request < 1000; ++request) {
+        requests += "get-channel-info\r\n";
+    }
+    EXPECT_EQ(remote.ask("set-channel-info=" + std::string(200, 'x')), "ok");
+    std::jthread asking([&] {
+        for (int round = 0; round < 100; ++round) {
+            remote.send(requests);
+        }
+    });
+    std::this_thread::sleep_for(1500ms);
+    const auto began = Clock::now();
+    EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), 1);
+    EXPECT_LE(Clock::now() - began, 6s);
+    asking.join();
+}
+
+TEST_F(HostileRemote, that_floods_gets_an_answer_to_each_line)
+{
+    constexpr int kRequests = 20'000;
+    std::jthread asking([&] {
+        std::string requests;
+        for (int request = 0; request < 100; ++request) {
+            requests += request % 2 == 0 ? "ping\r\n" : "nonsense\n";
+        }
+        for (int round = 0; round < kRequests / 100; ++round) {
+            remote.send(requests);
+        }
+    });
+    for (int request = 0; request < kRequests; ++request) {
+        ASSERT_EQ(remote.line(), request % 2 == 0 ? "pong\r\n" : "bad request\r\n");
+    }
+    asking.join();
+}
+
+TEST_F(HostileRemote, that_sends_half_a_line_costs_nothing)
+{
+    remote.send("pi");
+    const support::Holdings before = support::holdings();
+    timespec used{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
+    const auto usedBefore = used;
+    std::this_thread::sleep_for(2500ms);
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
+    const double seconds =
+        static_cast<double>(used.tv_sec - usedBefore.tv_sec) + static_cast<double>(used.tv_nsec - usedBefore.tv_nsec) * 1e-9;
+    EXPECT_LE(seconds, 0.5) << "it is waited for, not asked for";
+    EXPECT_EQ(support::holdings().descriptors, before.descriptors);
+    remote.send("ng\n");
+    EXPECT_EQ(remote.line(), "pong\r\n") << "however late";
+}
+
+TEST_F(HostileRemote, that_sends_byte_by_byte_is_answered)
+{
+    for (const char byte : std::string("042:ping\r\n")) {
+        remote.send(std::string(1, byte));
+        std::this_thread::sleep_for(2ms);
+    }
+    EXPECT_EQ(remote.line(), "042:pong\r\n");
+}
+
+TEST_F(HostileRemote, that_sends_any_bytes_is_answered)
+{
+    unsigned state = 12345;
+    std::string bytes;
+    for (int count = 0; count < 20'000; ++count) {
+        state = state * 1103515245U + 12345U;
+        bytes.push_back(count % 100 == 99 ? '\n' : static_cast<char>(state >> 16U));
+    }
+    std::jthread sending([&] { remote.send(bytes); });
+    for (int line = 0; line < 200; ++line) {
+        ASSERT_TRUE(remote.line().ends_with("bad request\r\n"));
+    }
+    sending.join();
+}
+
+TEST_F(HostileRemote, that_comes_and_goes_is_served_each_time)
+{
+    const support::Holdings before = support::holdings();
+    for (int round = 0; round < 3; ++round) {
+        remote.close(round % 2 == 0);
+        ASSERT_TRUE(remote.accept());
+        ASSERT_EQ(remote.ask("ping"), "pong");
+    }
+    EXPECT_EQ(support::holdings().descriptors, before.descriptors);
+    EXPECT_EQ(support::holdings().threads, before.threads);
+}
+
+}  // namespace

@@ -1,0 +1,95 @@
+// A session between two ends of one test, for what is called without an agent.
+#pragma once
+
+#include <kvo_hws/agent.h>
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <array>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <string>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <utility>
+
+namespace agent_test {
+
+class OwnSession {
+public:
+    OwnSession()
+    {
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends_.data()), 0);
+        session.socket = ends_[0];
+        session.display = 3;
+        session.server = &server;
+        session.lineBuffer = line_.data();
+        server.address = inet_addr("127.0.0.1");
+        server.session = &session;
+    }
+    OwnSession(const OwnSession &) = delete;
+    OwnSession &operator=(const OwnSession &) = delete;
+    ~OwnSession()
+    {
+        if (session.socket >= 0) {
+            close(session.socket);
+        }
+        closeRemote();
+        EXPECT_EQ(line_.back(), '#') << "one byte too far";
+    }
+
+    /// What the remote side sends.
+    void sends(const std::string &bytes) const
+    {
+        EXPECT_EQ(write(ends_[1], bytes.data(), bytes.size()), ssize_t(bytes.size()));
+    }
+
+    /// Reads and answers as often as there is something to read; what the remote side hears.
+    std::string answers()
+    {
+        pollfd waiting{.fd = session.socket, .events = POLLIN, .revents = 0};
+        while (session.socket >= 0 && poll(&waiting, 1, 0) == 1) {
+            hmiconn_process_one_request(&session);
+        }
+        return heard();
+    }
+    std::string answersTo(const std::string &bytes)
+    {
+        sends(bytes);
+        return answers();
+    }
+
+    std::string replyTo(CmdHandler handler, std::string argument = "", const char *tag = nullptr)
+    {
+        handler(&session, tag, argument.data());
+        return heard();
+    }
+
+    /// What has come to the remote side; "" where nothing has.
+    [[nodiscard]] std::string heard() const
+    {
+        std::array<char, 65536> bytes;
+        const ssize_t count = recv(ends_[1], bytes.data(), bytes.size(), MSG_DONTWAIT);
+        return {bytes.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0))};
+    }
+
+    void closeRemote()
+    {
+        if (ends_[1] >= 0) {
+            close(std::exchange(ends_[1], -1));
+        }
+    }
+
+    HmiSession session{};
+    HmiServer server{};
+
+private:
+    std::array<int, 2> ends_{};
+    std::array<char, 258> line_ = [] {
+        std::array<char, 258> line;
+        line.fill('#');
+        return line;
+    }();
+};
+
+}  // namespace agent_test

@@ -13,10 +13,11 @@ cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz --target "${@/#/fuzz_}" >build/fuzz/build.log 2>&1 || { tail -n 60 build/fuzz/build.log; exit 1; }
 
 run() { # FUZZER
-    local program=build/fuzz/bin/fuzz_$1 found=build/fuzz/found/$1 log=build/fuzz/$1.log
+    # Found and kept by their full names: a fuzzer may work in a folder of its own.
+    local program=build/fuzz/bin/fuzz_$1 found=$PWD/build/fuzz/found/$1 log=build/fuzz/$1.log
     mkdir -p "$found" "$found.faults"
-    if ! "$program" -max_total_time="$seconds" -dict=fuzz/words.dict -artifact_prefix="$found.faults/" \
-        "$found" "fuzz/corpus/$1" >"$log" 2>&1; then
+    if ! "$program" -max_total_time="$seconds" -dict="fuzz/${1%%_*}.dict" -artifact_prefix="$found.faults/" \
+        "$found" "$PWD/fuzz/corpus/$1" >"$log" 2>&1; then
         grep -v '^#' "$log" | tail -n 40
         echo "$1: FAULT; again with: $program $(ls -t "$found.faults"/* | head -n 1)"
         return 1

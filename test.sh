@@ -19,7 +19,7 @@ build_and_test() { # PRESET TARGET CTEST-ARGUMENT...
 [ $# -gt 0 ] || set -- release asan tsan fuzz
 for preset in "$@"; do
     case $preset in
-    fuzz) echo "== fuzz" && ./fuzz.sh 5 ;;
+    fuzz) echo "== fuzz" && ./fuzz.sh 3 ;;
     tsan) build_and_test tsan threaded_tests -L threads ;;
     *) build_and_test "$preset" all ;;
     esac

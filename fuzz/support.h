@@ -44,6 +44,17 @@ private:
     std::unique_ptr<char[]> block_;
 };
 
+/// A heap block of just a text's bytes, without a terminator, so that the address sanitizer sees every step beyond.
+class ExactBytes {
+public:
+    explicit ExactBytes(std::string_view text) : bytes_(text.begin(), text.end()) {}
+
+    [[nodiscard]] std::string_view view() const { return {bytes_.data(), bytes_.size()}; }
+
+private:
+    std::vector<char> bytes_;
+};
+
 /// An area of equal bytes with a guard on either side, aligned for every record.
 class GuardedArea {
 public:

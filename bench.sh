@@ -1,6 +1,6 @@
 #!/bin/sh
 # Builds the benchmarks and prints the library's time against the same work written by hand, with goals and verdicts.
-# Usage: ./bench.sh [SUBJECT...]    (exchange, lists, reading, writing, usb; all when none is named)
+# Usage: ./bench.sh [SUBJECT...]    (exchange, lists, reading, writing, usb, agent; all when none is named)
 set -eu
 cd "$(dirname "$0")"
 

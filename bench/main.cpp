@@ -24,7 +24,7 @@ struct Subject {
 constexpr Subject kSubjects[] = {
     {"exchange", bench::measureExchange, true}, {"lists", bench::measureListExchange, true},
     {"reading", bench::measureReading, false},  {"writing", bench::measureWriting, false},
-    {"usb", bench::measureUsbEvents, true},
+    {"usb", bench::measureUsbEvents, true},     {"agent", bench::measureAgent, true},
 };
 
 int usage()

@@ -3,6 +3,7 @@
 
 namespace bench {
 
+void measureAgent();
 void measureExchange();
 void measureListExchange();
 void measureReading();

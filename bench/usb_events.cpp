@@ -4,6 +4,7 @@
 #include "subjects.h"
 #include "support/child_process.h"
 #include "support/expect.h"
+#include "support/processor_time.h"
 #include "support/report.h"
 #include "support/service_process.h"
 
@@ -37,7 +38,6 @@ namespace bench {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using Seconds = std::chrono::duration<double>;
 
 constexpr int kRounds = 31;
 constexpr auto kTurn = 400ms;  // a connection stays for 100 ms after its answer: most of a turn has as many ends as beginnings
@@ -130,13 +130,6 @@ struct Holdings {
     uint64_t residentKilobytes;
 };
 
-Seconds processorTimeOf(clockid_t clock)
-{
-    timespec time{};
-    expect(clock_gettime(clock, &time) == 0, "no clock of processor time");
-    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
-}
-
 class EventServer {
 public:
     EventServer(const char *path, void (*serve)())
@@ -164,12 +157,7 @@ public:
 
     [[nodiscard]] uint64_t sent() const { return sent_; }
 
-    [[nodiscard]] Seconds processorTime() const
-    {
-        clockid_t clock{};
-        expect(clock_getcpuclockid(process_.id(), &clock) == 0, "a server is gone");
-        return processorTimeOf(clock);
-    }
+    [[nodiscard]] Seconds processorTime() const { return processorTimeOf(process_); }
 
     [[nodiscard]] Holdings holdings() const
     {

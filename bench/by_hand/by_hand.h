@@ -1,6 +1,7 @@
 // What the library is measured against: the same duties, each written by hand for its one purpose and nothing else.
 #pragma once
 
+#include <kvo_hws/agent.h>
 #include <kvo_hws/codecs.h>
 #include <kvo_hws/usbevents.h>
 
@@ -29,5 +30,15 @@ bool getList(KvoDescription *list, uint32_t *count);
 /// A server of USB events that knows new devices alone and has nobody to stop it: listens at @p path, tells the callback
 /// USB_EVENT_ACTIVATED, then each device on a thread of its own. Returns when a system call fails.
 void serveUsbEvents(const char *path, SendUsbEventV2 callback);
+
+/// How much an agent takes out of its socket at a time: a line, or all that has come.
+enum class Taking { oneLine, ahead };
+
+/// An agent that connects to @p port of this machine and answers "ping", and by its host the commands that have an argument. It
+/// knows no pauses and nobody to stop it. Returns when the connection ends.
+void serveRemote(uint16_t port, EmbCmdCallback host, Taking taking);
+
+/// Pushes an event to the remote service of serveRemote. Safe from any thread.
+void pushEvent(const char *text);
 
 }  // namespace by_hand

@@ -14,9 +14,7 @@ static int32_t onEvent(UsbEventV2 *event)
     case USB_EVENT_NEW_DEVICE:
         printf("%s: new device %s\n", event->payload.device.ipAddress, event->payload.device.ident2);
         break;
-    case USB_EVENT_REMOVED:
-        printf("%s: %s has gone\n", event->payload.removed.ipAddress, event->payload.removed.ident2);
-        break;
+    case USB_EVENT_REMOVED: printf("%s: %s has gone\n", event->payload.removed.ipAddress, event->payload.removed.ident2); break;
     case USB_EVENT_STATE:
         printf("%s: %s is in state %u\n", event->payload.state.ipAddress, event->payload.state.ident2,
                (unsigned)event->payload.state.state);

@@ -1,0 +1,54 @@
+// A host program of the remote agent: another station's service asks about the station in focus and has this program carry out
+// what only a host can. Runs until its input ends; each line of it is pushed as an event.
+#include <kvo_hws/kvo_hws.h>
+
+#include <atomic>
+#include <iostream>
+#include <string>
+#include <string_view>
+
+namespace {
+
+std::atomic<bool> viewerRuns{true};
+
+// Called on the agent's thread, one command at a time. The remote side waits for the answer.
+int onCommand(void * /*agent*/, const char *text)
+{
+    const std::string_view command = text;
+    std::cout << "asked: " << command << std::endl;
+    if (command == "show-viewer-active") {
+        return viewerRuns ? 1 : 0;
+    }
+    if (command.rfind("stop-viewer", 0) == 0) {
+        return viewerRuns.exchange(false) ? 1 : 0;  // 0: it was not running
+    }
+    if (command == "activate-me") {
+        return 0;  // busy
+    }
+    if (command.rfind("set-statusline=", 0) == 0) {
+        return 1;
+    }
+    return -1;  // not carried out
+}
+
+}  // namespace
+
+int main()
+{
+    void *agent = nullptr;
+    const int started = KVO_HWS_startupEmbHwsClient("focusKvoIp=10.0.0.5\n"
+                                                    "remoteKvoHwsIp=127.0.0.1\n"
+                                                    "remoteSession=3\n"
+                                                    "kvoIndex=5\n",
+                                                    &agent, onCommand);
+    if (started != KVO_HWS_OK) {
+        std::cerr << "the agent can not be started (" << started << ")\n";
+        return 1;
+    }
+    for (std::string event; std::getline(std::cin, event);) {
+        if (KVO_HWS_sendEmbHwsEvent(agent, event.c_str()) != KVO_HWS_OK) {
+            std::cout << "nobody has asked yet: " << event << std::endl;
+        }
+    }
+    return KVO_HWS_cleanupEmbHwsClient(agent) == KVO_HWS_OK ? 0 : 1;
+}

@@ -66,7 +66,10 @@ std::optional<AgentLine> AgentLines::next(std::string_view unended)
         return std::nullopt;
     }
     std::string line = take(end + 1);
-    line.resize(line.size() - (line.ends_with("\r\n") ? 2 : 1));
+    line.pop_back();
+    if (line.ends_with('\r')) {
+        line.pop_back();
+    }
     return AgentLine{std::move(line)};
 }
 

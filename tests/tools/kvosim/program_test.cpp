@@ -117,7 +117,7 @@ TEST(Serve, KeepsItsRegistryFromOneStartToTheNext)
         EXPECT_EQ(service.wait(), 0);
     }
     const std::string current = kvosim_test::contentsOf(registry / "kvo_hws/currkvos.reg");
-    EXPECT_THAT(current, StartsWith("\"Milling centre 1\" 10.0.0.5 1x17:3\n"));
+    EXPECT_THAT(current, StartsWith("\"Milling centre 1\" 10.0.0.5 1024x768:16\n"));
     EXPECT_EQ(kvosim_test::contentsOf(registry / "kvo_hws/prevkvos.reg"), current);
 }
 

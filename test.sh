@@ -6,21 +6,39 @@ set -euo pipefail
 cd "$(dirname "$0")"
 ./setup.sh
 
-build_and_test() { # PRESET TARGET CTEST-ARGUMENT...
-    local preset=$1 target=$2
-    shift 2
-    echo "== $preset"
-    cmake --preset "$preset" >/dev/null
-    cmake --build --preset "$preset" --target "$target" >"build/$preset/build.log" 2>&1 ||
-        { tail -n 60 "build/$preset/build.log"; return 1; }
-    ctest --preset "$preset" -j 8 --progress "$@"
+target_of() { # PRESET
+    case $1 in
+    tsan) echo threaded_tests ;;
+    fuzz) echo fuzzers ;;
+    *) echo all ;;
+    esac
+}
+
+# The tests mostly wait: what comes next is compiled meanwhile, after them in rank.
+building=
+start_build() { # PRESET
+    mkdir -p "build/$1"
+    { cmake --preset "$1" && nice cmake --build --preset "$1" --target "$(target_of "$1")"; } >"build/$1/build.log" 2>&1 &
+    building=$!
+}
+
+run_tests() { # PRESET
+    case $1 in
+    fuzz) ./fuzz.sh 0.6 ;;
+    tsan) ctest --preset tsan -j 8 --progress -L threads ;;
+    *) ctest --preset "$1" -j 8 --progress ;;
+    esac
 }
 
 [ $# -gt 0 ] || set -- release asan tsan fuzz
-for preset in "$@"; do
-    case $preset in
-    fuzz) echo "== fuzz" && ./fuzz.sh 3 ;;
-    tsan) build_and_test tsan threaded_tests -L threads ;;
-    *) build_and_test "$preset" all ;;
-    esac
+start_build "$1"
+trap '[ -z "$building" ] || kill "$building" 2>/dev/null || true' EXIT
+while [ $# -gt 0 ]; do
+    preset=$1
+    shift
+    echo "== $preset"
+    wait "$building" || { building=; tail -n 60 "build/$preset/build.log"; exit 1; }
+    building=
+    [ $# -eq 0 ] || start_build "$1"
+    run_tests "$preset"
 done

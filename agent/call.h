@@ -7,6 +7,7 @@
 #include "agent/instance.h"
 
 #include <cstdint>
+#include <optional>
 
 namespace kvo_hws::agent {
 
@@ -15,6 +16,17 @@ inline uint32_t focus() noexcept { return shared(gFocusKvoIp).load(); }
 
 /// Whether the station in focus has a machine control panel of its own; the service is not asked about one that has none.
 inline bool hasControlPanel() noexcept { return shared(gMcpLikeFocusKvo).load() != 0; }
+
+/// The first character of an argument alone: "1xyz" is 1, as remote services have always got away with. Nothing where it is
+/// neither 0 nor 1.
+inline std::optional<uint32_t> flagOf(const char *argument) noexcept
+{
+    switch (*argument) {
+    case '0': return 0;
+    case '1': return 1;
+    default: return std::nullopt;
+    }
+}
 
 class Call {
 public:

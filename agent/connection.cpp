@@ -5,6 +5,7 @@
 #include <kvo_hws/platform.h>
 #include <kvo_hws/runtime.h>
 
+#include "agent/dotted.h"
 #include "agent/instance.h"
 #include "agent/line_writer.h"
 #include "runtime/clock.h"
@@ -12,7 +13,6 @@
 #include "runtime/owners.h"
 #include "service/socket.h"
 
-#include <arpa/inet.h>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -34,6 +34,7 @@ namespace {
 using kvo_hws::debugValues;
 using kvo_hws::Descriptor;
 using kvo_hws::shared;
+using kvo_hws::agent::kStopPeriod;
 using kvo_hws::agent::mustStop;
 using kvo_hws::agent::socketOf;
 
@@ -41,8 +42,10 @@ constexpr uint32_t kFirstPort = 5850;
 constexpr auto kServePeriod = 1s;
 constexpr auto kRetryPause = 1s;
 constexpr auto kReconnectPause = 5s;
-constexpr auto kStopPeriod = 100ms;
 constexpr int32_t kStaleAfter = 6;  // milliseconds, on purpose: a socket that is still open here is as good as always closed
+
+/// On the thread that runs the agent.
+thread_local bool servesAgent = false;
 
 enum Result : int { kStopped = 0, kFailed = -1 };
 
@@ -56,24 +59,22 @@ void pauseUnlessStopped(std::chrono::milliseconds time) noexcept
 
 class Connection {
 public:
-    explicit Connection(EmbKvoInst &agent) noexcept : agent_(agent), session_(agent.session)
-    {
-        const in_addr address{agent.remoteKvoHwsIp};
-        inet_ntop(AF_INET, &address, address_, sizeof address_);
-    }
+    explicit Connection(EmbKvoInst &agent) noexcept : agent_(agent), session_(agent.session), remote_(agent.remoteKvoHwsIp) {}
 
     /// Connects and serves until the agent is to stop.
     Result run() noexcept
     {
         while (!mustStop()) {
             if (!connect()) {
-                debugValues("KVO_HWS DLL - embHwsClientThread - Emb-KVO next try to connect to %s in 1 second", address_);
+                debugValues("KVO_HWS DLL - embHwsClientThread - Emb-KVO next try to connect to %s in 1 second", remote_.text());
                 pauseUnlessStopped(kRetryPause);
                 continue;
             }
             serve();
             if (mustStop()) {
-                hmi_close_x(&session_);
+                if (socketOf(session_) >= 0) {
+                    hmi_close_x(&session_);
+                }
                 return kStopped;
             }
             pauseUnlessStopped(kReconnectPause);
@@ -84,7 +85,7 @@ public:
 private:
     bool connect() noexcept
     {
-        debugValues("KVO_HWS DLL - embHwsClientThread - connect to %s", address_);
+        debugValues("KVO_HWS DLL - embHwsClientThread - connect to %s", remote_.text());
         if (keepsOpenSocket()) {
             return true;
         }
@@ -102,7 +103,7 @@ private:
         session_.connected = 1;
         timeval_get(&session_.lastActivity);
         kvo_hws::agent::openSocket(session_, socket.release());
-        debugValues("KVO_HWS DLL - embHwsClientThread - Emb-KVO connected with %s", address_);
+        debugValues("KVO_HWS DLL - embHwsClientThread - Emb-KVO connected with %s", remote_.text());
         return true;
     }
 
@@ -188,7 +189,7 @@ private:
 
     EmbKvoInst &agent_;
     HmiSession &session_;
-    char address_[INET_ADDRSTRLEN] = {};
+    kvo_hws::agent::Dotted remote_;
 };
 
 /// Six bytes of hardware address in the agent's name.
@@ -246,8 +247,12 @@ Result runAgent(EmbKvoInst &agent) noexcept
 
 }  // namespace
 
+bool kvo_hws::agent::isConnectionThread() noexcept { return servesAgent; }
+
 void *embHwsClientThread(void *instance) noexcept
 {
+    const kvo_hws::NoCancellation wholeLife;
+    servesAgent = true;
     EmbKvoInst &agent = *static_cast<EmbKvoInst *>(instance);
     shared(agent.running).store(1);
     kvo_hws_detach_thread();
@@ -257,6 +262,7 @@ void *embHwsClientThread(void *instance) noexcept
     std::free(std::exchange(agent.session.lineBuffer, nullptr));
     shared(gFocusKvoIp).store(0);
     shared(protocolNegotiated).store(0);  // again, for a request that was being answered when the clean-up began
+    servesAgent = false;
     shared(agent.running).store(0);
     return nullptr;
 }

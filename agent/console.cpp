@@ -71,7 +71,7 @@ std::string substituted(std::string path)
 
 constexpr int kLongestLine = 127;
 
-/// The first line of a file, on the heap; null where there is none, or no memory for the path.
+/// The first line of a file, on the heap; null where it can not be read.
 char *firstLine(const std::string &path)
 {
     const std::unique_ptr<FILE, CloseFile> file(std::fopen(path.c_str(), "re"));
@@ -110,6 +110,7 @@ constexpr int kNoServer = 111;
 
 char *sysfsfile(const char *dir, const char *sub, const char *file) noexcept
 {
+    const kvo_hws::NoCancellation wholeFile;
     try {
         return firstLine(substituted(std::string(dir) + '/' + sub + '/' + file));
     } catch (const std::exception &) {
@@ -120,6 +121,7 @@ char *sysfsfile(const char *dir, const char *sub, const char *file) noexcept
 
 void sysfssubst(char *path) noexcept
 {
+    const kvo_hws::NoCancellation wholeFolder;
     const std::size_t length = std::strlen(path);
     if (length == 0) {
         return;

@@ -12,14 +12,19 @@
 #include "service/socket.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
+#include <utility>
 
 using namespace std::chrono_literals;
 
 namespace {
+
+using Clock = std::chrono::steady_clock;
 
 using kvo_hws::debugValues;
 using kvo_hws::Descriptor;
@@ -36,6 +41,8 @@ constexpr unsigned kSettleTime = 20;  // milliseconds
 constexpr auto kLastSteps = 100ms;
 constexpr std::size_t kNameRoom = 20;
 constexpr std::size_t kBehindName = 2;  // the comma and a blank
+
+constexpr std::size_t kLostConnections = 16;
 
 /// Activations and deactivations take turns. Not held while host code runs.
 pthread_mutex_t listenerChange = PTHREAD_MUTEX_INITIALIZER;
@@ -105,9 +112,12 @@ public:
         while (goesOn()) {
             Descriptor socket = connect();
             debugValues("embKvoEventsThread: connected to '%s'", kEventSocket.data());
+            const auto connected = Clock::now();
             serve(socket);
-            // Left open: the service takes a connection that closes for a station that has gone.
-            socket.release();
+            keepOpen(std::move(socket));
+            if (goesOn() && Clock::now() - connected < kRetryPause) {
+                kvo_hws::pause(kRetryPause);  // a service that hangs up at once is not asked as fast as it does
+            }
         }
     }
 
@@ -136,6 +146,10 @@ private:
             },
             false);
     }
+
+    /// A lost connection stays open while the listener is active: the service takes one that closes for a station that has
+    /// gone. Only so many, though, that a service can not use up the process's descriptors.
+    void keepOpen(Descriptor socket) noexcept { lost_[nextLost_++ % lost_.size()] = std::move(socket); }
 
     /// A connection, however long that takes: the stop is not looked at meanwhile, and services count on the attempts.
     static Descriptor connect() noexcept
@@ -171,7 +185,7 @@ private:
         }
     }
 
-    static bool readEvent(const Descriptor &socket) noexcept
+    bool readEvent(const Descriptor &socket) const noexcept
     {
         DynBuffer line = {};
         const int result = ReadSocketDyn(socket.get(), &line);
@@ -181,7 +195,7 @@ private:
             return false;
         }
         debugValues("embKvoEventsThread: Got event: %s\n", text.get());
-        if (text.get() != kKeepAlive) {
+        if (text.get() != kKeepAlive && goesOn()) {
             tell(text.get());
         }
         return true;
@@ -207,11 +221,14 @@ private:
     }
 
     Notify *record_;
+    std::array<Descriptor, kLostConnections> lost_{};
+    std::size_t nextLost_ = 0;
 };
 
 /// A listener on a record that its activation has made the active one.
 void *listenOnActive(void *record) noexcept
 {
+    const kvo_hws::NoCancellation wholeLife;
     kvo_hws_detach_thread();
     Listener(static_cast<Notify *>(record)).run();
     return nullptr;

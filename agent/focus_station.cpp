@@ -4,11 +4,11 @@
 #include <kvo_hws/requests.h>
 #include <kvo_hws/result.h>
 
+#include "agent/dotted.h"
 #include "agent/instance.h"
 #include "requests/focus.h"
 #include "runtime/log.h"
 
-#include <arpa/inet.h>
 #include <cstdint>
 #include <cstdio>
 
@@ -28,9 +28,7 @@ using Label = char[260];
 
 void labelByAddress(uint32_t address, Label &label) noexcept
 {
-    char dotted[INET_ADDRSTRLEN] = {};
-    inet_ntop(AF_INET, &address, dotted, sizeof dotted);
-    std::snprintf(label, sizeof label, "IP %s", dotted);
+    std::snprintf(label, sizeof label, "IP %s", kvo_hws::agent::Dotted(address).text());
 }
 
 /// The station's description, by its address or, without one, by its name.

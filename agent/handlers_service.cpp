@@ -1,24 +1,32 @@
-// Commands that are answered by asking the local hardware service about the station in focus.
+// Commands that are answered by asking the local hardware service about the station in focus. Each kind is one function here,
+// and each of its members a call of it with the request and the texts that are its own.
 #include <kvo_hws/agent.h>
 #include <kvo_hws/requests.h>
 
 #include "agent/call.h"
+#include "agent/dotted.h"
 #include "runtime/numbers.h"
 
-#include <algorithm>
-#include <arpa/inet.h>
-#include <array>
 #include <cstdint>
 #include <cstdio>
+#include <optional>
 #include <string_view>
 
 namespace {
 
 using kvo_hws::agent::Call;
+using kvo_hws::agent::Dotted;
+using kvo_hws::agent::flagOf;
 using kvo_hws::agent::focus;
 using kvo_hws::agent::hasControlPanel;
 
 constexpr uint32_t kNoAddress = 255;  // told for a station without a control panel
+
+template <class Number>
+using Getter = int32_t (*)(uint32_t station, Number *value);
+
+template <class Number>
+using Setter = int32_t (*)(uint32_t station, Number value);
 
 bool consistsOf(std::string_view text, std::string_view characters) noexcept
 {
@@ -26,32 +34,116 @@ bool consistsOf(std::string_view text, std::string_view characters) noexcept
 }
 
 /// Digits alone, below 256; none at all are 0, as remote services send it.
-bool readSmallNumber(const char *argument, uint32_t &number) noexcept
+std::optional<uint32_t> smallNumberOf(const char *argument) noexcept
 {
-    const kvo_hws::Number read = kvo_hws::readNumber(argument, 10);
-    number = static_cast<uint32_t>(read.value);
-    return consistsOf(argument, "0123456789") && read.value <= UINT8_MAX;
+    const unsigned long value = kvo_hws::readNumber(argument, 10).value;
+    if (!consistsOf(argument, "0123456789") || value > UINT8_MAX) {
+        return std::nullopt;
+    }
+    return static_cast<uint32_t>(value);
 }
 
 /// One number: -1, 0 or 1.
-bool readCapsLock(const char *argument, int32_t &state) noexcept
+std::optional<int32_t> capsLockOf(const char *argument) noexcept
 {
     const kvo_hws::SignedNumber read = kvo_hws::readSigned(argument);
-    state = static_cast<int32_t>(read.value);
-    return consistsOf(argument, "-0123456789") && read.end != argument && *read.end == '\0' && read.value >= -1 &&
-           read.value <= 1;
+    const bool isNumber = consistsOf(argument, "-0123456789") && read.end != argument && *read.end == '\0';
+    if (!isNumber || read.value < -1 || read.value > 1) {
+        return std::nullopt;
+    }
+    return static_cast<int32_t>(read.value);
 }
 
-/// The first character alone: "1xyz" is a 1, as remote services have always got away with.
-bool readFlag(const char *argument, uint32_t &flag) noexcept
+/// Tells a value of the station.
+template <class Number>
+void tell(const Call &call, Getter<Number> get, const char *format, const char *failure) noexcept
 {
-    flag = *argument == '1' ? 1 : 0;
-    return *argument == '0' || *argument == '1';
+    Number value = 0;
+    if (call.worked(get(focus(), &value), failure)) {
+        call.value(format, value);
+    }
+}
+
+/// Tells a value of the control panel; @p otherwise for a station without one, about which the service is not asked.
+void tellOfPanel(const Call &call, Getter<uint32_t> get, uint32_t otherwise, const char *format, const char *failure) noexcept
+{
+    uint32_t value = otherwise;
+    if (!hasControlPanel() || call.worked(get(focus(), &value), failure)) {
+        call.value(format, value);
+    }
+}
+
+/// Sets a value of the station, where the argument was one.
+template <class Number>
+void set(const Call &call, std::optional<Number> value, Setter<Number> request, const char *failure) noexcept
+{
+    if (call.accepts(value.has_value()) && call.worked(request(focus(), *value), failure)) {
+        call.ok();
+    }
+}
+
+/// Sets a value of the control panel; that of a station without one is set by saying so.
+void setPanel(const Call &call, std::optional<uint32_t> value, Setter<uint32_t> request, const char *failure) noexcept
+{
+    if (call.accepts(value.has_value()) && (!hasControlPanel() || call.worked(request(focus(), *value), failure))) {
+        call.ok();
+    }
+}
+
+/// What a metric's request stores: a text, or a number in its beginning.
+union Metric {
+    char text[8];
+    uint32_t number;
+};
+
+/// Whether the station knows the metric; where it does not, that is the reply.
+bool readMetric(const Call &call, uint32_t metric, Metric &value, const char *failure) noexcept
+{
+    const int32_t result = KVO_HWS_getStationMetrics(focus(), metric, &value);
+    if (result == KVO_HWS_NOT_AVAILABLE) {
+        call.text("none");  // without a line end, unlike all other replies: remote services wait for these four letters
+        return false;
+    }
+    return call.worked(result, failure);
+}
+
+/// Tells a metric that is a number.
+void tellMetric(const Call &call, uint32_t metric, const char *format, const char *failure) noexcept
+{
+    Metric value = {};
+    if (readMetric(call, metric, value, failure)) {
+        call.value(format, value.number);
+    }
 }
 
 }  // namespace
 
-// ---- Getters ----
+// ---- Values ----
+
+void handle_get_station_type(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+{
+    tell({session, tag}, KVO_HWS_getStationType, "station-type=%d\r\n", "station-type not readable");
+}
+
+void handle_get_sw_capslock(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+{
+    tell({session, tag}, KVO_HWS_getSwCapsLock, "sw-capslock=%d\r\n", "sw-capslock not readable");
+}
+
+void handle_get_rv4mode(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+{
+    tell({session, tag}, KVO_HWS_getRV4Mode, "rv4mode=%u\r\n", "rv4 mode not readable");
+}
+
+void handle_get_usb_lock(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+{
+    const Call call(session, tag);
+    uint32_t first = 0;
+    uint32_t second = 0;
+    if (call.worked(KVO_HWS_getUsbLock(focus(), &first, &second), "usb lock not readable")) {
+        call.value("usb-lock=%u:%u\r\n", first, second);
+    }
+}
 
 void handle_show_input_devices(HmiSession *session, const char *tag, char * /*argument*/) noexcept
 {
@@ -66,167 +158,69 @@ void handle_show_input_devices(HmiSession *session, const char *tag, char * /*ar
     }
 }
 
-void handle_get_station_type(HmiSession *session, const char *tag, char * /*argument*/) noexcept
-{
-    const Call call(session, tag);
-    int32_t type = 0;
-    if (call.worked(KVO_HWS_getStationType(focus(), &type), "station-type not readable")) {
-        call.value("station-type=%d\r\n", type);
-    }
-}
-
-void handle_get_sw_capslock(HmiSession *session, const char *tag, char * /*argument*/) noexcept
-{
-    const Call call(session, tag);
-    int32_t state = 0;
-    if (call.worked(KVO_HWS_getSwCapsLock(focus(), &state), "sw-capslock not readable")) {
-        call.value("sw-capslock=%d\r\n", state);
-    }
-}
-
-void handle_get_rv4mode(HmiSession *session, const char *tag, char * /*argument*/) noexcept
-{
-    const Call call(session, tag);
-    uint32_t mode = 0;
-    if (call.worked(KVO_HWS_getRV4Mode(focus(), &mode), "rv4 mode not readable")) {
-        call.value("rv4mode=%u\r\n", mode);
-    }
-}
-
-void handle_get_usb_lock(HmiSession *session, const char *tag, char * /*argument*/) noexcept
-{
-    const Call call(session, tag);
-    uint32_t first = 0;
-    uint32_t second = 0;
-    if (call.worked(KVO_HWS_getUsbLock(focus(), &first, &second), "usb lock not readable")) {
-        call.value("usb-lock=%u:%u\r\n", first, second);
-    }
-}
-
-// ---- Getters of the control panel: without one the service is not asked ----
+// ---- Values of the control panel ----
 
 void handle_get_mcpaddr(HmiSession *session, const char *tag, char * /*argument*/) noexcept
 {
-    const Call call(session, tag);
-    uint32_t address = kNoAddress;
-    if (!hasControlPanel() || call.worked(KVO_HWS_getMCPAddress(focus(), &address), "mcp addr not readable")) {
-        call.value("mcpaddr=%u\r\n", address);
-    }
+    tellOfPanel({session, tag}, KVO_HWS_getMCPAddress, kNoAddress, "mcpaddr=%u\r\n", "mcp addr not readable");
 }
 
 void handle_get_dckaddr(HmiSession *session, const char *tag, char * /*argument*/) noexcept
 {
-    const Call call(session, tag);
-    uint32_t address = kNoAddress;
-    if (!hasControlPanel() || call.worked(KVO_HWS_getDCKAddress(focus(), &address), "dck addr not readable")) {
-        call.value("dckaddr=%u\r\n", address);
-    }
+    tellOfPanel({session, tag}, KVO_HWS_getDCKAddress, kNoAddress, "dckaddr=%u\r\n", "dck addr not readable");
 }
 
 void handle_get_cksindex(HmiSession *session, const char *tag, char * /*argument*/) noexcept
 {
-    const Call call(session, tag);
-    uint32_t index = kNoAddress;
-    if (!hasControlPanel() || call.worked(KVO_HWS_getKVOCksIndex(focus(), &index), "cks index not readable")) {
-        call.value("cksindex=%u\r\n", index);
-    }
+    tellOfPanel({session, tag}, KVO_HWS_getKVOCksIndex, kNoAddress, "cksindex=%u\r\n", "cks index not readable");
 }
 
 void handle_get_dckenable(HmiSession *session, const char *tag, char * /*argument*/) noexcept
 {
-    const Call call(session, tag);
-    uint32_t enabled = 0;
-    if (!hasControlPanel() || call.worked(KVO_HWS_getDCKEnable(focus(), &enabled), "dck enable not readable")) {
-        call.value("dckenable=%u\r\n", enabled);
-    }
+    tellOfPanel({session, tag}, KVO_HWS_getDCKEnable, 0, "dckenable=%u\r\n", "dck enable not readable");
 }
 
 // ---- Setters of numbers ----
 
 void handle_set_mcpaddr(HmiSession *session, const char *tag, char *argument) noexcept
 {
-    const Call call(session, tag);
-    uint32_t address = 0;
-    if (call.accepts(readSmallNumber(argument, address)) &&
-        (!hasControlPanel() || call.worked(KVO_HWS_setMCPAddress(focus(), address), "mcp addr not writeable"))) {
-        call.ok();
-    }
+    setPanel({session, tag}, smallNumberOf(argument), KVO_HWS_setMCPAddress, "mcp addr not writeable");
 }
 
 void handle_set_cksindex(HmiSession *session, const char *tag, char *argument) noexcept
 {
-    const Call call(session, tag);
-    uint32_t index = 0;
-    if (call.accepts(readSmallNumber(argument, index)) &&
-        (!hasControlPanel() || call.worked(KVO_HWS_setKVOCksIndex(focus(), index), "cks index not writeable"))) {
-        call.ok();
-    }
+    setPanel({session, tag}, smallNumberOf(argument), KVO_HWS_setKVOCksIndex, "cks index not writeable");
 }
 
 void handle_set_kvoindex(HmiSession *session, const char *tag, char *argument) noexcept
 {
     const Call call(session, tag);
-    uint32_t index = 0;
-    if (call.accepts(readSmallNumber(argument, index))) {
-        kvo_hws::shared(gKvoIndex).store(index);
+    const std::optional<uint32_t> index = smallNumberOf(argument);
+    if (call.accepts(index.has_value())) {
+        kvo_hws::shared(gKvoIndex).store(*index);
         call.ok();
     }
 }
 
 void handle_set_sw_capslock(HmiSession *session, const char *tag, char *argument) noexcept
 {
-    const Call call(session, tag);
-    int32_t state = 0;
-    if (call.accepts(readCapsLock(argument, state)) &&
-        call.worked(KVO_HWS_setSwCapsLock(focus(), state), "sw-capslock not writeable")) {
-        call.ok();
-    }
+    set({session, tag}, capsLockOf(argument), KVO_HWS_setSwCapsLock, "sw-capslock not writeable");
 }
 
 // ---- Setters of flags ----
 
 void handle_set_dckenable(HmiSession *session, const char *tag, char *argument) noexcept
 {
-    const Call call(session, tag);
-    uint32_t enabled = 0;
     // The reason names the index, and remote services know it by that.
-    if (call.accepts(readFlag(argument, enabled)) &&
-        (!hasControlPanel() || call.worked(KVO_HWS_setDCKEnable(focus(), enabled), "kvo index not writeable"))) {
-        call.ok();
-    }
+    setPanel({session, tag}, flagOf(argument), KVO_HWS_setDCKEnable, "kvo index not writeable");
 }
 
 void handle_set_rv4mode(HmiSession *session, const char *tag, char *argument) noexcept
 {
-    const Call call(session, tag);
-    uint32_t mode = 0;
-    if (call.accepts(readFlag(argument, mode)) && call.worked(KVO_HWS_setRV4Mode(focus(), mode), "rv4 mode not writeable")) {
-        call.ok();
-    }
+    set({session, tag}, flagOf(argument), KVO_HWS_setRV4Mode, "rv4 mode not writeable");
 }
 
 // ---- Metrics ----
-
-namespace {
-
-/// A metric as the service's request fills it: a text, or a number in its beginning.
-union Metric {
-    char text[8];
-    uint32_t number;
-};
-
-/// Whether the station knows the metric; what is replied where it does not is told.
-bool readMetric(const Call &call, uint32_t metric, Metric &value, const char *reason) noexcept
-{
-    const int32_t result = KVO_HWS_getStationMetrics(focus(), metric, &value);
-    if (result == KVO_HWS_NOT_AVAILABLE) {
-        call.text("none");  // without a line end, unlike all other replies: remote services wait for these four letters
-        return false;
-    }
-    return call.worked(result, reason);
-}
-
-}  // namespace
 
 void handle_get_panel_oem_layout(HmiSession *session, const char *tag, char * /*argument*/) noexcept
 {
@@ -239,48 +233,28 @@ void handle_get_panel_oem_layout(HmiSession *session, const char *tag, char * /*
 
 void handle_get_softkey_type(HmiSession *session, const char *tag, char * /*argument*/) noexcept
 {
-    const Call call(session, tag);
-    Metric type = {};
-    if (readMetric(call, 2, type, "softkey type not readable")) {
-        call.value("softkey-type=%u\r\n", type.number);
-    }
+    tellMetric({session, tag}, 2, "softkey-type=%u\r\n", "softkey type not readable");
 }
 
 void handle_get_keyboard_caps(HmiSession *session, const char *tag, char * /*argument*/) noexcept
 {
-    const Call call(session, tag);
-    Metric capabilities = {};
-    if (readMetric(call, 3, capabilities, "keyboard caps not readable")) {
-        call.value("keyboard-caps=%u\r\n", capabilities.number);
-    }
+    tellMetric({session, tag}, 3, "keyboard-caps=%u\r\n", "keyboard caps not readable");
 }
 
 /// Replies under the softkey type's key; programs that call it go by that.
 void handle_get_display_dpi(HmiSession *session, const char *tag, char * /*argument*/) noexcept
 {
-    const Call call(session, tag);
-    Metric dpi = {};
-    if (readMetric(call, 4, dpi, "display dpi not readable")) {
-        call.value("softkey-type=%u\r\n", dpi.number);
-    }
+    tellMetric({session, tag}, 4, "softkey-type=%u\r\n", "display dpi not readable");
 }
 
 void handle_get_hardware_caps(HmiSession *session, const char *tag, char * /*argument*/) noexcept
 {
-    const Call call(session, tag);
-    Metric capabilities = {};
-    if (readMetric(call, 5, capabilities, "hardware caps not readable")) {
-        call.value("hardware-caps=%u\r\n", capabilities.number);
-    }
+    tellMetric({session, tag}, 5, "hardware-caps=%u\r\n", "hardware caps not readable");
 }
 
 void handle_get_panel_rotation(HmiSession *session, const char *tag, char * /*argument*/) noexcept
 {
-    const Call call(session, tag);
-    Metric rotation = {};
-    if (readMetric(call, 6, rotation, "panel rotation not readable")) {
-        call.value("panel-rotation=%X\r\n", rotation.number);
-    }
+    tellMetric({session, tag}, 6, "panel-rotation=%X\r\n", "panel rotation not readable");
 }
 
 // ---- Touch and USB lock ----
@@ -303,10 +277,8 @@ void handle_set_usb_lock(HmiSession *session, const char *tag, char *argument) n
     if (!call.accepts(std::sscanf(argument, "%u:%u", &first, &second) == 2 && first <= 1)) {
         return;
     }
-    const uint32_t station = focus();
-    char address[INET_ADDRSTRLEN] = {};
-    inet_ntop(AF_INET, &station, address, sizeof address);
-    const char *hosts[] = {address};
+    const Dotted station(focus());
+    const char *hosts[] = {station.text()};
     if (call.worked(KVO_HWS_setUsbLock(1, hosts, static_cast<int>(first), static_cast<int>(second)),
                     "usb lock not writeable")) {
         call.ok();

@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <utility>
 
 char *hws_channel_info = nullptr;
@@ -15,15 +16,15 @@ namespace {
 
 using kvo_hws::shared;
 using kvo_hws::agent::Call;
+using kvo_hws::agent::flagOf;
 
 constexpr uint32_t kNumLockDisabled = 2;
 constexpr uint32_t kCapsLockDisabled = 4;
 
-/// Sets or clears a key flag by the argument's first character.
-void setKeyFlag(HmiSession &session, const Call &call, const char *argument, uint32_t flag) noexcept
+void setKeyFlag(HmiSession &session, const Call &call, std::optional<uint32_t> isSet, uint32_t flag) noexcept
 {
-    if (call.accepts(*argument == '0' || *argument == '1')) {
-        session.keyFlags = *argument == '1' ? session.keyFlags | flag : session.keyFlags & ~flag;
+    if (call.accepts(isSet.has_value())) {
+        session.keyFlags = *isSet != 0 ? session.keyFlags | flag : session.keyFlags & ~flag;
         call.ok();
     }
 }
@@ -72,12 +73,12 @@ void handle_show_hwid(HmiSession *session, const char *tag, char * /*argument*/)
 
 void handle_set_disable_numlock(HmiSession *session, const char *tag, char *argument) noexcept
 {
-    setKeyFlag(*session, Call(session, tag), argument, kNumLockDisabled);
+    setKeyFlag(*session, Call(session, tag), flagOf(argument), kNumLockDisabled);
 }
 
 void handle_set_disable_capslock(HmiSession *session, const char *tag, char *argument) noexcept
 {
-    setKeyFlag(*session, Call(session, tag), argument, kCapsLockDisabled);
+    setKeyFlag(*session, Call(session, tag), flagOf(argument), kCapsLockDisabled);
 }
 
 void handle_get_disable_numlock(HmiSession *session, const char *tag, char * /*argument*/) noexcept

@@ -11,7 +11,6 @@
 #include "runtime/log.h"
 #include "runtime/owners.h"
 
-#include <atomic>
 #include <cerrno>
 #include <chrono>
 
@@ -23,29 +22,16 @@ using kvo_hws::debugValues;
 using kvo_hws::Lock;
 using kvo_hws::shared;
 
-constexpr auto kStopPeriod = 100ms;
 constexpr uint64_t kStopTime = 6000;  // milliseconds
 constexpr auto kSettleTime = 1s;
 
 /// Starts and clean-ups take turns. Not held while host code runs.
 pthread_mutex_t lifecycle = PTHREAD_MUTEX_INITIALIZER;
 
-/// The thread that serves the agent, so that a clean-up on it does not wait for itself.
-std::atomic<pthread_t> connectionThread{};
-
 bool isRunning() noexcept { return shared(gEmbKvoInst->running).load() == 1; }
-
-bool isConnectionThread() noexcept { return isRunning() && pthread_equal(connectionThread.load(), pthread_self()) != 0; }
 
 /// Running, or ended and not cleaned up.
 bool isInUse() noexcept { return shared(gEmbKvoInst->running).load() != 0 || shared(gCmdCallback).load() != nullptr; }
-
-void *serveAgent(void *instance) noexcept
-{
-    connectionThread.store(pthread_self());
-    embHwsClientThread(instance);
-    return nullptr;
-}
 
 int start(const char *params, void **instanceOut, EmbCmdCallback callback) noexcept
 {
@@ -55,11 +41,11 @@ int start(const char *params, void **instanceOut, EmbCmdCallback callback) noexc
     }
     shared(gCmdCallback).store(callback);
     shared(protocolNegotiated).store(0);
-    kvo_hws::agent::abandoned.store(false);
+    ++kvo_hws::agent::starts;
     shared(gEmbKvoInst->stop).store(0);
     // The thread's own word, given ahead: a clean-up that follows at once must wait for it.
     shared(gEmbKvoInst->running).store(1);
-    if (kvo_hws_CreateThread(serveAgent, gEmbKvoInst) != 1) {
+    if (kvo_hws_CreateThread(embHwsClientThread, gEmbKvoInst) != 1) {
         debugValues("KVO_HWS DLL - KVO_HWS_startupEmbHwsClient - pthread_create fails %d", errno);
         shared(gEmbKvoInst->running).store(0);
         return KVO_HWS_FAILED;
@@ -87,10 +73,13 @@ int32_t refusal(const void *instance) noexcept
     return KVO_HWS_OK;
 }
 
+/// The agent is to end, whoever waits for it.
+void abandon() noexcept { kvo_hws::agent::abandoned.store(kvo_hws::agent::starts.load()); }
+
 /// On the agent's own thread: it ends as soon as the callback that asks for it returns.
 int32_t endWithoutWaiting() noexcept
 {
-    kvo_hws::agent::abandoned.store(true);
+    abandon();
     shared(protocolNegotiated).store(0);
     shared(gCmdCallback).store(nullptr);
     return KVO_HWS_FAILED;
@@ -101,7 +90,7 @@ bool awaitEnd() noexcept
 {
     const uint64_t deadline = GetTickCount64() + kStopTime;
     while (isRunning() && GetTickCount64() < deadline) {
-        kvo_hws::pause(kStopPeriod);
+        kvo_hws::pause(kvo_hws::agent::kStopPeriod);
     }
     return !isRunning();
 }
@@ -131,7 +120,7 @@ int KVO_HWS_startupEmbHwsClient(const char *params, void **instanceOut, EmbCmdCa
 
 int KVO_HWS_cleanupEmbHwsClient(void *instance) noexcept
 {
-    if (isConnectionThread()) {
+    if (kvo_hws::agent::isConnectionThread()) {
         const int32_t refused = refusal(instance);
         return refused != KVO_HWS_OK ? refused : endWithoutWaiting();
     }
@@ -142,8 +131,9 @@ int KVO_HWS_cleanupEmbHwsClient(void *instance) noexcept
     shared(gEmbKvoInst->stop).store(1);
     shared(protocolNegotiated).store(0);
     const bool ended = awaitEnd();
-    // A thread that goes on, because the host's callback does, ends later all the same.
-    kvo_hws::agent::abandoned.store(!ended);
+    if (!ended) {
+        abandon();  // it goes on, because the host's callback does; it ends when that returns
+    }
     shared(gEmbKvoInst->stop).store(0);
     shared(gCmdCallback).store(nullptr);
     kvo_hws::pause(kSettleTime);

@@ -26,7 +26,6 @@ namespace {
 using kvo_hws::shared;
 
 constexpr unsigned kIndications = 99;
-constexpr auto kStopPeriod = 100ms;
 constexpr auto kStallTime = 4s;  // as long as a local peer may be silent
 
 // ---- All of what follows runs, and is, under the lock ----
@@ -43,8 +42,9 @@ void setOption(int socket, int option, int value) noexcept { setsockopt(socket, 
 bool waitWritable(int socket) noexcept
 {
     pollfd waiting{.fd = socket, .events = POLLOUT, .revents = 0};
-    for (auto waited = 0ms; waited < kStallTime; waited += kStopPeriod) {
-        const int ready = poll(&waiting, 1, static_cast<int>(kStopPeriod.count()));
+    const auto deadline = std::chrono::steady_clock::now() + kStallTime;  // signals must not shorten it
+    while (std::chrono::steady_clock::now() < deadline) {
+        const int ready = poll(&waiting, 1, static_cast<int>(kvo_hws::agent::kStopPeriod.count()));
         if (ready > 0) {
             return true;
         }
@@ -121,14 +121,20 @@ Prefix nextPrefix() noexcept
 
 bool mayIndicate() noexcept { return shared(protocolNegotiated).load() != 0; }
 
+/// What writers hold while they write, and are not cancelled.
+class Writing {
+    const kvo_hws::NoCancellation wholeLine_;
+    const kvo_hws::Lock lock_{sGCriticalSectionEventSocket};
+};
+
 }  // namespace
 
 void hmiconn_reply(int socket, const char *tag, const char *text, ...) noexcept
 {
+    const Writing writing;
     va_list others;
     va_start(others, text);
     {
-        const kvo_hws::Lock lock(sGCriticalSectionEventSocket);
         Line line(socket);
         if (tag != nullptr) {
             line.part(tag);
@@ -140,13 +146,13 @@ void hmiconn_reply(int socket, const char *tag, const char *text, ...) noexcept
 
 int hmiconn_indication(int socket, const char *text, ...) noexcept
 {
+    const Writing writing;
     if (!mayIndicate()) {
         return -1;
     }
     va_list others;
     va_start(others, text);
     {
-        const kvo_hws::Lock lock(sGCriticalSectionEventSocket);
         Line line(socket);
         line.part(nextPrefix().data());
         line.parts(text, others);
@@ -157,12 +163,13 @@ int hmiconn_indication(int socket, const char *text, ...) noexcept
 
 int kvo_hws::agent::pushIndication(HmiSession &session, const char *text) noexcept
 {
+    const Writing writing;
+    // Both are looked at under the lock: while this thread waited there may have been a clean-up, and the descriptor be
+    // another's.
     if (!mayIndicate()) {
         return -1;
     }
-    const Lock lock(sGCriticalSectionEventSocket);
     const Prefix prefix = nextPrefix();
-    // Looked at under the lock: it may have been closed, and be another's, while this thread waited.
     if (const int socket = socketOf(session); socket >= 0) {
         Line line(socket);
         line.part(prefix.data());
@@ -174,14 +181,13 @@ int kvo_hws::agent::pushIndication(HmiSession &session, const char *text) noexce
 
 void kvo_hws::agent::closeSocket(HmiSession &session) noexcept
 {
-    const Lock lock(sGCriticalSectionEventSocket);
-    promptSocket = -1;
+    const Writing writing;
     const Descriptor closed(shared(session.socket).exchange(-1));
 }
 
 void kvo_hws::agent::openSocket(HmiSession &session, int socket) noexcept
 {
-    const Lock lock(sGCriticalSectionEventSocket);
-    promptSocket = -1;
+    const Writing writing;
+    promptSocket = -1;  // a new one, though its number may be an old one
     shared(session.socket).store(socket);
 }

@@ -1,25 +1,18 @@
 // Names of the remote side, for messages and display.
 #include <kvo_hws/agent.h>
 
-#include <arpa/inet.h>
+#include "agent/dotted.h"
+
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
 
-namespace {
-
-using Dotted = char[INET_ADDRSTRLEN];
-
-void write(uint32_t address, Dotted &dotted) noexcept { inet_ntop(AF_INET, &address, dotted, sizeof dotted); }
-
-}  // namespace
+using kvo_hws::agent::Dotted;
 
 const char *sesstoa(const HmiSession *session) noexcept
 {
     static char text[32];
-    Dotted address;
-    write(session->server->address, address);
-    std::snprintf(text, sizeof text, "%s:%d", address, static_cast<int>(session->display));
+    std::snprintf(text, sizeof text, "%s:%d", Dotted(session->server->address).text(), static_cast<int>(session->display));
     return text;
 }
 
@@ -27,8 +20,8 @@ int format_servername(char *dst, size_t size, const HmiServer *server, int width
 {
     constexpr std::size_t kAround = 3;     // of " ()"
     constexpr std::size_t kAroundCut = 6;  // of "... ()"
-    Dotted address;
-    write(server->address, address);
+    const Dotted dotted(server->address);
+    const char *const address = dotted.text();
     const auto room = static_cast<std::size_t>(width > 0 ? width : 0);
     const char *const name = server->name;
     if (name != nullptr && std::strlen(name) + kAround + std::strlen(address) < room) {

@@ -6,6 +6,7 @@
 #include "agent/line_writer.h"
 #include "runtime/clock.h"
 #include "runtime/log.h"
+#include "runtime/owners.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -119,6 +120,7 @@ void answer(HmiSession &session, char *line) noexcept
 
 void hmiconn_process_one_request(HmiSession *session) noexcept
 {
+    const kvo_hws::NoCancellation wholeRequest;
     const Arrived arrived = takePiece(*session);
     if (arrived.bytes == 0) {
         return;

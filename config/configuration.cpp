@@ -136,6 +136,7 @@ void logValues() noexcept
 
 void ReadConfFile() noexcept
 {
+    const kvo_hws::NoCancellation wholeFile;
     std::array<char, kLongestFileName> fileName{};
     sConfData = {};
     const char *const named = libpavo_getMetric(PLATFORM_CONFIG_FILE);

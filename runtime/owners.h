@@ -14,6 +14,7 @@ namespace kvo_hws {
 /// A file descriptor, closed at the end of its scope.
 class Descriptor {
 public:
+    Descriptor() noexcept = default;
     explicit Descriptor(int fd) noexcept : fd_(fd) {}
     Descriptor(Descriptor &&other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
     Descriptor(const Descriptor &) = delete;
@@ -42,7 +43,7 @@ public:
     }
 
 private:
-    int fd_;
+    int fd_ = -1;
 };
 
 struct FreeHeap {

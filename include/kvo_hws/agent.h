@@ -74,7 +74,10 @@ typedef struct EmbKvoInst {
  *  @param instance  the agent's handle
  *  @param command   "stop-viewer", "stop-viewer-preempt", "stop-viewer-noclean", "activate-me", "show-viewer-active",
  *                   "set-darken=<argument>" or "set-statusline=<argument>", at most 255 characters; valid until it returns
- *  @return 1 done, or yes; 0 nothing to do, or no; anything else failed
+ *  @return 1 done, or yes; 0 nothing to do, or no; anything else failed, an exception too
+ *
+ *  It may ask the service, push events, and clean up the agent; it must not wait for the remote side, which waits for it, nor
+ *  end its thread. docs/programming.md tells the whole contract.
  */
 typedef int (*EmbCmdCallback)(void *instance, const char *command);
 
@@ -97,8 +100,9 @@ typedef struct HwsCommand {
 extern KVO_HWS_API EmbKvoInst *gEmbKvoInst;
 
 /** Starts the agent.
- *  @param params       lines of "<key>=<value>": focusKvoIp, focusKvoName (one of both), remoteKvoHwsIp (both addresses
- *                      dotted), remoteSession (0 to 9, port 5850 and up; larger ones modulo 10), kvoIndex (1), mcpFlag (0;
+ *  @param params       lines of "<key>=<value>": focusKvoIp or focusKvoName (the station in focus; by name it is found only
+ *                      where the program has put the name into gFocusName too), remoteKvoHwsIp (both addresses dotted),
+ *                      remoteSession (0 to 9, port 5850 and up; larger ones modulo 10), kvoIndex (1), mcpFlag (0;
  *                      not 0: the station has a machine control panel), channelOnFocus (1), screenOnFocus, suspendLock (0),
  *                      suspendPrio (1), startupActive (1), startupPrio (2); in brackets what holds without a line. Texts
  *                      are cut to 127 characters, unknown lines skipped, an invalid address is none
@@ -118,7 +122,9 @@ KVO_HWS_API int KVO_HWS_startupEmbHwsClient(const char *params, void **instanceO
  *  @return 1 ended; -1 it still runs after 6 s, or this is its own thread, which then ends when the callback returns; -7 no
  *  agent was started, or a null handle; -10 another handle
  *
- *  Takes a second more than the agent's end. After a 1 no callback is called any more and no push is blocked. Debug
+ *  Takes a second more than the agent's end. After a 1 no callback is called any more and no push is blocked. After a -1 the
+ *  agent ends as soon as what holds it returns: the host's callback, or a request that waits for its turn or for a local
+ *  service that answers byte by byte; until then starts are -8, and another clean-up is -7. Debug
  *  messages: "KVO_HWS DLL - KVO_HWS_cleanupEmbHwsClient - " and "no previous startup", "instance data is NULL" or
  *  "instance data is invalid". Safe from any thread.
  */
@@ -127,8 +133,9 @@ KVO_HWS_API int KVO_HWS_cleanupEmbHwsClient(void *instance) KVO_HWS_NOEXCEPT;
 /** Pushes an event to the remote service as an indication.
  *  @param instance  the agent's handle
  *  @param text      the event without a line end, and without one inside; null-terminated
- *  @return 1 written, or there is no connection at the moment; -1 the remote side has not sent a valid request since the
- *  start, or the reply to its first one is just going out; -7 a null handle or text; -10 another handle
+ *  @return 1 written, or lost with a connection that is not there or can not be written to (a number is used all the same);
+ *  -1 the remote side has not sent a valid request since the start, or the reply to its first one is just going out; -7 a
+ *  null handle or text; -10 another handle
  *
  *  Waits while the remote side does not read, for at most 4 s without progress, after which the connection is given up.
  *  Debug messages: "KVO_HWS DLL - KVO_HWS_sendEmbHwsEvent - " and "instance data is NULL", "instance data is invalid" or
@@ -137,7 +144,7 @@ KVO_HWS_API int KVO_HWS_cleanupEmbHwsClient(void *instance) KVO_HWS_NOEXCEPT;
 KVO_HWS_API int KVO_HWS_sendEmbHwsEvent(void *instance, const char *text) KVO_HWS_NOEXCEPT;
 
 /** Thread body: the agent's connection.
- *  @param instance  an EmbKvoInst with its parameters set
+ *  @param instance  gEmbKvoInst, with its parameters set
  *  @return null
  *
  *  Reads the configuration file, names the agent by the interface's hardware address, reads what it needs to know of the
@@ -146,11 +153,13 @@ KVO_HWS_API int KVO_HWS_sendEmbHwsEvent(void *instance, const char *text) KVO_HW
  */
 KVO_HWS_API void *embHwsClientThread(void *instance) KVO_HWS_NOEXCEPT;
 
-/** Closes a session's socket, if it is open. Debug message: "KVO_HWS DLL - hmi_close_x - socket <number>". */
+/** Closes a session's socket, if it is open; for the thread that serves the session. Debug message: "KVO_HWS DLL -
+ *  hmi_close_x - socket <number>".
+ */
 KVO_HWS_API void hmi_close_x(HmiSession *session) KVO_HWS_NOEXCEPT;
 
 /* ---- What the agent tells: written when it starts, from its parameters. A program that reads or writes a word of it while
- * the agent runs does so atomically. ---- */
+ * the agent runs does so atomically; the texts it leaves alone, but in its callback and while no agent runs. ---- */
 
 /** The station in focus as inet_aton stores it; 0 where none is. Where it starts as 0, the station is looked up by
  *  gFocusName.
@@ -185,13 +194,14 @@ extern KVO_HWS_API const HwsCommand cmds[60];
  */
 KVO_HWS_API void hmiconn_process_one_request(HmiSession *session) KVO_HWS_NOEXCEPT;
 
-/** Writes a reply as one segment.
+/** Writes a reply as one segment. Sets TCP_NODELAY with a socket's first line. Waits at most 4 s for a remote side that does
+ *  not read; a line that can not be written whole shuts the connection down, which the next read finds.
  *  @param tag   its first part, or null
  *  @param text  the parts, null-terminated texts; (char *)0 behind the last
  */
 KVO_HWS_API void hmiconn_reply(int socket, const char *tag, const char *text, ...) KVO_HWS_NOEXCEPT;
 
-/** Writes an indication as one segment: "I", a number from 01 to 99 and round again, ":" and the parts.
+/** Writes an indication as one segment, in the way of a reply: "I", a number from 01 to 99 and round again, ":" and the parts.
  *  @return 1; -1 while protocolNegotiated is 0: nothing is written and no number used
  */
 KVO_HWS_API int hmiconn_indication(int socket, const char *text, ...) KVO_HWS_NOEXCEPT;
@@ -324,13 +334,14 @@ KVO_HWS_API void handle_get_display_dpi(HmiSession *session, const char *tag, ch
 /* ---- The station in focus, and the console ---- */
 
 /** Reads the station in focus: its description and its T2M2N text.
- *  @return 0; -1 not readable: debug message "init_fb - getDescriptionEx(<IP or name>) fails with <result>" or "init_fb -
- *  getKVOT2M2N(IP <address>) fails with <result>"
+ *  Sets gFocusKvoIp to the address of the description. For one thread at a time, the agent's included.
+ *  @return 0; -1 while an agent is ending, or not readable: debug message "init_fb - getDescriptionEx(<IP or name>) fails
+ *  with <result>" or "init_fb - getKVOT2M2N(IP <address>) fails with <result>"
  */
 KVO_HWS_API int init_fb(void) KVO_HWS_NOEXCEPT;
 
 /** Names the other end of a session, "<address>:<session number>".
- *  @return a text that the next call overwrites; for one thread at a time
+ *  @return a text that the next call overwrites; for one thread at a time, the agent's included
  */
 KVO_HWS_API const char *sesstoa(const HmiSession *session) KVO_HWS_NOEXCEPT;
 
@@ -379,15 +390,19 @@ KVO_HWS_API void register_hws_servername(void) KVO_HWS_NOEXCEPT;
 /** The host's function for events. Called on the listener's thread; its arguments are valid until it returns.
  *  @param name  at most 19 characters
  *  @param data  what follows the comma and one character behind it
+ *
+ *  What it throws is dropped. It may stop the listener.
  */
 typedef void (*EmbKvoEventCallback)(const char *name, const char *data);
 
 /** Starts to listen at "/tmp/kvo_hws/event_sock".
- *  @return 1 started; -8 it listens already; -7 @p callback is null; -1 no thread
+ *  @return 1 started; -8 it listens already; -7 @p callback is null; -1 no thread or no memory
  *
- *  Connects as soon as a service is there, tries again each second, and connects anew where the connection is lost. An
- *  "Alive?" is read and dropped; so is, with a debug message, an event without a comma or with a name of 20 characters or
- *  more. Its steps are logged as debug messages, "embKvoEventsThread: ...". Safe from any thread.
+ *  Replaces the process's handler of SIGUSR1 (see ActivateNotify). Connects as soon as a service is there, tries again each
+ *  second, and connects anew where the connection is lost, at most once a second. Up to 16 lost connections stay open until
+ *  it is stopped: the service takes a closed one for a station that has gone. An "Alive?" is read and dropped; so is, with a
+ *  debug message, an event without a comma or with a name of 20 characters or more. Its steps are logged as debug messages,
+ *  "embKvoEventsThread: ...". Safe from any thread.
  */
 KVO_HWS_API int KVO_HWS_activateEmbKvoEvents(EmbKvoEventCallback callback) KVO_HWS_NOEXCEPT;
 
@@ -396,12 +411,13 @@ KVO_HWS_API int KVO_HWS_activateEmbKvoEvents(EmbKvoEventCallback callback) KVO_H
  *  "ok", "error", "timeout" or "unknown error"; "KVO_HWS_deactivateEmbKvoEvents: is still running".
  *
  *  A listener that finds no service ends as soon as one is there; until then it cannot be activated again. The callback
- *  may still run when this returns, and may itself call it. Safe from any thread.
+ *  may still run when this returns, but is not called anew; it may itself call this. Safe from any thread.
  */
 KVO_HWS_API int KVO_HWS_deactivateEmbKvoEvents(void) KVO_HWS_NOEXCEPT;
 
-/** Thread body: the listener.
- *  @param record  its Notify
+/** Thread body: the listener, with the callback of the last activation.
+ *  @param record  its Notify, from CreateNotify; stopped and released by KVO_HWS_deactivateEmbKvoEvents alone, not by
+ *                 ShutdownThread
  *  @return null
  */
 KVO_HWS_API void *embKvoEventsThread(void *record) KVO_HWS_NOEXCEPT;

@@ -4,6 +4,8 @@
 #include "support/failing_allocations.h"
 #include "support/syslog_capture.h"
 
+#include <cerrno>
+#include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -11,8 +13,11 @@
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/vt.h>
 #include <memory>
 #include <string>
+#include <sys/ioctl.h>
+#include <sys/syscall.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -159,6 +164,57 @@ TEST_F(Console, that_is_none_has_the_shift_state_6)
     EXPECT_THAT(capture.lines(), ElementsAre(LogLine{"", LOG_WARNING, "TIOCLINUX(6): Inappropriate ioctl for device"}));
 }
 
+/// A console that the kernel does not have to have: what it is asked, and what it answers.
+struct PlayedConsole {
+    vt_mode mode{.mode = VT_AUTO, .waitv = 1, .relsig = 5, .acqsig = 6, .frsig = 7};
+    char shiftState = 3;
+    bool refusesMode = false;
+    int shiftQuestion = 0;
+};
+PlayedConsole *playedConsole = nullptr;
+
+class ConsoleThatIs : public testing::Test {
+protected:
+    void SetUp() override { playedConsole = &console; }
+    void TearDown() override { playedConsole = nullptr; }
+
+    void expectMode(char mode, short release, short acquire) const
+    {
+        EXPECT_EQ(console.mode.mode, mode);
+        EXPECT_EQ(console.mode.relsig, release);
+        EXPECT_EQ(console.mode.acqsig, acquire);
+        EXPECT_EQ(console.mode.waitv, 1) << "as it was";
+        EXPECT_EQ(console.mode.frsig, 7) << "as it was";
+    }
+
+    PlayedConsole console;
+    const SyslogCapture capture;
+};
+
+TEST_F(ConsoleThatIs, is_asked_before_it_is_taken)
+{
+    enable_vt_control(1);
+    expectMode(VT_PROCESS, 10, 12);
+    enable_vt_control(0);
+    expectMode(VT_AUTO, 0, 0);
+    EXPECT_THAT(capture.lines(), ElementsAre());
+}
+
+TEST_F(ConsoleThatIs, may_refuse_the_mode)
+{
+    console.refusesMode = true;
+    enable_vt_control(1);
+    expectMode(VT_AUTO, 5, 6);
+    EXPECT_THAT(capture.lines(), ElementsAre(LogLine{"", LOG_ERR, "VT_SETMODE: Operation not permitted"}));
+}
+
+TEST_F(ConsoleThatIs, tells_its_shift_state)
+{
+    EXPECT_EQ(get_shiftstate(), 3);
+    EXPECT_EQ(console.shiftQuestion, 6);
+    EXPECT_THAT(capture.lines(), ElementsAre());
+}
+
 // ---- The viewer's errors ----
 
 TEST(ViewerErrors, have_their_texts)
@@ -182,3 +238,30 @@ TEST(ViewerErrors, have_their_texts)
 }
 
 }  // namespace
+
+/// The library's questions to the console on standard input, in the place of the C library's.
+extern "C" __attribute__((visibility("default"))) int ioctl(int fd, unsigned long request, ...) noexcept
+{
+    va_list arguments;
+    va_start(arguments, request);
+    void *const argument = va_arg(arguments, void *);
+    va_end(arguments);
+    if (playedConsole == nullptr || fd != STDIN_FILENO) {
+        return static_cast<int>(syscall(SYS_ioctl, fd, request, argument));
+    }
+    switch (request) {
+    case VT_GETMODE: std::memcpy(argument, &playedConsole->mode, sizeof playedConsole->mode); return 0;
+    case VT_SETMODE:
+        if (playedConsole->refusesMode) {
+            errno = EPERM;
+            return -1;
+        }
+        std::memcpy(&playedConsole->mode, argument, sizeof playedConsole->mode);
+        return 0;
+    case TIOCLINUX:
+        playedConsole->shiftQuestion = *static_cast<char *>(argument);
+        *static_cast<char *>(argument) = playedConsole->shiftState;
+        return 0;
+    default: errno = ENOTTY; return -1;
+    }
+}

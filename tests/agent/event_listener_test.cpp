@@ -2,6 +2,7 @@
 #include <kvo_hws/agent.h>
 #include <kvo_hws/runtime.h>
 
+#include "support/failing_allocations.h"
 #include "support/holdings.h"
 #include "support/syslog_capture.h"
 #include "support/system_calls.h"
@@ -279,7 +280,7 @@ TEST_F(EventListener, that_is_not_active_can_not_be_stopped)
     EXPECT_THAT(capture.texts(), IsEmpty());
 }
 
-TEST_F(EventListener, without_a_thread_or_memory_is_not_active)
+TEST_F(EventListener, without_a_thread_is_not_active)
 {
     {
         const WithSystemCalls calls{{.pthreadCreate = [] { return EAGAIN; }}};
@@ -388,6 +389,97 @@ TEST_F(EventListener, connects_anew_where_the_connection_ends)
                               [](const std::string &text) { return text.starts_with(kThread + "ReadSocketDyn returns "); }),
         1);
     EXPECT_EQ(std::ranges::count(capture.texts(), kThread + "try connect to pipe '/tmp/kvo_hws/event_sock'"), 2);
+}
+
+/// A service that hangs up must use up neither the processor nor the descriptors of the program.
+TEST_F(EventListener, does_not_run_after_a_service_that_hangs_up)
+{
+    EventService service;
+    std::atomic<int> connects{0};
+    const WithSystemCalls calls{{.connect = [&](int, const sockaddr *, socklen_t) {
+        ++connects;
+        return support::kPass;
+    }}};
+    Listening listening;
+    const auto until = Clock::now() + 2500ms;
+    while (Clock::now() < until) {
+        if (service.accept(50ms)) {
+            service.closeAll();
+        }
+    }
+    EXPECT_GE(connects, 2);
+    EXPECT_LE(connects, 4) << "one a second";
+    listening.stop();
+}
+
+TEST_F(EventListener, closes_its_connections_when_it_is_stopped)
+{
+    EventService service;
+    support::threadsRunning();
+    const std::size_t before = support::descriptorsOpen();
+    Listening listening;
+    ASSERT_TRUE(service.accept());
+    std::this_thread::sleep_for(1100ms);  // as long as is no hanging up
+    service.stopSending();
+    ASSERT_TRUE(service.accept());
+    EXPECT_FALSE(service.isClosed(0));
+    EXPECT_EQ(listening.stop(), 1);
+    EXPECT_TRUE(eventually([&] { return service.isClosed(0) && service.isClosed(1); }));
+    service.closeAll();
+    EXPECT_EQ(support::descriptorsOpen(), before);
+}
+
+TEST_F(EventListener, holds_no_more_than_16_lost_connections)
+{
+    EventService service;
+    const WithSystemCalls calls{{.clockNanosleep = [](const timespec *) { return 0; }}};  // nothing pauses
+    Listening listening;
+    for (int connection = 0; connection < 20; ++connection) {
+        ASSERT_TRUE(service.accept());
+        service.stopSending();
+    }
+    ASSERT_TRUE(service.accept());
+    EXPECT_TRUE(eventually([&] { return service.isClosed(3); }));
+    EXPECT_FALSE(service.isClosed(5));
+}
+
+TEST_F(EventListener, tells_nothing_once_it_is_stopped)
+{
+    EventService service;
+    Listening listening;
+    ASSERT_TRUE(service.accept());
+    service.publish("half a ");
+    std::this_thread::sleep_for(100ms);
+    EXPECT_EQ(listening.stop(), 1);
+    service.publish("line, x\n");
+    EXPECT_TRUE(eventually([&] { return service.isClosed(0); }));
+    EXPECT_THAT(Told::events(), IsEmpty());
+}
+
+TEST_F(EventListener, calls_the_host_on_a_thread_that_nobody_joins)
+{
+    EventService service;
+    std::atomic<int> result{0};
+    Told::then([&] { result = kvo_hws_detach_thread(); });
+    const Listening listening;
+    ASSERT_TRUE(service.accept());
+    service.publish("one, x\n");
+    ASSERT_TRUE(eventually([&] { return result != 0; }));
+    EXPECT_EQ(result, -1);
+}
+
+TEST_F(EventListener, without_memory_is_not_active)
+{
+    if (const char *const reason = support::FailingAllocations::unavailable()) {
+        GTEST_SKIP() << reason;
+    }
+    int result = 0;
+    {
+        const support::FailingAllocations none;
+        result = KVO_HWS_activateEmbKvoEvents(Told::callback);
+    }
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(KVO_HWS_deactivateEmbKvoEvents(), -1);
 }
 
 TEST_F(EventListener, connects_anew_where_it_can_not_wait)

@@ -1,6 +1,8 @@
 // Starting and stopping the agent, and what it leaves behind; pushing the host's events.
 #include <kvo_hws/agent.h>
+#include <kvo_hws/requests.h>
 #include <kvo_hws/result.h>
+#include <kvo_hws/runtime.h>
 
 #include "agent/agent_fixture.h"
 #include "support/holdings.h"
@@ -13,11 +15,15 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
+#include <sys/resource.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 using namespace std::chrono_literals;
@@ -46,6 +52,7 @@ using testing::Ge;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Le;
+using testing::Not;
 using testing::StartsWith;
 
 using Clock = std::chrono::steady_clock;
@@ -159,6 +166,24 @@ TEST(Agent, cuts_the_screen_name_only_at_its_own_field)
     const Agent agent(parameters("screenOnFocus=" + std::string(300, 's') + "\n"));
     ASSERT_TRUE(remote.accept());
     EXPECT_EQ(remote.ask("get-screen-on-focus"), "screen-on-focus=" + std::string(127, 's'));
+}
+
+TEST(Agent, forgets_what_the_remote_side_of_the_one_before_has_told)
+{
+    RemoteService remote(kSession);
+    const ScriptedService service({serves()});
+    {
+        const Agent agent;
+        ASSERT_TRUE(remote.accept());
+        EXPECT_EQ(remote.ask("servername=alpha"), "ok");
+        EXPECT_EQ(remote.ask("set-disable-numlock=1"), "ok");
+        EXPECT_EQ(remote.ask("set-kvoindex=7"), "ok");
+    }
+    const Agent agent;
+    ASSERT_TRUE(remote.accept());
+    EXPECT_EQ(gEmbKvoInst->server.name, nullptr);
+    EXPECT_EQ(remote.ask("get-disable-numlock"), "disable-numlock=0");
+    EXPECT_EQ(remote.ask("get-kvoindex"), "kvoindex=1");
 }
 
 TEST(Agent, that_runs_refuses_another)
@@ -329,6 +354,8 @@ TEST(Cleanup, ends_an_agent_whose_connect_hangs)
     const SilentPort port;
     const ScriptedService service({serves()});
     std::atomic<bool> connecting{false};
+    const MessagesOn messages;
+    const SyslogCapture capture;
     const WithSystemCalls calls{{.connect = [&](int, const sockaddr *address, socklen_t) {
         connecting = connecting || address->sa_family == AF_INET;
         return support::kPass;
@@ -339,6 +366,68 @@ TEST(Cleanup, ends_an_agent_whose_connect_hangs)
     const auto began = Clock::now();
     EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), 1);
     EXPECT_LE(Clock::now() - began, 3s);
+    EXPECT_THAT(capture.texts(), Not(Contains(HasSubstr("Emb-KVO connected"))));
+}
+
+/// Each of the two questions may take nearly as long as a clean-up waits.
+TEST(Cleanup, ends_an_agent_between_its_questions_about_the_station)
+{
+    std::atomic<bool> asked{false};
+    const ScriptedService service({support::answersWith([&](const std::string &) {
+        asked = true;
+        std::this_thread::sleep_for(3500ms);
+        return kStation;
+    })});
+    void *instance = nullptr;
+    ASSERT_EQ(start(&instance), 1);
+    ASSERT_TRUE(eventually([&] { return asked.load(); }));
+    EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), 1);
+    EXPECT_EQ(service.requests().size(), 1U);
+}
+
+/// Threads of a program come and go, and a later one may have the number of an earlier one.
+TEST(Cleanup, on_a_new_thread_is_not_taken_for_the_agent_s_own)
+{
+    RemoteService remote(kSession);
+    const ScriptedService service({serves()});
+    for (int round = 0; round < 3; ++round) {
+        std::thread([] {
+            void *instance = nullptr;
+            EXPECT_EQ(start(&instance), 1);
+            EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), 1);
+            EXPECT_FALSE(isRunning());
+        }).join();
+    }
+}
+
+TEST(Cleanup, does_not_hold_a_callback_that_starts_another)
+{
+    RemoteService remote(kSession);
+    const ScriptedService service({serves()});
+    std::atomic<bool> asked{false};
+    std::atomic<bool> held{true};
+    std::atomic<int> startResult{0};
+    Host::says([&](const std::string &) {
+        asked = true;
+        while (held) {
+            std::this_thread::sleep_for(10ms);
+        }
+        void *another = nullptr;
+        startResult = start(&another);
+        return 1;
+    });
+    void *instance = nullptr;
+    ASSERT_EQ(start(&instance), 1);
+    ASSERT_TRUE(remote.accept());
+    remote.send("stop-viewer\r\n");
+    ASSERT_TRUE(eventually([&] { return asked.load(); }));
+    std::thread releasing([&] {
+        std::this_thread::sleep_for(300ms);  // by then it is being cleaned up
+        held = false;
+    });
+    EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), 1);
+    releasing.join();
+    EXPECT_EQ(startResult, -8);
 }
 
 TEST(Cleanup, ends_an_agent_in_its_pause_after_a_connection)
@@ -350,9 +439,45 @@ TEST(Cleanup, ends_an_agent_in_its_pause_after_a_connection)
     ASSERT_TRUE(remote.accept());
     remote.close();
     ASSERT_TRUE(eventually([] { return std::atomic_ref(gEmbKvoInst->session.socket).load() < 0; }));
+    const MessagesOn messages;
+    const SyslogCapture capture;
     const auto began = Clock::now();
     EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), 1);
     EXPECT_LE(Clock::now() - began, 3s);
+    EXPECT_THAT(capture.texts(), Not(Contains(HasSubstr("hmi_close_x")))) << "it is closed already";
+}
+
+TEST(Cleanup, of_a_connection_that_is_just_lost_closes_it_once)
+{
+    RemoteService remote(kSession);
+    const ScriptedService service({serves()});
+    std::atomic<bool> asked{false};
+    std::atomic<bool> held{true};
+    Host::says([&](const std::string &) {
+        asked = true;
+        while (held) {
+            std::this_thread::sleep_for(10ms);
+        }
+        hmi_close_x(&gEmbKvoInst->session);
+        return 1;
+    });
+    const MessagesOn messages;
+    const SyslogCapture capture;
+    void *instance = nullptr;
+    ASSERT_EQ(start(&instance), 1);
+    ASSERT_TRUE(remote.accept());
+    remote.send("stop-viewer\r\n");
+    ASSERT_TRUE(eventually([&] { return asked.load(); }));
+    std::thread releasing([&] {
+        std::this_thread::sleep_for(300ms);
+        held = false;
+    });
+    EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), 1);
+    releasing.join();
+    EXPECT_EQ(std::ranges::count_if(capture.texts(),
+                                    [](const std::string &text) { return text.find("hmi_close_x") != std::string::npos; }),
+              1);
+    EXPECT_THAT(capture.texts(), Contains(AllOf(HasSubstr("threadID["), EndsWith("] terminates with 0"))));
 }
 
 TEST(Cleanup, gives_up_on_a_host_that_does_not_return)
@@ -375,12 +500,17 @@ TEST(Cleanup, gives_up_on_a_host_that_does_not_return)
     ASSERT_TRUE(eventually([&] { return asked.load(); }));
     const auto began = Clock::now();
     EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), -1);
-    EXPECT_THAT(Clock::now() - began, AllOf(Ge(7s), Le(8500ms))) << "6 s for the thread, and a second";
+    EXPECT_THAT(Clock::now() - began, AllOf(Ge(7s), Le(7400ms))) << "6 s for the thread, and a second";
     EXPECT_EQ(gEmbKvoInst->stop, 0U);
+    EXPECT_EQ(gFocusKvoIp, 0U);
+    EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(instance, "too late"), -1);
     EXPECT_EQ(gCmdCallback, nullptr);
     EXPECT_EQ(start(&instance), -8) << "it runs on";
     held = false;
     EXPECT_TRUE(eventually([] { return !isRunning(); })) << "and ends when the host returns";
+    EXPECT_EQ(protocolNegotiated, 0U);
+    gFocusKvoIp = inet_addr("10.0.0.5");
+    EXPECT_EQ(init_fb(), 0) << "a program's own question is no longer the agent's";
     RemoteService next(kSession + 1);
     const Agent again(parameters("remoteSession=4\n"));
     EXPECT_TRUE(next.accept());
@@ -533,6 +663,73 @@ TEST(Events, wait_until_the_remote_side_has_spoken)
     EXPECT_EQ(remote.line(), "I02:\r\n");
 }
 
+TEST(Events, are_refused_until_the_next_agent_s_remote_side_has_spoken)
+{
+    RemoteService remote(kSession);
+    const ScriptedService service({serves()});
+    protocolNegotiated = 1;  // left over from whatever was before
+    const Agent agent;
+    EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(agent.instance, "too early"), -1);
+    ASSERT_TRUE(remote.accept());
+    std::atomic<int> inCallback{0};
+    Host::says([&](const std::string &) {
+        inCallback = KVO_HWS_sendEmbHwsEvent(gEmbKvoInst, "too early");
+        return 1;
+    });
+    EXPECT_EQ(remote.ask("stop-viewer"), "ok");
+    EXPECT_EQ(inCallback, -1) << "the first request is not yet answered";
+}
+
+TEST(Callback, may_push_ask_and_close)
+{
+    RemoteService remote(kSession);
+    const ScriptedService service({serves({{"getRV4Mode=0500000A", "rv4mode=1"}})});
+    const Agent agent;
+    ASSERT_TRUE(remote.accept());
+    EXPECT_EQ(remote.ask("ping"), "pong");
+    EXPECT_EQ(remote.ask("ping"), "pong");
+    Host::says([&](const std::string &) {
+        uint32_t mode = 0;
+        EXPECT_EQ(KVO_HWS_getRV4Mode(gFocusKvoIp, &mode), 1);
+        EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(gEmbKvoInst, "from inside"), 1);
+        EXPECT_EQ(kvo_hws_detach_thread(), -1) << "nobody has to join its thread";
+        hmi_close_x(&gEmbKvoInst->session);
+        return 1;
+    });
+    remote.send("stop-viewer\r\n");
+    EXPECT_THAT(remote.line(), EndsWith(":from inside\r\n"));
+    EXPECT_EQ(remote.line(), "(closed)");
+    EXPECT_TRUE(remote.accept()) << "and a new connection is made";
+}
+
+TEST(Agent, works_with_descriptors_beyond_1024)
+{
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, 4096);
+    setrlimit(RLIMIT_NOFILE, &limit);
+    if (limit.rlim_cur < 2048) {
+        GTEST_SKIP() << "no more than " << limit.rlim_cur << " descriptors are allowed here";
+    }
+    RemoteService remote(kSession);
+    const ScriptedService service({serves()});
+    const int null = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    std::vector<int> used;
+    while (used.empty() || used.back() < 1100) {
+        used.push_back(dup(null));
+    }
+    {
+        const Agent agent;
+        ASSERT_TRUE(remote.accept());
+        EXPECT_EQ(remote.ask("ping"), "pong");
+        EXPECT_GT(gEmbKvoInst->session.socket, 1024);
+    }
+    for (const int descriptor : used) {
+        close(descriptor);
+    }
+    close(null);
+}
+
 TEST(Events, go_nowhere_while_there_is_no_connection)
 {
     RemoteService remote(kSession);
@@ -541,9 +738,16 @@ TEST(Events, go_nowhere_while_there_is_no_connection)
     ASSERT_TRUE(remote.accept());
     EXPECT_EQ(remote.ask("ping"), "pong");
     EXPECT_EQ(remote.ask("ping"), "pong");
+    EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(agent.instance, "heard"), 1);
+    const int first = std::stoi(remote.line().substr(1, 2));
     remote.close();
     ASSERT_TRUE(eventually([] { return std::atomic_ref(gEmbKvoInst->session.socket).load() < 0; }));
     EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(agent.instance, "lost"), 1);
+    ASSERT_TRUE(remote.accept());
+    ASSERT_TRUE(eventually([] { return std::atomic_ref(gEmbKvoInst->session.socket).load() >= 0; }));
+    EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(agent.instance, "heard"), 1);
+    EXPECT_EQ(std::stoi(remote.line().substr(1, 2)), first + 2)
+        << "a number is used, so that the remote side sees that it has missed one";
 }
 
 }  // namespace

@@ -5,17 +5,20 @@
 #include "support/remote_service.h"
 #include "support/system_calls.h"
 
+#include <arpa/inet.h>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <mutex>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <string>
+#include <sys/socket.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 using namespace std::chrono_literals;
@@ -30,7 +33,14 @@ constexpr char *kEnd = nullptr;
 
 class Lines : public testing::Test {
 protected:
-    void SetUp() override { protocolNegotiated = 1; }
+    void SetUp() override
+    {
+        protocolNegotiated = 1;
+        // Counted for the whole process: from here on from 1.
+        do {
+            hmiconn_indication(socket(), "\r\n", kEnd);
+        } while (own.heard() != "I99:\r\n");
+    }
 
     int socket() const { return own.session.socket; }
 
@@ -68,42 +78,85 @@ TEST_F(Lines, indicate_nothing_before_the_remote_side_has_spoken)
     EXPECT_EQ(own.heard(), "I01:event\r\n") << "one that is refused uses no number";
 }
 
-TEST_F(Lines, are_corked_while_they_are_written)
-{
-    std::vector<std::string> calls;
+/// Both ends of a TCP connection over the loopback.
+class TcpPair {
+public:
+    TcpPair()
     {
-        const WithSystemCalls seen{
-            {.send =
-                 [&](int, const void *bytes, std::size_t length, int) {
-                     calls.emplace_back(static_cast<const char *>(bytes), length);
-                     return ssize_t{support::kPass};
-                 },
-             .setsockopt =
-                 [&](int, int level, int option) {
-                     EXPECT_EQ(level, IPPROTO_TCP);
-                     calls.emplace_back(option == TCP_CORK ? "cork" : option == TCP_NODELAY ? "no delay" : "?");
-                     return support::kPass;
-                 }}};
-        hmiconn_reply(socket(), "042:", "one", "\r\n", kEnd);
-        hmiconn_indication(socket(), "two", kEnd);
+        const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof address;
+        EXPECT_EQ(bind(listener, reinterpret_cast<const sockaddr *>(&address), length), 0);
+        EXPECT_EQ(listen(listener, 1), 0);
+        EXPECT_EQ(getsockname(listener, reinterpret_cast<sockaddr *>(&address), &length), 0);
+        near = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        EXPECT_EQ(connect(near, reinterpret_cast<const sockaddr *>(&address), length), 0);
+        far = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+        close(listener);
     }
-    EXPECT_THAT(calls, ElementsAre("no delay", "cork", "042:", "one", "\r\n", "cork", "cork", "I01:", "two", "cork"));
+    TcpPair(const TcpPair &) = delete;
+    TcpPair &operator=(const TcpPair &) = delete;
+    ~TcpPair()
+    {
+        close(near);
+        close(far);
+    }
+
+    [[nodiscard]] bool has(int option) const
+    {
+        int value = 0;
+        socklen_t length = sizeof value;
+        return getsockopt(near, IPPROTO_TCP, option, &value, &length) == 0 && value != 0;
+    }
+
+    int near = -1;
+    int far = -1;
+};
+
+TEST_F(Lines, are_corked_while_they_are_written_and_leave_at_once)
+{
+    const TcpPair pair;
+    std::vector<std::string> parts;
+    const auto write = [&](const auto &line) {
+        const WithSystemCalls seen{{.send = [&](int, const void *bytes, std::size_t length, int) {
+            EXPECT_TRUE(pair.has(TCP_CORK)) << "each part";
+            parts.emplace_back(static_cast<const char *>(bytes), length);
+            return ssize_t{support::kPass};
+        }}};
+        line();
+        EXPECT_FALSE(pair.has(TCP_CORK)) << "the whole line";
+        EXPECT_TRUE(pair.has(TCP_NODELAY)) << "uncorking alone leaves it to wait for an acknowledgement";
+    };
+    write([&] { hmiconn_reply(pair.near, "042:", "one", "\r\n", kEnd); });
+    write([&] { hmiconn_indication(pair.near, "two", kEnd); });
+    EXPECT_THAT(parts, ElementsAre("042:", "one", "\r\n", "I01:", "two"));
 }
 
 TEST_F(Lines, are_not_written_while_another_is)
 {
-    ASSERT_EQ(pthread_mutex_lock(&sGCriticalSectionEventSocket), 0);
-    std::atomic<bool> written{false};
-    std::thread writer([&] {
-        hmiconn_reply(socket(), nullptr, "one\r\n", kEnd);
-        written = true;
-    });
-    std::this_thread::sleep_for(50ms);
-    EXPECT_FALSE(written);
-    EXPECT_EQ(own.heard(), "");
-    pthread_mutex_unlock(&sGCriticalSectionEventSocket);
-    writer.join();
-    EXPECT_EQ(own.heard(), "one\r\n");
+    const std::vector<std::function<void()>> writers = {[&] { hmiconn_reply(socket(), nullptr, "one\r\n", kEnd); },
+                                                        [&] { hmiconn_indication(socket(), "one\r\n", kEnd); },
+                                                        [&] { hmi_close_x(&own.session); }};
+    std::string heard;
+    for (const auto &write : writers) {
+        ASSERT_EQ(pthread_mutex_lock(&sGCriticalSectionEventSocket), 0);
+        std::atomic<bool> written{false};
+        std::thread writer([&] {
+            write();
+            written = true;
+        });
+        std::this_thread::sleep_for(50ms);
+        EXPECT_FALSE(written);
+        EXPECT_EQ(own.heard(), "");
+        EXPECT_GE(socket(), 0);
+        pthread_mutex_unlock(&sGCriticalSectionEventSocket);
+        writer.join();
+        heard += own.heard();
+    }
+    EXPECT_EQ(heard, "one\r\nI01:one\r\n");
+    EXPECT_EQ(socket(), -1);
 }
 
 TEST_F(Lines, raise_no_signal_where_the_remote_side_has_gone)

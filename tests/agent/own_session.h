@@ -23,7 +23,7 @@ public:
         session.socket = ends_[0];
         session.display = 3;
         session.server = &server;
-        session.lineBuffer = line_.data();
+        session.lineBuffer = line_.data() + 1;
         server.address = inet_addr("127.0.0.1");
         server.session = &session;
     }
@@ -35,6 +35,7 @@ public:
             close(session.socket);
         }
         closeRemote();
+        EXPECT_EQ(line_.front(), '\r') << "one byte too early";
         EXPECT_EQ(line_.back(), '#') << "one byte too far";
     }
 
@@ -85,9 +86,11 @@ public:
 
 private:
     std::array<int, 2> ends_{};
-    std::array<char, 258> line_ = [] {
-        std::array<char, 258> line;
+    /// The line's room and a byte on either side; the one before it looks like a part of a line end.
+    std::array<char, 259> line_ = [] {
+        std::array<char, 259> line;
         line.fill('#');
+        line.front() = '\r';
         return line;
     }();
 };

@@ -629,6 +629,7 @@ void collectConnections()
     {
         const Agent agent;
         (void)remote.accept();
+        (void)remote.ask("ping");
     }
     std::atomic<int> failing{-1};
     const support::WithSystemCalls calls{{.poll = [&](pollfd *descriptors, nfds_t, int) {

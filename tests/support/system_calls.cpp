@@ -1,11 +1,22 @@
 #include "support/system_calls.h"
 
+#include "support/failing_allocations.h"
+
 #include <atomic>
+#include <cerrno>
 #include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <link.h>
 #include <memory>
 #include <mutex>
+#include <semaphore.h>
+#include <string_view>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <utility>
 
 namespace support {
@@ -32,17 +43,79 @@ Function *original(const char *name)
     return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
 }
 
-/// Asks the stand-in, if there is one, and the system where it does not want the call.
+/// Where the call that is being asked about returns to.
+thread_local const void *caller = nullptr;
+
+struct Range {
+    std::uintptr_t begin = 0;
+    std::uintptr_t end = 0;
+};
+
+/// Where the library's code lies.
+Range findLibrary()
+{
+    Range range;
+    dl_iterate_phdr(
+        [](dl_phdr_info *object, std::size_t, void *found) {
+            if (std::string_view(object->dlpi_name).find("/libkvo_hws.so") == std::string_view::npos) {
+                return 0;
+            }
+            for (int part = 0; part < object->dlpi_phnum; ++part) {
+                const auto &header = object->dlpi_phdr[part];
+                if (header.p_type == PT_LOAD && (header.p_flags & PF_X) != 0) {
+                    const std::uintptr_t begin = object->dlpi_addr + header.p_vaddr;
+                    *static_cast<Range *>(found) = {begin, begin + header.p_memsz};
+                }
+            }
+            return 1;
+        },
+        &range);
+    return range;
+}
+
+/// Asks the stand-in, if there is one, and the system where it does not want the call. @p from is the call's return address.
 template <class StandIn, class System, class... Arguments>
-auto ask(StandIn SystemCalls::*call, System system, Arguments... arguments)
+auto ask(const void *from, StandIn SystemCalls::*call, System system, Arguments... arguments)
 {
     if (const auto calls = current(); calls != nullptr && (*calls).*call) {
+        caller = from;
         const auto answer = ((*calls).*call)(arguments...);
         if (answer != kPass) {
             return answer;
         }
     }
     return system();
+}
+
+/// The same for a call that returns a pointer.
+template <class StandIn, class System, class... Arguments>
+auto askUnlessItFails(const void *from, StandIn SystemCalls::*fails, System system, Arguments... arguments)
+    -> decltype(system())
+{
+    if (const auto calls = current(); calls != nullptr && (*calls).*fails) {
+        caller = from;
+        if (((*calls).*fails)(arguments...)) {
+            return nullptr;
+        }
+    }
+    return system();
+}
+
+/// What a thread of the library does, where a stand-in has made something else of it; null where none has.
+std::unique_ptr<std::function<void *()>> threadWork(const void *from, void *(*start)(void *), void *argument)
+{
+    const auto calls = current();
+    caller = from;
+    if (calls == nullptr || !calls->threadWork || !calledByLibrary()) {
+        return nullptr;
+    }
+    return std::make_unique<std::function<void *()>>(calls->threadWork([=] { return start(argument); }));
+}
+
+void *runThread(void *work)
+{
+    const std::unique_ptr<std::function<void *()>> owned(static_cast<std::function<void *()> *>(work));
+    return (*owned)();
 }
 
 void replace(std::shared_ptr<const SystemCalls> calls)
@@ -53,6 +126,13 @@ void replace(std::shared_ptr<const SystemCalls> calls)
 }
 
 }  // namespace
+
+bool calledByLibrary()
+{
+    static const Range library = findLibrary();
+    const auto address = reinterpret_cast<std::uintptr_t>(caller);
+    return address >= library.begin && address < library.end;
+}
 
 WithSystemCalls::WithSystemCalls(SystemCalls calls) { replace(std::make_shared<const SystemCalls>(std::move(calls))); }
 WithSystemCalls::~WithSystemCalls() { replace(nullptr); }
@@ -66,43 +146,45 @@ int socket(int domain, int type, int protocol) noexcept
 {
     static auto *const system = support::original<int(int, int, int)>("socket");
     return support::ask(
-        &support::SystemCalls::socket, [=] { return system(domain, type, protocol); }, domain);
+        __builtin_return_address(0), &support::SystemCalls::socket, [=] { return system(domain, type, protocol); }, domain);
 }
 
 int bind(int fd, const sockaddr *address, socklen_t length) noexcept
 {
     static auto *const system = support::original<int(int, const sockaddr *, socklen_t)>("bind");
     return support::ask(
-        &support::SystemCalls::bind, [=] { return system(fd, address, length); }, fd, address, length);
+        __builtin_return_address(0), &support::SystemCalls::bind, [=] { return system(fd, address, length); }, fd, address,
+        length);
 }
 
 int listen(int fd, int backlog) noexcept
 {
     static auto *const system = support::original<int(int, int)>("listen");
     return support::ask(
-        &support::SystemCalls::listen, [=] { return system(fd, backlog); }, fd, backlog);
+        __builtin_return_address(0), &support::SystemCalls::listen, [=] { return system(fd, backlog); }, fd, backlog);
 }
 
 int accept4(int fd, sockaddr *address, socklen_t *length, int flags)
 {
     static auto *const system = support::original<int(int, sockaddr *, socklen_t *, int)>("accept4");
     return support::ask(
-        &support::SystemCalls::accept4, [=] { return system(fd, address, length, flags); }, fd);
+        __builtin_return_address(0), &support::SystemCalls::accept4, [=] { return system(fd, address, length, flags); }, fd);
 }
 
 int poll(pollfd *descriptors, nfds_t count, int milliseconds)
 {
     static auto *const system = support::original<int(pollfd *, nfds_t, int)>("poll");
     return support::ask(
-        &support::SystemCalls::poll, [=] { return system(descriptors, count, milliseconds); }, descriptors, count,
-        milliseconds);
+        __builtin_return_address(0), &support::SystemCalls::poll, [=] { return system(descriptors, count, milliseconds); },
+        descriptors, count, milliseconds);
 }
 
 int select(int count, fd_set *reading, fd_set *writing, fd_set *failing, timeval *time)
 {
     static auto *const system = support::original<int(int, fd_set *, fd_set *, fd_set *, timeval *)>("select");
     return support::ask(
-        &support::SystemCalls::select, [=] { return system(count, reading, writing, failing, time); }, time);
+        __builtin_return_address(0), &support::SystemCalls::select,
+        [=] { return system(count, reading, writing, failing, time); }, time);
 }
 
 int open(const char *path, int flags, ...)
@@ -113,28 +195,31 @@ int open(const char *path, int flags, ...)
     const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
     return support::ask(
-        &support::SystemCalls::open, [=] { return system(path, flags, mode); }, path, flags, mode);
+        __builtin_return_address(0), &support::SystemCalls::open, [=] { return system(path, flags, mode); }, path, flags, mode);
 }
 
 int connect(int fd, const sockaddr *address, socklen_t length)
 {
     static auto *const system = support::original<int(int, const sockaddr *, socklen_t)>("connect");
     return support::ask(
-        &support::SystemCalls::connect, [=] { return system(fd, address, length); }, fd, address, length);
+        __builtin_return_address(0), &support::SystemCalls::connect, [=] { return system(fd, address, length); }, fd, address,
+        length);
 }
 
 ssize_t recv(int fd, void *bytes, std::size_t length, int flags)
 {
     static auto *const system = support::original<ssize_t(int, void *, std::size_t, int)>("recv");
     return support::ask(
-        &support::SystemCalls::recv, [=] { return system(fd, bytes, length, flags); }, fd, bytes, length, flags);
+        __builtin_return_address(0), &support::SystemCalls::recv, [=] { return system(fd, bytes, length, flags); }, fd, bytes,
+        length, flags);
 }
 
 ssize_t send(int fd, const void *bytes, std::size_t length, int flags)
 {
     static auto *const system = support::original<ssize_t(int, const void *, std::size_t, int)>("send");
     return support::ask(
-        &support::SystemCalls::send, [=] { return system(fd, bytes, length, flags); }, fd, bytes, length, flags);
+        __builtin_return_address(0), &support::SystemCalls::send, [=] { return system(fd, bytes, length, flags); }, fd, bytes,
+        length, flags);
 }
 
 ssize_t sendto(int fd, const void *bytes, std::size_t length, int flags, const sockaddr *address, socklen_t addressLength)
@@ -142,21 +227,132 @@ ssize_t sendto(int fd, const void *bytes, std::size_t length, int flags, const s
     static auto *const system =
         support::original<ssize_t(int, const void *, std::size_t, int, const sockaddr *, socklen_t)>("sendto");
     return support::ask(
-        &support::SystemCalls::sendto, [=] { return system(fd, bytes, length, flags, address, addressLength); }, fd, bytes,
-        length, address);
+        __builtin_return_address(0), &support::SystemCalls::sendto,
+        [=] { return system(fd, bytes, length, flags, address, addressLength); }, fd, bytes, length, address);
 }
 
 int setsockopt(int fd, int level, int option, const void *value, socklen_t length) noexcept
 {
     static auto *const system = support::original<int(int, int, int, const void *, socklen_t)>("setsockopt");
     return support::ask(
-        &support::SystemCalls::setsockopt, [=] { return system(fd, level, option, value, length); }, fd, level, option);
+        __builtin_return_address(0), &support::SystemCalls::setsockopt,
+        [=] { return system(fd, level, option, value, length); }, fd, level, option);
 }
 
 int pthread_create(pthread_t *id, const pthread_attr_t *attributes, void *(*start)(void *), void *argument) noexcept
 {
     static auto *const system =
         support::original<int(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *)>("pthread_create");
-    return support::ask(&support::SystemCalls::pthreadCreate, [=] { return system(id, attributes, start, argument); });
+    const void *const from = __builtin_return_address(0);
+    return support::ask(from, &support::SystemCalls::pthreadCreate, [=] {
+        auto work = [=] {
+            const support::WorkingAllocations forTheStandIn;
+            return support::threadWork(from, start, argument);
+        }();
+        if (work == nullptr) {
+            return system(id, attributes, start, argument);
+        }
+        const int error = system(id, attributes, support::runThread, work.get());
+        if (error == 0) {
+            static_cast<void>(work.release());
+        }
+        return error;
+    });
+}
+
+int getsockopt(int fd, int level, int option, void *value, socklen_t *length) noexcept
+{
+    static auto *const system = support::original<int(int, int, int, void *, socklen_t *)>("getsockopt");
+    return support::ask(
+        __builtin_return_address(0), &support::SystemCalls::getsockopt,
+        [=] { return system(fd, level, option, value, length); }, fd, level, option);
+}
+
+int fcntl(int fd, int command, ...)
+{
+    static auto *const system = support::original<int(int, int, ...)>("fcntl");
+    va_list arguments;
+    va_start(arguments, command);
+    void *const argument = va_arg(arguments, void *);  // as wide as any that there is
+    va_end(arguments);
+    return support::ask(
+        __builtin_return_address(0), &support::SystemCalls::fcntl, [=] { return system(fd, command, argument); }, fd, command);
+}
+
+int unlink(const char *path) noexcept
+{
+    static auto *const system = support::original<int(const char *)>("unlink");
+    return support::ask(
+        __builtin_return_address(0), &support::SystemCalls::unlink, [=] { return system(path); }, path);
+}
+
+int close(int fd)
+{
+    static auto *const system = support::original<int(int)>("close");
+    return support::ask(
+        __builtin_return_address(0), &support::SystemCalls::close, [=] { return system(fd); }, fd);
+}
+
+int fstat(int fd, struct stat *status) noexcept
+{
+    static auto *const system = support::original<int(int, struct stat *)>("fstat");
+    return support::ask(
+        __builtin_return_address(0), &support::SystemCalls::fstat, [=] { return system(fd, status); }, fd);
+}
+
+ssize_t read(int fd, void *bytes, std::size_t length)
+{
+    static auto *const system = support::original<ssize_t(int, void *, std::size_t)>("read");
+    return support::ask(
+        __builtin_return_address(0), &support::SystemCalls::read, [=] { return system(fd, bytes, length); }, fd, bytes, length);
+}
+
+int clock_nanosleep(clockid_t clock, int flags, const timespec *time, timespec *left)
+{
+    static auto *const system = support::original<int(clockid_t, int, const timespec *, timespec *)>("clock_nanosleep");
+    return support::ask(
+        __builtin_return_address(0), &support::SystemCalls::clockNanosleep, [=] { return system(clock, flags, time, left); },
+        time);
+}
+
+int sem_timedwait(sem_t *semaphore, const timespec *deadline)
+{
+    static auto *const system = support::original<int(sem_t *, const timespec *)>("sem_timedwait");
+    return support::ask(__builtin_return_address(0), &support::SystemCalls::semTimedwait,
+                        [=] { return system(semaphore, deadline); });
+}
+
+int gethostname(char *name, std::size_t length) noexcept
+{
+    static auto *const system = support::original<int(char *, std::size_t)>("gethostname");
+    return support::ask(__builtin_return_address(0), &support::SystemCalls::gethostname, [=] { return system(name, length); });
+}
+
+FILE *fopen(const char *path, const char *mode)
+{
+    static auto *const system = support::original<FILE *(const char *, const char *)>("fopen");
+    return support::askUnlessItFails(
+        __builtin_return_address(0), &support::SystemCalls::fopenFails, [=] { return system(path, mode); }, path);
+}
+
+char *fgets(char *line, int size, FILE *file)
+{
+    static auto *const system = support::original<char *(char *, int, FILE *)>("fgets");
+    return support::askUnlessItFails(__builtin_return_address(0), &support::SystemCalls::fgetsFails,
+                                     [=] { return system(line, size, file); });
+}
+
+DIR *opendir(const char *path)
+{
+    static auto *const system = support::original<DIR *(const char *)>("opendir");
+    return support::askUnlessItFails(
+        __builtin_return_address(0), &support::SystemCalls::opendirFails, [=] { return system(path); }, path);
+}
+
+dirent *readdir(DIR *directory)
+{
+    static auto *const system = support::original<dirent *(DIR *)>("readdir");
+    return support::askUnlessItFails(__builtin_return_address(0), &support::SystemCalls::readdirFails,
+                                     [=] { return system(directory); });
 }
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <ctime>
 #include <functional>
 #include <poll.h>
 #include <pthread.h>
@@ -28,7 +29,28 @@ struct SystemCalls {
     std::function<ssize_t(int fd, const void *bytes, std::size_t length, const sockaddr *address)> sendto{};
     std::function<int(int fd, int level, int option)> setsockopt{};
     std::function<int()> pthreadCreate{};
+    std::function<int(int fd, int level, int option)> getsockopt{};
+    std::function<int(int fd, int command)> fcntl{};
+    std::function<int(const char *path)> unlink{};
+    std::function<int(int fd)> close{};
+    std::function<int(int fd)> fstat{};
+    std::function<ssize_t(int fd, void *bytes, std::size_t length)> read{};
+    std::function<int(const timespec *time)> clockNanosleep{};
+    std::function<int()> semTimedwait{};
+    std::function<int()> gethostname{};
+
+    // These return a pointer, so that their stand-ins say whether it is null instead; errno is theirs to set.
+    std::function<bool(const char *path)> fopenFails{};
+    std::function<bool()> fgetsFails{};
+    std::function<bool(const char *path)> opendirFails{};
+    std::function<bool()> readdirFails{};
+
+    /// What a thread that the library creates does instead of its work, which is handed over; asked on the creating thread.
+    std::function<std::function<void *()>(std::function<void *()> work)> threadWork{};
 };
+
+/// Whether the call that a stand-in is being asked about is made by the library itself, and not by a test or another library.
+[[nodiscard]] bool calledByLibrary();
 
 /// Answer of a stand-in that lets this one call through after all.
 inline constexpr int kPass = -1000;

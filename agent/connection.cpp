@@ -8,6 +8,7 @@
 #include "agent/dotted.h"
 #include "agent/instance.h"
 #include "agent/line_writer.h"
+#include "config/interface_name.h"
 #include "runtime/clock.h"
 #include "runtime/log.h"
 #include "runtime/owners.h"
@@ -20,7 +21,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <string_view>
@@ -89,7 +89,7 @@ private:
         if (keepsOpenSocket()) {
             return true;
         }
-        Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
         if (!socket.valid()) {
             debugValues("KVO_HWS DLL - try_hws_connect - socket() returns %d", errno);
             return false;
@@ -129,8 +129,6 @@ private:
         remote.sin_family = AF_INET;
         remote.sin_port = htons(static_cast<uint16_t>(kFirstPort + session_.display));
         remote.sin_addr.s_addr = agent_.remoteKvoHwsIp;
-        const int flags = fcntl(socket.get(), F_GETFL);
-        fcntl(socket.get(), F_SETFL, flags | O_NONBLOCK);
         if (::connect(socket.get(), reinterpret_cast<const sockaddr *>(&remote), sizeof remote) != 0) {
             if (errno != EINPROGRESS && errno != EINTR) {
                 return errno;
@@ -139,7 +137,6 @@ private:
                 return error;
             }
         }
-        fcntl(socket.get(), F_SETFL, flags);
         return 0;
     }
 
@@ -197,7 +194,7 @@ void nameAgent() noexcept
 {
     setAdapterInterfaceCache(sConfData.interface);
     getAdapterValuesDirect(1);
-    debugValues("KVO_HWS DLL - embHwsClientThread - embHwsClientThread uses interface '%s'", sConfData.interface);
+    debugValues("KVO_HWS DLL - embHwsClientThread - embHwsClientThread uses interface '%s'", kvo_hws::interfaceName());
     std::array<uint8_t, 6> mac{};
     getAdapterMacCache(mac.data());
     std::snprintf(gHostname, sizeof gHostname, "EmbKVO_%02X%02X%02X%02X%02X%02X", mac[0], mac[1], mac[2], mac[3], mac[4],

@@ -1,7 +1,6 @@
 #include "agent/parameters.h"
 
 #include "runtime/numbers.h"
-#include "runtime/owners.h"
 
 #include <arpa/inet.h>
 #include <cstddef>
@@ -15,27 +14,28 @@ namespace {
 
 constexpr uint32_t kSessions = 10;
 
-/// A value as the number readers take it: as far as the line goes, and a C text. It reads as 0 without
-/// memory for it.
+/// A value, which ends with its line. What stands behind it is read as well, since it is no digit: so nothing needs to be copied.
 class Value {
 public:
-    explicit Value(std::string_view text) noexcept : text_(strndup(text.data(), text.size())) {}
+    explicit Value(std::string_view text) noexcept : text_(text) {}
 
     /// A decimal number; it ends at the first character that is no digit.
     [[nodiscard]] uint32_t number() const noexcept
     {
-        return text_ != nullptr ? static_cast<uint32_t>(readNumber(text_.get(), 10).value) : 0;
+        const bool isBlank =
+            text_.find_first_not_of(" \t\r\v\f") == std::string_view::npos;  // the number is not the next line's
+        return isBlank ? 0 : static_cast<uint32_t>(readNumber(text_.data(), 10).value);
     }
 
     /// A dotted address as inet_aton stores it; 0 for anything else.
     [[nodiscard]] uint32_t address() const noexcept
     {
         in_addr address{};
-        return text_ != nullptr && inet_aton(text_.get(), &address) != 0 ? address.s_addr : 0;
+        return inet_aton(text_.data(), &address) != 0 ? address.s_addr : 0;
     }
 
 private:
-    HeapText text_;
+    std::string_view text_;
 };
 
 template <std::size_t Size>
@@ -111,9 +111,10 @@ void readLine(std::string_view line, EmbKvoInst &instance) noexcept
 
 }  // namespace
 
-bool readParameters(std::string_view text, EmbKvoInst &instance) noexcept
+bool readParameters(const char *params, EmbKvoInst &instance) noexcept
 {
     setDefaults(instance);
+    std::string_view text = params;
     while (!text.empty()) {
         const std::string_view line = text.substr(0, text.find('\n'));
         readLine(line, instance);

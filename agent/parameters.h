@@ -3,12 +3,10 @@
 
 #include <kvo_hws/agent.h>
 
-#include <string_view>
-
 namespace kvo_hws::agent {
 
 /// Reads the parameters into @p instance, whose fields from the first to the last of them are set anew. False where an
 /// obligatory one is missing.
-bool readParameters(std::string_view text, EmbKvoInst &instance) noexcept;
+bool readParameters(const char *params, EmbKvoInst &instance) noexcept;
 
 }  // namespace kvo_hws::agent

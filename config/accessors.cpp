@@ -2,6 +2,7 @@
 #include <kvo_hws/config.h>
 #include <kvo_hws/runtime.h>
 
+#include "config/interface_name.h"
 #include "runtime/shared_word.h"
 
 #include <cstring>
@@ -41,13 +42,13 @@ int text(const char *const &member, char *out, const char *message) noexcept
 int GetInterfaceIP(char *ipString_out, uint32_t *ipValue_out) noexcept
 {
     if (!wasRead()) {
-        LOG(LOG_ERR, "config dat not set ==> no IP address for interface '%s' available", sConfData.interface);
+        LOG(LOG_ERR, "config dat not set ==> no IP address for interface '%s' available", kvo_hws::interfaceName());
         return -2;
     }
     const int result = GetIpByInterface(sConfData.interface, ipString_out, ipValue_out);
     if (result != 0) {
         LOG(LOG_ERR, "GetIpByInterface fails with %d ==> no IP address for interface '%s' available", result,
-            sConfData.interface);
+            kvo_hws::interfaceName());
         return -1;
     }
     return 0;

@@ -102,8 +102,8 @@ void compare(std::string_view input, uint8_t fill)
     const bool wantedComplete = readPlainly(wanted.area(), input);
 
     fuzz::GuardedArea got(sizeof(EmbKvoInst), fill);
-    const fuzz::ExactBytes bytes(input);
-    const bool complete = kvo_hws::agent::readParameters(bytes.view(), *reinterpret_cast<EmbKvoInst *>(got.area()));
+    const fuzz::ExactText params(input);
+    const bool complete = kvo_hws::agent::readParameters(params.get(), *reinterpret_cast<EmbKvoInst *>(got.area()));
 
     if (!got.guardsIntact()) {
         fuzz::fault("readParameters: wrote outside its record");

@@ -145,6 +145,7 @@ INSTANTIATE_TEST_SUITE_P(
     Table, PlantFileMistake,
     testing::Values(
         Mistake{"syntax", "[service]\nversion =\n", "plant.toml:2: not TOML: "},
+        Mistake{"three_brackets", "[[[station]]\n", "plant.toml:1: not TOML: "},
         Mistake{"not_utf8", "[service]\nversion = \"\xFF\"\n", "plant.toml:2: not TOML: "},
         Mistake{"key_twice", station(kMinimal + "attr1 = 1\nattr1 = 2\n"), "plant.toml:5: not TOML: "},
         Mistake{"unknown_table", "[serivce]\n",

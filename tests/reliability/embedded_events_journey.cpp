@@ -1,0 +1,86 @@
+// Events of embedded stations from their activation to their end.
+#include "reliability/journeys.h"
+
+#include "reliability/surroundings.h"
+#include "reliability/well_service.h"
+
+#include <kvo_hws/agent.h>
+#include <kvo_hws/result.h>
+
+#include <atomic>
+#include <chrono>
+#include <string_view>
+#include <sys/socket.h>
+#include <unistd.h>
+
+using namespace std::chrono_literals;
+
+namespace reliability {
+
+namespace {
+
+class EmbeddedEvents : public Journey {
+public:
+    void travel(Run &run) override
+    {
+        told_ = 0;
+        const int activated = run.step("activate", {1, -1}, [] { return KVO_HWS_activateEmbKvoEvents(callback); });
+        if (activated != 1) {
+            return;
+        }
+        const int first = listener_.accept(2000);
+        const int second = first < 0 ? -1 : tell(first);
+        run.note("told", told_ == 0 ? "no" : "yes");
+        run.note("connections", first < 0 ? "0" : second < 0 ? "1" : "2");
+        run.step("deactivate", {1, -1}, [] { return KVO_HWS_deactivateEmbKvoEvents(); });
+        awaitEnd();
+        for (const int connection : {first, second}) {
+            if (connection >= 0) {
+                close(connection);
+            }
+        }
+        for (int unheard = listener_.accept(0); unheard >= 0; unheard = listener_.accept(0)) {
+            close(unheard);
+        }
+    }
+
+private:
+    static void callback(const char *, const char *) { told_ = 1; }
+
+    /// Publishes an event until it is heard of: a connection that is lost takes it along. Returns a second connection.
+    int tell(int connection)
+    {
+        const auto publish = [](int to) {
+            constexpr std::string_view kEvent = "panel, 10.0.0.5 on\n";
+            send(to, kEvent.data(), kEvent.size(), MSG_NOSIGNAL);
+        };
+        publish(connection);
+        int second = -1;
+        within(1s, [&] {
+            if (told_ == 0 && second < 0) {
+                second = listener_.accept(0);
+                if (second >= 0) {
+                    publish(second);
+                }
+            }
+            return told_ != 0;
+        });
+        return second;
+    }
+
+    /// Until another listener could be activated.
+    void awaitEnd()
+    {
+        const auto isFree = [] { return KVO_HWS_activateEmbKvoEvents(nullptr) == KVO_HWS_NULL_POINTER; };
+        EXPECT_TRUE(within(3s, isFree)) << "the listener goes on";
+    }
+
+    static inline std::atomic<int> told_{0};
+    LocalListener listener_{"/tmp/kvo_hws/event_sock"};
+};
+
+}  // namespace
+
+std::unique_ptr<Journey> makeEmbeddedEvents() { return std::make_unique<EmbeddedEvents>(); }
+
+}  // namespace reliability

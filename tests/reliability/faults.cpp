@@ -1,0 +1,380 @@
+#include "reliability/faults.h"
+
+#include "support/failing_allocations.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <optional>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/uio.h>
+#include <thread>
+#include <unistd.h>
+#include <utility>
+
+using namespace std::chrono_literals;
+
+namespace reliability {
+
+namespace {
+
+constexpr auto kCalls = static_cast<std::size_t>(Call::count);
+constexpr std::size_t kThreads = 16;
+
+constexpr Error::Kind kNothing = Error::Kind::nothing;
+constexpr Error::Kind kOneByte = Error::Kind::oneByte;
+
+constexpr Error error(const char *name, int number) { return {.name = name, .number = number}; }
+
+constexpr Error kSocketErrors[] = {error("EMFILE", EMFILE), error("ENFILE", ENFILE), error("ENOBUFS", ENOBUFS),
+                                   error("ENOMEM", ENOMEM), error("EACCES", EACCES), error("EAFNOSUPPORT", EAFNOSUPPORT)};
+constexpr Error kInvalid[] = {error("EINVAL", EINVAL)};
+constexpr Error kOptionErrors[] = {error("EINVAL", EINVAL), error("ENOMEM", ENOMEM)};
+constexpr Error kConnectLocalErrors[] = {error("ECONNREFUSED", ECONNREFUSED), error("ENOENT", ENOENT), error("EAGAIN", EAGAIN),
+                                         error("EACCES", EACCES), error("EINTR", EINTR)};
+constexpr Error kConnectRemoteErrors[] = {error("ECONNREFUSED", ECONNREFUSED), error("ETIMEDOUT", ETIMEDOUT),
+                                          error("ENETUNREACH", ENETUNREACH), error("EADDRNOTAVAIL", EADDRNOTAVAIL),
+                                          error("EINTR", EINTR)};
+constexpr Error kUnlinkErrors[] = {error("EACCES", EACCES), error("EROFS", EROFS)};
+constexpr Error kBindErrors[] = {error("EADDRINUSE", EADDRINUSE), error("EACCES", EACCES), error("EROFS", EROFS)};
+constexpr Error kListenErrors[] = {error("EADDRINUSE", EADDRINUSE)};
+constexpr Error kAcceptErrors[] = {error("ECONNABORTED", ECONNABORTED), error("EMFILE", EMFILE), error("ENOMEM", ENOMEM),
+                                   error("EINTR", EINTR), error("EAGAIN", EAGAIN)};
+constexpr Error kPollErrors[] = {
+    error("EINTR", EINTR), error("ENOMEM", ENOMEM), error("EINVAL", EINVAL), {.name = "time-out", .kind = kNothing}};
+constexpr Error kRecvErrors[] = {
+    error("ECONNRESET", ECONNRESET), error("ENOMEM", ENOMEM),           error("EINTR", EINTR),
+    error("EAGAIN", EAGAIN),         {.name = "end", .kind = kNothing}, {.name = "one byte at a time", .kind = kOneByte}};
+constexpr Error kSendErrors[] = {error("EPIPE", EPIPE),     error("ECONNRESET", ECONNRESET),
+                                 error("ENOBUFS", ENOBUFS), error("EAGAIN", EAGAIN),
+                                 error("EINTR", EINTR),     {.name = "one byte", .kind = kOneByte}};
+constexpr Error kSendtoErrors[] = {error("EPERM", EPERM), error("ENETUNREACH", ENETUNREACH), error("ENOBUFS", ENOBUFS),
+                                   error("EINTR", EINTR)};
+constexpr Error kOpenErrors[] = {error("ENOENT", ENOENT), error("EACCES", EACCES), error("EMFILE", EMFILE)};
+constexpr Error kFstatErrors[] = {error("EIO", EIO), error("EOVERFLOW", EOVERFLOW)};
+constexpr Error kReadErrors[] = {error("EIO", EIO),
+                                 error("EINTR", EINTR),
+                                 {.name = "end", .kind = kNothing},
+                                 {.name = "one byte at a time", .kind = kOneByte}};
+constexpr Error kStreamErrors[] = {error("EIO", EIO)};
+constexpr Error kNameErrors[] = {error("EFAULT", EFAULT), error("ENAMETOOLONG", ENAMETOOLONG)};
+constexpr Error kSelectErrors[] = {error("EINTR", EINTR), error("ENOMEM", ENOMEM), {.name = "time-out", .kind = kNothing}};
+constexpr Error kSemaphoreErrors[] = {error("EINTR", EINTR), error("EINVAL", EINVAL), error("ETIMEDOUT", ETIMEDOUT)};
+constexpr Error kInterrupted[] = {error("EINTR", EINTR)};
+constexpr Error kCloseErrors[] = {error("EINTR", EINTR), error("EIO", EIO)};
+constexpr Error kThreadErrors[] = {error("EAGAIN", EAGAIN), error("EPERM", EPERM)};
+constexpr Error kMemoryErrors[] = {error("used up", ENOMEM)};
+
+struct Kind {
+    const char *name;
+    std::span<const Error> errors;
+};
+
+constexpr std::array<Kind, kCalls> kKinds = {{{"socket", kSocketErrors},
+                                              {"setsockopt", kOptionErrors},
+                                              {"fcntl", kInvalid},
+                                              {"getsockopt", kInvalid},
+                                              {"connect", kConnectLocalErrors},
+                                              {"connect (TCP)", kConnectRemoteErrors},
+                                              {"unlink", kUnlinkErrors},
+                                              {"bind", kBindErrors},
+                                              {"listen", kListenErrors},
+                                              {"accept4", kAcceptErrors},
+                                              {"poll", kPollErrors},
+                                              {"recv", kRecvErrors},
+                                              {"send", kSendErrors},
+                                              {"sendto", kSendtoErrors},
+                                              {"open", kOpenErrors},
+                                              {"fstat", kFstatErrors},
+                                              {"read", kReadErrors},
+                                              {"fopen", kOpenErrors},
+                                              {"fgets", kStreamErrors},
+                                              {"opendir", kOpenErrors},
+                                              {"readdir", kStreamErrors},
+                                              {"gethostname", kNameErrors},
+                                              {"select", kSelectErrors},
+                                              {"sem_timedwait", kSemaphoreErrors},
+                                              {"clock_nanosleep", kInterrupted},
+                                              {"close", kCloseErrors},
+                                              {"pthread_create", kThreadErrors},
+                                              {"memory", kMemoryErrors}}};
+
+/// The journey under way. Changed between journeys alone, but for what is atomic.
+struct Journey {
+    const Fault *fault = nullptr;
+    std::array<std::array<std::atomic<int>, kCalls>, kThreads> calls{};
+    std::atomic<std::size_t> threads{0};
+    std::atomic<bool> happened{false};
+    std::atomic<bool> bytewise{false};  ///< from its fault on a journey reads one byte at a time
+};
+
+Journey journey;
+thread_local std::size_t ownThread = 0;
+
+/// Counts a call of the library. Returns how it fails, null where it does not.
+const Error *take(Call call)
+{
+    if (!support::calledByLibrary() || ownThread >= kThreads) {
+        return nullptr;
+    }
+    const int number = ++journey.calls[ownThread][static_cast<std::size_t>(call)];
+    const Fault *const fault = journey.fault;
+    if (fault == nullptr || fault->site.call != call || fault->site.thread != ownThread || fault->site.number != number) {
+        return nullptr;
+    }
+    journey.happened = true;
+    return &fault->error;
+}
+
+/// The answer of a call whose errors are numbers alone.
+int answerTo(Call call)
+{
+    const Error *const failure = take(call);
+    if (failure == nullptr) {
+        return support::kPass;
+    }
+    errno = failure->number;
+    return failure->kind == kNothing ? 0 : -1;
+}
+
+bool failsWithNull(Call call)
+{
+    const Error *const failure = take(call);
+    if (failure != nullptr) {
+        errno = failure->number;
+    }
+    return failure != nullptr;
+}
+
+int connectAnswer(int fd, const sockaddr *address, socklen_t length)
+{
+    const bool remote = address->sa_family == AF_INET;
+    const int answer = answerTo(remote ? Call::connectRemote : Call::connectLocal);
+    if (answer == -1 && remote && errno == EINTR) {
+        // The system goes on with it all the same.
+        syscall(SYS_connect, fd, address, length);
+        errno = EINTR;
+    }
+    return answer;
+}
+
+int closeAnswer(int fd)
+{
+    const int answer = answerTo(Call::close);
+    if (answer == -1) {
+        const int number = errno;
+        syscall(SYS_close, fd);  // the descriptor is gone whatever close() says
+        errno = number;
+    }
+    return answer;
+}
+
+/// Whether the thread's last wait has found something that it has not looked at yet.
+thread_local bool wasFound = false;
+
+/// Only a wait that found something counts: how often one runs out depends on time alone.
+int pollAnswer(pollfd *descriptors, nfds_t count, int milliseconds)
+{
+    constexpr int kSecond = 1000;
+    constexpr int kShort = 4;
+    if (!support::calledByLibrary()) {
+        return support::kPass;
+    }
+    const int time = milliseconds == kSecond ? kShort : milliseconds;
+    const timespec bound{.tv_sec = time / 1000, .tv_nsec = time % 1000 * 1'000'000L};
+    const int ready = ppoll(descriptors, count, &bound, nullptr);
+    if (ready <= 0) {
+        return ready;
+    }
+    const int answer = answerTo(Call::poll);
+    wasFound = answer == support::kPass;
+    return wasFound ? ready : answer;
+}
+
+ssize_t recvAnswer(int fd, void *bytes, std::size_t length, int flags)
+{
+    if (!support::calledByLibrary()) {
+        return support::kPass;
+    }
+    const bool looksAhead = (flags & MSG_PEEK) != 0 && (flags & MSG_DONTWAIT) != 0;
+    if (looksAhead && !std::exchange(wasFound, false)) {
+        // Whether something is there before it is waited for depends on time alone: here nothing ever is.
+        errno = EAGAIN;
+        return -1;
+    }
+    const Error *const failure = take(Call::recv);
+    if (failure != nullptr && failure->kind != kOneByte) {
+        errno = failure->number;
+        return failure->kind == kNothing ? 0 : -1;
+    }
+    if (failure != nullptr) {
+        journey.bytewise = true;
+    }
+    return journey.bytewise ? recvfrom(fd, bytes, std::min<std::size_t>(length, 1), flags, nullptr, nullptr)
+                            : ssize_t{support::kPass};
+}
+
+ssize_t readAnswer(int fd, void *bytes, std::size_t length)
+{
+    const Error *const failure = take(Call::read);
+    if (failure != nullptr && failure->kind != kOneByte) {
+        errno = failure->number;
+        return failure->kind == kNothing ? 0 : -1;
+    }
+    if (failure != nullptr) {
+        journey.bytewise = true;
+    }
+    return journey.bytewise && support::calledByLibrary() ? syscall(SYS_read, fd, bytes, std::min<std::size_t>(length, 1))
+                                                          : ssize_t{support::kPass};
+}
+
+ssize_t sendAnswer(int fd, const void *bytes, std::size_t /*length*/, int flags)
+{
+    const Error *const failure = take(Call::send);
+    if (failure == nullptr) {
+        return support::kPass;
+    }
+    if (failure->kind == kOneByte) {
+        return syscall(SYS_sendto, fd, bytes, 1, flags, nullptr, 0);
+    }
+    errno = failure->number;
+    return -1;
+}
+
+/// Every pause is shorter by this, so that hundreds of journeys fit into a minute.
+constexpr int kHaste = 250;
+
+int sleepAnswer(const timespec *time)
+{
+    if (!support::calledByLibrary()) {
+        return support::kPass;
+    }
+    if (const Error *const failure = take(Call::clockNanosleep)) {
+        return failure->number;  // the one of these calls that returns it
+    }
+    constexpr std::chrono::nanoseconds kShortest = 200us;  // waits that count their pauses still give others time
+    const std::chrono::nanoseconds whole = std::chrono::seconds(time->tv_sec) + std::chrono::nanoseconds(time->tv_nsec);
+    std::this_thread::sleep_for(std::max(kShortest, whole / kHaste));
+    return 0;
+}
+
+int threadAnswer()
+{
+    const Error *const failure = take(Call::pthreadCreate);
+    return failure == nullptr ? support::kPass : failure->number;
+}
+
+/// Notes whether the calling thread has used up what it was granted.
+void noteMemory()
+{
+    void *volatile block = std::malloc(1);
+    if (block == nullptr) {
+        journey.happened = true;
+    }
+    std::free(block);
+}
+
+bool lacksMemory(std::size_t thread, const std::string &step)
+{
+    const Fault *const fault = journey.fault;
+    return fault != nullptr && fault->site.call == Call::memory && fault->site.thread == thread &&
+           (thread != 0 || fault->site.step == step);
+}
+
+std::function<void *()> threadOf(std::function<void *()> work)
+{
+    const std::size_t number = ++journey.threads;
+    return [number, work = std::move(work)] {
+        ownThread = number;
+        if (!lacksMemory(number, {})) {
+            return work();
+        }
+        const support::FailingAllocations failing(journey.fault->site.number - 1);
+        void *const result = work();
+        noteMemory();
+        return result;
+    };
+}
+
+}  // namespace
+
+const char *nameOf(Call call) { return kKinds[static_cast<std::size_t>(call)].name; }
+std::span<const Error> errorsOf(Call call) { return kKinds[static_cast<std::size_t>(call)].errors; }
+
+support::SystemCalls faults::standIns()
+{
+    return {.socket = [](int) { return answerTo(Call::socket); },
+            .bind = [](int, const sockaddr *, socklen_t) { return answerTo(Call::bind); },
+            .listen = [](int, int) { return answerTo(Call::listen); },
+            .accept4 = [](int) { return answerTo(Call::accept4); },
+            .poll = pollAnswer,
+            .select = [](timeval *) { return answerTo(Call::select); },
+            .open = [](const char *, int, mode_t) { return answerTo(Call::open); },
+            .connect = connectAnswer,
+            .recv = recvAnswer,
+            .send = sendAnswer,
+            .sendto = [](int, const void *, std::size_t, const sockaddr *) { return ssize_t{answerTo(Call::sendto)}; },
+            .setsockopt = [](int, int, int) { return answerTo(Call::setsockopt); },
+            .pthreadCreate = threadAnswer,
+            .getsockopt = [](int, int, int) { return answerTo(Call::getsockopt); },
+            .fcntl = [](int, int) { return answerTo(Call::fcntl); },
+            .unlink = [](const char *) { return answerTo(Call::unlink); },
+            .close = closeAnswer,
+            .fstat = [](int) { return answerTo(Call::fstat); },
+            .read = readAnswer,
+            .clockNanosleep = sleepAnswer,
+            .semTimedwait = [] { return answerTo(Call::semTimedwait); },
+            .gethostname = [] { return answerTo(Call::gethostname); },
+            .fopenFails = [](const char *) { return failsWithNull(Call::fopen); },
+            .fgetsFails = [] { return failsWithNull(Call::fgets); },
+            .opendirFails = [](const char *) { return failsWithNull(Call::opendir); },
+            .readdirFails = [] { return failsWithNull(Call::readdir); },
+            .threadWork = threadOf};
+}
+
+void faults::begin(const Fault *fault)
+{
+    journey.fault = fault;
+    for (auto &thread : journey.calls) {
+        for (auto &calls : thread) {
+            calls = 0;
+        }
+    }
+    journey.threads = 0;
+    journey.happened = false;
+    journey.bytewise = false;
+}
+
+bool faults::happened() { return journey.happened; }
+
+std::vector<Site> faults::sites()
+{
+    std::vector<Site> sites;
+    for (std::size_t thread = 0; thread < kThreads; ++thread) {
+        for (std::size_t call = 0; call < kCalls; ++call) {
+            for (int number = 1; number <= journey.calls[thread][call]; ++number) {
+                sites.push_back({static_cast<Call>(call), thread, number});
+            }
+        }
+    }
+    return sites;
+}
+
+std::size_t faults::threads() { return journey.threads; }
+
+int faults::withMemory(const std::string &step, const std::function<int()> &work)
+{
+    if (!lacksMemory(0, step)) {
+        return work();
+    }
+    const support::FailingAllocations failing(journey.fault->site.number - 1);
+    const int result = work();
+    noteMemory();
+    return result;
+}
+
+}  // namespace reliability

@@ -1,0 +1,94 @@
+// What needs no service: the configuration, notifications, and the first line of a file.
+#include "reliability/journeys.h"
+
+#include "reliability/surroundings.h"
+
+#include <kvo_hws/agent.h>
+#include <kvo_hws/config.h>
+#include <kvo_hws/runtime.h>
+
+#include <array>
+#include <cstdlib>
+#include <semaphore.h>
+#include <string>
+
+namespace reliability {
+
+namespace {
+
+class Configuration : public Journey {
+public:
+    Configuration()
+    {
+        folder_.write("panel.conf", "port = 5853\nregistry_path = /user\nbacklight = all\n");
+        setenv("KVO_PLATFORM_CONFIG", (folder_.path() + "panel.conf").c_str(), 1);
+        hws_keywords[0].defaultText = "lo";
+    }
+
+    void travel(Run &run) override
+    {
+        run.step("read", {0}, [] {
+            ReadConfFile();
+            return 0;
+        });
+        std::array<char, 4200> text{};
+        uint32_t number = 0;
+        uint16_t port = 0;
+        run.step("GetInterfaceIP", {0, -1}, [&] { return GetInterfaceIP(text.data(), &number); });
+        run.step("GetPortNumber", {0}, [&] { return GetPortNumber(&port); });
+        run.note("port", std::to_string(port));
+        run.step("GetRHZName", {0}, [&] { return GetRHZName(text.data()); });
+        run.note("name", text[0] == '\0' ? "empty" : "set");
+        run.step("GetBacklightMode", {0}, [&] { return GetBacklightMode(&number); });
+        run.note("backlight", std::to_string(number));
+        run.step("GetRegistryPath", {0}, [&] { return GetRegistryPath(text.data()); });
+        run.note("path", text[0] == '\0' ? "empty" : text.data());
+        std::free(sConfData.interface);
+        std::free(sConfData.name);
+        sConfData = {};
+    }
+
+private:
+    Folder folder_;
+};
+
+class Notifications : public Journey {
+public:
+    void travel(Run &run) override
+    {
+        Notify *record = nullptr;
+        run.step("CreateNotify", {0, -1}, [&] { return CreateNotify(&record); });
+        if (record != nullptr) {
+            run.step("WaitNotify", {0, -3}, [&] { return WaitNotify(record, 1); });
+        }
+        run.step("DeleteNotify", {0}, [&] { return DeleteNotify(&record); });
+        sem_t semaphore;
+        run.step("InitReceivedNotify", {0}, [&] { return InitReceivedNotify(&semaphore); });
+        NotifyReceived(&semaphore);
+        run.step("WaitReceivedNotify", {1, 0, -1}, [&] { return WaitReceivedNotify(&semaphore, 0); });
+        run.step("DeleteReceivedNotify", {0}, [&] { return DeleteReceivedNotify(&semaphore); });
+    }
+};
+
+class FirstLine : public Journey {
+public:
+    FirstLine() { folder_.write("device/input7/name", "panel\n"); }
+
+    void travel(Run &run) override
+    {
+        char *const line = sysfsfile(folder_.path().c_str(), "device/*", "name");
+        run.note("line", line == nullptr ? "null" : line[0] == '\0' ? "empty" : line);
+        std::free(line);
+    }
+
+private:
+    Folder folder_;
+};
+
+}  // namespace
+
+std::unique_ptr<Journey> makeConfiguration() { return std::make_unique<Configuration>(); }
+std::unique_ptr<Journey> makeNotifications() { return std::make_unique<Notifications>(); }
+std::unique_ptr<Journey> makeFirstLine() { return std::make_unique<FirstLine>(); }
+
+}  // namespace reliability

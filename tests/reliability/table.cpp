@@ -1,0 +1,218 @@
+#include "reliability/table.h"
+
+#include <algorithm>
+#include <fstream>
+#include <map>
+#include <set>
+#include <sstream>
+
+namespace reliability {
+
+namespace {
+
+std::string beginMark(const std::string &name) { return "<!-- " + name + ": written by its test -->\n"; }
+constexpr const char *kEndMark = "<!-- end -->\n";
+
+std::string readPage()
+{
+    std::stringstream page;
+    page << std::ifstream(KVO_RELIABILITY_PAGE).rdbuf();
+    return page.str();
+}
+
+/// Where a part stands in the page; its length is npos where it does not.
+struct Place {
+    std::size_t begin = 0;
+    std::size_t length = std::string::npos;
+};
+
+Place placeOf(const std::string &page, const std::string &name)
+{
+    const std::string mark = beginMark(name);
+    const auto found = page.find(mark);
+    if (found == std::string::npos) {
+        return {};
+    }
+    const auto begin = found + mark.size();
+    const auto end = page.find(kEndMark, begin);
+    return {begin, end == std::string::npos ? end : end - begin};
+}
+
+/// "1, 3-5": numbers that follow one another drawn together.
+std::string ranges(const std::set<int> &numbers)
+{
+    std::string text;
+    for (auto first = numbers.begin(); first != numbers.end();) {
+        auto last = first;
+        while (std::next(last) != numbers.end() && *std::next(last) == *last + 1) {
+            ++last;
+        }
+        text += (text.empty() ? "" : ", ") + std::to_string(*first);
+        text += first == last ? "" : "-" + std::to_string(*last);
+        first = std::next(last);
+    }
+    return text;
+}
+
+std::string joined(const std::vector<std::string> &texts)
+{
+    std::string all;
+    for (const std::string &text : texts) {
+        all += (all.empty() ? "" : ", ") + text;
+    }
+    return all;
+}
+
+/// A cell must not end its row's line or its own.
+std::string cell(const std::string &text)
+{
+    std::string safe;
+    for (const char character : text) {
+        safe += character == '|' ? "\\|" : character == '\n' ? "\\n" : std::string(1, character);
+    }
+    return safe;
+}
+
+constexpr const char *kOnlyStep = "result";  // of a journey that is one call
+
+/// Where a call is made: by whom and, for memory on the caller's thread, in which step.
+std::string placeOf(const JourneyKind &journey, const Site &site)
+{
+    const std::size_t thread = std::min(site.thread, journey.threads.size() - 1);
+    const bool named = !site.step.empty() && site.step != kOnlyStep;
+    return journey.threads[thread] + (named ? ", " + site.step : "");
+}
+
+struct Row {
+    Call call;
+    std::string place;
+    std::string result;
+    std::string messages;
+    std::map<int, std::vector<std::string>> errors;  ///< of each call by its number
+};
+
+/// Calls of one function that come to the same, in the order of the table.
+std::vector<Row> rowsOf(const JourneyKind &journey, const std::vector<Record> &records)
+{
+    std::vector<Row> rows;
+    for (const Record &record : records) {
+        const Site &site = record.fault.site;
+        const std::string place = placeOf(journey, site);
+        auto row = std::ranges::find_if(rows, [&](const Row &other) {
+            return other.call == site.call && other.place == place && other.result == record.result &&
+                   other.messages == record.messages;
+        });
+        if (row == rows.end()) {
+            row = rows.insert(rows.end(), Row{site.call, place, record.result, record.messages, {}});
+        }
+        row->errors[site.number].emplace_back(record.fault.error.name);
+    }
+    return rows;
+}
+
+/// How many pauses there are depends on time, and how many allocations on the C library.
+bool isCounted(const Record &record)
+{
+    return record.fault.site.call != Call::memory && record.fault.site.call != Call::clockNanosleep;
+}
+
+bool isWithoutEffect(const Row &row) { return row.result.empty() && row.messages.empty(); }
+
+/// The errors of a row, each list with the numbers of the calls that it holds for.
+std::vector<std::pair<std::string, std::string>> errorsAndNumbers(const Row &row)
+{
+    std::vector<std::pair<std::string, std::set<int>>> lists;
+    for (const auto &[number, errors] : row.errors) {
+        const std::string list = joined(errors);
+        auto same = std::ranges::find(lists, list, &std::pair<std::string, std::set<int>>::first);
+        if (same == lists.end()) {
+            same = lists.insert(lists.end(), {list, {}});
+        }
+        same->second.insert(number);
+    }
+    std::vector<std::pair<std::string, std::string>> all;
+    for (const auto &[list, numbers] : lists) {
+        all.emplace_back(list, ranges(numbers));
+    }
+    return all;
+}
+
+std::string errorsOf(const Row &row)
+{
+    if (row.call == Call::memory) {
+        return "used up";  // how many allocations the C library makes is its own business
+    }
+    std::string text;
+    for (const auto &[list, numbers] : errorsAndNumbers(row)) {
+        text += (text.empty() ? "" : "; ") + numbers + ": " + list;
+    }
+    return text;
+}
+
+std::string lineOf(const Row &row)
+{
+    return "| " + std::string(nameOf(row.call)) + " | " + row.place + " | " + errorsOf(row) + " | " +
+           (row.result.empty() ? "nothing" : cell(row.result)) + " | " + cell(row.messages) + " |\n";
+}
+
+}  // namespace
+
+std::string tableOf(const JourneyKind &journey, const Outcome &usual, const std::vector<Record> &records)
+{
+    std::string text = "\n### " + std::string(journey.title) + "\n\nWithout a fault: ";
+    for (std::size_t step = 0; step < usual.steps.size(); ++step) {
+        text += (step == 0 ? "" : ", ") + usual.steps[step].first + " " + usual.steps[step].second;
+    }
+    text += ".\n\n| call | by | which of its calls: error | what is otherwise | message |\n| --- | --- | --- | --- | --- |\n";
+    for (const Row &row : rowsOf(journey, records)) {
+        text += isWithoutEffect(row) ? "" : lineOf(row);
+    }
+    const auto calls = std::ranges::count_if(records, isCounted);
+    return text + "\nThe others of its " + std::to_string(calls) + " faults of calls change nothing.\n\n";
+}
+
+std::string tableOfErrors()
+{
+    std::string text = "\n| call | errors |\n| --- | --- |\n";
+    for (std::size_t call = 0; call < static_cast<std::size_t>(Call::count); ++call) {
+        std::vector<std::string> names;
+        for (const Error &error : errorsOf(static_cast<Call>(call))) {
+            names.emplace_back(error.name);
+        }
+        text += "| " + std::string(nameOf(static_cast<Call>(call))) + " | " + joined(names) + " |\n";
+    }
+    return text + "\n";
+}
+
+std::string withoutMemory(const std::string &part)
+{
+    std::istringstream lines(part);
+    std::string kept;
+    for (std::string line; std::getline(lines, line);) {
+        if (!line.starts_with(std::string("| ") + nameOf(Call::memory))) {
+            kept += line + '\n';
+        }
+    }
+    return kept;
+}
+
+std::string partOfPage(const std::string &name)
+{
+    const std::string page = readPage();
+    const Place place = placeOf(page, name);
+    return place.length == std::string::npos ? "(not in the page)" : page.substr(place.begin, place.length);
+}
+
+void writePartOfPage(const std::string &name, const std::string &part)
+{
+    std::string page = readPage();
+    const Place place = placeOf(page, name);
+    if (place.length == std::string::npos) {
+        page += "\n" + beginMark(name) + part + kEndMark;
+    } else {
+        page.replace(place.begin, place.length, part);
+    }
+    std::ofstream(KVO_RELIABILITY_PAGE) << page;
+}
+
+}  // namespace reliability

@@ -1,0 +1,118 @@
+// USB events from their activation to their end.
+#include "reliability/journeys.h"
+
+#include "reliability/surroundings.h"
+#include "reliability/well_service.h"
+#include "support/own_thread.h"
+#include "support/usb_events.h"
+
+#include <kvo_hws/runtime.h>
+#include <kvo_hws/service.h>
+#include <kvo_hws/usbevents.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <string>
+
+using namespace std::chrono_literals;
+
+namespace reliability {
+
+namespace {
+
+/// What the callback was told, kept without memory: it is called where there is none.
+class Told {
+public:
+    static int32_t callback(UsbEventV2 *event)
+    {
+        const std::size_t place = count_++;
+        if (place < codes_.size()) {
+            codes_[place] = event->code;
+        }
+        return 0;
+    }
+    static void forget()
+    {
+        count_ = 0;
+        for (auto &code : codes_) {
+            code = 0;
+        }
+    }
+    /// Whether one of these codes has come since @p begin.
+    static bool any(std::initializer_list<uint32_t> wanted, std::size_t begin = 0)
+    {
+        return std::any_of(codes_.begin() + static_cast<std::ptrdiff_t>(begin), codes_.end(),
+                           [wanted](const auto &code) { return std::ranges::find(wanted, code.load()) != wanted.end(); });
+    }
+    static std::size_t count() { return count_; }
+    static std::string text()
+    {
+        std::string text;
+        for (std::size_t place = 0; place < std::min<std::size_t>(count_, codes_.size()); ++place) {
+            text += (text.empty() ? "" : " ") + std::to_string(codes_[place]);
+        }
+        return text;
+    }
+
+private:
+    static inline std::array<std::atomic<uint32_t>, 16> codes_{};
+    static inline std::atomic<std::size_t> count_{0};
+};
+
+bool eventsAreSet() { return __atomic_load_n(&sendUSBEvent2, __ATOMIC_SEQ_CST) != nullptr; }
+
+class UsbEvents : public Journey {
+public:
+    void travel(Run &run) override
+    {
+        Told::forget();
+        const int activated =
+            onOwnThread(run, "activate", {1, -3, -8}, [] { return KVO_HWS_activateUSBEventsV2(Told::callback); });
+        if (activated == 1) {
+            within(2s, [] { return Told::any({USB_EVENT_ACTIVATED, USB_EVENT_REFUSED, USB_EVENT_NO_SERVICE}); });
+        }
+        std::string answer = support::lineOfUsbServer("changeStateUSBdevice*10.0.0.5*usb1*1-1.4*00000007*\n");
+        std::erase(answer, '\n');
+        run.note("answer to an event", answer.empty() ? "none" : answer);
+        for (int close = 0; close < 2 && eventsAreSet(); ++close) {
+            closeOnce(run);
+        }
+        run.note("codes", Told::text());
+        run.note("callback", eventsAreSet() ? "set" : "none");
+        // Where the service has refused, the callback has gone and the server has stayed.
+        if (support::serverState() != NOTIFY_STOPPED) {
+            support::onOwnThread([] { return KillUsbServer(); });
+        }
+    }
+
+private:
+    static void closeOnce(Run &run)
+    {
+        const std::size_t before = Told::count();
+        const int closed = onOwnThread(run, "close", {1, -8, -9}, KVO_HWS_closeUSBEvents);
+        if (closed == 1) {
+            within(300ms, [before] {
+                return Told::any({USB_EVENT_DEACTIVATED, USB_EVENT_REFUSED, USB_EVENT_NO_SERVICE}, before) && !eventsAreSet();
+            });
+        }
+    }
+
+    static int onOwnThread(Run &run, const char *name, std::initializer_list<int> documented, int32_t (*call)())
+    {
+        return support::onOwnThread([&, call] {
+            const int result = run.step(name, documented, call);
+            kvo_hws_detach_thread();  // what is refused early has not done so
+            return result;
+        });
+    }
+
+    WellService service_{support::kCommandSocket, answerTo};
+};
+
+}  // namespace
+
+std::unique_ptr<Journey> makeUsbEvents() { return std::make_unique<UsbEvents>(); }
+
+}  // namespace reliability

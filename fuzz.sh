@@ -1,32 +1,82 @@
 #!/usr/bin/env bash
-# Builds the fuzzers and lets each run for a while, from its corpus and from what earlier runs came upon (build/fuzz/found).
-# Usage: ./fuzz.sh [SECONDS [FUZZER...]]    (10 seconds each; all when none is named)
+# Builds the fuzzers and lets each replay its corpus, then search from there and from what earlier runs came upon
+# (build/fuzz/found).
+# Usage: ./fuzz.sh [MINUTES [FUZZER...]]     MINUTES in all, 3 unless told, fractions too; all fuzzers when none is named
+#        ./fuzz.sh minimise [FUZZER...]      makes the corpus the smallest set that reaches as much, with what was found
 set -euo pipefail
 cd "$(dirname "$0")"
-./setup.sh
 
-seconds=${1:-10}
+task=run
+minutes=${1:-3}
 shift $(($# > 0))
+if [ "$minutes" = minimise ]; then
+    task=minimise
+elif ! [[ $minutes =~ ^([0-9]+|[0-9]*\.[0-9]+)$ ]]; then
+    echo "fuzz.sh: \"$minutes\" is no number of minutes; write ./fuzz.sh 5, ./fuzz.sh 0.5 or ./fuzz.sh minimise" >&2
+    exit 2
+fi
 [ $# -gt 0 ] || set -- $(ls fuzz/corpus)
 
+./setup.sh
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz --target "${@/#/fuzz_}" >build/fuzz/build.log 2>&1 || { tail -n 60 build/fuzz/build.log; exit 1; }
 
+# libFuzzer counts in whole seconds, and goes on for one more.
+seconds=$(awk -v minutes="$minutes" -v fuzzers=$# 'BEGIN { each = int(minutes * 60 / fuzzers) - 1; print each < 1 ? 1 : each }')
+# What fuzzers keep in files is read and written for every input, and left behind by one that a fault has ended.
+shared_memory=/dev/shm
+[ -w $shared_memory ] || shared_memory=${TMPDIR:-/tmp}
+TMPDIR=$(mktemp -d "$shared_memory/fuzz.XXXXXX")
+export TMPDIR
+trap 'rm -rf "$TMPDIR"' EXIT
+
+count() { find "$1" -type f | wc -l; }                # FOLDER
+bytes() { find "$1" -type f -exec cat {} + | wc -c; } # FOLDER
+
+fault() { # FUZZER LOG INPUT
+    grep -v '^#' "$2" | tail -n 40
+    echo "$1: FAULT; again with: build/fuzz/bin/fuzz_$1 $3"
+    return 1
+}
+
 run() { # FUZZER
     # Found and kept by their full names: a fuzzer may work in a folder of its own.
-    local program=build/fuzz/bin/fuzz_$1 found=$PWD/build/fuzz/found/$1 log=build/fuzz/$1.log
+    local program=build/fuzz/bin/fuzz_$1 corpus=$PWD/fuzz/corpus/$1 found=$PWD/build/fuzz/found/$1 log=build/fuzz/$1.log
+    local replayed known
     mkdir -p "$found" "$found.faults"
-    if ! "$program" -max_total_time="$seconds" -dict="fuzz/${1%%_*}.dict" -artifact_prefix="$found.faults/" \
-        "$found" "$PWD/fuzz/corpus/$1" >"$log" 2>&1; then
-        grep -v '^#' "$log" | tail -n 40
-        echo "$1: FAULT; again with: $program $(ls -t "$found.faults"/* | head -n 1)"
-        return 1
-    fi
-    echo "$1: $(sed -n 's/^Done \([0-9]*\) runs in \([0-9]*\) second.*/\1 inputs in \2 s/p' "$log"), no fault"
+    replayed=$(count "$corpus")
+    "$program" -artifact_prefix="$found.faults/" "$corpus"/* >"$log" 2>&1 ||
+        { fault "$1" "$log" "$(sed -n 's/^Running: //p' "$log" | tail -n 1)"; return 1; }
+
+    known=$(count "$found")
+    "$program" -max_total_time="$seconds" -dict="fuzz/${1%%_*}.dict" -print_funcs=0 -artifact_prefix="$found.faults/" \
+        "$found" "$corpus" >"$log" 2>&1 || { fault "$1" "$log" "$(ls -t "$found.faults"/* | head -n 1)"; return 1; }
+    echo "$1: $replayed inputs replayed, $(($(count "$found") - known)) new in $(sed -n 's/^Done.* in \([0-9]*\) .*/\1/p' "$log") s"
+}
+
+# The smallest set of inputs that reach as much, and as often; of a fuzzer with much to reach, as much alone. Its files are named
+# by their content; files with a name of another kind have been put there for what they show, and stay.
+minimise() { # FUZZER
+    local corpus=$PWD/fuzz/corpus/$1 found=$PWD/build/fuzz/found/$1 smallest=$PWD/build/fuzz/smallest/$1
+    local log=build/fuzz/$1.log before often
+    mkdir -p "$found"
+    before=$(($(count "$corpus") + $(count "$found")))
+    for often in 1 0; do
+        rm -rf "$smallest"
+        mkdir -p "$smallest"
+        "build/fuzz/bin/fuzz_$1" -set_cover_merge=1 -use_counters=$often "$smallest" "$corpus" "$found" >"$log" 2>&1 ||
+            { tail -n 40 "$log"; return 1; }
+        [ "$(bytes "$smallest")" -gt 24576 ] || break
+    done
+    find "$corpus" -type f -regextype posix-extended ! -regex '.*/[0-9a-f]{40}' -exec cp -t "$smallest" {} +
+    rm -rf "$corpus" "$found"
+    mv "$smallest" "$corpus"
+    echo "$1: $(count "$corpus") inputs of $before, $(bytes "$corpus") bytes"
 }
 
 faults=0
 for fuzzer in "$@"; do
-    run "$fuzzer" || faults=$((faults + 1))
+    "$task" "$fuzzer" || faults=$((faults + 1))
 done
+[ "$task" = run ] || echo "the corpus has $(bytes fuzz/corpus) bytes; it is meant to stay below 300000"
 exit $((faults > 0))

@@ -1,0 +1,74 @@
+// Fuzzes the reader of kvosim's plant files: a plant that can be served, or the one exception that names the place.
+#include "support.h"
+
+#include "plant_file.h"
+
+#include <kvo_hws/codecs.h>
+
+#include <cstdlib>
+#include <set>
+#include <string>
+
+namespace {
+
+constexpr std::size_t kLongestMessage = 8192;  // beside what it repeats of the file
+
+/// "plant:<line>: <what>", in printable characters.
+void expectUseful(std::string_view message, std::size_t fileSize)
+{
+    constexpr std::string_view kFile = "plant:";
+    const std::size_t colon = message.find(": ");
+    const bool placed = message.starts_with(kFile) && colon > kFile.size() && colon != message.npos &&
+                        message.substr(kFile.size(), colon - kFile.size()).find_first_not_of("0123456789") == message.npos;
+    if (!placed || colon + 2 == message.size()) {
+        fuzz::fault("the message names no place, or no mistake: %s", std::string(message).c_str());
+    }
+    if (message.size() > kLongestMessage + 4 * fileSize) {
+        fuzz::fault("the message has %zu bytes for a file of %zu", message.size(), fileSize);
+    }
+}
+
+void expectServable(kvosim::Plant &plant)
+{
+    std::set<uint32_t> addresses;
+    std::set<std::string> names;
+    if (plant.panels().size() != plant.stations().size()) {
+        fuzz::fault("%zu panels for %zu stations", plant.panels().size(), plant.stations().size());
+    }
+    for (const ConnectionEntry &station : plant.stations()) {
+        const std::size_t length = strnlen(station.name, sizeof station.name);
+        if (length == 0 || length > kvosim::kLongestName || station.address == 0) {
+            fuzz::fault("a station has no address, or a name of %zu bytes", length);
+        }
+        if (!addresses.insert(station.address).second || !names.insert(station.name).second) {
+            fuzz::fault("two stations are %08X or \"%s\"", station.address, station.name);
+        }
+        if (plant.findAddress(station.address) != &station || plant.findName(station.name) != &station) {
+            fuzz::fault("the station \"%s\" can not be found", station.name);
+        }
+    }
+    // What clients are told of it can be read.
+    const auto count = static_cast<uint32_t>(plant.stations().size());
+    const auto size = static_cast<uint32_t>(ConvertConArray2TextEx(count, plant.stations().data(), nullptr, 0));
+    std::string text(size, '\0');
+    std::vector<KvoDescriptionEx> read(count);
+    uint32_t told = 0;
+    if (ConvertConArray2TextEx(count, plant.stations().data(), text.data(), size) != 0 ||
+        ConvertText2KVODescArrayEx(&told, read.data(), text.c_str()) != 1 || told != count) {
+        fuzz::fault("the list of its %u stations can not be read", count);
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size)
+{
+    const fuzz::ExactBytes file({reinterpret_cast<const char *>(data), size});
+    try {
+        kvosim::Plant plant = kvosim::parsePlant(file.view(), "plant");
+        expectServable(plant);
+    } catch (const kvosim::PlantFileError &error) {
+        expectUseful(error.what(), size);
+    }
+    return 0;
+}

@@ -1,5 +1,5 @@
-// How a request is fuzzed: a row tells what areas it writes, how it is asked, and how its replies are read plainly. What it makes
-// of the replies is compared, to the byte, with what the plain reading makes of them.
+// How a request is fuzzed: a row tells what areas it writes, how it is asked, and how its replies are read plainly. What it
+// makes of the replies is compared, to the byte, with what the plain reading makes of them.
 #pragma once
 
 #include "plain_descriptions.h"

@@ -1,4 +1,5 @@
-// A service that is well: it gives every request its answer and keeps nothing, so that what is held afterwards is the library's.
+// A service that is well: it gives every request its answer and keeps nothing, so that what is held afterwards is the
+// library's.
 #pragma once
 
 #include <atomic>

@@ -1,5 +1,5 @@
-// Names in the configuration count as no leak: nobody can know whether one that is replaced when the file is read again is still
-// held.
+// Names in the configuration count as no leak: nobody can know whether one that is replaced when the file is read again is
+// still held.
 #pragma once
 
 /// Read by the leak checker of the address sanitizer; nobody else looks for it.

@@ -7,6 +7,7 @@ packages=(
     libcli11-dev libtomlplusplus-dev nlohmann-json3-dev
     libgtest-dev libgmock-dev libbenchmark-dev
     clang libclang-rt-14-dev  # for the fuzzers
+    abigail-tools             # compares the binary interface
 )
 
 missing=()

@@ -24,7 +24,7 @@ start_build() { # PRESET
 
 run_tests() { # PRESET
     case $1 in
-    fuzz) ./fuzz.sh 0.8 ;;
+    fuzz) ./fuzz.sh 0.6 ;;
     tsan) ctest --preset tsan -j 8 --progress -L threads ;;
     *) ctest --preset "$1" -j 8 --progress ;;
     esac

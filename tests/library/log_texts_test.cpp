@@ -630,6 +630,7 @@ void collectConnections()
         const Agent agent;
         (void)remote.accept();
         (void)remote.ask("ping");
+        std::this_thread::sleep_for(std::chrono::milliseconds(1300));  // longer than it waits at a time
     }
     std::atomic<int> failing{-1};
     const support::WithSystemCalls calls{{.poll = [&](pollfd *descriptors, nfds_t, int) {

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Sets everything up and passes the tests: as shipped, under the address and undefined-behaviour sanitizers, and, for what runs
-# threads, under the thread sanitizer; then the fuzzers, for a few seconds each. "./test.sh release" (or asan, tsan, fuzz) runs one
-# of the four.
+# Sets everything up and passes the tests: as shipped; all but kvoctl's under the address and undefined-behaviour sanitizers; what
+# runs threads under the thread sanitizer; then the fuzzers, for a few seconds each. "./test.sh release" (or asan, tsan, fuzz)
+# runs one of the four. kvoctl's under the first sanitizers: cmake --preset asan -DKVO_BUILD_KVOCTL=ON, and so on.
 set -euo pipefail
 cd "$(dirname "$0")"
 ./setup.sh

@@ -18,12 +18,14 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 using namespace std::chrono_literals;
@@ -66,6 +68,42 @@ int start(void **instance, const std::string &params = parameters())
 {
     return KVO_HWS_startupEmbHwsClient(params.c_str(), instance, Host::callback);
 }
+
+/// A host that does not return from its callback until it is released; then it does @p then, and says 1.
+class HeldHost {
+public:
+    explicit HeldHost(std::function<void()> then = [] {})
+    {
+        Host::says([this, then = std::move(then)](const std::string &) {
+            asked_ = true;
+            while (held_) {
+                std::this_thread::sleep_for(10ms);
+            }
+            then();
+            return 1;
+        });
+    }
+
+    /// Has the remote side ask for it, and waits until it is held.
+    [[nodiscard]] bool isHeldBy(const RemoteService &remote)
+    {
+        remote.send("stop-viewer\r\n");
+        return eventually([this] { return asked_.load(); });
+    }
+    void release() { held_ = false; }
+    /// By then somebody else waits for it.
+    [[nodiscard]] std::jthread releaseSoon()
+    {
+        return std::jthread([this] {
+            std::this_thread::sleep_for(300ms);
+            release();
+        });
+    }
+
+private:
+    std::atomic<bool> asked_{false};
+    std::atomic<bool> held_{true};
+};
 
 /// One call's result and what it logs.
 template <class Call>
@@ -404,29 +442,17 @@ TEST(Cleanup, does_not_hold_a_callback_that_starts_another)
 {
     RemoteService remote(kSession);
     const ScriptedService service({serves()});
-    std::atomic<bool> asked{false};
-    std::atomic<bool> held{true};
     std::atomic<int> startResult{0};
-    Host::says([&](const std::string &) {
-        asked = true;
-        while (held) {
-            std::this_thread::sleep_for(10ms);
-        }
+    HeldHost host([&] {
         void *another = nullptr;
         startResult = start(&another);
-        return 1;
     });
     void *instance = nullptr;
     ASSERT_EQ(start(&instance), 1);
     ASSERT_TRUE(remote.accept());
-    remote.send("stop-viewer\r\n");
-    ASSERT_TRUE(eventually([&] { return asked.load(); }));
-    std::thread releasing([&] {
-        std::this_thread::sleep_for(300ms);  // by then it is being cleaned up
-        held = false;
-    });
+    ASSERT_TRUE(host.isHeldBy(remote));
+    const std::jthread releasing = host.releaseSoon();
     EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), 1);
-    releasing.join();
     EXPECT_EQ(startResult, -8);
 }
 
@@ -451,29 +477,15 @@ TEST(Cleanup, of_a_connection_that_is_just_lost_closes_it_once)
 {
     RemoteService remote(kSession);
     const ScriptedService service({serves()});
-    std::atomic<bool> asked{false};
-    std::atomic<bool> held{true};
-    Host::says([&](const std::string &) {
-        asked = true;
-        while (held) {
-            std::this_thread::sleep_for(10ms);
-        }
-        hmi_close_x(&gEmbKvoInst->session);
-        return 1;
-    });
+    HeldHost host([] { hmi_close_x(&gEmbKvoInst->session); });
     const MessagesOn messages;
     const SyslogCapture capture;
     void *instance = nullptr;
     ASSERT_EQ(start(&instance), 1);
     ASSERT_TRUE(remote.accept());
-    remote.send("stop-viewer\r\n");
-    ASSERT_TRUE(eventually([&] { return asked.load(); }));
-    std::thread releasing([&] {
-        std::this_thread::sleep_for(300ms);
-        held = false;
-    });
+    ASSERT_TRUE(host.isHeldBy(remote));
+    const std::jthread releasing = host.releaseSoon();
     EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), 1);
-    releasing.join();
     EXPECT_EQ(std::ranges::count_if(capture.texts(),
                                     [](const std::string &text) { return text.find("hmi_close_x") != std::string::npos; }),
               1);
@@ -484,20 +496,11 @@ TEST(Cleanup, gives_up_on_a_host_that_does_not_return)
 {
     RemoteService remote(kSession);
     const ScriptedService service({serves()});
-    std::atomic<bool> asked{false};
-    std::atomic<bool> held{true};
-    Host::says([&](const std::string &) {
-        asked = true;
-        while (held) {
-            std::this_thread::sleep_for(10ms);
-        }
-        return 1;
-    });
+    HeldHost host;
     void *instance = nullptr;
     ASSERT_EQ(start(&instance), 1);
     ASSERT_TRUE(remote.accept());
-    remote.send("stop-viewer\r\n");
-    ASSERT_TRUE(eventually([&] { return asked.load(); }));
+    ASSERT_TRUE(host.isHeldBy(remote));
     const auto began = Clock::now();
     EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), -1);
     EXPECT_THAT(Clock::now() - began, AllOf(Ge(7s), Le(7400ms))) << "6 s for the thread, and a second";
@@ -506,7 +509,7 @@ TEST(Cleanup, gives_up_on_a_host_that_does_not_return)
     EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(instance, "too late"), -1);
     EXPECT_EQ(gCmdCallback, nullptr);
     EXPECT_EQ(start(&instance), -8) << "it runs on";
-    held = false;
+    host.release();
     EXPECT_TRUE(eventually([] { return !isRunning(); })) << "and ends when the host returns";
     EXPECT_EQ(protocolNegotiated, 0U);
     gFocusKvoIp = inet_addr("10.0.0.5");

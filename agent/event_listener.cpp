@@ -36,9 +36,10 @@ constexpr std::string_view kEventSocket = "/tmp/kvo_hws/event_sock";
 constexpr std::string_view kKeepAlive = "Alive?";
 constexpr auto kStatePeriod = 1s;
 constexpr auto kRetryPause = 1s;
-constexpr unsigned kStopTime = 1000;  // milliseconds
-constexpr unsigned kSettleTime = 20;  // milliseconds
-constexpr auto kLastSteps = 100ms;
+constexpr unsigned kStopTime = 1000;   // milliseconds
+constexpr unsigned kSignalTime = 100;  // milliseconds; divides kStopTime
+constexpr unsigned kSettleTime = 20;   // milliseconds
+constexpr auto kLastSteps = 1s;
 constexpr std::size_t kNameRoom = 20;
 constexpr std::size_t kBehindName = 2;  // the comma and a blank
 
@@ -234,6 +235,21 @@ void *listenOnActive(void *record) noexcept
     return nullptr;
 }
 
+/// Asks for the end and waits for it. A signal that comes between the listener's look at its state and its wait is lost on it,
+/// and that wait lasts as long as this one: therefore it is sent again.
+int stopListener(Notify &record) noexcept
+{
+    // Decides the one case that the wait leaves to it: the listener has ended, and its signal came too early.
+    errno = EINTR;
+    int result = kvo_hws::requestStop(record, kSignalTime);
+    for (unsigned waited = kSignalTime; result == -2 && waited < kStopTime; waited += kSignalTime) {
+        NotifyThread(shared(record.threadWorker).load());
+        errno = EINTR;
+        result = WaitShutdown(&record, kSignalTime);
+    }
+    return result;
+}
+
 /// Waits for the last steps of a listener whose end is certain, so that it may be activated again at once.
 void awaitLastSteps() noexcept
 {
@@ -286,9 +302,7 @@ int KVO_HWS_deactivateEmbKvoEvents() noexcept
         return KVO_HWS_FAILED;
     }
     Notify *record = activeRecord;  // changed by activations and deactivations alone
-    // Decides the one case that the wait leaves to it: the listener has ended, and its signal came too early.
-    errno = EINTR;
-    const int result = record != nullptr ? kvo_hws::requestStop(*record, kStopTime) : -2;
+    const int result = record != nullptr ? stopListener(*record) : -2;
     debugValues("shutdown %s thread - %s", "Emb-KVO events", wordFor(result));
     const bool stillRuns = record == nullptr || shared(record->uiState).load() == NOTIFY_RUNNING;
     setActive(nullptr);

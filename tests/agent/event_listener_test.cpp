@@ -303,6 +303,25 @@ TEST_F(EventListener, is_woken_by_its_stop)
     EXPECT_LE(Clock::now() - began, 500ms) << "well before its wait of a second is over";
 }
 
+TEST_F(EventListener, is_woken_by_a_stop_that_comes_just_before_its_wait)
+{
+    EventService service;
+    std::atomic<bool> isAboutToWait{false};
+    const WithSystemCalls calls{{.poll = [&](pollfd *, nfds_t, int milliseconds) {
+        if (milliseconds == 1000 && !isAboutToWait.exchange(true)) {
+            std::this_thread::sleep_for(60ms);  // the stop's first signal is over when this returns
+        }
+        return support::kPass;
+    }}};
+    Listening listening;
+    ASSERT_TRUE(service.accept());
+    ASSERT_TRUE(eventually([&] { return isAboutToWait.load(); }));
+    const auto began = Clock::now();
+    EXPECT_EQ(listening.stop(), 1);
+    EXPECT_LE(Clock::now() - began, 500ms) << "well before its wait of a second is over";
+    EXPECT_TRUE(isFree());
+}
+
 TEST_F(EventListener, may_be_activated_again_at_once)
 {
     EventService service;

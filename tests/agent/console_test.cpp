@@ -3,9 +3,9 @@
 
 #include "support/failing_allocations.h"
 #include "support/syslog_capture.h"
+#include "support/system_calls.h"
 
 #include <cerrno>
-#include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -17,14 +17,17 @@
 #include <memory>
 #include <string>
 #include <sys/ioctl.h>
-#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <syslog.h>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
 using support::LogLine;
 using support::SyslogCapture;
+using testing::AnyOf;
+using testing::Each;
 using testing::ElementsAre;
 
 class SysfsFile : public testing::Test {
@@ -107,6 +110,56 @@ TEST_F(SysfsFile, without_memory_for_the_line_ends_the_process)
         testing::ExitedWithCode(1), "");
 }
 
+/// Whichever allocation it is: the line can not be kept, or the file is none that can be read.
+TEST_F(SysfsFile, ends_the_process_or_can_not_be_read_where_memory_runs_out)
+{
+    if (const char *const reason = support::FailingAllocations::unavailable()) {
+        GTEST_SKIP() << reason;
+    }
+    constexpr int kEnded = 1;
+    constexpr int kNone = 2;
+    constexpr int kRead = 3;
+    put("panel/name", "first\n");
+    std::vector<int> outcomes;
+    do {
+        const auto status = [&](int waited) {
+            outcomes.push_back(WIFEXITED(waited) ? WEXITSTATUS(waited) : -1);
+            return true;
+        };
+        EXPECT_EXIT(
+            {
+                const support::FailingAllocations failing(static_cast<int>(outcomes.size()));
+                std::exit(sysfsfile(root_.c_str(), "panel", "name") == nullptr ? kNone : kRead);
+            },
+            status, "");
+    } while (outcomes.back() != kRead && outcomes.size() < 20);
+    ASSERT_GE(outcomes.size(), 3U);
+    EXPECT_EQ(outcomes.back(), kRead);
+    outcomes.pop_back();
+    EXPECT_EQ(outcomes.back(), kEnded) << "the line's own memory is the last that is asked for";
+    EXPECT_THAT(outcomes, Each(AnyOf(kEnded, kNone)));
+}
+
+TEST_F(SysfsFile, keeps_its_placeholder_where_memory_for_the_entry_runs_out)
+{
+    if (const char *const reason = support::FailingAllocations::unavailable()) {
+        GTEST_SKIP() << reason;
+    }
+    put("an entry with a name too long to be kept without memory", "");
+    char path[600];
+    std::strcpy(path, (root_ + "/*").c_str());
+    const std::string before = path;
+    for (int granted = 0; granted < 2; ++granted) {  // to open the folder takes one
+        {
+            const support::FailingAllocations failing(granted);
+            sysfssubst(path);
+        }
+        EXPECT_EQ(path, before);
+    }
+    sysfssubst(path);
+    EXPECT_NE(path, before);
+}
+
 TEST_F(SysfsFile, has_its_placeholder_replaced_in_place)
 {
     put("only/x", "");
@@ -171,13 +224,9 @@ struct PlayedConsole {
     bool refusesMode = false;
     int shiftQuestion = 0;
 };
-PlayedConsole *playedConsole = nullptr;
 
 class ConsoleThatIs : public testing::Test {
 protected:
-    void SetUp() override { playedConsole = &console; }
-    void TearDown() override { playedConsole = nullptr; }
-
     void expectMode(char mode, short release, short acquire) const
     {
         EXPECT_EQ(console.mode.mode, mode);
@@ -189,6 +238,32 @@ protected:
 
     PlayedConsole console;
     const SyslogCapture capture;
+
+private:
+    int answer(int fd, unsigned long request, void *argument)
+    {
+        if (fd != STDIN_FILENO) {
+            return support::kPass;
+        }
+        switch (request) {
+        case VT_GETMODE: std::memcpy(argument, &console.mode, sizeof console.mode); return 0;
+        case VT_SETMODE:
+            if (console.refusesMode) {
+                errno = EPERM;
+                return -1;
+            }
+            std::memcpy(&console.mode, argument, sizeof console.mode);
+            return 0;
+        case TIOCLINUX:
+            console.shiftQuestion = *static_cast<char *>(argument);
+            *static_cast<char *>(argument) = console.shiftState;
+            return 0;
+        default: errno = ENOTTY; return -1;
+        }
+    }
+
+    const support::WithSystemCalls calls_{
+        {.ioctl = [this](int fd, unsigned long request, void *argument) { return answer(fd, request, argument); }}};
 };
 
 TEST_F(ConsoleThatIs, is_asked_before_it_is_taken)
@@ -238,30 +313,3 @@ TEST(ViewerErrors, have_their_texts)
 }
 
 }  // namespace
-
-/// The library's questions to the console on standard input, in the place of the C library's.
-extern "C" __attribute__((visibility("default"))) int ioctl(int fd, unsigned long request, ...) noexcept
-{
-    va_list arguments;
-    va_start(arguments, request);
-    void *const argument = va_arg(arguments, void *);
-    va_end(arguments);
-    if (playedConsole == nullptr || fd != STDIN_FILENO) {
-        return static_cast<int>(syscall(SYS_ioctl, fd, request, argument));
-    }
-    switch (request) {
-    case VT_GETMODE: std::memcpy(argument, &playedConsole->mode, sizeof playedConsole->mode); return 0;
-    case VT_SETMODE:
-        if (playedConsole->refusesMode) {
-            errno = EPERM;
-            return -1;
-        }
-        std::memcpy(&playedConsole->mode, argument, sizeof playedConsole->mode);
-        return 0;
-    case TIOCLINUX:
-        playedConsole->shiftQuestion = *static_cast<char *>(argument);
-        *static_cast<char *>(argument) = playedConsole->shiftState;
-        return 0;
-    default: errno = ENOTTY; return -1;
-    }
-}

@@ -8,7 +8,9 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
+#include <fcntl.h>
 #include <optional>
+#include <string_view>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
@@ -60,6 +62,10 @@ constexpr Error kReadErrors[] = {error("EIO", EIO),
                                  error("EINTR", EINTR),
                                  {.name = "end", .kind = kNothing},
                                  {.name = "one byte at a time", .kind = kOneByte}};
+constexpr Error kWriteErrors[] = {
+    error("ENOSPC", ENOSPC), error("EIO", EIO), error("EINTR", EINTR), {.name = "one byte", .kind = kOneByte}};
+constexpr Error kConsoleErrors[] = {error("ENOTTY", ENOTTY), error("EPERM", EPERM), error("EBADF", EBADF)};
+constexpr Error kSemaphoreInitErrors[] = {error("ENOSYS", ENOSYS)};
 constexpr Error kStreamErrors[] = {error("EIO", EIO)};
 constexpr Error kNameErrors[] = {error("EFAULT", EFAULT), error("ENAMETOOLONG", ENAMETOOLONG)};
 constexpr Error kSelectErrors[] = {error("EINTR", EINTR), error("ENOMEM", ENOMEM), {.name = "time-out", .kind = kNothing}};
@@ -91,12 +97,16 @@ constexpr std::array<Kind, kCalls> kKinds = {{{"socket", kSocketErrors},
                                               {"open", kOpenErrors},
                                               {"fstat", kFstatErrors},
                                               {"read", kReadErrors},
+                                              {"write", kWriteErrors},
+                                              {"ioctl", kConsoleErrors},
                                               {"fopen", kOpenErrors},
                                               {"fgets", kStreamErrors},
                                               {"opendir", kOpenErrors},
                                               {"readdir", kStreamErrors},
                                               {"gethostname", kNameErrors},
                                               {"select", kSelectErrors},
+                                              {"sigaction", kInvalid},
+                                              {"sem_init", kSemaphoreInitErrors},
                                               {"sem_timedwait", kSemaphoreErrors},
                                               {"clock_nanosleep", kInterrupted},
                                               {"close", kCloseErrors},
@@ -137,8 +147,11 @@ int answerTo(Call call)
     if (failure == nullptr) {
         return support::kPass;
     }
+    if (failure->kind == kNothing) {
+        return 0;
+    }
     errno = failure->number;
-    return failure->kind == kNothing ? 0 : -1;
+    return -1;
 }
 
 bool failsWithNull(Call call)
@@ -245,6 +258,34 @@ ssize_t sendAnswer(int fd, const void *bytes, std::size_t /*length*/, int flags)
     return -1;
 }
 
+ssize_t writeAnswer(int fd, const void *bytes, std::size_t /*length*/)
+{
+    const Error *const failure = take(Call::write);
+    if (failure == nullptr) {
+        return support::kPass;
+    }
+    if (failure->kind == kOneByte) {
+        return syscall(SYS_write, fd, bytes, 1);
+    }
+    errno = failure->number;
+    return -1;
+}
+
+int openAnswer(const char *path, int flags, mode_t mode)
+{
+    const int answer = answerTo(Call::open);
+    if (answer == support::kPass && support::calledByLibrary() && std::string_view(path) == "/user/traceIt.log") {
+        return openat(AT_FDCWD, kTraceFile, flags, mode);
+    }
+    return answer;
+}
+
+int ioctlAnswer()
+{
+    const int answer = answerTo(Call::ioctl);
+    return answer == support::kPass && support::calledByLibrary() ? 0 : answer;
+}
+
 /// Every pause is shorter by this, so that hundreds of journeys fit into a minute.
 constexpr int kHaste = 250;
 
@@ -256,7 +297,7 @@ int sleepAnswer(const timespec *time)
     if (const Error *const failure = take(Call::clockNanosleep)) {
         return failure->number;  // the one of these calls that returns it
     }
-    constexpr std::chrono::nanoseconds kShortest = 200us;  // waits that count their pauses still give others time
+    constexpr std::chrono::nanoseconds kShortest = 1ms;  // waits that count such pauses last as long as ever
     const std::chrono::nanoseconds whole = std::chrono::seconds(time->tv_sec) + std::chrono::nanoseconds(time->tv_nsec);
     std::this_thread::sleep_for(std::max(kShortest, whole / kHaste));
     return 0;
@@ -313,7 +354,7 @@ support::SystemCalls faults::standIns()
             .accept4 = [](int) { return answerTo(Call::accept4); },
             .poll = pollAnswer,
             .select = [](timeval *) { return answerTo(Call::select); },
-            .open = [](const char *, int, mode_t) { return answerTo(Call::open); },
+            .open = openAnswer,
             .connect = connectAnswer,
             .recv = recvAnswer,
             .send = sendAnswer,
@@ -326,7 +367,11 @@ support::SystemCalls faults::standIns()
             .close = closeAnswer,
             .fstat = [](int) { return answerTo(Call::fstat); },
             .read = readAnswer,
+            .write = writeAnswer,
+            .ioctl = [](int, unsigned long, void *) { return ioctlAnswer(); },
+            .sigaction = [](int) { return answerTo(Call::sigaction); },
             .clockNanosleep = sleepAnswer,
+            .semInit = [] { return answerTo(Call::semInit); },
             .semTimedwait = [] { return answerTo(Call::semTimedwait); },
             .gethostname = [] { return answerTo(Call::gethostname); },
             .fopenFails = [](const char *) { return failsWithNull(Call::fopen); },

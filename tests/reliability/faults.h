@@ -30,12 +30,16 @@ enum class Call : std::size_t {
     open,
     fstat,
     read,
+    write,
+    ioctl,
     fopen,
     fgets,
     opendir,
     readdir,
     gethostname,
     select,
+    sigaction,
+    semInit,
     semTimedwait,
     clockNanosleep,
     close,
@@ -72,9 +76,13 @@ struct Fault {
     Error error;
 };
 
+/// Where the trace file of a journey is.
+inline constexpr const char *kTraceFile = "/tmp/kvo_hws/traceIt.log";
+
 namespace faults {
 
-/// To be in place while journeys run; also shortens the library's pauses.
+/// To be in place while journeys run; also shortens the library's pauses, leads its trace file elsewhere, and makes standard
+/// input a console.
 support::SystemCalls standIns();
 
 /// Begins a journey without a fault, or with one.

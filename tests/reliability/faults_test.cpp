@@ -247,7 +247,7 @@ protected:
     {
         for (const Site &site : sites) {
             // How often the library pauses depends on time: its first pause stands for the others, where there is one.
-            const bool isPause = site.call == Call::clockNanosleep;
+            const bool isPause = site.call == Call::clockNanosleep || site.call == Call::select;
             if (isPause && site.number > 1) {
                 continue;
             }

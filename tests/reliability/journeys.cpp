@@ -24,8 +24,10 @@ const std::vector<JourneyKind> &journeys()
          {"caller", "listener"},
          makeEmbeddedEvents},
         {"configuration", "`ReadConfFile` and the accessors", {"caller"}, makeConfiguration},
-        {"notifications", "`WaitNotify` and `WaitReceivedNotify`", {"caller"}, makeNotifications},
+        {"notifications", "`ActivateNotify`, `WaitNotify` and `WaitReceivedNotify`", {"caller"}, makeNotifications},
         {"first_line", "`sysfsfile` through a \"*\"", {"caller"}, makeFirstLine, true},
+        {"traces", "`traceXmalloc` and `traceFree`", {"caller"}, makeTraces},
+        {"console", "`enable_vt_control` and `get_shiftstate` on a console", {"caller"}, makeConsole},
     };
     return all;
 }

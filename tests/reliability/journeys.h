@@ -42,5 +42,7 @@ std::unique_ptr<Journey> makeEmbeddedEvents();
 std::unique_ptr<Journey> makeConfiguration();
 std::unique_ptr<Journey> makeNotifications();
 std::unique_ptr<Journey> makeFirstLine();
+std::unique_ptr<Journey> makeTraces();
+std::unique_ptr<Journey> makeConsole();
 
 }  // namespace reliability

@@ -1,4 +1,4 @@
-// What needs no service: the configuration, notifications, and the first line of a file.
+// What needs no service: the configuration, notifications, the first line of a file, traces, and the console.
 #include "reliability/journeys.h"
 
 #include "reliability/surroundings.h"
@@ -7,8 +7,12 @@
 #include <kvo_hws/config.h>
 #include <kvo_hws/runtime.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <semaphore.h>
 #include <string>
 
@@ -56,14 +60,17 @@ class Notifications : public Journey {
 public:
     void travel(Run &run) override
     {
+        run.step("ActivateNotify", {0, -1}, [] { return ActivateNotify(); });
         Notify *record = nullptr;
         run.step("CreateNotify", {0, -1}, [&] { return CreateNotify(&record); });
         if (record != nullptr) {
             run.step("WaitNotify", {0, -3}, [&] { return WaitNotify(record, 1); });
         }
         run.step("DeleteNotify", {0}, [&] { return DeleteNotify(&record); });
-        sem_t semaphore;
-        run.step("InitReceivedNotify", {0}, [&] { return InitReceivedNotify(&semaphore); });
+        sem_t semaphore{};
+        if (run.step("InitReceivedNotify", {0, -1}, [&] { return InitReceivedNotify(&semaphore); }) != 0) {
+            return;
+        }
         NotifyReceived(&semaphore);
         run.step("WaitReceivedNotify", {1, 0, -1}, [&] { return WaitReceivedNotify(&semaphore, 0); });
         run.step("DeleteReceivedNotify", {0}, [&] { return DeleteReceivedNotify(&semaphore); });
@@ -85,10 +92,46 @@ private:
     Folder folder_;
 };
 
+class Traces : public Journey {
+public:
+    void travel(Run &run) override
+    {
+        std::filesystem::remove(kTraceFile);
+        void *block = nullptr;
+        run.step("traceXmalloc", {0}, [&] {
+            block = traceXmalloc(16, "journey", 7);
+            return 0;
+        });
+        run.note("block", block == nullptr ? "null" : "allocated");
+        run.step("traceFree", {0}, [&] {
+            traceFree(block, "journey", 8);
+            return 0;
+        });
+        std::ifstream file(kTraceFile);
+        const auto lines = std::count(std::istreambuf_iterator<char>(file), {}, '\n');
+        run.note("lines", std::to_string(lines));
+        std::filesystem::remove(kTraceFile);
+    }
+};
+
+class Console : public Journey {
+public:
+    void travel(Run &run) override
+    {
+        run.step("enable_vt_control", {0}, [] {
+            enable_vt_control(1);
+            return 0;
+        });
+        run.step("get_shiftstate", {6}, [] { return get_shiftstate(); });
+    }
+};
+
 }  // namespace
 
 std::unique_ptr<Journey> makeConfiguration() { return std::make_unique<Configuration>(); }
 std::unique_ptr<Journey> makeNotifications() { return std::make_unique<Notifications>(); }
 std::unique_ptr<Journey> makeFirstLine() { return std::make_unique<FirstLine>(); }
+std::unique_ptr<Journey> makeTraces() { return std::make_unique<Traces>(); }
+std::unique_ptr<Journey> makeConsole() { return std::make_unique<Console>(); }
 
 }  // namespace reliability

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
@@ -15,6 +16,7 @@
 #include <mutex>
 #include <semaphore.h>
 #include <string_view>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -307,12 +309,46 @@ ssize_t read(int fd, void *bytes, std::size_t length)
         __builtin_return_address(0), &support::SystemCalls::read, [=] { return system(fd, bytes, length); }, fd, bytes, length);
 }
 
+ssize_t write(int fd, const void *bytes, std::size_t length)
+{
+    static auto *const system = support::original<ssize_t(int, const void *, std::size_t)>("write");
+    return support::ask(
+        __builtin_return_address(0), &support::SystemCalls::write, [=] { return system(fd, bytes, length); }, fd, bytes,
+        length);
+}
+
+int ioctl(int fd, unsigned long request, ...) noexcept
+{
+    static auto *const system = support::original<int(int, unsigned long, ...)>("ioctl");
+    va_list arguments;
+    va_start(arguments, request);
+    void *const argument = va_arg(arguments, void *);  // as wide as any that there is
+    va_end(arguments);
+    return support::ask(
+        __builtin_return_address(0), &support::SystemCalls::ioctl, [=] { return system(fd, request, argument); }, fd, request,
+        argument);
+}
+
+int sigaction(int signal, const struct sigaction *action, struct sigaction *before) noexcept
+{
+    static auto *const system = support::original<int(int, const struct sigaction *, struct sigaction *)>("sigaction");
+    return support::ask(
+        __builtin_return_address(0), &support::SystemCalls::sigaction, [=] { return system(signal, action, before); }, signal);
+}
+
 int clock_nanosleep(clockid_t clock, int flags, const timespec *time, timespec *left)
 {
     static auto *const system = support::original<int(clockid_t, int, const timespec *, timespec *)>("clock_nanosleep");
     return support::ask(
         __builtin_return_address(0), &support::SystemCalls::clockNanosleep, [=] { return system(clock, flags, time, left); },
         time);
+}
+
+int sem_init(sem_t *semaphore, int shared, unsigned value) noexcept
+{
+    static auto *const system = support::original<int(sem_t *, int, unsigned)>("sem_init");
+    return support::ask(__builtin_return_address(0), &support::SystemCalls::semInit,
+                        [=] { return system(semaphore, shared, value); });
 }
 
 int sem_timedwait(sem_t *semaphore, const timespec *deadline)

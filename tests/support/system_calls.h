@@ -35,7 +35,11 @@ struct SystemCalls {
     std::function<int(int fd)> close{};
     std::function<int(int fd)> fstat{};
     std::function<ssize_t(int fd, void *bytes, std::size_t length)> read{};
+    std::function<ssize_t(int fd, const void *bytes, std::size_t length)> write{};
+    std::function<int(int fd, unsigned long request, void *argument)> ioctl{};
+    std::function<int(int signal)> sigaction{};
     std::function<int(const timespec *time)> clockNanosleep{};
+    std::function<int()> semInit{};
     std::function<int()> semTimedwait{};
     std::function<int()> gethostname{};
 

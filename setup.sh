@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
 # Installs what building, testing and measuring need on Debian 12, unless it is there already. Used by the other scripts.
+# "./setup.sh m32" (or armhf, aarch64, coverage, lint, manuals, package) installs what that one needs besides.
 set -euo pipefail
 
 packages=(
@@ -8,7 +9,23 @@ packages=(
     libgtest-dev libgmock-dev libbenchmark-dev
     clang libclang-rt-14-dev  # for the fuzzers
     abigail-tools             # compares the binary interface
+    python3                   # holds pages of docs/ to what they say
+    python3-pytest mypy       # for the Python module
 )
+declare -A besides=(
+    [release]="doxygen mandoc zsh fish"  # for the tests of the manuals and completions
+    [armhf]="g++-arm-linux-gnueabihf qemu-user googletest"
+    [aarch64]="g++-aarch64-linux-gnu qemu-user googletest"
+    [m32]="g++-12-multilib googletest"
+    [coverage]="gcovr"
+    [lint]="clang-tidy cppcheck"
+    [manuals]="doxygen mandoc zsh fish"
+    [package]="debhelper dh-python doxygen dpkg-dev debootstrap lintian pybuild-plugin-pyproject python3-all python3-setuptools"
+)
+for purpose in "$@"; do
+    read -ra more <<<"${besides[$purpose]-}"
+    packages+=("${more[@]}")
+done
 
 missing=()
 for package in "${packages[@]}"; do

@@ -1,10 +1,12 @@
 #!/usr/bin/env bash
 # Sets everything up and passes the tests: as shipped; all but kvoctl's under the address and undefined-behaviour sanitizers; what
 # runs threads under the thread sanitizer; then the fuzzers, for a few seconds each. "./test.sh release" (or asan, tsan, fuzz)
-# runs one of the four. kvoctl's under the first sanitizers: cmake --preset asan -DKVO_BUILD_KVOCTL=ON, and so on.
+# runs one of the four, "./test.sh m32" everything as 32-bit programs, "./test.sh armhf aarch64" the library's own tests as programs
+# for both kinds of Arm, emulated. kvoctl's under the first sanitizers: cmake --preset asan -DKVO_BUILD_KVOCTL=ON, and so on.
 set -euo pipefail
 cd "$(dirname "$0")"
-./setup.sh
+[ $# -gt 0 ] || set -- release asan tsan fuzz
+./setup.sh "$@"
 
 target_of() { # PRESET
     case $1 in
@@ -30,7 +32,6 @@ run_tests() { # PRESET
     esac
 }
 
-[ $# -gt 0 ] || set -- release asan tsan fuzz
 start_build "$1"
 trap '[ -z "$building" ] || kill "$building" 2>/dev/null || true' EXIT
 while [ $# -gt 0 ]; do

@@ -128,12 +128,13 @@ void sysfssubst(char *path) noexcept
     }
     char *const star = path + length - 1;
     *star = '\0';
+    std::string entry;
     try {
-        const std::string entry = firstEntry(path);
-        std::strcpy(star, entry.empty() ? "*" : entry.c_str());
+        entry = firstEntry(path);
     } catch (const std::exception &) {
-        std::strcpy(star, "*");
+        // Without memory there is as little to put there as without an entry.
     }
+    std::strcpy(star, entry.empty() ? "*" : entry.c_str());  // NOLINT(*.strcpy): the interface gives no size
 }
 
 void enable_vt_control(int on) noexcept

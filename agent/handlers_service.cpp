@@ -274,7 +274,8 @@ void handle_set_usb_lock(HmiSession *session, const char *tag, char *argument) n
     const Call call(session, tag);
     unsigned first = 0;
     unsigned second = 0;
-    if (!call.accepts(std::sscanf(argument, "%u:%u", &first, &second) == 2 && first <= 1)) {
+    const int read = std::sscanf(argument, "%u:%u", &first, &second);  // NOLINT(cert-err34-c): as it has always read them
+    if (!call.accepts(read == 2 && first <= 1)) {
         return;
     }
     const Dotted station(focus());

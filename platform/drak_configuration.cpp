@@ -78,14 +78,16 @@ int applyFile(const char *name)
 }  // namespace
 
 int read_conf(void *block[4]) noexcept
-try {
+{
     if (keywords == nullptr) {
         return -1;
     }
-    applyDefaults();
-    return block == nullptr || block[0] == nullptr ? -1 : applyFile(static_cast<const char *>(block[0]));
-} catch (...) {
-    return -1;  // out of memory, or a line that does not fit in it
+    try {
+        applyDefaults();
+        return block == nullptr || block[0] == nullptr ? -1 : applyFile(static_cast<const char *>(block[0]));
+    } catch (...) {
+        return -1;  // out of memory, or a line that does not fit in it
+    }
 }
 
 int read_str(const char *value, void *destination) noexcept

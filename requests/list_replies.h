@@ -18,7 +18,7 @@ template <class Record>
 void clearList(Record *list, uint32_t capacity) noexcept
 {
     if (capacity != 0) {
-        std::memset(list, 0, std::size_t{capacity} * sizeof(Record));
+        std::memset(list, 0, std::size_t{capacity} * sizeof(Record));  // NOLINT(*.NonNull*): a null one has been refused
     }
 }
 

@@ -90,7 +90,7 @@ int32_t KVO_HWS_getClientList(KvoClientEntry *array, uint32_t *count, unsigned l
     const bool noArray = count == nullptr || (*count != 0 && array == nullptr);
     Request request("get client list");
     request.refuse(noArray, KVO_HWS_NULL_POINTER, {"null pointer received"})
-        .prepare([=] { kvo_hws::clearList(array, *count); })
+        .prepare([=] { kvo_hws::clearList(array, *count); })  // NOLINT(*.NullDereference): a null one has been refused
         .send("getClientList 0 %lX", flags);
     return kvo_hws::takeList(request, count,
                              [=](uint32_t *found, const char *text) { return ConvertText2KVOClientArray(found, array, text); });

@@ -41,7 +41,9 @@ int32_t KVO_HWS_getDescriptionList(KvoDescription *list, uint32_t *count) noexce
 {
     constexpr const char *kLabel = "get KVO description list";
     Request counting(kLabel, kCountExchange);
-    counting.needs(list, count).prepare([=] { clearList(list, *count); }).send("getCountElemDL");
+    counting.needs(list, count)
+        .prepare([=] { clearList(list, *count); })  // NOLINT(*.NullDereference): needs() has refused a null one
+        .send("getCountElemDL");
     if (const int32_t counted = takeCount(counting, count, true); counted != KVO_HWS_OK) {
         return counted;
     }

@@ -59,12 +59,12 @@ int32_t KVO_HWS_getDLLVersion(char *buffer, unsigned *size) noexcept
     return Request("get KVO HWS DLL version")
         .needs(buffer, size)
         .answer([=]() -> Answer {
-            if (*size <= kLibraryVersion.size()) {
+            if (*size <= kLibraryVersion.size()) {  // NOLINT(*.NullDereference): needs() has refused a null one
                 // Callers size their buffer by this 12; the text needs 13.
                 *size = kLibraryVersion.size();
                 return {KVO_HWS_FAILED, "not enough memory"};
             }
-            std::memcpy(buffer, kLibraryVersion.data(), kLibraryVersion.size() + 1);
+            std::memcpy(buffer, kLibraryVersion.data(), kLibraryVersion.size() + 1);  // NOLINT(*.NonNull*): the same
             return {KVO_HWS_OK};
         })
         .result();

@@ -19,17 +19,19 @@
 
 KVO_HWS_BEGIN_DECLS
 
-/* ---- Records ---- */
+/** @defgroup kvo_hws_agent The agent
+ *  @{
+ */
 
 typedef struct HmiServer HmiServer;
 
 /** A connection to a remote hardware service. */
 typedef struct HmiSession {
-    uint32_t reserved0;
-    HmiServer *server;
-    uint32_t reserved1;
-    uint32_t display; /**< session number, 0 to 9 */
-    uint32_t reserved2[2];
+    uint32_t reserved0;      /**< not used */
+    HmiServer *server;       /**< the service at its other end */
+    uint32_t reserved1;      /**< not used */
+    uint32_t display;        /**< session number, 0 to 9 */
+    uint32_t reserved2[2];   /**< not used */
     uint32_t keyFlags;       /**< 2: NumLock is disabled, 4: CapsLock is disabled */
     int32_t socket;          /**< -1 while closed */
     uint32_t connected;      /**< 1 after the first connection */
@@ -41,32 +43,32 @@ typedef struct HmiSession {
 
 /** A remote hardware service. */
 struct HmiServer {
-    uint32_t reserved[2];
-    uint32_t address; /**< as inet_aton stores it */
-    char *name;       /**< heap text set by "servername=", else null */
-    uint32_t reserved2;
-    HmiSession *session;
+    uint32_t reserved[2]; /**< not used */
+    uint32_t address;     /**< as inet_aton stores it */
+    char *name;           /**< heap text set by "servername=", else null */
+    uint32_t reserved2;   /**< not used */
+    HmiSession *session;  /**< its connection */
 };
 
 /** The agent. There is one; gEmbKvoInst points to it. */
 typedef struct EmbKvoInst {
-    uint32_t running;    /**< 1 while the connection thread runs */
-    uint32_t stop;       /**< not 0: it is to end */
-    uint32_t focusKvoIp; /**< as inet_aton stores it */
-    char focusKvoName[128];
+    uint32_t running;        /**< 1 while the connection thread runs */
+    uint32_t stop;           /**< not 0: it is to end */
+    uint32_t focusKvoIp;     /**< as inet_aton stores it */
+    char focusKvoName[128];  /**< the station in focus by its name */
     uint32_t remoteKvoHwsIp; /**< as inet_aton stores it */
-    uint32_t remoteSession;
-    uint32_t reserved[3];
-    uint32_t kvoIndex;
-    uint32_t mcpFlag;
-    uint32_t channelOnFocus;
-    char screenOnFocus[128];
-    uint32_t suspendLock;
-    uint32_t suspendPrio;
-    uint32_t startupActive;
-    uint32_t startupPrio;
-    HmiSession session;
-    HmiServer server;
+    uint32_t remoteSession;  /**< session number, as it was given */
+    uint32_t reserved[3];    /**< not used */
+    uint32_t kvoIndex;       /**< the KVO index that is told */
+    uint32_t mcpFlag;        /**< not 0: the station in focus has a machine control panel */
+    uint32_t channelOnFocus; /**< the channel that is told */
+    char screenOnFocus[128]; /**< the screen that is told */
+    uint32_t suspendLock;    /**< the suspend lock that is told */
+    uint32_t suspendPrio;    /**< the suspend priority that is told */
+    uint32_t startupActive;  /**< whether it becomes active at start */
+    uint32_t startupPrio;    /**< its priority then */
+    HmiSession session;      /**< the connection */
+    HmiServer server;        /**< its other end */
 } EmbKvoInst;
 
 /** The host's function for commands that only the host can carry out. Called on the connection thread, one command at a
@@ -90,11 +92,9 @@ typedef void (*CmdHandler)(HmiSession *session, const char *tag, char *argument)
 
 /** A command: a keyword that ends in "=" is followed by an argument. */
 typedef struct HwsCommand {
-    const char *keyword;
-    CmdHandler handler;
+    const char *keyword; /**< as it comes, in any case of letters */
+    CmdHandler handler;  /**< answers it */
 } HwsCommand;
-
-/* ---- The agent's life ---- */
 
 /** The agent, which is also its handle. */
 extern KVO_HWS_API EmbKvoInst *gEmbKvoInst;
@@ -158,21 +158,26 @@ KVO_HWS_API void *embHwsClientThread(void *instance) KVO_HWS_NOEXCEPT;
  */
 KVO_HWS_API void hmi_close_x(HmiSession *session) KVO_HWS_NOEXCEPT;
 
-/* ---- What the agent tells: written when it starts, from its parameters. A program that reads or writes a word of it while
- * the agent runs does so atomically; the texts it leaves alone, but in its callback and while no agent runs. ---- */
+/** @} */
+
+/** @defgroup kvo_hws_agent_values What the agent tells
+ *  Written when it starts, from its parameters. A program that reads or writes a word of it while the agent runs does so
+ *  atomically; the texts it leaves alone, but in its callback and while no agent runs.
+ *  @{
+ */
 
 /** The station in focus as inet_aton stores it; 0 where none is. Where it starts as 0, the station is looked up by
  *  gFocusName.
  */
 extern KVO_HWS_API uint32_t gFocusKvoIp;
-extern KVO_HWS_API uint32_t gKvoIndex;        /**< also set by "set-kvoindex=" */
-extern KVO_HWS_API uint32_t gMcpLikeFocusKvo; /**< not 0: the station in focus has a machine control panel */
-extern KVO_HWS_API char gScreenOnFocus[261];
-extern KVO_HWS_API uint32_t gChannelOnFocus;
-extern KVO_HWS_API uint32_t gStartupActive;
-extern KVO_HWS_API uint32_t gStartupPrio;
-extern KVO_HWS_API uint32_t gSuspendLock;
-extern KVO_HWS_API uint32_t gSuspendPrio;
+extern KVO_HWS_API uint32_t gKvoIndex;          /**< also set by "set-kvoindex=" */
+extern KVO_HWS_API uint32_t gMcpLikeFocusKvo;   /**< not 0: the station in focus has a machine control panel */
+extern KVO_HWS_API char gScreenOnFocus[261];    /**< the screen on focus */
+extern KVO_HWS_API uint32_t gChannelOnFocus;    /**< the channel on focus */
+extern KVO_HWS_API uint32_t gStartupActive;     /**< whether it becomes active at start */
+extern KVO_HWS_API uint32_t gStartupPrio;       /**< its priority then */
+extern KVO_HWS_API uint32_t gSuspendLock;       /**< its suspend lock */
+extern KVO_HWS_API uint32_t gSuspendPrio;       /**< its suspend priority */
 extern KVO_HWS_API char gHostname[260];         /**< the agent's name, "EmbKVO_" and the hardware address */
 extern KVO_HWS_API char gFocusName[260];        /**< the program's to set: the station in focus, where gFocusKvoIp is 0 */
 extern KVO_HWS_API EmbCmdCallback gCmdCallback; /**< the host's callback, null where no agent is started */
@@ -182,7 +187,11 @@ extern KVO_HWS_API char *hws_channel_info;      /**< heap text set by "set-chann
 /** Held while a line is written to the remote service. */
 extern KVO_HWS_API pthread_mutex_t sGCriticalSectionEventSocket;
 
-/* ---- The line protocol ---- */
+/** @} */
+
+/** @defgroup kvo_hws_agent_lines The line protocol of the agent
+ *  @{
+ */
 
 /** The commands; the first that fits is taken. */
 extern KVO_HWS_API const HwsCommand cmds[60];
@@ -206,7 +215,12 @@ KVO_HWS_API void hmiconn_reply(int socket, const char *tag, const char *text, ..
  */
 KVO_HWS_API int hmiconn_indication(int socket, const char *text, ...) KVO_HWS_NOEXCEPT;
 
-/* ---- The handlers of the commands. Each writes exactly one reply; the replies stand in docs/remote-protocol.md. ---- */
+/** @} */
+
+/** @defgroup kvo_hws_agent_handlers The handlers of the agent's commands
+ *  Each writes exactly one reply; the replies stand in docs/remote-protocol.md.
+ *  @{
+ */
 
 /** "show-panel-size": width, height and colour depth of the station in focus. */
 KVO_HWS_API void handle_show_panel_size(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
@@ -331,7 +345,11 @@ KVO_HWS_API void handle_sync_times(HmiSession *session, const char *tag, char *a
 /** without a command of its own: asks KVO_HWS_getStationMetrics. */
 KVO_HWS_API void handle_get_display_dpi(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
 
-/* ---- The station in focus, and the console ---- */
+/** @} */
+
+/** @defgroup kvo_hws_focus_station The station in focus, and the console
+ *  @{
+ */
 
 /** Reads the station in focus: its description and its T2M2N text.
  *  Sets gFocusKvoIp to the address of the description. For one thread at a time, the agent's included.
@@ -385,7 +403,11 @@ extern KVO_HWS_API int32_t VNCERRNO;
 /** Does nothing; kept for programs that call it. */
 KVO_HWS_API void register_hws_servername(void) KVO_HWS_NOEXCEPT;
 
-/* ---- Events of embedded stations ---- */
+/** @} */
+
+/** @defgroup kvo_hws_embedded_events Events of embedded stations
+ *  @{
+ */
 
 /** The host's function for events. Called on the listener's thread; its arguments are valid until it returns.
  *  @param name  at most 19 characters
@@ -421,6 +443,8 @@ KVO_HWS_API int KVO_HWS_deactivateEmbKvoEvents(void) KVO_HWS_NOEXCEPT;
  *  @return null
  */
 KVO_HWS_API void *embKvoEventsThread(void *record) KVO_HWS_NOEXCEPT;
+
+/** @} */
 
 KVO_HWS_END_DECLS
 

@@ -35,67 +35,79 @@
 
 KVO_HWS_BEGIN_DECLS
 
+/** @defgroup kvo_hws_descriptions Station descriptions
+ *  @{
+ */
+
 /** A station, as a program sees it. */
 typedef struct KvoDescription {
     uint32_t address; /**< IPv4 address as a number, 0x0A000005 for 10.0.0.5; a registry list has it as inet_addr stores it */
-    char name[260];
-    uint32_t attr1, attr2, attr3;
+    char name[260];   /**< null-terminated */
+    uint32_t attr1, attr2, attr3; /**< attributes, the daemon's business */
 } KvoDescription;
 
 /** A station with its extended attributes. */
 typedef struct KvoDescriptionEx {
-    uint32_t address; /**< IPv4 address as a number: 0x0A000005 is 10.0.0.5 */
-    char name[260];
-    uint32_t attr1, attr2, attr3;
-    uint32_t extAttr1, extAttr2, extAttr3, extAttr4, extAttr5, extAttr6, extAttr7;
+    uint32_t address;             /**< IPv4 address as a number: 0x0A000005 is 10.0.0.5 */
+    char name[260];               /**< null-terminated */
+    uint32_t attr1, attr2, attr3; /**< attributes, the daemon's business */
+    uint32_t extAttr1, extAttr2, extAttr3, extAttr4, extAttr5, extAttr6, extAttr7; /**< extended attributes, likewise */
 } KvoDescriptionEx;
 
 /** A connected client, as a program sees it. */
 typedef struct KvoClientEntry {
-    uint32_t value;
-    char name[260];
+    uint32_t value; /**< the daemon's number for it */
+    char name[260]; /**< null-terminated */
 } KvoClientEntry;
 
 /** A station, as the daemon keeps it; the reserved members are the daemon's own and never touched. */
 typedef struct ConnectionEntry {
-    uint32_t reservedHead[4];
-    uint32_t address;
-    uint32_t reservedAddress;
-    char name[260];
-    uint32_t attr1, attr2, attr3;
-    uint32_t reservedMiddle[4];
-    uint32_t extAttr1;
-    uint32_t reservedExtended[2];
-    uint32_t extAttr2, extAttr3, extAttr4, extAttr5, extAttr6;
-    unsigned long extAttr7; /**< its low 32 bits are written */
-    uint32_t reservedTail[4];
+    uint32_t reservedHead[4];                                  /**< the daemon's own */
+    uint32_t address;                                          /**< IPv4 address as a number */
+    uint32_t reservedAddress;                                  /**< the daemon's own */
+    char name[260];                                            /**< null-terminated */
+    uint32_t attr1, attr2, attr3;                              /**< attributes */
+    uint32_t reservedMiddle[4];                                /**< the daemon's own */
+    uint32_t extAttr1;                                         /**< extended attribute */
+    uint32_t reservedExtended[2];                              /**< the daemon's own */
+    uint32_t extAttr2, extAttr3, extAttr4, extAttr5, extAttr6; /**< extended attributes */
+    unsigned long extAttr7;                                    /**< its low 32 bits are written */
+    uint32_t reservedTail[4];                                  /**< the daemon's own */
 } ConnectionEntry;
 
 /** A connected client, as the daemon keeps it. The name comes first here, on purpose: KvoClientEntry has it second. */
 typedef struct ConnectionClientEntry {
-    char name[260];
-    uint32_t value;
+    char name[260]; /**< null-terminated */
+    uint32_t value; /**< the daemon's number for it */
 } ConnectionClientEntry;
+
+/** @} */
+
+/** @defgroup kvo_hws_usb_texts USB event texts
+ *  The daemon's side writes, the library's side reads. Readers cut texts up in place. A field that is too long is cut to its
+ *  member, and fields read before a fault are stored. The keyword is taken for whatever it is.
+ *  @{
+ */
 
 /** A USB device, as the daemon keeps it. A text that fills its member needs no terminator. */
 typedef struct UsbDeviceSource {
     uint8_t reserved[16]; /**< the daemon's own, never looked at */
     char ipAddress[16];   /**< the station that reports the device, dotted */
-    char ident2[32];
-    char ident3[32];
-    uint32_t number1;
-    uint16_t id1;
-    uint16_t id2;
-    char text4[21];
-    uint8_t noText5; /**< not 0: text5 is sent as empty */
-    char text5[10];
-    char text6[40];
-    char text7[40];
-    uint8_t bytes[64];
-    uint32_t number2;
-    uint32_t state;   /**< what a change of state sends; a new device reports itself only at state 0 */
-    char text8[80];   /**< of a refused device only */
-    uint16_t number3; /**< of a refused device only */
+    char ident2[32];      /**< tells the devices of a station apart, together with ident3 */
+    char ident3[32];      /**< see ident2 */
+    uint32_t number1;     /**< number of the device */
+    uint16_t id1;         /**< of a new device */
+    uint16_t id2;         /**< of a new device */
+    char text4[21];       /**< text of the device */
+    uint8_t noText5;      /**< not 0: text5 is sent as empty */
+    char text5[10];       /**< text of the device */
+    char text6[40];       /**< text of a new device */
+    char text7[40];       /**< text of a new device */
+    uint8_t bytes[64];    /**< of a new device */
+    uint32_t number2;     /**< number of the device */
+    uint32_t state;       /**< what a change of state sends; a new device reports itself only at state 0 */
+    char text8[80];       /**< of a refused device only */
+    uint16_t number3;     /**< of a refused device only */
 } UsbDeviceSource;
 
 /** What the daemon knows of its callers; only the report bit is looked at. */
@@ -105,34 +117,34 @@ typedef struct UsbDaemonContext {
 
 /** A station, as the daemon keeps it for removals. */
 typedef struct UsbStationRecord {
-    uint32_t reserved;
-    uint32_t address; /**< IPv4 address as inet_aton stores it */
-    char text[260];   /**< the device text */
+    uint32_t reserved; /**< the daemon's own */
+    uint32_t address;  /**< IPv4 address as inet_aton stores it */
+    char text[260];    /**< the device text */
 } UsbStationRecord;
 
 /** A new device, as the older callback gets it; 264 bytes. */
 typedef struct UsbDeviceV1 {
-    char ipAddress[16];
-    char ident2[32];
-    char ident3[32];
-    uint32_t number1;
-    uint16_t id1;
-    uint16_t reserved; /**< never set */
-    char text4[21];
-    uint8_t noText5; /**< the caller's: not 0 keeps text5 from being stored */
-    char text5[10];
-    char text6[40];
-    char text7[40];
-    uint8_t bytes[64]; /**< of the daemon's texts of today only the first byte is set, to the low byte of id2 */
+    char ipAddress[16]; /**< the station, dotted */
+    char ident2[32];    /**< tells the devices of a station apart, together with ident3 */
+    char ident3[32];    /**< see ident2 */
+    uint32_t number1;   /**< number of the device */
+    uint16_t id1;       /**< of a new device */
+    uint16_t reserved;  /**< never set */
+    char text4[21];     /**< text of the device */
+    uint8_t noText5;    /**< the caller's: not 0 keeps text5 from being stored */
+    char text5[10];     /**< text of the device */
+    char text6[40];     /**< text of a new device */
+    char text7[40];     /**< text of a new device */
+    uint8_t bytes[64];  /**< of the daemon's texts of today only the first byte is set, to the low byte of id2 */
 } UsbDeviceV1;
 
 /** A new or refused device, as the newer callback gets it; 208 bytes, of which a refused one uses 204. */
 typedef struct UsbDeviceInfo {
-    char ipAddress[16];
-    char ident2[32];
-    char ident3[32];
-    char text4[22];
-    char text5[10];
+    char ipAddress[16]; /**< the station, dotted */
+    char ident2[32];    /**< tells the devices of a station apart, together with ident3 */
+    char ident3[32];    /**< see ident2 */
+    char text4[22];     /**< text of the device */
+    char text5[10];     /**< text of the device */
     __extension__ union {
         __extension__ struct {
             char text6[40]; /**< of a new device */
@@ -140,8 +152,8 @@ typedef struct UsbDeviceInfo {
         };
         char text8[80]; /**< of a refused device */
     };
-    uint32_t number1;
-    uint32_t number2;
+    uint32_t number1; /**< number of the device */
+    uint32_t number2; /**< number of the device */
     __extension__ union {
         uint32_t flagWord; /**< of a new device */
         uint16_t number3;  /**< of a refused device: the low 8 bits of what was sent */
@@ -151,20 +163,24 @@ typedef struct UsbDeviceInfo {
 
 /** A device that changed its state; 84 bytes. */
 typedef struct UsbStateInfo {
-    char ipAddress[16];
-    char ident2[32];
-    char ident3[32];
-    uint32_t state;
+    char ipAddress[16]; /**< the station, dotted */
+    char ident2[32];    /**< tells the devices of a station apart, together with ident3 */
+    char ident3[32];    /**< see ident2 */
+    uint32_t state;     /**< the device's new state */
 } UsbStateInfo;
 
 /** A device that was removed; 80 bytes. */
 typedef struct UsbRemoveInfo {
-    char ipAddress[16];
-    char ident2[32];
-    char ident3[32];
+    char ipAddress[16]; /**< the station, dotted */
+    char ident2[32];    /**< tells the devices of a station apart, together with ident3 */
+    char ident3[32];    /**< see ident2 */
 } UsbRemoveInfo;
 
-/* ---- Station descriptions ---- */
+/** @} */
+
+/** @addtogroup kvo_hws_descriptions
+ *  @{
+ */
 
 /** Writes a station list.
  *  @param count    number of entries
@@ -217,12 +233,17 @@ KVO_HWS_API uint32_t GetCountKVODescriptionsFromTextEx(const char *text) KVO_HWS
 /** The same as GetCountKVODescriptionsFromTextEx. */
 KVO_HWS_API uint32_t GetCountKVODescriptionsFromText(const char *text) KVO_HWS_NOEXCEPT;
 
-/* ---- USB devices: the daemon's side writes ---- */
+/** @} */
+
+/** @addtogroup kvo_hws_usb_texts
+ *  @{
+ */
 
 /** Writes the text of a new device.
  *  @param context  only its report bit is looked at
  *  @param device   the device
  *  @return the text, without a line feed and cut at 1023 characters, which the caller frees; null without memory
+ *
  *  The flag word is 08000000 while the report bit is set and the device's state is 0, else 00000000. It is another bit than
  *  the one that UsbDeviceInfo::flagBits tells, on purpose.
  */
@@ -237,12 +258,10 @@ KVO_HWS_API char *ConvertUSBDeviceCS2Cmd(const UsbDeviceSource *device) KVO_HWS_
 /** Writes the text of a removed device; result as of ConvertUSBDeviceNew2Cmd.
  *  @param station  its address goes as ipAddress, its text as ident2
  *  @param extra    goes as ident3
+ *
  *  Empty texts stay empty here, and such a text is refused by its reader.
  */
 KVO_HWS_API char *ConvertUSBDeviceRemove2Cmd(const UsbStationRecord *station, const char *extra) KVO_HWS_NOEXCEPT;
-
-/* ---- USB devices: the library's side reads. Texts are cut up in place. A field that is too long is cut to its member, and
- * fields read before a fault are stored. The keyword is taken for whatever it is. ---- */
 
 /** Reads a new device for the older callback.
  *  @param record  receives the fields, the caller having cleared it
@@ -250,6 +269,7 @@ KVO_HWS_API char *ConvertUSBDeviceRemove2Cmd(const UsbStationRecord *station, co
  *  @return 1; the first thing that is wrong: missing -1 keyword, -2 ipAddress, -3 ident2, -4 ident3, -5 text4, -6 text5, -7
  *  text6, -8 text7, -9 number1, -11 number2, -20 flag word, -18 id1, -13 the byte block; malformed -10 number1, -19
  *  number2, -17 flag word, -12 id1
+ *
  *  The field behind id1 is taken for the byte block, as it was before id2 came in between: the first byte is the low one of
  *  id2 and there are no others. Programs of that time rely on nothing else being set.
  */
@@ -259,6 +279,7 @@ KVO_HWS_API int ConvertCmd2USBDeviceNew(UsbDeviceV1 *record, char *text) KVO_HWS
  *  @return 1; the first thing that is wrong: missing -1 keyword, -2 ipAddress, -3 ident2, -4 ident3, -5 text4, -6 text5, -7
  *  text6, -8 text7, -9 number1, -11 number2, -20 flag word, -18 id1, -13 id2, -15 the byte block; malformed -10
  *  number1, -19 number2, -17 flag word, -12 id1, -14 id2
+ *
  *  What the byte block holds is not looked at: this record has no place for it.
  */
 KVO_HWS_API int ConvertCmd2USBDeviceNM(UsbDeviceInfo *record, char *text) KVO_HWS_NOEXCEPT;
@@ -266,6 +287,7 @@ KVO_HWS_API int ConvertCmd2USBDeviceNM(UsbDeviceInfo *record, char *text) KVO_HW
 /** Reads a refused device.
  *  @return 1; the first thing that is wrong: missing -1 keyword, -2 ipAddress, -3 ident2, -4 ident3, -5 text4, -6 text5, -7
  *  text8, -8 number1, -11 number2, -13 number3; malformed -10 number1, -12 number2, -14 number3
+ *
  *  What is of a new device alone, flagBits and the upper half of flagWord, stays as it is.
  */
 KVO_HWS_API int ConvertCmd2USBDeviceIM(UsbDeviceInfo *record, char *text) KVO_HWS_NOEXCEPT;
@@ -284,6 +306,8 @@ KVO_HWS_API int ConvertCmd2USBDeviceRemove(UsbRemoveInfo *record, char *text) KV
 
 /** Reads a removal for the newer callback; as ConvertCmd2USBDeviceRemove, but nothing is cleared. */
 KVO_HWS_API int ConvertCmd2USBDeviceRM(UsbRemoveInfo *record, char *text) KVO_HWS_NOEXCEPT;
+
+/** @} */
 
 KVO_HWS_END_DECLS
 

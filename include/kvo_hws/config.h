@@ -14,8 +14,17 @@
 
 KVO_HWS_BEGIN_DECLS
 
+/** @defgroup kvo_hws_config The configuration file
+ *  @{
+ */
+
 /** What a mode key says. */
-enum ConfMode { CONF_MODE_ALL = 0, CONF_MODE_VISIBLE = 1, CONF_MODE_NONE = 2, CONF_MODE_INVALID = 255 };
+enum ConfMode {
+    CONF_MODE_ALL = 0,      /**< "all" */
+    CONF_MODE_VISIBLE = 1,  /**< "visible" */
+    CONF_MODE_NONE = 2,     /**< "none" */
+    CONF_MODE_INVALID = 255 /**< none of these words */
+};
 
 /** The values of the configuration file. */
 typedef struct ConfData {
@@ -91,6 +100,8 @@ KVO_HWS_API int GetBacklightBrightnessMode(uint32_t *mode_out) KVO_HWS_NOEXCEPT;
  *  @return 0; -1 the file was not read ("no registry path available" at LOG_ERR)
  */
 KVO_HWS_API int GetRegistryPath(char *out) KVO_HWS_NOEXCEPT;
+
+/** @} */
 
 KVO_HWS_END_DECLS
 

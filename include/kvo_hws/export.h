@@ -4,11 +4,15 @@
 #ifndef KVO_HWS_EXPORT_H
 #define KVO_HWS_EXPORT_H
 
+/** Visible outside the shared library. */
 #define KVO_HWS_API __attribute__((visibility("default")))
 
 #ifdef __cplusplus
+/** No exception leaves the function. */
 #define KVO_HWS_NOEXCEPT noexcept
+/** Opens declarations of C linkage. */
 #define KVO_HWS_BEGIN_DECLS extern "C" {
+/** Closes them. */
 #define KVO_HWS_END_DECLS }
 #else
 #define KVO_HWS_NOEXCEPT

@@ -11,7 +11,9 @@
 
 KVO_HWS_BEGIN_DECLS
 
-/* ---- libpavo.so.1: the network adapters, platform texts, clock and threads ---- */
+/** @defgroup kvo_hws_platform libpavo.so.1: the network adapters, platform texts, clock and threads
+ *  @{
+ */
 
 /** Ids of platform texts. */
 enum PlatformMetric {
@@ -21,6 +23,7 @@ enum PlatformMetric {
 
 /** Reads a platform text.
  *  @return the text, which stays the platform's; null where the platform does not say
+ *
  *  Stand-in: the interface is KVO_PLATFORM_INTERFACE from the environment, else "eth0" where it exists, else the first
  *  interface that is up and no loopback, else "lo"; the configuration file is KVO_PLATFORM_CONFIG, else null.
  */
@@ -56,25 +59,30 @@ KVO_HWS_API uint64_t GetTickCount64(void) KVO_HWS_NOEXCEPT;
 /** The calling thread's number. */
 KVO_HWS_API unsigned long GetCurrentThreadId(void) KVO_HWS_NOEXCEPT;
 
-/* ---- libdrak.so: the configuration file reader ---- */
+/** @} */
+
+/** @defgroup kvo_hws_platform_config libdrak.so: the configuration file reader
+ *  @{
+ */
 
 /** One keyword of a configuration file; six words a row. A table ends with a row whose key is empty or null. */
 typedef struct HwsKeyword {
-    const char *key;
+    const char *key;                                     /**< as the file spells it */
     int (*reader)(const char *value, void *destination); /**< 1 accepted, 0 not */
-    void *destination;
-    const char *defaultText; /**< null or empty: no default is applied */
-    uintptr_t flags;
-    uintptr_t zero;
+    void *destination;                                   /**< handed to the reader as it is */
+    const char *defaultText;                             /**< null or empty: no default is applied */
+    uintptr_t flags;                                     /**< the platform's own */
+    uintptr_t zero;                                      /**< the platform's own */
 } HwsKeyword;
 
 /** The table that read_conf reads by; the caller points it at its own. */
 extern KVO_HWS_API HwsKeyword *keywords;
 
-/** Reads a configuration file by the table @ref keywords: the defaults of its rows in their order, then the file's lines in
- *  theirs; the last one that sets a member wins.
+/** Reads a configuration file by the table that keywords points to: the defaults of its rows in their order, then the
+ *  file's lines in theirs; the last one that sets a member wins.
  *  @param block  block[0] is the file's name; the other three words are the reader's own
  *  @return 0; not 0 when the file could not be read (the defaults are applied all the same) or there is no table
+ *
  *  Stand-in: "key = value" lines; "#" at a line's start or behind a blank begins a comment; blanks around key and value do
  *  not count, unknown keys are passed over.
  */
@@ -94,6 +102,8 @@ KVO_HWS_API int read_str(const char *value, void *destination) KVO_HWS_NOEXCEPT;
  *  @return 1; 0 when the text is no such number, and nothing is stored
  */
 KVO_HWS_API int read_u16(const char *value, void *destination) KVO_HWS_NOEXCEPT;
+
+/** @} */
 
 KVO_HWS_END_DECLS
 

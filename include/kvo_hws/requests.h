@@ -20,13 +20,16 @@
 
 KVO_HWS_BEGIN_DECLS
 
-/* ---- The list of known stations ---- */
+/** @defgroup kvo_hws_stations The list of known stations
+ *  @{
+ */
 
 /** Reads the list of all stations that the daemon knows.
  *  @param list   receives the stations; the whole capacity is cleared before anything is sent
  *  @param count  in: elements in @p list; out: elements filled, or the number needed when the result is -3; else as it was
  *  @return 1; -1 refused, malformed reply (elements before the fault may be filled) or broken exchange; -2 no service; -3
  *  the array is too small; -7 a null pointer
+ *
  *  Asks "getCountElemDL", then "getDLV2 <capacity>". Logged as "get KVO description list - " and "null pointer received",
  *  "can not send request (count)", "can not allocate memory", "error sending request (count)", "wrong count reply", "not
  *  enough memory (1)", "can not send request", "error sending request", "can not get count from reply", "not enough memory
@@ -39,6 +42,7 @@ KVO_HWS_API int32_t KVO_HWS_getDescriptionList(KvoDescription *list, uint32_t *c
  *  @param count  in: elements in @p list; out: elements filled, or the number needed when the result is -3, which it always
  *                is for a null @p list
  *  @return as KVO_HWS_getDescriptionList; -7 for a null @p count only
+ *
  *  Asks "getCountElemDL_Ex", then "getDL_ExV2 <capacity>". Logged as "get KVO description list extended - " and the reasons
  *  of KVO_HWS_getDescriptionList.
  */
@@ -51,6 +55,7 @@ KVO_HWS_API int32_t KVO_HWS_getDescriptionListEx(KvoDescriptionEx *list, uint32_
  *                  reply came
  *  @return 1 found; 0 not found; -1 no key given (not logged), refused, malformed reply or broken exchange; -2 no service;
  *  -7 @p record is null
+ *
  *  Asks "getExDescByIP <address>" or "getExDescByName <name>". Logged as "get KVO description extended - " and "null
  *  pointer received", "can not send request (count)" or "error sending request (count)", though no count is asked for.
  */
@@ -65,6 +70,7 @@ KVO_HWS_API int32_t KVO_HWS_getDescriptionEx(uint32_t address, const char *name,
  *  @return 1; 0 the daemon is still starting; -1 refused, the daemon's path is longer than 1004 characters, or the file is
  *  missing or unreadable; -2 no service; -3 the array is too small; -4 the lock was not obtained in time; -7 a null
  *  pointer
+ *
  *  Asks "isInitComplete", "getregistrypath", "lockKVORegData" every 10 ms while it is busy, "unlockKVORegData", and reads
  *  "kvo_hws/prevkvos.reg" below the daemon's registry path. Logs nothing of its own. One registry list is read at a time in
  *  a process: threads that read them at once wait for one another.
@@ -78,12 +84,17 @@ KVO_HWS_API int32_t KVO_HWS_getKVOPreviousListFromRegistry(KvoDescription *list,
 KVO_HWS_API int32_t KVO_HWS_getKVOCurrentListFromRegistry(KvoDescription *list, uint32_t *count,
                                                           uint32_t timeout) KVO_HWS_NOEXCEPT;
 
-/* ---- The viewer of a station, and the station around it ---- */
+/** @} */
+
+/** @defgroup kvo_hws_viewer The viewer of a station, and the station around it
+ *  @{
+ */
 
 /** Writes a station's status line.
  *  @param value1, value2  numbers for the daemon, passed through unchecked
  *  @param text            the line; sent as it stands: a line feed would end the request
  *  @return 1; -1 refused, unknown reply or broken exchange; -2 no service; -7 @p text is null
+ *
  *  Asks "setStatusline=<station>,<value1>,<value2>,<text>". Logged as "set status line - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_setStatusline(uint32_t station, uint32_t value1, uint32_t value2,
@@ -91,12 +102,14 @@ KVO_HWS_API int32_t KVO_HWS_setStatusline(uint32_t station, uint32_t value1, uin
 
 /** Reboots a station.
  *  @return 1; -1 refused, unknown reply or broken exchange; -2 no service
+ *
  *  Asks "reboot=<station>". Logged as "set reboot - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_rebootKVO(uint32_t station) KVO_HWS_NOEXCEPT;
 
 /** Asks whether a station's viewer runs.
  *  @return 1 it does; 0 it does not; -1 refused, unknown reply or broken exchange; -2 no service
+ *
  *  Asks "isViewerActive=<station>". Logged as "is viewer active - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_isViewerActive(uint32_t station) KVO_HWS_NOEXCEPT;
@@ -108,6 +121,7 @@ KVO_HWS_API int32_t KVO_HWS_isViewerActive(uint32_t station) KVO_HWS_NOEXCEPT;
  *  @param displaySize  in: bytes in @p display; out: bytes used, or needed when the result is -4
  *  @return 1; 0 no server is shown, nothing is written; -1 refused, unknown or malformed reply (the latter not logged) or
  *  broken exchange; -2 no service; -3 @p server is too small; -4 @p display is too small; -7 a null pointer.
+ *
  *  When the display does not fit, or is longer than it may be (-1), the server and its size are stored all the same.
  *  Asks "getCurServer=<station>". Logged as "get current server - <reason>".
  */
@@ -116,6 +130,7 @@ KVO_HWS_API int32_t KVO_HWS_getCurrentServer(uint32_t station, char *server, uin
 
 /** Asks for the focus on behalf of a station.
  *  @return 1; 0 busy; -1 refused, unknown reply or broken exchange; -2 no service
+ *
  *  Asks "activateMe=<station>". Logged as "activate me - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_setActivateMe(uint32_t station) KVO_HWS_NOEXCEPT;
@@ -123,6 +138,7 @@ KVO_HWS_API int32_t KVO_HWS_setActivateMe(uint32_t station) KVO_HWS_NOEXCEPT;
 /** Starts a station's viewer for given connection data.
  *  @param part1, part2, part3  the connection data, passed through as "part1:part2:part3"; no quotes or line feeds
  *  @return 1; 0 busy; -1 refused, unknown reply or broken exchange; -2 no service; -7 a null pointer
+ *
  *  Asks "startViewer="<part1>:<part2>:<part3>" <station>". Logged as "start viewer - <reason>", a null pointer as "set
  *  start viewer - null pointer received".
  */
@@ -132,12 +148,14 @@ KVO_HWS_API int32_t KVO_HWS_setStartViewer(uint32_t station, const char *part1, 
 /** Starts a station's viewer for a configured connection.
  *  @param text, number  the connection, passed through as "text:number"
  *  @return 1; 0 busy; -1 refused, unknown reply or broken exchange; -2 no service; -7 @p text is null
+ *
  *  Asks "startConfiguredViewer="<text>:<number>" <station>". Logged as "start configured viewer - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_startConfiguredViewer(uint32_t station, const char *text, uint32_t number) KVO_HWS_NOEXCEPT;
 
 /** Stops a station's viewer.
  *  @return 1; 0 it does not run; -1 refused, unknown reply or broken exchange; -2 no service
+ *
  *  Asks "stopViewer=<station>". Logged as "stop viewer - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_setStopViewer(uint32_t station) KVO_HWS_NOEXCEPT;
@@ -152,11 +170,16 @@ KVO_HWS_API int32_t KVO_HWS_setStopViewerPreempt(uint32_t station) KVO_HWS_NOEXC
  */
 KVO_HWS_API int32_t KVO_HWS_setStopViewerNoClean(uint32_t station) KVO_HWS_NOEXCEPT;
 
-/* ---- Settings of a station's panel ---- */
+/** @} */
+
+/** @defgroup kvo_hws_panel Settings of a station's panel
+ *  @{
+ */
 
 /** Sets the brightness of a station's backlight.
  *  @param level  0 to 100 percent
  *  @return 1; -1 refused, unknown reply or broken exchange; -2 no service; -3 level out of range, nothing is sent
+ *
  *  Asks "setBacklightBrightness=<level> <station>". Logged as "set backlight brightness - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_setBacklightBrightness(uint32_t station, uint32_t level) KVO_HWS_NOEXCEPT;
@@ -166,6 +189,7 @@ KVO_HWS_API int32_t KVO_HWS_setBacklightBrightness(uint32_t station, uint32_t le
  *  @param mode   0 or 1
  *  @return 1; -1 refused, unknown reply or broken exchange; -2 no service; -3 level out of range; -4 mode out of range
  *  (both: nothing is sent); -5 the station does not know the mode; -6 its backlight is not active
+ *
  *  Asks "setBacklightBrightnessV2=<level> <mode> <station>". Logged as "set backlight brightness V2 - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_setBacklightBrightnessV2(uint32_t station, uint32_t level, uint32_t mode) KVO_HWS_NOEXCEPT;
@@ -175,6 +199,7 @@ KVO_HWS_API int32_t KVO_HWS_setBacklightBrightnessV2(uint32_t station, uint32_t 
  *  @param mode   0 or 1
  *  @return 1; 0 the station does not know the mode; -1 refused, unknown reply or broken exchange; -2 no service; -3 (not
  *  -7) @p level is null; -4 mode out of range
+ *
  *  Asks "getBacklightBrightnessV2=<mode> <station>". Logged as "get backlight brightness V2 - <reason>", a null pointer as
  *  "set backlight brightness V2 - invalid pointer".
  */
@@ -183,6 +208,7 @@ KVO_HWS_API int32_t KVO_HWS_getBacklightBrightnessV2(uint32_t station, uint32_t 
 /** Disables or enables a station's NumLock key.
  *  @param disable  1 disables, 0 enables
  *  @return 1; -1 another value (nothing is sent), refused, unknown reply or broken exchange; -2 no service
+ *
  *  Asks "setDisableNumLock=<disable> <station>". Logged as "set disable NumLock - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_setDisableNumLock(uint32_t station, uint32_t disable) KVO_HWS_NOEXCEPT;
@@ -195,6 +221,7 @@ KVO_HWS_API int32_t KVO_HWS_setDisableCapsLock(uint32_t station, uint32_t disabl
 /** Reads whether a station's NumLock key is disabled.
  *  @param disable  receives 1 disabled or 0 enabled; written only on success
  *  @return 1; -1 refused, unknown reply or broken exchange; -2 no service; -7 @p disable is null
+ *
  *  Asks "getDisableNumLock=<station>". Logged as "get disable NumLock - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getDisableNumLock(uint32_t station, uint32_t *disable) KVO_HWS_NOEXCEPT;
@@ -208,6 +235,7 @@ KVO_HWS_API int32_t KVO_HWS_getDisableCapsLock(uint32_t station, uint32_t *disab
  *  @param type  receives 0, 1 or -1; written only on success
  *  @return 1; -1 refused, unknown reply or broken exchange; -2 no service; -7 @p type is null, which is also printed on
  *  standard error as "pimode == NULL"
+ *
  *  Asks "getStationType=<station>". Logged as "get Station Type - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getStationType(uint32_t station, int32_t *type) KVO_HWS_NOEXCEPT;
@@ -215,6 +243,7 @@ KVO_HWS_API int32_t KVO_HWS_getStationType(uint32_t station, int32_t *type) KVO_
 /** Reads a station's software CapsLock state.
  *  @param state  receives 0, 1 or -1; written only on success
  *  @return 1; -1 refused, unknown reply or broken exchange; -2 no service; -7 @p state is null
+ *
  *  Asks "getSwCapsLock=<station>". Logged as "get Sw CapsLock - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getSwCapsLock(uint32_t station, int32_t *state) KVO_HWS_NOEXCEPT;
@@ -222,6 +251,7 @@ KVO_HWS_API int32_t KVO_HWS_getSwCapsLock(uint32_t station, int32_t *state) KVO_
 /** Sets a station's software CapsLock state.
  *  @param state  0, 1 or -1
  *  @return 1; -1 another value (nothing is sent), refused, unknown reply or broken exchange; -2 no service
+ *
  *  Asks "setSwCapsLock=<state> <station>". Logged as "set Sw CapsLock - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_setSwCapsLock(uint32_t station, int32_t state) KVO_HWS_NOEXCEPT;
@@ -231,6 +261,7 @@ KVO_HWS_API int32_t KVO_HWS_setSwCapsLock(uint32_t station, int32_t state) KVO_H
  *               result is -1
  *  @return 1; 0 the station has no such terminal; -1 refused, unknown or malformed reply or broken exchange; -2 no service;
  *  -7 @p mode is null
+ *
  *  Asks "getRV4Mode=<station>". Logged as "get RV4 mode - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getRV4Mode(uint32_t station, uint32_t *mode) KVO_HWS_NOEXCEPT;
@@ -239,15 +270,21 @@ KVO_HWS_API int32_t KVO_HWS_getRV4Mode(uint32_t station, uint32_t *mode) KVO_HWS
  *  @param mode  0 "auto" or 1 "individual"
  *  @return 1; 0 the station has no such terminal; -1 refused, unknown reply or broken exchange; -2 no service; -3 mode out
  *  of range, nothing is sent
+ *
  *  Asks "setRV4Mode="<mode>" <station>". Logged as "set RV4 mode - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_setRV4Mode(uint32_t station, uint32_t mode) KVO_HWS_NOEXCEPT;
 
-/* ---- Addresses: machine control panel (MCP), direct control keys (DCK), KVO index, cks index ---- */
+/** @} */
+
+/** @defgroup kvo_hws_addresses Addresses: machine control panel (MCP), direct control keys (DCK), KVO index, cks index
+ *  @{
+ */
 
 /** Sets the MCP address that a station serves.
  *  @param mcpAddress  0 to 255; sent unchecked, the daemon judges it
  *  @return 1; -1 refused, unknown reply or broken exchange; -2 no service
+ *
  *  Asks "setMCPAddress="<mcpAddress>" <station>". Logged as "set MCP address - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_setMCPAddress(uint32_t station, uint32_t mcpAddress) KVO_HWS_NOEXCEPT;
@@ -255,6 +292,7 @@ KVO_HWS_API int32_t KVO_HWS_setMCPAddress(uint32_t station, uint32_t mcpAddress)
 /** Sets a station's KVO index.
  *  @param index  0 to 255; sent unchecked
  *  @return as KVO_HWS_setMCPAddress
+ *
  *  Asks "setKVOIndex="<index>" <station>". Logged as "set KVO index - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_setKVOIndex(uint32_t station, uint32_t index) KVO_HWS_NOEXCEPT;
@@ -262,6 +300,7 @@ KVO_HWS_API int32_t KVO_HWS_setKVOIndex(uint32_t station, uint32_t index) KVO_HW
 /** Switches a station's direct control keys.
  *  @param enable  0 or 1; sent unchecked
  *  @return as KVO_HWS_setMCPAddress
+ *
  *  Asks "setDCKEnable="<enable>" <station>". Logged as "set DCK mode - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_setDCKEnable(uint32_t station, uint32_t enable) KVO_HWS_NOEXCEPT;
@@ -269,6 +308,7 @@ KVO_HWS_API int32_t KVO_HWS_setDCKEnable(uint32_t station, uint32_t enable) KVO_
 /** Sets a station's cks index.
  *  @param index  0 to 255
  *  @return 1; -1 refused, unknown reply or broken exchange; -2 no service; -3 index out of range, nothing is sent
+ *
  *  Asks "setKVOCksIndex="<index>" <station>". Logged as "set cks index - <reason>"; the reason for an index out of range is
  *  "invalid parameter (0 "auto" or 1 "individual")", which is not this function's range.
  */
@@ -277,6 +317,7 @@ KVO_HWS_API int32_t KVO_HWS_setKVOCksIndex(uint32_t station, uint32_t index) KVO
 /** Simulates a key of a station's MCP.
  *  @param value1, value2  the key, passed through unchecked
  *  @return as KVO_HWS_setMCPAddress
+ *
  *  Asks "simulateMCPKey="<value1>:<value2>" <station>". Logged as "simulate MCP key - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_simulateMCPKey(uint32_t station, uint32_t value1, uint32_t value2) KVO_HWS_NOEXCEPT;
@@ -284,6 +325,7 @@ KVO_HWS_API int32_t KVO_HWS_simulateMCPKey(uint32_t station, uint32_t value1, ui
 /** Enables a key of a station's MCP.
  *  @param value1, value2  the key, passed through unchecked
  *  @return as KVO_HWS_setMCPAddress
+ *
  *  Asks "enableMCPKey="<value1>:<value2>" <station>". Logged as "enable MCP key - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_enableMCPKey(uint32_t station, uint32_t value1, uint32_t value2) KVO_HWS_NOEXCEPT;
@@ -292,6 +334,7 @@ KVO_HWS_API int32_t KVO_HWS_enableMCPKey(uint32_t station, uint32_t value1, uint
  *  @param mcpAddress  receives 0 to 255; written only on success
  *  @return 1; -1 refused, unknown reply, malformed or out of range (not logged) or broken exchange; -2 no service; -7 @p
  *  mcpAddress is null
+ *
  *  Asks "getMCPAddress=<station>". Logged as "get MCP address - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getMCPAddress(uint32_t station, uint32_t *mcpAddress) KVO_HWS_NOEXCEPT;
@@ -320,6 +363,7 @@ KVO_HWS_API int32_t KVO_HWS_getKVOCksIndex(uint32_t station, uint32_t *index) KV
  *  @param ip  receives the station's IPv4 address as a number; written only on success
  *  @return 1; 0 no station has it; -1 refused, unknown reply, malformed address (not logged) or broken exchange; -2 no
  *  service; -3 several stations have it; -7 @p ip is null
+ *
  *  Asks "getIPbyMCPAddress=<mcpAddress>", in 8 hexadecimal digits. Logged as "get IP by MCP address - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getIPbyMCPAddress(uint32_t mcpAddress, uint32_t *ip) KVO_HWS_NOEXCEPT;
@@ -334,12 +378,17 @@ KVO_HWS_API int32_t KVO_HWS_getIPbyDCKAddress(uint32_t dckAddress, uint32_t *ip)
  */
 KVO_HWS_API int32_t KVO_HWS_getIPbyKVOIndex(uint32_t index, uint32_t *ip) KVO_HWS_NOEXCEPT;
 
-/* ---- Focus, start and channel information ---- */
+/** @} */
+
+/** @defgroup kvo_hws_focus Focus, start and channel information
+ *  @{
+ */
 
 /** Reads a station's suspend options.
  *  @param suspendLock  receives 0 or 1; must not be null. 0 where the daemon leaves it out
  *  @param suspendPrio  receives 1 to 10; must not be null. 1 where the daemon leaves it out
  *  @return 1; -1 refused, unknown or malformed reply or broken exchange, nothing is stored; -2 no service
+ *
  *  Asks "getKVOPriority=<station>". Logged as "get KVO priority - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getKVOPriority(uint32_t station, uint32_t *suspendLock, uint32_t *suspendPrio) KVO_HWS_NOEXCEPT;
@@ -348,6 +397,7 @@ KVO_HWS_API int32_t KVO_HWS_getKVOPriority(uint32_t station, uint32_t *suspendLo
  *  @param value  receives 0 to 2; written only on success
  *  @return 1; -1 refused, unknown reply, malformed or out of range (not logged) or broken exchange; -2 no service; -7 @p
  *  value is null
+ *
  *  Asks "getKVOStartupActive=<station>". Logged as "get KVO startup active - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getKVOStartupActive(uint32_t station, uint32_t *value) KVO_HWS_NOEXCEPT;
@@ -366,6 +416,7 @@ KVO_HWS_API int32_t KVO_HWS_getKVOChannelOnFocus(uint32_t station, uint32_t *cha
  *  @param screen  receives the text with its terminator. Its size is not known here: the WHOLE reply of the daemon is
  *                 copied, so provide room for the longest that your daemon sends
  *  @return 1; -1 refused, unknown reply or broken exchange; -2 no service; -7 @p screen is null
+ *
  *  Asks "getKVOScreenOnFocus=<station>". Logged as "get KVO screen on focus - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getKVOScreenOnFocus(uint32_t station, char *screen) KVO_HWS_NOEXCEPT;
@@ -374,6 +425,7 @@ KVO_HWS_API int32_t KVO_HWS_getKVOScreenOnFocus(uint32_t station, char *screen) 
  *  @param text  receives the reply with its terminator, whatever it is. Its size is not known here: the WHOLE reply of the
  *               daemon is copied, so provide room for the longest that your daemon sends
  *  @return 1; -1 refused or broken exchange; -2 no service; -7 @p text is null
+ *
  *  Asks "getKVOt2m2n=<station>". Logged as "get KVO M:N - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getKVOT2M2N(uint32_t station, char *text) KVO_HWS_NOEXCEPT;
@@ -381,6 +433,7 @@ KVO_HWS_API int32_t KVO_HWS_getKVOT2M2N(uint32_t station, char *text) KVO_HWS_NO
 /** Stores a station's channel information.
  *  @param info  at most 230 characters, sent between quotes without escaping: no quotes or line feeds
  *  @return 1; -1 refused, unknown reply or broken exchange; -2 no service; -3 too long, nothing is sent; -7 @p info is null
+ *
  *  Asks "setChannelInfo="<info>" <station>". Logged as "set channel info - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_setChannelInfo(uint32_t station, const char *info) KVO_HWS_NOEXCEPT;
@@ -390,20 +443,27 @@ KVO_HWS_API int32_t KVO_HWS_setChannelInfo(uint32_t station, const char *info) K
  *  @param size  in: bytes in @p info; out: bytes needed when the result is -3, else as it was
  *  @return 1; 0 there is none (@p info becomes empty if it has any room); -1 refused, unknown reply or broken exchange; -2
  *  no service; -3 too small; -7 a null pointer
+ *
  *  Asks "getChannelInfo=<station>". Logged as "get channel info - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getChannelInfo(uint32_t station, char *info, uint32_t *size) KVO_HWS_NOEXCEPT;
 
 /** Deletes a station's channel information.
  *  @return 1; -1 refused, unknown reply or broken exchange; -2 no service
+ *
  *  Asks "deleteChannelInfo=<station>". Logged as "delete channel info - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_deleteChannelInfo(uint32_t station) KVO_HWS_NOEXCEPT;
 
-/* ---- Touch screen, input devices and display ---- */
+/** @} */
+
+/** @defgroup kvo_hws_input Touch screen, input devices and display
+ *  @{
+ */
 
 /** Discards a station's touch calibration.
  *  @return 1; 0 the station has no touch screen; -1 refused, unknown reply or broken exchange; -2 no service
+ *
  *  Asks "invalidateTouch=<station>". Logged as "invalidate touch screen - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_invalidateTouchScreen(uint32_t station) KVO_HWS_NOEXCEPT;
@@ -414,6 +474,7 @@ KVO_HWS_API int32_t KVO_HWS_invalidateTouchScreen(uint32_t station) KVO_HWS_NOEX
  *  @return 1, for any reply without malformed numbers, "failed" included; 0 the station has no touch screen; -1 malformed
  *  number or broken exchange; -2 no service; -7 a null pointer. Both outputs are
  *  written with 1 and with -1, and neither with 0.
+ *
  *  Asks "getCalibParam=<station>". Logged as "get touch screen calibration parameter - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getTouchScreenCalibParam(uint32_t station, int32_t *pressThresh,
@@ -424,6 +485,7 @@ KVO_HWS_API int32_t KVO_HWS_getTouchScreenCalibParam(uint32_t station, int32_t *
  *  @param nonlinear    -1, 0 or 1
  *  @return 1; 0 the station has no touch screen; -1 refused, unknown reply or broken exchange; -2 no service; -3 a value
  *  out of range, nothing is sent
+ *
  *  Asks "setCalibParam="<pressThresh>:<nonlinear>" <station>". Logged as "set touch screen calibration parameter -
  *  <reason>".
  */
@@ -434,6 +496,7 @@ KVO_HWS_API int32_t KVO_HWS_setTouchScreenCalibParam(uint32_t station, int32_t p
  *  @param touch       receives the number of touch devices, multi-touch ones included
  *  @return 1, for any reply without malformed numbers, "failed" included; -1 malformed number (what came before it is
  *  stored) or broken exchange; -2 no service; -7 a null pointer
+ *
  *  Asks "showInputDevice=<station>". Logged as "show input device - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_showInputDevice(uint32_t station, uint32_t *kbd, uint32_t *mouse, uint32_t *touch) KVO_HWS_NOEXCEPT;
@@ -450,6 +513,7 @@ KVO_HWS_API int32_t KVO_HWS_showInputDeviceV2(uint32_t station, uint32_t *kbd, u
  *  @param kbd, mouse, touch, multitouch, maxcontacts, vkbd  receive the numbers; untouched where the reply does not tell
  *                                                           them. Every pointer may be null
  *  @return as KVO_HWS_showInputDevice, but never -7
+ *
  *  Asks "showInputDevice=<station>". Logged as "show input device V3 - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_showInputDeviceV3(uint32_t station, uint32_t *mask, uint32_t *kbd, uint32_t *mouse, uint32_t *touch,
@@ -458,17 +522,23 @@ KVO_HWS_API int32_t KVO_HWS_showInputDeviceV3(uint32_t station, uint32_t *mask, 
 /** Reads the resolution of a station's display.
  *  @param dpi  receives dots per inch; written only on success
  *  @return 1; -1 refused, unknown reply, malformed number (not logged) or broken exchange; -2 no service; -7 @p dpi is null
+ *
  *  Asks "showDPI=<station>". Logged as "show DPI - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_showDPI(uint32_t station, int32_t *dpi) KVO_HWS_NOEXCEPT;
 
-/* ---- USB lock and connectors ---- */
+/** @} */
+
+/** @defgroup kvo_hws_usb USB lock and connectors
+ *  @{
+ */
 
 /** Reads a station's USB lock.
  *  @param first, second  receive the two numbers of the lock; written only on success. Characters behind the second do not
  *                        count
  *  @return 1; -1 refused, unknown reply, malformed numbers (not logged) or broken exchange; -2 no service; -7 a null
  *  pointer
+ *
  *  Asks "getUsbLock=<station>". Logged as "get KVO usb lock - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getUsbLock(uint32_t station, uint32_t *first, uint32_t *second) KVO_HWS_NOEXCEPT;
@@ -480,6 +550,7 @@ KVO_HWS_API int32_t KVO_HWS_getUsbLock(uint32_t station, uint32_t *first, uint32
  *  @param first, second  the two numbers of the lock
  *  @return 1 at least one datagram went out; -1 none did; -7 null where hosts are needed; -10 a host is 127.0.0.1, nothing
  *  is sent
+ *
  *  Sends "setUsbLock="<first>:<second>" <host>" and a line feed, cut at 1023 bytes, to UDP port 5851 of the network's
  *  broadcast address, from the last host to the first; to this host alone where the platform knows no such network. Logged
  *  as "KVO_HWS_setUsbLock - <reason>".
@@ -492,6 +563,7 @@ KVO_HWS_API int32_t KVO_HWS_setUsbLock(uint32_t count, const char **hosts, int f
  *  @param size    in: bytes in @p buffer, more than the list's length; out: the list's length
  *  @return 1; 0 the list is empty (@p buffer becomes empty); -1 broken exchange; -2 no service; -3 too small; -4 refused;
  *  -5 unknown reply; -7 @p size is null; -9 busy
+ *
  *  Asks "getUsbConnectorList". Logged as "get usb connector list - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getUsbConnectorList(char *buffer, uint32_t *size) KVO_HWS_NOEXCEPT;
@@ -501,7 +573,11 @@ KVO_HWS_API int32_t KVO_HWS_getUsbConnectorList(char *buffer, uint32_t *size) KV
  */
 KVO_HWS_API int32_t KVO_HWS_getUsbConnectorListOne(uint32_t station, char *buffer, uint32_t *size) KVO_HWS_NOEXCEPT;
 
-/* ---- Metrics, clients and the kind of panel ---- */
+/** @} */
+
+/** @defgroup kvo_hws_metrics Metrics, clients and the kind of panel
+ *  @{
+ */
 
 /** Reads one of a station's metrics.
  *  @param metric  1 panel layout, a text of 1 to 7 characters; 2 soft key type, an even number; 3 keyboard capabilities; 4
@@ -510,6 +586,7 @@ KVO_HWS_API int32_t KVO_HWS_getUsbConnectorListOne(uint32_t station, char *buffe
  *                 the first four
  *  @return 1; -1 refused, unknown reply or broken exchange; -2 no service; -4 the station does not tell; -5 malformed value
  *  (not logged); -7 @p result is null; -9 no such metric, nothing is sent
+ *
  *  Asks "getPaneOemLayout", "getSoftkeyType", "getKeyBoardCaps", "showDPI", "getHardwareCaps" or "getPanelRotation", each
  *  with "=<station>".
  *  Logged as "KVO_HWS_getStationMetrics - <reason>".
@@ -523,6 +600,7 @@ KVO_HWS_API int32_t KVO_HWS_getStationMetrics(uint32_t id, uint32_t metric, void
  *  @param flags  the daemon's, passed through
  *  @return 1; -1 refused, malformed reply (clients before the fault may be filled) or broken exchange; -2 no service; -3
  *  the array is too small; -7 a null pointer
+ *
  *  Asks "getClientList 0 <flags>", the flags in hexadecimal. Logged as "get client list - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getClientList(KvoClientEntry *array, uint32_t *count, unsigned long flags) KVO_HWS_NOEXCEPT;
@@ -530,9 +608,12 @@ KVO_HWS_API int32_t KVO_HWS_getClientList(KvoClientEntry *array, uint32_t *count
 /** Asks whether a station's panel is a Marovanti panel.
  *  @return 1 yes; 0 no; -1 the reply names no mode, or broken exchange; -2 no service; -3 it names another mode; -4 the
  *  panel was not found or the daemon failed; -5 unknown reply
+ *
  *  Asks "isMarovantiPanel <station>". Logged as "is MAROVANTI panel - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_isMarovantiPanel(uint32_t id) KVO_HWS_NOEXCEPT;
+
+/** @} */
 
 KVO_HWS_END_DECLS
 

@@ -4,6 +4,10 @@
 #ifndef KVO_HWS_RESULT_H
 #define KVO_HWS_RESULT_H
 
+/** @defgroup kvo_hws_result Result codes
+ *  @{
+ */
+
 /** What a request function returns. A number may have several names: what it means is the function's, and stands in its
  *  comment.
  */
@@ -39,5 +43,7 @@ enum KvoHwsResult {
     KVO_HWS_INVALID_METRIC = -9,    /**< no such metric */
     KVO_HWS_INVALID_HOST = -10      /**< a host address that can not be used */
 };
+
+/** @} */
 
 #endif

@@ -19,6 +19,10 @@
 
 KVO_HWS_BEGIN_DECLS
 
+/** @defgroup kvo_hws_log The system log
+ *  @{
+ */
+
 /** The library's debug level: 0 or less "DEBUG_LEVEL_NONE", 1 "DEBUG_LEVEL_I", 2 or more "DEBUG_LEVEL_II"; 0 at load. */
 extern KVO_HWS_API int32_t iDebugLevel;
 
@@ -28,6 +32,7 @@ extern KVO_HWS_API uint32_t uiDebugMessageSysLogActive;
 /** Writes a finished text to syslog at LOG_INFO while the debug message channel is on; does nothing while it is off.
  *  @param text  the message; written as it stands, a "%" in it means nothing
  *  @return 1 always
+ *
  *  Safe from any thread.
  */
 KVO_HWS_API int SendDLLDebugMessage(const char *text) KVO_HWS_NOEXCEPT;
@@ -36,6 +41,7 @@ KVO_HWS_API int SendDLLDebugMessage(const char *text) KVO_HWS_NOEXCEPT;
  *  (LOG_DEBUG) from debug level 1 on.
  *  @param priority  a syslog priority
  *  @param format    as for printf; the text has no length limit
+ *
  *  Safe from any thread.
  */
 KVO_HWS_API void LOG(int priority, const char *format, ...) KVO_HWS_NOEXCEPT __attribute__((format(printf, 2, 3)));
@@ -45,6 +51,7 @@ KVO_HWS_API void DEBUG(int priority, const char *format, ...) KVO_HWS_NOEXCEPT _
 
 /** Sets iDebugLevel.
  *  @param level  any value, unchecked: below 0 acts as 0, above 2 as 2
+ *
  *  Leaves the debug message channel as it is. The service has a debug level of its own: KVO_HWS_setDebugLevel.
  */
 KVO_HWS_API void SetDebugLevel(int level) KVO_HWS_NOEXCEPT;
@@ -63,15 +70,23 @@ KVO_HWS_API void CloseLogMessages(void) KVO_HWS_NOEXCEPT;
 /** Switches the most talkative logging on: debug level 2, the debug message channel on, syslog open with the identity
  *  "kvo_hws_dll". Logs "activate debug mode".
  *  @return 1 always
+ *
  *  Safe from any thread; a message that races with the switch may or may not be written.
  */
 KVO_HWS_API int32_t KVO_HWS_activateDebugDLL(void) KVO_HWS_NOEXCEPT;
 
 /** Logs "deactivate debug mode", closes syslog, switches the debug message channel off and sets debug level 0.
  *  @return 1 always
+ *
  *  Safe from any thread; a message that races with the switch may or may not be written.
  */
 KVO_HWS_API int32_t KVO_HWS_deactivateDebugDLL(void) KVO_HWS_NOEXCEPT;
+
+/** @} */
+
+/** @defgroup kvo_hws_threads Threads and critical sections
+ *  @{
+ */
 
 /** Starts a thread with default attributes; its id is not kept.
  *  @param start     the thread's body; the threads of the library detach themselves first (kvo_hws_detach_thread)
@@ -111,17 +126,22 @@ KVO_HWS_API int kvo_hws_EnterCriticalSection(pthread_mutex_t *cs) KVO_HWS_NOEXCE
  */
 KVO_HWS_API int kvo_hws_LeaveCriticalSection(pthread_mutex_t *cs) KVO_HWS_NOEXCEPT;
 
-/* ---- Stopping worker threads. A worker looks at least once a second whether its record still says "running"; who wants it to
- * end requests that, wakes it with SIGUSR1 and waits. A worker begins with uiState NOTIFY_RUNNING, uiUsers one more,
- * ActivateNotify and kvo_hws_detach_thread. It ends with uiUsers one less; the last user, where a stop was requested, calls
- * WaitNotify for 20 ms, sets NOTIFY_STOP_DONE and wakes threadRequester with NotifyThread, else it sets NOTIFY_STOPPED. ---- */
+/** @} */
+
+/** @defgroup kvo_hws_notify Stopping worker threads
+ *  A worker looks at least once a second whether its record still says "running"; who wants it to end requests that, wakes it
+ *  with SIGUSR1 and waits. A worker begins with uiState NOTIFY_RUNNING, uiUsers one more, ActivateNotify and
+ *  kvo_hws_detach_thread. It ends with uiUsers one less; the last user, where a stop was requested, calls WaitNotify for
+ *  20 ms, sets NOTIFY_STOP_DONE and wakes threadRequester with NotifyThread, else it sets NOTIFY_STOPPED.
+ *  @{
+ */
 
 /** What a notification record says of its worker; ServerPipeThreadSyncState has the same values. */
 enum NotifyState {
     NOTIFY_STOPPED = 0,        /**< it does not run, or ended by itself */
     NOTIFY_STOP_REQUESTED = 1, /**< it is to end */
     NOTIFY_STOP_DONE = 2,      /**< it has ended because it was to */
-    NOTIFY_RUNNING = 3
+    NOTIFY_RUNNING = 3         /**< it runs */
 };
 
 /** One worker and who waits for its end. The library reads and writes the words atomically; a program that looks at one
@@ -199,13 +219,17 @@ KVO_HWS_API void NotifyReceived(sem_t *semaphore) KVO_HWS_NOEXCEPT;
  */
 KVO_HWS_API int WaitReceivedNotify(sem_t *semaphore, unsigned milliseconds) KVO_HWS_NOEXCEPT;
 
-/* ---- Time ---- */
+/** @} */
+
+/** @defgroup kvo_hws_time Time
+ *  @{
+ */
 
 /** A time of the monotonic clock; its seconds mean nothing but their differences. 32 bits each, whatever the system's own.
  */
 typedef struct KvoTimeval {
-    int32_t tv_sec;
-    int32_t tv_usec;
+    int32_t tv_sec;  /**< seconds */
+    int32_t tv_usec; /**< microseconds, 0 to 999999 */
 } KvoTimeval;
 
 /** The "now" of the last timeval_diff that was given no time. */
@@ -220,7 +244,11 @@ KVO_HWS_API void timeval_get(KvoTimeval *now) KVO_HWS_NOEXCEPT;
  */
 KVO_HWS_API int32_t timeval_diff(const KvoTimeval *a, const KvoTimeval *b) KVO_HWS_NOEXCEPT;
 
-/* ---- Memory ---- */
+/** @} */
+
+/** @defgroup kvo_hws_memory Memory, and a trace of it
+ *  @{
+ */
 
 /** Allocates memory that is all zero, without a message when there is none.
  *  @param size  bytes
@@ -231,6 +259,7 @@ KVO_HWS_API void *xmalloc(unsigned size) KVO_HWS_NOEXCEPT;
 /** Appends a line to "/user/traceIt.log": a time stamp, the text and a line feed. Where the file cannot be opened, nothing
  *  happens; there is no other switch.
  *  @param format  as for printf; the text has no length limit
+ *
  *  The stamp is "<day>.<month>.<year>/<hour>:<minute>:<second>" and three blanks, in local time with the month from 0 and
  *  the year from 1900: 15 November 2026 is "15.10.0126". Safe from any thread; each line is one write.
  */
@@ -250,6 +279,8 @@ KVO_HWS_API void *traceRealloc(void *old, unsigned size, const char *file, unsig
 
 /** free(block), traced before it as "<file>#<line> free(<address>)"; as traceXmalloc. */
 KVO_HWS_API void traceFree(void *block, const char *file, unsigned long line) KVO_HWS_NOEXCEPT;
+
+/** @} */
 
 KVO_HWS_END_DECLS
 

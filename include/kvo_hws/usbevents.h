@@ -34,6 +34,10 @@
 
 KVO_HWS_BEGIN_DECLS
 
+/** @defgroup kvo_hws_usb_events USB events
+ *  @{
+ */
+
 /** What a callback is told: how an activation goes, and what happens to devices. */
 enum UsbEventCode {
     USB_EVENT_ACTIVATED = 1,   /**< the service has accepted the activation: events come from here on */
@@ -57,10 +61,10 @@ typedef struct UsbEventV2 {
     uint32_t length; /**< bytes of this record that belong to the code: 8 without a payload, 216 new, 88 removed, 92 state, 212
                           refused */
     union {
-        UsbDeviceInfo device;
-        UsbStateInfo state;
-        UsbRemoveInfo removed;
-    } payload;
+        UsbDeviceInfo device;  /**< new or refused */
+        UsbStateInfo state;    /**< its state has changed */
+        UsbRemoveInfo removed; /**< it was removed */
+    } payload;                 /**< the member that belongs to the code */
 } UsbEventV2;
 
 /** The older callback: a code and its record, null for codes without one. */
@@ -81,6 +85,7 @@ extern KVO_HWS_API SendUsbEventV2 sendUSBEvent2;
  *  @return 1 started; -1 @p callback is null; -8 a server could not be stopped or started (USB_EVENT_SERVER_FAILED was sent,
  *  and no callback is set any more); -3 no thread for asking the service (the callback stays set: KVO_HWS_closeUSBEvents
  *  ends it)
+ *
  *  Stops this process's server if one runs, which takes up to a second (2 s where it does not stop), and asks whichever
  *  other one listens to end with "suicide": 50 ms where there is none, 4 s where it does not answer. Detaches the calling
  *  thread, which cannot be joined afterwards.
@@ -99,6 +104,7 @@ KVO_HWS_API int32_t KVO_HWS_activateUSBEventsV2(SendUsbEventV2 callback) KVO_HWS
  *  anew meanwhile.
  *  @return 1 ending; -9 no callback is set, nothing was sent; -8 the server could not be stopped (USB_EVENT_SERVER_FAILED
  *  was sent, and no callback is set any more)
+ *
  *  Where there is no thread for asking the service, the result is 1 as well, but no end comes and the callback stays set:
  *  close again. Stops servers as KVO_HWS_activateUSBEvents does, the one of another program that has taken the events over
  *  included, and takes 100 ms more. Detaches the calling thread, which cannot be joined afterwards.
@@ -110,11 +116,17 @@ KVO_HWS_API int32_t KVO_HWS_closeUSBEvents(void) KVO_HWS_NOEXCEPT;
 
 /** Asks whether any program has USB events activated.
  *  @return 1 yes; 0 no; -1 anything else, also when there is no service
+ *
  *  Asks "isUSBEventsActivated". Logs nothing of its own.
  */
 KVO_HWS_API int32_t KVO_HWS_isUSBEventsActivated(void) KVO_HWS_NOEXCEPT;
 
-/* ---- What the above is made of; for programs that run parts of it themselves ---- */
+/** @} */
+
+/** @defgroup kvo_hws_usb_event_parts Parts of the USB events
+ *  What activation and close are made of; for programs that run parts of it themselves.
+ *  @{
+ */
 
 /** Tells a code without a record to the callback that is set, the newer one first.
  *  @param code  UsbEventCode; the newer callback gets a record of 8 bytes, the older one the code and null
@@ -138,6 +150,7 @@ KVO_HWS_API void SetFunction_SendUSBEvent_NULL(void) KVO_HWS_NOEXCEPT;
 /** Thread body: waits until the service is ready, asks "activateUSBEvents" and tells the callback what came of it.
  *  @param argument  null
  *  @return null
+ *
  *  Ends without asking, or without telling, when a later activation or close has overtaken it.
  */
 KVO_HWS_API void *threadActivateUSBevents(void *argument) KVO_HWS_NOEXCEPT;
@@ -152,6 +165,7 @@ KVO_HWS_API void *threadDeactivateUSBevents(void *argument) KVO_HWS_NOEXCEPT;
  *  once a second and ends when it is anything else: then it sets 2 where 1 (stop requested) stood, else 0.
  *  @param argument  null
  *  @return null
+ *
  *  Takes the socket's place whoever listened there; a server of this process that another one has replaced ends within a
  *  second too, and leaves the state to its successor. The socket file stays. The callback is not told of its end.
  *  Debug messages: "USB server - " and "socket error", "bind error", "listen error", "started --> wait for clients", "create
@@ -164,6 +178,7 @@ KVO_HWS_API void *win_kvo_hws_usb_server(void *argument) KVO_HWS_NOEXCEPT;
  *  request" or an empty line, and closes after 100 ms.
  *  @param socket  the connection's descriptor, cast to a pointer; closed here
  *  @return null
+ *
  *  A line is a USB event text (codecs.h) or the control word "suicide", which gives the events up: asks
  *  "deactivateUSBEvents", tells the callback USB_EVENT_DEACTIVATED, sets no callback any more and lets the server end.
  *  Debug messages, each cut at 255 characters: "USB server - received text error", "USB server - received text from client
@@ -172,6 +187,8 @@ KVO_HWS_API void *win_kvo_hws_usb_server(void *argument) KVO_HWS_NOEXCEPT;
  *  fails '<result>'".
  */
 KVO_HWS_API void *ConInstThread(void *socket) KVO_HWS_NOEXCEPT;
+
+/** @} */
 
 KVO_HWS_END_DECLS
 

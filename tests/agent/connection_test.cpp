@@ -17,12 +17,16 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <iterator>
 #include <mutex>
+#include <netinet/in.h>
 #include <string>
+#include <sys/socket.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 using namespace std::chrono_literals;
@@ -245,6 +249,46 @@ TEST_F(Connection, is_tried_again_where_there_is_no_socket)
     const auto texts = threadTexts(capture);
     EXPECT_THAT(texts, Contains(kConnect + "socket() returns " + std::to_string(EMFILE)));
     EXPECT_THAT(texts, Contains(kNextTry));
+}
+
+/// Puts a connected socket in @p fd's place, of which the error is told only to whoever asks for it.
+void failLater(int fd)
+{
+    sockaddr_in place{};
+    place.sin_family = AF_INET;
+    place.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof place;
+    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(bind(listener, reinterpret_cast<const sockaddr *>(&place), sizeof place), 0);
+    ASSERT_EQ(listen(listener, 1), 0);
+    ASSERT_EQ(getsockname(listener, reinterpret_cast<sockaddr *>(&place), &length), 0);
+    const int nearEnd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(connect(nearEnd, reinterpret_cast<const sockaddr *>(&place), sizeof place), 0);
+    const int farEnd = accept(listener, nullptr, nullptr);
+    const linger reset{.l_onoff = 1, .l_linger = 0};
+    setsockopt(farEnd, SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
+    close(farEnd);
+    close(listener);
+    ASSERT_EQ(dup3(nearEnd, fd, O_CLOEXEC), fd);
+    close(nearEnd);
+}
+
+TEST_F(Connection, that_fails_only_after_a_while_is_tried_again)
+{
+    std::atomic<int> rounds{0};
+    RemoteService remote(kSession);
+    const SyslogCapture capture;
+    const WithSystemCalls calls{{.connect = [&](int fd, const sockaddr *address, socklen_t) {
+        if (address->sa_family != AF_INET || !support::calledByLibrary() || rounds++ > 0) {
+            return support::kPass;
+        }
+        failLater(fd);
+        errno = EINPROGRESS;
+        return -1;
+    }}};
+    const Agent agent;
+    ASSERT_TRUE(remote.accept());
+    EXPECT_THAT(threadTexts(capture), Contains(kConnect + "connect() returns " + std::to_string(ECONNRESET)));
 }
 
 TEST_F(Connection, that_is_lost_is_made_again_after_5_seconds)

@@ -584,6 +584,45 @@ TEST_F(EventListener, is_activated_and_stopped_by_several_threads)
     acceptor.join();
 }
 
+TEST_F(EventListener, may_be_several_threads_of_which_the_last_tells_that_they_have_ended)
+{
+    EventService service;
+    // Only what comes ends a wait, so that it is seen which thread it ends.
+    const WithSystemCalls calls{{.poll = [](pollfd *descriptors, nfds_t count, int) {
+        return support::calledByLibrary() ? ppoll(descriptors, count, nullptr, nullptr) : support::kPass;
+    }}};
+    Notify *record = nullptr;
+    ASSERT_EQ(CreateNotify(&record), 0);
+    ASSERT_EQ(kvo_hws_CreateThread(embKvoEventsThread, record), 1);
+    ASSERT_EQ(kvo_hws_CreateThread(embKvoEventsThread, record), 1);
+    ASSERT_TRUE(service.accept());
+    ASSERT_TRUE(service.accept());
+    ASSERT_TRUE(eventually([&] { return std::atomic_ref(record->uiUsers).load() == 2; }));
+    std::atomic_ref(record->uiState).store(NOTIFY_STOP_REQUESTED);
+    service.stopSending();
+    ASSERT_TRUE(eventually([&] { return std::atomic_ref(record->uiUsers).load() == 1; }));
+    std::this_thread::sleep_for(50ms);
+    EXPECT_EQ(std::atomic_ref(record->uiState).load(), NOTIFY_STOP_REQUESTED) << "one goes on";
+    service.closeAll();
+    EXPECT_TRUE(eventually([&] { return std::atomic_ref(record->uiState).load() == NOTIFY_STOP_DONE; }));
+    EXPECT_TRUE(eventually(isFree));
+    DeleteNotify(&record);
+}
+
+TEST_F(EventListener, that_ends_without_being_asked_leaves_its_record_stopped)
+{
+    EventService service;
+    Notify *record = nullptr;
+    ASSERT_EQ(CreateNotify(&record), 0);
+    ASSERT_EQ(kvo_hws_CreateThread(embKvoEventsThread, record), 1);
+    ASSERT_TRUE(service.accept());
+    ASSERT_TRUE(eventually([&] { return std::atomic_ref(record->uiState).load() == NOTIFY_RUNNING; }));
+    std::atomic_ref(record->uiState).store(NOTIFY_STOP_DONE);  // as a program's own thread would end it
+    EXPECT_TRUE(eventually([&] { return std::atomic_ref(record->uiState).load() == NOTIFY_STOPPED; }));
+    EXPECT_TRUE(eventually(isFree));
+    DeleteNotify(&record);
+}
+
 TEST_F(EventListener, is_a_thread_that_a_program_may_start_itself)
 {
     EventService service;

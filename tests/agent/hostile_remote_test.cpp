@@ -264,7 +264,7 @@ TEST_F(HostileRemote, that_comes_and_goes_is_served_each_time)
         ASSERT_EQ(remote.ask("ping"), "pong");
     }
     EXPECT_EQ(support::holdings().descriptors, before.descriptors);
-    EXPECT_EQ(support::holdings().threads, before.threads);
+    EXPECT_LE(support::holdings().threads, before.threads);  // one of before may just have been ending
 }
 
 }  // namespace

@@ -639,6 +639,38 @@ TEST(Agent, is_started_and_stopped_by_several_threads)
     EXPECT_EQ(gCmdCallback, nullptr);
 }
 
+TEST(Agent, is_started_by_one_of_those_that_waited_for_a_clean_up)
+{
+    const MessagesOn messages;
+    RemoteService remote(kSession);
+    const ScriptedService service({serves()});
+    void *instance = nullptr;
+    ASSERT_EQ(start(&instance), 1);
+    ASSERT_TRUE(remote.accept());
+    std::jthread cleaner([&] { EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), 1); });
+    // From here on it takes a second more: nothing is in use, and nobody may start yet.
+    ASSERT_TRUE(eventually([] { return std::atomic_ref(gCmdCallback).load() == nullptr; }));
+    std::atomic<int> started{0};
+    std::atomic<int> refused{0};
+    const SyslogCapture capture;
+    {
+        std::vector<std::jthread> threads;
+        for (int thread = 0; thread < 2; ++thread) {
+            threads.emplace_back([&] {
+                void *own = nullptr;
+                const int result = start(&own);
+                started += result == 1 ? 1 : 0;
+                refused += result == -8 ? 1 : 0;
+            });
+        }
+    }
+    EXPECT_EQ(started, 1);
+    EXPECT_EQ(refused, 1);
+    EXPECT_THAT(capture.texts(), Contains(kAlreadyRunning));
+    cleaner.join();
+    EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(gEmbKvoInst), 1);
+}
+
 TEST(Events, need_the_agent_s_handle_and_a_text)
 {
     const MessagesOn messages;

@@ -21,11 +21,13 @@ foreach(file include/kvo_hws/kvo_hws.h ${LIBDIR}/libkvo_hws.so ${LIBDIR}/libkvo_
   endif()
 endforeach()
 
+set(ENV{CFLAGS} "${FLAGS}")
+set(ENV{CXXFLAGS} "${FLAGS}")
 run(${CMAKE_COMMAND} -G Ninja -S ${EXAMPLES} -B ${WORK}/examples -DCMAKE_PREFIX_PATH=${prefix})
 run(${CMAKE_COMMAND} --build ${WORK}/examples)
 
 set(ENV{PKG_CONFIG_PATH} ${prefix}/${LIBDIR}/pkgconfig)
-run(sh -c "cc ${EXAMPLES}/stations.c -o ${WORK}/with_pkg_config $(pkg-config --cflags --libs kvo_hws)")
+run(sh -c "cc $CFLAGS ${EXAMPLES}/stations.c -o ${WORK}/with_pkg_config $(pkg-config --cflags --libs kvo_hws)")
 
 set(ENV{LD_LIBRARY_PATH} ${prefix}/${LIBDIR})
 foreach(program ${WORK}/examples/example_stations ${WORK}/examples/example_stations_cpp ${WORK}/with_pkg_config)

@@ -99,4 +99,16 @@ TEST(Interface, needs_nothing_beyond_the_panel_the_language_and_the_system)
     }
 }
 
+/// Network, overlay and large file systems have file numbers beyond 32 bits; the plain "fstat" of 32-bit programs refuses them.
+TEST(Interface, reads_files_whatever_their_number)
+{
+    const Names called =
+        matches(outputOf("nm -D --undefined-only " KVO_LIBRARY), std::regex("U ([a-z0-9]+)(?:@|$)", std::regex::multiline));
+    for (const std::string call : {"open", "fstat", "fopen", "readdir"}) {
+        const bool narrow = sizeof(long) == 4;
+        EXPECT_THAT(called, Contains(narrow ? call + "64" : call));
+        EXPECT_EQ(called.count(call), narrow ? 0U : 1U) << call;
+    }
+}
+
 }  // namespace

@@ -15,7 +15,6 @@ namespace reliability {
 enum class Call : std::size_t {
     socket,
     setsockopt,
-    fcntl,
     getsockopt,
     connectLocal,
     connectRemote,

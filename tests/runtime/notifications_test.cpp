@@ -250,8 +250,24 @@ TEST(WaitShutdown, is_woken_when_the_last_user_has_gone)
     EXPECT_EQ(WaitShutdown(&record, 10'000), 1);
 }
 
+/// Linux's select leaves what remains of the time when a signal ends it; where an emulator stands in for the kernel, it may not.
+bool selectLeavesTheRemainingTime()
+{
+    ActivateNotify();
+    const Waking waking(pthread_self());
+    timeval time{.tv_sec = 10, .tv_usec = 0};
+    select(0, nullptr, nullptr, nullptr, &time);
+    return time.tv_sec < 10;
+}
+
+constexpr const char *kSleepsAnew =
+    "here a sleep that a signal has ended does not tell what remains of it, so that it begins anew";
+
 TEST(WaitShutdown, sleeps_on_after_other_signals_but_no_longer_in_all)
 {
+    if (!selectLeavesTheRemainingTime()) {
+        GTEST_SKIP() << kSleepsAnew;
+    }
     ActivateNotify();
     Notify record{};
     record.uiState = NOTIFY_STOP_REQUESTED;
@@ -266,6 +282,9 @@ TEST(WaitShutdown, sleeps_on_after_other_signals_but_no_longer_in_all)
 
 TEST(WaitShutdown, takes_only_the_end_of_a_stop_for_one_when_it_is_woken)
 {
+    if (!selectLeavesTheRemainingTime()) {
+        GTEST_SKIP() << kSleepsAnew;
+    }
     ActivateNotify();
     Notify record{};
     record.uiState = NOTIFY_STOP_REQUESTED;

@@ -114,6 +114,18 @@ TEST(CommandChannel, a_signal_late_in_a_wait_for_a_full_queue_does_not_start_it_
     EXPECT_THAT(exchange.taken, AllOf(Ge(3900ms), Lt(5500ms)));
 }
 
+TEST(CommandChannel, signals_in_every_attempt_to_connect_end_it_after_4_s)
+{
+    const support::WithSystemCalls calls{{.connect = [](int, const sockaddr *, socklen_t) {
+        std::this_thread::sleep_for(500ms);
+        errno = EINTR;
+        return -1;
+    }}};
+    const Exchange exchange("getVersion");
+    EXPECT_EQ(exchange.result, -2);
+    EXPECT_THAT(exchange.taken, AllOf(Ge(3900ms), Lt(5500ms)));
+}
+
 TEST(CommandChannel, tells_a_failure_after_the_lock_is_left_and_the_socket_closed)
 {
     const ScriptedService service({support::closesAfterRequest()});

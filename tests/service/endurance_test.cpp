@@ -50,7 +50,7 @@ TEST(Endurance, a_million_requests_leave_nothing_behind)
                 before.descriptors, after.descriptors, before.threads, after.threads, before.heapBytes, after.heapBytes);
     EXPECT_EQ(answered, kRequests / 2) << "getDebugLevel and getVersion";
     EXPECT_EQ(after.descriptors, before.descriptors);
-    EXPECT_EQ(after.threads, before.threads);
+    EXPECT_LE(after.threads, before.threads);  // one of before may just have been ending
     EXPECT_LT(after.heapBytes, before.heapBytes + 4096);
 }
 

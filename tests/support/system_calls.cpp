@@ -2,6 +2,7 @@
 
 #include "support/failing_allocations.h"
 
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -39,9 +40,18 @@ std::shared_ptr<const SystemCalls> current()
     return inPlace;
 }
 
+/// The C library's own. Where off_t is wider than long, the calls that know it are compiled as "fstat64" and so on.
 template <class Function>
 Function *original(const char *name)
 {
+    if (sizeof(off_t) > sizeof(long)) {
+        const WorkingAllocations toSayThatThereIsNone;
+        std::array<char, 32> wideName;
+        std::snprintf(wideName.data(), wideName.size(), "%s64", name);
+        if (void *const wide = dlsym(RTLD_NEXT, wideName.data()); wide != nullptr) {
+            return reinterpret_cast<Function *>(wide);
+        }
+    }
     return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
 }
 
@@ -268,17 +278,6 @@ int getsockopt(int fd, int level, int option, void *value, socklen_t *length) no
     return support::ask(
         __builtin_return_address(0), &support::SystemCalls::getsockopt,
         [=] { return system(fd, level, option, value, length); }, fd, level, option);
-}
-
-int fcntl(int fd, int command, ...)
-{
-    static auto *const system = support::original<int(int, int, ...)>("fcntl");
-    va_list arguments;
-    va_start(arguments, command);
-    void *const argument = va_arg(arguments, void *);  // as wide as any that there is
-    va_end(arguments);
-    return support::ask(
-        __builtin_return_address(0), &support::SystemCalls::fcntl, [=] { return system(fd, command, argument); }, fd, command);
 }
 
 int unlink(const char *path) noexcept

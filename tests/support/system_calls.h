@@ -30,7 +30,6 @@ struct SystemCalls {
     std::function<int(int fd, int level, int option)> setsockopt{};
     std::function<int()> pthreadCreate{};
     std::function<int(int fd, int level, int option)> getsockopt{};
-    std::function<int(int fd, int command)> fcntl{};
     std::function<int(const char *path)> unlink{};
     std::function<int(int fd)> close{};
     std::function<int(int fd)> fstat{};

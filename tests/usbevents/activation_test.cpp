@@ -807,7 +807,7 @@ public:
         if (process_ == 0) {
             dup2(orders[0], STDIN_FILENO);
             dup2(reports[1], STDOUT_FILENO);
-            execl(KVO_OTHER_PROGRAM, KVO_OTHER_PROGRAM, nullptr);
+            execl("/bin/sh", "sh", "-c", "exec " KVO_OTHER_PROGRAM, nullptr);
             _exit(127);
         }
         close(orders[0]);

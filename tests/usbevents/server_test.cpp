@@ -5,6 +5,7 @@
 
 #include "support/alarms.h"
 #include "support/holdings.h"
+#include "support/many_threads.h"
 #include "support/own_thread.h"
 #include "support/syslog_capture.h"
 #include "support/system_calls.h"
@@ -485,6 +486,7 @@ TEST_F(UsbServer, silent_clients_hold_up_nobody_and_leave_nothing_behind)
 
 TEST_F(UsbServer, loses_no_event_of_several_senders_and_keeps_nothing)
 {
+    support::makeRoomForManyThreads();  // a connection's stays for 100 ms
     const std::size_t threads = threadsRunning() + 1;
     start();
     ASSERT_TRUE(eventually([&] { return threadsRunning() == threads; }));

@@ -1,6 +1,8 @@
 // Reads answers: words, or the numbers that they stand for.
 #include "agent_answers.h"
 
+#include "completion.h"
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -44,6 +46,16 @@ std::string listed(const Rows &rows, Word word)
     return list;
 }
 
+template <class Rows, class Word>
+completions::Candidates offered(const Rows &rows, Word word)
+{
+    completions::Candidates candidates;
+    for (const auto &row : rows) {
+        candidates.push_back({word(row)});
+    }
+    return candidates;
+}
+
 std::string checkAnswer(const std::string &text)
 {
     return parseAnswer(text) ? ""
@@ -81,29 +93,29 @@ int AgentAnswers::answerTo(const std::string &keyword) const
 std::shared_ptr<const AgentAnswers> AgentAnswers::addTo(CLI::App &command)
 {
     auto answers = std::make_shared<AgentAnswers>();
-    command
-        .add_option_function<std::vector<std::string>>(
-            kAnswerOption,
-            [answers](const std::vector<std::string> &pairs) {
-                for (const std::string &pair : pairs) {
-                    const std::size_t equals = pair.find('=');
-                    answers->own_[pair.substr(0, equals)] = parseAnswer(pair.substr(equals + 1)).value_or(0);
-                }
-            },
-            "What to answer to one command, as stop-viewer=not-running; may be given again. ANSWER is 1 (done, yes), 0 (no, "
-            "not-running, busy), or -1 (failed) or any other number, which mean a failure. COMMAND is one of " +
-                listed(kKeywords, [](std::string_view keyword) { return keyword; }))
-        ->check({checkPair, ""})
+    auto *own = command.add_option_function<std::vector<std::string>>(
+        kAnswerOption,
+        [answers](const std::vector<std::string> &pairs) {
+            for (const std::string &pair : pairs) {
+                const std::size_t equals = pair.find('=');
+                answers->own_[pair.substr(0, equals)] = parseAnswer(pair.substr(equals + 1)).value_or(0);
+            }
+        },
+        "What to answer to one command, as stop-viewer=not-running; may be given again. ANSWER is 1 (done, yes), 0 (no, "
+        "not-running, busy), or -1 (failed) or any other number, which mean a failure. COMMAND is one of " +
+            listed(kKeywords, [](std::string_view keyword) { return keyword; }));
+    own->check({checkPair, ""})
         ->type_name("COMMAND=ANSWER")
         ->type_size(1)
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    command
-        .add_option_function<std::string>(
-            kAnswerAllOption, [answers](const std::string &answer) { answers->all_ = parseAnswer(answer).value_or(0); },
-            "What to answer to all other commands; else 1")
-        ->check({checkAnswer, ""})
-        ->type_name("ANSWER");
+    auto *all = command.add_option_function<std::string>(
+        kAnswerAllOption, [answers](const std::string &answer) { answers->all_ = parseAnswer(answer).value_or(0); },
+        "What to answer to all other commands; else 1");
+    all->check({checkAnswer, ""})->type_name("ANSWER");
+    completions::offer(own,
+                       [] { return offered(kKeywords, [](std::string_view keyword) { return std::string(keyword) + '='; }); });
+    completions::offer(all, [] { return offered(kWords, [](const AnswerWord &row) { return std::string(row.word); }); });
     return answers;
 }
 

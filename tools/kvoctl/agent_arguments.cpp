@@ -2,6 +2,7 @@
 #include "agent_arguments.h"
 
 #include "result.h"
+#include "station_argument.h"
 
 #include <kvo_hws/agent.h>
 
@@ -53,7 +54,7 @@ Given<std::string> addAddress(CLI::App &command, const std::string &name, const 
 
 Given<unsigned> addSession(CLI::App &command, const std::string &help)
 {
-    const auto session = Number<unsigned>{"--session", help, 0, kLastSession}.addTo(command);
+    auto session = Number<unsigned>{"--session", help, 0, kLastSession}.addTo(command);
     session.option->type_name("N");
     return session;
 }
@@ -63,6 +64,8 @@ AgentArguments AgentArguments::addTo(CLI::App &command)
     const auto focus = addAddress(command, "--focus", "The station in focus, by its address");
     const auto name = addText(command, "--focus-name", "The station in focus, by its name", kLongestName);
     focus.option->excludes(name.option);
+    offerStations(focus.option, StationForms::address);
+    offerStations(name.option, StationForms::name);
     const auto screen = addText(command, "--screen", "The screen on focus that is told to the remote service", kLongestScreen);
     AgentArguments arguments(focus, name, screen,
                              addFlag(command, "--mcp", "The station in focus has a machine control panel (MCP)"));

@@ -1,6 +1,8 @@
 // Reads shared arguments, and refuses what the service could not take.
 #include "arguments.h"
 
+#include "completion.h"
+
 #include <algorithm>
 #include <charconv>
 
@@ -45,6 +47,15 @@ CLI::Validator oneOf(const Words &words)
     return {replace, ""};
 }
 
+void offerWords(const CLI::Option *argument, const Words &words)
+{
+    completions::Candidates candidates;
+    for (const auto &[word, number] : words) {
+        candidates.push_back({word});
+    }
+    completions::offer(argument, [candidates] { return candidates; });
+}
+
 CLI::Option *addFlag(CLI::App &command, const std::string &name, const std::string &help)
 {
     return command.add_flag(name, help);
@@ -60,7 +71,9 @@ Given<uint32_t> addSeconds(CLI::App &command, const std::string &name, const std
 Given<std::string> addProgram(CLI::App &command, const std::string &help)
 {
     auto program = std::make_shared<std::string>();
-    return {command.add_option("--exec", *program, help)->type_name("PROGRAM"), program};
+    auto *option = command.add_option("--exec", *program, help)->type_name("PROGRAM");
+    completions::offerFiles(option);
+    return {option, program};
 }
 
 bool holdsControlCharacter(const std::string &text)
@@ -82,7 +95,9 @@ CLI::Validator oneLine()
 Given<uint32_t> Word::addTo(CLI::App &command) const
 {
     auto value = std::make_shared<uint32_t>();
-    return {command.add_option(name, *value, help)->transform(oneOf(words))->type_name(""), value};
+    auto *option = command.add_option(name, *value, help)->transform(oneOf(words))->type_name("");
+    offerWords(option, words);
+    return {option, value};
 }
 
 Given<std::string> Text::addTo(CLI::App &command) const

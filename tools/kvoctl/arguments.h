@@ -32,6 +32,9 @@ using Words = std::vector<std::pair<std::string, unsigned>>;
 /// Replaces a word by its number, and refuses all other words.
 CLI::Validator oneOf(const Words &words);
 
+/// Lets shells complete such a word.
+void offerWords(const CLI::Option *argument, const Words &words);
+
 /// Refuses texts that the protocol can not carry: a line feed would end the request early.
 CLI::Validator oneLine();
 bool holdsControlCharacter(const std::string &text);

@@ -1,6 +1,9 @@
 // Sets the parser up and keeps the action of the subcommand that was chosen.
 #include "command_line.h"
 
+#include "command_structure.h"
+#include "completion.h"
+
 #include <kvo_hws/service.h>
 
 #include <algorithm>
@@ -63,6 +66,11 @@ void CommandLine::parse(std::vector<std::string> arguments)
     json_ = std::find(arguments.begin(), optionsEnd, "--json") != optionsEnd;
     std::reverse(arguments.begin(), arguments.end());  // as the parser takes them
     app_.parse(std::move(arguments));
+}
+
+bool CommandLine::answersShell(const std::vector<std::string> &arguments) const
+{
+    return completions::answered(app_, arguments, std::cout) || completions::structureWritten(app_, arguments, std::cout);
 }
 
 void CommandLine::help(const CLI::ParseError &request) const

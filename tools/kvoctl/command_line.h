@@ -35,6 +35,9 @@ public:
     /// Writes what a ParseError asks for, or throws UsageError for a wrong command line.
     void help(const CLI::ParseError &request) const;
 
+    /// Answers a shell that completes a command line, and the build of the manual page; false where nobody of them asks.
+    [[nodiscard]] bool answersShell(const std::vector<std::string> &arguments) const;
+
     /// The subcommand's action, to be called after parse.
     [[nodiscard]] Report run() const { return action_(); }
 

@@ -41,6 +41,7 @@ public:
     [[nodiscard]] int run(const std::string &program, const std::vector<std::string> &variables, pid_t &process) const
     {
         std::vector<char *> environment;
+        environment.reserve(variables.size() + 1);
         for (const std::string &variable : variables) {
             environment.push_back(const_cast<char *>(variable.c_str()));
         }

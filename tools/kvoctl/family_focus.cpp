@@ -14,11 +14,11 @@ constexpr std::size_t kLongestChannelInfo = 230;
 /// The two halves of one setting, which the library asks for one by one.
 Reading startup(uint32_t station)
 {
-    const Reading active = numbers(KVO_HWS_getKVOStartupActive)(station);
+    Reading active = numbers(KVO_HWS_getKVOStartupActive)(station);
     if (active.result != KVO_HWS_OK) {
         return active;
     }
-    const Reading priority = numbers(KVO_HWS_getKVOStartupPrio)(station);
+    Reading priority = numbers(KVO_HWS_getKVOStartupPrio)(station);
     if (priority.result != KVO_HWS_OK) {
         return priority;
     }

@@ -88,10 +88,12 @@ Report debugLevel()
 
 Action setUpDebugLevel(CLI::App &command)
 {
+    const Words words{{"none", 0}, {"1", 1}, {"2", 2}, {"I", 1}, {"II", 2}};
     auto level = std::make_shared<int>();
     auto *given = command.add_option("LEVEL", *level, "none, 1 or I, 2 or II; without it the level is shown")
-                      ->transform(oneOf({{"none", 0}, {"1", 1}, {"2", 2}, {"I", 1}, {"II", 2}}))
+                      ->transform(oneOf(words))
                       ->type_name("");
+    offerWords(given, words);
     return [=] { return given->count() > 0 ? done(KVO_HWS_setDebugLevel(*level)) : debugLevel(); };
 }
 

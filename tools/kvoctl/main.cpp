@@ -29,6 +29,9 @@ int fail(const CommandLine &commandLine, Exit exit, std::optional<int32_t> resul
 
 int run(CommandLine &commandLine, std::vector<std::string> arguments)
 {
+    if (commandLine.answersShell(arguments)) {
+        return status(Exit::done);
+    }
     try {
         commandLine.parse(std::move(arguments));
     } catch (const CLI::ParseError &error) {

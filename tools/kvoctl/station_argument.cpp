@@ -2,6 +2,8 @@
 #include "station_argument.h"
 
 #include "arguments.h"
+#include "completion.h"
+#include "fetch_list.h"
 #include "result.h"
 
 #include <kvo_hws/requests.h>
@@ -10,6 +12,7 @@
 #include <arpa/inet.h>
 #include <array>
 #include <charconv>
+#include <cstring>
 
 namespace kvoctl {
 
@@ -60,14 +63,35 @@ std::shared_ptr<std::string> addStation(CLI::App &command)
     auto station = std::make_shared<std::string>();
     auto *option = command.add_option("STATION", *station, std::string("The station: ") + kStationForms);
     option->required()->check(oneLine())->check({checkLength, ""})->type_name("");
+    offerStations(option);
     return station;
 }
 
 std::shared_ptr<std::vector<std::string>> addStations(CLI::App &command, const std::string &help)
 {
     auto stations = std::make_shared<std::vector<std::string>>();
-    command.add_option("STATION", *stations, help)->check(oneLine())->check({checkLength, ""})->type_name("");
+    auto *option = command.add_option("STATION", *stations, help);
+    option->check(oneLine())->check({checkLength, ""})->type_name("");
+    offerStations(option);
     return stations;
+}
+
+void offerStations(const CLI::Option *argument, StationForms forms)
+{
+    completions::offer(argument, [forms] {
+        completions::Candidates candidates;
+        for (const KvoDescription &station : fetchList<KvoDescription>(KVO_HWS_getDescriptionList)) {
+            const std::string address = dotted(station.address);
+            const std::string name(station.name, strnlen(station.name, sizeof station.name));
+            if (forms != StationForms::name) {
+                candidates.push_back({address, name});
+            }
+            if (forms != StationForms::address) {
+                candidates.push_back({name, address});
+            }
+        }
+        return candidates;
+    });
 }
 
 KvoDescriptionEx lookUp(const std::string &station)

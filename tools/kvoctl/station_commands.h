@@ -31,7 +31,7 @@ Report call(Request request, uint32_t station, const std::tuple<Given<Values>...
 
 /// Has something done: STATION and @p arguments, which the library's @p request takes in this order.
 template <class Request, class... Arguments>
-Subcommand order(Request request, std::vector<Meaning> codes, Arguments... arguments)
+Subcommand order(Request request, const std::vector<Meaning> &codes, Arguments... arguments)
 {
     return {[=](CLI::App &command) -> Action {
         const auto station = addStation(command);
@@ -44,7 +44,7 @@ Subcommand order(Request request, std::vector<Meaning> codes, Arguments... argum
 
 /// Shows a property, or sets it where values are given: STATION [VALUE...].
 template <class Request, class... Arguments>
-Subcommand setting(const Property &property, Request request, std::vector<Meaning> codes, Arguments... arguments)
+Subcommand setting(const Property &property, Request request, const std::vector<Meaning> &codes, Arguments... arguments)
 {
     const auto setUp = [=](CLI::App &command) -> Action {
         const auto station = addStation(command);

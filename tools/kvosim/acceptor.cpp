@@ -10,6 +10,7 @@ namespace kvosim {
 namespace {
 
 constexpr std::chrono::milliseconds kPause{100};
+constexpr int kAcceptedAtOnce = 16;  // then everybody else has a turn
 
 }  // namespace
 
@@ -28,13 +29,13 @@ Acceptor::~Acceptor()
 
 void Acceptor::watch()
 {
-    loop_.watch(listener_, EPOLLIN, [this](uint32_t) { acceptAll(); });
+    loop_.watch(listener_, EPOLLIN, [this](uint32_t) { acceptSome(); });
     watching_ = true;
 }
 
-void Acceptor::acceptAll()
+void Acceptor::acceptSome()
 {
-    for (;;) {
+    for (int accepted = 0; accepted < kAcceptedAtOnce; ++accepted) {
         Descriptor connection(accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
         if (connection.valid()) {
             take_(std::move(connection));

@@ -18,7 +18,7 @@ public:
 
 private:
     void watch();
-    void acceptAll();
+    void acceptSome();
     void pause();
 
     EventLoop &loop_;

@@ -49,4 +49,14 @@ bool isCommand(std::string_view keyword)
     return table().contains(word) || table().contains(word + '=') || table().contains(word + ' ');
 }
 
+std::vector<std::string_view> commandKeywords()
+{
+    std::vector<std::string_view> keywords;
+    for (const auto &row : table()) {
+        keywords.push_back(keywordOf(row.first));
+    }
+    std::sort(keywords.begin(), keywords.end());
+    return keywords;
+}
+
 }  // namespace kvosim

@@ -8,6 +8,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace kvosim {
 
@@ -30,6 +31,9 @@ std::string_view keywordOf(std::string_view request);
 
 /// Whether there is a command of this keyword, which is given without what ends it.
 bool isCommand(std::string_view keyword);
+
+/// The keywords of all commands, without what ends them, in alphabetical order.
+std::vector<std::string_view> commandKeywords();
 
 /// Carries out a datagram of the USB lock; false, with nothing changed, when it is none or names no station.
 bool takeUsbLock(Plant &plant, std::string_view datagram);

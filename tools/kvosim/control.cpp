@@ -143,6 +143,15 @@ Json station(ServiceContext &context, const Json &request)
     return jsonOf(found);
 }
 
+Json listStations(ServiceContext &context, const Json &)
+{
+    Json list = Json::array();
+    for (const ConnectionEntry &entry : context.plant.stations()) {
+        list.push_back({{"address", dotted(entry.address)}, {"name", entry.name}});
+    }
+    return {{"stations", std::move(list)}};
+}
+
 Json listFaults(ServiceContext &context, const Json &)
 {
     Json list = Json::array();
@@ -190,10 +199,8 @@ struct Action {
 };
 
 constexpr Action kActions[] = {
-    {"station", station},
-    {"fault.list", listFaults},
-    {"fault.add", addFault},
-    {"fault.clear", clearFaults},
+    {"station", station},    {"stations", listStations},   {"fault.list", listFaults},
+    {"fault.add", addFault}, {"fault.clear", clearFaults},
 };
 
 Reply carryOut(ControlContext control, std::string_view line, const LineServer::Caller &caller)
@@ -217,7 +224,7 @@ Reply carryOut(ControlContext control, std::string_view line, const LineServer::
     if (const auto reply = answerEventControl(control.embeddedEvents, request)) {
         return *reply;
     }
-    throw Refused("\"do\": \"" + wanted + "\" is none of status, station, fault.list, fault.add, fault.clear, " +
+    throw Refused("\"do\": \"" + wanted + "\" is none of status, station, stations, fault.list, fault.add, fault.clear, " +
                   std::string(kUsbActions) + ", " + std::string(kRemoteActions) + ", event");
 }
 

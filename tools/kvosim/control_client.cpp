@@ -24,7 +24,8 @@ Descriptor connectTo(const std::string &path, Patience patience)
     address.sun_family = AF_UNIX;
     path.copy(address.sun_path, sizeof address.sun_path - 1);
     Descriptor connection(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    const timeval limit{.tv_sec = patience.value_or(std::chrono::seconds(0)).count(), .tv_usec = 0};  // 0 is none
+    const auto seconds = static_cast<time_t>(patience.value_or(std::chrono::seconds(0)).count());
+    const timeval limit{.tv_sec = seconds, .tv_usec = 0};  // 0 is none
     setsockopt(connection.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     setsockopt(connection.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
     if (connect(connection.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {

@@ -1,6 +1,9 @@
 // Arguments, requests and what is printed of their replies.
 #include "control_commands.h"
 
+#include "completion.h"
+#include "offers.h"
+
 #include <cstdio>
 #include <iostream>
 #include <vector>
@@ -67,16 +70,17 @@ void printFaults(const Json &reply)
     }
 }
 
-void printStatus(Json reply)
+void printStatus(const Json &reply)
 {
-    const auto up = reply["uptime_ms"].get<int64_t>();
-    reply.erase("uptime_ms");
+    Json rows = reply;
+    const auto up = rows["uptime_ms"].get<int64_t>();
+    rows.erase("uptime_ms");
     std::printf("%-28s%lld.%03lld s\n", "uptime", static_cast<long long>(up / 1000), static_cast<long long>(up % 1000));
     std::fflush(stdout);
     for (const char *key : {"registry_locked", "usb_events_activated"}) {
-        reply[key] = reply[key].get<bool>() ? "yes" : "no";
+        rows[key] = rows[key].get<bool>() ? "yes" : "no";
     }
-    printRows(reply);
+    printRows(rows);
 }
 
 /// "key=value" as one member of an object.
@@ -119,10 +123,10 @@ ControlCommands::ControlCommands(CLI::App &app) : options_(std::make_unique<Opti
         if (!options.settings.empty()) {
             request["set"] = settings(options.settings);
         }
-        ask(request, [](Json reply) { printRows(reply); });
+        ask(request, printRows);
     });
-    station->add_option("STATION", options.station, "Its address or its name")->required();
-    station->add_option("--set", options.settings, "KEY=VALUE, any number of them");
+    offerStations(station->add_option("STATION", options.station, "Its address or its name")->required());
+    offerStationKeys(station->add_option("--set", options.settings, "KEY=VALUE, any number of them"));
     station->footer(kStationExamples);
 
     CLI::App *fault = app.add_subcommand("fault", "Make the running simulator fail");
@@ -139,10 +143,9 @@ ControlCommands::~ControlCommands() = default;
 void ControlCommands::addFaultCommands(CLI::App &fault)
 {
     Options &options = *options_;
-    const auto print = [](Json reply) { printFaults(reply); };
-    add(fault, "list", "List the faults", [this, print] { ask({{"do", "fault.list"}}, print); });
-    add(fault, "clear", "Remove all faults", [this, print] { ask({{"do", "fault.clear"}}, print); });
-    CLI::App *adding = add(fault, "add", "Add a fault", [this, &options, print] {
+    add(fault, "list", "List the faults", [this] { ask({{"do", "fault.list"}}, printFaults); });
+    add(fault, "clear", "Remove all faults", [this] { ask({{"do", "fault.clear"}}, printFaults); });
+    CLI::App *adding = add(fault, "add", "Add a fault", [this, &options] {
         Json request{{"do", "fault.add"},
                      {"kind", options.kind},
                      {"command", options.command.empty() ? "*" : options.command},
@@ -151,10 +154,12 @@ void ControlCommands::addFaultCommands(CLI::App &fault)
         if (options.delay) {
             request["delay_ms"] = *options.delay;
         }
-        ask(request, print);
+        ask(request, printFaults);
     });
-    adding->add_option("KIND", options.kind, "delay, close, garbage, failed, split or silent")->required();
-    adding->add_option("--command", options.command, "Keyword of the command that it strikes (default: all)");
+    completions::offerWords(
+        adding->add_option("KIND", options.kind, "delay, close, garbage, failed, split or silent")->required(),
+        {"delay", "close", "garbage", "failed", "split", "silent"});
+    offerKeywords(adding->add_option("--command", options.command, "Keyword of the command that it strikes (default: all)"));
     adding->add_option("--after", options.after, "So many requests are spared first (default: 0)");
     adding->add_option("--times", options.times, "So many are struck then (default: 0, for ever)");
     adding->add_option("--delay-ms", options.delay, "Time of delay and split, at most 60000");
@@ -169,7 +174,7 @@ CLI::App *ControlCommands::add(CLI::App &parent, const char *name, const char *m
     return command;
 }
 
-void ControlCommands::ask(const Json &request, void (*print)(Json), Patience patience) const
+void ControlCommands::ask(const Json &request, void (*print)(const Json &reply), Patience patience) const
 {
     const Json reply = askSimulator(request, kControlSocket, patience);
     if (json()) {

@@ -8,10 +8,10 @@
 namespace kvosim {
 
 EmbeddedEvents::EmbeddedEvents(EventLoop &loop, std::filesystem::path socket, std::chrono::seconds alive,
-                               std::function<void(std::string_view line)> report)
+                               std::function<void(std::string_view line)> report, mode_t mode)
     : loop_(loop), report_(std::move(report))
 {
-    socket_.emplace(std::move(socket));
+    socket_.emplace(std::move(socket), mode);
     acceptor_ = std::make_unique<Acceptor>(loop, socket_->get(), [this](Descriptor connection) { add(std::move(connection)); });
     if (alive.count() > 0) {
         keepAlive(alive);

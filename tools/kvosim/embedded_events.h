@@ -23,9 +23,9 @@ public:
     static constexpr std::size_t kMostUnread = std::size_t{256} * 1024;
 
     /// @p alive is the time between "Alive?" events, 0 for none. @p report is told of each event, and of listeners that come
-    /// and go. Throws std::runtime_error where the socket can not be had. @p loop must outlive it.
+    /// and go. @p mode says who may connect. Throws std::runtime_error where the socket can not be had. @p loop must outlive it.
     EmbeddedEvents(EventLoop &loop, std::filesystem::path socket, std::chrono::seconds alive,
-                   std::function<void(std::string_view line)> report);
+                   std::function<void(std::string_view line)> report, mode_t mode = kForThisUser);
     EmbeddedEvents(const EmbeddedEvents &) = delete;
     EmbeddedEvents &operator=(const EmbeddedEvents &) = delete;
 

@@ -18,6 +18,8 @@ constexpr std::size_t kPiece = std::size_t{32} * 1024;
 // Holds several pieces, so that one is taken whole or not at all; the kernel grants what it allows.
 constexpr int kSendBuffer = 1024 * 1024;
 constexpr std::chrono::milliseconds kSweepInterval{50};
+// Then those that are connected have their turn, and a flood of new ones takes nobody's place.
+constexpr int kAcceptedAtOnce = 16;
 
 bool wouldBlock() noexcept { return errno == EAGAIN || errno == EWOULDBLOCK; }
 
@@ -28,7 +30,7 @@ LineServer::LineServer(EventLoop &loop, std::filesystem::path path, Answer answe
     : loop_(loop), answer_(std::move(answer)), refusal_(std::move(refusal)), report_(std::move(report)), limits_(limits)
 {
     listener_.emplace(std::move(path), mode);
-    loop_.watch(listener_->get(), EPOLLIN, [this](uint32_t) { acceptAll(); });
+    loop_.watch(listener_->get(), EPOLLIN, [this](uint32_t) { acceptSome(); });
 }
 
 LineServer::~LineServer()
@@ -55,9 +57,9 @@ void LineServer::end(std::function<void()> ended)
     after(limits_.endingTime, [this] { dropAll([](const Connection &) { return true; }); });
 }
 
-void LineServer::acceptAll()
+void LineServer::acceptSome()
 {
-    for (;;) {
+    for (int accepted = 0; accepted < kAcceptedAtOnce; ++accepted) {
         Descriptor socket(accept4(listener_->get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
         if (!socket.valid()) {
             const bool outOfDescriptors = errno == EMFILE || errno == ENFILE;

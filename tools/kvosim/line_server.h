@@ -70,7 +70,7 @@ public:
 
     /// @p refusal answers a line that is too long. @p loop must outlive the server. @p mode says who may connect.
     LineServer(EventLoop &loop, std::filesystem::path path, Answer answer, std::string refusal, Report report = {},
-               LineServerLimits limits = {}, mode_t mode = kForEverybody);
+               LineServerLimits limits = {}, mode_t mode = kForThisUser);
     LineServer(const LineServer &) = delete;
     LineServer &operator=(const LineServer &) = delete;
     ~LineServer();
@@ -94,7 +94,7 @@ private:
     };
     using Place = std::map<int, Connection>::iterator;
 
-    void acceptAll();
+    void acceptSome();
     void react(int fd, uint32_t events);
     void read(Place place);
     void reply(Place place, Reply reply);

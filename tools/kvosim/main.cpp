@@ -1,5 +1,8 @@
 // kvosim: the hardware service of a simulated plant, for programs that are developed and tested without a panel.
 #include "address.h"
+#include "arguments.h"
+#include "command_structure.h"
+#include "completion.h"
 #include "control.h"
 #include "control_commands.h"
 #include "guarded_command.h"
@@ -70,6 +73,7 @@ struct Options {
     std::string plant;
     std::string registry;
     std::string usbLockAddress;
+    std::string socketMode;
     std::string remote;
     std::string remoteAddress;
     uint32_t alive = 10;  // seconds
@@ -88,6 +92,9 @@ kvosim::ServiceOptions serviceOptions(const Options &options)
     if (!options.usbLockAddress.empty()) {
         service.usbLockAddress = options.usbLockAddress;
     }
+    if (!options.socketMode.empty()) {
+        service.socketMode = *kvosim::number<mode_t>(options.socketMode, 8);
+    }
     if (!options.remote.empty()) {
         service.remoteSessions = kvosim::parseSessions(options.remote);
     }
@@ -96,6 +103,12 @@ kvosim::ServiceOptions serviceOptions(const Options &options)
     }
     service.alive = std::chrono::seconds(options.alive);
     return service;
+}
+
+std::string mistakeInMode(const std::string &text)
+{
+    const auto mode = kvosim::number<mode_t>(text, 8);
+    return mode && *mode <= kvosim::kWidest ? std::string() : "write an octal number such as 0600, 0660 or 0666";
 }
 
 std::string mistakeInSessions(const std::string &text)
@@ -168,8 +181,9 @@ int generate(const Options &options)
 
 void addServiceOptions(CLI::App &command, Options &options)
 {
-    command.add_option("--registry", options.registry,
-                       "Directory of the registry lists, kept from one start to the next (default: a temporary one)");
+    completions::offerDirectories(
+        command.add_option("--registry", options.registry,
+                           "Directory of the registry lists, kept from one start to the next (default: a temporary one)"));
     command
         .add_option(
             "--usb-lock-address", options.usbLockAddress,
@@ -200,13 +214,20 @@ int runMain(std::vector<std::string> arguments)
     app.require_subcommand(1);
 
     CLI::App *serveCommand = app.add_subcommand("serve", "Serve a plant to the programs of this machine");
-    serveCommand->add_option("--plant", options.plant, "Plant file (docs/plant-file.md)")->required();
+    completions::offerFiles(serveCommand->add_option("--plant", options.plant, "Plant file (docs/plant-file.md)")->required());
     addServiceOptions(*serveCommand, options);
+    serveCommand
+        ->add_option("--socket-mode", options.socketMode,
+                     "Who may connect to the service's sockets, as file modes: 0600 this user's programs alone, 0660 those of "
+                     "its group too, 0666 everybody's (default: 0600)")
+        ->check(mistakeInMode);
     serveCommand->footer(kServeExamples);
 
     CLI::App *runCommand =
         app.add_subcommand("run", "Serve a plant to one command alone: kvosim run [OPTIONS] -- COMMAND [ARGUMENT...]");
-    runCommand->add_option("--plant", options.plant, "Plant file (default: a small built-in plant of three stations)");
+    completions::offerFiles(
+        runCommand->add_option("--plant", options.plant, "Plant file (default: a small built-in plant of three stations)"));
+    completions::offerCommand(runCommand);
     addServiceOptions(*runCommand, options);
     runCommand->footer(kRunExamples);
 
@@ -219,6 +240,9 @@ int runMain(std::vector<std::string> arguments)
 
     const kvosim::ControlCommands controlCommands(app);
 
+    if (completions::answered(app, arguments, std::cout) || completions::structureWritten(app, arguments, std::cout)) {
+        return kDone;
+    }
     options.command = takeCommand(arguments);
     try {
         std::reverse(arguments.begin(), arguments.end());  // as this parser takes them

@@ -67,6 +67,16 @@ bool isShared(std::string_view mountPoint)
     return shared;
 }
 
+/// A link would be its owner's to turn elsewhere at any time, and the programs that work here with it.
+void refuseLink()
+{
+    struct stat status {};
+    if (lstat(kSocketDirectory, &status) != 0 || !S_ISDIR(status.st_mode)) {
+        errno = ENOTDIR;
+        fail(std::string("use ") + kSocketDirectory + " (it must be a directory, and no link)");
+    }
+}
+
 }  // namespace
 
 void enterPrivateNamespace()
@@ -75,6 +85,7 @@ void enterPrivateNamespace()
     if (mkdir(kSocketDirectory, 0755) != 0 && errno != EEXIST) {
         fail(std::string("create ") + kSocketDirectory);
     }
+    refuseLink();
     unshareMounts();
     // Nothing that is mounted from here on reaches the outside. In a chroot the root may be no mount of its own, and can not be told so.
     const bool toldPrivate = mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;

@@ -2,11 +2,14 @@
 #include "registry.h"
 
 #include "address.h"
+#include "descriptor.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
-#include <fstream>
+#include <fcntl.h>
 #include <stdexcept>
+#include <string_view>
 #include <system_error>
 #include <unistd.h>
 #include <utility>
@@ -17,6 +20,7 @@ namespace {
 
 constexpr const char *kCurrent = "kvo_hws/currkvos.reg";
 constexpr const char *kPrevious = "kvo_hws/prevkvos.reg";
+constexpr mode_t kListMode = 0666;  // less what the umask takes
 
 std::filesystem::path createTemporaryDirectory()
 {
@@ -60,14 +64,27 @@ std::string listText(const Stations &stations)
     return text;
 }
 
+bool writeAll(const Descriptor &file, std::string_view text)
+{
+    while (!text.empty()) {
+        const ssize_t count = write(file.get(), text.data(), text.size());
+        if (count < 0 && errno != EINTR) {
+            return false;
+        }
+        text.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+    }
+    return true;
+}
+
+/// Aside, in a file that is this one's own: a link that somebody has put there is not written through.
 void writeWhole(const std::filesystem::path &path, const std::string &text)
 {
     const std::filesystem::path aside = path.string() + ".new";
-    std::ofstream out(aside, std::ios::binary | std::ios::trunc);
-    out << text;
-    out.close();
-    if (!out) {
-        throw std::runtime_error("can not write " + aside.string());
+    std::error_code missing;
+    std::filesystem::remove(aside, missing);
+    const Descriptor file(open(aside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kListMode));
+    if (!file.valid() || !writeAll(file, text)) {
+        throw std::runtime_error("can not write " + aside.string() + ": " + std::generic_category().message(errno));
     }
     std::filesystem::rename(aside, path);
 }

@@ -1,7 +1,9 @@
 // "kvosim remote": arguments, requests, and what is printed of their replies.
 #include "control_commands.h"
 
+#include "completion.h"
 #include "exchange_log.h"
+#include "offers.h"
 #include "remote_log.h"
 #include "remote_script_run.h"
 
@@ -78,7 +80,7 @@ struct RemoteArguments {
     std::string script;
 };
 
-void printSessions(Json reply)
+void printSessions(const Json &reply)
 {
     if (reply["sessions"].empty()) {
         std::cout << "no sessions are served; start the simulator with --remote\n";
@@ -103,7 +105,7 @@ void ask(const ControlCommands &commands, const RemoteArguments &options)
     }
     // The simulator tells when time is up.
     commands.ask(
-        request, [](Json reply) { std::cout << reply.at("reply").get<std::string>() << '\n'; },
+        request, [](const Json &reply) { std::cout << reply.at("reply").get<std::string>() << '\n'; },
         std::chrono::seconds(options.timeout) + *kUsualPatience);
 }
 
@@ -169,7 +171,7 @@ void runScript(const ControlCommands &commands, const std::string &file)
 
 CLI::App *addSession(CLI::App *command, RemoteArguments &options)
 {
-    command->add_option("SESSION", options.session, "0 to 9")->required();
+    offerSessions(command->add_option("SESSION", options.session, "0 to 9")->required());
     return command;
 }
 
@@ -192,7 +194,7 @@ void addClose(ControlCommands &commands, CLI::App &remote, const std::shared_ptr
         commands.add(remote, "close", "Close the connection of a session's agent, which comes again",
                      [&commands, options] {
                          commands.ask({{"do", "remote.close"}, {"session", options->session}, {"reset", options->reset}},
-                                      [](Json) { std::cout << "closed\n"; });
+                                      [](const Json & /*reply*/) { std::cout << "closed\n"; });
                      }),
         *options);
     closing->add_flag("--reset", options->reset, "By a reset, as when the other machine has crashed");
@@ -202,7 +204,7 @@ void addLog(ControlCommands &commands, CLI::App &remote, const std::shared_ptr<R
 {
     CLI::App *log =
         commands.add(remote, "log", "Show what went over the sessions", [&commands, options] { printLog(commands, *options); });
-    log->add_option("--session", options->logSession, "Of this session alone");
+    offerSessions(log->add_option("--session", options->logSession, "Of this session alone"));
     log->add_flag("--follow", options->follow, "Go on with what comes, until this command is ended");
     log->footer(kLogExamples);
 }
@@ -223,7 +225,7 @@ void addRemoteCommands(ControlCommands &commands, CLI::App &app)
     addLog(commands, *remote, options);
     CLI::App *running = commands.add(*remote, "run", "Send requests to agents and compare their replies, as a script says",
                                      [&commands, options] { runScript(commands, options->script); });
-    running->add_option("SCRIPT", options->script, "The script's file")->required();
+    completions::offerFiles(running->add_option("SCRIPT", options->script, "The script's file")->required());
     running->footer(kRunExamples);
 }
 

@@ -47,14 +47,15 @@ Service::Service(EventLoop &loop, Plant plant, const ServiceOptions &options, st
                  }),
       commands_(
           loop, options.socket, [this](std::string_view request, const auto &) { return exchange(request); }, kFailed,
-          [this](std::string_view event) { report(event); }, options.limits),
+          [this](std::string_view event) { report(event); }, options.limits, options.socketMode),
       control_(
           loop, options.controlSocket,
           [this](std::string_view request, const LineServer::Caller &caller) {
               return answerControl({context_, usbEvents_, remote_, embeddedEvents_}, request, caller);
           },
           R"({"error":"the request is too long"})", {}, kControlLimits, kForThisUser),
-      embeddedEvents_(loop, options.eventSocket, options.alive, [this](std::string_view line) { report(line); }),
+      embeddedEvents_(
+          loop, options.eventSocket, options.alive, [this](std::string_view line) { report(line); }, options.socketMode),
       remote_(loop, remoteOptions(plant_.service, options), [this](std::string_view line) { report(line); })
 {
     openUsbLock(options);

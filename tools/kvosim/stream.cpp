@@ -51,7 +51,7 @@ void Stream::react(uint32_t events)
 /// One piece at a time, so that a flood holds nobody else up.
 void Stream::receive()
 {
-    std::array<char, 16 * 1024> piece{};
+    std::array<char, std::size_t{16} * 1024> piece{};
     const ssize_t count = recv(socket_.get(), piece.data(), piece.size(), 0);
     if (count > 0) {
         reactions_.take({piece.data(), static_cast<std::size_t>(count)});

@@ -16,6 +16,7 @@ namespace kvosim {
 namespace {
 
 constexpr uint16_t kUsbLockPort = 5851;
+constexpr int kTakenAtOnce = 64;  // then everybody else has a turn
 
 bool isLoopback(const sockaddr_in &endpoint) { return ntohl(endpoint.sin_addr.s_addr) >> 24 == IN_LOOPBACKNET; }
 
@@ -71,7 +72,7 @@ std::string UdpSocket::address() const
 void UdpSocket::receive()
 {
     std::array<char, 2048> buffer{};
-    for (;;) {
+    for (int taken = 0; taken < kTakenAtOnce; ++taken) {
         const ssize_t size = recv(socket_.get(), buffer.data(), buffer.size(), 0);
         if (size < 0) {
             return;

@@ -93,10 +93,11 @@ ListeningSocket::ListeningSocket(std::filesystem::path path, mode_t mode) : path
     const Descriptor directory = ownDirectory(path_.parent_path());
     clearPath(path_);
     socket_ = Descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    // Before it has a path, so that nobody else gets in between.
+    // Narrow before it has a path, so that nobody else gets in between. The umask may take from that; nobody else can have put
+    // another file into this directory meanwhile.
     if (fchmod(socket_.get(), mode) != 0 ||
         bind(socket_.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
-        listen(socket_.get(), kWaitingConnections) != 0) {
+        chmod(path_.c_str(), mode) != 0 || listen(socket_.get(), kWaitingConnections) != 0) {
         fail("can not listen at " + path_.string());
     }
     struct stat status {};

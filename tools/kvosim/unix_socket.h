@@ -8,8 +8,8 @@
 
 namespace kvosim {
 
-/// Who may connect to a socket, as file modes.
-inline constexpr mode_t kForEverybody = 0777;
+/// Who may connect to a socket, as file modes, whatever the umask: those who may write it.
+inline constexpr mode_t kWidest = 0666;
 inline constexpr mode_t kForThisUser = 0600;
 
 class ListeningSocket {
@@ -17,7 +17,7 @@ public:
     /// Creates the directory where it is missing, removes a socket that nobody listens at any more, and listens.
     /// Throws std::runtime_error where a live service listens there, the directory is another user's, or the path is taken
     /// by something that is no socket.
-    explicit ListeningSocket(std::filesystem::path path, mode_t mode = kForEverybody);
+    explicit ListeningSocket(std::filesystem::path path, mode_t mode = kForThisUser);
     ListeningSocket(const ListeningSocket &) = delete;
     ListeningSocket &operator=(const ListeningSocket &) = delete;
     ~ListeningSocket();

@@ -1,6 +1,7 @@
 // "kvosim usb": arguments, requests, and what is printed of their replies.
 #include "control_commands.h"
 
+#include "offers.h"
 #include "usb_device.h"
 
 #include <cstdio>
@@ -55,7 +56,7 @@ std::string textOf(const Json &reply, const char *key) { return reply.at(key).ge
 
 std::string happened(const Json &reply)
 {
-    const std::string event = textOf(reply, "event");
+    std::string event = textOf(reply, "event");
     if (event == "plugged") {
         return "plugged in";
     }
@@ -79,13 +80,13 @@ std::string spread(const std::string &delivery)
     return "the event was not delivered: " + delivery;
 }
 
-void printNews(Json reply)
+void printNews(const Json &reply)
 {
     std::cout << textOf(reply, "station") << ": \"" << textOf(reply, "ident2") << '*' << textOf(reply, "ident3") << "\" "
               << happened(reply) << "; " << spread(textOf(reply, "delivery")) << '\n';
 }
 
-void printDevices(Json reply)
+void printDevices(const Json &reply)
 {
     if (reply["devices"].empty()) {
         std::cout << "no USB devices\n";
@@ -97,7 +98,7 @@ void printDevices(Json reply)
     }
 }
 
-void printStorm(Json reply)
+void printStorm(const Json &reply)
 {
     std::printf("sent %u, delivered %u, failed %u, %.3f s, %.1f events a second\n", reply["sent"].get<unsigned>(),
                 reply["delivered"].get<unsigned>(), reply["failed"].get<unsigned>(), reply["seconds"].get<double>(),
@@ -153,7 +154,7 @@ Json fieldsOf(const UsbOptions &options)
 
 CLI::App *addStation(CLI::App *command, UsbOptions &options)
 {
-    command->add_option("STATION", options.station, "Its address or its name")->required();
+    offerStations(command->add_option("STATION", options.station, "Its address or its name")->required());
     return command;
 }
 
@@ -179,7 +180,7 @@ void addChanges(ControlCommands &commands, CLI::App &usb, const std::shared_ptr<
                                       printNews, kUntilItEnds);
                      }),
         *options);
-    unplugging->add_option("DEVICE", options->device, "Its ident2 or ident3")->required();
+    offerDevices(unplugging->add_option("DEVICE", options->device, "Its ident2 or ident3")->required());
     CLI::App *changing = addStation(commands.add(usb, "state", "Change the state of a device",
                                                  [&commands, options] {
                                                      commands.ask({{"do", "usb.state"},
@@ -189,7 +190,7 @@ void addChanges(ControlCommands &commands, CLI::App &usb, const std::shared_ptr<
                                                                   printNews, kUntilItEnds);
                                                  }),
                                     *options);
-    changing->add_option("DEVICE", options->device, "Its ident2 or ident3")->required();
+    offerDevices(changing->add_option("DEVICE", options->device, "Its ident2 or ident3")->required());
     changing->add_option("VALUE", options->state, "0 to 0xFFFFFFFF")->required();
 }
 
@@ -202,7 +203,7 @@ void addList(ControlCommands &commands, CLI::App &usb, const std::shared_ptr<Usb
         }
         commands.ask(request, printDevices);
     });
-    list->add_option("STATION", options->station, "Its address or its name (default: all stations)");
+    offerStations(list->add_option("STATION", options->station, "Its address or its name (default: all stations)"));
 }
 
 void addStorm(ControlCommands &commands, CLI::App &usb, const std::shared_ptr<UsbOptions> &options)
@@ -216,7 +217,8 @@ void addStorm(ControlCommands &commands, CLI::App &usb, const std::shared_ptr<Us
     });
     storm->add_option("--count", options->count, "How many events")->required();
     storm->add_option("--rate", options->rate, "Events a second (default: 0, as fast as they are taken)");
-    storm->add_option("--station", options->station, "Where, by its address or its name (default: at all stations in turn)");
+    offerStations(storm->add_option("--station", options->station,
+                                    "Where, by its address or its name (default: at all stations in turn)"));
     storm->footer(kStormExamples);
 }
 

@@ -132,11 +132,10 @@ std::string assignNumber(const UsbNumberKey &key, UsbDevice &device, const Value
 std::string assignBytes(UsbDevice &device, const Value &value)
 {
     constexpr std::size_t kMost = sizeof device.source.bytes;
-    constexpr const char *kForm = "; write two hexadecimal digits for each byte, such as \"0A1B\"";
     const auto *text = std::get_if<std::string>(&value);
     if (text == nullptr || text->size() % 2 != 0 ||
         !std::all_of(text->begin(), text->end(), [](unsigned char c) { return std::isxdigit(c) != 0; })) {
-        return std::string("is no list of bytes") + kForm;
+        return "is no list of bytes; write two hexadecimal digits for each byte, such as \"0A1B\"";
     }
     if (text->size() > 2 * kMost) {
         return "has " + std::to_string(text->size() / 2) + " bytes; write at most " + std::to_string(kMost);

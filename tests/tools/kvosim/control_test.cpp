@@ -174,6 +174,38 @@ TEST(Control, IsThisUsersAlone)
     EXPECT_NE(status.st_mode & 0200U, 0U);
 }
 
+/// Who may connect to a socket.
+mode_t modeOf(const char *path)
+{
+    struct stat status {};
+    EXPECT_EQ(stat(path, &status), 0) << path;
+    return status.st_mode & 07777U;
+}
+
+TEST(Control, TheServicesOwnSocketsAreOpenedAsWideAsTheyAreTold)
+{
+    for (const mode_t mode : {mode_t{0600}, mode_t{0660}, mode_t{0666}}) {
+        const mode_t before = umask(022);
+        const RunningService service(kvosim_test::kSmallPlant, {.socketMode = mode});
+        umask(before);
+        EXPECT_EQ(modeOf(kvosim_test::kCommandSocket), mode);
+        EXPECT_EQ(modeOf("/tmp/kvo_hws/event_sock"), mode);
+        EXPECT_EQ(modeOf(kvosim::kControlSocket), mode_t{0600});
+    }
+}
+
+TEST(Control, WithoutBeingToldTheyAreForThisUserAlone)
+{
+    for (const mode_t mask : {mode_t{0}, mode_t{022}, mode_t{077}}) {
+        const mode_t before = umask(mask);
+        const RunningService service;
+        umask(before);
+        EXPECT_EQ(modeOf(kvosim_test::kCommandSocket), mode_t{0600});
+        EXPECT_EQ(modeOf("/tmp/kvo_hws/event_sock"), mode_t{0600});
+        EXPECT_EQ(modeOf(kvosim::kControlSocket), mode_t{0600});
+    }
+}
+
 TEST(Control, GoesWithTheService)
 {
     RunningService service;

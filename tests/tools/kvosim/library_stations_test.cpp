@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 
 #include <chrono>
+#include <climits>
 #include <cstring>
 #include <thread>
 #include <vector>
@@ -291,7 +292,7 @@ TEST(LibraryStations, Clients)
     const RunningService service("[[client]]\nname = \"HMI 1\"\nvalue = 31\n\n[[client]]\nname = \"Logger\"\n");
     std::vector<KvoClientEntry> clients(2);
     uint32_t count = 1;
-    EXPECT_EQ(KVO_HWS_getClientList(clients.data(), &count, 0xFFFFFFFFFFFFFFFF), -3);
+    EXPECT_EQ(KVO_HWS_getClientList(clients.data(), &count, ULONG_MAX), -3);
     EXPECT_EQ(count, 2U);
     ASSERT_EQ(KVO_HWS_getClientList(clients.data(), &count, 0), 1);
     EXPECT_STREQ(clients[0].name, "HMI 1");

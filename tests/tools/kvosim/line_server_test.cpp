@@ -240,6 +240,27 @@ TEST(LineServer, QuietestConnectionMakesRoomForANewOne)
     EXPECT_THAT(server.events(), testing::ElementsAre("dropped for a newer connection"));
 }
 
+TEST(LineServer, AFloodOfConnectionsHoldsNobodyUp)
+{
+    const EchoServer server;
+    std::atomic<bool> done = false;
+    std::vector<std::thread> flood;
+    for (int i = 0; i < 3; ++i) {
+        flood.emplace_back([&] {
+            while (!done) {
+                const Client client(server.path());
+            }
+        });
+    }
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_EQ(exchange("hello\n", server.path()), "re: hello\n");
+    }
+    done = true;
+    for (std::thread &client : flood) {
+        client.join();
+    }
+}
+
 TEST(LineServer, ServesManyClientsAtOnce)
 {
     constexpr int kClients = 64;

@@ -106,6 +106,17 @@ TEST(Serve, TakesTheSocketOfAKilledServiceOver)
     EXPECT_EQ(exchange("getCountElemDL\n"), "30\n");
 }
 
+TEST(Serve, SocketsMayBeThisUsersAlone)
+{
+    const Program service(serve({"--socket-mode", "0600"}));
+    ASSERT_TRUE(service.hasWritten(kReady));
+    EXPECT_EQ(std::filesystem::status("/tmp/kvo_hws/cmd_sock").permissions(),
+              std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+    Program wrong(serve({"--socket-mode", "0888"}));
+    EXPECT_EQ(wrong.wait(), 2);
+    EXPECT_THAT(wrong.err(), HasSubstr("write an octal number such as 0600, 0660 or 0666"));
+}
+
 TEST(Serve, KeepsItsRegistryFromOneStartToTheNext)
 {
     const kvosim_test::TemporaryDirectory registry;
@@ -321,6 +332,20 @@ TEST(Run, SaysThatTheKernelRefusesANamespace)
     EXPECT_THAT(run.err(),
                 StartsWith("kvosim: new user namespace (the kernel may forbid them to ordinary users; root needs none)"));
     EXPECT_THAT(run.temporaryFiles(), IsEmpty());
+}
+
+TEST(Run, RefusesALinkInPlaceOfTheSocketsDirectory)
+{
+    // In a /tmp of its own, so that the link is nobody else's.
+    const std::string script = "mount -t tmpfs none /tmp && mkdir /tmp/target && ln -s target /tmp/kvo_hws && "
+                               "exec \"$0\" run -- echo started";
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can have a /tmp of its own";
+    }
+    Program run({"unshare", "--mount", "sh", "-c", script, KVOSIM_PROGRAM});
+    EXPECT_EQ(run.wait(), 1);
+    EXPECT_EQ(run.out(), "");
+    EXPECT_THAT(run.err(), HasSubstr("use /tmp/kvo_hws (it must be a directory, and no link)"));
 }
 
 TEST(Run, TellsAMistakeInThePlantFileBeforeTheCommandStarts)

@@ -105,6 +105,20 @@ TEST_F(RegistryFiles, RewrittenListIsANewFile)
     EXPECT_EQ(line, "\"A\" 10.0.0.9 1x0:0") << "who has the old file open reads it to its end";
 }
 
+TEST_F(RegistryFiles, NothingIsWrittenThroughALink)
+{
+    std::filesystem::create_directory(directory / "kvo_hws");
+    const auto precious = directory / "precious";
+    std::ofstream(precious) << "precious";
+    for (const char *name : {"kvo_hws/currkvos.reg", "kvo_hws/currkvos.reg.new", "kvo_hws/prevkvos.reg.new"}) {
+        std::filesystem::create_symlink(precious, directory / name);
+    }
+    startOnce(plantOf("A"));
+    startOnce(plantOf("B"));
+    EXPECT_EQ(contentsOf(precious), "precious");
+    EXPECT_EQ(current(), "\"B\" 10.0.0.9 1x0:0\n");
+}
+
 TEST_F(RegistryFiles, PathIsAbsoluteAndEndsWithASlash)
 {
     EXPECT_EQ(Registry(directory.path()).path(), directory.path().string() + '/');

@@ -490,6 +490,14 @@ TEST(RemotePorts, AllTen)
     }
 }
 
+TEST(RemotePorts, AreThoseOf127_0_0_1AndNoOthersUnlessTold)
+{
+    const RunningService service(kvosim_test::kSmallPlant, sessions({3}));
+    EXPECT_THROW(Agent(3, "127.0.0.2"), std::runtime_error) << "an address of this machine, but another one";
+    const Agent agent(3);
+    EXPECT_TRUE(becomes(true, 3));
+}
+
 TEST(RemotePorts, APlantNamesThem)
 {
     const RunningService service("[service]\nremote_sessions = \"1,2\"\nremote_address = \"127.0.0.2\"\n");

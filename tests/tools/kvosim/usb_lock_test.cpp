@@ -10,10 +10,13 @@
 #include <gmock/gmock.h>
 
 #include <arpa/inet.h>
+#include <atomic>
 #include <cstdlib>
 #include <net/if.h>
 #include <sched.h>
 #include <sys/ioctl.h>
+#include <thread>
+#include <vector>
 
 namespace {
 
@@ -112,6 +115,31 @@ TEST(UsbLock, ComesByDatagram)
     sendTo(endpoint, "setUsbLock=\"7:8\" 10.0.0.6\n");
     EXPECT_EQ(lockWithin("0A000006", "usb-lock=7:8\n"), "usb-lock=7:8\n");
     EXPECT_EQ(exchange("getUsbLock=0A000005\n"), "usb-lock=0:0\n");
+}
+
+TEST(UsbLock, AFloodOfDatagramsHoldsNobodyUp)
+{
+    RunningService service(kvosim_test::kSmallPlant, {.usbLockAddress = "127.0.0.1:0"});
+    const sockaddr_in address = *kvosim::parseEndpoint(service.usbLockAddress());
+    std::atomic<bool> done = false;
+    std::vector<std::thread> flood;
+    for (int sender = 0; sender < 3; ++sender) {
+        flood.emplace_back([&] {
+            const kvosim::Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+            const std::string datagram(1400, 'x');
+            while (!done) {
+                sendto(socket.get(), datagram.data(), datagram.size(), 0, reinterpret_cast<const sockaddr *>(&address),
+                       sizeof address);
+            }
+        });
+    }
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_EQ(exchange("isInitComplete\n"), "yes\n");
+    }
+    done = true;
+    for (std::thread &sender : flood) {
+        sender.join();
+    }
 }
 
 TEST(UsbLock, PlaceIsThePlantsUnlessItIsGiven)

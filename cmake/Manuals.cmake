@@ -1,0 +1,33 @@
+# Target "manuals": the reference (HTML) and the manual pages, built in manuals/. With KVO_BUILD_MANUALS they are built with all
+# else, and installed.
+option(KVO_BUILD_MANUALS "Build the reference and the manual pages, which needs doxygen and python3" OFF)
+
+find_program(DOXYGEN doxygen)
+find_program(PYTHON3 python3)
+
+set(KVO_BUILD_MANUALS_COMMAND ${PYTHON3} ${PROJECT_SOURCE_DIR}/docs/reference/build_manuals.py --version ${PROJECT_VERSION})
+if(TARGET kvoctl AND TARGET kvosim)
+  list(APPEND KVO_BUILD_MANUALS_COMMAND --kvoctl $<TARGET_FILE:kvoctl> --kvosim $<TARGET_FILE:kvosim>)
+endif()
+
+if(KVO_BUILD_MANUALS)
+  if(NOT DOXYGEN OR NOT PYTHON3)
+    message(FATAL_ERROR "The manuals need doxygen and python3: ./setup.sh manuals installs them")
+  endif()
+  if(NOT TARGET kvoctl OR NOT TARGET kvosim)
+    message(FATAL_ERROR "The manuals need the tools, which tell their commands: leave KVO_BUILD_TOOLS and KVO_BUILD_KVOCTL on")
+  endif()
+
+  set(manuals ${CMAKE_BINARY_DIR}/manuals)
+  file(GLOB sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/include/kvo_hws/*.h ${PROJECT_SOURCE_DIR}/docs/*.md
+    ${PROJECT_SOURCE_DIR}/docs/reference/* ${PROJECT_SOURCE_DIR}/docs/reference/man/* ${PROJECT_SOURCE_DIR}/examples/*.c*)
+  list(FILTER sources EXCLUDE REGEX "/(man|__pycache__)$")
+  add_custom_command(OUTPUT ${manuals}/built COMMAND ${KVO_BUILD_MANUALS_COMMAND} --output ${manuals}
+    COMMAND ${CMAKE_COMMAND} -E touch ${manuals}/built
+    DEPENDS ${sources} ${PROJECT_SOURCE_DIR}/library/exports.map ${PROJECT_SOURCE_DIR}/README.md kvoctl kvosim
+    COMMENT "Building the manuals" VERBATIM)
+  add_custom_target(manuals ALL DEPENDS ${manuals}/built)
+
+  install(DIRECTORY ${manuals}/man/ DESTINATION ${CMAKE_INSTALL_MANDIR} COMPONENT manuals)
+  install(DIRECTORY ${manuals}/html DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT manuals)
+endif()

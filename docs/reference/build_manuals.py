@@ -1,0 +1,77 @@
+#!/usr/bin/env python3
+"""Builds the reference (HTML) and the manual pages out of the public headers, docs/ and what the tools tell of themselves."""
+import argparse
+import os
+import shutil
+import subprocess
+import sys
+from pathlib import Path
+
+sys.dont_write_bytecode = True  # the sources stay as they are
+
+import headers
+from pages import Sources, read
+
+ROOT = Path(__file__).resolve().parents[2]
+
+
+def write_examples(file):
+    """Each example becomes a page, introduced by its first comment."""
+    blocks = []
+    for path in sorted((ROOT / 'examples').glob('*.c*')):
+        first = path.read_text().split('\n')[0].removeprefix('//').removeprefix('/*').removesuffix('*/').strip()
+        blocks.append(f'/** @example {path.name}\n *  {first}\n */\n')
+    file.write_text('\n'.join(blocks))
+
+
+def build_reference(output, headers, version):
+    """Runs Doxygen; false where it finds something to complain about, a public name without a comment first of all."""
+    for part in ('html', 'xml'):
+        shutil.rmtree(output / part, ignore_errors=True)
+    write_examples(output / 'examples.dox')
+    variables = {'KVO_ROOT': ROOT, 'KVO_HEADERS': headers, 'KVO_OUTPUT': output, 'KVO_VERSION': version}
+    environment = os.environ | {name: str(value) for name, value in variables.items()}
+    return subprocess.run(['doxygen', ROOT / 'docs/reference/Doxyfile'], env=environment, check=False).returncode == 0
+
+
+def write_pages(output, programs, version):
+    """The manual pages below man/; false where a name has no comment."""
+    pages, links, families, faults = headers.family_pages(output / 'xml')
+    for fault in faults:
+        print(fault, file=sys.stderr)
+    sources = Sources(programs, families, output / 'xml')
+    pages += [read(file, sources) for file in sorted((ROOT / 'docs/reference/man').iterdir())]
+    shutil.rmtree(output / 'man', ignore_errors=True)
+    for page in pages:
+        folder = output / f'man/man{page.section}'
+        folder.mkdir(parents=True, exist_ok=True)
+        (folder / f'{page.name}.{page.section}').write_text(page.text(version))
+    for name, page in links.items():
+        (output / f'man/man3/{name}.3').write_text(f'.so man3/{page}.3\n')
+    return not faults
+
+
+def arguments():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument('--output', type=Path, required=True, help='receives html/, xml/ and man/')
+    parser.add_argument('--headers', type=Path, default=ROOT / 'include/kvo_hws', help='the public headers')
+    parser.add_argument('--kvoctl', type=Path, help='the program, which tells its commands; without it there are no manual pages')
+    parser.add_argument('--kvosim', type=Path, help='the same')
+    parser.add_argument('--version', required=True, help='the version that the pages name')
+    return parser.parse_args()
+
+
+def main():
+    options = arguments()
+    output = options.output.resolve()
+    output.mkdir(parents=True, exist_ok=True)
+    whole = build_reference(output, options.headers.resolve(), options.version)
+    programs = {'kvoctl': options.kvoctl, 'kvosim': options.kvosim}
+    if all(programs.values()):
+        whole = write_pages(output, programs, options.version) and whole
+    if not whole:
+        sys.exit('build_manuals.py: there are gaps or faults, see above')
+
+
+if __name__ == '__main__':
+    main()

@@ -1,0 +1,255 @@
+"""Manual pages of section 3 out of what Doxygen has read of the public headers: one for each family of functions."""
+import re
+import xml.etree.ElementTree as ElementTree
+from dataclasses import dataclass
+
+from mdoc import Page, Span, plain
+
+# Other packages may have pages of these names; "man" still finds ours by the names at the top of the family's page.
+TOO_COMMON = {'LOG', 'DEBUG', 'xmalloc'}
+
+
+@dataclass(frozen=True)
+class Family:
+    """A group of the headers."""
+    name: str
+    title: str
+    header: str
+    element: ElementTree.Element
+
+    def members(self, *kinds):
+        return [member for member in self.element.iter('memberdef') if member.get('kind') in kinds]
+
+    def functions(self):
+        return self.members('function')
+
+    def names(self):
+        return [member.findtext('name') for member in self.members('function', 'variable')]
+
+
+def read_families(folder):
+    families = []
+    for path in sorted(folder.glob('group__*.xml')):
+        group = ElementTree.parse(path).getroot().find('compounddef')
+        location = next(member.find('location').get('file') for member in [*group.iter('memberdef'), *group.iter('compounddef')]
+                        if member.find('location') is not None)
+        families.append(Family(group.findtext('compoundname'), group.findtext('title'), location.split('include/')[-1], group))
+    return families
+
+
+def read_records(folder):
+    """Structures by their identifier."""
+    compounds = (ElementTree.parse(path).getroot().find('compounddef') for path in folder.glob('struct*.xml'))
+    return {compound.get('id'): compound for compound in compounds}
+
+
+def read_file(folder, header):
+    """What Doxygen has read of a header."""
+    stem = header.split('/')[-1].removesuffix('.h').replace('_', '__')
+    return ElementTree.parse(folder / f'{stem}_8h.xml').getroot().find('compounddef')
+
+
+# ---- Text ----
+
+FONTS = {'ref': 'B', 'computeroutput': 'B', 'bold': 'B', 'emphasis': 'I', 'ulink': ''}
+BLOCKS = ('itemizedlist', 'orderedlist', 'parameterlist', 'simplesect', 'programlisting', 'verbatim', 'preformatted')
+
+
+def spans(element, font=''):
+    """The text in an element, but for what stands as a block of its own."""
+    result = [Span(element.text or '', font)]
+    for child in element:
+        result += child_spans(child, font)
+    return [span for span in result if span.text]
+
+
+def child_spans(child, font):
+    inside = []
+    if child.tag not in BLOCKS:
+        # A page of docs/ is no name that can be typed.
+        is_page = child.tag == 'ref' and child.get('kindref') == 'compound' and 'page' in child.get('refid')
+        inside = spans(child, 'I' if is_page else FONTS.get(child.tag, font))
+    return [*inside, Span(child.tail or '', font)]
+
+
+def write_block(page, block):
+    if block.tag == 'itemizedlist':
+        page.bullets([sum((spans(para) for para in item.iter('para')), []) for item in block.iter('listitem')])
+    elif block.tag in ('verbatim', 'preformatted', 'programlisting'):
+        page.literal(listing(block))
+
+
+def write_paragraph(page, para, write):
+    """The text of a paragraph, and the blocks that stand in it."""
+    text = [Span(para.text or '')]
+
+    def end():
+        if any(span.text.strip() for span in text):
+            page.paragraph([span for span in text if span.text])
+        text.clear()
+    for child in para:
+        if child.tag in BLOCKS:
+            end()
+            write(page, child)
+        text += child_spans(child, '')
+    end()
+
+
+def write_blocks(page, description, write=write_block):
+    for para in description.iterfind('para') if description is not None else []:
+        write_paragraph(page, para, write)
+
+
+def listing(element):
+    if element.tag != 'programlisting':
+        return ''.join(element.itertext()).strip('\n')
+    lines = []
+    for line in element.iter('codeline'):
+        for blank in line.iter('sp'):
+            blank.text = ' '
+        lines.append(''.join(line.itertext()))
+    return '\n'.join(lines)
+
+
+def arguments_and_result(page, member):
+    items = []
+    for parameter in member.iterfind('detaileddescription//parameterlist/parameteritem'):
+        names = ', '.join(name.text for name in parameter.iter('parametername'))
+        text = spans(parameter.find('parameterdescription/para'))
+        items.append(([Span(names, 'I')], lambda text=text: page.paragraph(text)))
+    for result in member.iterfind("detaileddescription//simplesect[@kind='return']"):
+        texts = [spans(para) for para in result.iter('para')]
+        items.append((plain('Returns'), lambda texts=texts: [page.paragraph(text) for text in texts]))
+    if items:
+        page.tagged(items, 'Returns')
+
+
+def describe(page, member):
+    """A description in its order, with all of the arguments and the result where the first of them stands."""
+    write_blocks(page, member.find('briefdescription'))
+    told = []
+
+    def write(page, block):
+        if block.tag not in ('parameterlist', 'simplesect'):
+            write_block(page, block)
+        elif not told:
+            told.append(block)
+            arguments_and_result(page, member)
+    write_blocks(page, member.find('detaileddescription'), write)
+
+
+# ---- Declarations ----
+
+def text_of(element):
+    return ' '.join(''.join(element.itertext()).split()) if element is not None else ''
+
+
+def parameters(member):
+    result = []
+    for parameter in member.iterfind('param'):
+        kind, name = text_of(parameter.find('type')), text_of(parameter.find('declname'))
+        if '(*' in kind:
+            result.append(f"{kind.split('(*')[0]}(*{name}{kind.split('(*')[1]}")
+        elif kind:
+            result.append(f"{kind}{'' if kind.endswith('*') or not name else ' '}{name}{text_of(parameter.find('array'))}")
+    return result or ['void']
+
+
+def declare(page, member):
+    if member.get('kind') == 'function':
+        page.macro('Ft', text_of(member.find('type')))
+        page.macro('Fn', member.findtext('name'), *parameters(member))
+    elif member.get('kind') == 'variable':
+        kind = text_of(member.find('type'))
+        page.macro('Vt', f"extern {kind}{'' if kind.endswith('*') else ' '}{member.findtext('name')}{member.findtext('argsstring') or ''};")
+
+
+def type_definition(member):
+    definition, arguments = text_of(member.find('definition')), member.findtext('argsstring') or ''
+    # That of a pointer to a function comes with its arguments.
+    return definition.replace('(* ', '(*').replace(') (', ')(').removesuffix(arguments) + arguments + ';'
+
+
+def write_members(page, members, value=lambda member: ''):
+    """Members of a record or constants of an enumeration."""
+    items = []
+    for member in members:
+        name = member.findtext('name')
+        array = member.findtext('argsstring') or ''
+        kind = re.sub(r'(union|struct) \S*@\d+$', r'\1', text_of(member.find('type')))
+        declaration = f"{kind}{'' if not kind or kind.endswith('*') else ' '}{name}{array}{value(member)}"
+        def write(member=member):
+            write_blocks(page, member.find('briefdescription'))
+            write_blocks(page, member.find('detaileddescription'))
+        items.append(([Span(declaration, 'B')], write))
+    page.tagged(items)
+
+
+def write_records(page, family, records):
+    for inner in family.element.iterfind('innerclass'):
+        record = records[inner.get('refid')]
+        page.subsection(f"struct {inner.text}")
+        describe(page, record)
+        write_members(page, [member for member in record.iter('memberdef') if not member.findtext('name').startswith('@')])
+
+
+def write_constants(page, family):
+    for enumeration in family.members('enum'):
+        page.subsection(f"enum {enumeration.findtext('name')}")
+        describe(page, enumeration)
+        write_members(page, enumeration.iterfind('enumvalue'), lambda constant: ' ' + text_of(constant.find('initializer')))
+
+
+# ---- Pages ----
+
+def write_family(family, families, records, header_text):
+    page = Page(family.name, 3)
+    page.section_heading('NAME')
+    names = [family.name, *family.names()]
+    for number, name in enumerate(names, 1):
+        page.lines.append(f'.Nm {name}' + (' ,' if number < len(names) else ''))
+    page.macro('Nd', family.title[0].lower() + family.title[1:] if not family.title.startswith(('USB', 'lib')) else family.title)
+    page.section_heading('SYNOPSIS')
+    page.macro('In', family.header)
+    for member in family.members('variable', 'function'):
+        declare(page, member)
+    page.section_heading('DESCRIPTION')
+    write_blocks(page, family.element.find('briefdescription'))
+    write_blocks(page, family.element.find('detaileddescription'))
+    write_records(page, family, records)
+    write_constants(page, family)
+    for member in family.members('typedef', 'variable', 'function'):
+        page.subsection(member.findtext('name'))
+        if member.get('kind') == 'typedef':
+            page.literal(type_definition(member))
+        describe(page, member)
+    page.section_heading('NOTES')
+    page.paragraph([Span('What all of '), Span(f'<{family.header}>', 'B'), Span(' has in common:')])
+    write_blocks(page, header_text.find('briefdescription'))
+    write_blocks(page, header_text.find('detaileddescription'))
+    beside = [(other.name, 3) for other in families if other.header == family.header]
+    page.see_also([('kvo_hws', 3), ('kvoctl', 1), ('kvo_hws_result', 3), *beside])
+    return page
+
+
+def faults(families, records):
+    """Names without a comment that Doxygen does not complain about."""
+    for family in families:
+        for constant in family.element.iter('enumvalue'):
+            if not text_of(constant.find('briefdescription')) and not text_of(constant.find('detaileddescription')):
+                yield f"{family.header}: {constant.findtext('name')} (enumerator) is not documented."
+    for record in records.values():
+        for member in record.iter('memberdef'):
+            if not text_of(member.find('briefdescription')) and not text_of(member.find('detaileddescription')):
+                if not member.findtext('name').startswith('@'):
+                    yield f"{record.findtext('compoundname')}: {member.findtext('name')} is not documented."
+
+
+def family_pages(folder):
+    """The pages, the names that lead to each of them, and what is wrong."""
+    families = read_families(folder)
+    records = read_records(folder)
+    pages = [write_family(family, families, records, read_file(folder, family.header)) for family in families]
+    links = {name: family.name for family in families
+             for name in [member.findtext('name') for member in family.functions()] if name not in TOO_COMMON}
+    return pages, links, families, list(faults(families, records))

@@ -1,0 +1,87 @@
+"""Hand-written manual pages: mdoc, with lines that begin with "@" where something comes from elsewhere."""
+from pathlib import Path
+
+import headers
+import markdown
+import tools
+from mdoc import Page, Span, plain
+
+ROOT = Path(__file__).resolve().parents[2]
+
+
+class Sources:
+    """What the lines with "@" can name."""
+
+    def __init__(self, programs, families, xml):
+        self.tools = {name: tools.read(program) for name, program in programs.items()}
+        self.families = families
+        self.xml = xml
+
+
+def name_line(page, sources, name, section, *about):
+    del sources
+    page.name, page.section = name, int(section)
+    page.section_heading('NAME')
+    page.macro('Nm', name)
+    page.macro('Nd', *about)
+
+
+def section_line(page, sources, file, *heading):
+    del sources
+    text = (ROOT / 'docs' / file).read_text()
+    markdown.write(page, markdown.section(markdown.blocks(text), ' '.join(heading)))
+
+
+def commands_line(page, sources, tool, *told):
+    tools.write_commands(page, sources.tools[tool], told)
+
+
+def options_line(page, sources, tool):
+    tools.write_global_options(page, sources.tools[tool])
+
+
+def examples_line(page, sources, tool):
+    footer = sources.tools[tool]['footer']
+    tools.write_footer(page, footer.split('\n\n')[0])
+
+
+def header_line(page, sources, header):
+    compound = headers.read_file(sources.xml, header)
+    headers.write_blocks(page, compound.find('briefdescription'))
+    headers.write_blocks(page, compound.find('detaileddescription'))
+
+
+def families_line(page, sources):
+    items = []
+    for family in sources.families:
+        text = [*plain(f'{family.title}. In '), Span(f'<{family.header}>', 'B'), *plain('.')]
+        items.append(([Span(f'{family.name}(3)', 'B')], lambda text=text: page.paragraph(text)))
+    page.tagged(items)
+
+
+def listing_line(page, sources, file, language):
+    """The first listing of a page in a language."""
+    del sources
+    text = (ROOT / file).read_text()
+    page.literal(text.split(f'```{language}\n')[1].split('\n```')[0])
+
+
+def see_line(page, sources, *others):
+    del sources
+    page.see_also([(name, int(section)) for name, section in (other.rsplit('.', 1) for other in others)])
+
+
+LINES = {'@name': name_line, '@section': section_line, '@commands': commands_line, '@options': options_line,
+         '@examples': examples_line, '@header': header_line, '@families': families_line, '@listing': listing_line,
+         '@see': see_line}
+
+
+def read(file, sources):
+    page = Page('', 0)
+    for line in file.read_text().rstrip('\n').split('\n'):
+        word, *arguments = line.split(' ')
+        if word in LINES:
+            LINES[word](page, sources, *arguments)
+        else:
+            page.lines.append(line)
+    return page

@@ -1,0 +1,279 @@
+#include "conductor.h"
+
+#include "control.h"
+
+#include <kvo_hws/agent.h>
+
+#include <charconv>
+#include <csignal>
+#include <filesystem>
+#include <optional>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+using namespace std::chrono_literals;
+
+namespace soak {
+
+namespace {
+
+using kvosim::Json;
+
+constexpr auto kStormPatience = 25s;
+constexpr auto kAskPatience = 10s;
+constexpr int kSignals[] = {SIGUSR1, SIGALRM, SIGWINCH};
+constexpr int kLastIndication = 99;
+
+/// Asks the simulator; none where it refuses, or where what was asked for did not come about.
+std::optional<Json> ask(Worker &worker, const Json &request, kvosim::Patience patience = kAskPatience)
+{
+    const Call call(worker.watch, "the simulator");
+    try {
+        return kvosim::askSimulator(request, kvosim::kControlSocket, patience);
+    } catch (const kvosim::NoSimulator &error) {
+        worker.complain(error.what());
+        std::this_thread::sleep_for(1s);  // once in a while is enough
+    } catch (const std::exception &) {
+        // Refused, not possible now, or too slow: the caller knows what that means.
+    }
+    return std::nullopt;
+}
+
+// ---- USB ----
+
+void unplugAll(Worker &worker)
+{
+    const Json list = ask(worker, {{"do", "usb.list"}}).value_or(Json{{"devices", Json::array()}});
+    for (const Json &device : list["devices"]) {
+        const std::string idents = device["ident2"].get<std::string>() + '*' + device["ident3"].get<std::string>();
+        ask(worker, {{"do", "usb.unplug"}, {"station", device["station"]}, {"device", idents}});
+    }
+}
+
+void storm(Worker &worker)
+{
+    const Json order{{"do", "usb.storm"}, {"count", 20 + worker.random.below(300)}, {"rate", 50 + worker.random.below(450)}};
+    if (!ask(worker, {{"do", "status"}}).value_or(Json{{"usb_events_activated", false}})["usb_events_activated"].get<bool>()) {
+        ++worker.figures().stormsRefused;
+        worker.pause(50ms, 200ms);
+        return;
+    }
+    if (const auto sums = ask(worker, order, kStormPatience)) {
+        worker.figures().usbEventsSent += (*sums)["sent"].get<uint64_t>();
+        worker.figures().usbEventsDelivered += (*sums)["delivered"].get<uint64_t>();
+    } else {
+        ++worker.figures().stormsGivenUp;
+    }
+    if (worker.random.oneIn(20)) {
+        unplugAll(worker);  // a storm that is broken off leaves a device behind
+    }
+    worker.pause(50ms, 300ms);
+}
+
+void refuseDevice(Worker &worker)
+{
+    const auto refused = ask(worker, {{"do", "usb.refuse"}, {"station", "10.0.0.5"}});
+    if (refused && (*refused)["delivery"] != "not activated") {
+        ++worker.figures().usbEventsSent;
+        worker.figures().usbEventsDelivered += (*refused)["delivery"] == "delivered" ? 1 : 0;
+    }
+    worker.pause(20ms, 400ms);
+}
+
+// ---- The remote side of the agent ----
+
+/// Any command of the agent's table, with an argument that may fit.
+std::string anyCommand(Random &random)
+{
+    std::string command = random.oneOf(cmds).keyword;
+    if (command.ends_with('=')) {
+        command += std::to_string(random.below(3));
+    }
+    return command;
+}
+
+void askAgent(Worker &worker, unsigned session)
+{
+    ++worker.figures().agentRequests;
+    const auto reply = ask(
+        worker, {{"do", "remote.ask"}, {"session", session}, {"request", anyCommand(worker.random)}, {"patience_ms", 5000}});
+    worker.figures().agentReplies += reply ? 1 : 0;
+    worker.pause(1ms, 60ms);
+}
+
+/// What an agent must stand: ends, resets, half a request, one that never ends.
+void loseAgent(Worker &worker, unsigned session)
+{
+    worker.pause(4s, 20s);
+    if (worker.random.oneIn(4)) {
+        const std::string bytes = worker.random.oneIn(2) ? "7069" : std::string(600, '7');
+        ask(worker, {{"do", "remote.raw"}, {"session", session}, {"bytes", bytes}});
+        return;
+    }
+    const bool reset = worker.random.oneIn(2);
+    ++(reset ? worker.figures().remoteResets : worker.figures().remoteCloses);
+    ask(worker, {{"do", "remote.close"}, {"session", session}, {"reset", reset}});
+}
+
+/// Follows the remote side's log. Within a connection, indications are numbered without a gap.
+class LogReader {
+public:
+    void read(Worker &worker)
+    {
+        const auto page = ask(worker, {{"do", "remote.log"}, {"after", after_}});
+        if (!page) {
+            worker.pause(100ms, 100ms);
+            return;
+        }
+        if (const auto lost = (*page)["lost"].get<uint64_t>(); lost > 0) {
+            worker.figures().remoteRecordsLost += after_ == 0 ? 0 : lost;
+            lastNumber_ = 0;
+        }
+        after_ = (*page)["next"].get<uint64_t>();
+        for (const Json &record : (*page)["records"]) {
+            take(worker, record["kind"].get<std::string>(), record["text"].get<std::string>());
+        }
+        worker.pause(100ms, 100ms);
+    }
+
+private:
+    void take(Worker &worker, const std::string &kind, const std::string &text)
+    {
+        if (kind == "connected") {
+            ++worker.figures().agentConnections;
+            lastNumber_ = 0;
+        } else if (kind == "indication") {
+            ++worker.figures().indicationsReceived;
+            takeNumber(worker, text);
+        }
+    }
+    void takeNumber(Worker &worker, const std::string &text)
+    {
+        int number = 0;
+        std::from_chars(text.data() + 1, text.data() + 3, number);
+        if (lastNumber_ != 0 && number != lastNumber_ % kLastIndication + 1) {
+            worker.complain("after the indication " + std::to_string(lastNumber_) + " came \"" + text.substr(0, 40) + '"');
+        }
+        lastNumber_ = number;
+    }
+
+    uint64_t after_ = 0;
+    int lastNumber_ = 0;
+};
+
+// ---- Events of embedded stations ----
+
+void publish(Worker &worker)
+{
+    const std::string number = std::to_string(++worker.figures().eventsPublished);
+    if (const auto sent = ask(worker, {{"do", "event"}, {"text", 'n' + number + ", " + number}})) {
+        worker.figures().eventsWritten += (*sent)["listeners"].get<uint64_t>();
+    }
+    worker.pause(10ms, 100ms);
+}
+
+// ---- Faults ----
+
+/// Commands whose replies are short: byte by byte a list would take longer than anybody may wait.
+constexpr const char *kShortReplies[] = {"getKVOIndex",    "isInitComplete",    "getDisableNumLock",   "setStatusline",
+                                         "lockKVORegData", "unlockKVORegData",  "getRV4Mode",          "isViewerActive",
+                                         "getMCPAddress",  "activateUSBEvents", "deactivateUSBEvents", "setBacklight"};
+
+struct FaultChoice {
+    Json fault;
+    bool stalls;  ///< for seconds, in which the requests of all threads wait
+};
+
+FaultChoice anyFault(Random &random)
+{
+    switch (random.below(12)) {
+    case 0: return {{{"kind", "silent"}, {"times", 1}}, true};
+    case 1: return {{{"kind", "delay"}, {"delay_ms", 4500}, {"times", 1}}, true};
+    case 2: return {{{"kind", "delay"}, {"delay_ms", random.below(30)}}, false};
+    case 3:
+    case 4:
+        return {{{"kind", "split"}, {"delay_ms", random.below(4)}, {"times", 20}, {"command", random.oneOf(kShortReplies)}},
+                false};
+    case 5: return {{{"kind", "garbage"}}, false};
+    case 6: return {{{"kind", "failed"}}, false};
+    case 7: return {{{"kind", "close"}}, false};
+    default: return {{{"kind", "close"}, {"times", 1 + random.below(3)}, {"command", random.oneOf(kShortReplies)}}, false};
+    }
+}
+
+void clearFaults(Worker &worker) { ask(worker, {{"do", "fault.clear"}}); }
+
+void spoilAWhile(Worker &worker)
+{
+    auto [fault, stalls] = anyFault(worker.random);
+    fault["do"] = "fault.add";
+    ++worker.figures().faults;
+    ask(worker, fault);
+    worker.pause(50ms, 700ms);
+    if (!worker.random.oneIn(4)) {  // some overlap
+        clearFaults(worker);
+    }
+    // A request of several exchanges may meet a stall in each of them: with pauses it still returns in time.
+    stalls ? worker.pause(6s, 10s) : worker.pause(100ms, 2500ms);
+}
+
+// ---- Signals ----
+
+std::vector<pid_t> threadsOf(pid_t process)
+{
+    std::vector<pid_t> threads;
+    std::error_code gone;
+    for (const auto &entry : std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/task", gone)) {
+        threads.push_back(std::atoi(entry.path().filename().c_str()));
+    }
+    return threads;
+}
+
+/// To any thread: the library's own are as good as the program's.
+void signalSomebody(Worker &worker)
+{
+    const ProcessShare &target = worker.share.processes[1 + worker.random.below(kPrograms - 1)];
+    const auto threads = threadsOf(target.process);
+    if (!threads.empty()) {
+        syscall(SYS_tgkill, target.process.load(), worker.random.oneOf(threads), worker.random.oneOf(kSignals));
+        ++worker.figures().signals;
+    }
+}
+
+/// In bursts. The 4 s for which a silent service is waited for begin anew with each signal to the waiting thread, as the headers
+/// say: signals without end would be waited for without end.
+void signalAWhile(Worker &worker)
+{
+    constexpr unsigned kLongestBurst = 300;
+    for (unsigned left = worker.random.below(kLongestBurst); left > 0; --left) {
+        signalSomebody(worker);
+        worker.pause(1ms, 20ms);
+    }
+    worker.pause(5s, 6s);
+}
+
+}  // namespace
+
+struct Conductor::Parts {
+    Parts(Share &share, uint64_t seed) : crew(share, kConductor, seed) {}
+
+    LogReader log;
+    Crew crew;  // ended first
+};
+
+Conductor::Conductor(Share &share, uint64_t seed, unsigned session) : parts_(std::make_unique<Parts>(share, seed))
+{
+    Crew &crew = parts_->crew;
+    crew.add("storms", storm, unplugAll);
+    crew.add("refused devices", refuseDevice);
+    crew.add("remote requests", [session](Worker &worker) { askAgent(worker, session); });
+    crew.add("remote closes", [session](Worker &worker) { loseAgent(worker, session); });
+    crew.add("remote log", [log = &parts_->log](Worker &worker) { log->read(worker); });
+    crew.add("events", publish);
+    crew.add("faults", spoilAWhile, clearFaults);
+    crew.add("signals", signalAWhile);
+}
+
+Conductor::~Conductor() = default;
+
+}  // namespace soak

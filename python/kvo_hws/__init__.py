@@ -1,0 +1,142 @@
+"""An operator panel's hardware service from Python, over libkvo_hws.so.0::
+
+    from kvo_hws import Panel, Service, Simulator
+
+    with Simulator(plant="examples/plant.toml"):
+        for station in Service().get_stations():
+            print(station.address, station.name)
+        Panel("10.0.0.5").set_backlight_brightness(20)
+
+Service is what concerns the service and all stations, Panel what concerns one. UsbEvents and EmbeddedEvents bring events, Agent
+answers a remote service, Simulator is a plant to test with. What fails raises a KvoError. The library is found by the variable
+KVO_HWS_LIBRARY, else by the system's loader. docs/python.md tells more.
+"""
+
+from __future__ import annotations
+
+from ._namespace import enter_private_namespace
+from .agent import Agent, AgentCommand, AgentOptions
+from .debug import activate_debug, deactivate_debug, debugging, library_version
+from .embedded_events import EmbeddedEvent, EmbeddedEvents
+from .errors import (
+    AlreadyRunning,
+    Ambiguous,
+    EventsEnded,
+    EventTimeout,
+    InvalidHost,
+    InvalidInstance,
+    KvoError,
+    LibraryNotFound,
+    MissingParameter,
+    NamespaceError,
+    NoEvents,
+    NoSimulator,
+    NotActive,
+    NotAvailable,
+    NotConnected,
+    NoThread,
+    NotNegotiated,
+    NullPointer,
+    OutOfRange,
+    Refused,
+    ServerFailed,
+    ServiceBusy,
+    ServiceError,
+    SimulatorError,
+    Timeout,
+    TooSmall,
+    UnknownReply,
+    Unsupported,
+)
+from .panel import Panel
+from .records import (
+    Address,
+    Calibration,
+    Client,
+    CurrentServer,
+    DebugLevel,
+    HandheldMode,
+    InputDevices,
+    Metric,
+    Priority,
+    Station,
+    StationEx,
+    UsbLock,
+)
+from .service import Service
+from .simulator import Simulator, UsbDelivery
+from .usb_events import (
+    UsbDeviceArrived,
+    UsbDeviceRefused,
+    UsbDeviceRemoved,
+    UsbDeviceState,
+    UsbEvent,
+    UsbEventCode,
+    UsbEvents,
+)
+
+__version__ = "0.1.0"
+
+__all__ = [
+    "Address",
+    "Agent",
+    "AgentCommand",
+    "AgentOptions",
+    "AlreadyRunning",
+    "Ambiguous",
+    "Calibration",
+    "Client",
+    "CurrentServer",
+    "DebugLevel",
+    "EmbeddedEvent",
+    "EmbeddedEvents",
+    "EventTimeout",
+    "EventsEnded",
+    "HandheldMode",
+    "InputDevices",
+    "InvalidHost",
+    "InvalidInstance",
+    "KvoError",
+    "LibraryNotFound",
+    "Metric",
+    "MissingParameter",
+    "NamespaceError",
+    "NoEvents",
+    "NoSimulator",
+    "NoThread",
+    "NotActive",
+    "NotAvailable",
+    "NotConnected",
+    "NotNegotiated",
+    "NullPointer",
+    "OutOfRange",
+    "Panel",
+    "Priority",
+    "Refused",
+    "ServerFailed",
+    "Service",
+    "ServiceBusy",
+    "ServiceError",
+    "Simulator",
+    "SimulatorError",
+    "Station",
+    "StationEx",
+    "Timeout",
+    "TooSmall",
+    "UnknownReply",
+    "Unsupported",
+    "UsbDelivery",
+    "UsbDeviceArrived",
+    "UsbDeviceRefused",
+    "UsbDeviceRemoved",
+    "UsbDeviceState",
+    "UsbEvent",
+    "UsbEventCode",
+    "UsbEvents",
+    "UsbLock",
+    "activate_debug",
+    "deactivate_debug",
+    "debugging",
+    "enter_private_namespace",
+    "library_version",
+]

@@ -1,0 +1,310 @@
+"""The functions of the library that this package calls: their parameters in C, which of them are outputs, and what their
+results mean. The tests compare the table with the headers and with the library's list of exported names."""
+
+from __future__ import annotations
+
+import ctypes
+import operator
+from ctypes import POINTER, c_char_p, c_int, c_int32, c_uint32, c_ulong, c_void_p
+from ipaddress import IPv4Address
+from typing import Any, Callable, Dict, Mapping, NamedTuple, Optional, Tuple, Type, Union
+
+from . import errors as e
+from ._structures import (
+    AgentCallback,
+    EmbeddedEventCallback,
+    KvoClientEntry,
+    KvoDescription,
+    KvoDescriptionEx,
+    ThreadBody,
+    UsbEventCallback,
+)
+
+Convert = Callable[[Any], object]
+
+
+class Input(NamedTuple):
+    """A parameter that the caller gives."""
+
+    type: Any
+    convert: Convert
+
+
+class Output:
+    """A parameter that the function stores a number through; ``untouched`` is a pattern by which it is seen that it did not."""
+
+    def __init__(self, of: Any, untouched: Optional[int] = None) -> None:
+        self.type = POINTER(of)
+        self._of = of
+        self._untouched = untouched
+
+    def make(self) -> Any:
+        """A place for the number."""
+        return self._of(self._untouched or 0)
+
+    def read(self, store: Any) -> Optional[int]:
+        """What was stored; None where nothing was."""
+        value = int(store.value)
+        return None if value == self._untouched else value
+
+
+Meaning = Union[Type[e.KvoError], Tuple[Type[e.KvoError], str]]
+
+COMMON: Mapping[int, Meaning] = {-1: e.ServiceError, -2: e.NotConnected, -7: e.NullPointer}
+"""What these codes mean for every function that says nothing else."""
+
+
+class Prototype:
+    """A function: its parameters, and what its failures mean where they are not those of all."""
+
+    def __init__(self, *parameters: Union[Input, Output], errors: Optional[Mapping[int, Meaning]] = None) -> None:
+        self.parameters = parameters
+        self.result = c_int32
+        self.errors: Dict[int, Meaning] = {**COMMON, **(errors or {})}
+
+    def error(self, name: str, code: int) -> e.KvoError:
+        """The exception for a result."""
+        meaning = self.errors.get(code, e.KvoError)
+        if isinstance(meaning, tuple):
+            kind, reason = meaning
+            return kind(name, code, reason)
+        return meaning(name, code)
+
+
+def _whole(least: int, most: int) -> Convert:
+    """A converter that refuses what the C type could not hold: C would cut it silently."""
+
+    def convert(value: Any) -> int:
+        number = operator.index(value)
+        if not least <= number <= most:
+            raise ValueError(f"{value!r} is not one of {least} to {most}")
+        return number
+
+    return convert
+
+
+def _text(forbidden: str) -> Convert:
+    """A converter to UTF-8; bytes that came as surrogates go as they were. A line feed would end the request early."""
+
+    def convert(value: Any) -> bytes:
+        if not isinstance(value, str):
+            raise TypeError(f"{value!r} is no text")
+        for character in forbidden:
+            if character in value:
+                raise ValueError(f"{value!r} holds {character!r}, which this text can not carry")
+        return value.encode("utf-8", "surrogateescape")
+
+    return convert
+
+
+def _text_or_none(value: Any) -> object:
+    return None if value is None else TEXT.convert(value)
+
+
+def _as_it_is(value: Any) -> object:
+    return value
+
+
+def _address(value: Any) -> int:
+    return int(IPv4Address(value))
+
+
+U32 = Input(c_uint32, _whole(0, 0xFFFFFFFF))
+I32 = Input(c_int32, _whole(-0x80000000, 0x7FFFFFFF))
+INT = Input(c_int, _whole(-0x80000000, 0x7FFFFFFF))
+FLAGS = Input(c_ulong, _whole(0, 2 ** (8 * ctypes.sizeof(c_ulong)) - 1))
+STATION = Input(c_uint32, _address)
+TEXT = Input(c_char_p, _text("\0\n"))
+QUOTED = Input(c_char_p, _text('\0\n"'))
+TEXT_OR_NULL = Input(c_char_p, _text_or_none)
+LINES = Input(c_char_p, _text("\0"))
+HOSTS = Input(POINTER(c_char_p), _as_it_is)
+BUFFER = Input(c_char_p, _as_it_is)
+AREA = Input(c_void_p, _as_it_is)
+SIZE = Input(POINTER(c_uint32), _as_it_is)
+HANDLE = Input(c_void_p, _as_it_is)
+OUT_HANDLE = Input(POINTER(c_void_p), _as_it_is)
+OUT_U32 = Output(c_uint32)
+OUT_I32 = Output(c_int32)
+OUT_COUNT = Output(c_uint32, untouched=0xFFFFFFFF)
+"""A number of devices, which the service may leave out."""
+
+
+def _records(of: Type[ctypes.Structure]) -> Input:
+    return Input(POINTER(of), _as_it_is)
+
+
+STATIONS = _records(KvoDescription)
+STATIONS_EX = _records(KvoDescriptionEx)
+CLIENTS = _records(KvoClientEntry)
+
+
+def _callback(of: Any) -> Input:
+    return Input(of, _as_it_is)
+
+
+_LEVEL = (e.OutOfRange, "the level is not one of 0 to 100")
+_MODE = (e.OutOfRange, "the mode is not 0 or 1")
+_HANDHELD = (e.OutOfRange, "the mode is not 0 (auto) or 1 (individual)")
+_CONNECTORS: Mapping[int, Meaning] = {-3: e.TooSmall, -4: e.Refused, -5: e.UnknownReply, -9: e.ServiceBusy}
+_LOCK_TIMEOUT = (e.Timeout, "the daemon's lock on its registry files was not obtained in time")
+_REGISTRY: Mapping[int, Meaning] = {
+    -1: (e.ServiceError, "the service refused, or its registry file is missing or unreadable"),
+    -3: e.TooSmall,
+    -4: _LOCK_TIMEOUT,
+}
+_USB_START: Mapping[int, Meaning] = {-3: e.NoThread, -8: e.ServerFailed}
+
+PROTOTYPES: Dict[str, Prototype] = {
+    # The library itself.
+    "KVO_HWS_activateDebugDLL": Prototype(),
+    "KVO_HWS_deactivateDebugDLL": Prototype(),
+    "KVO_HWS_getDLLVersion": Prototype(BUFFER, SIZE, errors={-1: e.TooSmall}),
+    "kvo_hws_CreateThread": Prototype(_callback(ThreadBody), AREA, errors={-1: e.NoThread}),
+    "kvo_hws_detach_thread": Prototype(),
+    # The service.
+    "KVO_HWS_setDebugLevel": Prototype(INT),
+    "KVO_HWS_getDebugLevel": Prototype(),
+    "KVO_HWS_lockKVORegData": Prototype(),
+    "KVO_HWS_unlockKVORegData": Prototype(),
+    "KVO_HWS_getKVOHWSVersion": Prototype(
+        BUFFER, SIZE, errors={-1: (e.ServiceError, "the exchange with the service broke, or its version is longer than 64 KiB")}
+    ),
+    "KVO_HWS_setBacklight": Prototype(U32),
+    "KVO_HWS_isInitComplete": Prototype(),
+    "KVO_HWS_killDaemon": Prototype(),
+    # The list of known stations.
+    "KVO_HWS_getDescriptionList": Prototype(STATIONS, SIZE, errors={-3: e.TooSmall}),
+    "KVO_HWS_getDescriptionListEx": Prototype(STATIONS_EX, SIZE, errors={-3: e.TooSmall}),
+    "KVO_HWS_getDescriptionEx": Prototype(STATION, TEXT_OR_NULL, STATIONS_EX),
+    "KVO_HWS_getKVOPreviousListFromRegistry": Prototype(STATIONS, SIZE, U32, errors=_REGISTRY),
+    "KVO_HWS_getKVOCurrentListFromRegistry": Prototype(STATIONS, SIZE, U32, errors=_REGISTRY),
+    # The viewer of a station, and the station around it.
+    "KVO_HWS_setStatusline": Prototype(STATION, U32, U32, TEXT),
+    "KVO_HWS_rebootKVO": Prototype(STATION),
+    "KVO_HWS_isViewerActive": Prototype(STATION),
+    "KVO_HWS_getCurrentServer": Prototype(STATION, BUFFER, SIZE, BUFFER, SIZE, errors={-3: e.TooSmall, -4: e.TooSmall}),
+    "KVO_HWS_setActivateMe": Prototype(STATION),
+    "KVO_HWS_setStartViewer": Prototype(STATION, QUOTED, QUOTED, QUOTED),
+    "KVO_HWS_startConfiguredViewer": Prototype(STATION, QUOTED, U32),
+    "KVO_HWS_setStopViewer": Prototype(STATION),
+    "KVO_HWS_setStopViewerPreempt": Prototype(STATION),
+    "KVO_HWS_setStopViewerNoClean": Prototype(STATION),
+    # Settings of a station's panel.
+    "KVO_HWS_setBrightness": Prototype(STATION, U32),
+    "KVO_HWS_setBacklightBrightness": Prototype(STATION, U32, errors={-3: _LEVEL}),
+    "KVO_HWS_setBacklightBrightnessV2": Prototype(
+        STATION, U32, U32, errors={-3: _LEVEL, -4: _MODE, -5: e.Unsupported, -6: e.NotActive}
+    ),
+    "KVO_HWS_getBacklightBrightnessV2": Prototype(STATION, OUT_U32, U32, errors={-3: e.NullPointer, -4: _MODE}),
+    "KVO_HWS_setDisableNumLock": Prototype(STATION, U32),
+    "KVO_HWS_setDisableCapsLock": Prototype(STATION, U32),
+    "KVO_HWS_getDisableNumLock": Prototype(STATION, OUT_U32),
+    "KVO_HWS_getDisableCapsLock": Prototype(STATION, OUT_U32),
+    "KVO_HWS_getStationType": Prototype(STATION, OUT_I32),
+    "KVO_HWS_getSwCapsLock": Prototype(STATION, OUT_I32),
+    "KVO_HWS_setSwCapsLock": Prototype(STATION, I32),
+    "KVO_HWS_getRV4Mode": Prototype(STATION, OUT_U32),
+    "KVO_HWS_setRV4Mode": Prototype(STATION, U32, errors={-3: _HANDHELD}),
+    # Addresses.
+    "KVO_HWS_setMCPAddress": Prototype(STATION, U32),
+    "KVO_HWS_setKVOIndex": Prototype(STATION, U32),
+    "KVO_HWS_setDCKEnable": Prototype(STATION, U32),
+    "KVO_HWS_setKVOCksIndex": Prototype(STATION, U32, errors={-3: (e.OutOfRange, "the index is not one of 0 to 255")}),
+    "KVO_HWS_simulateMCPKey": Prototype(STATION, U32, U32),
+    "KVO_HWS_enableMCPKey": Prototype(STATION, U32, U32),
+    "KVO_HWS_getMCPAddress": Prototype(STATION, OUT_U32),
+    "KVO_HWS_getKVOIndex": Prototype(STATION, OUT_U32),
+    "KVO_HWS_getDCKEnable": Prototype(STATION, OUT_U32),
+    "KVO_HWS_getDCKAddress": Prototype(STATION, OUT_U32),
+    "KVO_HWS_getKVOCksIndex": Prototype(STATION, OUT_U32),
+    "KVO_HWS_getIPbyMCPAddress": Prototype(U32, OUT_U32, errors={-3: e.Ambiguous}),
+    "KVO_HWS_getIPbyDCKAddress": Prototype(U32, OUT_U32, errors={-3: e.Ambiguous}),
+    "KVO_HWS_getIPbyKVOIndex": Prototype(U32, OUT_U32, errors={-3: e.Ambiguous}),
+    # Focus, start and channel information.
+    "KVO_HWS_getKVOPriority": Prototype(STATION, OUT_U32, OUT_U32),
+    "KVO_HWS_getKVOStartupActive": Prototype(STATION, OUT_U32),
+    "KVO_HWS_getKVOStartupPrio": Prototype(STATION, OUT_U32),
+    "KVO_HWS_getKVOChannelOnFocus": Prototype(STATION, OUT_U32),
+    "KVO_HWS_getKVOScreenOnFocus": Prototype(STATION, BUFFER),
+    "KVO_HWS_getKVOT2M2N": Prototype(STATION, BUFFER),
+    "KVO_HWS_setChannelInfo": Prototype(
+        STATION, QUOTED, errors={-3: (e.OutOfRange, "the channel information is longer than 230 bytes")}
+    ),
+    "KVO_HWS_getChannelInfo": Prototype(STATION, BUFFER, SIZE, errors={-3: e.TooSmall}),
+    "KVO_HWS_deleteChannelInfo": Prototype(STATION),
+    # Touch screen, input devices and display.
+    "KVO_HWS_invalidateTouchScreen": Prototype(STATION),
+    "KVO_HWS_getTouchScreenCalibParam": Prototype(STATION, OUT_I32, OUT_I32),
+    "KVO_HWS_setTouchScreenCalibParam": Prototype(
+        STATION, I32, I32, errors={-3: (e.OutOfRange, "the threshold is below -1, or nonlinear is not -1, 0 or 1")}
+    ),
+    "KVO_HWS_showInputDevice": Prototype(STATION, OUT_COUNT, OUT_COUNT, OUT_COUNT),
+    "KVO_HWS_showInputDeviceV2": Prototype(STATION, OUT_COUNT, OUT_COUNT, OUT_COUNT, OUT_COUNT),
+    "KVO_HWS_showInputDeviceV3": Prototype(
+        STATION, OUT_U32, OUT_COUNT, OUT_COUNT, OUT_COUNT, OUT_COUNT, OUT_COUNT, OUT_COUNT
+    ),
+    "KVO_HWS_showDPI": Prototype(STATION, OUT_I32),
+    # USB lock and connectors.
+    "KVO_HWS_getUsbLock": Prototype(STATION, OUT_U32, OUT_U32),
+    "KVO_HWS_setUsbLock": Prototype(
+        U32,
+        HOSTS,
+        INT,
+        INT,
+        errors={
+            -1: (e.ServiceError, "no datagram could be sent"),
+            -10: (e.InvalidHost, "127.0.0.1 is no station that could be addressed; nothing was sent"),
+        },
+    ),
+    "KVO_HWS_getUsbConnectorList": Prototype(BUFFER, SIZE, errors=_CONNECTORS),
+    "KVO_HWS_getUsbConnectorListOne": Prototype(STATION, BUFFER, SIZE, errors=_CONNECTORS),
+    # Metrics, clients and the kind of panel.
+    "KVO_HWS_getStationMetrics": Prototype(
+        STATION,
+        U32,
+        AREA,
+        errors={-4: e.NotAvailable, -5: e.UnknownReply, -9: (e.OutOfRange, "there is no such metric")},
+    ),
+    "KVO_HWS_getClientList": Prototype(CLIENTS, SIZE, FLAGS, errors={-3: e.TooSmall}),
+    "KVO_HWS_isMarovantiPanel": Prototype(
+        STATION,
+        errors={
+            -1: (e.ServiceError, "the answer names no mode, or the exchange broke"),
+            -3: (e.UnknownReply, "the answer names a mode that is not known"),
+            -4: (e.Refused, "the panel was not found, or the service failed"),
+            -5: e.UnknownReply,
+        },
+    ),
+    # USB events.
+    "KVO_HWS_activateUSBEventsV2": Prototype(_callback(UsbEventCallback), errors=_USB_START),
+    "KVO_HWS_closeUSBEvents": Prototype(errors={-8: e.ServerFailed, -9: e.NoEvents}),
+    "KVO_HWS_isUSBEventsActivated": Prototype(),
+    # Events of embedded stations.
+    "KVO_HWS_activateEmbKvoEvents": Prototype(
+        _callback(EmbeddedEventCallback), errors={-1: e.NoThread, -8: e.AlreadyRunning}
+    ),
+    "KVO_HWS_deactivateEmbKvoEvents": Prototype(
+        errors={-1: (e.Timeout, "the listener did not run, or still runs: without a service it ends when there is one")}
+    ),
+    # The remote agent.
+    "KVO_HWS_startupEmbHwsClient": Prototype(
+        LINES,
+        OUT_HANDLE,
+        _callback(AgentCallback),
+        errors={-1: e.NoThread, -8: e.AlreadyRunning, -9: (e.MissingParameter, "no station in focus, or no remote service")},
+    ),
+    "KVO_HWS_cleanupEmbHwsClient": Prototype(
+        HANDLE,
+        errors={
+            -1: (e.Timeout, "the agent still runs; it ends as soon as what holds it returns"),
+            -7: (e.NullPointer, "no agent was started"),
+            -10: e.InvalidInstance,
+        },
+    ),
+    "KVO_HWS_sendEmbHwsEvent": Prototype(
+        HANDLE,
+        TEXT,
+        errors={-1: e.NotNegotiated, -7: (e.NullPointer, "no agent was started"), -10: e.InvalidInstance},
+    ),
+}

@@ -1,0 +1,87 @@
+"""What the page and the example show is what runs."""
+
+from __future__ import annotations
+
+import os
+import re
+import subprocess
+import sys
+from typing import Dict, List, NamedTuple, Set
+
+import pytest
+from conftest import ROOT
+
+from kvo_hws import KvoError, errors
+from kvo_hws._prototypes import PROTOTYPES
+
+PAGE = (ROOT / "docs" / "python.md").read_text(encoding="utf-8")
+PROGRAMS: List[str] = re.findall(r"```python\n(.*?)```", PAGE, flags=re.DOTALL)
+
+
+class Ended(NamedTuple):
+    """What a program came to."""
+
+    status: int
+    output: List[str]
+    errors: str
+
+
+@pytest.fixture(scope="module")
+def runs(tmp_path_factory: pytest.TempPathFactory) -> List[Ended]:
+    """The example and the programs of the page, run side by side, each with a plant of its own."""
+    folder = tmp_path_factory.mktemp("programs")
+    commands = [[str(ROOT / "python" / "examples" / "bench.py"), "examples/plant.toml"]]
+    for number, program in enumerate(PROGRAMS):
+        file = folder / f"program{number}.py"
+        file.write_text(program, encoding="utf-8")
+        commands.append([str(file)])
+    started = [
+        subprocess.Popen(
+            [sys.executable, *command], cwd=ROOT, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True
+        )
+        for command in commands
+    ]
+    outputs = [process.communicate(timeout=60) for process in started]
+    return [Ended(one.returncode, out.splitlines(), errors) for one, (out, errors) in zip(started, outputs)]
+
+
+# Of simulators that run side by side only one gets the datagrams of the USB lock; the others say so.
+WARNING = re.compile(r".* warning: can not take the USB lock's datagrams .*\n")
+
+
+def test_the_bench_example_does_what_it_says(runs: List[Ended]) -> None:
+    status, output, errors = runs[0]
+    assert (status, WARNING.sub("", errors)) == (0, "")
+    assert output[0] == "10.0.0.5 Milling centre 1"
+    assert output[-4:] == [
+        "note: tool change at 14:00",
+        "USB: 10.0.0.5 stick Memory stick",
+        "stopped: no service answers at /tmp/kvo_hws/cmd_sock (KVO_HWS_isInitComplete returned -2)",
+        "restarted: V04.07.01.12 - note: Channel 1: milling",
+    ]
+
+
+@pytest.mark.parametrize("number", range(len(PROGRAMS)))
+def test_a_program_of_the_page_prints_what_the_page_says(number: int, runs: List[Ended]) -> None:
+    status, output, errors = runs[1 + number]
+    assert (status, WARNING.sub("", errors)) == (0, "")
+    shown = re.findall(r"print\(.*?#\s*(.+)$", PROGRAMS[number], flags=re.MULTILINE)
+    assert shown and output == shown
+
+
+def test_the_page_tells_every_error_with_its_codes() -> None:
+    section = PAGE.partition("## Errors")[2].partition("\n## ")[0]
+    rows = re.findall(r"^\| `(\w+)` \| ([-0-9, ]*) *\|", section, flags=re.MULTILINE)
+    told = {name: {int(code) for code in re.findall(r"-\d+", codes)} for name, codes in rows}
+    raised: Dict[str, Set[int]] = {"KvoError": set()}
+    for prototype in PROTOTYPES.values():
+        for code, meaning in prototype.errors.items():
+            kind = meaning[0] if isinstance(meaning, tuple) else meaning
+            raised.setdefault(kind.__name__, set()).add(code)
+    assert told == raised
+    assert all(issubclass(getattr(errors, name), KvoError) for name in told)
+
+
+def test_the_page_names_the_variables_that_are_looked_at() -> None:
+    for name in ("KVO_HWS_LIBRARY", "KVO_KVOSIM"):
+        assert name in PAGE and name in os.environ

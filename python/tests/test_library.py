@@ -1,0 +1,232 @@
+"""The module and the library: how the library is found, and that prototypes, records and names are those of the headers."""
+
+from __future__ import annotations
+
+import ctypes
+import os
+import pickle
+import re
+import shutil
+import subprocess
+import sys
+from functools import lru_cache
+from pathlib import Path
+from typing import Any, Dict, List, Set, Tuple
+
+import pytest
+from conftest import ROOT
+
+import kvo_hws
+from kvo_hws import KvoError, _structures, errors
+from kvo_hws._prototypes import PROTOTYPES, Output
+
+HEADERS = ROOT / "include" / "kvo_hws"
+
+# What a program in Python reaches otherwise, or not at all, and why.
+LEFT_OUT = {
+    "KVO_HWS_activateUSBEvents": "the older callback is told less than that of KVO_HWS_activateUSBEventsV2",
+}
+SECTIONS_LEFT_OUT = {
+    "runtime.h": "threads, locks, time and memory of C programs; Python has its own",
+    "service.h": "the channel and the line readers below the requests",
+    "codecs.h": "texts of the daemon, which the requests read already",
+    "config.h": "the configuration file of the panel, which the agent reads already",
+    "agent.h": "the insides of the agent: its handlers, its writers and its console",
+    "usbevents.h": "what activation is made of, for programs that run parts of it themselves",
+}
+
+
+def exported() -> Dict[str, str]:
+    """The library's names, each with the header that declares it."""
+    section = ""
+    names: Dict[str, str] = {}
+    for line in (ROOT / "library" / "exports.map").read_text().splitlines():
+        heading = re.match(r"\s*# (\w+\.h)$", line)
+        name = re.match(r"\s*(\w+);$", line)
+        if heading:
+            section = heading[1]
+        elif name:
+            names[name[1]] = section
+    return names
+
+
+def test_every_exported_function_is_reachable_or_left_out_for_a_reason() -> None:
+    names = exported()
+    requests = {name for name in names if name.startswith("KVO_HWS_")}
+    assert len(requests) > 80
+    reached = set(PROTOTYPES)
+    assert requests - reached == set(LEFT_OUT)
+    assert reached <= set(names)
+    others = {section for name, section in names.items() if name not in requests | reached}
+    assert others == set(SECTIONS_LEFT_OUT)
+
+
+C_TYPES: Dict[str, Any] = {
+    "int": ctypes.c_int,
+    "unsigned": ctypes.c_uint,
+    "int32_t": ctypes.c_int32,
+    "uint32_t": ctypes.c_uint32,
+    "unsigned long": ctypes.c_ulong,
+    "char *": ctypes.c_char_p,
+    "const char *": ctypes.c_char_p,
+    "const char **": ctypes.POINTER(ctypes.c_char_p),
+    "void *": ctypes.c_void_p,
+    "void **": ctypes.POINTER(ctypes.c_void_p),
+    "unsigned *": ctypes.POINTER(ctypes.c_uint),
+    "int32_t *": ctypes.POINTER(ctypes.c_int32),
+    "uint32_t *": ctypes.POINTER(ctypes.c_uint32),
+    "KvoDescription *": ctypes.POINTER(_structures.KvoDescription),
+    "KvoDescriptionEx *": ctypes.POINTER(_structures.KvoDescriptionEx),
+    "KvoClientEntry *": ctypes.POINTER(_structures.KvoClientEntry),
+    "SendUsbEventV2": _structures.UsbEventCallback,
+    "EmbKvoEventCallback": _structures.EmbeddedEventCallback,
+    "EmbCmdCallback": _structures.AgentCallback,
+    "void *(*start)(void *)": _structures.ThreadBody,
+}
+
+
+@lru_cache(maxsize=None)
+def declared() -> Dict[str, Tuple[str, List[str]]]:
+    """Result and parameter types of every function, as the headers have them."""
+    found: Dict[str, Tuple[str, List[str]]] = {}
+    for header in HEADERS.glob("*.h"):
+        text = re.sub(r"/\*.*?\*/", "", header.read_text(), flags=re.DOTALL)
+        for result, name, parameters in re.findall(r"KVO_HWS_API (\w+) (\w+)\(([^;]*?)\) KVO_HWS_NOEXCEPT;", text):
+            one_line = " ".join(parameters.split())
+            types = [re.sub(r"\w+$", "", one).strip() for one in one_line.split(",")] if one_line != "void" else []
+            found[name] = result, types
+    return found
+
+
+@pytest.mark.parametrize("name", PROTOTYPES)
+def test_a_prototype_is_that_of_the_header(name: str) -> None:
+    result, parameters = declared()[name]
+    assert C_TYPES[result] == PROTOTYPES[name].result
+    assert [C_TYPES[one] for one in parameters] == [one.type for one in PROTOTYPES[name].parameters]
+
+
+def test_outputs_are_those_that_the_header_does_not_take_by_value() -> None:
+    for name, prototype in PROTOTYPES.items():
+        for parameter, of in zip(prototype.parameters, declared()[name][1]):
+            if isinstance(parameter, Output):
+                assert of in ("uint32_t *", "int32_t *"), name
+
+
+def members(record: Any, prefix: str = "") -> List[Tuple[str, int, int]]:
+    """Name, place and size of each member; those of a nameless member count as the record's own."""
+    found: List[Tuple[str, int, int]] = []
+    for field in record._fields_:
+        place = getattr(record, field[0])
+        if field[0] in getattr(record, "_anonymous_", ()):
+            found += [(name, place.offset + offset, size) for name, offset, size in members(field[1])]
+        else:
+            found.append((prefix + field[0], place.offset, place.size))
+    return found
+
+
+@pytest.mark.skipif(shutil.which("cc") is None, reason="no C compiler here to ask for the layout of the records")
+def test_the_records_lie_in_memory_as_the_headers_say(tmp_path: Path) -> None:
+    names = ["KvoDescription", "KvoDescriptionEx", "KvoClientEntry", "UsbDeviceInfo", "UsbStateInfo", "UsbRemoveInfo"]
+    names.append("UsbEventV2")
+    lines = ["#include <kvo_hws/kvo_hws.h>", "#include <stdio.h>", "int main(void) {"]
+    expected: List[str] = []
+    for name in names:
+        record = getattr(_structures, name)
+        lines.append(f'printf("{name} %zu\\n", sizeof({name}));')
+        expected.append(f"{name} {ctypes.sizeof(record)}")
+        for member, offset, size in members(record):
+            # The extended attributes are one array here, and one by one there.
+            lines.append(f'printf("{name}.{member} %zu\\n", offsetof({name}, {member}));')
+            expected.append(f"{name}.{member} {offset}")
+            if member != "extAttr1":
+                lines.append(f'printf("%zu\\n", sizeof((({name} *)0)->{member}));')
+                expected.append(str(size))
+    lines.append('printf("running %zu\\n", offsetof(EmbKvoInst, running)); }')
+    expected.append("running 0")
+    (tmp_path / "layout.c").write_text("\n".join(lines))
+    program = str(tmp_path / "layout")
+    subprocess.run(["cc", f"-I{HEADERS.parent}", str(tmp_path / "layout.c"), "-o", program], check=True)
+    told = subprocess.run([program], capture_output=True, text=True, check=True).stdout
+    assert told.split("\n") == [*expected, ""]
+    assert expected[expected.index("KvoDescriptionEx.extAttr1 276") - 1] == "4"
+
+
+def test_usb_event_codes_are_those_of_the_header() -> None:
+    text = (HEADERS / "usbevents.h").read_text()
+    codes = {name: int(value) for name, value in re.findall(r"USB_EVENT_(\w+) = (\d+)", text)}
+    assert codes == {code.name: code.value for code in kvo_hws.UsbEventCode}
+
+
+def results_told(name: str, comments: Dict[str, str]) -> Set[int]:
+    """The negative results that a function's comment names after @return; "as <another function>" is followed."""
+    comment = comments[name]
+    told = comment.partition("@return")[2].partition("\n *\n")[0]
+    codes = {int(code) for code in re.findall(r"(?:^|[;(,:. ])\s?(-\d+)\b(?! where)", told)}
+    other = re.search(r"(?:@return as|; as|\s\* *As|^ As) (KVO_HWS_\w+)", comment)
+    return codes | (results_told(other[1], comments) if other else set())
+
+
+def test_the_errors_mean_what_the_headers_say() -> None:
+    comments: Dict[str, str] = {}
+    for header in HEADERS.glob("*.h"):
+        pieces = re.findall(r"/\*\*((?:(?!\*/).)*)\*/\s*KVO_HWS_API \w+ (\w+)\(", header.read_text(), flags=re.DOTALL)
+        comments.update({name: comment for comment, name in pieces})
+    for name, prototype in PROTOTYPES.items():
+        common = {-1, -2, -7}
+        assert results_told(name, comments) - common == set(prototype.errors) - common, name
+
+
+def test_errors_are_one_family_and_can_be_handed_between_processes() -> None:
+    kinds = [kind for kind in vars(errors).values() if isinstance(kind, type) and issubclass(kind, KvoError)]
+    assert len(kinds) > 15
+    for kind in kinds:
+        error = kind("KVO_HWS_getKVOIndex", -3)
+        assert str(error) == f"{kind.words} (KVO_HWS_getKVOIndex returned -3)"
+        again = pickle.loads(pickle.dumps(error))
+        assert (type(again), again.code, again.function, str(again)) == (kind, -3, error.function, str(error))
+    assert issubclass(errors.OutOfRange, ValueError) and issubclass(errors.Ambiguous, LookupError)
+
+
+def python(program: str, **environment: str) -> "subprocess.CompletedProcess[str]":
+    variables = {**os.environ, "PYTHONPATH": str(ROOT / "python"), **environment}
+    variables = {name: value for name, value in variables.items() if value}
+    return subprocess.run([sys.executable, "-c", program], env=variables, capture_output=True, text=True)
+
+
+def test_the_package_can_be_imported_without_the_library() -> None:
+    assert python("import kvo_hws; kvo_hws.Panel('10.0.0.5')", KVO_HWS_LIBRARY="/nowhere").returncode == 0
+
+
+def test_a_library_that_is_not_there_says_what_to_do() -> None:
+    ended = python("import kvo_hws; kvo_hws.Service().is_ready()", KVO_HWS_LIBRARY="", LD_LIBRARY_PATH="")
+    if "NotConnected" in ended.stderr:
+        pytest.skip("the library is installed on this machine")
+    assert "LibraryNotFound" in ended.stderr
+    assert "install the library, or set KVO_HWS_LIBRARY" in ended.stderr
+
+
+def test_a_variable_that_names_no_library_is_told() -> None:
+    ended = python("import kvo_hws; kvo_hws.Service().is_ready()", KVO_HWS_LIBRARY="/nowhere/lib.so")
+    assert "LibraryNotFound: KVO_HWS_LIBRARY names /nowhere/lib.so" in ended.stderr
+
+
+def test_another_library_is_told() -> None:
+    ended = python("import kvo_hws; kvo_hws.Service().is_ready()", KVO_HWS_LIBRARY="libm.so.6")
+    assert "has no KVO_HWS_isInitComplete" in ended.stderr
+
+
+def test_the_library_is_found_by_the_loader() -> None:
+    folder = str(Path(os.environ["KVO_HWS_LIBRARY"]).resolve().parent)
+    ended = python("import kvo_hws; print(kvo_hws.library_version())", KVO_HWS_LIBRARY="", LD_LIBRARY_PATH=folder)
+    assert ended.stdout == "V%#.%#.#%.#%\n", ended.stderr
+
+
+def test_all_public_names_are_documented() -> None:
+    for name in kvo_hws.__all__:
+        of = getattr(kvo_hws, name)
+        if isinstance(of, type):
+            assert (of.__doc__ or "").strip(), name
+            public = {key: value for key, value in vars(of).items() if not key.startswith("_") and callable(value)}
+            for key, value in public.items():
+                assert isinstance(value, type) or (value.__doc__ or "").strip(), f"{name}.{key}"
+    assert sorted(kvo_hws.__all__, key=str.lower) == sorted(set(kvo_hws.__all__), key=str.lower)

@@ -1,0 +1,212 @@
+"""The simulator: where it serves, how it lives, and what of it can be steered."""
+
+from __future__ import annotations
+
+import os
+import subprocess
+import sys
+import threading
+from pathlib import Path
+from typing import List
+
+import pytest
+from cases import HERE
+from conftest import PLANT, wait_for
+
+from kvo_hws import (
+    EventTimeout,
+    NoSimulator,
+    NotConnected,
+    Panel,
+    Service,
+    ServiceError,
+    Simulator,
+    SimulatorError,
+    UsbDelivery,
+)
+
+
+def python(program: str, *before: str) -> "subprocess.CompletedProcess[str]":
+    return subprocess.run([*before, sys.executable, "-c", program], capture_output=True, text=True, timeout=30)
+
+
+def test_a_plant_is_steered_while_it_runs(simulator: Simulator) -> None:
+    assert simulator.status()["stations"] == 2
+    assert simulator.set_station("Fräszentrum 1", viewer="nc = 1:2", dpi="none", backlight=False)["viewer"] == "nc = 1:2"
+    assert (simulator.station(HERE)["dpi"], simulator.station(Panel(HERE))["backlight"]) == ("none", 0)
+    with pytest.raises(SimulatorError, match="no station has") as raised:
+        simulator.station("Nobody")
+    assert raised.value.status == 2
+    with pytest.raises(SimulatorError):
+        simulator.set_station(HERE, mcp_address=256)
+
+
+def test_faults_are_added_counted_and_cleared(simulator: Simulator) -> None:
+    simulator.add_fault("failed", "getKVOIndex", after=1, times=1)
+    simulator.add_fault("split", "getVersion", delay_ms=1)
+    assert Panel(HERE).get_kvo_index() == 0
+    with pytest.raises(ServiceError):
+        Panel(HERE).get_kvo_index()
+    assert Panel(HERE).get_kvo_index() == 0
+    assert Service().get_version() == "V04.07.01.12"
+    assert [(one["command"], one["kind"], one["struck"]) for one in simulator.faults()] == [
+        ("getKVOIndex", "failed", 1),
+        ("getVersion", "split", 1),
+    ]
+    simulator.clear_faults()
+    assert simulator.faults() == []
+    with pytest.raises(SimulatorError):
+        simulator.add_fault("nonsense")
+
+
+def test_usb_devices_are_plugged_in_and_removed(simulator: Simulator) -> None:
+    told = simulator.plug_usb(Panel(HERE), ident2="stick", bytes="0A1B", no_text5=True, report=False)
+    assert told == UsbDelivery(Panel(HERE).address, "stick", "1-1.1", "not activated") and not told.delivered
+    (device,) = simulator.usb_devices(HERE)
+    assert (device["ident2"], device["no_text5"], device["report"], device["bytes"][:6]) == ("stick", 1, 0, "0A1B00")
+    simulator.set_usb_state(HERE, "stick", 5)
+    assert [one["state"] for one in simulator.usb_devices()] == [5]
+    simulator.unplug_usb(HERE, "stick")
+    assert simulator.usb_devices() == []
+    with pytest.raises(SimulatorError):
+        simulator.unplug_usb(HERE, "stick")
+
+
+def test_a_session_without_an_agent_is_told(simulator: Simulator) -> None:
+    with pytest.raises(SimulatorError, match="no agent"):
+        simulator.ask_agent(3, "ping")
+    with pytest.raises(EventTimeout, match="no agent is connected in session 3, after 0.1 s"):
+        simulator.wait_for_agent(3, timeout=0.1)
+
+
+def test_it_stops_restarts_and_crashes(simulator: Simulator) -> None:
+    Panel(HERE).set_mcp_address(77)
+    simulator.restart()
+    assert Panel(HERE).get_mcp_address() == 0, "the plant is as its file says"
+    simulator.kill()
+    assert (simulator.running, os.path.exists("/tmp/kvo_hws/cmd_sock")) == (False, True)
+    with pytest.raises(NotConnected):
+        Service().is_ready()
+    with pytest.raises(NoSimulator):
+        simulator.status()
+    simulator.start()
+    assert (simulator.running, Service().is_ready()) == (True, True)
+    with pytest.raises(SimulatorError, match="already"):
+        simulator.start()
+    simulator.stop()
+    simulator.stop()
+
+
+def test_a_focus_is_given_once_the_service_is_ready(tmp_path: Path, no_plant: None) -> None:
+    file = tmp_path / "plant.toml"
+    file.write_text(PLANT.replace("[service]", "[service]\ninit_time_ms = 200"))
+    with Simulator(file, focus="Lathe 1", registry=tmp_path / "registry", alive=0, usb_lock_address="none") as simulator:
+        assert simulator.status()["focus"] == "10.0.0.6 Lathe 1"
+        assert simulator.status()["usb_lock_address"] == "none"
+        assert (tmp_path / "registry").is_dir()
+
+
+def test_what_can_not_be_served_is_told(tmp_path: Path) -> None:
+    broken = Simulator(plant_text="[[station]]\nname = 5\n")
+    with pytest.raises(SimulatorError, match="plant.toml:"), broken:
+        pytest.fail("this is no plant")
+    assert not broken.running
+    with pytest.raises(SimulatorError, match="absent.toml"):
+        Simulator(tmp_path / "absent.toml").start()
+    with pytest.raises(TypeError):
+        Simulator("plant.toml", plant_text=PLANT)
+    with pytest.raises(SimulatorError, match="KVO_KVOSIM"):
+        Simulator(kvosim="/nowhere/kvosim")
+
+
+def test_two_do_not_serve_at_one_place_and_the_first_stays(simulator: Simulator) -> None:
+    with pytest.raises(SimulatorError, match="a service is running"):
+        Simulator(private=False).start()
+    assert simulator.running
+
+
+SIDE_BY_SIDE = """
+from kvo_hws import Simulator, Service
+with Simulator(stations=5):
+    print(len(Service().get_stations()))
+"""
+
+
+def test_another_process_has_a_place_of_its_own(simulator: Simulator) -> None:
+    ended = python(SIDE_BY_SIDE)
+    assert (ended.stdout, ended.returncode) == ("5\n", 0), ended.stderr
+    assert len(Service().get_stations()) == 2
+
+
+def test_without_root_it_has_a_place_of_its_own_too(simulator: Simulator) -> None:
+    if os.getuid() != 0:
+        pytest.skip("the tests run without root already")
+    nobody = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"]
+    allowed = subprocess.run([*nobody, "unshare", "--user", "--mount", "true"], capture_output=True)
+    reachable = subprocess.run([*nobody, "test", "-x", os.environ["KVO_KVOSIM"]], capture_output=True)
+    executable = subprocess.run([*nobody, "test", "-x", sys.executable], capture_output=True)
+    if allowed.returncode or reachable.returncode or executable.returncode:
+        pytest.skip("the kernel forbids user namespaces to ordinary users, or they can not reach the build folder")
+    ended = python(SIDE_BY_SIDE, *nobody)
+    assert (ended.stdout, ended.returncode) == ("5\n", 0), ended.stderr
+
+
+THREADED = """
+import threading, time
+from kvo_hws import Simulator
+threading.Thread(target=time.sleep, args=(1,), daemon=True).start()
+Simulator().start()
+"""
+
+
+def test_a_process_of_several_threads_is_told_what_works_instead() -> None:
+    ended = python(THREADED)
+    assert "NamespaceError" in ended.stderr and "this process has 2 threads already" in ended.stderr
+    assert "kvosim run -- python3" in ended.stderr
+
+
+ATTACHED = """
+from kvo_hws import Service, Simulator, SimulatorError
+with Simulator.attach() as simulator:
+    assert simulator.running
+    simulator.set_station("Lathe 1", mcp_address=9)
+    print(Service().find_by_mcp_address(9))
+    try:
+        simulator.start()
+    except SimulatorError as error:
+        print(error)
+print(simulator.running)
+"""
+
+
+def test_beside_kvosim_run_it_is_attached_to(tmp_path: Path, no_plant: None) -> None:
+    (tmp_path / "plant.toml").write_text(PLANT)
+    run = [os.environ["KVO_KVOSIM"], "run", f"--plant={tmp_path / 'plant.toml'}", "--usb-lock-address=none", "--"]
+    ended = python(ATTACHED, *run)
+    assert ended.stdout == "10.0.0.6\nthe simulator runs already\nTrue\n", ended.stderr
+    assert "NoSimulator" in python("from kvo_hws import Simulator; Simulator.attach()").stderr
+
+
+ENDING = """
+import os
+from kvo_hws import Simulator
+simulator = Simulator(private=False)
+simulator.start()
+print(simulator.status()["process"])
+"""
+
+
+def test_a_program_that_forgets_it_leaves_none_behind(no_plant: None) -> None:
+    ended = python(ENDING)
+    process = int(ended.stdout)
+    wait_for(lambda: not os.path.exists(f"/proc/{process}"))
+
+
+def test_it_is_steered_from_several_threads(simulator: Simulator) -> None:
+    told: List[int] = []
+    threads = [threading.Thread(target=lambda: told.append(simulator.status()["stations"])) for _ in range(5)]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+    assert told == [2] * 5

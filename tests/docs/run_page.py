@@ -1,0 +1,212 @@
+#!/usr/bin/env python3
+"""Does what a page of documentation tells its reader to do, and compares what the terminals show with what the page says.
+
+    run_page.py PAGE
+
+Marks in the page, each right before a fence:
+    <!-- file: NAME -->      the fence is the contents of that file
+    <!-- terminal: NAME -->  the fence belongs to that terminal; what is typed there may go on while the page does
+Fences:
+    ```sh    typed into its terminal. In the one without a name it must end, with status 0, before the page goes on. In one with
+             a name it may run on; Ctrl-C ends it where something else is typed, and at the end of the page.
+    ```text  what the terminal shows next; without a mark, that of the fence before. A line "..." stands for any lines.
+Everything else in a fence is a mistake of the page, and so is anything that a terminal shows and the page does not.
+"""
+
+import contextlib
+import dataclasses
+import os
+import pathlib
+import re
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+
+PATIENCE = 15  # seconds for whatever is waited for; a loaded machine needs some of them
+LOOK_AGAIN = 0.02
+WORKPLACE = "work"
+
+
+class PageFails(Exception):
+    pass
+
+
+@dataclasses.dataclass
+class Fence:
+    line: int
+    language: str
+    file: str | None
+    terminal: str | None
+    text: str
+
+
+def fences(page):
+    """The fences of a page in their order."""
+    mark, opened, text = {}, None, []
+    for number, line in enumerate(page.splitlines(), 1):
+        if opened is not None:
+            if line == "```":
+                yield dataclasses.replace(opened, text="".join(text))
+                opened, mark = None, {}
+            else:
+                text.append(line + "\n")
+        elif line.startswith("```"):
+            opened, text = Fence(number, line[3:], mark.get("file"), mark.get("terminal"), ""), []
+        elif found := re.fullmatch(r"<!-- (file|terminal): (\S+) -->", line):
+            mark = {found[1]: found[2]}
+        elif mark:
+            raise PageFails(f"line {number}: no fence behind the mark")
+    if opened is not None or mark:
+        raise PageFails("the last fence is not closed, or there is none behind the last mark")
+
+
+def send(bash, number):
+    """A signal to a bash and all that it runs."""
+    with contextlib.suppress(ProcessLookupError):
+        os.killpg(bash.pid, number)
+
+
+class Terminal:
+    """A bash that takes what is typed, and all that it has shown."""
+
+    def __init__(self, name, directory, records):
+        self.name = name
+        self._directory = directory
+        self._screen = records / f"{name}.screen"
+        self._ends = records / f"{name}.ends"  # a line for each thing typed that has ended
+        self._screen.touch()
+        self._seen = 0
+        self._typed = 0
+        self._bash = None
+
+    def type(self, commands):
+        self.shows_nothing_else()
+        if self._bash is not None and not self.is_idle():
+            self.interrupt()
+        if self._bash is None:
+            self._open()
+        self._typed += 1
+        self._bash.stdin.write(f"{{\n{commands}}} </dev/null\necho >>{self._ends}\n".encode())
+        self._bash.stdin.flush()
+
+    def is_idle(self):
+        """Whether all that was typed has ended, which it must do well."""
+        if len(self._ends.read_text()) == self._typed:
+            return True
+        if self._bash.poll() is not None:
+            raise PageFails(f"{self.name}: ended with status {self._bash.returncode} and shows\n{self._new()}")
+        return False
+
+    def shows(self, text):
+        lines = ["(?:.*\n)*" if line == "...\n" else re.escape(line) for line in text.splitlines(True)]
+        wanted = re.compile("".join(lines))
+        deadline = time.monotonic() + PATIENCE
+        while not wanted.fullmatch(self._new()):
+            if time.monotonic() > deadline or self.is_idle() and not wanted.fullmatch(self._new()):
+                raise PageFails(f"{self.name} should show\n{text}and shows\n{self._new()}")
+            time.sleep(LOOK_AGAIN)
+        self._seen += len(self._new())
+
+    def shows_nothing_else(self):
+        if self._new():
+            raise PageFails(f"{self.name} shows, and the page does not:\n{self._new()}")
+
+    def interrupt(self):
+        """Ctrl-C. What does not listen to it is killed, and said to have failed."""
+        if self._bash is None:
+            return
+        bash, self._bash = self._bash, None
+        bash.stdin.close()  # a bash whose program listens to Ctrl-C by itself would read on
+        try:
+            send(bash, signal.SIGINT)
+            bash.wait(PATIENCE)
+        except subprocess.TimeoutExpired:
+            raise PageFails(f"{self.name}: Ctrl-C does not end it") from None
+        finally:
+            send(bash, signal.SIGKILL)  # and to what it may have left in the background
+
+    def _open(self):
+        self._ends.write_text("")
+        self._typed = 0
+        with self._screen.open("ab") as screen:
+            self._bash = subprocess.Popen(["bash", "-eo", "pipefail", "-s"], cwd=self._directory, stdin=subprocess.PIPE,
+                                          stdout=screen, stderr=screen, start_new_session=True)
+
+    def _new(self):
+        """What it has shown since it was looked at last."""
+        return self._screen.read_text(errors="backslashreplace")[self._seen:]
+
+
+class Reader:
+    """Who goes through the page, fence by fence."""
+
+    def __init__(self, directory, records):
+        self._directory = directory
+        self._records = records
+        self._terminals = {}
+        self._before = None
+
+    def follow(self, fence):
+        if fence.file is not None:
+            (self._directory / fence.file).write_text(fence.text)
+            self._before = None
+        elif fence.language == "sh":
+            self._type(fence)
+        elif fence.language == "text" and (fence.terminal or self._before):
+            terminal = self._terminal(fence.terminal) if fence.terminal else self._before
+            terminal.shows(fence.text)
+        else:
+            raise PageFails(f"a fence that is neither written to a file nor run nor shown ({fence.language})")
+
+    def finish(self):
+        for terminal in self._terminals.values():
+            terminal.shows_nothing_else()
+        self.leave()
+
+    def leave(self):
+        terminals, self._terminals = self._terminals, {}
+        with contextlib.ExitStack() as each:
+            for terminal in terminals.values():
+                each.callback(terminal.interrupt)
+
+    def _type(self, fence):
+        self._before = self._terminal(fence.terminal or WORKPLACE)
+        self._before.type(fence.text)
+        if fence.terminal is None:
+            deadline = time.monotonic() + PATIENCE
+            while not self._before.is_idle():
+                if time.monotonic() > deadline:
+                    raise PageFails(f"it does not end: {fence.text}")
+                time.sleep(LOOK_AGAIN)
+
+    def _terminal(self, name):
+        if name not in self._terminals:
+            self._terminals[name] = Terminal(name, self._directory, self._records)
+        return self._terminals[name]
+
+
+def main():
+    page = pathlib.Path(sys.argv[1])
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
+    with tempfile.TemporaryDirectory() as directory, tempfile.TemporaryDirectory() as records:
+        reader = Reader(pathlib.Path(directory), pathlib.Path(records))
+        line, followed = 1, 0
+        try:
+            for fence in fences(page.read_text()):
+                line = fence.line
+                reader.follow(fence)
+                followed += 1
+            reader.finish()
+        except PageFails as failure:
+            print(f"{page}:{line}: {failure}", file=sys.stderr)
+            return 1
+        finally:
+            reader.leave()
+    print(f"{page.name}: {followed} fences, as they stand")
+    return 0 if followed else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())

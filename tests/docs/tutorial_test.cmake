@@ -1,0 +1,13 @@
+# Installs the library and its tools into an empty prefix, and has a reader with that prefix follow the tutorial.
+file(REMOVE_RECURSE ${WORK})
+set(prefix ${WORK}/prefix)
+execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD} --prefix ${prefix} OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
+
+# The reader's compiler: one that makes what this build makes, and passes over nothing.
+file(CONFIGURE OUTPUT ${WORK}/bin/cc CONTENT "#!/bin/sh\nexec ${COMPILER} ${FLAGS} -Wall -Wextra -Wpedantic -Werror \"$@\"\n")
+file(CHMOD ${WORK}/bin/cc PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
+
+set(ENV{PATH} ${WORK}/bin:${prefix}/bin:$ENV{PATH})
+set(ENV{PKG_CONFIG_PATH} ${prefix}/${LIBDIR}/pkgconfig)
+set(ENV{LD_LIBRARY_PATH} ${prefix}/${LIBDIR})
+execute_process(COMMAND ${SANDBOX} --network ${PYTHON} ${CMAKE_CURRENT_LIST_DIR}/run_page.py ${PAGE} COMMAND_ERROR_IS_FATAL ANY)

@@ -1,0 +1,59 @@
+#!/usr/bin/env python3
+"""Every link of the reference leads somewhere: to a page that is there, and to a place in it. Run as links_test.py FOLDER."""
+import sys
+from html import unescape
+from html.parser import HTMLParser
+from pathlib import Path
+from urllib.parse import unquote, urlsplit
+
+
+# Doxygen shows the members of nameless unions on these pages, but gives them no place of their own: links end at the page's head.
+WITH_NAMELESS_UNIONS = ('structUsbDeviceInfo.html', 'structUsbEventV2.html')
+
+
+class Page(HTMLParser):
+    """The links of a page, and the places that links can lead to."""
+
+    def __init__(self, text):
+        super().__init__()
+        self.links, self.places = set(), set()
+        self.feed(text)
+
+    def handle_starttag(self, tag, attrs):
+        attributes = dict(attrs)
+        self.places |= {attributes[name] for name in ('id', 'name') if attributes.get(name)}
+        self.links |= {attributes[name] for name in ('href', 'src') if attributes.get(name)}
+
+
+def broken(folder):
+    pages = {path.name: Page(path.read_text()) for path in folder.glob('*.html')}
+    for name, page in pages.items():
+        for link in page.links:
+            parts = urlsplit(link)
+            target = parts.path or name
+            if parts.scheme:
+                continue
+            if not (folder / target).exists():
+                yield f'{name}: there is no {target}'
+            elif parts.fragment and target not in WITH_NAMELESS_UNIONS and unquote(parts.fragment) not in pages[target].places:
+                yield f'{name}: there is no {link}'
+
+
+def main(folder):
+    folder = Path(folder)
+    faults = sorted(broken(folder))
+    assert not faults, '\n'.join(faults)
+    # Protocol pages, examples and the search are part of it.
+    for name in ('page_remote_protocol.html', 'page_plant_file.html', 'page_tutorial.html', 'page_troubleshooting.html', 'stations_8c-example.html', 'search/search.js'):
+        assert (folder / name).exists(), f'{name} is missing'
+    # Names in the pages lead to their functions, and heads of pages to their places.
+    assert 'group__kvo__hws__stations.html#' in (folder / 'page_programming.html').read_text()
+    assert 'page_remote_protocol.html#page_remote_protocol-what-the-host-is-told' in (folder / 'page_programming.html').read_text()
+    assert '](' not in (folder / 'index.html').read_text(), 'a link of the main page is shown as text'
+    # What stands in angle brackets is text, and protocol texts are whole.
+    assert '"setKVOIndex="<index>" <station>"' in unescape((folder / 'group__kvo__hws__addresses.html').read_text())
+    print(f'{len(list(folder.glob("*.html")))} pages, no broken link')
+
+
+if __name__ == '__main__':
+    main(sys.argv[1])

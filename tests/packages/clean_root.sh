@@ -1,0 +1,193 @@
+#!/usr/bin/env bash
+# Installs the packages of build/packages on a bare Debian 12, uses them there as their owners would, removes them, and looks for
+# what they left. Needs root, and the mirror that this machine's apt uses; exits with 77 where it can not run, and says why.
+# Usage: tests/packages/clean_root.sh [DIRECTORY-OF-PACKAGES]
+# shellcheck disable=SC2016 # what stands in single quotes is read by the shell in there
+set -euo pipefail
+cd "$(dirname "$0")/../.."
+packages=$(realpath "${1:-build/packages}")
+work=$PWD/build/clean-root
+bare=$work/bookworm.tar
+suite=bookworm
+mirror=http://deb.debian.org/debian
+
+skip() { echo "clean_root.sh: skipped: $1"; exit 77; }
+fail() { echo "clean_root.sh: FAILED: $1" >&2; exit 1; }
+step() { printf '%4d s  %s\n' "$SECONDS" "$1"; }
+
+[ "$(id -u)" -eq 0 ] || skip "needs root, to make a bare system and to enter it"
+command -v debootstrap >/dev/null || skip "no debootstrap (./setup.sh package installs it)"
+unshare --mount --pid --fork true 2>/dev/null || skip "this machine grants no mounts of one's own (unshare)"
+ls "$packages"/*.deb >/dev/null 2>&1 || skip "no packages in $packages (./package.sh builds them)"
+
+root=$(mktemp -d /var/tmp/kvo-clean-root.XXXXXX)
+chmod 755 "$root"
+trap 'rm -rf --one-file-system "$root"' EXIT
+trap 'exit 130' INT TERM HUP
+
+make_bare_tar() {
+    step "debootstrap $suite"
+    rm -rf "$work/root.new"
+    debootstrap --variant=minbase "$suite" "$work/root.new" "$mirror" >"$work/debootstrap.log" 2>&1 ||
+        { tail -n 20 "$work/debootstrap.log" >&2; fail "debootstrap"; }
+    tar -C "$work/root.new" --numeric-owner -cf "$bare.new" .
+    mv "$bare.new" "$bare"
+    rm -rf "$work/root.new"
+}
+
+make_root() { # an empty one, with this machine's sources of Debian's packages
+    rm -rf --one-file-system "$root"
+    mkdir -p "$root"
+    tar -C "$root" --numeric-owner -xpf "$bare"
+    rm -f "$root/etc/apt/sources.list"
+    local source
+    for source in /etc/apt/sources.list /etc/apt/sources.list.d/debian.sources; do
+        [ ! -s "$source" ] || cp "$source" "$root$source"
+    done
+    cp -L /etc/resolv.conf "$root/etc/resolv.conf"
+    mkdir -p "$root/packages"
+    cp "$packages"/*.deb "$root/packages"
+    in_root apt-get -qq update
+}
+
+# Runs a command with $root as its whole world. What is mounted is mounted in a namespace of its own: it is gone with the command,
+# however that ends, and so is everything that the command started.
+in_root() {
+    unshare --mount --pid --fork --kill-child --propagation private bash -euc '
+        root=$1 archives=$2; shift 2
+        mount --bind "$root" "$root"
+        mount -t proc proc "$root/proc"
+        mount -t tmpfs tmpfs "$root/tmp"
+        mount --bind "$archives" "$root/var/cache/apt/archives"
+        cd "$root"
+        pivot_root . mnt
+        umount -l mnt
+        exec env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LC_ALL=C.UTF-8 DEBIAN_FRONTEND=noninteractive "$@"
+    ' in_root "$root" "$work/archives" "$@"
+}
+
+install() { # PACKAGE-OR-FILE...
+    in_root apt-get install -y -qq --no-install-recommends "$@" >"$work/apt.log" 2>&1 ||
+        { tail -n 30 "$work/apt.log" >&2; fail "apt-get install $*"; }
+}
+
+debs() { # PACKAGE...: their files inside of the root
+    local name file
+    for name in "$@"; do
+        for file in "$packages/$name"_*.deb; do
+            echo "/packages/${file##*/}"
+        done
+    done
+}
+
+expect() { # TEXT COMMAND...: the command runs there, and its output has the text
+    local text=$1 output
+    shift
+    output=$(in_root "$@" 2>&1) || fail "$* ended with $?:
+$output"
+    grep -qF -- "$text" <<<"$output" || fail "$* did not tell \"$text\" but:
+$output"
+}
+
+plant=/usr/share/kvo-hws/plant.toml
+
+use_tools() {
+    expect "Milling centre 1" kvosim run --plant $plant -- kvoctl stations
+    expect "Milling centre 1" kvosim run --plant $plant -- kvoctl panel show "Milling centre 1"
+    expect "10.0.0.5" kvosim run --plant $plant -- kvoctl --json stations
+    expect "Milling centre 1" bash -c 'kvosim serve --plant '$plant' & for _ in {1..50}; do
+        [ -S /tmp/kvo_hws/cmd_sock ] && break; sleep 0.1; done; kvoctl stations; kill %1; wait'
+}
+
+use_python() {
+    expect "30 stations" python3 -c "
+from kvo_hws import Service, Simulator
+with Simulator(plant='$plant'):
+    print(len(Service().get_stations()), 'stations')"
+}
+
+build_examples() {
+    expect "10.0.0.5" bash -euc 'cd /tmp
+        cc -Wall -Werror -o first /usr/share/doc/libkvo-hws-doc/examples/stations.c $(pkg-config --cflags --libs kvo_hws)
+        kvosim run --plant '$plant' -- ./first'
+    expect "10.0.0.5" bash -euc 'cmake -S /usr/share/doc/libkvo-hws-doc/examples -B /tmp/examples
+        cmake --build /tmp/examples
+        kvosim run --plant '$plant' -- /tmp/examples/example_stations_cpp'
+}
+
+read_manuals() {
+    expect "kvosim" man kvosim
+    expect "kvoctl" man kvoctl
+    expect "KVO_HWS_getBacklightBrightnessV2" man 3 KVO_HWS_getBacklightBrightnessV2
+    expect "KVO_HWS_getBacklightBrightnessV2" bash -c 'cat /usr/share/doc/libkvo-hws-doc/html/*.html'
+    expect "complete" bash -c 'cat /usr/share/bash-completion/completions/kvoctl; . /usr/share/bash-completion/completions/kvoctl; complete -p kvoctl'
+    local page
+    for page in "$root"/usr/share/man/man[15]/kvo*.gz; do
+        page=$(basename "$page" .gz)
+        expect "NAME" man "${page##*.}" "${page%.*}"
+    done
+}
+
+# The libraries of a panel take the stand-ins' place, and give it back.
+replace_stand_ins() {
+    in_root bash -euc 'cd /tmp && dpkg-deb -R /packages/libkvo-hws-platform_*.deb panel
+        sed -i "s/^Package: .*/Package: panel-libraries/" panel/DEBIAN/control
+        rm -rf panel/usr/share/doc
+        dpkg-deb --root-owner-group --build panel /packages/panel-libraries.deb' >/dev/null
+    install /packages/panel-libraries.deb
+    expect "panel-libraries" bash -c 'dpkg -S /usr/lib/*/libdrak.so'
+    in_root dpkg-query -W libkvo-hws0 kvo-hws-tools python3-kvo-hws >/dev/null || fail "the panel's libraries removed more than the stand-ins"
+    ! in_root dpkg-query -W -f '${Status}\n' libkvo-hws-platform 2>/dev/null | grep -q 'ok installed' ||
+        fail "the stand-ins stayed beside the panel's libraries"
+    expect "Milling centre 1" kvosim run --plant $plant -- kvoctl stations
+    # shellcheck disable=SC2046 # one package's file
+    install $(debs libkvo-hws-platform) panel-libraries-
+    expect "libkvo-hws-platform" bash -c 'dpkg -S /usr/lib/*/libdrak.so'
+    in_root dpkg --purge panel-libraries >/dev/null 2>&1
+    rm "$root/packages/panel-libraries.deb"
+}
+
+# Names, kinds, rights, targets and contents; without what dpkg, apt, the loader and man keep for themselves.
+list_files() {
+    local kept=(-path ./packages -o -path ./var/log -o -path ./var/cache -o -path ./var/lib/apt -o -path ./var/lib/dpkg
+        -o -path ./etc/ld.so.cache)
+    (cd "$root" && {
+        find . -xdev '(' "${kept[@]}" ')' -prune -o -printf '%p %y %m %l\n'
+        find . -xdev '(' "${kept[@]}" ')' -prune -o -type f -print0 | xargs -0 sha256sum
+        find ./var/lib -xdev -name '*kvo*'
+    } | LC_ALL=C sort)
+    in_root dpkg-query -W -f '${Package} ${Status}\n'
+}
+
+mkdir -p "$work/archives/partial"
+[ -s "$bare" ] || make_bare_tar
+
+make_root
+step "a bare $suite: $(in_root dpkg-query -W | wc -l) packages"
+# shellcheck disable=SC2046 # one word a file
+install $(debs libkvo-hws0 libkvo-hws-platform kvo-hws-tools python3-kvo-hws)
+step "installed what runs programs, with its dependencies: $(in_root dpkg-query -W | wc -l) packages"
+use_tools
+use_python
+step "used kvosim, kvoctl and the Python module"
+
+make_root
+install g++ cmake make pkg-config man-db python3
+list_files >"$work/before"
+step "another bare $suite, with a compiler: $(wc -l <"$work/before") lines of list"
+# shellcheck disable=SC2046 # one word a file
+install $(debs libkvo-hws0 libkvo-hws-dev libkvo-hws-platform kvo-hws-tools libkvo-hws-doc python3-kvo-hws)
+step "installed all packages"
+use_tools
+use_python
+step "used kvosim, kvoctl and the Python module"
+build_examples
+step "built examples with pkg-config and with CMake"
+read_manuals
+step "read manual pages"
+replace_stand_ins
+step "a panel's libraries took the stand-ins' place and gave it back"
+in_root apt-get purge -y -qq 'libkvo-hws*' kvo-hws-tools python3-kvo-hws >"$work/apt.log" 2>&1 || { cat "$work/apt.log"; fail "purge"; }
+list_files >"$work/after"
+diff -u "$work/before" "$work/after" || fail "the packages left traces"
+step "purged; no trace of them"

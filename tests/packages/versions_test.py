@@ -1,0 +1,86 @@
+#!/usr/bin/env python3
+"""Everything that tells a version tells the one of CMakeLists.txt, which is the first argument."""
+import argparse
+import datetime
+import re
+import subprocess
+import sys
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parents[2]
+DAY = datetime.datetime(2026, 11, 21, tzinfo=datetime.timezone.utc)
+sys.dont_write_bytecode = True
+sys.path.insert(0, str(ROOT / 'packaging'))
+import changelog  # noqa: E402 (lies in a folder of its own)
+
+
+def found(file, pattern):
+    match = re.search(pattern, Path(file).read_text(), re.M)
+    return match[1] if match else None
+
+
+def versions(options):
+    """(who tells it, what it tells)"""
+    yield 'CMakeLists.txt', changelog.project_version()
+    # The first number of the file is the SONAME's, and stays 0 as long as that does.
+    major = changelog.project_version().partition('.')[0]
+    yield 'the library\'s file', Path(options.library).resolve().name.replace('libkvo_hws.so.0', major)
+    yield 'pkg-config', found(options.pkg_config, r'^Version: (.*)$')
+    yield 'the CMake package', found(options.cmake, r'^set\(PACKAGE_VERSION "(.*)"\)$')
+    yield 'kvo_hws.__version__', found(ROOT / 'python/kvo_hws/__init__.py', r'^__version__ = "(.*)"$')
+    for program in options.program:
+        told = subprocess.run([program, '--version'], capture_output=True, text=True, check=True).stdout
+        yield program, told.split()[1]
+    for page in sorted(options.manuals.glob('man[15]/*')):
+        yield page.name, found(page, r'^\.Os "libkvo_hws (\S+)"$')
+
+
+def changelog_faults(version):
+    """The newest release of CHANGELOG.md is this version or an earlier one, and the packages' version sorts where it belongs."""
+    released = [name for name, date, _ in changelog.sections() if date]
+    as_numbers = [tuple(int(number) for number in name.split('.')) for name in released]
+    if as_numbers != sorted(as_numbers, reverse=True):
+        yield f'CHANGELOG.md: the releases are not in order: {released}'
+    if as_numbers and as_numbers[0] > tuple(int(number) for number in version.split('.')):
+        yield f'CHANGELOG.md: {released[0]} is released, CMakeLists.txt is still at {version}'
+    package = changelog.package_version(version, DAY, changelog.sections())
+    if re.split('[~+]', package)[0] != version:
+        yield f'the packages would be {package}'
+    top = next(changelog.entries(DAY)).split('\n')[0]
+    if f'({package})' not in top:
+        yield f'the packages\' changelog begins with {top}'
+
+
+def package_version_faults():
+    """Before a release, at it, and behind it."""
+    released = ('0.2.0', '2026-11-20', ['### Added'])
+    for history, expected in (
+        ([('Unreleased', None, ['### Added'])], '0.2.0~20261121'),
+        ([('Unreleased', None, []), released], '0.2.0'),
+        ([('Unreleased', None, ['### Fixed']), released], '0.2.0+20261121'),
+    ):
+        package = changelog.package_version('0.2.0', DAY, history)
+        if package != expected:
+            yield f'the packages would be {package}, not {expected}'
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument('version')
+    parser.add_argument('--library', required=True)
+    parser.add_argument('--pkg-config', required=True)
+    parser.add_argument('--cmake', required=True)
+    parser.add_argument('--manuals', type=Path, required=True)
+    parser.add_argument('--program', action='append', default=[])
+    options = parser.parse_args()
+    told = list(versions(options))
+    faults = [f'{who} tells {what}, not {options.version}' for who, what in told if what != options.version]
+    faults += [*changelog_faults(options.version), *package_version_faults()]
+    if not options.manuals.is_dir():
+        print('the manual pages are not built here, and not compared')
+    print(f'{len(told)} tell their version')
+    sys.exit('\n'.join(faults) or 0)
+
+
+if __name__ == '__main__':
+    main()

@@ -1,5 +1,7 @@
 // Fuzzes what kvosim reads from its clients: requests of the service's protocol and of the control socket, in pieces, over the
-// real sockets of a service in a folder of its own. Each gets one reply line; the service's are those of a plain reading.
+// real sockets of a service in a folder of its own. Each gets one reply line; the service's are those of a plain reading. So are
+// what comes of the USB lock's datagrams, and the lines of agents.
+#include "kvosim_lines.h"
 #include "support.h"
 
 #include "commands.h"
@@ -83,19 +85,37 @@ struct Request {
     std::string line;
 };
 
-/// Lines; those to the control socket begin with "!".
-std::vector<Request> requestsOf(std::string_view input)
-{
+/// What an input has, line by line. Those to the control socket begin with "!", datagrams with "@", an agent's with ">", and
+/// those that an agent leaves without an end with "<".
+struct Input {
     std::vector<Request> requests;
-    while (!input.empty() && requests.size() < kMostRequests) {
-        const std::size_t end = input.find('\n');
-        std::string_view line = input.substr(0, end);
-        input.remove_prefix(end == input.npos ? input.size() : end + 1);
-        const bool control = line.starts_with('!');
-        line.remove_prefix(control ? 1 : 0);
-        requests.push_back({control, end != input.npos, std::string(line)});
+    std::vector<std::string> datagrams;
+    std::vector<std::string> agentPieces;
+
+    void add(std::string_view line, bool ended)
+    {
+        const std::string end = ended ? "\n" : "";
+        const char door = line.empty() ? '\0' : line.front();
+        const std::string rest(line.substr(line.empty() ? 0 : 1));
+        switch (door) {
+        case '@': datagrams.push_back(rest + end); break;
+        case '>': agentPieces.push_back(rest + end); break;
+        case '<': agentPieces.push_back(rest); break;
+        case '!': requests.push_back({true, ended, rest}); break;
+        default: requests.push_back({false, ended, std::string(line)}); break;
+        }
     }
-    return requests;
+};
+
+Input inputOf(std::string_view text)
+{
+    Input input;
+    while (!text.empty() && input.requests.size() < kMostRequests) {
+        const std::size_t end = text.find('\n');
+        input.add(text.substr(0, end), end != text.npos);
+        text.remove_prefix(end == text.npos ? text.size() : end + 1);
+    }
+    return input;
 }
 
 /// What a client has read until the service closed, or nothing where it did not close in time.
@@ -249,6 +269,8 @@ public:
         return reply == registry_.path() + '\n' ? (folder() / "registry").string() + "/\n" : reply;
     }
 
+    kvosim::ServiceContext &context() { return context_; }
+
 private:
     kvosim::Plant plant_;
     kvosim::Registry registry_;
@@ -283,12 +305,10 @@ int kvo_hws_CreateThread(void *(*start)(void *), void *argument) noexcept
     return 1;
 }
 
-/// The first byte is the length of the pieces, 0 for requests that come whole; the rest are requests, a line each.
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size)
+namespace {
+
+void serve(std::vector<Request> requests, std::size_t piece)
 {
-    if (size == 0) {
-        return 0;
-    }
     kvosim::EventLoop loop;
     kvosim::Service service(loop, kvosim::parsePlant(kPlant, "plant"),
                             {.socket = folder() / "commands",
@@ -296,7 +316,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size)
                              .eventSocket = folder() / "events",
                              .registry = folder() / "registry"},
                             [] {});
-    Client client(loop, requestsOf({reinterpret_cast<const char *>(data) + 1, size - 1}), data[0] % 64);
+    Client client(loop, std::move(requests), piece);
     loop.run();
     for (std::size_t i = 0; i < client.received().size(); ++i) {
         if (client.received()[i]) {
@@ -304,5 +324,25 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size)
         }
     }
     expectPlainReplies(client);
+}
+
+}  // namespace
+
+/// The first byte is the length of the requests' pieces, 0 for those that come whole, and in its two highest bits what an agent
+/// may leave without an end; the rest are lines.
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size)
+{
+    constexpr const char *kUnended[] = {"", "none", "042:none", "none"};
+    if (size == 0) {
+        return 0;
+    }
+    Input input = inputOf({reinterpret_cast<const char *>(data) + 1, size - 1});
+    fuzz::expectPlainAgentLines(input.agentPieces, kUnended[data[0] / 64]);
+    if (!input.datagrams.empty()) {
+        fuzz::expectPlainUsbLocks(PlainService().context(), input.datagrams);
+    }
+    if (!input.requests.empty()) {
+        serve(std::move(input.requests), data[0] % 64);
+    }
     return 0;
 }

@@ -121,11 +121,17 @@ read_manuals() {
     expect "KVO_HWS_getBacklightBrightnessV2" man 3 KVO_HWS_getBacklightBrightnessV2
     expect "KVO_HWS_getBacklightBrightnessV2" bash -c 'cat /usr/share/doc/libkvo-hws-doc/html/*.html'
     expect "complete" bash -c 'cat /usr/share/bash-completion/completions/kvoctl; . /usr/share/bash-completion/completions/kvoctl; complete -p kvoctl'
+    [ -s "$root/usr/share/zsh/vendor-completions/_kvo" ] || fail "no completion for zsh"
+    [ -s "$root/usr/share/fish/vendor_completions.d/kvoctl.fish" ] || fail "no completion for fish"
     local page
     for page in "$root"/usr/share/man/man[15]/kvo*.gz; do
         page=$(basename "$page" .gz)
         expect "NAME" man "${page##*.}" "${page%.*}"
     done
+}
+
+check_unit() {
+    in_root systemd-analyze verify --man=no kvosim@root.service || fail "systemd does not like the unit"
 }
 
 # The libraries of a panel take the stand-ins' place, and give it back.
@@ -172,7 +178,7 @@ use_python
 step "used kvosim, kvoctl and the Python module"
 
 make_root
-install g++ cmake make pkg-config man-db python3
+install g++ cmake make pkg-config man-db python3 systemd
 list_files >"$work/before"
 step "another bare $suite, with a compiler: $(wc -l <"$work/before") lines of list"
 # shellcheck disable=SC2046 # one word a file
@@ -185,6 +191,8 @@ build_examples
 step "built examples with pkg-config and with CMake"
 read_manuals
 step "read manual pages"
+check_unit
+step "had the unit checked"
 replace_stand_ins
 step "a panel's libraries took the stand-ins' place and gave it back"
 in_root apt-get purge -y -qq 'libkvo-hws*' kvo-hws-tools python3-kvo-hws >"$work/apt.log" 2>&1 || { cat "$work/apt.log"; fail "purge"; }

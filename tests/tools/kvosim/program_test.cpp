@@ -336,9 +336,9 @@ TEST(Run, SaysThatTheKernelRefusesANamespace)
 
 TEST(Run, RefusesALinkInPlaceOfTheSocketsDirectory)
 {
-    // In a /tmp of its own, so that the link is nobody else's.
-    const std::string script = "mount -t tmpfs none /tmp && mkdir /tmp/target && ln -s target /tmp/kvo_hws && "
-                               "exec \"$0\" run -- echo started";
+    // In a /tmp of its own, so that the link is nobody else's; the program may lie in what that hides.
+    const std::string script = "exec 3<\"$0\" && mount -t tmpfs none /tmp && mkdir /tmp/target && ln -s target /tmp/kvo_hws && "
+                               "exec /proc/self/fd/3 run -- echo started";
     if (geteuid() != 0) {
         GTEST_SKIP() << "only root can have a /tmp of its own";
     }

@@ -153,10 +153,10 @@ replace_stand_ins() {
     rm "$root/packages/panel-libraries.deb"
 }
 
-# Names, kinds, rights, targets and contents; without what dpkg, apt, the loader and man keep for themselves.
+# Names, kinds, rights, targets and contents; without what dpkg, apt, the loader, man and systemd keep for themselves.
 list_files() {
     local kept=(-path ./packages -o -path ./var/log -o -path ./var/cache -o -path ./var/lib/apt -o -path ./var/lib/dpkg
-        -o -path ./etc/ld.so.cache)
+        -o -path ./etc/ld.so.cache -o -path ./run/systemd)
     (cd "$root" && {
         find . -xdev '(' "${kept[@]}" ')' -prune -o -printf '%p %y %m %l\n'
         find . -xdev '(' "${kept[@]}" ')' -prune -o -type f -print0 | xargs -0 sha256sum

@@ -336,9 +336,10 @@ TEST(Run, SaysThatTheKernelRefusesANamespace)
 
 TEST(Run, RefusesALinkInPlaceOfTheSocketsDirectory)
 {
-    // In a /tmp of its own, so that the link is nobody else's; the program may lie in what that hides.
-    const std::string script = "exec 3<\"$0\" && mount -t tmpfs none /tmp && mkdir /tmp/target && ln -s target /tmp/kvo_hws && "
-                               "exec /proc/self/fd/3 run -- echo started";
+    // In a /tmp of its own, so that the link is nobody else's; the program and its libraries may lie in what that hides.
+    const std::string script = "exec 3<\"$0\" 4<\"${0%/bin/*}/lib\" && "
+                               "mount -t tmpfs none /tmp && mkdir /tmp/target && ln -s target /tmp/kvo_hws && "
+                               "LD_LIBRARY_PATH=/proc/self/fd/4 exec /proc/self/fd/3 run -- echo started";
     if (geteuid() != 0) {
         GTEST_SKIP() << "only root can have a /tmp of its own";
     }

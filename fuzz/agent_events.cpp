@@ -130,6 +130,7 @@ int kvo_hws_detach_thread() noexcept { return 1; }
 int ActivateNotify() noexcept { return 0; }
 void NotifyThread(pthread_t /*thread*/) noexcept {}
 int WaitNotify(Notify * /*record*/, unsigned /*milliseconds*/) noexcept { return 0; }
+int WaitShutdown(Notify * /*record*/, unsigned /*milliseconds*/) noexcept { return 1; }
 
 int CreateNotify(Notify **record) noexcept
 {

@@ -71,6 +71,12 @@ void setActive(Notify *record) noexcept
     activeRecord = record;
 }
 
+Notify *active() noexcept
+{
+    const Lock lock(recordChange);
+    return activeRecord;
+}
+
 class Listener {
 public:
     explicit Listener(Notify *own) noexcept : record_(own)
@@ -301,7 +307,7 @@ int KVO_HWS_deactivateEmbKvoEvents() noexcept
     if (shared(running).load() == 0) {
         return KVO_HWS_FAILED;
     }
-    Notify *record = activeRecord;  // changed by activations and deactivations alone
+    Notify *record = active();
     const int result = record != nullptr ? stopListener(*record) : -2;
     debugValues("shutdown %s thread - %s", "Emb-KVO events", wordFor(result));
     const bool stillRuns = record == nullptr || shared(record->uiState).load() == NOTIFY_RUNNING;

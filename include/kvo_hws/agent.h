@@ -57,7 +57,7 @@ typedef struct EmbKvoInst {
     uint32_t focusKvoIp;     /**< as inet_aton stores it */
     char focusKvoName[128];  /**< the station in focus by its name */
     uint32_t remoteKvoHwsIp; /**< as inet_aton stores it */
-    uint32_t remoteSession;  /**< session number, as it was given */
+    uint32_t remoteSession;  /**< session number, 0 to 9: the given one modulo 10 */
     uint32_t reserved[3];    /**< not used */
     uint32_t kvoIndex;       /**< the KVO index that is told */
     uint32_t mcpFlag;        /**< not 0: the station in focus has a machine control panel */
@@ -371,8 +371,8 @@ KVO_HWS_API const char *sesstoa(const HmiSession *session) KVO_HWS_NOEXCEPT;
  */
 KVO_HWS_API int format_servername(char *dst, size_t size, const HmiServer *server, int width) KVO_HWS_NOEXCEPT;
 
-/** Reads the first line of "<dir>/<sub>/<file>", at most 127 characters. A component that is "*" stands for the first entry
- *  of its folder.
+/** Reads the first line of "<dir>/<sub>/<file>", at most 127 characters. The first "*" in it stands for the first entry of its
+ *  folder, where it is a whole component and not the path's beginning; any other is taken as it is.
  *  @return heap text, the caller's; null where the file can not be read. Without memory for it the process ends (exit
  *  status 1, "out of memory" in the system log)
  */

@@ -188,6 +188,18 @@ TEST_F(Connection, waits_for_the_remote_side_to_speak)
     EXPECT_EQ(remote.bytes(300ms), "") << "no announcement";
 }
 
+TEST_F(Connection, notes_when_it_was_made)
+{
+    RemoteService remote(kSession);
+    KvoTimeval before{};
+    timeval_get(&before);
+    const Agent agent;
+    ASSERT_TRUE(remote.accept());
+    ASSERT_TRUE(eventually([] { return sessionSocket() >= 0; }));
+    const KvoTimeval made = gEmbKvoInst->session.lastActivity;
+    EXPECT_THAT(timeval_diff(&made, &before), AllOf(Ge(0), Le(5000)));
+}
+
 TEST_F(Connection, sets_no_socket_option_when_it_is_made)
 {
     RemoteService remote(kSession);
@@ -412,10 +424,20 @@ protected:
     /// @param age  milliseconds since something was heard on it
     void give(int32_t age)
     {
-        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+        KvoTimeval heard;
+        timeval_get(&heard);
+        heard.tv_sec -= age / 1000;
+        awaitPause();
+        giveHeardAt(heard);
+    }
+    void awaitPause() const
+    {
         ASSERT_TRUE(eventually([&] { return std::ranges::count(capture.texts(), kNextTry) > 0; }));
-        timeval_get(&gEmbKvoInst->session.lastActivity);
-        gEmbKvoInst->session.lastActivity.tv_sec -= age / 1000;
+    }
+    void giveHeardAt(KvoTimeval time)
+    {
+        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+        gEmbKvoInst->session.lastActivity = time;
         std::atomic_ref(gEmbKvoInst->session.socket).store(ends[0]);
     }
 
@@ -430,6 +452,30 @@ TEST_F(OpenSocket, is_closed_when_nothing_was_heard_for_6_milliseconds)
     ASSERT_TRUE(eventually([&] { return std::ranges::count(capture.texts(), kConnect + "timeout") > 0; }));
     char byte = 0;
     EXPECT_EQ(read(ends[1], &byte, 1), 0);
+    close(ends[1]);
+}
+
+TEST_F(OpenSocket, is_closed_before_the_connect_when_it_is_a_little_older)
+{
+    KvoTimeval firstTry{};
+    const WithSystemCalls calls{{.connect = [&](int, const sockaddr *address, socklen_t) {
+        if (address->sa_family == AF_INET && firstTry.tv_sec == 0) {
+            timeval_get(&firstTry);
+        }
+        return support::kPass;
+    }}};
+    const Agent agent;
+    awaitPause();
+    // The next try comes a second after the first at the earliest.
+    giveHeardAt({.tv_sec = firstTry.tv_sec + 1, .tv_usec = firstTry.tv_usec - 20'000});
+    ASSERT_TRUE(eventually([&] { return std::ranges::count(capture.texts(), kNextTry) == 2; }));
+    const auto texts = threadTexts(capture);
+    const auto second = std::ranges::find(texts.begin() + 2, texts.end(), kThread + "connect to 127.0.0.1");
+    ASSERT_GE(texts.end() - second, 5);
+    EXPECT_THAT(std::vector(second, second + 5),
+                ElementsAre(kThread + "connect to 127.0.0.1", kConnect + "timeout",
+                            "KVO_HWS DLL - hmi_close_x - socket " + std::to_string(ends[0]),
+                            kConnect + "connect() returns " + std::to_string(ECONNREFUSED), kNextTry));
     close(ends[1]);
 }
 

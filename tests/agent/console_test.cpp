@@ -86,6 +86,17 @@ TEST_F(SysfsFile, takes_a_star_that_is_part_of_a_name_for_itself)
     EXPECT_EQ(read("*0", "name"), "(null)");
     put("dev*/name", "literal");
     EXPECT_EQ(read("dev*", "name"), "literal");
+    put("disk*/only/name", "found");
+    EXPECT_EQ(read("disk*/*", "name"), "(null)") << "the first star alone is looked at";
+}
+
+TEST_F(SysfsFile, takes_a_star_that_the_path_begins_with_for_itself)
+{
+    put("device0/name", "found");
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(root_);
+    EXPECT_EQ(sysfsfile("*", ".", "name"), nullptr);
+    std::filesystem::current_path(before);
 }
 
 TEST_F(SysfsFile, in_a_folder_without_entries_is_looked_for_literally) { EXPECT_EQ(read("*", "name"), "(null)"); }
@@ -119,6 +130,9 @@ TEST_F(SysfsFile, ends_the_process_or_can_not_be_read_where_memory_runs_out)
     constexpr int kEnded = 1;
     constexpr int kNone = 2;
     constexpr int kRead = 3;
+    constexpr int kEndedSilently = 4;
+    static const SyslogCapture *capture = nullptr;
+    static bool returned = false;
     put("panel/name", "first\n");
     std::vector<int> outcomes;
     do {
@@ -128,8 +142,18 @@ TEST_F(SysfsFile, ends_the_process_or_can_not_be_read_where_memory_runs_out)
         };
         EXPECT_EXIT(
             {
+                const SyslogCapture ofThisProcess;
+                capture = &ofThisProcess;
+                std::atexit([] {
+                    const support::WorkingAllocations toLook;
+                    if (!returned && capture->lines() != std::vector{LogLine{"", LOG_CRIT, "out of memory"}}) {
+                        _exit(kEndedSilently);
+                    }
+                });
                 const support::FailingAllocations failing(static_cast<int>(outcomes.size()));
-                std::exit(sysfsfile(root_.c_str(), "panel", "name") == nullptr ? kNone : kRead);
+                const char *const line = sysfsfile(root_.c_str(), "panel", "name");
+                returned = true;
+                std::exit(line == nullptr ? kNone : kRead);
             },
             status, "");
     } while (outcomes.back() != kRead && outcomes.size() < 20);

@@ -12,6 +12,7 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstddef>
 #include <cstring>
 #include <filesystem>
@@ -607,6 +608,65 @@ TEST_F(EventListener, may_be_several_threads_of_which_the_last_tells_that_they_h
     EXPECT_TRUE(eventually([&] { return std::atomic_ref(record->uiState).load() == NOTIFY_STOP_DONE; }));
     EXPECT_TRUE(eventually(isFree));
     DeleteNotify(&record);
+}
+
+TEST_F(EventListener, installs_the_handler_of_the_signal_that_wakes_it)
+{
+    EventService service;
+    Notify *record = nullptr;
+    ASSERT_EQ(CreateNotify(&record), 0);
+    signal(SIGUSR1, SIG_IGN);  // a program that has put its own in the place since
+    ASSERT_EQ(kvo_hws_CreateThread(embKvoEventsThread, record), 1);
+    ASSERT_TRUE(service.accept());
+    struct sigaction action {};
+    ASSERT_EQ(sigaction(SIGUSR1, nullptr, &action), 0);
+    EXPECT_NE(action.sa_handler, SIG_IGN);
+    EXPECT_EQ(KVO_HWS_deactivateEmbKvoEvents(), 1);
+    EXPECT_TRUE(eventually(isFree));
+}
+
+TEST_F(EventListener, waits_a_moment_at_its_end_and_wakes_whoever_waits_for_it)
+{
+    EventService service;
+    Notify *record = nullptr;
+    ASSERT_EQ(CreateNotify(&record), 0);  // this thread is the one that waits
+    ASSERT_EQ(kvo_hws_CreateThread(embKvoEventsThread, record), 1);
+    ASSERT_TRUE(service.accept());
+    ASSERT_TRUE(eventually([&] { return std::atomic_ref(record->uiState).load() == NOTIFY_RUNNING; }));
+    std::this_thread::sleep_for(100ms);
+    std::atomic<bool> paused{false};
+    const WithSystemCalls calls{{.select = [&, own = std::this_thread::get_id()](timeval *time) {
+        paused = paused || (std::this_thread::get_id() != own && time->tv_sec == 0 && time->tv_usec == 20'000);
+        return support::kPass;
+    }}};
+    std::atomic_ref(record->uiState).store(NOTIFY_STOP_REQUESTED);
+    const auto began = Clock::now();
+    EXPECT_EQ(WaitShutdown(record, 8000), 1);
+    EXPECT_LE(Clock::now() - began, 3s) << "woken: its own wait is over after 8 s alone";
+    EXPECT_EQ(std::atomic_ref(record->uiState).load(), NOTIFY_STOP_DONE) << "written ahead of the signal";
+    EXPECT_TRUE(paused);
+    EXPECT_TRUE(eventually(isFree));
+    DeleteNotify(&record);
+}
+
+TEST_F(EventListener, that_can_not_be_waited_for_is_told)
+{
+    EventService service;
+    const SyslogCapture capture;
+    Listening listening;
+    ASSERT_TRUE(service.accept());
+    {
+        const WithSystemCalls calls{{.select = [own = std::this_thread::get_id()](timeval *) {
+            if (std::this_thread::get_id() != own) {
+                return support::kPass;
+            }
+            errno = EINVAL;
+            return -1;
+        }}};
+        EXPECT_EQ(listening.stop(), 1);
+    }
+    EXPECT_THAT(capture.texts(), Contains("shutdown Emb-KVO events thread - error"));
+    EXPECT_TRUE(eventually(isFree));
 }
 
 TEST_F(EventListener, that_ends_without_being_asked_leaves_its_record_stopped)

@@ -1,6 +1,7 @@
 // Reading the station in focus.
 #include <kvo_hws/agent.h>
 
+#include "agent/own_session.h"
 #include "support/scripted_service.h"
 #include "support/syslog_capture.h"
 
@@ -83,6 +84,20 @@ TEST_F(FocusStation, without_its_assignment_fails)
     // The description's address, lowest-addressed byte first.
     EXPECT_EQ(capture.texts().back(), "init_fb - getKVOT2M2N(IP 5.0.0.10) fails with -1");
     EXPECT_EQ(gFocusKvoIp, 0x0A000005U);
+}
+
+/// Alone in its process: another test's station would still be known.
+TEST_F(FocusStation, is_known_from_its_description_on_and_for_good)
+{
+    agent_test::OwnSession own;
+    const std::string size = "width=1024 height=768 depth=32\r\n";
+    {
+        const ScriptedService service({support::replies(kStation), support::replies("failed")});
+        EXPECT_EQ(init_fb(), -1);
+        EXPECT_EQ(own.replyTo(handle_show_panel_size), size) << "though its assignment is not";
+    }
+    EXPECT_EQ(init_fb(), -1) << "there is no service";
+    EXPECT_EQ(own.replyTo(handle_show_panel_size), size) << "as it was";
 }
 
 TEST_F(FocusStation, takes_an_assignment_of_any_length)

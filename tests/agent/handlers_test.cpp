@@ -33,7 +33,7 @@ using support::WithSystemCalls;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-const std::string kMcp = "mcpFlag=1\n";
+const std::string kMcp = "mcpFlag=2\n";  // not 0, that is all
 
 /// A command of the table and what comes of it, without line ends.
 struct Command {

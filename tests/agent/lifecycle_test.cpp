@@ -216,12 +216,14 @@ TEST(Agent, forgets_what_the_remote_side_of_the_one_before_has_told)
         EXPECT_EQ(remote.ask("servername=alpha"), "ok");
         EXPECT_EQ(remote.ask("set-disable-numlock=1"), "ok");
         EXPECT_EQ(remote.ask("set-kvoindex=7"), "ok");
+        EXPECT_EQ(remote.ask("set-channel-info=kept"), "ok");
     }
     const Agent agent;
     ASSERT_TRUE(remote.accept());
     EXPECT_EQ(gEmbKvoInst->server.name, nullptr);
     EXPECT_EQ(remote.ask("get-disable-numlock"), "disable-numlock=0");
     EXPECT_EQ(remote.ask("get-kvoindex"), "kvoindex=1");
+    EXPECT_EQ(remote.ask("get-channel-info"), "channel-info=kept") << "which is the process's own";
 }
 
 TEST(Agent, that_runs_refuses_another)
@@ -465,12 +467,14 @@ TEST(Cleanup, ends_an_agent_in_its_pause_after_a_connection)
     ASSERT_TRUE(remote.accept());
     remote.close();
     ASSERT_TRUE(eventually([] { return std::atomic_ref(gEmbKvoInst->session.socket).load() < 0; }));
+    std::this_thread::sleep_for(100ms);  // by now it pauses
     const MessagesOn messages;
     const SyslogCapture capture;
     const auto began = Clock::now();
     EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), 1);
     EXPECT_LE(Clock::now() - began, 3s);
     EXPECT_THAT(capture.texts(), Not(Contains(HasSubstr("hmi_close_x")))) << "it is closed already";
+    EXPECT_THAT(capture.texts(), Contains(AllOf(HasSubstr("threadID["), EndsWith("] terminates with -1"))));
 }
 
 TEST(Cleanup, of_a_connection_that_is_just_lost_closes_it_once)

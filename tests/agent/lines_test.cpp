@@ -131,15 +131,19 @@ TEST_F(Lines, are_corked_while_they_are_written_and_leave_at_once)
     };
     write([&] { hmiconn_reply(pair.near, "042:", "one", "\r\n", kEnd); });
     write([&] { hmiconn_indication(pair.near, "two", kEnd); });
-    EXPECT_THAT(parts, ElementsAre("042:", "one", "\r\n", "I01:", "two"));
+    gEmbKvoInst->session.socket = pair.near;
+    write([&] { EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(gEmbKvoInst, "three"), 1); });
+    gEmbKvoInst->session.socket = -1;
+    EXPECT_THAT(parts, ElementsAre("042:", "one", "\r\n", "I01:", "two", "I02:", "three", "\r\n"));
 }
 
 TEST_F(Lines, are_not_written_while_another_is)
 {
-    const std::vector<std::function<void()>> writers = {[&] { hmiconn_reply(socket(), nullptr, "one\r\n", kEnd); },
-                                                        [&] { hmiconn_indication(socket(), "one\r\n", kEnd); },
-                                                        [&] { hmi_close_x(&own.session); }};
+    const std::vector<std::function<void()>> writers = {
+        [&] { hmiconn_reply(socket(), nullptr, "one\r\n", kEnd); }, [&] { hmiconn_indication(socket(), "one\r\n", kEnd); },
+        [&] { KVO_HWS_sendEmbHwsEvent(gEmbKvoInst, "one"); }, [&] { hmi_close_x(&own.session); }};
     std::string heard;
+    gEmbKvoInst->session.socket = socket();
     for (const auto &write : writers) {
         ASSERT_EQ(pthread_mutex_lock(&sGCriticalSectionEventSocket), 0);
         std::atomic<bool> written{false};
@@ -155,8 +159,24 @@ TEST_F(Lines, are_not_written_while_another_is)
         writer.join();
         heard += own.heard();
     }
-    EXPECT_EQ(heard, "one\r\nI01:one\r\n");
+    gEmbKvoInst->session.socket = -1;
+    EXPECT_EQ(heard, "one\r\nI01:one\r\nI02:one\r\n");
     EXPECT_EQ(socket(), -1);
+}
+
+TEST_F(Lines, of_events_that_waited_for_another_are_not_written_after_a_clean_up)
+{
+    gEmbKvoInst->session.socket = socket();
+    ASSERT_EQ(pthread_mutex_lock(&sGCriticalSectionEventSocket), 0);
+    int result = 0;
+    std::thread pusher([&] { result = KVO_HWS_sendEmbHwsEvent(gEmbKvoInst, "late"); });
+    std::this_thread::sleep_for(50ms);
+    std::atomic_ref(protocolNegotiated).store(0);
+    pthread_mutex_unlock(&sGCriticalSectionEventSocket);
+    pusher.join();
+    gEmbKvoInst->session.socket = -1;
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(own.heard(), "");
 }
 
 TEST_F(Lines, raise_no_signal_where_the_remote_side_has_gone)

@@ -39,9 +39,11 @@ TEST(Sesstoa, names_address_and_session)
     HmiSession session{};
     session.server = &remote;
     session.display = 9;
-    EXPECT_STREQ(sesstoa(&session), "192.168.214.17:9");
+    const char *const first = sesstoa(&session);
+    EXPECT_STREQ(first, "192.168.214.17:9");
     session.display = 0;
-    EXPECT_STREQ(sesstoa(&session), "192.168.214.17:0");
+    EXPECT_EQ(sesstoa(&session), first) << "the next call overwrites it";
+    EXPECT_STREQ(first, "192.168.214.17:0");
     remote.address = inet_addr("255.255.255.255");
     session.display = 0x7FFFFFFF;
     EXPECT_STREQ(sesstoa(&session), "255.255.255.255:2147483647");
@@ -61,7 +63,14 @@ TEST(FormatServername, shows_as_much_as_fits)
     EXPECT_EQ(formatted(".beta.gamma.delta.epsilon", 20), "... (10.0.0.1)");
 }
 
-TEST(FormatServername, is_cut_to_its_buffer) { EXPECT_EQ(formatted("alpha.beta.gamma", 100, 10), "alpha.bet"); }
+TEST(FormatServername, is_cut_to_its_buffer)
+{
+    EXPECT_EQ(formatted("alpha.beta.gamma", 100, 10), "alpha.bet");
+    char name[] = "alpha.beta.gamma";
+    const HmiServer from = server("10.0.0.1", name);
+    char text[10];
+    EXPECT_EQ(format_servername(text, sizeof text, &from, 100), 27) << "the length of the whole text";
+}
 
 TEST(RegisterServername, does_nothing) { register_hws_servername(); }
 

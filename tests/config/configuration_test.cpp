@@ -2,6 +2,7 @@
 #include <kvo_hws/config.h>
 #include <kvo_hws/runtime.h>
 
+#include "support/failing_allocations.h"
 #include "support/kept_by_the_platform.h"
 #include "support/syslog_capture.h"
 
@@ -9,6 +10,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <dlfcn.h>
 #include <fstream>
 #include <functional>
 #include <gmock/gmock.h>
@@ -18,6 +20,26 @@
 #include <syslog.h>
 #include <unistd.h>
 #include <vector>
+
+namespace {
+
+/// What the platform's reader was last called with.
+struct ReaderCall {
+    std::vector<void *> block;
+    std::string fileName;
+    HwsKeyword *table;
+} readerCall;
+
+}  // namespace
+
+/// In the place of the platform's, which it calls.
+extern "C" int read_conf(void *block[4]) noexcept
+{
+    readerCall.block.assign(block, block + 4);
+    readerCall.fileName = static_cast<const char *>(block[0]);
+    readerCall.table = keywords;
+    return reinterpret_cast<int (*)(void **)>(dlsym(RTLD_NEXT, "read_conf"))(block);
+}
 
 namespace {
 
@@ -93,6 +115,9 @@ TEST(Keywords, stand_in_their_order)
     EXPECT_EQ(hws_keywords[1].reader, read_str);
     EXPECT_EQ(hws_keywords[2].reader, read_int);
     EXPECT_EQ(hws_keywords[3].reader, read_u16);
+    for (const std::size_t name : {4, 5, 6, 7}) {
+        EXPECT_EQ(hws_keywords[name].reader, read_str) << hws_keywords[name].key;
+    }
     EXPECT_EQ(hws_keywords[8].reader, hws_keywords[9].reader);
     EXPECT_EQ(hws_keywords[8].reader, hws_keywords[10].reader);
     EXPECT_EQ(hws_keywords[12].reader, nullptr);
@@ -149,6 +174,15 @@ TEST(ReadConfFile, takes_what_the_file_says)
     EXPECT_EQ(sConfData.brightness, 2U);
     EXPECT_EQ(sConfData.backlightBrightness, 1U);
     EXPECT_STREQ(sConfData.registryPath, "/data/reg/");
+}
+
+TEST(ReadConfFile, hands_the_platform_the_file_and_the_table)
+{
+    keywords = nullptr;
+    const Read file("");
+    EXPECT_THAT(readerCall.fileName, testing::EndsWith(".conf"));
+    EXPECT_EQ(readerCall.table, hws_keywords);
+    EXPECT_THAT(readerCall.block, ElementsAre(testing::NotNull(), nullptr, nullptr, nullptr)) << "the rest is the reader's own";
 }
 
 TEST(ReadConfFile, clears_what_was_there)
@@ -246,6 +280,21 @@ TEST(RegistryPath, is_cut_to_its_room)
     EXPECT_EQ(pathOf(longest + "yy"), longest + "/");
     EXPECT_EQ(pathOf(std::string(5000, 'x')), longest + "/");
     EXPECT_EQ(pathOf(std::string(257, 'x') + "/yyy"), std::string(257, 'x') + "/");
+}
+
+TEST(RegistryPath, stays_where_there_is_no_memory_for_it)
+{
+    if (const char *const reason = support::FailingAllocations::unavailable()) {
+        GTEST_SKIP() << reason;
+    }
+    char path[] = "/as/it/was/";
+    int result = 1;
+    {
+        const support::FailingAllocations none;
+        result = hws_keywords[11].reader("/data", path);
+    }
+    EXPECT_EQ(result, 0) << "what the reader of texts says";
+    EXPECT_STREQ(path, "/as/it/was/");
 }
 
 TEST(RegistryPath, that_is_shorter_replaces_the_default_whole)
@@ -381,6 +430,24 @@ TEST(AccessorValues, tell_an_interface_without_an_address)
     EXPECT_EQ(capture.lines()[0].priority, LOG_ERR);
     EXPECT_THAT(capture.lines()[0].text,
                 testing::MatchesRegex("GetIpByInterface fails with -?[0-9]+ ==> no IP address for interface 'eth7' available"));
+}
+
+TEST(AccessorValues, begin_with_session_0)
+{
+    const Read file("");
+    EXPECT_EQ(GetSessionNumber(&wordOut), 0);
+    EXPECT_EQ(wordOut, 0U);
+}
+
+TEST(AccessorValues, name_an_interface_that_is_there_although_nothing_was_read)
+{
+    char name[] = "eth9";
+    sConfData = {};
+    sConfData.interface = name;
+    const SyslogCapture capture;
+    EXPECT_EQ(GetInterfaceIP(textOut, &wordOut), -2);
+    EXPECT_THAT(capture.texts(), ElementsAre("config dat not set ==> no IP address for interface 'eth9' available"));
+    sConfData = {};
 }
 
 TEST(AccessorValues, wrap_a_session_below_the_first_port_round)

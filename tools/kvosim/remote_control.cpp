@@ -11,7 +11,6 @@ namespace kvosim {
 namespace {
 
 constexpr uint32_t kLongestWait = 600'000;  // ms
-constexpr std::size_t kLongestRaw = 4096;   // bytes
 
 struct RemoteCall {
     RemoteSide &remote;

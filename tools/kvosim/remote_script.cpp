@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <sstream>
 
@@ -21,6 +22,16 @@ constexpr auto kUsualWait = 10s;
 constexpr uint32_t kLongestWait = 600;       // seconds
 constexpr uint32_t kLongestPause = 600'000;  // milliseconds
 constexpr std::string_view kBlanks = " \t";
+
+/// Requests go to the simulator in JSON.
+void checkUtf8(std::string_view request)
+{
+    try {
+        static_cast<void>(nlohmann::json(request).dump());
+    } catch (const nlohmann::json::type_error &) {
+        throw Refused("the request is no UTF-8; send other bytes by \"raw\"");
+    }
+}
 
 /// The bytes of a text with escapes.
 std::string unescaped(std::string_view text)
@@ -149,9 +160,18 @@ private:
     void send(std::string_view rest)
     {
         checkRequest(rest);
+        checkUtf8(rest);
         add(ScriptStep::Kind::send, std::string(rest));
     }
-    void raw(std::string_view rest) { add(ScriptStep::Kind::raw, unescaped(rest)); }
+    void raw(std::string_view rest)
+    {
+        std::string bytes = unescaped(rest);
+        if (bytes.size() > kLongestRaw) {
+            throw Refused("these are " + std::to_string(bytes.size()) + " bytes; write at most " + std::to_string(kLongestRaw) +
+                          " on a line");
+        }
+        add(ScriptStep::Kind::raw, std::move(bytes));
+    }
     void reply(std::string_view rest) { add(ScriptStep::Kind::reply, std::string(rest)); }
     void replyPattern(std::string_view rest) { addPattern(ScriptStep::Kind::reply, rest); }
     void indication(std::string_view rest) { add(ScriptStep::Kind::indication, std::string(rest)); }

@@ -37,6 +37,7 @@ std::string inQuotes(std::string_view text) { return '"' + shown(text) + '"'; }
 /// What is known of a session so far.
 struct Heard {
     bool connected = false;
+    std::size_t endings = 0;
     std::string ending = "no agent has connected";
     std::deque<std::string> replies{};
     std::deque<std::string> indications{};
@@ -69,8 +70,12 @@ public:
             expect(step, "the indication ", session, session.indications);
             ++result_.indications;
             break;
-        case ScriptStep::Kind::waitConnected: await(step, session, true); break;
-        case ScriptStep::Kind::waitClosed: await(step, session, false); break;
+        case ScriptStep::Kind::waitConnected:
+            await(step, "expected an agent to connect", [&] { return session.connected; });
+            break;
+        case ScriptStep::Kind::waitClosed:
+            await(step, "expected the connection to be closed", [&] { return !session.connected; });
+            break;
         case ScriptStep::Kind::close: closeSession(step, session, false); break;
         case ScriptStep::Kind::reset: closeSession(step, session, true); break;
         case ScriptStep::Kind::pause: std::this_thread::sleep_for(step.time); break;
@@ -99,11 +104,14 @@ private:
         return found->second;
     }
 
-    /// What follows is about the next connection.
+    /// What follows is about the next connection: all that came before the end of this one is heard.
     void closeSession(const ScriptStep &step, const Heard &session, bool reset)
     {
+        while (hearNext(0ms)) {
+        }
+        const std::size_t endings = session.endings;
         ask_({{"do", "remote.close"}, {"session", step.session}, {"reset", reset}});
-        await(step, session, false);
+        await(step, "expected the connection to be closed", [&] { return session.endings != endings; });
     }
 
     /// Waits until something holds, hearing what came in its order and no more of it than is needed; false when the step's time
@@ -145,11 +153,12 @@ private:
         return step.isPattern ? std::regex_match(text, step.pattern) : text == step.text;
     }
 
-    void await(const ScriptStep &step, const Heard &session, bool connected)
+    template <class Holds>
+    void await(const ScriptStep &step, const char *what, Holds holds)
     {
-        if (!wait(step, [&] { return session.connected == connected; })) {
-            throw CouldNot(std::string(connected ? "expected an agent to connect" : "expected the connection to be closed") +
-                           ", got nothing of that within " + std::to_string(step.time.count() / 1000) + " s");
+        if (!wait(step, holds)) {
+            throw CouldNot(std::string(what) + ", got nothing of that within " + std::to_string(step.time.count() / 1000) +
+                           " s");
         }
     }
 
@@ -190,6 +199,7 @@ private:
             session.indications.push_back(text);
         } else if (kind == "connected" || kind == "closed") {
             session.connected = kind == "connected";
+            session.endings += session.connected ? 0 : 1;
             session.ending = text;
         }
     }

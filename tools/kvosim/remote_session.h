@@ -19,6 +19,9 @@ namespace kvosim {
 inline constexpr uint16_t kFirstRemotePort = 5850;
 inline constexpr unsigned kHighestSession = 9;
 
+/// So many bytes are sent as they are by one request or line of a script.
+inline constexpr std::size_t kLongestRaw = 4096;
+
 /// Throws Refused where an agent could not take the request as one line.
 void checkRequest(std::string_view request);
 

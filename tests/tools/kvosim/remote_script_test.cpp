@@ -10,6 +10,7 @@
 #include <gmock/gmock.h>
 
 #include <future>
+#include <thread>
 
 using namespace std::chrono_literals;
 
@@ -84,6 +85,10 @@ INSTANTIATE_TEST_SUITE_P(
         WrongRow{{"escape_end"}, "session 3\nraw a\\", R"(agent.script:3: "\" is no escape)"},
         WrongRow{{"escape_hex"}, "session 3\nraw \\x1", R"(agent.script:3: "\x" is no escape)"},
         WrongRow{{"pattern"}, "session 3\n<~ (", "agent.script:3: \"(\" is no regular expression: "},
+        WrongRow{{"raw_long"},
+                 "session 3\nraw " + std::string(4097, 'x'),
+                 "agent.script:3: these are 4097 bytes; write at most 4096 on a line"},
+        WrongRow{{"not_utf8"}, "session 3\n> a\xFF", "agent.script:3: the request is no UTF-8; send other bytes by \"raw\""},
         WrongRow{{"long"}, "session 3\n> " + std::string(255, 'x'), "agent.script:3: the request has 255 bytes"}),
     kvosim_test::kNameOfRow);
 
@@ -231,6 +236,20 @@ TEST_F(ScriptRun, ClosesAndWaitsForTheAgentToComeAgain)
     EXPECT_EQ(second.hear(), "(reset)");
     Agent third;
     EXPECT_EQ(run.get().steps, 9U - 1U);
+}
+
+TEST_F(ScriptRun, ClosesAConnectionThatItHasNotHeardOf)
+{
+    auto run = runs("session 3\npause 500\nclose\nwait-connected\n> ping\n< pong\n");
+    std::this_thread::sleep_for(200ms);  // it has begun without an agent
+    {
+        Agent first;
+        EXPECT_EQ(first.hear(), "(closed)");
+    }
+    std::this_thread::sleep_for(200ms);
+    Agent second;
+    EXPECT_EQ(second.answer("pong\r\n"), "ping\r\n");
+    EXPECT_EQ(run.get().steps, 5U);
 }
 
 TEST_F(ScriptRun, ALostConnectionIsNotWaitedOut)

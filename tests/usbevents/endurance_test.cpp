@@ -23,6 +23,9 @@ namespace {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr int kEvents = 4'800;
 constexpr const char *kReason = " (a sanitizer's build is slow, and watches each allocation itself)";
+#elif defined(KVO_EMULATED)
+constexpr int kEvents = 4'800;
+constexpr const char *kReason = " (the emulator keeps memory of its own for each thread that there ever was)";
 #else
 constexpr int kEvents = 112'000;
 constexpr const char *kReason = "";

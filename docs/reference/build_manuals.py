@@ -11,6 +11,7 @@ sys.dont_write_bytecode = True  # the sources stay as they are
 
 import headers
 from pages import Sources, read
+from search import find_anywhere
 
 ROOT = Path(__file__).resolve().parents[2]
 
@@ -20,7 +21,7 @@ def write_examples(file):
     blocks = []
     for path in sorted((ROOT / 'examples').glob('*.c*')):
         first = path.read_text().split('\n')[0].removeprefix('//').removeprefix('/*').removesuffix('*/').strip()
-        blocks.append(f'/** @example {path.name}\n *  {first}\n */\n')
+        blocks.append(f'/** @example {path.name}\n *  @details {first}\n */\n')
     file.write_text('\n'.join(blocks))
 
 
@@ -31,7 +32,9 @@ def build_reference(output, headers, version):
     write_examples(output / 'examples.dox')
     variables = {'KVO_ROOT': ROOT, 'KVO_HEADERS': headers, 'KVO_OUTPUT': output, 'KVO_VERSION': version}
     environment = os.environ | {name: str(value) for name, value in variables.items()}
-    return subprocess.run(['doxygen', ROOT / 'docs/reference/Doxyfile'], env=environment, check=False).returncode == 0
+    whole = subprocess.run(['doxygen', ROOT / 'docs/reference/Doxyfile'], env=environment, check=False).returncode == 0
+    find_anywhere(output / 'html/search')
+    return whole
 
 
 def write_pages(output, programs, version):

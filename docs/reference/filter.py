@@ -68,8 +68,6 @@ def link(target, stem):
     """Where a page's link leads in the reference."""
     if example := re.fullmatch(r'\.\./examples/(\w+)\.(c|cpp|h)', target):
         return f'{example[1]}_8{example[2]}-example.html'
-    if target.startswith('../README.md'):
-        return 'index.html'
     if target.rstrip('/') == '../include/kvo_hws':
         return 'files.html'
     if target.startswith('../examples'):
@@ -84,7 +82,7 @@ def link(target, stem):
 def code(span):
     name = span.strip('`').removesuffix('()')
     if NAME.fullmatch(name):
-        return f'[{span}](@ref {name})'
+        return f'[{span.strip("`")}](@ref {name})'
     # A single quote would end the listing.
     return f'`{span}`' if "'" in span else span
 
@@ -118,6 +116,8 @@ def page(text, stem):
             lines.append('```{.' + (line[3:] or 'txt') + '}' if in_code else line)
         elif in_code:
             lines.append(line)
+        elif re.fullmatch('<!--.*-->', line):
+            lines.append('')  # what it tells is for those who run the page
         elif line.startswith('#') and '{#' not in line:
             lines.append(heading(line, stem))
         else:

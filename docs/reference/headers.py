@@ -6,7 +6,7 @@ from dataclasses import dataclass
 from mdoc import Page, Span, plain
 
 # Other packages may have pages of these names; "man" still finds ours by the names at the top of the family's page.
-TOO_COMMON = {'LOG', 'DEBUG', 'xmalloc'}
+TOO_COMMON = {'LOG', 'DEBUG', 'cmds', 'xmalloc'}
 
 
 @dataclass(frozen=True)
@@ -250,6 +250,5 @@ def family_pages(folder):
     families = read_families(folder)
     records = read_records(folder)
     pages = [write_family(family, families, records, read_file(folder, family.header)) for family in families]
-    links = {name: family.name for family in families
-             for name in [member.findtext('name') for member in family.functions()] if name not in TOO_COMMON}
+    links = {name: family.name for family in families for name in family.names() if name not in TOO_COMMON}
     return pages, links, families, list(faults(families, records))

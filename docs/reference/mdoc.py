@@ -35,14 +35,16 @@ def inline(spans):
     pieces = []
     for span in spans:
         text = escaped(span.text, bool(span.font))
+        if not span.font:
+            text = re.sub(r'\b(\w+)\(\)', r'\\fB\1\\fR()', text).replace('--', '\\-\\-')  # a function's name; an option's dashes
         pieces.append(f'\\f{span.font}{text}\\fR' if span.font and text else text)
     return re.sub(r'\s+', ' ', ''.join(pieces)).strip()
 
 
-def text_lines(spans):
+def wrapped(text):
     """Each sentence begins a line, and no line is long."""
     lines = []
-    for sentence in re.split(r'(?<=[.!?]) (?=[^a-z])|(?<=[.!?][)"]) (?=[^a-z])', inline(spans)):
+    for sentence in re.split(r'(?<=[.!?]) (?=[^a-z])|(?<=[.!?][)"]) (?=[^a-z])', text):
         line = ''
         for word in sentence.split(' '):
             if line and len(line) + 1 + len(word) > WIDTH:
@@ -50,7 +52,11 @@ def text_lines(spans):
                 line = ''
             line += (' ' if line else '') + word
         lines.append(line)
-    return [at_line_start(line) for line in lines if line]
+    return [line for line in lines if line]
+
+
+def text_lines(spans):
+    return [at_line_start(line) for line in wrapped(inline(spans))]
 
 
 def argument(text):

@@ -4,7 +4,7 @@ from pathlib import Path
 import headers
 import markdown
 import tools
-from mdoc import Page, Span, plain
+from mdoc import Page, Span, plain, wrapped
 
 ROOT = Path(__file__).resolve().parents[2]
 
@@ -82,6 +82,8 @@ def read(file, sources):
         word, *arguments = line.split(' ')
         if word in LINES:
             LINES[word](page, sources, *arguments)
-        else:
+        elif line.startswith('.'):
             page.lines.append(line)
+        else:
+            page.lines += wrapped(line)
     return page

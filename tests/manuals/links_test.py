@@ -46,9 +46,18 @@ def main(folder):
     # Protocol pages, examples and the search are part of it.
     for name in ('page_remote_protocol.html', 'page_plant_file.html', 'page_tutorial.html', 'page_troubleshooting.html', 'stations_8c-example.html', 'search/search.js'):
         assert (folder / name).exists(), f'{name} is missing'
+    # The search finds what is typed in the middle of a name: all of a kind lie in one index, and are compared anywhere.
+    search = folder / 'search'
+    assert len(list(search.glob('all_*.js'))) == 1
+    assert "'KVO_HWS_setBacklightBrightness'" in (search / 'functions_0.js').read_text()
+    assert 'rowMatchName.indexOf(search)' in (search / 'search.js').read_text()
     # Names in the pages lead to their functions, and heads of pages to their places.
     assert 'group__kvo__hws__stations.html#' in (folder / 'page_programming.html').read_text()
     assert 'page_remote_protocol.html#page_remote_protocol-what-the-host-is-told' in (folder / 'page_programming.html').read_text()
+    # Nothing of how the pages are written is shown as text.
+    for page in folder.glob('page_*.html'):
+        text = page.read_text()
+        assert not any(mark in text for mark in ('](', '&lt;!', '`<a')), f'{page.name} shows a link or a remark as it is written'
     assert '](' not in (folder / 'index.html').read_text(), 'a link of the main page is shown as text'
     # What stands in angle brackets is text, and protocol texts are whole.
     assert '"setKVOIndex="<index>" <station>"' in unescape((folder / 'group__kvo__hws__addresses.html').read_text())

@@ -7,6 +7,10 @@ import subprocess
 import sys
 from pathlib import Path
 
+sys.dont_write_bytecode = True
+sys.path.insert(0, str(Path(__file__).resolve().parents[2] / 'docs/reference'))
+from headers import TOO_COMMON  # noqa: E402 (lies in a folder of its own)
+
 
 def output_of(*command):
     return subprocess.run(command, stdout=subprocess.PIPE, text=True, check=True).stdout
@@ -19,8 +23,10 @@ def shown(page):
 
 
 def lint(pages):
-    run = subprocess.run(['mandoc', '-Tlint', '-Wwarning', *pages], stdout=subprocess.PIPE, text=True, check=False)
-    assert run.returncode == 0, run.stdout
+    """All that mandoc remarks on, style too; but it looks for the pages that ours name among those installed on this machine."""
+    run = subprocess.run(['mandoc', '-Tlint', '-Wstyle', *pages], stdout=subprocess.PIPE, text=True, check=False)
+    remarks = [line for line in run.stdout.splitlines() if 'referenced manual not found' not in line]
+    assert not remarks, '\n'.join(remarks)
 
 
 def commands(command, words):
@@ -48,10 +54,10 @@ def check_library(project, folder):
         homes = [page.name for page, names in families.items() if name in names]
         assert len(homes) == 1, f'{name} has its place in {homes or "no page"}'
         link = folder / f'{name}.3'
-        if link.exists():
+        if name in TOO_COMMON:
+            assert not link.exists(), f'{link} takes a name that is not ours alone'
+        else:
             assert link.read_text() == f'.so man3/{homes[0]}\n', f'{link} leads elsewhere'
-    linked = [name for name in exported if name.startswith('KVO_HWS_')]
-    assert len(linked) > 80 and all((folder / f'{name}.3').exists() for name in linked)
     page = shown(folder / 'kvo_hws_panel.3')
     assert 'setBacklightBrightnessV2=<level> <mode> <station>' in page and '-6 its backlight is not active' in page
     return len(exported)

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Builds the Debian packages, and a source package, out of the last commit into build/packages, and has lintian look at them.
 # Usage: ./package.sh [--check] [--working-tree]
-#   --check         builds twice, in folders, time zones and languages that differ, and compares all files byte by byte
+#   --check         builds twice, in folders, time zones and locales that differ, and compares all files byte by byte
 #   --working-tree  packages the files as they lie here instead, committed or not
 set -euo pipefail
 umask 022
@@ -59,11 +59,11 @@ mkdir -p "$(dirname "$again")"
 if [ -z "$check" ]; then
     build "$work" "$(nproc)"
 else
-    # Beside one another; the second in a folder whose path is longer, at the other end of the world, and in another language.
+    # Beside one another; the second in a folder whose path is longer, at the other end of the world, and in another locale.
     half=$((($(nproc) + 1) / 2))
-    build "$work" "$half" &
+    LC_ALL=C.UTF-8 build "$work" "$half" &
     first=$!
-    TZ=Pacific/Kiritimati LC_ALL=C.UTF-8 LANGUAGE=de build "$again" "$half" &
+    TZ=Pacific/Kiritimati LC_ALL=C build "$again" "$half" &
     second=$!
     failed=
     wait "$first" || failed=1

@@ -100,6 +100,9 @@ use_tools() {
 }
 
 use_python() {
+    # Before "~" or "+" stands the project's version.
+    expect "version $(in_root dpkg-query -W -f '${Version}' python3-kvo-hws | sed 's/[~+].*//')." \
+        python3 -c 'import kvo_hws; print(f"version {kvo_hws.__version__}.")'
     expect "30 stations" python3 -c "
 from kvo_hws import Service, Simulator
 with Simulator(plant='$plant'):
@@ -113,6 +116,19 @@ build_examples() {
     expect "10.0.0.5" bash -euc 'cmake -S /usr/share/doc/libkvo-hws-doc/examples -B /tmp/examples
         cmake --build /tmp/examples
         kvosim run --plant '$plant' -- /tmp/examples/example_stations_cpp'
+}
+
+# The links of the pages in Markdown lead to files that are there.
+follow_links() {
+    in_root bash -euc 'cd /usr/share/doc/libkvo-hws-doc/docs
+        links=0
+        for page in *.md; do
+            for link in $(grep -o "](\([^)#:]*\)" "$page" | sed "s/^](//"); do
+                links=$((links + 1))
+                [ -e "$link" ] || { echo "$page: there is no $link"; exit 1; }
+            done
+        done
+        [ "$links" -gt 50 ]' || fail "the pages lead nowhere"
 }
 
 read_manuals() {
@@ -190,6 +206,7 @@ step "used kvosim, kvoctl and the Python module"
 build_examples
 step "built examples with pkg-config and with CMake"
 read_manuals
+follow_links
 step "read manual pages"
 check_unit
 step "had the unit checked"

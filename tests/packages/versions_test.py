@@ -27,7 +27,6 @@ def versions(options):
     yield 'the library\'s file', Path(options.library).resolve().name.replace('libkvo_hws.so.0', major)
     yield 'pkg-config', found(options.pkg_config, r'^Version: (.*)$')
     yield 'the CMake package', found(options.cmake, r'^set\(PACKAGE_VERSION "(.*)"\)$')
-    yield 'kvo_hws.__version__', found(ROOT / 'python/kvo_hws/__init__.py', r'^__version__ = "(.*)"$')
     for program in options.program:
         told = subprocess.run([program, '--version'], capture_output=True, text=True, check=True).stdout
         yield program, told.split()[1]

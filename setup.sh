@@ -12,14 +12,15 @@ packages=(
     python3                   # holds pages of docs/ to what they say
     python3-pytest mypy       # for the Python module
 )
+manuals="doxygen mandoc zsh fish"  # the shells for the tests of their completions
 declare -A besides=(
-    [release]="doxygen mandoc zsh fish"  # for the tests of the manuals and completions
+    [release]=$manuals
     [armhf]="g++-arm-linux-gnueabihf qemu-user googletest"
     [aarch64]="g++-aarch64-linux-gnu qemu-user googletest"
     [m32]="g++-12-multilib googletest"
     [coverage]="gcovr"
     [lint]="clang-tidy cppcheck"
-    [manuals]="doxygen mandoc zsh fish"
+    [manuals]=$manuals
     [package]="debhelper dh-python doxygen dpkg-dev debootstrap lintian pybuild-plugin-pyproject python3-all python3-setuptools"
 )
 for purpose in "$@"; do

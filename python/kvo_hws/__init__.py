@@ -14,6 +14,8 @@ KVO_HWS_LIBRARY, else by the system's loader. docs/python.md tells more.
 
 from __future__ import annotations
 
+from importlib.metadata import PackageNotFoundError, version
+
 from ._namespace import enter_private_namespace
 from .agent import Agent, AgentCommand, AgentOptions
 from .debug import activate_debug, deactivate_debug, debugging, library_version
@@ -75,7 +77,10 @@ from .usb_events import (
     UsbEvents,
 )
 
-__version__ = "0.1.0"
+try:
+    __version__ = version("kvo_hws")
+except PackageNotFoundError:  # run as it lies in the sources
+    __version__ = "0+sources"
 
 __all__ = [
     "Address",

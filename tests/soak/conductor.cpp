@@ -101,7 +101,7 @@ void askAgent(Worker &worker, unsigned session)
     worker.pause(1ms, 60ms);
 }
 
-/// What an agent must stand: ends, resets, half a request, one that never ends.
+/// What an agent must stand: ends, resets, a remote side that is not there for a while, half a request, one that never ends.
 void loseAgent(Worker &worker, unsigned session)
 {
     worker.pause(4s, 20s);
@@ -111,8 +111,14 @@ void loseAgent(Worker &worker, unsigned session)
         return;
     }
     const bool reset = worker.random.oneIn(2);
-    ++(reset ? worker.figures().remoteResets : worker.figures().remoteCloses);
-    ask(worker, {{"do", "remote.close"}, {"session", session}, {"reset", reset}});
+    Json request{{"do", "remote.close"}, {"session", session}, {"reset", reset}};
+    if (worker.random.oneIn(3)) {
+        request["away_ms"] = 1'000 + worker.random.below(9'000);
+        ++worker.figures().remoteRestarts;
+    } else {
+        ++(reset ? worker.figures().remoteResets : worker.figures().remoteCloses);
+    }
+    ask(worker, request);
 }
 
 /// Follows the remote side's log. Within a connection, indications are numbered without a gap.

@@ -117,6 +117,7 @@ constexpr Sum kSums[] = {
     {"indications_received", &Figures::indicationsReceived, true},
     {"remote_closes", &Figures::remoteCloses, false},
     {"remote_resets", &Figures::remoteResets, false},
+    {"remote_restarts", &Figures::remoteRestarts, false},
     {"remote_log_records_missed", &Figures::remoteRecordsLost, false},
     {"embedded_events_published", &Figures::eventsPublished, true},
     {"embedded_events_written", &Figures::eventsWritten, true},

@@ -127,6 +127,7 @@ struct Figures {
     Counter indicationsReceived{};
     Counter remoteCloses{};
     Counter remoteResets{};
+    Counter remoteRestarts{};
     Counter remoteRecordsLost{};
     Counter eventsPublished{};
     Counter eventsWritten{};  ///< one for each listener

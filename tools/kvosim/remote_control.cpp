@@ -34,6 +34,7 @@ Reply listSessions(const RemoteCall &call)
     Json list = Json::array();
     for (const RemoteSession &session : call.remote.sessions()) {
         Json row{{"session", session.number()}, {"address", call.remote.address()}, {"port", session.port()}};
+        row["away"] = session.away();
         row["agent"] = session.peer() ? Json(*session.peer()) : Json(nullptr);
         list.push_back(std::move(row));
     }
@@ -81,7 +82,12 @@ Reply sendRaw(const RemoteCall &call)
 
 Reply close(const RemoteCall &call)
 {
-    call.session().close(call.request.value("reset", false) ? RemoteSession::Ending::reset : RemoteSession::Ending::end);
+    const auto ending = call.request.value("reset", false) ? RemoteSession::Ending::reset : RemoteSession::Ending::end;
+    if (call.request.contains("away_ms")) {
+        call.session().goAway(ending, call.wait("away_ms"));
+    } else {
+        call.session().close(ending);
+    }
     return lineOf(Json::object());
 }
 

@@ -75,10 +75,19 @@ struct RemoteArguments {
     std::optional<std::string> tag;
     bool untagged = false;
     bool reset = false;
+    std::optional<unsigned> away;  // seconds
     bool follow = false;
     unsigned timeout = 10;  // seconds; an agent may itself wait for its service, twice 4 s
     std::string script;
 };
+
+std::string stateOf(const Json &session)
+{
+    if (session.at("away").get<bool>()) {
+        return "closed for a time";
+    }
+    return session.at("agent").is_null() ? "no agent" : "agent at " + session.at("agent").get<std::string>();
+}
 
 void printSessions(const Json &reply)
 {
@@ -87,9 +96,7 @@ void printSessions(const Json &reply)
     }
     for (const Json &session : reply["sessions"]) {
         std::cout << "session " << session.at("session") << ", " << session.at("address").get<std::string>() << ':'
-                  << session.at("port") << ", "
-                  << (session.at("agent").is_null() ? "no agent" : "agent at " + session.at("agent").get<std::string>())
-                  << '\n';
+                  << session.at("port") << ", " << stateOf(session) << '\n';
     }
 }
 
@@ -188,16 +195,25 @@ void addAsk(ControlCommands &commands, CLI::App &remote, const std::shared_ptr<R
     asking->footer(kAskExamples);
 }
 
+void closeSession(const ControlCommands &commands, const RemoteArguments &options)
+{
+    Json request{{"do", "remote.close"}, {"session", options.session}, {"reset", options.reset}};
+    if (options.away) {
+        request["away_ms"] = *options.away * 1000;
+    }
+    commands.ask(request, [](const Json & /*reply*/) { std::cout << "closed\n"; });
+}
+
 void addClose(ControlCommands &commands, CLI::App &remote, const std::shared_ptr<RemoteArguments> &options)
 {
-    CLI::App *closing = addSession(
-        commands.add(remote, "close", "Close the connection of a session's agent, which comes again",
-                     [&commands, options] {
-                         commands.ask({{"do", "remote.close"}, {"session", options->session}, {"reset", options->reset}},
-                                      [](const Json & /*reply*/) { std::cout << "closed\n"; });
-                     }),
-        *options);
+    CLI::App *closing = addSession(commands.add(remote, "close", "Close the connection of a session's agent, which comes again",
+                                                [&commands, options] { closeSession(commands, *options); }),
+                                   *options);
     closing->add_flag("--reset", options->reset, "By a reset, as when the other machine has crashed");
+    closing
+        ->add_option("--for", options->away,
+                     "Close the port too, for 1 to 600 seconds, agent or not: a remote side that restarts")
+        ->check(CLI::Range(1U, kLongestTimeout));
 }
 
 void addLog(ControlCommands &commands, CLI::App &remote, const std::shared_ptr<RemoteArguments> &options)

@@ -98,6 +98,7 @@ private:
             {"wait-closed", &Parser::waitClosed},
             {"close", &Parser::close},
             {"reset", &Parser::reset},
+            {"away", &Parser::away},
             {"pause", &Parser::pause},
             {"timeout", &Parser::timeout},
         };
@@ -108,7 +109,7 @@ private:
             throw Refused(
                 '"' + std::string(word) +
                 "\" is nothing that a script knows; a line begins with #, session, >, <, <~, !, !~, raw, wait-connected, "
-                "wait-closed, close, reset, pause or timeout, and a blank behind it");
+                "wait-closed, close, reset, away, pause or timeout, and a blank behind it");
         }
         (this->*found->parse)(rest);
     }
@@ -192,6 +193,11 @@ private:
     {
         nothing(rest);
         add(ScriptStep::Kind::reset);
+    }
+    void away(std::string_view rest)
+    {
+        const std::chrono::seconds time(count(rest, 1, kLongestWait));
+        add(ScriptStep::Kind::away).time = time;
     }
     void pause(std::string_view rest)
     {

@@ -11,7 +11,7 @@
 namespace kvosim {
 
 struct ScriptStep {
-    enum class Kind { send, raw, reply, indication, waitConnected, waitClosed, close, reset, pause };
+    enum class Kind { send, raw, reply, indication, waitConnected, waitClosed, close, reset, away, pause };
 
     Kind kind = Kind::send;
     std::size_t line = 0;  ///< in the script, from 1
@@ -19,7 +19,7 @@ struct ScriptStep {
     std::string text{};  ///< what is sent, or expected
     bool isPattern = false;
     std::regex pattern{};               ///< of the whole text, where it is one
-    std::chrono::milliseconds time{0};  ///< for how long it waits at most; of a pause, for how long
+    std::chrono::milliseconds time{0};  ///< for how long it waits at most; of a pause or an absence, for how long
 };
 
 /// Throws Refused, which begins with the file's name and the line, where a line is not understood.

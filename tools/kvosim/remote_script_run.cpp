@@ -78,6 +78,10 @@ public:
             break;
         case ScriptStep::Kind::close: closeSession(step, session, false); break;
         case ScriptStep::Kind::reset: closeSession(step, session, true); break;
+        case ScriptStep::Kind::away:
+            ask_({{"do", "remote.close"}, {"session", step.session}, {"away_ms", step.time.count()}});
+            hearAll();  // the end of the connection too: nobody connects now
+            break;
         case ScriptStep::Kind::pause: std::this_thread::sleep_for(step.time); break;
         }
         ++result_.steps;
@@ -85,8 +89,7 @@ public:
 
     ScriptResult finish()
     {
-        while (hearNext(0ms)) {
-        }
+        hearAll();
         for (const auto &[number, session] : heard_) {
             result_.unread += session.replies.size() + session.indications.size();
         }
@@ -107,8 +110,7 @@ private:
     /// What follows is about the next connection: all that came before the end of this one is heard.
     void closeSession(const ScriptStep &step, const Heard &session, bool reset)
     {
-        while (hearNext(0ms)) {
-        }
+        hearAll();
         const std::size_t endings = session.endings;
         ask_({{"do", "remote.close"}, {"session", step.session}, {"reset", reset}});
         await(step, "expected the connection to be closed", [&] { return session.endings != endings; });
@@ -174,6 +176,13 @@ private:
         hear(unheard_.front());
         unheard_.pop_front();
         return true;
+    }
+
+    /// What has come so far.
+    void hearAll()
+    {
+        while (hearNext(0ms)) {
+        }
     }
 
     void read(std::chrono::milliseconds patience)

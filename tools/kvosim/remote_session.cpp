@@ -21,6 +21,7 @@ using namespace std::chrono_literals;
 
 constexpr auto kNoneSilence = 200ms;                        // behind a "none" without a line end
 constexpr std::size_t kUnwritten = std::size_t{64} * 1024;  // bytes that an agent has not read
+constexpr auto kPortRetry = 200ms;
 constexpr unsigned kTags = 1000;
 constexpr std::size_t kTagSize = 4;
 
@@ -48,11 +49,16 @@ void checkRequest(std::string_view request)
 }
 
 RemoteSession::RemoteSession(EventLoop &loop, RemoteLog &log, unsigned number, uint32_t address, std::function<void()> waits)
-    : loop_(loop), log_(log), number_(number), waits_(std::move(waits)),
-      listener_(listenAt("can not serve agents of session " + std::to_string(number), address, port())),
-      acceptor_(
-          std::make_unique<Acceptor>(loop, listener_.get(), [this](Descriptor connection) { connect(std::move(connection)); }))
+    : loop_(loop), log_(log), number_(number), address_(address), waits_(std::move(waits))
 {
+    listen();
+}
+
+void RemoteSession::listen()
+{
+    listener_ = listenAt("can not serve agents of session " + std::to_string(number_), address_, port());
+    acceptor_ =
+        std::make_unique<Acceptor>(loop_, listener_.get(), [this](Descriptor connection) { connect(std::move(connection)); });
 }
 
 /// An agent that comes anew is the one that counts: of its earlier connection, a pulled cable may have left the half that is
@@ -219,8 +225,22 @@ void RemoteSession::close(Ending ending)
                                        : "this side has closed it, as it was told to");
 }
 
+void RemoteSession::goAway(Ending ending, std::chrono::milliseconds time)
+{
+    acceptor_.reset();
+    listener_ = Descriptor();  // first, so that the agent can not come again at once
+    if (stream_) {
+        close(ending);
+    }
+    away_ = Clock::now() + time;
+    waits_();
+}
+
 void RemoteSession::sweep(Clock::time_point now)
 {
+    if (away_ && *away_ <= now) {
+        comeBack();
+    }
     if (lines_.holdsNone() && now - heard_ >= kNoneSilence) {
         take(lines_.takeNone());
     }
@@ -232,9 +252,19 @@ void RemoteSession::sweep(Clock::time_point now)
     }
 }
 
+void RemoteSession::comeBack()
+{
+    try {
+        listen();
+        away_.reset();
+    } catch (const std::runtime_error &) {
+        *away_ += kPortRetry;  // somebody else has taken the port
+    }
+}
+
 bool RemoteSession::waiting() const
 {
-    return (stream_ && lines_.holdsNone()) ||
+    return away_ || (stream_ && lines_.holdsNone()) ||
            std::any_of(questions_.begin(), questions_.end(), [](const Question &q) { return q.answered != nullptr; });
 }
 

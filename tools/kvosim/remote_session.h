@@ -57,8 +57,11 @@ public:
     enum class Ending { end, reset };
     /// Closes the connection. Throws CouldNot where there is none.
     void close(Ending ending);
+    /// Closes the connection, if there is one, and the port for @p time: whoever connects is refused.
+    void goAway(Ending ending, std::chrono::milliseconds time);
+    [[nodiscard]] bool away() const noexcept { return away_.has_value(); }
 
-    /// Tells those whose patience is over, and takes a "none" that nothing has followed.
+    /// Tells those whose patience is over, takes a "none" that nothing has followed, and opens the port that was closed for a time.
     void sweep(Clock::time_point now);
     /// Whether sweep has something to wait for.
     [[nodiscard]] bool waiting() const;
@@ -74,6 +77,8 @@ private:
         bool strip = false;
     };
 
+    void listen();
+    void comeBack();
     void connect(Descriptor connection);
     void disconnect(const std::string &reason);
     void receive(std::string_view piece);
@@ -90,9 +95,11 @@ private:
     EventLoop &loop_;
     RemoteLog &log_;
     unsigned number_;
+    uint32_t address_;
     std::function<void()> waits_;
     Descriptor listener_;
     std::unique_ptr<Acceptor> acceptor_;
+    std::optional<Clock::time_point> away_;  ///< until then nobody can connect
     std::unique_ptr<Stream> stream_;
     std::optional<std::string> peer_;
     AgentLines lines_;

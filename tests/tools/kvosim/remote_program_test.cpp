@@ -103,6 +103,9 @@ TEST(RemoteProgram, AsksListsLogsAndRuns)
     const Ended closed = kvosimEnds({"remote", "close", "3", "--reset"});
     EXPECT_EQ(closed.status, 1);
     EXPECT_EQ(closed.err, "kvosim: no agent is connected in session 3 (port 5853)\n");
+    EXPECT_EQ(kvosimEnds({"remote", "close", "3", "--for", "600"}).out, "closed\n");
+    EXPECT_EQ(kvosimEnds({"remote", "list"}).out,
+              "session 3, 127.0.0.1:5853, closed for a time\nsession 4, 127.0.0.1:5854, no agent\n");
 }
 
 TEST(RemoteProgram, FollowsTheLog)

@@ -10,6 +10,7 @@
 #include <gmock/gmock.h>
 
 #include <future>
+#include <optional>
 #include <thread>
 
 using namespace std::chrono_literals;
@@ -80,6 +81,7 @@ INSTANTIATE_TEST_SUITE_P(
         WrongRow{{"wait"}, "session 3\nwait-connected soon", "agent.script:3: \"soon\" is out of range"},
         WrongRow{{"pause"}, "session 3\npause -1", "agent.script:3: \"-1\" is out of range; write 1 to 600000"},
         WrongRow{{"close"}, "session 3\nclose now", "agent.script:3: \"now\" is too much"},
+        WrongRow{{"away"}, "session 3\naway", "agent.script:3: \"\" is out of range; write 1 to 600"},
         WrongRow{{"reset"}, "session 3\nreset now", "agent.script:3: \"now\" is too much"},
         WrongRow{{"escape"}, "session 3\nraw a\\q", R"(agent.script:3: "\q" is no escape; write \r \n \t \0 \\ or \x1F)"},
         WrongRow{{"escape_end"}, "session 3\nraw a\\", R"(agent.script:3: "\" is no escape)"},
@@ -236,6 +238,27 @@ TEST_F(ScriptRun, ClosesAndWaitsForTheAgentToComeAgain)
     EXPECT_EQ(second.hear(), "(reset)");
     Agent third;
     EXPECT_EQ(run.get().steps, 9U - 1U);
+}
+
+TEST_F(ScriptRun, GoesAwayAndWaitsForTheAgentToComeAgain)
+{
+    auto run = runs(kBegin + "away 1\nwait-connected\n> ping\n< pong\n");
+    const auto gone = std::chrono::steady_clock::now();
+    {
+        Agent first;
+        EXPECT_EQ(first.hear(), "(closed)");
+    }
+    std::optional<Agent> second;
+    while (!second) {
+        try {
+            second.emplace();
+        } catch (const std::runtime_error &) {
+            std::this_thread::sleep_for(20ms);
+        }
+    }
+    EXPECT_GE(std::chrono::steady_clock::now() - gone, 1s);
+    EXPECT_EQ(second->answer("pong\r\n"), "ping\r\n");
+    EXPECT_EQ(run.get().steps, 5U);
 }
 
 TEST_F(ScriptRun, ClosesAConnectionThatItHasNotHeardOf)

@@ -6,6 +6,7 @@
 #include "remote_log.h"
 #include "remote_session.h"
 #include "running_service.h"
+#include "tcp_socket.h"
 
 #include <gmock/gmock.h>
 
@@ -344,6 +345,49 @@ TEST_F(Remote, AConnectionIsClosedOrReset)
     askSimulator({{"do", "remote.close"}, {"session", 3}, {"reset", true}});
     EXPECT_EQ(second.hear(), "(reset)");
     EXPECT_TRUE(becomes(false));
+}
+
+TEST_F(Remote, TheOtherSideGoesAwayForATime)
+{
+    const auto gone = std::chrono::steady_clock::now();
+    askSimulator({{"do", "remote.close"}, {"session", 3}, {"away_ms", 500}});
+    EXPECT_EQ(agent.hear(), "(closed)");
+    EXPECT_THROW(Agent(), std::runtime_error);
+    EXPECT_TRUE(sessionRow(3)["away"].get<bool>());
+    while (sessionRow(3)["away"].get<bool>()) {
+        std::this_thread::sleep_for(10ms);
+        ASSERT_LT(std::chrono::steady_clock::now() - gone, 10s);
+    }
+    EXPECT_GE(std::chrono::steady_clock::now() - gone, 500ms);
+    Agent second;
+    EXPECT_TRUE(becomes(true));
+}
+
+TEST_F(Remote, GoesAwayWithoutAnAgentAndAgain)
+{
+    askSimulator({{"do", "remote.close"}, {"session", 9}, {"away_ms", 600'000}});
+    EXPECT_THROW(Agent(9), std::runtime_error);
+    askSimulator({{"do", "remote.close"}, {"session", 9}, {"away_ms", 1}});
+    while (sessionRow(9)["away"].get<bool>()) {
+        std::this_thread::sleep_for(10ms);
+    }
+    Agent other(9);
+    EXPECT_TRUE(becomes(true, 9));
+}
+
+TEST_F(Remote, ComesBackAsSoonAsThePortIsFree)
+{
+    askSimulator({{"do", "remote.close"}, {"session", 9}, {"away_ms", 100}});
+    {
+        const kvosim::Descriptor taken = kvosim::listenAt("a test", INADDR_LOOPBACK, 5859);
+        std::this_thread::sleep_for(400ms);
+        EXPECT_TRUE(sessionRow(9)["away"].get<bool>());
+    }
+    while (sessionRow(9)["away"].get<bool>()) {
+        std::this_thread::sleep_for(10ms);
+    }
+    Agent other(9);
+    EXPECT_TRUE(becomes(true, 9));
 }
 
 // ---- What rude agents do ----

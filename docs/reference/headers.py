@@ -3,6 +3,7 @@ import re
 import xml.etree.ElementTree as ElementTree
 from dataclasses import dataclass
 
+from markdown import MANUAL_PAGES
 from mdoc import Page, Span, plain
 
 # Other packages may have pages of these names; "man" still finds ours by the names at the top of the family's page.
@@ -66,9 +67,10 @@ def spans(element, font=''):
 def child_spans(child, font):
     inside = []
     if child.tag not in BLOCKS:
-        # A page of docs/ is no name that can be typed.
-        is_page = child.tag == 'ref' and child.get('kindref') == 'compound' and 'page' in child.get('refid')
-        inside = spans(child, 'I' if is_page else FONTS.get(child.tag, font))
+        # A page of docs/ has no name that can be typed: its manual page can be, or its file.
+        page = re.match('page_([a-z_]+?)(_1|$)', child.get('refid')) if child.tag == 'ref' else None
+        file = f"{page[1].replace('_', '-')}.md" if page else ''
+        inside = [Span(MANUAL_PAGES.get(file, f'docs/{file}'), 'I')] if file else spans(child, FONTS.get(child.tag, font))
     return [*inside, Span(child.tail or '', font)]
 
 
@@ -202,6 +204,13 @@ def write_constants(page, family):
 
 # ---- Pages ----
 
+def homes_of_types(families):
+    """The family whose page describes a type, by the identifier that mentions of it have."""
+    return {identifier: family.name for family in families for identifier in
+            [*(inner.get('refid') for inner in family.element.iterfind('innerclass')),
+             *(member.get('id') for member in family.members('typedef', 'enum'))]}
+
+
 def write_family(family, families, records, header_text):
     page = Page(family.name, 3)
     page.section_heading('NAME')
@@ -223,12 +232,16 @@ def write_family(family, families, records, header_text):
         if member.get('kind') == 'typedef':
             page.literal(type_definition(member))
         describe(page, member)
-    page.section_heading('NOTES')
-    page.paragraph([Span('What all of '), Span(f'<{family.header}>', 'B'), Span(' has in common:')])
-    write_blocks(page, header_text.find('briefdescription'))
-    write_blocks(page, header_text.find('detaileddescription'))
+    if text_of(header_text.find('detaileddescription')):  # beyond the sentence that says what the header is about
+        page.section_heading('NOTES')
+        page.paragraph([Span('What all of '), Span(f'<{family.header}>', 'B'), Span(' has in common:')])
+        write_blocks(page, header_text.find('briefdescription'))
+        write_blocks(page, header_text.find('detaileddescription'))
     beside = [(other.name, 3) for other in families if other.header == family.header]
-    page.see_also([('kvo_hws', 3), ('kvoctl', 1), ('kvo_hws_result', 3), *beside])
+    homes = homes_of_types(families)
+    mentioned = {ref.get('refid') for member in family.members('function', 'variable') for ref in member.iterfind('.//type/ref')}
+    types = [(homes[identifier], 3) for identifier in mentioned if identifier in homes]
+    page.see_also([('kvo_hws', 3), ('kvoctl', 1), ('kvo_hws_result', 3), *beside, *types])
     return page
 
 
@@ -251,4 +264,5 @@ def family_pages(folder):
     records = read_records(folder)
     pages = [write_family(family, families, records, read_file(folder, family.header)) for family in families]
     links = {name: family.name for family in families for name in family.names() if name not in TOO_COMMON}
+    links |= {inner.text: family.name for family in families for inner in family.element.iterfind('innerclass')}
     return pages, links, families, list(faults(families, records))

@@ -32,6 +32,14 @@ def section_line(page, sources, file, *heading):
     markdown.write(page, markdown.section(markdown.blocks(text), ' '.join(heading)))
 
 
+def keys_line(page, sources, file, *heading):
+    """The first and the last column of the tables under a heading that tell what a command's document holds."""
+    del sources
+    found = markdown.section(markdown.blocks((ROOT / 'docs' / file).read_text()), ' '.join(heading))
+    rows = [row for block in found if block.kind == 'table' and block.rows[0][-1] == 'JSON' for row in block.rows[1:]]
+    page.tagged([(markdown.spans(row[0]), lambda row=row: page.paragraph(markdown.spans(row[-1]))) for row in rows if row[-1] != 'done'])
+
+
 def commands_line(page, sources, tool, *told):
     tools.write_commands(page, sources.tools[tool], told)
 
@@ -73,7 +81,7 @@ def see_line(page, sources, *others):
 
 LINES = {'@name': name_line, '@section': section_line, '@commands': commands_line, '@options': options_line,
          '@examples': examples_line, '@header': header_line, '@families': families_line, '@listing': listing_line,
-         '@see': see_line}
+         '@see': see_line, '@keys': keys_line}
 
 
 def read(file, sources):

@@ -56,12 +56,13 @@ def write_footer(page, footer):
             page.paragraph(plain(' '.join(lines)))
 
 
-def write_command(page, command, words, told):
+def write_command(page, command, words, told, of_family=''):
+    """What stands below the help of a whole family is told once, at its head."""
     words = [*words, command['name']]
     if command['commands']:
         write_footer(page, command['footer'])
         for inner in command['commands']:
-            write_command(page, inner, words, told)
+            write_command(page, inner, words, told, command['footer'])
         return
     arguments = synopsis(command)
 
@@ -69,25 +70,25 @@ def write_command(page, command, words, told):
         page.paragraph(plain(command['meaning'].rstrip('.') + '.'))
         write_options(page, [option for option in command['options'] if '--help' not in option['names']
                              and not (option['required'] and option['names'][0] in told)])
-        write_footer(page, command['footer'])
+        if command['footer'] != of_family:
+            write_footer(page, command['footer'])
     page.tagged([([Span(' '.join(words), 'B'), Span((' ' + arguments) if arguments else '', 'I')], write)])
 
 
 def write_commands(page, tool, told):
     """Commands in the order of the tool's help; a family or a heading of the help is a subsection. Arguments of the names in
     told are described elsewhere in the page."""
-    group = None
+    subsections = {}
     for command in tool['commands']:
-        if command['commands']:
-            page.subsection(f"{tool['name']} {command['name']}")
-            page.paragraph(plain(command['meaning'].rstrip('.') + '.'))
-            group = None
-        elif command['group'] == PARSERS_OWN_GROUP:
-            page.subsection(f"{tool['name']} {command['name']}")
-        elif command['group'] != group:
-            group = command['group']
-            page.subsection(group)
-        write_command(page, command, [tool['name']], told)
+        alone = command['commands'] or command['group'] == PARSERS_OWN_GROUP
+        heading = f"{tool['name']} {command['name']}" if alone else command['group']
+        subsections.setdefault(heading, []).append(command)
+    for heading, commands in subsections.items():
+        page.subsection(heading)
+        for command in commands:
+            if command['commands']:
+                page.paragraph(plain(command['meaning'].rstrip('.') + '.'))
+            write_command(page, command, [tool['name']], told)
 
 
 def write_global_options(page, tool):

@@ -81,7 +81,7 @@ extern KVO_HWS_API SendUsbEventV2 sendUSBEvent2;
 
 /** Activates USB events for the older callback. What comes of it is told to the callback: USB_EVENT_BEGIN at once, then
  *  USB_EVENT_ACTIVATED, or one of the ends; with a service that is still starting it waits for as long as that takes.
- *  @param callback  see the head of this file; it replaces the one that was set
+ *  @param callback  what it may and must not do stands at the head of usbevents.h; it replaces the one that was set
  *  @return 1 started; -1 @p callback is null; -8 a server could not be stopped or started (USB_EVENT_SERVER_FAILED was sent,
  *  and no callback is set any more); -3 no thread for asking the service (the callback stays set: KVO_HWS_closeUSBEvents
  *  ends it)

@@ -18,7 +18,7 @@ constexpr const char *kStatusExamples = R"(Examples:
 )";
 
 constexpr const char *kStationExamples =
-    R"(KEY is a key of plant files (docs/plant-file.md), with the same ranges. All values are set, or none if one is wrong.
+    R"(KEY is a key of plant files, kvo-plant(5), with the same ranges. All values are set, or none if one is wrong.
 
 Examples:
   kvosim station 10.0.0.5

@@ -214,7 +214,8 @@ int runMain(std::vector<std::string> arguments)
     app.require_subcommand(1);
 
     CLI::App *serveCommand = app.add_subcommand("serve", "Serve a plant to the programs of this machine");
-    completions::offerFiles(serveCommand->add_option("--plant", options.plant, "Plant file (docs/plant-file.md)")->required());
+    completions::offerFiles(
+        serveCommand->add_option("--plant", options.plant, "Plant file, kvo-plant(5)")->type_name("FILE")->required());
     addServiceOptions(*serveCommand, options);
     serveCommand
         ->add_option("--socket-mode", options.socketMode,

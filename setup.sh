@@ -1,15 +1,17 @@
 #!/usr/bin/env bash
 # Installs what building, testing and measuring need on Debian 12, unless it is there already. Used by the other scripts.
-# "./setup.sh m32" (or armhf, aarch64, coverage, lint, manuals, package) installs what that one needs besides.
+# "./setup.sh m32" (or armhf, aarch64, coverage, lint) installs what that one needs besides; "./setup.sh build" (or manuals, package)
+# what building needs, or these two besides, without what is only for tests.
 set -euo pipefail
 
 packages=(
     cmake ninja-build g++ pkg-config binutils
-    libcli11-dev libtomlplusplus-dev nlohmann-json3-dev
+    libcli11-dev libtomlplusplus-dev nlohmann-json3-dev python3
+)
+for_tests=(
     libgtest-dev libgmock-dev libbenchmark-dev
     clang libclang-rt-14-dev  # for the fuzzers
     abigail-tools             # compares the binary interface
-    python3                   # holds pages of docs/ to what they say
     python3-pytest mypy       # for the Python module
 )
 manuals="doxygen mandoc zsh fish"  # the shells for the tests of their completions
@@ -23,6 +25,10 @@ declare -A besides=(
     [manuals]=$manuals
     [package]="debhelper dh-python doxygen dpkg-dev debootstrap lintian pybuild-plugin-pyproject python3-all python3-setuptools"
 )
+case " $* " in
+*' build '* | *' manuals '* | *' package '*) ;;
+*) packages+=("${for_tests[@]}") ;;
+esac
 for purpose in "$@"; do
     read -ra more <<<"${besides[$purpose]-}"
     packages+=("${more[@]}")

@@ -3,11 +3,14 @@
 import argparse
 import datetime
 import re
+import runpy
 import subprocess
 import sys
+import types
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
+KINDS = ('Added', 'Changed', 'Deprecated', 'Removed', 'Fixed', 'Security')
 DAY = datetime.datetime(2026, 11, 21, tzinfo=datetime.timezone.utc)
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(ROOT / 'packaging'))
@@ -19,6 +22,14 @@ def found(file, pattern):
     return match[1] if match else None
 
 
+def python_version():
+    """What setup.py hands to setuptools, which need not be installed here."""
+    told = {}
+    sys.modules['setuptools'] = types.SimpleNamespace(setup=lambda **arguments: told.update(arguments))
+    runpy.run_path(str(ROOT / 'python/setup.py'))
+    return told.get('version')
+
+
 def versions(options):
     """(who tells it, what it tells)"""
     yield 'CMakeLists.txt', changelog.project_version()
@@ -27,6 +38,7 @@ def versions(options):
     yield 'the library\'s file', Path(options.library).resolve().name.replace('libkvo_hws.so.0', major)
     yield 'pkg-config', found(options.pkg_config, r'^Version: (.*)$')
     yield 'the CMake package', found(options.cmake, r'^set\(PACKAGE_VERSION "(.*)"\)$')
+    yield 'the Python module', python_version()
     for program in options.program:
         told = subprocess.run([program, '--version'], capture_output=True, text=True, check=True).stdout
         yield program, told.split()[1]
@@ -48,6 +60,23 @@ def changelog_faults(version):
     top = next(changelog.entries(DAY)).split('\n')[0]
     if f'({package})' not in top:
         yield f'the packages\' changelog begins with {top}'
+
+
+def form_faults():
+    """CHANGELOG.md keeps the form that it claims: nothing that is read as part of another version's changes."""
+    text = (ROOT / 'CHANGELOG.md').read_text()
+    headings = re.findall(r'^## .*$', text, re.M)
+    if headings[:1] != ['## [Unreleased]']:
+        yield 'CHANGELOG.md: the first version is not "## [Unreleased]"'
+    for heading in headings[1:]:
+        if not re.fullmatch(r'## \[\d+\.\d+\.\d+\] - \d{4}-\d\d-\d\d', heading):
+            yield f'CHANGELOG.md: "{heading}" is no version with its day'
+    for kind in re.findall(r'^### (.*)$', text, re.M):
+        if kind not in KINDS:
+            yield f'CHANGELOG.md: "{kind}" is none of {KINDS}'
+    days = [date for _, date, _ in changelog.sections() if date]
+    if days != sorted(days, reverse=True):
+        yield f'CHANGELOG.md: the days are not in order: {days}'
 
 
 def package_version_faults():
@@ -74,7 +103,7 @@ def main():
     options = parser.parse_args()
     told = list(versions(options))
     faults = [f'{who} tells {what}, not {options.version}' for who, what in told if what != options.version]
-    faults += [*changelog_faults(options.version), *package_version_faults()]
+    faults += [*changelog_faults(options.version), *form_faults(), *package_version_faults()]
     if not options.manuals.is_dir():
         print('the manual pages are not built here, and not compared')
     print(f'{len(told)} tell their version')

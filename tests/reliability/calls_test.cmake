@@ -4,7 +4,7 @@ cmake_minimum_required(VERSION 3.25)
 set(without_faults
   # Texts, numbers and memory that is there already.
   free memchr memcmp memcpy memmove memset snprintf vsnprintf sscanf strchr strchrnul strcpy strcspn strlen strnlen strspn
-  strtok_r strtol_l strtoul_l inet_addr inet_aton inet_ntop newlocale strerror
+  strtok_r strtol_l strtoul_l htonl htons inet_addr inet_aton inet_ntop newlocale strerror
   # They fail for nothing but arguments that the library does not pass, or tell nobody whether they have.
   clock_gettime time localtime_r closedir fclose shutdown fwrite stderr exit openlog closelog syslog vsyslog
   pthread_self pthread_detach pthread_kill pthread_mutex_lock pthread_mutex_unlock pthread_setcancelstate sem_post sem_destroy

@@ -4,6 +4,10 @@ from pathlib import Path
 
 from setuptools import setup
 
-PROJECT = Path(__file__).resolve().parent.parent / "CMakeLists.txt"
+HERE = Path(__file__).resolve().parent
+PROJECT = HERE.parent / "CMakeLists.txt", r"^project\(kvo_hws VERSION (\S+)"
+# An archive of this folder alone has the version that it was packed with.
+PACKED = HERE / "PKG-INFO", r"^Version: (\S+)"
 
-setup(version=re.search(r"^project\(kvo_hws VERSION (\S+)", PROJECT.read_text(), re.M)[1])
+file, pattern = PACKED if PACKED[0].exists() else PROJECT
+setup(version=re.search(pattern, file.read_text(encoding="utf-8"), re.M)[1])

@@ -9,6 +9,7 @@ import os
 import threading
 from typing import Any, Callable, Dict, List, NamedTuple, Optional, Tuple, TypeVar
 
+from ._events import visits
 from ._prototypes import PROTOTYPES, Output, Prototype
 from ._structures import ThreadBody
 from .errors import LibraryNotFound
@@ -132,7 +133,8 @@ _job_numbers = itertools.count(1)
 
 
 def _carry_out(number: Optional[int]) -> None:
-    _jobs.pop(number or 0)()
+    with visits:
+        _jobs.pop(number or 0)()
 
 
 # Kept for the life of the process: a thread still returns through it when its job has been done.
@@ -165,7 +167,11 @@ def on_own_thread(body: Callable[[], Result]) -> Result:
     except BaseException:
         del _jobs[number]
         raise
-    finished.wait()
+    try:
+        finished.wait()
+    except BaseException:
+        finished.wait()  # Ctrl-C is seen when it has returned: what follows must not overtake it
+        raise
     if failures:
         raise failures[0]
     return results[0]

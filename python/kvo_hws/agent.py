@@ -4,16 +4,17 @@ from __future__ import annotations
 
 import atexit
 import ctypes
+import os
 import threading
 from dataclasses import dataclass
 from ipaddress import IPv4Address
 from typing import Callable, List, Optional, Type
 
 from . import _structures as c
-from ._events import Failures, close_or_report, report
+from ._events import Failures, close_or_report, report, visits
 from ._library import call, library
 from ._sized import decode
-from .errors import AlreadyRunning, Timeout
+from .errors import AlreadyRunning, NoThread, Timeout
 from .records import Address
 
 ANSWER_YES = 1
@@ -109,8 +110,10 @@ class Agent:
             _current = self
             try:
                 call("KVO_HWS_startupEmbHwsClient", self._parameters, ctypes.byref(handle), _callback)
-            except BaseException:
+            except BaseException as failure:
                 _current = None
+                if isinstance(failure, NoThread):  # until it is cleaned up, no other one starts
+                    call("KVO_HWS_cleanupEmbHwsClient", ctypes.c_void_p.in_dll(library(), "gEmbKvoInst"))
                 raise
             self._handle = handle
 
@@ -147,9 +150,10 @@ class Agent:
     @property
     def running(self) -> bool:
         """Whether the agent's thread runs; False also where it found no station in focus."""
-        if self._handle is None:
+        handle = self._handle  # another thread may close it meanwhile
+        if handle is None or handle.value is None:
             return False
-        return ctypes.c_uint32.from_address(self._handle.value or 0).value == 1
+        return ctypes.c_uint32.from_address(handle.value).value == 1
 
     @property
     def negotiated(self) -> bool:
@@ -214,15 +218,16 @@ _change = threading.Lock()
 def _receive(_handle: Optional[int], command: Optional[bytes]) -> int:
     """The library's callback, one call at a time."""
     global _callback_thread
-    _callback_thread = threading.get_ident()
-    try:
-        agent = _current
-        return ANSWER_FAILED if agent is None else agent._commanded(decode(command or b""))
-    except BaseException as failure:  # none may pass into C
-        report(failure)
-        return ANSWER_FAILED
-    finally:
-        _callback_thread = None
+    with visits:
+        _callback_thread = threading.get_ident()
+        try:
+            agent = _current
+            return ANSWER_FAILED if agent is None else agent._commanded(decode(command or b""))
+        except BaseException as failure:  # none may pass into C
+            report(failure)
+            return ANSWER_FAILED
+        finally:
+            _callback_thread = None
 
 
 # Kept for the life of the process: an agent whose clean-up was given up may still call it.
@@ -235,3 +240,15 @@ def _end_with_the_process() -> None:
     agent = _current
     if agent is not None:
         close_or_report(agent.close, SystemExit())
+
+
+def _forget() -> None:
+    """A child that was forked has neither the library's threads nor what its parent has started."""
+    global _current, _change
+    if _current is not None:
+        _current._handle = None
+        _current = None
+    _change = threading.Lock()
+
+
+os.register_at_fork(after_in_child=_forget)

@@ -3,12 +3,13 @@
 from __future__ import annotations
 
 import atexit
+import os
 import threading
 from dataclasses import dataclass
 from typing import Callable, Optional, Type
 
 from . import _structures as c
-from ._events import EventSource, Inbox, close_or_report, report
+from ._events import EventSource, Inbox, close_or_report, report, visits
 from ._library import call
 from ._sized import decode
 from .errors import KvoError
@@ -43,7 +44,7 @@ class EmbeddedEvents(EventSource[EmbeddedEvent]):
 
     def __init__(self, on_event: Optional[OnEmbeddedEvent] = None) -> None:
         self._on_event = on_event
-        self._inbox = Inbox[EmbeddedEvent]("events of embedded stations")
+        self._inbox = Inbox[EmbeddedEvent]("events of embedded stations", begun=False)
 
     def start(self) -> None:
         """Begins to listen. (KVO_HWS_activateEmbKvoEvents)
@@ -105,12 +106,13 @@ _change = threading.RLock()
 
 def _receive(name: Optional[bytes], data: Optional[bytes]) -> None:
     """The library's callback; one that still comes after a close finds nobody."""
-    try:
-        receiver = _current
-        if receiver is not None:
-            receiver._happened(EmbeddedEvent(decode(name or b""), decode(data or b"")))
-    except BaseException as failure:  # none may pass into C
-        report(failure)
+    with visits:
+        try:
+            receiver = _current
+            if receiver is not None:
+                receiver._happened(EmbeddedEvent(decode(name or b""), decode(data or b"")))
+        except BaseException as failure:  # none may pass into C
+            report(failure)
 
 
 # Kept for the life of the process: the library may call it shortly after a close.
@@ -126,3 +128,13 @@ def _end_with_the_process() -> None:
             events.close()
         except KvoError:
             pass  # there is no service; the listener waits for one, and goes with the process
+
+
+def _forget() -> None:
+    """A child that was forked has neither the library's threads nor what its parent has started."""
+    global _current, _change
+    _current = None
+    _change = threading.RLock()
+
+
+os.register_at_fork(after_in_child=_forget)

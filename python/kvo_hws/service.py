@@ -165,6 +165,8 @@ class Service:
         ``first`` is not 0 where devices are to be kept off; ``hosts`` are the stations, every one of the network where it is
         None. ServiceError: no datagram could be sent. InvalidHost: 127.0.0.1 is among the hosts.
         """
+        if isinstance(hosts, str):
+            raise TypeError("hosts is a list of addresses; Panel.set_usb_lock addresses one")
         addresses: List[bytes] = [] if hosts is None else [str(IPv4Address(host)).encode() for host in hosts]
         if hosts is not None and not addresses:
             raise ValueError("no hosts are given; None addresses every station")

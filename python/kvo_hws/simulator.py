@@ -19,6 +19,7 @@ from typing import IO, Any, Callable, Dict, Iterator, List, Optional, Sequence, 
 
 from ._events import close_or_report
 from ._namespace import enter_private_namespace
+from ._sized import decode
 from .errors import EventTimeout, NoSimulator, SimulatorError
 from .panel import Panel
 from .records import Address
@@ -28,7 +29,8 @@ KVOSIM_VARIABLE = "KVO_KVOSIM"
 STATUS_NO_SIMULATOR = 3
 POLL_SECONDS = 0.02
 COMMAND_SECONDS = 30.0
-"""A command of kvosim that takes longer than this hangs; it waits for the receiver of an event for 4 s itself."""
+"""A command of kvosim that takes longer than this hangs; it waits for the receiver of an event for 4 s itself, and for the reply
+of an agent as long as it is told to."""
 
 StationName = Union[Address, Panel]
 """A station of the simulator: its address, its Panel, or its name."""
@@ -154,7 +156,7 @@ class Simulator:
         if self._private:
             enter_private_namespace()
             os.environ.setdefault("KVO_PLATFORM_INTERFACE", "lo")
-        with self._plant_file() as plant, tempfile.TemporaryFile("w+", errors="replace") as said:
+        with self._plant_file() as plant, tempfile.TemporaryFile("w+", encoding="utf-8", errors="replace") as said:
             command = [self._program, "serve", f"--plant={plant}", *self._options]
             errors = None if self._verbose else said
             self._process = subprocess.Popen(
@@ -261,7 +263,7 @@ class Simulator:
 
     def station(self, station: StationName) -> Dict[str, Any]:
         """All that it knows of a station, by the keys of plant files."""
-        return self.command("station", _named(station))
+        return self.command("station", "--", _named(station))
 
     def set_station(self, station: StationName, **values: Value) -> Dict[str, Any]:
         """Changes a station behind the programs' backs: any keys of plant files, all of them or, where one is wrong, none.
@@ -269,7 +271,7 @@ class Simulator:
         ``simulator.set_station("10.0.0.5", mcp_address=17, viewer="nc:1", dpi="none")``
         """
         pairs = [f"{key}={int(value) if isinstance(value, bool) else value}" for key, value in values.items()]
-        return self.command("station", _named(station), "--set", *pairs)
+        return self.command("station", "--set", *pairs, "--", _named(station))
 
     # ---- Faults ----
 
@@ -301,11 +303,11 @@ class Simulator:
         """Plugs a device in; ``device`` has the keys of a plant file's usb_device, such as ident2="stick". While the station's
         USB lock is set it is refused instead.
         """
-        return self._usb("plug", station, *_device_options(device))
+        return self._usb("plug", station, options=_device_options(device))
 
     def refuse_usb(self, station: StationName, **device: Value) -> UsbDelivery:
         """Lets a device come that the service refuses."""
-        return self._usb("refuse", station, *_device_options(device))
+        return self._usb("refuse", station, options=_device_options(device))
 
     def unplug_usb(self, station: StationName, device: str) -> UsbDelivery:
         """Removes a device, by its ident2, its ident3 or "IDENT2*IDENT3"."""
@@ -317,18 +319,18 @@ class Simulator:
 
     def usb_devices(self, station: Optional[StationName] = None) -> List[Dict[str, Any]]:
         """The devices that are plugged in, at one station or at all."""
-        where = [] if station is None else [_named(station)]
+        where = [] if station is None else ["--", _named(station)]
         return _records(self.command("usb", "list", *where)["devices"])
 
-    def _usb(self, what: str, station: StationName, *more: str) -> UsbDelivery:
-        told = self.command("usb", what, _named(station), *more)
+    def _usb(self, what: str, station: StationName, *more: str, options: Sequence[str] = ()) -> UsbDelivery:
+        told = self.command("usb", what, *options, "--", _named(station), *more)
         return UsbDelivery(IPv4Address(told["station"]), told["ident2"], told["ident3"], told["delivery"])
 
     # ---- Events of embedded stations ----
 
     def publish(self, name: str, data: str) -> int:
         """Publishes an event of embedded stations; tells to how many listeners."""
-        told = self.command("event", f"{name}, {data}", could_not_is_told=True)
+        told = self.command("event", "--", f"{name}, {data}", could_not_is_told=True)
         return int(told["listeners"])
 
     def wait_for_listeners(self, count: int = 1, timeout: float = 10.0) -> None:
@@ -342,7 +344,8 @@ class Simulator:
 
         SimulatorError where no agent is connected, or none answers within so many seconds (1 to 600).
         """
-        return str(self.command("remote", "ask", str(session), request, f"--timeout={timeout}")["reply"])
+        question = ("remote", "ask", f"--timeout={timeout}", "--", str(session), request)
+        return str(self.command(*question, seconds=timeout + COMMAND_SECONDS)["reply"])
 
     def wait_for_agent(self, session: int, timeout: float = 10.0) -> None:
         """Waits until an agent is connected; EventTimeout."""
@@ -365,22 +368,33 @@ class Simulator:
 
     # ---- kvosim itself ----
 
-    def command(self, *arguments: str, could_not_is_told: bool = False) -> Dict[str, Any]:
+    def command(
+        self, *arguments: str, could_not_is_told: bool = False, seconds: Optional[float] = None
+    ) -> Dict[str, Any]:
         """Runs a command of kvosim (``kvosim --help``) against the simulator, and tells its answer.
 
-        Raises NoSimulator; SimulatorError where it refused, or could not.
+        Raises NoSimulator; SimulatorError where it refused, or could not, or took longer than so many seconds. Behind "--"
+        nothing is taken for an option.
         """
-        told = json.loads(self._run(*arguments, "--json", could_not_is_told=could_not_is_told))
+        words = list(arguments)
+        words.insert(words.index("--") if "--" in words else len(words), "--json")
+        told = json.loads(self._run(*words, could_not_is_told=could_not_is_told, seconds=seconds))
         return dict(told)
 
-    def _run(self, *arguments: str, could_not_is_told: bool = False) -> str:
-        ended = subprocess.run(
-            [self._program, *arguments], stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=COMMAND_SECONDS
-        )
+    def _run(self, *arguments: str, could_not_is_told: bool = False, seconds: Optional[float] = None) -> str:
+        limit = COMMAND_SECONDS if seconds is None else seconds
+        # kvosim reads and writes UTF-8, whatever the locale.
+        words = [one.encode("utf-8", "surrogateescape") for one in arguments]
+        try:
+            ended = subprocess.run(
+                [os.fsencode(self._program), *words], stdin=subprocess.DEVNULL, capture_output=True, timeout=limit
+            )
+        except subprocess.TimeoutExpired as error:
+            raise SimulatorError(f"kvosim {' '.join(arguments)} has not come back within {limit:g} s") from error
         if ended.returncode == 0 or (could_not_is_told and ended.returncode == 1 and ended.stdout):
-            return ended.stdout
+            return decode(ended.stdout)
         kind = NoSimulator if ended.returncode == STATUS_NO_SIMULATOR else SimulatorError
-        raise kind(ended.stderr.strip() or f"kvosim ended with status {ended.returncode}", ended.returncode)
+        raise kind(decode(ended.stderr).strip() or f"kvosim ended with status {ended.returncode}", ended.returncode)
 
     def _wait(self, condition: Callable[[], bool], timeout: float, otherwise: str) -> None:
         until = time.monotonic() + timeout

@@ -4,13 +4,14 @@ from __future__ import annotations
 
 import atexit
 import enum
+import os
 import threading
 from dataclasses import dataclass
 from ipaddress import IPv4Address
 from typing import Any, Callable, Optional, Set, Type
 
 from . import _structures as c
-from ._events import EventSource, Inbox, close_or_report, report
+from ._events import EventSource, Inbox, close_or_report, report, visits
 from ._library import call, on_own_thread
 from ._sized import decode
 from .errors import EventTimeout, NoEvents, NotConnected, ServerFailed, ServiceError
@@ -142,7 +143,8 @@ class UsbEvents(EventSource[UsbEvent]):
         self._on_event = on_event
         self._state = threading.Condition()
         self._code: Optional[UsbEventCode] = None
-        self._inbox = Inbox[UsbEvent]("USB events")
+        self._closing = False
+        self._inbox = Inbox[UsbEvent]("USB events", begun=False)
 
     @property
     def active(self) -> bool:
@@ -164,6 +166,7 @@ class UsbEvents(EventSource[UsbEvent]):
         """
         _take_over(self)
         self._code = None
+        self._closing = False
         self._inbox = Inbox[UsbEvent]("USB events")
         try:
             on_own_thread(lambda: call("KVO_HWS_activateUSBEventsV2", _callback))
@@ -195,20 +198,25 @@ class UsbEvents(EventSource[UsbEvent]):
             try:
                 self._end_activation()
             finally:
-                _leave(self)
                 self._inbox.end()
         self._inbox.raise_failure()
 
     def _end_activation(self) -> None:
-        if self.end is not None:
-            return
-        try:
-            on_own_thread(lambda: call("KVO_HWS_closeUSBEvents"))
-        except NoEvents:
-            return  # they ended on their own, just now
+        """Until its end is told the object is the one that has the events: the next one would take that end for its own."""
+        if self.end is None and not self._closing:
+            self._closing = True
+            try:
+                on_own_thread(lambda: call("KVO_HWS_closeUSBEvents"))
+            except NoEvents:
+                _leave(self)  # they ended on their own, just now
+                return
         if threading.get_ident() not in _callback_threads:
-            with self._state:
-                self._state.wait_for(lambda: self.end is not None, LONGEST_CLOSE)
+            self._await_end()
+
+    def _await_end(self) -> None:
+        with self._state:
+            self._state.wait_for(lambda: self.end is not None, LONGEST_CLOSE)
+        _leave(self)
 
     def __enter__(self) -> UsbEvents:
         self.start()
@@ -246,6 +254,9 @@ _callback_threads: Set[int] = set()
 
 def _take_over(events: UsbEvents) -> None:
     global _current
+    before = _current
+    if before is not None and before._closing:
+        before._await_end()
     with _change:
         if _current is not None and _current.end is None:
             raise RuntimeError("this process has the USB events already; close the other UsbEvents first")
@@ -262,20 +273,21 @@ def _leave(events: UsbEvents) -> None:
 def _receive(event: Any) -> int:
     """The library's callback. Late calls may come after an end; then nobody is there for them."""
     thread = threading.get_ident()
-    _callback_threads.add(thread)
-    try:
-        receiver = _current
-        if receiver is None:
+    with visits:
+        _callback_threads.add(thread)
+        try:
+            receiver = _current
+            if receiver is None:
+                return ANSWER_FAILED
+            code = UsbEventCode(event.contents.code)
+            if code in ENDS or code in (UsbEventCode.BEGIN, UsbEventCode.ACTIVATED):
+                return receiver._told(code)
+            return receiver._happened(_read(code, event.contents.payload))
+        except BaseException as failure:  # none may pass into C
+            report(failure)
             return ANSWER_FAILED
-        code = UsbEventCode(event.contents.code)
-        if code in ENDS or code in (UsbEventCode.BEGIN, UsbEventCode.ACTIVATED):
-            return receiver._told(code)
-        return receiver._happened(_read(code, event.contents.payload))
-    except BaseException as failure:  # none may pass into C
-        report(failure)
-        return ANSWER_FAILED
-    finally:
-        _callback_threads.discard(thread)
+        finally:
+            _callback_threads.discard(thread)
 
 
 # Kept for the life of the process: the library may call it shortly after a close.
@@ -288,3 +300,14 @@ def _end_with_the_process() -> None:
     events = _current
     if events is not None:
         close_or_report(events.close, SystemExit())
+
+
+def _forget() -> None:
+    """A child that was forked has neither the library's threads nor what its parent has activated."""
+    global _current, _change
+    _current = None
+    _callback_threads.clear()
+    _change = threading.Lock()
+
+
+os.register_at_fork(after_in_child=_forget)

@@ -6,6 +6,7 @@ import os
 import subprocess
 import sys
 import threading
+import time
 from pathlib import Path
 from typing import List
 
@@ -14,6 +15,9 @@ from cases import HERE
 from conftest import PLANT, wait_for
 
 from kvo_hws import (
+    Agent,
+    AgentCommand,
+    EmbeddedEvents,
     EventTimeout,
     NoSimulator,
     NotConnected,
@@ -210,3 +214,46 @@ def test_it_is_steered_from_several_threads(simulator: Simulator) -> None:
     for thread in threads:
         thread.join()
     assert told == [2] * 5
+
+
+def test_a_question_to_an_agent_may_take_longer_than_a_command(
+    simulator: Simulator, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    monkeypatch.setattr("kvo_hws.simulator.COMMAND_SECONDS", 1.0)
+
+    def on_command(command: AgentCommand) -> bool:
+        time.sleep(2)
+        return True
+
+    with Agent(HERE, session=3, on_command=on_command):
+        simulator.wait_for_agent(3)
+        assert simulator.ask_agent(3, "stop-viewer") == "ok"
+        with pytest.raises(SimulatorError, match="has not come back within 0.2 s"):
+            simulator.command("remote", "ask", "3", "stop-viewer", seconds=0.2)
+
+
+def test_texts_are_utf_8_whatever_the_locale(simulator: Simulator) -> None:
+    program = "from kvo_hws import Simulator; print(ascii(Simulator.attach().station('Fr\\xe4szentrum 1')['name']))"
+    variables = {**os.environ, "LC_ALL": "C", "PYTHONUTF8": "0", "PYTHONCOERCECLOCALE": "0"}
+    ended = subprocess.run([sys.executable, "-c", program], env=variables, capture_output=True, text=True)
+    assert (ended.stdout, ended.stderr) == ("'Fr\\xe4szentrum 1'\n", "")
+
+
+def test_one_host_is_no_list_of_hosts() -> None:
+    with pytest.raises(TypeError, match="a list of addresses"):
+        Service().set_usb_lock(1, 0, HERE)
+
+
+def test_names_and_texts_may_begin_with_a_dash(no_plant: None) -> None:
+    text = '[[station]]\naddress = "10.0.0.5"\nname = "-dashed"\n'
+    with Simulator(plant_text=text, remote=[3]) as own, EmbeddedEvents() as events, Agent(HERE, session=3):
+        assert own.station("-dashed")["address"] == HERE
+        assert own.set_station("-dashed", kvo_index=4, mcp_address=5)["mcp_address"] == 5
+        assert own.plug_usb("-dashed", ident2="-stick").ident2 == "-stick"
+        assert [one["ident2"] for one in own.usb_devices("-dashed")] == ["-stick"]
+        assert own.unplug_usb("-dashed", "-stick").ident2 == "-stick"
+        own.wait_for_listeners()
+        own.publish("-key", "F1")
+        assert events.get(timeout=20).name == "-key"
+        own.wait_for_agent(3)
+        assert own.ask_agent(3, "-ping") == "bad request"

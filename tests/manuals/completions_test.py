@@ -5,6 +5,7 @@ import os
 import pty
 import re
 import select
+import shutil
 import signal
 import subprocess
 import sys
@@ -48,6 +49,12 @@ LINES = [
     ('kvosim usb unplug 10.0.0.5 st', 'kvosim usb unplug 10.0.0.5 stick '),
     ('kvosim remote close ', 'kvosim remote close 7 '),
     ('kvosim serve --plant pla', 'kvosim serve --plant plant.toml '),
+    ('kvosim serve --plant=pla', 'kvosim serve --plant=plant.toml '),
+    ('kvosim serve --plant ~/pla', 'kvosim serve --plant ~/plant.toml '),
+    ('kvosim run --registry=reg', 'kvosim run --registry=registry/'),
+    ('kvoctl stations > pla', 'kvoctl stations > plant.toml '),  # the shell's own file
+    ('~/kvoctl clie', '~/kvoctl clients '),
+    ('~/nowhere/kvoctl clie', '~/nowhere/kvoctl clie'),  # nobody to ask, and not a word about it
     ('kvosim run --registry reg', 'kvosim run --registry registry/'),
     ('kvosim run -- panel-te', 'kvosim run -- panel-tests '),
     ('kvosim run -- kvoctl clie', 'kvosim run -- kvoctl clients ', 'bash'),  # it needs the package bash-completion for that
@@ -113,7 +120,7 @@ def completed_by_fish(folder, home, typed):
     """What fish offers for the word that is begun, put in its place where it is the only candidate."""
     source = ''.join(f'source {folder}/fish/vendor_completions.d/{program}.fish; ' for program in ('kvoctl', 'kvosim'))
     run = subprocess.run(['fish', '--no-config', '-c', source + 'complete -C "$argv[1]"', typed], cwd=home, stdout=subprocess.PIPE,
-                         text=True, check=True, timeout=PATIENCE, env=os.environ | {'HOME': str(home), 'LC_ALL': 'C.UTF-8'})
+                         stderr=subprocess.STDOUT, text=True, check=True, timeout=PATIENCE, env=os.environ | {'HOME': str(home), 'LC_ALL': 'C.UTF-8'})
     return sorted({line.split('\t')[0] for line in run.stdout.splitlines()})
 
 
@@ -166,6 +173,7 @@ def main(shell, folder):
         (home / 'panel-tests').touch(mode=0o755)
         os.environ['PATH'] = f"{home}:{os.environ['PATH']}"
         (home / 'registry').mkdir()
+        (home / 'kvoctl').symlink_to(Path(shutil.which('kvoctl')).resolve())
         place = (Path(folder).resolve(), home, rows)
         mistakes = list(mistakes_of_fish(*place) if shell == 'fish' else mistakes_at_prompt(shell, *place))
     print('\n'.join(mistakes) or f'{len(rows)} lines completed by {shell}')

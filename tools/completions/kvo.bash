@@ -58,11 +58,16 @@ _kvo_other_command() {
 _kvo_complete() {
     local _kvo_words _kvo_quote kind candidates candidate
     COMPREPLY=()
+    # The shell's own file, not an argument.
+    if [[ ${COMP_WORDS[COMP_CWORD - 1]} == *[\<\>] ]]; then
+        compopt -o default
+        return
+    fi
     _kvo_split
     {
         read -r kind
         mapfile -t candidates
-    } < <("$1" complete -- "${_kvo_words[@]:1}" 2>/dev/null)
+    } < <("${1/#~\//$HOME/}" complete -- "${_kvo_words[@]:1}" 2>/dev/null)
     case $kind in
     files) compopt -o default ;;
     directories) compopt -o dirnames ;;

@@ -2,12 +2,15 @@
 
 function __kvo_complete
     set -l words (commandline -opc)
-    set -l program $words[1]
+    set -l program (string replace -r '^~/' "$HOME/" -- $words[1])
+    type -q -- $program; or return
     set -l begun (commandline -ct | string unescape)
     set -l answer ($program complete -- $words[2..] "$begun" 2>/dev/null)
     switch "$answer[1]"
         case files
-            __fish_complete_path "$begun"
+            # Of "--option=VALUE" the value is what is completed, as fish does behind any command.
+            set -l option (string match -r '^--[^=]*=' -- (commandline -ct))
+            complete -C "'' "(string replace -r '^--[^=]*=' '' -- (commandline -ct)) | string replace -r '^' -- "$option"
         case directories
             __fish_complete_directories "$begun"
         case command

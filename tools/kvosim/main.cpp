@@ -196,9 +196,12 @@ void addServiceOptions(CLI::App &command, Options &options)
     command.add_flag("--verbose", options.verbose, "Log each exchange on standard error");
 }
 
-/// What stands behind "--" is the command's, untouched; the rest is this program's.
+/// What stands behind the "--" of a run is the command's, untouched; the rest is this program's.
 std::vector<std::string> takeCommand(std::vector<std::string> &arguments)
 {
+    if (arguments.empty() || arguments.front() != "run") {
+        return {};
+    }
     const auto mark = std::find(arguments.begin(), arguments.end(), "--");
     std::vector<std::string> command(mark == arguments.end() ? mark : mark + 1, arguments.end());
     arguments.erase(mark, arguments.end());

@@ -404,7 +404,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Call{"run_without_mark", {"run", "true"}, 2, "", "true"},
                     Call{"generate_without_count", {"generate"}, 2, "", "COUNT is required"},
                     Call{"generate_too_many", {"generate", "100001"}, 2, "", "not in range"},
-                    Call{"generate_negative", {"generate", "--", "-1"}, 2, "", "COUNT is required"},
+                    Call{"generate_negative", {"generate", "--", "-1"}, 2, "", "not in range"},
                     Call{"generate_text", {"generate", "many"}, 2, "", "many"},
                     Call{"version", {"--version"}, 0, "kvosim 0.", ""},
                     Call{"help", {"--help"}, 0, "Examples:\n  kvosim serve", ""},

@@ -40,13 +40,30 @@ OnCommand = Callable[[AgentCommand], Optional[bool]]
 """The host's callback: True done, or yes; False nothing to do, or no; None a command that it does not know, which fails."""
 
 
+RANGES = {
+    "kvo_index": (0, 255),
+    "channel_on_focus": (1, 8),
+    "suspend_lock": (0, 2**31 - 1),
+    "suspend_prio": (0, 2**31 - 1),
+    "startup_active": (0, 2),
+    "startup_prio": (0, 2**31 - 1),
+}
+
+
+def _checked(text: str, what: str) -> bytes:
+    data = text.encode("utf-8", "surrogateescape")
+    if len(data) > LONGEST_TEXT or b"\n" in data or b"\0" in data:
+        raise ValueError(f"{what} is longer than {LONGEST_TEXT} bytes, or holds a line end")
+    return data
+
+
 @dataclass(frozen=True)
 class AgentOptions:
     """What the agent tells the remote side of its station.
 
     ``kvo_index`` 0 to 255; ``mcp``: the station has a machine control panel, whose addresses may be asked for then;
-    ``channel_on_focus`` 1 to 8; ``screen_on_focus`` at most 127 bytes; the others as in Panel.get_priority,
-    get_startup_active and get_startup_prio.
+    ``channel_on_focus`` 1 to 8; ``screen_on_focus`` at most 127 bytes; ``startup_active`` 0 to 2; the others, as in
+    Panel.get_priority and get_startup_prio, are not negative. ValueError where one is not so.
     """
 
     kvo_index: int = 1
@@ -57,6 +74,13 @@ class AgentOptions:
     suspend_prio: int = 1
     startup_active: int = 1
     startup_prio: int = 2
+
+    def __post_init__(self) -> None:
+        _checked(self.screen_on_focus, "screen_on_focus")
+        for name, (lowest, highest) in RANGES.items():
+            value = getattr(self, name)
+            if not lowest <= value <= highest:
+                raise ValueError(f"{name} is {value}; it is {lowest} to {highest}")
 
 
 class Agent:
@@ -185,15 +209,7 @@ class Agent:
         return ANSWER_YES if answer else ANSWER_NO
 
 
-def _checked(text: str, what: str) -> bytes:
-    data = text.encode("utf-8", "surrogateescape")
-    if len(data) > LONGEST_TEXT or b"\n" in data or b"\0" in data:
-        raise ValueError(f"{what} is longer than {LONGEST_TEXT} bytes, or holds a line end")
-    return data
-
-
 def _lines(station: str, remote: IPv4Address, session: int, options: AgentOptions) -> str:
-    _checked(options.screen_on_focus, "screen_on_focus")
     lines: List[str] = [
         station,
         f"remoteKvoHwsIp={remote}",

@@ -96,7 +96,7 @@ class Simulator:
     KVO_PLATFORM_INTERFACE=lo in the environment of this process, unless the variable is set. ``verbose`` shows each exchange on
     standard error. ``kvosim`` is the program; by default what KVO_KVOSIM names, else kvosim on the PATH.
 
-    A program that ends in any way of its own ends the simulator too; one that is killed leaves it behind.
+    The simulator ends with the program, however that ends. A Ctrl-C at the terminal reaches the program alone.
     """
 
     def __init__(
@@ -157,10 +157,11 @@ class Simulator:
             enter_private_namespace()
             os.environ.setdefault("KVO_PLATFORM_INTERFACE", "lo")
         with self._plant_file() as plant, tempfile.TemporaryFile("w+", encoding="utf-8", errors="replace") as said:
-            command = [self._program, "serve", f"--plant={plant}", *self._options]
+            command = [self._program, "serve", f"--plant={plant}", "--until-input-ends", *self._options]
             errors = None if self._verbose else said
+            # It ends with this program, however that ends, and not by a Ctrl-C that is this program's to handle.
             self._process = subprocess.Popen(
-                command, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=errors
+                command, stdin=subprocess.PIPE, stdout=subprocess.DEVNULL, stderr=errors, start_new_session=True
             )
             atexit.register(self.kill)
             try:
@@ -243,6 +244,8 @@ class Simulator:
         atexit.unregister(self.kill)
         process.send_signal(how)
         process.wait()
+        if process.stdin is not None:
+            process.stdin.close()
 
     def _give_focus(self, station: StationName, timeout: float) -> None:
         try:
@@ -356,9 +359,12 @@ class Simulator:
 
         self._wait(connected, timeout, f"no agent is connected in session {session}")
 
-    def close_agent(self, session: int, reset: bool = False) -> None:
-        """Ends the connection of a session's agent, or resets it as a crash would; it comes again after 5 s."""
-        self._run("remote", "close", str(session), *_option("reset", reset))
+    def close_agent(self, session: int, reset: bool = False, away: Optional[int] = None) -> None:
+        """Ends the connection of a session's agent, or resets it as a crash would; it comes again after 5 s. With ``away`` the
+        port is closed too, for so many seconds (1 to 600), agent or not, as while the other side restarts.
+        """
+        absence = [] if away is None else [f"--for={away}"]
+        self._run("remote", "close", str(session), *_option("reset", reset), *absence)
 
     def indications(self, session: int) -> List[str]:
         """The indications that a session's agent has pushed, each as it came, "I01:..."."""

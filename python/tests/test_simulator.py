@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import os
+import signal
 import subprocess
 import sys
 import threading
@@ -257,3 +258,43 @@ def test_names_and_texts_may_begin_with_a_dash(no_plant: None) -> None:
         assert events.get(timeout=20).name == "-key"
         own.wait_for_agent(3)
         assert own.ask_agent(3, "-ping") == "bad request"
+
+
+BENCH = """
+import os, signal, sys
+from kvo_hws import Simulator
+with Simulator(private=False) as simulator:
+    print("serves", flush=True)
+    try:
+        input()
+    except KeyboardInterrupt:
+        print(simulator.running, flush=True)
+    input()
+"""
+
+
+def test_the_simulator_ends_with_a_program_that_is_killed_and_outlives_its_interrupt(no_plant: None) -> None:
+    with subprocess.Popen(
+        [sys.executable, "-c", BENCH], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True, start_new_session=True
+    ) as bench:
+        assert bench.stdout is not None
+        assert bench.stdout.readline() == "serves\n"
+        os.killpg(bench.pid, signal.SIGINT)  # as a terminal does
+        assert bench.stdout.readline() == "True\n"
+        bench.kill()
+
+    def gone() -> bool:
+        try:
+            Simulator.attach()
+        except NoSimulator:
+            return True
+        return False
+
+    wait_for(gone)
+
+
+def test_the_remote_side_of_agents_goes_away_for_a_time(no_plant: None) -> None:
+    with Simulator(remote=[3]) as own:
+        own.close_agent(3, away=1)
+        assert own.command("remote", "list")["sessions"][0]["away"]
+        wait_for(lambda: not own.command("remote", "list")["sessions"][0]["away"])

@@ -15,9 +15,13 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
+#include <sys/epoll.h>
+#include <system_error>
+#include <unistd.h>
 
 namespace {
 
@@ -78,6 +82,7 @@ struct Options {
     std::string remoteAddress;
     uint32_t alive = 10;  // seconds
     bool verbose = false;
+    bool untilInputEnds = false;
     uint32_t count = 0;
     uint64_t seed = 1;
     std::vector<std::string> command;
@@ -141,12 +146,33 @@ void addRemoteOptions(CLI::App &command, Options &options)
         ->check(CLI::Range(0U, kLongestAlive));
 }
 
+/// Whoever started this holds the other end of standard input, and is gone when it closes, however that came.
+void endWithInput(kvosim::EventLoop &loop, kvosim::Service &service)
+{
+    const auto read = [&](uint32_t /*events*/) {
+        std::array<char, 512> ignored{};
+        if (::read(STDIN_FILENO, ignored.data(), ignored.size()) <= 0) {
+            loop.forget(STDIN_FILENO);
+            service.end();
+        }
+    };
+    try {
+        loop.watch(STDIN_FILENO, EPOLLIN, read);
+    } catch (const std::system_error &) {
+        throw kvosim::Refused(
+            "--until-input-ends: standard input is no pipe, socket or terminal whose end could be waited for");
+    }
+}
+
 int serve(const Options &options)
 {
     kvosim::EventLoop loop;
     std::optional<kvosim::Service> service;
     const kvosim::Signals signals(loop, {SIGINT, SIGTERM}, [&service](const auto &) { service->end(); });
     service.emplace(loop, kvosim::loadPlant(options.plant), serviceOptions(options), [&loop] { loop.stop(); });
+    if (options.untilInputEnds) {
+        endWithInput(loop, *service);
+    }
     std::printf("kvosim: serving %zu stations at %s\n", service->plant().stations().size(),
                 serviceOptions(options).socket.c_str());
     std::fflush(stdout);
@@ -225,6 +251,8 @@ int runMain(std::vector<std::string> arguments)
                      "Who may connect to the service's sockets, as file modes: 0600 this user's programs alone, 0660 those of "
                      "its group too, 0666 everybody's (default: 0600)")
         ->check(mistakeInMode);
+    serveCommand->add_flag("--until-input-ends", options.untilInputEnds,
+                           "End with standard input: with the program that holds the other end of the pipe, however that ends");
     serveCommand->footer(kServeExamples);
 
     CLI::App *runCommand =

@@ -46,6 +46,33 @@ std::vector<std::string> runShell(const std::string &script, std::vector<std::st
 
 // ---- serve ----
 
+TEST(Serve, EndsWithItsInputWhereItIsToldTo)
+{
+    std::vector<std::string> pipeline{"sh", "-c", "{ echo ignored; sleep 1; } | \"$0\" \"$@\""};
+    const std::vector<std::string> words = serve();
+    pipeline.insert(pipeline.end(), words.begin(), words.end());
+    pipeline.emplace_back("--until-input-ends");
+    Program service(pipeline);
+    ASSERT_TRUE(service.hasWritten(kReady)) << service.err();
+    EXPECT_EQ(exchange("getVersion\n"), "V04.07.01.12\n");
+    EXPECT_EQ(service.wait(), 0);
+    EXPECT_FALSE(std::filesystem::exists(kSocket));
+    EXPECT_THAT(service.temporaryFiles(), IsEmpty());
+}
+
+TEST(Serve, IsNotToldToWaitForTheEndOfAFile)
+{
+    std::vector<std::string> words{"sh", "-c", "exec \"$0\" \"$@\" </dev/null"};
+    const std::vector<std::string> serving = serve();
+    words.insert(words.end(), serving.begin(), serving.end());
+    words.emplace_back("--until-input-ends");
+    Program service(words);
+    EXPECT_EQ(service.wait(), 2);
+    EXPECT_EQ(service.err(),
+              "kvosim: --until-input-ends: standard input is no pipe, socket or terminal whose end could be waited for\n");
+    EXPECT_FALSE(std::filesystem::exists(kSocket));
+}
+
 TEST(Serve, TellsThatItIsReadyAndAnswers)
 {
     const Program service(serve());

@@ -101,12 +101,12 @@ Action setUpDebugLevel(CLI::App &command)
 
 const std::vector<Meaning> kRegistryCodes{{KVO_HWS_NO, "the registry is locked already; try again"}};
 
-Action setUpLock(CLI::App & /*command*/)
+Action setUpRegistryLock(CLI::App & /*command*/)
 {
     return [] { return done(withMissingService(KVO_HWS_lockKVORegData()), kRegistryCodes); };
 }
 
-Action setUpUnlock(CLI::App & /*command*/)
+Action setUpRegistryUnlock(CLI::App & /*command*/)
 {
     return [] { return done(withMissingService(KVO_HWS_unlockKVORegData())); };
 }
@@ -129,8 +129,8 @@ void addServiceCommands(CommandLine &commandLine)
     service.add("kill-daemon", "Tell the service to end itself", {""}, {setUpKillDaemon});
 
     Family registry(commandLine, "Service", "registry", "The lock on the service's registry files");
-    registry.add("lock", "Take the lock; whoever takes it must give it back", {""}, {setUpLock});
-    registry.add("unlock", "Give the lock back, whoever took it", {""}, {setUpUnlock});
+    registry.add("lock", "Take the lock; whoever takes it must give it back", {""}, {setUpRegistryLock});
+    registry.add("unlock", "Give the lock back, whoever took it", {""}, {setUpRegistryUnlock});
 }
 
 }  // namespace kvoctl

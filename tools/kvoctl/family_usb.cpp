@@ -57,7 +57,7 @@ Report setLock(const std::vector<std::string> &stations, int first, int second)
     return done(KVO_HWS_setUsbLock(static_cast<uint32_t>(hosts.size()), hosts.data(), first, second), kLockCodes);
 }
 
-Action setUpLock(CLI::App &command)
+Action setUpUsbLock(CLI::App &command)
 {
     const auto first = Number<int>{"FIRST", "The lock's first number"}.addTo(command);
     const auto second = Number<int>{"SECOND", "The lock's second number"}.addTo(command);
@@ -77,7 +77,7 @@ void addUsbCommands(CommandLine &commandLine)
              showing({{"lock_first", "lock_second"}, numbers(KVO_HWS_getUsbLock)}));
     lock.add("set",
              "Set the USB lock of stations over the network, without waiting for an answer; of EVERY station if none is named",
-             {"1 0 10.0.0.5", "0 0 10.0.0.5 \"Portal mill\"", "0 0"}, {setUpLock});
+             {"1 0 10.0.0.5", "0 0 10.0.0.5 \"Portal mill\"", "0 0"}, {setUpUsbLock});
     usb.add("connectors", "Show the list of the USB connectors of all stations or of one", {"", "10.0.0.5"},
             {setUpConnectors, {kOneStationsConnectors}});
     addUsbEventCommands(usb, commandLine);

@@ -30,7 +30,7 @@ void LineOutput::serve(const pollfd &happened)
 void LineOutput::writeFirst()
 {
     std::string &line = lines_.front();
-    const ssize_t written = write(STDOUT_FILENO, line.data(), std::min<std::size_t>(line.size(), PIPE_BUF));
+    const ssize_t written = ::write(STDOUT_FILENO, line.data(), std::min<std::size_t>(line.size(), PIPE_BUF));
     if (written < 0) {
         error_ = errno == EINTR || errno == EAGAIN ? 0 : errno;
         return;

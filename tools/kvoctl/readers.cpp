@@ -13,7 +13,7 @@ constexpr uint32_t kUsualText = 4096;
 /// A service that tells of more is taken to be mistaken rather than given the memory.
 constexpr uint32_t kLongestText = 256U * 1024 * 1024;
 /// A text may grow between being told its size and asking again, but not for ever.
-constexpr int kAttempts = 8;
+constexpr int kReadAttempts = 8;
 
 }  // namespace
 
@@ -43,7 +43,7 @@ Reader unsizedText(int32_t (*request)(uint32_t, char *) noexcept)
 Reading readText(const AskText &ask)
 {
     uint32_t size = kUsualText;
-    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    for (int attempt = 0; attempt < kReadAttempts; ++attempt) {
         // Cleared, and a byte longer than told: some texts come without a terminator.
         std::vector<char> text(std::size_t{size} + 1);
         const int32_t result = ask(text.data(), &size);

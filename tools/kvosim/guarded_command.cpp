@@ -18,7 +18,7 @@ namespace kvosim {
 namespace {
 
 constexpr int kNotExecutable = 126;
-constexpr int kNotFound = 127;
+constexpr int kNoSuchProgram = 127;
 constexpr int kSignalled = 128;
 constexpr std::chrono::milliseconds kPoliteTime{1'000};
 constexpr std::chrono::milliseconds kPoliteStep{10};
@@ -53,7 +53,7 @@ bool exists(const std::string &command)
         error = ENOENT;  // it was a directory of PATH that can not be looked into
     }
     std::fprintf(stderr, "kvosim: %s: %s\n", arguments[0], std::strerror(error));
-    _exit(error == ENOENT ? kNotFound : kNotExecutable);
+    _exit(error == ENOENT ? kNoSuchProgram : kNotExecutable);
 }
 
 pid_t start(const std::vector<std::string> &command, const sigset_t &signals)

@@ -10,7 +10,7 @@ namespace kvosim {
 
 namespace {
 
-constexpr uint32_t kLongestWait = 600'000;  // ms
+constexpr uint32_t kLongestPatience = 600'000;  // ms
 
 struct RemoteCall {
     RemoteSide &remote;
@@ -22,8 +22,8 @@ struct RemoteCall {
     [[nodiscard]] std::chrono::milliseconds wait(const char *key) const
     {
         const uint32_t time = countOf(request, key);
-        if (time > kLongestWait) {
-            throw Refused(std::string(key) + ": is out of range; write 0 to " + std::to_string(kLongestWait));
+        if (time > kLongestPatience) {
+            throw Refused(std::string(key) + ": is out of range; write 0 to " + std::to_string(kLongestPatience));
         }
         return std::chrono::milliseconds(time);
     }

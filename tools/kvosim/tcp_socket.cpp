@@ -13,7 +13,7 @@ namespace kvosim {
 
 namespace {
 
-constexpr int kWaitingConnections = 16;
+constexpr int kWaitingAgents = 16;
 
 std::string reasonOf(int error)
 {
@@ -37,7 +37,7 @@ Descriptor listenAt(const std::string &purpose, uint32_t address, uint16_t port)
     const int on = 1;
     setsockopt(listener.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     if (bind(listener.get(), reinterpret_cast<const sockaddr *>(&place), sizeof place) != 0 ||
-        listen(listener.get(), kWaitingConnections) != 0) {
+        listen(listener.get(), kWaitingAgents) != 0) {
         throw std::runtime_error(purpose + " at " + dotted(address) + ':' + std::to_string(port) + ": " + reasonOf(errno));
     }
     return listener;

@@ -263,8 +263,11 @@ TEST_F(ScriptRun, GoesAwayAndWaitsForTheAgentToComeAgain)
 
 TEST_F(ScriptRun, ClosesAConnectionThatItHasNotHeardOf)
 {
-    auto run = runs("session 3\npause 500\nclose\nwait-connected\n> ping\n< pong\n");
+    auto run = runs("session 3\npause 1500\nclose\nwait-connected\n> ping\n< pong\n");
     std::this_thread::sleep_for(200ms);  // it has begun without an agent
+    {
+        const Agent passing;
+    }
     {
         Agent first;
         EXPECT_EQ(first.hear(), "(closed)");

@@ -14,15 +14,14 @@ for_tests=(
     abigail-tools             # compares the binary interface
     python3-pytest mypy       # for the Python module
 )
-manuals="doxygen mandoc zsh fish"  # the shells for the tests of their completions
 declare -A besides=(
-    [release]=$manuals
+    [release]="doxygen mandoc zsh fish"  # for the tests of the manuals and completions
     [armhf]="g++-arm-linux-gnueabihf qemu-user googletest"
     [aarch64]="g++-aarch64-linux-gnu qemu-user googletest"
     [m32]="g++-12-multilib googletest"
     [coverage]="gcovr"
     [lint]="clang-tidy cppcheck"
-    [manuals]=$manuals
+    [manuals]="doxygen"
     [package]="debhelper dh-python doxygen dpkg-dev debootstrap lintian pybuild-plugin-pyproject python3-all python3-setuptools"
 )
 case " $* " in

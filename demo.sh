@@ -3,7 +3,7 @@
 # the command socket through the library. "./demo.sh COMMAND..." runs another command beside that service.
 set -euo pipefail
 cd "$(dirname "$0")"
-./setup.sh build
+scripts/setup.sh build
 cmake --preset release -DKVO_BUILD_TESTS=OFF -B build/demo >/dev/null
 cmake --build build/demo >build/demo/build.log 2>&1 || { tail -n 60 build/demo/build.log; exit 1; }
 PATH="$PWD/build/demo/bin:$PATH"

@@ -6,7 +6,7 @@
 set -euo pipefail
 cd "$(dirname "$0")"
 [ $# -gt 0 ] || set -- release asan tsan fuzz
-./setup.sh "$@"
+scripts/setup.sh "$@"
 
 target_of() { # PRESET
     case $1 in
@@ -26,7 +26,7 @@ start_build() { # PRESET
 
 run_tests() { # PRESET
     case $1 in
-    fuzz) ./fuzz.sh 0.6 ;;
+    fuzz) scripts/fuzz.sh 0.6 ;;
     tsan) ctest --preset tsan -j 8 --progress -L threads ;;
     *) ctest --preset "$1" -j 8 --progress ;;
     esac

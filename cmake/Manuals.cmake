@@ -12,7 +12,7 @@ endif()
 
 if(KVO_BUILD_MANUALS)
   if(NOT DOXYGEN OR NOT PYTHON3)
-    message(FATAL_ERROR "The manuals need doxygen and python3: ./setup.sh manuals installs them")
+    message(FATAL_ERROR "The manuals need doxygen and python3: scripts/setup.sh manuals installs them")
   endif()
   if(NOT TARGET kvoctl OR NOT TARGET kvosim)
     message(FATAL_ERROR "The manuals need the tools, which tell their commands: leave KVO_BUILD_TOOLS and KVO_BUILD_KVOCTL on")

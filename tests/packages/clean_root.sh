@@ -16,9 +16,9 @@ fail() { echo "clean_root.sh: FAILED: $1" >&2; exit 1; }
 step() { printf '%4d s  %s\n' "$SECONDS" "$1"; }
 
 [ "$(id -u)" -eq 0 ] || skip "needs root, to make a bare system and to enter it"
-command -v debootstrap >/dev/null || skip "no debootstrap (./setup.sh package installs it)"
+command -v debootstrap >/dev/null || skip "no debootstrap (scripts/setup.sh package installs it)"
 unshare --mount --pid --fork true 2>/dev/null || skip "this machine grants no mounts of one's own (unshare)"
-ls "$packages"/*.deb >/dev/null 2>&1 || skip "no packages in $packages (./package.sh builds them)"
+ls "$packages"/*.deb >/dev/null 2>&1 || skip "no packages in $packages (scripts/package.sh builds them)"
 
 root=$(mktemp -d /var/tmp/kvo-clean-root.XXXXXX)
 chmod 755 "$root"

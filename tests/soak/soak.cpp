@@ -1,5 +1,5 @@
 // The soak run: everything that the library does, at once and for long, beside a simulated service that misbehaves. Run it inside
-// "kvosim run --remote 3"; soak.sh does. Whatever it finds is a complaint, and makes the exit status 1.
+// "kvosim run --remote 3"; scripts/soak.sh does. Whatever it finds is a complaint, and makes the exit status 1.
 #include "conductor.h"
 #include "host.h"
 #include "report.h"

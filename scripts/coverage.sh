@@ -3,8 +3,8 @@
 # with the reason why no test does. Fails below 97 % of the lines, and where such a reason is missing or no longer needed
 # (cmake/coverage-explained.txt). The whole report: build/coverage/report/index.html, and not-run.txt beside it.
 set -euo pipefail
-cd "$(dirname "$0")"
-./setup.sh coverage
+cd "$(dirname "$0")/.."
+scripts/setup.sh coverage
 
 cmake --preset coverage >/dev/null
 cmake --build --preset coverage >build/coverage/build.log 2>&1 || { tail -n 60 build/coverage/build.log; exit 1; }

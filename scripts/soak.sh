@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
 # Works the library hard for a time, beside a simulated service of its own that misbehaves, and tells whether it has held:
 # requests of eight threads, storms of USB events, an agent whose remote side comes and goes, signals, faults.
-# Usage: ./soak.sh [MINUTES] [OPTION...]    20 minutes unless told, fractions too; options: --seed N (the same random numbers
+# Usage: scripts/soak.sh [MINUTES] [OPTION...]    20 minutes unless told, fractions too; options: --seed N (the same random numbers
 #                                           again), --json, and what "build/soak/bin/kvo_soak --help" tells
-#        ./soak.sh prove                    shows that it finds what is wrong, in copies of the library with a fault each
+#        scripts/soak.sh prove                    shows that it finds what is wrong, in copies of the library with a fault each
 # Exit status: 0 where all has held. KVO_SANITIZE=thread (or address,undefined) in the environment: with that sanitizer, in a
 # folder of its own.
 set -euo pipefail
-cd "$(dirname "$0")"
+cd "$(dirname "$0")/.."
 
 minutes=20
 case ${1:-} in
@@ -15,7 +15,7 @@ prove) shift; minutes=prove ;;
 '' | -*) ;;
 *)
     if ! [[ $1 =~ ^([0-9]+|[0-9]*\.[0-9]+)$ ]]; then
-        echo "soak.sh: \"$1\" is no number of minutes; write ./soak.sh 5, ./soak.sh 0.5 or ./soak.sh prove" >&2
+        echo "soak.sh: \"$1\" is no number of minutes; write scripts/soak.sh 5, scripts/soak.sh 0.5 or scripts/soak.sh prove" >&2
         exit 2
     fi
     minutes=$1
@@ -23,7 +23,7 @@ prove) shift; minutes=prove ;;
     ;;
 esac
 
-./setup.sh
+scripts/setup.sh
 sanitize=${KVO_SANITIZE:-}
 build=build/soak${sanitize:+-${sanitize%%,*}}
 mkdir -p "$build"

@@ -1,15 +1,15 @@
 #!/usr/bin/env bash
 # Has the sources read by what finds mistakes without running anything: clang-tidy, cppcheck, and the compiler's own analyzer.
 # What they are not to tell stands with its reason in .clang-tidy, in cmake/cppcheck-suppressions.txt, and where it is.
-# Usage: ./lint.sh [FOLDER...]     the library, the platform's stand-ins, the tools and the examples unless told
+# Usage: scripts/lint.sh [FOLDER...]     the library, the platform's stand-ins, the tools and the examples unless told
 set -euo pipefail
-cd "$(dirname "$0")"
+cd "$(dirname "$0")/.."
 
 [ $# -gt 0 ] || set -- include runtime service codecs requests usbevents config agent platform tools examples
 for folder; do
     [ -d "$folder" ] || { echo "lint.sh: no folder \"$folder\" here" >&2; exit 2; }
 done
-./setup.sh lint
+scripts/setup.sh lint
 cmake --preset debug -B build/lint >/dev/null
 
 tidy() {

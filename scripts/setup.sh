@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs what building, testing and measuring need on Debian 12, unless it is there already. Used by the other scripts.
-# "./setup.sh m32" (or armhf, aarch64, coverage, lint) installs what that one needs besides; "./setup.sh build" (or manuals, package)
+# "scripts/setup.sh m32" (or armhf, aarch64, coverage, lint) installs what that one needs besides; "scripts/setup.sh build" (or manuals, package)
 # what building needs, or these two besides, without what is only for tests.
 set -euo pipefail
 

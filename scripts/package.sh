@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
 # Builds the Debian packages, and a source package, out of the last commit into build/packages, and has lintian look at them.
-# Usage: ./package.sh [--check] [--working-tree]
+# Usage: scripts/package.sh [--check] [--working-tree]
 #   --check         builds twice, in folders, time zones and locales that differ, and compares all files byte by byte
 #   --working-tree  packages the files as they lie here instead, committed or not
 set -euo pipefail
 umask 022
-cd "$(dirname "$0")"
+cd "$(dirname "$0")/.."
 root=$PWD
 out=$root/build/packages
 
@@ -18,7 +18,7 @@ for option in "$@"; do
     *) sed -n '2,5s/^# //p' "$0" >&2; exit 2 ;;
     esac
 done
-./setup.sh package
+scripts/setup.sh package
 # Debian's own compiler and Python, whatever else is installed here.
 export PATH=/usr/sbin:/usr/bin:/sbin:/bin
 

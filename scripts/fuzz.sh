@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
 # Builds the fuzzers and lets each replay its corpus, then search from there and from what earlier runs came upon
 # (build/fuzz/found).
-# Usage: ./fuzz.sh [MINUTES [FUZZER...]]     MINUTES in all, 3 unless told, fractions too; all fuzzers when none is named
-#        ./fuzz.sh minimise [FUZZER...]      makes the corpus the smallest set that reaches as much, with what was found
+# Usage: scripts/fuzz.sh [MINUTES [FUZZER...]]     MINUTES in all, 3 unless told, fractions too; all fuzzers when none is named
+#        scripts/fuzz.sh minimise [FUZZER...]      makes the corpus the smallest set that reaches as much, with what was found
 set -euo pipefail
-cd "$(dirname "$0")"
+cd "$(dirname "$0")/.."
 
 task=run
 minutes=${1:-3}
@@ -12,12 +12,12 @@ shift $(($# > 0))
 if [ "$minutes" = minimise ]; then
     task=minimise
 elif ! [[ $minutes =~ ^([0-9]+|[0-9]*\.[0-9]+)$ ]]; then
-    echo "fuzz.sh: \"$minutes\" is no number of minutes; write ./fuzz.sh 5, ./fuzz.sh 0.5 or ./fuzz.sh minimise" >&2
+    echo "fuzz.sh: \"$minutes\" is no number of minutes; write scripts/fuzz.sh 5, scripts/fuzz.sh 0.5 or scripts/fuzz.sh minimise" >&2
     exit 2
 fi
 [ $# -gt 0 ] || set -- $(ls fuzz/corpus)
 
-./setup.sh
+scripts/setup.sh
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz --target "${@/#/fuzz_}" >build/fuzz/build.log 2>&1 || { tail -n 60 build/fuzz/build.log; exit 1; }
 

@@ -1,10 +1,10 @@
 #!/bin/sh
 # Builds the benchmarks and prints the library's time against the same work written by hand, with goals and verdicts.
-# Usage: ./bench.sh [SUBJECT...]    (exchange, lists, reading, writing, usb, agent; all when none is named)
+# Usage: scripts/bench.sh [SUBJECT...]    (exchange, lists, reading, writing, usb, agent; all when none is named)
 set -eu
-cd "$(dirname "$0")"
+cd "$(dirname "$0")/.."
 
-./setup.sh
+scripts/setup.sh
 
 cmake -S . -B build/bench -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKVO_SANITIZE= -DKVO_BUILD_BENCH=ON \
     -DKVO_BUILD_TESTS=OFF -DKVO_BUILD_TOOLS=OFF -DKVO_BUILD_EXAMPLES=OFF >/dev/null

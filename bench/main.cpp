@@ -1,5 +1,5 @@
 // kvo_bench [SUBJECT...]: measures the library against the same work written by hand, and prints ratios with their goals.
-#include "private_namespace.h"
+#include "common/private_namespace.h"
 #include "subjects.h"
 #include "support/pinning.h"
 #include "support/report.h"

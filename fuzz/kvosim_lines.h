@@ -3,8 +3,8 @@
 
 #include "support.h"
 
-#include "agent_lines.h"
-#include "commands.h"
+#include "kvosim/commands/commands.h"
+#include "kvosim/remote/agent_lines.h"
 
 #include <algorithm>
 #include <arpa/inet.h>

@@ -1,7 +1,7 @@
 // Fuzzes the reader of kvosim's plant files: a plant that can be served, or the one exception that names the place.
 #include "support.h"
 
-#include "plant_file.h"
+#include "kvosim/plant_file/plant_file.h"
 
 #include <kvo_hws/codecs.h>
 

@@ -4,10 +4,10 @@
 #include "kvosim_lines.h"
 #include "support.h"
 
-#include "commands.h"
-#include "control.h"
-#include "plant_file.h"
-#include "service.h"
+#include "kvosim/commands/commands.h"
+#include "kvosim/control/control.h"
+#include "kvosim/plant_file/plant_file.h"
+#include "kvosim/service.h"
 
 #include <kvo_hws/runtime.h>
 #include <kvo_hws/service.h>

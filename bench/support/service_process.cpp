@@ -1,6 +1,6 @@
 #include "support/service_process.h"
 
-#include "private_namespace.h"
+#include "common/private_namespace.h"
 
 #include <cerrno>
 #include <cstring>

@@ -1,6 +1,6 @@
 #include "conductor.h"
 
-#include "control.h"
+#include "kvosim/control/control.h"
 
 #include <kvo_hws/agent.h>
 

@@ -1,6 +1,6 @@
 // Runs one test program with a /tmp/kvo_hws of its own and, with --network, a network of its own that has nothing but the
 // loopback; where the kernel does not allow that, alone on the machine.
-#include "private_namespace.h"
+#include "common/private_namespace.h"
 
 #include <cstdio>
 #include <cstring>

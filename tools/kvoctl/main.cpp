@@ -1,6 +1,6 @@
 // kvoctl: the library from the command line, for people and scripts.
-#include "display_text.h"
-#include "families.h"
+#include "kvoctl/command_line/families.h"
+#include "kvoctl/output/display_text.h"
 
 #include <kvo_hws/runtime.h>
 

@@ -1,8 +1,8 @@
 // The service's parts put together.
-#include "service.h"
+#include "kvosim/service.h"
 
-#include "control.h"
-#include "exchange_log.h"
+#include "kvosim/base/exchange_log.h"
+#include "kvosim/control/control.h"
 
 #include <exception>
 

@@ -2,14 +2,14 @@
 // lock, the remote side of agents, the events of embedded stations, and the simulator's own control socket.
 #pragma once
 
-#include "commands.h"
-#include "embedded_events.h"
-#include "line_server.h"
-#include "plant.h"
-#include "registry.h"
-#include "remote_side.h"
-#include "udp_socket.h"
-#include "usb_events.h"
+#include "kvosim/commands/commands.h"
+#include "kvosim/events/embedded_events.h"
+#include "kvosim/events/usb_events.h"
+#include "kvosim/net/line_server.h"
+#include "kvosim/net/udp_socket.h"
+#include "kvosim/plant/plant.h"
+#include "kvosim/plant/registry.h"
+#include "kvosim/remote/remote_side.h"
 
 #include <filesystem>
 #include <functional>

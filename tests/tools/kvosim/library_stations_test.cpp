@@ -1,6 +1,6 @@
 // Stations as programs see them through the library: what is set is what is read back, and each result that the service can
 // bring about.
-#include "running_service.h"
+#include "tools/kvosim/support/running_service.h"
 
 #include <kvo_hws/kvo_hws.h>
 

@@ -1,7 +1,7 @@
 // The service as programs see it: through the library.
-#include "client.h"
-#include "plant_generator.h"
-#include "running_service.h"
+#include "kvosim/plant_file/plant_generator.h"
+#include "tools/kvosim/support/client.h"
+#include "tools/kvosim/support/running_service.h"
 
 #include <kvo_hws/kvo_hws.h>
 

@@ -1,0 +1,124 @@
+// Whose place a socket's path is.
+#include "common/listening_socket.h"
+#include "tools/kvosim/support/client.h"
+#include "tools/kvosim/support/temporary_directory.h"
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <sys/stat.h>
+
+namespace {
+
+using kvosim::ListeningSocket;
+using kvosim_test::Client;
+using testing::HasSubstr;
+using testing::ThrowsMessage;
+
+class UnixSocket : public testing::Test {
+protected:
+    [[nodiscard]] mode_t directoryMode() const
+    {
+        struct stat status {};
+        EXPECT_EQ(stat(directory.c_str(), &status), 0);
+        return status.st_mode & 07777;
+    }
+    void listenOnce() const { const ListeningSocket socket(path); }
+
+    kvosim_test::TemporaryDirectory root;
+    std::filesystem::path directory = root / "sockets";
+    std::filesystem::path path = directory / "sock";
+};
+
+TEST_F(UnixSocket, CreatesItsDirectoryAndRemovesItself)
+{
+    {
+        const ListeningSocket socket(path);
+        EXPECT_EQ(directoryMode() & ~mode_t{0755}, 0U);
+        const Client client(path.string());
+    }
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+TEST_F(UnixSocket, TakesTheOthersRightToWriteFromItsDirectory)
+{
+    std::filesystem::create_directory(directory);
+    ASSERT_EQ(chmod(directory.c_str(), 0777), 0);
+    const ListeningSocket socket(path);
+    EXPECT_EQ(directoryMode(), mode_t{0755});
+}
+
+TEST_F(UnixSocket, LeavesANarrowerDirectoryNarrow)
+{
+    std::filesystem::create_directory(directory);
+    ASSERT_EQ(chmod(directory.c_str(), 0700), 0);
+    const ListeningSocket socket(path);
+    EXPECT_EQ(directoryMode(), mode_t{0700});
+}
+
+TEST_F(UnixSocket, RemovesAStaleSocket)
+{
+    listenOnce();
+    {
+        const kvosim::Descriptor stale(socket(AF_UNIX, SOCK_STREAM, 0));
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        path.string().copy(address.sun_path, sizeof address.sun_path - 1);
+        ASSERT_EQ(bind(stale.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+    }
+    ASSERT_TRUE(std::filesystem::exists(path));
+    const ListeningSocket socket(path);
+    const Client client(path.string());
+}
+
+TEST_F(UnixSocket, LeavesALiveServiceAlone)
+{
+    const ListeningSocket live(path);
+    EXPECT_THAT([&] { listenOnce(); }, ThrowsMessage<std::runtime_error>(HasSubstr("a service is running at")));
+    const Client client(path.string());
+}
+
+TEST_F(UnixSocket, LeavesAnotherFileAlone)
+{
+    std::filesystem::create_directory(directory);
+    std::ofstream(path) << "precious";
+    EXPECT_THAT([&] { listenOnce(); }, ThrowsMessage<std::runtime_error>(HasSubstr("exists and is no socket")));
+    EXPECT_EQ(kvosim_test::contentsOf(path), "precious");
+}
+
+TEST_F(UnixSocket, RefusesAnotherUsersDirectory)
+{
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can give a directory to another user";
+    }
+    std::filesystem::create_directory(directory);
+    if (chown(directory.c_str(), 12345, 12345) != 0) {
+        GTEST_SKIP() << "this root can not give a directory to another user";
+    }
+    EXPECT_THAT([&] { listenOnce(); }, ThrowsMessage<std::runtime_error>(HasSubstr("belongs to another user (number 12345)")));
+}
+
+TEST_F(UnixSocket, RefusesALinkInPlaceOfItsDirectory)
+{
+    std::filesystem::create_directory_symlink(root.path(), directory);
+    EXPECT_THAT([&] { listenOnce(); }, ThrowsMessage<std::runtime_error>(HasSubstr("is no directory that can be used")));
+}
+
+TEST_F(UnixSocket, RefusesAPathThatDoesNotFitAnAddress)
+{
+    path = directory / std::string(100, 'a');
+    EXPECT_THAT([&] { listenOnce(); }, ThrowsMessage<std::runtime_error>(HasSubstr("too long for a socket")));
+}
+
+TEST_F(UnixSocket, DoesNotRemoveASocketThatHasTakenItsPlace)
+{
+    std::optional<ListeningSocket> first(path);
+    std::filesystem::rename(path, directory / "moved");
+    const ListeningSocket second(path);
+    first.reset();
+    EXPECT_TRUE(std::filesystem::exists(path));
+}
+
+}  // namespace

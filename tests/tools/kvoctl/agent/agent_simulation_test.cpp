@@ -1,0 +1,84 @@
+// Both programs together, as a person uses them: the simulator is the remote service of the agent, and tells it events.
+#include "tools/kvoctl/support/watching.h"
+#include "tools/kvosim/support/ended.h"
+
+#include "support/usb_events.h"
+
+namespace kvoctl_test {
+
+namespace {
+
+using kvosim_test::Ended;
+using kvosim_test::kvosimEnds;
+using testing::HasSubstr;
+
+/// Runs a line of the shell with a simulated service, in which $KVOCTL and $KVOSIM stand for the programs.
+Ended simulated(const Arguments &options, const std::string &line)
+{
+    Arguments all{"run", "--plant", EXAMPLE_PLANT};
+    all.insert(all.end(), options.begin(), options.end());
+    all.insert(all.end(), {"--", "sh", "-c", "KVOCTL='" KVOCTL_PROGRAM "'; KVOSIM='" KVOSIM_PROGRAM "'; " + line});
+    return kvosimEnds(all);
+}
+
+TEST(AgentSimulation, is_asked_and_driven_and_pushes)
+{
+    // The output's lines tell the script how far the agent is.
+    const Ended ended = simulated({"--remote", "3"}, R"sh(
+"$KVOCTL" agent run --focus 10.0.0.5 --remote 127.0.0.1 --session 3 --kvo-index 7 --answer activate-me=busy < /dev/null |
+while read -r event rest; do
+    echo "$event${rest:+ $rest}"
+    case $event in
+    connected)
+        echo "asked: $("$KVOSIM" remote ask 3 get-kvoindex)"
+        echo "asked: $("$KVOSIM" remote ask 3 activate-me)"
+        echo "asked: $("$KVOSIM" remote ask 3 stop-viewer)" ;;
+    command) case $rest in *stop-viewer*) exit ;; esac ;;
+    esac
+done)sh");
+    EXPECT_EQ(ended.status, 0) << ended.err;
+    EXPECT_THAT(lines(ended.out),
+                testing::ElementsAre(R"(started focus="10.0.0.5" remote="127.0.0.1" port=5853)", "connected",
+                                     "asked: kvoindex=7", "asked: busy", "asked: ok",
+                                     R"(command keyword="activate-me" answer=0)", R"(command keyword="stop-viewer" answer=1)"));
+}
+
+TEST(AgentSimulation, pushes_to_the_remote_service)
+{
+    const Ended ended = simulated({"--remote", "3"}, R"sh(
+{ until "$KVOSIM" remote ask 3 ping > /dev/null 2>&1; do sleep 0.1; done; echo "screen changed"; } |
+"$KVOCTL" agent run --focus 10.0.0.5 --remote 127.0.0.1 --session 3 | grep -m 1 pushed
+"$KVOSIM" remote log)sh");
+    EXPECT_EQ(ended.status, 0) << ended.err;
+    EXPECT_THAT(ended.out, testing::StartsWith("pushed text=\"screen changed\"\n"));
+    EXPECT_THAT(ended.out, HasSubstr("I01:screen changed"));
+}
+
+TEST(AgentSimulation, is_checked_altogether)
+{
+    const Ended ended = simulated({}, R"("$KVOCTL" agent check --focus-name 'Portal mill' --mcp --all)");
+    EXPECT_EQ(ended.status, 0) << ended.out << ended.err;
+    EXPECT_THAT(ended.out, HasSubstr("60 commands, 60 asked, 0 not answered in form\n"));
+}
+
+TEST(EventSimulation, shows_what_is_published)
+{
+    const Ended ended = simulated({}, R"sh(
+out=$TMPDIR/out
+until_there() { until grep -qs "$1" "$out"; do "$KVOSIM" event "$1, 10.0.0.5" > /dev/null 2>&1; sleep 0.1; done; }
+"$KVOCTL" events watch --json > "$out" &
+until_there first
+until_there focus
+kill -TERM $!
+wait $!
+echo status $?
+uniq "$out")sh");
+    EXPECT_EQ(ended.status, 0) << ended.err;
+    EXPECT_EQ(ended.err, "");
+    EXPECT_THAT(lines(ended.out), testing::ElementsAre("status 0", R"({"name":"first","data":"10.0.0.5"})",
+                                                       R"({"name":"focus","data":"10.0.0.5"})"));
+}
+
+}  // namespace
+
+}  // namespace kvoctl_test

@@ -1,0 +1,270 @@
+// What every subcommand refuses before anything is asked, and that each explains itself.
+#include "tools/kvoctl/support/journeys.h"
+#include "tools/kvoctl/support/kvoctl.h"
+#include "tools/kvosim/support/temporary_directory.h"
+
+#include "support/scripted_service.h"
+
+#include <algorithm>
+#include <ostream>
+#include <set>
+#include <sstream>
+
+namespace kvoctl_test {
+
+namespace {
+
+using support::ScriptedService;
+using testing::HasSubstr;
+
+// ---- Wrong values ----
+
+struct Wrong {
+    std::string name;
+    std::string command;
+    Arguments arguments;
+    std::string meaning;
+};
+
+std::ostream &operator<<(std::ostream &out, const Wrong &row) { return out << row.name; }
+
+class WrongValue : public testing::TestWithParam<Wrong> {};
+
+Arguments words(const std::string &command)
+{
+    Arguments list;
+    std::istringstream text(command);
+    for (std::string word; text >> word;) {
+        list.push_back(word);
+    }
+    return list;
+}
+
+/// Runs @p command with @p arguments, which must be refused unasked.
+void expectRefused(const std::string &command, const Arguments &arguments, const std::string &meaning)
+{
+    const ScriptedService service({support::replies("ok")});
+    Arguments all = words(command);
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    const Ended ended = kvoctl(all);
+    EXPECT_EQ(ended.status, 2);
+    EXPECT_EQ(ended.out, "");
+    EXPECT_EQ(ended.err, "kvoctl: " + command + ": " + meaning + "\n\"kvoctl " + command + " --help\" tells how.\n");
+    EXPECT_EQ(service.requests(), std::vector<std::string>{});
+}
+
+TEST_P(WrongValue, is_refused_before_anything_is_asked)
+{
+    const Wrong &row = GetParam();
+    expectRefused(row.command, row.arguments, row.meaning);
+}
+
+/// A right agent, with something wrong behind.
+Arguments agent(const Arguments &more)
+{
+    Arguments all{"--focus", "10.0.0.5", "--remote", "127.0.0.1", "--session", "3"};
+    all.insert(all.end(), more.begin(), more.end());
+    return all;
+}
+
+const std::string kAnswerWords = "neither a whole number nor one of done, yes, no, not-running, busy, failed";
+
+const std::string kAllOrNone = "all values are needed to set it, or none to show it";
+
+INSTANTIATE_TEST_SUITE_P(
+    Rows, WrongValue,
+    testing::Values(
+        Wrong{"unknown_viewer_command", "viewer", {"play"}, R"("play" is no command)"},
+        Wrong{"no_viewer_command", "viewer", {}, "A subcommand is required"},
+        Wrong{"unknown_lock_command", "usb lock", {"open"}, R"("open" is no command)"},
+        Wrong{"a_command_of_another_family", "viewer", {"stations"}, R"("stations" is no command)"},
+        Wrong{"viewer_of_two_parts", "viewer start", {"10.0.0.5", "a", "b"}, "PART3 is required"},
+        Wrong{
+            "viewer_part_with_a_quote", "viewer start", {"10.0.0.5", "a\"", "b", "c"}, "PART1: a double quote can not be sent"},
+        Wrong{"viewer_part_with_a_line_feed",
+              "viewer start",
+              {"10.0.0.5", "a", "b\nkillDaemon", "c"},
+              R"(PART2: "b\x0AkillDaemon" holds a control character)"},
+        Wrong{"viewer_part_that_is_too_long",
+              "viewer start",
+              {"10.0.0.5", "a", "b", std::string(301, 'c')},
+              "PART3: at most 300 bytes can be sent"},
+        Wrong{"viewer_number_of_words",
+              "viewer start-configured",
+              {"10.0.0.5", "cfg", "three"},
+              R"(NUMBER: "three" is no whole number from 0 to 4294967295)"},
+        Wrong{"two_ways_to_stop", "viewer stop", {"10.0.0.5", "--preempt", "--no-clean"}, "--preempt excludes --no-clean"},
+        Wrong{"negative_status_value",
+              "viewer status-line",
+              {"10.0.0.5", "-1", "2", "x"},
+              R"(VALUE1: "-1" is no whole number from 0 to 4294967295)"},
+        Wrong{
+            "brightness_of_101", "panel brightness", {"10.0.0.5", "101"}, R"(PERCENT: "101" is no whole number from 0 to 100)"},
+        Wrong{"brightness_in_hexadecimal",
+              "panel brightness",
+              {"10.0.0.5", "0x10"},
+              R"(PERCENT: "0x10" is no whole number from 0 to 100)"},
+        Wrong{"brightness_mode_2", "panel brightness-v2", {"10.0.0.5", "2"}, R"(MODE: "2" is no whole number from 0 to 1)"},
+        Wrong{"brightness_v2_of_101",
+              "panel brightness-v2",
+              {"10.0.0.5", "0", "101"},
+              R"(PERCENT: "101" is no whole number from 0 to 100)"},
+        Wrong{"numlock_by_number", "panel numlock", {"10.0.0.5", "1"}, R"(STATE: "1" is none of enabled, disabled)"},
+        Wrong{"capslock_on", "panel capslock", {"10.0.0.5", "on"}, R"(STATE: "on" is none of enabled, disabled)"},
+        Wrong{"sw_capslock_2", "panel sw-capslock", {"10.0.0.5", "2"}, R"(STATE: "2" is no whole number from -1 to 1)"},
+        Wrong{"rv4_mode_1", "panel rv4-mode", {"10.0.0.5", "1"}, R"(MODE: "1" is none of auto, individual)"},
+        Wrong{"negative_mcp_address",
+              "address mcp",
+              {"10.0.0.5", "-1"},
+              R"(ADDRESS: "-1" is no whole number from 0 to 4294967295)"},
+        Wrong{"dck_yes", "address dck-enable", {"10.0.0.5", "yes"}, R"(STATE: "yes" is none of on, off)"},
+        Wrong{"cks_index_256", "address cks-index", {"10.0.0.5", "256"}, R"(INDEX: "256" is no whole number from 0 to 255)"},
+        Wrong{"half_a_key", "address simulate-key", {"10.0.0.5", "12"}, "VALUE2 is required"},
+        Wrong{"find_nothing", "address find", {}, "one of --mcp, --dck and --kvo-index is needed"},
+        Wrong{"find_two", "address find", {"--mcp", "1", "--dck", "2"}, "one of --mcp, --dck and --kvo-index is needed"},
+        Wrong{"channel_info_that_is_too_long",
+              "channel-info set",
+              {"10.0.0.5", std::string(231, 'i')},
+              "INFO: at most 230 bytes can be sent"},
+        Wrong{"two_versions_of_devices", "input devices", {"10.0.0.5", "--v1", "--v2"}, "--v1 excludes --v2"},
+        Wrong{"half_a_calibration", "touch calibration", {"10.0.0.5", "40"}, kAllOrNone},
+        Wrong{"threshold_of_minus_two",
+              "touch calibration",
+              {"10.0.0.5", "-2", "0"},
+              R"(THRESHOLD: "-2" is no whole number from -1 to 2147483647)"},
+        Wrong{"nonlinear_of_two",
+              "touch calibration",
+              {"10.0.0.5", "0", "2"},
+              R"(NONLINEAR: "2" is no whole number from -1 to 1)"},
+        Wrong{"half_a_lock", "usb lock set", {"1"}, "SECOND is required"},
+        Wrong{"connectors_of_two", "usb connectors", {"10.0.0.5", "10.0.0.6"}, "one station at most"},
+        Wrong{"watch_of_a_station", "usb watch", {"10.0.0.5"}, "The following argument was not expected: 10.0.0.5"},
+        Wrong{"exec_of_nothing", "usb watch", {"--exec"}, "--exec: 1 required PROGRAM missing"},
+        Wrong{"agent_of_nobody",
+              "agent run",
+              {"--remote", "127.0.0.1", "--session", "3"},
+              "one of --focus and --focus-name is needed"},
+        Wrong{"agent_without_a_remote_service", "agent run", {"--focus", "10.0.0.5", "--session", "3"}, "--remote is required"},
+        Wrong{
+            "agent_without_a_session", "agent run", {"--focus", "10.0.0.5", "--remote", "127.0.0.1"}, "--session is required"},
+        Wrong{"agent_of_two_stations", "agent run", agent({"--focus-name", "st1"}), "--focus excludes --focus-name"},
+        Wrong{"agent_of_a_short_address",
+              "agent run",
+              {"--focus", "10.5", "--remote", "127.0.0.1", "--session", "3"},
+              R"(--focus: "10.5" is no dotted IPv4 address)"},
+        Wrong{"agent_of_an_address_of_nobody",
+              "agent run",
+              {"--focus", "0.0.0.0", "--remote", "127.0.0.1", "--session", "3"},
+              "--focus: 0.0.0.0 is nobody's address"},
+        Wrong{"agent_of_a_remote_name",
+              "agent run",
+              {"--focus", "10.0.0.5", "--remote", "panel", "--session", "3"},
+              R"(--remote: "panel" is no dotted IPv4 address)"},
+        Wrong{"agent_of_session_10",
+              "agent run",
+              {"--focus", "10.0.0.5", "--remote", "127.0.0.1", "--session", "10"},
+              R"(--session: "10" is no whole number from 0 to 9)"},
+        Wrong{"agent_with_a_torn_name",
+              "agent run",
+              {"--focus-name", "a\nmcpFlag=1", "--remote", "127.0.0.1", "--session", "3"},
+              R"(--focus-name: "a\x0AmcpFlag=1" holds a control character)"},
+        Wrong{"agent_with_an_empty_name",
+              "agent run",
+              {"--focus-name", "", "--remote", "127.0.0.1", "--session", "3"},
+              "--focus-name: the text is empty"},
+        Wrong{"agent_with_a_long_screen", "agent run", agent({"--screen", std::string(128, 's')}),
+              "--screen: at most 127 bytes are taken"},
+        Wrong{"agent_with_a_torn_screen", "agent run", agent({"--screen", "a\nb"}),
+              R"(--screen: "a\x0Ab" holds a control character)"},
+        Wrong{"agent_of_a_negative_index", "agent run", agent({"--kvo-index", "-1"}),
+              R"(--kvo-index: "-1" is no whole number from 0 to 4294967295)"},
+        Wrong{"answer_without_a_command", "agent run", agent({"--answer", "done"}), R"(--answer: "done" is no COMMAND=ANSWER)"},
+        Wrong{"answer_to_an_unknown_command", "agent run", agent({"--answer", "ping=1"}),
+              R"(--answer: "ping" is none of stop-viewer, stop-viewer-preempt, stop-viewer-noclean, activate-me, )"
+              "show-viewer-active, set-darken, set-statusline"},
+        Wrong{"unknown_answer", "agent run", agent({"--answer", "stop-viewer=perhaps"}),
+              R"(--answer: "perhaps" is )" + kAnswerWords},
+        Wrong{"unknown_answer_to_all", "agent run", agent({"--answer-all", "1x"}), R"(--answer-all: "1x" is )" + kAnswerWords},
+        Wrong{"two_ways_to_answer", "agent run", agent({"--exec", "true", "--answer-all", "1"}),
+              "--answer-all excludes --exec"},
+        Wrong{"check_with_a_remote_service",
+              "agent check",
+              {"--focus", "10.0.0.5", "--remote", "127.0.0.1"},
+              "The following arguments were not expected: 127.0.0.1 --remote"},
+        Wrong{"check_of_nobody", "agent check", {}, "one of --focus and --focus-name is needed"},
+        Wrong{"events_of_a_station", "events watch", {"10.0.0.5"}, "The following argument was not expected: 10.0.0.5"},
+        Wrong{"unknown_metric",
+              "metrics",
+              {"10.0.0.5", "weight"},
+              R"(NAME: "weight" is none of oem-layout, softkey-type, keyboard-caps, dpi, hardware-caps, rotation)"},
+        Wrong{"decimal_looking_flags", "clients", {"--flags", "0x1F"}, R"(--flags: "0x1F" is no hexadecimal number)"},
+        Wrong{"too_many_flags",
+              "clients",
+              {"--flags", "10000000000000000"},
+              R"(--flags: "10000000000000000" is no hexadecimal number)"},
+        Wrong{"lock_of_a_station", "registry lock", {"10.0.0.5"}, "The following argument was not expected: 10.0.0.5"},
+        Wrong{"page_of_nobody", "panel show", {"0.0.0.0"}, "no station has the address 0.0.0.0"},
+        Wrong{"station_with_a_tab", "panel type", {"a\tb"}, R"(STATION: "a\x09b" holds a control character)"},
+        Wrong{"doctor_of_a_station", "doctor", {"10.0.0.5"}, "The following argument was not expected: 10.0.0.5"}),
+    [](const auto &row) { return row.param.name; });
+
+// ---- All subcommands alike ----
+
+std::set<std::string> allCommands()
+{
+    std::set<std::string> commands{"agent check", "doctor", "panel show"};
+    for (const Journey &journey : journeys()) {
+        commands.insert(journey.command);
+    }
+    return commands;
+}
+
+class EveryCommand : public testing::TestWithParam<std::string> {};
+
+TEST_P(EveryCommand, has_examples_in_its_help)
+{
+    Arguments arguments = words(GetParam());
+    arguments.emplace_back("--help");
+    const Ended ended = kvoctl(arguments);
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_EQ(ended.err, "");
+    EXPECT_THAT(ended.out, HasSubstr("Examples:\n  kvoctl " + GetParam()));
+}
+
+TEST_P(EveryCommand, refuses_an_option_that_it_does_not_know)
+{
+    const ScriptedService service({support::replies("ok")});
+    Arguments arguments = words(GetParam());
+    arguments.emplace_back("--frobnicate");
+    const Ended ended = kvoctl(arguments);
+    EXPECT_EQ(ended.status, 2);
+    EXPECT_EQ(ended.out, "");
+    EXPECT_THAT(ended.err, testing::StartsWith("kvoctl: " + GetParam() + ": "));
+    EXPECT_EQ(service.requests(), std::vector<std::string>{});
+}
+
+TEST_P(EveryCommand, is_in_the_help_of_its_family)
+{
+    Arguments family = words(GetParam());
+    const std::string name = family.back();
+    family.back() = "--help";
+    EXPECT_THAT(kvoctl(family).out, HasSubstr("\n  " + name + " "));
+}
+
+TEST_P(EveryCommand, is_in_the_manual_with_an_example)
+{
+    const std::string manual = kvosim_test::contentsOf(MANUAL);
+    EXPECT_THAT(manual, HasSubstr("| `" + GetParam()));
+    EXPECT_THAT(manual, HasSubstr("`kvoctl " + GetParam()));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, EveryCommand, testing::ValuesIn(allCommands()), [](const auto &row) {
+    std::string name = row.param;
+    std::replace_if(
+        name.begin(), name.end(), [](unsigned char byte) { return std::isalnum(byte) == 0; }, '_');
+    return name;
+});
+
+}  // namespace
+
+}  // namespace kvoctl_test

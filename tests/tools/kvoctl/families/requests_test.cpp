@@ -1,0 +1,93 @@
+// Every subcommand that is one request or two against every kind of answer: exit status, both outputs, and the bytes asked.
+#include "tools/kvoctl/support/request_case.h"
+
+#include "support/scripted_service.h"
+
+#include <ostream>
+
+namespace kvoctl_test {
+
+using support::ScriptedService;
+
+std::ostream &operator<<(std::ostream &out, const Case &row) { return out << row.name; }
+
+namespace {
+
+class Requests : public testing::TestWithParam<Case> {
+protected:
+    /// Runs the row with more arguments and checks all but standard output.
+    static Ended run(const Arguments &more)
+    {
+        const Case &row = GetParam();
+        Arguments arguments = row.arguments;
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        std::vector<support::Script> scripts;
+        for (const std::string &reply : row.replies) {
+            scripts.push_back(support::replies(reply));
+        }
+        std::optional<ScriptedService> service;
+        if (!scripts.empty()) {
+            service.emplace(scripts);
+        }
+        Ended ended = kvoctl(arguments);
+        EXPECT_EQ(ended.status, row.status);
+        EXPECT_EQ(ended.err, row.err);
+        std::vector<std::string> requests;
+        for (const std::string &request : service ? service->requests() : std::vector<std::string>{}) {
+            requests.push_back(request.substr(0, request.size() - 1));
+        }
+        EXPECT_EQ(requests, row.requests);
+        return ended;
+    }
+};
+
+TEST_P(Requests, are_answered_in_text) { EXPECT_EQ(run({}).out, GetParam().out); }
+
+TEST_P(Requests, are_answered_in_one_document)
+{
+    EXPECT_EQ(run({"--json"}).document().dump(), Json::parse(GetParam().document).dump());
+}
+
+std::string nameOf(const testing::TestParamInfo<Case> &row) { return row.param.name; }
+
+INSTANTIATE_TEST_SUITE_P(Orders, Requests, testing::ValuesIn(orderRows()), nameOf);
+INSTANTIATE_TEST_SUITE_P(Families, Requests, testing::ValuesIn(familyRows()), nameOf);
+INSTANTIATE_TEST_SUITE_P(Questions, Requests, testing::ValuesIn(questionRows()), nameOf);
+
+TEST(Ready, waits_for_a_service_that_starts_late)
+{
+    std::optional<ScriptedService> service;
+    std::thread starting([&service] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        service.emplace(std::vector<support::Script>{support::replies("yes")});
+    });
+    const Ended ended = kvoctl({"ready", "--wait", "20"});
+    starting.join();
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_EQ(ended.out, "ready\n");
+    EXPECT_EQ(ended.err, "");
+}
+
+TEST(Ready, gives_up_when_the_time_is_over)
+{
+    const ScriptedService service({support::replies("no")});
+    const auto start = std::chrono::steady_clock::now();
+    const Ended ended = kvoctl({"ready", "--wait", "1"});
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_EQ(ended.out, "not ready\n");
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+    EXPECT_GT(service.requests().size(), 2U);
+}
+
+TEST(NoService, tells_a_stale_socket_from_a_missing_one)
+{
+    support::leaveStaleSocket(support::kCommandSocket);
+    const Ended ended = kvoctl({"backlight", "on"});
+    EXPECT_EQ(ended.status, 3);
+    EXPECT_THAT(ended.err, testing::HasSubstr("The socket is there, but nobody listens"));
+    unlink(support::kCommandSocket);
+}
+
+}  // namespace
+
+}  // namespace kvoctl_test

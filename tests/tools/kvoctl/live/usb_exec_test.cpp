@@ -1,0 +1,167 @@
+// "kvoctl usb watch --exec": what the program is told, and what the daemon is told of it.
+#include "tools/kvoctl/support/script.h"
+#include "tools/kvoctl/support/usb_devices.h"
+#include "tools/kvoctl/support/watching.h"
+
+#include <chrono>
+#include <thread>
+
+using namespace std::chrono_literals;
+
+namespace kvoctl_test {
+
+namespace {
+
+using kvosim_test::contentsOf;
+using support::agrees;
+using support::ScriptedService;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+const std::string kEnvironment = "env | grep ^KVO_USB_ | LC_ALL=C sort >> environment; echo >> environment";
+
+TEST(UsbExec, gets_the_event_in_its_environment)
+{
+    const ScriptedService service({agrees()});
+    const Script script(kEnvironment);
+    setenv("KVO_USB_TEXT8", "of an outer watch", 1);
+    Watching watch({"--exec", script.path()});
+    unsetenv("KVO_USB_TEXT8");
+    ASSERT_TRUE(watch.isActive());
+    for (const std::string &text : {newText(), stateText(7), refusedText(), removedText()}) {
+        EXPECT_EQ(deliver(text), "ok");
+    }
+    EXPECT_EQ(watch.stop(), 0);
+    EXPECT_EQ(watch.err(), "");
+    const std::string place = "KVO_USB_IDENT2=Portal mill\nKVO_USB_IDENT3=1-1.2\nKVO_USB_IP_ADDRESS=10.0.0.5\n";
+    EXPECT_EQ(script.file("environment"),
+              "KVO_USB_CODE=10\nKVO_USB_EVENT=new\nKVO_USB_FLAG_BITS=0x5\nKVO_USB_FLAG_WORD=0x08000000\n" + place +
+                  "KVO_USB_NUMBER1=1000\nKVO_USB_NUMBER2=4000000000\nKVO_USB_TEXT4=Stick \"A\"\nKVO_USB_TEXT5=\n"
+                  "KVO_USB_TEXT6=Maker\nKVO_USB_TEXT7=C:\\Stick\n\n"
+                  "KVO_USB_CODE=13\nKVO_USB_EVENT=state\n" +
+                  place +
+                  "KVO_USB_STATE=7\n\n"
+                  "KVO_USB_CODE=14\nKVO_USB_EVENT=refused\n" +
+                  place +
+                  "KVO_USB_NUMBER1=1000\nKVO_USB_NUMBER2=4000000000\nKVO_USB_NUMBER3=31\nKVO_USB_TEXT4=Stick \"A\"\n"
+                  "KVO_USB_TEXT5=\nKVO_USB_TEXT8=too much current\n\n"
+                  "KVO_USB_CODE=11\nKVO_USB_EVENT=removed\n" +
+                  place + "\n");
+    EXPECT_EQ(watch.events().size(), 4U);
+}
+
+TEST(UsbExec, of_the_older_callback_gets_its_fields)
+{
+    const ScriptedService service({agrees()});
+    const Script script(kEnvironment);
+    Watching watch({"--v1", "--exec", script.path()});
+    ASSERT_TRUE(watch.isActive());
+    EXPECT_EQ(deliver(newText()), "ok");
+    EXPECT_EQ(watch.stop(), 0);
+    EXPECT_THAT(script.file("environment"), HasSubstr("KVO_USB_BYTES=02 00 00 "));
+    EXPECT_THAT(script.file("environment"), HasSubstr("KVO_USB_ID1=1\n"));
+}
+
+TEST(UsbExec, gets_texts_as_they_are_and_through_no_shell)
+{
+    const ScriptedService service({agrees()});
+    const Script script("printf %s \"$KVO_USB_IDENT2\" > ident2");
+    Watching watch({"--exec", script.path()});
+    ASSERT_TRUE(watch.isActive());
+    UsbDeviceSource device = deviceSource();
+    const std::string strange = "$(touch owned);\xE4\x1B[2J";
+    strange.copy(device.ident2, sizeof device.ident2);
+    EXPECT_EQ(deliver(newText(device)), "ok");
+    EXPECT_EQ(watch.stop(), 0);
+    EXPECT_EQ(script.file("ident2"), strange);
+    EXPECT_FALSE(script.has("owned"));
+}
+
+TEST(UsbExec, writes_to_standard_error_and_reads_nothing)
+{
+    const ScriptedService service({agrees()});
+    const Script script("cat; echo from the program");
+    Watching watch({"--json", "--exec", script.path()});
+    ASSERT_TRUE(watch.isActive());
+    EXPECT_EQ(deliver(removedText()), "ok");
+    EXPECT_EQ(watch.stop(), 0);
+    EXPECT_EQ(watch.err(), "from the program\n");
+    for (const std::string &line : lines(watch.out())) {
+        EXPECT_TRUE(Json::accept(line)) << line;
+    }
+}
+
+TEST(UsbExec, is_started_with_the_signals_as_they_were)
+{
+    const ScriptedService service({agrees()});
+    // No shell, which might change them itself.
+    const Script script("/bin/cat /proc/self/status", "");
+    Watching watch({"--exec", script.path()});
+    ASSERT_TRUE(watch.isActive());
+    EXPECT_EQ(deliver(removedText()), "ok");
+    EXPECT_EQ(watch.stop(), 0);
+    const std::string ours = contentsOf("/proc/self/status");
+    const std::size_t begin = ours.find("\nSigBlk:");
+    ASSERT_NE(begin, std::string::npos);
+    EXPECT_THAT(watch.err(), HasSubstr(ours.substr(begin, ours.find('\n', begin + 1) + 1 - begin)));
+}
+
+struct FailingProgram {
+    std::string name;
+    std::string lines;
+    std::string complaint;
+};
+
+std::ostream &operator<<(std::ostream &out, const FailingProgram &row) { return out << row.name; }
+
+class FailingPrograms : public testing::TestWithParam<FailingProgram> {};
+
+TEST_P(FailingPrograms, are_told_to_the_daemon_and_to_people)
+{
+    const ScriptedService service({agrees()});
+    const Script script(GetParam().lines);
+    Watching watch({"--exec", script.path()});
+    ASSERT_TRUE(watch.isActive());
+    EXPECT_EQ(deliver(removedText()), "failed");
+    EXPECT_EQ(watch.stop(), 0);
+    EXPECT_EQ(watch.err(), "kvoctl: usb watch: " + script.path() + " " + GetParam().complaint + " (event \"removed\")\n");
+    EXPECT_EQ(watch.events().size(), 1U);
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, FailingPrograms,
+                         testing::Values(FailingProgram{"status", "exit 3", "ended with status 3"},
+                                         FailingProgram{"signal", "kill -9 $$", "was ended by signal 9"}),
+                         [](const auto &row) { return row.param.name; });
+
+TEST(UsbExec, that_can_not_be_run_is_told_once_for_each_event)
+{
+    const ScriptedService service({agrees()});
+    Watching watch({"--exec", "/nowhere/program"});
+    ASSERT_TRUE(watch.isActive());
+    EXPECT_EQ(deliver(removedText()), "failed");
+    EXPECT_EQ(deliver(newText()), "failed");
+    EXPECT_EQ(watch.stop(), 0);
+    const std::string complaint = "kvoctl: usb watch: /nowhere/program can not be run: No such file or directory";
+    EXPECT_THAT(lines(watch.err()), ElementsAre(complaint + " (event \"removed\")", complaint + " (event \"new\")"));
+}
+
+TEST(UsbExec, that_hangs_keeps_neither_other_events_nor_the_end_waiting)
+{
+    const ScriptedService service({agrees()});
+    // Bounded, so that nothing is left behind for long.
+    const Script script("[ \"$KVO_USB_EVENT\" = state ] || exit 0; touch hangs; exec sleep 20");
+    Watching watch({"--exec", script.path()});
+    ASSERT_TRUE(watch.isActive());
+    std::thread daemon([] { deliver(stateText(7)); });
+    ASSERT_TRUE(support::eventually([&script] { return script.has("hangs"); }));
+    EXPECT_EQ(deliver(removedText()), "ok");
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(watch.stop(), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 5s);
+    EXPECT_EQ(service.requests().back(), "deactivateUSBEvents\n");
+    daemon.join();
+}
+
+}  // namespace
+
+}  // namespace kvoctl_test

@@ -1,0 +1,174 @@
+// What a person sees: tables that fit the terminal, and texts that can not harm it.
+#include "tools/kvoctl/support/kvoctl.h"
+
+#include "support/scripted_service.h"
+
+#include <array>
+#include <cstdio>
+
+namespace kvoctl_test {
+
+namespace {
+
+using support::ScriptedService;
+
+/// One station, 10.0.0.5, of this name.
+std::vector<support::Script> plantOf(const std::string &name)
+{
+    std::array<char, 9> length{};
+    std::snprintf(length.data(), length.size(), "%08zX", name.size());
+    return {support::replies("1"),
+            support::replies("00000001 0A000005 00000001 00000002 00000003 " + std::string(length.data()) + " " + name + " ")};
+}
+
+std::string tableOf(const std::string &name, const Surroundings &surroundings)
+{
+    const ScriptedService service(plantOf(name));
+    const Ended ended = kvoctl({"stations"}, surroundings);
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_EQ(ended.err, "");
+    return ended.out;
+}
+
+/// The row of a station in a terminal of 46 columns, which leave 15 for its name.
+std::string rowOf(const std::string &name)
+{
+    const std::string table = tableOf(name, {.terminal = 46});
+    const std::size_t begin = table.find('\n') + 1;
+    return table.substr(begin, table.find('\n', begin) - begin);
+}
+
+TEST(Terminal, cuts_long_names_to_its_width)
+{
+    EXPECT_EQ(tableOf("A name that is too long", {.terminal = 46}), "ADDRESS   NAME             ATTR1  ATTR2  ATTR3\n"
+                                                                    "10.0.0.5  A name that is…      1      2      3\n"
+                                                                    "1 station\n");
+}
+
+TEST(Terminal, leaves_a_name_whole_that_just_fits)
+{
+    EXPECT_EQ(rowOf("Exactly fifteen"), "10.0.0.5  Exactly fifteen      1      2      3");
+}
+
+TEST(Terminal, keeps_numbers_and_the_beginning_of_a_name_when_it_is_far_too_narrow)
+{
+    EXPECT_EQ(tableOf("A name that is too long", {.terminal = 10}), "ADDRESS   NAME      ATTR1  ATTR2  ATTR3\n"
+                                                                    "10.0.0.5  A name …      1      2      3\n"
+                                                                    "1 station\n");
+}
+
+TEST(Terminal, of_unknown_width_goes_by_COLUMNS)
+{
+    EXPECT_EQ(tableOf("A name that is too long", {.terminal = 0, .environment = {"COLUMNS=40"}}),
+              "ADDRESS   NAME       ATTR1  ATTR2  ATTR3\n"
+              "10.0.0.5  A name t…      1      2      3\n"
+              "1 station\n");
+}
+
+TEST(Terminal, of_unknown_width_cuts_nothing_by_a_COLUMNS_that_is_no_width)
+{
+    for (const char *columns : {"COLUMNS=", "COLUMNS=0", "COLUMNS=40x", "COLUMNS=-40"}) {
+        EXPECT_THAT(tableOf("A name that is too long", {.terminal = 0, .environment = {columns}}),
+                    testing::HasSubstr("A name that is too long"))
+            << columns;
+    }
+}
+
+TEST(Terminal, s_own_width_counts_more_than_COLUMNS)
+{
+    EXPECT_THAT(tableOf("A name that is too long", {.terminal = 200, .environment = {"COLUMNS=40"}}),
+                testing::HasSubstr("A name that is too long"));
+}
+
+TEST(Pipe, gets_whole_names_whatever_COLUMNS_says)
+{
+    const std::string longest(259, 'n');
+    EXPECT_THAT(tableOf(longest, {.environment = {"COLUMNS=40"}}), testing::HasSubstr(longest));
+}
+
+TEST(Pipe, is_padded_to_40_columns_at_most)
+{
+    const std::string entry = "0A000005 00000001 00000002 00000003 ";
+    const std::string exact(40, 'e');
+    const std::string longest(259, 'n');
+    const ScriptedService service(
+        {support::replies("3"), support::replies("00000003 " + entry + "00000004 Mill " + entry + "00000028 " + exact + " " +
+                                                 entry + "00000103 " + longest + " ")});
+    EXPECT_EQ(kvoctl({"stations"}).out, "ADDRESS   NAME" + std::string(36, ' ') + "  ATTR1  ATTR2  ATTR3\n" +  //
+                                            "10.0.0.5  Mill" + std::string(36, ' ') + "      1      2      3\n" + "10.0.0.5  " +
+                                            exact + "      1      2      3\n" + "10.0.0.5  " + longest +
+                                            "      1      2      3\n3 stations\n");
+}
+
+TEST(Pipe, gets_no_blanks_at_the_end_of_a_line)
+{
+    const ScriptedService service({support::replies("00000002 00000001 00000000  00000002 00000003 x   ")});
+    EXPECT_EQ(kvoctl({"clients"}).out, "VALUE  NAME\n    1\n    2  x\n2 clients\n");
+}
+
+TEST(Terminal, gets_one_station_whole)
+{
+    const ScriptedService service(
+        {support::replies("0A000005 00000001 00000002 FFFFFFFF 00000017 A name that is too long 00000001 "
+                          "00000002 00000003 00000004 00000005 00000006 00000007 ")});
+    const Ended ended = kvoctl({"station", "10.0.0.5"}, {.terminal = 15});
+    EXPECT_THAT(ended.out, testing::HasSubstr("name       A name that is too long\n"));
+    EXPECT_THAT(ended.out, testing::HasSubstr("attr3      4294967295\n"));
+}
+
+struct Shown {
+    std::string name;
+    std::string row;
+};
+
+TEST(Names, are_measured_by_what_they_look_like)
+{
+    const std::vector<Shown> rows{
+        {"Fräse", "10.0.0.5  Fräse      1      2      3"},
+        {"プレス", "10.0.0.5  プレス      1      2      3"},
+        {"Fra\u0308se", "10.0.0.5  Fra\u0308se      1      2      3"},
+        // Two columns each: the eighth would need the sixteenth column, the seventh the ellipsis's.
+        {"プレスプレスプレス", "10.0.0.5  プレスプレスプ…      1      2      3"},
+        {"aプレスプレスプレス", "10.0.0.5  aプレスプレス…       1      2      3"},
+        // The accent belongs to the letter before it and is cut off with it, never alone.
+        {"abcdefghijklmno\u0301pq", "10.0.0.5  abcdefghijklmn…      1      2      3"},
+        {"abcdefghijklmn\u0301op", "10.0.0.5  abcdefghijklmn\u0301…      1      2      3"},
+    };
+    for (const Shown &row : rows) {
+        EXPECT_EQ(rowOf(row.name), row.row);
+    }
+}
+
+TEST(Names, never_steer_the_terminal)
+{
+    const std::vector<Shown> rows{
+        {"a\x1B[2Jb", R"(10.0.0.5  a\x1B[2Jb      1      2      3)"},
+        {"tab\there", R"(10.0.0.5  tab\x09here      1      2      3)"},
+        {"\x7F", R"(10.0.0.5  \x7F      1      2      3)"},
+        {"Fr\xE4se", R"(10.0.0.5  Fr\xE4se      1      2      3)"},
+        {"\xC2\x9B"
+         "2J",
+         R"(10.0.0.5  \xC2\x9B2J      1      2      3)"},
+        {"half\xE3\x83", R"(10.0.0.5  half\xE3\x83      1      2      3)"},
+        {"surrogate\xED\xA0\x80", R"(10.0.0.5  surrogate\xED…       1      2      3)"},
+    };
+    for (const Shown &row : rows) {
+        EXPECT_EQ(rowOf(row.name), row.row);
+    }
+}
+
+TEST(Names, look_the_same_in_every_locale)
+{
+    EXPECT_THAT(tableOf("プレス 1", {.environment = {"LC_ALL=C"}}), testing::HasSubstr("10.0.0.5  プレス 1      1"));
+}
+
+TEST(Messages, never_steer_the_terminal)
+{
+    const ScriptedService service({support::replies("not found")});
+    EXPECT_EQ(kvoctl({"station", "Fr\xE4se\xC2\x9B"}).err,
+              "kvoctl: station: no station is named \"Fr\\xE4se\\xC2\\x9B\" (result 0)\n");
+}
+
+}  // namespace
+
+}  // namespace kvoctl_test

@@ -1,0 +1,36 @@
+// A subcommand against a service that gives certain answers, as a row of a table; the rows of the orders and the questions.
+#pragma once
+
+#include "tools/kvoctl/support/kvoctl.h"
+
+#include <string>
+#include <vector>
+
+namespace kvoctl_test {
+
+struct Case {
+    std::string name;
+    Arguments arguments;
+    std::vector<std::string> replies;   ///< none: no service is there
+    std::vector<std::string> requests;  ///< what the service hears
+    int status;
+    std::string out;       ///< standard output without --json
+    std::string document;  ///< standard output with --json
+    std::string err{};     ///< standard error, either way
+};
+
+inline const std::string kRefusal = "the service refused or answered something unknown (result -1)\n";
+inline const std::string kRefusalDocument =
+    R"({"error": {"code": -1, "meaning": "the service refused or answered something unknown"}})";
+inline const std::string kMissing = "no service answers at /tmp/kvo_hws/cmd_sock (result -2)\n" + kNoServiceHint;
+inline const std::string kMissingDocument =
+    R"({"error": {"code": -2, "meaning": "no service answers at /tmp/kvo_hws/cmd_sock"}})";
+
+/// Subcommands that only have something done.
+std::vector<Case> orderRows();
+/// Subcommands that ask for something.
+std::vector<Case> questionRows();
+/// The subcommands about one station, family by family.
+std::vector<Case> familyRows();
+
+}  // namespace kvoctl_test

@@ -1,0 +1,93 @@
+// The loop's promises about descriptors that are forgotten, actions in time, and its end.
+#include "kvosim/base/event_loop.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <string>
+#include <sys/epoll.h>
+#include <thread>
+#include <unistd.h>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+struct Pipe {
+    Pipe()
+    {
+        std::array<int, 2> ends{};
+        if (pipe(ends.data()) == 0) {
+            out = kvosim::Descriptor(ends[0]);
+            in = kvosim::Descriptor(ends[1]);
+        }
+    }
+    void fill() const { EXPECT_EQ(write(in.get(), "x", 1), 1); }
+
+    kvosim::Descriptor out;
+    kvosim::Descriptor in;
+};
+
+TEST(EventLoop, RunsActionsInTheOrderOfTheirTimes)
+{
+    kvosim::EventLoop loop;
+    std::string order;
+    loop.after(20ms, [&] { order += 'c'; });
+    loop.after(1ms, [&] {
+        order += 'a';
+        loop.after(1ms, [&] { order += 'b'; });
+    });
+    loop.after(40ms, [&] { loop.stop(); });
+    loop.run();
+    EXPECT_EQ(order, "abc");
+}
+
+TEST(EventLoop, ReactsUntilForgotten)
+{
+    kvosim::EventLoop loop;
+    const Pipe pipe;
+    int reactions = 0;
+    loop.watch(pipe.out.get(), EPOLLIN, [&](uint32_t events) {
+        EXPECT_NE(events & EPOLLIN, 0U);
+        if (++reactions == 3) {
+            loop.forget(pipe.out.get());
+            loop.after(10ms, [&] { loop.stop(); });
+        }
+    });
+    pipe.fill();
+    loop.run();
+    EXPECT_EQ(reactions, 3);
+}
+
+TEST(EventLoop, DoesNotReactForWhatWasForgottenInTheSameRound)
+{
+    kvosim::EventLoop loop;
+    const Pipe first;
+    const Pipe second;
+    int reactions = 0;
+    const auto react = [&](uint32_t) {
+        ++reactions;
+        loop.forget(first.out.get());
+        loop.forget(second.out.get());
+        loop.after(10ms, [&] { loop.stop(); });
+    };
+    loop.watch(first.out.get(), EPOLLIN, react);
+    loop.watch(second.out.get(), EPOLLIN, react);
+    first.fill();
+    second.fill();
+    loop.run();
+    EXPECT_EQ(reactions, 1);
+}
+
+TEST(EventLoop, StopsFromAnotherThread)
+{
+    kvosim::EventLoop loop;
+    std::thread stopper([&] {
+        std::this_thread::sleep_for(10ms);
+        loop.stop();
+    });
+    loop.run();
+    stopper.join();
+}
+
+}  // namespace

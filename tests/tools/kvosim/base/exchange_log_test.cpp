@@ -1,0 +1,33 @@
+// What of a text is shown in a log line.
+#include "kvosim/base/exchange_log.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using kvosim::shown;
+
+TEST(ExchangeLog, ShowsPlainTextsAsTheyAre)
+{
+    EXPECT_EQ(shown(""), "");
+    EXPECT_EQ(shown("getDLV2 5"), "getDLV2 5");
+    EXPECT_EQ(shown("Fräse \\ 100 %s"), "Fräse \\ 100 %s");
+}
+
+TEST(ExchangeLog, EscapesControlCharacters)
+{
+    EXPECT_EQ(shown(std::string("a\0b\r\n\t\x1b[31m\x7f", 12)), "a\\x00b\\x0D\\x0A\\x09\\x1B[31m\\x7F");
+}
+
+TEST(ExchangeLog, ShortensLongTextsAndTellsTheirLength)
+{
+    EXPECT_EQ(shown(std::string(120, 'a')), std::string(120, 'a'));
+    EXPECT_EQ(shown(std::string(121, 'a')), std::string(120, 'a') + "... (121 bytes)");
+}
+
+TEST(ExchangeLog, DoesNotCutACharacterInTwo)
+{
+    EXPECT_EQ(shown(std::string(119, 'a') + "ääää"), std::string(119, 'a') + "... (127 bytes)");
+}
+
+}  // namespace

@@ -1,0 +1,174 @@
+// A station is found by its address with the bytes in either order, by every command about stations.
+#include "kvosim/commands/commands.h"
+#include "kvosim/plant_file/plant_file.h"
+#include "tools/kvosim/support/named_row.h"
+
+#include <gmock/gmock.h>
+
+namespace {
+
+using testing::AnyOf;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+/// The first two tell the orders apart; the other two are each other's, read in the other order.
+constexpr std::string_view kPlant = R"toml(
+[[station]]
+address = "10.0.0.5"
+name = "Lathe 1"
+handheld = 1
+attr1 = 1
+viewer = ""
+usb_connectors = "X60:keyboard"
+usb_lock = "1:2"
+
+[[station]]
+address = "10.0.0.6"
+name = "Lathe 2"
+viewer = "nc1:3"
+
+[[station]]
+address = "1.2.3.4"
+name = "Plain"
+kvo_index = 1
+
+[[station]]
+address = "4.3.2.1"
+name = "Turned"
+kvo_index = 2
+)toml";
+
+class Simulation {
+public:
+    std::string ask(std::string_view request) { return kvosim::answer(context_, request); }
+    kvosim::Plant &plant() { return plant_; }
+
+private:
+    kvosim::Plant plant_ = kvosim::parsePlant(kPlant, "plant");
+    kvosim::Registry registry_{std::nullopt};
+    kvosim::ServiceContext context_{.plant = plant_, .registry = registry_};
+};
+
+/// A request with "@" for the station, and one whose reply shows what it has done; empty where its own reply does.
+struct Row : kvosim_test::NamedRow {
+    std::string request;
+    std::string check;
+};
+
+std::string at(std::string request, std::string_view station)
+{
+    request.replace(request.find('@'), 1, station);
+    return request;
+}
+
+class InEitherOrder : public testing::TestWithParam<Row> {};
+
+TEST_P(InEitherOrder, TheStationIsFound)
+{
+    Simulation plain;
+    Simulation turned;
+    const std::string reply = plain.ask(at(GetParam().request, "0A000005"));
+    EXPECT_THAT(reply, Not(AnyOf("failed", "not found")));
+    EXPECT_EQ(turned.ask(at(GetParam().request, "0500000A")), reply);
+    EXPECT_EQ(plain.ask(at(GetParam().request, "0500000B")), GetParam().name == std::string("make") ? "not found" : "failed");
+    if (!GetParam().check.empty()) {
+        const std::string untouched = Simulation().ask(at(GetParam().check, "0A000005"));
+        const std::string changed = plain.ask(at(GetParam().check, "0A000005"));
+        EXPECT_NE(changed, untouched);
+        EXPECT_EQ(turned.ask(at(GetParam().check, "0A000005")), changed);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Viewer, InEitherOrder,
+                         testing::Values(Row{"start", "startViewer=\"a:b:c\" @", "getCurServer=@"},
+                                         Row{"start_configured", "startConfiguredViewer=\"a:1\" @", "getCurServer=@"},
+                                         Row{"stop", "stopViewer=@", ""}, Row{"stop_preempt", "stopViewerPreempt=@", ""},
+                                         Row{"stop_no_clean", "stopViewerNoClean=@", ""}, Row{"active", "isViewerActive=@", ""},
+                                         Row{"server", "getCurServer=@", ""}, Row{"activate", "activateMe=@", ""},
+                                         Row{"reboot", "reboot=@", ""}, Row{"status_line", "setStatusline=@,1,2,text", ""}),
+                         kvosim_test::kNameOfRow);
+
+INSTANTIATE_TEST_SUITE_P(Panel, InEitherOrder,
+                         testing::Values(Row{"brightness", "setBrightness=0 @", ""},
+                                         Row{"backlight", "setBacklightBrightness=40 @", "getBacklightBrightnessV2=0 @"},
+                                         Row{"backlight_v2", "setBacklightBrightnessV2=40 1 @", "getBacklightBrightnessV2=1 @"},
+                                         Row{"num_lock", "setDisableNumLock=1 @", "getDisableNumLock=@"},
+                                         Row{"caps_lock", "setDisableCapsLock=1 @", "getDisableCapsLock=@"},
+                                         Row{"type", "getStationType=@", ""},
+                                         Row{"sw_caps_lock", "setSwCapsLock=1 @", "getSwCapsLock=@"},
+                                         Row{"rv4", "setRV4Mode=\"1\" @", "getRV4Mode=@"}),
+                         kvosim_test::kNameOfRow);
+
+INSTANTIATE_TEST_SUITE_P(
+    Numbers, InEitherOrder,
+    testing::Values(Row{"mcp", "setMCPAddress=\"12\" @", "getMCPAddress=@"},
+                    Row{"index", "setKVOIndex=\"7\" @", "getKVOIndex=@"}, Row{"dck", "setDCKEnable=\"1\" @", "getDCKEnable=@"},
+                    Row{"dck_address", "getDCKAddress=@", ""}, Row{"cks", "setKVOCksIndex=\"9\" @", "getKVOCksIndex=@"},
+                    Row{"simulate", "simulateMCPKey=\"1:2\" @", ""}, Row{"enable", "enableMCPKey=\"1:2\" @", ""}),
+    kvosim_test::kNameOfRow);
+
+INSTANTIATE_TEST_SUITE_P(Focus, InEitherOrder,
+                         testing::Values(Row{"priority", "getKVOPriority=@", ""}, Row{"active", "getKVOStartupActive=@", ""},
+                                         Row{"prio", "getKVOStartupPrio=@", ""}, Row{"channel", "getKVOChannelOnFocus=@", ""},
+                                         Row{"screen", "getKVOScreenOnFocus=@", ""},
+                                         Row{"info", "setChannelInfo=\"x\" @", "getChannelInfo=@"},
+                                         Row{"no_info", "deleteChannelInfo=@", ""}),
+                         kvosim_test::kNameOfRow);
+
+INSTANTIATE_TEST_SUITE_P(Input, InEitherOrder,
+                         testing::Values(Row{"devices", "showInputDevice=@", ""},
+                                         Row{"calibration", "setCalibParam=\"5:1\" @", "getCalibParam=@"},
+                                         Row{"no_calibration", "invalidateTouch=@", ""}, Row{"dpi", "showDPI=@", ""}),
+                         kvosim_test::kNameOfRow);
+
+INSTANTIATE_TEST_SUITE_P(Usb, InEitherOrder,
+                         testing::Values(Row{"lock", "getUsbLock=@", ""}, Row{"connectors", "getUsbConnectorListOne=@", ""}),
+                         kvosim_test::kNameOfRow);
+
+INSTANTIATE_TEST_SUITE_P(Metrics, InEitherOrder,
+                         testing::Values(Row{"layout", "getPaneOemLayout=@", ""}, Row{"softkeys", "getSoftkeyType=@", ""},
+                                         Row{"keyboard", "getKeyBoardCaps=@", ""}, Row{"hardware", "getHardwareCaps=@", ""},
+                                         Row{"rotation", "getPanelRotation=@", ""}, Row{"make", "isMarovantiPanel @", ""}),
+                         kvosim_test::kNameOfRow);
+
+TEST(ByteOrder, WhereBothReadingsFindAStationThePlainOneCounts)
+{
+    Simulation simulation;
+    EXPECT_EQ(simulation.ask("getKVOIndex=01020304"), "kvoindex=1");
+    EXPECT_EQ(simulation.ask("getKVOIndex=04030201"), "kvoindex=2");
+}
+
+TEST(ByteOrder, AStationThatRebootsIsNotLookedForInTheOtherOrder)
+{
+    Simulation simulation;
+    simulation.plant().findStation(0x01020304)->panel.rebootsUntil = kvosim::Clock::now() + std::chrono::hours(1);
+    EXPECT_EQ(simulation.ask("getKVOIndex=01020304"), "failed");
+    EXPECT_EQ(simulation.ask("getKVOIndex=04030201"), "kvoindex=2");
+}
+
+// The agent goes on with the address out of the description.
+TEST(ByteOrder, ADescriptionCarriesTheAddressInTheOrderThatWasAsked)
+{
+    Simulation simulation;
+    const std::string plain = simulation.ask("getExDescByIP 0A000005");
+    const std::string turned = simulation.ask("getExDescByIP 0500000A");
+    EXPECT_THAT(plain, HasSubstr("0A000005"));
+    EXPECT_THAT(turned, HasSubstr("0500000A"));
+    EXPECT_THAT(turned, Not(HasSubstr("0A000005")));
+    EXPECT_EQ(plain.size(), turned.size());
+    EXPECT_EQ(simulation.ask("getExDescByName Lathe 1"), plain);
+    EXPECT_EQ(simulation.ask("getExDescByIP 0500000B"), "not found");
+}
+
+TEST(ByteOrder, ALockIsSetByAnAddressInEitherOrder)
+{
+    for (const char *host : {"10.0.0.5", "5.0.0.10"}) {
+        Simulation simulation;
+        EXPECT_TRUE(takeUsbLock(simulation.plant(), "setUsbLock=\"3:4\" " + std::string(host) + '\n')) << host;
+        EXPECT_EQ(simulation.ask("getUsbLock=0A000005"), "usb-lock=3:4") << host;
+        EXPECT_EQ(simulation.ask("getUsbLock=0A000006"), Simulation().ask("getUsbLock=0A000006")) << host;
+    }
+}
+
+}  // namespace

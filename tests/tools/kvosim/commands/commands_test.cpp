@@ -1,0 +1,163 @@
+// Every command and what is answered to it, without a socket between.
+#include "kvosim/commands/commands.h"
+#include "tools/kvosim/support/named_row.h"
+#include "tools/kvosim/support/running_service.h"
+
+#include <gmock/gmock.h>
+
+namespace {
+
+using kvosim_test::kSmallPlant;
+using testing::Eq;
+
+const std::string kLathe = "0A000005 00000001 00000002 00000003 00000007 Lathe 1 ";
+const std::string kLatheExt = "0000000B 0000000C 0000000D 0000000E 0000000F 00000010 00000011 ";
+const std::string kMill = "0A000006 FFFFFFFF 00000000 00000000 00000006 Fräse ";
+const std::string kPlain = "C0A80007 00000000 00000000 00000000 0000000D No attributes ";
+const std::string kNoExt = "00000000 00000000 00000000 00000000 00000000 00000000 00000000 ";
+
+class Commands : public testing::Test {
+protected:
+    std::string ask(std::string_view request) { return kvosim::answer(context, request); }
+
+    kvosim::Plant plant = kvosim::parsePlant(kSmallPlant, "plant");
+    kvosim::Registry registry{std::nullopt};
+    kvosim::ServiceContext context{.plant = plant, .registry = registry};
+};
+
+struct Row : kvosim_test::NamedRow {
+    std::string request;
+    std::string reply;
+};
+
+class OneCommand : public Commands, public testing::WithParamInterface<Row> {};
+
+TEST_P(OneCommand, IsAnswered) { EXPECT_THAT(ask(GetParam().request), Eq(GetParam().reply)); }
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, OneCommand,
+    testing::Values(
+        Row{"version", "getVersion", "V09.08"}, Row{"debug_level", "getDebugLevel", "DEBUG_LEVEL_NONE"},
+        Row{"set_debug_level_none", "setDebugLevel=DEBUG_LEVEL_NONE", "ok"},
+        Row{"set_debug_level_i", "setDebugLevel=DEBUG_LEVEL_I", "ok"},
+        Row{"set_debug_level_ii", "setDebugLevel=DEBUG_LEVEL_II", "ok"},
+        Row{"set_debug_level_iii", "setDebugLevel=DEBUG_LEVEL_III", "failed"},
+        Row{"set_debug_level_number", "setDebugLevel=1", "failed"}, Row{"set_debug_level_empty", "setDebugLevel=", "failed"},
+        Row{"set_debug_level_bare", "setDebugLevel", "failed"}, Row{"init_complete", "isInitComplete", "yes"},
+        Row{"lock", "lockKVORegData", "ok"}, Row{"unlock_unheld", "unlockKVORegData", "failed"},
+        Row{"kill", "killDaemon", "ok"}, Row{"backlight_off", "setBacklight=0", "ok"},
+        Row{"backlight_on", "setBacklight=1", "ok"}, Row{"backlight_two", "setBacklight=2", "failed"},
+        Row{"backlight_padded", "setBacklight=01", "failed"}, Row{"backlight_empty", "setBacklight=", "failed"},
+        Row{"backlight_blank", "setBacklight 1", "failed"}, Row{"dark", "setBrightness=0 0A000005", "ok"},
+        Row{"bright", "setBrightness=1 0A000006", "ok"}, Row{"brightness_two", "setBrightness=2 0A000005", "failed"},
+        Row{"brightness_unknown_station", "setBrightness=1 0A0000FF", "failed"},
+        Row{"brightness_no_station", "setBrightness=1", "failed"},
+        Row{"brightness_no_value", "setBrightness=0A000005", "failed"},
+        Row{"brightness_lower_case_station", "setBrightness=1 0a000005", "failed"},
+        Row{"brightness_short_station", "setBrightness=1 A000005", "failed"},
+        Row{"brightness_long_station", "setBrightness=1 00A000005", "failed"},
+        Row{"brightness_no_blank", "setBrightness=10A000005", "failed"},
+        Row{"brightness_two_blanks", "setBrightness=1  0A000005", "failed"}, Row{"count", "getCountElemDL", "3"},
+        Row{"count_ext", "getCountElemDL_Ex", "3"}, Row{"list", "getDLV2 3", "00000003 " + kLathe + kMill + kPlain},
+        Row{"list_beyond_capacity", "getDLV2 0", "00000003 " + kLathe + kMill + kPlain},
+        Row{"list_largest_capacity", "getDLV2 4294967295", "00000003 " + kLathe + kMill + kPlain},
+        Row{"list_too_large_capacity", "getDLV2 4294967296", "failed"}, Row{"list_no_capacity", "getDLV2 ", "failed"},
+        Row{"list_bare", "getDLV2", "failed"}, Row{"list_hexadecimal", "getDLV2 0x3", "failed"},
+        Row{"list_negative", "getDLV2 -1", "failed"}, Row{"list_trailing", "getDLV2 3 ", "failed"},
+        Row{"list_ext", "getDL_ExV2 3", "00000003 " + kLathe + kLatheExt + kMill + kNoExt + kPlain + kNoExt},
+        Row{"list_ext_bad_capacity", "getDL_ExV2 x", "failed"}, Row{"by_address", "getExDescByIP 0A000005", kLathe + kLatheExt},
+        Row{"by_unknown_address", "getExDescByIP 0A000004", "not found"},
+        Row{"by_short_address", "getExDescByIP A000005", "failed"}, Row{"by_dotted", "getExDescByIP 10.0.0.5", "failed"},
+        Row{"by_no_address", "getExDescByIP ", "failed"}, Row{"by_name", "getExDescByName Lathe 1", kLathe + kLatheExt},
+        Row{"by_utf8_name", "getExDescByName Fräse", kMill + kNoExt},
+        Row{"by_unknown_name", "getExDescByName Lathe 2", "not found"},
+        Row{"by_beginning_of_name", "getExDescByName Lathe", "not found"},
+        Row{"by_name_in_other_case", "getExDescByName lathe 1", "not found"},
+        Row{"by_name_with_more_blanks", "getExDescByName  Lathe 1", "not found"},
+        Row{"by_no_name", "getExDescByName ", "failed"}, Row{"by_bare_name", "getExDescByName", "failed"},
+        Row{"empty", "", "failed"}, Row{"unknown", "getVersions", "failed"}, Row{"cut", "getVersio", "failed"},
+        Row{"other_case", "getversion", "failed"}, Row{"leading_blank", " getVersion", "failed"},
+        Row{"trailing_blank", "getVersion ", "failed"}, Row{"with_value", "getVersion=1", "failed"},
+        Row{"only_separator", "=", "failed"}, Row{"nul", std::string("getVersion\0", 11), "failed"}),
+    kvosim_test::kNameOfRow);
+
+TEST_F(Commands, DebugLevelIsReadAsItWasSet)
+{
+    for (const std::string level : {"DEBUG_LEVEL_II", "DEBUG_LEVEL_I", "DEBUG_LEVEL_NONE"}) {
+        ask("setDebugLevel=" + level);
+        EXPECT_EQ(ask("getDebugLevel"), level);
+    }
+}
+
+TEST_F(Commands, RefusedValueChangesNothing)
+{
+    ask("setDebugLevel=DEBUG_LEVEL_I");
+    ask("setDebugLevel=DEBUG_LEVEL_III");
+    ask("setBacklight=2");
+    ask("setBrightness=7 0A000005");
+    EXPECT_EQ(ask("getDebugLevel"), "DEBUG_LEVEL_I");
+    EXPECT_EQ(plant.service.backlight, 1U);
+    EXPECT_EQ(plant.findPanel(0x0A000005)->brightness, 1U);
+}
+
+TEST_F(Commands, BacklightIsThePanelsOwn)
+{
+    ask("setBacklight=0");
+    EXPECT_EQ(plant.service.backlight, 0U);
+    ask("setBacklight=1");
+    EXPECT_EQ(plant.service.backlight, 1U);
+}
+
+TEST_F(Commands, BrightnessIsOneStationsAlone)
+{
+    ask("setBrightness=0 0A000005");
+    ask("setBrightness=1 0A000006");
+    EXPECT_EQ(plant.findPanel(0x0A000005)->brightness, 0U);
+    EXPECT_EQ(plant.findPanel(0x0A000006)->brightness, 1U);
+    EXPECT_EQ(plant.findPanel(0xC0A80007)->brightness, 1U);
+}
+
+TEST_F(Commands, LockIsBusyUntilItIsGivenBack)
+{
+    EXPECT_EQ(ask("lockKVORegData"), "ok");
+    EXPECT_EQ(ask("lockKVORegData"), "busy");
+    EXPECT_EQ(ask("lockKVORegData"), "busy");
+    EXPECT_EQ(ask("unlockKVORegData"), "ok");
+    EXPECT_EQ(ask("unlockKVORegData"), "failed");
+    EXPECT_EQ(ask("lockKVORegData"), "ok");
+}
+
+TEST_F(Commands, RegistryPathEndsWithASlash)
+{
+    EXPECT_EQ(ask("getregistrypath"), registry.path());
+    EXPECT_TRUE(ask("getregistrypath").ends_with('/'));
+}
+
+TEST_F(Commands, InitIsCompleteAfterItsTime)
+{
+    plant.service.initTime = std::chrono::milliseconds(60'000);
+    EXPECT_EQ(ask("isInitComplete"), "no");
+    context.started -= std::chrono::milliseconds(59'000);
+    EXPECT_EQ(ask("isInitComplete"), "no");
+    context.started -= std::chrono::milliseconds(1'000);
+    EXPECT_EQ(ask("isInitComplete"), "yes");
+}
+
+TEST_F(Commands, OnlyKillDaemonEndsTheService)
+{
+    ask("getVersion");
+    EXPECT_FALSE(context.ending);
+    ask("killDaemon");
+    EXPECT_TRUE(context.ending);
+}
+
+TEST_F(Commands, EmptyPlantHasEmptyLists)
+{
+    plant = kvosim::parsePlant("", "plant");
+    EXPECT_EQ(ask("getCountElemDL"), "0");
+    EXPECT_EQ(ask("getDLV2 0"), "00000000 ");
+    EXPECT_EQ(ask("getDL_ExV2 0"), "00000000 ");
+    EXPECT_EQ(ask("getExDescByIP 0A000005"), "not found");
+}
+
+}  // namespace

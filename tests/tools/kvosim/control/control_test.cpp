@@ -1,0 +1,244 @@
+// The control socket: what it tells, what it changes, what it refuses, and who may use it.
+#include "kvosim/control/control.h"
+
+#include "kvosim/plant/station_keys.h"
+#include "tools/kvosim/support/client.h"
+#include "tools/kvosim/support/named_row.h"
+#include "tools/kvosim/support/running_service.h"
+#include "tools/kvosim/support/temporary_directory.h"
+
+#include <gmock/gmock.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+namespace {
+
+using kvosim::askSimulator;
+using kvosim::Json;
+using kvosim_test::exchange;
+using kvosim_test::RunningService;
+using testing::HasSubstr;
+using testing::ThrowsMessage;
+
+Json askFor(const std::string &station, const Json &settings)
+{
+    return askSimulator({{"do", "station"}, {"station", station}, {"set", settings}});
+}
+
+TEST(Control, TellsHowTheSimulatorIs)
+{
+    const RunningService service;
+    exchange("getVersion\n");
+    exchange("lockKVORegData\n");
+    exchange("activateMe=0A000005\n");
+    askSimulator({{"do", "fault.add"}, {"kind", "close"}});
+    const Json status = askSimulator({{"do", "status"}});
+    EXPECT_EQ(status["process"], getpid());
+    EXPECT_GE(status["uptime_ms"], 0);
+    EXPECT_EQ(status["stations"], 3);
+    EXPECT_EQ(status["exchanges"], 3) << "those of the command socket alone";
+    EXPECT_EQ(status["registry_locked"], true);
+    EXPECT_EQ(status["focus"], "10.0.0.5 Lathe 1");
+    EXPECT_EQ(status["usb_lock_address"], "none");
+    EXPECT_EQ(status["faults"], 1);
+    EXPECT_EQ(status["usb_events_activated"], false);
+    EXPECT_EQ(status["usb_devices"], 0);
+    EXPECT_EQ(status["event_listeners"], 0);
+    EXPECT_EQ(status["remote_sessions"], 0);
+    exchange("activateUSBEvents\n");
+    EXPECT_EQ(askSimulator({{"do", "status"}})["usb_events_activated"], true);
+}
+
+TEST(Control, ShowsEveryKeyOfAStation)
+{
+    const RunningService service;
+    const Json station = askSimulator({{"do", "station"}, {"station", "10.0.0.5"}});
+    EXPECT_EQ(station["address"], "10.0.0.5");
+    EXPECT_EQ(station["name"], "Lathe 1");
+    EXPECT_EQ(station["ext"].dump(), "[11,12,13,14,15,16,17]");
+    EXPECT_EQ(station["attr2"], 2);
+    EXPECT_EQ(station["dpi"], "none");
+    EXPECT_EQ(station["rebooting"], false);
+    EXPECT_EQ(station.size(), kvosim::stationKeys().size() + 4);
+    EXPECT_EQ(askSimulator({{"do", "station"}, {"station", "Fräse"}})["address"], "10.0.0.6");
+}
+
+TEST(Control, ChangesWhatClientsSee)
+{
+    const RunningService service;
+    EXPECT_EQ(askFor("Lathe 1", {{"mcp_address", "0x0C"}, {"viewer", "nc1:3"}, {"attr1", "4294967295"}})["mcp_address"], 12);
+    EXPECT_EQ(exchange("getMCPAddress=0A000005\n"), "mcpaddr=12\n");
+    EXPECT_EQ(exchange("getCurServer=0A000005\n"), "vncserver=nc1:3\n");
+    EXPECT_THAT(exchange("getDLV2 3\n"), HasSubstr("0A000005 FFFFFFFF 00000002"));
+    std::string path = exchange("getregistrypath\n");
+    path.pop_back();
+    EXPECT_THAT(kvosim_test::contentsOf(path + "kvo_hws/currkvos.reg"), HasSubstr("\"Lathe 1\" 10.0.0.5 -1x2:3"));
+}
+
+TEST(Control, EveryValueThatIsShownCanBeSet)
+{
+    const RunningService service;
+    Json station = askSimulator({{"do", "station"}, {"station", "10.0.0.5"}});
+    for (const char *fixed : {"address", "name", "ext", "rebooting"}) {
+        station.erase(fixed);
+    }
+    const Json again = askFor("10.0.0.5", station);
+    for (const auto &[key, value] : station.items()) {
+        EXPECT_EQ(again[key], value) << key;
+    }
+}
+
+TEST(Control, SetsAllValuesOrNone)
+{
+    const RunningService service;
+    EXPECT_THAT(
+        [] {
+            askFor("10.0.0.5", {{"mcp_address", 9}, {"attr1", 9}, {"backlight", 2}});
+        },
+        ThrowsMessage<kvosim::Refused>("backlight: 2 is out of range; write 0 to 1"));
+    const Json station = askSimulator({{"do", "station"}, {"station", "10.0.0.5"}});
+    EXPECT_EQ(station["mcp_address"], 0);
+    EXPECT_EQ(station["attr1"], 1);
+}
+
+struct Refusal : kvosim_test::NamedRow {
+    std::string request;
+    std::string error;
+};
+
+class ControlRefuses : public testing::TestWithParam<Refusal> {};
+
+TEST_P(ControlRefuses, AndSaysWhy)
+{
+    const RunningService service;
+    const Json reply = Json::parse(exchange(GetParam().request + '\n', kvosim::kControlSocket));
+    EXPECT_THAT(reply.at("error").get<std::string>(), HasSubstr(GetParam().error));
+    EXPECT_EQ(askSimulator({{"do", "fault.list"}}).dump(), "{\"faults\":[]}");
+}
+
+const std::string kSetOf5 = R"({"do": "station", "station": "10.0.0.5", "set": )";
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, ControlRefuses,
+    testing::Values(
+        Refusal{"no_json", "status", "parse error"}, Refusal{"empty", "", "parse error"}, Refusal{"no_object", "[1]", "type"},
+        Refusal{"nothing_to_do", "{}", "'do' not found"},
+        Refusal{"unknown", R"({"do": "stop"})", "\"do\": \"stop\" is none of"},
+        Refusal{"station_missing", R"({"do": "station"})", "'station' not found"},
+        Refusal{"station_unknown", R"({"do": "station", "station": "10.0.0.9"})",
+                "no station has the address or the name \"10.0.0.9\""},
+        Refusal{"key_unknown", kSetOf5 + R"({"brihgtness": 1}})", "brihgtness: is no key that can be set"},
+        Refusal{"key_fixed", kSetOf5 + R"({"name": "B"}})", "address, name and ext are fixed"},
+        Refusal{"number_wanted", kSetOf5 + R"({"dpi": "many"}})",
+                "dpi: is no whole number; write 0 to 2147483647, or \"none\""},
+        Refusal{"number_empty", kSetOf5 + R"({"dpi": ""}})", "dpi: is no whole number"},
+        Refusal{"number_negative_hex", kSetOf5 + R"({"nonlinear": "0x-1"}})", "nonlinear: is no whole number"},
+        Refusal{"text_wanted", kSetOf5 + R"({"viewer": 1}})", "viewer: is no text"},
+        Refusal{"fault_kind_missing", R"({"do": "fault.add"})", "'kind' not found"},
+        Refusal{"fault_kind", R"({"do": "fault.add", "kind": "late"})", "kind: \"late\" is no fault"},
+        Refusal{"fault_command", R"({"do": "fault.add", "kind": "close", "command": "reboot="})",
+                "command: \"reboot=\" is no command"},
+        Refusal{"fault_negative", R"({"do": "fault.add", "kind": "close", "times": -1})", "times: is no whole number"},
+        Refusal{"fault_text", R"({"do": "fault.add", "kind": "close", "after": "1"})", "after: is no whole number"}),
+    kvosim_test::kNameOfRow);
+
+TEST(Control, AddsListsAndClearsFaults)
+{
+    const RunningService service;
+    askSimulator({{"do", "fault.add"}, {"kind", "failed"}, {"command", "getVersion"}, {"after", 1}, {"times", 1}});
+    askSimulator({{"do", "fault.add"}, {"kind", "delay"}, {"command", "reboot"}});
+    EXPECT_EQ(exchange("getVersion\n"), "V09.08\n");
+    EXPECT_EQ(exchange("getVersion\n"), "failed\n");
+    EXPECT_EQ(exchange("getVersion\n"), "V09.08\n");
+    EXPECT_EQ(askSimulator({{"do", "fault.list"}}).dump(),
+              R"({"faults":[{"command":"getVersion","kind":"failed","after":1,"times":1,"struck":1},)"
+              R"({"command":"reboot","kind":"delay","after":0,"times":0,"struck":0,"delay_ms":1000}]})");
+    EXPECT_EQ(askSimulator({{"do", "fault.clear"}}).dump(), R"({"faults":[]})");
+}
+
+TEST(Control, FaultsDoNotReachIt)
+{
+    const RunningService service;
+    askSimulator({{"do", "fault.add"}, {"kind", "silent"}});
+    EXPECT_EQ(askSimulator({{"do", "status"}})["faults"], 1);
+}
+
+TEST(Control, IsThisUsersAlone)
+{
+    const RunningService service;
+    struct stat status {};
+    ASSERT_EQ(stat(kvosim::kControlSocket, &status), 0);
+    EXPECT_EQ(status.st_mode & 07777U, 0600U);
+    ASSERT_EQ(stat(kvosim_test::kCommandSocket, &status), 0);
+    EXPECT_NE(status.st_mode & 0200U, 0U);
+}
+
+/// Who may connect to a socket.
+mode_t modeOf(const char *path)
+{
+    struct stat status {};
+    EXPECT_EQ(stat(path, &status), 0) << path;
+    return status.st_mode & 07777U;
+}
+
+TEST(Control, TheServicesOwnSocketsAreOpenedAsWideAsTheyAreTold)
+{
+    for (const mode_t mode : {mode_t{0600}, mode_t{0660}, mode_t{0666}}) {
+        const mode_t before = umask(022);
+        const RunningService service(kvosim_test::kSmallPlant, {.socketMode = mode});
+        umask(before);
+        EXPECT_EQ(modeOf(kvosim_test::kCommandSocket), mode);
+        EXPECT_EQ(modeOf("/tmp/kvo_hws/event_sock"), mode);
+        EXPECT_EQ(modeOf(kvosim::kControlSocket), mode_t{0600});
+    }
+}
+
+TEST(Control, WithoutBeingToldTheyAreForThisUserAlone)
+{
+    for (const mode_t mask : {mode_t{0}, mode_t{022}, mode_t{077}}) {
+        const mode_t before = umask(mask);
+        const RunningService service;
+        umask(before);
+        EXPECT_EQ(modeOf(kvosim_test::kCommandSocket), mode_t{0600});
+        EXPECT_EQ(modeOf("/tmp/kvo_hws/event_sock"), mode_t{0600});
+        EXPECT_EQ(modeOf(kvosim::kControlSocket), mode_t{0600});
+    }
+}
+
+TEST(Control, GoesWithTheService)
+{
+    RunningService service;
+    exchange("killDaemon\n");
+    service.join();
+    EXPECT_FALSE(std::filesystem::exists(kvosim::kControlSocket));
+    EXPECT_THROW(askSimulator({{"do", "status"}}), kvosim::NoSimulator);
+}
+
+TEST(Control, NobodyAtTheSocketIsNoSimulator)
+{
+    EXPECT_THROW(askSimulator({{"do", "status"}}), kvosim::NoSimulator);
+    const kvosim_test::TemporaryDirectory directory;
+    const std::string path = directory / "stale";
+    {
+        const kvosim::Descriptor socket(::socket(AF_UNIX, SOCK_STREAM, 0));
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        path.copy(address.sun_path, sizeof address.sun_path - 1);
+        ASSERT_EQ(bind(socket.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+    }
+    EXPECT_THAT(
+        [&] {
+            askSimulator({{"do", "status"}}, path);
+        },
+        ThrowsMessage<kvosim::NoSimulator>(HasSubstr("nobody listens at " + path)));
+}
+
+TEST(Control, NamesThatAreNoUtf8AreTold)
+{
+    const RunningService service;
+    exchange("setStatusline=0A000005,1,2,\xFF\n");
+    EXPECT_EQ(askSimulator({{"do", "station"}, {"station", "10.0.0.5"}})["status_line"], "\uFFFD");
+}
+
+}  // namespace

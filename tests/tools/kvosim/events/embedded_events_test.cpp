@@ -1,0 +1,221 @@
+// Events of embedded stations: who gets them, which texts are events, and what becomes of listeners that do not read.
+#include "kvosim/events/embedded_events.h"
+
+#include "kvosim/control/control.h"
+#include "kvosim/control/event_control.h"
+#include "tools/kvosim/support/client.h"
+#include "tools/kvosim/support/named_row.h"
+#include "tools/kvosim/support/running_service.h"
+
+#include <gmock/gmock.h>
+
+#include <kvo_hws/agent.h>
+
+#include <filesystem>
+#include <mutex>
+#include <thread>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+using kvosim::askSimulator;
+using kvosim::Json;
+using kvosim::Refused;
+using kvosim_test::Client;
+using kvosim_test::RunningService;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::ThrowsMessage;
+
+constexpr const char *kEventSocket = "/tmp/kvo_hws/event_sock";
+
+std::size_t publish(const std::string &text, bool asIs = false)
+{
+    return askSimulator({{"do", "event"}, {"text", text}, {"as_is", asIs}})["listeners"].get<std::size_t>();
+}
+
+/// Waits until so many listen.
+bool listenersBecome(std::size_t count)
+{
+    for (int i = 0; i < 500; ++i) {
+        if (askSimulator({{"do", "status"}})["event_listeners"] == count) {
+            return true;
+        }
+        std::this_thread::sleep_for(10ms);
+    }
+    return false;
+}
+
+std::string receive(const Client &client, std::size_t size)
+{
+    std::string text(size, '\0');
+    const ssize_t count = recv(client.get(), text.data(), size, MSG_WAITALL);
+    text.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
+    return text;
+}
+
+TEST(EmbeddedEvents, GoToEveryListener)
+{
+    const RunningService service;
+    EXPECT_EQ(publish("key, F1"), 0U);
+    const Client first(kEventSocket);
+    const Client second(kEventSocket);
+    ASSERT_TRUE(listenersBecome(2));
+    EXPECT_EQ(publish("key, F2"), 2U);
+    EXPECT_EQ(receive(first, 8), "key, F2\n");
+    EXPECT_EQ(receive(second, 8), "key, F2\n");
+}
+
+TEST(EmbeddedEvents, AListenerThatHasGoneIsNotCounted)
+{
+    const RunningService service;
+    const Client first(kEventSocket);
+    {
+        const Client second(kEventSocket);
+        ASSERT_TRUE(listenersBecome(2));
+    }
+    EXPECT_EQ(publish("key, F1"), 1U) << "also when its end has not been read yet";
+    EXPECT_TRUE(listenersBecome(1));
+}
+
+TEST(EmbeddedEvents, WhatAListenerSaysIsNotHeard)
+{
+    const RunningService service;
+    const Client listener(kEventSocket);
+    ASSERT_TRUE(listenersBecome(1));
+    listener.send(std::string(100'000, 'x'));
+    EXPECT_EQ(publish("key, F1"), 1U);
+    EXPECT_EQ(receive(listener, 8), "key, F1\n");
+}
+
+TEST(EmbeddedEvents, AListenerThatDoesNotReadIsDropped)
+{
+    const RunningService service;
+    const Client idle(kEventSocket);
+    const Client reader(kEventSocket);
+    ASSERT_TRUE(listenersBecome(2));
+    const std::string text = "a, " + std::string(4000, 'x');
+    std::size_t listeners = 2;
+    std::size_t published = 0;
+    for (; published < 1000 && listeners == 2; ++published) {
+        listeners = publish(text);
+        EXPECT_EQ(receive(reader, text.size() + 1), text + '\n');
+    }
+    EXPECT_EQ(listeners, 1U);
+    EXPECT_GT(published * text.size(), kvosim::EmbeddedEvents::kMostUnread);
+    EXPECT_EQ(publish("key, F1"), 1U);
+    EXPECT_EQ(receive(reader, 8), "key, F1\n");
+    EXPECT_THAT(idle.receiveAll(), testing::Not(testing::EndsWith("(nothing more came)"))) << "it finds the end";
+}
+
+TEST(EmbeddedEvents, TheSocketIsGoneAtTheEnd)
+{
+    RunningService service;
+    const Client listener(kEventSocket);
+    ASSERT_TRUE(listenersBecome(1));
+    EXPECT_TRUE(std::filesystem::exists(kEventSocket));
+    EXPECT_EQ(kvosim_test::exchange("killDaemon\n"), "ok\n");
+    EXPECT_EQ(listener.receiveAll(), "");
+    service.join();
+    EXPECT_FALSE(std::filesystem::exists(kEventSocket));
+}
+
+TEST(EmbeddedEvents, AliveComesByItself)
+{
+    kvosim::ServiceOptions options;
+    options.alive = 1s;
+    const RunningService service(kvosim_test::kSmallPlant, options);
+    const Client listener(kEventSocket);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(receive(listener, 14), "Alive?\nAlive?\n");
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 1s);
+}
+
+TEST(EmbeddedEvents, AliveDoesNotComeByItselfWhereItIsNotWanted)
+{
+    const RunningService service;
+    const Client listener(kEventSocket);
+    EXPECT_EQ(listener.receiveAll(1200ms), "(nothing more came)");
+    EXPECT_EQ(publish("Alive?"), 1U);
+    EXPECT_EQ(receive(listener, 7), "Alive?\n");
+}
+
+// ---- Texts ----
+
+struct Row : kvosim_test::NamedRow {
+    std::string text;
+    std::string mistake;  ///< empty: it is an event
+    bool never = false;   ///< not even as it is
+};
+
+class EventText : public testing::TestWithParam<Row> {};
+
+TEST_P(EventText, IsJudged)
+{
+    const RunningService service;
+    const Row &row = GetParam();
+    const auto sending = [&row](bool asIs) { return [&row, asIs] { publish(row.text, asIs); }; };
+    if (row.mistake.empty()) {
+        EXPECT_EQ(publish(row.text), 0U);
+        return;
+    }
+    EXPECT_THAT(sending(false), ThrowsMessage<Refused>(HasSubstr(row.mistake)));
+    if (row.never) {
+        EXPECT_THAT(sending(true), ThrowsMessage<Refused>(HasSubstr(row.mistake)));
+    } else {
+        EXPECT_EQ(publish(row.text, true), 0U);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, EventText,
+    testing::Values(Row{{"usual"}, "key, F1", ""}, Row{{"alive"}, "Alive?", ""}, Row{{"no_data"}, "key, ", ""},
+                    Row{{"name_of_19"}, std::string(19, 'n') + ", x", ""}, Row{{"more_commas"}, "key, a, b", ""},
+                    Row{{"longest"}, "a, " + std::string(4093, 'x'), ""}, Row{{"no_comma"}, "key", "the event has no comma"},
+                    Row{{"nothing"}, "", "the event has no comma"},
+                    Row{{"alive_and_more"}, "Alive?!", "the event has no comma"},
+                    Row{{"name_of_20"}, std::string(20, 'n') + ", x", "the event's name has 20 bytes, its receivers drop it"},
+                    Row{{"no_name"}, ", x", "the event's name has 0 bytes"},
+                    Row{{"no_blank"}, "key,F1", "there is no blank behind the event's comma"},
+                    Row{{"ends_with_comma"}, "key,", "there is no blank behind the event's comma"},
+                    Row{{"line_end"}, "key, a\nb", "the event holds a line end or a zero", true},
+                    Row{{"carriage_return"}, "key, a\r", "the event holds a line end or a zero", true},
+                    Row{{"zero"}, std::string("key, a\0b", 8), "the event holds a line end or a zero", true},
+                    Row{{"too_long"}, "a, " + std::string(4094, 'x'), "the event has 4097 bytes; write at most 4096", true}),
+    kvosim_test::kNameOfRow);
+
+// ---- The library's listener ----
+
+std::mutex mutex;
+std::vector<std::string> received;
+
+void take(const char *name, const char *data)
+{
+    const std::lock_guard lock(mutex);
+    received.push_back(std::string(name) + '|' + data);
+}
+
+TEST(EmbeddedEvents, ReachTheLibrary)
+{
+    const RunningService service;
+    ASSERT_EQ(KVO_HWS_activateEmbKvoEvents(take), 1);
+    ASSERT_TRUE(listenersBecome(1));
+    for (const char *text : {"key, F1", "Alive?", "screen, 3, on", "empty, "}) {
+        EXPECT_EQ(publish(text), 1U);
+    }
+    EXPECT_EQ(publish("no comma", true), 1U) << "is dropped by its receiver";
+    EXPECT_EQ(publish("last, x"), 1U);
+    for (int i = 0; i < 500; ++i) {
+        const std::lock_guard lock(mutex);
+        if (!received.empty() && received.back() == "last|x") {
+            break;
+        }
+        std::this_thread::sleep_for(5ms);
+    }
+    EXPECT_EQ(KVO_HWS_deactivateEmbKvoEvents(), 1);
+    const std::lock_guard lock(mutex);
+    EXPECT_THAT(received, ElementsAre("key|F1", "screen|3, on", "empty|", "last|x"));
+}
+
+}  // namespace

@@ -1,0 +1,392 @@
+// USB events from the control socket to the program that has them: what it is sent, byte by byte, when, and what the one who
+// asked for the event is told, also when the receiver is slow, silent, or gone.
+#include "kvosim/control/control.h"
+#include "tools/kvosim/support/client.h"
+#include "tools/kvosim/support/named_row.h"
+#include "tools/kvosim/support/running_service.h"
+
+#include "support/own_thread.h"
+#include "support/scripted_service.h"
+#include "support/usb_events.h"
+
+#include <kvo_hws/kvo_hws.h>
+
+#include <gmock/gmock.h>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+using kvosim::askSimulator;
+using kvosim::Clock;
+using kvosim::Json;
+using kvosim_test::Client;
+using kvosim_test::exchange;
+using kvosim_test::kSmallPlant;
+using kvosim_test::RunningService;
+using support::kUsbSocket;
+using support::replies;
+using support::ScriptedService;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+using testing::ThrowsMessage;
+
+constexpr auto kAnswerTime = 4s;  // for so long an event waits for its receiver's answer
+
+Json ask(const std::string &action, const std::string &station, const Json &more = Json::object())
+{
+    Json request{{"do", "usb." + action}, {"station", station}};
+    request.update(more);
+    return askSimulator(request, kvosim::kControlSocket, 60s);
+}
+
+Json plug(const std::string &station, const Json &device = Json::object())
+{
+    return ask("plug", station, {{"device", device}});
+}
+
+void activate() { EXPECT_EQ(exchange("activateUSBEvents\n"), "ok\n"); }
+
+std::size_t pluggedIn() { return askSimulator({{"do", "status"}})["usb_devices"].get<std::size_t>(); }
+
+// ---- What is sent ----
+
+TEST(UsbEvents, AreDeliveredByteByByte)
+{
+    const RunningService service;
+    const ScriptedService receiver({replies("ok")}, kUsbSocket);
+    activate();
+    const Json fields{{"ident2", "Portal mill"},
+                      {"ident3", "1-1.4"},
+                      {"text4", ""},
+                      {"no_text5", 1},
+                      {"text6", "Fräse"},
+                      {"text7", "x"},
+                      {"number1", 1},
+                      {"number2", "0xABCDEF"},
+                      {"id1", 2},
+                      {"id2", 3},
+                      {"bytes", "0102ff"},
+                      {"report", 1},
+                      {"text8", "too much"},
+                      {"number3", 0x1234}};
+    EXPECT_EQ(plug("10.0.0.5", fields)["delivery"], "delivered");
+    EXPECT_EQ(ask("state", "Lathe 1", {{"device", "1-1.4"}, {"state", 16}})["delivery"], "delivered");
+    EXPECT_EQ(ask("refuse", "192.168.0.7", {{"device", fields}})["delivery"], "delivered");
+    EXPECT_EQ(ask("unplug", "10.0.0.5", {{"device", "Portal mill"}})["delivery"], "delivered");
+
+    const std::string empty = "?$?\xA7?eEmMpPtTyY!\xA7!$!";
+    std::string zeros;
+    for (int i = 0; i < 61; ++i) {
+        zeros += "00 ";
+    }
+    EXPECT_THAT(receiver.requests(), ElementsAre("newUSBdevice*10.0.0.5*Portal mill*1-1.4*" + empty + "*" + empty +
+                                                     "*Fräse*x*00000001*00ABCDEF*08000000*0002*0003*01 02 FF " + zeros + "*\n",
+                                                 "changeStateUSBdevice*10.0.0.5*Portal mill*1-1.4*00000010*\n",
+                                                 "ignoreUSBdevice*192.168.0.7*Portal mill*1-1.4*" + empty + "*" + empty +
+                                                     "*too much*00000001*00ABCDEF*1234*\n",
+                                                 "removeUSBdevice*10.0.0.5*Portal mill*1-1.4*\n"));
+}
+
+TEST(UsbEvents, GoOutBetweenActivationAndDeactivation)
+{
+    const RunningService service;
+    const ScriptedService receiver({replies("ok")}, kUsbSocket);
+    EXPECT_EQ(plug("10.0.0.5")["delivery"], "not activated");
+    activate();
+    EXPECT_EQ(plug("10.0.0.5")["delivery"], "delivered");
+    EXPECT_EQ(exchange("deactivateUSBEvents\n"), "ok\n");
+    EXPECT_EQ(plug("10.0.0.5")["delivery"], "not activated");
+    EXPECT_EQ(ask("refuse", "10.0.0.5")["delivery"], "not activated");
+    EXPECT_THAT(receiver.requests(), ElementsAre(StartsWith("newUSBdevice*10.0.0.5*usb2*1-1.2*")));
+    EXPECT_EQ(pluggedIn(), 3U) << "what is plugged in does not depend on whom it is told";
+}
+
+TEST(UsbEvents, ChangeThePortsWhereNobodyListens)
+{
+    const RunningService service;
+    activate();
+    EXPECT_EQ(plug("10.0.0.5")["delivery"], "nobody listens");
+    EXPECT_EQ(exchange("getUsbConnectorListOne=0A000005\n"), "usb-connector-list-one=1-1.1:usb1\n");
+    support::leaveStaleSocket(kUsbSocket);
+    EXPECT_EQ(ask("unplug", "10.0.0.5", {{"device", "usb1"}})["delivery"], "nobody listens");
+    EXPECT_EQ(pluggedIn(), 0U);
+}
+
+TEST(UsbEvents, AreDeliveredWhateverTheReceiverAnswers)
+{
+    const RunningService service;
+    const ScriptedService receiver(
+        {replies("failed"), replies(""), support::closesAfterRequest(), support::sends("no line end")}, kUsbSocket);
+    activate();
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(plug("10.0.0.5")["delivery"], "delivered");
+    }
+    EXPECT_EQ(receiver.requests().size(), 4U);
+}
+
+TEST(UsbEvents, TellWhatHappened)
+{
+    const RunningService service;
+    EXPECT_EQ(plug("Lathe 1").dump(),
+              R"({"event":"plugged","station":"10.0.0.5","name":"Lathe 1","ident2":"usb1","ident3":"1-1.1","state":0,)"
+              R"("delivery":"not activated"})");
+    EXPECT_EQ(ask("state", "10.0.0.5", {{"device", "usb1"}, {"state", "0x10"}})["state"], 16);
+    EXPECT_EQ(ask("unplug", "10.0.0.5", {{"device", "usb1"}})["event"], "removed");
+    EXPECT_EQ(ask("refuse", "10.0.0.5").contains("usb_lock"), false);
+}
+
+TEST(UsbEvents, OfALockedStationAreRefusals)
+{
+    const RunningService service;
+    const ScriptedService receiver({replies("ok")}, kUsbSocket);
+    activate();
+    askSimulator({{"do", "station"}, {"station", "10.0.0.6"}, {"set", {{"usb_lock", "1:0"}}}});
+    const Json reply = plug("10.0.0.6");
+    EXPECT_EQ(reply["event"], "refused");
+    EXPECT_EQ(reply["usb_lock"], "1:0");
+    EXPECT_EQ(reply["delivery"], "delivered");
+    EXPECT_EQ(plug("10.0.0.6", {{"text8", "my own"}})["event"], "refused");
+    EXPECT_THAT(receiver.requests(),
+                ElementsAre("ignoreUSBdevice*10.0.0.6*usb1*1-1.1*Simulated device*1.00*USB lock*00000000*00000000*0000*\n",
+                            "ignoreUSBdevice*10.0.0.6*usb1*1-1.1*Simulated device*1.00*my own*00000000*00000000*0000*\n"));
+    EXPECT_EQ(pluggedIn(), 0U);
+    EXPECT_EQ(exchange("getUsbConnectorListOne=0A000006\n"), "usb-connector-list-one=\n");
+}
+
+TEST(UsbEvents, AreListedWithAllFields)
+{
+    const RunningService service;
+    plug("10.0.0.6", {{"text4", "a"}, {"bytes", "01"}});
+    plug("10.0.0.5", {{"report", 1}, {"state", 3}});
+    const Json all = askSimulator({{"do", "usb.list"}})["devices"];
+    ASSERT_EQ(all.size(), 2U);
+    EXPECT_EQ(
+        all[0].dump(),
+        R"({"station":"10.0.0.5","name":"Lathe 1","ident2":"usb1","ident3":"1-1.1","text4":"Simulated device",)"
+        R"("text5":"1.00","no_text5":0,"text6":"kvosim","text7":"Memory stick","text8":"refused","number1":0,"number2":0,)"
+        R"("number3":0,"id1":0,"id2":0,"state":3,"bytes":")" +
+            std::string(128, '0') + R"(","report":1})");
+    const Json one = askSimulator({{"do", "usb.list"}, {"station", "Fräse"}})["devices"];
+    ASSERT_EQ(one.size(), 1U);
+    EXPECT_EQ(one[0]["text4"], "a");
+}
+
+// ---- Refusals ----
+
+struct Refusal : kvosim_test::NamedRow {
+    std::string request;
+    std::string error;
+};
+
+class UsbRefuses : public testing::TestWithParam<Refusal> {};
+
+TEST_P(UsbRefuses, AndChangesAndTellsNothing)
+{
+    const RunningService service(R"toml(
+[[station]]
+address = "10.0.0.5"
+name = "A"
+[[station.usb_device]]
+)toml");
+    const ScriptedService receiver({replies("ok")}, kUsbSocket);
+    activate();
+    const Json before = askSimulator({{"do", "usb.list"}});
+    const Json reply = Json::parse(exchange(GetParam().request + '\n', kvosim::kControlSocket));
+    EXPECT_THAT(reply.at("error").get<std::string>(), HasSubstr(GetParam().error));
+    EXPECT_EQ(askSimulator({{"do", "usb.list"}}), before);
+    EXPECT_THAT(receiver.requests(), IsEmpty());
+}
+
+const std::string kPlugAt5 = R"({"do": "usb.plug", "station": "10.0.0.5", "device": )";
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, UsbRefuses,
+    testing::Values(
+        Refusal{"unknown_action", R"({"do": "usb.eject"})", "usb.plug, usb.refuse, usb.unplug, usb.state, usb.list, usb.storm"},
+        Refusal{"no_station", R"({"do": "usb.plug"})", "'station' not found"},
+        Refusal{"unknown_station", R"({"do": "usb.plug", "station": "10.0.0.9"})",
+                "no station has the address or the name \"10.0.0.9\""},
+        Refusal{"unknown_station_list", R"({"do": "usb.list", "station": "B"})", "no station has"},
+        Refusal{"unknown_field", kPlugAt5 + R"({"ipAddress": "1.2.3.4"}})", "ipAddress: is no field of a USB device"},
+        Refusal{"wrong_field", kPlugAt5 + R"({"text4": "a*b"}})", "text4: holds an asterisk"},
+        Refusal{"wrong_number", kPlugAt5 + R"({"id1": 65536}})", "id1: 65536 is out of range"},
+        Refusal{"no_number", kPlugAt5 + R"({"id1": true}})", "id1: is no whole number"},
+        Refusal{"no_object", kPlugAt5 + "5}", "device: is no object"},
+        Refusal{"plugged_already", kPlugAt5 + R"({"ident2": "usb1", "ident3": "1-1.1"}})", "is plugged in at 10.0.0.5 already"},
+        Refusal{"refuse_wrong_field", R"({"do": "usb.refuse", "station": "A", "device": {"number3": -1}})",
+                "number3: -1 is out"},
+        Refusal{"unplug_unknown", R"({"do": "usb.unplug", "station": "A", "device": "usb7"})",
+                "no device \"usb7\" at 10.0.0.5"},
+        Refusal{"unplug_none", R"({"do": "usb.unplug", "station": "A"})", "'device' not found"},
+        Refusal{"state_unknown", R"({"do": "usb.state", "station": "A", "device": "x", "state": 1})", "no device \"x\""},
+        Refusal{"state_none", R"({"do": "usb.state", "station": "A", "device": "usb1"})", "'state' not found"},
+        Refusal{"state_large", R"({"do": "usb.state", "station": "A", "device": "usb1", "state": "0x100000000"})",
+                "state: 4294967296 is out of range; write 0 to 0xFFFFFFFF"},
+        Refusal{"storm_no_events", R"({"do": "usb.storm"})", "count: 0 events make no storm"},
+        Refusal{"storm_rate", R"({"do": "usb.storm", "count": 1, "rate": 1000001})", "rate: 1000001 is out of range"},
+        Refusal{"storm_station", R"({"do": "usb.storm", "count": 1, "station": "B"})", "no station has"}),
+    kvosim_test::kNameOfRow);
+
+// ---- Receivers that take their time ----
+
+/// Runs kvosim's side and the library's in one process: the library's server has the events.
+class Activated {
+public:
+    explicit Activated(SendUsbEventV2 callback)
+    {
+        EXPECT_EQ(support::onOwnThread([callback] { return KVO_HWS_activateUSBEventsV2(callback); }), 1);
+        EXPECT_TRUE(support::eventually([] { return KVO_HWS_isUSBEventsActivated() == 1; }));
+    }
+    Activated(const Activated &) = delete;
+    Activated &operator=(const Activated &) = delete;
+    ~Activated()
+    {
+        EXPECT_EQ(support::onOwnThread([] { return KVO_HWS_closeUSBEvents(); }), 1);
+    }
+};
+
+TEST(UsbEvents, AreTakenByACallbackThatAsksTheService)
+{
+    const RunningService service;
+    const support::EventRecorder recorder([](const support::ToldEvent &event) {
+        uint32_t address = 77;
+        return event.code != USB_EVENT_NEW_DEVICE || (KVO_HWS_getMCPAddress(0x0A000005, &address) == 1 && address == 0) ? 0
+                                                                                                                        : -1;
+    });
+    const Activated activated(support::EventRecorder::newer);
+    const auto began = Clock::now();
+    EXPECT_EQ(plug("10.0.0.5")["delivery"], "delivered");
+    EXPECT_LT(Clock::now() - began, 2s) << "the service was to answer while it delivered";
+    EXPECT_THAT(recorder.codes(), ElementsAre(USB_EVENT_BEGIN, USB_EVENT_ACTIVATED, USB_EVENT_NEW_DEVICE));
+}
+
+TEST(UsbEvents, HoldNobodyUpWhileTheReceiverIsSilent)
+{
+    const RunningService service;
+    const ScriptedService receiver({support::staysSilent(6s)}, kUsbSocket);
+    activate();
+    const auto began = Clock::now();
+    const Client waiting(kvosim::kControlSocket);
+    waiting.send(R"({"do": "usb.plug", "station": "10.0.0.5"})"
+                 "\n");
+    ASSERT_TRUE(support::eventually([&] { return receiver.requests().size() == 1; }));
+    EXPECT_EQ(exchange("getVersion\n"), "V09.08\n");
+    EXPECT_EQ(pluggedIn(), 1U);
+    EXPECT_LT(Clock::now() - began, 2s);
+    EXPECT_THAT(waiting.receiveAll(20s), HasSubstr(R"("delivery":"delivered")")) << "a lost answer fails nothing";
+    EXPECT_GE(Clock::now() - began, kAnswerTime - 200ms);
+}
+
+TEST(UsbEvents, AreRefusedWhenTooManyWait)
+{
+    const RunningService service;
+    const ScriptedService receiver({support::staysSilent(6s)}, kUsbSocket);
+    activate();
+    std::vector<Client> waiting;
+    for (std::size_t i = 0; i < kvosim::Deliveries::kMost; ++i) {
+        waiting.emplace_back(kvosim::kControlSocket);
+        waiting.back().send(R"({"do": "usb.plug", "station": "10.0.0.5"})"
+                            "\n");
+    }
+    ASSERT_TRUE(support::eventually([] { return pluggedIn() == kvosim::Deliveries::kMost; }));
+    EXPECT_THAT([] { plug("10.0.0.6"); }, ThrowsMessage<kvosim::Refused>(StartsWith("as many as 32 USB events wait")));
+    EXPECT_EQ(pluggedIn(), kvosim::Deliveries::kMost) << "what is refused was not plugged in";
+    EXPECT_THAT(
+        [] {
+            askSimulator({{"do", "usb.storm"}, {"count", 1}});
+        },
+        ThrowsMessage<kvosim::Refused>(StartsWith("as many as 32")));
+    EXPECT_EQ(exchange("deactivateUSBEvents\n"), "ok\n");
+    EXPECT_EQ(plug("10.0.0.6")["delivery"], "not activated") << "what is told nobody needs no room";
+}
+
+TEST(UsbEvents, EndWithTheServiceWhileTheReceiverIsSilent)
+{
+    RunningService service;
+    const ScriptedService receiver({support::staysSilent(6s)}, kUsbSocket);
+    activate();
+    std::vector<Client> waiting;
+    for (int i = 0; i < 2; ++i) {
+        waiting.emplace_back(kvosim::kControlSocket);
+        waiting.back().send(R"({"do": "usb.plug", "station": "10.0.0.5"})"
+                            "\n");
+    }
+    ASSERT_TRUE(support::eventually([&] { return receiver.requests().size() == 1 && pluggedIn() == 2; }));
+    const auto began = Clock::now();
+    EXPECT_EQ(exchange("killDaemon\n"), "ok\n");
+    for (const Client &client : waiting) {
+        EXPECT_THAT(client.receiveAll(), HasSubstr(R"("delivery":"the simulator ends")"));
+    }
+    service.join();
+    EXPECT_LT(Clock::now() - began, 3s);
+}
+
+TEST(UsbEvents, ThatWaitAreNotSentAfterADeactivation)
+{
+    const RunningService service;
+    const ScriptedService receiver({support::staysSilent(1s)}, kUsbSocket);
+    activate();
+    std::vector<Client> waiting;
+    for (int i = 0; i < 3; ++i) {
+        waiting.emplace_back(kvosim::kControlSocket);
+        waiting.back().send(R"({"do": "usb.plug", "station": "10.0.0.5"})"
+                            "\n");
+    }
+    ASSERT_TRUE(support::eventually([&] { return receiver.requests().size() == 1 && pluggedIn() == 3; }));
+    EXPECT_EQ(exchange("deactivateUSBEvents\n"), "ok\n");
+    EXPECT_THAT(waiting[0].receiveAll(), HasSubstr(R"("delivery":"delivered")"));
+    EXPECT_THAT(waiting[1].receiveAll(), HasSubstr(R"("delivery":"not activated")"));
+    EXPECT_THAT(waiting[2].receiveAll(), HasSubstr(R"("delivery":"not activated")"));
+    EXPECT_EQ(receiver.requests().size(), 1U);
+    activate();
+    EXPECT_EQ(plug("10.0.0.5")["delivery"], "delivered") << "the next activation finds nothing left over";
+}
+
+TEST(UsbEvents, GoOnWhenTheOneWhoAskedHasGone)
+{
+    const RunningService service;
+    const ScriptedService receiver({support::answersWith([](const std::string &) {
+                                       std::this_thread::sleep_for(200ms);
+                                       return std::string("ok");
+                                   })},
+                                   kUsbSocket);
+    activate();
+    {
+        const Client gone(kvosim::kControlSocket);
+        gone.send(R"({"do": "usb.plug", "station": "10.0.0.5"})"
+                  "\n");
+        ASSERT_TRUE(support::eventually([&] { return receiver.requests().size() == 1; }));
+    }
+    EXPECT_EQ(plug("10.0.0.5")["delivery"], "delivered");
+    EXPECT_EQ(receiver.requests().size(), 2U);
+}
+
+// ---- Faults ----
+
+TEST(UsbEvents, CommandsFailOnPurposeLikeAllOthers)
+{
+    const RunningService service;
+    for (const char *command : {"activateUSBEvents", "deactivateUSBEvents", "isUSBEventsActivated"}) {
+        askSimulator({{"do", "fault.add"}, {"kind", "failed"}, {"command", command}, {"times", 1}});
+        EXPECT_EQ(exchange(std::string(command) + '\n'), "failed\n");
+    }
+    EXPECT_EQ(exchange("isUSBEventsActivated\n"), "no\n") << "what fails is not carried out";
+    askSimulator({{"do", "fault.add"}, {"kind", "close"}, {"command", "activateUSBEvents"}, {"times", 1}});
+    EXPECT_EQ(exchange("activateUSBEvents\n"), "");
+    EXPECT_EQ(exchange("isUSBEventsActivated\n"), "yes\n");
+}
+
+TEST(UsbEvents, FaultMakesAnActivationFail)
+{
+    const RunningService service;
+    askSimulator({{"do", "fault.add"}, {"kind", "failed"}, {"command", "activateUSBEvents"}});
+    const support::EventRecorder recorder;
+    EXPECT_EQ(support::onOwnThread([] { return KVO_HWS_activateUSBEventsV2(support::EventRecorder::newer); }), 1);
+    ASSERT_TRUE(recorder.waitFor(2));
+    EXPECT_THAT(recorder.codes(), ElementsAre(USB_EVENT_BEGIN, USB_EVENT_REFUSED));
+}
+
+}  // namespace

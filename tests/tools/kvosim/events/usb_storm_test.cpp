@@ -1,0 +1,208 @@
+// Storms of USB events: how many, how fast, in which order, and how they end.
+#include "kvosim/control/control.h"
+#include "tools/kvosim/support/client.h"
+#include "tools/kvosim/support/running_service.h"
+
+#include "support/scripted_service.h"
+#include "support/usb_events.h"
+
+#include <gmock/gmock.h>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+using kvosim::askSimulator;
+using kvosim::Clock;
+using kvosim::Json;
+using kvosim_test::Client;
+using kvosim_test::exchange;
+using kvosim_test::RunningService;
+using support::kUsbSocket;
+using support::replies;
+using support::ScriptedService;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
+using testing::ThrowsMessage;
+
+Json storm(const Json &order)
+{
+    Json request{{"do", "usb.storm"}};
+    request.update(order);
+    return askSimulator(request, kvosim::kControlSocket, 60s);
+}
+
+void activate() { EXPECT_EQ(exchange("activateUSBEvents\n"), "ok\n"); }
+
+std::size_t pluggedIn() { return askSimulator({{"do", "status"}})["usb_devices"].get<std::size_t>(); }
+
+TEST(UsbStorm, PlugsInAndRemovesAtAllStationsInTurn)
+{
+    const RunningService service;
+    const ScriptedService receiver({replies("ok")}, kUsbSocket);
+    activate();
+    const Json sums = storm({{"count", 8}});
+    EXPECT_EQ(sums["sent"], 8);
+    EXPECT_EQ(sums["delivered"], 8);
+    EXPECT_EQ(sums["failed"], 0);
+    EXPECT_EQ(sums["end"], "count");
+    const double seconds = sums["seconds"];
+    EXPECT_GT(seconds, 0);
+    EXPECT_NEAR(sums["events_per_second"].get<double>(), 8 / seconds, 0.1);
+    std::vector<std::string> beginnings;
+    for (const std::string &line : receiver.requests()) {
+        beginnings.push_back(line.substr(0, line.find("1-1.1")));
+    }
+    EXPECT_THAT(beginnings, ElementsAre("newUSBdevice*10.0.0.5*usb1*", "removeUSBdevice*10.0.0.5*usb1*",
+                                        "newUSBdevice*10.0.0.6*usb1*", "removeUSBdevice*10.0.0.6*usb1*",
+                                        "newUSBdevice*192.168.0.7*usb1*", "removeUSBdevice*192.168.0.7*usb1*",
+                                        "newUSBdevice*10.0.0.5*usb1*", "removeUSBdevice*10.0.0.5*usb1*"));
+    EXPECT_EQ(pluggedIn(), 0U);
+}
+
+TEST(UsbStorm, OfAnOddCountAtOneStationLeavesADevice)
+{
+    const RunningService service;
+    const ScriptedService receiver({replies("ok")}, kUsbSocket);
+    activate();
+    EXPECT_EQ(storm({{"count", 3}, {"station", "Fräse"}})["delivered"], 3);
+    EXPECT_THAT(receiver.requests(), ElementsAre(StartsWith("newUSBdevice*10.0.0.6*"), StartsWith("removeUSBdevice*10.0.0.6*"),
+                                                 StartsWith("newUSBdevice*10.0.0.6*")));
+    EXPECT_EQ(pluggedIn(), 1U);
+}
+
+TEST(UsbStorm, KeepsItsRate)
+{
+    const RunningService service;
+    const ScriptedService receiver({replies("ok")}, kUsbSocket);
+    activate();
+    const auto began = Clock::now();
+    const Json sums = storm({{"count", 11}, {"rate", 20}});
+    EXPECT_GE(Clock::now() - began, 500ms) << "ten intervals of 50 ms";
+    EXPECT_EQ(sums["delivered"], 11);
+    EXPECT_LE(sums["events_per_second"].get<double>(), 22.0);
+}
+
+TEST(UsbStorm, LetsOthersThrough)
+{
+    const RunningService service;
+    const ScriptedService receiver({replies("ok")}, kUsbSocket);
+    activate();
+    const Client client(kvosim::kControlSocket);
+    client.send(R"({"do": "usb.storm", "count": 4000})"
+                "\n");
+    ASSERT_TRUE(support::eventually([&] { return receiver.requests().size() > 10; }));
+    const auto began = Clock::now();
+    EXPECT_EQ(exchange("getVersion\n"), "V09.08\n");
+    EXPECT_EQ(askSimulator({{"do", "usb.refuse"}, {"station", "10.0.0.5"}})["delivery"], "delivered");
+    EXPECT_LT(Clock::now() - began, 1s);
+    EXPECT_LT(receiver.requests().size(), 4000U) << "the storm was to be under way";
+}
+
+TEST(UsbStorm, CountsWhatNobodyTakes)
+{
+    const RunningService service;
+    activate();
+    const Json sums = storm({{"count", 3}});
+    EXPECT_EQ(sums["sent"], 3);
+    EXPECT_EQ(sums["delivered"], 0);
+    EXPECT_EQ(sums["failed"], 3);
+}
+
+TEST(UsbStorm, NeedsActivatedEventsAndStations)
+{
+    {
+        const RunningService service;
+        EXPECT_THAT([] { storm({{"count", 3}}); }, ThrowsMessage<kvosim::Refused>(StartsWith("USB events are not activated")));
+        EXPECT_EQ(pluggedIn(), 0U);
+    }
+    const RunningService empty("");
+    activate();
+    EXPECT_THAT([] { storm({{"count", 3}}); }, ThrowsMessage<kvosim::Refused>(HasSubstr("the plant has no station")));
+}
+
+TEST(UsbStorm, EndsWhenEventsAreDeactivated)
+{
+    const RunningService service;
+    const ScriptedService receiver({replies("ok"), replies("ok"), support::answersWith([](const std::string &) {
+                                        return exchange("deactivateUSBEvents\n").substr(0, 2);
+                                    })},
+                                   kUsbSocket);
+    activate();
+    const Json sums = storm({{"count", 1000}});
+    EXPECT_EQ(sums["sent"], 3);
+    EXPECT_EQ(sums["delivered"], 3);
+    EXPECT_EQ(sums["end"], "deactivated");
+}
+
+TEST(UsbStorm, EndsWhenTheOneWhoAskedHasGone)
+{
+    const RunningService service;
+    const ScriptedService receiver({replies("ok")}, kUsbSocket);
+    activate();
+    {
+        const Client gone(kvosim::kControlSocket);
+        gone.send(R"({"do": "usb.storm", "count": 100000, "rate": 200})"
+                  "\n");
+        ASSERT_TRUE(support::eventually([&] { return receiver.requests().size() >= 5; }));
+    }
+    std::this_thread::sleep_for(100ms);
+    const std::size_t sent = receiver.requests().size();
+    std::this_thread::sleep_for(200ms);
+    EXPECT_EQ(receiver.requests().size(), sent);
+}
+
+TEST(UsbStorm, EndsWithTheService)
+{
+    RunningService service;
+    const ScriptedService receiver({replies("ok")}, kUsbSocket);
+    activate();
+    const Client client(kvosim::kControlSocket);
+    client.send(R"({"do": "usb.storm", "count": 100000})"
+                "\n");
+    ASSERT_TRUE(support::eventually([&] { return receiver.requests().size() >= 5; }));
+    EXPECT_EQ(exchange("killDaemon\n"), "ok\n");
+    EXPECT_THAT(client.receiveAll(), testing::AnyOf(HasSubstr("the simulator ends"), HasSubstr("the simulator is ending")));
+    service.join();
+}
+
+TEST(UsbStorm, OfALockedStationIsOfRefusals)
+{
+    const RunningService service("[[station]]\naddress = \"10.0.0.5\"\nname = \"A\"\nusb_lock = \"1:0\"\n");
+    const ScriptedService receiver({replies("ok")}, kUsbSocket);
+    activate();
+    EXPECT_EQ(storm({{"count", 2}})["delivered"], 2);
+    EXPECT_THAT(receiver.requests(), ElementsAre(StartsWith("ignoreUSBdevice*"), StartsWith("ignoreUSBdevice*")));
+}
+
+TEST(UsbStorm, CopesWithADeviceThatSomebodyElseRemoves)
+{
+    const RunningService service;
+    const ScriptedService receiver({support::answersWith([](const std::string &) {
+                                        // The storm's own device, under its hands: nobody waits for that event here.
+                                        const Client client(kvosim::kControlSocket);
+                                        client.send(R"({"do": "usb.unplug", "station": "10.0.0.5", "device": "usb1"})"
+                                                    "\n");
+                                        std::this_thread::sleep_for(50ms);
+                                        return std::string("ok");
+                                    }),
+                                    replies("ok")},
+                                   kUsbSocket);
+    activate();
+    EXPECT_EQ(storm({{"count", 2}, {"station", "10.0.0.5"}})["delivered"], 2);
+    EXPECT_EQ(pluggedIn(), 1U) << "the second event is a new device again";
+}
+
+TEST(UsbStorm, EndsAtAStationThatReboots)
+{
+    const RunningService service("[[station]]\naddress = \"10.0.0.5\"\nname = \"A\"\nreboot_time_ms = 60000\n");
+    const ScriptedService receiver({replies("ok")}, kUsbSocket);
+    activate();
+    EXPECT_EQ(exchange("reboot=0A000005\n"), "ok\n");
+    const Json sums = storm({{"count", 2}});
+    EXPECT_EQ(sums["sent"], 0);
+    EXPECT_THAT(sums["end"].get<std::string>(), StartsWith("10.0.0.5 is rebooting"));
+}
+
+}  // namespace

@@ -1,0 +1,430 @@
+// Clients that behave badly, many at once, and what the others notice of them: nothing.
+#include "kvosim/net/line_server.h"
+#include "tools/kvosim/support/client.h"
+#include "tools/kvosim/support/temporary_directory.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <thread>
+#include <vector>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+using kvosim::LineServerLimits;
+using kvosim_test::Client;
+using kvosim_test::exchange;
+using testing::Contains;
+
+constexpr std::size_t kLargeReply = 3'000'000;
+
+/// Answers "<line>" by "re: <line>", "large" by a very long line, and ends on "end".
+class EchoServer {
+public:
+    explicit EchoServer(const LineServerLimits &limits = {})
+        : server_(
+              loop_, directory_ / "echo/sock", [this](std::string_view line, const auto &) { return answer(line); }, "too long",
+              [this](std::string_view event) { note(event); }, limits),
+          thread_([this] { loop_.run(); })
+    {
+    }
+    EchoServer(const EchoServer &) = delete;
+    EchoServer &operator=(const EchoServer &) = delete;
+    ~EchoServer()
+    {
+        loop_.stop();
+        thread_.join();
+    }
+
+    [[nodiscard]] std::string path() const { return directory_ / "echo/sock"; }
+    std::vector<std::string> events()
+    {
+        const std::lock_guard guard(lock_);
+        return events_;
+    }
+    /// Has the server end itself, as a request can; true when its end has been told.
+    bool end()
+    {
+        exchange("end\n", path());
+        for (int i = 0; i < 400 && !ended_; ++i) {
+            std::this_thread::sleep_for(5ms);
+        }
+        return ended_;
+    }
+
+private:
+    std::string answer(std::string_view line)
+    {
+        if (line == "end") {
+            server_.end([this] { ended_ = true; });
+        }
+        return line == "large" ? std::string(kLargeReply, 'x') : "re: " + std::string(line);
+    }
+    void note(std::string_view event)
+    {
+        const std::lock_guard guard(lock_);
+        events_.emplace_back(event);
+    }
+    kvosim_test::TemporaryDirectory directory_;
+    std::mutex lock_;
+    std::vector<std::string> events_;
+    std::atomic<bool> ended_ = false;
+    kvosim::EventLoop loop_;
+    kvosim::LineServer server_;
+    std::thread thread_;
+};
+
+/// Waits until @p condition holds, 5 s at most.
+template <class Condition>
+bool soon(Condition condition)
+{
+    for (int i = 0; i < 1000; ++i) {
+        if (condition()) {
+            return true;
+        }
+        std::this_thread::sleep_for(5ms);
+    }
+    return false;
+}
+
+TEST(LineServer, AnswersAndCloses)
+{
+    const EchoServer server;
+    EXPECT_EQ(exchange("hello\n", server.path()), "re: hello\n");
+    EXPECT_EQ(exchange("hello\r\n", server.path()), "re: hello\n");
+    EXPECT_EQ(exchange("\r\r\n", server.path()), "re: \r\n") << "one carriage return belongs to the line end";
+}
+
+TEST(LineServer, TakesALineInPieces)
+{
+    const EchoServer server;
+    const Client client(server.path());
+    for (const char *piece : {"h", "el", "lo", "\r", "\n"}) {
+        client.send(piece);
+        std::this_thread::sleep_for(5ms);
+    }
+    EXPECT_EQ(client.receiveAll(), "re: hello\n");
+}
+
+TEST(LineServer, AnswersAClientThatHasClosedItsSide)
+{
+    const EchoServer server;
+    const Client client(server.path());
+    client.send("hello\n");
+    shutdown(client.get(), SHUT_WR);
+    EXPECT_EQ(client.receiveAll(), "re: hello\n");
+}
+
+TEST(LineServer, HalfALineHoldsNobodyUp)
+{
+    const EchoServer server;
+    const Client half(server.path());
+    half.send("hel");
+    EXPECT_EQ(exchange("other\n", server.path()), "re: other\n");
+    half.send("lo\n");
+    EXPECT_EQ(half.receiveAll(), "re: hello\n");
+}
+
+TEST(LineServer, UnreadReplyHoldsNobodyUp)
+{
+    const EchoServer server;
+    const Client slow(server.path());
+    slow.send("large\n");
+    std::this_thread::sleep_for(20ms);
+    EXPECT_EQ(exchange("other\n", server.path()), "re: other\n");
+    EXPECT_EQ(slow.receiveAll(), std::string(kLargeReply, 'x') + '\n');
+}
+
+TEST(LineServer, VanishedClientsHoldNobodyUp)
+{
+    EchoServer server;
+    for (int i = 0; i < 20; ++i) {
+        Client(server.path());
+        Client(server.path()).send("hel");
+        Client(server.path()).send("hello\n");
+        Client(server.path()).send("large\n");
+    }
+    EXPECT_EQ(exchange("other\n", server.path()), "re: other\n");
+    EXPECT_TRUE(soon([&] {
+        const auto events = server.events();
+        return std::count(events.begin(), events.end(), "closed without a request") == 20 &&
+               std::count(events.begin(), events.end(), "closed inside its request") == 20;
+    })) << testing::PrintToString(server.events());
+}
+
+TEST(LineServer, LongestLineIsTakenAndOneByteMoreIsNot)
+{
+    const EchoServer server({.longestLine = 100});
+    const std::string longest(100, 'a');
+    EXPECT_EQ(exchange(longest + '\n', server.path()), "re: " + longest + '\n');
+    EXPECT_EQ(exchange(longest + "a\n", server.path()), "too long\n");
+}
+
+TEST(LineServer, OverlongLineIsRefusedBeforeItsEnd)
+{
+    EchoServer server;
+    const Client client(server.path());
+    // More than the sockets hold, so that the client still writes when it is answered.
+    const std::string endless(2'000'000, 'a');
+    std::thread writer([&] { client.send(endless); });
+    EXPECT_EQ(client.receiveAll(), "too long\n");
+    writer.join();
+    EXPECT_THAT(server.events(), Contains("a request longer than 4096 bytes is refused"));
+}
+
+TEST(LineServer, BytesBehindTheRequestDoNotCostTheReply)
+{
+    const EchoServer server;
+    const Client client(server.path());
+    client.send("hello\n" + std::string(100'000, 'z'));
+    EXPECT_EQ(client.receiveAll(), "re: hello\n");
+}
+
+TEST(LineServer, QuietConnectionIsDropped)
+{
+    EchoServer server({.quietTime = 100ms});
+    const Client silent(server.path());
+    const Client half(server.path());
+    half.send("hel");
+    EXPECT_EQ(silent.receiveAll(), "");
+    EXPECT_EQ(half.receiveAll(), "");
+    EXPECT_THAT(server.events(), Contains("dropped unfinished").Times(2));
+}
+
+TEST(LineServer, ClientThatNeverReadsIsDropped)
+{
+    EchoServer server({.quietTime = 100ms});
+    const Client client(server.path());
+    client.send("large\n");
+    EXPECT_TRUE(soon([&] { return !server.events().empty(); }));
+    EXPECT_LT(client.receiveAll().size(), kLargeReply);
+}
+
+TEST(LineServer, TricklingRequestHasItsTimeToo)
+{
+    const EchoServer server({.quietTime = 10s, .requestTime = 150ms});
+    const Client client(server.path());
+    EXPECT_TRUE(soon([&] { return !client.send("a"); })) << "each byte is an activity, but the request must come to an end";
+}
+
+TEST(LineServer, ClientThatDoesNotCloseIsNotWaitedForLong)
+{
+    EchoServer server({.lingerTime = 50ms});
+    const Client client(server.path());
+    client.send("hello\n");
+    EXPECT_EQ(client.receiveAll(), "re: hello\n");
+    EXPECT_TRUE(soon([&] { return !client.send("a"); }));
+    EXPECT_TRUE(server.events().empty());
+}
+
+TEST(LineServer, QuietestConnectionMakesRoomForANewOne)
+{
+    EchoServer server({.connections = 8});
+    std::list<Client> idle;
+    for (int i = 0; i < 8; ++i) {
+        idle.emplace_back(server.path()).send("half");
+        std::this_thread::sleep_for(2ms);
+    }
+    EXPECT_EQ(exchange("other\n", server.path()), "re: other\n");
+    EXPECT_EQ(idle.front().receiveAll(), "");
+    idle.back().send("\n");
+    EXPECT_EQ(idle.back().receiveAll(), "re: half\n");
+    EXPECT_THAT(server.events(), testing::ElementsAre("dropped for a newer connection"));
+}
+
+TEST(LineServer, AFloodOfConnectionsHoldsNobodyUp)
+{
+    const EchoServer server;
+    std::atomic<bool> done = false;
+    std::vector<std::thread> flood;
+    for (int i = 0; i < 3; ++i) {
+        flood.emplace_back([&] {
+            while (!done) {
+                const Client client(server.path());
+            }
+        });
+    }
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_EQ(exchange("hello\n", server.path()), "re: hello\n");
+    }
+    done = true;
+    for (std::thread &client : flood) {
+        client.join();
+    }
+}
+
+TEST(LineServer, ServesManyClientsAtOnce)
+{
+    constexpr int kClients = 64;
+    constexpr int kRounds = 20;
+    const EchoServer server;
+    std::atomic<int> right = 0;
+    std::vector<std::thread> threads;
+    for (int client = 0; client < kClients; ++client) {
+        threads.emplace_back([&, client] {
+            for (int round = 0; round < kRounds; ++round) {
+                const std::string text = std::to_string(client) + '.' + std::to_string(round);
+                right += exchange(text + '\n', server.path()) == "re: " + text + '\n' ? 1 : 0;
+            }
+        });
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(right, kClients * kRounds);
+}
+
+// Clients look at 1024 bytes at a time and pause when they find less of an unfinished line.
+TEST(LineServer, LongReplyIsNeverMetInPartsOfAKiB)
+{
+    const EchoServer server;
+    const Client client(server.path());
+    client.send("large\n");
+    std::size_t received = 0;
+    for (;;) {
+        std::array<char, 1024> piece{};
+        const ssize_t peeked = recv(client.get(), piece.data(), piece.size(), MSG_PEEK);
+        ASSERT_GT(peeked, 0);
+        const auto count = static_cast<std::size_t>(recv(client.get(), piece.data(), static_cast<std::size_t>(peeked), 0));
+        received += count;
+        if (piece[count - 1] == '\n') {
+            break;
+        }
+        ASSERT_EQ(count, piece.size()) << "after " << received << " bytes";
+    }
+    EXPECT_EQ(received, kLargeReply + 1);
+}
+
+TEST(LineServer, EndsAfterTheRepliesOnTheirWay)
+{
+    EchoServer server;
+    const Client reading(server.path());
+    reading.send("large\n");
+    const Client half(server.path());
+    half.send("hel");
+    std::string received;
+    std::thread reader([&] {
+        std::this_thread::sleep_for(50ms);
+        received = reading.receiveAll();
+    });
+    EXPECT_TRUE(server.end());
+    reader.join();
+    EXPECT_EQ(received.size(), kLargeReply + 1);
+    EXPECT_EQ(half.receiveAll(), "");
+    EXPECT_THROW(Client{server.path()}, std::runtime_error);
+    EXPECT_FALSE(std::filesystem::exists(server.path()));
+}
+
+TEST(LineServer, EndDoesNotWaitForAClientThatDoesNotRead)
+{
+    EchoServer server({.endingTime = 50ms});
+    const Client client(server.path());
+    client.send("large\n");
+    std::this_thread::sleep_for(20ms);
+    EXPECT_TRUE(server.end());
+}
+
+// ---- Replies that come later ----
+
+/// Answers all later, when it is told to.
+class LaterServer {
+public:
+    LaterServer()
+        : server_(loop_, directory_ / "later/sock",
+                  [this](std::string_view, const kvosim::LineServer::Caller &caller) -> kvosim::Reply {
+                      EXPECT_FALSE(caller.waits()) << "its reply may still be given at once";
+                      callers_.push_back(caller);
+                      ++asked_;
+                      return kvosim::Reply::Way::later;
+                  },
+                  "too long", {}, {.connections = 2}),
+          thread_([this] { loop_.run(); })
+    {
+    }
+    LaterServer(const LaterServer &) = delete;
+    LaterServer &operator=(const LaterServer &) = delete;
+    ~LaterServer() { stop(); }
+
+    [[nodiscard]] std::string path() const { return directory_ / "later/sock"; }
+    [[nodiscard]] int asked() const { return asked_; }
+    /// Stops the loop, so that callers can be used from the test's thread.
+    std::vector<kvosim::LineServer::Caller> &stop()
+    {
+        loop_.stop();
+        if (thread_.joinable()) {
+            thread_.join();
+        }
+        return callers_;
+    }
+
+private:
+    kvosim_test::TemporaryDirectory directory_;
+    kvosim::EventLoop loop_;
+    std::vector<kvosim::LineServer::Caller> callers_;
+    std::atomic<int> asked_ = 0;
+    kvosim::LineServer server_;
+    std::thread thread_;
+};
+
+TEST(LaterReply, GoesToItsOwnCallerOnce)
+{
+    LaterServer server;
+    const Client first(server.path());
+    first.send("a\n");
+    ASSERT_TRUE(soon([&] { return server.asked() == 1; }));
+    const Client second(server.path());
+    second.send("b\n");
+    ASSERT_TRUE(soon([&] { return server.asked() == 2; }));
+    const auto &callers = server.stop();
+    EXPECT_TRUE(callers[0].waits());
+    EXPECT_TRUE(callers[1].waits());
+    callers[1].reply(std::string("to b"));
+    callers[1].reply(std::string("again"));
+    callers[0].reply(std::string("to a"));
+    EXPECT_FALSE(callers[0].waits());
+    EXPECT_EQ(second.receiveAll(), "to b\n");
+    EXPECT_EQ(first.receiveAll(), "to a\n");
+}
+
+TEST(LaterReply, IsNobodysWhenTheClientHasGone)
+{
+    LaterServer server;
+    {
+        const Client gone(server.path());
+        gone.send("a\n");
+        ASSERT_TRUE(soon([&] { return server.asked() == 1; }));
+    }
+    // Both may have the same descriptor in the server.
+    const Client next(server.path());
+    next.send("b\n");
+    ASSERT_TRUE(soon([&] { return server.asked() == 2; }));
+    const auto &callers = server.stop();
+    EXPECT_FALSE(callers[0].waits());
+    callers[0].reply(std::string("to a"));
+    EXPECT_TRUE(callers[1].waits());
+    callers[1].reply(std::string("to b"));
+    EXPECT_EQ(next.receiveAll(), "to b\n");
+}
+
+TEST(LaterReply, IsNobodysWhenTheServerHasGone)
+{
+    std::optional<LaterServer> server(std::in_place);
+    const Client client(server->path());
+    client.send("a\n");
+    ASSERT_TRUE(soon([&] { return server->asked() == 1; }));
+    const std::vector<kvosim::LineServer::Caller> callers = server->stop();
+    server.reset();
+    ASSERT_EQ(callers.size(), 1U);
+    EXPECT_FALSE(callers[0].waits());
+    callers[0].reply(std::string("late"));
+}
+
+}  // namespace

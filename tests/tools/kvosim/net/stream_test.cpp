@@ -1,0 +1,119 @@
+// Acceptance and streams: descriptors that run out, and writing to somebody who does not read.
+#include "common/listening_socket.h"
+#include "kvosim/net/acceptor.h"
+#include "kvosim/net/stream.h"
+
+#include "support/system_calls.h"
+#include "tools/kvosim/support/client.h"
+#include "tools/kvosim/support/temporary_directory.h"
+
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <cerrno>
+#include <optional>
+#include <sys/epoll.h>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+using kvosim::Descriptor;
+using kvosim::EventLoop;
+using kvosim::Stream;
+
+// A listening socket stays ready while nobody can be taken.
+TEST(Acceptor, RestsWhileThereAreNoDescriptors)
+{
+    const kvosim_test::TemporaryDirectory directory;
+    const kvosim::ListeningSocket listener(directory / "socket");
+    EventLoop loop;
+    bool taken = false;
+    const kvosim::Acceptor acceptor(loop, listener.get(), [&](const Descriptor &) {
+        taken = true;
+        loop.stop();
+    });
+    const kvosim_test::Client client(directory / "socket");
+    std::atomic<int> tries = 0;
+    std::optional<support::WithSystemCalls> without(std::in_place, support::SystemCalls{.accept4 = [&](int) {
+                                                        ++tries;
+                                                        errno = EMFILE;
+                                                        return -1;
+                                                    }});
+    loop.after(500ms, [&] {
+        EXPECT_FALSE(taken);
+        without.reset();
+    });
+    loop.after(5s, [&] { loop.stop(); });
+    loop.run();
+    EXPECT_TRUE(taken) << "as soon as there are descriptors again";
+    EXPECT_GE(tries, 1);
+    EXPECT_LE(tries, 6);
+}
+
+class Pair : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        int ends[2];
+        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends), 0);
+        mine = Descriptor(ends[0]);
+        other = Descriptor(ends[1]);
+    }
+
+    EventLoop loop;
+    Descriptor mine;
+    Descriptor other;
+};
+
+TEST_F(Pair, AStreamWritesWhatItHasRoomForAndNoMore)
+{
+    constexpr std::size_t kRoom = 1000;
+    Stream stream(loop, std::move(mine), kRoom, {[](auto) {}, [](const auto &) {}});
+    EXPECT_FALSE(stream.write(std::string(kRoom + 1, 'x'))) << "at once";
+    std::size_t written = 0;
+    while (stream.write("0123456789")) {
+        written += 10;
+    }
+    EXPECT_FALSE(stream.write("0123456789"));
+    // All that was taken is read in the end, in its order.
+    std::string received;
+    loop.watch(other.get(), EPOLLIN, [&](uint32_t) {
+        char piece[4096];
+        const ssize_t count = recv(other.get(), piece, sizeof piece, 0);
+        received.append(piece, count > 0 ? static_cast<std::size_t>(count) : 0);
+        if (received.size() >= written) {
+            loop.stop();
+        }
+    });
+    loop.after(5s, [&] { loop.stop(); });
+    loop.run();
+    ASSERT_EQ(received.size(), written);
+    for (std::size_t i = 0; i < written; i += 10) {
+        ASSERT_EQ(received.substr(i, 10), "0123456789");
+    }
+    loop.forget(other.get());
+}
+
+TEST_F(Pair, AStreamMayBeDestroyedByItsReactions)
+{
+    for (const bool byClosing : {false, true}) {
+        SetUp();
+        EventLoop own;
+        std::optional<Stream> stream;
+        const auto destroy = [&] {
+            stream.reset();
+            own.stop();
+        };
+        stream.emplace(own, std::move(mine), 10, Stream::Reactions{[&](auto) { destroy(); }, [&](const auto &) { destroy(); }});
+        if (byClosing) {
+            other = Descriptor();
+        } else {
+            ASSERT_EQ(send(other.get(), "x", 1, 0), 1);
+        }
+        own.run();
+        EXPECT_FALSE(stream);
+    }
+}
+
+}  // namespace

@@ -1,0 +1,238 @@
+// Faults: which requests they strike, and what a client meets then, on the wire and through the library.
+#include "kvosim/plant/faults.h"
+#include "tools/kvosim/support/client.h"
+#include "tools/kvosim/support/named_row.h"
+#include "tools/kvosim/support/running_service.h"
+
+#include <kvo_hws/kvo_hws.h>
+
+#include <gmock/gmock.h>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+using kvosim::Fault;
+using kvosim::FaultError;
+using kvosim::Faults;
+using kvosim_test::Client;
+using kvosim_test::exchange;
+using kvosim_test::RunningService;
+
+std::string plantWith(const std::string &fault) { return std::string(kvosim_test::kSmallPlant) + "\n[[faults]]\n" + fault; }
+
+/// The requests, by their numbers from 1, that a fault strikes among eight.
+std::vector<int> struckOf(const kvosim::FaultText &text, std::string_view keyword)
+{
+    Faults faults;
+    faults.add(Fault(text));
+    std::vector<int> struck;
+    for (int request = 1; request <= 8; ++request) {
+        if (faults.strike(keyword) != nullptr) {
+            struck.push_back(request);
+        }
+    }
+    return struck;
+}
+
+TEST(Faults, StrikeFromAGivenRequestForAGivenNumber)
+{
+    using testing::ElementsAre;
+    EXPECT_THAT(struckOf({.kind = "close"}, "getVersion"), ElementsAre(1, 2, 3, 4, 5, 6, 7, 8));
+    EXPECT_THAT(struckOf({.kind = "close", .after = 6}, "getVersion"), ElementsAre(7, 8));
+    EXPECT_THAT(struckOf({.kind = "close", .times = 2}, "getVersion"), ElementsAre(1, 2));
+    EXPECT_THAT(struckOf({.kind = "close", .after = 3, .times = 2}, "getVersion"), ElementsAre(4, 5));
+    EXPECT_THAT(struckOf({.command = "reboot", .kind = "close"}, "reboot").size(), 8U);
+    EXPECT_THAT(struckOf({.command = "reboot", .kind = "close"}, "getVersion").size(), 0U);
+}
+
+TEST(Faults, FirstOneThatIsDueStrikes)
+{
+    Faults faults;
+    faults.add(Fault({.command = "getVersion", .kind = "close", .after = 1, .times = 1}));
+    faults.add(Fault({.kind = "garbage"}));
+    EXPECT_EQ(faults.strike("getVersion")->kind(), kvosim::FaultKind::garbage);
+    EXPECT_EQ(faults.strike("getVersion")->kind(), kvosim::FaultKind::close);
+    EXPECT_EQ(faults.strike("getVersion")->kind(), kvosim::FaultKind::garbage);
+    EXPECT_EQ(faults.list()[0].requestsStruck(), 1U);
+    EXPECT_EQ(faults.list()[1].requestsStruck(), 2U);
+    faults.clear();
+    EXPECT_EQ(faults.strike("getVersion"), nullptr);
+}
+
+TEST(Faults, AllCountARequestThatOneStrikes)
+{
+    Faults faults;
+    faults.add(Fault({.kind = "close", .times = 1}));
+    faults.add(Fault({.kind = "garbage", .after = 1}));
+    EXPECT_EQ(faults.strike("getVersion")->kind(), kvosim::FaultKind::close);
+    ASSERT_NE(faults.strike("getVersion"), nullptr);
+    EXPECT_EQ(faults.list()[1].requestsStruck(), 1U);
+}
+
+struct Mistake : kvosim_test::NamedRow {
+    kvosim::FaultText text;
+    std::string key;
+};
+
+class FaultMistake : public testing::TestWithParam<Mistake> {};
+
+TEST_P(FaultMistake, IsTold)
+{
+    try {
+        const Fault fault(GetParam().text);
+        ADD_FAILURE() << "taken";
+    } catch (const FaultError &error) {
+        EXPECT_EQ(error.key, GetParam().key);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, FaultMistake,
+                         testing::Values(Mistake{"kind", {.kind = "late"}, "kind"}, Mistake{"no_kind", {}, "kind"},
+                                         Mistake{"command", {.command = "getVersions", .kind = "close"}, "command"},
+                                         Mistake{"command_with_its_end", {.command = "reboot=", .kind = "close"}, "command"},
+                                         Mistake{"no_command", {.command = "", .kind = "close"}, "command"},
+                                         Mistake{"delay_of_close", {.kind = "close", .delay = 5}, "delay_ms"},
+                                         Mistake{"delay_long", {.kind = "delay", .delay = 60'001}, "delay_ms"}),
+                         kvosim_test::kNameOfRow);
+
+TEST(Garbled, StandsBeforeTheValue)
+{
+    EXPECT_EQ(kvosim::garbled("ok"), "#?ok");
+    EXPECT_EQ(kvosim::garbled("mcpaddr=5"), "mcpaddr=#?5");
+    EXPECT_EQ(kvosim::garbled("press_thresh=1 nonlinear=1"), "press_thresh=#?1 nonlinear=1");
+    EXPECT_EQ(kvosim::garbled(""), "#?");
+}
+
+// ---- On the wire ----
+
+TEST(FaultOnTheWire, DelayComesLate)
+{
+    const RunningService service(plantWith("kind = \"delay\"\ndelay_ms = 200\n"));
+    const auto started = std::chrono::steady_clock::now();
+    EXPECT_EQ(exchange("getVersion\n"), "V09.08\n");
+    EXPECT_GE(std::chrono::steady_clock::now() - started, 200ms);
+}
+
+TEST(FaultOnTheWire, DelayHoldsNobodyElseUp)
+{
+    const RunningService service(plantWith("command = \"getVersion\"\nkind = \"delay\"\ndelay_ms = 400\n"));
+    const Client late;
+    late.send("getVersion\n");
+    const auto started = std::chrono::steady_clock::now();
+    EXPECT_EQ(exchange("isInitComplete\n"), "yes\n");
+    EXPECT_LT(std::chrono::steady_clock::now() - started, 300ms);
+    EXPECT_EQ(late.receiveAll(), "V09.08\n");
+}
+
+TEST(FaultOnTheWire, DelayedReplyReachesAClientThatHasClosedItsSide)
+{
+    const RunningService service(plantWith("kind = \"delay\"\ndelay_ms = 100\n"));
+    const Client client;
+    client.send("getVersion\n");
+    shutdown(client.get(), SHUT_WR);
+    EXPECT_EQ(client.receiveAll(), "V09.08\n");
+}
+
+TEST(FaultOnTheWire, LateReplyDoesNotReachTheNextClientOfTheDescriptor)
+{
+    const RunningService service(plantWith("command = \"getVersion\"\nkind = \"delay\"\ndelay_ms = 150\n"));
+    {
+        const Client late;
+        late.send("getVersion\n");
+        std::this_thread::sleep_for(30ms);  // so that the service has seen it come
+    }
+    std::this_thread::sleep_for(30ms);  // and go
+    const Client next;
+    next.send("isInit");
+    std::this_thread::sleep_for(200ms);
+    next.send("Complete\n");
+    EXPECT_EQ(next.receiveAll(), "yes\n");
+}
+
+TEST(FaultOnTheWire, CloseComesInsteadOfAReply)
+{
+    const RunningService service(plantWith("kind = \"close\"\ntimes = 1\n"));
+    EXPECT_EQ(exchange("setDebugLevel=DEBUG_LEVEL_I\n"), "");
+    EXPECT_EQ(exchange("getDebugLevel\n"), "DEBUG_LEVEL_I\n") << "it was carried out";
+}
+
+TEST(FaultOnTheWire, GarbageIsMalformed)
+{
+    const RunningService service(plantWith("kind = \"garbage\"\n"));
+    EXPECT_EQ(exchange("getVersion\n"), "#?V09.08\n");
+    EXPECT_EQ(exchange("getMCPAddress=0A000005\n"), "mcpaddr=#?0\n");
+}
+
+TEST(FaultOnTheWire, FailedIsNotCarriedOut)
+{
+    const RunningService service(plantWith("command = \"setDebugLevel\"\nkind = \"failed\"\n"));
+    EXPECT_EQ(exchange("setDebugLevel=DEBUG_LEVEL_I\n"), "failed\n");
+    EXPECT_EQ(exchange("getDebugLevel\n"), "DEBUG_LEVEL_NONE\n");
+}
+
+TEST(FaultOnTheWire, SplitSendsByteByByte)
+{
+    const RunningService service(plantWith("kind = \"split\"\ndelay_ms = 20\n"));
+    const auto started = std::chrono::steady_clock::now();
+    const Client client;
+    client.send("getVersion\n");
+    char first[16] = {};
+    EXPECT_EQ(recv(client.get(), first, sizeof first, 0), 1);
+    EXPECT_EQ(first[0] + client.receiveAll(), "V09.08\n");
+    EXPECT_GE(std::chrono::steady_clock::now() - started, 6 * 20ms);
+}
+
+TEST(FaultOnTheWire, SilenceKeepsTheConnectionOpen)
+{
+    const RunningService service(plantWith("kind = \"silent\"\ntimes = 1\n"));
+    const Client client;
+    client.send("getVersion\n");
+    EXPECT_EQ(client.receiveAll(300ms), "(nothing more came)");
+    EXPECT_EQ(exchange("getVersion\n"), "V09.08\n");
+}
+
+TEST(FaultOnTheWire, SilenceOutlastsTheQuietTime)
+{
+    const RunningService service(plantWith("kind = \"silent\"\n"), {.limits = {.quietTime = 20ms}});
+    const Client client;
+    client.send("getVersion\n");
+    EXPECT_EQ(client.receiveAll(300ms), "(nothing more came)");
+}
+
+TEST(FaultOnTheWire, ServiceEndsWhileRepliesAreHeld)
+{
+    RunningService service(plantWith("command = \"getVersion\"\nkind = \"silent\"\n"));
+    const Client client;
+    client.send("getVersion\n");
+    EXPECT_EQ(exchange("killDaemon\n"), "ok\n");
+    service.join();
+    EXPECT_EQ(client.receiveAll(), "");
+}
+
+// ---- Through the library ----
+
+struct Meeting : kvosim_test::NamedRow {
+    std::string fault;
+    int32_t result;
+};
+
+class LibraryMeets : public testing::TestWithParam<Meeting> {};
+
+TEST_P(LibraryMeets, Fault)
+{
+    const RunningService service(plantWith("command = \"getMCPAddress\"\ntimes = 1\n" + GetParam().fault));
+    uint32_t address = 77;
+    EXPECT_EQ(KVO_HWS_getMCPAddress(0x0A000005, &address), GetParam().result);
+    EXPECT_EQ(address, GetParam().result == 1 ? 0U : 77U);
+    EXPECT_EQ(KVO_HWS_getMCPAddress(0x0A000005, &address), 1) << "the fault is over";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, LibraryMeets,
+    testing::Values(Meeting{"delay", "kind = \"delay\"\ndelay_ms = 300\n", 1}, Meeting{"close", "kind = \"close\"\n", -1},
+                    Meeting{"garbage", "kind = \"garbage\"\n", -1}, Meeting{"failed", "kind = \"failed\"\n", -1},
+                    Meeting{"split", "kind = \"split\"\n", 1}, Meeting{"silent", "kind = \"silent\"\n", -1}),
+    kvosim_test::kNameOfRow);
+
+}  // namespace

@@ -1,0 +1,165 @@
+// The registry files, byte by byte, and the lock that guards them.
+#include "kvosim/plant/registry.h"
+#include "kvosim/plant_file/plant_file.h"
+#include "tools/kvosim/support/running_service.h"
+#include "tools/kvosim/support/temporary_directory.h"
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <optional>
+
+namespace {
+
+using kvosim::Registry;
+using kvosim_test::contentsOf;
+using kvosim_test::kSmallPlant;
+using testing::HasSubstr;
+using testing::ThrowsMessage;
+
+const std::string kSmallList = "\"Lathe 1\" 10.0.0.5 1x2:3\n"
+                               "\"Fräse\" 10.0.0.6 -1x0:0\n"
+                               "\"No attributes\" 192.168.0.7 0x0:0\n";
+
+kvosim::Plant plantOf(std::string_view name)
+{
+    return kvosim::parsePlant("[[station]]\naddress = \"10.0.0.9\"\nname = \"" + std::string(name) + "\"\nattr1 = 1\n",
+                              "plant");
+}
+
+class RegistryFiles : public testing::Test {
+protected:
+    void startOnce(const kvosim::Plant &plant) const { Registry(directory.path()).start(plant); }
+    [[nodiscard]] std::string current() const { return contentsOf(directory / "kvo_hws/currkvos.reg"); }
+    [[nodiscard]] std::string previous() const { return contentsOf(directory / "kvo_hws/prevkvos.reg"); }
+
+    kvosim_test::TemporaryDirectory directory;
+};
+
+TEST_F(RegistryFiles, FirstStartTakesThePreviousListFromThePlant)
+{
+    startOnce(kvosim::parsePlant(kSmallPlant, "plant"));
+    EXPECT_EQ(previous(), "\"Gone\" 10.0.0.4 4x0:0\n");
+    EXPECT_EQ(current(), kSmallList);
+}
+
+TEST_F(RegistryFiles, FirstStartWithoutPreviousEntriesHasAnEmptyPreviousList)
+{
+    startOnce(plantOf("A"));
+    EXPECT_EQ(previous(), "");
+}
+
+TEST_F(RegistryFiles, CurrentListBecomesThePreviousOneAtEachStart)
+{
+    startOnce(plantOf("A"));
+    startOnce(plantOf("B"));
+    EXPECT_EQ(previous(), "\"A\" 10.0.0.9 1x0:0\n");
+    EXPECT_EQ(current(), "\"B\" 10.0.0.9 1x0:0\n");
+    startOnce(kvosim::parsePlant(kSmallPlant, "plant"));
+    EXPECT_EQ(previous(), "\"B\" 10.0.0.9 1x0:0\n") << "the plant's previous entries are for the first start alone";
+    EXPECT_EQ(current(), kSmallList);
+}
+
+TEST_F(RegistryFiles, PreviousListAloneIsKept)
+{
+    startOnce(plantOf("A"));
+    startOnce(plantOf("B"));
+    std::filesystem::remove(directory / "kvo_hws/currkvos.reg");
+    startOnce(plantOf("C"));
+    EXPECT_EQ(previous(), "\"A\" 10.0.0.9 1x0:0\n");
+}
+
+TEST_F(RegistryFiles, NothingElseIsLeftInTheDirectory)
+{
+    startOnce(plantOf("A"));
+    startOnce(plantOf("B"));
+    std::vector<std::string> names;
+    for (const auto &entry : std::filesystem::recursive_directory_iterator(directory.path())) {
+        names.push_back(entry.path().filename().string());
+    }
+    EXPECT_THAT(names, testing::UnorderedElementsAre("kvo_hws", "currkvos.reg", "prevkvos.reg"));
+}
+
+TEST_F(RegistryFiles, CurrentListIsNotRewrittenWhileTheLockIsHeld)
+{
+    Registry registry(directory.path());
+    registry.start(plantOf("A"));
+    ASSERT_TRUE(registry.lock());
+    registry.writeCurrent(plantOf("B").stations());
+    registry.writeCurrent(plantOf("C").stations());
+    EXPECT_EQ(current(), "\"A\" 10.0.0.9 1x0:0\n");
+    EXPECT_TRUE(registry.unlock());
+    EXPECT_EQ(current(), "\"C\" 10.0.0.9 1x0:0\n");
+
+    registry.writeCurrent(plantOf("D").stations());
+    EXPECT_EQ(current(), "\"D\" 10.0.0.9 1x0:0\n");
+}
+
+TEST_F(RegistryFiles, RewrittenListIsANewFile)
+{
+    startOnce(plantOf("A"));
+    std::ifstream reader(directory / "kvo_hws/currkvos.reg");
+    startOnce(plantOf("B"));
+    std::string line;
+    std::getline(reader, line);
+    EXPECT_EQ(line, "\"A\" 10.0.0.9 1x0:0") << "who has the old file open reads it to its end";
+}
+
+TEST_F(RegistryFiles, NothingIsWrittenThroughALink)
+{
+    std::filesystem::create_directory(directory / "kvo_hws");
+    const auto precious = directory / "precious";
+    std::ofstream(precious) << "precious";
+    for (const char *name : {"kvo_hws/currkvos.reg", "kvo_hws/currkvos.reg.new", "kvo_hws/prevkvos.reg.new"}) {
+        std::filesystem::create_symlink(precious, directory / name);
+    }
+    startOnce(plantOf("A"));
+    startOnce(plantOf("B"));
+    EXPECT_EQ(contentsOf(precious), "precious");
+    EXPECT_EQ(current(), "\"B\" 10.0.0.9 1x0:0\n");
+}
+
+TEST_F(RegistryFiles, PathIsAbsoluteAndEndsWithASlash)
+{
+    EXPECT_EQ(Registry(directory.path()).path(), directory.path().string() + '/');
+    EXPECT_EQ(Registry(directory.path().string() + "/x/../").path(), directory.path().string() + '/');
+    const auto before = std::filesystem::current_path();
+    std::filesystem::current_path(directory.path());
+    EXPECT_EQ(Registry("here").path(), (directory / "here/").string());
+    std::filesystem::current_path(before);
+}
+
+TEST_F(RegistryFiles, LongestPathIsTakenAndOneByteMoreIsNot)
+{
+    std::string longest = directory.path().string();
+    while (longest.size() < kvosim::kLongestRegistryPath - 1) {
+        longest += '/' + std::string(std::min<std::size_t>(200, kvosim::kLongestRegistryPath - 2 - longest.size()), 'd');
+    }
+    EXPECT_EQ(Registry(longest).path().size(), kvosim::kLongestRegistryPath);
+    EXPECT_THAT([&] { Registry registry(longest + 'd'); }, ThrowsMessage<std::runtime_error>(HasSubstr("is too long")));
+}
+
+TEST(TemporaryRegistry, IsRemovedAtItsEnd)
+{
+    std::string path;
+    {
+        Registry registry(std::nullopt);
+        registry.start(plantOf("A"));
+        path = registry.path();
+        EXPECT_TRUE(std::filesystem::exists(path + "kvo_hws/currkvos.reg"));
+    }
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+TEST(RegistryLock, IsHeldByOneAndGivenBackOnce)
+{
+    Registry registry(std::nullopt);
+    EXPECT_FALSE(registry.unlock());
+    EXPECT_TRUE(registry.lock());
+    EXPECT_FALSE(registry.lock());
+    EXPECT_TRUE(registry.unlock());
+    EXPECT_FALSE(registry.unlock());
+    EXPECT_TRUE(registry.lock());
+}
+
+}  // namespace

@@ -1,0 +1,59 @@
+// What the simulator's program answers shells that complete its command lines.
+#include "tools/kvosim/support/ended.h"
+#include "tools/kvosim/support/program.h"
+#include "tools/kvosim/support/running_service.h"
+
+#include <gmock/gmock.h>
+
+namespace {
+
+using kvosim_test::Ended;
+using kvosim_test::kvosimEnds;
+using kvosim_test::RunningService;
+using testing::HasSubstr;
+using testing::Not;
+
+std::string complete(std::vector<std::string> words)
+{
+    words.insert(words.begin(), {"complete", "--"});
+    const Ended ended = kvosimEnds(words);
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_EQ(ended.err, "");
+    return ended.out;
+}
+
+TEST(Completion, OffersStationsWithoutARequestToTheService)
+{
+    const RunningService service;
+    EXPECT_THAT(complete({"station", "10.0.0.5"}), "words\n10.0.0.5\tLathe 1\n");
+    EXPECT_THAT(complete({"usb", "plug", "Lat"}), "words\nLathe 1\t10.0.0.5\n");
+    EXPECT_THAT(kvosimEnds({"status", "--json"}).out, HasSubstr("\"exchanges\":0")) << "faults would have counted one";
+}
+
+TEST(Completion, OffersDevices)
+{
+    const RunningService service;
+    ASSERT_EQ(kvosimEnds({"usb", "plug", "10.0.0.5", "--ident2", "stick"}).status, 0);
+    EXPECT_THAT(complete({"usb", "unplug", "10.0.0.5", "st"}), HasSubstr("\nstick\t10.0.0.5, Memory stick\n"));
+}
+
+TEST(Completion, OffersNothingWithoutASimulator) { EXPECT_THAT(complete({"station", ""}), "words\n"); }
+
+TEST(Completion, OffersWordsKeysAndKeywords)
+{
+    EXPECT_THAT(complete({"fault", "add", "s"}), "words\nsplit\t\nsilent\t\n");
+    EXPECT_THAT(complete({"station", "x", "--set", "a=1", "mcp"}), "words\nmcp_address=\t\n");
+    EXPECT_THAT(complete({"fault", "add", "delay", "--command", "getVer"}), "words\ngetVersion\t\n");
+}
+
+TEST(Completion, KnowsFilesDirectoriesAndTheCommandThatIsRun)
+{
+    EXPECT_EQ(complete({"serve", "--plant", ""}), "files\n");
+    EXPECT_EQ(complete({"serve", "--registry", ""}), "directories\n");
+    EXPECT_EQ(complete({"run", "--verbose", "--", ""}), "command\n");
+    EXPECT_EQ(complete({"run", "--", "kvosim", "--"}), "command\n");
+    EXPECT_THAT(complete({"run", ""}), HasSubstr("\n--plant\t")) << "nothing but an option can follow";
+    EXPECT_THAT(complete({"run", "--verbose", "--"}), Not(HasSubstr("--verbose")));
+}
+
+}  // namespace

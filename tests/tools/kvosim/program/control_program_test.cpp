@@ -1,0 +1,183 @@
+// The subcommands that steer a simulator that runs, as their users meet them.
+#include "kvosim/control/control.h"
+#include "tools/kvosim/support/client.h"
+#include "tools/kvosim/support/ended.h"
+#include "tools/kvosim/support/named_row.h"
+#include "tools/kvosim/support/program.h"
+#include "tools/kvosim/support/running_service.h"
+
+#include <gmock/gmock.h>
+
+namespace {
+
+using kvosim::Json;
+using kvosim_test::Ended;
+using kvosim_test::exchange;
+using kvosim_test::kvosimEnds;
+using kvosim_test::Program;
+using kvosim_test::RunningService;
+using testing::HasSubstr;
+
+struct Row : kvosim_test::NamedRow {
+    std::vector<std::string> arguments;
+    int status;
+    std::string out;
+    std::string err;
+};
+
+class Steering : public testing::TestWithParam<Row> {};
+
+TEST_P(Steering, Answers)
+{
+    const RunningService service;
+    const Ended ended = kvosimEnds(GetParam().arguments);
+    EXPECT_EQ(ended.status, GetParam().status);
+    EXPECT_THAT(ended.out, HasSubstr(GetParam().out));
+    EXPECT_THAT(ended.err, HasSubstr(GetParam().err));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, Steering,
+    testing::Values(
+        Row{"status", {"status"}, 0, "\nstations                    3\n", ""},
+        Row{"status_json", {"status", "--json"}, 0, R"("stations":3,"exchanges":0,"registry_locked":false,"focus":"none")", ""},
+        Row{"station_by_address", {"station", "10.0.0.5"}, 0, "name                        Lathe 1\n", ""},
+        Row{"station_by_name", {"station", "Fräse"}, 0, "address                     10.0.0.6\n", ""},
+        Row{"station_json", {"station", "10.0.0.6", "--json"}, 0, R"({"address":"10.0.0.6","name":"Fräse","ext":[0,0,)", ""},
+        Row{"station_set", {"station", "10.0.0.5", "--set", "dpi=96", "t2m2n=a=b"}, 0, "t2m2n                       a=b\n", ""},
+        Row{"station_unknown", {"station", "10.0.0.9"}, 2, "", "kvosim: no station has the address or the name \"10.0.0.9\"\n"},
+        Row{"station_set_wrong",
+            {"station", "10.0.0.5", "--set", "dpi=-1"},
+            2,
+            "",
+            "kvosim: dpi: -1 is out of range; write 0 to 2147483647, or \"none\"\n"},
+        Row{"station_set_no_value", {"station", "10.0.0.5", "--set", "dpi"}, 2, "", "\"dpi\" is no setting; write KEY=VALUE\n"},
+        Row{"station_missing", {"station"}, 2, "", "STATION is required"},
+        Row{"fault_list", {"fault", "list"}, 0, "no faults\n", ""},
+        Row{"fault_add",
+            {"fault", "add", "delay", "--command", "getVersion", "--after", "2", "--times", "3", "--delay-ms", "7"},
+            0,
+            "delay getVersion, 7 ms, after 2, 3 times, struck 0\n",
+            ""},
+        Row{"fault_add_shortest", {"fault", "add", "close"}, 0, "close *, after 0, for ever, struck 0\n", ""},
+        Row{"fault_add_json",
+            {"fault", "add", "split", "--json"},
+            0,
+            R"({"faults":[{"command":"*","kind":"split","after":0,"times":0,"struck":0,"delay_ms":5}]})",
+            ""},
+        Row{"fault_add_unknown", {"fault", "add", "late"}, 2, "", "kvosim: kind: \"late\" is no fault; write delay, close"},
+        Row{"fault_add_negative", {"fault", "add", "close", "--times", "-1"}, 2, "", "--times"},
+        Row{"fault_clear", {"fault", "clear", "--json"}, 0, "{\"faults\":[]}\n", ""},
+        Row{"fault_alone", {"fault"}, 2, "", "A subcommand is required"},
+        Row{"fault_help", {"fault", "--help"}, 0, "Examples:\n  kvosim fault add", ""},
+        Row{"station_help", {"station", "--help"}, 0, "Examples:\n  kvosim station", ""}),
+    kvosim_test::kNameOfRow);
+
+class WithoutASimulator : public testing::TestWithParam<std::vector<std::string>> {};
+
+TEST_P(WithoutASimulator, IsToldWithItsOwnStatus)
+{
+    const Ended ended = kvosimEnds(GetParam());
+    EXPECT_EQ(ended.status, 3);
+    EXPECT_EQ(ended.out, "");
+    EXPECT_EQ(ended.err, "kvosim: no simulator runs here (nobody listens at /tmp/kvo_hws/kvosim_ctl); start one with "
+                         "\"kvosim serve\", or work inside \"kvosim run\"\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, WithoutASimulator,
+                         testing::Values(std::vector<std::string>{"status"}, std::vector<std::string>{"station", "10.0.0.5"},
+                                         std::vector<std::string>{"fault", "add", "close"},
+                                         std::vector<std::string>{"fault", "clear", "--json"}));
+
+TEST(Steering, ChangesLastFromOneCallToTheNext)
+{
+    const RunningService service;
+    EXPECT_EQ(kvosimEnds({"station", "Lathe 1", "--set", "backlight=0", "dpi=0x60"}).status, 0);
+    EXPECT_EQ(Json::parse(kvosimEnds({"station", "Lathe 1", "--json"}).out)["backlight"], 0);
+    EXPECT_EQ(exchange("showDPI=0A000005\n"), "dpi=96\n");
+    EXPECT_EQ(kvosimEnds({"fault", "add", "failed", "--command", "showDPI"}).status, 0);
+    EXPECT_EQ(exchange("showDPI=0A000005\n"), "failed\n");
+    EXPECT_EQ(kvosimEnds({"fault", "clear"}).out, "no faults\n");
+    EXPECT_EQ(exchange("showDPI=0A000005\n"), "dpi=96\n");
+}
+
+TEST(Steering, ReachesTheSimulatorOfARun)
+{
+    Program run({KVOSIM_PROGRAM, "run", "--usb-lock-address", "127.0.0.1:0", "--", "sh", "-c",
+                 KVOSIM_PROGRAM " station 'Panel 1' --set kvo_index=7 --json && " ASK_PROGRAM
+                                " getKVOIndex=0A000005 && " KVOSIM_PROGRAM " status"});
+    EXPECT_EQ(run.wait(), 0) << run.err();
+    EXPECT_THAT(run.out(), HasSubstr("kvoindex=7\n"));
+    EXPECT_THAT(run.out(), HasSubstr("usb_lock_address            127.0.0.1:"));
+    EXPECT_EQ(run.err(), "");
+}
+
+TEST(Steering, VerboseServiceTellsOfFaultsAndDatagrams)
+{
+    Program service({KVOSIM_PROGRAM, "serve", "--plant", EXAMPLE_PLANT, "--verbose", "--usb-lock-address", "127.0.0.1:0"});
+    ASSERT_TRUE(service.hasWritten("kvosim: serving")) << service.err();
+    kvosim::askSimulator({{"do", "fault.add"}, {"kind", "garbage"}, {"times", 1}});
+    EXPECT_EQ(exchange("getVersion\n"), "#?V04.07.01.12\n");
+    const auto address =
+        *kvosim::parseEndpoint(kvosim::askSimulator({{"do", "status"}})["usb_lock_address"].get<std::string>());
+    const kvosim::Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    for (const std::string datagram : {"setUsbLock=\"1:2\" 10.0.0.5\n", "hello"}) {
+        sendto(socket.get(), datagram.data(), datagram.size(), 0, reinterpret_cast<const sockaddr *>(&address), sizeof address);
+    }
+    while (exchange("getUsbLock=0A000005\n") != "usb-lock=1:2\n") {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    service.signal(SIGTERM);
+    EXPECT_EQ(service.wait(), 0);
+    EXPECT_THAT(service.err(), HasSubstr(" getVersion -> V04.07.01.12 (fault: garbage)\n"));
+    EXPECT_THAT(service.err(), HasSubstr(" datagram setUsbLock=\"1:2\" 10.0.0.5\\x0A\n"));
+    EXPECT_THAT(service.err(), HasSubstr(" datagram hello (ignored)\n"));
+}
+
+// ---- The place of the USB lock ----
+
+TEST(UsbLockAddress, TakenIsAnErrorWhereItWasGiven)
+{
+    const RunningService service("", {.usbLockAddress = "127.0.0.1:0"});
+    const std::string taken = service.usbLockAddress();
+    Program run({KVOSIM_PROGRAM, "run", "--usb-lock-address", taken, "--", "true"});
+    EXPECT_EQ(run.wait(), 1);
+    EXPECT_EQ(run.err(), "kvosim: can not take the USB lock's datagrams at " + taken +
+                             ": the port is in use, perhaps by another simulator\n");
+}
+
+TEST(UsbLockAddress, DefaultMayBeTaken)
+{
+    // Whoever has the port meanwhile, this test or another one: somebody has.
+    kvosim::EventLoop loop;
+    std::unique_ptr<kvosim::UdpSocket> mine;
+    try {
+        mine = std::make_unique<kvosim::UdpSocket>(loop, kvosim::kDefaultUsbLockAddress, [](std::string_view) {});
+    } catch (const std::exception &error) {
+        std::puts(error.what());
+    }
+    Program run({KVOSIM_PROGRAM, "run", "--", "sh", "-c", "exit 7"});
+    EXPECT_EQ(run.wait(), 7);
+    if (mine) {
+        EXPECT_THAT(run.err(),
+                    HasSubstr("warning: can not take the USB lock's datagrams at 127.0.0.1:5851: the port is in use"));
+    }
+}
+
+TEST(UsbLockAddress, MalformedIsWrongUse)
+{
+    const Ended ended = kvosimEnds({"run", "--usb-lock-address", "localhost", "--", "true"});
+    EXPECT_EQ(ended.status, 2);
+    EXPECT_THAT(ended.err, HasSubstr("--usb-lock-address: write ADDRESS or ADDRESS:PORT"));
+}
+
+TEST(Run, KeepsItsDatagramsOnThisMachine)
+{
+    const std::vector<std::string> run{"run", "--usb-lock-address", "none", "--", "sh", "-c", "echo $KVO_PLATFORM_INTERFACE"};
+    unsetenv("KVO_PLATFORM_INTERFACE");
+    EXPECT_EQ(kvosimEnds(run).out, "lo\n");
+    setenv("KVO_PLATFORM_INTERFACE", "eth7", 1);
+    EXPECT_EQ(kvosimEnds(run).out, "eth7\n");
+}
+
+}  // namespace

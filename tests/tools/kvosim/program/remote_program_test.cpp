@@ -1,0 +1,235 @@
+// The remote side and events of embedded stations as users of the program meet them.
+#include "tools/kvosim/support/agent.h"
+#include "tools/kvosim/support/client.h"
+#include "tools/kvosim/support/ended.h"
+#include "tools/kvosim/support/named_row.h"
+#include "tools/kvosim/support/program.h"
+
+#include <gmock/gmock.h>
+
+#include <fstream>
+#include <future>
+#include <signal.h>
+#include <thread>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+using kvosim_test::Agent;
+using kvosim_test::Client;
+using kvosim_test::Ended;
+using kvosim_test::kvosimEnds;
+using kvosim_test::Program;
+using kvosim_test::TemporaryDirectory;
+using testing::ContainsRegex;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+
+constexpr const char *kPlant = "[[station]]\naddress = \"10.0.0.5\"\nname = \"A\"\n";
+
+/// kvosim serve, as soon as it does.
+class Serving {
+public:
+    explicit Serving(std::vector<std::string> more = {}) : program_(command(std::move(more)))
+    {
+        ready = program_.hasWritten("kvosim: serving 1 stations");
+    }
+
+    [[nodiscard]] const Program &program() const { return program_; }
+    bool ready = false;
+
+private:
+    std::vector<std::string> command(std::vector<std::string> more)
+    {
+        const auto plant = directory_ / "plant.toml";
+        std::ofstream(plant) << kPlant;
+        more.insert(more.begin(), {KVOSIM_PROGRAM, "serve", "--plant", plant.string(), "--usb-lock-address", "none"});
+        return more;
+    }
+
+    TemporaryDirectory directory_;
+    Program program_;
+};
+
+/// Answers "ping" by "pong" for as long as the connection lasts, with an indication before it.
+std::future<void> answers(Agent &agent)
+{
+    return std::async(std::launch::async, [&agent] {
+        while (agent.answer("pong\r\nI01:seen\r\n").find('(') == std::string::npos) {
+        }
+    });
+}
+
+TEST(RemoteProgram, AsksListsLogsAndRuns)
+{
+    Serving serving({"--remote", "3,4", "--verbose"});
+    ASSERT_TRUE(serving.ready) << serving.program().err();
+    EXPECT_EQ(kvosimEnds({"remote", "list"}).out, "session 3, 127.0.0.1:5853, no agent\nsession 4, 127.0.0.1:5854, no agent\n");
+    Agent agent;
+    auto answering = answers(agent);
+    EXPECT_THAT(kvosimEnds({"remote", "list"}).out, ContainsRegex("session 3, 127.0.0.1:5853, agent at 127.0.0.1:[0-9]+\n"));
+    EXPECT_EQ(kvosimEnds({"remote", "ask", "3", "ping"}).out, "pong\n");
+    EXPECT_EQ(kvosimEnds({"remote", "ask", "3", "ping", "--tag", "042"}).out, "042:pong\n");
+    EXPECT_EQ(kvosimEnds({"remote", "ask", "3", "ping", "--untagged"}).out, "pong\n");
+    EXPECT_EQ(kvosimEnds({"remote", "ask", "3", "ping", "--json"}).out, "{\"reply\":\"pong\"}\n");
+
+    const TemporaryDirectory directory;
+    const std::string script = directory / "agent.script";
+    std::ofstream(script) << "session 3\n> ping\n< pong\n! seen\n";
+    EXPECT_EQ(kvosimEnds({"remote", "run", script}).out, script + ": 3 steps done, 1 replies and 1 indications as expected\n");
+    EXPECT_EQ(kvosimEnds({"remote", "run", script, "--json"}).out,
+              "{\"steps\":3,\"replies\":1,\"indications\":1,\"unread\":0}\n");
+    std::ofstream(script) << "session 3\n> ping\n< pang\n";
+    const Ended different = kvosimEnds({"remote", "run", script});
+    EXPECT_EQ(different.status, 1);
+    EXPECT_EQ(different.err, "kvosim: " + script + ":3: expected the reply \"pang\", got \"pong\"\n");
+    std::ofstream(script) << "ping\n";
+    EXPECT_EQ(kvosimEnds({"remote", "run", script}).status, 2);
+
+    const std::string log = kvosimEnds({"remote", "log", "--session", "3"}).out;
+    EXPECT_THAT(log, MatchesRegex("[0-9][0-9]:[0-9][0-9]:[0-9][0-9].[0-9][0-9][0-9] session 3 connected from .*"));
+    EXPECT_THAT(log, HasSubstr(" session 3 > 001:ping\n"));
+    EXPECT_THAT(log, HasSubstr(" session 3 < 001:pong\n"));
+    EXPECT_THAT(log, HasSubstr(" session 3 ! I01:seen\n"));
+    EXPECT_EQ(kvosimEnds({"remote", "log", "--session", "4"}).out, "");
+    EXPECT_EQ(kvosimEnds({"remote", "log", "--session", "5"}).status, 1);
+    EXPECT_THAT(kvosimEnds({"remote", "log", "--json"}).out,
+                HasSubstr(R"("session":3,"kind":"indication","text":"I01:seen","note":"")"));
+    EXPECT_THAT(serving.program().err(), HasSubstr(" session 3 ! I01:seen\n")) << "as it arrives";
+
+    EXPECT_EQ(kvosimEnds({"remote", "close", "3"}).out, "closed\n");
+    answering.get();
+    const Ended closed = kvosimEnds({"remote", "close", "3", "--reset"});
+    EXPECT_EQ(closed.status, 1);
+    EXPECT_EQ(closed.err, "kvosim: no agent is connected in session 3 (port 5853)\n");
+    EXPECT_EQ(kvosimEnds({"remote", "close", "3", "--for", "600"}).out, "closed\n");
+    EXPECT_EQ(kvosimEnds({"remote", "list"}).out,
+              "session 3, 127.0.0.1:5853, closed for a time\nsession 4, 127.0.0.1:5854, no agent\n");
+}
+
+TEST(RemoteProgram, FollowsTheLog)
+{
+    const Serving serving({"--remote", "3"});
+    ASSERT_TRUE(serving.ready);
+    Program following({KVOSIM_PROGRAM, "remote", "log", "--follow"});
+    const Agent agent;
+    EXPECT_TRUE(following.hasWritten(" session 3 connected from"));
+    agent.send("I07:later\r\n");
+    EXPECT_TRUE(following.hasWritten(" session 3 ! I07:later\n"));
+    following.signal(SIGTERM);
+    EXPECT_EQ(following.wait(), -SIGTERM);
+}
+
+TEST(RemoteProgram, WithoutAnAnswerTheStatusIsOne)
+{
+    const Serving serving({"--remote", "3"});
+    ASSERT_TRUE(serving.ready);
+    const Agent agent;
+    const Ended ended = kvosimEnds({"remote", "ask", "3", "ping", "--timeout", "1"});
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_EQ(ended.err, "kvosim: no reply within 1 s\n");
+}
+
+TEST(RemoteProgram, APortInUseIsNamed)
+{
+    const Serving first({"--remote", "3"});
+    ASSERT_TRUE(first.ready);
+    const Ended second = kvosimEnds({"run", "--remote", "3", "--", "true"});
+    EXPECT_EQ(second.status, 1);
+    EXPECT_EQ(second.err, "kvosim: can not serve agents of session 3 at 127.0.0.1:5853: the port is in use, perhaps by another "
+                          "simulator or a real hardware service\n");
+}
+
+TEST(RemoteProgram, ServesTheNetworkWhereItIsTold)
+{
+    const Serving serving({"--remote", "3", "--remote-address", "0.0.0.0"});
+    ASSERT_TRUE(serving.ready);
+    const Agent agent(3, "127.0.0.9");
+    EXPECT_EQ(kvosimEnds({"remote", "ask", "3", "x", "--timeout", "1"}).err, "kvosim: no reply within 1 s\n");
+}
+
+struct WrongRow : kvosim_test::NamedRow {
+    std::vector<std::string> arguments;
+    std::string err;
+};
+
+class WrongUse : public testing::TestWithParam<WrongRow> {};
+
+TEST_P(WrongUse, IsToldAndEndsWithTwo)
+{
+    const Serving serving({"--remote", "3"});
+    ASSERT_TRUE(serving.ready);
+    const Ended ended = kvosimEnds(GetParam().arguments);
+    EXPECT_EQ(ended.status, 2);
+    EXPECT_THAT(ended.err, HasSubstr(GetParam().err));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, WrongUse,
+    testing::Values(
+        WrongRow{{"sessions"}, {"run", "--remote", "3,10", "--", "true"}, "names no sessions; write session numbers of 0 to 9"},
+        WrongRow{{"address"},
+                 {"run", "--remote", "4", "--remote-address", "::1", "--", "true"},
+                 "\"::1\" is no IPv4 address; write one"},
+        WrongRow{{"host_name"}, {"run", "--remote", "4", "--remote-address", "localhost", "--", "true"}, "is no IPv4 address"},
+        WrongRow{{"alive"}, {"run", "--alive", "-1", "--", "true"}, "--alive"},
+        WrongRow{{"ask_line_end"}, {"remote", "ask", "3", "a\nb"}, "the request holds a line end or a zero; give one line"},
+        WrongRow{{"ask_long"},
+                 {"remote", "ask", "3", std::string(255, 'x')},
+                 "the request has 255 bytes; an agent takes at most 254"},
+        WrongRow{{"ask_tag"}, {"remote", "ask", "3", "ping", "--tag", "4"}, "is no tag; write three digits"},
+        WrongRow{{"ask_two_ways"}, {"remote", "ask", "3", "ping", "--tag", "042", "--untagged"}, "excludes"},
+        WrongRow{{"ask_timeout"}, {"remote", "ask", "3", "ping", "--timeout", "601"}, "--timeout"},
+        WrongRow{{"remote_alone"}, {"remote"}, "subcommand is required"},
+        WrongRow{{"event_name"}, {"event", "a name that is too long, x"}, "write \"name, data\" with a name of 1 to 19 bytes"},
+        WrongRow{{"event_lines"}, {"event", "a, b\nc", "--as-is"}, "the event holds a line end"},
+        WrongRow{{"event_not_utf8"}, {"event", "a, \xff"}, "a text is no UTF-8"}),
+    kvosim_test::kNameOfRow);
+
+class WithoutSimulator : public testing::TestWithParam<const char *> {};
+
+TEST_P(WithoutSimulator, EndsWithThree)
+{
+    const Ended ended = kvosimEnds(std::string(GetParam()) == "event" ? std::vector<std::string>{"event", "a, b"}
+                                                                      : std::vector<std::string>{"remote", GetParam()});
+    EXPECT_EQ(ended.status, 3);
+    EXPECT_THAT(ended.err, HasSubstr("no simulator runs here"));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, WithoutSimulator, testing::Values("list", "log", "event"));
+
+// ---- Events of embedded stations ----
+
+TEST(EventProgram, TellsHowManyGotIt)
+{
+    Serving serving({"--alive", "0"});
+    ASSERT_TRUE(serving.ready);
+    const Ended nobody = kvosimEnds({"event", "key, F1"});
+    EXPECT_EQ(nobody.status, 1);
+    EXPECT_EQ(nobody.out, "");
+    EXPECT_EQ(nobody.err, "kvosim: nobody listens for events, it was sent to 0 listeners\n");
+    const Client first("/tmp/kvo_hws/event_sock");
+    EXPECT_EQ(kvosimEnds({"event", "key, F1"}).out, "sent to 1 listener\n");
+    const Client second("/tmp/kvo_hws/event_sock");
+    EXPECT_EQ(kvosimEnds({"event", "key", "--as-is"}).out, "sent to 2 listeners\n");
+    EXPECT_EQ(kvosimEnds({"event", "Alive?", "--json"}).out, "{\"listeners\":2}\n");
+    EXPECT_EQ(first.receiveAll(100ms), "key, F1\nkey\nAlive?\n(nothing more came)");
+    EXPECT_EQ(second.receiveAll(100ms), "key\nAlive?\n(nothing more came)");
+}
+
+TEST(EventProgram, AliveGoesOutAsOftenAsItIsTold)
+{
+    const Serving serving({"--alive", "1"});
+    ASSERT_TRUE(serving.ready);
+    const Client listener("/tmp/kvo_hws/event_sock");
+    const auto start = std::chrono::steady_clock::now();
+    std::string text(14, '\0');
+    EXPECT_EQ(recv(listener.get(), text.data(), text.size(), MSG_WAITALL), 14);
+    EXPECT_EQ(text, "Alive?\nAlive?\n");
+    const auto waited = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(waited, 900ms) << "not at once";
+    EXPECT_LT(waited, 8s) << "without the option the first one comes after 10 s";
+}
+
+}  // namespace

@@ -1,0 +1,264 @@
+// "kvosim usb" as its users meet it: what is printed, exit statuses, and what becomes of events while a program comes and goes.
+#include "kvosim/control/control.h"
+#include "tools/kvosim/support/client.h"
+#include "tools/kvosim/support/ended.h"
+#include "tools/kvosim/support/named_row.h"
+#include "tools/kvosim/support/running_service.h"
+
+#include "support/scripted_service.h"
+#include "support/usb_events.h"
+
+#include <gmock/gmock.h>
+
+#include <csignal>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+using kvosim::Json;
+using kvosim_test::Ended;
+using kvosim_test::exchange;
+using kvosim_test::kvosimEnds;
+using kvosim_test::Program;
+using kvosim_test::RunningService;
+using support::kUsbSocket;
+using support::replies;
+using support::ScriptedService;
+using testing::ContainsRegex;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+struct Row : kvosim_test::NamedRow {
+    std::vector<std::string> arguments;
+    int status;
+    std::string out;
+    std::string err;
+};
+
+constexpr const char *kPlant = R"toml(
+[[station]]
+address = "10.0.0.5"
+name = "Lathe 1"
+[[station.usb_device]]
+
+[[station]]
+address = "10.0.0.6"
+name = "Locked"
+usb_lock = "3:0"
+)toml";
+
+class Usb : public testing::TestWithParam<Row> {
+protected:
+    static Ended run()
+    {
+        std::vector<std::string> arguments = GetParam().arguments;
+        arguments.insert(arguments.begin(), "usb");
+        return kvosimEnds(arguments);
+    }
+};
+
+TEST_P(Usb, Answers)
+{
+    const RunningService service(kPlant);
+    const Ended ended = run();
+    EXPECT_EQ(ended.status, GetParam().status);
+    EXPECT_THAT(ended.out, HasSubstr(GetParam().out));
+    EXPECT_THAT(ended.err, HasSubstr(GetParam().err));
+}
+
+const std::string kUntold = "; USB events are not activated, nobody was told\n";
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, Usb,
+    testing::Values(
+        Row{"plug", {"plug", "10.0.0.5"}, 0, "10.0.0.5: \"usb2*1-1.2\" plugged in" + kUntold, ""},
+        Row{"plug_by_name", {"plug", "Lathe 1"}, 0, "10.0.0.5: \"usb2*1-1.2\" plugged in" + kUntold, ""},
+        Row{"plug_locked",
+            {"plug", "Locked"},
+            0,
+            "10.0.0.6: \"usb1*1-1.1\" refused, as the station's USB lock is 3:0" + kUntold,
+            ""},
+        Row{"plug_json", {"plug", "10.0.0.5", "--json"}, 0, R"({"event":"plugged","station":"10.0.0.5","name":"Lathe 1",)", ""},
+        Row{"plug_unknown", {"plug", "10.0.0.9"}, 2, "", "kvosim: no station has the address or the name \"10.0.0.9\"\n"},
+        Row{"plug_wrong_text", {"plug", "10.0.0.5", "--text4", "a*b"}, 2, "", "kvosim: text4: holds an asterisk"},
+        Row{"plug_wrong_number", {"plug", "10.0.0.5", "--id1", "65536"}, 2, "", "kvosim: id1: 65536 is out of range"},
+        Row{"plug_no_number", {"plug", "10.0.0.5", "--number1", "many"}, 2, "", "kvosim: number1: is no whole number"},
+        Row{"plug_empty_ident", {"plug", "10.0.0.5", "--ident2", ""}, 2, "", "kvosim: ident2: is empty"},
+        Row{"plug_no_utf8", {"plug", "10.0.0.5", "--ident2", "\xA7"}, 2, "", "kvosim: a text is no UTF-8; write it so\n"},
+        Row{"plug_nowhere", {"plug"}, 2, "", "STATION is required"},
+        Row{"plug_unknown_option", {"plug", "10.0.0.5", "--text9", "x"}, 2, "", "--text9"},
+        Row{"refuse", {"refuse", "10.0.0.5"}, 0, "10.0.0.5: \"usb2*1-1.2\" refused" + kUntold, ""},
+        Row{"unplug", {"unplug", "10.0.0.5", "usb1"}, 0, "10.0.0.5: \"usb1*1-1.1\" removed" + kUntold, ""},
+        Row{"unplug_unknown",
+            {"unplug", "10.0.0.5", "usb9"},
+            2,
+            "",
+            "kvosim: no device \"usb9\" at 10.0.0.5; plugged in there: \"usb1*1-1.1\"\n"},
+        Row{"unplug_nothing", {"unplug", "10.0.0.5"}, 2, "", "DEVICE is required"},
+        Row{"state", {"state", "10.0.0.5", "1-1.1", "0x10"}, 0, "10.0.0.5: \"usb1*1-1.1\" in state 16" + kUntold, ""},
+        Row{"state_wrong",
+            {"state", "10.0.0.5", "usb1", "on"},
+            2,
+            "",
+            "kvosim: state: is no whole number; write 0 to 0xFFFFFFFF\n"},
+        Row{"state_nothing", {"state", "10.0.0.5", "usb1"}, 2, "", "VALUE is required"},
+        Row{"list", {"list"}, 0, "10.0.0.5: \"usb1*1-1.1\" state 0, Simulated device, kvosim, Memory stick\n", ""},
+        Row{"list_of_none", {"list", "Locked"}, 0, "no USB devices\n", ""},
+        Row{"list_json", {"list", "10.0.0.6", "--json"}, 0, "{\"devices\":[]}\n", ""},
+        Row{"list_unknown", {"list", "10.0.0.9"}, 2, "", "kvosim: no station has"},
+        Row{"storm_not_activated", {"storm", "--count", "3"}, 2, "", "kvosim: USB events are not activated"},
+        Row{"storm_without_count", {"storm"}, 2, "", "--count is required"},
+        Row{"storm_of_none", {"storm", "--count", "0"}, 2, "", "kvosim: count: 0 events make no storm"},
+        Row{"storm_rate", {"storm", "--count", "1", "--rate", "-1"}, 2, "", "--rate"},
+        Row{"alone", {}, 2, "", "A subcommand is required"}, Row{"help", {"--help"}, 0, "Examples:\n  kvosim usb plug", ""},
+        Row{"storm_help", {"storm", "--help"}, 0, "Examples:\n  kvosim usb storm", ""}),
+    kvosim_test::kNameOfRow);
+
+TEST(UsbCommands, WithoutASimulatorHaveAStatusOfTheirOwn)
+{
+    for (const std::vector<std::string> &arguments :
+         {std::vector<std::string>{"usb", "plug", "10.0.0.5"}, {"usb", "list"}, {"usb", "storm", "--count", "1"}}) {
+        EXPECT_EQ(kvosimEnds(arguments).status, 3);
+    }
+}
+
+TEST(UsbCommands, TakeEveryField)
+{
+    const RunningService service;
+    const Ended plugged =
+        kvosimEnds({"usb",       "plug",    "10.0.0.5",   "--ident2", "stick",     "--ident3", "3-1",   "--text4", "t4",
+                    "--text5",   "t5",      "--no-text5", "--text6",  "t6",        "--text7",  "t7",    "--text8", "t8",
+                    "--number1", "1",       "--number2",  "0x2",      "--number3", "3",        "--id1", "4",       "--id2",
+                    "5",         "--state", "6",          "--bytes",  "0a",        "--report"});
+    EXPECT_EQ(plugged.err, "");
+    const Json device = Json::parse(kvosimEnds({"usb", "list", "--json"}).out)["devices"][0];
+    const Json wanted{{"station", "10.0.0.5"},
+                      {"name", "Lathe 1"},
+                      {"ident2", "stick"},
+                      {"ident3", "3-1"},
+                      {"text4", "t4"},
+                      {"text5", "t5"},
+                      {"no_text5", 1},
+                      {"text6", "t6"},
+                      {"text7", "t7"},
+                      {"text8", "t8"},
+                      {"number1", 1},
+                      {"number2", 2},
+                      {"number3", 3},
+                      {"id1", 4},
+                      {"id2", 5},
+                      {"state", 6},
+                      {"bytes", "0A" + std::string(126, '0')},
+                      {"report", 1}};
+    EXPECT_EQ(device.dump(), wanted.dump());
+}
+
+TEST(UsbCommands, TellWhatBecameOfTheEvent)
+{
+    const RunningService service;
+    exchange("activateUSBEvents\n");
+    EXPECT_EQ(kvosimEnds({"usb", "plug", "10.0.0.5"}).out,
+              "10.0.0.5: \"usb1*1-1.1\" plugged in; the event was not delivered: nobody listens\n");
+    const ScriptedService receiver({replies("ok")}, kUsbSocket);
+    EXPECT_EQ(kvosimEnds({"usb", "unplug", "10.0.0.5", "usb1"}).out,
+              "10.0.0.5: \"usb1*1-1.1\" removed; the event was delivered\n");
+    EXPECT_THAT(receiver.requests(), ElementsAre("removeUSBdevice*10.0.0.5*usb1*1-1.1*\n"));
+}
+
+TEST(UsbCommands, WaitLongerThanUsualForASilentReceiver)
+{
+    const RunningService service;
+    exchange("activateUSBEvents\n");
+    const ScriptedService receiver({support::staysSilent(6s)}, kUsbSocket);
+    Program first({KVOSIM_PROGRAM, "usb", "refuse", "10.0.0.5"});
+    ASSERT_TRUE(support::eventually([&] { return receiver.requests().size() == 1; }));
+    const Ended second = kvosimEnds({"usb", "refuse", "10.0.0.5"});
+    EXPECT_EQ(second.err, "");
+    EXPECT_THAT(second.out, HasSubstr("refused; the event was"));
+    EXPECT_EQ(first.wait(), 0);
+}
+
+TEST(UsbCommands, StormPrintsItsSums)
+{
+    const RunningService service;
+    exchange("activateUSBEvents\n");
+    const ScriptedService receiver({replies("ok")}, kUsbSocket);
+    EXPECT_THAT(kvosimEnds({"usb", "storm", "--count", "20", "--rate", "200"}).out,
+                ContainsRegex("^sent 20, delivered 20, failed 0, 0\\.[0-9]{3} s, [0-9]+\\.[0-9] events a second\n$"));
+    EXPECT_EQ(receiver.requests().size(), 20U);
+    EXPECT_EQ(Json::parse(kvosimEnds({"usb", "storm", "--count", "2", "--json"}).out)["delivered"], 2);
+}
+
+TEST(UsbCommands, StormEndsOnInterrupt)
+{
+    const RunningService service;
+    exchange("activateUSBEvents\n");
+    const ScriptedService receiver({replies("ok")}, kUsbSocket);
+    Program storm({KVOSIM_PROGRAM, "usb", "storm", "--count", "100000", "--rate", "100"});
+    ASSERT_TRUE(support::eventually([&] { return receiver.requests().size() >= 3; }));
+    storm.signal(SIGINT);
+    EXPECT_EQ(storm.wait(), -SIGINT);
+    std::this_thread::sleep_for(100ms);
+    const std::size_t sent = receiver.requests().size();
+    std::this_thread::sleep_for(200ms);
+    EXPECT_EQ(receiver.requests().size(), sent);
+}
+
+// ---- The service's process ----
+
+Program servingWith(const std::vector<std::string> &more = {})
+{
+    std::vector<std::string> command{KVOSIM_PROGRAM, "serve", "--plant", EXAMPLE_PLANT, "--usb-lock-address", "none"};
+    command.insert(command.end(), more.begin(), more.end());
+    return Program(command);
+}
+
+TEST(UsbService, EndsOnASignalWhileAReceiverIsSilent)
+{
+    Program service = servingWith();
+    ASSERT_TRUE(service.hasWritten("kvosim: serving")) << service.err();
+    const ScriptedService receiver({support::staysSilent(10s)}, kUsbSocket);
+    exchange("activateUSBEvents\n");
+    Program plug({KVOSIM_PROGRAM, "usb", "plug", "10.0.0.5"});
+    ASSERT_TRUE(support::eventually([&] { return receiver.requests().size() == 1; }));
+    const auto began = kvosim::Clock::now();
+    service.signal(SIGTERM);
+    EXPECT_EQ(service.wait(), 0);
+    EXPECT_LT(kvosim::Clock::now() - began, 3s);
+    EXPECT_EQ(plug.wait(), 0);
+    EXPECT_THAT(plug.out(), HasSubstr("plugged in; the event was not delivered: the simulator ends\n"));
+    EXPECT_THAT(service.temporaryFiles(), IsEmpty());
+    EXPECT_EQ(service.err(), "");
+}
+
+TEST(UsbService, PassesSignalsOnAfterADelivery)
+{
+    // The delivery's thread must not be the one that a signal meets.
+    Program run({KVOSIM_PROGRAM, "run", "--usb-lock-address", "none", "--", "sh", "-c",
+                 ASK_PROGRAM " activateUSBEvents && " KVOSIM_PROGRAM
+                             " usb plug 10.0.0.5 && trap 'exit 7' TERM && echo ready && while :; do sleep 0.01; done"});
+    ASSERT_TRUE(run.hasWritten("ready\n")) << run.err();
+    run.signal(SIGTERM);
+    EXPECT_EQ(run.wait(), 7);
+}
+
+TEST(UsbService, LogsEventsWhenVerbose)
+{
+    Program service = servingWith({"--verbose"});
+    ASSERT_TRUE(service.hasWritten("kvosim: serving")) << service.err();
+    kvosimEnds({"usb", "refuse", "10.0.0.5"});
+    exchange("activateUSBEvents\n");
+    kvosimEnds({"usb", "plug", "10.0.0.5"});
+    kvosimEnds({"usb", "state", "10.0.0.5", "usb1", "3"});
+    service.signal(SIGTERM);
+    service.wait();
+    EXPECT_THAT(service.err(), HasSubstr(" USB event ignoreUSBdevice*10.0.0.5*usb1*1-1.1*Simulated device*1.00*refused*"));
+    EXPECT_THAT(service.err(), HasSubstr(" -> not activated\n"));
+    EXPECT_THAT(service.err(), HasSubstr(" activateUSBEvents -> ok\n"));
+    EXPECT_THAT(service.err(), HasSubstr(" USB event changeStateUSBdevice*10.0.0.5*usb1*1-1.1*00000003* -> nobody listens\n"));
+}
+
+}  // namespace

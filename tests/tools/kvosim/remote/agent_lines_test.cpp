@@ -1,0 +1,114 @@
+// Lines of agents: how they are cut, and the one reply that has no end.
+#include "kvosim/remote/agent_lines.h"
+
+#include "tools/kvosim/support/named_row.h"
+
+#include <gmock/gmock.h>
+
+namespace {
+
+using kvosim::AgentLines;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+std::vector<std::string> all(AgentLines &lines, std::string_view unended = {})
+{
+    std::vector<std::string> texts;
+    while (const auto line = lines.next(unended)) {
+        texts.push_back(line->text + (line->ended ? "" : "|"));
+    }
+    return texts;
+}
+
+TEST(AgentLines, EndWithALineFeedAndLoseACarriageReturn)
+{
+    AgentLines lines;
+    lines.add("pong\r\nok\n\r\nhalf");
+    EXPECT_THAT(all(lines), ElementsAre("pong", "ok", ""));
+    lines.add(" and half\r");
+    EXPECT_THAT(all(lines), IsEmpty());
+    lines.add("\n");
+    EXPECT_THAT(all(lines), ElementsAre("half and half"));
+}
+
+struct Row : kvosim_test::NamedRow {
+    std::string unended;
+    std::string bytes;
+    std::vector<std::string> lines;
+    bool holdsNone;
+};
+
+class None : public testing::TestWithParam<Row> {};
+
+TEST_P(None, IsCutWhereItEnds)
+{
+    AgentLines whole;
+    whole.add(GetParam().bytes);
+    EXPECT_EQ(all(whole, GetParam().unended), GetParam().lines);
+    EXPECT_EQ(whole.holdsNone(), GetParam().holdsNone);
+    // However it comes in pieces.
+    AgentLines bytewise;
+    std::vector<std::string> texts;
+    for (const char byte : GetParam().bytes) {
+        bytewise.add({&byte, 1});
+        for (const std::string &text : all(bytewise, GetParam().unended)) {
+            texts.push_back(text);
+        }
+    }
+    EXPECT_EQ(texts, GetParam().lines);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, None,
+    testing::Values(Row{"alone", "none", "none", {}, true}, Row{"tagged", "042:none", "042:none", {}, true},
+                    Row{"not_expected", "", "none", {}, true}, Row{"begun", "none", "non", {}, false},
+                    Row{"with_an_end", "none", "none\r\n", {"none"}, false},
+                    Row{"with_a_line_feed", "none", "none\n", {"none"}, false},
+                    Row{"with_half_an_end", "none", "none\r", {}, false},
+                    Row{"before_an_indication", "none", "noneI07:x\r\n", {"none|", "I07:x"}, false},
+                    Row{"before_a_reply", "042:none", "042:none043:pong\r\n", {"042:none|", "043:pong"}, false},
+                    Row{"a_word_that_begins_so", "", "nonesuch\r\n", {"nonesuch"}, false},
+                    Row{"another_tag", "042:none", "043:none\r\n", {"043:none"}, false}),
+    kvosim_test::kNameOfRow);
+
+TEST(AgentLines, NoneIsTakenWhereNothingFollows)
+{
+    AgentLines lines;
+    lines.add("pong\r\n042:none");
+    EXPECT_THAT(all(lines), ElementsAre("pong"));
+    ASSERT_TRUE(lines.holdsNone());
+    const auto none = lines.takeNone();
+    EXPECT_EQ(none.text, "042:none");
+    EXPECT_FALSE(none.ended);
+    EXPECT_FALSE(lines.holdsNone());
+}
+
+TEST(AgentLines, AreBounded)
+{
+    AgentLines lines;
+    lines.add(std::string(kvosim::kLongestAgentLine, 'x'));
+    EXPECT_FALSE(lines.overlong());
+    lines.add("x");
+    EXPECT_TRUE(lines.overlong());
+    AgentLines ended;
+    ended.add(std::string(kvosim::kLongestAgentLine + 1, 'x') + '\n');
+    EXPECT_TRUE(ended.overlong()) << "also where its end has come with it";
+    AgentLines longest;
+    longest.add(std::string(kvosim::kLongestAgentLine, 'x') + '\n');
+    EXPECT_FALSE(longest.overlong());
+}
+
+TEST(AgentLines, KnowTagsAndNumbers)
+{
+    EXPECT_EQ(kvosim::tagOf("042:pong"), "042:");
+    EXPECT_EQ(kvosim::tagOf("42:pong"), "");
+    EXPECT_EQ(kvosim::tagOf("042"), "");
+    EXPECT_EQ(kvosim::indicationOf("I07:x"), "I07:");
+    EXPECT_EQ(kvosim::indicationOf("i07:x"), "");
+    EXPECT_EQ(kvosim::indicationOf("I7:x"), "");
+    EXPECT_TRUE(kvosim::mayAnswerUnended("Get-Softkey-Type"));
+    EXPECT_FALSE(kvosim::mayAnswerUnended("get-softkey-type2"));
+    EXPECT_FALSE(kvosim::mayAnswerUnended("show-current-server"));
+}
+
+}  // namespace

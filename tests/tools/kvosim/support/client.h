@@ -1,0 +1,72 @@
+// A client that talks to a socket by hand: as slowly, as rudely or as much as a test wants.
+#pragma once
+
+#include "common/descriptor.h"
+
+#include <chrono>
+#include <cstring>
+#include <poll.h>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+namespace kvosim_test {
+
+inline constexpr const char *kCommandSocket = "/tmp/kvo_hws/cmd_sock";
+
+class Client {
+public:
+    explicit Client(const std::string &path = kCommandSocket) : socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        path.copy(address.sun_path, sizeof address.sun_path - 1);
+        if (connect(socket_.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
+            throw std::runtime_error("can not connect to " + path + ": " + std::strerror(errno));
+        }
+    }
+
+    [[nodiscard]] int get() const { return socket_.get(); }
+
+    /// False when the service has closed.
+    bool send(std::string_view bytes) const
+    {
+        return ::send(socket_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+    }
+
+    /// Everything until the service closes; with a note where nothing comes for @p patience.
+    [[nodiscard]] std::string receiveAll(std::chrono::milliseconds patience = std::chrono::seconds(5)) const
+    {
+        std::string received;
+        for (;;) {
+            pollfd waiting{.fd = socket_.get(), .events = POLLIN, .revents = 0};
+            if (poll(&waiting, 1, static_cast<int>(patience.count())) <= 0) {
+                return received + "(nothing more came)";
+            }
+            char piece[65536];
+            const ssize_t count = recv(socket_.get(), piece, sizeof piece, 0);
+            if (count < 0) {
+                return received + "(" + std::strerror(errno) + ")";
+            }
+            if (count == 0) {
+                return received;
+            }
+            received.append(piece, static_cast<std::size_t>(count));
+        }
+    }
+
+private:
+    kvosim::Descriptor socket_;
+};
+
+/// One exchange, with the bytes as they are.
+inline std::string exchange(std::string_view request, const std::string &path = kCommandSocket)
+{
+    const Client client(path);
+    client.send(request);
+    return client.receiveAll();
+}
+
+}  // namespace kvosim_test

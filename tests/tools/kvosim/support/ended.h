@@ -1,0 +1,25 @@
+// kvosim run to its end.
+#pragma once
+
+#include "tools/kvosim/support/program.h"
+
+#include <string>
+#include <vector>
+
+namespace kvosim_test {
+
+struct Ended {
+    int status;
+    std::string out;
+    std::string err;
+};
+
+inline Ended kvosimEnds(std::vector<std::string> arguments)
+{
+    arguments.insert(arguments.begin(), KVOSIM_PROGRAM);
+    Program program(arguments);
+    const int status = program.wait();
+    return {status, program.out(), program.err()};
+}
+
+}  // namespace kvosim_test

@@ -1,0 +1,300 @@
+// Walks the parser's structure along the words before the one that is begun.
+#include "common/completions/completion.h"
+
+#include <algorithm>
+#include <csignal>
+#include <exception>
+#include <map>
+#include <optional>
+#include <ostream>
+#include <set>
+#include <unistd.h>
+
+namespace completions {
+
+namespace {
+
+struct Offer {
+    const char *kind;
+    Source source{};
+    bool ofOptions = false;
+};
+
+/// A process has one command line, so there is one of these.
+struct Offers {
+    std::map<const CLI::Option *, Offer> arguments;
+    std::set<const CLI::App *> commands;
+};
+
+Offers &offers()
+{
+    static Offers all;
+    return all;
+}
+
+constexpr const char *kWords = "words";
+constexpr unsigned kPatience = 1;  // seconds that a user may be kept waiting
+
+/// A service that keeps silent is waited for no longer: what has been written by then is the answer.
+void limitTime()
+{
+    std::signal(SIGALRM, [](int) { _exit(0); });
+    alarm(kPatience);
+}
+
+bool holdsControlCharacter(const std::string &text)
+{
+    return std::any_of(text.begin(), text.end(), [](char byte) {
+        const auto value = static_cast<unsigned char>(byte);
+        return value < 0x20 || value == 0x7F;
+    });
+}
+
+bool isDashed(const std::string &word) { return word.size() > 1 && word.front() == '-'; }
+
+std::vector<const CLI::App *> subcommands(const CLI::App &app)
+{
+    return app.get_subcommands([](const CLI::App *subcommand) { return !subcommand->get_group().empty(); });
+}
+
+/// An option's longest name, as it is typed.
+std::string spelling(const CLI::Option &option)
+{
+    return option.get_lnames().empty() ? "-" + option.get_snames().front() : "--" + option.get_lnames().front();
+}
+
+bool takesValue(const CLI::Option &option) { return option.get_items_expected_max() > 0; }
+
+bool isRepeatable(const CLI::Option &option)
+{
+    return option.get_items_expected_max() > 1 || option.get_multi_option_policy() == CLI::MultiOptionPolicy::TakeAll;
+}
+
+/// The word that is begun, and what the words before it have come to.
+class Line {
+public:
+    Line(const CLI::App &app, const std::vector<std::string> &words) : app_(&app), begun_(words.back())
+    {
+        std::for_each(words.begin(), words.end() - 1, [this](const std::string &word) { take(word); });
+    }
+
+    [[nodiscard]] Offer offer() const
+    {
+        if (behindDashes_ && offers().commands.contains(app_)) {
+            return {"command"};
+        }
+        if (!behindDashes_ && begun_.starts_with('-')) {
+            return optionOrItsValue();
+        }
+        if (value_ != nullptr) {
+            return of(value_);
+        }
+        if (const auto words = subcommands(*app_); !words.empty()) {
+            return {kWords, [words] { return namesOf(words); }};
+        }
+        if (const CLI::Option *argument = positional(); argument != nullptr) {
+            return of(argument);
+        }
+        // Nothing else can follow, and an option can.
+        return behindDashes_ ? Offer{kWords} : options();
+    }
+
+    /// A candidate that the shell could not carry, or that the program would take for an option, is none.
+    [[nodiscard]] bool takes(const std::string &word, bool ofOptions) const
+    {
+        return word.starts_with(begun_) && !holdsControlCharacter(word) && (ofOptions || behindDashes_ || !isDashed(word));
+    }
+
+private:
+    static Candidates namesOf(const std::vector<const CLI::App *> &apps)
+    {
+        Candidates names;
+        for (const CLI::App *app : apps) {
+            names.push_back({app->get_name(), app->get_description()});
+        }
+        return names;
+    }
+
+    static Offer of(const CLI::Option *argument)
+    {
+        const auto found = offers().arguments.find(argument);
+        return found == offers().arguments.end() ? Offer{kWords} : found->second;
+    }
+
+    void take(const std::string &word)
+    {
+        if (behindDashes_) {  // NOLINT(bugprone-branch-clone): it outweighs all that stands before the other
+            ++positionals_;
+        } else if (word == "--") {
+            behindDashes_ = true;
+            value_ = nullptr;
+        } else if (isDashed(word)) {
+            takeOption(word);
+        } else if (value_ != nullptr) {
+            takeValue();
+        } else if (const CLI::App *subcommand = find(subcommands(*app_), word); subcommand != nullptr) {
+            app_ = subcommand;
+            positionals_ = 0;
+        } else {
+            ++positionals_;
+        }
+    }
+
+    static const CLI::App *find(const std::vector<const CLI::App *> &apps, const std::string &name)
+    {
+        const auto found = std::find_if(apps.begin(), apps.end(), [&](const CLI::App *app) { return app->check_name(name); });
+        return found == apps.end() ? nullptr : *found;
+    }
+
+    void takeOption(const std::string &word)
+    {
+        const std::size_t equals = word.find('=');
+        const CLI::Option *option = find(word.substr(0, equals));
+        given_.insert(option);
+        values_ = 0;
+        value_ = option != nullptr && equals == std::string::npos && takesValue(*option) ? option : nullptr;
+    }
+
+    void takeValue()
+    {
+        ++values_;
+        // One that may be given again takes one value each time, unless it takes them in a row.
+        if (values_ >= value_->get_items_expected_max() || !value_->get_allow_extra_args()) {
+            value_ = nullptr;
+        }
+    }
+
+    /// The subcommand's own options, and those of the commands around it that may stand behind it.
+    [[nodiscard]] std::vector<const CLI::Option *> known() const
+    {
+        std::vector<const CLI::Option *> options;
+        std::set<std::string> names;
+        for (const CLI::App *app = app_; app != nullptr; app = app->get_fallthrough() ? app->get_parent() : nullptr) {
+            for (const CLI::Option *option : app->get_options()) {
+                if (option->nonpositional() && names.insert(spelling(*option)).second) {
+                    options.push_back(option);
+                }
+            }
+        }
+        return options;
+    }
+
+    [[nodiscard]] const CLI::Option *find(const std::string &name) const
+    {
+        const auto options = known();
+        const auto found =
+            std::find_if(options.begin(), options.end(), [&](const CLI::Option *option) { return option->check_name(name); });
+        return found == options.end() ? nullptr : *found;
+    }
+
+    [[nodiscard]] Offer optionOrItsValue() const
+    {
+        const std::size_t equals = begun_.find('=');
+        const CLI::Option *option = equals == std::string::npos ? nullptr : find(begun_.substr(0, equals));
+        if (option == nullptr) {
+            return options();
+        }
+        Offer values = of(option);
+        values.ofOptions = true;
+        if (values.source) {
+            values.source = [source = values.source, prefix = begun_.substr(0, equals + 1)] {
+                Candidates candidates = source();
+                for (Candidate &candidate : candidates) {
+                    candidate.word.insert(0, prefix);
+                }
+                return candidates;
+            };
+        }
+        return values;
+    }
+
+    [[nodiscard]] bool isExcluded(const CLI::Option &option) const
+    {
+        const auto excluded = option.get_excludes();
+        return std::any_of(excluded.begin(), excluded.end(),
+                           [this](const CLI::Option *other) { return given_.contains(other); });
+    }
+
+    [[nodiscard]] Offer options() const
+    {
+        Candidates candidates;
+        for (const CLI::Option *option : known()) {
+            if ((!given_.contains(option) || isRepeatable(*option)) && !isExcluded(*option)) {
+                candidates.push_back({spelling(*option), option->get_description()});
+            }
+        }
+        return {kWords, [candidates] { return candidates; }, true};
+    }
+
+    /// The argument that the word that is begun would be.
+    [[nodiscard]] const CLI::Option *positional() const
+    {
+        int before = positionals_;
+        for (const CLI::Option *option : app_->get_options()) {
+            if (!option->get_positional()) {
+                continue;
+            }
+            if (before < option->get_items_expected_max()) {
+                return option;
+            }
+            before -= option->get_items_expected_max();
+        }
+        return nullptr;
+    }
+
+    const CLI::App *app_;
+    std::string begun_;
+    const CLI::Option *value_ = nullptr;  ///< the option whose value comes next
+    int values_ = 0;                      ///< how many it has had
+    int positionals_ = 0;
+    bool behindDashes_ = false;
+    std::set<const CLI::Option *> given_;
+};
+
+void answer(const Line &line, std::ostream &out)
+{
+    const Offer offer = line.offer();
+    out << offer.kind << '\n' << std::flush;
+    for (const Candidate &candidate : offer.source ? offer.source() : Candidates()) {
+        if (line.takes(candidate.word, offer.ofOptions)) {
+            const bool shown = !holdsControlCharacter(candidate.meaning);
+            out << candidate.word << '\t' << (shown ? candidate.meaning : "") << '\n';
+        }
+    }
+    out.flush();
+}
+
+}  // namespace
+
+void offer(const CLI::Option *argument, Source source) { offers().arguments[argument] = {kWords, std::move(source)}; }
+
+void offerWords(const CLI::Option *argument, std::initializer_list<const char *> words)
+{
+    Candidates candidates;
+    for (const char *word : words) {
+        candidates.push_back({word});
+    }
+    offer(argument, [candidates] { return candidates; });
+}
+
+void offerFiles(const CLI::Option *argument) { offers().arguments[argument] = {"files", {}}; }
+
+void offerDirectories(const CLI::Option *argument) { offers().arguments[argument] = {"directories", {}}; }
+
+void offerCommand(const CLI::App *subcommand) { offers().commands.insert(subcommand); }
+
+bool answered(const CLI::App &app, const std::vector<std::string> &arguments, std::ostream &out)
+{
+    if (arguments.size() < 3 || arguments[0] != "complete" || arguments[1] != "--") {
+        return false;
+    }
+    limitTime();
+    try {
+        answer(Line(app, {arguments.begin() + 2, arguments.end()}), out);
+    } catch (const std::exception &) {
+        // A shell shows what is written, in the midst of its user's line.
+    }
+    return true;
+}
+
+}  // namespace completions

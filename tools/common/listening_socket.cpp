@@ -1,0 +1,118 @@
+// Listening sockets: whose place a path is, and who may take it.
+#include "common/listening_socket.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <stdexcept>
+#include <string>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <system_error>
+
+namespace kvosim {
+
+namespace {
+
+constexpr mode_t kDirectoryMode = 0755;  // others may reach the socket, but put none in its place
+constexpr int kWaitingConnections = 1024;
+
+[[noreturn]] void fail(const std::string &what, int error = errno)
+{
+    throw std::runtime_error(what + ": " + std::generic_category().message(error));
+}
+
+sockaddr_un addressOf(const std::string &path)
+{
+    sockaddr_un address{};
+    if (path.size() >= sizeof address.sun_path) {
+        throw std::runtime_error(path + ": too long for a socket, at most " + std::to_string(sizeof address.sun_path - 1) +
+                                 " bytes");
+    }
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, path.size());
+    return address;
+}
+
+/// This user's directory in which nobody else can write, locked against another service that starts at the same time.
+Descriptor ownDirectory(const std::filesystem::path &path)
+{
+    if (mkdir(path.c_str(), kDirectoryMode) != 0 && errno != EEXIST) {
+        fail("can not create " + path.string());
+    }
+    Descriptor directory(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    struct stat status {};
+    if (!directory.valid() || fstat(directory.get(), &status) != 0) {
+        fail(path.string() + " is no directory that can be used");
+    }
+    if (status.st_uid != geteuid()) {
+        throw std::runtime_error(path.string() + " belongs to another user (number " + std::to_string(status.st_uid) +
+                                 "); remove it, or start the service as that user");
+    }
+    const mode_t narrowed = status.st_mode & kDirectoryMode;
+    if (narrowed != (status.st_mode & 07777) && fchmod(directory.get(), narrowed) != 0) {
+        fail("can not take the others' right to write from " + path.string());
+    }
+    if (flock(directory.get(), LOCK_EX) != 0) {
+        fail("can not lock " + path.string());
+    }
+    return directory;
+}
+
+/// Removes what an earlier service left behind; refuses everything else.
+void clearPath(const std::string &path)
+{
+    struct stat status {};
+    if (lstat(path.c_str(), &status) != 0) {
+        return;
+    }
+    if (!S_ISSOCK(status.st_mode)) {
+        throw std::runtime_error(path + " exists and is no socket; remove it first");
+    }
+    const Descriptor probe(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    const sockaddr_un address = addressOf(path);
+    // A full queue (EAGAIN) has a live service behind it too.
+    if (connect(probe.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 || errno == EAGAIN) {
+        throw std::runtime_error("a service is running at " + path + " already; end it first, or use \"kvosim run\"");
+    }
+    if (errno != ECONNREFUSED) {
+        fail("can not tell whether a service runs at " + path);
+    }
+    if (unlink(path.c_str()) != 0) {
+        fail("can not remove the stale socket " + path);
+    }
+}
+
+}  // namespace
+
+ListeningSocket::ListeningSocket(std::filesystem::path path, mode_t mode) : path_(std::move(path))
+{
+    const sockaddr_un address = addressOf(path_);
+    const Descriptor directory = ownDirectory(path_.parent_path());
+    clearPath(path_);
+    socket_ = Descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    // Narrow before it has a path, so that nobody else gets in between. The umask may take from that; nobody else can have put
+    // another file into this directory meanwhile.
+    if (fchmod(socket_.get(), mode) != 0 ||
+        bind(socket_.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
+        chmod(path_.c_str(), mode) != 0 || listen(socket_.get(), kWaitingConnections) != 0) {
+        fail("can not listen at " + path_.string());
+    }
+    struct stat status {};
+    if (lstat(path_.c_str(), &status) == 0) {
+        device_ = status.st_dev;
+        inode_ = status.st_ino;
+    }
+}
+
+ListeningSocket::~ListeningSocket()
+{
+    struct stat status {};
+    if (lstat(path_.c_str(), &status) == 0 && status.st_dev == device_ && status.st_ino == inode_) {
+        unlink(path_.c_str());
+    }
+}
+
+}  // namespace kvosim

@@ -1,0 +1,14 @@
+// The panel's own part of the installation: its two libraries and the configuration file.
+#pragma once
+
+#include "common/finding.h"
+
+namespace kvoctl {
+
+/// Which file the loader took for the library @p name.
+Finding examineLibrary(const std::string &name);
+
+/// Whether the configuration file can be read. The service works without one.
+Finding examineConfiguration();
+
+}  // namespace kvoctl

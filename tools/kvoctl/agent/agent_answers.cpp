@@ -1,0 +1,122 @@
+// Reads answers: words, or the numbers that they stand for.
+#include "kvoctl/agent/agent_answers.h"
+
+#include "common/completions/completion.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <optional>
+#include <string_view>
+
+namespace kvoctl {
+
+namespace {
+
+constexpr std::array<std::string_view, 7> kKeywords{"stop-viewer",   "stop-viewer-preempt", "stop-viewer-noclean",
+                                                    "activate-me",   "show-viewer-active",  "set-darken",
+                                                    "set-statusline"};
+
+struct AnswerWord {
+    std::string_view word;
+    int number;
+};
+
+constexpr std::array<AnswerWord, 6> kWords{
+    {{"done", 1}, {"yes", 1}, {"no", 0}, {"not-running", 0}, {"busy", 0}, {"failed", -1}}};
+
+std::optional<int> parseAnswer(std::string_view text)
+{
+    const auto *const known = std::find_if(kWords.begin(), kWords.end(), [text](const auto &row) { return row.word == text; });
+    if (known != kWords.end()) {
+        return known->number;
+    }
+    int number = 0;
+    const auto parsed = std::from_chars(text.data(), text.data() + text.size(), number);
+    return parsed.ec == std::errc{} && parsed.ptr == text.data() + text.size() ? std::optional(number) : std::nullopt;
+}
+
+template <class Rows, class Word>
+std::string listed(const Rows &rows, Word word)
+{
+    std::string list;
+    for (const auto &row : rows) {
+        list.append(list.empty() ? "" : ", ").append(word(row));
+    }
+    return list;
+}
+
+template <class Rows, class Word>
+completions::Candidates offered(const Rows &rows, Word word)
+{
+    completions::Candidates candidates;
+    for (const auto &row : rows) {
+        candidates.push_back({word(row)});
+    }
+    return candidates;
+}
+
+std::string checkAnswer(const std::string &text)
+{
+    return parseAnswer(text) ? ""
+                             : "\"" + text + "\" is neither a whole number nor one of " +
+                                   listed(kWords, [](const AnswerWord &row) { return row.word; });
+}
+
+std::string checkPair(const std::string &text)
+{
+    const std::size_t equals = text.find('=');
+    if (equals == std::string::npos) {
+        return "\"" + text + "\" is no COMMAND=ANSWER";
+    }
+    const std::string keyword = text.substr(0, equals);
+    if (std::find(kKeywords.begin(), kKeywords.end(), keyword) == kKeywords.end()) {
+        return "\"" + keyword + "\" is none of " + listed(kKeywords, [](std::string_view known) { return known; });
+    }
+    return checkAnswer(text.substr(equals + 1));
+}
+
+}  // namespace
+
+HostCommand::HostCommand(const std::string &text) : keyword(text.substr(0, text.find('=')))
+{
+    hasArgument = keyword.size() < text.size();
+    argument = hasArgument ? text.substr(keyword.size() + 1) : "";
+}
+
+int AgentAnswers::answerTo(const std::string &keyword) const
+{
+    const auto own = own_.find(keyword);
+    return own != own_.end() ? own->second : all_;
+}
+
+std::shared_ptr<const AgentAnswers> AgentAnswers::addTo(CLI::App &command)
+{
+    auto answers = std::make_shared<AgentAnswers>();
+    auto *own = command.add_option_function<std::vector<std::string>>(
+        kAnswerOption,
+        [answers](const std::vector<std::string> &pairs) {
+            for (const std::string &pair : pairs) {
+                const std::size_t equals = pair.find('=');
+                answers->own_[pair.substr(0, equals)] = parseAnswer(pair.substr(equals + 1)).value_or(0);
+            }
+        },
+        "What to answer to one command, as stop-viewer=not-running; may be given again. ANSWER is 1 (done, yes), 0 (no, "
+        "not-running, busy), or -1 (failed) or any other number, which mean a failure. COMMAND is one of " +
+            listed(kKeywords, [](std::string_view keyword) { return keyword; }));
+    own->check({checkPair, ""})
+        ->type_name("COMMAND=ANSWER")
+        ->type_size(1)
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    auto *all = command.add_option_function<std::string>(
+        kAnswerAllOption, [answers](const std::string &answer) { answers->all_ = parseAnswer(answer).value_or(0); },
+        "What to answer to all other commands; else 1");
+    all->check({checkAnswer, ""})->type_name("ANSWER");
+    completions::offer(own,
+                       [] { return offered(kKeywords, [](std::string_view keyword) { return std::string(keyword) + '='; }); });
+    completions::offer(all, [] { return offered(kWords, [](const AnswerWord &row) { return std::string(row.word); }); });
+    return answers;
+}
+
+}  // namespace kvoctl

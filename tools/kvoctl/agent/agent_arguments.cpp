@@ -1,0 +1,106 @@
+// Refuses what the library would read as something else: it cuts texts, and takes a wrong address for none.
+#include "kvoctl/agent/agent_arguments.h"
+
+#include "kvoctl/command_line/station_argument.h"
+#include "kvoctl/output/result.h"
+
+#include <kvo_hws/agent.h>
+
+#include <arpa/inet.h>
+
+namespace kvoctl {
+
+namespace {
+
+constexpr std::size_t kLongestName = sizeof(EmbKvoInst::focusKvoName) - 1;
+constexpr std::size_t kLongestScreen = sizeof(EmbKvoInst::screenOnFocus) - 1;
+
+std::string checkAddress(const std::string &text)
+{
+    in_addr address{};
+    if (inet_pton(AF_INET, text.c_str(), &address) != 1) {
+        return "\"" + text + "\" is no dotted IPv4 address";
+    }
+    return address.s_addr == INADDR_ANY ? "0.0.0.0 is nobody's address" : "";
+}
+
+Given<std::string> addText(CLI::App &command, const std::string &name, const std::string &help, std::size_t longest)
+{
+    const auto refuse = [longest](const std::string &text) -> std::string {
+        if (text.empty()) {
+            return "the text is empty";
+        }
+        return text.size() > longest ? "at most " + std::to_string(longest) + " bytes are taken" : "";
+    };
+    auto value = std::make_shared<std::string>();
+    return {command.add_option(name, *value, help)->check(oneLine())->check({refuse, ""})->type_name("TEXT"), value};
+}
+
+std::string line(const std::string &key, const std::string &value) { return key + "=" + value + "\n"; }
+
+}  // namespace
+
+std::string AgentPlan::parameters() const
+{
+    return line("remoteKvoHwsIp", remoteAddress) + line("remoteSession", std::to_string(session)) +
+           (focusAddress.empty() ? line("focusKvoName", focusName) : line("focusKvoIp", focusAddress)) + otherParameters;
+}
+
+Given<std::string> addAddress(CLI::App &command, const std::string &name, const std::string &help)
+{
+    auto address = std::make_shared<std::string>();
+    return {command.add_option(name, *address, help)->check({checkAddress, ""})->type_name("ADDRESS"), address};
+}
+
+Given<unsigned> addSession(CLI::App &command, const std::string &help)
+{
+    auto session = Number<unsigned>{"--session", help, 0, kLastSession}.addTo(command);
+    session.option->type_name("N");
+    return session;
+}
+
+AgentArguments AgentArguments::addTo(CLI::App &command)
+{
+    const auto focus = addAddress(command, "--focus", "The station in focus, by its address");
+    const auto name = addText(command, "--focus-name", "The station in focus, by its name", kLongestName);
+    focus.option->excludes(name.option);
+    offerStations(focus.option, StationForms::address);
+    offerStations(name.option, StationForms::name);
+    const auto screen = addText(command, "--screen", "The screen on focus that is told to the remote service", kLongestScreen);
+    AgentArguments arguments(focus, name, screen,
+                             addFlag(command, "--mcp", "The station in focus has a machine control panel (MCP)"));
+    const auto number = [&](const char *option, const char *key, const char *help) {
+        const auto value = Number<>{option, help}.addTo(command);
+        value.option->type_name("N");
+        arguments.numbers_.push_back({key, value});
+    };
+    number("--kvo-index", "kvoIndex", "The KVO index that is told; else 1");
+    number("--channel", "channelOnFocus", "The channel on focus; else 1");
+    number("--suspend-lock", "suspendLock", "The suspend lock; else 0");
+    number("--suspend-prio", "suspendPrio", "The suspend priority; else 1");
+    number("--startup-active", "startupActive", "Whether it becomes active at start; else 1");
+    number("--startup-prio", "startupPrio", "Its priority then; else 2");
+    return arguments;
+}
+
+AgentPlan AgentArguments::plan() const
+{
+    AgentPlan plan{.focusAddress = *focus_.value, .focusName = *focusName_.value};
+    if (plan.focusAddress.empty() && plan.focusName.empty()) {
+        throw UsageError("one of --focus and --focus-name is needed");
+    }
+    if (controlPanel_->count() > 0) {
+        plan.otherParameters += line("mcpFlag", "1");
+    }
+    if (screen_.given()) {
+        plan.otherParameters += line("screenOnFocus", *screen_.value);
+    }
+    for (const auto &[key, number] : numbers_) {
+        if (number.given()) {
+            plan.otherParameters += line(key, std::to_string(*number.value));
+        }
+    }
+    return plan;
+}
+
+}  // namespace kvoctl

@@ -1,0 +1,116 @@
+// Reads shared arguments, and refuses what the service could not take.
+#include "kvoctl/command_line/arguments.h"
+
+#include "common/completions/completion.h"
+
+#include <algorithm>
+#include <charconv>
+
+namespace kvoctl {
+
+namespace {
+
+/// Names the text that is refused; CLI11 puts the argument's name before it.
+std::string refusal(const std::string &text, const std::string &complaint) { return "\"" + text + "\" is " + complaint; }
+
+}  // namespace
+
+CLI::Validator wholeNumber(int64_t least, int64_t most, const std::string &complaint)
+{
+    const auto read = [=](std::string &text) -> std::string {
+        int64_t number = 0;
+        const char *const end = text.data() + text.size();
+        const auto parsed = std::from_chars(text.data(), end, number);
+        if (parsed.ec != std::errc{} || parsed.ptr != end || number < least || number > most) {
+            return refusal(text, complaint);
+        }
+        // The parser's own reading would take a leading zero for octal.
+        text = std::to_string(number);
+        return {};
+    };
+    return {read, ""};
+}
+
+CLI::Validator oneOf(const Words &words)
+{
+    const auto replace = [words](std::string &text) -> std::string {
+        std::string known;
+        for (const auto &[word, number] : words) {
+            if (text == word) {
+                text = std::to_string(number);
+                return {};
+            }
+            known += (known.empty() ? "" : ", ") + word;
+        }
+        return refusal(text, "none of " + known);
+    };
+    return {replace, ""};
+}
+
+void offerWords(const CLI::Option *argument, const Words &words)
+{
+    completions::Candidates candidates;
+    for (const auto &[word, number] : words) {
+        candidates.push_back({word});
+    }
+    completions::offer(argument, [candidates] { return candidates; });
+}
+
+CLI::Option *addFlag(CLI::App &command, const std::string &name, const std::string &help)
+{
+    return command.add_flag(name, help);
+}
+
+Given<uint32_t> addSeconds(CLI::App &command, const std::string &name, const std::string &help, uint32_t otherwise)
+{
+    auto seconds = std::make_shared<uint32_t>(otherwise);
+    const CLI::Validator whole = wholeNumber(0, std::numeric_limits<uint32_t>::max(), "no number of whole seconds");
+    return {command.add_option(name, *seconds, help)->transform(whole)->type_name("SECONDS"), seconds};
+}
+
+Given<std::string> addProgram(CLI::App &command, const std::string &help)
+{
+    auto program = std::make_shared<std::string>();
+    auto *option = command.add_option("--exec", *program, help)->type_name("PROGRAM");
+    completions::offerFiles(option);
+    return {option, program};
+}
+
+bool holdsControlCharacter(const std::string &text)
+{
+    return std::any_of(text.begin(), text.end(), [](char byte) {
+        const auto value = static_cast<unsigned char>(byte);
+        return value < 0x20 || value == 0x7F;
+    });
+}
+
+CLI::Validator oneLine()
+{
+    const auto refuse = [](const std::string &text) -> std::string {
+        return holdsControlCharacter(text) ? "\"" + text + "\" holds a control character" : "";
+    };
+    return {refuse, ""};
+}
+
+Given<uint32_t> Word::addTo(CLI::App &command) const
+{
+    auto value = std::make_shared<uint32_t>();
+    auto *option = command.add_option(name, *value, help)->transform(oneOf(words))->type_name("");
+    offerWords(option, words);
+    return {option, value};
+}
+
+Given<std::string> Text::addTo(CLI::App &command) const
+{
+    const auto refuse = [most = longest](const std::string &text) -> std::string {
+        if (text.find('"') != std::string::npos) {
+            return "a double quote can not be sent";
+        }
+        return text.size() > most ? "at most " + std::to_string(most) + " bytes can be sent" : "";
+    };
+    auto value = std::make_shared<std::string>();
+    auto *option = command.add_option(name, *value, help)->check(oneLine())->check({refuse, ""})->type_name("");
+    return {option, value};
+}
+
+}  // namespace kvoctl

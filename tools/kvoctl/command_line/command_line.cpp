@@ -1,0 +1,131 @@
+// Sets the parser up and keeps the action of the subcommand that was chosen.
+#include "kvoctl/command_line/command_line.h"
+
+#include "common/completions/command_structure.h"
+#include "common/completions/completion.h"
+
+#include <kvo_hws/service.h>
+
+#include <algorithm>
+#include <array>
+#include <iostream>
+
+namespace kvoctl {
+
+namespace {
+
+constexpr const char *kFooter = R"(Examples:
+  kvoctl stations
+  kvoctl --json station 10.0.0.5
+  kvoctl panel show "Portal mill"
+  kvoctl address mcp 10.0.0.5 12
+  kvoctl doctor
+  kvoctl ready --wait 30 && kvoctl backlight on
+  kvosim run -- kvoctl stations
+
+"kvoctl COMMAND --help" tells more. Exit status: 0 done or yes, 1 the service's "no", 2 wrong use, 3 no service,
+4 the service refused or failed, 5 kvoctl itself failed (its output can not be written); 10 to 19 are faults that
+"kvoctl doctor" finds.
+)";
+
+std::string versionLine()
+{
+    std::array<char, 64> library{};
+    unsigned size = library.size();
+    require(KVO_HWS_getDLLVersion(library.data(), &size));
+    return std::string("kvoctl " KVOCTL_VERSION " (library ") + library.data() + ")";
+}
+
+std::string examplesText(const std::string &call, const std::vector<std::string> &examples)
+{
+    std::string text = "Examples:\n";
+    for (const std::string &example : examples) {
+        text.append("  kvoctl ").append(call).append(example.empty() ? "" : " ").append(example).append("\n");
+    }
+    return text;
+}
+
+bool isFamily(const CLI::App &command) { return !command.get_subcommands(std::function<bool(const CLI::App *)>{}).empty(); }
+
+}  // namespace
+
+CommandLine::CommandLine() : app_("Asks the hardware service of an operator panel.", "kvoctl")
+{
+    app_.footer(kFooter);
+    app_.require_subcommand(1);
+    app_.fallthrough();  // global options may stand behind the subcommand too
+    app_.set_version_flag("--version", versionLine);
+    app_.add_flag("--json", json_, "Write exactly one JSON document on standard output");
+    app_.add_flag("--debug", debug_, "Write the library's debug messages on standard error");
+}
+
+void CommandLine::parse(std::vector<std::string> arguments)
+{
+    // A wrong command line is answered as it asks, even where it could not be read up to this option.
+    const auto optionsEnd = std::find(arguments.begin(), arguments.end(), "--");
+    json_ = std::find(arguments.begin(), optionsEnd, "--json") != optionsEnd;
+    std::reverse(arguments.begin(), arguments.end());  // as the parser takes them
+    app_.parse(std::move(arguments));
+}
+
+bool CommandLine::answersShell(const std::vector<std::string> &arguments) const
+{
+    return completions::answered(app_, arguments, std::cout) || completions::structureWritten(app_, arguments, std::cout);
+}
+
+void CommandLine::help(const CLI::ParseError &request) const
+{
+    if (request.get_exit_code() != static_cast<int>(CLI::ExitCodes::Success)) {
+        const auto unknown = app_.remaining();
+        // The parser would only say that a subcommand is missing.
+        throw UsageError(isFamily(innermost()) && !unknown.empty() ? "\"" + unknown.front() + "\" is no command"
+                                                                   : request.what());
+    }
+    app_.exit(request, std::cout, std::cerr);
+    flushOutput();
+}
+
+const CLI::App &CommandLine::innermost() const
+{
+    const CLI::App *command = &app_;
+    for (auto chosen = command->get_subcommands(); !chosen.empty(); chosen = command->get_subcommands()) {
+        command = chosen.front();
+    }
+    return *command;
+}
+
+std::string CommandLine::chosen() const
+{
+    std::string words;
+    for (const CLI::App *command = &innermost(); command != &app_; command = command->get_parent()) {
+        words.insert(0, command->get_name() + (words.empty() ? "" : " "));
+    }
+    return words;
+}
+
+std::string CommandLine::prefix() const { return chosen().empty() ? "kvoctl" : "kvoctl: " + chosen(); }
+
+std::string CommandLine::helpCall() const { return chosen().empty() ? "kvoctl --help" : "kvoctl " + chosen() + " --help"; }
+
+Family::Family(CommandLine &commandLine, CLI::App &parent, const std::string &heading, const std::string &path,
+               const std::string &word, const std::string &summary)
+    : commandLine_(commandLine), parent_(*parent.add_subcommand(word, summary)), heading_("Commands"), path_(path + " ")
+{
+    parent_.group(heading);
+    parent_.require_subcommand(1);
+    parent_.footer("\"kvoctl " + path_ + "COMMAND --help\" tells more.\n");
+}
+
+void Family::add(const std::string &name, const std::string &summary, const std::vector<std::string> &examples,
+                 const Subcommand &subcommand)
+{
+    CLI::App &command = *parent_.add_subcommand(name, summary);
+    command.group(heading_);
+    command.footer(examplesText(path_ + name, examples));
+    command.callback([line = &commandLine_, action = subcommand.setUp(command)] { line->action_ = action; });
+    for (const Property &property : subcommand.shows) {
+        addTo(commandLine_.sections_, path_ + name, property);
+    }
+}
+
+}  // namespace kvoctl

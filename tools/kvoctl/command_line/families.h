@@ -1,0 +1,26 @@
+// The families of subcommands; each adds its own to the command line.
+#pragma once
+
+#include "kvoctl/command_line/command_line.h"
+
+namespace kvoctl {
+
+/// The heading in the help over all families that are about one station.
+inline constexpr const char *kOneStation = "One station, by family";
+/// The heading over what the host of an embedded station does.
+inline constexpr const char *kEmbedded = "Embedded stations";
+
+void addStationCommands(CommandLine &commandLine);
+void addPanelCommands(CommandLine &commandLine);
+void addViewerCommands(CommandLine &commandLine);
+void addAddressCommands(CommandLine &commandLine);
+void addFocusCommands(CommandLine &commandLine);
+void addInputCommands(CommandLine &commandLine);
+void addUsbCommands(CommandLine &commandLine);
+void addMetricCommands(CommandLine &commandLine);
+void addAgentCommands(CommandLine &commandLine);
+void addEventCommands(CommandLine &commandLine);
+void addServiceCommands(CommandLine &commandLine);
+void addDoctor(CommandLine &commandLine);
+
+}  // namespace kvoctl

@@ -1,0 +1,132 @@
+// Tells addresses and names apart; names are resolved by the service, never here.
+#include "kvoctl/command_line/station_argument.h"
+
+#include "common/completions/completion.h"
+#include "kvoctl/command_line/arguments.h"
+#include "kvoctl/command_line/fetch_list.h"
+#include "kvoctl/output/result.h"
+
+#include <kvo_hws/requests.h>
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <array>
+#include <charconv>
+#include <cstring>
+
+namespace kvoctl {
+
+namespace {
+
+/// The longest name that a station can have, in bytes; asking for a longer one would find a station by half its name.
+constexpr std::size_t kLongestStationName = sizeof(KvoDescriptionEx::name) - 1;
+constexpr std::size_t kHexDigits = 8;
+
+std::optional<uint32_t> parseDotted(const std::string &text)
+{
+    in_addr network{};
+    if (inet_pton(AF_INET, text.c_str(), &network) != 1) {
+        return std::nullopt;
+    }
+    return ntohl(network.s_addr);
+}
+
+std::optional<uint32_t> parseHex(const std::string &text)
+{
+    uint32_t address = 0;
+    const char *const end = text.data() + text.size();
+    const auto parsed = std::from_chars(text.data(), end, address, 16);
+    if (text.size() != kHexDigits || parsed.ec != std::errc{} || parsed.ptr != end) {
+        return std::nullopt;
+    }
+    return address;
+}
+
+std::optional<uint32_t> parseAddress(const std::string &text)
+{
+    const std::optional<uint32_t> address = parseDotted(text);
+    return address ? address : parseHex(text);
+}
+
+std::string checkLength(const std::string &text)
+{
+    if (text.empty()) {
+        return "a station's name or address can not be empty";
+    }
+    return text.size() > kLongestStationName ? "a station's name has at most " + std::to_string(kLongestStationName) + " bytes" : "";
+}
+
+}  // namespace
+
+std::shared_ptr<std::string> addStation(CLI::App &command)
+{
+    auto station = std::make_shared<std::string>();
+    auto *option = command.add_option("STATION", *station, std::string("The station: ") + kStationForms);
+    option->required()->check(oneLine())->check({checkLength, ""})->type_name("");
+    offerStations(option);
+    return station;
+}
+
+std::shared_ptr<std::vector<std::string>> addStations(CLI::App &command, const std::string &help)
+{
+    auto stations = std::make_shared<std::vector<std::string>>();
+    auto *option = command.add_option("STATION", *stations, help);
+    option->check(oneLine())->check({checkLength, ""})->type_name("");
+    offerStations(option);
+    return stations;
+}
+
+void offerStations(const CLI::Option *argument, StationForms forms)
+{
+    completions::offer(argument, [forms] {
+        completions::Candidates candidates;
+        for (const KvoDescription &station : fetchList<KvoDescription>(KVO_HWS_getDescriptionList)) {
+            const std::string address = dotted(station.address);
+            const std::string name(station.name, strnlen(station.name, sizeof station.name));
+            if (forms != StationForms::name) {
+                candidates.push_back({address, name});
+            }
+            if (forms != StationForms::address) {
+                candidates.push_back({name, address});
+            }
+        }
+        return candidates;
+    });
+}
+
+KvoDescriptionEx lookUp(const std::string &station)
+{
+    const std::optional<uint32_t> address = parseAddress(station);
+    if (address == 0U) {
+        // The library takes address 0 for "look it up by name".
+        throw UsageError("no station has the address 0.0.0.0");
+    }
+    KvoDescriptionEx record{};
+    const std::string missing =
+        address ? "no station has the address " + dotted(*address) : "no station is named \"" + station + "\"";
+    require(KVO_HWS_getDescriptionEx(address.value_or(0), station.c_str(), &record), {{KVO_HWS_NO, missing}});
+    return record;
+}
+
+uint32_t stationAddress(const std::string &station)
+{
+    const std::optional<uint32_t> address = parseAddress(station);
+    return address ? *address : lookUp(station).address;
+}
+
+std::string dotted(uint32_t address)
+{
+    const in_addr network{.s_addr = htonl(address)};
+    std::array<char, INET_ADDRSTRLEN> text{};
+    return inet_ntop(AF_INET, &network, text.data(), text.size());
+}
+
+std::optional<std::string> dottedFromNetworkOrder(uint32_t address)
+{
+    if (address == INADDR_NONE) {
+        return std::nullopt;
+    }
+    return dotted(ntohl(address));
+}
+
+}  // namespace kvoctl

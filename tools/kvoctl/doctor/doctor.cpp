@@ -1,0 +1,62 @@
+// "kvoctl doctor": why nothing answers.
+#include "common/platform_check.h"
+#include "common/service_probe.h"
+#include "kvoctl/command_line/families.h"
+
+#include <algorithm>
+
+namespace kvoctl {
+
+namespace {
+
+const char *state(const Finding &finding)
+{
+    if (finding.isFault()) {
+        return "FAULT";
+    }
+    return finding.isNote() ? "note" : "ok";
+}
+
+Report report(const std::vector<Finding> &findings)
+{
+    Table table({Table::Column::text, Table::Column::text, Table::Column::text});
+    Document documents = Document::array();
+    for (const Finding &finding : findings) {
+        table.add({state(finding), finding.check, finding.words});
+        if (!finding.advice.empty()) {
+            table.add({"", "", finding.advice});
+        }
+        documents.push_back({{"check", finding.check},
+                             {"state", finding.isFault() ? "fault" : state(finding)},
+                             {"status", static_cast<int>(finding.exit)},
+                             {"finding", finding.words},
+                             {"advice", finding.advice.empty() ? Document(nullptr) : Document(finding.advice)}});
+    }
+    const auto fault = std::find_if(findings.begin(), findings.end(), [](const Finding &one) { return one.isFault(); });
+    const bool healthy = fault == findings.end();
+    return {.document = {{"healthy", healthy}, {"findings", std::move(documents)}},
+            .table = std::move(table),
+            .line = healthy ? std::optional<std::string>("Nothing is wrong.") : std::nullopt,
+            .exit = healthy ? Exit::done : fault->exit};
+}
+
+Action setUpDoctor(CLI::App & /*command*/)
+{
+    return [] {
+        std::vector<Finding> findings{examineLibrary("libkvo_hws.so.0"), examineLibrary("libpavo.so.1"),
+                                      examineLibrary("libdrak.so"), examineConfiguration()};
+        const std::vector<Finding> ofService = probeService();
+        findings.insert(findings.end(), ofService.begin(), ofService.end());
+        return report(findings);
+    };
+}
+
+}  // namespace
+
+void addDoctor(CommandLine &commandLine)
+{
+    Family service(commandLine, "Service");
+    service.add("doctor", "Find out why nothing answers", {"", "--json"}, {setUpDoctor});
+}
+
+}  // namespace kvoctl

@@ -1,0 +1,85 @@
+// Subcommands about the numbers that tell stations apart: machine control panel (MCP), direct control keys (DCK), KVO index and
+// cks index.
+#include "kvoctl/command_line/families.h"
+#include "kvoctl/command_line/station_commands.h"
+#include "kvoctl/output/readers.h"
+
+#include <kvo_hws/requests.h>
+
+namespace kvoctl {
+
+namespace {
+
+constexpr uint32_t kHighestCksIndex = 255;
+
+constexpr const char *kWithoutItShown = "without it the number is shown";
+
+// ---- kvoctl address find ----
+
+struct Lookup {
+    const char *option;
+    const char *what;
+    int32_t (*request)(uint32_t, uint32_t *) noexcept;
+};
+
+constexpr std::array kLookups{Lookup{"--mcp", "MCP address", KVO_HWS_getIPbyMCPAddress},
+                              Lookup{"--dck", "DCK address", KVO_HWS_getIPbyDCKAddress},
+                              Lookup{"--kvo-index", "KVO index", KVO_HWS_getIPbyKVOIndex}};
+
+Report find(const Lookup &lookup, uint32_t number)
+{
+    const std::string key = std::string(lookup.what) + " " + std::to_string(number);
+    uint32_t address = 0;
+    require(lookup.request(number, &address),
+            {{KVO_HWS_NO, "no station has the " + key}, {KVO_HWS_AMBIGUOUS, "several stations have the " + key}});
+    return {.document = {{"address", dotted(address)}}, .line = dotted(address)};
+}
+
+Action setUpFind(CLI::App &command)
+{
+    std::vector<Given<uint32_t>> numbers;
+    for (const Lookup &lookup : kLookups) {
+        numbers.push_back(Number<>{lookup.option, std::string("The station with this ") + lookup.what}.addTo(command));
+        numbers.back().option->type_name("N");
+    }
+    return [=] {
+        const auto isGiven = [](const auto &number) { return number.option->count() > 0; };
+        if (std::count_if(numbers.begin(), numbers.end(), isGiven) != 1) {
+            throw UsageError("one of --mcp, --dck and --kvo-index is needed");
+        }
+        const auto given = static_cast<std::size_t>(std::find_if(numbers.begin(), numbers.end(), isGiven) - numbers.begin());
+        return find(kLookups.at(given), *numbers[given].value);
+    };
+}
+
+}  // namespace
+
+void addAddressCommands(CommandLine &commandLine)
+{
+    Family address(commandLine, kOneStation, "address", "The numbers that tell stations apart");
+    const std::vector<std::string> examples{"10.0.0.5", "10.0.0.5 12"};
+    // The service, not kvoctl, judges what is a good MCP address or KVO index.
+    address.add(
+        "mcp", "Show or set the MCP address that the station serves", examples,
+        setting({{"mcp"}, numbers(KVO_HWS_getMCPAddress)}, KVO_HWS_setMCPAddress, {}, Number<>{"ADDRESS", kWithoutItShown}));
+    address.add(
+        "kvo-index", "Show or set the station's KVO index", examples,
+        setting({{"kvo_index"}, numbers(KVO_HWS_getKVOIndex)}, KVO_HWS_setKVOIndex, {}, Number<>{"INDEX", kWithoutItShown}));
+    address.add("dck", "Show the address of the station's direct control keys", {"10.0.0.5"},
+                showing({{"dck"}, numbers(KVO_HWS_getDCKAddress)}));
+    address.add(
+        "dck-enable", "Show whether the station's direct control keys are on, or switch them", {"10.0.0.5", "10.0.0.5 off"},
+        setting({{"dck_enable"}, word(KVO_HWS_getDCKEnable, std::array{"off", "on"})}, KVO_HWS_setDCKEnable, {}, kOnOff));
+    address.add("cks-index", "Show or set the station's cks index", examples,
+                setting({{"cks_index"}, numbers(KVO_HWS_getKVOCksIndex)}, KVO_HWS_setKVOCksIndex, {},
+                        Number<>{"INDEX", std::string("0 to 255; ") + kWithoutItShown, 0, kHighestCksIndex}));
+    const Number<> value1{"VALUE1", "The key's first number"};
+    const Number<> value2{"VALUE2", "Its second number"};
+    address.add("simulate-key", "Simulate a key of the station's MCP", {"10.0.0.5 12 1"},
+                order(KVO_HWS_simulateMCPKey, {}, value1, value2));
+    address.add("enable-key", "Enable a key of the station's MCP", {"10.0.0.5 12 1"},
+                order(KVO_HWS_enableMCPKey, {}, value1, value2));
+    address.add("find", "Find the station that has a number", {"--mcp 12", "--dck 3", "--kvo-index 7"}, {setUpFind});
+}
+
+}  // namespace kvoctl

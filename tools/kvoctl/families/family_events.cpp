@@ -1,0 +1,40 @@
+// Subcommands about the events of embedded stations.
+#include "kvoctl/command_line/arguments.h"
+#include "kvoctl/command_line/families.h"
+#include "kvoctl/live/embedded_event_session.h"
+
+namespace kvoctl {
+
+namespace {
+
+// ---- kvoctl events watch ----
+
+Report watch(const std::optional<std::string> &program, const CommandLine &commandLine)
+{
+    const StopSignals signals;
+    EmbeddedEventPlan plan{.format = lineFormat(commandLine), .complaint = commandLine.prefix()};
+    if (program) {
+        plan.program.emplace(*program, kEmbeddedEnvironment, signals.before(), commandLine.prefix());
+    }
+    watchEmbeddedEvents(plan, signals);
+    return {};
+}
+
+SetUp watching(const CommandLine &commandLine)
+{
+    return [&commandLine](CLI::App &command) -> Action {
+        const auto program = addProgram(command, "Run PROGRAM for each event, with the event in its environment");
+        return [=, &commandLine] { return watch(program.given(), commandLine); };
+    };
+}
+
+}  // namespace
+
+void addEventCommands(CommandLine &commandLine)
+{
+    Family events(commandLine, kEmbedded, "events", "The events of embedded stations");
+    events.add("watch", "Show the events that the service tells embedded stations, until Ctrl-C",
+               {"", "--json", "--exec ./on-event.sh"}, {watching(commandLine)});
+}
+
+}  // namespace kvoctl

@@ -1,0 +1,136 @@
+// Subcommands about the service itself.
+#include "kvoctl/command_line/arguments.h"
+#include "kvoctl/command_line/families.h"
+
+#include <kvo_hws/result.h>
+#include <kvo_hws/service.h>
+
+#include <array>
+#include <chrono>
+#include <thread>
+
+using namespace std::chrono_literals;
+
+namespace kvoctl {
+
+namespace {
+
+using Column = Table::Column;
+
+// ---- kvoctl version ----
+
+/// Far longer than any version; a longer text would be told like a refusal, so there is no asking again.
+constexpr std::size_t kVersionSize = 4096;
+
+std::string version(int32_t (*request)(char *, unsigned *))
+{
+    std::array<char, kVersionSize> text{};
+    unsigned size = text.size();
+    require(request(text.data(), &size));
+    return text.data();
+}
+
+Action setUpVersion(CLI::App & /*command*/)
+{
+    return [] {
+        const std::string library = version(KVO_HWS_getDLLVersion);
+        const std::string service = version(KVO_HWS_getKVOHWSVersion);
+        Table table({Column::text, Column::text});
+        table.add({"library", library});
+        table.add({"service", service});
+        return Report{.document = {{"library", library}, {"service", service}}, .table = std::move(table)};
+    };
+}
+
+// ---- kvoctl ready ----
+
+constexpr auto kReadyPause = 100ms;
+
+/// A service that does not answer yet may be about to start, so both are waited for: that it answers and that it is ready.
+int32_t waitUntilReady(std::chrono::seconds longest)
+{
+    const auto deadline = std::chrono::steady_clock::now() + longest;
+    for (;;) {
+        const int32_t ready = KVO_HWS_isInitComplete();
+        const auto left = deadline - std::chrono::steady_clock::now();
+        if ((ready != KVO_HWS_NO && ready != KVO_HWS_NO_SERVICE) || left <= 0s) {
+            return ready;
+        }
+        std::this_thread::sleep_for(std::min<std::chrono::nanoseconds>(kReadyPause, left));
+    }
+}
+
+Action setUpReady(CLI::App &command)
+{
+    const auto longest = addSeconds(command, "--wait", "Ask until the service is ready, for so long at most", 0);
+    return [=] {
+        const int32_t ready = waitUntilReady(std::chrono::seconds(*longest.value));
+        if (ready == KVO_HWS_NO) {
+            return Report{.document = {{"ready", false}}, .line = "not ready", .exit = Exit::no};
+        }
+        require(ready);
+        return Report{.document = {{"ready", true}}, .line = "ready"};
+    };
+}
+
+// ---- kvoctl debug-level ----
+
+constexpr std::array kDebugLevels{"none", "I", "II"};
+
+Report debugLevel()
+{
+    const int32_t level = KVO_HWS_getDebugLevel();
+    if (level < 0) {
+        require(level);
+    }
+    return {.document = {{"debug_level", level}}, .line = kDebugLevels.at(static_cast<std::size_t>(level))};
+}
+
+Action setUpDebugLevel(CLI::App &command)
+{
+    const Words words{{"none", 0}, {"1", 1}, {"2", 2}, {"I", 1}, {"II", 2}};
+    auto level = std::make_shared<int>();
+    auto *given = command.add_option("LEVEL", *level, "none, 1 or I, 2 or II; without it the level is shown")
+                      ->transform(oneOf(words))
+                      ->type_name("");
+    offerWords(given, words);
+    return [=] { return given->count() > 0 ? done(KVO_HWS_setDebugLevel(*level)) : debugLevel(); };
+}
+
+// ---- kvoctl registry ----
+
+const std::vector<Meaning> kRegistryCodes{{KVO_HWS_NO, "the registry is locked already; try again"}};
+
+Action setUpRegistryLock(CLI::App & /*command*/)
+{
+    return [] { return done(withMissingService(KVO_HWS_lockKVORegData()), kRegistryCodes); };
+}
+
+Action setUpRegistryUnlock(CLI::App & /*command*/)
+{
+    return [] { return done(withMissingService(KVO_HWS_unlockKVORegData())); };
+}
+
+// ---- kvoctl kill-daemon ----
+
+Action setUpKillDaemon(CLI::App & /*command*/)
+{
+    return [] { return done(KVO_HWS_killDaemon()); };
+}
+
+}  // namespace
+
+void addServiceCommands(CommandLine &commandLine)
+{
+    Family service(commandLine, "Service");
+    service.add("version", "Show the library's and the service's version", {""}, {setUpVersion});
+    service.add("ready", "Tell whether the service has finished starting", {"", "--wait 30"}, {setUpReady});
+    service.add("debug-level", "Show or set the service's debug level", {"", "II"}, {setUpDebugLevel});
+    service.add("kill-daemon", "Tell the service to end itself", {""}, {setUpKillDaemon});
+
+    Family registry(commandLine, "Service", "registry", "The lock on the service's registry files");
+    registry.add("lock", "Take the lock; whoever takes it must give it back", {""}, {setUpRegistryLock});
+    registry.add("unlock", "Give the lock back, whoever took it", {""}, {setUpRegistryUnlock});
+}
+
+}  // namespace kvoctl

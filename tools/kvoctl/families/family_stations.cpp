@@ -1,0 +1,136 @@
+// Subcommands about the stations that the service knows.
+#include "kvoctl/command_line/arguments.h"
+#include "kvoctl/command_line/families.h"
+#include "kvoctl/command_line/fetch_list.h"
+#include "kvoctl/command_line/station_argument.h"
+#include "kvoctl/output/station_record.h"
+
+#include <array>
+#include <cstring>
+#include <utility>
+
+namespace kvoctl {
+
+namespace {
+
+using Column = Table::Column;
+
+constexpr uint32_t kLockTimeoutSeconds = 5;
+
+// ---- A list of stations as a table ----
+
+template <class Record>
+Table emptyTable()
+{
+    std::vector<Column> columns{Column::text, Column::elastic, Column::number, Column::number, Column::number};
+    std::vector<std::string> header{"ADDRESS", "NAME", "ATTR1", "ATTR2", "ATTR3"};
+    if constexpr (kIsExtended<Record>) {
+        for (const Attribute &attribute : kExtendedAttributes) {
+            columns.push_back(Column::number);
+            header.emplace_back(attribute.heading);
+        }
+    }
+    return Table(std::move(columns), std::move(header));
+}
+
+template <class Record>
+std::vector<std::string> row(const Record &station, const DottedAddress &address)
+{
+    std::vector<std::string> cells{address.value_or("-"), nameOf(station), std::to_string(station.attr1),
+                                   std::to_string(station.attr2), std::to_string(station.attr3)};
+    if constexpr (kIsExtended<Record>) {
+        for (const Attribute &attribute : kExtendedAttributes) {
+            cells.push_back(std::to_string(station.*attribute.member));
+        }
+    }
+    return cells;
+}
+
+/// @p addressText tells how this list carries addresses.
+template <class Record, class AddressText>
+Report listReport(const std::vector<Record> &stations, AddressText addressText)
+{
+    Document documents = Document::array();
+    Table table = emptyTable<Record>();
+    for (const Record &station : stations) {
+        const DottedAddress address = addressText(station.address);
+        documents.push_back(document(station, address));
+        table.add(row(station, address));
+    }
+    return {.document = {{"stations", std::move(documents)}},
+            .table = std::move(table),
+            .line = std::to_string(stations.size()) + (stations.size() == 1 ? " station" : " stations")};
+}
+
+// ---- kvoctl stations ----
+
+using RegistryRequest = decltype(&KVO_HWS_getKVOCurrentListFromRegistry);
+
+Report registryList(RegistryRequest request, uint32_t lockTimeout)
+{
+    const auto ask = [=](KvoDescription *list, uint32_t *count) { return request(list, count, lockTimeout); };
+    return listReport(fetchList<KvoDescription>(
+                          ask, {{KVO_HWS_NO, "the service is still starting"},
+                                {KVO_HWS_FAILED, "the service refused, or the list is missing in its registry"},
+                                {KVO_HWS_TIMEOUT, "the registry stayed locked for " + std::to_string(lockTimeout) + " s"}}),
+                      dottedFromNetworkOrder);
+}
+
+Action setUpStations(CLI::App &command)
+{
+    auto *extended = addFlag(command, "--extended", "With the seven extended attributes");
+    auto *previous = addFlag(command, "--previous", "The list of the service's previous start, from its registry");
+    auto *current = addFlag(command, "--current", "The list as the service's registry has it now");
+    extended->excludes(previous)->excludes(current);
+    previous->excludes(current);
+    const auto timeout = addSeconds(command, "--lock-timeout",
+                                    "Longest wait for the registry's lock, with --previous or --current (default: " +
+                                        std::to_string(kLockTimeoutSeconds) + ")",
+                                    kLockTimeoutSeconds);
+    return [=] {
+        if (previous->count() > 0) {
+            return registryList(KVO_HWS_getKVOPreviousListFromRegistry, *timeout.value);
+        }
+        if (current->count() > 0) {
+            return registryList(KVO_HWS_getKVOCurrentListFromRegistry, *timeout.value);
+        }
+        if (timeout.option->count() > 0) {
+            throw UsageError("--lock-timeout needs --previous or --current");
+        }
+        return extended->count() > 0 ? listReport(fetchList<KvoDescriptionEx>(KVO_HWS_getDescriptionListEx), dotted)
+                                     : listReport(fetchList<KvoDescription>(KVO_HWS_getDescriptionList), dotted);
+    };
+}
+
+// ---- kvoctl station ----
+
+Report stationReport(const KvoDescriptionEx &station)
+{
+    // Nothing is cut: whoever asks for one station wants all of it.
+    Table table({Column::text, Column::text});
+    const std::string address = dotted(station.address);
+    Document fields = document(station, address);
+    for (const auto &[key, value] : fields.items()) {
+        table.add({key, value.is_string() ? value.template get<std::string>() : value.dump()});
+    }
+    return {.document = std::move(fields), .table = std::move(table)};
+}
+
+Action setUpStation(CLI::App &command)
+{
+    const auto station = addStation(command);
+    return [=] { return stationReport(lookUp(*station)); };
+}
+
+}  // namespace
+
+void addStationCommands(CommandLine &commandLine)
+{
+    Family stations(commandLine, "Stations");
+    stations.add("stations", "List the stations that the service knows",
+                 {"", "--extended --json", "--previous --lock-timeout 10"}, {setUpStations});
+    stations.add("station", "Show one station with all its attributes", {"10.0.0.5", "\"Portal mill\"", "-- -odd-name"},
+                 {setUpStation});
+}
+
+}  // namespace kvoctl

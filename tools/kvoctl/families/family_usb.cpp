@@ -1,0 +1,86 @@
+// Subcommands about the USB lock of stations, their USB connectors, and the events of their USB devices.
+#include "kvoctl/command_line/families.h"
+#include "kvoctl/command_line/station_commands.h"
+#include "kvoctl/live/usb_event_commands.h"
+#include "kvoctl/output/readers.h"
+
+#include <kvo_hws/requests.h>
+
+namespace kvoctl {
+
+namespace {
+
+// ---- kvoctl usb connectors ----
+
+const std::vector<Meaning> kConnectorCodes{{KVO_HWS_NO, "the list of connectors is empty"},
+                                           {KVO_HWS_REFUSED, "the service refused"},
+                                           {KVO_HWS_UNKNOWN_REPLY, "the service answered something unknown"},
+                                           {KVO_HWS_BUSY, "the service is busy; try again"}};
+
+const Property kOneStationsConnectors{{"connectors"}, sizedText(KVO_HWS_getUsbConnectorListOne), kConnectorCodes};
+
+/// Asked of no station in particular, but shown the same way.
+const Property kAllConnectors{{"connectors"}, [](uint32_t) { return readText(KVO_HWS_getUsbConnectorList); }, kConnectorCodes};
+
+Action setUpConnectors(CLI::App &command)
+{
+    const auto stations = addStations(command, std::string("One station, else all of them: ") + kStationForms);
+    return [=] {
+        if (stations->empty()) {
+            return show(kAllConnectors, 0);
+        }
+        if (stations->size() > 1) {
+            throw UsageError("one station at most");
+        }
+        return show(kOneStationsConnectors, stationAddress(stations->front()));
+    };
+}
+
+// ---- kvoctl usb lock set ----
+
+const std::vector<Meaning> kLockCodes{{KVO_HWS_FAILED, "the lock could not be sent over the network"},
+                                      {KVO_HWS_INVALID_HOST, "127.0.0.1 is the address of no station; nothing was sent"}};
+
+/// All addresses before the first datagram: an unknown name must not leave half of the stations locked.
+Report setLock(const std::vector<std::string> &stations, int first, int second)
+{
+    std::vector<std::string> addresses;
+    addresses.reserve(stations.size());
+    for (const std::string &station : stations) {
+        addresses.push_back(dotted(stationAddress(station)));
+    }
+    std::vector<const char *> hosts;
+    hosts.reserve(addresses.size());
+    for (const std::string &address : addresses) {
+        hosts.push_back(address.c_str());
+    }
+    return done(KVO_HWS_setUsbLock(static_cast<uint32_t>(hosts.size()), hosts.data(), first, second), kLockCodes);
+}
+
+Action setUpUsbLock(CLI::App &command)
+{
+    const auto first = Number<int>{"FIRST", "The lock's first number"}.addTo(command);
+    const auto second = Number<int>{"SECOND", "The lock's second number"}.addTo(command);
+    first.option->required();
+    second.option->required();
+    const auto stations = addStations(command, std::string("The stations; none: every station. ") + kStationForms);
+    return [=] { return setLock(*stations, *first.value, *second.value); };
+}
+
+}  // namespace
+
+void addUsbCommands(CommandLine &commandLine)
+{
+    Family usb(commandLine, kOneStation, "usb", "The USB lock, connectors and devices of stations");
+    Family lock(usb, "lock", "The USB lock of stations");
+    lock.add("get", "Show the two numbers of a station's USB lock", {"10.0.0.5"},
+             showing({{"lock_first", "lock_second"}, numbers(KVO_HWS_getUsbLock)}));
+    lock.add("set",
+             "Set the USB lock of stations over the network, without waiting for an answer; of EVERY station if none is named",
+             {"1 0 10.0.0.5", "0 0 10.0.0.5 \"Portal mill\"", "0 0"}, {setUpUsbLock});
+    usb.add("connectors", "Show the list of the USB connectors of all stations or of one", {"", "10.0.0.5"},
+            {setUpConnectors, {kOneStationsConnectors}});
+    addUsbEventCommands(usb, commandLine);
+}
+
+}  // namespace kvoctl

@@ -1,0 +1,40 @@
+// Blocks the signals and lets a descriptor tell of them.
+#include "kvoctl/live/stop_signals.h"
+
+#include <sys/signalfd.h>
+
+namespace kvoctl {
+
+namespace {
+
+constexpr int kStopSignals[] = {SIGINT, SIGTERM, SIGHUP};
+
+/// Returns the signals that were blocked before.
+sigset_t block()
+{
+    sigset_t blocked;
+    sigset_t before;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGPIPE);
+    for (const int signal : kStopSignals) {
+        sigaddset(&blocked, signal);
+    }
+    pthread_sigmask(SIG_BLOCK, &blocked, &before);
+    return before;
+}
+
+int openDescriptor()
+{
+    sigset_t awaited;
+    sigemptyset(&awaited);
+    for (const int signal : kStopSignals) {
+        sigaddset(&awaited, signal);
+    }
+    return signalfd(-1, &awaited, SFD_CLOEXEC | SFD_NONBLOCK);
+}
+
+}  // namespace
+
+StopSignals::StopSignals() : before_(block()), descriptor_(openDescriptor(), "signalfd") {}
+
+}  // namespace kvoctl

@@ -1,0 +1,11 @@
+// The subcommands about USB events.
+#pragma once
+
+#include "kvoctl/command_line/command_line.h"
+
+namespace kvoctl {
+
+/// Adds them to the family "usb" of @p commandLine.
+void addUsbEventCommands(Family &usb, const CommandLine &commandLine);
+
+}  // namespace kvoctl

@@ -1,0 +1,91 @@
+// Writes reports to standard output, and knows how wide it is.
+#include "kvoctl/output/output.h"
+
+#include "kvoctl/output/display_text.h"
+
+#include <cerrno>
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+namespace kvoctl {
+
+namespace {
+
+constexpr int kIndent = 2;
+constexpr int kOneLine = -1;
+
+/// Columns of the terminal behind standard output; no limit where there is none, so that files and pipes get whole names.
+std::size_t outputWidth()
+{
+    if (isatty(STDOUT_FILENO) == 0) {
+        return kUnlimited;
+    }
+    winsize size{};
+    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) {
+        return size.ws_col;
+    }
+    const char *columns = std::getenv("COLUMNS");
+    const std::string_view text = columns == nullptr ? "" : columns;
+    std::size_t width = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), width);
+    return error == std::errc{} && end == text.data() + text.size() && width > 0 ? width : kUnlimited;
+}
+
+/// Names are the plant's bytes: one that is no UTF-8 must not keep the others from being shown.
+std::string dump(const Document &document, int indent)
+{
+    return document.dump(indent, ' ', false, Document::error_handler_t::replace);
+}
+
+void writeLine(const std::string &text)
+{
+    std::cout << text << '\n';
+    flushOutput();
+}
+
+}  // namespace
+
+void flushOutput()
+{
+    errno = 0;
+    if (!std::cout.flush()) {
+        throw std::runtime_error(std::string("can not write to standard output: ") + std::strerror(errno));
+    }
+}
+
+Report done(int32_t result, const std::vector<Meaning> &own)
+{
+    require(result, own);
+    return {.document = {{"done", true}}};
+}
+
+void write(const Report &report, bool json)
+{
+    if (json && !report.document.is_null()) {
+        writeLine(dump(report.document, kIndent));
+    }
+    if (json) {
+        return;
+    }
+    if (report.table) {
+        report.table->write(std::cout, outputWidth());
+    }
+    if (report.line) {
+        std::cout << displayText(*report.line).text << '\n';
+    }
+    flushOutput();
+}
+
+std::string compact(const Document &document) { return dump(document, kOneLine); }
+
+void writeError(std::optional<int32_t> result, const std::string &meaning)
+{
+    const Document code = result ? Document(*result) : Document(nullptr);
+    writeLine(compact({{"error", {{"code", code}, {"meaning", meaning}}}}));
+}
+
+}  // namespace kvoctl

@@ -1,0 +1,72 @@
+// Readers of answers that are no plain numbers.
+#include "kvoctl/output/readers.h"
+
+namespace kvoctl {
+
+namespace {
+
+/// The library copies the whole reply of the service and can not be told where to stop: the service's own replies stay below
+/// 1024 bytes, and this is as much again as any reply could sensibly grow to.
+constexpr std::size_t kUnsizedRoom = std::size_t{4} * 1024 * 1024;
+
+constexpr uint32_t kUsualText = 4096;
+/// A service that tells of more is taken to be mistaken rather than given the memory.
+constexpr uint32_t kLongestText = 256U * 1024 * 1024;
+/// A text may grow between being told its size and asking again, but not for ever.
+constexpr int kReadAttempts = 8;
+
+}  // namespace
+
+Reader yesNo(int32_t (*request)(uint32_t) noexcept)
+{
+    return [request](uint32_t station) -> Reading {
+        const int32_t result = request(station);
+        if (result != KVO_HWS_OK && result != KVO_HWS_NO) {
+            return {result};
+        }
+        return {KVO_HWS_OK, {Value{result == KVO_HWS_OK}}};
+    };
+}
+
+Reader unsizedText(int32_t (*request)(uint32_t, char *) noexcept)
+{
+    return [request](uint32_t station) -> Reading {
+        std::vector<char> text(kUnsizedRoom);
+        const int32_t result = request(station, text.data());
+        if (result != KVO_HWS_OK) {
+            return {result};
+        }
+        return {result, {Value{std::string(text.data())}}};
+    };
+}
+
+Reading readText(const AskText &ask)
+{
+    uint32_t size = kUsualText;
+    for (int attempt = 0; attempt < kReadAttempts; ++attempt) {
+        // Cleared, and a byte longer than told: some texts come without a terminator.
+        std::vector<char> text(std::size_t{size} + 1);
+        const int32_t result = ask(text.data(), &size);
+        if (result == KVO_HWS_OK) {
+            return {result, {Value{std::string(text.data())}}};
+        }
+        if (result != KVO_HWS_TOO_SMALL) {
+            return {result};
+        }
+        if (size >= kLongestText) {
+            throw Failure(result, "the service tells of a text of " + std::to_string(size) + " bytes; kvoctl takes at most " +
+                                      std::to_string(kLongestText));
+        }
+        ++size;  // some requests tell the length without its terminator
+    }
+    throw Failure(KVO_HWS_TOO_SMALL, "the text grew each time it was asked for");
+}
+
+Reader sizedText(int32_t (*request)(uint32_t, char *, uint32_t *) noexcept)
+{
+    return [request](uint32_t station) {
+        return readText([=](char *buffer, uint32_t *size) { return request(station, buffer, size); });
+    };
+}
+
+}  // namespace kvoctl

@@ -1,0 +1,98 @@
+// The event loop over epoll.
+#include "kvosim/base/event_loop.h"
+
+#include <array>
+#include <cerrno>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <system_error>
+
+namespace kvosim {
+
+namespace {
+
+void check(int result, const char *step)
+{
+    if (result < 0) {
+        throw std::system_error(errno, std::generic_category(), step);
+    }
+}
+
+void control(int poll, int operation, int fd, uint32_t events)
+{
+    epoll_event event{};
+    event.events = events;
+    event.data.fd = fd;
+    check(epoll_ctl(poll, operation, fd, &event), "epoll_ctl");
+}
+
+}  // namespace
+
+EventLoop::EventLoop() : poll_(epoll_create1(EPOLL_CLOEXEC)), wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
+{
+    check(poll_.get(), "epoll_create1");
+    check(wake_.get(), "eventfd");
+    watch(wake_.get(), EPOLLIN, [this](uint32_t) { stopped_ = true; });
+}
+
+void EventLoop::watch(int fd, uint32_t events, Reaction reaction)
+{
+    control(poll_.get(), EPOLL_CTL_ADD, fd, events);
+    reactions_[fd] = std::make_shared<Reaction>(std::move(reaction));
+}
+
+void EventLoop::change(int fd, uint32_t events) { control(poll_.get(), EPOLL_CTL_MOD, fd, events); }
+
+void EventLoop::forget(int fd)
+{
+    control(poll_.get(), EPOLL_CTL_DEL, fd, 0);
+    reactions_.erase(fd);
+}
+
+void EventLoop::after(std::chrono::milliseconds delay, std::function<void()> action)
+{
+    actions_.emplace(Clock::now() + delay, std::move(action));
+}
+
+void EventLoop::run()
+{
+    std::array<epoll_event, 64> ready{};
+    while (!stopped_) {
+        const int count = epoll_wait(poll_.get(), ready.data(), static_cast<int>(ready.size()), millisecondsToNextAction());
+        if (count < 0 && errno != EINTR) {
+            check(count, "epoll_wait");
+        }
+        for (int i = 0; i < count && !stopped_; ++i) {
+            const epoll_event &event = ready[static_cast<std::size_t>(i)];
+            // Forgotten meanwhile by an earlier reaction of this round.
+            const auto found = reactions_.find(event.data.fd);
+            if (found != reactions_.end()) {
+                const std::shared_ptr<Reaction> reaction = found->second;
+                (*reaction)(event.events);
+            }
+        }
+        runDueActions();
+    }
+}
+
+void EventLoop::stop() noexcept { eventfd_write(wake_.get(), 1); }
+
+void EventLoop::runDueActions()
+{
+    while (!stopped_ && !actions_.empty() && actions_.begin()->first <= Clock::now()) {
+        const auto action = std::move(actions_.begin()->second);
+        actions_.erase(actions_.begin());
+        action();
+    }
+}
+
+int EventLoop::millisecondsToNextAction() const
+{
+    if (actions_.empty()) {
+        return -1;
+    }
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(actions_.begin()->first - Clock::now());
+    return left.count() > 0 ? static_cast<int>(left.count()) : 0;
+}
+
+}  // namespace kvosim

@@ -1,0 +1,32 @@
+// Signals by way of signalfd.
+#include "kvosim/base/signals.h"
+
+#include <cerrno>
+#include <sys/epoll.h>
+#include <system_error>
+
+namespace kvosim {
+
+Signals::Signals(EventLoop &loop, std::initializer_list<int> numbers, Reaction reaction) : loop_(loop)
+{
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int number : numbers) {
+        sigaddset(&set, number);
+    }
+    pthread_sigmask(SIG_BLOCK, &set, &previous_);
+    fd_ = Descriptor(signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC));
+    if (!fd_.valid()) {
+        throw std::system_error(errno, std::generic_category(), "signalfd");
+    }
+    loop_.watch(fd_.get(), EPOLLIN, [fd = fd_.get(), reaction = std::move(reaction)](uint32_t) {
+        signalfd_siginfo signal{};
+        while (read(fd, &signal, sizeof signal) == static_cast<ssize_t>(sizeof signal)) {
+            reaction(signal);
+        }
+    });
+}
+
+Signals::~Signals() { loop_.forget(fd_.get()); }
+
+}  // namespace kvosim

@@ -1,0 +1,78 @@
+// Commands about the numbers that tell stations apart: machine control panel, direct control keys, KVO index and cks index.
+#include "kvosim/commands/command_table.h"
+
+#include <array>
+#include <cstdio>
+
+namespace kvosim {
+
+namespace {
+
+constexpr uint32_t kHighestCksIndex = 255;
+
+std::string setCksIndex(const StationCall &call)
+{
+    const auto text = unquoted(call.values);
+    const auto index = text ? number(*text) : std::nullopt;
+    if (!index) {
+        return kFailed;
+    }
+    if (call.panel().cksFixed != 0 || *index > kHighestCksIndex) {
+        return kBadRequest;
+    }
+    call.panel().cksIndex = *index;
+    return kOk;
+}
+
+/// Which station has the number; 0 is nobody's, however many have not been given any.
+Handler looksUp(int64_t Panel::*member, const char *none, const char *several)
+{
+    return [=](ServiceContext &context, std::string_view argument) -> std::string {
+        const auto wanted = eightDigits(argument);
+        if (!wanted) {
+            return kFailed;
+        }
+        const auto panels = context.plant.panels();
+        const ConnectionEntry *found = nullptr;
+        for (std::size_t i = 0; *wanted != 0 && i < panels.size(); ++i) {
+            if (panels[i].*member != int64_t{*wanted} || panels[i].rebooting()) {
+                continue;
+            }
+            if (found != nullptr) {
+                return several;
+            }
+            found = &context.plant.stations()[i];
+        }
+        if (found == nullptr) {
+            return none;
+        }
+        std::array<char, sizeof "ipaddr=0A000005"> reply{};
+        std::snprintf(reply.data(), reply.size(), "ipaddr=%08X", found->address);
+        return reply.data();
+    };
+}
+
+}  // namespace
+
+std::span<const Command> addressCommands()
+{
+    static const Command rows[] = {
+        {"setMCPAddress=", sets("mcp_address", Quotes::around)},
+        {"getMCPAddress=", tells("mcpaddr=", "mcp_address")},
+        {"setKVOIndex=", sets("kvo_index", Quotes::around)},
+        {"getKVOIndex=", tells("kvoindex=", "kvo_index")},
+        {"setDCKEnable=", sets("dck_enable", Quotes::around)},
+        {"getDCKEnable=", tells("dckenable=", "dck_enable")},
+        {"getDCKAddress=", tells("dckaddr=", "dck_address")},
+        {"setKVOCksIndex=", onStation(setCksIndex)},
+        {"getKVOCksIndex=", tells("cksindex=", "cks_index")},
+        {"simulateMCPKey=", sets("simulated_mcp_key", Quotes::around)},
+        {"enableMCPKey=", sets("enabled_mcp_key", Quotes::around)},
+        {"getIPbyMCPAddress=", looksUp(&Panel::mcpAddress, "no_mcp_address", "more_than_one_mcp")},
+        {"getIPbyDCKAddress=", looksUp(&Panel::dckAddress, "no_dck_address", "more_than_one_dck")},
+        {"getIPbyKVOIndex=", looksUp(&Panel::kvoIndex, "no_kvo_index", "more_than_one_kvo_index")},
+    };
+    return rows;
+}
+
+}  // namespace kvosim

@@ -1,0 +1,62 @@
+// The command table: the rows of all families, and how a request finds its own.
+#include "kvosim/commands/commands.h"
+
+#include "kvosim/commands/command_table.h"
+
+#include <algorithm>
+#include <unordered_map>
+
+namespace kvosim {
+
+namespace {
+
+using Table = std::unordered_map<std::string_view, const Handler *>;
+
+const Table &table()
+{
+    static const Table rows = [] {
+        Table all;
+        for (const auto &family : {serviceCommands(), listCommands(), viewerCommands(), panelCommands(), addressCommands(),
+                                   focusCommands(), inputCommands(), usbCommands(), metricCommands()}) {
+            for (const Command &row : family) {
+                all.emplace(row.keyword, &row.handle);
+            }
+        }
+        return all;
+    }();
+    return rows;
+}
+
+std::size_t endOfKeyword(std::string_view request) { return std::min(request.find_first_of("= "), request.size()); }
+
+}  // namespace
+
+std::string answer(ServiceContext &context, std::string_view request)
+{
+    const std::string_view keyword = request.substr(0, endOfKeyword(request) + 1);
+    const auto row = table().find(keyword);
+    return row == table().end() ? kFailed : (*row->second)(context, request.substr(keyword.size()));
+}
+
+std::string_view keywordOf(std::string_view request) { return request.substr(0, endOfKeyword(request)); }
+
+bool isCommand(std::string_view keyword)
+{
+    if (keyword.find_first_of("= ") != std::string_view::npos) {
+        return false;
+    }
+    const std::string word(keyword);
+    return table().contains(word) || table().contains(word + '=') || table().contains(word + ' ');
+}
+
+std::vector<std::string_view> commandKeywords()
+{
+    std::vector<std::string_view> keywords;
+    for (const auto &row : table()) {
+        keywords.push_back(keywordOf(row.first));
+    }
+    std::sort(keywords.begin(), keywords.end());
+    return keywords;
+}
+
+}  // namespace kvosim

@@ -1,0 +1,86 @@
+// The control socket from the other side.
+#include "common/descriptor.h"
+#include "kvosim/control/control.h"
+
+#include <array>
+#include <cerrno>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/un.h>
+#include <system_error>
+
+namespace kvosim {
+
+namespace {
+
+[[noreturn]] void fail(const std::string &what)
+{
+    throw std::runtime_error(what + ": " + std::generic_category().message(errno));
+}
+
+Descriptor connectTo(const std::string &path, Patience patience)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    Descriptor connection(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const auto seconds = static_cast<time_t>(patience.value_or(std::chrono::seconds(0)).count());
+    const timeval limit{.tv_sec = seconds, .tv_usec = 0};  // 0 is none
+    setsockopt(connection.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    setsockopt(connection.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+    if (connect(connection.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
+        if (errno == ENOENT || errno == ECONNREFUSED) {
+            throw NoSimulator("no simulator runs here (nobody listens at " + path +
+                              "); start one with \"kvosim serve\", or work inside \"kvosim run\"");
+        }
+        fail("can not connect to " + path);
+    }
+    return connection;
+}
+
+std::string exchange(const Descriptor &connection, const std::string &line)
+{
+    if (send(connection.get(), line.data(), line.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(line.size())) {
+        fail("can not send to the simulator");
+    }
+    std::string reply;
+    std::array<char, 4096> piece{};
+    while (!reply.ends_with('\n')) {
+        const ssize_t count = recv(connection.get(), piece.data(), piece.size(), 0);
+        if (count < 0) {
+            fail("the simulator does not answer");
+        }
+        if (count == 0) {
+            throw std::runtime_error("the simulator has closed the connection without an answer");
+        }
+        reply.append(piece.data(), static_cast<std::size_t>(count));
+    }
+    return reply;
+}
+
+/// A request as a line. What is typed may be any bytes.
+std::string lineOfRequest(const Json &request)
+{
+    try {
+        return request.dump() + '\n';
+    } catch (const Json::type_error &) {
+        throw Refused("a text is no UTF-8; write it so");
+    }
+}
+
+}  // namespace
+
+Json askSimulator(const Json &request, const std::filesystem::path &socket, Patience patience)
+{
+    const std::string line = lineOfRequest(request);
+    Json reply = Json::parse(exchange(connectTo(socket.string(), patience), line));
+    if (reply.contains("error")) {
+        throw Refused(reply["error"].get<std::string>());
+    }
+    if (reply.contains("could_not")) {
+        throw CouldNot(reply["could_not"].get<std::string>());
+    }
+    return reply;
+}
+
+}  // namespace kvosim

@@ -1,0 +1,60 @@
+// Which texts are events, and their publication.
+#include "kvosim/control/event_control.h"
+
+#include "kvosim/control/control_request.h"
+
+namespace kvosim {
+
+namespace {
+
+constexpr std::size_t kLongestEventName = 19;
+constexpr const char *kForm = "; write \"name, data\" with a name of 1 to 19 bytes, or send it as it is with --as-is";
+
+/// No text of these goes out as one line, whoever wants it.
+void checkLine(std::string_view text)
+{
+    if (text.find_first_of(std::string_view("\r\n\0", 3)) != std::string_view::npos) {
+        throw Refused("the event holds a line end or a zero, which ends it for its receivers; send each line by itself");
+    }
+    if (text.size() > kLongestEvent) {
+        throw Refused("the event has " + std::to_string(text.size()) + " bytes; write at most " +
+                      std::to_string(kLongestEvent));
+    }
+}
+
+}  // namespace
+
+std::string eventMistake(std::string_view text)
+{
+    if (text == kAlive) {
+        return {};
+    }
+    const std::size_t comma = text.find(',');
+    if (comma == std::string_view::npos) {
+        return std::string("the event has no comma, its receivers drop it") + kForm;
+    }
+    if (comma == 0 || comma > kLongestEventName) {
+        return "the event's name has " + std::to_string(comma) + " bytes, " +
+               (comma == 0 ? "nobody can tell what it is" : "its receivers drop it") + kForm;
+    }
+    if (text.substr(comma + 1, 1) != " ") {
+        return std::string("there is no blank behind the event's comma, its receivers lose one character of the data") + kForm;
+    }
+    return {};
+}
+
+std::optional<Reply> answerEventControl(EmbeddedEvents &events, const Json &request)
+{
+    if (request.at("do") != "event") {
+        return std::nullopt;
+    }
+    const std::string text = request.at("text").get<std::string>();
+    checkLine(text);
+    const std::string mistake = eventMistake(text);
+    if (!mistake.empty() && !request.value("as_is", false)) {
+        throw Refused(mistake);
+    }
+    return lineOf({{"listeners", events.publish(text)}});
+}
+
+}  // namespace kvosim

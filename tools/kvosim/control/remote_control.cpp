@@ -1,0 +1,150 @@
+// Requests about the remote side. What waits for an agent is answered when it has answered.
+#include "kvosim/control/remote_control.h"
+
+#include "kvosim/base/arguments.h"
+#include "kvosim/control/control_request.h"
+
+#include <algorithm>
+
+namespace kvosim {
+
+namespace {
+
+constexpr uint32_t kLongestPatience = 600'000;  // ms
+
+struct RemoteCall {
+    RemoteSide &remote;
+    const Json &request;
+    const LineServer::Caller &caller;
+
+    [[nodiscard]] std::string text(const char *key) const { return request.at(key).get<std::string>(); }
+    [[nodiscard]] RemoteSession &session() const { return remote.session(countOf(request, "session")); }
+    [[nodiscard]] std::chrono::milliseconds wait(const char *key) const
+    {
+        const uint32_t time = countOf(request, key);
+        if (time > kLongestPatience) {
+            throw Refused(std::string(key) + ": is out of range; write 0 to " + std::to_string(kLongestPatience));
+        }
+        return std::chrono::milliseconds(time);
+    }
+};
+
+Reply listSessions(const RemoteCall &call)
+{
+    Json list = Json::array();
+    for (const RemoteSession &session : call.remote.sessions()) {
+        Json row{{"session", session.number()}, {"address", call.remote.address()}, {"port", session.port()}};
+        row["away"] = session.away();
+        row["agent"] = session.peer() ? Json(*session.peer()) : Json(nullptr);
+        list.push_back(std::move(row));
+    }
+    return lineOf({{"sessions", std::move(list)}, {"last", call.remote.lastRecord()}});
+}
+
+Reply ask(const RemoteCall &call)
+{
+    std::string request = call.text("request");
+    auto tagging = call.request.value("untagged", false) ? RemoteSession::Tagging::none : RemoteSession::Tagging::itself;
+    if (call.request.contains("tag")) {
+        const std::string tag = call.text("tag") + ':';
+        if (tagOf(tag).size() != tag.size()) {
+            throw Refused("tag: \"" + call.text("tag") + "\" is no tag; write three digits, such as 042");
+        }
+        request.insert(0, tag);
+    }
+    call.session().ask(request, tagging, call.wait("patience_ms"), [caller = call.caller](const auto &answer) {
+        caller.reply(lineOf(answer.reply ? Json{{"reply", *answer.reply}} : Json{{"could_not", answer.failure}}));
+    });
+    return Reply::Way::later;
+}
+
+Reply send(const RemoteCall &call)
+{
+    call.session().send(call.text("request"));
+    return lineOf(Json::object());
+}
+
+/// Bytes come as hexadecimal digits, as a text of JSON can not hold all of them.
+Reply sendRaw(const RemoteCall &call)
+{
+    const std::string digits = call.text("bytes");
+    std::string bytes;
+    for (std::size_t i = 0; i < digits.size(); i += 2) {
+        const auto byte = number<uint8_t>(std::string_view(digits).substr(i, 2), 16);
+        if (!byte || digits.size() % 2 != 0 || bytes.size() == kLongestRaw) {
+            throw Refused("bytes: write at most " + std::to_string(kLongestRaw) + " bytes of two hexadecimal digits each");
+        }
+        bytes += static_cast<char>(*byte);
+    }
+    call.session().sendRaw(bytes);
+    return lineOf(Json::object());
+}
+
+Reply close(const RemoteCall &call)
+{
+    const auto ending = call.request.value("reset", false) ? RemoteSession::Ending::reset : RemoteSession::Ending::end;
+    if (call.request.contains("away_ms")) {
+        call.session().goAway(ending, call.wait("away_ms"));
+    } else {
+        call.session().close(ending);
+    }
+    return lineOf(Json::object());
+}
+
+Json jsonOf(const RemoteRecord &record)
+{
+    const auto time = std::chrono::duration_cast<std::chrono::milliseconds>(record.time.time_since_epoch());
+    return {{"number", record.number},     {"time_ms", time.count()}, {"session", record.session},
+            {"kind", nameOf(record.kind)}, {"text", record.text},     {"note", record.note}};
+}
+
+Json jsonOf(const RemoteSide::LogPage &page)
+{
+    Json records = Json::array();
+    for (const RemoteRecord &record : page.records) {
+        records.push_back(jsonOf(record));
+    }
+    return {{"records", std::move(records)}, {"next", page.next}, {"lost", page.lost}};
+}
+
+Reply readLog(const RemoteCall &call)
+{
+    RemoteSide::LogQuery query{.after = call.request.value("after", uint64_t{0}), .wait = call.wait("wait_ms")};
+    if (call.request.contains("session")) {
+        query.session = call.session().number();
+    }
+    const RemoteSide::LogPage page = call.remote.readLog(query);
+    if (!page.records.empty() || query.wait.count() == 0) {
+        return lineOf(jsonOf(page));
+    }
+    call.remote.awaitLog(query,
+                         [caller = call.caller](const RemoteSide::LogPage &later) { caller.reply(lineOf(jsonOf(later))); });
+    return Reply::Way::later;
+}
+
+struct RemoteAction {
+    std::string_view name;
+    Reply (*carryOut)(const RemoteCall &call);
+};
+
+constexpr RemoteAction kRemoteActionRows[] = {
+    {"remote.list", listSessions}, {"remote.ask", ask},     {"remote.send", send},
+    {"remote.raw", sendRaw},       {"remote.close", close}, {"remote.log", readLog},
+};
+
+}  // namespace
+
+const std::string_view kRemoteActions = "remote.list, remote.ask, remote.send, remote.raw, remote.close, remote.log";
+
+std::optional<Reply> answerRemoteControl(RemoteSide &remote, const Json &request, const LineServer::Caller &caller)
+{
+    const std::string wanted = request.at("do").get<std::string>();
+    const auto *const action = std::find_if(std::begin(kRemoteActionRows), std::end(kRemoteActionRows),
+                                            [&](const RemoteAction &candidate) { return candidate.name == wanted; });
+    if (action == std::end(kRemoteActionRows)) {
+        return std::nullopt;
+    }
+    return action->carryOut({remote, request, caller});
+}
+
+}  // namespace kvosim

@@ -1,0 +1,21 @@
+// Requests of the control socket about USB devices.
+#pragma once
+
+#include "kvosim/control/control.h"
+#include "kvosim/events/usb_events.h"
+#include "kvosim/net/line_server.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace kvosim {
+
+/// Carries out "usb.plug", "usb.refuse", "usb.unplug", "usb.state", "usb.list" and "usb.storm"; nothing where it is none of
+/// them. What can not be done throws.
+std::optional<Reply> answerUsbControl(UsbEvents &events, const Json &request, const LineServer::Caller &caller);
+
+/// The names above, for messages.
+extern const std::string_view kUsbActions;
+
+}  // namespace kvosim

@@ -1,0 +1,74 @@
+// The listeners at the event socket.
+#include "kvosim/events/embedded_events.h"
+
+#include "kvosim/base/exchange_log.h"
+
+#include <vector>
+
+namespace kvosim {
+
+EmbeddedEvents::EmbeddedEvents(EventLoop &loop, std::filesystem::path socket, std::chrono::seconds alive,
+                               std::function<void(std::string_view line)> report, mode_t mode)
+    : loop_(loop), report_(std::move(report))
+{
+    socket_.emplace(std::move(socket), mode);
+    acceptor_ = std::make_unique<Acceptor>(loop, socket_->get(), [this](Descriptor connection) { add(std::move(connection)); });
+    if (alive.count() > 0) {
+        keepAlive(alive);
+    }
+}
+
+void EmbeddedEvents::add(Descriptor connection)
+{
+    if (listeners_.size() >= kMostListeners) {
+        report_("one listener for events more than " + std::to_string(kMostListeners) + " is turned away");
+        return;
+    }
+    const uint64_t number = ++accepted_;
+    listeners_[number] = std::make_unique<Stream>(
+        loop_, std::move(connection), kMostUnread,
+        Stream::Reactions{[](std::string_view) {},  // listeners have nothing to say
+                          [this, number](const std::string &reason) { remove(number, std::string(reason)); }});
+    report_("event listener " + std::to_string(number) + " connected");
+}
+
+void EmbeddedEvents::remove(uint64_t number, const std::string &reason)
+{
+    listeners_.erase(number);
+    report_("event listener " + std::to_string(number) + " gone: " + reason);
+}
+
+std::size_t EmbeddedEvents::publish(std::string_view text)
+{
+    const std::string line = std::string(text) + '\n';
+    std::vector<uint64_t> lost;
+    for (const auto &[number, listener] : listeners_) {
+        if (!listener->write(line)) {
+            lost.push_back(number);
+        }
+    }
+    for (const uint64_t number : lost) {
+        remove(number, "it does not read, or has closed");
+    }
+    report_("event " + shown(text) + " -> " + std::to_string(listeners_.size()) + " listeners");
+    return listeners_.size();
+}
+
+void EmbeddedEvents::keepAlive(std::chrono::seconds period)
+{
+    loop_.after(period, [this, period, alive = std::weak_ptr(alive_)] {
+        if (!alive.expired() && socket_) {
+            publish(kAlive);
+            keepAlive(period);
+        }
+    });
+}
+
+void EmbeddedEvents::end()
+{
+    acceptor_.reset();
+    socket_.reset();
+    listeners_.clear();
+}
+
+}  // namespace kvosim

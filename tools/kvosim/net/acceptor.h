@@ -1,0 +1,31 @@
+// Takes the connections of a listening socket.
+#pragma once
+
+#include "kvosim/base/event_loop.h"
+
+#include <functional>
+#include <memory>
+
+namespace kvosim {
+
+class Acceptor {
+public:
+    /// Calls @p take, on the loop, with each connection. @p loop and the listening socket must outlive it.
+    Acceptor(EventLoop &loop, int listener, std::function<void(Descriptor connection)> take);
+    Acceptor(const Acceptor &) = delete;
+    Acceptor &operator=(const Acceptor &) = delete;
+    ~Acceptor();
+
+private:
+    void watch();
+    void acceptSome();
+    void pause();
+
+    EventLoop &loop_;
+    int listener_;
+    std::function<void(Descriptor connection)> take_;
+    bool watching_ = false;
+    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+};
+
+}  // namespace kvosim

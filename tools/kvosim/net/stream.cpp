@@ -1,0 +1,78 @@
+// Reading and writing of streams.
+#include "kvosim/net/stream.h"
+
+#include <array>
+#include <cerrno>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <system_error>
+
+namespace kvosim {
+
+namespace {
+
+bool goesOnLater() noexcept { return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR; }
+
+}  // namespace
+
+Stream::Stream(EventLoop &loop, Descriptor socket, std::size_t room, Reactions reactions)
+    : loop_(loop), socket_(std::move(socket)), room_(room), reactions_(std::move(reactions))
+{
+    loop_.watch(socket_.get(), EPOLLIN, [this](uint32_t events) { react(events); });
+}
+
+Stream::~Stream() { loop_.forget(socket_.get()); }
+
+bool Stream::write(std::string_view bytes)
+{
+    if (bytes.size() > room_ - waiting_.size()) {
+        return false;
+    }
+    waiting_ += bytes;
+    return flush();
+}
+
+void Stream::resetWhenClosed() const noexcept
+{
+    const linger now{.l_onoff = 1, .l_linger = 0};
+    setsockopt(socket_.get(), SOL_SOCKET, SO_LINGER, &now, sizeof now);
+}
+
+void Stream::react(uint32_t events)
+{
+    if ((events & EPOLLOUT) != 0) {
+        static_cast<void>(flush());  // what is wrong, reading tells
+    }
+    if ((events & ~uint32_t{EPOLLOUT}) != 0) {
+        receive();  // the last thing done here: its reactions may destroy this
+    }
+}
+
+/// One piece at a time, so that a flood holds nobody else up.
+void Stream::receive()
+{
+    std::array<char, std::size_t{16} * 1024> piece{};
+    const ssize_t count = recv(socket_.get(), piece.data(), piece.size(), 0);
+    if (count > 0) {
+        reactions_.take({piece.data(), static_cast<std::size_t>(count)});
+    } else if (count == 0) {
+        reactions_.closed("the other side has closed it");
+    } else if (!goesOnLater()) {
+        reactions_.closed(std::generic_category().message(errno));
+    }
+}
+
+bool Stream::flush()
+{
+    const ssize_t count = waiting_.empty() ? 0 : send(socket_.get(), waiting_.data(), waiting_.size(), MSG_NOSIGNAL);
+    const bool failed = count < 0 && !goesOnLater();
+    if (failed) {
+        waiting_.clear();
+    } else if (count > 0) {
+        waiting_.erase(0, static_cast<std::size_t>(count));
+    }
+    loop_.change(socket_.get(), waiting_.empty() ? EPOLLIN : EPOLLIN | EPOLLOUT);
+    return !failed;
+}
+
+}  // namespace kvosim

@@ -1,0 +1,91 @@
+// The state of one station: what its panel is set to, what is connected to it, and what it shows.
+#pragma once
+
+#include "kvosim/plant/usb_device.h"
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kvosim {
+
+/// A number that the plant may leave untold.
+using Told = std::optional<int64_t>;
+
+/// Every member but the last two is a key of plant files; station_keys.cpp has their names and ranges.
+struct Panel {
+    // The panel itself
+    int64_t brightness = 1;  ///< 0 dark, 1 bright
+    int64_t backlight = 1;   ///< 0 off, 1 on
+    int64_t backlightModes = 2;
+    int64_t backlightBrightness = 100;  ///< percent, in mode 0
+    int64_t backlightBrightnessMode1 = 100;
+    int64_t disableNumLock = 0;
+    int64_t disableCapsLock = 0;
+    int64_t swCapsLock = 0;
+    int64_t stationType = 0;
+    int64_t handheld = 0;
+    int64_t rv4Mode = 0;
+    int64_t marovanti = 1;
+
+    // Addresses; 0 is none
+    int64_t mcpAddress = 0;
+    int64_t dckAddress = 0;
+    int64_t kvoIndex = 0;
+    int64_t dckEnable = 0;
+    int64_t cksIndex = 0;
+    int64_t cksFixed = 0;
+    std::string simulatedMcpKey;
+    std::string enabledMcpKey;
+
+    // The viewer and the station around it
+    std::string viewer;  ///< "server:display" while it runs
+    int64_t viewerBusy = 0;
+    std::string statusLine;
+    int64_t statusValue1 = 0;
+    int64_t statusValue2 = 0;
+    int64_t rebootTime = 0;  ///< ms
+
+    // Focus, start and channels
+    int64_t focusBusy = 0;
+    std::string priority;
+    int64_t startupActive = 0;
+    int64_t startupPrio = 0;
+    int64_t channelOnFocus = 1;
+    std::string screenOnFocus;
+    std::string t2m2n;
+    std::string channelInfo;
+
+    // Input devices and touch screen
+    Told keyboards = 1;
+    Told mice = 1;
+    Told touchScreens = 1;
+    Told multiTouchScreens = 0;
+    Told maxContacts;
+    Told virtualKeyboards = 0;
+    int64_t pressThreshold = -1;
+    int64_t nonlinear = -1;
+
+    // USB
+    std::string usbLock = "0:0";
+    std::string usbConnectors;
+    int64_t usbScanning = 0;
+
+    // Metrics
+    std::string oemLayout;
+    Told softkeyType;
+    Told keyboardCaps;
+    Told dpi;
+    Told hardwareCaps;
+    Told rotation;
+
+    std::vector<UsbDevice> usbDevices;  ///< what is plugged in
+    std::chrono::steady_clock::time_point rebootsUntil{};
+
+    [[nodiscard]] bool rebooting() const { return std::chrono::steady_clock::now() < rebootsUntil; }
+    [[nodiscard]] bool hasTouchScreen() const { return touchScreens.value_or(0) + multiTouchScreens.value_or(0) > 0; }
+};
+
+}  // namespace kvosim

@@ -1,0 +1,111 @@
+// The ports' rules.
+#include "kvosim/plant/usb_ports.h"
+
+#include "common/dotted_address.h"
+#include "kvosim/base/arguments.h"
+
+#include <algorithm>
+
+namespace kvosim {
+
+namespace {
+
+using Devices = std::vector<UsbDevice>;
+
+std::string idents(const UsbDevice &device) { return ident2Of(device) + '*' + ident3Of(device); }
+
+/// What it is called by, and an "and" between those of several.
+std::string listed(const Devices &devices)
+{
+    std::string list;
+    for (const UsbDevice &device : devices) {
+        list += (list.empty() ? "\"" : ", \"") + idents(device) + '"';
+    }
+    return list.empty() ? "nothing" : list;
+}
+
+void checkUp(const Station &station)
+{
+    if (station.panel.rebooting()) {
+        throw Refused(dotted(station.entry.address) + " is rebooting and sees no devices; try again when it is up");
+    }
+}
+
+Devices::iterator find(const Station &station, const std::string &wanted)
+{
+    Devices &devices = station.panel.usbDevices;
+    const auto called = [&wanted](const UsbDevice &device) {
+        return ident2Of(device) == wanted || ident3Of(device) == wanted || idents(device) == wanted;
+    };
+    const auto found = std::find_if(devices.begin(), devices.end(), called);
+    const std::string what = '"' + wanted + "\" at " + dotted(station.entry.address);
+    if (found == devices.end()) {
+        throw Refused("no device " + what + "; plugged in there: " + listed(devices));
+    }
+    if (std::find_if(found + 1, devices.end(), called) != devices.end()) {
+        throw Refused("several devices are called " + what + "; write one of " + listed(devices));
+    }
+    return found;
+}
+
+}  // namespace
+
+bool usbLocked(const Panel &panel) { return number(split(panel.usbLock, ':').first) != 0U; }
+
+UsbDevice newUsbDeviceFor(const Panel &panel)
+{
+    UsbDevice device = newUsbDevice(panel.usbDevices);
+    if (usbLocked(panel)) {
+        static_cast<void>(assign(*findUsbKey("text8"), device, std::string("USB lock")));
+    }
+    return device;
+}
+
+UsbNews plug(const Station &station, const UsbDevice &device)
+{
+    checkUp(station);
+    Devices &devices = station.panel.usbDevices;
+    if (std::any_of(devices.begin(), devices.end(), [&](const UsbDevice &other) { return sameIdents(device, other); })) {
+        throw Refused("a device \"" + idents(device) + "\" is plugged in at " + dotted(station.entry.address) +
+                      " already; give this one another ident2 or ident3");
+    }
+    if (usbLocked(station.panel)) {
+        return refuse(station, device);
+    }
+    devices.push_back(device);
+    return {UsbEvent::plugged, station.entry.address, device};
+}
+
+UsbNews refuse(const Station &station, const UsbDevice &device)
+{
+    checkUp(station);
+    return {UsbEvent::refused, station.entry.address, device};
+}
+
+UsbNews unplug(const Station &station, const std::string &device)
+{
+    checkUp(station);
+    const auto found = find(station, device);
+    UsbNews news{UsbEvent::removed, station.entry.address, *found};
+    station.panel.usbDevices.erase(found);
+    return news;
+}
+
+UsbNews changeState(const Station &station, const std::string &device, uint32_t state)
+{
+    checkUp(station);
+    const auto found = find(station, device);
+    found->source.state = state;
+    return {UsbEvent::stateChanged, station.entry.address, *found};
+}
+
+std::string connectorsOf(const Panel &panel)
+{
+    std::string list = panel.usbConnectors;
+    for (const UsbDevice &device : panel.usbDevices) {
+        list += (list.empty() ? "" : " ") + connectorOf(device);
+    }
+    return list;
+}
+
+}  // namespace kvosim

@@ -1,0 +1,74 @@
+// Tables of a TOML document, read key by key; what is wrong is told with file, line and key.
+#pragma once
+
+#include "kvosim/plant/station_keys.h"
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+// What the parser asserts of a file ("[[[", say) it tells properly a step later: a mistake in a file must end no program.
+#define TOML_ASSERT(expression) static_assert(true)
+#include <toml++/toml.h>
+
+namespace kvosim {
+
+class TableReader {
+public:
+    using Keys = std::vector<std::string_view>;
+    static constexpr uint32_t kHighest = 0xFFFFFFFF;
+
+    /// @p where names the table in messages, empty for the document itself. A key that is none of @p keys is an error.
+    TableReader(std::string_view fileName, std::string where, const toml::table &table, const Keys &keys);
+
+    /// A text that must be there, or the one that stands in for it.
+    [[nodiscard]] std::string text(std::string_view key, std::optional<std::string> absent = {}) const;
+    [[nodiscard]] uint32_t number(std::string_view key, uint32_t absent, uint32_t highest = kHighest) const;
+    /// A number or a text; nothing where the key is absent.
+    [[nodiscard]] std::optional<Value> value(std::string_view key) const;
+    /// Exactly @p N numbers; zeros where the key is absent.
+    template <std::size_t N>
+    [[nodiscard]] std::array<uint32_t, N> numbers(std::string_view key) const
+    {
+        std::array<uint32_t, N> values{};
+        readNumbers(key, values.data(), N);
+        return values;
+    }
+    /// A table [key]; nothing where it is absent.
+    [[nodiscard]] std::optional<TableReader> table(std::string_view key, const Keys &keys) const;
+    /// All tables [[key]].
+    [[nodiscard]] std::vector<TableReader> tables(std::string_view key, const Keys &keys) const;
+
+    /// The line in which the table begins.
+    [[nodiscard]] unsigned line() const noexcept { return table_->source().begin.line; }
+    /// Throws PlantFileError about a key of this table.
+    [[noreturn]] void fail(std::string_view key, const std::string &what) const;
+
+private:
+    [[noreturn]] void failAt(unsigned line, std::string_view key, const std::string &what) const;
+    [[nodiscard]] uint32_t numberOf(const toml::node &node, std::string_view key, uint32_t highest) const;
+    void readNumbers(std::string_view key, uint32_t *values, std::size_t count) const;
+    [[nodiscard]] std::string pathOf(std::string_view key) const;
+
+    std::string_view fileName_;
+    std::string where_;
+    const toml::table *table_;
+};
+
+/// A parsed document; its readers must not outlive it.
+class Document {
+public:
+    Document(std::string_view text, std::string_view fileName);
+
+    [[nodiscard]] TableReader top(const TableReader::Keys &keys) const { return {fileName_, "", table_, keys}; }
+
+private:
+    std::string fileName_;
+    toml::table table_;
+};
+
+}  // namespace kvosim

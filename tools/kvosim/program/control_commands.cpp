@@ -1,0 +1,200 @@
+// Arguments, requests and what is printed of their replies.
+#include "kvosim/program/control_commands.h"
+
+#include "common/completions/completion.h"
+#include "kvosim/program/offers.h"
+
+#include <cstdio>
+#include <iostream>
+#include <vector>
+
+namespace kvosim {
+
+namespace {
+
+constexpr const char *kStatusExamples = R"(Examples:
+  kvosim status
+  kvosim status --json
+)";
+
+constexpr const char *kStationExamples =
+    R"(KEY is a key of plant files, kvo-plant(5), with the same ranges. All values are set, or none if one is wrong.
+
+Examples:
+  kvosim station 10.0.0.5
+  kvosim station "Lathe 1" --set backlight=0 mcp_address=12
+  kvosim station 10.0.0.5 --set dpi=none --json
+)";
+
+constexpr const char *kFaultExamples =
+    R"(Each fault strikes the requests of one command, or of all. Where several are due, the one added first strikes.
+
+  delay    the reply comes late, by --delay-ms (default 1000)
+  close    the connection is closed instead of a reply
+  garbage  the reply is malformed: "#?" stands before its value
+  failed   the request is not carried out, and the reply is "failed"
+  split    the reply comes byte by byte, with pauses of --delay-ms (default 5)
+  silent   nothing comes; the connection stays open
+
+But for "failed", the request is carried out.
+
+Examples:
+  kvosim fault add silent --command getVersion --times 1
+  kvosim fault add delay --delay-ms 3000 --after 10
+  kvosim fault list --json
+  kvosim fault clear
+)";
+
+void printRows(const Json &reply)
+{
+    for (const auto &[key, value] : reply.items()) {
+        std::cout << key << std::string(key.size() < 28 ? 28 - key.size() : 1, ' ')
+                  << (value.is_string() ? value.get<std::string>() : value.dump()) << '\n';
+    }
+}
+
+std::string orForEver(const Json &times) { return times == 0 ? "for ever" : times.dump() + " times"; }
+
+void printFaults(const Json &reply)
+{
+    if (reply["faults"].empty()) {
+        std::cout << "no faults\n";
+    }
+    for (const Json &fault : reply["faults"]) {
+        std::cout << fault["kind"].get<std::string>() << ' ' << fault["command"].get<std::string>();
+        if (fault.contains("delay_ms")) {
+            std::cout << ", " << fault["delay_ms"] << " ms";
+        }
+        std::cout << ", after " << fault["after"] << ", " << orForEver(fault["times"]) << ", struck " << fault["struck"]
+                  << '\n';
+    }
+}
+
+void printStatus(const Json &reply)
+{
+    Json rows = reply;
+    const auto up = rows["uptime_ms"].get<int64_t>();
+    rows.erase("uptime_ms");
+    std::printf("%-28s%lld.%03lld s\n", "uptime", static_cast<long long>(up / 1000), static_cast<long long>(up % 1000));
+    std::fflush(stdout);
+    for (const char *key : {"registry_locked", "usb_events_activated"}) {
+        rows[key] = rows[key].get<bool>() ? "yes" : "no";
+    }
+    printRows(rows);
+}
+
+/// "key=value" as one member of an object.
+Json settings(const std::vector<std::string> &assignments)
+{
+    Json values = Json::object();
+    for (const std::string &assignment : assignments) {
+        const std::size_t equals = assignment.find('=');
+        if (equals == std::string::npos) {
+            throw Refused('"' + assignment + "\" is no setting; write KEY=VALUE");
+        }
+        values[assignment.substr(0, equals)] = assignment.substr(equals + 1);
+    }
+    return values;
+}
+
+}  // namespace
+
+struct ControlCommands::Options {
+    bool json = false;
+    std::string station;
+    std::vector<std::string> settings;
+    std::string kind;
+    std::string command;
+    uint32_t after = 0;
+    uint32_t times = 0;
+    std::optional<uint32_t> delay;
+    std::vector<std::pair<CLI::App *, std::function<void()>>> actions;
+};
+
+ControlCommands::ControlCommands(CLI::App &app) : options_(std::make_unique<Options>())
+{
+    Options &options = *options_;
+    add(app, "status", "Tell how the running simulator is", [this] {
+        ask({{"do", "status"}}, printStatus);
+    })->footer(kStatusExamples);
+
+    CLI::App *station = add(app, "station", "Show a station of the running simulator, or change it", [this, &options] {
+        Json request{{"do", "station"}, {"station", options.station}};
+        if (!options.settings.empty()) {
+            request["set"] = settings(options.settings);
+        }
+        ask(request, printRows);
+    });
+    offerStations(station->add_option("STATION", options.station, "Its address or its name")->required());
+    offerStationKeys(station->add_option("--set", options.settings, "KEY=VALUE, any number of them"));
+    station->footer(kStationExamples);
+
+    CLI::App *fault = app.add_subcommand("fault", "Make the running simulator fail");
+    fault->require_subcommand(1);
+    fault->footer(kFaultExamples);
+    addFaultCommands(*fault);
+    addUsbCommands(*this, app);
+    addRemoteCommands(*this, app);
+    addEventCommand(*this, app);
+}
+
+ControlCommands::~ControlCommands() = default;
+
+void ControlCommands::addFaultCommands(CLI::App &fault)
+{
+    Options &options = *options_;
+    add(fault, "list", "List the faults", [this] { ask({{"do", "fault.list"}}, printFaults); });
+    add(fault, "clear", "Remove all faults", [this] { ask({{"do", "fault.clear"}}, printFaults); });
+    CLI::App *adding = add(fault, "add", "Add a fault", [this, &options] {
+        Json request{{"do", "fault.add"},
+                     {"kind", options.kind},
+                     {"command", options.command.empty() ? "*" : options.command},
+                     {"after", options.after},
+                     {"times", options.times}};
+        if (options.delay) {
+            request["delay_ms"] = *options.delay;
+        }
+        ask(request, printFaults);
+    });
+    completions::offerWords(
+        adding->add_option("KIND", options.kind, "delay, close, garbage, failed, split or silent")->required(),
+        {"delay", "close", "garbage", "failed", "split", "silent"});
+    offerKeywords(adding->add_option("--command", options.command, "Keyword of the command that it strikes (default: all)"));
+    adding->add_option("--after", options.after, "So many requests are spared first (default: 0)");
+    adding->add_option("--times", options.times, "So many are struck then (default: 0, for ever)");
+    adding->add_option("--delay-ms", options.delay, "Time of delay and split, at most 60000");
+    adding->footer(kFaultExamples);
+}
+
+CLI::App *ControlCommands::add(CLI::App &parent, const char *name, const char *meaning, std::function<void()> action)
+{
+    CLI::App *command = parent.add_subcommand(name, meaning);
+    command->add_flag("--json", options_->json, "Print the simulator's answer as one line of JSON");
+    options_->actions.emplace_back(command, std::move(action));
+    return command;
+}
+
+void ControlCommands::ask(const Json &request, void (*print)(const Json &reply), Patience patience) const
+{
+    const Json reply = askSimulator(request, kControlSocket, patience);
+    if (json()) {
+        std::cout << reply.dump() << '\n';
+    } else {
+        print(reply);
+    }
+}
+
+bool ControlCommands::json() const { return options_->json; }
+
+bool ControlCommands::carryOut() const
+{
+    for (const auto &[command, action] : options_->actions) {
+        if (command->parsed()) {
+            action();
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace kvosim

@@ -1,0 +1,156 @@
+// The command's process, from fork to the last of its descendants.
+#include "kvosim/program/guarded_command.h"
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <system_error>
+#include <thread>
+
+namespace kvosim {
+
+namespace {
+
+constexpr int kNotExecutable = 126;
+constexpr int kNoSuchProgram = 127;
+constexpr int kSignalled = 128;
+constexpr std::chrono::milliseconds kPoliteTime{1'000};
+constexpr std::chrono::milliseconds kPoliteStep{10};
+
+/// Whether a command is there at all, executable or not.
+bool exists(const std::string &command)
+{
+    if (command.find('/') != std::string::npos) {
+        return access(command.c_str(), F_OK) == 0;
+    }
+    const char *path = std::getenv("PATH");
+    std::istringstream directories(path == nullptr ? "" : path);
+    for (std::string directory; std::getline(directories, directory, ':');) {
+        if (access(directory.append("/").append(command).c_str(), F_OK) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+[[noreturn]] void become(const std::vector<std::string> &command)
+{
+    std::vector<char *> arguments;
+    arguments.reserve(command.size() + 1);
+    for (const std::string &argument : command) {
+        arguments.push_back(const_cast<char *>(argument.c_str()));
+    }
+    arguments.push_back(nullptr);
+    execvp(arguments[0], arguments.data());
+    int error = errno;
+    if (error == EACCES && !exists(command[0])) {
+        error = ENOENT;  // it was a directory of PATH that can not be looked into
+    }
+    std::fprintf(stderr, "kvosim: %s: %s\n", arguments[0], std::strerror(error));
+    _exit(error == ENOENT ? kNoSuchProgram : kNotExecutable);
+}
+
+pid_t start(const std::vector<std::string> &command, const sigset_t &signals)
+{
+    // Orphans of the command become this process's children, so that it can end them.
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+    const pid_t parent = getpid();
+    const pid_t child = fork();
+    if (child < 0) {
+        throw std::system_error(errno, std::generic_category(), "fork");
+    }
+    if (child > 0) {
+        return child;
+    }
+    // Without its service the command has no reason to stay.
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    if (getppid() != parent) {
+        _exit(kSignalled + SIGTERM);
+    }
+    pthread_sigmask(SIG_SETMASK, &signals, nullptr);
+    become(command);
+}
+
+std::vector<pid_t> children()
+{
+    std::ifstream list("/proc/thread-self/children");
+    std::vector<pid_t> found;
+    for (pid_t child = 0; list >> child;) {
+        found.push_back(child);
+    }
+    return found;
+}
+
+void signalChildren(int signal)
+{
+    for (const pid_t child : children()) {
+        kill(child, signal);
+    }
+}
+
+/// Collects what has ended; false when no child is left.
+bool childrenLeft()
+{
+    pid_t ended = 0;
+    do {
+        ended = waitpid(-1, nullptr, WNOHANG);
+    } while (ended > 0);
+    return ended == 0;
+}
+
+}  // namespace
+
+GuardedCommand::GuardedCommand(EventLoop &loop, const std::vector<std::string> &command, std::function<void()> ended)
+    : ended_(std::move(ended)), signals_(loop, {SIGINT, SIGTERM, SIGCHLD}, [this](const auto &signal) { react(signal); }),
+      process_(start(command, signals_.previousMask()))
+{
+}
+
+GuardedCommand::~GuardedCommand()
+{
+    if (!childrenLeft()) {
+        return;
+    }
+    signalChildren(SIGTERM);
+    const auto until = Clock::now() + kPoliteTime;
+    while (childrenLeft() && Clock::now() < until) {
+        std::this_thread::sleep_for(kPoliteStep);
+    }
+    // Again and again: one that dies may leave children of its own.
+    while (childrenLeft()) {
+        signalChildren(SIGKILL);
+        std::this_thread::sleep_for(kPoliteStep);
+    }
+}
+
+void GuardedCommand::react(const signalfd_siginfo &signal)
+{
+    if (signal.ssi_signo == SIGCHLD) {
+        collectEnded();
+        return;
+    }
+    // What is typed at the terminal reaches the command by itself.
+    if (signal.ssi_code != SI_KERNEL && !status_) {
+        kill(process_, static_cast<int>(signal.ssi_signo));
+    }
+}
+
+void GuardedCommand::collectEnded()
+{
+    int status = 0;
+    for (pid_t ended = 0; (ended = waitpid(-1, &status, WNOHANG)) > 0;) {
+        if (ended != process_) {
+            continue;
+        }
+        status_ = WIFSIGNALED(status) ? kSignalled + WTERMSIG(status) : WEXITSTATUS(status);
+        ended_();
+    }
+}
+
+}  // namespace kvosim

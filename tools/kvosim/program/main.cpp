@@ -1,0 +1,315 @@
+// kvosim: the hardware service of a simulated plant, for programs that are developed and tested without a panel.
+#include "common/completions/command_structure.h"
+#include "common/completions/completion.h"
+#include "common/dotted_address.h"
+#include "common/private_namespace.h"
+#include "kvosim/base/arguments.h"
+#include "kvosim/base/signals.h"
+#include "kvosim/control/control.h"
+#include "kvosim/plant_file/plant_file.h"
+#include "kvosim/plant_file/plant_generator.h"
+#include "kvosim/program/control_commands.h"
+#include "kvosim/program/guarded_command.h"
+#include "kvosim/service.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+#include <sys/epoll.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace {
+
+constexpr int kDone = 0;
+constexpr int kCanNot = 1;
+constexpr int kWrongUse = 2;
+constexpr int kNoSimulator = 3;
+constexpr uint32_t kLongestAlive = 86'400;  // seconds
+
+constexpr const char *kMainExamples = R"(Examples:
+  kvosim serve --plant examples/plant.toml --verbose
+  kvosim run -- ctest --output-on-failure
+  kvosim generate 10000 > large.toml
+  kvosim station 10.0.0.5 --set backlight=0
+  kvosim fault add delay --delay-ms 3000
+  kvosim usb plug 10.0.0.5
+  kvosim remote ask 3 get-kvoindex
+  kvosim event "key, F1"
+
+"kvosim COMMAND --help" tells more. Exit status: 0 done, 1 could not be done, 2 wrong use or a faulty plant file, 3 no
+simulator runs that could be asked.
+)";
+
+constexpr const char *kServeExamples =
+    R"(Serves at /tmp/kvo_hws/cmd_sock until SIGINT, SIGTERM or a client's "killDaemon". Refuses to start where a service
+is running already. Datagrams that set the USB lock are taken at 127.0.0.1:5851, where the library sends them when
+KVO_PLATFORM_INTERFACE is "lo"; --usb-lock-address 0.0.0.0 takes those of the network too.
+
+Examples:
+  kvosim serve --plant examples/plant.toml
+  kvosim serve --plant plant.toml --registry /var/tmp/registry --verbose
+  kvosim serve --plant plant.toml --remote 0,3 --remote-address 0.0.0.0
+)";
+
+constexpr const char *kRunExamples =
+    R"(The service and COMMAND have a /tmp/kvo_hws of their own, so any number of them run side by side. COMMAND starts when the
+service is ready; SIGINT and SIGTERM are passed on to it, and what it leaves running is ended after it. The exit status is
+COMMAND's: 128 + the signal if one ended it, 127 if it was not found, 126 if it can not be executed. The network is everybody's:
+where another simulator takes the USB lock's datagrams already, this one goes on without them and says so. COMMAND gets
+KVO_PLATFORM_INTERFACE=lo unless the variable is set, so that its datagrams reach this machine alone.
+
+Examples:
+  kvosim run -- ./panel-tests
+  kvosim run --plant examples/plant.toml --verbose -- sh -c './panel-tests && ./display-tests'
+)";
+
+constexpr const char *kGenerateExamples = R"(Examples:
+  kvosim generate 10000 > large.toml
+  kvosim generate 250 --seed 7 > other.toml
+)";
+
+struct Options {
+    std::string plant;
+    std::string registry;
+    std::string usbLockAddress;
+    std::string socketMode;
+    std::string remote;
+    std::string remoteAddress;
+    uint32_t alive = 10;  // seconds
+    bool verbose = false;
+    bool untilInputEnds = false;
+    uint32_t count = 0;
+    uint64_t seed = 1;
+    std::vector<std::string> command;
+};
+
+kvosim::ServiceOptions serviceOptions(const Options &options)
+{
+    kvosim::ServiceOptions service{.verbose = options.verbose, .usbLockDefault = kvosim::kDefaultUsbLockAddress};
+    if (!options.registry.empty()) {
+        service.registry = options.registry;
+    }
+    if (!options.usbLockAddress.empty()) {
+        service.usbLockAddress = options.usbLockAddress;
+    }
+    if (!options.socketMode.empty()) {
+        service.socketMode = *kvosim::number<mode_t>(options.socketMode, 8);
+    }
+    if (!options.remote.empty()) {
+        service.remoteSessions = kvosim::parseSessions(options.remote);
+    }
+    if (!options.remoteAddress.empty()) {
+        service.remoteAddress = options.remoteAddress;
+    }
+    service.alive = std::chrono::seconds(options.alive);
+    return service;
+}
+
+std::string mistakeInMode(const std::string &text)
+{
+    const auto mode = kvosim::number<mode_t>(text, 8);
+    return mode && *mode <= kvosim::kWidest ? std::string() : "write an octal number such as 0600, 0660 or 0666";
+}
+
+std::string mistakeInSessions(const std::string &text)
+{
+    try {
+        kvosim::parseSessions(text);
+        return {};
+    } catch (const std::invalid_argument &error) {
+        return error.what();
+    }
+}
+
+void addRemoteOptions(CLI::App &command, Options &options)
+{
+    command
+        .add_option("--remote", options.remote,
+                    "SESSION[,SESSION...], 0 to 9: be the remote hardware service of agents, each session at port 5850 and its "
+                    "number (default: as the plant says, else none)")
+        ->check(mistakeInSessions);
+    command
+        .add_option("--remote-address", options.remoteAddress,
+                    "IPv4 address at which agents are served (default: as the plant says, else 127.0.0.1, for this machine "
+                    "alone). 0.0.0.0 opens the ports on every network of this machine: whoever reaches them there is taken for "
+                    "an agent, unasked for any password")
+        ->check([](const std::string &text) {
+            return kvosim::parseDotted(text) ? std::string()
+                                             : '"' + text + "\" is no IPv4 address; write one such as 127.0.0.1 or 0.0.0.0";
+        });
+    command.add_option("--alive", options.alive, "Seconds between \"Alive?\" events, 0 for none (default: 10)")
+        ->check(CLI::Range(0U, kLongestAlive));
+}
+
+/// Whoever started this holds the other end of standard input, and is gone when it closes, however that came.
+void endWithInput(kvosim::EventLoop &loop, kvosim::Service &service)
+{
+    const auto read = [&](uint32_t /*events*/) {
+        std::array<char, 512> ignored{};
+        if (::read(STDIN_FILENO, ignored.data(), ignored.size()) <= 0) {
+            loop.forget(STDIN_FILENO);
+            service.end();
+        }
+    };
+    try {
+        loop.watch(STDIN_FILENO, EPOLLIN, read);
+    } catch (const std::system_error &) {
+        throw kvosim::Refused(
+            "--until-input-ends: standard input is no pipe, socket or terminal whose end could be waited for");
+    }
+}
+
+int serve(const Options &options)
+{
+    kvosim::EventLoop loop;
+    std::optional<kvosim::Service> service;
+    const kvosim::Signals signals(loop, {SIGINT, SIGTERM}, [&service](const auto &) { service->end(); });
+    service.emplace(loop, kvosim::loadPlant(options.plant), serviceOptions(options), [&loop] { loop.stop(); });
+    if (options.untilInputEnds) {
+        endWithInput(loop, *service);
+    }
+    std::printf("kvosim: serving %zu stations at %s\n", service->plant().stations().size(),
+                serviceOptions(options).socket.c_str());
+    std::fflush(stdout);
+    loop.run();
+    return kDone;
+}
+
+int run(const Options &options)
+{
+    if (options.command.empty()) {
+        std::fputs("kvosim run: give the command to run after \"--\", as in: kvosim run -- ./panel-tests\n", stderr);
+        return kWrongUse;
+    }
+    kvosim::Plant plant =
+        options.plant.empty() ? kvosim::parsePlant(kvosim::kBuiltInPlant, "built-in plant") : kvosim::loadPlant(options.plant);
+    kvosim::enterPrivateNamespace();
+    kvosim::EventLoop loop;
+    // Ended by a client, the service is gone, but the command still runs.
+    const kvosim::Service service(loop, std::move(plant), serviceOptions(options), [] {});
+    setenv("KVO_PLATFORM_INTERFACE", "lo", 0);
+    const kvosim::GuardedCommand command(loop, options.command, [&loop] { loop.stop(); });
+    loop.run();
+    return command.status();
+}
+
+int generate(const Options &options)
+{
+    kvosim::generatePlant(std::cout, options.count, options.seed);
+    std::cout.flush();
+    return std::cout ? kDone : kCanNot;
+}
+
+void addServiceOptions(CLI::App &command, Options &options)
+{
+    completions::offerDirectories(
+        command.add_option("--registry", options.registry,
+                           "Directory of the registry lists, kept from one start to the next (default: a temporary one)"));
+    command
+        .add_option(
+            "--usb-lock-address", options.usbLockAddress,
+            "Where datagrams of the USB lock are taken: ADDRESS[:PORT], port 0 for a free one, or none (default: as the "
+            "plant says, else 127.0.0.1:5851)")
+        ->check([](const std::string &text) {
+            return kvosim::isEndpointOrNone(text) ? std::string() : "write " + std::string(kvosim::kEndpointForm);
+        });
+    addRemoteOptions(command, options);
+    command.add_flag("--verbose", options.verbose, "Log each exchange on standard error");
+}
+
+/// What stands behind the "--" of a run is the command's, untouched; the rest is this program's.
+std::vector<std::string> takeCommand(std::vector<std::string> &arguments)
+{
+    if (arguments.empty() || arguments.front() != "run") {
+        return {};
+    }
+    const auto mark = std::find(arguments.begin(), arguments.end(), "--");
+    std::vector<std::string> command(mark == arguments.end() ? mark : mark + 1, arguments.end());
+    arguments.erase(mark, arguments.end());
+    return command;
+}
+
+int runMain(std::vector<std::string> arguments)
+{
+    Options options;
+    CLI::App app("The hardware service of a simulated plant.", "kvosim");
+    app.set_version_flag("--version", "kvosim " KVOSIM_VERSION);
+    app.footer(kMainExamples);
+    app.require_subcommand(1);
+
+    CLI::App *serveCommand = app.add_subcommand("serve", "Serve a plant to the programs of this machine");
+    completions::offerFiles(
+        serveCommand->add_option("--plant", options.plant, "Plant file, kvo-plant(5)")->type_name("FILE")->required());
+    addServiceOptions(*serveCommand, options);
+    serveCommand
+        ->add_option("--socket-mode", options.socketMode,
+                     "Who may connect to the service's sockets, as file modes: 0600 this user's programs alone, 0660 those of "
+                     "its group too, 0666 everybody's (default: 0600)")
+        ->check(mistakeInMode);
+    serveCommand->add_flag("--until-input-ends", options.untilInputEnds,
+                           "End with standard input: with the program that holds the other end of the pipe, however that ends");
+    serveCommand->footer(kServeExamples);
+
+    CLI::App *runCommand =
+        app.add_subcommand("run", "Serve a plant to one command alone: kvosim run [OPTIONS] -- COMMAND [ARGUMENT...]");
+    completions::offerFiles(
+        runCommand->add_option("--plant", options.plant, "Plant file (default: a small built-in plant of three stations)"));
+    completions::offerCommand(runCommand);
+    addServiceOptions(*runCommand, options);
+    runCommand->footer(kRunExamples);
+
+    CLI::App *generateCommand = app.add_subcommand("generate", "Write a plant file of many stations to standard output");
+    generateCommand->add_option("COUNT", options.count, "Number of stations, at most 100000")
+        ->required()
+        ->check(CLI::Range(0U, kvosim::kMostGenerated));
+    generateCommand->add_option("--seed", options.seed, "Another seed, another plant (default: 1)");
+    generateCommand->footer(kGenerateExamples);
+
+    const kvosim::ControlCommands controlCommands(app);
+
+    if (completions::answered(app, arguments, std::cout) || completions::structureWritten(app, arguments, std::cout)) {
+        return kDone;
+    }
+    options.command = takeCommand(arguments);
+    try {
+        std::reverse(arguments.begin(), arguments.end());  // as this parser takes them
+        app.parse(arguments);
+    } catch (const CLI::ParseError &error) {
+        return app.exit(error) == 0 ? kDone : kWrongUse;
+    }
+    if (controlCommands.carryOut()) {
+        return kDone;
+    }
+    if (serveCommand->parsed()) {
+        return serve(options);
+    }
+    return runCommand->parsed() ? run(options) : generate(options);
+}
+
+int tell(const std::exception &error, int status)
+{
+    std::fprintf(stderr, "kvosim: %s\n", error.what());
+    return status;
+}
+
+}  // namespace
+
+int main(int argc, char **argv)
+{
+    try {
+        return runMain({argv + 1, argv + argc});
+    } catch (const kvosim::PlantFileError &error) {
+        return tell(error, kWrongUse);
+    } catch (const kvosim::Refused &error) {
+        return tell(error, kWrongUse);
+    } catch (const kvosim::NoSimulator &error) {
+        return tell(error, kNoSimulator);
+    } catch (const std::exception &error) {
+        return tell(error, kCanNot);
+    }
+}

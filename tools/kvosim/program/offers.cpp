@@ -1,0 +1,86 @@
+// Sources of candidates; where no simulator runs there are none.
+#include "kvosim/program/offers.h"
+
+#include "common/completions/completion.h"
+#include "kvosim/commands/commands.h"
+#include "kvosim/control/control.h"
+#include "kvosim/plant/station_keys.h"
+
+#include <chrono>
+
+namespace kvosim {
+
+namespace {
+
+using completions::Candidates;
+
+constexpr Patience kShellPatience = std::chrono::seconds(1);
+
+/// The list of a reply.
+Json ask(const char *what, const char *list) { return askSimulator({{"do", what}}, kControlSocket, kShellPatience).at(list); }
+
+Candidates stations()
+{
+    Candidates candidates;
+    for (const Json &station : ask("stations", "stations")) {
+        const auto address = station.at("address").get<std::string>();
+        const auto name = station.at("name").get<std::string>();
+        candidates.push_back({address, name});
+        candidates.push_back({name, address});
+    }
+    return candidates;
+}
+
+Candidates devices()
+{
+    Candidates candidates;
+    for (const Json &device : ask("usb.list", "devices")) {
+        const std::string meaning = device.at("station").get<std::string>() + ", " + device.at("text7").get<std::string>();
+        candidates.push_back({device.at("ident2").get<std::string>(), meaning});
+        candidates.push_back({device.at("ident3").get<std::string>(), meaning});
+    }
+    return candidates;
+}
+
+Candidates sessions()
+{
+    Candidates candidates;
+    for (const Json &session : ask("remote.list", "sessions")) {
+        const Json &agent = session.at("agent");
+        candidates.push_back(
+            {session.at("session").dump(), agent.is_null() ? "no agent" : "agent at " + agent.get<std::string>()});
+    }
+    return candidates;
+}
+
+Candidates keys()
+{
+    Candidates candidates;
+    for (const StationKey &key : stationKeys()) {
+        candidates.push_back({std::string(key.name) + '='});
+    }
+    return candidates;
+}
+
+Candidates keywords()
+{
+    Candidates candidates;
+    for (const std::string_view keyword : commandKeywords()) {
+        candidates.push_back({std::string(keyword)});
+    }
+    return candidates;
+}
+
+}  // namespace
+
+void offerStations(const CLI::Option *argument) { completions::offer(argument, stations); }
+
+void offerDevices(const CLI::Option *argument) { completions::offer(argument, devices); }
+
+void offerSessions(const CLI::Option *argument) { completions::offer(argument, sessions); }
+
+void offerStationKeys(const CLI::Option *argument) { completions::offer(argument, keys); }
+
+void offerKeywords(const CLI::Option *argument) { completions::offer(argument, keywords); }
+
+}  // namespace kvosim

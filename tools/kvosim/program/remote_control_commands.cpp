@@ -1,0 +1,248 @@
+// "kvosim remote": arguments, requests, and what is printed of their replies.
+#include "kvosim/program/control_commands.h"
+
+#include "common/completions/completion.h"
+#include "kvosim/base/exchange_log.h"
+#include "kvosim/program/offers.h"
+#include "kvosim/remote/remote_log.h"
+#include "kvosim/remote/remote_script_run.h"
+
+#include <iostream>
+
+namespace kvosim {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr const char *kRemoteExamples =
+    R"(The simulator plays the remote hardware service of agents, for the sessions that "kvosim serve" or "kvosim run" was given by
+--remote. Exit status 1: the session is not served, no agent is connected, it has not answered in time, or the connection was lost.
+
+Examples:
+  kvosim remote list
+  kvosim remote ask 3 get-kvoindex
+  kvosim remote ask 3 set-kvoindex=7 --tag 042
+  kvosim remote run agent.script
+  kvosim remote log --session 3 --follow
+)";
+
+constexpr const char *kAskExamples =
+    R"(The request is sent with "\r\n". The simulator gives it a tag of its own, by which it knows the reply among others, and prints
+the reply without it; a tag that was given is printed. A request of more than 250 bytes is sent without a tag.
+
+Examples:
+  kvosim remote ask 3 ping
+  kvosim remote ask 3 042:get-t2m2n
+  kvosim remote ask 3 get-softkey-type --untagged --timeout 20
+)";
+
+constexpr const char *kLogExamples = R"(Each line has the time, the session, and what has happened:
+
+  > request    < reply    ! indication    connected    closed
+
+The simulator keeps the last 2000 of them, at most 1 MiB.
+
+Examples:
+  kvosim remote log
+  kvosim remote log --session 3 --follow --json
+)";
+
+constexpr const char *kRunExamples =
+    R"(A script has a line for each thing that is done or expected (docs/remote-side.md tells more):
+
+  session 3              # what follows is about this session
+  wait-connected 15
+  > get-kvoindex
+  < kvoindex=1
+  <~ vncserver=.*:3
+  ! screen changed
+  close
+
+Exit status 1: something else has come than was expected; the first difference is told, with its line. 2: a line is not understood.
+
+Examples:
+  kvosim remote run agent.script
+)";
+
+constexpr auto kFollowWait = 10s;
+constexpr unsigned kLongestTimeout = 600;  // seconds
+
+struct RemoteArguments {
+    unsigned session = 0;
+    std::optional<unsigned> logSession;
+    std::string request;
+    std::optional<std::string> tag;
+    bool untagged = false;
+    bool reset = false;
+    std::optional<unsigned> away;  // seconds
+    bool follow = false;
+    unsigned timeout = 10;  // seconds; an agent may itself wait for its service, twice 4 s
+    std::string script;
+};
+
+std::string stateOf(const Json &session)
+{
+    if (session.at("away").get<bool>()) {
+        return "closed for a time";
+    }
+    return session.at("agent").is_null() ? "no agent" : "agent at " + session.at("agent").get<std::string>();
+}
+
+void printSessions(const Json &reply)
+{
+    if (reply["sessions"].empty()) {
+        std::cout << "no sessions are served; start the simulator with --remote\n";
+    }
+    for (const Json &session : reply["sessions"]) {
+        std::cout << "session " << session.at("session") << ", " << session.at("address").get<std::string>() << ':'
+                  << session.at("port") << ", " << stateOf(session) << '\n';
+    }
+}
+
+void ask(const ControlCommands &commands, const RemoteArguments &options)
+{
+    Json request{{"do", "remote.ask"},
+                 {"session", options.session},
+                 {"request", options.request},
+                 {"untagged", options.untagged},
+                 {"patience_ms", options.timeout * 1000}};
+    if (options.tag) {
+        request["tag"] = *options.tag;
+    }
+    // The simulator tells when time is up.
+    commands.ask(
+        request, [](const Json &reply) { std::cout << reply.at("reply").get<std::string>() << '\n'; },
+        std::chrono::seconds(options.timeout) + *kUsualPatience);
+}
+
+void printRecords(const Json &page, bool json)
+{
+    if (const auto lost = page.at("lost").get<uint64_t>(); lost > 0) {
+        std::cerr << "kvosim: " << lost << " earlier records are not kept any more\n";
+    }
+    for (const Json &record : page.at("records")) {
+        if (json) {
+            std::cout << record.dump() << '\n';
+            continue;
+        }
+        const std::chrono::milliseconds time(record.at("time_ms").get<int64_t>());
+        std::cout << clockText(std::chrono::system_clock::time_point(time)) << ' '
+                  << lineOf(record.at("session").get<unsigned>(), record.at("kind").get<std::string>(),
+                            record.at("text").get<std::string>(), record.at("note").get<std::string>())
+                  << '\n';
+    }
+    std::cout.flush();
+}
+
+void printLog(const ControlCommands &commands, const RemoteArguments &options)
+{
+    Json request{{"do", "remote.log"}, {"after", 0}, {"wait_ms", 0}};
+    if (options.logSession) {
+        request["session"] = *options.logSession;
+    }
+    for (;;) {
+        const Json page = askSimulator(request, kControlSocket, kFollowWait + *kUsualPatience);
+        printRecords(page, commands.json());
+        const bool atEnd = page.at("next") == request["after"];
+        if (atEnd && !options.follow) {
+            return;
+        }
+        request["after"] = page.at("next");
+        if (options.follow) {
+            request["wait_ms"] = std::chrono::milliseconds(kFollowWait).count();
+        }
+    }
+}
+
+void runScript(const ControlCommands &commands, const std::string &file)
+{
+    const auto steps = loadScript(file);
+    const ScriptResult result = runScript(
+        steps, file, [](const Json &request) { return askSimulator(request, kControlSocket, kFollowWait + *kUsualPatience); });
+    if (commands.json()) {
+        std::cout << Json{{"steps", result.steps},
+                          {"replies", result.replies},
+                          {"indications", result.indications},
+                          {"unread", result.unread}}
+                  << '\n';
+        return;
+    }
+    std::cout << file << ": " << result.steps << " steps done, " << result.replies << " replies and " << result.indications
+              << " indications as expected";
+    if (result.unread > 0) {
+        std::cout << ", " << result.unread << " more not looked at";
+    }
+    std::cout << '\n';
+}
+
+CLI::App *addSession(CLI::App *command, RemoteArguments &options)
+{
+    offerSessions(command->add_option("SESSION", options.session, "0 to 9")->required());
+    return command;
+}
+
+void addAsk(ControlCommands &commands, CLI::App &remote, const std::shared_ptr<RemoteArguments> &options)
+{
+    CLI::App *asking = addSession(commands.add(remote, "ask", "Send a request to the agent of a session, and print its reply",
+                                               [&commands, options] { ask(commands, *options); }),
+                                  *options);
+    asking->add_option("REQUEST", options->request, "One line, such as get-kvoindex")->required();
+    CLI::Option *tag = asking->add_option("--tag", options->tag, "Tag of the request, three digits");
+    asking->add_flag("--untagged", options->untagged, "Send the request as it is, without a tag")->excludes(tag);
+    asking->add_option("--timeout", options->timeout, "Seconds to wait for the reply, 1 to 600 (default: 10)")
+        ->check(CLI::Range(1U, kLongestTimeout));
+    asking->footer(kAskExamples);
+}
+
+void closeSession(const ControlCommands &commands, const RemoteArguments &options)
+{
+    Json request{{"do", "remote.close"}, {"session", options.session}, {"reset", options.reset}};
+    if (options.away) {
+        request["away_ms"] = *options.away * 1000;
+    }
+    commands.ask(request, [](const Json & /*reply*/) { std::cout << "closed\n"; });
+}
+
+void addClose(ControlCommands &commands, CLI::App &remote, const std::shared_ptr<RemoteArguments> &options)
+{
+    CLI::App *closing = addSession(commands.add(remote, "close", "Close the connection of a session's agent, which comes again",
+                                                [&commands, options] { closeSession(commands, *options); }),
+                                   *options);
+    closing->add_flag("--reset", options->reset, "By a reset, as when the other machine has crashed");
+    closing
+        ->add_option("--for", options->away,
+                     "Close the port too, for 1 to 600 seconds, agent or not: a remote side that restarts")
+        ->check(CLI::Range(1U, kLongestTimeout));
+}
+
+void addLog(ControlCommands &commands, CLI::App &remote, const std::shared_ptr<RemoteArguments> &options)
+{
+    CLI::App *log =
+        commands.add(remote, "log", "Show what went over the sessions", [&commands, options] { printLog(commands, *options); });
+    offerSessions(log->add_option("--session", options->logSession, "Of this session alone"));
+    log->add_flag("--follow", options->follow, "Go on with what comes, until this command is ended");
+    log->footer(kLogExamples);
+}
+
+}  // namespace
+
+void addRemoteCommands(ControlCommands &commands, CLI::App &app)
+{
+    const auto options = std::make_shared<RemoteArguments>();
+    CLI::App *remote = app.add_subcommand("remote", "Play the remote hardware service of agents");
+    remote->require_subcommand(1);
+    remote->footer(kRemoteExamples);
+    commands.add(*remote, "list", "List the sessions, and the agents that are connected", [&commands] {
+        commands.ask({{"do", "remote.list"}}, printSessions);
+    });
+    addAsk(commands, *remote, options);
+    addClose(commands, *remote, options);
+    addLog(commands, *remote, options);
+    CLI::App *running = commands.add(*remote, "run", "Send requests to agents and compare their replies, as a script says",
+                                     [&commands, options] { runScript(commands, options->script); });
+    completions::offerFiles(running->add_option("SCRIPT", options->script, "The script's file")->required());
+    running->footer(kRunExamples);
+}
+
+}  // namespace kvosim

@@ -1,0 +1,240 @@
+// "kvosim usb": arguments, requests, and what is printed of their replies.
+#include "kvosim/program/control_commands.h"
+
+#include "kvosim/plant/usb_device.h"
+#include "kvosim/program/offers.h"
+
+#include <cstdio>
+#include <iostream>
+#include <map>
+#include <string>
+#include <variant>
+
+namespace kvosim {
+
+namespace {
+
+constexpr const char *kUsbExamples =
+    R"(USB events go out while a program has them activated. What is plugged in is so all the same, and stands in the lists of
+connectors. DEVICE is an ident2 or an ident3, or "IDENT2*IDENT3". Exit status 0 says that it was done at the station, not that
+anybody was told: the line that is printed says that.
+
+Examples:
+  kvosim usb plug 10.0.0.5
+  kvosim usb plug "Lathe 1" --ident2 stick --text7 "Memory stick" --id1 0x0951 --bytes 0A1B
+  kvosim usb state 10.0.0.5 stick 2
+  kvosim usb unplug 10.0.0.5 stick
+  kvosim usb refuse 10.0.0.5 --text8 "too much current"
+  kvosim usb list
+  kvosim usb storm --count 1000 --rate 50
+)";
+
+constexpr const char *kStormExamples =
+    R"(A device is plugged in and removed in turn, each an event; with an odd count the last one stays. One event is on its
+way at a time: a receiver that is slower than the rate is sent what it takes. Where a USB lock is set, every event is a refused
+device. The storm ends early when the events are deactivated, and when this command is ended.
+
+Examples:
+  kvosim usb storm --count 1000
+  kvosim usb storm --count 600 --rate 10 --station 10.0.0.5
+)";
+
+struct UsbOptions {
+    std::string station;
+    std::string device;
+    std::string state;
+    std::map<std::string, std::string> texts;  ///< fields as they are typed
+    std::map<std::string, bool> switches;
+    uint32_t count = 0;
+    uint32_t rate = 0;
+};
+
+// An event may have to wait for those before it, each of which may take seconds.
+constexpr Patience kUntilItEnds = std::nullopt;
+
+std::string textOf(const Json &reply, const char *key) { return reply.at(key).get<std::string>(); }
+
+std::string happened(const Json &reply)
+{
+    std::string event = textOf(reply, "event");
+    if (event == "plugged") {
+        return "plugged in";
+    }
+    if (event == "state") {
+        return "in state " + reply.at("state").dump();
+    }
+    if (reply.contains("usb_lock")) {
+        return "refused, as the station's USB lock is " + textOf(reply, "usb_lock");
+    }
+    return event;
+}
+
+std::string spread(const std::string &delivery)
+{
+    if (delivery == "delivered") {
+        return "the event was delivered";
+    }
+    if (delivery == "not activated") {
+        return "USB events are not activated, nobody was told";
+    }
+    return "the event was not delivered: " + delivery;
+}
+
+void printNews(const Json &reply)
+{
+    std::cout << textOf(reply, "station") << ": \"" << textOf(reply, "ident2") << '*' << textOf(reply, "ident3") << "\" "
+              << happened(reply) << "; " << spread(textOf(reply, "delivery")) << '\n';
+}
+
+void printDevices(const Json &reply)
+{
+    if (reply["devices"].empty()) {
+        std::cout << "no USB devices\n";
+    }
+    for (const Json &device : reply["devices"]) {
+        std::cout << textOf(device, "station") << ": \"" << textOf(device, "ident2") << '*' << textOf(device, "ident3")
+                  << "\" state " << device.at("state") << ", " << textOf(device, "text4") << ", " << textOf(device, "text6")
+                  << ", " << textOf(device, "text7") << '\n';
+    }
+}
+
+void printStorm(const Json &reply)
+{
+    std::printf("sent %u, delivered %u, failed %u, %.3f s, %.1f events a second\n", reply["sent"].get<unsigned>(),
+                reply["delivered"].get<unsigned>(), reply["failed"].get<unsigned>(), reply["seconds"].get<double>(),
+                reply["events_per_second"].get<double>());
+    if (const std::string end = textOf(reply, "end"); end != "count") {
+        std::printf("ended early: %s\n", end.c_str());
+    }
+    std::fflush(stdout);
+}
+
+std::string optionOf(const UsbKey &key)
+{
+    std::string name(key.name);
+    for (char &c : name) {
+        c = c == '_' ? '-' : c;
+    }
+    return "--" + name;
+}
+
+bool isSwitch(const UsbKey &key)
+{
+    const auto *number = std::get_if<UsbNumberKey>(&key.kind);
+    return number != nullptr && number->highest == 1;
+}
+
+void addFields(CLI::App &command, UsbOptions &options)
+{
+    for (const UsbKey &key : usbKeys()) {
+        const std::string name(key.name);
+        if (isSwitch(key)) {
+            command.add_flag(optionOf(key), options.switches[name], std::string(key.meaning));
+        } else {
+            command.add_option_function<std::string>(
+                optionOf(key), [&options, name](const std::string &text) { options.texts[name] = text; },
+                std::string(key.meaning));
+        }
+    }
+}
+
+Json fieldsOf(const UsbOptions &options)
+{
+    Json device = Json::object();
+    for (const auto &[key, text] : options.texts) {
+        device[key] = text;
+    }
+    for (const auto &[key, on] : options.switches) {
+        if (on) {
+            device[key] = 1;
+        }
+    }
+    return device;
+}
+
+CLI::App *addStation(CLI::App *command, UsbOptions &options)
+{
+    offerStations(command->add_option("STATION", options.station, "Its address or its name")->required());
+    return command;
+}
+
+/// A device that comes: "plug" and "refuse".
+void addArrival(ControlCommands &commands, CLI::App &usb, const std::shared_ptr<UsbOptions> &options, const char *name,
+                const char *meaning)
+{
+    const auto act = [&commands, options, name] {
+        commands.ask({{"do", std::string("usb.") + name}, {"station", options->station}, {"device", fieldsOf(*options)}},
+                     printNews, kUntilItEnds);
+    };
+    CLI::App *command = addStation(commands.add(usb, name, meaning, act), *options);
+    addFields(*command, *options);
+    command->footer(kUsbExamples);
+}
+
+void addChanges(ControlCommands &commands, CLI::App &usb, const std::shared_ptr<UsbOptions> &options)
+{
+    CLI::App *unplugging = addStation(
+        commands.add(usb, "unplug", "Remove a device from a station",
+                     [&commands, options] {
+                         commands.ask({{"do", "usb.unplug"}, {"station", options->station}, {"device", options->device}},
+                                      printNews, kUntilItEnds);
+                     }),
+        *options);
+    offerDevices(unplugging->add_option("DEVICE", options->device, "Its ident2 or ident3")->required());
+    CLI::App *changing = addStation(commands.add(usb, "state", "Change the state of a device",
+                                                 [&commands, options] {
+                                                     commands.ask({{"do", "usb.state"},
+                                                                   {"station", options->station},
+                                                                   {"device", options->device},
+                                                                   {"state", options->state}},
+                                                                  printNews, kUntilItEnds);
+                                                 }),
+                                    *options);
+    offerDevices(changing->add_option("DEVICE", options->device, "Its ident2 or ident3")->required());
+    changing->add_option("VALUE", options->state, "0 to 0xFFFFFFFF")->required();
+}
+
+void addList(ControlCommands &commands, CLI::App &usb, const std::shared_ptr<UsbOptions> &options)
+{
+    CLI::App *list = commands.add(usb, "list", "List the devices that are plugged in", [&commands, options] {
+        Json request{{"do", "usb.list"}};
+        if (!options->station.empty()) {
+            request["station"] = options->station;
+        }
+        commands.ask(request, printDevices);
+    });
+    offerStations(list->add_option("STATION", options->station, "Its address or its name (default: all stations)"));
+}
+
+void addStorm(ControlCommands &commands, CLI::App &usb, const std::shared_ptr<UsbOptions> &options)
+{
+    CLI::App *storm = commands.add(usb, "storm", "Send many events", [&commands, options] {
+        Json request{{"do", "usb.storm"}, {"count", options->count}, {"rate", options->rate}};
+        if (!options->station.empty()) {
+            request["station"] = options->station;
+        }
+        commands.ask(request, printStorm, kUntilItEnds);
+    });
+    storm->add_option("--count", options->count, "How many events")->required();
+    storm->add_option("--rate", options->rate, "Events a second (default: 0, as fast as they are taken)");
+    offerStations(storm->add_option("--station", options->station,
+                                    "Where, by its address or its name (default: at all stations in turn)"));
+    storm->footer(kStormExamples);
+}
+
+}  // namespace
+
+void addUsbCommands(ControlCommands &commands, CLI::App &app)
+{
+    const auto options = std::make_shared<UsbOptions>();
+    CLI::App *usb = app.add_subcommand("usb", "Plug USB devices in at stations of the running simulator, and remove them");
+    usb->require_subcommand(1);
+    usb->footer(kUsbExamples);
+    addArrival(commands, *usb, options, "plug", "Plug a device in");
+    addArrival(commands, *usb, options, "refuse", "Let a device come that the service refuses");
+    addChanges(commands, *usb, options);
+    addList(commands, *usb, options);
+    addStorm(commands, *usb, options);
+}
+
+}  // namespace kvosim

@@ -1,0 +1,238 @@
+// Scripts carried out: what agents say is read out of the simulator's log.
+#include "kvosim/remote/remote_script_run.h"
+
+#include "kvosim/base/exchange_log.h"
+#include "kvosim/base/refused.h"
+#include "kvosim/remote/agent_lines.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <deque>
+#include <map>
+#include <thread>
+
+namespace kvosim {
+
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::milliseconds kLongestRead = 5s;
+
+std::string hexadecimal(std::string_view bytes)
+{
+    std::string digits;
+    for (const char byte : bytes) {
+        std::array<char, 3> two{};
+        std::snprintf(two.data(), two.size(), "%02X", static_cast<unsigned>(static_cast<unsigned char>(byte)));
+        digits += two.data();
+    }
+    return digits;
+}
+
+std::string inQuotes(std::string_view text) { return '"' + shown(text) + '"'; }
+
+/// What is known of a session so far.
+struct Heard {
+    bool connected = false;
+    std::size_t endings = 0;
+    std::string ending = "no agent has connected";
+    std::deque<std::string> replies{};
+    std::deque<std::string> indications{};
+};
+
+class Run {
+public:
+    explicit Run(const AskSimulator &ask) : ask_(ask)
+    {
+        const Json list = ask_({{"do", "remote.list"}});
+        for (const Json &session : list.at("sessions")) {
+            heard_[session.at("session").get<unsigned>()].connected = !session.at("agent").is_null();
+        }
+        known_ = list.at("last").get<uint64_t>();
+    }
+
+    void carryOut(const ScriptStep &step)
+    {
+        Heard &session = sessionOf(step);
+        switch (step.kind) {
+        case ScriptStep::Kind::send: ask_({{"do", "remote.send"}, {"session", step.session}, {"request", step.text}}); break;
+        case ScriptStep::Kind::raw:
+            ask_({{"do", "remote.raw"}, {"session", step.session}, {"bytes", hexadecimal(step.text)}});
+            break;
+        case ScriptStep::Kind::reply:
+            expect(step, "the reply ", session, session.replies);
+            ++result_.replies;
+            break;
+        case ScriptStep::Kind::indication:
+            expect(step, "the indication ", session, session.indications);
+            ++result_.indications;
+            break;
+        case ScriptStep::Kind::waitConnected:
+            await(step, "expected an agent to connect", [&] { return session.connected; });
+            break;
+        case ScriptStep::Kind::waitClosed:
+            await(step, "expected the connection to be closed", [&] { return !session.connected; });
+            break;
+        case ScriptStep::Kind::close: closeSession(step, session, false); break;
+        case ScriptStep::Kind::reset: closeSession(step, session, true); break;
+        case ScriptStep::Kind::away:
+            ask_({{"do", "remote.close"}, {"session", step.session}, {"away_ms", step.time.count()}});
+            hearAll();  // the end of the connection too: nobody connects now
+            break;
+        case ScriptStep::Kind::pause: std::this_thread::sleep_for(step.time); break;
+        }
+        ++result_.steps;
+    }
+
+    ScriptResult finish()
+    {
+        hearAll();
+        for (const auto &[number, session] : heard_) {
+            result_.unread += session.replies.size() + session.indications.size();
+        }
+        return result_;
+    }
+
+private:
+    Heard &sessionOf(const ScriptStep &step)
+    {
+        const auto found = heard_.find(step.session);
+        if (found == heard_.end()) {
+            throw CouldNot("session " + std::to_string(step.session) + " is not served; start the simulator with --remote " +
+                           std::to_string(step.session));
+        }
+        return found->second;
+    }
+
+    /// What follows is about the next connection: all that came before the end of this one is heard.
+    void closeSession(const ScriptStep &step, const Heard &session, bool reset)
+    {
+        hearAll();
+        const std::size_t endings = session.endings;
+        ask_({{"do", "remote.close"}, {"session", step.session}, {"reset", reset}});
+        await(step, "expected the connection to be closed", [&] { return session.endings != endings; });
+    }
+
+    /// Waits until something holds, hearing what came in its order and no more of it than is needed; false when the step's time
+    /// is over.
+    template <class Holds>
+    bool wait(const ScriptStep &step, Holds holds)
+    {
+        const auto until = Clock::now() + step.time;
+        while (!holds()) {
+            const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now());
+            if (!hearNext(std::clamp(left, std::chrono::milliseconds(0), kLongestRead)) && left <= 0ms) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    void expect(const ScriptStep &step, const char *what, const Heard &session, std::deque<std::string> &lines)
+    {
+        const auto expected = std::string("expected ") + what + (step.isPattern ? "that matches " : "") + inQuotes(step.text);
+        if (!wait(step, [&] { return !lines.empty() || !session.connected; })) {
+            throw CouldNot(expected + ", got none within " + std::to_string(step.time.count() / 1000) + " s");
+        }
+        if (lines.empty()) {
+            throw CouldNot(expected + ", got the end of the connection (" + session.ending + ')');
+        }
+        const std::string line = lines.front();
+        lines.pop_front();
+        if (!agrees(step, line)) {
+            throw CouldNot(expected + ", got " + inQuotes(line));
+        }
+    }
+
+    /// An indication is compared without its number where none is written.
+    static bool agrees(const ScriptStep &step, const std::string &line)
+    {
+        const bool numbered = step.kind != ScriptStep::Kind::indication || !indicationOf(step.text).empty();
+        const std::string text = numbered ? line : line.substr(indicationOf(line).size());
+        return step.isPattern ? std::regex_match(text, step.pattern) : text == step.text;
+    }
+
+    template <class Holds>
+    void await(const ScriptStep &step, const char *what, Holds holds)
+    {
+        if (!wait(step, holds)) {
+            throw CouldNot(std::string(what) + ", got nothing of that within " + std::to_string(step.time.count() / 1000) +
+                           " s");
+        }
+    }
+
+    /// Hears the next record of the log; false where none came in time.
+    bool hearNext(std::chrono::milliseconds patience)
+    {
+        if (unheard_.empty()) {
+            read(patience);
+        }
+        if (unheard_.empty()) {
+            return false;
+        }
+        hear(unheard_.front());
+        unheard_.pop_front();
+        return true;
+    }
+
+    /// What has come so far.
+    void hearAll()
+    {
+        while (hearNext(0ms)) {
+        }
+    }
+
+    void read(std::chrono::milliseconds patience)
+    {
+        const Json page = ask_({{"do", "remote.log"}, {"after", known_}, {"wait_ms", patience.count()}});
+        if (page.at("lost") != 0) {
+            throw CouldNot("the simulator's log has lost " + page.at("lost").dump() + " records that were not read yet");
+        }
+        known_ = page.at("next").get<uint64_t>();
+        for (const Json &record : page.at("records")) {
+            unheard_.push_back(record);
+        }
+    }
+
+    void hear(const Json &record)
+    {
+        Heard &session = heard_[record.at("session").get<unsigned>()];
+        const std::string kind = record.at("kind").get<std::string>();
+        const std::string text = record.at("text").get<std::string>();
+        if (kind == "reply") {
+            session.replies.push_back(text);
+        } else if (kind == "indication") {
+            session.indications.push_back(text);
+        } else if (kind == "connected" || kind == "closed") {
+            session.connected = kind == "connected";
+            session.endings += session.connected ? 0 : 1;
+            session.ending = text;
+        }
+    }
+
+    const AskSimulator &ask_;
+    std::map<unsigned, Heard> heard_;
+    uint64_t known_ = 0;
+    std::deque<Json> unheard_;
+    ScriptResult result_;
+};
+
+}  // namespace
+
+ScriptResult runScript(std::span<const ScriptStep> steps, const std::string &fileName, const AskSimulator &ask)
+{
+    Run run(ask);
+    for (const ScriptStep &step : steps) {
+        try {
+            run.carryOut(step);
+        } catch (const CouldNot &error) {
+            throw CouldNot(fileName + ':' + std::to_string(step.line) + ": " + error.what());
+        }
+    }
+    return run.finish();
+}
+
+}  // namespace kvosim

@@ -1,0 +1,148 @@
+// Sessions and readers of the log.
+#include "kvosim/remote/remote_side.h"
+
+#include "common/dotted_address.h"
+#include "kvosim/base/arguments.h"
+#include "kvosim/base/refused.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace kvosim {
+
+namespace {
+
+constexpr std::chrono::milliseconds kLostSessionsInterval{20};
+
+uint32_t addressOf(const std::string &text)
+{
+    const auto address = parseDotted(text);
+    if (!address) {
+        throw std::runtime_error('"' + text +
+                                 "\" is no IPv4 address to serve agents at; write one such as \"127.0.0.1\", or "
+                                 "\"0.0.0.0\" for all of this machine's");
+    }
+    return *address;
+}
+
+}  // namespace
+
+std::vector<unsigned> parseSessions(const std::string &text)
+{
+    std::vector<unsigned> sessions;
+    for (std::string_view rest = text;;) {
+        const auto number = decimal(rest.substr(0, rest.find(',')), 0, kHighestSession);
+        if (!number || std::find(sessions.begin(), sessions.end(), *number) != sessions.end()) {
+            throw std::invalid_argument('"' + text + "\" names no sessions; write " + kSessionsForm);
+        }
+        sessions.push_back(*number);
+        if (rest.find(',') == std::string_view::npos) {
+            return sessions;
+        }
+        rest = split(rest, ',').second;
+    }
+}
+
+RemoteSide::RemoteSide(EventLoop &loop, const RemoteOptions &options, std::function<void(std::string_view line)> report)
+    : loop_(loop), report_(std::move(report)), address_(options.address), log_([this](const auto &record) { added(record); })
+{
+    for (const unsigned number : options.sessions) {
+        sessions_.emplace_back(loop_, log_, number, addressOf(address_), [this] { sweepSoon(); });
+    }
+}
+
+RemoteSession &RemoteSide::session(unsigned number)
+{
+    const auto found =
+        std::find_if(sessions_.begin(), sessions_.end(), [number](const auto &session) { return session.number() == number; });
+    if (found != sessions_.end()) {
+        return *found;
+    }
+    std::string served;
+    for (const RemoteSession &session : sessions_) {
+        served += (served.empty() ? "" : ",") + std::to_string(session.number());
+    }
+    throw CouldNot("session " + std::to_string(number) + " is not served; start the simulator with --remote " +
+                   (served.empty() ? "" : served + ",") + std::to_string(number));
+}
+
+void RemoteSide::awaitLog(const LogQuery &query, Read read)
+{
+    readers_.push_back({query, Clock::now() + query.wait, std::move(read)});
+    sweepSoon();
+}
+
+RemoteSide::LogPage RemoteSide::readLog(const LogQuery &query) const
+{
+    LogPage page{.next = std::min(query.after, log_.last())};
+    const auto &records = log_.records();
+    if (records.empty()) {
+        return page;
+    }
+    const uint64_t first = records.front().number;
+    page.lost = first > page.next + 1 ? first - page.next - 1 : 0;
+    const auto known = static_cast<std::ptrdiff_t>(page.next + 1 > first ? page.next + 1 - first : 0);
+    for (auto record = records.begin() + known; record != records.end() && page.records.size() < kMostOfAPage; ++record) {
+        if (!query.session || *query.session == record->session) {
+            page.records.push_back(*record);
+        }
+        page.next = record->number;
+    }
+    return page;
+}
+
+void RemoteSide::added(const RemoteRecord &record)
+{
+    report_(lineOf(record.session, nameOf(record.kind), record.text, record.note));
+    answerReaders([&record](const Reader &reader) {
+        return (!reader.query.session || *reader.query.session == record.session) && record.number > reader.query.after;
+    });
+}
+
+void RemoteSide::answerReaders(const std::function<bool(const Reader &reader)> &which)
+{
+    for (auto reader = readers_.begin(); reader != readers_.end();) {
+        if (which(*reader)) {
+            reader->read(readLog(reader->query));
+            reader = readers_.erase(reader);
+        } else {
+            ++reader;
+        }
+    }
+}
+
+void RemoteSide::sweepSoon()
+{
+    if (sweeping_) {
+        return;
+    }
+    sweeping_ = true;
+    loop_.after(kLostSessionsInterval, [this, alive = std::weak_ptr(alive_)] {
+        if (alive.expired()) {
+            return;
+        }
+        sweeping_ = false;
+        const auto now = Clock::now();
+        for (RemoteSession &session : sessions_) {
+            session.sweep(now);
+        }
+        answerReaders([now](const Reader &reader) { return reader.until <= now; });
+        const bool waiting = std::any_of(sessions_.begin(), sessions_.end(), [](const auto &s) { return s.waiting(); });
+        if (waiting || !readers_.empty()) {
+            sweepSoon();
+        }
+    });
+}
+
+void RemoteSide::end()
+{
+    for (RemoteSession &session : sessions_) {
+        if (session.peer()) {
+            session.close(RemoteSession::Ending::end);
+        }
+    }
+    sessions_.clear();
+    answerReaders([](const Reader &) { return true; });
+}
+
+}  // namespace kvosim

@@ -29,6 +29,15 @@ const Table &table()
 
 std::size_t endOfKeyword(std::string_view request) { return std::min(request.find_first_of("= "), request.size()); }
 
+bool isCommand(std::string_view keyword)
+{
+    if (keyword.find_first_of("= ") != std::string_view::npos) {
+        return false;
+    }
+    const std::string word(keyword);
+    return table().contains(word) || table().contains(word + '=') || table().contains(word + ' ');
+}
+
 }  // namespace
 
 std::string answer(ServiceContext &context, std::string_view request)
@@ -40,13 +49,13 @@ std::string answer(ServiceContext &context, std::string_view request)
 
 std::string_view keywordOf(std::string_view request) { return request.substr(0, endOfKeyword(request)); }
 
-bool isCommand(std::string_view keyword)
+Fault makeFault(const FaultText &text)
 {
-    if (keyword.find_first_of("= ") != std::string_view::npos) {
-        return false;
+    if (text.command != kEveryCommand && !isCommand(text.command)) {
+        throw FaultError("command",
+                         '"' + text.command + "\" is no command; write a keyword such as getVersion, or \"*\" for all");
     }
-    const std::string word(keyword);
-    return table().contains(word) || table().contains(word + '=') || table().contains(word + ' ');
+    return Fault(text);
 }
 
 std::vector<std::string_view> commandKeywords()

@@ -29,8 +29,8 @@ std::string answer(ServiceContext &context, std::string_view request);
 /// The keyword of a request, without the "=" or space that ends it.
 std::string_view keywordOf(std::string_view request);
 
-/// Whether there is a command of this keyword, which is given without what ends it.
-bool isCommand(std::string_view keyword);
+/// A fault for a command of the table, or for all. Throws FaultError.
+Fault makeFault(const FaultText &text);
 
 /// The keywords of all commands, without what ends them, in alphabetical order.
 std::vector<std::string_view> commandKeywords();

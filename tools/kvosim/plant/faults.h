@@ -18,9 +18,12 @@ struct FaultError : std::invalid_argument {
     std::string key;
 };
 
+/// Stands for every command.
+inline constexpr std::string_view kEveryCommand = "*";
+
 /// A fault as it is written in plant files and on the command line.
 struct FaultText {
-    std::string command = "*";  ///< a keyword, without what ends it; "*" is every request
+    std::string command{kEveryCommand};  ///< a keyword, without the character that ends it
     std::string kind;
     uint32_t after = 0;               ///< so many requests are spared first
     uint32_t times = 0;               ///< so many are struck then; 0 is for ever
@@ -31,7 +34,7 @@ enum class FaultKind { delay, close, garbage, failed, split, silent };
 
 class Fault {
 public:
-    /// Throws FaultError.
+    /// Throws FaultError. The command is taken as it is: makeFault (commands.h) checks it first.
     explicit Fault(const FaultText &text);
 
     /// Counts a request that it is meant for; true when it strikes.

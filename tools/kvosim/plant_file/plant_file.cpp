@@ -3,6 +3,7 @@
 
 #include "common/dotted_address.h"
 #include "kvosim/base/arguments.h"
+#include "kvosim/commands/commands.h"
 #include "kvosim/net/udp_socket.h"
 #include "kvosim/plant/station_keys.h"
 #include "kvosim/plant_file/table_reader.h"
@@ -256,7 +257,7 @@ Faults readFaults(const TableReader &top)
             text.delay = table.number("delay_ms", 0);
         }
         try {
-            faults.add(Fault(text));
+            faults.add(makeFault(text));
         } catch (const FaultError &error) {
             table.fail(error.key, error.what());
         }

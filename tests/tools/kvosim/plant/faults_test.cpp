@@ -1,4 +1,5 @@
 // Faults: which requests they strike, and what a client meets then, on the wire and through the library.
+#include "kvosim/commands/commands.h"
 #include "kvosim/plant/faults.h"
 #include "tools/kvosim/support/client.h"
 #include "tools/kvosim/support/named_row.h"
@@ -80,7 +81,7 @@ class FaultMistake : public testing::TestWithParam<Mistake> {};
 TEST_P(FaultMistake, IsTold)
 {
     try {
-        const Fault fault(GetParam().text);
+        kvosim::makeFault(GetParam().text);
         ADD_FAILURE() << "taken";
     } catch (const FaultError &error) {
         EXPECT_EQ(error.key, GetParam().key);

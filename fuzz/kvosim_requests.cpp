@@ -4,8 +4,8 @@
 #include "kvosim_lines.h"
 #include "support.h"
 
+#include "common/control_protocol.h"
 #include "kvosim/commands/commands.h"
-#include "kvosim/control/control.h"
 #include "kvosim/plant_file/plant_file.h"
 #include "kvosim/service.h"
 

@@ -1,6 +1,6 @@
 #include "conductor.h"
 
-#include "kvosim/control/control.h"
+#include "common/control_client.h"
 
 #include <kvo_hws/agent.h>
 

@@ -32,7 +32,7 @@ Finding examineLibrary(const std::string &name)
         return {.check = name,
                 .words = "The loader has not found " + name + ".",
                 .advice = "Install it beside libkvo_hws.so.0, or name its folder in LD_LIBRARY_PATH.",
-                .exit = Exit::platformMissing};
+                .fault = Fault::platformMissing};
     }
     return {.check = name, .words = std::string("The loader took ") + map->l_name + "."};
 }

@@ -66,9 +66,9 @@ private:
         findings_.push_back({.check = check, .words = words});
         return true;
     }
-    bool fault(const std::string &check, Exit exit, const std::string &words, const std::string &advice)
+    bool fault(const std::string &check, Fault fault, const std::string &words, const std::string &advice)
     {
-        findings_.push_back({.check = check, .words = words, .advice = advice, .exit = exit});
+        findings_.push_back({.check = check, .words = words, .advice = advice, .fault = fault});
         return false;
     }
 
@@ -77,11 +77,11 @@ private:
         const std::string path = kSocketDirectory;
         struct stat status {};
         if (stat(kSocketDirectory, &status) != 0) {
-            return fault("directory", Exit::directoryMissing, "The directory " + path + ": " + errorText() + ".",
+            return fault("directory", Fault::directoryMissing, "The directory " + path + ": " + errorText() + ".",
                          "The hardware service has not run since the panel started. " + kIsItRunning);
         }
         if (!S_ISDIR(status.st_mode)) {
-            return fault("directory", Exit::noSocket, path + " is no directory.",
+            return fault("directory", Fault::noSocket, path + " is no directory.",
                          "Remove it and start the hardware service again.");
         }
         return well("directory", "The directory " + path + " is there.");
@@ -93,13 +93,13 @@ private:
         struct stat status {};
         if (stat(kCommandSocket, &status) != 0) {
             if (errno == EACCES) {
-                return fault("socket", Exit::notPermitted, std::string("This user may not look into ") + kSocketDirectory + ".",
-                             kAskForRights);
+                return fault("socket", Fault::notPermitted,
+                             std::string("This user may not look into ") + kSocketDirectory + ".", kAskForRights);
             }
-            return fault("socket", Exit::socketMissing, "The socket " + path + ": " + errorText() + ".", kIsItRunning);
+            return fault("socket", Fault::socketMissing, "The socket " + path + ": " + errorText() + ".", kIsItRunning);
         }
         if (!S_ISSOCK(status.st_mode)) {
-            return fault("socket", Exit::noSocket, path + " is no socket.", "Remove it and start the hardware service again.");
+            return fault("socket", Fault::noSocket, path + " is no socket.", "Remove it and start the hardware service again.");
         }
         return well("socket", "The socket " + path + " is there.");
     }
@@ -125,16 +125,16 @@ private:
     {
         switch (errno) {
         case ECONNREFUSED:
-            return fault("connection", Exit::staleSocket,
+            return fault("connection", Fault::staleSocket,
                          "Nobody listens at the socket: the service has ended without tidying up.",
                          "Start the hardware service again; it replaces the socket. If it does not, remove it by hand.");
-        case EACCES: return fault("connection", Exit::notPermitted, "This user may not write to the socket.", kAskForRights);
+        case EACCES: return fault("connection", Fault::notPermitted, "This user may not write to the socket.", kAskForRights);
         case EAGAIN:
             return fault(
-                "connection", Exit::queueFull,
+                "connection", Fault::queueFull,
                 "The queue of the socket stays full: the service accepts no connections any more.",
                 "The service hangs, or more programs ask it than it can answer. Look for such programs; else restart it.");
-        case ENOENT: return fault("connection", Exit::socketMissing, "The socket has just disappeared.", kIsItRunning);
+        case ENOENT: return fault("connection", Fault::socketMissing, "The socket has just disappeared.", kIsItRunning);
         default: throw std::system_error(errno, std::generic_category(), "connect");
         }
     }
@@ -161,7 +161,7 @@ private:
         const auto deadline = Clock::now() + kReplyPatience;
         while (answer_.find('\n') == std::string::npos && answer_.size() < kLongestAnswer) {
             if (!waitUntil(deadline)) {
-                return fault("answer", Exit::silent,
+                return fault("answer", Fault::silent,
                              "The service accepts the request and sends no whole answer within " +
                                  std::to_string(kReplyPatience.count()) + " s, which is as long as programs wait.",
                              "The service hangs. Restart it" + (peer_.empty() ? "" : ": " + peer_) + ".");
@@ -199,7 +199,7 @@ private:
 
     bool noAnswer(const std::string &words)
     {
-        return fault("answer", Exit::oddAnswer, "The service " + words + ".",
+        return fault("answer", Fault::oddAnswer, "The service " + words + ".",
                      "Look into the system's log for what it says; restart it.");
     }
 
@@ -209,10 +209,10 @@ private:
             return well("answer", "The service answers and is ready.");
         }
         if (answer_ == "no") {
-            return fault("answer", Exit::notReady, "The service answers, but has not finished starting.",
+            return fault("answer", Fault::notReady, "The service answers, but has not finished starting.",
                          "Wait: kvoctl ready --wait 30. If it never becomes ready, look into the system's log.");
         }
-        return fault("answer", Exit::oddAnswer,
+        return fault("answer", Fault::oddAnswer,
                      "Asked whether it is ready, the service answers \"" + answer_.substr(0, kLongestShown) + "\".",
                      "Is it the hardware service of this panel, and of the right version? kvoctl version shows it.");
     }

@@ -1,5 +1,7 @@
 // kvoctl: the library from the command line, for people and scripts.
-#include "kvoctl/command_line/families.h"
+#include "kvoctl/command_line/command_line.h"
+#include "kvoctl/doctor/doctor.h"
+#include "kvoctl/families/families.h"
 #include "kvoctl/output/display_text.h"
 
 #include <kvo_hws/runtime.h>

@@ -55,7 +55,6 @@ set(kvosim_plant_file
 )
 set(kvosim_control
   control.cpp
-  control_client.cpp
   event_control.cpp
   remote_control.cpp
   usb_control.cpp

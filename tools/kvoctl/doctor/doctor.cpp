@@ -1,7 +1,8 @@
-// "kvoctl doctor": why nothing answers.
+// Has everything examined, and shows what was found.
+#include "kvoctl/doctor/doctor.h"
+
 #include "common/platform_check.h"
 #include "common/service_probe.h"
-#include "kvoctl/command_line/families.h"
 
 #include <algorithm>
 
@@ -28,7 +29,7 @@ Report report(const std::vector<Finding> &findings)
         }
         documents.push_back({{"check", finding.check},
                              {"state", finding.isFault() ? "fault" : state(finding)},
-                             {"status", static_cast<int>(finding.exit)},
+                             {"status", static_cast<int>(finding.fault)},
                              {"finding", finding.words},
                              {"advice", finding.advice.empty() ? Document(nullptr) : Document(finding.advice)}});
     }
@@ -37,7 +38,7 @@ Report report(const std::vector<Finding> &findings)
     return {.document = {{"healthy", healthy}, {"findings", std::move(documents)}},
             .table = std::move(table),
             .line = healthy ? std::optional<std::string>("Nothing is wrong.") : std::nullopt,
-            .exit = healthy ? Exit::done : fault->exit};
+            .exit = healthy ? Exit::done : static_cast<Exit>(fault->fault)};
 }
 
 Action setUpDoctor(CLI::App & /*command*/)

@@ -1,7 +1,7 @@
 // Subcommands about the numbers that tell stations apart: machine control panel (MCP), direct control keys (DCK), KVO index and
 // cks index.
-#include "kvoctl/command_line/families.h"
 #include "kvoctl/command_line/station_commands.h"
+#include "kvoctl/families/families.h"
 #include "kvoctl/output/readers.h"
 
 #include <kvo_hws/requests.h>

@@ -1,7 +1,7 @@
 // Subcommands about the agent by which the service of another station drives this one.
 #include "kvoctl/agent/agent_check.h"
 #include "kvoctl/agent/agent_session.h"
-#include "kvoctl/command_line/families.h"
+#include "kvoctl/families/families.h"
 
 #include <cstdio>
 

@@ -1,6 +1,6 @@
 // Subcommands about the events of embedded stations.
 #include "kvoctl/command_line/arguments.h"
-#include "kvoctl/command_line/families.h"
+#include "kvoctl/families/families.h"
 #include "kvoctl/live/embedded_event_session.h"
 
 namespace kvoctl {

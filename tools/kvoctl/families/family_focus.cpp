@@ -1,6 +1,6 @@
 // Subcommands about what a station does when it gets the focus and at start, and about its channel information.
-#include "kvoctl/command_line/families.h"
 #include "kvoctl/command_line/station_commands.h"
+#include "kvoctl/families/families.h"
 #include "kvoctl/output/readers.h"
 
 #include <kvo_hws/requests.h>

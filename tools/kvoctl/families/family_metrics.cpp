@@ -1,7 +1,7 @@
 // Subcommands about the metrics of a station, and about the clients of the service.
-#include "kvoctl/command_line/families.h"
 #include "kvoctl/command_line/fetch_list.h"
 #include "kvoctl/command_line/station_commands.h"
+#include "kvoctl/families/families.h"
 #include "kvoctl/output/readers.h"
 
 #include <kvo_hws/requests.h>

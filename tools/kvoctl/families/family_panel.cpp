@@ -1,6 +1,6 @@
 // Subcommands about panels: this one's backlight, and the settings of a station's panel.
-#include "kvoctl/command_line/families.h"
 #include "kvoctl/command_line/station_commands.h"
+#include "kvoctl/families/families.h"
 #include "kvoctl/families/panel_page.h"
 #include "kvoctl/output/readers.h"
 

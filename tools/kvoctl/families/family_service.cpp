@@ -1,6 +1,6 @@
 // Subcommands about the service itself.
 #include "kvoctl/command_line/arguments.h"
-#include "kvoctl/command_line/families.h"
+#include "kvoctl/families/families.h"
 
 #include <kvo_hws/result.h>
 #include <kvo_hws/service.h>

@@ -1,8 +1,8 @@
 // Subcommands about the stations that the service knows.
 #include "kvoctl/command_line/arguments.h"
-#include "kvoctl/command_line/families.h"
 #include "kvoctl/command_line/fetch_list.h"
 #include "kvoctl/command_line/station_argument.h"
+#include "kvoctl/families/families.h"
 #include "kvoctl/output/station_record.h"
 
 #include <array>

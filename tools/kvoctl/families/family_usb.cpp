@@ -1,6 +1,6 @@
 // Subcommands about the USB lock of stations, their USB connectors, and the events of their USB devices.
-#include "kvoctl/command_line/families.h"
 #include "kvoctl/command_line/station_commands.h"
+#include "kvoctl/families/families.h"
 #include "kvoctl/live/usb_event_commands.h"
 #include "kvoctl/output/readers.h"
 

@@ -1,6 +1,6 @@
 // Subcommands about a station's viewer, and the station around it.
-#include "kvoctl/command_line/families.h"
 #include "kvoctl/command_line/station_commands.h"
+#include "kvoctl/families/families.h"
 #include "kvoctl/output/readers.h"
 
 #include <kvo_hws/requests.h>

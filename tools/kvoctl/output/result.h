@@ -17,18 +17,7 @@ enum class Exit : int {
     noService = 3,   ///< no connection to the service
     failed = 4,      ///< the service refused or failed
     ownFailure = 5,  ///< kvoctl itself: its output can not be written, or no memory
-
-    // What "kvoctl doctor" finds.
-    directoryMissing = 10,
-    socketMissing = 11,
-    noSocket = 12,  ///< something else stands in the place of the directory or the socket
-    staleSocket = 13,
-    notPermitted = 14,
-    queueFull = 15,
-    silent = 16,
-    oddAnswer = 17,
-    notReady = 18,
-    platformMissing = 19
+    // 10 to 19 are the faults that "kvoctl doctor" finds (finding.h).
 };
 
 /// A wrong command line.

@@ -180,7 +180,7 @@ Json addFault(ServiceContext &context, const Json &request)
         text.delay = countOf(request, "delay_ms");
     }
     try {
-        context.plant.faults.add(Fault(text));
+        context.plant.faults.add(makeFault(text));
     } catch (const FaultError &error) {
         throw Refused(error.key + ": " + error.what());
     }

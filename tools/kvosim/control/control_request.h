@@ -1,7 +1,8 @@
 // What the requests of the control socket have in common.
 #pragma once
 
-#include "kvosim/control/control.h"
+#include "common/control_protocol.h"
+#include "common/refused.h"
 #include "kvosim/plant/plant.h"
 #include "kvosim/plant/station_keys.h"
 

@@ -1,7 +1,7 @@
 // The request of the control socket about events of embedded stations.
 #pragma once
 
-#include "kvosim/control/control.h"
+#include "common/control_protocol.h"
 #include "kvosim/events/embedded_events.h"
 #include "kvosim/net/line_server.h"
 

@@ -1,7 +1,7 @@
 // Requests of the control socket about the remote side.
 #pragma once
 
-#include "kvosim/control/control.h"
+#include "common/control_protocol.h"
 #include "kvosim/net/line_server.h"
 #include "kvosim/remote/remote_side.h"
 

@@ -1,7 +1,7 @@
 // Requests of the control socket about USB devices.
 #pragma once
 
-#include "kvosim/control/control.h"
+#include "common/control_protocol.h"
 #include "kvosim/events/usb_events.h"
 #include "kvosim/net/line_server.h"
 

@@ -1,7 +1,7 @@
 // Each delivery has a thread of its own, as the library's sender detaches the thread that calls it.
 #include "kvosim/events/deliveries.h"
 
-#include "kvosim/base/refused.h"
+#include "common/refused.h"
 
 #include <kvo_hws/runtime.h>
 #include <kvo_hws/service.h>

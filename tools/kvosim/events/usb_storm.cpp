@@ -1,7 +1,8 @@
 // The storm: one event is on its way at a time, the next one is sent when it is due.
 #include "kvosim/events/usb_storm.h"
 
-#include "kvosim/control/control.h"
+#include "common/control_protocol.h"
+#include "common/refused.h"
 
 #include <algorithm>
 #include <memory>

@@ -2,7 +2,7 @@
 // USB events. All functions throw Refused, with nothing changed, where something can not happen.
 #pragma once
 
-#include "kvosim/base/refused.h"
+#include "common/refused.h"
 #include "kvosim/plant/plant.h"
 #include "kvosim/plant/usb_device.h"
 

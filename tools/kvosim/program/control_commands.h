@@ -1,7 +1,7 @@
 // The subcommands that speak to a simulator that runs: status, station, fault, usb, remote, event.
 #pragma once
 
-#include "kvosim/control/control.h"
+#include "common/control_client.h"
 
 #include <CLI/CLI.hpp>
 

@@ -1,11 +1,11 @@
 // kvosim: the hardware service of a simulated plant, for programs that are developed and tested without a panel.
 #include "common/completions/command_structure.h"
 #include "common/completions/completion.h"
+#include "common/control_client.h"
 #include "common/dotted_address.h"
 #include "common/private_namespace.h"
 #include "kvosim/base/arguments.h"
 #include "kvosim/base/signals.h"
-#include "kvosim/control/control.h"
 #include "kvosim/plant_file/plant_file.h"
 #include "kvosim/plant_file/plant_generator.h"
 #include "kvosim/program/control_commands.h"

@@ -2,8 +2,8 @@
 #include "kvosim/program/offers.h"
 
 #include "common/completions/completion.h"
+#include "common/control_client.h"
 #include "kvosim/commands/commands.h"
-#include "kvosim/control/control.h"
 #include "kvosim/plant/station_keys.h"
 
 #include <chrono>

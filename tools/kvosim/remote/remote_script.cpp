@@ -1,8 +1,8 @@
 // Reading of scripts.
 #include "kvosim/remote/remote_script.h"
 
+#include "common/refused.h"
 #include "kvosim/base/arguments.h"
-#include "kvosim/base/refused.h"
 #include "kvosim/remote/remote_session.h"
 
 #include <algorithm>

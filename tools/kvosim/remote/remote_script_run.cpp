@@ -1,8 +1,8 @@
 // Scripts carried out: what agents say is read out of the simulator's log.
 #include "kvosim/remote/remote_script_run.h"
 
+#include "common/refused.h"
 #include "kvosim/base/exchange_log.h"
-#include "kvosim/base/refused.h"
 #include "kvosim/remote/agent_lines.h"
 
 #include <algorithm>

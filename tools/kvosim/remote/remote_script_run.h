@@ -1,7 +1,7 @@
 // A script of the remote side carried out, over the control socket.
 #pragma once
 
-#include "kvosim/control/control.h"
+#include "common/control_client.h"
 #include "kvosim/remote/remote_script.h"
 
 #include <cstddef>

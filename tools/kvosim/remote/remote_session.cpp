@@ -1,8 +1,8 @@
 // Requests to an agent, and which of its lines answers which.
 #include "kvosim/remote/remote_session.h"
 
+#include "common/refused.h"
 #include "kvosim/base/exchange_log.h"
-#include "kvosim/base/refused.h"
 #include "kvosim/net/tcp_socket.h"
 
 #include <algorithm>

@@ -2,8 +2,8 @@
 #include "kvosim/remote/remote_side.h"
 
 #include "common/dotted_address.h"
+#include "common/refused.h"
 #include "kvosim/base/arguments.h"
-#include "kvosim/base/refused.h"
 
 #include <algorithm>
 #include <stdexcept>

@@ -1,5 +1,5 @@
 // The control socket: what it tells, what it changes, what it refuses, and who may use it.
-#include "kvosim/control/control.h"
+#include "common/control_client.h"
 
 #include "kvosim/plant/station_keys.h"
 #include "tools/kvosim/support/client.h"

@@ -1,7 +1,7 @@
 // Events of embedded stations: who gets them, which texts are events, and what becomes of listeners that do not read.
 #include "kvosim/events/embedded_events.h"
 
-#include "kvosim/control/control.h"
+#include "common/control_client.h"
 #include "kvosim/control/event_control.h"
 #include "tools/kvosim/support/client.h"
 #include "tools/kvosim/support/named_row.h"

@@ -1,6 +1,6 @@
 // USB events from the control socket to the program that has them: what it is sent, byte by byte, when, and what the one who
 // asked for the event is told, also when the receiver is slow, silent, or gone.
-#include "kvosim/control/control.h"
+#include "common/control_client.h"
 #include "tools/kvosim/support/client.h"
 #include "tools/kvosim/support/named_row.h"
 #include "tools/kvosim/support/running_service.h"

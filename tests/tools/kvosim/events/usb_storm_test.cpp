@@ -1,5 +1,5 @@
 // Storms of USB events: how many, how fast, in which order, and how they end.
-#include "kvosim/control/control.h"
+#include "common/control_client.h"
 #include "tools/kvosim/support/client.h"
 #include "tools/kvosim/support/running_service.h"
 

@@ -1,5 +1,5 @@
 // The subcommands that steer a simulator that runs, as their users meet them.
-#include "kvosim/control/control.h"
+#include "common/control_client.h"
 #include "tools/kvosim/support/client.h"
 #include "tools/kvosim/support/ended.h"
 #include "tools/kvosim/support/named_row.h"

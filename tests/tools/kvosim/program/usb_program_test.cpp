@@ -1,5 +1,5 @@
 // "kvosim usb" as its users meet it: what is printed, exit statuses, and what becomes of events while a program comes and goes.
-#include "kvosim/control/control.h"
+#include "common/control_protocol.h"
 #include "tools/kvosim/support/client.h"
 #include "tools/kvosim/support/ended.h"
 #include "tools/kvosim/support/named_row.h"

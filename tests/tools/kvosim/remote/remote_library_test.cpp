@@ -1,5 +1,5 @@
 // The library's own agent against the simulator: every command that it knows, its indications, and its return.
-#include "kvosim/control/control.h"
+#include "common/control_client.h"
 #include "support/kept_by_the_platform.h"
 #include "tools/kvosim/support/running_service.h"
 

@@ -1,5 +1,5 @@
 // The remote side over the control socket: requests to agents, their replies in good and bad order, and the log.
-#include "kvosim/control/control.h"
+#include "common/control_client.h"
 #include "kvosim/net/tcp_socket.h"
 #include "kvosim/remote/remote_log.h"
 #include "kvosim/remote/remote_session.h"

@@ -1,6 +1,6 @@
-// The control socket from the other side.
+#include "common/control_client.h"
+
 #include "common/descriptor.h"
-#include "kvosim/control/control.h"
 
 #include <array>
 #include <cerrno>

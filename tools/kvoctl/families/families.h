@@ -21,6 +21,5 @@ void addMetricCommands(CommandLine &commandLine);
 void addAgentCommands(CommandLine &commandLine);
 void addEventCommands(CommandLine &commandLine);
 void addServiceCommands(CommandLine &commandLine);
-void addDoctor(CommandLine &commandLine);
 
 }  // namespace kvoctl

@@ -1,0 +1,14 @@
+// The simulator's own socket beside the service's: its place and its form. A request and its reply are one line of JSON each. What
+// is refused is answered by {"error": text}, what could not be done by {"could_not": text}.
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+namespace kvosim {
+
+inline constexpr const char *kControlSocket = "/tmp/kvo_hws/kvosim_ctl";
+
+/// Keys stay in the order in which they were added.
+using Json = nlohmann::ordered_json;
+
+}  // namespace kvosim

@@ -49,7 +49,7 @@ void measure(const std::vector<Subject> &subjects)
 {
     const int core = bench::pinToOneCore();
     if (std::ranges::any_of(subjects, &Subject::needsService)) {
-        kvosim::enterPrivateNamespace();
+        tools::enterPrivateNamespace();
     }
     std::printf("Medians on core %d; ratio: the library's median in the other's; minima: the same of the fastest turns\n",
                 core);

@@ -237,7 +237,7 @@ void expectOneLine(const std::string &reply, const Request &request)
     if (reply.size() > kLongestReply) {
         fuzz::fault("\"%s\" has a reply of %zu bytes", request.line.c_str(), reply.size());
     }
-    if (request.control && !reply.empty() && !kvosim::Json::parse(reply, nullptr, false).is_object()) {
+    if (request.control && !reply.empty() && !tools::Json::parse(reply, nullptr, false).is_object()) {
         fuzz::fault("\"%s\" is answered \"%s\", which is no object", request.line.c_str(), reply.c_str());
     }
 }

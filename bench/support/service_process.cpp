@@ -23,7 +23,7 @@ void check(bool good, const char *step)
 
 int listenAtCommandSocket()
 {
-    const std::string path = std::string(kvosim::kSocketDirectory) + "/cmd_sock";
+    const std::string path = std::string(tools::kSocketDirectory) + "/cmd_sock";
     unlink(path.c_str());
     sockaddr_un address{};
     address.sun_family = AF_UNIX;

@@ -17,7 +17,7 @@ namespace soak {
 
 namespace {
 
-using kvosim::Json;
+using tools::Json;
 
 constexpr auto kStormPatience = 25s;
 constexpr auto kAskPatience = 10s;
@@ -25,12 +25,12 @@ constexpr int kSignals[] = {SIGUSR1, SIGALRM, SIGWINCH};
 constexpr int kLastIndication = 99;
 
 /// Asks the simulator; none where it refuses, or where what was asked for did not come about.
-std::optional<Json> ask(Worker &worker, const Json &request, kvosim::Patience patience = kAskPatience)
+std::optional<tools::Json> ask(Worker &worker, const tools::Json &request, tools::Patience patience = kAskPatience)
 {
     const Call call(worker.watch, "the simulator");
     try {
-        return kvosim::askSimulator(request, kvosim::kControlSocket, patience);
-    } catch (const kvosim::NoSimulator &error) {
+        return tools::askSimulator(request, tools::kControlSocket, patience);
+    } catch (const tools::NoSimulator &error) {
         worker.complain(error.what());
         std::this_thread::sleep_for(1s);  // once in a while is enough
     } catch (const std::exception &) {
@@ -43,8 +43,8 @@ std::optional<Json> ask(Worker &worker, const Json &request, kvosim::Patience pa
 
 void unplugAll(Worker &worker)
 {
-    const Json list = ask(worker, {{"do", "usb.list"}}).value_or(Json{{"devices", Json::array()}});
-    for (const Json &device : list["devices"]) {
+    const tools::Json list = ask(worker, {{"do", "usb.list"}}).value_or(tools::Json{{"devices", tools::Json::array()}});
+    for (const tools::Json &device : list["devices"]) {
         const std::string idents = device["ident2"].get<std::string>() + '*' + device["ident3"].get<std::string>();
         ask(worker, {{"do", "usb.unplug"}, {"station", device["station"]}, {"device", idents}});
     }
@@ -52,8 +52,11 @@ void unplugAll(Worker &worker)
 
 void storm(Worker &worker)
 {
-    const Json order{{"do", "usb.storm"}, {"count", 20 + worker.random.below(300)}, {"rate", 50 + worker.random.below(450)}};
-    if (!ask(worker, {{"do", "status"}}).value_or(Json{{"usb_events_activated", false}})["usb_events_activated"].get<bool>()) {
+    const tools::Json order{
+        {"do", "usb.storm"}, {"count", 20 + worker.random.below(300)}, {"rate", 50 + worker.random.below(450)}};
+    if (!ask(worker, {{"do", "status"}})
+             .value_or(tools::Json{{"usb_events_activated", false}})["usb_events_activated"]
+             .get<bool>()) {
         ++worker.figures().stormsRefused;
         worker.pause(50ms, 200ms);
         return;
@@ -111,7 +114,7 @@ void loseAgent(Worker &worker, unsigned session)
         return;
     }
     const bool reset = worker.random.oneIn(2);
-    Json request{{"do", "remote.close"}, {"session", session}, {"reset", reset}};
+    tools::Json request{{"do", "remote.close"}, {"session", session}, {"reset", reset}};
     if (worker.random.oneIn(3)) {
         request["away_ms"] = 1'000 + worker.random.below(9'000);
         ++worker.figures().remoteRestarts;
@@ -136,7 +139,7 @@ public:
             lastNumber_ = 0;
         }
         after_ = (*page)["next"].get<uint64_t>();
-        for (const Json &record : (*page)["records"]) {
+        for (const tools::Json &record : (*page)["records"]) {
             take(worker, record["kind"].get<std::string>(), record["text"].get<std::string>());
         }
         worker.pause(100ms, 100ms);
@@ -186,7 +189,7 @@ constexpr const char *kShortReplies[] = {"getKVOIndex",    "isInitComplete",    
                                          "getMCPAddress",  "activateUSBEvents", "deactivateUSBEvents", "setBacklight"};
 
 struct FaultChoice {
-    Json fault;
+    tools::Json fault;
     bool stalls;  ///< for seconds, in which the requests of all threads wait
 };
 

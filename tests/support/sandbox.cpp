@@ -49,7 +49,7 @@ int main(int argc, char **argv)
     }
     bool alone = false;
     try {
-        kvosim::enterPrivateNamespace();
+        tools::enterPrivateNamespace();
     } catch (const std::exception &error) {
         std::fprintf(stderr, "sandbox: no private namespace (%s); waiting for the machine's sockets instead\n", error.what());
         alone = true;

@@ -9,7 +9,7 @@
 #include <sys/un.h>
 #include <system_error>
 
-namespace kvosim {
+namespace tools {
 
 namespace {
 
@@ -83,4 +83,4 @@ Json askSimulator(const Json &request, const std::filesystem::path &socket, Pati
     return reply;
 }
 
-}  // namespace kvosim
+}  // namespace tools

@@ -9,7 +9,7 @@
 #include <optional>
 #include <stdexcept>
 
-namespace kvosim {
+namespace tools {
 
 /// No simulator runs.
 struct NoSimulator : std::runtime_error {
@@ -25,4 +25,4 @@ inline constexpr Patience kUsualPatience = std::chrono::seconds(5);
 Json askSimulator(const Json &request, const std::filesystem::path &socket = kControlSocket,
                   Patience patience = kUsualPatience);
 
-}  // namespace kvosim
+}  // namespace tools

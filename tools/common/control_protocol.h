@@ -4,11 +4,11 @@
 
 #include <nlohmann/json.hpp>
 
-namespace kvosim {
+namespace tools {
 
 inline constexpr const char *kControlSocket = "/tmp/kvo_hws/kvosim_ctl";
 
 /// Keys stay in the order in which they were added.
 using Json = nlohmann::ordered_json;
 
-}  // namespace kvosim
+}  // namespace tools

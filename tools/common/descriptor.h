@@ -1,15 +1,24 @@
 // Owner of a file descriptor.
 #pragma once
 
+#include <cerrno>
+#include <system_error>
 #include <unistd.h>
 #include <utility>
 
-namespace kvosim {
+namespace tools {
 
 class Descriptor {
 public:
     Descriptor() noexcept = default;
     explicit Descriptor(int fd) noexcept : fd_(fd) {}
+    /// Takes what a call returned; throws std::system_error about @p call where that is not a descriptor.
+    Descriptor(int fd, const char *call) : fd_(fd)
+    {
+        if (!valid()) {
+            throw std::system_error(errno, std::generic_category(), call);
+        }
+    }
     Descriptor(Descriptor &&other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
     Descriptor &operator=(Descriptor &&other) noexcept
     {
@@ -30,4 +39,4 @@ private:
     int fd_ = -1;
 };
 
-}  // namespace kvosim
+}  // namespace tools

@@ -4,7 +4,7 @@
 #include <arpa/inet.h>
 #include <array>
 
-namespace kvosim {
+namespace tools {
 
 std::string dotted(uint32_t address)
 {
@@ -22,4 +22,4 @@ std::optional<uint32_t> parseDotted(const std::string &text)
     return ntohl(network.s_addr);
 }
 
-}  // namespace kvosim
+}  // namespace tools

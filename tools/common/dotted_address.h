@@ -5,11 +5,11 @@
 #include <optional>
 #include <string>
 
-namespace kvosim {
+namespace tools {
 
 std::string dotted(uint32_t address);
 
 /// Nothing unless the text is four decimal numbers of 0 to 255 without leading zeros.
 std::optional<uint32_t> parseDotted(const std::string &text);
 
-}  // namespace kvosim
+}  // namespace tools

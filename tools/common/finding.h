@@ -3,7 +3,7 @@
 
 #include <string>
 
-namespace kvoctl {
+namespace tools {
 
 /// What can be wrong. The numbers are the exit statuses of "kvoctl doctor" (docs/kvoctl.md): none ever changes its meaning.
 enum class Fault : int {
@@ -30,4 +30,4 @@ struct Finding {
     [[nodiscard]] bool isNote() const noexcept { return !isFault() && !advice.empty(); }
 };
 
-}  // namespace kvoctl
+}  // namespace tools

@@ -12,7 +12,7 @@
 #include <sys/un.h>
 #include <system_error>
 
-namespace kvosim {
+namespace tools {
 
 namespace {
 
@@ -115,4 +115,4 @@ ListeningSocket::~ListeningSocket()
     }
 }
 
-}  // namespace kvosim
+}  // namespace tools

@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <sys/types.h>
 
-namespace kvosim {
+namespace tools {
 
 /// Who may connect to a socket, as file modes, whatever the umask: those who may write it.
 inline constexpr mode_t kWidest = 0666;
@@ -33,4 +33,4 @@ private:
     ino_t inode_ = 0;
 };
 
-}  // namespace kvosim
+}  // namespace tools

@@ -10,7 +10,7 @@
 #include <memory>
 #include <unistd.h>
 
-namespace kvoctl {
+namespace tools {
 
 namespace {
 
@@ -49,4 +49,4 @@ Finding examineConfiguration()
             .advice = "No request needs it. Where settings of this panel seem not to count, put it there."};
 }
 
-}  // namespace kvoctl
+}  // namespace tools

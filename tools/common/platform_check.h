@@ -3,7 +3,7 @@
 
 #include "common/finding.h"
 
-namespace kvoctl {
+namespace tools {
 
 /// Which file the loader took for the library @p name.
 Finding examineLibrary(const std::string &name);
@@ -11,4 +11,4 @@ Finding examineLibrary(const std::string &name);
 /// Whether the configuration file can be read. The service works without one.
 Finding examineConfiguration();
 
-}  // namespace kvoctl
+}  // namespace tools

@@ -11,7 +11,7 @@
 #include <system_error>
 #include <unistd.h>
 
-namespace kvosim {
+namespace tools {
 
 namespace {
 
@@ -102,4 +102,4 @@ void enterPrivateNamespace()
     }
 }
 
-}  // namespace kvosim
+}  // namespace tools

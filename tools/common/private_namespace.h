@@ -1,7 +1,7 @@
 // A process's own /tmp/kvo_hws: programs that talk to a hardware service run side by side, each with a service of its own.
 #pragma once
 
-namespace kvosim {
+namespace tools {
 
 /// Where the library looks for its sockets; the paths are fixed for the whole machine.
 inline constexpr const char *kSocketDirectory = "/tmp/kvo_hws";
@@ -11,4 +11,4 @@ inline constexpr const char *kSocketDirectory = "/tmp/kvo_hws";
 /// Throws std::system_error whose text says which step the kernel refused.
 void enterPrivateNamespace();
 
-}  // namespace kvosim
+}  // namespace tools

@@ -3,7 +3,7 @@
 
 #include <stdexcept>
 
-namespace kvosim {
+namespace tools {
 
 /// The simulator has refused a request. The text says why.
 struct Refused : std::runtime_error {
@@ -15,4 +15,4 @@ struct CouldNot : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-}  // namespace kvosim
+}  // namespace tools

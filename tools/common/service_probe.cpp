@@ -20,7 +20,7 @@
 
 using namespace std::chrono_literals;
 
-namespace kvoctl {
+namespace tools {
 
 namespace {
 
@@ -227,4 +227,4 @@ private:
 
 std::vector<Finding> probeService() { return Probe().run(); }
 
-}  // namespace kvoctl
+}  // namespace tools

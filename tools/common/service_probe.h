@@ -5,9 +5,9 @@
 
 #include <vector>
 
-namespace kvoctl {
+namespace tools {
 
 /// Takes 7 s at most, whatever the service does. What was found, the fault last.
 std::vector<Finding> probeService();
 
-}  // namespace kvoctl
+}  // namespace tools

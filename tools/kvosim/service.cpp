@@ -53,7 +53,7 @@ Service::Service(EventLoop &loop, Plant plant, const ServiceOptions &options, st
           [this](std::string_view request, const LineServer::Caller &caller) {
               return answerControl({context_, usbEvents_, remote_, embeddedEvents_}, request, caller);
           },
-          R"({"error":"the request is too long"})", {}, kControlLimits, kForThisUser),
+          R"({"error":"the request is too long"})", {}, kControlLimits, tools::kForThisUser),
       embeddedEvents_(
           loop, options.eventSocket, options.alive, [this](std::string_view line) { report(line); }, options.socketMode),
       remote_(loop, remoteOptions(plant_.service, options), [this](std::string_view line) { report(line); })

@@ -25,7 +25,7 @@ struct ServiceOptions {
     std::filesystem::path eventSocket = "/tmp/kvo_hws/event_sock";  ///< of the events of embedded stations
     std::optional<std::filesystem::path> registry{};                ///< none: a temporary directory
     bool verbose = false;                                           ///< logs each exchange on standard error
-    mode_t socketMode = kForThisUser;  ///< who may connect to the sockets of the service, as file modes
+    mode_t socketMode = tools::kForThisUser;  ///< who may connect to the sockets of the service, as file modes
     /// Where the USB lock's datagrams are taken. None: where the plant says, else nowhere.
     std::optional<std::string> usbLockAddress{};
     /// The same where neither says; the service does without when the place is taken.

@@ -12,10 +12,10 @@
 
 namespace {
 
-using kvosim::ListeningSocket;
 using kvosim_test::Client;
 using testing::HasSubstr;
 using testing::ThrowsMessage;
+using tools::ListeningSocket;
 
 class UnixSocket : public testing::Test {
 protected:
@@ -25,7 +25,7 @@ protected:
         EXPECT_EQ(stat(directory.c_str(), &status), 0);
         return status.st_mode & 07777;
     }
-    void listenOnce() const { const ListeningSocket socket(path); }
+    void listenOnce() const { const tools::ListeningSocket socket(path); }
 
     kvosim_test::TemporaryDirectory root;
     std::filesystem::path directory = root / "sockets";
@@ -35,7 +35,7 @@ protected:
 TEST_F(UnixSocket, CreatesItsDirectoryAndRemovesItself)
 {
     {
-        const ListeningSocket socket(path);
+        const tools::ListeningSocket socket(path);
         EXPECT_EQ(directoryMode() & ~mode_t{0755}, 0U);
         const Client client(path.string());
     }
@@ -46,7 +46,7 @@ TEST_F(UnixSocket, TakesTheOthersRightToWriteFromItsDirectory)
 {
     std::filesystem::create_directory(directory);
     ASSERT_EQ(chmod(directory.c_str(), 0777), 0);
-    const ListeningSocket socket(path);
+    const tools::ListeningSocket socket(path);
     EXPECT_EQ(directoryMode(), mode_t{0755});
 }
 
@@ -54,7 +54,7 @@ TEST_F(UnixSocket, LeavesANarrowerDirectoryNarrow)
 {
     std::filesystem::create_directory(directory);
     ASSERT_EQ(chmod(directory.c_str(), 0700), 0);
-    const ListeningSocket socket(path);
+    const tools::ListeningSocket socket(path);
     EXPECT_EQ(directoryMode(), mode_t{0700});
 }
 
@@ -62,20 +62,20 @@ TEST_F(UnixSocket, RemovesAStaleSocket)
 {
     listenOnce();
     {
-        const kvosim::Descriptor stale(socket(AF_UNIX, SOCK_STREAM, 0));
+        const tools::Descriptor stale(socket(AF_UNIX, SOCK_STREAM, 0));
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         path.string().copy(address.sun_path, sizeof address.sun_path - 1);
         ASSERT_EQ(bind(stale.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
     }
     ASSERT_TRUE(std::filesystem::exists(path));
-    const ListeningSocket socket(path);
+    const tools::ListeningSocket socket(path);
     const Client client(path.string());
 }
 
 TEST_F(UnixSocket, LeavesALiveServiceAlone)
 {
-    const ListeningSocket live(path);
+    const tools::ListeningSocket live(path);
     EXPECT_THAT([&] { listenOnce(); }, ThrowsMessage<std::runtime_error>(HasSubstr("a service is running at")));
     const Client client(path.string());
 }
@@ -114,9 +114,9 @@ TEST_F(UnixSocket, RefusesAPathThatDoesNotFitAnAddress)
 
 TEST_F(UnixSocket, DoesNotRemoveASocketThatHasTakenItsPlace)
 {
-    std::optional<ListeningSocket> first(path);
+    std::optional<tools::ListeningSocket> first(path);
     std::filesystem::rename(path, directory / "moved");
-    const ListeningSocket second(path);
+    const tools::ListeningSocket second(path);
     first.reset();
     EXPECT_TRUE(std::filesystem::exists(path));
 }

@@ -1,6 +1,7 @@
 // Refuses what the library would read as something else: it cuts texts, and takes a wrong address for none.
 #include "kvoctl/agent/agent_arguments.h"
 
+#include "common/dotted_address.h"
 #include "kvoctl/command_line/station_argument.h"
 #include "kvoctl/output/result.h"
 
@@ -17,11 +18,11 @@ constexpr std::size_t kLongestScreen = sizeof(EmbKvoInst::screenOnFocus) - 1;
 
 std::string checkAddress(const std::string &text)
 {
-    in_addr address{};
-    if (inet_pton(AF_INET, text.c_str(), &address) != 1) {
+    const auto address = tools::parseDotted(text);
+    if (!address) {
         return "\"" + text + "\" is no dotted IPv4 address";
     }
-    return address.s_addr == INADDR_ANY ? "0.0.0.0 is nobody's address" : "";
+    return *address == INADDR_ANY ? "0.0.0.0 is nobody's address" : "";
 }
 
 Given<std::string> addText(CLI::App &command, const std::string &name, const std::string &help, std::size_t longest)

@@ -1,7 +1,7 @@
 // A remote service of our own for an agent in this process: listens at the loopback, asks, and takes the answers apart.
 #pragma once
 
-#include "kvoctl/live/descriptor.h"
+#include "common/descriptor.h"
 
 #include <chrono>
 #include <functional>
@@ -26,9 +26,9 @@ public:
     [[nodiscard]] std::optional<std::string> ask(const std::string &line, std::chrono::milliseconds within);
 
 private:
-    Descriptor listener_;
+    tools::Descriptor listener_;
     unsigned session_;
-    std::optional<Descriptor> connection_{};
+    std::optional<tools::Descriptor> connection_{};
 };
 
 }  // namespace kvoctl

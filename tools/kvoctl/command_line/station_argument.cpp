@@ -2,6 +2,7 @@
 #include "kvoctl/command_line/station_argument.h"
 
 #include "common/completions/completion.h"
+#include "common/dotted_address.h"
 #include "kvoctl/command_line/arguments.h"
 #include "kvoctl/command_line/fetch_list.h"
 #include "kvoctl/output/result.h"
@@ -22,15 +23,6 @@ namespace {
 constexpr std::size_t kLongestStationName = sizeof(KvoDescriptionEx::name) - 1;
 constexpr std::size_t kHexDigits = 8;
 
-std::optional<uint32_t> parseDotted(const std::string &text)
-{
-    in_addr network{};
-    if (inet_pton(AF_INET, text.c_str(), &network) != 1) {
-        return std::nullopt;
-    }
-    return ntohl(network.s_addr);
-}
-
 std::optional<uint32_t> parseHex(const std::string &text)
 {
     uint32_t address = 0;
@@ -44,7 +36,7 @@ std::optional<uint32_t> parseHex(const std::string &text)
 
 std::optional<uint32_t> parseAddress(const std::string &text)
 {
-    const std::optional<uint32_t> address = parseDotted(text);
+    const std::optional<uint32_t> address = tools::parseDotted(text);
     return address ? address : parseHex(text);
 }
 
@@ -53,7 +45,8 @@ std::string checkLength(const std::string &text)
     if (text.empty()) {
         return "a station's name or address can not be empty";
     }
-    return text.size() > kLongestStationName ? "a station's name has at most " + std::to_string(kLongestStationName) + " bytes" : "";
+    return text.size() > kLongestStationName ? "a station's name has at most " + std::to_string(kLongestStationName) + " bytes"
+                                             : "";
 }
 
 }  // namespace
@@ -81,7 +74,7 @@ void offerStations(const CLI::Option *argument, StationForms forms)
     completions::offer(argument, [forms] {
         completions::Candidates candidates;
         for (const KvoDescription &station : fetchList<KvoDescription>(KVO_HWS_getDescriptionList)) {
-            const std::string address = dotted(station.address);
+            const std::string address = tools::dotted(station.address);
             const std::string name(station.name, strnlen(station.name, sizeof station.name));
             if (forms != StationForms::name) {
                 candidates.push_back({address, name});
@@ -103,7 +96,7 @@ KvoDescriptionEx lookUp(const std::string &station)
     }
     KvoDescriptionEx record{};
     const std::string missing =
-        address ? "no station has the address " + dotted(*address) : "no station is named \"" + station + "\"";
+        address ? "no station has the address " + tools::dotted(*address) : "no station is named \"" + station + "\"";
     require(KVO_HWS_getDescriptionEx(address.value_or(0), station.c_str(), &record), {{KVO_HWS_NO, missing}});
     return record;
 }
@@ -114,19 +107,12 @@ uint32_t stationAddress(const std::string &station)
     return address ? *address : lookUp(station).address;
 }
 
-std::string dotted(uint32_t address)
-{
-    const in_addr network{.s_addr = htonl(address)};
-    std::array<char, INET_ADDRSTRLEN> text{};
-    return inet_ntop(AF_INET, &network, text.data(), text.size());
-}
-
 std::optional<std::string> dottedFromNetworkOrder(uint32_t address)
 {
     if (address == INADDR_NONE) {
         return std::nullopt;
     }
-    return dotted(ntohl(address));
+    return tools::dotted(ntohl(address));
 }
 
 }  // namespace kvoctl

@@ -31,9 +31,6 @@ KvoDescriptionEx lookUp(const std::string &station);
 /// The address of a station: dotted, as eight hexadecimal digits, or by name, for which the service is asked.
 uint32_t stationAddress(const std::string &station);
 
-/// @p address as a number: 0x0A000005 is "10.0.0.5".
-std::string dotted(uint32_t address);
-
 /// @p address as inet_addr stores it, and as the registry lists carry it; nothing for the "none" of a malformed one.
 std::optional<std::string> dottedFromNetworkOrder(uint32_t address);
 

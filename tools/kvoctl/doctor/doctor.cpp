@@ -10,7 +10,7 @@ namespace kvoctl {
 
 namespace {
 
-const char *state(const Finding &finding)
+const char *state(const tools::Finding &finding)
 {
     if (finding.isFault()) {
         return "FAULT";
@@ -18,11 +18,11 @@ const char *state(const Finding &finding)
     return finding.isNote() ? "note" : "ok";
 }
 
-Report report(const std::vector<Finding> &findings)
+Report report(const std::vector<tools::Finding> &findings)
 {
     Table table({Table::Column::text, Table::Column::text, Table::Column::text});
     Document documents = Document::array();
-    for (const Finding &finding : findings) {
+    for (const tools::Finding &finding : findings) {
         table.add({state(finding), finding.check, finding.words});
         if (!finding.advice.empty()) {
             table.add({"", "", finding.advice});
@@ -33,7 +33,7 @@ Report report(const std::vector<Finding> &findings)
                              {"finding", finding.words},
                              {"advice", finding.advice.empty() ? Document(nullptr) : Document(finding.advice)}});
     }
-    const auto fault = std::find_if(findings.begin(), findings.end(), [](const Finding &one) { return one.isFault(); });
+    const auto fault = std::find_if(findings.begin(), findings.end(), [](const tools::Finding &one) { return one.isFault(); });
     const bool healthy = fault == findings.end();
     return {.document = {{"healthy", healthy}, {"findings", std::move(documents)}},
             .table = std::move(table),
@@ -44,9 +44,9 @@ Report report(const std::vector<Finding> &findings)
 Action setUpDoctor(CLI::App & /*command*/)
 {
     return [] {
-        std::vector<Finding> findings{examineLibrary("libkvo_hws.so.0"), examineLibrary("libpavo.so.1"),
-                                      examineLibrary("libdrak.so"), examineConfiguration()};
-        const std::vector<Finding> ofService = probeService();
+        std::vector<tools::Finding> findings{tools::examineLibrary("libkvo_hws.so.0"), tools::examineLibrary("libpavo.so.1"),
+                                             tools::examineLibrary("libdrak.so"), tools::examineConfiguration()};
+        const std::vector<tools::Finding> ofService = tools::probeService();
         findings.insert(findings.end(), ofService.begin(), ofService.end());
         return report(findings);
     };

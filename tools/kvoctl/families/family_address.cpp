@@ -1,5 +1,6 @@
 // Subcommands about the numbers that tell stations apart: machine control panel (MCP), direct control keys (DCK), KVO index and
 // cks index.
+#include "common/dotted_address.h"
 #include "kvoctl/command_line/station_commands.h"
 #include "kvoctl/families/families.h"
 #include "kvoctl/output/readers.h"
@@ -32,7 +33,7 @@ Report find(const Lookup &lookup, uint32_t number)
     uint32_t address = 0;
     require(lookup.request(number, &address),
             {{KVO_HWS_NO, "no station has the " + key}, {KVO_HWS_AMBIGUOUS, "several stations have the " + key}});
-    return {.document = {{"address", dotted(address)}}, .line = dotted(address)};
+    return {.document = {{"address", tools::dotted(address)}}, .line = tools::dotted(address)};
 }
 
 Action setUpFind(CLI::App &command)

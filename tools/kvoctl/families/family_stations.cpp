@@ -1,4 +1,5 @@
 // Subcommands about the stations that the service knows.
+#include "common/dotted_address.h"
 #include "kvoctl/command_line/arguments.h"
 #include "kvoctl/command_line/fetch_list.h"
 #include "kvoctl/command_line/station_argument.h"
@@ -97,8 +98,8 @@ Action setUpStations(CLI::App &command)
         if (timeout.option->count() > 0) {
             throw UsageError("--lock-timeout needs --previous or --current");
         }
-        return extended->count() > 0 ? listReport(fetchList<KvoDescriptionEx>(KVO_HWS_getDescriptionListEx), dotted)
-                                     : listReport(fetchList<KvoDescription>(KVO_HWS_getDescriptionList), dotted);
+        return extended->count() > 0 ? listReport(fetchList<KvoDescriptionEx>(KVO_HWS_getDescriptionListEx), tools::dotted)
+                                     : listReport(fetchList<KvoDescription>(KVO_HWS_getDescriptionList), tools::dotted);
     };
 }
 
@@ -108,7 +109,7 @@ Report stationReport(const KvoDescriptionEx &station)
 {
     // Nothing is cut: whoever asks for one station wants all of it.
     Table table({Column::text, Column::text});
-    const std::string address = dotted(station.address);
+    const std::string address = tools::dotted(station.address);
     Document fields = document(station, address);
     for (const auto &[key, value] : fields.items()) {
         table.add({key, value.is_string() ? value.template get<std::string>() : value.dump()});

@@ -1,4 +1,5 @@
 // Subcommands about the USB lock of stations, their USB connectors, and the events of their USB devices.
+#include "common/dotted_address.h"
 #include "kvoctl/command_line/station_commands.h"
 #include "kvoctl/families/families.h"
 #include "kvoctl/live/usb_event_commands.h"
@@ -47,7 +48,7 @@ Report setLock(const std::vector<std::string> &stations, int first, int second)
     std::vector<std::string> addresses;
     addresses.reserve(stations.size());
     for (const std::string &station : stations) {
-        addresses.push_back(dotted(stationAddress(station)));
+        addresses.push_back(tools::dotted(stationAddress(station)));
     }
     std::vector<const char *> hosts;
     hosts.reserve(addresses.size());

@@ -1,6 +1,7 @@
 // Asks for one property after the other. What a station does not have is part of its state and ends nothing.
 #include "kvoctl/families/panel_page.h"
 
+#include "common/dotted_address.h"
 #include "kvoctl/command_line/station_argument.h"
 #include "kvoctl/output/station_record.h"
 
@@ -21,7 +22,7 @@ class Page {
 public:
     explicit Page(const KvoDescriptionEx &station)
     {
-        const Document record = document(station, dotted(station.address));
+        const Document record = document(station, tools::dotted(station.address));
         for (const auto &[key, value] : record.items()) {
             add("station", key, Value{value});
         }

@@ -1,7 +1,7 @@
 // What the library tells on its own threads, on its way to the main thread, which alone writes and ends.
 #pragma once
 
-#include "kvoctl/live/descriptor.h"
+#include "common/descriptor.h"
 
 #include <mutex>
 #include <sys/eventfd.h>
@@ -34,7 +34,7 @@ public:
     [[nodiscard]] int descriptor() const noexcept { return wakeUp_.get(); }
 
 private:
-    Descriptor wakeUp_;
+    tools::Descriptor wakeUp_;
     std::mutex lock_;
     std::vector<Item> items_;
 };

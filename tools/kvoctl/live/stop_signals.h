@@ -1,7 +1,7 @@
 // The signals that end a command which runs until it is told to end.
 #pragma once
 
-#include "kvoctl/live/descriptor.h"
+#include "common/descriptor.h"
 
 #include <csignal>
 
@@ -21,7 +21,7 @@ public:
 
 private:
     sigset_t before_;
-    Descriptor descriptor_;
+    tools::Descriptor descriptor_;
 };
 
 }  // namespace kvoctl

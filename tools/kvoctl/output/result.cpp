@@ -20,7 +20,7 @@ std::string generalWords(int32_t result)
     switch (result) {
     case KVO_HWS_NO: return "the service says no";
     case KVO_HWS_FAILED: return "the service refused or answered something unknown";
-    case KVO_HWS_NO_SERVICE: return std::string("no service answers at ") + kCommandSocket;
+    case KVO_HWS_NO_SERVICE: return std::string("no service answers at ") + tools::kCommandSocket;
     case KVO_HWS_TOO_SMALL: return "a value is out of range, or an answer is larger than kvoctl takes";
     case KVO_HWS_TIMEOUT: return "the time is over";
     default: return "unexpected result";
@@ -43,7 +43,7 @@ std::string Failure::hint() const
     if (result_ != KVO_HWS_NO_SERVICE) {
         return {};
     }
-    if (access(kCommandSocket, W_OK) != 0) {
+    if (access(tools::kCommandSocket, W_OK) != 0) {
         return std::string("The socket: ") + std::strerror(errno) + ". Is the hardware service running? " +
                "For a simulated one: kvosim run -- kvoctl ...";
     }

@@ -40,8 +40,8 @@ private:
     void runDueActions();
     [[nodiscard]] int millisecondsToNextAction() const;
 
-    Descriptor poll_;
-    Descriptor wake_;
+    tools::Descriptor poll_;
+    tools::Descriptor wake_;
     bool stopped_ = false;
     // Shared, so that a reaction that forgets itself lives until it returns.
     std::map<int, std::shared_ptr<Reaction>> reactions_;

@@ -15,7 +15,7 @@ Signals::Signals(EventLoop &loop, std::initializer_list<int> numbers, Reaction r
         sigaddset(&set, number);
     }
     pthread_sigmask(SIG_BLOCK, &set, &previous_);
-    fd_ = Descriptor(signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC));
+    fd_ = tools::Descriptor(signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC));
     if (!fd_.valid()) {
         throw std::system_error(errno, std::generic_category(), "signalfd");
     }

@@ -27,7 +27,7 @@ public:
 private:
     EventLoop &loop_;
     sigset_t previous_{};
-    Descriptor fd_;
+    tools::Descriptor fd_;
 };
 
 }  // namespace kvosim

@@ -26,7 +26,7 @@ std::string getConnectors(ServiceContext &context, std::string_view)
         }
         const std::string connectors = connectorsOf(panels[i]);
         if (!connectors.empty() && !panels[i].rebooting()) {
-            list.append(list.empty() ? "" : ";").append(dotted(context.plant.stations()[i].address));
+            list.append(list.empty() ? "" : ";").append(tools::dotted(context.plant.stations()[i].address));
             list.append(" ").append(connectors);
         }
     }
@@ -69,7 +69,7 @@ bool takeUsbLock(Plant &plant, std::string_view datagram)
     const auto [first, second] = split(unquoted(quoted).value_or(""), ':');
     const auto firstNumber = lockNumber(first);
     const auto secondNumber = lockNumber(second);
-    const auto address = parseDotted(std::string(host));
+    const auto address = tools::parseDotted(std::string(host));
     if (!firstNumber || !secondNumber || !address) {
         return false;
     }

@@ -12,13 +12,13 @@
 
 namespace kvosim {
 
-std::string lineOf(const Json &reply)
+std::string lineOf(const tools::Json &reply)
 {
     // Names are bytes and may be no UTF-8 where a client has set them; what can not be told is replaced.
-    return reply.dump(-1, ' ', false, Json::error_handler_t::replace);
+    return reply.dump(-1, ' ', false, tools::Json::error_handler_t::replace);
 }
 
-Value fromJson(const Json &json)
+Value fromJson(const tools::Json &json)
 {
     if (json.is_number_integer()) {
         return json.get<int64_t>();
@@ -26,30 +26,30 @@ Value fromJson(const Json &json)
     return json.is_string() ? Value(json.get<std::string>()) : Value();
 }
 
-Json toJson(const Value &value)
+tools::Json toJson(const Value &value)
 {
     const auto *number = std::get_if<int64_t>(&value);
-    return number != nullptr ? Json(*number) : Json(std::get<std::string>(value));
+    return number != nullptr ? tools::Json(*number) : tools::Json(std::get<std::string>(value));
 }
 
 Station findStation(Plant &plant, const std::string &wanted)
 {
     const ConnectionEntry *named = plant.findName(wanted);
-    const auto address = parseDotted(wanted);
+    const auto address = tools::parseDotted(wanted);
     const auto station = named != nullptr ? plant.findStation(named->address)
                          : address        ? plant.findStation(*address)
                                           : std::nullopt;
     if (!station) {
-        throw Refused("no station has the address or the name \"" + wanted + '"');
+        throw tools::Refused("no station has the address or the name \"" + wanted + '"');
     }
     return *station;
 }
 
-uint32_t countOf(const Json &request, const char *key)
+uint32_t countOf(const tools::Json &request, const char *key)
 {
-    const Json value = request.value(key, Json(0U));
+    const tools::Json value = request.value(key, tools::Json(0U));
     if (!value.is_number_unsigned() || value.get<uint64_t>() > UINT32_MAX) {
-        throw Refused(std::string(key) + ": is no whole number; write 0 to 0xFFFFFFFF");
+        throw tools::Refused(std::string(key) + ": is no whole number; write 0 to 0xFFFFFFFF");
     }
     return value.get<uint32_t>();
 }
@@ -59,7 +59,7 @@ namespace {
 constexpr const char *kReadOnlyKeys = "address, name and ext are fixed while the simulator runs";
 
 /// Texts are as typed: numbers are recognised by the key.
-Value valueOf(const StationKey &key, const Json &json)
+Value valueOf(const StationKey &key, const tools::Json &json)
 {
     const Value value = fromJson(json);
     const auto *text = std::get_if<std::string>(&value);
@@ -69,7 +69,7 @@ Value valueOf(const StationKey &key, const Json &json)
 std::string focusOf(const Plant &plant)
 {
     const ConnectionEntry *station = plant.findAddress(plant.focus.station);
-    return station == nullptr ? std::string(kUntold) : dotted(station->address) + ' ' + station->name;
+    return station == nullptr ? std::string(kUntold) : tools::dotted(station->address) + ' ' + station->name;
 }
 
 std::size_t usbDevices(Plant &plant)
@@ -81,7 +81,7 @@ std::size_t usbDevices(Plant &plant)
     return count;
 }
 
-Json status(const ControlContext &control)
+tools::Json status(const ControlContext &control)
 {
     ServiceContext &context = control.service;
     const auto up = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - context.started);
@@ -99,11 +99,11 @@ Json status(const ControlContext &control)
             {"remote_sessions", control.remote.sessions().size()}};
 }
 
-Json jsonOf(const Station &station)
+tools::Json jsonOf(const Station &station)
 {
     const ConnectionEntry &entry = station.entry;
-    Json keys{
-        {"address", dotted(entry.address)},
+    tools::Json keys{
+        {"address", tools::dotted(entry.address)},
         {"name", entry.name},
         {"ext",
          {entry.extAttr1, entry.extAttr2, entry.extAttr3, entry.extAttr4, entry.extAttr5, entry.extAttr6, entry.extAttr7}}};
@@ -115,25 +115,25 @@ Json jsonOf(const Station &station)
 }
 
 /// All values or none.
-void setAll(const Station &station, const Json &values)
+void setAll(const Station &station, const tools::Json &values)
 {
     ConnectionEntry entry = station.entry;
     Panel panel = station.panel;
     for (const auto &[name, json] : values.items()) {
         const StationKey *key = findStationKey(name);
         if (key == nullptr) {
-            throw Refused(name + ": is no key that can be set; docs/plant-file.md lists them; " + kReadOnlyKeys);
+            throw tools::Refused(name + ": is no key that can be set; docs/plant-file.md lists them; " + kReadOnlyKeys);
         }
         const std::string mistake = assign(*key, {entry, panel}, valueOf(*key, json));
         if (!mistake.empty()) {
-            throw Refused(name + ": " + mistake);
+            throw tools::Refused(name + ": " + mistake);
         }
     }
     station.entry = entry;
     station.panel = panel;
 }
 
-Json station(ServiceContext &context, const Json &request)
+tools::Json station(ServiceContext &context, const tools::Json &request)
 {
     const Station found = findStation(context.plant, request.at("station").get<std::string>());
     if (request.contains("set")) {
@@ -143,25 +143,25 @@ Json station(ServiceContext &context, const Json &request)
     return jsonOf(found);
 }
 
-Json listStations(ServiceContext &context, const Json &)
+tools::Json listStations(ServiceContext &context, const tools::Json &)
 {
-    Json list = Json::array();
+    tools::Json list = tools::Json::array();
     for (const ConnectionEntry &entry : context.plant.stations()) {
-        list.push_back({{"address", dotted(entry.address)}, {"name", entry.name}});
+        list.push_back({{"address", tools::dotted(entry.address)}, {"name", entry.name}});
     }
     return {{"stations", std::move(list)}};
 }
 
-Json listFaults(ServiceContext &context, const Json &)
+tools::Json listFaults(ServiceContext &context, const tools::Json &)
 {
-    Json list = Json::array();
+    tools::Json list = tools::Json::array();
     for (const Fault &fault : context.plant.faults.list()) {
         const FaultText &text = fault.text();
-        Json row{{"command", text.command},
-                 {"kind", text.kind},
-                 {"after", text.after},
-                 {"times", text.times},
-                 {"struck", fault.requestsStruck()}};
+        tools::Json row{{"command", text.command},
+                        {"kind", text.kind},
+                        {"after", text.after},
+                        {"times", text.times},
+                        {"struck", fault.requestsStruck()}};
         if (text.delay) {
             row["delay_ms"] = *text.delay;
         }
@@ -170,7 +170,7 @@ Json listFaults(ServiceContext &context, const Json &)
     return {{"faults", std::move(list)}};
 }
 
-Json addFault(ServiceContext &context, const Json &request)
+tools::Json addFault(ServiceContext &context, const tools::Json &request)
 {
     FaultText text{.command = request.value("command", "*"),
                    .kind = request.at("kind").get<std::string>(),
@@ -182,12 +182,12 @@ Json addFault(ServiceContext &context, const Json &request)
     try {
         context.plant.faults.add(makeFault(text));
     } catch (const FaultError &error) {
-        throw Refused(error.key + ": " + error.what());
+        throw tools::Refused(error.key + ": " + error.what());
     }
     return listFaults(context, request);
 }
 
-Json clearFaults(ServiceContext &context, const Json &request)
+tools::Json clearFaults(ServiceContext &context, const tools::Json &request)
 {
     context.plant.faults.clear();
     return listFaults(context, request);
@@ -195,7 +195,7 @@ Json clearFaults(ServiceContext &context, const Json &request)
 
 struct Action {
     std::string_view name;
-    Json (*carryOut)(ServiceContext &context, const Json &request);
+    tools::Json (*carryOut)(ServiceContext &context, const tools::Json &request);
 };
 
 constexpr Action kActions[] = {
@@ -205,7 +205,7 @@ constexpr Action kActions[] = {
 
 Reply carryOut(ControlContext control, std::string_view line, const LineServer::Caller &caller)
 {
-    const Json request = Json::parse(line);
+    const tools::Json request = tools::Json::parse(line);
     const std::string wanted = request.at("do").get<std::string>();
     if (wanted == "status") {
         return lineOf(status(control));
@@ -224,8 +224,9 @@ Reply carryOut(ControlContext control, std::string_view line, const LineServer::
     if (const auto reply = answerEventControl(control.embeddedEvents, request)) {
         return *reply;
     }
-    throw Refused("\"do\": \"" + wanted + "\" is none of status, station, stations, fault.list, fault.add, fault.clear, " +
-                  std::string(kUsbActions) + ", " + std::string(kRemoteActions) + ", event");
+    throw tools::Refused("\"do\": \"" + wanted +
+                         "\" is none of status, station, stations, fault.list, fault.add, fault.clear, " +
+                         std::string(kUsbActions) + ", " + std::string(kRemoteActions) + ", event");
 }
 
 }  // namespace
@@ -234,7 +235,7 @@ Reply answerControl(ControlContext control, std::string_view request, const Line
 {
     try {
         return carryOut(control, request, caller);
-    } catch (const CouldNot &error) {
+    } catch (const tools::CouldNot &error) {
         return lineOf({{"could_not", error.what()}});
     } catch (const std::exception &error) {
         return lineOf({{"error", error.what()}});

@@ -11,16 +11,16 @@
 namespace kvosim {
 
 /// A reply as it goes over the socket.
-std::string lineOf(const Json &reply);
+std::string lineOf(const tools::Json &reply);
 
 /// A number or a text; anything else is the value that is neither.
-Value fromJson(const Json &json);
-Json toJson(const Value &value);
+Value fromJson(const tools::Json &json);
+tools::Json toJson(const Value &value);
 
 /// By its address or its name. Throws Refused where there is none.
 Station findStation(Plant &plant, const std::string &wanted);
 
 /// A number of 32 bits, 0 where the key is absent. Throws Refused where it is none.
-uint32_t countOf(const Json &request, const char *key);
+uint32_t countOf(const tools::Json &request, const char *key);
 
 }  // namespace kvosim

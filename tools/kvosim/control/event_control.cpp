@@ -14,11 +14,11 @@ constexpr const char *kForm = "; write \"name, data\" with a name of 1 to 19 byt
 void checkLine(std::string_view text)
 {
     if (text.find_first_of(std::string_view("\r\n\0", 3)) != std::string_view::npos) {
-        throw Refused("the event holds a line end or a zero, which ends it for its receivers; send each line by itself");
+        throw tools::Refused("the event holds a line end or a zero, which ends it for its receivers; send each line by itself");
     }
     if (text.size() > kLongestEvent) {
-        throw Refused("the event has " + std::to_string(text.size()) + " bytes; write at most " +
-                      std::to_string(kLongestEvent));
+        throw tools::Refused("the event has " + std::to_string(text.size()) + " bytes; write at most " +
+                             std::to_string(kLongestEvent));
     }
 }
 
@@ -43,7 +43,7 @@ std::string eventMistake(std::string_view text)
     return {};
 }
 
-std::optional<Reply> answerEventControl(EmbeddedEvents &events, const Json &request)
+std::optional<Reply> answerEventControl(EmbeddedEvents &events, const tools::Json &request)
 {
     if (request.at("do") != "event") {
         return std::nullopt;
@@ -52,7 +52,7 @@ std::optional<Reply> answerEventControl(EmbeddedEvents &events, const Json &requ
     checkLine(text);
     const std::string mistake = eventMistake(text);
     if (!mistake.empty() && !request.value("as_is", false)) {
-        throw Refused(mistake);
+        throw tools::Refused(mistake);
     }
     return lineOf({{"listeners", events.publish(text)}});
 }

@@ -16,6 +16,6 @@ inline constexpr std::size_t kLongestEvent = 4096;  ///< bytes, without the line
 std::string eventMistake(std::string_view text);
 
 /// Carries out "event"; nothing where it is something else. What can not be done throws.
-std::optional<Reply> answerEventControl(EmbeddedEvents &events, const Json &request);
+std::optional<Reply> answerEventControl(EmbeddedEvents &events, const tools::Json &request);
 
 }  // namespace kvosim

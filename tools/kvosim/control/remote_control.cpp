@@ -14,7 +14,7 @@ constexpr uint32_t kLongestPatience = 600'000;  // ms
 
 struct RemoteCall {
     RemoteSide &remote;
-    const Json &request;
+    const tools::Json &request;
     const LineServer::Caller &caller;
 
     [[nodiscard]] std::string text(const char *key) const { return request.at(key).get<std::string>(); }
@@ -23,7 +23,7 @@ struct RemoteCall {
     {
         const uint32_t time = countOf(request, key);
         if (time > kLongestPatience) {
-            throw Refused(std::string(key) + ": is out of range; write 0 to " + std::to_string(kLongestPatience));
+            throw tools::Refused(std::string(key) + ": is out of range; write 0 to " + std::to_string(kLongestPatience));
         }
         return std::chrono::milliseconds(time);
     }
@@ -31,11 +31,11 @@ struct RemoteCall {
 
 Reply listSessions(const RemoteCall &call)
 {
-    Json list = Json::array();
+    tools::Json list = tools::Json::array();
     for (const RemoteSession &session : call.remote.sessions()) {
-        Json row{{"session", session.number()}, {"address", call.remote.address()}, {"port", session.port()}};
+        tools::Json row{{"session", session.number()}, {"address", call.remote.address()}, {"port", session.port()}};
         row["away"] = session.away();
-        row["agent"] = session.peer() ? Json(*session.peer()) : Json(nullptr);
+        row["agent"] = session.peer() ? tools::Json(*session.peer()) : tools::Json(nullptr);
         list.push_back(std::move(row));
     }
     return lineOf({{"sessions", std::move(list)}, {"last", call.remote.lastRecord()}});
@@ -48,12 +48,12 @@ Reply ask(const RemoteCall &call)
     if (call.request.contains("tag")) {
         const std::string tag = call.text("tag") + ':';
         if (tagOf(tag).size() != tag.size()) {
-            throw Refused("tag: \"" + call.text("tag") + "\" is no tag; write three digits, such as 042");
+            throw tools::Refused("tag: \"" + call.text("tag") + "\" is no tag; write three digits, such as 042");
         }
         request.insert(0, tag);
     }
     call.session().ask(request, tagging, call.wait("patience_ms"), [caller = call.caller](const auto &answer) {
-        caller.reply(lineOf(answer.reply ? Json{{"reply", *answer.reply}} : Json{{"could_not", answer.failure}}));
+        caller.reply(lineOf(answer.reply ? tools::Json{{"reply", *answer.reply}} : tools::Json{{"could_not", answer.failure}}));
     });
     return Reply::Way::later;
 }
@@ -61,7 +61,7 @@ Reply ask(const RemoteCall &call)
 Reply send(const RemoteCall &call)
 {
     call.session().send(call.text("request"));
-    return lineOf(Json::object());
+    return lineOf(tools::Json::object());
 }
 
 /// Bytes come as hexadecimal digits, as a text of JSON can not hold all of them.
@@ -72,12 +72,13 @@ Reply sendRaw(const RemoteCall &call)
     for (std::size_t i = 0; i < digits.size(); i += 2) {
         const auto byte = number<uint8_t>(std::string_view(digits).substr(i, 2), 16);
         if (!byte || digits.size() % 2 != 0 || bytes.size() == kLongestRaw) {
-            throw Refused("bytes: write at most " + std::to_string(kLongestRaw) + " bytes of two hexadecimal digits each");
+            throw tools::Refused("bytes: write at most " + std::to_string(kLongestRaw) +
+                                 " bytes of two hexadecimal digits each");
         }
         bytes += static_cast<char>(*byte);
     }
     call.session().sendRaw(bytes);
-    return lineOf(Json::object());
+    return lineOf(tools::Json::object());
 }
 
 Reply close(const RemoteCall &call)
@@ -88,19 +89,19 @@ Reply close(const RemoteCall &call)
     } else {
         call.session().close(ending);
     }
-    return lineOf(Json::object());
+    return lineOf(tools::Json::object());
 }
 
-Json jsonOf(const RemoteRecord &record)
+tools::Json jsonOf(const RemoteRecord &record)
 {
     const auto time = std::chrono::duration_cast<std::chrono::milliseconds>(record.time.time_since_epoch());
     return {{"number", record.number},     {"time_ms", time.count()}, {"session", record.session},
             {"kind", nameOf(record.kind)}, {"text", record.text},     {"note", record.note}};
 }
 
-Json jsonOf(const RemoteSide::LogPage &page)
+tools::Json jsonOf(const RemoteSide::LogPage &page)
 {
-    Json records = Json::array();
+    tools::Json records = tools::Json::array();
     for (const RemoteRecord &record : page.records) {
         records.push_back(jsonOf(record));
     }
@@ -136,7 +137,7 @@ constexpr RemoteAction kRemoteActionRows[] = {
 
 const std::string_view kRemoteActions = "remote.list, remote.ask, remote.send, remote.raw, remote.close, remote.log";
 
-std::optional<Reply> answerRemoteControl(RemoteSide &remote, const Json &request, const LineServer::Caller &caller)
+std::optional<Reply> answerRemoteControl(RemoteSide &remote, const tools::Json &request, const LineServer::Caller &caller)
 {
     const std::string wanted = request.at("do").get<std::string>();
     const auto *const action = std::find_if(std::begin(kRemoteActionRows), std::end(kRemoteActionRows),

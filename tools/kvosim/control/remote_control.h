@@ -12,7 +12,7 @@ namespace kvosim {
 
 /// Carries out "remote.list", "remote.ask", "remote.send", "remote.raw", "remote.close" and "remote.log"; nothing where it is
 /// none of them. What can not be done throws.
-std::optional<Reply> answerRemoteControl(RemoteSide &remote, const Json &request, const LineServer::Caller &caller);
+std::optional<Reply> answerRemoteControl(RemoteSide &remote, const tools::Json &request, const LineServer::Caller &caller);
 
 /// The names above, for messages.
 extern const std::string_view kRemoteActions;

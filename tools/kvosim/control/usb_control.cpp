@@ -15,7 +15,7 @@ constexpr uint32_t kHighestRate = 1'000'000;  // events a second
 
 struct UsbCall {
     UsbEvents &events;
-    const Json &request;
+    const tools::Json &request;
     const LineServer::Caller &caller;
 
     [[nodiscard]] std::string text(const char *key) const { return request.at(key).get<std::string>(); }
@@ -37,25 +37,25 @@ std::string_view nameOf(UsbEvent event)
 UsbDevice deviceOf(const UsbCall &call, const Panel &panel)
 {
     UsbDevice device = newUsbDeviceFor(panel);
-    const Json fields = call.request.value("device", Json::object());
+    const tools::Json fields = call.request.value("device", tools::Json::object());
     if (!fields.is_object()) {
-        throw Refused("device: is no object; write {\"ident2\": \"usb1\", ...}");
+        throw tools::Refused("device: is no object; write {\"ident2\": \"usb1\", ...}");
     }
     for (const auto &[name, json] : fields.items()) {
         const UsbKey *key = findUsbKey(name);
         if (key == nullptr) {
-            throw Refused(name + ": is no field of a USB device; docs/plant-file.md lists them");
+            throw tools::Refused(name + ": is no field of a USB device; docs/plant-file.md lists them");
         }
         if (const std::string mistake = assign(*key, device, fromJson(json)); !mistake.empty()) {
-            throw Refused(name + ": " + mistake);
+            throw tools::Refused(name + ": " + mistake);
         }
     }
     return device;
 }
 
-Json jsonOf(const ConnectionEntry &station, const UsbDevice &device)
+tools::Json jsonOf(const ConnectionEntry &station, const UsbDevice &device)
 {
-    Json json{{"station", dotted(station.address)}, {"name", station.name}};
+    tools::Json json{{"station", tools::dotted(station.address)}, {"name", station.name}};
     for (const UsbKey &key : usbKeys()) {
         json[std::string(key.name)] = toJson(read(key, device));
     }
@@ -65,8 +65,9 @@ Json jsonOf(const ConnectionEntry &station, const UsbDevice &device)
 /// Tells the news to the program that has the events, and then the caller what became of that.
 Reply spread(const UsbCall &call, const Station &station, const UsbNews &news)
 {
-    Json reply{{"event", nameOf(news.event)},     {"station", dotted(news.station)}, {"name", station.entry.name},
-               {"ident2", ident2Of(news.device)}, {"ident3", ident3Of(news.device)}, {"state", news.device.source.state}};
+    tools::Json reply{{"event", nameOf(news.event)},     {"station", tools::dotted(news.station)},
+                      {"name", station.entry.name},      {"ident2", ident2Of(news.device)},
+                      {"ident3", ident3Of(news.device)}, {"state", news.device.source.state}};
     if (news.event == UsbEvent::refused && usbLocked(station.panel)) {
         reply["usb_lock"] = station.panel.usbLock;
     }
@@ -106,14 +107,14 @@ Reply changeDeviceState(const UsbCall &call)
     UsbDevice checked;
     const Value value = fromJson(call.request.at("state"));
     if (const std::string mistake = assign(*findUsbKey("state"), checked, value); !mistake.empty()) {
-        throw Refused("state: " + mistake);
+        throw tools::Refused("state: " + mistake);
     }
     return spread(call, station, changeState(station, call.text("device"), checked.source.state));
 }
 
 Reply listDevices(const UsbCall &call)
 {
-    Json list = Json::array();
+    tools::Json list = tools::Json::array();
     const auto add = [&list](const ConnectionEntry &entry, const Panel &panel) {
         for (const UsbDevice &device : panel.usbDevices) {
             list.push_back(jsonOf(entry, device));
@@ -135,11 +136,11 @@ Reply storm(const UsbCall &call)
 {
     StormOrder order{.count = countOf(call.request, "count"), .rate = countOf(call.request, "rate")};
     if (order.count == 0) {
-        throw Refused("count: 0 events make no storm; write 1 to 0xFFFFFFFF");
+        throw tools::Refused("count: 0 events make no storm; write 1 to 0xFFFFFFFF");
     }
     if (order.rate > kHighestRate) {
-        throw Refused("rate: " + std::to_string(order.rate) + " is out of range; write 1 to " + std::to_string(kHighestRate) +
-                      " events a second, or 0 for as fast as they are taken");
+        throw tools::Refused("rate: " + std::to_string(order.rate) + " is out of range; write 1 to " +
+                             std::to_string(kHighestRate) + " events a second, or 0 for as fast as they are taken");
     }
     if (call.request.contains("station")) {
         order.station = call.station().entry.address;
@@ -163,7 +164,7 @@ constexpr UsbAction kUsbActionRows[] = {
 
 const std::string_view kUsbActions = "usb.plug, usb.refuse, usb.unplug, usb.state, usb.list, usb.storm";
 
-std::optional<Reply> answerUsbControl(UsbEvents &events, const Json &request, const LineServer::Caller &caller)
+std::optional<Reply> answerUsbControl(UsbEvents &events, const tools::Json &request, const LineServer::Caller &caller)
 {
     const std::string wanted = request.at("do").get<std::string>();
     for (const UsbAction &action : kUsbActionRows) {

@@ -13,7 +13,7 @@ namespace kvosim {
 
 /// Carries out "usb.plug", "usb.refuse", "usb.unplug", "usb.state", "usb.list" and "usb.storm"; nothing where it is none of
 /// them. What can not be done throws.
-std::optional<Reply> answerUsbControl(UsbEvents &events, const Json &request, const LineServer::Caller &caller);
+std::optional<Reply> answerUsbControl(UsbEvents &events, const tools::Json &request, const LineServer::Caller &caller);
 
 /// The names above, for messages.
 extern const std::string_view kUsbActions;

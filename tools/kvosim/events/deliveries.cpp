@@ -58,7 +58,7 @@ const char *wordsFor(Delivery delivery)
 }
 
 struct Deliveries::Result {
-    Descriptor ready{eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
+    tools::Descriptor ready{eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
     std::atomic<int> value{0};
 
     void set(int newValue)
@@ -101,11 +101,11 @@ Deliveries::~Deliveries()
 void Deliveries::checkRoom() const
 {
     if (ended_) {
-        throw Refused("the simulator is ending");
+        throw tools::Refused("the simulator is ending");
     }
     if (jobs_.size() >= kMost) {
-        throw Refused("as many as " + std::to_string(kMost) +
-                      " USB events wait for their receiver, which may hang; try again when it has answered");
+        throw tools::Refused("as many as " + std::to_string(kMost) +
+                             " USB events wait for their receiver, which may hang; try again when it has answered");
     }
 }
 

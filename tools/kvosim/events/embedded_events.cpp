@@ -12,13 +12,14 @@ EmbeddedEvents::EmbeddedEvents(EventLoop &loop, std::filesystem::path socket, st
     : loop_(loop), report_(std::move(report))
 {
     socket_.emplace(std::move(socket), mode);
-    acceptor_ = std::make_unique<Acceptor>(loop, socket_->get(), [this](Descriptor connection) { add(std::move(connection)); });
+    acceptor_ =
+        std::make_unique<Acceptor>(loop, socket_->get(), [this](tools::Descriptor connection) { add(std::move(connection)); });
     if (alive.count() > 0) {
         keepAlive(alive);
     }
 }
 
-void EmbeddedEvents::add(Descriptor connection)
+void EmbeddedEvents::add(tools::Descriptor connection)
 {
     if (listeners_.size() >= kMostListeners) {
         report_("one listener for events more than " + std::to_string(kMostListeners) + " is turned away");

@@ -25,7 +25,7 @@ public:
     /// @p alive is the time between "Alive?" events, 0 for none. @p report is told of each event, and of listeners that come
     /// and go. @p mode says who may connect. Throws std::runtime_error where the socket can not be had. @p loop must outlive it.
     EmbeddedEvents(EventLoop &loop, std::filesystem::path socket, std::chrono::seconds alive,
-                   std::function<void(std::string_view line)> report, mode_t mode = kForThisUser);
+                   std::function<void(std::string_view line)> report, mode_t mode = tools::kForThisUser);
     EmbeddedEvents(const EmbeddedEvents &) = delete;
     EmbeddedEvents &operator=(const EmbeddedEvents &) = delete;
 
@@ -37,13 +37,13 @@ public:
     void end();
 
 private:
-    void add(Descriptor connection);
+    void add(tools::Descriptor connection);
     void remove(uint64_t number, const std::string &reason);
     void keepAlive(std::chrono::seconds period);
 
     EventLoop &loop_;
     std::function<void(std::string_view line)> report_;
-    std::optional<ListeningSocket> socket_;
+    std::optional<tools::ListeningSocket> socket_;
     std::unique_ptr<Acceptor> acceptor_;
     std::map<uint64_t, std::unique_ptr<Stream>> listeners_;
     uint64_t accepted_ = 0;

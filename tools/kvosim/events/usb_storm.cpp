@@ -100,7 +100,7 @@ private:
     {
         const std::chrono::duration<double> time = Clock::now() - began_;
         const double rate = time.count() > 0 ? sent_ / time.count() : 0;
-        caller_.reply(Json{
+        caller_.reply(tools::Json{
             {"sent", sent_},
             {"delivered", delivered_},
             {"failed", sent_ - delivered_},
@@ -125,10 +125,10 @@ private:
 void beginUsbStorm(UsbEvents &events, const StormOrder &order, const LineServer::Caller &caller)
 {
     if (!events.activated()) {
-        throw Refused(kNotActivated);
+        throw tools::Refused(kNotActivated);
     }
     if (events.plant().stations().empty()) {
-        throw Refused("the plant has no station that devices could be plugged in at");
+        throw tools::Refused("the plant has no station that devices could be plugged in at");
     }
     events.checkRoom();
     std::make_shared<Storm>(events, order, caller)->begin();

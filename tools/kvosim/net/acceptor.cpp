@@ -14,7 +14,7 @@ constexpr int kAcceptedAtOnce = 16;  // then everybody else has a turn
 
 }  // namespace
 
-Acceptor::Acceptor(EventLoop &loop, int listener, std::function<void(Descriptor connection)> take)
+Acceptor::Acceptor(EventLoop &loop, int listener, std::function<void(tools::Descriptor connection)> take)
     : loop_(loop), listener_(listener), take_(std::move(take))
 {
     watch();
@@ -36,7 +36,7 @@ void Acceptor::watch()
 void Acceptor::acceptSome()
 {
     for (int accepted = 0; accepted < kAcceptedAtOnce; ++accepted) {
-        Descriptor connection(accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+        tools::Descriptor connection(accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
         if (connection.valid()) {
             take_(std::move(connection));
         } else if (errno == EMFILE || errno == ENFILE) {

@@ -11,7 +11,7 @@ namespace kvosim {
 class Acceptor {
 public:
     /// Calls @p take, on the loop, with each connection. @p loop and the listening socket must outlive it.
-    Acceptor(EventLoop &loop, int listener, std::function<void(Descriptor connection)> take);
+    Acceptor(EventLoop &loop, int listener, std::function<void(tools::Descriptor connection)> take);
     Acceptor(const Acceptor &) = delete;
     Acceptor &operator=(const Acceptor &) = delete;
     ~Acceptor();
@@ -23,7 +23,7 @@ private:
 
     EventLoop &loop_;
     int listener_;
-    std::function<void(Descriptor connection)> take_;
+    std::function<void(tools::Descriptor connection)> take_;
     bool watching_ = false;
     std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };

@@ -60,7 +60,7 @@ void LineServer::end(std::function<void()> ended)
 void LineServer::acceptSome()
 {
     for (int accepted = 0; accepted < kConnectionsAtOnce; ++accepted) {
-        Descriptor socket(accept4(listener_->get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+        tools::Descriptor socket(accept4(listener_->get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
         if (!socket.valid()) {
             const bool outOfDescriptors = errno == EMFILE || errno == ENFILE;
             if (outOfDescriptors && !connections_.empty()) {

@@ -70,7 +70,7 @@ public:
 
     /// @p refusal answers a line that is too long. @p loop must outlive the server. @p mode says who may connect.
     LineServer(EventLoop &loop, std::filesystem::path path, Answer answer, std::string refusal, Report report = {},
-               LineServerLimits limits = {}, mode_t mode = kForThisUser);
+               LineServerLimits limits = {}, mode_t mode = tools::kForThisUser);
     LineServer(const LineServer &) = delete;
     LineServer &operator=(const LineServer &) = delete;
     ~LineServer();
@@ -81,7 +81,7 @@ public:
 
 private:
     struct Connection {
-        Descriptor socket;
+        tools::Descriptor socket;
         uint64_t number;  ///< its own, unlike the descriptor's, which comes again
         Clock::time_point since;
         Clock::time_point lastMoved;
@@ -113,7 +113,7 @@ private:
     void report(std::string_view event) const;
 
     EventLoop &loop_;
-    std::optional<ListeningSocket> listener_;
+    std::optional<tools::ListeningSocket> listener_;
     Answer answer_;
     std::string refusal_;
     Report report_;

@@ -15,7 +15,7 @@ bool goesOnLater() noexcept { return errno == EAGAIN || errno == EWOULDBLOCK || 
 
 }  // namespace
 
-Stream::Stream(EventLoop &loop, Descriptor socket, std::size_t room, Reactions reactions)
+Stream::Stream(EventLoop &loop, tools::Descriptor socket, std::size_t room, Reactions reactions)
     : loop_(loop), socket_(std::move(socket)), room_(room), reactions_(std::move(reactions))
 {
     loop_.watch(socket_.get(), EPOLLIN, [this](uint32_t events) { react(events); });

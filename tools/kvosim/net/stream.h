@@ -18,7 +18,7 @@ public:
     };
 
     /// @p room is how many bytes may wait to be written. @p loop must outlive it. Its end closes the connection.
-    Stream(EventLoop &loop, Descriptor socket, std::size_t room, Reactions reactions);
+    Stream(EventLoop &loop, tools::Descriptor socket, std::size_t room, Reactions reactions);
     Stream(const Stream &) = delete;
     Stream &operator=(const Stream &) = delete;
     ~Stream();
@@ -35,7 +35,7 @@ private:
     [[nodiscard]] bool flush();
 
     EventLoop &loop_;
-    Descriptor socket_;
+    tools::Descriptor socket_;
     std::size_t room_;
     Reactions reactions_;
     std::string waiting_;

@@ -26,31 +26,32 @@ std::string reasonOf(int error)
 
 }  // namespace
 
-Descriptor listenAt(const std::string &purpose, uint32_t address, uint16_t port)
+tools::Descriptor listenAt(const std::string &purpose, uint32_t address, uint16_t port)
 {
     sockaddr_in place{};
     place.sin_family = AF_INET;
     place.sin_addr.s_addr = htonl(address);
     place.sin_port = htons(port);
-    Descriptor listener(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    tools::Descriptor listener(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     // Connections of a simulator that has ended do not keep the port from the next one.
     const int on = 1;
     setsockopt(listener.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     if (bind(listener.get(), reinterpret_cast<const sockaddr *>(&place), sizeof place) != 0 ||
         listen(listener.get(), kWaitingAgents) != 0) {
-        throw std::runtime_error(purpose + " at " + dotted(address) + ':' + std::to_string(port) + ": " + reasonOf(errno));
+        throw std::runtime_error(purpose + " at " + tools::dotted(address) + ':' + std::to_string(port) + ": " +
+                                 reasonOf(errno));
     }
     return listener;
 }
 
-std::string peerOf(const Descriptor &connection)
+std::string peerOf(const tools::Descriptor &connection)
 {
     sockaddr_in peer{};
     socklen_t size = sizeof peer;
     if (getpeername(connection.get(), reinterpret_cast<sockaddr *>(&peer), &size) != 0) {
         return "?";
     }
-    return dotted(ntohl(peer.sin_addr.s_addr)) + ':' + std::to_string(ntohs(peer.sin_port));
+    return tools::dotted(ntohl(peer.sin_addr.s_addr)) + ':' + std::to_string(ntohs(peer.sin_port));
 }
 
 }  // namespace kvosim

@@ -25,7 +25,7 @@ bool isLoopback(const sockaddr_in &endpoint) { return ntohl(endpoint.sin_addr.s_
 std::optional<sockaddr_in> parseEndpoint(std::string_view text)
 {
     const auto [host, portText] = split(text, ':');
-    const auto address = parseDotted(std::string(host));
+    const auto address = tools::parseDotted(std::string(host));
     const bool hasPort = text.find(':') != std::string_view::npos;
     const auto port = hasPort ? decimal(portText, 0, UINT16_MAX) : kUsbLockPort;
     if (!address || !port) {
@@ -66,7 +66,7 @@ std::string UdpSocket::address() const
     sockaddr_in bound{};
     socklen_t size = sizeof bound;
     getsockname(socket_.get(), reinterpret_cast<sockaddr *>(&bound), &size);
-    return dotted(ntohl(bound.sin_addr.s_addr)) + ':' + std::to_string(ntohs(bound.sin_port));
+    return tools::dotted(ntohl(bound.sin_addr.s_addr)) + ':' + std::to_string(ntohs(bound.sin_port));
 }
 
 void UdpSocket::receive()

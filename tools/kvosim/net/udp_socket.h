@@ -37,7 +37,7 @@ private:
 
     EventLoop &loop_;
     std::function<void(std::string_view datagram)> take_;
-    Descriptor socket_;
+    tools::Descriptor socket_;
 };
 
 }  // namespace kvosim

@@ -58,13 +58,13 @@ std::string listText(const Stations &stations)
     for (const auto &station : stations) {
         text += '"';
         text += station.name;
-        text += "\" " + dotted(station.address) + ' ' + attribute(station.attr1) + 'x' + attribute(station.attr2) + ':' +
+        text += "\" " + tools::dotted(station.address) + ' ' + attribute(station.attr1) + 'x' + attribute(station.attr2) + ':' +
                 attribute(station.attr3) + '\n';
     }
     return text;
 }
 
-bool writeAll(const Descriptor &file, std::string_view text)
+bool writeAll(const tools::Descriptor &file, std::string_view text)
 {
     while (!text.empty()) {
         const ssize_t count = write(file.get(), text.data(), text.size());
@@ -82,7 +82,7 @@ void writeWhole(const std::filesystem::path &path, const std::string &text)
     const std::filesystem::path aside = path.string() + ".new";
     std::error_code missing;
     std::filesystem::remove(aside, missing);
-    const Descriptor file(open(aside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kListMode));
+    const tools::Descriptor file(open(aside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kListMode));
     if (!file.valid() || !writeAll(file, text)) {
         throw std::runtime_error("can not write " + aside.string() + ": " + std::generic_category().message(errno));
     }

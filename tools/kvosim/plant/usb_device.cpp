@@ -250,7 +250,7 @@ std::string connectorOf(const UsbDevice &device)
 std::string eventText(UsbEvent event, uint32_t station, const UsbDevice &device)
 {
     UsbDevice told = device;
-    fill(told.source.ipAddress, dotted(station));
+    fill(told.source.ipAddress, tools::dotted(station));
     switch (event) {
     case UsbEvent::plugged: return taken(ConvertUSBDeviceNew2Cmd(&told.context, &told.source));
     case UsbEvent::stateChanged: return taken(ConvertUSBDeviceCS2Cmd(&told.source));

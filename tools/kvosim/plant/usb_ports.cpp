@@ -27,7 +27,8 @@ std::string listed(const Devices &devices)
 void checkUp(const Station &station)
 {
     if (station.panel.rebooting()) {
-        throw Refused(dotted(station.entry.address) + " is rebooting and sees no devices; try again when it is up");
+        throw tools::Refused(tools::dotted(station.entry.address) +
+                             " is rebooting and sees no devices; try again when it is up");
     }
 }
 
@@ -38,12 +39,12 @@ Devices::iterator find(const Station &station, const std::string &wanted)
         return ident2Of(device) == wanted || ident3Of(device) == wanted || idents(device) == wanted;
     };
     const auto found = std::find_if(devices.begin(), devices.end(), called);
-    const std::string what = '"' + wanted + "\" at " + dotted(station.entry.address);
+    const std::string what = '"' + wanted + "\" at " + tools::dotted(station.entry.address);
     if (found == devices.end()) {
-        throw Refused("no device " + what + "; plugged in there: " + listed(devices));
+        throw tools::Refused("no device " + what + "; plugged in there: " + listed(devices));
     }
     if (std::find_if(found + 1, devices.end(), called) != devices.end()) {
-        throw Refused("several devices are called " + what + "; write one of " + listed(devices));
+        throw tools::Refused("several devices are called " + what + "; write one of " + listed(devices));
     }
     return found;
 }
@@ -66,8 +67,8 @@ UsbNews plug(const Station &station, const UsbDevice &device)
     checkUp(station);
     Devices &devices = station.panel.usbDevices;
     if (std::any_of(devices.begin(), devices.end(), [&](const UsbDevice &other) { return sameIdents(device, other); })) {
-        throw Refused("a device \"" + idents(device) + "\" is plugged in at " + dotted(station.entry.address) +
-                      " already; give this one another ident2 or ident3");
+        throw tools::Refused("a device \"" + idents(device) + "\" is plugged in at " + tools::dotted(station.entry.address) +
+                             " already; give this one another ident2 or ident3");
     }
     if (usbLocked(station.panel)) {
         return refuse(station, device);

@@ -45,7 +45,7 @@ constexpr std::size_t kLongestVersion = 255;
 uint32_t readAddress(const TableReader &table)
 {
     const std::string text = table.text("address");
-    const auto address = parseDotted(text);
+    const auto address = tools::parseDotted(text);
     if (!address) {
         table.fail("address", '"' + text + "\" is no IPv4 address; write four numbers of 0 to 255, such as \"10.0.0.5\"");
     }
@@ -93,7 +93,7 @@ public:
     {
         const auto [sameAddress, newAddress] = addresses_.emplace(address, table.line());
         if (!newAddress) {
-            refuse(table, "address", dotted(address), sameAddress->second);
+            refuse(table, "address", tools::dotted(address), sameAddress->second);
         }
         const auto [sameName, newName] = names_.emplace(name, table.line());
         if (!newName) {
@@ -141,7 +141,7 @@ ServiceState readService(const TableReader &table)
     }
     service.remoteSessions = readSessions(table);
     service.remoteAddress = table.text("remote_address", service.remoteAddress);
-    if (!parseDotted(service.remoteAddress)) {
+    if (!tools::parseDotted(service.remoteAddress)) {
         table.fail("remote_address", '"' + service.remoteAddress + "\" is no IPv4 address; write one such as \"127.0.0.1\"");
     }
     return service;

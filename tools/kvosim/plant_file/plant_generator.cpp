@@ -41,8 +41,8 @@ void generatePlant(std::ostream &out, uint32_t count, uint64_t seed)
     out << "# " << count << " generated stations, seed " << seed << "\n\n[service]\nversion = \"V01.00.00.00\"\n";
     for (uint32_t i = 0; i < count; ++i) {
         const uint32_t address = kFirstAddress + i / kStationsPerNet * 256 + i % kStationsPerNet;
-        out << "\n[[station]]\naddress = \"" << dotted(address) << "\"\nname = \"Line " << i / kMachinesPerLine + 1 << ' '
-            << kMachines.at(dice.roll(kMachines.size())) << ' ' << i % kMachinesPerLine + 1 << "\"\n";
+        out << "\n[[station]]\naddress = \"" << tools::dotted(address) << "\"\nname = \"Line " << i / kMachinesPerLine + 1
+            << ' ' << kMachines.at(dice.roll(kMachines.size())) << ' ' << i % kMachinesPerLine + 1 << "\"\n";
         for (int attribute = 1; attribute <= 3; ++attribute) {
             out << "attr" << attribute << " = " << dice.attribute() << '\n';
         }

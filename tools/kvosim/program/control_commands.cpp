@@ -45,7 +45,7 @@ Examples:
   kvosim fault clear
 )";
 
-void printRows(const Json &reply)
+void printRows(const tools::Json &reply)
 {
     for (const auto &[key, value] : reply.items()) {
         std::cout << key << std::string(key.size() < 28 ? 28 - key.size() : 1, ' ')
@@ -53,14 +53,14 @@ void printRows(const Json &reply)
     }
 }
 
-std::string orForEver(const Json &times) { return times == 0 ? "for ever" : times.dump() + " times"; }
+std::string orForEver(const tools::Json &times) { return times == 0 ? "for ever" : times.dump() + " times"; }
 
-void printFaults(const Json &reply)
+void printFaults(const tools::Json &reply)
 {
     if (reply["faults"].empty()) {
         std::cout << "no faults\n";
     }
-    for (const Json &fault : reply["faults"]) {
+    for (const tools::Json &fault : reply["faults"]) {
         std::cout << fault["kind"].get<std::string>() << ' ' << fault["command"].get<std::string>();
         if (fault.contains("delay_ms")) {
             std::cout << ", " << fault["delay_ms"] << " ms";
@@ -70,9 +70,9 @@ void printFaults(const Json &reply)
     }
 }
 
-void printStatus(const Json &reply)
+void printStatus(const tools::Json &reply)
 {
-    Json rows = reply;
+    tools::Json rows = reply;
     const auto up = rows["uptime_ms"].get<int64_t>();
     rows.erase("uptime_ms");
     std::printf("%-28s%lld.%03lld s\n", "uptime", static_cast<long long>(up / 1000), static_cast<long long>(up % 1000));
@@ -84,13 +84,13 @@ void printStatus(const Json &reply)
 }
 
 /// "key=value" as one member of an object.
-Json settings(const std::vector<std::string> &assignments)
+tools::Json settings(const std::vector<std::string> &assignments)
 {
-    Json values = Json::object();
+    tools::Json values = tools::Json::object();
     for (const std::string &assignment : assignments) {
         const std::size_t equals = assignment.find('=');
         if (equals == std::string::npos) {
-            throw Refused('"' + assignment + "\" is no setting; write KEY=VALUE");
+            throw tools::Refused('"' + assignment + "\" is no setting; write KEY=VALUE");
         }
         values[assignment.substr(0, equals)] = assignment.substr(equals + 1);
     }
@@ -119,7 +119,7 @@ ControlCommands::ControlCommands(CLI::App &app) : options_(std::make_unique<Opti
     })->footer(kStatusExamples);
 
     CLI::App *station = add(app, "station", "Show a station of the running simulator, or change it", [this, &options] {
-        Json request{{"do", "station"}, {"station", options.station}};
+        tools::Json request{{"do", "station"}, {"station", options.station}};
         if (!options.settings.empty()) {
             request["set"] = settings(options.settings);
         }
@@ -146,11 +146,11 @@ void ControlCommands::addFaultCommands(CLI::App &fault)
     add(fault, "list", "List the faults", [this] { ask({{"do", "fault.list"}}, printFaults); });
     add(fault, "clear", "Remove all faults", [this] { ask({{"do", "fault.clear"}}, printFaults); });
     CLI::App *adding = add(fault, "add", "Add a fault", [this, &options] {
-        Json request{{"do", "fault.add"},
-                     {"kind", options.kind},
-                     {"command", options.command.empty() ? "*" : options.command},
-                     {"after", options.after},
-                     {"times", options.times}};
+        tools::Json request{{"do", "fault.add"},
+                            {"kind", options.kind},
+                            {"command", options.command.empty() ? "*" : options.command},
+                            {"after", options.after},
+                            {"times", options.times}};
         if (options.delay) {
             request["delay_ms"] = *options.delay;
         }
@@ -174,9 +174,9 @@ CLI::App *ControlCommands::add(CLI::App &parent, const char *name, const char *m
     return command;
 }
 
-void ControlCommands::ask(const Json &request, void (*print)(const Json &reply), Patience patience) const
+void ControlCommands::ask(const tools::Json &request, void (*print)(const tools::Json &reply), tools::Patience patience) const
 {
-    const Json reply = askSimulator(request, kControlSocket, patience);
+    const tools::Json reply = tools::askSimulator(request, tools::kControlSocket, patience);
     if (json()) {
         std::cout << reply.dump() << '\n';
     } else {

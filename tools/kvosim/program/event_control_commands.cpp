@@ -28,7 +28,7 @@ void addEventCommand(ControlCommands &commands, CLI::App &app)
 {
     const auto options = std::make_shared<EventOptions>();
     CLI::App *event = commands.add(app, "event", "Publish an event of embedded stations", [&commands, options] {
-        const Json reply = askSimulator({{"do", "event"}, {"text", options->text}, {"as_is", options->asIs}});
+        const tools::Json reply = tools::askSimulator({{"do", "event"}, {"text", options->text}, {"as_is", options->asIs}});
         const auto listeners = reply.at("listeners").get<std::size_t>();
         if (commands.json()) {
             std::cout << reply.dump() << '\n';
@@ -36,7 +36,7 @@ void addEventCommand(ControlCommands &commands, CLI::App &app)
             std::cout << "sent to " << listeners << (listeners == 1 ? " listener\n" : " listeners\n");
         }
         if (listeners == 0) {
-            throw CouldNot("nobody listens for events, it was sent to 0 listeners");
+            throw tools::CouldNot("nobody listens for events, it was sent to 0 listeners");
         }
     });
     event->add_option("TEXT", options->text, "The event, \"name, data\"")->required();

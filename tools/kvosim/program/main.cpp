@@ -113,7 +113,7 @@ kvosim::ServiceOptions serviceOptions(const Options &options)
 std::string mistakeInMode(const std::string &text)
 {
     const auto mode = kvosim::number<mode_t>(text, 8);
-    return mode && *mode <= kvosim::kWidest ? std::string() : "write an octal number such as 0600, 0660 or 0666";
+    return mode && *mode <= tools::kWidest ? std::string() : "write an octal number such as 0600, 0660 or 0666";
 }
 
 std::string mistakeInSessions(const std::string &text)
@@ -139,8 +139,8 @@ void addRemoteOptions(CLI::App &command, Options &options)
                     "alone). 0.0.0.0 opens the ports on every network of this machine: whoever reaches them there is taken for "
                     "an agent, unasked for any password")
         ->check([](const std::string &text) {
-            return kvosim::parseDotted(text) ? std::string()
-                                             : '"' + text + "\" is no IPv4 address; write one such as 127.0.0.1 or 0.0.0.0";
+            return tools::parseDotted(text) ? std::string()
+                                            : '"' + text + "\" is no IPv4 address; write one such as 127.0.0.1 or 0.0.0.0";
         });
     command.add_option("--alive", options.alive, "Seconds between \"Alive?\" events, 0 for none (default: 10)")
         ->check(CLI::Range(0U, kLongestAlive));
@@ -159,8 +159,7 @@ void endWithInput(kvosim::EventLoop &loop, kvosim::Service &service)
     try {
         loop.watch(STDIN_FILENO, EPOLLIN, read);
     } catch (const std::system_error &) {
-        throw kvosim::Refused(
-            "--until-input-ends: standard input is no pipe, socket or terminal whose end could be waited for");
+        throw tools::Refused("--until-input-ends: standard input is no pipe, socket or terminal whose end could be waited for");
     }
 }
 
@@ -188,7 +187,7 @@ int run(const Options &options)
     }
     kvosim::Plant plant =
         options.plant.empty() ? kvosim::parsePlant(kvosim::kBuiltInPlant, "built-in plant") : kvosim::loadPlant(options.plant);
-    kvosim::enterPrivateNamespace();
+    tools::enterPrivateNamespace();
     kvosim::EventLoop loop;
     // Ended by a client, the service is gone, but the command still runs.
     const kvosim::Service service(loop, std::move(plant), serviceOptions(options), [] {});
@@ -305,9 +304,9 @@ int main(int argc, char **argv)
         return runMain({argv + 1, argv + argc});
     } catch (const kvosim::PlantFileError &error) {
         return tell(error, kWrongUse);
-    } catch (const kvosim::Refused &error) {
+    } catch (const tools::Refused &error) {
         return tell(error, kWrongUse);
-    } catch (const kvosim::NoSimulator &error) {
+    } catch (const tools::NoSimulator &error) {
         return tell(error, kNoSimulator);
     } catch (const std::exception &error) {
         return tell(error, kCanNot);

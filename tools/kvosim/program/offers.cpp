@@ -14,15 +14,18 @@ namespace {
 
 using completions::Candidates;
 
-constexpr Patience kShellPatience = std::chrono::seconds(1);
+constexpr tools::Patience kShellPatience = std::chrono::seconds(1);
 
 /// The list of a reply.
-Json ask(const char *what, const char *list) { return askSimulator({{"do", what}}, kControlSocket, kShellPatience).at(list); }
+tools::Json ask(const char *what, const char *list)
+{
+    return tools::askSimulator({{"do", what}}, tools::kControlSocket, kShellPatience).at(list);
+}
 
 Candidates stations()
 {
     Candidates candidates;
-    for (const Json &station : ask("stations", "stations")) {
+    for (const tools::Json &station : ask("stations", "stations")) {
         const auto address = station.at("address").get<std::string>();
         const auto name = station.at("name").get<std::string>();
         candidates.push_back({address, name});
@@ -34,7 +37,7 @@ Candidates stations()
 Candidates devices()
 {
     Candidates candidates;
-    for (const Json &device : ask("usb.list", "devices")) {
+    for (const tools::Json &device : ask("usb.list", "devices")) {
         const std::string meaning = device.at("station").get<std::string>() + ", " + device.at("text7").get<std::string>();
         candidates.push_back({device.at("ident2").get<std::string>(), meaning});
         candidates.push_back({device.at("ident3").get<std::string>(), meaning});
@@ -45,8 +48,8 @@ Candidates devices()
 Candidates sessions()
 {
     Candidates candidates;
-    for (const Json &session : ask("remote.list", "sessions")) {
-        const Json &agent = session.at("agent");
+    for (const tools::Json &session : ask("remote.list", "sessions")) {
+        const tools::Json &agent = session.at("agent");
         candidates.push_back(
             {session.at("session").dump(), agent.is_null() ? "no agent" : "agent at " + agent.get<std::string>()});
     }

@@ -81,7 +81,7 @@ struct RemoteArguments {
     std::string script;
 };
 
-std::string stateOf(const Json &session)
+std::string stateOf(const tools::Json &session)
 {
     if (session.at("away").get<bool>()) {
         return "closed for a time";
@@ -89,12 +89,12 @@ std::string stateOf(const Json &session)
     return session.at("agent").is_null() ? "no agent" : "agent at " + session.at("agent").get<std::string>();
 }
 
-void printSessions(const Json &reply)
+void printSessions(const tools::Json &reply)
 {
     if (reply["sessions"].empty()) {
         std::cout << "no sessions are served; start the simulator with --remote\n";
     }
-    for (const Json &session : reply["sessions"]) {
+    for (const tools::Json &session : reply["sessions"]) {
         std::cout << "session " << session.at("session") << ", " << session.at("address").get<std::string>() << ':'
                   << session.at("port") << ", " << stateOf(session) << '\n';
     }
@@ -102,26 +102,26 @@ void printSessions(const Json &reply)
 
 void ask(const ControlCommands &commands, const RemoteArguments &options)
 {
-    Json request{{"do", "remote.ask"},
-                 {"session", options.session},
-                 {"request", options.request},
-                 {"untagged", options.untagged},
-                 {"patience_ms", options.timeout * 1000}};
+    tools::Json request{{"do", "remote.ask"},
+                        {"session", options.session},
+                        {"request", options.request},
+                        {"untagged", options.untagged},
+                        {"patience_ms", options.timeout * 1000}};
     if (options.tag) {
         request["tag"] = *options.tag;
     }
     // The simulator tells when time is up.
     commands.ask(
-        request, [](const Json &reply) { std::cout << reply.at("reply").get<std::string>() << '\n'; },
-        std::chrono::seconds(options.timeout) + *kUsualPatience);
+        request, [](const tools::Json &reply) { std::cout << reply.at("reply").get<std::string>() << '\n'; },
+        std::chrono::seconds(options.timeout) + *tools::kUsualPatience);
 }
 
-void printRecords(const Json &page, bool json)
+void printRecords(const tools::Json &page, bool json)
 {
     if (const auto lost = page.at("lost").get<uint64_t>(); lost > 0) {
         std::cerr << "kvosim: " << lost << " earlier records are not kept any more\n";
     }
-    for (const Json &record : page.at("records")) {
+    for (const tools::Json &record : page.at("records")) {
         if (json) {
             std::cout << record.dump() << '\n';
             continue;
@@ -137,12 +137,12 @@ void printRecords(const Json &page, bool json)
 
 void printLog(const ControlCommands &commands, const RemoteArguments &options)
 {
-    Json request{{"do", "remote.log"}, {"after", 0}, {"wait_ms", 0}};
+    tools::Json request{{"do", "remote.log"}, {"after", 0}, {"wait_ms", 0}};
     if (options.logSession) {
         request["session"] = *options.logSession;
     }
     for (;;) {
-        const Json page = askSimulator(request, kControlSocket, kFollowWait + *kUsualPatience);
+        const tools::Json page = tools::askSimulator(request, tools::kControlSocket, kFollowWait + *tools::kUsualPatience);
         printRecords(page, commands.json());
         const bool atEnd = page.at("next") == request["after"];
         if (atEnd && !options.follow) {
@@ -158,13 +158,14 @@ void printLog(const ControlCommands &commands, const RemoteArguments &options)
 void runScript(const ControlCommands &commands, const std::string &file)
 {
     const auto steps = loadScript(file);
-    const ScriptResult result = runScript(
-        steps, file, [](const Json &request) { return askSimulator(request, kControlSocket, kFollowWait + *kUsualPatience); });
+    const ScriptResult result = runScript(steps, file, [](const tools::Json &request) {
+        return tools::askSimulator(request, tools::kControlSocket, kFollowWait + *tools::kUsualPatience);
+    });
     if (commands.json()) {
-        std::cout << Json{{"steps", result.steps},
-                          {"replies", result.replies},
-                          {"indications", result.indications},
-                          {"unread", result.unread}}
+        std::cout << tools::Json{{"steps", result.steps},
+                                 {"replies", result.replies},
+                                 {"indications", result.indications},
+                                 {"unread", result.unread}}
                   << '\n';
         return;
     }
@@ -197,11 +198,11 @@ void addAsk(ControlCommands &commands, CLI::App &remote, const std::shared_ptr<R
 
 void closeSession(const ControlCommands &commands, const RemoteArguments &options)
 {
-    Json request{{"do", "remote.close"}, {"session", options.session}, {"reset", options.reset}};
+    tools::Json request{{"do", "remote.close"}, {"session", options.session}, {"reset", options.reset}};
     if (options.away) {
         request["away_ms"] = *options.away * 1000;
     }
-    commands.ask(request, [](const Json & /*reply*/) { std::cout << "closed\n"; });
+    commands.ask(request, [](const tools::Json & /*reply*/) { std::cout << "closed\n"; });
 }
 
 void addClose(ControlCommands &commands, CLI::App &remote, const std::shared_ptr<RemoteArguments> &options)

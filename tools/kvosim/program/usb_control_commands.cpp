@@ -50,11 +50,11 @@ struct UsbOptions {
 };
 
 // An event may have to wait for those before it, each of which may take seconds.
-constexpr Patience kUntilItEnds = std::nullopt;
+constexpr tools::Patience kUntilItEnds = std::nullopt;
 
-std::string textOf(const Json &reply, const char *key) { return reply.at(key).get<std::string>(); }
+std::string textOf(const tools::Json &reply, const char *key) { return reply.at(key).get<std::string>(); }
 
-std::string happened(const Json &reply)
+std::string happened(const tools::Json &reply)
 {
     std::string event = textOf(reply, "event");
     if (event == "plugged") {
@@ -80,25 +80,25 @@ std::string spread(const std::string &delivery)
     return "the event was not delivered: " + delivery;
 }
 
-void printNews(const Json &reply)
+void printNews(const tools::Json &reply)
 {
     std::cout << textOf(reply, "station") << ": \"" << textOf(reply, "ident2") << '*' << textOf(reply, "ident3") << "\" "
               << happened(reply) << "; " << spread(textOf(reply, "delivery")) << '\n';
 }
 
-void printDevices(const Json &reply)
+void printDevices(const tools::Json &reply)
 {
     if (reply["devices"].empty()) {
         std::cout << "no USB devices\n";
     }
-    for (const Json &device : reply["devices"]) {
+    for (const tools::Json &device : reply["devices"]) {
         std::cout << textOf(device, "station") << ": \"" << textOf(device, "ident2") << '*' << textOf(device, "ident3")
                   << "\" state " << device.at("state") << ", " << textOf(device, "text4") << ", " << textOf(device, "text6")
                   << ", " << textOf(device, "text7") << '\n';
     }
 }
 
-void printStorm(const Json &reply)
+void printStorm(const tools::Json &reply)
 {
     std::printf("sent %u, delivered %u, failed %u, %.3f s, %.1f events a second\n", reply["sent"].get<unsigned>(),
                 reply["delivered"].get<unsigned>(), reply["failed"].get<unsigned>(), reply["seconds"].get<double>(),
@@ -138,9 +138,9 @@ void addFields(CLI::App &command, UsbOptions &options)
     }
 }
 
-Json fieldsOf(const UsbOptions &options)
+tools::Json fieldsOf(const UsbOptions &options)
 {
-    Json device = Json::object();
+    tools::Json device = tools::Json::object();
     for (const auto &[key, text] : options.texts) {
         device[key] = text;
     }
@@ -197,7 +197,7 @@ void addChanges(ControlCommands &commands, CLI::App &usb, const std::shared_ptr<
 void addList(ControlCommands &commands, CLI::App &usb, const std::shared_ptr<UsbOptions> &options)
 {
     CLI::App *list = commands.add(usb, "list", "List the devices that are plugged in", [&commands, options] {
-        Json request{{"do", "usb.list"}};
+        tools::Json request{{"do", "usb.list"}};
         if (!options->station.empty()) {
             request["station"] = options->station;
         }
@@ -209,7 +209,7 @@ void addList(ControlCommands &commands, CLI::App &usb, const std::shared_ptr<Usb
 void addStorm(ControlCommands &commands, CLI::App &usb, const std::shared_ptr<UsbOptions> &options)
 {
     CLI::App *storm = commands.add(usb, "storm", "Send many events", [&commands, options] {
-        Json request{{"do", "usb.storm"}, {"count", options->count}, {"rate", options->rate}};
+        tools::Json request{{"do", "usb.storm"}, {"count", options->count}, {"rate", options->rate}};
         if (!options->station.empty()) {
             request["station"] = options->station;
         }

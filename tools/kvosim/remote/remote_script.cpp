@@ -29,7 +29,7 @@ void checkUtf8(std::string_view request)
     try {
         static_cast<void>(nlohmann::json(request).dump());
     } catch (const nlohmann::json::type_error &) {
-        throw Refused("the request is no UTF-8; send other bytes by \"raw\"");
+        throw tools::Refused("the request is no UTF-8; send other bytes by \"raw\"");
     }
 }
 
@@ -49,7 +49,7 @@ std::string unescaped(std::string_view text)
             escape.starts_with('x') && escape.size() > 2 ? number<uint8_t>(escape.substr(1, 2), 16) : std::nullopt;
         const std::size_t name = escape.empty() ? std::string_view::npos : kNames.find(escape[0]);
         if (!byte && name == std::string_view::npos) {
-            throw Refused("\"" + std::string(text.substr(i, 2)) + R"(" is no escape; write \r \n \t \0 \\ or \x1F)");
+            throw tools::Refused("\"" + std::string(text.substr(i, 2)) + R"(" is no escape; write \r \n \t \0 \\ or \x1F)");
         }
         bytes += byte ? static_cast<char>(*byte) : kBytes[name];
         i += byte ? 3 : 1;
@@ -106,7 +106,7 @@ private:
         const auto *const found =
             std::find_if(std::begin(kWords), std::end(kWords), [&, name = word](const Word &w) { return w.name == name; });
         if (found == std::end(kWords)) {
-            throw Refused(
+            throw tools::Refused(
                 '"' + std::string(word) +
                 "\" is nothing that a script knows; a line begins with #, session, >, <, <~, !, !~, raw, wait-connected, "
                 "wait-closed, close, reset, away, pause or timeout, and a blank behind it");
@@ -117,7 +117,7 @@ private:
     ScriptStep &add(ScriptStep::Kind kind, std::string text = {})
     {
         if (!session_) {
-            throw Refused("no session yet; write a line such as \"session 3\" before it");
+            throw tools::Refused("no session yet; write a line such as \"session 3\" before it");
         }
         ScriptStep &step = steps_.emplace_back();
         step.kind = kind;
@@ -136,14 +136,14 @@ private:
             step.isPattern = true;
             step.pattern = pattern;
         } catch (const std::regex_error &error) {
-            throw Refused('"' + std::string(text) + "\" is no regular expression: " + error.what());
+            throw tools::Refused('"' + std::string(text) + "\" is no regular expression: " + error.what());
         }
     }
 
     static void nothing(std::string_view rest)
     {
         if (rest.find_first_not_of(kBlanks) != std::string_view::npos) {
-            throw Refused('"' + std::string(rest) + "\" is too much; nothing stands behind this word");
+            throw tools::Refused('"' + std::string(rest) + "\" is too much; nothing stands behind this word");
         }
     }
 
@@ -151,8 +151,8 @@ private:
     {
         const auto value = decimal(rest.substr(0, rest.find_last_not_of(kBlanks) + 1), lowest, highest);
         if (!value) {
-            throw Refused('"' + std::string(rest) + "\" is out of range; write " + std::to_string(lowest) + " to " +
-                          std::to_string(highest));
+            throw tools::Refused('"' + std::string(rest) + "\" is out of range; write " + std::to_string(lowest) + " to " +
+                                 std::to_string(highest));
         }
         return *value;
     }
@@ -168,8 +168,8 @@ private:
     {
         std::string bytes = unescaped(rest);
         if (bytes.size() > kLongestRaw) {
-            throw Refused("these are " + std::to_string(bytes.size()) + " bytes; write at most " + std::to_string(kLongestRaw) +
-                          " on a line");
+            throw tools::Refused("these are " + std::to_string(bytes.size()) + " bytes; write at most " +
+                                 std::to_string(kLongestRaw) + " on a line");
         }
         add(ScriptStep::Kind::raw, std::move(bytes));
     }
@@ -219,8 +219,8 @@ std::vector<ScriptStep> parseScript(std::string_view text, const std::string &fi
     Parser parser;
     try {
         return parser.parse(text);
-    } catch (const Refused &error) {
-        throw Refused(fileName + ':' + std::to_string(parser.line()) + ": " + error.what());
+    } catch (const tools::Refused &error) {
+        throw tools::Refused(fileName + ':' + std::to_string(parser.line()) + ": " + error.what());
     }
 }
 
@@ -229,7 +229,7 @@ std::vector<ScriptStep> loadScript(const std::string &fileName)
     std::ifstream in(fileName, std::ios::binary);
     std::ostringstream text;
     if (std::filesystem::is_directory(fileName) || !in || (in.peek() != EOF && !(text << in.rdbuf()))) {
-        throw Refused(fileName + ": can not be read; give the path of a script (docs/remote-side.md)");
+        throw tools::Refused(fileName + ": can not be read; give the path of a script (docs/remote-side.md)");
     }
     return parseScript(text.str(), fileName);
 }

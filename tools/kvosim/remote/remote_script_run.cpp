@@ -47,8 +47,8 @@ class Run {
 public:
     explicit Run(const AskSimulator &ask) : ask_(ask)
     {
-        const Json list = ask_({{"do", "remote.list"}});
-        for (const Json &session : list.at("sessions")) {
+        const tools::Json list = ask_({{"do", "remote.list"}});
+        for (const tools::Json &session : list.at("sessions")) {
             heard_[session.at("session").get<unsigned>()].connected = !session.at("agent").is_null();
         }
         known_ = list.at("last").get<uint64_t>();
@@ -101,8 +101,8 @@ private:
     {
         const auto found = heard_.find(step.session);
         if (found == heard_.end()) {
-            throw CouldNot("session " + std::to_string(step.session) + " is not served; start the simulator with --remote " +
-                           std::to_string(step.session));
+            throw tools::CouldNot("session " + std::to_string(step.session) +
+                                  " is not served; start the simulator with --remote " + std::to_string(step.session));
         }
         return found->second;
     }
@@ -135,15 +135,15 @@ private:
     {
         const auto expected = std::string("expected ") + what + (step.isPattern ? "that matches " : "") + inQuotes(step.text);
         if (!wait(step, [&] { return !lines.empty() || !session.connected; })) {
-            throw CouldNot(expected + ", got none within " + std::to_string(step.time.count() / 1000) + " s");
+            throw tools::CouldNot(expected + ", got none within " + std::to_string(step.time.count() / 1000) + " s");
         }
         if (lines.empty()) {
-            throw CouldNot(expected + ", got the end of the connection (" + session.ending + ')');
+            throw tools::CouldNot(expected + ", got the end of the connection (" + session.ending + ')');
         }
         const std::string line = lines.front();
         lines.pop_front();
         if (!agrees(step, line)) {
-            throw CouldNot(expected + ", got " + inQuotes(line));
+            throw tools::CouldNot(expected + ", got " + inQuotes(line));
         }
     }
 
@@ -159,8 +159,8 @@ private:
     void await(const ScriptStep &step, const char *what, Holds holds)
     {
         if (!wait(step, holds)) {
-            throw CouldNot(std::string(what) + ", got nothing of that within " + std::to_string(step.time.count() / 1000) +
-                           " s");
+            throw tools::CouldNot(std::string(what) + ", got nothing of that within " +
+                                  std::to_string(step.time.count() / 1000) + " s");
         }
     }
 
@@ -187,17 +187,17 @@ private:
 
     void read(std::chrono::milliseconds patience)
     {
-        const Json page = ask_({{"do", "remote.log"}, {"after", known_}, {"wait_ms", patience.count()}});
+        const tools::Json page = ask_({{"do", "remote.log"}, {"after", known_}, {"wait_ms", patience.count()}});
         if (page.at("lost") != 0) {
-            throw CouldNot("the simulator's log has lost " + page.at("lost").dump() + " records that were not read yet");
+            throw tools::CouldNot("the simulator's log has lost " + page.at("lost").dump() + " records that were not read yet");
         }
         known_ = page.at("next").get<uint64_t>();
-        for (const Json &record : page.at("records")) {
+        for (const tools::Json &record : page.at("records")) {
             unheard_.push_back(record);
         }
     }
 
-    void hear(const Json &record)
+    void hear(const tools::Json &record)
     {
         Heard &session = heard_[record.at("session").get<unsigned>()];
         const std::string kind = record.at("kind").get<std::string>();
@@ -216,7 +216,7 @@ private:
     const AskSimulator &ask_;
     std::map<unsigned, Heard> heard_;
     uint64_t known_ = 0;
-    std::deque<Json> unheard_;
+    std::deque<tools::Json> unheard_;
     ScriptResult result_;
 };
 
@@ -228,8 +228,8 @@ ScriptResult runScript(std::span<const ScriptStep> steps, const std::string &fil
     for (const ScriptStep &step : steps) {
         try {
             run.carryOut(step);
-        } catch (const CouldNot &error) {
-            throw CouldNot(fileName + ':' + std::to_string(step.line) + ": " + error.what());
+        } catch (const tools::CouldNot &error) {
+            throw tools::CouldNot(fileName + ':' + std::to_string(step.line) + ": " + error.what());
         }
     }
     return run.finish();

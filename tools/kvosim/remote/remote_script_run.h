@@ -19,7 +19,7 @@ struct ScriptResult {
 };
 
 /// Sends a request to the simulator, as askSimulator does.
-using AskSimulator = std::function<Json(const Json &request)>;
+using AskSimulator = std::function<tools::Json(const tools::Json &request)>;
 
 /// Carries a script out to its end, or throws CouldNot about the first difference, with @p fileName, the line, what was
 /// expected and what has come.

@@ -38,13 +38,13 @@ std::string seconds(std::chrono::milliseconds time)
 void checkRequest(std::string_view request)
 {
     if (request.find_first_of(std::string_view("\r\n\0", 3)) != std::string_view::npos) {
-        throw Refused(
+        throw tools::Refused(
             "the request holds a line end or a zero; give one line without its end, which is added (\"remote run\" can "
             "send any bytes, by \"raw\")");
     }
     if (request.size() > kLongestRequest) {
-        throw Refused("the request has " + std::to_string(request.size()) + " bytes; an agent takes at most " +
-                      std::to_string(kLongestRequest) + " with the tag, and closes the connection on more");
+        throw tools::Refused("the request has " + std::to_string(request.size()) + " bytes; an agent takes at most " +
+                             std::to_string(kLongestRequest) + " with the tag, and closes the connection on more");
     }
 }
 
@@ -57,13 +57,13 @@ RemoteSession::RemoteSession(EventLoop &loop, RemoteLog &log, unsigned number, u
 void RemoteSession::listen()
 {
     listener_ = listenAt("can not serve agents of session " + std::to_string(number_), address_, port());
-    acceptor_ =
-        std::make_unique<Acceptor>(loop_, listener_.get(), [this](Descriptor connection) { connect(std::move(connection)); });
+    acceptor_ = std::make_unique<Acceptor>(loop_, listener_.get(),
+                                           [this](tools::Descriptor connection) { connect(std::move(connection)); });
 }
 
 /// An agent that comes anew is the one that counts: of its earlier connection, a pulled cable may have left the half that is
 /// seen here.
-void RemoteSession::connect(Descriptor connection)
+void RemoteSession::connect(tools::Descriptor connection)
 {
     const std::string peer = peerOf(connection);
     if (stream_) {
@@ -197,8 +197,8 @@ void RemoteSession::sendRaw(std::string_view bytes)
 void RemoteSession::write(std::string_view bytes)
 {
     if (!agent().write(bytes)) {
-        throw CouldNot("the agent of session " + std::to_string(number_) +
-                       " does not read: what was sent to it before still waits, or it is closing");
+        throw tools::CouldNot("the agent of session " + std::to_string(number_) +
+                              " does not read: what was sent to it before still waits, or it is closing");
     }
 }
 
@@ -208,8 +208,8 @@ void RemoteSession::makeRoom()
     while (questions_.size() >= kMostUnanswered) {
         const auto given = std::find_if(questions_.begin(), questions_.end(), [](const Question &q) { return !q.answered; });
         if (given == questions_.end()) {
-            throw CouldNot(std::to_string(kMostUnanswered) + " requests wait for a reply of the agent of session " +
-                           std::to_string(number_) + " already; wait for them");
+            throw tools::CouldNot(std::to_string(kMostUnanswered) + " requests wait for a reply of the agent of session " +
+                                  std::to_string(number_) + " already; wait for them");
         }
         questions_.erase(given);
     }
@@ -228,7 +228,7 @@ void RemoteSession::close(Ending ending)
 void RemoteSession::goAway(Ending ending, std::chrono::milliseconds time)
 {
     acceptor_.reset();
-    listener_ = Descriptor();  // first, so that the agent can not come again at once
+    listener_ = tools::Descriptor();  // first, so that the agent can not come again at once
     if (stream_) {
         close(ending);
     }
@@ -286,8 +286,8 @@ std::string RemoteSession::nextTag()
 Stream &RemoteSession::agent()
 {
     if (!stream_) {
-        throw CouldNot("no agent is connected in session " + std::to_string(number_) + " (port " + std::to_string(port()) +
-                       ")");
+        throw tools::CouldNot("no agent is connected in session " + std::to_string(number_) + " (port " +
+                              std::to_string(port()) + ")");
     }
     return *stream_;
 }

@@ -79,7 +79,7 @@ private:
 
     void listen();
     void comeBack();
-    void connect(Descriptor connection);
+    void connect(tools::Descriptor connection);
     void disconnect(const std::string &reason);
     void receive(std::string_view piece);
     void take(const AgentLine &line);
@@ -97,7 +97,7 @@ private:
     unsigned number_;
     uint32_t address_;
     std::function<void()> waits_;
-    Descriptor listener_;
+    tools::Descriptor listener_;
     std::unique_ptr<Acceptor> acceptor_;
     std::optional<Clock::time_point> away_;  ///< until then nobody can connect
     std::unique_ptr<Stream> stream_;

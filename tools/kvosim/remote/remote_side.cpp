@@ -16,7 +16,7 @@ constexpr std::chrono::milliseconds kLostSessionsInterval{20};
 
 uint32_t addressOf(const std::string &text)
 {
-    const auto address = parseDotted(text);
+    const auto address = tools::parseDotted(text);
     if (!address) {
         throw std::runtime_error('"' + text +
                                  "\" is no IPv4 address to serve agents at; write one such as \"127.0.0.1\", or "
@@ -62,8 +62,8 @@ RemoteSession &RemoteSide::session(unsigned number)
     for (const RemoteSession &session : sessions_) {
         served += (served.empty() ? "" : ",") + std::to_string(session.number());
     }
-    throw CouldNot("session " + std::to_string(number) + " is not served; start the simulator with --remote " +
-                   (served.empty() ? "" : served + ",") + std::to_string(number));
+    throw tools::CouldNot("session " + std::to_string(number) + " is not served; start the simulator with --remote " +
+                          (served.empty() ? "" : served + ",") + std::to_string(number));
 }
 
 void RemoteSide::awaitLog(const LogQuery &query, Read read)

@@ -292,7 +292,7 @@ TEST_F(Doctor, tells_which_platform_library_is_used)
 
 TEST(PlatformLibrary, that_the_loader_does_not_have_is_a_fault)
 {
-    const kvoctl::Finding finding = kvoctl::examineLibrary("libkvo_no_such.so.7");
+    const tools::Finding finding = tools::examineLibrary("libkvo_no_such.so.7");
     EXPECT_EQ(static_cast<int>(finding.fault), 19);
     EXPECT_EQ(finding.words, "The loader has not found libkvo_no_such.so.7.");
     EXPECT_THAT(finding.advice, HasSubstr("LD_LIBRARY_PATH"));

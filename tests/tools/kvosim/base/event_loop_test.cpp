@@ -18,14 +18,14 @@ struct Pipe {
     {
         std::array<int, 2> ends{};
         if (pipe(ends.data()) == 0) {
-            out = kvosim::Descriptor(ends[0]);
-            in = kvosim::Descriptor(ends[1]);
+            out = tools::Descriptor(ends[0]);
+            in = tools::Descriptor(ends[1]);
         }
     }
     void fill() const { EXPECT_EQ(write(in.get(), "x", 1), 1); }
 
-    kvosim::Descriptor out;
-    kvosim::Descriptor in;
+    tools::Descriptor out;
+    tools::Descriptor in;
 };
 
 TEST(EventLoop, RunsActionsInTheOrderOfTheirTimes)

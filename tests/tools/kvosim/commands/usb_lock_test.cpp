@@ -88,7 +88,7 @@ TEST(Endpoint, HasAnAddressAndPerhapsAPort)
 
 void sendTo(const std::string &endpoint, std::string_view datagram)
 {
-    const kvosim::Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const tools::Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     const auto address = *kvosim::parseEndpoint(endpoint);
     ASSERT_EQ(
         sendto(socket.get(), datagram.data(), datagram.size(), 0, reinterpret_cast<const sockaddr *>(&address), sizeof address),
@@ -125,7 +125,7 @@ TEST(UsbLock, AFloodOfDatagramsHoldsNobodyUp)
     std::vector<std::thread> flood;
     for (int sender = 0; sender < 3; ++sender) {
         flood.emplace_back([&] {
-            const kvosim::Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+            const tools::Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
             const std::string datagram(1400, 'x');
             while (!done) {
                 sendto(socket.get(), datagram.data(), datagram.size(), 0, reinterpret_cast<const sockaddr *>(&address),
@@ -187,7 +187,7 @@ bool enterOwnNetwork()
     if (unshare(CLONE_NEWNET) != 0) {
         return false;
     }
-    const kvosim::Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const tools::Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     ifreq request{};
     std::strcpy(request.ifr_name, "lo");
     request.ifr_flags = IFF_UP;

@@ -14,16 +14,16 @@
 
 namespace {
 
-using kvosim::askSimulator;
-using kvosim::Json;
 using kvosim_test::exchange;
 using kvosim_test::RunningService;
 using testing::HasSubstr;
 using testing::ThrowsMessage;
+using tools::askSimulator;
+using tools::Json;
 
-Json askFor(const std::string &station, const Json &settings)
+tools::Json askFor(const std::string &station, const tools::Json &settings)
 {
-    return askSimulator({{"do", "station"}, {"station", station}, {"set", settings}});
+    return tools::askSimulator({{"do", "station"}, {"station", station}, {"set", settings}});
 }
 
 TEST(Control, TellsHowTheSimulatorIs)
@@ -32,8 +32,8 @@ TEST(Control, TellsHowTheSimulatorIs)
     exchange("getVersion\n");
     exchange("lockKVORegData\n");
     exchange("activateMe=0A000005\n");
-    askSimulator({{"do", "fault.add"}, {"kind", "close"}});
-    const Json status = askSimulator({{"do", "status"}});
+    tools::askSimulator({{"do", "fault.add"}, {"kind", "close"}});
+    const tools::Json status = tools::askSimulator({{"do", "status"}});
     EXPECT_EQ(status["process"], getpid());
     EXPECT_GE(status["uptime_ms"], 0);
     EXPECT_EQ(status["stations"], 3);
@@ -47,13 +47,13 @@ TEST(Control, TellsHowTheSimulatorIs)
     EXPECT_EQ(status["event_listeners"], 0);
     EXPECT_EQ(status["remote_sessions"], 0);
     exchange("activateUSBEvents\n");
-    EXPECT_EQ(askSimulator({{"do", "status"}})["usb_events_activated"], true);
+    EXPECT_EQ(tools::askSimulator({{"do", "status"}})["usb_events_activated"], true);
 }
 
 TEST(Control, ShowsEveryKeyOfAStation)
 {
     const RunningService service;
-    const Json station = askSimulator({{"do", "station"}, {"station", "10.0.0.5"}});
+    const tools::Json station = tools::askSimulator({{"do", "station"}, {"station", "10.0.0.5"}});
     EXPECT_EQ(station["address"], "10.0.0.5");
     EXPECT_EQ(station["name"], "Lathe 1");
     EXPECT_EQ(station["ext"].dump(), "[11,12,13,14,15,16,17]");
@@ -61,7 +61,7 @@ TEST(Control, ShowsEveryKeyOfAStation)
     EXPECT_EQ(station["dpi"], "none");
     EXPECT_EQ(station["rebooting"], false);
     EXPECT_EQ(station.size(), kvosim::stationKeys().size() + 4);
-    EXPECT_EQ(askSimulator({{"do", "station"}, {"station", "Fräse"}})["address"], "10.0.0.6");
+    EXPECT_EQ(tools::askSimulator({{"do", "station"}, {"station", "Fräse"}})["address"], "10.0.0.6");
 }
 
 TEST(Control, ChangesWhatClientsSee)
@@ -79,11 +79,11 @@ TEST(Control, ChangesWhatClientsSee)
 TEST(Control, EveryValueThatIsShownCanBeSet)
 {
     const RunningService service;
-    Json station = askSimulator({{"do", "station"}, {"station", "10.0.0.5"}});
+    tools::Json station = tools::askSimulator({{"do", "station"}, {"station", "10.0.0.5"}});
     for (const char *fixed : {"address", "name", "ext", "rebooting"}) {
         station.erase(fixed);
     }
-    const Json again = askFor("10.0.0.5", station);
+    const tools::Json again = askFor("10.0.0.5", station);
     for (const auto &[key, value] : station.items()) {
         EXPECT_EQ(again[key], value) << key;
     }
@@ -96,8 +96,8 @@ TEST(Control, SetsAllValuesOrNone)
         [] {
             askFor("10.0.0.5", {{"mcp_address", 9}, {"attr1", 9}, {"backlight", 2}});
         },
-        ThrowsMessage<kvosim::Refused>("backlight: 2 is out of range; write 0 to 1"));
-    const Json station = askSimulator({{"do", "station"}, {"station", "10.0.0.5"}});
+        ThrowsMessage<tools::Refused>("backlight: 2 is out of range; write 0 to 1"));
+    const tools::Json station = tools::askSimulator({{"do", "station"}, {"station", "10.0.0.5"}});
     EXPECT_EQ(station["mcp_address"], 0);
     EXPECT_EQ(station["attr1"], 1);
 }
@@ -112,9 +112,9 @@ class ControlRefuses : public testing::TestWithParam<Refusal> {};
 TEST_P(ControlRefuses, AndSaysWhy)
 {
     const RunningService service;
-    const Json reply = Json::parse(exchange(GetParam().request + '\n', kvosim::kControlSocket));
+    const tools::Json reply = tools::Json::parse(exchange(GetParam().request + '\n', tools::kControlSocket));
     EXPECT_THAT(reply.at("error").get<std::string>(), HasSubstr(GetParam().error));
-    EXPECT_EQ(askSimulator({{"do", "fault.list"}}).dump(), "{\"faults\":[]}");
+    EXPECT_EQ(tools::askSimulator({{"do", "fault.list"}}).dump(), "{\"faults\":[]}");
 }
 
 const std::string kSetOf5 = R"({"do": "station", "station": "10.0.0.5", "set": )";
@@ -146,29 +146,29 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(Control, AddsListsAndClearsFaults)
 {
     const RunningService service;
-    askSimulator({{"do", "fault.add"}, {"kind", "failed"}, {"command", "getVersion"}, {"after", 1}, {"times", 1}});
-    askSimulator({{"do", "fault.add"}, {"kind", "delay"}, {"command", "reboot"}});
+    tools::askSimulator({{"do", "fault.add"}, {"kind", "failed"}, {"command", "getVersion"}, {"after", 1}, {"times", 1}});
+    tools::askSimulator({{"do", "fault.add"}, {"kind", "delay"}, {"command", "reboot"}});
     EXPECT_EQ(exchange("getVersion\n"), "V09.08\n");
     EXPECT_EQ(exchange("getVersion\n"), "failed\n");
     EXPECT_EQ(exchange("getVersion\n"), "V09.08\n");
-    EXPECT_EQ(askSimulator({{"do", "fault.list"}}).dump(),
+    EXPECT_EQ(tools::askSimulator({{"do", "fault.list"}}).dump(),
               R"({"faults":[{"command":"getVersion","kind":"failed","after":1,"times":1,"struck":1},)"
               R"({"command":"reboot","kind":"delay","after":0,"times":0,"struck":0,"delay_ms":1000}]})");
-    EXPECT_EQ(askSimulator({{"do", "fault.clear"}}).dump(), R"({"faults":[]})");
+    EXPECT_EQ(tools::askSimulator({{"do", "fault.clear"}}).dump(), R"({"faults":[]})");
 }
 
 TEST(Control, FaultsDoNotReachIt)
 {
     const RunningService service;
-    askSimulator({{"do", "fault.add"}, {"kind", "silent"}});
-    EXPECT_EQ(askSimulator({{"do", "status"}})["faults"], 1);
+    tools::askSimulator({{"do", "fault.add"}, {"kind", "silent"}});
+    EXPECT_EQ(tools::askSimulator({{"do", "status"}})["faults"], 1);
 }
 
 TEST(Control, IsThisUsersAlone)
 {
     const RunningService service;
     struct stat status {};
-    ASSERT_EQ(stat(kvosim::kControlSocket, &status), 0);
+    ASSERT_EQ(stat(tools::kControlSocket, &status), 0);
     EXPECT_EQ(status.st_mode & 07777U, 0600U);
     ASSERT_EQ(stat(kvosim_test::kCommandSocket, &status), 0);
     EXPECT_NE(status.st_mode & 0200U, 0U);
@@ -190,7 +190,7 @@ TEST(Control, TheServicesOwnSocketsAreOpenedAsWideAsTheyAreTold)
         umask(before);
         EXPECT_EQ(modeOf(kvosim_test::kCommandSocket), mode);
         EXPECT_EQ(modeOf("/tmp/kvo_hws/event_sock"), mode);
-        EXPECT_EQ(modeOf(kvosim::kControlSocket), mode_t{0600});
+        EXPECT_EQ(modeOf(tools::kControlSocket), mode_t{0600});
     }
 }
 
@@ -202,7 +202,7 @@ TEST(Control, WithoutBeingToldTheyAreForThisUserAlone)
         umask(before);
         EXPECT_EQ(modeOf(kvosim_test::kCommandSocket), mode_t{0600});
         EXPECT_EQ(modeOf("/tmp/kvo_hws/event_sock"), mode_t{0600});
-        EXPECT_EQ(modeOf(kvosim::kControlSocket), mode_t{0600});
+        EXPECT_EQ(modeOf(tools::kControlSocket), mode_t{0600});
     }
 }
 
@@ -211,17 +211,17 @@ TEST(Control, GoesWithTheService)
     RunningService service;
     exchange("killDaemon\n");
     service.join();
-    EXPECT_FALSE(std::filesystem::exists(kvosim::kControlSocket));
-    EXPECT_THROW(askSimulator({{"do", "status"}}), kvosim::NoSimulator);
+    EXPECT_FALSE(std::filesystem::exists(tools::kControlSocket));
+    EXPECT_THROW(tools::askSimulator({{"do", "status"}}), tools::NoSimulator);
 }
 
 TEST(Control, NobodyAtTheSocketIsNoSimulator)
 {
-    EXPECT_THROW(askSimulator({{"do", "status"}}), kvosim::NoSimulator);
+    EXPECT_THROW(tools::askSimulator({{"do", "status"}}), tools::NoSimulator);
     const kvosim_test::TemporaryDirectory directory;
     const std::string path = directory / "stale";
     {
-        const kvosim::Descriptor socket(::socket(AF_UNIX, SOCK_STREAM, 0));
+        const tools::Descriptor socket(::socket(AF_UNIX, SOCK_STREAM, 0));
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         path.copy(address.sun_path, sizeof address.sun_path - 1);
@@ -229,16 +229,16 @@ TEST(Control, NobodyAtTheSocketIsNoSimulator)
     }
     EXPECT_THAT(
         [&] {
-            askSimulator({{"do", "status"}}, path);
+            tools::askSimulator({{"do", "status"}}, path);
         },
-        ThrowsMessage<kvosim::NoSimulator>(HasSubstr("nobody listens at " + path)));
+        ThrowsMessage<tools::NoSimulator>(HasSubstr("nobody listens at " + path)));
 }
 
 TEST(Control, NamesThatAreNoUtf8AreTold)
 {
     const RunningService service;
     exchange("setStatusline=0A000005,1,2,\xFF\n");
-    EXPECT_EQ(askSimulator({{"do", "station"}, {"station", "10.0.0.5"}})["status_line"], "\uFFFD");
+    EXPECT_EQ(tools::askSimulator({{"do", "station"}, {"station", "10.0.0.5"}})["status_line"], "\uFFFD");
 }
 
 }  // namespace

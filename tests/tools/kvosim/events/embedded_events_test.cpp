@@ -19,27 +19,27 @@ using namespace std::chrono_literals;
 
 namespace {
 
-using kvosim::askSimulator;
-using kvosim::Json;
-using kvosim::Refused;
 using kvosim_test::Client;
 using kvosim_test::RunningService;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::ThrowsMessage;
+using tools::askSimulator;
+using tools::Json;
+using tools::Refused;
 
 constexpr const char *kEventSocket = "/tmp/kvo_hws/event_sock";
 
 std::size_t publish(const std::string &text, bool asIs = false)
 {
-    return askSimulator({{"do", "event"}, {"text", text}, {"as_is", asIs}})["listeners"].get<std::size_t>();
+    return tools::askSimulator({{"do", "event"}, {"text", text}, {"as_is", asIs}})["listeners"].get<std::size_t>();
 }
 
 /// Waits until so many listen.
 bool listenersBecome(std::size_t count)
 {
     for (int i = 0; i < 500; ++i) {
-        if (askSimulator({{"do", "status"}})["event_listeners"] == count) {
+        if (tools::askSimulator({{"do", "status"}})["event_listeners"] == count) {
             return true;
         }
         std::this_thread::sleep_for(10ms);
@@ -160,9 +160,9 @@ TEST_P(EventText, IsJudged)
         EXPECT_EQ(publish(row.text), 0U);
         return;
     }
-    EXPECT_THAT(sending(false), ThrowsMessage<Refused>(HasSubstr(row.mistake)));
+    EXPECT_THAT(sending(false), ThrowsMessage<tools::Refused>(HasSubstr(row.mistake)));
     if (row.never) {
-        EXPECT_THAT(sending(true), ThrowsMessage<Refused>(HasSubstr(row.mistake)));
+        EXPECT_THAT(sending(true), ThrowsMessage<tools::Refused>(HasSubstr(row.mistake)));
     } else {
         EXPECT_EQ(publish(row.text, true), 0U);
     }

@@ -17,9 +17,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-using kvosim::askSimulator;
 using kvosim::Clock;
-using kvosim::Json;
 using kvosim_test::Client;
 using kvosim_test::exchange;
 using kvosim_test::kSmallPlant;
@@ -32,24 +30,26 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
 using testing::ThrowsMessage;
+using tools::askSimulator;
+using tools::Json;
 
 constexpr auto kAnswerTime = 4s;  // for so long an event waits for its receiver's answer
 
-Json ask(const std::string &action, const std::string &station, const Json &more = Json::object())
+tools::Json ask(const std::string &action, const std::string &station, const tools::Json &more = tools::Json::object())
 {
-    Json request{{"do", "usb." + action}, {"station", station}};
+    tools::Json request{{"do", "usb." + action}, {"station", station}};
     request.update(more);
-    return askSimulator(request, kvosim::kControlSocket, 60s);
+    return tools::askSimulator(request, tools::kControlSocket, 60s);
 }
 
-Json plug(const std::string &station, const Json &device = Json::object())
+tools::Json plug(const std::string &station, const tools::Json &device = tools::Json::object())
 {
     return ask("plug", station, {{"device", device}});
 }
 
 void activate() { EXPECT_EQ(exchange("activateUSBEvents\n"), "ok\n"); }
 
-std::size_t pluggedIn() { return askSimulator({{"do", "status"}})["usb_devices"].get<std::size_t>(); }
+std::size_t pluggedIn() { return tools::askSimulator({{"do", "status"}})["usb_devices"].get<std::size_t>(); }
 
 // ---- What is sent ----
 
@@ -58,20 +58,20 @@ TEST(UsbEvents, AreDeliveredByteByByte)
     const RunningService service;
     const ScriptedService receiver({replies("ok")}, kUsbSocket);
     activate();
-    const Json fields{{"ident2", "Portal mill"},
-                      {"ident3", "1-1.4"},
-                      {"text4", ""},
-                      {"no_text5", 1},
-                      {"text6", "Fräse"},
-                      {"text7", "x"},
-                      {"number1", 1},
-                      {"number2", "0xABCDEF"},
-                      {"id1", 2},
-                      {"id2", 3},
-                      {"bytes", "0102ff"},
-                      {"report", 1},
-                      {"text8", "too much"},
-                      {"number3", 0x1234}};
+    const tools::Json fields{{"ident2", "Portal mill"},
+                             {"ident3", "1-1.4"},
+                             {"text4", ""},
+                             {"no_text5", 1},
+                             {"text6", "Fräse"},
+                             {"text7", "x"},
+                             {"number1", 1},
+                             {"number2", "0xABCDEF"},
+                             {"id1", 2},
+                             {"id2", 3},
+                             {"bytes", "0102ff"},
+                             {"report", 1},
+                             {"text8", "too much"},
+                             {"number3", 0x1234}};
     EXPECT_EQ(plug("10.0.0.5", fields)["delivery"], "delivered");
     EXPECT_EQ(ask("state", "Lathe 1", {{"device", "1-1.4"}, {"state", 16}})["delivery"], "delivered");
     EXPECT_EQ(ask("refuse", "192.168.0.7", {{"device", fields}})["delivery"], "delivered");
@@ -143,8 +143,8 @@ TEST(UsbEvents, OfALockedStationAreRefusals)
     const RunningService service;
     const ScriptedService receiver({replies("ok")}, kUsbSocket);
     activate();
-    askSimulator({{"do", "station"}, {"station", "10.0.0.6"}, {"set", {{"usb_lock", "1:0"}}}});
-    const Json reply = plug("10.0.0.6");
+    tools::askSimulator({{"do", "station"}, {"station", "10.0.0.6"}, {"set", {{"usb_lock", "1:0"}}}});
+    const tools::Json reply = plug("10.0.0.6");
     EXPECT_EQ(reply["event"], "refused");
     EXPECT_EQ(reply["usb_lock"], "1:0");
     EXPECT_EQ(reply["delivery"], "delivered");
@@ -161,7 +161,7 @@ TEST(UsbEvents, AreListedWithAllFields)
     const RunningService service;
     plug("10.0.0.6", {{"text4", "a"}, {"bytes", "01"}});
     plug("10.0.0.5", {{"report", 1}, {"state", 3}});
-    const Json all = askSimulator({{"do", "usb.list"}})["devices"];
+    const tools::Json all = tools::askSimulator({{"do", "usb.list"}})["devices"];
     ASSERT_EQ(all.size(), 2U);
     EXPECT_EQ(
         all[0].dump(),
@@ -169,7 +169,7 @@ TEST(UsbEvents, AreListedWithAllFields)
         R"("text5":"1.00","no_text5":0,"text6":"kvosim","text7":"Memory stick","text8":"refused","number1":0,"number2":0,)"
         R"("number3":0,"id1":0,"id2":0,"state":3,"bytes":")" +
             std::string(128, '0') + R"(","report":1})");
-    const Json one = askSimulator({{"do", "usb.list"}, {"station", "Fräse"}})["devices"];
+    const tools::Json one = tools::askSimulator({{"do", "usb.list"}, {"station", "Fräse"}})["devices"];
     ASSERT_EQ(one.size(), 1U);
     EXPECT_EQ(one[0]["text4"], "a");
 }
@@ -193,10 +193,10 @@ name = "A"
 )toml");
     const ScriptedService receiver({replies("ok")}, kUsbSocket);
     activate();
-    const Json before = askSimulator({{"do", "usb.list"}});
-    const Json reply = Json::parse(exchange(GetParam().request + '\n', kvosim::kControlSocket));
+    const tools::Json before = tools::askSimulator({{"do", "usb.list"}});
+    const tools::Json reply = tools::Json::parse(exchange(GetParam().request + '\n', tools::kControlSocket));
     EXPECT_THAT(reply.at("error").get<std::string>(), HasSubstr(GetParam().error));
-    EXPECT_EQ(askSimulator({{"do", "usb.list"}}), before);
+    EXPECT_EQ(tools::askSimulator({{"do", "usb.list"}}), before);
     EXPECT_THAT(receiver.requests(), IsEmpty());
 }
 
@@ -269,7 +269,7 @@ TEST(UsbEvents, HoldNobodyUpWhileTheReceiverIsSilent)
     const ScriptedService receiver({support::staysSilent(6s)}, kUsbSocket);
     activate();
     const auto began = Clock::now();
-    const Client waiting(kvosim::kControlSocket);
+    const Client waiting(tools::kControlSocket);
     waiting.send(R"({"do": "usb.plug", "station": "10.0.0.5"})"
                  "\n");
     ASSERT_TRUE(support::eventually([&] { return receiver.requests().size() == 1; }));
@@ -287,18 +287,18 @@ TEST(UsbEvents, AreRefusedWhenTooManyWait)
     activate();
     std::vector<Client> waiting;
     for (std::size_t i = 0; i < kvosim::Deliveries::kMost; ++i) {
-        waiting.emplace_back(kvosim::kControlSocket);
+        waiting.emplace_back(tools::kControlSocket);
         waiting.back().send(R"({"do": "usb.plug", "station": "10.0.0.5"})"
                             "\n");
     }
     ASSERT_TRUE(support::eventually([] { return pluggedIn() == kvosim::Deliveries::kMost; }));
-    EXPECT_THAT([] { plug("10.0.0.6"); }, ThrowsMessage<kvosim::Refused>(StartsWith("as many as 32 USB events wait")));
+    EXPECT_THAT([] { plug("10.0.0.6"); }, ThrowsMessage<tools::Refused>(StartsWith("as many as 32 USB events wait")));
     EXPECT_EQ(pluggedIn(), kvosim::Deliveries::kMost) << "what is refused was not plugged in";
     EXPECT_THAT(
         [] {
-            askSimulator({{"do", "usb.storm"}, {"count", 1}});
+            tools::askSimulator({{"do", "usb.storm"}, {"count", 1}});
         },
-        ThrowsMessage<kvosim::Refused>(StartsWith("as many as 32")));
+        ThrowsMessage<tools::Refused>(StartsWith("as many as 32")));
     EXPECT_EQ(exchange("deactivateUSBEvents\n"), "ok\n");
     EXPECT_EQ(plug("10.0.0.6")["delivery"], "not activated") << "what is told nobody needs no room";
 }
@@ -310,7 +310,7 @@ TEST(UsbEvents, EndWithTheServiceWhileTheReceiverIsSilent)
     activate();
     std::vector<Client> waiting;
     for (int i = 0; i < 2; ++i) {
-        waiting.emplace_back(kvosim::kControlSocket);
+        waiting.emplace_back(tools::kControlSocket);
         waiting.back().send(R"({"do": "usb.plug", "station": "10.0.0.5"})"
                             "\n");
     }
@@ -331,7 +331,7 @@ TEST(UsbEvents, ThatWaitAreNotSentAfterADeactivation)
     activate();
     std::vector<Client> waiting;
     for (int i = 0; i < 3; ++i) {
-        waiting.emplace_back(kvosim::kControlSocket);
+        waiting.emplace_back(tools::kControlSocket);
         waiting.back().send(R"({"do": "usb.plug", "station": "10.0.0.5"})"
                             "\n");
     }
@@ -355,7 +355,7 @@ TEST(UsbEvents, GoOnWhenTheOneWhoAskedHasGone)
                                    kUsbSocket);
     activate();
     {
-        const Client gone(kvosim::kControlSocket);
+        const Client gone(tools::kControlSocket);
         gone.send(R"({"do": "usb.plug", "station": "10.0.0.5"})"
                   "\n");
         ASSERT_TRUE(support::eventually([&] { return receiver.requests().size() == 1; }));
@@ -370,11 +370,11 @@ TEST(UsbEvents, CommandsFailOnPurposeLikeAllOthers)
 {
     const RunningService service;
     for (const char *command : {"activateUSBEvents", "deactivateUSBEvents", "isUSBEventsActivated"}) {
-        askSimulator({{"do", "fault.add"}, {"kind", "failed"}, {"command", command}, {"times", 1}});
+        tools::askSimulator({{"do", "fault.add"}, {"kind", "failed"}, {"command", command}, {"times", 1}});
         EXPECT_EQ(exchange(std::string(command) + '\n'), "failed\n");
     }
     EXPECT_EQ(exchange("isUSBEventsActivated\n"), "no\n") << "what fails is not carried out";
-    askSimulator({{"do", "fault.add"}, {"kind", "close"}, {"command", "activateUSBEvents"}, {"times", 1}});
+    tools::askSimulator({{"do", "fault.add"}, {"kind", "close"}, {"command", "activateUSBEvents"}, {"times", 1}});
     EXPECT_EQ(exchange("activateUSBEvents\n"), "");
     EXPECT_EQ(exchange("isUSBEventsActivated\n"), "yes\n");
 }
@@ -382,7 +382,7 @@ TEST(UsbEvents, CommandsFailOnPurposeLikeAllOthers)
 TEST(UsbEvents, FaultMakesAnActivationFail)
 {
     const RunningService service;
-    askSimulator({{"do", "fault.add"}, {"kind", "failed"}, {"command", "activateUSBEvents"}});
+    tools::askSimulator({{"do", "fault.add"}, {"kind", "failed"}, {"command", "activateUSBEvents"}});
     const support::EventRecorder recorder;
     EXPECT_EQ(support::onOwnThread([] { return KVO_HWS_activateUSBEventsV2(support::EventRecorder::newer); }), 1);
     ASSERT_TRUE(recorder.waitFor(2));

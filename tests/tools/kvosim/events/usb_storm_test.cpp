@@ -12,9 +12,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-using kvosim::askSimulator;
 using kvosim::Clock;
-using kvosim::Json;
 using kvosim_test::Client;
 using kvosim_test::exchange;
 using kvosim_test::RunningService;
@@ -25,24 +23,26 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::StartsWith;
 using testing::ThrowsMessage;
+using tools::askSimulator;
+using tools::Json;
 
-Json storm(const Json &order)
+tools::Json storm(const tools::Json &order)
 {
-    Json request{{"do", "usb.storm"}};
+    tools::Json request{{"do", "usb.storm"}};
     request.update(order);
-    return askSimulator(request, kvosim::kControlSocket, 60s);
+    return tools::askSimulator(request, tools::kControlSocket, 60s);
 }
 
 void activate() { EXPECT_EQ(exchange("activateUSBEvents\n"), "ok\n"); }
 
-std::size_t pluggedIn() { return askSimulator({{"do", "status"}})["usb_devices"].get<std::size_t>(); }
+std::size_t pluggedIn() { return tools::askSimulator({{"do", "status"}})["usb_devices"].get<std::size_t>(); }
 
 TEST(UsbStorm, PlugsInAndRemovesAtAllStationsInTurn)
 {
     const RunningService service;
     const ScriptedService receiver({replies("ok")}, kUsbSocket);
     activate();
-    const Json sums = storm({{"count", 8}});
+    const tools::Json sums = storm({{"count", 8}});
     EXPECT_EQ(sums["sent"], 8);
     EXPECT_EQ(sums["delivered"], 8);
     EXPECT_EQ(sums["failed"], 0);
@@ -78,7 +78,7 @@ TEST(UsbStorm, KeepsItsRate)
     const ScriptedService receiver({replies("ok")}, kUsbSocket);
     activate();
     const auto began = Clock::now();
-    const Json sums = storm({{"count", 11}, {"rate", 20}});
+    const tools::Json sums = storm({{"count", 11}, {"rate", 20}});
     EXPECT_GE(Clock::now() - began, 500ms) << "ten intervals of 50 ms";
     EXPECT_EQ(sums["delivered"], 11);
     EXPECT_LE(sums["events_per_second"].get<double>(), 22.0);
@@ -89,13 +89,13 @@ TEST(UsbStorm, LetsOthersThrough)
     const RunningService service;
     const ScriptedService receiver({replies("ok")}, kUsbSocket);
     activate();
-    const Client client(kvosim::kControlSocket);
+    const Client client(tools::kControlSocket);
     client.send(R"({"do": "usb.storm", "count": 4000})"
                 "\n");
     ASSERT_TRUE(support::eventually([&] { return receiver.requests().size() > 10; }));
     const auto began = Clock::now();
     EXPECT_EQ(exchange("getVersion\n"), "V09.08\n");
-    EXPECT_EQ(askSimulator({{"do", "usb.refuse"}, {"station", "10.0.0.5"}})["delivery"], "delivered");
+    EXPECT_EQ(tools::askSimulator({{"do", "usb.refuse"}, {"station", "10.0.0.5"}})["delivery"], "delivered");
     EXPECT_LT(Clock::now() - began, 1s);
     EXPECT_LT(receiver.requests().size(), 4000U) << "the storm was to be under way";
 }
@@ -104,7 +104,7 @@ TEST(UsbStorm, CountsWhatNobodyTakes)
 {
     const RunningService service;
     activate();
-    const Json sums = storm({{"count", 3}});
+    const tools::Json sums = storm({{"count", 3}});
     EXPECT_EQ(sums["sent"], 3);
     EXPECT_EQ(sums["delivered"], 0);
     EXPECT_EQ(sums["failed"], 3);
@@ -114,12 +114,12 @@ TEST(UsbStorm, NeedsActivatedEventsAndStations)
 {
     {
         const RunningService service;
-        EXPECT_THAT([] { storm({{"count", 3}}); }, ThrowsMessage<kvosim::Refused>(StartsWith("USB events are not activated")));
+        EXPECT_THAT([] { storm({{"count", 3}}); }, ThrowsMessage<tools::Refused>(StartsWith("USB events are not activated")));
         EXPECT_EQ(pluggedIn(), 0U);
     }
     const RunningService empty("");
     activate();
-    EXPECT_THAT([] { storm({{"count", 3}}); }, ThrowsMessage<kvosim::Refused>(HasSubstr("the plant has no station")));
+    EXPECT_THAT([] { storm({{"count", 3}}); }, ThrowsMessage<tools::Refused>(HasSubstr("the plant has no station")));
 }
 
 TEST(UsbStorm, EndsWhenEventsAreDeactivated)
@@ -130,7 +130,7 @@ TEST(UsbStorm, EndsWhenEventsAreDeactivated)
                                     })},
                                    kUsbSocket);
     activate();
-    const Json sums = storm({{"count", 1000}});
+    const tools::Json sums = storm({{"count", 1000}});
     EXPECT_EQ(sums["sent"], 3);
     EXPECT_EQ(sums["delivered"], 3);
     EXPECT_EQ(sums["end"], "deactivated");
@@ -142,7 +142,7 @@ TEST(UsbStorm, EndsWhenTheOneWhoAskedHasGone)
     const ScriptedService receiver({replies("ok")}, kUsbSocket);
     activate();
     {
-        const Client gone(kvosim::kControlSocket);
+        const Client gone(tools::kControlSocket);
         gone.send(R"({"do": "usb.storm", "count": 100000, "rate": 200})"
                   "\n");
         ASSERT_TRUE(support::eventually([&] { return receiver.requests().size() >= 5; }));
@@ -158,7 +158,7 @@ TEST(UsbStorm, EndsWithTheService)
     RunningService service;
     const ScriptedService receiver({replies("ok")}, kUsbSocket);
     activate();
-    const Client client(kvosim::kControlSocket);
+    const Client client(tools::kControlSocket);
     client.send(R"({"do": "usb.storm", "count": 100000})"
                 "\n");
     ASSERT_TRUE(support::eventually([&] { return receiver.requests().size() >= 5; }));
@@ -181,7 +181,7 @@ TEST(UsbStorm, CopesWithADeviceThatSomebodyElseRemoves)
     const RunningService service;
     const ScriptedService receiver({support::answersWith([](const std::string &) {
                                         // The storm's own device, under its hands: nobody waits for that event here.
-                                        const Client client(kvosim::kControlSocket);
+                                        const Client client(tools::kControlSocket);
                                         client.send(R"({"do": "usb.unplug", "station": "10.0.0.5", "device": "usb1"})"
                                                     "\n");
                                         std::this_thread::sleep_for(50ms);
@@ -200,7 +200,7 @@ TEST(UsbStorm, EndsAtAStationThatReboots)
     const ScriptedService receiver({replies("ok")}, kUsbSocket);
     activate();
     EXPECT_EQ(exchange("reboot=0A000005\n"), "ok\n");
-    const Json sums = storm({{"count", 2}});
+    const tools::Json sums = storm({{"count", 2}});
     EXPECT_EQ(sums["sent"], 0);
     EXPECT_THAT(sums["end"].get<std::string>(), StartsWith("10.0.0.5 is rebooting"));
 }

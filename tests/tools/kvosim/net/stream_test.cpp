@@ -18,18 +18,18 @@ using namespace std::chrono_literals;
 
 namespace {
 
-using kvosim::Descriptor;
 using kvosim::EventLoop;
 using kvosim::Stream;
+using tools::Descriptor;
 
 // A listening socket stays ready while nobody can be taken.
 TEST(Acceptor, RestsWhileThereAreNoDescriptors)
 {
     const kvosim_test::TemporaryDirectory directory;
-    const kvosim::ListeningSocket listener(directory / "socket");
+    const tools::ListeningSocket listener(directory / "socket");
     EventLoop loop;
     bool taken = false;
-    const kvosim::Acceptor acceptor(loop, listener.get(), [&](const Descriptor &) {
+    const kvosim::Acceptor acceptor(loop, listener.get(), [&](const tools::Descriptor &) {
         taken = true;
         loop.stop();
     });
@@ -57,13 +57,13 @@ protected:
     {
         int ends[2];
         ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends), 0);
-        mine = Descriptor(ends[0]);
-        other = Descriptor(ends[1]);
+        mine = tools::Descriptor(ends[0]);
+        other = tools::Descriptor(ends[1]);
     }
 
     EventLoop loop;
-    Descriptor mine;
-    Descriptor other;
+    tools::Descriptor mine;
+    tools::Descriptor other;
 };
 
 TEST_F(Pair, AStreamWritesWhatItHasRoomForAndNoMore)
@@ -107,7 +107,7 @@ TEST_F(Pair, AStreamMayBeDestroyedByItsReactions)
         };
         stream.emplace(own, std::move(mine), 10, Stream::Reactions{[&](auto) { destroy(); }, [&](const auto &) { destroy(); }});
         if (byClosing) {
-            other = Descriptor();
+            other = tools::Descriptor();
         } else {
             ASSERT_EQ(send(other.get(), "x", 1, 0), 1);
         }

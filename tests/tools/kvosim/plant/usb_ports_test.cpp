@@ -8,12 +8,12 @@
 
 namespace {
 
-using kvosim::Refused;
 using kvosim::UsbDevice;
 using kvosim::UsbEvent;
 using kvosim::UsbNews;
 using testing::HasSubstr;
 using testing::ThrowsMessage;
+using tools::Refused;
 
 constexpr const char *kPlant = R"toml(
 [[station]]
@@ -80,8 +80,9 @@ TEST_F(UsbPorts, DoNotGuessBetweenDevices)
     plug(a, called("x", "1"));
     plug(a, called("x", "2"));
     plug(a, called("y", "1"));
-    EXPECT_THAT([&] { unplug(a, "x"); },
-                ThrowsMessage<Refused>("several devices are called \"x\" at 10.0.0.5; write one of \"x*1\", \"x*2\", \"y*1\""));
+    EXPECT_THAT(
+        [&] { unplug(a, "x"); },
+        ThrowsMessage<tools::Refused>("several devices are called \"x\" at 10.0.0.5; write one of \"x*1\", \"x*2\", \"y*1\""));
     EXPECT_EQ(a.panel.usbDevices.size(), 3U);
     EXPECT_EQ(ident3Of(unplug(a, "x*1").device), "1");
     EXPECT_EQ(ident2Of(unplug(a, "1").device), "y");
@@ -90,18 +91,18 @@ TEST_F(UsbPorts, DoNotGuessBetweenDevices)
 TEST_F(UsbPorts, RefuseWhatIsNotThere)
 {
     EXPECT_THAT([&] { unplug(a, "usb1"); },
-                ThrowsMessage<Refused>("no device \"usb1\" at 10.0.0.5; plugged in there: nothing"));
+                ThrowsMessage<tools::Refused>("no device \"usb1\" at 10.0.0.5; plugged in there: nothing"));
     plugNew(b);
     EXPECT_THAT([&] { changeState(b, "usb9", 1); },
-                ThrowsMessage<Refused>("no device \"usb9\" at 10.0.0.6; plugged in there: \"usb1*1-1.1\""));
-    EXPECT_THROW(unplug(a, "usb1"), Refused) << "it is plugged in elsewhere";
+                ThrowsMessage<tools::Refused>("no device \"usb9\" at 10.0.0.6; plugged in there: \"usb1*1-1.1\""));
+    EXPECT_THROW(unplug(a, "usb1"), tools::Refused) << "it is plugged in elsewhere";
 }
 
 TEST_F(UsbPorts, HoldEachDeviceOnce)
 {
     const UsbDevice device = plugNew(a).device;
     EXPECT_THAT([&] { plug(a, device); },
-                ThrowsMessage<Refused>(HasSubstr("\"usb1*1-1.1\" is plugged in at 10.0.0.5 already")));
+                ThrowsMessage<tools::Refused>(HasSubstr("\"usb1*1-1.1\" is plugged in at 10.0.0.5 already")));
     EXPECT_EQ(a.panel.usbDevices.size(), 1U);
     EXPECT_EQ(plug(b, device).event, UsbEvent::plugged);
 }
@@ -110,7 +111,7 @@ TEST_F(UsbPorts, SeeNothingWhileTheStationReboots)
 {
     plugNew(a);
     a.panel.rebootsUntil = kvosim::Clock::now() + std::chrono::minutes(1);
-    const auto refused = ThrowsMessage<Refused>(HasSubstr("10.0.0.5 is rebooting"));
+    const auto refused = ThrowsMessage<tools::Refused>(HasSubstr("10.0.0.5 is rebooting"));
     EXPECT_THAT([&] { plugNew(a); }, refused);
     EXPECT_THAT([&] { unplug(a, "usb1"); }, refused);
     EXPECT_THAT([&] { changeState(a, "usb1", 1); }, refused);

@@ -10,13 +10,13 @@
 
 namespace {
 
-using kvosim::Json;
 using kvosim_test::Ended;
 using kvosim_test::exchange;
 using kvosim_test::kvosimEnds;
 using kvosim_test::Program;
 using kvosim_test::RunningService;
 using testing::HasSubstr;
+using tools::Json;
 
 struct Row : kvosim_test::NamedRow {
     std::vector<std::string> arguments;
@@ -93,7 +93,7 @@ TEST(Steering, ChangesLastFromOneCallToTheNext)
 {
     const RunningService service;
     EXPECT_EQ(kvosimEnds({"station", "Lathe 1", "--set", "backlight=0", "dpi=0x60"}).status, 0);
-    EXPECT_EQ(Json::parse(kvosimEnds({"station", "Lathe 1", "--json"}).out)["backlight"], 0);
+    EXPECT_EQ(tools::Json::parse(kvosimEnds({"station", "Lathe 1", "--json"}).out)["backlight"], 0);
     EXPECT_EQ(exchange("showDPI=0A000005\n"), "dpi=96\n");
     EXPECT_EQ(kvosimEnds({"fault", "add", "failed", "--command", "showDPI"}).status, 0);
     EXPECT_EQ(exchange("showDPI=0A000005\n"), "failed\n");
@@ -116,11 +116,10 @@ TEST(Steering, VerboseServiceTellsOfFaultsAndDatagrams)
 {
     Program service({KVOSIM_PROGRAM, "serve", "--plant", EXAMPLE_PLANT, "--verbose", "--usb-lock-address", "127.0.0.1:0"});
     ASSERT_TRUE(service.hasWritten("kvosim: serving")) << service.err();
-    kvosim::askSimulator({{"do", "fault.add"}, {"kind", "garbage"}, {"times", 1}});
+    tools::askSimulator({{"do", "fault.add"}, {"kind", "garbage"}, {"times", 1}});
     EXPECT_EQ(exchange("getVersion\n"), "#?V04.07.01.12\n");
-    const auto address =
-        *kvosim::parseEndpoint(kvosim::askSimulator({{"do", "status"}})["usb_lock_address"].get<std::string>());
-    const kvosim::Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const auto address = *kvosim::parseEndpoint(tools::askSimulator({{"do", "status"}})["usb_lock_address"].get<std::string>());
+    const tools::Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     for (const std::string datagram : {"setUsbLock=\"1:2\" 10.0.0.5\n", "hello"}) {
         sendto(socket.get(), datagram.data(), datagram.size(), 0, reinterpret_cast<const sockaddr *>(&address), sizeof address);
     }

@@ -16,7 +16,6 @@ using namespace std::chrono_literals;
 
 namespace {
 
-using kvosim::Json;
 using kvosim_test::Ended;
 using kvosim_test::exchange;
 using kvosim_test::kvosimEnds;
@@ -30,6 +29,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
+using tools::Json;
 
 struct Row : kvosim_test::NamedRow {
     std::vector<std::string> arguments;
@@ -134,25 +134,25 @@ TEST(UsbCommands, TakeEveryField)
                     "--number1", "1",       "--number2",  "0x2",      "--number3", "3",        "--id1", "4",       "--id2",
                     "5",         "--state", "6",          "--bytes",  "0a",        "--report"});
     EXPECT_EQ(plugged.err, "");
-    const Json device = Json::parse(kvosimEnds({"usb", "list", "--json"}).out)["devices"][0];
-    const Json wanted{{"station", "10.0.0.5"},
-                      {"name", "Lathe 1"},
-                      {"ident2", "stick"},
-                      {"ident3", "3-1"},
-                      {"text4", "t4"},
-                      {"text5", "t5"},
-                      {"no_text5", 1},
-                      {"text6", "t6"},
-                      {"text7", "t7"},
-                      {"text8", "t8"},
-                      {"number1", 1},
-                      {"number2", 2},
-                      {"number3", 3},
-                      {"id1", 4},
-                      {"id2", 5},
-                      {"state", 6},
-                      {"bytes", "0A" + std::string(126, '0')},
-                      {"report", 1}};
+    const tools::Json device = tools::Json::parse(kvosimEnds({"usb", "list", "--json"}).out)["devices"][0];
+    const tools::Json wanted{{"station", "10.0.0.5"},
+                             {"name", "Lathe 1"},
+                             {"ident2", "stick"},
+                             {"ident3", "3-1"},
+                             {"text4", "t4"},
+                             {"text5", "t5"},
+                             {"no_text5", 1},
+                             {"text6", "t6"},
+                             {"text7", "t7"},
+                             {"text8", "t8"},
+                             {"number1", 1},
+                             {"number2", 2},
+                             {"number3", 3},
+                             {"id1", 4},
+                             {"id2", 5},
+                             {"state", 6},
+                             {"bytes", "0A" + std::string(126, '0')},
+                             {"report", 1}};
     EXPECT_EQ(device.dump(), wanted.dump());
 }
 
@@ -189,7 +189,7 @@ TEST(UsbCommands, StormPrintsItsSums)
     EXPECT_THAT(kvosimEnds({"usb", "storm", "--count", "20", "--rate", "200"}).out,
                 ContainsRegex("^sent 20, delivered 20, failed 0, 0\\.[0-9]{3} s, [0-9]+\\.[0-9] events a second\n$"));
     EXPECT_EQ(receiver.requests().size(), 20U);
-    EXPECT_EQ(Json::parse(kvosimEnds({"usb", "storm", "--count", "2", "--json"}).out)["delivered"], 2);
+    EXPECT_EQ(tools::Json::parse(kvosimEnds({"usb", "storm", "--count", "2", "--json"}).out)["delivered"], 2);
 }
 
 TEST(UsbCommands, StormEndsOnInterrupt)

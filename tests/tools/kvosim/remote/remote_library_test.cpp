@@ -16,9 +16,9 @@ using namespace std::chrono_literals;
 
 namespace {
 
-using kvosim::askSimulator;
-using kvosim::Json;
 using kvosim_test::RunningService;
+using tools::askSimulator;
+using tools::Json;
 
 constexpr std::string_view kPlant = R"toml(
 [[station]]
@@ -58,7 +58,7 @@ bool agentComes(std::chrono::seconds patience = 10s)
 {
     const auto until = std::chrono::steady_clock::now() + patience;
     while (std::chrono::steady_clock::now() < until) {
-        const Json list = askSimulator({{"do", "remote.list"}});
+        const tools::Json list = tools::askSimulator({{"do", "remote.list"}});
         if (!list["sessions"][0]["agent"].is_null()) {
             return true;
         }
@@ -69,8 +69,8 @@ bool agentComes(std::chrono::seconds patience = 10s)
 
 std::string ask(const std::string &request)
 {
-    return askSimulator({{"do", "remote.ask"}, {"session", 3}, {"request", request}, {"patience_ms", 10'000}},
-                        kvosim::kControlSocket, 20s)["reply"]
+    return tools::askSimulator({{"do", "remote.ask"}, {"session", 3}, {"request", request}, {"patience_ms", 10'000}},
+                               tools::kControlSocket, 20s)["reply"]
         .get<std::string>();
 }
 
@@ -181,7 +181,7 @@ TEST_F(LibraryAgent, AnswersEveryCommand)
     // What was set is the station's in the plant, found by its address in the agent's order of bytes.
     EXPECT_EQ(ask("get-mcpaddr"), "mcpaddr=21");
     EXPECT_EQ(ask("get-cksindex"), "cksindex=41");
-    const Json station = askSimulator({{"do", "station"}, {"station", "10.0.0.5"}});
+    const tools::Json station = tools::askSimulator({{"do", "station"}, {"station", "10.0.0.5"}});
     EXPECT_EQ(station["mcp_address"], 21);
     EXPECT_EQ(station["dck_enable"], 1);
     EXPECT_EQ(station["rv4_mode"], 1);
@@ -236,10 +236,10 @@ TEST_F(LibraryAgent, IndicationsComeInOrder)
     std::vector<int> next(kThreads, 0);
     unsigned number = 0;
     uint64_t known = 0;
-    for (Json page = askSimulator({{"do", "remote.log"}}); !page["records"].empty();
-         page = askSimulator({{"do", "remote.log"}, {"after", known}})) {
+    for (tools::Json page = tools::askSimulator({{"do", "remote.log"}}); !page["records"].empty();
+         page = tools::askSimulator({{"do", "remote.log"}, {"after", known}})) {
         known = page["next"];
-        for (const Json &record : page["records"]) {
+        for (const tools::Json &record : page["records"]) {
             if (record["kind"] != "indication") {
                 continue;
             }
@@ -265,7 +265,7 @@ TEST_F(LibraryAgent, ComesAgainAfterItWasClosed)
     }
     EXPECT_EQ(ask("ping"), "pong");
     const auto closed = std::chrono::steady_clock::now();
-    askSimulator({{"do", "remote.close"}, {"session", 3}});
+    tools::askSimulator({{"do", "remote.close"}, {"session", 3}});
     EXPECT_TRUE(agentComes(15s));
     EXPECT_GE(std::chrono::steady_clock::now() - closed, 4500ms);
     EXPECT_EQ(ask("ping"), "pong");

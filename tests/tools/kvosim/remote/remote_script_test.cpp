@@ -17,16 +17,16 @@ using namespace std::chrono_literals;
 
 namespace {
 
-using kvosim::CouldNot;
-using kvosim::Json;
 using kvosim::parseScript;
-using kvosim::Refused;
 using kvosim::ScriptResult;
 using kvosim::ScriptStep;
 using kvosim_test::Agent;
 using kvosim_test::RunningService;
 using testing::HasSubstr;
 using testing::ThrowsMessage;
+using tools::CouldNot;
+using tools::Json;
+using tools::Refused;
 
 // ---- Reading ----
 
@@ -66,7 +66,7 @@ class WrongScript : public testing::TestWithParam<WrongRow> {};
 TEST_P(WrongScript, IsRefusedWithItsLine)
 {
     const std::string text = "# comment\n" + GetParam().text + "\n< never reached\n";
-    EXPECT_THAT([&] { parseScript(text, "agent.script"); }, ThrowsMessage<Refused>(HasSubstr(GetParam().mistake)));
+    EXPECT_THAT([&] { parseScript(text, "agent.script"); }, ThrowsMessage<tools::Refused>(HasSubstr(GetParam().mistake)));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -97,8 +97,8 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(Script, OfAFileThatIsNotThere)
 {
     EXPECT_THAT([] { kvosim::loadScript("/nowhere.script"); },
-                ThrowsMessage<Refused>(HasSubstr("/nowhere.script: can not be read")));
-    EXPECT_THAT([] { kvosim::loadScript("/tmp"); }, ThrowsMessage<Refused>(HasSubstr("/tmp: can not be read")));
+                ThrowsMessage<tools::Refused>(HasSubstr("/nowhere.script: can not be read")));
+    EXPECT_THAT([] { kvosim::loadScript("/tmp"); }, ThrowsMessage<tools::Refused>(HasSubstr("/tmp: can not be read")));
 }
 
 // ---- Running ----
@@ -116,8 +116,8 @@ protected:
     static std::future<ScriptResult> runs(const std::string &script)
     {
         return std::async(std::launch::async, [script] {
-            return kvosim::runScript(parseScript(script, "s"), "s", [](const Json &request) {
-                return kvosim::askSimulator(request, kvosim::kControlSocket, 30s);
+            return kvosim::runScript(parseScript(script, "s"), "s", [](const tools::Json &request) {
+                return tools::askSimulator(request, tools::kControlSocket, 30s);
             });
         });
     }
@@ -126,7 +126,7 @@ protected:
         try {
             run.get();
             return "(none)";
-        } catch (const CouldNot &error) {
+        } catch (const tools::CouldNot &error) {
             return error.what();
         }
     }

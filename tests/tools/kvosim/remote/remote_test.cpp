@@ -17,16 +17,16 @@ using namespace std::chrono_literals;
 
 namespace {
 
-using kvosim::askSimulator;
-using kvosim::CouldNot;
-using kvosim::Json;
-using kvosim::Refused;
 using kvosim_test::Agent;
 using kvosim_test::RunningService;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::StartsWith;
 using testing::ThrowsMessage;
+using tools::askSimulator;
+using tools::CouldNot;
+using tools::Json;
+using tools::Refused;
 
 kvosim::ServiceOptions sessions(std::vector<unsigned> numbers)
 {
@@ -35,10 +35,10 @@ kvosim::ServiceOptions sessions(std::vector<unsigned> numbers)
     return options;
 }
 
-Json sessionRow(unsigned session)
+tools::Json sessionRow(unsigned session)
 {
-    const Json list = askSimulator({{"do", "remote.list"}});
-    for (const Json &row : list["sessions"]) {
+    const tools::Json list = tools::askSimulator({{"do", "remote.list"}});
+    for (const tools::Json &row : list["sessions"]) {
         if (row["session"] == session) {
             return row;
         }
@@ -58,32 +58,32 @@ bool becomes(bool connected, unsigned session = 3)
     return false;
 }
 
-Json request(std::string text, const Json &more = Json::object())
+tools::Json request(std::string text, const tools::Json &more = tools::Json::object())
 {
-    Json ask{{"do", "remote.ask"}, {"session", 3}, {"request", std::move(text)}, {"patience_ms", 5000}};
+    tools::Json ask{{"do", "remote.ask"}, {"session", 3}, {"request", std::move(text)}, {"patience_ms", 5000}};
     ask.update(more);
     return ask;
 }
 
 /// The reply, or why there is none.
-std::future<std::string> asks(const Json &request)
+std::future<std::string> asks(const tools::Json &request)
 {
     return std::async(std::launch::async, [request]() -> std::string {
         try {
-            return askSimulator(request, kvosim::kControlSocket, 30s)["reply"].get<std::string>();
-        } catch (const CouldNot &error) {
+            return tools::askSimulator(request, tools::kControlSocket, 30s)["reply"].get<std::string>();
+        } catch (const tools::CouldNot &error) {
             return std::string("could not: ") + error.what();
         }
     });
 }
 
-std::vector<std::string> log(const Json &query = Json::object())
+std::vector<std::string> log(const tools::Json &query = tools::Json::object())
 {
-    Json request{{"do", "remote.log"}};
+    tools::Json request{{"do", "remote.log"}};
     request.update(query);
     std::vector<std::string> lines;
-    const Json page = askSimulator(request);
-    for (const Json &record : page["records"]) {
+    const tools::Json page = tools::askSimulator(request);
+    for (const tools::Json &record : page["records"]) {
         const std::string kind = record["kind"].get<std::string>();
         const std::string note = record["note"].get<std::string>();
         lines.push_back(kind + ' ' + record["text"].get<std::string>() + (note.empty() ? "" : " (" + note + ')'));
@@ -269,8 +269,8 @@ TEST_F(Remote, TheSimulatorsEndIsToldToWhoWaits)
 
 TEST_F(Remote, WhatIsRefusedIsNotSent)
 {
-    const auto refusal = [](const Json &ask, const std::string &text) {
-        EXPECT_THAT([&] { askSimulator(ask); }, ThrowsMessage<Refused>(HasSubstr(text)));
+    const auto refusal = [](const tools::Json &ask, const std::string &text) {
+        EXPECT_THAT([&] { tools::askSimulator(ask); }, ThrowsMessage<tools::Refused>(HasSubstr(text)));
     };
     refusal(request("a\nb"), "the request holds a line end or a zero");
     refusal(request("a\r"), "the request holds a line end or a zero");
@@ -291,8 +291,9 @@ TEST_F(Remote, WhereNoAgentIsThatIsTold)
 {
     const auto failure = [](unsigned session, const std::string &text) {
         for (const char *action : {"remote.ask", "remote.send", "remote.raw", "remote.close"}) {
-            const Json ask{{"do", action}, {"session", session}, {"request", "ping"}, {"bytes", "00"}, {"patience_ms", 100}};
-            EXPECT_THAT([&] { askSimulator(ask); }, ThrowsMessage<CouldNot>(text)) << action;
+            const tools::Json ask{
+                {"do", action}, {"session", session}, {"request", "ping"}, {"bytes", "00"}, {"patience_ms", 100}};
+            EXPECT_THAT([&] { tools::askSimulator(ask); }, ThrowsMessage<tools::CouldNot>(text)) << action;
         }
     };
     failure(9, "no agent is connected in session 9 (port 5859)");
@@ -303,12 +304,12 @@ TEST_F(Remote, WhereNoAgentIsThatIsTold)
 
 TEST_F(Remote, SessionsAreListed)
 {
-    const Json row = sessionRow(3);
+    const tools::Json row = sessionRow(3);
     EXPECT_EQ(row["port"], 5853);
     EXPECT_EQ(row["address"], "127.0.0.1");
     EXPECT_THAT(row["agent"].get<std::string>(), StartsWith("127.0.0.1:"));
     EXPECT_TRUE(sessionRow(9)["agent"].is_null());
-    EXPECT_EQ(askSimulator({{"do", "status"}})["remote_sessions"], 2);
+    EXPECT_EQ(tools::askSimulator({{"do", "status"}})["remote_sessions"], 2);
 }
 
 TEST_F(Remote, ASecondAgentTakesThePlaceOfTheFirst)
@@ -338,11 +339,11 @@ TEST_F(Remote, SessionsAreApart)
 
 TEST_F(Remote, AConnectionIsClosedOrReset)
 {
-    askSimulator({{"do", "remote.close"}, {"session", 3}});
+    tools::askSimulator({{"do", "remote.close"}, {"session", 3}});
     EXPECT_EQ(agent.hear(), "(closed)");
     Agent second;
     ASSERT_TRUE(becomes(true));
-    askSimulator({{"do", "remote.close"}, {"session", 3}, {"reset", true}});
+    tools::askSimulator({{"do", "remote.close"}, {"session", 3}, {"reset", true}});
     EXPECT_EQ(second.hear(), "(reset)");
     EXPECT_TRUE(becomes(false));
 }
@@ -350,7 +351,7 @@ TEST_F(Remote, AConnectionIsClosedOrReset)
 TEST_F(Remote, TheOtherSideGoesAwayForATime)
 {
     const auto gone = std::chrono::steady_clock::now();
-    askSimulator({{"do", "remote.close"}, {"session", 3}, {"away_ms", 500}});
+    tools::askSimulator({{"do", "remote.close"}, {"session", 3}, {"away_ms", 500}});
     EXPECT_EQ(agent.hear(), "(closed)");
     EXPECT_THROW(Agent(), std::runtime_error);
     EXPECT_TRUE(sessionRow(3)["away"].get<bool>());
@@ -365,9 +366,9 @@ TEST_F(Remote, TheOtherSideGoesAwayForATime)
 
 TEST_F(Remote, GoesAwayWithoutAnAgentAndAgain)
 {
-    askSimulator({{"do", "remote.close"}, {"session", 9}, {"away_ms", 600'000}});
+    tools::askSimulator({{"do", "remote.close"}, {"session", 9}, {"away_ms", 600'000}});
     EXPECT_THROW(Agent(9), std::runtime_error);
-    askSimulator({{"do", "remote.close"}, {"session", 9}, {"away_ms", 1}});
+    tools::askSimulator({{"do", "remote.close"}, {"session", 9}, {"away_ms", 1}});
     while (sessionRow(9)["away"].get<bool>()) {
         std::this_thread::sleep_for(10ms);
     }
@@ -377,9 +378,9 @@ TEST_F(Remote, GoesAwayWithoutAnAgentAndAgain)
 
 TEST_F(Remote, ComesBackAsSoonAsThePortIsFree)
 {
-    askSimulator({{"do", "remote.close"}, {"session", 9}, {"away_ms", 100}});
+    tools::askSimulator({{"do", "remote.close"}, {"session", 9}, {"away_ms", 100}});
     {
-        const kvosim::Descriptor taken = kvosim::listenAt("a test", INADDR_LOOPBACK, 5859);
+        const tools::Descriptor taken = kvosim::listenAt("a test", INADDR_LOOPBACK, 5859);
         std::this_thread::sleep_for(400ms);
         EXPECT_TRUE(sessionRow(9)["away"].get<bool>());
     }
@@ -425,13 +426,13 @@ TEST_F(Remote, AFloodIsLoggedWithinBounds)
     std::size_t records = 0;
     uint64_t lost = 0;
     for (;;) {
-        const Json page = askSimulator({{"do", "remote.log"}, {"after", known}});
+        const tools::Json page = tools::askSimulator({{"do", "remote.log"}, {"after", known}});
         lost += page["lost"].get<uint64_t>();
         if (page["records"].empty()) {
             break;
         }
         EXPECT_LE(page["records"].size(), 200U);
-        for (const Json &record : page["records"]) {
+        for (const tools::Json &record : page["records"]) {
             EXPECT_EQ(record["number"], lost + ++records) << "in order, without a gap";
             bytes += record["text"].get<std::string>().size();
         }
@@ -449,8 +450,8 @@ TEST_F(Remote, AnAgentThatDoesNotReadIsNotSentWithoutEnd)
     std::string failure;
     for (int i = 0; i < 200'000 && failure.empty(); ++i) {
         try {
-            askSimulator({{"do", "remote.raw"}, {"session", 3}, {"bytes", std::string(8192, '0')}});
-        } catch (const CouldNot &error) {
+            tools::askSimulator({{"do", "remote.raw"}, {"session", 3}, {"bytes", std::string(8192, '0')}});
+        } catch (const tools::CouldNot &error) {
             failure = error.what();
         }
     }
@@ -462,7 +463,7 @@ TEST_F(Remote, SoManyRequestsWaitAndNoMore)
 {
     constexpr std::size_t kMost = kvosim::RemoteSession::kMostUnanswered;
     for (std::size_t i = 0; i < 2 * kMost; ++i) {
-        askSimulator({{"do", "remote.send"}, {"session", 3}, {"request", "nobody waits"}});
+        tools::askSimulator({{"do", "remote.send"}, {"session", 3}, {"request", "nobody waits"}});
         EXPECT_EQ(agent.hear(), "nobody waits\r\n");
     }
     // Those give way to the ones that somebody waits for.
@@ -486,19 +487,19 @@ TEST_F(Remote, WhoFollowsTheLogIsToldWhatComes)
 {
     ASSERT_EQ(logOf(1).size(), 1U);
     auto page = std::async(std::launch::async, [] {
-        return askSimulator({{"do", "remote.log"}, {"after", 1}, {"session", 3}, {"wait_ms", 5000}});
+        return tools::askSimulator({{"do", "remote.log"}, {"after", 1}, {"session", 3}, {"wait_ms", 5000}});
     });
     std::this_thread::sleep_for(50ms);
     Agent other(9);  // is not asked about
     ASSERT_TRUE(becomes(true, 9));
     EXPECT_EQ(page.wait_for(50ms), std::future_status::timeout);
     agent.send("I01:now\r\n");
-    const Json told = page.get();
+    const tools::Json told = page.get();
     ASSERT_EQ(told["records"].size(), 1U);
     EXPECT_EQ(told["records"][0]["text"], "I01:now");
     EXPECT_EQ(told["records"][0]["session"], 3);
     EXPECT_EQ(told["next"], 3);
-    const Json nothing = askSimulator({{"do", "remote.log"}, {"after", 3}, {"wait_ms", 100}});
+    const tools::Json nothing = tools::askSimulator({{"do", "remote.log"}, {"after", 3}, {"wait_ms", 100}});
     EXPECT_TRUE(nothing["records"].empty());
     EXPECT_EQ(nothing["next"], 3);
 }
@@ -514,15 +515,15 @@ TEST_F(Remote, AReplyThatNobodyAskedForIsLogged)
 TEST(RemotePorts, NoneWithoutTheOption)
 {
     const RunningService service;
-    EXPECT_TRUE(askSimulator({{"do", "remote.list"}})["sessions"].empty());
+    EXPECT_TRUE(tools::askSimulator({{"do", "remote.list"}})["sessions"].empty());
     for (unsigned session = 0; session <= 9; ++session) {
         EXPECT_THROW(Agent agent(session), std::runtime_error) << session;
     }
     EXPECT_THAT(
         [] {
-            askSimulator({{"do", "remote.ask"}, {"session", 0}, {"request", "ping"}, {"patience_ms", 1}});
+            tools::askSimulator({{"do", "remote.ask"}, {"session", 0}, {"request", "ping"}, {"patience_ms", 1}});
         },
-        ThrowsMessage<CouldNot>("session 0 is not served; start the simulator with --remote 0"));
+        ThrowsMessage<tools::CouldNot>("session 0 is not served; start the simulator with --remote 0"));
 }
 
 TEST(RemotePorts, AllTen)
@@ -556,7 +557,7 @@ TEST(RemotePorts, AnOptionGoesBeforeThePlant)
     auto options = sessions({});
     options.remoteAddress = "127.0.0.1";
     const RunningService service("[service]\nremote_sessions = \"1,2\"\n", options);
-    EXPECT_TRUE(askSimulator({{"do", "remote.list"}})["sessions"].empty());
+    EXPECT_TRUE(tools::askSimulator({{"do", "remote.list"}})["sessions"].empty());
 }
 
 TEST(RemotePorts, OneInUseIsNamed)

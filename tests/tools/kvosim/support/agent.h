@@ -68,7 +68,7 @@ public:
     }
 
 private:
-    kvosim::Descriptor socket_;
+    tools::Descriptor socket_;
     std::string heard_;
 };
 

@@ -58,7 +58,7 @@ public:
     }
 
 private:
-    kvosim::Descriptor socket_;
+    tools::Descriptor socket_;
 };
 
 /// One exchange, with the bytes as they are.

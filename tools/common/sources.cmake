@@ -6,4 +6,9 @@ set(common_sources
   platform_check.cpp
   private_namespace.cpp
   service_probe.cpp
+  station/properties.cpp
+  station/property.cpp
+  station/readers.cpp
+  station/result.cpp
+  station/state.cpp
 )

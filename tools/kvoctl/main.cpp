@@ -53,7 +53,7 @@ int runReporting(CommandLine &commandLine, std::vector<std::string> arguments)
     try {
         return run(commandLine, std::move(arguments));
     } catch (const Failure &failure) {
-        return fail(commandLine, failure.exit(), failure.result(), failure.what(), failure.hint());
+        return fail(commandLine, exitOf(failure), failure.result(), failure.what(), hintOf(failure));
     } catch (const UsageError &error) {
         return fail(commandLine, Exit::usage, std::nullopt, error.what(), "\"" + commandLine.helpCall() + "\" tells how.");
     }

@@ -1,7 +1,7 @@
 // Starts and stops the agent, and is its host.
 #include "kvoctl/agent/agent.h"
 
-#include "kvoctl/output/readers.h"
+#include "common/station/readers.h"
 
 #include <kvo_hws/agent.h>
 #include <kvo_hws/requests.h>
@@ -106,7 +106,7 @@ void Agent::explainEnd()
         }
     };
     explain(describe(plan_, station));
-    explain(unsizedText(KVO_HWS_getKVOT2M2N)(station.address).result);
+    explain(tools::unsizedText(KVO_HWS_getKVOT2M2N)(station.address).result);
     throw Failure(KVO_HWS_FAILED, subject + "the service did not answer in time, but does now; try again");
 }
 

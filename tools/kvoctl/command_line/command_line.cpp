@@ -117,15 +117,12 @@ Family::Family(CommandLine &commandLine, CLI::App &parent, const std::string &he
 }
 
 void Family::add(const std::string &name, const std::string &summary, const std::vector<std::string> &examples,
-                 const Subcommand &subcommand)
+                 const SetUp &setUp)
 {
     CLI::App &command = *parent_.add_subcommand(name, summary);
     command.group(heading_);
     command.footer(examplesText(path_ + name, examples));
-    command.callback([line = &commandLine_, action = subcommand.setUp(command)] { line->action_ = action; });
-    for (const Property &property : subcommand.shows) {
-        addTo(commandLine_.sections_, path_ + name, property);
-    }
+    command.callback([line = &commandLine_, action = setUp(command)] { line->action_ = action; });
 }
 
 }  // namespace kvoctl

@@ -2,7 +2,6 @@
 #pragma once
 
 #include "kvoctl/output/output.h"
-#include "kvoctl/output/property.h"
 
 #include <CLI/CLI.hpp>
 #include <functional>
@@ -16,12 +15,6 @@ using Action = std::function<Report()>;
 
 /// Declares a subcommand's arguments and returns its action. Values that arguments are read into are shared with the action.
 using SetUp = std::function<Action(CLI::App &command)>;
-
-/// A subcommand, and what of a station's state it can show.
-struct Subcommand {
-    SetUp setUp;
-    std::vector<Property> shows{};
-};
 
 class CommandLine {
 public:
@@ -48,9 +41,6 @@ public:
     [[nodiscard]] bool json() const noexcept { return json_; }
     [[nodiscard]] bool debug() const noexcept { return debug_; }
 
-    /// All of a station's state that any subcommand can show.
-    [[nodiscard]] const std::vector<Section> &sections() const noexcept { return sections_; }
-
 private:
     friend class Family;
 
@@ -63,7 +53,6 @@ private:
     bool json_ = false;
     bool debug_ = false;
     Action action_;
-    std::vector<Section> sections_;
 };
 
 /// The subcommands of one family of requests: under a heading of the help, or behind a word of their own.
@@ -86,8 +75,7 @@ public:
     }
 
     /// @p examples  the arguments only
-    void add(const std::string &name, const std::string &summary, const std::vector<std::string> &examples,
-             const Subcommand &subcommand);
+    void add(const std::string &name, const std::string &summary, const std::vector<std::string> &examples, const SetUp &setUp);
 
 private:
     Family(CommandLine &commandLine, CLI::App &parent, const std::string &heading, const std::string &path,

@@ -57,7 +57,7 @@ Action setUpDoctor(CLI::App & /*command*/)
 void addDoctor(CommandLine &commandLine)
 {
     Family service(commandLine, "Service");
-    service.add("doctor", "Find out why nothing answers", {"", "--json"}, {setUpDoctor});
+    service.add("doctor", "Find out why nothing answers", {"", "--json"}, setUpDoctor);
 }
 
 }  // namespace kvoctl

@@ -3,7 +3,6 @@
 #include "common/dotted_address.h"
 #include "kvoctl/command_line/station_commands.h"
 #include "kvoctl/families/families.h"
-#include "kvoctl/output/readers.h"
 
 #include <kvo_hws/requests.h>
 
@@ -60,19 +59,15 @@ void addAddressCommands(CommandLine &commandLine)
     Family address(commandLine, kOneStation, "address", "The numbers that tell stations apart");
     const std::vector<std::string> examples{"10.0.0.5", "10.0.0.5 12"};
     // The service, not kvoctl, judges what is a good MCP address or KVO index.
-    address.add(
-        "mcp", "Show or set the MCP address that the station serves", examples,
-        setting({{"mcp"}, numbers(KVO_HWS_getMCPAddress)}, KVO_HWS_setMCPAddress, {}, Number<>{"ADDRESS", kWithoutItShown}));
-    address.add(
-        "kvo-index", "Show or set the station's KVO index", examples,
-        setting({{"kvo_index"}, numbers(KVO_HWS_getKVOIndex)}, KVO_HWS_setKVOIndex, {}, Number<>{"INDEX", kWithoutItShown}));
-    address.add("dck", "Show the address of the station's direct control keys", {"10.0.0.5"},
-                showing({{"dck"}, numbers(KVO_HWS_getDCKAddress)}));
-    address.add(
-        "dck-enable", "Show whether the station's direct control keys are on, or switch them", {"10.0.0.5", "10.0.0.5 off"},
-        setting({{"dck_enable"}, word(KVO_HWS_getDCKEnable, std::array{"off", "on"})}, KVO_HWS_setDCKEnable, {}, kOnOff));
+    address.add("mcp", "Show or set the MCP address that the station serves", examples,
+                setting("address mcp", KVO_HWS_setMCPAddress, Number<>{"ADDRESS", kWithoutItShown}));
+    address.add("kvo-index", "Show or set the station's KVO index", examples,
+                setting("address kvo-index", KVO_HWS_setKVOIndex, Number<>{"INDEX", kWithoutItShown}));
+    address.add("dck", "Show the address of the station's direct control keys", {"10.0.0.5"}, showing("address dck"));
+    address.add("dck-enable", "Show whether the station's direct control keys are on, or switch them",
+                {"10.0.0.5", "10.0.0.5 off"}, setting("address dck-enable", KVO_HWS_setDCKEnable, kOnOff));
     address.add("cks-index", "Show or set the station's cks index", examples,
-                setting({{"cks_index"}, numbers(KVO_HWS_getKVOCksIndex)}, KVO_HWS_setKVOCksIndex, {},
+                setting("address cks-index", KVO_HWS_setKVOCksIndex,
                         Number<>{"INDEX", std::string("0 to 255; ") + kWithoutItShown, 0, kHighestCksIndex}));
     const Number<> value1{"VALUE1", "The key's first number"};
     const Number<> value2{"VALUE2", "Its second number"};
@@ -80,7 +75,7 @@ void addAddressCommands(CommandLine &commandLine)
                 order(KVO_HWS_simulateMCPKey, {}, value1, value2));
     address.add("enable-key", "Enable a key of the station's MCP", {"10.0.0.5 12 1"},
                 order(KVO_HWS_enableMCPKey, {}, value1, value2));
-    address.add("find", "Find the station that has a number", {"--mcp 12", "--dck 3", "--kvo-index 7"}, {setUpFind});
+    address.add("find", "Find the station that has a number", {"--mcp 12", "--dck 3", "--kvo-index 7"}, setUpFind);
 }
 
 }  // namespace kvoctl

@@ -69,7 +69,7 @@ void addAgentCommands(CommandLine &commandLine)
                "--focus 10.0.0.5 --remote 10.0.0.1 --session 3 --exec ./on-command.sh"},
               {running(commandLine)});
     agent.add("check", "Ask the agent everything that a remote service can ask, over the loopback",
-              {"--focus 10.0.0.5", "--focus-name \"Portal mill\" --session 7 --all"}, {setUpCheck});
+              {"--focus 10.0.0.5", "--focus-name \"Portal mill\" --session 7 --all"}, setUpCheck);
 }
 
 }  // namespace kvoctl

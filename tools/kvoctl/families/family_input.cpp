@@ -1,7 +1,6 @@
 // Subcommands about a station's input devices and display, and its touch screen.
 #include "kvoctl/command_line/station_commands.h"
 #include "kvoctl/families/families.h"
-#include "kvoctl/output/readers.h"
 
 #include <kvo_hws/requests.h>
 
@@ -17,7 +16,7 @@ constexpr uint32_t kUntold = 0xFFFFFFFF;
 Value number(uint32_t value) { return Value{value == kUntold ? Document(nullptr) : Document(value)}; }
 
 template <class... Counts>
-Reader counts(int32_t (*request)(uint32_t, Counts *...) noexcept)
+tools::Reader counts(int32_t (*request)(uint32_t, Counts *...) noexcept)
 {
     return [request](uint32_t station) -> Reading {
         std::tuple<Counts...> values{Counts{kUntold}...};
@@ -26,24 +25,8 @@ Reader counts(int32_t (*request)(uint32_t, Counts *...) noexcept)
     };
 }
 
-/// The third version tells by a mask what the service told.
-Reading devicesV3(uint32_t station)
-{
-    uint32_t mask = 0;
-    std::array<uint32_t, 6> counts{};
-    auto &[kbd, mouse, touch, multitouch, contacts, vkbd] = counts;
-    const int32_t result = KVO_HWS_showInputDeviceV3(station, &mask, &kbd, &mouse, &touch, &multitouch, &contacts, &vkbd);
-    std::vector<Value> values;
-    for (std::size_t bit = 0; bit < counts.size(); ++bit) {
-        const bool told = (mask >> bit & 1) != 0;
-        values.push_back(Value{told ? Document(counts.at(bit)) : Document(nullptr)});
-    }
-    return {result, values};
-}
-
 const Property kDevicesV1{{"keyboards", "mice", "touch"}, counts(KVO_HWS_showInputDevice)};
 const Property kDevicesV2{{"keyboards", "mice", "touch", "virtual_keyboards"}, counts(KVO_HWS_showInputDeviceV2)};
-const Property kDevicesV3{{"keyboards", "mice", "touch", "multitouch", "max_contacts", "virtual_keyboards"}, devicesV3};
 
 Action setUpDevices(CLI::App &command)
 {
@@ -52,30 +35,29 @@ Action setUpDevices(CLI::App &command)
     auto *second = addFlag(command, "--v2", "As the second version: with virtual keyboards");
     first->excludes(second);
     return [=] {
-        const Property &property = first->count() > 0 ? kDevicesV1 : second->count() > 0 ? kDevicesV2 : kDevicesV3;
+        const Property &property = first->count() > 0    ? kDevicesV1
+                                   : second->count() > 0 ? kDevicesV2
+                                                         : tools::stationProperty("input devices");
         return show(property, stationAddress(*station));
     };
 }
-
-const std::vector<Meaning> kNoTouchScreen{{KVO_HWS_NO, "the station has no touch screen"}};
 
 }  // namespace
 
 void addInputCommands(CommandLine &commandLine)
 {
     Family input(commandLine, kOneStation, "input", "A station's input devices and display");
-    input.add("devices", "Count the station's input devices", {"10.0.0.5", "10.0.0.5 --v1"}, {setUpDevices, {kDevicesV3}});
-    input.add("dpi", "Show the resolution of the station's display in dots per inch", {"10.0.0.5"},
-              showing({{"dpi"}, numbers(KVO_HWS_showDPI)}));
+    input.add("devices", "Count the station's input devices", {"10.0.0.5", "10.0.0.5 --v1"}, setUpDevices);
+    input.add("dpi", "Show the resolution of the station's display in dots per inch", {"10.0.0.5"}, showing("input dpi"));
 
     Family touch(commandLine, kOneStation, "touch", "A station's touch screen");
     touch.add("calibration", "Show or set the calibration: the press threshold and the nonlinear mode",
               {"10.0.0.5", "10.0.0.5 40 1", "10.0.0.5 -1 -1"},
-              setting({{"press_threshold", "nonlinear"}, numbers(KVO_HWS_getTouchScreenCalibParam), kNoTouchScreen},
-                      KVO_HWS_setTouchScreenCalibParam, kNoTouchScreen,
+              setting("touch calibration", KVO_HWS_setTouchScreenCalibParam,
                       Number<int32_t>{"THRESHOLD", "-1 or more; without it the calibration is shown", -1},
                       Number<int32_t>{"NONLINEAR", "-1, 0 or 1", -1, 1}));
-    touch.add("invalidate", "Discard the calibration", {"10.0.0.5"}, order(KVO_HWS_invalidateTouchScreen, kNoTouchScreen));
+    touch.add("invalidate", "Discard the calibration", {"10.0.0.5"},
+              order(KVO_HWS_invalidateTouchScreen, tools::stationProperty("touch calibration").codes));
 }
 
 }  // namespace kvoctl

@@ -2,7 +2,6 @@
 #include "kvoctl/command_line/fetch_list.h"
 #include "kvoctl/command_line/station_commands.h"
 #include "kvoctl/families/families.h"
-#include "kvoctl/output/readers.h"
 
 #include <kvo_hws/requests.h>
 
@@ -15,62 +14,17 @@ namespace {
 
 // ---- kvoctl metrics ----
 
-enum class MetricForm { text, number, bits };
+/// As on the command line.
+constexpr std::array kMetrics{"oem-layout", "softkey-type", "keyboard-caps", "dpi", "hardware-caps", "rotation"};
 
-struct Metric {
-    const char *name;  ///< as on the command line
-    const char *key;   ///< as in documents
-    uint32_t number;   ///< as the library counts them
-    MetricForm form;
-};
+const Property &metric(std::size_t index) { return tools::stationProperty(std::string("metrics ") + kMetrics.at(index)); }
 
-constexpr std::array kMetrics{Metric{"oem-layout", "oem_layout", 1, MetricForm::text},
-                              Metric{"softkey-type", "softkey_type", 2, MetricForm::number},
-                              Metric{"keyboard-caps", "keyboard_caps", 3, MetricForm::bits},
-                              Metric{"dpi", "dpi", 4, MetricForm::number},
-                              Metric{"hardware-caps", "hardware_caps", 5, MetricForm::bits},
-                              Metric{"rotation", "rotation", 6, MetricForm::number}};
-
-/// The size of any metric.
-using MetricRoom = std::array<char, 8>;
-
-Value metricValue(MetricForm form, const MetricRoom &room)
-{
-    if (form == MetricForm::text) {
-        return Value{std::string(room.data(), strnlen(room.data(), room.size()))};
-    }
-    uint32_t number = 0;
-    std::memcpy(&number, room.data(), sizeof number);
-    if (form == MetricForm::number) {
-        return Value{number};
-    }
-    std::array<char, sizeof "0x00000000"> hex{};
-    std::snprintf(hex.data(), hex.size(), "0x%08X", number);
-    return {number, hex.data()};
-}
-
-const std::vector<Meaning> kMetricCodes{{KVO_HWS_NOT_AVAILABLE, "the station does not tell"},
-                                        {KVO_HWS_UNKNOWN_REPLY, "the service answered a malformed value"}};
-
-Property property(const Metric &metric)
-{
-    const auto read = [metric](uint32_t station) -> Reading {
-        MetricRoom room{};
-        const int32_t result = KVO_HWS_getStationMetrics(station, metric.number, room.data());
-        if (result != KVO_HWS_OK) {
-            return {result};
-        }
-        return {result, {metricValue(metric.form, room)}};
-    };
-    return {{metric.key}, read, kMetricCodes};
-}
-
-/// All six; what the station does not tell is null.
-Reading allMetrics(uint32_t station)
+/// A metric that the station does not tell is null.
+Reading readAllMetrics(uint32_t station)
 {
     Reading all{KVO_HWS_OK};
-    for (const Metric &metric : kMetrics) {
-        const Reading one = property(metric).read(station);
+    for (std::size_t i = 0; i < kMetrics.size(); ++i) {
+        const Reading one = metric(i).read(station);
         if (one.result != KVO_HWS_OK && one.result != KVO_HWS_NOT_AVAILABLE) {
             return {one.result};
         }
@@ -79,34 +33,29 @@ Reading allMetrics(uint32_t station)
     return all;
 }
 
-Property allMetricsProperty()
+Property allMetrics()
 {
-    Property all{{}, allMetrics, kMetricCodes};
-    for (const Metric &metric : kMetrics) {
-        all.keys.emplace_back(metric.key);
+    Property all{{}, readAllMetrics, metric(0).codes};
+    for (std::size_t i = 0; i < kMetrics.size(); ++i) {
+        all.keys.push_back(metric(i).keys.front());
     }
     return all;
 }
 
-Subcommand metrics()
+Action setUpMetrics(CLI::App &command)
 {
     Words names;
-    std::vector<Property> properties;
-    for (const Metric &metric : kMetrics) {
-        names.emplace_back(metric.name, static_cast<unsigned>(properties.size()));
-        properties.push_back(property(metric));
+    for (std::size_t i = 0; i < kMetrics.size(); ++i) {
+        names.emplace_back(kMetrics.at(i), static_cast<unsigned>(i));
     }
-    const auto setUp = [=](CLI::App &command) -> Action {
-        const auto station = addStation(command);
-        const auto which =
-            Word{"NAME", "oem-layout, softkey-type, keyboard-caps, dpi, hardware-caps or rotation; else all six", names}.addTo(
-                command);
-        return [=] {
-            const Property asked = which.option->count() > 0 ? properties.at(*which.value) : allMetricsProperty();
-            return show(asked, stationAddress(*station));
-        };
+    const auto station = addStation(command);
+    const auto which =
+        Word{"NAME", "oem-layout, softkey-type, keyboard-caps, dpi, hardware-caps or rotation; else all six", names}.addTo(
+            command);
+    return [=] {
+        const Property asked = which.option->count() > 0 ? metric(*which.value) : allMetrics();
+        return show(asked, stationAddress(*station));
     };
-    return {setUp, properties};
 }
 
 // ---- kvoctl clients ----
@@ -151,9 +100,9 @@ void addMetricCommands(CommandLine &commandLine)
 {
     Family station(commandLine, kOneStation);
     station.add("metrics", "Show a station's metrics, all or one", {"10.0.0.5", "10.0.0.5 rotation", "\"Portal mill\" --json"},
-                metrics());
+                setUpMetrics);
     Family service(commandLine, "Service");
-    service.add("clients", "List the clients that are connected to the service", {"", "--flags 1F"}, {setUpClients});
+    service.add("clients", "List the clients that are connected to the service", {"", "--flags 1F"}, setUpClients);
 }
 
 }  // namespace kvoctl

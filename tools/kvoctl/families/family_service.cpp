@@ -103,12 +103,12 @@ const std::vector<Meaning> kRegistryCodes{{KVO_HWS_NO, "the registry is locked a
 
 Action setUpRegistryLock(CLI::App & /*command*/)
 {
-    return [] { return done(withMissingService(KVO_HWS_lockKVORegData()), kRegistryCodes); };
+    return [] { return done(tools::withMissingService(KVO_HWS_lockKVORegData()), kRegistryCodes); };
 }
 
 Action setUpRegistryUnlock(CLI::App & /*command*/)
 {
-    return [] { return done(withMissingService(KVO_HWS_unlockKVORegData())); };
+    return [] { return done(tools::withMissingService(KVO_HWS_unlockKVORegData())); };
 }
 
 // ---- kvoctl kill-daemon ----
@@ -123,14 +123,14 @@ Action setUpKillDaemon(CLI::App & /*command*/)
 void addServiceCommands(CommandLine &commandLine)
 {
     Family service(commandLine, "Service");
-    service.add("version", "Show the library's and the service's version", {""}, {setUpVersion});
-    service.add("ready", "Tell whether the service has finished starting", {"", "--wait 30"}, {setUpReady});
-    service.add("debug-level", "Show or set the service's debug level", {"", "II"}, {setUpDebugLevel});
-    service.add("kill-daemon", "Tell the service to end itself", {""}, {setUpKillDaemon});
+    service.add("version", "Show the library's and the service's version", {""}, setUpVersion);
+    service.add("ready", "Tell whether the service has finished starting", {"", "--wait 30"}, setUpReady);
+    service.add("debug-level", "Show or set the service's debug level", {"", "II"}, setUpDebugLevel);
+    service.add("kill-daemon", "Tell the service to end itself", {""}, setUpKillDaemon);
 
     Family registry(commandLine, "Service", "registry", "The lock on the service's registry files");
-    registry.add("lock", "Take the lock; whoever takes it must give it back", {""}, {setUpRegistryLock});
-    registry.add("unlock", "Give the lock back, whoever took it", {""}, {setUpRegistryUnlock});
+    registry.add("lock", "Take the lock; whoever takes it must give it back", {""}, setUpRegistryLock);
+    registry.add("unlock", "Give the lock back, whoever took it", {""}, setUpRegistryUnlock);
 }
 
 }  // namespace kvoctl

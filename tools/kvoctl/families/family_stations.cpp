@@ -129,9 +129,9 @@ void addStationCommands(CommandLine &commandLine)
 {
     Family stations(commandLine, "Stations");
     stations.add("stations", "List the stations that the service knows",
-                 {"", "--extended --json", "--previous --lock-timeout 10"}, {setUpStations});
+                 {"", "--extended --json", "--previous --lock-timeout 10"}, setUpStations);
     stations.add("station", "Show one station with all its attributes", {"10.0.0.5", "\"Portal mill\"", "-- -odd-name"},
-                 {setUpStation});
+                 setUpStation);
 }
 
 }  // namespace kvoctl

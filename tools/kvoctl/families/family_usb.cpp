@@ -1,9 +1,9 @@
 // Subcommands about the USB lock of stations, their USB connectors, and the events of their USB devices.
 #include "common/dotted_address.h"
+#include "common/station/readers.h"
 #include "kvoctl/command_line/station_commands.h"
 #include "kvoctl/families/families.h"
 #include "kvoctl/live/usb_event_commands.h"
-#include "kvoctl/output/readers.h"
 
 #include <kvo_hws/requests.h>
 
@@ -13,27 +13,24 @@ namespace {
 
 // ---- kvoctl usb connectors ----
 
-const std::vector<Meaning> kConnectorCodes{{KVO_HWS_NO, "the list of connectors is empty"},
-                                           {KVO_HWS_REFUSED, "the service refused"},
-                                           {KVO_HWS_UNKNOWN_REPLY, "the service answered something unknown"},
-                                           {KVO_HWS_BUSY, "the service is busy; try again"}};
-
-const Property kOneStationsConnectors{{"connectors"}, sizedText(KVO_HWS_getUsbConnectorListOne), kConnectorCodes};
-
 /// Asked of no station in particular, but shown the same way.
-const Property kAllConnectors{{"connectors"}, [](uint32_t) { return readText(KVO_HWS_getUsbConnectorList); }, kConnectorCodes};
+Report showAllConnectors(const Property &ofOneStation)
+{
+    const auto read = [](uint32_t) { return tools::readText(KVO_HWS_getUsbConnectorList); };
+    return show({ofOneStation.keys, read, ofOneStation.codes}, 0);
+}
 
 Action setUpConnectors(CLI::App &command)
 {
     const auto stations = addStations(command, std::string("One station, else all of them: ") + kStationForms);
-    return [=] {
+    return [stations, &property = tools::stationProperty("usb connectors")] {
         if (stations->empty()) {
-            return show(kAllConnectors, 0);
+            return showAllConnectors(property);
         }
         if (stations->size() > 1) {
             throw UsageError("one station at most");
         }
-        return show(kOneStationsConnectors, stationAddress(stations->front()));
+        return show(property, stationAddress(stations->front()));
     };
 }
 
@@ -74,13 +71,11 @@ void addUsbCommands(CommandLine &commandLine)
 {
     Family usb(commandLine, kOneStation, "usb", "The USB lock, connectors and devices of stations");
     Family lock(usb, "lock", "The USB lock of stations");
-    lock.add("get", "Show the two numbers of a station's USB lock", {"10.0.0.5"},
-             showing({{"lock_first", "lock_second"}, numbers(KVO_HWS_getUsbLock)}));
+    lock.add("get", "Show the two numbers of a station's USB lock", {"10.0.0.5"}, showing("usb lock get"));
     lock.add("set",
              "Set the USB lock of stations over the network, without waiting for an answer; of EVERY station if none is named",
-             {"1 0 10.0.0.5", "0 0 10.0.0.5 \"Portal mill\"", "0 0"}, {setUpUsbLock});
-    usb.add("connectors", "Show the list of the USB connectors of all stations or of one", {"", "10.0.0.5"},
-            {setUpConnectors, {kOneStationsConnectors}});
+             {"1 0 10.0.0.5", "0 0 10.0.0.5 \"Portal mill\"", "0 0"}, setUpUsbLock);
+    usb.add("connectors", "Show the list of the USB connectors of all stations or of one", {"", "10.0.0.5"}, setUpConnectors);
     addUsbEventCommands(usb, commandLine);
 }
 

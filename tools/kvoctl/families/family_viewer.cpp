@@ -1,7 +1,6 @@
 // Subcommands about a station's viewer, and the station around it.
 #include "kvoctl/command_line/station_commands.h"
 #include "kvoctl/families/families.h"
-#include "kvoctl/output/readers.h"
 
 #include <kvo_hws/requests.h>
 
@@ -12,28 +11,12 @@ namespace {
 // A command has 1024 bytes, and longer ones are cut. Three of these fit.
 constexpr std::size_t kLongestPart = 300;
 
-/// The longest texts that a server and a display can have, with their terminators.
-constexpr std::size_t kServerSize = 1025;
-
-Reading server(uint32_t station)
-{
-    std::array<char, kServerSize> server{};
-    std::array<char, kServerSize> display{};
-    uint32_t serverSize = server.size();
-    uint32_t displaySize = display.size();
-    const int32_t result = KVO_HWS_getCurrentServer(station, server.data(), &serverSize, display.data(), &displaySize);
-    if (result != KVO_HWS_OK) {
-        return {result};
-    }
-    return {result, {Value{server.data()}, Value{display.data()}}};
-}
-
 const std::vector<Meaning> kBusy{{KVO_HWS_NO, "busy; try again"}};
 const std::vector<Meaning> kNotRunning{{KVO_HWS_NO, "the station's viewer does not run"}};
 
-Subcommand stopping()
+SetUp stopping()
 {
-    const auto setUp = [](CLI::App &command) -> Action {
+    return [](CLI::App &command) -> Action {
         const auto station = addStation(command);
         auto *preempt = addFlag(command, "--preempt", "Ahead of others that wait");
         auto *noClean = addFlag(command, "--no-clean", "Without cleaning up after the viewer");
@@ -45,7 +28,6 @@ Subcommand stopping()
             return done(request(stationAddress(*station)), kNotRunning);
         };
     };
-    return {setUp};
 }
 
 }  // namespace
@@ -61,10 +43,8 @@ void addViewerCommands(CommandLine &commandLine)
                order(KVO_HWS_startConfiguredViewer, kBusy, Text{"TEXT", "The connection", kLongestPart},
                      Number<>{"NUMBER", "Its number"}));
     viewer.add("stop", "Stop the viewer", {"10.0.0.5", "10.0.0.5 --preempt", "\"Portal mill\" --no-clean"}, stopping());
-    viewer.add("active", "Tell whether the viewer runs", {"10.0.0.5"},
-               showing({{"active"}, yesNo(KVO_HWS_isViewerActive), {}, true}));
-    viewer.add("server", "Show which server and display the viewer shows", {"10.0.0.5"},
-               showing({{"server", "display"}, server, {{KVO_HWS_NO, "no server is shown"}}}));
+    viewer.add("active", "Tell whether the viewer runs", {"10.0.0.5"}, showing("viewer active"));
+    viewer.add("server", "Show which server and display the viewer shows", {"10.0.0.5"}, showing("viewer server"));
     viewer.add("status-line", "Write the station's status line", {"10.0.0.5 1 2 \"Tool 7 is worn\""},
                order(KVO_HWS_setStatusline, {}, Number<>{"VALUE1", "A number for the service"},
                      Number<>{"VALUE2", "Another one"}, Text{"TEXT", "The line", kLongestPart}));

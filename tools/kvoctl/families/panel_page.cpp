@@ -1,22 +1,17 @@
-// Asks for one property after the other. What a station does not have is part of its state and ends nothing.
+// What a station does not have is part of its state and ends nothing.
 #include "kvoctl/families/panel_page.h"
 
 #include "common/dotted_address.h"
+#include "common/station/state.h"
 #include "kvoctl/command_line/station_argument.h"
+#include "kvoctl/output/property.h"
 #include "kvoctl/output/station_record.h"
 
 #include <kvo_hws/result.h>
 
-#include <chrono>
-
-using namespace std::chrono_literals;
-
 namespace kvoctl {
 
 namespace {
-
-/// An answer that takes so long has not come: the library gives a silent service 4 s, and would at every further question.
-constexpr auto kSilence = 3s;
 
 class Page {
 public:
@@ -29,16 +24,12 @@ public:
         address_ = station.address;
     }
 
-    void ask(const std::string &section, const Property &property)
+    [[nodiscard]] uint32_t address() const noexcept { return address_; }
+
+    void take(const tools::NamedProperty &asked, const Reading &reading)
     {
-        const auto start = std::chrono::steady_clock::now();
-        const Reading reading = property.read(address_);
-        if (reading.result == KVO_HWS_NO_SERVICE) {
-            require(reading.result);
-        }
-        if (reading.result != KVO_HWS_OK && std::chrono::steady_clock::now() - start > kSilence) {
-            throw Failure(reading.result, "the service stopped answering");
-        }
+        const Property &property = asked.property;
+        const std::string section = tools::familyKey(asked.words);
         for (std::size_t i = 0; i < property.keys.size(); ++i) {
             if (reading.result == KVO_HWS_OK) {
                 add(section, property.keys[i], reading.values.at(i));
@@ -76,21 +67,17 @@ private:
 
 }  // namespace
 
-Subcommand stationPage(const CommandLine &commandLine)
+SetUp stationPage()
 {
-    const auto setUp = [&commandLine](CLI::App &command) -> Action {
+    return [](CLI::App &command) -> Action {
         const auto station = addStation(command);
-        return [&commandLine, station] {
+        return [station] {
             Page page(lookUp(*station));
-            for (const Section &section : commandLine.sections()) {
-                for (const Property &property : section.properties) {
-                    page.ask(section.key, property);
-                }
-            }
+            tools::readStation(page.address(),
+                               [&page](const auto &asked, const Reading &reading) { page.take(asked, reading); });
             return std::move(page).report();
         };
     };
-    return {setUp};
 }
 
 }  // namespace kvoctl

@@ -5,7 +5,6 @@
 
 namespace kvoctl {
 
-/// Shows everything that any subcommand of @p commandLine can show of a station.
-Subcommand stationPage(const CommandLine &commandLine);
+SetUp stationPage();
 
 }  // namespace kvoctl

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "kvoctl/command_line/command_line.h"
+#include "kvoctl/output/property.h"
 
 #include <string>
 #include <vector>

@@ -3,6 +3,7 @@
 
 #include "kvoctl/command_line/arguments.h"
 #include "kvoctl/live/usb_event_session.h"
+#include "kvoctl/output/property.h"
 
 #include <kvo_hws/result.h>
 #include <kvo_hws/service.h>
@@ -16,7 +17,7 @@ namespace {
 
 bool areActive()
 {
-    const int32_t result = withMissingService(KVO_HWS_isUSBEventsActivated());
+    const int32_t result = tools::withMissingService(KVO_HWS_isUSBEventsActivated());
     if (result != KVO_HWS_NO) {
         require(result);
     }
@@ -96,8 +97,8 @@ void addUsbEventCommands(Family &usb, const CommandLine &commandLine)
     usb.add("watch",
             "Show what happens to the USB devices of all stations, until Ctrl-C or until another program wants to know",
             {"", "--json", "--exec ./on-usb-event.sh", "--v1"}, {watchingUsb(commandLine)});
-    usb.add("is-active", "Tell whether a program has USB events activated", {""}, {setUpIsActive});
-    usb.add("close", "End USB events, whichever program has them", {""}, {setUpClose});
+    usb.add("is-active", "Tell whether a program has USB events activated", {""}, setUpIsActive);
+    usb.add("close", "End USB events, whichever program has them", {""}, setUpClose);
 }
 
 }  // namespace kvoctl

@@ -1,6 +1,7 @@
 // What a command has to say, and how it reaches standard output: for people, or as exactly one JSON document.
 #pragma once
 
+#include "common/station/property.h"
 #include "kvoctl/output/result.h"
 #include "kvoctl/output/table.h"
 
@@ -11,8 +12,7 @@
 
 namespace kvoctl {
 
-/// Keys stay in the order in which they were added.
-using Document = nlohmann::ordered_json;
+using tools::Document;
 
 struct Report {
     Document document{};  ///< null: what there was to say has been written already

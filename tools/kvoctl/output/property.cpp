@@ -1,45 +1,7 @@
-// Shows values, and sorts properties into sections.
+// The only value of a property on a line, several as a table.
 #include "kvoctl/output/property.h"
 
-#include <algorithm>
-
 namespace kvoctl {
-
-namespace {
-
-/// "channel-info get" belongs to the section "channel_info", "usb lock get" to "usb".
-std::string sectionKey(const std::string &words)
-{
-    std::string key = words.substr(0, words.find(' '));
-    std::replace(key.begin(), key.end(), '-', '_');
-    return key;
-}
-
-}  // namespace
-
-std::string Value::text() const
-{
-    if (!own.empty()) {
-        return own;
-    }
-    if (document.is_null()) {
-        return "-";
-    }
-    if (document.is_boolean()) {
-        return document.get<bool>() ? "yes" : "no";
-    }
-    return document.is_string() ? document.get<std::string>() : document.dump();
-}
-
-void addTo(std::vector<Section> &sections, const std::string &words, const Property &property)
-{
-    const std::string key = sectionKey(words);
-    auto section = std::find_if(sections.begin(), sections.end(), [&key](const Section &known) { return known.key == key; });
-    if (section == sections.end()) {
-        section = sections.insert(section, Section{key, {}});
-    }
-    section->properties.push_back(property);
-}
 
 Report show(const Property &property, uint32_t station)
 {

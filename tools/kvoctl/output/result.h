@@ -1,11 +1,10 @@
-// What a library's result means: in words for people, as an exit status for scripts.
+// What a library's result comes to: an exit status for scripts, a hint for people.
 #pragma once
 
-#include <cstdint>
-#include <optional>
+#include "common/station/result.h"
+
 #include <stdexcept>
 #include <string>
-#include <vector>
 
 namespace kvoctl {
 
@@ -25,33 +24,14 @@ struct UsageError : std::runtime_error {
     using runtime_error::runtime_error;
 };
 
-/// A request that did not end with 1, with its result and what that means.
-class Failure : public std::runtime_error {
-public:
-    Failure(int32_t result, const std::string &meaning) : runtime_error(meaning), result_(result) {}
+using tools::Failure;
+using tools::Meaning;
+using tools::require;
+using tools::words;
 
-    [[nodiscard]] int32_t result() const noexcept { return result_; }
-    [[nodiscard]] Exit exit() const noexcept;
-    /// What the user can do about it; empty where nothing general can be said.
-    [[nodiscard]] std::string hint() const;
+Exit exitOf(const Failure &failure) noexcept;
 
-private:
-    int32_t result_;
-};
-
-/// What a result means for one request, where that is more than the general words say.
-struct Meaning {
-    int32_t result;
-    std::string words;
-};
-
-/// The words for @p result: of the first of @p own that fits, else the general ones.
-std::string words(int32_t result, const std::vector<Meaning> &own);
-
-/// Throws Failure unless @p result is 1.
-void require(int32_t result, const std::vector<Meaning> &own = {});
-
-/// The result of a request that tells a missing service like a refusal; a question that does not comes after.
-int32_t withMissingService(int32_t result);
+/// What the user can do about it; empty where nothing general can be said.
+std::string hintOf(const Failure &failure);
 
 }  // namespace kvoctl

@@ -1,7 +1,7 @@
 // Readers of answers that are no plain numbers.
-#include "kvoctl/output/readers.h"
+#include "common/station/readers.h"
 
-namespace kvoctl {
+namespace tools {
 
 namespace {
 
@@ -69,4 +69,4 @@ Reader sizedText(int32_t (*request)(uint32_t, char *, uint32_t *) noexcept)
     };
 }
 
-}  // namespace kvoctl
+}  // namespace tools

@@ -1,7 +1,7 @@
 // Makes readers out of the library's requests, by what these hand out.
 #pragma once
 
-#include "kvoctl/output/property.h"
+#include "common/station/property.h"
 
 #include <kvo_hws/result.h>
 
@@ -10,7 +10,7 @@
 #include <tuple>
 #include <utility>
 
-namespace kvoctl {
+namespace tools {
 
 /// One number or more, all of them or none.
 template <class... Numbers>
@@ -55,4 +55,4 @@ Reading readText(const AskText &ask);
 /// As readText, of one station.
 Reader sizedText(int32_t (*request)(uint32_t, char *, uint32_t *) noexcept);
 
-}  // namespace kvoctl
+}  // namespace tools

@@ -1,0 +1,209 @@
+// The table of properties: each is asked for by one request, but for a startup setting, which the library has in two halves.
+#include "common/station/properties.h"
+
+#include "common/station/readers.h"
+
+#include <kvo_hws/requests.h>
+#include <kvo_hws/result.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <stdexcept>
+
+namespace tools {
+
+namespace {
+
+// ---- Panel ----
+
+constexpr std::array kEnabledDisabled{"enabled", "disabled"};
+
+const std::vector<Meaning> kModeUnknown{{KVO_HWS_NO, "the station does not know this mode"},
+                                        {KVO_HWS_UNSUPPORTED, "the station does not know this mode"},
+                                        {KVO_HWS_NOT_ACTIVE, "the station's backlight is not active"}};
+
+Property brightness(const std::string &key, uint32_t mode)
+{
+    const auto read = [mode](uint32_t station) -> Reading {
+        uint32_t level = 0;
+        const int32_t result = KVO_HWS_getBacklightBrightnessV2(station, &level, mode);
+        if (result != KVO_HWS_OK) {
+            return {result};
+        }
+        return {result, {Value{level}}};
+    };
+    return {{key}, read, kModeUnknown};
+}
+
+const std::vector<Meaning> kNoTerminal{{KVO_HWS_NO, "the station has no handheld terminal of this type"}};
+
+const std::vector<Meaning> kMarovantiCodes{{KVO_HWS_OUT_OF_RANGE, "the service answered an unknown mode"},
+                                           {KVO_HWS_NOT_AVAILABLE, "the panel was not found, or the service failed"},
+                                           {KVO_HWS_UNKNOWN_REPLY, "the service answered something unknown"}};
+
+// ---- Viewer ----
+
+/// The longest texts that a server and a display can have, with their terminators.
+constexpr std::size_t kServerSize = 1025;
+
+Reading server(uint32_t station)
+{
+    std::array<char, kServerSize> server{};
+    std::array<char, kServerSize> display{};
+    uint32_t serverSize = server.size();
+    uint32_t displaySize = display.size();
+    const int32_t result = KVO_HWS_getCurrentServer(station, server.data(), &serverSize, display.data(), &displaySize);
+    if (result != KVO_HWS_OK) {
+        return {result};
+    }
+    return {result, {Value{server.data()}, Value{display.data()}}};
+}
+
+// ---- Focus ----
+
+/// The two halves of one setting, which the library asks for one by one.
+Reading startup(uint32_t station)
+{
+    Reading active = numbers(KVO_HWS_getKVOStartupActive)(station);
+    if (active.result != KVO_HWS_OK) {
+        return active;
+    }
+    Reading priority = numbers(KVO_HWS_getKVOStartupPrio)(station);
+    if (priority.result != KVO_HWS_OK) {
+        return priority;
+    }
+    return {KVO_HWS_OK, {active.values.front(), priority.values.front()}};
+}
+
+// ---- Input ----
+
+/// The third version reports by a mask which counts the service gave.
+Reading inputDevices(uint32_t station)
+{
+    uint32_t mask = 0;
+    std::array<uint32_t, 6> counts{};
+    auto &[kbd, mouse, touch, multitouch, contacts, vkbd] = counts;
+    const int32_t result = KVO_HWS_showInputDeviceV3(station, &mask, &kbd, &mouse, &touch, &multitouch, &contacts, &vkbd);
+    std::vector<Value> values;
+    for (std::size_t bit = 0; bit < counts.size(); ++bit) {
+        const bool given = (mask >> bit & 1) != 0;
+        values.push_back(Value{given ? Document(counts.at(bit)) : Document(nullptr)});
+    }
+    return {result, values};
+}
+
+const std::vector<Meaning> kNoTouchScreen{{KVO_HWS_NO, "the station has no touch screen"}};
+
+// ---- USB ----
+
+const std::vector<Meaning> kConnectorCodes{{KVO_HWS_NO, "the list of connectors is empty"},
+                                           {KVO_HWS_REFUSED, "the service refused"},
+                                           {KVO_HWS_UNKNOWN_REPLY, "the service answered something unknown"},
+                                           {KVO_HWS_BUSY, "the service is busy; try again"}};
+
+// ---- Metrics ----
+
+enum class MetricForm { text, number, bits };
+
+/// The size of any metric.
+using MetricRoom = std::array<char, 8>;
+
+Value metricValue(MetricForm form, const MetricRoom &room)
+{
+    if (form == MetricForm::text) {
+        return Value{std::string(room.data(), strnlen(room.data(), room.size()))};
+    }
+    uint32_t number = 0;
+    std::memcpy(&number, room.data(), sizeof number);
+    if (form == MetricForm::number) {
+        return Value{number};
+    }
+    std::array<char, sizeof "0x00000000"> hex{};
+    std::snprintf(hex.data(), hex.size(), "0x%08X", number);
+    return {number, hex.data()};
+}
+
+const std::vector<Meaning> kMetricCodes{{KVO_HWS_NOT_AVAILABLE, "the station does not tell"},
+                                        {KVO_HWS_UNKNOWN_REPLY, "the service answered a malformed value"}};
+
+/// @p number  as the library counts the metrics
+Property metric(const std::string &key, uint32_t number, MetricForm form)
+{
+    const auto read = [number, form](uint32_t station) -> Reading {
+        MetricRoom room{};
+        const int32_t result = KVO_HWS_getStationMetrics(station, number, room.data());
+        if (result != KVO_HWS_OK) {
+            return {result};
+        }
+        return {result, {metricValue(form, room)}};
+    };
+    return {{key}, read, kMetricCodes};
+}
+
+std::vector<NamedProperty> makeProperties()
+{
+    return {
+        {"panel type", {{"type"}, numbers(KVO_HWS_getStationType)}},
+        {"panel brightness-v2 0", brightness("brightness_v2_mode_0", 0)},
+        {"panel brightness-v2 1", brightness("brightness_v2_mode_1", 1)},
+        {"panel numlock", {{"numlock"}, word(KVO_HWS_getDisableNumLock, kEnabledDisabled)}},
+        {"panel capslock", {{"capslock"}, word(KVO_HWS_getDisableCapsLock, kEnabledDisabled)}},
+        {"panel sw-capslock", {{"sw_capslock"}, numbers(KVO_HWS_getSwCapsLock)}},
+        {"panel rv4-mode", {{"rv4_mode"}, word(KVO_HWS_getRV4Mode, std::array{"auto", "individual"}), kNoTerminal}},
+        {"panel marovanti", {{"marovanti"}, yesNo(KVO_HWS_isMarovantiPanel), kMarovantiCodes, true}},
+        {"viewer active", {{"active"}, yesNo(KVO_HWS_isViewerActive), {}, true}},
+        {"viewer server", {{"server", "display"}, server, {{KVO_HWS_NO, "no server is shown"}}}},
+        {"address mcp", {{"mcp"}, numbers(KVO_HWS_getMCPAddress)}},
+        {"address kvo-index", {{"kvo_index"}, numbers(KVO_HWS_getKVOIndex)}},
+        {"address dck", {{"dck"}, numbers(KVO_HWS_getDCKAddress)}},
+        {"address dck-enable", {{"dck_enable"}, word(KVO_HWS_getDCKEnable, std::array{"off", "on"})}},
+        {"address cks-index", {{"cks_index"}, numbers(KVO_HWS_getKVOCksIndex)}},
+        {"focus priority", {{"suspend_lock", "suspend_priority"}, numbers(KVO_HWS_getKVOPriority)}},
+        {"focus startup", {{"startup_active", "startup_priority"}, startup}},
+        {"focus channel", {{"channel"}, numbers(KVO_HWS_getKVOChannelOnFocus)}},
+        {"focus screen", {{"screen"}, unsizedText(KVO_HWS_getKVOScreenOnFocus)}},
+        {"focus m2n", {{"m2n"}, unsizedText(KVO_HWS_getKVOT2M2N)}},
+        {"channel-info get",
+         {{"info"}, sizedText(KVO_HWS_getChannelInfo), {{KVO_HWS_NO, "the station has no channel information"}}}},
+        {"input devices", {{"keyboards", "mice", "touch", "multitouch", "max_contacts", "virtual_keyboards"}, inputDevices}},
+        {"input dpi", {{"dpi"}, numbers(KVO_HWS_showDPI)}},
+        {"touch calibration", {{"press_threshold", "nonlinear"}, numbers(KVO_HWS_getTouchScreenCalibParam), kNoTouchScreen}},
+        {"usb lock get", {{"lock_first", "lock_second"}, numbers(KVO_HWS_getUsbLock)}},
+        {"usb connectors", {{"connectors"}, sizedText(KVO_HWS_getUsbConnectorListOne), kConnectorCodes}},
+        {"metrics oem-layout", metric("oem_layout", 1, MetricForm::text)},
+        {"metrics softkey-type", metric("softkey_type", 2, MetricForm::number)},
+        {"metrics keyboard-caps", metric("keyboard_caps", 3, MetricForm::bits)},
+        {"metrics dpi", metric("dpi", 4, MetricForm::number)},
+        {"metrics hardware-caps", metric("hardware_caps", 5, MetricForm::bits)},
+        {"metrics rotation", metric("rotation", 6, MetricForm::number)},
+    };
+}
+
+}  // namespace
+
+std::string familyKey(std::string_view words)
+{
+    std::string key(words.substr(0, words.find(' ')));
+    std::replace(key.begin(), key.end(), '-', '_');
+    return key;
+}
+
+std::span<const NamedProperty> stationProperties()
+{
+    static const std::vector<NamedProperty> properties = makeProperties();
+    return properties;
+}
+
+const Property &stationProperty(std::string_view words)
+{
+    for (const NamedProperty &named : stationProperties()) {
+        if (named.words == words) {
+            return named.property;
+        }
+    }
+    throw std::out_of_range("not a property of a station: " + std::string(words));
+}
+
+}  // namespace tools

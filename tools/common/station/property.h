@@ -1,0 +1,41 @@
+// One thing that can be read of a station: how it is asked for, and how its values are shown.
+#pragma once
+
+#include "common/station/result.h"
+
+#include <nlohmann/json.hpp>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace tools {
+
+/// Keys stay in the order in which they were added.
+using Document = nlohmann::ordered_json;
+
+/// A value in documents, and for people where that is different.
+struct Value {
+    Document document;
+    std::string own{};
+
+    [[nodiscard]] std::string text() const;
+};
+
+/// An answer of the service; no values unless the result is 1.
+struct Reading {
+    int32_t result;
+    std::vector<Value> values{};
+};
+
+using Reader = std::function<Reading(uint32_t station)>;
+
+struct Property {
+    std::vector<std::string> keys;  ///< one for each value
+    Reader read;
+    std::vector<Meaning> codes{};
+    bool isQuestion = false;  ///< answered by yes or no
+};
+
+}  // namespace tools

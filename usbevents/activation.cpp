@@ -11,9 +11,9 @@
 #include "runtime/log.h"
 #include "runtime/owners.h"
 #include "service/request.h"
-#include "service/server_state.h"
 #include "usbevents/callbacks.h"
 #include "usbevents/server.h"
+#include "usbevents/server_state.h"
 #include "usbevents/service_answer.h"
 
 #include <atomic>

@@ -6,10 +6,10 @@
 #include "runtime/clock.h"
 #include "runtime/log.h"
 #include "runtime/owners.h"
-#include "service/server_state.h"
 #include "service/socket.h"
 #include "usbevents/activation.h"
 #include "usbevents/callbacks.h"
+#include "usbevents/server_state.h"
 #include "usbevents/service_answer.h"
 
 #include <array>

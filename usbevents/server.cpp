@@ -9,8 +9,8 @@
 #include "runtime/clock.h"
 #include "runtime/log.h"
 #include "runtime/owners.h"
-#include "service/server_state.h"
 #include "service/socket.h"
+#include "usbevents/server_state.h"
 
 #include <atomic>
 #include <cerrno>

@@ -5,8 +5,8 @@
 
 #include "runtime/clock.h"
 #include "runtime/owners.h"
-#include "service/server_state.h"
 #include "service/socket.h"
+#include "usbevents/server_state.h"
 
 #include <array>
 #include <cerrno>

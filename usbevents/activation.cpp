@@ -1,7 +1,5 @@
 // Activating and closing USB events. Both stop whatever server runs and leave the talk with the service to a thread; what
 // comes of it is told to the callback.
-#include "usbevents/activation.h"
-
 #include <kvo_hws/result.h>
 #include <kvo_hws/runtime.h>
 #include <kvo_hws/service.h>
@@ -30,10 +28,6 @@ constexpr int kServerStillRuns = -1;
 /// Stopping a server and starting the next one is one step: activations and closes take turns at it. Not held while host code
 /// runs.
 pthread_mutex_t serverChange = PTHREAD_MUTEX_INITIALIZER;
-
-/// Guards lastActivation together with the slots that it is about.
-pthread_mutex_t callbackChange = PTHREAD_MUTEX_INITIALIZER;
-std::atomic<uintptr_t> lastActivation{0};
 
 bool startServer() noexcept { return kvo_hws::serverState().load() == NOTIFY_STOPPED && kvo_hws::startUsbServer(); }
 
@@ -92,8 +86,8 @@ template <class Callback>
 Change replaceServer(Callback callback, const Generation<Callback> &generation) noexcept
 {
     const kvo_hws::Lock lock(serverChange);
-    Change change{KVO_HWS_OK, kvo_hws::overtakeActivations()};
-    // A close that came in between may have taken it away again; from here on that one is overtaken.
+    Change change{KVO_HWS_OK, kvo_hws::supersedeActivations()};
+    // A close that came in between may have taken it away again; from here on that one is superseded.
     generation.slot.store(callback);
     change.result = stopServer(generation.label);
     if (change.result == KVO_HWS_OK) {
@@ -105,7 +99,7 @@ Change replaceServer(Callback callback, const Generation<Callback> &generation) 
 Change endServer(const char *label) noexcept
 {
     const kvo_hws::Lock lock(serverChange);
-    const uintptr_t number = kvo_hws::overtakeActivations();
+    const uintptr_t number = kvo_hws::supersedeActivations();
     return {stopServer(label), number};
 }
 
@@ -122,7 +116,7 @@ int32_t activate(Callback callback, Generation<Callback> generation) noexcept
         result = change.result;
         if (result == KVO_HWS_SERVER_FAILED) {
             generation.tell(USB_EVENT_SERVER_FAILED);
-            kvo_hws::takeCallbacksAway(change.number);
+            kvo_hws::clearCallbacks(change.number);
         }
     }
     if (result != KVO_HWS_OK) {
@@ -134,27 +128,10 @@ int32_t activate(Callback callback, Generation<Callback> generation) noexcept
 /// A number comes from an activation or close; a host that runs a thread by itself means the last one.
 uintptr_t numberOf(void *argument) noexcept
 {
-    return argument != nullptr ? reinterpret_cast<uintptr_t>(argument) : lastActivation.load();
+    return argument != nullptr ? reinterpret_cast<uintptr_t>(argument) : kvo_hws::latestActivation();
 }
 
 }  // namespace
-
-uintptr_t kvo_hws::overtakeActivations() noexcept
-{
-    const Lock lock(callbackChange);
-    const uintptr_t number = ++lastActivation;
-    return number != 0 ? number : ++lastActivation;
-}
-
-bool kvo_hws::takeCallbacksAway(uintptr_t number) noexcept
-{
-    const Lock lock(callbackChange);
-    if (lastActivation.load() != number) {
-        return false;
-    }
-    SetFunction_SendUSBEvent_NULL();
-    return true;
-}
 
 int32_t KVO_HWS_activateUSBEvents(SendUsbEventV1 callback) noexcept
 {
@@ -178,7 +155,7 @@ int32_t KVO_HWS_closeUSBEvents() noexcept
     const Change change = endServer(kLabel);
     if (change.result != KVO_HWS_OK) {
         SendUSBEventCheckNULL_Simple(USB_EVENT_SERVER_FAILED);
-        kvo_hws::takeCallbacksAway(change.number);
+        kvo_hws::clearCallbacks(change.number);
         return change.result;
     }
     // Without a thread the service is not told and the callback stays set, so that closing again tells it.
@@ -201,21 +178,21 @@ void *threadActivateUSBevents(void *argument) noexcept
 {
     kvo_hws_detach_thread();
     const uintptr_t number = numberOf(argument);
-    // However long the service takes: only who was overtaken meanwhile has nothing left to ask for, or to tell.
-    const auto overtaken = [number] { return lastActivation.load() != number; };
-    while (KVO_HWS_isInitComplete() != KVO_HWS_OK && !overtaken()) {
+    // However long the service takes: only an activation that was superseded has nothing left to ask for, or to report.
+    const auto superseded = [number] { return kvo_hws::latestActivation() != number; };
+    while (KVO_HWS_isInitComplete() != KVO_HWS_OK && !superseded()) {
         kvo_hws::pause(kInitPollTime);
     }
-    if (overtaken()) {
+    if (superseded()) {
         return nullptr;
     }
     const kvo_hws::ServiceAnswer answer = kvo_hws::askService("activateUSBEvents");
-    if (overtaken()) {
+    if (superseded()) {
         return nullptr;
     }
     tellAnswer(answer, USB_EVENT_ACTIVATED);
     if (answer != kvo_hws::ServiceAnswer::ok) {
-        kvo_hws::takeCallbacksAway(number);
+        kvo_hws::clearCallbacks(number);
     }
     return nullptr;
 }
@@ -224,8 +201,8 @@ void *threadDeactivateUSBevents(void *argument) noexcept
 {
     kvo_hws_detach_thread();
     const uintptr_t number = numberOf(argument);
-    // Told also where it was overtaken: whoever closed waits for it.
+    // Told also where it was superseded: whoever closed waits for it.
     tellAnswer(kvo_hws::askService("deactivateUSBEvents"), USB_EVENT_DEACTIVATED);
-    kvo_hws::takeCallbacksAway(number);
+    kvo_hws::clearCallbacks(number);
     return nullptr;
 }

@@ -3,6 +3,7 @@
 
 #include "runtime/owners.h"
 
+#include <atomic>
 #include <cstddef>
 
 SendUsbEventV1 sendUSBEvent = nullptr;
@@ -15,6 +16,10 @@ namespace {
 using kvo_hws::kCallbackFailed;
 using kvo_hws::newerCallback;
 using kvo_hws::olderCallback;
+
+/// Guards latest together with the slots that it is about.
+pthread_mutex_t callbackChange = PTHREAD_MUTEX_INITIALIZER;
+std::atomic<uintptr_t> latest{0};
 
 /// Calls a host's function, from which nothing but its result comes back.
 template <class Callback, class... Arguments>
@@ -52,4 +57,23 @@ void SetFunction_SendUSBEvent_NULL() noexcept
 {
     olderCallback().store(nullptr);
     newerCallback().store(nullptr);
+}
+
+uintptr_t kvo_hws::supersedeActivations() noexcept
+{
+    const Lock lock(callbackChange);
+    const uintptr_t number = ++latest;
+    return number != 0 ? number : ++latest;
+}
+
+uintptr_t kvo_hws::latestActivation() noexcept { return latest.load(); }
+
+bool kvo_hws::clearCallbacks(uintptr_t number) noexcept
+{
+    const Lock lock(callbackChange);
+    if (latest.load() != number) {
+        return false;
+    }
+    SetFunction_SendUSBEvent_NULL();
+    return true;
 }

@@ -1,9 +1,11 @@
-// The two callback slots: who is told of USB events.
+// The two callback slots, which USB events go to, and the latest activation, which alone may clear them.
 #pragma once
 
 #include <kvo_hws/usbevents.h>
 
 #include "runtime/shared_word.h"
+
+#include <cstdint>
 
 namespace kvo_hws {
 
@@ -15,5 +17,14 @@ inline constexpr int32_t kCallbackFailed = -1;
 
 /// Bytes of an event that come before its payload.
 inline constexpr uint32_t kEventHead = 8;
+
+/// A new activation, or the end of one, supersedes every earlier one. Returns its number, which is not 0.
+uintptr_t supersedeActivations() noexcept;
+
+/// The number of the latest activation, or end of one; 0 before the first.
+uintptr_t latestActivation() noexcept;
+
+/// Clears both callbacks if @p number is still the latest activation. Returns true if it did.
+bool clearCallbacks(uintptr_t number) noexcept;
 
 }  // namespace kvo_hws

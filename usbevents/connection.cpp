@@ -7,7 +7,6 @@
 #include "runtime/log.h"
 #include "runtime/owners.h"
 #include "service/socket.h"
-#include "usbevents/activation.h"
 #include "usbevents/callbacks.h"
 #include "usbevents/server_state.h"
 #include "usbevents/service_answer.h"
@@ -140,11 +139,11 @@ constexpr EventText kEventTexts[] = {
 /// Another program wants the events, and gets them also where the service refuses: it takes the path in any case.
 const char *giveUp() noexcept
 {
-    const uintptr_t number = kvo_hws::overtakeActivations();
+    const uintptr_t number = kvo_hws::supersedeActivations();
     const char *const answer = kvo_hws::askService("deactivateUSBEvents") == kvo_hws::ServiceAnswer::ok ? kOk : kFailed;
     SendUSBEventCheckNULL_Simple(USB_EVENT_DEACTIVATED);
     // An activation that came meanwhile has taken them back, with a server of its own.
-    if (kvo_hws::takeCallbacksAway(number)) {
+    if (kvo_hws::clearCallbacks(number)) {
         kvo_hws::suicide().store(1);
     }
     return answer;

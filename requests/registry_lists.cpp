@@ -23,9 +23,9 @@ namespace {
 
 using kvo_hws::Answer;
 using kvo_hws::HeapText;
+using kvo_hws::kSilent;
 using kvo_hws::Request;
 
-constexpr const char *kSilent = nullptr;
 constexpr auto kLockPause = 10ms;
 constexpr std::size_t kPathSize = 1028;
 constexpr std::size_t kLongestPath = 1024;

@@ -9,9 +9,8 @@
 namespace {
 
 using kvo_hws::Answer;
+using kvo_hws::kSilent;
 using kvo_hws::Request;
-
-constexpr const char *kSilent = nullptr;  // label of the requests that log nothing
 
 /// The text as it has always been delivered: a template that no build ever filled in. Programs compare it whole.
 constexpr std::string_view kLibraryVersion = "V%#.%#.#%.#%";

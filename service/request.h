@@ -22,9 +22,12 @@ struct Answer {
     const char *reason = nullptr;
 };
 
+/// The label of a request that logs nothing.
+inline constexpr const char *kSilent = nullptr;
+
 class Request {
 public:
-    /// @param label   starts every message; null for a request that logs nothing
+    /// @param label   starts every message; kSilent for a request that logs nothing
     /// @param suffix  ends the frame's own reasons, for functions that tell two exchanges apart by it
     explicit Request(const char *label, const char *suffix = "") noexcept : label_(label), suffix_(suffix) {}
 

@@ -166,7 +166,7 @@ int32_t KVO_HWS_closeUSBEvents() noexcept
 
 int32_t KVO_HWS_isUSBEventsActivated() noexcept
 {
-    return kvo_hws::Request(nullptr)
+    return kvo_hws::Request(kvo_hws::kSilent)
         .sendFailureIs(KVO_HWS_FAILED)
         .send("isUSBEventsActivated")
         .on("yes", KVO_HWS_OK)

@@ -26,7 +26,7 @@ void clearList(Record *list, uint32_t capacity) noexcept
 template <class Take>
 int32_t takeList(Request &request, uint32_t *capacity, Take take) noexcept
 {
-    return request.onNoText(kNoText)
+    return request.onNoText(KVO_HWS_FAILED, kNoText)
         .onFailed()
         .whole([=](const char *reply) -> Answer {
             uint32_t count = GetCountKVODescriptionsFromTextEx(reply);

@@ -19,7 +19,7 @@ constexpr const char *kCountExchange = " (count)";
 /// is too large, which is how callers ask for it.
 int32_t takeCount(Request &request, uint32_t *capacity, bool haveArray) noexcept
 {
-    return request.onNoText(kvo_hws::kNoText)
+    return request.onNoText(KVO_HWS_FAILED, kvo_hws::kNoText)
         .onFailed()
         .whole([=](const char *reply) -> Answer {
             const auto [count, end] = kvo_hws::readNumber(reply, 10);

@@ -80,10 +80,10 @@ Request &Request::otherwise(int32_t code, const char *reason) noexcept
     return *this;
 }
 
-Request &Request::onNoText(const char *reason) noexcept
+Request &Request::onNoText(int32_t code, const char *reason) noexcept
 {
     if (!settled_ && reply_ == nullptr) {
-        settle({KVO_HWS_FAILED, reason});
+        settle({code, reason});
     }
     return *this;
 }

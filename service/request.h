@@ -119,8 +119,8 @@ public:
 
     // ---- Departures ----
 
-    /// A message of its own wherever the reply holds no text at all.
-    Request &onNoText(const char *reason) noexcept;
+    /// A reply that holds no text at all.
+    Request &onNoText(int32_t code, const char *reason = nullptr) noexcept;
 
     /// A finished message that is logged whenever a reply has come.
     Request &stray(const char *message) noexcept;

@@ -12,7 +12,6 @@
 #include "usbevents/callbacks.h"
 #include "usbevents/server.h"
 #include "usbevents/server_state.h"
-#include "usbevents/service_answer.h"
 
 #include <atomic>
 #include <syslog.h>
@@ -31,15 +30,19 @@ pthread_mutex_t serverChange = PTHREAD_MUTEX_INITIALIZER;
 
 bool startServer() noexcept { return kvo_hws::serverState().load() == NOTIFY_STOPPED && kvo_hws::startUsbServer(); }
 
-/// What the service answered, to the callback.
-void tellAnswer(kvo_hws::ServiceAnswer answer, uint32_t accepted) noexcept
+/// One exchange with the service. Returns the status that its answer stands for; @p accepted for "ok".
+int32_t askService(const char *command, int32_t accepted) noexcept
 {
-    switch (answer) {
-    case kvo_hws::ServiceAnswer::ok: SendUSBEventCheckNULL_Simple(accepted); break;
-    case kvo_hws::ServiceAnswer::other: SendUSBEventCheckNULL_Simple(USB_EVENT_REFUSED); break;
-    case kvo_hws::ServiceAnswer::none: SendUSBEventCheckNULL_Simple(USB_EVENT_NO_SERVICE); break;
-    }
+    return kvo_hws::Request(kvo_hws::kSilent)
+        .sendFailureIs(USB_EVENT_NO_SERVICE)
+        .send("%s", command)
+        .onNoText(USB_EVENT_NO_SERVICE)
+        .on("ok", accepted)
+        .otherwise(USB_EVENT_REFUSED)
+        .result();
 }
+
+void sendStatus(int32_t status) noexcept { SendUSBEventCheckNULL_Simple(static_cast<uint32_t>(status)); }
 
 /// One generation of callbacks: its slot, how its statuses reach it, and the label of its messages.
 template <class Callback>
@@ -186,12 +189,12 @@ void *threadActivateUSBevents(void *argument) noexcept
     if (superseded()) {
         return nullptr;
     }
-    const kvo_hws::ServiceAnswer answer = kvo_hws::askService("activateUSBEvents");
+    const int32_t status = askService("activateUSBEvents", USB_EVENT_ACTIVATED);
     if (superseded()) {
         return nullptr;
     }
-    tellAnswer(answer, USB_EVENT_ACTIVATED);
-    if (answer != kvo_hws::ServiceAnswer::ok) {
+    sendStatus(status);
+    if (status != USB_EVENT_ACTIVATED) {
         kvo_hws::clearCallbacks(number);
     }
     return nullptr;
@@ -202,7 +205,7 @@ void *threadDeactivateUSBevents(void *argument) noexcept
     kvo_hws_detach_thread();
     const uintptr_t number = numberOf(argument);
     // Told also where it was superseded: whoever closed waits for it.
-    tellAnswer(kvo_hws::askService("deactivateUSBEvents"), USB_EVENT_DEACTIVATED);
+    sendStatus(askService("deactivateUSBEvents", USB_EVENT_DEACTIVATED));
     kvo_hws::clearCallbacks(number);
     return nullptr;
 }

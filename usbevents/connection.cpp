@@ -6,10 +6,10 @@
 #include "runtime/clock.h"
 #include "runtime/log.h"
 #include "runtime/owners.h"
+#include "service/request.h"
 #include "service/socket.h"
 #include "usbevents/callbacks.h"
 #include "usbevents/server_state.h"
-#include "usbevents/service_answer.h"
 
 #include <array>
 #include <cstddef>
@@ -140,13 +140,13 @@ constexpr EventText kEventTexts[] = {
 const char *giveUp() noexcept
 {
     const uintptr_t number = kvo_hws::supersedeActivations();
-    const char *const answer = kvo_hws::askService("deactivateUSBEvents") == kvo_hws::ServiceAnswer::ok ? kOk : kFailed;
+    const int32_t result = kvo_hws::Request(kvo_hws::kSilent).send("deactivateUSBEvents").on("ok", KVO_HWS_OK).result();
     SendUSBEventCheckNULL_Simple(USB_EVENT_DEACTIVATED);
     // An activation that came meanwhile has taken them back, with a server of its own.
     if (kvo_hws::clearCallbacks(number)) {
         kvo_hws::suicide().store(1);
     }
-    return answer;
+    return result == KVO_HWS_OK ? kOk : kFailed;
 }
 
 // ---- The connection ----

@@ -563,6 +563,27 @@ TEST_F(Activation, gets_no_answer)
     EXPECT_TRUE(eventually([] { return !anySet(); }));
 }
 
+/// What the two threads log that ask the service, once it has finished starting.
+std::vector<std::string> messagesOfBothThreads(const std::vector<support::Script> &scripts)
+{
+    const ScriptedService service(scripts);
+    const MessagesOn messages;
+    const SyslogCapture capture;
+    onOwnThread([] { return threadActivateUSBevents(nullptr); });
+    onOwnThread([] { return threadDeactivateUSBevents(nullptr); });
+    return capture.texts();
+}
+
+TEST_F(Activation, logs_no_answer_of_the_service)
+{
+    for (const char *const reply : {"ok", "failed", "busy", ""}) {
+        EXPECT_THAT(messagesOfBothThreads({agrees({{"activateUSBEvents", reply}, {"deactivateUSBEvents", reply}})}), IsEmpty())
+            << reply;
+    }
+    EXPECT_THAT(messagesOfBothThreads({agrees(), support::closesAfterRequest(), support::closesAfterRequest()}),
+                ElementsAre("command socket - can not read from socket", "command socket - can not read from socket"));
+}
+
 TEST_F(Activation, by_the_thread_alone_asks_whoever_is_set)
 {
     const ScriptedService service({agrees()});

@@ -490,6 +490,19 @@ TEST_F(Suicide, is_answered_failed_without_a_service)
     EXPECT_EQ(suicideServed(), 1U);
 }
 
+TEST_F(Suicide, logs_no_answer_of_the_service)
+{
+    for (const char *const reply : {"ok", "failed", "busy"}) {
+        const support::ScriptedService service({support::replies(reply)});
+        const std::string answer = reply == std::string("ok") ? "ok" : "failed";
+        const MessagesOn messages;
+        const SyslogCapture capture;
+        EXPECT_EQ(answerTo("suicide"), answer + "\n");
+        EXPECT_THAT(capture.texts(), ElementsAre("USB server - received text from client 'suicide'",
+                                                 "USB server - sending text to client '" + answer + "'"));
+    }
+}
+
 TEST_F(Suicide, stops_a_running_server_once_the_connection_is_closed)
 {
     const support::ScriptedService service({support::agrees()});

@@ -5,10 +5,10 @@
 #include "agent/instance.h"
 #include "agent/line_writer.h"
 #include "runtime/clock.h"
+#include "runtime/letters.h"
 #include "runtime/log.h"
 #include "runtime/owners.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
@@ -32,16 +32,6 @@ struct Arrived {
 };
 
 bool isDigit(char character) noexcept { return character >= '0' && character <= '9'; }
-
-char lower(char character) noexcept
-{
-    return character >= 'A' && character <= 'Z' ? static_cast<char>(character + ('a' - 'A')) : character;
-}
-
-bool sameLetters(std::string_view left, std::string_view right) noexcept
-{
-    return std::ranges::equal(left, right, {}, lower, lower);
-}
 
 void closeLost(HmiSession &session, const char *reason) noexcept
 {
@@ -92,7 +82,7 @@ const HwsCommand *commandOf(std::string_view request) noexcept
     for (const HwsCommand &command : cmds) {
         const std::string_view keyword = command.keyword;
         const std::string_view compared = keyword.ends_with('=') ? request.substr(0, keyword.size()) : request;
-        if (sameLetters(compared, keyword)) {
+        if (kvo_hws::sameLetters(compared, keyword)) {
             return &command;
         }
     }

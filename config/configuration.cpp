@@ -2,10 +2,10 @@
 #include <kvo_hws/config.h>
 #include <kvo_hws/runtime.h>
 
+#include "runtime/letters.h"
 #include "runtime/owners.h"
 #include "runtime/shared_word.h"
 
-#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -42,20 +42,12 @@ struct ModeWord {
 
 constexpr ModeWord kModeWords[] = {{"all", CONF_MODE_ALL}, {"visible", CONF_MODE_VISIBLE}, {"none", CONF_MODE_NONE}};
 
-/// Letters of either case, whatever the program's locale: other than strcasecmp.
-bool equalsWord(std::string_view value, std::string_view word) noexcept
-{
-    return std::ranges::equal(value, word, [](char left, char right) {
-        return (left >= 'A' && left <= 'Z' ? static_cast<char>(left + ('a' - 'A')) : left) == right;
-    });
-}
-
 /// Stores one byte of the word, whose others are zero since the block was cleared.
 int readMode(const char *value, void *destination)
 {
     auto &mode = *static_cast<uint8_t *>(destination);
     for (const ModeWord &known : kModeWords) {
-        if (equalsWord(value, known.word)) {
+        if (kvo_hws::sameLetters(value, known.word)) {
             mode = known.mode;
             return 1;
         }

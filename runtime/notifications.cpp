@@ -31,8 +31,6 @@ int sleepFor(timeval &left) noexcept
     return select(0, nullptr, nullptr, nullptr, &left);
 }
 
-bool hasEnded(uint32_t state) noexcept { return state == NOTIFY_STOPPED || state == NOTIFY_STOP_DONE; }
-
 }  // namespace
 
 int ActivateNotify() noexcept
@@ -79,7 +77,7 @@ int WaitNotify(Notify *record, unsigned milliseconds) noexcept
 
 int WaitShutdown(Notify *record, unsigned ms) noexcept
 {
-    if (hasEnded(shared(record->uiState).load())) {
+    if (kvo_hws::hasEnded(shared(record->uiState).load())) {
         return 1;
     }
     timeval left = timeOf(ms);

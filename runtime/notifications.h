@@ -5,6 +5,9 @@
 
 namespace kvo_hws {
 
+/// Whether a worker's state, NOTIFY_..., says that it runs no more.
+constexpr bool hasEnded(uint32_t state) noexcept { return state == NOTIFY_STOPPED || state == NOTIFY_STOP_DONE; }
+
 /// As ShutdownThread, but the record stays the caller's.
 int requestStop(Notify &record, unsigned milliseconds) noexcept;
 

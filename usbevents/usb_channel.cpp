@@ -4,6 +4,7 @@
 #include <kvo_hws/service.h>
 
 #include "runtime/clock.h"
+#include "runtime/notifications.h"
 #include "runtime/owners.h"
 #include "service/socket.h"
 #include "usbevents/server_state.h"
@@ -96,8 +97,6 @@ Delivery deliver(std::string_view message, const char *noServer, ReplyBuffer &re
 
 uint32_t thisThread() noexcept { return static_cast<uint32_t>(GetCurrentThreadId()); }
 
-bool hasEnded(uint32_t state) noexcept { return state == NOTIFY_STOPPED || state == NOTIFY_STOP_DONE; }
-
 /// Asks this process's server to end, and waits for it. False when it went on for 2 s.
 bool stopOwnServer() noexcept
 {
@@ -106,9 +105,9 @@ bool stopOwnServer() noexcept
     bool ended = false;
     do {
         kvo_hws::pause(100ms);
-        ended = hasEnded(kvo_hws::serverState().load());
+        ended = kvo_hws::hasEnded(kvo_hws::serverState().load());
     } while (!ended && GetTickCount64() < deadline);
-    ended = ended || hasEnded(kvo_hws::serverState().load());
+    ended = ended || kvo_hws::hasEnded(kvo_hws::serverState().load());
     kvo_hws::serverState().store(NOTIFY_STOPPED);
     return ended;
 }

@@ -1,5 +1,6 @@
 // Every journey with every fault: the result is a documented one, nothing is lost, nothing hangs, and the next journey goes as
 // ever. What each fault comes to stands in docs/reliability.md; KVO_WRITE_TABLE=1 in the environment writes that page anew.
+#include "common/join.h"
 #include "reliability/faults.h"
 #include "reliability/journeys.h"
 #include "reliability/table.h"
@@ -121,7 +122,7 @@ std::vector<std::string> messagesOf(const support::SyslogCapture &capture, const
 std::string changedSteps(const Outcome &usual, const Outcome &outcome)
 {
     std::string text;
-    const auto add = [&text](const std::string &step) { text += (text.empty() ? "" : ", ") + step; };
+    const auto add = [&text](const std::string &step) { tools::appendTo(text, ", ", step); };
     for (const auto &step : outcome.steps) {
         if (std::ranges::find(usual.steps, step) == usual.steps.end()) {
             add(step.first + " " + step.second);
@@ -143,7 +144,7 @@ std::string newMessages(const Outcome &usual, const Outcome &outcome)
     std::string text;
     for (const std::string &message : outcome.messages) {
         if (std::ranges::find(usual.messages, message) == usual.messages.end()) {
-            text += (text.empty() ? "" : "; ") + message;
+            tools::appendTo(text, "; ", message);
         }
     }
     return text;

@@ -1,5 +1,7 @@
 #include "reliability/table.h"
 
+#include "common/join.h"
+
 #include <algorithm>
 #include <fstream>
 #include <map>
@@ -47,20 +49,11 @@ std::string ranges(const std::set<int> &numbers)
         while (std::next(last) != numbers.end() && *std::next(last) == *last + 1) {
             ++last;
         }
-        text += (text.empty() ? "" : ", ") + std::to_string(*first);
+        tools::appendTo(text, ", ", std::to_string(*first));
         text += first == last ? "" : "-" + std::to_string(*last);
         first = std::next(last);
     }
     return text;
-}
-
-std::string joined(const std::vector<std::string> &texts)
-{
-    std::string all;
-    for (const std::string &text : texts) {
-        all += (all.empty() ? "" : ", ") + text;
-    }
-    return all;
 }
 
 /// A cell must not end its row's line or its own.
@@ -123,7 +116,7 @@ std::vector<std::pair<std::string, std::string>> errorsAndNumbers(const Row &row
 {
     std::vector<std::pair<std::string, std::set<int>>> lists;
     for (const auto &[number, errors] : row.errors) {
-        const std::string list = joined(errors);
+        const std::string list = tools::join(errors, ", ");
         auto same = std::ranges::find(lists, list, &std::pair<std::string, std::set<int>>::first);
         if (same == lists.end()) {
             same = lists.insert(lists.end(), {list, {}});
@@ -144,7 +137,7 @@ std::string errorsOf(const Row &row)
     }
     std::string text;
     for (const auto &[list, numbers] : errorsAndNumbers(row)) {
-        text += (text.empty() ? "" : "; ") + numbers + ": " + list;
+        tools::appendTo(text, "; ", numbers + ": " + list);
     }
     return text;
 }
@@ -179,7 +172,7 @@ std::string tableOfErrors()
         for (const Error &error : errorsOf(static_cast<Call>(call))) {
             names.emplace_back(error.name);
         }
-        text += "| " + std::string(nameOf(static_cast<Call>(call))) + " | " + joined(names) + " |\n";
+        text += "| " + std::string(nameOf(static_cast<Call>(call))) + " | " + tools::join(names, ", ") + " |\n";
     }
     return text + "\n";
 }

@@ -1,6 +1,7 @@
 // USB events from their activation to their end.
 #include "reliability/journeys.h"
 
+#include "common/join.h"
 #include "reliability/surroundings.h"
 #include "reliability/well_service.h"
 #include "support/own_thread.h"
@@ -51,7 +52,7 @@ public:
     {
         std::string text;
         for (std::size_t place = 0; place < std::min<std::size_t>(count_, codes_.size()); ++place) {
-            text += (text.empty() ? "" : " ") + std::to_string(codes_[place]);
+            tools::appendTo(text, " ", std::to_string(codes_[place]));
         }
         return text;
     }

@@ -1,5 +1,6 @@
 #include "report.h"
 
+#include "common/join.h"
 #include "requests.h"
 
 #include <cstdio>
@@ -180,7 +181,7 @@ std::string inOneLine(const Json &numbers)
 {
     std::string line;
     for (const auto &[name, value] : numbers.items()) {
-        line += (line.empty() ? "" : ", ") + name + ": " + value.dump();
+        tools::appendTo(line, ", ", name + ": " + value.dump());
     }
     return line;
 }

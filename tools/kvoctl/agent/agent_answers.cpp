@@ -2,6 +2,7 @@
 #include "kvoctl/agent/agent_answers.h"
 
 #include "common/completions/completion.h"
+#include "common/join.h"
 
 #include <algorithm>
 #include <array>
@@ -37,16 +38,6 @@ std::optional<int> parseAnswer(std::string_view text)
 }
 
 template <class Rows, class Word>
-std::string listed(const Rows &rows, Word word)
-{
-    std::string list;
-    for (const auto &row : rows) {
-        list.append(list.empty() ? "" : ", ").append(word(row));
-    }
-    return list;
-}
-
-template <class Rows, class Word>
 completions::Candidates offered(const Rows &rows, Word word)
 {
     completions::Candidates candidates;
@@ -58,9 +49,9 @@ completions::Candidates offered(const Rows &rows, Word word)
 
 std::string checkAnswer(const std::string &text)
 {
-    return parseAnswer(text) ? ""
-                             : "\"" + text + "\" is neither a whole number nor one of " +
-                                   listed(kWords, [](const AnswerWord &row) { return row.word; });
+    return parseAnswer(text)
+               ? ""
+               : "\"" + text + "\" is neither a whole number nor one of " + tools::join(kWords, ", ", &AnswerWord::word);
 }
 
 std::string checkPair(const std::string &text)
@@ -71,7 +62,7 @@ std::string checkPair(const std::string &text)
     }
     const std::string keyword = text.substr(0, equals);
     if (std::find(kKeywords.begin(), kKeywords.end(), keyword) == kKeywords.end()) {
-        return "\"" + keyword + "\" is none of " + listed(kKeywords, [](std::string_view known) { return known; });
+        return "\"" + keyword + "\" is none of " + tools::join(kKeywords, ", ");
     }
     return checkAnswer(text.substr(equals + 1));
 }
@@ -103,7 +94,7 @@ std::shared_ptr<const AgentAnswers> AgentAnswers::addTo(CLI::App &command)
         },
         "What to answer to one command, as stop-viewer=not-running; may be given again. ANSWER is 1 (done, yes), 0 (no, "
         "not-running, busy), or -1 (failed) or any other number, which mean a failure. COMMAND is one of " +
-            listed(kKeywords, [](std::string_view keyword) { return keyword; }));
+            tools::join(kKeywords, ", "));
     own->check({checkPair, ""})
         ->type_name("COMMAND=ANSWER")
         ->type_size(1)

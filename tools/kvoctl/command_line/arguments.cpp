@@ -2,6 +2,7 @@
 #include "kvoctl/command_line/arguments.h"
 
 #include "common/completions/completion.h"
+#include "common/join.h"
 
 #include <algorithm>
 #include <charconv>
@@ -34,15 +35,13 @@ CLI::Validator wholeNumber(int64_t least, int64_t most, const std::string &compl
 CLI::Validator oneOf(const Words &words)
 {
     const auto replace = [words](std::string &text) -> std::string {
-        std::string known;
         for (const auto &[word, number] : words) {
             if (text == word) {
                 text = std::to_string(number);
                 return {};
             }
-            known += (known.empty() ? "" : ", ") + word;
         }
-        return refusal(text, "none of " + known);
+        return refusal(text, "none of " + tools::join(words, ", ", &Words::value_type::first));
     };
     return {replace, ""};
 }

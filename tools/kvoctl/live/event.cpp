@@ -1,6 +1,7 @@
 // Writes an event's fields in their order.
 #include "kvoctl/live/event.h"
 
+#include "common/join.h"
 #include "kvoctl/output/display_text.h"
 
 #include <cctype>
@@ -27,7 +28,8 @@ std::string textLine(const Event &event)
 {
     std::string line = event.word;
     for (const auto &[key, value] : event.fields) {
-        line += (line.empty() ? "" : " ") + key + "=" + (isText(value) ? quoted(value.text()) : value.text());
+        tools::appendTo(line, " ", key);
+        line.append("=").append(isText(value) ? quoted(value.text()) : value.text());
     }
     return line;
 }

@@ -1,6 +1,8 @@
 // Names the fields of the library's records, in the order in which the daemon sends them.
 #include "kvoctl/live/usb_event.h"
 
+#include "common/join.h"
+
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
@@ -31,7 +33,7 @@ Value bytes(const uint8_t (&member)[Size])
     Value value{Document::array()};
     for (const uint8_t byte : member) {
         value.document.push_back(byte);
-        value.own += (value.own.empty() ? "" : " ") + hexadecimal(byte, 2).substr(2);
+        tools::appendTo(value.own, " ", hexadecimal(byte, 2).substr(2));
     }
     return value;
 }

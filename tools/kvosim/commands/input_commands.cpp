@@ -1,6 +1,8 @@
 // Commands about a station's input devices, its touch screen and its display.
 #include "kvosim/commands/command_table.h"
 
+#include "common/join.h"
+
 namespace kvosim {
 
 namespace {
@@ -14,7 +16,8 @@ std::string showInputDevice(const StationCall &call)
     for (const std::string_view device : {"kbd", "mouse", "touch", "multitouch", "maxcontacts", "vkbd"}) {
         const Value count = read(stationKey(device), call.station);
         if (const auto *told = std::get_if<int64_t>(&count)) {
-            reply.append(reply.empty() ? "" : " ").append(device).append("=").append(std::to_string(*told));
+            tools::appendTo(reply, " ", device);
+            reply.append("=").append(std::to_string(*told));
         }
     }
     return reply;

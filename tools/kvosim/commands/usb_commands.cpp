@@ -2,6 +2,7 @@
 #include "kvosim/commands/command_table.h"
 
 #include "common/dotted_address.h"
+#include "common/join.h"
 #include "kvosim/plant/usb_ports.h"
 
 #include <algorithm>
@@ -26,7 +27,7 @@ std::string getConnectors(ServiceContext &context, std::string_view)
         }
         const std::string connectors = connectorsOf(panels[i]);
         if (!connectors.empty() && !panels[i].rebooting()) {
-            list.append(list.empty() ? "" : ";").append(tools::dotted(context.plant.stations()[i].address));
+            tools::appendTo(list, ";", tools::dotted(context.plant.stations()[i].address));
             list.append(" ").append(connectors);
         }
     }

@@ -2,6 +2,7 @@
 #include "kvosim/plant/usb_ports.h"
 
 #include "common/dotted_address.h"
+#include "common/join.h"
 #include "kvosim/base/arguments.h"
 
 #include <algorithm>
@@ -17,11 +18,8 @@ std::string idents(const UsbDevice &device) { return ident2Of(device) + '*' + id
 /// What it is called by, and an "and" between those of several.
 std::string listed(const Devices &devices)
 {
-    std::string list;
-    for (const UsbDevice &device : devices) {
-        list += (list.empty() ? "\"" : ", \"") + idents(device) + '"';
-    }
-    return list.empty() ? "nothing" : list;
+    const auto quoted = [](const UsbDevice &device) { return '"' + idents(device) + '"'; };
+    return devices.empty() ? "nothing" : tools::join(devices, ", ", quoted);
 }
 
 void checkUp(const Station &station)
@@ -104,7 +102,7 @@ std::string connectorsOf(const Panel &panel)
 {
     std::string list = panel.usbConnectors;
     for (const UsbDevice &device : panel.usbDevices) {
-        list += (list.empty() ? "" : " ") + connectorOf(device);
+        tools::appendTo(list, " ", connectorOf(device));
     }
     return list;
 }

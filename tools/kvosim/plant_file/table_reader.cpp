@@ -1,6 +1,7 @@
 // What a key may hold, and the messages about those that do not.
 #include "kvosim/plant_file/table_reader.h"
 
+#include "common/join.h"
 #include "kvosim/plant_file/plant_file.h"
 
 #include <algorithm>
@@ -23,15 +24,6 @@ toml::table parse(std::string_view text, std::string_view fileName)
     }
 }
 
-std::string listed(const TableReader::Keys &keys)
-{
-    std::string list;
-    for (const std::string_view key : keys) {
-        list += (list.empty() ? "" : ", ") + std::string(key);
-    }
-    return list;
-}
-
 }  // namespace
 
 Document::Document(std::string_view text, std::string_view fileName) : fileName_(fileName), table_(parse(text, fileName)) {}
@@ -41,7 +33,7 @@ TableReader::TableReader(std::string_view fileName, std::string where, const tom
 {
     for (const auto &[key, node] : table) {
         if (std::find(keys.begin(), keys.end(), key.str()) == keys.end()) {
-            failAt(key.source().begin.line, key.str(), "unknown key; known here: " + listed(keys));
+            failAt(key.source().begin.line, key.str(), "unknown key; known here: " + tools::join(keys, ", "));
         }
     }
 }

@@ -1,6 +1,7 @@
 // Requests to an agent, and which of its lines answers which.
 #include "kvosim/remote/remote_session.h"
 
+#include "common/join.h"
 #include "common/refused.h"
 #include "kvosim/base/exchange_log.h"
 #include "kvosim/net/tcp_socket.h"
@@ -135,7 +136,7 @@ void RemoteSession::takeReply(const AgentLine &line)
     const bool asked = place != questions_.end();
     std::string note = line.ended ? "" : "without a line end";
     if (!asked || place->late) {
-        note += std::string(note.empty() ? "" : ", ") + (asked ? "too late" : "not asked for");
+        tools::appendTo(note, ", ", asked ? "too late" : "not asked for");
     }
     record(RemoteRecord::Kind::reply, line.text, note);
     if (!asked) {

@@ -2,6 +2,7 @@
 #include "kvosim/remote/remote_side.h"
 
 #include "common/dotted_address.h"
+#include "common/join.h"
 #include "common/refused.h"
 #include "kvosim/base/arguments.h"
 
@@ -58,12 +59,9 @@ RemoteSession &RemoteSide::session(unsigned number)
     if (found != sessions_.end()) {
         return *found;
     }
-    std::string served;
-    for (const RemoteSession &session : sessions_) {
-        served += (served.empty() ? "" : ",") + std::to_string(session.number());
-    }
-    throw tools::CouldNot("session " + std::to_string(number) + " is not served; start the simulator with --remote " +
-                          (served.empty() ? "" : served + ",") + std::to_string(number));
+    std::string wanted = tools::join(sessions_, ",", [](const auto &session) { return std::to_string(session.number()); });
+    tools::appendTo(wanted, ",", std::to_string(number));
+    throw tools::CouldNot("session " + std::to_string(number) + " is not served; start the simulator with --remote " + wanted);
 }
 
 void RemoteSide::awaitLog(const LogQuery &query, Read read)

@@ -1,0 +1,36 @@
+// Lists in texts: words with a separator between them.
+#include "common/join.h"
+
+#include <gtest/gtest.h>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+using Words = std::vector<std::string_view>;
+
+TEST(Join, puts_the_separator_between_words_alone)
+{
+    EXPECT_EQ(tools::join(Words{}, ", "), "");
+    EXPECT_EQ(tools::join(Words{"one"}, ", "), "one");
+    EXPECT_EQ(tools::join(Words{"one", "two", "three"}, ", "), "one, two, three");
+}
+
+TEST(Join, makes_texts_of_what_is_none)
+{
+    const std::map<std::string, int> counts{{"a", 1}, {"b", 20}};
+    EXPECT_EQ(tools::join(counts, "/", &std::pair<const std::string, int>::first), "a/b");
+    EXPECT_EQ(tools::join(counts, "; ", [](const auto &count) { return std::to_string(count.second); }), "1; 20");
+}
+
+TEST(Join, goes_on_with_a_list_that_has_begun)
+{
+    std::string list;
+    tools::appendTo(list, " ", "x");
+    tools::appendTo(list, " ", "y");
+    EXPECT_EQ(list, "x y");
+}
+
+}  // namespace

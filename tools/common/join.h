@@ -1,0 +1,30 @@
+// Lists in texts: words with a separator between them.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <string_view>
+
+namespace tools {
+
+/// Appends a word to a list, after a separator unless the list is empty.
+inline void appendTo(std::string &list, std::string_view separator, std::string_view word)
+{
+    if (!list.empty()) {
+        list.append(separator);
+    }
+    list.append(word);
+}
+
+/// What is in @p words, with a separator between them; @p text makes a text of each that is none by itself.
+template <class Words, class Text = std::identity>
+[[nodiscard]] std::string join(const Words &words, std::string_view separator, Text text = {})
+{
+    std::string list;
+    for (const auto &word : words) {
+        appendTo(list, separator, std::invoke(text, word));
+    }
+    return list;
+}
+
+}  // namespace tools

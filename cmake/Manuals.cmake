@@ -1,24 +1,22 @@
-# Target "manuals": the reference (HTML) and the manual pages, built in manuals/. With KVO_BUILD_MANUALS they are built with all
-# else, and installed.
-option(KVO_BUILD_MANUALS "Build the reference and the manual pages, which needs doxygen and python3" OFF)
+# With KVO_BUILD_MANUALS the reference (HTML) and the manual pages are built with all else, in manuals/, and installed. Target
+# "manuals" builds them alone.
+find_program(KVO_DOXYGEN doxygen)
+find_program(KVO_PYTHON3 python3)
 
-find_program(DOXYGEN doxygen)
-find_program(PYTHON3 python3)
-
-set(KVO_BUILD_MANUALS_COMMAND ${PYTHON3} ${PROJECT_SOURCE_DIR}/docs/reference/build_manuals.py --version ${PROJECT_VERSION})
+set(KVO_BUILD_MANUALS_COMMAND ${KVO_PYTHON3} ${PROJECT_SOURCE_DIR}/docs/reference/build_manuals.py --version ${PROJECT_VERSION})
 if(TARGET kvoctl AND TARGET kvosim)
   list(APPEND KVO_BUILD_MANUALS_COMMAND --kvoctl $<TARGET_FILE:kvoctl> --kvosim $<TARGET_FILE:kvosim>)
 endif()
 
 if(KVO_BUILD_MANUALS)
-  if(NOT DOXYGEN OR NOT PYTHON3)
+  if(NOT KVO_DOXYGEN OR NOT KVO_PYTHON3)
     message(FATAL_ERROR "The manuals need doxygen and python3: scripts/setup.sh manuals installs them")
   endif()
   if(NOT TARGET kvoctl OR NOT TARGET kvosim)
     message(FATAL_ERROR "The manuals need the tools, which tell their commands: leave KVO_BUILD_TOOLS and KVO_BUILD_KVOCTL on")
   endif()
 
-  set(manuals ${CMAKE_BINARY_DIR}/manuals)
+  set(manuals ${PROJECT_BINARY_DIR}/manuals)
   file(GLOB sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/include/kvo_hws/*.h ${PROJECT_SOURCE_DIR}/docs/*.md
     ${PROJECT_SOURCE_DIR}/docs/reference/* ${PROJECT_SOURCE_DIR}/docs/reference/man/* ${PROJECT_SOURCE_DIR}/examples/*.c*)
   list(FILTER sources EXCLUDE REGEX "/(man|__pycache__)$")
@@ -26,8 +24,13 @@ if(KVO_BUILD_MANUALS)
     COMMAND ${CMAKE_COMMAND} -E touch ${manuals}/built
     DEPENDS ${sources} ${PROJECT_SOURCE_DIR}/library/exports.map ${PROJECT_SOURCE_DIR}/README.md kvoctl kvosim
     COMMENT "Building the manuals" VERBATIM)
-  add_custom_target(manuals ALL DEPENDS ${manuals}/built)
+  add_custom_target(kvo_manuals ALL DEPENDS ${manuals}/built)
+  if(PROJECT_IS_TOP_LEVEL)
+    add_custom_target(manuals DEPENDS kvo_manuals)
+  endif()
 
-  install(DIRECTORY ${manuals}/man/ DESTINATION ${CMAKE_INSTALL_MANDIR} COMPONENT manuals)
-  install(DIRECTORY ${manuals}/html DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT manuals)
+  if(KVO_INSTALL)
+    install(DIRECTORY ${manuals}/man/ DESTINATION ${CMAKE_INSTALL_MANDIR} COMPONENT manuals)
+    install(DIRECTORY ${manuals}/html DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT manuals)
+  endif()
 endif()

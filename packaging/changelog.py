@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Writes the packages' changelog, and with it their version, out of CHANGELOG.md and the version that CMakeLists.txt tells."""
+"""Writes the packages' changelog, and with it their version, out of CHANGELOG.md and the version in version.h."""
 import argparse
 import datetime
 import email.utils
@@ -13,7 +13,7 @@ MAINTAINER = re.search(r'^Maintainer: (.*)$', (ROOT / 'packaging/debian/control'
 
 
 def project_version():
-    return re.search(r'^project\(kvo_hws VERSION (\S+)', (ROOT / 'CMakeLists.txt').read_text(), re.M)[1]
+    return re.search(r'^#define KVO_HWS_VERSION_STRING "(\S+)"', (ROOT / 'include/kvo_hws/version.h').read_text(), re.M)[1]
 
 
 def sections():

@@ -5,7 +5,7 @@ from pathlib import Path
 from setuptools import setup
 
 HERE = Path(__file__).resolve().parent
-PROJECT = HERE.parent / "CMakeLists.txt", r"^project\(kvo_hws VERSION (\S+)"
+PROJECT = HERE.parent / "include/kvo_hws/version.h", r"^#define KVO_HWS_VERSION_STRING \"(\S+)\""
 # An archive of this folder alone has the version that it was packed with.
 PACKED = HERE / "PKG-INFO", r"^Version: (\S+)"
 

@@ -28,7 +28,7 @@ sanitize=${KVO_SANITIZE:-}
 build=build/soak${sanitize:+-${sanitize%%,*}}
 mkdir -p "$build"
 build() { # TARGET...
-    { cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKVO_QUICK=ON -DKVO_SANITIZE="$sanitize" &&
+    { cmake --preset release -B "$build" -DKVO_SANITIZE="$sanitize" &&
         nice cmake --build "$build" -j2 --target "$@"; } >"$build/build.log" 2>&1 || { tail -n 60 "$build/build.log"; exit 1; }
 }
 

@@ -18,5 +18,6 @@
 #include <kvo_hws/runtime.h>
 #include <kvo_hws/service.h>
 #include <kvo_hws/usbevents.h>
+#include <kvo_hws/version.h>
 
 #endif

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Everything that tells a version tells the one of CMakeLists.txt, which is the first argument."""
+"""Everything that tells a version tells the one of version.h, which is the first argument."""
 import argparse
 import datetime
 import re
@@ -32,10 +32,10 @@ def python_version():
 
 def versions(options):
     """(who tells it, what it tells)"""
-    yield 'CMakeLists.txt', changelog.project_version()
-    # The first number of the file is the SONAME's, and stays 0 as long as that does.
-    major = changelog.project_version().partition('.')[0]
-    yield 'the library\'s file', Path(options.library).resolve().name.replace('libkvo_hws.so.0', major)
+    yield 'the packages', changelog.project_version()
+    # The file's first number is the SONAME's; the second carries the version's first and second (cmake/Version.cmake).
+    second, third = Path(options.library).resolve().name.removeprefix('libkvo_hws.so.0.').split('.')
+    yield 'the library\'s file', f'{int(second) // 1000}.{int(second) % 1000}.{third}'
     yield 'pkg-config', found(options.pkg_config, r'^Version: (.*)$')
     yield 'the CMake package', found(options.cmake, r'^set\(PACKAGE_VERSION "(.*)"\)$')
     yield 'the Python module', python_version()
@@ -53,7 +53,7 @@ def changelog_faults(version):
     if as_numbers != sorted(as_numbers, reverse=True):
         yield f'CHANGELOG.md: the releases are not in order: {released}'
     if as_numbers and as_numbers[0] > tuple(int(number) for number in version.split('.')):
-        yield f'CHANGELOG.md: {released[0]} is released, CMakeLists.txt is still at {version}'
+        yield f'CHANGELOG.md: {released[0]} is released, version.h is still at {version}'
     package = changelog.package_version(version, DAY, changelog.sections())
     if re.split('[~+]', package)[0] != version:
         yield f'the packages would be {package}'

@@ -1,0 +1,46 @@
+# What these tests have in common: configuring, building and looking at what is said.
+
+function(run)
+  execute_process(COMMAND ${ARGV} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
+  if(NOT result EQUAL 0)
+    string(REPLACE ";" " " command "${ARGV}")
+    message(FATAL_ERROR "${command}\nended with ${result}\n${output}")
+  endif()
+  set(output "${output}" PARENT_SCOPE)
+endfunction()
+
+function(run_refused sentence)
+  execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
+  string(REGEX REPLACE "[ \n]+" " " words "${output}")
+  if(result EQUAL 0 OR NOT words MATCHES "${sentence}")
+    string(REPLACE ";" " " command "${ARGN}")
+    message(FATAL_ERROR "${command}\nended with ${result}, and was to be refused with \"${sentence}\"\n${output}")
+  endif()
+endfunction()
+
+function(expect pattern what)
+  if(NOT output MATCHES "${pattern}")
+    message(FATAL_ERROR "${what}: no \"${pattern}\" in\n${output}")
+  endif()
+endfunction()
+
+# The source tree as it comes in an archive: without what is built, and without git's own.
+function(copy_sources destination)
+  file(REMOVE_RECURSE ${destination})
+  file(GLOB parts RELATIVE ${ROOT} ${ROOT}/*)
+  list(FILTER parts EXCLUDE REGEX "^(build|\\.git)")
+  foreach(part IN LISTS parts)
+    file(COPY ${ROOT}/${part} DESTINATION ${destination} PATTERN __pycache__ EXCLUDE)
+  endforeach()
+endfunction()
+
+# Every file below a folder, with its time.
+function(listing folder variable)
+  file(GLOB_RECURSE files ${folder}/*)
+  set(list)
+  foreach(file IN LISTS files)
+    file(TIMESTAMP ${file} time "%s")
+    string(APPEND list "${file} ${time}\n")
+  endforeach()
+  set(${variable} "${list}" PARENT_SCOPE)
+endfunction()

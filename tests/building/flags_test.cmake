@@ -1,0 +1,28 @@
+# A plain configuration, in which the user's flags are the last word: nothing of ours optimizes, adds debug information, makes
+# warnings errors, compiles in batches or precompiles headers. What cannot be built is refused with a sentence.
+include(${CMAKE_CURRENT_LIST_DIR}/common.cmake)
+set(configure ${CMAKE_COMMAND} -S ${ROOT} -B ${WORK} -G Ninja)
+file(REMOVE_RECURSE ${WORK})
+
+run_refused("shared library only.*leave BUILD_SHARED_LIBS unset or ON" ${configure} -DBUILD_SHARED_LIBS=OFF)
+file(REMOVE_RECURSE ${WORK})
+
+run(${configure} -DCMAKE_CXX_FLAGS=-DUSERS=1 -DCMAKE_EXPORT_COMPILE_COMMANDS=ON -DBUILD_SHARED_LIBS=ON)
+file(READ ${WORK}/compile_commands.json commands)
+string(REGEX MATCHALL "\"command\": \"[^\n]*-DUSERS=1[^\n]*" lines "${commands}")
+list(LENGTH lines count)
+if(count LESS 100)
+  message(FATAL_ERROR "only ${count} compilations have the user's flags")
+endif()
+foreach(line IN LISTS lines)
+  if(line MATCHES " -(O[^ ]*|g[0-9]?|Werror[^ ]*|fno-sanitize[^ ]*|Winvalid-pch) |cmake_pch|Unity/")
+    message(FATAL_ERROR "${CMAKE_MATCH_0} in\n${line}")
+  endif()
+endforeach()
+message(STATUS "${count} compilations looked at")
+
+run(${configure} -DBUILD_TESTING=OFF)
+file(READ ${WORK}/compile_commands.json commands)
+if(commands MATCHES "\"file\": \"${ROOT}/tests/")
+  message(FATAL_ERROR "tests are built in spite of BUILD_TESTING=OFF")
+endif()

@@ -1,0 +1,110 @@
+#!/usr/bin/env bash
+# Builds as somebody without our presets would: plain CMake, out of an archive of the last commit that is not written to, with each
+# compiler, build type and generator. Warnings are errors.
+# Usage: scripts/build_matrix.sh [--all | BUILD...]
+#   --all   what a release is held to: each compiler that is here with all build types, Make, -flto, _FORTIFY_SOURCE=3
+#   BUILD   COMPILER[-VERSION]:TYPE[:Make][:lto][:fortify], such as gcc:Release, clang-14:Debug:Make, gcc-14:None:lto; TYPE is None,
+#           Debug, Release, MinSizeRel or RelWithDebInfo. Without any: gcc:Release clang:Release
+# KVO_MATRIX_TARGETS names what is built, "all" unless told; build folders lie in build/matrix.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+root=$PWD
+out=$root/build/matrix
+
+usage() { sed -n '2,8s/^# //p' "$root/scripts/build_matrix.sh"; }
+refuse() { # SENTENCE
+    echo "build_matrix.sh: $1 (scripts/build_matrix.sh -h tells how)" >&2
+    exit 2
+}
+
+types=(None Debug Release MinSizeRel RelWithDebInfo)
+compilers=(gcc-12 gcc-14 clang-14 clang-19)
+all=
+builds=()
+for word; do
+    case $word in
+    -h | --help) usage; exit 0 ;;
+    --all) all=1 ;;
+    -*) refuse "\"$word\" is no option" ;;
+    *)
+        [[ $word =~ ^(gcc|clang)(-[0-9]+)?:(None|Debug|Release|MinSizeRel|RelWithDebInfo)(:Make)?(:lto)?(:fortify)?$ ]] ||
+            refuse "\"$word\" is no build; write COMPILER:TYPE, such as gcc:Release or clang-14:Debug:Make"
+        builds+=("$word")
+        ;;
+    esac
+done
+[ -z "$all" ] || [ ${#builds[@]} -eq 0 ] || refuse "--all names every build already; leave \"${builds[0]}\" out"
+if [ -n "$all" ]; then
+    for compiler in "${compilers[@]}"; do
+        for type in "${types[@]}"; do
+            builds+=("$compiler:$type")
+        done
+    done
+    builds+=(gcc:Release:Make clang:None:Make gcc:Release:lto gcc:RelWithDebInfo:fortify)
+fi
+[ ${#builds[@]} -gt 0 ] || builds=(gcc:Release clang:Release)
+
+scripts/setup.sh
+mkdir -p "$out"
+# A moment ago, so that whatever is written into the sources is younger.
+rm -rf "$out/source"
+mkdir "$out/source"
+git archive HEAD | tar -x -C "$out/source"
+find "$out/source" -exec touch --no-dereference --date=@1000000000 {} +
+chmod -R a-w "$out/source"
+trap 'chmod -R u+w "$out/source"' EXIT
+
+cxx_of() { # COMPILER
+    case $1 in
+    gcc*) echo "g++${1#gcc}" ;;
+    clang*) echo "clang++${1#clang}" ;;
+    esac
+}
+
+# "" for None, which is what somebody has who says nothing.
+build() { # COMPILER TYPE WORDS FOLDER
+    local generator=Ninja flags=()
+    [[ $3 != *:Make* ]] || generator="Unix Makefiles"
+    [[ $3 != *:lto* ]] || flags+=(-flto=auto)
+    # Debian's compilers do not look for it by themselves; without optimization it says so, which is a warning.
+    [[ $3 != *:fortify* ]] || flags+=(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3)
+    local type=$2
+    [ "$type" != None ] || type=
+    CFLAGS="${flags[*]}" CXXFLAGS="${flags[*]}" cmake -S "$out/source" -B "$4" -G "$generator" -DCMAKE_BUILD_TYPE="$type" \
+        -DCMAKE_C_COMPILER="$1" -DCMAKE_CXX_COMPILER="$(cxx_of "$1")" -DCMAKE_COMPILE_WARNING_AS_ERROR=ON &&
+        nice cmake --build "$4" -j "$(nproc)" --target ${KVO_MATRIX_TARGETS:-all}
+}
+
+failed=0
+built=0
+missing=()
+for build in "${builds[@]}"; do
+    IFS=: read -r compiler type words <<<"$build"
+    if ! command -v "$compiler" >/dev/null || ! command -v "$(cxx_of "$compiler")" >/dev/null; then
+        missing+=("$build")
+        continue
+    fi
+    folder=$out/${build//:/-}
+    rm -rf "$folder"
+    mkdir -p "$folder"
+    begun=$SECONDS
+    if build "$compiler" "$type" ":$words" "$folder" >"$folder/build.log" 2>&1 && ! grep -n 'warning:' "$folder/build.log"; then
+        echo "build_matrix.sh: $build: built in $((SECONDS - begun)) s"
+        built=$((built + 1))
+    else
+        grep -n -A 20 -m 3 'error\|warning\|Error' "$folder/build.log" || tail -n 40 "$folder/build.log"
+        echo "build_matrix.sh: $build: FAILED; the whole log: $folder/build.log"
+        failed=$((failed + 1))
+        continue
+    fi
+    # Only the logs are kept: a build takes half a gigabyte.
+    find "$folder" -mindepth 1 ! -name build.log -delete
+done
+
+written=$(find "$out/source" -newermt @1000000001)
+if [ -n "$written" ]; then
+    printf 'build_matrix.sh: the builds have written into their sources:\n%s\n' "$written"
+    failed=$((failed + 1))
+fi
+echo "build_matrix.sh: $built built, $failed failed, ${#missing[@]} left out${missing[*]:+, as their compilers are not here: ${missing[*]}}"
+[ "$failed" -eq 0 ] && { [ "$built" -gt 0 ] || refuse "nothing was built"; }

@@ -1,5 +1,5 @@
 # A plain configuration, in which the user's flags are the last word: nothing of ours optimizes, adds debug information, makes
-# warnings errors, compiles in batches or precompiles headers. What cannot be built is refused with a sentence.
+# warnings errors, compiles in batches or precompiles headers. What cannot be configured is refused with a sentence.
 include(${CMAKE_CURRENT_LIST_DIR}/common.cmake)
 set(configure ${CMAKE_COMMAND} -S ${ROOT} -B ${WORK} -G Ninja)
 file(REMOVE_RECURSE ${WORK})
@@ -26,3 +26,13 @@ file(READ ${WORK}/compile_commands.json commands)
 if(commands MATCHES "\"file\": \"${ROOT}/tests/")
   message(FATAL_ERROR "tests are built in spite of BUILD_TESTING=OFF")
 endif()
+
+# The four lines of version.h agree, or nothing is configured.
+file(REMOVE_RECURSE ${WORK})
+file(COPY ${ROOT}/cmake/Version.cmake DESTINATION ${WORK}/cmake)
+file(READ ${ROOT}/include/kvo_hws/version.h header)
+string(REGEX REPLACE "(VERSION_MINOR) [0-9]+" "\\1 77" header "${header}")
+file(WRITE ${WORK}/include/kvo_hws/version.h "${header}")
+file(WRITE ${WORK}/CMakeLists.txt "cmake_minimum_required(VERSION 3.25)\ninclude(cmake/Version.cmake)\nkvo_read_version(version)\n"
+  "project(read LANGUAGES NONE)\n")
+run_refused("version.h: the numbers are [0-9]+\\.77\\.[0-9]+, KVO_HWS_VERSION_STRING is" ${CMAKE_COMMAND} -S ${WORK} -B ${WORK}/build)

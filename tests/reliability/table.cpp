@@ -50,7 +50,9 @@ std::string ranges(const std::set<int> &numbers)
             ++last;
         }
         tools::appendTo(text, ", ", std::to_string(*first));
-        text += first == last ? "" : "-" + std::to_string(*last);
+        if (first != last) {
+            text.append("-").append(std::to_string(*last));
+        }
         first = std::next(last);
     }
     return text;
@@ -201,7 +203,7 @@ void writePartOfPage(const std::string &name, const std::string &part)
     std::string page = readPage();
     const Place place = placeOf(page, name);
     if (place.length == std::string::npos) {
-        page += "\n" + beginMark(name) + part + kEndMark;
+        page.append("\n").append(beginMark(name)).append(part).append(kEndMark);
     } else {
         page.replace(place.begin, place.length, part);
     }

@@ -1,4 +1,5 @@
 // kvoctl: the library from the command line, for people and scripts.
+#include "common/command_line/mistake.h"
 #include "kvoctl/command_line/command_line.h"
 #include "kvoctl/doctor/doctor.h"
 #include "kvoctl/families/families.h"
@@ -6,7 +7,7 @@
 
 #include <kvo_hws/runtime.h>
 
-#include <cstdio>
+#include <optional>
 
 namespace kvoctl {
 
@@ -15,28 +16,38 @@ namespace {
 int status(Exit exit) { return static_cast<int>(exit); }
 
 /// Reports on standard error, and where JSON is asked for on standard output too: scripts always get one document.
-int fail(const CommandLine &commandLine, Exit exit, std::optional<int32_t> result, const std::string &meaning,
-         const std::string &hint)
+int fail(const CommandLine &commandLine, const Failure &failure)
 {
-    const std::string code = result ? " (result " + std::to_string(*result) + ")" : "";
-    std::fprintf(stderr, "%s: %s%s\n", commandLine.prefix().c_str(), displayText(meaning).text.c_str(), code.c_str());
-    if (!hint.empty()) {
-        std::fprintf(stderr, "%s\n", hint.c_str());
-    }
+    const std::string code = " (result " + std::to_string(failure.result()) + ")";
+    command_line::complain(commandLine.prefix(), displayText(failure.what()).text + code, hintOf(failure));
     if (commandLine.json()) {
-        writeError(result, meaning);
+        writeError(failure.result(), failure.what());
     }
-    return status(exit);
+    return status(exitOf(failure));
 }
 
-int run(CommandLine &commandLine, std::vector<std::string> arguments)
+int refuse(const CommandLine &commandLine, command_line::Mistake mistake)
+{
+    const std::string meaning = mistake.meaning;
+    mistake.meaning = displayText(meaning).text;
+    command_line::complain(commandLine.app(), mistake);
+    if (commandLine.json()) {
+        writeError(std::nullopt, meaning);
+    }
+    return status(Exit::usage);
+}
+
+int run(CommandLine &commandLine, const std::vector<std::string> &arguments)
 {
     if (commandLine.answersShell(arguments)) {
         return status(Exit::done);
     }
     try {
-        commandLine.parse(std::move(arguments));
+        commandLine.parse(arguments);
     } catch (const CLI::ParseError &error) {
+        if (const auto mistake = command_line::mistakeIn(commandLine.app(), arguments, error)) {
+            return refuse(commandLine, *mistake);
+        }
         commandLine.help(error);
         return status(Exit::done);
     }
@@ -48,14 +59,14 @@ int run(CommandLine &commandLine, std::vector<std::string> arguments)
     return status(report.exit);
 }
 
-int runReporting(CommandLine &commandLine, std::vector<std::string> arguments)
+int runReporting(CommandLine &commandLine, const std::vector<std::string> &arguments)
 {
     try {
-        return run(commandLine, std::move(arguments));
+        return run(commandLine, arguments);
     } catch (const Failure &failure) {
-        return fail(commandLine, exitOf(failure), failure.result(), failure.what(), hintOf(failure));
+        return fail(commandLine, failure);
     } catch (const UsageError &error) {
-        return fail(commandLine, Exit::usage, std::nullopt, error.what(), "\"" + commandLine.helpCall() + "\" tells how.");
+        return refuse(commandLine, {error.what()});
     }
 }
 
@@ -80,9 +91,10 @@ int main(int argc, char **argv)
         kvoctl::addEventCommands(commandLine);
         kvoctl::addServiceCommands(commandLine);
         kvoctl::addDoctor(commandLine);
+        commandLine.addHelp();
         return kvoctl::runReporting(commandLine, {argv + 1, argv + argc});
     } catch (const std::exception &error) {
-        std::fprintf(stderr, "kvoctl: %s\n", error.what());
+        command_line::complain("kvoctl", error.what());
         return static_cast<int>(kvoctl::Exit::ownFailure);
     }
 }

@@ -283,6 +283,8 @@ void offerDirectories(const CLI::Option *argument) { offers().arguments[argument
 
 void offerCommand(const CLI::App *subcommand) { offers().commands.insert(subcommand); }
 
+bool takesCommand(const CLI::App *subcommand) { return offers().commands.contains(subcommand); }
+
 bool answered(const CLI::App &app, const std::vector<std::string> &arguments, std::ostream &out)
 {
     if (arguments.size() < 3 || arguments[0] != "complete" || arguments[1] != "--") {

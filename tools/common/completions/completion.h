@@ -27,6 +27,7 @@ void offerFiles(const CLI::Option *argument);
 void offerDirectories(const CLI::Option *argument);
 /// Another program's command line stands behind "--".
 void offerCommand(const CLI::App *subcommand);
+bool takesCommand(const CLI::App *subcommand);
 
 /// Whether the arguments are a shell's question; then it is answered: "words", "files", "directories" or "command" on a line
 /// of its own, and behind it a line for each candidate, with a tab before its meaning. What can not be found out is left out.

@@ -1,6 +1,7 @@
 // Sets the parser up and keeps the action of the subcommand that was chosen.
 #include "kvoctl/command_line/command_line.h"
 
+#include "common/command_line/help.h"
 #include "common/completions/command_structure.h"
 #include "common/completions/completion.h"
 
@@ -28,12 +29,17 @@ constexpr const char *kFooter = R"(Examples:
 "kvoctl doctor" finds.
 )";
 
-std::string versionLine()
+std::string libraryVersion()
 {
     std::array<char, 64> library{};
     unsigned size = library.size();
     require(KVO_HWS_getDLLVersion(library.data(), &size));
-    return std::string("kvoctl " KVOCTL_VERSION " (library ") + library.data() + ")";
+    return library.data();
+}
+
+std::string versionLine()
+{
+    return "kvoctl " KVOCTL_VERSION " (library " + libraryVersion() + ")\n" + libraryVersionExplained();
 }
 
 std::string examplesText(const std::string &call, const std::vector<std::string> &examples)
@@ -45,12 +51,17 @@ std::string examplesText(const std::string &call, const std::vector<std::string>
     return text;
 }
 
-bool isFamily(const CLI::App &command) { return !command.get_subcommands(std::function<bool(const CLI::App *)>{}).empty(); }
-
 }  // namespace
+
+std::string libraryVersionExplained()
+{
+    return "The library reports \"" + libraryVersion() +
+           "\" in every version: programs compare it whole. This is " KVOCTL_VERSION ".";
+}
 
 CommandLine::CommandLine() : app_("Asks the hardware service of an operator panel.", "kvoctl")
 {
+    command_line::wrapHelp(app_);
     app_.footer(kFooter);
     app_.require_subcommand(1);
     app_.fallthrough();  // global options may stand behind the subcommand too
@@ -59,8 +70,11 @@ CommandLine::CommandLine() : app_("Asks the hardware service of an operator pane
     app_.add_flag("--debug", debug_, "Write the library's debug messages on standard error");
 }
 
+void CommandLine::addHelp() { command_line::addHelpCommand(app_)->group("Help"); }
+
 void CommandLine::parse(std::vector<std::string> arguments)
 {
+    arguments = command_line::withoutHelpCommand(std::move(arguments));
     // A wrong command line is answered as it asks, even where it could not be read up to this option.
     const auto optionsEnd = std::find(arguments.begin(), arguments.end(), "--");
     json_ = std::find(arguments.begin(), optionsEnd, "--json") != optionsEnd;
@@ -75,37 +89,9 @@ bool CommandLine::answersShell(const std::vector<std::string> &arguments) const
 
 void CommandLine::help(const CLI::ParseError &request) const
 {
-    if (request.get_exit_code() != static_cast<int>(CLI::ExitCodes::Success)) {
-        const auto unknown = app_.remaining();
-        // The parser would only say that a subcommand is missing.
-        throw UsageError(isFamily(innermost()) && !unknown.empty() ? "\"" + unknown.front() + "\" is no command"
-                                                                   : request.what());
-    }
     app_.exit(request, std::cout, std::cerr);
     flushOutput();
 }
-
-const CLI::App &CommandLine::innermost() const
-{
-    const CLI::App *command = &app_;
-    for (auto chosen = command->get_subcommands(); !chosen.empty(); chosen = command->get_subcommands()) {
-        command = chosen.front();
-    }
-    return *command;
-}
-
-std::string CommandLine::chosen() const
-{
-    std::string words;
-    for (const CLI::App *command = &innermost(); command != &app_; command = command->get_parent()) {
-        words.insert(0, command->get_name() + (words.empty() ? "" : " "));
-    }
-    return words;
-}
-
-std::string CommandLine::prefix() const { return chosen().empty() ? "kvoctl" : "kvoctl: " + chosen(); }
-
-std::string CommandLine::helpCall() const { return chosen().empty() ? "kvoctl --help" : "kvoctl " + chosen() + " --help"; }
 
 Family::Family(CommandLine &commandLine, CLI::App &parent, const std::string &heading, const std::string &path,
                const std::string &word, const std::string &summary)

@@ -1,6 +1,7 @@
 // The command line: global options, and the subcommands that the families register.
 #pragma once
 
+#include "common/command_line/mistake.h"
 #include "kvoctl/output/output.h"
 
 #include <CLI/CLI.hpp>
@@ -25,8 +26,11 @@ public:
     /// Throws CLI::ParseError, also for --help and --version.
     void parse(std::vector<std::string> arguments);
 
-    /// Writes what a ParseError asks for, or throws UsageError for a wrong command line.
+    /// Writes what a ParseError asks for that is no mistake.
     void help(const CLI::ParseError &request) const;
+
+    /// Adds the command "help", which is the last.
+    void addHelp();
 
     /// Answers a shell that completes a command line, and the build of the manual page; false where nobody of them asks.
     [[nodiscard]] bool answersShell(const std::vector<std::string> &arguments) const;
@@ -35,25 +39,23 @@ public:
     [[nodiscard]] Report run() const { return action_(); }
 
     /// "kvoctl: usb lock get", as far as the command line has been understood; begins what is written on standard error.
-    [[nodiscard]] std::string prefix() const;
-    /// How to ask for the help that fits.
-    [[nodiscard]] std::string helpCall() const;
+    [[nodiscard]] std::string prefix() const { return command_line::place(app_); }
+    /// As far as the command line has been understood.
+    [[nodiscard]] const CLI::App &app() const noexcept { return app_; }
     [[nodiscard]] bool json() const noexcept { return json_; }
     [[nodiscard]] bool debug() const noexcept { return debug_; }
 
 private:
     friend class Family;
 
-    /// The innermost subcommand that has been read.
-    [[nodiscard]] const CLI::App &innermost() const;
-    /// Its words; empty while none has been read.
-    [[nodiscard]] std::string chosen() const;
-
     CLI::App app_;
     bool json_ = false;
     bool debug_ = false;
     Action action_;
 };
+
+/// Why the library's version text is no version.
+std::string libraryVersionExplained();
 
 /// The subcommands of one family of requests: under a heading of the help, or behind a word of their own.
 class Family {

@@ -1,11 +1,13 @@
 // Tells addresses and names apart; names are resolved by the service, never here.
 #include "kvoctl/command_line/station_argument.h"
 
+#include "common/command_line/suggestion.h"
 #include "common/completions/completion.h"
 #include "common/dotted_address.h"
 #include "kvoctl/command_line/arguments.h"
 #include "kvoctl/command_line/fetch_list.h"
 #include "kvoctl/output/result.h"
+#include "kvoctl/output/station_record.h"
 
 #include <kvo_hws/requests.h>
 
@@ -40,13 +42,48 @@ std::optional<uint32_t> parseAddress(const std::string &text)
     return address ? address : parseHex(text);
 }
 
-std::string checkLength(const std::string &text)
+/// Four numbers with dots between are meant as an address.
+bool looksDotted(const std::string &text)
 {
+    std::size_t numbers = 0;
+    std::size_t digits = 0;
+    for (const char character : text + '.') {
+        if (character == '.' && digits > 0) {
+            ++numbers;
+            digits = 0;
+        } else if (character >= '0' && character <= '9') {
+            ++digits;
+        } else {
+            return false;
+        }
+    }
+    return numbers == 4;
+}
+
+std::string checkForm(const std::string &text)
+{
+    if (looksDotted(text) && !tools::parseDotted(text)) {
+        return "\"" + text + "\" is not an IPv4 address; its four numbers go from 0 to 255, without leading zeros";
+    }
     if (text.empty()) {
         return "a station's name or address can not be empty";
     }
     return text.size() > kLongestStationName ? "a station's name has at most " + std::to_string(kLongestStationName) + " bytes"
                                              : "";
+}
+
+/// What the name of no station may have been meant as, of the names that the service knows.
+std::string meantNames(const std::string &name)
+{
+    try {
+        std::vector<std::string> names;
+        for (const KvoDescription &station : fetchList<KvoDescription>(KVO_HWS_getDescriptionList)) {
+            names.push_back(nameOf(station));
+        }
+        return command_line::didYouMean(command_line::nearest(name, names));
+    } catch (const Failure &) {
+        return {};  // the answer is that there is no such station, whatever comes of this
+    }
 }
 
 }  // namespace
@@ -55,7 +92,7 @@ std::shared_ptr<std::string> addStation(CLI::App &command)
 {
     auto station = std::make_shared<std::string>();
     auto *option = command.add_option("STATION", *station, std::string("The station: ") + kStationForms);
-    option->required()->check(oneLine())->check({checkLength, ""})->type_name("");
+    option->required()->check(oneLine())->check({checkForm, ""})->type_name("");
     offerStations(option);
     return station;
 }
@@ -64,7 +101,7 @@ std::shared_ptr<std::vector<std::string>> addStations(CLI::App &command, const s
 {
     auto stations = std::make_shared<std::vector<std::string>>();
     auto *option = command.add_option("STATION", *stations, help);
-    option->check(oneLine())->check({checkLength, ""})->type_name("");
+    option->check(oneLine())->check({checkForm, ""})->type_name("");
     offerStations(option);
     return stations;
 }
@@ -75,7 +112,7 @@ void offerStations(const CLI::Option *argument, StationForms forms)
         completions::Candidates candidates;
         for (const KvoDescription &station : fetchList<KvoDescription>(KVO_HWS_getDescriptionList)) {
             const std::string address = tools::dotted(station.address);
-            const std::string name(station.name, strnlen(station.name, sizeof station.name));
+            const std::string name = nameOf(station);
             if (forms != StationForms::name) {
                 candidates.push_back({address, name});
             }
@@ -95,9 +132,12 @@ KvoDescriptionEx lookUp(const std::string &station)
         throw UsageError("no station has the address 0.0.0.0");
     }
     KvoDescriptionEx record{};
-    const std::string missing =
-        address ? "no station has the address " + tools::dotted(*address) : "no station is named \"" + station + "\"";
-    require(KVO_HWS_getDescriptionEx(address.value_or(0), station.c_str(), &record), {{KVO_HWS_NO, missing}});
+    const int32_t result = KVO_HWS_getDescriptionEx(address.value_or(0), station.c_str(), &record);
+    if (result == KVO_HWS_NO) {
+        throw Failure(result, address ? "no station has the address " + tools::dotted(*address)
+                                      : "no station is named \"" + station + "\"" + meantNames(station));
+    }
+    require(result);
     return record;
 }
 

@@ -34,11 +34,21 @@ Action setUpVersion(CLI::App & /*command*/)
 {
     return [] {
         const std::string library = version(KVO_HWS_getDLLVersion);
-        const std::string service = version(KVO_HWS_getKVOHWSVersion);
-        Table table({Column::text, Column::text});
-        table.add({"library", library});
-        table.add({"service", service});
-        return Report{.document = {{"library", library}, {"service", service}}, .table = std::move(table)};
+        Report report{.document = {{"library", library}, {"service", nullptr}},
+                      .table = Table({Column::text, Column::text}),
+                      .line = libraryVersionExplained()};
+        report.table->add({"library", library});
+        try {
+            const std::string service = version(KVO_HWS_getKVOHWSVersion);
+            report.document["service"] = service;
+            report.table->add({"service", service});
+        } catch (const Failure &failure) {
+            if (failure.exit() != Exit::noService) {
+                throw;
+            }
+            report.table->add({"service", std::string("(") + failure.what() + ")"});
+        }
+        return report;
     };
 }
 

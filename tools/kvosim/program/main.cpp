@@ -1,4 +1,6 @@
 // kvosim: the hardware service of a simulated plant, for programs that are developed and tested without a panel.
+#include "common/command_line/help.h"
+#include "common/command_line/mistake.h"
 #include "common/completions/command_structure.h"
 #include "common/completions/completion.h"
 #include "common/control_client.h"
@@ -233,10 +235,22 @@ std::vector<std::string> takeCommand(std::vector<std::string> &arguments)
     return command;
 }
 
-int runMain(std::vector<std::string> arguments)
+/// The help or the version where they were asked for; else what is wrong.
+int answer(const CLI::App &app, const std::vector<std::string> &arguments, const CLI::ParseError &error)
+{
+    const auto mistake = command_line::mistakeIn(app, arguments, error);
+    if (!mistake) {
+        return app.exit(error);
+    }
+    command_line::complain(app, *mistake);
+    return kWrongUse;
+}
+
+int runMain(const std::vector<std::string> &arguments)
 {
     Options options;
     CLI::App app("The hardware service of a simulated plant.", "kvosim");
+    command_line::wrapHelp(app);
     app.set_version_flag("--version", "kvosim " KVOSIM_VERSION);
     app.footer(kMainExamples);
     app.require_subcommand(1);
@@ -270,16 +284,18 @@ int runMain(std::vector<std::string> arguments)
     generateCommand->footer(kGenerateExamples);
 
     const kvosim::ControlCommands controlCommands(app);
+    command_line::addHelpCommand(app);
 
     if (completions::answered(app, arguments, std::cout) || completions::structureWritten(app, arguments, std::cout)) {
         return kDone;
     }
-    options.command = takeCommand(arguments);
     try {
-        std::reverse(arguments.begin(), arguments.end());  // as this parser takes them
-        app.parse(arguments);
+        std::vector<std::string> own = command_line::withoutHelpCommand(arguments);
+        options.command = takeCommand(own);
+        std::reverse(own.begin(), own.end());  // as this parser takes them
+        app.parse(own);
     } catch (const CLI::ParseError &error) {
-        return app.exit(error) == 0 ? kDone : kWrongUse;
+        return answer(app, arguments, error);
     }
     if (controlCommands.carryOut()) {
         return kDone;
@@ -292,7 +308,7 @@ int runMain(std::vector<std::string> arguments)
 
 int tell(const std::exception &error, int status)
 {
-    std::fprintf(stderr, "kvosim: %s\n", error.what());
+    command_line::complain("kvosim", error.what());
     return status;
 }
 

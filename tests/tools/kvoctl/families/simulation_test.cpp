@@ -60,7 +60,7 @@ TEST(Simulation, keeps_what_was_set)
     EXPECT_EQ(kvoctl({"backlight", "off"}).status, 0);
     EXPECT_EQ(kvoctl({"debug-level", "II"}).status, 0);
     EXPECT_EQ(kvoctl({"debug-level"}).out, "II\n");
-    EXPECT_EQ(kvoctl({"version"}).out, "library  V%#.%#.#%.#%\nservice  V09.08\n");
+    EXPECT_THAT(kvoctl({"version"}).out, testing::StartsWith("library  V%#.%#.#%.#%\nservice  V09.08\n"));
     kvosim::Plant &plant = service.stop();
     EXPECT_EQ(plant.findPanel(0x0A000006)->brightness, 1U);
     EXPECT_EQ(plant.findPanel(0xC0A80007)->brightness, 0U);

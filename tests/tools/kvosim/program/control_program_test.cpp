@@ -68,7 +68,7 @@ INSTANTIATE_TEST_SUITE_P(
         Row{"fault_add_unknown", {"fault", "add", "late"}, 2, "", "kvosim: kind: \"late\" is no fault; write delay, close"},
         Row{"fault_add_negative", {"fault", "add", "close", "--times", "-1"}, 2, "", "--times"},
         Row{"fault_clear", {"fault", "clear", "--json"}, 0, "{\"faults\":[]}\n", ""},
-        Row{"fault_alone", {"fault"}, 2, "", "A subcommand is required"},
+        Row{"fault_alone", {"fault"}, 2, "", "Usage: kvosim fault [OPTIONS] COMMAND\n"},
         Row{"fault_help", {"fault", "--help"}, 0, "Examples:\n  kvosim fault add", ""},
         Row{"station_help", {"station", "--help"}, 0, "Examples:\n  kvosim station", ""}),
     kvosim_test::kNameOfRow);

@@ -181,7 +181,7 @@ INSTANTIATE_TEST_SUITE_P(
         WrongRow{{"ask_tag"}, {"remote", "ask", "3", "ping", "--tag", "4"}, "is no tag; write three digits"},
         WrongRow{{"ask_two_ways"}, {"remote", "ask", "3", "ping", "--tag", "042", "--untagged"}, "excludes"},
         WrongRow{{"ask_timeout"}, {"remote", "ask", "3", "ping", "--timeout", "601"}, "--timeout"},
-        WrongRow{{"remote_alone"}, {"remote"}, "subcommand is required"},
+        WrongRow{{"remote_alone"}, {"remote"}, "Usage: kvosim remote [OPTIONS] COMMAND\n"},
         WrongRow{{"event_name"}, {"event", "a name that is too long, x"}, "write \"name, data\" with a name of 1 to 19 bytes"},
         WrongRow{{"event_lines"}, {"event", "a, b\nc", "--as-is"}, "the event holds a line end"},
         WrongRow{{"event_not_utf8"}, {"event", "a, \xff"}, "a text is no UTF-8"}),

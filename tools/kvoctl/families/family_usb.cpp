@@ -61,8 +61,16 @@ Action setUpUsbLock(CLI::App &command)
     const auto second = Number<int>{"SECOND", "The lock's second number"}.addTo(command);
     first.option->required();
     second.option->required();
-    const auto stations = addStations(command, std::string("The stations; none: every station. ") + kStationForms);
-    return [=] { return setLock(*stations, *first.value, *second.value); };
+    const auto stations = addStations(command, std::string("The stations: ") + kStationForms);
+    auto *all = addFlag(command, "--all", "Every station, without looking any up");
+    return [=] {
+        // Every station of a plant is too much to lock by a word that was left out.
+        if (stations->empty() == (all->count() == 0)) {
+            throw UsageError(stations->empty() ? "name the stations, or give --all for every station"
+                                               : "--all is for every station; name none");
+        }
+        return setLock(*stations, *first.value, *second.value);
+    };
 }
 
 }  // namespace
@@ -72,9 +80,8 @@ void addUsbCommands(CommandLine &commandLine)
     Family usb(commandLine, kOneStation, "usb", "The USB lock, connectors and devices of stations");
     Family lock(usb, "lock", "The USB lock of stations");
     lock.add("get", "Show the two numbers of a station's USB lock", {"10.0.0.5"}, showing("usb lock get"));
-    lock.add("set",
-             "Set the USB lock of stations over the network, without waiting for an answer; of EVERY station if none is named",
-             {"1 0 10.0.0.5", "0 0 10.0.0.5 \"Portal mill\"", "0 0"}, setUpUsbLock);
+    lock.add("set", "Set the USB lock of stations over the network, without waiting for an answer",
+             {"1 0 10.0.0.5", "0 0 10.0.0.5 \"Portal mill\"", "0 0 --all"}, setUpUsbLock);
     usb.add("connectors", "Show the list of the USB connectors of all stations or of one", {"", "10.0.0.5"}, setUpConnectors);
     addUsbEventCommands(usb, commandLine);
 }

@@ -137,6 +137,8 @@ INSTANTIATE_TEST_SUITE_P(
               {"10.0.0.5", "0", "2"},
               R"(NONLINEAR: "2" is no whole number from -1 to 1)"},
         Wrong{"half_a_lock", "usb lock set", {"1"}, "SECOND is required"},
+        Wrong{"lock_of_no_station", "usb lock set", {"1", "0"}, "name the stations, or give --all for every station"},
+        Wrong{"lock_of_all_and_one", "usb lock set", {"1", "0", "--all", "10.0.0.5"}, "--all is for every station; name none"},
         Wrong{"connectors_of_two", "usb connectors", {"10.0.0.5", "10.0.0.6"}, "one station at most"},
         Wrong{"watch_of_a_station", "usb watch", {"10.0.0.5"}, R"(unexpected argument "10.0.0.5")"},
         Wrong{"exec_of_nothing", "usb watch", {"--exec"}, "--exec: 1 required PROGRAM missing"},

@@ -252,7 +252,7 @@ TEST(SimulatedStation, takes_the_usb_lock_that_is_sent_to_it)
     EXPECT_EQ(becomes("Lathe 2", R"({"lock_first":1,"lock_second":7})"), R"({"lock_first":1,"lock_second":7})");
     EXPECT_EQ(becomes("Terminal", R"({"lock_first":1,"lock_second":7})"), R"({"lock_first":1,"lock_second":7})");
     EXPECT_EQ(lockOf("Lathe 1"), R"({"lock_first":0,"lock_second":0})");
-    EXPECT_EQ(kvoctl({"usb", "lock", "set", "2", "3"}, loopback).status, 0);
+    EXPECT_EQ(kvoctl({"usb", "lock", "set", "2", "3", "--all"}, loopback).status, 0);
     EXPECT_EQ(becomes("Lathe 1", R"({"lock_first":2,"lock_second":3})"), R"({"lock_first":2,"lock_second":3})");
 }
 

@@ -62,14 +62,23 @@ Ended lock(const Arguments &arguments,
     return kvoctl(all, surroundings);
 }
 
-TEST(UsbLock, of_no_station_in_particular_goes_to_all)
+TEST(UsbLock, goes_to_all_stations_where_that_is_said)
 {
     const Network network;
-    const Ended ended = lock({"1", "-2", "--json"});
+    const Ended ended = lock({"1", "-2", "--all", "--json"});
     EXPECT_EQ(ended.status, 0);
     EXPECT_EQ(ended.err, "");
     EXPECT_EQ(ended.document(), Json::parse(R"({"done": true})"));
     EXPECT_THAT(network.datagrams(), ElementsAre("setUsbLock=\"1:-2\" 0.0.0.0\n"));
+}
+
+TEST(UsbLock, is_sent_to_nobody_when_neither_stations_nor_all_are_named)
+{
+    const Network network;
+    const Ended ended = lock({"1", "-2"});
+    EXPECT_EQ(ended.status, 2);
+    EXPECT_THAT(ended.err, testing::HasSubstr("name the stations, or give --all for every station\n"));
+    EXPECT_THAT(network.datagrams(), IsEmpty());
 }
 
 TEST(UsbLock, goes_to_each_station_in_whatever_form_it_is_named)

@@ -83,7 +83,7 @@ std::vector<Journey> journeys()
         {"KVO_HWS_setStopViewerPreempt", "viewer stop", {station, "--preempt"}},
         {"KVO_HWS_setSwCapsLock", "panel sw-capslock", {station, "1"}},
         {"KVO_HWS_setTouchScreenCalibParam", "touch calibration", {station, "1", "1"}},
-        {"KVO_HWS_setUsbLock", "usb lock set", {"1", "0"}},
+        {"KVO_HWS_setUsbLock", "usb lock set", {"1", "0", "--all"}},
         {"KVO_HWS_showDPI", "input dpi", {station}},
         {"KVO_HWS_showInputDevice", "input devices", {station, "--v1"}},
         {"KVO_HWS_showInputDeviceV2", "input devices", {station, "--v2"}},

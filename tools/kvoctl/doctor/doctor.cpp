@@ -18,12 +18,20 @@ const char *state(const tools::Finding &finding)
     return finding.isNote() ? "note" : "ok";
 }
 
+Colour colour(const tools::Finding &finding)
+{
+    if (finding.isFault()) {
+        return Colour::bad;
+    }
+    return finding.isNote() ? Colour::warning : Colour::good;
+}
+
 Report report(const std::vector<tools::Finding> &findings)
 {
     Table table({Table::Column::text, Table::Column::text, Table::Column::text});
     Document documents = Document::array();
     for (const tools::Finding &finding : findings) {
-        table.add({state(finding), finding.check, finding.words});
+        table.add({Cell(state(finding), colour(finding)), finding.check, finding.words});
         if (!finding.advice.empty()) {
             table.add({"", "", finding.advice});
         }

@@ -35,13 +35,13 @@ Table emptyTable()
 }
 
 template <class Record>
-std::vector<std::string> row(const Record &station, const DottedAddress &address)
+std::vector<Cell> row(const Record &station, const DottedAddress &address)
 {
-    std::vector<std::string> cells{address.value_or("-"), nameOf(station), std::to_string(station.attr1),
-                                   std::to_string(station.attr2), std::to_string(station.attr3)};
+    std::vector<Cell> cells{address.value_or("-"), nameOf(station), std::to_string(station.attr1),
+                            std::to_string(station.attr2), std::to_string(station.attr3)};
     if constexpr (kIsExtended<Record>) {
         for (const Attribute &attribute : kExtendedAttributes) {
-            cells.push_back(std::to_string(station.*attribute.member));
+            cells.emplace_back(std::to_string(station.*attribute.member));
         }
     }
     return cells;

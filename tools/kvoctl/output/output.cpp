@@ -4,11 +4,8 @@
 #include "kvoctl/output/display_text.h"
 
 #include <cerrno>
-#include <charconv>
-#include <cstdlib>
 #include <cstring>
 #include <iostream>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace kvoctl {
@@ -18,21 +15,10 @@ namespace {
 constexpr int kIndent = 2;
 constexpr int kOneLine = -1;
 
-/// Columns of the terminal behind standard output; no limit where there is none, so that files and pipes get whole names.
-std::size_t outputWidth()
+/// Files and pipes get whole names, without colour.
+Paper standardOutput()
 {
-    if (isatty(STDOUT_FILENO) == 0) {
-        return kUnlimited;
-    }
-    winsize size{};
-    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) {
-        return size.ws_col;
-    }
-    const char *columns = std::getenv("COLUMNS");
-    const std::string_view text = columns == nullptr ? "" : columns;
-    std::size_t width = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), width);
-    return error == std::errc{} && end == text.data() + text.size() && width > 0 ? width : kUnlimited;
+    return {command_line::terminalWidth(STDOUT_FILENO).value_or(kUnlimited), command_line::takesColour(STDOUT_FILENO)};
 }
 
 /// Names are the plant's bytes: one that is no UTF-8 must not keep the others from being shown.
@@ -72,7 +58,7 @@ void write(const Report &report, bool json)
         return;
     }
     if (report.table) {
-        report.table->write(std::cout, outputWidth());
+        report.table->write(std::cout, standardOutput());
     }
     if (report.line) {
         std::cout << displayText(*report.line).text << '\n';

@@ -1,4 +1,4 @@
-// Lays a table out: measure all cells, narrow the elastic column if need be, write.
+// Lays a table out: measure all cells, narrow the elastic column where that helps, write lines or records.
 #include "kvoctl/output/table.h"
 
 #include "kvoctl/output/display_text.h"
@@ -11,60 +11,116 @@ namespace kvoctl {
 namespace {
 
 constexpr std::size_t kGap = 2;
-/// Below this an elastic column tells nothing any more; lines then run over instead.
+/// A name that is cut shorter says nothing any more.
 constexpr std::size_t kNarrowest = 8;
 /// Where nothing is cut, one very long text must not move the columns of all other rows: a longer cell overflows its own row.
 constexpr std::size_t kWidestPadding = 40;
+/// Of the lines of a record after its first.
+constexpr std::size_t kRecordIndent = 2;
+
+std::string shown(const std::string &text, const Cell &cell, const Paper &paper)
+{
+    return coloured(text, paper.takesColour ? cell.colour : Colour::none);
+}
 
 }  // namespace
 
-Table::Table(std::vector<Column> columns, std::vector<std::string> header) : columns_(std::move(columns))
+Table::Table(std::vector<Column> columns, std::vector<std::string> header)
+    : columns_(std::move(columns)), hasHeader_(!header.empty())
 {
-    if (!header.empty()) {
-        rows_.push_back(std::move(header));
+    if (hasHeader_) {
+        rows_.emplace_back(header.begin(), header.end());
     }
 }
 
-/// How wide each column is padded.
-std::vector<std::size_t> Table::widths(std::size_t limit) const
+/// How wide each column is without cutting.
+Table::Widths Table::widths() const
 {
-    std::vector<std::size_t> widths(columns_.size());
+    Widths widths(columns_.size());
     for (const auto &row : rows_) {
         for (std::size_t column = 0; column < widths.size(); ++column) {
-            widths[column] = std::max(widths[column], displayText(row[column]).width);
+            widths[column] = std::max(widths[column], displayText(row[column].text).width);
         }
-    }
-    if (limit == kUnlimited) {
-        for (std::size_t &width : widths) {
-            width = std::min(width, kWidestPadding);  // numbers never get so wide
-        }
-        return widths;
-    }
-    const std::size_t total = std::accumulate(widths.begin(), widths.end(), kGap * (widths.size() - 1));
-    const auto elastic = std::find(columns_.begin(), columns_.end(), Column::elastic);
-    if (total > limit && elastic != columns_.end()) {
-        std::size_t &width = widths[static_cast<std::size_t>(elastic - columns_.begin())];
-        const std::size_t over = total - limit;
-        width = std::min(width, std::max(kNarrowest, width - std::min(width, over)));
     }
     return widths;
 }
 
-void Table::write(std::ostream &out, std::size_t width) const
+/// Makes lines fit; false, and nothing is changed, where they can not.
+bool Table::narrow(Widths &widths, std::size_t limit) const
 {
-    const std::vector<std::size_t> padded = widths(width);
+    const std::size_t total = std::accumulate(widths.begin(), widths.end(), kGap * (widths.size() - 1));
+    if (total <= limit) {
+        return true;
+    }
+    const auto elastic = std::find(columns_.begin(), columns_.end(), Column::elastic);
+    if (elastic == columns_.end()) {
+        return false;
+    }
+    std::size_t &width = widths[static_cast<std::size_t>(elastic - columns_.begin())];
+    if (width < total - limit + kNarrowest) {
+        return false;
+    }
+    width -= total - limit;
+    return true;
+}
+
+void Table::writeLines(std::ostream &out, const Paper &paper, const Widths &widths) const
+{
     for (const auto &row : rows_) {
         std::string line;
-        for (std::size_t column = 0; column < padded.size(); ++column) {
-            const bool cut = width != kUnlimited && columns_[column] == Column::elastic;
-            const DisplayText cell = displayText(row[column], cut ? std::max<std::size_t>(padded[column], 1) : kUnlimited);
-            const std::string spaces(padded[column] - std::min(padded[column], cell.width), ' ');
+        for (std::size_t column = 0; column < widths.size(); ++column) {
+            const bool cut = paper.width != kUnlimited && columns_[column] == Column::elastic;
+            const DisplayText cell = displayText(row[column].text, cut ? std::max<std::size_t>(widths[column], 1) : kUnlimited);
+            const std::string spaces(widths[column] - std::min(widths[column], cell.width), ' ');
+            const std::string text = shown(cell.text, row[column], paper);
             line.append(column == 0 ? 0 : kGap, ' ');
-            line += columns_[column] == Column::number ? spaces + cell.text : cell.text + spaces;
+            line += columns_[column] == Column::number ? spaces + text : text + spaces;
         }
         line.erase(line.find_last_not_of(' ') + 1);
         out << line << '\n';
     }
+}
+
+/// What names the row on its first line, and below it the other cells, each behind its heading, as many on a line as fit.
+void Table::writeRecord(std::ostream &out, const Paper &paper, const std::vector<Cell> &row) const
+{
+    const auto elastic = std::find(columns_.begin(), columns_.end(), Column::elastic);
+    const auto named = elastic == columns_.end() ? 1 : static_cast<std::size_t>(elastic - columns_.begin()) + 1;
+    std::size_t used = 0;
+    for (std::size_t column = 0; column < named; ++column) {
+        const bool cut = columns_[column] == Column::elastic && used + kNarrowest <= paper.width;
+        const DisplayText cell = displayText(row[column].text, cut ? paper.width - used : kUnlimited);
+        out << shown(cell.text, row[column], paper) << (column + 1 < named ? std::string(kGap, ' ') : "");
+        used += cell.width + kGap;
+    }
+    used = paper.width;  // all else is on lines of its own
+    for (std::size_t column = named; column < row.size(); ++column) {
+        const DisplayText cell = displayText(row[column].text);
+        const std::string &heading = rows_.front()[column].text;
+        const std::size_t width = heading.size() + 1 + cell.width;
+        if (cell.width == 0) {
+            continue;
+        }
+        const bool fits = used + kGap + width <= paper.width;
+        out << (fits ? std::string(kGap, ' ') : '\n' + std::string(kRecordIndent, ' ')) << heading << ' '
+            << shown(cell.text, row[column], paper);
+        used = width + (fits ? used + kGap : kRecordIndent);
+    }
+    out << '\n';
+}
+
+void Table::write(std::ostream &out, const Paper &paper) const
+{
+    Widths widths = this->widths();
+    if (paper.width == kUnlimited) {
+        for (std::size_t &width : widths) {
+            width = std::min(width, kWidestPadding);  // numbers never get so wide
+        }
+    } else if (!narrow(widths, paper.width) && hasHeader_) {
+        std::for_each(rows_.begin() + 1, rows_.end(), [&](const auto &row) { writeRecord(out, paper, row); });
+        return;
+    }
+    writeLines(out, paper, widths);
 }
 
 }  // namespace kvoctl

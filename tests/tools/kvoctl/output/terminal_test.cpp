@@ -50,11 +50,95 @@ TEST(Terminal, leaves_a_name_whole_that_just_fits)
     EXPECT_EQ(rowOf("Exactly fifteen"), "10.0.0.5  Exactly fifteen      1      2      3");
 }
 
-TEST(Terminal, keeps_numbers_and_the_beginning_of_a_name_when_it_is_far_too_narrow)
+TEST(Terminal, cuts_no_name_where_lines_do_not_fit_even_so_and_gets_records)
 {
-    EXPECT_EQ(tableOf("A name that is too long", {.terminal = 10}), "ADDRESS   NAME      ATTR1  ATTR2  ATTR3\n"
-                                                                    "10.0.0.5  A name …      1      2      3\n"
+    EXPECT_EQ(tableOf("A name that is too long", {.terminal = 38}), "10.0.0.5  A name that is too long\n"
+                                                                    "  ATTR1 1  ATTR2 2  ATTR3 3\n"
                                                                     "1 station\n");
+    EXPECT_EQ(tableOf("A name that is too long", {.terminal = 17}), "10.0.0.5  A name that is too long\n"
+                                                                    "  ATTR1 1\n"
+                                                                    "  ATTR2 2\n"
+                                                                    "  ATTR3 3\n"
+                                                                    "1 station\n");
+}
+
+TEST(Terminal, cuts_a_name_to_8_columns_where_that_makes_lines_fit)
+{
+    EXPECT_THAT(tableOf("A name that is too long", {.terminal = 39}), testing::HasSubstr("\n10.0.0.5  A name …      1 "));
+}
+
+/// Two stations with all their attributes.
+std::string extendedTable(const Surroundings &surroundings)
+{
+    const std::string attributes = "00000001 00000002 00000003 ";
+    const std::string more = "00000004 00000005 00000006 00000007 FFFFFFFF 00000009 0000000A ";
+    const ScriptedService service(
+        {support::replies("2"), support::replies("00000002 0A000005 " + attributes + "00000028 " + std::string(40, 'n') + " " +
+                                                 more + "0A000006 " + attributes + "00000007 Lathe 1 " + more)});
+    const Ended ended = kvoctl({"stations", "--extended"}, surroundings);
+    EXPECT_EQ(ended.status, 0);
+    return ended.out;
+}
+
+TEST(Terminal, of_80_columns_gets_extended_stations_as_records)
+{
+    EXPECT_EQ(extendedTable({.terminal = 80}),
+              "10.0.0.5  " + std::string(40, 'n') +
+                  "\n"
+                  "  ATTR1 1  ATTR2 2  ATTR3 3  EXT1 4  EXT2 5  EXT3 6  EXT4 7  EXT5 4294967295\n"
+                  "  EXT6 9  EXT7 10\n"
+                  "10.0.0.6  Lathe 1\n"
+                  "  ATTR1 1  ATTR2 2  ATTR3 3  EXT1 4  EXT2 5  EXT3 6  EXT4 7  EXT5 4294967295\n"
+                  "  EXT6 9  EXT7 10\n"
+                  "2 stations\n");
+}
+
+TEST(Terminal, cuts_a_name_in_a_record_where_that_makes_its_line_fit)
+{
+    EXPECT_THAT(extendedTable({.terminal = 49}),
+                testing::StartsWith("10.0.0.5  " + std::string(38, 'n') + "…\n  ATTR1 1  ATTR2 2  ATTR3 3  EXT1 4  EXT2 5\n"));
+}
+
+TEST(Terminal, that_is_wide_enough_gets_extended_stations_as_a_table)
+{
+    EXPECT_THAT(extendedTable({.terminal = 130}), testing::StartsWith("ADDRESS   NAME "));
+    EXPECT_THAT(extendedTable({}), testing::StartsWith("ADDRESS   NAME ")) << "as a file does";
+}
+
+// ---- Colour ----
+
+constexpr const char *kRed = "\x1B[1;31m";
+constexpr const char *kGreen = "\x1B[32m";
+constexpr const char *kPlain = "\x1B[0m";
+
+TEST(Terminal, gets_what_doctor_finds_in_colour)
+{
+    const std::string out = kvoctl({"doctor"}, {.terminal = 120, .environment = {"TERM=xterm"}}).out;
+    EXPECT_THAT(out, testing::HasSubstr(std::string(kRed) + "FAULT" + kPlain + "  "));
+    EXPECT_THAT(out, testing::HasSubstr(std::string(kGreen) + "ok" + kPlain + "     libpavo.so.1     The loader"))
+        << "what is not seen takes no room";
+}
+
+TEST(Terminal, gets_no_colour_where_it_is_not_wanted)
+{
+    for (const std::vector<std::string> &unwanted :
+         {std::vector<std::string>{"TERM=dumb"}, std::vector<std::string>{"TERM=xterm", "NO_COLOR=1"}}) {
+        const Ended ended = kvoctl({"doctor"}, {.terminal = 120, .environment = unwanted});
+        EXPECT_EQ(ended.out.find('\x1B'), std::string::npos) << unwanted.back();
+    }
+    EXPECT_EQ(kvoctl({"doctor"}, {.environment = {"TERM=xterm"}}).out.find('\x1B'), std::string::npos) << "no terminal";
+    EXPECT_NE(kvoctl({"doctor"}, {.terminal = 120, .environment = {"TERM=xterm", "NO_COLOR="}}).out.find('\x1B'),
+              std::string::npos)
+        << "an empty NO_COLOR says nothing";
+}
+
+TEST(Terminal, gets_failures_in_colour)
+{
+    const Surroundings terminal{.terminal = 120, .environment = {"TERM=xterm"}, .errorsToTerminal = true};
+    EXPECT_THAT(kvoctl({"station", "10.0.0.5"}, terminal).out,
+                testing::StartsWith(std::string(kRed) + "kvoctl: station:" + kPlain + " no service answers at"));
+    EXPECT_THAT(kvoctl({"statons"}, terminal).out,
+                testing::StartsWith(std::string(kRed) + "kvoctl:" + kPlain + " \"statons\" is not a command"));
 }
 
 TEST(Terminal, of_unknown_width_goes_by_COLUMNS)

@@ -70,8 +70,9 @@ std::vector<std::string> environmentWith(const std::vector<std::string> &changes
     std::vector<std::string> variables;
     const auto isChanged = [&changes](const std::string &variable) {
         const std::string name = variable.substr(0, variable.find('=') + 1);
-        return name == "COLUMNS=" || std::any_of(changes.begin(), changes.end(),
-                                                 [&name](const std::string &change) { return change.starts_with(name); });
+        return name == "COLUMNS=" || name == "NO_COLOR=" ||
+               std::any_of(changes.begin(), changes.end(),
+                           [&name](const std::string &change) { return change.starts_with(name); });
     };
     for (char **variable = environ; *variable != nullptr; ++variable) {
         if (!isChanged(*variable)) {
@@ -130,7 +131,8 @@ Ended kvoctl(const Arguments &arguments, const Surroundings &surroundings)
 {
     const Channel out = outputChannel(surroundings);
     const Channel err = pipeChannel();
-    const pid_t process = start(arguments, surroundings, out.writing, err.writing);
+    const pid_t process =
+        start(arguments, surroundings, out.writing, surroundings.errorsToTerminal ? out.writing : err.writing);
     close(out.writing);
     close(err.writing);
     Ended ended{};

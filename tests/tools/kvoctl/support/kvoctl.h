@@ -18,6 +18,7 @@ struct Surroundings {
     std::vector<std::string> environment{"LC_ALL=C.UTF-8"};  ///< beside the test's own; later ones win
     const char *outputFile = nullptr;                        ///< standard output is this file
     const char *inputFile = "/dev/null";                     ///< standard input
+    bool errorsToTerminal = false;                           ///< standard error is the terminal too
 };
 
 struct Ended {

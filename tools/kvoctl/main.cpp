@@ -56,6 +56,9 @@ int run(CommandLine &commandLine, const std::vector<std::string> &arguments)
     }
     const Report report = commandLine.run();
     write(report, commandLine.json());
+    if (!report.complaint.empty()) {
+        command_line::complain(commandLine.prefix(), displayText(report.complaint).text);
+    }
     return status(report.exit);
 }
 

@@ -21,8 +21,8 @@ namespace {
 constexpr std::array kEnabledDisabled{"enabled", "disabled"};
 
 const std::vector<Meaning> kModeUnknown{{KVO_HWS_NO, "the station does not know this mode"},
-                                        {KVO_HWS_UNSUPPORTED, "the station does not know this mode"},
-                                        {KVO_HWS_NOT_ACTIVE, "the station's backlight is not active"}};
+                                        {KVO_HWS_UNSUPPORTED, "the station does not know this mode", true},
+                                        {KVO_HWS_NOT_ACTIVE, "the station's backlight is not active", true}};
 
 Property brightness(const std::string &key, uint32_t mode)
 {
@@ -94,6 +94,9 @@ Reading inputDevices(uint32_t station)
     return {result, values};
 }
 
+/// The library reports a resolution that the station does not tell as it does a refusal. "metrics dpi" asks the same and does not.
+std::vector<Meaning> dpiCodes() { return {{KVO_HWS_FAILED, words(KVO_HWS_FAILED, {}), true}}; }
+
 const std::vector<Meaning> kNoTouchScreen{{KVO_HWS_NO, "the station has no touch screen"}};
 
 // ---- USB ----
@@ -125,7 +128,7 @@ Value metricValue(MetricForm form, const MetricRoom &room)
     return {number, hex.data()};
 }
 
-const std::vector<Meaning> kMetricCodes{{KVO_HWS_NOT_AVAILABLE, "the station does not tell"},
+const std::vector<Meaning> kMetricCodes{{KVO_HWS_NOT_AVAILABLE, "the station does not tell", true},
                                         {KVO_HWS_UNKNOWN_REPLY, "the service answered a malformed value"}};
 
 /// @p number  as the library counts the metrics
@@ -168,7 +171,7 @@ std::vector<NamedProperty> makeProperties()
         {"channel-info get",
          {{"info"}, sizedText(KVO_HWS_getChannelInfo), {{KVO_HWS_NO, "the station has no channel information"}}}},
         {"input devices", {{"keyboards", "mice", "touch", "multitouch", "max_contacts", "virtual_keyboards"}, inputDevices}},
-        {"input dpi", {{"dpi"}, numbers(KVO_HWS_showDPI)}},
+        {"input dpi", {{"dpi"}, numbers(KVO_HWS_showDPI), dpiCodes()}},
         {"touch calibration", {{"press_threshold", "nonlinear"}, numbers(KVO_HWS_getTouchScreenCalibParam), kNoTouchScreen}},
         {"usb lock get", {{"lock_first", "lock_second"}, numbers(KVO_HWS_getUsbLock)}},
         {"usb connectors", {{"connectors"}, sizedText(KVO_HWS_getUsbConnectorListOne), kConnectorCodes}},

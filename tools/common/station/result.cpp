@@ -32,6 +32,12 @@ std::string words(int32_t result, const std::vector<Meaning> &own)
     return meaning == own.end() ? generalWords(result) : meaning->words;
 }
 
+bool isState(int32_t result, const std::vector<Meaning> &own)
+{
+    const auto says = [result](const Meaning &row) { return row.result == result && row.isState; };
+    return result == KVO_HWS_OK || result == KVO_HWS_NO || std::any_of(own.begin(), own.end(), says);
+}
+
 void require(int32_t result, const std::vector<Meaning> &own)
 {
     if (result != KVO_HWS_OK) {

@@ -23,10 +23,14 @@ private:
 struct Meaning {
     int32_t result;
     std::string words;
+    bool isState = false;  ///< says what a station has or is; other results but the "no" say that the request failed
 };
 
 /// The words for @p result: of the first of @p own that fits, else the general ones.
 std::string words(int32_t result, const std::vector<Meaning> &own);
+
+/// Whether @p result is an answer about the station, by @p own, rather than the failure of a request.
+bool isState(int32_t result, const std::vector<Meaning> &own);
 
 /// Throws Failure unless @p result is 1.
 void require(int32_t result, const std::vector<Meaning> &own = {});

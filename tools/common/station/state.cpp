@@ -25,7 +25,7 @@ void readStation(uint32_t station, const std::function<void(const NamedProperty 
             require(reading.result);
         }
         if (reading.result != KVO_HWS_OK && std::chrono::steady_clock::now() - start > kSilence) {
-            throw Failure(reading.result, "the service stopped answering");
+            throw Failure(reading.result, "the service stopped answering at " + std::string(asked.words));
         }
         take(asked, reading);
     }

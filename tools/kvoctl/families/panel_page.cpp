@@ -1,7 +1,8 @@
-// What a station does not have is part of its state and ends nothing.
+// What a station does not have is part of its state; a request that fails is not, and ends nothing either.
 #include "kvoctl/families/panel_page.h"
 
 #include "common/dotted_address.h"
+#include "common/join.h"
 #include "common/station/state.h"
 #include "kvoctl/command_line/station_argument.h"
 #include "kvoctl/output/property.h"
@@ -30,11 +31,16 @@ public:
     {
         const Property &property = asked.property;
         const std::string section = tools::familyKey(asked.words);
+        ++asked_;
+        const bool failed = !tools::isState(reading.result, property.codes);
+        if (failed) {
+            failed_.push_back(asked.words);
+        }
         for (std::size_t i = 0; i < property.keys.size(); ++i) {
             if (reading.result == KVO_HWS_OK) {
                 add(section, property.keys[i], reading.values.at(i));
             } else {
-                addMissing(section, property.keys[i], Failure(reading.result, words(reading.result, property.codes)));
+                addMissing(section, property.keys[i], Failure(reading.result, words(reading.result, property.codes)), failed);
             }
         }
     }
@@ -42,24 +48,38 @@ public:
     [[nodiscard]] Report report() &&
     {
         document_["unavailable"] = std::move(unavailable_);
-        return {.document = std::move(document_), .table = std::move(table_)};
+        return {.document = std::move(document_),
+                .table = std::move(table_),
+                .exit = failed_.empty() ? Exit::done : Exit::failed,
+                .complaint = complaint()};
     }
 
 private:
-    void add(const std::string &section, const std::string &key, const Value &value)
+    void add(const std::string &section, const std::string &key, const Value &value, Colour colour = Colour::none)
     {
         // A section is named once.
-        table_.add({document_.contains(section) ? "" : section, key, value.text()});
+        table_.add({document_.contains(section) ? "" : section, key, Cell(value.text(), colour)});
         document_[section][key] = value.document;
     }
 
-    void addMissing(const std::string &section, const std::string &key, const Failure &failure)
+    void addMissing(const std::string &section, const std::string &key, const Failure &failure, bool failed)
     {
-        add(section, key, {nullptr, std::string("(") + failure.what() + ")"});
-        unavailable_.push_back({{"key", section + "." + key}, {"code", failure.result()}, {"meaning", failure.what()}});
+        add(section, key, {nullptr, std::string("(") + failure.what() + ")"}, failed ? Colour::bad : Colour::none);
+        unavailable_.push_back(
+            {{"key", section + "." + key}, {"code", failure.result()}, {"meaning", failure.what()}, {"failed", failed}});
+    }
+
+    /// Which requests failed, by the words of the subcommands that ask them again; empty where none did.
+    [[nodiscard]] std::string complaint() const
+    {
+        return failed_.empty() ? ""
+                               : std::to_string(failed_.size()) + " of " + std::to_string(asked_) +
+                                     " requests failed: " + tools::join(failed_, ", ");
     }
 
     uint32_t address_ = 0;
+    std::size_t asked_ = 0;
+    std::vector<std::string_view> failed_{};
     Document document_ = Document::object();
     Document unavailable_ = Document::array();
     Table table_{{Table::Column::text, Table::Column::text, Table::Column::text}};

@@ -19,6 +19,7 @@ struct Report {
     std::optional<Table> table{};
     std::optional<std::string> line{};  ///< behind the table
     Exit exit = Exit::done;
+    std::string complaint{};  ///< for standard error, after the rest
 };
 
 /// What a command reports that only had something done, with @p result; throws like require.

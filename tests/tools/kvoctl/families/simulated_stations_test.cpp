@@ -232,7 +232,18 @@ TEST(SimulatedStation, is_on_one_page)
     EXPECT_EQ(page["touch"]["nonlinear"], nullptr);
     EXPECT_THAT(page["unavailable"],
                 testing::Contains(Json::parse(
-                    R"({"key": "panel.brightness_v2_mode_1", "code": 0, "meaning": "the station does not know this mode"})")));
+                    R"({"key": "panel.brightness_v2_mode_1", "code": 0, "meaning": "the station does not know this mode",
+                        "failed": false})")));
+}
+
+TEST(SimulatedStation, has_a_page_without_failures_whichever_of_the_built_in_plant_it_is)
+{
+    const RunningService service(kvosim::kBuiltInPlant);
+    for (const char *station : {"10.0.0.5", "10.0.0.6", "10.0.0.7"}) {
+        const Ended ended = kvoctl({"panel", "show", station});
+        EXPECT_EQ(ended.status, 0) << station;
+        EXPECT_EQ(ended.err, "") << station;
+    }
 }
 
 TEST(SimulatedStation, takes_the_usb_lock_that_is_sent_to_it)

@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import ctypes
-from ipaddress import IPv4Address
+from ipaddress import AddressValueError, IPv4Address
 from typing import Literal, Optional, Tuple, Union, cast, overload
 
 from ._library import call, done, number, number_if_any, yes
@@ -35,8 +35,13 @@ class Panel:
     """
 
     def __init__(self, address: Address) -> None:
-        self.address = IPv4Address(address)
-        """The station's address."""
+        try:
+            self.address = IPv4Address(address)
+            """The station's address."""
+        except AddressValueError as error:
+            raise AddressValueError(
+                f"{address!r} is not an IPv4 address; Panel.named looks a station up by its name"
+            ) from error
 
     @classmethod
     def named(cls, name: str) -> Panel:

@@ -6,7 +6,7 @@ import inspect
 import re
 import threading
 import time
-from ipaddress import IPv4Address
+from ipaddress import AddressValueError, IPv4Address
 from typing import Callable, Dict, List, Tuple, Type, cast
 
 import pytest
@@ -211,6 +211,8 @@ def test_a_station_may_be_given_in_every_way() -> None:
 
 def test_a_panel_is_found_by_its_name(simulator: Simulator) -> None:
     assert Panel.named("Fräszentrum 1") == Panel(HERE)
+    with pytest.raises(AddressValueError, match=r"'Lathe 1' is not an IPv4 address; Panel\.named looks a station up by"):
+        Panel("Lathe 1")
     with pytest.raises(LookupError, match="Nobody"):
         Panel.named("Nobody")
 

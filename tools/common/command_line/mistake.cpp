@@ -1,4 +1,4 @@
-// Tells the mistakes apart by what the parser could not place, which it names less well than it knows.
+// Works from the words that the parser could not place: its own messages rarely name them.
 #include "common/command_line/mistake.h"
 
 #include "common/command_line/suggestion.h"

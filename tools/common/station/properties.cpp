@@ -94,7 +94,7 @@ Reading inputDevices(uint32_t station)
     return {result, values};
 }
 
-/// The library reports a resolution that the station does not tell as it does a refusal. "metrics dpi" asks the same and does not.
+/// The library reports a refusal and a missing value alike here; "metrics dpi" asks the same and distinguishes them.
 std::vector<Meaning> dpiCodes() { return {{KVO_HWS_FAILED, words(KVO_HWS_FAILED, {}), true}}; }
 
 const std::vector<Meaning> kNoTouchScreen{{KVO_HWS_NO, "the station has no touch screen"}};

@@ -251,7 +251,7 @@ TEST(Page, of_a_station_that_only_lacks_things_is_done)
     std::vector<support::Script> mixed;
     for (const Exchange &exchange : kExchanges) {
         const bool refuses = exchange.empty == "failed" || exchange.empty == "not found";
-        const bool isState = exchange.request.starts_with("showDPI");  // the library tells "none" from "failed" only in metrics
+        const bool isState = exchange.request.starts_with("showDPI");  // "none" differs from "failed" in metrics only
         mixed.push_back(support::replies(refuses && !isState ? exchange.full : exchange.empty));
     }
     const ScriptedService service(mixed);

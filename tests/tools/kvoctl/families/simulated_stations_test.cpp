@@ -236,7 +236,7 @@ TEST(SimulatedStation, is_on_one_page)
                         "failed": false})")));
 }
 
-TEST(SimulatedStation, has_a_page_without_failures_whichever_of_the_built_in_plant_it_is)
+TEST(SimulatedStation, of_the_built_in_plant_has_a_page_without_failures)
 {
     const RunningService service(kvosim::kBuiltInPlant);
     for (const char *station : {"10.0.0.5", "10.0.0.6", "10.0.0.7"}) {

@@ -72,7 +72,7 @@ TEST(UsbLock, goes_to_all_stations_where_that_is_said)
     EXPECT_THAT(network.datagrams(), ElementsAre("setUsbLock=\"1:-2\" 0.0.0.0\n"));
 }
 
-TEST(UsbLock, is_sent_to_nobody_when_neither_stations_nor_all_are_named)
+TEST(UsbLock, is_not_sent_unless_stations_or_all_are_named)
 {
     const Network network;
     const Ended ended = lock({"1", "-2"});

@@ -142,7 +142,7 @@ TEST(GlobalOptions, behind_two_dashes_are_names)
     const Ended ended = kvoctl({"station", "--", "--json"});
     EXPECT_EQ(ended.status, 1);
     EXPECT_EQ(ended.out, "");
-    EXPECT_EQ(service.requests(), std::vector<std::string>{"getExDescByName --json\n"});
+    EXPECT_EQ(service.requests().front(), "getExDescByName --json\n");
 }
 
 TEST(Help, shows_every_subcommand_by_family_and_the_exit_statuses)

@@ -10,7 +10,7 @@ LIBRARY = ("runtime", "codecs", "service", "requests", "config", "usbevents", "a
 INCLUDE = re.compile(r'^\s*#\s*include\s+"([^"]+)"', re.MULTILINE)
 TABLE_LINE = re.compile(r"^([\w/]+):((?: [\w/]+)*)$")
 DRAWN_GROUP = re.compile(r"^ (?:the library|tools/(\w+))$")
-DRAWN_LINE = re.compile(r"^   (\w+) +─▶ ?((?:\w+ )*\w*)(?:  .*)?$")
+DRAWN_LINE = re.compile(r"^   (\w+) .*─▶ ?([\w/ ]*)$")
 
 
 def read_table(text):

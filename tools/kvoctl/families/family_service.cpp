@@ -43,7 +43,7 @@ Action setUpVersion(CLI::App & /*command*/)
             report.document["service"] = service;
             report.table->add({"service", service});
         } catch (const Failure &failure) {
-            if (failure.exit() != Exit::noService) {
+            if (exitOf(failure) != Exit::noService) {
                 throw;
             }
             report.table->add({"service", std::string("(") + failure.what() + ")"});

@@ -1,12 +1,29 @@
 #!/usr/bin/env bash
-# Sets everything up and passes the tests: as shipped; all but kvoctl's under the address and undefined-behaviour sanitizers; what
-# runs threads under the thread sanitizer; then the fuzzers, for a few seconds each. "./test.sh release" (or asan, tsan, fuzz)
-# runs one of the four, "./test.sh m32" everything as 32-bit programs, "./test.sh armhf aarch64" the library's own tests as programs
-# for both kinds of Arm, emulated. kvoctl's under the first sanitizers: cmake --preset asan -DKVO_BUILD_KVOCTL=ON, and so on.
+# Usage: ./test.sh [--require-all] [PRESET...]
+# Installs what is missing, builds, and runs the tests; then it lists the tests that were skipped and why. Unless presets are named:
+#   release   everything as shipped
+#   asan      all but kvoctl's tests under the address and undefined-behaviour sanitizers
+#             (kvoctl's too: cmake --preset asan -DKVO_BUILD_KVOCTL=ON, and so on)
+#   tsan      what runs threads under the thread sanitizer
+#   fuzz      the fuzzers, for a few seconds each
+# Others: debug, coverage, m32 (everything as 32-bit programs), armhf and aarch64 (the library's own tests for Arm, emulated).
+#   --require-all   a test that is skipped because a tool or package is missing here fails the run
 set -euo pipefail
-cd "$(dirname "$0")"
-[ $# -gt 0 ] || set -- release asan tsan fuzz
-scripts/setup.sh "$@"
+. "$(dirname "$0")/scripts/common.sh"
+help_if_asked "$@"
+known="$(sed -n 's/.*"name": "\([^"]*\)".*"configurePreset".*/\1/p' CMakePresets.json | sort -u | xargs)"
+require_all=()
+presets=()
+for word; do
+    if [ "$word" = --require-all ]; then
+        require_all=(--require-all)
+    else
+        refuse_unknown "a preset" "$known --require-all" "$word"
+        presets+=("$word")
+    fi
+done
+[ ${#presets[@]} -gt 0 ] || presets=(release asan tsan fuzz)
+scripts/setup.sh "${presets[@]}"
 
 target_of() { # PRESET
     case $1 in
@@ -16,30 +33,43 @@ target_of() { # PRESET
     esac
 }
 
-# The tests mostly wait: what comes next is compiled meanwhile, after them in rank.
-building=
-start_build() { # PRESET
-    mkdir -p "build/$1"
-    { cmake --preset "$1" && nice cmake --build --preset "$1" --target "$(target_of "$1")"; } >"build/$1/build.log" 2>&1 &
-    building=$!
+configure_and_build() { # PRESET
+    configure "build/$1" --preset "$1" && run_ninja "build/$1" "$(target_of "$1")"
 }
 
-run_tests() { # PRESET
+minutes_of() { # PRESET
     case $1 in
-    fuzz) scripts/fuzz.sh 0.6 ;;
-    tsan) ctest --preset tsan -j 8 --progress -L threads ;;
-    *) ctest --preset "$1" -j 8 --progress ;;
+    fuzz | tsan) echo 3 ;;
+    *) echo 6 ;;
     esac
 }
 
-start_build "$1"
-trap '[ -z "$building" ] || kill "$building" 2>/dev/null || true' EXIT
-while [ $# -gt 0 ]; do
-    preset=$1
-    shift
+# The tests mostly wait: what comes next is compiled meanwhile, after them in rank.
+start_build() { # PRESET
+    start_building "build/$1/build.log" configure_and_build "$1"
+}
+
+run_tests() { # PRESET
+    if [ "$1" = fuzz ]; then
+        scripts/fuzz.sh 0.6
+        return
+    fi
+    reports+=("build/$1/tests.xml")
+    rm -f "build/$1/tests.xml"
+    ctest --preset "$1" -j 8 --progress --output-junit "tests.xml" --test-output-size-passed 100000 \
+        $([ "$1" != tsan ] || echo "-L threads")
+}
+
+reports=()
+failed=0
+start_build "${presets[0]}"
+while [ ${#presets[@]} -gt 0 ] && [ $failed -eq 0 ]; do
+    preset=${presets[0]}
+    presets=("${presets[@]:1}")
     echo "== $preset"
-    wait "$building" || { building=; tail -n 60 "build/$preset/build.log"; exit 1; }
-    building=
-    [ $# -eq 0 ] || start_build "$1"
-    run_tests "$preset"
+    await_build "$(minutes_of "$preset")" || { failed=1; break; }
+    [ ${#presets[@]} -eq 0 ] || start_build "${presets[0]}"
+    run_tests "$preset" || failed=1
 done
+[ ${#reports[@]} -eq 0 ] || scripts/skipped_tests.py "${require_all[@]}" "${reports[@]}" || failed=1
+exit $failed

@@ -1,13 +1,16 @@
 #!/usr/bin/env bash
+# Usage: scripts/coverage.sh
 # Passes the tests with a library that counts its lines, and tells which of them were run: a summary, and every line that was not,
 # with the reason why no test does. Fails below 97 % of the lines, and where such a reason is missing or no longer needed
 # (cmake/coverage-explained.txt). The whole report: build/coverage/report/index.html, and not-run.txt beside it.
 set -euo pipefail
-cd "$(dirname "$0")/.."
+. "$(dirname "$0")/common.sh"
+help_if_asked "$@"
+no_more_words "$@"
 scripts/setup.sh coverage
 
-cmake --preset coverage >/dev/null
-cmake --build --preset coverage >build/coverage/build.log 2>&1 || { tail -n 60 build/coverage/build.log; exit 1; }
+configure build/coverage --preset coverage
+build build/coverage 6
 find build/coverage -name '*.gcda' -delete
 ctest --preset coverage -j 8 --progress
 

@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
-# Builds the fuzzers and lets each replay its corpus, then search from there and from what earlier runs came upon
-# (build/fuzz/found).
-# Usage: scripts/fuzz.sh [MINUTES [FUZZER...]]     MINUTES in all, 3 unless told, fractions too; all fuzzers when none is named
+# Usage: scripts/fuzz.sh [MINUTES [FUZZER...]]     MINUTES in all, 3 by default, fractions too; all fuzzers when none is named
 #        scripts/fuzz.sh minimise [FUZZER...]      makes the corpus the smallest set that reaches as much, with what was found
+# Builds the fuzzers and lets each replay its corpus, then search from there and from what earlier runs came upon
+# (build/fuzz/found). The fuzzers are the folders of fuzz/corpus.
 set -euo pipefail
-cd "$(dirname "$0")/.."
+. "$(dirname "$0")/common.sh"
+help_if_asked "$@"
 
 task=run
 minutes=${1:-3}
@@ -12,14 +13,14 @@ shift $(($# > 0))
 if [ "$minutes" = minimise ]; then
     task=minimise
 elif ! [[ $minutes =~ ^([0-9]+|[0-9]*\.[0-9]+)$ ]]; then
-    echo "fuzz.sh: \"$minutes\" is no number of minutes; write scripts/fuzz.sh 5, scripts/fuzz.sh 0.5 or scripts/fuzz.sh minimise" >&2
-    exit 2
+    refuse "\"$minutes\" is not a number of minutes; write scripts/fuzz.sh 5, scripts/fuzz.sh 0.5 or scripts/fuzz.sh minimise"
 fi
+refuse_unknown "a fuzzer" "$(ls fuzz/corpus | xargs)" "$@"
 [ $# -gt 0 ] || set -- $(ls fuzz/corpus)
 
 scripts/setup.sh
-cmake --preset fuzz >/dev/null
-cmake --build --preset fuzz --target "${@/#/fuzz_}" >build/fuzz/build.log 2>&1 || { tail -n 60 build/fuzz/build.log; exit 1; }
+configure build/fuzz --preset fuzz
+build build/fuzz 2 "${@/#/fuzz_}"
 
 # libFuzzer counts in whole seconds, and goes on for one more.
 seconds=$(awk -v minutes="$minutes" -v fuzzers=$# 'BEGIN { each = int(minutes * 60 / fuzzers) - 1; print each < 1 ? 1 : each }')

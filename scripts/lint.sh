@@ -1,16 +1,27 @@
 #!/usr/bin/env bash
-# Has the sources read by what finds mistakes without running anything: clang-tidy, cppcheck, and the compiler's own analyzer.
-# What they are not to tell stands with its reason in .clang-tidy, in cmake/cppcheck-suppressions.txt, and where it is.
-# Usage: scripts/lint.sh [FOLDER...]     the library, the platform's stand-ins, the tools and the examples unless told
+# Usage: scripts/lint.sh [STEP...] [FOLDER...]
+# Runs static analysis over the library, the platform's stand-ins, the tools and the examples, or over the named folders:
+#   analyze   the compiler's own analyzer, over all but tools and tests
+#   check     cppcheck
+#   tidy      clang-tidy, which takes the longest
+# All steps unless some are named. What they are not to report stands with its reason in .clang-tidy, in
+# cmake/cppcheck-suppressions.txt, and where it is.
 set -euo pipefail
-cd "$(dirname "$0")/.."
+. "$(dirname "$0")/common.sh"
+help_if_asked "$@"
+steps=()
+while [[ ${1-} =~ ^(analyze|check|tidy)$ ]]; do
+    steps+=("$1")
+    shift
+done
+[ ${#steps[@]} -gt 0 ] || steps=(analyze check tidy)
 
 [ $# -gt 0 ] || set -- include runtime service codecs requests usbevents config agent platform tools examples
 for folder; do
-    [ -d "$folder" ] || { echo "lint.sh: no folder \"$folder\" here" >&2; exit 2; }
+    [ -d "$folder" ] || refuse "\"$folder\" is neither a step (analyze, check, tidy) nor a folder here"
 done
 scripts/setup.sh lint
-cmake --preset debug -B build/lint >/dev/null
+configure build/lint --preset debug
 
 tidy() {
     local folders="($(IFS='|'; echo "$*"))"
@@ -43,8 +54,8 @@ analyze() {
 }
 
 faults=0
-for step in analyze check tidy; do
-    echo "== $step"
+for step in "${steps[@]}"; do
+    echo "== $step ($SECONDS s so far)"
     "$step" "$@" || faults=$((faults + 1))
 done
 exit $((faults > 0))

@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# Builds the manuals into build/manuals/manuals: html/ is the reference, man/ the manual pages. "cmake --install build/manuals"
-# installs the pages beside everything else; the shells' completions need no building.
+# Usage: scripts/manuals.sh
+# Builds the manuals in demo.sh's build folder: build/demo/manuals/html/ is the reference, man/ the manual pages, which "cmake
+# --install build/demo" installs beside everything else. The shells' completions need no building.
 set -euo pipefail
-cd "$(dirname "$0")/.."
-scripts/setup.sh manuals
-mkdir -p build/manuals
-cmake --preset release -DKVO_BUILD_TESTS=OFF -DKVO_BUILD_EXAMPLES=OFF -DKVO_BUILD_MANUALS=ON -B build/manuals >/dev/null
-cmake --build build/manuals >build/manuals/build.log 2>&1 || { tail -n 60 build/manuals/build.log; exit 1; }
-echo "the reference: $PWD/build/manuals/manuals/html/index.html"
-echo "a manual page: man -M $PWD/build/manuals/manuals/man kvo_hws"
+. "$(dirname "$0")/common.sh"
+help_if_asked "$@"
+no_more_words "$@"
+build_demo manuals
+echo "the reference: $PWD/build/demo/manuals/html/index.html"
+echo "a manual page: man -M $PWD/build/demo/manuals/man kvo_hws"

@@ -1,11 +1,13 @@
 #!/usr/bin/env bash
-# Builds the Debian packages, and a source package, out of the last commit into build/packages, and has lintian look at them.
 # Usage: scripts/package.sh [--check] [--working-tree]
+# Builds the Debian packages, and a source package, out of the last commit into build/packages, and has lintian look at them.
 #   --check         builds twice, in folders, time zones and locales that differ, and compares all files byte by byte
 #   --working-tree  packages the files as they lie here instead, committed or not
 set -euo pipefail
 umask 022
-cd "$(dirname "$0")/.."
+. "$(dirname "$0")/common.sh"
+help_if_asked "$@"
+refuse_unknown "an option" "--check --working-tree" "$@"
 root=$PWD
 out=$root/build/packages
 
@@ -15,7 +17,6 @@ for option in "$@"; do
     case $option in
     --check) check=1 ;;
     --working-tree) tree=1 ;;
-    *) sed -n '2,5s/^# //p' "$0" >&2; exit 2 ;;
     esac
 done
 scripts/setup.sh package
@@ -42,12 +43,12 @@ export_source() { # DIRECTORY
 }
 
 # What has been built lies in the folder above the source.
-build() { # DIRECTORY JOBS
+build_packages() { # DIRECTORY JOBS
     rm -rf "$1"
     mkdir -p "$1"
     cp -a "$out/source" "$1/kvo-hws"
-    (cd "$1/kvo-hws" && nice dpkg-buildpackage --build=full --no-sign "-j$2") >"$1.log" 2>&1 ||
-        { tail -n 60 "$1.log" >&2; echo "package.sh: not built; the whole log: $1.log" >&2; return 1; }
+    cd "$1/kvo-hws"
+    exec nice dpkg-buildpackage --build=full --no-sign "-j$2"
 }
 
 mkdir -p "$out"
@@ -57,17 +58,17 @@ work=$out/work
 again=$out/again/a-second-time-at-another-place
 mkdir -p "$(dirname "$again")"
 if [ -z "$check" ]; then
-    build "$work" "$(nproc)"
+    start_building "$out/work.log" build_packages "$work" "$(nproc)"
+    await_build 3
 else
     # Beside one another; the second in a folder whose path is longer, at the other end of the world, and in another locale.
     half=$((($(nproc) + 1) / 2))
-    LC_ALL=C.UTF-8 build "$work" "$half" &
-    first=$!
-    TZ=Pacific/Kiritimati LC_ALL=C build "$again" "$half" &
+    (TZ=Pacific/Kiritimati LC_ALL=C build_packages "$again" "$half") >"$again.log" 2>&1 &
     second=$!
+    LC_ALL=C.UTF-8 start_building "$out/work.log" build_packages "$work" "$half"
     failed=
-    wait "$first" || failed=1
-    wait "$second" || failed=1
+    await_build 6 || failed=1
+    wait "$second" || { failed=1; tail -n 60 "$again.log" >&2; echo "package.sh: not built; the whole log: $again.log" >&2; }
     [ -z "$failed" ] || exit 1
 fi
 lintian --fail-on error,warning --allow-root "$work"/*.changes

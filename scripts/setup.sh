@@ -1,49 +1,108 @@
 #!/usr/bin/env bash
-# Installs what building, testing and measuring need on Debian 12, unless it is there already. Used by the other scripts.
-# "scripts/setup.sh m32" (or armhf, aarch64, coverage, lint) installs what that one needs besides; "scripts/setup.sh build" (or manuals, package)
-# what building needs, or these two besides, without what is only for tests.
+# Usage: scripts/setup.sh [PURPOSE...]
+# Installs what building, testing and measuring need on Debian 12 and 13, unless it is there already. Used by the other scripts.
+#   (none)                   what building and the tests of every preset need
+#   build                    only what building needs, nothing for tests
+#   manuals, package         the same, and what these need besides
+#   release, debug, asan, tsan, fuzz, m32, armhf, aarch64, coverage, lint
+#                            as without a purpose, and what these need besides
+# What a release of Debian does not have is reported and left out; the tests that need it are skipped and say so.
 set -euo pipefail
+. "$(dirname "$0")/common.sh"
 
-packages=(
-    cmake ninja-build g++ pkg-config binutils
-    libcli11-dev libtomlplusplus-dev nlohmann-json3-dev python3
-)
-for_tests=(
-    libgtest-dev libgmock-dev libbenchmark-dev
-    clang libclang-rt-14-dev  # for the fuzzers
-    abigail-tools             # compares the binary interface
-    python3-pytest mypy       # for the Python module
-)
 declare -A besides=(
+    [build]=""
     [release]="doxygen mandoc zsh fish"  # for the tests of the manuals and completions
+    [debug]="" [asan]="" [tsan]="" [fuzz]=""
     [armhf]="g++-arm-linux-gnueabihf qemu-user googletest"
     [aarch64]="g++-aarch64-linux-gnu qemu-user googletest"
-    [m32]="g++-12-multilib googletest"
+    [m32]="g++-GXX-multilib googletest"  # not g++-multilib, which conflicts with the compilers for Arm
     [coverage]="gcovr"
     [lint]="clang-tidy cppcheck"
     [manuals]="doxygen"
     [package]="debhelper dh-python doxygen dpkg-dev debootstrap lintian pybuild-plugin-pyproject python3-all python3-setuptools"
 )
-case " $* " in
-*' build '* | *' manuals '* | *' package '*) ;;
-*) packages+=("${for_tests[@]}") ;;
-esac
-for purpose in "$@"; do
-    read -ra more <<<"${besides[$purpose]-}"
-    packages+=("${more[@]}")
-done
+help_if_asked "$@"
+refuse_unknown "a purpose" "$(printf '%s\n' "${!besides[@]}" | sort | xargs)" "$@"
 
-missing=()
-for package in "${packages[@]}"; do
-    dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q 'ok installed' || missing+=("$package")
-done
-[ ${#missing[@]} -eq 0 ] && exit 0
+for_building=(
+    cmake ninja-build g++ pkg-config binutils
+    libcli11-dev libtomlplusplus-dev nlohmann-json3-dev python3
+)
+for_tests=(
+    libgtest-dev libgmock-dev libbenchmark-dev
+    clang libclang-rt-dev  # for the fuzzers
+    abigail-tools          # compares the binary interface
+    python3-pytest mypy    # for the Python module
+)
+
+# Where a package's name holds a compiler's version, that of the one that is Debian's default. Nothing where it is not known yet.
+gxx_version() {
+    local version
+    version=$(dpkg-query -W -f '${Version}' g++ 2>/dev/null) && [ -n "$version" ] ||
+        version=$(LC_ALL=C apt-cache policy g++ | sed -n 's/^  Candidate: //p')
+    sed -E 's/^[0-9]+://; s/\..*//; s/\(none\)//' <<<"$version"
+}
+
+# What is wanted and why: lines of "REASON: PACKAGE...".
+wanted() {
+    echo "to build: ${for_building[*]}"
+    case " $* " in
+    *' build '* | *' manuals '* | *' package '*) ;;
+    *) echo "for the tests: ${for_tests[*]}" ;;
+    esac
+    local purpose packages
+    for purpose; do
+        packages=${besides[$purpose]}
+        [[ $packages != *GXX* ]] || packages=${packages//GXX/$(gxx_version)}
+        [ -z "$packages" ] || echo "for $purpose: $packages"
+    done
+}
+
+# Of such lines what is not installed: one question for all packages, as this runs each time.
+missing() {
+    local lines installed reason packages package absent
+    lines=$(cat)
+    # shellcheck disable=SC2046 # one word a package
+    installed=$(dpkg-query -W -f '${Package} ${db:Status-Status}\n' $(sed 's/^[^:]*: //' <<<"$lines") 2>/dev/null || true)
+    while IFS=: read -r reason packages; do
+        absent=
+        for package in $packages; do
+            [[ $'\n'$installed$'\n' == *$'\n'"$package installed"$'\n'* ]] || absent+=" $package"
+        done
+        [ -z "$absent" ] || echo "$reason:$absent"
+    done <<<"$lines"
+}
+
+# Of such lines what this system's sources of packages have; what they lack is reported.
+available() {
+    local reason packages package present
+    while IFS=: read -r reason packages; do
+        present=
+        for package in $packages; do
+            if [[ $(LC_ALL=C apt-cache policy "$package") =~ "Candidate: "[^\(] ]]; then
+                present+=" $package"
+            else
+                echo "setup.sh: this system's sources of packages do not have $package ($reason)" >&2
+            fi
+        done
+        [ -z "$present" ] || echo "$reason:$present"
+    done
+}
+
+absent=$(wanted "$@" | missing)
+[ -n "$absent" ] || exit 0
 
 as_root=()
 if [ "$(id -u)" -ne 0 ]; then
-    command -v sudo >/dev/null || { echo "setup.sh: needs root or sudo to install: ${missing[*]}" >&2; exit 1; }
+    command -v sudo >/dev/null || { echo "setup.sh: needs root or sudo to install $absent" >&2; exit 1; }
     as_root=(sudo)
 fi
-echo "setup.sh: installing ${missing[*]}" >&2
+echo "setup.sh: some packages are missing; asking which ones Debian has (apt-get update)" >&2
 "${as_root[@]}" apt-get update -qq
-"${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+absent=$(wanted "$@" | missing | available)
+[ -n "$absent" ] || exit 0
+sed 's/^/setup.sh: installing /' <<<"$absent" >&2
+# shellcheck disable=SC2046 # one word a package
+"${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
+    $(sed 's/^[^:]*: //' <<<"$absent") >/dev/null

@@ -1,13 +1,18 @@
 #!/usr/bin/env bash
+# Usage: scripts/soak.sh [MINUTES] [OPTION...]    20 minutes by default, fractions too
+#        scripts/soak.sh prove [OPTION...]        shows that it finds what is wrong, in copies of the library with a fault each
 # Works the library hard for a time, beside a simulated service of its own that misbehaves, and tells whether it has held:
 # requests of eight threads, storms of USB events, an agent whose remote side comes and goes, signals, faults.
-# Usage: scripts/soak.sh [MINUTES] [OPTION...]    20 minutes unless told, fractions too; options: --seed N (the same random numbers
-#                                           again), --json, and what "build/soak/bin/kvo_soak --help" tells
-#        scripts/soak.sh prove                    shows that it finds what is wrong, in copies of the library with a fault each
+#   --seed N       the same random numbers again (each run prints its own)
+#   --json         the figures as JSON, with those of each request
+#   --warm-up S    seconds before resource usage is judged (a fifth of the time by default, at most 120)
+#   --patience S   seconds after which a call counts as unanswered (30 by default)
+#   --session N    the agent's session (3 by default)
 # Exit status: 0 where all has held. KVO_SANITIZE=thread (or address,undefined) in the environment: with that sanitizer, in a
 # folder of its own.
 set -euo pipefail
-cd "$(dirname "$0")/.."
+. "$(dirname "$0")/common.sh"
+help_if_asked "$@"
 
 minutes=20
 case ${1:-} in
@@ -15,22 +20,28 @@ prove) shift; minutes=prove ;;
 '' | -*) ;;
 *)
     if ! [[ $1 =~ ^([0-9]+|[0-9]*\.[0-9]+)$ ]]; then
-        echo "soak.sh: \"$1\" is no number of minutes; write scripts/soak.sh 5, scripts/soak.sh 0.5 or scripts/soak.sh prove" >&2
-        exit 2
+        refuse "\"$1\" is not a number of minutes; write scripts/soak.sh 5, scripts/soak.sh 0.5 or scripts/soak.sh prove"
     fi
     minutes=$1
     shift
     ;;
 esac
+words=("$@")
+while [ ${#words[@]} -gt 0 ]; do
+    case ${words[0]} in
+    --json) words=("${words[@]:1}") ;;
+    --seed | --warm-up | --patience | --session)
+        [[ ${words[1]-} =~ ^[0-9]+(\.[0-9]+)?$ ]] || refuse "${words[0]} needs a number"
+        words=("${words[@]:2}")
+        ;;
+    *) refuse "\"${words[0]}\" is not an option (known: --seed --json --warm-up --patience --session)" ;;
+    esac
+done
 
 scripts/setup.sh
 sanitize=${KVO_SANITIZE:-}
 build=build/soak${sanitize:+-${sanitize%%,*}}
-mkdir -p "$build"
-build() { # TARGET...
-    { cmake --preset release -B "$build" -DKVO_SANITIZE="$sanitize" &&
-        nice cmake --build "$build" -j2 --target "$@"; } >"$build/build.log" 2>&1 || { tail -n 60 "$build/build.log"; exit 1; }
-}
+configure "$build" --preset release -DKVO_SANITIZE="$sanitize"
 
 # What a thread keeps of freed memory for itself would count as held.
 soak() { # LIBRARY_FOLDER OPTION...
@@ -51,11 +62,11 @@ prove() { # FAULT COMPLAINT OPTION...
 }
 
 if [ "$minutes" != prove ]; then
-    build kvo_soak kvosim sandbox
+    build "$build" 2 kvo_soak kvosim sandbox
     soak "$build/lib" --seconds "$(awk -v minutes="$minutes" 'BEGIN { print minutes * 60 }')" "$@"
     exit
 fi
-build kvo_soak kvosim sandbox faulty_libraries
+build "$build" 2 kvo_soak kvosim sandbox faulty_libraries
 missed=0
 prove leaked_descriptor "host: descriptors grew" --seconds 10 "$@" || missed=1
 prove held_lock "has not returned for 8 s" --seconds 30 --patience 8 "$@" || missed=1

@@ -124,7 +124,7 @@ def members(record: Any, prefix: str = "") -> List[Tuple[str, int, int]]:
     return found
 
 
-@pytest.mark.skipif(shutil.which("cc") is None, reason="no C compiler here to ask for the layout of the records")
+@pytest.mark.skipif(shutil.which("cc") is None, reason="missing tool: cc, which knows the layout of the records")
 def test_the_records_lie_in_memory_as_the_headers_say(tmp_path: Path) -> None:
     names = ["KvoDescription", "KvoDescriptionEx", "KvoClientEntry", "UsbDeviceInfo", "UsbStateInfo", "UsbRemoveInfo"]
     names.append("UsbEventV2")

@@ -1,10 +1,14 @@
 #!/usr/bin/env bash
+# Usage: tests/packages/clean_root.sh [FOLDER-OF-PACKAGES]
 # Installs the packages of build/packages on a bare Debian 12, uses them there as their owners would, removes them, and looks for
-# what they left. Needs root, and the mirror that this machine's apt uses; exits with 77 where it can not run, and says why.
-# Usage: tests/packages/clean_root.sh [DIRECTORY-OF-PACKAGES]
+# what they left. Needs root, and the mirror that this machine's apt uses; exits with 77 where it cannot run, and says why.
+
 # shellcheck disable=SC2016 # what stands in single quotes is read by the shell in there
 set -euo pipefail
-cd "$(dirname "$0")/../.."
+. "$(dirname "$0")/../../scripts/common.sh"
+help_if_asked "$@"
+[ $# -le 1 ] || refuse "takes one folder, but got \"$2\" besides"
+[ $# -eq 0 ] || [ -d "$1" ] || refuse "\"$1\" is not a folder here"
 packages=$(realpath "${1:-build/packages}")
 work=$PWD/build/clean-root
 bare=$work/bookworm.tar

@@ -1,0 +1,66 @@
+#!/usr/bin/env python3
+"""What scripts/setup.sh asks Debian for, on a system that records it instead of installing.
+
+    setup_test.py ROOT
+"""
+
+import pathlib
+import subprocess
+import sys
+import tempfile
+import unittest
+
+sys.dont_write_bytecode = True  # the sources stay as they are
+
+from stubs import Stubs
+
+ROOT = pathlib.Path(sys.argv.pop(1))
+NOTHING_INSTALLED = "exit 1"
+ALL_INSTALLED = 'shift 3; for package; do echo "$package installed"; done'
+
+
+class Setup(unittest.TestCase):
+    def set_up(self, *purposes, installed=NOTHING_INSTALLED, lacking="", compiler="4:14.2.0-1"):
+        with tempfile.TemporaryDirectory() as folder:
+            stubs = Stubs(
+                folder, apt_get="", dpkg_query=installed, id="echo 0",
+                apt_cache=f'version=1.0; case "$2" in g++) version={compiler} ;; {lacking or "none"}) version="(none)" ;; esac\n'
+                          'printf "%s:\\n  Installed: (none)\\n  Candidate: %s\\n" "$2" "$version"')
+            ended = subprocess.run([ROOT / "scripts/setup.sh", *purposes], env=stubs.environment(), capture_output=True, text=True,
+                                   timeout=60, check=False)
+            self.assertEqual((ended.returncode, ended.stdout), (0, ""), ended.stderr)
+            calls = stubs.calls()
+        self.reports = ended.stderr
+        self.asked = sum(call.startswith("dpkg-query") for call in calls)
+        self.apt_get = [call for call in calls if call.startswith("apt-get")]
+        return " ".join(self.apt_get[1:]).split()
+
+    def test_what_is_missing_is_installed_and_the_reason_is_printed(self):
+        packages = self.set_up("lint")
+        self.assertTrue({"g++", "clang", "clang-tidy"} <= set(packages))
+        for reason in ("to build: cmake ", "for the tests: libgtest-dev ", "for lint: clang-tidy cppcheck"):
+            self.assertIn(f"setup.sh: installing {reason}", self.reports)
+
+    def test_building_needs_nothing_for_tests(self):
+        self.assertNotIn("libgtest-dev", self.set_up("build"))
+        self.assertNotIn("clang", self.set_up("manuals"))
+
+    def test_a_complete_system_is_asked_once_and_left_alone(self):
+        self.assertEqual(self.set_up("release", "fuzz", "manuals", installed=ALL_INSTALLED), [])
+        self.assertEqual((self.asked, self.apt_get, self.reports), (1, [], ""))
+
+    def test_names_follow_the_versions_of_the_system(self):
+        self.assertIn("g++-14-multilib", self.set_up("m32"))
+        self.assertIn("g++-12-multilib", self.set_up("m32", compiler="4:12.2.0-3"))
+        self.assertFalse([package for package in self.set_up("release", "m32") if package.startswith("libclang-rt-1")])
+
+    def test_a_package_that_the_system_lacks_is_reported_and_left_out(self):
+        packages = self.set_up("release", lacking="abigail-tools|fish")
+        self.assertFalse({"abigail-tools", "fish"} & set(packages))
+        self.assertIn("zsh", packages)
+        self.assertIn("do not have abigail-tools (for the tests)", self.reports)
+        self.assertIn("do not have fish (for release)", self.reports)
+
+
+if __name__ == "__main__":
+    unittest.main()

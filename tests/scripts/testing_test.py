@@ -1,0 +1,135 @@
+#!/usr/bin/env python3
+"""./test.sh in a small project with the same presets' names: progress, logs, what was skipped, and what a second run spares.
+
+    testing_test.py ROOT
+"""
+
+import os
+import pathlib
+import pty
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+
+ROOT = pathlib.Path(sys.argv.pop(1))
+PRESETS = """{ "version": 6,
+  "configurePresets": [ { "name": "release", "generator": "Ninja", "binaryDir": "${sourceDir}/build/release" } ],
+  "buildPresets": [ { "name": "release", "configurePreset": "release" } ],
+  "testPresets": [ { "name": "release", "configurePreset": "release" } ] }"""
+PROJECT = """cmake_minimum_required(VERSION 3.25)
+project(small LANGUAGES NONE)
+file(APPEND ${CMAKE_BINARY_DIR}/configured x)
+foreach(step RANGE 1 20)
+  add_custom_command(OUTPUT step${step} COMMAND ${CMAKE_COMMAND} -E touch step${step})
+  list(APPEND steps step${step})
+endforeach()
+add_custom_target(all_steps ALL DEPENDS ${steps})
+enable_testing()
+add_test(NAME passes COMMAND ${CMAKE_COMMAND} -E echo "all is well")
+"""
+
+
+def skipped(name, text, expression="^skipped: "):
+    return (f'add_test(NAME {name} COMMAND ${{CMAKE_COMMAND}} -E echo "{text}")\n'
+            f'set_tests_properties({name} PROPERTIES SKIP_REGULAR_EXPRESSION "{expression}")\n')
+
+
+MISSING_TOOL = skipped("needs_a_tool", "skipped: missing tool: abidw")
+OF_GOOGLETEST = skipped("not_as_root", "/a/file_test.cpp:12: Skipped\nroot can do it\n\n[  SKIPPED ] x", r"\\[  SKIPPED \\]")
+OF_PYTEST = 'add_test(NAME half COMMAND ${CMAKE_COMMAND} -E echo "SKIPPED [1] test_a.py:7: only as root")\n'
+BROKEN_BUILD = "add_custom_target(broken ALL COMMAND ${CMAKE_COMMAND} -E cat no-such-file)\n"
+FAILING_TEST = "add_test(NAME fails COMMAND ${CMAKE_COMMAND} -E false)\n"
+
+
+class Testing(unittest.TestCase):
+    def setUp(self):
+        self.project = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
+        (self.project / "scripts").mkdir()
+        for name in ("test.sh", "scripts/common.sh", "scripts/skipped_tests.py"):
+            shutil.copy(ROOT / name, self.project / name)
+        (self.project / "scripts/setup.sh").write_text("#!/bin/sh\n")
+        (self.project / "scripts/setup.sh").chmod(0o755)
+        (self.project / "CMakePresets.json").write_text(PRESETS)
+        self.have()
+
+    def have(self, *more):
+        (self.project / "CMakeLists.txt").write_text(PROJECT + "".join(more))
+
+    def run_tests(self, *words, **options):
+        return subprocess.run([self.project / "test.sh", *words, "release"], timeout=100, check=False, text=True,
+                              **{"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, **options})
+
+    def test_progress_is_a_line_for_each_tenth_where_there_is_no_terminal(self):
+        ended = self.run_tests()
+        self.assertEqual(ended.returncode, 0, ended.stderr)
+        self.assertIn("the log: build/release/build.log", ended.stderr)
+        self.assertRegex(ended.stderr, r"takes about \d+ min on 2 cores")
+        self.assertEqual([line.split()[1] for line in ended.stderr.splitlines() if " % built" in line],
+                         [str(tenth) for tenth in range(10, 101, 10)])
+        self.assertIn("0 of 1 tests were skipped", ended.stdout)
+
+    def test_progress_stays_one_line_on_a_terminal(self):
+        terminal, inside = pty.openpty()
+        ended = self.run_tests(stderr=inside)
+        os.close(inside)
+        shown = os.read(terminal, 100000).decode()
+        os.close(terminal)
+        self.assertEqual(ended.returncode, 0, shown)
+        self.assertRegex(shown, "\r\x1b\\[K\\[20/2[0-9]\\]")
+        self.assertTrue(shown.endswith("\r\x1b[K"), shown)
+        self.assertEqual(shown.count("\n"), 1, shown)  # after the announcement
+
+    def test_a_second_run_neither_configures_nor_builds(self):
+        self.run_tests()
+        ended = self.run_tests()
+        self.assertEqual((ended.returncode, ended.stderr), (0, ""))
+        self.assertEqual((self.project / "build/release/configured").read_text(), "x")
+
+    def test_a_change_of_the_presets_configures_again(self):
+        self.run_tests()
+        (self.project / "CMakePresets.json").write_text(PRESETS.replace('"Ninja",', '"Ninja", "cacheVariables": { "A": "B" },'))
+        self.run_tests()
+        self.assertEqual((self.project / "build/release/configured").read_text(), "xx")
+
+    def test_a_failed_build_shows_the_end_of_its_log(self):
+        self.have(BROKEN_BUILD)
+        ended = self.run_tests()
+        self.assertEqual(ended.returncode, 1)
+        self.assertIn("FAILED: CMakeFiles/broken", ended.stderr)
+        self.assertIn("the whole log: build/release/build.log", ended.stderr)
+
+    def test_a_failed_configuration_shows_the_end_of_its_log(self):
+        self.have("message(FATAL_ERROR no-such-compiler)\n")
+        ended = self.run_tests()
+        self.assertEqual(ended.returncode, 1)
+        self.assertIn("no-such-compiler", ended.stderr)
+
+    def test_skipped_tests_are_counted_with_their_reasons(self):
+        self.have(MISSING_TOOL, OF_GOOGLETEST, OF_PYTEST)
+        ended = self.run_tests()
+        self.assertEqual(ended.returncode, 0, ended.stderr)
+        self.assertIn("3 of 4 tests were skipped:\n", ended.stdout)
+        for reason, test in {"missing tool: abidw": "needs_a_tool", "root can do it": "not_as_root", "only as root": "half"}.items():
+            self.assertIn(f"  1  {reason}\n        release: {test}\n", ended.stdout)
+
+    def test_requiring_all_a_missing_tool_fails_the_run(self):
+        self.have(MISSING_TOOL)
+        ended = self.run_tests("--require-all")
+        self.assertEqual(ended.returncode, 1)
+        self.assertIn("1 tests need something that is not installed here", ended.stderr)
+
+    def test_requiring_all_other_reasons_do_not_fail_the_run(self):
+        self.have(OF_GOOGLETEST, OF_PYTEST)
+        self.assertEqual(self.run_tests("--require-all").returncode, 0)
+
+    def test_a_failed_test_fails_the_run_and_skipped_ones_are_still_listed(self):
+        self.have(FAILING_TEST, OF_GOOGLETEST)
+        ended = self.run_tests()
+        self.assertEqual(ended.returncode, 1)
+        self.assertIn("1 of 3 tests were skipped", ended.stdout)
+
+
+if __name__ == "__main__":
+    unittest.main()

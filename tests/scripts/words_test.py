@@ -1,0 +1,86 @@
+#!/usr/bin/env python3
+"""Every script explains itself and refuses words that it does not know, before it installs or builds anything.
+
+    words_test.py ROOT
+"""
+
+import pathlib
+import subprocess
+import sys
+import tempfile
+import unittest
+
+sys.dont_write_bytecode = True  # the sources stay as they are
+
+from stubs import Stubs
+
+ROOT = pathlib.Path(sys.argv.pop(1))
+SCRIPTS = ["demo.sh", "test.sh", "tests/packages/clean_root.sh", ".ci/run"]
+SCRIPTS += sorted(f"scripts/{path.name}" for path in (ROOT / "scripts").glob("*.sh") if path.name != "common.sh")
+
+# Words that are wrong only after others, by script; every script gets a wrong word alone as well.
+WRONG = {
+    "demo.sh": [["no-such-word"], ["--no-such-word"]],
+    "test.sh": [["release", "no-such-word"], ["--require-all", "no-such-word"], ["--require-al"]],
+    "scripts/bench.sh": [["lists", "no-such-word"]],
+    "scripts/fuzz.sh": [["1", "no-such-word"], ["minimise", "no-such-word"]],
+    "scripts/lint.sh": [["tidy", "no-such-word"], ["tidy", "service", "no-such-word"]],
+    "scripts/package.sh": [["--check", "no-such-word"]],
+    "scripts/setup.sh": [["build", "no-such-word"]],
+    "scripts/soak.sh": [["1", "no-such-word"], ["--seed", "no-such-word"], ["prove", "no-such-word"]],
+    "tests/packages/clean_root.sh": [[".", "no-such-word"]],
+}
+
+
+class Words(unittest.TestCase):
+    def setUp(self):
+        folder = self.enterContext(tempfile.TemporaryDirectory())
+        loud = "echo this must not be called >&2; exit 99"
+        programs = ["apt_get", "apt", "sudo", "dpkg", "cmake", "ninja", "ctest", "debootstrap", "dpkg_buildpackage", "unshare"]
+        self.stubs = Stubs(folder, **dict.fromkeys(programs, loud))
+
+    def run_script(self, script, *words):
+        ended = subprocess.run([ROOT / script, *words], env=self.stubs.environment(), cwd="/", stdin=subprocess.DEVNULL,
+                               capture_output=True, text=True, timeout=60, check=False)
+        self.assertEqual(self.stubs.calls(), [], f"{script} {words}")
+        return ended
+
+    def test_help_names_the_script_and_its_use(self):
+        for script in SCRIPTS:
+            for word in ("-h", "--help"):
+                with self.subTest(script=script, word=word):
+                    ended = self.run_script(script, word)
+                    self.assertEqual((ended.returncode, ended.stderr), (0, ""))
+                    self.assertRegex(ended.stdout, rf"\AUsage: (\./)?{script}\b")
+                    self.assertGreater(len(ended.stdout.splitlines()), 1)
+
+    def test_an_unknown_word_is_refused_and_named(self):
+        for script in SCRIPTS:
+            for words in [["no-such-word"], *WRONG.get(script, [])]:
+                with self.subTest(script=script, words=words):
+                    ended = self.run_script(script, *words)
+                    self.assertEqual((ended.returncode, ended.stdout), (2, ""), ended.stderr)
+                    self.assertEqual(len(ended.stderr.splitlines()), 1, ended.stderr)
+                    self.assertIn(f"{script}: ", ended.stderr)
+                    # Of an option with a bad value the option is named.
+                    self.assertTrue(any(word in ended.stderr for word in (words[-1], *words[-2:-1])), ended.stderr)
+
+    def test_a_refusal_tells_the_known_words(self):
+        for script, word in {"test.sh": "asan", "scripts/setup.sh": "manuals", "scripts/bench.sh": "lists",
+                             "scripts/package.sh": "--check", "scripts/fuzz.sh": "minimise", "scripts/soak.sh": "prove"}.items():
+            with self.subTest(script=script):
+                words = ["nonsense"]
+                self.assertIn(word, self.run_script(script, *words).stderr)
+
+    def test_the_subjects_and_options_are_those_of_the_programs(self):
+        subjects = "exchange lists reading writing usb agent".split()
+        for subject in subjects:
+            self.assertIn(f'{{"{subject}", ', (ROOT / "bench/main.cpp").read_text())
+        self.assertEqual((ROOT / "bench/main.cpp").read_text().count(", bench::measure"), len(subjects))
+        soak = (ROOT / "tests/soak/soak.cpp").read_text()
+        for option in ("--seed", "--json", "--warm-up", "--patience", "--session"):
+            self.assertIn(f'("{option}", ', soak)
+
+
+if __name__ == "__main__":
+    unittest.main()

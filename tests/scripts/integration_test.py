@@ -1,0 +1,71 @@
+#!/usr/bin/env python3
+""".ci/run with scripts that only record that they were called: which steps there are, and what a failed one comes to.
+
+    integration_test.py ROOT
+"""
+
+import pathlib
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+
+ROOT = pathlib.Path(sys.argv.pop(1))
+
+
+class Integration(unittest.TestCase):
+    def setUp(self):
+        self.project = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
+        for script in ("test.sh", "scripts/lint.sh", "scripts/build_matrix.sh", "scripts/package.sh", "scripts/coverage.sh",
+                       "tests/packages/clean_root.sh"):
+            self.have(script)
+        (self.project / ".ci").mkdir()
+        shutil.copy(ROOT / ".ci/run", self.project / ".ci/run")
+        shutil.copy(ROOT / "scripts/common.sh", self.project / "scripts/common.sh")
+
+    def have(self, script, then="true"):
+        path = self.project / script
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_text(f'#!/bin/sh\necho "{script} $*" >>"{self.project}/calls"\n{then}\n')
+        path.chmod(0o755)
+
+    def integrate(self):
+        ended = subprocess.run([self.project / ".ci/run"], capture_output=True, text=True, timeout=60, check=False)
+        self.calls = [call.strip() for call in (self.project / "calls").read_text().splitlines()]
+        return ended
+
+    def test_the_tests_come_first_and_require_all(self):
+        ended = self.integrate()
+        self.assertEqual(ended.returncode, 0, ended.stderr)
+        self.assertEqual(self.calls[0], "test.sh --require-all")
+        for script in ("scripts/lint.sh", "scripts/build_matrix.sh", "scripts/package.sh", "tests/packages/clean_root.sh",
+                       "scripts/coverage.sh"):
+            self.assertTrue([call for call in self.calls if call.startswith(script)], script)
+
+    def test_a_failed_step_fails_the_run_and_the_others_are_still_made(self):
+        for script, name in {"test.sh": "tests", "scripts/lint.sh": "lint", "scripts/build_matrix.sh": "builds",
+                             "scripts/package.sh": "packages", "tests/packages/clean_root.sh": "packages",
+                             "scripts/coverage.sh": "coverage"}.items():
+            with self.subTest(script=script):
+                self.have(script, "exit 3")
+                ended = self.integrate()
+                self.have(script)
+                self.assertEqual(ended.returncode, 1)
+                self.assertRegex(ended.stdout.rpartition("all steps:")[2], rf" s  {name} +FAILED \(status 3\)\n")
+                self.assertEqual(self.calls[-1].split()[0], "scripts/coverage.sh")
+
+    def test_a_bare_system_that_cannot_be_made_is_reported_only(self):
+        self.have("tests/packages/clean_root.sh", "echo skipped: no mounts; exit 77")
+        ended = self.integrate()
+        self.assertEqual(ended.returncode, 0)
+        self.assertIn("skipped: no mounts", ended.stdout)
+
+    def test_the_end_repeats_what_ctest_sums_up(self):
+        self.have("test.sh", "echo '100% tests passed, 0 tests failed out of 7'; echo '1 of 7 tests were skipped:'")
+        last = self.integrate().stdout.rpartition("all steps:")[2]
+        self.assertIn("100% tests passed, 0 tests failed out of 7\n1 of 7 tests were skipped:\n", last)
+
+
+if __name__ == "__main__":
+    unittest.main()

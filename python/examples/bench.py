@@ -1,8 +1,7 @@
 #!/usr/bin/env python3
 """A test bench at work: a simulated plant, its stations, a USB stick that comes, and a service that is restarted.
 
-    KVO_HWS_LIBRARY=build/release/lib/libkvo_hws.so.0 KVO_KVOSIM=build/release/bin/kvosim PYTHONPATH=python \\
-        python3 python/examples/bench.py examples/plant.toml
+    python3 python/examples/bench.py examples/plant.toml
 """
 
 from __future__ import annotations

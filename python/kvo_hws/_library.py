@@ -7,6 +7,7 @@ import ctypes
 import itertools
 import os
 import threading
+from pathlib import Path
 from typing import Any, Callable, Dict, List, NamedTuple, Optional, Tuple, TypeVar
 
 from ._events import visits
@@ -24,10 +25,23 @@ _functions: Dict[str, Callable[..., int]] = {}
 _loading = threading.Lock()
 
 
+def _beside() -> Optional[str]:
+    """The library that was installed with this module: PREFIX/lib, of PREFIX/lib/python3/dist-packages/kvo_hws.
+
+    As for programs that were installed so, LD_LIBRARY_PATH goes first.
+    """
+    packages = Path(__file__).resolve().parents[1]
+    file = packages.parents[1] / SONAME
+    preferred = (Path(folder) / SONAME for folder in os.environ.get("LD_LIBRARY_PATH", "").split(":") if folder)
+    if packages.name != "dist-packages" or not file.exists() or any(one.exists() for one in preferred):
+        return None
+    return str(file)
+
+
 def _load() -> ctypes.CDLL:
     chosen = os.environ.get(LIBRARY_VARIABLE)
     try:
-        return ctypes.CDLL(chosen or SONAME)
+        return ctypes.CDLL(chosen or _beside() or SONAME)
     except OSError as error:
         if chosen:
             text = f"{LIBRARY_VARIABLE} names {chosen}, which can not be loaded: {error}"

@@ -221,6 +221,28 @@ def test_the_library_is_found_by_the_loader() -> None:
     assert ended.stdout == "V%#.%#.#%.#%\n", ended.stderr
 
 
+def test_the_library_of_the_same_installation_is_found(tmp_path: Path) -> None:
+    packages = tmp_path / "lib" / "python3" / "dist-packages"
+    shutil.copytree(ROOT / "python" / "kvo_hws", packages / "kvo_hws")
+    library = Path(os.environ["KVO_HWS_LIBRARY"]).resolve()
+    shutil.copy(library, tmp_path / "lib" / "libkvo_hws.so.0")
+    program = """if True:
+        import sys
+        sys.path.pop(0)  # the sources, where the tests run
+        import kvo_hws
+        kvo_hws.library_version()
+        print(*[line.split()[-1] for line in open("/proc/self/maps") if "kvo_hws.so" in line])"""
+
+    def loaded(**environment: str) -> str:
+        ended = python(program, KVO_HWS_LIBRARY="", PYTHONPATH=str(packages), **environment)
+        return ended.stdout.split()[0] if ended.returncode == 0 else ended.stderr
+
+    # What the library itself needs is not in this folder.
+    preload = " ".join(str(library.parent / name) for name in ("libpavo.so.1", "libdrak.so"))
+    assert loaded(LD_LIBRARY_PATH="", LD_PRELOAD=preload) == str(tmp_path / "lib" / "libkvo_hws.so.0")
+    assert loaded(LD_LIBRARY_PATH=str(library.parent)) == str(library)
+
+
 def test_all_public_names_are_documented() -> None:
     for name in kvo_hws.__all__:
         of = getattr(kvo_hws, name)

@@ -1,18 +1,24 @@
 #!/usr/bin/env python3
 """Does what a page of documentation tells its reader to do, and compares what the terminals show with what the page says.
 
-    run_page.py PAGE
+    run_page.py [--lax] PAGE...
+
+The first pages are read before the last one, by the same reader: in the same terminals and the same folder, which is the present one
+with --lax, else an empty one.
 
 Marks in the page, each right before a fence:
     <!-- file: NAME -->      the fence is the contents of that file
     <!-- terminal: NAME -->  the fence belongs to that terminal; what is typed there may go on while the page does
+    <!-- not typed: WHY -->  the fence is left out, and the reason printed
 Fences:
     ```sh    typed into its terminal. In the one without a name it must end, with status 0, before the page goes on. In one with
              a name it may run on; Ctrl-C ends it where something else is typed, and at the end of the page.
     ```text  what the terminal shows next; without a mark, that of the fence before. A line "..." stands for any lines.
-Everything else in a fence is a mistake of the page, and so is anything that a terminal shows and the page does not.
+Everything else in a fence is a mistake of the page, and so is anything that a terminal shows and the page does not; the latter not
+with --lax, for pages whose commands show more than is worth printing. A file's NAME may begin with "~/".
 """
 
+import argparse
 import contextlib
 import dataclasses
 import os
@@ -24,7 +30,7 @@ import sys
 import tempfile
 import time
 
-PATIENCE = 15  # seconds for whatever is waited for; a loaded machine needs some of them
+PATIENCE = 60  # seconds for whatever is waited for; a loaded machine needs some of them
 LOOK_AGAIN = 0.02
 WORKPLACE = "work"
 
@@ -39,6 +45,7 @@ class Fence:
     language: str
     file: str | None
     terminal: str | None
+    not_typed: str | None
     text: str
 
 
@@ -53,8 +60,9 @@ def fences(page):
             else:
                 text.append(line + "\n")
         elif line.startswith("```"):
-            opened, text = Fence(number, line[3:], mark.get("file"), mark.get("terminal"), ""), []
-        elif found := re.fullmatch(r"<!-- (file|terminal): (\S+) -->", line):
+            opened, text = Fence(number, line[3:], mark.get("file"), mark.get("terminal"),
+                                 mark.get("not typed"), ""), []
+        elif found := re.fullmatch(r"<!-- (file|terminal|not typed): (.+) -->", line):
             mark = {found[1]: found[2]}
         elif mark:
             raise PageFails(f"line {number}: no fence behind the mark")
@@ -71,8 +79,9 @@ def send(bash, number):
 class Terminal:
     """A bash that takes what is typed, and all that it has shown."""
 
-    def __init__(self, name, directory, records):
+    def __init__(self, name, directory, records, lax):
         self.name = name
+        self._lax = lax
         self._directory = directory
         self._screen = records / f"{name}.screen"
         self._ends = records / f"{name}.ends"  # a line for each thing typed that has ended
@@ -101,7 +110,7 @@ class Terminal:
 
     def shows(self, text):
         lines = ["(?:.*\n)*" if line == "...\n" else re.escape(line) for line in text.splitlines(True)]
-        wanted = re.compile("".join(lines))
+        wanted = re.compile(("(?:.*\n)*" if self._lax else "") + "".join(lines))
         deadline = time.monotonic() + PATIENCE
         while not wanted.fullmatch(self._new()):
             if time.monotonic() > deadline or self.is_idle() and not wanted.fullmatch(self._new()):
@@ -110,7 +119,9 @@ class Terminal:
         self._seen += len(self._new())
 
     def shows_nothing_else(self):
-        if self._new():
+        if self._lax:
+            self._seen += len(self._new())
+        elif self._new():
             raise PageFails(f"{self.name} shows, and the page does not:\n{self._new()}")
 
     def interrupt(self):
@@ -142,15 +153,19 @@ class Terminal:
 class Reader:
     """Who goes through the page, fence by fence."""
 
-    def __init__(self, directory, records):
+    def __init__(self, directory, records, lax):
         self._directory = directory
         self._records = records
+        self._lax = lax
         self._terminals = {}
         self._before = None
 
     def follow(self, fence):
-        if fence.file is not None:
-            (self._directory / fence.file).write_text(fence.text)
+        if fence.not_typed is not None:
+            print(f"line {fence.line}: not typed: {fence.not_typed}")
+            self._before = None
+        elif fence.file is not None:
+            (self._directory / pathlib.Path(fence.file).expanduser()).write_text(fence.text)
             self._before = None
         elif fence.language == "sh":
             self._type(fence)
@@ -183,29 +198,35 @@ class Reader:
 
     def _terminal(self, name):
         if name not in self._terminals:
-            self._terminals[name] = Terminal(name, self._directory, self._records)
+            self._terminals[name] = Terminal(name, self._directory, self._records, self._lax)
         return self._terminals[name]
 
 
 def main():
-    page = pathlib.Path(sys.argv[1])
+    parser = argparse.ArgumentParser(description=__doc__.split("\n", 1)[0])
+    parser.add_argument("--lax", action="store_true", help="in this folder, and terminals may show more than the pages do")
+    parser.add_argument("pages", nargs="+", type=pathlib.Path, metavar="PAGE")
+    options = parser.parse_args()
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
     with tempfile.TemporaryDirectory() as directory, tempfile.TemporaryDirectory() as records:
-        reader = Reader(pathlib.Path(directory), pathlib.Path(records))
-        line, followed = 1, 0
+        reader = Reader(pathlib.Path.cwd() if options.lax else pathlib.Path(directory), pathlib.Path(records), options.lax)
         try:
-            for fence in fences(page.read_text()):
-                line = fence.line
-                reader.follow(fence)
-                followed += 1
+            for page in options.pages:
+                line, followed = 1, 0
+                for fence in fences(page.read_text()):
+                    line = fence.line
+                    reader.follow(fence)
+                    followed += fence.not_typed is None
+                print(f"{page.name}: {followed} fences, as they stand")
+                if not followed:
+                    return 1
             reader.finish()
         except PageFails as failure:
             print(f"{page}:{line}: {failure}", file=sys.stderr)
             return 1
         finally:
             reader.leave()
-    print(f"{page.name}: {followed} fences, as they stand")
-    return 0 if followed else 1
+    return 0
 
 
 if __name__ == "__main__":

@@ -39,8 +39,8 @@ configure_and_build() { # PRESET
 
 minutes_of() { # PRESET
     case $1 in
-    fuzz | tsan) echo 3 ;;
-    *) echo 6 ;;
+    fuzz | tsan) echo 2 ;;
+    *) echo 4 ;;
     esac
 }
 

@@ -63,7 +63,7 @@ configure() {
 show_progress() {
     local line tenth=0 announced=
     while IFS= read -r line; do
-        [[ $line =~ ^\[([0-9]+)/([0-9]+)\]\  ]] || continue
+        [[ $line =~ ^\[([1-9][0-9]*)/([0-9]+)\]\  ]] || continue # step 0 only looks at the folders
         local done=${BASH_REMATCH[1]} all=${BASH_REMATCH[2]}
         if [ -z "$announced" ]; then
             announced=1
@@ -85,7 +85,8 @@ start_building() {
     KVO_BUILD_LOG=$1
     shift
     mkdir -p "$(dirname "$KVO_BUILD_LOG")"
-    "$@" >"$KVO_BUILD_LOG" 2>&1 &
+    : >"$KVO_BUILD_LOG" # there already when await_build reads it
+    "$@" >>"$KVO_BUILD_LOG" 2>&1 &
     KVO_BUILDING=$!
 }
 
@@ -120,7 +121,7 @@ build() {
 build_demo() {
     scripts/setup.sh manuals
     configure build/demo --preset release -DKVO_BUILD_TESTS=OFF -DKVO_BUILD_MANUALS=ON
-    build build/demo 4 "$@"
+    build build/demo 2 "$@"
 }
 
 # A build does not outlive its script.

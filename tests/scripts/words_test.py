@@ -51,7 +51,7 @@ class Words(unittest.TestCase):
                 with self.subTest(script=script, word=word):
                     ended = self.run_script(script, word)
                     self.assertEqual((ended.returncode, ended.stderr), (0, ""))
-                    self.assertRegex(ended.stdout, rf"\AUsage: (\./)?{script}\b")
+                    self.assertRegex(ended.stdout, rf"(?m)^Usage: (\./)?{script}\b")
                     self.assertGreater(len(ended.stdout.splitlines()), 1)
 
     def test_an_unknown_word_is_refused_and_named(self):
@@ -61,7 +61,7 @@ class Words(unittest.TestCase):
                     ended = self.run_script(script, *words)
                     self.assertEqual((ended.returncode, ended.stdout), (2, ""), ended.stderr)
                     self.assertEqual(len(ended.stderr.splitlines()), 1, ended.stderr)
-                    self.assertIn(f"{script}: ", ended.stderr)
+                    self.assertIn(f"{pathlib.Path(script).name}: ", ended.stderr)
                     # Of an option with a bad value the option is named.
                     self.assertTrue(any(word in ended.stderr for word in (words[-1], *words[-2:-1])), ended.stderr)
 

@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
-"""./test.sh in a small project with the same presets' names: progress, logs, what was skipped, and what a second run spares.
+"""./demo.sh and ./test.sh in a small project with the same presets' names: progress, logs, what was skipped, and what a second
+run spares.
 
-    testing_test.py ROOT
+    building_test.py ROOT
 """
 
 import os
@@ -21,6 +22,11 @@ PRESETS = """{ "version": 6,
 PROJECT = """cmake_minimum_required(VERSION 3.25)
 project(small LANGUAGES NONE)
 file(APPEND ${CMAKE_BINARY_DIR}/configured x)
+file(GLOB pages CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/*.md)
+file(CONFIGURE OUTPUT bin/kvosim @ONLY CONTENT "#!/bin/sh
+while [ \\$1 != -- ]; do shift; done; shift; exec \\"\\$@\\"
+")
+file(CHMOD ${CMAKE_BINARY_DIR}/bin/kvosim PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
 foreach(step RANGE 1 20)
   add_custom_command(OUTPUT step${step} COMMAND ${CMAKE_COMMAND} -E touch step${step})
   list(APPEND steps step${step})
@@ -43,11 +49,11 @@ BROKEN_BUILD = "add_custom_target(broken ALL COMMAND ${CMAKE_COMMAND} -E cat no-
 FAILING_TEST = "add_test(NAME fails COMMAND ${CMAKE_COMMAND} -E false)\n"
 
 
-class Testing(unittest.TestCase):
+class Building(unittest.TestCase):
     def setUp(self):
         self.project = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
         (self.project / "scripts").mkdir()
-        for name in ("test.sh", "scripts/common.sh", "scripts/skipped_tests.py"):
+        for name in ("demo.sh", "test.sh", "scripts/common.sh", "scripts/skipped_tests.py"):
             shutil.copy(ROOT / name, self.project / name)
         (self.project / "scripts/setup.sh").write_text("#!/bin/sh\n")
         (self.project / "scripts/setup.sh").chmod(0o755)
@@ -60,6 +66,25 @@ class Testing(unittest.TestCase):
     def run_tests(self, *words, **options):
         return subprocess.run([self.project / "test.sh", *words, "release"], timeout=100, check=False, text=True,
                               **{"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, **options})
+
+    def run_demo(self, *words):
+        return subprocess.run([self.project / "demo.sh", *words], timeout=100, check=False, text=True, capture_output=True)
+
+    def test_the_demo_builds_what_is_installed_with_manuals_and_runs_a_command(self):
+        (self.project / "examples").mkdir()
+        ended = self.run_demo("echo", "hello", "there")
+        self.assertEqual((ended.returncode, ended.stdout), (0, "hello there\n"), ended.stderr)
+        self.assertIn("building; all of it takes about", ended.stderr)
+        self.assertRegex((self.project / "build/demo/CMakeCache.txt").read_text(), "KVO_BUILD_MANUALS:[A-Z]+=ON")
+        again = self.run_demo("echo", "hello", "there")
+        self.assertEqual((again.returncode, again.stdout, again.stderr), (0, "hello there\n", ""))
+        self.assertEqual((self.project / "build/demo/configured").read_text(), "x")
+
+    def test_a_demo_that_cannot_be_built_runs_nothing(self):
+        self.have(BROKEN_BUILD)
+        ended = self.run_demo("echo", "hello")
+        self.assertEqual((ended.returncode, ended.stdout), (1, ""))
+        self.assertIn("demo.sh: not built; the whole log: build/demo/build.log", ended.stderr)
 
     def test_progress_is_a_line_for_each_tenth_where_there_is_no_terminal(self):
         ended = self.run_tests()

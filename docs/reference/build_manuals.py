@@ -25,6 +25,13 @@ def write_examples(file):
     file.write_text('\n'.join(blocks))
 
 
+def link_list_of_families(html):
+    """mainpage.md links to it by the name that it has up to Doxygen 1.9.4; later versions call it topics.html."""
+    if not (html / 'modules.html').exists():
+        index = html / 'index.html'
+        index.write_text(index.read_text().replace('href="modules.html"', 'href="topics.html"'))
+
+
 def build_reference(output, headers, version):
     """Runs Doxygen; false where it finds something to complain about, a public name without a comment first of all."""
     for part in ('html', 'xml'):
@@ -34,6 +41,7 @@ def build_reference(output, headers, version):
     environment = os.environ | {name: str(value) for name, value in variables.items()}
     whole = subprocess.run(['doxygen', ROOT / 'docs/reference/Doxyfile'], env=environment, check=False).returncode == 0
     find_anywhere(output / 'html/search')
+    link_list_of_families(output / 'html')
     return whole
 
 

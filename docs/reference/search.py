@@ -12,6 +12,26 @@ def rows(file):
     return [line.rstrip(',\n') for line in file.read_text().split('\n') if line.startswith("  ['")]
 
 
+def words(row):
+    """What is compared with what is typed."""
+    return row.partition("',")[0].removeprefix("  ['").rpartition('_')[0]
+
+
+def places(row):
+    """Where a row leads."""
+    return re.findall(r"'(\.\./[^']*)'", row)
+
+
+def without_parts(found):
+    """The rows without those that are a part of others: Doxygen 1.9.8 and later have one for each word of a heading, with the words after
+    it, and the heading as a whole has all of them."""
+    known = {}
+    for row in found:
+        for place in places(row):
+            known.setdefault(place, set()).add(words(row))
+    return [row for row in found if any(all(words(row) == whole or words(row) not in whole for whole in known[place]) for place in places(row))]
+
+
 def order(file):
     return int(file.stem.rpartition('_')[2], 16)
 
@@ -29,8 +49,8 @@ def find_anywhere(folder):
                        .partition('};')[0], re.M)
     for kind in kinds:
         files = sorted(folder.glob(f'{kind}_*.js'), key=order)
-        names = ',\n'.join(row for file in files for row in rows(file))
+        names = ',\n'.join(without_parts([row for file in files for row in rows(file)]))
         files[0].write_text(f'var searchData=\n[\n{names}\n];\n')
         for file in files[1:]:
             file.unlink()
-            file.with_suffix('.html').unlink()
+            file.with_suffix('.html').unlink(missing_ok=True)  # later versions have none

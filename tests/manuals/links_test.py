@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
 """Every link of the reference leads somewhere: to a page that is there, and to a place in it. Run as links_test.py FOLDER."""
+import re
 import sys
 from html import unescape
 from html.parser import HTMLParser
@@ -51,6 +52,10 @@ def main(folder):
     assert len(list(search.glob('all_*.js'))) == 1
     assert "'KVO_HWS_setBacklightBrightness'" in (search / 'functions_0.js').read_text()
     assert 'rowMatchName.indexOf(search)' in (search / 'search.js').read_text()
+    # A page is offered once, however many words of its title are indexed.
+    for index in ('groups_0.js', 'pages_0.js'):
+        offered = re.findall(r"'\.\./(\w+\.html)'", (search / index).read_text())
+        assert offered and len(offered) <= 1.1 * len(set(offered)), f'{index} offers the same place more than once'
     # Names in the pages lead to their functions, and heads of pages to their places.
     assert 'group__kvo__hws__stations.html#' in (folder / 'page_programming.html').read_text()
     assert 'page_remote_protocol.html#page_remote_protocol-what-the-host-is-told' in (folder / 'page_programming.html').read_text()

@@ -129,9 +129,10 @@ def test_parameters_that_the_agent_could_not_take_are_refused() -> None:
         Agent()
     with pytest.raises(TypeError):
         Agent(HERE, focus_name="Lathe 1")
-    for wrong in ({"session": 10}, {"remote": "nowhere"}):
-        with pytest.raises(ValueError):
-            Agent(HERE, **wrong)  # type: ignore[arg-type]
+    with pytest.raises(ValueError):
+        Agent(HERE, session=10)
+    with pytest.raises(ValueError):
+        Agent(HERE, remote="nowhere")
     with pytest.raises(ValueError, match="screen_on_focus"):
         AgentOptions(screen_on_focus="x" * 128)
     for name, beyond in (("kvo_index", 256), ("channel_on_focus", 0), ("suspend_prio", -4), ("startup_active", 3)):

@@ -172,13 +172,25 @@ def type_definition(member):
     return definition.replace('(* ', '(*').replace(') (', ')(').removesuffix(arguments) + arguments + ';'
 
 
+def is_nameless(member):
+    """Whether it is a union without a name: Doxygen calls it @1, and nothing from 1.9.8 on."""
+    name = member.findtext('name') or ''
+    return not name or name.startswith('@')
+
+
+def type_of(member):
+    """Doxygen gives a nameless union in a record a name with an @, and the name of the record from 1.9.8 on."""
+    record = (member.findtext('qualifiedname') or '').rpartition('::')[0]
+    return re.sub(rf'^(union|struct) (\S*@\d+|{re.escape(record)})$', r'\1', text_of(member.find('type')))
+
+
 def write_members(page, members, value=lambda member: ''):
     """Members of a record or constants of an enumeration."""
     items = []
     for member in members:
         name = member.findtext('name')
         array = member.findtext('argsstring') or ''
-        kind = re.sub(r'(union|struct) \S*@\d+$', r'\1', text_of(member.find('type')))
+        kind = type_of(member)
         declaration = f"{kind}{'' if not kind or kind.endswith('*') else ' '}{name}{array}{value(member)}"
         def write(member=member):
             write_blocks(page, member.find('briefdescription'))
@@ -192,7 +204,7 @@ def write_records(page, family, records):
         record = records[inner.get('refid')]
         page.subsection(f"struct {inner.text}")
         describe(page, record)
-        write_members(page, [member for member in record.iter('memberdef') if not member.findtext('name').startswith('@')])
+        write_members(page, [member for member in record.iter('memberdef') if not is_nameless(member)])
 
 
 def write_constants(page, family):
@@ -254,7 +266,7 @@ def faults(families, records):
     for record in records.values():
         for member in record.iter('memberdef'):
             if not text_of(member.find('briefdescription')) and not text_of(member.find('detaileddescription')):
-                if not member.findtext('name').startswith('@'):
+                if not is_nameless(member):
                     yield f"{record.findtext('compoundname')}: {member.findtext('name')} is not documented."
 
 

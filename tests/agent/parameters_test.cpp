@@ -25,7 +25,7 @@ int start(const std::string &parameters)
 }
 
 /// The agent's fields after this text was read.
-const EmbKvoInst &read(const std::string &parameters)
+EmbKvoInst read(const std::string &parameters)
 {
     EXPECT_EQ(start(parameters), -9);
     return *gEmbKvoInst;
@@ -34,7 +34,7 @@ const EmbKvoInst &read(const std::string &parameters)
 TEST(Parameters, have_defaults)
 {
     std::memset(&gEmbKvoInst->focusKvoIp, 0x5A, offsetof(EmbKvoInst, session) - offsetof(EmbKvoInst, focusKvoIp));
-    const EmbKvoInst &agent = read("");
+    const EmbKvoInst agent = read("");
     EXPECT_EQ(agent.focusKvoIp, 0U);
     EXPECT_STREQ(agent.focusKvoName, "");
     EXPECT_EQ(agent.remoteKvoHwsIp, 0U);
@@ -52,7 +52,7 @@ TEST(Parameters, have_defaults)
 
 TEST(Parameters, are_read_line_by_line)
 {
-    const EmbKvoInst &agent =
+    const EmbKvoInst agent =
         read("focusKvoIp=10.0.0.5\nfocusKvoName=station 5\nkvoIndex=6\nmcpFlag=7\nscreenOnFocus=main = left\n"
              "channelOnFocus=8\nsuspendLock=9\nsuspendPrio=10\nstartupActive=11\nstartupPrio=12\n"
              "remoteSession=13");
@@ -73,7 +73,7 @@ TEST(Parameters, are_read_line_by_line)
 TEST(Parameters, are_set_anew_by_each_start)
 {
     read("focusKvoIp=10.0.0.5\nscreenOnFocus=main\nkvoIndex=6\n");
-    const EmbKvoInst &agent = read("mcpFlag=1\n");
+    const EmbKvoInst agent = read("mcpFlag=1\n");
     EXPECT_EQ(agent.focusKvoIp, 0U);
     EXPECT_STREQ(agent.screenOnFocus, "");
     EXPECT_EQ(agent.kvoIndex, 1U);
@@ -81,7 +81,7 @@ TEST(Parameters, are_set_anew_by_each_start)
 
 TEST(Parameters, that_are_unknown_are_skipped)
 {
-    const EmbKvoInst &agent = read("\n\nkvoindex=6\n kvoIndex=7\nxkvoIndex=8\nkvoIndex 9\nkvoIndex\n=\nanything\nmcpFlag=2\n");
+    const EmbKvoInst agent = read("\n\nkvoindex=6\n kvoIndex=7\nxkvoIndex=8\nkvoIndex 9\nkvoIndex\n=\nanything\nmcpFlag=2\n");
     EXPECT_EQ(agent.kvoIndex, 1U);
     EXPECT_EQ(agent.mcpFlag, 2U);
 }
@@ -116,7 +116,7 @@ TEST(Parameters, take_an_invalid_address_as_none)
 TEST(Parameters, cut_texts_to_their_fields)
 {
     const std::string text(200, 't');
-    const EmbKvoInst &agent = read("focusKvoName=" + text + "\nscreenOnFocus=" + text + "\nkvoIndex=6\n");
+    const EmbKvoInst agent = read("focusKvoName=" + text + "\nscreenOnFocus=" + text + "\nkvoIndex=6\n");
     EXPECT_STREQ(agent.focusKvoName, std::string(127, 't').c_str());
     EXPECT_STREQ(agent.screenOnFocus, std::string(127, 't').c_str());
     EXPECT_EQ(agent.remoteKvoHwsIp, 0U) << "the field behind";

@@ -129,6 +129,8 @@ class Simulator:
         self._verbose = verbose
         if verbose:
             self._options.append("--verbose")
+        self._own_registry = registry is None
+        self._registry: Optional[str] = None  # the temporary one, while kvosim runs
         self._process: Optional[subprocess.Popen[bytes]] = None
         self._attached = False
 
@@ -179,7 +181,7 @@ class Simulator:
         self._end(signal.SIGTERM)
 
     def kill(self) -> None:
-        """Ends the simulator as a crash would (SIGKILL); its sockets stay behind."""
+        """Ends the simulator as a crash would (SIGKILL); its sockets stay behind, its temporary registry does not."""
         self._end(signal.SIGKILL)
 
     def restart(self, timeout: float = 10.0) -> None:
@@ -232,10 +234,15 @@ class Simulator:
             text = _all_of(said).strip() or f"kvosim ended with status {process.returncode}"
             raise SimulatorError(text, process.returncode)
         try:
-            # A simulator that runs here already may answer; it is not this one.
-            return bool(self.status()["process"] == process.pid)
+            status = self.status()
         except NoSimulator:
             return False
+        # A simulator that runs here already may answer; it is not this one.
+        if status["process"] != process.pid:
+            return False
+        if self._own_registry:
+            self._registry = str(status["registry"])
+        return True
 
     def _end(self, how: signal.Signals) -> None:
         process, self._process = self._process, None
@@ -246,6 +253,10 @@ class Simulator:
         process.wait()
         if process.stdin is not None:
             process.stdin.close()
+        # One that is killed does not remove its temporary registry by itself.
+        registry, self._registry = self._registry, None
+        if registry is not None:
+            shutil.rmtree(registry, ignore_errors=True)
 
     def _give_focus(self, station: StationName, timeout: float) -> None:
         try:
@@ -259,8 +270,8 @@ class Simulator:
     # ---- What it tells ----
 
     def status(self) -> Dict[str, Any]:
-        """How it is: "process", "uptime_ms", "stations", "exchanges", "focus" (address and name, or "none"), "faults",
-        "usb_events_activated", "usb_devices", "event_listeners", "remote_sessions" and more.
+        """How it is: "process", "uptime_ms", "stations", "exchanges", "registry" (where its lists lie), "focus" (address and name, or
+        "none"), "faults", "usb_events_activated", "usb_devices", "event_listeners", "remote_sessions" and more.
         """
         return self.command("status")
 

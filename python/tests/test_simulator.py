@@ -88,7 +88,10 @@ def test_it_stops_restarts_and_crashes(simulator: Simulator) -> None:
     Panel(HERE).set_mcp_address(77)
     simulator.restart()
     assert Panel(HERE).get_mcp_address() == 0, "the plant is as its file says"
+    registry = Path(simulator.status()["registry"])
+    assert (registry / "kvo_hws/currkvos.reg").is_file()
     simulator.kill()
+    assert not registry.exists(), "a temporary registry is removed"
     assert (simulator.running, os.path.exists("/tmp/kvo_hws/cmd_sock")) == (False, True)
     with pytest.raises(NotConnected):
         Service().is_ready()

@@ -89,6 +89,7 @@ tools::Json status(const ControlContext &control)
             {"uptime_ms", up.count()},
             {"stations", context.plant.stations().size()},
             {"exchanges", context.exchanges},
+            {"registry", context.registry.path()},
             {"registry_locked", context.registry.locked()},
             {"focus", focusOf(context.plant)},
             {"usb_lock_address", context.usbLockAddress.empty() ? std::string(kNoEndpoint) : context.usbLockAddress},

@@ -10,6 +10,7 @@
 #include <gmock/gmock.h>
 
 #include <fcntl.h>
+#include <filesystem>
 #include <sys/stat.h>
 
 namespace {
@@ -38,6 +39,7 @@ TEST(Control, TellsHowTheSimulatorIs)
     EXPECT_GE(status["uptime_ms"], 0);
     EXPECT_EQ(status["stations"], 3);
     EXPECT_EQ(status["exchanges"], 3) << "those of the command socket alone";
+    EXPECT_TRUE(std::filesystem::exists(status["registry"].get<std::string>() + "kvo_hws/currkvos.reg"));
     EXPECT_EQ(status["registry_locked"], true);
     EXPECT_EQ(status["focus"], "10.0.0.5 Lathe 1");
     EXPECT_EQ(status["usb_lock_address"], "none");

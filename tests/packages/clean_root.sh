@@ -10,64 +10,24 @@ help_if_asked "$@"
 [ $# -le 1 ] || refuse "takes one folder, but got \"$2\" besides"
 [ $# -eq 0 ] || [ -d "$1" ] || refuse "\"$1\" is not a folder here"
 packages=$(realpath "${1:-build/packages}")
-work=$PWD/build/clean-root
-bare=$work/bookworm.tar
 suite=bookworm
-mirror=http://deb.debian.org/debian
+work=$PWD/build/clean-root
+. scripts/bare_root.sh
 
 skip() { echo "clean_root.sh: skipped: $1"; exit 77; }
 fail() { echo "clean_root.sh: FAILED: $1" >&2; exit 1; }
 step() { printf '%4d s  %s\n' "$SECONDS" "$1"; }
 
-[ "$(id -u)" -eq 0 ] || skip "needs root, to make a bare system and to enter it"
-command -v debootstrap >/dev/null || skip "no debootstrap (scripts/setup.sh package installs it)"
-unshare --mount --pid --fork true 2>/dev/null || skip "this machine grants no mounts of one's own (unshare)"
+reason=$(why_no_root)
+[ -z "$reason" ] || skip "$reason"
 ls "$packages"/*.deb >/dev/null 2>&1 || skip "no packages in $packages (scripts/package.sh builds them)"
-
-root=$(mktemp -d /var/tmp/kvo-clean-root.XXXXXX)
-chmod 755 "$root"
-trap 'rm -rf --one-file-system "$root"' EXIT
+trap remove_root EXIT
 trap 'exit 130' INT TERM HUP
 
-make_bare_tar() {
-    step "debootstrap $suite"
-    rm -rf "$work/root.new"
-    debootstrap --variant=minbase "$suite" "$work/root.new" "$mirror" >"$work/debootstrap.log" 2>&1 ||
-        { tail -n 20 "$work/debootstrap.log" >&2; fail "debootstrap"; }
-    tar -C "$work/root.new" --numeric-owner -cf "$bare.new" .
-    mv "$bare.new" "$bare"
-    rm -rf "$work/root.new"
-}
-
-make_root() { # an empty one, with this machine's sources of Debian's packages
-    rm -rf --one-file-system "$root"
-    mkdir -p "$root"
-    tar -C "$root" --numeric-owner -xpf "$bare"
-    rm -f "$root/etc/apt/sources.list"
-    local source
-    for source in /etc/apt/sources.list /etc/apt/sources.list.d/debian.sources; do
-        [ ! -s "$source" ] || cp "$source" "$root$source"
-    done
-    cp -L /etc/resolv.conf "$root/etc/resolv.conf"
+make_root_with_packages() {
+    make_root
     mkdir -p "$root/packages"
     cp "$packages"/*.deb "$root/packages"
-    in_root apt-get -qq update
-}
-
-# Runs a command with $root as its whole world. What is mounted is mounted in a namespace of its own: it is gone with the command,
-# however that ends, and so is everything that the command started.
-in_root() {
-    unshare --mount --pid --fork --kill-child --propagation private bash -euc '
-        root=$1 archives=$2; shift 2
-        mount --bind "$root" "$root"
-        mount -t proc proc "$root/proc"
-        mount -t tmpfs tmpfs "$root/tmp"
-        mount --bind "$archives" "$root/var/cache/apt/archives"
-        cd "$root"
-        pivot_root . mnt
-        umount -l mnt
-        exec env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LC_ALL=C.UTF-8 DEBIAN_FRONTEND=noninteractive "$@"
-    ' in_root "$root" "$work/archives" "$@"
 }
 
 install() { # PACKAGE-OR-FILE...
@@ -189,10 +149,7 @@ list_files() {
     in_root dpkg-query -W -f '${Package} ${Status}\n'
 }
 
-mkdir -p "$work/archives/partial"
-[ -s "$bare" ] || make_bare_tar
-
-make_root
+make_root_with_packages
 step "a bare $suite: $(in_root dpkg-query -W | wc -l) packages"
 # shellcheck disable=SC2046 # one word a file
 install $(debs libkvo-hws0 libkvo-hws-platform kvo-hws-tools python3-kvo-hws)
@@ -201,7 +158,7 @@ use_tools
 use_python
 step "used kvosim, kvoctl and the Python module"
 
-make_root
+make_root_with_packages
 install g++ cmake make pkg-config man-db python3 systemd
 list_files >"$work/before"
 step "another bare $suite, with a compiler: $(wc -l <"$work/before") lines of list"

@@ -1,0 +1,78 @@
+# A bare Debian as a directory, and commands that have it as their whole world. Sourced by a script that needs root; it sets
+#   suite  Debian's name for the release: bookworm
+#   work   a directory that is kept between runs: what was downloaded
+# and then calls make_root, as often as it wants another one. The root is gone when the script ends.
+# shellcheck shell=bash
+# shellcheck disable=SC2154 # set by the script
+
+mirror=http://deb.debian.org/debian
+root=
+bare_root_place=
+
+# Why there can be no such root here; nothing where there can.
+why_no_root() {
+    if [ "$(id -u)" -ne 0 ]; then
+        echo "needs root, to make a bare system and to enter it"
+    elif ! command -v debootstrap >/dev/null; then
+        echo "no debootstrap (scripts/setup.sh package installs it)"
+    elif ! unshare --mount --pid --fork true 2>/dev/null; then
+        echo "this machine grants no mounts of one's own (unshare)"
+    fi
+}
+
+remove_root() {
+    [ -z "$bare_root_place" ] || rm -rf --one-file-system "$bare_root_place"
+}
+
+make_bare_tar() {
+    rm -rf "$work/root.new"
+    debootstrap --variant=minbase "$suite" "$work/root.new" "$mirror" >"$work/debootstrap.log" 2>&1 || {
+        tail -n 20 "$work/debootstrap.log" >&2
+        echo "debootstrap cannot make a bare $suite; the log: $work/debootstrap.log" >&2
+        return 1
+    }
+    tar -C "$work/root.new" --numeric-owner -cf "$work/$suite.tar.new" .
+    mv "$work/$suite.tar.new" "$work/$suite.tar"
+    rm -rf "$work/root.new"
+}
+
+# An empty one at $root; with this machine's sources of Debian's packages, where it runs the same release.
+make_root() {
+    mkdir -p "$work/archives/partial"
+    [ -s "$work/$suite.tar" ] || make_bare_tar
+    [ -n "$bare_root_place" ] || bare_root_place=$(mktemp -d /var/tmp/kvo-bare-root.XXXXXX)
+    root=$bare_root_place/root
+    rm -rf --one-file-system "$root"
+    mkdir "$root"
+    tar -C "$root" --numeric-owner -xpf "$work/$suite.tar"
+    local source sources=()
+    for source in /etc/apt/sources.list /etc/apt/sources.list.d/debian.sources; do
+        ! grep -qw "$suite" "$source" 2>/dev/null || sources+=("$source")
+    done
+    if [ ${#sources[@]} -gt 0 ]; then
+        rm -f "$root/etc/apt/sources.list"
+        cp -t "$root" --parents "${sources[@]}"
+    fi
+    cp -L /etc/resolv.conf "$root/etc/resolv.conf"
+    in_root apt-get -qq update
+}
+
+# in_root COMMAND...: what is mounted is mounted in a namespace of its own: it is gone with the command, however that ends, and so is
+# everything that the command started.
+in_root() {
+    # shellcheck disable=SC2016 # read by the shell in there
+    unshare --mount --pid --fork --kill-child --propagation private bash -euc '
+        root=$1 archives=$2; shift 2
+        mount --bind "$root" "$root"
+        mount -t proc proc "$root/proc"
+        mount -t sysfs -o ro sysfs "$root/sys"
+        mount -t devpts -o newinstance,ptmxmode=0666 devpts "$root/dev/pts"
+        mount --bind "$root/dev/pts/ptmx" "$root/dev/ptmx"
+        mount -t tmpfs tmpfs "$root/tmp"
+        mount --bind "$archives" "$root/var/cache/apt/archives"
+        cd "$root"
+        pivot_root . mnt
+        umount -l mnt
+        exec env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LC_ALL=C.UTF-8 DEBIAN_FRONTEND=noninteractive "$@"
+    ' in_root "$root" "$work/archives" "$@"
+}

@@ -68,7 +68,7 @@ TEST(ActivateNotify, installs_an_empty_handler_that_restarts_nothing_and_blocks_
     ASSERT_EQ(sigaction(SIGUSR1, nullptr, &action), 0);
     EXPECT_NE(action.sa_handler, SIG_DFL);
     EXPECT_NE(action.sa_handler, SIG_IGN);
-    EXPECT_EQ(action.sa_flags & (SA_RESTART | SA_SIGINFO | SA_RESETHAND | SA_NODEFER), 0);
+    EXPECT_EQ(action.sa_flags & static_cast<int>(SA_RESTART | SA_SIGINFO | SA_RESETHAND | SA_NODEFER), 0);
     for (int signal = 1; signal < SIGRTMIN; ++signal) {
         EXPECT_EQ(sigismember(&action.sa_mask, signal), 0) << signal;
     }

@@ -115,7 +115,7 @@ TEST(Keywords, stand_in_their_order)
     EXPECT_EQ(hws_keywords[1].reader, read_str);
     EXPECT_EQ(hws_keywords[2].reader, read_int);
     EXPECT_EQ(hws_keywords[3].reader, read_u16);
-    for (const std::size_t name : {4, 5, 6, 7}) {
+    for (const std::size_t name : {4U, 5U, 6U, 7U}) {
         EXPECT_EQ(hws_keywords[name].reader, read_str) << hws_keywords[name].key;
     }
     EXPECT_EQ(hws_keywords[8].reader, hws_keywords[9].reader);

@@ -10,7 +10,7 @@ no_more_words "$@"
 scripts/setup.sh coverage
 
 configure build/coverage --preset coverage
-build build/coverage 6
+build build/coverage 3
 find build/coverage -name '*.gcda' -delete
 ctest --preset coverage -j 8 --progress
 

@@ -1,21 +1,15 @@
 #!/usr/bin/env bash
-# Builds as somebody without our presets would: plain CMake, out of an archive of the last commit that is not written to, with each
-# compiler, build type and generator. Warnings are errors.
 # Usage: scripts/build_matrix.sh [--all | BUILD...]
-#   --all   what a release is held to: each compiler that is here with all build types, Make, -flto, _FORTIFY_SOURCE=3
+# Builds as a user without our presets does: plain CMake, from a read-only archive of the last commit, with each compiler, build
+# type and generator. Warnings are errors.
+#   --all   what a release is held to: each compiler that is installed with all build types, Make, -flto, _FORTIFY_SOURCE=3
 #   BUILD   COMPILER[-VERSION]:TYPE[:Make][:lto][:fortify], such as gcc:Release, clang-14:Debug:Make, gcc-14:None:lto; TYPE is None,
 #           Debug, Release, MinSizeRel or RelWithDebInfo. Without any: gcc:Release clang:Release
-# KVO_MATRIX_TARGETS names what is built, "all" unless told; build folders lie in build/matrix.
+# KVO_MATRIX_TARGETS in the environment names what is built, "all" by default; the build folders are in build/matrix.
 set -euo pipefail
-cd "$(dirname "$0")/.."
-root=$PWD
-out=$root/build/matrix
-
-usage() { sed -n '2,8s/^# //p' "$root/scripts/build_matrix.sh"; }
-refuse() { # SENTENCE
-    echo "build_matrix.sh: $1 (scripts/build_matrix.sh -h tells how)" >&2
-    exit 2
-}
+. "$(dirname "$0")/common.sh"
+help_if_asked "$@"
+out=$PWD/build/matrix
 
 types=(None Debug Release MinSizeRel RelWithDebInfo)
 compilers=(gcc-12 gcc-14 clang-14 clang-19)
@@ -23,12 +17,11 @@ all=
 builds=()
 for word; do
     case $word in
-    -h | --help) usage; exit 0 ;;
     --all) all=1 ;;
-    -*) refuse "\"$word\" is no option" ;;
+    -*) refuse "\"$word\" is not an option" ;;
     *)
         [[ $word =~ ^(gcc|clang)(-[0-9]+)?:(None|Debug|Release|MinSizeRel|RelWithDebInfo)(:Make)?(:lto)?(:fortify)?$ ]] ||
-            refuse "\"$word\" is no build; write COMPILER:TYPE, such as gcc:Release or clang-14:Debug:Make"
+            refuse "\"$word\" is not a build; write COMPILER:TYPE, such as gcc:Release or clang-14:Debug:Make"
         builds+=("$word")
         ;;
     esac
@@ -46,7 +39,7 @@ fi
 
 scripts/setup.sh
 mkdir -p "$out"
-# A moment ago, so that whatever is written into the sources is younger.
+# Old, so that whatever is written into the sources is younger.
 rm -rf "$out/source"
 mkdir "$out/source"
 git archive HEAD | tar -x -C "$out/source"
@@ -61,7 +54,7 @@ cxx_of() { # COMPILER
     esac
 }
 
-# "" for None, which is what somebody has who says nothing.
+# None is the empty build type: what a user has who names none.
 build() { # COMPILER TYPE WORDS FOLDER
     local generator=Ninja flags=()
     [[ $3 != *:Make* ]] || generator="Unix Makefiles"
@@ -107,4 +100,4 @@ if [ -n "$written" ]; then
     failed=$((failed + 1))
 fi
 echo "build_matrix.sh: $built built, $failed failed, ${#missing[@]} left out${missing[*]:+, as their compilers are not here: ${missing[*]}}"
-[ "$failed" -eq 0 ] && { [ "$built" -gt 0 ] || refuse "nothing was built"; }
+[ "$failed" -eq 0 ] && [ "$built" -gt 0 ]

@@ -11,8 +11,6 @@ foreach(variable PKG_CONFIG_PATH PYTHONPATH LD_LIBRARY_PATH KVO_HWS_LIBRARY KVO_
   unset(ENV{${variable}})
 endforeach()
 set(ENV{HOME} ${WORK}/home)
-# What is installed does not find its libraries by itself yet.
-set(ENV{LD_LIBRARY_PATH} ${WORK}/home/kvo/${LIBDIR})
 set(ENV{CFLAGS} "${FLAGS}")
 execute_process(COMMAND ${SANDBOX} --network ${PYTHON} ${CMAKE_CURRENT_LIST_DIR}/run_page.py --lax README.md docs/python.md
   WORKING_DIRECTORY ${project} COMMAND_ERROR_IS_FATAL ANY)

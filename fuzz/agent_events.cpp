@@ -72,7 +72,7 @@ void host(const char *name, const char *data)
 
 namespace kvo_hws {
 
-tools::Descriptor openLocalSocket() noexcept
+Descriptor openLocalSocket() noexcept
 {
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
@@ -80,11 +80,11 @@ tools::Descriptor openLocalSocket() noexcept
     }
     service.ownEnd = ends[1];
     service.ends.insert(service.ends.end(), {ends[0], ends[1]});
-    return tools::Descriptor(ends[0]);
+    return Descriptor(ends[0]);
 }
 
 /// The second connection is the one after all has been sent; with it the listener is to end.
-bool connectLocal(const tools::Descriptor & /*socket*/, std::string_view /*path*/, AddressLength /*length*/) noexcept
+bool connectLocal(const Descriptor & /*socket*/, std::string_view /*path*/, AddressLength /*length*/) noexcept
 {
     if (++service.connections == 2) {
         worker.uiState = NOTIFY_STOP_REQUESTED;

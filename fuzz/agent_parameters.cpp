@@ -49,10 +49,10 @@ void storeText(uint8_t *record, const Field &field, const char *value)
 void store(uint8_t *record, const Field &field, const char *value)
 {
     uint32_t word = 0;
-    in_addr tools::dotted{};
+    in_addr dotted{};
     switch (field.kind) {
     case text: storeText(record, field, value); return;
-    case address: word = inet_aton(value, &tools::dotted) != 0 ? tools::dotted.s_addr : 0; break;
+    case address: word = inet_aton(value, &dotted) != 0 ? dotted.s_addr : 0; break;
     case number: word = static_cast<uint32_t>(std::strtoul(value, nullptr, 10)); break;
     case session: word = static_cast<uint32_t>(std::strtoul(value, nullptr, 10)) % 10; break;
     }

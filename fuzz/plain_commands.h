@@ -108,7 +108,7 @@ inline std::string hexadecimal(uint32_t value, const char *digits, std::size_t l
 inline std::string rotation(uint32_t value) { return hexadecimal(value, "0123456789ABCDEF", 1); }
 
 /// As inet_aton stores it.
-inline std::string tools::dotted(uint32_t address)
+inline std::string dotted(uint32_t address)
 {
     std::array<uint8_t, sizeof address> bytes{};
     std::memcpy(bytes.data(), &address, bytes.size());
@@ -245,8 +245,7 @@ inline std::string setDarken(Reading &reading) { return askHost(reading, "set-da
 
 inline std::string showServer(Reading &reading)
 {
-    const std::string server =
-        tools::dotted(reading.given.word(remoteWord)) + ':' + signedNumber(reading.given.word(displayWord));
+    const std::string server = dotted(reading.given.word(remoteWord)) + ':' + signedNumber(reading.given.word(displayWord));
     return askHost(reading, "show-viewer-active", "vncserver=" + server + "\r\n", "none\r\n", "none\r\n");
 }
 
@@ -281,7 +280,7 @@ inline std::string setUsbLock(Reading &reading)
         return kBad;
     }
     return reading.ask("setUsbLock 1 " + number(first) + ' ' + signedNumber(second) + ' ' +
-                           tools::dotted(reading.given.word(focusWord)),
+                           dotted(reading.given.word(focusWord)),
                        "usb lock not writeable", kOk);
 }
 

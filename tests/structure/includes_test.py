@@ -8,6 +8,7 @@ from pathlib import Path
 
 LIBRARY = ("runtime", "codecs", "service", "requests", "config", "usbevents", "agent", "platform")
 INCLUDE = re.compile(r'^\s*#\s*include\s+"([^"]+)"', re.MULTILINE)
+HIDDEN = re.compile(rf'^\s*#\s*include\s+<((?:{"|".join((*LIBRARY, "common", "kvosim", "kvoctl"))})/[^>]*)>', re.MULTILINE)
 TABLE_LINE = re.compile(r"^([\w/]+):((?: [\w/]+)*)$")
 DRAWN_GROUP = re.compile(r"^ (?:the library|tools/(\w+))$")
 DRAWN_LINE = re.compile(r"^   (\w+) .*─▶ ?([\w/ ]*)$")
@@ -33,20 +34,46 @@ def module_of(path):
     return "/".join(parts[:-1])
 
 
+def source_of(units, name):
+    """What a source and its header include, as a set that can be added to."""
+    return units.setdefault(name.rsplit(".", 1)[0], set())
+
+
+def check_units(units, complaints):
+    """No cycles inside a module either: a source and its header count as one."""
+    done = set()
+
+    def visit(unit, path):
+        if unit in path:
+            complaints.append("a cycle of includes: " + " -> ".join((*path[path.index(unit):], unit)))
+        elif unit not in done:
+            for included in sorted(units.get(unit, set()) - {unit}):
+                visit(included, (*path, unit))
+            done.add(unit)
+
+    for unit in sorted(units):
+        visit(unit, ())
+
+
 def used_arrows(root, complaints):
     """Each pair of modules of which the first includes the second, with one source that does."""
     used = {}
+    units = {}
     for folder in (*LIBRARY, "tools"):
         for source in sorted((root / folder).rglob("*.[ch]*")):
             if source.suffix not in (".c", ".h", ".cpp"):
                 continue
             name = source.relative_to(root).as_posix()
-            for included in INCLUDE.findall(source.read_text(encoding="utf-8")):
+            text = source.read_text(encoding="utf-8")
+            complaints += [f"{name} includes <{hidden}>: write a module's header in quotes" for hidden in HIDDEN.findall(text)]
+            for included in INCLUDE.findall(text):
                 base = root / "tools" if folder == "tools" else root
                 if not (base / included).is_file():
                     complaints.append(f'{name} includes "{included}": write its path from {"tools/" if folder == "tools" else "the root"}')
                     continue
                 used.setdefault((module_of(name), module_of(included)), name)
+                source_of(units, name).add((base / included).relative_to(root).with_suffix("").as_posix())
+    check_units(units, complaints)
     return {arrow: name for arrow, name in used.items() if arrow[0] != arrow[1]}
 
 

@@ -2,13 +2,10 @@
 // is refused is answered by {"error": text}, what could not be done by {"could_not": text}.
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include "common/json.h"
 
 namespace tools {
 
 inline constexpr const char *kControlSocket = "/tmp/kvo_hws/kvosim_ctl";
-
-/// Keys stay in the order in which they were added.
-using Json = nlohmann::ordered_json;
 
 }  // namespace tools

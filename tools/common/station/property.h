@@ -1,9 +1,8 @@
 // One thing that can be read of a station: how it is asked for, and how its values are shown.
 #pragma once
 
+#include "common/json.h"
 #include "common/station/result.h"
-
-#include <nlohmann/json.hpp>
 
 #include <cstdint>
 #include <functional>
@@ -12,8 +11,7 @@
 
 namespace tools {
 
-/// Keys stay in the order in which they were added.
-using Document = nlohmann::ordered_json;
+using Document = Json;
 
 /// A value in documents, and for people where that is different.
 struct Value {

@@ -1,7 +1,8 @@
 // The command table's rows, and the forms that many of them share. Each family of commands has a source of its own.
 #pragma once
 
-#include "kvosim/commands/commands.h"
+#include "kvosim/base/arguments.h"
+#include "kvosim/commands/service_context.h"
 #include "kvosim/plant/station_keys.h"
 
 #include <functional>

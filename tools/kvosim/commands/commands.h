@@ -1,27 +1,13 @@
 // What the service answers to each request line, and what it makes of the datagrams of the USB lock.
 #pragma once
 
-#include "kvosim/base/arguments.h"
-#include "kvosim/base/event_loop.h"
-#include "kvosim/plant/plant.h"
-#include "kvosim/plant/registry.h"
+#include "kvosim/commands/service_context.h"
 
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace kvosim {
-
-/// What commands work on.
-struct ServiceContext {
-    Plant &plant;
-    Registry &registry;
-    Clock::time_point started = Clock::now();
-    bool ending = false;     ///< set by the command that ends the service
-    uint64_t exchanges = 0;  ///< requests answered so far
-    bool usbEventsActivated = false;
-    std::string usbLockAddress{};  ///< where datagrams are taken; empty where they are not
-};
 
 /// Answers one request; both lines without their line end.
 std::string answer(ServiceContext &context, std::string_view request);

@@ -2,7 +2,7 @@
 #include "kvosim/plant_file/table_reader.h"
 
 #include "common/join.h"
-#include "kvosim/plant_file/plant_file.h"
+#include "kvosim/plant_file/plant_file_error.h"
 
 #include <algorithm>
 

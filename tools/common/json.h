@@ -1,0 +1,10 @@
+// JSON documents whose keys stay in the order in which they were added.
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+namespace tools {
+
+using Json = nlohmann::ordered_json;
+
+}  // namespace tools

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <exception>
 #include <iterator>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -48,8 +49,9 @@ std::vector<Subject> subjectsOf(const std::set<std::string_view> &names)
 void measure(const std::vector<Subject> &subjects)
 {
     const int core = bench::pinToOneCore();
+    std::optional<tools::PrivateNamespace> place;
     if (std::ranges::any_of(subjects, &Subject::needsService)) {
-        tools::enterPrivateNamespace();
+        place.emplace();
     }
     std::printf("Medians on core %d; ratio: the library's median in the other's; minima: the same of the fastest turns\n",
                 core);

@@ -7,6 +7,7 @@
 #include <exception>
 #include <fcntl.h>
 #include <net/if.h>
+#include <optional>
 #include <sched.h>
 #include <string_view>
 #include <sys/file.h>
@@ -48,8 +49,9 @@ int main(int argc, char **argv)
         return 2;
     }
     bool alone = false;
+    std::optional<tools::PrivateNamespace> place;
     try {
-        tools::enterPrivateNamespace();
+        place.emplace();
     } catch (const std::exception &error) {
         std::fprintf(stderr, "sandbox: no private namespace (%s); waiting for the machine's sockets instead\n", error.what());
         alone = true;

@@ -1,12 +1,13 @@
 // Listening sockets: whose place a path is, and who may take it.
 #include "common/listening_socket.h"
 
+#include "common/lock_file.h"
+#include "common/socket_folder.h"
+
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <stdexcept>
 #include <string>
-#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -16,7 +17,6 @@ namespace tools {
 
 namespace {
 
-constexpr mode_t kDirectoryMode = 0755;  // others may reach the socket, but put none in its place
 constexpr int kWaitingConnections = 1024;
 
 [[noreturn]] void fail(const std::string &what, int error = errno)
@@ -36,29 +36,21 @@ sockaddr_un addressOf(const std::string &path)
     return address;
 }
 
-/// This user's directory in which nobody else can write, locked against another service that starts at the same time.
+/// This user's directory in which nobody else can write; no run removes it as long as it is held.
 Descriptor ownDirectory(const std::filesystem::path &path)
 {
-    if (mkdir(path.c_str(), kDirectoryMode) != 0 && errno != EEXIST) {
-        fail("can not create " + path.string());
-    }
-    Descriptor directory(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    HeldFolder folder = holdFolder(path, FolderUse::serve, kMadeByService);
     struct stat status {};
-    if (!directory.valid() || fstat(directory.get(), &status) != 0) {
-        fail(path.string() + " is no directory that can be used");
+    if (fstat(folder.descriptor.get(), &status) != 0) {
+        fail("can not look at " + path.string());
     }
-    if (status.st_uid != geteuid()) {
-        throw std::runtime_error(path.string() + " belongs to another user (number " + std::to_string(status.st_uid) +
-                                 "); remove it, or start the service as that user");
-    }
-    const mode_t narrowed = status.st_mode & kDirectoryMode;
-    if (narrowed != (status.st_mode & 07777) && fchmod(directory.get(), narrowed) != 0) {
+    const mode_t mode = status.st_mode & 07777;
+    const mode_t narrowed = mode & kMadeByService;
+    // What a run made stays marked as that, for the last run to remove it.
+    if (mode != kMadeByRun && mode != narrowed && fchmod(folder.descriptor.get(), narrowed) != 0) {
         fail("can not take the others' right to write from " + path.string());
     }
-    if (flock(directory.get(), LOCK_EX) != 0) {
-        fail("can not lock " + path.string());
-    }
-    return directory;
+    return std::move(folder.descriptor);
 }
 
 /// Removes what an earlier service left behind; refuses everything else.
@@ -71,13 +63,11 @@ void clearPath(const std::string &path)
     if (!S_ISSOCK(status.st_mode)) {
         throw std::runtime_error(path + " exists and is no socket; remove it first");
     }
-    const Descriptor probe(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    const sockaddr_un address = addressOf(path);
-    // A full queue (EAGAIN) has a live service behind it too.
-    if (connect(probe.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 || errno == EAGAIN) {
+    const SocketState state = stateOfSocket(path);
+    if (state == SocketState::live) {
         throw std::runtime_error("a service is running at " + path + " already; end it first, or use \"kvosim run\"");
     }
-    if (errno != ECONNREFUSED) {
+    if (state != SocketState::stale) {
         fail("can not tell whether a service runs at " + path);
     }
     if (unlink(path.c_str()) != 0) {
@@ -91,6 +81,8 @@ ListeningSocket::ListeningSocket(std::filesystem::path path, mode_t mode) : path
 {
     const sockaddr_un address = addressOf(path_);
     const Descriptor directory = ownDirectory(path_.parent_path());
+    // Another service that starts at the same time may find the same stale socket.
+    const LockFile starting(path_.parent_path() / (std::string(kLockFilePrefix) + "start"));
     clearPath(path_);
     socket_ = Descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     // Narrow before it has a path, so that nobody else gets in between. The umask may take from that; nobody else can have put

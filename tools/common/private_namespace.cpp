@@ -7,7 +7,6 @@
 #include <string>
 #include <string_view>
 #include <sys/mount.h>
-#include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 
@@ -32,6 +31,43 @@ void writeFile(const std::string &path, std::string_view text)
     }
 }
 
+/// Whether this process may do what root may with mounts.
+bool mayMount()
+{
+    constexpr int kSystemAdministration = 21;  // CAP_SYS_ADMIN
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with("CapEff:")) {
+            return (std::stoull(line.substr(7), nullptr, 16) >> kSystemAdministration & 1) != 0;
+        }
+    }
+    return false;
+}
+
+/// Why there is no user namespace, which would grant the right to mount.
+std::string reasonForNoUserNamespace(int error)
+{
+    std::string reason = std::generic_category().message(error);
+    if (error == ENOSPC || error == EUSERS) {
+        reason += "; their number is limited, see /proc/sys/user/max_user_namespaces";
+    } else if (error == EPERM) {
+        reason += "; the kernel or the container forbids them";
+    }
+    return reason;
+}
+
+[[noreturn]] void refuse(int error)
+{
+    const std::string denied = "new mount namespace: Operation not permitted (";
+    if (mayMount()) {
+        throw NamespaceRefused(
+            denied + "although this process has CAP_SYS_ADMIN: a filter of system calls, as of a container, forbids it)");
+    }
+    throw NamespaceRefused(denied +
+                           (geteuid() == 0 ? "this root has no CAP_SYS_ADMIN, as in most containers" : "only root may") +
+                           "); new user namespace, in which it were permitted: " + reasonForNoUserNamespace(error));
+}
+
 /// Without root, a user namespace in which this user keeps its own number grants the right to mount.
 void unshareMounts()
 {
@@ -44,7 +80,7 @@ void unshareMounts()
     const std::string user = std::to_string(getuid());
     const std::string group = std::to_string(getgid());
     if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) {
-        fail("new user namespace (the kernel may forbid them to ordinary users; root needs none)");
+        refuse(errno);
     }
     writeFile("/proc/self/setgroups", "deny");
     writeFile("/proc/self/uid_map", user + " " + user + " 1");
@@ -67,25 +103,10 @@ bool isShared(std::string_view mountPoint)
     return shared;
 }
 
-/// A link would be its owner's to turn elsewhere at any time, and the programs that work here with it.
-void refuseLink()
-{
-    struct stat status {};
-    if (lstat(kSocketDirectory, &status) != 0 || !S_ISDIR(status.st_mode)) {
-        errno = ENOTDIR;
-        fail(std::string("use ") + kSocketDirectory + " (it must be a directory, and no link)");
-    }
-}
-
 }  // namespace
 
-void enterPrivateNamespace()
+PrivateNamespace::PrivateNamespace() : folder_(FolderUse::mountOn)
 {
-    // The mount needs a directory to lie on; it stays behind, empty, as others may be using it by then.
-    if (mkdir(kSocketDirectory, 0755) != 0 && errno != EEXIST) {
-        fail(std::string("create ") + kSocketDirectory);
-    }
-    refuseLink();
     unshareMounts();
     // Nothing that is mounted from here on reaches the outside. In a chroot the root may be no mount of its own, and can not be told so.
     const bool toldPrivate = mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;

@@ -1,14 +1,27 @@
 // A process's own /tmp/kvo_hws: programs that talk to a hardware service run side by side, each with a service of its own.
 #pragma once
 
+#include "common/run_folder.h"
+
+#include <stdexcept>
+
 namespace tools {
 
-/// Where the library looks for its sockets; the paths are fixed for the whole machine.
-inline constexpr const char *kSocketDirectory = "/tmp/kvo_hws";
+/// The kernel, or what confines this process, does not grant it a mount namespace. The text says which right is missing.
+class NamespaceRefused : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
 
-/// Moves the calling process into a mount namespace in which kSocketDirectory is empty and its own. Needs no root where the
-/// kernel grants user namespaces, but then only a single thread. Call it before threads are started, and pass it on by exec.
-/// Throws std::system_error whose text says which step the kernel refused.
-void enterPrivateNamespace();
+class PrivateNamespace {
+public:
+    /// Moves the calling process into a mount namespace in which kSocketDirectory is empty and its own, for good. Needs no root
+    /// where the kernel grants user namespaces, but then only a single thread. Make it before threads are started; a program
+    /// that is executed from here on is inside too. Throws NamespaceRefused; std::runtime_error whose text says which step failed.
+    PrivateNamespace();
+
+private:
+    RunFolder folder_;  // what the mount lies on
+};
 
 }  // namespace tools

@@ -1,10 +1,10 @@
-# The sources of this module. The tools and the fuzzers are built from this list.
+# The sources of common and common/station. The tools and the fuzzers are built from this list.
 set(common_sources
   control_client.cpp
   dotted_address.cpp
   listening_socket.cpp
+  lock_file.cpp
   platform_check.cpp
-  private_namespace.cpp
   service_probe.cpp
   station/properties.cpp
   station/property.cpp
@@ -12,3 +12,11 @@ set(common_sources
   station/result.cpp
   station/state.cpp
 )
+
+# What the sandbox of the tests and the benchmarks take of it.
+set(private_namespace_sources
+  private_namespace.cpp
+  run_folder.cpp
+  socket_folder.cpp
+)
+list(APPEND common_sources ${private_namespace_sources})

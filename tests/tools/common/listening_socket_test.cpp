@@ -97,7 +97,9 @@ TEST_F(UnixSocket, RefusesAnotherUsersDirectory)
     if (chown(directory.c_str(), 12345, 12345) != 0) {
         GTEST_SKIP() << "this root can not give a directory to another user";
     }
-    EXPECT_THAT([&] { listenOnce(); }, ThrowsMessage<std::runtime_error>(HasSubstr("belongs to another user (number 12345)")));
+    std::ofstream(directory / "precious") << "of that user";
+    EXPECT_THAT([&] { listenOnce(); }, ThrowsMessage<std::runtime_error>(
+                                           HasSubstr("belongs to another user (number 12345); to remove it, type \"rm -r ")));
 }
 
 TEST_F(UnixSocket, RefusesALinkInPlaceOfItsDirectory)

@@ -5,13 +5,13 @@
 #include "common/completions/completion.h"
 #include "common/control_client.h"
 #include "common/dotted_address.h"
-#include "common/private_namespace.h"
 #include "kvosim/base/arguments.h"
 #include "kvosim/base/signals.h"
 #include "kvosim/plant_file/plant_file.h"
 #include "kvosim/plant_file/plant_generator.h"
 #include "kvosim/program/control_commands.h"
 #include "kvosim/program/guarded_command.h"
+#include "kvosim/program/run_place.h"
 #include "kvosim/service.h"
 
 #include <CLI/CLI.hpp>
@@ -65,9 +65,14 @@ COMMAND's: 128 + the signal if one ended it, 127 if it was not found, 126 if it 
 where another simulator takes the USB lock's datagrams already, this one goes on without them and says so. COMMAND gets
 KVO_PLATFORM_INTERFACE=lo unless the variable is set, so that its datagrams reach this machine alone.
 
+A private /tmp/kvo_hws takes root or the right to make user namespaces, which many containers do not grant. With --shared the
+service uses the machine's own /tmp/kvo_hws instead, one run at a time: another one waits for the end of the one before it. The
+last run removes the folder /tmp/kvo_hws if a run made it.
+
 Examples:
   kvosim run -- ./panel-tests
   kvosim run --plant examples/plant.toml --verbose -- sh -c './panel-tests && ./display-tests'
+  kvosim run --shared -- ./panel-tests
 )";
 
 constexpr const char *kGenerateExamples = R"(Examples:
@@ -85,6 +90,7 @@ struct Options {
     uint32_t alive = 10;  // seconds
     bool verbose = false;
     bool untilInputEnds = false;
+    bool shared = false;
     uint32_t count = 0;
     uint64_t seed = 1;
     std::vector<std::string> command;
@@ -189,7 +195,7 @@ int run(const Options &options)
     }
     kvosim::Plant plant =
         options.plant.empty() ? kvosim::parsePlant(kvosim::kBuiltInPlant, "built-in plant") : kvosim::loadPlant(options.plant);
-    tools::enterPrivateNamespace();
+    const kvosim::RunPlace place(options.shared);
     kvosim::EventLoop loop;
     // Ended by a client, the service is gone, but the command still runs.
     const kvosim::Service service(loop, std::move(plant), serviceOptions(options), [] {});
@@ -273,6 +279,8 @@ int runMain(const std::vector<std::string> &arguments)
     completions::offerFiles(
         runCommand->add_option("--plant", options.plant, "Plant file (default: a small built-in plant of three stations)"));
     completions::offerCommand(runCommand);
+    runCommand->add_flag("--shared", options.shared,
+                         "Use the machine's own /tmp/kvo_hws, one run at a time, where namespaces are not permitted");
     addServiceOptions(*runCommand, options);
     runCommand->footer(kRunExamples);
 

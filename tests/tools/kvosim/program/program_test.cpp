@@ -357,8 +357,13 @@ TEST(Run, SaysThatTheKernelRefusesANamespace)
     Program run(runShell("echo started"), true);
     EXPECT_EQ(run.wait(), 1);
     EXPECT_EQ(run.out(), "");
-    EXPECT_THAT(run.err(),
-                StartsWith("kvosim: new user namespace (the kernel may forbid them to ordinary users; root needs none)"));
+    const std::string missing =
+        geteuid() == 0
+            ? "although this process has CAP_SYS_ADMIN: a filter of system calls, as of a container, forbids it)"
+            : "only root may); new user namespace, in which it were permitted: Operation not permitted; the kernel or "
+              "the container forbids them";
+    EXPECT_THAT(run.err(), StartsWith("kvosim: no private /tmp/kvo_hws: new mount namespace: Operation not permitted (" +
+                                      missing + ". \"kvosim run --shared\" needs no namespace"));
     EXPECT_THAT(run.temporaryFiles(), IsEmpty());
 }
 
@@ -383,7 +388,9 @@ TEST(Run, RefusesALinkInPlaceOfTheSocketsDirectory)
     Program run({"unshare", "--mount", "--propagation", "unchanged", "sh", "-c", script, KVOSIM_PROGRAM});
     EXPECT_EQ(run.wait(), 1);
     EXPECT_EQ(run.out(), "");
-    EXPECT_THAT(run.err(), HasSubstr("use /tmp/kvo_hws (it must be a directory, and no link)"));
+    EXPECT_THAT(run.err(),
+                HasSubstr("/tmp/kvo_hws is no directory that can be used (it belongs to root, number 0; it must be a "
+                          "directory, and no link); to remove it, type \"rm /tmp/kvo_hws\""));
 }
 
 TEST(Run, TellsAMistakeInThePlantFileBeforeTheCommandStarts)

@@ -1,0 +1,115 @@
+// The guardian: a process that stays in the mount namespace in which the folder is to be removed, and outlives the run.
+#include "common/run_folder.h"
+
+#include <array>
+#include <csignal>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace tools {
+
+namespace {
+
+constexpr int kRemovalMilliseconds = 2'000;
+constexpr char kDone = 'd';
+
+/// The places of the guardian's descriptors; it has no others, and with them holds no terminal, pipe or file of the run.
+enum GuardianDescriptor { kFolder, kRun, kProcess, kDescriptors };
+
+void keepOnly(const std::array<int, kDescriptors> &descriptors)
+{
+    std::array<int, kDescriptors> moved{};
+    for (int i = 0; i < kDescriptors; ++i) {
+        moved[i] = fcntl(descriptors[i], F_DUPFD, static_cast<int>(kDescriptors));
+    }
+    for (int i = 0; i < kDescriptors; ++i) {
+        dup2(moved[i], i);
+    }
+    syscall(SYS_close_range, static_cast<unsigned>(kDescriptors), ~0U, 0);
+}
+
+/// The run says that it is done, or ends without a word. One that executes another program goes on, though its end is closed.
+void waitForTheRun()
+{
+    std::array<pollfd, 2> events{pollfd{.fd = kRun, .events = POLLIN, .revents = 0},
+                                 pollfd{.fd = kProcess, .events = POLLIN, .revents = 0}};
+    for (;;) {
+        if (poll(events.data(), events.size(), -1) < 0) {
+            continue;
+        }
+        char word = 0;
+        if (events[1].revents != 0 || (events[0].revents != 0 && read(kRun, &word, 1) == 1)) {
+            return;
+        }
+        events[0].fd = -1;  // closed
+    }
+}
+
+/// Never returns. @p made: this run made the folder, and so waits for those of other users, who cannot remove it.
+[[noreturn]] void guard(const std::array<int, kDescriptors> &descriptors, bool made)
+{
+    // Out of the reach of the terminal's signals, and in nobody's way.
+    setsid();
+    prctl(PR_SET_NAME, "kvosim_folder");
+    keepOnly(descriptors);
+    if (chdir("/") != 0) {
+        _exit(1);
+    }
+    waitForTheRun();
+    removeUnusedFolder(kFolder, kSocketDirectory, false);
+    close(kRun);  // the run waits for no more than that
+    close(kProcess);
+    if (made) {
+        removeUnusedFolder(kFolder, kSocketDirectory, true);
+    }
+    _exit(0);
+}
+
+/// Starts the guardian as a process that is no child of this one, which may wait for all of its children, or end them. Where
+/// that cannot be done the folder stays behind.
+Descriptor startGuardian(const HeldFolder &folder)
+{
+    std::array<int, 2> ends{};
+    const Descriptor process(static_cast<int>(syscall(SYS_pidfd_open, getpid(), 0)));
+    if (!process.valid() || socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) {
+        return {};
+    }
+    Descriptor own(ends[0]);
+    const Descriptor guardians(ends[1]);
+    const pid_t child = fork();
+    if (child == 0) {
+        if (fork() == 0) {
+            guard({folder.descriptor.get(), guardians.get(), process.get()}, folder.made);
+        }
+        _exit(0);
+    }
+    if (child > 0) {
+        waitpid(child, nullptr, 0);
+    }
+    return own;
+}
+
+}  // namespace
+
+RunFolder::RunFolder(FolderUse use, const Waiting &waiting) : folder_(holdFolder(kSocketDirectory, use, kMadeByRun, waiting))
+{
+    if (folder_.descriptor.valid()) {
+        guardian_ = startGuardian(folder_);
+    }
+}
+
+RunFolder::~RunFolder()
+{
+    if (!guardian_.valid() || send(guardian_.get(), &kDone, 1, MSG_NOSIGNAL) != 1) {
+        return;
+    }
+    pollfd gone{.fd = guardian_.get(), .events = POLLIN, .revents = 0};
+    poll(&gone, 1, kRemovalMilliseconds);
+}
+
+}  // namespace tools

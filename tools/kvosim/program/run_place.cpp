@@ -1,0 +1,49 @@
+#include "kvosim/program/run_place.h"
+
+#include <cstdio>
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+
+namespace kvosim {
+
+namespace {
+
+const std::filesystem::path kFolder = tools::kSocketDirectory;
+
+void sayWaiting(const std::string &what) { std::fprintf(stderr, "kvosim: waiting for %s\n", what.c_str()); }
+
+void refuseBesideService()
+{
+    const std::string socket = kFolder / "cmd_sock";
+    if (tools::stateOfSocket(socket) == tools::SocketState::live) {
+        throw std::runtime_error("a service is running at " + socket +
+                                 " already; end it first, or start the command without kvosim to use that service");
+    }
+}
+
+}  // namespace
+
+SharedPlace::SharedPlace()
+    : folder_(tools::FolderUse::serve, sayWaiting), turn_(kFolder / (std::string(tools::kLockFilePrefix) + "turn"),
+                                                          [] { sayWaiting("another \"kvosim run --shared\" to end"); })
+{
+    refuseBesideService();
+}
+
+RunPlace::RunPlace(bool shared)
+{
+    if (shared) {
+        shared_.emplace();
+        return;
+    }
+    try {
+        private_.emplace();
+    } catch (const tools::NamespaceRefused &refused) {
+        throw std::runtime_error(std::string("no private ") + tools::kSocketDirectory + ": " + refused.what() +
+                                 ". \"kvosim run --shared\" needs no namespace: it uses the machine's own " +
+                                 tools::kSocketDirectory + ", one run at a time");
+    }
+}
+
+}  // namespace kvosim

@@ -15,14 +15,9 @@ esac
 build_demo
 PATH="$PWD/build/demo/bin:$PATH"
 [ $# -gt 0 ] || set -- kvoctl stations
-if kvosim run -- true 2>/dev/null; then
-    exec kvosim run --plant examples/plant.toml -- "$@"
+shared=()
+if ! kvosim run -- true 2>/dev/null; then
+    echo "demo.sh: no private namespace here; the service uses /tmp/kvo_hws of the whole machine" >&2
+    shared=(--shared)
 fi
-
-# This machine grants no private place for the service's sockets: it gets the machine's own for as long as the command runs.
-echo "demo.sh: no private namespace here; the service uses /tmp/kvo_hws of the whole machine" >&2
-coproc simulator { exec kvosim serve --plant examples/plant.toml; }
-service=$simulator_PID
-trap 'kill "$service" 2>/dev/null && wait "$service" || true' EXIT
-read -r _ <&"${simulator[0]}" || { echo "demo.sh: the service did not start" >&2; exit 1; }
-"$@"
+exec kvosim run "${shared[@]}" --plant examples/plant.toml -- "$@"

@@ -30,7 +30,7 @@ for_building=(
     libcli11-dev libtomlplusplus-dev nlohmann-json3-dev python3
 )
 for_tests=(
-    libgtest-dev libgmock-dev libbenchmark-dev
+    libgtest-dev libgmock-dev libbenchmark-dev bubblewrap
     clang libclang-rt-dev  # for the fuzzers
     abigail-tools          # compares the binary interface
     python3-pytest mypy    # for the Python module

@@ -169,6 +169,11 @@ class NamespaceError(OSError):
     """This process can not have a private /tmp/kvo_hws; the text says which step failed, and what works instead."""
 
 
+class NamespaceRefused(NamespaceError):
+    """The kernel, or a container, does not grant a private /tmp/kvo_hws; the text says which right is missing. Nothing has
+    changed: Simulator() uses the machine's own folder then."""
+
+
 class SimulatorError(Exception):
     """The simulator refused, or could not do what was asked.
 

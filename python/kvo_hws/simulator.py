@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import atexit
 import json
+import math
 import os
 import shutil
 import signal
@@ -13,6 +14,7 @@ import tempfile
 import time
 from contextlib import contextmanager
 from dataclasses import dataclass
+from functools import lru_cache
 from ipaddress import IPv4Address
 from pathlib import Path
 from typing import IO, Any, Callable, Dict, Iterator, List, Optional, Sequence, Type, Union
@@ -20,7 +22,7 @@ from typing import IO, Any, Callable, Dict, Iterator, List, Optional, Sequence, 
 from ._events import close_or_report
 from ._namespace import enter_private_namespace
 from ._sized import decode
-from .errors import EventTimeout, NoSimulator, SimulatorError
+from .errors import EventTimeout, NamespaceRefused, NoSimulator, SimulatorError
 from .panel import Panel
 from .records import Address
 from .service import Service
@@ -28,6 +30,7 @@ from .service import Service
 KVOSIM_VARIABLE = "KVO_KVOSIM"
 STATUS_NO_SIMULATOR = 3
 POLL_SECONDS = 0.02
+WAITING = "kvosim: waiting for "
 COMMAND_SECONDS = 30.0
 """A command of kvosim that takes longer than this hangs; it waits for the receiver of an event for 4 s itself, and for the reply
 of an agent as long as it is told to."""
@@ -83,6 +86,8 @@ class Simulator:
     - ``Simulator()`` gives this process a /tmp/kvo_hws of its own first (enter_private_namespace), in which the simulator, this
       process and what it starts meet, and nobody else: any number of tests run side by side. That is for the life of the
       process, and has to be before it starts threads; further simulators of the process use the same place, one after another.
+      Where the kernel or a container does not permit that, it uses the machine's own place as "kvosim run --shared" does: one
+      simulator at a time, and start() waits for its turn, however long.
     - ``Simulator(private=False)`` serves at the machine's own place (or at whatever place the process was started in), where a
       service may be running already: then it refuses to start.
     - ``kvosim run -- python3 bench.py`` starts the program beside a simulator, in a place of their own; there
@@ -133,6 +138,7 @@ class Simulator:
         self._registry: Optional[str] = None  # the temporary one, while kvosim runs
         self._process: Optional[subprocess.Popen[bytes]] = None
         self._attached = False
+        self._shown = 0  # of what it says
 
     @classmethod
     def attach(cls, kvosim: Optional[PathText] = None) -> Simulator:
@@ -155,24 +161,29 @@ class Simulator:
         """
         if self._attached or self.running:
             raise SimulatorError("the simulator runs already")
+        shared = self._private and not _has_private_place()
         if self._private:
-            enter_private_namespace()
             os.environ.setdefault("KVO_PLATFORM_INTERFACE", "lo")
         with self._plant_file() as plant, tempfile.TemporaryFile("w+", encoding="utf-8", errors="replace") as said:
             command = [self._program, "serve", f"--plant={plant}", "--until-input-ends", *self._options]
+            if shared:
+                # "cat" ends with its input.
+                command = [self._program, "run", "--shared", f"--plant={plant}", *self._options, "--", "cat"]
             errors = None if self._verbose else said
+            self._shown = 0
             # It ends with this program, however that ends, and not by a Ctrl-C that is this program's to handle.
             self._process = subprocess.Popen(
                 command, stdin=subprocess.PIPE, stdout=subprocess.DEVNULL, stderr=errors, start_new_session=True
             )
             atexit.register(self.kill)
             try:
-                self._wait(lambda: self._serves(said), timeout, "the simulator does not serve")
+                limit = math.inf if shared else timeout
+                self._wait(lambda: self._serves(said, shared), limit, "the simulator does not serve")
             except BaseException:
                 self.kill()
                 raise
             # What it warns of, such as a port that another one has, and serves all the same.
-            sys.stderr.write(_all_of(said))
+            sys.stderr.write(_all_of(said)[self._shown :])
         if self._focus is not None:
             self._give_focus(self._focus, timeout)
 
@@ -227,16 +238,24 @@ class Simulator:
             file.write_text(text, encoding="utf-8")
             yield str(file)
 
-    def _serves(self, said: IO[str]) -> bool:
+    def _serves(self, said: IO[str], shared: bool) -> bool:
         process = self._process
         assert process is not None
         if process.poll() is not None:
             text = _all_of(said).strip() or f"kvosim ended with status {process.returncode}"
             raise SimulatorError(text, process.returncode)
+        text = _all_of(said)
+        if WAITING in text and not self._shown:
+            sys.stderr.write(text)
+            self._shown = len(text)
         try:
             status = self.status()
         except NoSimulator:
             return False
+        except SimulatorError:
+            if not shared:
+                raise
+            return False  # the one before it is another user's, and refuses to answer
         # A simulator that runs here already may answer; it is not this one.
         if status["process"] != process.pid:
             return False
@@ -421,13 +440,24 @@ class Simulator:
             time.sleep(POLL_SECONDS)
 
 
+@lru_cache(maxsize=None)
+def _has_private_place() -> bool:
+    """Whether this process has one; says once why not. Raises NamespaceError where it is this process that cannot."""
+    try:
+        enter_private_namespace()
+    except NamespaceRefused as refused:
+        sys.stderr.write(f"kvo_hws: {refused.strerror}\n")
+        return False
+    return True
+
+
 def _device_options(device: Dict[str, Value]) -> List[str]:
     return [option for name, value in device.items() for option in _option(name, value)]
 
 
 def _all_of(said: IO[str]) -> str:
-    said.seek(0)
-    return said.read()
+    # Without moving the place in the file, at which kvosim writes on.
+    return os.pread(said.fileno(), os.fstat(said.fileno()).st_size, 0).decode("utf-8", "replace")
 
 
 def _records(told: Any) -> List[Dict[str, Any]]:

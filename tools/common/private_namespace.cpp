@@ -65,7 +65,7 @@ std::string reasonForNoUserNamespace(int error)
     }
     throw NamespaceRefused(denied +
                            (geteuid() == 0 ? "this root has no CAP_SYS_ADMIN, as in most containers" : "only root may") +
-                           "); new user namespace, in which it were permitted: " + reasonForNoUserNamespace(error));
+                           "); new user namespace, which would permit it: " + reasonForNoUserNamespace(error));
 }
 
 /// Without root, a user namespace in which this user keeps its own number grants the right to mount.

@@ -188,6 +188,19 @@ TEST_F(RunFolder, is_made_again_where_a_run_that_was_killed_with_its_guardian_ha
     EXPECT_FALSE(isThere(kFolder));
 }
 
+TEST_F(RunFolder, is_held_by_a_program_that_was_executed_in_place_of_the_one_that_made_it)
+{
+    ASSERT_EQ(mkfifo("/tmp/end", 0600), 0);
+    Program sandboxed({SANDBOX_PROGRAM, "/bin/sh", "-c", "echo begun; read -r _ </tmp/end; ls -d /tmp/kvo_hws"});
+    ASSERT_TRUE(sandboxed.hasWritten("begun\n")) << sandboxed.err();
+    Program one(run("true"));
+    EXPECT_EQ(one.wait(), 0) << one.err();
+    EXPECT_TRUE(isThere(kFolder));
+    std::ofstream("/tmp/end") << "\n";
+    EXPECT_EQ(sandboxed.wait(), 0) << "it has lost its folder: " << sandboxed.err();
+    EXPECT_TRUE(goes(kFolder));
+}
+
 class OneOfEightRunsEnds : public RunFolder, public testing::WithParamInterface<int> {};
 
 TEST_P(OneOfEightRunsEnds, and_the_others_go_on)

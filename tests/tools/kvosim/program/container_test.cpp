@@ -1,0 +1,115 @@
+// "kvosim run" in a container without the right to make namespaces, and demo.sh there.
+#include "tools/kvosim/support/program.h"
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <fstream>
+#include <unistd.h>
+
+namespace {
+
+using kvosim_test::Program;
+using kvosim_test::TemporaryDirectory;
+using testing::HasSubstr;
+
+using Words = std::vector<std::string>;
+
+class Container : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        Program tried(inside({"true"}));
+        const int status = tried.wait();
+        if (status == kNoProgram) {
+            GTEST_SKIP() << "missing tool: bwrap";
+        }
+        if (status != 0) {
+            GTEST_SKIP() << "bwrap cannot make a container here: " << tried.err();
+        }
+    }
+
+    /// With an empty /tmp, in which the programs and the sources are to be seen where they lie in there.
+    [[nodiscard]] Words inside(const Words &command, const Words &more = {}) const
+    {
+        const std::string build = std::filesystem::path(KVOSIM_PROGRAM).parent_path().parent_path();
+        Words words{"bwrap", "--unshare-user", "--disable-userns", "--cap-drop", "ALL", "--dev-bind", "/", "/", "--tmpfs",
+                    "/tmp"};
+        for (const std::string &folder : {build, std::string(SOURCE_FOLDER), place.path().string()}) {
+            words.insert(words.end(), {"--bind", folder, folder});
+        }
+        words.insert(words.end(), {"--setenv", "TMPDIR", "/tmp"});
+        words.insert(words.end(), more.begin(), more.end());
+        words.emplace_back("--");
+        words.insert(words.end(), command.begin(), command.end());
+        return words;
+    }
+
+    TemporaryDirectory place;
+
+private:
+    static constexpr int kNoProgram = 98;
+};
+
+TEST_F(Container, is_told_which_right_is_missing)
+{
+    Program run(inside({KVOSIM_PROGRAM, "run", "--", "echo", "started"}));
+    EXPECT_EQ(run.wait(), 1);
+    EXPECT_EQ(run.out(), "");
+    const std::string missing = geteuid() == 0 ? "this root has no CAP_SYS_ADMIN, as in most containers" : "only root may";
+    EXPECT_EQ(run.err(), "kvosim: no private /tmp/kvo_hws: new mount namespace: Operation not permitted (" + missing +
+                             "); new user namespace, which would permit it: No space left on device; their number is "
+                             "limited, see /proc/sys/user/max_user_namespaces. \"kvosim run --shared\" needs no namespace: it "
+                             "uses the machine's own /tmp/kvo_hws, one run at a time\n");
+}
+
+TEST_F(Container, of_an_ordinary_user_is_told_which_right_is_missing)
+{
+    Program run(inside({KVOSIM_PROGRAM, "run", "--", "echo", "started"}, {"--uid", "1000"}));
+    EXPECT_EQ(run.wait(), 1);
+    EXPECT_THAT(run.err(), HasSubstr("Operation not permitted (only root may); new user namespace"));
+}
+
+TEST_F(Container, has_a_shared_run_that_leaves_nothing)
+{
+    Program run(inside({"sh", "-c", KVOSIM_PROGRAM " run --shared -- " ASK_PROGRAM " getCountElemDL && ls /tmp"}));
+    EXPECT_EQ(run.wait(), 0) << run.err();
+    EXPECT_EQ(run.out().substr(0, 2), "3\n");
+    EXPECT_THAT(run.out(), testing::Not(HasSubstr("kvo_hws\n")));
+}
+
+TEST_F(Container, has_one_shared_run_at_a_time)
+{
+    const std::string script =
+        "run() { " KVOSIM_PROGRAM " run --shared -- sh -c \"$1\"; }\n"
+        "run 'echo first; sleep 0.3; echo ends' & sleep 0.1; run 'echo second'; wait; ls -d /tmp/kvo_hws";
+    Program run(inside({"sh", "-c", script}));
+    run.wait();
+    EXPECT_EQ(run.out(), "first\nends\nsecond\n");
+    EXPECT_THAT(run.err(), HasSubstr("kvosim: waiting for another \"kvosim run --shared\" to end\n"));
+    EXPECT_THAT(run.err(), HasSubstr("/tmp/kvo_hws': No such file or directory\n"));
+}
+
+TEST_F(Container, runs_the_demo)
+{
+    // The demo as it is, with what was built already in place of what it would install and build.
+    std::filesystem::copy(SOURCE_FOLDER "/demo.sh", place.path());
+    std::filesystem::copy(SOURCE_FOLDER "/scripts", place / "scripts");
+    std::filesystem::create_directories(place / "examples");
+    std::filesystem::copy(SOURCE_FOLDER "/examples/plant.toml", place / "examples");
+    std::filesystem::create_directories(place / "build/demo");
+    std::filesystem::create_directory_symlink(std::filesystem::path(KVOSIM_PROGRAM).parent_path(), place / "build/demo/bin");
+    std::filesystem::create_directories(place / "stand-ins");
+    for (const char *tool : {"scripts/setup.sh", "stand-ins/cmake", "stand-ins/ninja"}) {
+        std::ofstream(place / tool) << "#!/bin/sh\n";
+        std::filesystem::permissions(place / tool, std::filesystem::perms::owner_all);
+    }
+    Program demo(inside(
+        {"sh", "-c", "PATH=\"$0/stand-ins:$PATH\" exec \"$0/demo.sh\" " ASK_PROGRAM " getCountElemDL", place.path().string()}));
+    EXPECT_EQ(demo.wait(), 0) << demo.err();
+    EXPECT_EQ(demo.out(), "30\n");
+    EXPECT_THAT(demo.err(),
+                HasSubstr("demo.sh: no private namespace here; the service uses /tmp/kvo_hws of the whole machine\n"));
+}
+
+}  // namespace

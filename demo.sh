@@ -6,9 +6,9 @@
 set -euo pipefail
 . "$(dirname "$0")/scripts/common.sh"
 help_if_asked "$@"
-case ${1-} in
+case ${1-kvoctl} in
 -*) refuse "\"$1\" is not an option; a COMMAND comes first, its options after it" ;;
-'' | kvoctl | kvosim | example_* | build/demo/*) ;; # the build brings these
+kvoctl | kvosim | example_* | build/demo/*) ;; # the build brings these
 *) command -v -- "$1" >/dev/null || refuse "\"$1\" is not a command here (besides kvoctl and kvosim: any of this machine's)" ;;
 esac
 

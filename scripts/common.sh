@@ -3,12 +3,23 @@
 # shellcheck shell=bash
 
 KVO_SCRIPT=$(realpath "$0")
+# shellcheck disable=SC2034 # used by scripts
+KVO_CALLER_FOLDER=$PWD # what a caller names by a relative path lies there
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 KVO_SCRIPT=${KVO_SCRIPT#"$PWD/"}
 
 # The script's first comment, without what is meant for programs.
 print_help() {
     awk 'NR == 1 { next } !/^#/ { exit } { sub(/^# ?/, ""); print }' "$KVO_SCRIPT"
+}
+
+# default_version PACKAGE: the compiler's version behind a package such as g++ or clang, which has the one that is this Debian's default.
+# Nothing where it is not known yet.
+default_version() {
+    local version
+    version=$(dpkg-query -W -f '${Version}' "$1" 2>/dev/null) && [ -n "$version" ] ||
+        version=$(LC_ALL=C apt-cache policy "$1" | sed -n 's/^  Candidate: //p')
+    sed -E 's/^[0-9]+://; s/\..*//; s/\(none\)//' <<<"$version"
 }
 
 # help_if_asked WORD...: prints the help and ends where the first word asks for it.
@@ -20,7 +31,9 @@ help_if_asked() {
 
 # refuse SENTENCE...: ends with status 2, before anything was done.
 refuse() {
-    echo "$KVO_SCRIPT: $*; \"$KVO_SCRIPT -h\" explains" >&2
+    local command=$KVO_SCRIPT
+    [[ $command == */* ]] || command=./$command # as it has to be typed
+    echo "$KVO_SCRIPT: $*; \"$command -h\" explains" >&2
     exit 2
 }
 

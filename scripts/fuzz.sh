@@ -8,7 +8,7 @@ set -euo pipefail
 help_if_asked "$@"
 
 task=run
-minutes=${1:-3}
+minutes=${1-3}
 shift $(($# > 0))
 if [ "$minutes" = minimise ]; then
     task=minimise

@@ -18,7 +18,7 @@ declare -A besides=(
     [aarch64]="g++-aarch64-linux-gnu qemu-user googletest"
     [m32]="g++-GXX-multilib googletest"  # not g++-multilib, which conflicts with the compilers for Arm
     [coverage]="gcovr"
-    [lint]="clang-tidy cppcheck"
+    [lint]="clang-tidy clang-format cppcheck"
     [manuals]="doxygen"
     [package]="debhelper dh-python doxygen dpkg-dev debootstrap lintian pybuild-plugin-pyproject python3-all python3-setuptools"
 )
@@ -36,14 +36,6 @@ for_tests=(
     python3-pytest mypy    # for the Python module
 )
 
-# Where a package's name holds a compiler's version, that of the one that is Debian's default. Nothing where it is not known yet.
-gxx_version() {
-    local version
-    version=$(dpkg-query -W -f '${Version}' g++ 2>/dev/null) && [ -n "$version" ] ||
-        version=$(LC_ALL=C apt-cache policy g++ | sed -n 's/^  Candidate: //p')
-    sed -E 's/^[0-9]+://; s/\..*//; s/\(none\)//' <<<"$version"
-}
-
 # What is wanted and why: lines of "REASON: PACKAGE...".
 wanted() {
     echo "to build: ${for_building[*]}"
@@ -54,7 +46,7 @@ wanted() {
     local purpose packages
     for purpose; do
         packages=${besides[$purpose]}
-        [[ $packages != *GXX* ]] || packages=${packages//GXX/$(gxx_version)}
+        [[ $packages != *GXX* ]] || packages=${packages//GXX/$(default_version g++)}
         [ -z "$packages" ] || echo "for $purpose: $packages"
     done
 }
@@ -92,6 +84,12 @@ available() {
 
 absent=$(wanted "$@" | missing)
 [ -n "$absent" ] || exit 0
+
+# Where apt has lists of packages and none of them has what is missing, there is nothing to install; that takes no root.
+if LC_ALL=C apt-cache policy | grep ' Packages$' >/dev/null && [ -z "$(available <<<"$absent" 2>/dev/null)" ]; then
+    available <<<"$absent"
+    exit 0
+fi
 
 as_root=()
 if [ "$(id -u)" -ne 0 ]; then

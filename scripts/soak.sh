@@ -15,17 +15,12 @@ set -euo pipefail
 help_if_asked "$@"
 
 minutes=20
-case ${1:-} in
-prove) shift; minutes=prove ;;
-'' | -*) ;;
-*)
-    if ! [[ $1 =~ ^([0-9]+|[0-9]*\.[0-9]+)$ ]]; then
+if [ $# -gt 0 ] && [[ $1 != -* ]]; then
+    [[ $1 =~ ^(prove|[0-9]+|[0-9]*\.[0-9]+)$ ]] ||
         refuse "\"$1\" is not a number of minutes; write scripts/soak.sh 5, scripts/soak.sh 0.5 or scripts/soak.sh prove"
-    fi
     minutes=$1
     shift
-    ;;
-esac
+fi
 words=("$@")
 while [ ${#words[@]} -gt 0 ]; do
     case ${words[0]} in

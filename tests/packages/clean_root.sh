@@ -8,8 +8,11 @@ set -euo pipefail
 . "$(dirname "$0")/../../scripts/common.sh"
 help_if_asked "$@"
 [ $# -le 1 ] || refuse "takes one folder, but got \"$2\" besides"
-[ $# -eq 0 ] || [ -d "$1" ] || refuse "\"$1\" is not a folder here"
-packages=$(realpath "${1:-build/packages}")
+packages=build/packages
+if [ $# -gt 0 ]; then
+    packages=$(cd "$KVO_CALLER_FOLDER" && [ -d "$1" ] && realpath -- "$1") || refuse "\"$1\" is not a folder here"
+fi
+packages=$(realpath "$packages")
 suite=bookworm
 work=$PWD/build/clean-root
 . scripts/bare_root.sh

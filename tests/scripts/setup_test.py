@@ -17,14 +17,16 @@ from stubs import Stubs
 ROOT = pathlib.Path(sys.argv.pop(1))
 NOTHING_INSTALLED = "exit 1"
 ALL_INSTALLED = 'shift 3; for package; do echo "$package installed"; done'
+ALL_BUT_FISH = ALL_INSTALLED.replace("echo", '[ "$package" = fish ] || echo')
 
 
 class Setup(unittest.TestCase):
-    def set_up(self, *purposes, installed=NOTHING_INSTALLED, lacking="", compiler="4:14.2.0-1"):
+    def set_up(self, *purposes, installed=NOTHING_INSTALLED, lacking="", compiler="4:14.2.0-1", lists=True, user=0):
         with tempfile.TemporaryDirectory() as folder:
             stubs = Stubs(
-                folder, apt_get="", dpkg_query=installed, id="echo 0",
-                apt_cache=f'version=1.0; case "$2" in g++) version={compiler} ;; {lacking or "none"}) version="(none)" ;; esac\n'
+                folder, apt_get="", dpkg_query=installed, id=f"echo {user}", sudo='exec "$@"',
+                apt_cache=f'[ -n "$2" ] || {{ {"echo" if lists else "true"} " 500 http://debian bookworm/main Packages"; exit; }}\n'
+                          f'version=1.0; case "$2" in g++) version={compiler} ;; {lacking or "none"}) version="(none)" ;; esac\n'
                           'printf "%s:\\n  Installed: (none)\\n  Candidate: %s\\n" "$2" "$version"')
             ended = subprocess.run([ROOT / "scripts/setup.sh", *purposes], env=stubs.environment(), capture_output=True, text=True,
                                    timeout=60, check=False)
@@ -33,12 +35,13 @@ class Setup(unittest.TestCase):
         self.reports = ended.stderr
         self.asked = sum(call.startswith("dpkg-query") for call in calls)
         self.apt_get = [call for call in calls if call.startswith("apt-get")]
+        self.sudo = [call for call in calls if call.startswith("sudo")]
         return " ".join(self.apt_get[1:]).split()
 
     def test_what_is_missing_is_installed_and_the_reason_is_printed(self):
         packages = self.set_up("lint")
         self.assertTrue({"g++", "clang", "clang-tidy"} <= set(packages))
-        for reason in ("to build: cmake ", "for the tests: libgtest-dev ", "for lint: clang-tidy cppcheck"):
+        for reason in ("to build: cmake ", "for the tests: libgtest-dev ", "for lint: clang-tidy clang-format cppcheck"):
             self.assertIn(f"setup.sh: installing {reason}", self.reports)
 
     def test_building_needs_nothing_for_tests(self):
@@ -60,6 +63,16 @@ class Setup(unittest.TestCase):
         self.assertIn("zsh", packages)
         self.assertIn("do not have abigail-tools (for the tests)", self.reports)
         self.assertIn("do not have fish (for release)", self.reports)
+
+    def test_where_only_what_the_system_lacks_is_missing_nothing_is_asked_of_root(self):
+        self.assertEqual(self.set_up("release", installed=ALL_BUT_FISH, lacking="fish", user=1000), [])
+        self.assertEqual((self.apt_get, self.sudo), ([], []))
+        self.assertEqual(self.reports, "setup.sh: this system's sources of packages do not have fish (for release)\n")
+
+    def test_without_lists_of_packages_they_are_fetched_first(self):
+        self.assertEqual(self.set_up("release", installed=ALL_BUT_FISH, lacking="fish", lists=False, user=1000), [])
+        self.assertEqual(self.apt_get, ["apt-get update -qq"])
+        self.assertEqual(self.sudo, ["sudo apt-get update -qq"])
 
 
 if __name__ == "__main__":

@@ -66,6 +66,28 @@ class Words(unittest.TestCase):
                     # Of an option with a bad value the option is named.
                     self.assertTrue(any(word in ended.stderr for word in (words[-1], *words[-2:-1])), ended.stderr)
 
+    def test_an_empty_word_is_refused(self):
+        for script in SCRIPTS:
+            with self.subTest(script=script):
+                ended = self.run_script(script, "")
+                self.assertEqual((ended.returncode, ended.stdout), (2, ""), ended.stderr)
+                self.assertIn('""', ended.stderr)
+
+    def test_a_refusal_names_a_command_for_help_that_can_be_typed(self):
+        for script, command in {"test.sh": "./test.sh", "scripts/setup.sh": "scripts/setup.sh"}.items():
+            self.assertIn(f'"{command} -h" explains', self.run_script(script, "no-such-word").stderr)
+
+    def test_a_relative_folder_of_packages_is_the_callers(self):
+        script = ROOT / "tests/packages/clean_root.sh"
+        folder = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
+        (folder / "found").mkdir()
+        stubs = Stubs(self.enterContext(tempfile.TemporaryDirectory()), id="echo 0", debootstrap="", unshare="")
+        for name, status, text in (("found", 77, f"no packages in {folder.resolve()}/found "), ("scripts", 2, "is not a folder here")):
+            ended = subprocess.run([script, name], env=stubs.environment(), cwd=folder, capture_output=True, text=True, timeout=60,
+                                   check=False)
+            self.assertEqual(ended.returncode, status, ended.stderr)
+            self.assertIn(text, ended.stdout + ended.stderr)
+
     def test_a_refusal_tells_the_known_words(self):
         for script, word in {"test.sh": "asan", "scripts/setup.sh": "manuals", "scripts/bench.sh": "lists",
                              "scripts/package.sh": "--check", "scripts/fuzz.sh": "minimise", "scripts/soak.sh": "prove"}.items():

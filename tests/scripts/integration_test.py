@@ -11,12 +11,18 @@ import sys
 import tempfile
 import unittest
 
+sys.dont_write_bytecode = True  # the sources stay as they are
+
+from stubs import Stubs
+
 ROOT = pathlib.Path(sys.argv.pop(1))
 
 
 class Integration(unittest.TestCase):
     def setUp(self):
         self.project = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
+        # Neither root nor the system's own sudo, whoever runs this.
+        self.stubs = Stubs(self.enterContext(tempfile.TemporaryDirectory()), id="echo 1000", sudo='exec "$@"')
         for script in ("test.sh", "scripts/lint.sh", "scripts/build_matrix.sh", "scripts/package.sh", "scripts/coverage.sh",
                        "tests/packages/clean_root.sh"):
             self.have(script)
@@ -31,7 +37,7 @@ class Integration(unittest.TestCase):
         path.chmod(0o755)
 
     def integrate(self):
-        ended = subprocess.run([self.project / ".ci/run"], capture_output=True, text=True, timeout=60, check=False)
+        ended = subprocess.run([self.project / ".ci/run"], env=self.stubs.environment(), capture_output=True, text=True, timeout=60, check=False)
         self.calls = [call.strip() for call in (self.project / "calls").read_text().splitlines()]
         return ended
 
@@ -39,6 +45,7 @@ class Integration(unittest.TestCase):
         ended = self.integrate()
         self.assertEqual(ended.returncode, 0, ended.stderr)
         self.assertEqual(self.calls[0], "test.sh --require-all")
+        self.assertIn("sudo tests/packages/clean_root.sh", self.stubs.calls())
         for script in ("scripts/lint.sh", "scripts/build_matrix.sh", "scripts/package.sh", "tests/packages/clean_root.sh",
                        "scripts/coverage.sh"):
             self.assertTrue([call for call in self.calls if call.startswith(script)], script)
@@ -55,11 +62,12 @@ class Integration(unittest.TestCase):
                 self.assertRegex(ended.stdout.rpartition("all steps:")[2], rf" s  {name} +FAILED \(status 3\)\n")
                 self.assertEqual(self.calls[-1].split()[0], "scripts/coverage.sh")
 
-    def test_a_bare_system_that_cannot_be_made_is_reported_only(self):
+    def test_a_bare_system_that_cannot_be_made_is_skipped_and_reported(self):
         self.have("tests/packages/clean_root.sh", "echo skipped: no mounts; exit 77")
         ended = self.integrate()
         self.assertEqual(ended.returncode, 0)
         self.assertIn("skipped: no mounts", ended.stdout)
+        self.assertRegex(ended.stdout.rpartition("all steps:")[2], r" s  packages +skipped\n")
 
     def test_the_end_repeats_what_ctest_sums_up(self):
         self.have("test.sh", "echo '100% tests passed, 0 tests failed out of 7'; echo '1 of 7 tests were skipped:'")

@@ -1,18 +1,18 @@
 #!/usr/bin/env bash
 # Usage: scripts/build_matrix.sh [--all | BUILD...]
-# Builds as a user without our presets does: plain CMake, from a read-only archive of the last commit, with each compiler, build
-# type and generator. Warnings are errors.
-#   --all   what a release is held to: each compiler that is installed with all build types, Make, -flto, _FORTIFY_SOURCE=3
+# Builds as a user without our presets does: plain CMake, from a read-only copy of the last commit (of the files as they lie
+# here where there is no git), with each compiler, build type and generator. Warnings are errors.
+#   --all   what a release is held to: each compiler with all build types, Make, -flto, _FORTIFY_SOURCE=3; only compilers that are
+#           not the default ones of this Debian may be missing, and their builds are left out
 #   BUILD   COMPILER[-VERSION]:TYPE[:Make][:lto][:fortify], such as gcc:Release, clang-14:Debug:Make, gcc-14:None:lto; TYPE is None,
 #           Debug, Release, MinSizeRel or RelWithDebInfo. Without any: gcc:Release clang:Release
-# KVO_MATRIX_TARGETS in the environment names what is built, "all" by default; the build folders are in build/matrix.
+# The exit status is 0 only if all these builds were made; the last lines say which ones were not. KVO_MATRIX_TARGETS in the environment names what is built, "all" by default; the build folders are in build/matrix.
 set -euo pipefail
 . "$(dirname "$0")/common.sh"
 help_if_asked "$@"
 out=$PWD/build/matrix
 
 types=(None Debug Release MinSizeRel RelWithDebInfo)
-compilers=(gcc-12 gcc-14 clang-14 clang-19)
 all=
 builds=()
 for word; do
@@ -27,7 +27,16 @@ for word; do
     esac
 done
 [ -z "$all" ] || [ ${#builds[@]} -eq 0 ] || refuse "--all names every build already; leave \"${builds[0]}\" out"
+[ ${#builds[@]} -gt 0 ] || [ -n "$all" ] || builds=(gcc:Release clang:Release)
+
+scripts/setup.sh
+own=("gcc-$(default_version g++)" "clang-$(default_version clang)")
 if [ -n "$all" ]; then
+    # Those of Debian 12 and 13.
+    compilers=(gcc-12 gcc-14 clang-14 clang-19)
+    for compiler in "${own[@]}"; do
+        [[ " ${compilers[*]} " == *" $compiler "* ]] || compilers+=("$compiler")
+    done
     for compiler in "${compilers[@]}"; do
         for type in "${types[@]}"; do
             builds+=("$compiler:$type")
@@ -35,14 +44,16 @@ if [ -n "$all" ]; then
     done
     builds+=(gcc:Release:Make clang:None:Make gcc:Release:lto gcc:RelWithDebInfo:fortify)
 fi
-[ ${#builds[@]} -gt 0 ] || builds=(gcc:Release clang:Release)
 
-scripts/setup.sh
 mkdir -p "$out"
 # Old, so that whatever is written into the sources is younger.
 rm -rf "$out/source"
 mkdir "$out/source"
-git archive HEAD | tar -x -C "$out/source"
+if [ -e .git ]; then
+    git archive HEAD
+else
+    tar -c --exclude=./build --exclude=__pycache__ .
+fi | tar -x -C "$out/source"
 find "$out/source" -exec touch --no-dereference --date=@1000000000 {} +
 chmod -R a-w "$out/source"
 trap 'chmod -R u+w "$out/source"' EXIT
@@ -68,13 +79,19 @@ build() { # COMPILER TYPE WORDS FOLDER
         nice cmake --build "$4" -j "$(nproc)" --target ${KVO_MATRIX_TARGETS:-all}
 }
 
+# Whether it may be missing here: by --all, when it is of another Debian.
+may_be_missing() { # COMPILER
+    [ -n "$all" ] && [[ $1 == *-* && " ${own[*]} " != *" $1 "* ]]
+}
+
 failed=0
 built=0
+left_out=()
 missing=()
 for build in "${builds[@]}"; do
     IFS=: read -r compiler type words <<<"$build"
     if ! command -v "$compiler" >/dev/null || ! command -v "$(cxx_of "$compiler")" >/dev/null; then
-        missing+=("$build")
+        if may_be_missing "$compiler"; then left_out+=("$build"); else missing+=("$build"); fi
         continue
     fi
     folder=$out/${build//:/-}
@@ -99,5 +116,7 @@ if [ -n "$written" ]; then
     printf 'build_matrix.sh: the builds have written into their sources:\n%s\n' "$written"
     failed=$((failed + 1))
 fi
-echo "build_matrix.sh: $built built, $failed failed, ${#missing[@]} left out${missing[*]:+, as their compilers are not here: ${missing[*]}}"
-[ "$failed" -eq 0 ] && [ "$built" -gt 0 ]
+[ ${#left_out[@]} -eq 0 ] || echo "build_matrix.sh: left out, as their compilers are of another Debian and not here: ${left_out[*]}"
+[ ${#missing[@]} -eq 0 ] || echo "build_matrix.sh: NOT BUILT, as their compilers are not here: ${missing[*]}"
+echo "build_matrix.sh: $built built, $failed failed, ${#missing[@]} not built, ${#left_out[@]} left out"
+[ $((failed + ${#missing[@]})) -eq 0 ]

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Usage: scripts/debian13.sh
-# Runs "./test.sh release" of the last commit on a bare Debian 13, which it makes. Needs root, debootstrap, and Debian's mirror; takes
-# as long as a first build and all tests do. What is downloaded is kept in build/debian13, and so is the log.
+# Runs "./test.sh release" of the last commit on a bare Debian 13, which it makes, and then builds there without presets, by gcc and
+# clang (scripts/build_matrix.sh). Needs root, debootstrap, and Debian's mirror; takes as long as three first builds and all tests do.
+# What is downloaded is kept in build/debian13, and so are the logs.
 set -euo pipefail
 . "$(dirname "$0")/common.sh"
 help_if_asked "$@"
@@ -21,4 +22,7 @@ source=/root/kvo_hws
 mkdir -p "$root$source"
 git archive HEAD | tar -x -C "$root$source"
 echo "debian13.sh: tests $(git log -1 --format='%h (%s)') on a bare Debian 13"
-in_root "$source/test.sh" release 2>&1 | tee "$work/test.log"
+failed=0
+in_root "$source/test.sh" release 2>&1 | tee "$work/test.log" || failed=1
+in_root "$source/scripts/build_matrix.sh" gcc:Release clang:Release 2>&1 | tee "$work/builds.log" || failed=1
+exit $failed

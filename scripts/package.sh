@@ -65,10 +65,12 @@ else
     half=$((($(nproc) + 1) / 2))
     (TZ=Pacific/Kiritimati LC_ALL=C build_packages "$again" "$half") >"$again.log" 2>&1 &
     second=$!
+    trap 'end_building; kill "$second" 2>/dev/null || true' EXIT
     LC_ALL=C.UTF-8 start_building "$out/work.log" build_packages "$work" "$half"
     failed=
     await_build 6 || failed=1
     wait "$second" || { failed=1; tail -n 60 "$again.log" >&2; echo "package.sh: not built; the whole log: $again.log" >&2; }
+    trap end_building EXIT
     [ -z "$failed" ] || exit 1
 fi
 lintian --fail-on error,warning --allow-root "$work"/*.changes

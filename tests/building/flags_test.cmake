@@ -1,6 +1,8 @@
 # A plain configuration, in which the user's flags are the last word: nothing of ours optimizes, adds debug information, makes
 # warnings errors, compiles in batches or precompiles headers. What cannot be configured is refused with a sentence.
 include(${CMAKE_CURRENT_LIST_DIR}/common.cmake)
+unset(ENV{CFLAGS})
+unset(ENV{CXXFLAGS})
 set(configure ${CMAKE_COMMAND} -S ${ROOT} -B ${WORK} -G Ninja)
 file(REMOVE_RECURSE ${WORK})
 

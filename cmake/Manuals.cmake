@@ -13,7 +13,8 @@ if(KVO_BUILD_MANUALS)
     message(FATAL_ERROR "The manuals need doxygen and python3: scripts/setup.sh manuals installs them")
   endif()
   if(NOT TARGET kvoctl OR NOT TARGET kvosim)
-    message(FATAL_ERROR "The manuals need the tools, which tell their commands: leave KVO_BUILD_TOOLS and KVO_BUILD_KVOCTL on")
+    message(FATAL_ERROR "The manuals need the tools, which tell their commands: leave KVO_BUILD_TOOLS and KVO_BUILD_KVOCTL on, or "
+      "switch KVO_BUILD_MANUALS off as well")
   endif()
 
   set(manuals ${PROJECT_BINARY_DIR}/manuals)

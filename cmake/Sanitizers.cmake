@@ -4,7 +4,7 @@ if(KVO_SANITIZE)
   add_link_options(-fsanitize=${KVO_SANITIZE})
 endif()
 
-# kvo_sanitize_in_part(TARGET [CHECKS...]): without some checks of undefined behaviour, "null,alignment" unless told. Checked at
+# kvo_sanitize_in_part(TARGET [CHECKS...]): without some checks of undefined behaviour, "null,alignment" if none are named. Checked at
 # every use of a pointer, these take a quarter of the time to compile; a null pointer stops the program without them too.
 function(kvo_sanitize_in_part target)
   set(unchecked null,alignment)

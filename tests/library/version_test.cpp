@@ -1,4 +1,4 @@
-// The version that the headers tell, as it is built against.
+// The version in the headers, as it is built against.
 #include <kvo_hws/kvo_hws.h>
 
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Everything that tells a version tells the one of version.h, which is the first argument."""
+"""Everything that states a version states the one of version.h, which is the first argument."""
 import argparse
 import datetime
 import re

@@ -137,8 +137,12 @@ build_demo() {
     build build/demo 2 "$@"
 }
 
-# A build does not outlive its script.
+# A build does not outlive its script: with its group, where it leads one.
+end_build() { # PROCESS
+    kill -- "-$1" 2>/dev/null || kill "$1" 2>/dev/null || true
+}
+
 end_building() {
-    [ -z "$KVO_BUILDING" ] || kill "$KVO_BUILDING" 2>/dev/null || true
+    [ -z "$KVO_BUILDING" ] || end_build "$KVO_BUILDING"
 }
 trap end_building EXIT

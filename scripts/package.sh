@@ -48,7 +48,8 @@ build_packages() { # DIRECTORY JOBS
     mkdir -p "$1"
     cp -a "$out/source" "$1/kvo-hws"
     cd "$1/kvo-hws"
-    exec nice dpkg-buildpackage --build=full --no-sign "-j$2"
+    # In a group of its own, as it does not end what it started when it is ended.
+    exec setsid nice dpkg-buildpackage --build=full --no-sign "-j$2"
 }
 
 mkdir -p "$out"
@@ -65,7 +66,7 @@ else
     half=$((($(nproc) + 1) / 2))
     (TZ=Pacific/Kiritimati LC_ALL=C build_packages "$again" "$half") >"$again.log" 2>&1 &
     second=$!
-    trap 'end_building; kill "$second" 2>/dev/null || true' EXIT
+    trap 'end_building; end_build "$second"' EXIT
     LC_ALL=C.UTF-8 start_building "$out/work.log" build_packages "$work" "$half"
     failed=
     await_build 6 || failed=1

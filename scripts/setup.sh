@@ -12,7 +12,7 @@ set -euo pipefail
 
 declare -A besides=(
     [build]=""
-    [release]="doxygen mandoc zsh fish"  # for the tests of the manuals and completions
+    [release]="doxygen mandoc zsh fish dpkg-dev"  # for the tests of the manuals, completions and packages
     [debug]="" [asan]="" [tsan]="" [fuzz]=""
     [armhf]="g++-arm-linux-gnueabihf qemu-user googletest"
     [aarch64]="g++-aarch64-linux-gnu qemu-user googletest"

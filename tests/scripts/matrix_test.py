@@ -77,7 +77,6 @@ class Matrix(unittest.TestCase):
         self.assertEqual(ended.returncode, 0, ended.stdout + ended.stderr)
         self.assertEqual(self.sources(), ["new", "scripts/build_matrix.sh", "scripts/common.sh", "scripts/setup.sh"])
 
-    @unittest.skipUnless(shutil.which("git"), "takes git")
     def test_with_git_the_last_commit_is_built(self):
         git = ["git", "-C", self.project, "-c", "user.name=a", "-c", "user.email=a@b"]
         for words in (["init", "-q"], ["add", "scripts"], ["commit", "-q", "-m", "all"]):

@@ -2,6 +2,7 @@
 #include "common/service_probe.h"
 
 #include "common/command_socket.h"
+#include "common/descriptor.h"
 
 #include <array>
 #include <cerrno>
@@ -16,7 +17,6 @@
 #include <sys/un.h>
 #include <system_error>
 #include <thread>
-#include <unistd.h>
 
 using namespace std::chrono_literals;
 
@@ -43,16 +43,6 @@ std::string errorText() { return std::strerror(errno); }
 
 class Probe {
 public:
-    ~Probe()
-    {
-        if (socket_ >= 0) {
-            close(socket_);
-        }
-    }
-    Probe() = default;
-    Probe(const Probe &) = delete;
-    Probe &operator=(const Probe &) = delete;
-
     std::vector<Finding> run() &&
     {
         const bool ready = examineDirectory() && examineSocket() && connect() && ask() && examineAnswer();
@@ -106,11 +96,11 @@ private:
 
     bool connect()
     {
-        socket_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+        socket_ = Descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0), "socket");
         sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
         std::string_view(kCommandSocket).copy(address.sun_path, sizeof address.sun_path - 1);
         const auto deadline = Clock::now() + kQueuePatience;
-        while (::connect(socket_, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
+        while (::connect(socket_.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
             // A full queue tells so at once; it may be a moment's rush.
             if (errno != EAGAIN || Clock::now() > deadline) {
                 return connectFault();
@@ -144,7 +134,7 @@ private:
     {
         ucred peer{};
         socklen_t size = sizeof peer;
-        if (getsockopt(socket_, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 || peer.pid <= 0) {
+        if (getsockopt(socket_.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 || peer.pid <= 0) {
             return {};
         }
         const std::string process = std::to_string(peer.pid);
@@ -155,7 +145,7 @@ private:
 
     bool ask()
     {
-        if (send(socket_, kQuestion.data(), kQuestion.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(kQuestion.size())) {
+        if (send(socket_.get(), kQuestion.data(), kQuestion.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(kQuestion.size())) {
             return noAnswer("takes no request: " + errorText());
         }
         const auto deadline = Clock::now() + kReplyPatience;
@@ -178,14 +168,14 @@ private:
     [[nodiscard]] bool waitUntil(Clock::time_point deadline) const
     {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
-        pollfd waiting{.fd = socket_, .events = POLLIN, .revents = 0};
+        pollfd waiting{.fd = socket_.get(), .events = POLLIN, .revents = 0};
         return left > 0ms && poll(&waiting, 1, static_cast<int>(left.count())) != 0;
     }
 
     bool receive()
     {
         std::array<char, kLongestAnswer> piece{};
-        const ssize_t count = recv(socket_, piece.data(), piece.size(), 0);
+        const ssize_t count = recv(socket_.get(), piece.data(), piece.size(), 0);
         if (count < 0 && (errno == EINTR || errno == EAGAIN)) {
             return true;
         }
@@ -217,7 +207,7 @@ private:
                      "Is it the hardware service of this panel, and of the right version? kvoctl version shows it.");
     }
 
-    int socket_ = -1;
+    Descriptor socket_;
     std::string peer_;
     std::string answer_;
     std::vector<Finding> findings_;

@@ -1,0 +1,70 @@
+// Holding a folder that others may remove at the same time.
+#include "common/socket_folder.h"
+#include "tools/kvosim/support/temporary_directory.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <fcntl.h>
+#include <future>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <thread>
+
+namespace {
+
+using tools::Descriptor;
+using tools::FolderUse;
+using namespace std::chrono_literals;
+
+/// Whether a process waits for a lock of a file.
+bool isAwaited(ino_t inode)
+{
+    std::istringstream locks(kvosim_test::contentsOf("/proc/locks"));
+    for (std::string line; std::getline(locks, line);) {
+        if (line.find("-> FLOCK") != std::string::npos && line.find(':' + std::to_string(inode) + ' ') != std::string::npos) {
+            return true;
+        }
+    }
+    return false;
+}
+
+TEST(SocketFolder, is_made_again_where_it_was_removed_before_the_lock_was_granted)
+{
+    const kvosim_test::TemporaryDirectory root;
+    const std::filesystem::path path = root / "sockets";
+    ASSERT_EQ(mkdir(path.c_str(), tools::kMadeByRun), 0);
+    // As the last run does that removes it.
+    const Descriptor last(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    struct stat status {};
+    ASSERT_EQ(fstat(last.get(), &status), 0);
+    ASSERT_EQ(flock(last.get(), LOCK_EX), 0);
+    auto next = std::async(std::launch::async, [&] { return tools::holdFolder(path, FolderUse::mountOn, tools::kMadeByRun); });
+    const auto until = std::chrono::steady_clock::now() + 10s;
+    while (!isAwaited(status.st_ino)) {
+        ASSERT_LT(std::chrono::steady_clock::now(), until);
+        std::this_thread::sleep_for(1ms);
+    }
+    ASSERT_EQ(rmdir(path.c_str()), 0);
+    ASSERT_EQ(flock(last.get(), LOCK_UN), 0);
+    const tools::HeldFolder held = next.get();
+    EXPECT_TRUE(held.made);
+    EXPECT_TRUE(tools::isAt(held.descriptor.get(), path));
+}
+
+TEST(SocketFolder, is_removed_only_when_it_is_not_held)
+{
+    const kvosim_test::TemporaryDirectory root;
+    const std::filesystem::path path = root / "sockets";
+    const tools::HeldFolder first = tools::holdFolder(path, FolderUse::mountOn, tools::kMadeByRun);
+    {
+        const tools::HeldFolder second = tools::holdFolder(path, FolderUse::mountOn, tools::kMadeByRun);
+        EXPECT_FALSE(second.made);
+        tools::removeUnusedFolder(first.descriptor.get(), path, false);
+        EXPECT_TRUE(std::filesystem::exists(path));
+    }
+    tools::removeUnusedFolder(first.descriptor.get(), path, false);
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+}  // namespace

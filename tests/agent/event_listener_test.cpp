@@ -41,7 +41,7 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::Ge;
 using testing::IsEmpty;
-using testing::Le;
+using testing::Lt;
 using testing::Not;
 
 using Clock = std::chrono::steady_clock;
@@ -351,7 +351,7 @@ TEST_F(EventListener, tries_to_connect_every_second)
     {
         const std::lock_guard guard(lock);
         for (std::size_t next = 1; next < 3; ++next) {
-            EXPECT_THAT(tries[next] - tries[next - 1], AllOf(Ge(1s), Le(1500ms)));
+            EXPECT_THAT(tries[next] - tries[next - 1], AllOf(Ge(1s), Lt(3s)));
         }
     }
     EXPECT_THAT(capture.texts(), Contains(kThread + "oops: all instances used '/tmp/kvo_hws/event_sock'"));
@@ -359,7 +359,7 @@ TEST_F(EventListener, tries_to_connect_every_second)
     // Also after its stop was asked for: it ends when a service is there.
     const auto began = Clock::now();
     EXPECT_EQ(listening.stop(), 1);
-    EXPECT_THAT(Clock::now() - began, AllOf(Ge(1s), Le(1500ms)));
+    EXPECT_THAT(Clock::now() - began, AllOf(Ge(1s), Lt(3s)));
     EXPECT_THAT(capture.texts(), Contains("shutdown Emb-KVO events thread - timeout"));
     const auto so_far = [&] {
         const std::lock_guard guard(lock);
@@ -390,7 +390,7 @@ TEST_F(EventListener, tries_again_where_there_is_no_socket)
     const auto began = Clock::now();
     const Listening listening;
     ASSERT_TRUE(service.accept());
-    EXPECT_THAT(Clock::now() - began, AllOf(Ge(1s), Le(1500ms)));
+    EXPECT_THAT(Clock::now() - began, AllOf(Ge(1s), Lt(3s)));
 }
 
 TEST_F(EventListener, connects_anew_where_the_connection_ends)

@@ -589,8 +589,13 @@ TEST_F(EventListener, may_be_several_threads_of_which_the_last_tells_that_they_h
 {
     EventService service;
     // Only what comes ends a wait, so that it is seen which thread it ends.
-    const WithSystemCalls calls{{.poll = [](pollfd *descriptors, nfds_t count, int) {
-        return support::calledByLibrary() ? ppoll(descriptors, count, nullptr, nullptr) : support::kPass;
+    std::atomic<int> waiting = 0;
+    const WithSystemCalls calls{{.poll = [&](pollfd *descriptors, nfds_t count, int) {
+        if (!support::calledByLibrary()) {
+            return support::kPass;
+        }
+        ++waiting;
+        return ppoll(descriptors, count, nullptr, nullptr);
     }}};
     Notify *record = nullptr;
     ASSERT_EQ(CreateNotify(&record), 0);
@@ -599,6 +604,7 @@ TEST_F(EventListener, may_be_several_threads_of_which_the_last_tells_that_they_h
     ASSERT_TRUE(service.accept());
     ASSERT_TRUE(service.accept());
     ASSERT_TRUE(eventually([&] { return std::atomic_ref(record->uiUsers).load() == 2; }));
+    ASSERT_TRUE(eventually([&] { return waiting == 2; })) << "a listener that does not wait yet would see the stop by itself";
     std::atomic_ref(record->uiState).store(NOTIFY_STOP_REQUESTED);
     service.stopSending();
     ASSERT_TRUE(eventually([&] { return std::atomic_ref(record->uiUsers).load() == 1; }));

@@ -249,7 +249,8 @@ protected:
         for (const Site &site : sites) {
             // How often the library pauses depends on time: its first pause stands for the others, where there is one.
             const bool isPause = site.call == Call::clockNanosleep || site.call == Call::select;
-            if (isPause && site.number > 1) {
+            // Which entry of a folder is read first is up to the file system.
+            if ((isPause || site.call == Call::readdir) && site.number > 1) {
                 continue;
             }
             for (const Error &error : errorsOf(site.call)) {

@@ -84,12 +84,12 @@ show_progress() {
         fi
         if [ -t 2 ]; then
             printf '\r\033[K%.*s' $(($(tput cols 2>/dev/null || echo 80) - 1)) "$line" >&2
-            [ "$done" -ne "$all" ] || printf '\r\033[K' >&2
-        elif [ $((done * 10 / all)) -gt $tenth ]; then
+        elif [ $((done * 10 / all)) -gt $tenth ] && [ "$done" -lt "$all" ]; then
             tenth=$((done * 10 / all))
             echo "$KVO_SCRIPT: $((tenth * 10)) % built ($done of $all steps)" >&2
         fi
     done
+    [ -z "$announced" ] || [ ! -t 2 ] || printf '\r\033[K' >&2
 }
 
 KVO_BUILDING=
@@ -109,7 +109,11 @@ await_build() {
     tail -n +1 -s 0.2 --pid="$KVO_BUILDING" -f "$KVO_BUILD_LOG" 2>/dev/null | show_progress "$1" "$KVO_BUILD_LOG"
     wait "$KVO_BUILDING" || failed=1
     KVO_BUILDING=
-    [ $failed -eq 0 ] && return 0
+    if [ $failed -eq 0 ]; then
+        # Not taken from Ninja's count: newer versions count a look at the folders and do not report it.
+        [ -t 2 ] || ! grep -q '^\[[1-9]' "$KVO_BUILD_LOG" || echo "$KVO_SCRIPT: 100 % built" >&2
+        return 0
+    fi
     tail -n 60 "$KVO_BUILD_LOG" >&2
     echo "$KVO_SCRIPT: not built; the whole log: $KVO_BUILD_LOG" >&2
     return 1

@@ -13,7 +13,7 @@ print_help() {
     awk 'NR == 1 { next } !/^#/ { exit } { sub(/^# ?/, ""); print }' "$KVO_SCRIPT"
 }
 
-# default_version PACKAGE: the compiler's version behind a package such as g++ or clang, which has the one that is this Debian's default.
+# default_version PACKAGE: the version of the compiler that this Debian's package g++ or clang installs.
 # Nothing where it is not known yet.
 default_version() {
     local version

@@ -102,7 +102,7 @@ def _remove_unused(folder: int, wait: bool) -> None:
 
 def _start_guardian(folder: int, made: bool) -> None:
     """Starts the process that removes the folder: it stays outside, and is no child of this one, which may wait for all of its
-    children. Where that can not be done the folder stays behind.
+    children. Where that cannot be done the folder stays behind.
     """
     try:
         process = os.pidfd_open(os.getpid())
@@ -130,6 +130,6 @@ def _guard(folder: int, process: int, made: bool) -> NoReturn:
     select.select([1], [], [])
     _remove_unused(0, wait=False)
     if made:
-        # Those of other users can not remove it.
+        # Runs of other users cannot remove it.
         _remove_unused(0, wait=True)
     os._exit(0)

@@ -21,7 +21,7 @@ ROOT = pathlib.Path(sys.argv.pop(1))
 class Integration(unittest.TestCase):
     def setUp(self):
         self.project = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
-        # Neither root nor the system's own sudo, whoever runs this.
+        # Neither root nor the system's own sudo.
         self.stubs = Stubs(self.enterContext(tempfile.TemporaryDirectory()), id="echo 1000", sudo='exec "$@"')
         for script in ("test.sh", "scripts/lint.sh", "scripts/build_matrix.sh", "scripts/package.sh", "scripts/coverage.sh",
                        "tests/packages/clean_root.sh"):

@@ -36,7 +36,7 @@ sockaddr_un addressOf(const std::string &path)
     return address;
 }
 
-/// This user's directory in which nobody else can write; no run removes it as long as it is held.
+/// A directory that only this user can write; no run removes it as long as it is held.
 Descriptor ownDirectory(const std::filesystem::path &path)
 {
     HeldFolder folder = holdFolder(path, FolderUse::serve, kMadeByService);

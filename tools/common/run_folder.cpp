@@ -53,7 +53,7 @@ void waitForTheRun()
 /// Never returns. @p made: this run made the folder, and so waits for those of other users, who cannot remove it.
 [[noreturn]] void guard(const std::array<int, kDescriptors> &descriptors, bool made)
 {
-    // Out of the reach of the terminal's signals, and in nobody's way.
+    // Out of the reach of the terminal's signals.
     setsid();
     prctl(PR_SET_NAME, "kvosim_folder");
     keepOnly(descriptors);

@@ -188,7 +188,7 @@ SocketState stateOfSocket(const std::filesystem::path &path)
     address.sun_family = AF_UNIX;
     path.native().copy(address.sun_path, path.native().size());
     const Descriptor probe(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    // A full queue (EAGAIN) has a live service behind it too.
+    // A full queue (EAGAIN) belongs to a live service too.
     if (connect(probe.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 || errno == EAGAIN) {
         return SocketState::live;
     }

@@ -1,4 +1,4 @@
-// The folder of the service's sockets: common to all users of the machine, made and removed by whoever needs it.
+// The folder of the service's sockets: common to all users of the machine, made and removed by the process that needs it.
 #pragma once
 
 #include "common/command_socket.h"

@@ -15,7 +15,7 @@ enum class Exit : int {
     usage = 2,       ///< the command line is wrong; nothing was asked
     noService = 3,   ///< no connection to the service
     failed = 4,      ///< the service refused or failed
-    ownFailure = 5,  ///< kvoctl itself: its output can not be written, or no memory
+    ownFailure = 5,  ///< kvoctl itself: its output cannot be written, or no memory
     // 10 to 19 are the faults that "kvoctl doctor" finds (finding.h).
 };
 

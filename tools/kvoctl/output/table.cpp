@@ -45,7 +45,7 @@ Table::Widths Table::widths() const
     return widths;
 }
 
-/// Makes lines fit; false, and nothing is changed, where they can not.
+/// Makes lines fit; false, and nothing is changed, where they cannot.
 bool Table::narrow(Widths &widths, std::size_t limit) const
 {
     const std::size_t total = std::accumulate(widths.begin(), widths.end(), kGap * (widths.size() - 1));

@@ -1,6 +1,7 @@
 // The guardian: a process that stays in the mount namespace in which the folder is to be removed, and outlives the run.
 #include "common/run_folder.h"
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <fcntl.h>
@@ -24,11 +25,11 @@ enum GuardianDescriptor { kFolder, kRun, kProcess, kDescriptors };
 void keepOnly(const std::array<int, kDescriptors> &descriptors)
 {
     std::array<int, kDescriptors> moved{};
-    for (int i = 0; i < kDescriptors; ++i) {
-        moved[i] = fcntl(descriptors[i], F_DUPFD, static_cast<int>(kDescriptors));
-    }
-    for (int i = 0; i < kDescriptors; ++i) {
-        dup2(moved[i], i);
+    std::transform(descriptors.begin(), descriptors.end(), moved.begin(),
+                   [](int descriptor) { return fcntl(descriptor, F_DUPFD, static_cast<int>(kDescriptors)); });
+    int place = 0;
+    for (const int descriptor : moved) {
+        dup2(descriptor, place++);
     }
     syscall(SYS_close_range, static_cast<unsigned>(kDescriptors), ~0U, 0);
 }

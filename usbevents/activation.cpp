@@ -204,7 +204,7 @@ void *threadDeactivateUSBevents(void *argument) noexcept
 {
     kvo_hws_detach_thread();
     const uintptr_t number = numberOf(argument);
-    // Told also where it was superseded: whoever closed waits for it.
+    // Notified even if it was superseded: the caller of the close waits for it.
     sendStatus(askService("deactivateUSBEvents", USB_EVENT_DEACTIVATED));
     kvo_hws::clearCallbacks(number);
     return nullptr;

@@ -5,7 +5,7 @@
 
 namespace kvosim {
 
-/// A plant file that can not be used. The text names the file, the line and the key, says what is wrong and what is right.
+/// A plant file that cannot be used. The text names the file, the line and the key, says what is wrong and what is right.
 struct PlantFileError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };

@@ -229,7 +229,7 @@ void RemoteSession::close(Ending ending)
 void RemoteSession::goAway(Ending ending, std::chrono::milliseconds time)
 {
     acceptor_.reset();
-    listener_ = tools::Descriptor();  // first, so that the agent can not come again at once
+    listener_ = tools::Descriptor();  // first, so that the agent cannot connect again at once
     if (stream_) {
         close(ending);
     }

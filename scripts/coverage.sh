@@ -12,7 +12,8 @@ scripts/setup.sh coverage
 configure build/coverage --preset coverage
 build build/coverage 3
 find build/coverage -name '*.gcda' -delete
-ctest --preset coverage -j 8 --progress
+# Python's tests find no more lines of the library, and are passed with the library as shipped.
+ctest --preset coverage -j 8 --progress -E '^python_'
 
 rm -rf build/coverage/report
 mkdir build/coverage/report

@@ -60,7 +60,7 @@ again=$out/again/a-second-time-at-another-place
 mkdir -p "$(dirname "$again")"
 if [ -z "$check" ]; then
     start_building "$out/work.log" build_packages "$work" "$(nproc)"
-    await_build 3
+    await_build 2
 else
     # Beside one another; the second in a folder whose path is longer, at the other end of the world, and in another locale.
     half=$((($(nproc) + 1) / 2))

@@ -223,15 +223,15 @@ def test_it_is_steered_from_several_threads(simulator: Simulator) -> None:
 def test_a_question_to_an_agent_may_take_longer_than_a_command(
     simulator: Simulator, monkeypatch: pytest.MonkeyPatch
 ) -> None:
-    monkeypatch.setattr("kvo_hws.simulator.COMMAND_SECONDS", 1.0)
-
     def on_command(command: AgentCommand) -> bool:
         time.sleep(2)
         return True
 
     with Agent(HERE, session=3, on_command=on_command):
         simulator.wait_for_agent(3)
+        monkeypatch.setattr("kvo_hws.simulator.COMMAND_SECONDS", 1.0)
         assert simulator.ask_agent(3, "stop-viewer") == "ok"
+        monkeypatch.undo()
         with pytest.raises(SimulatorError, match="has not come back within 0.2 s"):
             simulator.command("remote", "ask", "3", "stop-viewer", seconds=0.2)
 
@@ -300,6 +300,6 @@ def test_the_simulator_ends_with_a_program_that_is_killed_and_outlives_its_inter
 
 def test_the_remote_side_of_agents_goes_away_for_a_time(no_plant: None) -> None:
     with Simulator(remote=[3]) as own:
-        own.close_agent(3, away=1)
+        own.close_agent(3, away=5)
         assert own.command("remote", "list")["sessions"][0]["away"]
         wait_for(lambda: not own.command("remote", "list")["sessions"][0]["away"])

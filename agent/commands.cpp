@@ -1,65 +1,77 @@
 // The commands of the remote service, in the order in which they are tried.
-#include <kvo_hws/agent.h>
+#include "agent/commands.h"
 
-const HwsCommand cmds[60] = {
-    {"show-panel-size", handle_show_panel_size},
-    {"show-hwid", handle_show_hwid},
-    {"show-input-devices", handle_show_input_devices},
-    {"set-backlight=", handle_set_backlight},
-    {"set-backlight-brightness=", handle_set_backlight_brightness},
-    {"set-backlight-brightness-v2=", handle_set_backlight_brightness_v2},
-    {"get-backlight-brightness-v2=", handle_get_backlight_brightness_v2},
-    {"set-darken=", handle_set_darken},
-    {"set-disable-numlock=", handle_set_disable_numlock},
-    {"set-disable-capslock=", handle_set_disable_capslock},
-    {"get-disable-numlock", handle_get_disable_numlock},
-    {"get-disable-capslock", handle_get_disable_capslock},
-    {"get-station-type", handle_get_station_type},
-    {"get-sw-capslock", handle_get_sw_capslock},
-    {"set-sw-capslock=", handle_set_sw_capslock},
-    {"get-kvo-name", handle_get_kvo_name},
-    {"get-kvo-priority", handle_get_kvo_priority},
-    {"get-kvo-startup-active", handle_get_kvo_startup_active},
-    {"get-kvo-startup-prio", handle_get_kvo_startup_prio},
-    {"set-channel-info=", handle_set_channel_info},
-    {"get-channel-info", handle_get_channel_info},
-    {"get-screen-on-focus", handle_get_screen_on_focus},
-    {"get-channel-on-focus", handle_get_channel_on_focus},
-    {"get-t2m2n", handle_get_t2m2n},
-    {"get-mcpaddr", handle_get_mcpaddr},
-    {"set-mcpaddr=", handle_set_mcpaddr},
-    {"get-kvoindex", handle_get_kvoindex},
-    {"set-kvoindex=", handle_set_kvoindex},
-    {"get-dckaddr", handle_get_dckaddr},
-    {"get-dckenable", handle_get_dckenable},
-    {"set-dckenable=", handle_set_dckenable},
-    {"get-cksindex", handle_get_cksindex},
-    {"set-cksindex=", handle_set_cksindex},
-    {"invalidate-calibration", handle_invalidate_calibration},
-    {"get-rv4mode", handle_get_rv4mode},
-    {"set-rv4mode=", handle_set_rv4mode},
-    {"get-calibparam", handle_get_calibparam},
-    {"set-calibparam=", handle_set_calibparam},
-    {"simulate-mcp=", handle_simulate_mcp},
-    {"enable-mcp=", handle_enable_mcp},
-    {"reboot", handle_reboot},
-    {"show-viewer-active", handle_show_viewer_active},
-    {"show-current-server", handle_show_current_server},
-    {"start-viewer=", handle_start_viewer},
-    {"start-configured-viewer=", handle_start_configured_viewer},
-    {"stop-viewer-preempt", handle_stop_viewer_preempt},
-    {"stop-viewer-noclean", handle_stop_viewer_noclean},
-    {"stop-viewer", handle_stop_viewer},
-    {"activate-me", handle_activate_me},
-    {"servername=", handle_servername},
-    {"set-statusline=", handle_set_statusline},
-    {"ping", handle_ping},
-    {"get-softkey-type", handle_get_softkey_type},
-    {"get-keyboard-caps", handle_get_keyboard_caps},
-    {"get-hardware-caps", handle_get_hardware_caps},
-    {"get-panel-oem-layout", handle_get_panel_oem_layout},
-    {"get-panel-rotation", handle_get_panel_rotation},
-    {"set-usb-lock=", handle_set_usb_lock},
-    {"get-usb-lock", handle_get_usb_lock},
-    {"sync-times=", handle_sync_times},
-};
+#include "agent/handler.h"
+
+#define KVO_COMMANDS(ROW)                                                                                                      \
+    ROW("show-panel-size", handle_show_panel_size)                                                                             \
+    ROW("show-hwid", handle_show_hwid)                                                                                         \
+    ROW("show-input-devices", handle_show_input_devices)                                                                       \
+    ROW("set-backlight=", handle_set_backlight)                                                                                \
+    ROW("set-backlight-brightness=", handle_set_backlight_brightness)                                                          \
+    ROW("set-backlight-brightness-v2=", handle_set_backlight_brightness_v2)                                                    \
+    ROW("get-backlight-brightness-v2=", handle_get_backlight_brightness_v2)                                                    \
+    ROW("set-darken=", handle_set_darken)                                                                                      \
+    ROW("set-disable-numlock=", handle_set_disable_numlock)                                                                    \
+    ROW("set-disable-capslock=", handle_set_disable_capslock)                                                                  \
+    ROW("get-disable-numlock", handle_get_disable_numlock)                                                                     \
+    ROW("get-disable-capslock", handle_get_disable_capslock)                                                                   \
+    ROW("get-station-type", handle_get_station_type)                                                                           \
+    ROW("get-sw-capslock", handle_get_sw_capslock)                                                                             \
+    ROW("set-sw-capslock=", handle_set_sw_capslock)                                                                            \
+    ROW("get-kvo-name", handle_get_kvo_name)                                                                                   \
+    ROW("get-kvo-priority", handle_get_kvo_priority)                                                                           \
+    ROW("get-kvo-startup-active", handle_get_kvo_startup_active)                                                               \
+    ROW("get-kvo-startup-prio", handle_get_kvo_startup_prio)                                                                   \
+    ROW("set-channel-info=", handle_set_channel_info)                                                                          \
+    ROW("get-channel-info", handle_get_channel_info)                                                                           \
+    ROW("get-screen-on-focus", handle_get_screen_on_focus)                                                                     \
+    ROW("get-channel-on-focus", handle_get_channel_on_focus)                                                                   \
+    ROW("get-t2m2n", handle_get_t2m2n)                                                                                         \
+    ROW("get-mcpaddr", handle_get_mcpaddr)                                                                                     \
+    ROW("set-mcpaddr=", handle_set_mcpaddr)                                                                                    \
+    ROW("get-kvoindex", handle_get_kvoindex)                                                                                   \
+    ROW("set-kvoindex=", handle_set_kvoindex)                                                                                  \
+    ROW("get-dckaddr", handle_get_dckaddr)                                                                                     \
+    ROW("get-dckenable", handle_get_dckenable)                                                                                 \
+    ROW("set-dckenable=", handle_set_dckenable)                                                                                \
+    ROW("get-cksindex", handle_get_cksindex)                                                                                   \
+    ROW("set-cksindex=", handle_set_cksindex)                                                                                  \
+    ROW("invalidate-calibration", handle_invalidate_calibration)                                                               \
+    ROW("get-rv4mode", handle_get_rv4mode)                                                                                     \
+    ROW("set-rv4mode=", handle_set_rv4mode)                                                                                    \
+    ROW("get-calibparam", handle_get_calibparam)                                                                               \
+    ROW("set-calibparam=", handle_set_calibparam)                                                                              \
+    ROW("simulate-mcp=", handle_simulate_mcp)                                                                                  \
+    ROW("enable-mcp=", handle_enable_mcp)                                                                                      \
+    ROW("reboot", handle_reboot)                                                                                               \
+    ROW("show-viewer-active", handle_show_viewer_active)                                                                       \
+    ROW("show-current-server", handle_show_current_server)                                                                     \
+    ROW("start-viewer=", handle_start_viewer)                                                                                  \
+    ROW("start-configured-viewer=", handle_start_configured_viewer)                                                            \
+    ROW("stop-viewer-preempt", handle_stop_viewer_preempt)                                                                     \
+    ROW("stop-viewer-noclean", handle_stop_viewer_noclean)                                                                     \
+    ROW("stop-viewer", handle_stop_viewer)                                                                                     \
+    ROW("activate-me", handle_activate_me)                                                                                     \
+    ROW("servername=", handle_servername)                                                                                      \
+    ROW("set-statusline=", handle_set_statusline)                                                                              \
+    ROW("ping", handle_ping)                                                                                                   \
+    ROW("get-softkey-type", handle_get_softkey_type)                                                                           \
+    ROW("get-keyboard-caps", handle_get_keyboard_caps)                                                                         \
+    ROW("get-hardware-caps", handle_get_hardware_caps)                                                                         \
+    ROW("get-panel-oem-layout", handle_get_panel_oem_layout)                                                                   \
+    ROW("get-panel-rotation", handle_get_panel_rotation)                                                                       \
+    ROW("set-usb-lock=", handle_set_usb_lock)                                                                                  \
+    ROW("get-usb-lock", handle_get_usb_lock)                                                                                   \
+    ROW("sync-times=", handle_sync_times)
+
+#define KVO_DECLARE_ROW(keyword, handler) KVO_DECLARE_OWN(handler);
+#define KVO_EXPORTED_ROW(keyword, handler) {keyword, handler},
+#define KVO_OWN_ROW(keyword, handler) {keyword, KVO_OWN(handler)},
+
+KVO_COMMANDS(KVO_DECLARE_ROW)
+
+// What hosts look at: its handlers are the functions that they know by the exported names (library/dynamic.list).
+const HwsCommand cmds[60] = {KVO_COMMANDS(KVO_EXPORTED_ROW)};
+
+const HwsCommand kvo_hws::agent::commands[std::size(cmds)] = {KVO_COMMANDS(KVO_OWN_ROW)};

@@ -2,7 +2,9 @@
 #include <kvo_hws/agent.h>
 
 #include "agent/call.h"
+#include "agent/handler.h"
 #include "runtime/numbers.h"
+#include "runtime/owners.h"
 
 #include <cstdio>
 #include <cstring>
@@ -23,6 +25,7 @@ std::optional<int> askHost(const char *command) noexcept
     if (callback == nullptr) {
         return std::nullopt;
     }
+    const kvo_hws::NoCancellation wholeCall;
     try {
         return callback(gEmbKvoInst, command);
     } catch (...) {
@@ -69,47 +72,35 @@ char *textBehindNumbers(char *argument) noexcept
 
 }  // namespace
 
-void handle_stop_viewer(HmiSession *session, const char *tag, char * /*argument*/) noexcept
-{
-    answerByHost(Call(session, tag), "stop-viewer", kStopped);
-}
+KVO_HANDLER(handle_stop_viewer) { answerByHost(Call(session, tag), "stop-viewer", kStopped); }
 
-void handle_stop_viewer_preempt(HmiSession *session, const char *tag, char * /*argument*/) noexcept
-{
-    answerByHost(Call(session, tag), "stop-viewer-preempt", kStopped);
-}
+KVO_HANDLER(handle_stop_viewer_preempt) { answerByHost(Call(session, tag), "stop-viewer-preempt", kStopped); }
 
-void handle_stop_viewer_noclean(HmiSession *session, const char *tag, char * /*argument*/) noexcept
-{
-    answerByHost(Call(session, tag), "stop-viewer-noclean", kStopped);
-}
+KVO_HANDLER(handle_stop_viewer_noclean) { answerByHost(Call(session, tag), "stop-viewer-noclean", kStopped); }
 
-void handle_activate_me(HmiSession *session, const char *tag, char * /*argument*/) noexcept
-{
-    answerByHost(Call(session, tag), "activate-me", {"ok\r\n", "busy\r\n"});
-}
+KVO_HANDLER(handle_activate_me) { answerByHost(Call(session, tag), "activate-me", {"ok\r\n", "busy\r\n"}); }
 
-void handle_set_darken(HmiSession *session, const char *tag, char *argument) noexcept
+KVO_HANDLER(handle_set_darken)
 {
     Command command;
     std::snprintf(command, sizeof command, "set-darken=%s", argument);
     answerByHost(Call(session, tag), command, {"ok\r\n", kFailed});
 }
 
-void handle_show_viewer_active(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+KVO_HANDLER(handle_show_viewer_active)
 {
     answerByHost(Call(session, tag), "show-viewer-active", {"active=1\r\n", "active=0\r\n"});
 }
 
 /// Asks the host whether a viewer is active, in the same words: hosts know no other question.
-void handle_show_current_server(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+KVO_HANDLER(handle_show_current_server)
 {
     Command server;
     std::snprintf(server, sizeof server, "vncserver=%s\r\n", sesstoa(session));
     answerByHost(Call(session, tag), "show-viewer-active", {server, "none\r\n", "none\r\n"});
 }
 
-void handle_set_statusline(HmiSession *session, const char *tag, char *argument) noexcept
+KVO_HANDLER(handle_set_statusline)
 {
     const Call call(session, tag);
     char *const text = textBehindNumbers(argument);

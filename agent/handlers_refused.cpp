@@ -2,40 +2,25 @@
 #include <kvo_hws/agent.h>
 
 #include "agent/call.h"
+#include "agent/handler.h"
 
 using kvo_hws::agent::Call;
 
-void handle_set_backlight(HmiSession *session, const char *tag, char * /*argument*/) noexcept
-{
-    Call(session, tag).failed("EMB-KVO backlight not supported");
-}
+KVO_HANDLER(handle_set_backlight) { Call(session, tag).failed("EMB-KVO backlight not supported"); }
 
-void handle_set_backlight_brightness_v2(HmiSession *session, const char *tag, char * /*argument*/) noexcept
-{
-    Call(session, tag).failed("EMB-KVO backlight brightness V2 not supported");
-}
+KVO_HANDLER(handle_set_backlight_brightness_v2) { Call(session, tag).failed("EMB-KVO backlight brightness V2 not supported"); }
 
 /// Without the "V2": it is the same function as the setter of the first generation, and programs compare the two addresses.
-void handle_get_backlight_brightness_v2(HmiSession *session, const char *tag, char * /*argument*/) noexcept
-{
-    Call(session, tag).failed("EMB-KVO backlight brightness not supported");
-}
+KVO_HANDLER(handle_get_backlight_brightness_v2) { Call(session, tag).failed("EMB-KVO backlight brightness not supported"); }
 
-void handle_sync_times(HmiSession *session, const char *tag, char * /*argument*/) noexcept { Call(session, tag).bad(); }
+KVO_HANDLER(handle_sync_times) { Call(session, tag).bad(); }
 
 // The same functions under further names, with the same addresses.
-void handle_set_backlight_brightness(HmiSession *session, const char *tag, char *argument) noexcept
-    __attribute__((alias("handle_get_backlight_brightness_v2")));
-void handle_start_viewer(HmiSession *session, const char *tag, char *argument) noexcept
-    __attribute__((alias("handle_sync_times")));
-void handle_start_configured_viewer(HmiSession *session, const char *tag, char *argument) noexcept
-    __attribute__((alias("handle_sync_times")));
-void handle_reboot(HmiSession *session, const char *tag, char *argument) noexcept __attribute__((alias("handle_sync_times")));
-void handle_enable_mcp(HmiSession *session, const char *tag, char *argument) noexcept
-    __attribute__((alias("handle_sync_times")));
-void handle_simulate_mcp(HmiSession *session, const char *tag, char *argument) noexcept
-    __attribute__((alias("handle_sync_times")));
-void handle_set_calibparam(HmiSession *session, const char *tag, char *argument) noexcept
-    __attribute__((alias("handle_sync_times")));
-void handle_get_calibparam(HmiSession *session, const char *tag, char *argument) noexcept
-    __attribute__((alias("handle_sync_times")));
+KVO_HANDLER_ALIAS(handle_set_backlight_brightness, handle_get_backlight_brightness_v2);
+KVO_HANDLER_ALIAS(handle_start_viewer, handle_sync_times);
+KVO_HANDLER_ALIAS(handle_start_configured_viewer, handle_sync_times);
+KVO_HANDLER_ALIAS(handle_reboot, handle_sync_times);
+KVO_HANDLER_ALIAS(handle_enable_mcp, handle_sync_times);
+KVO_HANDLER_ALIAS(handle_simulate_mcp, handle_sync_times);
+KVO_HANDLER_ALIAS(handle_set_calibparam, handle_sync_times);
+KVO_HANDLER_ALIAS(handle_get_calibparam, handle_sync_times);

@@ -5,6 +5,7 @@
 
 #include "agent/call.h"
 #include "agent/dotted.h"
+#include "agent/handler.h"
 #include "runtime/numbers.h"
 
 #include <cstdint>
@@ -43,15 +44,14 @@ std::optional<uint32_t> smallNumberOf(const char *argument) noexcept
     return static_cast<uint32_t>(value);
 }
 
-/// One number: -1, 0 or 1.
+/// Digits and minus signs alone, read as far as they are a number, so that "" and "-" are 0 and "1-" is 1; -1, 0 or 1.
 std::optional<int32_t> capsLockOf(const char *argument) noexcept
 {
-    const kvo_hws::SignedNumber read = kvo_hws::readSigned(argument);
-    const bool isNumber = consistsOf(argument, "-0123456789") && read.end != argument && *read.end == '\0';
-    if (!isNumber || read.value < -1 || read.value > 1) {
+    const long value = kvo_hws::readSigned(argument).value;
+    if (!consistsOf(argument, "-0123456789") || value < -1 || value > 1) {
         return std::nullopt;
     }
-    return static_cast<int32_t>(read.value);
+    return static_cast<int32_t>(value);
 }
 
 /// Tells a value of the station.
@@ -120,22 +120,19 @@ void tellMetric(const Call &call, uint32_t metric, const char *format, const cha
 
 // ---- Values ----
 
-void handle_get_station_type(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+KVO_HANDLER(handle_get_station_type)
 {
     tell({session, tag}, KVO_HWS_getStationType, "station-type=%d\r\n", "station-type not readable");
 }
 
-void handle_get_sw_capslock(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+KVO_HANDLER(handle_get_sw_capslock)
 {
     tell({session, tag}, KVO_HWS_getSwCapsLock, "sw-capslock=%d\r\n", "sw-capslock not readable");
 }
 
-void handle_get_rv4mode(HmiSession *session, const char *tag, char * /*argument*/) noexcept
-{
-    tell({session, tag}, KVO_HWS_getRV4Mode, "rv4mode=%u\r\n", "rv4 mode not readable");
-}
+KVO_HANDLER(handle_get_rv4mode) { tell({session, tag}, KVO_HWS_getRV4Mode, "rv4mode=%u\r\n", "rv4 mode not readable"); }
 
-void handle_get_usb_lock(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+KVO_HANDLER(handle_get_usb_lock)
 {
     const Call call(session, tag);
     uint32_t first = 0;
@@ -145,7 +142,7 @@ void handle_get_usb_lock(HmiSession *session, const char *tag, char * /*argument
     }
 }
 
-void handle_show_input_devices(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+KVO_HANDLER(handle_show_input_devices)
 {
     const Call call(session, tag);
     uint32_t keyboards = 0;
@@ -160,39 +157,39 @@ void handle_show_input_devices(HmiSession *session, const char *tag, char * /*ar
 
 // ---- Values of the control panel ----
 
-void handle_get_mcpaddr(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+KVO_HANDLER(handle_get_mcpaddr)
 {
     tellOfPanel({session, tag}, KVO_HWS_getMCPAddress, kNoAddress, "mcpaddr=%u\r\n", "mcp addr not readable");
 }
 
-void handle_get_dckaddr(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+KVO_HANDLER(handle_get_dckaddr)
 {
     tellOfPanel({session, tag}, KVO_HWS_getDCKAddress, kNoAddress, "dckaddr=%u\r\n", "dck addr not readable");
 }
 
-void handle_get_cksindex(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+KVO_HANDLER(handle_get_cksindex)
 {
     tellOfPanel({session, tag}, KVO_HWS_getKVOCksIndex, kNoAddress, "cksindex=%u\r\n", "cks index not readable");
 }
 
-void handle_get_dckenable(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+KVO_HANDLER(handle_get_dckenable)
 {
     tellOfPanel({session, tag}, KVO_HWS_getDCKEnable, 0, "dckenable=%u\r\n", "dck enable not readable");
 }
 
 // ---- Setters of numbers ----
 
-void handle_set_mcpaddr(HmiSession *session, const char *tag, char *argument) noexcept
+KVO_HANDLER(handle_set_mcpaddr)
 {
     setPanel({session, tag}, smallNumberOf(argument), KVO_HWS_setMCPAddress, "mcp addr not writeable");
 }
 
-void handle_set_cksindex(HmiSession *session, const char *tag, char *argument) noexcept
+KVO_HANDLER(handle_set_cksindex)
 {
     setPanel({session, tag}, smallNumberOf(argument), KVO_HWS_setKVOCksIndex, "cks index not writeable");
 }
 
-void handle_set_kvoindex(HmiSession *session, const char *tag, char *argument) noexcept
+KVO_HANDLER(handle_set_kvoindex)
 {
     const Call call(session, tag);
     const std::optional<uint32_t> index = smallNumberOf(argument);
@@ -202,27 +199,24 @@ void handle_set_kvoindex(HmiSession *session, const char *tag, char *argument) n
     }
 }
 
-void handle_set_sw_capslock(HmiSession *session, const char *tag, char *argument) noexcept
+KVO_HANDLER(handle_set_sw_capslock)
 {
     set({session, tag}, capsLockOf(argument), KVO_HWS_setSwCapsLock, "sw-capslock not writeable");
 }
 
 // ---- Setters of flags ----
 
-void handle_set_dckenable(HmiSession *session, const char *tag, char *argument) noexcept
+KVO_HANDLER(handle_set_dckenable)
 {
     // The reason names the index, and remote services know it by that.
     setPanel({session, tag}, flagOf(argument), KVO_HWS_setDCKEnable, "kvo index not writeable");
 }
 
-void handle_set_rv4mode(HmiSession *session, const char *tag, char *argument) noexcept
-{
-    set({session, tag}, flagOf(argument), KVO_HWS_setRV4Mode, "rv4 mode not writeable");
-}
+KVO_HANDLER(handle_set_rv4mode) { set({session, tag}, flagOf(argument), KVO_HWS_setRV4Mode, "rv4 mode not writeable"); }
 
 // ---- Metrics ----
 
-void handle_get_panel_oem_layout(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+KVO_HANDLER(handle_get_panel_oem_layout)
 {
     const Call call(session, tag);
     Metric layout = {};
@@ -231,35 +225,23 @@ void handle_get_panel_oem_layout(HmiSession *session, const char *tag, char * /*
     }
 }
 
-void handle_get_softkey_type(HmiSession *session, const char *tag, char * /*argument*/) noexcept
-{
-    tellMetric({session, tag}, 2, "softkey-type=%u\r\n", "softkey type not readable");
-}
+KVO_HANDLER(handle_get_softkey_type) { tellMetric({session, tag}, 2, "softkey-type=%u\r\n", "softkey type not readable"); }
 
-void handle_get_keyboard_caps(HmiSession *session, const char *tag, char * /*argument*/) noexcept
-{
-    tellMetric({session, tag}, 3, "keyboard-caps=%u\r\n", "keyboard caps not readable");
-}
+KVO_HANDLER(handle_get_keyboard_caps) { tellMetric({session, tag}, 3, "keyboard-caps=%u\r\n", "keyboard caps not readable"); }
 
 /// Replies under the softkey type's key; programs that call it go by that.
-void handle_get_display_dpi(HmiSession *session, const char *tag, char * /*argument*/) noexcept
-{
-    tellMetric({session, tag}, 4, "softkey-type=%u\r\n", "display dpi not readable");
-}
+KVO_HANDLER(handle_get_display_dpi) { tellMetric({session, tag}, 4, "softkey-type=%u\r\n", "display dpi not readable"); }
 
-void handle_get_hardware_caps(HmiSession *session, const char *tag, char * /*argument*/) noexcept
-{
-    tellMetric({session, tag}, 5, "hardware-caps=%u\r\n", "hardware caps not readable");
-}
+KVO_HANDLER(handle_get_hardware_caps) { tellMetric({session, tag}, 5, "hardware-caps=%u\r\n", "hardware caps not readable"); }
 
-void handle_get_panel_rotation(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+KVO_HANDLER(handle_get_panel_rotation)
 {
     tellMetric({session, tag}, 6, "panel-rotation=%X\r\n", "panel rotation not readable");
 }
 
 // ---- Touch and USB lock ----
 
-void handle_invalidate_calibration(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+KVO_HANDLER(handle_invalidate_calibration)
 {
     const Call call(session, tag);
     switch (KVO_HWS_invalidateTouchScreen(focus())) {
@@ -269,7 +251,7 @@ void handle_invalidate_calibration(HmiSession *session, const char *tag, char * 
     }
 }
 
-void handle_set_usb_lock(HmiSession *session, const char *tag, char *argument) noexcept
+KVO_HANDLER(handle_set_usb_lock)
 {
     const Call call(session, tag);
     unsigned first = 0;

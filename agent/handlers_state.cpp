@@ -3,6 +3,7 @@
 
 #include "agent/call.h"
 #include "agent/focus_station.h"
+#include "agent/handler.h"
 #include "runtime/owners.h"
 
 #include <cstdlib>
@@ -47,7 +48,7 @@ bool replaceText(char *&text, const char *argument) noexcept
 
 // ---- The station in focus, as it was when the agent started ----
 
-void handle_show_panel_size(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+KVO_HANDLER(handle_show_panel_size)
 {
     const Call call(session, tag);
     if (const KvoDescriptionEx *const panel = kvo_hws::agent::focusStation::description()) {
@@ -58,7 +59,7 @@ void handle_show_panel_size(HmiSession *session, const char *tag, char * /*argum
     }
 }
 
-void handle_show_hwid(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+KVO_HANDLER(handle_show_hwid)
 {
     const Call call(session, tag);
     if (const KvoDescriptionEx *const panel = kvo_hws::agent::focusStation::description()) {
@@ -71,78 +72,54 @@ void handle_show_hwid(HmiSession *session, const char *tag, char * /*argument*/)
 
 // ---- Key flags of the session ----
 
-void handle_set_disable_numlock(HmiSession *session, const char *tag, char *argument) noexcept
-{
-    setKeyFlag(*session, Call(session, tag), flagOf(argument), kNumLockDisabled);
-}
+KVO_HANDLER(handle_set_disable_numlock) { setKeyFlag(*session, Call(session, tag), flagOf(argument), kNumLockDisabled); }
 
-void handle_set_disable_capslock(HmiSession *session, const char *tag, char *argument) noexcept
-{
-    setKeyFlag(*session, Call(session, tag), flagOf(argument), kCapsLockDisabled);
-}
+KVO_HANDLER(handle_set_disable_capslock) { setKeyFlag(*session, Call(session, tag), flagOf(argument), kCapsLockDisabled); }
 
-void handle_get_disable_numlock(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+KVO_HANDLER(handle_get_disable_numlock)
 {
     Call(session, tag).value("disable-numlock=%d\r\n", keyFlag(*session, kNumLockDisabled));
 }
 
-void handle_get_disable_capslock(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+KVO_HANDLER(handle_get_disable_capslock)
 {
     Call(session, tag).value("disable-capslock=%d\r\n", keyFlag(*session, kCapsLockDisabled));
 }
 
 // ---- What the host has told ----
 
-void handle_ping(HmiSession *session, const char *tag, char * /*argument*/) noexcept { Call(session, tag).text("pong\r\n"); }
+KVO_HANDLER(handle_ping) { Call(session, tag).text("pong\r\n"); }
 
-void handle_get_kvo_name(HmiSession *session, const char *tag, char * /*argument*/) noexcept
-{
-    Call(session, tag).texts(gHostname, "\r\n");
-}
+KVO_HANDLER(handle_get_kvo_name) { Call(session, tag).texts(gHostname, "\r\n"); }
 
-void handle_get_kvo_priority(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+KVO_HANDLER(handle_get_kvo_priority)
 {
     Call(session, tag).value("Priority=%u:%d\r\n", shared(gSuspendLock).load(), static_cast<int>(shared(gSuspendPrio).load()));
 }
 
-void handle_get_kvo_startup_active(HmiSession *session, const char *tag, char * /*argument*/) noexcept
-{
-    Call(session, tag).value("startup-active=%u\r\n", shared(gStartupActive).load());
-}
+KVO_HANDLER(handle_get_kvo_startup_active) { Call(session, tag).value("startup-active=%u\r\n", shared(gStartupActive).load()); }
 
-void handle_get_kvo_startup_prio(HmiSession *session, const char *tag, char * /*argument*/) noexcept
-{
-    Call(session, tag).value("startup-prio=%u\r\n", shared(gStartupPrio).load());
-}
+KVO_HANDLER(handle_get_kvo_startup_prio) { Call(session, tag).value("startup-prio=%u\r\n", shared(gStartupPrio).load()); }
 
-void handle_get_screen_on_focus(HmiSession *session, const char *tag, char * /*argument*/) noexcept
-{
-    Call(session, tag).texts("screen-on-focus=", gScreenOnFocus, "\r\n");
-}
+KVO_HANDLER(handle_get_screen_on_focus) { Call(session, tag).texts("screen-on-focus=", gScreenOnFocus, "\r\n"); }
 
-void handle_get_channel_on_focus(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+KVO_HANDLER(handle_get_channel_on_focus)
 {
     Call(session, tag).value("channel-on-focus=%u\r\n", shared(gChannelOnFocus).load());
 }
 
-void handle_get_kvoindex(HmiSession *session, const char *tag, char * /*argument*/) noexcept
-{
-    Call(session, tag).value("kvoindex=%u\r\n", shared(gKvoIndex).load());
-}
+KVO_HANDLER(handle_get_kvoindex) { Call(session, tag).value("kvoindex=%u\r\n", shared(gKvoIndex).load()); }
 
-void handle_get_t2m2n(HmiSession *session, const char *tag, char * /*argument*/) noexcept
-{
-    Call(session, tag).texts(kvo_hws::agent::focusStation::t2m2n(), "\r\n");
-}
+KVO_HANDLER(handle_get_t2m2n) { Call(session, tag).texts(kvo_hws::agent::focusStation::t2m2n(), "\r\n"); }
 
 // ---- What the remote side has told ----
 
-void handle_get_channel_info(HmiSession *session, const char *tag, char * /*argument*/) noexcept
+KVO_HANDLER(handle_get_channel_info)
 {
     Call(session, tag).texts("channel-info=", hws_channel_info != nullptr ? hws_channel_info : "", "\r\n");
 }
 
-void handle_set_channel_info(HmiSession *session, const char *tag, char *argument) noexcept
+KVO_HANDLER(handle_set_channel_info)
 {
     const Call call(session, tag);
     if (replaceText(hws_channel_info, argument)) {
@@ -152,7 +129,7 @@ void handle_set_channel_info(HmiSession *session, const char *tag, char *argumen
     }
 }
 
-void handle_servername(HmiSession *session, const char *tag, char *argument) noexcept
+KVO_HANDLER(handle_servername)
 {
     // Without memory for it the remote side has no name: that is for display alone.
     if (!replaceText(session->server->name, argument)) {

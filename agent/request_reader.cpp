@@ -2,6 +2,7 @@
 #include <kvo_hws/agent.h>
 #include <kvo_hws/runtime.h>
 
+#include "agent/commands.h"
 #include "agent/instance.h"
 #include "agent/line_writer.h"
 #include "runtime/clock.h"
@@ -79,7 +80,7 @@ void cutLineEnd(char *line, char *end) noexcept
 
 const HwsCommand *commandOf(std::string_view request) noexcept
 {
-    for (const HwsCommand &command : cmds) {
+    for (const HwsCommand &command : kvo_hws::agent::commands) {
         const std::string_view keyword = command.keyword;
         const std::string_view compared = keyword.ends_with('=') ? request.substr(0, keyword.size()) : request;
         if (kvo_hws::sameLetters(compared, keyword)) {

@@ -3,6 +3,7 @@
 #include <kvo_hws/runtime.h>
 
 #include "config/interface_name.h"
+#include "runtime/owners.h"
 #include "runtime/shared_word.h"
 
 #include <cstring>
@@ -48,6 +49,7 @@ int GetInterfaceIP(char *ipString_out, uint32_t *ipValue_out) noexcept
         LOG(LOG_ERR, "config dat not set ==> no IP address for interface '%s' available", kvo_hws::interfaceName());
         return -2;
     }
+    const kvo_hws::NoCancellation wholeQuestion;
     const int result = GetIpByInterface(sConfData.interface, ipString_out, ipValue_out);
     if (result != 0) {
         LOG(LOG_ERR, "GetIpByInterface fails with %d ==> no IP address for interface '%s' available", result,

@@ -104,6 +104,7 @@ int32_t KVO_HWS_getDisableCapsLock(uint32_t station, uint32_t *disable) noexcept
 int32_t KVO_HWS_getStationType(uint32_t station, int32_t *type) noexcept
 {
     if (type == nullptr) {
+        const kvo_hws::NoCancellation wholeLine;
         std::fputs("pimode == NULL\n", stderr);  // the one line that the library prints; part of its interface
     }
     return Request("get Station Type")

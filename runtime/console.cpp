@@ -166,6 +166,7 @@ int get_shiftstate() noexcept
 
 const char *vnc_strerror(int code) noexcept
 {
+    const kvo_hws::NoCancellation wholeText;  // the system's may have to be read from a file
     if (code >= kFirstViewerError && code < kFirstViewerError + static_cast<int>(std::size(kViewerErrors))) {
         return kViewerErrors[code - kFirstViewerError];
     }

@@ -30,6 +30,12 @@ void write(int priority, const char *format, va_list arguments) noexcept
     vsyslog(priority, format, arguments);
 }
 
+void open(const char *identity) noexcept
+{
+    const kvo_hws::NoCancellation wholeOpen;
+    openlog(identity, 0, 0);
+}
+
 }  // namespace
 
 int SendDLLDebugMessage(const char *text) noexcept
@@ -65,22 +71,26 @@ void SetDebugLevel(int level) noexcept { debugLevel().store(level, std::memory_o
 
 void GetDebugLevel(int *level) noexcept { *level = debugLevel().load(std::memory_order_relaxed); }
 
-void InitLogMessages() noexcept { openlog("kvo_hws", 0, 0); }
+void InitLogMessages() noexcept { open("kvo_hws"); }
 
-void CloseLogMessages() noexcept { closelog(); }
+void CloseLogMessages() noexcept
+{
+    const kvo_hws::NoCancellation wholeClose;
+    closelog();
+}
 
 int32_t KVO_HWS_activateDebugDLL() noexcept
 {
     SetDebugLevel(2);
     messagesActive().store(1, std::memory_order_relaxed);
-    openlog("kvo_hws_dll", 0, 0);
+    open("kvo_hws_dll");
     return SendDLLDebugMessage("activate debug mode");
 }
 
 int32_t KVO_HWS_deactivateDebugDLL() noexcept
 {
     SendDLLDebugMessage("deactivate debug mode");
-    closelog();
+    CloseLogMessages();
     messagesActive().store(0, std::memory_order_relaxed);
     SetDebugLevel(0);
     return 1;

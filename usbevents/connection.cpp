@@ -186,6 +186,7 @@ void serve(const kvo_hws::Descriptor &connection) noexcept
 
 void *ConInstThread(void *socket) noexcept
 {
+    const kvo_hws::NoCancellation wholeLife;
     kvo_hws_detach_thread();
     serve(kvo_hws::Descriptor(static_cast<int>(reinterpret_cast<intptr_t>(socket))));
     if (kvo_hws::suicide().load() != 0) {

@@ -184,6 +184,7 @@ bool kvo_hws::startUsbServer() noexcept
 
 void *win_kvo_hws_usb_server(void * /*argument*/) noexcept
 {
+    const kvo_hws::NoCancellation wholeLife;
     kvo_hws_detach_thread();
     Server().run();
     return nullptr;

@@ -6,6 +6,8 @@
  *  only the host can carry out to the host's callback, and pushes the host's events as numbered indications. One agent runs
  *  in a process. It connects anew one second after a connect has failed and five seconds after a connection was lost. The
  *  protocol: docs/remote-protocol.md.
+ *
+ *  Neither a wait in here nor a callback can be cancelled with pthread_cancel (kvo_hws.h).
  */
 #ifndef KVO_HWS_AGENT_H
 #define KVO_HWS_AGENT_H
@@ -193,7 +195,9 @@ extern KVO_HWS_API pthread_mutex_t sGCriticalSectionEventSocket;
  *  @{
  */
 
-/** The commands; the first that fits is taken. */
+/** The commands; the first that fits is taken. A handler's address is that of the function of this name. A program that
+ *  defines a function of that name itself finds its own one here; the agent goes on calling the library's.
+ */
 extern KVO_HWS_API const HwsCommand cmds[60];
 
 /** Reads at most one request line from a readable session and answers it. Keywords that end in "=" match as a prefix, the
@@ -420,9 +424,9 @@ typedef void (*EmbKvoEventCallback)(const char *name, const char *data);
 /** Starts to listen at "/tmp/kvo_hws/event_sock".
  *  @return 1 started; -8 it listens already; -7 @p callback is null; -1 no thread or no memory
  *
- *  Replaces the process's handler of SIGUSR1 (see ActivateNotify). Connects as soon as a service is there, tries again each
- *  second, and connects anew where the connection is lost, at most once a second. Up to 16 lost connections stay open until
- *  it is stopped: the service takes a closed one for a station that has gone. An "Alive?" is read and dropped; so is, with a
+ *  Replaces the process's handler of SIGUSR1 (see ActivateNotify). Connects as soon as a service is there and tries again each
+ *  second. Where the connection is lost it connects again: at once if that connection brought an event, else after 1 s. Up to
+ *  16 lost connections stay open until it is stopped: the service takes a closed one for a station that has gone. An "Alive?" is read and dropped; so is, with a
  *  debug message, an event without a comma or with a name of 20 characters or more. Its steps are logged as debug messages,
  *  "embKvoEventsThread: ...". Safe from any thread.
  */

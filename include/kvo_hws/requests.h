@@ -7,7 +7,7 @@
  *  - Messages go to the debug message channel (runtime.h), silent until KVO_HWS_activateDebugDLL, as "<label> - <reason>".
  *  - A station is named by its IPv4 address as a number: 0x0A000005 is 10.0.0.5.
  *  - Buffers and arrays are the caller's; nothing that the library allocated is ever handed out.
- *  - Any thread may call them; they wait for one another (kvo_hws.h).
+ *  - Any thread may call them; they wait for one another, and cannot be cancelled while they wait (kvo_hws.h).
  */
 #ifndef KVO_HWS_REQUESTS_H
 #define KVO_HWS_REQUESTS_H
@@ -472,8 +472,8 @@ KVO_HWS_API int32_t KVO_HWS_invalidateTouchScreen(uint32_t station) KVO_HWS_NOEX
  *  @param pressThresh  receives the press threshold, -1 or more; 0 where the reply does not tell it
  *  @param nonlinear    receives -1, 0 or 1; 0 where the reply does not tell it
  *  @return 1, for any reply without malformed numbers, "failed" included; 0 the station has no touch screen; -1 malformed
- *  number or broken exchange; -2 no service; -7 a null pointer. Both outputs are
- *  written with 1 and with -1, and neither with 0.
+ *  number or broken exchange; -2 no service; -7 a null pointer. Both outputs are written with 1 and where a number is
+ *  malformed, and neither otherwise: where the exchange is broken, -1 too, they are as they were.
  *
  *  Asks "getCalibParam=<station>". Logged as "get touch screen calibration parameter - <reason>".
  */

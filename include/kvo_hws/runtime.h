@@ -7,6 +7,9 @@
  *  (SendDLLDebugMessage, off until KVO_HWS_activateDebugDLL switches it on), and the log of the socket layer (LOG and
  *  DEBUG, gated by priority and debug level; at level 0 only priorities 0 to 3 pass). The library opens no log at load:
  *  until InitLogMessages or KVO_HWS_activateDebugDLL runs, the program's own identity is used.
+ *
+ *  A program that defines a macro LOG or DEBUG (-DDEBUG is usual) keeps its macro, and cannot call the function of that name.
+ *  The waits and sleeps here cannot be cancelled with pthread_cancel; what else stands in kvo_hws.h on that holds too.
  */
 #ifndef KVO_HWS_RUNTIME_H
 #define KVO_HWS_RUNTIME_H
@@ -37,6 +40,11 @@ extern KVO_HWS_API uint32_t uiDebugMessageSysLogActive;
  */
 KVO_HWS_API int SendDLLDebugMessage(const char *text) KVO_HWS_NOEXCEPT;
 
+#pragma push_macro("LOG")
+#pragma push_macro("DEBUG")
+#undef LOG
+#undef DEBUG
+
 /** Writes a message to syslog if its priority passes: priorities 0 (LOG_EMERG) to 3 (LOG_ERR) always, 4 (LOG_WARNING) to 7
  *  (LOG_DEBUG) from debug level 1 on.
  *  @param priority  a syslog priority
@@ -48,6 +56,9 @@ KVO_HWS_API void LOG(int priority, const char *format, ...) KVO_HWS_NOEXCEPT __a
 
 /** As LOG, but priorities 4 to 7 pass only from debug level 2 on. */
 KVO_HWS_API void DEBUG(int priority, const char *format, ...) KVO_HWS_NOEXCEPT __attribute__((format(printf, 2, 3)));
+
+#pragma pop_macro("DEBUG")
+#pragma pop_macro("LOG")
 
 /** Sets iDebugLevel.
  *  @param level  any value, unchecked: below 0 acts as 0, above 2 as 2
@@ -96,7 +107,8 @@ KVO_HWS_API int32_t KVO_HWS_deactivateDebugDLL(void) KVO_HWS_NOEXCEPT;
 KVO_HWS_API int kvo_hws_CreateThread(void *(*start)(void *), void *argument) KVO_HWS_NOEXCEPT;
 
 /** As kvo_hws_CreateThread.
- *  @param id  receives the new thread's id; may be null. The id of a thread that detaches itself may be stale at once
+ *  @param id  receives the new thread's id before @p start runs; may be null. As it was with -1. The id of a thread that
+ *             detaches itself may be stale at once
  */
 KVO_HWS_API int kvo_hws_CreateThreadIdent(void *(*start)(void *), void *argument, pthread_t *id) KVO_HWS_NOEXCEPT;
 

@@ -4,7 +4,8 @@
  *
  *  A message is one line: its text and a line feed, at times with a carriage return before it. One connection carries one
  *  message and its answer. The request functions are built on SendCommand2ServiceDyn; most programs need nothing of this
- *  page but the basic requests. All functions may be called from any thread.
+ *  page but the basic requests. All functions may be called from any thread; none of their waits can be cancelled
+ *  (kvo_hws.h).
  *
  *  What the library writes raises no SIGPIPE; every descriptor is close-on-exec; any descriptor number can be waited for.
  */

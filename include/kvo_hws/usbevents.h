@@ -19,7 +19,8 @@
  *    takes the events back from the program that has just got them;
  *  - may still run, and may still be called by events on their way, shortly after KVO_HWS_closeUSBEvents has returned. No event
  *    that arrives after an end reaches it.
- *  The record it is given is valid until it returns.
+ *  The record it is given is valid until it returns. Neither a callback nor a wait in here can be cancelled with pthread_cancel
+ *  (kvo_hws.h).
  *
  *  After USB_EVENT_REFUSED or USB_EVENT_NO_SERVICE of an activation the server still listens, and answers every event "failed",
  *  until the next activation or KillUsbServer. A server that fails later says so in the system log alone.

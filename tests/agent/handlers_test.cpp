@@ -342,10 +342,18 @@ TEST(Handlers, keep_the_station_index)
 
 TEST(Handlers, take_three_states_of_caps_lock)
 {
-    Conversation conversation("", {{"setSwCapsLock=-1 0500000A", "ok"}, {"setSwCapsLock=0 0500000A", "ok"}});
+    Conversation conversation(
+        "", {{"setSwCapsLock=-1 0500000A", "ok"}, {"setSwCapsLock=0 0500000A", "ok"}, {"setSwCapsLock=1 0500000A", "ok"}});
     check(conversation, {{"set-sw-capslock=-1", "ok", "setSwCapsLock=-1 0500000A"},
-                         {"set-sw-capslock=00", "ok", "setSwCapsLock=0 0500000A"}});
-    for (const char *const argument : {"2", "-2", "", "-", "--1", "1-", "+1", " 1", "4294967297", "x"}) {
+                         {"set-sw-capslock=00", "ok", "setSwCapsLock=0 0500000A"},
+                         {"set-sw-capslock=1", "ok", "setSwCapsLock=1 0500000A"}});
+    // Digits and minus signs are read as far as they are a number: remote services send what they have in their field.
+    check(conversation, {{"set-sw-capslock=", "ok", "setSwCapsLock=0 0500000A"},
+                         {"set-sw-capslock=-", "ok", "setSwCapsLock=0 0500000A"},
+                         {"set-sw-capslock=--1", "ok", "setSwCapsLock=0 0500000A"},
+                         {"set-sw-capslock=1-", "ok", "setSwCapsLock=1 0500000A"},
+                         {"set-sw-capslock=-1-2", "ok", "setSwCapsLock=-1 0500000A"}});
+    for (const char *const argument : {"2", "-2", "2-", "+1", " 1", "1 ", "1x", "4294967297", "18446744073709551617", "x"}) {
         check(conversation, {{"set-sw-capslock=" + std::string(argument), "bad request"}});
     }
 }

@@ -4,7 +4,7 @@
 include(${CMAKE_CURRENT_LIST_DIR}/common.cmake)
 unset(ENV{LD_LIBRARY_PATH})
 set(ENV{CFLAGS} "${FLAGS}")
-set(ENV{CXXFLAGS} "${FLAGS} -O0")
+set(ENV{CXXFLAGS} "${FLAGS} -O0 -DDEBUG")  # a usual macro, and the name of one of our functions
 set(source ${WORK}/source)
 set(prefix ${WORK}/prefix)
 file(REMOVE_RECURSE ${WORK})

@@ -74,6 +74,17 @@ TEST(Interface, the_binary_exports_exactly_what_is_listed)
 
 TEST(Interface, the_headers_declare_exactly_what_is_listed) { EXPECT_EQ(declaredNames(), listedNames()); }
 
+/// What is missing there would be one variable in the library and another in the program.
+TEST(Interface, variables_are_those_that_the_library_looks_up_by_name)
+{
+    const Names variables =
+        matches(outputOf("nm -D --defined-only " KVO_LIBRARY), std::regex("^\\S+ [BDR] ([^@\\s]+)", std::regex::multiline));
+    ASSERT_GT(variables.size(), 20U);
+    const std::string list = contentOf(KVO_DYNAMIC);
+    EXPECT_EQ(matches(list, std::regex("^\\s+([A-Za-z_0-9]+);$", std::regex::multiline)), variables);
+    EXPECT_THAT(list, HasSubstr("\n  handle_*;\n"));
+}
+
 TEST(Interface, carries_its_soname_and_names_the_panels_libraries)
 {
     const std::string dynamic = outputOf("readelf -dW " KVO_LIBRARY);

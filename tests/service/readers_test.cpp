@@ -389,7 +389,11 @@ TEST_F(Readers, begin_their_round_again_after_an_interrupted_receive)
 TEST_F(Readers, end_by_themselves_in_a_thread_that_is_cancelled)
 {
     // A cancellation inside would pass functions that let nothing out, and end the process.
-    for (const auto &read : {+[](int fd) { return FixedLine(fd).result; }, +[](int fd) { return DynLine(fd).result; }}) {
+    for (const auto &read : {+[](int fd) { return FixedLine(fd).result; }, +[](int fd) { return DynLine(fd).result; },
+                             +[](int fd) {
+                                 SocketCache cache{};
+                                 return CachedLine(fd, cache).result;
+                             }}) {
         Pair pair;
         struct Job {
             int fd;

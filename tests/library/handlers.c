@@ -1,0 +1,102 @@
+/* The address of a handler is that of its row in cmds, in whatever way the program is linked: programs compare them. */
+#include <kvo_hws/agent.h>
+
+#include <stdio.h>
+#include <string.h>
+
+#define HANDLERS(ROW)                                                                                                          \
+    ROW("show-panel-size", handle_show_panel_size)                                                                             \
+    ROW("show-hwid", handle_show_hwid)                                                                                         \
+    ROW("show-input-devices", handle_show_input_devices)                                                                       \
+    ROW("set-backlight=", handle_set_backlight)                                                                                \
+    ROW("set-backlight-brightness=", handle_set_backlight_brightness)                                                          \
+    ROW("set-backlight-brightness-v2=", handle_set_backlight_brightness_v2)                                                    \
+    ROW("get-backlight-brightness-v2=", handle_get_backlight_brightness_v2)                                                    \
+    ROW("set-darken=", handle_set_darken)                                                                                      \
+    ROW("set-disable-numlock=", handle_set_disable_numlock)                                                                    \
+    ROW("set-disable-capslock=", handle_set_disable_capslock)                                                                  \
+    ROW("get-disable-numlock", handle_get_disable_numlock)                                                                     \
+    ROW("get-disable-capslock", handle_get_disable_capslock)                                                                   \
+    ROW("get-station-type", handle_get_station_type)                                                                           \
+    ROW("get-sw-capslock", handle_get_sw_capslock)                                                                             \
+    ROW("set-sw-capslock=", handle_set_sw_capslock)                                                                            \
+    ROW("get-kvo-name", handle_get_kvo_name)                                                                                   \
+    ROW("get-kvo-priority", handle_get_kvo_priority)                                                                           \
+    ROW("get-kvo-startup-active", handle_get_kvo_startup_active)                                                               \
+    ROW("get-kvo-startup-prio", handle_get_kvo_startup_prio)                                                                   \
+    ROW("set-channel-info=", handle_set_channel_info)                                                                          \
+    ROW("get-channel-info", handle_get_channel_info)                                                                           \
+    ROW("get-screen-on-focus", handle_get_screen_on_focus)                                                                     \
+    ROW("get-channel-on-focus", handle_get_channel_on_focus)                                                                   \
+    ROW("get-t2m2n", handle_get_t2m2n)                                                                                         \
+    ROW("get-mcpaddr", handle_get_mcpaddr)                                                                                     \
+    ROW("set-mcpaddr=", handle_set_mcpaddr)                                                                                    \
+    ROW("get-kvoindex", handle_get_kvoindex)                                                                                   \
+    ROW("set-kvoindex=", handle_set_kvoindex)                                                                                  \
+    ROW("get-dckaddr", handle_get_dckaddr)                                                                                     \
+    ROW("get-dckenable", handle_get_dckenable)                                                                                 \
+    ROW("set-dckenable=", handle_set_dckenable)                                                                                \
+    ROW("get-cksindex", handle_get_cksindex)                                                                                   \
+    ROW("set-cksindex=", handle_set_cksindex)                                                                                  \
+    ROW("invalidate-calibration", handle_invalidate_calibration)                                                               \
+    ROW("get-rv4mode", handle_get_rv4mode)                                                                                     \
+    ROW("set-rv4mode=", handle_set_rv4mode)                                                                                    \
+    ROW("get-calibparam", handle_get_calibparam)                                                                               \
+    ROW("set-calibparam=", handle_set_calibparam)                                                                              \
+    ROW("simulate-mcp=", handle_simulate_mcp)                                                                                  \
+    ROW("enable-mcp=", handle_enable_mcp)                                                                                      \
+    ROW("reboot", handle_reboot)                                                                                               \
+    ROW("show-viewer-active", handle_show_viewer_active)                                                                       \
+    ROW("show-current-server", handle_show_current_server)                                                                     \
+    ROW("start-viewer=", handle_start_viewer)                                                                                  \
+    ROW("start-configured-viewer=", handle_start_configured_viewer)                                                            \
+    ROW("stop-viewer-preempt", handle_stop_viewer_preempt)                                                                     \
+    ROW("stop-viewer-noclean", handle_stop_viewer_noclean)                                                                     \
+    ROW("stop-viewer", handle_stop_viewer)                                                                                     \
+    ROW("activate-me", handle_activate_me)                                                                                     \
+    ROW("servername=", handle_servername)                                                                                      \
+    ROW("set-statusline=", handle_set_statusline)                                                                              \
+    ROW("ping", handle_ping)                                                                                                   \
+    ROW("get-softkey-type", handle_get_softkey_type)                                                                           \
+    ROW("get-keyboard-caps", handle_get_keyboard_caps)                                                                         \
+    ROW("get-hardware-caps", handle_get_hardware_caps)                                                                         \
+    ROW("get-panel-oem-layout", handle_get_panel_oem_layout)                                                                   \
+    ROW("get-panel-rotation", handle_get_panel_rotation)                                                                       \
+    ROW("set-usb-lock=", handle_set_usb_lock)                                                                                  \
+    ROW("get-usb-lock", handle_get_usb_lock)                                                                                   \
+    ROW("sync-times=", handle_sync_times)
+
+#define ADDRESS(keyword, handler) {keyword, handler},
+
+/* Written at link time, as tables of programs are. */
+static const HwsCommand expected[] = {HANDLERS(ADDRESS)};
+
+/* Told by the program's code, which has other ways to an address. */
+static CmdHandler handlerOf(const char *keyword)
+{
+#define FIND(row, handler)                                                                                                     \
+    if (strcmp(keyword, row) == 0) {                                                                                           \
+        return handler;                                                                                                        \
+    }
+    HANDLERS(FIND)
+    return NULL;
+}
+
+int main(void)
+{
+    const size_t count = sizeof cmds / sizeof *cmds;
+    int failures = 0;
+    if (count != sizeof expected / sizeof *expected) {
+        printf("%zu commands\n", count);
+        return 1;
+    }
+    for (size_t row = 0; row < count; ++row) {
+        const int same = strcmp(cmds[row].keyword, expected[row].keyword) == 0 && cmds[row].handler == expected[row].handler &&
+                         cmds[row].handler == handlerOf(cmds[row].keyword);
+        if (!same) {
+            printf("%s: not the handler of row %zu\n", expected[row].keyword, row);
+            ++failures;
+        }
+    }
+    return failures == 0 ? 0 : 1;
+}

@@ -9,12 +9,12 @@
 #include "agent/instance.h"
 #include "agent/line_writer.h"
 #include "config/interface_name.h"
+#include "runtime/adapter_cache.h"
 #include "runtime/clock.h"
 #include "runtime/log.h"
 #include "runtime/owners.h"
 #include "service/socket.h"
 
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <cstddef>
@@ -192,11 +192,10 @@ private:
 /// Six bytes of hardware address in the agent's name.
 void nameAgent() noexcept
 {
-    setAdapterInterfaceCache(sConfData.interface);
-    getAdapterValuesDirect(1);
+    const kvo_hws::AdapterCache adapter(sConfData.interface);
     debugValues("KVO_HWS DLL - embHwsClientThread - embHwsClientThread uses interface '%s'", kvo_hws::interfaceName());
-    std::array<uint8_t, 6> mac{};
-    getAdapterMacCache(mac.data());
+    uint8_t mac[6] = {};
+    adapter.readMac(mac);
     std::snprintf(gHostname, sizeof gHostname, "EmbKVO_%02X%02X%02X%02X%02X%02X", mac[0], mac[1], mac[2], mac[3], mac[4],
                   mac[5]);
 }

@@ -1,8 +1,8 @@
 // The USB lock of stations, which is set by a datagram to all of them, and the lists of their USB connectors.
-#include <kvo_hws/platform.h>
 #include <kvo_hws/requests.h>
 
 #include "requests/values.h"
+#include "runtime/adapter_cache.h"
 #include "runtime/log.h"
 #include "runtime/owners.h"
 #include "service/request.h"
@@ -41,8 +41,8 @@ sockaddr_in lockDestination() noexcept
     sockaddr_in destination{};
     destination.sin_family = AF_INET;
     destination.sin_port = htons(kLockPort);
-    setAdapterInterfaceCache(libpavo_getMetric(PLATFORM_INTERFACE_NAME));
-    destination.sin_addr.s_addr = getAdapterValuesDirect(1) != 0 ? htonl(INADDR_LOOPBACK) : getAdapterBroadcastCache();
+    const kvo_hws::AdapterCache adapter(libpavo_getMetric(PLATFORM_INTERFACE_NAME));
+    destination.sin_addr.s_addr = adapter.found() ? adapter.broadcast() : htonl(INADDR_LOOPBACK);
     return destination;
 }
 

@@ -1,9 +1,11 @@
 // The connection thread: where it connects to and when, how it serves, and what it logs on the way.
 #include <kvo_hws/agent.h>
 #include <kvo_hws/config.h>
+#include <kvo_hws/requests.h>
 #include <kvo_hws/runtime.h>
 
 #include "agent/agent_fixture.h"
+#include "support/no_standard_input.h"
 #include "support/syslog_capture.h"
 #include "support/system_calls.h"
 #include "support/usb_events.h"
@@ -34,24 +36,43 @@ using namespace std::chrono_literals;
 namespace {
 
 /// The platform's adapter, in the place of its library's: which one is asked for, and what it answers.
+std::mutex adapterLock;
 std::vector<std::string> adapterCalls;
+std::atomic<bool> adapterIsSlow{false};
+
+void noteAdapterCall(const std::string &call)
+{
+    {
+        const std::lock_guard guard(adapterLock);
+        adapterCalls.push_back(call);
+    }
+    if (adapterIsSlow) {
+        std::this_thread::sleep_for(50ms);
+    }
+}
 
 }  // namespace
 
 extern "C" {
 
-void setAdapterInterfaceCache(const char *interface) noexcept { adapterCalls.push_back(std::string("select ") + interface); }
+void setAdapterInterfaceCache(const char *interface) noexcept { noteAdapterCall(std::string("select ") + interface); }
 
 int getAdapterValuesDirect(int refresh) noexcept
 {
-    adapterCalls.push_back("read " + std::to_string(refresh));
+    noteAdapterCall("read " + std::to_string(refresh));
     return 0;
 }
 
 void getAdapterMacCache(uint8_t *mac) noexcept
 {
-    adapterCalls.emplace_back("hardware address");
+    noteAdapterCall("hardware address");
     std::ranges::copy(std::array<uint8_t, 6>{0x01, 0x23, 0xAB, 0xCD, 0x0E, 0xF0}, mac);
+}
+
+uint32_t getAdapterBroadcastCache() noexcept
+{
+    noteAdapterCall("broadcast address");
+    return htonl(INADDR_LOOPBACK);
 }
 
 }  // extern "C"
@@ -138,6 +159,47 @@ TEST_F(Connection, is_named_by_the_configured_interface)
     EXPECT_EQ(remote.ask("get-kvo-name"), "EmbKVO_0123ABCD0EF0");
     EXPECT_STREQ(gHostname, "EmbKVO_0123ABCD0EF0");
     EXPECT_THAT(adapterCalls, ElementsAre(std::string("select ") + sConfData.interface, "read 1", "hardware address"));
+}
+
+/// The platform has one adapter cache: whoever has selected an adapter reads it before another is selected.
+TEST_F(Connection, is_named_by_its_own_interface_while_a_usb_lock_is_set)
+{
+    adapterCalls.clear();
+    adapterIsSlow = true;
+    std::thread setter([] { EXPECT_EQ(KVO_HWS_setUsbLock(0, nullptr, 1, 0), 1); });
+    {
+        const Agent agent;
+        ASSERT_TRUE(eventually([] {
+            const std::lock_guard guard(adapterLock);
+            return adapterCalls.size() == 6;
+        }));
+        setter.join();
+    }
+    adapterIsSlow = false;
+    const bool agentFirst = adapterCalls[2] == "hardware address";
+    const std::string own = sConfData.interface;
+    const std::vector<std::string> agents = {"select " + own, "read 1", "hardware address"};
+    const std::vector<std::string> locks = {"select lo", "read 1", "broadcast address"};
+    std::vector<std::string> expected = agentFirst ? agents : locks;
+    expected.insert(expected.end(), agentFirst ? locks.begin() : agents.begin(), agentFirst ? locks.end() : agents.end());
+    EXPECT_THAT(adapterCalls, ElementsAreArray(expected));
+}
+
+TEST_F(Connection, may_be_descriptor_0)
+{
+    RemoteService remote(kSession);
+    const SyslogCapture capture;
+    {
+        const support::NoStandardInput noStandardInput;
+        const Agent agent;
+        ASSERT_TRUE(remote.accept());
+        EXPECT_EQ(remote.ask("ping"), "pong");
+        EXPECT_EQ(sessionSocket(), 0);
+        EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(agent.instance, "key"), 1);
+        EXPECT_EQ(remote.line(), "I01:key\r\n");
+    }
+    EXPECT_THAT(threadTexts(capture), Contains("KVO_HWS DLL - hmi_close_x - socket 0"));
+    EXPECT_EQ(sessionSocket(), -1);
 }
 
 TEST_F(Connection, is_waited_on_for_a_second_at_a_time)
@@ -477,6 +539,22 @@ TEST_F(OpenSocket, is_closed_before_the_connect_when_it_is_a_little_older)
                 ElementsAre(kThread + "connect to 127.0.0.1", kConnect + "timeout",
                             "KVO_HWS DLL - hmi_close_x - socket " + std::to_string(ends[0]),
                             kConnect + "connect() returns " + std::to_string(ECONNREFUSED), kNextTry));
+    close(ends[1]);
+}
+
+/// An agent that starts has no socket, whatever was left in the record that programs can write to.
+TEST_F(OpenSocket, of_an_earlier_time_is_closed_before_the_agent_connects)
+{
+    RemoteService remote(kSession);
+    KvoTimeval later;
+    timeval_get(&later);
+    later.tv_sec += 60;  // fresh, as far as its age tells
+    giveHeardAt(later);
+    const Agent agent;
+    ASSERT_TRUE(remote.accept());
+    EXPECT_EQ(remote.ask("ping"), "pong");
+    char byte = 0;
+    EXPECT_EQ(recv(ends[1], &byte, 1, MSG_DONTWAIT), 0);
     close(ends[1]);
 }
 

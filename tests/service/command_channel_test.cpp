@@ -3,6 +3,7 @@
 
 #include "support/alarms.h"
 #include "support/no_descriptors.h"
+#include "support/no_standard_input.h"
 #include "support/scripted_service.h"
 #include "support/syslog_capture.h"
 #include "support/system_calls.h"
@@ -67,6 +68,22 @@ TEST(CommandChannel, sends_the_command_and_a_line_feed_and_nothing_else)
     EXPECT_EQ(exchange.text(), "ok");
     EXPECT_EQ(exchange.reply.uiLength, 3U);
     EXPECT_THAT(service.requests(), ElementsAre("getVersion\n"));
+}
+
+TEST(CommandChannel, may_be_descriptor_0)
+{
+    const ScriptedService service({support::replies("ok")});
+    std::vector<int> sockets;
+    const support::WithSystemCalls calls({.connect = [&](int fd, const sockaddr *, socklen_t) {
+        sockets.push_back(fd);
+        return support::kPass;
+    }});
+    const support::NoStandardInput noStandardInput;
+    const Exchange exchange("getVersion");
+    EXPECT_EQ(exchange.result, 1);
+    EXPECT_EQ(exchange.text(), "ok");
+    EXPECT_THAT(sockets, ElementsAre(0));
+    EXPECT_EQ(fcntl(0, F_GETFD), -1) << "closed again";
 }
 
 TEST(CommandChannel, connects_by_family_and_path_alone_and_writes_once)

@@ -53,7 +53,8 @@ uint32_t running = 0;
 EmbKvoEventCallback eventCallback = nullptr;
 
 /// The record of the listener that is active; whoever looks into a record holds this lock and finds it here, so that a listener
-/// that outlives its record leaves it alone.
+/// that outlives its record leaves it alone. A listener takes its thread out of the record under it before it ends, and is
+/// signalled under it: a thread that has ended is never signalled.
 pthread_mutex_t recordChange = PTHREAD_MUTEX_INITIALIZER;
 Notify *activeRecord = nullptr;
 
@@ -119,11 +120,10 @@ public:
         while (goesOn()) {
             Descriptor socket = connect();
             debugValues("embKvoEventsThread: connected to '%s'", kEventSocket.data());
-            const auto connected = Clock::now();
-            serve(socket);
+            const bool broughtEvent = serve(socket);
             keepOpen(std::move(socket));
-            if (goesOn() && Clock::now() - connected < kRetryPause) {
-                kvo_hws::pause(kRetryPause);  // a service that hangs up at once is not asked as fast as it does
+            if (!broughtEvent) {
+                pauseUnlessStopped();  // a service that accepts and hangs up is not asked as fast as it does
             }
         }
     }
@@ -135,12 +135,25 @@ private:
             record_, [](Notify &record) { return shared(record.uiState).load() == NOTIFY_RUNNING; }, false);
     }
 
+    /// Sleeps for as long as between two attempts to connect. The signal of a stop ends the sleep.
+    void pauseUnlessStopped() const noexcept
+    {
+        const auto end = Clock::now() + kRetryPause;
+        while (goesOn() && Clock::now() < end) {
+            const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
+            Notify sleep = {};
+            WaitNotify(&sleep, static_cast<unsigned>(std::max(left, 0ms).count()));
+        }
+    }
+
     /// One user less. Whether it was the last one and its end was asked for.
     [[nodiscard]] bool isLastAndRequested() const noexcept
     {
         return whileActive(
             record_,
             [](Notify &record) {
+                pthread_t self = pthread_self();
+                shared(record.threadWorker).compare_exchange_strong(self, pthread_t{});
                 const auto users = shared(record.uiUsers);
                 if (users.load() != 0 && --users != 0) {
                     return false;
@@ -175,9 +188,10 @@ private:
         }
     }
 
-    /// Hands events on until the connection is lost, or the stop is requested.
-    void serve(const Descriptor &socket) const noexcept
+    /// Hands events on until the connection is lost, or the stop is requested. Whether it brought one.
+    [[nodiscard]] bool serve(const Descriptor &socket) const noexcept
     {
+        bool broughtEvent = false;
         while (goesOn()) {
             const int ready = kvo_hws::pollReadable(socket.get(), kStatePeriod);
             if (ready == 0) {
@@ -185,14 +199,16 @@ private:
             } else if (ready < 0 && errno != EINTR) {
                 debugValues("embKvoEventsThread: select returns %d==> timeout",
                             errno);  // the words of the time-out, for log searches
-                return;
-            } else if (ready > 0 && !readEvent(socket)) {
-                return;
+                break;
+            } else if (ready > 0 && !readEvent(socket, broughtEvent)) {
+                break;
             }
         }
+        return broughtEvent;
     }
 
-    bool readEvent(const Descriptor &socket) const noexcept
+    /// False where the connection is lost.
+    bool readEvent(const Descriptor &socket, bool &broughtEvent) const noexcept
     {
         DynBuffer line = {};
         const int result = ReadSocketDyn(socket.get(), &line);
@@ -203,17 +219,18 @@ private:
         }
         debugValues("embKvoEventsThread: Got event: %s\n", text.get());
         if (text.get() != kKeepAlive && goesOn()) {
-            tell(text.get());
+            broughtEvent = tell(text.get()) || broughtEvent;
         }
         return true;
     }
 
-    static void tell(std::string_view event) noexcept
+    /// Whether the text was an event.
+    static bool tell(std::string_view event) noexcept
     {
         const auto comma = event.find(',');
         if (comma == std::string_view::npos || comma >= kNameRoom) {
             debugValues("embKvoEventsThread: event dropped: a name of at most 19 characters and a comma are expected");
-            return;
+            return false;
         }
         char name[kNameRoom];
         name[event.copy(name, comma)] = '\0';
@@ -225,6 +242,7 @@ private:
         } catch (...) {
             // There is nobody to tell.
         }
+        return true;
     }
 
     Notify *record_;
@@ -246,10 +264,19 @@ void *listenOnActive(void *record) noexcept
 int stopListener(Notify &record) noexcept
 {
     // Decides the one case that the wait leaves to it: the listener has ended, and its signal came too early.
-    errno = EINTR;
-    int result = kvo_hws::requestStop(record, kSignalTime);
-    for (unsigned waited = kSignalTime; result == -2 && waited < kStopTime; waited += kSignalTime) {
+    const auto request = [&] {
+        const Lock lock(recordChange);
+        kvo_hws::requestStop(record);
+    };
+    const auto signal = [&] {
+        const Lock lock(recordChange);
         NotifyThread(shared(record.threadWorker).load());
+    };
+    request();
+    errno = EINTR;
+    int result = WaitShutdown(&record, kSignalTime);
+    for (unsigned waited = kSignalTime; result == -2 && waited < kStopTime; waited += kSignalTime) {
+        signal();
         errno = EINTR;
         result = WaitShutdown(&record, kSignalTime);
     }

@@ -96,12 +96,11 @@ int WaitShutdown(Notify *record, unsigned ms) noexcept
     }
 }
 
-int kvo_hws::requestStop(Notify &record, unsigned milliseconds) noexcept
+void kvo_hws::requestStop(Notify &record) noexcept
 {
     shared(record.threadRequester).store(pthread_self());
     shared(record.uiState).store(NOTIFY_STOP_REQUESTED);
     NotifyThread(shared(record.threadWorker).load());
-    return WaitShutdown(&record, milliseconds);
 }
 
 int ShutdownThread(Notify *record, unsigned milliseconds) noexcept
@@ -109,7 +108,8 @@ int ShutdownThread(Notify *record, unsigned milliseconds) noexcept
     if (record == nullptr) {
         return -2;
     }
-    const int result = kvo_hws::requestStop(*record, milliseconds);
+    kvo_hws::requestStop(*record);
+    const int result = WaitShutdown(record, milliseconds);
     // Freed also when the worker goes on: it is the worker that must not come back to it.
     DeleteNotify(&record);
     return result;

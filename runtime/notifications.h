@@ -8,7 +8,7 @@ namespace kvo_hws {
 /// Whether a worker's state, NOTIFY_..., says that it runs no more.
 constexpr bool hasEnded(uint32_t state) noexcept { return state == NOTIFY_STOPPED || state == NOTIFY_STOP_DONE; }
 
-/// As ShutdownThread, but the record stays the caller's.
-int requestStop(Notify &record, unsigned milliseconds) noexcept;
+/// The first half of ShutdownThread: requests the stop, and wakes the worker.
+void requestStop(Notify &record) noexcept;
 
 }  // namespace kvo_hws

@@ -323,6 +323,86 @@ TEST_F(EventListener, is_woken_by_a_stop_that_comes_just_before_its_wait)
     EXPECT_TRUE(isFree());
 }
 
+/// A thread that has ended is no thread to signal: its number may be another's.
+TEST_F(EventListener, does_not_end_while_it_is_signalled)
+{
+    EventService service;
+    std::atomic<bool> hasEnded{false};
+    std::atomic<int> signals{0};
+    const WithSystemCalls calls{{.pthreadKill =
+                                     [&, own = std::this_thread::get_id()](pthread_t) {
+                                         if (std::this_thread::get_id() == own && signals++ == 0) {
+                                             // It is woken by something else, and sees the stop.
+                                             service.publish("Alive?\n");
+                                             std::this_thread::sleep_for(200ms);
+                                             EXPECT_FALSE(hasEnded);
+                                         }
+                                         return support::kPass;
+                                     },
+                                 .threadWork =
+                                     [&](std::function<void *()> work) {
+                                         return std::function<void *()>([&hasEnded, work] {
+                                             void *const result = work();
+                                             hasEnded = true;
+                                             return result;
+                                         });
+                                     }}};
+    Listening listening;
+    ASSERT_TRUE(service.accept());
+    std::this_thread::sleep_for(50ms);
+    EXPECT_EQ(listening.stop(), 1);
+    EXPECT_GE(signals, 1);
+    EXPECT_TRUE(eventually([&] { return hasEnded.load(); }));
+}
+
+TEST_F(EventListener, takes_its_thread_out_of_its_record_when_it_ends)
+{
+    EventService service;
+    Notify *record = nullptr;
+    ASSERT_EQ(CreateNotify(&record), 0);
+    ASSERT_EQ(kvo_hws_CreateThread(embKvoEventsThread, record), 1);
+    ASSERT_TRUE(service.accept());
+    ASSERT_TRUE(eventually([&] { return std::atomic_ref(record->uiState).load() == NOTIFY_RUNNING; }));
+    EXPECT_NE(std::atomic_ref(record->threadWorker).load(), pthread_t{});
+    std::atomic_ref(record->uiState).store(NOTIFY_STOP_DONE);
+    EXPECT_TRUE(eventually([&] { return std::atomic_ref(record->uiState).load() == NOTIFY_STOPPED; }));
+    EXPECT_EQ(std::atomic_ref(record->threadWorker).load(), pthread_t{});
+    EXPECT_TRUE(eventually(isFree));
+    DeleteNotify(&record);
+}
+
+TEST_F(EventListener, is_waited_for_in_ten_parts_of_a_second)
+{
+    EventService service;
+    std::atomic<bool> goOn{false};
+    Told::then([&] {
+        while (!goOn) {
+            std::this_thread::sleep_for(1ms);
+        }
+    });
+    Listening listening;
+    ASSERT_TRUE(service.accept());
+    service.publish("event, x\n");
+    ASSERT_TRUE(Told::waitFor(1));
+    std::vector<timeval> waits;
+    {
+        const WithSystemCalls calls{{.select = [&, own = std::this_thread::get_id()](timeval *time) {
+            if (std::this_thread::get_id() != own) {
+                return support::kPass;
+            }
+            waits.push_back(*time);
+            return 0;  // the time is over
+        }}};
+        listening.stop();
+    }
+    EXPECT_EQ(waits.size(), 10U);
+    for (const timeval &wait : waits) {
+        EXPECT_EQ(wait.tv_sec * 1'000'000 + wait.tv_usec, 100'000);
+    }
+    goOn = true;
+    EXPECT_TRUE(eventually(isFree));
+}
+
 TEST_F(EventListener, may_be_activated_again_at_once)
 {
     EventService service;
@@ -411,6 +491,76 @@ TEST_F(EventListener, connects_anew_where_the_connection_ends)
     EXPECT_EQ(std::ranges::count(capture.texts(), kThread + "try connect to pipe '/tmp/kvo_hws/event_sock'"), 2);
 }
 
+TEST_F(EventListener, connects_again_at_once_after_a_connection_that_brought_an_event)
+{
+    EventService service;
+    Listening listening;
+    const auto began = Clock::now();
+    for (int connection = 1; connection <= 8; ++connection) {
+        ASSERT_TRUE(service.accept());
+        service.publish("event, x\n");
+        service.stopSending();
+    }
+    EXPECT_LT(Clock::now() - began, 4s) << "without seven pauses of a second";
+    EXPECT_TRUE(Told::waitFor(8));
+}
+
+/// However long it lasted, and whatever else came.
+TEST_F(EventListener, pauses_after_a_connection_that_brought_no_event)
+{
+    EventService service;
+    Listening listening;
+    ASSERT_TRUE(service.accept());
+    std::this_thread::sleep_for(1100ms);
+    service.publish("Alive?\nno comma\na name that is too long, x\n");
+    std::this_thread::sleep_for(50ms);
+    service.stopSending();
+    const auto ended = Clock::now();
+    ASSERT_TRUE(service.accept());
+    EXPECT_GE(Clock::now() - ended, 900ms);
+    EXPECT_THAT(Told::events(), IsEmpty());
+}
+
+TEST_F(EventListener, is_stopped_while_it_pauses)
+{
+    EventService service;
+    Listening listening;
+    std::atomic<bool> pauses{false};
+    const WithSystemCalls calls{{.select = [&, own = std::this_thread::get_id()](timeval *time) {
+        pauses = pauses || (std::this_thread::get_id() != own && time->tv_sec + time->tv_usec >= 1);
+        return support::kPass;
+    }}};
+    ASSERT_TRUE(service.accept());
+    service.stopSending();
+    ASSERT_TRUE(eventually([&] { return pauses.load(); }));
+    std::this_thread::sleep_for(50ms);
+    const auto began = Clock::now();
+    EXPECT_EQ(listening.stop(), 1);
+    EXPECT_LE(Clock::now() - began, 500ms) << "well before its pause of a second is over";
+}
+
+TEST_F(EventListener, pauses_for_its_time_through_signals)
+{
+    EventService service;
+    std::atomic<pthread_t> thread{};
+    const WithSystemCalls calls{{.threadWork = [&](std::function<void *()> work) {
+        return std::function<void *()>([&thread, work] {
+            thread = pthread_self();
+            return work();
+        });
+    }}};
+    Listening listening;
+    ASSERT_TRUE(service.accept());
+    service.stopSending();
+    const auto ended = Clock::now();
+    for (int signals = 0; signals < 5; ++signals) {
+        std::this_thread::sleep_for(50ms);
+        pthread_kill(thread.load(), SIGUSR1);
+    }
+    ASSERT_TRUE(service.accept());
+    EXPECT_GE(Clock::now() - ended, 900ms);
+}
+
 /// A service that hangs up must use up neither the processor nor the descriptors of the program.
 TEST_F(EventListener, does_not_run_after_a_service_that_hangs_up)
 {
@@ -439,7 +589,7 @@ TEST_F(EventListener, closes_its_connections_when_it_is_stopped)
     const std::size_t before = support::descriptorsOpen();
     Listening listening;
     ASSERT_TRUE(service.accept());
-    std::this_thread::sleep_for(1100ms);  // as long as is no hanging up
+    service.publish("event, x\n");
     service.stopSending();
     ASSERT_TRUE(service.accept());
     EXPECT_FALSE(service.isClosed(0));
@@ -452,10 +602,10 @@ TEST_F(EventListener, closes_its_connections_when_it_is_stopped)
 TEST_F(EventListener, holds_no_more_than_16_lost_connections)
 {
     EventService service;
-    const WithSystemCalls calls{{.clockNanosleep = [](const timespec *) { return 0; }}};  // nothing pauses
     Listening listening;
     for (int connection = 0; connection < 20; ++connection) {
         ASSERT_TRUE(service.accept());
+        service.publish("event, x\n");
         service.stopSending();
     }
     ASSERT_TRUE(service.accept());

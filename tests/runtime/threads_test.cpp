@@ -2,6 +2,7 @@
 #include <kvo_hws/runtime.h>
 
 #include "support/alarms.h"
+#include "support/failing_allocations.h"
 #include "support/system_calls.h"
 
 #include <atomic>
@@ -56,6 +57,68 @@ TEST(Threads, tell_their_id_where_it_is_wanted)
     ASSERT_TRUE(other.done.try_acquire_for(5s));
 }
 
+/// A thread that looks for its own id where its creator wants it stored.
+struct Worker {
+    pthread_t id{};
+    std::atomic<bool> foundItself{false};
+    std::binary_semaphore looked{0};
+    std::binary_semaphore mayEnd{0};
+    std::binary_semaphore ended{0};
+
+    static void *run(void *argument)
+    {
+        auto &own = *static_cast<Worker *>(argument);
+        own.foundItself = pthread_equal(own.id, pthread_self()) != 0;
+        own.looked.release();
+        own.mayEnd.acquire();
+        own.ended.release();
+        return nullptr;
+    }
+};
+
+TEST(Threads, find_their_id_stored_when_they_begin)
+{
+    // The creator is held up for so long that a thread which does not wait for it would look too early.
+    const support::WithSystemCalls calls({.threadCreated = [] { std::this_thread::sleep_for(50ms); }});
+    Worker worker;
+    EXPECT_EQ(kvo_hws_CreateThreadIdent(Worker::run, &worker, &worker.id), 1);
+    worker.looked.acquire();
+    EXPECT_TRUE(worker.foundItself);
+    pthread_detach(worker.id);
+    worker.id = {};
+    worker.mayEnd.release();
+    worker.ended.acquire();
+    EXPECT_TRUE(pthread_equal(worker.id, pthread_t{})) << "the variable is the creator's";
+}
+
+TEST(Threads, without_memory_for_them_leave_the_id_alone)
+{
+    if (const char *const why = support::FailingAllocations::unavailable()) {
+        GTEST_SKIP() << why;
+    }
+    Report report;
+    pthread_t id = pthread_self();
+    int result = 0;
+    int error = 0;
+    {
+        const support::FailingAllocations noMemory;
+        result = kvo_hws_CreateThreadIdent(reportBack, &report, &id);
+        error = errno;
+    }
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(error, EAGAIN);
+    EXPECT_TRUE(pthread_equal(id, pthread_self()));
+}
+
+TEST(Threads, that_end_from_within_give_everything_back)
+{
+    pthread_t id{};
+    ASSERT_EQ(kvo_hws_CreateThreadIdent([](void *argument) -> void * { pthread_exit(argument); }, &id, &id), 1);
+    void *value = nullptr;
+    EXPECT_EQ(pthread_join(id, &value), 0);
+    EXPECT_EQ(value, &id);
+}
+
 TEST(Threads, that_can_not_be_started_are_minus_1_and_leave_the_id_alone)
 {
     const support::WithSystemCalls calls({.pthreadCreate = [] { return EAGAIN; }});
@@ -84,6 +147,18 @@ TEST(Threads, giving_up_execution_takes_20_ms_through_signals)
     const auto taken = std::chrono::steady_clock::now() - start;
     EXPECT_GE(taken, 20ms);
     EXPECT_LT(taken, 2s);
+}
+
+TEST(Threads, giving_up_execution_asks_for_20_ms)
+{
+    timespec asked{};
+    const support::WithSystemCalls calls({.clockNanosleep = [&](const timespec *time) {
+        asked = *time;
+        return 0;
+    }});
+    EXPECT_EQ(kvo_hws_GiveUpThreadExecution(), 0);
+    EXPECT_EQ(asked.tv_sec, 0);
+    EXPECT_EQ(asked.tv_nsec, 20'000'000);
 }
 
 TEST(CriticalSection, keeps_others_out_until_it_is_left)

@@ -124,6 +124,13 @@ std::unique_ptr<std::function<void *()>> threadWork(const void *from, void *(*st
     return std::make_unique<std::function<void *()>>(calls->threadWork([=] { return start(argument); }));
 }
 
+void tellThreadCreated()
+{
+    if (const auto calls = current(); calls != nullptr && calls->threadCreated) {
+        calls->threadCreated();
+    }
+}
+
 void *runThread(void *work)
 {
     const std::unique_ptr<std::function<void *()>> owned(static_cast<std::function<void *()> *>(work));
@@ -261,15 +268,21 @@ int pthread_create(pthread_t *id, const pthread_attr_t *attributes, void *(*star
             const support::WorkingAllocations forTheStandIn;
             return support::threadWork(from, start, argument);
         }();
-        if (work == nullptr) {
-            return system(id, attributes, start, argument);
-        }
-        const int error = system(id, attributes, support::runThread, work.get());
+        const int error =
+            work == nullptr ? system(id, attributes, start, argument) : system(id, attributes, support::runThread, work.get());
         if (error == 0) {
             static_cast<void>(work.release());
+            support::tellThreadCreated();
         }
         return error;
     });
+}
+
+int pthread_kill(pthread_t thread, int signal) noexcept
+{
+    static auto *const system = support::original<int(pthread_t, int)>("pthread_kill");
+    return support::ask(
+        __builtin_return_address(0), &support::SystemCalls::pthreadKill, [=] { return system(thread, signal); }, thread);
 }
 
 int getsockopt(int fd, int level, int option, void *value, socklen_t *length) noexcept

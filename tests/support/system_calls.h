@@ -29,6 +29,7 @@ struct SystemCalls {
     std::function<ssize_t(int fd, const void *bytes, std::size_t length, const sockaddr *address)> sendto{};
     std::function<int(int fd, int level, int option)> setsockopt{};
     std::function<int()> pthreadCreate{};
+    std::function<int(pthread_t thread)> pthreadKill{};
     std::function<int(int fd, int level, int option)> getsockopt{};
     std::function<int(const char *path)> unlink{};
     std::function<int(int fd)> close{};
@@ -50,6 +51,9 @@ struct SystemCalls {
 
     /// What a thread that the library creates does instead of its work, which is handed over; asked on the creating thread.
     std::function<std::function<void *()>(std::function<void *()> work)> threadWork{};
+
+    /// Called on the creating thread when the new one runs, before the creation returns.
+    std::function<void()> threadCreated{};
 };
 
 /// Whether the call that a stand-in is being asked about is made by the library itself, and not by a test or another library.

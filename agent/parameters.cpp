@@ -12,7 +12,7 @@ namespace kvo_hws::agent {
 
 namespace {
 
-constexpr uint32_t kSessions = 10;
+constexpr unsigned long kSessions = 10;
 
 /// A value, which ends with its line. What stands behind it is read as well, since it is no digit: so nothing needs to be copied.
 class Value {
@@ -20,11 +20,11 @@ public:
     explicit Value(std::string_view text) noexcept : text_(text) {}
 
     /// A decimal number; it ends at the first character that is no digit.
-    [[nodiscard]] uint32_t number() const noexcept
+    [[nodiscard]] unsigned long number() const noexcept
     {
         const bool isBlank =
             text_.find_first_not_of(" \t\r\v\f") == std::string_view::npos;  // the number is not the next line's
-        return isBlank ? 0 : static_cast<uint32_t>(readNumber(text_.data(), 10).value);
+        return isBlank ? 0 : readNumber(text_.data(), 10).value;
     }
 
     /// A dotted address as inet_aton stores it; 0 for anything else.
@@ -52,7 +52,7 @@ struct Parameter {
 template <auto Field>
 void setNumber(EmbKvoInst &instance, std::string_view value) noexcept
 {
-    instance.*Field = Value(value).number();
+    instance.*Field = static_cast<uint32_t>(Value(value).number());
 }
 
 template <auto Field>
@@ -69,7 +69,7 @@ void setText(EmbKvoInst &instance, std::string_view value) noexcept
 
 void setSession(EmbKvoInst &instance, std::string_view value) noexcept
 {
-    instance.remoteSession = Value(value).number() % kSessions;
+    instance.remoteSession = static_cast<uint32_t>(Value(value).number() % kSessions);
 }
 
 constexpr Parameter kParameters[] = {

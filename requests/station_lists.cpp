@@ -6,6 +6,9 @@
 #include "runtime/numbers.h"
 #include "service/request.h"
 
+#include <algorithm>
+#include <cstdint>
+
 namespace {
 
 using kvo_hws::Answer;
@@ -27,7 +30,7 @@ int32_t takeCount(Request &request, uint32_t *capacity, bool haveArray) noexcept
                 return {KVO_HWS_FAILED, "wrong count reply"};
             }
             if (!haveArray || count > *capacity) {
-                *capacity = static_cast<uint32_t>(count);
+                *capacity = static_cast<uint32_t>(std::min<unsigned long>(count, UINT32_MAX));
                 return {KVO_HWS_TOO_SMALL, "not enough memory (1)"};
             }
             return {KVO_HWS_OK};

@@ -101,6 +101,8 @@ TEST(Parameters, read_numbers_up_to_the_first_character_that_is_none)
     EXPECT_EQ(read("kvoIndex=0x10\n").kvoIndex, 0U);
     EXPECT_EQ(read("kvoIndex=4294967295\n").kvoIndex, 4294967295U);
     EXPECT_EQ(read("remoteSession=29\n").remoteSession, 9U);
+    EXPECT_EQ(read("remoteSession=4294967297\n").remoteSession, sizeof(long) == 8 ? 7U : 5U) << "the whole number counts";
+    EXPECT_EQ(read("remoteSession=99999999999999999999\n").remoteSession, 5U) << "as far as numbers go";
     EXPECT_EQ(read("kvoIndex=" + std::string(60, '0') + "5\n").kvoIndex, 5U);
 }
 

@@ -242,6 +242,20 @@ TEST_F(Requests, find_the_remote_side_gone)
                             "KVO_HWS DLL - hmi_close_x - socket " + std::to_string(socket)));
 }
 
+/// What the last call failed with says nothing about one that found the end.
+TEST_F(Requests, find_the_remote_side_gone_whatever_went_wrong_before)
+{
+    for (const int before : {EINTR, EAGAIN}) {
+        OwnSession lost;
+        lost.closeRemote();
+        const SyslogCapture capture;
+        errno = before;
+        hmiconn_process_one_request(&lost.session);
+        EXPECT_EQ(lost.session.socket, -1) << before;
+        EXPECT_EQ(capture.lines().size(), 1U);
+    }
+}
+
 TEST_F(Requests, log_a_lost_connection_also_while_debug_messages_are_off)
 {
     own.closeRemote();

@@ -26,6 +26,7 @@ constexpr Subject kSubjects[] = {
     {"exchange", bench::measureExchange, true}, {"lists", bench::measureListExchange, true},
     {"reading", bench::measureReading, false},  {"writing", bench::measureWriting, false},
     {"usb", bench::measureUsbEvents, true},     {"agent", bench::measureAgent, true},
+    {"plant", bench::measurePlant, false},
 };
 
 int usage()

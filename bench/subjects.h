@@ -6,6 +6,7 @@ namespace bench {
 void measureAgent();
 void measureExchange();
 void measureListExchange();
+void measurePlant();
 void measureReading();
 void measureUsbEvents();
 void measureWriting();

@@ -1,6 +1,8 @@
-// Fuzzes the reader of kvosim's plant files: a plant that can be served, or the one exception that names the place.
+// Fuzzes the reader of kvosim's plant files: a plant that can be served, or the one exception that names the place, and the same
+// whether the file is read station by station or as a single document.
 #include "support.h"
 
+#include "kvosim/plant_file/pieces.h"
 #include "kvosim/plant_file/plant_file.h"
 
 #include <kvo_hws/codecs.h>
@@ -59,11 +61,60 @@ void expectServable(kvosim::Plant &plant)
     }
 }
 
+/// @p text with headers at which it is not cut.
+std::string inOnePiece(std::string_view text)
+{
+    constexpr std::string_view kHeader = "[[station]]";
+    std::string whole;
+    for (std::string_view piece : kvosim::cutAtStations(text)) {
+        const std::size_t header = piece.find_first_not_of(" \t");
+        if (header != piece.npos && piece.substr(header).starts_with(kHeader)) {
+            piece.remove_prefix(header + kHeader.size());
+            whole += "[[ station ]]";
+        }
+        whole += piece;
+    }
+    return whole;
+}
+
+/// What comes of @p text, in words.
+std::string outcomeOf(std::string_view text)
+{
+    try {
+        const kvosim::Plant plant = kvosim::parsePlant(text, "plant");
+        std::string outcome = plant.service.version;
+        for (const ConnectionEntry &station : plant.stations()) {
+            outcome += '\n' + std::to_string(station.address) + ' ' + station.name;
+        }
+        for (const auto count : {plant.previous.size(), plant.clients.size(), plant.faults.list().size()}) {
+            outcome += '\n' + std::to_string(count);
+        }
+        return outcome;
+    } catch (const kvosim::PlantFileError &error) {
+        // Which of several mistakes the TOML parser meets first depends on how it divides the file into blocks.
+        const std::string_view message = error.what();
+        return std::string(message.find(": not TOML: ") == message.npos ? message : "not TOML");
+    }
+}
+
+void expectSameInOnePiece(std::string_view text)
+{
+    if (text.find("\"\"\"") != text.npos || text.find("'''") != text.npos) {
+        return;  // what looks like a header may be a text there
+    }
+    const std::string outcome = outcomeOf(text);
+    const std::string whole = outcomeOf(inOnePiece(text));
+    if (outcome != whole) {
+        fuzz::fault("\"%s\", but in one piece \"%s\"", outcome.c_str(), whole.c_str());
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size)
 {
     const fuzz::ExactBytes file({reinterpret_cast<const char *>(data), size});
+    expectSameInOnePiece(file.view());
     try {
         kvosim::Plant plant = kvosim::parsePlant(file.view(), "plant");
         expectServable(plant);

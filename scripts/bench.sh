@@ -1,16 +1,16 @@
 #!/usr/bin/env bash
 # Usage: scripts/bench.sh [SUBJECT...]
 # Builds the benchmarks and prints the library's time against the same work in a baseline, with goals and verdicts.
-# The subjects: exchange, lists, reading, writing, usb, agent; all of them when none is named.
+# The subjects: exchange, lists, reading, writing, usb, agent, plant; all of them when none is named.
 set -euo pipefail
 . "$(dirname "$0")/common.sh"
 help_if_asked "$@"
-refuse_unknown "a subject" "exchange lists reading writing usb agent" "$@"
+refuse_unknown "a subject" "exchange lists reading writing usb agent plant" "$@"
 
 scripts/setup.sh
 configure build/bench -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKVO_SANITIZE= -DKVO_BUILD_BENCH=ON \
-    -DKVO_BUILD_TESTS=OFF -DKVO_BUILD_TOOLS=OFF -DKVO_BUILD_EXAMPLES=OFF
-build build/bench 2 kvo_bench
+    -DKVO_BUILD_TESTS=OFF -DKVO_BUILD_KVOCTL=OFF -DKVO_BUILD_EXAMPLES=OFF
+build build/bench 4 kvo_bench
 
 echo
 echo "machine:  $(sed -n 's/^model name[^:]*: //p' /proc/cpuinfo | head -n 1), $(nproc) cores; Linux $(uname -r), $(uname -m)"

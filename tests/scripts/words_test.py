@@ -96,7 +96,7 @@ class Words(unittest.TestCase):
                 self.assertIn(word, self.run_script(script, *words).stderr)
 
     def test_the_subjects_and_options_are_those_of_the_programs(self):
-        subjects = "exchange lists reading writing usb agent".split()
+        subjects = "exchange lists reading writing usb agent plant".split()
         for subject in subjects:
             self.assertIn(f'{{"{subject}", ', (ROOT / "bench/main.cpp").read_text())
         self.assertEqual((ROOT / "bench/main.cpp").read_text().count(", bench::measure"), len(subjects))

@@ -49,6 +49,7 @@ set(kvosim_remote
   remote_side.cpp
 )
 set(kvosim_plant_file
+  pieces.cpp
   plant_file.cpp
   plant_generator.cpp
   table_reader.cpp

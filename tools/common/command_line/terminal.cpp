@@ -11,8 +11,6 @@ namespace command_line {
 
 namespace {
 
-constexpr std::size_t kUsualWidth = 80;
-
 std::string_view variable(const char *name)
 {
     const char *value = std::getenv(name);
@@ -52,10 +50,9 @@ std::size_t helpWidth()
     return widthOfEnvironment().value_or(kUsualWidth);
 }
 
-bool takesColour(int descriptor)
-{
-    return isatty(descriptor) != 0 && variable("NO_COLOR").empty() && variable("TERM") != "dumb";
-}
+bool takesColour(int descriptor) { return rewritesLines(descriptor) && variable("NO_COLOR").empty(); }
+
+bool rewritesLines(int descriptor) { return isatty(descriptor) != 0 && variable("TERM") != "dumb"; }
 
 std::string coloured(const std::string &text, Colour colour)
 {

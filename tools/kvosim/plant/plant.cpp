@@ -6,6 +6,14 @@
 
 namespace kvosim {
 
+void Plant::reserve(std::size_t count)
+{
+    stations_.reserve(count);
+    panels_.reserve(count);
+    byAddress_.reserve(count);
+    byName_.reserve(count);
+}
+
 void Plant::add(const ConnectionEntry &station, Panel panel)
 {
     const std::size_t index = stations_.size();

@@ -55,6 +55,8 @@ public:
     std::vector<ConnectionClientEntry> clients;
     std::vector<KvoDescription> previous;  ///< the registry's previous list where there has been no start before
 
+    /// Makes room for @p count stations.
+    void reserve(std::size_t count);
     /// @p station needs an address and a name that no other station has.
     void add(const ConnectionEntry &station, Panel panel);
 

@@ -6,6 +6,7 @@
 #include "kvosim/commands/commands.h"
 #include "kvosim/net/udp_socket.h"
 #include "kvosim/plant/station_keys.h"
+#include "kvosim/plant_file/pieces.h"
 #include "kvosim/plant_file/table_reader.h"
 #include "kvosim/remote/remote_side.h"
 
@@ -41,6 +42,7 @@ namespace {
 constexpr uint32_t kLongestInitTime = 3'600'000;  // ms
 constexpr uint32_t kLongestHold = 3'600'000;      // ms
 constexpr std::size_t kLongestVersion = 255;
+constexpr std::string_view kStation = "station";
 
 uint32_t readAddress(const TableReader &table)
 {
@@ -175,14 +177,26 @@ ConnectionEntry readStation(const TableReader &table)
     return station;
 }
 
+/// The station keys in @p table, in the order of the table of keys: the first mistake is the one that is reported.
+std::vector<const StationKey *> keysIn(const TableReader &table)
+{
+    std::vector<const StationKey *> keys;
+    for (const std::string_view name : table.names()) {
+        if (const StationKey *key = findStationKey(name)) {
+            keys.push_back(key);
+        }
+    }
+    std::sort(keys.begin(), keys.end());
+    return keys;
+}
+
 /// All keys but the ones that need more than themselves to be judged.
 void readKeys(const TableReader &table, const Station &station)
 {
-    for (const StationKey &key : stationKeys()) {
-        const auto value = table.value(key.name);
-        const std::string mistake = value ? assign(key, station, *value) : std::string();
+    for (const StationKey *key : keysIn(table)) {
+        const std::string mistake = assign(*key, station, *table.value(key->name));
         if (!mistake.empty()) {
-            table.fail(key.name, mistake);
+            table.fail(key->name, mistake);
         }
     }
 }
@@ -226,8 +240,9 @@ UsbDevice readDevice(const TableReader &table, std::span<const UsbDevice> others
 /// What is plugged in at a station when the service starts, whatever its USB lock says of newcomers.
 std::vector<UsbDevice> readDevices(const TableReader &station)
 {
+    static const TableReader::Keys keys = keysOfADevice();
     std::vector<UsbDevice> devices;
-    for (const TableReader &table : station.tables("usb_device", keysOfADevice())) {
+    for (const TableReader &table : station.tables("usb_device", keys)) {
         devices.push_back(readDevice(table, devices));
     }
     return devices;
@@ -265,13 +280,20 @@ Faults readFaults(const TableReader &top)
     return faults;
 }
 
-}  // namespace
-
-Plant parsePlant(std::string_view text, std::string_view fileName)
+/// The rest of @p table, for what readStation has read of it.
+void addStation(Plant &plant, ConnectionEntry entry, const TableReader &table)
 {
-    const Document document(text, fileName);
-    const TableReader top = document.top({"service", "registry", "station", "client", "faults"});
-    Plant plant;
+    Panel panel;
+    readKeys(table, {entry, panel});
+    panel.usbDevices = readDevices(table);
+    plant.add(entry, std::move(panel));
+}
+
+TableReader topOf(const Document &document) { return document.top({"service", "registry", kStation, "client", "faults"}); }
+
+/// All but the stations.
+void readRest(const TableReader &top, Plant &plant)
+{
     if (const auto service = top.table("service", {"version", "init_time_ms", "debug_level", "backlight", "focus_hold_ms",
                                                    "usb_lock_address", "remote_sessions", "remote_address"})) {
         plant.service = readService(*service);
@@ -281,26 +303,77 @@ Plant parsePlant(std::string_view text, std::string_view fileName)
     }
     plant.clients = readClients(top);
     plant.faults = readFaults(top);
+}
+
+Plant parseWhole(std::string_view text, std::string_view fileName, const Progress &progress)
+{
+    progress(0, 0);
+    const Document document(text, fileName);
+    const TableReader top = topOf(document);
+    Plant plant;
+    readRest(top, plant);
+    const std::vector<TableReader> stations = top.tables(kStation, keysOfAStation());
+    plant.reserve(stations.size());
     Uniqueness unique;
-    for (const TableReader &table : top.tables("station", keysOfAStation())) {
-        ConnectionEntry entry = readStation(table);
+    for (const TableReader &table : stations) {
+        const ConnectionEntry entry = readStation(table);
         unique.check(table, entry.address, entry.name);
-        Panel panel;
-        readKeys(table, {entry, panel});
-        panel.usbDevices = readDevices(table);
-        plant.add(entry, std::move(panel));
+        addStation(plant, entry, table);
+        progress(plant.stations().size(), stations.size());
     }
     return plant;
 }
 
-Plant loadPlant(const std::filesystem::path &file)
+/// Each station as a document of its own, which for a large plant takes half the time of a single document and a fraction of its
+/// memory. Nothing where the pieces could mean something else than the whole does.
+std::optional<Plant> parsePieces(std::string_view text, std::string_view fileName, const Progress &progress)
+{
+    const std::vector<std::string_view> pieces = cutAtStations(text);
+    const TableReader::Keys keys = keysOfAStation();
+    Document rest(pieces.front(), fileName);
+    if (rest.has(kStation)) {
+        return std::nullopt;  // what follows could be a part of it
+    }
+    Plant plant;
+    plant.reserve(pieces.size() - 1);
+    for (std::size_t i = 1; i < pieces.size(); ++i) {
+        Document piece(pieces[i], fileName);
+        for (const TableReader &table : topOf(piece).tables(kStation, keys)) {
+            addStation(plant, readStation(table), table);
+        }
+        if (!rest.takeAllBut(kStation, piece)) {
+            return std::nullopt;
+        }
+        progress(i, pieces.size() - 1);
+    }
+    readRest(topOf(rest), plant);
+    return plant;
+}
+
+}  // namespace
+
+Plant parsePlant(std::string_view text, std::string_view fileName, const Progress &progress)
+{
+    try {
+        if (auto plant = parsePieces(text, fileName, progress)) {
+            return *std::move(plant);
+        }
+    } catch (const PlantFileError &) {
+        // Only the whole document knows the line of the mistake.
+    } catch (const std::invalid_argument &) {
+        // An address or a name for the second time: the same.
+    }
+    return parseWhole(text, fileName, progress);
+}
+
+Plant loadPlant(const std::filesystem::path &file, const Progress &progress)
 {
     std::ifstream in(file, std::ios::binary);
     std::ostringstream text;
     if (std::filesystem::is_directory(file) || !in || (in.peek() != EOF && !(text << in.rdbuf()))) {
         throw PlantFileError(file.string() + ": can not be read; give the path of a plant file (docs/plant-file.md)");
     }
-    return parsePlant(text.str(), file.string());
+    return parsePlant(text.view(), file.string(), progress);
 }
 
 }  // namespace kvosim

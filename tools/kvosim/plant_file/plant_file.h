@@ -4,7 +4,9 @@
 #include "kvosim/plant/plant.h"
 #include "kvosim/plant_file/plant_file_error.h"
 
+#include <cstddef>
 #include <filesystem>
+#include <functional>
 #include <string_view>
 
 namespace kvosim {
@@ -12,8 +14,12 @@ namespace kvosim {
 /// The plant that is served where none is given: three stations.
 extern const std::string_view kBuiltInPlant;
 
+/// Called often while a plant is read, with the stations that have been read and how many there are; 0 of 0 before that is known.
+using Progress = std::function<void(std::size_t done, std::size_t all)>;
+inline const Progress kNoProgress = [](std::size_t /*done*/, std::size_t /*all*/) {};
+
 /// Throws PlantFileError.
-Plant loadPlant(const std::filesystem::path &file);
-Plant parsePlant(std::string_view text, std::string_view fileName);
+Plant loadPlant(const std::filesystem::path &file, const Progress &progress = kNoProgress);
+Plant parsePlant(std::string_view text, std::string_view fileName, const Progress &progress = kNoProgress);
 
 }  // namespace kvosim

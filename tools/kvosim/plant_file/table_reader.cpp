@@ -28,6 +28,14 @@ toml::table parse(std::string_view text, std::string_view fileName)
 
 Document::Document(std::string_view text, std::string_view fileName) : fileName_(fileName), table_(parse(text, fileName)) {}
 
+bool Document::takeAllBut(std::string_view except, Document &other)
+{
+    return std::all_of(other.table_.begin(), other.table_.end(), [&](const auto &entry) {
+        const auto &[key, node] = entry;
+        return key.str() == except || table_.insert(key, std::move(node)).second;
+    });
+}
+
 TableReader::TableReader(std::string_view fileName, std::string where, const toml::table &table, const Keys &keys)
     : fileName_(fileName), where_(std::move(where)), table_(&table)
 {
@@ -102,6 +110,16 @@ std::vector<TableReader> TableReader::tables(std::string_view key, const Keys &k
         readers.emplace_back(fileName_, pathOf(key), *item.as_table(), keys);
     }
     return readers;
+}
+
+TableReader::Keys TableReader::names() const
+{
+    Keys names;
+    names.reserve(table_->size());
+    for (const auto &[key, node] : *table_) {
+        names.push_back(key.str());
+    }
+    return names;
 }
 
 void TableReader::fail(std::string_view key, const std::string &what) const

@@ -43,6 +43,8 @@ public:
     /// All tables [[key]].
     [[nodiscard]] std::vector<TableReader> tables(std::string_view key, const Keys &keys) const;
 
+    /// The names of all keys that are there.
+    [[nodiscard]] Keys names() const;
     /// The line in which the table begins.
     [[nodiscard]] unsigned line() const noexcept { return table_->source().begin.line; }
     /// Throws PlantFileError about a key of this table.
@@ -65,6 +67,9 @@ public:
     Document(std::string_view text, std::string_view fileName);
 
     [[nodiscard]] TableReader top(const TableReader::Keys &keys) const { return {fileName_, "", table_, keys}; }
+    [[nodiscard]] bool has(std::string_view key) const { return table_.contains(key); }
+    /// Moves all keys of @p other here but @p except; false where one of them is here already.
+    [[nodiscard]] bool takeAllBut(std::string_view except, Document &other);
 
 private:
     std::string fileName_;

@@ -1,6 +1,7 @@
 // kvosim: the hardware service of a simulated plant, for programs that are developed and tested without a panel.
 #include "common/command_line/help.h"
 #include "common/command_line/mistake.h"
+#include "common/command_line/progress_line.h"
 #include "common/completions/command_structure.h"
 #include "common/completions/completion.h"
 #include "common/control_client.h"
@@ -171,12 +172,34 @@ void endWithInput(kvosim::EventLoop &loop, kvosim::Service &service)
     }
 }
 
+/// 41 000
+std::string grouped(std::size_t number)
+{
+    std::string text = std::to_string(number);
+    for (std::size_t at = text.size(); at > 3; at -= 3) {
+        text.insert(at - 3, 1, ' ');
+    }
+    return text;
+}
+
+/// Says on a terminal how far it is where the plant is so large that it takes a while.
+kvosim::Plant load(const std::string &file)
+{
+    command_line::ProgressLine line(STDERR_FILENO);
+    return kvosim::loadPlant(file, [&line](std::size_t done, std::size_t all) {
+        if (line.isDue()) {
+            const std::string count = all == 0 ? "" : ": " + grouped(done) + " of " + grouped(all) + " stations";
+            line.write("kvosim: reading the plant" + count);
+        }
+    });
+}
+
 int serve(const Options &options)
 {
     kvosim::EventLoop loop;
     std::optional<kvosim::Service> service;
     const kvosim::Signals signals(loop, {SIGINT, SIGTERM}, [&service](const auto &) { service->end(); });
-    service.emplace(loop, kvosim::loadPlant(options.plant), serviceOptions(options), [&loop] { loop.stop(); });
+    service.emplace(loop, load(options.plant), serviceOptions(options), [&loop] { loop.stop(); });
     if (options.untilInputEnds) {
         endWithInput(loop, *service);
     }
@@ -194,7 +217,7 @@ int run(const Options &options)
         return kWrongUse;
     }
     kvosim::Plant plant =
-        options.plant.empty() ? kvosim::parsePlant(kvosim::kBuiltInPlant, "built-in plant") : kvosim::loadPlant(options.plant);
+        options.plant.empty() ? kvosim::parsePlant(kvosim::kBuiltInPlant, "built-in plant") : load(options.plant);
     const kvosim::RunPlace place(options.shared);
     kvosim::EventLoop loop;
     // Ended by a client, the service is gone, but the command still runs.

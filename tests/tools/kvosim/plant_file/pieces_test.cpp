@@ -1,0 +1,142 @@
+// Plant files are read station by station: what is cut where, and that no file means something else than in one piece.
+#include "kvosim/plant_file/pieces.h"
+
+#include "kvosim/plant_file/plant_file.h"
+#include "tools/kvosim/support/named_row.h"
+
+#include <gmock/gmock.h>
+
+namespace {
+
+using kvosim::cutAtStations;
+using testing::ElementsAre;
+using testing::Pair;
+using testing::StartsWith;
+using Calls = std::vector<std::pair<std::size_t, std::size_t>>;
+
+// ---- Cutting ----
+
+TEST(Pieces, begin_at_each_station)
+{
+    EXPECT_THAT(cutAtStations("# head\n[[station]]\na = 1\n[[station.usb_device]]\n \t[[station]] # indented\nb = 2"),
+                ElementsAre("# head\n", "[[station]]\na = 1\n[[station.usb_device]]\n", " \t[[station]] # indented\nb = 2"));
+}
+
+TEST(Pieces, have_a_head_that_may_be_empty)
+{
+    EXPECT_THAT(cutAtStations(""), ElementsAre(""));
+    EXPECT_THAT(cutAtStations("[service]\n"), ElementsAre("[service]\n"));
+    EXPECT_THAT(cutAtStations("[[station]]\r\n[[station]]"), ElementsAre("", "[[station]]\r\n", "[[station]]"));
+    EXPECT_THAT(cutAtStations("\n[[station]]"), ElementsAre("\n", "[[station]]"));
+    EXPECT_THAT(cutAtStations("  [[station]]"), ElementsAre("", "  [[station]]"));
+}
+
+TEST(Pieces, do_not_begin_in_the_middle_of_a_line)
+{
+    for (const char *text : {"a = \"[[station]]\"\n", "# [[station]]\n", "\xEF\xBB\xBF[[station]]\n", "[[ station ]]\n"}) {
+        EXPECT_THAT(cutAtStations(text), ElementsAre(text));
+    }
+}
+
+// ---- What they mean ----
+
+/// All that the files below make.
+std::string contentsOf(kvosim::Plant plant)
+{
+    std::string text = plant.service.version + '|';
+    for (const ConnectionEntry &station : plant.stations()) {
+        text += ' ' + std::string(station.name);
+        for (const kvosim::UsbDevice &device : plant.findPanel(station.address)->usbDevices) {
+            text += '+' + ident2Of(device);
+        }
+    }
+    text += " |";
+    for (const KvoDescription &previous : plant.previous) {
+        text += ' ' + std::string(previous.name);
+    }
+    text += " |";
+    for (const ConnectionClientEntry &client : plant.clients) {
+        text += ' ' + std::string(client.name);
+    }
+    return text + " |";
+}
+
+std::string parsed(const std::string &text)
+{
+    try {
+        return contentsOf(kvosim::parsePlant(text, "p"));
+    } catch (const kvosim::PlantFileError &error) {
+        return error.what();
+    }
+}
+
+struct Meaning : kvosim_test::NamedRow {
+    std::string text;
+    std::string contents;
+};
+
+class PiecesMeaning : public testing::TestWithParam<Meaning> {};
+
+TEST_P(PiecesMeaning, is_that_of_the_whole) { EXPECT_THAT(parsed(GetParam().text), StartsWith(GetParam().contents)); }
+
+const std::string kA = "[[station]]\naddress = \"10.0.0.1\"\nname = \"A\"\n";
+const std::string kB = "[[station]]\naddress = \"10.0.0.2\"\nname = \"B\"\n";
+const std::string kDevice = "[[station.usb_device]]\nident2 = \"stick\"\n";
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, PiecesMeaning,
+    testing::Values(Meaning{"stations_in_their_order", kB + kA, "V01.00.00.00| B A | | |"},
+                    Meaning{"devices_at_their_station", kA + kDevice + kB, "V01.00.00.00| A+stick B | | |"},
+                    Meaning{"another_spelling",
+                            kA + "[[ station ]]" + kB.substr(11) + kA.substr(0, 11) +
+                                "\naddress = \"10.0.0.3\"\nname = \"C\"\n",
+                            "V01.00.00.00| A B C | | |"},
+                    Meaning{"tables_between_stations",
+                            kA + "[service]\nversion = \"V2\"\n" + kB + "[[client]]\nname = \"x\"\n[[client]]\nname = \"y\"\n",
+                            "V2| A B | | x y |"},
+                    Meaning{"tables_that_continue_after_a_station",
+                            "[[client]]\nname = \"x\"\n[registry]\n" + kA + "[[client]]\nname = \"y\"\n" + kB +
+                                "[[registry.previous]]\naddress = \"10.0.0.3\"\nname = \"C\"\n",
+                            "V01.00.00.00| A B | C | x y |"},
+                    Meaning{"byte_order_mark", "\xEF\xBB\xBF" + kA + kB, "V01.00.00.00| A B | | |"},
+                    Meaning{"header_in_a_text", "[service]\nversion = '''\n[[station]]'''\n" + kA, "[[station]]| A | | |"},
+                    Meaning{"station_in_a_text", "[service]\nversion = '''\\\n" + kA + "'''\n" + kB,
+                            "p:2: service.version: is no version text; write 1 to 255 bytes without control characters"},
+                    Meaning{"header_in_a_list", kA + "ext = [1, 2, 3,\n[[station]],\n5, 6, 7]\n", "p:5: not TOML: "},
+                    Meaning{"table_twice", "[service]\n" + kA + "[service]\n", "p:5: not TOML: "},
+                    Meaning{"stations_as_a_list", "station = []\n" + kA, "p:2: not TOML: "},
+                    Meaning{"one_station_then_a_list_of_them", "[station]\n" + kA, "p:2: not TOML: "},
+                    Meaning{"line_of_a_later_mistake", kA + kB + "brightness = 7\n",
+                            "p:7: station.brightness: 7 is out of range; write 0 to 1"},
+                    Meaning{"unknown_key_before_a_wrong_value", kA + "brightness = 7\n" + kB + "brihgtness = 1\n",
+                            "p:8: station.brihgtness: unknown key; known here: address, name"},
+                    Meaning{"first_of_two_mistakes", kA + "touch = -1\nbrightness = 7\nattr1 = -1\n",
+                            "p:6: station.attr1: -1 is out of range; write 0 to 0xFFFFFFFF"},
+                    Meaning{"name_twice", kA + "[[station]]\naddress = \"10.0.0.2\"\nname = \"A\"\n",
+                            "p:6: station.name: \"A\" is taken by the station of line 1; each station needs its own"},
+                    Meaning{"tail", kA + kB + "[serivce]\n",
+                            "p:7: serivce: unknown key; known here: service, registry, station, client, faults"}),
+    kvosim_test::kNameOfRow);
+
+// ---- Progress ----
+
+Calls progressOf(const std::string &text)
+{
+    Calls calls;
+    kvosim::parsePlant(text, "p", [&calls](std::size_t done, std::size_t all) { calls.emplace_back(done, all); });
+    return calls;
+}
+
+TEST(PlantProgress, counts_stations)
+{
+    EXPECT_THAT(progressOf(kA + kB), ElementsAre(Pair(1, 2), Pair(2, 2)));
+    EXPECT_THAT(progressOf("[service]\n"), ElementsAre());
+}
+
+TEST(PlantProgress, begins_again_where_only_the_whole_file_tells_what_is_meant)
+{
+    EXPECT_THAT(progressOf("[registry]\n" + kA + "[[registry.previous]]\naddress = \"10.0.0.3\"\nname = \"C\"\n" + kB),
+                ElementsAre(Pair(0, 0), Pair(1, 2), Pair(2, 2)));
+}
+
+}  // namespace

@@ -1,0 +1,38 @@
+// Returns to the begin of the line and erases it before each text.
+#include "common/command_line/progress_line.h"
+
+#include "common/command_line/terminal.h"
+
+#include <cstdio>
+#include <utility>
+
+namespace command_line {
+
+namespace {
+
+constexpr const char *kEmptyLine = "\r\x1B[K";
+
+}  // namespace
+
+ProgressLine::ProgressLine(int descriptor, std::function<Time()> now)
+    : descriptor_(descriptor), now_(std::move(now)), rewrites_(rewritesLines(descriptor)), due_(now_() + kPatience)
+{
+}
+
+ProgressLine::~ProgressLine()
+{
+    if (written_) {
+        dprintf(descriptor_, "%s", kEmptyLine);
+    }
+}
+
+void ProgressLine::write(const std::string &text)
+{
+    // The last column stays free: with a character there some terminals are in the next line.
+    const std::size_t width = terminalWidth(descriptor_).value_or(kUsualWidth) - 1;
+    dprintf(descriptor_, "%s%s", kEmptyLine, text.substr(0, width).c_str());
+    written_ = true;
+    due_ = now_() + kInterval;
+}
+
+}  // namespace command_line

@@ -267,8 +267,8 @@ BENCH = """
 import os, signal, sys
 from kvo_hws import Simulator
 with Simulator(private=False) as simulator:
-    print("serves", flush=True)
     try:
+        print("serves", flush=True)
         input()
     except KeyboardInterrupt:
         print(simulator.running, flush=True)

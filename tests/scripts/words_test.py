@@ -24,6 +24,8 @@ WRONG = {
     "demo.sh": [["no-such-word"], ["--no-such-word"]],
     "test.sh": [["release", "no-such-word"], ["--require-all", "no-such-word"], ["--require-al"]],
     "scripts/bench.sh": [["lists", "no-such-word"]],
+    "scripts/faults.sh": [["10", "no-such-word"], ["--list", "--no-such-word"], ["--seed=no-such-word"], ["--only=no-such-word"],
+                          ["-jno-such-word"], ["--only=service/request.cpp:1", "10"], ["1", "/usr"], ["../.."]],
     "scripts/fuzz.sh": [["1", "no-such-word"], ["minimise", "no-such-word"]],
     "scripts/lint.sh": [["tidy", "no-such-word"], ["tidy", "service", "no-such-word"]],
     "scripts/package.sh": [["--check", "no-such-word"]],

@@ -10,11 +10,10 @@
 #include <chrono>
 #include <cstdarg>
 #include <cstddef>
-#include <cstdio>
-#include <cstring>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <string_view>
 #include <sys/socket.h>
 
 using namespace std::chrono_literals;
@@ -56,14 +55,12 @@ bool waitWritable(int socket) noexcept
 }
 
 /// False where not all of the part could be sent.
-bool sendPart(int socket, const char *part) noexcept
+bool sendPart(int socket, std::string_view part) noexcept
 {
-    std::size_t left = std::strlen(part);
-    while (left > 0) {
-        const ssize_t sent = send(socket, part, left, MSG_NOSIGNAL | MSG_DONTWAIT);
+    while (!part.empty()) {
+        const ssize_t sent = send(socket, part.data(), part.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
         if (sent >= 0) {
-            part += sent;
-            left -= static_cast<std::size_t>(sent);
+            part.remove_prefix(static_cast<std::size_t>(sent));
         } else if (errno == EAGAIN ? !waitWritable(socket) : errno != EINTR) {
             return false;
         }
@@ -94,7 +91,7 @@ public:
         }
     }
 
-    void part(const char *text) noexcept { whole_ = whole_ && sendPart(socket_, text); }
+    void part(std::string_view text) noexcept { whole_ = whole_ && sendPart(socket_, text); }
 
     /// The parts up to a null one.
     void parts(const char *first, va_list others) noexcept
@@ -109,15 +106,16 @@ private:
     bool whole_ = true;
 };
 
-using Prefix = std::array<char, 16>;
+using Prefix = std::array<char, 4>;
 
+/// "I", the number in two digits and a colon; put together here since every writer waits meanwhile.
 Prefix nextPrefix() noexcept
 {
     indications = indications >= kIndications ? 1 : indications + 1;
-    Prefix prefix{};
-    std::snprintf(prefix.data(), prefix.size(), "I%02u:", indications);
-    return prefix;
+    return {'I', static_cast<char>('0' + indications / 10), static_cast<char>('0' + indications % 10), ':'};
 }
+
+std::string_view textOf(const Prefix &prefix) noexcept { return {prefix.data(), prefix.size()}; }
 
 bool mayIndicate() noexcept { return shared(protocolNegotiated).load() != 0; }
 
@@ -154,7 +152,7 @@ int hmiconn_indication(int socket, const char *text, ...) noexcept
     va_start(others, text);
     {
         Line line(socket);
-        line.part(nextPrefix().data());
+        line.part(textOf(nextPrefix()));
         line.parts(text, others);
     }
     va_end(others);
@@ -163,6 +161,7 @@ int hmiconn_indication(int socket, const char *text, ...) noexcept
 
 int kvo_hws::agent::pushIndication(HmiSession &session, const char *text) noexcept
 {
+    const std::string_view event = text;
     const Writing writing;
     // Both are looked at under the lock: while this thread waited there may have been a clean-up, and the descriptor be
     // another's.
@@ -172,8 +171,8 @@ int kvo_hws::agent::pushIndication(HmiSession &session, const char *text) noexce
     const Prefix prefix = nextPrefix();
     if (const int socket = socketOf(session); socket >= 0) {
         Line line(socket);
-        line.part(prefix.data());
-        line.part(text);
+        line.part(textOf(prefix));
+        line.part(event);
         line.part("\r\n");
     }
     return 1;

@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstring>
 #include <string_view>
+#include <utility>
 
 namespace {
 
@@ -33,8 +34,8 @@ constexpr uint32_t kNoCount = 0xFFFFFFFF;
 constexpr std::size_t kField = hex::kDigits + 1;  // the digits and the space behind them
 constexpr std::size_t kNameCapacity = sizeof(KvoDescription::name);
 constexpr std::size_t kLongestName = kNameCapacity - 1;
-constexpr uint32_t kPreparedAhead = 6;  // elements
-constexpr std::size_t kShortName = 32;  // most names are shorter, and are copied by this many bytes at once
+constexpr uint32_t kPreparedAhead = 16;  // elements
+constexpr std::size_t kShortName = 32;   // most names are shorter, and are copied by this many bytes at once
 
 // ---- Reading ----
 
@@ -46,34 +47,6 @@ struct Cursor {
     [[nodiscard]] std::size_t left() const noexcept { return at < text.size() ? text.size() - at : 0; }
     [[nodiscard]] const char *here() const noexcept { return text.data() + at; }
 };
-
-/// What was wrong with the digits so far, of those read in twos and of a last one.
-struct Faults {
-    hex::TwoWords ofTwos{};
-    uint64_t ofLast = 0;
-
-    [[nodiscard]] bool none() const noexcept { return ((ofTwos[0] | ofTwos[1] | ofLast) & hex::kFaultBits) == 0; }
-};
-
-bool readUsual(const char * /*text*/, const Faults &faults) noexcept { return faults.none(); }
-
-bool readUsual(const char *text, Faults &faults, unsigned long &last) noexcept
-{
-    const hex::Read read = hex::read(text);
-    last = read.value;
-    faults.ofLast = read.faults;
-    return text[hex::kDigits] == ' ' && faults.none();
-}
-
-/// Fields in the daemon's usual hand, eight upper-case digits and a space each.
-template <class... More>
-bool readUsual(const char *text, Faults &faults, unsigned long &first, unsigned long &second, More &...more) noexcept
-{
-    const uint64_t two = hex::readTwo(text, text + kField, faults.ofTwos);
-    first = static_cast<uint32_t>(two >> 32);
-    second = static_cast<uint32_t>(two);
-    return text[hex::kDigits] == ' ' && text[kField + hex::kDigits] == ' ' && readUsual(text + 2 * kField, faults, more...);
-}
 
 /// The values of fields in another hand, if they were sound.
 template <std::size_t N>
@@ -103,21 +76,33 @@ template <std::size_t N>
     return fields;
 }
 
-/// Consecutive fields of fixed width; the cursor moves behind them.
-template <class... Values>
-bool readFields(Cursor &cursor, Values &...values) noexcept
+/// A space behind each of so many fields.
+template <std::size_t N>
+bool separated(const char *text) noexcept
 {
-    constexpr std::size_t kCount = sizeof...(Values);
-    Faults faults;
-    if (cursor.left() < kCount * kField || !readUsual(cursor.here(), faults, values...)) [[unlikely]] {
-        const OddFields odd = readOdd<kCount>(cursor);
-        if (!odd.sound) {
+    return [&]<std::size_t... I>(std::index_sequence<I...>) { return ((text[I * kField + hex::kDigits] == ' ') && ...); }
+    (std::make_index_sequence<N>());
+}
+
+/// Numbers of consecutive fields. Those in the daemon's usual hand, eight upper-case digits each, are read at once by @p usual;
+/// the cursor moves behind them.
+template <std::size_t N, class Usual, class Odd>
+bool readFields(Cursor &cursor, Usual usual, Odd odd) noexcept
+{
+    hex::Faults faults;
+    bool isUsual = false;
+    if (cursor.left() >= N * kField) [[likely]] {
+        usual(cursor.here(), faults);
+        isUsual = separated<N>(cursor.here()) && faults.none();
+    }
+    if (!isUsual) [[unlikely]] {
+        const OddFields fields = readOdd<N>(cursor);
+        if (!fields.sound) {
             return false;
         }
-        const unsigned long *next = odd.values.data();
-        ((values = *next++), ...);
+        odd(fields.values);
     }
-    cursor.at += kCount * kField;
+    cursor.at += N * kField;
     return true;
 }
 
@@ -155,21 +140,34 @@ bool readName(Cursor &cursor, unsigned long length, char *name) noexcept
     return true;
 }
 
+hex::FourNumbers fourOf(const unsigned long *values) noexcept
+{
+    return hex::FourNumbers{static_cast<uint32_t>(values[0]), static_cast<uint32_t>(values[1]),
+                            static_cast<uint32_t>(values[2]), static_cast<uint32_t>(values[3])};
+}
+
 template <class Record>
 bool readHead(Cursor &cursor, Record &record) noexcept
 {
-    unsigned long address;
-    unsigned long attr1;
-    unsigned long attr2;
-    unsigned long attr3;
+    hex::FourNumbers numbers;
     unsigned long nameLength;
-    if (!readFields(cursor, address, attr1, attr2, attr3, nameLength)) {
+    const bool read = readFields<5>(
+        cursor,
+        [&](const char *text, hex::Faults &faults) {
+            numbers = hex::readFour(text, kField, faults);
+            nameLength = hex::readByte(text + 4 * kField, faults);
+        },
+        [&](const auto &values) {
+            numbers = fourOf(values.data());
+            nameLength = values[4];
+        });
+    if (!read) {
         return false;
     }
-    record.address = static_cast<uint32_t>(address);
-    record.attr1 = static_cast<uint32_t>(attr1);
-    record.attr2 = static_cast<uint32_t>(attr2);
-    record.attr3 = static_cast<uint32_t>(attr3);
+    record.address = numbers[0];
+    record.attr1 = numbers[1];
+    record.attr2 = numbers[2];
+    record.attr3 = numbers[3];
     return readName(cursor, nameLength, record.name);
 }
 
@@ -177,17 +175,27 @@ bool readElement(Cursor &cursor, KvoDescription &record) noexcept { return readH
 
 bool readElement(Cursor &cursor, KvoDescriptionEx &record) noexcept
 {
-    unsigned long ext[7];
-    if (!readHead(cursor, record) || !readFields(cursor, ext[0], ext[1], ext[2], ext[3], ext[4], ext[5], ext[6])) {
+    if (!readHead(cursor, record)) {
         return false;
     }
-    record.extAttr1 = static_cast<uint32_t>(ext[0]);
-    record.extAttr2 = static_cast<uint32_t>(ext[1]);
-    record.extAttr3 = static_cast<uint32_t>(ext[2]);
-    record.extAttr4 = static_cast<uint32_t>(ext[3]);
-    record.extAttr5 = static_cast<uint32_t>(ext[4]);
-    record.extAttr6 = static_cast<uint32_t>(ext[5]);
-    record.extAttr7 = static_cast<uint32_t>(ext[6]);
+    // Seven numbers side by side, as two times four with the middle one in common.
+    hex::FourNumbers front;
+    hex::FourNumbers back;
+    const bool read = readFields<7>(
+        cursor,
+        [&](const char *text, hex::Faults &faults) {
+            front = hex::readFour(text, kField, faults);
+            back = hex::readFour(text + 3 * kField, kField, faults);
+        },
+        [&](const auto &values) {
+            front = fourOf(values.data());
+            back = fourOf(values.data() + 3);
+        });
+    if (!read) {
+        return false;
+    }
+    std::memcpy(&record.extAttr1, &front, sizeof front);
+    std::memcpy(&record.extAttr4, &back, sizeof back);
     return true;
 }
 
@@ -195,7 +203,17 @@ bool readElement(Cursor &cursor, KvoClientEntry &record) noexcept
 {
     unsigned long value;
     unsigned long nameLength;
-    if (!readFields(cursor, value, nameLength)) {
+    const bool read = readFields<2>(
+        cursor,
+        [&](const char *text, hex::Faults &faults) {
+            value = hex::read(text, faults);
+            nameLength = hex::readByte(text + kField, faults);
+        },
+        [&](const auto &values) {
+            value = values[0];
+            nameLength = values[1];
+        });
+    if (!read) {
         return false;
     }
     record.value = static_cast<uint32_t>(value);

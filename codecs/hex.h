@@ -1,5 +1,5 @@
 // Upper-case hexadecimal digits, eight to a number, in both directions and without a table or a branch: one number as a 64-bit
-// word, two at a time as a vector of two such words. The vectors are the compiler's own, which every machine has.
+// word, several at a time as vectors in the compiler's own notation.
 #pragma once
 
 #include <array>
@@ -13,6 +13,18 @@ namespace kvo_hws::hex {
 constexpr std::size_t kDigits = 8;
 
 using TwoWords = uint64_t __attribute__((vector_size(16)));
+using Pairs = uint16_t __attribute__((vector_size(16)));
+using Characters = uint8_t __attribute__((vector_size(16)));
+using Signed = int8_t __attribute__((vector_size(16)));
+
+/// Whether a machine compares the bytes of a vector at once. Where it does it byte by byte, words are faster.
+#if defined(__SSE2__) || defined(__ARM_NEON)
+constexpr bool kHasVectors = std::endian::native == std::endian::little;
+using FourNumbers = uint32_t __attribute__((vector_size(16)));
+#else
+constexpr bool kHasVectors = false;
+using FourNumbers = std::array<uint32_t, 4>;
+#endif
 
 /// The same byte eight times.
 constexpr uint64_t everyByte(uint8_t byte) noexcept { return 0x0101010101010101U * byte; }
@@ -37,57 +49,78 @@ inline void store(char *text, uint64_t word) noexcept
 
 // ---- Reading ----
 
-/// What eight characters mean, one a byte. @c faults has a bit in the upper half of some byte exactly when one of them was not
-/// 0-9 or A-F; the lower halves mean nothing. Several can be judged at once by the OR of their faults.
-template <class Word>
-struct Digits {
-    explicit Digits(const Word &characters) noexcept
+/// What was wrong with the characters that were read so far, of several numbers at once.
+struct Faults {
+    Characters values{};   // above 15 somewhere
+    Characters letters{};  // not 0 where a letter has the value of a numeral
+    uint64_t ofWords = 0;
+
+    [[nodiscard]] bool none() const noexcept
     {
-        // 1 in the bytes of A-F (0x41 ...), 0 in those of 0-9 (0x30 ...)
-        const Word letters = (characters >> 6) & everyByte(1);
-        // Letters are brought down to where '9' ends, so that '0' is all that is left to take off.
-        values = (characters - ((letters << 3) - letters)) ^ everyByte('0');
-        // Six more, and a letter's value is 16 to 21 and a digit's 6 to 15; whatever was neither has another upper half. A byte
-        // that overflows here has one as well, so what it carries into its neighbour does not matter any more.
-        faults = (values + everyByte(6)) ^ (letters << 4);
+        const auto both = reinterpret_cast<TwoWords>((values & 0xF0) | letters);
+        return (both[0] | both[1] | ofWords) == 0;
     }
-
-    Word values;
-    Word faults;
 };
 
-constexpr uint64_t kFaultBits = everyByte(0xF0);
-
-/// What eight characters read as. @c faults is 0 exactly when all of them were 0-9 or A-F.
-struct Read {
-    uint32_t value;
-    uint64_t faults;
-};
-
-inline Read read(const char *text) noexcept
+/// The values of eight characters 0-9 and A-F, one a byte.
+inline uint64_t valuesOf(uint64_t characters, Faults &faults) noexcept
 {
-    const Digits digits(load(text));
-    uint64_t joined = swapBytes(digits.values);  // the first digit highest
-    joined = (joined | joined >> 4) & 0x00FF00FF00FF00FFU;
-    joined = (joined | joined >> 8) & 0x0000FFFF0000FFFFU;
-    joined |= joined >> 16;
-    return {static_cast<uint32_t>(joined), digits.faults & kFaultBits};
+    // 1 in the bytes of A-F (0x41 ...), 0 in those of 0-9 (0x30 ...)
+    const uint64_t letters = (characters >> 6) & everyByte(1);
+    // Letters are brought down to where '9' ends, so that '0' is all that is left to take off.
+    const uint64_t values = (characters - ((letters << 3) - letters)) ^ everyByte('0');
+    // Six more, and a letter's value is 16 to 21 and a digit's 6 to 15; whatever was neither has another upper half. A byte
+    // that overflows here has one as well, so what it carries into its neighbour does not matter any more.
+    faults.ofWords |= ((values + everyByte(6)) ^ (letters << 4)) & everyByte(0xF0);
+    return values;
 }
 
-/// Reads two numbers; the first comes out in the upper half.
-inline uint64_t readTwo(const char *first, const char *second, TwoWords &faults) noexcept
+inline uint32_t read(const char *text, Faults &faults) noexcept
 {
-    if constexpr (std::endian::native != std::endian::little) {
-        const Read reads[] = {read(first), read(second)};
-        faults |= TwoWords{reads[0].faults, reads[1].faults};
-        return uint64_t{reads[0].value} << 32 | reads[1].value;
+    uint64_t joined = swapBytes(valuesOf(load(text), faults));  // the first digit highest
+    joined = (joined | joined >> 4) & 0x00FF00FF00FF00FFU;
+    joined = (joined | joined >> 8) & 0x0000FFFF0000FFFFU;
+    return static_cast<uint32_t>(joined | joined >> 16);
+}
+
+/// A number below 256, whose value takes few steps in a row; a larger one is a fault.
+inline uint32_t readByte(const char *text, Faults &faults) noexcept
+{
+    constexpr int kSixCharacters = 48;
+    const uint64_t characters = load(text);
+    faults.ofWords |= valuesOf(characters, faults) << (64 - kSixCharacters);
+    const auto last = static_cast<uint32_t>(characters >> kSixCharacters);
+    const uint32_t values = (last & 0x0F0F) + ((last >> 6) & 0x0101) * 9;
+    return (values << 4 | values >> 8) & 0xFF;
+}
+
+/// The values of two times eight characters, two in the upper byte of each pair, the last two first.
+inline void readPairs(Pairs &pairs, const char *first, const char *second, Faults &faults) noexcept
+{
+    const auto characters = reinterpret_cast<Characters>(TwoWords{load(first), load(second)});
+    const auto letters = reinterpret_cast<Characters>(reinterpret_cast<Signed>(characters) > '9');
+    const Characters values = characters - '0' - (letters & ('A' - '9' - 1));
+    faults.values |= values;
+    faults.letters |= letters ^ reinterpret_cast<Characters>(reinterpret_cast<Signed>(values) > 9);
+    constexpr uint16_t kJoin = 0x1001;  // times sixteen, beside the next one
+    const Pairs joined = reinterpret_cast<Pairs>(values) * kJoin;
+    pairs = __builtin_shufflevector(joined, joined, 3, 2, 1, 0, 7, 6, 5, 4);
+}
+
+/// Reads four numbers, @p distance characters from one to the next.
+inline FourNumbers readFour(const char *text, std::size_t distance, Faults &faults) noexcept
+{
+    if constexpr (!kHasVectors) {
+        return FourNumbers{read(text, faults), read(text + distance, faults), read(text + 2 * distance, faults),
+                           read(text + 3 * distance, faults)};
     }
-    using Pairs = uint16_t __attribute__((vector_size(16)));
-    using Bytes = uint8_t __attribute__((vector_size(8)));
-    const Digits digits(TwoWords{load(first), load(second)});
-    faults |= digits.faults;
-    const TwoWords pairs = digits.values << 4 | digits.values >> 8;  // two digits in every other byte
-    return swapBytes(reinterpret_cast<uint64_t>(__builtin_convertvector(reinterpret_cast<Pairs>(pairs), Bytes)));
+    Pairs front;
+    Pairs back;
+    readPairs(front, text, text + distance, faults);
+    readPairs(back, text + 2 * distance, text + 3 * distance, faults);
+    return std::bit_cast<FourNumbers>(__builtin_shufflevector(reinterpret_cast<Characters>(front),
+                                                              reinterpret_cast<Characters>(back), 1, 3, 5, 7, 9, 11, 13, 15, 17,
+                                                              19, 21, 23, 25, 27, 29, 31));
 }
 
 // ---- Writing ----
@@ -112,8 +145,6 @@ inline void writeTwo(char *firstText, uint32_t first, char *secondText, uint32_t
         return;
     }
     using Bytes = uint8_t __attribute__((vector_size(8)));
-    using Pairs = uint16_t __attribute__((vector_size(16)));
-    using Characters = uint8_t __attribute__((vector_size(16)));
     const auto bytes = reinterpret_cast<Bytes>(swapBytes(uint64_t{first} << 32 | second));  // the first digits come first
     const auto pairs = __builtin_convertvector(bytes, Pairs);
     const auto digits = reinterpret_cast<Characters>((pairs >> 4 | pairs << 8) & 0x0F0F);

@@ -22,8 +22,9 @@ namespace {
 
 using kvo_hws::waitReadable;
 
-constexpr std::size_t kRound = 1024;  // bytes taken at a time
-constexpr auto kRoundPause = 10ms;    // lets a slow writer go on instead of spinning
+constexpr std::size_t kRound = 1024;              // bytes taken at a time
+constexpr std::size_t kLargestRound = 64 * 1024;  // bytes taken at a time of a long line
+constexpr auto kRoundPause = 10ms;                // lets a slow writer go on instead of spinning
 
 static_assert(offsetof(SocketCache, uiFill) == 1028 && sizeof(SocketCache::acData) == kRound + 4);
 static_assert(offsetof(DynBuffer, uiLength) == sizeof(char *));
@@ -186,9 +187,24 @@ private:
     std::size_t capacity_ = 0;
 };
 
+/// Where to peek, and how much at most.
+struct Window {
+    char *start;
+    std::size_t size;
+};
+
+/// A line that has outgrown one round is peeked at right where it is taken to, and the more at a time the longer it is. Without the
+/// memory for that it goes on in small rounds: only a piece that has come shows whether there is room for it.
+Window windowFor(GrowingText &text, char (&small)[kRound]) noexcept
+{
+    constexpr std::size_t kGrowth = 4;  // peek at so many times what there is of the line
+    const std::size_t size = kGrowth * std::min(text.length(), kLargestRound / kGrowth);
+    return text.length() >= kRound && text.reserve(size) ? Window{text.end(), size} : Window{small, kRound};
+}
+
 int readIntoHeap(int fd, GrowingText &text) noexcept
 {
-    char peekBuffer[kRound];
+    char small[kRound];
     for (;;) {
         const int ready = waitReadable(fd, kvo_hws::kPeerTimeout);
         if (ready == 0) {
@@ -200,14 +216,15 @@ int readIntoHeap(int fd, GrowingText &text) noexcept
                 std::strerror(errno), errno);
             return kWaitFailed;
         }
-        const Received peeked = receive(fd, peekBuffer, kRound, MSG_PEEK, "ReadSocketDyn:");
+        const Window window = windowFor(text, small);
+        const Received peeked = receive(fd, window.start, window.size, MSG_PEEK, "ReadSocketDyn:");
         if (peeked.result == kInterrupted) {
             continue;
         }
         if (peeked.result != kLine) {
             return peeked.result;
         }
-        const Piece piece = pieceOf(peekBuffer, peeked.count);
+        const Piece piece = pieceOf(window.start, peeked.count);
         if (!text.reserve(piece.length)) {
             return kOutOfMemory;
         }
@@ -227,7 +244,8 @@ int readIntoHeap(int fd, GrowingText &text) noexcept
             }
             return kLine;
         }
-        // A round that emptied the socket met a slow writer; one that left bytes behind goes on at once.
+        // A round of less has emptied the socket, and met a slow writer. After any other one the wait is pause enough: a quick writer
+        // is often found between two of its own writes.
         if (taken.count < kRound) {
             kvo_hws::pause(kRoundPause);
         }

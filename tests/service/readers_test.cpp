@@ -2,6 +2,7 @@
 #include <kvo_hws/runtime.h>
 #include <kvo_hws/service.h>
 
+#include "service/connection.h"
 #include "support/alarms.h"
 #include "support/failing_allocations.h"
 #include "support/syslog_capture.h"
@@ -29,6 +30,8 @@ using namespace std::chrono_literals;
 
 namespace {
 
+using service_test::DynLine;
+using service_test::Pair;
 using support::LogLine;
 using support::SyslogCapture;
 using testing::AllOf;
@@ -39,62 +42,6 @@ using testing::IsEmpty;
 using testing::Lt;
 
 constexpr char kPattern = '\x5A';
-
-/// A connection: the library reads at one end, the test writes at the other.
-class Pair {
-public:
-    Pair()
-    {
-        int ends[2];
-        if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
-            throw std::runtime_error("socketpair");
-        }
-        reader_ = ends[0];
-        writer_ = ends[1];
-    }
-    Pair(const Pair &) = delete;
-    Pair &operator=(const Pair &) = delete;
-    ~Pair()
-    {
-        close(reader_);
-        hangUp();
-    }
-
-    [[nodiscard]] int fd() const { return reader_; }
-
-    Pair &write(const std::string &bytes)
-    {
-        std::size_t sent = 0;
-        while (sent < bytes.size()) {
-            const ssize_t count = send(writer_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
-            if (count <= 0) {
-                throw std::runtime_error("write");
-            }
-            sent += static_cast<std::size_t>(count);
-        }
-        return *this;
-    }
-
-    void hangUp()
-    {
-        if (writer_ >= 0) {
-            close(std::exchange(writer_, -1));
-        }
-    }
-
-    /// What is still in the socket.
-    [[nodiscard]] std::string rest() const
-    {
-        std::string rest(4096, '\0');
-        const ssize_t count = recv(reader_, rest.data(), rest.size(), MSG_DONTWAIT);
-        rest.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
-        return rest;
-    }
-
-private:
-    int reader_;
-    int writer_;
-};
 
 /// A line from ReadSocket, in a buffer of the least size with guard bytes behind.
 struct FixedLine {
@@ -107,18 +54,6 @@ struct FixedLine {
 
     int result;
     std::string bytes;
-};
-
-/// A line from ReadSocketDyn.
-struct DynLine {
-    explicit DynLine(int fd) { result = ReadSocketDyn(fd, &reply); }
-    DynLine(const DynLine &) = delete;
-    DynLine &operator=(const DynLine &) = delete;
-    ~DynLine() { free(reply.pcData); }
-    [[nodiscard]] std::string text() const { return reply.pcData == nullptr ? "(null)" : reply.pcData; }
-
-    DynBuffer reply{const_cast<char *>("stale"), 77};
-    int result;
 };
 
 /// A line from ReadSocketCache.

@@ -139,10 +139,12 @@ private:
     void pauseUnlessStopped() const noexcept
     {
         const auto end = Clock::now() + kRetryPause;
-        while (goesOn() && Clock::now() < end) {
-            const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
-            Notify sleep = {};
-            WaitNotify(&sleep, static_cast<unsigned>(std::max(left, 0ms).count()));
+        Notify sleep = {};
+        for (std::chrono::milliseconds left = kRetryPause; goesOn() && left > 0ms;
+             left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now())) {
+            if (WaitNotify(&sleep, static_cast<unsigned>(left.count())) == 0) {
+                return;
+            }
         }
     }
 

@@ -1,5 +1,5 @@
 // The two names of a handler. Hosts know it as handle_x, and a host that has a function handle_x of its own takes the place of
-// that name; the agent calls it by a hidden name, whose place nobody can take.
+// that name; the agent calls it by a hidden name of its own.
 #pragma once
 
 #include <kvo_hws/agent.h>

@@ -161,7 +161,7 @@ TEST_F(Connection, is_named_by_the_configured_interface)
     EXPECT_THAT(adapterCalls, ElementsAre(std::string("select ") + sConfData.interface, "read 1", "hardware address"));
 }
 
-/// The platform has one adapter cache: whoever has selected an adapter reads it before another is selected.
+/// The platform has one adapter cache: an adapter that was selected is read before another is selected.
 TEST_F(Connection, is_named_by_its_own_interface_while_a_usb_lock_is_set)
 {
     adapterCalls.clear();

@@ -54,11 +54,12 @@ int kvo_hws_CreateThreadIdent(void *(*start)(void *), void *argument, pthread_t 
     if (id == nullptr) {
         return kvo_hws_CreateThread(start, argument);
     }
-    std::unique_ptr<Work> work(new (std::nothrow) Work{start, argument});
+    std::unique_ptr<Work> work(new (std::nothrow) Work);
     if (work == nullptr) {
         errno = EAGAIN;  // what a thread without memory for it has always come to
         return -1;
     }
+    *work = {start, argument};
     // The new thread waits for this lock: it finds its id stored, and whatever the caller did to the variable before.
     const kvo_hws::Lock lock(creation);
     pthread_t thread{};

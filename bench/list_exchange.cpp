@@ -1,4 +1,5 @@
-// The whole list of stations over the socket: count request, list request, reading.
+// The whole list of stations over the socket, against an exchange with large reads and a parser for the purpose: count request,
+// list request, reading.
 #include "by_hand/by_hand.h"
 #include "subjects.h"
 #include "support/contest.h"
@@ -17,7 +18,7 @@ namespace bench {
 namespace {
 
 constexpr int kRepetitions = 31;
-constexpr double kGoal = 1.10;
+constexpr double kGoal = 1.30;
 
 void compare(uint32_t count)
 {
@@ -34,7 +35,7 @@ void compare(uint32_t count)
         expect(by_hand::getList(list.data(), &found) && found == count, "list by hand failed");
     };
     const auto timings = Contest(kRepetitions).contender("library", library).contender("by hand", byHand).run();
-    printRow("KVO_HWS_getDescriptionList, " + number, timings.at("library"), "by hand, no pauses", timings.at("by hand"),
+    printRow("KVO_HWS_getDescriptionList, " + number, timings.at("library"), "by hand, large reads", timings.at("by hand"),
              kGoal);
 }
 

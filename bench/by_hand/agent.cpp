@@ -2,7 +2,6 @@
 #include "by_hand.h"
 
 #include <arpa/inet.h>
-#include <cstdio>
 #include <cstring>
 #include <initializer_list>
 #include <mutex>
@@ -171,11 +170,13 @@ void serveRemote(uint16_t port, EmbCmdCallback host, Taking taking)
 
 void pushEvent(const char *text)
 {
+    const std::string_view event = text;
+    char prefix[] = {'I', '0', '0', ':'};
     const std::lock_guard lock(gLine);
     gNumber = gNumber >= kIndications ? 1 : gNumber + 1;
-    char prefix[8];
-    std::snprintf(prefix, sizeof prefix, "I%02u:", gNumber);
-    write({prefix, text, "\r\n"});
+    prefix[1] = static_cast<char>('0' + gNumber / 10);
+    prefix[2] = static_cast<char>('0' + gNumber % 10);
+    write({{prefix, sizeof prefix}, event, "\r\n"});
 }
 
 }  // namespace by_hand

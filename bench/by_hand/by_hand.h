@@ -18,13 +18,14 @@ int readExtended(uint32_t *count, KvoDescriptionEx *array, const char *text);
 int writeBasic(uint32_t count, const ConnectionEntry *entries, char *buffer, uint32_t size);
 int writeExtended(uint32_t count, const ConnectionEntry *entries, char *buffer, uint32_t size);
 
-inline constexpr unsigned kRound = 1024;  // bytes taken at a time, as the library takes them
+inline constexpr unsigned kRound = 1024;  // the longest reply of an exchange, with its line feed
 
 /// One exchange with the command socket under a process-wide lock: the system calls that the library makes and nothing around
 /// them. The command brings its line feed; the reply must come in one piece. False when anything went wrong.
 bool exchange(const char *commandLine, char (&reply)[kRound]);
 
-/// KVO_HWS_getDescriptionList: count request, list request, and the same reads without a pause. False when anything went wrong.
+/// KVO_HWS_getDescriptionList: count request, and a list request whose reply is read as it comes, up to 64 KiB at a time, without
+/// a look before or a pause. False when anything went wrong.
 bool getList(KvoDescription *list, uint32_t *count);
 
 /// A server of USB events that knows new devices alone and has nobody to stop it: listens at @p path, tells the callback

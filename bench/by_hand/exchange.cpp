@@ -78,14 +78,19 @@ struct FreeHeap {
 };
 using HeapText = std::unique_ptr<char, FreeHeap>;
 
+constexpr std::size_t kLargeRead = 64 * 1024;
+
+/// Reads as much as there is at a time: nothing but this reply comes on the connection, so nothing has to be left there.
 HeapText readLongReply(int fd)
 {
+    const timeval bound{.tv_sec = kTimeoutSeconds, .tv_usec = 0};
+    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &bound, sizeof bound);
     HeapText text;
     std::size_t capacity = 0;
     std::size_t length = 0;
-    for (bool complete = false; !complete;) {
-        if (capacity < length + kRound) {
-            capacity = std::max<std::size_t>(2 * capacity, 2 * kRound);
+    do {
+        if (capacity < length + kLargeRead) {
+            capacity = std::max(2 * capacity, 2 * kLargeRead);
             auto *const grown = static_cast<char *>(std::realloc(text.get(), capacity));
             if (grown == nullptr) {
                 return nullptr;
@@ -93,12 +98,12 @@ HeapText readLongReply(int fd)
             static_cast<void>(text.release());
             text.reset(grown);
         }
-        const std::size_t taken = takeRound(fd, text.get() + length, complete);
-        if (taken == 0) {
+        const ssize_t taken = recv(fd, text.get() + length, kLargeRead, 0);
+        if (taken <= 0) {
             return nullptr;
         }
-        length += taken;
-    }
+        length += static_cast<std::size_t>(taken);
+    } while (text.get()[length - 1] != '\n');
     text.get()[length - 1] = '\0';
     return text;
 }

@@ -1,8 +1,12 @@
-// Fixed-width station lists read by hand: eight digits as one word, judged where they are relied on.
+// Fixed-width station lists read by a parser for this purpose alone: numbers as vectors, in the compiler's own notation and so
+// with what every machine of its kind has; what is wrong is gathered and judged once a station.
 #include "by_hand.h"
 
+#include <array>
 #include <bit>
 #include <cstddef>
+#include <cstdint>
+#include <cstdlib>
 #include <cstring>
 
 namespace by_hand {
@@ -11,91 +15,194 @@ namespace {
 
 constexpr std::size_t kDigits = 8;
 constexpr std::size_t kField = kDigits + 1;
-constexpr std::size_t kLongestName = sizeof(KvoDescription::name) - 1;
+constexpr std::size_t kShortName = 32;   // most names are shorter, and are copied by this many bytes at once
+constexpr uint32_t kPreparedAhead = 16;  // stations
 
-constexpr uint64_t everyByte(uint8_t byte) { return 0x0101010101010101U * byte; }
+static_assert(std::endian::native == std::endian::little, "written for machines that store the lowest byte first");
 
-/// Eight digits 0-9 A-F and a space. What was wrong with them is gathered in the upper half of each of the bytes of @p faults.
-inline uint32_t field(const char *text, uint64_t &faults)
+using Characters = uint8_t __attribute__((vector_size(16)));
+using Signed = int8_t __attribute__((vector_size(16)));
+using Pairs = uint16_t __attribute__((vector_size(16)));
+using Numbers = uint32_t __attribute__((vector_size(16)));
+using Words = uint64_t __attribute__((vector_size(16)));
+
+inline uint64_t load(const char *text)
 {
     uint64_t word;
     std::memcpy(&word, text, sizeof word);
-    if constexpr (std::endian::native == std::endian::big) {
-        word = __builtin_bswap64(word);
-    }
-    // Letters are brought down to behind '9'; then a letter's value is 10 or more and a digit's is not.
-    const uint64_t letters = (word >> 6) & everyByte(1);
-    const uint64_t values = (word - ((letters << 3) - letters)) ^ everyByte('0');
-    faults |= (values + everyByte(6)) ^ (letters << 4);
-    faults |= static_cast<uint64_t>(static_cast<unsigned char>(text[kDigits] ^ ' ')) * 0x1010;  // any bit reaches an upper half
-    uint64_t joined = __builtin_bswap64(values);
-    joined = (joined | joined >> 4) & 0x00FF00FF00FF00FFU;
-    joined = (joined | joined >> 8) & 0x0000FFFF0000FFFFU;
-    return static_cast<uint32_t>(joined | joined >> 16);
+    return word;
 }
 
-constexpr bool sound(uint64_t faults) { return (faults & everyByte(0xF0)) == 0; }
+/// What was wrong so far: nothing while all bits are 0.
+struct Faults {
+    Characters digits{};
+    Characters letters{};
+    uint64_t others = 0;
+
+    /// Anything but a space behind the digits of a field.
+    void separator(const char *field)
+    {
+        others |= static_cast<unsigned char>(field[kDigits]) ^ unsigned { ' ' };
+    }
+
+    [[nodiscard]] bool none() const
+    {
+        const auto words = reinterpret_cast<Words>((digits & 0xF0) | letters);
+        return (words[0] | words[1] | others) == 0;
+    }
+};
+
+/// What two fields mean, two digits in the upper half of each pair. A character that is no digit comes out above 15.
+inline Pairs bytesOf(const char *first, const char *second, Faults &faults)
+{
+    faults.separator(first);
+    faults.separator(second);
+    const auto characters = reinterpret_cast<Characters>(Words{load(first), load(second)});
+    const auto letters = reinterpret_cast<Characters>(reinterpret_cast<Signed>(characters) > '9');
+    const Characters values = characters - '0' - (letters & ('A' - '9' - 1));
+    faults.digits |= values;
+    faults.letters |= letters ^ reinterpret_cast<Characters>(reinterpret_cast<Signed>(values) > 9);
+    return reinterpret_cast<Pairs>(values) * 0x1001;
+}
+
+inline Numbers fourFields(const char *text, Faults &faults)
+{
+    const Pairs front = bytesOf(text, text + kField, faults);
+    const Pairs back = bytesOf(text + 2 * kField, text + 3 * kField, faults);
+    const auto frontBytes = reinterpret_cast<Characters>(__builtin_shufflevector(front, front, 3, 2, 1, 0, 7, 6, 5, 4));
+    const auto backBytes = reinterpret_cast<Characters>(__builtin_shufflevector(back, back, 3, 2, 1, 0, 7, 6, 5, 4));
+    return reinterpret_cast<Numbers>(
+        __builtin_shufflevector(frontBytes, backBytes, 1, 3, 5, 7, 9, 11, 13, 15, 17, 19, 21, 23, 25, 27, 29, 31));
+}
+
+constexpr uint8_t kNoDigit = 0x80;
+
+constexpr auto kDigitValues = [] {
+    std::array<uint8_t, 256> values{};
+    values.fill(kNoDigit);
+    for (uint8_t digit = 0; digit < 16; ++digit) {
+        values[static_cast<uint8_t>("0123456789ABCDEF"[digit])] = digit;
+    }
+    return values;
+}();
+
+/// The length of a name below 256, in the last two digits of a field. Where the next station begins depends on it, so that it
+/// is read in as few steps as possible.
+inline std::size_t nameLength(const char *text, Faults &faults)
+{
+    constexpr uint64_t kSixZeros = 0x303030303030;
+    faults.separator(text);
+    const unsigned high = kDigitValues[static_cast<unsigned char>(text[kDigits - 2])];
+    const unsigned low = kDigitValues[static_cast<unsigned char>(text[kDigits - 1])];
+    faults.others |= ((high | low) & kNoDigit) | ((load(text) ^ kSixZeros) << 16);
+    return (high & 0x0F) * 16 + (low & 0x0F);
+}
+
+/// All bits up to the length of a name, none behind.
+inline Characters placesBefore(std::size_t length, std::size_t from)
+{
+    alignas(2 * kShortName) static constexpr struct Places {
+        constexpr Places()
+        {
+            for (std::size_t i = 0; i < kShortName; ++i) {
+                bits[i] = 0xFF;
+            }
+        }
+        uint8_t bits[2 * kShortName]{};
+    } kPlaces;
+    Characters mask;
+    std::memcpy(&mask, kPlaces.bits + kShortName - length + from, sizeof mask);
+    return mask;
+}
+
+template <std::size_t kFrom>
+inline void copyShortHalf(char *name, const char *text, std::size_t length)
+{
+    Characters characters;
+    std::memcpy(&characters, text + kFrom, sizeof characters);
+    characters &= placesBefore(length, kFrom);
+    std::memcpy(name + kFrom, &characters, sizeof characters);
+}
+
+inline void copyName(char *name, const char *text, std::size_t length, std::size_t readable)
+{
+    if (length < kShortName && readable >= kShortName) {
+        copyShortHalf<0>(name, text, length);
+        copyShortHalf<kShortName / 2>(name, text, length);
+    } else {
+        std::memcpy(name, text, length);
+        name[length] = '\0';
+    }
+}
 
 constexpr std::size_t kHead = 5 * kField;
 constexpr std::size_t kExtension = 7 * kField;
 
 /// The part that both forms share; the position moves behind the name's space.
 template <class Record>
-bool readHead(const char *&position, const char *end, Record &record)
+inline bool readHead(const char *&position, const char *end, Record &record)
 {
     if (static_cast<std::size_t>(end - position) < kHead) {
         return false;
     }
-    uint64_t faults = 0;
-    record.address = field(position, faults);
-    record.attr1 = field(position + kField, faults);
-    record.attr2 = field(position + 2 * kField, faults);
-    record.attr3 = field(position + 3 * kField, faults);
-    const std::size_t length = field(position + 4 * kField, faults);
+    Faults faults;
+    const Numbers numbers = fourFields(position, faults);
+    const std::size_t length = nameLength(position + 4 * kField, faults);
     position += kHead;
-    if (!sound(faults) || length > kLongestName || length >= static_cast<std::size_t>(end - position)) {
+    const auto readable = static_cast<std::size_t>(end - position);
+    if (!faults.none() || length >= readable) {
         return false;
     }
-    std::memcpy(record.name, position, length);
-    record.name[length] = '\0';
+    record.address = numbers[0];
+    record.attr1 = numbers[1];
+    record.attr2 = numbers[2];
+    record.attr3 = numbers[3];
+    copyName(record.name, position, length, readable);
     position += length + 1;
     return true;
 }
 
-bool readElement(const char *&position, const char *end, KvoDescription &record) { return readHead(position, end, record); }
+inline bool readElement(const char *&position, const char *end, KvoDescription &record)
+{
+    return readHead(position, end, record);
+}
 
-bool readElement(const char *&position, const char *end, KvoDescriptionEx &record)
+inline bool readElement(const char *&position, const char *end, KvoDescriptionEx &record)
 {
     if (!readHead(position, end, record) || static_cast<std::size_t>(end - position) < kExtension) {
         return false;
     }
-    uint64_t faults = 0;
-    record.extAttr1 = field(position, faults);
-    record.extAttr2 = field(position + kField, faults);
-    record.extAttr3 = field(position + 2 * kField, faults);
-    record.extAttr4 = field(position + 3 * kField, faults);
-    record.extAttr5 = field(position + 4 * kField, faults);
-    record.extAttr6 = field(position + 5 * kField, faults);
-    record.extAttr7 = field(position + 6 * kField, faults);
+    // Both fours have the middle one of the seven.
+    static_assert(offsetof(KvoDescriptionEx, extAttr7) - offsetof(KvoDescriptionEx, extAttr1) == 6 * sizeof(uint32_t));
+    Faults faults;
+    const Numbers front = fourFields(position, faults);
+    const Numbers back = fourFields(position + 3 * kField, faults);
+    std::memcpy(&record.extAttr1, &front, sizeof front);  // NOLINT(*overflow*): seven of them lie side by side
+    std::memcpy(&record.extAttr4, &back, sizeof back);
     position += kExtension;
-    return sound(faults);
+    return faults.none();
 }
 
 template <class Record>
 int readList(uint32_t *count, Record *array, const char *text)
 {
+    constexpr int kToWrite = 1;
     const char *const end = text + std::strlen(text);
     if (static_cast<std::size_t>(end - text) < kField) {
         return -1;
     }
-    uint64_t faults = 0;
-    const uint32_t announced = field(text, faults);
+    Faults faults;
+    const auto announced = static_cast<uint32_t>(std::strtoul(text, nullptr, 16));
+    faults.separator(text);
     *count = announced;
-    if (!sound(faults)) {
+    if (!faults.none()) {
         return -1;
     }
     const char *position = text + kField;
     for (uint32_t i = 0; i < announced; ++i) {
+        const Record &soon = array[i + kPreparedAhead < announced ? i + kPreparedAhead : i];
+        __builtin_prefetch(&soon, kToWrite);
+        __builtin_prefetch(reinterpret_cast<const char *>(&soon + 1) - 1, kToWrite);
         if (!readElement(position, end, array[i])) {
             return -1;
         }

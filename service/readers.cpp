@@ -23,7 +23,7 @@ namespace {
 using kvo_hws::waitReadable;
 
 constexpr std::size_t kRound = 1024;              // bytes taken at a time
-constexpr std::size_t kLargestRound = 64 * 1024;  // bytes taken at a time of a long line
+constexpr std::size_t kLargestRound = std::size_t{64} * 1024;  // bytes taken at a time of a long line
 constexpr auto kRoundPause = 10ms;                // lets a slow writer go on instead of spinning
 
 static_assert(offsetof(SocketCache, uiFill) == 1028 && sizeof(SocketCache::acData) == kRound + 4);

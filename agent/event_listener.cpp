@@ -100,7 +100,7 @@ public:
 
     ~Listener()
     {
-        if (isLastAndRequested()) {
+        if (leaveRecord()) {
             Notify pause = {};
             WaitNotify(&pause, kSettleTime);
             whileActive(
@@ -148,8 +148,9 @@ private:
         }
     }
 
-    /// One user less. Whether it was the last one and its end was asked for.
-    [[nodiscard]] bool isLastAndRequested() const noexcept
+    /// Takes the thread out of the record: it is not signalled from here on, and is one user less. Whether it was the last one and
+    /// its end was asked for.
+    [[nodiscard]] bool leaveRecord() const noexcept
     {
         return whileActive(
             record_,
@@ -265,22 +266,20 @@ void *listenOnActive(void *record) noexcept
 /// and that wait lasts as long as this one: therefore it is sent again.
 int stopListener(Notify &record) noexcept
 {
-    // Decides the one case that the wait leaves to it: the listener has ended, and its signal came too early.
-    const auto request = [&] {
+    const auto underLock = [](auto step) {
         const Lock lock(recordChange);
-        kvo_hws::requestStop(record);
+        step();
     };
-    const auto signal = [&] {
-        const Lock lock(recordChange);
-        NotifyThread(shared(record.threadWorker).load());
-    };
-    request();
-    errno = EINTR;
-    int result = WaitShutdown(&record, kSignalTime);
-    for (unsigned waited = kSignalTime; result == -2 && waited < kStopTime; waited += kSignalTime) {
-        signal();
+    const auto wait = [&record] {
+        // Decides the one case that the wait leaves to it: the listener has ended, and its signal came too early.
         errno = EINTR;
-        result = WaitShutdown(&record, kSignalTime);
+        return WaitShutdown(&record, kSignalTime);
+    };
+    underLock([&] { kvo_hws::requestStop(record); });
+    int result = wait();
+    for (unsigned waited = kSignalTime; result == -2 && waited < kStopTime; waited += kSignalTime) {
+        underLock([&] { NotifyThread(shared(record.threadWorker).load()); });
+        result = wait();
     }
     return result;
 }

@@ -124,6 +124,7 @@ int KVO_HWS_cleanupEmbHwsClient(void *instance) noexcept
         const int32_t refused = refusal(instance);
         return refused != KVO_HWS_OK ? refused : endWithoutWaiting();
     }
+    const kvo_hws::NoCancellation wholeWait;
     const Lock lock(lifecycle);
     if (const int32_t refused = refusal(instance); refused != KVO_HWS_OK) {
         return refused;

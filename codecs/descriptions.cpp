@@ -76,7 +76,7 @@ template <std::size_t N>
     return fields;
 }
 
-/// A space behind each of so many fields.
+/// Whether a space follows each of N fields.
 template <std::size_t N>
 bool separated(const char *text) noexcept
 {

@@ -1,5 +1,5 @@
-// Fuzzes the reader of kvosim's plant files: a plant that can be served, or the one exception that names the place, and the same
-// whether the file is read station by station or as a single document.
+// Fuzzes the reader of kvosim's plant files: a plant that can be served, or the one exception that names the place, and the
+// same whether the file is read station by station or as a single document.
 #include "support.h"
 
 #include "kvosim/plant_file/pieces.h"

@@ -139,7 +139,6 @@ bool fitsInMemory(off_t size) noexcept
 /// The whole file, terminated; null when it can not be read.
 HeapText readFile(const char *path) noexcept
 {
-    const kvo_hws::NoCancellation wholeFile;
     // Not blocking: a pipe in the file's place must not hold the caller up.
     const kvo_hws::Descriptor file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat status {};
@@ -233,6 +232,7 @@ int32_t readKvoListFromRegistry(KvoDescription *list, uint32_t *count, uint32_t 
     if (list == nullptr || count == nullptr) {
         return KVO_HWS_NULL_POINTER;
     }
+    const kvo_hws::NoCancellation wholeReading;
     if (const int32_t complete = KVO_HWS_isInitComplete(); complete != KVO_HWS_OK) {
         return complete;
     }

@@ -139,6 +139,7 @@ void sysfssubst(char *path) noexcept
 
 void enable_vt_control(int on) noexcept
 {
+    const kvo_hws::NoCancellation wholeSwitch;
     vt_mode mode = {};
     if (ioctl(STDIN_FILENO, VT_GETMODE, &mode) < 0) {
         logAlways(LOG_ERR, "VT_GETMODE: %s", std::strerror(errno));
@@ -155,6 +156,7 @@ void enable_vt_control(int on) noexcept
 
 int get_shiftstate() noexcept
 {
+    const kvo_hws::NoCancellation wholeQuestion;
     constexpr char kReadShiftState = 6;
     char state = kReadShiftState;
     if (ioctl(STDIN_FILENO, TIOCLINUX, &state) < 0) {

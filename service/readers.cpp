@@ -22,9 +22,9 @@ namespace {
 
 using kvo_hws::waitReadable;
 
-constexpr std::size_t kRound = 1024;              // bytes taken at a time
+constexpr std::size_t kRound = 1024;                           // bytes taken at a time
 constexpr std::size_t kLargestRound = std::size_t{64} * 1024;  // bytes taken at a time of a long line
-constexpr auto kRoundPause = 10ms;                // lets a slow writer go on instead of spinning
+constexpr auto kRoundPause = 10ms;                             // lets a slow writer go on instead of spinning
 
 static_assert(offsetof(SocketCache, uiFill) == 1028 && sizeof(SocketCache::acData) == kRound + 4);
 static_assert(offsetof(DynBuffer, uiLength) == sizeof(char *));
@@ -193,8 +193,8 @@ struct Window {
     std::size_t size;
 };
 
-/// A line that has outgrown one round is peeked at right where it is taken to, and the more at a time the longer it is. Without the
-/// memory for that it goes on in small rounds: only a piece that has come shows whether there is room for it.
+/// A line that has outgrown one round is peeked at right where it is taken to, and the more at a time the longer it is. Without
+/// the memory for that it goes on in small rounds: only a piece that has come shows whether there is room for it.
 Window windowFor(GrowingText &text, char (&small)[kRound]) noexcept
 {
     constexpr std::size_t kGrowth = 4;  // peek at so many times what there is of the line
@@ -244,8 +244,8 @@ int readIntoHeap(int fd, GrowingText &text) noexcept
             }
             return kLine;
         }
-        // A round of less has emptied the socket, and met a slow writer. After any other one the wait is pause enough: a quick writer
-        // is often found between two of its own writes.
+        // A round of less had found all that was there, and met a slow writer. After any other one the wait is pause enough: a
+        // quick writer is often found between two of its own writes.
         if (taken.count < kRound) {
             kvo_hws::pause(kRoundPause);
         }

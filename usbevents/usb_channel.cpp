@@ -74,7 +74,6 @@ Delivery deliver(std::string_view message, const char *noServer, ReplyBuffer &re
     if (message.size() > kLongestMessage) {
         return failed(kBufferSizeError, "buffer size error (--> DLL)", 0);
     }
-    const kvo_hws::NoCancellation wholeDelivery;
     const kvo_hws::OutgoingLine line(message);
     const kvo_hws::Descriptor socket = kvo_hws::openLocalSocket();
     if (!socket.valid()) {
@@ -116,6 +115,7 @@ bool stopOwnServer() noexcept
 
 int FuncSendCommand2DLL(char *command) noexcept
 {
+    const kvo_hws::NoCancellation wholeSending;
     const kvo_hws::HeapText owned(command);
     // Also where the caller's own thread does the sending: senders have always come back detached.
     kvo_hws_detach_thread();
@@ -139,6 +139,7 @@ int FuncSendCommand2DLL(char *command) noexcept
 
 int SendUsbMsg2DLL(const char *message) noexcept
 {
+    const kvo_hws::NoCancellation wholeSending;
     kvo_hws_detach_thread();
     const uint32_t thread = thisThread();
     LOG(LOG_INFO, "%s: [%08X] sending request to DLL iLength=%d '%12.12s'", "SendUsbMsg2DLL", thread,
@@ -178,6 +179,7 @@ void *ThreadSendCommand2DLL(void *command) noexcept
 
 int KillUsbServer() noexcept
 {
+    const kvo_hws::NoCancellation wholeStop;
     const bool stopped = kvo_hws::serverState().load() == NOTIFY_STOPPED || stopOwnServer();
 
     constexpr std::size_t kSize = kSuicide.size() + 1;

@@ -254,7 +254,9 @@ KVO_HWS_API void handle_get_disable_capslock(HmiSession *session, const char *ta
 KVO_HWS_API void handle_get_station_type(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
 /** "get-sw-capslock": asks KVO_HWS_getSwCapsLock. */
 KVO_HWS_API void handle_get_sw_capslock(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
-/** "set-sw-capslock=": asks KVO_HWS_setSwCapsLock. */
+/** "set-sw-capslock=": asks KVO_HWS_setSwCapsLock. Digits and minus signs alone are read as far as they are a number, so that
+ *  nothing at all, "-" and "--1" are 0 and "1-" is 1; anything else, and a number other than -1, 0 and 1, is a bad request.
+ */
 KVO_HWS_API void handle_set_sw_capslock(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
 /** "get-kvo-name": gHostname. */
 KVO_HWS_API void handle_get_kvo_name(HmiSession *session, const char *tag, char *argument) KVO_HWS_NOEXCEPT;
@@ -426,9 +428,9 @@ typedef void (*EmbKvoEventCallback)(const char *name, const char *data);
  *
  *  Replaces the process's handler of SIGUSR1 (see ActivateNotify). Connects as soon as a service is there and tries again each
  *  second. Where the connection is lost it connects again: at once if that connection brought an event, else after 1 s. Up to
- *  16 lost connections stay open until it is stopped: the service takes a closed one for a station that has gone. An "Alive?" is read and dropped; so is, with a
- *  debug message, an event without a comma or with a name of 20 characters or more. Its steps are logged as debug messages,
- *  "embKvoEventsThread: ...". Safe from any thread.
+ *  16 lost connections stay open until it is stopped: the service takes a closed one for a station that has gone. An "Alive?"
+ *  is read and dropped; so is, with a debug message, an event without a comma or with a name of 20 characters or more. Its
+ *  steps are logged as debug messages, "embKvoEventsThread: ...". Safe from any thread.
  */
 KVO_HWS_API int KVO_HWS_activateEmbKvoEvents(EmbKvoEventCallback callback) KVO_HWS_NOEXCEPT;
 

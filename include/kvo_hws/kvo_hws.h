@@ -7,9 +7,9 @@
  *  that runs in the waiting thread. A reply has no upper limit but 4 GiB. After fork() a child calls nothing of the library
  *  before exec().
  *
- *  Cancellation: a wait inside the library cannot be cancelled, nor can a callback that the library calls. A thread for which
- *  pthread_cancel was called, before or meanwhile, comes back from each function with its usual result, and ends at the next
- *  cancellation point of the program's own.
+ *  Cancellation: a wait inside the library cannot be cancelled, nor can a callback that the library calls. A thread of the
+ *  usual, deferred cancellation type for which pthread_cancel was called, before or meanwhile, comes back from each function
+ *  with its usual result, and ends at the next cancellation point of the program's own.
  */
 #ifndef KVO_HWS_KVO_HWS_H
 #define KVO_HWS_KVO_HWS_H

@@ -26,7 +26,8 @@ KVO_HWS_BEGIN_DECLS
 
 /** Reads the list of all stations that the daemon knows.
  *  @param list   receives the stations; the whole capacity is cleared before anything is sent
- *  @param count  in: elements in @p list; out: elements filled, or the number needed when the result is -3; else as it was
+ *  @param count  in: elements in @p list; out: elements filled, or the number needed when the result is -3 (0xFFFFFFFF for one
+ *                that does not fit in 32 bits); else as it was
  *  @return 1; -1 refused, malformed reply (elements before the fault may be filled) or broken exchange; -2 no service; -3
  *  the array is too small; -7 a null pointer
  *

@@ -3,16 +3,19 @@
 #include <kvo_hws/kvo_hws.h>
 #include <kvo_hws/platform.h>
 
+#include "agent/agent_fixture.h"
 #include "agent/own_session.h"
-#include "support/kept_by_the_platform.h"
 #include "support/own_thread.h"
 #include "support/scripted_service.h"
 
 #include <algorithm>
+#include <arpa/inet.h>
 #include <array>
+#include <chrono>
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <deque>
 #include <dlfcn.h>
 #include <fstream>
@@ -34,7 +37,8 @@
 #include <utility>
 #include <vector>
 
-// The system log's may all be where one acts, and on a machine without a log daemon never are.
+// What may be where one acts, though it never is on this machine: the system log without its daemon, texts that are read from a
+// file, and what the panel's own libraries may do.
 #pragma GCC visibility push(default)
 extern "C" {
 
@@ -42,6 +46,27 @@ void openlog(const char * /*identity*/, int /*options*/, int /*facility*/) { pth
 void closelog() { pthread_testcancel(); }
 void syslog(int /*priority*/, const char * /*format*/, ...) { pthread_testcancel(); }
 void vsyslog(int /*priority*/, const char * /*format*/, va_list /*arguments*/) { pthread_testcancel(); }
+
+char *strerror(int /*number*/) noexcept
+{
+    pthread_testcancel();
+    static char text[] = "error";
+    return text;
+}
+
+uint64_t GetTickCount64() noexcept
+{
+    pthread_testcancel();
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1'000'000;
+}
+
+unsigned long GetCurrentThreadId() noexcept
+{
+    pthread_testcancel();
+    return 1;
+}
 
 }  // extern "C"
 #pragma GCC visibility pop
@@ -141,7 +166,16 @@ void listens(const char * /*name*/, const char * /*data*/) { pthread_testcancel(
 
 void *nothing(void * /*argument*/) { return nullptr; }
 
+const std::string kTooLong(2000, 'x');
+
 constexpr const char *kParameters = "focusKvoIp=10.0.0.5\nremoteKvoHwsIp=127.0.0.1\n";
+
+void readRegistry(int32_t (*read)(KvoDescription *list, uint32_t *count, uint32_t timeout))
+{
+    std::array<KvoDescription, 2> list = {};
+    uint32_t count = list.size();
+    read(list.data(), &count, 1);
+}
 
 #define BLANKLY(name)                                                                                                          \
     {                                                                                                                          \
@@ -201,7 +235,10 @@ std::map<std::string, Call> callsByName()
         {"xmalloc", exposing([] { std::free(xmalloc(1)); })},
 
         // service.h
-        {"FuncSendCommand2DLL", exposing([] { FuncSendCommand2DLL(strdup("text")); })},
+        {"FuncSendCommand2DLL", exposing([] {
+             FuncSendCommand2DLL(strdup("text"));
+             FuncSendCommand2DLL(strdup(kTooLong.c_str()));
+         })},
         BLANKLY(KVO_HWS_getDLLVersion),
         BLANKLY(KVO_HWS_getDebugLevel),
         BLANKLY(KVO_HWS_getKVOHWSVersion),
@@ -212,7 +249,10 @@ std::map<std::string, Call> callsByName()
         BLANKLY(KVO_HWS_setBrightness),
         BLANKLY(KVO_HWS_setDebugLevel),
         BLANKLY(KVO_HWS_unlockKVORegData),
-        BLANKLY(KillUsbServer),
+        {"KillUsbServer", exposing([] {
+             ServerPipeThreadSyncState = NOTIFY_STOP_DONE;  // there was one, for whose end it looks
+             KillUsbServer();
+         })},
         {"ReadSocket",
          [] {
              const Connected connected;
@@ -240,7 +280,10 @@ std::map<std::string, Call> callsByName()
              exposed([&] { SendCommand2ServiceDyn("isInitComplete", &reply); });
              std::free(reply.pcData);
          }},
-        {"SendUsbMsg2DLL", exposing([] { SendUsbMsg2DLL("text"); })},
+        {"SendUsbMsg2DLL", exposing([] {
+             SendUsbMsg2DLL("text");
+             SendUsbMsg2DLL(kTooLong.c_str());
+         })},
         {"ThreadSendCommand2DLL", exposing([] { ThreadSendCommand2DLL(strdup("text")); })},
         BLANKLY(kvo_hws_CleanUpSockets),
         BLANKLY(kvo_hws_StartUpSockets),
@@ -297,9 +340,9 @@ std::map<std::string, Call> callsByName()
         BLANKLY(KVO_HWS_getIPbyMCPAddress),
         BLANKLY(KVO_HWS_getKVOChannelOnFocus),
         BLANKLY(KVO_HWS_getKVOCksIndex),
-        BLANKLY(KVO_HWS_getKVOCurrentListFromRegistry),
+        {"KVO_HWS_getKVOCurrentListFromRegistry", exposing([] { readRegistry(KVO_HWS_getKVOCurrentListFromRegistry); })},
         BLANKLY(KVO_HWS_getKVOIndex),
-        BLANKLY(KVO_HWS_getKVOPreviousListFromRegistry),
+        {"KVO_HWS_getKVOPreviousListFromRegistry", exposing([] { readRegistry(KVO_HWS_getKVOPreviousListFromRegistry); })},
         BLANKLY(KVO_HWS_getKVOPriority),
         BLANKLY(KVO_HWS_getKVOScreenOnFocus),
         BLANKLY(KVO_HWS_getKVOStartupActive),
@@ -420,7 +463,18 @@ std::map<std::string, Call> callsByName()
              void *instance = nullptr;
              KVO_HWS_startupEmbHwsClient(kParameters, &instance, testsForCancellation);
          })},
-        {"embHwsClientThread", exposing([] { embHwsClientThread(gEmbKvoInst); })},  // ends at once: no station answers
+        {"embHwsClientThread",
+         [] {
+             // As a start sets it; it looks for its remote side until it is to stop.
+             gEmbKvoInst->focusKvoIp = inet_addr("10.0.0.5");
+             gEmbKvoInst->remoteKvoHwsIp = inet_addr("127.0.0.1");
+             std::thread stopping([] {
+                 std::this_thread::sleep_for(std::chrono::milliseconds(200));
+                 __atomic_store_n(&gEmbKvoInst->stop, 1U, __ATOMIC_SEQ_CST);
+             });
+             exposed([] { embHwsClientThread(gEmbKvoInst); });
+             stopping.join();
+         }},
         {"embKvoEventsThread",
          [] {
              Notify *const record = newNotify();
@@ -477,7 +531,7 @@ std::map<std::string, Call> callsByName()
              std::array<char, 300> path{"/proc/self/*"};
              sysfssubst(path.data());
          })},
-        BLANKLY(vnc_strerror),
+        {"vnc_strerror", exposing([] { vnc_strerror(2); })},
     };
 }
 
@@ -562,15 +616,26 @@ protected:
         setenv("KVO_PLATFORM_INTERFACE", "lo", 1);
         uiDebugMessageSysLogActive = 1;
         SetDebugLevel(2);
+        for (const char *const file : {"/tmp/kvo_hws/currkvos.reg", "/tmp/kvo_hws/prevkvos.reg"}) {
+            std::ofstream(file) << "10.0.0.5:st1:1024:768:32\n";
+        }
     }
 
-    static support::Script says(const std::string &answer)
+    /// So that what asks more than one question comes to the last one.
+    static std::string answerTo(const std::string &line)
     {
-        return support::answersWith([answer](const std::string &) { return answer; });
+        const std::string request = line.substr(0, line.find('\n'));
+        if (request == "isInitComplete") {
+            return "yes";
+        }
+        if (request == "getregistrypath") {
+            return "/tmp/";
+        }
+        return request.starts_with("getExDesc") ? agent_test::kStation : "ok";
     }
 
-    const support::ScriptedService service{{says("ok")}};
-    const support::ScriptedService usb{{says("ok")}, support::kUsbSocket};
+    const support::ScriptedService service{{support::answersWith(answerTo)}};
+    const support::ScriptedService usb{{support::replies("ok")}, support::kUsbSocket};
     const support::ScriptedService events{{support::closesAtOnce()}, "/tmp/kvo_hws/event_sock"};
 };
 
@@ -603,7 +668,7 @@ TEST(CancelledThread, does_not_come_back_from_what_can_be_cancelled)
     EXPECT_TRUE(comesBackFrom(exposing([] {})));
 }
 
-TEST(CancelledThread, ends_behind_the_library)
+TEST(CancelledThread, ends_after_the_library)
 {
     EXPECT_FALSE(comesBackFrom(exposing([] {
         kvo_hws_GiveUpThreadExecution();

@@ -71,7 +71,7 @@
 /* Written at link time, as tables of programs are. */
 static const HwsCommand expected[] = {HANDLERS(ADDRESS)};
 
-/* Told by the program's code, which has other ways to an address. */
+/* Found by the program's code, which has other ways to an address. */
 static CmdHandler handlerOf(const char *keyword)
 {
 #define FIND(row, handler)                                                                                                     \

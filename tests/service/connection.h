@@ -23,6 +23,9 @@ public:
         }
         reader_ = ends[0];
         writer_ = ends[1];
+        // Room for what a test writes before it reads, whatever is usual on the machine.
+        const int room = 1 << 20;
+        setsockopt(writer_, SOL_SOCKET, SO_SNDBUF, &room, sizeof room);
     }
     Pair(const Pair &) = delete;
     Pair &operator=(const Pair &) = delete;

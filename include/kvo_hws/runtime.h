@@ -118,7 +118,7 @@ KVO_HWS_API int kvo_hws_CreateThreadIdent(void *(*start)(void *), void *argument
 KVO_HWS_API int kvo_hws_detach_thread(void) KVO_HWS_NOEXCEPT;
 
 /** Sleeps 20 ms, through signals too.
- *  @return 0
+ *  @return 0, else the error number of clock_nanosleep
  */
 KVO_HWS_API int kvo_hws_GiveUpThreadExecution(void) KVO_HWS_NOEXCEPT;
 

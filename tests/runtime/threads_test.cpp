@@ -161,6 +161,12 @@ TEST(Threads, giving_up_execution_asks_for_20_ms)
     EXPECT_EQ(asked.tv_nsec, 20'000'000);
 }
 
+TEST(Threads, giving_up_execution_passes_the_sleeps_own_errors_on)
+{
+    const support::WithSystemCalls calls({.clockNanosleep = [](const timespec *) { return EINVAL; }});
+    EXPECT_EQ(kvo_hws_GiveUpThreadExecution(), EINVAL);
+}
+
 TEST(CriticalSection, keeps_others_out_until_it_is_left)
 {
     pthread_mutex_t section = PTHREAD_MUTEX_INITIALIZER;

@@ -17,6 +17,7 @@
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <mutex>
 #include <regex>
 #include <sstream>
@@ -233,6 +234,18 @@ TEST(TracedAllocators, trace_what_they_did)
     EXPECT_THAT(file.texts(), ElementsAre("         main.c#  42 malloc(16) returns " + first,
                                           "         main.c#1043 realloc(" + first + ", 1000) returns " + second,
                                           "a_long_file_name.c#12345 free(" + second + ")"));
+}
+
+TEST(TracedAllocators, give_as_much_as_was_asked_for)
+{
+    constexpr unsigned kSize = 3000;
+    auto *const block = static_cast<char *>(traceXmalloc(kSize, "main.c", 1));
+    ASSERT_NE(block, nullptr);
+    EXPECT_GE(malloc_usable_size(block), kSize);
+    EXPECT_EQ(std::string_view(block, kSize).find_first_not_of('\0'), std::string_view::npos);
+    auto *const larger = traceRealloc(block, 2 * kSize, "main.c", 2);
+    EXPECT_GE(malloc_usable_size(larger), 2 * kSize);
+    traceFree(larger, "main.c", 3);
 }
 
 TEST(TracedAllocators, give_null_without_memory_and_leave_the_reason)

@@ -259,7 +259,7 @@ TEST(UsbEvents, AreTakenByACallbackThatAsksTheService)
     const Activated activated(support::EventRecorder::newer);
     const auto began = Clock::now();
     EXPECT_EQ(plug("10.0.0.5")["delivery"], "delivered");
-    EXPECT_LT(Clock::now() - began, 2s) << "the service was to answer while it delivered";
+    EXPECT_LT(Clock::now() - began, 3500ms) << "the service was to answer while it delivered";
     EXPECT_THAT(recorder.codes(), ElementsAre(USB_EVENT_BEGIN, USB_EVENT_ACTIVATED, USB_EVENT_NEW_DEVICE));
 }
 
@@ -275,7 +275,7 @@ TEST(UsbEvents, HoldNobodyUpWhileTheReceiverIsSilent)
     ASSERT_TRUE(support::eventually([&] { return receiver.requests().size() == 1; }));
     EXPECT_EQ(exchange("getVersion\n"), "V09.08\n");
     EXPECT_EQ(pluggedIn(), 1U);
-    EXPECT_LT(Clock::now() - began, 2s);
+    EXPECT_LT(Clock::now() - began, 3500ms);
     EXPECT_THAT(waiting.receiveAll(20s), HasSubstr(R"("delivery":"delivered")")) << "a lost answer fails nothing";
     EXPECT_GE(Clock::now() - began, kAnswerTime - 200ms);
 }

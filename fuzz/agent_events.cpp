@@ -116,7 +116,7 @@ int pause(std::chrono::milliseconds /*length*/) noexcept
     return 0;
 }
 
-int requestStop(Notify & /*record*/, unsigned /*milliseconds*/) noexcept { return 1; }
+void requestStop(Notify & /*record*/) noexcept {}
 void debugValues(const char * /*format*/, ...) noexcept {}
 
 }  // namespace kvo_hws

@@ -54,7 +54,7 @@ void store(uint8_t *record, const Field &field, const char *value)
     case text: storeText(record, field, value); return;
     case address: word = inet_aton(value, &dotted) != 0 ? dotted.s_addr : 0; break;
     case number: word = static_cast<uint32_t>(std::strtoul(value, nullptr, 10)); break;
-    case session: word = static_cast<uint32_t>(std::strtoul(value, nullptr, 10)) % 10; break;
+    case session: word = static_cast<uint32_t>(std::strtoul(value, nullptr, 10) % 10); break;
     }
     std::memcpy(record + field.offset, &word, sizeof word);
 }

@@ -4,6 +4,7 @@
 
 #include <kvo_hws/agent.h>
 
+#include "agent/commands.h"
 #include "agent/instance.h"
 #include "agent/line_writer.h"
 #include "runtime/clock.h"
@@ -48,7 +49,7 @@ std::string lastMessage;
 }  // namespace
 
 /// The usual keywords, all with the same handler.
-const HwsCommand cmds[60] = {
+const HwsCommand kvo_hws::agent::commands[60] = {
     {"show-panel-size", reply},
     {"show-hwid", reply},
     {"show-input-devices", reply},
@@ -140,7 +141,7 @@ struct Expected {
 /// The table's keyword that a command begins with, or is; nothing where there is none.
 std::optional<std::string> keywordOf(const char *command)
 {
-    for (const HwsCommand &row : cmds) {
+    for (const HwsCommand &row : kvo_hws::agent::commands) {
         const std::string keyword = row.keyword;
         const bool prefix = keyword.back() == '=';
         if ((prefix ? strncasecmp(command, keyword.c_str(), keyword.size()) : strcasecmp(command, keyword.c_str())) == 0) {

@@ -195,10 +195,9 @@ inline std::optional<std::string> smallNumber(const std::string &text)
 
 inline std::optional<std::string> capsLock(const std::string &text)
 {
-    char *end = nullptr;
-    const long value = std::strtol(text.c_str(), &end, 10);
+    const long value = std::strtol(text.c_str(), nullptr, 10);  // as far as it is a number
     const bool hasOthers = std::strspn(text.c_str(), "-0123456789") != text.size();
-    if (text.empty() || hasOthers || *end != '\0' || value < -1 || value > 1) {
+    if (hasOthers || value < -1 || value > 1) {
         return std::nullopt;
     }
     return std::to_string(value);

@@ -3,6 +3,7 @@
 #include "reply_rows.h"
 
 #include <kvo_hws/platform.h>
+#include <kvo_hws/runtime.h>
 #include <kvo_hws/service.h>
 
 #include "requests/focus.h"
@@ -46,12 +47,14 @@ int SendCommand2ServiceDyn(const char *command, DynBuffer *reply) noexcept
     return KVO_HWS_OK;
 }
 
-// ---- Of the platform, for the datagrams that are sent by none of the requests here ----
+// ---- Of the platform and its lock, for the datagrams that are sent by none of the requests here ----
 
 const char *libpavo_getMetric(unsigned long /*id*/) noexcept { return ""; }
 void setAdapterInterfaceCache(const char * /*interface*/) noexcept {}
 int getAdapterValuesDirect(int /*refresh*/) noexcept { return -1; }
 uint32_t getAdapterBroadcastCache() noexcept { return 0; }
+int kvo_hws_EnterCriticalSection(pthread_mutex_t *section) noexcept { return pthread_mutex_lock(section); }
+int kvo_hws_LeaveCriticalSection(pthread_mutex_t *section) noexcept { return pthread_mutex_unlock(section); }
 
 namespace {
 
@@ -122,7 +125,7 @@ std::optional<int32_t> readCount(Outputs &out, const std::string &reply, bool ha
         return KVO_HWS_FAILED;
     }
     if (!haveArray || count > out.word(0)) {
-        out.word(0) = static_cast<uint32_t>(count);
+        out.word(0) = static_cast<uint32_t>(std::min<unsigned long>(count, 0xFFFFFFFF));
         return KVO_HWS_TOO_SMALL;
     }
     return std::nullopt;

@@ -226,7 +226,7 @@ TEST_F(HostileRemote, that_sends_half_a_line_costs_nothing)
     const double seconds =
         static_cast<double>(used.tv_sec - usedBefore.tv_sec) + static_cast<double>(used.tv_nsec - usedBefore.tv_nsec) * 1e-9;
     EXPECT_LE(seconds, 0.5) << "it is waited for, not asked for";
-    EXPECT_EQ(support::holdings().descriptors, before.descriptors);
+    EXPECT_LE(support::holdings().descriptors, before.descriptors);  // one of before may just have been closing
     remote.send("ng\n");
     EXPECT_EQ(remote.line(), "pong\r\n") << "however late";
 }
@@ -263,8 +263,9 @@ TEST_F(HostileRemote, that_comes_and_goes_is_served_each_time)
         ASSERT_TRUE(remote.accept());
         ASSERT_EQ(remote.ask("ping"), "pong");
     }
-    EXPECT_EQ(support::holdings().descriptors, before.descriptors);
-    EXPECT_LE(support::holdings().threads, before.threads);  // one of before may just have been ending
+    // Of those before one may just have been ending.
+    EXPECT_LE(support::holdings().descriptors, before.descriptors);
+    EXPECT_LE(support::holdings().threads, before.threads);
 }
 
 }  // namespace

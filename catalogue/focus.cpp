@@ -7,7 +7,7 @@ namespace catalogue {
 
 namespace {
 
-constexpr std::size_t kBuffer = 2048;
+constexpr std::size_t kBuffer = 8192;  // more than any text of a plant
 
 Request priority()
 {

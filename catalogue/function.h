@@ -70,7 +70,14 @@ public:
     }
     [[nodiscard]] std::size_t count() const { return areas_.size(); }
     [[nodiscard]] const std::string &bytes(std::size_t area) const { return areas_.at(area); }
-    [[nodiscard]] void *at(std::size_t area) { return areas_.at(area).data(); }
+    [[nodiscard]] std::vector<void *> addresses()
+    {
+        std::vector<void *> all;
+        for (std::string &area : areas_) {
+            all.push_back(area.data());
+        }
+        return all;
+    }
 
 private:
     char fill_;
@@ -83,8 +90,8 @@ public:
     template <class... Parameter>
     Function(const char *name, int32_t (*function)(Parameter...))
         : name_(name), sizes_{elementSize<Parameter>()...},
-          call_([function](const Arguments &arguments, Outputs &outputs, uint32_t address) {
-              return call(function, arguments, outputs, address, std::index_sequence_for<Parameter...>());
+          call_([function](const Arguments &arguments, const std::vector<void *> &rooms, uint32_t address) {
+              return call(function, arguments, rooms, address, std::index_sequence_for<Parameter...>());
           })
     {
     }
@@ -95,21 +102,39 @@ public:
     [[nodiscard]] const std::string &name() const { return name_; }
     [[nodiscard]] std::size_t parameters() const { return sizes_.size(); }
 
+    /// How many bytes the outputs take, one number for each argument that is room.
+    [[nodiscard]] std::vector<std::size_t> outputSizes(const Arguments &arguments) const
+    {
+        std::vector<std::size_t> sizes;
+        for (std::size_t i = 0; i < arguments.size(); ++i) {
+            if (arguments[i].kind == Argument::Kind::room) {
+                sizes.push_back(static_cast<std::size_t>(arguments[i].number) * sizes_.at(i));
+            }
+        }
+        return sizes;
+    }
+
     /// The memory that a call with @p arguments writes.
     [[nodiscard]] Outputs outputsFor(const Arguments &arguments, char fill) const
     {
         Outputs outputs(fill);
-        for (std::size_t i = 0; i < arguments.size(); ++i) {
-            if (arguments[i].kind == Argument::Kind::room) {
-                outputs.add(static_cast<std::size_t>(arguments[i].number) * sizes_.at(i), arguments[i].text);
+        const std::vector<std::size_t> sizes = outputSizes(arguments);
+        for (const Argument &argument : arguments) {
+            if (argument.kind == Argument::Kind::room) {
+                outputs.add(sizes[outputs.count()], argument.text);
             }
         }
         return outputs;
     }
 
+    /// @param rooms  the addresses of the outputs
+    int32_t operator()(const Arguments &arguments, const std::vector<void *> &rooms, uint32_t address = kStation) const
+    {
+        return call_(arguments, rooms, address);
+    }
     int32_t operator()(const Arguments &arguments, Outputs &outputs, uint32_t address = kStation) const
     {
-        return call_(arguments, outputs, address);
+        return call_(arguments, outputs.addresses(), address);
     }
 
 private:
@@ -140,13 +165,13 @@ private:
     }
 
     template <class... Parameter, std::size_t... Index>
-    static int32_t call(int32_t (*function)(Parameter...), const Arguments &arguments, Outputs &outputs,
+    static int32_t call(int32_t (*function)(Parameter...), const Arguments &arguments, const std::vector<void *> &rooms,
                         [[maybe_unused]] uint32_t address, std::index_sequence<Index...> /*of the parameters*/)
     {
         std::array<void *, sizeof...(Parameter) + 1> areas{};
         for (std::size_t i = 0, area = 0; i < arguments.size(); ++i) {
             if (arguments[i].kind == Argument::Kind::room) {
-                areas.at(i) = outputs.at(area++);
+                areas.at(i) = rooms.at(area++);
             }
         }
         return function(convert<Parameter>(arguments.at(Index), areas.at(Index), address)...);
@@ -154,7 +179,7 @@ private:
 
     std::string name_;
     std::vector<std::size_t> sizes_;
-    std::function<int32_t(const Arguments &, Outputs &, uint32_t address)> call_;
+    std::function<int32_t(const Arguments &, const std::vector<void *> &rooms, uint32_t address)> call_;
 };
 
 }  // namespace catalogue

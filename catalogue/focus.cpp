@@ -46,6 +46,7 @@ std::vector<Request> numbers()
             .on("startup-active=-1", -1)
             .nullPointer({station, nullptr})
             .soak({1, -1, -2})
+            .kvoctl("focus startup", {kHere})
             .python("Panel.get_startup_active"),
 
         KVO_REQUEST(KVO_HWS_getKVOStartupPrio, "get KVO startup prio")
@@ -57,6 +58,7 @@ std::vector<Request> numbers()
             .on("startup-prio=70x", -1)
             .nullPointer({station, nullptr})
             .soak({1, -1, -2})
+            .kvoctl("focus startup", {kHere})
             .python("Panel.get_startup_prio"),
 
         KVO_REQUEST(KVO_HWS_getKVOChannelOnFocus, "get KVO channel on focus")

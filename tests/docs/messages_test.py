@@ -159,7 +159,9 @@ def check_results(page):
 
 def main():
     page = (ROOT / "docs/troubleshooting.md").read_text()
-    requests = {quoted(request)[0]: quoted(functions) for request, functions in rows(page, "`<request>`", "function")}
+    requests = {}
+    for request, functions in rows(page, "`<request>`", "function"):
+        requests.setdefault(quoted(request)[0], []).extend(quoted(functions))
     messages = [Message(text, logged, requests) for cell, logged, _, _ in
                 rows(page, "message", "logged", "what it means", "what to do") for text in quoted(cell)]
     found_in_sources = list(sources())

@@ -410,7 +410,7 @@ TEST_F(Connection, that_sends_an_endless_line_is_closed_and_made_again)
     EXPECT_TRUE(remote.accept());
 }
 
-TEST_F(Connection, that_can_not_be_waited_for_is_closed_and_made_again)
+TEST_F(Connection, that_cannot_be_waited_for_is_closed_and_made_again)
 {
     RemoteService remote(kSession);
     const SyslogCapture capture;

@@ -275,7 +275,7 @@ TEST_F(EventListener, needs_a_callback_and_no_other_listener)
     EXPECT_TRUE(eventually(isFree));
 }
 
-TEST_F(EventListener, that_is_not_active_can_not_be_stopped)
+TEST_F(EventListener, that_is_not_active_cannot_be_stopped)
 {
     const SyslogCapture capture;
     EXPECT_EQ(KVO_HWS_deactivateEmbKvoEvents(), -1);
@@ -675,7 +675,7 @@ TEST_F(EventListener, without_memory_is_not_active)
     EXPECT_EQ(KVO_HWS_deactivateEmbKvoEvents(), -1);
 }
 
-TEST_F(EventListener, connects_anew_where_it_can_not_wait)
+TEST_F(EventListener, connects_anew_where_it_cannot_wait)
 {
     EventService service;
     const SyslogCapture capture;
@@ -830,7 +830,7 @@ TEST_F(EventListener, waits_a_moment_at_its_end_and_wakes_whoever_waits_for_it)
     DeleteNotify(&record);
 }
 
-TEST_F(EventListener, that_can_not_be_waited_for_is_told)
+TEST_F(EventListener, that_cannot_be_waited_for_is_told)
 {
     EventService service;
     const SyslogCapture capture;

@@ -42,7 +42,7 @@ struct Row : kvosim_test::NamedRow {
 
 class StationCommand : public testing::TestWithParam<Row> {};
 
-TEST_P(StationCommand, IsAnswered)
+TEST_P(StationCommand, is_answered)
 {
     EXPECT_THAT(Simulation(plantWith(GetParam().keys)).ask(GetParam().request), Eq(GetParam().reply));
 }
@@ -291,7 +291,7 @@ struct Talk : kvosim_test::NamedRow {
 
 class Sequence : public testing::TestWithParam<Talk> {};
 
-TEST_P(Sequence, IsAnswered)
+TEST_P(Sequence, is_answered)
 {
     Simulation simulation(plantWith(GetParam().keys));
     for (const auto &[request, reply] : GetParam().exchanges) {
@@ -401,19 +401,19 @@ INSTANTIATE_TEST_SUITE_P(
              {{"activateMe=0A000005", "ok"}, {"activateMe=0A000006", "ok"}, {"activateMe=0A000005", "ok"}}}),
     kvosim_test::kNameOfRow);
 
-TEST(StationCommands, TwoStationsOfOneDckAddressAreToldApartByNobody)
+TEST(StationCommands, two_stations_with_one_dck_address_are_not_distinguished)
 {
     Simulation simulation(plantWith("dck_address = 3") + "dck_address = 3\n");
     EXPECT_EQ(simulation.ask("getIPbyDCKAddress=00000003"), "more_than_one_dck");
 }
 
-TEST(StationCommands, ConnectorsOfSeveralStationsStandBehindTheirAddresses)
+TEST(StationCommands, connectors_of_several_stations_stand_after_their_addresses)
 {
     Simulation simulation(plantWith("usb_connectors = \"X60:free\"") + "usb_connectors = \"X1:mouse X2:free\"\n");
     EXPECT_EQ(simulation.ask("getUsbConnectorList"), "usb-connector-list=10.0.0.5 X60:free;10.0.0.6 X1:mouse X2:free");
 }
 
-TEST(StationCommands, FocusIsHeldForItsTimeAgainstOthers)
+TEST(StationCommands, focus_is_held_for_its_time_against_others)
 {
     Simulation simulation("[service]\nfocus_hold_ms = 60000\n" + plantWith(""));
     EXPECT_EQ(simulation.ask("activateMe=0A000005"), "ok");
@@ -429,7 +429,7 @@ TEST(StationCommands, FocusIsHeldForItsTimeAgainstOthers)
     EXPECT_EQ(simulation.ask("activateMe=0A000005"), "ok") << "a station that reboots gives it up";
 }
 
-TEST(StationCommands, StationIsBackAfterItsReboot)
+TEST(StationCommands, station_is_back_after_its_reboot)
 {
     Simulation simulation(plantWith("reboot_time_ms = 60"));
     EXPECT_EQ(simulation.ask("reboot=0A000005"), "ok");
@@ -438,7 +438,7 @@ TEST(StationCommands, StationIsBackAfterItsReboot)
     EXPECT_EQ(simulation.ask("isViewerActive=0A000005"), "not active");
 }
 
-TEST(StationCommands, CleaningUpTakesTheStatusLineAway)
+TEST(StationCommands, cleaning_up_takes_the_status_line_away)
 {
     Simulation simulation(plantWith("viewer = \"nc1:3\""));
     const kvosim::Panel &panel = *simulation.context.plant.findPanel(0x0A000005);
@@ -453,7 +453,7 @@ TEST(StationCommands, CleaningUpTakesTheStatusLineAway)
     EXPECT_EQ(panel.statusLine, "");
 }
 
-TEST(StationCommands, KeysOfTheMachineControlPanelAreKept)
+TEST(StationCommands, keys_of_the_machine_control_panel_are_kept)
 {
     Simulation simulation(plantWith(""));
     const kvosim::Panel &panel = *simulation.context.plant.findPanel(0x0A000005);

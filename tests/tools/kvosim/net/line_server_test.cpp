@@ -95,7 +95,7 @@ bool soon(Condition condition)
     return false;
 }
 
-TEST(LineServer, AnswersAndCloses)
+TEST(LineServer, answers_and_closes)
 {
     const EchoServer server;
     EXPECT_EQ(exchange("hello\n", server.path()), "re: hello\n");
@@ -103,7 +103,7 @@ TEST(LineServer, AnswersAndCloses)
     EXPECT_EQ(exchange("\r\r\n", server.path()), "re: \r\n") << "one carriage return belongs to the line end";
 }
 
-TEST(LineServer, TakesALineInPieces)
+TEST(LineServer, takes_a_line_in_pieces)
 {
     const EchoServer server;
     const Client client(server.path());
@@ -114,7 +114,7 @@ TEST(LineServer, TakesALineInPieces)
     EXPECT_EQ(client.receiveAll(), "re: hello\n");
 }
 
-TEST(LineServer, AnswersAClientThatHasClosedItsSide)
+TEST(LineServer, answers_a_client_that_has_closed_its_side)
 {
     const EchoServer server;
     const Client client(server.path());
@@ -123,7 +123,7 @@ TEST(LineServer, AnswersAClientThatHasClosedItsSide)
     EXPECT_EQ(client.receiveAll(), "re: hello\n");
 }
 
-TEST(LineServer, HalfALineHoldsNobodyUp)
+TEST(LineServer, half_a_line_delays_no_client)
 {
     const EchoServer server;
     const Client half(server.path());
@@ -133,7 +133,7 @@ TEST(LineServer, HalfALineHoldsNobodyUp)
     EXPECT_EQ(half.receiveAll(), "re: hello\n");
 }
 
-TEST(LineServer, UnreadReplyHoldsNobodyUp)
+TEST(LineServer, unread_reply_delays_no_client)
 {
     const EchoServer server;
     const Client slow(server.path());
@@ -143,7 +143,7 @@ TEST(LineServer, UnreadReplyHoldsNobodyUp)
     EXPECT_EQ(slow.receiveAll(), std::string(kLargeReply, 'x') + '\n');
 }
 
-TEST(LineServer, VanishedClientsHoldNobodyUp)
+TEST(LineServer, vanished_clients_delay_no_client)
 {
     EchoServer server;
     for (int i = 0; i < 20; ++i) {
@@ -160,7 +160,7 @@ TEST(LineServer, VanishedClientsHoldNobodyUp)
     })) << testing::PrintToString(server.events());
 }
 
-TEST(LineServer, LongestLineIsTakenAndOneByteMoreIsNot)
+TEST(LineServer, longest_line_is_taken_and_one_byte_more_is_not)
 {
     const EchoServer server({.longestLine = 100});
     const std::string longest(100, 'a');
@@ -168,7 +168,7 @@ TEST(LineServer, LongestLineIsTakenAndOneByteMoreIsNot)
     EXPECT_EQ(exchange(longest + "a\n", server.path()), "too long\n");
 }
 
-TEST(LineServer, OverlongLineIsRefusedBeforeItsEnd)
+TEST(LineServer, overlong_line_is_refused_before_its_end)
 {
     EchoServer server;
     const Client client(server.path());
@@ -180,7 +180,7 @@ TEST(LineServer, OverlongLineIsRefusedBeforeItsEnd)
     EXPECT_THAT(server.events(), Contains("a request longer than 4096 bytes is refused"));
 }
 
-TEST(LineServer, BytesBehindTheRequestDoNotCostTheReply)
+TEST(LineServer, bytes_after_the_request_do_not_cost_the_reply)
 {
     const EchoServer server;
     const Client client(server.path());
@@ -188,7 +188,7 @@ TEST(LineServer, BytesBehindTheRequestDoNotCostTheReply)
     EXPECT_EQ(client.receiveAll(), "re: hello\n");
 }
 
-TEST(LineServer, QuietConnectionIsDropped)
+TEST(LineServer, quiet_connection_is_dropped)
 {
     EchoServer server({.quietTime = 100ms});
     const Client silent(server.path());
@@ -199,7 +199,7 @@ TEST(LineServer, QuietConnectionIsDropped)
     EXPECT_THAT(server.events(), Contains("dropped unfinished").Times(2));
 }
 
-TEST(LineServer, ClientThatNeverReadsIsDropped)
+TEST(LineServer, client_that_never_reads_is_dropped)
 {
     EchoServer server({.quietTime = 100ms});
     const Client client(server.path());
@@ -208,14 +208,14 @@ TEST(LineServer, ClientThatNeverReadsIsDropped)
     EXPECT_LT(client.receiveAll().size(), kLargeReply);
 }
 
-TEST(LineServer, TricklingRequestHasItsTimeToo)
+TEST(LineServer, trickling_request_has_its_time_too)
 {
     const EchoServer server({.quietTime = 10s, .requestTime = 150ms});
     const Client client(server.path());
     EXPECT_TRUE(soon([&] { return !client.send("a"); })) << "each byte is an activity, but the request must come to an end";
 }
 
-TEST(LineServer, ClientThatDoesNotCloseIsNotWaitedForLong)
+TEST(LineServer, client_that_does_not_close_is_not_waited_for_long)
 {
     EchoServer server({.lingerTime = 50ms});
     const Client client(server.path());
@@ -225,7 +225,7 @@ TEST(LineServer, ClientThatDoesNotCloseIsNotWaitedForLong)
     EXPECT_TRUE(server.events().empty());
 }
 
-TEST(LineServer, QuietestConnectionMakesRoomForANewOne)
+TEST(LineServer, quietest_connection_makes_room_for_a_new_one)
 {
     EchoServer server({.connections = 8});
     std::list<Client> idle;
@@ -240,7 +240,7 @@ TEST(LineServer, QuietestConnectionMakesRoomForANewOne)
     EXPECT_THAT(server.events(), testing::ElementsAre("dropped for a newer connection"));
 }
 
-TEST(LineServer, AFloodOfConnectionsHoldsNobodyUp)
+TEST(LineServer, a_flood_of_connections_delays_no_client)
 {
     const EchoServer server;
     std::atomic<bool> done = false;
@@ -261,7 +261,7 @@ TEST(LineServer, AFloodOfConnectionsHoldsNobodyUp)
     }
 }
 
-TEST(LineServer, ServesManyClientsAtOnce)
+TEST(LineServer, serves_many_clients_at_once)
 {
     constexpr int kClients = 64;
     constexpr int kRounds = 20;
@@ -283,7 +283,7 @@ TEST(LineServer, ServesManyClientsAtOnce)
 }
 
 // Clients look at 1024 bytes at a time and pause when they find less of an unfinished line.
-TEST(LineServer, LongReplyIsNeverMetInPartsOfAKiB)
+TEST(LineServer, long_reply_never_comes_in_parts_of_a_kib)
 {
     const EchoServer server;
     const Client client(server.path());
@@ -303,7 +303,7 @@ TEST(LineServer, LongReplyIsNeverMetInPartsOfAKiB)
     EXPECT_EQ(received, kLargeReply + 1);
 }
 
-TEST(LineServer, EndsAfterTheRepliesOnTheirWay)
+TEST(LineServer, ends_after_the_replies_on_their_way)
 {
     EchoServer server;
     const Client reading(server.path());
@@ -323,7 +323,7 @@ TEST(LineServer, EndsAfterTheRepliesOnTheirWay)
     EXPECT_FALSE(std::filesystem::exists(server.path()));
 }
 
-TEST(LineServer, EndDoesNotWaitForAClientThatDoesNotRead)
+TEST(LineServer, end_does_not_wait_for_a_client_that_does_not_read)
 {
     EchoServer server({.endingTime = 50ms});
     const Client client(server.path());
@@ -374,7 +374,7 @@ private:
     std::thread thread_;
 };
 
-TEST(LaterReply, GoesToItsOwnCallerOnce)
+TEST(LaterReply, goes_to_its_own_caller_once)
 {
     LaterServer server;
     const Client first(server.path());
@@ -394,7 +394,7 @@ TEST(LaterReply, GoesToItsOwnCallerOnce)
     EXPECT_EQ(first.receiveAll(), "to a\n");
 }
 
-TEST(LaterReply, IsNobodysWhenTheClientHasGone)
+TEST(LaterReply, is_dropped_when_the_client_has_gone)
 {
     LaterServer server;
     {
@@ -414,7 +414,7 @@ TEST(LaterReply, IsNobodysWhenTheClientHasGone)
     EXPECT_EQ(next.receiveAll(), "to b\n");
 }
 
-TEST(LaterReply, IsNobodysWhenTheServerHasGone)
+TEST(LaterReply, is_dropped_when_the_server_has_gone)
 {
     std::optional<LaterServer> server(std::in_place);
     const Client client(server->path());

@@ -47,7 +47,7 @@ std::vector<std::string> runShell(const std::string &script, std::vector<std::st
 
 // ---- serve ----
 
-TEST(Serve, EndsWithItsInputWhereItIsToldTo)
+TEST(Serve, ends_with_its_input_where_the_option_says_so)
 {
     std::vector<std::string> pipeline{"sh", "-c", "{ echo ignored; sleep 1; } | \"$0\" \"$@\""};
     const std::vector<std::string> words = serve();
@@ -61,7 +61,7 @@ TEST(Serve, EndsWithItsInputWhereItIsToldTo)
     EXPECT_THAT(service.temporaryFiles(), IsEmpty());
 }
 
-TEST(Serve, IsNotToldToWaitForTheEndOfAFile)
+TEST(Serve, refuses_to_wait_for_the_end_of_a_file)
 {
     std::vector<std::string> words{"sh", "-c", "exec \"$0\" \"$@\" </dev/null"};
     const std::vector<std::string> serving = serve();
@@ -74,7 +74,7 @@ TEST(Serve, IsNotToldToWaitForTheEndOfAFile)
     EXPECT_FALSE(std::filesystem::exists(kSocket));
 }
 
-TEST(Serve, TellsThatItIsReadyAndAnswers)
+TEST(Serve, reports_that_it_is_ready_and_answers)
 {
     const Program service(serve());
     ASSERT_TRUE(service.hasWritten(kReady)) << service.err();
@@ -84,7 +84,7 @@ TEST(Serve, TellsThatItIsReadyAndAnswers)
 
 class ServeEndsOn : public testing::TestWithParam<int> {};
 
-TEST_P(ServeEndsOn, SignalAndLeavesNothing)
+TEST_P(ServeEndsOn, signal_and_leaves_nothing)
 {
     Program service(serve());
     ASSERT_TRUE(service.hasWritten(kReady)) << service.err();
@@ -101,7 +101,7 @@ TEST_P(ServeEndsOn, SignalAndLeavesNothing)
 INSTANTIATE_TEST_SUITE_P(Signals, ServeEndsOn, testing::Values(SIGTERM, SIGINT),
                          [](const auto &row) { return row.param == SIGTERM ? "term" : "int"; });
 
-TEST(Serve, EndsOnKillDaemon)
+TEST(Serve, ends_on_kill_daemon)
 {
     Program service(serve());
     ASSERT_TRUE(service.hasWritten(kReady)) << service.err();
@@ -111,7 +111,7 @@ TEST(Serve, EndsOnKillDaemon)
     EXPECT_THAT(service.temporaryFiles(), IsEmpty());
 }
 
-TEST(Serve, RefusesToStartBesideALiveService)
+TEST(Serve, refuses_to_start_beside_a_live_service)
 {
     const Program first(serve());
     ASSERT_TRUE(first.hasWritten(kReady)) << first.err();
@@ -122,7 +122,7 @@ TEST(Serve, RefusesToStartBesideALiveService)
     EXPECT_EQ(exchange("getCountElemDL\n"), "30\n");
 }
 
-TEST(Serve, TakesTheSocketOfAKilledServiceOver)
+TEST(Serve, takes_the_socket_of_a_killed_service_over)
 {
     {
         const Program killed(serve());
@@ -134,7 +134,7 @@ TEST(Serve, TakesTheSocketOfAKilledServiceOver)
     EXPECT_EQ(exchange("getCountElemDL\n"), "30\n");
 }
 
-TEST(Serve, SocketsMayBeThisUsersAlone)
+TEST(Serve, sockets_may_be_this_users_alone)
 {
     const Program service(serve({"--socket-mode", "0600"}));
     ASSERT_TRUE(service.hasWritten(kReady));
@@ -145,7 +145,7 @@ TEST(Serve, SocketsMayBeThisUsersAlone)
     EXPECT_THAT(wrong.err(), HasSubstr("write an octal number such as 0600, 0660 or 0666"));
 }
 
-TEST(Serve, KeepsItsRegistryFromOneStartToTheNext)
+TEST(Serve, keeps_its_registry_from_one_start_to_the_next)
 {
     const kvosim_test::TemporaryDirectory registry;
     for (int start = 0; start < 2; ++start) {
@@ -160,7 +160,7 @@ TEST(Serve, KeepsItsRegistryFromOneStartToTheNext)
     EXPECT_EQ(kvosim_test::contentsOf(registry / "kvo_hws/prevkvos.reg"), current);
 }
 
-TEST(Serve, LogsEachExchangeWhenVerbose)
+TEST(Serve, logs_each_exchange_when_verbose)
 {
     Program service(serve({"--verbose"}));
     ASSERT_TRUE(service.hasWritten(kReady)) << service.err();
@@ -175,7 +175,7 @@ TEST(Serve, LogsEachExchangeWhenVerbose)
     EXPECT_THAT(service.err(), HasSubstr("... (" + std::to_string(list.size() - 1) + " bytes)\n"));
 }
 
-TEST(Serve, TellsAMistakeInThePlantFile)
+TEST(Serve, reports_a_mistake_in_the_plant_file)
 {
     const kvosim_test::TemporaryDirectory directory;
     const std::string file = directory / "plant.toml";
@@ -186,7 +186,7 @@ TEST(Serve, TellsAMistakeInThePlantFile)
     EXPECT_EQ(service.out(), "");
 }
 
-TEST(Serve, SaysThatItsRegistryCanNotBeUsed)
+TEST(Serve, says_that_its_registry_cannot_be_used)
 {
     Program service(serve({"--registry", "/proc/nowhere"}));
     EXPECT_EQ(service.wait(), 1);
@@ -204,7 +204,7 @@ struct Ending : kvosim_test::NamedRow {
 
 class RunEndsAs : public testing::TestWithParam<Ending> {};
 
-TEST_P(RunEndsAs, ItsCommand)
+TEST_P(RunEndsAs, its_command)
 {
     std::vector<std::string> arguments{"run", "--usb-lock-address", "none", "--"};
     arguments.insert(arguments.end(), GetParam().command.begin(), GetParam().command.end());
@@ -239,7 +239,7 @@ Program runByName(const std::filesystem::path &directory)
                         ":\"$PATH\" exec " KVOSIM_PROGRAM " run --usb-lock-address none -- kvosim-test-command"});
 }
 
-TEST(Run, FindsACommandThatCanNotBeExecuted)
+TEST(Run, finds_a_command_that_cannot_be_executed)
 {
     const kvosim_test::TemporaryDirectory directory;
     std::ofstream(directory / "kvosim-test-command") << "no program";
@@ -248,7 +248,7 @@ TEST(Run, FindsACommandThatCanNotBeExecuted)
     EXPECT_EQ(run.err(), "kvosim: kvosim-test-command: Permission denied\n");
 }
 
-TEST(Run, FindsNothingInADirectoryThatItCanNotLookInto)
+TEST(Run, finds_nothing_in_a_directory_that_it_cannot_look_into)
 {
     if (geteuid() == 0) {
         GTEST_SKIP() << "root can look into every directory";
@@ -262,7 +262,7 @@ TEST(Run, FindsNothingInADirectoryThatItCanNotLookInto)
     EXPECT_EQ(run.err(), "kvosim: kvosim-test-command: No such file or directory\n");
 }
 
-TEST(Run, ServesTheCommandAlone)
+TEST(Run, serves_the_command_alone)
 {
     Program run(runShell("ls /tmp/kvo_hws"));
     EXPECT_EQ(run.wait(), 0);
@@ -270,7 +270,7 @@ TEST(Run, ServesTheCommandAlone)
     EXPECT_FALSE(std::filesystem::exists(kSocket)) << "the service was to be seen by others";
 }
 
-TEST(Run, LeavesALiveServiceOutsideAlone)
+TEST(Run, leaves_a_live_service_outside_alone)
 {
     const Program outside(serve());
     ASSERT_TRUE(outside.hasWritten(kReady)) << outside.err();
@@ -279,7 +279,7 @@ TEST(Run, LeavesALiveServiceOutsideAlone)
     EXPECT_EQ(exchange("getCountElemDL\n"), "30\n");
 }
 
-TEST(Run, PassesItsStandardStreamsOn)
+TEST(Run, passes_its_standard_streams_on)
 {
     Program run(runShell("echo to-out; echo to-err >&2"));
     EXPECT_EQ(run.wait(), 0);
@@ -287,7 +287,7 @@ TEST(Run, PassesItsStandardStreamsOn)
     EXPECT_EQ(run.err(), "to-err\n");
 }
 
-TEST(Run, StartsWithTheUsualSignals)
+TEST(Run, starts_with_the_usual_signals)
 {
     Program run(runShell("grep SigBlk /proc/self/status"));
     EXPECT_EQ(run.wait(), 0);
@@ -296,7 +296,7 @@ TEST(Run, StartsWithTheUsualSignals)
 
 class RunForwards : public testing::TestWithParam<int> {};
 
-TEST_P(RunForwards, SignalToItsCommand)
+TEST_P(RunForwards, signal_to_its_command)
 {
     Program run(runShell(
         "trap 'echo got-TERM; exit 7' TERM; trap 'echo got-INT; exit 7' INT; echo ready; while :; do sleep 0.01; done"));
@@ -310,7 +310,7 @@ TEST_P(RunForwards, SignalToItsCommand)
 INSTANTIATE_TEST_SUITE_P(Signals, RunForwards, testing::Values(SIGTERM, SIGINT),
                          [](const auto &row) { return row.param == SIGTERM ? "term" : "int"; });
 
-TEST(Run, EndsWhatItsCommandLeftRunning)
+TEST(Run, ends_what_its_command_left_running)
 {
     // One that goes when it is told to, and one that has to be made to.
     Program run(runShell("sleep 1000 & echo $!; sh -c 'trap \"\" TERM; echo $$; while :; do sleep 0.05; done' & sleep 0.2"));
@@ -323,7 +323,7 @@ TEST(Run, EndsWhatItsCommandLeftRunning)
     EXPECT_EQ(found, 2);
 }
 
-TEST(Run, EndsItsCommandWhenItIsKilled)
+TEST(Run, ends_its_command_when_it_is_killed)
 {
     pid_t command = 0;
     {
@@ -342,7 +342,7 @@ TEST(Run, EndsItsCommandWhenItIsKilled)
     EXPECT_TRUE(gone);
 }
 
-TEST(Run, ServesTheGivenPlantAndLogsWhenVerbose)
+TEST(Run, serves_the_given_plant_and_logs_when_verbose)
 {
     Program run(runShell(ASK_PROGRAM " getCountElemDL killDaemon && ! " ASK_PROGRAM " getVersion && exit 5",
                          {"--plant", EXAMPLE_PLANT, "--verbose"}));
@@ -352,7 +352,7 @@ TEST(Run, ServesTheGivenPlantAndLogsWhenVerbose)
     EXPECT_THAT(run.temporaryFiles(), IsEmpty());
 }
 
-TEST(Run, SaysThatTheKernelRefusesANamespace)
+TEST(Run, says_that_the_kernel_refuses_a_namespace)
 {
     Program run(runShell("echo started"), true);
     EXPECT_EQ(run.wait(), 1);
@@ -375,7 +375,7 @@ bool hasOwnMounts()
     return stat("/tmp/kvo_hws", &sockets) == 0 && stat("/tmp", &parent) == 0 && sockets.st_dev != parent.st_dev;
 }
 
-TEST(Run, RefusesALinkInPlaceOfTheSocketsDirectory)
+TEST(Run, refuses_a_link_in_place_of_the_sockets_directory)
 {
     // In a /tmp of its own, so that the link is nobody else's; the program and its libraries may lie in what that hides.
     const std::string script = "exec 3<\"$0\" 4<\"${0%/bin/*}/lib\" && "
@@ -393,7 +393,7 @@ TEST(Run, RefusesALinkInPlaceOfTheSocketsDirectory)
                           "directory, and no link); to remove it, type \"rm /tmp/kvo_hws\""));
 }
 
-TEST(Run, TellsAMistakeInThePlantFileBeforeTheCommandStarts)
+TEST(Run, reports_a_mistake_in_the_plant_file_before_the_command_starts)
 {
     Program run(runShell("echo started", {"--plant", "/no/such/plant.toml"}));
     EXPECT_EQ(run.wait(), 2);
@@ -403,7 +403,7 @@ TEST(Run, TellsAMistakeInThePlantFileBeforeTheCommandStarts)
 
 // ---- generate ----
 
-TEST(Generate, WritesAPlantThatIsServed)
+TEST(Generate, writes_a_plant_that_is_served)
 {
     const kvosim_test::TemporaryDirectory directory;
     const std::string file = directory / "plant.toml";
@@ -429,7 +429,7 @@ struct Call : kvosim_test::NamedRow {
 
 class Called : public testing::TestWithParam<Call> {};
 
-TEST_P(Called, Answers)
+TEST_P(Called, answers)
 {
     Program program(kvosim(GetParam().arguments));
     EXPECT_EQ(program.wait(), GetParam().status);

@@ -112,7 +112,7 @@ protected:
 
 // ---- Asking ----
 
-TEST_F(Remote, ARequestGetsATagAndItsReplyLosesIt)
+TEST_F(Remote, a_request_gets_a_tag_and_its_reply_loses_it)
 {
     auto reply = asks(request("get-kvoindex"));
     EXPECT_EQ(agent.hear(), "001:get-kvoindex\r\n");
@@ -124,7 +124,7 @@ TEST_F(Remote, ARequestGetsATagAndItsReplyLosesIt)
     EXPECT_EQ(next.get(), "pong");
 }
 
-TEST_F(Remote, ATagThatIsGivenIsKept)
+TEST_F(Remote, a_tag_that_is_given_is_kept)
 {
     auto reply = asks(request("ping", {{"tag", "042"}}));
     EXPECT_EQ(agent.hear(), "042:ping\r\n");
@@ -136,7 +136,7 @@ TEST_F(Remote, ATagThatIsGivenIsKept)
     EXPECT_EQ(inside.get(), "043:pong");
 }
 
-TEST_F(Remote, ARequestWithoutATagIsSentAsItIs)
+TEST_F(Remote, a_request_without_a_tag_is_sent_as_it_is)
 {
     auto reply = asks(request("ping", {{"untagged", true}}));
     EXPECT_EQ(agent.hear(), "ping\r\n");
@@ -144,7 +144,7 @@ TEST_F(Remote, ARequestWithoutATagIsSentAsItIs)
     EXPECT_EQ(reply.get(), "pong");
 }
 
-TEST_F(Remote, TheLongestRequestHasNoRoomForATag)
+TEST_F(Remote, the_longest_request_has_no_room_for_a_tag)
 {
     const std::string longest(kvosim::kLongestRequest, 'x');
     auto reply = asks(request(longest));
@@ -153,7 +153,7 @@ TEST_F(Remote, TheLongestRequestHasNoRoomForATag)
     EXPECT_EQ(reply.get(), "bad request");
 }
 
-TEST_F(Remote, IndicationsMayStandBeforeTheReply)
+TEST_F(Remote, indications_may_stand_before_the_reply)
 {
     auto reply = asks(request("ping"));
     EXPECT_EQ(agent.hear(), "001:ping\r\n");
@@ -163,7 +163,7 @@ TEST_F(Remote, IndicationsMayStandBeforeTheReply)
                                       "indication I02:two", "reply 001:pong"));
 }
 
-TEST_F(Remote, NoneWithoutALineEndIsTakenAfterASilence)
+TEST_F(Remote, none_without_a_line_end_is_taken_after_a_silence)
 {
     auto reply = asks(request("get-softkey-type"));
     EXPECT_EQ(agent.answer("none"), "get-softkey-type\r\n");
@@ -175,7 +175,7 @@ TEST_F(Remote, NoneWithoutALineEndIsTakenAfterASilence)
                                       "reply none (without a line end)"));
 }
 
-TEST_F(Remote, NoneWithoutALineEndIsTakenWhereTheNextReplyFollows)
+TEST_F(Remote, none_without_a_line_end_is_taken_where_the_next_reply_follows)
 {
     auto first = asks(request("get-softkey-type", {{"untagged", true}}));
     EXPECT_EQ(agent.hear(), "get-softkey-type\r\n");
@@ -186,7 +186,7 @@ TEST_F(Remote, NoneWithoutALineEndIsTakenWhereTheNextReplyFollows)
     EXPECT_EQ(second.get(), "pong");
 }
 
-TEST_F(Remote, NoneIsTakenWhereTheAgentClosesBehindIt)
+TEST_F(Remote, none_is_taken_where_the_agent_closes_after_it)
 {
     auto reply = asks(request("get-softkey-type"));
     EXPECT_EQ(agent.hear(), "001:get-softkey-type\r\n");
@@ -196,7 +196,7 @@ TEST_F(Remote, NoneIsTakenWhereTheAgentClosesBehindIt)
     EXPECT_TRUE(becomes(false));
 }
 
-TEST_F(Remote, ManyAskAtOnceAndEachGetsItsOwnReply)
+TEST_F(Remote, many_ask_at_once_and_each_gets_its_own_reply)
 {
     std::vector<std::future<std::string>> replies;
     for (int i = 0; i < 20; ++i) {
@@ -213,7 +213,7 @@ TEST_F(Remote, ManyAskAtOnceAndEachGetsItsOwnReply)
 
 // ---- Asking in vain ----
 
-TEST_F(Remote, WithoutAReplyTheTimeIsOver)
+TEST_F(Remote, without_a_reply_the_time_is_over)
 {
     const auto start = std::chrono::steady_clock::now();
     auto reply = asks(request("ping", {{"patience_ms", 300}}));
@@ -222,7 +222,7 @@ TEST_F(Remote, WithoutAReplyTheTimeIsOver)
     EXPECT_EQ(asks(request("ping", {{"patience_ms", 1000}})).get(), "could not: no reply within 1 s");
 }
 
-TEST_F(Remote, AReplyThatComesTooLateIsNotTakenForTheNextOne)
+TEST_F(Remote, a_reply_that_comes_too_late_is_not_taken_for_the_next_one)
 {
     auto first = asks(request("ping", {{"patience_ms", 100}, {"untagged", true}}));
     EXPECT_EQ(agent.hear(), "ping\r\n");
@@ -235,7 +235,7 @@ TEST_F(Remote, AReplyThatComesTooLateIsNotTakenForTheNextOne)
                 ElementsAre(testing::_, "request ping", "request get-kvoindex", "reply pong (too late)", "reply kvoindex=1"));
 }
 
-TEST_F(Remote, ARequestThatWasLeftOutIsToldSo)
+TEST_F(Remote, a_request_that_was_left_out_is_reported)
 {
     auto first = asks(request("one"));
     EXPECT_EQ(agent.hear(), "001:one\r\n");
@@ -246,7 +246,7 @@ TEST_F(Remote, ARequestThatWasLeftOutIsToldSo)
     EXPECT_EQ(first.get(), "could not: the agent has answered a later request, but not this one");
 }
 
-TEST_F(Remote, ALostConnectionIsToldToWhoWaits)
+TEST_F(Remote, a_lost_connection_is_reported_to_those_who_wait)
 {
     auto reply = asks(request("ping"));
     EXPECT_EQ(agent.hear(), "001:ping\r\n");
@@ -256,7 +256,7 @@ TEST_F(Remote, ALostConnectionIsToldToWhoWaits)
                                       "reply: the other side has closed it"));
 }
 
-TEST_F(Remote, TheSimulatorsEndIsToldToWhoWaits)
+TEST_F(Remote, the_simulators_end_is_reported_to_those_who_wait)
 {
     auto reply = asks(request("ping"));
     EXPECT_EQ(agent.hear(), "001:ping\r\n");
@@ -267,7 +267,7 @@ TEST_F(Remote, TheSimulatorsEndIsToldToWhoWaits)
     EXPECT_THROW(Agent(), std::runtime_error) << "the port is free again";
 }
 
-TEST_F(Remote, WhatIsRefusedIsNotSent)
+TEST_F(Remote, what_is_refused_is_not_sent)
 {
     const auto refusal = [](const tools::Json &ask, const std::string &text) {
         EXPECT_THAT([&] { tools::askSimulator(ask); }, ThrowsMessage<tools::Refused>(HasSubstr(text)));
@@ -287,7 +287,7 @@ TEST_F(Remote, WhatIsRefusedIsNotSent)
     EXPECT_THAT(log(), ElementsAre(StartsWith("connected")));
 }
 
-TEST_F(Remote, WhereNoAgentIsThatIsTold)
+TEST_F(Remote, without_an_agent_a_request_fails)
 {
     const auto failure = [](unsigned session, const std::string &text) {
         for (const char *action : {"remote.ask", "remote.send", "remote.raw", "remote.close"}) {
@@ -302,7 +302,7 @@ TEST_F(Remote, WhereNoAgentIsThatIsTold)
 
 // ---- Connections ----
 
-TEST_F(Remote, SessionsAreListed)
+TEST_F(Remote, sessions_are_listed)
 {
     const tools::Json row = sessionRow(3);
     EXPECT_EQ(row["port"], 5853);
@@ -312,7 +312,7 @@ TEST_F(Remote, SessionsAreListed)
     EXPECT_EQ(tools::askSimulator({{"do", "status"}})["remote_sessions"], 2);
 }
 
-TEST_F(Remote, ASecondAgentTakesThePlaceOfTheFirst)
+TEST_F(Remote, a_second_agent_takes_the_place_of_the_first)
 {
     auto reply = asks(request("ping"));
     EXPECT_EQ(agent.hear(), "001:ping\r\n");
@@ -325,7 +325,7 @@ TEST_F(Remote, ASecondAgentTakesThePlaceOfTheFirst)
     EXPECT_THAT(log(), testing::Contains(testing::MatchesRegex("closed the agent at 127.0.0.1:[0-9]+ takes its place")));
 }
 
-TEST_F(Remote, SessionsAreApart)
+TEST_F(Remote, sessions_are_apart)
 {
     Agent other(9);
     ASSERT_TRUE(becomes(true, 9));
@@ -337,7 +337,7 @@ TEST_F(Remote, SessionsAreApart)
     EXPECT_EQ(agent.hear(50ms), "(nothing more came)");
 }
 
-TEST_F(Remote, AConnectionIsClosedOrReset)
+TEST_F(Remote, a_connection_is_closed_or_reset)
 {
     tools::askSimulator({{"do", "remote.close"}, {"session", 3}});
     EXPECT_EQ(agent.hear(), "(closed)");
@@ -348,7 +348,7 @@ TEST_F(Remote, AConnectionIsClosedOrReset)
     EXPECT_TRUE(becomes(false));
 }
 
-TEST_F(Remote, TheOtherSideGoesAwayForATime)
+TEST_F(Remote, the_other_side_goes_away_for_a_time)
 {
     const auto gone = std::chrono::steady_clock::now();
     tools::askSimulator({{"do", "remote.close"}, {"session", 3}, {"away_ms", 500}});
@@ -364,7 +364,7 @@ TEST_F(Remote, TheOtherSideGoesAwayForATime)
     EXPECT_TRUE(becomes(true));
 }
 
-TEST_F(Remote, GoesAwayWithoutAnAgentAndAgain)
+TEST_F(Remote, goes_away_without_an_agent_and_again)
 {
     tools::askSimulator({{"do", "remote.close"}, {"session", 9}, {"away_ms", 600'000}});
     EXPECT_THROW(Agent(9), std::runtime_error);
@@ -376,7 +376,7 @@ TEST_F(Remote, GoesAwayWithoutAnAgentAndAgain)
     EXPECT_TRUE(becomes(true, 9));
 }
 
-TEST_F(Remote, ComesBackAsSoonAsThePortIsFree)
+TEST_F(Remote, comes_back_as_soon_as_the_port_is_free)
 {
     tools::askSimulator({{"do", "remote.close"}, {"session", 9}, {"away_ms", 100}});
     {
@@ -393,7 +393,7 @@ TEST_F(Remote, ComesBackAsSoonAsThePortIsFree)
 
 // ---- What rude agents do ----
 
-TEST_F(Remote, ALineThatDoesNotEndClosesTheConnection)
+TEST_F(Remote, a_line_that_does_not_end_closes_the_connection)
 {
     agent.send(std::string(kvosim::kLongestAgentLine, 'x'));
     EXPECT_EQ(agent.hear(100ms), "(nothing more came)");
@@ -402,7 +402,7 @@ TEST_F(Remote, ALineThatDoesNotEndClosesTheConnection)
     EXPECT_THAT(logOf(2).back(), "closed the agent has sent a line longer than 4096 bytes");
 }
 
-TEST_F(Remote, HalfALineHoldsNobodyUp)
+TEST_F(Remote, half_a_line_delays_no_client)
 {
     agent.send("001:po");
     EXPECT_EQ(kvosim_test::exchange("getVersion\n"), "V09.08\n");
@@ -412,7 +412,7 @@ TEST_F(Remote, HalfALineHoldsNobodyUp)
     EXPECT_EQ(reply.get(), "pong");
 }
 
-TEST_F(Remote, AFloodIsLoggedWithinBounds)
+TEST_F(Remote, a_flood_is_logged_within_bounds)
 {
     const std::string line = "I01:" + std::string(1000, 'x') + "\r\n";
     for (int i = 0; i < 5000; ++i) {
@@ -444,7 +444,7 @@ TEST_F(Remote, AFloodIsLoggedWithinBounds)
     EXPECT_GT(records, 900U);
 }
 
-TEST_F(Remote, AnAgentThatDoesNotReadIsNotSentWithoutEnd)
+TEST_F(Remote, an_agent_that_does_not_read_is_not_sent_without_end)
 {
     const std::string longest(kvosim::kLongestRequest, 'x');
     std::string failure;
@@ -459,7 +459,7 @@ TEST_F(Remote, AnAgentThatDoesNotReadIsNotSentWithoutEnd)
     EXPECT_EQ(kvosim_test::exchange("getVersion\n"), "V09.08\n");
 }
 
-TEST_F(Remote, SoManyRequestsWaitAndNoMore)
+TEST_F(Remote, so_many_requests_wait_and_no_more)
 {
     constexpr std::size_t kMost = kvosim::RemoteSession::kMostUnanswered;
     for (std::size_t i = 0; i < 2 * kMost; ++i) {
@@ -483,7 +483,7 @@ TEST_F(Remote, SoManyRequestsWaitAndNoMore)
 
 // ---- The log ----
 
-TEST_F(Remote, WhoFollowsTheLogIsToldWhatComes)
+TEST_F(Remote, who_follows_the_log_sees_what_comes)
 {
     ASSERT_EQ(logOf(1).size(), 1U);
     auto page = std::async(std::launch::async, [] {
@@ -504,7 +504,7 @@ TEST_F(Remote, WhoFollowsTheLogIsToldWhatComes)
     EXPECT_EQ(nothing["next"], 3);
 }
 
-TEST_F(Remote, AReplyThatNobodyAskedForIsLogged)
+TEST_F(Remote, a_reply_that_was_not_asked_for_is_logged)
 {
     agent.send("hello\r\n");
     EXPECT_THAT(logOf(2).back(), "reply hello (not asked for)");
@@ -512,7 +512,7 @@ TEST_F(Remote, AReplyThatNobodyAskedForIsLogged)
 
 // ---- Where it listens ----
 
-TEST(RemotePorts, NoneWithoutTheOption)
+TEST(RemotePorts, none_without_the_option)
 {
     const RunningService service;
     EXPECT_TRUE(tools::askSimulator({{"do", "remote.list"}})["sessions"].empty());
@@ -526,7 +526,7 @@ TEST(RemotePorts, NoneWithoutTheOption)
         ThrowsMessage<tools::CouldNot>("session 0 is not served; start the simulator with --remote 0"));
 }
 
-TEST(RemotePorts, AllTen)
+TEST(RemotePorts, all_ten)
 {
     const RunningService service(kvosim_test::kSmallPlant, sessions({0, 1, 2, 3, 4, 5, 6, 7, 8, 9}));
     for (unsigned session = 0; session <= 9; ++session) {
@@ -535,7 +535,7 @@ TEST(RemotePorts, AllTen)
     }
 }
 
-TEST(RemotePorts, AreThoseOf127_0_0_1AndNoOthersUnlessTold)
+TEST(RemotePorts, are_those_of_127_0_0_1_unless_the_option_says_otherwise)
 {
     const RunningService service(kvosim_test::kSmallPlant, sessions({3}));
     EXPECT_THROW(Agent(3, "127.0.0.2"), std::runtime_error) << "an address of this machine, but another one";
@@ -543,7 +543,7 @@ TEST(RemotePorts, AreThoseOf127_0_0_1AndNoOthersUnlessTold)
     EXPECT_TRUE(becomes(true, 3));
 }
 
-TEST(RemotePorts, APlantNamesThem)
+TEST(RemotePorts, a_plant_names_them)
 {
     const RunningService service("[service]\nremote_sessions = \"1,2\"\nremote_address = \"127.0.0.2\"\n");
     const Agent agent(2, "127.0.0.2");
@@ -552,7 +552,7 @@ TEST(RemotePorts, APlantNamesThem)
     EXPECT_THROW(Agent(2, "127.0.0.1"), std::runtime_error);
 }
 
-TEST(RemotePorts, AnOptionGoesBeforeThePlant)
+TEST(RemotePorts, an_option_goes_before_the_plant)
 {
     auto options = sessions({});
     options.remoteAddress = "127.0.0.1";
@@ -560,7 +560,7 @@ TEST(RemotePorts, AnOptionGoesBeforeThePlant)
     EXPECT_TRUE(tools::askSimulator({{"do", "remote.list"}})["sessions"].empty());
 }
 
-TEST(RemotePorts, OneInUseIsNamed)
+TEST(RemotePorts, one_in_use_is_named)
 {
     kvosim::EventLoop loop;
     const kvosim::RemoteSide first(loop, {.sessions = {3}}, [](std::string_view) {});
@@ -580,7 +580,7 @@ TEST(RemotePorts, OneInUseIsNamed)
 
 // ---- How sessions are written ----
 
-TEST(RemoteSessions, AreNumbersWithCommas)
+TEST(RemoteSessions, are_numbers_with_commas)
 {
     EXPECT_EQ(kvosim::parseSessions("3"), std::vector<unsigned>{3});
     EXPECT_EQ(kvosim::parseSessions("9,0,3"), (std::vector<unsigned>{9, 0, 3}));

@@ -1,17 +1,19 @@
-// Clients that behave badly, many at once, and what the others notice of them: nothing.
+// The line server: one line in, one reply out, whatever clients do.
 #include "kvosim/net/line_server.h"
+#include "tools/kvosim/net/line_servers.h"
 #include "tools/kvosim/support/client.h"
 #include "tools/kvosim/support/temporary_directory.h"
-
-#include <gmock/gmock.h>
 
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <gmock/gmock.h>
 #include <list>
-#include <memory>
 #include <mutex>
-#include <optional>
+#include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -22,6 +24,7 @@ namespace {
 using kvosim::LineServerLimits;
 using kvosim_test::Client;
 using kvosim_test::exchange;
+using kvosim_test::soon;
 using testing::Contains;
 
 constexpr std::size_t kLargeReply = 3'000'000;
@@ -81,19 +84,6 @@ private:
     kvosim::LineServer server_;
     std::thread thread_;
 };
-
-/// Waits until @p condition holds, 5 s at most.
-template <class Condition>
-bool soon(Condition condition)
-{
-    for (int i = 0; i < 1000; ++i) {
-        if (condition()) {
-            return true;
-        }
-        std::this_thread::sleep_for(5ms);
-    }
-    return false;
-}
 
 TEST(LineServer, answers_and_closes)
 {
@@ -330,101 +320,6 @@ TEST(LineServer, end_does_not_wait_for_a_client_that_does_not_read)
     client.send("large\n");
     std::this_thread::sleep_for(20ms);
     EXPECT_TRUE(server.end());
-}
-
-// ---- Replies that come later ----
-
-/// Answers all later, when it is told to.
-class LaterServer {
-public:
-    LaterServer()
-        : server_(loop_, directory_ / "later/sock",
-                  [this](std::string_view, const kvosim::LineServer::Caller &caller) -> kvosim::Reply {
-                      EXPECT_FALSE(caller.waits()) << "its reply may still be given at once";
-                      callers_.push_back(caller);
-                      ++asked_;
-                      return kvosim::Reply::Way::later;
-                  },
-                  "too long", {}, {.connections = 2}),
-          thread_([this] { loop_.run(); })
-    {
-    }
-    LaterServer(const LaterServer &) = delete;
-    LaterServer &operator=(const LaterServer &) = delete;
-    ~LaterServer() { stop(); }
-
-    [[nodiscard]] std::string path() const { return directory_ / "later/sock"; }
-    [[nodiscard]] int asked() const { return asked_; }
-    /// Stops the loop, so that callers can be used from the test's thread.
-    std::vector<kvosim::LineServer::Caller> &stop()
-    {
-        loop_.stop();
-        if (thread_.joinable()) {
-            thread_.join();
-        }
-        return callers_;
-    }
-
-private:
-    kvosim_test::TemporaryDirectory directory_;
-    kvosim::EventLoop loop_;
-    std::vector<kvosim::LineServer::Caller> callers_;
-    std::atomic<int> asked_ = 0;
-    kvosim::LineServer server_;
-    std::thread thread_;
-};
-
-TEST(LaterReply, goes_to_its_own_caller_once)
-{
-    LaterServer server;
-    const Client first(server.path());
-    first.send("a\n");
-    ASSERT_TRUE(soon([&] { return server.asked() == 1; }));
-    const Client second(server.path());
-    second.send("b\n");
-    ASSERT_TRUE(soon([&] { return server.asked() == 2; }));
-    const auto &callers = server.stop();
-    EXPECT_TRUE(callers[0].waits());
-    EXPECT_TRUE(callers[1].waits());
-    callers[1].reply(std::string("to b"));
-    callers[1].reply(std::string("again"));
-    callers[0].reply(std::string("to a"));
-    EXPECT_FALSE(callers[0].waits());
-    EXPECT_EQ(second.receiveAll(), "to b\n");
-    EXPECT_EQ(first.receiveAll(), "to a\n");
-}
-
-TEST(LaterReply, is_dropped_when_the_client_has_gone)
-{
-    LaterServer server;
-    {
-        const Client gone(server.path());
-        gone.send("a\n");
-        ASSERT_TRUE(soon([&] { return server.asked() == 1; }));
-    }
-    // Both may have the same descriptor in the server.
-    const Client next(server.path());
-    next.send("b\n");
-    ASSERT_TRUE(soon([&] { return server.asked() == 2; }));
-    const auto &callers = server.stop();
-    EXPECT_FALSE(callers[0].waits());
-    callers[0].reply(std::string("to a"));
-    EXPECT_TRUE(callers[1].waits());
-    callers[1].reply(std::string("to b"));
-    EXPECT_EQ(next.receiveAll(), "to b\n");
-}
-
-TEST(LaterReply, is_dropped_when_the_server_has_gone)
-{
-    std::optional<LaterServer> server(std::in_place);
-    const Client client(server->path());
-    client.send("a\n");
-    ASSERT_TRUE(soon([&] { return server->asked() == 1; }));
-    const std::vector<kvosim::LineServer::Caller> callers = server->stop();
-    server.reset();
-    ASSERT_EQ(callers.size(), 1U);
-    EXPECT_FALSE(callers[0].waits());
-    callers[0].reply(std::string("late"));
 }
 
 }  // namespace

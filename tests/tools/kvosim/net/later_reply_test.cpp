@@ -1,6 +1,6 @@
 // Replies of the line server that come later than the call that asks for them.
 #include "kvosim/net/line_server.h"
-#include "tools/kvosim/net/line_servers.h"
+#include "support/eventually.h"
 #include "tools/kvosim/support/client.h"
 #include "tools/kvosim/support/temporary_directory.h"
 
@@ -15,7 +15,7 @@
 namespace {
 
 using kvosim_test::Client;
-using kvosim_test::soon;
+using support::eventually;
 
 /// Answers all later, when it is told to.
 class LaterServer {
@@ -62,10 +62,10 @@ TEST(LaterReply, goes_to_its_own_caller_once)
     LaterServer server;
     const Client first(server.path());
     first.send("a\n");
-    ASSERT_TRUE(soon([&] { return server.asked() == 1; }));
+    ASSERT_TRUE(eventually([&] { return server.asked() == 1; }));
     const Client second(server.path());
     second.send("b\n");
-    ASSERT_TRUE(soon([&] { return server.asked() == 2; }));
+    ASSERT_TRUE(eventually([&] { return server.asked() == 2; }));
     const auto &callers = server.stop();
     EXPECT_TRUE(callers[0].waits());
     EXPECT_TRUE(callers[1].waits());
@@ -83,12 +83,12 @@ TEST(LaterReply, is_dropped_when_the_client_has_gone)
     {
         const Client gone(server.path());
         gone.send("a\n");
-        ASSERT_TRUE(soon([&] { return server.asked() == 1; }));
+        ASSERT_TRUE(eventually([&] { return server.asked() == 1; }));
     }
     // Both may have the same descriptor in the server.
     const Client next(server.path());
     next.send("b\n");
-    ASSERT_TRUE(soon([&] { return server.asked() == 2; }));
+    ASSERT_TRUE(eventually([&] { return server.asked() == 2; }));
     const auto &callers = server.stop();
     EXPECT_FALSE(callers[0].waits());
     callers[0].reply(std::string("to a"));
@@ -102,7 +102,7 @@ TEST(LaterReply, is_dropped_when_the_server_has_gone)
     std::optional<LaterServer> server(std::in_place);
     const Client client(server->path());
     client.send("a\n");
-    ASSERT_TRUE(soon([&] { return server->asked() == 1; }));
+    ASSERT_TRUE(eventually([&] { return server->asked() == 1; }));
     const std::vector<kvosim::LineServer::Caller> callers = server->stop();
     server.reset();
     ASSERT_EQ(callers.size(), 1U);

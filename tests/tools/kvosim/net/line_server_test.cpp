@@ -1,6 +1,6 @@
 // The line server: one line in, one reply out, whatever clients do.
 #include "kvosim/net/line_server.h"
-#include "tools/kvosim/net/line_servers.h"
+#include "support/eventually.h"
 #include "tools/kvosim/support/client.h"
 #include "tools/kvosim/support/temporary_directory.h"
 
@@ -24,7 +24,7 @@ namespace {
 using kvosim::LineServerLimits;
 using kvosim_test::Client;
 using kvosim_test::exchange;
-using kvosim_test::soon;
+using support::eventually;
 using testing::Contains;
 
 constexpr std::size_t kLargeReply = 3'000'000;
@@ -143,7 +143,7 @@ TEST(LineServer, vanished_clients_delay_no_client)
         Client(server.path()).send("large\n");
     }
     EXPECT_EQ(exchange("other\n", server.path()), "re: other\n");
-    EXPECT_TRUE(soon([&] {
+    EXPECT_TRUE(eventually([&] {
         const auto events = server.events();
         return std::count(events.begin(), events.end(), "closed without a request") == 20 &&
                std::count(events.begin(), events.end(), "closed inside its request") == 20;
@@ -194,7 +194,7 @@ TEST(LineServer, client_that_never_reads_is_dropped)
     EchoServer server({.quietTime = 100ms});
     const Client client(server.path());
     client.send("large\n");
-    EXPECT_TRUE(soon([&] { return !server.events().empty(); }));
+    EXPECT_TRUE(eventually([&] { return !server.events().empty(); }));
     EXPECT_LT(client.receiveAll().size(), kLargeReply);
 }
 
@@ -202,7 +202,8 @@ TEST(LineServer, trickling_request_has_its_time_too)
 {
     const EchoServer server({.quietTime = 10s, .requestTime = 150ms});
     const Client client(server.path());
-    EXPECT_TRUE(soon([&] { return !client.send("a"); })) << "each byte is an activity, but the request must come to an end";
+    EXPECT_TRUE(eventually([&] { return !client.send("a"); }))
+        << "each byte is an activity, but the request must come to an end";
 }
 
 TEST(LineServer, client_that_does_not_close_is_not_waited_for_long)
@@ -211,7 +212,7 @@ TEST(LineServer, client_that_does_not_close_is_not_waited_for_long)
     const Client client(server.path());
     client.send("hello\n");
     EXPECT_EQ(client.receiveAll(), "re: hello\n");
-    EXPECT_TRUE(soon([&] { return !client.send("a"); }));
+    EXPECT_TRUE(eventually([&] { return !client.send("a"); }));
     EXPECT_TRUE(server.events().empty());
 }
 

@@ -1,44 +1,28 @@
 // Runs that use the folder of the sockets, of one user and of two.
 #pragma once
 
+#include "support/eventually.h"
 #include "tools/kvosim/support/private_tmp.h"
 
-#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/stat.h>
-#include <thread>
 #include <unistd.h>
 #include <vector>
 
 namespace kvosim_test {
 
-using namespace std::chrono_literals;
-
 inline constexpr const char *kFolder = "/tmp/kvo_hws";
 inline constexpr uid_t kOtherUser = 65534;
 inline constexpr int kInNameOnly = 0;
-
-template <typename Condition>
-bool becomesTrue(const Condition &condition)
-{
-    const auto until = std::chrono::steady_clock::now() + 10s;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > until) {
-            return false;
-        }
-        std::this_thread::sleep_for(2ms);
-    }
-    return true;
-}
 
 inline bool isThere(const std::string &path) { return std::filesystem::exists(std::filesystem::symlink_status(path)); }
 
 inline bool goes(const std::string &path)
 {
-    return becomesTrue([&] { return !isThere(path); });
+    return support::eventually([&] { return !isThere(path); });
 }
 
 inline struct stat statusOf(const std::string &path)

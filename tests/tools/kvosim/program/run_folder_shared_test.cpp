@@ -1,4 +1,5 @@
 // The folder of the sockets between two users, and between shared runs.
+#include "support/eventually.h"
 #include "tools/kvosim/program/run_folder.h"
 #include "tools/kvosim/support/program.h"
 
@@ -9,7 +10,6 @@
 
 namespace {
 
-using kvosim_test::becomesTrue;
 using kvosim_test::goes;
 using kvosim_test::isThere;
 using kvosim_test::kFolder;
@@ -23,6 +23,7 @@ using kvosim_test::statusOf;
 using kvosim_test::touch;
 using kvosim_test::waitFor;
 using kvosim_test::Words;
+using support::eventually;
 
 Words runShared(const std::string &script) { return run(script, {"--shared"}); }
 
@@ -183,7 +184,7 @@ TEST_F(RunFolder, is_given_to_one_shared_run_after_the_other)
     Program first(runShared(waitFor("/tmp/end")));
     ASSERT_TRUE(first.hasWritten("begun\n")) << first.err();
     Program second(runShared("test -e /tmp/end && " ASK_PROGRAM " getCountElemDL"));
-    EXPECT_TRUE(becomesTrue([&] { return second.err().ends_with(" to end\n"); }));
+    EXPECT_TRUE(eventually([&] { return second.err().ends_with(" to end\n"); }));
     EXPECT_EQ(second.err(), "kvosim: waiting for another \"kvosim run --shared\" to end\n");
     touch("/tmp/end");
     EXPECT_EQ(first.wait(), 0) << first.err();
@@ -198,7 +199,7 @@ TEST_F(RunFolderOfTwoUsers, is_given_to_a_shared_run_after_that_of_another_user)
     Program first(runShared(waitFor("/tmp/end")));
     ASSERT_TRUE(first.hasWritten("begun\n")) << first.err();
     Program second(asOther(runShared("test -e /tmp/end && " ASK_PROGRAM " getCountElemDL")));
-    EXPECT_TRUE(becomesTrue([&] { return second.err().ends_with(" to end\n"); }));
+    EXPECT_TRUE(eventually([&] { return second.err().ends_with(" to end\n"); }));
     touch("/tmp/end");
     EXPECT_EQ(first.wait(), 0) << first.err();
     EXPECT_EQ(second.wait(), 0) << second.err();

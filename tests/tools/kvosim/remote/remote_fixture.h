@@ -2,6 +2,7 @@
 #pragma once
 
 #include "common/control_client.h"
+#include "support/eventually.h"
 #include "tools/kvosim/support/agent.h"
 #include "tools/kvosim/support/running_service.h"
 
@@ -9,7 +10,7 @@
 #include <future>
 #include <gtest/gtest.h>
 #include <string>
-#include <thread>
+#include <utility>
 #include <vector>
 
 namespace kvosim_test {
@@ -37,13 +38,7 @@ inline tools::Json sessionRow(unsigned session)
 /// Waits until an agent is connected, or none.
 inline bool becomes(bool connected, unsigned session = 3)
 {
-    for (int i = 0; i < 500; ++i) {
-        if (sessionRow(session)["agent"].is_null() != connected) {
-            return true;
-        }
-        std::this_thread::sleep_for(10ms);
-    }
-    return false;
+    return support::eventually([=] { return sessionRow(session)["agent"].is_null() != connected; });
 }
 
 inline tools::Json request(std::string text, const tools::Json &more = tools::Json::object())
@@ -86,11 +81,11 @@ protected:
     /// Waits until there are so many records.
     static std::vector<std::string> logOf(std::size_t count)
     {
-        auto lines = log();
-        for (int i = 0; i < 500 && lines.size() < count; ++i) {
-            std::this_thread::sleep_for(10ms);
+        std::vector<std::string> lines;
+        support::eventually([&] {
             lines = log();
-        }
+            return lines.size() >= count;
+        });
         return lines;
     }
 

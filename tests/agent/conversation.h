@@ -1,4 +1,4 @@
-// An agent in conversation with a remote side.
+// An agent in conversation with a remote side, and the datagrams that it sends.
 #pragma once
 
 #include <kvo_hws/agent.h>

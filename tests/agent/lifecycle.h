@@ -1,4 +1,4 @@
-// Calls that start and end the agent, and hosts that hold it up.
+// Starting the agent, what it logs, and calls that it refuses.
 #pragma once
 
 #include <kvo_hws/agent.h>

@@ -20,8 +20,6 @@ using codecs_test::read;
 using codecs_test::station;
 using codecs_test::taken;
 
-// ---- Readers ----
-
 TEST(UsbReaders, read_a_new_device_for_the_newer_callback)
 {
     Guarded<UsbDeviceInfo> record;
@@ -294,8 +292,6 @@ TEST(UsbReaders, read_several_texts_at_once)
     work("second");
     other.join();
 }
-
-// ---- Step codes ----
 
 TEST(UsbReaders, keep_the_low_bits_of_a_number_that_is_too_large)
 {

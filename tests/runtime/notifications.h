@@ -1,4 +1,4 @@
-// Calls on threads of their own that are woken by signals.
+// Workers, the records that stop them, and a thread that wakes whoever sleeps.
 #pragma once
 
 #include <kvo_hws/runtime.h>

@@ -34,8 +34,6 @@ using testing::AllOf;
 using testing::Ge;
 using testing::Lt;
 
-// ---- What all three do ----
-
 TEST_F(Readers, take_a_carriage_return_off_with_the_line_feed)
 {
     Pair pair;
@@ -161,8 +159,6 @@ TEST_F(Readers, wait_on_descriptors_above_1023)
     close(high);
     setrlimit(RLIMIT_NOFILE, &limit);
 }
-
-// ---- ReadSocket ----
 
 TEST_F(Readers, pause_10_ms_after_a_read_that_took_all_there_was)
 {

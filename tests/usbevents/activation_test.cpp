@@ -172,7 +172,7 @@ TEST_F(Activation, by_a_thread_that_is_cancelled_in_its_callback_goes_on)
     EXPECT_EQ(recorder.codes(), (Codes{USB_EVENT_BEGIN, USB_EVENT_ACTIVATED}));
 }
 
-// ---- What it logs and returns ----
+// ---- In turns with others ----
 
 TEST_F(Activation, goes_on_where_a_server_neither_stops_nor_listens)
 {

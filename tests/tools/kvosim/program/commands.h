@@ -4,6 +4,7 @@
 #include "tools/kvosim/support/client.h"
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kvosim_test {

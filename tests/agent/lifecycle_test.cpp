@@ -1,11 +1,12 @@
-// Starting and stopping the agent, and what it leaves behind; pushing the host's events.
+// Starting the agent: what it needs, what it tells the host, and what it leaves for the next start.
 #include <kvo_hws/agent.h>
 #include <kvo_hws/requests.h>
-#include <kvo_hws/result.h>
-#include <kvo_hws/runtime.h>
 
 #include "agent/agent_fixture.h"
+#include "agent/lifecycle.h"
 #include "support/holdings.h"
+#include "support/remote_service.h"
+#include "support/scripted_service.h"
 #include "support/syslog_capture.h"
 #include "support/system_calls.h"
 #include "support/usb_events.h"
@@ -18,14 +19,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
-#include <utility>
 #include <vector>
 
 using namespace std::chrono_literals;
@@ -33,12 +32,17 @@ using namespace std::chrono_literals;
 namespace {
 
 using agent_test::Agent;
+using agent_test::Clock;
+using agent_test::expectRefused;
 using agent_test::Host;
 using agent_test::isRunning;
+using agent_test::kAlreadyRunning;
 using agent_test::kSession;
+using agent_test::kStart;
 using agent_test::kStation;
 using agent_test::parameters;
 using agent_test::serves;
+using agent_test::start;
 using support::eventually;
 using support::MessagesOn;
 using support::RemoteService;
@@ -50,69 +54,7 @@ using testing::AnyOf;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::EndsWith;
-using testing::Ge;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Lt;
-using testing::Not;
 using testing::StartsWith;
-
-using Clock = std::chrono::steady_clock;
-
-const std::string kStart = "KVO_HWS DLL - KVO_HWS_startupEmbHwsClient - ";
-const std::string kCleanup = "KVO_HWS DLL - KVO_HWS_cleanupEmbHwsClient - ";
-const std::string kEvent = "KVO_HWS DLL - KVO_HWS_sendEmbHwsEvent - ";
-const std::string kAlreadyRunning = kStart + "one instance of embedded kvo is already running!";
-
-int start(void **instance, const std::string &params = parameters())
-{
-    return KVO_HWS_startupEmbHwsClient(params.c_str(), instance, Host::callback);
-}
-
-/// A host that does not return from its callback until it is released; then it does @p then, and says 1.
-class HeldHost {
-public:
-    explicit HeldHost(std::function<void()> then = [] {})
-    {
-        Host::says([this, then = std::move(then)](const std::string &) {
-            asked_ = true;
-            while (held_) {
-                std::this_thread::sleep_for(10ms);
-            }
-            then();
-            return 1;
-        });
-    }
-
-    /// Has the remote side ask for it, and waits until it is held.
-    [[nodiscard]] bool isHeldBy(const RemoteService &remote)
-    {
-        remote.send("stop-viewer\r\n");
-        return eventually([this] { return asked_.load(); });
-    }
-    void release() { held_ = false; }
-    /// By then somebody else waits for it.
-    [[nodiscard]] std::jthread releaseSoon()
-    {
-        return std::jthread([this] {
-            std::this_thread::sleep_for(300ms);
-            release();
-        });
-    }
-
-private:
-    std::atomic<bool> asked_{false};
-    std::atomic<bool> held_{true};
-};
-
-/// One call's result and what it logs.
-template <class Call>
-void expectRefused(Call call, int result, const std::string &message)
-{
-    const SyslogCapture capture;
-    EXPECT_EQ(call(), result);
-    EXPECT_THAT(capture.texts(), ElementsAre(message));
-}
 
 TEST(Agent, is_one)
 {
@@ -292,305 +234,6 @@ TEST(Agent, without_a_thread_is_cleaned_up_before_the_next)
     EXPECT_EQ(gCmdCallback, nullptr);
 }
 
-TEST(Cleanup, needs_an_agent_and_its_handle)
-{
-    const MessagesOn messages;
-    int other = 0;
-    expectRefused([] { return KVO_HWS_cleanupEmbHwsClient(gEmbKvoInst); }, -7, kCleanup + "no previous startup");
-    expectRefused([] { return KVO_HWS_cleanupEmbHwsClient(nullptr); }, -7, kCleanup + "no previous startup");
-
-    RemoteService remote(kSession);
-    const ScriptedService service({serves()});
-    const Agent agent;
-    ASSERT_TRUE(remote.accept());
-    ASSERT_EQ(remote.ask("ping"), "pong");
-    // The thread logs on too.
-    const SyslogCapture capture;
-    EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(nullptr), -7);
-    EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(&other), -10);
-    EXPECT_THAT(capture.texts(), Contains(kCleanup + "instance data is NULL"));
-    EXPECT_THAT(capture.texts(), Contains(kCleanup + "instance data is invalid"));
-    EXPECT_EQ(remote.ask("ping"), "pong") << "the agent goes on";
-}
-
-TEST(Cleanup, ends_the_agent_and_takes_a_second_more)
-{
-    const MessagesOn messages;
-    RemoteService remote(kSession);
-    const ScriptedService service({serves()});
-    void *instance = nullptr;
-    ASSERT_EQ(start(&instance), 1);
-    ASSERT_TRUE(remote.accept());
-    ASSERT_EQ(remote.ask("ping"), "pong");
-    const SyslogCapture capture;
-    const auto began = Clock::now();
-    EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), 1);
-    EXPECT_THAT(Clock::now() - began, AllOf(Ge(1s), Lt(5s))) << "a wait of at most a second, and a second";
-    EXPECT_FALSE(isRunning());
-    EXPECT_EQ(gEmbKvoInst->stop, 0U);
-    EXPECT_EQ(gEmbKvoInst->session.socket, -1);
-    EXPECT_EQ(gEmbKvoInst->session.lineBuffer, nullptr);
-    EXPECT_EQ(gCmdCallback, nullptr);
-    EXPECT_EQ(gFocusKvoIp, 0U);
-    EXPECT_EQ(protocolNegotiated, 0U);
-    EXPECT_EQ(remote.line(), "(closed)");
-    EXPECT_THAT(capture.texts(), Contains(AllOf(HasSubstr("threadID["), EndsWith("] terminates with 0"))));
-}
-
-TEST(Cleanup, ends_an_agent_that_is_not_connected)
-{
-    const MessagesOn messages;
-    const ScriptedService service({serves()});
-    const SyslogCapture capture;
-    void *instance = nullptr;
-    ASSERT_EQ(start(&instance), 1);
-    ASSERT_TRUE(eventually([&] { return service.requests().size() == 2; }));
-    EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), 1);
-    EXPECT_THAT(capture.texts(), Contains(AllOf(HasSubstr("threadID["), EndsWith("] terminates with -1"))));
-}
-
-TEST(Cleanup, right_after_the_start_waits_for_the_agent)
-{
-    const ScriptedService service({serves()});
-    void *instance = nullptr;
-    ASSERT_EQ(start(&instance), 1);
-    EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), 1);
-    EXPECT_FALSE(isRunning());
-}
-
-/// A listener on the agent's port whose queue is full, so that connects get no answer.
-class SilentPort {
-public:
-    SilentPort() : listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
-    {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(5850 + kSession);
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        EXPECT_EQ(bind(listener_, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
-        EXPECT_EQ(listen(listener_, 0), 0);
-        for (int &client : clients_) {
-            client = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-            connect(client, reinterpret_cast<const sockaddr *>(&address), sizeof address);
-        }
-    }
-    SilentPort(const SilentPort &) = delete;
-    SilentPort &operator=(const SilentPort &) = delete;
-    ~SilentPort()
-    {
-        close(listener_);
-        for (const int client : clients_) {
-            close(client);
-        }
-    }
-
-private:
-    int listener_;
-    int clients_[4];
-};
-
-TEST(Cleanup, ends_an_agent_whose_connect_hangs)
-{
-    const SilentPort port;
-    const ScriptedService service({serves()});
-    std::atomic<bool> connecting{false};
-    const MessagesOn messages;
-    const SyslogCapture capture;
-    const WithSystemCalls calls{{.connect = [&](int, const sockaddr *address, socklen_t) {
-        connecting = connecting || address->sa_family == AF_INET;
-        return support::kPass;
-    }}};
-    void *instance = nullptr;
-    ASSERT_EQ(start(&instance), 1);
-    ASSERT_TRUE(eventually([&] { return connecting.load(); }));
-    const auto began = Clock::now();
-    EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), 1);
-    EXPECT_LE(Clock::now() - began, 3s);
-    EXPECT_THAT(capture.texts(), Not(Contains(HasSubstr("Emb-KVO connected"))));
-}
-
-/// Each of the two questions may take nearly as long as a clean-up waits.
-TEST(Cleanup, ends_an_agent_between_its_questions_about_the_station)
-{
-    std::atomic<bool> asked{false};
-    const ScriptedService service({support::answersWith([&](const std::string &) {
-        asked = true;
-        std::this_thread::sleep_for(3500ms);
-        return kStation;
-    })});
-    void *instance = nullptr;
-    ASSERT_EQ(start(&instance), 1);
-    ASSERT_TRUE(eventually([&] { return asked.load(); }));
-    EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), 1);
-    EXPECT_EQ(service.requests().size(), 1U);
-}
-
-/// Threads of a program come and go, and a later one may have the number of an earlier one.
-TEST(Cleanup, on_a_new_thread_is_not_taken_for_the_agent_s_own)
-{
-    RemoteService remote(kSession);
-    const ScriptedService service({serves()});
-    for (int round = 0; round < 3; ++round) {
-        std::thread([] {
-            void *instance = nullptr;
-            EXPECT_EQ(start(&instance), 1);
-            EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), 1);
-            EXPECT_FALSE(isRunning());
-        }).join();
-    }
-}
-
-TEST(Cleanup, does_not_hold_a_callback_that_starts_another)
-{
-    RemoteService remote(kSession);
-    const ScriptedService service({serves()});
-    std::atomic<int> startResult{0};
-    HeldHost host([&] {
-        void *another = nullptr;
-        startResult = start(&another);
-    });
-    void *instance = nullptr;
-    ASSERT_EQ(start(&instance), 1);
-    ASSERT_TRUE(remote.accept());
-    ASSERT_TRUE(host.isHeldBy(remote));
-    const std::jthread releasing = host.releaseSoon();
-    EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), 1);
-    EXPECT_EQ(startResult, -8);
-}
-
-TEST(Cleanup, ends_an_agent_in_its_pause_after_a_connection)
-{
-    RemoteService remote(kSession);
-    const ScriptedService service({serves()});
-    void *instance = nullptr;
-    ASSERT_EQ(start(&instance), 1);
-    ASSERT_TRUE(remote.accept());
-    remote.close();
-    ASSERT_TRUE(eventually([] { return std::atomic_ref(gEmbKvoInst->session.socket).load() < 0; }));
-    std::this_thread::sleep_for(100ms);  // by now it pauses
-    const MessagesOn messages;
-    const SyslogCapture capture;
-    const auto began = Clock::now();
-    EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), 1);
-    EXPECT_LE(Clock::now() - began, 3s);
-    EXPECT_THAT(capture.texts(), Not(Contains(HasSubstr("hmi_close_x")))) << "it is closed already";
-    EXPECT_THAT(capture.texts(), Contains(AllOf(HasSubstr("threadID["), EndsWith("] terminates with -1"))));
-}
-
-TEST(Cleanup, of_a_connection_that_is_just_lost_closes_it_once)
-{
-    RemoteService remote(kSession);
-    const ScriptedService service({serves()});
-    HeldHost host([] { hmi_close_x(&gEmbKvoInst->session); });
-    const MessagesOn messages;
-    const SyslogCapture capture;
-    void *instance = nullptr;
-    ASSERT_EQ(start(&instance), 1);
-    ASSERT_TRUE(remote.accept());
-    ASSERT_TRUE(host.isHeldBy(remote));
-    const std::jthread releasing = host.releaseSoon();
-    EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), 1);
-    EXPECT_EQ(std::ranges::count_if(capture.texts(),
-                                    [](const std::string &text) { return text.find("hmi_close_x") != std::string::npos; }),
-              1);
-    EXPECT_THAT(capture.texts(), Contains(AllOf(HasSubstr("threadID["), EndsWith("] terminates with 0"))));
-}
-
-TEST(Cleanup, gives_up_on_a_host_that_does_not_return)
-{
-    RemoteService remote(kSession);
-    const ScriptedService service({serves()});
-    HeldHost host;
-    void *instance = nullptr;
-    ASSERT_EQ(start(&instance), 1);
-    ASSERT_TRUE(remote.accept());
-    ASSERT_TRUE(host.isHeldBy(remote));
-    const auto began = Clock::now();
-    EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), -1);
-    EXPECT_THAT(Clock::now() - began, AllOf(Ge(7s), Lt(9s))) << "6 s for the thread, and a second";
-    EXPECT_EQ(gEmbKvoInst->stop, 0U);
-    EXPECT_EQ(gFocusKvoIp, 0U);
-    EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(instance, "too late"), -1);
-    EXPECT_EQ(gCmdCallback, nullptr);
-    EXPECT_EQ(start(&instance), -8) << "it runs on";
-    host.release();
-    EXPECT_TRUE(eventually([] { return !isRunning(); })) << "and ends when the host returns";
-    EXPECT_EQ(protocolNegotiated, 0U);
-    gFocusKvoIp = inet_addr("10.0.0.5");
-    EXPECT_EQ(init_fb(), 0) << "a program's own question is no longer the agent's";
-    RemoteService next(kSession + 1);
-    const Agent again(parameters("remoteSession=4\n"));
-    EXPECT_TRUE(next.accept());
-}
-
-TEST(Cleanup, may_be_asked_for_by_the_callback)
-{
-    RemoteService remote(kSession);
-    const ScriptedService service({serves()});
-    std::atomic<int> result{0};
-    std::atomic<int> startResult{0};
-    Host::says([&](const std::string &) {
-        void *another = nullptr;
-        startResult = start(&another);
-        result = KVO_HWS_cleanupEmbHwsClient(gEmbKvoInst);
-        return 1;
-    });
-    void *instance = nullptr;
-    ASSERT_EQ(start(&instance), 1);
-    ASSERT_TRUE(remote.accept());
-    const auto began = Clock::now();
-    EXPECT_EQ(remote.ask("stop-viewer"), "ok") << "the reply still goes out";
-    EXPECT_TRUE(eventually([] { return !isRunning(); }));
-    EXPECT_LE(Clock::now() - began, 2s) << "it does not wait for itself";
-    EXPECT_EQ(result, -1);
-    EXPECT_EQ(startResult, -8);
-    EXPECT_EQ(gCmdCallback, nullptr);
-    EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), -7);
-    ASSERT_EQ(start(&instance), 1) << "and the next may start";
-    EXPECT_TRUE(remote.accept());
-    EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), 1);
-}
-
-TEST(Cleanup, in_a_callback_is_refused_with_another_handle)
-{
-    RemoteService remote(kSession);
-    const ScriptedService service({serves()});
-    std::atomic<int> result{0};
-    Host::says([&](const std::string &) {
-        result = KVO_HWS_cleanupEmbHwsClient(&result);
-        return 1;
-    });
-    const Agent agent;
-    ASSERT_TRUE(remote.accept());
-    EXPECT_EQ(remote.ask("stop-viewer"), "ok");
-    EXPECT_EQ(result, -10);
-    EXPECT_EQ(remote.ask("ping"), "pong");
-}
-
-TEST(Cleanup, of_several_threads_ends_the_agent_once)
-{
-    RemoteService remote(kSession);
-    const ScriptedService service({serves()});
-    void *instance = nullptr;
-    ASSERT_EQ(start(&instance), 1);
-    ASSERT_TRUE(remote.accept());
-    std::atomic<int> ended{0};
-    std::atomic<int> refused{0};
-    std::vector<std::thread> threads;
-    for (int thread = 0; thread < 4; ++thread) {
-        threads.emplace_back([&] {
-            const int result = KVO_HWS_cleanupEmbHwsClient(instance);
-            ended += result == 1 ? 1 : 0;
-            refused += result == -7 ? 1 : 0;
-        });
-    }
-    for (std::thread &thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(ended, 1);
-    EXPECT_EQ(refused, 3);
-}
-
 TEST(Agent, starts_and_stops_in_a_loop_and_holds_nothing)
 {
     RemoteService remote(kSession);
@@ -675,72 +318,6 @@ TEST(Agent, is_started_by_one_of_those_that_waited_for_a_clean_up)
     EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(gEmbKvoInst), 1);
 }
 
-TEST(Events, need_the_agent_s_handle_and_a_text)
-{
-    const MessagesOn messages;
-    int other = 0;
-    expectRefused([] { return KVO_HWS_sendEmbHwsEvent(nullptr, "event"); }, -7, kEvent + "instance data is NULL");
-    expectRefused([&] { return KVO_HWS_sendEmbHwsEvent(&other, "event"); }, -10, kEvent + "instance data is invalid");
-    expectRefused([] { return KVO_HWS_sendEmbHwsEvent(gEmbKvoInst, nullptr); }, -7, kEvent + "null pointer received!");
-}
-
-TEST(Events, wait_until_the_remote_side_has_spoken)
-{
-    RemoteService remote(kSession);
-    const ScriptedService service({serves()});
-    const Agent agent;
-    EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(agent.instance, "too early"), -1);
-    ASSERT_TRUE(remote.accept());
-    EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(agent.instance, "too early"), -1);
-    EXPECT_EQ(remote.ask("nonsense"), "bad request");
-    EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(agent.instance, "too early"), -1);
-    EXPECT_EQ(remote.ask("ping"), "pong");
-    // The reply goes out just before the protocol counts as negotiated.
-    EXPECT_TRUE(eventually([&] { return KVO_HWS_sendEmbHwsEvent(agent.instance, "event") == 1; }));
-    EXPECT_EQ(remote.line(), "I01:event\r\n");
-    EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(agent.instance, ""), 1);
-    EXPECT_EQ(remote.line(), "I02:\r\n");
-}
-
-TEST(Events, are_refused_until_the_next_agent_s_remote_side_has_spoken)
-{
-    RemoteService remote(kSession);
-    const ScriptedService service({serves()});
-    protocolNegotiated = 1;  // left over from whatever was before
-    const Agent agent;
-    EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(agent.instance, "too early"), -1);
-    ASSERT_TRUE(remote.accept());
-    std::atomic<int> inCallback{0};
-    Host::says([&](const std::string &) {
-        inCallback = KVO_HWS_sendEmbHwsEvent(gEmbKvoInst, "too early");
-        return 1;
-    });
-    EXPECT_EQ(remote.ask("stop-viewer"), "ok");
-    EXPECT_EQ(inCallback, -1) << "the first request is not yet answered";
-}
-
-TEST(Callback, may_push_ask_and_close)
-{
-    RemoteService remote(kSession);
-    const ScriptedService service({serves({{"getRV4Mode=0500000A", "rv4mode=1"}})});
-    const Agent agent;
-    ASSERT_TRUE(remote.accept());
-    EXPECT_EQ(remote.ask("ping"), "pong");
-    EXPECT_EQ(remote.ask("ping"), "pong");
-    Host::says([&](const std::string &) {
-        uint32_t mode = 0;
-        EXPECT_EQ(KVO_HWS_getRV4Mode(gFocusKvoIp, &mode), 1);
-        EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(gEmbKvoInst, "from inside"), 1);
-        EXPECT_EQ(kvo_hws_detach_thread(), -1) << "nobody has to join its thread";
-        hmi_close_x(&gEmbKvoInst->session);
-        return 1;
-    });
-    remote.send("stop-viewer\r\n");
-    EXPECT_THAT(remote.line(), EndsWith(":from inside\r\n"));
-    EXPECT_EQ(remote.line(), "(closed)");
-    EXPECT_TRUE(remote.accept()) << "and a new connection is made";
-}
-
 TEST(Agent, works_with_descriptors_beyond_1024)
 {
     rlimit limit{};
@@ -767,26 +344,6 @@ TEST(Agent, works_with_descriptors_beyond_1024)
         close(descriptor);
     }
     close(null);
-}
-
-TEST(Events, go_nowhere_while_there_is_no_connection)
-{
-    RemoteService remote(kSession);
-    const ScriptedService service({serves()});
-    const Agent agent;
-    ASSERT_TRUE(remote.accept());
-    EXPECT_EQ(remote.ask("ping"), "pong");
-    EXPECT_EQ(remote.ask("ping"), "pong");
-    EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(agent.instance, "heard"), 1);
-    const int first = std::stoi(remote.line().substr(1, 2));
-    remote.close();
-    ASSERT_TRUE(eventually([] { return std::atomic_ref(gEmbKvoInst->session.socket).load() < 0; }));
-    EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(agent.instance, "lost"), 1);
-    ASSERT_TRUE(remote.accept());
-    ASSERT_TRUE(eventually([] { return std::atomic_ref(gEmbKvoInst->session.socket).load() >= 0; }));
-    EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(agent.instance, "heard"), 1);
-    EXPECT_EQ(std::stoi(remote.line().substr(1, 2)), first + 2)
-        << "a number is used, so that the remote side sees that it has missed one";
 }
 
 }  // namespace

@@ -200,7 +200,7 @@ TEST_F(Lines, go_on_after_a_signal_and_a_short_send)
     EXPECT_EQ(own.heard(), "042:one\r\n");
 }
 
-TEST_F(Lines, that_can_not_be_sent_whole_end_the_connection)
+TEST_F(Lines, that_cannot_be_sent_whole_end_the_connection)
 {
     std::atomic<int> round{0};
     {

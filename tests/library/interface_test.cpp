@@ -93,7 +93,7 @@ TEST(Interface, carries_its_soname_and_names_the_panels_libraries)
     EXPECT_THAT(dynamic, HasSubstr("Shared library: [libpavo.so.1]"));
 }
 
-TEST(Interface, can_not_be_unloaded_under_a_running_thread_and_is_bound_at_once)
+TEST(Interface, cannot_be_unloaded_under_a_running_thread_and_is_bound_at_once)
 {
     const std::string dynamic = outputOf("readelf -dW " KVO_LIBRARY);
     EXPECT_THAT(dynamic, HasSubstr("NODELETE"));

@@ -57,7 +57,7 @@ TEST(Adapters, store_nothing_for_an_interface_that_is_not_there)
     EXPECT_EQ(value, 7U);
 }
 
-TEST(Adapters, the_loopback_can_not_broadcast_and_gives_its_own_address)
+TEST(Adapters, the_loopback_cannot_broadcast_and_gives_its_own_address)
 {
     setAdapterInterfaceCache("lo");
     EXPECT_EQ(getAdapterValuesDirect(1), 0);

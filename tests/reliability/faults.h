@@ -46,6 +46,7 @@ enum class Call : std::size_t {
     memory,  ///< every allocation of a thread from the n-th on
     count
 };
+inline constexpr auto kCalls = static_cast<std::size_t>(Call::count);
 
 /// How a call fails.
 struct Error {

@@ -122,7 +122,7 @@ TEST_F(SysfsFile, without_memory_for_the_line_ends_the_process)
 }
 
 /// Whichever allocation it is: the line can not be kept, or the file is none that can be read.
-TEST_F(SysfsFile, ends_the_process_or_can_not_be_read_where_memory_runs_out)
+TEST_F(SysfsFile, ends_the_process_or_cannot_be_read_where_memory_runs_out)
 {
     if (const char *const reason = support::FailingAllocations::unavailable()) {
         GTEST_SKIP() << reason;

@@ -119,7 +119,7 @@ TEST(Threads, that_end_from_within_give_everything_back)
     EXPECT_EQ(value, &id);
 }
 
-TEST(Threads, that_can_not_be_started_are_minus_1_and_leave_the_id_alone)
+TEST(Threads, that_cannot_be_started_are_minus_1_and_leave_the_id_alone)
 {
     const support::WithSystemCalls calls({.pthreadCreate = [] { return EAGAIN; }});
     Report report;

@@ -127,7 +127,7 @@ TEST(Trace, keeps_no_descriptor)
     EXPECT_EQ(support::descriptorsOpen(), before);
 }
 
-TEST(Trace, writes_nothing_where_the_text_can_not_be_made)
+TEST(Trace, writes_nothing_where_the_text_cannot_be_made)
 {
     const TraceFile file;
     // No such character in the C locale.

@@ -124,13 +124,6 @@ std::unique_ptr<std::function<void *()>> threadWork(const void *from, void *(*st
     return std::make_unique<std::function<void *()>>(calls->threadWork([=] { return start(argument); }));
 }
 
-void tellThreadCreated()
-{
-    if (const auto calls = current(); calls != nullptr && calls->threadCreated) {
-        calls->threadCreated();
-    }
-}
-
 void *runThread(void *work)
 {
     const std::unique_ptr<std::function<void *()>> owned(static_cast<std::function<void *()> *>(work));
@@ -158,121 +151,128 @@ WithSystemCalls::~WithSystemCalls() { replace(nullptr); }
 
 }  // namespace support
 
+using support::ask;
+using support::askUnlessItFails;
+using support::current;
+using support::original;
+using support::runThread;
+using support::SystemCalls;
+using support::threadWork;
+using support::WorkingAllocations;
+
 // In place of the C library's: the dynamic linker binds the library's calls to the program's own definitions.
 extern "C" {
 
 int socket(int domain, int type, int protocol) noexcept
 {
-    static auto *const system = support::original<int(int, int, int)>("socket");
-    return support::ask(
-        __builtin_return_address(0), &support::SystemCalls::socket, [=] { return system(domain, type, protocol); }, domain);
+    static auto *const system = original<int(int, int, int)>("socket");
+    return ask(
+        __builtin_return_address(0), &SystemCalls::socket, [=] { return system(domain, type, protocol); }, domain);
 }
 
 int bind(int fd, const sockaddr *address, socklen_t length) noexcept
 {
-    static auto *const system = support::original<int(int, const sockaddr *, socklen_t)>("bind");
-    return support::ask(
-        __builtin_return_address(0), &support::SystemCalls::bind, [=] { return system(fd, address, length); }, fd, address,
-        length);
+    static auto *const system = original<int(int, const sockaddr *, socklen_t)>("bind");
+    return ask(
+        __builtin_return_address(0), &SystemCalls::bind, [=] { return system(fd, address, length); }, fd, address, length);
 }
 
 int listen(int fd, int backlog) noexcept
 {
-    static auto *const system = support::original<int(int, int)>("listen");
-    return support::ask(
-        __builtin_return_address(0), &support::SystemCalls::listen, [=] { return system(fd, backlog); }, fd, backlog);
+    static auto *const system = original<int(int, int)>("listen");
+    return ask(
+        __builtin_return_address(0), &SystemCalls::listen, [=] { return system(fd, backlog); }, fd, backlog);
 }
 
 int accept4(int fd, sockaddr *address, socklen_t *length, int flags)
 {
-    static auto *const system = support::original<int(int, sockaddr *, socklen_t *, int)>("accept4");
-    return support::ask(
-        __builtin_return_address(0), &support::SystemCalls::accept4, [=] { return system(fd, address, length, flags); }, fd);
+    static auto *const system = original<int(int, sockaddr *, socklen_t *, int)>("accept4");
+    return ask(
+        __builtin_return_address(0), &SystemCalls::accept4, [=] { return system(fd, address, length, flags); }, fd);
 }
 
 int poll(pollfd *descriptors, nfds_t count, int milliseconds)
 {
-    static auto *const system = support::original<int(pollfd *, nfds_t, int)>("poll");
-    return support::ask(
-        __builtin_return_address(0), &support::SystemCalls::poll, [=] { return system(descriptors, count, milliseconds); },
-        descriptors, count, milliseconds);
+    static auto *const system = original<int(pollfd *, nfds_t, int)>("poll");
+    return ask(
+        __builtin_return_address(0), &SystemCalls::poll, [=] { return system(descriptors, count, milliseconds); }, descriptors,
+        count, milliseconds);
 }
 
 int select(int count, fd_set *reading, fd_set *writing, fd_set *failing, timeval *time)
 {
-    static auto *const system = support::original<int(int, fd_set *, fd_set *, fd_set *, timeval *)>("select");
-    return support::ask(
-        __builtin_return_address(0), &support::SystemCalls::select,
-        [=] { return system(count, reading, writing, failing, time); }, time);
+    static auto *const system = original<int(int, fd_set *, fd_set *, fd_set *, timeval *)>("select");
+    return ask(
+        __builtin_return_address(0), &SystemCalls::select, [=] { return system(count, reading, writing, failing, time); },
+        time);
 }
 
 int open(const char *path, int flags, ...)
 {
-    static auto *const system = support::original<int(const char *, int, ...)>("open");
+    static auto *const system = original<int(const char *, int, ...)>("open");
     va_list arguments;
     va_start(arguments, flags);
     const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
-    return support::ask(
-        __builtin_return_address(0), &support::SystemCalls::open, [=] { return system(path, flags, mode); }, path, flags, mode);
+    return ask(
+        __builtin_return_address(0), &SystemCalls::open, [=] { return system(path, flags, mode); }, path, flags, mode);
 }
 
 int connect(int fd, const sockaddr *address, socklen_t length)
 {
-    static auto *const system = support::original<int(int, const sockaddr *, socklen_t)>("connect");
-    return support::ask(
-        __builtin_return_address(0), &support::SystemCalls::connect, [=] { return system(fd, address, length); }, fd, address,
-        length);
+    static auto *const system = original<int(int, const sockaddr *, socklen_t)>("connect");
+    return ask(
+        __builtin_return_address(0), &SystemCalls::connect, [=] { return system(fd, address, length); }, fd, address, length);
 }
 
 ssize_t recv(int fd, void *bytes, std::size_t length, int flags)
 {
-    static auto *const system = support::original<ssize_t(int, void *, std::size_t, int)>("recv");
-    return support::ask(
-        __builtin_return_address(0), &support::SystemCalls::recv, [=] { return system(fd, bytes, length, flags); }, fd, bytes,
-        length, flags);
+    static auto *const system = original<ssize_t(int, void *, std::size_t, int)>("recv");
+    return ask(
+        __builtin_return_address(0), &SystemCalls::recv, [=] { return system(fd, bytes, length, flags); }, fd, bytes, length,
+        flags);
 }
 
 ssize_t send(int fd, const void *bytes, std::size_t length, int flags)
 {
-    static auto *const system = support::original<ssize_t(int, const void *, std::size_t, int)>("send");
-    return support::ask(
-        __builtin_return_address(0), &support::SystemCalls::send, [=] { return system(fd, bytes, length, flags); }, fd, bytes,
-        length, flags);
+    static auto *const system = original<ssize_t(int, const void *, std::size_t, int)>("send");
+    return ask(
+        __builtin_return_address(0), &SystemCalls::send, [=] { return system(fd, bytes, length, flags); }, fd, bytes, length,
+        flags);
 }
 
 ssize_t sendto(int fd, const void *bytes, std::size_t length, int flags, const sockaddr *address, socklen_t addressLength)
 {
-    static auto *const system =
-        support::original<ssize_t(int, const void *, std::size_t, int, const sockaddr *, socklen_t)>("sendto");
-    return support::ask(
-        __builtin_return_address(0), &support::SystemCalls::sendto,
+    static auto *const system = original<ssize_t(int, const void *, std::size_t, int, const sockaddr *, socklen_t)>("sendto");
+    return ask(
+        __builtin_return_address(0), &SystemCalls::sendto,
         [=] { return system(fd, bytes, length, flags, address, addressLength); }, fd, bytes, length, address);
 }
 
 int setsockopt(int fd, int level, int option, const void *value, socklen_t length) noexcept
 {
-    static auto *const system = support::original<int(int, int, int, const void *, socklen_t)>("setsockopt");
-    return support::ask(
-        __builtin_return_address(0), &support::SystemCalls::setsockopt,
-        [=] { return system(fd, level, option, value, length); }, fd, level, option);
+    static auto *const system = original<int(int, int, int, const void *, socklen_t)>("setsockopt");
+    return ask(
+        __builtin_return_address(0), &SystemCalls::setsockopt, [=] { return system(fd, level, option, value, length); }, fd,
+        level, option);
 }
 
 int pthread_create(pthread_t *id, const pthread_attr_t *attributes, void *(*start)(void *), void *argument) noexcept
 {
-    static auto *const system =
-        support::original<int(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *)>("pthread_create");
+    static auto *const system = original<int(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *)>("pthread_create");
     const void *const from = __builtin_return_address(0);
-    return support::ask(from, &support::SystemCalls::pthreadCreate, [=] {
+    return ask(from, &SystemCalls::pthreadCreate, [=] {
         auto work = [=] {
-            const support::WorkingAllocations forTheStandIn;
-            return support::threadWork(from, start, argument);
+            const WorkingAllocations forTheStandIn;
+            return threadWork(from, start, argument);
         }();
         const int error =
-            work == nullptr ? system(id, attributes, start, argument) : system(id, attributes, support::runThread, work.get());
+            work == nullptr ? system(id, attributes, start, argument) : system(id, attributes, runThread, work.get());
         if (error == 0) {
             static_cast<void>(work.release());
-            support::tellThreadCreated();
+            if (const auto calls = current(); calls != nullptr && calls->threadCreated) {
+                calls->threadCreated();
+            }
         }
         return error;
     });
@@ -280,127 +280,120 @@ int pthread_create(pthread_t *id, const pthread_attr_t *attributes, void *(*star
 
 int pthread_kill(pthread_t thread, int signal) noexcept
 {
-    static auto *const system = support::original<int(pthread_t, int)>("pthread_kill");
-    return support::ask(
-        __builtin_return_address(0), &support::SystemCalls::pthreadKill, [=] { return system(thread, signal); }, thread);
+    static auto *const system = original<int(pthread_t, int)>("pthread_kill");
+    return ask(
+        __builtin_return_address(0), &SystemCalls::pthreadKill, [=] { return system(thread, signal); }, thread);
 }
 
 int getsockopt(int fd, int level, int option, void *value, socklen_t *length) noexcept
 {
-    static auto *const system = support::original<int(int, int, int, void *, socklen_t *)>("getsockopt");
-    return support::ask(
-        __builtin_return_address(0), &support::SystemCalls::getsockopt,
-        [=] { return system(fd, level, option, value, length); }, fd, level, option);
+    static auto *const system = original<int(int, int, int, void *, socklen_t *)>("getsockopt");
+    return ask(
+        __builtin_return_address(0), &SystemCalls::getsockopt, [=] { return system(fd, level, option, value, length); }, fd,
+        level, option);
 }
 
 int unlink(const char *path) noexcept
 {
-    static auto *const system = support::original<int(const char *)>("unlink");
-    return support::ask(
-        __builtin_return_address(0), &support::SystemCalls::unlink, [=] { return system(path); }, path);
+    static auto *const system = original<int(const char *)>("unlink");
+    return ask(
+        __builtin_return_address(0), &SystemCalls::unlink, [=] { return system(path); }, path);
 }
 
 int close(int fd)
 {
-    static auto *const system = support::original<int(int)>("close");
-    return support::ask(
-        __builtin_return_address(0), &support::SystemCalls::close, [=] { return system(fd); }, fd);
+    static auto *const system = original<int(int)>("close");
+    return ask(
+        __builtin_return_address(0), &SystemCalls::close, [=] { return system(fd); }, fd);
 }
 
 int fstat(int fd, struct stat *status) noexcept
 {
-    static auto *const system = support::original<int(int, struct stat *)>("fstat");
-    return support::ask(
-        __builtin_return_address(0), &support::SystemCalls::fstat, [=] { return system(fd, status); }, fd);
+    static auto *const system = original<int(int, struct stat *)>("fstat");
+    return ask(
+        __builtin_return_address(0), &SystemCalls::fstat, [=] { return system(fd, status); }, fd);
 }
 
 ssize_t read(int fd, void *bytes, std::size_t length)
 {
-    static auto *const system = support::original<ssize_t(int, void *, std::size_t)>("read");
-    return support::ask(
-        __builtin_return_address(0), &support::SystemCalls::read, [=] { return system(fd, bytes, length); }, fd, bytes, length);
+    static auto *const system = original<ssize_t(int, void *, std::size_t)>("read");
+    return ask(
+        __builtin_return_address(0), &SystemCalls::read, [=] { return system(fd, bytes, length); }, fd, bytes, length);
 }
 
 ssize_t write(int fd, const void *bytes, std::size_t length)
 {
-    static auto *const system = support::original<ssize_t(int, const void *, std::size_t)>("write");
-    return support::ask(
-        __builtin_return_address(0), &support::SystemCalls::write, [=] { return system(fd, bytes, length); }, fd, bytes,
-        length);
+    static auto *const system = original<ssize_t(int, const void *, std::size_t)>("write");
+    return ask(
+        __builtin_return_address(0), &SystemCalls::write, [=] { return system(fd, bytes, length); }, fd, bytes, length);
 }
 
 int ioctl(int fd, unsigned long request, ...) noexcept
 {
-    static auto *const system = support::original<int(int, unsigned long, ...)>("ioctl");
+    static auto *const system = original<int(int, unsigned long, ...)>("ioctl");
     va_list arguments;
     va_start(arguments, request);
     void *const argument = va_arg(arguments, void *);  // as wide as any that there is
     va_end(arguments);
-    return support::ask(
-        __builtin_return_address(0), &support::SystemCalls::ioctl, [=] { return system(fd, request, argument); }, fd, request,
-        argument);
+    return ask(
+        __builtin_return_address(0), &SystemCalls::ioctl, [=] { return system(fd, request, argument); }, fd, request, argument);
 }
 
 int sigaction(int signal, const struct sigaction *action, struct sigaction *before) noexcept
 {
-    static auto *const system = support::original<int(int, const struct sigaction *, struct sigaction *)>("sigaction");
-    return support::ask(
-        __builtin_return_address(0), &support::SystemCalls::sigaction, [=] { return system(signal, action, before); }, signal);
+    static auto *const system = original<int(int, const struct sigaction *, struct sigaction *)>("sigaction");
+    return ask(
+        __builtin_return_address(0), &SystemCalls::sigaction, [=] { return system(signal, action, before); }, signal);
 }
 
 int clock_nanosleep(clockid_t clock, int flags, const timespec *time, timespec *left)
 {
-    static auto *const system = support::original<int(clockid_t, int, const timespec *, timespec *)>("clock_nanosleep");
-    return support::ask(
-        __builtin_return_address(0), &support::SystemCalls::clockNanosleep, [=] { return system(clock, flags, time, left); },
-        time);
+    static auto *const system = original<int(clockid_t, int, const timespec *, timespec *)>("clock_nanosleep");
+    return ask(
+        __builtin_return_address(0), &SystemCalls::clockNanosleep, [=] { return system(clock, flags, time, left); }, time);
 }
 
 int sem_init(sem_t *semaphore, int shared, unsigned value) noexcept
 {
-    static auto *const system = support::original<int(sem_t *, int, unsigned)>("sem_init");
-    return support::ask(__builtin_return_address(0), &support::SystemCalls::semInit,
-                        [=] { return system(semaphore, shared, value); });
+    static auto *const system = original<int(sem_t *, int, unsigned)>("sem_init");
+    return ask(__builtin_return_address(0), &SystemCalls::semInit, [=] { return system(semaphore, shared, value); });
 }
 
 int sem_timedwait(sem_t *semaphore, const timespec *deadline)
 {
-    static auto *const system = support::original<int(sem_t *, const timespec *)>("sem_timedwait");
-    return support::ask(__builtin_return_address(0), &support::SystemCalls::semTimedwait,
-                        [=] { return system(semaphore, deadline); });
+    static auto *const system = original<int(sem_t *, const timespec *)>("sem_timedwait");
+    return ask(__builtin_return_address(0), &SystemCalls::semTimedwait, [=] { return system(semaphore, deadline); });
 }
 
 int gethostname(char *name, std::size_t length) noexcept
 {
-    static auto *const system = support::original<int(char *, std::size_t)>("gethostname");
-    return support::ask(__builtin_return_address(0), &support::SystemCalls::gethostname, [=] { return system(name, length); });
+    static auto *const system = original<int(char *, std::size_t)>("gethostname");
+    return ask(__builtin_return_address(0), &SystemCalls::gethostname, [=] { return system(name, length); });
 }
 
 FILE *fopen(const char *path, const char *mode)
 {
-    static auto *const system = support::original<FILE *(const char *, const char *)>("fopen");
-    return support::askUnlessItFails(
-        __builtin_return_address(0), &support::SystemCalls::fopenFails, [=] { return system(path, mode); }, path);
+    static auto *const system = original<FILE *(const char *, const char *)>("fopen");
+    return askUnlessItFails(
+        __builtin_return_address(0), &SystemCalls::fopenFails, [=] { return system(path, mode); }, path);
 }
 
 char *fgets(char *line, int size, FILE *file)
 {
-    static auto *const system = support::original<char *(char *, int, FILE *)>("fgets");
-    return support::askUnlessItFails(__builtin_return_address(0), &support::SystemCalls::fgetsFails,
-                                     [=] { return system(line, size, file); });
+    static auto *const system = original<char *(char *, int, FILE *)>("fgets");
+    return askUnlessItFails(__builtin_return_address(0), &SystemCalls::fgetsFails, [=] { return system(line, size, file); });
 }
 
 DIR *opendir(const char *path)
 {
-    static auto *const system = support::original<DIR *(const char *)>("opendir");
-    return support::askUnlessItFails(
-        __builtin_return_address(0), &support::SystemCalls::opendirFails, [=] { return system(path); }, path);
+    static auto *const system = original<DIR *(const char *)>("opendir");
+    return askUnlessItFails(
+        __builtin_return_address(0), &SystemCalls::opendirFails, [=] { return system(path); }, path);
 }
 
 dirent *readdir(DIR *directory)
 {
-    static auto *const system = support::original<dirent *(DIR *)>("readdir");
-    return support::askUnlessItFails(__builtin_return_address(0), &support::SystemCalls::readdirFails,
-                                     [=] { return system(directory); });
+    static auto *const system = original<dirent *(DIR *)>("readdir");
+    return askUnlessItFails(__builtin_return_address(0), &SystemCalls::readdirFails, [=] { return system(directory); });
 }
 }

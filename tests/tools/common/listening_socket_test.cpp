@@ -32,7 +32,7 @@ protected:
     std::filesystem::path path = directory / "sock";
 };
 
-TEST_F(UnixSocket, CreatesItsDirectoryAndRemovesItself)
+TEST_F(UnixSocket, creates_its_directory_and_removes_itself)
 {
     {
         const tools::ListeningSocket socket(path);
@@ -42,7 +42,7 @@ TEST_F(UnixSocket, CreatesItsDirectoryAndRemovesItself)
     EXPECT_FALSE(std::filesystem::exists(path));
 }
 
-TEST_F(UnixSocket, TakesTheOthersRightToWriteFromItsDirectory)
+TEST_F(UnixSocket, takes_the_others_right_to_write_from_its_directory)
 {
     std::filesystem::create_directory(directory);
     ASSERT_EQ(chmod(directory.c_str(), 0777), 0);
@@ -50,7 +50,7 @@ TEST_F(UnixSocket, TakesTheOthersRightToWriteFromItsDirectory)
     EXPECT_EQ(directoryMode(), mode_t{0755});
 }
 
-TEST_F(UnixSocket, LeavesANarrowerDirectoryNarrow)
+TEST_F(UnixSocket, leaves_a_narrower_directory_narrow)
 {
     std::filesystem::create_directory(directory);
     ASSERT_EQ(chmod(directory.c_str(), 0700), 0);
@@ -58,7 +58,7 @@ TEST_F(UnixSocket, LeavesANarrowerDirectoryNarrow)
     EXPECT_EQ(directoryMode(), mode_t{0700});
 }
 
-TEST_F(UnixSocket, RemovesAStaleSocket)
+TEST_F(UnixSocket, removes_a_stale_socket)
 {
     listenOnce();
     {
@@ -73,14 +73,14 @@ TEST_F(UnixSocket, RemovesAStaleSocket)
     const Client client(path.string());
 }
 
-TEST_F(UnixSocket, LeavesALiveServiceAlone)
+TEST_F(UnixSocket, leaves_a_live_service_alone)
 {
     const tools::ListeningSocket live(path);
     EXPECT_THAT([&] { listenOnce(); }, ThrowsMessage<std::runtime_error>(HasSubstr("a service is running at")));
     const Client client(path.string());
 }
 
-TEST_F(UnixSocket, LeavesAnotherFileAlone)
+TEST_F(UnixSocket, leaves_another_file_alone)
 {
     std::filesystem::create_directory(directory);
     std::ofstream(path) << "precious";
@@ -88,7 +88,7 @@ TEST_F(UnixSocket, LeavesAnotherFileAlone)
     EXPECT_EQ(kvosim_test::contentsOf(path), "precious");
 }
 
-TEST_F(UnixSocket, RefusesAnotherUsersDirectory)
+TEST_F(UnixSocket, refuses_another_users_directory)
 {
     if (geteuid() != 0) {
         GTEST_SKIP() << "only root can give a directory to another user";
@@ -102,19 +102,19 @@ TEST_F(UnixSocket, RefusesAnotherUsersDirectory)
                                            HasSubstr("belongs to another user (number 12345); to remove it, type \"rm -r ")));
 }
 
-TEST_F(UnixSocket, RefusesALinkInPlaceOfItsDirectory)
+TEST_F(UnixSocket, refuses_a_link_in_place_of_its_directory)
 {
     std::filesystem::create_directory_symlink(root.path(), directory);
     EXPECT_THAT([&] { listenOnce(); }, ThrowsMessage<std::runtime_error>(HasSubstr("is no directory that can be used")));
 }
 
-TEST_F(UnixSocket, RefusesAPathThatDoesNotFitAnAddress)
+TEST_F(UnixSocket, refuses_a_path_that_does_not_fit_an_address)
 {
     path = directory / std::string(100, 'a');
     EXPECT_THAT([&] { listenOnce(); }, ThrowsMessage<std::runtime_error>(HasSubstr("too long for a socket")));
 }
 
-TEST_F(UnixSocket, DoesNotRemoveASocketThatHasTakenItsPlace)
+TEST_F(UnixSocket, does_not_remove_a_socket_that_has_taken_its_place)
 {
     std::optional<tools::ListeningSocket> first(path);
     std::filesystem::rename(path, directory / "moved");

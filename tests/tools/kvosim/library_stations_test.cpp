@@ -27,7 +27,7 @@ std::string plantWith(const std::string &keys)
            "\n[[station]]\naddress = \"10.0.0.6\"\nname = \"B\"\n";
 }
 
-TEST(LibraryStations, ViewerStartsShowsItsServerAndStops)
+TEST(LibraryStations, viewer_starts_shows_its_server_and_stops)
 {
     const RunningService service(plantWith(""));
     char server[32] = {};
@@ -53,7 +53,7 @@ TEST(LibraryStations, ViewerStartsShowsItsServerAndStops)
     EXPECT_EQ(KVO_HWS_setStartViewer(kNobody, "a", "b", "c"), -1);
 }
 
-TEST(LibraryStations, FocusStatusLineAndReboot)
+TEST(LibraryStations, focus_status_line_and_reboot)
 {
     RunningService service("[service]\nfocus_hold_ms = 60000\n" + plantWith("reboot_time_ms = 150\nviewer = \"nc1:3\""));
     EXPECT_EQ(KVO_HWS_setActivateMe(kA), 1);
@@ -72,7 +72,7 @@ TEST(LibraryStations, FocusStatusLineAndReboot)
     EXPECT_EQ(service.stop().findPanel(kA)->statusLine, "Hello, \"you\"");
 }
 
-TEST(LibraryStations, BacklightInBothModes)
+TEST(LibraryStations, backlight_in_both_modes)
 {
     const RunningService service(plantWith("") + "backlight = 0\nbacklight_modes = 1\n");
     uint32_t level = 0;
@@ -88,7 +88,7 @@ TEST(LibraryStations, BacklightInBothModes)
     EXPECT_EQ(KVO_HWS_getBacklightBrightnessV2(kNobody, &level, 1), -1);
 }
 
-TEST(LibraryStations, KeyboardLocksAndType)
+TEST(LibraryStations, keyboard_locks_and_type)
 {
     const RunningService service(plantWith("station_type = -1"));
     uint32_t disabled = 7;
@@ -110,7 +110,7 @@ TEST(LibraryStations, KeyboardLocksAndType)
     EXPECT_EQ(state, -1);
 }
 
-TEST(LibraryStations, HandheldTerminal)
+TEST(LibraryStations, handheld_terminal)
 {
     const RunningService service(plantWith("handheld = 1"));
     uint32_t mode = 7;
@@ -121,7 +121,7 @@ TEST(LibraryStations, HandheldTerminal)
     EXPECT_EQ(KVO_HWS_getRV4Mode(kB, &mode), 0);
 }
 
-TEST(LibraryStations, AddressesAndWhoHasThem)
+TEST(LibraryStations, addresses_and_who_has_them)
 {
     RunningService service(plantWith("dck_address = 9") + "cks_fixed = 1\n");
     uint32_t value = 0;
@@ -159,7 +159,7 @@ TEST(LibraryStations, AddressesAndWhoHasThem)
     EXPECT_EQ(service.stop().findPanel(kA)->simulatedMcpKey, "12:1");
 }
 
-TEST(LibraryStations, FocusAndStartupSettings)
+TEST(LibraryStations, focus_and_startup_settings)
 {
     const RunningService service(plantWith("priority = \"1:10\"\nstartup_active = 2\nstartup_prio = 70\nchannel_on_focus = 8\n"
                                            "screen_on_focus = \"Main\"\nt2m2n = \"T1 M2 N3\""));
@@ -185,7 +185,7 @@ TEST(LibraryStations, FocusAndStartupSettings)
     EXPECT_EQ(KVO_HWS_getKVOT2M2N(kNobody, text), -1);
 }
 
-TEST(LibraryStations, ChannelInformation)
+TEST(LibraryStations, channel_information)
 {
     const RunningService service(plantWith(""));
     const std::string longest(230, 'x');
@@ -202,7 +202,7 @@ TEST(LibraryStations, ChannelInformation)
     EXPECT_EQ(KVO_HWS_getChannelInfo(kA, info, &size), 0);
 }
 
-TEST(LibraryStations, TouchScreenAndInputDevices)
+TEST(LibraryStations, touch_screen_and_input_devices)
 {
     const RunningService service(plantWith("multitouch = 1\nmaxcontacts = 10") + "touch = 0\nvkbd = \"none\"\n");
     int32_t threshold = 7;
@@ -236,7 +236,7 @@ TEST(LibraryStations, TouchScreenAndInputDevices)
     EXPECT_EQ(mask, 0x0FU);
 }
 
-TEST(LibraryStations, UsbConnectors)
+TEST(LibraryStations, usb_connectors)
 {
     const RunningService service(plantWith("usb_connectors = \"X60:keyboard X61:free\"") +
                                  "[[faults]]\ncommand = \"getUsbConnectorList\"\nkind = \"failed\"\nafter = 1\n");
@@ -253,7 +253,7 @@ TEST(LibraryStations, UsbConnectors)
     EXPECT_EQ(KVO_HWS_getUsbConnectorListOne(kNobody, list, &size), -4);
 }
 
-TEST(LibraryStations, UsbConnectorsWhileTheyAreLookedFor)
+TEST(LibraryStations, usb_connectors_while_they_are_looked_for)
 {
     const RunningService service(plantWith("usb_scanning = 1"));
     uint32_t size = 0;
@@ -261,7 +261,7 @@ TEST(LibraryStations, UsbConnectorsWhileTheyAreLookedFor)
     EXPECT_EQ(KVO_HWS_getUsbConnectorListOne(kA, nullptr, &size), -9);
 }
 
-TEST(LibraryStations, MetricsAndMake)
+TEST(LibraryStations, metrics_and_make)
 {
     const RunningService service(plantWith("oem_layout = \"OP15BLK\"\nsoftkey_type = 2\nkeyboard_caps = 0x80000001\ndpi = 120\n"
                                            "hardware_caps = 0xFF\npanel_rotation = 3\nmarovanti = 0"));
@@ -287,7 +287,7 @@ TEST(LibraryStations, MetricsAndMake)
     EXPECT_EQ(KVO_HWS_isMarovantiPanel(kNobody), -4);
 }
 
-TEST(LibraryStations, Clients)
+TEST(LibraryStations, clients)
 {
     const RunningService service("[[client]]\nname = \"HMI 1\"\nvalue = 31\n\n[[client]]\nname = \"Logger\"\n");
     std::vector<KvoClientEntry> clients(2);

@@ -25,7 +25,7 @@ std::string generated(uint32_t count)
     return text.str();
 }
 
-TEST(Library, ReadsTheVersion)
+TEST(Library, reads_the_version)
 {
     const RunningService service;
     char version[32] = {};
@@ -34,7 +34,7 @@ TEST(Library, ReadsTheVersion)
     EXPECT_STREQ(version, "V09.08");
 }
 
-TEST(Library, SetsAndReadsTheDebugLevel)
+TEST(Library, sets_and_reads_the_debug_level)
 {
     const RunningService service;
     for (const int level : {2, 1, 0}) {
@@ -43,7 +43,7 @@ TEST(Library, SetsAndReadsTheDebugLevel)
     }
 }
 
-TEST(Library, SwitchesBacklightAndBrightness)
+TEST(Library, switches_backlight_and_brightness)
 {
     RunningService service;
     EXPECT_EQ(KVO_HWS_setBacklight(0), 1);
@@ -57,7 +57,7 @@ TEST(Library, SwitchesBacklightAndBrightness)
     EXPECT_EQ(plant.findPanel(0x0A000006)->brightness, 1U);
 }
 
-TEST(Library, TakesAndGivesBackTheRegistryLock)
+TEST(Library, takes_and_gives_back_the_registry_lock)
 {
     const RunningService service;
     EXPECT_EQ(KVO_HWS_unlockKVORegData(), -1);
@@ -67,7 +67,7 @@ TEST(Library, TakesAndGivesBackTheRegistryLock)
     EXPECT_EQ(KVO_HWS_lockKVORegData(), 1);
 }
 
-TEST(Library, WaitsForTheServiceToBeReady)
+TEST(Library, waits_for_the_service_to_be_ready)
 {
     const RunningService service("[service]\ninit_time_ms = 150\n");
     const auto started = std::chrono::steady_clock::now();
@@ -80,7 +80,7 @@ TEST(Library, WaitsForTheServiceToBeReady)
     EXPECT_GE(std::chrono::steady_clock::now() - started, std::chrono::milliseconds(100));
 }
 
-TEST(Library, ReadsTheList)
+TEST(Library, reads_the_list)
 {
     const RunningService service;
     std::vector<KvoDescription> list(5);
@@ -95,7 +95,7 @@ TEST(Library, ReadsTheList)
     EXPECT_EQ(list[2].address, 0xC0A80007U);
 }
 
-TEST(Library, LearnsHowMuchRoomTheListsNeed)
+TEST(Library, learns_how_much_room_the_lists_need)
 {
     const RunningService service;
     KvoDescription one{};
@@ -107,7 +107,7 @@ TEST(Library, LearnsHowMuchRoomTheListsNeed)
     EXPECT_EQ(count, 3U);
 }
 
-TEST(Library, ReadsTheExtendedList)
+TEST(Library, reads_the_extended_list)
 {
     const RunningService service;
     std::vector<KvoDescriptionEx> list(3);
@@ -121,7 +121,7 @@ TEST(Library, ReadsTheExtendedList)
     EXPECT_EQ(list[2].extAttr7, 0U);
 }
 
-TEST(Library, LooksStationsUp)
+TEST(Library, looks_stations_up)
 {
     const RunningService service;
     KvoDescriptionEx record{};
@@ -135,7 +135,7 @@ TEST(Library, LooksStationsUp)
     EXPECT_EQ(KVO_HWS_getDescriptionEx(0, "", &record), -1);
 }
 
-TEST(Library, ReadsBothRegistryLists)
+TEST(Library, reads_both_registry_lists)
 {
     const RunningService service;
     std::vector<KvoDescription> list(4);
@@ -153,7 +153,7 @@ TEST(Library, ReadsBothRegistryLists)
     EXPECT_EQ(KVO_HWS_lockKVORegData(), 1) << "both readers have given the lock back";
 }
 
-TEST(Library, ReadsNoRegistryWhileTheServiceStartsOrTheLockIsHeld)
+TEST(Library, reads_no_registry_while_the_service_starts_or_the_lock_is_held)
 {
     KvoDescription one{};
     uint32_t count = 1;
@@ -166,7 +166,7 @@ TEST(Library, ReadsNoRegistryWhileTheServiceStartsOrTheLockIsHeld)
     EXPECT_EQ(KVO_HWS_getKVOCurrentListFromRegistry(&one, &count, 0), -4);
 }
 
-TEST(Library, EndsTheService)
+TEST(Library, ends_the_service)
 {
     RunningService service;
     EXPECT_EQ(KVO_HWS_killDaemon(), 1);
@@ -175,7 +175,7 @@ TEST(Library, EndsTheService)
     EXPECT_FALSE(std::filesystem::exists(kvosim_test::kCommandSocket));
 }
 
-TEST(Library, ReadsALargeListWithoutAPause)
+TEST(Library, reads_a_large_list_without_a_pause)
 {
     constexpr uint32_t kStations = 10'000;
     const RunningService service(generated(kStations));
@@ -191,7 +191,7 @@ TEST(Library, ReadsALargeListWithoutAPause)
 }
 
 // What the library never sends.
-TEST(Library, ServiceTakesRawLines)
+TEST(Library, service_takes_raw_lines)
 {
     const RunningService service;
     EXPECT_EQ(exchange("getVersion\n"), "V09.08\n");

@@ -57,7 +57,7 @@ TEST_F(AgentExec, answers_by_its_exit_status)
                                        "command keyword=\"set-darken\" argument=\"1\" answer=-1\n"));
 }
 
-TEST_F(AgentExec, that_can_not_be_run_is_a_failure_of_the_host)
+TEST_F(AgentExec, that_cannot_be_run_is_a_failure_of_the_host)
 {
     RunningAgent agent({"--exec", "/nowhere/program"});
     ASSERT_TRUE(remote_.accept());

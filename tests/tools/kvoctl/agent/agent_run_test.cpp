@@ -143,7 +143,7 @@ TEST_F(AgentRun, pushes_lines_once_the_remote_side_has_spoken)
     EXPECT_EQ(agent.stop(), 0);
 }
 
-TEST_F(AgentRun, refuses_lines_that_the_protocol_can_not_carry)
+TEST_F(AgentRun, refuses_lines_that_the_protocol_cannot_carry)
 {
     RunningAgent agent;
     ASSERT_TRUE(remote_.accept());

@@ -198,7 +198,7 @@ TEST(Help, fits_80_columns_where_nothing_says_how_many_there_are)
     expectHelpThatFits(kvoctl({"complete", "--structure"}).document(), {});
 }
 
-TEST(Help, goes_by_the_terminal_and_then_by_COLUMNS)
+TEST(Help, goes_by_the_terminal_and_then_by_columns)
 {
     const std::string folded = "  --debug                     Write the library's debug messages on standard\n"
                                "                              error\n";
@@ -248,7 +248,7 @@ TEST(Debug, is_off_by_default)
     EXPECT_EQ(kvoctl({"ready"}).err, "");
 }
 
-TEST(Output, that_can_not_be_written_is_a_failure)
+TEST(Output, that_cannot_be_written_is_a_failure)
 {
     const ScriptedService service({support::replies("yes")});
     for (const Arguments &arguments : {Arguments{"ready"}, Arguments{"ready", "--json"}, Arguments{"--help"}}) {

@@ -133,7 +133,7 @@ INSTANTIATE_TEST_SUITE_P(Rows, FailingPrograms,
                                          FailingProgram{"signal", "kill -9 $$", "was ended by signal 9"}),
                          [](const auto &row) { return row.param.name; });
 
-TEST(UsbExec, that_can_not_be_run_is_told_once_for_each_event)
+TEST(UsbExec, that_cannot_be_run_is_told_once_for_each_event)
 {
     const ScriptedService service({agrees()});
     Watching watch({"--exec", "/nowhere/program"});

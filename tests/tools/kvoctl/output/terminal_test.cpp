@@ -141,7 +141,7 @@ TEST(Terminal, gets_failures_in_colour)
                 testing::StartsWith(std::string(kRed) + "kvoctl:" + kPlain + " \"statons\" is not a command"));
 }
 
-TEST(Terminal, of_unknown_width_goes_by_COLUMNS)
+TEST(Terminal, of_unknown_width_goes_by_columns)
 {
     EXPECT_EQ(tableOf("A name that is too long", {.terminal = 0, .environment = {"COLUMNS=40"}}),
               "ADDRESS   NAME       ATTR1  ATTR2  ATTR3\n"
@@ -149,7 +149,7 @@ TEST(Terminal, of_unknown_width_goes_by_COLUMNS)
               "1 station\n");
 }
 
-TEST(Terminal, of_unknown_width_cuts_nothing_by_a_COLUMNS_that_is_no_width)
+TEST(Terminal, of_unknown_width_cuts_nothing_where_columns_is_not_a_width)
 {
     for (const char *columns : {"COLUMNS=", "COLUMNS=0", "COLUMNS=40x", "COLUMNS=-40"}) {
         EXPECT_THAT(tableOf("A name that is too long", {.terminal = 0, .environment = {columns}}),
@@ -158,13 +158,13 @@ TEST(Terminal, of_unknown_width_cuts_nothing_by_a_COLUMNS_that_is_no_width)
     }
 }
 
-TEST(Terminal, s_own_width_counts_more_than_COLUMNS)
+TEST(Terminal, s_own_width_counts_more_than_columns)
 {
     EXPECT_THAT(tableOf("A name that is too long", {.terminal = 200, .environment = {"COLUMNS=40"}}),
                 testing::HasSubstr("A name that is too long"));
 }
 
-TEST(Pipe, gets_whole_names_whatever_COLUMNS_says)
+TEST(Pipe, gets_whole_names_whatever_columns_says)
 {
     const std::string longest(259, 'n');
     EXPECT_THAT(tableOf(longest, {.environment = {"COLUMNS=40"}}), testing::HasSubstr(longest));

@@ -28,7 +28,7 @@ struct Pipe {
     tools::Descriptor in;
 };
 
-TEST(EventLoop, RunsActionsInTheOrderOfTheirTimes)
+TEST(EventLoop, runs_actions_in_the_order_of_their_times)
 {
     kvosim::EventLoop loop;
     std::string order;
@@ -42,7 +42,7 @@ TEST(EventLoop, RunsActionsInTheOrderOfTheirTimes)
     EXPECT_EQ(order, "abc");
 }
 
-TEST(EventLoop, ReactsUntilForgotten)
+TEST(EventLoop, reacts_until_forgotten)
 {
     kvosim::EventLoop loop;
     const Pipe pipe;
@@ -59,7 +59,7 @@ TEST(EventLoop, ReactsUntilForgotten)
     EXPECT_EQ(reactions, 3);
 }
 
-TEST(EventLoop, DoesNotReactForWhatWasForgottenInTheSameRound)
+TEST(EventLoop, does_not_react_for_what_was_forgotten_in_the_same_round)
 {
     kvosim::EventLoop loop;
     const Pipe first;
@@ -79,7 +79,7 @@ TEST(EventLoop, DoesNotReactForWhatWasForgottenInTheSameRound)
     EXPECT_EQ(reactions, 1);
 }
 
-TEST(EventLoop, StopsFromAnotherThread)
+TEST(EventLoop, stops_from_another_thread)
 {
     kvosim::EventLoop loop;
     std::thread stopper([&] {

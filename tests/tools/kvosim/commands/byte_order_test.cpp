@@ -64,7 +64,7 @@ std::string at(std::string request, std::string_view station)
 
 class InEitherOrder : public testing::TestWithParam<Row> {};
 
-TEST_P(InEitherOrder, TheStationIsFound)
+TEST_P(InEitherOrder, the_station_is_found)
 {
     Simulation plain;
     Simulation turned;
@@ -132,14 +132,14 @@ INSTANTIATE_TEST_SUITE_P(Metrics, InEitherOrder,
                                          Row{"rotation", "getPanelRotation=@", ""}, Row{"make", "isMarovantiPanel @", ""}),
                          kvosim_test::kNameOfRow);
 
-TEST(ByteOrder, WhereBothReadingsFindAStationThePlainOneCounts)
+TEST(ByteOrder, where_both_readings_find_a_station_the_plain_one_counts)
 {
     Simulation simulation;
     EXPECT_EQ(simulation.ask("getKVOIndex=01020304"), "kvoindex=1");
     EXPECT_EQ(simulation.ask("getKVOIndex=04030201"), "kvoindex=2");
 }
 
-TEST(ByteOrder, AStationThatRebootsIsNotLookedForInTheOtherOrder)
+TEST(ByteOrder, a_station_that_reboots_is_not_looked_for_in_the_other_order)
 {
     Simulation simulation;
     simulation.plant().findStation(0x01020304)->panel.rebootsUntil = kvosim::Clock::now() + std::chrono::hours(1);
@@ -148,7 +148,7 @@ TEST(ByteOrder, AStationThatRebootsIsNotLookedForInTheOtherOrder)
 }
 
 // The agent goes on with the address out of the description.
-TEST(ByteOrder, ADescriptionCarriesTheAddressInTheOrderThatWasAsked)
+TEST(ByteOrder, a_description_carries_the_address_in_the_order_that_was_asked)
 {
     Simulation simulation;
     const std::string plain = simulation.ask("getExDescByIP 0A000005");
@@ -161,7 +161,7 @@ TEST(ByteOrder, ADescriptionCarriesTheAddressInTheOrderThatWasAsked)
     EXPECT_EQ(simulation.ask("getExDescByIP 0500000B"), "not found");
 }
 
-TEST(ByteOrder, ALockIsSetByAnAddressInEitherOrder)
+TEST(ByteOrder, a_lock_is_set_by_an_address_in_either_order)
 {
     for (const char *host : {"10.0.0.5", "5.0.0.10"}) {
         Simulation simulation;

@@ -32,7 +32,7 @@ struct Row : kvosim_test::NamedRow {
 
 class OneCommand : public Commands, public testing::WithParamInterface<Row> {};
 
-TEST_P(OneCommand, IsAnswered) { EXPECT_THAT(ask(GetParam().request), Eq(GetParam().reply)); }
+TEST_P(OneCommand, is_answered) { EXPECT_THAT(ask(GetParam().request), Eq(GetParam().reply)); }
 
 INSTANTIATE_TEST_SUITE_P(
     Table, OneCommand,
@@ -81,7 +81,7 @@ INSTANTIATE_TEST_SUITE_P(
         Row{"only_separator", "=", "failed"}, Row{"nul", std::string("getVersion\0", 11), "failed"}),
     kvosim_test::kNameOfRow);
 
-TEST_F(Commands, DebugLevelIsReadAsItWasSet)
+TEST_F(Commands, debug_level_is_read_as_it_was_set)
 {
     for (const std::string level : {"DEBUG_LEVEL_II", "DEBUG_LEVEL_I", "DEBUG_LEVEL_NONE"}) {
         ask("setDebugLevel=" + level);
@@ -89,7 +89,7 @@ TEST_F(Commands, DebugLevelIsReadAsItWasSet)
     }
 }
 
-TEST_F(Commands, RefusedValueChangesNothing)
+TEST_F(Commands, refused_value_changes_nothing)
 {
     ask("setDebugLevel=DEBUG_LEVEL_I");
     ask("setDebugLevel=DEBUG_LEVEL_III");
@@ -100,7 +100,7 @@ TEST_F(Commands, RefusedValueChangesNothing)
     EXPECT_EQ(plant.findPanel(0x0A000005)->brightness, 1U);
 }
 
-TEST_F(Commands, BacklightIsThePanelsOwn)
+TEST_F(Commands, backlight_belongs_to_the_panel)
 {
     ask("setBacklight=0");
     EXPECT_EQ(plant.service.backlight, 0U);
@@ -108,7 +108,7 @@ TEST_F(Commands, BacklightIsThePanelsOwn)
     EXPECT_EQ(plant.service.backlight, 1U);
 }
 
-TEST_F(Commands, BrightnessIsOneStationsAlone)
+TEST_F(Commands, brightness_belongs_to_one_station)
 {
     ask("setBrightness=0 0A000005");
     ask("setBrightness=1 0A000006");
@@ -117,7 +117,7 @@ TEST_F(Commands, BrightnessIsOneStationsAlone)
     EXPECT_EQ(plant.findPanel(0xC0A80007)->brightness, 1U);
 }
 
-TEST_F(Commands, LockIsBusyUntilItIsGivenBack)
+TEST_F(Commands, lock_is_busy_until_it_is_given_back)
 {
     EXPECT_EQ(ask("lockKVORegData"), "ok");
     EXPECT_EQ(ask("lockKVORegData"), "busy");
@@ -127,13 +127,13 @@ TEST_F(Commands, LockIsBusyUntilItIsGivenBack)
     EXPECT_EQ(ask("lockKVORegData"), "ok");
 }
 
-TEST_F(Commands, RegistryPathEndsWithASlash)
+TEST_F(Commands, registry_path_ends_with_a_slash)
 {
     EXPECT_EQ(ask("getregistrypath"), registry.path());
     EXPECT_TRUE(ask("getregistrypath").ends_with('/'));
 }
 
-TEST_F(Commands, InitIsCompleteAfterItsTime)
+TEST_F(Commands, init_is_complete_after_its_time)
 {
     plant.service.initTime = std::chrono::milliseconds(60'000);
     EXPECT_EQ(ask("isInitComplete"), "no");
@@ -143,7 +143,7 @@ TEST_F(Commands, InitIsCompleteAfterItsTime)
     EXPECT_EQ(ask("isInitComplete"), "yes");
 }
 
-TEST_F(Commands, OnlyKillDaemonEndsTheService)
+TEST_F(Commands, only_kill_daemon_ends_the_service)
 {
     ask("getVersion");
     EXPECT_FALSE(context.ending);
@@ -151,7 +151,7 @@ TEST_F(Commands, OnlyKillDaemonEndsTheService)
     EXPECT_TRUE(context.ending);
 }
 
-TEST_F(Commands, EmptyPlantHasEmptyLists)
+TEST_F(Commands, empty_plant_has_empty_lists)
 {
     plant = kvosim::parsePlant("", "plant");
     EXPECT_EQ(ask("getCountElemDL"), "0");

@@ -36,7 +36,7 @@ struct Row : kvosim_test::NamedRow {
 
 class Datagram : public testing::TestWithParam<Row> {};
 
-TEST_P(Datagram, SetsTheLock)
+TEST_P(Datagram, sets_the_lock)
 {
     kvosim::Plant plant = kvosim::parsePlant(kvosim_test::kSmallPlant, "plant");
     const bool changes = GetParam().first != "0:0" || GetParam().second != "0:0";
@@ -63,7 +63,7 @@ INSTANTIATE_TEST_SUITE_P(Table, Datagram,
                                          Row{"empty", "", "0:0", "0:0"}, Row{"line_end", "\n", "0:0", "0:0"}),
                          kvosim_test::kNameOfRow);
 
-TEST(UsbLock, PassesAStationThatRebootsBy)
+TEST(UsbLock, skips_a_station_that_reboots)
 {
     kvosim::Plant plant = kvosim::parsePlant(kvosim_test::kSmallPlant, "plant");
     plant.findPanel(0x0A000005)->rebootsUntil = kvosim::Clock::now() + std::chrono::minutes(1);
@@ -75,7 +75,7 @@ TEST(UsbLock, PassesAStationThatRebootsBy)
 
 // ---- Where it is taken ----
 
-TEST(Endpoint, HasAnAddressAndPerhapsAPort)
+TEST(Endpoint, has_an_address_and_perhaps_a_port)
 {
     EXPECT_EQ(ntohs(kvosim::parseEndpoint("127.0.0.1")->sin_port), 5851);
     EXPECT_EQ(ntohs(kvosim::parseEndpoint("0.0.0.0:65535")->sin_port), 65535);
@@ -106,7 +106,7 @@ std::string lockWithin(const std::string &station, const std::string &wanted)
     return reply;
 }
 
-TEST(UsbLock, ComesByDatagram)
+TEST(UsbLock, comes_by_datagram)
 {
     RunningService service(kvosim_test::kSmallPlant, {.usbLockAddress = "127.0.0.1:0"});
     const std::string endpoint = service.usbLockAddress();
@@ -117,7 +117,7 @@ TEST(UsbLock, ComesByDatagram)
     EXPECT_EQ(exchange("getUsbLock=0A000005\n"), "usb-lock=0:0\n");
 }
 
-TEST(UsbLock, AFloodOfDatagramsHoldsNobodyUp)
+TEST(UsbLock, a_flood_of_datagrams_delays_no_client)
 {
     RunningService service(kvosim_test::kSmallPlant, {.usbLockAddress = "127.0.0.1:0"});
     const sockaddr_in address = *kvosim::parseEndpoint(service.usbLockAddress());
@@ -142,7 +142,7 @@ TEST(UsbLock, AFloodOfDatagramsHoldsNobodyUp)
     }
 }
 
-TEST(UsbLock, PlaceIsThePlantsUnlessItIsGiven)
+TEST(UsbLock, place_is_the_plants_unless_it_is_given)
 {
     const std::string plant = "[service]\nusb_lock_address = \"127.0.0.2:0\"\n";
     {
@@ -160,7 +160,7 @@ TEST(UsbLock, PlaceIsThePlantsUnlessItIsGiven)
     EXPECT_EQ(RunningService("").usbLockAddress(), "");
 }
 
-TEST(UsbLock, TakenPortOfThisMachineIsAnErrorUnlessItIsTheDefault)
+TEST(UsbLock, taken_port_of_this_machine_is_an_error_unless_it_is_the_default)
 {
     EventLoop loop;
     const UdpSocket first(loop, "127.0.0.1:0", [](std::string_view) {});
@@ -173,7 +173,7 @@ TEST(UsbLock, TakenPortOfThisMachineIsAnErrorUnlessItIsTheDefault)
     EXPECT_EQ(exchange("isInitComplete\n"), "yes\n");
 }
 
-TEST(UsbLock, PortOfTheNetworkIsShared)
+TEST(UsbLock, port_of_the_network_is_shared)
 {
     EventLoop loop;
     const UdpSocket first(loop, "0.0.0.0:0", [](std::string_view) {});
@@ -194,7 +194,7 @@ bool enterOwnNetwork()
     return ioctl(socket.get(), SIOCSIFFLAGS, &request) == 0;
 }
 
-TEST(UsbLock, IsSetAndReadThroughTheLibrary)
+TEST(UsbLock, is_set_and_read_through_the_library)
 {
     if (!enterOwnNetwork()) {
         GTEST_SKIP() << "the kernel grants no network of its own, and the port 5851 of this one may be another's";

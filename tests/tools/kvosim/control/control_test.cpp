@@ -27,7 +27,7 @@ tools::Json askFor(const std::string &station, const tools::Json &settings)
     return tools::askSimulator({{"do", "station"}, {"station", station}, {"set", settings}});
 }
 
-TEST(Control, TellsHowTheSimulatorIs)
+TEST(Control, shows_the_simulators_status)
 {
     const RunningService service;
     exchange("getVersion\n");
@@ -52,7 +52,7 @@ TEST(Control, TellsHowTheSimulatorIs)
     EXPECT_EQ(tools::askSimulator({{"do", "status"}})["usb_events_activated"], true);
 }
 
-TEST(Control, ShowsEveryKeyOfAStation)
+TEST(Control, shows_every_key_of_a_station)
 {
     const RunningService service;
     const tools::Json station = tools::askSimulator({{"do", "station"}, {"station", "10.0.0.5"}});
@@ -66,7 +66,7 @@ TEST(Control, ShowsEveryKeyOfAStation)
     EXPECT_EQ(tools::askSimulator({{"do", "station"}, {"station", "Fräse"}})["address"], "10.0.0.6");
 }
 
-TEST(Control, ChangesWhatClientsSee)
+TEST(Control, changes_what_clients_see)
 {
     const RunningService service;
     EXPECT_EQ(askFor("Lathe 1", {{"mcp_address", "0x0C"}, {"viewer", "nc1:3"}, {"attr1", "4294967295"}})["mcp_address"], 12);
@@ -78,7 +78,7 @@ TEST(Control, ChangesWhatClientsSee)
     EXPECT_THAT(kvosim_test::contentsOf(path + "kvo_hws/currkvos.reg"), HasSubstr("\"Lathe 1\" 10.0.0.5 -1x2:3"));
 }
 
-TEST(Control, EveryValueThatIsShownCanBeSet)
+TEST(Control, every_value_that_is_shown_can_be_set)
 {
     const RunningService service;
     tools::Json station = tools::askSimulator({{"do", "station"}, {"station", "10.0.0.5"}});
@@ -91,7 +91,7 @@ TEST(Control, EveryValueThatIsShownCanBeSet)
     }
 }
 
-TEST(Control, SetsAllValuesOrNone)
+TEST(Control, sets_all_values_or_none)
 {
     const RunningService service;
     EXPECT_THAT(
@@ -111,7 +111,7 @@ struct Refusal : kvosim_test::NamedRow {
 
 class ControlRefuses : public testing::TestWithParam<Refusal> {};
 
-TEST_P(ControlRefuses, AndSaysWhy)
+TEST_P(ControlRefuses, and_says_why)
 {
     const RunningService service;
     const tools::Json reply = tools::Json::parse(exchange(GetParam().request + '\n', tools::kControlSocket));
@@ -145,7 +145,7 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{"fault_text", R"({"do": "fault.add", "kind": "close", "after": "1"})", "after: is no whole number"}),
     kvosim_test::kNameOfRow);
 
-TEST(Control, AddsListsAndClearsFaults)
+TEST(Control, adds_lists_and_clears_faults)
 {
     const RunningService service;
     tools::askSimulator({{"do", "fault.add"}, {"kind", "failed"}, {"command", "getVersion"}, {"after", 1}, {"times", 1}});
@@ -159,14 +159,14 @@ TEST(Control, AddsListsAndClearsFaults)
     EXPECT_EQ(tools::askSimulator({{"do", "fault.clear"}}).dump(), R"({"faults":[]})");
 }
 
-TEST(Control, FaultsDoNotReachIt)
+TEST(Control, faults_do_not_reach_it)
 {
     const RunningService service;
     tools::askSimulator({{"do", "fault.add"}, {"kind", "silent"}});
     EXPECT_EQ(tools::askSimulator({{"do", "status"}})["faults"], 1);
 }
 
-TEST(Control, IsThisUsersAlone)
+TEST(Control, is_this_users_alone)
 {
     const RunningService service;
     struct stat status {};
@@ -184,7 +184,7 @@ mode_t modeOf(const char *path)
     return status.st_mode & 07777U;
 }
 
-TEST(Control, TheServicesOwnSocketsAreOpenedAsWideAsTheyAreTold)
+TEST(Control, the_services_own_sockets_have_the_mode_that_was_asked_for)
 {
     for (const mode_t mode : {mode_t{0600}, mode_t{0660}, mode_t{0666}}) {
         const mode_t before = umask(022);
@@ -196,7 +196,7 @@ TEST(Control, TheServicesOwnSocketsAreOpenedAsWideAsTheyAreTold)
     }
 }
 
-TEST(Control, WithoutBeingToldTheyAreForThisUserAlone)
+TEST(Control, without_a_mode_the_services_own_sockets_are_for_this_user_alone)
 {
     for (const mode_t mask : {mode_t{0}, mode_t{022}, mode_t{077}}) {
         const mode_t before = umask(mask);
@@ -208,7 +208,7 @@ TEST(Control, WithoutBeingToldTheyAreForThisUserAlone)
     }
 }
 
-TEST(Control, GoesWithTheService)
+TEST(Control, goes_with_the_service)
 {
     RunningService service;
     exchange("killDaemon\n");
@@ -217,7 +217,7 @@ TEST(Control, GoesWithTheService)
     EXPECT_THROW(tools::askSimulator({{"do", "status"}}), tools::NoSimulator);
 }
 
-TEST(Control, NobodyAtTheSocketIsNoSimulator)
+TEST(Control, a_socket_without_a_listener_is_not_a_simulator)
 {
     EXPECT_THROW(tools::askSimulator({{"do", "status"}}), tools::NoSimulator);
     const kvosim_test::TemporaryDirectory directory;
@@ -236,7 +236,7 @@ TEST(Control, NobodyAtTheSocketIsNoSimulator)
         ThrowsMessage<tools::NoSimulator>(HasSubstr("nobody listens at " + path)));
 }
 
-TEST(Control, NamesThatAreNoUtf8AreTold)
+TEST(Control, names_that_are_not_utf8_are_shown)
 {
     const RunningService service;
     exchange("setStatusline=0A000005,1,2,\xFF\n");

@@ -55,7 +55,7 @@ std::string receive(const Client &client, std::size_t size)
     return text;
 }
 
-TEST(EmbeddedEvents, GoToEveryListener)
+TEST(EmbeddedEvents, go_to_every_listener)
 {
     const RunningService service;
     EXPECT_EQ(publish("key, F1"), 0U);
@@ -67,7 +67,7 @@ TEST(EmbeddedEvents, GoToEveryListener)
     EXPECT_EQ(receive(second, 8), "key, F2\n");
 }
 
-TEST(EmbeddedEvents, AListenerThatHasGoneIsNotCounted)
+TEST(EmbeddedEvents, a_listener_that_has_gone_is_not_counted)
 {
     const RunningService service;
     const Client first(kEventSocket);
@@ -79,7 +79,7 @@ TEST(EmbeddedEvents, AListenerThatHasGoneIsNotCounted)
     EXPECT_TRUE(listenersBecome(1));
 }
 
-TEST(EmbeddedEvents, WhatAListenerSaysIsNotHeard)
+TEST(EmbeddedEvents, what_a_listener_says_is_not_heard)
 {
     const RunningService service;
     const Client listener(kEventSocket);
@@ -89,7 +89,7 @@ TEST(EmbeddedEvents, WhatAListenerSaysIsNotHeard)
     EXPECT_EQ(receive(listener, 8), "key, F1\n");
 }
 
-TEST(EmbeddedEvents, AListenerThatDoesNotReadIsDropped)
+TEST(EmbeddedEvents, a_listener_that_does_not_read_is_dropped)
 {
     const RunningService service;
     const Client idle(kEventSocket);
@@ -109,7 +109,7 @@ TEST(EmbeddedEvents, AListenerThatDoesNotReadIsDropped)
     EXPECT_THAT(idle.receiveAll(), testing::Not(testing::EndsWith("(nothing more came)"))) << "it finds the end";
 }
 
-TEST(EmbeddedEvents, TheSocketIsGoneAtTheEnd)
+TEST(EmbeddedEvents, the_socket_is_gone_at_the_end)
 {
     RunningService service;
     const Client listener(kEventSocket);
@@ -121,7 +121,7 @@ TEST(EmbeddedEvents, TheSocketIsGoneAtTheEnd)
     EXPECT_FALSE(std::filesystem::exists(kEventSocket));
 }
 
-TEST(EmbeddedEvents, AliveComesByItself)
+TEST(EmbeddedEvents, alive_comes_by_itself)
 {
     kvosim::ServiceOptions options;
     options.alive = 1s;
@@ -132,7 +132,7 @@ TEST(EmbeddedEvents, AliveComesByItself)
     EXPECT_GE(std::chrono::steady_clock::now() - start, 1s);
 }
 
-TEST(EmbeddedEvents, AliveDoesNotComeByItselfWhereItIsNotWanted)
+TEST(EmbeddedEvents, alive_does_not_come_by_itself_where_it_is_not_wanted)
 {
     const RunningService service;
     const Client listener(kEventSocket);
@@ -151,7 +151,7 @@ struct Row : kvosim_test::NamedRow {
 
 class EventText : public testing::TestWithParam<Row> {};
 
-TEST_P(EventText, IsJudged)
+TEST_P(EventText, is_judged)
 {
     const RunningService service;
     const Row &row = GetParam();
@@ -196,7 +196,7 @@ void take(const char *name, const char *data)
     received.push_back(std::string(name) + '|' + data);
 }
 
-TEST(EmbeddedEvents, ReachTheLibrary)
+TEST(EmbeddedEvents, reach_the_library)
 {
     const RunningService service;
     ASSERT_EQ(KVO_HWS_activateEmbKvoEvents(take), 1);

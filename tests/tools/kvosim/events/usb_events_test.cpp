@@ -53,7 +53,7 @@ std::size_t pluggedIn() { return tools::askSimulator({{"do", "status"}})["usb_de
 
 // ---- What is sent ----
 
-TEST(UsbEvents, AreDeliveredByteByByte)
+TEST(UsbEvents, are_delivered_byte_by_byte)
 {
     const RunningService service;
     const ScriptedService receiver({replies("ok")}, kUsbSocket);
@@ -90,7 +90,7 @@ TEST(UsbEvents, AreDeliveredByteByByte)
                                                  "removeUSBdevice*10.0.0.5*Portal mill*1-1.4*\n"));
 }
 
-TEST(UsbEvents, GoOutBetweenActivationAndDeactivation)
+TEST(UsbEvents, go_out_between_activation_and_deactivation)
 {
     const RunningService service;
     const ScriptedService receiver({replies("ok")}, kUsbSocket);
@@ -104,7 +104,7 @@ TEST(UsbEvents, GoOutBetweenActivationAndDeactivation)
     EXPECT_EQ(pluggedIn(), 3U) << "what is plugged in does not depend on whom it is told";
 }
 
-TEST(UsbEvents, ChangeThePortsWhereNobodyListens)
+TEST(UsbEvents, change_the_ports_where_no_process_listens)
 {
     const RunningService service;
     activate();
@@ -115,7 +115,7 @@ TEST(UsbEvents, ChangeThePortsWhereNobodyListens)
     EXPECT_EQ(pluggedIn(), 0U);
 }
 
-TEST(UsbEvents, AreDeliveredWhateverTheReceiverAnswers)
+TEST(UsbEvents, are_delivered_whatever_the_receiver_answers)
 {
     const RunningService service;
     const ScriptedService receiver(
@@ -127,7 +127,7 @@ TEST(UsbEvents, AreDeliveredWhateverTheReceiverAnswers)
     EXPECT_EQ(receiver.requests().size(), 4U);
 }
 
-TEST(UsbEvents, TellWhatHappened)
+TEST(UsbEvents, report_what_happened)
 {
     const RunningService service;
     EXPECT_EQ(plug("Lathe 1").dump(),
@@ -138,7 +138,7 @@ TEST(UsbEvents, TellWhatHappened)
     EXPECT_EQ(ask("refuse", "10.0.0.5").contains("usb_lock"), false);
 }
 
-TEST(UsbEvents, OfALockedStationAreRefusals)
+TEST(UsbEvents, of_a_locked_station_are_refusals)
 {
     const RunningService service;
     const ScriptedService receiver({replies("ok")}, kUsbSocket);
@@ -156,7 +156,7 @@ TEST(UsbEvents, OfALockedStationAreRefusals)
     EXPECT_EQ(exchange("getUsbConnectorListOne=0A000006\n"), "usb-connector-list-one=\n");
 }
 
-TEST(UsbEvents, AreListedWithAllFields)
+TEST(UsbEvents, are_listed_with_all_fields)
 {
     const RunningService service;
     plug("10.0.0.6", {{"text4", "a"}, {"bytes", "01"}});
@@ -183,7 +183,7 @@ struct Refusal : kvosim_test::NamedRow {
 
 class UsbRefuses : public testing::TestWithParam<Refusal> {};
 
-TEST_P(UsbRefuses, AndChangesAndTellsNothing)
+TEST_P(UsbRefuses, and_changes_and_reports_nothing)
 {
     const RunningService service(R"toml(
 [[station]]
@@ -248,7 +248,7 @@ public:
     }
 };
 
-TEST(UsbEvents, AreTakenByACallbackThatAsksTheService)
+TEST(UsbEvents, are_taken_by_a_callback_that_asks_the_service)
 {
     const RunningService service;
     const support::EventRecorder recorder([](const support::ToldEvent &event) {
@@ -263,7 +263,7 @@ TEST(UsbEvents, AreTakenByACallbackThatAsksTheService)
     EXPECT_THAT(recorder.codes(), ElementsAre(USB_EVENT_BEGIN, USB_EVENT_ACTIVATED, USB_EVENT_NEW_DEVICE));
 }
 
-TEST(UsbEvents, HoldNobodyUpWhileTheReceiverIsSilent)
+TEST(UsbEvents, delay_no_client_while_the_receiver_is_silent)
 {
     const RunningService service;
     const ScriptedService receiver({support::staysSilent(6s)}, kUsbSocket);
@@ -280,7 +280,7 @@ TEST(UsbEvents, HoldNobodyUpWhileTheReceiverIsSilent)
     EXPECT_GE(Clock::now() - began, kAnswerTime - 200ms);
 }
 
-TEST(UsbEvents, AreRefusedWhenTooManyWait)
+TEST(UsbEvents, are_refused_when_too_many_wait)
 {
     const RunningService service;
     const ScriptedService receiver({support::staysSilent(6s)}, kUsbSocket);
@@ -303,7 +303,7 @@ TEST(UsbEvents, AreRefusedWhenTooManyWait)
     EXPECT_EQ(plug("10.0.0.6")["delivery"], "not activated") << "what is told nobody needs no room";
 }
 
-TEST(UsbEvents, EndWithTheServiceWhileTheReceiverIsSilent)
+TEST(UsbEvents, end_with_the_service_while_the_receiver_is_silent)
 {
     RunningService service;
     const ScriptedService receiver({support::staysSilent(6s)}, kUsbSocket);
@@ -324,7 +324,7 @@ TEST(UsbEvents, EndWithTheServiceWhileTheReceiverIsSilent)
     EXPECT_LT(Clock::now() - began, 3s);
 }
 
-TEST(UsbEvents, ThatWaitAreNotSentAfterADeactivation)
+TEST(UsbEvents, that_wait_are_not_sent_after_a_deactivation)
 {
     const RunningService service;
     const ScriptedService receiver({support::staysSilent(1s)}, kUsbSocket);
@@ -345,7 +345,7 @@ TEST(UsbEvents, ThatWaitAreNotSentAfterADeactivation)
     EXPECT_EQ(plug("10.0.0.5")["delivery"], "delivered") << "the next activation finds nothing left over";
 }
 
-TEST(UsbEvents, GoOnWhenTheOneWhoAskedHasGone)
+TEST(UsbEvents, go_on_when_the_client_has_gone)
 {
     const RunningService service;
     const ScriptedService receiver({support::answersWith([](const std::string &) {
@@ -366,7 +366,7 @@ TEST(UsbEvents, GoOnWhenTheOneWhoAskedHasGone)
 
 // ---- Faults ----
 
-TEST(UsbEvents, CommandsFailOnPurposeLikeAllOthers)
+TEST(UsbEvents, commands_fail_on_purpose_like_all_others)
 {
     const RunningService service;
     for (const char *command : {"activateUSBEvents", "deactivateUSBEvents", "isUSBEventsActivated"}) {
@@ -379,7 +379,7 @@ TEST(UsbEvents, CommandsFailOnPurposeLikeAllOthers)
     EXPECT_EQ(exchange("isUSBEventsActivated\n"), "yes\n");
 }
 
-TEST(UsbEvents, FaultMakesAnActivationFail)
+TEST(UsbEvents, fault_makes_an_activation_fail)
 {
     const RunningService service;
     tools::askSimulator({{"do", "fault.add"}, {"kind", "failed"}, {"command", "activateUSBEvents"}});

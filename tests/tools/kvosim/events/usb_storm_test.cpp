@@ -37,7 +37,7 @@ void activate() { EXPECT_EQ(exchange("activateUSBEvents\n"), "ok\n"); }
 
 std::size_t pluggedIn() { return tools::askSimulator({{"do", "status"}})["usb_devices"].get<std::size_t>(); }
 
-TEST(UsbStorm, PlugsInAndRemovesAtAllStationsInTurn)
+TEST(UsbStorm, plugs_in_and_removes_at_all_stations_in_turn)
 {
     const RunningService service;
     const ScriptedService receiver({replies("ok")}, kUsbSocket);
@@ -61,7 +61,7 @@ TEST(UsbStorm, PlugsInAndRemovesAtAllStationsInTurn)
     EXPECT_EQ(pluggedIn(), 0U);
 }
 
-TEST(UsbStorm, OfAnOddCountAtOneStationLeavesADevice)
+TEST(UsbStorm, of_an_odd_count_at_one_station_leaves_a_device)
 {
     const RunningService service;
     const ScriptedService receiver({replies("ok")}, kUsbSocket);
@@ -72,7 +72,7 @@ TEST(UsbStorm, OfAnOddCountAtOneStationLeavesADevice)
     EXPECT_EQ(pluggedIn(), 1U);
 }
 
-TEST(UsbStorm, KeepsItsRate)
+TEST(UsbStorm, keeps_its_rate)
 {
     const RunningService service;
     const ScriptedService receiver({replies("ok")}, kUsbSocket);
@@ -84,7 +84,7 @@ TEST(UsbStorm, KeepsItsRate)
     EXPECT_LE(sums["events_per_second"].get<double>(), 22.0);
 }
 
-TEST(UsbStorm, LetsOthersThrough)
+TEST(UsbStorm, lets_others_through)
 {
     const RunningService service;
     const ScriptedService receiver({replies("ok")}, kUsbSocket);
@@ -100,7 +100,7 @@ TEST(UsbStorm, LetsOthersThrough)
     EXPECT_LT(receiver.requests().size(), 4000U) << "the storm was to be under way";
 }
 
-TEST(UsbStorm, CountsWhatNobodyTakes)
+TEST(UsbStorm, counts_what_no_receiver_takes)
 {
     const RunningService service;
     activate();
@@ -110,7 +110,7 @@ TEST(UsbStorm, CountsWhatNobodyTakes)
     EXPECT_EQ(sums["failed"], 3);
 }
 
-TEST(UsbStorm, NeedsActivatedEventsAndStations)
+TEST(UsbStorm, needs_activated_events_and_stations)
 {
     {
         const RunningService service;
@@ -122,7 +122,7 @@ TEST(UsbStorm, NeedsActivatedEventsAndStations)
     EXPECT_THAT([] { storm({{"count", 3}}); }, ThrowsMessage<tools::Refused>(HasSubstr("the plant has no station")));
 }
 
-TEST(UsbStorm, EndsWhenEventsAreDeactivated)
+TEST(UsbStorm, ends_when_events_are_deactivated)
 {
     const RunningService service;
     const ScriptedService receiver({replies("ok"), replies("ok"), support::answersWith([](const std::string &) {
@@ -136,7 +136,7 @@ TEST(UsbStorm, EndsWhenEventsAreDeactivated)
     EXPECT_EQ(sums["end"], "deactivated");
 }
 
-TEST(UsbStorm, EndsWhenTheOneWhoAskedHasGone)
+TEST(UsbStorm, ends_when_the_client_has_gone)
 {
     const RunningService service;
     const ScriptedService receiver({replies("ok")}, kUsbSocket);
@@ -153,7 +153,7 @@ TEST(UsbStorm, EndsWhenTheOneWhoAskedHasGone)
     EXPECT_EQ(receiver.requests().size(), sent);
 }
 
-TEST(UsbStorm, EndsWithTheService)
+TEST(UsbStorm, ends_with_the_service)
 {
     RunningService service;
     const ScriptedService receiver({replies("ok")}, kUsbSocket);
@@ -167,7 +167,7 @@ TEST(UsbStorm, EndsWithTheService)
     service.join();
 }
 
-TEST(UsbStorm, OfALockedStationIsOfRefusals)
+TEST(UsbStorm, of_a_locked_station_is_of_refusals)
 {
     const RunningService service("[[station]]\naddress = \"10.0.0.5\"\nname = \"A\"\nusb_lock = \"1:0\"\n");
     const ScriptedService receiver({replies("ok")}, kUsbSocket);
@@ -176,7 +176,7 @@ TEST(UsbStorm, OfALockedStationIsOfRefusals)
     EXPECT_THAT(receiver.requests(), ElementsAre(StartsWith("ignoreUSBdevice*"), StartsWith("ignoreUSBdevice*")));
 }
 
-TEST(UsbStorm, CopesWithADeviceThatSomebodyElseRemoves)
+TEST(UsbStorm, copes_with_a_device_that_somebody_else_removes)
 {
     const RunningService service;
     const ScriptedService receiver({support::answersWith([](const std::string &) {
@@ -194,7 +194,7 @@ TEST(UsbStorm, CopesWithADeviceThatSomebodyElseRemoves)
     EXPECT_EQ(pluggedIn(), 1U) << "the second event is a new device again";
 }
 
-TEST(UsbStorm, EndsAtAStationThatReboots)
+TEST(UsbStorm, ends_at_a_station_that_reboots)
 {
     const RunningService service("[[station]]\naddress = \"10.0.0.5\"\nname = \"A\"\nreboot_time_ms = 60000\n");
     const ScriptedService receiver({replies("ok")}, kUsbSocket);

@@ -1,17 +1,19 @@
-// Clients that behave badly, many at once, and what the others notice of them: nothing.
+// The line server: one line in, one reply out, whatever clients do.
 #include "kvosim/net/line_server.h"
+#include "support/eventually.h"
 #include "tools/kvosim/support/client.h"
 #include "tools/kvosim/support/temporary_directory.h"
-
-#include <gmock/gmock.h>
 
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <gmock/gmock.h>
 #include <list>
-#include <memory>
 #include <mutex>
-#include <optional>
+#include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -22,6 +24,7 @@ namespace {
 using kvosim::LineServerLimits;
 using kvosim_test::Client;
 using kvosim_test::exchange;
+using support::eventually;
 using testing::Contains;
 
 constexpr std::size_t kLargeReply = 3'000'000;
@@ -82,20 +85,7 @@ private:
     std::thread thread_;
 };
 
-/// Waits until @p condition holds, 5 s at most.
-template <class Condition>
-bool soon(Condition condition)
-{
-    for (int i = 0; i < 1000; ++i) {
-        if (condition()) {
-            return true;
-        }
-        std::this_thread::sleep_for(5ms);
-    }
-    return false;
-}
-
-TEST(LineServer, AnswersAndCloses)
+TEST(LineServer, answers_and_closes)
 {
     const EchoServer server;
     EXPECT_EQ(exchange("hello\n", server.path()), "re: hello\n");
@@ -103,7 +93,7 @@ TEST(LineServer, AnswersAndCloses)
     EXPECT_EQ(exchange("\r\r\n", server.path()), "re: \r\n") << "one carriage return belongs to the line end";
 }
 
-TEST(LineServer, TakesALineInPieces)
+TEST(LineServer, takes_a_line_in_pieces)
 {
     const EchoServer server;
     const Client client(server.path());
@@ -114,7 +104,7 @@ TEST(LineServer, TakesALineInPieces)
     EXPECT_EQ(client.receiveAll(), "re: hello\n");
 }
 
-TEST(LineServer, AnswersAClientThatHasClosedItsSide)
+TEST(LineServer, answers_a_client_that_has_closed_its_side)
 {
     const EchoServer server;
     const Client client(server.path());
@@ -123,7 +113,7 @@ TEST(LineServer, AnswersAClientThatHasClosedItsSide)
     EXPECT_EQ(client.receiveAll(), "re: hello\n");
 }
 
-TEST(LineServer, HalfALineHoldsNobodyUp)
+TEST(LineServer, half_a_line_delays_no_client)
 {
     const EchoServer server;
     const Client half(server.path());
@@ -133,7 +123,7 @@ TEST(LineServer, HalfALineHoldsNobodyUp)
     EXPECT_EQ(half.receiveAll(), "re: hello\n");
 }
 
-TEST(LineServer, UnreadReplyHoldsNobodyUp)
+TEST(LineServer, unread_reply_delays_no_client)
 {
     const EchoServer server;
     const Client slow(server.path());
@@ -143,7 +133,7 @@ TEST(LineServer, UnreadReplyHoldsNobodyUp)
     EXPECT_EQ(slow.receiveAll(), std::string(kLargeReply, 'x') + '\n');
 }
 
-TEST(LineServer, VanishedClientsHoldNobodyUp)
+TEST(LineServer, vanished_clients_delay_no_client)
 {
     EchoServer server;
     for (int i = 0; i < 20; ++i) {
@@ -153,14 +143,14 @@ TEST(LineServer, VanishedClientsHoldNobodyUp)
         Client(server.path()).send("large\n");
     }
     EXPECT_EQ(exchange("other\n", server.path()), "re: other\n");
-    EXPECT_TRUE(soon([&] {
+    EXPECT_TRUE(eventually([&] {
         const auto events = server.events();
         return std::count(events.begin(), events.end(), "closed without a request") == 20 &&
                std::count(events.begin(), events.end(), "closed inside its request") == 20;
     })) << testing::PrintToString(server.events());
 }
 
-TEST(LineServer, LongestLineIsTakenAndOneByteMoreIsNot)
+TEST(LineServer, longest_line_is_taken_and_one_byte_more_is_not)
 {
     const EchoServer server({.longestLine = 100});
     const std::string longest(100, 'a');
@@ -168,7 +158,7 @@ TEST(LineServer, LongestLineIsTakenAndOneByteMoreIsNot)
     EXPECT_EQ(exchange(longest + "a\n", server.path()), "too long\n");
 }
 
-TEST(LineServer, OverlongLineIsRefusedBeforeItsEnd)
+TEST(LineServer, overlong_line_is_refused_before_its_end)
 {
     EchoServer server;
     const Client client(server.path());
@@ -180,7 +170,7 @@ TEST(LineServer, OverlongLineIsRefusedBeforeItsEnd)
     EXPECT_THAT(server.events(), Contains("a request longer than 4096 bytes is refused"));
 }
 
-TEST(LineServer, BytesBehindTheRequestDoNotCostTheReply)
+TEST(LineServer, bytes_after_the_request_do_not_cost_the_reply)
 {
     const EchoServer server;
     const Client client(server.path());
@@ -188,7 +178,7 @@ TEST(LineServer, BytesBehindTheRequestDoNotCostTheReply)
     EXPECT_EQ(client.receiveAll(), "re: hello\n");
 }
 
-TEST(LineServer, QuietConnectionIsDropped)
+TEST(LineServer, quiet_connection_is_dropped)
 {
     EchoServer server({.quietTime = 100ms});
     const Client silent(server.path());
@@ -199,33 +189,34 @@ TEST(LineServer, QuietConnectionIsDropped)
     EXPECT_THAT(server.events(), Contains("dropped unfinished").Times(2));
 }
 
-TEST(LineServer, ClientThatNeverReadsIsDropped)
+TEST(LineServer, client_that_never_reads_is_dropped)
 {
     EchoServer server({.quietTime = 100ms});
     const Client client(server.path());
     client.send("large\n");
-    EXPECT_TRUE(soon([&] { return !server.events().empty(); }));
+    EXPECT_TRUE(eventually([&] { return !server.events().empty(); }));
     EXPECT_LT(client.receiveAll().size(), kLargeReply);
 }
 
-TEST(LineServer, TricklingRequestHasItsTimeToo)
+TEST(LineServer, trickling_request_has_its_time_too)
 {
     const EchoServer server({.quietTime = 10s, .requestTime = 150ms});
     const Client client(server.path());
-    EXPECT_TRUE(soon([&] { return !client.send("a"); })) << "each byte is an activity, but the request must come to an end";
+    EXPECT_TRUE(eventually([&] { return !client.send("a"); }))
+        << "each byte is an activity, but the request must come to an end";
 }
 
-TEST(LineServer, ClientThatDoesNotCloseIsNotWaitedForLong)
+TEST(LineServer, client_that_does_not_close_is_not_waited_for_long)
 {
     EchoServer server({.lingerTime = 50ms});
     const Client client(server.path());
     client.send("hello\n");
     EXPECT_EQ(client.receiveAll(), "re: hello\n");
-    EXPECT_TRUE(soon([&] { return !client.send("a"); }));
+    EXPECT_TRUE(eventually([&] { return !client.send("a"); }));
     EXPECT_TRUE(server.events().empty());
 }
 
-TEST(LineServer, QuietestConnectionMakesRoomForANewOne)
+TEST(LineServer, quietest_connection_makes_room_for_a_new_one)
 {
     EchoServer server({.connections = 8});
     std::list<Client> idle;
@@ -240,7 +231,7 @@ TEST(LineServer, QuietestConnectionMakesRoomForANewOne)
     EXPECT_THAT(server.events(), testing::ElementsAre("dropped for a newer connection"));
 }
 
-TEST(LineServer, AFloodOfConnectionsHoldsNobodyUp)
+TEST(LineServer, a_flood_of_connections_delays_no_client)
 {
     const EchoServer server;
     std::atomic<bool> done = false;
@@ -261,7 +252,7 @@ TEST(LineServer, AFloodOfConnectionsHoldsNobodyUp)
     }
 }
 
-TEST(LineServer, ServesManyClientsAtOnce)
+TEST(LineServer, serves_many_clients_at_once)
 {
     constexpr int kClients = 64;
     constexpr int kRounds = 20;
@@ -283,7 +274,7 @@ TEST(LineServer, ServesManyClientsAtOnce)
 }
 
 // Clients look at 1024 bytes at a time and pause when they find less of an unfinished line.
-TEST(LineServer, LongReplyIsNeverMetInPartsOfAKiB)
+TEST(LineServer, long_reply_never_comes_in_parts_of_a_kib)
 {
     const EchoServer server;
     const Client client(server.path());
@@ -303,7 +294,7 @@ TEST(LineServer, LongReplyIsNeverMetInPartsOfAKiB)
     EXPECT_EQ(received, kLargeReply + 1);
 }
 
-TEST(LineServer, EndsAfterTheRepliesOnTheirWay)
+TEST(LineServer, ends_after_the_replies_on_their_way)
 {
     EchoServer server;
     const Client reading(server.path());
@@ -323,108 +314,13 @@ TEST(LineServer, EndsAfterTheRepliesOnTheirWay)
     EXPECT_FALSE(std::filesystem::exists(server.path()));
 }
 
-TEST(LineServer, EndDoesNotWaitForAClientThatDoesNotRead)
+TEST(LineServer, end_does_not_wait_for_a_client_that_does_not_read)
 {
     EchoServer server({.endingTime = 50ms});
     const Client client(server.path());
     client.send("large\n");
     std::this_thread::sleep_for(20ms);
     EXPECT_TRUE(server.end());
-}
-
-// ---- Replies that come later ----
-
-/// Answers all later, when it is told to.
-class LaterServer {
-public:
-    LaterServer()
-        : server_(loop_, directory_ / "later/sock",
-                  [this](std::string_view, const kvosim::LineServer::Caller &caller) -> kvosim::Reply {
-                      EXPECT_FALSE(caller.waits()) << "its reply may still be given at once";
-                      callers_.push_back(caller);
-                      ++asked_;
-                      return kvosim::Reply::Way::later;
-                  },
-                  "too long", {}, {.connections = 2}),
-          thread_([this] { loop_.run(); })
-    {
-    }
-    LaterServer(const LaterServer &) = delete;
-    LaterServer &operator=(const LaterServer &) = delete;
-    ~LaterServer() { stop(); }
-
-    [[nodiscard]] std::string path() const { return directory_ / "later/sock"; }
-    [[nodiscard]] int asked() const { return asked_; }
-    /// Stops the loop, so that callers can be used from the test's thread.
-    std::vector<kvosim::LineServer::Caller> &stop()
-    {
-        loop_.stop();
-        if (thread_.joinable()) {
-            thread_.join();
-        }
-        return callers_;
-    }
-
-private:
-    kvosim_test::TemporaryDirectory directory_;
-    kvosim::EventLoop loop_;
-    std::vector<kvosim::LineServer::Caller> callers_;
-    std::atomic<int> asked_ = 0;
-    kvosim::LineServer server_;
-    std::thread thread_;
-};
-
-TEST(LaterReply, GoesToItsOwnCallerOnce)
-{
-    LaterServer server;
-    const Client first(server.path());
-    first.send("a\n");
-    ASSERT_TRUE(soon([&] { return server.asked() == 1; }));
-    const Client second(server.path());
-    second.send("b\n");
-    ASSERT_TRUE(soon([&] { return server.asked() == 2; }));
-    const auto &callers = server.stop();
-    EXPECT_TRUE(callers[0].waits());
-    EXPECT_TRUE(callers[1].waits());
-    callers[1].reply(std::string("to b"));
-    callers[1].reply(std::string("again"));
-    callers[0].reply(std::string("to a"));
-    EXPECT_FALSE(callers[0].waits());
-    EXPECT_EQ(second.receiveAll(), "to b\n");
-    EXPECT_EQ(first.receiveAll(), "to a\n");
-}
-
-TEST(LaterReply, IsNobodysWhenTheClientHasGone)
-{
-    LaterServer server;
-    {
-        const Client gone(server.path());
-        gone.send("a\n");
-        ASSERT_TRUE(soon([&] { return server.asked() == 1; }));
-    }
-    // Both may have the same descriptor in the server.
-    const Client next(server.path());
-    next.send("b\n");
-    ASSERT_TRUE(soon([&] { return server.asked() == 2; }));
-    const auto &callers = server.stop();
-    EXPECT_FALSE(callers[0].waits());
-    callers[0].reply(std::string("to a"));
-    EXPECT_TRUE(callers[1].waits());
-    callers[1].reply(std::string("to b"));
-    EXPECT_EQ(next.receiveAll(), "to b\n");
-}
-
-TEST(LaterReply, IsNobodysWhenTheServerHasGone)
-{
-    std::optional<LaterServer> server(std::in_place);
-    const Client client(server->path());
-    client.send("a\n");
-    ASSERT_TRUE(soon([&] { return server->asked() == 1; }));
-    const std::vector<kvosim::LineServer::Caller> callers = server->stop();
-    server.reset();
-    ASSERT_EQ(callers.size(), 1U);
-    EXPECT_FALSE(callers[0].waits());
-    callers[0].reply(std::string("late"));
 }
 
 }  // namespace

@@ -23,7 +23,7 @@ using kvosim::Stream;
 using tools::Descriptor;
 
 // A listening socket stays ready while nobody can be taken.
-TEST(Acceptor, RestsWhileThereAreNoDescriptors)
+TEST(Acceptor, rests_while_there_are_no_descriptors)
 {
     const kvosim_test::TemporaryDirectory directory;
     const tools::ListeningSocket listener(directory / "socket");
@@ -66,7 +66,7 @@ protected:
     tools::Descriptor other;
 };
 
-TEST_F(Pair, AStreamWritesWhatItHasRoomForAndNoMore)
+TEST_F(Pair, a_stream_writes_what_it_has_room_for_and_no_more)
 {
     constexpr std::size_t kRoom = 1000;
     Stream stream(loop, std::move(mine), kRoom, {[](auto) {}, [](const auto &) {}});
@@ -95,7 +95,7 @@ TEST_F(Pair, AStreamWritesWhatItHasRoomForAndNoMore)
     loop.forget(other.get());
 }
 
-TEST_F(Pair, AStreamMayBeDestroyedByItsReactions)
+TEST_F(Pair, a_stream_may_be_destroyed_by_its_reactions)
 {
     for (const bool byClosing : {false, true}) {
         SetUp();

@@ -36,7 +36,7 @@ std::vector<int> struckOf(const kvosim::FaultText &text, std::string_view keywor
     return struck;
 }
 
-TEST(Faults, StrikeFromAGivenRequestForAGivenNumber)
+TEST(Faults, strike_from_a_given_request_for_a_given_number)
 {
     using testing::ElementsAre;
     EXPECT_THAT(struckOf({.kind = "close"}, "getVersion"), ElementsAre(1, 2, 3, 4, 5, 6, 7, 8));
@@ -47,7 +47,7 @@ TEST(Faults, StrikeFromAGivenRequestForAGivenNumber)
     EXPECT_THAT(struckOf({.command = "reboot", .kind = "close"}, "getVersion").size(), 0U);
 }
 
-TEST(Faults, FirstOneThatIsDueStrikes)
+TEST(Faults, first_one_that_is_due_strikes)
 {
     Faults faults;
     faults.add(Fault({.command = "getVersion", .kind = "close", .after = 1, .times = 1}));
@@ -61,7 +61,7 @@ TEST(Faults, FirstOneThatIsDueStrikes)
     EXPECT_EQ(faults.strike("getVersion"), nullptr);
 }
 
-TEST(Faults, AllCountARequestThatOneStrikes)
+TEST(Faults, all_count_a_request_that_one_strikes)
 {
     Faults faults;
     faults.add(Fault({.kind = "close", .times = 1}));
@@ -78,7 +78,7 @@ struct Mistake : kvosim_test::NamedRow {
 
 class FaultMistake : public testing::TestWithParam<Mistake> {};
 
-TEST_P(FaultMistake, IsTold)
+TEST_P(FaultMistake, is_reported)
 {
     try {
         kvosim::makeFault(GetParam().text);
@@ -97,7 +97,7 @@ INSTANTIATE_TEST_SUITE_P(Table, FaultMistake,
                                          Mistake{"delay_long", {.kind = "delay", .delay = 60'001}, "delay_ms"}),
                          kvosim_test::kNameOfRow);
 
-TEST(Garbled, StandsBeforeTheValue)
+TEST(Garbled, stands_before_the_value)
 {
     EXPECT_EQ(kvosim::garbled("ok"), "#?ok");
     EXPECT_EQ(kvosim::garbled("mcpaddr=5"), "mcpaddr=#?5");
@@ -107,7 +107,7 @@ TEST(Garbled, StandsBeforeTheValue)
 
 // ---- On the wire ----
 
-TEST(FaultOnTheWire, DelayComesLate)
+TEST(FaultOnTheWire, delay_comes_late)
 {
     const RunningService service(plantWith("kind = \"delay\"\ndelay_ms = 200\n"));
     const auto started = std::chrono::steady_clock::now();
@@ -115,7 +115,7 @@ TEST(FaultOnTheWire, DelayComesLate)
     EXPECT_GE(std::chrono::steady_clock::now() - started, 200ms);
 }
 
-TEST(FaultOnTheWire, DelayHoldsNobodyElseUp)
+TEST(FaultOnTheWire, delay_delays_no_other_client)
 {
     const RunningService service(plantWith("command = \"getVersion\"\nkind = \"delay\"\ndelay_ms = 400\n"));
     const Client late;
@@ -126,7 +126,7 @@ TEST(FaultOnTheWire, DelayHoldsNobodyElseUp)
     EXPECT_EQ(late.receiveAll(), "V09.08\n");
 }
 
-TEST(FaultOnTheWire, DelayedReplyReachesAClientThatHasClosedItsSide)
+TEST(FaultOnTheWire, delayed_reply_reaches_a_client_that_has_closed_its_side)
 {
     const RunningService service(plantWith("kind = \"delay\"\ndelay_ms = 100\n"));
     const Client client;
@@ -135,7 +135,7 @@ TEST(FaultOnTheWire, DelayedReplyReachesAClientThatHasClosedItsSide)
     EXPECT_EQ(client.receiveAll(), "V09.08\n");
 }
 
-TEST(FaultOnTheWire, LateReplyDoesNotReachTheNextClientOfTheDescriptor)
+TEST(FaultOnTheWire, late_reply_does_not_reach_the_next_client_of_the_descriptor)
 {
     const RunningService service(plantWith("command = \"getVersion\"\nkind = \"delay\"\ndelay_ms = 150\n"));
     {
@@ -151,28 +151,28 @@ TEST(FaultOnTheWire, LateReplyDoesNotReachTheNextClientOfTheDescriptor)
     EXPECT_EQ(next.receiveAll(), "yes\n");
 }
 
-TEST(FaultOnTheWire, CloseComesInsteadOfAReply)
+TEST(FaultOnTheWire, close_comes_instead_of_a_reply)
 {
     const RunningService service(plantWith("kind = \"close\"\ntimes = 1\n"));
     EXPECT_EQ(exchange("setDebugLevel=DEBUG_LEVEL_I\n"), "");
     EXPECT_EQ(exchange("getDebugLevel\n"), "DEBUG_LEVEL_I\n") << "it was carried out";
 }
 
-TEST(FaultOnTheWire, GarbageIsMalformed)
+TEST(FaultOnTheWire, garbage_is_malformed)
 {
     const RunningService service(plantWith("kind = \"garbage\"\n"));
     EXPECT_EQ(exchange("getVersion\n"), "#?V09.08\n");
     EXPECT_EQ(exchange("getMCPAddress=0A000005\n"), "mcpaddr=#?0\n");
 }
 
-TEST(FaultOnTheWire, FailedIsNotCarriedOut)
+TEST(FaultOnTheWire, failed_is_not_carried_out)
 {
     const RunningService service(plantWith("command = \"setDebugLevel\"\nkind = \"failed\"\n"));
     EXPECT_EQ(exchange("setDebugLevel=DEBUG_LEVEL_I\n"), "failed\n");
     EXPECT_EQ(exchange("getDebugLevel\n"), "DEBUG_LEVEL_NONE\n");
 }
 
-TEST(FaultOnTheWire, SplitSendsByteByByte)
+TEST(FaultOnTheWire, split_sends_byte_by_byte)
 {
     const RunningService service(plantWith("kind = \"split\"\ndelay_ms = 20\n"));
     const auto started = std::chrono::steady_clock::now();
@@ -184,7 +184,7 @@ TEST(FaultOnTheWire, SplitSendsByteByByte)
     EXPECT_GE(std::chrono::steady_clock::now() - started, 6 * 20ms);
 }
 
-TEST(FaultOnTheWire, SilenceKeepsTheConnectionOpen)
+TEST(FaultOnTheWire, silence_keeps_the_connection_open)
 {
     const RunningService service(plantWith("kind = \"silent\"\ntimes = 1\n"));
     const Client client;
@@ -193,7 +193,7 @@ TEST(FaultOnTheWire, SilenceKeepsTheConnectionOpen)
     EXPECT_EQ(exchange("getVersion\n"), "V09.08\n");
 }
 
-TEST(FaultOnTheWire, SilenceOutlastsTheQuietTime)
+TEST(FaultOnTheWire, silence_outlasts_the_quiet_time)
 {
     const RunningService service(plantWith("kind = \"silent\"\n"), {.limits = {.quietTime = 20ms}});
     const Client client;
@@ -201,7 +201,7 @@ TEST(FaultOnTheWire, SilenceOutlastsTheQuietTime)
     EXPECT_EQ(client.receiveAll(300ms), "(nothing more came)");
 }
 
-TEST(FaultOnTheWire, ServiceEndsWhileRepliesAreHeld)
+TEST(FaultOnTheWire, service_ends_while_replies_are_held)
 {
     RunningService service(plantWith("command = \"getVersion\"\nkind = \"silent\"\n"));
     const Client client;
@@ -220,7 +220,7 @@ struct Meeting : kvosim_test::NamedRow {
 
 class LibraryMeets : public testing::TestWithParam<Meeting> {};
 
-TEST_P(LibraryMeets, Fault)
+TEST_P(LibraryMeets, each_fault)
 {
     const RunningService service(plantWith("command = \"getMCPAddress\"\ntimes = 1\n" + GetParam().fault));
     uint32_t address = 77;

@@ -36,20 +36,20 @@ protected:
     kvosim_test::TemporaryDirectory directory;
 };
 
-TEST_F(RegistryFiles, FirstStartTakesThePreviousListFromThePlant)
+TEST_F(RegistryFiles, first_start_takes_the_previous_list_from_the_plant)
 {
     startOnce(kvosim::parsePlant(kSmallPlant, "plant"));
     EXPECT_EQ(previous(), "\"Gone\" 10.0.0.4 4x0:0\n");
     EXPECT_EQ(current(), kSmallList);
 }
 
-TEST_F(RegistryFiles, FirstStartWithoutPreviousEntriesHasAnEmptyPreviousList)
+TEST_F(RegistryFiles, first_start_without_previous_entries_has_an_empty_previous_list)
 {
     startOnce(plantOf("A"));
     EXPECT_EQ(previous(), "");
 }
 
-TEST_F(RegistryFiles, CurrentListBecomesThePreviousOneAtEachStart)
+TEST_F(RegistryFiles, current_list_becomes_the_previous_one_at_each_start)
 {
     startOnce(plantOf("A"));
     startOnce(plantOf("B"));
@@ -60,7 +60,7 @@ TEST_F(RegistryFiles, CurrentListBecomesThePreviousOneAtEachStart)
     EXPECT_EQ(current(), kSmallList);
 }
 
-TEST_F(RegistryFiles, PreviousListAloneIsKept)
+TEST_F(RegistryFiles, previous_list_alone_is_kept)
 {
     startOnce(plantOf("A"));
     startOnce(plantOf("B"));
@@ -69,7 +69,7 @@ TEST_F(RegistryFiles, PreviousListAloneIsKept)
     EXPECT_EQ(previous(), "\"A\" 10.0.0.9 1x0:0\n");
 }
 
-TEST_F(RegistryFiles, NothingElseIsLeftInTheDirectory)
+TEST_F(RegistryFiles, nothing_else_is_left_in_the_directory)
 {
     startOnce(plantOf("A"));
     startOnce(plantOf("B"));
@@ -80,7 +80,7 @@ TEST_F(RegistryFiles, NothingElseIsLeftInTheDirectory)
     EXPECT_THAT(names, testing::UnorderedElementsAre("kvo_hws", "currkvos.reg", "prevkvos.reg"));
 }
 
-TEST_F(RegistryFiles, CurrentListIsNotRewrittenWhileTheLockIsHeld)
+TEST_F(RegistryFiles, current_list_is_not_rewritten_while_the_lock_is_held)
 {
     Registry registry(directory.path());
     registry.start(plantOf("A"));
@@ -95,7 +95,7 @@ TEST_F(RegistryFiles, CurrentListIsNotRewrittenWhileTheLockIsHeld)
     EXPECT_EQ(current(), "\"D\" 10.0.0.9 1x0:0\n");
 }
 
-TEST_F(RegistryFiles, RewrittenListIsANewFile)
+TEST_F(RegistryFiles, rewritten_list_is_a_new_file)
 {
     startOnce(plantOf("A"));
     std::ifstream reader(directory / "kvo_hws/currkvos.reg");
@@ -105,7 +105,7 @@ TEST_F(RegistryFiles, RewrittenListIsANewFile)
     EXPECT_EQ(line, "\"A\" 10.0.0.9 1x0:0") << "who has the old file open reads it to its end";
 }
 
-TEST_F(RegistryFiles, NothingIsWrittenThroughALink)
+TEST_F(RegistryFiles, nothing_is_written_through_a_link)
 {
     std::filesystem::create_directory(directory / "kvo_hws");
     const auto precious = directory / "precious";
@@ -119,7 +119,7 @@ TEST_F(RegistryFiles, NothingIsWrittenThroughALink)
     EXPECT_EQ(current(), "\"B\" 10.0.0.9 1x0:0\n");
 }
 
-TEST_F(RegistryFiles, PathIsAbsoluteAndEndsWithASlash)
+TEST_F(RegistryFiles, path_is_absolute_and_ends_with_a_slash)
 {
     EXPECT_EQ(Registry(directory.path()).path(), directory.path().string() + '/');
     EXPECT_EQ(Registry(directory.path().string() + "/x/../").path(), directory.path().string() + '/');
@@ -129,7 +129,7 @@ TEST_F(RegistryFiles, PathIsAbsoluteAndEndsWithASlash)
     std::filesystem::current_path(before);
 }
 
-TEST_F(RegistryFiles, LongestPathIsTakenAndOneByteMoreIsNot)
+TEST_F(RegistryFiles, longest_path_is_taken_and_one_byte_more_is_not)
 {
     std::string longest = directory.path().string();
     while (longest.size() < kvosim::kLongestRegistryPath - 1) {
@@ -139,7 +139,7 @@ TEST_F(RegistryFiles, LongestPathIsTakenAndOneByteMoreIsNot)
     EXPECT_THAT([&] { Registry registry(longest + 'd'); }, ThrowsMessage<std::runtime_error>(HasSubstr("is too long")));
 }
 
-TEST(TemporaryRegistry, IsRemovedAtItsEnd)
+TEST(TemporaryRegistry, is_removed_at_its_end)
 {
     std::string path;
     {
@@ -151,7 +151,7 @@ TEST(TemporaryRegistry, IsRemovedAtItsEnd)
     EXPECT_FALSE(std::filesystem::exists(path));
 }
 
-TEST(RegistryLock, IsHeldByOneAndGivenBackOnce)
+TEST(RegistryLock, is_held_by_one_and_given_back_once)
 {
     Registry registry(std::nullopt);
     EXPECT_FALSE(registry.unlock());

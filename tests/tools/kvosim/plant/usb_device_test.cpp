@@ -40,7 +40,7 @@ const std::string kEmpty = "?$?\xA7?eEmMpPtTyY!\xA7!$!";
 
 // ---- Defaults ----
 
-TEST(NewUsbDevice, HasDefaults)
+TEST(NewUsbDevice, has_defaults)
 {
     EXPECT_EQ(
         eventText(UsbEvent::plugged, kStation, kvosim::newUsbDevice({})),
@@ -48,7 +48,7 @@ TEST(NewUsbDevice, HasDefaults)
             zeros(64) + "*");
 }
 
-TEST(NewUsbDevice, IsToldApartFromTheOthers)
+TEST(NewUsbDevice, is_distinct_from_the_others)
 {
     std::vector<UsbDevice> devices;
     for (int i = 0; i < 3; ++i) {
@@ -76,7 +76,7 @@ struct Row : kvosim_test::NamedRow {
 
 class UsbField : public testing::TestWithParam<Row> {};
 
-TEST_P(UsbField, StandsInTheEventText)
+TEST_P(UsbField, stands_in_the_event_text)
 {
     const UsbDevice device = deviceWith({{GetParam().key, GetParam().value}});
     EXPECT_THAT(eventText(GetParam().event, kStation, device), HasSubstr("*10.0.0.5*" + GetParam().text));
@@ -115,13 +115,13 @@ INSTANTIATE_TEST_SUITE_P(
             kNewTexts + "00000000*00000000*00000000*0000*0000*FF FF"}),
     kvosim_test::kNameOfRow);
 
-TEST(UsbField, ReportIsForDevicesInState0)
+TEST(UsbField, report_is_for_devices_in_state_0)
 {
     EXPECT_THAT(eventText(UsbEvent::plugged, kStation, deviceWith({{"report", 1}, {"state", 1}})),
                 HasSubstr(kNewTexts + "00000000*00000000*00000000*"));
 }
 
-TEST(UsbField, IsReadBackAsItWasAssigned)
+TEST(UsbField, is_read_back_as_it_was_assigned)
 {
     std::set<std::string> names;
     for (const kvosim::UsbKey &key : kvosim::usbKeys()) {
@@ -137,7 +137,7 @@ TEST(UsbField, IsReadBackAsItWasAssigned)
     EXPECT_EQ(names.size(), 16U);
 }
 
-TEST(UsbField, OfAShorterValueLeavesNothingBehind)
+TEST(UsbField, of_a_shorter_value_leaves_nothing_of_the_longer_one)
 {
     const UsbDevice device = deviceWith(
         {{"text4", "a long text"}, {"text4", "a"}, {"bytes", "0A0B"}, {"bytes", "0C"}, {"report", 1}, {"report", 0}});
@@ -155,7 +155,7 @@ struct Refusal : kvosim_test::NamedRow {
 
 class UsbFieldRefuses : public testing::TestWithParam<Refusal> {};
 
-TEST_P(UsbFieldRefuses, AndSaysWhatWouldBeRight)
+TEST_P(UsbFieldRefuses, and_says_what_would_be_right)
 {
     UsbDevice device = kvosim::newUsbDevice({});
     const kvosim::UsbKey &key = *findUsbKey(GetParam().key);
@@ -198,7 +198,7 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{"neither", "number1", Value(), "is no whole number"}),
     kvosim_test::kNameOfRow);
 
-TEST(UsbKey, OthersAreNone)
+TEST(UsbKey, others_are_none)
 {
     EXPECT_EQ(findUsbKey("ipAddress"), nullptr);
     EXPECT_EQ(findUsbKey(""), nullptr);
@@ -206,7 +206,7 @@ TEST(UsbKey, OthersAreNone)
 
 // ---- Texts that must be read by the library ----
 
-TEST(UsbEventText, WithEveryMemberFullIsReadByTheLibrary)
+TEST(UsbEventText, with_every_member_full_is_read_by_the_library)
 {
     UsbDevice device = kvosim::newUsbDevice({});
     for (const kvosim::UsbKey &key : kvosim::usbKeys()) {
@@ -227,7 +227,7 @@ TEST(UsbEventText, WithEveryMemberFullIsReadByTheLibrary)
     EXPECT_STREQ(removed.ipAddress, "10.0.0.5");
 }
 
-TEST(Connector, IsMadeOfTheIdents)
+TEST(Connector, is_made_of_the_idents)
 {
     EXPECT_EQ(connectorOf(deviceWith({})), "1-1.1:usb1");
     EXPECT_EQ(connectorOf(deviceWith({{"ident2", "Portal mill: ä;"}, {"ident3", "1 2"}})), "1_2:Portal_mill_____");

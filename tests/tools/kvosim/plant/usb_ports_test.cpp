@@ -39,7 +39,7 @@ protected:
     kvosim::Station b = station(0x0A000006);
 };
 
-TEST_F(UsbPorts, HoldWhatIsPluggedIn)
+TEST_F(UsbPorts, hold_what_is_plugged_in)
 {
     EXPECT_THAT(plugNew(a).text(), HasSubstr("newUSBdevice*10.0.0.5*usb1*1-1.1*"));
     EXPECT_THAT(plugNew(a).text(), HasSubstr("newUSBdevice*10.0.0.5*usb2*1-1.2*"));
@@ -52,14 +52,14 @@ TEST_F(UsbPorts, HoldWhatIsPluggedIn)
     EXPECT_EQ(b.panel.usbDevices.size(), 1U);
 }
 
-TEST_F(UsbPorts, RefuseADeviceWithoutHoldingIt)
+TEST_F(UsbPorts, refuse_a_device_without_holding_it)
 {
     const UsbNews news = refuse(a, newUsbDeviceFor(a.panel));
     EXPECT_EQ(news.text(), "ignoreUSBdevice*10.0.0.5*usb1*1-1.1*Simulated device*1.00*refused*00000000*00000000*0000*");
     EXPECT_TRUE(a.panel.usbDevices.empty());
 }
 
-TEST_F(UsbPorts, KnowADeviceByEachOfItsIdents)
+TEST_F(UsbPorts, know_a_device_by_each_of_its_idents)
 {
     plugNew(a);
     plugNew(a);
@@ -75,7 +75,7 @@ UsbDevice called(const std::string &ident2, const std::string &ident3)
     return device;
 }
 
-TEST_F(UsbPorts, DoNotGuessBetweenDevices)
+TEST_F(UsbPorts, do_not_guess_between_devices)
 {
     plug(a, called("x", "1"));
     plug(a, called("x", "2"));
@@ -88,7 +88,7 @@ TEST_F(UsbPorts, DoNotGuessBetweenDevices)
     EXPECT_EQ(ident2Of(unplug(a, "1").device), "y");
 }
 
-TEST_F(UsbPorts, RefuseWhatIsNotThere)
+TEST_F(UsbPorts, refuse_what_is_not_there)
 {
     EXPECT_THAT([&] { unplug(a, "usb1"); },
                 ThrowsMessage<tools::Refused>("no device \"usb1\" at 10.0.0.5; plugged in there: nothing"));
@@ -98,7 +98,7 @@ TEST_F(UsbPorts, RefuseWhatIsNotThere)
     EXPECT_THROW(unplug(a, "usb1"), tools::Refused) << "it is plugged in elsewhere";
 }
 
-TEST_F(UsbPorts, HoldEachDeviceOnce)
+TEST_F(UsbPorts, hold_each_device_once)
 {
     const UsbDevice device = plugNew(a).device;
     EXPECT_THAT([&] { plug(a, device); },
@@ -107,7 +107,7 @@ TEST_F(UsbPorts, HoldEachDeviceOnce)
     EXPECT_EQ(plug(b, device).event, UsbEvent::plugged);
 }
 
-TEST_F(UsbPorts, SeeNothingWhileTheStationReboots)
+TEST_F(UsbPorts, see_nothing_while_the_station_reboots)
 {
     plugNew(a);
     a.panel.rebootsUntil = kvosim::Clock::now() + std::chrono::minutes(1);
@@ -121,7 +121,7 @@ TEST_F(UsbPorts, SeeNothingWhileTheStationReboots)
 
 // ---- The lock ----
 
-TEST_F(UsbPorts, AreLockedByTheFirstNumber)
+TEST_F(UsbPorts, are_locked_by_the_first_number)
 {
     for (const char *open : {"0:0", "0:1", "00:4294967295"}) {
         a.panel.usbLock = open;
@@ -133,7 +133,7 @@ TEST_F(UsbPorts, AreLockedByTheFirstNumber)
     }
 }
 
-TEST_F(UsbPorts, LockedRefuseNewcomersAndKeepTheOthers)
+TEST_F(UsbPorts, locked_refuse_newcomers_and_keep_the_others)
 {
     plugNew(a);
     ASSERT_TRUE(kvosim::takeUsbLock(plant, "setUsbLock=\"2:0\" 10.0.0.5\n"));
@@ -147,7 +147,7 @@ TEST_F(UsbPorts, LockedRefuseNewcomersAndKeepTheOthers)
 
 // ---- The commands ----
 
-TEST_F(UsbPorts, StandInTheConnectorLists)
+TEST_F(UsbPorts, stand_in_the_connector_lists)
 {
     EXPECT_EQ(ask("getUsbConnectorList"), "usb-connector-list=10.0.0.5 X60:keyboard X61:free");
     EXPECT_EQ(ask("getUsbConnectorListOne=0A000006"), "usb-connector-list-one=");
@@ -163,7 +163,7 @@ TEST_F(UsbPorts, StandInTheConnectorLists)
     EXPECT_EQ(ask("getUsbConnectorList"), "usb-connector-list=10.0.0.5 X60:keyboard X61:free 1-1.1:usb1");
 }
 
-TEST_F(UsbPorts, AreSilentInTheConnectorListsWhileScannedOrAway)
+TEST_F(UsbPorts, are_silent_in_the_connector_lists_while_scanned_or_away)
 {
     plugNew(b);
     b.panel.usbScanning = 1;
@@ -175,7 +175,7 @@ TEST_F(UsbPorts, AreSilentInTheConnectorListsWhileScannedOrAway)
     EXPECT_EQ(ask("getUsbConnectorList"), "usb-connector-list=10.0.0.5 X60:keyboard X61:free");
 }
 
-TEST_F(UsbPorts, ActivationIsAskedForByCommands)
+TEST_F(UsbPorts, activation_is_asked_for_by_commands)
 {
     EXPECT_EQ(ask("isUSBEventsActivated"), "no");
     EXPECT_EQ(ask("deactivateUSBEvents"), "ok") << "also when they are not";

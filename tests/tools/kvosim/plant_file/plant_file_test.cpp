@@ -19,7 +19,7 @@ using testing::ThrowsMessage;
 std::string station(const std::string &keys) { return "[[station]]\n" + keys; }
 const std::string kMinimal = "address = \"10.0.0.5\"\nname = \"A\"\n";
 
-TEST(PlantFile, EmptyFileIsAPlantWithoutStations)
+TEST(PlantFile, empty_file_is_a_plant_without_stations)
 {
     const kvosim::Plant plant = parsePlant("", "p");
     EXPECT_TRUE(plant.stations().empty());
@@ -30,7 +30,7 @@ TEST(PlantFile, EmptyFileIsAPlantWithoutStations)
     EXPECT_TRUE(plant.previous.empty());
 }
 
-TEST(PlantFile, ServiceKeysAreRead)
+TEST(PlantFile, service_keys_are_read)
 {
     const kvosim::Plant plant =
         parsePlant("[service]\nversion = \"V2\"\ninit_time_ms = 250\ndebug_level = 2\nbacklight = 0\n", "p");
@@ -40,7 +40,7 @@ TEST(PlantFile, ServiceKeysAreRead)
     EXPECT_EQ(plant.service.backlight, 0U);
 }
 
-TEST(PlantFile, StationKeysAreRead)
+TEST(PlantFile, station_keys_are_read)
 {
     kvosim::Plant plant = parsePlant(station("address = \"10.0.0.5\"\nname = \"Fräse 1\"\nattr1 = 0xFFFFFFFF\nattr2 = 2\n"
                                              "attr3 = 3\next = [1, 2, 3, 4, 5, 6, 0xFFFFFFFF]\nbrightness = 0\n"),
@@ -61,7 +61,7 @@ TEST(PlantFile, StationKeysAreRead)
     EXPECT_EQ(plant.findPanel(0x0A000005)->brightness, 0U);
 }
 
-TEST(PlantFile, AbsentStationKeysHaveDefaults)
+TEST(PlantFile, absent_station_keys_have_defaults)
 {
     kvosim::Plant plant = parsePlant(station(kMinimal), "p");
     const ConnectionEntry &only = plant.stations().front();
@@ -69,14 +69,14 @@ TEST(PlantFile, AbsentStationKeysHaveDefaults)
     EXPECT_EQ(plant.findPanel(only.address)->brightness, 1U);
 }
 
-TEST(PlantFile, LongestNameIsTaken)
+TEST(PlantFile, longest_name_is_taken)
 {
     const std::string name(259, 'n');
     const kvosim::Plant plant = parsePlant(station("address = \"10.0.0.5\"\nname = \"" + name + "\"\n"), "p");
     EXPECT_EQ(plant.stations().front().name, name);
 }
 
-TEST(PlantFile, PreviousEntriesAreRead)
+TEST(PlantFile, previous_entries_are_read)
 {
     const kvosim::Plant plant = parsePlant("[[registry.previous]]\naddress = \"10.0.0.1\"\nname = \"P\"\nattr3 = 7\n", "p");
     ASSERT_EQ(plant.previous.size(), 1U);
@@ -85,12 +85,12 @@ TEST(PlantFile, PreviousEntriesAreRead)
     EXPECT_EQ(plant.previous[0].attr3, 7U);
 }
 
-TEST(PlantFile, BuiltInPlantHasThreeStations)
+TEST(PlantFile, built_in_plant_has_three_stations)
 {
     EXPECT_EQ(parsePlant(kvosim::kBuiltInPlant, "built-in").stations().size(), 3U);
 }
 
-TEST(PlantFile, ExampleIsAVariedPlant)
+TEST(PlantFile, example_is_a_varied_plant)
 {
     const kvosim::Plant plant = kvosim::loadPlant(EXAMPLE_PLANT);
     const auto stations = plant.stations();
@@ -104,7 +104,7 @@ TEST(PlantFile, ExampleIsAVariedPlant)
     EXPECT_FALSE(plant.previous.empty());
 }
 
-TEST(PlantFile, MissingFileIsNamed)
+TEST(PlantFile, missing_file_is_named)
 {
     const kvosim_test::TemporaryDirectory directory;
     for (const auto &path : {directory / "none.toml", directory.path()}) {
@@ -113,7 +113,7 @@ TEST(PlantFile, MissingFileIsNamed)
     }
 }
 
-TEST(PlantFile, LoadsFromAFileThatMayBeEmpty)
+TEST(PlantFile, loads_from_a_file_that_may_be_empty)
 {
     const kvosim_test::TemporaryDirectory directory;
     const auto path = directory / "plant.toml";
@@ -133,7 +133,7 @@ struct Mistake : kvosim_test::NamedRow {
 
 class PlantFileMistake : public testing::TestWithParam<Mistake> {};
 
-TEST_P(PlantFileMistake, IsTold)
+TEST_P(PlantFileMistake, is_reported)
 {
     EXPECT_THAT([&] { parsePlant(GetParam().text, "plant.toml"); },
                 ThrowsMessage<PlantFileError>(HasSubstr(GetParam().message)));

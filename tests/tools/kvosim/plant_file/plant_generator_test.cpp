@@ -16,21 +16,21 @@ std::string generated(uint32_t count, uint64_t seed = 1)
     return text.str();
 }
 
-TEST(PlantGenerator, PlantLoadsAgain)
+TEST(PlantGenerator, plant_loads_again)
 {
     for (const uint32_t count : {0U, 1U, 254U, 255U, 10'000U}) {
         EXPECT_EQ(kvosim::parsePlant(generated(count), "generated").stations().size(), count);
     }
 }
 
-TEST(PlantGenerator, SameSeedGivesTheSamePlant)
+TEST(PlantGenerator, same_seed_gives_the_same_plant)
 {
     EXPECT_EQ(generated(500, 7), generated(500, 7));
     EXPECT_NE(generated(500, 7), generated(500, 8));
 }
 
 // The same on every machine and with every compiler: a change here changes everybody's plants.
-TEST(PlantGenerator, FirstStationIsKnown)
+TEST(PlantGenerator, first_station_is_known)
 {
     EXPECT_EQ(generated(1), R"(# 1 generated stations, seed 1
 
@@ -47,7 +47,7 @@ ext = [848, 0, 277, 180, 169, 523, 783]
 )");
 }
 
-TEST(PlantGenerator, AddressesSkipTheNetsOwn)
+TEST(PlantGenerator, addresses_skip_the_nets_own)
 {
     const std::string text = generated(255);
     const kvosim::Plant plant = kvosim::parsePlant(text, "generated");
@@ -56,7 +56,7 @@ TEST(PlantGenerator, AddressesSkipTheNetsOwn)
     EXPECT_EQ(plant.stations()[254].address, 0x0A000101U);
 }
 
-TEST(PlantGenerator, AttributesReachTheEndsOfTheirRange)
+TEST(PlantGenerator, attributes_reach_the_ends_of_their_range)
 {
     const std::string text = generated(1000);
     const kvosim::Plant plant = kvosim::parsePlant(text, "generated");

@@ -42,7 +42,7 @@ struct Range : kvosim_test::NamedRow {
 
 class StationKeyRange : public testing::TestWithParam<Range> {};
 
-TEST_P(StationKeyRange, IsItsOwn)
+TEST_P(StationKeyRange, is_its_own)
 {
     for (const std::string &value : GetParam().taken) {
         EXPECT_EQ(written(readBack(GetParam().name, value)), value);
@@ -123,7 +123,7 @@ const std::vector<Range> kRanges = {
 
 INSTANTIATE_TEST_SUITE_P(Table, StationKeyRange, testing::ValuesIn(kRanges), kvosim_test::kNameOfRow);
 
-TEST(StationKeys, AllHaveARowAbove)
+TEST(StationKeys, all_have_a_row_above)
 {
     std::set<std::string_view> rows;
     for (const Range &row : kRanges) {
@@ -135,7 +135,7 @@ TEST(StationKeys, AllHaveARowAbove)
     EXPECT_EQ(rows.size(), kvosim::stationKeys().size());
 }
 
-TEST(StationKeys, EachHasAValueOfItsOwn)
+TEST(StationKeys, each_has_a_value_of_its_own)
 {
     for (const kvosim::StationKey &changed : kvosim::stationKeys()) {
         ConnectionEntry entry{};
@@ -160,7 +160,7 @@ TEST(StationKeys, EachHasAValueOfItsOwn)
     }
 }
 
-TEST(StationKeys, TypedNumbersMayBeHexadecimal)
+TEST(StationKeys, typed_numbers_may_be_hexadecimal)
 {
     const kvosim::StationKey &key = kvosim::stationKey("hardware_caps");
     EXPECT_EQ(kvosim::typed(key, "0x1F"), Value(int64_t{31}));
@@ -172,7 +172,7 @@ TEST(StationKeys, TypedNumbersMayBeHexadecimal)
 
 // ---- The service, its clients and faults ----
 
-TEST(PlantKeys, ServiceClientsAndFaultsAreRead)
+TEST(PlantKeys, service_clients_and_faults_are_read)
 {
     const kvosim::Plant plant =
         parsePlant("[service]\nfocus_hold_ms = 250\nusb_lock_address = \"0.0.0.0\"\n"
@@ -200,7 +200,7 @@ TEST(PlantKeys, ServiceClientsAndFaultsAreRead)
 
 // ---- USB devices ----
 
-TEST(PlantKeys, UsbDevicesArePluggedIn)
+TEST(PlantKeys, usb_devices_are_plugged_in)
 {
     kvosim::Plant plant = parsePlant(kMinimal + R"toml(
 usb_lock = "1:0"
@@ -241,7 +241,7 @@ struct Mistake : kvosim_test::NamedRow {
 
 class PlantKeyMistake : public testing::TestWithParam<Mistake> {};
 
-TEST_P(PlantKeyMistake, IsTold)
+TEST_P(PlantKeyMistake, is_reported)
 {
     EXPECT_THAT([&] { parsePlant(GetParam().text, "plant.toml"); },
                 ThrowsMessage<PlantFileError>(testing::StartsWith(GetParam().message)));
@@ -305,7 +305,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 // ---- The example ----
 
-TEST(ExamplePlant, HasStationsOfEveryKind)
+TEST(ExamplePlant, has_stations_of_every_kind)
 {
     kvosim::Plant plant = kvosim::loadPlant(EXAMPLE_PLANT);
     const auto panels = plant.panels();

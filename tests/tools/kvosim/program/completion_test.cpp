@@ -22,7 +22,7 @@ std::string complete(std::vector<std::string> words)
     return ended.out;
 }
 
-TEST(Completion, OffersStationsWithoutARequestToTheService)
+TEST(Completion, offers_stations_without_a_request_to_the_service)
 {
     const RunningService service;
     EXPECT_THAT(complete({"station", "10.0.0.5"}), "words\n10.0.0.5\tLathe 1\n");
@@ -30,23 +30,23 @@ TEST(Completion, OffersStationsWithoutARequestToTheService)
     EXPECT_THAT(kvosimEnds({"status", "--json"}).out, HasSubstr("\"exchanges\":0")) << "faults would have counted one";
 }
 
-TEST(Completion, OffersDevices)
+TEST(Completion, offers_devices)
 {
     const RunningService service;
     ASSERT_EQ(kvosimEnds({"usb", "plug", "10.0.0.5", "--ident2", "stick"}).status, 0);
     EXPECT_THAT(complete({"usb", "unplug", "10.0.0.5", "st"}), HasSubstr("\nstick\t10.0.0.5, Memory stick\n"));
 }
 
-TEST(Completion, OffersNothingWithoutASimulator) { EXPECT_THAT(complete({"station", ""}), "words\n"); }
+TEST(Completion, offers_nothing_without_a_simulator) { EXPECT_THAT(complete({"station", ""}), "words\n"); }
 
-TEST(Completion, OffersWordsKeysAndKeywords)
+TEST(Completion, offers_words_keys_and_keywords)
 {
     EXPECT_THAT(complete({"fault", "add", "s"}), "words\nsplit\t\nsilent\t\n");
     EXPECT_THAT(complete({"station", "x", "--set", "a=1", "mcp"}), "words\nmcp_address=\t\n");
     EXPECT_THAT(complete({"fault", "add", "delay", "--command", "getVer"}), "words\ngetVersion\t\n");
 }
 
-TEST(Completion, KnowsFilesDirectoriesAndTheCommandThatIsRun)
+TEST(Completion, knows_files_directories_and_the_command_that_is_run)
 {
     EXPECT_EQ(complete({"serve", "--plant", ""}), "files\n");
     EXPECT_EQ(complete({"serve", "--registry", ""}), "directories\n");

@@ -27,7 +27,7 @@ struct Row : kvosim_test::NamedRow {
 
 class Steering : public testing::TestWithParam<Row> {};
 
-TEST_P(Steering, Answers)
+TEST_P(Steering, answers)
 {
     const RunningService service;
     const Ended ended = kvosimEnds(GetParam().arguments);
@@ -75,7 +75,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 class WithoutASimulator : public testing::TestWithParam<std::vector<std::string>> {};
 
-TEST_P(WithoutASimulator, IsToldWithItsOwnStatus)
+TEST_P(WithoutASimulator, has_a_status_of_its_own)
 {
     const Ended ended = kvosimEnds(GetParam());
     EXPECT_EQ(ended.status, 3);
@@ -89,7 +89,7 @@ INSTANTIATE_TEST_SUITE_P(Table, WithoutASimulator,
                                          std::vector<std::string>{"fault", "add", "close"},
                                          std::vector<std::string>{"fault", "clear", "--json"}));
 
-TEST(Steering, ChangesLastFromOneCallToTheNext)
+TEST(Steering, changes_last_from_one_call_to_the_next)
 {
     const RunningService service;
     EXPECT_EQ(kvosimEnds({"station", "Lathe 1", "--set", "backlight=0", "dpi=0x60"}).status, 0);
@@ -101,7 +101,7 @@ TEST(Steering, ChangesLastFromOneCallToTheNext)
     EXPECT_EQ(exchange("showDPI=0A000005\n"), "dpi=96\n");
 }
 
-TEST(Steering, ReachesTheSimulatorOfARun)
+TEST(Steering, reaches_the_simulator_of_a_run)
 {
     Program run({KVOSIM_PROGRAM, "run", "--usb-lock-address", "127.0.0.1:0", "--", "sh", "-c",
                  KVOSIM_PROGRAM " station 'Panel 1' --set kvo_index=7 --json && " ASK_PROGRAM
@@ -112,7 +112,7 @@ TEST(Steering, ReachesTheSimulatorOfARun)
     EXPECT_EQ(run.err(), "");
 }
 
-TEST(Steering, VerboseServiceTellsOfFaultsAndDatagrams)
+TEST(Steering, verbose_service_logs_faults_and_datagrams)
 {
     Program service({KVOSIM_PROGRAM, "serve", "--plant", EXAMPLE_PLANT, "--verbose", "--usb-lock-address", "127.0.0.1:0"});
     ASSERT_TRUE(service.hasWritten("kvosim: serving")) << service.err();
@@ -135,7 +135,7 @@ TEST(Steering, VerboseServiceTellsOfFaultsAndDatagrams)
 
 // ---- The place of the USB lock ----
 
-TEST(UsbLockAddress, TakenIsAnErrorWhereItWasGiven)
+TEST(UsbLockAddress, taken_is_an_error_where_it_was_given)
 {
     const RunningService service("", {.usbLockAddress = "127.0.0.1:0"});
     const std::string taken = service.usbLockAddress();
@@ -145,7 +145,7 @@ TEST(UsbLockAddress, TakenIsAnErrorWhereItWasGiven)
                              ": the port is in use, perhaps by another simulator\n");
 }
 
-TEST(UsbLockAddress, DefaultMayBeTaken)
+TEST(UsbLockAddress, default_may_be_taken)
 {
     // Whoever has the port meanwhile, this test or another one: somebody has.
     kvosim::EventLoop loop;
@@ -163,14 +163,14 @@ TEST(UsbLockAddress, DefaultMayBeTaken)
     }
 }
 
-TEST(UsbLockAddress, MalformedIsWrongUse)
+TEST(UsbLockAddress, malformed_is_wrong_use)
 {
     const Ended ended = kvosimEnds({"run", "--usb-lock-address", "localhost", "--", "true"});
     EXPECT_EQ(ended.status, 2);
     EXPECT_THAT(ended.err, HasSubstr("--usb-lock-address: write ADDRESS or ADDRESS:PORT"));
 }
 
-TEST(Run, KeepsItsDatagramsOnThisMachine)
+TEST(Run, keeps_its_datagrams_on_this_machine)
 {
     const std::vector<std::string> run{"run", "--usb-lock-address", "none", "--", "sh", "-c", "echo $KVO_PLATFORM_INTERFACE"};
     unsetenv("KVO_PLATFORM_INTERFACE");

@@ -61,7 +61,7 @@ std::future<void> answers(Agent &agent)
     });
 }
 
-TEST(RemoteProgram, AsksListsLogsAndRuns)
+TEST(RemoteProgram, asks_lists_logs_and_runs)
 {
     Serving serving({"--remote", "3,4", "--verbose"});
     ASSERT_TRUE(serving.ready) << serving.program().err();
@@ -108,7 +108,7 @@ TEST(RemoteProgram, AsksListsLogsAndRuns)
               "session 3, 127.0.0.1:5853, closed for a time\nsession 4, 127.0.0.1:5854, no agent\n");
 }
 
-TEST(RemoteProgram, FollowsTheLog)
+TEST(RemoteProgram, follows_the_log)
 {
     const Serving serving({"--remote", "3"});
     ASSERT_TRUE(serving.ready);
@@ -121,7 +121,7 @@ TEST(RemoteProgram, FollowsTheLog)
     EXPECT_EQ(following.wait(), -SIGTERM);
 }
 
-TEST(RemoteProgram, WithoutAnAnswerTheStatusIsOne)
+TEST(RemoteProgram, without_an_answer_the_status_is_one)
 {
     const Serving serving({"--remote", "3"});
     ASSERT_TRUE(serving.ready);
@@ -131,7 +131,7 @@ TEST(RemoteProgram, WithoutAnAnswerTheStatusIsOne)
     EXPECT_EQ(ended.err, "kvosim: no reply within 1 s\n");
 }
 
-TEST(RemoteProgram, APortInUseIsNamed)
+TEST(RemoteProgram, a_port_in_use_is_named)
 {
     const Serving first({"--remote", "3"});
     ASSERT_TRUE(first.ready);
@@ -141,7 +141,7 @@ TEST(RemoteProgram, APortInUseIsNamed)
                           "simulator or a real hardware service\n");
 }
 
-TEST(RemoteProgram, ServesTheNetworkWhereItIsTold)
+TEST(RemoteProgram, serves_the_network_where_the_option_says_so)
 {
     const Serving serving({"--remote", "3", "--remote-address", "0.0.0.0"});
     ASSERT_TRUE(serving.ready);
@@ -156,7 +156,7 @@ struct WrongRow : kvosim_test::NamedRow {
 
 class WrongUse : public testing::TestWithParam<WrongRow> {};
 
-TEST_P(WrongUse, IsToldAndEndsWithTwo)
+TEST_P(WrongUse, is_reported_and_ends_with_two)
 {
     const Serving serving({"--remote", "3"});
     ASSERT_TRUE(serving.ready);
@@ -189,7 +189,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 class WithoutSimulator : public testing::TestWithParam<const char *> {};
 
-TEST_P(WithoutSimulator, EndsWithThree)
+TEST_P(WithoutSimulator, ends_with_three)
 {
     const Ended ended = kvosimEnds(std::string(GetParam()) == "event" ? std::vector<std::string>{"event", "a, b"}
                                                                       : std::vector<std::string>{"remote", GetParam()});
@@ -201,7 +201,7 @@ INSTANTIATE_TEST_SUITE_P(All, WithoutSimulator, testing::Values("list", "log", "
 
 // ---- Events of embedded stations ----
 
-TEST(EventProgram, TellsHowManyGotIt)
+TEST(EventProgram, shows_how_many_got_it)
 {
     Serving serving({"--alive", "0"});
     ASSERT_TRUE(serving.ready);
@@ -218,7 +218,7 @@ TEST(EventProgram, TellsHowManyGotIt)
     EXPECT_EQ(second.receiveAll(100ms), "key\nAlive?\n(nothing more came)");
 }
 
-TEST(EventProgram, AliveGoesOutAsOftenAsItIsTold)
+TEST(EventProgram, alive_goes_out_as_often_as_the_option_says)
 {
     const Serving serving({"--alive", "1"});
     ASSERT_TRUE(serving.ready);

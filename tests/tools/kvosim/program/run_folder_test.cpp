@@ -1,121 +1,35 @@
-// The folder /tmp/kvo_hws of the whole machine before, during and after "kvosim run": who makes it, and who removes it.
-#include "tools/kvosim/support/private_tmp.h"
+// The folder of the sockets that private runs make: who removes it, and when.
+#include "tools/kvosim/program/run_folder.h"
 #include "tools/kvosim/support/program.h"
 
-#include <gtest/gtest.h>
-
 #include <chrono>
-#include <filesystem>
+#include <csignal>
 #include <fstream>
+#include <gtest/gtest.h>
 #include <memory>
 #include <signal.h>
+#include <string>
 #include <sys/stat.h>
 #include <thread>
-#include <unistd.h>
+#include <vector>
+
+using namespace std::chrono_literals;
 
 namespace {
 
+using kvosim_test::goes;
+using kvosim_test::isThere;
+using kvosim_test::kFolder;
+using kvosim_test::kInNameOnly;
+using kvosim_test::makeFolder;
 using kvosim_test::Program;
-using namespace std::chrono_literals;
-
-constexpr const char *kFolder = "/tmp/kvo_hws";
-constexpr uid_t kOtherUser = 65534;
-constexpr int kInNameOnly = 0;
-
-template <typename Condition>
-bool becomesTrue(const Condition &condition)
-{
-    const auto until = std::chrono::steady_clock::now() + 10s;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > until) {
-            return false;
-        }
-        std::this_thread::sleep_for(2ms);
-    }
-    return true;
-}
-
-bool isThere(const std::string &path) { return std::filesystem::exists(std::filesystem::symlink_status(path)); }
-
-bool goes(const std::string &path)
-{
-    return becomesTrue([&] { return !isThere(path); });
-}
-
-struct stat statusOf(const std::string &path)
-{
-    struct stat status {};
-    EXPECT_EQ(lstat(path.c_str(), &status), 0) << path;
-    return status;
-}
-
-void makeFolder(mode_t mode, uid_t owner = 0)
-{
-    ASSERT_EQ(mkdir(kFolder, mode), 0);
-    ASSERT_EQ(chmod(kFolder, mode), 0);
-    ASSERT_EQ(chown(kFolder, owner, owner), 0);
-}
-
-using Words = std::vector<std::string>;
-
-Words run(const std::string &script, const Words &options = {})
-{
-    Words words{KVOSIM_PROGRAM, "run", "--usb-lock-address", "none"};
-    words.insert(words.end(), options.begin(), options.end());
-    words.insert(words.end(), {"--", "sh", "-c", script});
-    return words;
-}
-
-Words runShared(const std::string &script) { return run(script, {"--shared"}); }
-
-Words serve()
-{
-    std::ofstream("/tmp/plant.toml") << "[[station]]\naddress = \"10.0.0.5\"\nname = \"Lathe\"\n";
-    return {KVOSIM_PROGRAM, "serve", "--plant", "/tmp/plant.toml", "--usb-lock-address", "none"};
-}
-
-Words asOther(const Words &words)
-{
-    // Its temporary files cannot lie in the test's folder.
-    Words all{"env", "TMPDIR=/tmp", "setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"};
-    all.insert(all.end(), words.begin(), words.end());
-    return all;
-}
-
-/// Says that it has begun, and asks the service once more before it ends: when the file @p end is there.
-std::string waitFor(const std::string &end)
-{
-    return "echo begun; while [ ! -e " + end + " ]; do sleep 0.02; done; " ASK_PROGRAM " getCountElemDL";
-}
-
-void touch(const std::string &path) { std::ofstream(path) << ""; }
-
-class RunFolder : public testing::Test {
-protected:
-    void SetUp() override
-    {
-        const std::string reason =
-            kvosim_test::enterPrivateTmp(std::filesystem::path(KVOSIM_PROGRAM).parent_path().parent_path());
-        if (!reason.empty()) {
-            GTEST_SKIP() << reason;
-        }
-    }
-};
-
-/// With a second user who can start the program.
-class RunFolderOfTwoUsers : public RunFolder {
-protected:
-    void SetUp() override
-    {
-        RunFolder::SetUp();
-        if (!IsSkipped() && Program(asOther({KVOSIM_PROGRAM, "--version"})).wait() != 0) {
-            GTEST_SKIP() << "user number 65534 cannot reach " KVOSIM_PROGRAM;
-        }
-    }
-
-    /// Whether the other user may make namespaces, which it needs for a private run.
-    static bool mayUnshare() { return Program(asOther({"unshare", "--user", "--mount", "true"})).wait() == 0; }
-};
+using kvosim_test::run;
+using kvosim_test::RunFolder;
+using kvosim_test::serve;
+using kvosim_test::statusOf;
+using kvosim_test::touch;
+using kvosim_test::waitFor;
+using kvosim_test::Words;
 
 // ---- Private runs ----
 
@@ -278,193 +192,6 @@ TEST_F(RunFolder, stays_with_the_files_that_are_in_it)
     Program one(run("true"));
     EXPECT_EQ(one.wait(), 0) << one.err();
     EXPECT_TRUE(isThere("/tmp/kvo_hws/precious"));
-}
-
-// ---- Two users ----
-
-TEST_F(RunFolderOfTwoUsers, lets_another_user_serve_after_a_run_of_root)
-{
-    Program first(run("true"));
-    ASSERT_EQ(first.wait(), 0) << first.err();
-    serve();
-    Program service(asOther(serve()));
-    EXPECT_TRUE(service.hasWritten("kvosim: serving 1 stations")) << service.err();
-}
-
-TEST_F(RunFolderOfTwoUsers, is_removed_by_its_maker_once_the_other_user_is_done)
-{
-    if (!mayUnshare()) {
-        GTEST_SKIP() << "the kernel forbids user namespaces to ordinary users";
-    }
-    Program roots(run(waitFor("/tmp/end1")));
-    ASSERT_TRUE(roots.hasWritten("begun\n")) << roots.err();
-    Program others(asOther(run(waitFor("/tmp/end2"))));
-    ASSERT_TRUE(others.hasWritten("begun\n")) << others.err();
-    touch("/tmp/end1");
-    EXPECT_EQ(roots.wait(), 0) << "it does not wait for the other one";
-    EXPECT_TRUE(isThere(kFolder));
-    touch("/tmp/end2");
-    EXPECT_EQ(others.wait(), 0) << others.err();
-    EXPECT_EQ(others.out(), "begun\n3\n");
-    EXPECT_TRUE(goes(kFolder));
-}
-
-TEST_F(RunFolderOfTwoUsers, is_replaced_by_root_where_it_is_empty)
-{
-    makeFolder(0755, kOtherUser);
-    const ino_t before = statusOf(kFolder).st_ino;
-    Program one(run(waitFor("/tmp/end")));
-    ASSERT_TRUE(one.hasWritten("begun\n")) << one.err();
-    EXPECT_EQ(statusOf(kFolder).st_uid, 0U);
-    EXPECT_NE(statusOf(kFolder).st_ino, before) << "it is not given to root, but made";
-    touch("/tmp/end");
-    EXPECT_EQ(one.wait(), 0) << one.err();
-    EXPECT_FALSE(isThere(kFolder));
-
-    makeFolder(0755, kOtherUser);
-    const Program service(serve());
-    ASSERT_TRUE(service.hasWritten("kvosim: serving 1 stations")) << service.err();
-    EXPECT_EQ(statusOf(kFolder).st_uid, 0U);
-}
-
-TEST_F(RunFolderOfTwoUsers, is_not_replaced_under_a_run)
-{
-    if (!mayUnshare()) {
-        GTEST_SKIP() << "the kernel forbids user namespaces to ordinary users";
-    }
-    Program others(asOther(run(waitFor("/tmp/end"))));
-    ASSERT_TRUE(others.hasWritten("begun\n")) << others.err();
-    Program roots(run("true"));
-    EXPECT_EQ(roots.wait(), 0) << roots.err();
-    Program service(serve());
-    EXPECT_EQ(service.wait(), 1);
-    EXPECT_EQ(service.err(),
-              "kvosim: /tmp/kvo_hws belongs to another user (nobody, number 65534), who has \"kvosim run\" at work "
-              "there; wait for its end, or use \"kvosim run\"\n");
-    touch("/tmp/end");
-    EXPECT_EQ(others.wait(), 0) << others.err();
-    EXPECT_EQ(others.out(), "begun\n3\n");
-    EXPECT_TRUE(goes(kFolder));
-}
-
-TEST_F(RunFolderOfTwoUsers, of_another_one_is_refused_with_the_command_that_helps)
-{
-    makeFolder(0755);
-    serve();
-    Program others(asOther(serve()));
-    EXPECT_EQ(others.wait(), 1);
-    EXPECT_EQ(others.err(), "kvosim: /tmp/kvo_hws belongs to another user (root, number 0); to remove it, type "
-                            "\"sudo rm -r /tmp/kvo_hws\", or start the service as that user: \"sudo -u root kvosim ...\"\n");
-    ASSERT_EQ(chown(kFolder, kOtherUser, kOtherUser), 0);
-    touch("/tmp/kvo_hws/precious");
-    Program roots(serve());
-    EXPECT_EQ(roots.wait(), 1);
-    EXPECT_EQ(roots.err(), "kvosim: /tmp/kvo_hws belongs to another user (nobody, number 65534); to remove it, type "
-                           "\"rm -r /tmp/kvo_hws\", or start the service as that user: \"runuser -u nobody -- kvosim ...\"\n");
-    EXPECT_TRUE(isThere("/tmp/kvo_hws/precious"));
-}
-
-TEST_F(RunFolderOfTwoUsers, that_nobody_else_may_read_can_be_mounted_on)
-{
-    if (!mayUnshare()) {
-        GTEST_SKIP() << "the kernel forbids user namespaces to ordinary users";
-    }
-    makeFolder(0700);
-    Program others(asOther(run(ASK_PROGRAM " getCountElemDL")));
-    EXPECT_EQ(others.wait(), 0) << others.err();
-    EXPECT_EQ(others.out(), "3\n");
-    EXPECT_TRUE(isThere(kFolder));
-}
-
-// ---- Shared runs ----
-
-TEST_F(RunFolder, of_the_machine_is_used_by_a_shared_run_and_removed)
-{
-    Program shared(runShared(waitFor("/tmp/end")));
-    ASSERT_TRUE(shared.hasWritten("begun\n")) << shared.err();
-    Program outside({ASK_PROGRAM, "getCountElemDL"});
-    EXPECT_EQ(outside.wait(), 0) << "every program of the machine meets the service";
-    EXPECT_EQ(outside.out(), "3\n");
-    touch("/tmp/end");
-    EXPECT_EQ(shared.wait(), 0) << shared.err();
-    EXPECT_EQ(shared.out(), "begun\n3\n");
-    EXPECT_EQ(shared.err(), "");
-    EXPECT_FALSE(isThere(kFolder));
-}
-
-TEST_F(RunFolder, that_was_there_before_stays_after_a_shared_run)
-{
-    makeFolder(0755);
-    Program shared(runShared("true"));
-    EXPECT_EQ(shared.wait(), 0) << shared.err();
-    EXPECT_TRUE(std::filesystem::is_empty(kFolder));
-}
-
-TEST_F(RunFolder, is_removed_after_a_shared_run_that_is_killed)
-{
-    {
-        const Program killed(runShared(waitFor("/tmp/end")));
-        ASSERT_TRUE(killed.hasWritten("begun\n")) << killed.err();
-    }
-    EXPECT_TRUE(goes(kFolder)) << "its sockets go with it";
-}
-
-TEST_F(RunFolder, is_given_to_one_shared_run_after_the_other)
-{
-    Program first(runShared(waitFor("/tmp/end")));
-    ASSERT_TRUE(first.hasWritten("begun\n")) << first.err();
-    Program second(runShared("test -e /tmp/end && " ASK_PROGRAM " getCountElemDL"));
-    EXPECT_TRUE(becomesTrue([&] { return second.err().ends_with(" to end\n"); }));
-    EXPECT_EQ(second.err(), "kvosim: waiting for another \"kvosim run --shared\" to end\n");
-    touch("/tmp/end");
-    EXPECT_EQ(first.wait(), 0) << first.err();
-    EXPECT_EQ(second.wait(), 0) << second.err();
-    EXPECT_EQ(second.out(), "3\n");
-    EXPECT_EQ(second.err(), "kvosim: waiting for another \"kvosim run --shared\" to end\n") << "it says so once";
-    EXPECT_FALSE(isThere(kFolder));
-}
-
-TEST_F(RunFolderOfTwoUsers, is_given_to_a_shared_run_after_that_of_another_user)
-{
-    Program first(runShared(waitFor("/tmp/end")));
-    ASSERT_TRUE(first.hasWritten("begun\n")) << first.err();
-    Program second(asOther(runShared("test -e /tmp/end && " ASK_PROGRAM " getCountElemDL")));
-    EXPECT_TRUE(becomesTrue([&] { return second.err().ends_with(" to end\n"); }));
-    touch("/tmp/end");
-    EXPECT_EQ(first.wait(), 0) << first.err();
-    EXPECT_EQ(second.wait(), 0) << second.err();
-    EXPECT_EQ(second.err(), "kvosim: waiting for \"kvosim run\" of another user (root, number 0) to end\n");
-    EXPECT_EQ(second.out(), "3\n");
-    EXPECT_TRUE(goes(kFolder));
-}
-
-TEST_F(RunFolder, of_a_live_service_is_refused_to_a_shared_run)
-{
-    const Program service(serve());
-    ASSERT_TRUE(service.hasWritten("kvosim: serving 1 stations")) << service.err();
-    Program shared(runShared("echo started"));
-    EXPECT_EQ(shared.wait(), 1);
-    EXPECT_EQ(shared.out(), "");
-    EXPECT_EQ(shared.err(), "kvosim: a service is running at /tmp/kvo_hws/cmd_sock already; end it first, or start the command "
-                            "without kvosim to use that service\n");
-    Program question({ASK_PROGRAM, "getCountElemDL"});
-    EXPECT_EQ(question.wait(), 0);
-    EXPECT_EQ(question.out(), "1\n") << "the service goes on";
-    EXPECT_FALSE(isThere("/tmp/kvo_hws/.kvosim_turn"));
-}
-
-TEST_F(RunFolder, is_common_to_private_and_shared_runs)
-{
-    Program shared(runShared(waitFor("/tmp/end1")));
-    ASSERT_TRUE(shared.hasWritten("begun\n")) << shared.err();
-    Program own(run(waitFor("/tmp/end2")));
-    ASSERT_TRUE(own.hasWritten("begun\n")) << "a private run waits for none: " << own.err();
-    touch("/tmp/end1");
-    EXPECT_EQ(shared.wait(), 0) << shared.err();
-    touch("/tmp/end2");
-    EXPECT_EQ(own.wait(), 0) << own.err();
-    EXPECT_EQ(own.out(), "begun\n3\n");
-    EXPECT_TRUE(goes(kFolder));
 }
 
 }  // namespace

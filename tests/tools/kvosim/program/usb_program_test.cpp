@@ -60,7 +60,7 @@ protected:
     }
 };
 
-TEST_P(Usb, Answers)
+TEST_P(Usb, answers)
 {
     const RunningService service(kPlant);
     const Ended ended = run();
@@ -118,7 +118,7 @@ INSTANTIATE_TEST_SUITE_P(
         Row{"storm_help", {"storm", "--help"}, 0, "Examples:\n  kvosim usb storm", ""}),
     kvosim_test::kNameOfRow);
 
-TEST(UsbCommands, WithoutASimulatorHaveAStatusOfTheirOwn)
+TEST(UsbCommands, without_a_simulator_have_a_status_of_their_own)
 {
     for (const std::vector<std::string> &arguments :
          {std::vector<std::string>{"usb", "plug", "10.0.0.5"}, {"usb", "list"}, {"usb", "storm", "--count", "1"}}) {
@@ -126,7 +126,7 @@ TEST(UsbCommands, WithoutASimulatorHaveAStatusOfTheirOwn)
     }
 }
 
-TEST(UsbCommands, TakeEveryField)
+TEST(UsbCommands, take_every_field)
 {
     const RunningService service;
     const Ended plugged =
@@ -157,7 +157,7 @@ TEST(UsbCommands, TakeEveryField)
     EXPECT_EQ(device.dump(), wanted.dump());
 }
 
-TEST(UsbCommands, TellWhatBecameOfTheEvent)
+TEST(UsbCommands, report_what_became_of_the_event)
 {
     const RunningService service;
     exchange("activateUSBEvents\n");
@@ -169,7 +169,7 @@ TEST(UsbCommands, TellWhatBecameOfTheEvent)
     EXPECT_THAT(receiver.requests(), ElementsAre("removeUSBdevice*10.0.0.5*usb1*1-1.1*\n"));
 }
 
-TEST(UsbCommands, WaitLongerThanUsualForASilentReceiver)
+TEST(UsbCommands, wait_longer_than_usual_for_a_silent_receiver)
 {
     const RunningService service;
     exchange("activateUSBEvents\n");
@@ -182,7 +182,7 @@ TEST(UsbCommands, WaitLongerThanUsualForASilentReceiver)
     EXPECT_EQ(first.wait(), 0);
 }
 
-TEST(UsbCommands, StormPrintsItsSums)
+TEST(UsbCommands, storm_prints_its_sums)
 {
     const RunningService service;
     exchange("activateUSBEvents\n");
@@ -193,7 +193,7 @@ TEST(UsbCommands, StormPrintsItsSums)
     EXPECT_EQ(tools::Json::parse(kvosimEnds({"usb", "storm", "--count", "2", "--json"}).out)["delivered"], 2);
 }
 
-TEST(UsbCommands, StormEndsOnInterrupt)
+TEST(UsbCommands, storm_ends_on_interrupt)
 {
     const RunningService service;
     exchange("activateUSBEvents\n");
@@ -217,7 +217,7 @@ Program servingWith(const std::vector<std::string> &more = {})
     return Program(command);
 }
 
-TEST(UsbService, EndsOnASignalWhileAReceiverIsSilent)
+TEST(UsbService, ends_on_a_signal_while_a_receiver_is_silent)
 {
     Program service = servingWith();
     ASSERT_TRUE(service.hasWritten("kvosim: serving")) << service.err();
@@ -235,7 +235,7 @@ TEST(UsbService, EndsOnASignalWhileAReceiverIsSilent)
     EXPECT_EQ(service.err(), "");
 }
 
-TEST(UsbService, PassesSignalsOnAfterADelivery)
+TEST(UsbService, passes_signals_on_after_a_delivery)
 {
     // The delivery's thread must not be the one that a signal meets.
     Program run({KVOSIM_PROGRAM, "run", "--usb-lock-address", "none", "--", "sh", "-c",
@@ -246,7 +246,7 @@ TEST(UsbService, PassesSignalsOnAfterADelivery)
     EXPECT_EQ(run.wait(), 7);
 }
 
-TEST(UsbService, LogsEventsWhenVerbose)
+TEST(UsbService, logs_events_when_verbose)
 {
     Program service = servingWith({"--verbose"});
     ASSERT_TRUE(service.hasWritten("kvosim: serving")) << service.err();

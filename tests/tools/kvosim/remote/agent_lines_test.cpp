@@ -20,7 +20,7 @@ std::vector<std::string> all(AgentLines &lines, std::string_view unended = {})
     return texts;
 }
 
-TEST(AgentLines, EndWithALineFeedAndLoseACarriageReturn)
+TEST(AgentLines, end_with_a_line_feed_and_lose_a_carriage_return)
 {
     AgentLines lines;
     lines.add("pong\r\nok\n\r\nhalf");
@@ -40,7 +40,7 @@ struct Row : kvosim_test::NamedRow {
 
 class None : public testing::TestWithParam<Row> {};
 
-TEST_P(None, IsCutWhereItEnds)
+TEST_P(None, is_cut_where_it_ends)
 {
     AgentLines whole;
     whole.add(GetParam().bytes);
@@ -71,7 +71,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Row{"another_tag", "042:none", "043:none\r\n", {"043:none"}, false}),
     kvosim_test::kNameOfRow);
 
-TEST(AgentLines, NoneIsTakenWhereNothingFollows)
+TEST(AgentLines, none_is_taken_where_nothing_follows)
 {
     AgentLines lines;
     lines.add("pong\r\n042:none");
@@ -83,7 +83,7 @@ TEST(AgentLines, NoneIsTakenWhereNothingFollows)
     EXPECT_FALSE(lines.holdsNone());
 }
 
-TEST(AgentLines, AreBounded)
+TEST(AgentLines, are_bounded)
 {
     AgentLines lines;
     lines.add(std::string(kvosim::kLongestAgentLine, 'x'));
@@ -98,7 +98,7 @@ TEST(AgentLines, AreBounded)
     EXPECT_FALSE(longest.overlong());
 }
 
-TEST(AgentLines, KnowTagsAndNumbers)
+TEST(AgentLines, know_tags_and_numbers)
 {
     EXPECT_EQ(kvosim::tagOf("042:pong"), "042:");
     EXPECT_EQ(kvosim::tagOf("42:pong"), "");

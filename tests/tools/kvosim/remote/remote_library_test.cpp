@@ -94,7 +94,7 @@ protected:
     void *instance = nullptr;
 };
 
-TEST_F(LibraryAgent, AnswersEveryCommand)
+TEST_F(LibraryAgent, answers_every_command)
 {
     start("focusKvoIp=10.0.0.5");
     if (HasFatalFailure()) {
@@ -191,7 +191,7 @@ TEST_F(LibraryAgent, AnswersEveryCommand)
 
 // Then the address that the agent goes on with is that of the description, its bytes in the plain order; the lock's datagram
 // has them turned.
-TEST_F(LibraryAgent, AnswersForAStationThatItKnowsByName)
+TEST_F(LibraryAgent, answers_for_a_station_that_it_knows_by_name)
 {
     std::strcpy(gFocusName, "Lathe 1");
     start("focusKvoName=Lathe 1");
@@ -209,7 +209,7 @@ TEST_F(LibraryAgent, AnswersForAStationThatItKnowsByName)
     EXPECT_EQ(lock, "usb-lock=1:9");
 }
 
-TEST_F(LibraryAgent, IndicationsComeInOrder)
+TEST_F(LibraryAgent, indications_come_in_order)
 {
     start("focusKvoIp=10.0.0.5");
     if (HasFatalFailure()) {
@@ -257,7 +257,7 @@ TEST_F(LibraryAgent, IndicationsComeInOrder)
     EXPECT_EQ(next, std::vector<int>(kThreads, kEach));
 }
 
-TEST_F(LibraryAgent, ComesAgainAfterItWasClosed)
+TEST_F(LibraryAgent, comes_again_after_it_was_closed)
 {
     start("focusKvoIp=10.0.0.5");
     if (HasFatalFailure()) {

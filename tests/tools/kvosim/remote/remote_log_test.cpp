@@ -8,7 +8,7 @@ namespace {
 using kvosim::RemoteLog;
 using kvosim::RemoteRecord;
 
-TEST(RemoteLog, KeepsTheLastRecords)
+TEST(RemoteLog, keeps_the_last_records)
 {
     uint64_t told = 0;
     RemoteLog log([&](const RemoteRecord &record) { told = record.number; });
@@ -21,7 +21,7 @@ TEST(RemoteLog, KeepsTheLastRecords)
     EXPECT_EQ(told, RemoteLog::kMostRecords + 10);
 }
 
-TEST(RemoteLog, KeepsSoManyBytes)
+TEST(RemoteLog, keeps_so_many_bytes)
 {
     RemoteLog log([](const RemoteRecord &) {});
     const std::string text(4096, 'x');
@@ -32,7 +32,7 @@ TEST(RemoteLog, KeepsSoManyBytes)
     EXPECT_EQ(log.last(), 1000U);
 }
 
-TEST(RemoteLog, HasALineForEachRecord)
+TEST(RemoteLog, has_a_line_for_each_record)
 {
     EXPECT_EQ(kvosim::lineOf(3, "request", "ping", ""), "session 3 > ping");
     EXPECT_EQ(kvosim::lineOf(3, "reply", "none", "without a line end"), "session 3 < none (without a line end)");

@@ -30,7 +30,7 @@ using tools::Refused;
 
 // ---- Reading ----
 
-TEST(Script, HasALineForEachStep)
+TEST(Script, has_a_line_for_each_step)
 {
     const auto steps =
         parseScript("# comment\n\nsession 3\r\n  > ping  \n< pong\r\nsession 4\nraw a\\r\\n\\t\\0\\\\\\x1F\\xffz\n>\n", "s");
@@ -45,7 +45,7 @@ TEST(Script, HasALineForEachStep)
     EXPECT_EQ(steps[3].text, "");
 }
 
-TEST(Script, WaitsAsItSays)
+TEST(Script, waits_as_it_says)
 {
     const auto steps = parseScript("session 0\n< a\ntimeout 3\n< b\nwait-connected\nwait-closed 600\npause 5\n", "s");
     ASSERT_EQ(steps.size(), 5U);
@@ -63,7 +63,7 @@ struct WrongRow : kvosim_test::NamedRow {
 
 class WrongScript : public testing::TestWithParam<WrongRow> {};
 
-TEST_P(WrongScript, IsRefusedWithItsLine)
+TEST_P(WrongScript, is_refused_with_its_line)
 {
     const std::string text = "# comment\n" + GetParam().text + "\n< never reached\n";
     EXPECT_THAT([&] { parseScript(text, "agent.script"); }, ThrowsMessage<tools::Refused>(HasSubstr(GetParam().mistake)));
@@ -94,7 +94,7 @@ INSTANTIATE_TEST_SUITE_P(
         WrongRow{{"long"}, "session 3\n> " + std::string(255, 'x'), "agent.script:3: the request has 255 bytes"}),
     kvosim_test::kNameOfRow);
 
-TEST(Script, OfAFileThatIsNotThere)
+TEST(Script, of_a_file_that_is_not_there)
 {
     EXPECT_THAT([] { kvosim::loadScript("/nowhere.script"); },
                 ThrowsMessage<tools::Refused>(HasSubstr("/nowhere.script: can not be read")));
@@ -136,7 +136,7 @@ protected:
 
 const std::string kBegin = "session 3\nwait-connected\n";
 
-TEST_F(ScriptRun, ComparesWhatComes)
+TEST_F(ScriptRun, compares_what_comes)
 {
     auto run = runs(kBegin + R"(> ping
 < pong
@@ -169,7 +169,7 @@ raw ng\r\n
     EXPECT_EQ(result.unread, 0U);
 }
 
-TEST_F(ScriptRun, TellsHowMuchWasNotLookedAt)
+TEST_F(ScriptRun, reports_how_much_was_not_looked_at)
 {
     auto run = runs(kBegin + "> a\n> b\n! end\n");
     Agent agent;
@@ -188,7 +188,7 @@ struct DifferenceRow : kvosim_test::NamedRow {
 
 class Difference : public ScriptRun, public testing::WithParamInterface<DifferenceRow> {};
 
-TEST_P(Difference, IsToldWithItsLine)
+TEST_P(Difference, is_reported_with_its_line)
 {
     auto run = runs(kBegin + "timeout 1\n> ping\n" + GetParam().script + "< never reached\n");
     Agent agent;
@@ -226,7 +226,7 @@ INSTANTIATE_TEST_SUITE_P(
                       "told to)"}),
     kvosim_test::kNameOfRow);
 
-TEST_F(ScriptRun, ClosesAndWaitsForTheAgentToComeAgain)
+TEST_F(ScriptRun, closes_and_waits_for_the_agent_to_come_again)
 {
     auto run = runs(kBegin + "close\nwait-connected\n> ping\n< pong\nreset\nwait-closed\nwait-connected\n");
     {
@@ -240,7 +240,7 @@ TEST_F(ScriptRun, ClosesAndWaitsForTheAgentToComeAgain)
     EXPECT_EQ(run.get().steps, 9U - 1U);
 }
 
-TEST_F(ScriptRun, GoesAwayAndWaitsForTheAgentToComeAgain)
+TEST_F(ScriptRun, goes_away_and_waits_for_the_agent_to_come_again)
 {
     auto run = runs(kBegin + "away 1\nwait-connected\n> ping\n< pong\n");
     const auto gone = std::chrono::steady_clock::now();
@@ -261,7 +261,7 @@ TEST_F(ScriptRun, GoesAwayAndWaitsForTheAgentToComeAgain)
     EXPECT_EQ(run.get().steps, 5U);
 }
 
-TEST_F(ScriptRun, ClosesAConnectionThatItHasNotHeardOf)
+TEST_F(ScriptRun, closes_a_connection_that_it_has_not_heard_of)
 {
     auto run = runs("session 3\npause 1500\nclose\nwait-connected\n> ping\n< pong\n");
     std::this_thread::sleep_for(200ms);  // it has begun without an agent
@@ -278,7 +278,7 @@ TEST_F(ScriptRun, ClosesAConnectionThatItHasNotHeardOf)
     EXPECT_EQ(run.get().steps, 5U);
 }
 
-TEST_F(ScriptRun, ALostConnectionIsNotWaitedOut)
+TEST_F(ScriptRun, a_lost_connection_is_not_waited_out)
 {
     auto run = runs(kBegin + "timeout 60\n> ping\n< pong\n");
     const auto start = std::chrono::steady_clock::now();

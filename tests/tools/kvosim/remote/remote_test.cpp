@@ -1,118 +1,34 @@
 // The remote side over the control socket: requests to agents, their replies in good and bad order, and the log.
 #include "common/control_client.h"
-#include "kvosim/net/tcp_socket.h"
-#include "kvosim/remote/remote_log.h"
-#include "kvosim/remote/remote_session.h"
+#include "tools/kvosim/remote/remote_fixture.h"
 #include "tools/kvosim/support/agent.h"
 #include "tools/kvosim/support/client.h"
-#include "tools/kvosim/support/named_row.h"
-#include "tools/kvosim/support/running_service.h"
 
-#include <gmock/gmock.h>
-
+#include <chrono>
 #include <future>
+#include <gmock/gmock.h>
+#include <string>
 #include <thread>
+#include <vector>
 
 using namespace std::chrono_literals;
 
 namespace {
 
 using kvosim_test::Agent;
-using kvosim_test::RunningService;
+using kvosim_test::asks;
+using kvosim_test::becomes;
+using kvosim_test::log;
+using kvosim_test::Remote;
+using kvosim_test::request;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::StartsWith;
 using testing::ThrowsMessage;
-using tools::askSimulator;
-using tools::CouldNot;
-using tools::Json;
-using tools::Refused;
-
-kvosim::ServiceOptions sessions(std::vector<unsigned> numbers)
-{
-    kvosim::ServiceOptions options;
-    options.remoteSessions = std::move(numbers);
-    return options;
-}
-
-tools::Json sessionRow(unsigned session)
-{
-    const tools::Json list = tools::askSimulator({{"do", "remote.list"}});
-    for (const tools::Json &row : list["sessions"]) {
-        if (row["session"] == session) {
-            return row;
-        }
-    }
-    return {};
-}
-
-/// Waits until an agent is connected, or none.
-bool becomes(bool connected, unsigned session = 3)
-{
-    for (int i = 0; i < 500; ++i) {
-        if (sessionRow(session)["agent"].is_null() != connected) {
-            return true;
-        }
-        std::this_thread::sleep_for(10ms);
-    }
-    return false;
-}
-
-tools::Json request(std::string text, const tools::Json &more = tools::Json::object())
-{
-    tools::Json ask{{"do", "remote.ask"}, {"session", 3}, {"request", std::move(text)}, {"patience_ms", 5000}};
-    ask.update(more);
-    return ask;
-}
-
-/// The reply, or why there is none.
-std::future<std::string> asks(const tools::Json &request)
-{
-    return std::async(std::launch::async, [request]() -> std::string {
-        try {
-            return tools::askSimulator(request, tools::kControlSocket, 30s)["reply"].get<std::string>();
-        } catch (const tools::CouldNot &error) {
-            return std::string("could not: ") + error.what();
-        }
-    });
-}
-
-std::vector<std::string> log(const tools::Json &query = tools::Json::object())
-{
-    tools::Json request{{"do", "remote.log"}};
-    request.update(query);
-    std::vector<std::string> lines;
-    const tools::Json page = tools::askSimulator(request);
-    for (const tools::Json &record : page["records"]) {
-        const std::string kind = record["kind"].get<std::string>();
-        const std::string note = record["note"].get<std::string>();
-        lines.push_back(kind + ' ' + record["text"].get<std::string>() + (note.empty() ? "" : " (" + note + ')'));
-    }
-    return lines;
-}
-
-class Remote : public testing::Test {
-protected:
-    void SetUp() override { ASSERT_TRUE(becomes(true)); }
-
-    /// Waits until there are so many records.
-    static std::vector<std::string> logOf(std::size_t count)
-    {
-        auto lines = log();
-        for (int i = 0; i < 500 && lines.size() < count; ++i) {
-            std::this_thread::sleep_for(10ms);
-            lines = log();
-        }
-        return lines;
-    }
-
-    RunningService service{kvosim_test::kSmallPlant, sessions({3, 9})};
-    Agent agent;
-};
 
 // ---- Asking ----
 
-TEST_F(Remote, ARequestGetsATagAndItsReplyLosesIt)
+TEST_F(Remote, a_request_gets_a_tag_and_its_reply_loses_it)
 {
     auto reply = asks(request("get-kvoindex"));
     EXPECT_EQ(agent.hear(), "001:get-kvoindex\r\n");
@@ -124,7 +40,7 @@ TEST_F(Remote, ARequestGetsATagAndItsReplyLosesIt)
     EXPECT_EQ(next.get(), "pong");
 }
 
-TEST_F(Remote, ATagThatIsGivenIsKept)
+TEST_F(Remote, a_tag_that_is_given_is_kept)
 {
     auto reply = asks(request("ping", {{"tag", "042"}}));
     EXPECT_EQ(agent.hear(), "042:ping\r\n");
@@ -136,7 +52,7 @@ TEST_F(Remote, ATagThatIsGivenIsKept)
     EXPECT_EQ(inside.get(), "043:pong");
 }
 
-TEST_F(Remote, ARequestWithoutATagIsSentAsItIs)
+TEST_F(Remote, a_request_without_a_tag_is_sent_as_it_is)
 {
     auto reply = asks(request("ping", {{"untagged", true}}));
     EXPECT_EQ(agent.hear(), "ping\r\n");
@@ -144,7 +60,7 @@ TEST_F(Remote, ARequestWithoutATagIsSentAsItIs)
     EXPECT_EQ(reply.get(), "pong");
 }
 
-TEST_F(Remote, TheLongestRequestHasNoRoomForATag)
+TEST_F(Remote, the_longest_request_has_no_room_for_a_tag)
 {
     const std::string longest(kvosim::kLongestRequest, 'x');
     auto reply = asks(request(longest));
@@ -153,7 +69,7 @@ TEST_F(Remote, TheLongestRequestHasNoRoomForATag)
     EXPECT_EQ(reply.get(), "bad request");
 }
 
-TEST_F(Remote, IndicationsMayStandBeforeTheReply)
+TEST_F(Remote, indications_may_stand_before_the_reply)
 {
     auto reply = asks(request("ping"));
     EXPECT_EQ(agent.hear(), "001:ping\r\n");
@@ -163,7 +79,7 @@ TEST_F(Remote, IndicationsMayStandBeforeTheReply)
                                       "indication I02:two", "reply 001:pong"));
 }
 
-TEST_F(Remote, NoneWithoutALineEndIsTakenAfterASilence)
+TEST_F(Remote, none_without_a_line_end_is_taken_after_a_silence)
 {
     auto reply = asks(request("get-softkey-type"));
     EXPECT_EQ(agent.answer("none"), "get-softkey-type\r\n");
@@ -175,7 +91,7 @@ TEST_F(Remote, NoneWithoutALineEndIsTakenAfterASilence)
                                       "reply none (without a line end)"));
 }
 
-TEST_F(Remote, NoneWithoutALineEndIsTakenWhereTheNextReplyFollows)
+TEST_F(Remote, none_without_a_line_end_is_taken_where_the_next_reply_follows)
 {
     auto first = asks(request("get-softkey-type", {{"untagged", true}}));
     EXPECT_EQ(agent.hear(), "get-softkey-type\r\n");
@@ -186,7 +102,7 @@ TEST_F(Remote, NoneWithoutALineEndIsTakenWhereTheNextReplyFollows)
     EXPECT_EQ(second.get(), "pong");
 }
 
-TEST_F(Remote, NoneIsTakenWhereTheAgentClosesBehindIt)
+TEST_F(Remote, none_is_taken_where_the_agent_closes_after_it)
 {
     auto reply = asks(request("get-softkey-type"));
     EXPECT_EQ(agent.hear(), "001:get-softkey-type\r\n");
@@ -196,7 +112,7 @@ TEST_F(Remote, NoneIsTakenWhereTheAgentClosesBehindIt)
     EXPECT_TRUE(becomes(false));
 }
 
-TEST_F(Remote, ManyAskAtOnceAndEachGetsItsOwnReply)
+TEST_F(Remote, many_ask_at_once_and_each_gets_its_own_reply)
 {
     std::vector<std::future<std::string>> replies;
     for (int i = 0; i < 20; ++i) {
@@ -213,7 +129,7 @@ TEST_F(Remote, ManyAskAtOnceAndEachGetsItsOwnReply)
 
 // ---- Asking in vain ----
 
-TEST_F(Remote, WithoutAReplyTheTimeIsOver)
+TEST_F(Remote, without_a_reply_the_time_is_over)
 {
     const auto start = std::chrono::steady_clock::now();
     auto reply = asks(request("ping", {{"patience_ms", 300}}));
@@ -222,7 +138,7 @@ TEST_F(Remote, WithoutAReplyTheTimeIsOver)
     EXPECT_EQ(asks(request("ping", {{"patience_ms", 1000}})).get(), "could not: no reply within 1 s");
 }
 
-TEST_F(Remote, AReplyThatComesTooLateIsNotTakenForTheNextOne)
+TEST_F(Remote, a_reply_that_comes_too_late_is_not_taken_for_the_next_one)
 {
     auto first = asks(request("ping", {{"patience_ms", 100}, {"untagged", true}}));
     EXPECT_EQ(agent.hear(), "ping\r\n");
@@ -235,7 +151,7 @@ TEST_F(Remote, AReplyThatComesTooLateIsNotTakenForTheNextOne)
                 ElementsAre(testing::_, "request ping", "request get-kvoindex", "reply pong (too late)", "reply kvoindex=1"));
 }
 
-TEST_F(Remote, ARequestThatWasLeftOutIsToldSo)
+TEST_F(Remote, a_request_that_was_left_out_is_reported)
 {
     auto first = asks(request("one"));
     EXPECT_EQ(agent.hear(), "001:one\r\n");
@@ -246,7 +162,7 @@ TEST_F(Remote, ARequestThatWasLeftOutIsToldSo)
     EXPECT_EQ(first.get(), "could not: the agent has answered a later request, but not this one");
 }
 
-TEST_F(Remote, ALostConnectionIsToldToWhoWaits)
+TEST_F(Remote, a_lost_connection_is_reported_to_those_who_wait)
 {
     auto reply = asks(request("ping"));
     EXPECT_EQ(agent.hear(), "001:ping\r\n");
@@ -256,7 +172,7 @@ TEST_F(Remote, ALostConnectionIsToldToWhoWaits)
                                       "reply: the other side has closed it"));
 }
 
-TEST_F(Remote, TheSimulatorsEndIsToldToWhoWaits)
+TEST_F(Remote, the_simulators_end_is_reported_to_those_who_wait)
 {
     auto reply = asks(request("ping"));
     EXPECT_EQ(agent.hear(), "001:ping\r\n");
@@ -267,7 +183,7 @@ TEST_F(Remote, TheSimulatorsEndIsToldToWhoWaits)
     EXPECT_THROW(Agent(), std::runtime_error) << "the port is free again";
 }
 
-TEST_F(Remote, WhatIsRefusedIsNotSent)
+TEST_F(Remote, what_is_refused_is_not_sent)
 {
     const auto refusal = [](const tools::Json &ask, const std::string &text) {
         EXPECT_THAT([&] { tools::askSimulator(ask); }, ThrowsMessage<tools::Refused>(HasSubstr(text)));
@@ -287,7 +203,7 @@ TEST_F(Remote, WhatIsRefusedIsNotSent)
     EXPECT_THAT(log(), ElementsAre(StartsWith("connected")));
 }
 
-TEST_F(Remote, WhereNoAgentIsThatIsTold)
+TEST_F(Remote, without_an_agent_a_request_fails)
 {
     const auto failure = [](unsigned session, const std::string &text) {
         for (const char *action : {"remote.ask", "remote.send", "remote.raw", "remote.close"}) {
@@ -300,190 +216,9 @@ TEST_F(Remote, WhereNoAgentIsThatIsTold)
     failure(4, "session 4 is not served; start the simulator with --remote 3,9,4");
 }
 
-// ---- Connections ----
-
-TEST_F(Remote, SessionsAreListed)
-{
-    const tools::Json row = sessionRow(3);
-    EXPECT_EQ(row["port"], 5853);
-    EXPECT_EQ(row["address"], "127.0.0.1");
-    EXPECT_THAT(row["agent"].get<std::string>(), StartsWith("127.0.0.1:"));
-    EXPECT_TRUE(sessionRow(9)["agent"].is_null());
-    EXPECT_EQ(tools::askSimulator({{"do", "status"}})["remote_sessions"], 2);
-}
-
-TEST_F(Remote, ASecondAgentTakesThePlaceOfTheFirst)
-{
-    auto reply = asks(request("ping"));
-    EXPECT_EQ(agent.hear(), "001:ping\r\n");
-    Agent second;
-    EXPECT_THAT(reply.get(), HasSubstr("takes its place"));
-    EXPECT_EQ(agent.hear(), "(closed)");
-    auto next = asks(request("ping"));
-    second.answer("pong\r\n");
-    EXPECT_EQ(next.get(), "pong");
-    EXPECT_THAT(log(), testing::Contains(testing::MatchesRegex("closed the agent at 127.0.0.1:[0-9]+ takes its place")));
-}
-
-TEST_F(Remote, SessionsAreApart)
-{
-    Agent other(9);
-    ASSERT_TRUE(becomes(true, 9));
-    auto reply = asks(request("ping", {{"session", 9}}));
-    EXPECT_EQ(other.answer("pong\r\n"), "ping\r\n");
-    EXPECT_EQ(reply.get(), "pong");
-    EXPECT_THAT(log({{"session", 3}}), ElementsAre(StartsWith("connected")));
-    EXPECT_THAT(log({{"session", 9}}), ElementsAre(StartsWith("connected"), "request 001:ping", "reply 001:pong"));
-    EXPECT_EQ(agent.hear(50ms), "(nothing more came)");
-}
-
-TEST_F(Remote, AConnectionIsClosedOrReset)
-{
-    tools::askSimulator({{"do", "remote.close"}, {"session", 3}});
-    EXPECT_EQ(agent.hear(), "(closed)");
-    Agent second;
-    ASSERT_TRUE(becomes(true));
-    tools::askSimulator({{"do", "remote.close"}, {"session", 3}, {"reset", true}});
-    EXPECT_EQ(second.hear(), "(reset)");
-    EXPECT_TRUE(becomes(false));
-}
-
-TEST_F(Remote, TheOtherSideGoesAwayForATime)
-{
-    const auto gone = std::chrono::steady_clock::now();
-    tools::askSimulator({{"do", "remote.close"}, {"session", 3}, {"away_ms", 500}});
-    EXPECT_EQ(agent.hear(), "(closed)");
-    EXPECT_THROW(Agent(), std::runtime_error);
-    EXPECT_TRUE(sessionRow(3)["away"].get<bool>());
-    while (sessionRow(3)["away"].get<bool>()) {
-        std::this_thread::sleep_for(10ms);
-        ASSERT_LT(std::chrono::steady_clock::now() - gone, 10s);
-    }
-    EXPECT_GE(std::chrono::steady_clock::now() - gone, 500ms);
-    Agent second;
-    EXPECT_TRUE(becomes(true));
-}
-
-TEST_F(Remote, GoesAwayWithoutAnAgentAndAgain)
-{
-    tools::askSimulator({{"do", "remote.close"}, {"session", 9}, {"away_ms", 600'000}});
-    EXPECT_THROW(Agent(9), std::runtime_error);
-    tools::askSimulator({{"do", "remote.close"}, {"session", 9}, {"away_ms", 1}});
-    while (sessionRow(9)["away"].get<bool>()) {
-        std::this_thread::sleep_for(10ms);
-    }
-    Agent other(9);
-    EXPECT_TRUE(becomes(true, 9));
-}
-
-TEST_F(Remote, ComesBackAsSoonAsThePortIsFree)
-{
-    tools::askSimulator({{"do", "remote.close"}, {"session", 9}, {"away_ms", 100}});
-    {
-        const tools::Descriptor taken = kvosim::listenAt("a test", INADDR_LOOPBACK, 5859);
-        std::this_thread::sleep_for(400ms);
-        EXPECT_TRUE(sessionRow(9)["away"].get<bool>());
-    }
-    while (sessionRow(9)["away"].get<bool>()) {
-        std::this_thread::sleep_for(10ms);
-    }
-    Agent other(9);
-    EXPECT_TRUE(becomes(true, 9));
-}
-
-// ---- What rude agents do ----
-
-TEST_F(Remote, ALineThatDoesNotEndClosesTheConnection)
-{
-    agent.send(std::string(kvosim::kLongestAgentLine, 'x'));
-    EXPECT_EQ(agent.hear(100ms), "(nothing more came)");
-    agent.send("x");
-    EXPECT_EQ(agent.hear(), "(closed)");
-    EXPECT_THAT(logOf(2).back(), "closed the agent has sent a line longer than 4096 bytes");
-}
-
-TEST_F(Remote, HalfALineHoldsNobodyUp)
-{
-    agent.send("001:po");
-    EXPECT_EQ(kvosim_test::exchange("getVersion\n"), "V09.08\n");
-    auto reply = asks(request("ping"));
-    agent.hear();
-    agent.send("ng\r\n");
-    EXPECT_EQ(reply.get(), "pong");
-}
-
-TEST_F(Remote, AFloodIsLoggedWithinBounds)
-{
-    const std::string line = "I01:" + std::string(1000, 'x') + "\r\n";
-    for (int i = 0; i < 5000; ++i) {
-        ASSERT_TRUE(agent.send(line));
-    }
-    auto reply = asks(request("ping"));
-    EXPECT_EQ(agent.answer("pong\r\n"), "ping\r\n");
-    EXPECT_EQ(reply.get(), "pong");
-    uint64_t known = 0;
-    std::size_t bytes = 0;
-    std::size_t records = 0;
-    uint64_t lost = 0;
-    for (;;) {
-        const tools::Json page = tools::askSimulator({{"do", "remote.log"}, {"after", known}});
-        lost += page["lost"].get<uint64_t>();
-        if (page["records"].empty()) {
-            break;
-        }
-        EXPECT_LE(page["records"].size(), 200U);
-        for (const tools::Json &record : page["records"]) {
-            EXPECT_EQ(record["number"], lost + ++records) << "in order, without a gap";
-            bytes += record["text"].get<std::string>().size();
-        }
-        known = page["next"];
-    }
-    EXPECT_EQ(records + lost, 5003U);
-    EXPECT_LE(records, kvosim::RemoteLog::kMostRecords);
-    EXPECT_LE(bytes, kvosim::RemoteLog::kMostBytes);
-    EXPECT_GT(records, 900U);
-}
-
-TEST_F(Remote, AnAgentThatDoesNotReadIsNotSentWithoutEnd)
-{
-    const std::string longest(kvosim::kLongestRequest, 'x');
-    std::string failure;
-    for (int i = 0; i < 200'000 && failure.empty(); ++i) {
-        try {
-            tools::askSimulator({{"do", "remote.raw"}, {"session", 3}, {"bytes", std::string(8192, '0')}});
-        } catch (const tools::CouldNot &error) {
-            failure = error.what();
-        }
-    }
-    EXPECT_THAT(failure, StartsWith("the agent of session 3 does not read"));
-    EXPECT_EQ(kvosim_test::exchange("getVersion\n"), "V09.08\n");
-}
-
-TEST_F(Remote, SoManyRequestsWaitAndNoMore)
-{
-    constexpr std::size_t kMost = kvosim::RemoteSession::kMostUnanswered;
-    for (std::size_t i = 0; i < 2 * kMost; ++i) {
-        tools::askSimulator({{"do", "remote.send"}, {"session", 3}, {"request", "nobody waits"}});
-        EXPECT_EQ(agent.hear(), "nobody waits\r\n");
-    }
-    // Those give way to the ones that somebody waits for.
-    std::vector<std::future<std::string>> waiting;
-    for (std::size_t i = 0; i < kMost; ++i) {
-        waiting.push_back(asks(request("ping")));
-        EXPECT_THAT(agent.hear(), HasSubstr(":ping"));
-    }
-    EXPECT_EQ(asks(request("ping")).get(),
-              "could not: 32 requests wait for a reply of the agent of session 3 already; wait for them");
-    EXPECT_EQ(kvosim_test::exchange("getVersion\n"), "V09.08\n");
-    shutdown(agent.get(), SHUT_RDWR);
-    for (auto &reply : waiting) {
-        EXPECT_THAT(reply.get(), HasSubstr("was lost"));
-    }
-}
-
 // ---- The log ----
 
-TEST_F(Remote, WhoFollowsTheLogIsToldWhatComes)
+TEST_F(Remote, who_follows_the_log_sees_what_comes)
 {
     ASSERT_EQ(logOf(1).size(), 1U);
     auto page = std::async(std::launch::async, [] {
@@ -504,91 +239,10 @@ TEST_F(Remote, WhoFollowsTheLogIsToldWhatComes)
     EXPECT_EQ(nothing["next"], 3);
 }
 
-TEST_F(Remote, AReplyThatNobodyAskedForIsLogged)
+TEST_F(Remote, a_reply_that_was_not_asked_for_is_logged)
 {
     agent.send("hello\r\n");
     EXPECT_THAT(logOf(2).back(), "reply hello (not asked for)");
-}
-
-// ---- Where it listens ----
-
-TEST(RemotePorts, NoneWithoutTheOption)
-{
-    const RunningService service;
-    EXPECT_TRUE(tools::askSimulator({{"do", "remote.list"}})["sessions"].empty());
-    for (unsigned session = 0; session <= 9; ++session) {
-        EXPECT_THROW(Agent agent(session), std::runtime_error) << session;
-    }
-    EXPECT_THAT(
-        [] {
-            tools::askSimulator({{"do", "remote.ask"}, {"session", 0}, {"request", "ping"}, {"patience_ms", 1}});
-        },
-        ThrowsMessage<tools::CouldNot>("session 0 is not served; start the simulator with --remote 0"));
-}
-
-TEST(RemotePorts, AllTen)
-{
-    const RunningService service(kvosim_test::kSmallPlant, sessions({0, 1, 2, 3, 4, 5, 6, 7, 8, 9}));
-    for (unsigned session = 0; session <= 9; ++session) {
-        const Agent agent(session);
-        EXPECT_TRUE(becomes(true, session)) << session;
-    }
-}
-
-TEST(RemotePorts, AreThoseOf127_0_0_1AndNoOthersUnlessTold)
-{
-    const RunningService service(kvosim_test::kSmallPlant, sessions({3}));
-    EXPECT_THROW(Agent(3, "127.0.0.2"), std::runtime_error) << "an address of this machine, but another one";
-    const Agent agent(3);
-    EXPECT_TRUE(becomes(true, 3));
-}
-
-TEST(RemotePorts, APlantNamesThem)
-{
-    const RunningService service("[service]\nremote_sessions = \"1,2\"\nremote_address = \"127.0.0.2\"\n");
-    const Agent agent(2, "127.0.0.2");
-    EXPECT_TRUE(becomes(true, 2));
-    EXPECT_EQ(sessionRow(1)["address"], "127.0.0.2");
-    EXPECT_THROW(Agent(2, "127.0.0.1"), std::runtime_error);
-}
-
-TEST(RemotePorts, AnOptionGoesBeforeThePlant)
-{
-    auto options = sessions({});
-    options.remoteAddress = "127.0.0.1";
-    const RunningService service("[service]\nremote_sessions = \"1,2\"\n", options);
-    EXPECT_TRUE(tools::askSimulator({{"do", "remote.list"}})["sessions"].empty());
-}
-
-TEST(RemotePorts, OneInUseIsNamed)
-{
-    kvosim::EventLoop loop;
-    const kvosim::RemoteSide first(loop, {.sessions = {3}}, [](std::string_view) {});
-    EXPECT_THAT(
-        [&] {
-            kvosim::RemoteSide(loop, {.sessions = {2, 3}}, [](std::string_view) {});
-        },
-        ThrowsMessage<std::runtime_error>("can not serve agents of session 3 at 127.0.0.1:5853: the port is in use, perhaps "
-                                          "by another simulator or a real hardware service"));
-    EXPECT_THAT([&] { kvosim::RemoteSide(loop, {.sessions = {1}, .address = "192.0.2.1"}, [](std::string_view) {}); },
-                ThrowsMessage<std::runtime_error>(
-                    "can not serve agents of session 1 at 192.0.2.1:5851: this machine does not have the address"));
-    EXPECT_THAT(
-        [&] { kvosim::RemoteSide(loop, {.sessions = {1}, .address = "::1"}, [](std::string_view) {}); },
-        ThrowsMessage<std::runtime_error>(HasSubstr("\"::1\" is no IPv4 address to serve agents at; write one such as")));
-}
-
-// ---- How sessions are written ----
-
-TEST(RemoteSessions, AreNumbersWithCommas)
-{
-    EXPECT_EQ(kvosim::parseSessions("3"), std::vector<unsigned>{3});
-    EXPECT_EQ(kvosim::parseSessions("9,0,3"), (std::vector<unsigned>{9, 0, 3}));
-    for (const char *wrong : {"", "10", "-1", "3,", ",3", "3,3", "3 4", "x"}) {
-        EXPECT_THAT([&] { kvosim::parseSessions(wrong); },
-                    ThrowsMessage<std::invalid_argument>(HasSubstr("write session numbers of 0 to 9, each once")))
-            << wrong;
-    }
 }
 
 }  // namespace

@@ -1,0 +1,287 @@
+// The listener for the events of embedded stations: how it connects, pauses and connects again.
+#include <kvo_hws/agent.h>
+#include <kvo_hws/runtime.h>
+
+#include "agent/event_listener_fixture.h"
+#include "support/holdings.h"
+#include "support/syslog_capture.h"
+#include "support/system_calls.h"
+#include "support/usb_events.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstddef>
+#include <functional>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <mutex>
+#include <string>
+#include <sys/socket.h>
+#include <thread>
+#include <vector>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+using agent_test::Clock;
+using agent_test::EventListener;
+using agent_test::EventService;
+using agent_test::isFree;
+using agent_test::kThread;
+using agent_test::Listening;
+using agent_test::Told;
+using support::eventually;
+using support::SyslogCapture;
+using support::WithSystemCalls;
+using testing::AllOf;
+using testing::Contains;
+using testing::Ge;
+using testing::IsEmpty;
+using testing::Lt;
+
+TEST_F(EventListener, tries_to_connect_every_second)
+{
+    std::mutex lock;
+    std::vector<Clock::time_point> tries;
+    const WithSystemCalls calls{{.connect = [&](int, const sockaddr *, socklen_t) {
+        const std::lock_guard guard(lock);
+        tries.push_back(Clock::now());
+        return support::kPass;
+    }}};
+    const SyslogCapture capture;
+    Listening listening;
+    ASSERT_TRUE(eventually([&] {
+        const std::lock_guard guard(lock);
+        return tries.size() >= 3;
+    }));
+    {
+        const std::lock_guard guard(lock);
+        for (std::size_t next = 1; next < 3; ++next) {
+            EXPECT_THAT(tries[next] - tries[next - 1], AllOf(Ge(1s), Lt(3s)));
+        }
+    }
+    EXPECT_THAT(capture.texts(), Contains(kThread + "oops: all instances used '/tmp/kvo_hws/event_sock'"));
+
+    // Also after its stop was asked for: it ends when a service is there.
+    const auto began = Clock::now();
+    EXPECT_EQ(listening.stop(), 1);
+    EXPECT_THAT(Clock::now() - began, AllOf(Ge(1s), Lt(3s)));
+    EXPECT_THAT(capture.texts(), Contains("shutdown Emb-KVO events thread - timeout"));
+    const auto so_far = [&] {
+        const std::lock_guard guard(lock);
+        return tries.size();
+    };
+    const std::size_t before = so_far();
+    EXPECT_TRUE(eventually([&] { return so_far() >= before + 2; })) << "it still tries";
+    EXPECT_EQ(KVO_HWS_activateEmbKvoEvents(Told::callback), -8);
+    EXPECT_EQ(KVO_HWS_deactivateEmbKvoEvents(), -1) << "its record has gone";
+    EXPECT_EQ(capture.texts().back(), "KVO_HWS_deactivateEmbKvoEvents: is still running");
+    EventService service;
+    ASSERT_TRUE(service.accept());
+    EXPECT_TRUE(eventually(isFree));
+    EXPECT_THAT(Told::events(), IsEmpty());
+}
+
+TEST_F(EventListener, tries_again_where_there_is_no_socket)
+{
+    EventService service;
+    std::atomic<int> rounds{0};
+    const WithSystemCalls calls{{.socket = [&](int) {
+        if (rounds++ == 0) {
+            errno = EMFILE;
+            return -1;
+        }
+        return support::kPass;
+    }}};
+    const auto began = Clock::now();
+    const Listening listening;
+    ASSERT_TRUE(service.accept());
+    EXPECT_THAT(Clock::now() - began, AllOf(Ge(1s), Lt(3s)));
+}
+
+TEST_F(EventListener, connects_anew_where_the_connection_ends)
+{
+    EventService service;
+    const SyslogCapture capture;
+    const Listening listening;
+    ASSERT_TRUE(service.accept());
+    service.stopSending();
+    ASSERT_TRUE(service.accept());
+    service.publish("again, x\n");
+    ASSERT_TRUE(Told::waitFor(1));
+    EXPECT_FALSE(service.isClosed(0)) << "the service takes a closed connection for a station that has gone";
+    EXPECT_EQ(
+        std::ranges::count_if(capture.texts(),
+                              [](const std::string &text) { return text.starts_with(kThread + "ReadSocketDyn returns "); }),
+        1);
+    EXPECT_EQ(std::ranges::count(capture.texts(), kThread + "try connect to pipe '/tmp/kvo_hws/event_sock'"), 2);
+}
+
+TEST_F(EventListener, connects_again_at_once_after_a_connection_that_brought_an_event)
+{
+    EventService service;
+    Listening listening;
+    const auto began = Clock::now();
+    for (int connection = 1; connection <= 8; ++connection) {
+        ASSERT_TRUE(service.accept());
+        service.publish("event, x\nno comma\n");
+        service.stopSending();
+    }
+    EXPECT_LT(Clock::now() - began, 4s) << "without seven pauses of a second";
+    EXPECT_TRUE(Told::waitFor(8));
+}
+
+/// However long it lasted, and whatever else came.
+TEST_F(EventListener, pauses_after_a_connection_that_brought_no_event)
+{
+    EventService service;
+    Listening listening;
+    ASSERT_TRUE(service.accept());
+    std::this_thread::sleep_for(1100ms);
+    service.publish("Alive?\nno comma\na name that is too long, x\n");
+    std::this_thread::sleep_for(50ms);
+    const auto ends = Clock::now();
+    service.stopSending();
+    ASSERT_TRUE(service.accept());
+    EXPECT_GE(Clock::now() - ends, 900ms);
+    EXPECT_THAT(Told::events(), IsEmpty());
+}
+
+TEST_F(EventListener, is_stopped_while_it_pauses)
+{
+    EventService service;
+    Listening listening;
+    std::atomic<bool> pauses{false};
+    const WithSystemCalls calls{{.select = [&, own = std::this_thread::get_id()](timeval *time) {
+        pauses = pauses || (std::this_thread::get_id() != own && time->tv_sec + time->tv_usec >= 1);
+        return support::kPass;
+    }}};
+    ASSERT_TRUE(service.accept());
+    service.stopSending();
+    ASSERT_TRUE(eventually([&] { return pauses.load(); }));
+    std::this_thread::sleep_for(50ms);
+    const auto began = Clock::now();
+    EXPECT_EQ(listening.stop(), 1);
+    EXPECT_LE(Clock::now() - began, 800ms) << "before its pause of a second is over";
+}
+
+TEST_F(EventListener, pauses_for_its_time_through_signals)
+{
+    EventService service;
+    std::atomic<pthread_t> thread{};
+    std::mutex lock;
+    std::vector<long> asked;
+    const WithSystemCalls calls{{.select =
+                                     [&](timeval *time) {
+                                         if (pthread_equal(pthread_self(), thread.load()) != 0) {
+                                             const std::lock_guard guard(lock);
+                                             asked.push_back(time->tv_sec * 1000 + time->tv_usec / 1000);
+                                         }
+                                         return support::kPass;
+                                     },
+                                 .threadWork =
+                                     [&](std::function<void *()> work) {
+                                         return std::function<void *()>([&thread, work] {
+                                             thread = pthread_self();
+                                             return work();
+                                         });
+                                     }}};
+    Listening listening;
+    ASSERT_TRUE(service.accept());
+    const auto ends = Clock::now();
+    service.stopSending();
+    for (int signals = 0; signals < 5; ++signals) {
+        std::this_thread::sleep_for(50ms);
+        pthread_kill(thread.load(), SIGUSR1);
+    }
+    ASSERT_TRUE(service.accept());
+    EXPECT_GE(Clock::now() - ends, 900ms);
+    const std::lock_guard guard(lock);
+    ASSERT_GE(asked.size(), 2U);
+    EXPECT_TRUE(std::ranges::is_sorted(asked, std::greater())) << "each for what is left";
+    EXPECT_LT(asked.back(), 990) << "a signal does not prolong it";
+}
+
+/// A service that hangs up must use up neither the processor nor the descriptors of the program.
+TEST_F(EventListener, does_not_run_after_a_service_that_hangs_up)
+{
+    EventService service;
+    std::atomic<int> connects{0};
+    const WithSystemCalls calls{{.connect = [&](int, const sockaddr *, socklen_t) {
+        ++connects;
+        return support::kPass;
+    }}};
+    Listening listening;
+    const auto until = Clock::now() + 2500ms;
+    while (Clock::now() < until) {
+        if (service.accept(50ms)) {
+            service.closeAll();
+        }
+    }
+    EXPECT_GE(connects, 2);
+    EXPECT_LE(connects, 4) << "one a second";
+    listening.stop();
+}
+
+TEST_F(EventListener, closes_its_connections_when_it_is_stopped)
+{
+    EventService service;
+    support::threadsRunning();
+    const std::size_t before = support::descriptorsOpen();
+    Listening listening;
+    ASSERT_TRUE(service.accept());
+    service.publish("event, x\n");
+    service.stopSending();
+    ASSERT_TRUE(service.accept());
+    EXPECT_FALSE(service.isClosed(0));
+    EXPECT_EQ(listening.stop(), 1);
+    EXPECT_TRUE(eventually([&] { return service.isClosed(0) && service.isClosed(1); }));
+    service.closeAll();
+    EXPECT_EQ(support::descriptorsOpen(), before);
+}
+
+TEST_F(EventListener, holds_no_more_than_16_lost_connections)
+{
+    EventService service;
+    Listening listening;
+    for (int connection = 0; connection < 20; ++connection) {
+        ASSERT_TRUE(service.accept());
+        service.publish("event, x\n");
+        service.stopSending();
+    }
+    ASSERT_TRUE(service.accept());
+    EXPECT_TRUE(eventually([&] { return service.isClosed(3); }));
+    EXPECT_FALSE(service.isClosed(5));
+}
+
+TEST_F(EventListener, connects_anew_where_it_cannot_wait)
+{
+    EventService service;
+    const SyslogCapture capture;
+    const Listening listening;
+    ASSERT_TRUE(service.accept());
+    std::this_thread::sleep_for(50ms);
+    std::atomic<int> error{EINTR};
+    {
+        const WithSystemCalls calls{{.poll = [&, own = std::this_thread::get_id()](pollfd *, nfds_t, int milliseconds) {
+            if (std::this_thread::get_id() == own || milliseconds != 1000 || error == 0) {
+                return support::kPass;
+            }
+            errno = error == EINTR ? error.exchange(ENOMEM) : error.exchange(0);
+            return -1;
+        }}};
+        service.publish("one, x\n");
+        ASSERT_TRUE(service.accept());
+    }
+    service.publish("two, x\n");
+    ASSERT_TRUE(eventually([] { return !Told::events().empty() && Told::events().back().first == "two"; }));
+    EXPECT_EQ(std::ranges::count(capture.texts(), kThread + "select returns " + std::to_string(ENOMEM) + "==> timeout"), 1)
+        << "in the words of a time-out";
+    EXPECT_EQ(std::ranges::count(capture.texts(), kThread + "select returns " + std::to_string(EINTR) + "==> timeout"), 0);
+}
+
+}  // namespace

@@ -1,0 +1,361 @@
+// The listener for the events of embedded stations: its thread, from the activation to the end of a stop.
+#include <kvo_hws/agent.h>
+#include <kvo_hws/runtime.h>
+
+#include "agent/event_listener_fixture.h"
+#include "support/failing_allocations.h"
+#include "support/syslog_capture.h"
+#include "support/system_calls.h"
+#include "support/usb_events.h"
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <functional>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <thread>
+#include <vector>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+using agent_test::Clock;
+using agent_test::EventListener;
+using agent_test::EventService;
+using agent_test::isFree;
+using agent_test::Listening;
+using agent_test::Told;
+using support::eventually;
+using support::SyslogCapture;
+using support::WithSystemCalls;
+using testing::Contains;
+using testing::IsEmpty;
+
+TEST_F(EventListener, needs_a_callback_and_no_other_listener)
+{
+    EventService service;
+    EXPECT_EQ(KVO_HWS_activateEmbKvoEvents(nullptr), -7);
+    Listening listening;
+    EXPECT_EQ(KVO_HWS_activateEmbKvoEvents(Told::callback), -8);
+    EXPECT_EQ(KVO_HWS_activateEmbKvoEvents(nullptr), -8) << "that comes first";
+    ASSERT_TRUE(service.accept());
+    EXPECT_EQ(listening.stop(), 1);
+    EXPECT_TRUE(eventually(isFree));
+}
+
+TEST_F(EventListener, that_is_not_active_cannot_be_stopped)
+{
+    const SyslogCapture capture;
+    EXPECT_EQ(KVO_HWS_deactivateEmbKvoEvents(), -1);
+    EXPECT_THAT(capture.texts(), IsEmpty());
+}
+
+TEST_F(EventListener, without_a_thread_is_not_active)
+{
+    {
+        const WithSystemCalls calls{{.pthreadCreate = [] { return EAGAIN; }}};
+        EXPECT_EQ(KVO_HWS_activateEmbKvoEvents(Told::callback), -1);
+    }
+    EXPECT_EQ(KVO_HWS_deactivateEmbKvoEvents(), -1);
+    EventService service;
+    const Listening listening;
+    EXPECT_TRUE(service.accept()) << "the next one works";
+}
+
+TEST_F(EventListener, is_woken_by_its_stop)
+{
+    EventService service;
+    Listening listening;
+    ASSERT_TRUE(service.accept());
+    std::this_thread::sleep_for(100ms);
+    const auto began = Clock::now();
+    EXPECT_EQ(listening.stop(), 1);
+    EXPECT_LE(Clock::now() - began, 500ms) << "well before its wait of a second is over";
+}
+
+TEST_F(EventListener, is_woken_by_a_stop_that_comes_just_before_its_wait)
+{
+    EventService service;
+    std::atomic<bool> isAboutToWait{false};
+    const WithSystemCalls calls{{.poll = [&](pollfd *, nfds_t, int milliseconds) {
+        if (milliseconds == 1000 && !isAboutToWait.exchange(true)) {
+            std::this_thread::sleep_for(60ms);  // the stop's first signal is over when this returns
+        }
+        return support::kPass;
+    }}};
+    Listening listening;
+    ASSERT_TRUE(service.accept());
+    ASSERT_TRUE(eventually([&] { return isAboutToWait.load(); }));
+    const auto began = Clock::now();
+    EXPECT_EQ(listening.stop(), 1);
+    EXPECT_LE(Clock::now() - began, 500ms) << "well before its wait of a second is over";
+    EXPECT_TRUE(isFree());
+}
+
+/// A thread that has ended is no thread to signal: its number may be another's.
+class SignalledListener : public EventListener, public testing::WithParamInterface<int> {};
+
+INSTANTIATE_TEST_SUITE_P(Signal, SignalledListener, testing::Values(1, 2));
+
+TEST_P(SignalledListener, does_not_end_while_it_is_signalled)
+{
+    EventService service;
+    std::atomic<bool> hasEnded{false};
+    std::atomic<int> signals{0};
+    const auto holdUp = [&, own = std::this_thread::get_id()](pthread_t) {
+        if (std::this_thread::get_id() != own || ++signals > GetParam()) {
+            return support::kPass;
+        }
+        if (signals < GetParam()) {
+            return 0;  // lost on it
+        }
+        // It is woken by something else, and sees the stop.
+        service.publish("Alive?\n");
+        std::this_thread::sleep_for(200ms);
+        EXPECT_FALSE(hasEnded);
+        return support::kPass;
+    };
+    const auto noteEnd = [&hasEnded](std::function<void *()> work) {
+        return std::function<void *()>([&hasEnded, work] {
+            void *const result = work();
+            hasEnded = true;
+            return result;
+        });
+    };
+    const WithSystemCalls calls{{.pthreadKill = holdUp, .threadWork = noteEnd}};
+    Listening listening;
+    ASSERT_TRUE(service.accept());
+    std::this_thread::sleep_for(50ms);
+    EXPECT_EQ(listening.stop(), 1);
+    EXPECT_GE(signals, GetParam());
+    EXPECT_TRUE(eventually([&] { return hasEnded.load(); }));
+}
+
+TEST_F(EventListener, takes_its_thread_out_of_its_record_when_it_ends)
+{
+    EventService service;
+    Notify *record = nullptr;
+    ASSERT_EQ(CreateNotify(&record), 0);
+    ASSERT_EQ(kvo_hws_CreateThread(embKvoEventsThread, record), 1);
+    ASSERT_TRUE(service.accept());
+    ASSERT_TRUE(eventually([&] { return std::atomic_ref(record->uiState).load() == NOTIFY_RUNNING; }));
+    EXPECT_NE(std::atomic_ref(record->threadWorker).load(), pthread_t{});
+    std::atomic_ref(record->uiState).store(NOTIFY_STOP_DONE);
+    EXPECT_TRUE(eventually([&] { return std::atomic_ref(record->uiState).load() == NOTIFY_STOPPED; }));
+    EXPECT_EQ(std::atomic_ref(record->threadWorker).load(), pthread_t{});
+    EXPECT_TRUE(eventually(isFree));
+    DeleteNotify(&record);
+}
+
+TEST_F(EventListener, is_waited_for_in_ten_parts_of_a_second)
+{
+    EventService service;
+    std::atomic<bool> goOn{false};
+    Told::then([&] {
+        while (!goOn) {
+            std::this_thread::sleep_for(1ms);
+        }
+    });
+    Listening listening;
+    ASSERT_TRUE(service.accept());
+    service.publish("event, x\n");
+    ASSERT_TRUE(Told::waitFor(1));
+    std::vector<timeval> waits;
+    {
+        const WithSystemCalls calls{{.select = [&, own = std::this_thread::get_id()](timeval *time) {
+            if (std::this_thread::get_id() != own) {
+                return support::kPass;
+            }
+            waits.push_back(*time);
+            return 0;  // the time is over
+        }}};
+        listening.stop();
+    }
+    EXPECT_EQ(waits.size(), 10U);
+    for (const timeval &wait : waits) {
+        EXPECT_EQ(wait.tv_sec * 1'000'000 + wait.tv_usec, 100'000);
+    }
+    goOn = true;
+    EXPECT_TRUE(eventually(isFree));
+}
+
+TEST_F(EventListener, may_be_activated_again_at_once)
+{
+    EventService service;
+    for (int round = 0; round < 5; ++round) {
+        Listening listening;
+        ASSERT_TRUE(service.accept());
+        EXPECT_EQ(listening.stop(), 1);
+    }
+}
+
+TEST_F(EventListener, without_memory_is_not_active)
+{
+    if (const char *const reason = support::FailingAllocations::unavailable()) {
+        GTEST_SKIP() << reason;
+    }
+    int result = 0;
+    {
+        const support::FailingAllocations none;
+        result = KVO_HWS_activateEmbKvoEvents(Told::callback);
+    }
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(KVO_HWS_deactivateEmbKvoEvents(), -1);
+}
+
+TEST_F(EventListener, is_activated_and_stopped_by_several_threads)
+{
+    EventService service;
+    std::atomic<bool> ending{false};
+    std::thread acceptor([&] {
+        while (!ending) {
+            service.accept(50ms);
+        }
+    });
+    const auto until = Clock::now() + 3s;
+    std::atomic<int> started{0};
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 3; ++thread) {
+        threads.emplace_back([&] {
+            while (Clock::now() < until) {
+                const int result = KVO_HWS_activateEmbKvoEvents(Told::callback);
+                EXPECT_TRUE(result == 1 || result == -8) << result;
+                started += result == 1 ? 1 : 0;
+                KVO_HWS_deactivateEmbKvoEvents();
+            }
+        });
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    EXPECT_GE(started, 3);
+    EXPECT_TRUE(eventually(isFree));
+    ending = true;
+    acceptor.join();
+}
+
+TEST_F(EventListener, may_be_several_threads_of_which_the_last_tells_that_they_have_ended)
+{
+    EventService service;
+    // Only what comes ends a wait, so that it is seen which thread it ends.
+    std::atomic<int> waiting = 0;
+    const WithSystemCalls calls{{.poll = [&](pollfd *descriptors, nfds_t count, int) {
+        if (!support::calledByLibrary()) {
+            return support::kPass;
+        }
+        ++waiting;
+        return ppoll(descriptors, count, nullptr, nullptr);
+    }}};
+    Notify *record = nullptr;
+    ASSERT_EQ(CreateNotify(&record), 0);
+    ASSERT_EQ(kvo_hws_CreateThread(embKvoEventsThread, record), 1);
+    ASSERT_TRUE(service.accept());
+    ASSERT_EQ(kvo_hws_CreateThread(embKvoEventsThread, record), 1);
+    ASSERT_TRUE(service.accept());
+    ASSERT_TRUE(eventually([&] { return std::atomic_ref(record->uiUsers).load() == 2; }));
+    const pthread_t second = std::atomic_ref(record->threadWorker).load();
+    ASSERT_TRUE(eventually([&] { return waiting == 2; })) << "a listener that does not wait yet would see the stop by itself";
+    std::atomic_ref(record->uiState).store(NOTIFY_STOP_REQUESTED);
+    service.stopSending(0);
+    ASSERT_TRUE(eventually([&] { return std::atomic_ref(record->uiUsers).load() == 1; }));
+    EXPECT_TRUE(pthread_equal(std::atomic_ref(record->threadWorker).load(), second)) << "the one that goes on is still woken";
+    std::this_thread::sleep_for(50ms);
+    EXPECT_EQ(std::atomic_ref(record->uiState).load(), NOTIFY_STOP_REQUESTED) << "one goes on";
+    service.closeAll();
+    EXPECT_TRUE(eventually([&] { return std::atomic_ref(record->uiState).load() == NOTIFY_STOP_DONE; }));
+    EXPECT_TRUE(eventually(isFree));
+    DeleteNotify(&record);
+}
+
+TEST_F(EventListener, installs_the_handler_of_the_signal_that_wakes_it)
+{
+    EventService service;
+    Notify *record = nullptr;
+    ASSERT_EQ(CreateNotify(&record), 0);
+    signal(SIGUSR1, SIG_IGN);  // a program that has put its own in the place since
+    ASSERT_EQ(kvo_hws_CreateThread(embKvoEventsThread, record), 1);
+    ASSERT_TRUE(service.accept());
+    struct sigaction action {};
+    ASSERT_EQ(sigaction(SIGUSR1, nullptr, &action), 0);
+    EXPECT_NE(action.sa_handler, SIG_IGN);
+    EXPECT_EQ(KVO_HWS_deactivateEmbKvoEvents(), 1);
+    EXPECT_TRUE(eventually(isFree));
+}
+
+TEST_F(EventListener, waits_a_moment_at_its_end_and_wakes_whoever_waits_for_it)
+{
+    EventService service;
+    Notify *record = nullptr;
+    ASSERT_EQ(CreateNotify(&record), 0);  // this thread is the one that waits
+    ASSERT_EQ(kvo_hws_CreateThread(embKvoEventsThread, record), 1);
+    ASSERT_TRUE(service.accept());
+    ASSERT_TRUE(eventually([&] { return std::atomic_ref(record->uiState).load() == NOTIFY_RUNNING; }));
+    std::this_thread::sleep_for(100ms);
+    std::atomic<bool> paused{false};
+    const WithSystemCalls calls{{.select = [&, own = std::this_thread::get_id()](timeval *time) {
+        paused = paused || (std::this_thread::get_id() != own && time->tv_sec == 0 && time->tv_usec == 20'000);
+        return support::kPass;
+    }}};
+    std::atomic_ref(record->uiState).store(NOTIFY_STOP_REQUESTED);
+    const auto began = Clock::now();
+    EXPECT_EQ(WaitShutdown(record, 8000), 1);
+    EXPECT_LE(Clock::now() - began, 3s) << "woken: its own wait is over after 8 s alone";
+    EXPECT_EQ(std::atomic_ref(record->uiState).load(), NOTIFY_STOP_DONE) << "written ahead of the signal";
+    EXPECT_TRUE(paused);
+    EXPECT_TRUE(eventually(isFree));
+    DeleteNotify(&record);
+}
+
+TEST_F(EventListener, that_cannot_be_waited_for_is_told)
+{
+    EventService service;
+    const SyslogCapture capture;
+    Listening listening;
+    ASSERT_TRUE(service.accept());
+    {
+        const WithSystemCalls calls{{.select = [own = std::this_thread::get_id()](timeval *) {
+            if (std::this_thread::get_id() != own) {
+                return support::kPass;
+            }
+            errno = EINVAL;
+            return -1;
+        }}};
+        EXPECT_EQ(listening.stop(), 1);
+    }
+    EXPECT_THAT(capture.texts(), Contains("shutdown Emb-KVO events thread - error"));
+    EXPECT_TRUE(eventually(isFree));
+}
+
+TEST_F(EventListener, that_ends_without_being_asked_leaves_its_record_stopped)
+{
+    EventService service;
+    Notify *record = nullptr;
+    ASSERT_EQ(CreateNotify(&record), 0);
+    ASSERT_EQ(kvo_hws_CreateThread(embKvoEventsThread, record), 1);
+    ASSERT_TRUE(service.accept());
+    ASSERT_TRUE(eventually([&] { return std::atomic_ref(record->uiState).load() == NOTIFY_RUNNING; }));
+    std::atomic_ref(record->uiState).store(NOTIFY_STOP_DONE);  // as a program's own thread would end it
+    EXPECT_TRUE(eventually([&] { return std::atomic_ref(record->uiState).load() == NOTIFY_STOPPED; }));
+    EXPECT_TRUE(eventually(isFree));
+    DeleteNotify(&record);
+}
+
+TEST_F(EventListener, is_a_thread_that_a_program_may_start_itself)
+{
+    EventService service;
+    Notify *record = nullptr;
+    ASSERT_EQ(CreateNotify(&record), 0);
+    ASSERT_EQ(kvo_hws_CreateThread(embKvoEventsThread, record), 1);
+    ASSERT_TRUE(service.accept());
+    EXPECT_EQ(KVO_HWS_activateEmbKvoEvents(Told::callback), -8);
+    EXPECT_TRUE(eventually([&] { return std::atomic_ref(record->uiState).load() == NOTIFY_RUNNING; }));
+    EXPECT_EQ(std::atomic_ref(record->uiUsers).load(), 1U);
+    EXPECT_EQ(KVO_HWS_deactivateEmbKvoEvents(), 1);
+    EXPECT_TRUE(eventually(isFree));
+}
+
+}  // namespace

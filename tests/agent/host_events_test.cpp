@@ -1,0 +1,119 @@
+// The events that the host pushes to the remote side, and what its callback may do.
+#include <kvo_hws/agent.h>
+#include <kvo_hws/requests.h>
+#include <kvo_hws/runtime.h>
+
+#include "agent/agent_fixture.h"
+#include "agent/lifecycle.h"
+#include "support/remote_service.h"
+#include "support/scripted_service.h"
+#include "support/syslog_capture.h"
+#include "support/usb_events.h"
+
+#include <atomic>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <unistd.h>
+
+namespace {
+
+using agent_test::Agent;
+using agent_test::expectRefused;
+using agent_test::Host;
+using agent_test::kEvent;
+using agent_test::kSession;
+using agent_test::serves;
+using support::eventually;
+using support::MessagesOn;
+using support::RemoteService;
+using support::ScriptedService;
+using testing::EndsWith;
+
+TEST(Events, need_the_agent_s_handle_and_a_text)
+{
+    const MessagesOn messages;
+    int other = 0;
+    expectRefused([] { return KVO_HWS_sendEmbHwsEvent(nullptr, "event"); }, -7, kEvent + "instance data is NULL");
+    expectRefused([&] { return KVO_HWS_sendEmbHwsEvent(&other, "event"); }, -10, kEvent + "instance data is invalid");
+    expectRefused([] { return KVO_HWS_sendEmbHwsEvent(gEmbKvoInst, nullptr); }, -7, kEvent + "null pointer received!");
+}
+
+TEST(Events, wait_until_the_remote_side_has_spoken)
+{
+    RemoteService remote(kSession);
+    const ScriptedService service({serves()});
+    const Agent agent;
+    EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(agent.instance, "too early"), -1);
+    ASSERT_TRUE(remote.accept());
+    EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(agent.instance, "too early"), -1);
+    EXPECT_EQ(remote.ask("nonsense"), "bad request");
+    EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(agent.instance, "too early"), -1);
+    EXPECT_EQ(remote.ask("ping"), "pong");
+    // The reply goes out just before the protocol counts as negotiated.
+    EXPECT_TRUE(eventually([&] { return KVO_HWS_sendEmbHwsEvent(agent.instance, "event") == 1; }));
+    EXPECT_EQ(remote.line(), "I01:event\r\n");
+    EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(agent.instance, ""), 1);
+    EXPECT_EQ(remote.line(), "I02:\r\n");
+}
+
+TEST(Events, are_refused_until_the_next_agent_s_remote_side_has_spoken)
+{
+    RemoteService remote(kSession);
+    const ScriptedService service({serves()});
+    protocolNegotiated = 1;  // left over from whatever was before
+    const Agent agent;
+    EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(agent.instance, "too early"), -1);
+    ASSERT_TRUE(remote.accept());
+    std::atomic<int> inCallback{0};
+    Host::says([&](const std::string &) {
+        inCallback = KVO_HWS_sendEmbHwsEvent(gEmbKvoInst, "too early");
+        return 1;
+    });
+    EXPECT_EQ(remote.ask("stop-viewer"), "ok");
+    EXPECT_EQ(inCallback, -1) << "the first request is not yet answered";
+}
+
+TEST(Callback, may_push_ask_and_close)
+{
+    RemoteService remote(kSession);
+    const ScriptedService service({serves({{"getRV4Mode=0500000A", "rv4mode=1"}})});
+    const Agent agent;
+    ASSERT_TRUE(remote.accept());
+    EXPECT_EQ(remote.ask("ping"), "pong");
+    EXPECT_EQ(remote.ask("ping"), "pong");
+    Host::says([&](const std::string &) {
+        uint32_t mode = 0;
+        EXPECT_EQ(KVO_HWS_getRV4Mode(gFocusKvoIp, &mode), 1);
+        EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(gEmbKvoInst, "from inside"), 1);
+        EXPECT_EQ(kvo_hws_detach_thread(), -1) << "nobody has to join its thread";
+        hmi_close_x(&gEmbKvoInst->session);
+        return 1;
+    });
+    remote.send("stop-viewer\r\n");
+    EXPECT_THAT(remote.line(), EndsWith(":from inside\r\n"));
+    EXPECT_EQ(remote.line(), "(closed)");
+    EXPECT_TRUE(remote.accept()) << "and a new connection is made";
+}
+
+TEST(Events, go_nowhere_while_there_is_no_connection)
+{
+    RemoteService remote(kSession);
+    const ScriptedService service({serves()});
+    const Agent agent;
+    ASSERT_TRUE(remote.accept());
+    EXPECT_EQ(remote.ask("ping"), "pong");
+    EXPECT_EQ(remote.ask("ping"), "pong");
+    EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(agent.instance, "heard"), 1);
+    const int first = std::stoi(remote.line().substr(1, 2));
+    remote.close();
+    ASSERT_TRUE(eventually([] { return std::atomic_ref(gEmbKvoInst->session.socket).load() < 0; }));
+    EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(agent.instance, "lost"), 1);
+    ASSERT_TRUE(remote.accept());
+    ASSERT_TRUE(eventually([] { return std::atomic_ref(gEmbKvoInst->session.socket).load() >= 0; }));
+    EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(agent.instance, "heard"), 1);
+    EXPECT_EQ(std::stoi(remote.line().substr(1, 2)), first + 2)
+        << "a number is used, so that the remote side sees that it has missed one";
+}
+
+}  // namespace

@@ -1,0 +1,40 @@
+// A configuration file, read.
+#pragma once
+
+#include <kvo_hws/config.h>
+#include <kvo_hws/runtime.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <string>
+#include <unistd.h>
+
+namespace config_test {
+
+/// A configuration file with this content, read.
+class Read {
+public:
+    explicit Read(const std::string &content)
+    {
+        std::ofstream(path_) << content;
+        setenv("KVO_PLATFORM_CONFIG", path_.c_str(), 1);
+        ReadConfFile();
+    }
+    Read(const Read &) = delete;
+    Read &operator=(const Read &) = delete;
+    ~Read()
+    {
+        // Earlier texts are left to whoever may still hold them; here that is nobody.
+        std::free(sConfData.name);
+        std::free(sConfData.interface);
+        sConfData = {};
+        unsetenv("KVO_PLATFORM_CONFIG");
+        unlink(path_.c_str());
+    }
+
+private:
+    std::string path_ = testing::TempDir() + "kvo_hws." + std::to_string(getpid()) + ".conf";
+};
+
+}  // namespace config_test

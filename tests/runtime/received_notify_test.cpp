@@ -1,0 +1,93 @@
+// The notification that a message was received.
+#include <kvo_hws/runtime.h>
+
+#include "runtime/notifications.h"
+#include "support/alarms.h"
+
+#include <chrono>
+#include <ctime>
+#include <gtest/gtest.h>
+#include <thread>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+using runtime_test::timeOf;
+
+class ReceivedNotify : public testing::Test {
+protected:
+    void SetUp() override { ASSERT_EQ(InitReceivedNotify(&semaphore_), 0); }
+    void TearDown() override { EXPECT_EQ(DeleteReceivedNotify(&semaphore_), 0); }
+    sem_t semaphore_{};
+};
+
+TEST_F(ReceivedNotify, creating_does_nothing) { EXPECT_EQ(CreateReceivedNotify(), 0); }
+
+TEST_F(ReceivedNotify, begins_with_nothing_posted)
+{
+    int value = -1;
+    EXPECT_EQ(sem_getvalue(&semaphore_, &value), 0);
+    EXPECT_EQ(value, 0);
+}
+
+TEST_F(ReceivedNotify, is_posted_once_for_one_wait)
+{
+    NotifyReceived(&semaphore_);
+    EXPECT_EQ(WaitReceivedNotify(&semaphore_, 5000), 1);
+    EXPECT_EQ(WaitReceivedNotify(&semaphore_, 0), 0);
+}
+
+TEST_F(ReceivedNotify, is_posted_while_somebody_waits)
+{
+    std::thread poster([this] {
+        std::this_thread::sleep_for(50ms);
+        NotifyReceived(&semaphore_);
+    });
+    EXPECT_EQ(WaitReceivedNotify(&semaphore_, 10'000), 1);
+    poster.join();
+}
+
+TEST_F(ReceivedNotify, posting_null_does_nothing) { NotifyReceived(nullptr); }
+
+/// The part below a second counts in microseconds: a wait of 1500 ms is over after 1.0005 s, one of 900 ms at once.
+TEST_F(ReceivedNotify, waits_for_whole_seconds_and_no_longer)
+{
+    const auto waitFor = [this](unsigned milliseconds) {
+        int result = -1;
+        std::chrono::milliseconds taken{};
+        do {  // in one of a thousand calls the deadline is no valid one
+            taken = timeOf([&] { result = WaitReceivedNotify(&semaphore_, milliseconds); });
+        } while (result == -1);
+        EXPECT_EQ(result, 0);
+        return taken;
+    };
+    const auto longWait = waitFor(1500);
+    EXPECT_GE(longWait, 995ms);
+    EXPECT_LT(longWait, 1400ms);
+    EXPECT_LT(waitFor(900), 400ms);
+}
+
+TEST_F(ReceivedNotify, a_deadline_past_the_running_second_is_a_failure)
+{
+    // 999 ms count as 999 us here; begun in a second's last 999 us they reach past its end.
+    NotifyReceived(&semaphore_);
+    int result = 1;
+    for (int attempt = 0; attempt < 5 && result == 1; ++attempt) {
+        timespec now{};
+        do {
+            clock_gettime(CLOCK_REALTIME, &now);
+        } while (now.tv_nsec < 999'050'000 || now.tv_nsec > 999'400'000);
+        result = WaitReceivedNotify(&semaphore_, 999);
+        NotifyReceived(&semaphore_);
+    }
+    EXPECT_EQ(result, -1) << "although it has been posted";
+}
+
+TEST_F(ReceivedNotify, a_signal_is_a_failure)
+{
+    const support::Alarms alarms(50ms, 50ms);
+    EXPECT_EQ(WaitReceivedNotify(&semaphore_, 10'000), -1);
+}
+
+}  // namespace

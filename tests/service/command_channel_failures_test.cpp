@@ -1,0 +1,207 @@
+// The exchange with the hardware service where it fails: results, messages, and waits.
+#include <kvo_hws/runtime.h>
+#include <kvo_hws/service.h>
+
+#include "service/exchange.h"
+#include "support/alarms.h"
+#include "support/no_descriptors.h"
+#include "support/scripted_service.h"
+#include "support/syslog_capture.h"
+
+#include <chrono>
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <string>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+using service_test::Exchange;
+using support::MessagesOn;
+using support::ScriptedService;
+using support::SyslogCapture;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::Ge;
+using testing::Lt;
+
+std::size_t openDescriptors()
+{
+    const std::filesystem::directory_iterator all("/proc/self/fd");
+    return static_cast<std::size_t>(std::distance(begin(all), end(all)));
+}
+
+TEST(CommandChannel, tells_a_failure_after_the_lock_is_left_and_the_socket_closed)
+{
+    const ScriptedService service({support::closesAfterRequest()});
+    const MessagesOn messages;
+    const std::size_t descriptors = openDescriptors();
+    bool lockFree = false;
+    std::size_t descriptorsThen = 0;
+    const SyslogCapture capture([&] {
+        lockFree = pthread_mutex_trylock(&sGCriticalSectionCmdPipe) == 0;
+        if (lockFree) {
+            pthread_mutex_unlock(&sGCriticalSectionCmdPipe);
+        }
+        descriptorsThen = openDescriptors();
+    });
+    EXPECT_EQ(Exchange("getVersion").result, -1);
+    EXPECT_TRUE(lockFree);
+    EXPECT_LE(descriptorsThen, descriptors + 1) << "the service's own end may still be open";
+}
+
+TEST(CommandChannel, tells_a_missing_service_after_one_attempt)
+{
+    const MessagesOn messages;
+    const SyslogCapture capture;
+    const Exchange exchange("getVersion");
+    EXPECT_EQ(exchange.result, -2);
+    EXPECT_EQ(exchange.text(), "(null)");
+    EXPECT_LT(exchange.taken, 1s);
+    EXPECT_THAT(capture.texts(), ElementsAre("command socket - can not connect to socket"));
+}
+
+TEST(CommandChannel, tells_a_socket_that_nobody_listens_at_any_more)
+{
+    support::leaveStaleSocket(support::kCommandSocket);
+    const MessagesOn messages;
+    const SyslogCapture capture;
+    EXPECT_EQ(Exchange("getVersion").result, -2);
+    EXPECT_THAT(capture.texts(), ElementsAre("command socket - can not connect to socket"));
+}
+
+struct Fault {
+    const char *name;
+    support::Script script;
+    const char *message;
+};
+
+class CommandChannelFault : public testing::TestWithParam<Fault> {};
+
+TEST_P(CommandChannelFault, is_a_failure_with_its_message)
+{
+    const ScriptedService service({GetParam().script});
+    const MessagesOn messages;
+    const SyslogCapture capture;
+    const std::size_t descriptors = openDescriptors();
+    const Exchange exchange("getVersion");
+    EXPECT_EQ(exchange.result, -1);
+    EXPECT_EQ(exchange.reply.pcData, nullptr);
+    EXPECT_EQ(exchange.reply.uiLength, 0U);
+    EXPECT_THAT(capture.texts(), ElementsAre(GetParam().message));
+    EXPECT_LE(openDescriptors(), descriptors + 1) << "the service's own end may still be open";
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, CommandChannelFault,
+                         testing::Values(Fault{"closes_after_the_request", support::closesAfterRequest(),
+                                               "command socket - can not read from socket"},
+                                         Fault{"closes_inside_the_reply", support::closesInsideReply("half a re"),
+                                               "command socket - can not read from socket"},
+                                         Fault{"silent_for_4_s", support::staysSilent(6s),
+                                               "command socket - can not read from socket"}),
+                         [](const auto &row) { return row.param.name; });
+
+TEST(CommandChannel, comes_through_a_peer_that_closes_before_the_request)
+{
+    // Whether the write or the read meets the closed end is a matter of timing; both are failures and neither a signal.
+    const ScriptedService service({support::closesAtOnce()});
+    const MessagesOn messages;
+    for (int round = 0; round < 50; ++round) {
+        const SyslogCapture capture;
+        const Exchange exchange("getVersion");
+        EXPECT_EQ(exchange.result, -1);
+        EXPECT_THAT(capture.texts(), ElementsAre(testing::AnyOf("command socket - can not write to socket",
+                                                                "command socket - can not read from socket")));
+    }
+}
+
+TEST(CommandChannel, a_write_to_a_peer_that_has_gone_is_a_failure_and_no_signal)
+{
+    const ScriptedService service({support::closesAtOnce()});
+    const MessagesOn messages;
+    const SyslogCapture capture;
+    // More than a socket holds, so that the write surely meets the closed end.
+    const std::string command(5'000'000, 'c');
+    EXPECT_EQ(Exchange(command.c_str()).result, -1);
+    EXPECT_THAT(capture.texts(), ElementsAre("command socket - can not write to socket"));
+}
+
+TEST(CommandChannel, a_peer_that_does_not_read_holds_a_write_up_for_4_s_at_most)
+{
+    const ScriptedService service({{{.kind = support::Step::Kind::pause, .pause = 20s}}});
+    const MessagesOn messages;
+    const SyslogCapture capture;
+    const std::string command(5'000'000, 'c');
+    const Exchange exchange(command.c_str());
+    EXPECT_EQ(exchange.result, -1);
+    EXPECT_THAT(exchange.taken, AllOf(Ge(3900ms), Lt(9s)));
+    EXPECT_THAT(capture.texts(), ElementsAre("command socket - can not write to socket"));
+}
+
+TEST(CommandChannel, a_full_queue_counts_as_no_connection_after_4_s)
+{
+    const support::FullQueue service;
+    const MessagesOn messages;
+    const SyslogCapture capture;
+    const Exchange exchange("getVersion");
+    EXPECT_EQ(exchange.result, -2);
+    EXPECT_THAT(exchange.taken, AllOf(Ge(3900ms), Lt(6s)));
+    EXPECT_THAT(capture.texts(), ElementsAre("command socket - can not connect to socket"));
+}
+
+TEST(CommandChannel, signals_do_not_cut_a_wait_for_a_full_queue_short_nor_make_it_endless)
+{
+    const support::FullQueue service;
+    const support::Alarms alarms(20ms, 20ms);
+    const Exchange exchange("getVersion");
+    EXPECT_EQ(exchange.result, -2);
+    EXPECT_THAT(exchange.taken, AllOf(Ge(3900ms), Lt(5500ms)));
+}
+
+TEST(CommandChannel, tells_when_there_are_no_descriptors_left)
+{
+    const MessagesOn messages;
+    const SyslogCapture capture;
+    DynBuffer reply{nullptr, 0};
+    int result = 0;
+    {
+        const support::NoDescriptors none;
+        result = SendCommand2ServiceDyn("getVersion", &reply);
+    }
+    EXPECT_EQ(result, -1);
+    EXPECT_THAT(capture.texts(), ElementsAre("command socket - error creating socket"));
+}
+
+TEST(CommandChannel, a_null_reply_record_is_a_read_failure)
+{
+    const ScriptedService service({support::replies("ok")});
+    const MessagesOn messages;
+    const SyslogCapture capture;
+    EXPECT_EQ(SendCommand2ServiceDyn("getVersion", nullptr), -1);
+    EXPECT_THAT(capture.texts(), ElementsAre("command socket - can not read from socket"));
+}
+
+TEST(CommandChannel, leaves_the_lock_free_and_no_descriptor_behind_after_every_outcome)
+{
+    const auto inOrder = [] {
+        EXPECT_EQ(pthread_mutex_trylock(&sGCriticalSectionCmdPipe), 0);
+        pthread_mutex_unlock(&sGCriticalSectionCmdPipe);
+    };
+    const std::size_t descriptors = openDescriptors();
+    EXPECT_EQ(Exchange("a").result, -2);
+    inOrder();
+    EXPECT_EQ(openDescriptors(), descriptors);
+    {
+        const ScriptedService service({support::closesAfterRequest(), support::closesAtOnce(), support::replies("ok")});
+        EXPECT_EQ(Exchange("a").result, -1);
+        inOrder();
+        EXPECT_EQ(Exchange("a").result, -1);
+        inOrder();
+        EXPECT_EQ(Exchange("a").result, 1);
+        inOrder();
+    }
+    EXPECT_EQ(openDescriptors(), descriptors);
+}
+
+}  // namespace

@@ -1,0 +1,56 @@
+// A socket pair whose other end does as it likes, and lines read from it.
+#pragma once
+
+#include <kvo_hws/runtime.h>
+#include <kvo_hws/service.h>
+
+#include <chrono>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <string>
+
+namespace service_test {
+
+inline constexpr char kPattern = '\x5A';
+
+/// A line from ReadSocket, in a buffer of the least size with guard bytes behind.
+struct FixedLine {
+    explicit FixedLine(int fd) : bytes(1025 + 16, kPattern)
+    {
+        result = ReadSocket(fd, bytes.data());
+        EXPECT_EQ(bytes.substr(1025), std::string(16, kPattern)) << "written behind the buffer";
+    }
+    [[nodiscard]] std::string text() const { return bytes.c_str(); }
+
+    int result;
+    std::string bytes;
+};
+
+/// A line from ReadSocketCache.
+struct CachedLine {
+    CachedLine(int fd, SocketCache &cache, unsigned timeout = 1000) : bytes(1025 + 16, kPattern)
+    {
+        result = ReadSocketCache(fd, bytes.data(), &cache, timeout);
+        EXPECT_EQ(bytes.substr(1025), std::string(16, kPattern)) << "written behind the line";
+    }
+    [[nodiscard]] std::string text() const { return bytes.c_str(); }
+
+    int result;
+    std::string bytes;
+};
+
+template <class Work>
+std::chrono::milliseconds timeOf(Work work)
+{
+    const auto start = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
+}
+
+class Readers : public testing::Test {
+protected:
+    void SetUp() override { SetDebugLevel(2); }
+    void TearDown() override { SetDebugLevel(0); }
+};
+
+}  // namespace service_test

@@ -1,0 +1,299 @@
+// The remote side's connections: where it listens, how agents come and go, and agents that misbehave.
+#include "common/control_client.h"
+#include "kvosim/net/tcp_socket.h"
+#include "kvosim/remote/remote_log.h"
+#include "kvosim/remote/remote_session.h"
+#include "tools/kvosim/remote/remote_fixture.h"
+#include "tools/kvosim/support/agent.h"
+#include "tools/kvosim/support/client.h"
+#include "tools/kvosim/support/running_service.h"
+
+#include <chrono>
+#include <future>
+#include <gmock/gmock.h>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+using kvosim_test::Agent;
+using kvosim_test::asks;
+using kvosim_test::becomes;
+using kvosim_test::log;
+using kvosim_test::Remote;
+using kvosim_test::request;
+using kvosim_test::RunningService;
+using kvosim_test::sessionRow;
+using kvosim_test::sessions;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
+using testing::ThrowsMessage;
+
+// ---- Connections ----
+
+TEST_F(Remote, sessions_are_listed)
+{
+    const tools::Json row = sessionRow(3);
+    EXPECT_EQ(row["port"], 5853);
+    EXPECT_EQ(row["address"], "127.0.0.1");
+    EXPECT_THAT(row["agent"].get<std::string>(), StartsWith("127.0.0.1:"));
+    EXPECT_TRUE(sessionRow(9)["agent"].is_null());
+    EXPECT_EQ(tools::askSimulator({{"do", "status"}})["remote_sessions"], 2);
+}
+
+TEST_F(Remote, a_second_agent_takes_the_place_of_the_first)
+{
+    auto reply = asks(request("ping"));
+    EXPECT_EQ(agent.hear(), "001:ping\r\n");
+    Agent second;
+    EXPECT_THAT(reply.get(), HasSubstr("takes its place"));
+    EXPECT_EQ(agent.hear(), "(closed)");
+    auto next = asks(request("ping"));
+    second.answer("pong\r\n");
+    EXPECT_EQ(next.get(), "pong");
+    EXPECT_THAT(log(), testing::Contains(testing::MatchesRegex("closed the agent at 127.0.0.1:[0-9]+ takes its place")));
+}
+
+TEST_F(Remote, sessions_are_apart)
+{
+    Agent other(9);
+    ASSERT_TRUE(becomes(true, 9));
+    auto reply = asks(request("ping", {{"session", 9}}));
+    EXPECT_EQ(other.answer("pong\r\n"), "ping\r\n");
+    EXPECT_EQ(reply.get(), "pong");
+    EXPECT_THAT(log({{"session", 3}}), ElementsAre(StartsWith("connected")));
+    EXPECT_THAT(log({{"session", 9}}), ElementsAre(StartsWith("connected"), "request 001:ping", "reply 001:pong"));
+    EXPECT_EQ(agent.hear(50ms), "(nothing more came)");
+}
+
+TEST_F(Remote, a_connection_is_closed_or_reset)
+{
+    tools::askSimulator({{"do", "remote.close"}, {"session", 3}});
+    EXPECT_EQ(agent.hear(), "(closed)");
+    Agent second;
+    ASSERT_TRUE(becomes(true));
+    tools::askSimulator({{"do", "remote.close"}, {"session", 3}, {"reset", true}});
+    EXPECT_EQ(second.hear(), "(reset)");
+    EXPECT_TRUE(becomes(false));
+}
+
+TEST_F(Remote, the_other_side_goes_away_for_a_time)
+{
+    const auto gone = std::chrono::steady_clock::now();
+    tools::askSimulator({{"do", "remote.close"}, {"session", 3}, {"away_ms", 500}});
+    EXPECT_EQ(agent.hear(), "(closed)");
+    EXPECT_THROW(Agent(), std::runtime_error);
+    EXPECT_TRUE(sessionRow(3)["away"].get<bool>());
+    while (sessionRow(3)["away"].get<bool>()) {
+        std::this_thread::sleep_for(10ms);
+        ASSERT_LT(std::chrono::steady_clock::now() - gone, 10s);
+    }
+    EXPECT_GE(std::chrono::steady_clock::now() - gone, 500ms);
+    Agent second;
+    EXPECT_TRUE(becomes(true));
+}
+
+TEST_F(Remote, goes_away_without_an_agent_and_again)
+{
+    tools::askSimulator({{"do", "remote.close"}, {"session", 9}, {"away_ms", 600'000}});
+    EXPECT_THROW(Agent(9), std::runtime_error);
+    tools::askSimulator({{"do", "remote.close"}, {"session", 9}, {"away_ms", 1}});
+    while (sessionRow(9)["away"].get<bool>()) {
+        std::this_thread::sleep_for(10ms);
+    }
+    Agent other(9);
+    EXPECT_TRUE(becomes(true, 9));
+}
+
+TEST_F(Remote, comes_back_as_soon_as_the_port_is_free)
+{
+    tools::askSimulator({{"do", "remote.close"}, {"session", 9}, {"away_ms", 100}});
+    {
+        const tools::Descriptor taken = kvosim::listenAt("a test", INADDR_LOOPBACK, 5859);
+        std::this_thread::sleep_for(400ms);
+        EXPECT_TRUE(sessionRow(9)["away"].get<bool>());
+    }
+    while (sessionRow(9)["away"].get<bool>()) {
+        std::this_thread::sleep_for(10ms);
+    }
+    Agent other(9);
+    EXPECT_TRUE(becomes(true, 9));
+}
+
+// ---- What rude agents do ----
+
+TEST_F(Remote, a_line_that_does_not_end_closes_the_connection)
+{
+    agent.send(std::string(kvosim::kLongestAgentLine, 'x'));
+    EXPECT_EQ(agent.hear(100ms), "(nothing more came)");
+    agent.send("x");
+    EXPECT_EQ(agent.hear(), "(closed)");
+    EXPECT_THAT(logOf(2).back(), "closed the agent has sent a line longer than 4096 bytes");
+}
+
+TEST_F(Remote, half_a_line_delays_no_client)
+{
+    agent.send("001:po");
+    EXPECT_EQ(kvosim_test::exchange("getVersion\n"), "V09.08\n");
+    auto reply = asks(request("ping"));
+    agent.hear();
+    agent.send("ng\r\n");
+    EXPECT_EQ(reply.get(), "pong");
+}
+
+TEST_F(Remote, a_flood_is_logged_within_bounds)
+{
+    const std::string line = "I01:" + std::string(1000, 'x') + "\r\n";
+    for (int i = 0; i < 5000; ++i) {
+        ASSERT_TRUE(agent.send(line));
+    }
+    auto reply = asks(request("ping"));
+    EXPECT_EQ(agent.answer("pong\r\n"), "ping\r\n");
+    EXPECT_EQ(reply.get(), "pong");
+    uint64_t known = 0;
+    std::size_t bytes = 0;
+    std::size_t records = 0;
+    uint64_t lost = 0;
+    for (;;) {
+        const tools::Json page = tools::askSimulator({{"do", "remote.log"}, {"after", known}});
+        lost += page["lost"].get<uint64_t>();
+        if (page["records"].empty()) {
+            break;
+        }
+        EXPECT_LE(page["records"].size(), 200U);
+        for (const tools::Json &record : page["records"]) {
+            EXPECT_EQ(record["number"], lost + ++records) << "in order, without a gap";
+            bytes += record["text"].get<std::string>().size();
+        }
+        known = page["next"];
+    }
+    EXPECT_EQ(records + lost, 5003U);
+    EXPECT_LE(records, kvosim::RemoteLog::kMostRecords);
+    EXPECT_LE(bytes, kvosim::RemoteLog::kMostBytes);
+    EXPECT_GT(records, 900U);
+}
+
+TEST_F(Remote, an_agent_that_does_not_read_is_not_sent_without_end)
+{
+    const std::string longest(kvosim::kLongestRequest, 'x');
+    std::string failure;
+    for (int i = 0; i < 200'000 && failure.empty(); ++i) {
+        try {
+            tools::askSimulator({{"do", "remote.raw"}, {"session", 3}, {"bytes", std::string(8192, '0')}});
+        } catch (const tools::CouldNot &error) {
+            failure = error.what();
+        }
+    }
+    EXPECT_THAT(failure, StartsWith("the agent of session 3 does not read"));
+    EXPECT_EQ(kvosim_test::exchange("getVersion\n"), "V09.08\n");
+}
+
+TEST_F(Remote, so_many_requests_wait_and_no_more)
+{
+    constexpr std::size_t kMost = kvosim::RemoteSession::kMostUnanswered;
+    for (std::size_t i = 0; i < 2 * kMost; ++i) {
+        tools::askSimulator({{"do", "remote.send"}, {"session", 3}, {"request", "nobody waits"}});
+        EXPECT_EQ(agent.hear(), "nobody waits\r\n");
+    }
+    // Those give way to the ones that somebody waits for.
+    std::vector<std::future<std::string>> waiting;
+    for (std::size_t i = 0; i < kMost; ++i) {
+        waiting.push_back(asks(request("ping")));
+        EXPECT_THAT(agent.hear(), HasSubstr(":ping"));
+    }
+    EXPECT_EQ(asks(request("ping")).get(),
+              "could not: 32 requests wait for a reply of the agent of session 3 already; wait for them");
+    EXPECT_EQ(kvosim_test::exchange("getVersion\n"), "V09.08\n");
+    shutdown(agent.get(), SHUT_RDWR);
+    for (auto &reply : waiting) {
+        EXPECT_THAT(reply.get(), HasSubstr("was lost"));
+    }
+}
+
+// ---- Where it listens ----
+
+TEST(RemotePorts, none_without_the_option)
+{
+    const RunningService service;
+    EXPECT_TRUE(tools::askSimulator({{"do", "remote.list"}})["sessions"].empty());
+    for (unsigned session = 0; session <= 9; ++session) {
+        EXPECT_THROW(Agent agent(session), std::runtime_error) << session;
+    }
+    EXPECT_THAT(
+        [] {
+            tools::askSimulator({{"do", "remote.ask"}, {"session", 0}, {"request", "ping"}, {"patience_ms", 1}});
+        },
+        ThrowsMessage<tools::CouldNot>("session 0 is not served; start the simulator with --remote 0"));
+}
+
+TEST(RemotePorts, all_ten)
+{
+    const RunningService service(kvosim_test::kSmallPlant, sessions({0, 1, 2, 3, 4, 5, 6, 7, 8, 9}));
+    for (unsigned session = 0; session <= 9; ++session) {
+        const Agent agent(session);
+        EXPECT_TRUE(becomes(true, session)) << session;
+    }
+}
+
+TEST(RemotePorts, are_those_of_127_0_0_1_unless_the_option_says_otherwise)
+{
+    const RunningService service(kvosim_test::kSmallPlant, sessions({3}));
+    EXPECT_THROW(Agent(3, "127.0.0.2"), std::runtime_error) << "an address of this machine, but another one";
+    const Agent agent(3);
+    EXPECT_TRUE(becomes(true, 3));
+}
+
+TEST(RemotePorts, a_plant_names_them)
+{
+    const RunningService service("[service]\nremote_sessions = \"1,2\"\nremote_address = \"127.0.0.2\"\n");
+    const Agent agent(2, "127.0.0.2");
+    EXPECT_TRUE(becomes(true, 2));
+    EXPECT_EQ(sessionRow(1)["address"], "127.0.0.2");
+    EXPECT_THROW(Agent(2, "127.0.0.1"), std::runtime_error);
+}
+
+TEST(RemotePorts, an_option_goes_before_the_plant)
+{
+    auto options = sessions({});
+    options.remoteAddress = "127.0.0.1";
+    const RunningService service("[service]\nremote_sessions = \"1,2\"\n", options);
+    EXPECT_TRUE(tools::askSimulator({{"do", "remote.list"}})["sessions"].empty());
+}
+
+TEST(RemotePorts, one_in_use_is_named)
+{
+    kvosim::EventLoop loop;
+    const kvosim::RemoteSide first(loop, {.sessions = {3}}, [](std::string_view) {});
+    EXPECT_THAT(
+        [&] {
+            kvosim::RemoteSide(loop, {.sessions = {2, 3}}, [](std::string_view) {});
+        },
+        ThrowsMessage<std::runtime_error>("can not serve agents of session 3 at 127.0.0.1:5853: the port is in use, perhaps "
+                                          "by another simulator or a real hardware service"));
+    EXPECT_THAT([&] { kvosim::RemoteSide(loop, {.sessions = {1}, .address = "192.0.2.1"}, [](std::string_view) {}); },
+                ThrowsMessage<std::runtime_error>(
+                    "can not serve agents of session 1 at 192.0.2.1:5851: this machine does not have the address"));
+    EXPECT_THAT(
+        [&] { kvosim::RemoteSide(loop, {.sessions = {1}, .address = "::1"}, [](std::string_view) {}); },
+        ThrowsMessage<std::runtime_error>(HasSubstr("\"::1\" is no IPv4 address to serve agents at; write one such as")));
+}
+
+// ---- How sessions are written ----
+
+TEST(RemoteSessions, are_numbers_with_commas)
+{
+    EXPECT_EQ(kvosim::parseSessions("3"), std::vector<unsigned>{3});
+    EXPECT_EQ(kvosim::parseSessions("9,0,3"), (std::vector<unsigned>{9, 0, 3}));
+    for (const char *wrong : {"", "10", "-1", "3,", ",3", "3,3", "3 4", "x"}) {
+        EXPECT_THAT([&] { kvosim::parseSessions(wrong); },
+                    ThrowsMessage<std::invalid_argument>(HasSubstr("write session numbers of 0 to 9, each once")))
+            << wrong;
+    }
+}
+
+}  // namespace

@@ -1,0 +1,249 @@
+// Activating USB events and the service: waiting for it, its answers, and whether it has events activated.
+#include <kvo_hws/runtime.h>
+#include <kvo_hws/service.h>
+#include <kvo_hws/usbevents.h>
+
+#include "support/holdings.h"
+#include "support/own_thread.h"
+#include "support/request_table.h"
+#include "support/scripted_service.h"
+#include "support/syslog_capture.h"
+#include "support/usb_events.h"
+#include "usbevents/activation_fixture.h"
+
+#include <atomic>
+#include <chrono>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+using support::agrees;
+using support::answerOfUsbServer;
+using support::EventRecorder;
+using support::eventually;
+using support::MessagesOn;
+using support::onOwnThread;
+using support::ScriptedService;
+using support::SyslogCapture;
+using support::threadsRunning;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Not;
+using usbevents_test::activate;
+using usbevents_test::activateV2;
+using usbevents_test::Activation;
+using usbevents_test::anySet;
+using usbevents_test::closeEvents;
+using usbevents_test::Codes;
+using usbevents_test::kState;
+
+std::vector<std::string> without(std::vector<std::string> requests, const std::string &request)
+{
+    std::erase(requests, request);
+    return requests;
+}
+
+// ---- What the service answers ----
+
+TEST_F(Activation, waits_for_the_service_for_as_long_as_it_takes)
+{
+    std::atomic<bool> complete{false};
+    const ScriptedService service({support::answersWith([&](const std::string &request) {
+        return std::string(request == "isInitComplete" ? (complete ? "yes" : "no") : "ok");
+    })});
+    const EventRecorder recorder;
+    ASSERT_EQ(activateV2(EventRecorder::newer), 1);
+    std::this_thread::sleep_for(450ms);
+    EXPECT_EQ(recorder.codes(), Codes{USB_EVENT_BEGIN}) << "nothing but that";
+    const auto asked = service.requests();
+    EXPECT_THAT(without(asked, "isInitComplete\n"), IsEmpty());
+    EXPECT_THAT(asked.size(), testing::AllOf(testing::Ge(3U), testing::Le(6U))) << "every 100 ms";
+    complete = true;
+    ASSERT_TRUE(recorder.waitFor(2));
+    EXPECT_EQ(recorder.codes(), (Codes{USB_EVENT_BEGIN, USB_EVENT_ACTIVATED}));
+}
+
+TEST_F(Activation, waits_also_for_a_service_that_is_not_there_yet)
+{
+    const EventRecorder recorder;
+    ASSERT_EQ(activateV2(EventRecorder::newer), 1);
+    std::this_thread::sleep_for(250ms);
+    EXPECT_EQ(recorder.codes(), Codes{USB_EVENT_BEGIN});
+    const ScriptedService service({agrees()});
+    ASSERT_TRUE(recorder.waitFor(2));
+    EXPECT_EQ(recorder.codes(), (Codes{USB_EVENT_BEGIN, USB_EVENT_ACTIVATED}));
+    closeEvents();
+    EXPECT_TRUE(eventually([] { return !anySet(); }));
+}
+
+TEST_F(Activation, that_was_overtaken_does_not_wait_any_longer)
+{
+    const EventRecorder recorder;
+    const std::size_t before = threadsRunning();
+    for (int round = 0; round < 3; ++round) {
+        ASSERT_EQ(activateV2(EventRecorder::newer), 1);
+    }
+    EXPECT_TRUE(eventually([&] { return threadsRunning() == before + 2; })) << "the server and one that waits";
+    EXPECT_EQ(closeEvents(), 1);
+    EXPECT_TRUE(eventually([&] { return threadsRunning() == before; })) << "and none after the end";
+    const ScriptedService service({agrees()});
+    std::this_thread::sleep_for(250ms);
+    EXPECT_THAT(service.requests(), IsEmpty());
+}
+
+TEST_F(Activation, that_is_overtaken_while_it_asks_whether_the_service_is_ready_asks_nothing_more)
+{
+    const ScriptedService service({support::answersWith([](const std::string &request) {
+        if (request == "isInitComplete") {
+            std::this_thread::sleep_for(700ms);
+            return std::string("yes");
+        }
+        return std::string("ok");
+    })});
+    const EventRecorder recorder;
+    ASSERT_EQ(activateV2(EventRecorder::newer), 1);
+    EXPECT_EQ(closeEvents(), 1);
+    ASSERT_TRUE(recorder.waitFor(3));
+    std::this_thread::sleep_for(800ms);
+    EXPECT_THAT(service.requests(), Not(Contains("activateUSBEvents\n")));
+    EXPECT_EQ(recorder.codes(), (Codes{USB_EVENT_BEGIN, USB_EVENT_BEGIN, USB_EVENT_DEACTIVATED}));
+}
+
+TEST_F(Activation, that_is_overtaken_while_the_service_refuses_it_tells_nothing)
+{
+    std::atomic<bool> first{true};
+    const ScriptedService service({support::answersWith([&](const std::string &request) {
+        if (request == "activateUSBEvents" && first.exchange(false)) {
+            std::this_thread::sleep_for(1500ms);
+            return std::string("failed");
+        }
+        return std::string(request == "isInitComplete" ? "yes" : "ok");
+    })});
+    const EventRecorder recorder;
+    ASSERT_EQ(activateV2(EventRecorder::newer), 1);
+    ASSERT_TRUE(eventually([&] { return !first; }));
+    ASSERT_EQ(activateV2(EventRecorder::newer), 1);
+    ASSERT_TRUE(recorder.waitFor(3));
+    std::this_thread::sleep_for(500ms);
+    EXPECT_EQ(recorder.codes(), (Codes{USB_EVENT_BEGIN, USB_EVENT_BEGIN, USB_EVENT_ACTIVATED}));
+    EXPECT_EQ(answerOfUsbServer(kState), "ok\n");
+}
+
+TEST_F(Activation, is_refused)
+{
+    for (const char *const reply : {"failed", "ok ", ""}) {
+        const ScriptedService service({agrees({{"activateUSBEvents", reply}})});
+        const EventRecorder recorder;
+        ASSERT_EQ(activateV2(EventRecorder::newer), 1);
+        ASSERT_TRUE(recorder.waitFor(2));
+        EXPECT_EQ(recorder.codes(), (Codes{USB_EVENT_BEGIN, USB_EVENT_REFUSED}));
+        EXPECT_TRUE(eventually([] { return !anySet(); }));
+    }
+}
+
+/// A service that answers the first request and is gone for the second.
+std::vector<support::Script> answersOnce() { return {agrees(), support::closesAfterRequest()}; }
+
+TEST_F(Activation, gets_no_answer)
+{
+    const ScriptedService service(answersOnce());
+    const EventRecorder recorder;
+    ASSERT_EQ(activate(EventRecorder::older), 1);
+    ASSERT_TRUE(recorder.waitFor(2));
+    EXPECT_EQ(recorder.codes(), (Codes{USB_EVENT_BEGIN, USB_EVENT_NO_SERVICE}));
+    EXPECT_TRUE(eventually([] { return !anySet(); }));
+}
+
+/// What the two threads log that ask the service, once it has finished starting.
+std::vector<std::string> messagesOfBothThreads(const std::vector<support::Script> &scripts)
+{
+    const ScriptedService service(scripts);
+    const MessagesOn messages;
+    const SyslogCapture capture;
+    onOwnThread([] { return threadActivateUSBevents(nullptr); });
+    onOwnThread([] { return threadDeactivateUSBevents(nullptr); });
+    return capture.texts();
+}
+
+TEST_F(Activation, logs_no_answer_of_the_service)
+{
+    for (const char *const reply : {"ok", "failed", "busy", ""}) {
+        EXPECT_THAT(messagesOfBothThreads({agrees({{"activateUSBEvents", reply}, {"deactivateUSBEvents", reply}})}), IsEmpty())
+            << reply;
+    }
+    EXPECT_THAT(messagesOfBothThreads({agrees(), support::closesAfterRequest(), support::closesAfterRequest()}),
+                ElementsAre("command socket - can not read from socket", "command socket - can not read from socket"));
+}
+
+TEST_F(Activation, by_the_thread_alone_asks_whoever_is_set)
+{
+    const ScriptedService service({agrees()});
+    EXPECT_EQ(onOwnThread([] { return threadActivateUSBevents(nullptr); }), nullptr);
+    EXPECT_THAT(service.requests(), ElementsAre("isInitComplete\n", "activateUSBEvents\n"));
+    EXPECT_EQ(onOwnThread([] { return threadDeactivateUSBevents(nullptr); }), nullptr);
+    EXPECT_EQ(service.requests().back(), "deactivateUSBEvents\n");
+}
+
+TEST_F(Activation, by_the_thread_alone_waits_and_ends_like_any_other)
+{
+    std::atomic<int> asked{0};
+    const ScriptedService service({support::answersWith([&](const std::string &request) {
+        return std::string(request != "isInitComplete" ? "ok" : asked++ == 0 ? "no" : "yes");
+    })});
+    const EventRecorder recorder;
+    sendUSBEvent2 = EventRecorder::newer;
+    EXPECT_EQ(onOwnThread([] {
+                  threadActivateUSBevents(nullptr);
+                  return kvo_hws_detach_thread();
+              }),
+              -1)
+        << "detached";
+    EXPECT_EQ(asked, 2);
+    EXPECT_EQ(onOwnThread([] {
+                  threadDeactivateUSBevents(nullptr);
+                  return kvo_hws_detach_thread();
+              }),
+              -1)
+        << "detached";
+    EXPECT_FALSE(anySet());
+    EXPECT_EQ(recorder.codes(), (Codes{USB_EVENT_ACTIVATED, USB_EVENT_DEACTIVATED}));
+}
+
+// ---- Whether they are active ----
+
+class IsActivated : public testing::TestWithParam<support::RequestCase> {};
+
+TEST_P(IsActivated, asks_the_service) { support::check(GetParam()); }
+
+INSTANTIATE_TEST_SUITE_P(
+    Of, IsActivated, testing::ValuesIn([] {
+        std::vector<support::RequestCase> rows;
+        const auto row = [&rows](const char *name, const char *reply, int32_t result) {
+            rows.push_back({name, KVO_HWS_isUSBEventsActivated, {"isUSBEventsActivated"}, {reply}, result});
+        };
+        row("yes", "yes", 1);
+        row("no", "no", 0);
+        row("yes_and_a_blank", "yes ", -1);
+        row("failed", "failed", -1);
+        row("ok", "ok", -1);
+        row("empty", "", -1);
+        rows.push_back({"no_service", KVO_HWS_isUSBEventsActivated, {}, {}, -1, {support::kNoConnection}});
+        rows.push_back({.name = "peer_closes",
+                        .call = KVO_HWS_isUSBEventsActivated,
+                        .commands = {"isUSBEventsActivated"},
+                        .replies = {},
+                        .result = -1,
+                        .messages = {"command socket - can not read from socket"},
+                        .peerCloses = true});
+        return rows;
+    }()),
+    support::nameOf);
+
+}  // namespace

@@ -1,0 +1,208 @@
+// Closing USB events: what it returns, and what comes between it and an activation.
+#include <kvo_hws/runtime.h>
+#include <kvo_hws/usbevents.h>
+
+#include "support/own_thread.h"
+#include "support/scripted_service.h"
+#include "support/syslog_capture.h"
+#include "support/system_calls.h"
+#include "support/usb_events.h"
+#include "usbevents/activation_fixture.h"
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <thread>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+using support::agrees;
+using support::answerOfUsbServer;
+using support::EventRecorder;
+using support::eventually;
+using support::MessagesOn;
+using support::onOwnThread;
+using support::ScriptedService;
+using support::SyslogCapture;
+using support::ToldEvent;
+using support::WithSystemCalls;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Not;
+using usbevents_test::activateV2;
+using usbevents_test::Activation;
+using usbevents_test::anySet;
+using usbevents_test::Clock;
+using usbevents_test::closeEvents;
+using usbevents_test::Codes;
+using usbevents_test::kState;
+using usbevents_test::setServerState;
+
+class Closing : public Activation {};
+
+TEST_F(Closing, of_what_is_not_active_is_refused)
+{
+    const ScriptedService service({agrees()});
+    const ScriptedService otherProgram({support::replies("ok")}, support::kUsbSocket);
+    const MessagesOn messages;
+    const SyslogCapture capture;
+    EXPECT_EQ(closeEvents(), -9);
+    EXPECT_THAT(capture.texts(), ElementsAre("deactivate USB events - events not activated"));
+    EXPECT_THAT(service.requests(), IsEmpty());
+    EXPECT_THAT(otherProgram.requests(), IsEmpty());
+}
+
+TEST_F(Closing, logs_its_step)
+{
+    const ScriptedService service({agrees()});
+    const EventRecorder recorder;
+    sendUSBEvent = EventRecorder::older;
+    const MessagesOn messages;
+    const SyslogCapture capture;
+    EXPECT_EQ(closeEvents(), 1);
+    EXPECT_THAT(capture.texts(), ElementsAre("deactivate USB events - kill server"));
+    ASSERT_TRUE(recorder.waitFor(2));
+    EXPECT_EQ(recorder.codes(), (Codes{USB_EVENT_BEGIN, USB_EVENT_DEACTIVATED}));
+}
+
+TEST_F(Closing, gives_the_service_100_ms)
+{
+    const ScriptedService service({agrees()});
+    const EventRecorder recorder;
+    sendUSBEvent2 = EventRecorder::newer;
+    const auto start = Clock::now();
+    EXPECT_EQ(closeEvents(), 1);
+    EXPECT_GE(Clock::now() - start, 150ms) << "50 for finding that no other server runs";
+    EXPECT_EQ(recorder.codes(), (Codes{USB_EVENT_BEGIN, USB_EVENT_DEACTIVATED})) << "answered by then";
+}
+
+TEST_F(Closing, fails_where_the_server_does_not_stop)
+{
+    const EventRecorder recorder;
+    sendUSBEvent2 = EventRecorder::newer;
+    const ScriptedService deaf({support::replies("ok")}, support::kUsbSocket);
+    setServerState(NOTIFY_RUNNING);
+    const MessagesOn messages;
+    const SyslogCapture capture;
+    EXPECT_EQ(closeEvents(), -8);
+    EXPECT_THAT(capture.texts(), Contains("deactivate USB events - can not kill server"));
+    EXPECT_EQ(recorder.codes(), (Codes{USB_EVENT_BEGIN, USB_EVENT_SERVER_FAILED}));
+    EXPECT_FALSE(anySet());
+}
+
+TEST_F(Closing, ends_also_where_the_service_disagrees_or_is_gone)
+{
+    const EventRecorder refused;
+    {
+        const ScriptedService service({support::replies("failed")});
+        sendUSBEvent2 = EventRecorder::newer;
+        EXPECT_EQ(closeEvents(), 1);
+        ASSERT_TRUE(refused.waitFor(2));
+        EXPECT_EQ(refused.codes(), (Codes{USB_EVENT_BEGIN, USB_EVENT_REFUSED}));
+        EXPECT_TRUE(eventually([] { return !anySet(); }));
+    }
+    const EventRecorder alone;
+    sendUSBEvent = EventRecorder::older;
+    EXPECT_EQ(closeEvents(), 1);
+    ASSERT_TRUE(alone.waitFor(2));
+    EXPECT_EQ(alone.codes(), (Codes{USB_EVENT_BEGIN, USB_EVENT_NO_SERVICE}));
+    EXPECT_TRUE(eventually([] { return !anySet(); }));
+}
+
+TEST_F(Closing, without_a_thread_keeps_the_callback_so_that_it_can_be_closed_again)
+{
+    const ScriptedService service({agrees()});
+    const EventRecorder recorder;
+    sendUSBEvent2 = EventRecorder::newer;
+    {
+        static thread_local bool withoutThreads = false;
+        const WithSystemCalls calls({.pthreadCreate = [] { return withoutThreads ? EAGAIN : support::kPass; }});
+        EXPECT_EQ(onOwnThread([] {
+                      withoutThreads = true;
+                      return KVO_HWS_closeUSBEvents();
+                  }),
+                  1);
+    }
+    EXPECT_TRUE(anySet());
+    EXPECT_EQ(closeEvents(), 1);
+    EXPECT_TRUE(eventually([] { return !anySet(); }));
+    EXPECT_THAT(service.requests(), ElementsAre("deactivateUSBEvents\n"));
+}
+
+TEST_F(Closing, that_is_answered_late_leaves_a_later_activation_alone)
+{
+    std::atomic<bool> late{true};
+    const ScriptedService service({support::answersWith([&](const std::string &request) {
+        if (request == "deactivateUSBEvents" && late.exchange(false)) {
+            std::this_thread::sleep_for(500ms);
+        }
+        return std::string(request == "isInitComplete" ? "yes" : "ok");
+    })});
+    const EventRecorder recorder;
+    sendUSBEvent2 = EventRecorder::newer;
+    EXPECT_EQ(closeEvents(), 1);
+    EXPECT_EQ(activateV2(EventRecorder::newer), 1);
+    ASSERT_TRUE(recorder.waitFor(4));
+    EXPECT_THAT(recorder.codes(),
+                testing::UnorderedElementsAre(USB_EVENT_BEGIN, USB_EVENT_BEGIN, USB_EVENT_DEACTIVATED, USB_EVENT_ACTIVATED));
+    EXPECT_EQ(answerOfUsbServer(kState), "ok\n");
+}
+
+TEST_F(Closing, overtakes_an_activation_as_soon_as_it_begins)
+{
+    std::atomic<bool> complete{false};
+    const ScriptedService service({support::answersWith([&](const std::string &request) {
+        return std::string(request == "isInitComplete" ? (complete ? "yes" : "no") : "ok");
+    })});
+    const EventRecorder recorder;
+    ASSERT_EQ(activateV2(EventRecorder::newer), 1);
+    std::thread closing([] { EXPECT_EQ(closeEvents(), 1); });
+    EXPECT_TRUE(recorder.waitFor(2));
+    std::this_thread::sleep_for(50ms);
+    complete = true;  // the server takes a while longer to end
+    closing.join();
+    EXPECT_TRUE(eventually([] { return !anySet(); }));
+    EXPECT_THAT(service.requests(), Not(Contains("activateUSBEvents\n")));
+}
+
+TEST_F(Closing, is_allowed_to_the_callback_itself)
+{
+    const ScriptedService service({agrees()});
+    std::atomic<int32_t> closed{0};
+    const EventRecorder recorder([&](const ToldEvent &event) {
+        if (event.code == USB_EVENT_STATE) {
+            closed = KVO_HWS_closeUSBEvents();
+        }
+        return 0;
+    });
+    ASSERT_EQ(activateV2(EventRecorder::newer), 1);
+    ASSERT_TRUE(recorder.waitFor(2));
+    EXPECT_EQ(answerOfUsbServer(kState), "ok\n");
+    EXPECT_EQ(closed, 1);
+    ASSERT_TRUE(recorder.waitFor(5));
+    EXPECT_EQ(recorder.codes(), (Codes{3, 1, 13, 3, 2}));
+}
+
+TEST_F(Closing, is_allowed_to_the_callback_that_hears_of_the_activation)
+{
+    const ScriptedService service({agrees()});
+    std::atomic<int32_t> closed{0};
+    const EventRecorder recorder([&](const ToldEvent &event) {
+        if (event.code == USB_EVENT_ACTIVATED) {
+            closed = KVO_HWS_closeUSBEvents();
+        }
+        return 0;
+    });
+    ASSERT_EQ(activateV2(EventRecorder::newer), 1);
+    ASSERT_TRUE(recorder.waitFor(4));
+    EXPECT_TRUE(eventually([&] { return closed == 1; }));
+    EXPECT_EQ(recorder.codes(), (Codes{3, 1, 3, 2}));
+}
+
+}  // namespace

@@ -1,0 +1,178 @@
+// Every text of a USB event against every set of callbacks: who is told, what is answered, what is logged.
+#include <kvo_hws/runtime.h>
+#include <kvo_hws/service.h>
+#include <kvo_hws/usbevents.h>
+
+#include "support/syslog_capture.h"
+#include "support/usb_events.h"
+#include "usbevents/connection.h"
+
+#include <cstring>
+#include <gtest/gtest.h>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace {
+
+using support::EventRecorder;
+using support::MessagesOn;
+using support::SyslogCapture;
+using support::ToldEvent;
+using usbevents_test::answerTo;
+using usbevents_test::kNew;
+using usbevents_test::kRefused;
+using usbevents_test::kRemoved;
+using usbevents_test::kState;
+
+enum Set { kNone = 0, kOlder = 1, kNewer = 2, kBoth = 3 };
+
+struct Exchange {
+    const char *name;
+    int callbacks;
+    std::string text;
+    int32_t result;               ///< what the callbacks return
+    std::string answer;           ///< without its line feed
+    std::vector<ToldEvent> told;  ///< records are compared by their beginning
+    std::string message = "";     ///< between those of the text and the answer; empty: none
+};
+
+std::ostream &operator<<(std::ostream &out, const Exchange &row) { return out << row.name; }
+
+class Exchanges : public testing::TestWithParam<Exchange> {
+protected:
+    void TearDown() override { SetFunction_SendUSBEvent_NULL(); }
+};
+
+TEST_P(Exchanges, is_told_answered_and_logged)
+{
+    const Exchange &row = GetParam();
+    const EventRecorder recorder([&row](const ToldEvent &) { return row.result; });
+    sendUSBEvent = (row.callbacks & kOlder) != 0 ? EventRecorder::older : nullptr;
+    sendUSBEvent2 = (row.callbacks & kNewer) != 0 ? EventRecorder::newer : nullptr;
+    const MessagesOn messages;
+    const SyslogCapture capture;
+    EXPECT_EQ(answerTo(row.text), row.answer + "\n");
+
+    const auto told = recorder.events();
+    ASSERT_EQ(told.size(), row.told.size());
+    for (std::size_t event = 0; event < told.size(); ++event) {
+        EXPECT_EQ(told[event].generation, row.told[event].generation);
+        EXPECT_EQ(told[event].code, row.told[event].code);
+        EXPECT_EQ(told[event].length, row.told[event].length);
+        EXPECT_STREQ(told[event].record.c_str(), row.told[event].record.c_str());
+    }
+    std::vector<std::string> expected{"USB server - received text from client '" + row.text + "'"};
+    if (!row.message.empty()) {
+        expected.push_back(row.message);
+    }
+    expected.push_back("USB server - sending text to client '" + row.answer + "'");
+    EXPECT_EQ(capture.texts(), expected);
+}
+
+const std::string kAddress = "10.0.0.5";
+
+INSTANTIATE_TEST_SUITE_P(
+    Of, Exchanges,
+    testing::Values(
+        Exchange{"new_newer", kNewer, kNew, 0, "ok", {{2, 10, 216, kAddress}}},
+        Exchange{"new_older", kOlder, kNew, 0, "ok", {{1, 10, 0, kAddress}}},
+        Exchange{"new_both", kBoth, kNew, 0, "ok", {{2, 10, 216, kAddress}}},
+        Exchange{"new_none", kNone, kNew, 0, "failed", {}, " ExecuteNewUSBDevice SendUSBEventCheckNULL fails '-1'"},
+        Exchange{"new_callback_fails",
+                 kNewer,
+                 kNew,
+                 -1,
+                 "failed",
+                 {{2, 10, 216, kAddress}},
+                 " ExecuteNewUSBDevice SendUSBEventCheckNULL fails '-1'"},
+        Exchange{"new_older_callback_fails",
+                 kOlder,
+                 kNew,
+                 -1,
+                 "failed",
+                 {{1, 10, 0, kAddress}},
+                 " ExecuteNewUSBDevice SendUSBEventCheckNULL fails '-1'"},
+        Exchange{"new_other_results_are_no_failure", kNewer, kNew, -2, "ok", {{2, 10, 216, kAddress}}},
+        Exchange{"new_malformed",
+                 kNewer,
+                 "newUSBdevice*10.0.0.5*a*b*c*d*e*f*12G4*",
+                 0,
+                 "failed",
+                 {},
+                 " ExecuteNewUSBDevice ConvertText2USBDeviceNew fails -10"},
+        Exchange{"new_malformed_older",
+                 kOlder,
+                 "newUSBdevice*10.0.0.5*",
+                 0,
+                 "failed",
+                 {},
+                 " ExecuteNewUSBDevice ConvertText2USBDeviceNew fails -3"},
+        Exchange{"new_malformed_none",
+                 kNone,
+                 "newUSBdevice*10.0.0.5*",
+                 0,
+                 "failed",
+                 {},
+                 " ExecuteNewUSBDevice SendUSBEventCheckNULL fails '-1'"},
+        Exchange{"new_needs_only_to_begin_so", kNewer, "newUSBdeviceXYZ" + kNew.substr(12), 0, "ok", {{2, 10, 216, kAddress}}},
+
+        Exchange{"removed_newer", kNewer, kRemoved, 0, "ok", {{2, 11, 88, kAddress}}},
+        Exchange{"removed_older", kOlder, kRemoved, 0, "ok", {{1, 11, 0, kAddress}}},
+        Exchange{"removed_both", kBoth, kRemoved, 0, "ok", {{2, 11, 88, kAddress}}},
+        Exchange{"removed_none", kNone, kRemoved, 0, "failed", {}},
+        Exchange{"removed_callback_fails", kNewer, kRemoved, -1, "failed", {{2, 11, 88, kAddress}}},
+        Exchange{"removed_older_callback_fails", kOlder, kRemoved, -1, "failed", {{1, 11, 0, kAddress}}},
+        // The one malformed text that is answered with an empty line.
+        Exchange{"removed_malformed", kNewer, "removeUSBdevice*10.0.0.5*usb1*", 0, "", {}},
+        Exchange{"removed_malformed_older", kOlder, "removeUSBdevice*10.0.0.5*usb1*", 0, "", {}},
+        Exchange{"removed_malformed_none", kNone, "removeUSBdevice*", 0, "failed", {}},
+
+        Exchange{"state_newer", kNewer, kState, 0, "ok", {{2, 13, 92, kAddress}}},
+        Exchange{"state_both", kBoth, kState, 0, "ok", {{2, 13, 92, kAddress}}},
+        Exchange{"state_older_is_not_told", kOlder, kState, 0, "failed", {}},
+        Exchange{"state_none", kNone, kState, 0, "failed", {}},
+        Exchange{"state_callback_fails", kNewer, kState, -1, "failed", {{2, 13, 92, kAddress}}},
+        Exchange{"state_malformed", kNewer, "changeStateUSBdevice*10.0.0.5*a*b*x*", 0, "failed", {}},
+
+        Exchange{"refused_newer", kNewer, kRefused, 0, "ok", {{2, 14, 212, kAddress}}},
+        Exchange{"refused_both", kBoth, kRefused, 0, "ok", {{2, 14, 212, kAddress}}},
+        Exchange{"refused_older_is_not_told",
+                 kOlder,
+                 kRefused,
+                 0,
+                 "failed",
+                 {},
+                 " ExecuteIgnoreUSBDevice SendUSBEventCheckNULL fails '-1'"},
+        Exchange{"refused_none", kNone, kRefused, 0, "failed", {}, " ExecuteIgnoreUSBDevice SendUSBEventCheckNULL fails '-1'"},
+        Exchange{"refused_none_malformed",
+                 kNone,
+                 "ignoreUSBdevice*",
+                 0,
+                 "failed",
+                 {},
+                 " ExecuteIgnoreUSBDevice SendUSBEventCheckNULL fails '-1'"},
+        Exchange{"refused_callback_fails",
+                 kNewer,
+                 kRefused,
+                 -1,
+                 "failed",
+                 {{2, 14, 212, kAddress}},
+                 " ExecuteIgnoreUSBDevice SendUSBEventCheckNULL fails '-1'"},
+        Exchange{"refused_malformed",
+                 kNewer,
+                 "ignoreUSBdevice*10.0.0.5*a*b*c*d*e*1*2*zz*",
+                 0,
+                 "failed",
+                 {},
+                 " ExecuteIgnoreUSBDevice ConvertText2USBDeviceNew fails -14"},
+
+        Exchange{"unknown", kNewer, "hello", 0, "unknown request", {}}, Exchange{"empty", kNewer, "", 0, "unknown request", {}},
+        Exchange{"keyword_in_the_middle", kNewer, " newUSBdevice*", 0, "unknown request", {}},
+        Exchange{"keyword_cut_short", kNewer, "newUSBdevic", 0, "unknown request", {}},
+        Exchange{"keyword_in_other_case", kNewer, "NEWUSBDEVICE*", 0, "unknown request", {}},
+        Exchange{"suicide_and_a_blank", kNewer, "suicide ", 0, "unknown request", {}},
+        Exchange{"suicidex", kNewer, "suicidex", 0, "unknown request", {}}),
+    [](const auto &row) { return std::string(row.param.name); });
+
+}  // namespace

@@ -1,0 +1,116 @@
+// The step that stops a USB event server.
+#include <kvo_hws/service.h>
+
+#include "support/failing_allocations.h"
+#include "support/own_thread.h"
+#include "support/scripted_service.h"
+#include "support/syslog_capture.h"
+#include "usbevents/usb_channel_fixture.h"
+
+#include <atomic>
+#include <chrono>
+#include <gmock/gmock.h>
+#include <thread>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+using support::kUsbSocket;
+using support::MessagesOn;
+using support::onOwnThread;
+using support::ScriptedService;
+using support::SyslogCapture;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::Ge;
+using testing::IsEmpty;
+using testing::Lt;
+using usbevents_test::Timed;
+using usbevents_test::timed;
+using usbevents_test::UsbChannel;
+
+uint32_t serverState() { return __atomic_load_n(&ServerPipeThreadSyncState, __ATOMIC_SEQ_CST); }
+void setServerState(uint32_t state) { __atomic_store_n(&ServerPipeThreadSyncState, state, __ATOMIC_SEQ_CST); }
+
+TEST_F(UsbChannel, killing_tells_whichever_server_listens)
+{
+    const ScriptedService server({support::replies("ok")}, kUsbSocket);
+    const Timed killed = timed(KillUsbServer);
+    EXPECT_EQ(killed.result, 1);
+    EXPECT_LT(killed.taken, 90ms) << "nothing of this process had to be waited for";
+    EXPECT_THAT(server.requests(), ElementsAre("suicide\n"));
+}
+
+TEST_F(UsbChannel, killing_where_nobody_listens_is_minus_2)
+{
+    EXPECT_EQ(timed(KillUsbServer).result, -2);
+    EXPECT_EQ(serverState(), 0U);
+}
+
+TEST_F(UsbChannel, killing_asks_the_own_server_and_waits_until_it_has_stopped)
+{
+    for (const uint32_t stopped : {0U, 2U}) {
+        const ScriptedService other({support::replies("ok")}, kUsbSocket);
+        setServerState(3);
+        std::atomic<uint32_t> asked{0};
+        std::thread ownServer([&] {
+            std::this_thread::sleep_for(150ms);
+            asked = serverState();
+            setServerState(stopped);
+        });
+        const Timed killed = timed(KillUsbServer);
+        ownServer.join();
+        EXPECT_EQ(asked, 1U);
+        EXPECT_EQ(killed.result, 1);
+        EXPECT_THAT(killed.taken, AllOf(Ge(190ms), Lt(1s)));
+        EXPECT_EQ(serverState(), 0U);
+        EXPECT_THAT(other.requests(), ElementsAre("suicide\n"));
+    }
+}
+
+TEST_F(UsbChannel, killing_a_server_that_never_ends_gives_up_after_2_s)
+{
+    const ScriptedService other({support::replies("ok")}, kUsbSocket);
+    setServerState(3);
+    const Timed killed = timed(KillUsbServer);
+    EXPECT_EQ(killed.result, -1);
+    EXPECT_THAT(killed.taken, AllOf(Ge(1990ms), Lt(3s)));
+    EXPECT_EQ(serverState(), 0U);
+    EXPECT_THAT(other.requests(), ElementsAre("suicide\n")) << "the message goes out all the same";
+}
+
+TEST_F(UsbChannel, killing_a_server_that_never_ends_where_nobody_listens_is_minus_2)
+{
+    setServerState(1);
+    EXPECT_EQ(timed(KillUsbServer).result, -2);
+    EXPECT_EQ(serverState(), 0U);
+}
+
+TEST_F(UsbChannel, killing_takes_a_server_that_has_stopped_already_as_stopped)
+{
+    const ScriptedService other({support::replies("ok")}, kUsbSocket);
+    setServerState(2);
+    EXPECT_EQ(timed(KillUsbServer).result, 1);
+    EXPECT_EQ(serverState(), 0U);
+}
+
+TEST_F(UsbChannel, killing_without_memory_is_minus_2_and_sends_nothing)
+{
+    if (const char *reason = support::FailingAllocations::unavailable()) {
+        GTEST_SKIP() << reason;
+    }
+    const ScriptedService other({support::replies("ok")}, kUsbSocket);
+    const MessagesOn messages;
+    const SyslogCapture capture;
+    EXPECT_EQ(onOwnThread([] {
+                  const support::FailingAllocations noMemory;
+                  return KillUsbServer();
+              }),
+              -2);
+    // The blank is missing in the text itself.
+    EXPECT_THAT(capture.texts(), ElementsAre("kill servernot enough memory"));
+    EXPECT_THAT(other.requests(), IsEmpty());
+}
+
+}  // namespace

@@ -68,7 +68,7 @@ std::string describe(const JourneyKind &journey, const Fault &fault)
 {
     return std::string(journey.name) + ": " + reliability::nameOf(fault.site.call) + " number " +
            std::to_string(fault.site.number) + " of thread " + std::to_string(fault.site.thread) +
-           (fault.site.step.empty() ? "" : ", " + fault.site.step) + " fails with " + fault.error.name;
+           (fault.site.step.empty() ? "" : ", " + fault.site.step) + " fails with " + reliability::nameOf(fault.error);
 }
 
 /// Those that come with time alone are no part of what a fault comes to.

@@ -9,7 +9,6 @@
 #include <sys/socket.h>
 #include <sys/uio.h>
 #include <sys/un.h>
-#include <thread>
 #include <unistd.h>
 
 using namespace std::chrono_literals;
@@ -127,18 +126,6 @@ std::string askUsbServer(const std::string &bytes, bool untilItCloses)
 std::string answerOfUsbServer(const std::string &bytes) { return askUsbServer(bytes, true); }
 
 std::string lineOfUsbServer(const std::string &bytes) { return askUsbServer(bytes, false); }
-
-bool eventually(const std::function<bool()> &condition)
-{
-    const auto deadline = std::chrono::steady_clock::now() + 10s;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(5ms);
-    }
-    return true;
-}
 
 uint32_t serverState() { return __atomic_load_n(&ServerPipeThreadSyncState, __ATOMIC_SEQ_CST); }
 

@@ -1,6 +1,7 @@
 // USB events as a test sees them: a callback that records, a service that takes part, and a daemon that brings event texts.
 #pragma once
 
+#include "support/eventually.h"
 #include "support/scripted_service.h"
 
 #include <kvo_hws/usbevents.h>
@@ -50,9 +51,6 @@ std::string answerOfUsbServer(const std::string &bytes);
 
 /// As answerOfUsbServer, but without waiting for the end: the daemon has what it wants when the line has come.
 std::string lineOfUsbServer(const std::string &bytes);
-
-/// Waits until a condition holds; false after 10 s.
-bool eventually(const std::function<bool()> &condition);
 
 uint32_t serverState();
 

@@ -1,5 +1,6 @@
 // Clients that behave badly, many at once, and what the others notice of them: nothing.
 #include "kvosim/net/line_server.h"
+#include "support/eventually.h"
 #include "tools/kvosim/support/client.h"
 #include "tools/kvosim/support/temporary_directory.h"
 
@@ -22,6 +23,7 @@ namespace {
 using kvosim::LineServerLimits;
 using kvosim_test::Client;
 using kvosim_test::exchange;
+using support::eventually;
 using testing::Contains;
 
 constexpr std::size_t kLargeReply = 3'000'000;
@@ -54,10 +56,7 @@ public:
     bool end()
     {
         exchange("end\n", path());
-        for (int i = 0; i < 400 && !ended_; ++i) {
-            std::this_thread::sleep_for(5ms);
-        }
-        return ended_;
+        return eventually([this] { return ended_.load(); });
     }
 
 private:
@@ -81,19 +80,6 @@ private:
     kvosim::LineServer server_;
     std::thread thread_;
 };
-
-/// Waits until @p condition holds, 5 s at most.
-template <class Condition>
-bool soon(Condition condition)
-{
-    for (int i = 0; i < 1000; ++i) {
-        if (condition()) {
-            return true;
-        }
-        std::this_thread::sleep_for(5ms);
-    }
-    return false;
-}
 
 TEST(LineServer, AnswersAndCloses)
 {
@@ -153,7 +139,7 @@ TEST(LineServer, VanishedClientsHoldNobodyUp)
         Client(server.path()).send("large\n");
     }
     EXPECT_EQ(exchange("other\n", server.path()), "re: other\n");
-    EXPECT_TRUE(soon([&] {
+    EXPECT_TRUE(eventually([&] {
         const auto events = server.events();
         return std::count(events.begin(), events.end(), "closed without a request") == 20 &&
                std::count(events.begin(), events.end(), "closed inside its request") == 20;
@@ -204,7 +190,7 @@ TEST(LineServer, ClientThatNeverReadsIsDropped)
     EchoServer server({.quietTime = 100ms});
     const Client client(server.path());
     client.send("large\n");
-    EXPECT_TRUE(soon([&] { return !server.events().empty(); }));
+    EXPECT_TRUE(eventually([&] { return !server.events().empty(); }));
     EXPECT_LT(client.receiveAll().size(), kLargeReply);
 }
 
@@ -212,7 +198,8 @@ TEST(LineServer, TricklingRequestHasItsTimeToo)
 {
     const EchoServer server({.quietTime = 10s, .requestTime = 150ms});
     const Client client(server.path());
-    EXPECT_TRUE(soon([&] { return !client.send("a"); })) << "each byte is an activity, but the request must come to an end";
+    EXPECT_TRUE(eventually([&] { return !client.send("a"); }))
+        << "each byte is an activity, but the request must come to an end";
 }
 
 TEST(LineServer, ClientThatDoesNotCloseIsNotWaitedForLong)
@@ -221,7 +208,7 @@ TEST(LineServer, ClientThatDoesNotCloseIsNotWaitedForLong)
     const Client client(server.path());
     client.send("hello\n");
     EXPECT_EQ(client.receiveAll(), "re: hello\n");
-    EXPECT_TRUE(soon([&] { return !client.send("a"); }));
+    EXPECT_TRUE(eventually([&] { return !client.send("a"); }));
     EXPECT_TRUE(server.events().empty());
 }
 
@@ -379,10 +366,10 @@ TEST(LaterReply, GoesToItsOwnCallerOnce)
     LaterServer server;
     const Client first(server.path());
     first.send("a\n");
-    ASSERT_TRUE(soon([&] { return server.asked() == 1; }));
+    ASSERT_TRUE(eventually([&] { return server.asked() == 1; }));
     const Client second(server.path());
     second.send("b\n");
-    ASSERT_TRUE(soon([&] { return server.asked() == 2; }));
+    ASSERT_TRUE(eventually([&] { return server.asked() == 2; }));
     const auto &callers = server.stop();
     EXPECT_TRUE(callers[0].waits());
     EXPECT_TRUE(callers[1].waits());
@@ -400,12 +387,12 @@ TEST(LaterReply, IsNobodysWhenTheClientHasGone)
     {
         const Client gone(server.path());
         gone.send("a\n");
-        ASSERT_TRUE(soon([&] { return server.asked() == 1; }));
+        ASSERT_TRUE(eventually([&] { return server.asked() == 1; }));
     }
     // Both may have the same descriptor in the server.
     const Client next(server.path());
     next.send("b\n");
-    ASSERT_TRUE(soon([&] { return server.asked() == 2; }));
+    ASSERT_TRUE(eventually([&] { return server.asked() == 2; }));
     const auto &callers = server.stop();
     EXPECT_FALSE(callers[0].waits());
     callers[0].reply(std::string("to a"));
@@ -419,7 +406,7 @@ TEST(LaterReply, IsNobodysWhenTheServerHasGone)
     std::optional<LaterServer> server(std::in_place);
     const Client client(server->path());
     client.send("a\n");
-    ASSERT_TRUE(soon([&] { return server->asked() == 1; }));
+    ASSERT_TRUE(eventually([&] { return server->asked() == 1; }));
     const std::vector<kvosim::LineServer::Caller> callers = server->stop();
     server.reset();
     ASSERT_EQ(callers.size(), 1U);

@@ -1,4 +1,5 @@
 // The program kvosim as its users meet it: exit statuses, messages, signals, and what it leaves behind.
+#include "support/eventually.h"
 #include "tools/kvosim/support/client.h"
 #include "tools/kvosim/support/named_row.h"
 #include "tools/kvosim/support/program.h"
@@ -8,7 +9,6 @@
 
 #include <signal.h>
 #include <sys/stat.h>
-#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -332,14 +332,11 @@ TEST(Run, EndsItsCommandWhenItIsKilled)
         command = std::stoi(run.out());
         ASSERT_EQ(kill(command, 0), 0);
     }
-    bool gone = false;
-    for (int i = 0; i < 500 && !gone; ++i) {
+    EXPECT_TRUE(support::eventually([&] {
         // An orphan stays as a zombie where nobody collects it.
         const std::string status = kvosim_test::contentsOf("/proc/" + std::to_string(command) + "/stat");
-        gone = kill(command, 0) != 0 || status.find(") Z ") != std::string::npos;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    EXPECT_TRUE(gone);
+        return kill(command, 0) != 0 || status.find(") Z ") != std::string::npos;
+    }));
 }
 
 TEST(Run, ServesTheGivenPlantAndLogsWhenVerbose)

@@ -1,4 +1,5 @@
 // The folder /tmp/kvo_hws of the whole machine before, during and after "kvosim run": who makes it, and who removes it.
+#include "support/eventually.h"
 #include "tools/kvosim/support/private_tmp.h"
 #include "tools/kvosim/support/program.h"
 
@@ -16,30 +17,18 @@
 namespace {
 
 using kvosim_test::Program;
+using support::eventually;
 using namespace std::chrono_literals;
 
 constexpr const char *kFolder = "/tmp/kvo_hws";
 constexpr uid_t kOtherUser = 65534;
 constexpr int kInNameOnly = 0;
 
-template <typename Condition>
-bool becomesTrue(const Condition &condition)
-{
-    const auto until = std::chrono::steady_clock::now() + 10s;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > until) {
-            return false;
-        }
-        std::this_thread::sleep_for(2ms);
-    }
-    return true;
-}
-
 bool isThere(const std::string &path) { return std::filesystem::exists(std::filesystem::symlink_status(path)); }
 
 bool goes(const std::string &path)
 {
-    return becomesTrue([&] { return !isThere(path); });
+    return eventually([&] { return !isThere(path); });
 }
 
 struct stat statusOf(const std::string &path)
@@ -414,7 +403,7 @@ TEST_F(RunFolder, is_given_to_one_shared_run_after_the_other)
     Program first(runShared(waitFor("/tmp/end")));
     ASSERT_TRUE(first.hasWritten("begun\n")) << first.err();
     Program second(runShared("test -e /tmp/end && " ASK_PROGRAM " getCountElemDL"));
-    EXPECT_TRUE(becomesTrue([&] { return second.err().ends_with(" to end\n"); }));
+    EXPECT_TRUE(eventually([&] { return second.err().ends_with(" to end\n"); }));
     EXPECT_EQ(second.err(), "kvosim: waiting for another \"kvosim run --shared\" to end\n");
     touch("/tmp/end");
     EXPECT_EQ(first.wait(), 0) << first.err();
@@ -429,7 +418,7 @@ TEST_F(RunFolderOfTwoUsers, is_given_to_a_shared_run_after_that_of_another_user)
     Program first(runShared(waitFor("/tmp/end")));
     ASSERT_TRUE(first.hasWritten("begun\n")) << first.err();
     Program second(asOther(runShared("test -e /tmp/end && " ASK_PROGRAM " getCountElemDL")));
-    EXPECT_TRUE(becomesTrue([&] { return second.err().ends_with(" to end\n"); }));
+    EXPECT_TRUE(eventually([&] { return second.err().ends_with(" to end\n"); }));
     touch("/tmp/end");
     EXPECT_EQ(first.wait(), 0) << first.err();
     EXPECT_EQ(second.wait(), 0) << second.err();

@@ -3,6 +3,7 @@
 #include "kvosim/net/tcp_socket.h"
 #include "kvosim/remote/remote_log.h"
 #include "kvosim/remote/remote_session.h"
+#include "support/eventually.h"
 #include "tools/kvosim/support/agent.h"
 #include "tools/kvosim/support/client.h"
 #include "tools/kvosim/support/named_row.h"
@@ -19,6 +20,7 @@ namespace {
 
 using kvosim_test::Agent;
 using kvosim_test::RunningService;
+using support::eventually;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::StartsWith;
@@ -49,13 +51,7 @@ tools::Json sessionRow(unsigned session)
 /// Waits until an agent is connected, or none.
 bool becomes(bool connected, unsigned session = 3)
 {
-    for (int i = 0; i < 500; ++i) {
-        if (sessionRow(session)["agent"].is_null() != connected) {
-            return true;
-        }
-        std::this_thread::sleep_for(10ms);
-    }
-    return false;
+    return eventually([=] { return sessionRow(session)["agent"].is_null() != connected; });
 }
 
 tools::Json request(std::string text, const tools::Json &more = tools::Json::object())
@@ -98,12 +94,8 @@ protected:
     /// Waits until there are so many records.
     static std::vector<std::string> logOf(std::size_t count)
     {
-        auto lines = log();
-        for (int i = 0; i < 500 && lines.size() < count; ++i) {
-            std::this_thread::sleep_for(10ms);
-            lines = log();
-        }
-        return lines;
+        eventually([=] { return log().size() >= count; });
+        return log();
     }
 
     RunningService service{kvosim_test::kSmallPlant, sessions({3, 9})};
@@ -355,10 +347,7 @@ TEST_F(Remote, TheOtherSideGoesAwayForATime)
     EXPECT_EQ(agent.hear(), "(closed)");
     EXPECT_THROW(Agent(), std::runtime_error);
     EXPECT_TRUE(sessionRow(3)["away"].get<bool>());
-    while (sessionRow(3)["away"].get<bool>()) {
-        std::this_thread::sleep_for(10ms);
-        ASSERT_LT(std::chrono::steady_clock::now() - gone, 10s);
-    }
+    ASSERT_TRUE(eventually([] { return !sessionRow(3)["away"].get<bool>(); }));
     EXPECT_GE(std::chrono::steady_clock::now() - gone, 500ms);
     Agent second;
     EXPECT_TRUE(becomes(true));
@@ -369,9 +358,7 @@ TEST_F(Remote, GoesAwayWithoutAnAgentAndAgain)
     tools::askSimulator({{"do", "remote.close"}, {"session", 9}, {"away_ms", 600'000}});
     EXPECT_THROW(Agent(9), std::runtime_error);
     tools::askSimulator({{"do", "remote.close"}, {"session", 9}, {"away_ms", 1}});
-    while (sessionRow(9)["away"].get<bool>()) {
-        std::this_thread::sleep_for(10ms);
-    }
+    ASSERT_TRUE(eventually([] { return !sessionRow(9)["away"].get<bool>(); }));
     Agent other(9);
     EXPECT_TRUE(becomes(true, 9));
 }
@@ -384,9 +371,7 @@ TEST_F(Remote, ComesBackAsSoonAsThePortIsFree)
         std::this_thread::sleep_for(400ms);
         EXPECT_TRUE(sessionRow(9)["away"].get<bool>());
     }
-    while (sessionRow(9)["away"].get<bool>()) {
-        std::this_thread::sleep_for(10ms);
-    }
+    ASSERT_TRUE(eventually([] { return !sessionRow(9)["away"].get<bool>(); }));
     Agent other(9);
     EXPECT_TRUE(becomes(true, 9));
 }

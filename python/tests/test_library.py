@@ -18,7 +18,8 @@ from conftest import ROOT
 
 import kvo_hws
 from kvo_hws import KvoError, _structures, errors
-from kvo_hws._prototypes import PROTOTYPES, Output
+from kvo_hws._prototypes import COMMON, PROTOTYPES, Output
+from kvo_hws._result_texts import HEADER, result_text, texts
 
 HEADERS = ROOT / "include" / "kvo_hws"
 
@@ -178,11 +179,32 @@ def test_errors_are_one_family_and_can_be_handed_between_processes() -> None:
     kinds = [kind for kind in vars(errors).values() if isinstance(kind, type) and issubclass(kind, KvoError)]
     assert len(kinds) > 15
     for kind in kinds:
-        error = kind("KVO_HWS_getKVOIndex", -3)
-        assert str(error) == f"{kind.words} (KVO_HWS_getKVOIndex returned -3)"
+        error = kind("KVO_HWS_setKVOCksIndex", -3)
+        assert str(error) == "the index is not one of 0 to 255 (KVO_HWS_setKVOCksIndex returned -3)"
         again = pickle.loads(pickle.dumps(error))
         assert (type(again), again.code, again.function, str(again)) == (kind, -3, error.function, str(error))
+        assert kind("KVO_HWS_setKVOCksIndex", -3, "another reason").reason == "another reason"
     assert issubclass(errors.OutOfRange, ValueError) and issubclass(errors.Ambiguous, LookupError)
+
+
+def test_the_texts_of_results_are_those_of_the_header() -> None:
+    header = HEADERS / "result.h"
+    assert HEADER.read_bytes() == header.read_bytes()
+    rows, unexpected = texts()
+    assert len(rows) == header.read_text().count('{"') > 200
+    assert unexpected in header.read_text()
+    assert result_text("KVO_HWS_getUsbLock", -2) == rows["", -2] == "no service answers at /tmp/kvo_hws/cmd_sock"
+    assert result_text("KVO_HWS_getUsbLock", -99) == unexpected
+
+
+def test_every_failure_of_a_function_has_a_text_of_its_own() -> None:
+    rows, unexpected = texts()
+    for name, prototype in PROTOTYPES.items():
+        for code, kind in prototype.errors.items():
+            assert result_text(name, code) != unexpected, (name, code)
+            # -6 means the same for all.
+            if kind != COMMON.get(code) and code != -6:
+                assert (name, code) in rows, (name, code)
 
 
 def python(program: str, **environment: str) -> "subprocess.CompletedProcess[str]":

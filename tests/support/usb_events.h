@@ -53,5 +53,9 @@ std::string answerOfUsbServer(const std::string &bytes);
 std::string lineOfUsbServer(const std::string &bytes);
 
 uint32_t serverState();
+void setServerState(uint32_t state);
+
+/// Whether a "suicide" was served: 1, else 0.
+uint32_t suicideServed();
 
 }  // namespace support

@@ -50,8 +50,6 @@ inline bool isSet(SendUsbEventV2 &slot) { return __atomic_load_n(&slot, __ATOMIC
 inline bool isSet(SendUsbEventV1 &slot) { return __atomic_load_n(&slot, __ATOMIC_SEQ_CST) != nullptr; }
 inline bool anySet() { return isSet(sendUSBEvent) || isSet(sendUSBEvent2); }
 
-inline void setServerState(uint32_t state) { __atomic_store_n(&ServerPipeThreadSyncState, state, __ATOMIC_SEQ_CST); }
-
 /// Leaves nothing active behind, so that tests may share a process.
 inline void endEvents()
 {

@@ -31,6 +31,7 @@ using support::MessagesOn;
 using support::onOwnThread;
 using support::ScriptedService;
 using support::serverState;
+using support::setServerState;
 using support::SyslogCapture;
 using support::threadsRunning;
 using support::ToldEvent;
@@ -49,7 +50,6 @@ using usbevents_test::Codes;
 using usbevents_test::kRemoved;
 using usbevents_test::kState;
 using usbevents_test::onDetachedThread;
-using usbevents_test::setServerState;
 
 // ---- The whole way ----
 

@@ -25,6 +25,8 @@ namespace {
 
 using support::EventRecorder;
 using support::MessagesOn;
+using support::setServerState;
+using support::suicideServed;
 using support::SyslogCapture;
 using support::ToldEvent;
 using testing::ElementsAre;
@@ -42,9 +44,6 @@ protected:
     }
     void TearDown() override { SetFunction_SendUSBEvent_NULL(); }
 };
-
-uint32_t suicideServed() { return __atomic_load_n(&uiSuicide, __ATOMIC_SEQ_CST); }
-void setServerState(uint32_t state) { __atomic_store_n(&ServerPipeThreadSyncState, state, __ATOMIC_SEQ_CST); }
 
 TEST_F(Suicide, asks_the_service_tells_the_callback_and_takes_it_away)
 {

@@ -25,4 +25,7 @@ Family others();
 /// All families.
 const std::vector<Family> &families();
 
+/// The request of a name; throws where there is none.
+const Request &requestOf(const std::string &name);
+
 }  // namespace catalogue

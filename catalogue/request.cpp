@@ -58,6 +58,7 @@ Request &Request::on(const std::string &reply, int32_t result, Values values, co
 Request &Request::given(Arguments arguments)
 {
     exchanges_.back().arguments = std::move(arguments);
+    exchanges_.back().usual = false;
     return *this;
 }
 
@@ -71,6 +72,7 @@ Request &Request::sends(const std::string &command, Arguments arguments)
 {
     const Exchange first = exchanges_.at(0);
     Exchange &exchange = add("sends", std::move(arguments), {command}, first.replies, first.result);
+    exchange.usual = false;
     exchange.values = first.values;
     exchange.messages = first.messages;
     return *this;
@@ -127,6 +129,7 @@ Request &Request::exchangeCalled(std::string remark)
 Request &Request::refuses(Arguments arguments, int32_t result, const std::string &reason, const std::string &label)
 {
     Exchange &exchange = add("refused", std::move(arguments), {}, {"asked"}, result);
+    exchange.usual = false;
     if (!reason.empty() && !label_.empty()) {
         exchange.messages = {message(reason, label)};
     }
@@ -136,6 +139,7 @@ Request &Request::refuses(Arguments arguments, int32_t result, const std::string
 Request &Request::nullPointer(Arguments arguments, const std::string &label)
 {
     Exchange &exchange = add("null_pointer", std::move(arguments), {}, {"asked"}, -7);
+    exchange.usual = false;
     exchange.messages = {message("null pointer received", label)};
     return *this;
 }

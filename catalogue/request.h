@@ -56,6 +56,7 @@ struct Exchange {
     Values values{};                      ///< of the outputs in their order; none: nothing is stored
     std::vector<std::string> messages{};  ///< what is logged
     Service service = Service::answers;
+    bool usual = true;  ///< called with the arguments that the request's command is for
 };
 
 /// Replies that are a key and a number within bounds, in which strtoul leaves nothing unread.
@@ -154,6 +155,11 @@ public:
     [[nodiscard]] const std::string &kvoctlWords() const { return words_; }
     [[nodiscard]] const std::vector<std::string> &kvoctlArguments() const { return wordsArguments_; }
     [[nodiscard]] const std::string &pythonMethod() const { return python_; }
+    /// Whether it has something stored, rather than only done or said by its result.
+    [[nodiscard]] bool hasOutputs() const
+    {
+        return std::ranges::any_of(arguments_, [](const Argument &argument) { return argument.kind == Argument::Kind::room; });
+    }
 
 private:
     struct Answer {

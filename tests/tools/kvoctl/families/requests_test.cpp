@@ -50,8 +50,8 @@ TEST_P(Requests, are_answered_in_one_document)
 
 std::string nameOf(const testing::TestParamInfo<Case> &row) { return row.param.name; }
 
-INSTANTIATE_TEST_SUITE_P(Orders, Requests, testing::ValuesIn(orderRows()), nameOf);
-INSTANTIATE_TEST_SUITE_P(Families, Requests, testing::ValuesIn(familyRows()), nameOf);
+INSTANTIATE_TEST_SUITE_P(Catalogue, Requests, testing::ValuesIn(catalogueRows()), nameOf);
+INSTANTIATE_TEST_SUITE_P(Shown, Requests, testing::ValuesIn(shownRows()), nameOf);
 INSTANTIATE_TEST_SUITE_P(Questions, Requests, testing::ValuesIn(questionRows()), nameOf);
 
 TEST(Ready, waits_for_a_service_that_starts_late)

@@ -26,11 +26,11 @@ inline const std::string kMissing = "no service answers at /tmp/kvo_hws/cmd_sock
 inline const std::string kMissingDocument =
     R"({"error": {"code": -2, "meaning": "no service answers at /tmp/kvo_hws/cmd_sock"}})";
 
-/// Subcommands that only have something done.
-std::vector<Case> orderRows();
+/// The subcommands of the catalogue's requests: what is done, and each failure.
+std::vector<Case> catalogueRows();
 /// Subcommands that ask for something.
 std::vector<Case> questionRows();
-/// The subcommands about one station, family by family.
-std::vector<Case> familyRows();
+/// What is shown of replies, and arguments that are written in other ways.
+std::vector<Case> shownRows();
 
 }  // namespace kvoctl_test

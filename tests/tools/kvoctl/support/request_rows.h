@@ -1,29 +1,38 @@
-// Collects the rows of one subcommand. A refusal, an unknown answer and a missing service are there from the start.
+// Collects the rows of one subcommand: what it shows of replies. What failures come to is in the catalogue's rows.
 #pragma once
 
 #include "tools/kvoctl/support/request_case.h"
 
+#include "catalogue/catalogue.h"
+
 #include <algorithm>
+#include <iterator>
+#include <sstream>
 
 namespace kvoctl_test {
 
+/// The words of a subcommand, one by one, and its arguments.
+inline Arguments commandLine(const std::string &words, const Arguments &arguments)
+{
+    std::istringstream input(words);
+    Arguments all(std::istream_iterator<std::string>(input), {});
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    return all;
+}
+
 class CommandRows {
 public:
+    /// The subcommand of a request in the catalogue, by the request's name.
+    explicit CommandRows(const std::string &name) : CommandRows(catalogue::requestOf(name)) {}
+    explicit CommandRows(const catalogue::Request &request)
+        : CommandRows(request.kvoctlWords(), request.kvoctlArguments(), request.commands().front())
+    {
+    }
     /// @p words    the subcommand, "viewer start"
     /// @p request  what the service hears
     CommandRows(const std::string &words, const Arguments &arguments, std::string request)
-        : words_(words), request_(std::move(request))
+        : words_(words), request_(std::move(request)), arguments_(commandLine(words, arguments))
     {
-        std::string word;
-        for (const char character : words + " ") {
-            if (character == ' ') {
-                arguments_.push_back(std::move(word));
-                word.clear();
-            } else {
-                word += character;
-            }
-        }
-        arguments_.insert(arguments_.end(), arguments.begin(), arguments.end());
     }
 
     /// A reply that is shown.
@@ -43,23 +52,18 @@ public:
                    meaning + " (result " + std::to_string(result) + ")\n");
     }
 
-    /// What "failed" and an unknown answer come to where it is not the usual refusal.
-    CommandRows &noRefusal()
+    /// What the rows' names have, where others of the same subcommand stand elsewhere.
+    CommandRows &named(std::string kind)
     {
-        refuses_ = false;
+        kind_ = std::move(kind);
         return *this;
     }
 
+    /// Without a service.
+    CommandRows &missesTheService() { return add({}, {}, 3, "", kMissingDocument, kMissing); }
+
     /// All of them, to be called last.
-    [[nodiscard]] std::vector<Case> rows()
-    {
-        if (refuses_) {
-            add({"failed"}, {request_}, 4, "", kRefusalDocument, kRefusal);
-            add({"hm"}, {request_}, 4, "", kRefusalDocument, kRefusal);
-        }
-        add({}, {}, 3, "", kMissingDocument, kMissing);
-        return std::move(rows_);
-    }
+    [[nodiscard]] std::vector<Case> rows() { return std::move(rows_); }
 
 private:
     CommandRows &add(const std::vector<std::string> &replies, const std::vector<std::string> &requests, int status,
@@ -69,6 +73,7 @@ private:
         for (const std::string &argument : arguments_) {
             name += argument + "_";
         }
+        name += kind_;
         std::replace_if(
             name.begin(), name.end(), [](unsigned char byte) { return std::isalnum(byte) == 0; }, '_');
         rows_.push_back({.name = name + std::to_string(rows_.size() + 1),
@@ -85,7 +90,7 @@ private:
     std::string words_;
     std::string request_;
     Arguments arguments_;
-    bool refuses_ = true;
+    std::string kind_;
     std::vector<Case> rows_;
 };
 

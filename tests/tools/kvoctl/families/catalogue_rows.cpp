@@ -1,0 +1,61 @@
+// What the subcommand of each request in the catalogue comes to where it has something done, and where it fails.
+#include "tools/kvoctl/support/request_rows.h"
+
+#include <kvo_hws/result.h>
+
+#include <map>
+#include <set>
+
+namespace kvoctl_test {
+
+namespace {
+
+/// Subcommands that ask more than this one request, or have words of their own for a failure; they are among the questions.
+const std::set<std::string> kElsewhere = {"version",      "station",       "stations",        "clients",
+                                          "debug-level",  "registry lock", "registry unlock", "usb is-active",
+                                          "address find", "focus startup", "panel show"};
+/// Those whose "no" is an answer like another.
+const std::set<std::string> kQuestions = {"ready", "viewer active", "panel marovanti"};
+
+/// One row for each result, of the first reply that brings it; all of "failed" and an unknown reply.
+std::vector<Case> rowsOf(const catalogue::Request &request)
+{
+    CommandRows rows(request);
+    rows.named("catalogue_");
+    const bool isQuestion = kQuestions.contains(request.kvoctlWords());
+    std::map<int32_t, bool> seen;
+    for (const catalogue::Exchange &exchange : request.exchanges()) {
+        const bool answers = exchange.usual && exchange.service == catalogue::Exchange::Service::answers;
+        const bool isOwn = exchange.name.starts_with("reply");
+        const bool isFirst = answers && (!seen[exchange.result] || exchange.name == "failed" || exchange.name == "unknown_3");
+        if (!isFirst || (isQuestion && exchange.result >= 0) || (exchange.result == 1 && request.hasOutputs())) {
+            continue;
+        }
+        seen[exchange.result] = isOwn;
+        if (exchange.result == 1) {
+            rows.isDone(exchange.replies.front());
+        } else {
+            rows.fails(exchange.replies.front(), exchange.result,
+                       kvo_hws_result_text(request.function().name().c_str(), exchange.result));
+        }
+    }
+    return rows.missesTheService().rows();
+}
+
+}  // namespace
+
+std::vector<Case> catalogueRows()
+{
+    std::vector<Case> all;
+    for (const catalogue::Family &family : catalogue::families()) {
+        for (const catalogue::Request &request : family.requests) {
+            if (request.commands().size() == 1 && !request.kvoctlWords().empty() &&
+                !kElsewhere.contains(request.kvoctlWords())) {
+                append(all, rowsOf(request));
+            }
+        }
+    }
+    return all;
+}
+
+}  // namespace kvoctl_test

@@ -128,5 +128,6 @@ std::string answerOfUsbServer(const std::string &bytes) { return askUsbServer(by
 std::string lineOfUsbServer(const std::string &bytes) { return askUsbServer(bytes, false); }
 
 uint32_t serverState() { return __atomic_load_n(&ServerPipeThreadSyncState, __ATOMIC_SEQ_CST); }
+void setServerState(uint32_t state) { __atomic_store_n(&ServerPipeThreadSyncState, state, __ATOMIC_SEQ_CST); }
 
 }  // namespace support

@@ -20,7 +20,6 @@ namespace usbevents_test {
 using Clock = std::chrono::steady_clock;
 using Codes = std::vector<uint32_t>;
 
-inline const std::string kRemoved = "removeUSBdevice*10.0.0.5*usb1*1-1.4*\n";
 inline const std::string kState = "changeStateUSBdevice*10.0.0.5*usb1*1-1.4*00000007*\n";
 
 /// A call on a thread of its own: the library detaches whoever activates or closes, but for a call that it refuses.
@@ -49,8 +48,6 @@ inline int32_t closeEvents() { return onDetachedThread(KVO_HWS_closeUSBEvents); 
 inline bool isSet(SendUsbEventV2 &slot) { return __atomic_load_n(&slot, __ATOMIC_SEQ_CST) != nullptr; }
 inline bool isSet(SendUsbEventV1 &slot) { return __atomic_load_n(&slot, __ATOMIC_SEQ_CST) != nullptr; }
 inline bool anySet() { return isSet(sendUSBEvent) || isSet(sendUSBEvent2); }
-
-inline void setServerState(uint32_t state) { __atomic_store_n(&ServerPipeThreadSyncState, state, __ATOMIC_SEQ_CST); }
 
 /// Leaves nothing active behind, so that tests may share a process.
 inline void endEvents()

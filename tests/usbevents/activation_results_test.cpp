@@ -32,6 +32,7 @@ using support::MessagesOn;
 using support::onOwnThread;
 using support::ScriptedService;
 using support::serverState;
+using support::setServerState;
 using support::SyslogCapture;
 using support::ToldEvent;
 using support::WithSystemCalls;
@@ -44,7 +45,6 @@ using usbevents_test::Clock;
 using usbevents_test::closeEvents;
 using usbevents_test::endEvents;
 using usbevents_test::isSet;
-using usbevents_test::setServerState;
 
 struct Generation {
     const char *name;

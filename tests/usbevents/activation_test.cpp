@@ -31,6 +31,7 @@ using support::MessagesOn;
 using support::onOwnThread;
 using support::ScriptedService;
 using support::serverState;
+using support::setServerState;
 using support::SyslogCapture;
 using support::threadsRunning;
 using support::ToldEvent;
@@ -46,10 +47,10 @@ using usbevents_test::anySet;
 using usbevents_test::Clock;
 using usbevents_test::closeEvents;
 using usbevents_test::Codes;
-using usbevents_test::kRemoved;
 using usbevents_test::kState;
 using usbevents_test::onDetachedThread;
-using usbevents_test::setServerState;
+
+const std::string kRemoved = "removeUSBdevice*10.0.0.5*usb1*1-1.4*\n";
 
 // ---- The whole way ----
 

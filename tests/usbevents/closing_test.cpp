@@ -28,6 +28,7 @@ using support::eventually;
 using support::MessagesOn;
 using support::onOwnThread;
 using support::ScriptedService;
+using support::setServerState;
 using support::SyslogCapture;
 using support::ToldEvent;
 using support::WithSystemCalls;
@@ -42,7 +43,6 @@ using usbevents_test::Clock;
 using usbevents_test::closeEvents;
 using usbevents_test::Codes;
 using usbevents_test::kState;
-using usbevents_test::setServerState;
 
 class Closing : public Activation {};
 

@@ -5,6 +5,7 @@
 #include "support/own_thread.h"
 #include "support/scripted_service.h"
 #include "support/syslog_capture.h"
+#include "support/usb_events.h"
 #include "usbevents/usb_channel_fixture.h"
 
 #include <atomic>
@@ -20,6 +21,8 @@ using support::kUsbSocket;
 using support::MessagesOn;
 using support::onOwnThread;
 using support::ScriptedService;
+using support::serverState;
+using support::setServerState;
 using support::SyslogCapture;
 using testing::AllOf;
 using testing::ElementsAre;
@@ -29,9 +32,6 @@ using testing::Lt;
 using usbevents_test::Timed;
 using usbevents_test::timed;
 using usbevents_test::UsbChannel;
-
-uint32_t serverState() { return __atomic_load_n(&ServerPipeThreadSyncState, __ATOMIC_SEQ_CST); }
-void setServerState(uint32_t state) { __atomic_store_n(&ServerPipeThreadSyncState, state, __ATOMIC_SEQ_CST); }
 
 TEST_F(UsbChannel, killing_tells_whichever_server_listens)
 {

@@ -25,6 +25,7 @@ namespace {
 
 using support::EventRecorder;
 using support::MessagesOn;
+using support::setServerState;
 using support::SyslogCapture;
 using support::ToldEvent;
 using testing::ElementsAre;
@@ -44,7 +45,6 @@ protected:
 };
 
 uint32_t suicideServed() { return __atomic_load_n(&uiSuicide, __ATOMIC_SEQ_CST); }
-void setServerState(uint32_t state) { __atomic_store_n(&ServerPipeThreadSyncState, state, __ATOMIC_SEQ_CST); }
 
 TEST_F(Suicide, asks_the_service_tells_the_callback_and_takes_it_away)
 {

@@ -1,5 +1,6 @@
 // Stations as programs see them through the library: what is set is what is read back, and each result that the service can
 // bring about.
+#include "tools/kvosim/commands/simulation.h"
 #include "tools/kvosim/support/running_service.h"
 
 #include <kvo_hws/kvo_hws.h>
@@ -14,18 +15,12 @@
 
 namespace {
 
+using kvosim_test::plantWith;
 using kvosim_test::RunningService;
 
 constexpr uint32_t kA = 0x0A000005;
 constexpr uint32_t kB = 0x0A000006;
 constexpr uint32_t kNobody = 0x0A0000FF;
-
-/// A plant whose first station has @p keys, beside a plain one.
-std::string plantWith(const std::string &keys)
-{
-    return "[[station]]\naddress = \"10.0.0.5\"\nname = \"A\"\n" + keys +
-           "\n[[station]]\naddress = \"10.0.0.6\"\nname = \"B\"\n";
-}
 
 TEST(LibraryStations, viewer_starts_shows_its_server_and_stops)
 {

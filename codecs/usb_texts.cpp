@@ -14,26 +14,6 @@
 #include <cstring>
 #include <string_view>
 
-// Programs on both sides of the library were compiled with these, for 32 and 64 bits alike.
-static_assert(sizeof(UsbDeviceSource) == 372 && offsetof(UsbDeviceSource, ipAddress) == 16);
-static_assert(offsetof(UsbDeviceSource, number1) == 96 && offsetof(UsbDeviceSource, text4) == 104);
-static_assert(offsetof(UsbDeviceSource, noText5) == 125 && offsetof(UsbDeviceSource, bytes) == 216);
-static_assert(offsetof(UsbDeviceSource, number2) == 280 && offsetof(UsbDeviceSource, text8) == 288);
-static_assert(offsetof(UsbDeviceSource, number3) == 368);
-static_assert(sizeof(UsbDaemonContext) == 1);
-static_assert(sizeof(UsbStationRecord) == 268 && offsetof(UsbStationRecord, address) == 4);
-static_assert(offsetof(UsbStationRecord, text) == 8);
-static_assert(sizeof(UsbDeviceV1) == 264 && offsetof(UsbDeviceV1, number1) == 80 && offsetof(UsbDeviceV1, id1) == 84);
-static_assert(offsetof(UsbDeviceV1, text4) == 88 && offsetof(UsbDeviceV1, noText5) == 109);
-static_assert(offsetof(UsbDeviceV1, text6) == 120 && offsetof(UsbDeviceV1, bytes) == 200);
-static_assert(sizeof(UsbDeviceInfo) == 208 && offsetof(UsbDeviceInfo, text4) == 80 && offsetof(UsbDeviceInfo, text5) == 102);
-static_assert(offsetof(UsbDeviceInfo, text6) == 112 && offsetof(UsbDeviceInfo, text7) == 152);
-static_assert(offsetof(UsbDeviceInfo, text8) == offsetof(UsbDeviceInfo, text6));
-static_assert(offsetof(UsbDeviceInfo, number1) == 192 && offsetof(UsbDeviceInfo, flagWord) == 200);
-static_assert(offsetof(UsbDeviceInfo, number3) == 200 && offsetof(UsbDeviceInfo, flagBits) == 204);
-static_assert(sizeof(UsbStateInfo) == 84 && offsetof(UsbStateInfo, state) == 80);
-static_assert(sizeof(UsbRemoveInfo) == 80 && offsetof(UsbRemoveInfo, ident3) == 48);
-
 namespace {
 
 constexpr char kSeparator = '*';

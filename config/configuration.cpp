@@ -17,17 +17,6 @@
 
 ConfData sConfData = {};
 
-// Programs look into the records: their layout is part of the interface, wherever a pointer has 4 or 8 bytes.
-constexpr std::size_t kName = sizeof(void *) == 8 ? 48 : 36;
-static_assert(offsetof(ConfData, interface) == sizeof(void *) && offsetof(ConfData, ipString) == 2 * sizeof(void *));
-static_assert(offsetof(ConfData, ipValue) == 20 + offsetof(ConfData, ipString));
-static_assert(offsetof(ConfData, port) == 24 + offsetof(ConfData, ipString) && sizeof(ConfData::port) == 2);
-static_assert(offsetof(ConfData, name) == kName && offsetof(ConfData, backlight) == kName + sizeof(void *));
-static_assert(offsetof(ConfData, brightness) == kName + sizeof(void *) + 4);
-static_assert(offsetof(ConfData, backlightBrightness) == kName + sizeof(void *) + 8);
-static_assert(offsetof(ConfData, registryPath) == kName + sizeof(void *) + 12 && sizeof(ConfData::registryPath) == 260);
-static_assert(sizeof(HwsKeyword) == 6 * sizeof(void *));
-
 namespace {
 
 constexpr const char *kUsualFile = "/etc/kvo_hws.conf";

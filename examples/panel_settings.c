@@ -7,9 +7,11 @@ int main(void)
 {
     const uint32_t station = 0x0A000005; /* 10.0.0.5 */
     uint32_t disabled = 0;
+    int32_t result;
 
-    if (KVO_HWS_setBacklightBrightness(station, 20) != KVO_HWS_OK) {
-        fputs("the backlight stays as it is\n", stderr);
+    result = KVO_HWS_setBacklightBrightness(station, 20);
+    if (result != KVO_HWS_OK) {
+        fprintf(stderr, "the backlight stays as it is: %s\n", kvo_hws_result_text("KVO_HWS_setBacklightBrightness", result));
         return 1;
     }
     KVO_HWS_setDisableNumLock(station, 1);

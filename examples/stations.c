@@ -20,7 +20,7 @@ int main(void)
         result = KVO_HWS_getDescriptionList(stations, &count);
     }
     if (result != KVO_HWS_OK) {
-        fprintf(stderr, "no station list: result %d\n", (int)result);
+        fprintf(stderr, "no station list: %s\n", kvo_hws_result_text("KVO_HWS_getDescriptionList", result));
         free(stations);
         return 1;
     }

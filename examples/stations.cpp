@@ -16,7 +16,7 @@ int main()
         result = KVO_HWS_getDescriptionList(stations.data(), &count);
     }
     if (result != KVO_HWS_OK) {
-        std::cerr << "no station list: result " << result << '\n';
+        std::cerr << "no station list: " << kvo_hws_result_text("KVO_HWS_getDescriptionList", result) << '\n';
         return 1;
     }
     stations.resize(count);

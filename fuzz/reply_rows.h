@@ -1,6 +1,8 @@
-// How a request is fuzzed: a row tells what areas it writes, how it is asked, and how its replies are read plainly. What it
-// makes of the replies is compared, to the byte, with what the plain reading makes of them.
+// How a request of the catalogue is fuzzed: what it makes of the replies is compared, to the byte, with what a plain reading makes
+// of them.
 #pragma once
+
+#include "catalogue/catalogue.h"
 
 #include "plain_descriptions.h"
 #include "support.h"
@@ -10,6 +12,7 @@
 #include <cstdlib>
 #include <functional>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -64,6 +67,15 @@ public:
         }
     }
 
+    [[nodiscard]] std::vector<void *> addresses()
+    {
+        std::vector<void *> all;
+        for (GuardedArea &area : areas_) {
+            all.push_back(area.area());
+        }
+        return all;
+    }
+
     /// Ends the run where @p got is something else.
     void expectSame(Outputs &got, const char *name)
     {
@@ -93,130 +105,151 @@ private:
     std::vector<Open> open_;
 };
 
-// ---- Rows ----
-
-struct Row {
-    using Sizes = std::function<std::vector<std::size_t>(const Caller &caller, const Replies &replies)>;
-
-    const char *name;
-    std::vector<int32_t> codes;  ///< the documented ones
-    Sizes areas;
-    /// What the caller puts into the areas, sizes say.
-    std::function<void(Outputs &out, const Caller &caller)> prepare;
-    std::function<int32_t(Outputs &out, const Caller &caller)> ask;
-    /// The result, or nothing where the service has gone.
-    std::function<std::optional<int32_t>(Outputs &out, const Caller &caller, Replies &replies)> read;
-    /// What a missing service is, where that is not the exchange's own code.
-    int32_t noService = 0;
-};
-
-/// Replies that are exactly a text, and the results they stand for.
-using Words = std::vector<std::pair<std::string, int32_t>>;
-
-inline int32_t resultOf(const Words &words, const std::string &reply, int32_t otherwise = KVO_HWS_FAILED)
-{
-    for (const auto &[word, result] : words) {
-        if (reply == word) {
-            return result;
-        }
-    }
-    return otherwise;
-}
-
-inline std::vector<int32_t> codesOf(const Words &words, std::vector<int32_t> others)
-{
-    for (const auto &[word, result] : words) {
-        others.push_back(result);
-    }
-    return others;
-}
-
-inline Row::Sizes fixed(std::vector<std::size_t> sizes)
-{
-    return [sizes = std::move(sizes)](const Caller &, const Replies &) { return sizes; };
-}
-
-inline void prepareNothing(Outputs & /*out*/, const Caller & /*caller*/) {}
-
-/// A reply that is one of some words.
-inline Row words(const char *name, std::function<int32_t()> ask, const Words &known, int32_t otherwise = KVO_HWS_FAILED)
-{
-    return {.name = name,
-            .codes = codesOf(known, {otherwise, KVO_HWS_FAILED, KVO_HWS_NO_SERVICE}),
-            .areas = fixed({}),
-            .prepare = prepareNothing,
-            .ask = [ask = std::move(ask)](Outputs &, const Caller &) { return ask(); },
-            .read = [known, otherwise](Outputs &, const Caller &, Replies &replies) -> std::optional<int32_t> {
-                const auto reply = replies.take();
-                return reply ? std::optional(resultOf(known, *reply, otherwise)) : std::nullopt;
-            }};
-}
+// ---- Readings ----
 
 /// Reads what stands behind a reply's key into the outputs, and returns the result.
 using ReadRest = std::function<int32_t(Outputs &out, const Caller &caller, const std::string &rest)>;
-using Ask = std::function<int32_t(Outputs &out)>;
+/// The result, or nothing where the service has gone.
+using Read = std::function<std::optional<int32_t>(Outputs &out, const Caller &caller, Replies &replies)>;
 
-/// A reply that begins with a key, or is one of some words.
-inline Row keyed(const char *name, std::vector<std::size_t> areas, Ask ask, const std::string &key, ReadRest readRest,
-                 const Words &known = {}, const std::vector<int32_t> &further = {})
+/// How a request is fuzzed whose replies are more than the catalogue's words and numbers.
+struct Reading {
+    std::string key;  ///< of the replies that @c rest reads, all in place of some; the others are words
+    ReadRest rest{};
+    Read whole{};  ///< in place of both
+    /// The arguments of a call, where they are the caller's choice, or depend on the replies.
+    std::function<catalogue::Arguments(const catalogue::Arguments &arguments, const Caller &caller, const Replies &replies)>
+        arguments{};
+    /// Whether an output is there at all.
+    bool (*wants)(const Caller &caller, std::size_t area) = nullptr;
+};
+
+/// Room of the caller's sizes: the first with a size behind it has the first of them, the next the second.
+inline catalogue::Arguments sized(const catalogue::Arguments &arguments, const std::vector<uint32_t> &sizes,
+                                  std::size_t least = 0)
 {
-    std::vector<int32_t> codes = codesOf(known, {KVO_HWS_OK, KVO_HWS_FAILED, KVO_HWS_NO_SERVICE});
-    codes.insert(codes.end(), further.begin(), further.end());
-    return {.name = name,
-            .codes = codes,
-            .areas = fixed(std::move(areas)),
-            .prepare = prepareNothing,
-            .ask = [ask = std::move(ask)](Outputs &out, const Caller &) { return ask(out); },
-            .read = [key, readRest = std::move(readRest), known](Outputs &out, const Caller &caller,
-                                                                 Replies &replies) -> std::optional<int32_t> {
-                const auto reply = replies.take();
-                if (!reply) {
-                    return std::nullopt;
-                }
-                return reply->starts_with(key) ? readRest(out, caller, reply->substr(key.size())) : resultOf(known, *reply);
-            }};
+    catalogue::Arguments all = arguments;
+    std::size_t next = 0;
+    for (std::size_t i = 0; i + 1 < all.size() && next < sizes.size(); ++i) {
+        if (all[i].kind == catalogue::Argument::Kind::room && !all[i + 1].text.empty()) {
+            all[i] = catalogue::room(std::max<std::size_t>(sizes[next], least));
+            all[i + 1] = catalogue::inOut(sizes[next++]);
+        }
+    }
+    return all;
 }
 
-/// A number that is all of the rest and within bounds.
-inline Row number(const char *name, int32_t (*ask)(uint32_t station, uint32_t *value), const std::string &key, int base = 10,
-                  unsigned long lowest = 0, unsigned long highest = ~0UL, const Words &known = {})
-{
-    return keyed(
-        name, {sizeof(uint32_t)}, [ask](Outputs &out) { return ask(5, &out.word(0)); }, key,
-        [=](Outputs &out, const Caller &, const std::string &rest) -> int32_t {
-            char *end = nullptr;
-            const unsigned long value = std::strtoul(rest.c_str(), &end, base);
-            if (*end != '\0' || value < lowest || value > highest) {
-                return KVO_HWS_FAILED;
+/// A request of the catalogue, and how its replies are read plainly.
+class Row {
+public:
+    Row(const catalogue::Request &request, Reading reading) : request_(&request), reading_(std::move(reading))
+    {
+        for (const catalogue::Exchange &exchange : request.exchanges()) {
+            codes_.insert(exchange.result);
+        }
+        codes_.insert(request.soakResults().begin(), request.soakResults().end());
+    }
+
+    [[nodiscard]] std::string name() const { return request_->name(); }
+    [[nodiscard]] bool documents(int32_t result) const { return codes_.contains(result); }
+    [[nodiscard]] int32_t withoutService() const { return request_->withoutService(); }
+
+    /// The areas that a call writes, as the caller leaves them.
+    [[nodiscard]] Outputs outputs(const Caller &caller, const Replies &replies, uint8_t fill) const
+    {
+        const catalogue::Arguments arguments = argumentsFor(caller, replies);
+        Outputs out(request_->function().outputSizes(arguments), fill);
+        std::size_t area = 0;
+        for (const catalogue::Argument &argument : arguments) {
+            if (argument.kind == catalogue::Argument::Kind::room) {
+                out.store(area++, argument.text);
             }
-            out.word(0) = static_cast<uint32_t>(value);
-            return KVO_HWS_OK;
-        },
-        known);
-}
+        }
+        return out;
+    }
 
-/// Words that stand for a value.
-template <class Value>
-Row stored(const char *name, int32_t (*ask)(uint32_t station, Value *value), const Words &values)
-{
-    return {.name = name,
-            .codes = {KVO_HWS_OK, KVO_HWS_FAILED, KVO_HWS_NO_SERVICE},
-            .areas = fixed({sizeof(Value)}),
-            .prepare = prepareNothing,
-            .ask = [ask](Outputs &out, const Caller &) { return ask(5, out.at<Value>(0)); },
-            .read = [values](Outputs &out, const Caller &, Replies &replies) -> std::optional<int32_t> {
-                const auto reply = replies.take();
-                if (!reply) {
-                    return std::nullopt;
+    int32_t ask(Outputs &out, const Caller &caller, const Replies &replies) const
+    {
+        std::vector<void *> rooms = out.addresses();
+        for (std::size_t area = 0; area < rooms.size(); ++area) {
+            if (reading_.wants != nullptr && !reading_.wants(caller, area)) {
+                rooms[area] = nullptr;
+            }
+        }
+        return request_->function()(argumentsFor(caller, replies), rooms);
+    }
+
+    std::optional<int32_t> read(Outputs &out, const Caller &caller, Replies &replies) const
+    {
+        if (reading_.whole) {
+            return reading_.whole(out, caller, replies);
+        }
+        const auto reply = replies.take();
+        if (!reply) {
+            return std::nullopt;
+        }
+        if (reading_.rest && reply->starts_with(reading_.key)) {
+            return reading_.rest(out, caller, reply->substr(reading_.key.size()));
+        }
+        if (const auto &form = request_->numberForm(); form && reply->starts_with(form->key)) {
+            return readNumber(out, *form, reply->substr(form->key.size()));
+        }
+        return readWord(out, *reply);
+    }
+
+    /// The replies that the catalogue has for the request's own arguments.
+    [[nodiscard]] std::vector<Replies> knownReplies() const
+    {
+        std::vector<Replies> all;
+        for (const catalogue::Exchange &exchange : request_->exchanges()) {
+            if (!exchange.commands.empty() && !exchange.replies.empty()) {
+                all.push_back({.lines = exchange.replies});
+                for (std::string &line : all.back().lines) {
+                    line.resize(line.find_last_not_of('\r') + 1);  // as the reader of the channel leaves it
                 }
-                for (const auto &[word, value] : values) {
-                    if (*reply == word) {
-                        *out.at<Value>(0) = static_cast<Value>(value);
-                        return KVO_HWS_OK;
-                    }
+            }
+        }
+        return all;
+    }
+
+private:
+    [[nodiscard]] catalogue::Arguments argumentsFor(const Caller &caller, const Replies &replies) const
+    {
+        return reading_.arguments ? reading_.arguments(request_->arguments(), caller, replies) : request_->arguments();
+    }
+
+    /// A number that is all of the rest and within bounds.
+    static int32_t readNumber(Outputs &out, const catalogue::NumberForm &form, const std::string &rest)
+    {
+        char *end = nullptr;
+        const unsigned long value = std::strtoul(rest.c_str(), &end, form.base);
+        if (*end != '\0' || value < form.lowest || value > form.highest) {
+            return KVO_HWS_FAILED;
+        }
+        out.word(0) = static_cast<uint32_t>(value);
+        return KVO_HWS_OK;
+    }
+
+    /// A reply that is exactly one of the catalogue's, or means what all others mean.
+    int32_t readWord(Outputs &out, const std::string &reply) const
+    {
+        for (const catalogue::Exchange &exchange : request_->answers()) {
+            if (!exchange.commands.empty() && exchange.replies.front() == reply) {
+                for (std::size_t area = 0; area < exchange.values.size(); ++area) {
+                    out.store(area, exchange.values[area].bytes.value_or(""));
                 }
-                return KVO_HWS_FAILED;
-            }};
-}
+                return exchange.result;
+            }
+        }
+        if (request_->takesEverything()) {
+            return request_->answers().front().result;
+        }
+        return reply == "failed" ? request_->failedResult() : request_->unknownResult();
+    }
+
+    const catalogue::Request *request_;
+    Reading reading_;
+    std::set<int32_t> codes_{};
+};
 
 }  // namespace fuzz

@@ -5,26 +5,24 @@
 #include <kvo_hws/platform.h>
 #include <kvo_hws/runtime.h>
 #include <kvo_hws/service.h>
+#include <kvo_hws/usbevents.h>
 
 #include "requests/focus.h"
 
 #include <algorithm>
+#include <map>
 #include <string>
 
 namespace {
 
+using catalogue::Arguments;
 using fuzz::Caller;
-using fuzz::keyed;
-using fuzz::number;
 using fuzz::Outputs;
+using fuzz::Reading;
 using fuzz::Replies;
 using fuzz::Row;
-using fuzz::stored;
-using fuzz::words;
-using fuzz::Words;
+using fuzz::sized;
 
-constexpr uint32_t kStation = 0x0A000005;
-constexpr std::size_t kWord = sizeof(uint32_t);
 constexpr std::size_t kLongestCommand = 1023;
 
 Replies coming;  // to the request that is being asked
@@ -53,6 +51,8 @@ const char *libpavo_getMetric(unsigned long /*id*/) noexcept { return ""; }
 void setAdapterInterfaceCache(const char * /*interface*/) noexcept {}
 int getAdapterValuesDirect(int /*refresh*/) noexcept { return -1; }
 uint32_t getAdapterBroadcastCache() noexcept { return 0; }
+/// Beside threads and servers in the library, and therefore not fuzzed; its replies are words.
+int32_t KVO_HWS_isUSBEventsActivated() noexcept { return KVO_HWS_FAILED; }
 int kvo_hws_EnterCriticalSection(pthread_mutex_t *section) noexcept { return pthread_mutex_lock(section); }
 int kvo_hws_LeaveCriticalSection(pthread_mutex_t *section) noexcept { return pthread_mutex_unlock(section); }
 
@@ -89,7 +89,18 @@ int32_t storeText(Outputs &out, const std::string &text)
     return KVO_HWS_OK;
 }
 
-/// A description list, into an array behind the word of its capacity. @p clears: once it is known that it fits.
+// ---- Lists: an array and its capacity ----
+
+constexpr std::size_t kArray = 0;
+constexpr std::size_t kCount = 1;
+constexpr uint32_t kMostStations = 8;
+
+Arguments arraySized(const Arguments &arguments, const Caller &caller, const Replies & /*replies*/)
+{
+    return sized(arguments, {caller.room % (kMostStations + 1)});
+}
+
+/// @p clears: once it is known that it fits.
 std::optional<int32_t> readList(Outputs &out, Replies &replies, const fuzz::DescriptionForm &form, bool clears)
 {
     const auto reply = replies.take();
@@ -100,19 +111,19 @@ std::optional<int32_t> readList(Outputs &out, Replies &replies, const fuzz::Desc
     if (*reply == "failed" || count == 0xFFFFFFFF) {
         return KVO_HWS_FAILED;
     }
-    if (count > out.word(0)) {
-        out.word(0) = count;
+    if (count > out.word(kCount)) {
+        out.word(kCount) = count;
         return KVO_HWS_TOO_SMALL;
     }
     if (clears) {
-        out.clear(1);
+        out.clear(kArray);
     }
     fuzz::PlainDescriptions plain(*reply, form);
-    if (plain.readList(out.at<uint8_t>(1)) != 1) {
-        out.leaveOpen(1, plain.whole() * form.record, form.record);
+    if (plain.readList(out.at<uint8_t>(kArray)) != 1) {
+        out.leaveOpen(kArray, plain.whole() * form.record, form.record);
         return KVO_HWS_FAILED;
     }
-    out.word(0) = count;
+    out.word(kCount) = count;
     return KVO_HWS_OK;
 }
 
@@ -124,249 +135,152 @@ std::optional<int32_t> readCount(Outputs &out, const std::string &reply, bool ha
     if (*end != '\0') {
         return KVO_HWS_FAILED;
     }
-    if (!haveArray || count > out.word(0)) {
-        out.word(0) = static_cast<uint32_t>(std::min<unsigned long>(count, 0xFFFFFFFF));
+    if (!haveArray || count > out.word(kCount)) {
+        out.word(kCount) = static_cast<uint32_t>(std::min<unsigned long>(count, 0xFFFFFFFF));
         return KVO_HWS_TOO_SMALL;
     }
     return std::nullopt;
 }
 
-// ---- Rows of their own ----
-
-constexpr uint32_t kMostStations = 8;
-
-uint32_t capacityOf(const Caller &caller) { return caller.room % (kMostStations + 1); }
-
-Row listRow(const char *name, std::size_t record, std::function<int32_t(Outputs &out, const Caller &caller)> ask,
-            std::function<std::optional<int32_t>(Outputs &out, const Caller &caller, Replies &replies)> read)
+std::optional<int32_t> readBasicList(Outputs &out, const Caller & /*caller*/, Replies &replies)
 {
-    return {.name = name,
-            .codes = {KVO_HWS_OK, KVO_HWS_FAILED, KVO_HWS_NO_SERVICE, KVO_HWS_TOO_SMALL},
-            .areas =
-                [record](const Caller &caller, const Replies &) {
-                    return std::vector<std::size_t>{kWord, capacityOf(caller) * record};
-                },
-            .prepare = [](Outputs &out, const Caller &caller) { out.word(0) = capacityOf(caller); },
-            .ask = std::move(ask),
-            .read = std::move(read)};
+    out.clear(kArray);
+    const auto reply = replies.take();
+    if (!reply) {
+        return std::nullopt;
+    }
+    const auto counted = readCount(out, *reply, true);
+    return counted ? counted : readList(out, replies, fuzz::kBasicForm, false);
 }
 
-Row descriptionList()
+bool haveExtendedArray(const Caller &caller, std::size_t area) { return area != kArray || caller.secondRoom % 4 != 0; }
+
+std::optional<int32_t> readExtendedList(Outputs &out, const Caller &caller, Replies &replies)
 {
-    return listRow(
-        "KVO_HWS_getDescriptionList", sizeof(KvoDescription),
-        [](Outputs &out, const Caller &) { return KVO_HWS_getDescriptionList(out.at<KvoDescription>(1), &out.word(0)); },
-        [](Outputs &out, const Caller &, Replies &replies) -> std::optional<int32_t> {
-            out.clear(1);
-            const auto reply = replies.take();
-            if (!reply) {
-                return std::nullopt;
-            }
-            const auto counted = readCount(out, *reply, true);
-            return counted ? counted : readList(out, replies, fuzz::kBasicForm, false);
-        });
+    const auto reply = replies.take();
+    if (!reply) {
+        return std::nullopt;
+    }
+    const auto counted = readCount(out, *reply, haveExtendedArray(caller, kArray));
+    return counted ? counted : readList(out, replies, fuzz::kExtendedForm, true);
 }
 
-Row extendedList()
+std::optional<int32_t> readClients(Outputs &out, const Caller & /*caller*/, Replies &replies)
 {
-    const auto haveArray = [](const Caller &caller) { return caller.secondRoom % 4 != 0; };
-    return listRow(
-        "KVO_HWS_getDescriptionListEx", sizeof(KvoDescriptionEx),
-        [=](Outputs &out, const Caller &caller) {
-            return KVO_HWS_getDescriptionListEx(haveArray(caller) ? out.at<KvoDescriptionEx>(1) : nullptr, &out.word(0));
-        },
-        [=](Outputs &out, const Caller &caller, Replies &replies) -> std::optional<int32_t> {
-            const auto reply = replies.take();
-            if (!reply) {
-                return std::nullopt;
-            }
-            const auto counted = readCount(out, *reply, haveArray(caller));
-            return counted ? counted : readList(out, replies, fuzz::kExtendedForm, true);
-        });
+    out.clear(kArray);
+    return readList(out, replies, fuzz::kClientForm, false);
 }
 
-Row clientList()
+int32_t readStation(Outputs &out, const Caller & /*caller*/, const std::string &reply)
 {
-    return listRow(
-        "KVO_HWS_getClientList", sizeof(KvoClientEntry),
-        [](Outputs &out, const Caller &) { return KVO_HWS_getClientList(out.at<KvoClientEntry>(1), &out.word(0), 0xF); },
-        [](Outputs &out, const Caller &, Replies &replies) {
-            out.clear(1);
-            return readList(out, replies, fuzz::kClientForm, false);
-        });
+    if (reply == "failed" || reply == "not found") {
+        return reply == "failed" ? KVO_HWS_FAILED : KVO_HWS_NO;
+    }
+    out.clear(0);
+    const int read = fuzz::PlainDescriptions(reply, fuzz::kExtendedForm).readOne(out.at<uint8_t>(0));
+    if (read != 1) {
+        out.leaveOpen(0, 0, sizeof(KvoDescriptionEx));
+    }
+    return read;
 }
 
-Row oneStation(const char *name, uint32_t address)
+// ---- Texts: a buffer, and often its size ----
+
+constexpr std::size_t kBuffer = 0;
+constexpr std::size_t kSize = 1;
+
+Arguments bufferSized(const Arguments &arguments, const Caller &caller, const Replies & /*replies*/)
 {
-    return keyed(
-        name, {sizeof(KvoDescriptionEx)},
-        [address](Outputs &out) { return KVO_HWS_getDescriptionEx(address, "Panel", out.at<KvoDescriptionEx>(0)); }, "",
-        [](Outputs &out, const Caller &, const std::string &reply) -> int32_t {
-            if (reply == "failed" || reply == "not found") {
-                return reply == "failed" ? KVO_HWS_FAILED : KVO_HWS_NO;
-            }
-            out.clear(0);
-            const int read = fuzz::PlainDescriptions(reply, fuzz::kExtendedForm).readOne(out.at<uint8_t>(0));
-            if (read != 1) {
-                out.leaveOpen(0, 0, sizeof(KvoDescriptionEx));
-            }
-            return read;
-        },
-        {}, {KVO_HWS_NO});
+    return sized(arguments, {caller.room, caller.secondRoom});
 }
 
-/// A text for a buffer whose size is an output too; the areas are its word and the buffer.
-Row sizedText(const char *name, std::function<int32_t(char *buffer, uint32_t *size)> ask, const std::string &key,
-              std::function<int32_t(Outputs &out, const std::string &text)> read, const std::vector<int32_t> &codes,
-              const Words &known = {}, int32_t otherwise = KVO_HWS_FAILED)
+/// A buffer that has a byte at least, whatever the size says.
+Arguments neverEmpty(const Arguments &arguments, const Caller &caller, const Replies & /*replies*/)
 {
-    return {.name = name,
-            .codes = codes,
-            .areas =
-                [](const Caller &caller, const Replies &) {
-                    return std::vector<std::size_t>{kWord, caller.room};
-                },
-            .prepare = [](Outputs &out, const Caller &caller) { out.word(0) = caller.room; },
-            .ask = [ask = std::move(ask)](Outputs &out, const Caller &) { return ask(out.at(1), &out.word(0)); },
-            .read = [=](Outputs &out, const Caller &, Replies &replies) -> std::optional<int32_t> {
-                const auto reply = replies.take();
-                if (!reply) {
-                    return std::nullopt;
-                }
-                return reply->starts_with(key) ? read(out, reply->substr(key.size()))
-                                               : fuzz::resultOf(known, *reply, otherwise);
-            }};
+    return sized(arguments, {caller.room}, 1);
 }
 
-int32_t readVersion(Outputs &out, const std::string &version)
+int32_t readVersion(Outputs &out, const Caller & /*caller*/, const std::string &version)
 {
-    if (version.size() >= out.word(0)) {
-        out.word(0) = static_cast<uint32_t>(version.size());
+    if (version.size() >= out.word(kSize)) {
+        out.word(kSize) = static_cast<uint32_t>(version.size());
         return KVO_HWS_FAILED;
     }
-    out.storeTerminated(1, version);
+    out.storeTerminated(kBuffer, version);
     return KVO_HWS_OK;
 }
 
-int32_t readChannelInfo(Outputs &out, const std::string &info)
+int32_t readChannelInfo(Outputs &out, const Caller & /*caller*/, const std::string &info)
 {
-    if (info.size() >= out.word(0) && !info.empty()) {
-        out.word(0) = static_cast<uint32_t>(info.size() + 1);
+    if (info.size() >= out.word(kSize) && !info.empty()) {
+        out.word(kSize) = static_cast<uint32_t>(info.size() + 1);
         return KVO_HWS_TOO_SMALL;
     }
-    if (out.word(0) != 0) {
-        out.storeTerminated(1, info);
+    if (out.word(kSize) != 0) {
+        out.storeTerminated(kBuffer, info);
     }
     return info.empty() ? KVO_HWS_NO : KVO_HWS_OK;
 }
 
-/// Its buffer has a byte at least, whatever the size says.
-Row connectors(const char *name, const std::string &key, std::function<int32_t(char *buffer, uint32_t *size)> ask)
+int32_t readConnectors(Outputs &out, const Caller & /*caller*/, const std::string &list)
 {
-    Row row = sizedText(
-        name, std::move(ask), key,
-        [](Outputs &out, const std::string &list) -> int32_t {
-            const uint32_t room = std::exchange(out.word(0), static_cast<uint32_t>(list.size()));
-            if (list.empty()) {
-                out.storeTerminated(1, "");
-                return KVO_HWS_NO;
-            }
-            if (list.size() >= room) {
-                return KVO_HWS_TOO_SMALL;
-            }
-            out.store(1, list);
-            return KVO_HWS_OK;
-        },
-        {KVO_HWS_OK, KVO_HWS_NO, KVO_HWS_FAILED, KVO_HWS_NO_SERVICE, KVO_HWS_TOO_SMALL, KVO_HWS_REFUSED, KVO_HWS_UNKNOWN_REPLY,
-         KVO_HWS_BUSY},
-        {{"busy", KVO_HWS_BUSY}, {"failed", KVO_HWS_REFUSED}}, KVO_HWS_UNKNOWN_REPLY);
-    row.areas = [](const Caller &caller, const Replies &) {
-        return std::vector<std::size_t>{kWord, std::max<std::size_t>(caller.room, 1)};
-    };
-    return row;
+    const uint32_t room = std::exchange(out.word(kSize), static_cast<uint32_t>(list.size()));
+    if (list.empty()) {
+        out.storeTerminated(kBuffer, "");
+        return KVO_HWS_NO;
+    }
+    if (list.size() >= room) {
+        return KVO_HWS_TOO_SMALL;
+    }
+    out.store(kBuffer, list);
+    return KVO_HWS_OK;
 }
 
-/// A server and a display, each at most 1024 characters; the areas are two words and two buffers.
-Row currentServer()
+/// Stores one of the two texts, a buffer and its size.
+bool storePart(Outputs &out, std::size_t buffer, const std::string &text)
 {
-    const auto store = [](Outputs &out, std::size_t which, const std::string &text) {
-        const uint32_t room = std::exchange(out.word(which), static_cast<uint32_t>(text.size() + 1));
-        if (text.size() >= room) {
-            return false;
-        }
-        out.storeTerminated(which + 2, text);
-        return true;
-    };
-    return {.name = "KVO_HWS_getCurrentServer",
-            .codes = {KVO_HWS_OK, KVO_HWS_NO, KVO_HWS_FAILED, KVO_HWS_NO_SERVICE, KVO_HWS_TOO_SMALL, KVO_HWS_SECOND_TOO_SMALL},
-            .areas =
-                [](const Caller &caller, const Replies &) {
-                    return std::vector<std::size_t>{kWord, kWord, caller.room, caller.secondRoom};
-                },
-            .prepare =
-                [](Outputs &out, const Caller &caller) {
-                    out.word(0) = caller.room;
-                    out.word(1) = caller.secondRoom;
-                },
-            .ask =
-                [](Outputs &out, const Caller &) {
-                    return KVO_HWS_getCurrentServer(kStation, out.at(2), &out.word(0), out.at(3), &out.word(1));
-                },
-            .read = [store](Outputs &out, const Caller &, Replies &replies) -> std::optional<int32_t> {
-                constexpr std::size_t kLongest = 1024;
-                constexpr std::string_view kKey = "vncserver=";
-                const auto reply = replies.take();
-                if (!reply) {
-                    return std::nullopt;
-                }
-                const std::size_t colon = reply->find(':', kKey.size());
-                if (*reply == "none") {
-                    return KVO_HWS_NO;
-                }
-                if (!reply->starts_with(kKey) || colon == reply->npos || colon - kKey.size() > kLongest) {
-                    return KVO_HWS_FAILED;
-                }
-                if (!store(out, 0, reply->substr(kKey.size(), colon - kKey.size()))) {
-                    return KVO_HWS_TOO_SMALL;
-                }
-                const std::string display = reply->substr(colon + 1);
-                if (display.size() > kLongest) {
-                    return KVO_HWS_FAILED;
-                }
-                return store(out, 1, display) ? KVO_HWS_OK : KVO_HWS_SECOND_TOO_SMALL;
-            }};
+    const uint32_t room = std::exchange(out.word(buffer + 1), static_cast<uint32_t>(text.size() + 1));
+    if (text.size() >= room) {
+        return false;
+    }
+    out.storeTerminated(buffer, text);
+    return true;
 }
 
-/// A buffer for all of the reply, as its callers have to have it.
-Row wholeText(const char *name, int32_t (*ask)(uint32_t station, char *text), const std::string &key, const Words &known)
+/// A server and a display, each at most 1024 characters.
+int32_t readServer(Outputs &out, const Caller & /*caller*/, const std::string &rest)
 {
-    Row row = keyed(
-        name, {}, [ask](Outputs &out) { return ask(kStation, out.at(0)); }, key,
-        [known](Outputs &out, const Caller &, const std::string &text) {
-            return fuzz::resultOf(known, text, 1) == 1 ? storeText(out, text) : KVO_HWS_FAILED;
-        });
-    row.areas = [key](const Caller &, const Replies &replies) {
-        const std::string reply = replies.lines.empty() ? "" : replies.lines.front();
-        return std::vector<std::size_t>{reply.size() + 1 - (reply.starts_with(key) ? key.size() : 0)};
-    };
-    return row;
+    constexpr std::size_t kLongest = 1024;
+    constexpr std::size_t kDisplay = 2;
+    const std::size_t colon = rest.find(':');
+    if (colon == rest.npos || colon > kLongest) {
+        return KVO_HWS_FAILED;
+    }
+    if (!storePart(out, 0, rest.substr(0, colon))) {
+        return KVO_HWS_TOO_SMALL;
+    }
+    const std::string display = rest.substr(colon + 1);
+    if (display.size() > kLongest) {
+        return KVO_HWS_FAILED;
+    }
+    return storePart(out, kDisplay, display) ? KVO_HWS_OK : KVO_HWS_SECOND_TOO_SMALL;
 }
 
-Row cutText()
+/// Room for all of the reply behind a key, as the callers have to have it.
+Arguments roomBehind(const Arguments &arguments, const Replies &replies, const std::string &key)
 {
-    const auto roomOf = [](const Caller &caller) { return std::max<std::size_t>(caller.room, 1); };
-    Row row = wholeText("getT2M2N", nullptr, "", {});
-    row.areas = [=](const Caller &caller, const Replies &) { return std::vector<std::size_t>{roomOf(caller)}; };
-    row.ask = [=](Outputs &out, const Caller &caller) { return kvo_hws::getT2M2N(kStation, out.at(0), roomOf(caller)); };
-    row.read = [=](Outputs &out, const Caller &caller, Replies &replies) -> std::optional<int32_t> {
-        const auto reply = replies.take();
-        if (!reply) {
-            return std::nullopt;
-        }
-        return *reply == "failed" ? KVO_HWS_FAILED : storeText(out, reply->substr(0, roomOf(caller) - 1));
-    };
-    return row;
+    const std::string reply = replies.lines.empty() ? "" : replies.lines.front();
+    return {arguments[0], catalogue::room(reply.size() + 1 - (reply.starts_with(key) ? key.size() : 0))};
 }
+
+int32_t readScreen(Outputs &out, const Caller & /*caller*/, const std::string &text) { return storeText(out, text); }
+
+int32_t readText(Outputs &out, const Caller & /*caller*/, const std::string &text)
+{
+    return text == "failed" ? KVO_HWS_FAILED : storeText(out, text);
+}
+
+// ---- Numbers in forms of their own ----
 
 /// "", ":", "<lock>:", ":<priority>" or "<lock>:<priority>", in digits.
 int32_t readPriority(Outputs &out, const Caller & /*caller*/, const std::string &rest)
@@ -483,259 +397,179 @@ int32_t readOldDevices(Outputs &out, const std::string &reply, bool virtualKeybo
     return result;
 }
 
-/// The areas are the mask and the devices; the caller leaves some of them out.
-Row devicesApart()
+/// The caller leaves some of the outputs out.
+bool wantsDevice(const Caller &caller, std::size_t area) { return (caller.room >> area & 1) == 0; }
+
+/// The areas are the mask and the devices.
+int32_t readDevicesApart(Outputs &out, const Caller &caller, const std::string &reply)
 {
-    const auto wants = [](const Caller &caller, std::size_t area) { return (caller.room >> area & 1) == 0; };
-    Row row = keyed("KVO_HWS_showInputDeviceV3", std::vector<std::size_t>(1 + kDevices, kWord), {}, "", {});
-    row.ask = [=](Outputs &out, const Caller &caller) {
-        const auto output = [&](std::size_t area) { return wants(caller, area) ? &out.word(area) : nullptr; };
-        return KVO_HWS_showInputDeviceV3(kStation, output(0), output(1), output(2), output(3), output(4), output(5), output(6));
-    };
-    row.read = [=](Outputs &out, const Caller &caller, Replies &replies) -> std::optional<int32_t> {
-        const auto reply = replies.take();
-        if (!reply) {
-            return std::nullopt;
-        }
-        uint32_t mask = 0;
-        const int32_t result = readDevices(out, *reply, [&](std::size_t device) {
-            return wants(caller, 1 + device) ? std::optional(1 + device) : std::nullopt;
-        });
-        for (std::size_t i = 0; i < kDevices; ++i) {
-            mask |= itemOf(*reply, kDeviceKeys[i]).there ? 1U << i : 0;
-        }
-        if (result == KVO_HWS_OK && wants(caller, 0)) {
-            out.word(0) = mask;
-        }
-        return result;
-    };
-    return row;
+    uint32_t mask = 0;
+    const int32_t result = readDevices(out, reply, [&](std::size_t device) {
+        return wantsDevice(caller, 1 + device) ? std::optional(1 + device) : std::nullopt;
+    });
+    for (std::size_t i = 0; i < kDevices; ++i) {
+        mask |= itemOf(reply, kDeviceKeys[i]).there ? 1U << i : 0;
+    }
+    if (result == KVO_HWS_OK && wantsDevice(caller, 0)) {
+        out.word(0) = mask;
+    }
+    return result;
 }
 
-/// 8 bytes; @p base 0 is a text.
-Row metric(uint32_t id, const char *name, const std::string &key, int base, bool (*valid)(unsigned long value))
-{
-    return keyed(
-        name, {8}, [id](Outputs &out) { return KVO_HWS_getStationMetrics(kStation, id, out.at(0)); }, key,
-        [=](Outputs &out, const Caller &, const std::string &rest) -> int32_t {
-            if (base == 0) {
-                return rest.empty() || rest.size() > 7 ? int32_t{KVO_HWS_UNKNOWN_REPLY} : storeText(out, rest);
-            }
-            char *end = nullptr;
-            const unsigned long value = std::strtoul(rest.c_str(), &end, base);
-            if (end == rest.c_str() || *end != '\0' || !valid(value)) {
-                return KVO_HWS_UNKNOWN_REPLY;
-            }
-            out.word(0) = static_cast<uint32_t>(value);
-            return KVO_HWS_OK;
-        },
-        {{"none", KVO_HWS_NOT_AVAILABLE}}, {KVO_HWS_UNKNOWN_REPLY});
-}
+bool isKnown(unsigned long value) { return value < 0xFFFFFFFF; }
+bool isEven(unsigned long value) { return isKnown(value) && value % 2 == 0; }
+bool isRotation(unsigned long value) { return value >= 1 && value <= 4; }
 
-Row marovantiPanel()
+fuzz::ReadRest metric(int base, bool (*valid)(unsigned long value))
 {
-    Row row = keyed(
-        "KVO_HWS_isMarovantiPanel", {}, [](Outputs &) { return KVO_HWS_isMarovantiPanel(kStation); }, "is-Marovanti-Panel=",
-        [](Outputs &, const Caller &, const std::string &mode) -> int32_t {
-            return fuzz::resultOf({{"1", KVO_HWS_OK}, {"0", KVO_HWS_NO}, {"", KVO_HWS_FAILED}}, mode, KVO_HWS_OUT_OF_RANGE);
-        });
-    row.codes = {KVO_HWS_OK,           KVO_HWS_NO,           KVO_HWS_FAILED,
-                 KVO_HWS_NO_SERVICE,   KVO_HWS_OUT_OF_RANGE, KVO_HWS_NOT_AVAILABLE,
-                 KVO_HWS_UNKNOWN_REPLY};
-    row.read = [readMode = row.read](Outputs &out, const Caller &caller, Replies &replies) -> std::optional<int32_t> {
-        const bool names = replies.lines.empty() || replies.lines.front().starts_with("is-Marovanti-Panel=");
-        return names ? readMode(out, caller, replies)
-                     : fuzz::resultOf({{"not found", KVO_HWS_NOT_AVAILABLE}, {"failed", KVO_HWS_NOT_AVAILABLE}},
-                                      *replies.take(), KVO_HWS_UNKNOWN_REPLY);
+    return [=](Outputs &out, const Caller &, const std::string &rest) -> int32_t {
+        char *end = nullptr;
+        const unsigned long value = std::strtoul(rest.c_str(), &end, base);
+        if (end == rest.c_str() || *end != '\0' || !valid(value)) {
+            return KVO_HWS_UNKNOWN_REPLY;
+        }
+        out.word(0) = static_cast<uint32_t>(value);
+        return KVO_HWS_OK;
     };
-    return row;
 }
 
-/// A request that has never told a missing service from another failure.
-Row neverWithoutService(Row row)
+int32_t readLayout(Outputs &out, const Caller & /*caller*/, const std::string &rest)
 {
-    row.noService = KVO_HWS_FAILED;
-    return row;
+    constexpr std::size_t kLongest = 7;
+    return rest.empty() || rest.size() > kLongest ? int32_t{KVO_HWS_UNKNOWN_REPLY} : storeText(out, rest);
+}
+
+int32_t readMarovanti(Outputs & /*out*/, const Caller & /*caller*/, const std::string &mode)
+{
+    if (mode == "1" || mode == "0") {
+        return mode == "1" ? KVO_HWS_OK : KVO_HWS_NO;
+    }
+    return mode.empty() ? KVO_HWS_FAILED : KVO_HWS_OUT_OF_RANGE;
 }
 
 // ---- The table ----
 
-const Words kOk = {{"ok", KVO_HWS_OK}};
-const Words kOkOrBusy = {{"ok", KVO_HWS_OK}, {"busy", KVO_HWS_NO}};
-const Words kStopped = {{"ok", KVO_HWS_OK}, {"not running", KVO_HWS_NO}};
-const Words kNotARv4 = {{"not_a_rv4", KVO_HWS_NO}};
-
-bool isKnown(unsigned long value) { return value < 0xFFFFFFFF; }
-
-/// New rows come at the end: the corpus names them by their number.
-std::vector<Row> rows()
+/// The requests whose replies are more than words and numbers within bounds.
+const std::map<std::string, Reading> &readings()
 {
-    return {
-        words(
-            "KVO_HWS_setDebugLevel", [] { return KVO_HWS_setDebugLevel(1); }, kOk),
-        words("KVO_HWS_getDebugLevel", KVO_HWS_getDebugLevel,
-              {{"DEBUG_LEVEL_NONE", 0}, {"DEBUG_LEVEL_I", 1}, {"DEBUG_LEVEL_II", 2}}),
-        neverWithoutService(words("KVO_HWS_lockKVORegData", KVO_HWS_lockKVORegData, kOkOrBusy)),
-        neverWithoutService(words("KVO_HWS_unlockKVORegData", KVO_HWS_unlockKVORegData, kOk)),
-        sizedText("KVO_HWS_getKVOHWSVersion", KVO_HWS_getKVOHWSVersion, "", readVersion,
-                  {KVO_HWS_OK, KVO_HWS_FAILED, KVO_HWS_NO_SERVICE}),
-        words(
-            "KVO_HWS_setBacklight", [] { return KVO_HWS_setBacklight(1); }, kOk),
-        words(
-            "KVO_HWS_setBrightness", [] { return KVO_HWS_setBrightness(kStation, 1); }, kOk),
-        words("KVO_HWS_isInitComplete", KVO_HWS_isInitComplete, {{"yes", KVO_HWS_OK}, {"no", KVO_HWS_NO}}),
-        words("KVO_HWS_killDaemon", KVO_HWS_killDaemon, {}, KVO_HWS_OK),
-        descriptionList(),
-        extendedList(),
-        clientList(),
-        oneStation("KVO_HWS_getDescriptionEx by its address", kStation),
-        oneStation("KVO_HWS_getDescriptionEx by its name", 0),
-        words(
-            "KVO_HWS_setStatusline", [] { return KVO_HWS_setStatusline(kStation, 1, 2, "text"); }, kOk),
-        words(
-            "KVO_HWS_rebootKVO", [] { return KVO_HWS_rebootKVO(kStation); }, kOk),
-        words("KVO_HWS_isViewerActive", [] { return KVO_HWS_isViewerActive(kStation); },
-              {{"active", KVO_HWS_OK}, {"not active", KVO_HWS_NO}}),
-        currentServer(),
-        words(
-            "KVO_HWS_setActivateMe", [] { return KVO_HWS_setActivateMe(kStation); }, kOkOrBusy),
-        words(
-            "KVO_HWS_setStartViewer", [] { return KVO_HWS_setStartViewer(kStation, "a", "b", "c"); }, kOkOrBusy),
-        words(
-            "KVO_HWS_startConfiguredViewer", [] { return KVO_HWS_startConfiguredViewer(kStation, "a", 1); }, kOkOrBusy),
-        words(
-            "KVO_HWS_setStopViewer", [] { return KVO_HWS_setStopViewer(kStation); }, kStopped),
-        words(
-            "KVO_HWS_setStopViewerPreempt", [] { return KVO_HWS_setStopViewerPreempt(kStation); }, kStopped),
-        words(
-            "KVO_HWS_setStopViewerNoClean", [] { return KVO_HWS_setStopViewerNoClean(kStation); }, kStopped),
-        words(
-            "KVO_HWS_setBacklightBrightness", [] { return KVO_HWS_setBacklightBrightness(kStation, 50); }, kOk),
-        words("KVO_HWS_setBacklightBrightnessV2", [] { return KVO_HWS_setBacklightBrightnessV2(kStation, 50, 1); },
-              {{"ok", KVO_HWS_OK}, {"bad request", KVO_HWS_UNSUPPORTED}, {"not active", KVO_HWS_NOT_ACTIVE}}),
-        keyed("KVO_HWS_getBacklightBrightnessV2", {kWord},
-              [](Outputs &out) { return KVO_HWS_getBacklightBrightnessV2(kStation, &out.word(0), 1); },
-              "backlight-brightness-v2=", readBrightness, {{"bad request", KVO_HWS_NO}}),
-        words(
-            "KVO_HWS_setDisableNumLock", [] { return KVO_HWS_setDisableNumLock(kStation, 1); }, kOk),
-        words(
-            "KVO_HWS_setDisableCapsLock", [] { return KVO_HWS_setDisableCapsLock(kStation, 1); }, kOk),
-        stored("KVO_HWS_getDisableNumLock", KVO_HWS_getDisableNumLock, {{"disable numlock 0", 0}, {"disable numlock 1", 1}}),
-        stored("KVO_HWS_getDisableCapsLock", KVO_HWS_getDisableCapsLock, {{"diable capslock 0", 0}, {"diable capslock 1", 1}}),
-        stored("KVO_HWS_getStationType", KVO_HWS_getStationType,
-               {{"stationtype 0", 0}, {"stationtype 1", 1}, {"stationtype -1", -1}}),
-        stored("KVO_HWS_getSwCapsLock", KVO_HWS_getSwCapsLock,
-               {{"swcapslock 0", 0}, {"swcapslock 1", 1}, {"swcapslock -1", -1}}),
-        words(
-            "KVO_HWS_setSwCapsLock", [] { return KVO_HWS_setSwCapsLock(kStation, -1); }, kOk),
-        keyed(
-            "KVO_HWS_getRV4Mode", {kWord}, [](Outputs &out) { return KVO_HWS_getRV4Mode(kStation, &out.word(0)); },
-            "rv4mode=", readRv4Mode, kNotARv4),
-        words("KVO_HWS_setRV4Mode", [] { return KVO_HWS_setRV4Mode(kStation, 1); },
-              {{"ok", KVO_HWS_OK}, {"not_a_rv4", KVO_HWS_NO}}),
-        words(
-            "KVO_HWS_setMCPAddress", [] { return KVO_HWS_setMCPAddress(kStation, 1); }, kOk),
-        words(
-            "KVO_HWS_setKVOIndex", [] { return KVO_HWS_setKVOIndex(kStation, 1); }, kOk),
-        words(
-            "KVO_HWS_setDCKEnable", [] { return KVO_HWS_setDCKEnable(kStation, 1); }, kOk),
-        words(
-            "KVO_HWS_setKVOCksIndex", [] { return KVO_HWS_setKVOCksIndex(kStation, 1); }, kOk),
-        words(
-            "KVO_HWS_simulateMCPKey", [] { return KVO_HWS_simulateMCPKey(kStation, 1, 2); }, kOk),
-        words(
-            "KVO_HWS_enableMCPKey", [] { return KVO_HWS_enableMCPKey(kStation, 1, 2); }, kOk),
-        number("KVO_HWS_getMCPAddress", KVO_HWS_getMCPAddress, "mcpaddr=", 10, 0, 255),
-        number("KVO_HWS_getKVOIndex", KVO_HWS_getKVOIndex, "kvoindex=", 10, 0, 255),
-        number("KVO_HWS_getDCKEnable", KVO_HWS_getDCKEnable, "dckenable=", 10, 0, 1),
-        number("KVO_HWS_getDCKAddress", KVO_HWS_getDCKAddress, "dckaddr=", 10, 0, 255),
-        number("KVO_HWS_getKVOCksIndex", KVO_HWS_getKVOCksIndex, "cksindex="),
-        number("KVO_HWS_getIPbyMCPAddress", KVO_HWS_getIPbyMCPAddress, "ipaddr=", 16, 0, ~0UL,
-               {{"no_mcp_address", KVO_HWS_NO}, {"more_than_one_mcp", KVO_HWS_AMBIGUOUS}}),
-        number("KVO_HWS_getIPbyDCKAddress", KVO_HWS_getIPbyDCKAddress, "ipaddr=", 16, 0, ~0UL,
-               {{"no_dck_address", KVO_HWS_NO}, {"more_than_one_dck", KVO_HWS_AMBIGUOUS}}),
-        number("KVO_HWS_getIPbyKVOIndex", KVO_HWS_getIPbyKVOIndex, "ipaddr=", 16, 0, ~0UL,
-               {{"no_kvo_index", KVO_HWS_NO}, {"more_than_one_kvo_index", KVO_HWS_AMBIGUOUS}}),
-        keyed(
-            "KVO_HWS_getKVOPriority", {kWord, kWord},
-            [](Outputs &out) { return KVO_HWS_getKVOPriority(kStation, &out.word(0), &out.word(1)); },
-            "Priority=", readPriority),
-        number("KVO_HWS_getKVOStartupActive", KVO_HWS_getKVOStartupActive, "startup-active=", 10, 0, 2),
-        number("KVO_HWS_getKVOStartupPrio", KVO_HWS_getKVOStartupPrio, "startup-prio="),
-        number("KVO_HWS_getKVOChannelOnFocus", KVO_HWS_getKVOChannelOnFocus, "channel-on-focus=", 10, 1, 8),
-        wholeText("KVO_HWS_getKVOScreenOnFocus", KVO_HWS_getKVOScreenOnFocus, "screen-on-focus=", {}),
-        wholeText("KVO_HWS_getKVOT2M2N", KVO_HWS_getKVOT2M2N, "", {{"failed", KVO_HWS_FAILED}}),
-        cutText(),
-        words(
-            "KVO_HWS_setChannelInfo", [] { return KVO_HWS_setChannelInfo(kStation, "info"); }, kOk),
-        sizedText(
-            "KVO_HWS_getChannelInfo", [](char *info, uint32_t *size) { return KVO_HWS_getChannelInfo(kStation, info, size); },
-            "channel-info=", readChannelInfo, {KVO_HWS_OK, KVO_HWS_NO, KVO_HWS_FAILED, KVO_HWS_NO_SERVICE, KVO_HWS_TOO_SMALL}),
-        words(
-            "KVO_HWS_deleteChannelInfo", [] { return KVO_HWS_deleteChannelInfo(kStation); }, kOk),
-        words("KVO_HWS_invalidateTouchScreen", [] { return KVO_HWS_invalidateTouchScreen(kStation); },
-              {{"ok", KVO_HWS_OK}, {"no_touchscreen", KVO_HWS_NO}}),
-        keyed("KVO_HWS_getTouchScreenCalibParam", {kWord, kWord},
-              [](Outputs &out) { return KVO_HWS_getTouchScreenCalibParam(kStation, &out.signedWord(0), &out.signedWord(1)); },
-              "", readCalibration, {}, {KVO_HWS_NO}),
-        words("KVO_HWS_setTouchScreenCalibParam", [] { return KVO_HWS_setTouchScreenCalibParam(kStation, 1, 1); },
-              {{"ok", KVO_HWS_OK}, {"no_touchscreen", KVO_HWS_NO}}),
-        keyed(
-            "KVO_HWS_showInputDevice", {kWord, kWord, kWord},
-            [](Outputs &out) { return KVO_HWS_showInputDevice(kStation, &out.word(0), &out.word(1), &out.word(2)); }, "",
-            [](Outputs &out, const Caller &, const std::string &reply) { return readOldDevices(out, reply, false); }),
-        keyed(
-            "KVO_HWS_showInputDeviceV2", {kWord, kWord, kWord, kWord},
-            [](Outputs &out) {
-                return KVO_HWS_showInputDeviceV2(kStation, &out.word(0), &out.word(1), &out.word(2), &out.word(3));
-            },
-            "", [](Outputs &out, const Caller &, const std::string &reply) { return readOldDevices(out, reply, true); }),
-        devicesApart(),
-        keyed(
-            "KVO_HWS_showDPI", {kWord}, [](Outputs &out) { return KVO_HWS_showDPI(kStation, &out.signedWord(0)); },
-            "dpi=", readDpi),
-        keyed(
-            "KVO_HWS_getUsbLock", {kWord, kWord},
-            [](Outputs &out) { return KVO_HWS_getUsbLock(kStation, &out.word(0), &out.word(1)); }, "usb-lock=", readUsbLock),
-        connectors("KVO_HWS_getUsbConnectorList", "usb-connector-list=", KVO_HWS_getUsbConnectorList),
-        connectors("KVO_HWS_getUsbConnectorListOne", "usb-connector-list-one=",
-                   [](char *buffer, uint32_t *size) { return KVO_HWS_getUsbConnectorListOne(kStation, buffer, size); }),
-        metric(1, "panel layout", "panel-oem-layout=", 0, nullptr),
-        metric(2, "soft key type", "softkey-type=", 16, [](unsigned long value) { return isKnown(value) && value % 2 == 0; }),
-        metric(3, "keyboard capabilities", "keyboard-caps=", 16, isKnown),
-        metric(4, "dots per inch", "dpi=", 10, isKnown),
-        metric(5, "hardware capabilities", "hardware-caps=", 16, isKnown),
-        metric(6, "panel rotation", "panel-rotation=", 10, [](unsigned long value) { return value >= 1 && value <= 4; }),
-        marovantiPanel(),
+    const auto oldDevices = [](bool virtualKeyboards) {
+        return [=](Outputs &out, const Caller &, const std::string &reply) {
+            return readOldDevices(out, reply, virtualKeyboards);
+        };
     };
+    const auto behind = [](const std::string &key) {
+        return [=](const Arguments &arguments, const Caller &, const Replies &replies) {
+            return roomBehind(arguments, replies, key);
+        };
+    };
+    static const std::map<std::string, Reading> kReadings = {
+        {"KVO_HWS_getDescriptionList", {.whole = readBasicList, .arguments = arraySized}},
+        {"KVO_HWS_getDescriptionListEx", {.whole = readExtendedList, .arguments = arraySized, .wants = haveExtendedArray}},
+        {"KVO_HWS_getClientList", {.whole = readClients, .arguments = arraySized}},
+        {"KVO_HWS_getDescriptionEx by address", {.rest = readStation}},
+        {"KVO_HWS_getDescriptionEx by name", {.rest = readStation}},
+        {"KVO_HWS_getKVOHWSVersion", {.rest = readVersion, .arguments = bufferSized}},
+        {"KVO_HWS_getChannelInfo", {.key = "channel-info=", .rest = readChannelInfo, .arguments = bufferSized}},
+        {"KVO_HWS_getUsbConnectorList", {.key = "usb-connector-list=", .rest = readConnectors, .arguments = neverEmpty}},
+        {"KVO_HWS_getUsbConnectorListOne", {.key = "usb-connector-list-one=", .rest = readConnectors, .arguments = neverEmpty}},
+        {"KVO_HWS_getCurrentServer", {.key = "vncserver=", .rest = readServer, .arguments = bufferSized}},
+        {"KVO_HWS_getKVOScreenOnFocus",
+         {.key = "screen-on-focus=", .rest = readScreen, .arguments = behind("screen-on-focus=")}},
+        {"KVO_HWS_getKVOT2M2N", {.rest = readText, .arguments = behind("")}},
+        {"KVO_HWS_getKVOPriority", {.key = "Priority=", .rest = readPriority}},
+        {"KVO_HWS_getUsbLock", {.key = "usb-lock=", .rest = readUsbLock}},
+        {"KVO_HWS_getBacklightBrightnessV2", {.key = "backlight-brightness-v2=", .rest = readBrightness}},
+        {"KVO_HWS_getRV4Mode", {.key = "rv4mode=", .rest = readRv4Mode}},
+        {"KVO_HWS_showDPI", {.key = "dpi=", .rest = readDpi}},
+        {"KVO_HWS_getTouchScreenCalibParam", {.rest = readCalibration}},
+        {"KVO_HWS_showInputDevice", {.rest = oldDevices(false)}},
+        {"KVO_HWS_showInputDeviceV2", {.rest = oldDevices(true)}},
+        {"KVO_HWS_showInputDeviceV3", {.rest = readDevicesApart, .wants = wantsDevice}},
+        {"KVO_HWS_getStationMetrics oem-layout", {.key = "panel-oem-layout=", .rest = readLayout}},
+        {"KVO_HWS_getStationMetrics softkey-type", {.key = "softkey-type=", .rest = metric(16, isEven)}},
+        {"KVO_HWS_getStationMetrics keyboard-caps", {.key = "keyboard-caps=", .rest = metric(16, isKnown)}},
+        {"KVO_HWS_getStationMetrics dpi", {.key = "dpi=", .rest = metric(10, isKnown)}},
+        {"KVO_HWS_getStationMetrics hardware-caps", {.key = "hardware-caps=", .rest = metric(16, isKnown)}},
+        {"KVO_HWS_getStationMetrics rotation", {.key = "panel-rotation=", .rest = metric(10, isRotation)}},
+        {"KVO_HWS_isMarovantiPanel", {.key = "is-Marovanti-Panel=", .rest = readMarovanti}},
+    };
+    return kReadings;
+}
+
+/// The agent's way to a text whose reader knows its room.
+int32_t cutText(uint32_t address, char *text, uint32_t *size) { return kvo_hws::getT2M2N(address, text, *size); }
+
+const catalogue::Request &cutTextRequest()
+{
+    static const catalogue::Request kRequest =
+        KVO_REQUEST(cutText, "")
+            .asks("getKVOt2m2n=0A000005", {catalogue::station, catalogue::room(1), catalogue::inOut(1)})
+            .soak({1, -1, -2});
+    return kRequest;
+}
+
+Row cutTextRow()
+{
+    const auto roomOf = [](const Caller &caller) { return std::max<uint32_t>(caller.room, 1); };
+    return {cutTextRequest(),
+            {.rest =
+                 [=](Outputs &out, const Caller &caller, const std::string &reply) {
+                     return reply == "failed" ? int32_t{KVO_HWS_FAILED} : storeText(out, reply.substr(0, roomOf(caller) - 1));
+                 },
+             .arguments = [=](const Arguments &arguments, const Caller &caller,
+                              const Replies &) { return sized(arguments, {roomOf(caller)}); }}};
+}
+
+/// By the number with which an input names it: of its name, so that the inputs of others stay theirs when one is added.
+std::map<uint16_t, Row> rows()
+{
+    std::map<uint16_t, Row> all;
+    const auto add = [&all](const Row &row) {
+        uint32_t hash = 2166136261;
+        for (const char character : row.name()) {
+            hash = (hash ^ static_cast<uint8_t>(character)) * 16777619;
+        }
+        const auto number = static_cast<uint16_t>(hash ^ hash >> 16);
+        if (!all.emplace(number, row).second) {
+            fuzz::fault("%s has the number of another request", row.name().c_str());
+        }
+    };
+    for (const catalogue::Family &family : catalogue::families()) {
+        for (const catalogue::Request &request : family.requests) {
+            if (!request.commands().empty() && request.function().name() != "KVO_HWS_isUSBEventsActivated") {
+                const auto reading = readings().find(request.name());
+                add({request, reading == readings().end() ? Reading{} : reading->second});
+            }
+        }
+    }
+    add(cutTextRow());
+    return all;
 }
 
 // ---- The comparison ----
 
 void compare(const Row &row, const Caller &caller, const Replies &replies, uint8_t fill)
 {
-    const std::vector<std::size_t> areas = row.areas(caller, replies);
-    Outputs wanted(areas, fill);
-    row.prepare(wanted, caller);
+    Outputs wanted = row.outputs(caller, replies, fill);
     Replies read = replies;
-    const int32_t gone = row.noService != 0 ? row.noService : replies.gone;
+    const bool tellsGone = row.withoutService() == KVO_HWS_NO_SERVICE;
+    const int32_t gone = tellsGone ? replies.gone : row.withoutService();
     const int32_t wantedResult = row.read(wanted, caller, read).value_or(gone);
 
-    Outputs got(areas, fill);
-    row.prepare(got, caller);
+    Outputs got = row.outputs(caller, replies, fill);
     coming = replies;
-    const int32_t result = row.ask(got, caller);
+    const int32_t result = row.ask(got, caller, replies);
 
-    if (std::ranges::find(row.codes, result) == row.codes.end()) {
-        fuzz::fault("%s: returned %d, which is none of its codes", row.name, result);
+    if (!row.documents(result)) {
+        fuzz::fault("%s: returned %d, which is none of its codes", row.name().c_str(), result);
     }
     if (result != wantedResult) {
-        fuzz::fault("%s: returned %d, a plain reading returns %d", row.name, result, wantedResult);
+        fuzz::fault("%s: returned %d, a plain reading returns %d", row.name().c_str(), result, wantedResult);
     }
     if (coming.next != read.next) {
-        fuzz::fault("%s: made %zu exchanges instead of %zu", row.name, coming.next, read.next);
+        fuzz::fault("%s: made %zu exchanges instead of %zu", row.name().c_str(), coming.next, read.next);
     }
-    wanted.expectSame(got, row.name);
+    wanted.expectSame(got, row.name().c_str());
 }
 
 /// Up to 127 bytes one by one, and up to 2 KiB in steps.
@@ -753,22 +587,44 @@ Replies repliesOf(std::string_view input, int gone)
     return replies;
 }
 
+/// Every reply that the catalogue has, before any input: the plain readings and the catalogue have to agree.
+void compareKnown(const std::map<uint16_t, Row> &table)
+{
+    for (const auto &[number, row] : table) {
+        for (const Replies &replies : row.knownReplies()) {
+            compare(row, {.room = 64, .secondRoom = 65}, replies, 0);
+        }
+    }
+}
+
+const std::map<uint16_t, Row> &table()
+{
+    static const std::map<uint16_t, Row> kTable = [] {
+        std::map<uint16_t, Row> all = rows();
+        compareKnown(all);
+        return all;
+    }();
+    return kTable;
+}
+
 }  // namespace
 
-/// The first byte is the request, the next two are the sizes of the caller's buffers; the rest are the replies, a line each. A
-/// service that is asked once more has gone.
+/// The first two bytes name the request, the next two are the sizes of the caller's buffers; the rest are the replies, a line each.
+/// A service that is asked once more has gone.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size)
 {
-    constexpr std::size_t kHead = 3;
-    static const std::vector<Row> table = rows();
-    if (size < kHead || data[0] >= table.size()) {
+    constexpr std::size_t kHead = 4;
+    if (size < kHead) {
         return 0;
     }
-    const Row &row = table[data[0]];
-    const Caller caller{.room = roomOf(data[1]), .secondRoom = roomOf(data[2])};
-    const int gone = data[2] % 2 == 0 ? KVO_HWS_NO_SERVICE : KVO_HWS_FAILED;
+    const auto row = table().find(static_cast<uint16_t>(data[0] << 8U | data[1]));
+    if (row == table().end()) {
+        return 0;
+    }
+    const Caller caller{.room = roomOf(data[2]), .secondRoom = roomOf(data[3])};
+    const int gone = data[3] % 2 == 0 ? KVO_HWS_NO_SERVICE : KVO_HWS_FAILED;
     const Replies replies = repliesOf(fuzz::textOf(data + kHead, size - kHead), gone);
-    compare(row, caller, replies, 0);
-    compare(row, caller, replies, 0xA5);
+    compare(row->second, caller, replies, 0);
+    compare(row->second, caller, replies, 0xA5);
     return 0;
 }

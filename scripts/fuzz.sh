@@ -2,7 +2,8 @@
 # Usage: scripts/fuzz.sh [MINUTES [FUZZER...]]     MINUTES in all, 3 by default, fractions too; all fuzzers when none is named
 #        scripts/fuzz.sh minimise [FUZZER...]      makes the corpus the smallest set that reaches as much, with what was found
 # Builds the fuzzers and lets each replay its corpus, then search from there and from what earlier runs came upon
-# (build/fuzz/found). The fuzzers are the folders of fuzz/corpus.
+# (build/fuzz/found). The fuzzers are the folders of fuzz/corpus: in each the inputs that were put there for what they show, by a
+# name that says it, and in its folder "found" those that a search found, named by their content.
 set -euo pipefail
 . "$(dirname "$0")/common.sh"
 help_if_asked "$@"
@@ -43,20 +44,20 @@ fault() { # FUZZER LOG INPUT
 run() { # FUZZER
     # Found and kept by their full names: a fuzzer may work in a folder of its own.
     local program=build/fuzz/bin/fuzz_$1 corpus=$PWD/fuzz/corpus/$1 found=$PWD/build/fuzz/found/$1 log=build/fuzz/$1.log
-    local replayed known
+    local inputs known
     mkdir -p "$found" "$found.faults"
-    replayed=$(count "$corpus")
-    "$program" -artifact_prefix="$found.faults/" "$corpus"/* >"$log" 2>&1 ||
+    mapfile -d "" inputs < <(find "$corpus" -type f -print0 | sort -z)
+    "$program" -artifact_prefix="$found.faults/" "${inputs[@]}" >"$log" 2>&1 ||
         { fault "$1" "$log" "$(sed -n 's/^Running: //p' "$log" | tail -n 1)"; return 1; }
 
     known=$(count "$found")
     "$program" -max_total_time="$seconds" -dict="fuzz/${1%%_*}.dict" -print_funcs=0 -artifact_prefix="$found.faults/" \
         "$found" "$corpus" >"$log" 2>&1 || { fault "$1" "$log" "$(ls -t "$found.faults"/* | head -n 1)"; return 1; }
-    echo "$1: $replayed inputs replayed, $(($(count "$found") - known)) new in $(sed -n 's/^Done.* in \([0-9]*\) .*/\1/p' "$log") s"
+    echo "$1: ${#inputs[@]} inputs replayed, $(($(count "$found") - known)) new in $(sed -n 's/^Done.* in \([0-9]*\) .*/\1/p' "$log") s"
 }
 
-# The smallest set of inputs that reach as much, and as often; of a fuzzer with much to reach, as much alone. Its files are named
-# by their content; files with a name of another kind have been put there for what they show, and stay.
+# The smallest set of found inputs that, with the named ones, reach as much, and as often; of a fuzzer with much to reach, as much
+# alone. The named ones stay as they are.
 minimise() { # FUZZER
     local corpus=$PWD/fuzz/corpus/$1 found=$PWD/build/fuzz/found/$1 smallest=$PWD/build/fuzz/smallest/$1
     local log=build/fuzz/$1.log before often
@@ -65,13 +66,14 @@ minimise() { # FUZZER
     for often in 1 0; do
         rm -rf "$smallest"
         mkdir -p "$smallest"
+        find "$corpus" -maxdepth 1 -type f -exec cp -t "$smallest" {} +
         "build/fuzz/bin/fuzz_$1" -set_cover_merge=1 -use_counters=$often "$smallest" "$corpus" "$found" >"$log" 2>&1 ||
             { tail -n 40 "$log"; return 1; }
         [ "$(bytes "$smallest")" -gt 24576 ] || break
     done
-    find "$corpus" -type f -regextype posix-extended ! -regex '.*/[0-9a-f]{40}' -exec cp -t "$smallest" {} +
-    rm -rf "$corpus" "$found"
-    mv "$smallest" "$corpus"
+    find "$corpus" -maxdepth 1 -type f -printf "$smallest/%f\0" | xargs -0 rm -f
+    rm -rf "$corpus/found" "$found"
+    mv "$smallest" "$corpus/found"
     echo "$1: $(count "$corpus") inputs of $before, $(bytes "$corpus") bytes"
 }
 

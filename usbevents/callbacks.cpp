@@ -4,12 +4,9 @@
 #include "runtime/owners.h"
 
 #include <atomic>
-#include <cstddef>
 
 SendUsbEventV1 sendUSBEvent = nullptr;
 SendUsbEventV2 sendUSBEvent2 = nullptr;
-
-static_assert(offsetof(UsbEventV2, payload) == kvo_hws::kEventHead && sizeof(UsbEventV2) == 216);
 
 namespace {
 

@@ -5,6 +5,7 @@
 
 #include "runtime/shared_word.h"
 
+#include <cstddef>
 #include <cstdint>
 
 namespace kvo_hws {
@@ -16,7 +17,7 @@ inline std::atomic_ref<SendUsbEventV2> newerCallback() noexcept { return shared(
 inline constexpr int32_t kCallbackFailed = -1;
 
 /// Bytes of an event that come before its payload.
-inline constexpr uint32_t kEventHead = 8;
+inline constexpr uint32_t kEventHead = offsetof(UsbEventV2, payload);
 
 /// A new activation, or the end of one, supersedes every earlier one. Returns its number, which is not 0.
 uintptr_t supersedeActivations() noexcept;

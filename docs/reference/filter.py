@@ -9,12 +9,13 @@ ROOT = Path(__file__).resolve().parents[2]
 
 
 def linked_names():
-    """What the library exports, and the enumerators: worth a link wherever they are mentioned."""
+    """What the library exports, the headers' inline functions and the enumerators: worth a link wherever they are mentioned."""
     exported = re.findall(r'^\s+(\w+);$', (ROOT / 'library/exports.map').read_text(), re.M)
     headers = ''.join(path.read_text() for path in (ROOT / 'include/kvo_hws').glob('*.h'))
     enumerators = re.findall(r'^\s+([A-Z][A-Z_0-9]+) = ', headers, re.M)
+    inline = re.findall(r'^static inline .*?(\w+)\(', headers, re.M)
     # A name that is a plain word is mostly meant as one.
-    return {name for name in exported + enumerators if re.search('[A-Z_]', name) and len(name) > 5}
+    return {name for name in exported + inline + enumerators if re.search('[A-Z_]', name) and len(name) > 5}
 
 
 NAME = re.compile(r'(?<![\w#:.-])(' + '|'.join(sorted(linked_names(), key=len, reverse=True)) + r')\b(?!\.)')

@@ -1,8 +1,12 @@
 /** @file
- *  The result codes of the request functions, in one table.
+ *  The result codes of the request functions, in one table, and what each means as a text.
  */
 #ifndef KVO_HWS_RESULT_H
 #define KVO_HWS_RESULT_H
+
+#include <stddef.h>
+#include <stdint.h>
+#include <string.h>
 
 /** @defgroup kvo_hws_result Result codes
  *  @{
@@ -43,6 +47,322 @@ enum KvoHwsResult {
     KVO_HWS_INVALID_METRIC = -9,    /**< no such metric */
     KVO_HWS_INVALID_HOST = -10      /**< a host address that can not be used */
 };
+
+/** Explains a result to people. Programs go by the number; this is for their messages.
+ *  @param function  the name of the function that returned it, such as "KVO_HWS_getUsbLock"; null or an unknown name gets the
+ *                   number's general meaning
+ *  @param result    what the function returned
+ *  @return a text in English without a line end, never null; "unexpected result" for a number that has no meaning. It is
+ *  constant, stays valid until the program ends, and is not freed
+ *
+ *  Sends and logs nothing, allocates nothing and is the same in every locale. Safe from any thread and from signal handlers.
+ *  The texts may change with every version. In C:
+ *
+ *      int32_t result = KVO_HWS_setBacklightBrightness(0x0A000005, 180);
+ *      if (result != KVO_HWS_OK) {
+ *          puts(kvo_hws_result_text("KVO_HWS_setBacklightBrightness", result)); // the level is not one of 0 to 100
+ *      }
+ */
+static inline const char *kvo_hws_result_text(const char *function, int32_t result)
+{
+    /* The only place of these texts. Scripts read it too: one row a line. Rows without a function hold the general meanings. */
+    static const struct {
+        const char *function;
+        int32_t result;
+        const char *text;
+    } rows[] = {
+        /* clang-format off */
+        /* Any function. */
+        {"", 1, "done, or yes"},
+        {"", 0, "the service says no"},
+        {"", -1, "the service refused or answered something unknown"},
+        {"", -2, "no service answers at /tmp/kvo_hws/cmd_sock"},
+        {"", -3, "a buffer is too small, a value is out of range, several stations match, or no thread could be started"},
+        {"", -4, "it took too long, was refused or is not available, a mode is out of range, or a buffer is too small"},
+        {"", -5, "the station does not know the mode, or the service answered something unknown"},
+        {"", -6, "the station's backlight is not active"},
+        {"", -7, "a pointer that is needed is null"},
+        {"", -8, "something runs already, or could not be stopped or started"},
+        {"", -9, "a parameter is missing or unknown, USB events are not active, or the service is busy"},
+        {"", -10, "an address or a handle cannot be used"},
+        /* service.h */
+        {"SendCommand2ServiceDyn", -1, "the command is empty, or the exchange with the service broke"},
+        {"SendCommand2ServiceDyn", -2, "there is no connection to the service"},
+        {"FuncSendCommand2DLL", 1, "done"},
+        {"FuncSendCommand2DLL", 2, "no socket could be made"},
+        {"FuncSendCommand2DLL", 3, "no server of USB events answers"},
+        {"FuncSendCommand2DLL", 4, "the message could not be written"},
+        {"FuncSendCommand2DLL", 5, "the message is longer than 1022 characters; nothing was sent"},
+        {"SendUsbMsg2DLL", 1, "done"},
+        {"SendUsbMsg2DLL", 2, "no socket could be made"},
+        {"SendUsbMsg2DLL", 3, "no server of USB events answers"},
+        {"SendUsbMsg2DLL", 4, "the message could not be written"},
+        {"SendUsbMsg2DLL", 5, "the message is longer than 1022 characters; nothing was sent"},
+        {"SendCommand2DLL", 1, "done"},
+        {"SendCommand2DLL", 2, "no socket could be made"},
+        {"SendCommand2DLL", 3, "no server of USB events answers"},
+        {"SendCommand2DLL", 4, "the message could not be written"},
+        {"SendCommand2DLL", 5, "the message is longer than 1022 characters; nothing was sent"},
+        {"KillUsbServer", -1, "this program's server of USB events did not stop in time"},
+        {"KillUsbServer", -2, "no server of USB events takes the message, or there is no memory"},
+        {"kvo_hws_send_socket", -1, "not all bytes could be sent"},
+        {"kvo_hws_send_socket", -2, "the connection is lost"},
+        {"kvo_hws_StartUpSockets", 0, "done"},
+        {"kvo_hws_CleanUpSockets", 0, "done"},
+        {"ReadSocket", -1, "the socket could not be read"},
+        {"ReadSocket", -3, "the connection is closed, or 1024 bytes came without a line feed"},
+        {"ReadSocket", -5, "no data came in time"},
+        {"ReadSocketDyn", -1, "the socket could not be read, or there is no place for the line"},
+        {"ReadSocketDyn", -3, "the connection is closed"},
+        {"ReadSocketDyn", -5, "no data came in time"},
+        {"ReadSocketDyn", -6, "the socket cannot be waited for"},
+        {"ReadSocketDyn", -8, "there is no memory for the line"},
+        {"ReadSocketCache", -1, "the socket could not be read"},
+        {"ReadSocketCache", -3, "the connection is closed, or 1024 bytes came without a line feed"},
+        {"ReadSocketCache", -5, "no data came in time"},
+        {"ReadSocketCache", -6, "the socket cannot be waited for"},
+        {"KVO_HWS_getDebugLevel", 0, "the debug level is none"},
+        {"KVO_HWS_getDebugLevel", 1, "the debug level is I"},
+        {"KVO_HWS_getDebugLevel", 2, "the debug level is II"},
+        {"KVO_HWS_lockKVORegData", 0, "the registry is locked already; try again"},
+        {"KVO_HWS_lockKVORegData", -1, "the service refused, or no service answers"},
+        {"KVO_HWS_unlockKVORegData", -1, "the service refused, or no service answers"},
+        {"KVO_HWS_getDLLVersion", -1, "the buffer is too small for the version"},
+        {"KVO_HWS_getKVOHWSVersion", -1, "the buffer is too small for the version, or the exchange with the service broke"},
+        {"KVO_HWS_isInitComplete", 0, "the service is still starting; try again"},
+        {"KVO_HWS_killDaemon", -1, "the exchange with the service broke"},
+        /* requests.h: stations */
+        {"KVO_HWS_getDescriptionList", -3, "the array is too small for all stations"},
+        {"KVO_HWS_getDescriptionListEx", -3, "the array is too small for all stations"},
+        {"KVO_HWS_getDescriptionEx", 0, "no station has this address or name"},
+        {"KVO_HWS_getKVOPreviousListFromRegistry", 0, "the service is still starting; try again"},
+        {"KVO_HWS_getKVOPreviousListFromRegistry", -1, "the service refused, or the list is missing in its registry"},
+        {"KVO_HWS_getKVOPreviousListFromRegistry", -3, "the array is too small for all stations"},
+        {"KVO_HWS_getKVOPreviousListFromRegistry", -4, "the registry stayed locked for too long"},
+        {"KVO_HWS_getKVOCurrentListFromRegistry", 0, "the service is still starting; try again"},
+        {"KVO_HWS_getKVOCurrentListFromRegistry", -1, "the service refused, or the list is missing in its registry"},
+        {"KVO_HWS_getKVOCurrentListFromRegistry", -3, "the array is too small for all stations"},
+        {"KVO_HWS_getKVOCurrentListFromRegistry", -4, "the registry stayed locked for too long"},
+        /* requests.h: viewer */
+        {"KVO_HWS_isViewerActive", 0, "the station's viewer does not run"},
+        {"KVO_HWS_getCurrentServer", 0, "no server is shown"},
+        {"KVO_HWS_getCurrentServer", -3, "the buffer is too small for the server"},
+        {"KVO_HWS_getCurrentServer", -4, "the buffer is too small for the display"},
+        {"KVO_HWS_setActivateMe", 0, "busy; try again"},
+        {"KVO_HWS_setStartViewer", 0, "busy; try again"},
+        {"KVO_HWS_startConfiguredViewer", 0, "busy; try again"},
+        {"KVO_HWS_setStopViewer", 0, "the station's viewer does not run"},
+        {"KVO_HWS_setStopViewerPreempt", 0, "the station's viewer does not run"},
+        {"KVO_HWS_setStopViewerNoClean", 0, "the station's viewer does not run"},
+        /* requests.h: panel */
+        {"KVO_HWS_setBacklightBrightness", -3, "the level is not one of 0 to 100"},
+        {"KVO_HWS_setBacklightBrightnessV2", -3, "the level is not one of 0 to 100"},
+        {"KVO_HWS_setBacklightBrightnessV2", -4, "the mode is not 0 or 1"},
+        {"KVO_HWS_setBacklightBrightnessV2", -5, "the station does not know this mode"},
+        {"KVO_HWS_getBacklightBrightnessV2", 0, "the station does not know this mode"},
+        {"KVO_HWS_getBacklightBrightnessV2", -3, "the pointer for the level is null"},
+        {"KVO_HWS_getBacklightBrightnessV2", -4, "the mode is not 0 or 1"},
+        {"KVO_HWS_getRV4Mode", 0, "the station has no handheld terminal of this type"},
+        {"KVO_HWS_setRV4Mode", 0, "the station has no handheld terminal of this type"},
+        {"KVO_HWS_setRV4Mode", -3, "the mode is not 0 (auto) or 1 (individual)"},
+        /* requests.h: addresses */
+        {"KVO_HWS_setKVOCksIndex", -3, "the index is not one of 0 to 255"},
+        {"KVO_HWS_getIPbyMCPAddress", 0, "no station has this MCP address"},
+        {"KVO_HWS_getIPbyMCPAddress", -3, "several stations have this MCP address"},
+        {"KVO_HWS_getIPbyDCKAddress", 0, "no station has this DCK address"},
+        {"KVO_HWS_getIPbyDCKAddress", -3, "several stations have this DCK address"},
+        {"KVO_HWS_getIPbyKVOIndex", 0, "no station has this KVO index"},
+        {"KVO_HWS_getIPbyKVOIndex", -3, "several stations have this KVO index"},
+        /* requests.h: focus, start and channel information */
+        {"KVO_HWS_setChannelInfo", -3, "the channel information is longer than 230 bytes"},
+        {"KVO_HWS_getChannelInfo", 0, "the station has no channel information"},
+        {"KVO_HWS_getChannelInfo", -3, "the buffer is too small for the channel information"},
+        /* requests.h: touch screen, input devices and display */
+        {"KVO_HWS_invalidateTouchScreen", 0, "the station has no touch screen"},
+        {"KVO_HWS_getTouchScreenCalibParam", 0, "the station has no touch screen"},
+        {"KVO_HWS_setTouchScreenCalibParam", 0, "the station has no touch screen"},
+        {"KVO_HWS_setTouchScreenCalibParam", -3, "the threshold is below -1, or nonlinear is not -1, 0 or 1"},
+        /* requests.h: USB lock and connectors */
+        {"KVO_HWS_setUsbLock", -1, "the lock could not be sent over the network"},
+        {"KVO_HWS_setUsbLock", -10, "127.0.0.1 is the address of no station; nothing was sent"},
+        {"KVO_HWS_getUsbConnectorList", 0, "the list of connectors is empty"},
+        {"KVO_HWS_getUsbConnectorList", -3, "the buffer is too small for the list of connectors"},
+        {"KVO_HWS_getUsbConnectorList", -4, "the service refused"},
+        {"KVO_HWS_getUsbConnectorList", -5, "the service answered something unknown"},
+        {"KVO_HWS_getUsbConnectorList", -9, "the service is busy; try again"},
+        {"KVO_HWS_getUsbConnectorListOne", 0, "the list of connectors is empty"},
+        {"KVO_HWS_getUsbConnectorListOne", -3, "the buffer is too small for the list of connectors"},
+        {"KVO_HWS_getUsbConnectorListOne", -4, "the service refused"},
+        {"KVO_HWS_getUsbConnectorListOne", -5, "the service answered something unknown"},
+        {"KVO_HWS_getUsbConnectorListOne", -9, "the service is busy; try again"},
+        /* requests.h: metrics, clients and the kind of panel */
+        {"KVO_HWS_getStationMetrics", -4, "the station does not tell"},
+        {"KVO_HWS_getStationMetrics", -5, "the service answered a malformed value"},
+        {"KVO_HWS_getStationMetrics", -9, "no metric has this number"},
+        {"KVO_HWS_getClientList", -3, "the array is too small for all clients"},
+        {"KVO_HWS_isMarovantiPanel", 0, "the panel is not a Marovanti panel"},
+        {"KVO_HWS_isMarovantiPanel", -3, "the service answered an unknown mode"},
+        {"KVO_HWS_isMarovantiPanel", -4, "the panel was not found, or the service failed"},
+        {"KVO_HWS_isMarovantiPanel", -5, "the service answered something unknown"},
+        /* usbevents.h */
+        {"KVO_HWS_activateUSBEvents", -1, "the callback is null"},
+        {"KVO_HWS_activateUSBEvents", -3, "no thread could be started that asks the service"},
+        {"KVO_HWS_activateUSBEvents", -8, "the server of USB events could not be stopped or started"},
+        {"KVO_HWS_activateUSBEventsV2", -1, "the callback is null"},
+        {"KVO_HWS_activateUSBEventsV2", -3, "no thread could be started that asks the service"},
+        {"KVO_HWS_activateUSBEventsV2", -8, "the server of USB events could not be stopped or started"},
+        {"KVO_HWS_closeUSBEvents", -8, "the server of USB events could not be stopped"},
+        {"KVO_HWS_closeUSBEvents", -9, "USB events are not active in this program"},
+        {"KVO_HWS_isUSBEventsActivated", 0, "no program has USB events active"},
+        {"KVO_HWS_isUSBEventsActivated", -1, "the service refused, or no service answers"},
+        {"SendUSBEventCheckNULL_Simple", -1, "no callback is set, or the callback failed"},
+        {"SendUSBEventCheckNULL_V1", -1, "no callback is set, or the callback failed"},
+        {"SendUSBEventCheckNULL_V2", -1, "no callback is set, or the callback failed"},
+        /* agent.h */
+        {"KVO_HWS_startupEmbHwsClient", -1, "no thread could be started for the agent"},
+        {"KVO_HWS_startupEmbHwsClient", -8, "an agent runs already, or has ended and was not cleaned up"},
+        {"KVO_HWS_startupEmbHwsClient", -9, "the agent lacks a station in focus or a remote service"},
+        {"KVO_HWS_cleanupEmbHwsClient", -1, "the agent still runs; it ends as soon as what holds it returns"},
+        {"KVO_HWS_cleanupEmbHwsClient", -7, "no agent was started, or the handle is null"},
+        {"KVO_HWS_cleanupEmbHwsClient", -10, "this is not the handle of the agent"},
+        {"KVO_HWS_sendEmbHwsEvent", -1, "the remote side has not sent a valid request yet"},
+        {"KVO_HWS_sendEmbHwsEvent", -7, "the handle or the text is null"},
+        {"KVO_HWS_sendEmbHwsEvent", -10, "this is not the handle of the agent"},
+        {"hmiconn_indication", -1, "the remote side has not sent a valid request yet"},
+        {"init_fb", 0, "done"},
+        {"init_fb", -1, "the station in focus cannot be read, or an agent is ending"},
+        {"get_shiftstate", 6, "the shift state is 6, or could not be read"},
+        {"KVO_HWS_activateEmbKvoEvents", -1, "no thread could be started that listens"},
+        {"KVO_HWS_activateEmbKvoEvents", -8, "this program listens already"},
+        {"KVO_HWS_deactivateEmbKvoEvents", -1, "no listener ran, or it still runs until a service is there"},
+        /* config.h */
+        {"GetInterfaceIP", 0, "done"},
+        {"GetInterfaceIP", -1, "the interface has no IPv4 address"},
+        {"GetInterfaceIP", -2, "the configuration file was not read"},
+        {"GetPortNumber", 0, "done"},
+        {"GetPortNumber", -1, "the configuration file was not read"},
+        {"GetSessionNumber", 0, "done"},
+        {"GetSessionNumber", -1, "the configuration file was not read"},
+        {"GetRHZName", 0, "done"},
+        {"GetRHZName", -1, "the configuration file was not read"},
+        {"GetBacklightMode", 0, "done"},
+        {"GetBacklightMode", -1, "the configuration file was not read"},
+        {"GetBrightnessMode", 0, "done"},
+        {"GetBrightnessMode", -1, "the configuration file was not read"},
+        {"GetBacklightBrightnessMode", 0, "done"},
+        {"GetBacklightBrightnessMode", -1, "the configuration file was not read"},
+        {"GetRegistryPath", 0, "done"},
+        {"GetRegistryPath", -1, "the configuration file was not read"},
+        /* runtime.h */
+        {"kvo_hws_CreateThread", -1, "the thread could not be started"},
+        {"kvo_hws_CreateThreadIdent", -1, "the thread could not be started"},
+        {"kvo_hws_detach_thread", -1, "the thread was detached already"},
+        {"kvo_hws_GiveUpThreadExecution", 0, "done"},
+        {"kvo_hws_EnterCriticalSection", 0, "done"},
+        {"kvo_hws_LeaveCriticalSection", 0, "done"},
+        {"ActivateNotify", 0, "done"},
+        {"ActivateNotify", -1, "the signal handler could not be set; errno says why"},
+        {"CreateNotify", 0, "done"},
+        {"CreateNotify", -1, "there is no memory for the record"},
+        {"DeleteNotify", 0, "done"},
+        {"WaitNotify", 1, "a signal came, and a stop is requested"},
+        {"WaitNotify", 0, "the time has passed"},
+        {"WaitNotify", -3, "a signal came without a stop, or the sleep failed"},
+        {"WaitShutdown", 1, "the thread has ended, or did not run"},
+        {"WaitShutdown", -1, "the sleep failed, or the time has passed"},
+        {"WaitShutdown", -2, "the thread still runs"},
+        {"ShutdownThread", 1, "the thread has ended, or did not run"},
+        {"ShutdownThread", -1, "the sleep failed, or the time has passed"},
+        {"ShutdownThread", -2, "the thread still runs, or the record is null"},
+        {"CreateReceivedNotify", 0, "done"},
+        {"InitReceivedNotify", 0, "done"},
+        {"InitReceivedNotify", -1, "the semaphore cannot be used; errno says why"},
+        {"DeleteReceivedNotify", 0, "done"},
+        {"DeleteReceivedNotify", -1, "the semaphore cannot be used; errno says why"},
+        {"WaitReceivedNotify", 1, "the semaphore was posted"},
+        {"WaitReceivedNotify", 0, "the semaphore was not posted in time"},
+        {"WaitReceivedNotify", -1, "the wait failed, or a signal came"},
+        /* codecs.h */
+        {"ConvertConArray2Text", 0, "done"},
+        {"ConvertConArray2TextEx", 0, "done"},
+        {"ConvertConArray2TextClients", 0, "done"},
+        {"ConvertConElem2TextEx", -1, "the buffer is too small for the station"},
+        {"ConvertText2KVODescriptionArray", -1, "the text is malformed"},
+        {"ConvertText2KVODescArrayEx", -1, "the text is malformed"},
+        {"ConvertText2KVOClientArray", -1, "the text is malformed"},
+        {"ConvertText2KVODescEx", -1, "the text is malformed"},
+        {"ConvertCmd2USBDeviceNew", -1, "the keyword is missing"},
+        {"ConvertCmd2USBDeviceNew", -2, "ipAddress is missing"},
+        {"ConvertCmd2USBDeviceNew", -3, "ident2 is missing"},
+        {"ConvertCmd2USBDeviceNew", -4, "ident3 is missing"},
+        {"ConvertCmd2USBDeviceNew", -5, "text4 is missing"},
+        {"ConvertCmd2USBDeviceNew", -6, "text5 is missing"},
+        {"ConvertCmd2USBDeviceNew", -7, "text6 is missing"},
+        {"ConvertCmd2USBDeviceNew", -8, "text7 is missing"},
+        {"ConvertCmd2USBDeviceNew", -9, "number1 is missing"},
+        {"ConvertCmd2USBDeviceNew", -10, "number1 is malformed"},
+        {"ConvertCmd2USBDeviceNew", -11, "number2 is missing"},
+        {"ConvertCmd2USBDeviceNew", -12, "id1 is malformed"},
+        {"ConvertCmd2USBDeviceNew", -13, "the byte block is missing"},
+        {"ConvertCmd2USBDeviceNew", -17, "the flag word is malformed"},
+        {"ConvertCmd2USBDeviceNew", -18, "id1 is missing"},
+        {"ConvertCmd2USBDeviceNew", -19, "number2 is malformed"},
+        {"ConvertCmd2USBDeviceNew", -20, "the flag word is missing"},
+        {"ConvertCmd2USBDeviceNM", -1, "the keyword is missing"},
+        {"ConvertCmd2USBDeviceNM", -2, "ipAddress is missing"},
+        {"ConvertCmd2USBDeviceNM", -3, "ident2 is missing"},
+        {"ConvertCmd2USBDeviceNM", -4, "ident3 is missing"},
+        {"ConvertCmd2USBDeviceNM", -5, "text4 is missing"},
+        {"ConvertCmd2USBDeviceNM", -6, "text5 is missing"},
+        {"ConvertCmd2USBDeviceNM", -7, "text6 is missing"},
+        {"ConvertCmd2USBDeviceNM", -8, "text7 is missing"},
+        {"ConvertCmd2USBDeviceNM", -9, "number1 is missing"},
+        {"ConvertCmd2USBDeviceNM", -10, "number1 is malformed"},
+        {"ConvertCmd2USBDeviceNM", -11, "number2 is missing"},
+        {"ConvertCmd2USBDeviceNM", -12, "id1 is malformed"},
+        {"ConvertCmd2USBDeviceNM", -13, "id2 is missing"},
+        {"ConvertCmd2USBDeviceNM", -14, "id2 is malformed"},
+        {"ConvertCmd2USBDeviceNM", -15, "the byte block is missing"},
+        {"ConvertCmd2USBDeviceNM", -17, "the flag word is malformed"},
+        {"ConvertCmd2USBDeviceNM", -18, "id1 is missing"},
+        {"ConvertCmd2USBDeviceNM", -19, "number2 is malformed"},
+        {"ConvertCmd2USBDeviceNM", -20, "the flag word is missing"},
+        {"ConvertCmd2USBDeviceIM", -1, "the keyword is missing"},
+        {"ConvertCmd2USBDeviceIM", -2, "ipAddress is missing"},
+        {"ConvertCmd2USBDeviceIM", -3, "ident2 is missing"},
+        {"ConvertCmd2USBDeviceIM", -4, "ident3 is missing"},
+        {"ConvertCmd2USBDeviceIM", -5, "text4 is missing"},
+        {"ConvertCmd2USBDeviceIM", -6, "text5 is missing"},
+        {"ConvertCmd2USBDeviceIM", -7, "text8 is missing"},
+        {"ConvertCmd2USBDeviceIM", -8, "number1 is missing"},
+        {"ConvertCmd2USBDeviceIM", -10, "number1 is malformed"},
+        {"ConvertCmd2USBDeviceIM", -11, "number2 is missing"},
+        {"ConvertCmd2USBDeviceIM", -12, "number2 is malformed"},
+        {"ConvertCmd2USBDeviceIM", -13, "number3 is missing"},
+        {"ConvertCmd2USBDeviceIM", -14, "number3 is malformed"},
+        {"ConvertCmd2USBDeviceCS", -1, "the keyword is missing"},
+        {"ConvertCmd2USBDeviceCS", -2, "ipAddress is missing"},
+        {"ConvertCmd2USBDeviceCS", -3, "ident2 is missing"},
+        {"ConvertCmd2USBDeviceCS", -4, "ident3 is missing"},
+        {"ConvertCmd2USBDeviceCS", -5, "the state is missing"},
+        {"ConvertCmd2USBDeviceCS", -10, "the state is malformed"},
+        {"ConvertCmd2USBDeviceRemove", -1, "a field is missing"},
+        {"ConvertCmd2USBDeviceRM", -1, "a field is missing"},
+        /* clang-format on */
+    };
+    const char *general = "unexpected result";
+    for (size_t i = 0; i < sizeof rows / sizeof rows[0]; ++i) {
+        if (rows[i].result != result) {
+            continue;
+        }
+        if (rows[i].function[0] == '\0') {
+            general = rows[i].text;
+        } else if (function && strcmp(rows[i].function, function) == 0) {
+            return rows[i].text;
+        }
+    }
+    return general;
+}
 
 /** @} */
 

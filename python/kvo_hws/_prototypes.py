@@ -1,5 +1,5 @@
-"""The functions of the library that this package calls: their parameters in C, which of them are outputs, and what their
-results mean. The tests compare the table with the headers and with the library's list of exported names."""
+"""The functions of the library that this package calls: their parameters in C, which of them are outputs, and which
+exceptions their results are. The tests compare the table with the headers and with the library's list of exported names."""
 
 from __future__ import annotations
 
@@ -7,7 +7,7 @@ import ctypes
 import operator
 from ctypes import POINTER, c_char_p, c_int, c_int32, c_uint32, c_ulong, c_void_p
 from ipaddress import IPv4Address
-from typing import Any, Callable, Dict, Mapping, NamedTuple, Optional, Tuple, Type, Union
+from typing import Any, Callable, Dict, Mapping, NamedTuple, Optional, Type, Union
 
 from . import errors as e
 from ._structures import (
@@ -48,10 +48,10 @@ class Output:
         return None if value == self._untouched else value
 
 
-Meaning = Union[Type[e.KvoError], Tuple[Type[e.KvoError], str]]
+Meaning = Type[e.KvoError]
 
 COMMON: Mapping[int, Meaning] = {-1: e.ServiceError, -2: e.NotConnected, -7: e.NullPointer}
-"""What these codes mean for every function that says nothing else."""
+"""The exceptions of these codes, for every function that has no other ones."""
 
 
 class Prototype:
@@ -64,11 +64,7 @@ class Prototype:
 
     def error(self, name: str, code: int) -> e.KvoError:
         """The exception for a result."""
-        meaning = self.errors.get(code, e.KvoError)
-        if isinstance(meaning, tuple):
-            kind, reason = meaning
-            return kind(name, code, reason)
-        return meaning(name, code)
+        return self.errors.get(code, e.KvoError)(name, code)
 
 
 def _whole(least: int, most: int) -> Convert:
@@ -143,16 +139,8 @@ def _callback(of: Any) -> Input:
     return Input(of, _as_it_is)
 
 
-_LEVEL = (e.OutOfRange, "the level is not one of 0 to 100")
-_MODE = (e.OutOfRange, "the mode is not 0 or 1")
-_HANDHELD = (e.OutOfRange, "the mode is not 0 (auto) or 1 (individual)")
 _CONNECTORS: Mapping[int, Meaning] = {-3: e.TooSmall, -4: e.Refused, -5: e.UnknownReply, -9: e.ServiceBusy}
-_LOCK_TIMEOUT = (e.Timeout, "the daemon's lock on its registry files was not obtained in time")
-_REGISTRY: Mapping[int, Meaning] = {
-    -1: (e.ServiceError, "the service refused, or its registry file is missing or unreadable"),
-    -3: e.TooSmall,
-    -4: _LOCK_TIMEOUT,
-}
+_REGISTRY: Mapping[int, Meaning] = {-3: e.TooSmall, -4: e.Timeout}
 _USB_START: Mapping[int, Meaning] = {-3: e.NoThread, -8: e.ServerFailed}
 
 PROTOTYPES: Dict[str, Prototype] = {
@@ -167,9 +155,7 @@ PROTOTYPES: Dict[str, Prototype] = {
     "KVO_HWS_getDebugLevel": Prototype(),
     "KVO_HWS_lockKVORegData": Prototype(),
     "KVO_HWS_unlockKVORegData": Prototype(),
-    "KVO_HWS_getKVOHWSVersion": Prototype(
-        BUFFER, SIZE, errors={-1: (e.ServiceError, "the exchange with the service broke, or its version is longer than 64 KiB")}
-    ),
+    "KVO_HWS_getKVOHWSVersion": Prototype(BUFFER, SIZE),
     "KVO_HWS_setBacklight": Prototype(U32),
     "KVO_HWS_isInitComplete": Prototype(),
     "KVO_HWS_killDaemon": Prototype(),
@@ -192,11 +178,11 @@ PROTOTYPES: Dict[str, Prototype] = {
     "KVO_HWS_setStopViewerNoClean": Prototype(STATION),
     # Settings of a station's panel.
     "KVO_HWS_setBrightness": Prototype(STATION, U32),
-    "KVO_HWS_setBacklightBrightness": Prototype(STATION, U32, errors={-3: _LEVEL}),
+    "KVO_HWS_setBacklightBrightness": Prototype(STATION, U32, errors={-3: e.OutOfRange}),
     "KVO_HWS_setBacklightBrightnessV2": Prototype(
-        STATION, U32, U32, errors={-3: _LEVEL, -4: _MODE, -5: e.Unsupported, -6: e.NotActive}
+        STATION, U32, U32, errors={-3: e.OutOfRange, -4: e.OutOfRange, -5: e.Unsupported, -6: e.NotActive}
     ),
-    "KVO_HWS_getBacklightBrightnessV2": Prototype(STATION, OUT_U32, U32, errors={-3: e.NullPointer, -4: _MODE}),
+    "KVO_HWS_getBacklightBrightnessV2": Prototype(STATION, OUT_U32, U32, errors={-3: e.NullPointer, -4: e.OutOfRange}),
     "KVO_HWS_setDisableNumLock": Prototype(STATION, U32),
     "KVO_HWS_setDisableCapsLock": Prototype(STATION, U32),
     "KVO_HWS_getDisableNumLock": Prototype(STATION, OUT_U32),
@@ -205,12 +191,12 @@ PROTOTYPES: Dict[str, Prototype] = {
     "KVO_HWS_getSwCapsLock": Prototype(STATION, OUT_I32),
     "KVO_HWS_setSwCapsLock": Prototype(STATION, I32),
     "KVO_HWS_getRV4Mode": Prototype(STATION, OUT_U32),
-    "KVO_HWS_setRV4Mode": Prototype(STATION, U32, errors={-3: _HANDHELD}),
+    "KVO_HWS_setRV4Mode": Prototype(STATION, U32, errors={-3: e.OutOfRange}),
     # Addresses.
     "KVO_HWS_setMCPAddress": Prototype(STATION, U32),
     "KVO_HWS_setKVOIndex": Prototype(STATION, U32),
     "KVO_HWS_setDCKEnable": Prototype(STATION, U32),
-    "KVO_HWS_setKVOCksIndex": Prototype(STATION, U32, errors={-3: (e.OutOfRange, "the index is not one of 0 to 255")}),
+    "KVO_HWS_setKVOCksIndex": Prototype(STATION, U32, errors={-3: e.OutOfRange}),
     "KVO_HWS_simulateMCPKey": Prototype(STATION, U32, U32),
     "KVO_HWS_enableMCPKey": Prototype(STATION, U32, U32),
     "KVO_HWS_getMCPAddress": Prototype(STATION, OUT_U32),
@@ -228,17 +214,13 @@ PROTOTYPES: Dict[str, Prototype] = {
     "KVO_HWS_getKVOChannelOnFocus": Prototype(STATION, OUT_U32),
     "KVO_HWS_getKVOScreenOnFocus": Prototype(STATION, BUFFER),
     "KVO_HWS_getKVOT2M2N": Prototype(STATION, BUFFER),
-    "KVO_HWS_setChannelInfo": Prototype(
-        STATION, QUOTED, errors={-3: (e.OutOfRange, "the channel information is longer than 230 bytes")}
-    ),
+    "KVO_HWS_setChannelInfo": Prototype(STATION, QUOTED, errors={-3: e.OutOfRange}),
     "KVO_HWS_getChannelInfo": Prototype(STATION, BUFFER, SIZE, errors={-3: e.TooSmall}),
     "KVO_HWS_deleteChannelInfo": Prototype(STATION),
     # Touch screen, input devices and display.
     "KVO_HWS_invalidateTouchScreen": Prototype(STATION),
     "KVO_HWS_getTouchScreenCalibParam": Prototype(STATION, OUT_I32, OUT_I32),
-    "KVO_HWS_setTouchScreenCalibParam": Prototype(
-        STATION, I32, I32, errors={-3: (e.OutOfRange, "the threshold is below -1, or nonlinear is not -1, 0 or 1")}
-    ),
+    "KVO_HWS_setTouchScreenCalibParam": Prototype(STATION, I32, I32, errors={-3: e.OutOfRange}),
     "KVO_HWS_showInputDevice": Prototype(STATION, OUT_COUNT, OUT_COUNT, OUT_COUNT),
     "KVO_HWS_showInputDeviceV2": Prototype(STATION, OUT_COUNT, OUT_COUNT, OUT_COUNT, OUT_COUNT),
     "KVO_HWS_showInputDeviceV3": Prototype(
@@ -247,35 +229,15 @@ PROTOTYPES: Dict[str, Prototype] = {
     "KVO_HWS_showDPI": Prototype(STATION, OUT_I32),
     # USB lock and connectors.
     "KVO_HWS_getUsbLock": Prototype(STATION, OUT_U32, OUT_U32),
-    "KVO_HWS_setUsbLock": Prototype(
-        U32,
-        HOSTS,
-        INT,
-        INT,
-        errors={
-            -1: (e.ServiceError, "no datagram could be sent"),
-            -10: (e.InvalidHost, "127.0.0.1 is no station that could be addressed; nothing was sent"),
-        },
-    ),
+    "KVO_HWS_setUsbLock": Prototype(U32, HOSTS, INT, INT, errors={-10: e.InvalidHost}),
     "KVO_HWS_getUsbConnectorList": Prototype(BUFFER, SIZE, errors=_CONNECTORS),
     "KVO_HWS_getUsbConnectorListOne": Prototype(STATION, BUFFER, SIZE, errors=_CONNECTORS),
     # Metrics, clients and the kind of panel.
     "KVO_HWS_getStationMetrics": Prototype(
-        STATION,
-        U32,
-        AREA,
-        errors={-4: e.NotAvailable, -5: e.UnknownReply, -9: (e.OutOfRange, "there is no such metric")},
+        STATION, U32, AREA, errors={-4: e.NotAvailable, -5: e.UnknownReply, -9: e.OutOfRange}
     ),
     "KVO_HWS_getClientList": Prototype(CLIENTS, SIZE, FLAGS, errors={-3: e.TooSmall}),
-    "KVO_HWS_isMarovantiPanel": Prototype(
-        STATION,
-        errors={
-            -1: (e.ServiceError, "the answer names no mode, or the exchange broke"),
-            -3: (e.UnknownReply, "the answer names a mode that is not known"),
-            -4: (e.Refused, "the panel was not found, or the service failed"),
-            -5: e.UnknownReply,
-        },
-    ),
+    "KVO_HWS_isMarovantiPanel": Prototype(STATION, errors={-3: e.UnknownReply, -4: e.Refused, -5: e.UnknownReply}),
     # USB events.
     "KVO_HWS_activateUSBEventsV2": Prototype(_callback(UsbEventCallback), errors=_USB_START),
     "KVO_HWS_closeUSBEvents": Prototype(errors={-8: e.ServerFailed, -9: e.NoEvents}),
@@ -284,27 +246,14 @@ PROTOTYPES: Dict[str, Prototype] = {
     "KVO_HWS_activateEmbKvoEvents": Prototype(
         _callback(EmbeddedEventCallback), errors={-1: e.NoThread, -8: e.AlreadyRunning}
     ),
-    "KVO_HWS_deactivateEmbKvoEvents": Prototype(
-        errors={-1: (e.Timeout, "the listener did not run, or still runs: without a service it ends when there is one")}
-    ),
+    "KVO_HWS_deactivateEmbKvoEvents": Prototype(errors={-1: e.Timeout}),
     # The remote agent.
     "KVO_HWS_startupEmbHwsClient": Prototype(
         LINES,
         OUT_HANDLE,
         _callback(AgentCallback),
-        errors={-1: e.NoThread, -8: e.AlreadyRunning, -9: (e.MissingParameter, "no station in focus, or no remote service")},
+        errors={-1: e.NoThread, -8: e.AlreadyRunning, -9: e.MissingParameter},
     ),
-    "KVO_HWS_cleanupEmbHwsClient": Prototype(
-        HANDLE,
-        errors={
-            -1: (e.Timeout, "the agent still runs; it ends as soon as what holds it returns"),
-            -7: (e.NullPointer, "no agent was started"),
-            -10: e.InvalidInstance,
-        },
-    ),
-    "KVO_HWS_sendEmbHwsEvent": Prototype(
-        HANDLE,
-        TEXT,
-        errors={-1: e.NotNegotiated, -7: (e.NullPointer, "no agent was started"), -10: e.InvalidInstance},
-    ),
+    "KVO_HWS_cleanupEmbHwsClient": Prototype(HANDLE, errors={-1: e.Timeout, -10: e.InvalidInstance}),
+    "KVO_HWS_sendEmbHwsEvent": Prototype(HANDLE, TEXT, errors={-1: e.NotNegotiated, -10: e.InvalidInstance}),
 }

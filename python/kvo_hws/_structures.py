@@ -1,4 +1,4 @@
-"""The library's records as they lie in memory; the tests compare their layout with the headers."""
+"""The library's records as they lie in memory; the tests compare their layout with the library's own table."""
 
 from __future__ import annotations
 

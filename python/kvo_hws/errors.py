@@ -3,7 +3,9 @@ of range" of another), so that each function has a table of its own; a program g
 
 from __future__ import annotations
 
-from typing import ClassVar, Optional
+from typing import Optional
+
+from ._result_texts import result_text
 
 
 class KvoError(Exception):
@@ -12,15 +14,13 @@ class KvoError(Exception):
     Catch this one to catch whatever the library says; the subclasses tell the reasons apart.
     """
 
-    words: ClassVar[str] = "an unknown result"
-
     def __init__(self, function: str, code: int, reason: Optional[str] = None) -> None:
         super().__init__(function, code, reason)
         self.function = function
         """Name of the C function."""
         self.code = code
         """Its result, as the function's comment in the headers explains it; negative."""
-        self.reason = reason or self.words
+        self.reason = reason or result_text(function, code)
         """What is wrong, in words."""
 
     def __str__(self) -> str:
@@ -30,127 +30,85 @@ class KvoError(Exception):
 class NotConnected(KvoError):
     """There is no service, or it does not take connections."""
 
-    words = "no service answers at /tmp/kvo_hws/cmd_sock"
-
 
 class ServiceError(KvoError):
     """The service refused, answered something unknown, or the exchange broke (4 s without a byte of the reply among others)."""
-
-    words = "the service refused, gave an unknown answer, or the exchange with it broke"
 
 
 class Refused(ServiceError):
     """The service refused, where that is told apart from an unknown answer."""
 
-    words = "the service refused"
-
 
 class UnknownReply(ServiceError):
     """The service answered something unknown, or a malformed value, where that is told apart from a refusal."""
-
-    words = "the service gave an unknown answer"
 
 
 class ServiceBusy(ServiceError):
     """The service is busy, where that is a failure; try again."""
 
-    words = "the service is busy"
-
 
 class NotAvailable(KvoError):
     """The station has no such information."""
-
-    words = "the station does not tell"
 
 
 class OutOfRange(KvoError, ValueError):
     """An argument is out of range; nothing was sent."""
 
-    words = "an argument is out of range"
-
 
 class TooSmall(KvoError):
     """What the service tells is larger than this module makes room for, however often it is asked."""
-
-    words = "the answer is larger than there is room for"
 
 
 class Ambiguous(KvoError, LookupError):
     """Several stations match."""
 
-    words = "several stations match"
-
 
 class Timeout(KvoError):
     """Something did not happen in time: a lock was not obtained, or a thread of the library still runs."""
-
-    words = "it took too long"
 
 
 class Unsupported(KvoError):
     """The station does not know the mode."""
 
-    words = "the station does not know the mode"
-
 
 class NotActive(KvoError):
     """The station's backlight is not active."""
-
-    words = "the backlight is not active"
 
 
 class NullPointer(KvoError):
     """A pointer that is needed is null; a mistake of this module or of its caller."""
 
-    words = "a pointer that is needed is null"
-
 
 class ServerFailed(KvoError):
     """The server of USB events could not be stopped or started."""
-
-    words = "the server of USB events could not be stopped or started"
 
 
 class NoThread(KvoError):
     """A thread that is needed could not be started."""
 
-    words = "a thread that is needed could not be started"
-
 
 class AlreadyRunning(KvoError):
     """It runs already in this process, or has ended and was not cleaned up."""
-
-    words = "it runs already in this process, or was not cleaned up"
 
 
 class MissingParameter(KvoError, ValueError):
     """An obligatory parameter is missing."""
 
-    words = "an obligatory parameter is missing"
-
 
 class InvalidInstance(KvoError):
     """A handle that is not the agent's."""
-
-    words = "this is not the handle of the agent"
 
 
 class NoEvents(KvoError):
     """USB events are not active in this program."""
 
-    words = "USB events are not active in this program"
-
 
 class InvalidHost(KvoError, ValueError):
     """A host address that can not be used."""
 
-    words = "a host address can not be used"
-
 
 class NotNegotiated(KvoError):
     """The remote side has not sent the agent a valid request yet."""
-
-    words = "the remote side has not sent a valid request since the agent's start"
 
 
 class LibraryNotFound(ImportError):

@@ -75,8 +75,7 @@ def test_the_page_tells_every_error_with_its_codes() -> None:
     told = {name: {int(code) for code in re.findall(r"-\d+", codes)} for name, codes in rows}
     raised: Dict[str, Set[int]] = {"KvoError": set()}
     for prototype in PROTOTYPES.values():
-        for code, meaning in prototype.errors.items():
-            kind = meaning[0] if isinstance(meaning, tuple) else meaning
+        for code, kind in prototype.errors.items():
             raised.setdefault(kind.__name__, set()).add(code)
     assert told == raised
     assert all(issubclass(getattr(errors, name), KvoError) for name in told)

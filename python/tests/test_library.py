@@ -18,7 +18,8 @@ from conftest import ROOT
 
 import kvo_hws
 from kvo_hws import KvoError, _structures, errors
-from kvo_hws._prototypes import PROTOTYPES, Output
+from kvo_hws._prototypes import COMMON, PROTOTYPES, Output
+from kvo_hws._result_texts import HEADER, result_text, texts
 
 HEADERS = ROOT / "include" / "kvo_hws"
 
@@ -112,43 +113,41 @@ def test_outputs_are_those_that_the_header_does_not_take_by_value() -> None:
                 assert of in ("uint32_t *", "int32_t *"), name
 
 
-def members(record: Any, prefix: str = "") -> List[Tuple[str, int, int]]:
-    """Name, place and size of each member; those of a nameless member count as the record's own."""
-    found: List[Tuple[str, int, int]] = []
-    for field in record._fields_:
-        place = getattr(record, field[0])
-        if field[0] in getattr(record, "_anonymous_", ()):
-            found += [(name, place.offset + offset, size) for name, offset, size in members(field[1])]
+def members(record: Any) -> Dict[str, Tuple[int, int]]:
+    """Place and size of each member; those of a nameless member count as the record's own."""
+    found: Dict[str, Tuple[int, int]] = {}
+    for name, kind in record._fields_:
+        place = getattr(record, name)
+        if name in getattr(record, "_anonymous_", ()):
+            found.update({member: (place.offset + offset, size) for member, (offset, size) in members(kind).items()})
+        elif name == "extAttr1":  # the extended attributes are one array here, and one by one there
+            found.update({f"extAttr{number + 1}": (place.offset + 4 * number, place.size // 7) for number in range(7)})
         else:
-            found.append((prefix + field[0], place.offset, place.size))
+            found[name] = place.offset, place.size
     return found
 
 
-@pytest.mark.skipif(shutil.which("cc") is None, reason="missing tool: cc, which knows the layout of the records")
-def test_the_records_lie_in_memory_as_the_headers_say(tmp_path: Path) -> None:
-    names = ["KvoDescription", "KvoDescriptionEx", "KvoClientEntry", "UsbDeviceInfo", "UsbStateInfo", "UsbRemoveInfo"]
-    names.append("UsbEventV2")
-    lines = ["#include <kvo_hws/kvo_hws.h>", "#include <stdio.h>", "int main(void) {"]
-    expected: List[str] = []
-    for name in names:
-        record = getattr(_structures, name)
-        lines.append(f'printf("{name} %zu\\n", sizeof({name}));')
-        expected.append(f"{name} {ctypes.sizeof(record)}")
-        for member, offset, size in members(record):
-            # The extended attributes are one array here, and one by one there.
-            lines.append(f'printf("{name}.{member} %zu\\n", offsetof({name}, {member}));')
-            expected.append(f"{name}.{member} {offset}")
-            if member != "extAttr1":
-                lines.append(f'printf("%zu\\n", sizeof((({name} *)0)->{member}));')
-                expected.append(str(size))
-    lines.append('printf("running %zu\\n", offsetof(EmbKvoInst, running)); }')
-    expected.append("running 0")
-    (tmp_path / "layout.c").write_text("\n".join(lines))
-    program = str(tmp_path / "layout")
-    subprocess.run(["cc", f"-I{HEADERS.parent}", str(tmp_path / "layout.c"), "-o", program], check=True)
-    told = subprocess.run([program], capture_output=True, text=True, check=True).stdout
-    assert told.split("\n") == [*expected, ""]
-    assert expected[expected.index("KvoDescriptionEx.extAttr1 276") - 1] == "4"
+def promised(record: str) -> Tuple[int, Dict[str, Tuple[int, int]]]:
+    """Size of a record, and place and size of each member, as the library's own table states them."""
+    table = (ROOT / "library" / "abi" / "records.cpp").read_text()
+    here = 1 if ctypes.sizeof(ctypes.c_void_p) == 8 else 2
+    table = re.sub(r"on64or32\((\d+), (\d+)\)", lambda either: either[here], table)
+    sizes = re.findall(rf"^SIZE\({record}, (\d+)\);$", table, re.MULTILINE)
+    rows = re.findall(rf"^MEMBER\({record}, (\w+), (\d+), (\d+)\);$", table, re.MULTILINE)
+    return int(sizes[0]), {name: (int(place), int(size)) for name, place, size in rows}
+
+
+RECORDS = ["KvoDescription", "KvoDescriptionEx", "KvoClientEntry", "UsbDeviceInfo", "UsbStateInfo", "UsbRemoveInfo", "UsbEventV2"]
+
+
+@pytest.mark.parametrize("name", RECORDS)
+def test_a_record_lies_in_memory_as_the_library_states(name: str) -> None:
+    record = getattr(_structures, name)
+    assert (ctypes.sizeof(record), members(record)) == promised(name)
+
+
+def test_whether_an_agent_runs_is_the_first_number_of_its_record() -> None:
+    assert promised("EmbKvoInst")[1]["running"] == (0, 4)
 
 
 def test_usb_event_codes_are_those_of_the_header() -> None:
@@ -180,11 +179,32 @@ def test_errors_are_one_family_and_can_be_handed_between_processes() -> None:
     kinds = [kind for kind in vars(errors).values() if isinstance(kind, type) and issubclass(kind, KvoError)]
     assert len(kinds) > 15
     for kind in kinds:
-        error = kind("KVO_HWS_getKVOIndex", -3)
-        assert str(error) == f"{kind.words} (KVO_HWS_getKVOIndex returned -3)"
+        error = kind("KVO_HWS_setKVOCksIndex", -3)
+        assert str(error) == "the index is not one of 0 to 255 (KVO_HWS_setKVOCksIndex returned -3)"
         again = pickle.loads(pickle.dumps(error))
         assert (type(again), again.code, again.function, str(again)) == (kind, -3, error.function, str(error))
+        assert kind("KVO_HWS_setKVOCksIndex", -3, "another reason").reason == "another reason"
     assert issubclass(errors.OutOfRange, ValueError) and issubclass(errors.Ambiguous, LookupError)
+
+
+def test_the_texts_of_results_are_those_of_the_header() -> None:
+    header = HEADERS / "result.h"
+    assert HEADER.read_bytes() == header.read_bytes()
+    rows, unexpected = texts()
+    assert len(rows) == header.read_text().count('{"') > 200
+    assert unexpected in header.read_text()
+    assert result_text("KVO_HWS_getUsbLock", -2) == rows["", -2] == "no service answers at /tmp/kvo_hws/cmd_sock"
+    assert result_text("KVO_HWS_getUsbLock", -99) == unexpected
+
+
+def test_every_failure_of_a_function_has_a_text_of_its_own() -> None:
+    rows, unexpected = texts()
+    for name, prototype in PROTOTYPES.items():
+        for code, kind in prototype.errors.items():
+            assert result_text(name, code) != unexpected, (name, code)
+            # -6 means the same for all.
+            if kind != COMMON.get(code) and code != -6:
+                assert (name, code) in rows, (name, code)
 
 
 def python(program: str, **environment: str) -> "subprocess.CompletedProcess[str]":

@@ -151,7 +151,7 @@ def test_the_reasons_are_told_apart(simulator: Simulator) -> None:
 def test_the_registry_lock_is_waited_for(simulator: Simulator) -> None:
     assert Service().lock_registry()
     started = time.monotonic()
-    with pytest.raises(Timeout, match="registry files"):
+    with pytest.raises(Timeout, match="the registry stayed locked"):
         Service().get_current_stations(timeout=0)
     assert time.monotonic() - started < 5
     Service().unlock_registry()

@@ -9,8 +9,6 @@
 
 namespace {
 
-static_assert(offsetof(HmiServer, address) == 8 && offsetof(HmiSession, server) == sizeof(void *));
-
 HmiServer server(const char *address, char *name = nullptr)
 {
     HmiServer server{};

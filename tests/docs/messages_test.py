@@ -3,7 +3,7 @@
 
     messages_test.py ROOT
 
-Its messages are held against the list of texts that a test has seen (tests/library/log_texts.golden) and against the calls that
+Its messages are held against the list of texts that a test has seen (tests/library/log_texts/*.golden) and against the calls that
 log in the sources; its requests against that list and the headers; its result codes against result.h.
 """
 
@@ -100,9 +100,10 @@ def sources():
 
 
 def golden():
-    for line in (ROOT / "tests/library/log_texts.golden").read_text().splitlines():
-        heading, priority, text = re.fullmatch(r"(\S.*?) \[(\d)\] (.*)", line).groups()
-        yield heading, int(priority), text
+    for path in sorted((ROOT / "tests/library/log_texts").glob("*.golden")):
+        for line in path.read_text().splitlines():
+            heading, priority, text = re.fullmatch(r"(\S.*?) \[(\d)\] (.*)", line).groups()
+            yield heading, int(priority), text
 
 
 def check_messages(messages, found_in_sources):
@@ -158,7 +159,9 @@ def check_results(page):
 
 def main():
     page = (ROOT / "docs/troubleshooting.md").read_text()
-    requests = {quoted(request)[0]: quoted(functions) for request, functions in rows(page, "`<request>`", "function")}
+    requests = {}
+    for request, functions in rows(page, "`<request>`", "function"):
+        requests.setdefault(quoted(request)[0], []).extend(quoted(functions))
     messages = [Message(text, logged, requests) for cell, logged, _, _ in
                 rows(page, "message", "logged", "what it means", "what to do") for text in quoted(cell)]
     found_in_sources = list(sources())

@@ -46,6 +46,11 @@ if(PYTHON)
     KVO_HWS_LIBRARY=${prefix}/${LIBDIR}/libkvo_hws.so.0 KVO_KVOSIM=${prefix}/bin/kvosim
     ${SANDBOX} ${PYTHON} -c "from kvo_hws import Service, Simulator\nwith Simulator(plant='${PLANT}'): print(Service().get_stations())")
   expect("10\\.0\\.0\\.5" "stations printed by Python")
+  if(EXISTS ${prefix}/lib/python3/dist-packages/kvo_hws)  # KVO_INSTALL_PYTHON
+    run(${CMAKE_COMMAND} -E env PYTHONPATH=${prefix}/lib/python3/dist-packages PYTHONDONTWRITEBYTECODE=1
+      ${PYTHON} -c "import kvo_hws\nprint(kvo_hws.OutOfRange('KVO_HWS_setBacklightBrightness', -3))")
+    expect("the level is not one of 0 to 100" "a text of the installed Python module")
+  endif()
 endif()
 
 # ---- The run paths ----

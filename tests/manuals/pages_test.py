@@ -48,9 +48,12 @@ def check_tool(program, page):
 
 def check_library(project, folder):
     exported = re.findall(r'^\s+(\w+);$', (project / 'library/exports.map').read_text(), re.M)
+    headers = ''.join(header.read_text() for header in (project / 'include/kvo_hws').glob('*.h'))
+    inline = re.findall(r'^static inline .*?(\w+)\(', headers, re.M)
+    assert inline, 'no inline function in the headers'
     families = {page: re.findall(r'^\.Nm (\w+)', page.read_text(), re.M) for page in folder.glob('kvo_hws*.3')
                 if not page.read_text().startswith('.so')}
-    for name in exported:
+    for name in exported + inline:
         homes = [page.name for page, names in families.items() if name in names]
         assert len(homes) == 1, f'{name} has its place in {homes or "no page"}'
         link = folder / f'{name}.3'
@@ -60,7 +63,7 @@ def check_library(project, folder):
             assert link.read_text() == f'.so man3/{homes[0]}\n', f'{link} leads elsewhere'
     page = shown(folder / 'kvo_hws_panel.3')
     assert 'setBacklightBrightnessV2=<level> <mode> <station>' in page and '-6 its backlight is not active' in page
-    return len(exported)
+    return len(exported + inline)
 
 
 def main(project, folder, kvoctl, kvosim):

@@ -70,6 +70,8 @@ use_python() {
     # Before "~" or "+" stands the project's version.
     expect "version $(in_root dpkg-query -W -f '${Version}' python3-kvo-hws | sed 's/[~+].*//')." \
         python3 -c 'import kvo_hws; print(f"version {kvo_hws.__version__}.")'
+    expect "the level is not one of 0 to 100" \
+        python3 -c 'import kvo_hws; print(kvo_hws.OutOfRange("KVO_HWS_setBacklightBrightness", -3))'
     expect "30 stations" python3 -c "
 from kvo_hws import Service, Simulator
 with Simulator(plant='$plant'):

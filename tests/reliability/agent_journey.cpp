@@ -3,6 +3,7 @@
 
 #include "reliability/surroundings.h"
 #include "reliability/well_service.h"
+#include "support/eventually.h"
 #include "support/remote_service.h"
 #include "support/scripted_service.h"
 
@@ -58,7 +59,7 @@ private:
         for (const char *request : {"001:ping", "stop-viewer", "get-rv4mode"}) {
             run.note(request, ask(request));
         }
-        within(200ms, [] { return std::atomic_ref(protocolNegotiated).load() != 0; });
+        support::eventually([] { return std::atomic_ref(protocolNegotiated).load() != 0; }, 200ms);
         run.step("push", {1, -1}, [&] { return KVO_HWS_sendEmbHwsEvent(instance, "event"); });
         const std::string line = remote_.line(1s);  // a corked one leaves after 200 ms at the latest
         run.note("indication", line.size() == 11 && line.starts_with("I") && line.ends_with(":event\r\n") ? "whole" : "none");
@@ -72,10 +73,12 @@ private:
     bool accept()
     {
         bool accepted = false;
-        within(2s, [&] {
-            accepted = remote_.accept(1ms);
-            return accepted || !agentRuns();
-        });
+        support::eventually(
+            [&] {
+                accepted = remote_.accept(1ms);
+                return accepted || !agentRuns();
+            },
+            2s);
         connections_ += accepted ? 1 : 0;
         return accepted;
     }

@@ -3,6 +3,7 @@
 
 #include "reliability/surroundings.h"
 #include "reliability/well_service.h"
+#include "support/eventually.h"
 
 #include <kvo_hws/agent.h>
 #include <kvo_hws/result.h>
@@ -56,15 +57,17 @@ private:
         };
         publish(connection);
         int second = -1;
-        within(1s, [&] {
-            if (told_ == 0 && second < 0) {
-                second = listener_.accept(0);
-                if (second >= 0) {
-                    publish(second);
+        support::eventually(
+            [&] {
+                if (told_ == 0 && second < 0) {
+                    second = listener_.accept(0);
+                    if (second >= 0) {
+                        publish(second);
+                    }
                 }
-            }
-            return told_ != 0;
-        });
+                return told_ != 0;
+            },
+            1s);
         return second;
     }
 
@@ -72,7 +75,7 @@ private:
     void awaitEnd()
     {
         const auto isFree = [] { return KVO_HWS_activateEmbKvoEvents(nullptr) == KVO_HWS_NULL_POINTER; };
-        EXPECT_TRUE(within(3s, isFree)) << "the listener goes on";
+        EXPECT_TRUE(support::eventually(isFree, 3s)) << "the listener goes on";
     }
 
     static inline std::atomic<int> told_{0};

@@ -4,6 +4,7 @@
 #include <array>
 #include <cerrno>
 #include <cstddef>
+#include <cstring>
 #include <span>
 
 namespace reliability {
@@ -13,68 +14,43 @@ namespace {
 constexpr Error::Kind kNothing = Error::Kind::nothing;
 constexpr Error::Kind kOneByte = Error::Kind::oneByte;
 
-constexpr Error error(const char *name, int number) { return {.name = name, .number = number}; }
-
-constexpr Error kSocketErrors[] = {error("EMFILE", EMFILE), error("ENFILE", ENFILE), error("ENOBUFS", ENOBUFS),
-                                   error("ENOMEM", ENOMEM), error("EACCES", EACCES), error("EAFNOSUPPORT", EAFNOSUPPORT)};
-constexpr Error kInvalid[] = {error("EINVAL", EINVAL)};
-constexpr Error kOptionErrors[] = {error("EINVAL", EINVAL), error("ENOMEM", ENOMEM)};
-constexpr Error kConnectLocalErrors[] = {error("ECONNREFUSED", ECONNREFUSED), error("ENOENT", ENOENT), error("EAGAIN", EAGAIN),
-                                         error("EACCES", EACCES), error("EINTR", EINTR)};
-constexpr Error kConnectRemoteErrors[] = {error("ECONNREFUSED", ECONNREFUSED),
-                                          error("ETIMEDOUT", ETIMEDOUT),
-                                          error("ENETUNREACH", ENETUNREACH),
-                                          error("EHOSTUNREACH", EHOSTUNREACH),
-                                          error("EPERM", EPERM),
-                                          error("EADDRNOTAVAIL", EADDRNOTAVAIL),
-                                          error("EINTR", EINTR)};
-constexpr Error kUnlinkErrors[] = {error("EPERM", EPERM), error("EACCES", EACCES), error("EROFS", EROFS)};
-constexpr Error kBindErrors[] = {error("EADDRINUSE", EADDRINUSE), error("ENOENT", ENOENT), error("EACCES", EACCES),
-                                 error("EROFS", EROFS), error("ENOMEM", ENOMEM)};
-constexpr Error kListenErrors[] = {error("EADDRINUSE", EADDRINUSE)};
-constexpr Error kAcceptErrors[] = {error("ECONNABORTED", ECONNABORTED),
-                                   error("EMFILE", EMFILE),
-                                   error("ENFILE", ENFILE),
-                                   error("ENOBUFS", ENOBUFS),
-                                   error("ENOMEM", ENOMEM),
-                                   error("EINTR", EINTR),
-                                   error("EAGAIN", EAGAIN)};
-constexpr Error kPollErrors[] = {
-    error("EINTR", EINTR), error("ENOMEM", ENOMEM), error("EINVAL", EINVAL), {.name = "time-out", .kind = kNothing}};
-constexpr Error kRecvErrors[] = {error("ECONNRESET", ECONNRESET),
-                                 error("ETIMEDOUT", ETIMEDOUT),
-                                 error("ENOMEM", ENOMEM),
-                                 error("EINTR", EINTR),
-                                 error("EAGAIN", EAGAIN),
-                                 {.name = "end", .kind = kNothing},
-                                 {.name = "one byte at a time", .kind = kOneByte}};
+constexpr Error kSocketErrors[] = {{EMFILE}, {ENFILE}, {ENOBUFS}, {ENOMEM}, {EACCES}, {EAFNOSUPPORT}};
+constexpr Error kInvalid[] = {{EINVAL}};
+constexpr Error kOptionErrors[] = {{EINVAL}, {ENOMEM}};
+constexpr Error kConnectLocalErrors[] = {{ECONNREFUSED}, {ENOENT}, {EAGAIN}, {EACCES}, {EINTR}};
+constexpr Error kConnectRemoteErrors[] = {{ECONNREFUSED}, {ETIMEDOUT},     {ENETUNREACH}, {EHOSTUNREACH},
+                                          {EPERM},        {EADDRNOTAVAIL}, {EINTR}};
+constexpr Error kUnlinkErrors[] = {{EPERM}, {EACCES}, {EROFS}};
+constexpr Error kBindErrors[] = {{EADDRINUSE}, {ENOENT}, {EACCES}, {EROFS}, {ENOMEM}};
+constexpr Error kListenErrors[] = {{EADDRINUSE}};
+constexpr Error kAcceptErrors[] = {{ECONNABORTED}, {EMFILE}, {ENFILE}, {ENOBUFS}, {ENOMEM}, {EINTR}, {EAGAIN}};
+constexpr Error kPollErrors[] = {{EINTR}, {ENOMEM}, {EINVAL}, {.kind = kNothing, .name = "time-out"}};
+constexpr Error kRecvErrors[] = {{ECONNRESET},
+                                 {ETIMEDOUT},
+                                 {ENOMEM},
+                                 {EINTR},
+                                 {EAGAIN},
+                                 {.kind = kNothing, .name = "end"},
+                                 {.kind = kOneByte, .name = "one byte at a time"}};
 constexpr Error kSendErrors[] = {
-    error("EPIPE", EPIPE),   error("ETIMEDOUT", ETIMEDOUT), error("ECONNRESET", ECONNRESET),       error("ENOBUFS", ENOBUFS),
-    error("EAGAIN", EAGAIN), error("EINTR", EINTR),         {.name = "one byte", .kind = kOneByte}};
-constexpr Error kSendtoErrors[] = {error("EPERM", EPERM), error("ENETUNREACH", ENETUNREACH), error("ENOBUFS", ENOBUFS),
-                                   error("EINTR", EINTR)};
-constexpr Error kOpenErrors[] = {error("ENOENT", ENOENT), error("EACCES", EACCES), error("EMFILE", EMFILE),
-                                 error("ENFILE", ENFILE), error("ENOMEM", ENOMEM), error("ENOSPC", ENOSPC),
-                                 error("EROFS", EROFS)};
-constexpr Error kFopenErrors[] = {error("ENOENT", ENOENT), error("EACCES", EACCES), error("EMFILE", EMFILE),
-                                  error("ENFILE", ENFILE), error("ENOMEM", ENOMEM)};
-constexpr Error kFstatErrors[] = {error("EIO", EIO), error("EOVERFLOW", EOVERFLOW)};
-constexpr Error kReadErrors[] = {error("EIO", EIO),
-                                 error("EINTR", EINTR),
-                                 {.name = "end", .kind = kNothing},
-                                 {.name = "one byte at a time", .kind = kOneByte}};
-constexpr Error kWriteErrors[] = {
-    error("ENOSPC", ENOSPC), error("EIO", EIO), error("EINTR", EINTR), {.name = "one byte", .kind = kOneByte}};
-constexpr Error kConsoleErrors[] = {error("ENOTTY", ENOTTY), error("EPERM", EPERM), error("EBADF", EBADF)};
-constexpr Error kSemaphoreInitErrors[] = {error("ENOSYS", ENOSYS)};
-constexpr Error kStreamErrors[] = {error("EIO", EIO)};
-constexpr Error kNameErrors[] = {error("EFAULT", EFAULT), error("ENAMETOOLONG", ENAMETOOLONG)};
-constexpr Error kSelectErrors[] = {error("EINTR", EINTR), error("ENOMEM", ENOMEM), {.name = "time-out", .kind = kNothing}};
-constexpr Error kSemaphoreErrors[] = {error("EINTR", EINTR), error("EINVAL", EINVAL), error("ETIMEDOUT", ETIMEDOUT)};
-constexpr Error kInterrupted[] = {error("EINTR", EINTR)};
-constexpr Error kCloseErrors[] = {error("EINTR", EINTR), error("EIO", EIO)};
-constexpr Error kThreadErrors[] = {error("EAGAIN", EAGAIN), error("EPERM", EPERM)};
-constexpr Error kMemoryErrors[] = {error("used up", ENOMEM)};
+    {EPIPE}, {ETIMEDOUT}, {ECONNRESET}, {ENOBUFS}, {EAGAIN}, {EINTR}, {.kind = kOneByte, .name = "one byte"}};
+constexpr Error kSendtoErrors[] = {{EPERM}, {ENETUNREACH}, {ENOBUFS}, {EINTR}};
+constexpr Error kOpenErrors[] = {{ENOENT}, {EACCES}, {EMFILE}, {ENFILE}, {ENOMEM}, {ENOSPC}, {EROFS}};
+constexpr Error kFopenErrors[] = {{ENOENT}, {EACCES}, {EMFILE}, {ENFILE}, {ENOMEM}};
+constexpr Error kFstatErrors[] = {{EIO}, {EOVERFLOW}};
+constexpr Error kReadErrors[] = {
+    {EIO}, {EINTR}, {.kind = kNothing, .name = "end"}, {.kind = kOneByte, .name = "one byte at a time"}};
+constexpr Error kWriteErrors[] = {{ENOSPC}, {EIO}, {EINTR}, {.kind = kOneByte, .name = "one byte"}};
+constexpr Error kConsoleErrors[] = {{ENOTTY}, {EPERM}, {EBADF}};
+constexpr Error kSemaphoreInitErrors[] = {{ENOSYS}};
+constexpr Error kStreamErrors[] = {{EIO}};
+constexpr Error kNameErrors[] = {{EFAULT}, {ENAMETOOLONG}};
+constexpr Error kSelectErrors[] = {{EINTR}, {ENOMEM}, {.kind = kNothing, .name = "time-out"}};
+constexpr Error kSemaphoreErrors[] = {{EINTR}, {EINVAL}, {ETIMEDOUT}};
+constexpr Error kInterrupted[] = {{EINTR}};
+constexpr Error kCloseErrors[] = {{EINTR}, {EIO}};
+constexpr Error kThreadErrors[] = {{EAGAIN}, {EPERM}};
+constexpr Error kMemoryErrors[] = {{.number = ENOMEM, .name = "used up"}};
 
 struct Kind {
     const char *name;
@@ -116,6 +92,7 @@ constexpr std::array<Kind, kCalls> kKinds = {{{"socket", kSocketErrors},
 }  // namespace
 
 const char *nameOf(Call call) { return kKinds[static_cast<std::size_t>(call)].name; }
+const char *nameOf(const Error &error) { return error.name != nullptr ? error.name : strerrorname_np(error.number); }
 std::span<const Error> errorsOf(Call call) { return kKinds[static_cast<std::size_t>(call)].errors; }
 
 }  // namespace reliability

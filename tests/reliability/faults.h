@@ -55,12 +55,13 @@ struct Error {
         nothing,  ///< with 0: a time-out, or an end
         oneByte   ///< it goes well, but for one byte only
     };
-    const char *name;
-    Kind kind = Kind::number;
     int number = 0;
+    Kind kind = Kind::number;
+    const char *name = nullptr;  ///< null: that of the error number
 };
 
 const char *nameOf(Call call);
+const char *nameOf(const Error &error);
 std::span<const Error> errorsOf(Call call);
 
 /// A call of a journey.

@@ -5,6 +5,7 @@
 #include "reliability/journeys.h"
 #include "reliability/table.h"
 
+#include "support/eventually.h"
 #include "support/failing_allocations.h"
 #include "support/holdings.h"
 #include "support/kept_by_the_platform.h"
@@ -22,7 +23,6 @@
 #include <iterator>
 #include <regex>
 #include <string>
-#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -68,7 +68,7 @@ std::string describe(const JourneyKind &journey, const Fault &fault)
 {
     return std::string(journey.name) + ": " + reliability::nameOf(fault.site.call) + " number " +
            std::to_string(fault.site.number) + " of thread " + std::to_string(fault.site.thread) +
-           (fault.site.step.empty() ? "" : ", " + fault.site.step) + " fails with " + fault.error.name;
+           (fault.site.step.empty() ? "" : ", " + fault.site.step) + " fails with " + reliability::nameOf(fault.error);
 }
 
 /// Those that come with time alone are no part of what a fault comes to.
@@ -199,14 +199,8 @@ protected:
     /// Waits for threads on their last steps.
     static bool settles(std::size_t descriptors, std::size_t threads)
     {
-        const auto deadline = std::chrono::steady_clock::now() + 3s;
-        while (support::descriptorsOpen() > descriptors || support::threadsRunning() > threads) {
-            if (std::chrono::steady_clock::now() > deadline) {
-                return false;
-            }
-            std::this_thread::sleep_for(500us);
-        }
-        return true;
+        return support::eventually(
+            [=] { return support::descriptorsOpen() <= descriptors && support::threadsRunning() <= threads; }, 3s);
     }
 
     void checkHealth(const Outcome &usual)

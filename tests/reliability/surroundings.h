@@ -1,13 +1,11 @@
-// What surrounds the journeys: a service's answers, a folder, and waits that end.
+// What surrounds the journeys: a service's answers, and a folder.
 #pragma once
 
-#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
-#include <thread>
 #include <utility>
 
 namespace reliability {
@@ -15,20 +13,6 @@ namespace reliability {
 inline constexpr uint32_t kStation = 0x0500000A;
 inline const std::string kDescription = "0500000A 00000400 00000300 00000020 00000003 st1 00000000 00000000 00000001 00000002 "
                                         "00000003 00000004 89ABCDEF ";
-
-/// Waits until a condition holds. False after @p most, which is far more than anything here takes.
-template <class Condition>
-bool within(std::chrono::milliseconds most, Condition condition)
-{
-    const auto deadline = std::chrono::steady_clock::now() + most;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::microseconds(500));
-    }
-    return true;
-}
 
 /// What the service that is well answers.
 inline std::string answerTo(const std::string &request)

@@ -100,7 +100,7 @@ std::vector<Row> rowsOf(const JourneyKind &journey, const std::vector<Record> &r
         if (row == rows.end()) {
             row = rows.insert(rows.end(), Row{site.call, place, record.result, record.messages, {}});
         }
-        row->errors[site.number].emplace_back(record.fault.error.name);
+        row->errors[site.number].emplace_back(nameOf(record.fault.error));
     }
     return rows;
 }
@@ -172,7 +172,7 @@ std::string tableOfErrors()
     for (std::size_t call = 0; call < static_cast<std::size_t>(Call::count); ++call) {
         std::vector<std::string> names;
         for (const Error &error : errorsOf(static_cast<Call>(call))) {
-            names.emplace_back(error.name);
+            names.emplace_back(nameOf(error));
         }
         text += "| " + std::string(nameOf(static_cast<Call>(call))) + " | " + tools::join(names, ", ") + " |\n";
     }

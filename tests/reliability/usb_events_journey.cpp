@@ -4,6 +4,7 @@
 #include "common/join.h"
 #include "reliability/surroundings.h"
 #include "reliability/well_service.h"
+#include "support/eventually.h"
 #include "support/own_thread.h"
 #include "support/usb_events.h"
 
@@ -72,7 +73,7 @@ public:
         const int activated =
             onOwnThread(run, "activate", {1, -3, -8}, [] { return KVO_HWS_activateUSBEventsV2(Told::callback); });
         if (activated == 1) {
-            within(2s, [] { return Told::any({USB_EVENT_ACTIVATED, USB_EVENT_REFUSED, USB_EVENT_NO_SERVICE}); });
+            support::eventually([] { return Told::any({USB_EVENT_ACTIVATED, USB_EVENT_REFUSED, USB_EVENT_NO_SERVICE}); }, 2s);
         }
         std::string answer = support::lineOfUsbServer("changeStateUSBdevice*10.0.0.5*usb1*1-1.4*00000007*\n");
         std::erase(answer, '\n');
@@ -94,9 +95,12 @@ private:
         const std::size_t before = Told::count();
         const int closed = onOwnThread(run, "close", {1, -8, -9}, KVO_HWS_closeUSBEvents);
         if (closed == 1) {
-            within(300ms, [before] {
-                return Told::any({USB_EVENT_DEACTIVATED, USB_EVENT_REFUSED, USB_EVENT_NO_SERVICE}, before) && !eventsAreSet();
-            });
+            support::eventually(
+                [before] {
+                    return Told::any({USB_EVENT_DEACTIVATED, USB_EVENT_REFUSED, USB_EVENT_NO_SERVICE}, before) &&
+                           !eventsAreSet();
+                },
+                300ms);
         }
     }
 

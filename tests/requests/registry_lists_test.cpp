@@ -1,7 +1,6 @@
 // The station lists on disk: the daemon's lock around them, the file, and its lines.
 #include <kvo_hws/requests.h>
 
-#include "support/request_table.h"
 #include "support/scripted_service.h"
 #include "support/syslog_capture.h"
 

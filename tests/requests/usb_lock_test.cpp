@@ -1,9 +1,9 @@
-// The USB lock, by request and by datagram, and the connector lists.
+// The USB lock, which is set by datagrams.
 #include <kvo_hws/platform.h>
 #include <kvo_hws/requests.h>
 
 #include "support/no_descriptors.h"
-#include "support/request_rows.h"
+#include "support/syslog_capture.h"
 #include "support/system_calls.h"
 
 #include <arpa/inet.h>
@@ -21,111 +21,8 @@
 
 namespace {
 
-using support::Filled;
-using support::kStation;
 using support::MessagesOn;
-using support::RequestCase;
-using support::Rows;
 using support::SyslogCapture;
-
-class UsbLock : public testing::TestWithParam<RequestCase> {};
-
-TEST_P(UsbLock, behaves_as_its_row) { support::check(GetParam()); }
-
-Rows::Call lock(uint32_t first, uint32_t second)
-{
-    return [=] {
-        uint32_t firstOut = 77;
-        uint32_t secondOut = 77;
-        const int32_t result = KVO_HWS_getUsbLock(kStation, &firstOut, &secondOut);
-        EXPECT_EQ(firstOut, first);
-        EXPECT_EQ(secondOut, second);
-        return result;
-    };
-}
-
-INSTANTIATE_TEST_SUITE_P(GetUsbLock, UsbLock,
-                         testing::ValuesIn(Rows("get KVO usb lock", "getUsbLock=0A000005", lock(77, 77))
-                                               .value("usb-lock=1:2", 1, lock(1, 2))
-                                               .value("usb-lock=1:2x", 1, lock(1, 2))
-                                               .value("usb-lock= 1: 2", 1, lock(1, 2))
-                                               .value("usb-lock=4294967295:0", 1, lock(0xFFFFFFFF, 0))
-                                               .value("usb-lock=4294967297:4294967298", 1,
-                                                      sizeof(long) == 8 ? lock(1, 2) : lock(0xFFFFFFFF, 0xFFFFFFFF))
-                                               .on("usb-lock=", -1)
-                                               .on("usb-lock=1", -1)
-                                               .on("usb-lock=1:", -1)
-                                               .on("usb-lock=1 :2", -1)
-                                               .on("usb-lock=:2", -1)
-                                               .on("usb-lock=x:2", -1)
-                                               .nullPointer(
-                                                   [] {
-                                                       uint32_t value = 0;
-                                                       EXPECT_EQ(KVO_HWS_getUsbLock(kStation, &value, nullptr), -7);
-                                                       return KVO_HWS_getUsbLock(kStation, nullptr, &value);
-                                                   },
-                                                   "", 2)
-                                               .rows()),
-                         support::nameOf);
-
-// ---- Connector lists ----
-
-using ListFunction = int32_t (*)(char *, uint32_t *);
-int32_t all(char *buffer, uint32_t *size) { return KVO_HWS_getUsbConnectorList(buffer, size); }
-int32_t one(char *buffer, uint32_t *size) { return KVO_HWS_getUsbConnectorListOne(kStation, buffer, size); }
-
-Rows::Call connectors(ListFunction get, uint32_t size, const std::string &bytes, uint32_t sizeOut)
-{
-    return [=] {
-        Filled<64> buffer;
-        uint32_t told = size;
-        const int32_t result = get(buffer.bytes(), &told);
-        buffer.expectBytes(bytes);
-        EXPECT_EQ(told, sizeOut);
-        return result;
-    };
-}
-
-std::vector<RequestCase> connectorRows(ListFunction get, const std::string &command, const std::string &key)
-{
-    return Rows("get usb connector list", command, connectors(get, 64, "", 64))
-        .value(key + "front;rear", 1, connectors(get, 64, "front;rear", 10))
-        .value(key + "front;rear", 1, connectors(get, 11, "front;rear", 10))
-        .value(key + "front;rear", -3, connectors(get, 10, "", 10))
-        .value(key + "front;rear", -3, connectors(get, 0, "", 10))
-        .value(key, 0, connectors(get, 64, std::string(1, '\0'), 0))
-        .value(key, 0, connectors(get, 0, std::string(1, '\0'), 0))
-        .value(key + "front;rear", 1,
-               [get] {
-                   uint32_t size = 11;
-                   const int32_t result = get(nullptr, &size);
-                   EXPECT_EQ(size, 10U);
-                   return result;
-               })
-        .value(key, 0,
-               [get] {
-                   uint32_t size = 11;
-                   const int32_t result = get(nullptr, &size);
-                   EXPECT_EQ(size, 0U);
-                   return result;
-               })
-        .on("busy", -9, "error sending request")
-        .failedIs(-4, "error sending request")
-        .unknownIs(-5, "unknown error sending request")
-        .nullPointer([get] {
-            char buffer[4];
-            return get(buffer, nullptr);
-        })
-        .rows();
-}
-
-INSTANTIATE_TEST_SUITE_P(ConnectorList, UsbLock,
-                         testing::ValuesIn(connectorRows(all, "getUsbConnectorList", "usb-connector-list=")), support::nameOf);
-INSTANTIATE_TEST_SUITE_P(ConnectorListOne, UsbLock,
-                         testing::ValuesIn(connectorRows(one, "getUsbConnectorListOne=0A000005", "usb-connector-list-one=")),
-                         support::nameOf);
-
-// ---- Datagrams ----
 
 /// What the platform answers while a test has taken its place; without a broadcast address it answers for itself.
 struct Platform {

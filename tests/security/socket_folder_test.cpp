@@ -68,10 +68,10 @@ protected:
     /// A client that comes is what it looks at its state for soonest.
     static void stopServer()
     {
-        __atomic_store_n(&ServerPipeThreadSyncState, NOTIFY_STOP_REQUESTED, __ATOMIC_SEQ_CST);
+        support::setServerState(NOTIFY_STOP_REQUESTED);
         support::answerOfUsbServer("hello\n");
         EXPECT_TRUE(eventually([] { return support::serverState() == NOTIFY_STOP_DONE; }));
-        __atomic_store_n(&ServerPipeThreadSyncState, NOTIFY_STOPPED, __ATOMIC_SEQ_CST);
+        support::setServerState(NOTIFY_STOPPED);
     }
 
     static void startServer()

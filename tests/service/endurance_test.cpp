@@ -1,23 +1,16 @@
 // A million requests leave nothing behind: no descriptor, no thread, no memory.
 #include <kvo_hws/kvo_hws.h>
 
-#include "support/holdings.h"
+#include "support/endurance.h"
 #include "support/scripted_service.h"
 
-#include <cstdio>
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
 
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr int kRequests = 20'000;
-constexpr const char *kReason = " (a sanitizer's build is slow, and watches each allocation itself)";
-#else
-constexpr int kRequests = 1'000'000;
-constexpr const char *kReason = "";
-#endif
+constexpr int kRequests = support::kWatched ? 20'000 : 1'000'000;
 
 using support::Holdings;
 using support::holdings;
@@ -46,12 +39,8 @@ TEST(Endurance, a_million_requests_leave_nothing_behind)
         answered += requestOnce(round) == 1 ? 1 : 0;
     }
     const Holdings after = holdings();
-    std::printf("%d requests%s: descriptors %zu -> %zu, threads %zu -> %zu, heap %zu -> %zu bytes\n", kRequests, kReason,
-                before.descriptors, after.descriptors, before.threads, after.threads, before.heapBytes, after.heapBytes);
     EXPECT_EQ(answered, kRequests / 2) << "getDebugLevel and getVersion";
-    EXPECT_EQ(after.descriptors, before.descriptors);
-    EXPECT_LE(after.threads, before.threads);  // one of before may just have been ending
-    EXPECT_LT(after.heapBytes, before.heapBytes + 4096);
+    support::expectNothingLeftBehind(kRequests, "requests", support::kWhyFewer, before, after, 4096);
 }
 
 }  // namespace

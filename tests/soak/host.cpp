@@ -29,18 +29,18 @@ Share *ourShare = nullptr;
 
 void request(Worker &worker, const std::vector<uint32_t> &stations)
 {
-    const auto rows = requestRows();
+    const std::vector<RequestRow> &rows = requestRows();
     const std::size_t number = worker.random.below(static_cast<uint32_t>(rows.size()));
     const RequestRow &row = rows[number];
     int32_t result = 0;
     {
-        const Call call(worker.watch, row.name);
+        const Call call(worker.watch, row.name.c_str());
         result = row.ask(worker, worker.random.oneOf(stations));
         raise(worker.figures().longestRequest, call.milliseconds());
     }
     worker.figures().requests[number].add(result);
     if (!contains(row.results, result)) {
-        worker.complain(std::string(row.name) + " returned " + std::to_string(result) + ", which is none of its results");
+        worker.complain(row.name + " returned " + std::to_string(result) + ", which is none of its results");
     }
     if (worker.random.oneIn(kBurst)) {
         worker.pause(0ms, 200ms);

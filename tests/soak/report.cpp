@@ -64,7 +64,7 @@ Json jsonOf(const Results &results)
 Json requestsOf(const Figures &figures)
 {
     Json requests = Json::object();
-    const auto rows = requestRows();
+    const std::vector<RequestRow> &rows = requestRows();
     for (std::size_t i = 0; i < rows.size(); ++i) {
         requests[rows[i].name] = jsonOf(figures.requests[i]);
     }

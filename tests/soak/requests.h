@@ -4,7 +4,8 @@
 #include "crew.h"
 
 #include <cstdint>
-#include <span>
+#include <functional>
+#include <string>
 #include <vector>
 
 namespace soak {
@@ -24,12 +25,13 @@ constexpr bool contains(ResultSet set, int32_t result)
 }
 
 struct RequestRow {
-    const char *name;
-    int32_t (*ask)(Worker &worker, uint32_t station);
+    std::string name;
+    std::function<int32_t(Worker &worker, uint32_t station)> ask;
     ResultSet results;
 };
 
-std::span<const RequestRow> requestRows();
+/// Those of the catalogue that a soak run may make, and others.
+const std::vector<RequestRow> &requestRows();
 
 /// The stations of the plant, to be asked once before the others.
 std::vector<uint32_t> knownStations();

@@ -102,7 +102,7 @@ private:
     std::array<std::array<char, 240>, 20> texts_{};
 };
 
-inline constexpr std::size_t kMostRequests = 64;
+inline constexpr std::size_t kMostRequests = 96;
 
 struct Figures {
     std::array<Results, kMostRequests> requests{};

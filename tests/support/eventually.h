@@ -6,16 +6,16 @@
 
 namespace support {
 
-/// Waits until @p condition holds, 10 s at most. Returns whether it does.
+/// Waits until a condition holds. False after @p most, which is far more than what is waited for takes.
 template <class Condition>
-bool eventually(const Condition &condition)
+bool eventually(const Condition &condition, std::chrono::milliseconds most = std::chrono::seconds(10))
 {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    const auto deadline = std::chrono::steady_clock::now() + most;
     while (!condition()) {
         if (std::chrono::steady_clock::now() > deadline) {
             return false;
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
     return true;
 }

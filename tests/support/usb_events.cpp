@@ -129,5 +129,6 @@ std::string lineOfUsbServer(const std::string &bytes) { return askUsbServer(byte
 
 uint32_t serverState() { return __atomic_load_n(&ServerPipeThreadSyncState, __ATOMIC_SEQ_CST); }
 void setServerState(uint32_t state) { __atomic_store_n(&ServerPipeThreadSyncState, state, __ATOMIC_SEQ_CST); }
+uint32_t suicideServed() { return __atomic_load_n(&uiSuicide, __ATOMIC_SEQ_CST); }
 
 }  // namespace support

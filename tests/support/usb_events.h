@@ -56,4 +56,7 @@ std::string lineOfUsbServer(const std::string &bytes);
 uint32_t serverState();
 void setServerState(uint32_t state);
 
+/// Whether a "suicide" was served: 1, else 0.
+uint32_t suicideServed();
+
 }  // namespace support

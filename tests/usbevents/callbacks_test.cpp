@@ -3,7 +3,6 @@
 
 #include "support/usb_events.h"
 
-#include <cstddef>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <stdexcept>
@@ -16,7 +15,6 @@ using support::ToldEvent;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-static_assert(sizeof(UsbEventV2) == 216 && offsetof(UsbEventV2, payload) == 8);
 static_assert(std::is_same_v<decltype(sendUSBEvent), int32_t (*)(uint32_t, void *)>);
 static_assert(std::is_same_v<decltype(sendUSBEvent2), int32_t (*)(UsbEventV2 *)>);
 

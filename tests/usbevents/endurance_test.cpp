@@ -3,7 +3,8 @@
 #include <kvo_hws/service.h>
 #include <kvo_hws/usbevents.h>
 
-#include "support/holdings.h"
+#include "support/endurance.h"
+#include "support/eventually.h"
 #include "support/many_threads.h"
 #include "support/own_thread.h"
 #include "support/scripted_service.h"
@@ -11,7 +12,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstdio>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -20,15 +20,12 @@
 
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef KVO_EMULATED
 constexpr int kEvents = 4'800;
-constexpr const char *kReason = " (a sanitizer's build is slow, and watches each allocation itself)";
-#elif defined(KVO_EMULATED)
-constexpr int kEvents = 4'800;
-constexpr const char *kReason = " (the emulator keeps memory of its own for each thread that there ever was)";
+constexpr const char *kWhyFewer = " (the emulator keeps memory of its own for each thread that there ever was)";
 #else
-constexpr int kEvents = 112'000;
-constexpr const char *kReason = "";
+constexpr int kEvents = support::kWatched ? 4'800 : 112'000;
+constexpr const char *kWhyFewer = support::kWhyFewer;
 #endif
 
 constexpr int kSenders = 16;
@@ -101,11 +98,8 @@ TEST(UsbEndurance, a_hundred_thousand_events_leave_nothing_behind)
     EXPECT_EQ(send(kEvents), kEvents);
     ASSERT_TRUE(onlyTheServerRuns(threads));
     const support::Holdings after = support::holdings();
-    std::printf("%d events%s: descriptors %zu -> %zu, threads %zu -> %zu, heap %zu -> %zu bytes\n", kEvents, kReason,
-                before.descriptors, after.descriptors, before.threads, after.threads, before.heapBytes, after.heapBytes);
     EXPECT_EQ(told, kEvents + kEvents / 10);
-    EXPECT_EQ(after.descriptors, before.descriptors);
-    EXPECT_LT(after.heapBytes, before.heapBytes + 64 * 1024);
+    support::expectNothingLeftBehind(kEvents, "events", kWhyFewer, before, after, 64 * 1024);
 
     SetFunction_SendUSBEvent_NULL();
     support::onOwnThread(KillUsbServer);

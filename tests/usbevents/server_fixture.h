@@ -15,8 +15,7 @@ namespace usbevents_test {
 
 inline const std::string kRemoved = "removeUSBdevice*10.0.0.5*usb1*1-1.4*\n";
 
-inline void requestStop() { __atomic_store_n(&ServerPipeThreadSyncState, NOTIFY_STOP_REQUESTED, __ATOMIC_SEQ_CST); }
-inline uint32_t suicideServed() { return __atomic_load_n(&uiSuicide, __ATOMIC_SEQ_CST); }
+inline void requestStop() { support::setServerState(NOTIFY_STOP_REQUESTED); }
 
 class UsbServer : public testing::Test {
 protected:
@@ -31,7 +30,7 @@ protected:
         if (support::serverState() == NOTIFY_RUNNING) {
             requestStop();
             EXPECT_TRUE(support::eventually([] { return support::serverState() == NOTIFY_STOP_DONE; }));
-            __atomic_store_n(&ServerPipeThreadSyncState, NOTIFY_STOPPED, __ATOMIC_SEQ_CST);
+            support::setServerState(NOTIFY_STOPPED);
         }
     }
 

@@ -37,6 +37,8 @@ using support::EventRecorder;
 using support::eventually;
 using support::kPass;
 using support::serverState;
+using support::setServerState;
+using support::suicideServed;
 using support::SyslogCapture;
 using support::threadsRunning;
 using support::ToldEvent;
@@ -44,7 +46,6 @@ using support::WithSystemCalls;
 using testing::ElementsAre;
 using usbevents_test::kRemoved;
 using usbevents_test::requestStop;
-using usbevents_test::suicideServed;
 using usbevents_test::UsbServer;
 
 using Clock = std::chrono::steady_clock;
@@ -77,7 +78,7 @@ TEST_F(UsbServer, ends_at_any_state_but_running)
     for (const uint32_t state : {NOTIFY_STOPPED, NOTIFY_STOP_DONE}) {
         start();
         const SyslogCapture capture;
-        __atomic_store_n(&ServerPipeThreadSyncState, state, __ATOMIC_SEQ_CST);
+        setServerState(state);
         EXPECT_TRUE(eventually([&] { return !capture.lines().empty(); })) << "its last line";
         EXPECT_EQ(serverState(), static_cast<uint32_t>(NOTIFY_STOPPED)) << "no stop was requested";
     }

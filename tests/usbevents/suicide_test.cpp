@@ -26,6 +26,7 @@ namespace {
 using support::EventRecorder;
 using support::MessagesOn;
 using support::setServerState;
+using support::suicideServed;
 using support::SyslogCapture;
 using support::ToldEvent;
 using testing::ElementsAre;
@@ -43,8 +44,6 @@ protected:
     }
     void TearDown() override { SetFunction_SendUSBEvent_NULL(); }
 };
-
-uint32_t suicideServed() { return __atomic_load_n(&uiSuicide, __ATOMIC_SEQ_CST); }
 
 TEST_F(Suicide, asks_the_service_tells_the_callback_and_takes_it_away)
 {

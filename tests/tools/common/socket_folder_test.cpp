@@ -1,21 +1,19 @@
 // Holding a folder that others may remove at the same time.
 #include "common/socket_folder.h"
+#include "support/eventually.h"
 #include "tools/kvosim/support/temporary_directory.h"
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <fcntl.h>
 #include <future>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <thread>
 
 namespace {
 
 using tools::Descriptor;
 using tools::FolderUse;
-using namespace std::chrono_literals;
 
 /// Whether a process waits for a lock of a file.
 bool isAwaited(ino_t inode)
@@ -40,11 +38,7 @@ TEST(SocketFolder, is_made_again_where_it_was_removed_before_the_lock_was_grante
     ASSERT_EQ(fstat(last.get(), &status), 0);
     ASSERT_EQ(flock(last.get(), LOCK_EX), 0);
     auto next = std::async(std::launch::async, [&] { return tools::holdFolder(path, FolderUse::mountOn, tools::kMadeByRun); });
-    const auto until = std::chrono::steady_clock::now() + 10s;
-    while (!isAwaited(status.st_ino)) {
-        ASSERT_LT(std::chrono::steady_clock::now(), until);
-        std::this_thread::sleep_for(1ms);
-    }
+    ASSERT_TRUE(support::eventually([&] { return isAwaited(status.st_ino); }));
     ASSERT_EQ(rmdir(path.c_str()), 0);
     ASSERT_EQ(flock(last.get(), LOCK_UN), 0);
     const tools::HeldFolder held = next.get();

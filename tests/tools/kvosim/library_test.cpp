@@ -1,5 +1,6 @@
 // The service as programs see it: through the library.
 #include "kvosim/plant_file/plant_generator.h"
+#include "support/eventually.h"
 #include "tools/kvosim/support/client.h"
 #include "tools/kvosim/support/running_service.h"
 
@@ -9,7 +10,6 @@
 
 #include <chrono>
 #include <sstream>
-#include <thread>
 #include <vector>
 
 namespace {
@@ -72,10 +72,7 @@ TEST(Library, waits_for_the_service_to_be_ready)
     const RunningService service("[service]\ninit_time_ms = 150\n");
     const auto started = std::chrono::steady_clock::now();
     EXPECT_EQ(KVO_HWS_isInitComplete(), 0);
-    while (KVO_HWS_isInitComplete() == 0) {
-        ASSERT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(5));
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
+    ASSERT_TRUE(support::eventually([] { return KVO_HWS_isInitComplete() != 0; }));
     EXPECT_EQ(KVO_HWS_isInitComplete(), 1);
     EXPECT_GE(std::chrono::steady_clock::now() - started, std::chrono::milliseconds(100));
 }

@@ -20,28 +20,20 @@ namespace {
 
 constexpr std::array kEnabledDisabled{"enabled", "disabled"};
 
-const std::vector<Meaning> kModeUnknown{{KVO_HWS_NO, "the station does not know this mode"},
-                                        {KVO_HWS_UNSUPPORTED, "the station does not know this mode", true},
-                                        {KVO_HWS_NOT_ACTIVE, "the station's backlight is not active", true}};
+const std::vector<int32_t> kBrightnessStates{KVO_HWS_UNSUPPORTED, KVO_HWS_NOT_ACTIVE};
 
 Property brightness(const std::string &key, uint32_t mode)
 {
     const auto read = [mode](uint32_t station) -> Reading {
         uint32_t level = 0;
-        const int32_t result = KVO_HWS_getBacklightBrightnessV2(station, &level, mode);
-        if (result != KVO_HWS_OK) {
+        const Result result = KVO_REQUEST(KVO_HWS_getBacklightBrightnessV2)(station, &level, mode);
+        if (result.code != KVO_HWS_OK) {
             return {result};
         }
         return {result, {Value{level}}};
     };
-    return {{key}, read, kModeUnknown};
+    return {{key}, read, kBrightnessStates};
 }
-
-const std::vector<Meaning> kNoTerminal{{KVO_HWS_NO, "the station has no handheld terminal of this type"}};
-
-const std::vector<Meaning> kMarovantiCodes{{KVO_HWS_OUT_OF_RANGE, "the service answered an unknown mode"},
-                                           {KVO_HWS_NOT_AVAILABLE, "the panel was not found, or the service failed"},
-                                           {KVO_HWS_UNKNOWN_REPLY, "the service answered something unknown"}};
 
 // ---- Viewer ----
 
@@ -54,8 +46,9 @@ Reading server(uint32_t station)
     std::array<char, kServerSize> display{};
     uint32_t serverSize = server.size();
     uint32_t displaySize = display.size();
-    const int32_t result = KVO_HWS_getCurrentServer(station, server.data(), &serverSize, display.data(), &displaySize);
-    if (result != KVO_HWS_OK) {
+    const Result result =
+        KVO_REQUEST(KVO_HWS_getCurrentServer)(station, server.data(), &serverSize, display.data(), &displaySize);
+    if (result.code != KVO_HWS_OK) {
         return {result};
     }
     return {result, {Value{server.data()}, Value{display.data()}}};
@@ -66,15 +59,15 @@ Reading server(uint32_t station)
 /// The two halves of one setting, which the library asks for one by one.
 Reading startup(uint32_t station)
 {
-    Reading active = numbers(KVO_HWS_getKVOStartupActive)(station);
-    if (active.result != KVO_HWS_OK) {
+    Reading active = numbers(KVO_REQUEST(KVO_HWS_getKVOStartupActive))(station);
+    if (active.result.code != KVO_HWS_OK) {
         return active;
     }
-    Reading priority = numbers(KVO_HWS_getKVOStartupPrio)(station);
-    if (priority.result != KVO_HWS_OK) {
+    Reading priority = numbers(KVO_REQUEST(KVO_HWS_getKVOStartupPrio))(station);
+    if (priority.result.code != KVO_HWS_OK) {
         return priority;
     }
-    return {KVO_HWS_OK, {active.values.front(), priority.values.front()}};
+    return {{KVO_HWS_OK}, {active.values.front(), priority.values.front()}};
 }
 
 // ---- Input ----
@@ -85,7 +78,8 @@ Reading inputDevices(uint32_t station)
     uint32_t mask = 0;
     std::array<uint32_t, 6> counts{};
     auto &[kbd, mouse, touch, multitouch, contacts, vkbd] = counts;
-    const int32_t result = KVO_HWS_showInputDeviceV3(station, &mask, &kbd, &mouse, &touch, &multitouch, &contacts, &vkbd);
+    const Result result =
+        KVO_REQUEST(KVO_HWS_showInputDeviceV3)(station, &mask, &kbd, &mouse, &touch, &multitouch, &contacts, &vkbd);
     std::vector<Value> values;
     for (std::size_t bit = 0; bit < counts.size(); ++bit) {
         const bool given = (mask >> bit & 1) != 0;
@@ -95,16 +89,7 @@ Reading inputDevices(uint32_t station)
 }
 
 /// The library reports a refusal and a missing value alike here; "metrics dpi" asks the same and distinguishes them.
-std::vector<Meaning> dpiCodes() { return {{KVO_HWS_FAILED, words(KVO_HWS_FAILED, {}), true}}; }
-
-const std::vector<Meaning> kNoTouchScreen{{KVO_HWS_NO, "the station has no touch screen"}};
-
-// ---- USB ----
-
-const std::vector<Meaning> kConnectorCodes{{KVO_HWS_NO, "the list of connectors is empty"},
-                                           {KVO_HWS_REFUSED, "the service refused"},
-                                           {KVO_HWS_UNKNOWN_REPLY, "the service answered something unknown"},
-                                           {KVO_HWS_BUSY, "the service is busy; try again"}};
+const std::vector<int32_t> kDpiStates{KVO_HWS_FAILED};
 
 // ---- Metrics ----
 
@@ -128,53 +113,49 @@ Value metricValue(MetricForm form, const MetricRoom &room)
     return {number, hex.data()};
 }
 
-const std::vector<Meaning> kMetricCodes{{KVO_HWS_NOT_AVAILABLE, "the station does not tell", true},
-                                        {KVO_HWS_UNKNOWN_REPLY, "the service answered a malformed value"}};
-
 /// @p number  as the library counts the metrics
 Property metric(const std::string &key, uint32_t number, MetricForm form)
 {
     const auto read = [number, form](uint32_t station) -> Reading {
         MetricRoom room{};
-        const int32_t result = KVO_HWS_getStationMetrics(station, number, room.data());
-        if (result != KVO_HWS_OK) {
+        const Result result = KVO_REQUEST(KVO_HWS_getStationMetrics)(station, number, room.data());
+        if (result.code != KVO_HWS_OK) {
             return {result};
         }
         return {result, {metricValue(form, room)}};
     };
-    return {{key}, read, kMetricCodes};
+    return {{key}, read, {KVO_HWS_NOT_AVAILABLE}};
 }
 
 std::vector<NamedProperty> makeProperties()
 {
     return {
-        {"panel type", {{"type"}, numbers(KVO_HWS_getStationType)}},
+        {"panel type", {{"type"}, numbers(KVO_REQUEST(KVO_HWS_getStationType))}},
         {"panel brightness-v2 0", brightness("brightness_v2_mode_0", 0)},
         {"panel brightness-v2 1", brightness("brightness_v2_mode_1", 1)},
-        {"panel numlock", {{"numlock"}, word(KVO_HWS_getDisableNumLock, kEnabledDisabled)}},
-        {"panel capslock", {{"capslock"}, word(KVO_HWS_getDisableCapsLock, kEnabledDisabled)}},
-        {"panel sw-capslock", {{"sw_capslock"}, numbers(KVO_HWS_getSwCapsLock)}},
-        {"panel rv4-mode", {{"rv4_mode"}, word(KVO_HWS_getRV4Mode, std::array{"auto", "individual"}), kNoTerminal}},
-        {"panel marovanti", {{"marovanti"}, yesNo(KVO_HWS_isMarovantiPanel), kMarovantiCodes, true}},
-        {"viewer active", {{"active"}, yesNo(KVO_HWS_isViewerActive), {}, true}},
-        {"viewer server", {{"server", "display"}, server, {{KVO_HWS_NO, "no server is shown"}}}},
-        {"address mcp", {{"mcp"}, numbers(KVO_HWS_getMCPAddress)}},
-        {"address kvo-index", {{"kvo_index"}, numbers(KVO_HWS_getKVOIndex)}},
-        {"address dck", {{"dck"}, numbers(KVO_HWS_getDCKAddress)}},
-        {"address dck-enable", {{"dck_enable"}, word(KVO_HWS_getDCKEnable, std::array{"off", "on"})}},
-        {"address cks-index", {{"cks_index"}, numbers(KVO_HWS_getKVOCksIndex)}},
-        {"focus priority", {{"suspend_lock", "suspend_priority"}, numbers(KVO_HWS_getKVOPriority)}},
+        {"panel numlock", {{"numlock"}, word(KVO_REQUEST(KVO_HWS_getDisableNumLock), kEnabledDisabled)}},
+        {"panel capslock", {{"capslock"}, word(KVO_REQUEST(KVO_HWS_getDisableCapsLock), kEnabledDisabled)}},
+        {"panel sw-capslock", {{"sw_capslock"}, numbers(KVO_REQUEST(KVO_HWS_getSwCapsLock))}},
+        {"panel rv4-mode", {{"rv4_mode"}, word(KVO_REQUEST(KVO_HWS_getRV4Mode), std::array{"auto", "individual"})}},
+        {"panel marovanti", {{"marovanti"}, yesNo(KVO_REQUEST(KVO_HWS_isMarovantiPanel)), {}, true}},
+        {"viewer active", {{"active"}, yesNo(KVO_REQUEST(KVO_HWS_isViewerActive)), {}, true}},
+        {"viewer server", {{"server", "display"}, server}},
+        {"address mcp", {{"mcp"}, numbers(KVO_REQUEST(KVO_HWS_getMCPAddress))}},
+        {"address kvo-index", {{"kvo_index"}, numbers(KVO_REQUEST(KVO_HWS_getKVOIndex))}},
+        {"address dck", {{"dck"}, numbers(KVO_REQUEST(KVO_HWS_getDCKAddress))}},
+        {"address dck-enable", {{"dck_enable"}, word(KVO_REQUEST(KVO_HWS_getDCKEnable), std::array{"off", "on"})}},
+        {"address cks-index", {{"cks_index"}, numbers(KVO_REQUEST(KVO_HWS_getKVOCksIndex))}},
+        {"focus priority", {{"suspend_lock", "suspend_priority"}, numbers(KVO_REQUEST(KVO_HWS_getKVOPriority))}},
         {"focus startup", {{"startup_active", "startup_priority"}, startup}},
-        {"focus channel", {{"channel"}, numbers(KVO_HWS_getKVOChannelOnFocus)}},
-        {"focus screen", {{"screen"}, unsizedText(KVO_HWS_getKVOScreenOnFocus)}},
-        {"focus m2n", {{"m2n"}, unsizedText(KVO_HWS_getKVOT2M2N)}},
-        {"channel-info get",
-         {{"info"}, sizedText(KVO_HWS_getChannelInfo), {{KVO_HWS_NO, "the station has no channel information"}}}},
+        {"focus channel", {{"channel"}, numbers(KVO_REQUEST(KVO_HWS_getKVOChannelOnFocus))}},
+        {"focus screen", {{"screen"}, unsizedText(KVO_REQUEST(KVO_HWS_getKVOScreenOnFocus))}},
+        {"focus m2n", {{"m2n"}, unsizedText(KVO_REQUEST(KVO_HWS_getKVOT2M2N))}},
+        {"channel-info get", {{"info"}, sizedText(KVO_REQUEST(KVO_HWS_getChannelInfo))}},
         {"input devices", {{"keyboards", "mice", "touch", "multitouch", "max_contacts", "virtual_keyboards"}, inputDevices}},
-        {"input dpi", {{"dpi"}, numbers(KVO_HWS_showDPI), dpiCodes()}},
-        {"touch calibration", {{"press_threshold", "nonlinear"}, numbers(KVO_HWS_getTouchScreenCalibParam), kNoTouchScreen}},
-        {"usb lock get", {{"lock_first", "lock_second"}, numbers(KVO_HWS_getUsbLock)}},
-        {"usb connectors", {{"connectors"}, sizedText(KVO_HWS_getUsbConnectorListOne), kConnectorCodes}},
+        {"input dpi", {{"dpi"}, numbers(KVO_REQUEST(KVO_HWS_showDPI)), kDpiStates}},
+        {"touch calibration", {{"press_threshold", "nonlinear"}, numbers(KVO_REQUEST(KVO_HWS_getTouchScreenCalibParam))}},
+        {"usb lock get", {{"lock_first", "lock_second"}, numbers(KVO_REQUEST(KVO_HWS_getUsbLock))}},
+        {"usb connectors", {{"connectors"}, sizedText(KVO_REQUEST(KVO_HWS_getUsbConnectorListOne))}},
         {"metrics oem-layout", metric("oem_layout", 1, MetricForm::text)},
         {"metrics softkey-type", metric("softkey_type", 2, MetricForm::number)},
         {"metrics keyboard-caps", metric("keyboard_caps", 3, MetricForm::bits)},

@@ -23,7 +23,7 @@ struct Value {
 
 /// An answer of the service; no values unless the result is 1.
 struct Reading {
-    int32_t result;
+    Result result;
     std::vector<Value> values{};
 };
 
@@ -32,8 +32,8 @@ using Reader = std::function<Reading(uint32_t station)>;
 struct Property {
     std::vector<std::string> keys;  ///< one for each value
     Reader read;
-    std::vector<Meaning> codes{};
-    bool isQuestion = false;  ///< answered by yes or no
+    std::vector<int32_t> states{};  ///< results that say something about the station, besides 1 and 0
+    bool isQuestion = false;        ///< answered by yes or no
 };
 
 }  // namespace tools

@@ -17,23 +17,23 @@ constexpr int kReadAttempts = 8;
 
 }  // namespace
 
-Reader yesNo(int32_t (*request)(uint32_t) noexcept)
+Reader yesNo(Request<uint32_t> request)
 {
     return [request](uint32_t station) -> Reading {
-        const int32_t result = request(station);
-        if (result != KVO_HWS_OK && result != KVO_HWS_NO) {
+        const Result result = request(station);
+        if (result.code != KVO_HWS_OK && result.code != KVO_HWS_NO) {
             return {result};
         }
-        return {KVO_HWS_OK, {Value{result == KVO_HWS_OK}}};
+        return {{KVO_HWS_OK}, {Value{result.code == KVO_HWS_OK}}};
     };
 }
 
-Reader unsizedText(int32_t (*request)(uint32_t, char *) noexcept)
+Reader unsizedText(Request<uint32_t, char *> request)
 {
     return [request](uint32_t station) -> Reading {
         std::vector<char> text(kUnsizedRoom);
-        const int32_t result = request(station, text.data());
-        if (result != KVO_HWS_OK) {
+        const Result result = request(station, text.data());
+        if (result.code != KVO_HWS_OK) {
             return {result};
         }
         return {result, {Value{std::string(text.data())}}};
@@ -46,23 +46,23 @@ Reading readText(const AskText &ask)
     for (int attempt = 0; attempt < kReadAttempts; ++attempt) {
         // Cleared, and a byte longer than told: some texts come without a terminator.
         std::vector<char> text(std::size_t{size} + 1);
-        const int32_t result = ask(text.data(), &size);
-        if (result == KVO_HWS_OK) {
+        const Result result = ask(text.data(), &size);
+        if (result.code == KVO_HWS_OK) {
             return {result, {Value{std::string(text.data())}}};
         }
-        if (result != KVO_HWS_TOO_SMALL) {
+        if (result.code != KVO_HWS_TOO_SMALL) {
             return {result};
         }
         if (size >= kLongestText) {
-            throw Failure(result, "the service tells of a text of " + std::to_string(size) + " bytes; kvoctl takes at most " +
-                                      std::to_string(kLongestText));
+            throw Failure(result.code, "the service tells of a text of " + std::to_string(size) +
+                                           " bytes; kvoctl takes at most " + std::to_string(kLongestText));
         }
         ++size;  // some requests tell the length without its terminator
     }
     throw Failure(KVO_HWS_TOO_SMALL, "the text grew each time it was asked for");
 }
 
-Reader sizedText(int32_t (*request)(uint32_t, char *, uint32_t *) noexcept)
+Reader sizedText(Request<uint32_t, char *, uint32_t *> request)
 {
     return [request](uint32_t station) {
         return readText([=](char *buffer, uint32_t *size) { return request(station, buffer, size); });

@@ -14,12 +14,12 @@ namespace tools {
 
 /// One number or more, all of them or none.
 template <class... Numbers>
-Reader numbers(int32_t (*request)(uint32_t, Numbers *...) noexcept)
+Reader numbers(Request<uint32_t, Numbers *...> request)
 {
     return [request](uint32_t station) -> Reading {
         std::tuple<Numbers...> values{};
-        const int32_t result = std::apply([&](Numbers &...value) { return request(station, &value...); }, values);
-        if (result != KVO_HWS_OK) {
+        const Result result = std::apply([&](Numbers &...value) { return request(station, &value...); }, values);
+        if (result.code != KVO_HWS_OK) {
             return {result};
         }
         return {result, std::apply([](Numbers... value) { return std::vector<Value>{Value{value}...}; }, values)};
@@ -28,12 +28,12 @@ Reader numbers(int32_t (*request)(uint32_t, Numbers *...) noexcept)
 
 /// A number that stands for a word; one without a word is shown as it is.
 template <std::size_t Count>
-Reader word(int32_t (*request)(uint32_t, uint32_t *) noexcept, std::array<const char *, Count> words)
+Reader word(Request<uint32_t, uint32_t *> request, std::array<const char *, Count> words)
 {
     return [request, words](uint32_t station) -> Reading {
         uint32_t number = 0;
-        const int32_t result = request(station, &number);
-        if (result != KVO_HWS_OK) {
+        const Result result = request(station, &number);
+        if (result.code != KVO_HWS_OK) {
             return {result};
         }
         return {result, {number < Count ? Value{words[number]} : Value{number}}};
@@ -41,18 +41,18 @@ Reader word(int32_t (*request)(uint32_t, uint32_t *) noexcept, std::array<const 
 }
 
 /// The result itself is the answer: 1 yes, 0 no.
-Reader yesNo(int32_t (*request)(uint32_t) noexcept);
+Reader yesNo(Request<uint32_t> request);
 
 /// A text of which the library asks no size.
-Reader unsizedText(int32_t (*request)(uint32_t, char *) noexcept);
+Reader unsizedText(Request<uint32_t, char *> request);
 
 /// @p ask is given a buffer and its in/out size; a request that finds it too small (-3) tells what it needs there.
-using AskText = std::function<int32_t(char *buffer, uint32_t *size)>;
+using AskText = std::function<Result(char *buffer, uint32_t *size)>;
 
 /// A text of any length, asked for again with more room until it fits.
 Reading readText(const AskText &ask);
 
 /// As readText, of one station.
-Reader sizedText(int32_t (*request)(uint32_t, char *, uint32_t *) noexcept);
+Reader sizedText(Request<uint32_t, char *, uint32_t *> request);
 
 }  // namespace tools

@@ -21,11 +21,11 @@ void readStation(uint32_t station, const std::function<void(const NamedProperty 
     for (const NamedProperty &asked : stationProperties()) {
         const auto start = std::chrono::steady_clock::now();
         const Reading reading = asked.property.read(station);
-        if (reading.result == KVO_HWS_NO_SERVICE) {
+        if (reading.result.code == KVO_HWS_NO_SERVICE) {
             require(reading.result);
         }
-        if (reading.result != KVO_HWS_OK && std::chrono::steady_clock::now() - start > kSilence) {
-            throw Failure(reading.result, "the service stopped answering at " + std::string(asked.words));
+        if (reading.result.code != KVO_HWS_OK && std::chrono::steady_clock::now() - start > kSilence) {
+            throw Failure(reading.result.code, "the service stopped answering at " + std::string(asked.words));
         }
         take(asked, reading);
     }

@@ -67,10 +67,10 @@ Word current(Word &word)
 void setFocusName(const std::string &name) { gFocusName[name.copy(gFocusName, sizeof gFocusName - 1)] = '\0'; }
 
 /// As the agent asks for it.
-int32_t describe(const AgentPlan &plan, KvoDescriptionEx &station)
+Result describe(const AgentPlan &plan, KvoDescriptionEx &station)
 {
     const uint32_t address = plan.focusAddress.empty() ? 0 : inet_addr(plan.focusAddress.c_str());
-    return KVO_HWS_getDescriptionEx(address, plan.focusName.c_str(), &station);
+    return KVO_REQUEST(KVO_HWS_getDescriptionEx)(address, plan.focusName.c_str(), &station);
 }
 
 }  // namespace
@@ -79,9 +79,7 @@ Agent::Agent(const AgentPlan &plan, const AgentHost &host) : plan_(plan)
 {
     lasting<Shared>().host = host;
     setFocusName(plan.focusName);
-    require(KVO_HWS_startupEmbHwsClient(plan.parameters().c_str(), &instance_, answer),
-            {{KVO_HWS_FAILED, "no thread could be started for the agent"},
-             {KVO_HWS_MISSING_PARAMETER, "the agent lacks a station in focus or a remote service"}});
+    require(KVO_REQUEST(KVO_HWS_startupEmbHwsClient)(plan.parameters().c_str(), &instance_, answer));
 }
 
 bool Agent::hasEnded() { return current(gEmbKvoInst->running) == 0; }
@@ -98,15 +96,15 @@ void Agent::explainEnd()
     stop();
     const std::string subject = "the station in focus, " + plan_.focus() + ", can not be read: ";
     KvoDescriptionEx station{};
-    const auto explain = [&subject](int32_t result) {
-        if (result != KVO_HWS_OK) {
-            throw Failure(result,
-                          subject + words(result, {{KVO_HWS_NO, "the service knows no such station; \"kvoctl stations\" "
-                                                                "lists those that it knows"}}));
+    const auto explain = [&subject](const Result &result) {
+        if (result.code != KVO_HWS_OK) {
+            const char *const hint =
+                result.code == KVO_HWS_NO ? "; \"kvoctl stations\" lists those that the service knows" : "";
+            throw Failure(result.code, subject + words(result) + hint);
         }
     };
     explain(describe(plan_, station));
-    explain(tools::unsizedText(KVO_HWS_getKVOT2M2N)(station.address).result);
+    explain(tools::unsizedText(KVO_REQUEST(KVO_HWS_getKVOT2M2N))(station.address).result);
     throw Failure(KVO_HWS_FAILED, subject + "the service did not answer in time, but does now; try again");
 }
 
@@ -114,8 +112,9 @@ std::string Agent::push(const std::string &text) const
 {
     // The library takes a push without a connection for one that is done.
     const bool wasConnected = isConnected();
-    if (KVO_HWS_sendEmbHwsEvent(instance_, text.c_str()) != KVO_HWS_OK) {
-        return "the remote side has not spoken yet";
+    const Result result = KVO_REQUEST(KVO_HWS_sendEmbHwsEvent)(instance_, text.c_str());
+    if (result.code != KVO_HWS_OK) {
+        return words(result);
     }
     return wasConnected ? "" : "there is no connection at the moment";
 }

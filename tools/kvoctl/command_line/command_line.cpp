@@ -33,7 +33,7 @@ std::string libraryVersion()
 {
     std::array<char, 64> library{};
     unsigned size = library.size();
-    require(KVO_HWS_getDLLVersion(library.data(), &size));
+    require(KVO_REQUEST(KVO_HWS_getDLLVersion)(library.data(), &size));
     return library.data();
 }
 

@@ -21,21 +21,21 @@ inline constexpr int kAttempts = 8;
 
 /// @p ask is given an array and its in/out count, and returns the library's result; @p entries are what the list is of.
 template <class Record, class Ask>
-std::vector<Record> fetchList(Ask ask, const std::vector<Meaning> &own = {}, const char *entries = "stations")
+std::vector<Record> fetchList(Ask ask, const char *entries = "stations")
 {
     uint32_t capacity = kUsualEntries;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         // Zeroed for each attempt: the registry lists count by what an element held before.
         std::vector<Record> list(capacity);
-        const int32_t result = ask(list.data(), &capacity);
-        if (result != KVO_HWS_TOO_SMALL) {
-            require(result, own);
+        const Result result = ask(list.data(), &capacity);
+        if (result.code != KVO_HWS_TOO_SMALL) {
+            require(result);
             list.resize(capacity);
             return list;
         }
         if (capacity > kMostEntries) {
-            throw Failure(result, "the service tells of " + std::to_string(capacity) + " " + entries +
-                                      "; kvoctl takes at most " + std::to_string(kMostEntries));
+            throw Failure(result.code, "the service tells of " + std::to_string(capacity) + " " + entries +
+                                           "; kvoctl takes at most " + std::to_string(kMostEntries));
         }
     }
     throw Failure(KVO_HWS_TOO_SMALL, "the list grew each time it was asked for");

@@ -77,7 +77,7 @@ std::string meantNames(const std::string &name)
 {
     try {
         std::vector<std::string> names;
-        for (const KvoDescription &station : fetchList<KvoDescription>(KVO_HWS_getDescriptionList)) {
+        for (const KvoDescription &station : fetchList<KvoDescription>(KVO_REQUEST(KVO_HWS_getDescriptionList))) {
             names.push_back(nameOf(station));
         }
         return command_line::didYouMean(command_line::nearest(name, names));
@@ -110,7 +110,7 @@ void offerStations(const CLI::Option *argument, StationForms forms)
 {
     completions::offer(argument, [forms] {
         completions::Candidates candidates;
-        for (const KvoDescription &station : fetchList<KvoDescription>(KVO_HWS_getDescriptionList)) {
+        for (const KvoDescription &station : fetchList<KvoDescription>(KVO_REQUEST(KVO_HWS_getDescriptionList))) {
             const std::string address = tools::dotted(station.address);
             const std::string name = nameOf(station);
             if (forms != StationForms::name) {
@@ -132,10 +132,10 @@ KvoDescriptionEx lookUp(const std::string &station)
         throw UsageError("no station has the address 0.0.0.0");
     }
     KvoDescriptionEx record{};
-    const int32_t result = KVO_HWS_getDescriptionEx(address.value_or(0), station.c_str(), &record);
-    if (result == KVO_HWS_NO) {
-        throw Failure(result, address ? "no station has the address " + tools::dotted(*address)
-                                      : "no station is named \"" + station + "\"" + meantNames(station));
+    const Result result = KVO_REQUEST(KVO_HWS_getDescriptionEx)(address.value_or(0), station.c_str(), &record);
+    if (result.code == KVO_HWS_NO) {
+        throw Failure(result.code, address ? "no station has the address " + tools::dotted(*address)
+                                           : "no station is named \"" + station + "\"" + meantNames(station));
     }
     require(result);
     return record;

@@ -25,28 +25,28 @@ inline SetUp showing(std::string_view words)
 }
 
 /// Calls @p request with a station and the values of @p given.
-template <class Request, class... Values>
-Report call(Request request, uint32_t station, const std::tuple<Given<Values>...> &given, const std::vector<Meaning> &codes)
+template <class... Parameters, class... Values>
+Report call(Request<uint32_t, Parameters...> request, uint32_t station, const std::tuple<Given<Values>...> &given)
 {
-    return done(std::apply([&](const auto &...value) { return request(station, passed(*value.value)...); }, given), codes);
+    return done(std::apply([&](const auto &...value) { return request(station, passed(*value.value)...); }, given));
 }
 
 /// Has something done: STATION and @p arguments, which the library's @p request takes in this order.
-template <class Request, class... Arguments>
-SetUp order(Request request, const std::vector<Meaning> &codes, Arguments... arguments)
+template <class... Parameters, class... Arguments>
+SetUp order(Request<uint32_t, Parameters...> request, Arguments... arguments)
 {
     return [=](CLI::App &command) -> Action {
         const auto station = addStation(command);
         // In braces: the arguments are declared in their order.
         const std::tuple given{arguments.addTo(command)...};
         std::apply([](const auto &...value) { (value.option->required(), ...); }, given);
-        return [=] { return call(request, stationAddress(*station), given, codes); };
+        return [=] { return call(request, stationAddress(*station), given); };
     };
 }
 
-/// Shows the property of these words, or sets it where values are given: STATION [VALUE...]. Results mean the same both ways.
-template <class Request, class... Arguments>
-SetUp setting(std::string_view words, Request request, Arguments... arguments)
+/// Shows the property of these words, or sets it where values are given: STATION [VALUE...].
+template <class... Parameters, class... Arguments>
+SetUp setting(std::string_view words, Request<uint32_t, Parameters...> request, Arguments... arguments)
 {
     return [=, &property = tools::stationProperty(words)](CLI::App &command) -> Action {
         const auto station = addStation(command);
@@ -59,7 +59,7 @@ SetUp setting(std::string_view words, Request request, Arguments... arguments)
             if (counted < sizeof...(arguments)) {
                 throw UsageError("all values are needed to set it, or none to show it");
             }
-            return call(request, stationAddress(*station), given, property.codes);
+            return call(request, stationAddress(*station), given);
         };
     };
 }

@@ -19,19 +19,23 @@ constexpr const char *kWithoutItShown = "without it the number is shown";
 struct Lookup {
     const char *option;
     const char *what;
-    int32_t (*request)(uint32_t, uint32_t *) noexcept;
+    Request<uint32_t, uint32_t *> request;
 };
 
-constexpr std::array kLookups{Lookup{"--mcp", "MCP address", KVO_HWS_getIPbyMCPAddress},
-                              Lookup{"--dck", "DCK address", KVO_HWS_getIPbyDCKAddress},
-                              Lookup{"--kvo-index", "KVO index", KVO_HWS_getIPbyKVOIndex}};
+constexpr std::array kLookups{Lookup{"--mcp", "MCP address", KVO_REQUEST(KVO_HWS_getIPbyMCPAddress)},
+                              Lookup{"--dck", "DCK address", KVO_REQUEST(KVO_HWS_getIPbyDCKAddress)},
+                              Lookup{"--kvo-index", "KVO index", KVO_REQUEST(KVO_HWS_getIPbyKVOIndex)}};
 
 Report find(const Lookup &lookup, uint32_t number)
 {
     const std::string key = std::string(lookup.what) + " " + std::to_string(number);
     uint32_t address = 0;
-    require(lookup.request(number, &address),
-            {{KVO_HWS_NO, "no station has the " + key}, {KVO_HWS_AMBIGUOUS, "several stations have the " + key}});
+    const Result result = lookup.request(number, &address);
+    switch (result.code) {
+    case KVO_HWS_NO: throw Failure(result.code, "no station has the " + key);
+    case KVO_HWS_AMBIGUOUS: throw Failure(result.code, "several stations have the " + key);
+    default: require(result);
+    }
     return {.document = {{"address", tools::dotted(address)}}, .line = tools::dotted(address)};
 }
 
@@ -60,21 +64,21 @@ void addAddressCommands(CommandLine &commandLine)
     const std::vector<std::string> examples{"10.0.0.5", "10.0.0.5 12"};
     // The service, not kvoctl, judges what is a good MCP address or KVO index.
     address.add("mcp", "Show or set the MCP address that the station serves", examples,
-                setting("address mcp", KVO_HWS_setMCPAddress, Number<>{"ADDRESS", kWithoutItShown}));
+                setting("address mcp", KVO_REQUEST(KVO_HWS_setMCPAddress), Number<>{"ADDRESS", kWithoutItShown}));
     address.add("kvo-index", "Show or set the station's KVO index", examples,
-                setting("address kvo-index", KVO_HWS_setKVOIndex, Number<>{"INDEX", kWithoutItShown}));
+                setting("address kvo-index", KVO_REQUEST(KVO_HWS_setKVOIndex), Number<>{"INDEX", kWithoutItShown}));
     address.add("dck", "Show the address of the station's direct control keys", {"10.0.0.5"}, showing("address dck"));
     address.add("dck-enable", "Show whether the station's direct control keys are on, or switch them",
-                {"10.0.0.5", "10.0.0.5 off"}, setting("address dck-enable", KVO_HWS_setDCKEnable, kOnOff));
+                {"10.0.0.5", "10.0.0.5 off"}, setting("address dck-enable", KVO_REQUEST(KVO_HWS_setDCKEnable), kOnOff));
     address.add("cks-index", "Show or set the station's cks index", examples,
-                setting("address cks-index", KVO_HWS_setKVOCksIndex,
+                setting("address cks-index", KVO_REQUEST(KVO_HWS_setKVOCksIndex),
                         Number<>{"INDEX", std::string("0 to 255; ") + kWithoutItShown, 0, kHighestCksIndex}));
     const Number<> value1{"VALUE1", "The key's first number"};
     const Number<> value2{"VALUE2", "Its second number"};
     address.add("simulate-key", "Simulate a key of the station's MCP", {"10.0.0.5 12 1"},
-                order(KVO_HWS_simulateMCPKey, {}, value1, value2));
+                order(KVO_REQUEST(KVO_HWS_simulateMCPKey), value1, value2));
     address.add("enable-key", "Enable a key of the station's MCP", {"10.0.0.5 12 1"},
-                order(KVO_HWS_enableMCPKey, {}, value1, value2));
+                order(KVO_REQUEST(KVO_HWS_enableMCPKey), value1, value2));
     address.add("find", "Find the station that has a number", {"--mcp 12", "--dck 3", "--kvo-index 7"}, setUpFind);
 }
 

@@ -26,8 +26,8 @@ void addFocusCommands(CommandLine &commandLine)
     Family channelInfo(commandLine, kOneStation, "channel-info", "A station's channel information");
     channelInfo.add("get", "Show the channel information", {"10.0.0.5"}, showing("channel-info get"));
     channelInfo.add("set", "Store the channel information", {"10.0.0.5 \"Spindle 1, left\""},
-                    order(KVO_HWS_setChannelInfo, {}, Text{"INFO", "At most 230 bytes", kLongestChannelInfo}));
-    channelInfo.add("delete", "Delete the channel information", {"10.0.0.5"}, order(KVO_HWS_deleteChannelInfo, {}));
+                    order(KVO_REQUEST(KVO_HWS_setChannelInfo), Text{"INFO", "At most 230 bytes", kLongestChannelInfo}));
+    channelInfo.add("delete", "Delete the channel information", {"10.0.0.5"}, order(KVO_REQUEST(KVO_HWS_deleteChannelInfo)));
 }
 
 }  // namespace kvoctl

@@ -16,17 +16,17 @@ constexpr uint32_t kUntold = 0xFFFFFFFF;
 Value number(uint32_t value) { return Value{value == kUntold ? Document(nullptr) : Document(value)}; }
 
 template <class... Counts>
-tools::Reader counts(int32_t (*request)(uint32_t, Counts *...) noexcept)
+tools::Reader counts(Request<uint32_t, Counts *...> request)
 {
     return [request](uint32_t station) -> Reading {
         std::tuple<Counts...> values{Counts{kUntold}...};
-        const int32_t result = std::apply([&](Counts &...value) { return request(station, &value...); }, values);
+        const Result result = std::apply([&](Counts &...value) { return request(station, &value...); }, values);
         return {result, std::apply([](Counts... value) { return std::vector<Value>{number(value)...}; }, values)};
     };
 }
 
-const Property kDevicesV1{{"keyboards", "mice", "touch"}, counts(KVO_HWS_showInputDevice)};
-const Property kDevicesV2{{"keyboards", "mice", "touch", "virtual_keyboards"}, counts(KVO_HWS_showInputDeviceV2)};
+const Property kDevicesV1{{"keyboards", "mice", "touch"}, counts(KVO_REQUEST(KVO_HWS_showInputDevice))};
+const Property kDevicesV2{{"keyboards", "mice", "touch", "virtual_keyboards"}, counts(KVO_REQUEST(KVO_HWS_showInputDeviceV2))};
 
 Action setUpDevices(CLI::App &command)
 {
@@ -53,11 +53,10 @@ void addInputCommands(CommandLine &commandLine)
     Family touch(commandLine, kOneStation, "touch", "A station's touch screen");
     touch.add("calibration", "Show or set the calibration: the press threshold and the nonlinear mode",
               {"10.0.0.5", "10.0.0.5 40 1", "10.0.0.5 -1 -1"},
-              setting("touch calibration", KVO_HWS_setTouchScreenCalibParam,
+              setting("touch calibration", KVO_REQUEST(KVO_HWS_setTouchScreenCalibParam),
                       Number<int32_t>{"THRESHOLD", "-1 or more; without it the calibration is shown", -1},
                       Number<int32_t>{"NONLINEAR", "-1, 0 or 1", -1, 1}));
-    touch.add("invalidate", "Discard the calibration", {"10.0.0.5"},
-              order(KVO_HWS_invalidateTouchScreen, tools::stationProperty("touch calibration").codes));
+    touch.add("invalidate", "Discard the calibration", {"10.0.0.5"}, order(KVO_REQUEST(KVO_HWS_invalidateTouchScreen)));
 }
 
 }  // namespace kvoctl

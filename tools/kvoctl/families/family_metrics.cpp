@@ -22,20 +22,20 @@ const Property &metric(std::size_t index) { return tools::stationProperty(std::s
 /// A metric that the station does not tell is null.
 Reading readAllMetrics(uint32_t station)
 {
-    Reading all{KVO_HWS_OK};
+    Reading all{{KVO_HWS_OK}};
     for (std::size_t i = 0; i < kMetrics.size(); ++i) {
         const Reading one = metric(i).read(station);
-        if (one.result != KVO_HWS_OK && one.result != KVO_HWS_NOT_AVAILABLE) {
+        if (one.result.code != KVO_HWS_OK && one.result.code != KVO_HWS_NOT_AVAILABLE) {
             return {one.result};
         }
-        all.values.push_back(one.result == KVO_HWS_OK ? one.values.front() : Value{nullptr});
+        all.values.push_back(one.result.code == KVO_HWS_OK ? one.values.front() : Value{nullptr});
     }
     return all;
 }
 
 Property allMetrics()
 {
-    Property all{{}, readAllMetrics, metric(0).codes};
+    Property all{{}, readAllMetrics};
     for (std::size_t i = 0; i < kMetrics.size(); ++i) {
         all.keys.push_back(metric(i).keys.front());
     }
@@ -89,8 +89,10 @@ Action setUpClients(CLI::App &command)
         ->type_name("HEX");
     return [=] {
         const unsigned long given = std::stoul(*flags, nullptr, 16);
-        const auto ask = [given](KvoClientEntry *list, uint32_t *count) { return KVO_HWS_getClientList(list, count, given); };
-        return clientReport(fetchList<KvoClientEntry>(ask, {}, "clients"));
+        const auto ask = [given](KvoClientEntry *list, uint32_t *count) {
+            return KVO_REQUEST(KVO_HWS_getClientList)(list, count, given);
+        };
+        return clientReport(fetchList<KvoClientEntry>(ask, "clients"));
     };
 }
 

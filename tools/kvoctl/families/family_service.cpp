@@ -22,7 +22,7 @@ using Column = Table::Column;
 /// Far longer than any version; a longer text would be told like a refusal, so there is no asking again.
 constexpr std::size_t kVersionSize = 4096;
 
-std::string version(int32_t (*request)(char *, unsigned *))
+std::string version(Request<char *, unsigned *> request)
 {
     std::array<char, kVersionSize> text{};
     unsigned size = text.size();
@@ -33,13 +33,13 @@ std::string version(int32_t (*request)(char *, unsigned *))
 Action setUpVersion(CLI::App & /*command*/)
 {
     return [] {
-        const std::string library = version(KVO_HWS_getDLLVersion);
+        const std::string library = version(KVO_REQUEST(KVO_HWS_getDLLVersion));
         Report report{.document = {{"library", library}, {"service", nullptr}},
                       .table = Table({Column::text, Column::text}),
                       .line = libraryVersionExplained()};
         report.table->add({"library", library});
         try {
-            const std::string service = version(KVO_HWS_getKVOHWSVersion);
+            const std::string service = version(KVO_REQUEST(KVO_HWS_getKVOHWSVersion));
             report.document["service"] = service;
             report.table->add({"service", service});
         } catch (const Failure &failure) {
@@ -57,13 +57,13 @@ Action setUpVersion(CLI::App & /*command*/)
 constexpr auto kReadyPause = 100ms;
 
 /// A service that does not answer yet may be about to start, so both are waited for: that it answers and that it is ready.
-int32_t waitUntilReady(std::chrono::seconds longest)
+Result waitUntilReady(std::chrono::seconds longest)
 {
     const auto deadline = std::chrono::steady_clock::now() + longest;
     for (;;) {
-        const int32_t ready = KVO_HWS_isInitComplete();
+        const Result ready = KVO_REQUEST(KVO_HWS_isInitComplete)();
         const auto left = deadline - std::chrono::steady_clock::now();
-        if ((ready != KVO_HWS_NO && ready != KVO_HWS_NO_SERVICE) || left <= 0s) {
+        if ((ready.code != KVO_HWS_NO && ready.code != KVO_HWS_NO_SERVICE) || left <= 0s) {
             return ready;
         }
         std::this_thread::sleep_for(std::min<std::chrono::nanoseconds>(kReadyPause, left));
@@ -74,8 +74,8 @@ Action setUpReady(CLI::App &command)
 {
     const auto longest = addSeconds(command, "--wait", "Ask until the service is ready, for so long at most", 0);
     return [=] {
-        const int32_t ready = waitUntilReady(std::chrono::seconds(*longest.value));
-        if (ready == KVO_HWS_NO) {
+        const Result ready = waitUntilReady(std::chrono::seconds(*longest.value));
+        if (ready.code == KVO_HWS_NO) {
             return Report{.document = {{"ready", false}}, .line = "not ready", .exit = Exit::no};
         }
         require(ready);
@@ -89,11 +89,11 @@ constexpr std::array kDebugLevels{"none", "I", "II"};
 
 Report debugLevel()
 {
-    const int32_t level = KVO_HWS_getDebugLevel();
-    if (level < 0) {
+    const Result level = KVO_REQUEST(KVO_HWS_getDebugLevel)();
+    if (level.code < 0) {
         require(level);
     }
-    return {.document = {{"debug_level", level}}, .line = kDebugLevels.at(static_cast<std::size_t>(level))};
+    return {.document = {{"debug_level", level.code}}, .line = kDebugLevels.at(static_cast<std::size_t>(level.code))};
 }
 
 Action setUpDebugLevel(CLI::App &command)
@@ -104,28 +104,26 @@ Action setUpDebugLevel(CLI::App &command)
                       ->transform(oneOf(words))
                       ->type_name("");
     offerWords(given, words);
-    return [=] { return given->count() > 0 ? done(KVO_HWS_setDebugLevel(*level)) : debugLevel(); };
+    return [=] { return given->count() > 0 ? done(KVO_REQUEST(KVO_HWS_setDebugLevel)(*level)) : debugLevel(); };
 }
 
 // ---- kvoctl registry ----
 
-const std::vector<Meaning> kRegistryCodes{{KVO_HWS_NO, "the registry is locked already; try again"}};
-
 Action setUpRegistryLock(CLI::App & /*command*/)
 {
-    return [] { return done(tools::withMissingService(KVO_HWS_lockKVORegData()), kRegistryCodes); };
+    return [] { return done(tools::withMissingService(KVO_REQUEST(KVO_HWS_lockKVORegData)())); };
 }
 
 Action setUpRegistryUnlock(CLI::App & /*command*/)
 {
-    return [] { return done(tools::withMissingService(KVO_HWS_unlockKVORegData())); };
+    return [] { return done(tools::withMissingService(KVO_REQUEST(KVO_HWS_unlockKVORegData)())); };
 }
 
 // ---- kvoctl kill-daemon ----
 
 Action setUpKillDaemon(CLI::App & /*command*/)
 {
-    return [] { return done(KVO_HWS_killDaemon()); };
+    return [] { return done(KVO_REQUEST(KVO_HWS_killDaemon)()); };
 }
 
 }  // namespace

@@ -65,16 +65,18 @@ Report listReport(const std::vector<Record> &stations, AddressText addressText)
 
 // ---- kvoctl stations ----
 
-using RegistryRequest = decltype(&KVO_HWS_getKVOCurrentListFromRegistry);
+using RegistryRequest = Request<KvoDescription *, uint32_t *, uint32_t>;
 
 Report registryList(RegistryRequest request, uint32_t lockTimeout)
 {
-    const auto ask = [=](KvoDescription *list, uint32_t *count) { return request(list, count, lockTimeout); };
-    return listReport(fetchList<KvoDescription>(
-                          ask, {{KVO_HWS_NO, "the service is still starting"},
-                                {KVO_HWS_FAILED, "the service refused, or the list is missing in its registry"},
-                                {KVO_HWS_TIMEOUT, "the registry stayed locked for " + std::to_string(lockTimeout) + " s"}}),
-                      dottedFromNetworkOrder);
+    const auto ask = [=](KvoDescription *list, uint32_t *count) {
+        const Result result = request(list, count, lockTimeout);
+        if (result.code == KVO_HWS_TIMEOUT) {
+            throw Failure(result.code, "the registry stayed locked for " + std::to_string(lockTimeout) + " s");
+        }
+        return result;
+    };
+    return listReport(fetchList<KvoDescription>(ask), dottedFromNetworkOrder);
 }
 
 Action setUpStations(CLI::App &command)
@@ -90,16 +92,17 @@ Action setUpStations(CLI::App &command)
                                     kLockTimeoutSeconds);
     return [=] {
         if (previous->count() > 0) {
-            return registryList(KVO_HWS_getKVOPreviousListFromRegistry, *timeout.value);
+            return registryList(KVO_REQUEST(KVO_HWS_getKVOPreviousListFromRegistry), *timeout.value);
         }
         if (current->count() > 0) {
-            return registryList(KVO_HWS_getKVOCurrentListFromRegistry, *timeout.value);
+            return registryList(KVO_REQUEST(KVO_HWS_getKVOCurrentListFromRegistry), *timeout.value);
         }
         if (timeout.option->count() > 0) {
             throw UsageError("--lock-timeout needs --previous or --current");
         }
-        return extended->count() > 0 ? listReport(fetchList<KvoDescriptionEx>(KVO_HWS_getDescriptionListEx), tools::dotted)
-                                     : listReport(fetchList<KvoDescription>(KVO_HWS_getDescriptionList), tools::dotted);
+        return extended->count() > 0
+                   ? listReport(fetchList<KvoDescriptionEx>(KVO_REQUEST(KVO_HWS_getDescriptionListEx)), tools::dotted)
+                   : listReport(fetchList<KvoDescription>(KVO_REQUEST(KVO_HWS_getDescriptionList)), tools::dotted);
     };
 }
 

@@ -16,8 +16,8 @@ namespace {
 /// Asked of no station in particular, but shown the same way.
 Report showAllConnectors(const Property &ofOneStation)
 {
-    const auto read = [](uint32_t) { return tools::readText(KVO_HWS_getUsbConnectorList); };
-    return show({ofOneStation.keys, read, ofOneStation.codes}, 0);
+    const auto read = [](uint32_t) { return tools::readText(KVO_REQUEST(KVO_HWS_getUsbConnectorList)); };
+    return show({ofOneStation.keys, read}, 0);
 }
 
 Action setUpConnectors(CLI::App &command)
@@ -36,9 +36,6 @@ Action setUpConnectors(CLI::App &command)
 
 // ---- kvoctl usb lock set ----
 
-const std::vector<Meaning> kLockCodes{{KVO_HWS_FAILED, "the lock could not be sent over the network"},
-                                      {KVO_HWS_INVALID_HOST, "127.0.0.1 is the address of no station; nothing was sent"}};
-
 /// All addresses before the first datagram: an unknown name must not leave half of the stations locked.
 Report setLock(const std::vector<std::string> &stations, int first, int second)
 {
@@ -52,7 +49,7 @@ Report setLock(const std::vector<std::string> &stations, int first, int second)
     for (const std::string &address : addresses) {
         hosts.push_back(address.c_str());
     }
-    return done(KVO_HWS_setUsbLock(static_cast<uint32_t>(hosts.size()), hosts.data(), first, second), kLockCodes);
+    return done(KVO_REQUEST(KVO_HWS_setUsbLock)(static_cast<uint32_t>(hosts.size()), hosts.data(), first, second));
 }
 
 Action setUpUsbLock(CLI::App &command)

@@ -32,15 +32,15 @@ public:
         const Property &property = asked.property;
         const std::string section = tools::familyKey(asked.words);
         ++asked_;
-        const bool failed = !tools::isState(reading.result, property.codes);
+        const bool failed = !tools::isState(reading.result.code, property.states);
         if (failed) {
             failed_.push_back(asked.words);
         }
         for (std::size_t i = 0; i < property.keys.size(); ++i) {
-            if (reading.result == KVO_HWS_OK) {
+            if (reading.result.code == KVO_HWS_OK) {
                 add(section, property.keys[i], reading.values.at(i));
             } else {
-                addMissing(section, property.keys[i], Failure(reading.result, words(reading.result, property.codes)), failed);
+                addMissing(section, property.keys[i], Failure(reading.result.code, words(reading.result)), failed);
             }
         }
     }

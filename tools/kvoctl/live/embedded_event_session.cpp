@@ -74,7 +74,7 @@ public:
     EmbeddedEventSession(const EmbeddedEventPlan &plan, const StopSignals &signals) : plan_(plan), attention_(signals)
     {
         lasting<SharedEvents>().program = plan.program;
-        require(KVO_HWS_activateEmbKvoEvents(take), {{KVO_HWS_FAILED, "no thread could be started that listens"}});
+        require(KVO_REQUEST(KVO_HWS_activateEmbKvoEvents)(take));
     }
     EmbeddedEventSession(const EmbeddedEventSession &) = delete;
     EmbeddedEventSession &operator=(const EmbeddedEventSession &) = delete;

@@ -17,18 +17,18 @@ namespace {
 
 bool areActive()
 {
-    const int32_t result = tools::withMissingService(KVO_HWS_isUSBEventsActivated());
-    if (result != KVO_HWS_NO) {
+    const Result result = tools::withMissingService(KVO_REQUEST(KVO_HWS_isUSBEventsActivated)());
+    if (result.code != KVO_HWS_NO) {
         require(result);
     }
-    return result == KVO_HWS_OK;
+    return result.code == KVO_HWS_OK;
 }
 
 // ---- kvoctl usb is-active ----
 
 Action setUpIsActive(CLI::App & /*command*/)
 {
-    const Property property{{"active"}, [](uint32_t) -> Reading { return {KVO_HWS_OK, {Value{areActive()}}}; }, {}, true};
+    const Property property{{"active"}, [](uint32_t) -> Reading { return {{KVO_HWS_OK}, {Value{areActive()}}}; }, {}, true};
     return [property] { return show(property, 0); };
 }
 
@@ -37,8 +37,8 @@ Action setUpIsActive(CLI::App & /*command*/)
 /// The library waits for a service that starts, and would wait for one that is not there too.
 void requireService()
 {
-    const int32_t ready = KVO_HWS_isInitComplete();
-    if (ready != KVO_HWS_NO) {
+    const Result ready = KVO_REQUEST(KVO_HWS_isInitComplete)();
+    if (ready.code != KVO_HWS_NO) {
         require(ready);
     }
 }
@@ -78,11 +78,11 @@ SetUp watchingUsb(const CommandLine &commandLine)
 /// left behind that ended without closing.
 Report takeOverAndClose()
 {
-    require(KVO_HWS_isInitComplete(), {{KVO_HWS_NO, "the service is still starting; try again"}});
+    require(KVO_REQUEST(KVO_HWS_isInitComplete)());
     const bool wereActive = areActive();
     const StopSignals signals;
     if (runUsbEvents({.closeWhenActivated = true}, signals) == UsbEventEnd::takenOver) {
-        require(KVO_HWS_NO, {{KVO_HWS_NO, "another program has activated the events meanwhile"}});
+        throw Failure(KVO_HWS_NO, "another program has activated the events meanwhile");
     }
     return {.document = {{"done", true}, {"were_active", wereActive}},
             .line = wereActive ? "USB events are closed" : "USB events are closed; no program had them active"};

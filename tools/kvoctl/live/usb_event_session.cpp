@@ -68,11 +68,11 @@ public:
 private:
     void activate()
     {
-        const int32_t result =
-            plan_.olderCallback ? KVO_HWS_activateUSBEvents(olderCallback) : KVO_HWS_activateUSBEventsV2(newerCallback);
+        const Result result = plan_.olderCallback ? KVO_REQUEST(KVO_HWS_activateUSBEvents)(olderCallback)
+                                                  : KVO_REQUEST(KVO_HWS_activateUSBEventsV2)(newerCallback);
         takeEvents();
         if (!end_) {  // which tells more
-            require(result, {{KVO_HWS_NO_THREAD, "no thread could be started that asks the service"}});
+            require(result);
         }
     }
 
@@ -125,9 +125,9 @@ private:
         }
         switch (*end_) {
         case USB_EVENT_SERVER_FAILED:
-            throw Failure(KVO_HWS_SERVER_FAILED, subject + "their server could not be started or stopped");
-        case USB_EVENT_REFUSED: throw Failure(KVO_HWS_FAILED, subject + words(KVO_HWS_FAILED, {}));
-        case USB_EVENT_NO_SERVICE: throw Failure(KVO_HWS_NO_SERVICE, subject + words(KVO_HWS_NO_SERVICE, {}));
+            throw Failure(KVO_HWS_SERVER_FAILED, subject + words({KVO_HWS_SERVER_FAILED, "KVO_HWS_activateUSBEventsV2"}));
+        case USB_EVENT_REFUSED: throw Failure(KVO_HWS_FAILED, subject + words({KVO_HWS_FAILED}));
+        case USB_EVENT_NO_SERVICE: throw Failure(KVO_HWS_NO_SERVICE, subject + words({KVO_HWS_NO_SERVICE}));
         default: break;
         }
         attention_.check();

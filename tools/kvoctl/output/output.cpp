@@ -43,9 +43,9 @@ void flushOutput()
     }
 }
 
-Report done(int32_t result, const std::vector<Meaning> &own)
+Report done(const Result &result)
 {
-    require(result, own);
+    require(result);
     return {.document = {{"done", true}}};
 }
 

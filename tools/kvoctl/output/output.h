@@ -23,7 +23,7 @@ struct Report {
 };
 
 /// What a command reports that only had something done, with @p result; throws like require.
-Report done(int32_t result, const std::vector<Meaning> &own = {});
+Report done(const Result &result);
 
 /// Throws std::runtime_error where standard output does not take it, as all below.
 void write(const Report &report, bool json);

@@ -6,7 +6,7 @@ namespace kvoctl {
 Report show(const Property &property, uint32_t station)
 {
     const Reading reading = property.read(station);
-    require(reading.result, property.codes);
+    require(reading.result);
     Report report{.exit = property.isQuestion && reading.values.front().document == false ? Exit::no : Exit::done};
     Table table({Table::Column::text, Table::Column::text});
     for (std::size_t i = 0; i < property.keys.size(); ++i) {

@@ -25,8 +25,9 @@ struct UsageError : std::runtime_error {
 };
 
 using tools::Failure;
-using tools::Meaning;
+using tools::Request;
 using tools::require;
+using tools::Result;
 using tools::words;
 
 Exit exitOf(const Failure &failure) noexcept;

@@ -134,7 +134,7 @@ TEST_F(AgentRun, pushes_lines_once_the_remote_side_has_spoken)
     ASSERT_TRUE(remote_.accept());
     ASSERT_TRUE(agent.hasWritten("connected"));
     agent.type("too early\n");
-    ASSERT_TRUE(agent.hasWritten(R"(not_pushed text="too early" reason="the remote side has not spoken yet")"));
+    ASSERT_TRUE(agent.hasWritten(R"(not_pushed text="too early" reason="the remote side has not sent a valid request yet")"));
     speak(remote_);
     agent.type("screen=1\nscr");
     EXPECT_EQ(remote_.line(), "I01:screen=1\r\n");
@@ -266,7 +266,7 @@ TEST_P(UnreadableStations, end_it_with_a_reason)
 }
 
 const std::string kNoSuchStation =
-    "can not be read: the service knows no such station; \"kvoctl stations\" lists those that it knows";
+    "can not be read: no station has this address or name; \"kvoctl stations\" lists those that the service knows";
 
 const std::vector<Unreadable> kUnreadable = {
     {"unknown_address", {support::replies("not found")}, kByAddress, 1, "10.0.0.5, " + kNoSuchStation, 0},

@@ -110,7 +110,15 @@ TEST_P(Journeys, call_the_function)
     EXPECT_THAT("\n" + contentsOf(calls), testing::HasSubstr("\n" + GetParam().function + "\n"));
 }
 
-INSTANTIATE_TEST_SUITE_P(All, Journeys, testing::ValuesIn(journeys()), [](const auto &row) { return row.param.function; });
+std::string nameOf(const testing::TestParamInfo<Journey> &row)
+{
+    std::string name = row.param.name;
+    std::replace_if(
+        name.begin(), name.end(), [](unsigned char byte) { return std::isalnum(byte) == 0; }, '_');
+    return name;
+}
+
+INSTANTIATE_TEST_SUITE_P(All, Journeys, testing::ValuesIn(journeys()), nameOf);
 
 }  // namespace
 

@@ -185,8 +185,9 @@ TEST_F(RegistryLists, are_not_there_while_the_service_is_starting)
     const ScriptedService service(scripts({"no"}));
     const Ended ended = kvoctl({"stations", "--current", "--json"});
     EXPECT_EQ(ended.status, 1);
-    EXPECT_EQ(ended.err, "kvoctl: stations: the service is still starting (result 0)\n");
-    EXPECT_EQ(ended.document(), Json::parse(R"({"error": {"code": 0, "meaning": "the service is still starting"}})"));
+    EXPECT_EQ(ended.err, "kvoctl: stations: the service is still starting; try again (result 0)\n");
+    EXPECT_EQ(ended.document(),
+              Json::parse(R"({"error": {"code": 0, "meaning": "the service is still starting; try again"}})"));
 }
 
 TEST_F(RegistryLists, tell_that_the_registry_stayed_locked)

@@ -1,98 +1,23 @@
-// One line for each function of the library, in the order of their names.
+// The journeys are those of the catalogue.
 #include "tools/kvoctl/support/journeys.h"
+
+#include "catalogue/catalogue.h"
 
 namespace kvoctl_test {
 
 std::vector<Journey> journeys()
 {
-    const std::string station = "10.0.0.5";
-    const Arguments agent{"--focus", station, "--remote", "127.0.0.1", "--session", "3"};
-    return {
-        {"KVO_HWS_activateDebugDLL", "ready", {"--debug"}},
-        {"KVO_HWS_activateEmbKvoEvents", "events watch"},
-        {"KVO_HWS_activateUSBEvents", "usb watch", {"--v1"}},
-        {"KVO_HWS_activateUSBEventsV2", "usb watch"},
-        {"KVO_HWS_cleanupEmbHwsClient", "agent run", agent},
-        {"KVO_HWS_closeUSBEvents", "usb close"},
-        {"KVO_HWS_deactivateEmbKvoEvents", "events watch"},
-        {"KVO_HWS_deleteChannelInfo", "channel-info delete", {station}},
-        {"KVO_HWS_enableMCPKey", "address enable-key", {station, "1", "2"}},
-        {"KVO_HWS_getBacklightBrightnessV2", "panel brightness-v2", {station, "0"}},
-        {"KVO_HWS_getChannelInfo", "channel-info get", {station}},
-        {"KVO_HWS_getClientList", "clients"},
-        {"KVO_HWS_getCurrentServer", "viewer server", {station}},
-        {"KVO_HWS_getDCKAddress", "address dck", {station}},
-        {"KVO_HWS_getDCKEnable", "address dck-enable", {station}},
-        {"KVO_HWS_getDLLVersion", "version"},
-        {"KVO_HWS_getDebugLevel", "debug-level"},
-        {"KVO_HWS_getDescriptionEx", "station", {station}},
-        {"KVO_HWS_getDescriptionList", "stations"},
-        {"KVO_HWS_getDescriptionListEx", "stations", {"--extended"}},
-        {"KVO_HWS_getDisableCapsLock", "panel capslock", {station}},
-        {"KVO_HWS_getDisableNumLock", "panel numlock", {station}},
-        {"KVO_HWS_getIPbyDCKAddress", "address find", {"--dck", "1"}},
-        {"KVO_HWS_getIPbyKVOIndex", "address find", {"--kvo-index", "1"}},
-        {"KVO_HWS_getIPbyMCPAddress", "address find", {"--mcp", "1"}},
-        {"KVO_HWS_getKVOChannelOnFocus", "focus channel", {station}},
-        {"KVO_HWS_getKVOCksIndex", "address cks-index", {station}},
-        {"KVO_HWS_getKVOCurrentListFromRegistry", "stations", {"--current"}},
-        {"KVO_HWS_getKVOHWSVersion", "version"},
-        {"KVO_HWS_getKVOIndex", "address kvo-index", {station}},
-        {"KVO_HWS_getKVOPreviousListFromRegistry", "stations", {"--previous"}},
-        {"KVO_HWS_getKVOPriority", "focus priority", {station}},
-        {"KVO_HWS_getKVOScreenOnFocus", "focus screen", {station}},
-        {"KVO_HWS_getKVOStartupActive", "focus startup", {station}},
-        {"KVO_HWS_getKVOStartupPrio", "focus startup", {station}},
-        {"KVO_HWS_getKVOT2M2N", "focus m2n", {station}},
-        {"KVO_HWS_getMCPAddress", "address mcp", {station}},
-        {"KVO_HWS_getRV4Mode", "panel rv4-mode", {station}},
-        {"KVO_HWS_getStationMetrics", "metrics", {station}},
-        {"KVO_HWS_getStationType", "panel type", {station}},
-        {"KVO_HWS_getSwCapsLock", "panel sw-capslock", {station}},
-        {"KVO_HWS_getTouchScreenCalibParam", "touch calibration", {station}},
-        {"KVO_HWS_getUsbConnectorList", "usb connectors"},
-        {"KVO_HWS_getUsbConnectorListOne", "usb connectors", {station}},
-        {"KVO_HWS_getUsbLock", "usb lock get", {station}},
-        {"KVO_HWS_invalidateTouchScreen", "touch invalidate", {station}},
-        {"KVO_HWS_isInitComplete", "ready"},
-        {"KVO_HWS_isMarovantiPanel", "panel marovanti", {station}},
-        {"KVO_HWS_isUSBEventsActivated", "usb is-active"},
-        {"KVO_HWS_isViewerActive", "viewer active", {station}},
-        {"KVO_HWS_killDaemon", "kill-daemon"},
-        {"KVO_HWS_lockKVORegData", "registry lock"},
-        {"KVO_HWS_rebootKVO", "viewer reboot", {station}},
-        {"KVO_HWS_sendEmbHwsEvent", "agent run", agent, "an event\n"},
-        {"KVO_HWS_setActivateMe", "viewer activate-me", {station}},
-        {"KVO_HWS_setBacklight", "backlight", {"on"}},
-        {"KVO_HWS_setBacklightBrightness", "panel brightness", {station, "40"}},
-        {"KVO_HWS_setBacklightBrightnessV2", "panel brightness-v2", {station, "0", "40"}},
-        {"KVO_HWS_setBrightness", "brightness", {station, "on"}},
-        {"KVO_HWS_setChannelInfo", "channel-info set", {station, "text"}},
-        {"KVO_HWS_setDCKEnable", "address dck-enable", {station, "on"}},
-        {"KVO_HWS_setDebugLevel", "debug-level", {"I"}},
-        {"KVO_HWS_setDisableCapsLock", "panel capslock", {station, "enabled"}},
-        {"KVO_HWS_setDisableNumLock", "panel numlock", {station, "enabled"}},
-        {"KVO_HWS_setKVOCksIndex", "address cks-index", {station, "1"}},
-        {"KVO_HWS_setKVOIndex", "address kvo-index", {station, "1"}},
-        {"KVO_HWS_setMCPAddress", "address mcp", {station, "1"}},
-        {"KVO_HWS_setRV4Mode", "panel rv4-mode", {station, "auto"}},
-        {"KVO_HWS_setStartViewer", "viewer start", {station, "a", "b", "c"}},
-        {"KVO_HWS_setStatusline", "viewer status-line", {station, "1", "2", "text"}},
-        {"KVO_HWS_setStopViewer", "viewer stop", {station}},
-        {"KVO_HWS_setStopViewerNoClean", "viewer stop", {station, "--no-clean"}},
-        {"KVO_HWS_setStopViewerPreempt", "viewer stop", {station, "--preempt"}},
-        {"KVO_HWS_setSwCapsLock", "panel sw-capslock", {station, "1"}},
-        {"KVO_HWS_setTouchScreenCalibParam", "touch calibration", {station, "1", "1"}},
-        {"KVO_HWS_setUsbLock", "usb lock set", {"1", "0", "--all"}},
-        {"KVO_HWS_showDPI", "input dpi", {station}},
-        {"KVO_HWS_showInputDevice", "input devices", {station, "--v1"}},
-        {"KVO_HWS_showInputDeviceV2", "input devices", {station, "--v2"}},
-        {"KVO_HWS_showInputDeviceV3", "input devices", {station}},
-        {"KVO_HWS_simulateMCPKey", "address simulate-key", {station, "1", "2"}},
-        {"KVO_HWS_startConfiguredViewer", "viewer start-configured", {station, "text", "1"}},
-        {"KVO_HWS_startupEmbHwsClient", "agent run", agent},
-        {"KVO_HWS_unlockKVORegData", "registry unlock"},
-    };
+    std::vector<Journey> all;
+    for (const catalogue::Family &family : catalogue::families()) {
+        for (const catalogue::Request &request : family.requests) {
+            if (!request.kvoctlWords().empty()) {
+                const bool talks = request.function().name() == "KVO_HWS_sendEmbHwsEvent";
+                all.push_back({request.name(), request.function().name(), request.kvoctlWords(), request.kvoctlArguments(),
+                               talks ? "an event\n" : ""});
+            }
+        }
+    }
+    return all;
 }
 
 }  // namespace kvoctl_test

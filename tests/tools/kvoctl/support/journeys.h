@@ -9,6 +9,7 @@
 namespace kvoctl_test {
 
 struct Journey {
+    std::string name;  ///< of the request
     std::string function;
     std::string command;  ///< the subcommand's words
     Arguments arguments{};

@@ -3,6 +3,7 @@
 
 #include "common/control_client.h"
 #include "kvosim/control/event_control.h"
+#include "support/eventually.h"
 #include "tools/kvosim/support/client.h"
 #include "tools/kvosim/support/named_row.h"
 #include "tools/kvosim/support/running_service.h"
@@ -13,7 +14,6 @@
 
 #include <filesystem>
 #include <mutex>
-#include <thread>
 #include <vector>
 
 using namespace std::chrono_literals;
@@ -39,13 +39,7 @@ std::size_t publish(const std::string &text, bool asIs = false)
 /// Waits until so many listen.
 bool listenersBecome(std::size_t count)
 {
-    for (int i = 0; i < 500; ++i) {
-        if (tools::askSimulator({{"do", "status"}})["event_listeners"] == count) {
-            return true;
-        }
-        std::this_thread::sleep_for(10ms);
-    }
-    return false;
+    return support::eventually([=] { return tools::askSimulator({{"do", "status"}})["event_listeners"] == count; });
 }
 
 std::string receive(const Client &client, std::size_t size)
@@ -211,13 +205,10 @@ TEST(EmbeddedEvents, reach_the_library)
     }
     EXPECT_EQ(publish("no comma", true), 1U) << "is dropped by its receiver";
     EXPECT_EQ(publish("last, x"), 1U);
-    for (int i = 0; i < 500; ++i) {
+    EXPECT_TRUE(support::eventually([&] {
         const std::lock_guard lock(mutex);
-        if (!received.empty() && received.back() == "last|x") {
-            break;
-        }
-        std::this_thread::sleep_for(5ms);
-    }
+        return !received.empty() && received.back() == "last|x";
+    }));
     EXPECT_EQ(KVO_HWS_deactivateEmbKvoEvents(), 1);
     const std::lock_guard lock(mutex);
     EXPECT_THAT(received, ElementsAre("key|F1", "screen|3, on", "empty|", "last|x"));

@@ -1,12 +1,9 @@
 // USB events from the control socket to the program that has them: what it is sent, byte by byte, when, and what the one who
 // asked for the event is told, also when the receiver is slow, silent, or gone.
-#include "common/control_client.h"
-#include "tools/kvosim/support/client.h"
 #include "tools/kvosim/support/named_row.h"
-#include "tools/kvosim/support/running_service.h"
+#include "tools/kvosim/support/usb_receiver.h"
 
 #include "support/own_thread.h"
-#include "support/scripted_service.h"
 #include "support/usb_events.h"
 
 #include <kvo_hws/kvo_hws.h>
@@ -19,10 +16,13 @@ using namespace std::chrono_literals;
 namespace {
 
 using kvosim::Clock;
+using kvosim_test::activateUsbEvents;
 using kvosim_test::Client;
+using kvosim_test::devicesPluggedIn;
 using kvosim_test::exchange;
 using kvosim_test::kSmallPlant;
 using kvosim_test::RunningService;
+using kvosim_test::UsbReceiver;
 using support::kUsbSocket;
 using support::replies;
 using support::ScriptedService;
@@ -38,9 +38,9 @@ constexpr auto kAnswerTime = 4s;  // for so long an event waits for its receiver
 
 tools::Json ask(const std::string &action, const std::string &station, const tools::Json &more = tools::Json::object())
 {
-    tools::Json request{{"do", "usb." + action}, {"station", station}};
-    request.update(more);
-    return tools::askSimulator(request, tools::kControlSocket, 60s);
+    tools::Json all{{"station", station}};
+    all.update(more);
+    return kvosim_test::askUsb(action, all);
 }
 
 tools::Json plug(const std::string &station, const tools::Json &device = tools::Json::object())
@@ -48,17 +48,11 @@ tools::Json plug(const std::string &station, const tools::Json &device = tools::
     return ask("plug", station, {{"device", device}});
 }
 
-void activate() { EXPECT_EQ(exchange("activateUSBEvents\n"), "ok\n"); }
-
-std::size_t pluggedIn() { return tools::askSimulator({{"do", "status"}})["usb_devices"].get<std::size_t>(); }
-
 // ---- What is sent ----
 
 TEST(UsbEvents, are_delivered_byte_by_byte)
 {
-    const RunningService service;
-    const ScriptedService receiver({replies("ok")}, kUsbSocket);
-    activate();
+    const UsbReceiver receiver;
     const tools::Json fields{{"ident2", "Portal mill"},
                              {"ident3", "1-1.4"},
                              {"text4", ""},
@@ -96,32 +90,29 @@ TEST(UsbEvents, go_out_between_activation_and_deactivation)
     const RunningService service;
     const ScriptedService receiver({replies("ok")}, kUsbSocket);
     EXPECT_EQ(plug("10.0.0.5")["delivery"], "not activated");
-    activate();
+    activateUsbEvents();
     EXPECT_EQ(plug("10.0.0.5")["delivery"], "delivered");
     EXPECT_EQ(exchange("deactivateUSBEvents\n"), "ok\n");
     EXPECT_EQ(plug("10.0.0.5")["delivery"], "not activated");
     EXPECT_EQ(ask("refuse", "10.0.0.5")["delivery"], "not activated");
     EXPECT_THAT(receiver.requests(), ElementsAre(StartsWith("newUSBdevice*10.0.0.5*usb2*1-1.2*")));
-    EXPECT_EQ(pluggedIn(), 3U) << "what is plugged in does not depend on whom it is told";
+    EXPECT_EQ(devicesPluggedIn(), 3U) << "what is plugged in does not depend on whom it is told";
 }
 
 TEST(UsbEvents, change_the_ports_where_no_process_listens)
 {
     const RunningService service;
-    activate();
+    activateUsbEvents();
     EXPECT_EQ(plug("10.0.0.5")["delivery"], "nobody listens");
     EXPECT_EQ(exchange("getUsbConnectorListOne=0A000005\n"), "usb-connector-list-one=1-1.1:usb1\n");
     support::leaveStaleSocket(kUsbSocket);
     EXPECT_EQ(ask("unplug", "10.0.0.5", {{"device", "usb1"}})["delivery"], "nobody listens");
-    EXPECT_EQ(pluggedIn(), 0U);
+    EXPECT_EQ(devicesPluggedIn(), 0U);
 }
 
 TEST(UsbEvents, are_delivered_whatever_the_receiver_answers)
 {
-    const RunningService service;
-    const ScriptedService receiver(
-        {replies("failed"), replies(""), support::closesAfterRequest(), support::sends("no line end")}, kUsbSocket);
-    activate();
+    const UsbReceiver receiver({replies("failed"), replies(""), support::closesAfterRequest(), support::sends("no line end")});
     for (int i = 0; i < 4; ++i) {
         EXPECT_EQ(plug("10.0.0.5")["delivery"], "delivered");
     }
@@ -141,9 +132,7 @@ TEST(UsbEvents, report_what_happened)
 
 TEST(UsbEvents, of_a_locked_station_are_refusals)
 {
-    const RunningService service;
-    const ScriptedService receiver({replies("ok")}, kUsbSocket);
-    activate();
+    const UsbReceiver receiver;
     tools::askSimulator({{"do", "station"}, {"station", "10.0.0.6"}, {"set", {{"usb_lock", "1:0"}}}});
     const tools::Json reply = plug("10.0.0.6");
     EXPECT_EQ(reply["event"], "refused");
@@ -153,7 +142,7 @@ TEST(UsbEvents, of_a_locked_station_are_refusals)
     EXPECT_THAT(receiver.requests(),
                 ElementsAre("ignoreUSBdevice*10.0.0.6*usb1*1-1.1*Simulated device*1.00*USB lock*00000000*00000000*0000*\n",
                             "ignoreUSBdevice*10.0.0.6*usb1*1-1.1*Simulated device*1.00*my own*00000000*00000000*0000*\n"));
-    EXPECT_EQ(pluggedIn(), 0U);
+    EXPECT_EQ(devicesPluggedIn(), 0U);
     EXPECT_EQ(exchange("getUsbConnectorListOne=0A000006\n"), "usb-connector-list-one=\n");
 }
 
@@ -186,14 +175,12 @@ class UsbRefuses : public testing::TestWithParam<Refusal> {};
 
 TEST_P(UsbRefuses, and_changes_and_reports_nothing)
 {
-    const RunningService service(R"toml(
+    const UsbReceiver receiver({replies("ok")}, R"toml(
 [[station]]
 address = "10.0.0.5"
 name = "A"
 [[station.usb_device]]
 )toml");
-    const ScriptedService receiver({replies("ok")}, kUsbSocket);
-    activate();
     const tools::Json before = tools::askSimulator({{"do", "usb.list"}});
     const tools::Json reply = tools::Json::parse(exchange(GetParam().request + '\n', tools::kControlSocket));
     EXPECT_THAT(reply.at("error").get<std::string>(), HasSubstr(GetParam().error));
@@ -262,16 +249,14 @@ TEST(UsbEvents, are_taken_by_a_callback_that_asks_the_service)
 
 TEST(UsbEvents, delay_no_client_while_the_receiver_is_silent)
 {
-    const RunningService service;
-    const ScriptedService receiver({support::staysSilent(6s)}, kUsbSocket);
-    activate();
+    const UsbReceiver receiver({support::staysSilent(6s)});
     const auto began = Clock::now();
     const Client waiting(tools::kControlSocket);
     waiting.send(R"({"do": "usb.plug", "station": "10.0.0.5"})"
                  "\n");
     ASSERT_TRUE(support::eventually([&] { return receiver.requests().size() == 1; }));
     EXPECT_EQ(exchange("getVersion\n"), "V09.08\n");
-    EXPECT_EQ(pluggedIn(), 1U);
+    EXPECT_EQ(devicesPluggedIn(), 1U);
     EXPECT_LT(Clock::now() - began, 3500ms);
     EXPECT_THAT(waiting.receiveAll(20s), HasSubstr(R"("delivery":"delivered")")) << "a lost answer fails nothing";
     EXPECT_GE(Clock::now() - began, kAnswerTime - 200ms);
@@ -279,18 +264,16 @@ TEST(UsbEvents, delay_no_client_while_the_receiver_is_silent)
 
 TEST(UsbEvents, are_refused_when_too_many_wait)
 {
-    const RunningService service;
-    const ScriptedService receiver({support::staysSilent(6s)}, kUsbSocket);
-    activate();
+    const UsbReceiver receiver({support::staysSilent(6s)});
     std::vector<Client> waiting;
     for (std::size_t i = 0; i < kvosim::Deliveries::kMost; ++i) {
         waiting.emplace_back(tools::kControlSocket);
         waiting.back().send(R"({"do": "usb.plug", "station": "10.0.0.5"})"
                             "\n");
     }
-    ASSERT_TRUE(support::eventually([] { return pluggedIn() == kvosim::Deliveries::kMost; }));
+    ASSERT_TRUE(support::eventually([] { return devicesPluggedIn() == kvosim::Deliveries::kMost; }));
     EXPECT_THAT([] { plug("10.0.0.6"); }, ThrowsMessage<tools::Refused>(StartsWith("as many as 32 USB events wait")));
-    EXPECT_EQ(pluggedIn(), kvosim::Deliveries::kMost) << "what is refused was not plugged in";
+    EXPECT_EQ(devicesPluggedIn(), kvosim::Deliveries::kMost) << "what is refused was not plugged in";
     EXPECT_THAT(
         [] {
             tools::askSimulator({{"do", "usb.storm"}, {"count", 1}});
@@ -302,55 +285,48 @@ TEST(UsbEvents, are_refused_when_too_many_wait)
 
 TEST(UsbEvents, end_with_the_service_while_the_receiver_is_silent)
 {
-    RunningService service;
-    const ScriptedService receiver({support::staysSilent(6s)}, kUsbSocket);
-    activate();
+    UsbReceiver receiver({support::staysSilent(6s)});
     std::vector<Client> waiting;
     for (int i = 0; i < 2; ++i) {
         waiting.emplace_back(tools::kControlSocket);
         waiting.back().send(R"({"do": "usb.plug", "station": "10.0.0.5"})"
                             "\n");
     }
-    ASSERT_TRUE(support::eventually([&] { return receiver.requests().size() == 1 && pluggedIn() == 2; }));
+    ASSERT_TRUE(support::eventually([&] { return receiver.requests().size() == 1 && devicesPluggedIn() == 2; }));
     const auto began = Clock::now();
     EXPECT_EQ(exchange("killDaemon\n"), "ok\n");
     for (const Client &client : waiting) {
         EXPECT_THAT(client.receiveAll(), HasSubstr(R"("delivery":"the simulator ends")"));
     }
-    service.join();
+    receiver.joinService();
     EXPECT_LT(Clock::now() - began, 3s);
 }
 
 TEST(UsbEvents, that_wait_are_not_sent_after_a_deactivation)
 {
-    const RunningService service;
-    const ScriptedService receiver({support::staysSilent(1s)}, kUsbSocket);
-    activate();
+    const UsbReceiver receiver({support::staysSilent(1s)});
     std::vector<Client> waiting;
     for (int i = 0; i < 3; ++i) {
         waiting.emplace_back(tools::kControlSocket);
         waiting.back().send(R"({"do": "usb.plug", "station": "10.0.0.5"})"
                             "\n");
     }
-    ASSERT_TRUE(support::eventually([&] { return receiver.requests().size() == 1 && pluggedIn() == 3; }));
+    ASSERT_TRUE(support::eventually([&] { return receiver.requests().size() == 1 && devicesPluggedIn() == 3; }));
     EXPECT_EQ(exchange("deactivateUSBEvents\n"), "ok\n");
     EXPECT_THAT(waiting[0].receiveAll(), HasSubstr(R"("delivery":"delivered")"));
     EXPECT_THAT(waiting[1].receiveAll(), HasSubstr(R"("delivery":"not activated")"));
     EXPECT_THAT(waiting[2].receiveAll(), HasSubstr(R"("delivery":"not activated")"));
     EXPECT_EQ(receiver.requests().size(), 1U);
-    activate();
+    activateUsbEvents();
     EXPECT_EQ(plug("10.0.0.5")["delivery"], "delivered") << "the next activation finds nothing left over";
 }
 
 TEST(UsbEvents, go_on_when_the_client_has_gone)
 {
-    const RunningService service;
-    const ScriptedService receiver({support::answersWith([](const std::string &) {
-                                       std::this_thread::sleep_for(200ms);
-                                       return std::string("ok");
-                                   })},
-                                   kUsbSocket);
-    activate();
+    const UsbReceiver receiver({support::answersWith([](const std::string &) {
+        std::this_thread::sleep_for(200ms);
+        return std::string("ok");
+    })});
     {
         const Client gone(tools::kControlSocket);
         gone.send(R"({"do": "usb.plug", "station": "10.0.0.5"})"

@@ -1,10 +1,7 @@
 // Storms of USB events: how many, how fast, in which order, and how they end.
-#include "common/control_client.h"
-#include "tools/kvosim/support/client.h"
-#include "tools/kvosim/support/running_service.h"
+#include "tools/kvosim/support/usb_receiver.h"
 
-#include "support/scripted_service.h"
-#include "support/usb_events.h"
+#include "support/eventually.h"
 
 #include <gmock/gmock.h>
 
@@ -13,12 +10,13 @@ using namespace std::chrono_literals;
 namespace {
 
 using kvosim::Clock;
+using kvosim_test::activateUsbEvents;
 using kvosim_test::Client;
+using kvosim_test::devicesPluggedIn;
 using kvosim_test::exchange;
 using kvosim_test::RunningService;
-using support::kUsbSocket;
+using kvosim_test::UsbReceiver;
 using support::replies;
-using support::ScriptedService;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::StartsWith;
@@ -26,22 +24,11 @@ using testing::ThrowsMessage;
 using tools::askSimulator;
 using tools::Json;
 
-tools::Json storm(const tools::Json &order)
-{
-    tools::Json request{{"do", "usb.storm"}};
-    request.update(order);
-    return tools::askSimulator(request, tools::kControlSocket, 60s);
-}
-
-void activate() { EXPECT_EQ(exchange("activateUSBEvents\n"), "ok\n"); }
-
-std::size_t pluggedIn() { return tools::askSimulator({{"do", "status"}})["usb_devices"].get<std::size_t>(); }
+tools::Json storm(const tools::Json &order) { return kvosim_test::askUsb("storm", order); }
 
 TEST(UsbStorm, plugs_in_and_removes_at_all_stations_in_turn)
 {
-    const RunningService service;
-    const ScriptedService receiver({replies("ok")}, kUsbSocket);
-    activate();
+    const UsbReceiver receiver;
     const tools::Json sums = storm({{"count", 8}});
     EXPECT_EQ(sums["sent"], 8);
     EXPECT_EQ(sums["delivered"], 8);
@@ -58,25 +45,21 @@ TEST(UsbStorm, plugs_in_and_removes_at_all_stations_in_turn)
                                         "newUSBdevice*10.0.0.6*usb1*", "removeUSBdevice*10.0.0.6*usb1*",
                                         "newUSBdevice*192.168.0.7*usb1*", "removeUSBdevice*192.168.0.7*usb1*",
                                         "newUSBdevice*10.0.0.5*usb1*", "removeUSBdevice*10.0.0.5*usb1*"));
-    EXPECT_EQ(pluggedIn(), 0U);
+    EXPECT_EQ(devicesPluggedIn(), 0U);
 }
 
 TEST(UsbStorm, of_an_odd_count_at_one_station_leaves_a_device)
 {
-    const RunningService service;
-    const ScriptedService receiver({replies("ok")}, kUsbSocket);
-    activate();
+    const UsbReceiver receiver;
     EXPECT_EQ(storm({{"count", 3}, {"station", "Fräse"}})["delivered"], 3);
     EXPECT_THAT(receiver.requests(), ElementsAre(StartsWith("newUSBdevice*10.0.0.6*"), StartsWith("removeUSBdevice*10.0.0.6*"),
                                                  StartsWith("newUSBdevice*10.0.0.6*")));
-    EXPECT_EQ(pluggedIn(), 1U);
+    EXPECT_EQ(devicesPluggedIn(), 1U);
 }
 
 TEST(UsbStorm, keeps_its_rate)
 {
-    const RunningService service;
-    const ScriptedService receiver({replies("ok")}, kUsbSocket);
-    activate();
+    const UsbReceiver receiver;
     const auto began = Clock::now();
     const tools::Json sums = storm({{"count", 11}, {"rate", 20}});
     EXPECT_GE(Clock::now() - began, 500ms) << "ten intervals of 50 ms";
@@ -86,9 +69,7 @@ TEST(UsbStorm, keeps_its_rate)
 
 TEST(UsbStorm, lets_others_through)
 {
-    const RunningService service;
-    const ScriptedService receiver({replies("ok")}, kUsbSocket);
-    activate();
+    const UsbReceiver receiver;
     const Client client(tools::kControlSocket);
     client.send(R"({"do": "usb.storm", "count": 4000})"
                 "\n");
@@ -103,7 +84,7 @@ TEST(UsbStorm, lets_others_through)
 TEST(UsbStorm, counts_what_no_receiver_takes)
 {
     const RunningService service;
-    activate();
+    activateUsbEvents();
     const tools::Json sums = storm({{"count", 3}});
     EXPECT_EQ(sums["sent"], 3);
     EXPECT_EQ(sums["delivered"], 0);
@@ -115,21 +96,18 @@ TEST(UsbStorm, needs_activated_events_and_stations)
     {
         const RunningService service;
         EXPECT_THAT([] { storm({{"count", 3}}); }, ThrowsMessage<tools::Refused>(StartsWith("USB events are not activated")));
-        EXPECT_EQ(pluggedIn(), 0U);
+        EXPECT_EQ(devicesPluggedIn(), 0U);
     }
     const RunningService empty("");
-    activate();
+    activateUsbEvents();
     EXPECT_THAT([] { storm({{"count", 3}}); }, ThrowsMessage<tools::Refused>(HasSubstr("the plant has no station")));
 }
 
 TEST(UsbStorm, ends_when_events_are_deactivated)
 {
-    const RunningService service;
-    const ScriptedService receiver({replies("ok"), replies("ok"), support::answersWith([](const std::string &) {
-                                        return exchange("deactivateUSBEvents\n").substr(0, 2);
-                                    })},
-                                   kUsbSocket);
-    activate();
+    const UsbReceiver receiver({replies("ok"), replies("ok"), support::answersWith([](const std::string &) {
+                                    return exchange("deactivateUSBEvents\n").substr(0, 2);
+                                })});
     const tools::Json sums = storm({{"count", 1000}});
     EXPECT_EQ(sums["sent"], 3);
     EXPECT_EQ(sums["delivered"], 3);
@@ -138,9 +116,7 @@ TEST(UsbStorm, ends_when_events_are_deactivated)
 
 TEST(UsbStorm, ends_when_the_client_has_gone)
 {
-    const RunningService service;
-    const ScriptedService receiver({replies("ok")}, kUsbSocket);
-    activate();
+    const UsbReceiver receiver;
     {
         const Client gone(tools::kControlSocket);
         gone.send(R"({"do": "usb.storm", "count": 100000, "rate": 200})"
@@ -155,50 +131,41 @@ TEST(UsbStorm, ends_when_the_client_has_gone)
 
 TEST(UsbStorm, ends_with_the_service)
 {
-    RunningService service;
-    const ScriptedService receiver({replies("ok")}, kUsbSocket);
-    activate();
+    UsbReceiver receiver;
     const Client client(tools::kControlSocket);
     client.send(R"({"do": "usb.storm", "count": 100000})"
                 "\n");
     ASSERT_TRUE(support::eventually([&] { return receiver.requests().size() >= 5; }));
     EXPECT_EQ(exchange("killDaemon\n"), "ok\n");
     EXPECT_THAT(client.receiveAll(), testing::AnyOf(HasSubstr("the simulator ends"), HasSubstr("the simulator is ending")));
-    service.join();
+    receiver.joinService();
 }
 
 TEST(UsbStorm, of_a_locked_station_is_of_refusals)
 {
-    const RunningService service("[[station]]\naddress = \"10.0.0.5\"\nname = \"A\"\nusb_lock = \"1:0\"\n");
-    const ScriptedService receiver({replies("ok")}, kUsbSocket);
-    activate();
+    const UsbReceiver receiver({replies("ok")}, "[[station]]\naddress = \"10.0.0.5\"\nname = \"A\"\nusb_lock = \"1:0\"\n");
     EXPECT_EQ(storm({{"count", 2}})["delivered"], 2);
     EXPECT_THAT(receiver.requests(), ElementsAre(StartsWith("ignoreUSBdevice*"), StartsWith("ignoreUSBdevice*")));
 }
 
 TEST(UsbStorm, copes_with_a_device_that_somebody_else_removes)
 {
-    const RunningService service;
-    const ScriptedService receiver({support::answersWith([](const std::string &) {
-                                        // The storm's own device, under its hands: nobody waits for that event here.
-                                        const Client client(tools::kControlSocket);
-                                        client.send(R"({"do": "usb.unplug", "station": "10.0.0.5", "device": "usb1"})"
-                                                    "\n");
-                                        std::this_thread::sleep_for(50ms);
-                                        return std::string("ok");
-                                    }),
-                                    replies("ok")},
-                                   kUsbSocket);
-    activate();
+    const UsbReceiver receiver({support::answersWith([](const std::string &) {
+                                    // The storm's own device, under its hands: nobody waits for that event here.
+                                    const Client client(tools::kControlSocket);
+                                    client.send(R"({"do": "usb.unplug", "station": "10.0.0.5", "device": "usb1"})"
+                                                "\n");
+                                    std::this_thread::sleep_for(50ms);
+                                    return std::string("ok");
+                                }),
+                                replies("ok")});
     EXPECT_EQ(storm({{"count", 2}, {"station", "10.0.0.5"}})["delivered"], 2);
-    EXPECT_EQ(pluggedIn(), 1U) << "the second event is a new device again";
+    EXPECT_EQ(devicesPluggedIn(), 1U) << "the second event is a new device again";
 }
 
 TEST(UsbStorm, ends_at_a_station_that_reboots)
 {
-    const RunningService service("[[station]]\naddress = \"10.0.0.5\"\nname = \"A\"\nreboot_time_ms = 60000\n");
-    const ScriptedService receiver({replies("ok")}, kUsbSocket);
-    activate();
+    const UsbReceiver receiver({replies("ok")}, "[[station]]\naddress = \"10.0.0.5\"\nname = \"A\"\nreboot_time_ms = 60000\n");
     EXPECT_EQ(exchange("reboot=0A000005\n"), "ok\n");
     const tools::Json sums = storm({{"count", 2}});
     EXPECT_EQ(sums["sent"], 0);

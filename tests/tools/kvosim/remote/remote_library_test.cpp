@@ -1,5 +1,6 @@
 // The library's own agent against the simulator: every command that it knows, its indications, and its return.
 #include "common/control_client.h"
+#include "support/eventually.h"
 #include "support/kept_by_the_platform.h"
 #include "tools/kvosim/support/running_service.h"
 
@@ -56,15 +57,12 @@ kvosim::ServiceOptions options()
 
 bool agentComes(std::chrono::seconds patience = 10s)
 {
-    const auto until = std::chrono::steady_clock::now() + patience;
-    while (std::chrono::steady_clock::now() < until) {
-        const tools::Json list = tools::askSimulator({{"do", "remote.list"}});
-        if (!list["sessions"][0]["agent"].is_null()) {
-            return true;
-        }
-        std::this_thread::sleep_for(10ms);
-    }
-    return false;
+    return support::eventually(
+        [] {
+            const tools::Json list = tools::askSimulator({{"do", "remote.list"}});
+            return !list["sessions"][0]["agent"].is_null();
+        },
+        patience);
 }
 
 std::string ask(const std::string &request)
@@ -172,12 +170,8 @@ TEST_F(LibraryAgent, answers_every_command)
         }
         EXPECT_EQ(ask(command.keyword + argument), reply) << command.keyword;
     }
-    std::string lock = ask("get-usb-lock");
-    for (int i = 0; i < 200 && lock == "usb-lock=1:7"; ++i) {
-        std::this_thread::sleep_for(10ms);
-        lock = ask("get-usb-lock");
-    }
-    EXPECT_EQ(lock, "usb-lock=1:9");
+    support::eventually([] { return ask("get-usb-lock") != "usb-lock=1:7"; });
+    EXPECT_EQ(ask("get-usb-lock"), "usb-lock=1:9");
     // What was set is the station's in the plant, found by its address in the agent's order of bytes.
     EXPECT_EQ(ask("get-mcpaddr"), "mcpaddr=21");
     EXPECT_EQ(ask("get-cksindex"), "cksindex=41");
@@ -201,12 +195,8 @@ TEST_F(LibraryAgent, answers_for_a_station_that_it_knows_by_name)
     EXPECT_EQ(ask("show-panel-size"), "width=800 height=600 depth=16");
     EXPECT_EQ(ask("get-mcpaddr"), "mcpaddr=12");
     EXPECT_EQ(ask("set-usb-lock=1:9"), "ok");
-    std::string lock = ask("get-usb-lock");
-    for (int i = 0; i < 200 && lock == "usb-lock=1:7"; ++i) {
-        std::this_thread::sleep_for(10ms);
-        lock = ask("get-usb-lock");
-    }
-    EXPECT_EQ(lock, "usb-lock=1:9");
+    support::eventually([] { return ask("get-usb-lock") != "usb-lock=1:7"; });
+    EXPECT_EQ(ask("get-usb-lock"), "usb-lock=1:9");
 }
 
 TEST_F(LibraryAgent, indications_come_in_order)

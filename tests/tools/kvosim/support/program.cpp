@@ -1,6 +1,8 @@
 // Processes of the tests.
 #include "tools/kvosim/support/program.h"
 
+#include "support/eventually.h"
+
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -95,14 +97,7 @@ int Program::wait()
 
 bool Program::hasWritten(const std::string &text) const
 {
-    const auto until = std::chrono::steady_clock::now() + 10s;
-    while (out().find(text) == std::string::npos) {
-        if (std::chrono::steady_clock::now() > until) {
-            return false;
-        }
-        std::this_thread::sleep_for(2ms);
-    }
-    return true;
+    return support::eventually([&] { return out().find(text) != std::string::npos; });
 }
 
 std::vector<std::string> Program::temporaryFiles() const

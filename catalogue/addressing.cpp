@@ -1,0 +1,155 @@
+// The addresses of a station's panel, and the stations of an address.
+#include "catalogue/catalogue.h"
+
+#include <kvo_hws/requests.h>
+
+namespace catalogue {
+
+namespace {
+
+/// A setter whose value goes out as it is.
+Request &sets(Request &request, const std::string &keyword)
+{
+    return request.asks(keyword + "=\"7\" 0A000005", {station, 7})
+        .on("ok", 1)
+        .sends(keyword + "=\"1000\" 0A000005", {station, 1000})
+        .sends(keyword + "=\"4294967295\" 0A000005", {station, 0xFFFFFFFF})
+        .soak({1, -1, -2});
+}
+
+std::vector<Request> setters()
+{
+    Request mcp = KVO_REQUEST(KVO_HWS_setMCPAddress, "set MCP address");
+    sets(mcp, "setMCPAddress").kvoctl("address mcp", {kHere, "7"}).python("Panel.set_mcp_address");
+    Request index = KVO_REQUEST(KVO_HWS_setKVOIndex, "set KVO index");
+    sets(index, "setKVOIndex").kvoctl("address kvo-index", {kHere, "7"}).python("Panel.set_kvo_index");
+    Request dck = KVO_REQUEST(KVO_HWS_setDCKEnable, "set DCK mode");
+    sets(dck, "setDCKEnable").python("Panel.set_dck_enable");
+    return {
+        mcp,
+        index,
+        dck,
+        KVO_REQUEST(KVO_HWS_setDCKEnable, "set DCK mode")
+            .variant("on")
+            .asks("setDCKEnable=\"1\" 0A000005", {station, 1})
+            .on("ok", 1)
+            .kvoctl("address dck-enable", {kHere, "on"})
+            .python("Panel.set_dck_enable"),
+
+        // The reason of the range check is another function's; "bad request" is told like "failed".
+        KVO_REQUEST(KVO_HWS_setKVOCksIndex, "set cks index")
+            .asks("setKVOCksIndex=\"255\" 0A000005", {station, 255})
+            .on("ok", 1)
+            .on("bad request", -1, "error sending request")
+            .sends("setKVOCksIndex=\"0\" 0A000005", {station, 0})
+            .refuses({station, 256}, -3, "invalid parameter (0 \"auto\" or 1 \"individual\")")
+            .soak({1, -1, -2, -3})
+            .kvoctl("address cks-index", {kHere, "255"})
+            .python("Panel.set_cks_index"),
+
+        KVO_REQUEST(KVO_HWS_simulateMCPKey, "simulate MCP key")
+            .asks("simulateMCPKey=\"12:1\" 0A000005", {station, 12, 1})
+            .on("ok", 1)
+            .sends("simulateMCPKey=\"4294967295:4294967294\" 0A000005", {station, 0xFFFFFFFF, 0xFFFFFFFE})
+            .soak({1, -1, -2})
+            .kvoctl("address simulate-key", {kHere, "12", "1"})
+            .python("Panel.simulate_mcp_key"),
+
+        KVO_REQUEST(KVO_HWS_enableMCPKey, "enable MCP key")
+            .asks("enableMCPKey=\"12:1\" 0A000005", {station, 12, 1})
+            .on("ok", 1)
+            .sends("enableMCPKey=\"4294967295:4294967294\" 0A000005", {station, 0xFFFFFFFF, 0xFFFFFFFE})
+            .soak({1, -1, -2})
+            .kvoctl("address enable-key", {kHere, "12", "1"})
+            .python("Panel.enable_mcp_key"),
+    };
+}
+
+/// A number up to a bound, and nothing behind it.
+Request &gets(Request &request, const std::string &keyword, const std::string &key, uint32_t highest)
+{
+    request.asks(keyword + "=0A000005", {station, out})
+        .reads({.key = key, .highest = highest == 0xFFFFFFFF ? ~0UL : highest})
+        .on(key + std::to_string(highest), 1, {highest})
+        .on(key + "0", 1, {0})
+        .on(key, 1, {0})
+        .on(key + "1 ", -1)
+        .on(key + "x", -1)
+        .on(key + "0x1", -1)
+        .unknown(" " + key + "1")
+        .nullPointer({station, nullptr})
+        .soak({1, -1, -2});
+    if (highest != 0xFFFFFFFF) {
+        return request.on(key + std::to_string(highest + 1), -1).on(key + "-1", -1).on(key + "4294967296", -1);
+    }
+    // Without a bound, the low 32 bits of what the platform's long holds.
+    return request.on(key + "4294967298", 1, {sizeof(long) == 8 ? 2 : 0xFFFFFFFF});
+}
+
+std::vector<Request> getters()
+{
+    Request mcp = KVO_REQUEST(KVO_HWS_getMCPAddress, "get MCP address");
+    gets(mcp, "getMCPAddress", "mcpaddr=", 255).kvoctl("address mcp", {kHere}).python("Panel.get_mcp_address");
+    Request index = KVO_REQUEST(KVO_HWS_getKVOIndex, "get KVO index");
+    gets(index, "getKVOIndex", "kvoindex=", 255).kvoctl("address kvo-index", {kHere}).python("Panel.get_kvo_index");
+    Request enable = KVO_REQUEST(KVO_HWS_getDCKEnable, "get DCK mode");
+    gets(enable, "getDCKEnable", "dckenable=", 1).kvoctl("address dck-enable", {kHere}).python("Panel.get_dck_enable");
+    Request dck = KVO_REQUEST(KVO_HWS_getDCKAddress, "get DCK address");
+    gets(dck, "getDCKAddress", "dckaddr=", 255).kvoctl("address dck", {kHere}).python("Panel.get_dck_address");
+    Request cks = KVO_REQUEST(KVO_HWS_getKVOCksIndex, "get KVO cks index");
+    gets(cks, "getKVOCksIndex", "cksindex=", 0xFFFFFFFF).kvoctl("address cks-index", {kHere}).python("Panel.get_cks_index");
+    return {mcp, index, enable, dck, cks};
+}
+
+/// What a look-up of an address says where no station has it, and where several have it.
+struct Misses {
+    const char *none;
+    const char *noneReason;
+    const char *several;
+    const char *severalReason;
+};
+
+/// A look-up of a station by an address.
+Request &finds(Request &request, const std::string &keyword, const Misses &misses)
+{
+    return request.asks(keyword + "=00000005", {5, out})
+        .reads({.key = "ipaddr=", .base = 16})
+        .on("ipaddr=0A000005", 1, {0x0A000005})
+        .on("ipaddr=fffffffe", 1, {0xFFFFFFFE})
+        .on("ipaddr=", 1, {0})
+        .on("ipaddr=0x0A000005", 1, {0x0A000005})
+        .on("ipaddr=10A000005", 1, {sizeof(long) == 8 ? 0x0A000005 : 0xFFFFFFFF})
+        .on("ipaddr=0A000005 ", -1)
+        .on("ipaddr=10.0.0.5", -1)
+        .on(misses.none, 0, misses.noneReason)
+        .on(misses.several, -3, misses.severalReason)
+        .unknown(std::string(misses.none) + " ")
+        .nullPointer({5, nullptr})
+        .soak({1, 0, -1, -2, -3});
+}
+
+std::vector<Request> lookUps()
+{
+    Request mcp = KVO_REQUEST(KVO_HWS_getIPbyMCPAddress, "get IP by MCP address");
+    finds(mcp, "getIPbyMCPAddress",
+          {"no_mcp_address", "no MCP address found", "more_than_one_mcp", "more than one MCP addresses found"})
+        .kvoctl("address find", {"--mcp", "5"})
+        .python("Service.find_by_mcp_address");
+    Request dck = KVO_REQUEST(KVO_HWS_getIPbyDCKAddress, "get IP by DCK address");
+    finds(dck, "getIPbyDCKAddress",
+          {"no_dck_address", "no DCK address found", "more_than_one_dck", "more than one DCK addresses found"})
+        .kvoctl("address find", {"--dck", "5"})
+        .python("Service.find_by_dck_address");
+    Request index = KVO_REQUEST(KVO_HWS_getIPbyKVOIndex, "get IP by KVO index");
+    finds(index, "getIPbyKVOIndex",
+          {"no_kvo_index", "no KVO index found", "more_than_one_kvo_index", "more than one KVO index found"})
+        .kvoctl("address find", {"--kvo-index", "5"})
+        .python("Service.find_by_kvo_index");
+    return {mcp, dck, index};
+}
+
+}  // namespace
+
+Family addressing() { return {"addressing", joined({setters(), getters(), lookUps()})}; }
+
+}  // namespace catalogue

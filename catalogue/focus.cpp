@@ -1,0 +1,161 @@
+// Focus, start and channel information.
+#include "catalogue/catalogue.h"
+
+#include <kvo_hws/requests.h>
+
+namespace catalogue {
+
+namespace {
+
+constexpr std::size_t kBuffer = 8192;  // more than any text of a plant
+
+Request priority()
+{
+    Request request = KVO_REQUEST(KVO_HWS_getKVOPriority, "get KVO priority");
+    request.asks("getKVOPriority=0A000005", {station, out, out})
+        .on("Priority=", 1, {0, 1})
+        .on("Priority=:", 1, {0, 1})
+        .on("Priority=0:", 1, {0, 1})
+        .on("Priority=1:", 1, {1, 1})
+        .on("Priority=1:3", 1, {1, 3})
+        .on("Priority=1:10", 1, {1, 10})
+        .on("Priority=:7", 1, {0, 7})
+        .unknown("priority=1:3")
+        .soak({1, -1, -2})
+        .kvoctl("focus priority", {kHere})
+        .python("Panel.get_priority");
+    for (const char *malformed : {"1", "2:3", "0:0", "0:11", "0:5 ", "x", " 1:3", "+1:3", "-1:3", ":x", ":+5", "1 :5",
+                                  "4294967296:1", ":4294967297", "::", "1:3:"}) {
+        request.on(std::string("Priority=") + malformed, -1, "error get suspend options");
+    }
+    return request;
+}
+
+std::vector<Request> numbers()
+{
+    return {
+        priority(),
+
+        KVO_REQUEST(KVO_HWS_getKVOStartupActive, "get KVO startup active")
+            .asks("getKVOStartupActive=0A000005", {station, out})
+            .reads({.key = "startup-active=", .highest = 2})
+            .on("startup-active=0", 1, {0})
+            .on("startup-active=2", 1, {2})
+            .on("startup-active=3", -1)
+            .on("startup-active=1 ", -1)
+            .on("startup-active=-1", -1)
+            .nullPointer({station, nullptr})
+            .soak({1, -1, -2})
+            .kvoctl("focus startup", {kHere})
+            .python("Panel.get_startup_active"),
+
+        KVO_REQUEST(KVO_HWS_getKVOStartupPrio, "get KVO startup prio")
+            .asks("getKVOStartupPrio=0A000005", {station, out})
+            .reads({.key = "startup-prio="})
+            .on("startup-prio=70", 1, {70})
+            .on("startup-prio=4294967295", 1, {0xFFFFFFFF})
+            .on("startup-prio=4294967298", 1, {sizeof(long) == 8 ? 2 : 0xFFFFFFFF})
+            .on("startup-prio=70x", -1)
+            .nullPointer({station, nullptr})
+            .soak({1, -1, -2})
+            .kvoctl("focus startup", {kHere})
+            .python("Panel.get_startup_prio"),
+
+        KVO_REQUEST(KVO_HWS_getKVOChannelOnFocus, "get KVO channel on focus")
+            .asks("getKVOChannelOnFocus=0A000005", {station, out})
+            .reads({.key = "channel-on-focus=", .lowest = 1, .highest = 8})
+            .on("channel-on-focus=1", 1, {1})
+            .on("channel-on-focus=8", 1, {8})
+            .on("channel-on-focus=0", -1)
+            .on("channel-on-focus=9", -1)
+            .on("channel-on-focus=", -1)
+            .on("channel-on-focus=1 ", -1)
+            .nullPointer({station, nullptr})
+            .soak({1, -1, -2})
+            .kvoctl("focus channel", {kHere})
+            .python("Panel.get_channel_on_focus"),
+    };
+}
+
+std::vector<Request> texts()
+{
+    const std::string longText(1500, 't');  // more than one read of the channel
+    return {
+        KVO_REQUEST(KVO_HWS_getKVOScreenOnFocus, "get KVO screen on focus")
+            .asks("getKVOScreenOnFocus=0A000005", {station, room(kBuffer)})
+            .on("screen-on-focus=machine", 1, {"machine"})
+            .on("screen-on-focus=" + longText, 1, {longText})
+            .on("screen-on-focus=", 1, {""})
+            .nullPointer({station, nullptr})
+            .soak({1, -1, -2})
+            .kvoctl("focus screen", {kHere})
+            .python("Panel.get_screen_on_focus"),
+
+        // Whatever the daemon answers is the text; only "failed" is none.
+        KVO_REQUEST(KVO_HWS_getKVOT2M2N, "get KVO M:N")
+            .asks("getKVOt2m2n=0A000005", {station, room(kBuffer)})
+            .takesAnyReply()
+            .on("1:2 3:4", 1, {"1:2 3:4"})
+            .on("unknown", 1, {"unknown"})
+            .on("", 1, {""})
+            .on("failed ", 1, {"failed "})
+            .on("failed", -1, "error sending request")
+            .nullPointer({station, nullptr})
+            .soak({1, -1, -2})
+            .kvoctl("focus m2n", {kHere})
+            .python("Panel.get_t2m2n"),
+    };
+}
+
+/// A buffer of 64 bytes, of which the caller says that it has so many.
+Arguments infoOf(uint32_t size) { return {station, room(64), inOut(size)}; }
+
+std::vector<Request> channelInfo()
+{
+    const std::string longest(230, 'i');
+    return {
+        KVO_REQUEST(KVO_HWS_setChannelInfo, "set channel info")
+            .asks("setChannelInfo=\"turning 2\" 0A000005", {station, "turning 2"})
+            .on("ok", 1)
+            .sends("setChannelInfo=\"\" 0A000005", {station, ""})
+            .sends("setChannelInfo=\"" + longest + "\" 0A000005", {station, longest})
+            .sends("setChannelInfo=\"a\"b\" 0A000005", {station, "a\"b"})
+            .refuses({station, longest + "i"}, -3, "channel info to long (max. 230)")
+            .nullPointer({station, nullptr})
+            .soak({1, -1, -2})
+            .kvoctl("channel-info set", {kHere, "turning 2"})
+            .python("Panel.set_channel_info"),
+
+        KVO_REQUEST(KVO_HWS_getChannelInfo, "get channel info")
+            .asks("getChannelInfo=0A000005", infoOf(16))
+            .on("channel-info=abc", 1, {"abc", 16})
+            .on("channel-info=abc", 1, {"abc", 4})
+            .given(infoOf(4))
+            .on("channel-info=abc", -3, {nothing, 4})
+            .given(infoOf(3))
+            .on("channel-info=abc", -3, {nothing, 4})
+            .given(infoOf(0))
+            .on("channel-info=", 0, {nothing, 0})
+            .given(infoOf(0))
+            .on("channel-info=", 0, {"", 1})
+            .given(infoOf(1))
+            .nullPointer({station, room(4), nullptr})
+            .nullPointer({station, nullptr, inOut(4)})
+            .soak({1, 0, -1, -2, -3})
+            .kvoctl("channel-info get", {kHere})
+            .python("Panel.get_channel_info"),
+
+        KVO_REQUEST(KVO_HWS_deleteChannelInfo, "delete channel info")
+            .asks("deleteChannelInfo=0A000005", {station})
+            .on("ok", 1)
+            .soak({1, -1, -2})
+            .kvoctl("channel-info delete", {kHere})
+            .python("Panel.delete_channel_info"),
+    };
+}
+
+}  // namespace
+
+Family focus() { return {"focus", joined({numbers(), texts(), channelInfo()})}; }
+
+}  // namespace catalogue

@@ -1,0 +1,155 @@
+// Station metrics, the client list and the kind of panel.
+#include "catalogue/catalogue.h"
+
+#include <kvo_hws/requests.h>
+
+namespace catalogue {
+
+namespace {
+
+constexpr std::size_t kMetric = 8;  // bytes
+
+/// A metric that is a number: the replies that it is read from, and those that are a fault.
+Request number(uint32_t metric, const std::string &name, const std::string &command, const std::string &key,
+               const std::vector<std::pair<std::string, uint32_t>> &good, const std::vector<std::string> &bad)
+{
+    Request request = KVO_REQUEST(KVO_HWS_getStationMetrics, "KVO_HWS_getStationMetrics");
+    request.variant(name).asks(command + "=0A000005", {station, metric, room(kMetric)});
+    for (const auto &[text, value] : good) {
+        request.on(key + text, 1, {value});
+    }
+    for (const std::string &text : bad) {
+        request.on(key + text, -5);
+    }
+    return request.on("none", -4, "information not available")
+        .failedIs(-1, "unknown error sending request")
+        .unknown("not found")
+        .nullPointer({station, metric, nullptr})
+        .soak({1, -1, -2, -4, -5})
+        .kvoctl("metrics", {kHere, name})
+        .python("Panel.get_metric");
+}
+
+Request softkeyType()
+{
+    std::vector<std::pair<std::string, uint32_t>> good = {{"0", 0}, {"1E", 0x1E}, {"fffffffe", 0xFFFFFFFE}};
+    std::vector<std::string> bad = {"1", "FFFFFFFF", "2 ", "", "x", "100000002"};
+    // strtoul takes the sign; what comes of it is beyond 32 bits where long is.
+    if (sizeof(long) == 8) {
+        bad.emplace_back("-2");
+    } else {
+        good.emplace_back("-2", 0xFFFFFFFE);
+    }
+    return number(2, "softkey-type", "getSoftkeyType", "softkey-type=", good, bad);
+}
+
+// The daemon reads the command spelt so.
+Request layout()
+{
+    return KVO_REQUEST(KVO_HWS_getStationMetrics, "KVO_HWS_getStationMetrics")
+        .variant("oem-layout")
+        .asks("getPaneOemLayout=0A000005", {station, 1, room(kMetric)})
+        .on("panel-oem-layout=A", 1, {"A"})
+        .on("panel-oem-layout=LAYOUT7", 1, {"LAYOUT7"})
+        .on("panel-oem-layout=LAYOUT88", -5)
+        .on("panel-oem-layout=", -5)
+        .on("none", -4, "information not available")
+        .failedIs(-1, "unknown error sending request")
+        .refuses({station, 0, room(kMetric)}, -9, "invalid station metric ID received")
+        .refuses({station, 7, room(kMetric)}, -9, "invalid station metric ID received")
+        .nullPointer({station, 0, nullptr})
+        .soak({1, -1, -2, -4, -5})
+        .kvoctl("metrics", {kHere, "oem-layout"})
+        .python("Panel.get_metric");
+}
+
+std::vector<Request> stationMetrics()
+{
+    return {
+        layout(),
+        softkeyType(),
+        number(3, "keyboard-caps", "getKeyBoardCaps", "keyboard-caps=", {{"0", 0}, {"1F", 0x1F}, {"FFFFFFFE", 0xFFFFFFFE}},
+               {"FFFFFFFF", "1F ", "", "G", "-1", "1FFFFFFFF", "100000000", "FFFFFFFFFFFFFFFFFFFF"}),
+        number(4, "dpi", "showDPI", "dpi=", {{"96", 96}, {"0", 0}, {"4294967294", 4294967294U}},
+               {"4294967295", "96 ", "", "x", "-1", "99999999999999999999"}),
+        number(5, "hardware-caps", "getHardwareCaps", "hardware-caps=", {{"A0", 0xA0}}, {"FFFFFFFF", "A0x", ""}),
+        number(6, "rotation", "getPanelRotation", "panel-rotation=", {{"1", 1}, {"4", 4}},
+               {"0", "5", "1 ", "", "-1", "4294967297"}),
+    };
+}
+
+/// An array of that many clients, all zero where they are more than @p clients.
+Stored clients(std::vector<KvoClientEntry> clients, std::size_t capacity)
+{
+    clients.resize(capacity, KvoClientEntry{});
+    return records(clients);
+}
+
+KvoClientEntry client(uint32_t value, const char *name)
+{
+    KvoClientEntry entry{};
+    entry.value = value;
+    std::strcpy(entry.name, name);
+    return entry;
+}
+
+/// The flags are as wide as the platform's long.
+const char *flagsCommand() { return sizeof(long) == 8 ? "getClientList 0 123456789ABCDEF0" : "getClientList 0 9ABCDEF0"; }
+
+// The array is cleared first. Without one every number of clients is too large, which is how callers ask for it.
+Request clientList()
+{
+    const std::string two = "00000002 00000007 00000003 hmi 000000FF 00000007 panel 2 ";
+    const std::vector<KvoClientEntry> both = {client(7, "hmi"), client(255, "panel 2")};
+    const auto arguments = [](uint32_t capacity, unsigned long flags) {
+        return Arguments{room(capacity), inOut(capacity), flags};
+    };
+    return KVO_REQUEST(KVO_HWS_getClientList, "get client list")
+        .asks("getClientList 0 BEEF", arguments(2, 0xBEEF))
+        .takesAnyReply()
+        .on(two, 1, {clients(both, 2), 2})
+        .on(two, 1, {clients(both, 9), 2})
+        .given({"getClientList 0 0"}, arguments(9, 0))
+        .on(two, 1, {clients(both, 2), 2})
+        .given({flagsCommand()}, arguments(2, static_cast<unsigned long>(0x123456789ABCDEF0U)))
+        .on("00000000 ", 1, {clients({}, 2), 0})
+        .on(two, -3, {clients({}, 1), 2}, "not enough memory (2)")
+        .given(arguments(1, 0xBEEF))
+        .on(two, -3, {2}, "not enough memory (2)")
+        .given({"getClientList 0 1"}, {nullptr, inOut(0), 1})
+        .on("failed", -1, {clients({}, 2), 2}, "error sending request")
+        .on("what", -1, {clients({}, 2), 2}, "can not get count from reply")
+        .on("", -1, {clients({}, 2), 2}, "can not get count from reply")
+        .on("00000001 x", -1, {clients({}, 2), 2}, "can not get KVO list from reply")
+        .nullPointer({room(1), nullptr, 0})
+        .nullPointer({nullptr, inOut(1), 0})
+        .withoutServiceStores({clients({}, 2), 2})
+        .soak({1, -1, -2, -3})
+        .kvoctl("clients", {"--flags", "BEEF"})
+        .python("Service.get_clients");
+}
+
+Request marovantiPanel()
+{
+    return KVO_REQUEST(KVO_HWS_isMarovantiPanel, "is MAROVANTI panel")
+        .asks("isMarovantiPanel 0A000005", {station})
+        .on("is-Marovanti-Panel=1", 1)
+        .on("is-Marovanti-Panel=0", 0)
+        .on("is-Marovanti-Panel=", -1, "invalid mode [0|1]")
+        .on("is-Marovanti-Panel=10", -3, "invalid mode [0|1]")
+        .on("is-Marovanti-Panel=2", -3, "invalid mode [0|1]")
+        .on("is-Marovanti-Panel=1 ", -3, "invalid mode [0|1]")
+        .on("not found", -4, "panel not found")
+        .failedIs(-4, "failed")
+        .unknownIs(-5, "unknown error sending request")
+        .unknown("not found ")
+        .soak({1, 0, -1, -2, -3, -4, -5})
+        .kvoctl("panel marovanti", {kHere})
+        .python("Panel.is_marovanti");
+}
+
+}  // namespace
+
+Family metrics() { return {"metrics", joined({stationMetrics(), {clientList(), marovantiPanel()}})}; }
+
+}  // namespace catalogue

@@ -1,0 +1,64 @@
+// Functions that are no single exchange of texts with the service. Of most of them the names alone stand here: their tests are
+// their own.
+#include "catalogue/catalogue.h"
+
+#include <kvo_hws/service.h>
+
+namespace catalogue {
+
+namespace {
+
+/// A function that the catalogue does not call.
+Request named(const char *function) { return {Function(function), ""}; }
+
+const std::vector<std::string> kAgent{"--focus", kHere, "--remote", "127.0.0.1", "--session", "3"};
+
+std::vector<Request> severalExchanges()
+{
+    return {
+        named("KVO_HWS_getKVOCurrentListFromRegistry").kvoctl("stations", {"--current"}).python("Service.get_current_stations"),
+        named("KVO_HWS_getKVOPreviousListFromRegistry")
+            .kvoctl("stations", {"--previous"})
+            .python("Service.get_previous_stations"),
+        named("KVO_HWS_setUsbLock").kvoctl("usb lock set", {"1", "0", "--all"}).python("Service.set_usb_lock"),
+        named("KVO_HWS_activateUSBEvents").kvoctl("usb watch", {"--v1"}),
+        named("KVO_HWS_activateUSBEventsV2").kvoctl("usb watch", {}).python("UsbEvents.start"),
+        named("KVO_HWS_closeUSBEvents").kvoctl("usb close", {}).python("UsbEvents.close"),
+    };
+}
+
+/// A buffer of 64 bytes, of which the caller says that it has so many.
+Arguments textOf(uint32_t size) { return {room(64), inOut(size)}; }
+
+// The text is the same in every version: programs compare it whole.
+Request libraryVersion()
+{
+    return KVO_REQUEST(KVO_HWS_getDLLVersion, "get KVO HWS DLL version")
+        .alone(textOf(13), 1, {"V%#.%#.#%.#%", 13})
+        .alone(textOf(64), 1, {"V%#.%#.#%.#%", 64})
+        .alone(textOf(12), -1, {nothing, 12}, "not enough memory")
+        .alone(textOf(0), -1, {nothing, 12}, "not enough memory")
+        .nullPointer({nullptr, inOut(64)})
+        .nullPointer({room(64), nullptr})
+        .kvoctl("version", {})
+        .python("library_version");
+}
+
+std::vector<Request> noExchange()
+{
+    return {
+        named("KVO_HWS_activateDebugDLL").kvoctl("ready", {"--debug"}).python("activate_debug"),
+        named("KVO_HWS_deactivateDebugDLL").python("deactivate_debug"),
+        named("KVO_HWS_activateEmbKvoEvents").kvoctl("events watch", {}).python("EmbeddedEvents.start"),
+        named("KVO_HWS_deactivateEmbKvoEvents").kvoctl("events watch", {}).python("EmbeddedEvents.close"),
+        named("KVO_HWS_startupEmbHwsClient").kvoctl("agent run", kAgent).python("Agent.start"),
+        named("KVO_HWS_sendEmbHwsEvent").kvoctl("agent run", kAgent).python("Agent.push"),
+        named("KVO_HWS_cleanupEmbHwsClient").kvoctl("agent run", kAgent).python("Agent.close"),
+    };
+}
+
+}  // namespace
+
+Family others() { return {"others", joined({severalExchanges(), {libraryVersion()}, noExchange()})}; }
+
+}  // namespace catalogue

@@ -1,0 +1,148 @@
+// The requests about the service itself and about this panel.
+#include "catalogue/catalogue.h"
+
+#include <kvo_hws/service.h>
+#include <kvo_hws/usbevents.h>
+
+namespace catalogue {
+
+namespace {
+
+// The label is empty: of these, the messages are the command channel's alone.
+std::vector<Request> levelsAndLocks()
+{
+    return {
+        KVO_REQUEST(KVO_HWS_setDebugLevel, "")
+            .asks("setDebugLevel=DEBUG_LEVEL_II", {2})
+            .on("ok", 1)
+            .sends("setDebugLevel=DEBUG_LEVEL_NONE", {0})
+            .sends("setDebugLevel=DEBUG_LEVEL_I", {1})
+            .refuses({3}, -1, "")
+            .refuses({-1}, -1, "")
+            .soak({1, -1, -2})
+            .kvoctl("debug-level", {"II"})
+            .python("Service.set_debug_level"),
+
+        KVO_REQUEST(KVO_HWS_getDebugLevel, "")
+            .asks("getDebugLevel", {})
+            .on("DEBUG_LEVEL_NONE", 0)
+            .on("DEBUG_LEVEL_I", 1)
+            .on("DEBUG_LEVEL_II", 2)
+            .unknown("DEBUG_LEVEL_III")
+            .kvoctl("debug-level", {})
+            .python("Service.get_debug_level"),
+
+        // These have never told a missing service from another failure.
+        KVO_REQUEST(KVO_HWS_lockKVORegData, "")
+            .asks("lockKVORegData", {})
+            .on("ok", 1)
+            .on("busy", 0)
+            .unknown("busy ")
+            .withoutServiceIs(-1)
+            .kvoctl("registry lock", {})
+            .python("Service.lock_registry"),
+        KVO_REQUEST(KVO_HWS_unlockKVORegData, "")
+            .asks("unlockKVORegData", {})
+            .on("ok", 1)
+            .unknown("busy")
+            .withoutServiceIs(-1)
+            .kvoctl("registry unlock", {})
+            .python("Service.unlock_registry"),
+    };
+}
+
+std::vector<Request> lights()
+{
+    return {
+        // The message is another function's, and comes with every reply.
+        KVO_REQUEST(KVO_HWS_setBacklight, "set backlight")
+            .alsoLogs("get KVO HWS version - can not allocate memory")
+            .asks("setBacklight=1", {1})
+            .on("ok", 1)
+            .sends("setBacklight=0", {0})
+            .on("ok\r", 1)
+            .refuses({2}, -1, "unknown mode")
+            .thenLogs("can not send request")
+            .soak({1, -1, -2})
+            .kvoctl("backlight", {"on"})
+            .python("Service.set_backlight"),
+
+        KVO_REQUEST(KVO_HWS_setBrightness, "set brightness")
+            .asks("setBrightness=1 0A000005", {station, 1})
+            .on("ok", 1)
+            .sends("setBrightness=0 0A000005", {station, 0})
+            .sends("setBrightness=0 FEDCBA98", {0xFEDCBA98, 0})
+            .refuses({station, 2}, -1, "unknown mode")
+            .thenLogs("can not send request")
+            .unknown("failed ")
+            .unknown("OK")
+            .soak({1, -1, -2})
+            .kvoctl("brightness", {kHere, "on"})
+            .python("Panel.set_brightness"),
+    };
+}
+
+/// A buffer of 64 bytes, of which the caller says that it has so many.
+Arguments textOf(uint32_t size) { return {room(64), inOut(size)}; }
+
+std::vector<Request> state()
+{
+    return {
+        // Of an unknown reply it says what it says of "failed".
+        KVO_REQUEST(KVO_HWS_isInitComplete, "is init complete")
+            .asks("isInitComplete", {})
+            .on("yes", 1)
+            .on("no", 0)
+            .unknownIs(-1, "error sending request")
+            .soak({1, 0, -1, -2})
+            .kvoctl("ready", {})
+            .python("Service.is_ready"),
+
+        KVO_REQUEST(KVO_HWS_killDaemon, "kill daemon")
+            .asks("killDaemon", {})
+            .takesAnyReply()
+            .on("ok", 1)
+            .on("failed", 1)
+            .on("", 1)
+            .kvoctl("kill-daemon", {})
+            .python("Service.kill"),
+
+        // Any text is a version.
+        KVO_REQUEST(KVO_HWS_getKVOHWSVersion, "get KVO HWS version")
+            .asks("getVersion", textOf(64))
+            .takesAnyReply()
+            .on("V4.7.1-123", 1, {"V4.7.1-123", 64})
+            .on("failed", 1, {"failed", 64})
+            .on("V4.7.1-123", 1, {"V4.7.1-123", 11})
+            .given(textOf(11))
+            .on("V4.7.1-123", -1, {nothing, 10}, "not enough memory")
+            .given(textOf(10))
+            .on("V4.7.1-123", -1, {nothing, 10}, "not enough memory")
+            .given(textOf(3))
+            .on("", 1, {"", 1})
+            .given(textOf(1))
+            .on("", -1, {nothing, 0}, "not enough memory")
+            .given(textOf(0))
+            .nullPointer({nullptr, inOut(64)})
+            .nullPointer({room(64), nullptr})
+            .soak({1, -1, -2})
+            .kvoctl("version", {})
+            .python("Service.get_version"),
+
+        // It has never told a missing service from another failure, and logs nothing itself.
+        KVO_REQUEST(KVO_HWS_isUSBEventsActivated, "")
+            .asks("isUSBEventsActivated", {})
+            .on("yes", 1)
+            .on("no", 0)
+            .withoutServiceIs(-1)
+            .soak({1, 0, -1})
+            .kvoctl("usb is-active", {})
+            .python("Service.is_usb_events_activated"),
+    };
+}
+
+}  // namespace
+
+Family serviceRequests() { return {"service", joined({levelsAndLocks(), lights(), state()})}; }
+
+}  // namespace catalogue

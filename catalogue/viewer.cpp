@@ -1,0 +1,154 @@
+// The viewer of a station, and the station around it.
+#include "catalogue/catalogue.h"
+
+#include <kvo_hws/requests.h>
+
+namespace catalogue {
+
+namespace {
+
+std::vector<Request> stationAround()
+{
+    return {
+        KVO_REQUEST(KVO_HWS_setStatusline, "set status line")
+            .asks("setStatusline=0A000005,1,2,Hello", {station, 1, 2, "Hello"})
+            .on("ok", 1)
+            .sends("setStatusline=0A000005,4294967295,4294967294,", {station, 0xFFFFFFFF, 0xFFFFFFFE, ""})
+            .nullPointer({station, 1, 2, nullptr})
+            .soak({1, -1, -2})
+            .kvoctl("viewer status-line", {kHere, "1", "2", "Hello"})
+            .python("Panel.set_statusline"),
+
+        KVO_REQUEST(KVO_HWS_rebootKVO, "set reboot")
+            .asks("reboot=0A000005", {station})
+            .on("ok", 1)
+            .kvoctl("viewer reboot", {kHere})
+            .python("Panel.reboot"),
+
+        KVO_REQUEST(KVO_HWS_isViewerActive, "is viewer active")
+            .asks("isViewerActive=0A000005", {station})
+            .on("active", 1)
+            .on("not active", 0)
+            .unknown("Active")
+            .soak({1, 0, -1, -2})
+            .kvoctl("viewer active", {kHere})
+            .python("Panel.is_viewer_active"),
+
+        KVO_REQUEST(KVO_HWS_setActivateMe, "activate me")
+            .asks("activateMe=0A000005", {station})
+            .on("ok", 1)
+            .on("busy", 0)
+            .soak({1, 0, -1, -2})
+            .kvoctl("viewer activate-me", {kHere})
+            .python("Panel.activate"),
+    };
+}
+
+std::vector<Request> startAndStop()
+{
+    return {
+        // The null check says "set start viewer", everything else "start viewer".
+        KVO_REQUEST(KVO_HWS_setStartViewer, "start viewer")
+            .asks("startViewer=\"a:b:c\" 0A000005", {station, "a", "b", "c"})
+            .on("ok", 1)
+            .on("busy", 0)
+            .nullPointer({station, nullptr, "b", "c"}, "set start viewer")
+            .nullPointer({station, "a", nullptr, "c"}, "set start viewer")
+            .nullPointer({station, "a", "b", nullptr}, "set start viewer")
+            .kvoctl("viewer start", {kHere, "a", "b", "c"})
+            .python("Panel.start_viewer"),
+
+        KVO_REQUEST(KVO_HWS_startConfiguredViewer, "start configured viewer")
+            .asks("startConfiguredViewer=\"cfg:3\" 0A000005", {station, "cfg", 3})
+            .on("ok", 1)
+            .on("busy", 0)
+            .sends("startConfiguredViewer=\"cfg:4294967295\" 0A000005", {station, "cfg", 0xFFFFFFFF})
+            .nullPointer({station, nullptr, 3})
+            .soak({1, 0, -1, -2})
+            .kvoctl("viewer start-configured", {kHere, "cfg", "3"})
+            .python("Panel.start_configured_viewer"),
+
+        KVO_REQUEST(KVO_HWS_setStopViewer, "stop viewer")
+            .asks("stopViewer=0A000005", {station})
+            .on("ok", 1)
+            .on("not running", 0)
+            .unknown("not running ")
+            .soak({1, 0, -1, -2})
+            .kvoctl("viewer stop", {kHere})
+            .python("Panel.stop_viewer"),
+
+        KVO_REQUEST(KVO_HWS_setStopViewerPreempt, "stop viewer preempt")
+            .asks("stopViewerPreempt=0A000005", {station})
+            .on("ok", 1)
+            .on("not running", 0)
+            .kvoctl("viewer stop", {kHere, "--preempt"})
+            .python("Panel.stop_viewer_preempt"),
+
+        KVO_REQUEST(KVO_HWS_setStopViewerNoClean, "stop viewer no clean")
+            .asks("stopViewerNoClean=0A000005", {station})
+            .on("ok", 1)
+            .on("not running", 0)
+            .kvoctl("viewer stop", {kHere, "--no-clean"})
+            .python("Panel.stop_viewer_no_clean"),
+    };
+}
+
+/// Two buffers of 2048 bytes, of which the caller says that they have so many.
+Arguments serverOf(uint32_t server, uint32_t display)
+{
+    return {station, room(2048), inOut(server), room(2048), inOut(display)};
+}
+
+// The one reply with two parts.
+Request currentServer()
+{
+    const std::string longest(1024, 's');
+    const Arguments ordinary = serverOf(16, 4);
+    return KVO_REQUEST(KVO_HWS_getCurrentServer, "get current server")
+        .asks("getCurServer=0A000005", ordinary)
+        .on("vncserver=10.0.0.7:3", 1, {"10.0.0.7", 9, "3", 2})
+        .on("none", 0)
+        .on("vncserver=10.0.0.7:3", 1, {"10.0.0.7", 9, "3", 2})
+        .given(serverOf(9, 2))
+        .on("vncserver=10.0.0.7:3", -3, {nothing, 9, nothing, 4})
+        .given(serverOf(8, 4))
+        .on("vncserver=10.0.0.7:3", -4, {"10.0.0.7", 9, nothing, 2})
+        .given(serverOf(9, 1))
+        .on("vncserver=10.0.0.7:3", -4, {"10.0.0.7", 9, nothing, 2})
+        .given(serverOf(9, 0))
+        .on("vncserver=:", 1, {"", 1, "", 1})
+        .given(serverOf(1, 1))
+        .on("vncserver=:", -3, {nothing, 1, nothing, 1})
+        .given(serverOf(0, 1))
+        .on("vncserver=a:b:c x", 1, {"a", 2, "b:c x", 6})
+        .given(serverOf(16, 16))
+        .on("vncserver10.0.0.7:3", -1)
+        .on("vncserver=10.0.0.7", -1)
+        .on("vncserver", -1)
+        .on("vncserver=" + longest + ":3", 1, {longest, 1025, "3", 2})
+        .given(serverOf(1025, 4))
+        .on("vncserver=" + longest + "s:3", -1)
+        .given(serverOf(2000, 4))
+        .on("vncserver=" + longest + "s:3", -1)
+        .given(serverOf(4, 4))
+        .on("vncserver=a:" + longest + "s", -1, {"a", 2, nothing, 4})
+        .given(serverOf(4, 4))
+        .on("vncserver=a:" + longest, 1, {"a", 2, longest, 1025})
+        .given(serverOf(4, 1025))
+        .on("vncserver=a:" + longest + "s", -1, {"a", 2, nothing, 2000})
+        .given(serverOf(4, 2000))
+        .unknown("vncserve=a:b")
+        .nullPointer({station, nullptr, inOut(8), room(8), inOut(8)})
+        .nullPointer({station, room(8), nullptr, room(8), inOut(8)})
+        .nullPointer({station, room(8), inOut(8), nullptr, inOut(8)})
+        .nullPointer({station, room(8), inOut(8), room(8), nullptr})
+        .soak({1, 0, -1, -2, -3, -4})
+        .kvoctl("viewer server", {kHere})
+        .python("Panel.get_current_server");
+}
+
+}  // namespace
+
+Family viewer() { return {"viewer", joined({stationAround(), startAndStop(), {currentServer()}})}; }
+
+}  // namespace catalogue

@@ -1,0 +1,1 @@
+../../include/kvo_hws/result.h

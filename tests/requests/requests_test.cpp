@@ -1,0 +1,114 @@
+// Every request as the catalogue has it: against each reply, without a service, with one that closes the connection, and called
+// in ways that are refused. The result, every byte of the outputs, what the service hears and what is logged.
+#include "catalogue/catalogue.h"
+
+#include "support/scripted_service.h"
+#include "support/syslog_capture.h"
+
+#include <algorithm>
+#include <cctype>
+#include <gtest/gtest.h>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace {
+
+using catalogue::Exchange;
+
+struct Row {
+    const catalogue::Request *request;
+    Exchange exchange;
+};
+
+std::ostream &operator<<(std::ostream &out, const Row &row)
+{
+    return out << row.request->name() << ", reply " << testing::PrintToString(row.exchange.replies);
+}
+
+/// For a service that behaves as the exchange wants it; none where there is to be none.
+std::vector<support::Script> scriptsOf(const Exchange &exchange)
+{
+    if (exchange.service == Exchange::Service::closes) {
+        return {support::closesAfterRequest()};
+    }
+    std::vector<support::Script> scripts;
+    for (const std::string &reply : exchange.replies) {
+        scripts.push_back(support::replies(reply));
+    }
+    return scripts;
+}
+
+/// What the memory of the outputs holds when it has begun as @p before and the call has stored what it should.
+std::string expectedBytes(const Exchange &exchange, const catalogue::Outputs &before, std::size_t area)
+{
+    std::string bytes = before.bytes(area);
+    if (area < exchange.values.size() && exchange.values[area].bytes) {
+        bytes.replace(0, exchange.values[area].bytes->size(), *exchange.values[area].bytes);
+    }
+    return bytes;
+}
+
+/// Records are long: the first difference says more than all of their bytes.
+void expectSame(const std::string &bytes, const std::string &expected, std::size_t area)
+{
+    const auto difference = std::ranges::mismatch(bytes, expected).in1 - bytes.begin();
+    const auto from = static_cast<std::size_t>(difference);
+    EXPECT_EQ(bytes.substr(from, 16), expected.substr(from, 16)) << "output " << area << ", from byte " << from;
+}
+
+class Requests : public testing::TestWithParam<Row> {};
+
+TEST_P(Requests, are_as_the_catalogue_has_them)
+{
+    const auto &[request, exchange] = GetParam();
+    const std::vector<support::Script> scripts = scriptsOf(exchange);
+    std::optional<support::ScriptedService> service;
+    if (!scripts.empty()) {
+        service.emplace(scripts);
+    }
+    const catalogue::Outputs before = request->function().outputsFor(exchange.arguments, '\x5A');
+    catalogue::Outputs outputs = before;
+    const support::MessagesOn messages;
+    const support::SyslogCapture capture;
+    testing::internal::CaptureStderr();
+
+    EXPECT_EQ(request->function()(exchange.arguments, outputs), exchange.result);
+
+    testing::internal::GetCapturedStderr();
+    std::vector<std::string> commands;
+    for (const std::string &line : service ? service->requests() : std::vector<std::string>{}) {
+        commands.push_back(line.substr(0, line.size() - 1));
+    }
+    EXPECT_EQ(commands, exchange.commands);
+    EXPECT_EQ(capture.texts(), exchange.messages);
+    for (std::size_t area = 0; area < outputs.count(); ++area) {
+        expectSame(outputs.bytes(area), expectedBytes(exchange, before, area), area);
+    }
+}
+
+std::vector<Row> rows()
+{
+    std::vector<Row> all;
+    for (const catalogue::Family &family : catalogue::families()) {
+        for (const catalogue::Request &request : family.requests) {
+            for (const Exchange &exchange : request.exchanges()) {
+                all.push_back({&request, exchange});
+            }
+        }
+    }
+    return all;
+}
+
+std::string nameOf(const testing::TestParamInfo<Row> &row)
+{
+    std::string name = row.param.request->name() + "_" + row.param.exchange.name;
+    std::replace_if(
+        name.begin(), name.end(), [](unsigned char byte) { return std::isalnum(byte) == 0; }, '_');
+    return name;
+}
+
+INSTANTIATE_TEST_SUITE_P(Catalogue, Requests, testing::ValuesIn(rows()), nameOf);
+
+}  // namespace

@@ -32,7 +32,6 @@ using agent_test::Clock;
 using agent_test::expectRefused;
 using agent_test::Host;
 using agent_test::isRunning;
-using agent_test::kCleanup;
 using agent_test::kSession;
 using agent_test::kStation;
 using agent_test::parameters;
@@ -51,6 +50,8 @@ using testing::Ge;
 using testing::HasSubstr;
 using testing::Lt;
 using testing::Not;
+
+const std::string kCleanup = "KVO_HWS DLL - KVO_HWS_cleanupEmbHwsClient - ";
 
 /// A host that does not return from its callback until it is released; then it does @p then, and says 1.
 class HeldHost {

@@ -21,7 +21,6 @@ namespace {
 using agent_test::Agent;
 using agent_test::expectRefused;
 using agent_test::Host;
-using agent_test::kEvent;
 using agent_test::kSession;
 using agent_test::serves;
 using support::eventually;
@@ -29,6 +28,8 @@ using support::MessagesOn;
 using support::RemoteService;
 using support::ScriptedService;
 using testing::EndsWith;
+
+const std::string kEvent = "KVO_HWS DLL - KVO_HWS_sendEmbHwsEvent - ";
 
 TEST(Events, need_the_agent_s_handle_and_a_text)
 {

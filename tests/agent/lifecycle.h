@@ -1,4 +1,4 @@
-// Starting the agent, what it logs, and calls that it refuses.
+// Starting the agent, and calls that it refuses.
 #pragma once
 
 #include <kvo_hws/agent.h>
@@ -14,11 +14,6 @@
 namespace agent_test {
 
 using Clock = std::chrono::steady_clock;
-
-inline const std::string kStart = "KVO_HWS DLL - KVO_HWS_startupEmbHwsClient - ";
-inline const std::string kCleanup = "KVO_HWS DLL - KVO_HWS_cleanupEmbHwsClient - ";
-inline const std::string kEvent = "KVO_HWS DLL - KVO_HWS_sendEmbHwsEvent - ";
-inline const std::string kAlreadyRunning = kStart + "one instance of embedded kvo is already running!";
 
 inline int start(void **instance, const std::string &params = parameters())
 {

@@ -36,9 +36,7 @@ using agent_test::Clock;
 using agent_test::expectRefused;
 using agent_test::Host;
 using agent_test::isRunning;
-using agent_test::kAlreadyRunning;
 using agent_test::kSession;
-using agent_test::kStart;
 using agent_test::kStation;
 using agent_test::parameters;
 using agent_test::serves;
@@ -55,6 +53,9 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::StartsWith;
+
+const std::string kStart = "KVO_HWS DLL - KVO_HWS_startupEmbHwsClient - ";
+const std::string kAlreadyRunning = kStart + "one instance of embedded kvo is already running!";
 
 TEST(Agent, is_one)
 {

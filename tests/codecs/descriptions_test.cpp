@@ -130,21 +130,18 @@ TEST_P(DescriptionWriterSize, exactly_the_required_size_succeeds_and_one_byte_le
     EXPECT_EQ(writer.write(nullptr, 0), writer.required);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, DescriptionWriterSize,
-    testing::Values(
-        ListWriter{"basic", [](char *to, uint32_t size) { return ConvertConArray2Text(2, kStations, to, size); },
-                   17 + 45 * 2 + 3 + 3 * 2},
-        ListWriter{"extended", [](char *to, uint32_t size) { return ConvertConArray2TextEx(2, kStations, to, size); },
-                   17 + 108 * 2 + 3 + 3 * 2},
-        ListWriter{"clients", [](char *to, uint32_t size) { return ConvertConArray2TextClients(2, kClients, to, size); },
-                   17 + 18 * 2 + 3 + 3 * 2},
-        ListWriter{"no_stations", [](char *to, uint32_t size) { return ConvertConArray2Text(0, nullptr, to, size); }, 17},
-        ListWriter{"no_stations_extended", [](char *to, uint32_t size) { return ConvertConArray2TextEx(0, nullptr, to, size); },
-                   17},
-        ListWriter{"no_clients", [](char *to, uint32_t size) { return ConvertConArray2TextClients(0, nullptr, to, size); },
-                   17}),
-    [](const auto &row) { return row.param.name; });
+const std::vector<ListWriter> kListWriters = {
+    {"basic", [](char *to, uint32_t size) { return ConvertConArray2Text(2, kStations, to, size); }, 17 + 45 * 2 + 3 + 3 * 2},
+    {"extended", [](char *to, uint32_t size) { return ConvertConArray2TextEx(2, kStations, to, size); },
+     17 + 108 * 2 + 3 + 3 * 2},
+    {"clients", [](char *to, uint32_t size) { return ConvertConArray2TextClients(2, kClients, to, size); },
+     17 + 18 * 2 + 3 + 3 * 2},
+    {"no_stations", [](char *to, uint32_t size) { return ConvertConArray2Text(0, nullptr, to, size); }, 17},
+    {"no_stations_extended", [](char *to, uint32_t size) { return ConvertConArray2TextEx(0, nullptr, to, size); }, 17},
+    {"no_clients", [](char *to, uint32_t size) { return ConvertConArray2TextClients(0, nullptr, to, size); }, 17}};
+
+INSTANTIATE_TEST_SUITE_P(Table, DescriptionWriterSize, testing::ValuesIn(kListWriters),
+                         [](const auto &row) { return row.param.name; });
 
 TEST(DescriptionWriter, an_empty_list_is_its_count_alone)
 {
@@ -264,30 +261,33 @@ TEST_P(BasicListText, is_judged)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, BasicListText,
-    testing::Values(
-        ListText{"empty_list", "00000000 ", 1, 0}, ListText{"count_without_space", "00000000", -1, 0},
-        ListText{"count_with_comma", "0000000A,", -1, 10}, ListText{"no_text", "", -1, 0},
-        ListText{"no_element", "00000001 ", -1, 1}, ListText{"whole_element", listOf(kBasicElement), 1, 1},
-        ListText{"count_shorter_than_its_field", "1        " + std::string(kBasicElement), 1, 1},
-        ListText{"short_count_behind_which_the_text_ends", "1 ", -1, 1},
-        ListText{"more_elements_announced", "00000002 " + std::string(kBasicElement), -1, 2},
-        ListText{"lower_case", listOf("0a000005 00000001 abcdef01 ffffffff 00000003 st1 "), 1, 1},
-        ListText{"blanks_signs_and_prefixes", listOf("      +5 0x000001 -0000001 \t\v\f\r    7 00000003 st1 "), 1, 1},
-        ListText{"two_digits_missing", listOf("0A0005 00000001 00000002 00000003 00000003 st1 "), 1, 1},
-        ListText{"no_digit", listOf("0A00000G 00000001 00000002 00000003 00000003 st1 "), -1, 1},
-        ListText{"tab_for_space", listOf("0A000005\t00000001 00000002 00000003 00000003 st1 "), -1, 1},
-        ListText{"fifth_space_missing", listOf("0A000005 00000001 00000002 00000003 00000003,st1 "), -1, 1},
-        ListText{"cut_inside_a_number", listOf("0A000005 0000"), -1, 1},
-        ListText{"cut_behind_a_number", listOf("0A000005 00000001 "), -1, 1},
-        ListText{"name_of_259", listOf(named(259, std::string(259, 'n') + " ")), 1, 1},
-        ListText{"name_of_260", listOf(named(260, std::string(260, 'n') + " ")), -1, 1},
-        ListText{"name_length_beyond_32_bits", listOf("0A000005 00000001 00000002 00000003 10000000000000003 st1 "), -1, 1},
-        ListText{"last_name_cut", listOf(named(10, "st1")), 1, 1}, ListText{"last_name_missing", listOf(named(10, "")), 1, 1},
-        ListText{"name_behind_the_end", listOf("0A000005 00000001 00000002 00000003 3 "), -1, 1},
-        ListText{"element_behind_a_cut_name", "00000002 " + named(10, "st1"), -1, 2}),
-    [](const auto &row) { return row.param.name; });
+const std::vector<ListText> kListTexts = {
+    {"empty_list", "00000000 ", 1, 0},
+    {"count_without_space", "00000000", -1, 0},
+    {"count_with_comma", "0000000A,", -1, 10},
+    {"no_text", "", -1, 0},
+    {"no_element", "00000001 ", -1, 1},
+    {"whole_element", listOf(kBasicElement), 1, 1},
+    {"count_shorter_than_its_field", "1        " + std::string(kBasicElement), 1, 1},
+    {"short_count_behind_which_the_text_ends", "1 ", -1, 1},
+    {"more_elements_announced", "00000002 " + std::string(kBasicElement), -1, 2},
+    {"lower_case", listOf("0a000005 00000001 abcdef01 ffffffff 00000003 st1 "), 1, 1},
+    {"blanks_signs_and_prefixes", listOf("      +5 0x000001 -0000001 \t\v\f\r    7 00000003 st1 "), 1, 1},
+    {"two_digits_missing", listOf("0A0005 00000001 00000002 00000003 00000003 st1 "), 1, 1},
+    {"no_digit", listOf("0A00000G 00000001 00000002 00000003 00000003 st1 "), -1, 1},
+    {"tab_for_space", listOf("0A000005\t00000001 00000002 00000003 00000003 st1 "), -1, 1},
+    {"fifth_space_missing", listOf("0A000005 00000001 00000002 00000003 00000003,st1 "), -1, 1},
+    {"cut_inside_a_number", listOf("0A000005 0000"), -1, 1},
+    {"cut_behind_a_number", listOf("0A000005 00000001 "), -1, 1},
+    {"name_of_259", listOf(named(259, std::string(259, 'n') + " ")), 1, 1},
+    {"name_of_260", listOf(named(260, std::string(260, 'n') + " ")), -1, 1},
+    {"name_length_beyond_32_bits", listOf("0A000005 00000001 00000002 00000003 10000000000000003 st1 "), -1, 1},
+    {"last_name_cut", listOf(named(10, "st1")), 1, 1},
+    {"last_name_missing", listOf(named(10, "")), 1, 1},
+    {"name_behind_the_end", listOf("0A000005 00000001 00000002 00000003 3 "), -1, 1},
+    {"element_behind_a_cut_name", "00000002 " + named(10, "st1"), -1, 2}};
+
+INSTANTIATE_TEST_SUITE_P(Table, BasicListText, testing::ValuesIn(kListTexts), [](const auto &row) { return row.param.name; });
 
 TEST(DescriptionReader, a_cut_last_name_is_accepted_with_what_there_is)
 {

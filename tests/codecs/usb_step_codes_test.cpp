@@ -98,38 +98,37 @@ std::vector<Field> beginningAnd(std::vector<Field> rest)
     return rest;
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Of, StepCodes,
-    testing::Values(
-        ReaderRow{"NM", with(ConvertCmd2USBDeviceNM),
-                  beginningAnd({{"4", -5},
-                                {"5", -6},
-                                {"6", -7},
-                                {"7", -8},
-                                {"00000001", -9, -10},
-                                {"00000002", -11, -19},
-                                {"08000000", -20, -17},
-                                {"0001", -18, -12},
-                                {"0002", -13, -14},
-                                {"00 01 ", -15}})},
-        ReaderRow{"New", with(ConvertCmd2USBDeviceNew),
-                  beginningAnd({{"4", -5},
-                                {"5", -6},
-                                {"6", -7},
-                                {"7", -8},
-                                {"00000001", -9, -10},
-                                {"00000002", -11, -19},
-                                {"08000000", -20, -17},
-                                {"0001", -18, -12},
-                                {"0002", -13}})},
-        ReaderRow{
-            "IM", with(ConvertCmd2USBDeviceIM),
-            beginningAnd({{"4", -5}, {"5", -6}, {"8", -7}, {"00000001", -8, -10}, {"00000002", -11, -12}, {"0003", -13, -14}})},
-        ReaderRow{"CS", with(ConvertCmd2USBDeviceCS), beginningAnd({{"00000003", -5, -10}})},
-        ReaderRow{"RM", with(ConvertCmd2USBDeviceRM), {{"keyword", -1}, {"10.0.0.5", -1}, {"usb1", -1}, {"1-1.4", -1}}},
-        ReaderRow{"Remove",
-                  with<UsbRemoveInfo, 264>(ConvertCmd2USBDeviceRemove),
-                  {{"keyword", -1}, {"10.0.0.5", -1}, {"usb1", -1}, {"1-1.4", -1}}}),
-    [](const auto &row) { return std::string(row.param.name); });
+const std::vector<ReaderRow> kReaders = {
+    {"NM", with(ConvertCmd2USBDeviceNM),
+     beginningAnd({{"4", -5},
+                   {"5", -6},
+                   {"6", -7},
+                   {"7", -8},
+                   {"00000001", -9, -10},
+                   {"00000002", -11, -19},
+                   {"08000000", -20, -17},
+                   {"0001", -18, -12},
+                   {"0002", -13, -14},
+                   {"00 01 ", -15}})},
+    {"New", with(ConvertCmd2USBDeviceNew),
+     beginningAnd({{"4", -5},
+                   {"5", -6},
+                   {"6", -7},
+                   {"7", -8},
+                   {"00000001", -9, -10},
+                   {"00000002", -11, -19},
+                   {"08000000", -20, -17},
+                   {"0001", -18, -12},
+                   {"0002", -13}})},
+    {"IM", with(ConvertCmd2USBDeviceIM),
+     beginningAnd({{"4", -5}, {"5", -6}, {"8", -7}, {"00000001", -8, -10}, {"00000002", -11, -12}, {"0003", -13, -14}})},
+    {"CS", with(ConvertCmd2USBDeviceCS), beginningAnd({{"00000003", -5, -10}})},
+    {"RM", with(ConvertCmd2USBDeviceRM), {{"keyword", -1}, {"10.0.0.5", -1}, {"usb1", -1}, {"1-1.4", -1}}},
+    {"Remove",
+     with<UsbRemoveInfo, 264>(ConvertCmd2USBDeviceRemove),
+     {{"keyword", -1}, {"10.0.0.5", -1}, {"usb1", -1}, {"1-1.4", -1}}}};
+
+INSTANTIATE_TEST_SUITE_P(Of, StepCodes, testing::ValuesIn(kReaders),
+                         [](const auto &row) { return std::string(row.param.name); });
 
 }  // namespace

@@ -206,10 +206,10 @@ TEST_P(Modes, are_words_in_any_case)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Of, Modes,
-                         testing::Values(Mode{"all", 0}, Mode{"ALL", 0}, Mode{"visible", 1}, Mode{"Visible", 1},
-                                         Mode{"none", 2}, Mode{"NONE", 2}, Mode{"dim", 255}, Mode{"nones", 255},
-                                         Mode{"al", 255}, Mode{"0", 255}));
+const std::vector<Mode> kModes = {{"all", 0},  {"ALL", 0},   {"visible", 1}, {"Visible", 1}, {"none", 2},
+                                  {"NONE", 2}, {"dim", 255}, {"nones", 255}, {"al", 255},    {"0", 255}};
+
+INSTANTIATE_TEST_SUITE_P(Of, Modes, testing::ValuesIn(kModes));
 
 TEST(ModeReader, says_what_it_accepts)
 {

@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <string>
 #include <syslog.h>
+#include <vector>
 
 namespace {
 
@@ -61,18 +62,23 @@ TEST_P(LogGate, passes_by_priority_and_level)
     EXPECT_EQ(capture.lines(), expected);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, LogGate,
-    testing::Values(Gate{"level_0_emergency", 0, LOG_EMERG, true, true}, Gate{"level_0_error", 0, LOG_ERR, true, true},
-                    Gate{"level_0_warning", 0, LOG_WARNING, false, false}, Gate{"level_0_info", 0, LOG_INFO, false, false},
-                    Gate{"level_0_debug", 0, LOG_DEBUG, false, false}, Gate{"level_1_error", 1, LOG_ERR, true, true},
-                    Gate{"level_1_warning", 1, LOG_WARNING, true, false}, Gate{"level_1_info", 1, LOG_INFO, true, false},
-                    Gate{"level_1_debug", 1, LOG_DEBUG, true, false}, Gate{"level_2_error", 2, LOG_ERR, true, true},
-                    Gate{"level_2_warning", 2, LOG_WARNING, true, true}, Gate{"level_2_debug", 2, LOG_DEBUG, true, true},
-                    Gate{"negative_level_acts_as_0", -5, LOG_INFO, false, false},
-                    Gate{"negative_level_passes_errors", -5, LOG_ERR, true, true},
-                    Gate{"level_7_acts_as_2", 7, LOG_DEBUG, true, true}),
-    [](const auto &row) { return row.param.name; });
+const std::vector<Gate> kGates = {{"level_0_emergency", 0, LOG_EMERG, true, true},
+                                  {"level_0_error", 0, LOG_ERR, true, true},
+                                  {"level_0_warning", 0, LOG_WARNING, false, false},
+                                  {"level_0_info", 0, LOG_INFO, false, false},
+                                  {"level_0_debug", 0, LOG_DEBUG, false, false},
+                                  {"level_1_error", 1, LOG_ERR, true, true},
+                                  {"level_1_warning", 1, LOG_WARNING, true, false},
+                                  {"level_1_info", 1, LOG_INFO, true, false},
+                                  {"level_1_debug", 1, LOG_DEBUG, true, false},
+                                  {"level_2_error", 2, LOG_ERR, true, true},
+                                  {"level_2_warning", 2, LOG_WARNING, true, true},
+                                  {"level_2_debug", 2, LOG_DEBUG, true, true},
+                                  {"negative_level_acts_as_0", -5, LOG_INFO, false, false},
+                                  {"negative_level_passes_errors", -5, LOG_ERR, true, true},
+                                  {"level_7_acts_as_2", 7, LOG_DEBUG, true, true}};
+
+INSTANTIATE_TEST_SUITE_P(Table, LogGate, testing::ValuesIn(kGates), [](const auto &row) { return row.param.name; });
 
 TEST_F(Log, level_is_stored_unchecked)
 {

@@ -1,9 +1,10 @@
 // Notification records: their handler, creation and end, and the wait for a signal.
 #include <kvo_hws/runtime.h>
 
-#include "runtime/notifications.h"
+#include "runtime/waking.h"
 #include "support/failing_allocations.h"
 #include "support/system_calls.h"
+#include "support/time_of.h"
 
 #include <cerrno>
 #include <chrono>
@@ -15,8 +16,8 @@ using namespace std::chrono_literals;
 
 namespace {
 
-using runtime_test::timeOf;
 using runtime_test::Waking;
+using support::timeOf;
 
 TEST(ActivateNotify, installs_an_empty_handler_that_restarts_nothing_and_blocks_nothing)
 {

@@ -1,8 +1,8 @@
 // The notification that a message was received.
 #include <kvo_hws/runtime.h>
 
-#include "runtime/notifications.h"
 #include "support/alarms.h"
+#include "support/time_of.h"
 
 #include <chrono>
 #include <ctime>
@@ -13,7 +13,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-using runtime_test::timeOf;
+using support::timeOf;
 
 class ReceivedNotify : public testing::Test {
 protected:

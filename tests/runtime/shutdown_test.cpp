@@ -1,8 +1,9 @@
 // Stopping a worker: the request, and the wait until the worker has ended.
 #include <kvo_hws/runtime.h>
 
-#include "runtime/notifications.h"
+#include "runtime/waking.h"
 #include "support/system_calls.h"
+#include "support/time_of.h"
 
 #include <atomic>
 #include <cerrno>
@@ -16,12 +17,12 @@ using namespace std::chrono_literals;
 
 namespace {
 
-using runtime_test::setState;
-using runtime_test::setUsers;
-using runtime_test::stateOf;
-using runtime_test::timeOf;
 using runtime_test::Waking;
-using runtime_test::work;
+using support::timeOf;
+
+uint32_t stateOf(Notify &record) { return __atomic_load_n(&record.uiState, __ATOMIC_SEQ_CST); }
+void setState(Notify &record, uint32_t state) { __atomic_store_n(&record.uiState, state, __ATOMIC_SEQ_CST); }
+void setUsers(Notify &record, uint32_t users) { __atomic_store_n(&record.uiUsers, users, __ATOMIC_SEQ_CST); }
 
 TEST(WaitShutdown, does_not_sleep_where_the_worker_has_ended)
 {
@@ -200,6 +201,25 @@ TEST(Waits, are_not_cut_short_by_a_cancellation)
 }
 
 TEST(ShutdownThread, refuses_a_null_record) { EXPECT_EQ(ShutdownThread(nullptr, 10), -2); }
+
+/// A worker by the convention: running, then in waits of a second until it is anything else.
+void *work(void *argument)
+{
+    auto &record = *static_cast<Notify *>(argument);
+    setState(record, NOTIFY_RUNNING);
+    __atomic_add_fetch(&record.uiUsers, 1U, __ATOMIC_SEQ_CST);
+    ActivateNotify();
+    kvo_hws_detach_thread();
+    while (stateOf(record) == NOTIFY_RUNNING) {
+        WaitNotify(&record, 1000);
+    }
+    // Whoever waits is woken as long as there is a record: its last use is to tell who that is.
+    const pthread_t requester = __atomic_load_n(&record.threadRequester, __ATOMIC_SEQ_CST);
+    WaitNotify(&record, 20);
+    setState(record, NOTIFY_STOP_DONE);
+    NotifyThread(requester);
+    return nullptr;
+}
 
 TEST(ShutdownThread, stops_a_worker_that_sleeps)
 {

@@ -4,20 +4,22 @@
 
 #include "service/exchange.h"
 #include "support/alarms.h"
+#include "support/holdings.h"
 #include "support/no_descriptors.h"
 #include "support/scripted_service.h"
 #include "support/syslog_capture.h"
 
 #include <chrono>
-#include <filesystem>
 #include <gmock/gmock.h>
 #include <string>
+#include <vector>
 
 using namespace std::chrono_literals;
 
 namespace {
 
 using service_test::Exchange;
+using support::descriptorsOpen;
 using support::MessagesOn;
 using support::ScriptedService;
 using support::SyslogCapture;
@@ -26,17 +28,11 @@ using testing::ElementsAre;
 using testing::Ge;
 using testing::Lt;
 
-std::size_t openDescriptors()
-{
-    const std::filesystem::directory_iterator all("/proc/self/fd");
-    return static_cast<std::size_t>(std::distance(begin(all), end(all)));
-}
-
 TEST(CommandChannel, tells_a_failure_after_the_lock_is_left_and_the_socket_closed)
 {
     const ScriptedService service({support::closesAfterRequest()});
     const MessagesOn messages;
-    const std::size_t descriptors = openDescriptors();
+    const std::size_t descriptors = descriptorsOpen();
     bool lockFree = false;
     std::size_t descriptorsThen = 0;
     const SyslogCapture capture([&] {
@@ -44,7 +40,7 @@ TEST(CommandChannel, tells_a_failure_after_the_lock_is_left_and_the_socket_close
         if (lockFree) {
             pthread_mutex_unlock(&sGCriticalSectionCmdPipe);
         }
-        descriptorsThen = openDescriptors();
+        descriptorsThen = descriptorsOpen();
     });
     EXPECT_EQ(Exchange("getVersion").result, -1);
     EXPECT_TRUE(lockFree);
@@ -84,22 +80,21 @@ TEST_P(CommandChannelFault, is_a_failure_with_its_message)
     const ScriptedService service({GetParam().script});
     const MessagesOn messages;
     const SyslogCapture capture;
-    const std::size_t descriptors = openDescriptors();
+    const std::size_t descriptors = descriptorsOpen();
     const Exchange exchange("getVersion");
     EXPECT_EQ(exchange.result, -1);
     EXPECT_EQ(exchange.reply.pcData, nullptr);
     EXPECT_EQ(exchange.reply.uiLength, 0U);
     EXPECT_THAT(capture.texts(), ElementsAre(GetParam().message));
-    EXPECT_LE(openDescriptors(), descriptors + 1) << "the service's own end may still be open";
+    EXPECT_LE(descriptorsOpen(), descriptors + 1) << "the service's own end may still be open";
 }
 
-INSTANTIATE_TEST_SUITE_P(Table, CommandChannelFault,
-                         testing::Values(Fault{"closes_after_the_request", support::closesAfterRequest(),
-                                               "command socket - can not read from socket"},
-                                         Fault{"closes_inside_the_reply", support::closesInsideReply("half a re"),
-                                               "command socket - can not read from socket"},
-                                         Fault{"silent_for_4_s", support::staysSilent(6s),
-                                               "command socket - can not read from socket"}),
+const std::vector<Fault> kFaults = {
+    {"closes_after_the_request", support::closesAfterRequest(), "command socket - can not read from socket"},
+    {"closes_inside_the_reply", support::closesInsideReply("half a re"), "command socket - can not read from socket"},
+    {"silent_for_4_s", support::staysSilent(6s), "command socket - can not read from socket"}};
+
+INSTANTIATE_TEST_SUITE_P(Table, CommandChannelFault, testing::ValuesIn(kFaults),
                          [](const auto &row) { return row.param.name; });
 
 TEST(CommandChannel, comes_through_a_peer_that_closes_before_the_request)
@@ -188,10 +183,10 @@ TEST(CommandChannel, leaves_the_lock_free_and_no_descriptor_behind_after_every_o
         EXPECT_EQ(pthread_mutex_trylock(&sGCriticalSectionCmdPipe), 0);
         pthread_mutex_unlock(&sGCriticalSectionCmdPipe);
     };
-    const std::size_t descriptors = openDescriptors();
+    const std::size_t descriptors = descriptorsOpen();
     EXPECT_EQ(Exchange("a").result, -2);
     inOrder();
-    EXPECT_EQ(openDescriptors(), descriptors);
+    EXPECT_EQ(descriptorsOpen(), descriptors);
     {
         const ScriptedService service({support::closesAfterRequest(), support::closesAtOnce(), support::replies("ok")});
         EXPECT_EQ(Exchange("a").result, -1);
@@ -201,7 +196,7 @@ TEST(CommandChannel, leaves_the_lock_free_and_no_descriptor_behind_after_every_o
         EXPECT_EQ(Exchange("a").result, 1);
         inOrder();
     }
-    EXPECT_EQ(openDescriptors(), descriptors);
+    EXPECT_EQ(descriptorsOpen(), descriptors);
 }
 
 }  // namespace

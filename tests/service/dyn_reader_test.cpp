@@ -6,6 +6,7 @@
 #include "service/readers_fixture.h"
 #include "support/failing_allocations.h"
 #include "support/syslog_capture.h"
+#include "support/time_of.h"
 
 #include <cerrno>
 #include <chrono>
@@ -24,9 +25,9 @@ namespace {
 using service_test::DynLine;
 using service_test::Pair;
 using service_test::Readers;
-using service_test::timeOf;
 using support::LogLine;
 using support::SyslogCapture;
+using support::timeOf;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::Ge;

@@ -5,6 +5,7 @@
 #include "service/connection.h"
 #include "service/readers_fixture.h"
 #include "support/syslog_capture.h"
+#include "support/time_of.h"
 
 #include <cerrno>
 #include <chrono>
@@ -27,9 +28,9 @@ using service_test::DynLine;
 using service_test::FixedLine;
 using service_test::Pair;
 using service_test::Readers;
-using service_test::timeOf;
 using support::LogLine;
 using support::SyslogCapture;
+using support::timeOf;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::Ge;

@@ -4,7 +4,6 @@
 #include <kvo_hws/runtime.h>
 #include <kvo_hws/service.h>
 
-#include <chrono>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <string>
@@ -38,14 +37,6 @@ struct CachedLine {
     int result;
     std::string bytes;
 };
-
-template <class Work>
-std::chrono::milliseconds timeOf(Work work)
-{
-    const auto start = std::chrono::steady_clock::now();
-    work();
-    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
-}
 
 class Readers : public testing::Test {
 protected:

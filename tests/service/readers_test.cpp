@@ -6,6 +6,7 @@
 #include "service/readers_fixture.h"
 #include "support/alarms.h"
 #include "support/system_calls.h"
+#include "support/time_of.h"
 
 #include <algorithm>
 #include <atomic>
@@ -29,7 +30,7 @@ using service_test::DynLine;
 using service_test::FixedLine;
 using service_test::Pair;
 using service_test::Readers;
-using service_test::timeOf;
+using support::timeOf;
 using testing::AllOf;
 using testing::Ge;
 using testing::Lt;

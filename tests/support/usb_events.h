@@ -52,6 +52,7 @@ std::string answerOfUsbServer(const std::string &bytes);
 /// As answerOfUsbServer, but without waiting for the end: the daemon has what it wants when the line has come.
 std::string lineOfUsbServer(const std::string &bytes);
 
+/// The state word of the USB event server.
 uint32_t serverState();
 void setServerState(uint32_t state);
 

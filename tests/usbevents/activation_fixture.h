@@ -20,7 +20,6 @@ namespace usbevents_test {
 using Clock = std::chrono::steady_clock;
 using Codes = std::vector<uint32_t>;
 
-inline const std::string kRemoved = "removeUSBdevice*10.0.0.5*usb1*1-1.4*\n";
 inline const std::string kState = "changeStateUSBdevice*10.0.0.5*usb1*1-1.4*00000007*\n";
 
 /// A call on a thread of its own: the library detaches whoever activates or closes, but for a call that it refuses.

@@ -47,9 +47,10 @@ using usbevents_test::anySet;
 using usbevents_test::Clock;
 using usbevents_test::closeEvents;
 using usbevents_test::Codes;
-using usbevents_test::kRemoved;
 using usbevents_test::kState;
 using usbevents_test::onDetachedThread;
+
+const std::string kRemoved = "removeUSBdevice*10.0.0.5*usb1*1-1.4*\n";
 
 // ---- The whole way ----
 

@@ -22,6 +22,7 @@
 #include <poll.h>
 #include <string>
 #include <syslog.h>
+#include <vector>
 
 namespace {
 
@@ -110,15 +111,15 @@ TEST_P(FailingServer, ends_with_its_number)
 
 constexpr const char *kStarted = "USB server - started --> wait for clients";
 
-INSTANTIATE_TEST_SUITE_P(
-    Of, FailingServer,
-    testing::Values(
-        Failure{"no_socket", 1, EMFILE, "USB server - socket error", {.socket = fails<int>(EMFILE)}},
-        Failure{"no_bind", 2, EACCES, "USB server - bind error", {.bind = fails<int, const sockaddr *, socklen_t>(EACCES)}},
-        Failure{"no_listen", 3, EADDRINUSE, "USB server - listen error", {.listen = fails<int, int>(EADDRINUSE)}},
-        Failure{"no_wait", 4, ENOMEM, kStarted, {.poll = fails<pollfd *, nfds_t, int>(ENOMEM)}},
-        Failure{"no_accept", 5, ECONNABORTED, kStarted, {.accept4 = fails<int>(ECONNABORTED), .poll = readable}}),
-    [](const auto &row) { return std::string(row.param.name); });
+const std::vector<Failure> kFailures = {
+    {"no_socket", 1, EMFILE, "USB server - socket error", {.socket = fails<int>(EMFILE)}},
+    {"no_bind", 2, EACCES, "USB server - bind error", {.bind = fails<int, const sockaddr *, socklen_t>(EACCES)}},
+    {"no_listen", 3, EADDRINUSE, "USB server - listen error", {.listen = fails<int, int>(EADDRINUSE)}},
+    {"no_wait", 4, ENOMEM, kStarted, {.poll = fails<pollfd *, nfds_t, int>(ENOMEM)}},
+    {"no_accept", 5, ECONNABORTED, kStarted, {.accept4 = fails<int>(ECONNABORTED), .poll = readable}}};
+
+INSTANTIATE_TEST_SUITE_P(Of, FailingServer, testing::ValuesIn(kFailures),
+                         [](const auto &row) { return std::string(row.param.name); });
 
 TEST_F(UsbServer, ends_where_a_connection_gets_no_thread)
 {

@@ -21,11 +21,9 @@ using support::eventually;
 using support::ScriptedService;
 using support::serverState;
 using testing::ElementsAre;
-using usbevents_test::activate;
 using usbevents_test::activateV2;
 using usbevents_test::Activation;
 using usbevents_test::anySet;
-using usbevents_test::closeEvents;
 using usbevents_test::Codes;
 using usbevents_test::kState;
 

@@ -2,6 +2,7 @@
 #include "common/command_line/suggestion.h"
 
 #include <gmock/gmock.h>
+#include <vector>
 
 namespace {
 
@@ -23,22 +24,27 @@ class Nearest : public testing::TestWithParam<Row> {};
 
 TEST_P(Nearest, is_found) { EXPECT_EQ(nearest(GetParam().typed, GetParam().known), GetParam().meant); }
 
-INSTANTIATE_TEST_SUITE_P(
-    Rows, Nearest,
-    testing::Values(
-        Row{"missing_character", "statons", {"station", "stations", "usb"}, {"stations"}},
-        Row{"character_too_many", "doctorr", {"doctor"}, {"doctor"}}, Row{"wrong_character", "vuewer", {"viewer"}, {"viewer"}},
-        Row{"swapped_characters", "usbl okc", {"usbl lock", "usbl oxx", "usbl ock"}, {"usbl ock"}},
-        Row{"swap_in_a_short_word", "ubs", {"usb"}, {"usb"}}, Row{"case", "PORTAL MILL", {"Portal mill"}, {"Portal mill"}},
-        Row{"beginning", "port", {"Lathe", "Portal mill"}, {"Portal mill"}},
-        Row{"beginning_that_is_too_short", "po", {"Portal mill"}, {}}, Row{"one_character", "x", {"y"}, {}},
-        Row{"umlaut_is_one_character", "Frase", {"Fräse"}, {"Fräse"}},
-        Row{"the_nearest_alone", "lathe 1", {"Lathe 2", "Lathe 1"}, {"Lathe 1"}},
-        Row{"three_at_most", "Lathe 9", {"Lathe 1", "Lathe 2", "Lathe 3", "Lathe 4"}, {"Lathe 1", "Lathe 2", "Lathe 3"}},
-        Row{"each_once", "Lathe 9", {"Lathe 1", "Lathe 1"}, {"Lathe 1"}}, Row{"too_far", "reboot", {"stations", "ready"}, {}},
-        Row{"two_of_six_are_near", "abcdef", {"abxxef"}, {"abxxef"}}, Row{"two_of_five_are_not", "abcde", {"abxxe"}, {}},
-        Row{"nothing_typed", "", {"a", ""}, {}}, Row{"broken_utf8", "\xE3\x83", {"\xFF", "ab"}, {}}),
-    [](const auto &row) { return row.param.name; });
+const std::vector<Row> kSuggestions = {
+    {"missing_character", "statons", {"station", "stations", "usb"}, {"stations"}},
+    {"character_too_many", "doctorr", {"doctor"}, {"doctor"}},
+    {"wrong_character", "vuewer", {"viewer"}, {"viewer"}},
+    {"swapped_characters", "usbl okc", {"usbl lock", "usbl oxx", "usbl ock"}, {"usbl ock"}},
+    {"swap_in_a_short_word", "ubs", {"usb"}, {"usb"}},
+    {"case", "PORTAL MILL", {"Portal mill"}, {"Portal mill"}},
+    {"beginning", "port", {"Lathe", "Portal mill"}, {"Portal mill"}},
+    {"beginning_that_is_too_short", "po", {"Portal mill"}, {}},
+    {"one_character", "x", {"y"}, {}},
+    {"umlaut_is_one_character", "Frase", {"Fräse"}, {"Fräse"}},
+    {"the_nearest_alone", "lathe 1", {"Lathe 2", "Lathe 1"}, {"Lathe 1"}},
+    {"three_at_most", "Lathe 9", {"Lathe 1", "Lathe 2", "Lathe 3", "Lathe 4"}, {"Lathe 1", "Lathe 2", "Lathe 3"}},
+    {"each_once", "Lathe 9", {"Lathe 1", "Lathe 1"}, {"Lathe 1"}},
+    {"too_far", "reboot", {"stations", "ready"}, {}},
+    {"two_of_six_are_near", "abcdef", {"abxxef"}, {"abxxef"}},
+    {"two_of_five_are_not", "abcde", {"abxxe"}, {}},
+    {"nothing_typed", "", {"a", ""}, {}},
+    {"broken_utf8", "\xE3\x83", {"\xFF", "ab"}, {}}};
+
+INSTANTIATE_TEST_SUITE_P(Rows, Nearest, testing::ValuesIn(kSuggestions), [](const auto &row) { return row.param.name; });
 
 TEST(Nearest, of_a_hundred_thousand_long_names_takes_no_time)
 {

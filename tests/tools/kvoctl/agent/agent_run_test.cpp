@@ -2,6 +2,7 @@
 #include "tools/kvoctl/support/agents.h"
 
 #include <chrono>
+#include <vector>
 
 using namespace std::chrono_literals;
 
@@ -267,32 +268,31 @@ TEST_P(UnreadableStations, end_it_with_a_reason)
 const std::string kNoSuchStation =
     "can not be read: no station has this address or name; \"kvoctl stations\" lists those that the service knows";
 
-INSTANTIATE_TEST_SUITE_P(
-    Rows, UnreadableStations,
-    testing::Values(
-        Unreadable{"unknown_address", {support::replies("not found")}, kByAddress, 1, "10.0.0.5, " + kNoSuchStation, 0},
-        Unreadable{
-            "unknown_name", {support::replies("not found")}, {"--focus-name", "st 1"}, 1, "\"st 1\", " + kNoSuchStation, 0},
-        Unreadable{"no_service",
-                   {},
-                   kByAddress,
-                   3,
-                   "10.0.0.5, can not be read: no service answers at /tmp/kvo_hws/cmd_sock",
-                   -2,
-                   kNoServiceHint},
-        Unreadable{"no_assignment",
-                   {support::agrees({{"getExDescByIP 0500000A", kStationText}, {"getKVOt2m2n=0A000005", "failed"}})},
-                   kByAddress,
-                   4,
-                   "10.0.0.5, can not be read: the service refused or answered something unknown",
-                   -1},
-        Unreadable{"refused_once",
-                   {support::replies("failed"), knowsFocus()},
-                   kByAddress,
-                   4,
-                   "10.0.0.5, can not be read: the service did not answer in time, but does now; try again",
-                   -1}),
-    [](const auto &row) { return row.param.name; });
+const std::vector<Unreadable> kUnreadable = {
+    {"unknown_address", {support::replies("not found")}, kByAddress, 1, "10.0.0.5, " + kNoSuchStation, 0},
+    {"unknown_name", {support::replies("not found")}, {"--focus-name", "st 1"}, 1, "\"st 1\", " + kNoSuchStation, 0},
+    {"no_service",
+     {},
+     kByAddress,
+     3,
+     "10.0.0.5, can not be read: no service answers at /tmp/kvo_hws/cmd_sock",
+     -2,
+     kNoServiceHint},
+    {"no_assignment",
+     {support::agrees({{"getExDescByIP 0500000A", kStationText}, {"getKVOt2m2n=0A000005", "failed"}})},
+     kByAddress,
+     4,
+     "10.0.0.5, can not be read: the service refused or answered something unknown",
+     -1},
+    {"refused_once",
+     {support::replies("failed"), knowsFocus()},
+     kByAddress,
+     4,
+     "10.0.0.5, can not be read: the service did not answer in time, but does now; try again",
+     -1}};
+
+INSTANTIATE_TEST_SUITE_P(Rows, UnreadableStations, testing::ValuesIn(kUnreadable),
+                         [](const auto &row) { return row.param.name; });
 
 TEST_F(AgentRun, ends_well_when_its_reader_goes_away)
 {

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <thread>
+#include <vector>
 
 using namespace std::chrono_literals;
 
@@ -128,9 +129,10 @@ TEST_P(FailingPrograms, are_told_to_the_daemon_and_to_people)
     EXPECT_EQ(watch.events().size(), 1U);
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, FailingPrograms,
-                         testing::Values(FailingProgram{"status", "exit 3", "ended with status 3"},
-                                         FailingProgram{"signal", "kill -9 $$", "was ended by signal 9"}),
+const std::vector<FailingProgram> kFailingPrograms = {{"status", "exit 3", "ended with status 3"},
+                                                      {"signal", "kill -9 $$", "was ended by signal 9"}};
+
+INSTANTIATE_TEST_SUITE_P(Rows, FailingPrograms, testing::ValuesIn(kFailingPrograms),
                          [](const auto &row) { return row.param.name; });
 
 TEST(UsbExec, that_cannot_be_run_is_told_once_for_each_event)

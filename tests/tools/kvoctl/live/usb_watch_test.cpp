@@ -8,6 +8,7 @@
 #include <set>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
 using namespace std::chrono_literals;
 
@@ -259,20 +260,20 @@ TEST_P(Activations, that_fail_are_told)
 
 const std::string kNotActivated = "the events could not be activated: ";
 
-INSTANTIATE_TEST_SUITE_P(Rows, Activations,
-                         testing::Values(Failing{"refused",
-                                                 {agrees({{"activateUSBEvents", "failed"}})},
-                                                 4,
-                                                 "service_refused",
-                                                 -1,
-                                                 kNotActivated + "the service refused or answered something unknown"},
-                                         Failing{"unanswered",
-                                                 {agrees(), agrees(), support::closesAfterRequest()},
-                                                 3,
-                                                 "no_service",
-                                                 -2,
-                                                 kNotActivated + "no service answers at /tmp/kvo_hws/cmd_sock"}),
-                         [](const auto &row) { return row.param.name; });
+const std::vector<Failing> kFailures = {{"refused",
+                                         {agrees({{"activateUSBEvents", "failed"}})},
+                                         4,
+                                         "service_refused",
+                                         -1,
+                                         kNotActivated + "the service refused or answered something unknown"},
+                                        {"unanswered",
+                                         {agrees(), agrees(), support::closesAfterRequest()},
+                                         3,
+                                         "no_service",
+                                         -2,
+                                         kNotActivated + "no service answers at /tmp/kvo_hws/cmd_sock"}};
+
+INSTANTIATE_TEST_SUITE_P(Rows, Activations, testing::ValuesIn(kFailures), [](const auto &row) { return row.param.name; });
 
 TEST(UsbWatch, tells_a_service_that_refuses_before_anything_is_taken_over)
 {

@@ -4,6 +4,7 @@
 #include "tools/kvosim/support/named_row.h"
 
 #include <gmock/gmock.h>
+#include <vector>
 
 namespace {
 
@@ -80,57 +81,64 @@ TEST_P(InEitherOrder, the_station_is_found)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Viewer, InEitherOrder,
-                         testing::Values(Row{"start", "startViewer=\"a:b:c\" @", "getCurServer=@"},
-                                         Row{"start_configured", "startConfiguredViewer=\"a:1\" @", "getCurServer=@"},
-                                         Row{"stop", "stopViewer=@", ""}, Row{"stop_preempt", "stopViewerPreempt=@", ""},
-                                         Row{"stop_no_clean", "stopViewerNoClean=@", ""}, Row{"active", "isViewerActive=@", ""},
-                                         Row{"server", "getCurServer=@", ""}, Row{"activate", "activateMe=@", ""},
-                                         Row{"reboot", "reboot=@", ""}, Row{"status_line", "setStatusline=@,1,2,text", ""}),
-                         kvosim_test::kNameOfRow);
+const std::vector<Row> kViewerRequests = {{"start", "startViewer=\"a:b:c\" @", "getCurServer=@"},
+                                          {"start_configured", "startConfiguredViewer=\"a:1\" @", "getCurServer=@"},
+                                          {"stop", "stopViewer=@", ""},
+                                          {"stop_preempt", "stopViewerPreempt=@", ""},
+                                          {"stop_no_clean", "stopViewerNoClean=@", ""},
+                                          {"active", "isViewerActive=@", ""},
+                                          {"server", "getCurServer=@", ""},
+                                          {"activate", "activateMe=@", ""},
+                                          {"reboot", "reboot=@", ""},
+                                          {"status_line", "setStatusline=@,1,2,text", ""}};
 
-INSTANTIATE_TEST_SUITE_P(Panel, InEitherOrder,
-                         testing::Values(Row{"brightness", "setBrightness=0 @", ""},
-                                         Row{"backlight", "setBacklightBrightness=40 @", "getBacklightBrightnessV2=0 @"},
-                                         Row{"backlight_v2", "setBacklightBrightnessV2=40 1 @", "getBacklightBrightnessV2=1 @"},
-                                         Row{"num_lock", "setDisableNumLock=1 @", "getDisableNumLock=@"},
-                                         Row{"caps_lock", "setDisableCapsLock=1 @", "getDisableCapsLock=@"},
-                                         Row{"type", "getStationType=@", ""},
-                                         Row{"sw_caps_lock", "setSwCapsLock=1 @", "getSwCapsLock=@"},
-                                         Row{"rv4", "setRV4Mode=\"1\" @", "getRV4Mode=@"}),
-                         kvosim_test::kNameOfRow);
+INSTANTIATE_TEST_SUITE_P(Viewer, InEitherOrder, testing::ValuesIn(kViewerRequests), kvosim_test::kNameOfRow);
 
-INSTANTIATE_TEST_SUITE_P(
-    Numbers, InEitherOrder,
-    testing::Values(Row{"mcp", "setMCPAddress=\"12\" @", "getMCPAddress=@"},
-                    Row{"index", "setKVOIndex=\"7\" @", "getKVOIndex=@"}, Row{"dck", "setDCKEnable=\"1\" @", "getDCKEnable=@"},
-                    Row{"dck_address", "getDCKAddress=@", ""}, Row{"cks", "setKVOCksIndex=\"9\" @", "getKVOCksIndex=@"},
-                    Row{"simulate", "simulateMCPKey=\"1:2\" @", ""}, Row{"enable", "enableMCPKey=\"1:2\" @", ""}),
-    kvosim_test::kNameOfRow);
+const std::vector<Row> kPanelRequests = {{"brightness", "setBrightness=0 @", ""},
+                                         {"backlight", "setBacklightBrightness=40 @", "getBacklightBrightnessV2=0 @"},
+                                         {"backlight_v2", "setBacklightBrightnessV2=40 1 @", "getBacklightBrightnessV2=1 @"},
+                                         {"num_lock", "setDisableNumLock=1 @", "getDisableNumLock=@"},
+                                         {"caps_lock", "setDisableCapsLock=1 @", "getDisableCapsLock=@"},
+                                         {"type", "getStationType=@", ""},
+                                         {"sw_caps_lock", "setSwCapsLock=1 @", "getSwCapsLock=@"},
+                                         {"rv4", "setRV4Mode=\"1\" @", "getRV4Mode=@"}};
 
-INSTANTIATE_TEST_SUITE_P(Focus, InEitherOrder,
-                         testing::Values(Row{"priority", "getKVOPriority=@", ""}, Row{"active", "getKVOStartupActive=@", ""},
-                                         Row{"prio", "getKVOStartupPrio=@", ""}, Row{"channel", "getKVOChannelOnFocus=@", ""},
-                                         Row{"screen", "getKVOScreenOnFocus=@", ""},
-                                         Row{"info", "setChannelInfo=\"x\" @", "getChannelInfo=@"},
-                                         Row{"no_info", "deleteChannelInfo=@", ""}),
-                         kvosim_test::kNameOfRow);
+INSTANTIATE_TEST_SUITE_P(Panel, InEitherOrder, testing::ValuesIn(kPanelRequests), kvosim_test::kNameOfRow);
 
-INSTANTIATE_TEST_SUITE_P(Input, InEitherOrder,
-                         testing::Values(Row{"devices", "showInputDevice=@", ""},
-                                         Row{"calibration", "setCalibParam=\"5:1\" @", "getCalibParam=@"},
-                                         Row{"no_calibration", "invalidateTouch=@", ""}, Row{"dpi", "showDPI=@", ""}),
-                         kvosim_test::kNameOfRow);
+const std::vector<Row> kNumberRequests = {{"mcp", "setMCPAddress=\"12\" @", "getMCPAddress=@"},
+                                          {"index", "setKVOIndex=\"7\" @", "getKVOIndex=@"},
+                                          {"dck", "setDCKEnable=\"1\" @", "getDCKEnable=@"},
+                                          {"dck_address", "getDCKAddress=@", ""},
+                                          {"cks", "setKVOCksIndex=\"9\" @", "getKVOCksIndex=@"},
+                                          {"simulate", "simulateMCPKey=\"1:2\" @", ""},
+                                          {"enable", "enableMCPKey=\"1:2\" @", ""}};
 
-INSTANTIATE_TEST_SUITE_P(Usb, InEitherOrder,
-                         testing::Values(Row{"lock", "getUsbLock=@", ""}, Row{"connectors", "getUsbConnectorListOne=@", ""}),
-                         kvosim_test::kNameOfRow);
+INSTANTIATE_TEST_SUITE_P(Numbers, InEitherOrder, testing::ValuesIn(kNumberRequests), kvosim_test::kNameOfRow);
 
-INSTANTIATE_TEST_SUITE_P(Metrics, InEitherOrder,
-                         testing::Values(Row{"layout", "getPaneOemLayout=@", ""}, Row{"softkeys", "getSoftkeyType=@", ""},
-                                         Row{"keyboard", "getKeyBoardCaps=@", ""}, Row{"hardware", "getHardwareCaps=@", ""},
-                                         Row{"rotation", "getPanelRotation=@", ""}, Row{"make", "isMarovantiPanel @", ""}),
-                         kvosim_test::kNameOfRow);
+const std::vector<Row> kFocusRequests = {
+    {"priority", "getKVOPriority=@", ""},    {"active", "getKVOStartupActive=@", ""},
+    {"prio", "getKVOStartupPrio=@", ""},     {"channel", "getKVOChannelOnFocus=@", ""},
+    {"screen", "getKVOScreenOnFocus=@", ""}, {"info", "setChannelInfo=\"x\" @", "getChannelInfo=@"},
+    {"no_info", "deleteChannelInfo=@", ""}};
+
+INSTANTIATE_TEST_SUITE_P(Focus, InEitherOrder, testing::ValuesIn(kFocusRequests), kvosim_test::kNameOfRow);
+
+const std::vector<Row> kInputRequests = {{"devices", "showInputDevice=@", ""},
+                                         {"calibration", "setCalibParam=\"5:1\" @", "getCalibParam=@"},
+                                         {"no_calibration", "invalidateTouch=@", ""},
+                                         {"dpi", "showDPI=@", ""}};
+
+INSTANTIATE_TEST_SUITE_P(Input, InEitherOrder, testing::ValuesIn(kInputRequests), kvosim_test::kNameOfRow);
+
+const std::vector<Row> kUsbRequests = {{"lock", "getUsbLock=@", ""}, {"connectors", "getUsbConnectorListOne=@", ""}};
+
+INSTANTIATE_TEST_SUITE_P(Usb, InEitherOrder, testing::ValuesIn(kUsbRequests), kvosim_test::kNameOfRow);
+
+const std::vector<Row> kMetricsRequests = {{"layout", "getPaneOemLayout=@", ""},   {"softkeys", "getSoftkeyType=@", ""},
+                                           {"keyboard", "getKeyBoardCaps=@", ""},  {"hardware", "getHardwareCaps=@", ""},
+                                           {"rotation", "getPanelRotation=@", ""}, {"make", "isMarovantiPanel @", ""}};
+
+INSTANTIATE_TEST_SUITE_P(Metrics, InEitherOrder, testing::ValuesIn(kMetricsRequests), kvosim_test::kNameOfRow);
 
 TEST(ByteOrder, where_both_readings_find_a_station_the_plain_one_counts)
 {

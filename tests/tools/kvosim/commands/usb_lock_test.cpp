@@ -45,23 +45,23 @@ TEST_P(Datagram, sets_the_lock)
     EXPECT_EQ(plant.findPanel(0x0A000006)->usbLock, GetParam().second);
 }
 
-INSTANTIATE_TEST_SUITE_P(Table, Datagram,
-                         testing::Values(Row{"one", "setUsbLock=\"1:2\" 10.0.0.5\n", "1:2", "0:0"},
-                                         Row{"other", "setUsbLock=\"1:2\" 10.0.0.6\n", "0:0", "1:2"},
-                                         Row{"all", "setUsbLock=\"3:4\" 0.0.0.0\n", "3:4", "3:4"},
-                                         Row{"signed", "setUsbLock=\"-1:2147483647\" 10.0.0.5\n", "4294967295:2147483647",
-                                             "0:0"},
-                                         Row{"unknown_host", "setUsbLock=\"1:2\" 10.0.0.99\n", "0:0", "0:0"},
-                                         Row{"no_line_end", "setUsbLock=\"1:2\" 10.0.0.55", "0:0", "0:0"},
-                                         Row{"no_host", "setUsbLock=\"1:2\"\n", "0:0", "0:0"},
-                                         Row{"host_by_name", "setUsbLock=\"1:2\" Lathe\n", "0:0", "0:0"},
-                                         Row{"trailing", "setUsbLock=\"1:2\" 10.0.0.5 \n", "0:0", "0:0"},
-                                         Row{"no_quotes", "setUsbLock=1:2 10.0.0.5\n", "0:0", "0:0"},
-                                         Row{"one_number", "setUsbLock=\"1\" 10.0.0.5\n", "0:0", "0:0"},
-                                         Row{"too_large", "setUsbLock=\"4294967296:1\" 10.0.0.5\n", "0:0", "0:0"},
-                                         Row{"other_keyword", "getUsbLock=\"1:2\" 10.0.0.5\n", "0:0", "0:0"},
-                                         Row{"empty", "", "0:0", "0:0"}, Row{"line_end", "\n", "0:0", "0:0"}),
-                         kvosim_test::kNameOfRow);
+const std::vector<Row> kDatagrams = {{"one", "setUsbLock=\"1:2\" 10.0.0.5\n", "1:2", "0:0"},
+                                     {"other", "setUsbLock=\"1:2\" 10.0.0.6\n", "0:0", "1:2"},
+                                     {"all", "setUsbLock=\"3:4\" 0.0.0.0\n", "3:4", "3:4"},
+                                     {"signed", "setUsbLock=\"-1:2147483647\" 10.0.0.5\n", "4294967295:2147483647", "0:0"},
+                                     {"unknown_host", "setUsbLock=\"1:2\" 10.0.0.99\n", "0:0", "0:0"},
+                                     {"no_line_end", "setUsbLock=\"1:2\" 10.0.0.55", "0:0", "0:0"},
+                                     {"no_host", "setUsbLock=\"1:2\"\n", "0:0", "0:0"},
+                                     {"host_by_name", "setUsbLock=\"1:2\" Lathe\n", "0:0", "0:0"},
+                                     {"trailing", "setUsbLock=\"1:2\" 10.0.0.5 \n", "0:0", "0:0"},
+                                     {"no_quotes", "setUsbLock=1:2 10.0.0.5\n", "0:0", "0:0"},
+                                     {"one_number", "setUsbLock=\"1\" 10.0.0.5\n", "0:0", "0:0"},
+                                     {"too_large", "setUsbLock=\"4294967296:1\" 10.0.0.5\n", "0:0", "0:0"},
+                                     {"other_keyword", "getUsbLock=\"1:2\" 10.0.0.5\n", "0:0", "0:0"},
+                                     {"empty", "", "0:0", "0:0"},
+                                     {"line_end", "\n", "0:0", "0:0"}};
+
+INSTANTIATE_TEST_SUITE_P(Table, Datagram, testing::ValuesIn(kDatagrams), kvosim_test::kNameOfRow);
 
 TEST(UsbLock, skips_a_station_that_reboots)
 {

@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <sys/stat.h>
+#include <vector>
 
 namespace {
 
@@ -121,29 +122,27 @@ TEST_P(ControlRefuses, and_says_why)
 
 const std::string kSetOf5 = R"({"do": "station", "station": "10.0.0.5", "set": )";
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, ControlRefuses,
-    testing::Values(
-        Refusal{"no_json", "status", "parse error"}, Refusal{"empty", "", "parse error"}, Refusal{"no_object", "[1]", "type"},
-        Refusal{"nothing_to_do", "{}", "'do' not found"},
-        Refusal{"unknown", R"({"do": "stop"})", "\"do\": \"stop\" is none of"},
-        Refusal{"station_missing", R"({"do": "station"})", "'station' not found"},
-        Refusal{"station_unknown", R"({"do": "station", "station": "10.0.0.9"})",
-                "no station has the address or the name \"10.0.0.9\""},
-        Refusal{"key_unknown", kSetOf5 + R"({"brihgtness": 1}})", "brihgtness: is no key that can be set"},
-        Refusal{"key_fixed", kSetOf5 + R"({"name": "B"}})", "address, name and ext are fixed"},
-        Refusal{"number_wanted", kSetOf5 + R"({"dpi": "many"}})",
-                "dpi: is no whole number; write 0 to 2147483647, or \"none\""},
-        Refusal{"number_empty", kSetOf5 + R"({"dpi": ""}})", "dpi: is no whole number"},
-        Refusal{"number_negative_hex", kSetOf5 + R"({"nonlinear": "0x-1"}})", "nonlinear: is no whole number"},
-        Refusal{"text_wanted", kSetOf5 + R"({"viewer": 1}})", "viewer: is no text"},
-        Refusal{"fault_kind_missing", R"({"do": "fault.add"})", "'kind' not found"},
-        Refusal{"fault_kind", R"({"do": "fault.add", "kind": "late"})", "kind: \"late\" is no fault"},
-        Refusal{"fault_command", R"({"do": "fault.add", "kind": "close", "command": "reboot="})",
-                "command: \"reboot=\" is no command"},
-        Refusal{"fault_negative", R"({"do": "fault.add", "kind": "close", "times": -1})", "times: is no whole number"},
-        Refusal{"fault_text", R"({"do": "fault.add", "kind": "close", "after": "1"})", "after: is no whole number"}),
-    kvosim_test::kNameOfRow);
+const std::vector<Refusal> kRefusals = {
+    {"no_json", "status", "parse error"},
+    {"empty", "", "parse error"},
+    {"no_object", "[1]", "type"},
+    {"nothing_to_do", "{}", "'do' not found"},
+    {"unknown", R"({"do": "stop"})", "\"do\": \"stop\" is none of"},
+    {"station_missing", R"({"do": "station"})", "'station' not found"},
+    {"station_unknown", R"({"do": "station", "station": "10.0.0.9"})", "no station has the address or the name \"10.0.0.9\""},
+    {"key_unknown", kSetOf5 + R"({"brihgtness": 1}})", "brihgtness: is no key that can be set"},
+    {"key_fixed", kSetOf5 + R"({"name": "B"}})", "address, name and ext are fixed"},
+    {"number_wanted", kSetOf5 + R"({"dpi": "many"}})", "dpi: is no whole number; write 0 to 2147483647, or \"none\""},
+    {"number_empty", kSetOf5 + R"({"dpi": ""}})", "dpi: is no whole number"},
+    {"number_negative_hex", kSetOf5 + R"({"nonlinear": "0x-1"}})", "nonlinear: is no whole number"},
+    {"text_wanted", kSetOf5 + R"({"viewer": 1}})", "viewer: is no text"},
+    {"fault_kind_missing", R"({"do": "fault.add"})", "'kind' not found"},
+    {"fault_kind", R"({"do": "fault.add", "kind": "late"})", "kind: \"late\" is no fault"},
+    {"fault_command", R"({"do": "fault.add", "kind": "close", "command": "reboot="})", "command: \"reboot=\" is no command"},
+    {"fault_negative", R"({"do": "fault.add", "kind": "close", "times": -1})", "times: is no whole number"},
+    {"fault_text", R"({"do": "fault.add", "kind": "close", "after": "1"})", "after: is no whole number"}};
+
+INSTANTIATE_TEST_SUITE_P(Table, ControlRefuses, testing::ValuesIn(kRefusals), kvosim_test::kNameOfRow);
 
 TEST(Control, adds_lists_and_clears_faults)
 {

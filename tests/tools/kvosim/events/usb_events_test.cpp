@@ -9,6 +9,7 @@
 #include <kvo_hws/kvo_hws.h>
 
 #include <gmock/gmock.h>
+#include <vector>
 
 using namespace std::chrono_literals;
 
@@ -189,33 +190,29 @@ name = "A"
 
 const std::string kPlugAt5 = R"({"do": "usb.plug", "station": "10.0.0.5", "device": )";
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, UsbRefuses,
-    testing::Values(
-        Refusal{"unknown_action", R"({"do": "usb.eject"})", "usb.plug, usb.refuse, usb.unplug, usb.state, usb.list, usb.storm"},
-        Refusal{"no_station", R"({"do": "usb.plug"})", "'station' not found"},
-        Refusal{"unknown_station", R"({"do": "usb.plug", "station": "10.0.0.9"})",
-                "no station has the address or the name \"10.0.0.9\""},
-        Refusal{"unknown_station_list", R"({"do": "usb.list", "station": "B"})", "no station has"},
-        Refusal{"unknown_field", kPlugAt5 + R"({"ipAddress": "1.2.3.4"}})", "ipAddress: is no field of a USB device"},
-        Refusal{"wrong_field", kPlugAt5 + R"({"text4": "a*b"}})", "text4: holds an asterisk"},
-        Refusal{"wrong_number", kPlugAt5 + R"({"id1": 65536}})", "id1: 65536 is out of range"},
-        Refusal{"no_number", kPlugAt5 + R"({"id1": true}})", "id1: is no whole number"},
-        Refusal{"no_object", kPlugAt5 + "5}", "device: is no object"},
-        Refusal{"plugged_already", kPlugAt5 + R"({"ident2": "usb1", "ident3": "1-1.1"}})", "is plugged in at 10.0.0.5 already"},
-        Refusal{"refuse_wrong_field", R"({"do": "usb.refuse", "station": "A", "device": {"number3": -1}})",
-                "number3: -1 is out"},
-        Refusal{"unplug_unknown", R"({"do": "usb.unplug", "station": "A", "device": "usb7"})",
-                "no device \"usb7\" at 10.0.0.5"},
-        Refusal{"unplug_none", R"({"do": "usb.unplug", "station": "A"})", "'device' not found"},
-        Refusal{"state_unknown", R"({"do": "usb.state", "station": "A", "device": "x", "state": 1})", "no device \"x\""},
-        Refusal{"state_none", R"({"do": "usb.state", "station": "A", "device": "usb1"})", "'state' not found"},
-        Refusal{"state_large", R"({"do": "usb.state", "station": "A", "device": "usb1", "state": "0x100000000"})",
-                "state: 4294967296 is out of range; write 0 to 0xFFFFFFFF"},
-        Refusal{"storm_no_events", R"({"do": "usb.storm"})", "count: 0 events make no storm"},
-        Refusal{"storm_rate", R"({"do": "usb.storm", "count": 1, "rate": 1000001})", "rate: 1000001 is out of range"},
-        Refusal{"storm_station", R"({"do": "usb.storm", "count": 1, "station": "B"})", "no station has"}),
-    kvosim_test::kNameOfRow);
+const std::vector<Refusal> kRefusals = {
+    {"unknown_action", R"({"do": "usb.eject"})", "usb.plug, usb.refuse, usb.unplug, usb.state, usb.list, usb.storm"},
+    {"no_station", R"({"do": "usb.plug"})", "'station' not found"},
+    {"unknown_station", R"({"do": "usb.plug", "station": "10.0.0.9"})", "no station has the address or the name \"10.0.0.9\""},
+    {"unknown_station_list", R"({"do": "usb.list", "station": "B"})", "no station has"},
+    {"unknown_field", kPlugAt5 + R"({"ipAddress": "1.2.3.4"}})", "ipAddress: is no field of a USB device"},
+    {"wrong_field", kPlugAt5 + R"({"text4": "a*b"}})", "text4: holds an asterisk"},
+    {"wrong_number", kPlugAt5 + R"({"id1": 65536}})", "id1: 65536 is out of range"},
+    {"no_number", kPlugAt5 + R"({"id1": true}})", "id1: is no whole number"},
+    {"no_object", kPlugAt5 + "5}", "device: is no object"},
+    {"plugged_already", kPlugAt5 + R"({"ident2": "usb1", "ident3": "1-1.1"}})", "is plugged in at 10.0.0.5 already"},
+    {"refuse_wrong_field", R"({"do": "usb.refuse", "station": "A", "device": {"number3": -1}})", "number3: -1 is out"},
+    {"unplug_unknown", R"({"do": "usb.unplug", "station": "A", "device": "usb7"})", "no device \"usb7\" at 10.0.0.5"},
+    {"unplug_none", R"({"do": "usb.unplug", "station": "A"})", "'device' not found"},
+    {"state_unknown", R"({"do": "usb.state", "station": "A", "device": "x", "state": 1})", "no device \"x\""},
+    {"state_none", R"({"do": "usb.state", "station": "A", "device": "usb1"})", "'state' not found"},
+    {"state_large", R"({"do": "usb.state", "station": "A", "device": "usb1", "state": "0x100000000"})",
+     "state: 4294967296 is out of range; write 0 to 0xFFFFFFFF"},
+    {"storm_no_events", R"({"do": "usb.storm"})", "count: 0 events make no storm"},
+    {"storm_rate", R"({"do": "usb.storm", "count": 1, "rate": 1000001})", "rate: 1000001 is out of range"},
+    {"storm_station", R"({"do": "usb.storm", "count": 1, "station": "B"})", "no station has"}};
+
+INSTANTIATE_TEST_SUITE_P(Table, UsbRefuses, testing::ValuesIn(kRefusals), kvosim_test::kNameOfRow);
 
 // ---- Receivers that take their time ----
 

@@ -8,6 +8,7 @@
 #include <kvo_hws/kvo_hws.h>
 
 #include <gmock/gmock.h>
+#include <vector>
 
 using namespace std::chrono_literals;
 
@@ -88,14 +89,15 @@ TEST_P(FaultMistake, is_reported)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Table, FaultMistake,
-                         testing::Values(Mistake{"kind", {.kind = "late"}, "kind"}, Mistake{"no_kind", {}, "kind"},
-                                         Mistake{"command", {.command = "getVersions", .kind = "close"}, "command"},
-                                         Mistake{"command_with_its_end", {.command = "reboot=", .kind = "close"}, "command"},
-                                         Mistake{"no_command", {.command = "", .kind = "close"}, "command"},
-                                         Mistake{"delay_of_close", {.kind = "close", .delay = 5}, "delay_ms"},
-                                         Mistake{"delay_long", {.kind = "delay", .delay = 60'001}, "delay_ms"}),
-                         kvosim_test::kNameOfRow);
+const std::vector<Mistake> kMistakes = {{"kind", {.kind = "late"}, "kind"},
+                                        {"no_kind", {}, "kind"},
+                                        {"command", {.command = "getVersions", .kind = "close"}, "command"},
+                                        {"command_with_its_end", {.command = "reboot=", .kind = "close"}, "command"},
+                                        {"no_command", {.command = "", .kind = "close"}, "command"},
+                                        {"delay_of_close", {.kind = "close", .delay = 5}, "delay_ms"},
+                                        {"delay_long", {.kind = "delay", .delay = 60'001}, "delay_ms"}};
+
+INSTANTIATE_TEST_SUITE_P(Table, FaultMistake, testing::ValuesIn(kMistakes), kvosim_test::kNameOfRow);
 
 TEST(Garbled, stands_before_the_value)
 {
@@ -229,11 +231,13 @@ TEST_P(LibraryMeets, each_fault)
     EXPECT_EQ(KVO_HWS_getMCPAddress(0x0A000005, &address), 1) << "the fault is over";
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, LibraryMeets,
-    testing::Values(Meeting{"delay", "kind = \"delay\"\ndelay_ms = 300\n", 1}, Meeting{"close", "kind = \"close\"\n", -1},
-                    Meeting{"garbage", "kind = \"garbage\"\n", -1}, Meeting{"failed", "kind = \"failed\"\n", -1},
-                    Meeting{"split", "kind = \"split\"\n", 1}, Meeting{"silent", "kind = \"silent\"\n", -1}),
-    kvosim_test::kNameOfRow);
+const std::vector<Meeting> kMeetings = {{"delay", "kind = \"delay\"\ndelay_ms = 300\n", 1},
+                                        {"close", "kind = \"close\"\n", -1},
+                                        {"garbage", "kind = \"garbage\"\n", -1},
+                                        {"failed", "kind = \"failed\"\n", -1},
+                                        {"split", "kind = \"split\"\n", 1},
+                                        {"silent", "kind = \"silent\"\n", -1}};
+
+INSTANTIATE_TEST_SUITE_P(Table, LibraryMeets, testing::ValuesIn(kMeetings), kvosim_test::kNameOfRow);
 
 }  // namespace

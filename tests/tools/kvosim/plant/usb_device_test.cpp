@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 
 #include <set>
+#include <vector>
 
 namespace {
 
@@ -85,35 +86,30 @@ TEST_P(UsbField, stands_in_the_event_text)
 const std::string kNewTexts = "usb1*1-1.1*Simulated device*1.00*kvosim*Memory stick*";
 const std::string kRefusedTexts = "usb1*1-1.1*Simulated device*1.00*";
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, UsbField,
-    testing::Values(
-        Row{"ident2", "ident2", "stick", UsbEvent::plugged, "stick*1-1.1*Simulated"},
-        Row{"ident2_whole", "ident2", std::string(32, 'i'), UsbEvent::removed, std::string(32, 'i') + "*1-1.1*"},
-        Row{"ident3", "ident3", "3-2", UsbEvent::plugged, "usb1*3-2*Simulated"},
-        Row{"ident3_whole", "ident3", std::string(32, 'j'), UsbEvent::removed, "usb1*" + std::string(32, 'j') + "*"},
-        Row{"text4_whole", "text4", std::string(21, 't'), UsbEvent::plugged, "usb1*1-1.1*" + std::string(21, 't') + "*1.00*"},
-        Row{"text4_empty", "text4", "", UsbEvent::plugged, "usb1*1-1.1*" + kEmpty + "*1.00*"},
-        Row{"text5_whole", "text5", "0123456789", UsbEvent::refused, "usb1*1-1.1*Simulated device*0123456789*"},
-        Row{"no_text5", "no_text5", 1, UsbEvent::plugged, "usb1*1-1.1*Simulated device*" + kEmpty + "*"},
-        Row{"text6_whole", "text6", std::string(40, 'x'), UsbEvent::plugged,
-            kRefusedTexts + std::string(40, 'x') + "*Memory stick*"},
-        Row{"text7_whole", "text7", std::string(40, 'y'), UsbEvent::plugged,
-            kRefusedTexts + "kvosim*" + std::string(40, 'y') + "*"},
-        Row{"text8_whole", "text8", std::string(80, 'z'), UsbEvent::refused, kRefusedTexts + std::string(80, 'z') + "*0"},
-        Row{"utf8", "text4", "Fräse", UsbEvent::plugged, "usb1*1-1.1*Fräse*"},
-        Row{"number1", "number1", int64_t{0xFFFFFFFF}, UsbEvent::plugged, kNewTexts + "FFFFFFFF*00000000*"},
-        Row{"number2", "number2", "0x1F", UsbEvent::plugged, kNewTexts + "00000000*0000001F*"},
-        Row{"number3", "number3", "65535", UsbEvent::refused, kRefusedTexts + "refused*00000000*00000000*FFFF*"},
-        Row{"id1", "id1", 0xAB, UsbEvent::plugged, kNewTexts + "00000000*00000000*00000000*00AB*0000*"},
-        Row{"id2", "id2", 0xFFFF, UsbEvent::plugged, kNewTexts + "00000000*00000000*00000000*0000*FFFF*"},
-        Row{"state", "state", 7, UsbEvent::stateChanged, "usb1*1-1.1*00000007*"},
-        Row{"report", "report", 1, UsbEvent::plugged, kNewTexts + "00000000*00000000*08000000*"},
-        Row{"bytes", "bytes", "0a1B", UsbEvent::plugged,
-            kNewTexts + "00000000*00000000*00000000*0000*0000*0A 1B " + zeros(62) + "*"},
-        Row{"bytes_all", "bytes", std::string(128, 'F'), UsbEvent::plugged,
-            kNewTexts + "00000000*00000000*00000000*0000*0000*FF FF"}),
-    kvosim_test::kNameOfRow);
+const std::vector<Row> kFields = {
+    {"ident2", "ident2", "stick", UsbEvent::plugged, "stick*1-1.1*Simulated"},
+    {"ident2_whole", "ident2", std::string(32, 'i'), UsbEvent::removed, std::string(32, 'i') + "*1-1.1*"},
+    {"ident3", "ident3", "3-2", UsbEvent::plugged, "usb1*3-2*Simulated"},
+    {"ident3_whole", "ident3", std::string(32, 'j'), UsbEvent::removed, "usb1*" + std::string(32, 'j') + "*"},
+    {"text4_whole", "text4", std::string(21, 't'), UsbEvent::plugged, "usb1*1-1.1*" + std::string(21, 't') + "*1.00*"},
+    {"text4_empty", "text4", "", UsbEvent::plugged, "usb1*1-1.1*" + kEmpty + "*1.00*"},
+    {"text5_whole", "text5", "0123456789", UsbEvent::refused, "usb1*1-1.1*Simulated device*0123456789*"},
+    {"no_text5", "no_text5", 1, UsbEvent::plugged, "usb1*1-1.1*Simulated device*" + kEmpty + "*"},
+    {"text6_whole", "text6", std::string(40, 'x'), UsbEvent::plugged, kRefusedTexts + std::string(40, 'x') + "*Memory stick*"},
+    {"text7_whole", "text7", std::string(40, 'y'), UsbEvent::plugged, kRefusedTexts + "kvosim*" + std::string(40, 'y') + "*"},
+    {"text8_whole", "text8", std::string(80, 'z'), UsbEvent::refused, kRefusedTexts + std::string(80, 'z') + "*0"},
+    {"utf8", "text4", "Fräse", UsbEvent::plugged, "usb1*1-1.1*Fräse*"},
+    {"number1", "number1", int64_t{0xFFFFFFFF}, UsbEvent::plugged, kNewTexts + "FFFFFFFF*00000000*"},
+    {"number2", "number2", "0x1F", UsbEvent::plugged, kNewTexts + "00000000*0000001F*"},
+    {"number3", "number3", "65535", UsbEvent::refused, kRefusedTexts + "refused*00000000*00000000*FFFF*"},
+    {"id1", "id1", 0xAB, UsbEvent::plugged, kNewTexts + "00000000*00000000*00000000*00AB*0000*"},
+    {"id2", "id2", 0xFFFF, UsbEvent::plugged, kNewTexts + "00000000*00000000*00000000*0000*FFFF*"},
+    {"state", "state", 7, UsbEvent::stateChanged, "usb1*1-1.1*00000007*"},
+    {"report", "report", 1, UsbEvent::plugged, kNewTexts + "00000000*00000000*08000000*"},
+    {"bytes", "bytes", "0a1B", UsbEvent::plugged, kNewTexts + "00000000*00000000*00000000*0000*0000*0A 1B " + zeros(62) + "*"},
+    {"bytes_all", "bytes", std::string(128, 'F'), UsbEvent::plugged, kNewTexts + "00000000*00000000*00000000*0000*0000*FF FF"}};
+
+INSTANTIATE_TEST_SUITE_P(Table, UsbField, testing::ValuesIn(kFields), kvosim_test::kNameOfRow);
 
 TEST(UsbField, report_is_for_devices_in_state_0)
 {
@@ -164,39 +160,37 @@ TEST_P(UsbFieldRefuses, and_says_what_would_be_right)
     EXPECT_EQ(read(key, device), before);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, UsbFieldRefuses,
-    testing::Values(
-        Refusal{"ident2_empty", "ident2", "",
-                "is empty, and the text of the device's removal could not be read then; write 1 to 32"},
-        Refusal{"ident3_empty", "ident3", "", "write 1 to 32 bytes"},
-        Refusal{"ident2_long", "ident2", std::string(33, 'x'), "has 33 bytes; write at most 32"},
-        Refusal{"ident3_long", "ident3", std::string(33, 'x'), "has 33 bytes; write at most 32"},
-        Refusal{"text4_long", "text4", std::string(22, 'x'), "has 22 bytes; write at most 21"},
-        Refusal{"text4_long_utf8", "text4", "äääääääääää", "has 22 bytes; write at most 21"},
-        Refusal{"text5_long", "text5", std::string(11, 'x'), "has 11 bytes; write at most 10"},
-        Refusal{"text6_long", "text6", std::string(41, 'x'), "has 41 bytes; write at most 40"},
-        Refusal{"text7_long", "text7", std::string(41, 'x'), "has 41 bytes; write at most 40"},
-        Refusal{"text8_long", "text8", std::string(81, 'x'), "has 81 bytes; write at most 80"},
-        Refusal{"asterisk", "text4", "a*b", "holds an asterisk, which ends a field of the event text; leave it out"},
-        Refusal{"line_feed", "text6", "a\nb", "holds a line end or a zero byte, which ends the event text; leave it out"},
-        Refusal{"carriage_return", "ident2", "a\r", "holds a line end"},
-        Refusal{"zero", "text7", std::string("a\0b", 3), "a zero byte"},
-        Refusal{"text_is_number", "text4", 1, "is no text; write it in quotes"},
-        Refusal{"number1_large", "number1", int64_t{0x100000000}, "4294967296 is out of range; write 0 to 0xFFFFFFFF"},
-        Refusal{"number2_negative", "number2", "-1", "-1 is out of range; write 0 to 0xFFFFFFFF"},
-        Refusal{"state_word", "state", "open", "is no whole number; write 0 to 0xFFFFFFFF"},
-        Refusal{"id1_large", "id1", 65536, "65536 is out of range; write 0 to 65535"},
-        Refusal{"id2_large", "id2", "0x10000", "65536 is out of range; write 0 to 65535"},
-        Refusal{"number3_large", "number3", 65536, "65536 is out of range; write 0 to 65535"},
-        Refusal{"switch_large", "no_text5", 2, "2 is out of range; write 0 to 1"},
-        Refusal{"report_large", "report", 2, "2 is out of range; write 0 to 1"},
-        Refusal{"bytes_odd", "bytes", "0A1", "is no list of bytes; write two hexadecimal digits for each byte"},
-        Refusal{"bytes_no_digits", "bytes", "0G", "is no list of bytes"},
-        Refusal{"bytes_number", "bytes", 10, "is no list of bytes"},
-        Refusal{"bytes_many", "bytes", std::string(130, '0'), "has 65 bytes; write at most 64"},
-        Refusal{"neither", "number1", Value(), "is no whole number"}),
-    kvosim_test::kNameOfRow);
+const std::vector<Refusal> kRefusals = {
+    {"ident2_empty", "ident2", "", "is empty, and the text of the device's removal could not be read then; write 1 to 32"},
+    {"ident3_empty", "ident3", "", "write 1 to 32 bytes"},
+    {"ident2_long", "ident2", std::string(33, 'x'), "has 33 bytes; write at most 32"},
+    {"ident3_long", "ident3", std::string(33, 'x'), "has 33 bytes; write at most 32"},
+    {"text4_long", "text4", std::string(22, 'x'), "has 22 bytes; write at most 21"},
+    {"text4_long_utf8", "text4", "äääääääääää", "has 22 bytes; write at most 21"},
+    {"text5_long", "text5", std::string(11, 'x'), "has 11 bytes; write at most 10"},
+    {"text6_long", "text6", std::string(41, 'x'), "has 41 bytes; write at most 40"},
+    {"text7_long", "text7", std::string(41, 'x'), "has 41 bytes; write at most 40"},
+    {"text8_long", "text8", std::string(81, 'x'), "has 81 bytes; write at most 80"},
+    {"asterisk", "text4", "a*b", "holds an asterisk, which ends a field of the event text; leave it out"},
+    {"line_feed", "text6", "a\nb", "holds a line end or a zero byte, which ends the event text; leave it out"},
+    {"carriage_return", "ident2", "a\r", "holds a line end"},
+    {"zero", "text7", std::string("a\0b", 3), "a zero byte"},
+    {"text_is_number", "text4", 1, "is no text; write it in quotes"},
+    {"number1_large", "number1", int64_t{0x100000000}, "4294967296 is out of range; write 0 to 0xFFFFFFFF"},
+    {"number2_negative", "number2", "-1", "-1 is out of range; write 0 to 0xFFFFFFFF"},
+    {"state_word", "state", "open", "is no whole number; write 0 to 0xFFFFFFFF"},
+    {"id1_large", "id1", 65536, "65536 is out of range; write 0 to 65535"},
+    {"id2_large", "id2", "0x10000", "65536 is out of range; write 0 to 65535"},
+    {"number3_large", "number3", 65536, "65536 is out of range; write 0 to 65535"},
+    {"switch_large", "no_text5", 2, "2 is out of range; write 0 to 1"},
+    {"report_large", "report", 2, "2 is out of range; write 0 to 1"},
+    {"bytes_odd", "bytes", "0A1", "is no list of bytes; write two hexadecimal digits for each byte"},
+    {"bytes_no_digits", "bytes", "0G", "is no list of bytes"},
+    {"bytes_number", "bytes", 10, "is no list of bytes"},
+    {"bytes_many", "bytes", std::string(130, '0'), "has 65 bytes; write at most 64"},
+    {"neither", "number1", Value(), "is no whole number"}};
+
+INSTANTIATE_TEST_SUITE_P(Table, UsbFieldRefuses, testing::ValuesIn(kRefusals), kvosim_test::kNameOfRow);
 
 TEST(UsbKey, others_are_none)
 {

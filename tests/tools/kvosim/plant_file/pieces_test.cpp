@@ -5,6 +5,7 @@
 #include "tools/kvosim/support/named_row.h"
 
 #include <gmock/gmock.h>
+#include <vector>
 
 namespace {
 
@@ -83,40 +84,35 @@ const std::string kA = "[[station]]\naddress = \"10.0.0.1\"\nname = \"A\"\n";
 const std::string kB = "[[station]]\naddress = \"10.0.0.2\"\nname = \"B\"\n";
 const std::string kDevice = "[[station.usb_device]]\nident2 = \"stick\"\n";
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, PiecesMeaning,
-    testing::Values(Meaning{"stations_in_their_order", kB + kA, "V01.00.00.00| B A | | |"},
-                    Meaning{"devices_at_their_station", kA + kDevice + kB, "V01.00.00.00| A+stick B | | |"},
-                    Meaning{"another_spelling",
-                            kA + "[[ station ]]" + kB.substr(11) + kA.substr(0, 11) +
-                                "\naddress = \"10.0.0.3\"\nname = \"C\"\n",
-                            "V01.00.00.00| A B C | | |"},
-                    Meaning{"tables_between_stations",
-                            kA + "[service]\nversion = \"V2\"\n" + kB + "[[client]]\nname = \"x\"\n[[client]]\nname = \"y\"\n",
-                            "V2| A B | | x y |"},
-                    Meaning{"tables_that_continue_after_a_station",
-                            "[[client]]\nname = \"x\"\n[registry]\n" + kA + "[[client]]\nname = \"y\"\n" + kB +
-                                "[[registry.previous]]\naddress = \"10.0.0.3\"\nname = \"C\"\n",
-                            "V01.00.00.00| A B | C | x y |"},
-                    Meaning{"byte_order_mark", "\xEF\xBB\xBF" + kA + kB, "V01.00.00.00| A B | | |"},
-                    Meaning{"header_in_a_text", "[service]\nversion = '''\n[[station]]'''\n" + kA, "[[station]]| A | | |"},
-                    Meaning{"station_in_a_text", "[service]\nversion = '''\\\n" + kA + "'''\n" + kB,
-                            "p:2: service.version: is no version text; write 1 to 255 bytes without control characters"},
-                    Meaning{"header_in_a_list", kA + "ext = [1, 2, 3,\n[[station]],\n5, 6, 7]\n", "p:5: not TOML: "},
-                    Meaning{"table_twice", "[service]\n" + kA + "[service]\n", "p:5: not TOML: "},
-                    Meaning{"stations_as_a_list", "station = []\n" + kA, "p:2: not TOML: "},
-                    Meaning{"one_station_then_a_list_of_them", "[station]\n" + kA, "p:2: not TOML: "},
-                    Meaning{"line_of_a_later_mistake", kA + kB + "brightness = 7\n",
-                            "p:7: station.brightness: 7 is out of range; write 0 to 1"},
-                    Meaning{"unknown_key_before_a_wrong_value", kA + "brightness = 7\n" + kB + "brihgtness = 1\n",
-                            "p:8: station.brihgtness: unknown key; known here: address, name"},
-                    Meaning{"first_of_two_mistakes", kA + "touch = -1\nbrightness = 7\nattr1 = -1\n",
-                            "p:6: station.attr1: -1 is out of range; write 0 to 0xFFFFFFFF"},
-                    Meaning{"name_twice", kA + "[[station]]\naddress = \"10.0.0.2\"\nname = \"A\"\n",
-                            "p:6: station.name: \"A\" is taken by the station of line 1; each station needs its own"},
-                    Meaning{"tail", kA + kB + "[serivce]\n",
-                            "p:7: serivce: unknown key; known here: service, registry, station, client, faults"}),
-    kvosim_test::kNameOfRow);
+const std::vector<Meaning> kMeanings = {
+    {"stations_in_their_order", kB + kA, "V01.00.00.00| B A | | |"},
+    {"devices_at_their_station", kA + kDevice + kB, "V01.00.00.00| A+stick B | | |"},
+    {"another_spelling", kA + "[[ station ]]" + kB.substr(11) + kA.substr(0, 11) + "\naddress = \"10.0.0.3\"\nname = \"C\"\n",
+     "V01.00.00.00| A B C | | |"},
+    {"tables_between_stations",
+     kA + "[service]\nversion = \"V2\"\n" + kB + "[[client]]\nname = \"x\"\n[[client]]\nname = \"y\"\n", "V2| A B | | x y |"},
+    {"tables_that_continue_after_a_station",
+     "[[client]]\nname = \"x\"\n[registry]\n" + kA + "[[client]]\nname = \"y\"\n" + kB +
+         "[[registry.previous]]\naddress = \"10.0.0.3\"\nname = \"C\"\n",
+     "V01.00.00.00| A B | C | x y |"},
+    {"byte_order_mark", "\xEF\xBB\xBF" + kA + kB, "V01.00.00.00| A B | | |"},
+    {"header_in_a_text", "[service]\nversion = '''\n[[station]]'''\n" + kA, "[[station]]| A | | |"},
+    {"station_in_a_text", "[service]\nversion = '''\\\n" + kA + "'''\n" + kB,
+     "p:2: service.version: is no version text; write 1 to 255 bytes without control characters"},
+    {"header_in_a_list", kA + "ext = [1, 2, 3,\n[[station]],\n5, 6, 7]\n", "p:5: not TOML: "},
+    {"table_twice", "[service]\n" + kA + "[service]\n", "p:5: not TOML: "},
+    {"stations_as_a_list", "station = []\n" + kA, "p:2: not TOML: "},
+    {"one_station_then_a_list_of_them", "[station]\n" + kA, "p:2: not TOML: "},
+    {"line_of_a_later_mistake", kA + kB + "brightness = 7\n", "p:7: station.brightness: 7 is out of range; write 0 to 1"},
+    {"unknown_key_before_a_wrong_value", kA + "brightness = 7\n" + kB + "brihgtness = 1\n",
+     "p:8: station.brihgtness: unknown key; known here: address, name"},
+    {"first_of_two_mistakes", kA + "touch = -1\nbrightness = 7\nattr1 = -1\n",
+     "p:6: station.attr1: -1 is out of range; write 0 to 0xFFFFFFFF"},
+    {"name_twice", kA + "[[station]]\naddress = \"10.0.0.2\"\nname = \"A\"\n",
+     "p:6: station.name: \"A\" is taken by the station of line 1; each station needs its own"},
+    {"tail", kA + kB + "[serivce]\n", "p:7: serivce: unknown key; known here: service, registry, station, client, faults"}};
+
+INSTANTIATE_TEST_SUITE_P(Table, PiecesMeaning, testing::ValuesIn(kMeanings), kvosim_test::kNameOfRow);
 
 // ---- Progress ----
 

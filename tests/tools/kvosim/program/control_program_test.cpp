@@ -7,6 +7,7 @@
 #include "tools/kvosim/support/running_service.h"
 
 #include <gmock/gmock.h>
+#include <vector>
 
 namespace {
 
@@ -36,42 +37,41 @@ TEST_P(Steering, answers)
     EXPECT_THAT(ended.err, HasSubstr(GetParam().err));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, Steering,
-    testing::Values(
-        Row{"status", {"status"}, 0, "\nstations                    3\n", ""},
-        Row{"status_json", {"status", "--json"}, 0, R"("registry_locked":false,"focus":"none")", ""},
-        Row{"station_by_address", {"station", "10.0.0.5"}, 0, "name                        Lathe 1\n", ""},
-        Row{"station_by_name", {"station", "Fräse"}, 0, "address                     10.0.0.6\n", ""},
-        Row{"station_json", {"station", "10.0.0.6", "--json"}, 0, R"({"address":"10.0.0.6","name":"Fräse","ext":[0,0,)", ""},
-        Row{"station_set", {"station", "10.0.0.5", "--set", "dpi=96", "t2m2n=a=b"}, 0, "t2m2n                       a=b\n", ""},
-        Row{"station_unknown", {"station", "10.0.0.9"}, 2, "", "kvosim: no station has the address or the name \"10.0.0.9\"\n"},
-        Row{"station_set_wrong",
-            {"station", "10.0.0.5", "--set", "dpi=-1"},
-            2,
-            "",
-            "kvosim: dpi: -1 is out of range; write 0 to 2147483647, or \"none\"\n"},
-        Row{"station_set_no_value", {"station", "10.0.0.5", "--set", "dpi"}, 2, "", "\"dpi\" is no setting; write KEY=VALUE\n"},
-        Row{"station_missing", {"station"}, 2, "", "STATION is required"},
-        Row{"fault_list", {"fault", "list"}, 0, "no faults\n", ""},
-        Row{"fault_add",
-            {"fault", "add", "delay", "--command", "getVersion", "--after", "2", "--times", "3", "--delay-ms", "7"},
-            0,
-            "delay getVersion, 7 ms, after 2, 3 times, struck 0\n",
-            ""},
-        Row{"fault_add_shortest", {"fault", "add", "close"}, 0, "close *, after 0, for ever, struck 0\n", ""},
-        Row{"fault_add_json",
-            {"fault", "add", "split", "--json"},
-            0,
-            R"({"faults":[{"command":"*","kind":"split","after":0,"times":0,"struck":0,"delay_ms":5}]})",
-            ""},
-        Row{"fault_add_unknown", {"fault", "add", "late"}, 2, "", "kvosim: kind: \"late\" is no fault; write delay, close"},
-        Row{"fault_add_negative", {"fault", "add", "close", "--times", "-1"}, 2, "", "--times"},
-        Row{"fault_clear", {"fault", "clear", "--json"}, 0, "{\"faults\":[]}\n", ""},
-        Row{"fault_alone", {"fault"}, 2, "", "Usage: kvosim fault [OPTIONS] COMMAND\n"},
-        Row{"fault_help", {"fault", "--help"}, 0, "Examples:\n  kvosim fault add", ""},
-        Row{"station_help", {"station", "--help"}, 0, "Examples:\n  kvosim station", ""}),
-    kvosim_test::kNameOfRow);
+const std::vector<Row> kCalls = {
+    {"status", {"status"}, 0, "\nstations                    3\n", ""},
+    {"status_json", {"status", "--json"}, 0, R"("registry_locked":false,"focus":"none")", ""},
+    {"station_by_address", {"station", "10.0.0.5"}, 0, "name                        Lathe 1\n", ""},
+    {"station_by_name", {"station", "Fräse"}, 0, "address                     10.0.0.6\n", ""},
+    {"station_json", {"station", "10.0.0.6", "--json"}, 0, R"({"address":"10.0.0.6","name":"Fräse","ext":[0,0,)", ""},
+    {"station_set", {"station", "10.0.0.5", "--set", "dpi=96", "t2m2n=a=b"}, 0, "t2m2n                       a=b\n", ""},
+    {"station_unknown", {"station", "10.0.0.9"}, 2, "", "kvosim: no station has the address or the name \"10.0.0.9\"\n"},
+    {"station_set_wrong",
+     {"station", "10.0.0.5", "--set", "dpi=-1"},
+     2,
+     "",
+     "kvosim: dpi: -1 is out of range; write 0 to 2147483647, or \"none\"\n"},
+    {"station_set_no_value", {"station", "10.0.0.5", "--set", "dpi"}, 2, "", "\"dpi\" is no setting; write KEY=VALUE\n"},
+    {"station_missing", {"station"}, 2, "", "STATION is required"},
+    {"fault_list", {"fault", "list"}, 0, "no faults\n", ""},
+    {"fault_add",
+     {"fault", "add", "delay", "--command", "getVersion", "--after", "2", "--times", "3", "--delay-ms", "7"},
+     0,
+     "delay getVersion, 7 ms, after 2, 3 times, struck 0\n",
+     ""},
+    {"fault_add_shortest", {"fault", "add", "close"}, 0, "close *, after 0, for ever, struck 0\n", ""},
+    {"fault_add_json",
+     {"fault", "add", "split", "--json"},
+     0,
+     R"({"faults":[{"command":"*","kind":"split","after":0,"times":0,"struck":0,"delay_ms":5}]})",
+     ""},
+    {"fault_add_unknown", {"fault", "add", "late"}, 2, "", "kvosim: kind: \"late\" is no fault; write delay, close"},
+    {"fault_add_negative", {"fault", "add", "close", "--times", "-1"}, 2, "", "--times"},
+    {"fault_clear", {"fault", "clear", "--json"}, 0, "{\"faults\":[]}\n", ""},
+    {"fault_alone", {"fault"}, 2, "", "Usage: kvosim fault [OPTIONS] COMMAND\n"},
+    {"fault_help", {"fault", "--help"}, 0, "Examples:\n  kvosim fault add", ""},
+    {"station_help", {"station", "--help"}, 0, "Examples:\n  kvosim station", ""}};
+
+INSTANTIATE_TEST_SUITE_P(Table, Steering, testing::ValuesIn(kCalls), kvosim_test::kNameOfRow);
 
 class WithoutASimulator : public testing::TestWithParam<std::vector<std::string>> {};
 
@@ -84,10 +84,11 @@ TEST_P(WithoutASimulator, has_a_status_of_its_own)
                          "\"kvosim serve\", or work inside \"kvosim run\"\n");
 }
 
-INSTANTIATE_TEST_SUITE_P(Table, WithoutASimulator,
-                         testing::Values(std::vector<std::string>{"status"}, std::vector<std::string>{"station", "10.0.0.5"},
-                                         std::vector<std::string>{"fault", "add", "close"},
-                                         std::vector<std::string>{"fault", "clear", "--json"}));
+const std::vector<std::vector<std::string>> kCommands = {
+    std::vector<std::string>{"status"}, std::vector<std::string>{"station", "10.0.0.5"},
+    std::vector<std::string>{"fault", "add", "close"}, std::vector<std::string>{"fault", "clear", "--json"}};
+
+INSTANTIATE_TEST_SUITE_P(Table, WithoutASimulator, testing::ValuesIn(kCommands));
 
 TEST(Steering, changes_last_from_one_call_to_the_next)
 {

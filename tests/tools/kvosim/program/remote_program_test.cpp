@@ -11,6 +11,7 @@
 #include <future>
 #include <signal.h>
 #include <thread>
+#include <vector>
 
 using namespace std::chrono_literals;
 
@@ -165,27 +166,22 @@ TEST_P(WrongUse, is_reported_and_ends_with_two)
     EXPECT_THAT(ended.err, HasSubstr(GetParam().err));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, WrongUse,
-    testing::Values(
-        WrongRow{{"sessions"}, {"run", "--remote", "3,10", "--", "true"}, "names no sessions; write session numbers of 0 to 9"},
-        WrongRow{{"address"},
-                 {"run", "--remote", "4", "--remote-address", "::1", "--", "true"},
-                 "\"::1\" is no IPv4 address; write one"},
-        WrongRow{{"host_name"}, {"run", "--remote", "4", "--remote-address", "localhost", "--", "true"}, "is no IPv4 address"},
-        WrongRow{{"alive"}, {"run", "--alive", "-1", "--", "true"}, "--alive"},
-        WrongRow{{"ask_line_end"}, {"remote", "ask", "3", "a\nb"}, "the request holds a line end or a zero; give one line"},
-        WrongRow{{"ask_long"},
-                 {"remote", "ask", "3", std::string(255, 'x')},
-                 "the request has 255 bytes; an agent takes at most 254"},
-        WrongRow{{"ask_tag"}, {"remote", "ask", "3", "ping", "--tag", "4"}, "is no tag; write three digits"},
-        WrongRow{{"ask_two_ways"}, {"remote", "ask", "3", "ping", "--tag", "042", "--untagged"}, "excludes"},
-        WrongRow{{"ask_timeout"}, {"remote", "ask", "3", "ping", "--timeout", "601"}, "--timeout"},
-        WrongRow{{"remote_alone"}, {"remote"}, "Usage: kvosim remote [OPTIONS] COMMAND\n"},
-        WrongRow{{"event_name"}, {"event", "a name that is too long, x"}, "write \"name, data\" with a name of 1 to 19 bytes"},
-        WrongRow{{"event_lines"}, {"event", "a, b\nc", "--as-is"}, "the event holds a line end"},
-        WrongRow{{"event_not_utf8"}, {"event", "a, \xff"}, "a text is no UTF-8"}),
-    kvosim_test::kNameOfRow);
+const std::vector<WrongRow> kWrongUses = {
+    {{"sessions"}, {"run", "--remote", "3,10", "--", "true"}, "names no sessions; write session numbers of 0 to 9"},
+    {{"address"}, {"run", "--remote", "4", "--remote-address", "::1", "--", "true"}, "\"::1\" is no IPv4 address; write one"},
+    {{"host_name"}, {"run", "--remote", "4", "--remote-address", "localhost", "--", "true"}, "is no IPv4 address"},
+    {{"alive"}, {"run", "--alive", "-1", "--", "true"}, "--alive"},
+    {{"ask_line_end"}, {"remote", "ask", "3", "a\nb"}, "the request holds a line end or a zero; give one line"},
+    {{"ask_long"}, {"remote", "ask", "3", std::string(255, 'x')}, "the request has 255 bytes; an agent takes at most 254"},
+    {{"ask_tag"}, {"remote", "ask", "3", "ping", "--tag", "4"}, "is no tag; write three digits"},
+    {{"ask_two_ways"}, {"remote", "ask", "3", "ping", "--tag", "042", "--untagged"}, "excludes"},
+    {{"ask_timeout"}, {"remote", "ask", "3", "ping", "--timeout", "601"}, "--timeout"},
+    {{"remote_alone"}, {"remote"}, "Usage: kvosim remote [OPTIONS] COMMAND\n"},
+    {{"event_name"}, {"event", "a name that is too long, x"}, "write \"name, data\" with a name of 1 to 19 bytes"},
+    {{"event_lines"}, {"event", "a, b\nc", "--as-is"}, "the event holds a line end"},
+    {{"event_not_utf8"}, {"event", "a, \xff"}, "a text is no UTF-8"}};
+
+INSTANTIATE_TEST_SUITE_P(Table, WrongUse, testing::ValuesIn(kWrongUses), kvosim_test::kNameOfRow);
 
 class WithoutSimulator : public testing::TestWithParam<const char *> {};
 

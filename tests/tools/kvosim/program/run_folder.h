@@ -15,8 +15,6 @@
 namespace kvosim_test {
 
 inline constexpr const char *kFolder = "/tmp/kvo_hws";
-inline constexpr uid_t kOtherUser = 65534;
-inline constexpr int kInNameOnly = 0;
 
 inline bool isThere(const std::string &path) { return std::filesystem::exists(std::filesystem::symlink_status(path)); }
 

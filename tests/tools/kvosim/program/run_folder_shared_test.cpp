@@ -13,7 +13,6 @@ namespace {
 using kvosim_test::goes;
 using kvosim_test::isThere;
 using kvosim_test::kFolder;
-using kvosim_test::kOtherUser;
 using kvosim_test::makeFolder;
 using kvosim_test::Program;
 using kvosim_test::run;
@@ -24,6 +23,8 @@ using kvosim_test::touch;
 using kvosim_test::waitFor;
 using kvosim_test::Words;
 using support::eventually;
+
+constexpr uid_t kOtherUser = 65534;
 
 Words runShared(const std::string &script) { return run(script, {"--shared"}); }
 

@@ -20,7 +20,6 @@ namespace {
 using kvosim_test::goes;
 using kvosim_test::isThere;
 using kvosim_test::kFolder;
-using kvosim_test::kInNameOnly;
 using kvosim_test::makeFolder;
 using kvosim_test::Program;
 using kvosim_test::run;
@@ -30,6 +29,8 @@ using kvosim_test::statusOf;
 using kvosim_test::touch;
 using kvosim_test::waitFor;
 using kvosim_test::Words;
+
+constexpr int kInNameOnly = 0;
 
 // ---- Private runs ----
 

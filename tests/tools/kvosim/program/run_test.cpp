@@ -56,22 +56,23 @@ TEST_P(RunEndsAs, its_command)
     EXPECT_THAT(run.temporaryFiles(), IsEmpty());
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, RunEndsAs,
-    testing::Values(
-        Ending{"success", {"true"}, 0, ""}, Ending{"failure", {"false"}, 1, ""},
-        Ending{"status", {"sh", "-c", "exit 42"}, 42, ""}, Ending{"killed", {"sh", "-c", "kill -KILL $$"}, 137, ""},
-        Ending{"terminated", {"sh", "-c", "kill -TERM $$"}, 143, ""},
-        Ending{"not_found", {"no-such-command-here"}, 127, "kvosim: no-such-command-here: No such file or directory\n"},
-        Ending{"not_found_path", {"/no/such/command"}, 127, "kvosim: /no/such/command: No such file or directory\n"},
-        Ending{"not_executable", {"/etc/passwd"}, 126, "kvosim: /etc/passwd: Permission denied\n"},
-        Ending{"directory", {"/tmp"}, 126, "kvosim: /tmp: Permission denied\n"},
-        Ending{"arguments_untouched",
-               {"sh", "-c", "test $# = 4 && test \"$1\" = --help && test \"$2\" = -- && test \"$3\" = '[a,b]'", "sh", "--help",
-                "--", "[a,b]", ""},
-               0,
-               ""}),
-    kvosim_test::kNameOfRow);
+const std::vector<Ending> kEndings = {
+    {"success", {"true"}, 0, ""},
+    {"failure", {"false"}, 1, ""},
+    {"status", {"sh", "-c", "exit 42"}, 42, ""},
+    {"killed", {"sh", "-c", "kill -KILL $$"}, 137, ""},
+    {"terminated", {"sh", "-c", "kill -TERM $$"}, 143, ""},
+    {"not_found", {"no-such-command-here"}, 127, "kvosim: no-such-command-here: No such file or directory\n"},
+    {"not_found_path", {"/no/such/command"}, 127, "kvosim: /no/such/command: No such file or directory\n"},
+    {"not_executable", {"/etc/passwd"}, 126, "kvosim: /etc/passwd: Permission denied\n"},
+    {"directory", {"/tmp"}, 126, "kvosim: /tmp: Permission denied\n"},
+    {"arguments_untouched",
+     {"sh", "-c", "test $# = 4 && test \"$1\" = --help && test \"$2\" = -- && test \"$3\" = '[a,b]'", "sh", "--help", "--",
+      "[a,b]", ""},
+     0,
+     ""}};
+
+INSTANTIATE_TEST_SUITE_P(Table, RunEndsAs, testing::ValuesIn(kEndings), kvosim_test::kNameOfRow);
 
 Program runByName(const std::filesystem::path &directory)
 {

@@ -11,6 +11,7 @@
 #include <gmock/gmock.h>
 
 #include <csignal>
+#include <vector>
 
 using namespace std::chrono_literals;
 
@@ -71,52 +72,43 @@ TEST_P(Usb, answers)
 
 const std::string kUntold = "; USB events are not activated, nobody was told\n";
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, Usb,
-    testing::Values(
-        Row{"plug", {"plug", "10.0.0.5"}, 0, "10.0.0.5: \"usb2*1-1.2\" plugged in" + kUntold, ""},
-        Row{"plug_by_name", {"plug", "Lathe 1"}, 0, "10.0.0.5: \"usb2*1-1.2\" plugged in" + kUntold, ""},
-        Row{"plug_locked",
-            {"plug", "Locked"},
-            0,
-            "10.0.0.6: \"usb1*1-1.1\" refused, as the station's USB lock is 3:0" + kUntold,
-            ""},
-        Row{"plug_json", {"plug", "10.0.0.5", "--json"}, 0, R"({"event":"plugged","station":"10.0.0.5","name":"Lathe 1",)", ""},
-        Row{"plug_unknown", {"plug", "10.0.0.9"}, 2, "", "kvosim: no station has the address or the name \"10.0.0.9\"\n"},
-        Row{"plug_wrong_text", {"plug", "10.0.0.5", "--text4", "a*b"}, 2, "", "kvosim: text4: holds an asterisk"},
-        Row{"plug_wrong_number", {"plug", "10.0.0.5", "--id1", "65536"}, 2, "", "kvosim: id1: 65536 is out of range"},
-        Row{"plug_no_number", {"plug", "10.0.0.5", "--number1", "many"}, 2, "", "kvosim: number1: is no whole number"},
-        Row{"plug_empty_ident", {"plug", "10.0.0.5", "--ident2", ""}, 2, "", "kvosim: ident2: is empty"},
-        Row{"plug_no_utf8", {"plug", "10.0.0.5", "--ident2", "\xA7"}, 2, "", "kvosim: a text is no UTF-8; write it so\n"},
-        Row{"plug_nowhere", {"plug"}, 2, "", "STATION is required"},
-        Row{"plug_unknown_option", {"plug", "10.0.0.5", "--text9", "x"}, 2, "", "--text9"},
-        Row{"refuse", {"refuse", "10.0.0.5"}, 0, "10.0.0.5: \"usb2*1-1.2\" refused" + kUntold, ""},
-        Row{"unplug", {"unplug", "10.0.0.5", "usb1"}, 0, "10.0.0.5: \"usb1*1-1.1\" removed" + kUntold, ""},
-        Row{"unplug_unknown",
-            {"unplug", "10.0.0.5", "usb9"},
-            2,
-            "",
-            "kvosim: no device \"usb9\" at 10.0.0.5; plugged in there: \"usb1*1-1.1\"\n"},
-        Row{"unplug_nothing", {"unplug", "10.0.0.5"}, 2, "", "DEVICE is required"},
-        Row{"state", {"state", "10.0.0.5", "1-1.1", "0x10"}, 0, "10.0.0.5: \"usb1*1-1.1\" in state 16" + kUntold, ""},
-        Row{"state_wrong",
-            {"state", "10.0.0.5", "usb1", "on"},
-            2,
-            "",
-            "kvosim: state: is no whole number; write 0 to 0xFFFFFFFF\n"},
-        Row{"state_nothing", {"state", "10.0.0.5", "usb1"}, 2, "", "VALUE is required"},
-        Row{"list", {"list"}, 0, "10.0.0.5: \"usb1*1-1.1\" state 0, Simulated device, kvosim, Memory stick\n", ""},
-        Row{"list_of_none", {"list", "Locked"}, 0, "no USB devices\n", ""},
-        Row{"list_json", {"list", "10.0.0.6", "--json"}, 0, "{\"devices\":[]}\n", ""},
-        Row{"list_unknown", {"list", "10.0.0.9"}, 2, "", "kvosim: no station has"},
-        Row{"storm_not_activated", {"storm", "--count", "3"}, 2, "", "kvosim: USB events are not activated"},
-        Row{"storm_without_count", {"storm"}, 2, "", "--count is required"},
-        Row{"storm_of_none", {"storm", "--count", "0"}, 2, "", "kvosim: count: 0 events make no storm"},
-        Row{"storm_rate", {"storm", "--count", "1", "--rate", "-1"}, 2, "", "--rate"},
-        Row{"alone", {}, 2, "", "Usage: kvosim usb [OPTIONS] COMMAND\n"},
-        Row{"help", {"--help"}, 0, "Examples:\n  kvosim usb plug", ""},
-        Row{"storm_help", {"storm", "--help"}, 0, "Examples:\n  kvosim usb storm", ""}),
-    kvosim_test::kNameOfRow);
+const std::vector<Row> kCalls = {
+    {"plug", {"plug", "10.0.0.5"}, 0, "10.0.0.5: \"usb2*1-1.2\" plugged in" + kUntold, ""},
+    {"plug_by_name", {"plug", "Lathe 1"}, 0, "10.0.0.5: \"usb2*1-1.2\" plugged in" + kUntold, ""},
+    {"plug_locked", {"plug", "Locked"}, 0, "10.0.0.6: \"usb1*1-1.1\" refused, as the station's USB lock is 3:0" + kUntold, ""},
+    {"plug_json", {"plug", "10.0.0.5", "--json"}, 0, R"({"event":"plugged","station":"10.0.0.5","name":"Lathe 1",)", ""},
+    {"plug_unknown", {"plug", "10.0.0.9"}, 2, "", "kvosim: no station has the address or the name \"10.0.0.9\"\n"},
+    {"plug_wrong_text", {"plug", "10.0.0.5", "--text4", "a*b"}, 2, "", "kvosim: text4: holds an asterisk"},
+    {"plug_wrong_number", {"plug", "10.0.0.5", "--id1", "65536"}, 2, "", "kvosim: id1: 65536 is out of range"},
+    {"plug_no_number", {"plug", "10.0.0.5", "--number1", "many"}, 2, "", "kvosim: number1: is no whole number"},
+    {"plug_empty_ident", {"plug", "10.0.0.5", "--ident2", ""}, 2, "", "kvosim: ident2: is empty"},
+    {"plug_no_utf8", {"plug", "10.0.0.5", "--ident2", "\xA7"}, 2, "", "kvosim: a text is no UTF-8; write it so\n"},
+    {"plug_nowhere", {"plug"}, 2, "", "STATION is required"},
+    {"plug_unknown_option", {"plug", "10.0.0.5", "--text9", "x"}, 2, "", "--text9"},
+    {"refuse", {"refuse", "10.0.0.5"}, 0, "10.0.0.5: \"usb2*1-1.2\" refused" + kUntold, ""},
+    {"unplug", {"unplug", "10.0.0.5", "usb1"}, 0, "10.0.0.5: \"usb1*1-1.1\" removed" + kUntold, ""},
+    {"unplug_unknown",
+     {"unplug", "10.0.0.5", "usb9"},
+     2,
+     "",
+     "kvosim: no device \"usb9\" at 10.0.0.5; plugged in there: \"usb1*1-1.1\"\n"},
+    {"unplug_nothing", {"unplug", "10.0.0.5"}, 2, "", "DEVICE is required"},
+    {"state", {"state", "10.0.0.5", "1-1.1", "0x10"}, 0, "10.0.0.5: \"usb1*1-1.1\" in state 16" + kUntold, ""},
+    {"state_wrong", {"state", "10.0.0.5", "usb1", "on"}, 2, "", "kvosim: state: is no whole number; write 0 to 0xFFFFFFFF\n"},
+    {"state_nothing", {"state", "10.0.0.5", "usb1"}, 2, "", "VALUE is required"},
+    {"list", {"list"}, 0, "10.0.0.5: \"usb1*1-1.1\" state 0, Simulated device, kvosim, Memory stick\n", ""},
+    {"list_of_none", {"list", "Locked"}, 0, "no USB devices\n", ""},
+    {"list_json", {"list", "10.0.0.6", "--json"}, 0, "{\"devices\":[]}\n", ""},
+    {"list_unknown", {"list", "10.0.0.9"}, 2, "", "kvosim: no station has"},
+    {"storm_not_activated", {"storm", "--count", "3"}, 2, "", "kvosim: USB events are not activated"},
+    {"storm_without_count", {"storm"}, 2, "", "--count is required"},
+    {"storm_of_none", {"storm", "--count", "0"}, 2, "", "kvosim: count: 0 events make no storm"},
+    {"storm_rate", {"storm", "--count", "1", "--rate", "-1"}, 2, "", "--rate"},
+    {"alone", {}, 2, "", "Usage: kvosim usb [OPTIONS] COMMAND\n"},
+    {"help", {"--help"}, 0, "Examples:\n  kvosim usb plug", ""},
+    {"storm_help", {"storm", "--help"}, 0, "Examples:\n  kvosim usb storm", ""}};
+
+INSTANTIATE_TEST_SUITE_P(Table, Usb, testing::ValuesIn(kCalls), kvosim_test::kNameOfRow);
 
 TEST(UsbCommands, without_a_simulator_have_a_status_of_their_own)
 {

@@ -4,6 +4,7 @@
 #include "tools/kvosim/support/named_row.h"
 
 #include <gmock/gmock.h>
+#include <vector>
 
 namespace {
 
@@ -58,18 +59,19 @@ TEST_P(None, is_cut_where_it_ends)
     EXPECT_EQ(texts, GetParam().lines);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, None,
-    testing::Values(Row{"alone", "none", "none", {}, true}, Row{"tagged", "042:none", "042:none", {}, true},
-                    Row{"not_expected", "", "none", {}, true}, Row{"begun", "none", "non", {}, false},
-                    Row{"with_an_end", "none", "none\r\n", {"none"}, false},
-                    Row{"with_a_line_feed", "none", "none\n", {"none"}, false},
-                    Row{"with_half_an_end", "none", "none\r", {}, false},
-                    Row{"before_an_indication", "none", "noneI07:x\r\n", {"none|", "I07:x"}, false},
-                    Row{"before_a_reply", "042:none", "042:none043:pong\r\n", {"042:none|", "043:pong"}, false},
-                    Row{"a_word_that_begins_so", "", "nonesuch\r\n", {"nonesuch"}, false},
-                    Row{"another_tag", "042:none", "043:none\r\n", {"043:none"}, false}),
-    kvosim_test::kNameOfRow);
+const std::vector<Row> kNones = {{"alone", "none", "none", {}, true},
+                                 {"tagged", "042:none", "042:none", {}, true},
+                                 {"not_expected", "", "none", {}, true},
+                                 {"begun", "none", "non", {}, false},
+                                 {"with_an_end", "none", "none\r\n", {"none"}, false},
+                                 {"with_a_line_feed", "none", "none\n", {"none"}, false},
+                                 {"with_half_an_end", "none", "none\r", {}, false},
+                                 {"before_an_indication", "none", "noneI07:x\r\n", {"none|", "I07:x"}, false},
+                                 {"before_a_reply", "042:none", "042:none043:pong\r\n", {"042:none|", "043:pong"}, false},
+                                 {"a_word_that_begins_so", "", "nonesuch\r\n", {"nonesuch"}, false},
+                                 {"another_tag", "042:none", "043:none\r\n", {"043:none"}, false}};
+
+INSTANTIATE_TEST_SUITE_P(Table, None, testing::ValuesIn(kNones), kvosim_test::kNameOfRow);
 
 TEST(AgentLines, none_is_taken_where_nothing_follows)
 {

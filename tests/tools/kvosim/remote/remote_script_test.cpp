@@ -12,6 +12,7 @@
 #include <future>
 #include <optional>
 #include <thread>
+#include <vector>
 
 using namespace std::chrono_literals;
 
@@ -69,30 +70,29 @@ TEST_P(WrongScript, is_refused_with_its_line)
     EXPECT_THAT([&] { parseScript(text, "agent.script"); }, ThrowsMessage<tools::Refused>(HasSubstr(GetParam().mistake)));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, WrongScript,
-    testing::Values(
-        WrongRow{{"word"}, "session 3\nsend x", "agent.script:3: \"send\" is nothing that a script knows; a line begins with"},
-        WrongRow{{"no_blank"}, "session 3\n>ping", "agent.script:3: \">ping\" is nothing that a script knows"},
-        WrongRow{{"no_session"}, "> ping", "agent.script:2: no session yet; write a line such as \"session 3\" before it"},
-        WrongRow{{"session_10"}, "session 10", "agent.script:2: \"10\" is out of range; write 0 to 9"},
-        WrongRow{{"session_empty"}, "session", "agent.script:2: \"\" is out of range"},
-        WrongRow{{"timeout"}, "timeout 0", "agent.script:2: \"0\" is out of range; write 1 to 600"},
-        WrongRow{{"wait"}, "session 3\nwait-connected soon", "agent.script:3: \"soon\" is out of range"},
-        WrongRow{{"pause"}, "session 3\npause -1", "agent.script:3: \"-1\" is out of range; write 1 to 600000"},
-        WrongRow{{"close"}, "session 3\nclose now", "agent.script:3: \"now\" is too much"},
-        WrongRow{{"away"}, "session 3\naway", "agent.script:3: \"\" is out of range; write 1 to 600"},
-        WrongRow{{"reset"}, "session 3\nreset now", "agent.script:3: \"now\" is too much"},
-        WrongRow{{"escape"}, "session 3\nraw a\\q", R"(agent.script:3: "\q" is no escape; write \r \n \t \0 \\ or \x1F)"},
-        WrongRow{{"escape_end"}, "session 3\nraw a\\", R"(agent.script:3: "\" is no escape)"},
-        WrongRow{{"escape_hex"}, "session 3\nraw \\x1", R"(agent.script:3: "\x" is no escape)"},
-        WrongRow{{"pattern"}, "session 3\n<~ (", "agent.script:3: \"(\" is no regular expression: "},
-        WrongRow{{"raw_long"},
-                 "session 3\nraw " + std::string(4097, 'x'),
-                 "agent.script:3: these are 4097 bytes; write at most 4096 on a line"},
-        WrongRow{{"not_utf8"}, "session 3\n> a\xFF", "agent.script:3: the request is no UTF-8; send other bytes by \"raw\""},
-        WrongRow{{"long"}, "session 3\n> " + std::string(255, 'x'), "agent.script:3: the request has 255 bytes"}),
-    kvosim_test::kNameOfRow);
+const std::vector<WrongRow> kWrongScripts = {
+    {{"word"}, "session 3\nsend x", "agent.script:3: \"send\" is nothing that a script knows; a line begins with"},
+    {{"no_blank"}, "session 3\n>ping", "agent.script:3: \">ping\" is nothing that a script knows"},
+    {{"no_session"}, "> ping", "agent.script:2: no session yet; write a line such as \"session 3\" before it"},
+    {{"session_10"}, "session 10", "agent.script:2: \"10\" is out of range; write 0 to 9"},
+    {{"session_empty"}, "session", "agent.script:2: \"\" is out of range"},
+    {{"timeout"}, "timeout 0", "agent.script:2: \"0\" is out of range; write 1 to 600"},
+    {{"wait"}, "session 3\nwait-connected soon", "agent.script:3: \"soon\" is out of range"},
+    {{"pause"}, "session 3\npause -1", "agent.script:3: \"-1\" is out of range; write 1 to 600000"},
+    {{"close"}, "session 3\nclose now", "agent.script:3: \"now\" is too much"},
+    {{"away"}, "session 3\naway", "agent.script:3: \"\" is out of range; write 1 to 600"},
+    {{"reset"}, "session 3\nreset now", "agent.script:3: \"now\" is too much"},
+    {{"escape"}, "session 3\nraw a\\q", R"(agent.script:3: "\q" is no escape; write \r \n \t \0 \\ or \x1F)"},
+    {{"escape_end"}, "session 3\nraw a\\", R"(agent.script:3: "\" is no escape)"},
+    {{"escape_hex"}, "session 3\nraw \\x1", R"(agent.script:3: "\x" is no escape)"},
+    {{"pattern"}, "session 3\n<~ (", "agent.script:3: \"(\" is no regular expression: "},
+    {{"raw_long"},
+     "session 3\nraw " + std::string(4097, 'x'),
+     "agent.script:3: these are 4097 bytes; write at most 4096 on a line"},
+    {{"not_utf8"}, "session 3\n> a\xFF", "agent.script:3: the request is no UTF-8; send other bytes by \"raw\""},
+    {{"long"}, "session 3\n> " + std::string(255, 'x'), "agent.script:3: the request has 255 bytes"}};
+
+INSTANTIATE_TEST_SUITE_P(Table, WrongScript, testing::ValuesIn(kWrongScripts), kvosim_test::kNameOfRow);
 
 TEST(Script, of_a_file_that_is_not_there)
 {
@@ -197,34 +197,31 @@ TEST_P(Difference, is_reported_with_its_line)
     EXPECT_EQ(failure(std::move(run)), GetParam().failure);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, Difference,
-    testing::Values(
-        DifferenceRow{{"reply"}, "< pang\n", "pong\r\n", "s:5: expected the reply \"pang\", got \"pong\""},
-        DifferenceRow{{"prefix"}, "< pon\n", "pong\r\n", "s:5: expected the reply \"pon\", got \"pong\""},
-        DifferenceRow{{"pattern"}, "<~ o.*\n", "pong\r\n", "s:5: expected the reply that matches \"o.*\", got \"pong\""},
-        DifferenceRow{{"tag"}, "< pong\n", "042:pong\r\n", "s:5: expected the reply \"pong\", got \"042:pong\""},
-        DifferenceRow{
-            {"second"}, "< pong\n\n< pong\n", "pong\r\nx\x01\r\n", "s:7: expected the reply \"pong\", got \"x\\x01\""},
-        DifferenceRow{{"nothing"}, "< pong\n", "", "s:5: expected the reply \"pong\", got none within 1 s"},
-        DifferenceRow{{"half"}, "< pong\n", "pong", "s:5: expected the reply \"pong\", got none within 1 s"},
-        DifferenceRow{{"indication"}, "! a\n", "I01:b\r\n", "s:5: expected the indication \"a\", got \"I01:b\""},
-        DifferenceRow{{"number"}, "! I02:a\n", "I01:a\r\n", "s:5: expected the indication \"I02:a\", got \"I01:a\""},
-        DifferenceRow{{"no_indication"}, "! a\n", "a\r\n", "s:5: expected the indication \"a\", got none within 1 s"},
-        DifferenceRow{
-            {"wait_closed"}, "wait-closed\n", "", "s:5: expected the connection to be closed, got nothing of that within 1 s"},
-        DifferenceRow{{"session"}, "session 9\n> x\n", "", "s:6: session 9 is not served; start the simulator with --remote 9"},
-        DifferenceRow{{"no_agent"}, "session 4\n> x\n", "", "s:6: no agent is connected in session 4 (port 5854)"},
-        DifferenceRow{{"wait_connected"},
-                      "session 4\nwait-connected 1\n",
-                      "",
-                      "s:6: expected an agent to connect, got nothing of that within 1 s"},
-        DifferenceRow{{"closed"},
-                      "close\n< pong\n",
-                      "",
-                      "s:6: expected the reply \"pong\", got the end of the connection (this side has closed it, as it was "
-                      "told to)"}),
-    kvosim_test::kNameOfRow);
+const std::vector<DifferenceRow> kDifferences = {
+    {{"reply"}, "< pang\n", "pong\r\n", "s:5: expected the reply \"pang\", got \"pong\""},
+    {{"prefix"}, "< pon\n", "pong\r\n", "s:5: expected the reply \"pon\", got \"pong\""},
+    {{"pattern"}, "<~ o.*\n", "pong\r\n", "s:5: expected the reply that matches \"o.*\", got \"pong\""},
+    {{"tag"}, "< pong\n", "042:pong\r\n", "s:5: expected the reply \"pong\", got \"042:pong\""},
+    {{"second"}, "< pong\n\n< pong\n", "pong\r\nx\x01\r\n", "s:7: expected the reply \"pong\", got \"x\\x01\""},
+    {{"nothing"}, "< pong\n", "", "s:5: expected the reply \"pong\", got none within 1 s"},
+    {{"half"}, "< pong\n", "pong", "s:5: expected the reply \"pong\", got none within 1 s"},
+    {{"indication"}, "! a\n", "I01:b\r\n", "s:5: expected the indication \"a\", got \"I01:b\""},
+    {{"number"}, "! I02:a\n", "I01:a\r\n", "s:5: expected the indication \"I02:a\", got \"I01:a\""},
+    {{"no_indication"}, "! a\n", "a\r\n", "s:5: expected the indication \"a\", got none within 1 s"},
+    {{"wait_closed"}, "wait-closed\n", "", "s:5: expected the connection to be closed, got nothing of that within 1 s"},
+    {{"session"}, "session 9\n> x\n", "", "s:6: session 9 is not served; start the simulator with --remote 9"},
+    {{"no_agent"}, "session 4\n> x\n", "", "s:6: no agent is connected in session 4 (port 5854)"},
+    {{"wait_connected"},
+     "session 4\nwait-connected 1\n",
+     "",
+     "s:6: expected an agent to connect, got nothing of that within 1 s"},
+    {{"closed"},
+     "close\n< pong\n",
+     "",
+     "s:6: expected the reply \"pong\", got the end of the connection (this side has closed it, as it was "
+     "told to)"}};
+
+INSTANTIATE_TEST_SUITE_P(Table, Difference, testing::ValuesIn(kDifferences), kvosim_test::kNameOfRow);
 
 TEST_F(ScriptRun, closes_and_waits_for_the_agent_to_come_again)
 {

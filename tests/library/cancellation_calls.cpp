@@ -1,5 +1,7 @@
-// How the functions of runtime.h, service.h, codecs.h, requests.h and config.h are called in which a cancellation can act.
+// How the requests and the functions of runtime.h, service.h, codecs.h and config.h are called in which a cancellation can act.
 #include "library/cancellation_calls.h"
+
+#include "catalogue/catalogue.h"
 
 #include <kvo_hws/kvo_hws.h>
 
@@ -24,9 +26,38 @@ void readRegistry(int32_t (*read)(KvoDescription *list, uint32_t *count, uint32_
     read(list.data(), &count, 1);
 }
 
+/// In every way in which the catalogue calls it.
+void callRequest(const catalogue::Request &request)
+{
+    for (const catalogue::Exchange &exchange : request.answers()) {
+        catalogue::Outputs outputs = request.function().outputsFor(exchange.arguments, '\0');
+        const std::vector<void *> rooms = outputs.addresses();
+        exposed([&] { request.function()(exchange.arguments, rooms); });
+    }
+}
+
 }  // namespace
 
 Calls requestCalls()
+{
+    Calls calls;
+    for (const catalogue::Family &family : catalogue::families()) {
+        for (const catalogue::Request &request : family.requests) {
+            if (!request.answers().empty()) {
+                Call &call = calls[request.function().name()];
+                call = [others = call, &request] {
+                    if (others) {
+                        others();
+                    }
+                    callRequest(request);
+                };
+            }
+        }
+    }
+    return calls;
+}
+
+Calls otherCalls()
 {
     return {
         // runtime.h
@@ -82,16 +113,6 @@ Calls requestCalls()
              FuncSendCommand2DLL(strdup("text"));
              FuncSendCommand2DLL(strdup(kTooLong.c_str()));
          })},
-        BLANKLY(KVO_HWS_getDLLVersion),
-        BLANKLY(KVO_HWS_getDebugLevel),
-        BLANKLY(KVO_HWS_getKVOHWSVersion),
-        BLANKLY(KVO_HWS_isInitComplete),
-        BLANKLY(KVO_HWS_killDaemon),
-        BLANKLY(KVO_HWS_lockKVORegData),
-        BLANKLY(KVO_HWS_setBacklight),
-        BLANKLY(KVO_HWS_setBrightness),
-        BLANKLY(KVO_HWS_setDebugLevel),
-        BLANKLY(KVO_HWS_unlockKVORegData),
         {"KillUsbServer", exposing([] {
              ServerPipeThreadSyncState = NOTIFY_STOP_DONE;  // there was one, for whose end it looks
              KillUsbServer();
@@ -164,72 +185,10 @@ Calls requestCalls()
         BLANKLY(GetCountKVODescriptionsFromText),
         BLANKLY(GetCountKVODescriptionsFromTextEx),
 
-        // requests.h
-        BLANKLY(KVO_HWS_deleteChannelInfo),
-        BLANKLY(KVO_HWS_enableMCPKey),
-        BLANKLY(KVO_HWS_getBacklightBrightnessV2),
-        BLANKLY(KVO_HWS_getChannelInfo),
-        BLANKLY(KVO_HWS_getClientList),
-        BLANKLY(KVO_HWS_getCurrentServer),
-        BLANKLY(KVO_HWS_getDCKAddress),
-        BLANKLY(KVO_HWS_getDCKEnable),
-        BLANKLY(KVO_HWS_getDescriptionEx),
-        BLANKLY(KVO_HWS_getDescriptionList),
-        BLANKLY(KVO_HWS_getDescriptionListEx),
-        BLANKLY(KVO_HWS_getDisableCapsLock),
-        BLANKLY(KVO_HWS_getDisableNumLock),
-        BLANKLY(KVO_HWS_getIPbyDCKAddress),
-        BLANKLY(KVO_HWS_getIPbyKVOIndex),
-        BLANKLY(KVO_HWS_getIPbyMCPAddress),
-        BLANKLY(KVO_HWS_getKVOChannelOnFocus),
-        BLANKLY(KVO_HWS_getKVOCksIndex),
+        // requests.h, what the catalogue does not call
         {"KVO_HWS_getKVOCurrentListFromRegistry", exposing([] { readRegistry(KVO_HWS_getKVOCurrentListFromRegistry); })},
-        BLANKLY(KVO_HWS_getKVOIndex),
         {"KVO_HWS_getKVOPreviousListFromRegistry", exposing([] { readRegistry(KVO_HWS_getKVOPreviousListFromRegistry); })},
-        BLANKLY(KVO_HWS_getKVOPriority),
-        BLANKLY(KVO_HWS_getKVOScreenOnFocus),
-        BLANKLY(KVO_HWS_getKVOStartupActive),
-        BLANKLY(KVO_HWS_getKVOStartupPrio),
-        BLANKLY(KVO_HWS_getKVOT2M2N),
-        BLANKLY(KVO_HWS_getMCPAddress),
-        BLANKLY(KVO_HWS_getRV4Mode),
-        BLANKLY(KVO_HWS_getStationMetrics),
-        {"KVO_HWS_getStationType",
-         exposing([] { KVO_HWS_getStationType(1, nullptr); })},  // what it prints is where one can act
-        BLANKLY(KVO_HWS_getSwCapsLock),
-        BLANKLY(KVO_HWS_getTouchScreenCalibParam),
-        BLANKLY(KVO_HWS_getUsbConnectorList),
-        BLANKLY(KVO_HWS_getUsbConnectorListOne),
-        BLANKLY(KVO_HWS_getUsbLock),
-        BLANKLY(KVO_HWS_invalidateTouchScreen),
-        BLANKLY(KVO_HWS_isMarovantiPanel),
-        BLANKLY(KVO_HWS_isViewerActive),
-        BLANKLY(KVO_HWS_rebootKVO),
-        BLANKLY(KVO_HWS_setActivateMe),
-        BLANKLY(KVO_HWS_setBacklightBrightness),
-        BLANKLY(KVO_HWS_setBacklightBrightnessV2),
-        BLANKLY(KVO_HWS_setChannelInfo),
-        BLANKLY(KVO_HWS_setDCKEnable),
-        BLANKLY(KVO_HWS_setDisableCapsLock),
-        BLANKLY(KVO_HWS_setDisableNumLock),
-        BLANKLY(KVO_HWS_setKVOCksIndex),
-        BLANKLY(KVO_HWS_setKVOIndex),
-        BLANKLY(KVO_HWS_setMCPAddress),
-        BLANKLY(KVO_HWS_setRV4Mode),
-        BLANKLY(KVO_HWS_setStartViewer),
-        BLANKLY(KVO_HWS_setStatusline),
-        BLANKLY(KVO_HWS_setStopViewer),
-        BLANKLY(KVO_HWS_setStopViewerNoClean),
-        BLANKLY(KVO_HWS_setStopViewerPreempt),
-        BLANKLY(KVO_HWS_setSwCapsLock),
-        BLANKLY(KVO_HWS_setTouchScreenCalibParam),
         {"KVO_HWS_setUsbLock", exposing([] { KVO_HWS_setUsbLock(0, nullptr, 0, 0); })},
-        BLANKLY(KVO_HWS_showDPI),
-        BLANKLY(KVO_HWS_showInputDevice),
-        BLANKLY(KVO_HWS_showInputDeviceV2),
-        BLANKLY(KVO_HWS_showInputDeviceV3),
-        BLANKLY(KVO_HWS_simulateMCPKey),
-        BLANKLY(KVO_HWS_startConfiguredViewer),
 
         // config.h
         BLANKLY(GetBacklightBrightnessMode),

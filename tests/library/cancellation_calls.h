@@ -21,8 +21,10 @@ namespace cancellation {
 using Call = std::function<void()>;
 using Calls = std::map<std::string, Call>;
 
-/// The functions of runtime.h, service.h, codecs.h, requests.h and config.h.
+/// The requests of the catalogue.
 Calls requestCalls();
+/// The functions of runtime.h, service.h, codecs.h and config.h, and requests that the catalogue does not call.
+Calls otherCalls();
 /// The functions of usbevents.h, and of agent.h all but the handlers.
 Calls eventCalls();
 

@@ -38,7 +38,6 @@ Calls eventCalls()
              sendUSBEvent2 = testsForCancellation;
              KVO_HWS_closeUSBEvents();
          })},
-        BLANKLY(KVO_HWS_isUSBEventsActivated),
         {"SendUSBEventCheckNULL_Simple", exposing([] {
              sendUSBEvent2 = testsForCancellation;
              SendUSBEventCheckNULL_Simple(1);

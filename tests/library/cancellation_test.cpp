@@ -74,6 +74,7 @@ using cancellation::testsForCancellation;
 Calls callsByName()
 {
     Calls calls = cancellation::requestCalls();
+    calls.merge(cancellation::otherCalls());
     calls.merge(cancellation::eventCalls());
     return calls;
 }

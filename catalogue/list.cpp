@@ -11,9 +11,59 @@ using Json = nlohmann::ordered_json;
 /// Replies may hold any bytes; what is no UTF-8 is replaced.
 std::string printed(const Json &json) { return json.dump(2, ' ', false, Json::error_handler_t::replace); }
 
+/// {"station": ...}, a number, a text, null, or {"room": elements}.
+Json jsonOf(const catalogue::Argument &argument)
+{
+    using Kind = catalogue::Argument::Kind;
+    switch (argument.kind) {
+    case Kind::station: return {{"station", catalogue::kHere}};
+    case Kind::number: return argument.number;
+    case Kind::text: return argument.text;
+    case Kind::room: return {{"room", argument.number}};
+    case Kind::null: break;
+    }
+    return nullptr;
+}
+
+/// The bytes in hexadecimal digits, or null where nothing is stored.
+Json jsonOf(const catalogue::Stored &stored)
+{
+    if (!stored.bytes) {
+        return nullptr;
+    }
+    constexpr const char *kDigits = "0123456789abcdef";
+    std::string digits;
+    for (const char byte : *stored.bytes) {
+        const auto value = static_cast<unsigned char>(byte);
+        digits += {kDigits[value / 16], kDigits[value % 16]};
+    }
+    return digits;
+}
+
+template <class Element>
+Json arrayOf(const std::vector<Element> &elements)
+{
+    Json all = Json::array();
+    for (const Element &element : elements) {
+        all.push_back(jsonOf(element));
+    }
+    return all;
+}
+
+const char *nameOf(catalogue::Exchange::Service service)
+{
+    using Service = catalogue::Exchange::Service;
+    return service == Service::absent ? "absent" : service == Service::closes ? "closes" : "answers";
+}
+
 Json jsonOf(const catalogue::Exchange &exchange)
 {
-    return {{"commands", exchange.commands},
+    return {{"name", exchange.name},
+            {"usual", exchange.usual},
+            {"service", nameOf(exchange.service)},
+            {"arguments", arrayOf(exchange.arguments)},
+            {"values", arrayOf(exchange.values)},
+            {"commands", exchange.commands},
             {"replies", exchange.replies},
             {"result", exchange.result},
             {"messages", exchange.messages}};

@@ -5,7 +5,6 @@
 
 #include "support/holdings.h"
 #include "support/own_thread.h"
-#include "support/request_table.h"
 #include "support/scripted_service.h"
 #include "support/syslog_capture.h"
 #include "support/usb_events.h"
@@ -215,36 +214,5 @@ TEST_F(Activation, by_the_thread_alone_waits_and_ends_like_any_other)
     EXPECT_FALSE(anySet());
     EXPECT_EQ(recorder.codes(), (Codes{USB_EVENT_ACTIVATED, USB_EVENT_DEACTIVATED}));
 }
-
-// ---- Whether they are active ----
-
-class IsActivated : public testing::TestWithParam<support::RequestCase> {};
-
-TEST_P(IsActivated, asks_the_service) { support::check(GetParam()); }
-
-std::vector<support::RequestCase> answersToIsActivated()
-{
-    std::vector<support::RequestCase> rows;
-    const auto row = [&rows](const char *name, const char *reply, int32_t result) {
-        rows.push_back({name, KVO_HWS_isUSBEventsActivated, {"isUSBEventsActivated"}, {reply}, result});
-    };
-    row("yes", "yes", 1);
-    row("no", "no", 0);
-    row("yes_and_a_blank", "yes ", -1);
-    row("failed", "failed", -1);
-    row("ok", "ok", -1);
-    row("empty", "", -1);
-    rows.push_back({"no_service", KVO_HWS_isUSBEventsActivated, {}, {}, -1, {support::kNoConnection}});
-    rows.push_back({.name = "peer_closes",
-                    .call = KVO_HWS_isUSBEventsActivated,
-                    .commands = {"isUSBEventsActivated"},
-                    .replies = {},
-                    .result = -1,
-                    .messages = {"command socket - can not read from socket"},
-                    .peerCloses = true});
-    return rows;
-}
-
-INSTANTIATE_TEST_SUITE_P(Of, IsActivated, testing::ValuesIn(answersToIsActivated()), support::nameOf);
 
 }  // namespace

@@ -35,11 +35,11 @@ def method_of(request: Json) -> Callable[..., Any]:
     """The method, of an object about the catalogue's station."""
     owner, _, name = request["python"].rpartition(".")
     objects: Dict[str, Any] = {"Panel": Panel("10.0.0.5"), "Service": Service(), "": kvo_hws}
-    found: Callable[..., Any] = getattr(objects[owner] if owner in objects else getattr(kvo_hws, owner), name)
+    found: Callable[..., Any] = getattr(objects.get(owner) or getattr(kvo_hws, owner), name)
     return found
 
 
-@pytest.mark.parametrize("request_", [r for r in CATALOGUE if r["python"]], ids=lambda request: request["name"])
+@pytest.mark.parametrize("request_", [r for r in CATALOGUE if r["python"]], ids=lambda request: str(request["name"]))
 def test_the_method_names_its_function(request_: Json) -> None:
     assert request_["function"] in re.findall(r"KVO_HWS_\w+", inspect.getdoc(method_of(request_)) or "")
 

@@ -89,15 +89,31 @@ Request &gets(Request &request, const std::string &keyword, const std::string &k
 std::vector<Request> getters()
 {
     Request mcp = KVO_REQUEST(KVO_HWS_getMCPAddress, "get MCP address");
-    gets(mcp, "getMCPAddress", "mcpaddr=", 255).kvoctl("address mcp", {kHere}).python("Panel.get_mcp_address");
+    gets(mcp, "getMCPAddress", "mcpaddr=", 255)
+        .kvoctl("address mcp", {kHere})
+        .shows("mcpaddr=255", "255\n", R"({"mcp": 255})")
+        .python("Panel.get_mcp_address");
     Request index = KVO_REQUEST(KVO_HWS_getKVOIndex, "get KVO index");
-    gets(index, "getKVOIndex", "kvoindex=", 255).kvoctl("address kvo-index", {kHere}).python("Panel.get_kvo_index");
+    gets(index, "getKVOIndex", "kvoindex=", 255)
+        .kvoctl("address kvo-index", {kHere})
+        .shows("kvoindex=7", "7\n", R"({"kvo_index": 7})")
+        .python("Panel.get_kvo_index");
     Request enable = KVO_REQUEST(KVO_HWS_getDCKEnable, "get DCK mode");
-    gets(enable, "getDCKEnable", "dckenable=", 1).kvoctl("address dck-enable", {kHere}).python("Panel.get_dck_enable");
+    gets(enable, "getDCKEnable", "dckenable=", 1)
+        .kvoctl("address dck-enable", {kHere})
+        .shows("dckenable=1", "on\n", R"({"dck_enable": "on"})")
+        .shows("dckenable=0", "off\n", R"({"dck_enable": "off"})")
+        .python("Panel.get_dck_enable");
     Request dck = KVO_REQUEST(KVO_HWS_getDCKAddress, "get DCK address");
-    gets(dck, "getDCKAddress", "dckaddr=", 255).kvoctl("address dck", {kHere}).python("Panel.get_dck_address");
+    gets(dck, "getDCKAddress", "dckaddr=", 255)
+        .kvoctl("address dck", {kHere})
+        .shows("dckaddr=0", "0\n", R"({"dck": 0})")
+        .python("Panel.get_dck_address");
     Request cks = KVO_REQUEST(KVO_HWS_getKVOCksIndex, "get KVO cks index");
-    gets(cks, "getKVOCksIndex", "cksindex=", 0xFFFFFFFF).kvoctl("address cks-index", {kHere}).python("Panel.get_cks_index");
+    gets(cks, "getKVOCksIndex", "cksindex=", 0xFFFFFFFF)
+        .kvoctl("address cks-index", {kHere})
+        .shows("cksindex=4000", "4000\n", R"({"cks_index": 4000})")
+        .python("Panel.get_cks_index");
     return {mcp, index, enable, dck, cks};
 }
 
@@ -134,16 +150,19 @@ std::vector<Request> lookUps()
     finds(mcp, "getIPbyMCPAddress",
           {"no_mcp_address", "no MCP address found", "more_than_one_mcp", "more than one MCP addresses found"})
         .kvoctl("address find", {"--mcp", "5"})
+        .shows("ipaddr=0A000005", "10.0.0.5\n", R"({"address": "10.0.0.5"})")
         .python("Service.find_by_mcp_address");
     Request dck = KVO_REQUEST(KVO_HWS_getIPbyDCKAddress, "get IP by DCK address");
     finds(dck, "getIPbyDCKAddress",
           {"no_dck_address", "no DCK address found", "more_than_one_dck", "more than one DCK addresses found"})
         .kvoctl("address find", {"--dck", "5"})
+        .shows("ipaddr=0A000005", "10.0.0.5\n", R"({"address": "10.0.0.5"})")
         .python("Service.find_by_dck_address");
     Request index = KVO_REQUEST(KVO_HWS_getIPbyKVOIndex, "get IP by KVO index");
     finds(index, "getIPbyKVOIndex",
           {"no_kvo_index", "no KVO index found", "more_than_one_kvo_index", "more than one KVO index found"})
         .kvoctl("address find", {"--kvo-index", "5"})
+        .shows("ipaddr=C0A80007", "192.168.0.7\n", R"({"address": "192.168.0.7"})")
         .python("Service.find_by_kvo_index");
     return {mcp, dck, index};
 }

@@ -23,6 +23,8 @@ Request priority()
         .unknown("priority=1:3")
         .soak({1, -1, -2})
         .kvoctl("focus priority", {kHere})
+        .shows("Priority=1:3", "suspend_lock      1\nsuspend_priority  3\n", R"({"suspend_lock": 1, "suspend_priority": 3})")
+        .shows("Priority=", "suspend_lock      0\nsuspend_priority  1\n", R"({"suspend_lock": 0, "suspend_priority": 1})")
         .python("Panel.get_priority");
     for (const char *malformed : {"1", "2:3", "0:0", "0:11", "0:5 ", "x", " 1:3", "+1:3", "-1:3", ":x", ":+5", "1 :5",
                                   "4294967296:1", ":4294967297", "::", "1:3:"}) {
@@ -73,6 +75,7 @@ std::vector<Request> numbers()
             .nullPointer({station, nullptr})
             .soak({1, -1, -2})
             .kvoctl("focus channel", {kHere})
+            .shows("channel-on-focus=8", "8\n", R"({"channel": 8})")
             .python("Panel.get_channel_on_focus"),
     };
 }
@@ -89,6 +92,10 @@ std::vector<Request> texts()
             .nullPointer({station, nullptr})
             .soak({1, -1, -2})
             .kvoctl("focus screen", {kHere})
+            .shows("screen-on-focus=main", "main\n", R"({"screen": "main"})")
+            .shows("screen-on-focus=", "\n", R"({"screen": ""})")
+            .shows("screen-on-focus=\x1B[2J", "\\x1B[2J\n", R"({"screen": "\u001b[2J"})")
+            .shows("screen-on-focus=" + longText, longText + "\n", R"({"screen": ")" + longText + R"("})")
             .python("Panel.get_screen_on_focus"),
 
         // Whatever the daemon answers is the text; only "failed" is none.
@@ -103,6 +110,8 @@ std::vector<Request> texts()
             .nullPointer({station, nullptr})
             .soak({1, -1, -2})
             .kvoctl("focus m2n", {kHere})
+            .shows("1:2,3", "1:2,3\n", R"({"m2n": "1:2,3"})")
+            .shows("hm", "hm\n", R"({"m2n": "hm"})")
             .python("Panel.get_t2m2n"),
     };
 }
@@ -143,6 +152,7 @@ std::vector<Request> channelInfo()
             .nullPointer({station, nullptr, inOut(4)})
             .soak({1, 0, -1, -2, -3})
             .kvoctl("channel-info get", {kHere})
+            .shows("channel-info=Spindle 1", "Spindle 1\n", R"({"info": "Spindle 1"})")
             .python("Panel.get_channel_info"),
 
         KVO_REQUEST(KVO_HWS_deleteChannelInfo, "delete channel info")

@@ -50,6 +50,9 @@ std::vector<Request> touchScreen()
             .nullPointer({station, nullptr, out})
             .soak({1, 0, -1, -2})
             .kvoctl("touch calibration", {kHere})
+            .shows("press_thresh=40 nonlinear=-1", "press_threshold  40\nnonlinear        -1\n",
+                   R"({"press_threshold": 40, "nonlinear": -1})")
+            .shows("failed", "press_threshold  0\nnonlinear        0\n", R"({"press_threshold": 0, "nonlinear": 0})")
             .python("Panel.get_calibration"),
     };
 }
@@ -81,6 +84,8 @@ Request firstGeneration()
         .nullPointer({station, out, out, nullptr})
         .nullPointer({station, nullptr, out, out})
         .kvoctl("input devices", {kHere, "--v1"})
+        .shows("mouse=2 touch=1 multitouch=1", "keyboards  -\nmice       2\ntouch      2\n",
+               R"({"keyboards": null, "mice": 2, "touch": 2})")
         .python("Panel.count_input_devices");
 }
 
@@ -97,6 +102,9 @@ Request secondGeneration()
         .nullPointer({station, out, out, nullptr, out})
         .nullPointer({station, out, out, out, nullptr})
         .kvoctl("input devices", {kHere, "--v2"})
+        .shows("kbd=1 mouse=0 vkbd=1",
+               "keyboards          1\nmice               0\ntouch              0\nvirtual_keyboards  1\n",
+               R"({"keyboards": 1, "mice": 0, "touch": 0, "virtual_keyboards": 1})")
         .python("Panel.count_input_devices_v2");
 }
 
@@ -115,6 +123,15 @@ Request thirdGeneration()
         .given({station, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr})
         .soak({1, -1, -2})
         .kvoctl("input devices", {kHere})
+        .shows("kbd=1 mouse=2 touch=1 multitouch=1 maxcontacts=10 vkbd=0",
+               "keyboards          1\nmice               2\ntouch              1\nmultitouch         1\n"
+               "max_contacts       10\nvirtual_keyboards  0\n",
+               R"({"keyboards": 1, "mice": 2, "touch": 1, "multitouch": 1, "max_contacts": 10, "virtual_keyboards": 0})")
+        .shows("mouse=2",
+               "keyboards          -\nmice               2\ntouch              -\nmultitouch         -\n"
+               "max_contacts       -\nvirtual_keyboards  -\n",
+               R"({"keyboards": null, "mice": 2, "touch": null, "multitouch": null, "max_contacts": null,
+             "virtual_keyboards": null})")
         .python("Panel.get_input_devices");
 }
 
@@ -130,6 +147,7 @@ Request dotsPerInch()
         .nullPointer({station, nullptr})
         .soak({1, -1, -2})
         .kvoctl("input dpi", {kHere})
+        .shows("dpi=96", "96\n", R"({"dpi": 96})")
         .python("Panel.get_dpi");
 }
 

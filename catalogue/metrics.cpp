@@ -11,7 +11,8 @@ constexpr std::size_t kMetric = 8;  // bytes
 
 /// A metric that is a number: the replies that it is read from, and those that are a fault.
 Request number(uint32_t metric, const std::string &name, const std::string &command, const std::string &key,
-               const std::vector<std::pair<std::string, uint32_t>> &good, const std::vector<std::string> &bad)
+               const std::vector<std::pair<std::string, uint32_t>> &good, const std::vector<std::string> &bad,
+               const Shown &shown)
 {
     Request request = KVO_REQUEST(KVO_HWS_getStationMetrics, "KVO_HWS_getStationMetrics");
     request.variant(name).asks(command + "=0A000005", {station, metric, room(kMetric)});
@@ -27,6 +28,7 @@ Request number(uint32_t metric, const std::string &name, const std::string &comm
         .nullPointer({station, metric, nullptr})
         .soak({1, -1, -2, -4, -5})
         .kvoctl("metrics", {kHere, name})
+        .shows(key + shown.reply, shown.text, shown.document)
         .python("Panel.get_metric");
 }
 
@@ -40,7 +42,7 @@ Request softkeyType()
     } else {
         good.emplace_back("-2", 0xFFFFFFFE);
     }
-    return number(2, "softkey-type", "getSoftkeyType", "softkey-type=", good, bad);
+    return number(2, "softkey-type", "getSoftkeyType", "softkey-type=", good, bad, {"1A", "26\n", R"({"softkey_type": 26})"});
 }
 
 // The daemon reads the command spelt so.
@@ -60,6 +62,7 @@ Request layout()
         .nullPointer({station, 0, nullptr})
         .soak({1, -1, -2, -4, -5})
         .kvoctl("metrics", {kHere, "oem-layout"})
+        .shows("panel-oem-layout=QWERTZ7", "QWERTZ7\n", R"({"oem_layout": "QWERTZ7"})")
         .python("Panel.get_metric");
 }
 
@@ -69,12 +72,14 @@ std::vector<Request> stationMetrics()
         layout(),
         softkeyType(),
         number(3, "keyboard-caps", "getKeyBoardCaps", "keyboard-caps=", {{"0", 0}, {"1F", 0x1F}, {"FFFFFFFE", 0xFFFFFFFE}},
-               {"FFFFFFFF", "1F ", "", "G", "-1", "1FFFFFFFF", "100000000", "FFFFFFFFFFFFFFFFFFFF"}),
+               {"FFFFFFFF", "1F ", "", "G", "-1", "1FFFFFFFF", "100000000", "FFFFFFFFFFFFFFFFFFFF"},
+               {"1f", "0x0000001F\n", R"({"keyboard_caps": 31})"}),
         number(4, "dpi", "showDPI", "dpi=", {{"96", 96}, {"0", 0}, {"4294967294", 4294967294U}},
-               {"4294967295", "96 ", "", "x", "-1", "99999999999999999999"}),
-        number(5, "hardware-caps", "getHardwareCaps", "hardware-caps=", {{"A0", 0xA0}}, {"FFFFFFFF", "A0x", ""}),
+               {"4294967295", "96 ", "", "x", "-1", "99999999999999999999"}, {"96", "96\n", R"({"dpi": 96})"}),
+        number(5, "hardware-caps", "getHardwareCaps", "hardware-caps=", {{"A0", 0xA0}}, {"FFFFFFFF", "A0x", ""},
+               {"80000001", "0x80000001\n", R"({"hardware_caps": 2147483649})"}),
         number(6, "rotation", "getPanelRotation", "panel-rotation=", {{"1", 1}, {"4", 4}},
-               {"0", "5", "1 ", "", "-1", "4294967297"}),
+               {"0", "5", "1 ", "", "-1", "4294967297"}, {"4", "4\n", R"({"rotation": 4})"}),
     };
 }
 
@@ -145,6 +150,8 @@ Request marovantiPanel()
         .unknown("not found ")
         .soak({1, 0, -1, -2, -3, -4, -5})
         .kvoctl("panel marovanti", {kHere})
+        .shows("is-Marovanti-Panel=1", "yes\n", R"({"marovanti": true})")
+        .shows("is-Marovanti-Panel=0", "no\n", R"({"marovanti": false})", 1)
         .python("Panel.is_marovanti");
 }
 

@@ -56,6 +56,7 @@ std::vector<Request> brightness()
             .refuses({station, out, 2}, -4, kUnsupportedMode)
             .soak({1, 0, -1, -2, -3, -4})
             .kvoctl("panel brightness-v2", {kHere, "0"})
+            .shows("backlight-brightness-v2=55", "55\n", R"({"brightness_v2": 55})")
             .python("Panel.get_backlight_brightness"),
     };
 }
@@ -91,6 +92,8 @@ std::vector<Request> keys()
             .nullPointer({station, nullptr})
             .soak({1, -1, -2})
             .kvoctl("panel numlock", {kHere})
+            .shows("disable numlock 0", "enabled\n", R"({"numlock": "enabled"})")
+            .shows("disable numlock 1", "disabled\n", R"({"numlock": "disabled"})")
             .python("Panel.get_disable_num_lock"),
 
         // The daemon sends it spelt so; the right spelling is unknown.
@@ -102,6 +105,7 @@ std::vector<Request> keys()
             .nullPointer({station, nullptr})
             .soak({1, -1, -2})
             .kvoctl("panel capslock", {kHere})
+            .shows("diable capslock 1", "disabled\n", R"({"capslock": "disabled"})")
             .python("Panel.get_disable_caps_lock"),
 
         KVO_REQUEST(KVO_HWS_getSwCapsLock, "get Sw CapsLock")
@@ -113,6 +117,7 @@ std::vector<Request> keys()
             .nullPointer({station, nullptr})
             .soak({1, -1, -2})
             .kvoctl("panel sw-capslock", {kHere})
+            .shows("swcapslock -1", "-1\n", R"({"sw_capslock": -1})")
             .python("Panel.get_sw_caps_lock"),
 
         KVO_REQUEST(KVO_HWS_setSwCapsLock, "set Sw CapsLock")
@@ -141,6 +146,8 @@ std::vector<Request> kindsAndModes()
             .nullPointer({station, nullptr})
             .soak({1, -1, -2})
             .kvoctl("panel type", {kHere})
+            .shows("stationtype -1", "-1\n", R"({"type": -1})")
+            .shows("stationtype 1", "1\n", R"({"type": 1})")
             .python("Panel.get_station_type"),
 
         // The number is stored before it is judged.
@@ -156,6 +163,8 @@ std::vector<Request> kindsAndModes()
             .nullPointer({station, nullptr})
             .soak({1, 0, -1, -2})
             .kvoctl("panel rv4-mode", {kHere})
+            .shows("rv4mode=1", "individual\n", R"({"rv4_mode": "individual"})")
+            .shows("rv4mode=7", "7\n", R"({"rv4_mode": 7})")
             .python("Panel.get_handheld_mode"),
 
         KVO_REQUEST(KVO_HWS_setRV4Mode, "set RV4 mode")

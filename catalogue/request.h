@@ -59,6 +59,14 @@ struct Exchange {
     bool usual = true;  ///< called with the arguments that the request's command is for
 };
 
+/// What kvoctl shows of a reply.
+struct Shown {
+    std::string reply;
+    std::string text;      ///< standard output
+    std::string document;  ///< the same with --json
+    int status = 0;
+};
+
 /// Replies that are a key and a number within bounds, in which strtoul leaves nothing unread.
 struct NumberForm {
     std::string key;
@@ -133,6 +141,8 @@ public:
     Request &soak(std::initializer_list<int32_t> results);
     /// kvoctl's subcommand and its arguments for the command above.
     Request &kvoctl(std::string words, std::vector<std::string> arguments);
+    /// What that shows of a reply that is an answer.
+    Request &shows(std::string reply, std::string text, std::string document, int status = 0);
     /// The method of the Python module, "Panel.numlock_disabled".
     Request &python(std::string method);
 
@@ -154,6 +164,7 @@ public:
     [[nodiscard]] const std::set<int32_t> &soakResults() const { return soak_; }
     [[nodiscard]] const std::string &kvoctlWords() const { return words_; }
     [[nodiscard]] const std::vector<std::string> &kvoctlArguments() const { return wordsArguments_; }
+    [[nodiscard]] const std::vector<Shown> &shown() const { return shown_; }
     [[nodiscard]] const std::string &pythonMethod() const { return python_; }
     /// Whether it has something stored, rather than only done or said by its result.
     [[nodiscard]] bool hasOutputs() const
@@ -191,6 +202,7 @@ private:
     std::set<int32_t> soak_;
     std::string words_;
     std::vector<std::string> wordsArguments_;
+    std::vector<Shown> shown_;
     std::string python_;
 };
 

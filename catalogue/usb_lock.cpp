@@ -26,6 +26,7 @@ Request theLock()
         .nullPointer({station, nullptr, out})
         .soak({1, -1, -2})
         .kvoctl("usb lock get", {kHere})
+        .shows("usb-lock=1:0", "lock_first   1\nlock_second  0\n", R"({"lock_first": 1, "lock_second": 0})")
         .python("Panel.get_usb_lock");
 }
 
@@ -71,10 +72,12 @@ std::vector<Request> connectorLists()
     Request all = KVO_REQUEST(KVO_HWS_getUsbConnectorList, "get usb connector list");
     connectors(all, "getUsbConnectorList", "usb-connector-list=", {})
         .kvoctl("usb connectors", {})
+        .shows("usb-connector-list=X1 X2", "X1 X2\n", R"({"connectors": "X1 X2"})")
         .python("Service.get_usb_connectors");
     Request one = KVO_REQUEST(KVO_HWS_getUsbConnectorListOne, "get usb connector list");
     connectors(one, "getUsbConnectorListOne=0A000005", "usb-connector-list-one=", {station})
         .kvoctl("usb connectors", {kHere})
+        .shows("usb-connector-list-one=X1 X2", "X1 X2\n", R"({"connectors": "X1 X2"})")
         .python("Panel.get_usb_connectors");
     return {all, one};
 }

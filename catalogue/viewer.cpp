@@ -32,6 +32,8 @@ std::vector<Request> stationAround()
             .unknown("Active")
             .soak({1, 0, -1, -2})
             .kvoctl("viewer active", {kHere})
+            .shows("active", "yes\n", R"({"active": true})")
+            .shows("not active", "no\n", R"({"active": false})", 1)
             .python("Panel.is_viewer_active"),
 
         KVO_REQUEST(KVO_HWS_setActivateMe, "activate me")
@@ -144,6 +146,8 @@ Request currentServer()
         .nullPointer({station, room(8), inOut(8), room(8), nullptr})
         .soak({1, 0, -1, -2, -3, -4})
         .kvoctl("viewer server", {kHere})
+        .shows("vncserver=10.0.0.7:3", "server   10.0.0.7\ndisplay  3\n", R"({"server": "10.0.0.7", "display": "3"})")
+        .shows("vncserver=:", "server\ndisplay\n", R"({"server": "", "display": ""})")
         .python("Panel.get_current_server");
 }
 

@@ -1,4 +1,4 @@
-// What the subcommand of each request in the catalogue comes to where it has something done, and where it fails.
+// What the subcommand of each request in the catalogue comes to: what it shows, that something is done, and each failure.
 #include "tools/kvoctl/support/request_rows.h"
 
 #include <kvo_hws/result.h>
@@ -16,6 +16,19 @@ const std::set<std::string> kElsewhere = {"version",      "station",       "stat
                                           "address find", "focus startup", "panel show"};
 /// Those whose "no" is an answer like another.
 const std::set<std::string> kQuestions = {"ready", "viewer active", "panel marovanti"};
+
+std::vector<Case> shownRows(const catalogue::Request &request)
+{
+    if (request.shown().empty()) {
+        return {};
+    }
+    CommandRows rows(request);
+    rows.named("shows_");
+    for (const catalogue::Shown &shown : request.shown()) {
+        rows.shows(shown.reply, shown.text, shown.document, shown.status);
+    }
+    return rows.rows();
+}
 
 /// One row for each result, of the first reply that brings it; all of "failed" and an unknown reply.
 std::vector<Case> rowsOf(const catalogue::Request &request)
@@ -49,6 +62,7 @@ std::vector<Case> catalogueRows()
     std::vector<Case> all;
     for (const catalogue::Family &family : catalogue::families()) {
         for (const catalogue::Request &request : family.requests) {
+            append(all, shownRows(request));
             if (request.commands().size() == 1 && !request.kvoctlWords().empty() &&
                 !kElsewhere.contains(request.kvoctlWords())) {
                 append(all, rowsOf(request));

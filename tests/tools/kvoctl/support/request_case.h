@@ -26,11 +26,11 @@ inline const std::string kMissing = "no service answers at /tmp/kvo_hws/cmd_sock
 inline const std::string kMissingDocument =
     R"({"error": {"code": -2, "meaning": "no service answers at /tmp/kvo_hws/cmd_sock"}})";
 
-/// The subcommands of the catalogue's requests: what is done, and each failure.
+/// The subcommands of the catalogue's requests: what is shown, what is done, and each failure.
 std::vector<Case> catalogueRows();
 /// Subcommands that ask for something.
 std::vector<Case> questionRows();
-/// What is shown of replies, and arguments that are written in other ways.
-std::vector<Case> shownRows();
+/// Arguments that are written in other ways, and answers in words of its own.
+std::vector<Case> writtenRows();
 
 }  // namespace kvoctl_test

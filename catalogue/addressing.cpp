@@ -7,10 +7,10 @@ namespace catalogue {
 
 namespace {
 
-/// A setter whose value goes out as it is.
-Request &sets(Request &request, const std::string &keyword)
+/// A setter whose value goes out as it is, whatever the service makes of it.
+Request &sets(Request &request, const std::string &keyword, uint32_t value)
 {
-    return request.asks(keyword + "=\"7\" 0A000005", {station, 7})
+    return request.asks(keyword + "=\"" + std::to_string(value) + "\" 0A000005", {station, value})
         .on("ok", 1)
         .sends(keyword + "=\"1000\" 0A000005", {station, 1000})
         .sends(keyword + "=\"4294967295\" 0A000005", {station, 0xFFFFFFFF})
@@ -20,21 +20,15 @@ Request &sets(Request &request, const std::string &keyword)
 std::vector<Request> setters()
 {
     Request mcp = KVO_REQUEST(KVO_HWS_setMCPAddress, "set MCP address");
-    sets(mcp, "setMCPAddress").kvoctl("address mcp", {kHere, "7"}).python("Panel.set_mcp_address");
+    sets(mcp, "setMCPAddress", 7).kvoctl("address mcp", {kHere, "7"}).python("Panel.set_mcp_address");
     Request index = KVO_REQUEST(KVO_HWS_setKVOIndex, "set KVO index");
-    sets(index, "setKVOIndex").kvoctl("address kvo-index", {kHere, "7"}).python("Panel.set_kvo_index");
+    sets(index, "setKVOIndex", 7).kvoctl("address kvo-index", {kHere, "7"}).python("Panel.set_kvo_index");
     Request dck = KVO_REQUEST(KVO_HWS_setDCKEnable, "set DCK mode");
-    sets(dck, "setDCKEnable").python("Panel.set_dck_enable");
+    sets(dck, "setDCKEnable", 1).kvoctl("address dck-enable", {kHere, "on"}).python("Panel.set_dck_enable");
     return {
         mcp,
         index,
         dck,
-        KVO_REQUEST(KVO_HWS_setDCKEnable, "set DCK mode")
-            .variant("on")
-            .asks("setDCKEnable=\"1\" 0A000005", {station, 1})
-            .on("ok", 1)
-            .kvoctl("address dck-enable", {kHere, "on"})
-            .python("Panel.set_dck_enable"),
 
         // The reason of the range check is another function's; "bad request" is told like "failed".
         KVO_REQUEST(KVO_HWS_setKVOCksIndex, "set cks index")

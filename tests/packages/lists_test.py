@@ -3,6 +3,7 @@
 names of exports.map."""
 import argparse
 import fnmatch
+import os
 import re
 import subprocess
 import sys
@@ -74,8 +75,20 @@ def package_faults():
                 yield f'{file.name}: there is no {source}'
 
 
+def write_symbols(exported):
+    """Adds what is exported with the version that will have it; what is listed keeps the version that first had it."""
+    file = DEBIAN / 'libkvo-hws0.symbols'
+    version = re.search(r'KVO_HWS_VERSION "(\S+)"', (ROOT / 'include/kvo_hws/version.h').read_text())[1]
+    head = [line for line in file.read_text().splitlines() if not line.startswith(' ')]
+    listed = {line.split('@')[0].strip(): line for line in file.read_text().splitlines() if line.startswith(' ')}
+    rows = [listed.get(name, f' {name}@Base {version}') for name in sorted(exported)]
+    file.write_text('\n'.join(head + rows) + '\n')
+
+
 def symbol_faults():
     exported = set(re.findall(r'^ +(\w+);', (ROOT / 'library/exports.map').read_text(), re.M))
+    if os.environ.get('KVO_WRITE_SYMBOLS'):
+        write_symbols(exported)
     listed = set(re.findall(r'^ (\w+)@Base ', (DEBIAN / 'libkvo-hws0.symbols').read_text(), re.M))
     for name in sorted(exported - listed):
         yield f'{name} is exported and not in libkvo-hws0.symbols'

@@ -1,0 +1,16 @@
+#!/usr/bin/env bash
+# Usage: scripts/rewrite.sh
+# Writes anew what follows from the sources: the description of the binary interface, the package's list of symbols, the list of
+# log texts, and the tables of docs/. Each is compared with the sources by a test; this builds the release preset, lets those tests
+# write, and shows what has changed, to be read before it is committed.
+set -euo pipefail
+. "$(dirname "$0")/common.sh"
+help_if_asked "$@"
+[ $# -eq 0 ] || refuse "\"$1\" is too much; scripts/rewrite.sh takes no arguments"
+
+scripts/setup.sh
+configure build/release --preset release
+build build/release 4 all
+export KVO_WRITE_ABI=1 KVO_WRITE_GOLDEN=1 KVO_WRITE_SYMBOLS=1 KVO_WRITE_TABLES=1
+ctest --preset release -j "$(nproc)" -R '^(binary_interface|packages_lists|docs_tables|LogTexts\.)'
+git diff --stat -- library/abi packaging/debian tests/library/log_texts docs

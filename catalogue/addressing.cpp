@@ -20,11 +20,21 @@ Request &sets(Request &request, const std::string &keyword, uint32_t value)
 std::vector<Request> setters()
 {
     Request mcp = KVO_REQUEST(KVO_HWS_setMCPAddress, "set MCP address");
-    sets(mcp, "setMCPAddress", 7).kvoctl("address mcp", {kHere, "7"}).python("Panel.set_mcp_address");
+    sets(mcp, "setMCPAddress", 7)
+        .kvoctl("address mcp", {kHere, "7"})
+        .wire("`setMCPAddress=\"`*number*`\" `*station*", "`ok`, `failed`", "0 to 255")
+        .python("Panel.set_mcp_address");
     Request index = KVO_REQUEST(KVO_HWS_setKVOIndex, "set KVO index");
-    sets(index, "setKVOIndex", 7).kvoctl("address kvo-index", {kHere, "7"}).python("Panel.set_kvo_index");
+    sets(index, "setKVOIndex", 7)
+        .kvoctl("address kvo-index", {kHere, "7"})
+        .wire("`setKVOIndex=\"`*number*`\" `*station*", "`ok`, `failed`", "0 to 255")
+        .python("Panel.set_kvo_index");
     Request dck = KVO_REQUEST(KVO_HWS_setDCKEnable, "set DCK mode");
-    sets(dck, "setDCKEnable", 1).kvoctl("address dck-enable", {kHere, "on"}).python("Panel.set_dck_enable");
+    sets(dck, "setDCKEnable", 1)
+        .kvoctl("address dck-enable", {kHere, "on"})
+        .wire("`setDCKEnable=\"0\" `*station*, `setDCKEnable=\"1\" `*station*", "`ok`, `failed`",
+              "direct control keys off or on")
+        .python("Panel.set_dck_enable");
     return {
         mcp,
         index,
@@ -39,6 +49,8 @@ std::vector<Request> setters()
             .refuses({station, 256}, -3, "invalid parameter (0 \"auto\" or 1 \"individual\")")
             .soak({1, -1, -2, -3})
             .kvoctl("address cks-index", {kHere, "255"})
+            .wire("`setKVOCksIndex=\"`*number*`\" `*station*", "`ok`, `bad request`, `failed`",
+                  "`bad request` above 255, or where it can not be set")
             .python("Panel.set_cks_index"),
 
         KVO_REQUEST(KVO_HWS_simulateMCPKey, "simulate MCP key")
@@ -47,6 +59,7 @@ std::vector<Request> setters()
             .sends("simulateMCPKey=\"4294967295:4294967294\" 0A000005", {station, 0xFFFFFFFF, 0xFFFFFFFE})
             .soak({1, -1, -2})
             .kvoctl("address simulate-key", {kHere, "12", "1"})
+            .wire("`simulateMCPKey=\"`*number*`:`*number*`\" `*station*", "`ok`, `failed`", "as if a key of the MCP were used")
             .python("Panel.simulate_mcp_key"),
 
         KVO_REQUEST(KVO_HWS_enableMCPKey, "enable MCP key")
@@ -55,6 +68,7 @@ std::vector<Request> setters()
             .sends("enableMCPKey=\"4294967295:4294967294\" 0A000005", {station, 0xFFFFFFFF, 0xFFFFFFFE})
             .soak({1, -1, -2})
             .kvoctl("address enable-key", {kHere, "12", "1"})
+            .wire("`enableMCPKey=\"`*number*`:`*number*`\" `*station*", "`ok`, `failed`", "")
             .python("Panel.enable_mcp_key"),
     };
 }
@@ -86,27 +100,32 @@ std::vector<Request> getters()
     gets(mcp, "getMCPAddress", "mcpaddr=", 255)
         .kvoctl("address mcp", {kHere})
         .shows("mcpaddr=255", "255\n", R"({"mcp": 255})")
+        .wire("`getMCPAddress=`*station*", "`mcpaddr=`*number*, `failed`", "")
         .python("Panel.get_mcp_address");
     Request index = KVO_REQUEST(KVO_HWS_getKVOIndex, "get KVO index");
     gets(index, "getKVOIndex", "kvoindex=", 255)
         .kvoctl("address kvo-index", {kHere})
         .shows("kvoindex=7", "7\n", R"({"kvo_index": 7})")
+        .wire("`getKVOIndex=`*station*", "`kvoindex=`*number*, `failed`", "")
         .python("Panel.get_kvo_index");
     Request enable = KVO_REQUEST(KVO_HWS_getDCKEnable, "get DCK mode");
     gets(enable, "getDCKEnable", "dckenable=", 1)
         .kvoctl("address dck-enable", {kHere})
         .shows("dckenable=1", "on\n", R"({"dck_enable": "on"})")
         .shows("dckenable=0", "off\n", R"({"dck_enable": "off"})")
+        .wire("`getDCKEnable=`*station*", "`dckenable=0`, `dckenable=1`, `failed`", "")
         .python("Panel.get_dck_enable");
     Request dck = KVO_REQUEST(KVO_HWS_getDCKAddress, "get DCK address");
     gets(dck, "getDCKAddress", "dckaddr=", 255)
         .kvoctl("address dck", {kHere})
         .shows("dckaddr=0", "0\n", R"({"dck": 0})")
+        .wire("`getDCKAddress=`*station*", "`dckaddr=`*number*, `failed`", "")
         .python("Panel.get_dck_address");
     Request cks = KVO_REQUEST(KVO_HWS_getKVOCksIndex, "get KVO cks index");
     gets(cks, "getKVOCksIndex", "cksindex=", 0xFFFFFFFF)
         .kvoctl("address cks-index", {kHere})
         .shows("cksindex=4000", "4000\n", R"({"cks_index": 4000})")
+        .wire("`getKVOCksIndex=`*station*", "`cksindex=`*number*, `failed`", "")
         .python("Panel.get_cks_index");
     return {mcp, index, enable, dck, cks};
 }
@@ -145,18 +164,22 @@ std::vector<Request> lookUps()
           {"no_mcp_address", "no MCP address found", "more_than_one_mcp", "more than one MCP addresses found"})
         .kvoctl("address find", {"--mcp", "5"})
         .shows("ipaddr=0A000005", "10.0.0.5\n", R"({"address": "10.0.0.5"})")
+        .wire("`getIPbyMCPAddress=`*key*", "`ipaddr=`*station*, `no_mcp_address`, `more_than_one_mcp`, `failed`",
+              "the station that has the number")
         .python("Service.find_by_mcp_address");
     Request dck = KVO_REQUEST(KVO_HWS_getIPbyDCKAddress, "get IP by DCK address");
     finds(dck, "getIPbyDCKAddress",
           {"no_dck_address", "no DCK address found", "more_than_one_dck", "more than one DCK addresses found"})
         .kvoctl("address find", {"--dck", "5"})
         .shows("ipaddr=0A000005", "10.0.0.5\n", R"({"address": "10.0.0.5"})")
+        .wire("`getIPbyDCKAddress=`*key*", "`ipaddr=`*station*, `no_dck_address`, `more_than_one_dck`, `failed`", "")
         .python("Service.find_by_dck_address");
     Request index = KVO_REQUEST(KVO_HWS_getIPbyKVOIndex, "get IP by KVO index");
     finds(index, "getIPbyKVOIndex",
           {"no_kvo_index", "no KVO index found", "more_than_one_kvo_index", "more than one KVO index found"})
         .kvoctl("address find", {"--kvo-index", "5"})
         .shows("ipaddr=C0A80007", "192.168.0.7\n", R"({"address": "192.168.0.7"})")
+        .wire("`getIPbyKVOIndex=`*key*", "`ipaddr=`*station*, `no_kvo_index`, `more_than_one_kvo_index`, `failed`", "")
         .python("Service.find_by_kvo_index");
     return {mcp, dck, index};
 }

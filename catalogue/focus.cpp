@@ -25,6 +25,7 @@ Request priority()
         .kvoctl("focus priority", {kHere})
         .shows("Priority=1:3", "suspend_lock      1\nsuspend_priority  3\n", R"({"suspend_lock": 1, "suspend_priority": 3})")
         .shows("Priority=", "suspend_lock      0\nsuspend_priority  1\n", R"({"suspend_lock": 0, "suspend_priority": 1})")
+        .wire("`getKVOPriority=`*station*", "`Priority=`*options*, `failed`", "see below")
         .python("Panel.get_priority");
     for (const char *malformed : {"1", "2:3", "0:0", "0:11", "0:5 ", "x", " 1:3", "+1:3", "-1:3", ":x", ":+5", "1 :5",
                                   "4294967296:1", ":4294967297", "::", "1:3:"}) {
@@ -49,6 +50,7 @@ std::vector<Request> numbers()
             .nullPointer({station, nullptr})
             .soak({1, -1, -2})
             .kvoctl("focus startup", {kHere})
+            .wire("`getKVOStartupActive=`*station*", "`startup-active=`*number*, `failed`", "0 to 2")
             .python("Panel.get_startup_active"),
 
         KVO_REQUEST(KVO_HWS_getKVOStartupPrio, "get KVO startup prio")
@@ -61,6 +63,7 @@ std::vector<Request> numbers()
             .nullPointer({station, nullptr})
             .soak({1, -1, -2})
             .kvoctl("focus startup", {kHere})
+            .wire("`getKVOStartupPrio=`*station*", "`startup-prio=`*number*, `failed`", "")
             .python("Panel.get_startup_prio"),
 
         KVO_REQUEST(KVO_HWS_getKVOChannelOnFocus, "get KVO channel on focus")
@@ -76,6 +79,7 @@ std::vector<Request> numbers()
             .soak({1, -1, -2})
             .kvoctl("focus channel", {kHere})
             .shows("channel-on-focus=8", "8\n", R"({"channel": 8})")
+            .wire("`getKVOChannelOnFocus=`*station*", "`channel-on-focus=`*number*, `failed`", "1 to 8")
             .python("Panel.get_channel_on_focus"),
     };
 }
@@ -96,6 +100,7 @@ std::vector<Request> texts()
             .shows("screen-on-focus=", "\n", R"({"screen": ""})")
             .shows("screen-on-focus=\x1B[2J", "\\x1B[2J\n", R"({"screen": "\u001b[2J"})")
             .shows("screen-on-focus=" + longText, longText + "\n", R"({"screen": ")" + longText + R"("})")
+            .wire("`getKVOScreenOnFocus=`*station*", "`screen-on-focus=`*text*, `failed`", "")
             .python("Panel.get_screen_on_focus"),
 
         // Whatever the daemon answers is the text; only "failed" is none.
@@ -112,6 +117,7 @@ std::vector<Request> texts()
             .kvoctl("focus m2n", {kHere})
             .shows("1:2,3", "1:2,3\n", R"({"m2n": "1:2,3"})")
             .shows("hm", "hm\n", R"({"m2n": "hm"})")
+            .wire("`getKVOt2m2n=`*station*", "any text, `failed`", "the whole reply is the text")
             .python("Panel.get_t2m2n"),
     };
 }
@@ -133,6 +139,7 @@ std::vector<Request> channelInfo()
             .nullPointer({station, nullptr})
             .soak({1, -1, -2})
             .kvoctl("channel-info set", {kHere, "turning 2"})
+            .wire("`setChannelInfo=\"`*text*`\" `*station*", "`ok`, `failed`", "at most 230 bytes")
             .python("Panel.set_channel_info"),
 
         KVO_REQUEST(KVO_HWS_getChannelInfo, "get channel info")
@@ -153,6 +160,7 @@ std::vector<Request> channelInfo()
             .soak({1, 0, -1, -2, -3})
             .kvoctl("channel-info get", {kHere})
             .shows("channel-info=Spindle 1", "Spindle 1\n", R"({"info": "Spindle 1"})")
+            .wire("`getChannelInfo=`*station*", "`channel-info=`*text*, `failed`", "nothing behind the `=` where there is none")
             .python("Panel.get_channel_info"),
 
         KVO_REQUEST(KVO_HWS_deleteChannelInfo, "delete channel info")
@@ -160,6 +168,7 @@ std::vector<Request> channelInfo()
             .on("ok", 1)
             .soak({1, -1, -2})
             .kvoctl("channel-info delete", {kHere})
+            .wire("`deleteChannelInfo=`*station*", "`ok`, `failed`", "also where there is none")
             .python("Panel.delete_channel_info"),
     };
 }

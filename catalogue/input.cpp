@@ -18,6 +18,7 @@ std::vector<Request> touchScreen()
             .on("ok", 1)
             .on("no_touchscreen", 0, kNoTouchScreen)
             .kvoctl("touch invalidate", {kHere})
+            .wire("`invalidateTouch=`*station*", "`ok`, `no_touchscreen`, `failed`", "discards the calibration")
             .python("Panel.invalidate_touch_screen"),
 
         KVO_REQUEST(KVO_HWS_setTouchScreenCalibParam, "set touch screen calibration parameter")
@@ -31,6 +32,8 @@ std::vector<Request> touchScreen()
             .refuses({station, 0, -2}, -3, "invalid parameter")
             .soak({1, 0, -1, -2})
             .kvoctl("touch calibration", {kHere, "-1", "-1"})
+            .wire("`setCalibParam=\"`*n*`:`*n*`\" `*station*", "`ok`, `no_touchscreen`, `failed`",
+                  "press threshold, -1 or more, and nonlinear, -1 to 1")
             .python("Panel.set_calibration"),
 
         // Keys in any order, others between them; one that is absent is 0. What is read before a fault stays stored.
@@ -53,6 +56,8 @@ std::vector<Request> touchScreen()
             .shows("press_thresh=40 nonlinear=-1", "press_threshold  40\nnonlinear        -1\n",
                    R"({"press_threshold": 40, "nonlinear": -1})")
             .shows("failed", "press_threshold  0\nnonlinear        0\n", R"({"press_threshold": 0, "nonlinear": 0})")
+            .wire("`getCalibParam=`*station*", "`press_thresh=`*n*` nonlinear=`*n*, `no_touchscreen`, `failed`",
+                  "-1 stands for the driver's own value")
             .python("Panel.get_calibration"),
     };
 }
@@ -86,6 +91,9 @@ Request firstGeneration()
         .kvoctl("input devices", {kHere, "--v1"})
         .shows("mouse=2 touch=1 multitouch=1", "keyboards  -\nmice       2\ntouch      2\n",
                R"({"keyboards": null, "mice": 2, "touch": 2})")
+        .wire("`showInputDevice=`*station*", "items, `failed`",
+              "the input devices: `kbd=`*n* `mouse=`*n* `touch=`*n* `multitouch=`*n* `maxcontacts=`*n* `vkbd=`*n*, spaces "
+              "between; any may be left out")
         .python("Panel.count_input_devices");
 }
 
@@ -148,6 +156,7 @@ Request dotsPerInch()
         .soak({1, -1, -2})
         .kvoctl("input dpi", {kHere})
         .shows("dpi=96", "96\n", R"({"dpi": 96})")
+        .wire("`showDPI=`*station*", "`dpi=`*number*, `none`, `failed`", "")
         .python("Panel.get_dpi");
 }
 

@@ -75,6 +75,10 @@ Json jsonOf(const catalogue::Family &family, const catalogue::Request &request)
     for (const catalogue::Exchange &exchange : request.exchanges()) {
         exchanges.push_back(jsonOf(exchange));
     }
+    Json wires = Json::array();
+    for (const catalogue::Wire &wire : request.wires()) {
+        wires.push_back({wire.form, wire.replies, wire.meaning});
+    }
     return {{"family", family.name},
             {"name", request.name()},
             {"function", request.function().name()},
@@ -82,6 +86,7 @@ Json jsonOf(const catalogue::Family &family, const catalogue::Request &request)
             {"commands", request.commands()},
             {"takes_any_reply", request.takesEverything()},
             {"exchanges", exchanges},
+            {"wire", wires},
             {"kvoctl", {{"words", request.kvoctlWords()}, {"arguments", request.kvoctlArguments()}}},
             {"python", request.pythonMethod()},
             {"soak", request.soakResults()}};

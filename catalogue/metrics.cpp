@@ -42,7 +42,8 @@ Request softkeyType()
     } else {
         good.emplace_back("-2", 0xFFFFFFFE);
     }
-    return number(2, "softkey-type", "getSoftkeyType", "softkey-type=", good, bad, {"1A", "26\n", R"({"softkey_type": 26})"});
+    return number(2, "softkey-type", "getSoftkeyType", "softkey-type=", good, bad, {"1A", "26\n", R"({"softkey_type": 26})"})
+        .wire("`getSoftkeyType=`*station*", "`softkey-type=`*hex*, `none`, `failed`", "an even number");
 }
 
 // The daemon reads the command spelt so.
@@ -61,6 +62,8 @@ Request layout()
         .refuses({station, 7, room(kMetric)}, -9, "invalid station metric ID received")
         .nullPointer({station, 0, nullptr})
         .soak({1, -1, -2, -4, -5})
+        .wire("`getPaneOemLayout=`*station*", "`panel-oem-layout=`*text*, `none`, `failed`",
+              "1 to 7 bytes; the keyword is spelt so, without the l of panel")
         .kvoctl("metrics", {kHere, "oem-layout"})
         .shows("panel-oem-layout=QWERTZ7", "QWERTZ7\n", R"({"oem_layout": "QWERTZ7"})")
         .python("Panel.get_metric");
@@ -73,13 +76,16 @@ std::vector<Request> stationMetrics()
         softkeyType(),
         number(3, "keyboard-caps", "getKeyBoardCaps", "keyboard-caps=", {{"0", 0}, {"1F", 0x1F}, {"FFFFFFFE", 0xFFFFFFFE}},
                {"FFFFFFFF", "1F ", "", "G", "-1", "1FFFFFFFF", "100000000", "FFFFFFFFFFFFFFFFFFFF"},
-               {"1f", "0x0000001F\n", R"({"keyboard_caps": 31})"}),
+               {"1f", "0x0000001F\n", R"({"keyboard_caps": 31})"})
+            .wire("`getKeyBoardCaps=`*station*", "`keyboard-caps=`*hex*, `none`, `failed`", ""),
         number(4, "dpi", "showDPI", "dpi=", {{"96", 96}, {"0", 0}, {"4294967294", 4294967294U}},
                {"4294967295", "96 ", "", "x", "-1", "99999999999999999999"}, {"96", "96\n", R"({"dpi": 96})"}),
         number(5, "hardware-caps", "getHardwareCaps", "hardware-caps=", {{"A0", 0xA0}}, {"FFFFFFFF", "A0x", ""},
-               {"80000001", "0x80000001\n", R"({"hardware_caps": 2147483649})"}),
+               {"80000001", "0x80000001\n", R"({"hardware_caps": 2147483649})"})
+            .wire("`getHardwareCaps=`*station*", "`hardware-caps=`*hex*, `none`, `failed`", ""),
         number(6, "rotation", "getPanelRotation", "panel-rotation=", {{"1", 1}, {"4", 4}},
-               {"0", "5", "1 ", "", "-1", "4294967297"}, {"4", "4\n", R"({"rotation": 4})"}),
+               {"0", "5", "1 ", "", "-1", "4294967297"}, {"4", "4\n", R"({"rotation": 4})"})
+            .wire("`getPanelRotation=`*station*", "`panel-rotation=`*number*, `none`, `failed`", "1 to 4"),
     };
 }
 
@@ -131,6 +137,8 @@ Request clientList()
         .withoutServiceStores({clients({}, 2), 2})
         .soak({1, -1, -2, -3})
         .kvoctl("clients", {"--flags", "BEEF"})
+        .wire("`getClientList 0 `*flags*", "a client list, `failed`",
+              "the programs that are connected; the 0 is fixed, the flags are hexadecimal")
         .python("Service.get_clients");
 }
 
@@ -152,6 +160,8 @@ Request marovantiPanel()
         .kvoctl("panel marovanti", {kHere})
         .shows("is-Marovanti-Panel=1", "yes\n", R"({"marovanti": true})")
         .shows("is-Marovanti-Panel=0", "no\n", R"({"marovanti": false})", 1)
+        .wire("`isMarovantiPanel `*station*", "`is-Marovanti-Panel=0`, `is-Marovanti-Panel=1`, `not found`, `failed`",
+              "`not found` where there is no such station")
         .python("Panel.is_marovanti");
 }
 

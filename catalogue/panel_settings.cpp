@@ -23,6 +23,7 @@ std::vector<Request> brightness()
             .refuses({station, 0xFFFFFFFF}, -3, kInvalidLevel)
             .soak({1, -1, -2, -3})
             .kvoctl("panel brightness", {kHere, "40"})
+            .wire("`setBacklightBrightness=`*number* *station*", "`ok`, `failed`", "0 to 100 percent, in mode 0")
             .python("Panel.set_backlight_brightness"),
 
         KVO_REQUEST(KVO_HWS_setBacklightBrightnessV2, "set backlight brightness V2")
@@ -37,6 +38,9 @@ std::vector<Request> brightness()
             .refuses({station, 100, 2}, -4, kUnsupportedMode)
             .soak({1, -1, -2, -3, -4, -5, -6})
             .kvoctl("panel brightness-v2", {kHere, "1", "40"})
+            .wire(
+                "`setBacklightBrightnessV2=`*number* *mode* *station*", "`ok`, `bad request`, `not active`, `failed`",
+                "the same in a mode; `bad request` where the station does not know it, `not active` while its backlight is off")
             .python("Panel.set_backlight_brightness"),
 
         // The null check speaks in the setter's name and is -3; "failed" is an unknown reply here.
@@ -57,6 +61,8 @@ std::vector<Request> brightness()
             .soak({1, 0, -1, -2, -3, -4})
             .kvoctl("panel brightness-v2", {kHere, "0"})
             .shows("backlight-brightness-v2=55", "55\n", R"({"brightness_v2": 55})")
+            .wire("`getBacklightBrightnessV2=`*mode* *station*", "`backlight-brightness-v2=`*number*, `bad request`, `failed`",
+                  "")
             .python("Panel.get_backlight_brightness"),
     };
 }
@@ -71,6 +77,7 @@ std::vector<Request> keys()
             .refuses({station, 2}, -1, "invalid mode [0|1]")
             .soak({1, -1, -2})
             .kvoctl("panel numlock", {kHere, "disabled"})
+            .wire("`setDisableNumLock=0 `*station*, `setDisableNumLock=1 `*station*", "`ok`, `failed`", "1 disables the key")
             .python("Panel.set_disable_num_lock"),
 
         KVO_REQUEST(KVO_HWS_setDisableCapsLock, "set disable CapsLock")
@@ -80,6 +87,7 @@ std::vector<Request> keys()
             .refuses({station, 2}, -1, "invalid mode [0|1]")
             .soak({1, -1, -2})
             .kvoctl("panel capslock", {kHere, "disabled"})
+            .wire("`setDisableCapsLock=0 `*station*, `setDisableCapsLock=1 `*station*", "`ok`, `failed`", "1 disables the key")
             .python("Panel.set_disable_caps_lock"),
 
         KVO_REQUEST(KVO_HWS_getDisableNumLock, "get disable NumLock")
@@ -94,6 +102,7 @@ std::vector<Request> keys()
             .kvoctl("panel numlock", {kHere})
             .shows("disable numlock 0", "enabled\n", R"({"numlock": "enabled"})")
             .shows("disable numlock 1", "disabled\n", R"({"numlock": "disabled"})")
+            .wire("`getDisableNumLock=`*station*", "`disable numlock 0`, `disable numlock 1`, `failed`", "")
             .python("Panel.get_disable_num_lock"),
 
         // The daemon sends it spelt so; the right spelling is unknown.
@@ -106,6 +115,8 @@ std::vector<Request> keys()
             .soak({1, -1, -2})
             .kvoctl("panel capslock", {kHere})
             .shows("diable capslock 1", "disabled\n", R"({"capslock": "disabled"})")
+            .wire("`getDisableCapsLock=`*station*", "`diable capslock 0`, `diable capslock 1`, `failed`",
+                  "spelt so; clients know no other spelling")
             .python("Panel.get_disable_caps_lock"),
 
         KVO_REQUEST(KVO_HWS_getSwCapsLock, "get Sw CapsLock")
@@ -118,6 +129,7 @@ std::vector<Request> keys()
             .soak({1, -1, -2})
             .kvoctl("panel sw-capslock", {kHere})
             .shows("swcapslock -1", "-1\n", R"({"sw_capslock": -1})")
+            .wire("`getSwCapsLock=`*station*", "`swcapslock -1`, `swcapslock 0`, `swcapslock 1`, `failed`", "")
             .python("Panel.get_sw_caps_lock"),
 
         KVO_REQUEST(KVO_HWS_setSwCapsLock, "set Sw CapsLock")
@@ -129,6 +141,7 @@ std::vector<Request> keys()
             .refuses({station, 2}, -1, "invalid mode [0|1|-1]")
             .soak({1, -1, -2})
             .kvoctl("panel sw-capslock", {kHere, "-1"})
+            .wire("`setSwCapsLock=`*n* *station*", "`ok`, `failed`", "*n* is -1, 0 or 1")
             .python("Panel.set_sw_caps_lock"),
     };
 }
@@ -148,6 +161,7 @@ std::vector<Request> kindsAndModes()
             .kvoctl("panel type", {kHere})
             .shows("stationtype -1", "-1\n", R"({"type": -1})")
             .shows("stationtype 1", "1\n", R"({"type": 1})")
+            .wire("`getStationType=`*station*", "`stationtype -1`, `stationtype 0`, `stationtype 1`, `failed`", "")
             .python("Panel.get_station_type"),
 
         // The number is stored before it is judged.
@@ -165,6 +179,7 @@ std::vector<Request> kindsAndModes()
             .kvoctl("panel rv4-mode", {kHere})
             .shows("rv4mode=1", "individual\n", R"({"rv4_mode": "individual"})")
             .shows("rv4mode=7", "7\n", R"({"rv4_mode": 7})")
+            .wire("`getRV4Mode=`*station*", "`rv4mode=`*number*, `not_a_rv4`, `failed`", "")
             .python("Panel.get_handheld_mode"),
 
         KVO_REQUEST(KVO_HWS_setRV4Mode, "set RV4 mode")
@@ -175,6 +190,8 @@ std::vector<Request> kindsAndModes()
             .refuses({station, 2}, -3, "invalid parameter (0 \"auto\" or 1 \"individual\")")
             .soak({1, 0, -1, -2, -3})
             .kvoctl("panel rv4-mode", {kHere, "individual"})
+            .wire("`setRV4Mode=\"0\" `*station*, `setRV4Mode=\"1\" `*station*", "`ok`, `not_a_rv4`, `failed`",
+                  "mode of its handheld terminal, auto or individual; `not_a_rv4` where it has none")
             .python("Panel.set_handheld_mode"),
     };
 }

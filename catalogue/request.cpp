@@ -170,6 +170,12 @@ Request &Request::kvoctl(std::string words, std::vector<std::string> arguments)
     return *this;
 }
 
+Request &Request::wire(std::string form, std::string replies, std::string meaning)
+{
+    wires_.push_back({std::move(form), std::move(replies), std::move(meaning)});
+    return *this;
+}
+
 Request &Request::shows(std::string reply, std::string text, std::string document, int status)
 {
     shown_.push_back({std::move(reply), std::move(text), std::move(document), status});

@@ -59,6 +59,13 @@ struct Exchange {
     bool usual = true;  ///< called with the arguments that the request's command is for
 };
 
+/// A request in the description of the protocol: its form, its replies, and what it means, in Markdown.
+struct Wire {
+    std::string form;
+    std::string replies;
+    std::string meaning;
+};
+
 /// What kvoctl shows of a reply.
 struct Shown {
     std::string reply;
@@ -137,6 +144,8 @@ public:
 
     // ---- Elsewhere ----
 
+    /// The protocol's description of a command.
+    Request &wire(std::string form, std::string replies, std::string meaning);
     /// What a soak run may see. Without it, the soak run does not make the request.
     Request &soak(std::initializer_list<int32_t> results);
     /// kvoctl's subcommand and its arguments for the command above.
@@ -164,6 +173,7 @@ public:
     [[nodiscard]] const std::set<int32_t> &soakResults() const { return soak_; }
     [[nodiscard]] const std::string &kvoctlWords() const { return words_; }
     [[nodiscard]] const std::vector<std::string> &kvoctlArguments() const { return wordsArguments_; }
+    [[nodiscard]] const std::vector<Wire> &wires() const { return wires_; }
     [[nodiscard]] const std::vector<Shown> &shown() const { return shown_; }
     [[nodiscard]] const std::string &pythonMethod() const { return python_; }
     /// Whether it has something stored, rather than only done or said by its result.
@@ -202,6 +212,7 @@ private:
     std::set<int32_t> soak_;
     std::string words_;
     std::vector<std::string> wordsArguments_;
+    std::vector<Wire> wires_;
     std::vector<Shown> shown_;
     std::string python_;
 };

@@ -21,6 +21,8 @@ std::vector<Request> levelsAndLocks()
             .refuses({-1}, -1, "")
             .soak({1, -1, -2})
             .kvoctl("debug-level", {"II"})
+            .wire("`setDebugLevel=DEBUG_LEVEL_NONE` `setDebugLevel=DEBUG_LEVEL_I` `setDebugLevel=DEBUG_LEVEL_II`",
+                  "`ok`, `failed`", "sets the service's debug level")
             .python("Service.set_debug_level"),
 
         KVO_REQUEST(KVO_HWS_getDebugLevel, "")
@@ -30,6 +32,7 @@ std::vector<Request> levelsAndLocks()
             .on("DEBUG_LEVEL_II", 2)
             .unknown("DEBUG_LEVEL_III")
             .kvoctl("debug-level", {})
+            .wire("`getDebugLevel`", "`DEBUG_LEVEL_NONE`, `DEBUG_LEVEL_I`, `DEBUG_LEVEL_II`", "the level that was set last")
             .python("Service.get_debug_level"),
 
         // These have never told a missing service from another failure.
@@ -40,6 +43,8 @@ std::vector<Request> levelsAndLocks()
             .unknown("busy ")
             .withoutServiceIs(-1)
             .kvoctl("registry lock", {})
+            .wire("`lockKVORegData`", "`ok`, `busy`, `failed`",
+                  "takes the lock; `busy` while anyone holds it, the same client included")
             .python("Service.lock_registry"),
         KVO_REQUEST(KVO_HWS_unlockKVORegData, "")
             .asks("unlockKVORegData", {})
@@ -47,6 +52,7 @@ std::vector<Request> levelsAndLocks()
             .unknown("busy")
             .withoutServiceIs(-1)
             .kvoctl("registry unlock", {})
+            .wire("`unlockKVORegData`", "`ok`, `failed`", "gives it back; `failed` when nobody holds it")
             .python("Service.unlock_registry"),
     };
 }
@@ -65,6 +71,8 @@ std::vector<Request> lights()
             .thenLogs("can not send request")
             .soak({1, -1, -2})
             .kvoctl("backlight", {"on"})
+            .wire("`setBacklight=0` `setBacklight=1`", "`ok`, `failed`",
+                  "backlight off or on, of the panel that the service runs on; it names no station")
             .python("Service.set_backlight"),
 
         KVO_REQUEST(KVO_HWS_setBrightness, "set brightness")
@@ -78,6 +86,7 @@ std::vector<Request> lights()
             .unknown("OK")
             .soak({1, -1, -2})
             .kvoctl("brightness", {kHere, "on"})
+            .wire("`setBrightness=0 `*station*, `setBrightness=1 `*station*", "`ok`, `failed`", "dark or bright")
             .python("Panel.set_brightness"),
     };
 }
@@ -96,6 +105,7 @@ std::vector<Request> state()
             .unknownIs(-1, "error sending request")
             .soak({1, 0, -1, -2})
             .kvoctl("ready", {})
+            .wire("`isInitComplete`", "`yes`, `no`", "whether the service has finished starting")
             .python("Service.is_ready"),
 
         KVO_REQUEST(KVO_HWS_killDaemon, "kill daemon")
@@ -105,6 +115,7 @@ std::vector<Request> state()
             .on("failed", 1)
             .on("", 1)
             .kvoctl("kill-daemon", {})
+            .wire("`killDaemon`", "`ok`", "the service ends; once a client has this reply, no new connection is taken")
             .python("Service.kill"),
 
         // Any text is a version.
@@ -127,6 +138,7 @@ std::vector<Request> state()
             .nullPointer({room(64), nullptr})
             .soak({1, -1, -2})
             .kvoctl("version", {})
+            .wire("`getVersion`", "any text", "the service's version")
             .python("Service.get_version"),
 
         // It has never told a missing service from another failure, and logs nothing itself.
@@ -138,6 +150,7 @@ std::vector<Request> state()
             .withoutServiceIs(-1)
             .soak({1, 0, -1})
             .kvoctl("usb is-active", {})
+            .wire("`isUSBEventsActivated`", "`yes`, `no`, `failed`", "whether any program has them activated")
             .python("Service.is_usb_events_activated"),
     };
 }

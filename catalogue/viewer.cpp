@@ -17,12 +17,16 @@ std::vector<Request> stationAround()
             .nullPointer({station, 1, 2, nullptr})
             .soak({1, -1, -2})
             .kvoctl("viewer status-line", {kHere, "1", "2", "Hello"})
+            .wire("`setStatusline=`*station*`,`*number*`,`*number*`,`*text*", "`ok`, `failed`",
+                  "the station stands first here; the text is the rest of the line")
             .python("Panel.set_statusline"),
 
         KVO_REQUEST(KVO_HWS_rebootKVO, "set reboot")
             .asks("reboot=0A000005", {station})
             .on("ok", 1)
             .kvoctl("viewer reboot", {kHere})
+            .wire("`reboot=`*station*", "`ok`, `failed`",
+                  "the viewer stops; status line, simulated key, software CapsLock and focus are lost")
             .python("Panel.reboot"),
 
         KVO_REQUEST(KVO_HWS_isViewerActive, "is viewer active")
@@ -34,6 +38,7 @@ std::vector<Request> stationAround()
             .kvoctl("viewer active", {kHere})
             .shows("active", "yes\n", R"({"active": true})")
             .shows("not active", "no\n", R"({"active": false})", 1)
+            .wire("`isViewerActive=`*station*", "`active`, `not active`, `failed`", "whether it runs")
             .python("Panel.is_viewer_active"),
 
         KVO_REQUEST(KVO_HWS_setActivateMe, "activate me")
@@ -42,6 +47,8 @@ std::vector<Request> stationAround()
             .on("busy", 0)
             .soak({1, 0, -1, -2})
             .kvoctl("viewer activate-me", {kHere})
+            .wire("`activateMe=`*station*", "`ok`, `busy`, `failed`",
+                  "gives the station the focus; `busy` while another one has just got it")
             .python("Panel.activate"),
     };
 }
@@ -58,6 +65,8 @@ std::vector<Request> startAndStop()
             .nullPointer({station, "a", nullptr, "c"}, "set start viewer")
             .nullPointer({station, "a", "b", nullptr}, "set start viewer")
             .kvoctl("viewer start", {kHere, "a", "b", "c"})
+            .wire("`startViewer=\"`*server*`:`*display*`:`*options*`\" `*station*", "`ok`, `busy`, `failed`",
+                  "starts the viewer; `busy` while one runs or somebody else operates it")
             .python("Panel.start_viewer"),
 
         KVO_REQUEST(KVO_HWS_startConfiguredViewer, "start configured viewer")
@@ -68,6 +77,8 @@ std::vector<Request> startAndStop()
             .nullPointer({station, nullptr, 3})
             .soak({1, 0, -1, -2})
             .kvoctl("viewer start-configured", {kHere, "cfg", "3"})
+            .wire("`startConfiguredViewer=\"`*server*`:`*number*`\" `*station*", "`ok`, `busy`, `failed`",
+                  "the same for a configured connection")
             .python("Panel.start_configured_viewer"),
 
         KVO_REQUEST(KVO_HWS_setStopViewer, "stop viewer")
@@ -77,6 +88,7 @@ std::vector<Request> startAndStop()
             .unknown("not running ")
             .soak({1, 0, -1, -2})
             .kvoctl("viewer stop", {kHere})
+            .wire("`stopViewer=`*station*", "`ok`, `not running`, `failed`", "stops the viewer, and clears the status line")
             .python("Panel.stop_viewer"),
 
         KVO_REQUEST(KVO_HWS_setStopViewerPreempt, "stop viewer preempt")
@@ -84,6 +96,7 @@ std::vector<Request> startAndStop()
             .on("ok", 1)
             .on("not running", 0)
             .kvoctl("viewer stop", {kHere, "--preempt"})
+            .wire("`stopViewerPreempt=`*station*", "`ok`, `not running`, `failed`", "the same")
             .python("Panel.stop_viewer_preempt"),
 
         KVO_REQUEST(KVO_HWS_setStopViewerNoClean, "stop viewer no clean")
@@ -91,6 +104,8 @@ std::vector<Request> startAndStop()
             .on("ok", 1)
             .on("not running", 0)
             .kvoctl("viewer stop", {kHere, "--no-clean"})
+            .wire("`stopViewerNoClean=`*station*", "`ok`, `not running`, `failed`",
+                  "stops the viewer, and leaves the status line")
             .python("Panel.stop_viewer_no_clean"),
     };
 }
@@ -148,6 +163,7 @@ Request currentServer()
         .kvoctl("viewer server", {kHere})
         .shows("vncserver=10.0.0.7:3", "server   10.0.0.7\ndisplay  3\n", R"({"server": "10.0.0.7", "display": "3"})")
         .shows("vncserver=:", "server\ndisplay\n", R"({"server": "", "display": ""})")
+        .wire("`getCurServer=`*station*", "`vncserver=`*server*`:`*display*, `none`, `failed`", "what it shows")
         .python("Panel.get_current_server");
 }
 

@@ -3,8 +3,7 @@
 
     tables_test.py ROOT LIST          LIST is the program that prints the catalogue
 
-Between the lines "<!-- begin NAME -->" and "<!-- end NAME -->" a page has a table that is made from the catalogue. The tables of the
-command protocol are written by people, and must have every request and every reply that is a fixed text.
+Between the lines "<!-- begin NAME -->" and "<!-- end NAME -->" a page has a table that is made from the catalogue.
 """
 
 import json
@@ -51,7 +50,19 @@ def labels_table():
         yield f"| {cell(label)} | {', '.join(map(cell, sorted(labels[label])))} |"
 
 
-TABLES = {"requests": requests_table, "labels": labels_table}
+def protocol_table(family):
+    def table():
+        yield "| request | replies | meaning |"
+        yield "|---|---|---|"
+        for request in (r for r in CATALOGUE if r["family"] == family):
+            for row in request["wire"]:
+                yield "".join(f"| {text} ".replace("|  ", "| ") for text in row).rstrip() + " |"
+
+    return table
+
+
+FAMILIES = dict.fromkeys(r["family"] for r in CATALOGUE if r["wire"])
+TABLES = {"requests": requests_table, "labels": labels_table} | {f"protocol_{name}": protocol_table(name) for name in FAMILIES}
 
 
 def check_tables():
@@ -74,38 +85,32 @@ def check_tables():
         yield f"no page has the table {name}"
 
 
-def fixed_replies(request):
-    """Replies that are a text without a value, beside "failed", which all requests know."""
-    for exchange in request["exchanges"]:
-        reply = exchange["replies"][0] if len(exchange["replies"]) == 1 and exchange["commands"] == request["commands"] else ""
-        known = exchange["result"] >= 0 or exchange["messages"]
-        if known and re.fullmatch(r"[a-z_]+( [a-z]+)*", reply) and not unknown(request, exchange):
-            yield reply
-
-
-def unknown(request, exchange):
-    return reply_is_like(request, exchange, "what is it")
-
-
-def reply_is_like(request, exchange, other):
-    """Whether a reply comes to the same as another one that no request knows."""
-    others = [e for e in request["exchanges"] if e["replies"] == [other]]
-    return any((e["result"], e["messages"]) == (exchange["result"], exchange["messages"]) for e in others)
-
-
 def check_protocol():
-    page = (ROOT / "docs/command-protocol.md").read_text()
-    rows = [re.split(r"(?<!\\)\|", line)[1:-1] for line in page.splitlines() if line.startswith("| `")]
-    for request in (r for r in CATALOGUE if r["commands"]):
+    """Each command of the catalogue stands in the protocol, and each reply that is a fixed text."""
+    forms = {}
+    for request in CATALOGUE:
+        for form, replies, _ in request["wire"]:
+            forms.setdefault(re.match(r"`(\w+)", form)[1], "")
+            forms[re.match(r"`(\w+)", form)[1]] += replies
+    for request in CATALOGUE:
         for command in request["commands"]:
             keyword = re.match(r"\w+", command)[0]
-            own = [row for row in rows if re.search(rf"`{keyword}\b", row[0])]
-            if not own:
-                yield f"docs/command-protocol.md: no row for {keyword}"
-            missing = [] if request["takes_any_reply"] else fixed_replies(request)
-            for reply in missing:
-                if own and not any(f"`{reply}`" in row[1] for row in own):
-                    yield f"docs/command-protocol.md: {keyword} may be answered \"{reply}\", and its row does not say so"
+            if keyword not in forms:
+                yield f"the protocol has no row for {keyword}; .wire(...) in the catalogue describes it"
+            for reply in fixed_replies(request):
+                if f"`{reply}`" not in forms.get(keyword, f"`{reply}`"):
+                    yield f"{keyword} may be answered \"{reply}\", and its row of the protocol does not say so"
+
+
+def fixed_replies(request):
+    """Replies that are a text without a value and mean something of their own; "failed" all requests know."""
+    unknown = {(e["result"], *e["messages"]) for e in request["exchanges"] if e["name"].startswith("unknown")}
+    for exchange in request["exchanges"]:
+        if exchange["usual"] and len(exchange["replies"]) == 1 and not request["takes_any_reply"]:
+            reply = exchange["replies"][0]
+            said = exchange["result"] >= 0 or exchange["messages"]
+            if said and re.fullmatch(r"[a-z_]+( [a-z]+)*", reply) and (exchange["result"], *exchange["messages"]) not in unknown:
+                yield reply
 
 
 def main():

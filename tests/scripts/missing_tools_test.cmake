@@ -2,7 +2,7 @@
 # that it prints, and --require-all does not accept that.
 file(REMOVE_RECURSE ${WORK})
 set(tests binary_interface completions_zsh completions_fish headers_clang installation_python
-  library_file_names manuals_build manuals_pages python_mypy structure_includes structure_test_names)
+  library_file_names manuals_build manuals_pages python_mypy structure_includes structure_places structure_test_names)
 execute_process(COMMAND ${CMAKE_COMMAND} -S ${ROOT} -B ${WORK} -G ${GENERATOR} -DCMAKE_BUILD_TYPE=Debug -DCMAKE_C_COMPILER=${CC}
     -DCMAKE_CXX_COMPILER=${CXX} -DABIDW=OFF -DCLANG=OFF -DKVO_MYPY=OFF -DFOUND_doxygen=OFF -DFOUND_mandoc=OFF -DFOUND_fish=OFF -DFOUND_zsh=OFF
     -DKVO_PYTHON3=OFF -DKVO_LDCONFIG=OFF

@@ -10,7 +10,7 @@
 namespace tools {
 
 struct NamedProperty {
-    std::string_view words;  ///< those of kvoctl's subcommand, "panel numlock": the first names the family
+    std::string_view words;  ///< those of kvoctl's subcommand, "panel type": the first names the family
     Property property;
 };
 

@@ -40,7 +40,7 @@ std::vector<Request> setters()
         index,
         dck,
 
-        // The reason of the range check is another function's; "bad request" is told like "failed".
+        // The reason of the range check is another function's; "bad request" means the same as "failed".
         KVO_REQUEST(KVO_HWS_setKVOCksIndex, "set cks index")
             .asks("setKVOCksIndex=\"255\" 0A000005", {station, 255})
             .on("ok", 1)
@@ -73,7 +73,7 @@ std::vector<Request> setters()
     };
 }
 
-/// A number up to a bound, and nothing behind it.
+/// A number up to a bound, and nothing after it.
 Request &gets(Request &request, const std::string &keyword, const std::string &key, uint32_t highest)
 {
     request.asks(keyword + "=0A000005", {station, out})

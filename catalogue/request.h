@@ -83,7 +83,7 @@ struct NumberForm {
 };
 
 /// Collects what a request is. What all requests have in common is there from the start: no service, a service that closes the
-/// connection, the reply "failed", unknown replies, an empty one, and one with a blank behind it.
+/// connection, the reply "failed", unknown replies, an empty one, and one with a trailing blank.
 class Request {
 public:
     /// @p label  with which its log messages begin; empty: it logs none
@@ -130,7 +130,7 @@ public:
     Request &withoutServiceStores(Values values);
     /// One more message of the row before.
     Request &thenLogs(const std::string &reason);
-    /// What stands behind the label when no exchange comes about, " (count)".
+    /// What follows the label in the log when no exchange takes place, " (count)".
     Request &exchangeCalled(std::string remark);
 
     /// A call that is refused before anything is sent. @p label  where it speaks in another's name
@@ -158,7 +158,7 @@ public:
     // ---- For readers ----
 
     [[nodiscard]] const Function &function() const { return function_; }
-    /// The function's name, and the variant behind it.
+    /// The function's name, followed by the variant.
     [[nodiscard]] std::string name() const { return variant_.empty() ? function_.name() : function_.name() + " " + variant_; }
     [[nodiscard]] const std::string &label() const { return label_; }
     [[nodiscard]] const std::vector<std::string> &commands() const { return commands_; }

@@ -32,6 +32,9 @@ std::vector<Request> levelsAndLocks()
             .on("DEBUG_LEVEL_II", 2)
             .unknown("DEBUG_LEVEL_III")
             .kvoctl("debug-level", {})
+            .shows("DEBUG_LEVEL_NONE", "none\n", R"({"debug_level": 0})")
+            .shows("DEBUG_LEVEL_I", "I\n", R"({"debug_level": 1})")
+            .shows("DEBUG_LEVEL_II", "II\n", R"({"debug_level": 2})")
             .wire("`getDebugLevel`", "`DEBUG_LEVEL_NONE`, `DEBUG_LEVEL_I`, `DEBUG_LEVEL_II`", "the level that was set last")
             .python("Service.get_debug_level"),
 
@@ -52,7 +55,7 @@ std::vector<Request> levelsAndLocks()
             .unknown("busy")
             .withoutServiceIs(-1)
             .kvoctl("registry unlock", {})
-            .wire("`unlockKVORegData`", "`ok`, `failed`", "gives it back; `failed` when nobody holds it")
+            .wire("`unlockKVORegData`", "`ok`, `failed`", "releases it; `failed` if it is not held")
             .python("Service.unlock_registry"),
     };
 }
@@ -105,6 +108,8 @@ std::vector<Request> state()
             .unknownIs(-1, "error sending request")
             .soak({1, 0, -1, -2})
             .kvoctl("ready", {})
+            .shows("yes", "ready\n", R"({"ready": true})")
+            .shows("no", "not ready\n", R"({"ready": false})", 1)
             .wire("`isInitComplete`", "`yes`, `no`", "whether the service has finished starting")
             .python("Service.is_ready"),
 
@@ -150,6 +155,8 @@ std::vector<Request> state()
             .withoutServiceIs(-1)
             .soak({1, 0, -1})
             .kvoctl("usb is-active", {})
+            .shows("yes", "yes\n", R"({"active": true})")
+            .shows("no", "no\n", R"({"active": false})", 1)
             .wire("`isUSBEventsActivated`", "`yes`, `no`, `failed`", "whether any program has them activated")
             .python("Service.is_usb_events_activated"),
     };

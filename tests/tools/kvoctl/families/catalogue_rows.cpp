@@ -11,11 +11,10 @@ namespace kvoctl_test {
 namespace {
 
 /// Subcommands that ask more than this one request, or have words of their own for a failure; they are among the questions.
-const std::set<std::string> kElsewhere = {"version",      "station",       "stations",        "clients",
-                                          "debug-level",  "registry lock", "registry unlock", "usb is-active",
-                                          "address find", "focus startup", "panel show"};
+const std::set<std::string> kElsewhere = {"version",         "station",       "stations",     "clients",      "registry lock",
+                                          "registry unlock", "usb is-active", "address find", "focus startup"};
 /// Those whose "no" is an answer like another.
-const std::set<std::string> kQuestions = {"ready", "viewer active", "panel marovanti"};
+const std::set<std::string> kQuestions = {"ready", "debug-level", "viewer active", "panel marovanti"};
 
 std::vector<Case> shownRows(const catalogue::Request &request)
 {

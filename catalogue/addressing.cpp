@@ -19,17 +19,17 @@ Request &sets(Request &request, const std::string &keyword, uint32_t value)
 
 std::vector<Request> setters()
 {
-    Request mcp = KVO_REQUEST(KVO_HWS_setMCPAddress, "set MCP address");
+    Request mcp = CATALOGUE_REQUEST(KVO_HWS_setMCPAddress, "set MCP address");
     sets(mcp, "setMCPAddress", 7)
         .kvoctl("address mcp", {kHere, "7"})
         .wire("`setMCPAddress=\"`*number*`\" `*station*", "`ok`, `failed`", "0 to 255")
         .python("Panel.set_mcp_address");
-    Request index = KVO_REQUEST(KVO_HWS_setKVOIndex, "set KVO index");
+    Request index = CATALOGUE_REQUEST(KVO_HWS_setKVOIndex, "set KVO index");
     sets(index, "setKVOIndex", 7)
         .kvoctl("address kvo-index", {kHere, "7"})
         .wire("`setKVOIndex=\"`*number*`\" `*station*", "`ok`, `failed`", "0 to 255")
         .python("Panel.set_kvo_index");
-    Request dck = KVO_REQUEST(KVO_HWS_setDCKEnable, "set DCK mode");
+    Request dck = CATALOGUE_REQUEST(KVO_HWS_setDCKEnable, "set DCK mode");
     sets(dck, "setDCKEnable", 1)
         .kvoctl("address dck-enable", {kHere, "on"})
         .wire("`setDCKEnable=\"0\" `*station*, `setDCKEnable=\"1\" `*station*", "`ok`, `failed`",
@@ -41,7 +41,7 @@ std::vector<Request> setters()
         dck,
 
         // The reason of the range check is another function's; "bad request" means the same as "failed".
-        KVO_REQUEST(KVO_HWS_setKVOCksIndex, "set cks index")
+        CATALOGUE_REQUEST(KVO_HWS_setKVOCksIndex, "set cks index")
             .asks("setKVOCksIndex=\"255\" 0A000005", {station, 255})
             .on("ok", 1)
             .on("bad request", -1, "error sending request")
@@ -53,7 +53,7 @@ std::vector<Request> setters()
                   "`bad request` above 255, or where it can not be set")
             .python("Panel.set_cks_index"),
 
-        KVO_REQUEST(KVO_HWS_simulateMCPKey, "simulate MCP key")
+        CATALOGUE_REQUEST(KVO_HWS_simulateMCPKey, "simulate MCP key")
             .asks("simulateMCPKey=\"12:1\" 0A000005", {station, 12, 1})
             .on("ok", 1)
             .sends("simulateMCPKey=\"4294967295:4294967294\" 0A000005", {station, 0xFFFFFFFF, 0xFFFFFFFE})
@@ -62,7 +62,7 @@ std::vector<Request> setters()
             .wire("`simulateMCPKey=\"`*number*`:`*number*`\" `*station*", "`ok`, `failed`", "as if a key of the MCP were used")
             .python("Panel.simulate_mcp_key"),
 
-        KVO_REQUEST(KVO_HWS_enableMCPKey, "enable MCP key")
+        CATALOGUE_REQUEST(KVO_HWS_enableMCPKey, "enable MCP key")
             .asks("enableMCPKey=\"12:1\" 0A000005", {station, 12, 1})
             .on("ok", 1)
             .sends("enableMCPKey=\"4294967295:4294967294\" 0A000005", {station, 0xFFFFFFFF, 0xFFFFFFFE})
@@ -96,32 +96,32 @@ Request &gets(Request &request, const std::string &keyword, const std::string &k
 
 std::vector<Request> getters()
 {
-    Request mcp = KVO_REQUEST(KVO_HWS_getMCPAddress, "get MCP address");
+    Request mcp = CATALOGUE_REQUEST(KVO_HWS_getMCPAddress, "get MCP address");
     gets(mcp, "getMCPAddress", "mcpaddr=", 255)
         .kvoctl("address mcp", {kHere})
         .shows("mcpaddr=255", "255\n", R"({"mcp": 255})")
         .wire("`getMCPAddress=`*station*", "`mcpaddr=`*number*, `failed`", "")
         .python("Panel.get_mcp_address");
-    Request index = KVO_REQUEST(KVO_HWS_getKVOIndex, "get KVO index");
+    Request index = CATALOGUE_REQUEST(KVO_HWS_getKVOIndex, "get KVO index");
     gets(index, "getKVOIndex", "kvoindex=", 255)
         .kvoctl("address kvo-index", {kHere})
         .shows("kvoindex=7", "7\n", R"({"kvo_index": 7})")
         .wire("`getKVOIndex=`*station*", "`kvoindex=`*number*, `failed`", "")
         .python("Panel.get_kvo_index");
-    Request enable = KVO_REQUEST(KVO_HWS_getDCKEnable, "get DCK mode");
+    Request enable = CATALOGUE_REQUEST(KVO_HWS_getDCKEnable, "get DCK mode");
     gets(enable, "getDCKEnable", "dckenable=", 1)
         .kvoctl("address dck-enable", {kHere})
         .shows("dckenable=1", "on\n", R"({"dck_enable": "on"})")
         .shows("dckenable=0", "off\n", R"({"dck_enable": "off"})")
         .wire("`getDCKEnable=`*station*", "`dckenable=0`, `dckenable=1`, `failed`", "")
         .python("Panel.get_dck_enable");
-    Request dck = KVO_REQUEST(KVO_HWS_getDCKAddress, "get DCK address");
+    Request dck = CATALOGUE_REQUEST(KVO_HWS_getDCKAddress, "get DCK address");
     gets(dck, "getDCKAddress", "dckaddr=", 255)
         .kvoctl("address dck", {kHere})
         .shows("dckaddr=0", "0\n", R"({"dck": 0})")
         .wire("`getDCKAddress=`*station*", "`dckaddr=`*number*, `failed`", "")
         .python("Panel.get_dck_address");
-    Request cks = KVO_REQUEST(KVO_HWS_getKVOCksIndex, "get KVO cks index");
+    Request cks = CATALOGUE_REQUEST(KVO_HWS_getKVOCksIndex, "get KVO cks index");
     gets(cks, "getKVOCksIndex", "cksindex=", 0xFFFFFFFF)
         .kvoctl("address cks-index", {kHere})
         .shows("cksindex=4000", "4000\n", R"({"cks_index": 4000})")
@@ -159,7 +159,7 @@ Request &finds(Request &request, const std::string &keyword, const Misses &misse
 
 std::vector<Request> lookUps()
 {
-    Request mcp = KVO_REQUEST(KVO_HWS_getIPbyMCPAddress, "get IP by MCP address");
+    Request mcp = CATALOGUE_REQUEST(KVO_HWS_getIPbyMCPAddress, "get IP by MCP address");
     finds(mcp, "getIPbyMCPAddress",
           {"no_mcp_address", "no MCP address found", "more_than_one_mcp", "more than one MCP addresses found"})
         .kvoctl("address find", {"--mcp", "5"})
@@ -167,14 +167,14 @@ std::vector<Request> lookUps()
         .wire("`getIPbyMCPAddress=`*key*", "`ipaddr=`*station*, `no_mcp_address`, `more_than_one_mcp`, `failed`",
               "the station that has the number")
         .python("Service.find_by_mcp_address");
-    Request dck = KVO_REQUEST(KVO_HWS_getIPbyDCKAddress, "get IP by DCK address");
+    Request dck = CATALOGUE_REQUEST(KVO_HWS_getIPbyDCKAddress, "get IP by DCK address");
     finds(dck, "getIPbyDCKAddress",
           {"no_dck_address", "no DCK address found", "more_than_one_dck", "more than one DCK addresses found"})
         .kvoctl("address find", {"--dck", "5"})
         .shows("ipaddr=0A000005", "10.0.0.5\n", R"({"address": "10.0.0.5"})")
         .wire("`getIPbyDCKAddress=`*key*", "`ipaddr=`*station*, `no_dck_address`, `more_than_one_dck`, `failed`", "")
         .python("Service.find_by_dck_address");
-    Request index = KVO_REQUEST(KVO_HWS_getIPbyKVOIndex, "get IP by KVO index");
+    Request index = CATALOGUE_REQUEST(KVO_HWS_getIPbyKVOIndex, "get IP by KVO index");
     finds(index, "getIPbyKVOIndex",
           {"no_kvo_index", "no KVO index found", "more_than_one_kvo_index", "more than one KVO index found"})
         .kvoctl("address find", {"--kvo-index", "5"})

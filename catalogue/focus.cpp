@@ -11,7 +11,7 @@ constexpr std::size_t kBuffer = 8192;  // more than any text of a plant
 
 Request priority()
 {
-    Request request = KVO_REQUEST(KVO_HWS_getKVOPriority, "get KVO priority");
+    Request request = CATALOGUE_REQUEST(KVO_HWS_getKVOPriority, "get KVO priority");
     request.asks("getKVOPriority=0A000005", {station, out, out})
         .on("Priority=", 1, {0, 1})
         .on("Priority=:", 1, {0, 1})
@@ -39,7 +39,7 @@ std::vector<Request> numbers()
     return {
         priority(),
 
-        KVO_REQUEST(KVO_HWS_getKVOStartupActive, "get KVO startup active")
+        CATALOGUE_REQUEST(KVO_HWS_getKVOStartupActive, "get KVO startup active")
             .asks("getKVOStartupActive=0A000005", {station, out})
             .reads({.key = "startup-active=", .highest = 2})
             .on("startup-active=0", 1, {0})
@@ -53,7 +53,7 @@ std::vector<Request> numbers()
             .wire("`getKVOStartupActive=`*station*", "`startup-active=`*number*, `failed`", "0 to 2")
             .python("Panel.get_startup_active"),
 
-        KVO_REQUEST(KVO_HWS_getKVOStartupPrio, "get KVO startup prio")
+        CATALOGUE_REQUEST(KVO_HWS_getKVOStartupPrio, "get KVO startup prio")
             .asks("getKVOStartupPrio=0A000005", {station, out})
             .reads({.key = "startup-prio="})
             .on("startup-prio=70", 1, {70})
@@ -66,7 +66,7 @@ std::vector<Request> numbers()
             .wire("`getKVOStartupPrio=`*station*", "`startup-prio=`*number*, `failed`", "")
             .python("Panel.get_startup_prio"),
 
-        KVO_REQUEST(KVO_HWS_getKVOChannelOnFocus, "get KVO channel on focus")
+        CATALOGUE_REQUEST(KVO_HWS_getKVOChannelOnFocus, "get KVO channel on focus")
             .asks("getKVOChannelOnFocus=0A000005", {station, out})
             .reads({.key = "channel-on-focus=", .lowest = 1, .highest = 8})
             .on("channel-on-focus=1", 1, {1})
@@ -88,7 +88,7 @@ std::vector<Request> texts()
 {
     const std::string longText(1500, 't');  // more than one read of the channel
     return {
-        KVO_REQUEST(KVO_HWS_getKVOScreenOnFocus, "get KVO screen on focus")
+        CATALOGUE_REQUEST(KVO_HWS_getKVOScreenOnFocus, "get KVO screen on focus")
             .asks("getKVOScreenOnFocus=0A000005", {station, room(kBuffer)})
             .on("screen-on-focus=machine", 1, {"machine"})
             .on("screen-on-focus=" + longText, 1, {longText})
@@ -104,7 +104,7 @@ std::vector<Request> texts()
             .python("Panel.get_screen_on_focus"),
 
         // Whatever the daemon answers is the text; only "failed" is none.
-        KVO_REQUEST(KVO_HWS_getKVOT2M2N, "get KVO M:N")
+        CATALOGUE_REQUEST(KVO_HWS_getKVOT2M2N, "get KVO M:N")
             .asks("getKVOt2m2n=0A000005", {station, room(kBuffer)})
             .takesAnyReply()
             .on("1:2 3:4", 1, {"1:2 3:4"})
@@ -122,14 +122,13 @@ std::vector<Request> texts()
     };
 }
 
-/// A buffer of 64 bytes, of which the caller says that it has so many.
 Arguments infoOf(uint32_t size) { return {station, room(64), inOut(size)}; }
 
 std::vector<Request> channelInfo()
 {
     const std::string longest(230, 'i');
     return {
-        KVO_REQUEST(KVO_HWS_setChannelInfo, "set channel info")
+        CATALOGUE_REQUEST(KVO_HWS_setChannelInfo, "set channel info")
             .asks("setChannelInfo=\"turning 2\" 0A000005", {station, "turning 2"})
             .on("ok", 1)
             .sends("setChannelInfo=\"\" 0A000005", {station, ""})
@@ -142,7 +141,7 @@ std::vector<Request> channelInfo()
             .wire("`setChannelInfo=\"`*text*`\" `*station*", "`ok`, `failed`", "at most 230 bytes")
             .python("Panel.set_channel_info"),
 
-        KVO_REQUEST(KVO_HWS_getChannelInfo, "get channel info")
+        CATALOGUE_REQUEST(KVO_HWS_getChannelInfo, "get channel info")
             .asks("getChannelInfo=0A000005", infoOf(16))
             .on("channel-info=abc", 1, {"abc", 16})
             .on("channel-info=abc", 1, {"abc", 4})
@@ -160,10 +159,10 @@ std::vector<Request> channelInfo()
             .soak({1, 0, -1, -2, -3})
             .kvoctl("channel-info get", {kHere})
             .shows("channel-info=Spindle 1", "Spindle 1\n", R"({"info": "Spindle 1"})")
-            .wire("`getChannelInfo=`*station*", "`channel-info=`*text*, `failed`", "nothing behind the `=` where there is none")
+            .wire("`getChannelInfo=`*station*", "`channel-info=`*text*, `failed`", "nothing after the `=` where there is none")
             .python("Panel.get_channel_info"),
 
-        KVO_REQUEST(KVO_HWS_deleteChannelInfo, "delete channel info")
+        CATALOGUE_REQUEST(KVO_HWS_deleteChannelInfo, "delete channel info")
             .asks("deleteChannelInfo=0A000005", {station})
             .on("ok", 1)
             .soak({1, -1, -2})

@@ -24,7 +24,7 @@ struct Argument {
 
     // NOLINTBEGIN(*-explicit-*): a row lists its arguments as a call does
     template <class Number, std::enable_if_t<std::is_integral_v<Number>, int> = 0>
-    Argument(Number value) : kind(Kind::number), number(static_cast<uint64_t>(value))
+    Argument(Number value) : kind(Kind::number), number(static_cast<int64_t>(value))
     {
     }
     Argument(std::string value) : kind(Kind::text), text(std::move(value)) {}
@@ -32,13 +32,13 @@ struct Argument {
     Argument(std::nullptr_t) : kind(Kind::null) {}
     // NOLINTEND(*-explicit-*)
     Argument(Kind kindOf, std::size_t elements, std::string initially = {})
-        : kind(kindOf), number(elements), text(std::move(initially))
+        : kind(kindOf), number(static_cast<int64_t>(elements)), text(std::move(initially))
     {
     }
 
     Kind kind;
-    uint64_t number = 0;  ///< the number; of room, how many elements there are
-    std::string text{};   ///< the text; of room, the bytes with which it begins
+    int64_t number = 0;  ///< the number; of room, how many elements there are
+    std::string text{};  ///< the text; of room, the bytes with which it begins
 };
 
 using Arguments = std::vector<Argument>;
@@ -54,17 +54,20 @@ inline Argument inOut(uint32_t number)
     return {Argument::Kind::room, 1, std::string(reinterpret_cast<const char *>(&number), sizeof number)};
 }
 
-/// The memory that a call writes: for each argument that is room, in their order, its bytes and some behind them.
+/// A buffer of @p room characters, and the size that the caller says it has.
+inline Arguments sizedText(std::size_t room_, uint32_t size) { return {room(room_), inOut(size)}; }
+
+/// The memory that a call writes: for each argument that is room, in their order, its bytes and some after them.
 class Outputs {
 public:
-    static constexpr std::size_t kBehind = 16;
+    static constexpr std::size_t kGuard = 16;
 
     explicit Outputs(char fill) : fill_(fill) {}
 
     /// Adds an area of @p size bytes that begins with @p initially.
     void add(std::size_t size, const std::string &initially)
     {
-        std::string area(size + kBehind, fill_);
+        std::string area(size + kGuard, fill_);
         area.replace(0, initially.size(), initially);
         areas_.push_back(std::move(area));
     }
@@ -160,7 +163,7 @@ private:
                 return static_cast<Parameter>(area);
             }
         } else {
-            return static_cast<Parameter>(argument.kind == Argument::Kind::station ? address : argument.number);
+            return static_cast<Parameter>(argument.kind == Argument::Kind::station ? int64_t{address} : argument.number);
         }
     }
 

@@ -13,7 +13,7 @@ std::vector<Request> touchScreen()
 {
     const char *const malformed = "can not parse calibration parameter string";
     return {
-        KVO_REQUEST(KVO_HWS_invalidateTouchScreen, "invalidate touch screen")
+        CATALOGUE_REQUEST(KVO_HWS_invalidateTouchScreen, "invalidate touch screen")
             .asks("invalidateTouch=0A000005", {station})
             .on("ok", 1)
             .on("no_touchscreen", 0, kNoTouchScreen)
@@ -21,7 +21,7 @@ std::vector<Request> touchScreen()
             .wire("`invalidateTouch=`*station*", "`ok`, `no_touchscreen`, `failed`", "discards the calibration")
             .python("Panel.invalidate_touch_screen"),
 
-        KVO_REQUEST(KVO_HWS_setTouchScreenCalibParam, "set touch screen calibration parameter")
+        CATALOGUE_REQUEST(KVO_HWS_setTouchScreenCalibParam, "set touch screen calibration parameter")
             .asks("setCalibParam=\"-1:-1\" 0A000005", {station, -1, -1})
             .on("ok", 1)
             .on("no_touchscreen", 0, kNoTouchScreen)
@@ -37,7 +37,7 @@ std::vector<Request> touchScreen()
             .python("Panel.set_calibration"),
 
         // Keys in any order, others between them; one that is absent is 0. What is read before a fault stays stored.
-        KVO_REQUEST(KVO_HWS_getTouchScreenCalibParam, "get touch screen calibration parameter")
+        CATALOGUE_REQUEST(KVO_HWS_getTouchScreenCalibParam, "get touch screen calibration parameter")
             .asks("getCalibParam=0A000005", {station, out, out})
             .takesAnyReply()
             .on("press_thresh=12 nonlinear=-1", 1, {12, -1})
@@ -68,7 +68,7 @@ const char *const kMalformed = "can not parse input devices string";
 // Each later generation has more outputs. Both kinds of touch screens are one number before the third.
 Request firstGeneration()
 {
-    return KVO_REQUEST(KVO_HWS_showInputDevice, "show input device")
+    return CATALOGUE_REQUEST(KVO_HWS_showInputDevice, "show input device")
         .asks("showInputDevice=0A000005", {station, out, out, out})
         .takesAnyReply()
         .on(kDevices, 1, {1, 2, 2})
@@ -99,7 +99,7 @@ Request firstGeneration()
 
 Request secondGeneration()
 {
-    return KVO_REQUEST(KVO_HWS_showInputDeviceV2, "show input device V2")
+    return CATALOGUE_REQUEST(KVO_HWS_showInputDeviceV2, "show input device V2")
         .asks("showInputDevice=0A000005", {station, out, out, out, out})
         .takesAnyReply()
         .on(kDevices, 1, {1, 2, 2, 0})
@@ -119,7 +119,7 @@ Request secondGeneration()
 // The mask comes first; every pointer may be null.
 Request thirdGeneration()
 {
-    return KVO_REQUEST(KVO_HWS_showInputDeviceV3, "show input device V3")
+    return CATALOGUE_REQUEST(KVO_HWS_showInputDeviceV3, "show input device V3")
         .asks("showInputDevice=0A000005", {station, out, out, out, out, out, out, out})
         .takesAnyReply()
         .on(kDevices, 1, {0x2F, 1, 2, 1, 1, nothing, 0})
@@ -145,7 +145,7 @@ Request thirdGeneration()
 
 Request dotsPerInch()
 {
-    return KVO_REQUEST(KVO_HWS_showDPI, "show DPI")
+    return CATALOGUE_REQUEST(KVO_HWS_showDPI, "show DPI")
         .asks("showDPI=0A000005", {station, out})
         .on("dpi=96", 1, {96})
         .on("dpi=-1", 1, {-1})

@@ -8,7 +8,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-/// Replies may hold any bytes; what is no UTF-8 is replaced.
+/// Replies may hold any bytes; what is not UTF-8 is replaced.
 std::string printed(const Json &json) { return json.dump(2, ' ', false, Json::error_handler_t::replace); }
 
 /// {"station": ...}, a number, a text, null, or {"room": elements}.
@@ -72,7 +72,7 @@ Json jsonOf(const catalogue::Exchange &exchange)
 Json jsonOf(const catalogue::Family &family, const catalogue::Request &request)
 {
     Json exchanges = Json::array();
-    for (const catalogue::Exchange &exchange : request.exchanges()) {
+    for (const catalogue::Exchange &exchange : request.allExchanges()) {
         exchanges.push_back(jsonOf(exchange));
     }
     Json wires = Json::array();

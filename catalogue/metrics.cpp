@@ -14,7 +14,7 @@ Request number(uint32_t metric, const std::string &name, const std::string &comm
                const std::vector<std::pair<std::string, uint32_t>> &good, const std::vector<std::string> &bad,
                const Shown &shown)
 {
-    Request request = KVO_REQUEST(KVO_HWS_getStationMetrics, "KVO_HWS_getStationMetrics");
+    Request request = CATALOGUE_REQUEST(KVO_HWS_getStationMetrics, "KVO_HWS_getStationMetrics");
     request.variant(name).asks(command + "=0A000005", {station, metric, room(kMetric)});
     for (const auto &[text, value] : good) {
         request.on(key + text, 1, {value});
@@ -49,7 +49,7 @@ Request softkeyType()
 // The daemon reads the command spelt so.
 Request layout()
 {
-    return KVO_REQUEST(KVO_HWS_getStationMetrics, "KVO_HWS_getStationMetrics")
+    return CATALOGUE_REQUEST(KVO_HWS_getStationMetrics, "KVO_HWS_getStationMetrics")
         .variant("oem-layout")
         .asks("getPaneOemLayout=0A000005", {station, 1, room(kMetric)})
         .on("panel-oem-layout=A", 1, {"A"})
@@ -115,7 +115,7 @@ Request clientList()
     const auto arguments = [](uint32_t capacity, unsigned long flags) {
         return Arguments{room(capacity), inOut(capacity), flags};
     };
-    return KVO_REQUEST(KVO_HWS_getClientList, "get client list")
+    return CATALOGUE_REQUEST(KVO_HWS_getClientList, "get client list")
         .asks("getClientList 0 BEEF", arguments(2, 0xBEEF))
         .takesAnyReply()
         .on(two, 1, {clients(both, 2), 2})
@@ -144,7 +144,7 @@ Request clientList()
 
 Request marovantiPanel()
 {
-    return KVO_REQUEST(KVO_HWS_isMarovantiPanel, "is MAROVANTI panel")
+    return CATALOGUE_REQUEST(KVO_HWS_isMarovantiPanel, "is MAROVANTI panel")
         .asks("isMarovantiPanel 0A000005", {station})
         .on("is-Marovanti-Panel=1", 1)
         .on("is-Marovanti-Panel=0", 0)

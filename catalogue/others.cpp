@@ -27,17 +27,14 @@ std::vector<Request> severalExchanges()
     };
 }
 
-/// A buffer of 64 bytes, of which the caller says that it has so many.
-Arguments textOf(uint32_t size) { return {room(64), inOut(size)}; }
-
 // The text is the same in every version: programs compare it whole.
 Request libraryVersion()
 {
-    return KVO_REQUEST(KVO_HWS_getDLLVersion, "get KVO HWS DLL version")
-        .alone(textOf(13), 1, {"V%#.%#.#%.#%", 13})
-        .alone(textOf(64), 1, {"V%#.%#.#%.#%", 64})
-        .alone(textOf(12), -1, {nothing, 12}, "not enough memory")
-        .alone(textOf(0), -1, {nothing, 12}, "not enough memory")
+    return CATALOGUE_REQUEST(KVO_HWS_getDLLVersion, "get KVO HWS DLL version")
+        .alone(sizedText(64, 13), 1, {"V%#.%#.#%.#%", 13})
+        .alone(sizedText(64, 64), 1, {"V%#.%#.#%.#%", 64})
+        .alone(sizedText(64, 12), -1, {nothing, 12}, "not enough memory")
+        .alone(sizedText(64, 0), -1, {nothing, 12}, "not enough memory")
         .nullPointer({nullptr, inOut(64)})
         .nullPointer({room(64), nullptr})
         .kvoctl("version", {})

@@ -14,7 +14,7 @@ const char *const kUnknown = "unknown error sending request";
 std::vector<Request> brightness()
 {
     return {
-        KVO_REQUEST(KVO_HWS_setBacklightBrightness, "set backlight brightness")
+        CATALOGUE_REQUEST(KVO_HWS_setBacklightBrightness, "set backlight brightness")
             .asks("setBacklightBrightness=40 0A000005", {station, 40})
             .on("ok", 1)
             .sends("setBacklightBrightness=0 0A000005", {station, 0})
@@ -26,7 +26,7 @@ std::vector<Request> brightness()
             .wire("`setBacklightBrightness=`*number* *station*", "`ok`, `failed`", "0 to 100 percent, in mode 0")
             .python("Panel.set_backlight_brightness"),
 
-        KVO_REQUEST(KVO_HWS_setBacklightBrightnessV2, "set backlight brightness V2")
+        CATALOGUE_REQUEST(KVO_HWS_setBacklightBrightnessV2, "set backlight brightness V2")
             .asks("setBacklightBrightnessV2=40 1 0A000005", {station, 40, 1})
             .on("ok", 1)
             .on("bad request", -5, kUnsupportedMode)
@@ -44,7 +44,7 @@ std::vector<Request> brightness()
             .python("Panel.set_backlight_brightness"),
 
         // The null check speaks in the setter's name and is -3; "failed" is an unknown reply here.
-        KVO_REQUEST(KVO_HWS_getBacklightBrightnessV2, "get backlight brightness V2")
+        CATALOGUE_REQUEST(KVO_HWS_getBacklightBrightnessV2, "get backlight brightness V2")
             .asks("getBacklightBrightnessV2=0 0A000005", {station, out, 0})
             .on("backlight-brightness-v2=55", 1, {55})
             .on("backlight-brightness-v2=55x", 1, {55})
@@ -70,7 +70,7 @@ std::vector<Request> brightness()
 std::vector<Request> keys()
 {
     return {
-        KVO_REQUEST(KVO_HWS_setDisableNumLock, "set disable NumLock")
+        CATALOGUE_REQUEST(KVO_HWS_setDisableNumLock, "set disable NumLock")
             .asks("setDisableNumLock=1 0A000005", {station, 1})
             .on("ok", 1)
             .sends("setDisableNumLock=0 0A000005", {station, 0})
@@ -80,7 +80,7 @@ std::vector<Request> keys()
             .wire("`setDisableNumLock=0 `*station*, `setDisableNumLock=1 `*station*", "`ok`, `failed`", "1 disables the key")
             .python("Panel.set_disable_num_lock"),
 
-        KVO_REQUEST(KVO_HWS_setDisableCapsLock, "set disable CapsLock")
+        CATALOGUE_REQUEST(KVO_HWS_setDisableCapsLock, "set disable CapsLock")
             .asks("setDisableCapsLock=1 0A000005", {station, 1})
             .on("ok", 1)
             .sends("setDisableCapsLock=0 0A000005", {station, 0})
@@ -90,7 +90,7 @@ std::vector<Request> keys()
             .wire("`setDisableCapsLock=0 `*station*, `setDisableCapsLock=1 `*station*", "`ok`, `failed`", "1 disables the key")
             .python("Panel.set_disable_caps_lock"),
 
-        KVO_REQUEST(KVO_HWS_getDisableNumLock, "get disable NumLock")
+        CATALOGUE_REQUEST(KVO_HWS_getDisableNumLock, "get disable NumLock")
             .asks("getDisableNumLock=0A000005", {station, out})
             .on("disable numlock 0", 1, {0})
             .on("disable numlock 1", 1, {1})
@@ -106,7 +106,7 @@ std::vector<Request> keys()
             .python("Panel.get_disable_num_lock"),
 
         // The daemon sends it spelt so; the right spelling is unknown.
-        KVO_REQUEST(KVO_HWS_getDisableCapsLock, "get disable CapsLock")
+        CATALOGUE_REQUEST(KVO_HWS_getDisableCapsLock, "get disable CapsLock")
             .asks("getDisableCapsLock=0A000005", {station, out})
             .on("diable capslock 0", 1, {0})
             .on("diable capslock 1", 1, {1})
@@ -119,7 +119,7 @@ std::vector<Request> keys()
                   "spelt so; clients know no other spelling")
             .python("Panel.get_disable_caps_lock"),
 
-        KVO_REQUEST(KVO_HWS_getSwCapsLock, "get Sw CapsLock")
+        CATALOGUE_REQUEST(KVO_HWS_getSwCapsLock, "get Sw CapsLock")
             .asks("getSwCapsLock=0A000005", {station, out})
             .on("swcapslock 0", 1, {0})
             .on("swcapslock 1", 1, {1})
@@ -132,7 +132,7 @@ std::vector<Request> keys()
             .wire("`getSwCapsLock=`*station*", "`swcapslock -1`, `swcapslock 0`, `swcapslock 1`, `failed`", "")
             .python("Panel.get_sw_caps_lock"),
 
-        KVO_REQUEST(KVO_HWS_setSwCapsLock, "set Sw CapsLock")
+        CATALOGUE_REQUEST(KVO_HWS_setSwCapsLock, "set Sw CapsLock")
             .asks("setSwCapsLock=-1 0A000005", {station, -1})
             .on("ok", 1)
             .sends("setSwCapsLock=0 0A000005", {station, 0})
@@ -150,13 +150,14 @@ std::vector<Request> kindsAndModes()
 {
     return {
         // Of a null pointer it says so on standard error as well.
-        KVO_REQUEST(KVO_HWS_getStationType, "get Station Type")
+        CATALOGUE_REQUEST(KVO_HWS_getStationType, "get Station Type")
             .asks("getStationType=0A000005", {station, out})
             .on("stationtype 0", 1, {0})
             .on("stationtype 1", 1, {1})
             .on("stationtype -1", 1, {-1})
             .unknown("stationtype 2")
             .nullPointer({station, nullptr})
+            .prints("pimode == NULL\n")
             .soak({1, -1, -2})
             .kvoctl("panel type", {kHere})
             .shows("stationtype -1", "-1\n", R"({"type": -1})")
@@ -165,7 +166,7 @@ std::vector<Request> kindsAndModes()
             .python("Panel.get_station_type"),
 
         // The number is stored before it is judged.
-        KVO_REQUEST(KVO_HWS_getRV4Mode, "get RV4 mode")
+        CATALOGUE_REQUEST(KVO_HWS_getRV4Mode, "get RV4 mode")
             .asks("getRV4Mode=0A000005", {station, out})
             .on("rv4mode=0", 1, {0})
             .on("rv4mode=1", 1, {1})
@@ -182,7 +183,7 @@ std::vector<Request> kindsAndModes()
             .wire("`getRV4Mode=`*station*", "`rv4mode=`*number*, `not_a_rv4`, `failed`", "")
             .python("Panel.get_handheld_mode"),
 
-        KVO_REQUEST(KVO_HWS_setRV4Mode, "set RV4 mode")
+        CATALOGUE_REQUEST(KVO_HWS_setRV4Mode, "set RV4 mode")
             .asks("setRV4Mode=\"1\" 0A000005", {station, 1})
             .on("ok", 1)
             .on("not_a_rv4", 0, "not a RV4")

@@ -1,6 +1,7 @@
 // What all requests have in common, and what a row adds to it.
 #include "catalogue/request.h"
 
+#include <cctype>
 #include <stdexcept>
 
 namespace catalogue {
@@ -24,6 +25,32 @@ Request &Request::alsoLogs(std::string message)
     return *this;
 }
 
+namespace {
+
+/// What a text can contribute to a name: letters, digits and underscores.
+std::string nameOf(const std::string &text)
+{
+    constexpr std::size_t kLongest = 40;
+    std::string name;
+    for (const char character : text.substr(0, kLongest)) {
+        const bool fits = std::isalnum(static_cast<unsigned char>(character)) != 0;
+        if (fits || (!name.empty() && name.back() != '_')) {
+            name += fits ? character : '_';
+        }
+    }
+    return name.empty() ? "nothing" : name;
+}
+
+}  // namespace
+
+Exchange &Request::last()
+{
+    if (exchanges_.empty()) {
+        throw std::logic_error(name() + ": no row that this could belong to");
+    }
+    return exchanges_.back();
+}
+
 Exchange &Request::add(const std::string &kind, Arguments arguments, std::vector<std::string> commands,
                        std::vector<std::string> replies, int32_t result)
 {
@@ -31,7 +58,13 @@ Exchange &Request::add(const std::string &kind, Arguments arguments, std::vector
         throw std::logic_error(name() + ": " + std::to_string(arguments.size()) + " arguments for " +
                                std::to_string(function_.parameters()) + " parameters");
     }
-    exchanges_.push_back({.name = kind + "_" + std::to_string(exchanges_.size() + 1),
+    if (kind == "reply" && commands_.empty()) {
+        throw std::logic_error(name() + ": a reply without a command that it is to");
+    }
+    const bool shows = kind == "reply" && !replies.empty();
+    const std::string base = shows ? kind + "_" + nameOf(replies.back()) : kind;
+    const auto same = std::ranges::count_if(exchanges_, [&](const Exchange &other) { return other.name.starts_with(base); });
+    exchanges_.push_back({.name = same == 0 ? base : base + "_" + std::to_string(same + 1),
                           .arguments = std::move(arguments),
                           .commands = std::move(commands),
                           .replies = std::move(replies),
@@ -57,20 +90,21 @@ Request &Request::on(const std::string &reply, int32_t result, Values values, co
 
 Request &Request::given(Arguments arguments)
 {
-    exchanges_.back().arguments = std::move(arguments);
-    exchanges_.back().usual = false;
+    last().arguments = std::move(arguments);
+    last().usual = false;
     return *this;
 }
 
 Request &Request::given(std::vector<std::string> commands, Arguments arguments)
 {
-    exchanges_.back().commands = std::move(commands);
+    last().commands = std::move(commands);
     return given(std::move(arguments));
 }
 
 Request &Request::sends(const std::string &command, Arguments arguments)
 {
-    const Exchange first = exchanges_.at(0);
+    last();  // there has to be one
+    const Exchange first = exchanges_.front();
     Exchange &exchange = add("sends", std::move(arguments), {command}, first.replies, first.result);
     exchange.usual = false;
     exchange.values = first.values;
@@ -116,7 +150,13 @@ Request &Request::withoutServiceStores(Values values)
 
 Request &Request::thenLogs(const std::string &reason)
 {
-    exchanges_.back().messages.push_back(message(reason));
+    last().messages.push_back(message(reason));
+    return *this;
+}
+
+Request &Request::prints(std::string text)
+{
+    last().printed = std::move(text);
     return *this;
 }
 
@@ -146,8 +186,10 @@ Request &Request::nullPointer(Arguments arguments, const std::string &label)
 
 Request &Request::alone(Arguments arguments, int32_t result, Values values, const std::string &reason)
 {
-    refuses(std::move(arguments), result, reason);
-    exchanges_.back().values = std::move(values);
+    Exchange &exchange = add("alone", std::move(arguments), {}, {"asked"}, result);
+    exchange.values = std::move(values);
+    exchange.messages = messages(reason);
+    exchange.usual = false;
     return *this;
 }
 
@@ -188,7 +230,7 @@ Request &Request::python(std::string method)
     return *this;
 }
 
-std::vector<Exchange> Request::exchanges() const
+std::vector<Exchange> Request::allExchanges() const
 {
     std::vector<Exchange> all = exchanges_;
     if (commands_.empty()) {

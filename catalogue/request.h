@@ -55,6 +55,7 @@ struct Exchange {
     int32_t result;
     Values values{};                      ///< of the outputs in their order; none: nothing is stored
     std::vector<std::string> messages{};  ///< what is logged
+    std::string printed{};                ///< what standard error gets
     Service service = Service::answers;
     bool usual = true;  ///< called with the arguments that the request's command is for
 };
@@ -89,7 +90,7 @@ public:
     /// @p label  with which its log messages begin; empty: it logs none
     Request(Function function, std::string label) : function_(std::move(function)), label_(std::move(label)) {}
 
-    // ---- What is asked ----
+    // ---- What is asked, before all that follows ----
 
     /// The command for @p arguments, which are also those of the replies that follow.
     Request &asks(std::vector<std::string> commands, Arguments arguments);
@@ -113,7 +114,7 @@ public:
         return on(reply, result, Values{}, reason);
     }
     Request &on(std::vector<std::string> replies, int32_t result, Values values, const std::string &reason = "");
-    /// Other arguments for the reply before, and the commands that they make where these are others too.
+    /// Other arguments for the row before, and the commands that they make where these are others too.
     Request &given(Arguments arguments);
     Request &given(std::vector<std::string> commands, Arguments arguments);
     /// Another call and its command; the reply means the same as the first.
@@ -130,10 +131,13 @@ public:
     Request &withoutServiceStores(Values values);
     /// One more message of the row before.
     Request &thenLogs(const std::string &reason);
+    /// What the row before prints on standard error.
+    Request &prints(std::string text);
     /// What follows the label in the log when no exchange takes place, " (count)".
     Request &exchangeCalled(std::string remark);
 
-    /// A call that is refused before anything is sent. @p label  where it speaks in another's name
+    /// A call that is refused before anything is sent. @p reason  empty: nothing is logged. @p label  where it speaks in
+    /// another's name
     Request &refuses(Arguments arguments, int32_t result, const std::string &reason, const std::string &label = "");
     Request &nullPointer(Arguments arguments, const std::string &label = "");
     /// A call that needs no service.
@@ -163,8 +167,8 @@ public:
     [[nodiscard]] const std::string &label() const { return label_; }
     [[nodiscard]] const std::vector<std::string> &commands() const { return commands_; }
     [[nodiscard]] const Arguments &arguments() const { return arguments_; }
-    [[nodiscard]] std::vector<Exchange> exchanges() const;
-    [[nodiscard]] const std::vector<Exchange> &answers() const { return exchanges_; }
+    [[nodiscard]] std::vector<Exchange> allExchanges() const;
+    [[nodiscard]] const std::vector<Exchange> &ownExchanges() const { return exchanges_; }
     [[nodiscard]] int32_t unknownResult() const { return unknown_.result; }
     [[nodiscard]] int32_t failedResult() const { return failed_.result; }
     [[nodiscard]] int32_t withoutService() const { return withoutService_; }
@@ -176,7 +180,7 @@ public:
     [[nodiscard]] const std::vector<Wire> &wires() const { return wires_; }
     [[nodiscard]] const std::vector<Shown> &shown() const { return shown_; }
     [[nodiscard]] const std::string &pythonMethod() const { return python_; }
-    /// Whether it has something stored, rather than only done or said by its result.
+    /// Whether it stores something.
     [[nodiscard]] bool hasOutputs() const
     {
         return std::ranges::any_of(arguments_, [](const Argument &argument) { return argument.kind == Argument::Kind::room; });
@@ -188,6 +192,8 @@ private:
         std::string reason;
     };
 
+    /// The row before; throws where there is none.
+    Exchange &last();
     Exchange &add(const std::string &kind, Arguments arguments, std::vector<std::string> commands,
                   std::vector<std::string> replies, int32_t result);
     [[nodiscard]] std::string message(const std::string &reason, const std::string &label = "") const;
@@ -230,4 +236,4 @@ inline std::vector<Request> joined(const std::vector<std::vector<Request>> &grou
 }  // namespace catalogue
 
 /// A request by its function, which is also its name.
-#define KVO_REQUEST(function, label) catalogue::Request(catalogue::Function(#function, function), label)
+#define CATALOGUE_REQUEST(function, label) catalogue::Request(catalogue::Function(#function, function), label)

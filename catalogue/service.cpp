@@ -12,7 +12,7 @@ namespace {
 std::vector<Request> levelsAndLocks()
 {
     return {
-        KVO_REQUEST(KVO_HWS_setDebugLevel, "")
+        CATALOGUE_REQUEST(KVO_HWS_setDebugLevel, "")
             .asks("setDebugLevel=DEBUG_LEVEL_II", {2})
             .on("ok", 1)
             .sends("setDebugLevel=DEBUG_LEVEL_NONE", {0})
@@ -25,7 +25,7 @@ std::vector<Request> levelsAndLocks()
                   "`ok`, `failed`", "sets the service's debug level")
             .python("Service.set_debug_level"),
 
-        KVO_REQUEST(KVO_HWS_getDebugLevel, "")
+        CATALOGUE_REQUEST(KVO_HWS_getDebugLevel, "")
             .asks("getDebugLevel", {})
             .on("DEBUG_LEVEL_NONE", 0)
             .on("DEBUG_LEVEL_I", 1)
@@ -38,8 +38,8 @@ std::vector<Request> levelsAndLocks()
             .wire("`getDebugLevel`", "`DEBUG_LEVEL_NONE`, `DEBUG_LEVEL_I`, `DEBUG_LEVEL_II`", "the level that was set last")
             .python("Service.get_debug_level"),
 
-        // These have never told a missing service from another failure.
-        KVO_REQUEST(KVO_HWS_lockKVORegData, "")
+        // A missing service has the same result as another failure here.
+        CATALOGUE_REQUEST(KVO_HWS_lockKVORegData, "")
             .asks("lockKVORegData", {})
             .on("ok", 1)
             .on("busy", 0)
@@ -49,7 +49,7 @@ std::vector<Request> levelsAndLocks()
             .wire("`lockKVORegData`", "`ok`, `busy`, `failed`",
                   "takes the lock; `busy` while anyone holds it, the same client included")
             .python("Service.lock_registry"),
-        KVO_REQUEST(KVO_HWS_unlockKVORegData, "")
+        CATALOGUE_REQUEST(KVO_HWS_unlockKVORegData, "")
             .asks("unlockKVORegData", {})
             .on("ok", 1)
             .unknown("busy")
@@ -64,7 +64,7 @@ std::vector<Request> lights()
 {
     return {
         // The message is another function's, and comes with every reply.
-        KVO_REQUEST(KVO_HWS_setBacklight, "set backlight")
+        CATALOGUE_REQUEST(KVO_HWS_setBacklight, "set backlight")
             .alsoLogs("get KVO HWS version - can not allocate memory")
             .asks("setBacklight=1", {1})
             .on("ok", 1)
@@ -78,7 +78,7 @@ std::vector<Request> lights()
                   "backlight off or on, of the panel that the service runs on; it names no station")
             .python("Service.set_backlight"),
 
-        KVO_REQUEST(KVO_HWS_setBrightness, "set brightness")
+        CATALOGUE_REQUEST(KVO_HWS_setBrightness, "set brightness")
             .asks("setBrightness=1 0A000005", {station, 1})
             .on("ok", 1)
             .sends("setBrightness=0 0A000005", {station, 0})
@@ -94,14 +94,11 @@ std::vector<Request> lights()
     };
 }
 
-/// A buffer of 64 bytes, of which the caller says that it has so many.
-Arguments textOf(uint32_t size) { return {room(64), inOut(size)}; }
-
 std::vector<Request> state()
 {
     return {
         // Of an unknown reply it says what it says of "failed".
-        KVO_REQUEST(KVO_HWS_isInitComplete, "is init complete")
+        CATALOGUE_REQUEST(KVO_HWS_isInitComplete, "is init complete")
             .asks("isInitComplete", {})
             .on("yes", 1)
             .on("no", 0)
@@ -113,7 +110,7 @@ std::vector<Request> state()
             .wire("`isInitComplete`", "`yes`, `no`", "whether the service has finished starting")
             .python("Service.is_ready"),
 
-        KVO_REQUEST(KVO_HWS_killDaemon, "kill daemon")
+        CATALOGUE_REQUEST(KVO_HWS_killDaemon, "kill daemon")
             .asks("killDaemon", {})
             .takesAnyReply()
             .on("ok", 1)
@@ -124,21 +121,21 @@ std::vector<Request> state()
             .python("Service.kill"),
 
         // Any text is a version.
-        KVO_REQUEST(KVO_HWS_getKVOHWSVersion, "get KVO HWS version")
-            .asks("getVersion", textOf(64))
+        CATALOGUE_REQUEST(KVO_HWS_getKVOHWSVersion, "get KVO HWS version")
+            .asks("getVersion", sizedText(64, 64))
             .takesAnyReply()
             .on("V4.7.1-123", 1, {"V4.7.1-123", 64})
             .on("failed", 1, {"failed", 64})
             .on("V4.7.1-123", 1, {"V4.7.1-123", 11})
-            .given(textOf(11))
+            .given(sizedText(64, 11))
             .on("V4.7.1-123", -1, {nothing, 10}, "not enough memory")
-            .given(textOf(10))
+            .given(sizedText(64, 10))
             .on("V4.7.1-123", -1, {nothing, 10}, "not enough memory")
-            .given(textOf(3))
+            .given(sizedText(64, 3))
             .on("", 1, {"", 1})
-            .given(textOf(1))
+            .given(sizedText(64, 1))
             .on("", -1, {nothing, 0}, "not enough memory")
-            .given(textOf(0))
+            .given(sizedText(64, 0))
             .nullPointer({nullptr, inOut(64)})
             .nullPointer({room(64), nullptr})
             .soak({1, -1, -2})
@@ -146,8 +143,8 @@ std::vector<Request> state()
             .wire("`getVersion`", "any text", "the service's version")
             .python("Service.get_version"),
 
-        // It has never told a missing service from another failure, and logs nothing itself.
-        KVO_REQUEST(KVO_HWS_isUSBEventsActivated, "")
+        // A missing service has the same result as another failure here, and it logs nothing itself.
+        CATALOGUE_REQUEST(KVO_HWS_isUSBEventsActivated, "")
             .asks("isUSBEventsActivated", {})
             .on("yes", 1)
             .on("no", 0)

@@ -33,7 +33,7 @@ Record stationOf(uint32_t address, const char *name, uint32_t attr1, uint32_t at
     return record;
 }
 
-/// The first @p count of the two stations, in an array of @p capacity that is zero behind them.
+/// The first @p count of the two stations, in an array of @p capacity that is zero after them.
 template <class Record>
 Stored stations(std::size_t count, std::size_t capacity)
 {
@@ -55,7 +55,7 @@ Request basicList()
 {
     const auto some = stations<KvoDescription>;
     const std::string both = "00000002 " + kOne + kTwo;
-    return KVO_REQUEST(KVO_HWS_getDescriptionList, "get KVO description list")
+    return CATALOGUE_REQUEST(KVO_HWS_getDescriptionList, "get KVO description list")
         .exchangeCalled(" (count)")
         .asks(Commands{"getCountElemDL", "getDLV2 2"}, arrayOf(2))
         .takesAnyReply()
@@ -94,7 +94,7 @@ Request extendedList()
 {
     const auto some = stations<KvoDescriptionEx>;
     const std::string both = "00000002 " + kOne + kExtension + kTwo + kExtension;
-    return KVO_REQUEST(KVO_HWS_getDescriptionListEx, "get KVO description list extended")
+    return CATALOGUE_REQUEST(KVO_HWS_getDescriptionListEx, "get KVO description list extended")
         .exchangeCalled(" (count)")
         .asks(Commands{"getCountElemDL_Ex", "getDL_ExV2 2"}, arrayOf(2))
         .takesAnyReply()
@@ -147,7 +147,7 @@ Request &looksUp(Request &request, const std::string &command, const Arguments &
 
 std::vector<Request> oneStation()
 {
-    Request byAddress = KVO_REQUEST(KVO_HWS_getDescriptionEx, "get KVO description extended");
+    Request byAddress = CATALOGUE_REQUEST(KVO_HWS_getDescriptionEx, "get KVO description extended");
     looksUp(byAddress.variant("by address"), "getExDescByIP 0A000005", {station, nullptr, out})
         .on(kOne + kExtension, 1, {stations<KvoDescriptionEx>(1, 1)})
         .given({station, "x", out})  // an address comes before a name
@@ -157,7 +157,7 @@ std::vector<Request> oneStation()
         .kvoctl("station", {"10.0.0.5"})
         .wire("`getExDescByIP` *station*", "an extended element, `not found`, `failed`", "one station by its address")
         .python("Service.find_station");
-    Request byName = KVO_REQUEST(KVO_HWS_getDescriptionEx, "get KVO description extended");
+    Request byName = CATALOGUE_REQUEST(KVO_HWS_getDescriptionEx, "get KVO description extended");
     looksUp(byName.variant("by name"), "getExDescByName x y", {0, "x y", out})
         .kvoctl("station", {"x y"})
         .wire("`getExDescByName` *name*", "an extended element, `not found`, `failed`",

@@ -9,7 +9,7 @@ namespace {
 
 Request theLock()
 {
-    return KVO_REQUEST(KVO_HWS_getUsbLock, "get KVO usb lock")
+    return CATALOGUE_REQUEST(KVO_HWS_getUsbLock, "get KVO usb lock")
         .asks("getUsbLock=0A000005", {station, out, out})
         .on("usb-lock=1:2", 1, {1, 2})
         .on("usb-lock=1:2x", 1, {1, 2})
@@ -70,14 +70,14 @@ Request &connectors(Request &request, const std::string &command, const std::str
 
 std::vector<Request> connectorLists()
 {
-    Request all = KVO_REQUEST(KVO_HWS_getUsbConnectorList, "get usb connector list");
+    Request all = CATALOGUE_REQUEST(KVO_HWS_getUsbConnectorList, "get usb connector list");
     connectors(all, "getUsbConnectorList", "usb-connector-list=", {})
         .kvoctl("usb connectors", {})
         .shows("usb-connector-list=X1 X2", "X1 X2\n", R"({"connectors": "X1 X2"})")
         .wire("`getUsbConnectorList`", "`usb-connector-list=`*list*, `busy`, `failed`",
               "connectors of all stations; `busy` while those of any are looked for")
         .python("Service.get_usb_connectors");
-    Request one = KVO_REQUEST(KVO_HWS_getUsbConnectorListOne, "get usb connector list");
+    Request one = CATALOGUE_REQUEST(KVO_HWS_getUsbConnectorListOne, "get usb connector list");
     connectors(one, "getUsbConnectorListOne=0A000005", "usb-connector-list-one=", {station})
         .kvoctl("usb connectors", {kHere})
         .shows("usb-connector-list-one=X1 X2", "X1 X2\n", R"({"connectors": "X1 X2"})")

@@ -10,7 +10,7 @@ namespace {
 std::vector<Request> stationAround()
 {
     return {
-        KVO_REQUEST(KVO_HWS_setStatusline, "set status line")
+        CATALOGUE_REQUEST(KVO_HWS_setStatusline, "set status line")
             .asks("setStatusline=0A000005,1,2,Hello", {station, 1, 2, "Hello"})
             .on("ok", 1)
             .sends("setStatusline=0A000005,4294967295,4294967294,", {station, 0xFFFFFFFF, 0xFFFFFFFE, ""})
@@ -21,7 +21,7 @@ std::vector<Request> stationAround()
                   "the station stands first here; the text is the rest of the line")
             .python("Panel.set_statusline"),
 
-        KVO_REQUEST(KVO_HWS_rebootKVO, "set reboot")
+        CATALOGUE_REQUEST(KVO_HWS_rebootKVO, "set reboot")
             .asks("reboot=0A000005", {station})
             .on("ok", 1)
             .kvoctl("viewer reboot", {kHere})
@@ -29,7 +29,7 @@ std::vector<Request> stationAround()
                   "the viewer stops; status line, simulated key, software CapsLock and focus are lost")
             .python("Panel.reboot"),
 
-        KVO_REQUEST(KVO_HWS_isViewerActive, "is viewer active")
+        CATALOGUE_REQUEST(KVO_HWS_isViewerActive, "is viewer active")
             .asks("isViewerActive=0A000005", {station})
             .on("active", 1)
             .on("not active", 0)
@@ -41,7 +41,7 @@ std::vector<Request> stationAround()
             .wire("`isViewerActive=`*station*", "`active`, `not active`, `failed`", "whether it runs")
             .python("Panel.is_viewer_active"),
 
-        KVO_REQUEST(KVO_HWS_setActivateMe, "activate me")
+        CATALOGUE_REQUEST(KVO_HWS_setActivateMe, "activate me")
             .asks("activateMe=0A000005", {station})
             .on("ok", 1)
             .on("busy", 0)
@@ -57,7 +57,7 @@ std::vector<Request> startAndStop()
 {
     return {
         // The null check says "set start viewer", everything else "start viewer".
-        KVO_REQUEST(KVO_HWS_setStartViewer, "start viewer")
+        CATALOGUE_REQUEST(KVO_HWS_setStartViewer, "start viewer")
             .asks("startViewer=\"a:b:c\" 0A000005", {station, "a", "b", "c"})
             .on("ok", 1)
             .on("busy", 0)
@@ -69,7 +69,7 @@ std::vector<Request> startAndStop()
                   "starts the viewer; `busy` while one runs or somebody else operates it")
             .python("Panel.start_viewer"),
 
-        KVO_REQUEST(KVO_HWS_startConfiguredViewer, "start configured viewer")
+        CATALOGUE_REQUEST(KVO_HWS_startConfiguredViewer, "start configured viewer")
             .asks("startConfiguredViewer=\"cfg:3\" 0A000005", {station, "cfg", 3})
             .on("ok", 1)
             .on("busy", 0)
@@ -81,7 +81,7 @@ std::vector<Request> startAndStop()
                   "the same for a configured connection")
             .python("Panel.start_configured_viewer"),
 
-        KVO_REQUEST(KVO_HWS_setStopViewer, "stop viewer")
+        CATALOGUE_REQUEST(KVO_HWS_setStopViewer, "stop viewer")
             .asks("stopViewer=0A000005", {station})
             .on("ok", 1)
             .on("not running", 0)
@@ -91,7 +91,7 @@ std::vector<Request> startAndStop()
             .wire("`stopViewer=`*station*", "`ok`, `not running`, `failed`", "stops the viewer, and clears the status line")
             .python("Panel.stop_viewer"),
 
-        KVO_REQUEST(KVO_HWS_setStopViewerPreempt, "stop viewer preempt")
+        CATALOGUE_REQUEST(KVO_HWS_setStopViewerPreempt, "stop viewer preempt")
             .asks("stopViewerPreempt=0A000005", {station})
             .on("ok", 1)
             .on("not running", 0)
@@ -99,7 +99,7 @@ std::vector<Request> startAndStop()
             .wire("`stopViewerPreempt=`*station*", "`ok`, `not running`, `failed`", "the same")
             .python("Panel.stop_viewer_preempt"),
 
-        KVO_REQUEST(KVO_HWS_setStopViewerNoClean, "stop viewer no clean")
+        CATALOGUE_REQUEST(KVO_HWS_setStopViewerNoClean, "stop viewer no clean")
             .asks("stopViewerNoClean=0A000005", {station})
             .on("ok", 1)
             .on("not running", 0)
@@ -121,7 +121,7 @@ Request currentServer()
 {
     const std::string longest(1024, 's');
     const Arguments ordinary = serverOf(16, 4);
-    return KVO_REQUEST(KVO_HWS_getCurrentServer, "get current server")
+    return CATALOGUE_REQUEST(KVO_HWS_getCurrentServer, "get current server")
         .asks("getCurServer=0A000005", ordinary)
         .on("vncserver=10.0.0.7:3", 1, {"10.0.0.7", 9, "3", 2})
         .on("none", 0)

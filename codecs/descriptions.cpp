@@ -17,17 +17,6 @@ namespace {
 using kvo_hws::readNumber;
 namespace hex = kvo_hws::hex;
 
-static_assert(sizeof(KvoDescription) == 276);
-static_assert(offsetof(KvoDescription, name) == 4 && offsetof(KvoDescription, attr1) == 264);
-static_assert(sizeof(KvoDescriptionEx) == 304);
-static_assert(offsetof(KvoDescriptionEx, attr3) == 272 && offsetof(KvoDescriptionEx, extAttr1) == 276);
-static_assert(offsetof(KvoDescriptionEx, extAttr7) == 300);
-static_assert(sizeof(KvoClientEntry) == 264 && offsetof(KvoClientEntry, name) == 4);
-static_assert(sizeof(ConnectionClientEntry) == 264 && offsetof(ConnectionClientEntry, value) == 260);
-static_assert(offsetof(ConnectionEntry, address) == 16 && offsetof(ConnectionEntry, name) == 24);
-static_assert(offsetof(ConnectionEntry, attr1) == 284 && offsetof(ConnectionEntry, extAttr1) == 312);
-static_assert(offsetof(ConnectionEntry, extAttr2) == 324 && offsetof(ConnectionEntry, extAttr6) == 340);
-
 constexpr int kRead = 1;
 constexpr int kMalformed = -1;
 constexpr uint32_t kNoCount = 0xFFFFFFFF;

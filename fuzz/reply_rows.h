@@ -144,7 +144,7 @@ class Row {
 public:
     Row(const catalogue::Request &request, Reading reading) : request_(&request), reading_(std::move(reading))
     {
-        for (const catalogue::Exchange &exchange : request.exchanges()) {
+        for (const catalogue::Exchange &exchange : request.allExchanges()) {
             codes_.insert(exchange.result);
         }
         codes_.insert(request.soakResults().begin(), request.soakResults().end());
@@ -201,7 +201,7 @@ public:
     [[nodiscard]] std::vector<Replies> knownReplies() const
     {
         std::vector<Replies> all;
-        for (const catalogue::Exchange &exchange : request_->exchanges()) {
+        for (const catalogue::Exchange &exchange : request_->allExchanges()) {
             if (!exchange.commands.empty() && !exchange.replies.empty()) {
                 all.push_back({.lines = exchange.replies});
                 for (std::string &line : all.back().lines) {
@@ -233,7 +233,7 @@ private:
     /// A reply that is exactly one of the catalogue's, or means what all others mean.
     int32_t readWord(Outputs &out, const std::string &reply) const
     {
-        for (const catalogue::Exchange &exchange : request_->answers()) {
+        for (const catalogue::Exchange &exchange : request_->ownExchanges()) {
             if (!exchange.commands.empty() && exchange.replies.front() == reply) {
                 for (std::size_t area = 0; area < exchange.values.size(); ++area) {
                     out.store(area, exchange.values[area].bytes.value_or(""));
@@ -242,7 +242,7 @@ private:
             }
         }
         if (request_->takesEverything()) {
-            return request_->answers().front().result;
+            return request_->ownExchanges().front().result;
         }
         return reply == "failed" ? request_->failedResult() : request_->unknownResult();
     }

@@ -502,7 +502,7 @@ int32_t cutText(uint32_t address, char *text, uint32_t *size) { return kvo_hws::
 const catalogue::Request &cutTextRequest()
 {
     static const catalogue::Request kRequest =
-        KVO_REQUEST(cutText, "")
+        CATALOGUE_REQUEST(cutText, "")
             .asks("getKVOt2m2n=0A000005", {catalogue::station, catalogue::room(1), catalogue::inOut(1)})
             .soak({1, -1, -2});
     return kRequest;

@@ -16,7 +16,7 @@ while [[ ${1-} =~ ^(analyze|check|tidy)$ ]]; do
 done
 [ ${#steps[@]} -gt 0 ] || steps=(analyze check tidy)
 
-[ $# -gt 0 ] || set -- include runtime service codecs requests usbevents config agent platform tools examples
+[ $# -gt 0 ] || set -- include runtime service codecs requests usbevents config agent platform catalogue tools examples
 for folder; do
     [ -d "$folder" ] || refuse "\"$folder\" is neither a step (analyze, check, tidy) nor a folder here"
 done
@@ -34,7 +34,7 @@ check() {
     local copy=build/lint/cppcheck
     rm -rf "$copy"
     mkdir -p "$copy"
-    cp -r include runtime service codecs requests usbevents config agent platform tools examples tests "$copy"
+    cp -r include runtime service codecs requests usbevents config agent platform catalogue tools examples tests "$copy"
     find "$copy" -name '*.cpp' -o -name '*.h' | xargs sed -i -E 's/\b([0-9]+)(us|ms|s|min)\b/std::chrono::seconds(\1)/g'
     (cd "$copy" && cppcheck -j "$(nproc)" --quiet --std=c++20 --std=c11 -I include -I . --error-exitcode=1 \
         --enable=warning,style,performance,portability --suppressions-list="$OLDPWD/cmake/cppcheck-suppressions.txt" \

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Usage: scripts/rewrite.sh
-# Writes anew what follows from the sources: the description of the binary interface, the package's list of symbols, the list of
+# Rewrites what follows from the sources: the description of the binary interface, the package's list of symbols, the list of
 # log texts, and the tables of docs/. Each is compared with the sources by a test; this builds the release preset, lets those tests
 # write, and shows what has changed, to be read before it is committed.
 set -euo pipefail

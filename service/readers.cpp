@@ -26,8 +26,7 @@ constexpr std::size_t kRound = 1024;                           // bytes taken at
 constexpr std::size_t kLargestRound = std::size_t{64} * 1024;  // bytes taken at a time of a long line
 constexpr auto kRoundPause = 10ms;                             // lets a slow writer go on instead of spinning
 
-static_assert(offsetof(SocketCache, uiFill) == 1028 && sizeof(SocketCache::acData) == kRound + 4);
-static_assert(offsetof(DynBuffer, uiLength) == sizeof(char *));
+static_assert(sizeof(SocketCache::acData) == kRound + 4);
 
 enum ReadResult : int {
     kLine = 1,

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Compares the tables of docs/ with the catalogue of requests, or writes them anew with KVO_WRITE_TABLES=1 in the environment.
+"""Compares the tables of docs/ with the catalogue of requests, or rewrites them with KVO_WRITE_TABLES=1 in the environment.
 
     tables_test.py ROOT LIST          LIST is the program that prints the catalogue
 
@@ -80,7 +80,7 @@ def check_tables():
             path.write_text(wanted)
             print(f"{path.relative_to(ROOT)} is written")
         elif wanted != page:
-            yield f"{path.relative_to(ROOT)}: a table is not as the catalogue has it; KVO_WRITE_TABLES=1 writes it anew"
+            yield f"{path.relative_to(ROOT)}: a table is not as the catalogue has it; KVO_WRITE_TABLES=1 rewrites it"
     for name in sorted(TABLES.keys() - found):
         yield f"no page has the table {name}"
 

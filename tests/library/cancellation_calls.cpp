@@ -29,7 +29,7 @@ void readRegistry(int32_t (*read)(KvoDescription *list, uint32_t *count, uint32_
 /// In every way in which the catalogue calls it.
 void callRequest(const catalogue::Request &request)
 {
-    for (const catalogue::Exchange &exchange : request.answers()) {
+    for (const catalogue::Exchange &exchange : request.ownExchanges()) {
         catalogue::Outputs outputs = request.function().outputsFor(exchange.arguments, '\0');
         const std::vector<void *> rooms = outputs.addresses();
         exposed([&] { request.function()(exchange.arguments, rooms); });
@@ -43,7 +43,7 @@ Calls requestCalls()
     Calls calls;
     for (const catalogue::Family &family : catalogue::families()) {
         for (const catalogue::Request &request : family.requests) {
-            if (!request.answers().empty()) {
+            if (!request.ownExchanges().empty()) {
                 Call &call = calls[request.function().name()];
                 call = [others = call, &request] {
                     if (others) {

@@ -1,14 +1,13 @@
 // Every request as the catalogue has it: against each reply, without a service, with one that closes the connection, and called
-// in ways that are refused. The result, every byte of the outputs, what the service hears and what is logged.
+// in ways that are refused. The result, every byte of the outputs, what the service hears, what is logged and what is printed.
 #include "catalogue/catalogue.h"
 
-#include "support/scripted_service.h"
+#include "support/catalogue_service.h"
 #include "support/syslog_capture.h"
 
 #include <algorithm>
 #include <cctype>
 #include <gtest/gtest.h>
-#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -25,19 +24,6 @@ struct Row {
 std::ostream &operator<<(std::ostream &out, const Row &row)
 {
     return out << row.request->name() << ", reply " << testing::PrintToString(row.exchange.replies);
-}
-
-/// For a service that behaves as the exchange wants it; none where there is to be none.
-std::vector<support::Script> scriptsOf(const Exchange &exchange)
-{
-    if (exchange.service == Exchange::Service::closes) {
-        return {support::closesAfterRequest()};
-    }
-    std::vector<support::Script> scripts;
-    for (const std::string &reply : exchange.replies) {
-        scripts.push_back(support::replies(reply));
-    }
-    return scripts;
 }
 
 /// What the memory of the outputs holds when it has begun as @p before and the call has stored what it should.
@@ -63,11 +49,7 @@ class Requests : public testing::TestWithParam<Row> {};
 TEST_P(Requests, are_as_the_catalogue_has_them)
 {
     const auto &[request, exchange] = GetParam();
-    const std::vector<support::Script> scripts = scriptsOf(exchange);
-    std::optional<support::ScriptedService> service;
-    if (!scripts.empty()) {
-        service.emplace(scripts);
-    }
+    const support::CatalogueService service(exchange);
     const catalogue::Outputs before = request->function().outputsFor(exchange.arguments, '\x5A');
     catalogue::Outputs outputs = before;
     const support::MessagesOn messages;
@@ -76,12 +58,8 @@ TEST_P(Requests, are_as_the_catalogue_has_them)
 
     EXPECT_EQ(request->function()(exchange.arguments, outputs), exchange.result);
 
-    testing::internal::GetCapturedStderr();
-    std::vector<std::string> commands;
-    for (const std::string &line : service ? service->requests() : std::vector<std::string>{}) {
-        commands.push_back(line.substr(0, line.size() - 1));
-    }
-    EXPECT_EQ(commands, exchange.commands);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), exchange.printed);
+    EXPECT_EQ(service.commands(), exchange.commands);
     EXPECT_EQ(capture.texts(), exchange.messages);
     for (std::size_t area = 0; area < outputs.count(); ++area) {
         expectSame(outputs.bytes(area), expectedBytes(exchange, before, area), area);
@@ -93,7 +71,7 @@ std::vector<Row> rows()
     std::vector<Row> all;
     for (const catalogue::Family &family : catalogue::families()) {
         for (const catalogue::Request &request : family.requests) {
-            for (const Exchange &exchange : request.exchanges()) {
+            for (const Exchange &exchange : request.allExchanges()) {
                 all.push_back({&request, exchange});
             }
         }

@@ -1,4 +1,4 @@
-// One request of each family, byte by byte and typed by hand: what the catalogue has cannot be wrong in the same way here.
+// One request of each family, byte by byte, and not from the catalogue: a wrong row there cannot be wrong in the same way here.
 #include <kvo_hws/requests.h>
 #include <kvo_hws/service.h>
 

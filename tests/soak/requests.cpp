@@ -93,7 +93,7 @@ int32_t lockUsb(Worker &worker, uint32_t)
 /// One of the request's calls in the catalogue, about another station.
 int32_t call(const catalogue::Request &request, Worker &worker, uint32_t station)
 {
-    const std::vector<catalogue::Exchange> &calls = request.answers();
+    const std::vector<catalogue::Exchange> &calls = request.ownExchanges();
     const catalogue::Exchange &chosen = calls[worker.random.below(static_cast<uint32_t>(calls.size()))];
     catalogue::Outputs outputs = request.function().outputsFor(chosen.arguments, '\0');
     const int32_t result = request.function()(chosen.arguments, outputs, station);
@@ -112,7 +112,7 @@ ResultSet resultsOf(const catalogue::Request &request)
     for (const int32_t result : request.soakResults()) {
         results |= oneOf(result);
     }
-    for (const catalogue::Exchange &exchange : request.answers()) {
+    for (const catalogue::Exchange &exchange : request.ownExchanges()) {
         results |= exchange.commands.empty() ? oneOf(exchange.result) : 0;
     }
     return results;

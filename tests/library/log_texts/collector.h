@@ -1,5 +1,5 @@
 // Collects what the library logs, and compares it with a list: texts are part of the interface, programs and people search logs
-// for them. KVO_WRITE_GOLDEN=1 in the environment writes the lists anew instead.
+// for them. KVO_WRITE_GOLDEN=1 in the environment rewrites the lists instead.
 #pragma once
 
 #include "support/syslog_capture.h"
@@ -66,7 +66,7 @@ public:
         }
         std::stringstream golden;
         golden << std::ifstream(path).rdbuf();
-        EXPECT_EQ(text, golden.str()) << "KVO_WRITE_GOLDEN=1 writes the list anew";
+        EXPECT_EQ(text, golden.str()) << "KVO_WRITE_GOLDEN=1 rewrites the list";
     }
 
 private:

@@ -1,7 +1,7 @@
 // What the requests log, each without a service, with one that closes the connection, and with the replies of the catalogue.
 #include "catalogue/catalogue.h"
 #include "library/log_texts/collector.h"
-#include "support/scripted_service.h"
+#include "support/catalogue_service.h"
 
 #include <kvo_hws/requests.h>
 
@@ -12,17 +12,7 @@ using log_texts::Collector;
 /// With the messages of one call under the function's name.
 void collect(Collector &collector, const catalogue::Request &request, const catalogue::Exchange &exchange)
 {
-    std::vector<support::Script> scripts;
-    for (const std::string &reply : exchange.replies) {
-        scripts.push_back(support::replies(reply));
-    }
-    if (exchange.service == catalogue::Exchange::Service::closes) {
-        scripts = {support::closesAfterRequest()};
-    }
-    std::optional<support::ScriptedService> service;
-    if (!scripts.empty()) {
-        service.emplace(scripts);
-    }
+    const support::CatalogueService service(exchange);
     collector.run(request.function().name(), log_texts::kMessagesOnly, [&] {
         catalogue::Outputs outputs = request.function().outputsFor(exchange.arguments, '\0');
         request.function()(exchange.arguments, outputs);
@@ -54,7 +44,7 @@ TEST(LogTexts, of_the_requests)
     Collector collector;
     for (const catalogue::Family &family : catalogue::families()) {
         for (const catalogue::Request &request : family.requests) {
-            for (const catalogue::Exchange &exchange : request.exchanges()) {
+            for (const catalogue::Exchange &exchange : request.allExchanges()) {
                 collect(collector, request, exchange);
             }
         }

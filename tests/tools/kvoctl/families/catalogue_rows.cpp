@@ -3,7 +3,6 @@
 
 #include <kvo_hws/result.h>
 
-#include <map>
 #include <set>
 
 namespace kvoctl_test {
@@ -29,21 +28,21 @@ std::vector<Case> shownRows(const catalogue::Request &request)
     return rows.rows();
 }
 
-/// One row for each result, of the first reply that brings it; all of "failed" and an unknown reply.
-std::vector<Case> rowsOf(const catalogue::Request &request)
+/// One row for each result, of the first reply that brings it, and one of a reply that is unknown. Of a request that takes any
+/// reply, one for each.
+std::vector<Case> resultRows(const catalogue::Request &request)
 {
     CommandRows rows(request);
     rows.named("catalogue_");
     const bool isQuestion = kQuestions.contains(request.kvoctlWords());
-    std::map<int32_t, bool> seen;
-    for (const catalogue::Exchange &exchange : request.exchanges()) {
+    std::set<int32_t> seen;
+    for (const catalogue::Exchange &exchange : request.allExchanges()) {
         const bool answers = exchange.usual && exchange.service == catalogue::Exchange::Service::answers;
-        const bool isOwn = exchange.name.starts_with("reply");
-        const bool isFirst = answers && (!seen[exchange.result] || exchange.name == "failed" || exchange.name == "unknown_3");
-        if (!isFirst || (isQuestion && exchange.result >= 0) || (exchange.result == 1 && request.hasOutputs())) {
+        const bool isShown = isQuestion ? exchange.result >= 0 : exchange.result == 1 && request.hasOutputs();
+        const bool isFirst = seen.insert(answers ? exchange.result : 1).second;
+        if (!answers || isShown || !(isFirst || exchange.name == "unknown_1" || request.takesEverything())) {
             continue;
         }
-        seen[exchange.result] = isOwn;
         if (exchange.result == 1) {
             rows.isDone(exchange.replies.front());
         } else {
@@ -64,7 +63,7 @@ std::vector<Case> catalogueRows()
             append(all, shownRows(request));
             if (request.commands().size() == 1 && !request.kvoctlWords().empty() &&
                 !kElsewhere.contains(request.kvoctlWords())) {
-                append(all, rowsOf(request));
+                append(all, resultRows(request));
             }
         }
     }

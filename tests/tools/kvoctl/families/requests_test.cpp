@@ -2,6 +2,7 @@
 #include "tools/kvoctl/support/request_case.h"
 
 #include "catalogue/catalogue.h"
+#include "support/catalogue_service.h"
 #include "support/scripted_service.h"
 
 #include <algorithm>
@@ -35,11 +36,7 @@ protected:
         Ended ended = kvoctl(arguments);
         EXPECT_EQ(ended.status, row.status);
         EXPECT_EQ(ended.err, row.err);
-        std::vector<std::string> requests;
-        for (const std::string &request : service ? service->requests() : std::vector<std::string>{}) {
-            requests.push_back(request.substr(0, request.size() - 1));
-        }
-        EXPECT_EQ(requests, row.requests);
+        EXPECT_EQ(service ? support::commandsOf(*service) : std::vector<std::string>{}, row.requests);
         return ended;
     }
 };

@@ -47,7 +47,7 @@ std::vector<Case> rowsOf(const Search &search)
 {
     const std::string refused = "the service refused or answered something unknown";
     CommandRows rows(search.request);
-    for (const catalogue::Exchange &exchange : catalogue::requestOf(search.request).exchanges()) {
+    for (const catalogue::Exchange &exchange : catalogue::requestOf(search.request).allExchanges()) {
         if (exchange.usual && exchange.result == 0) {
             rows.fails(exchange.replies.front(), 0, std::string("no station has the ") + search.what);
         } else if (exchange.usual && exchange.result == -3) {

@@ -1,4 +1,4 @@
-// A subcommand against a service that gives certain answers, as a row of a table; the rows of the orders and the questions.
+// A subcommand against a service that gives certain answers, as a row of a table.
 #pragma once
 
 #include "tools/kvoctl/support/kvoctl.h"

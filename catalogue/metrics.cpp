@@ -26,7 +26,7 @@ Request number(uint32_t metric, const std::string &name, const std::string &comm
         .failedIs(-1, "unknown error sending request")
         .unknown("not found")
         .nullPointer({station, metric, nullptr})
-        .soak({1, -1, -2, -4, -5})
+        .soak({1, -1, -2, -4, -5, -9})
         .kvoctl("metrics", {kHere, name})
         .shows(key + shown.reply, shown.text, shown.document)
         .python("Panel.get_metric");
@@ -61,7 +61,7 @@ Request layout()
         .refuses({station, 0, room(kMetric)}, -9, "invalid station metric ID received")
         .refuses({station, 7, room(kMetric)}, -9, "invalid station metric ID received")
         .nullPointer({station, 0, nullptr})
-        .soak({1, -1, -2, -4, -5})
+        .soak({1, -1, -2, -4, -5, -9})
         .wire("`getPaneOemLayout=`*station*", "`panel-oem-layout=`*text*, `none`, `failed`",
               "1 to 7 bytes; the keyword is spelt so, without the l of panel")
         .kvoctl("metrics", {kHere, "oem-layout"})

@@ -1,4 +1,6 @@
 // The texts of the results against the headers' comments: every result that a function's comment names has a text that fits it.
+#include "catalogue/catalogue.h"
+
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -220,6 +222,18 @@ TEST(ResultText, there_is_a_text_without_a_function_and_for_any_number)
         }
         for (int32_t code = KVO_HWS_INVALID_HOST; code <= KVO_HWS_OK; ++code) {
             EXPECT_NE(kvo_hws_result_text(function, code), kUnexpected) << code;
+        }
+    }
+}
+
+TEST(ResultText, there_is_one_for_each_failure_of_the_catalogue)
+{
+    for (const catalogue::Family &family : catalogue::families()) {
+        for (const catalogue::Request &request : family.requests) {
+            for (const catalogue::Exchange &exchange : request.allExchanges()) {
+                EXPECT_NE(textOf(request.function().name().c_str(), exchange.result), kUnexpected)
+                    << request.name() << ": " << exchange.result;
+            }
         }
     }
 }

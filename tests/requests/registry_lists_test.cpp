@@ -158,27 +158,27 @@ TEST_P(RegistryLines, are_read_as_stations)
     EXPECT_EQ(seen, GetParam().seen);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, RegistryLines,
-    testing::Values(
-        Lines{"blanks_and_quotes_before_the_name", " \" \"\" st1\" 10.0.0.5 1x2:3\n", {"st1|10.0.0.5|1|2|3"}},
-        Lines{"several_blanks_between_fields", "\"st1\"   10.0.0.5   1x2:3\n", {"st1|10.0.0.5|1|2|3"}},
-        Lines{"name_with_blanks", "\"press line 4\" 10.0.0.5 1x2:3\n", {"press line 4|10.0.0.5|1|2|3"}},
-        Lines{"no_blank_before_the_address", "\"st1\"10.0.0.5 1x2:3\n", {"st1|10.0.0.5|1|2|3"}},
-        Lines{"attr1_of_0_is_dropped", "\"a\" 10.0.0.1 0x2:3\n\"b\" 10.0.0.2 1x2:3\n", {"b|10.0.0.2|1|2|3"}},
-        Lines{"attr1_of_0_at_the_end_is_dropped", "\"a\" 10.0.0.1 1x2:3\n\"b\" 10.0.0.2 0x2:3\n", {"a|10.0.0.1|1|2|3"}},
-        Lines{"last_line_without_line_feed_is_not_read", "\"a\" 10.0.0.1 1x2:3\n\"b\" 10.0.0.2 1x2:3", {"a|10.0.0.1|1|2|3"}},
-        Lines{"malformed_address", "\"a\" 10.0.0.256 1x2:3\n", {"a|none|1|2|3"}},
-        Lines{"tab_before_the_address", "\"a\" \t10.0.0.1 1x2:3\n", {"a|none|1|2|3"}},
-        Lines{"signs_and_trailing_characters_in_numbers", "\"a\" 10.0.0.1 -1ax +2b: 3c\n", {"a|10.0.0.1|-1|2|3"}},
-        Lines{"empty_line_shifts_the_fields", "\n\"a\" 10.0.0.1 1x2:3\n", {"\n|none|10|2|3"}},
-        Lines{"nothing_behind_a_nul_byte",
-              std::string("\"a\" 10.0.0.1 1x2:3\n\0\"b\" 10.0.0.2 1x2:3\n", 39),
-              {"a|10.0.0.1|1|2|3"}},
-        Lines{"blanks_alone", "   \"\"  ", {}}, Lines{"name_without_end", "\"a 10.0.0.1 1x2:3\n", {}},
-        Lines{"address_without_end", "\"a\" 10.0.0.1", {}}, Lines{"no_x", "\"a\" 10.0.0.1 1:2:3\n", {}},
-        Lines{"no_colon", "\"a\" 10.0.0.1 1x2x3\n", {}}),
-    [](const auto &row) { return row.param.name; });
+const Lines kLines[] = {
+    {"blanks_and_quotes_before_the_name", " \" \"\" st1\" 10.0.0.5 1x2:3\n", {"st1|10.0.0.5|1|2|3"}},
+    {"several_blanks_between_fields", "\"st1\"   10.0.0.5   1x2:3\n", {"st1|10.0.0.5|1|2|3"}},
+    {"name_with_blanks", "\"press line 4\" 10.0.0.5 1x2:3\n", {"press line 4|10.0.0.5|1|2|3"}},
+    {"no_blank_before_the_address", "\"st1\"10.0.0.5 1x2:3\n", {"st1|10.0.0.5|1|2|3"}},
+    {"attr1_of_0_is_dropped", "\"a\" 10.0.0.1 0x2:3\n\"b\" 10.0.0.2 1x2:3\n", {"b|10.0.0.2|1|2|3"}},
+    {"attr1_of_0_at_the_end_is_dropped", "\"a\" 10.0.0.1 1x2:3\n\"b\" 10.0.0.2 0x2:3\n", {"a|10.0.0.1|1|2|3"}},
+    {"last_line_without_line_feed_is_not_read", "\"a\" 10.0.0.1 1x2:3\n\"b\" 10.0.0.2 1x2:3", {"a|10.0.0.1|1|2|3"}},
+    {"malformed_address", "\"a\" 10.0.0.256 1x2:3\n", {"a|none|1|2|3"}},
+    {"tab_before_the_address", "\"a\" \t10.0.0.1 1x2:3\n", {"a|none|1|2|3"}},
+    {"signs_and_trailing_characters_in_numbers", "\"a\" 10.0.0.1 -1ax +2b: 3c\n", {"a|10.0.0.1|-1|2|3"}},
+    {"empty_line_shifts_the_fields", "\n\"a\" 10.0.0.1 1x2:3\n", {"\n|none|10|2|3"}},
+    {"nothing_behind_a_nul_byte", std::string("\"a\" 10.0.0.1 1x2:3\n\0\"b\" 10.0.0.2 1x2:3\n", 39), {"a|10.0.0.1|1|2|3"}},
+    {"blanks_alone", "   \"\"  ", {}},
+    {"name_without_end", "\"a 10.0.0.1 1x2:3\n", {}},
+    {"address_without_end", "\"a\" 10.0.0.1", {}},
+    {"no_x", "\"a\" 10.0.0.1 1:2:3\n", {}},
+    {"no_colon", "\"a\" 10.0.0.1 1x2x3\n", {}},
+};
+
+INSTANTIATE_TEST_SUITE_P(Table, RegistryLines, testing::ValuesIn(kLines), [](const auto &row) { return row.param.name; });
 
 TEST_F(RegistryLists, an_empty_line_becomes_part_of_the_next_name)
 {
@@ -266,21 +266,21 @@ TEST_P(RegistryAnswers, end_the_read)
     EXPECT_EQ(count, 1U);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, RegistryAnswers,
-    testing::Values(
-        Answers{"still_starting", {"no"}, {"isInitComplete\n"}, 0},
-        Answers{"init_failed", {"failed"}, {"isInitComplete\n"}, -1},
-        Answers{"path_failed", {"yes", "failed"}, {"isInitComplete\n", "getregistrypath\n"}, -1},
-        Answers{"lock_failed", {"yes", "/tmp/", "failed"}, {"isInitComplete\n", "getregistrypath\n", "lockKVORegData\n"}, -1},
-        Answers{"lock_busy_is_tried_once_at_timeout_0",
-                {"yes", "/tmp/", "busy"},
-                {"isInitComplete\n", "getregistrypath\n", "lockKVORegData\n"},
-                -4},
-        Answers{"path_of_1005", {"yes", "/" + std::string(1004, 'p'), "ok", "ok"}, kAllRequests, -1},
-        Answers{"path_of_1100", {"yes", "/" + std::string(1099, 'p'), "ok", "ok"}, kAllRequests, -1},
-        Answers{"path_without_file", {"yes", "/nowhere/", "ok", "ok"}, kAllRequests, -1}),
-    [](const auto &row) { return row.param.name; });
+const Answers kAnswers[] = {
+    {"still_starting", {"no"}, {"isInitComplete\n"}, 0},
+    {"init_failed", {"failed"}, {"isInitComplete\n"}, -1},
+    {"path_failed", {"yes", "failed"}, {"isInitComplete\n", "getregistrypath\n"}, -1},
+    {"lock_failed", {"yes", "/tmp/", "failed"}, {"isInitComplete\n", "getregistrypath\n", "lockKVORegData\n"}, -1},
+    {"lock_busy_is_tried_once_at_timeout_0",
+     {"yes", "/tmp/", "busy"},
+     {"isInitComplete\n", "getregistrypath\n", "lockKVORegData\n"},
+     -4},
+    {"path_of_1005", {"yes", "/" + std::string(1004, 'p'), "ok", "ok"}, kAllRequests, -1},
+    {"path_of_1100", {"yes", "/" + std::string(1099, 'p'), "ok", "ok"}, kAllRequests, -1},
+    {"path_without_file", {"yes", "/nowhere/", "ok", "ok"}, kAllRequests, -1},
+};
+
+INSTANTIATE_TEST_SUITE_P(Table, RegistryAnswers, testing::ValuesIn(kAnswers), [](const auto &row) { return row.param.name; });
 
 TEST_F(RegistryLists, no_service_is_minus_2)
 {

@@ -90,15 +90,28 @@ int32_t lockUsb(Worker &worker, uint32_t)
     return KVO_HWS_setUsbLock(1, &host, worker.random.oneIn(4) ? 1 : 0, 0);
 }
 
+/// The arguments with other numbers, small ones, so that what one thread sets another one finds.
+catalogue::Arguments withOtherNumbers(catalogue::Arguments arguments, Worker &worker)
+{
+    constexpr uint32_t kNumbers = 256;
+    for (catalogue::Argument &argument : arguments) {
+        if (argument.kind == catalogue::Argument::Kind::number) {
+            argument.number = worker.random.below(kNumbers);
+        }
+    }
+    return arguments;
+}
+
 /// One of the request's calls in the catalogue, about another station.
 int32_t call(const catalogue::Request &request, Worker &worker, uint32_t station)
 {
     const std::vector<catalogue::Exchange> &calls = request.ownExchanges();
     const catalogue::Exchange &chosen = calls[worker.random.below(static_cast<uint32_t>(calls.size()))];
-    catalogue::Outputs outputs = request.function().outputsFor(chosen.arguments, '\0');
-    const int32_t result = request.function()(chosen.arguments, outputs, station);
-    const bool asks = !chosen.commands.empty();
-    if (!asks && result != chosen.result) {
+    const bool isChanged = worker.random.oneIn(2);
+    const catalogue::Arguments arguments = isChanged ? withOtherNumbers(chosen.arguments, worker) : chosen.arguments;
+    catalogue::Outputs outputs = request.function().outputsFor(arguments, '\0');
+    const int32_t result = request.function()(arguments, outputs, station);
+    if (!isChanged && chosen.commands.empty() && result != chosen.result) {
         worker.complain(request.name() + " returned " + std::to_string(result) + " without asking the service, not " +
                         std::to_string(chosen.result));
     }

@@ -1,4 +1,5 @@
-"""The name of every GoogleTest case is a sentence in snake_case: closes_the_connection_after_a_timeout.
+"""The name of every GoogleTest case is a sentence in snake_case, closes_the_connection_after_a_timeout; a table of cases stands before
+the line that makes tests of it; a file of tests has 400 lines at most.
 
 usage: test_names_test.py ROOT
 """
@@ -7,6 +8,9 @@ import sys
 from pathlib import Path
 
 CASE = re.compile(r"\b(?:TEST|TEST_F|TEST_P)\(\s*(\w+),\s*(\w+)\)")
+INSTANTIATION = re.compile(r"^INSTANTIATE_TEST_SUITE_P\((?:.*\n)*?.*\);$", re.MULTILINE)
+LONGEST_INSTANTIATION = 5
+LONGEST_FILE = 400
 SNAKE_CASE = re.compile(r"[a-z][a-z0-9]*(?:_[a-z0-9]+)*")
 
 
@@ -17,10 +21,17 @@ def main():
     for source in sorted((root / "tests").rglob("*.[ch]*")):
         if source.suffix not in (".h", ".cpp"):
             continue
-        for suite, name in CASE.findall(source.read_text(encoding="utf-8")):
+        text = source.read_text(encoding="utf-8")
+        place = source.relative_to(root)
+        if text.count("\n") > LONGEST_FILE:
+            complaints.append(f"{place} has more than {LONGEST_FILE} lines: split it by what it shows")
+        for found in INSTANTIATION.findall(text):
+            if found.count("\n") >= LONGEST_INSTANTIATION:
+                complaints.append(f"{place}: a table of cases stands inside of {found.splitlines()[0]}")
+        for suite, name in CASE.findall(text):
             count += 1
             if not SNAKE_CASE.fullmatch(name):
-                complaints.append(f"{source.relative_to(root)}: {suite}.{name} is not in snake_case")
+                complaints.append(f"{place}: {suite}.{name} is not in snake_case")
     if count == 0:
         complaints.append("no test was found")
     print("\n".join(complaints) or f"{count} names")

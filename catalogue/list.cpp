@@ -2,6 +2,7 @@
 #include "catalogue/catalogue.h"
 
 #include <iostream>
+#include <kvo_hws/result.h>
 #include <nlohmann/json.hpp>
 
 namespace {
@@ -75,6 +76,14 @@ Json jsonOf(const catalogue::Family &family, const catalogue::Request &request)
     for (const catalogue::Exchange &exchange : request.allExchanges()) {
         exchanges.push_back(jsonOf(exchange));
     }
+    Json shown = Json::array();
+    for (const catalogue::Shown &row : request.shown()) {
+        shown.push_back(row.reply);
+    }
+    Json meanings = Json::object();
+    for (const catalogue::Exchange &exchange : request.allExchanges()) {
+        meanings[std::to_string(exchange.result)] = kvo_hws_result_text(request.function().name().c_str(), exchange.result);
+    }
     Json wires = Json::array();
     for (const catalogue::Wire &wire : request.wires()) {
         wires.push_back({wire.form, wire.replies, wire.meaning});
@@ -86,6 +95,8 @@ Json jsonOf(const catalogue::Family &family, const catalogue::Request &request)
             {"commands", request.commands()},
             {"takes_any_reply", request.takesEverything()},
             {"exchanges", exchanges},
+            {"shown", shown},
+            {"meanings", meanings},
             {"wire", wires},
             {"kvoctl", {{"words", request.kvoctlWords()}, {"arguments", request.kvoctlArguments()}}},
             {"python", request.pythonMethod()},

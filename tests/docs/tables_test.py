@@ -50,6 +50,24 @@ def labels_table():
         yield f"| {cell(label)} | {', '.join(map(cell, sorted(labels[label])))} |"
 
 
+def results_table():
+    """What results mean, by kvoctl's commands; not those that mean the same everywhere, and no answers to questions."""
+    everywhere = {1, -1, -2, -7}
+    commands = {}
+    for request in (r for r in CATALOGUE if r["kvoctl"]["words"]):
+        shown = [exchange["result"] for exchange in request["exchanges"] if exchange["replies"] and
+                 exchange["replies"][0] in request["shown"]]
+        # Only what replies come to: kvoctl refuses what the library would, and makes room for what comes.
+        for code in {exchange["result"] for exchange in request["exchanges"] if exchange["usual"]}:
+            if code <= 0 and code not in everywhere and code not in shown:
+                words = commands.setdefault((-code, request["meanings"][str(code)]), [])
+                words.extend([request["kvoctl"]["words"]] if request["kvoctl"]["words"] not in words else [])
+    yield "| result | commands | meaning |"
+    yield "| --- | --- | --- |"
+    for (code, text), words in sorted(commands.items()):
+        yield f"| {-code} | {', '.join(map(cell, words))} | {text} |"
+
+
 def protocol_table(family):
     def table():
         yield "| request | replies | meaning |"
@@ -62,7 +80,7 @@ def protocol_table(family):
 
 
 FAMILIES = dict.fromkeys(r["family"] for r in CATALOGUE if r["wire"])
-TABLES = {"requests": requests_table, "labels": labels_table} | {f"protocol_{name}": protocol_table(name) for name in FAMILIES}
+TABLES = {"requests": requests_table, "labels": labels_table, "results": results_table} | {f"protocol_{name}": protocol_table(name) for name in FAMILIES}
 
 
 def check_tables():

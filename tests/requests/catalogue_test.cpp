@@ -1,4 +1,4 @@
-// Every request as the catalogue has it: against each reply, without a service, with one that closes the connection, and called
+// Every request of a family as the catalogue has it: against each reply, without a service, with one that closes the connection, and called
 // in ways that are refused. The result, every byte of the outputs, what the service hears, what is logged and what is printed.
 #include "catalogue/catalogue.h"
 
@@ -68,9 +68,10 @@ TEST_P(Requests, are_as_the_catalogue_has_them)
 
 std::vector<Row> rows()
 {
+    static const std::vector<catalogue::Request> kNone;
     std::vector<Row> all;
     for (const catalogue::Family &family : catalogue::families()) {
-        for (const catalogue::Request &request : family.requests) {
+        for (const catalogue::Request &request : family.name == std::string(KVO_FAMILY) ? family.requests : kNone) {
             for (const Exchange &exchange : request.allExchanges()) {
                 all.push_back({&request, exchange});
             }

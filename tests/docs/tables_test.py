@@ -131,8 +131,15 @@ def fixed_replies(request):
                 yield reply
 
 
+def check_functions():
+    """Each function of the library that a program asks something by is in the catalogue."""
+    exported = re.findall(r"^ +(KVO_HWS_\w+);", (ROOT / "library/exports.map").read_text(), re.MULTILINE)
+    for name in sorted(set(exported) - {request["function"] for request in CATALOGUE}):
+        yield f"the catalogue has no {name}"
+
+
 def main():
-    mistakes = [*check_tables(), *check_protocol()]
+    mistakes = [*check_functions(), *check_tables(), *check_protocol()]
     for mistake in mistakes:
         print(mistake, file=sys.stderr)
     print(f"{len(CATALOGUE)} requests, {len(TABLES)} tables: {len(mistakes)} mistakes")

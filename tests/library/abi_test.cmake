@@ -2,7 +2,7 @@
 # differs is a failure, additions too: KVO_WRITE_ABI=1 in the environment writes the description anew, for a reader to judge.
 set(described ${ROOT}/library/abi/x86_64.abi)
 execute_process(COMMAND ${ABIDW} --exported-interfaces-only --headers-dir ${ROOT}/include --drop-private-types --no-show-locs
-    --no-corpus-path --no-comp-dir-path --no-elf-needed --no-parameter-names ${LIBRARY}
+    --type-id-style hash --no-corpus-path --no-comp-dir-path --no-elf-needed --no-parameter-names ${LIBRARY}
   OUTPUT_VARIABLE description COMMAND_ERROR_IS_FATAL ANY)
 string(REPLACE "${ROOT}/" "" description "${description}")
 

@@ -78,7 +78,7 @@ def package_faults():
 def write_symbols(exported):
     """Adds what is exported with the version that will have it; what is listed keeps the version that first had it."""
     file = DEBIAN / 'libkvo-hws0.symbols'
-    version = re.search(r'KVO_HWS_VERSION "(\S+)"', (ROOT / 'include/kvo_hws/version.h').read_text())[1]
+    version = re.search(r'KVO_HWS_VERSION_STRING "(\S+)"', (ROOT / 'include/kvo_hws/version.h').read_text())[1]
     head = [line for line in file.read_text().splitlines() if not line.startswith(' ')]
     listed = {line.split('@')[0].strip(): line for line in file.read_text().splitlines() if line.startswith(' ')}
     rows = [listed.get(name, f' {name}@Base {version}') for name in sorted(exported)]

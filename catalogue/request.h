@@ -105,6 +105,7 @@ public:
 
     // ---- What the replies come to ----
 
+    /// A row: a reply, the result, what is stored in the outputs from the first on, and the reason that is logged, if any.
     Request &on(const std::string &reply, int32_t result, Values values, const std::string &reason = "");
     Request &on(const std::string &reply, int32_t result) { return on(reply, result, Values{}); }
     /// A template, so that values in braces are never taken for a reason.
@@ -113,6 +114,7 @@ public:
     {
         return on(reply, result, Values{}, reason);
     }
+    /// A reply to each of several commands. Fewer replies than commands: the rest is never asked.
     Request &on(std::vector<std::string> replies, int32_t result, Values values, const std::string &reason = "");
     /// Other arguments for the row before, and the commands that they make where these are others too.
     Request &given(Arguments arguments);
@@ -123,9 +125,11 @@ public:
     Request &unknown(const std::string &reply);
     /// What an unknown reply comes to, where it is not the usual failure.
     Request &unknownIs(int32_t result, const std::string &reason);
+    /// What "failed" comes to, likewise.
     Request &failedIs(int32_t result, const std::string &reason);
     /// Every reply that is not listed says something: there are no unknown ones, and "failed" is like any other.
     Request &takesAnyReply();
+    /// The result without a service, where it is not -2.
     Request &withoutServiceIs(int32_t result);
     /// What is stored although no exchange comes about.
     Request &withoutServiceStores(Values values);
@@ -156,7 +160,7 @@ public:
     Request &kvoctl(std::string words, std::vector<std::string> arguments);
     /// What that shows of a reply that is an answer.
     Request &shows(std::string reply, std::string text, std::string document, int status = 0);
-    /// The method of the Python module, "Panel.numlock_disabled".
+    /// The method of the Python module, "Panel.reboot".
     Request &python(std::string method);
 
     // ---- For readers ----
@@ -167,7 +171,9 @@ public:
     [[nodiscard]] const std::string &label() const { return label_; }
     [[nodiscard]] const std::vector<std::string> &commands() const { return commands_; }
     [[nodiscard]] const Arguments &arguments() const { return arguments_; }
+    /// The rows, and what all requests have in common.
     [[nodiscard]] std::vector<Exchange> allExchanges() const;
+    /// The rows alone.
     [[nodiscard]] const std::vector<Exchange> &ownExchanges() const { return exchanges_; }
     [[nodiscard]] int32_t unknownResult() const { return unknown_.result; }
     [[nodiscard]] int32_t failedResult() const { return failed_.result; }
@@ -212,11 +218,11 @@ private:
     bool takesAny_ = false;
     int32_t withoutService_ = -2;
     Values valuesWithoutService_;
-    std::string exchange_;
-    std::string first_;
+    std::string exchange_;  ///< what follows the label where no exchange takes place
+    std::string first_;     ///< a message before the others
     std::optional<NumberForm> form_;
     std::set<int32_t> soak_;
-    std::string words_;
+    std::string words_;  ///< kvoctl's
     std::vector<std::string> wordsArguments_;
     std::vector<Wire> wires_;
     std::vector<Shown> shown_;

@@ -17,7 +17,6 @@ WRITTEN = ["library/abi/x86_64.abi", "packaging/debian/libkvo-hws0.symbols", "te
 # What uses it as an example, and would do as well with another request.
 USES = {
     "CONTRIBUTING.md": "this list",
-    "docs/kvoctl.md": "the subcommand, which the setter has too",
     "docs/plant-file.md": "the station's state",
     "docs/programming.md": "a family of requests by one of them",
     "examples/panel_settings.c": "the same as a program",

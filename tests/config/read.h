@@ -1,6 +1,8 @@
 // A configuration file, read.
 #pragma once
 
+#include "support/kept_by_the_platform.h"
+
 #include <kvo_hws/config.h>
 #include <kvo_hws/runtime.h>
 

@@ -48,11 +48,10 @@ inline const Argument station{Argument::Kind::station, 0};
 inline const Argument out{Argument::Kind::room, 1};
 /// Room for @p elements characters or records.
 inline Argument room(std::size_t elements) { return {Argument::Kind::room, elements}; }
+/// The bytes of a number.
+inline std::string wordOf(uint32_t number) { return {reinterpret_cast<const char *>(&number), sizeof number}; }
 /// Room for a number that the function reads too.
-inline Argument inOut(uint32_t number)
-{
-    return {Argument::Kind::room, 1, std::string(reinterpret_cast<const char *>(&number), sizeof number)};
-}
+inline Argument inOut(uint32_t number) { return {Argument::Kind::room, 1, wordOf(number)}; }
 
 /// A buffer of @p room characters, and the size that the caller says it has.
 inline Arguments sizedText(std::size_t room_, uint32_t size) { return {room(room_), inOut(size)}; }

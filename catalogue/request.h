@@ -13,10 +13,8 @@ namespace catalogue {
 struct Stored {
     // NOLINTBEGIN(*-explicit-*): a row lists what is stored as values
     template <class Number, std::enable_if_t<std::is_integral_v<Number>, int> = 0>
-    Stored(Number value)
+    Stored(Number value) : bytes(wordOf(static_cast<uint32_t>(value)))
     {
-        const auto word = static_cast<uint32_t>(value);
-        bytes = std::string(reinterpret_cast<const char *>(&word), sizeof word);
     }
     Stored(const char *text) : bytes(std::string(text) + '\0') {}
     Stored(const std::string &text) : Stored(text.c_str()) {}

@@ -4,7 +4,8 @@ set(described ${ROOT}/library/abi/x86_64.abi)
 execute_process(COMMAND ${ABIDW} --exported-interfaces-only --headers-dir ${ROOT}/include --drop-private-types --no-show-locs
     --type-id-style hash --no-corpus-path --no-comp-dir-path --no-elf-needed --no-parameter-names ${LIBRARY}
   OUTPUT_VARIABLE description COMMAND_ERROR_IS_FATAL ANY)
-string(REPLACE "${ROOT}/" "" description "${description}")
+# Sources by module and name, wherever they were compiled: a compiler cache keeps the paths of the first build.
+string(REGEX REPLACE "path='/[^']*/([^/']+/[^/']+)'" "path='\\1'" description "${description}")
 
 if(DEFINED ENV{KVO_WRITE_ABI})
   file(WRITE ${described} "${description}")

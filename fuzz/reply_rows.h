@@ -107,7 +107,7 @@ private:
 
 // ---- Readings ----
 
-/// Reads what stands behind a reply's key into the outputs, and returns the result.
+/// Reads what follows a reply's key into the outputs, and returns the result.
 using ReadRest = std::function<int32_t(Outputs &out, const Caller &caller, const std::string &rest)>;
 /// The result, or nothing where the service has gone.
 using Read = std::function<std::optional<int32_t>(Outputs &out, const Caller &caller, Replies &replies)>;
@@ -124,7 +124,7 @@ struct Reading {
     bool (*wants)(const Caller &caller, std::size_t area) = nullptr;
 };
 
-/// Room of the caller's sizes: the first with a size behind it has the first of them, the next the second.
+/// Room of the caller's sizes: the first with a size after it has the first of them, the next the second.
 inline catalogue::Arguments sized(const catalogue::Arguments &arguments, const std::vector<uint32_t> &sizes,
                                   std::size_t least = 0)
 {

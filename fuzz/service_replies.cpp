@@ -266,7 +266,7 @@ int32_t readServer(Outputs &out, const Caller & /*caller*/, const std::string &r
     return storePart(out, kDisplay, display) ? KVO_HWS_OK : KVO_HWS_SECOND_TOO_SMALL;
 }
 
-/// Room for all of the reply behind a key, as the callers have to have it.
+/// Room for all of the reply after a key, as the callers have to have it.
 Arguments roomBehind(const Arguments &arguments, const Replies &replies, const std::string &key)
 {
     const std::string reply = replies.lines.empty() ? "" : replies.lines.front();

@@ -1,4 +1,4 @@
-// Every command over the wire: what the remote side is answered, what the local service is asked, and what the host is told.
+// Every command over the wire: the reply to the remote side, the request to the local service, and the call of the host.
 #include <kvo_hws/agent.h>
 
 #include "agent/agent_fixture.h"

@@ -50,7 +50,7 @@ using testing::ElementsAre;
 using testing::Ge;
 using testing::Lt;
 
-/// Puts a connected socket in @p fd's place, of which the error is told only to whoever asks for it.
+/// Puts a connected socket in @p fd's place, whose error is reported only to a caller that asks for it.
 void failLater(int fd)
 {
     sockaddr_in place{};

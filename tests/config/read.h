@@ -27,7 +27,7 @@ public:
     Read &operator=(const Read &) = delete;
     ~Read()
     {
-        // Earlier texts are left to whoever may still hold them; here that is nobody.
+        // Earlier texts are not freed, as programs may still hold them; here none does.
         std::free(sConfData.name);
         std::free(sConfData.interface);
         sConfData = {};

@@ -213,7 +213,7 @@ void *work(void *argument)
     while (stateOf(record) == NOTIFY_RUNNING) {
         WaitNotify(&record, 1000);
     }
-    // Whoever waits is woken as long as there is a record: its last use is to tell who that is.
+    // Whoever waits is woken as long as there is a record: its last use is to say which thread that is.
     const pthread_t requester = __atomic_load_n(&record.threadRequester, __ATOMIC_SEQ_CST);
     WaitNotify(&record, 20);
     setState(record, NOTIFY_STOP_DONE);

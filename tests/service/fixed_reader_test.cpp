@@ -167,7 +167,7 @@ TEST_F(Readers, a_socket_without_a_peer_is_invalid)
 
 TEST_F(Readers, a_refused_datagram_socket_is_invalid)
 {
-    // Sending to a port that nobody has bound comes back as a refused connection at the next receive.
+    // Sending to a port that is not bound comes back as a refused connection at the next receive.
     const int taken = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     sockaddr_in address{};
     address.sin_family = AF_INET;

@@ -83,7 +83,7 @@ void collectReaders(Collector &collector)
     close(ends[0]);
     close(ends[1]);
     for (int reader = 0; reader < 3; ++reader) {
-        // A peer that closes with bytes unread resets the connection; the reset is told once.
+        // A peer that closes with bytes unread resets the connection; the reset is reported once.
         ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
         ASSERT_EQ(write(ends[0], "x", 1), 1);
         close(ends[1]);

@@ -3,7 +3,7 @@
 #include <kvo_hws/runtime.h>
 
 #include "agent/event_listener_fixture.h"
-#include "support/holdings.h"
+#include "support/resource_usage.h"
 #include "support/syslog_capture.h"
 #include "support/system_calls.h"
 #include "support/usb_events.h"

@@ -3,7 +3,7 @@
 
 #include "agent/agent_fixture.h"
 #include "support/alarms.h"
-#include "support/holdings.h"
+#include "support/resource_usage.h"
 #include "support/usb_events.h"
 
 #include <atomic>
@@ -217,7 +217,7 @@ TEST_F(HostileRemote, that_floods_gets_an_answer_to_each_line)
 TEST_F(HostileRemote, that_sends_half_a_line_costs_nothing)
 {
     remote.send("pi");
-    const support::Holdings before = support::holdings();
+    const support::ResourceUsage before = support::resourceUsage();
     timespec used{};
     clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
     const auto usedBefore = used;
@@ -226,7 +226,7 @@ TEST_F(HostileRemote, that_sends_half_a_line_costs_nothing)
     const double seconds =
         static_cast<double>(used.tv_sec - usedBefore.tv_sec) + static_cast<double>(used.tv_nsec - usedBefore.tv_nsec) * 1e-9;
     EXPECT_LE(seconds, 0.5) << "it is waited for, not asked for";
-    EXPECT_LE(support::holdings().descriptors, before.descriptors);  // one of before may just have been closing
+    EXPECT_LE(support::resourceUsage().descriptors, before.descriptors);  // one of before may just have been closing
     remote.send("ng\n");
     EXPECT_EQ(remote.line(), "pong\r\n") << "however late";
 }
@@ -257,15 +257,15 @@ TEST_F(HostileRemote, that_sends_any_bytes_is_answered)
 
 TEST_F(HostileRemote, that_comes_and_goes_is_served_each_time)
 {
-    const support::Holdings before = support::holdings();
+    const support::ResourceUsage before = support::resourceUsage();
     for (int round = 0; round < 3; ++round) {
         remote.close(round % 2 == 0);
         ASSERT_TRUE(remote.accept());
         ASSERT_EQ(remote.ask("ping"), "pong");
     }
     // Of those before one may just have been ending.
-    EXPECT_LE(support::holdings().descriptors, before.descriptors);
-    EXPECT_LE(support::holdings().threads, before.threads);
+    EXPECT_LE(support::resourceUsage().descriptors, before.descriptors);
+    EXPECT_LE(support::resourceUsage().threads, before.threads);
 }
 
 }  // namespace

@@ -4,8 +4,8 @@
 
 #include "agent/agent_fixture.h"
 #include "agent/lifecycle.h"
-#include "support/holdings.h"
 #include "support/remote_service.h"
+#include "support/resource_usage.h"
 #include "support/scripted_service.h"
 #include "support/syslog_capture.h"
 #include "support/system_calls.h"
@@ -248,13 +248,13 @@ TEST(Agent, starts_and_stops_in_a_loop_and_holds_nothing)
     };
     round();
     remote.close();
-    const support::Holdings before = support::holdings();
+    const support::ResourceUsage before = support::resourceUsage();
     for (int count = 0; count < 4; ++count) {
         round();
     }
     remote.close();
     EXPECT_TRUE(eventually([&] { return support::threadsRunning() == before.threads; }));
-    EXPECT_EQ(support::holdings().descriptors, before.descriptors);
+    EXPECT_EQ(support::resourceUsage().descriptors, before.descriptors);
 }
 
 TEST(Agent, is_started_and_stopped_by_several_threads)

@@ -7,8 +7,8 @@
 
 #include "support/eventually.h"
 #include "support/failing_allocations.h"
-#include "support/holdings.h"
 #include "support/kept_by_the_platform.h"
+#include "support/resource_usage.h"
 #include "support/syslog_capture.h"
 #include "support/system_calls.h"
 

@@ -2,7 +2,7 @@
 #include <kvo_hws/runtime.h>
 
 #include "support/failing_allocations.h"
-#include "support/holdings.h"
+#include "support/resource_usage.h"
 #include "support/system_calls.h"
 
 #include <cerrno>

@@ -4,8 +4,8 @@
 
 #include "service/exchange.h"
 #include "support/alarms.h"
-#include "support/holdings.h"
 #include "support/no_descriptors.h"
+#include "support/resource_usage.h"
 #include "support/scripted_service.h"
 #include "support/syslog_capture.h"
 

@@ -12,8 +12,8 @@ namespace {
 
 constexpr int kRequests = support::kWatched ? 20'000 : 1'000'000;
 
-using support::Holdings;
-using support::holdings;
+using support::ResourceUsage;
+using support::resourceUsage;
 
 TEST(Endurance, a_million_requests_leave_nothing_behind)
 {
@@ -33,14 +33,14 @@ TEST(Endurance, a_million_requests_leave_nothing_behind)
     for (int round = 0; round < 1000; ++round) {
         requestOnce(round);
     }
-    const Holdings before = holdings();
+    const ResourceUsage before = resourceUsage();
     int answered = 0;
     for (int round = 0; round < kRequests; ++round) {
         answered += requestOnce(round) == 1 ? 1 : 0;
     }
-    const Holdings after = holdings();
+    const ResourceUsage after = resourceUsage();
     EXPECT_EQ(answered, kRequests / 2) << "getDebugLevel and getVersion";
-    support::expectNothingLeftBehind(kRequests, "requests", support::kWhyFewer, before, after, 4096);
+    support::expectSameUsage(kRequests, "requests", support::kWhyFewer, before, after, 4096);
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 // Work, rest, and what is held meanwhile.
 #include "crew.h"
 
-#include "support/holdings.h"
+#include "support/resource_usage.h"
 
 #include <algorithm>
 #include <fstream>
@@ -68,7 +68,7 @@ void Crew::measureRests()
         }
         settle(moment);
         malloc_trim(0);
-        const support::Holdings held = support::holdings();
+        const support::ResourceUsage held = support::resourceUsage();
         Held &place = process_.held[moment];
         place.descriptors = held.descriptors;
         place.threads = held.threads;
@@ -96,7 +96,7 @@ void Crew::settle(Moment moment) const
     const Held &start = process_.held[kAtStart];
     const auto until = Clock::now() + (moment == kAtStart ? 100ms : Clock::duration(kSettleTime));
     while (Clock::now() < until) {
-        const support::Holdings now = support::holdings();
+        const support::ResourceUsage now = support::resourceUsage();
         if (now.descriptors <= start.descriptors.load() && now.threads <= start.threads.load()) {
             return;
         }

@@ -280,7 +280,8 @@ int main(int argc, char **argv)
     Options options;
     CLI::App app("Works the library hard for a time, and tells whether it has held.", "kvo_soak");
     app.add_option("--seconds", options.seconds, "How long (default: 1200)")->check(CLI::Range(3.0, 1e6));
-    app.add_option("--warm-up", options.warmUp, "Seconds of them before holdings are judged (default: a fifth, at most 120)");
+    app.add_option("--warm-up", options.warmUp,
+                   "Seconds of them before the resource usage is judged (default: a fifth, at most 120)");
     app.add_option("--seed", options.seed, "Of the random numbers (default: another one each time; it is printed)");
     app.add_option("--patience", options.patience, "Seconds after which a call counts as unanswered (default: 30)");
     app.add_option("--session", options.session, "The agent's, which the simulator serves (default: 3)");

@@ -1,7 +1,7 @@
-// What runs for long, and is to leave nothing behind.
+// Long runs, after which a process uses no more resources than before.
 #pragma once
 
-#include "support/holdings.h"
+#include "support/resource_usage.h"
 
 #include <cstdio>
 #include <gtest/gtest.h>
@@ -16,10 +16,10 @@ inline constexpr bool kWatched = false;
 inline constexpr const char *kWhyFewer = "";
 #endif
 
-/// Tells what is held before and after so many requests or events, and fails where it is more afterwards.
-/// @param spare  bytes that the heap may have more
-inline void expectNothingLeftBehind(int count, const char *what, const char *whyFewer, const Holdings &before,
-                                    const Holdings &after, std::size_t spare)
+/// Prints the resource usage before and after @p count requests or events, and fails if it has grown.
+/// @param spare  bytes by which the heap may have grown
+inline void expectSameUsage(int count, const char *what, const char *whyFewer, const ResourceUsage &before,
+                            const ResourceUsage &after, std::size_t spare)
 {
     std::printf("%d %s%s: descriptors %zu -> %zu, threads %zu -> %zu, heap %zu -> %zu bytes\n", count, what, whyFewer,
                 before.descriptors, after.descriptors, before.threads, after.threads, before.heapBytes, after.heapBytes);

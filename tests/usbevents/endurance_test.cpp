@@ -94,12 +94,12 @@ TEST(UsbEndurance, a_hundred_thousand_events_leave_nothing_behind)
     // Threads' stacks and arenas are kept for the next ones: the first thousands show how many that makes.
     EXPECT_EQ(send(kEvents / 10), kEvents / 10);
     ASSERT_TRUE(onlyTheServerRuns(threads));
-    const support::Holdings before = support::holdings();
+    const support::ResourceUsage before = support::resourceUsage();
     EXPECT_EQ(send(kEvents), kEvents);
     ASSERT_TRUE(onlyTheServerRuns(threads));
-    const support::Holdings after = support::holdings();
+    const support::ResourceUsage after = support::resourceUsage();
     EXPECT_EQ(told, kEvents + kEvents / 10);
-    support::expectNothingLeftBehind(kEvents, "events", kWhyFewer, before, after, 64 * 1024);
+    support::expectSameUsage(kEvents, "events", kWhyFewer, before, after, 64 * 1024);
 
     SetFunction_SendUSBEvent_NULL();
     support::onOwnThread(KillUsbServer);

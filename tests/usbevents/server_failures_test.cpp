@@ -3,8 +3,8 @@
 #include <kvo_hws/service.h>
 #include <kvo_hws/usbevents.h>
 
-#include "support/holdings.h"
 #include "support/own_thread.h"
+#include "support/resource_usage.h"
 #include "support/syslog_capture.h"
 #include "support/system_calls.h"
 #include "support/usb_events.h"

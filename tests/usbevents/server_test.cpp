@@ -4,8 +4,8 @@
 #include <kvo_hws/usbevents.h>
 
 #include "support/alarms.h"
-#include "support/holdings.h"
 #include "support/many_threads.h"
+#include "support/resource_usage.h"
 #include "support/scripted_service.h"
 #include "support/syslog_capture.h"
 #include "support/system_calls.h"

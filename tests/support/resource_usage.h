@@ -1,4 +1,4 @@
-// What a process holds, before and after a long run.
+// The resources that a process uses: open descriptors, threads and heap memory.
 #pragma once
 
 #include <filesystem>
@@ -8,7 +8,7 @@
 
 namespace support {
 
-struct Holdings {
+struct ResourceUsage {
     std::size_t descriptors;
     std::size_t threads;
     std::size_t heapBytes;
@@ -28,6 +28,6 @@ inline std::size_t threadsRunning()
 }
 inline std::size_t descriptorsOpen() { return entriesOf("/proc/self/fd"); }
 
-inline Holdings holdings() { return {descriptorsOpen(), threadsRunning(), mallinfo2().uordblks}; }
+inline ResourceUsage resourceUsage() { return {descriptorsOpen(), threadsRunning(), mallinfo2().uordblks}; }
 
 }  // namespace support

@@ -113,7 +113,11 @@ std::string askUsbServer(const std::string &bytes, bool untilItCloses)
         sendmsg(client, &message, MSG_NOSIGNAL);
         heard.clear();
         char piece[256];
-        for (ssize_t count = 0; (untilItCloses || !heard.ends_with('\n')) && (count = read(client, piece, sizeof piece)) > 0;) {
+        while (untilItCloses || !heard.ends_with('\n')) {
+            const ssize_t count = TEMP_FAILURE_RETRY(read(client, piece, sizeof piece));  // some tests send signals meanwhile
+            if (count <= 0) {
+                break;
+            }
             heard.append(piece, static_cast<std::size_t>(count));
         }
     }

@@ -241,6 +241,8 @@ TEST(UsbEvents, are_taken_by_a_callback_that_asks_the_service)
                                                                                                                         : -1;
     });
     const Activated activated(support::EventRecorder::newer);
+    ASSERT_TRUE(recorder.waitFor(2))
+        << "the service delivers as soon as it has agreed; the callback hears of that a moment later";
     const auto began = Clock::now();
     EXPECT_EQ(plug("10.0.0.5")["delivery"], "delivered");
     EXPECT_LT(Clock::now() - began, 3500ms) << "the service was to answer while it delivered";

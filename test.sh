@@ -71,5 +71,5 @@ while [ ${#presets[@]} -gt 0 ] && [ $failed -eq 0 ]; do
     [ ${#presets[@]} -eq 0 ] || start_build "${presets[0]}"
     run_tests "$preset" || failed=1
 done
-[ ${#reports[@]} -eq 0 ] || scripts/skipped_tests.py "${require_all[@]}" "${reports[@]}" || failed=1
+[ ${#reports[@]} -eq 0 ] || scripts/test_report.py "${require_all[@]}" "${reports[@]}" || failed=1
 exit $failed

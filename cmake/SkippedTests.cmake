@@ -1,4 +1,4 @@
-# Tests that are not run here and say so, so that they are counted (scripts/skipped_tests.py prints them after ./test.sh).
+# Tests that are not run here and say so, so that they are counted (scripts/test_report.py prints them after ./test.sh).
 
 # kvo_skipped_test(NAME REASON): a test that only says why it is not run.
 function(kvo_skipped_test name reason)

@@ -46,14 +46,14 @@ MISSING_TOOL = skipped("needs_a_tool", "skipped: missing tool: abidw")
 OF_GOOGLETEST = skipped("not_as_root", "/a/file_test.cpp:12: Skipped\nroot can do it\n\n[  SKIPPED ] x", r"\\[  SKIPPED \\]")
 OF_PYTEST = 'add_test(NAME half COMMAND ${CMAKE_COMMAND} -E echo "SKIPPED [1] test_a.py:7: only as root")\n'
 BROKEN_BUILD = "add_custom_target(broken ALL COMMAND ${CMAKE_COMMAND} -E cat no-such-file)\n"
-FAILING_TEST = "add_test(NAME fails COMMAND ${CMAKE_COMMAND} -E false)\n"
+FAILING_TEST = "add_test(NAME fails COMMAND ${CMAKE_COMMAND} -E cat no-such-file)\n"
 
 
 class Building(unittest.TestCase):
     def setUp(self):
         self.project = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
         (self.project / "scripts").mkdir()
-        for name in ("demo.sh", "test.sh", "scripts/common.sh", "scripts/skipped_tests.py"):
+        for name in ("demo.sh", "test.sh", "scripts/common.sh", "scripts/test_report.py"):
             shutil.copy(ROOT / name, self.project / name)
         (self.project / "scripts/setup.sh").write_text("#!/bin/sh\n")
         (self.project / "scripts/setup.sh").chmod(0o755)
@@ -154,6 +154,11 @@ class Building(unittest.TestCase):
         ended = self.run_tests()
         self.assertEqual(ended.returncode, 1)
         self.assertIn("1 of 3 tests were skipped", ended.stdout)
+
+    def test_the_report_ends_with_the_failed_tests_and_their_output(self):
+        self.have(FAILING_TEST, OF_GOOGLETEST)
+        report = self.run_tests().stdout.rpartition("tests were skipped")[2]
+        self.assertRegex(report, r"\nfailed: release: (\w+)\n(    .*\n)+1 of 3 tests failed: release: \1\n$")
 
 
 if __name__ == "__main__":

@@ -62,6 +62,11 @@ class Integration(unittest.TestCase):
                 self.assertRegex(ended.stdout.rpartition("all steps:")[2], rf" s  {name} +FAILED \(status 3\)\n")
                 self.assertEqual(self.calls[-1].split()[0], "scripts/coverage.sh")
 
+    def test_the_end_repeats_the_last_lines_of_a_failed_step(self):
+        self.have("scripts/lint.sh", "echo what lint found; echo on the error output >&2; exit 3")
+        end = self.integrate().stdout.partition("the last lines of ")[2]
+        self.assertRegex(end, r"^lint:\nwhat lint found\non the error output\n=== the last lines of tidy:\n")
+
     def test_a_bare_system_that_cannot_be_made_is_skipped_and_reported(self):
         self.have("tests/packages/clean_root.sh", "echo skipped: no mounts; exit 77")
         ended = self.integrate()

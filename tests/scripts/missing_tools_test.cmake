@@ -10,7 +10,7 @@ execute_process(COMMAND ${CMAKE_COMMAND} -S ${ROOT} -B ${WORK} -G ${GENERATOR} -
 list(JOIN tests "|" names)
 execute_process(COMMAND ${CMAKE_CTEST_COMMAND} --test-dir ${WORK} -FA . -R "^(${names})$" --output-junit tests.xml
   OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)
-execute_process(COMMAND ${ROOT}/scripts/skipped_tests.py --require-all ${WORK}/tests.xml
+execute_process(COMMAND ${ROOT}/scripts/test_report.py --require-all ${WORK}/tests.xml
   OUTPUT_VARIABLE listed ERROR_VARIABLE refused RESULT_VARIABLE status)
 list(LENGTH tests count)
 if(NOT listed MATCHES "^${count} of ${count} tests were skipped" OR NOT status EQUAL 1)

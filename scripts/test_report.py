@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""Counts the tests that CTest skipped, and prints each reason with the tests that it holds for.
+"""Sums up what CTest ran: the tests that were skipped, by reason, and the end of each failed test's output.
 
-A reason is what the test printed: "skipped: REASON", GoogleTest's GTEST_SKIP() or pytest's -rs. One that begins with "missing tool: "
-can be removed by installing something, and fails a run that requires all tests."""
+The reason is what the test printed: "skipped: REASON", GoogleTest's GTEST_SKIP() or pytest's -rs. A reason that begins with
+"missing tool: " goes away when something is installed, and fails a run that requires all tests."""
 
 import argparse
 import pathlib
@@ -12,7 +12,8 @@ import xml.etree.ElementTree
 
 MISSING = "missing tool: "
 UNKNOWN = "no reason was printed"
-# What each kind of test prints: the line after "Skipped" is GoogleTest's, after "file:line: ".
+LAST_LINES = 40
+# What each kind of test prints; GoogleTest prints the reason on the line after "file:line: Skipped".
 REASONS = [
     re.compile(r"^(?:-- |[\w.]+: )?skipped: (.+)$", re.MULTILINE),
     re.compile(r"^\S+:\d+: Skipped\n(.+)$", re.MULTILINE),
@@ -21,7 +22,7 @@ REASONS = [
 
 
 def reasons(case):
-    """Why a test, or a part of it, was skipped; a test of pytest's passes although some of its cases are skipped."""
+    """Why a test or a part of it was skipped. A test that runs pytest passes even if some of its cases are skipped."""
     output = case.findtext("system-out") or ""
     found = [reason.strip() for pattern in REASONS for reason in pattern.findall(output)]
     whole = case.find("skipped") is not None
@@ -34,20 +35,27 @@ def main():
     parser.add_argument("reports", nargs="+", type=pathlib.Path, metavar="REPORT", help="what ctest --output-junit wrote")
     options = parser.parse_args()
 
-    skipped, total = {}, 0
+    skipped, failed, total = {}, [], 0
     for report in options.reports:
         if not report.exists():
-            continue  # CTest did not come that far, and has said why
+            continue  # CTest stopped earlier and printed the reason
         for case in xml.etree.ElementTree.parse(report).iter("testcase"):
             total += 1
+            name = f"{report.parent.name}: {case.get('name')}"
             for reason in reasons(case):
-                skipped.setdefault(reason, []).append(f"{report.parent.name}: {case.get('name')}")
+                skipped.setdefault(reason, []).append(name)
+            if case.find("failure") is not None:
+                failed.append((name, (case.findtext("system-out") or "").splitlines()[-LAST_LINES:]))
 
     print(f"{sum(map(len, skipped.values()))} of {total} tests were skipped" + (":" if skipped else ""))
     for reason, tests in sorted(skipped.items()):
         print(f"  {len(tests)}  {reason}")
         for test in tests:
             print(f"        {test}")
+    for name, output in failed:
+        print(f"failed: {name}", *output, sep="\n    ")
+    if failed:
+        print(f"{len(failed)} of {total} tests failed: " + ", ".join(name for name, _ in failed))
     missing = sum(len(tests) for reason, tests in skipped.items() if reason.startswith(MISSING))
     if missing and options.require_all:
         print(f"{missing} tests need something that is not installed here, and --require-all wants them run", file=sys.stderr)

@@ -1,5 +1,5 @@
 /** @file
- *  How the library's names are declared: C linkage, visible outside the shared library, no exception ever leaves one.
+ *  How the library's functions are declared: C linkage, visible outside the shared library, and no exception leaves them.
  */
 #ifndef KVO_HWS_EXPORT_H
 #define KVO_HWS_EXPORT_H
@@ -10,9 +10,9 @@
 #ifdef __cplusplus
 /** No exception leaves the function. */
 #define KVO_HWS_NOEXCEPT noexcept
-/** Opens declarations of C linkage. */
+/** Opens a block of declarations with C linkage. */
 #define KVO_HWS_BEGIN_DECLS extern "C" {
-/** Closes them. */
+/** Closes the block of declarations. */
 #define KVO_HWS_END_DECLS }
 #else
 #define KVO_HWS_NOEXCEPT

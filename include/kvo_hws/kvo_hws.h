@@ -1,15 +1,15 @@
 /** @file
- *  The whole interface of libkvo_hws.so.0, for programs that do not want to choose.
+ *  Includes all headers of libkvo_hws.so.0.
  *
- *  Threads: unless a function's comment says otherwise, any thread may call it at any time. One request is exchanged at a
- *  time in a process: the exchange lock is held from the connect until the reply is read, so a slow service delays every
- *  thread that asks. The 4 s that a reply may take start anew with each byte that arrives, and with each signal handler
- *  that runs in the waiting thread. A reply has no upper limit but 4 GiB. After fork() a child calls nothing of the library
- *  before exec().
+ *  Threads: any thread may call a function at any time, unless the function's comment says otherwise. A process exchanges one
+ *  request at a time: a request holds the exchange lock from the connect until the reply is read, so a slow service delays
+ *  every thread that sends a request. The timeout for a reply is 4 s. It restarts with each byte that arrives, and with each
+ *  signal handler that runs in the waiting thread. The length of a reply is limited only to 4 GiB. After fork() the child
+ *  must not call the library before exec().
  *
- *  Cancellation: a wait inside the library cannot be cancelled, nor can a callback that the library calls. A thread of the
- *  usual, deferred cancellation type for which pthread_cancel was called, before or meanwhile, comes back from each function
- *  with its usual result, and ends at the next cancellation point of the program's own.
+ *  Cancellation: pthread_cancel interrupts neither a wait inside the library nor a callback that the library calls. If
+ *  pthread_cancel was called for a thread with the usual, deferred cancellation type, before or during a call, the function
+ *  still returns its usual result, and the thread ends at the next cancellation point in the program's own code.
  */
 #ifndef KVO_HWS_KVO_HWS_H
 #define KVO_HWS_KVO_HWS_H

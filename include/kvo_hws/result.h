@@ -1,5 +1,5 @@
 /** @file
- *  The result codes of the request functions, in one table, and what each means as a text.
+ *  The result codes of the request functions, and a text that explains each of them.
  */
 #ifndef KVO_HWS_RESULT_H
 #define KVO_HWS_RESULT_H
@@ -12,50 +12,50 @@
  *  @{
  */
 
-/** What a request function returns. A number may have several names: what it means is the function's, and stands in its
- *  comment.
+/** What a request function returns. One number may have several names: its meaning depends on the function and is documented
+ *  in the function's comment.
  */
 enum KvoHwsResult {
     KVO_HWS_OK = 1, /**< done, or "yes" */
-    KVO_HWS_NO = 0, /**< nothing was done and nothing is wrong: "no", "busy", "not found", or level 0 */
+    KVO_HWS_NO = 0, /**< nothing was done, but this is not an error: "no", "busy", "not found", or level 0 */
 
-    KVO_HWS_FAILED = -1,     /**< refused, an unknown reply, a broken exchange, or an argument that a function does not take */
+    KVO_HWS_FAILED = -1,     /**< refused, an unknown reply, a broken exchange, or an argument that the function rejects */
     KVO_HWS_NO_SERVICE = -2, /**< no connection to the service's socket */
 
     KVO_HWS_TOO_SMALL = -3,    /**< the caller's buffer or array is too small */
-    KVO_HWS_OUT_OF_RANGE = -3, /**< a value is out of range, or a reply of another kind than the two that are known */
+    KVO_HWS_OUT_OF_RANGE = -3, /**< a value is out of range, or the reply is neither of the two known kinds */
     KVO_HWS_AMBIGUOUS = -3,    /**< several stations match */
 
     KVO_HWS_TIMEOUT = -4,          /**< a lock was not obtained in time */
     KVO_HWS_SECOND_TOO_SMALL = -4, /**< the caller's second buffer is too small */
     KVO_HWS_INVALID_MODE = -4,     /**< a mode is out of range */
-    KVO_HWS_REFUSED = -4,          /**< the service refused, where that is told apart from an unknown reply */
+    KVO_HWS_REFUSED = -4,          /**< the service refused, where refusals and unknown replies have different codes */
     KVO_HWS_NOT_AVAILABLE = -4,    /**< the service has no such information */
 
     KVO_HWS_UNSUPPORTED = -5,   /**< the station does not know the mode */
-    KVO_HWS_UNKNOWN_REPLY = -5, /**< the service answered something unknown, or a malformed value */
+    KVO_HWS_UNKNOWN_REPLY = -5, /**< the service sent an unknown reply or a malformed value */
     KVO_HWS_NOT_ACTIVE = -6,    /**< the backlight is not active */
 
-    KVO_HWS_NULL_POINTER = -7,      /**< a pointer that is needed is null */
+    KVO_HWS_NULL_POINTER = -7,      /**< a required pointer is null */
     KVO_HWS_SERVER_FAILED = -8,     /**< a USB event server could not be stopped or started */
-    KVO_HWS_NO_THREAD = -3,         /**< a thread that is needed could not be started */
-    KVO_HWS_ALREADY_RUNNING = -8,   /**< it runs already, or has ended and was not cleaned up */
-    KVO_HWS_MISSING_PARAMETER = -9, /**< an obligatory parameter is missing */
-    KVO_HWS_INVALID_INSTANCE = -10, /**< a handle that is not the agent's */
+    KVO_HWS_NO_THREAD = -3,         /**< a required thread could not be started */
+    KVO_HWS_ALREADY_RUNNING = -8,   /**< it is already running, or has ended but was not cleaned up */
+    KVO_HWS_MISSING_PARAMETER = -9, /**< a required parameter is missing */
+    KVO_HWS_INVALID_INSTANCE = -10, /**< the handle is not the agent's */
     KVO_HWS_NO_EVENTS = -9,         /**< USB events are not active in this program */
-    KVO_HWS_BUSY = -9,              /**< the service is busy, where that is a failure */
+    KVO_HWS_BUSY = -9,              /**< the service is busy, in functions that treat this as an error */
     KVO_HWS_INVALID_METRIC = -9,    /**< no such metric */
-    KVO_HWS_INVALID_HOST = -10      /**< a host address that can not be used */
+    KVO_HWS_INVALID_HOST = -10      /**< a host address that cannot be used */
 };
 
-/** Explains a result to people. Programs go by the number; this is for their messages.
- *  @param function  the name of the function that returned it, such as "KVO_HWS_getUsbLock"; null or an unknown name gets the
- *                   number's general meaning
+/** Explains a result in words, for messages to users. Programs should test the number, not the text.
+ *  @param function  the name of the function that returned the result, such as "KVO_HWS_getUsbLock"; for null or an unknown
+ *                   name the text is the number's general meaning
  *  @param result    what the function returned
- *  @return a text in English without a line end, never null; "unexpected result" for a number that has no meaning. It is
- *  constant, stays valid until the program ends, and is not freed
+ *  @return a text in English without a line end, never null; "unexpected result" for a number without a meaning. The text is
+ *  constant and stays valid until the program ends; do not free it
  *
- *  Sends and logs nothing, allocates nothing and is the same in every locale. Safe from any thread and from signal handlers.
+ *  Sends, logs and allocates nothing. The text is the same in every locale. Safe from any thread and from signal handlers.
  *  The texts may change with every version. In C:
  *
  *      int32_t result = KVO_HWS_setBacklightBrightness(0x0A000005, 180);
@@ -65,7 +65,7 @@ enum KvoHwsResult {
  */
 static inline const char *kvo_hws_result_text(const char *function, int32_t result)
 {
-    /* The only place of these texts. Scripts read it too: one row a line. Rows without a function hold the general meanings. */
+    /* The only copy of these texts. Scripts parse it: one row per line. Rows without a function are the general meanings. */
     static const struct {
         const char *function;
         int32_t result;
@@ -81,30 +81,30 @@ static inline const char *kvo_hws_result_text(const char *function, int32_t resu
         {"", -4, "it took too long, was refused or is not available, a mode is out of range, or a buffer is too small"},
         {"", -5, "the station does not know the mode, or the service answered something unknown"},
         {"", -6, "the station's backlight is not active"},
-        {"", -7, "a pointer that is needed is null"},
-        {"", -8, "something runs already, or could not be stopped or started"},
+        {"", -7, "a required pointer is null"},
+        {"", -8, "it is already running, or could not be stopped or started"},
         {"", -9, "a parameter is missing or unknown, USB events are not active, or the service is busy"},
         {"", -10, "an address or a handle cannot be used"},
         /* service.h */
         {"SendCommand2ServiceDyn", -1, "the command is empty, or the exchange with the service broke"},
-        {"SendCommand2ServiceDyn", -2, "there is no connection to the service"},
+        {"SendCommand2ServiceDyn", -2, "no connection to the service"},
         {"FuncSendCommand2DLL", 1, "done"},
-        {"FuncSendCommand2DLL", 2, "no socket could be made"},
-        {"FuncSendCommand2DLL", 3, "no server of USB events answers"},
+        {"FuncSendCommand2DLL", 2, "the socket could not be created"},
+        {"FuncSendCommand2DLL", 3, "no USB event server answers"},
         {"FuncSendCommand2DLL", 4, "the message could not be written"},
         {"FuncSendCommand2DLL", 5, "the message is longer than 1022 characters; nothing was sent"},
         {"SendUsbMsg2DLL", 1, "done"},
-        {"SendUsbMsg2DLL", 2, "no socket could be made"},
-        {"SendUsbMsg2DLL", 3, "no server of USB events answers"},
+        {"SendUsbMsg2DLL", 2, "the socket could not be created"},
+        {"SendUsbMsg2DLL", 3, "no USB event server answers"},
         {"SendUsbMsg2DLL", 4, "the message could not be written"},
         {"SendUsbMsg2DLL", 5, "the message is longer than 1022 characters; nothing was sent"},
         {"SendCommand2DLL", 1, "done"},
-        {"SendCommand2DLL", 2, "no socket could be made"},
-        {"SendCommand2DLL", 3, "no server of USB events answers"},
+        {"SendCommand2DLL", 2, "the socket could not be created"},
+        {"SendCommand2DLL", 3, "no USB event server answers"},
         {"SendCommand2DLL", 4, "the message could not be written"},
         {"SendCommand2DLL", 5, "the message is longer than 1022 characters; nothing was sent"},
-        {"KillUsbServer", -1, "this program's server of USB events did not stop in time"},
-        {"KillUsbServer", -2, "no server of USB events takes the message, or there is no memory"},
+        {"KillUsbServer", -1, "this program's USB event server did not stop in time"},
+        {"KillUsbServer", -2, "the message could not be delivered to a USB event server, or memory ran out"},
         {"kvo_hws_send_socket", -1, "not all bytes could be sent"},
         {"kvo_hws_send_socket", -2, "the connection is lost"},
         {"kvo_hws_StartUpSockets", 0, "done"},
@@ -112,11 +112,11 @@ static inline const char *kvo_hws_result_text(const char *function, int32_t resu
         {"ReadSocket", -1, "the socket could not be read"},
         {"ReadSocket", -3, "the connection is closed, or 1024 bytes came without a line feed"},
         {"ReadSocket", -5, "no data came in time"},
-        {"ReadSocketDyn", -1, "the socket could not be read, or there is no place for the line"},
+        {"ReadSocketDyn", -1, "the socket could not be read, or the pointer for the line is null"},
         {"ReadSocketDyn", -3, "the connection is closed"},
         {"ReadSocketDyn", -5, "no data came in time"},
         {"ReadSocketDyn", -6, "the socket cannot be waited for"},
-        {"ReadSocketDyn", -8, "there is no memory for the line"},
+        {"ReadSocketDyn", -8, "not enough memory for the line"},
         {"ReadSocketCache", -1, "the socket could not be read"},
         {"ReadSocketCache", -3, "the connection is closed, or 1024 bytes came without a line feed"},
         {"ReadSocketCache", -5, "no data came in time"},
@@ -124,7 +124,7 @@ static inline const char *kvo_hws_result_text(const char *function, int32_t resu
         {"KVO_HWS_getDebugLevel", 0, "the debug level is none"},
         {"KVO_HWS_getDebugLevel", 1, "the debug level is I"},
         {"KVO_HWS_getDebugLevel", 2, "the debug level is II"},
-        {"KVO_HWS_lockKVORegData", 0, "the registry is locked already; try again"},
+        {"KVO_HWS_lockKVORegData", 0, "the registry is already locked; try again"},
         {"KVO_HWS_lockKVORegData", -1, "the service refused, or no service answers"},
         {"KVO_HWS_unlockKVORegData", -1, "the service refused, or no service answers"},
         {"KVO_HWS_getDLLVersion", -1, "the buffer is too small for the version"},
@@ -144,16 +144,16 @@ static inline const char *kvo_hws_result_text(const char *function, int32_t resu
         {"KVO_HWS_getKVOCurrentListFromRegistry", -3, "the array is too small for all stations"},
         {"KVO_HWS_getKVOCurrentListFromRegistry", -4, "the registry stayed locked for too long"},
         /* requests.h: viewer */
-        {"KVO_HWS_isViewerActive", 0, "the station's viewer does not run"},
+        {"KVO_HWS_isViewerActive", 0, "the station's viewer is not running"},
         {"KVO_HWS_getCurrentServer", 0, "no server is shown"},
         {"KVO_HWS_getCurrentServer", -3, "the buffer is too small for the server"},
         {"KVO_HWS_getCurrentServer", -4, "the buffer is too small for the display"},
         {"KVO_HWS_setActivateMe", 0, "busy; try again"},
         {"KVO_HWS_setStartViewer", 0, "busy; try again"},
         {"KVO_HWS_startConfiguredViewer", 0, "busy; try again"},
-        {"KVO_HWS_setStopViewer", 0, "the station's viewer does not run"},
-        {"KVO_HWS_setStopViewerPreempt", 0, "the station's viewer does not run"},
-        {"KVO_HWS_setStopViewerNoClean", 0, "the station's viewer does not run"},
+        {"KVO_HWS_setStopViewer", 0, "the station's viewer is not running"},
+        {"KVO_HWS_setStopViewerPreempt", 0, "the station's viewer is not running"},
+        {"KVO_HWS_setStopViewerNoClean", 0, "the station's viewer is not running"},
         /* requests.h: panel */
         {"KVO_HWS_setBacklightBrightness", -3, "the level is not one of 0 to 100"},
         {"KVO_HWS_setBacklightBrightnessV2", -3, "the level is not one of 0 to 100"},
@@ -184,7 +184,7 @@ static inline const char *kvo_hws_result_text(const char *function, int32_t resu
         {"KVO_HWS_setTouchScreenCalibParam", -3, "the threshold is below -1, or nonlinear is not -1, 0 or 1"},
         /* requests.h: USB lock and connectors */
         {"KVO_HWS_setUsbLock", -1, "the lock could not be sent over the network"},
-        {"KVO_HWS_setUsbLock", -10, "127.0.0.1 is the address of no station; nothing was sent"},
+        {"KVO_HWS_setUsbLock", -10, "127.0.0.1 is not a station's address; nothing was sent"},
         {"KVO_HWS_getUsbConnectorList", 0, "the list of connectors is empty"},
         {"KVO_HWS_getUsbConnectorList", -3, "the buffer is too small for the list of connectors"},
         {"KVO_HWS_getUsbConnectorList", -4, "the service refused"},
@@ -196,22 +196,22 @@ static inline const char *kvo_hws_result_text(const char *function, int32_t resu
         {"KVO_HWS_getUsbConnectorListOne", -5, "the service answered something unknown"},
         {"KVO_HWS_getUsbConnectorListOne", -9, "the service is busy; try again"},
         /* requests.h: metrics, clients and the kind of panel */
-        {"KVO_HWS_getStationMetrics", -4, "the station does not tell"},
-        {"KVO_HWS_getStationMetrics", -5, "the service answered a malformed value"},
+        {"KVO_HWS_getStationMetrics", -4, "the station does not report this metric"},
+        {"KVO_HWS_getStationMetrics", -5, "the service sent a malformed value"},
         {"KVO_HWS_getStationMetrics", -9, "no metric has this number"},
         {"KVO_HWS_getClientList", -3, "the array is too small for all clients"},
         {"KVO_HWS_isMarovantiPanel", 0, "the panel is not a Marovanti panel"},
-        {"KVO_HWS_isMarovantiPanel", -3, "the service answered an unknown mode"},
+        {"KVO_HWS_isMarovantiPanel", -3, "the service sent an unknown mode"},
         {"KVO_HWS_isMarovantiPanel", -4, "the panel was not found, or the service failed"},
         {"KVO_HWS_isMarovantiPanel", -5, "the service answered something unknown"},
         /* usbevents.h */
         {"KVO_HWS_activateUSBEvents", -1, "the callback is null"},
-        {"KVO_HWS_activateUSBEvents", -3, "no thread could be started that asks the service"},
-        {"KVO_HWS_activateUSBEvents", -8, "the server of USB events could not be stopped or started"},
+        {"KVO_HWS_activateUSBEvents", -3, "the thread that asks the service could not be started"},
+        {"KVO_HWS_activateUSBEvents", -8, "the USB event server could not be stopped or started"},
         {"KVO_HWS_activateUSBEventsV2", -1, "the callback is null"},
-        {"KVO_HWS_activateUSBEventsV2", -3, "no thread could be started that asks the service"},
-        {"KVO_HWS_activateUSBEventsV2", -8, "the server of USB events could not be stopped or started"},
-        {"KVO_HWS_closeUSBEvents", -8, "the server of USB events could not be stopped"},
+        {"KVO_HWS_activateUSBEventsV2", -3, "the thread that asks the service could not be started"},
+        {"KVO_HWS_activateUSBEventsV2", -8, "the USB event server could not be stopped or started"},
+        {"KVO_HWS_closeUSBEvents", -8, "the USB event server could not be stopped"},
         {"KVO_HWS_closeUSBEvents", -9, "USB events are not active in this program"},
         {"KVO_HWS_isUSBEventsActivated", 0, "no program has USB events active"},
         {"KVO_HWS_isUSBEventsActivated", -1, "the service refused, or no service answers"},
@@ -219,10 +219,10 @@ static inline const char *kvo_hws_result_text(const char *function, int32_t resu
         {"SendUSBEventCheckNULL_V1", -1, "no callback is set, or the callback failed"},
         {"SendUSBEventCheckNULL_V2", -1, "no callback is set, or the callback failed"},
         /* agent.h */
-        {"KVO_HWS_startupEmbHwsClient", -1, "no thread could be started for the agent"},
-        {"KVO_HWS_startupEmbHwsClient", -8, "an agent runs already, or has ended and was not cleaned up"},
-        {"KVO_HWS_startupEmbHwsClient", -9, "the agent lacks a station in focus or a remote service"},
-        {"KVO_HWS_cleanupEmbHwsClient", -1, "the agent still runs; it ends as soon as what holds it returns"},
+        {"KVO_HWS_startupEmbHwsClient", -1, "the agent's thread could not be started"},
+        {"KVO_HWS_startupEmbHwsClient", -8, "an agent is already running, or has ended but was not cleaned up"},
+        {"KVO_HWS_startupEmbHwsClient", -9, "the parameters name no station in focus or no remote service"},
+        {"KVO_HWS_cleanupEmbHwsClient", -1, "the agent is still running; it ends when the call that blocks it returns"},
         {"KVO_HWS_cleanupEmbHwsClient", -7, "no agent was started, or the handle is null"},
         {"KVO_HWS_cleanupEmbHwsClient", -10, "this is not the handle of the agent"},
         {"KVO_HWS_sendEmbHwsEvent", -1, "the remote side has not sent a valid request yet"},
@@ -232,9 +232,9 @@ static inline const char *kvo_hws_result_text(const char *function, int32_t resu
         {"init_fb", 0, "done"},
         {"init_fb", -1, "the station in focus cannot be read, or an agent is ending"},
         {"get_shiftstate", 6, "the shift state is 6, or could not be read"},
-        {"KVO_HWS_activateEmbKvoEvents", -1, "no thread could be started that listens"},
-        {"KVO_HWS_activateEmbKvoEvents", -8, "this program listens already"},
-        {"KVO_HWS_deactivateEmbKvoEvents", -1, "no listener ran, or it still runs until a service is there"},
+        {"KVO_HWS_activateEmbKvoEvents", -1, "the listener's thread could not be started"},
+        {"KVO_HWS_activateEmbKvoEvents", -8, "this program is already listening"},
+        {"KVO_HWS_deactivateEmbKvoEvents", -1, "no listener was running, or it keeps running until a service is available"},
         /* config.h */
         {"GetInterfaceIP", 0, "done"},
         {"GetInterfaceIP", -1, "the interface has no IPv4 address"},
@@ -256,24 +256,24 @@ static inline const char *kvo_hws_result_text(const char *function, int32_t resu
         /* runtime.h */
         {"kvo_hws_CreateThread", -1, "the thread could not be started"},
         {"kvo_hws_CreateThreadIdent", -1, "the thread could not be started"},
-        {"kvo_hws_detach_thread", -1, "the thread was detached already"},
+        {"kvo_hws_detach_thread", -1, "the thread was already detached"},
         {"kvo_hws_GiveUpThreadExecution", 0, "done"},
         {"kvo_hws_EnterCriticalSection", 0, "done"},
         {"kvo_hws_LeaveCriticalSection", 0, "done"},
         {"ActivateNotify", 0, "done"},
         {"ActivateNotify", -1, "the signal handler could not be set; errno says why"},
         {"CreateNotify", 0, "done"},
-        {"CreateNotify", -1, "there is no memory for the record"},
+        {"CreateNotify", -1, "not enough memory for the record"},
         {"DeleteNotify", 0, "done"},
         {"WaitNotify", 1, "a signal came, and a stop is requested"},
         {"WaitNotify", 0, "the time has passed"},
         {"WaitNotify", -3, "a signal came without a stop, or the sleep failed"},
-        {"WaitShutdown", 1, "the thread has ended, or did not run"},
+        {"WaitShutdown", 1, "the thread has ended, or was not running"},
         {"WaitShutdown", -1, "the sleep failed, or the time has passed"},
-        {"WaitShutdown", -2, "the thread still runs"},
-        {"ShutdownThread", 1, "the thread has ended, or did not run"},
+        {"WaitShutdown", -2, "the thread is still running"},
+        {"ShutdownThread", 1, "the thread has ended, or was not running"},
         {"ShutdownThread", -1, "the sleep failed, or the time has passed"},
-        {"ShutdownThread", -2, "the thread still runs, or the record is null"},
+        {"ShutdownThread", -2, "the thread is still running, or the record is null"},
         {"CreateReceivedNotify", 0, "done"},
         {"InitReceivedNotify", 0, "done"},
         {"InitReceivedNotify", -1, "the semaphore cannot be used; errno says why"},

@@ -1,5 +1,5 @@
 /** @file
- *  The version of these headers. The library's own, by the name of its file: libkvo_hws.so.0.MINOR.PATCH before 1.0.0.
+ *  The version of these headers. The library's own version is in its file name: libkvo_hws.so.0.MINOR.PATCH before 1.0.0.
  */
 #ifndef KVO_HWS_VERSION_H
 #define KVO_HWS_VERSION_H
@@ -8,16 +8,16 @@
  *  @{
  */
 
-/** The first number: raised by a change that breaks programs. */
+/** The first number: a change that breaks programs increases it. */
 #define KVO_HWS_VERSION_MAJOR 0
-/** The second number: raised by an addition. */
+/** The second number: an addition increases it. */
 #define KVO_HWS_VERSION_MINOR 1
-/** The third number: raised by a correction. */
+/** The third number: a bug fix increases it. */
 #define KVO_HWS_VERSION_PATCH 0
-/** All three, as people write them. */
+/** All three numbers as a string. */
 #define KVO_HWS_VERSION_STRING "0.1.0"
 
-/** Whether these headers are of this version or a later one; for `#if`. */
+/** True if these headers have this version or a later one; for `#if`. */
 #define KVO_HWS_VERSION_AT_LEAST(major, minor, patch)                                                                          \
     (KVO_HWS_VERSION_MAJOR > (major) ||                                                                                        \
      (KVO_HWS_VERSION_MAJOR == (major) &&                                                                                      \

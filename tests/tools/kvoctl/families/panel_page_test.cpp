@@ -298,7 +298,8 @@ TEST(Page, carries_what_is_lacking_as_null_and_says_why)
     const Json touch = Json::parse(R"({"key": "touch.nonlinear", "code": 0, "meaning": "the station has no touch screen",
                                     "failed": false})");
     EXPECT_THAT(page["unavailable"], testing::Contains(touch));
-    const Json rotation = Json::parse(R"({"key": "metrics.rotation", "code": -4, "meaning": "the station does not tell",
+    const Json rotation =
+        Json::parse(R"({"key": "metrics.rotation", "code": -4, "meaning": "the station does not report this metric",
                                        "failed": false})");
     EXPECT_THAT(page["unavailable"], testing::Contains(rotation));
     const Json type = Json::parse(R"({"key": "panel.type", "code": -1,
@@ -314,7 +315,7 @@ TEST(Page, of_a_station_that_only_lacks_things_is_done)
     EXPECT_EQ(ended.err, "");
     EXPECT_THAT(ended.out, testing::HasSubstr("(the station has no touch screen)"));
     EXPECT_THAT(ended.out, testing::HasSubstr("(the station does not know this mode)"));
-    EXPECT_THAT(ended.out, testing::HasSubstr("(the station does not tell)"));
+    EXPECT_THAT(ended.out, testing::HasSubstr("(the station does not report this metric)"));
 }
 
 TEST(Page, of_an_unknown_station_is_a_no)

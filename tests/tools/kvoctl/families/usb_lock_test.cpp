@@ -107,7 +107,7 @@ TEST(UsbLock, is_sent_to_nobody_when_one_station_is_this_host)
     const Network network;
     const Ended ended = lock({"0", "1", "10.0.0.5", "127.0.0.1"});
     EXPECT_EQ(ended.status, 4);
-    EXPECT_EQ(ended.err, "kvoctl: usb lock set: 127.0.0.1 is the address of no station; nothing was sent (result -10)\n");
+    EXPECT_EQ(ended.err, "kvoctl: usb lock set: 127.0.0.1 is not a station's address; nothing was sent (result -10)\n");
     EXPECT_THAT(network.datagrams(), IsEmpty());
 }
 

@@ -315,7 +315,7 @@ TEST(UsbWatch, fails_where_nobody_can_connect_to_it)
     EXPECT_EQ(watch.wait(), 4);
     EXPECT_EQ(watch.out(), "begin code=3\nserver_failed code=100\n");
     EXPECT_THAT(watch.err(),
-                testing::EndsWith("kvoctl: usb watch: the events could not be activated: the server of USB events could not be "
+                testing::EndsWith("kvoctl: usb watch: the events could not be activated: the USB event server could not be "
                                   "stopped or started (result -8)\n"));
     EXPECT_THAT(service.requests(), ElementsAre("isInitComplete\n"));
     std::filesystem::remove(support::kUsbSocket);

@@ -1,7 +1,7 @@
 // An agent at work: the local service that answers it, the remote side that asks it, and the host that it passes commands to.
 #pragma once
 
-#include "support/kept_by_the_platform.h"
+#include "support/leak_suppressions.h"
 #include "support/remote_service.h"
 #include "support/scripted_service.h"
 

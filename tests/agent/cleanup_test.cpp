@@ -195,7 +195,7 @@ TEST(Cleanup, ends_an_agent_whose_connect_hangs)
     const SyslogCapture capture;
     const WithSystemCalls calls{{.connect = [&](int, const sockaddr *address, socklen_t) {
         connecting = connecting || address->sa_family == AF_INET;
-        return support::kPass;
+        return support::kPassThrough;
     }}};
     void *instance = nullptr;
     ASSERT_EQ(start(&instance), 1);

@@ -79,7 +79,7 @@ TEST_F(Connection, that_fails_only_after_a_while_is_tried_again)
     const SyslogCapture capture;
     const WithSystemCalls calls{{.connect = [&](int fd, const sockaddr *address, socklen_t) {
         if (address->sa_family != AF_INET || !support::calledByLibrary() || rounds++ > 0) {
-            return support::kPass;
+            return support::kPassThrough;
         }
         failLater(fd);
         errno = EINPROGRESS;
@@ -148,7 +148,7 @@ TEST_F(Connection, that_cannot_be_waited_for_is_closed_and_made_again)
                 errno = ENOMEM;
                 return -1;
             }
-            return support::kPass;
+            return support::kPassThrough;
         }}};
         remote.send("ping\n");
         ASSERT_TRUE(eventually([&] { return failed.load(); }));
@@ -169,7 +169,7 @@ TEST_F(Connection, is_not_left_to_a_connect_that_a_signal_interrupts)
     RemoteService remote(kSession);
     const WithSystemCalls calls{{.connect = [&](int fd, const sockaddr *address, socklen_t length) {
         if (address->sa_family != AF_INET || rounds++ > 0) {
-            return support::kPass;
+            return support::kPassThrough;
         }
         // It goes on in the background, as the system does it.
         EXPECT_EQ(connect(fd, address, length), -1);
@@ -226,7 +226,7 @@ TEST_F(OpenSocket, is_closed_before_the_connect_when_it_is_a_little_older)
         if (address->sa_family == AF_INET && firstTry.tv_sec == 0) {
             timeval_get(&firstTry);
         }
-        return support::kPass;
+        return support::kPassThrough;
     }}};
     const Agent agent;
     awaitPause();

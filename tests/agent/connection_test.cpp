@@ -191,7 +191,7 @@ TEST_F(Connection, is_waited_on_for_a_second_at_a_time)
                 const std::lock_guard guard(lock);
                 waits.push_back(milliseconds);
             }
-            return support::kPass;
+            return support::kPassThrough;
         }}};
         ASSERT_EQ(remote.ask("ping"), "pong");
         ASSERT_EQ(remote.ask("ping"), "pong");
@@ -243,7 +243,7 @@ TEST_F(Connection, sets_no_socket_option_when_it_is_made)
     std::atomic<int> options{0};
     const WithSystemCalls calls{{.setsockopt = [&, own = std::this_thread::get_id()](int, int level, int) {
         options += level == IPPROTO_TCP && std::this_thread::get_id() != own ? 1 : 0;
-        return support::kPass;
+        return support::kPassThrough;
     }}};
     const Agent agent;
     ASSERT_TRUE(remote.accept());
@@ -262,7 +262,7 @@ TEST_F(Connection, is_tried_every_second_while_nobody_listens)
             const std::lock_guard guard(lock);
             tries.push_back(Clock::now());
         }
-        return support::kPass;
+        return support::kPassThrough;
     }}};
     const SyslogCapture capture;
     const Agent agent;
@@ -290,7 +290,7 @@ TEST_F(Connection, is_tried_again_where_there_is_no_socket)
             errno = EMFILE;
             return -1;
         }
-        return support::kPass;
+        return support::kPassThrough;
     }}};
     const SyslogCapture capture;
     const Agent agent;
@@ -314,7 +314,7 @@ TEST_F(Connection, goes_on_after_a_signal)
             errno = EINTR;
             return -1;
         }
-        return support::kPass;
+        return support::kPassThrough;
     }}};
     remote.send("ping\nping\n");
     EXPECT_EQ(remote.line(), "pong\r\n");

@@ -50,7 +50,7 @@ TEST_F(EventListener, tries_to_connect_every_second)
     const WithSystemCalls calls{{.connect = [&](int, const sockaddr *, socklen_t) {
         const std::lock_guard guard(lock);
         tries.push_back(Clock::now());
-        return support::kPass;
+        return support::kPassThrough;
     }}};
     const SyslogCapture capture;
     Listening listening;
@@ -95,7 +95,7 @@ TEST_F(EventListener, tries_again_where_there_is_no_socket)
             errno = EMFILE;
             return -1;
         }
-        return support::kPass;
+        return support::kPassThrough;
     }}};
     const auto began = Clock::now();
     const Listening listening;
@@ -158,7 +158,7 @@ TEST_F(EventListener, is_stopped_while_it_pauses)
     std::atomic<bool> pauses{false};
     const WithSystemCalls calls{{.select = [&, own = std::this_thread::get_id()](timeval *time) {
         pauses = pauses || (std::this_thread::get_id() != own && time->tv_sec + time->tv_usec >= 1);
-        return support::kPass;
+        return support::kPassThrough;
     }}};
     ASSERT_TRUE(service.accept());
     service.stopSending();
@@ -181,7 +181,7 @@ TEST_F(EventListener, pauses_for_its_time_through_signals)
                                              const std::lock_guard guard(lock);
                                              asked.push_back(time->tv_sec * 1000 + time->tv_usec / 1000);
                                          }
-                                         return support::kPass;
+                                         return support::kPassThrough;
                                      },
                                  .threadWork =
                                      [&](std::function<void *()> work) {
@@ -213,7 +213,7 @@ TEST_F(EventListener, does_not_run_after_a_service_that_hangs_up)
     std::atomic<int> connects{0};
     const WithSystemCalls calls{{.connect = [&](int, const sockaddr *, socklen_t) {
         ++connects;
-        return support::kPass;
+        return support::kPassThrough;
     }}};
     Listening listening;
     const auto until = Clock::now() + 2500ms;
@@ -269,7 +269,7 @@ TEST_F(EventListener, connects_anew_where_it_cannot_wait)
     {
         const WithSystemCalls calls{{.poll = [&, own = std::this_thread::get_id()](pollfd *, nfds_t, int milliseconds) {
             if (std::this_thread::get_id() == own || milliseconds != 1000 || error == 0) {
-                return support::kPass;
+                return support::kPassThrough;
             }
             errno = error == EINTR ? error.exchange(ENOMEM) : error.exchange(0);
             return -1;

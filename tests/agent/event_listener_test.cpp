@@ -117,7 +117,7 @@ TEST_F(EventListener, connects_with_the_whole_address)
     std::atomic<socklen_t> length{0};
     const WithSystemCalls calls{{.connect = [&](int, const sockaddr *, socklen_t seen) {
         length = seen;
-        return support::kPass;
+        return support::kPassThrough;
     }}};
     const Listening listening;
     ASSERT_TRUE(service.accept());

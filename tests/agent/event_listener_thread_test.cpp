@@ -85,7 +85,7 @@ TEST_F(EventListener, is_woken_by_a_stop_that_comes_just_before_its_wait)
         if (milliseconds == 1000 && !isAboutToWait.exchange(true)) {
             std::this_thread::sleep_for(60ms);  // the stop's first signal is over when this returns
         }
-        return support::kPass;
+        return support::kPassThrough;
     }}};
     Listening listening;
     ASSERT_TRUE(service.accept());
@@ -108,7 +108,7 @@ TEST_P(SignalledListener, does_not_end_while_it_is_signalled)
     std::atomic<int> signals{0};
     const auto holdUp = [&, own = std::this_thread::get_id()](pthread_t) {
         if (std::this_thread::get_id() != own || ++signals > GetParam()) {
-            return support::kPass;
+            return support::kPassThrough;
         }
         if (signals < GetParam()) {
             return 0;  // lost on it
@@ -117,7 +117,7 @@ TEST_P(SignalledListener, does_not_end_while_it_is_signalled)
         service.publish("Alive?\n");
         std::this_thread::sleep_for(200ms);
         EXPECT_FALSE(hasEnded);
-        return support::kPass;
+        return support::kPassThrough;
     };
     const auto noteEnd = [&hasEnded](std::function<void *()> work) {
         return std::function<void *()>([&hasEnded, work] {
@@ -168,7 +168,7 @@ TEST_F(EventListener, is_waited_for_in_ten_parts_of_a_second)
     {
         const WithSystemCalls calls{{.select = [&, own = std::this_thread::get_id()](timeval *time) {
             if (std::this_thread::get_id() != own) {
-                return support::kPass;
+                return support::kPassThrough;
             }
             waits.push_back(*time);
             return 0;  // the time is over
@@ -245,7 +245,7 @@ TEST_F(EventListener, may_be_several_threads_of_which_the_last_tells_that_they_h
     std::atomic<int> waiting = 0;
     const WithSystemCalls calls{{.poll = [&](pollfd *descriptors, nfds_t count, int) {
         if (!support::calledByLibrary()) {
-            return support::kPass;
+            return support::kPassThrough;
         }
         ++waiting;
         return ppoll(descriptors, count, nullptr, nullptr);
@@ -298,7 +298,7 @@ TEST_F(EventListener, waits_a_moment_at_its_end_and_wakes_whoever_waits_for_it)
     std::atomic<bool> paused{false};
     const WithSystemCalls calls{{.select = [&, own = std::this_thread::get_id()](timeval *time) {
         paused = paused || (std::this_thread::get_id() != own && time->tv_sec == 0 && time->tv_usec == 20'000);
-        return support::kPass;
+        return support::kPassThrough;
     }}};
     std::atomic_ref(record->uiState).store(NOTIFY_STOP_REQUESTED);
     const auto began = Clock::now();
@@ -319,7 +319,7 @@ TEST_F(EventListener, that_cannot_be_waited_for_is_told)
     {
         const WithSystemCalls calls{{.select = [own = std::this_thread::get_id()](timeval *) {
             if (std::this_thread::get_id() != own) {
-                return support::kPass;
+                return support::kPassThrough;
             }
             errno = EINVAL;
             return -1;

@@ -123,7 +123,7 @@ TEST_F(Lines, are_corked_while_they_are_written_and_leave_at_once)
         const WithSystemCalls seen{{.send = [&](int, const void *bytes, std::size_t length, int) {
             EXPECT_TRUE(pair.has(TCP_CORK)) << "each part";
             parts.emplace_back(static_cast<const char *>(bytes), length);
-            return ssize_t{support::kPass};
+            return ssize_t{support::kPassThrough};
         }}};
         line();
         EXPECT_FALSE(pair.has(TCP_CORK)) << "the whole line";
@@ -209,7 +209,7 @@ TEST_F(Lines, that_cannot_be_sent_whole_end_the_connection)
                 errno = ENOBUFS;
                 return -1;
             }
-            return support::kPass;
+            return support::kPassThrough;
         }}};
         hmiconn_reply(socket(), "042:", "one", "\r\n", kEnd);
     }

@@ -195,8 +195,9 @@ TEST_F(Requests, that_somebody_else_takes_meanwhile_are_waited_for)
     own.sends("ping\n");
     {
         std::atomic<int> calls{0};
-        const WithSystemCalls taken{
-            {.recv = [&](int, void *, std::size_t, int) { return ++calls == 2 ? ssize_t{0} : ssize_t{support::kPass}; }}};
+        const WithSystemCalls taken{{.recv = [&](int, void *, std::size_t, int) {
+            return ++calls == 2 ? ssize_t{0} : ssize_t{support::kPassThrough};
+        }}};
         hmiconn_process_one_request(&own.session);
     }
     EXPECT_GE(own.session.socket, 0);
@@ -210,7 +211,7 @@ TEST_F(Requests, that_come_short_are_waited_for)
     {
         std::atomic<int> calls{0};
         const WithSystemCalls taken{{.recv = [&](int fd, void *bytes, std::size_t, int flags) {
-            return ++calls == 2 ? recvfrom(fd, bytes, 2, flags, nullptr, nullptr) : ssize_t{support::kPass};
+            return ++calls == 2 ? recvfrom(fd, bytes, 2, flags, nullptr, nullptr) : ssize_t{support::kPassThrough};
         }}};
         hmiconn_process_one_request(&own.session);
     }

@@ -1,7 +1,7 @@
 // A configuration file, read.
 #pragma once
 
-#include "support/kept_by_the_platform.h"
+#include "support/leak_suppressions.h"
 
 #include <kvo_hws/config.h>
 #include <kvo_hws/runtime.h>

@@ -62,7 +62,7 @@ int answerTo(Call call, bool byLibrary = support::calledByLibrary())
 {
     const Error *const failure = take(call, byLibrary);
     if (failure == nullptr) {
-        return support::kPass;
+        return support::kPassThrough;
     }
     if (failure->kind == kNothing) {
         return 0;
@@ -112,7 +112,7 @@ int pollAnswer(pollfd *descriptors, nfds_t count, int milliseconds)
     constexpr int kSecond = 1000;
     constexpr int kShort = 4;
     if (!support::calledByLibrary()) {
-        return support::kPass;
+        return support::kPassThrough;
     }
     const int time = milliseconds == kSecond ? kShort : milliseconds;
     const timespec bound{.tv_sec = time / 1000, .tv_nsec = time % 1000 * 1'000'000L};
@@ -121,14 +121,14 @@ int pollAnswer(pollfd *descriptors, nfds_t count, int milliseconds)
         return ready;
     }
     const int answer = answerTo(Call::poll);
-    wasFound = answer == support::kPass;
+    wasFound = answer == support::kPassThrough;
     return wasFound ? ready : answer;
 }
 
 ssize_t recvAnswer(int fd, void *bytes, std::size_t length, int flags)
 {
     if (!support::calledByLibrary()) {
-        return support::kPass;
+        return support::kPassThrough;
     }
     const bool looksAhead = (flags & MSG_PEEK) != 0 && (flags & MSG_DONTWAIT) != 0;
     if (looksAhead && !std::exchange(wasFound, false)) {
@@ -145,7 +145,7 @@ ssize_t recvAnswer(int fd, void *bytes, std::size_t length, int flags)
         journey.bytewise = true;
     }
     return journey.bytewise ? recvfrom(fd, bytes, std::min<std::size_t>(length, 1), flags, nullptr, nullptr)
-                            : ssize_t{support::kPass};
+                            : ssize_t{support::kPassThrough};
 }
 
 ssize_t readAnswer(int fd, void *bytes, std::size_t length)
@@ -159,14 +159,14 @@ ssize_t readAnswer(int fd, void *bytes, std::size_t length)
         journey.bytewise = true;
     }
     return journey.bytewise && support::calledByLibrary() ? syscall(SYS_read, fd, bytes, std::min<std::size_t>(length, 1))
-                                                          : ssize_t{support::kPass};
+                                                          : ssize_t{support::kPassThrough};
 }
 
 ssize_t sendAnswer(int fd, const void *bytes, std::size_t /*length*/, int flags)
 {
     const Error *const failure = take(Call::send);
     if (failure == nullptr) {
-        return support::kPass;
+        return support::kPassThrough;
     }
     if (failure->kind == kOneByte) {
         return syscall(SYS_sendto, fd, bytes, 1, flags, nullptr, 0);
@@ -179,7 +179,7 @@ ssize_t writeAnswer(int fd, const void *bytes, std::size_t /*length*/)
 {
     const Error *const failure = take(Call::write);
     if (failure == nullptr) {
-        return support::kPass;
+        return support::kPassThrough;
     }
     if (failure->kind == kOneByte) {
         return syscall(SYS_write, fd, bytes, 1);
@@ -191,7 +191,7 @@ ssize_t writeAnswer(int fd, const void *bytes, std::size_t /*length*/)
 int openAnswer(const char *path, int flags, mode_t mode)
 {
     const int answer = answerTo(Call::open);
-    if (answer == support::kPass && support::calledByLibrary() && std::string_view(path) == "/user/traceIt.log") {
+    if (answer == support::kPassThrough && support::calledByLibrary() && std::string_view(path) == "/user/traceIt.log") {
         return openat(AT_FDCWD, kTraceFile, flags, mode);
     }
     return answer;
@@ -200,7 +200,7 @@ int openAnswer(const char *path, int flags, mode_t mode)
 int ioctlAnswer()
 {
     const int answer = answerTo(Call::ioctl);
-    return answer == support::kPass && support::calledByLibrary() ? 0 : answer;
+    return answer == support::kPassThrough && support::calledByLibrary() ? 0 : answer;
 }
 
 /// Every pause is shorter by this, so that hundreds of journeys fit into a minute.
@@ -209,7 +209,7 @@ constexpr int kHaste = 250;
 int sleepAnswer(const timespec *time)
 {
     if (!support::calledByLibrary()) {
-        return support::kPass;
+        return support::kPassThrough;
     }
     if (const Error *const failure = take(Call::clockNanosleep)) {
         return failure->number;  // the one of these calls that returns it
@@ -224,7 +224,7 @@ int sleepAnswer(const timespec *time)
 int selectAnswer(timeval *time)
 {
     const int answer = answerTo(Call::select);
-    if (answer == support::kPass && time->tv_sec == 1) {
+    if (answer == support::kPassThrough && time->tv_sec == 1) {
         *time = {.tv_sec = 0, .tv_usec = 1'000'000 / kHaste};
     }
     return answer;
@@ -233,7 +233,7 @@ int selectAnswer(timeval *time)
 int threadAnswer()
 {
     const Error *const failure = take(Call::pthreadCreate);
-    return failure == nullptr ? support::kPass : failure->number;
+    return failure == nullptr ? support::kPassThrough : failure->number;
 }
 
 /// Notes whether the calling thread has used up what it was granted.

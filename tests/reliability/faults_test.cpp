@@ -7,7 +7,7 @@
 
 #include "support/eventually.h"
 #include "support/failing_allocations.h"
-#include "support/kept_by_the_platform.h"
+#include "support/leak_suppressions.h"
 #include "support/resource_usage.h"
 #include "support/syslog_capture.h"
 #include "support/system_calls.h"

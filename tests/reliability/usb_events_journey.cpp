@@ -75,7 +75,7 @@ public:
         if (activated == 1) {
             support::eventually([] { return Told::any({USB_EVENT_ACTIVATED, USB_EVENT_REFUSED, USB_EVENT_NO_SERVICE}); }, 2s);
         }
-        std::string answer = support::lineOfUsbServer("changeStateUSBdevice*10.0.0.5*usb1*1-1.4*00000007*\n");
+        std::string answer = support::usbServerReplyLine("changeStateUSBdevice*10.0.0.5*usb1*1-1.4*00000007*\n");
         std::erase(answer, '\n');
         run.note("answer to an event", answer.empty() ? "none" : answer);
         for (int close = 0; close < 2 && eventsAreSet(); ++close) {

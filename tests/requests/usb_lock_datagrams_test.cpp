@@ -200,7 +200,7 @@ TEST_F(UsbLockDatagrams, socket_options_that_fail_end_it)
           std::pair{SO_BROADCAST, "KVO_HWS_setUsbLock - setsockopt(SO_BROADCAST) causes error"}}) {
         const support::WithSystemCalls calls({.setsockopt = [refused = option](int, int, int set) {
             errno = ENOPROTOOPT;
-            return set == refused ? -1 : support::kPass;
+            return set == refused ? -1 : support::kPassThrough;
         }});
         const SyslogCapture capture;
         EXPECT_EQ(KVO_HWS_setUsbLock(0, nullptr, 0, 1), -1);
@@ -216,7 +216,7 @@ TEST_F(UsbLockDatagrams, a_send_that_fails_ends_it_and_what_went_out_counts)
     for (const auto &[sent, result] : {std::pair{0, -1}, std::pair{1, 1}}) {
         const support::WithSystemCalls calls({.sendto = [left = sent](auto...) mutable -> ssize_t {
             errno = ENETUNREACH;
-            return left-- == 0 ? -1 : support::kPass;
+            return left-- == 0 ? -1 : support::kPassThrough;
         }});
         const SyslogCapture capture;
         EXPECT_EQ(KVO_HWS_setUsbLock(3, hosts, 0, 1), result);

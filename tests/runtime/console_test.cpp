@@ -267,7 +267,7 @@ private:
     int answer(int fd, unsigned long request, void *argument)
     {
         if (fd != STDIN_FILENO) {
-            return support::kPass;
+            return support::kPassThrough;
         }
         switch (request) {
         case VT_GETMODE: std::memcpy(argument, &console.mode, sizeof console.mode); return 0;

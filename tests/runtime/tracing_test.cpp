@@ -71,7 +71,7 @@ private:
     int open(const char *path, int flags, mode_t mode)
     {
         if (path != kTraceFile) {
-            return support::kPass;
+            return support::kPassThrough;
         }
         const support::WorkingAllocations forTheTest;
         const std::lock_guard lock(lock_);
@@ -195,7 +195,7 @@ TEST(Trace, a_missing_folder_switches_it_off)
 {
     const support::WithSystemCalls calls({.open = [](const char *path, int, mode_t) {
         errno = ENOENT;
-        return path == kTraceFile ? -1 : support::kPass;
+        return path == kTraceFile ? -1 : support::kPassThrough;
     }});
     errno = EBUSY;
     traceIt("nowhere");

@@ -3,7 +3,7 @@
 #include <kvo_hws/requests.h>
 #include <kvo_hws/runtime.h>
 
-#include "support/kept_by_the_platform.h"
+#include "support/leak_suppressions.h"
 #include "support/scripted_service.h"
 #include "support/system_calls.h"
 
@@ -56,7 +56,7 @@ private:
             const std::lock_guard guard(lock_);
             opened_.push_back({path, flags});
         }
-        return support::kPass;
+        return support::kPassThrough;
     }
 
     mutable std::mutex lock_;

@@ -4,7 +4,7 @@
 #include <kvo_hws/runtime.h>
 #include <kvo_hws/usbevents.h>
 
-#include "support/kept_by_the_platform.h"
+#include "support/leak_suppressions.h"
 #include "support/own_thread.h"
 #include "support/usb_events.h"
 
@@ -69,7 +69,7 @@ protected:
     static void stopServer()
     {
         support::setServerState(NOTIFY_STOP_REQUESTED);
-        support::answerOfUsbServer("hello\n");
+        support::usbServerReply("hello\n");
         EXPECT_TRUE(eventually([] { return support::serverState() == NOTIFY_STOP_DONE; }));
         support::setServerState(NOTIFY_STOPPED);
     }
@@ -77,7 +77,7 @@ protected:
     static void startServer()
     {
         ASSERT_EQ(kvo_hws_CreateThread(win_kvo_hws_usb_server, nullptr), 1);
-        ASSERT_TRUE(eventually([] { return support::answerOfUsbServer("hello\n") == "unknown request\n"; }));
+        ASSERT_TRUE(eventually([] { return support::usbServerReply("hello\n") == "unknown request\n"; }));
     }
 };
 
@@ -126,7 +126,7 @@ void onEvent(const char *, const char *) {}
 
 TEST_F(SocketFolder, nothing_but_the_usb_socket_is_made_and_the_folder_stays_as_it_is)
 {
-    const support::ScriptedService service({support::agrees()});
+    const support::ScriptedService service({support::acceptsAll()});
     const support::ScriptedService events({support::staysSilent(std::chrono::milliseconds(100))}, kEventSocket.c_str());
     ASSERT_EQ(chmod(kFolder.c_str(), 0750), 0);
     const auto before = statusOf(kFolder);

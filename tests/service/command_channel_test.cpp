@@ -52,7 +52,7 @@ TEST(CommandChannel, may_be_descriptor_0)
     std::vector<int> sockets;
     const support::WithSystemCalls calls({.connect = [&](int fd, const sockaddr *, socklen_t) {
         sockets.push_back(fd);
-        return support::kPass;
+        return support::kPassThrough;
     }});
     const support::NoStandardInput noStandardInput;
     const Exchange exchange("getVersion");
@@ -71,14 +71,14 @@ TEST(CommandChannel, connects_by_family_and_path_alone_and_writes_once)
     const support::WithSystemCalls calls({.connect =
                                               [&](int, const sockaddr *, socklen_t length) {
                                                   lengths.push_back(length);
-                                                  return support::kPass;
+                                                  return support::kPassThrough;
                                               },
                                           .send =
                                               [&](int, const void *bytes, std::size_t length, int) {
                                                   if (pthread_equal(pthread_self(), own)) {
                                                       writes.emplace_back(static_cast<const char *>(bytes), length);
                                                   }
-                                                  return ssize_t{support::kPass};
+                                                  return ssize_t{support::kPassThrough};
                                               }});
     EXPECT_EQ(Exchange("getVersion").result, 1);
     EXPECT_THAT(lengths, ElementsAre(23U)) << "2 bytes of family and 21 of path, without a terminator";

@@ -51,12 +51,12 @@ public:
         return {.recv =
                     [this](int, void *, std::size_t length, int flags) {
                         ((flags & MSG_PEEK) != 0 ? peeks_ : takes_).push_back(length);
-                        return ssize_t{support::kPass};
+                        return ssize_t{support::kPassThrough};
                     },
                 .clockNanosleep =
                     [this](const timespec *) {
                         ++pauses_;
-                        return int{support::kPass};
+                        return int{support::kPassThrough};
                     }};
     }
 
@@ -114,7 +114,7 @@ TEST_F(LongLines, are_peeked_at_1024_bytes_at_a_time_until_that_much_has_come)
         if (++pieces <= 6) {
             pair.write(pieces < 6 ? characters(kPiece) : "\n");
         }
-        return int{support::kPass};
+        return int{support::kPassThrough};
     };
     {
         const WithSystemCalls standIns(std::move(calls));
@@ -143,7 +143,7 @@ TEST_F(LongLines, are_followed_by_no_pause_where_a_round_brought_1024_bytes)
                 pair.write("\n");
                 ended = true;
             }
-            return int{support::kPass};
+            return int{support::kPassThrough};
         };
         {
             const WithSystemCalls standIns(std::move(calls));
@@ -221,7 +221,7 @@ TEST_F(LongLines, that_go_silent_time_out)
     const SyslogCapture capture;
     const WithSystemCalls calls({.poll = [&](pollfd *, nfds_t, int milliseconds) {
         EXPECT_EQ(milliseconds, 4000);
-        return ++waits <= 3 ? int{support::kPass} : 0;
+        return ++waits <= 3 ? int{support::kPassThrough} : 0;
     }});
     const DynLine line(pair.fd());
     EXPECT_EQ(line.result, -5);
@@ -238,7 +238,7 @@ TEST_F(LongLines, whose_wait_fails_say_so)
     const SyslogCapture capture;
     const WithSystemCalls calls({.poll = [&](pollfd *, nfds_t, int) {
         errno = ENOMEM;
-        return ++waits <= 3 ? int{support::kPass} : -1;
+        return ++waits <= 3 ? int{support::kPassThrough} : -1;
     }});
     EXPECT_EQ(DynLine(pair.fd()).result, -6);
     const std::string fd = std::to_string(pair.fd());
@@ -256,7 +256,7 @@ TEST_F(LongLines, whose_receive_fails_say_so)
         const SyslogCapture capture;
         const WithSystemCalls calls({.recv = [&](int, void *, std::size_t, int) {
             errno = ECONNRESET;
-            return ssize_t{receives++ == failing ? -1 : support::kPass};
+            return ssize_t{receives++ == failing ? -1 : support::kPassThrough};
         }});
         EXPECT_EQ(DynLine(pair.fd()).result, -1);
         const std::string fd = std::to_string(pair.fd());
@@ -274,7 +274,7 @@ TEST_F(LongLines, go_on_after_an_interrupted_receive)
         {
             const WithSystemCalls calls({.recv = [&](int, void *, std::size_t, int) {
                 errno = EINTR;
-                return ssize_t{receives++ == interrupted ? -1 : support::kPass};
+                return ssize_t{receives++ == interrupted ? -1 : support::kPassThrough};
             }});
             EXPECT_EQ(DynLine(pair.fd()).text(), characters(kBegin));
         }
@@ -288,7 +288,7 @@ TEST_F(LongLines, go_on_where_less_is_taken_than_was_seen)
     pair.write(characters(kBegin) + "\nrest");
     {
         const WithSystemCalls calls({.recv = [&](int fd, void *bytes, std::size_t length, int flags) {
-            return (flags & MSG_PEEK) != 0 ? ssize_t{support::kPass} : read(fd, bytes, (length + 1) / 2);
+            return (flags & MSG_PEEK) != 0 ? ssize_t{support::kPassThrough} : read(fd, bytes, (length + 1) / 2);
         }});
         EXPECT_EQ(DynLine(pair.fd()).text(), characters(kBegin));
     }
@@ -357,7 +357,7 @@ TEST_F(LongLinesWithoutMemory, go_on_in_small_rounds_while_there_is_none_for_lar
                     memory.emplace();
                 }
             }
-            return ssize_t{support::kPass};
+            return ssize_t{support::kPassThrough};
         }});
         const support::FailingAllocations noMoreMemory(1);
         EXPECT_EQ(ReadSocketDyn(pair.fd(), &reply), 1);

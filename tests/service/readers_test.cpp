@@ -172,7 +172,7 @@ TEST_F(Readers, pause_10_ms_after_a_read_that_took_all_there_was)
             if (++receives == 2) {
                 pair.write(" writer\n");
             }
-            return ssize_t{support::kPass};
+            return ssize_t{support::kPassThrough};
         }});
         std::string text;
         EXPECT_THAT(timeOf([&] { text = read(pair.fd()); }), AllOf(Ge(10ms), Lt(1000ms)));
@@ -185,7 +185,7 @@ TEST_F(Readers, begin_their_round_again_after_an_interrupted_receive)
     const auto interruptedOnce = [](int whichReceive) {
         return support::SystemCalls{.recv = [whichReceive, count = 0](int, void *, std::size_t, int) mutable {
             errno = EINTR;
-            return ssize_t{count++ == whichReceive ? -1 : support::kPass};
+            return ssize_t{count++ == whichReceive ? -1 : support::kPassThrough};
         }};
     };
     for (const int whichReceive : {0, 1}) {

@@ -1,7 +1,7 @@
 #include "host.h"
 
 #include "requests.h"
-#include "support/kept_by_the_platform.h"
+#include "support/leak_suppressions.h"
 
 #include <kvo_hws/agent.h>
 #include <kvo_hws/runtime.h>

@@ -7,7 +7,7 @@
 
 namespace support {
 
-/// Raises SIGALRM, whose handler does nothing, after @p first and then every @p interval for a scope; 0: once.
+/// Raises SIGALRM after @p first and then every @p interval for a scope; an interval of 0 means once. The handler does nothing.
 class Alarms {
 public:
     explicit Alarms(std::chrono::microseconds first, std::chrono::microseconds interval = {})

@@ -1,4 +1,4 @@
-// A service that behaves as an exchange of the catalogue has it.
+// A service that behaves as an exchange of the catalogue describes.
 #pragma once
 
 #include "catalogue/request.h"
@@ -10,7 +10,7 @@
 
 namespace support {
 
-/// What a service has heard, without line feeds.
+/// The requests that a service has received, without line feeds.
 inline std::vector<std::string> commandsOf(const ScriptedService &service)
 {
     std::vector<std::string> commands;

@@ -1,4 +1,4 @@
-// Long runs, after which a process uses no more resources than before.
+// Long runs, after which a process must use no more resources than before.
 #pragma once
 
 #include "support/resource_usage.h"
@@ -9,11 +9,11 @@
 namespace support {
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-inline constexpr bool kWatched = true;
-inline constexpr const char *kWhyFewer = " (a sanitizer's build is slow, and watches each allocation itself)";
+inline constexpr bool kSanitized = true;
+inline constexpr const char *kWhyFewerRuns = " (a sanitizer's build is slow, and checks each allocation itself)";
 #else
-inline constexpr bool kWatched = false;
-inline constexpr const char *kWhyFewer = "";
+inline constexpr bool kSanitized = false;
+inline constexpr const char *kWhyFewerRuns = "";
 #endif
 
 /// Prints the resource usage before and after @p count requests or events, and fails if it has grown.
@@ -24,7 +24,7 @@ inline void expectSameUsage(int count, const char *what, const char *whyFewer, c
     std::printf("%d %s%s: descriptors %zu -> %zu, threads %zu -> %zu, heap %zu -> %zu bytes\n", count, what, whyFewer,
                 before.descriptors, after.descriptors, before.threads, after.threads, before.heapBytes, after.heapBytes);
     EXPECT_EQ(after.descriptors, before.descriptors);
-    EXPECT_LE(after.threads, before.threads);  // one of before may just have been ending
+    EXPECT_LE(after.threads, before.threads);  // a thread counted before may just have been ending
     EXPECT_LT(after.heapBytes, before.heapBytes + spare);
 }
 

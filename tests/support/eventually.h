@@ -1,4 +1,4 @@
-// Waiting for what another thread or process does.
+// Waiting for another thread or process.
 #pragma once
 
 #include <chrono>
@@ -6,7 +6,7 @@
 
 namespace support {
 
-/// Waits until a condition holds. False after @p most, which is far more than what is waited for takes.
+/// Waits until a condition holds. Returns false after @p most, which is far longer than the condition should take.
 template <class Condition>
 bool eventually(const Condition &condition, std::chrono::milliseconds most = std::chrono::seconds(10))
 {

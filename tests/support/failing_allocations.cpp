@@ -17,7 +17,7 @@ thread_local bool failing = false;
 thread_local int stillGranted = 0;
 
 #if !KVO_SANITIZED_ALLOCATOR
-/// Whether the allocation that is asked for now fails.
+/// Whether the current allocation fails.
 bool fails() noexcept { return failing && stillGranted-- <= 0; }
 #endif
 
@@ -25,7 +25,7 @@ bool fails() noexcept { return failing && stillGranted-- <= 0; }
 
 FailingAllocations::FailingAllocations(int granted)
 {
-    // What runs at the end of a process that the library has ended may need memory: the counting of covered lines does.
+    // Exit handlers may need memory if the library ends the process: writing the coverage counts does.
     [[maybe_unused]] static const int atExit = std::atexit([] { failing = false; });
     stillGranted = granted;
     failing = true;
@@ -37,14 +37,13 @@ WorkingAllocations::~WorkingAllocations() { failing = before_; }
 
 const char *FailingAllocations::unavailable()
 {
-    return KVO_SANITIZED_ALLOCATOR != 0 ? "the sanitizer owns the allocator, so that no allocation can be made to fail"
-                                        : nullptr;
+    return KVO_SANITIZED_ALLOCATOR != 0 ? "the sanitizer owns the allocator, so no allocation can be made to fail" : nullptr;
 }
 
 }  // namespace support
 
 #if !KVO_SANITIZED_ALLOCATOR
-// In place of the C library's: the dynamic linker binds the library's calls to the program's own definitions.
+// Replaces the C library's functions: the dynamic linker binds the library's calls to the program's definitions.
 extern "C" {
 
 void *__libc_malloc(std::size_t size);

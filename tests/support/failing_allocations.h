@@ -1,9 +1,9 @@
-// Memory that runs out when a test says so.
+// Simulates running out of memory.
 #pragma once
 
 namespace support {
 
-/// Makes every malloc, calloc and realloc of the calling thread fail for a scope, but for the first @p granted.
+/// Makes every malloc, calloc and realloc of the calling thread fail for a scope, except the first @p granted.
 class FailingAllocations {
 public:
     explicit FailingAllocations(int granted = 0);
@@ -11,11 +11,11 @@ public:
     FailingAllocations &operator=(const FailingAllocations &) = delete;
     ~FailingAllocations();
 
-    /// Null where allocations can be made to fail, else the reason why not.
+    /// Null if allocations can be made to fail, otherwise the reason why not.
     static const char *unavailable();
 };
 
-/// Lets allocations succeed for a scope inside such a one: the tests' own tools need memory where the library has none.
+/// Lets allocations succeed again in an inner scope: test tools need memory while the library gets none.
 class WorkingAllocations {
 public:
     WorkingAllocations();

@@ -1,11 +1,11 @@
-// A process that has used up its descriptors.
+// A process that has no free descriptors.
 #pragma once
 
 #include <sys/resource.h>
 
 namespace support {
 
-/// No descriptor can be opened for a scope. Short: what watches memory for a sanitizer needs some too.
+/// Prevents opening descriptors for a scope. Keep the scope short: a sanitizer's memory checks need descriptors too.
 class NoDescriptors {
 public:
     NoDescriptors()

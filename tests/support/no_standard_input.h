@@ -1,4 +1,4 @@
-// A program that was started without standard input: the first descriptor that it opens is 0.
+// A program without standard input: the first descriptor that it opens is 0.
 #pragma once
 
 #include <fcntl.h>

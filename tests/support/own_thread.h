@@ -1,4 +1,4 @@
-// A thread that may detach itself, as the library's senders do; std::thread could not be joined after that.
+// A thread that may detach itself, as the library's senders do; std::thread::join fails after that.
 #pragma once
 
 #include <future>

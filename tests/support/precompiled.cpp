@@ -1,2 +1,2 @@
-// A target needs a source; this one shows that the header stands alone.
+// A target needs a source; this one also checks that the header compiles by itself.
 #include "precompiled.h"

@@ -1,4 +1,4 @@
-// What is compiled once for all tests, to save time alone: each of them includes what it uses, and compiles without.
+// Headers compiled once for all tests, only to save time: each test includes what it uses and compiles without this header.
 #pragma once
 
 #include <algorithm>

@@ -27,7 +27,7 @@ RemoteService::RemoteService(unsigned session) : listener_(socket(AF_INET, SOCK_
     address.sin_port = htons(static_cast<uint16_t>(kFirstPort + session));
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     if (bind(listener_, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 || listen(listener_, 8) != 0) {
-        throw std::runtime_error(std::string("can not listen for the agent: ") + std::strerror(errno));
+        throw std::runtime_error(std::string("cannot listen for the agent: ") + std::strerror(errno));
     }
 }
 
@@ -54,7 +54,7 @@ bool RemoteService::accept(std::chrono::milliseconds within)
 
 void RemoteService::send(const std::string &bytes) const
 {
-    // By other calls than the library's, which tests put themselves in between.
+    // Uses sendmsg: a test may have replaced the calls that the library uses.
     iovec all{const_cast<char *>(bytes.data()), bytes.size()};
     msghdr message{};
     message.msg_iov = &all;

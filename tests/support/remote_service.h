@@ -1,4 +1,4 @@
-// The hardware service of a remote station, played by a test: accepts the agent, asks, and hears its answers and indications.
+// A test's hardware service of a remote station: accepts the agent, sends requests, and receives its replies and indications.
 #pragma once
 
 #include <chrono>
@@ -19,19 +19,21 @@ public:
     /// Waits for the agent to connect; false after @p within.
     [[nodiscard]] bool accept(std::chrono::milliseconds within = std::chrono::seconds(10));
 
-    /// Sends bytes as they are.
+    /// Sends bytes unchanged.
     void send(const std::string &bytes) const;
 
-    /// The next line with its line end; what has come by the time nothing does any more; "(closed)" where the agent has closed.
+    /// The next line with its line end. After @p within: whatever was received. "(closed)" if the agent has closed
+    /// the connection.
     [[nodiscard]] std::string line(std::chrono::milliseconds within = std::chrono::seconds(10));
 
-    /// Sends a request with "\r\n" and returns the next line, without its line end where it has one.
+    /// Sends a request with "\r
+    /// " and returns the next line without its line end, if it has one.
     [[nodiscard]] std::string ask(const std::string &request);
 
-    /// What comes within a time, whatever it is.
+    /// All bytes received within a time.
     [[nodiscard]] std::string bytes(std::chrono::milliseconds within);
 
-    /// Ends the connection; @p reset: with a reset instead of an end.
+    /// Closes the connection, with a reset if @p reset is true.
     void close(bool reset = false);
 
     [[nodiscard]] int connection() const { return connection_; }

@@ -22,7 +22,7 @@ inline std::size_t entriesOf(const char *directory)
 
 inline std::size_t threadsRunning()
 {
-    // A sanitizer may have a thread of its own, which comes with the program's first.
+    // A sanitizer may start a thread of its own together with the program's first thread.
     [[maybe_unused]] static const bool first = (std::thread([] {}).join(), true);
     return entriesOf("/proc/self/task");
 }

@@ -1,5 +1,5 @@
-// Runs one test program with a /tmp/kvo_hws of its own and, with --network, a network of its own that has nothing but the
-// loopback; where the kernel does not allow that, alone on the machine.
+// Runs one test program with a private /tmp/kvo_hws and, with --network, a private network with only a loopback interface.
+// Where the kernel does not allow that, locks the machine so that only one such test runs at a time.
 #include "common/private_namespace.h"
 
 #include <cstdio>
@@ -31,11 +31,11 @@ bool enterPrivateNetwork()
     return up;
 }
 
-/// Waits until no other test has the machine's sockets; held until the program that is run ends.
-bool waitForTurn()
+/// Waits until no other test uses the machine's sockets. The lock is kept until the program that is run ends.
+bool lockMachine()
 {
-    const int turn = open("/tmp/kvo_hws_tests.lock", O_RDWR | O_CREAT, 0666);
-    return turn >= 0 && flock(turn, LOCK_EX) == 0;
+    const int lock = open("/tmp/kvo_hws_tests.lock", O_RDWR | O_CREAT, 0666);
+    return lock >= 0 && flock(lock, LOCK_EX) == 0;
 }
 
 }  // namespace
@@ -60,7 +60,7 @@ int main(int argc, char **argv)
         std::perror("sandbox: no private network; waiting for the machine's ports instead");
         alone = true;
     }
-    if (alone && !waitForTurn()) {
+    if (alone && !lockMachine()) {
         std::perror("sandbox: /tmp/kvo_hws_tests.lock");
         return 1;
     }

@@ -35,7 +35,7 @@ int listenAt(const std::string &path, int queue)
     const sockaddr_un address = addressOf(path);
     if (listener < 0 || bind(listener, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
         listen(listener, queue) != 0) {
-        throw std::runtime_error("can not listen at " + path + ": " + std::strerror(errno));
+        throw std::runtime_error("cannot listen at " + path + ": " + std::strerror(errno));
     }
     return listener;
 }
@@ -44,7 +44,7 @@ const Step kReadLine{.kind = Step::Kind::readLine};
 
 void writeAll(int connection, const std::string &bytes)
 {
-    // By other calls than the library's, which tests put themselves in between.
+    // Uses sendmsg: a test may have replaced the calls that the library uses.
     std::size_t sent = 0;
     while (sent < bytes.size()) {
         iovec rest{const_cast<char *>(bytes.data()) + sent, bytes.size() - sent};
@@ -53,7 +53,7 @@ void writeAll(int connection, const std::string &bytes)
         message.msg_iovlen = 1;
         const ssize_t count = sendmsg(connection, &message, MSG_NOSIGNAL);
         if (count <= 0) {
-            return;  // the client has gone, as some tests want it to
+            return;  // the client has closed the connection, as some tests require
         }
         sent += static_cast<std::size_t>(count);
     }

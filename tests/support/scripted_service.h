@@ -1,5 +1,5 @@
-// A hardware service (or USB event server) that answers by a script, misbehaves in every way a test asks for, and records the
-// bytes that it was sent.
+// A hardware service (or USB event server) that replies by a script, can misbehave in every way a test needs, and
+// records the bytes that it receives.
 #pragma once
 
 #include <atomic>
@@ -15,7 +15,7 @@ namespace support {
 inline constexpr const char *kCommandSocket = "/tmp/kvo_hws/cmd_sock";
 inline constexpr const char *kUsbSocket = "/tmp/kvo_hws/usb_sock";
 
-/// One thing a service does with a connection.
+/// One action of a service on a connection.
 struct Step {
     enum class Kind { readLine, write, answer, pause, close, closeUnread };
     Kind kind;
@@ -24,35 +24,35 @@ struct Step {
     std::function<std::string(const std::string &request)> answer{};
 };
 
-/// What a service does with one connection, from the accept to its end (it closes where the script ends).
+/// All actions of a service on one connection, from accept to close (it closes at the script's end).
 using Script = std::vector<Step>;
 
-/// Reads the request, answers these bytes as they are.
+/// Reads the request, then sends these bytes unchanged.
 Script sends(std::string bytes);
-/// Reads the request, answers the text and a line feed.
+/// Reads the request, then sends the text and a line feed.
 Script replies(const std::string &text);
-/// Reads the request, answers the text that @p answer has for it, and a line feed.
+/// Reads the request, then sends the text that @p answer returns for it, and a line feed.
 Script answersWith(std::function<std::string(const std::string &request)> answer);
-/// Reads the request, answers one byte at a time with a pause between.
+/// Reads the request, then sends one byte at a time with a pause after each.
 Script dribbles(const std::string &bytes, std::chrono::milliseconds between);
 /// Accepts and closes without reading the request.
 Script closesAtOnce();
 /// Reads the request and closes.
 Script closesAfterRequest();
-/// Reads the request, answers the beginning of a line and closes.
+/// Reads the request, sends the beginning of a line and closes.
 Script closesInsideReply(std::string beginning);
-/// Reads the request and stays silent for so long.
+/// Reads the request, then sends nothing for @p time.
 Script staysSilent(std::chrono::milliseconds time);
 
 class ScriptedService {
 public:
-    /// Listens at once. Each connection takes the next script; when they have run out, the last one again.
+    /// Listens at once. Each connection takes the next script; after the last script, every connection takes that one.
     explicit ScriptedService(std::vector<Script> scripts, const char *path = kCommandSocket);
     ScriptedService(const ScriptedService &) = delete;
     ScriptedService &operator=(const ScriptedService &) = delete;
     ~ScriptedService();
 
-    /// All requests so far, each with its line feed, as they came.
+    /// All requests so far in order, each with its line feed.
     [[nodiscard]] std::vector<std::string> requests() const;
 
 private:
@@ -68,7 +68,7 @@ private:
     std::thread thread_;
 };
 
-/// A service in a process of its own that gives every request the same reply as fast as it can and records nothing.
+/// A service in a separate process that sends the same reply to every request as fast as it can and records nothing.
 class QuickService {
 public:
     explicit QuickService(const std::string &reply, const char *path = kCommandSocket);
@@ -81,10 +81,10 @@ private:
     int process_;
 };
 
-/// A socket file at @p path whose listener has gone.
+/// Leaves a socket file at @p path without a listener.
 void leaveStaleSocket(const char *path);
 
-/// A listener at @p path that never accepts and whose queue is full, so that connects block.
+/// A listener at @p path that never accepts and has a full queue, so connects block.
 class FullQueue {
 public:
     explicit FullQueue(const char *path = kCommandSocket);

@@ -83,14 +83,14 @@ MessagesOn::~MessagesOn()
 
 }  // namespace support
 
-// In place of the C library's: the dynamic linker binds the library's calls to the program's own definitions.
+// Replaces the C library's functions: the dynamic linker binds the library's calls to the program's definitions.
 extern "C" {
 
 void openlog(const char *ident, int option, int facility)
 {
     const std::lock_guard guard(support::lock);
     support::identity = ident;
-    // Anything but the plain form shows up in every comparison.
+    // Any other arguments show up in every comparison.
     if (option != 0 || facility != 0) {
         support::identity += " with options";
     }
@@ -112,7 +112,7 @@ void syslog(int priority, const char *format, ...)
     va_end(arguments);
 }
 
-// What the two above become in fortified builds.
+// The two functions above as fortified builds call them.
 void __vsyslog_chk(int priority, int /*flag*/, const char *format, va_list arguments)
 {
     support::record(priority, format, arguments);

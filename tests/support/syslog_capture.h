@@ -1,4 +1,4 @@
-// The system log as the test program sees it: the library's syslog calls end here, with identity, priority and text, in order.
+// The system log as the test program sees it: captures the library's syslog calls in order, with identity, priority and text.
 #pragma once
 
 #include <functional>
@@ -18,10 +18,10 @@ struct LogLine {
 
 std::ostream &operator<<(std::ostream &out, const LogLine &line);
 
-/// Forgets what was logged so far, and records from here on.
+/// Discards earlier lines and records from here on.
 class SyslogCapture {
 public:
-    /// @param onLine  called with every line, on the thread that logs
+    /// called for every line, on the thread that logs
     explicit SyslogCapture(std::function<void()> onLine = {});
     ~SyslogCapture();
     SyslogCapture(const SyslogCapture &) = delete;
@@ -29,11 +29,11 @@ public:
 
     /// All lines since the capture began.
     [[nodiscard]] std::vector<LogLine> lines() const;
-    /// Their texts alone.
+    /// The texts of these lines.
     [[nodiscard]] std::vector<std::string> texts() const;
 };
 
-/// Switches the debug message channel on for a scope, without a message of its own and with debug level @p level.
+/// Switches the debug message channel on for a scope, without logging that change, and sets debug level @p level.
 class MessagesOn {
 public:
     explicit MessagesOn(int level = 0);

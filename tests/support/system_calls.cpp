@@ -28,9 +28,9 @@ namespace {
 
 std::shared_ptr<const SystemCalls> inPlace;
 std::mutex inPlaceLock;
-std::atomic<bool> anyInPlace{false};  // all that is looked at where nothing is, so also long before main
+std::atomic<bool> anyInPlace{false};  // the only thing read while nothing is replaced, so calls long before main are safe
 
-/// The stand-ins as they are now, to be called while others may take them away.
+/// The current replacements. The result stays valid while another thread removes them.
 std::shared_ptr<const SystemCalls> current()
 {
     if (!anyInPlace.load()) {
@@ -40,12 +40,12 @@ std::shared_ptr<const SystemCalls> current()
     return inPlace;
 }
 
-/// The C library's own. Where off_t is wider than long, the calls that know it are compiled as "fstat64" and so on.
+/// The C library's own function. Where off_t is wider than long, calls that use it are compiled as "fstat64" and so on.
 template <class Function>
 Function *original(const char *name)
 {
     if (sizeof(off_t) > sizeof(long)) {
-        const WorkingAllocations toSayThatThereIsNone;
+        const WorkingAllocations dlsymMayAllocate;
         std::array<char, 32> wideName;
         std::snprintf(wideName.data(), wideName.size(), "%s64", name);
         if (void *const wide = dlsym(RTLD_NEXT, wideName.data()); wide != nullptr) {
@@ -55,7 +55,7 @@ Function *original(const char *name)
     return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
 }
 
-/// Where the call that is being asked about returns to.
+/// Return address of the current call.
 thread_local const void *caller = nullptr;
 
 struct Range {
@@ -63,7 +63,7 @@ struct Range {
     std::uintptr_t end = 0;
 };
 
-/// Where the library's code lies.
+/// The address range of the library's code.
 Range findLibrary()
 {
     Range range;
@@ -85,23 +85,23 @@ Range findLibrary()
     return range;
 }
 
-/// Asks the stand-in, if there is one, and the system where it does not want the call. @p from is the call's return address.
-template <class StandIn, class System, class... Arguments>
-auto ask(const void *from, StandIn SystemCalls::*call, System system, Arguments... arguments)
+/// Calls the replacement if there is one, and the system if it returns kPassThrough. @p from is the call's return address.
+template <class Replacement, class System, class... Arguments>
+auto dispatch(const void *from, Replacement SystemCalls::*call, System system, Arguments... arguments)
 {
     if (const auto calls = current(); calls != nullptr && (*calls).*call) {
         caller = from;
         const auto answer = ((*calls).*call)(arguments...);
-        if (answer != kPass) {
+        if (answer != kPassThrough) {
             return answer;
         }
     }
     return system();
 }
 
-/// The same for a call that returns a pointer.
-template <class StandIn, class System, class... Arguments>
-auto askUnlessItFails(const void *from, StandIn SystemCalls::*fails, System system, Arguments... arguments)
+/// Like dispatch, for a call that returns a pointer.
+template <class Replacement, class System, class... Arguments>
+auto dispatchUnlessItFails(const void *from, Replacement SystemCalls::*fails, System system, Arguments... arguments)
     -> decltype(system())
 {
     if (const auto calls = current(); calls != nullptr && (*calls).*fails) {
@@ -113,7 +113,7 @@ auto askUnlessItFails(const void *from, StandIn SystemCalls::*fails, System syst
     return system();
 }
 
-/// What a thread of the library does, where a stand-in has made something else of it; null where none has.
+/// The work that a replacement gives a new thread of the library; null if no replacement does.
 std::unique_ptr<std::function<void *()>> threadWork(const void *from, void *(*start)(void *), void *argument)
 {
     const auto calls = current();
@@ -151,50 +151,50 @@ WithSystemCalls::~WithSystemCalls() { replace(nullptr); }
 
 }  // namespace support
 
-using support::ask;
-using support::askUnlessItFails;
 using support::current;
+using support::dispatch;
+using support::dispatchUnlessItFails;
 using support::original;
 using support::runThread;
 using support::SystemCalls;
 using support::threadWork;
 using support::WorkingAllocations;
 
-// In place of the C library's: the dynamic linker binds the library's calls to the program's own definitions.
+// Replaces the C library's functions: the dynamic linker binds the library's calls to the program's definitions.
 extern "C" {
 
 int socket(int domain, int type, int protocol) noexcept
 {
     static auto *const system = original<int(int, int, int)>("socket");
-    return ask(
+    return dispatch(
         __builtin_return_address(0), &SystemCalls::socket, [=] { return system(domain, type, protocol); }, domain);
 }
 
 int bind(int fd, const sockaddr *address, socklen_t length) noexcept
 {
     static auto *const system = original<int(int, const sockaddr *, socklen_t)>("bind");
-    return ask(
+    return dispatch(
         __builtin_return_address(0), &SystemCalls::bind, [=] { return system(fd, address, length); }, fd, address, length);
 }
 
 int listen(int fd, int backlog) noexcept
 {
     static auto *const system = original<int(int, int)>("listen");
-    return ask(
+    return dispatch(
         __builtin_return_address(0), &SystemCalls::listen, [=] { return system(fd, backlog); }, fd, backlog);
 }
 
 int accept4(int fd, sockaddr *address, socklen_t *length, int flags)
 {
     static auto *const system = original<int(int, sockaddr *, socklen_t *, int)>("accept4");
-    return ask(
+    return dispatch(
         __builtin_return_address(0), &SystemCalls::accept4, [=] { return system(fd, address, length, flags); }, fd);
 }
 
 int poll(pollfd *descriptors, nfds_t count, int milliseconds)
 {
     static auto *const system = original<int(pollfd *, nfds_t, int)>("poll");
-    return ask(
+    return dispatch(
         __builtin_return_address(0), &SystemCalls::poll, [=] { return system(descriptors, count, milliseconds); }, descriptors,
         count, milliseconds);
 }
@@ -202,7 +202,7 @@ int poll(pollfd *descriptors, nfds_t count, int milliseconds)
 int select(int count, fd_set *reading, fd_set *writing, fd_set *failing, timeval *time)
 {
     static auto *const system = original<int(int, fd_set *, fd_set *, fd_set *, timeval *)>("select");
-    return ask(
+    return dispatch(
         __builtin_return_address(0), &SystemCalls::select, [=] { return system(count, reading, writing, failing, time); },
         time);
 }
@@ -214,21 +214,21 @@ int open(const char *path, int flags, ...)
     va_start(arguments, flags);
     const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
-    return ask(
+    return dispatch(
         __builtin_return_address(0), &SystemCalls::open, [=] { return system(path, flags, mode); }, path, flags, mode);
 }
 
 int connect(int fd, const sockaddr *address, socklen_t length)
 {
     static auto *const system = original<int(int, const sockaddr *, socklen_t)>("connect");
-    return ask(
+    return dispatch(
         __builtin_return_address(0), &SystemCalls::connect, [=] { return system(fd, address, length); }, fd, address, length);
 }
 
 ssize_t recv(int fd, void *bytes, std::size_t length, int flags)
 {
     static auto *const system = original<ssize_t(int, void *, std::size_t, int)>("recv");
-    return ask(
+    return dispatch(
         __builtin_return_address(0), &SystemCalls::recv, [=] { return system(fd, bytes, length, flags); }, fd, bytes, length,
         flags);
 }
@@ -236,7 +236,7 @@ ssize_t recv(int fd, void *bytes, std::size_t length, int flags)
 ssize_t send(int fd, const void *bytes, std::size_t length, int flags)
 {
     static auto *const system = original<ssize_t(int, const void *, std::size_t, int)>("send");
-    return ask(
+    return dispatch(
         __builtin_return_address(0), &SystemCalls::send, [=] { return system(fd, bytes, length, flags); }, fd, bytes, length,
         flags);
 }
@@ -244,7 +244,7 @@ ssize_t send(int fd, const void *bytes, std::size_t length, int flags)
 ssize_t sendto(int fd, const void *bytes, std::size_t length, int flags, const sockaddr *address, socklen_t addressLength)
 {
     static auto *const system = original<ssize_t(int, const void *, std::size_t, int, const sockaddr *, socklen_t)>("sendto");
-    return ask(
+    return dispatch(
         __builtin_return_address(0), &SystemCalls::sendto,
         [=] { return system(fd, bytes, length, flags, address, addressLength); }, fd, bytes, length, address);
 }
@@ -252,7 +252,7 @@ ssize_t sendto(int fd, const void *bytes, std::size_t length, int flags, const s
 int setsockopt(int fd, int level, int option, const void *value, socklen_t length) noexcept
 {
     static auto *const system = original<int(int, int, int, const void *, socklen_t)>("setsockopt");
-    return ask(
+    return dispatch(
         __builtin_return_address(0), &SystemCalls::setsockopt, [=] { return system(fd, level, option, value, length); }, fd,
         level, option);
 }
@@ -261,9 +261,9 @@ int pthread_create(pthread_t *id, const pthread_attr_t *attributes, void *(*star
 {
     static auto *const system = original<int(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *)>("pthread_create");
     const void *const from = __builtin_return_address(0);
-    return ask(from, &SystemCalls::pthreadCreate, [=] {
+    return dispatch(from, &SystemCalls::pthreadCreate, [=] {
         auto work = [=] {
-            const WorkingAllocations forTheStandIn;
+            const WorkingAllocations replacementMayAllocate;
             return threadWork(from, start, argument);
         }();
         const int error =
@@ -281,14 +281,14 @@ int pthread_create(pthread_t *id, const pthread_attr_t *attributes, void *(*star
 int pthread_kill(pthread_t thread, int signal) noexcept
 {
     static auto *const system = original<int(pthread_t, int)>("pthread_kill");
-    return ask(
+    return dispatch(
         __builtin_return_address(0), &SystemCalls::pthreadKill, [=] { return system(thread, signal); }, thread);
 }
 
 int getsockopt(int fd, int level, int option, void *value, socklen_t *length) noexcept
 {
     static auto *const system = original<int(int, int, int, void *, socklen_t *)>("getsockopt");
-    return ask(
+    return dispatch(
         __builtin_return_address(0), &SystemCalls::getsockopt, [=] { return system(fd, level, option, value, length); }, fd,
         level, option);
 }
@@ -296,35 +296,35 @@ int getsockopt(int fd, int level, int option, void *value, socklen_t *length) no
 int unlink(const char *path) noexcept
 {
     static auto *const system = original<int(const char *)>("unlink");
-    return ask(
+    return dispatch(
         __builtin_return_address(0), &SystemCalls::unlink, [=] { return system(path); }, path);
 }
 
 int close(int fd)
 {
     static auto *const system = original<int(int)>("close");
-    return ask(
+    return dispatch(
         __builtin_return_address(0), &SystemCalls::close, [=] { return system(fd); }, fd);
 }
 
 int fstat(int fd, struct stat *status) noexcept
 {
     static auto *const system = original<int(int, struct stat *)>("fstat");
-    return ask(
+    return dispatch(
         __builtin_return_address(0), &SystemCalls::fstat, [=] { return system(fd, status); }, fd);
 }
 
 ssize_t read(int fd, void *bytes, std::size_t length)
 {
     static auto *const system = original<ssize_t(int, void *, std::size_t)>("read");
-    return ask(
+    return dispatch(
         __builtin_return_address(0), &SystemCalls::read, [=] { return system(fd, bytes, length); }, fd, bytes, length);
 }
 
 ssize_t write(int fd, const void *bytes, std::size_t length)
 {
     static auto *const system = original<ssize_t(int, const void *, std::size_t)>("write");
-    return ask(
+    return dispatch(
         __builtin_return_address(0), &SystemCalls::write, [=] { return system(fd, bytes, length); }, fd, bytes, length);
 }
 
@@ -333,67 +333,68 @@ int ioctl(int fd, unsigned long request, ...) noexcept
     static auto *const system = original<int(int, unsigned long, ...)>("ioctl");
     va_list arguments;
     va_start(arguments, request);
-    void *const argument = va_arg(arguments, void *);  // as wide as any that there is
+    void *const argument = va_arg(arguments, void *);  // as wide as any possible argument
     va_end(arguments);
-    return ask(
+    return dispatch(
         __builtin_return_address(0), &SystemCalls::ioctl, [=] { return system(fd, request, argument); }, fd, request, argument);
 }
 
 int sigaction(int signal, const struct sigaction *action, struct sigaction *before) noexcept
 {
     static auto *const system = original<int(int, const struct sigaction *, struct sigaction *)>("sigaction");
-    return ask(
+    return dispatch(
         __builtin_return_address(0), &SystemCalls::sigaction, [=] { return system(signal, action, before); }, signal);
 }
 
 int clock_nanosleep(clockid_t clock, int flags, const timespec *time, timespec *left)
 {
     static auto *const system = original<int(clockid_t, int, const timespec *, timespec *)>("clock_nanosleep");
-    return ask(
+    return dispatch(
         __builtin_return_address(0), &SystemCalls::clockNanosleep, [=] { return system(clock, flags, time, left); }, time);
 }
 
 int sem_init(sem_t *semaphore, int shared, unsigned value) noexcept
 {
     static auto *const system = original<int(sem_t *, int, unsigned)>("sem_init");
-    return ask(__builtin_return_address(0), &SystemCalls::semInit, [=] { return system(semaphore, shared, value); });
+    return dispatch(__builtin_return_address(0), &SystemCalls::semInit, [=] { return system(semaphore, shared, value); });
 }
 
 int sem_timedwait(sem_t *semaphore, const timespec *deadline)
 {
     static auto *const system = original<int(sem_t *, const timespec *)>("sem_timedwait");
-    return ask(__builtin_return_address(0), &SystemCalls::semTimedwait, [=] { return system(semaphore, deadline); });
+    return dispatch(__builtin_return_address(0), &SystemCalls::semTimedwait, [=] { return system(semaphore, deadline); });
 }
 
 int gethostname(char *name, std::size_t length) noexcept
 {
     static auto *const system = original<int(char *, std::size_t)>("gethostname");
-    return ask(__builtin_return_address(0), &SystemCalls::gethostname, [=] { return system(name, length); });
+    return dispatch(__builtin_return_address(0), &SystemCalls::gethostname, [=] { return system(name, length); });
 }
 
 FILE *fopen(const char *path, const char *mode)
 {
     static auto *const system = original<FILE *(const char *, const char *)>("fopen");
-    return askUnlessItFails(
+    return dispatchUnlessItFails(
         __builtin_return_address(0), &SystemCalls::fopenFails, [=] { return system(path, mode); }, path);
 }
 
 char *fgets(char *line, int size, FILE *file)
 {
     static auto *const system = original<char *(char *, int, FILE *)>("fgets");
-    return askUnlessItFails(__builtin_return_address(0), &SystemCalls::fgetsFails, [=] { return system(line, size, file); });
+    return dispatchUnlessItFails(__builtin_return_address(0), &SystemCalls::fgetsFails,
+                                 [=] { return system(line, size, file); });
 }
 
 DIR *opendir(const char *path)
 {
     static auto *const system = original<DIR *(const char *)>("opendir");
-    return askUnlessItFails(
+    return dispatchUnlessItFails(
         __builtin_return_address(0), &SystemCalls::opendirFails, [=] { return system(path); }, path);
 }
 
 dirent *readdir(DIR *directory)
 {
     static auto *const system = original<dirent *(DIR *)>("readdir");
-    return askUnlessItFails(__builtin_return_address(0), &SystemCalls::readdirFails, [=] { return system(directory); });
+    return dispatchUnlessItFails(__builtin_return_address(0), &SystemCalls::readdirFails, [=] { return system(directory); });
 }
 }

@@ -1,5 +1,4 @@
-// The system calls that the library makes, seen and answered by a test: each passes to the system unless a test puts itself in
-// between.
+// Lets a test observe and replace the system calls that the library makes. A call that no test replaces goes to the system.
 #pragma once
 
 #include <cstddef>
@@ -13,8 +12,8 @@
 
 namespace support {
 
-/// What a test puts in a call's place; an empty one lets the call through. Any thread may be calling meanwhile, so that a
-/// stand-in may run several times at once, and still run when it has been taken away.
+/// A test's replacements for system calls; an empty function lets the call through. Any thread may make a call, so a
+/// replacement may run several times at once, and may still run after its removal.
 struct SystemCalls {
     std::function<int(int domain)> socket{};
     std::function<int(int fd, const sockaddr *address, socklen_t length)> bind{};
@@ -43,26 +42,26 @@ struct SystemCalls {
     std::function<int()> semTimedwait{};
     std::function<int()> gethostname{};
 
-    // These return a pointer, so that their stand-ins say whether it is null instead; errno is theirs to set.
+    // These calls return a pointer: a replacement returns true to make the call return null, and then sets errno itself.
     std::function<bool(const char *path)> fopenFails{};
     std::function<bool()> fgetsFails{};
     std::function<bool(const char *path)> opendirFails{};
     std::function<bool()> readdirFails{};
 
-    /// What a thread that the library creates does instead of its work, which is handed over; asked on the creating thread.
+    /// Returns what a thread that the library creates does instead of @p work. Called on the creating thread.
     std::function<std::function<void *()>(std::function<void *()> work)> threadWork{};
 
-    /// Called on the creating thread when the new one runs, before the creation returns.
+    /// Called on the creating thread when the new thread runs, before pthread_create returns.
     std::function<void()> threadCreated{};
 };
 
-/// Whether the call that a stand-in is being asked about is made by the library itself, and not by a test or another library.
+/// For replacements: whether the library itself makes the current call, and not a test or another library.
 [[nodiscard]] bool calledByLibrary();
 
-/// Answer of a stand-in that lets this one call through after all.
-inline constexpr int kPass = -1000;
+/// A replacement returns this to let the current call through to the system.
+inline constexpr int kPassThrough = -1000;
 
-/// Puts stand-ins in place for a scope.
+/// Replaces system calls for a scope.
 class WithSystemCalls {
 public:
     explicit WithSystemCalls(SystemCalls calls);

@@ -1,4 +1,4 @@
-// A terminal for what is tested, whose screen the test reads.
+// A pseudo terminal for the program under test; the test reads its screen.
 #pragma once
 
 #include <array>
@@ -33,11 +33,11 @@ public:
         close(screen_);
     }
 
-    /// Where programs write.
+    /// The end that programs write to.
     [[nodiscard]] int descriptor() const noexcept { return descriptor_; }
     [[nodiscard]] const std::string &path() const noexcept { return path_; }
 
-    /// All bytes that have been written since the last call.
+    /// All bytes written since the last call.
     [[nodiscard]] std::string shown() const
     {
         std::string text;

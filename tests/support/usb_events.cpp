@@ -20,15 +20,15 @@ namespace {
 // Never destroyed: a callback may still be called while the process ends.
 std::mutex &recorderLock = *new std::mutex;
 std::condition_variable &recorded = *new std::condition_variable;
-std::vector<ToldEvent> &told = *new std::vector<ToldEvent>;
-std::function<int32_t(const ToldEvent &)> &answer = *new std::function<int32_t(const ToldEvent &)>;
+std::vector<RecordedEvent> &recordedEvents = *new std::vector<RecordedEvent>;
+std::function<int32_t(const RecordedEvent &)> &answer = *new std::function<int32_t(const RecordedEvent &)>;
 
-int32_t note(const ToldEvent &event)
+int32_t note(const RecordedEvent &event)
 {
-    std::function<int32_t(const ToldEvent &)> answerNow;
+    std::function<int32_t(const RecordedEvent &)> answerNow;
     {
         const std::lock_guard lock(recorderLock);
-        told.push_back(event);
+        recordedEvents.push_back(event);
         answerNow = answer;
         recorded.notify_all();
     }
@@ -37,10 +37,10 @@ int32_t note(const ToldEvent &event)
 
 }  // namespace
 
-EventRecorder::EventRecorder(std::function<int32_t(const ToldEvent &)> onEvent)
+EventRecorder::EventRecorder(std::function<int32_t(const RecordedEvent &)> onEvent)
 {
     const std::lock_guard lock(recorderLock);
-    told.clear();
+    recordedEvents.clear();
     answer = std::move(onEvent);
 }
 
@@ -62,16 +62,16 @@ int32_t EventRecorder::newer(UsbEventV2 *event)
     return note({2, event->code, event->length, std::string(bytes, event->length - 8)});
 }
 
-std::vector<ToldEvent> EventRecorder::events() const
+std::vector<RecordedEvent> EventRecorder::events() const
 {
     const std::lock_guard lock(recorderLock);
-    return told;
+    return recordedEvents;
 }
 
 std::vector<uint32_t> EventRecorder::codes() const
 {
     std::vector<uint32_t> codes;
-    for (const ToldEvent &event : events()) {
+    for (const RecordedEvent &event : events()) {
         codes.push_back(event.code);
     }
     return codes;
@@ -80,10 +80,10 @@ std::vector<uint32_t> EventRecorder::codes() const
 bool EventRecorder::waitFor(std::size_t count) const
 {
     std::unique_lock lock(recorderLock);
-    return recorded.wait_for(lock, 10s, [count] { return told.size() >= count; });
+    return recorded.wait_for(lock, 10s, [count] { return recordedEvents.size() >= count; });
 }
 
-Script agrees(std::vector<std::pair<std::string, std::string>> replies)
+Script acceptsAll(std::vector<std::pair<std::string, std::string>> replies)
 {
     return answersWith(
         [replies = std::map<std::string, std::string>(replies.begin(), replies.end())](const std::string &request) {
@@ -97,39 +97,39 @@ Script agrees(std::vector<std::pair<std::string, std::string>> replies)
 
 namespace {
 
-std::string askUsbServer(const std::string &bytes, bool untilItCloses)
+std::string exchangeWithUsbServer(const std::string &bytes, bool untilItCloses)
 {
     const int client = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::strcpy(address.sun_path, kUsbSocket);
-    std::string heard = "(nobody)";
+    std::string reply = "(no server)";
     if (connect(client, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0) {
-        // By other calls than the library's, which tests put themselves in between.
+        // Uses sendmsg: a test may have replaced the calls that the library uses.
         iovec all{const_cast<char *>(bytes.data()), bytes.size()};
         msghdr message{};
         message.msg_iov = &all;
         message.msg_iovlen = 1;
         sendmsg(client, &message, MSG_NOSIGNAL);
-        heard.clear();
+        reply.clear();
         char piece[256];
-        while (untilItCloses || !heard.ends_with('\n')) {
+        while (untilItCloses || !reply.ends_with('\n')) {
             const ssize_t count = TEMP_FAILURE_RETRY(read(client, piece, sizeof piece));  // some tests send signals meanwhile
             if (count <= 0) {
                 break;
             }
-            heard.append(piece, static_cast<std::size_t>(count));
+            reply.append(piece, static_cast<std::size_t>(count));
         }
     }
     close(client);
-    return heard;
+    return reply;
 }
 
 }  // namespace
 
-std::string answerOfUsbServer(const std::string &bytes) { return askUsbServer(bytes, true); }
+std::string usbServerReply(const std::string &bytes) { return exchangeWithUsbServer(bytes, true); }
 
-std::string lineOfUsbServer(const std::string &bytes) { return askUsbServer(bytes, false); }
+std::string usbServerReplyLine(const std::string &bytes) { return exchangeWithUsbServer(bytes, false); }
 
 uint32_t serverState() { return __atomic_load_n(&ServerPipeThreadSyncState, __ATOMIC_SEQ_CST); }
 void setServerState(uint32_t state) { __atomic_store_n(&ServerPipeThreadSyncState, state, __ATOMIC_SEQ_CST); }

@@ -52,7 +52,7 @@ inline bool anySet() { return isSet(sendUSBEvent) || isSet(sendUSBEvent2); }
 /// Leaves nothing active behind, so that tests may share a process.
 inline void endEvents()
 {
-    const support::ScriptedService service({support::agrees()});
+    const support::ScriptedService service({support::acceptsAll()});
     closeEvents();
     EXPECT_TRUE(support::eventually([] { return !anySet(); }));
     // Where the service refused, the callbacks have gone and the server has stayed.

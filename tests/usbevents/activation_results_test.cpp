@@ -24,17 +24,17 @@ using namespace std::chrono_literals;
 
 namespace {
 
-using support::agrees;
+using support::acceptsAll;
 using support::EventRecorder;
 using support::eventually;
 using support::LogLine;
 using support::MessagesOn;
 using support::onOwnThread;
+using support::RecordedEvent;
 using support::ScriptedService;
 using support::serverState;
 using support::setServerState;
 using support::SyslogCapture;
-using support::ToldEvent;
 using support::WithSystemCalls;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -81,7 +81,7 @@ protected:
     {
         return {"", LOG_ERR, GetParam().label + " - fails with " + std::to_string(result)};
     }
-    [[nodiscard]] static ToldEvent status(uint32_t code)
+    [[nodiscard]] static RecordedEvent status(uint32_t code)
     {
         return {GetParam().number, code, GetParam().number == 2 ? 8U : 0U, ""};
     }
@@ -102,7 +102,7 @@ TEST_P(EitherActivation, refuses_null_and_changes_nothing)
 
 TEST_P(EitherActivation, logs_its_steps)
 {
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     const EventRecorder recorder;
     const MessagesOn messages;
     const SyslogCapture capture;
@@ -143,7 +143,7 @@ TEST_P(EitherActivation, fails_where_the_server_gets_no_thread)
                                           : KVO_HWS_activateUSBEventsV2(EventRecorder::newer);
         });
     };
-    const WithSystemCalls calls({.pthreadCreate = [] { return withoutThreads ? EAGAIN : support::kPass; }});
+    const WithSystemCalls calls({.pthreadCreate = [] { return withoutThreads ? EAGAIN : support::kPassThrough; }});
     EXPECT_EQ(activateWithoutThreads(), -8);
     EXPECT_THAT(own(capture), ElementsAre(message("kill server"), message("can not start server"), failure(-8)));
     EXPECT_THAT(recorder.events(), ElementsAre(status(USB_EVENT_BEGIN), status(USB_EVENT_SERVER_FAILED)));
@@ -168,7 +168,8 @@ TEST_P(EitherActivation, keeps_the_callback_where_only_the_helper_gets_no_thread
     const MessagesOn messages;
     const SyslogCapture capture;
     static thread_local int threads = -1;
-    const WithSystemCalls calls({.pthreadCreate = [] { return threads > 0 && --threads == 0 ? EAGAIN : support::kPass; }});
+    const WithSystemCalls calls(
+        {.pthreadCreate = [] { return threads > 0 && --threads == 0 ? EAGAIN : support::kPassThrough; }});
     EXPECT_EQ(onOwnThread([] {
                   threads = 2;
                   return GetParam().number == 1 ? KVO_HWS_activateUSBEvents(EventRecorder::older)

@@ -22,8 +22,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-using support::agrees;
-using support::answerOfUsbServer;
+using support::acceptsAll;
 using support::EventRecorder;
 using support::eventually;
 using support::MessagesOn;
@@ -31,6 +30,7 @@ using support::onOwnThread;
 using support::ScriptedService;
 using support::SyslogCapture;
 using support::threadsRunning;
+using support::usbServerReply;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -75,7 +75,7 @@ TEST_F(Activation, waits_also_for_a_service_that_is_not_there_yet)
     ASSERT_EQ(activateV2(EventRecorder::newer), 1);
     std::this_thread::sleep_for(250ms);
     EXPECT_EQ(recorder.codes(), Codes{USB_EVENT_BEGIN});
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     ASSERT_TRUE(recorder.waitFor(2));
     EXPECT_EQ(recorder.codes(), (Codes{USB_EVENT_BEGIN, USB_EVENT_ACTIVATED}));
     closeEvents();
@@ -92,7 +92,7 @@ TEST_F(Activation, that_was_overtaken_does_not_wait_any_longer)
     EXPECT_TRUE(eventually([&] { return threadsRunning() == before + 2; })) << "the server and one that waits";
     EXPECT_EQ(closeEvents(), 1);
     EXPECT_TRUE(eventually([&] { return threadsRunning() == before; })) << "and none after the end";
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     std::this_thread::sleep_for(250ms);
     EXPECT_THAT(service.requests(), IsEmpty());
 }
@@ -132,13 +132,13 @@ TEST_F(Activation, that_is_overtaken_while_the_service_refuses_it_tells_nothing)
     ASSERT_TRUE(recorder.waitFor(3));
     std::this_thread::sleep_for(500ms);
     EXPECT_EQ(recorder.codes(), (Codes{USB_EVENT_BEGIN, USB_EVENT_BEGIN, USB_EVENT_ACTIVATED}));
-    EXPECT_EQ(answerOfUsbServer(kState), "ok\n");
+    EXPECT_EQ(usbServerReply(kState), "ok\n");
 }
 
 TEST_F(Activation, is_refused)
 {
     for (const char *const reply : {"failed", "ok ", ""}) {
-        const ScriptedService service({agrees({{"activateUSBEvents", reply}})});
+        const ScriptedService service({acceptsAll({{"activateUSBEvents", reply}})});
         const EventRecorder recorder;
         ASSERT_EQ(activateV2(EventRecorder::newer), 1);
         ASSERT_TRUE(recorder.waitFor(2));
@@ -148,7 +148,7 @@ TEST_F(Activation, is_refused)
 }
 
 /// A service that answers the first request and is gone for the second.
-std::vector<support::Script> answersOnce() { return {agrees(), support::closesAfterRequest()}; }
+std::vector<support::Script> answersOnce() { return {acceptsAll(), support::closesAfterRequest()}; }
 
 TEST_F(Activation, gets_no_answer)
 {
@@ -174,16 +174,17 @@ std::vector<std::string> messagesOfBothThreads(const std::vector<support::Script
 TEST_F(Activation, logs_no_answer_of_the_service)
 {
     for (const char *const reply : {"ok", "failed", "busy", ""}) {
-        EXPECT_THAT(messagesOfBothThreads({agrees({{"activateUSBEvents", reply}, {"deactivateUSBEvents", reply}})}), IsEmpty())
+        EXPECT_THAT(messagesOfBothThreads({acceptsAll({{"activateUSBEvents", reply}, {"deactivateUSBEvents", reply}})}),
+                    IsEmpty())
             << reply;
     }
-    EXPECT_THAT(messagesOfBothThreads({agrees(), support::closesAfterRequest(), support::closesAfterRequest()}),
+    EXPECT_THAT(messagesOfBothThreads({acceptsAll(), support::closesAfterRequest(), support::closesAfterRequest()}),
                 ElementsAre("command socket - can not read from socket", "command socket - can not read from socket"));
 }
 
 TEST_F(Activation, by_the_thread_alone_asks_whoever_is_set)
 {
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     EXPECT_EQ(onOwnThread([] { return threadActivateUSBevents(nullptr); }), nullptr);
     EXPECT_THAT(service.requests(), ElementsAre("isInitComplete\n", "activateUSBEvents\n"));
     EXPECT_EQ(onOwnThread([] { return threadDeactivateUSBevents(nullptr); }), nullptr);

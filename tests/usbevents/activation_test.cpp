@@ -23,18 +23,18 @@ using namespace std::chrono_literals;
 
 namespace {
 
-using support::agrees;
-using support::answerOfUsbServer;
+using support::acceptsAll;
 using support::EventRecorder;
 using support::eventually;
 using support::MessagesOn;
 using support::onOwnThread;
+using support::RecordedEvent;
 using support::ScriptedService;
 using support::serverState;
 using support::setServerState;
 using support::SyslogCapture;
 using support::threadsRunning;
-using support::ToldEvent;
+using support::usbServerReply;
 using support::WithSystemCalls;
 using testing::AnyOf;
 using testing::Contains;
@@ -56,47 +56,47 @@ const std::string kRemoved = "removeUSBdevice*10.0.0.5*usb1*1-1.4*\n";
 
 TEST_F(Activation, brings_events_to_the_newer_callback_until_it_is_closed)
 {
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     const EventRecorder recorder;
     ASSERT_EQ(activateV2(EventRecorder::newer), 1);
     ASSERT_TRUE(recorder.waitFor(2));
     EXPECT_EQ(recorder.codes(), (Codes{USB_EVENT_BEGIN, USB_EVENT_ACTIVATED}));
-    EXPECT_EQ(answerOfUsbServer(kState), "ok\n");
+    EXPECT_EQ(usbServerReply(kState), "ok\n");
     EXPECT_EQ(closeEvents(), 1);
     ASSERT_TRUE(recorder.waitFor(5));
     EXPECT_EQ(recorder.codes(), (Codes{3, 1, 13, 3, 2}));
-    EXPECT_EQ(recorder.events().back(), (ToldEvent{2, USB_EVENT_DEACTIVATED, 8, ""}));
+    EXPECT_EQ(recorder.events().back(), (RecordedEvent{2, USB_EVENT_DEACTIVATED, 8, ""}));
     EXPECT_TRUE(eventually([] { return !anySet(); }));
     EXPECT_THAT(service.requests(), ElementsAre("isInitComplete\n", "activateUSBEvents\n", "deactivateUSBEvents\n"));
-    EXPECT_EQ(answerOfUsbServer(kState), "(nobody)");
+    EXPECT_EQ(usbServerReply(kState), "(no server)");
     EXPECT_EQ(serverState(), 0U);
 }
 
 TEST_F(Activation, brings_events_to_the_older_callback_until_it_is_closed)
 {
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     const EventRecorder recorder;
     ASSERT_EQ(activate(EventRecorder::older), 1);
     ASSERT_TRUE(recorder.waitFor(2));
-    EXPECT_EQ(answerOfUsbServer(kRemoved), "ok\n");
+    EXPECT_EQ(usbServerReply(kRemoved), "ok\n");
     EXPECT_EQ(closeEvents(), 1);
     ASSERT_TRUE(recorder.waitFor(5));
     EXPECT_EQ(recorder.codes(), (Codes{3, 1, 11, 3, 2}));
-    EXPECT_EQ(recorder.events().front(), (ToldEvent{1, USB_EVENT_BEGIN, 0, ""}));
+    EXPECT_EQ(recorder.events().front(), (RecordedEvent{1, USB_EVENT_BEGIN, 0, ""}));
 }
 
 TEST_F(Activation, listens_before_it_returns)
 {
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     const EventRecorder recorder;
     ASSERT_EQ(activateV2(EventRecorder::newer), 1);
-    EXPECT_EQ(answerOfUsbServer(kState), "ok\n");
+    EXPECT_EQ(usbServerReply(kState), "ok\n");
     EXPECT_EQ(serverState(), 3U);
 }
 
 TEST_F(Activation, twice_in_a_row_stops_the_first_server_and_starts_another)
 {
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     const EventRecorder recorder;
     ASSERT_EQ(activateV2(EventRecorder::newer), 1);
     ASSERT_TRUE(recorder.waitFor(2));
@@ -117,25 +117,25 @@ TEST_F(Activation, twice_in_a_row_stops_the_first_server_and_starts_another)
     EXPECT_TRUE(stopping) << "3, then 1";
     ASSERT_TRUE(recorder.waitFor(4));
     EXPECT_EQ(recorder.codes(), (Codes{3, 1, 3, 1}));
-    EXPECT_EQ(answerOfUsbServer(kState), "ok\n");
+    EXPECT_EQ(usbServerReply(kState), "ok\n");
 }
 
 TEST_F(Activation, of_the_older_callback_tells_it_directly_where_a_newer_one_is_set)
 {
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     const EventRecorder recorder;
     ASSERT_EQ(activateV2(EventRecorder::newer), 1);
     ASSERT_TRUE(recorder.waitFor(2));
     ASSERT_EQ(activate(EventRecorder::older), 1);
     ASSERT_TRUE(recorder.waitFor(4));
     const auto events = recorder.events();
-    EXPECT_EQ(events[2], (ToldEvent{1, USB_EVENT_BEGIN, 0, ""})) << "directly";
-    EXPECT_EQ(events[3], (ToldEvent{2, USB_EVENT_ACTIVATED, 8, ""})) << "whichever is set, the newer first";
+    EXPECT_EQ(events[2], (RecordedEvent{1, USB_EVENT_BEGIN, 0, ""})) << "directly";
+    EXPECT_EQ(events[3], (RecordedEvent{2, USB_EVENT_ACTIVATED, 8, ""})) << "whichever is set, the newer first";
 }
 
 TEST_F(Activation, detaches_whoever_activates_or_closes)
 {
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     const EventRecorder recorder;
     EXPECT_EQ(onOwnThread([] {
                   KVO_HWS_activateUSBEventsV2(EventRecorder::newer);
@@ -152,8 +152,8 @@ TEST_F(Activation, detaches_whoever_activates_or_closes)
 
 TEST_F(Activation, by_a_thread_that_is_cancelled_in_its_callback_goes_on)
 {
-    const ScriptedService service({agrees()});
-    const EventRecorder recorder([](const ToldEvent &event) {
+    const ScriptedService service({acceptsAll()});
+    const EventRecorder recorder([](const RecordedEvent &event) {
         if (event.code == USB_EVENT_BEGIN) {
             pthread_testcancel();
         }
@@ -178,11 +178,11 @@ TEST_F(Activation, by_a_thread_that_is_cancelled_in_its_callback_goes_on)
 TEST_F(Activation, goes_on_where_a_server_neither_stops_nor_listens)
 {
     // That the control word was not delivered outweighs that the server did not stop: callers treat it as success.
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     const EventRecorder recorder;
     setServerState(NOTIFY_RUNNING);
     EXPECT_EQ(activateV2(EventRecorder::newer), 1);
-    EXPECT_EQ(answerOfUsbServer(kState), "ok\n");
+    EXPECT_EQ(usbServerReply(kState), "ok\n");
 }
 
 TEST_F(Activation, fails_at_once_where_nobody_can_listen)
@@ -204,8 +204,8 @@ TEST_F(Activation, fails_at_once_where_nobody_can_listen)
 
 TEST_F(Activation, sets_its_callback_also_where_a_close_took_it_away_meanwhile)
 {
-    const ScriptedService service({agrees()});
-    const EventRecorder recorder([](const ToldEvent &event) {
+    const ScriptedService service({acceptsAll()});
+    const EventRecorder recorder([](const RecordedEvent &event) {
         if (event.code == USB_EVENT_BEGIN) {
             SetFunction_SendUSBEvent_NULL();
         }
@@ -213,7 +213,7 @@ TEST_F(Activation, sets_its_callback_also_where_a_close_took_it_away_meanwhile)
     });
     ASSERT_EQ(activateV2(EventRecorder::newer), 1);
     ASSERT_TRUE(recorder.waitFor(2));
-    EXPECT_EQ(answerOfUsbServer(kState), "ok\n");
+    EXPECT_EQ(usbServerReply(kState), "ok\n");
     EXPECT_EQ(recorder.codes(), (Codes{USB_EVENT_BEGIN, USB_EVENT_ACTIVATED, USB_EVENT_STATE}));
     // The recorder takes the callback away at the close's beginning as well.
     onOwnThread(KillUsbServer);
@@ -222,7 +222,7 @@ TEST_F(Activation, sets_its_callback_also_where_a_close_took_it_away_meanwhile)
 
 TEST_F(Activation, takes_turns_with_others)
 {
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     const EventRecorder recorder;
     static std::atomic<bool> held{false};
     static std::atomic<bool> release{false};
@@ -235,7 +235,7 @@ TEST_F(Activation, takes_turns_with_others)
             if (isFirst && !held.exchange(true)) {
                 eventually([] { return release.load(); });
             }
-            return support::kPass;
+            return support::kPassThrough;
         }});
         first = std::thread([] {
             onDetachedThread([] {
@@ -261,13 +261,13 @@ TEST_F(Activation, takes_turns_with_others)
 
 TEST_F(Activation, and_closing_in_a_loop_from_several_threads_with_events_arriving_ends)
 {
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     const EventRecorder recorder;
     const std::size_t before = threadsRunning();
     std::atomic<bool> ended{false};
     std::thread daemon([&] {
         while (!ended) {
-            EXPECT_THAT(answerOfUsbServer(kState), AnyOf("ok\n", "failed\n", "(nobody)", ""));
+            EXPECT_THAT(usbServerReply(kState), AnyOf("ok\n", "failed\n", "(no server)", ""));
         }
     });
     const auto loop = [](int32_t (*start)()) {
@@ -288,7 +288,7 @@ TEST_F(Activation, and_closing_in_a_loop_from_several_threads_with_events_arrivi
     daemon.join();
     EXPECT_TRUE(eventually([] { return serverState() == 0; }));
     EXPECT_TRUE(eventually([&] { return threadsRunning() == before; }));
-    EXPECT_EQ(answerOfUsbServer(kState), "(nobody)");
+    EXPECT_EQ(usbServerReply(kState), "(no server)");
 }
 
 }  // namespace

@@ -11,7 +11,7 @@
 namespace {
 
 using support::EventRecorder;
-using support::ToldEvent;
+using support::RecordedEvent;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -39,19 +39,21 @@ TEST_F(Callbacks, fail_where_none_is_set)
 
 TEST_F(Callbacks, are_told_a_status_each_in_its_form)
 {
-    const EventRecorder recorder([](const ToldEvent &event) { return event.generation * 100 + static_cast<int>(event.code); });
+    const EventRecorder recorder(
+        [](const RecordedEvent &event) { return event.generation * 100 + static_cast<int>(event.code); });
     sendUSBEvent = EventRecorder::older;
     EXPECT_EQ(SendUSBEventCheckNULL_Simple(3), 103);
     sendUSBEvent2 = EventRecorder::newer;
     EXPECT_EQ(SendUSBEventCheckNULL_Simple(101), 301) << "the newer one where both are set";
     sendUSBEvent = nullptr;
     EXPECT_EQ(SendUSBEventCheckNULL_Simple(2), 202);
-    EXPECT_THAT(recorder.events(), ElementsAre(ToldEvent{1, 3, 0, ""}, ToldEvent{2, 101, 8, ""}, ToldEvent{2, 2, 8, ""}));
+    EXPECT_THAT(recorder.events(),
+                ElementsAre(RecordedEvent{1, 3, 0, ""}, RecordedEvent{2, 101, 8, ""}, RecordedEvent{2, 2, 8, ""}));
 }
 
 TEST_F(Callbacks, are_called_each_by_its_own)
 {
-    const EventRecorder recorder([](const ToldEvent &event) { return event.generation; });
+    const EventRecorder recorder([](const RecordedEvent &event) { return event.generation; });
     sendUSBEvent = EventRecorder::older;
     sendUSBEvent2 = EventRecorder::newer;
     UsbDeviceV1 record{};
@@ -66,7 +68,7 @@ TEST_F(Callbacks, are_called_each_by_its_own)
 TEST_F(Callbacks, give_their_result_back_whatever_it_is)
 {
     for (const int32_t result : {-2, -1, 0, 1, 7}) {
-        const EventRecorder recorder([result](const ToldEvent &) { return result; });
+        const EventRecorder recorder([result](const RecordedEvent &) { return result; });
         sendUSBEvent2 = EventRecorder::newer;
         EXPECT_EQ(SendUSBEventCheckNULL_Simple(1), result);
     }
@@ -85,7 +87,7 @@ TEST_F(Callbacks, are_both_taken_away_at_once)
 
 TEST_F(Callbacks, fail_where_they_throw)
 {
-    const EventRecorder recorder([](const ToldEvent &) -> int32_t { throw std::runtime_error("not for the library"); });
+    const EventRecorder recorder([](const RecordedEvent &) -> int32_t { throw std::runtime_error("not for the library"); });
     sendUSBEvent = EventRecorder::older;
     EXPECT_EQ(SendUSBEventCheckNULL_Simple(3), -1);
     sendUSBEvent2 = EventRecorder::newer;

@@ -21,16 +21,16 @@ using namespace std::chrono_literals;
 
 namespace {
 
-using support::agrees;
-using support::answerOfUsbServer;
+using support::acceptsAll;
 using support::EventRecorder;
 using support::eventually;
 using support::MessagesOn;
 using support::onOwnThread;
+using support::RecordedEvent;
 using support::ScriptedService;
 using support::setServerState;
 using support::SyslogCapture;
-using support::ToldEvent;
+using support::usbServerReply;
 using support::WithSystemCalls;
 using testing::Contains;
 using testing::ElementsAre;
@@ -48,7 +48,7 @@ class Closing : public Activation {};
 
 TEST_F(Closing, of_what_is_not_active_is_refused)
 {
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     const ScriptedService otherProgram({support::replies("ok")}, support::kUsbSocket);
     const MessagesOn messages;
     const SyslogCapture capture;
@@ -60,7 +60,7 @@ TEST_F(Closing, of_what_is_not_active_is_refused)
 
 TEST_F(Closing, logs_its_step)
 {
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     const EventRecorder recorder;
     sendUSBEvent = EventRecorder::older;
     const MessagesOn messages;
@@ -73,7 +73,7 @@ TEST_F(Closing, logs_its_step)
 
 TEST_F(Closing, gives_the_service_100_ms)
 {
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     const EventRecorder recorder;
     sendUSBEvent2 = EventRecorder::newer;
     const auto start = Clock::now();
@@ -117,12 +117,12 @@ TEST_F(Closing, ends_also_where_the_service_disagrees_or_is_gone)
 
 TEST_F(Closing, without_a_thread_keeps_the_callback_so_that_it_can_be_closed_again)
 {
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     const EventRecorder recorder;
     sendUSBEvent2 = EventRecorder::newer;
     {
         static thread_local bool withoutThreads = false;
-        const WithSystemCalls calls({.pthreadCreate = [] { return withoutThreads ? EAGAIN : support::kPass; }});
+        const WithSystemCalls calls({.pthreadCreate = [] { return withoutThreads ? EAGAIN : support::kPassThrough; }});
         EXPECT_EQ(onOwnThread([] {
                       withoutThreads = true;
                       return KVO_HWS_closeUSBEvents();
@@ -151,7 +151,7 @@ TEST_F(Closing, that_is_answered_late_leaves_a_later_activation_alone)
     ASSERT_TRUE(recorder.waitFor(4));
     EXPECT_THAT(recorder.codes(),
                 testing::UnorderedElementsAre(USB_EVENT_BEGIN, USB_EVENT_BEGIN, USB_EVENT_DEACTIVATED, USB_EVENT_ACTIVATED));
-    EXPECT_EQ(answerOfUsbServer(kState), "ok\n");
+    EXPECT_EQ(usbServerReply(kState), "ok\n");
 }
 
 TEST_F(Closing, overtakes_an_activation_as_soon_as_it_begins)
@@ -173,9 +173,9 @@ TEST_F(Closing, overtakes_an_activation_as_soon_as_it_begins)
 
 TEST_F(Closing, is_allowed_to_the_callback_itself)
 {
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     std::atomic<int32_t> closed{0};
-    const EventRecorder recorder([&](const ToldEvent &event) {
+    const EventRecorder recorder([&](const RecordedEvent &event) {
         if (event.code == USB_EVENT_STATE) {
             closed = KVO_HWS_closeUSBEvents();
         }
@@ -183,7 +183,7 @@ TEST_F(Closing, is_allowed_to_the_callback_itself)
     });
     ASSERT_EQ(activateV2(EventRecorder::newer), 1);
     ASSERT_TRUE(recorder.waitFor(2));
-    EXPECT_EQ(answerOfUsbServer(kState), "ok\n");
+    EXPECT_EQ(usbServerReply(kState), "ok\n");
     EXPECT_EQ(closed, 1);
     ASSERT_TRUE(recorder.waitFor(5));
     EXPECT_EQ(recorder.codes(), (Codes{3, 1, 13, 3, 2}));
@@ -191,9 +191,9 @@ TEST_F(Closing, is_allowed_to_the_callback_itself)
 
 TEST_F(Closing, is_allowed_to_the_callback_that_hears_of_the_activation)
 {
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     std::atomic<int32_t> closed{0};
-    const EventRecorder recorder([&](const ToldEvent &event) {
+    const EventRecorder recorder([&](const RecordedEvent &event) {
         if (event.code == USB_EVENT_ACTIVATED) {
             closed = KVO_HWS_closeUSBEvents();
         }

@@ -25,8 +25,8 @@ namespace {
 
 using support::EventRecorder;
 using support::MessagesOn;
+using support::RecordedEvent;
 using support::SyslogCapture;
-using support::ToldEvent;
 using testing::ElementsAre;
 using usbevents_test::answerTo;
 using usbevents_test::Connection;
@@ -105,7 +105,7 @@ TEST_F(ConnectionTest, clears_each_record_first)
             EXPECT_EQ(answerTo(text), "ok\n");
         }
     }
-    for (const ToldEvent &event : recorder.events()) {
+    for (const RecordedEvent &event : recorder.events()) {
         if (event.record[0] == 'a') {
             EXPECT_EQ(event.record.find_first_not_of(std::string("abcdefg\0", 8)), std::string::npos) << event.code;
         }
@@ -206,7 +206,7 @@ TEST_F(ConnectionTest, silence_fails_after_4_s)
 
 TEST_F(ConnectionTest, a_client_that_does_not_wait_for_the_answer_harms_nobody)
 {
-    const EventRecorder recorder([](const ToldEvent &) {
+    const EventRecorder recorder([](const RecordedEvent &) {
         std::this_thread::sleep_for(50ms);
         return 0;
     });

@@ -5,9 +5,9 @@
 
 #include "support/endurance.h"
 #include "support/eventually.h"
-#include "support/many_threads.h"
 #include "support/own_thread.h"
 #include "support/scripted_service.h"
+#include "support/small_thread_stacks.h"
 #include "support/usb_events.h"
 
 #include <algorithm>
@@ -22,10 +22,10 @@ namespace {
 
 #ifdef KVO_EMULATED
 constexpr int kEvents = 4'800;
-constexpr const char *kWhyFewer = " (the emulator keeps memory of its own for each thread that there ever was)";
+constexpr const char *kWhyFewerRuns = " (the emulator keeps memory of its own for each thread that there ever was)";
 #else
-constexpr int kEvents = support::kWatched ? 4'800 : 112'000;
-constexpr const char *kWhyFewer = support::kWhyFewer;
+constexpr int kEvents = support::kSanitized ? 4'800 : 112'000;
+constexpr const char *kWhyFewerRuns = support::kWhyFewerRuns;
 #endif
 
 constexpr int kSenders = 16;
@@ -64,12 +64,12 @@ bool onlyTheServerRuns(std::size_t threads)
 
 TEST(UsbEndurance, a_hundred_thousand_events_leave_nothing_behind)
 {
-    support::makeRoomForManyThreads();
+    support::useSmallThreadStacks();
     std::filesystem::create_directories("/tmp/kvo_hws");
     sendUSBEvent2 = count;
     const std::size_t threads = support::threadsRunning() + 1;
     ASSERT_EQ(kvo_hws_CreateThread(win_kvo_hws_usb_server, nullptr), 1);
-    ASSERT_TRUE(support::eventually([] { return support::answerOfUsbServer("x\n") == "unknown request\n"; }));
+    ASSERT_TRUE(support::eventually([] { return support::usbServerReply("x\n") == "unknown request\n"; }));
 
     // Several at a time: on a busy machine each waits for its turns, and not for those of the others.
     const auto send = [](int events) {
@@ -82,7 +82,7 @@ TEST(UsbEndurance, a_hundred_thousand_events_leave_nothing_behind)
                     if (event % 10 == 0) {
                         pace.keep();
                     }
-                    delivered += support::lineOfUsbServer("removeUSBdevice*10.0.0.5*usb1*1-1.4*\n") == "ok\n" ? 1 : 0;
+                    delivered += support::usbServerReplyLine("removeUSBdevice*10.0.0.5*usb1*1-1.4*\n") == "ok\n" ? 1 : 0;
                 }
             });
         }
@@ -99,7 +99,7 @@ TEST(UsbEndurance, a_hundred_thousand_events_leave_nothing_behind)
     ASSERT_TRUE(onlyTheServerRuns(threads));
     const support::ResourceUsage after = support::resourceUsage();
     EXPECT_EQ(told, kEvents + kEvents / 10);
-    support::expectSameUsage(kEvents, "events", kWhyFewer, before, after, 64 * 1024);
+    support::expectSameUsage(kEvents, "events", kWhyFewerRuns, before, after, 64 * 1024);
 
     SetFunction_SendUSBEvent_NULL();
     support::onOwnThread(KillUsbServer);

@@ -17,8 +17,8 @@ namespace {
 
 using support::EventRecorder;
 using support::MessagesOn;
+using support::RecordedEvent;
 using support::SyslogCapture;
-using support::ToldEvent;
 using usbevents_test::answerTo;
 using usbevents_test::kNew;
 using usbevents_test::kRefused;
@@ -31,10 +31,10 @@ struct Exchange {
     const char *name;
     int callbacks;
     std::string text;
-    int32_t result;               ///< what the callbacks return
-    std::string answer;           ///< without its line feed
-    std::vector<ToldEvent> told;  ///< records are compared by their beginning
-    std::string message = "";     ///< between those of the text and the answer; empty: none
+    int32_t result;                   ///< what the callbacks return
+    std::string answer;               ///< without its line feed
+    std::vector<RecordedEvent> told;  ///< records are compared by their beginning
+    std::string message = "";         ///< between those of the text and the answer; empty: none
 };
 
 std::ostream &operator<<(std::ostream &out, const Exchange &row) { return out << row.name; }
@@ -47,7 +47,7 @@ protected:
 TEST_P(Exchanges, is_told_answered_and_logged)
 {
     const Exchange &row = GetParam();
-    const EventRecorder recorder([&row](const ToldEvent &) { return row.result; });
+    const EventRecorder recorder([&row](const RecordedEvent &) { return row.result; });
     sendUSBEvent = (row.callbacks & kOlder) != 0 ? EventRecorder::older : nullptr;
     sendUSBEvent2 = (row.callbacks & kNewer) != 0 ? EventRecorder::newer : nullptr;
     const MessagesOn messages;

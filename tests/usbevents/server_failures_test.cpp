@@ -26,15 +26,15 @@
 
 namespace {
 
-using support::answerOfUsbServer;
 using support::descriptorsOpen;
 using support::eventually;
-using support::kPass;
+using support::kPassThrough;
 using support::LogLine;
 using support::MessagesOn;
 using support::serverState;
 using support::SyslogCapture;
 using support::SystemCalls;
+using support::usbServerReply;
 using support::WithSystemCalls;
 using testing::ElementsAre;
 using testing::MatchesRegex;
@@ -62,18 +62,18 @@ auto fails(int error)
 {
     return [error](Arguments...) {
         errno = error;
-        return isServer ? -1 : kPass;
+        return isServer ? -1 : kPassThrough;
     };
 }
 
 int readable(pollfd *descriptors, nfds_t, int)
 {
     descriptors->revents = POLLIN;
-    return isServer ? 1 : kPass;
+    return isServer ? 1 : kPassThrough;
 }
 
 /// A client for the server, as far as a descriptor is one.
-int someClient(int) { return isServer ? openat(AT_FDCWD, "/dev/null", O_RDWR | O_CLOEXEC) : kPass; }
+int someClient(int) { return isServer ? openat(AT_FDCWD, "/dev/null", O_RDWR | O_CLOEXEC) : kPassThrough; }
 
 struct Failure {
     const char *name;
@@ -129,7 +129,7 @@ TEST_F(UsbServer, ends_where_a_connection_gets_no_thread)
     {
         const WithSystemCalls calls({.accept4 = someClient, .poll = readable, .pthreadCreate = [] {
                                          errno = EAGAIN;
-                                         return isServer ? EAGAIN : kPass;
+                                         return isServer ? EAGAIN : kPassThrough;
                                      }});
         runServer();
     }
@@ -149,7 +149,7 @@ TEST_F(UsbServer, keeps_stopped_and_requested_apart_also_where_it_fails)
             errno = ENOMEM;
             return -1;
         }
-        return kPass;
+        return kPassThrough;
     }});
     const SyslogCapture capture;
     runServer();
@@ -164,11 +164,11 @@ TEST_F(UsbServer, looks_at_its_state_after_an_accept_too)
         if (serverState() == NOTIFY_RUNNING && stopAtAccept.exchange(false)) {
             requestStop();
         }
-        return kPass;
+        return kPassThrough;
     }});
     start();
     stopAtAccept = true;
-    EXPECT_EQ(answerOfUsbServer(kRemoved), "") << "accepted, and not served";
+    EXPECT_EQ(usbServerReply(kRemoved), "") << "accepted, and not served";
     EXPECT_TRUE(eventually([] { return serverState() == NOTIFY_STOP_DONE; }));
     EXPECT_THAT(recorder_.events(), testing::IsEmpty());
 }
@@ -178,7 +178,7 @@ TEST_F(UsbServer, does_not_hang_on_a_client_that_is_not_there_after_all)
     std::atomic<int> calls{0};
     const WithSystemCalls stand({.poll = [&](pollfd *descriptors, nfds_t, int milliseconds) {
         if (milliseconds != 1000 || calls++ != 0) {
-            return kPass;
+            return kPassThrough;
         }
         descriptors->revents = POLLIN;
         return 1;
@@ -207,7 +207,7 @@ TEST_F(UsbServer, listens_no_more_when_it_says_that_it_has_ended)
     start();
     const SyslogCapture capture([&] {
         if (serverState() != NOTIFY_STOP_REQUESTED) {
-            refused = answerOfUsbServer(kRemoved) == "(nobody)";
+            refused = usbServerReply(kRemoved) == "(no server)";
         }
     });
     requestStop();
@@ -223,15 +223,15 @@ TEST_F(UsbServer, goes_on_after_an_accept_that_found_nobody_and_after_interrupti
                                      [&](int) {
                                          const int count = accepts++;
                                          errno = count == 0 ? EAGAIN : EINTR;
-                                         return count < 2 ? -1 : kPass;
+                                         return count < 2 ? -1 : kPassThrough;
                                      },
                                  .poll =
                                      [&](pollfd *, nfds_t, int milliseconds) {
                                          errno = EINTR;
-                                         return milliseconds == 1000 && waits++ == 0 ? -1 : kPass;
+                                         return milliseconds == 1000 && waits++ == 0 ? -1 : kPassThrough;
                                      }});
     start();
-    EXPECT_EQ(answerOfUsbServer(kRemoved), "ok\n");
+    EXPECT_EQ(usbServerReply(kRemoved), "ok\n");
     EXPECT_GT(accepts, 2);
     EXPECT_GT(waits, 1) << "each wait lasts a second at most";
 }

@@ -37,7 +37,7 @@ protected:
     static void start()
     {
         ASSERT_EQ(kvo_hws_CreateThread(win_kvo_hws_usb_server, nullptr), 1);
-        ASSERT_TRUE(support::eventually([] { return support::answerOfUsbServer("hello\n") == "unknown request\n"; }));
+        ASSERT_TRUE(support::eventually([] { return support::usbServerReply("hello\n") == "unknown request\n"; }));
     }
 
     const support::EventRecorder recorder_;

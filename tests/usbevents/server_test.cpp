@@ -4,9 +4,9 @@
 #include <kvo_hws/usbevents.h>
 
 #include "support/alarms.h"
-#include "support/many_threads.h"
 #include "support/resource_usage.h"
 #include "support/scripted_service.h"
+#include "support/small_thread_stacks.h"
 #include "support/syslog_capture.h"
 #include "support/system_calls.h"
 #include "support/usb_events.h"
@@ -31,17 +31,17 @@ using namespace std::chrono_literals;
 
 namespace {
 
-using support::answerOfUsbServer;
 using support::descriptorsOpen;
 using support::EventRecorder;
 using support::eventually;
-using support::kPass;
+using support::kPassThrough;
+using support::RecordedEvent;
 using support::serverState;
 using support::setServerState;
 using support::suicideServed;
 using support::SyslogCapture;
 using support::threadsRunning;
-using support::ToldEvent;
+using support::usbServerReply;
 using support::WithSystemCalls;
 using testing::ElementsAre;
 using usbevents_test::kRemoved;
@@ -61,14 +61,14 @@ TEST_F(UsbServer, runs_until_a_stop_is_requested)
     ASSERT_TRUE(eventually([] { return serverState() != NOTIFY_STOP_REQUESTED; }));
     EXPECT_EQ(serverState(), static_cast<uint32_t>(NOTIFY_STOP_DONE));
     EXPECT_LT(Clock::now() - requested, 2s) << "within about a second, although no client comes";
-    EXPECT_EQ(answerOfUsbServer(kRemoved), "(nobody)");
+    EXPECT_EQ(usbServerReply(kRemoved), "(no server)");
 }
 
 TEST_F(UsbServer, notices_a_stop_as_soon_as_a_client_comes_and_does_not_serve_it)
 {
     start();
     requestStop();
-    EXPECT_EQ(answerOfUsbServer(kRemoved), "");
+    EXPECT_EQ(usbServerReply(kRemoved), "");
     EXPECT_TRUE(eventually([] { return serverState() == NOTIFY_STOP_DONE; }));
     EXPECT_THAT(recorder_.events(), testing::IsEmpty());
 }
@@ -94,13 +94,13 @@ TEST_F(UsbServer, clears_an_earlier_suicide_when_it_starts)
 
 TEST_F(UsbServer, ends_after_suicide_and_leaves_nothing_to_acknowledge)
 {
-    const support::ScriptedService service({support::agrees()});
+    const support::ScriptedService service({support::acceptsAll()});
     start();
-    EXPECT_EQ(answerOfUsbServer("suicide\n"), "ok\n");
+    EXPECT_EQ(usbServerReply("suicide\n"), "ok\n");
     const auto closed = Clock::now();
     EXPECT_TRUE(eventually([] { return serverState() == NOTIFY_STOPPED && suicideServed() == 0; }));
     EXPECT_LT(Clock::now() - closed, 2s);
-    EXPECT_EQ(answerOfUsbServer(kRemoved), "(nobody)");
+    EXPECT_EQ(usbServerReply(kRemoved), "(no server)");
     EXPECT_THAT(recorder_.codes(), ElementsAre(USB_EVENT_DEACTIVATED));
 }
 
@@ -109,7 +109,7 @@ TEST_F(UsbServer, signals_neither_end_it_nor_keep_it_from_its_end)
     start();
     const support::Alarms alarms(20ms, 20ms);
     std::this_thread::sleep_for(200ms);
-    EXPECT_EQ(answerOfUsbServer(kRemoved), "ok\n");
+    EXPECT_EQ(usbServerReply(kRemoved), "ok\n");
     requestStop();
     const auto requested = Clock::now();
     EXPECT_TRUE(eventually([] { return serverState() == NOTIFY_STOP_DONE; }));
@@ -123,7 +123,7 @@ TEST_F(UsbServer, the_last_of_two_is_the_one_and_the_other_leaves_the_state_alon
     start();
     EXPECT_TRUE(eventually([&] { return threadsRunning() == before + 1; })) << "the first one ends by itself";
     EXPECT_EQ(serverState(), static_cast<uint32_t>(NOTIFY_RUNNING));
-    EXPECT_EQ(answerOfUsbServer(kRemoved), "ok\n");
+    EXPECT_EQ(usbServerReply(kRemoved), "ok\n");
 }
 
 // ---- The socket ----
@@ -132,12 +132,12 @@ TEST_F(UsbServer, takes_the_place_of_whatever_was_at_its_path_and_leaves_the_fil
 {
     std::ofstream(support::kUsbSocket) << "something";
     start();
-    EXPECT_EQ(answerOfUsbServer(kRemoved), "ok\n");
+    EXPECT_EQ(usbServerReply(kRemoved), "ok\n");
     requestStop();
     EXPECT_TRUE(eventually([] { return serverState() == NOTIFY_STOP_DONE; }));
     EXPECT_TRUE(std::filesystem::is_socket(support::kUsbSocket));
     start();
-    EXPECT_EQ(answerOfUsbServer(kRemoved), "ok\n");
+    EXPECT_EQ(usbServerReply(kRemoved), "ok\n");
 }
 
 TEST_F(UsbServer, binds_by_family_and_path_alone_with_a_backlog_of_5)
@@ -148,12 +148,12 @@ TEST_F(UsbServer, binds_by_family_and_path_alone_with_a_backlog_of_5)
         const WithSystemCalls calls({.bind =
                                          [&](int, const sockaddr *, socklen_t size) {
                                              length = size;
-                                             return kPass;
+                                             return kPassThrough;
                                          },
                                      .listen =
                                          [&](int, int size) {
                                              backlog = size;
-                                             return kPass;
+                                             return kPassThrough;
                                          }});
         start();
     }
@@ -164,9 +164,9 @@ TEST_F(UsbServer, binds_by_family_and_path_alone_with_a_backlog_of_5)
 TEST_F(UsbServer, hands_no_descriptor_on_to_programs_it_starts)
 {
     std::atomic<bool> checked{false};
-    const EventRecorder holding([&](const ToldEvent &) { return eventually([&] { return checked.load(); }) ? 0 : -1; });
+    const EventRecorder holding([&](const RecordedEvent &) { return eventually([&] { return checked.load(); }) ? 0 : -1; });
     start();
-    std::thread client([] { EXPECT_EQ(answerOfUsbServer(kRemoved), "ok\n"); });
+    std::thread client([] { EXPECT_EQ(usbServerReply(kRemoved), "ok\n"); });
     EXPECT_TRUE(holding.waitFor(1));
     for (const auto &entry : std::filesystem::directory_iterator("/proc/self/fdinfo")) {
         std::ifstream info(entry.path());
@@ -187,7 +187,7 @@ TEST_F(UsbServer, serves_64_connections_side_by_side)
 {
     // Each callback waits until all 64 are there: one after the other they would wait for ever.
     std::atomic<int> present{0};
-    const EventRecorder together([&](const ToldEvent &) {
+    const EventRecorder together([&](const RecordedEvent &) {
         ++present;
         return eventually([&] { return present == 64; }) ? 0 : -1;
     });
@@ -195,7 +195,7 @@ TEST_F(UsbServer, serves_64_connections_side_by_side)
     std::vector<std::string> answers(64);
     std::vector<std::thread> clients;
     for (std::string &answer : answers) {
-        clients.emplace_back([&answer] { answer = answerOfUsbServer(kRemoved); });
+        clients.emplace_back([&answer] { answer = usbServerReply(kRemoved); });
     }
     for (std::thread &client : clients) {
         client.join();
@@ -221,7 +221,7 @@ TEST_F(UsbServer, silent_clients_hold_up_nobody_and_leave_nothing_behind)
         }
     }
     const auto start = Clock::now();
-    EXPECT_EQ(answerOfUsbServer(kRemoved), "ok\n");
+    EXPECT_EQ(usbServerReply(kRemoved), "ok\n");
     EXPECT_LT(Clock::now() - start, 2s);
     EXPECT_TRUE(eventually([&] { return threadsRunning() == threads; })) << "after 4 s of silence they are given up";
     for (const int client : clients) {
@@ -232,7 +232,7 @@ TEST_F(UsbServer, silent_clients_hold_up_nobody_and_leave_nothing_behind)
 
 TEST_F(UsbServer, loses_no_event_of_several_senders_and_keeps_nothing)
 {
-    support::makeRoomForManyThreads();  // a connection's stays for 100 ms
+    support::useSmallThreadStacks();  // a connection's stays for 100 ms
     const std::size_t threads = threadsRunning() + 1;
     start();
     ASSERT_TRUE(eventually([&] { return threadsRunning() == threads; }));
@@ -245,7 +245,7 @@ TEST_F(UsbServer, loses_no_event_of_several_senders_and_keeps_nothing)
         senders.emplace_back([&, sender] {
             for (int event = 0; event < kEvents; ++event) {
                 const std::string name = std::to_string(sender) + "-" + std::to_string(event);
-                delivered += support::lineOfUsbServer("removeUSBdevice*10.0.0.5*" + name + "*x*\n") == "ok\n" ? 1 : 0;
+                delivered += support::usbServerReplyLine("removeUSBdevice*10.0.0.5*" + name + "*x*\n") == "ok\n" ? 1 : 0;
             }
         });
     }
@@ -254,7 +254,7 @@ TEST_F(UsbServer, loses_no_event_of_several_senders_and_keeps_nothing)
     }
     EXPECT_EQ(delivered, kSenders * kEvents);
     std::set<std::string> names;
-    for (const ToldEvent &event : recorder_.events()) {
+    for (const RecordedEvent &event : recorder_.events()) {
         names.insert(event.record.c_str() + offsetof(UsbRemoveInfo, ident2));
     }
     EXPECT_EQ(names.size(), static_cast<std::size_t>(kSenders * kEvents));

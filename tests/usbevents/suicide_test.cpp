@@ -25,10 +25,10 @@ namespace {
 
 using support::EventRecorder;
 using support::MessagesOn;
+using support::RecordedEvent;
 using support::setServerState;
 using support::suicideServed;
 using support::SyslogCapture;
-using support::ToldEvent;
 using testing::ElementsAre;
 using usbevents_test::answerTo;
 using usbevents_test::Connection;
@@ -47,11 +47,11 @@ protected:
 
 TEST_F(Suicide, asks_the_service_tells_the_callback_and_takes_it_away)
 {
-    const support::ScriptedService service({support::agrees()});
+    const support::ScriptedService service({support::acceptsAll()});
     const EventRecorder recorder;
     EXPECT_EQ(answerTo("suicide"), "ok\n");
     EXPECT_THAT(service.requests(), ElementsAre("deactivateUSBEvents\n"));
-    EXPECT_THAT(recorder.events(), ElementsAre(ToldEvent{2, USB_EVENT_DEACTIVATED, 8, ""}));
+    EXPECT_THAT(recorder.events(), ElementsAre(RecordedEvent{2, USB_EVENT_DEACTIVATED, 8, ""}));
     EXPECT_EQ(sendUSBEvent, nullptr);
     EXPECT_EQ(sendUSBEvent2, nullptr);
     EXPECT_EQ(suicideServed(), 1U);
@@ -59,11 +59,11 @@ TEST_F(Suicide, asks_the_service_tells_the_callback_and_takes_it_away)
 
 TEST_F(Suicide, tells_the_older_callback_where_it_is_the_only_one)
 {
-    const support::ScriptedService service({support::agrees()});
+    const support::ScriptedService service({support::acceptsAll()});
     const EventRecorder recorder;
     sendUSBEvent2 = nullptr;
     EXPECT_EQ(answerTo("suicide"), "ok\n");
-    EXPECT_THAT(recorder.events(), ElementsAre(ToldEvent{1, USB_EVENT_DEACTIVATED, 0, ""}));
+    EXPECT_THAT(recorder.events(), ElementsAre(RecordedEvent{1, USB_EVENT_DEACTIVATED, 0, ""}));
 }
 
 TEST_F(Suicide, is_answered_failed_where_the_service_disagrees_and_gives_up_all_the_same)
@@ -101,7 +101,7 @@ TEST_F(Suicide, logs_no_answer_of_the_service)
 
 TEST_F(Suicide, stops_a_running_server_once_the_connection_is_closed)
 {
-    const support::ScriptedService service({support::agrees()});
+    const support::ScriptedService service({support::acceptsAll()});
     const EventRecorder recorder;
     setServerState(NOTIFY_RUNNING);
     const Connection connection;
@@ -133,14 +133,14 @@ TEST_F(Suicide, leaves_an_activation_alone_that_comes_while_the_service_is_asked
     std::this_thread::sleep_for(200ms);
     EXPECT_EQ(suicideServed(), 0U);
     EXPECT_EQ(support::serverState(), static_cast<uint32_t>(NOTIFY_RUNNING));
-    EXPECT_EQ(support::answerOfUsbServer(kState + "\n"), "ok\n");
+    EXPECT_EQ(support::usbServerReply(kState + "\n"), "ok\n");
     support::onOwnThread(KVO_HWS_closeUSBEvents);
     EXPECT_TRUE(support::eventually([] { return __atomic_load_n(&sendUSBEvent2, __ATOMIC_SEQ_CST) == nullptr; }));
 }
 
 TEST_F(Suicide, changes_no_other_state)
 {
-    const support::ScriptedService service({support::agrees()});
+    const support::ScriptedService service({support::acceptsAll()});
     for (const uint32_t state : {NOTIFY_STOPPED, NOTIFY_STOP_REQUESTED, NOTIFY_STOP_DONE}) {
         setServerState(state);
         EXPECT_EQ(answerTo("suicide"), "ok\n");

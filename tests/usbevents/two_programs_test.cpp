@@ -14,12 +14,12 @@
 
 namespace {
 
-using support::agrees;
-using support::answerOfUsbServer;
+using support::acceptsAll;
 using support::EventRecorder;
 using support::eventually;
 using support::ScriptedService;
 using support::serverState;
+using support::usbServerReply;
 using testing::ElementsAre;
 using usbevents_test::activateV2;
 using usbevents_test::Activation;
@@ -81,7 +81,7 @@ private:
 TEST_F(Activation, takes_the_events_over_from_another_program_and_back)
 {
     const OtherProgram first;
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     first.activate();
     EXPECT_EQ(first.codes(2), (Codes{3, 1}));
 
@@ -89,7 +89,7 @@ TEST_F(Activation, takes_the_events_over_from_another_program_and_back)
     ASSERT_EQ(activateV2(EventRecorder::newer), 1);
     EXPECT_EQ(first.codes(1), Codes{USB_EVENT_DEACTIVATED}) << "it is told that it has lost them";
     ASSERT_TRUE(recorder.waitFor(2));
-    EXPECT_EQ(answerOfUsbServer(kState), "ok\n");
+    EXPECT_EQ(usbServerReply(kState), "ok\n");
     EXPECT_EQ(recorder.codes(), (Codes{3, 1, 13}));
     EXPECT_THAT(service.requests(), ElementsAre("isInitComplete\n", "activateUSBEvents\n", "deactivateUSBEvents\n",
                                                 "isInitComplete\n", "activateUSBEvents\n"));
@@ -99,11 +99,11 @@ TEST_F(Activation, takes_the_events_over_from_another_program_and_back)
     ASSERT_TRUE(recorder.waitFor(4));
     EXPECT_EQ(recorder.codes(), (Codes{3, 1, 13, 2}));
     EXPECT_TRUE(eventually([] { return !anySet() && serverState() == 0; }));
-    EXPECT_EQ(answerOfUsbServer(kState), "ok\n");
+    EXPECT_EQ(usbServerReply(kState), "ok\n");
     EXPECT_EQ(first.codes(1), Codes{USB_EVENT_STATE});
     first.closeEvents();
     EXPECT_EQ(first.codes(2), (Codes{3, 2}));
-    EXPECT_EQ(answerOfUsbServer(kState), "(nobody)");
+    EXPECT_EQ(usbServerReply(kState), "(no server)");
 }
 
 }  // namespace

@@ -85,7 +85,7 @@ TEST_F(UsbChannel, the_priority_of_a_failed_suicide_connect_stays_for_a_later_wr
         const support::WithSystemCalls calls({.connect =
                                                   [count = 0](int, const sockaddr *, socklen_t) mutable {
                                                       errno = ECONNREFUSED;
-                                                      return count++ == 0 ? -1 : support::kPass;
+                                                      return count++ == 0 ? -1 : support::kPassThrough;
                                                   },
                                               .send =
                                                   [](int, const void *, std::size_t, int) {
@@ -214,7 +214,7 @@ TEST_F(UsbChannel, a_short_write_has_no_error_number_of_an_earlier_connect)
     const support::WithSystemCalls calls({.connect =
                                               [](int, const sockaddr *, socklen_t) {
                                                   errno = ENOENT;  // left by whatever was before
-                                                  return support::kPass;
+                                                  return support::kPassThrough;
                                               },
                                           .send = [](int, const void *, std::size_t, int) { return ssize_t{3}; }});
     const SyslogCapture capture;

@@ -140,12 +140,12 @@ TEST_F(UsbChannel, connects_by_family_and_path_alone_and_writes_once)
     const support::WithSystemCalls calls({.connect =
                                               [&](int, const sockaddr *, socklen_t length) {
                                                   lengths.push_back(length);
-                                                  return support::kPass;
+                                                  return support::kPassThrough;
                                               },
                                           .send =
                                               [&](int, const void *bytes, std::size_t length, int) {
                                                   writes.emplace_back(static_cast<const char *>(bytes), length);
-                                                  return ssize_t{support::kPass};
+                                                  return ssize_t{support::kPassThrough};
                                               }});
     EXPECT_EQ(sendCommand("suicide").result, 1);
     EXPECT_THAT(lengths, ElementsAre(23U)) << "2 bytes of family and 21 of path, without a terminator";

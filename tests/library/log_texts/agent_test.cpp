@@ -1,6 +1,6 @@
 // What the agent, its configuration and the station in focus log, and the listener for the events of embedded stations.
 #include "library/log_texts/collector.h"
-#include "support/kept_by_the_platform.h"
+#include "support/leak_suppressions.h"
 #include "support/remote_service.h"
 #include "support/scripted_service.h"
 #include "support/system_calls.h"
@@ -120,7 +120,7 @@ void collectConnections()
     std::atomic<int> failing{-1};
     const support::WithSystemCalls calls{{.poll = [&](pollfd *descriptors, nfds_t, int) {
         if (descriptors->fd != failing) {
-            return support::kPass;
+            return support::kPassThrough;
         }
         failing = -1;
         errno = ENOMEM;
@@ -139,7 +139,7 @@ void collectFailedConnects()
     std::atomic<int> rounds{0};
     const support::WithSystemCalls calls{{.socket = [&](int domain) {
         if (domain != AF_INET || rounds++ != 0) {
-            return support::kPass;
+            return support::kPassThrough;
         }
         errno = EMFILE;
         return -1;

@@ -37,7 +37,7 @@ void collectUsbEvents(Collector &collector)
     };
     const auto closeEvents = [] { support::onOwnThread(KVO_HWS_closeUSBEvents); };
     for (const std::function<void()> &start : std::vector<std::function<void()>>{activate, activateV2}) {
-        const ScriptedService service({support::agrees()});
+        const ScriptedService service({support::acceptsAll()});
         collector.run("USB events", kMessagesOnly, [&] {
             const support::EventRecorder recorder;
             start();

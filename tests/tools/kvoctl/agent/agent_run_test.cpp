@@ -279,7 +279,7 @@ const std::vector<Unreadable> kUnreadable = {
      -2,
      kNoServiceHint},
     {"no_assignment",
-     {support::agrees({{"getExDescByIP 0500000A", kStationText}, {"getKVOt2m2n=0A000005", "failed"}})},
+     {support::acceptsAll({{"getExDescByIP 0500000A", kStationText}, {"getKVOt2m2n=0A000005", "failed"}})},
      kByAddress,
      4,
      "10.0.0.5, can not be read: the service refused or answered something unknown",

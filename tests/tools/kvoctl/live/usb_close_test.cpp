@@ -6,7 +6,7 @@ namespace kvoctl_test {
 
 namespace {
 
-using support::agrees;
+using support::acceptsAll;
 using support::ScriptedService;
 using testing::ElementsAre;
 
@@ -83,7 +83,7 @@ TEST(UsbClose, takes_nothing_over_while_the_service_is_starting)
 
 TEST(UsbClose, tells_a_service_that_refuses)
 {
-    const ScriptedService refusesToActivate({agrees({{"activateUSBEvents", "failed"}})});
+    const ScriptedService refusesToActivate({acceptsAll({{"activateUSBEvents", "failed"}})});
     const Ended ended = kvoctl({"usb", "close"});
     EXPECT_EQ(ended.status, 4);
     EXPECT_EQ(ended.out, "");
@@ -93,7 +93,7 @@ TEST(UsbClose, tells_a_service_that_refuses)
 
 TEST(UsbClose, tells_a_service_that_does_not_take_them_back)
 {
-    const ScriptedService service({agrees({{"deactivateUSBEvents", "failed"}})});
+    const ScriptedService service({acceptsAll({{"deactivateUSBEvents", "failed"}})});
     const Ended ended = kvoctl({"usb", "close"});
     EXPECT_EQ(ended.status, 4);
     EXPECT_EQ(ended.err, "kvoctl: usb close: the events could not be given back: the service refused or answered something "

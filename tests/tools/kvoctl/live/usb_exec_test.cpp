@@ -14,7 +14,7 @@ namespace kvoctl_test {
 namespace {
 
 using kvosim_test::contentsOf;
-using support::agrees;
+using support::acceptsAll;
 using support::ScriptedService;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -23,7 +23,7 @@ const std::string kEnvironment = "env | grep ^KVO_USB_ | LC_ALL=C sort >> enviro
 
 TEST(UsbExec, gets_the_event_in_its_environment)
 {
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     const Script script(kEnvironment);
     setenv("KVO_USB_TEXT8", "of an outer watch", 1);
     Watching watch({"--exec", script.path()});
@@ -53,7 +53,7 @@ TEST(UsbExec, gets_the_event_in_its_environment)
 
 TEST(UsbExec, of_the_older_callback_gets_its_fields)
 {
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     const Script script(kEnvironment);
     Watching watch({"--v1", "--exec", script.path()});
     ASSERT_TRUE(watch.isActive());
@@ -65,7 +65,7 @@ TEST(UsbExec, of_the_older_callback_gets_its_fields)
 
 TEST(UsbExec, gets_texts_as_they_are_and_through_no_shell)
 {
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     const Script script("printf %s \"$KVO_USB_IDENT2\" > ident2");
     Watching watch({"--exec", script.path()});
     ASSERT_TRUE(watch.isActive());
@@ -80,7 +80,7 @@ TEST(UsbExec, gets_texts_as_they_are_and_through_no_shell)
 
 TEST(UsbExec, writes_to_standard_error_and_reads_nothing)
 {
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     const Script script("cat; echo from the program");
     Watching watch({"--json", "--exec", script.path()});
     ASSERT_TRUE(watch.isActive());
@@ -94,7 +94,7 @@ TEST(UsbExec, writes_to_standard_error_and_reads_nothing)
 
 TEST(UsbExec, is_started_with_the_signals_as_they_were)
 {
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     // No shell, which might change them itself.
     const Script script("/bin/cat /proc/self/status", "");
     Watching watch({"--exec", script.path()});
@@ -119,7 +119,7 @@ class FailingPrograms : public testing::TestWithParam<FailingProgram> {};
 
 TEST_P(FailingPrograms, are_told_to_the_daemon_and_to_people)
 {
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     const Script script(GetParam().lines);
     Watching watch({"--exec", script.path()});
     ASSERT_TRUE(watch.isActive());
@@ -137,7 +137,7 @@ INSTANTIATE_TEST_SUITE_P(Rows, FailingPrograms, testing::ValuesIn(kFailingProgra
 
 TEST(UsbExec, that_cannot_be_run_is_told_once_for_each_event)
 {
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     Watching watch({"--exec", "/nowhere/program"});
     ASSERT_TRUE(watch.isActive());
     EXPECT_EQ(deliver(removedText()), "failed");
@@ -149,7 +149,7 @@ TEST(UsbExec, that_cannot_be_run_is_told_once_for_each_event)
 
 TEST(UsbExec, that_hangs_keeps_neither_other_events_nor_the_end_waiting)
 {
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     // Bounded, so that nothing is left behind for long.
     const Script script("[ \"$KVO_USB_EVENT\" = state ] || exit 0; touch hangs; exec sleep 20");
     Watching watch({"--exec", script.path()});

@@ -16,7 +16,7 @@ namespace kvoctl_test {
 
 namespace {
 
-using support::agrees;
+using support::acceptsAll;
 using support::ScriptedService;
 using testing::Contains;
 using testing::ElementsAre;
@@ -34,7 +34,7 @@ const std::vector<std::string> kWholeTalk{"isInitComplete\n", "isInitComplete\n"
 
 TEST(UsbWatch, shows_every_event_with_all_its_fields)
 {
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     Watching watch;
     ASSERT_TRUE(watch.isActive());
     for (const std::string &text : {newText(), stateText(7), refusedText(), removedText()}) {
@@ -54,7 +54,7 @@ TEST(UsbWatch, shows_every_event_with_all_its_fields)
 
 TEST(UsbWatch, shows_events_as_objects_one_a_line)
 {
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     Watching watch({"--json"});
     ASSERT_TRUE(watch.isActive());
     for (const std::string &text : {newText(), stateText(7), refusedText(), removedText()}) {
@@ -77,7 +77,7 @@ TEST(UsbWatch, shows_events_as_objects_one_a_line)
 
 TEST(UsbWatch, of_the_older_callback_is_told_of_new_and_removed_devices_only)
 {
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     Watching watch({"--v1"});
     ASSERT_TRUE(watch.isActive());
     EXPECT_EQ(deliver(newText()), "ok");
@@ -97,7 +97,7 @@ TEST(UsbWatch, of_the_older_callback_is_told_of_new_and_removed_devices_only)
 
 TEST(UsbWatch, of_the_older_callback_has_the_bytes_as_numbers_in_objects)
 {
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     Watching watch({"--v1", "--json"});
     ASSERT_TRUE(watch.isActive());
     EXPECT_EQ(deliver(newText()), "ok");
@@ -123,7 +123,7 @@ std::string strangeText()
 
 TEST(UsbWatch, escapes_strange_bytes)
 {
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     Watching watch;
     ASSERT_TRUE(watch.isActive());
     EXPECT_EQ(deliver(strangeText()), "ok");
@@ -133,7 +133,7 @@ TEST(UsbWatch, escapes_strange_bytes)
 
 TEST(UsbWatch, writes_valid_objects_of_strange_bytes)
 {
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     Watching watch({"--json"});
     ASSERT_TRUE(watch.isActive());
     EXPECT_EQ(deliver(strangeText()), "ok");
@@ -143,7 +143,7 @@ TEST(UsbWatch, writes_valid_objects_of_strange_bytes)
 
 TEST(UsbWatch, never_tears_lines_of_events_that_come_at_once)
 {
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     Watching watch({"--json"});
     ASSERT_TRUE(watch.isActive());
     constexpr int kThreads = 12;
@@ -172,7 +172,7 @@ TEST(UsbWatch, never_tears_lines_of_events_that_come_at_once)
 
 TEST(UsbWatch, waits_for_a_service_that_is_still_starting)
 {
-    const ScriptedService service({support::replies("no"), support::replies("no"), agrees()});
+    const ScriptedService service({support::replies("no"), support::replies("no"), acceptsAll()});
     Watching watch;
     EXPECT_TRUE(watch.isActive());
     EXPECT_EQ(watch.stop(), 0);
@@ -180,7 +180,7 @@ TEST(UsbWatch, waits_for_a_service_that_is_still_starting)
 
 TEST(UsbWatch, tells_the_library_s_messages_only_when_they_are_asked_for)
 {
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     Watching watch({"--debug"});
     ASSERT_TRUE(watch.isActive());
     EXPECT_EQ(watch.stop(), 0);
@@ -194,20 +194,20 @@ class Signals : public testing::TestWithParam<int> {};
 
 TEST_P(Signals, give_the_events_back)
 {
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     Watching watch;
     ASSERT_TRUE(watch.isActive());
     EXPECT_EQ(watch.stop(GetParam()), 0);
     EXPECT_EQ(watch.err(), "");
     EXPECT_EQ(service.requests(), kWholeTalk);
-    EXPECT_EQ(deliver(removedText()), "(nobody)");
+    EXPECT_EQ(deliver(removedText()), "(no server)");
 }
 
 INSTANTIATE_TEST_SUITE_P(Each, Signals, testing::Values(SIGINT, SIGTERM, SIGHUP));
 
 TEST(UsbWatch, ends_when_another_one_takes_the_events_over)
 {
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     Watching first;
     ASSERT_TRUE(first.isActive());
     Watching second;
@@ -261,13 +261,13 @@ TEST_P(Activations, that_fail_are_told)
 const std::string kNotActivated = "the events could not be activated: ";
 
 const std::vector<Failing> kFailures = {{"refused",
-                                         {agrees({{"activateUSBEvents", "failed"}})},
+                                         {acceptsAll({{"activateUSBEvents", "failed"}})},
                                          4,
                                          "service_refused",
                                          -1,
                                          kNotActivated + "the service refused or answered something unknown"},
                                         {"unanswered",
-                                         {agrees(), agrees(), support::closesAfterRequest()},
+                                         {acceptsAll(), acceptsAll(), support::closesAfterRequest()},
                                          3,
                                          "no_service",
                                          -2,
@@ -287,7 +287,7 @@ TEST(UsbWatch, tells_a_service_that_refuses_before_anything_is_taken_over)
 
 TEST(UsbWatch, tells_when_the_service_does_not_take_the_events_back)
 {
-    const ScriptedService service({agrees({{"deactivateUSBEvents", "failed"}})});
+    const ScriptedService service({acceptsAll({{"deactivateUSBEvents", "failed"}})});
     Watching watch;
     ASSERT_TRUE(watch.isActive());
     EXPECT_EQ(watch.stop(), 4);
@@ -297,7 +297,7 @@ TEST(UsbWatch, tells_when_the_service_does_not_take_the_events_back)
 
 TEST(UsbWatch, does_not_wait_for_ever_for_a_service_that_hangs)
 {
-    const ScriptedService service({agrees(), agrees(), agrees(), support::staysSilent(15s)});
+    const ScriptedService service({acceptsAll(), acceptsAll(), acceptsAll(), support::staysSilent(15s)});
     Watching watch;
     ASSERT_TRUE(watch.isActive());
     const auto start = std::chrono::steady_clock::now();
@@ -308,7 +308,7 @@ TEST(UsbWatch, does_not_wait_for_ever_for_a_service_that_hangs)
 
 TEST(UsbWatch, fails_where_nobody_can_connect_to_it)
 {
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     std::filesystem::remove(support::kUsbSocket);
     std::filesystem::create_directory(support::kUsbSocket);
     Watching watch;
@@ -325,7 +325,7 @@ TEST(UsbWatch, fails_where_nobody_can_connect_to_it)
 
 TEST(UsbWatch, ends_well_when_its_reader_goes_away)
 {
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     // Nothing comes behind the lines that are read: that the reader is gone is seen without writing.
     Shell shell("(\"$KVOCTL\" usb watch; echo status $? >&2) | head -2");
     EXPECT_EQ(shell.wait(), 0);
@@ -336,7 +336,7 @@ TEST(UsbWatch, ends_well_when_its_reader_goes_away)
 
 TEST(UsbWatch, gives_the_events_back_when_its_output_is_full)
 {
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     Shell shell("\"$KVOCTL\" usb watch > /dev/full");
     EXPECT_EQ(shell.wait(), 5);
     EXPECT_EQ(shell.err(), "kvoctl: can not write to standard output: No space left on device\n");
@@ -345,7 +345,7 @@ TEST(UsbWatch, gives_the_events_back_when_its_output_is_full)
 
 TEST(UsbWatch, ends_and_answers_events_while_its_reader_reads_nothing)
 {
-    const ScriptedService service({agrees()});
+    const ScriptedService service({acceptsAll()});
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
     const int size = fcntl(ends[1], F_SETPIPE_SZ, 4096);

@@ -20,10 +20,10 @@ inline const std::string kStationText =
 /// A service that knows the station in focus, which the agent asks for by its address as the platform stores it.
 inline support::Script knowsFocus()
 {
-    return support::agrees({{"getExDescByIP 0500000A", kStationText},
-                            {"getExDescByName st1", kStationText},
-                            {"getKVOt2m2n=0A000005", "1:2,3"},
-                            {"getMCPAddress=0A000005", "mcpaddr=12"}});
+    return support::acceptsAll({{"getExDescByIP 0500000A", kStationText},
+                                {"getExDescByName st1", kStationText},
+                                {"getKVOt2m2n=0A000005", "1:2,3"},
+                                {"getMCPAddress=0A000005", "mcpaddr=12"}});
 }
 
 inline const Arguments kByAddress{"--focus", "10.0.0.5"};

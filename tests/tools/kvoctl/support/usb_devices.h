@@ -64,7 +64,7 @@ inline std::string removedText()
 /// The watching program's answer to an event: "ok" or "failed".
 inline std::string deliver(const std::string &text)
 {
-    const std::string answer = support::answerOfUsbServer(text + "\n");
+    const std::string answer = support::usbServerReply(text + "\n");
     return answer.substr(0, answer.find('\n'));
 }
 

@@ -235,7 +235,7 @@ public:
 TEST(UsbEvents, are_taken_by_a_callback_that_asks_the_service)
 {
     const RunningService service;
-    const support::EventRecorder recorder([](const support::ToldEvent &event) {
+    const support::EventRecorder recorder([](const support::RecordedEvent &event) {
         uint32_t address = 77;
         return event.code != USB_EVENT_NEW_DEVICE || (KVO_HWS_getMCPAddress(0x0A000005, &address) == 1 && address == 0) ? 0
                                                                                                                         : -1;

@@ -1,7 +1,7 @@
 // The library's own agent against the simulator: every command that it knows, its indications, and its return.
 #include "common/control_client.h"
 #include "support/eventually.h"
-#include "support/kept_by_the_platform.h"
+#include "support/leak_suppressions.h"
 #include "tools/kvosim/support/running_service.h"
 
 #include <gmock/gmock.h>

@@ -1,12 +1,12 @@
-// Room for many threads at a time. The stack of each takes 8 MB of a program's addresses, and 500 of them all that 32 bits have.
+// Small stacks, so that many threads fit: a default stack takes 8 MB of address space, and 500 of them all that 32 bits have.
 #pragma once
 
 #include <pthread.h>
 
 namespace support {
 
-/// Gives every thread that starts from here on, the library's too, a stack of which thousands fit into 32 bits.
-inline void makeRoomForManyThreads()
+/// Gives every thread started from now on, including the library's, a stack small enough for thousands in 32 bits.
+inline void useSmallThreadStacks()
 {
     if (sizeof(void *) == 8) {
         return;

@@ -1,9 +1,9 @@
 // The remote agent against agents written by hand. Each is a process of its own and stays for the whole run; the remote service
 // is this process, the same for all of them, and each has its turn.
-#include "by_hand/by_hand.h"
+#include "baseline/baseline.h"
 #include "subjects.h"
 #include "support/child_process.h"
-#include "support/contest.h"
+#include "support/comparison.h"
 #include "support/expect.h"
 #include "support/processor_time.h"
 #include "support/report.h"
@@ -160,10 +160,10 @@ void serveWithLibrary(uint16_t session)
 }
 
 /// On a thread of its own beside the program's first, as the library's agent is: system calls cost more in such a process.
-void serveByHand(uint16_t port, by_hand::Taking taking)
+void serveByHand(uint16_t port, baseline::Taking taking)
 {
-    pushOfThisProcess = by_hand::pushEvent;
-    std::jthread([=] { by_hand::serveRemote(port, host, taking); }).join();
+    pushOfThisProcess = baseline::pushEvent;
+    std::jthread([=] { baseline::serveRemote(port, host, taking); }).join();
 }
 
 class Agent {
@@ -255,8 +255,8 @@ private:
 
 struct Agents {
     Agent library{[](const RemoteService &remote) { serveWithLibrary(remote.session()); }};
-    Agent byHand{[](const RemoteService &remote) { serveByHand(remote.port(), by_hand::Taking::oneLine); }};
-    Agent readingAhead{[](const RemoteService &remote) { serveByHand(remote.port(), by_hand::Taking::ahead); }};
+    Agent byHand{[](const RemoteService &remote) { serveByHand(remote.port(), baseline::Taking::oneLine); }};
+    Agent readingAhead{[](const RemoteService &remote) { serveByHand(remote.port(), baseline::Taking::ahead); }};
 
     std::map<std::string, Timing> compare(void (Agent::*operation)())
     {

@@ -1,7 +1,7 @@
 // One request to the service through the library, against its bare system calls.
-#include "by_hand/by_hand.h"
+#include "baseline/baseline.h"
 #include "subjects.h"
-#include "support/contest.h"
+#include "support/comparison.h"
 #include "support/expect.h"
 #include "support/report.h"
 #include "support/service_process.h"
@@ -31,8 +31,8 @@ void command()
 
 void commandByHand()
 {
-    char reply[by_hand::kRound];
-    expect(by_hand::exchange("isInitComplete\n", reply) && std::strcmp(reply, "yes") == 0, "exchange by hand failed");
+    char reply[baseline::kRound];
+    expect(baseline::exchange("isInitComplete\n", reply) && std::strcmp(reply, "yes") == 0, "exchange by hand failed");
 }
 
 void compare(int threads, double goal)
@@ -71,8 +71,8 @@ template <const char *const &kCommand, const char *const &kReply>
 void byHand()
 {
     static const std::string line = std::string(kCommand) + "\n";
-    char reply[by_hand::kRound];
-    expect(by_hand::exchange(line.c_str(), reply) && std::strcmp(reply, kReply) == 0, "exchange by hand failed");
+    char reply[baseline::kRound];
+    expect(baseline::exchange(line.c_str(), reply) && std::strcmp(reply, kReply) == 0, "exchange by hand failed");
 }
 
 constexpr const char *kOk = "ok";

@@ -1,8 +1,8 @@
 // The whole list of stations over the socket, against an exchange with large reads and a parser for the purpose: count request,
 // list request, reading.
-#include "by_hand/by_hand.h"
+#include "baseline/baseline.h"
 #include "subjects.h"
-#include "support/contest.h"
+#include "support/comparison.h"
 #include "support/expect.h"
 #include "support/report.h"
 #include "support/service_process.h"
@@ -32,7 +32,7 @@ void compare(uint32_t count)
     };
     const auto byHand = [&] {
         uint32_t found = count;
-        expect(by_hand::getList(list.data(), &found) && found == count, "list by hand failed");
+        expect(baseline::getList(list.data(), &found) && found == count, "list by hand failed");
     };
     const auto timings = Contest(kRepetitions).contender("library", library).contender("by hand", byHand).run();
     printRow("KVO_HWS_getDescriptionList, " + number, timings.at("library"), "by hand, large reads", timings.at("by hand"),

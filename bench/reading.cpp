@@ -1,7 +1,7 @@
 // Reading description texts: against a parser written by hand, and beside what one might have used instead.
-#include "by_hand/by_hand.h"
+#include "baseline/baseline.h"
 #include "subjects.h"
-#include "support/contest.h"
+#include "support/comparison.h"
 #include "support/expect.h"
 #include "support/report.h"
 #include "support/stations.h"
@@ -31,7 +31,7 @@ struct Basic {
     static constexpr bool kExtended = false;
     static constexpr const char *kName = "basic";
     static constexpr auto kLibrary = ConvertText2KVODescriptionArray;
-    static constexpr auto kByHand = by_hand::readBasic;
+    static constexpr auto kByHand = baseline::readBasic;
     static constexpr std::array<uint32_t Record::*, 0> kExtension{};
 };
 
@@ -40,7 +40,7 @@ struct Extended {
     static constexpr bool kExtended = true;
     static constexpr const char *kName = "extended";
     static constexpr auto kLibrary = ConvertText2KVODescArrayEx;
-    static constexpr auto kByHand = by_hand::readExtended;
+    static constexpr auto kByHand = baseline::readExtended;
     static constexpr std::array kExtension = {&Record::extAttr1, &Record::extAttr2, &Record::extAttr3, &Record::extAttr4,
                                               &Record::extAttr5, &Record::extAttr6, &Record::extAttr7};
 };

@@ -1,6 +1,6 @@
 // USB events through the library's server, against a server written by hand. Each is a process of its own and stays for the
 // whole run; both get the same senders, in turns.
-#include "by_hand/by_hand.h"
+#include "baseline/baseline.h"
 #include "subjects.h"
 #include "support/child_process.h"
 #include "support/expect.h"
@@ -89,7 +89,7 @@ void serveWithLibrary()
     }
 }
 
-void serveByHand() { by_hand::serveUsbEvents(kByHandPath, countEvent); }
+void serveByHand() { baseline::serveUsbEvents(kByHandPath, countEvent); }
 
 template <class Condition>
 bool eventually(Condition condition)

@@ -1,7 +1,7 @@
 // Writing description texts: against a writer by hand, and beside snprintf.
-#include "by_hand/by_hand.h"
+#include "baseline/baseline.h"
 #include "subjects.h"
-#include "support/contest.h"
+#include "support/comparison.h"
 #include "support/expect.h"
 #include "support/report.h"
 #include "support/stations.h"
@@ -61,12 +61,12 @@ constexpr Form kForms[] = {
      [](uint32_t count, const ConnectionEntry *from, char *to, uint32_t size) {
          return ConvertConArray2Text(count, from, to, size);
      },
-     by_hand::writeBasic, writeWithSnprintf<false>},
+     baseline::writeBasic, writeWithSnprintf<false>},
     {"extended", true,
      [](uint32_t count, const ConnectionEntry *from, char *to, uint32_t size) {
          return ConvertConArray2TextEx(count, from, to, size);
      },
-     by_hand::writeExtended, writeWithSnprintf<true>},
+     baseline::writeExtended, writeWithSnprintf<true>},
 };
 
 void compare(const Form &form, uint32_t count)

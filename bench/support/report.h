@@ -1,7 +1,7 @@
 // The table that a run prints: one row per comparison, each with its goal and what came of it.
 #pragma once
 
-#include "support/contest.h"
+#include "support/comparison.h"
 
 #include <optional>
 #include <string>

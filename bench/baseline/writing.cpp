@@ -1,12 +1,12 @@
 // Station lists written by hand: the size is summed first, then digits are stored two at a time from a table.
-#include "by_hand.h"
+#include "baseline.h"
 
 #include <array>
 #include <climits>
 #include <cstddef>
 #include <cstring>
 
-namespace by_hand {
+namespace baseline {
 
 namespace {
 
@@ -89,4 +89,4 @@ int writeExtended(uint32_t count, const ConnectionEntry *entries, char *buffer, 
     return writeList<true>(count, entries, buffer, size);
 }
 
-}  // namespace by_hand
+}  // namespace baseline

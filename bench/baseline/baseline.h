@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-namespace by_hand {
+namespace baseline {
 
 /// Station lists, read under the terms of ConvertText2KVODescriptionArray and ConvertText2KVODescArrayEx, for texts in the
 /// daemon's usual hand: whatever strtoul would read besides is refused.
@@ -42,4 +42,4 @@ void serveRemote(uint16_t port, EmbCmdCallback host, Taking taking);
 /// Pushes an event to the remote service of serveRemote. Safe from any thread.
 void pushEvent(const char *text);
 
-}  // namespace by_hand
+}  // namespace baseline

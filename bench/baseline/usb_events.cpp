@@ -1,5 +1,5 @@
 // A server of USB events written by hand: bare system calls, a detached thread for each connection, and one text that it reads.
-#include "by_hand.h"
+#include "baseline.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -13,7 +13,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-namespace by_hand {
+namespace baseline {
 
 namespace {
 
@@ -145,4 +145,4 @@ void serveUsbEvents(const char *path, SendUsbEventV2 callback)
     close(listener);
 }
 
-}  // namespace by_hand
+}  // namespace baseline

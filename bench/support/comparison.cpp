@@ -1,4 +1,4 @@
-#include "support/contest.h"
+#include "support/comparison.h"
 
 #include <algorithm>
 #include <benchmark/benchmark.h>

@@ -1,5 +1,5 @@
 // Exchanges with the command socket written by hand: bare system calls under a mutex.
-#include "by_hand.h"
+#include "baseline.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -15,7 +15,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-namespace by_hand {
+namespace baseline {
 
 namespace {
 
@@ -144,4 +144,4 @@ bool getList(KvoDescription *list, uint32_t *count)
     return text != nullptr && readBasic(count, list, text.get()) == 1;
 }
 
-}  // namespace by_hand
+}  // namespace baseline

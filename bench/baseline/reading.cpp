@@ -1,6 +1,6 @@
 // Fixed-width station lists read by a parser for this purpose alone: numbers as vectors, in the compiler's own notation and so
 // with what every machine of its kind has; what is wrong is gathered and judged once a station.
-#include "by_hand.h"
+#include "baseline.h"
 
 #include <array>
 #include <bit>
@@ -9,7 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 
-namespace by_hand {
+namespace baseline {
 
 namespace {
 
@@ -216,4 +216,4 @@ int readBasic(uint32_t *count, KvoDescription *array, const char *text) { return
 
 int readExtended(uint32_t *count, KvoDescriptionEx *array, const char *text) { return readList(count, array, text); }
 
-}  // namespace by_hand
+}  // namespace baseline

@@ -1,5 +1,5 @@
 // An agent for a remote service written by hand: bare system calls, one lock around each line, and a search in the table.
-#include "by_hand.h"
+#include "baseline.h"
 
 #include <arpa/inet.h>
 #include <cstring>
@@ -13,7 +13,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-namespace by_hand {
+namespace baseline {
 
 namespace {
 
@@ -179,4 +179,4 @@ void pushEvent(const char *text)
     write({{prefix, sizeof prefix}, event, "\r\n"});
 }
 
-}  // namespace by_hand
+}  // namespace baseline

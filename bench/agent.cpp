@@ -1,5 +1,5 @@
-// The remote agent against agents written by hand. Each is a process of its own and stays for the whole run; the remote service
-// is this process, the same for all of them, and each has its turn.
+// Compares the remote agent with two baseline agents. Each agent runs in a separate process for the whole run. This process is
+// the remote service for all of them, and takes samples of each.
 #include "baseline/baseline.h"
 #include "subjects.h"
 #include "support/child_process.h"
@@ -42,8 +42,9 @@ using Clock = std::chrono::steady_clock;
 constexpr int kRepetitions = 61;
 constexpr double kLatencyGoal = 1.02;
 constexpr double kRateGoal = 0.98;
-constexpr auto kPatience = 10s;
-constexpr auto kStall = 30ms;  // less than an acknowledgement may be delayed, and a hundred times what a batch takes
+constexpr auto kTimeout = 10s;
+// Shorter than a delayed acknowledgement, and a hundred times longer than a batch.
+constexpr auto kStall = 30ms;
 
 constexpr uint16_t kFirstPort = 5850;
 constexpr uint16_t kSessions = 10;
@@ -58,7 +59,7 @@ constexpr int kIndications = 99;
 
 class RemoteService {
 public:
-    /// Listens at the first port of an agent's ten that is free.
+    /// Listens at the first free port of the ten that an agent can connect to.
     RemoteService() : socket_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
     {
         const int on = 1;
@@ -73,7 +74,7 @@ public:
             }
         }
         ::close(socket_);
-        expect(false, "no port is free for a remote service");
+        expect(false, "no free port for the remote service");
     }
     RemoteService(const RemoteService &) = delete;
     RemoteService &operator=(const RemoteService &) = delete;
@@ -82,28 +83,28 @@ public:
     [[nodiscard]] uint16_t session() const { return session_; }
     [[nodiscard]] uint16_t port() const { return static_cast<uint16_t>(kFirstPort + session_); }
 
-    /// The agent's connection takes the listener's place.
+    /// Accepts the agent's connection and closes the listening socket.
     void accept()
     {
         pollfd waiting{.fd = socket_, .events = POLLIN, .revents = 0};
-        const auto patience = std::chrono::milliseconds(kPatience).count();
-        expect(poll(&waiting, 1, static_cast<int>(patience)) == 1, "an agent does not connect");
+        const auto timeout = std::chrono::milliseconds(kTimeout).count();
+        expect(poll(&waiting, 1, static_cast<int>(timeout)) == 1, "an agent does not connect");
         const int connection = accept4(socket_, nullptr, nullptr, SOCK_CLOEXEC);
-        expect(connection >= 0, "an agent's connection could not be accepted");
+        expect(connection >= 0, "cannot accept an agent's connection");
         ::close(std::exchange(socket_, connection));
         const int on = 1;
         setsockopt(socket_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-        const timeval bound{.tv_sec = std::chrono::seconds(kPatience).count(), .tv_usec = 0};
+        const timeval bound{.tv_sec = std::chrono::seconds(kTimeout).count(), .tv_usec = 0};
         setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &bound, sizeof bound);
     }
 
     void send(std::string_view bytes) const
     {
         expect(::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size()),
-               "a request could not be sent");
+               "cannot send a request");
     }
 
-    /// The agent's bytes up to @p last, which must be the last that it sends. They stay until the next call.
+    /// Receives the agent's bytes up to @p last, which must be the last ones that it sends. The next call invalidates the view.
     std::string_view receiveUntil(std::string_view last)
     {
         std::size_t fill = 0;
@@ -124,9 +125,9 @@ private:
     std::vector<char> received_ = std::vector<char>(1 << 16);
 };
 
-// ---- The host program, the same for every agent: told to, it pushes events ----
+// ---- The host program, the same for every agent: it pushes events on request ----
 
-constexpr std::string_view kPush = "set-darken=";  // any command with an argument that is passed up
+constexpr std::string_view kPush = "set-darken=";  // any command whose argument the agent passes to the host
 
 void (*pushOfThisProcess)(const char *text) = nullptr;
 
@@ -143,7 +144,7 @@ int host(void * /*instance*/, const char *command)
             }
         });
     }
-    return 1;  // by then all of them have ended
+    return 1;  // the pushers have been joined
 }
 
 // ---- The agents ----
@@ -159,26 +160,26 @@ void serveWithLibrary(uint16_t session)
     }
 }
 
-/// On a thread of its own beside the program's first, as the library's agent is: system calls cost more in such a process.
-void serveByHand(uint16_t port, baseline::Taking taking)
+/// Runs on a second thread, like the library's agent: system calls cost more in a process with several threads.
+void serveBaseline(uint16_t port, baseline::Reading reading)
 {
     pushOfThisProcess = baseline::pushEvent;
-    std::jthread([=] { baseline::serveRemote(port, host, taking); }).join();
+    std::jthread([=] { baseline::serveRemote(port, host, reading); }).join();
 }
 
 class Agent {
 public:
-    /// @param serve  what the agent's process does
+    /// @param serve  runs in the agent's process
     explicit Agent(const std::function<void(const RemoteService &)> &serve) : process_([this, &serve] { serve(remote_); })
     {
         remote_.accept();
-        ping();  // before which no event is pushed
+        ping();  // the agent must serve before events are pushed
     }
 
     void ping()
     {
         remote_.send("042:ping\r\n");
-        expect(remote_.receiveUntil("\n") == "042:pong\r\n", "a ping was answered with something else");
+        expect(remote_.receiveUntil("\n") == "042:pong\r\n", "unexpected reply to a ping");
     }
 
     void batch()
@@ -190,7 +191,7 @@ public:
         const std::string_view received = remote_.receiveUntil("099:pong\r\n");
         stalls_ += Clock::now() - begin >= kStall ? 1 : 0;
         ++batches_;
-        expect(received == replies, "the replies to a batch are not those that were expected");
+        expect(received == replies, "unexpected replies to a batch");
     }
 
     void events()
@@ -199,11 +200,11 @@ public:
         remote_.send(std::string("077:") + std::string(kPush) + std::to_string(kEventsEach) + "\r\n");
         const std::string_view received = remote_.receiveUntil("077:ok\r\n");
         pushing_ += processorTimeOf(process_) - before;
-        ++eventTurns_;
+        ++eventSamples_;
         expectAllEvents(received);
     }
 
-    [[nodiscard]] double eventsOfProcessorTime() const { return eventTurns_ * kPushers * kEventsEach / pushing_.count(); }
+    [[nodiscard]] double eventsPerProcessorSecond() const { return eventSamples_ * kPushers * kEventsEach / pushing_.count(); }
     [[nodiscard]] int batches() const { return batches_; }
     [[nodiscard]] int stalls() const { return stalls_; }
 
@@ -219,7 +220,7 @@ private:
         return lines;
     }
 
-    /// Whole lines, numbered in their order, and every pusher's events in theirs.
+    /// Expects whole lines with consecutive numbers, and the events of each pusher in order.
     void expectAllEvents(std::string_view rest)
     {
         std::array<int, kPushers> next{};
@@ -229,23 +230,23 @@ private:
             number_ = number_ % kIndications + 1;
             expectEvent(line, next);
         }
-        expect(rest == "077:ok\r\n", "there are more events than were pushed");
+        expect(rest == "077:ok\r\n", "more events arrived than were pushed");
     }
 
     void expectEvent(std::string_view line, std::array<int, kPushers> &next) const
     {
         constexpr std::size_t kPusher = std::string_view("I00:pusher=").size();
         const std::size_t pusher = line.size() > kPusher ? static_cast<std::size_t>(line[kPusher] - '0') : kPushers;
-        expect(pusher < kPushers, "an event's line is torn");
+        expect(pusher < kPushers, "an event's line is incomplete");
         char expected[64];
         std::snprintf(expected, sizeof expected, "I%02d:pusher=%zu event=%d", number_, pusher, next[pusher]++);
-        expect(line == expected, "an event's line is torn, lost or wrongly numbered");
+        expect(line == expected, "an event's line is incomplete, lost or wrongly numbered");
     }
 
     RemoteService remote_;
     ChildProcess process_;
     Seconds pushing_{0};
-    int eventTurns_ = 0;
+    int eventSamples_ = 0;
     int number_ = 0;
     int batches_ = 0;
     int stalls_ = 0;
@@ -255,15 +256,15 @@ private:
 
 struct Agents {
     Agent library{[](const RemoteService &remote) { serveWithLibrary(remote.session()); }};
-    Agent byHand{[](const RemoteService &remote) { serveByHand(remote.port(), baseline::Taking::oneLine); }};
-    Agent readingAhead{[](const RemoteService &remote) { serveByHand(remote.port(), baseline::Taking::ahead); }};
+    Agent baseline{[](const RemoteService &remote) { serveBaseline(remote.port(), baseline::Reading::oneLine); }};
+    Agent readingAhead{[](const RemoteService &remote) { serveBaseline(remote.port(), baseline::Reading::ahead); }};
 
     std::map<std::string, Timing> compare(void (Agent::*operation)())
     {
-        return Contest(kRepetitions)
-            .contender("library", [=, this] { (library.*operation)(); })
-            .contender("by hand", [=, this] { (byHand.*operation)(); })
-            .contender("by hand, ahead", [=, this] { (readingAhead.*operation)(); })
+        return Comparison(kRepetitions)
+            .candidate("library", [=, this] { (library.*operation)(); })
+            .candidate("baseline", [=, this] { (baseline.*operation)(); })
+            .candidate("baseline, read-ahead", [=, this] { (readingAhead.*operation)(); })
             .run();
     }
 };
@@ -271,8 +272,8 @@ struct Agents {
 void comparePings(Agents &agents)
 {
     const auto timings = agents.compare(&Agent::ping);
-    printRow("one request, tagged", timings.at("library"), "by hand", timings.at("by hand"), kLatencyGoal);
-    printRow("one request, tagged", timings.at("library"), "by hand, taking ahead", timings.at("by hand, ahead"));
+    printRow("one request, tagged", timings.at("library"), "baseline", timings.at("baseline"), kLatencyGoal);
+    printRow("one request, tagged", timings.at("library"), "baseline, read-ahead", timings.at("baseline, read-ahead"));
 }
 
 double rate(int operations, const Timing &timing) { return operations * 1e9 / timing.median; }
@@ -281,9 +282,9 @@ void compareBatches(Agents &agents)
 {
     const auto timings = agents.compare(&Agent::batch);
     const double library = rate(kBatch, timings.at("library"));
-    printRates("requests a second, 100 a segment", library, "by hand", rate(kBatch, timings.at("by hand")), kRateGoal);
-    printRates("requests a second, 100 a segment", library, "by hand, taking ahead",
-               rate(kBatch, timings.at("by hand, ahead")));
+    printRates("requests per second, 100 per segment", library, "baseline", rate(kBatch, timings.at("baseline")), kRateGoal);
+    printRates("requests per second, 100 per segment", library, "baseline, read-ahead",
+               rate(kBatch, timings.at("baseline, read-ahead")));
     printFigure("batches that took 30 ms or more",
                 std::to_string(agents.library.stalls()) + " of " + std::to_string(agents.library.batches()), "= 0",
                 agents.library.stalls() == 0);
@@ -294,12 +295,14 @@ void compareEvents(Agents &agents)
     constexpr int kEvents = kPushers * kEventsEach;
     const auto timings = agents.compare(&Agent::events);
     const double library = rate(kEvents, timings.at("library"));
-    printRates("events a second, 4 threads", library, "by hand", rate(kEvents, timings.at("by hand")), kRateGoal);
-    printRates("events a second, 4 threads", library, "the same, once more", rate(kEvents, timings.at("by hand, ahead")));
-    const double libraryBusy = agents.library.eventsOfProcessorTime();
-    printRates("... of the agent's processor time", libraryBusy, "by hand", agents.byHand.eventsOfProcessorTime(), kRateGoal);
-    printRates("... of the agent's processor time", libraryBusy, "the same, once more",
-               agents.readingAhead.eventsOfProcessorTime());
+    printRates("events per second, 4 threads", library, "baseline", rate(kEvents, timings.at("baseline")), kRateGoal);
+    printRates("events per second, 4 threads", library, "baseline, read-ahead",
+               rate(kEvents, timings.at("baseline, read-ahead")));
+    const double libraryBusy = agents.library.eventsPerProcessorSecond();
+    printRates("... per second of the agent's CPU time", libraryBusy, "baseline", agents.baseline.eventsPerProcessorSecond(),
+               kRateGoal);
+    printRates("... per second of the agent's CPU time", libraryBusy, "baseline, read-ahead",
+               agents.readingAhead.eventsPerProcessorSecond());
 }
 
 }  // namespace

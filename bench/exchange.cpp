@@ -1,4 +1,4 @@
-// One request to the service through the library, against its bare system calls.
+// Compares one request through the library with the same system calls alone.
 #include "baseline/baseline.h"
 #include "subjects.h"
 #include "support/comparison.h"
@@ -29,34 +29,34 @@ void command()
     std::free(reply.pcData);
 }
 
-void commandByHand()
+void commandOfBaseline()
 {
-    char reply[baseline::kRound];
-    expect(baseline::exchange("isInitComplete\n", reply) && std::strcmp(reply, "yes") == 0, "exchange by hand failed");
+    char reply[baseline::kLineSize];
+    expect(baseline::exchange("isInitComplete\n", reply) && std::strcmp(reply, "yes") == 0, "exchange of the baseline failed");
 }
 
 void compare(int threads, double goal)
 {
-    const auto timings = Contest(kRepetitions, threads)
-                             .contender("request", request)
-                             .contender("command", command)
-                             .contender("by hand", commandByHand)
+    const auto timings = Comparison(kRepetitions, threads)
+                             .candidate("request", request)
+                             .candidate("command", command)
+                             .candidate("baseline", commandOfBaseline)
                              .run();
     const std::string suffix = threads == 1 ? "" : ", " + std::to_string(threads) + " threads";
-    printRow("KVO_HWS_isInitComplete" + suffix, timings.at("request"), "by hand", timings.at("by hand"), goal);
-    printRow("SendCommand2ServiceDyn" + suffix, timings.at("command"), "by hand", timings.at("by hand"), goal);
+    printRow("KVO_HWS_isInitComplete" + suffix, timings.at("request"), "baseline", timings.at("baseline"), goal);
+    printRow("SendCommand2ServiceDyn" + suffix, timings.at("command"), "baseline", timings.at("baseline"), goal);
 }
 
-// ---- The cheapest request, a plain "ok", and the dearest, six numbers out of a list of keys ----
+// ---- The cheapest request, whose reply is "ok", and the most expensive one, six numbers from a list of keys ----
 
 constexpr uint32_t kStation = 0x0A000005;
 constexpr const char *kCheapest = "reboot=0A000005";
-constexpr const char *kDearest = "showInputDevice=0A000005";
+constexpr const char *kCostliest = "showInputDevice=0A000005";
 constexpr const char *kDevices = "kbd=1 mouse=2 touch=1 multitouch=1 maxcontacts=10 vkbd=0";
 
 void cheapest() { expect(KVO_HWS_rebootKVO(kStation) == 1, "rebootKVO failed"); }
 
-void dearest()
+void costliest()
 {
     uint32_t mask = 0;
     uint32_t numbers[6];
@@ -66,27 +66,28 @@ void dearest()
            "showInputDeviceV3 failed");
 }
 
-/// The same exchange by hand, its reply compared and not read any further.
+/// The same exchange in the baseline. It compares the reply and does not parse it.
 template <const char *const &kCommand, const char *const &kReply>
-void byHand()
+void requestOfBaseline()
 {
     static const std::string line = std::string(kCommand) + "\n";
-    char reply[baseline::kRound];
-    expect(baseline::exchange(line.c_str(), reply) && std::strcmp(reply, kReply) == 0, "exchange by hand failed");
+    char reply[baseline::kLineSize];
+    expect(baseline::exchange(line.c_str(), reply) && std::strcmp(reply, kReply) == 0, "exchange of the baseline failed");
 }
 
 constexpr const char *kOk = "ok";
 
 void compareRequests()
 {
-    const auto timings = Contest(kRepetitions, 1)
-                             .contender("cheapest", cheapest)
-                             .contender("cheapest by hand", byHand<kCheapest, kOk>)
-                             .contender("dearest", dearest)
-                             .contender("dearest by hand", byHand<kDearest, kDevices>)
+    const auto timings = Comparison(kRepetitions, 1)
+                             .candidate("cheapest", cheapest)
+                             .candidate("cheapest, baseline", requestOfBaseline<kCheapest, kOk>)
+                             .candidate("costliest", costliest)
+                             .candidate("costliest, baseline", requestOfBaseline<kCostliest, kDevices>)
                              .run();
-    printRow("cheapest: KVO_HWS_rebootKVO", timings.at("cheapest"), "by hand", timings.at("cheapest by hand"), 1.05);
-    printRow("dearest: KVO_HWS_showInputDeviceV3", timings.at("dearest"), "by hand", timings.at("dearest by hand"), 1.05);
+    printRow("cheapest: KVO_HWS_rebootKVO", timings.at("cheapest"), "baseline", timings.at("cheapest, baseline"), 1.05);
+    printRow("costliest: KVO_HWS_showInputDeviceV3", timings.at("costliest"), "baseline", timings.at("costliest, baseline"),
+             1.05);
 }
 
 void countSystemCalls()
@@ -103,7 +104,7 @@ void countSystemCalls()
 
 void measureExchange()
 {
-    const ServiceProcess service(ServiceProcess::Replies{{"isInitComplete", "yes"}, {kCheapest, kOk}, {kDearest, kDevices}});
+    const ServiceProcess service(ServiceProcess::Replies{{"isInitComplete", "yes"}, {kCheapest, kOk}, {kCostliest, kDevices}});
     printHeading("One exchange");
     compare(1, 1.03);
     compare(4, 1.05);

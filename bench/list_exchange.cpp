@@ -1,5 +1,5 @@
-// The whole list of stations over the socket, against an exchange with large reads and a parser for the purpose: count request,
-// list request, reading.
+// Compares a request for the whole list of stations (count request, list request, parsing) with a baseline that receives large
+// blocks and has its own parser.
 #include "baseline/baseline.h"
 #include "subjects.h"
 #include "support/comparison.h"
@@ -30,12 +30,12 @@ void compare(uint32_t count)
         uint32_t found = count;
         expect(KVO_HWS_getDescriptionList(list.data(), &found) == 1 && found == count, "getDescriptionList failed");
     };
-    const auto byHand = [&] {
+    const auto baseline = [&] {
         uint32_t found = count;
-        expect(baseline::getList(list.data(), &found) && found == count, "list by hand failed");
+        expect(baseline::getList(list.data(), &found) && found == count, "list of the baseline failed");
     };
-    const auto timings = Contest(kRepetitions).contender("library", library).contender("by hand", byHand).run();
-    printRow("KVO_HWS_getDescriptionList, " + number, timings.at("library"), "by hand, large reads", timings.at("by hand"),
+    const auto timings = Comparison(kRepetitions).candidate("library", library).candidate("baseline", baseline).run();
+    printRow("KVO_HWS_getDescriptionList, " + number, timings.at("library"), "baseline, large reads", timings.at("baseline"),
              kGoal);
 }
 

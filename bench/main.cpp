@@ -1,4 +1,4 @@
-// kvo_bench [SUBJECT...]: measures the library against the same work written by hand, and prints ratios with their goals.
+// kvo_bench [SUBJECT...]: compares the library with a baseline that does the same work, and prints ratios with their goals.
 #include "common/private_namespace.h"
 #include "subjects.h"
 #include "support/pinning.h"
@@ -35,7 +35,7 @@ int usage()
     for (const Subject &subject : kSubjects) {
         std::fprintf(stderr, " %s", std::string(subject.name).c_str());
     }
-    std::fprintf(stderr, " (all when none is named)\n");
+    std::fprintf(stderr, " (default: all)\n");
     return 2;
 }
 
@@ -54,8 +54,7 @@ void measure(const std::vector<Subject> &subjects)
     if (std::ranges::any_of(subjects, &Subject::needsService)) {
         place.emplace();
     }
-    std::printf("Medians on core %d; ratio: the library's median in the other's; minima: the same of the fastest turns\n",
-                core);
+    std::printf("Medians on core %d; ratio: library / other; minima: the same ratio of the fastest samples\n", core);
     for (const Subject &subject : subjects) {
         subject.measure();
     }
@@ -77,5 +76,5 @@ int main(int argc, char **argv)
         std::fprintf(stderr, "kvo_bench: %s\n", error.what());
         return 1;
     }
-    return 0;  // a missed goal is a finding, not a failure: machines differ
+    return 0;  // a missed goal is not a failure: machines differ
 }

@@ -1,4 +1,4 @@
-// Loading a large plant: what kvosim needs from its start until programs can ask it.
+// Measures how long kvosim takes to load a large plant: the processor time from its start until it accepts requests.
 #include "subjects.h"
 #include "support/expect.h"
 #include "support/report.h"
@@ -16,15 +16,15 @@ namespace {
 
 constexpr double kGoal = 1.0;  // seconds
 
-/// A plant file of as many stations as kvosim generates at most.
+/// A plant file with 100000 stations, the most that kvosim generates.
 class PlantFile {
 public:
     PlantFile()
     {
         const int file = mkstemp(path_.data());
-        expect(file >= 0, "no file for a plant");
+        expect(file >= 0, "cannot create a plant file");
         close(file);
-        expect(std::system((KVOSIM_PROGRAM " generate 100000 >" + path_).c_str()) == 0, "no plant was generated");
+        expect(std::system((KVOSIM_PROGRAM " generate 100000 >" + path_).c_str()) == 0, "kvosim cannot generate the plant");
     }
     PlantFile(const PlantFile &) = delete;
     PlantFile &operator=(const PlantFile &) = delete;
@@ -36,13 +36,13 @@ private:
     std::string path_ = "/tmp/kvo_bench-XXXXXX";
 };
 
-/// The simulator's processor time when its command begins, which is when it is ready.
+/// The simulator's processor time at the start of its command. kvosim starts the command when it is ready.
 double secondsUntilReady(const PlantFile &plant)
 {
     const std::string command = KVOSIM_PROGRAM " run --usb-lock-address none --plant " + plant.path() +
                                 " -- sh -c 'cut -d \" \" -f 1 /proc/$PPID/schedstat'";
     std::FILE *output = popen(command.c_str(), "r");
-    expect(output != nullptr, "kvosim was not started");
+    expect(output != nullptr, "cannot start kvosim");
     double nanoseconds = 0;
     const bool isRead = std::fscanf(output, "%lf", &nanoseconds) == 1;
     expect(pclose(output) == 0 && isRead, "kvosim did not serve the plant");

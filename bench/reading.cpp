@@ -1,4 +1,4 @@
-// Reading description texts: against a parser written by hand, and beside what one might have used instead.
+// Compares parsing of description texts with the baseline parser and with common alternatives.
 #include "baseline/baseline.h"
 #include "subjects.h"
 #include "support/comparison.h"
@@ -25,13 +25,13 @@ constexpr int kFewRepetitions = 9;
 constexpr double kGoal = 1.30;
 constexpr std::size_t kField = 9;  // eight digits and a space
 
-/// The two forms of a list under common names.
+// Basic and Extended describe the two forms of a list under the same names, for the templates below.
 struct Basic {
     using Record = KvoDescription;
     static constexpr bool kExtended = false;
     static constexpr const char *kName = "basic";
     static constexpr auto kLibrary = ConvertText2KVODescriptionArray;
-    static constexpr auto kByHand = baseline::readBasic;
+    static constexpr auto kBaseline = baseline::readBasic;
     static constexpr std::array<uint32_t Record::*, 0> kExtension{};
 };
 
@@ -40,15 +40,15 @@ struct Extended {
     static constexpr bool kExtended = true;
     static constexpr const char *kName = "extended";
     static constexpr auto kLibrary = ConvertText2KVODescArrayEx;
-    static constexpr auto kByHand = baseline::readExtended;
+    static constexpr auto kBaseline = baseline::readExtended;
     static constexpr std::array kExtension = {&Record::extAttr1, &Record::extAttr2, &Record::extAttr3, &Record::extAttr4,
                                               &Record::extAttr5, &Record::extAttr6, &Record::extAttr7};
 };
 
-// ---- What one might have used instead ----
+// ---- The alternatives ----
 
-/// A number and the space behind it.
-bool takeNumber(const char *&position, uint32_t &value)
+/// Reads a number and the space after it.
+bool readNumber(const char *&position, uint32_t &value)
 {
     char *end = nullptr;
     value = static_cast<uint32_t>(std::strtoul(position, &end, 16));
@@ -60,14 +60,14 @@ template <class Form>
 int readWithStrtoul(uint32_t *count, typename Form::Record *array, const char *text)
 {
     const char *position = text;
-    if (!takeNumber(position, *count)) {
+    if (!readNumber(position, *count)) {
         return -1;
     }
     for (uint32_t i = 0; i < *count; ++i) {
         auto &record = array[i];
         uint32_t length = 0;
-        if (!takeNumber(position, record.address) || !takeNumber(position, record.attr1) ||
-            !takeNumber(position, record.attr2) || !takeNumber(position, record.attr3) || !takeNumber(position, length) ||
+        if (!readNumber(position, record.address) || !readNumber(position, record.attr1) ||
+            !readNumber(position, record.attr2) || !readNumber(position, record.attr3) || !readNumber(position, length) ||
             length >= sizeof record.name) {
             return -1;
         }
@@ -75,7 +75,7 @@ int readWithStrtoul(uint32_t *count, typename Form::Record *array, const char *t
         record.name[length] = '\0';
         position += length + 1;
         for (const auto member : Form::kExtension) {
-            if (!takeNumber(position, record.*member)) {
+            if (!readNumber(position, record.*member)) {
                 return -1;
             }
         }
@@ -136,7 +136,7 @@ int readJson(uint32_t *count, typename Form::Record *array, const std::string &t
 
 // ---- Comparing ----
 
-/// A list to read, the array that it is read into, and what stands there when it was read right.
+/// A list to parse, the array for the result, and the expected result.
 template <class Form>
 class Task {
 public:
@@ -150,9 +150,9 @@ public:
                "reading with strtoul failed");
     }
 
-    /// The operation "read it with this"; its outcome is checked here, once and whole.
+    /// Returns an operation that parses the list with @p reader. The whole result is checked once, here.
     template <class Reader, class Text>
-    Contest::Operation reading(Reader reader, const Text &from)
+    Comparison::Operation reading(Reader reader, const Text &from)
     {
         auto read = [this, reader, &from] {
             uint32_t found = 0;
@@ -160,21 +160,22 @@ public:
         };
         std::memset(array_.data(), 0, array_.size() * sizeof(Record));
         read();
-        expect(std::memcmp(array_.data(), reference_.data(), array_.size() * sizeof(Record)) == 0, "read something else");
+        expect(std::memcmp(array_.data(), reference_.data(), array_.size() * sizeof(Record)) == 0,
+               "a reader returned another result");
         return read;
     }
 
     template <class Reader>
-    Contest::Operation reading(Reader reader)
+    Comparison::Operation reading(Reader reader)
     {
-        return reading(reader, plain_);
+        return reading(reader, cText_);
     }
 
     const std::vector<ConnectionEntry> stations;
     const std::string text;
 
 private:
-    const char *plain_ = text.c_str();
+    const char *cText_ = text.c_str();
     std::vector<Record> array_;
     std::vector<Record> reference_;
 };
@@ -186,39 +187,39 @@ std::string title(uint32_t count)
 }
 
 template <class Form>
-void compareWithHandWritten(uint32_t count)
+void compareWithBaseline(uint32_t count)
 {
     Task<Form> task(count);
-    const auto timings = Contest(kRepetitions)
-                             .contender("library", task.reading(Form::kLibrary))
-                             .contender("by hand", task.reading(Form::kByHand))
+    const auto timings = Comparison(kRepetitions)
+                             .candidate("library", task.reading(Form::kLibrary))
+                             .candidate("baseline", task.reading(Form::kBaseline))
                              .run();
-    printRow(title<Form>(count), timings.at("library"), "by hand", timings.at("by hand"), kGoal);
+    printRow(title<Form>(count), timings.at("library"), "baseline", timings.at("baseline"), kGoal);
 }
 
 template <class Form>
-void compareWithTheUsual(uint32_t count)
+void compareWithAlternatives(uint32_t count)
 {
     Task<Form> task(count);
     const std::string json = jsonOf(task.stations, Form::kExtended);
     std::vector<char> copy(task.text.size() + 1);
-    const auto timings = Contest(kFewRepetitions)
-                             .contender("library", task.reading(Form::kLibrary))
-                             .contender("memcpy of the text",
+    const auto timings = Comparison(kFewRepetitions)
+                             .candidate("library", task.reading(Form::kLibrary))
+                             .candidate("memcpy of the text",
                                         [&] {
                                             std::memcpy(copy.data(), task.text.c_str(), copy.size());
                                             expect(copy[0] == task.text[0], "copying failed");
                                         })
-                             .contender("strtoul", task.reading(readWithStrtoul<Form>))
-                             .contender("sscanf", task.reading(readWithSscanf<Form>))
-                             .contender("JSON (nlohmann)", task.reading(readJson<Form>, json))
+                             .candidate("strtoul", task.reading(readWithStrtoul<Form>))
+                             .candidate("sscanf", task.reading(readWithSscanf<Form>))
+                             .candidate("JSON (nlohmann)", task.reading(readJson<Form>, json))
                              .run();
     for (const char *other : {"memcpy of the text", "strtoul", "sscanf", "JSON (nlohmann)"}) {
         printRow(title<Form>(count), timings.at("library"), other, timings.at(other));
     }
 }
 
-/// The cost of a station must not depend on how many there are.
+/// The cost per station must not depend on the number of stations.
 template <class Form>
 void compareGrowth()
 {
@@ -226,28 +227,28 @@ void compareGrowth()
     constexpr uint32_t kMany = 100'000;
     Task<Form> few(kFew);
     Task<Form> many(kMany);
-    const auto timings = Contest(kRepetitions)
-                             .contender("few", few.reading(Form::kLibrary))
-                             .contender("many", many.reading(Form::kLibrary))
-                             .contender("few by hand", few.reading(Form::kByHand))
-                             .contender("many by hand", many.reading(Form::kByHand))
+    const auto timings = Comparison(kRepetitions)
+                             .candidate("few", few.reading(Form::kLibrary))
+                             .candidate("many", many.reading(Form::kLibrary))
+                             .candidate("few, baseline", few.reading(Form::kBaseline))
+                             .candidate("many, baseline", many.reading(Form::kBaseline))
                              .run();
     const auto each = [&](const char *name, uint32_t count) {
         const Timing &timing = timings.at(name);
         return Timing{timing.median / count, timing.least / count};
     };
     const std::string form = Form::kName;
-    printRow("a station of 100 000, " + form, each("many", kMany), "a station of 100", each("few", kFew), 2.0);
-    printRow("a station of 100 000, " + form, each("many", kMany), "by hand, of 100 000", each("many by hand", kMany));
-    printRow("a station of 100, " + form, each("few", kFew), "by hand, of 100", each("few by hand", kFew));
+    printRow("per station of 100 000, " + form, each("many", kMany), "per station of 100", each("few", kFew), 2.0);
+    printRow("per station of 100 000, " + form, each("many", kMany), "baseline, of 100 000", each("many, baseline", kMany));
+    printRow("per station of 100, " + form, each("few", kFew), "baseline, of 100", each("few, baseline", kFew));
 }
 
 template <class Form>
 void measureForm()
 {
     for (const uint32_t count : {1'000U, 10'000U}) {
-        compareWithHandWritten<Form>(count);
-        compareWithTheUsual<Form>(count);
+        compareWithBaseline<Form>(count);
+        compareWithAlternatives<Form>(count);
     }
     compareGrowth<Form>();
 }

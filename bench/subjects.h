@@ -1,4 +1,4 @@
-// What is measured: each subject compares, and prints its part of the table.
+// The subjects: each function measures one and prints its part of the table.
 #pragma once
 
 namespace bench {

@@ -1,5 +1,5 @@
-// USB events through the library's server, against a server written by hand. Each is a process of its own and stays for the
-// whole run; both get the same senders, in turns.
+// Compares the library's server of USB events with the baseline's. Each server runs in a separate process for the whole run,
+// and both serve the same senders, alternately.
 #include "baseline/baseline.h"
 #include "subjects.h"
 #include "support/child_process.h"
@@ -40,15 +40,16 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr int kRounds = 31;
-constexpr auto kTurn = 400ms;  // a connection stays for 100 ms after its answer: most of a turn has as many ends as beginnings
-constexpr auto kPatience = 10s;
+// A server closes a connection 100 ms after its answer: for most of a sample, connections open and close at the same rate.
+constexpr auto kSampleLength = 400ms;
+constexpr auto kTimeout = 10s;
 constexpr double kLatencyGoal = 1.03;
 constexpr double kRateGoal = 0.97;
 
 constexpr const char *kLibraryPath = "/tmp/kvo_hws/usb_sock";
-constexpr const char *kByHandPath = "/tmp/kvo_hws/own_sock";
+constexpr const char *kBaselinePath = "/tmp/kvo_hws/own_sock";
 
-/// As the daemon sends it.
+/// An event as the daemon sends it.
 std::string eventLine()
 {
     std::string line = "newUSBdevice*192.168.214.17*usb1*1-1.4*SanDisk*8.02*Storage Media*Cruzer Edge*"
@@ -61,7 +62,7 @@ std::string eventLine()
 
 // ---- The servers ----
 
-/// What a server's callback was told, seen from outside its process.
+/// The events that a server's callback received, in memory shared with this process.
 struct Tally {
     std::atomic<bool> active;
     std::atomic<uint64_t> events;
@@ -89,12 +90,12 @@ void serveWithLibrary()
     }
 }
 
-void serveByHand() { baseline::serveUsbEvents(kByHandPath, countEvent); }
+void serveBaseline() { baseline::serveUsbEvents(kBaselinePath, countEvent); }
 
 template <class Condition>
 bool eventually(Condition condition)
 {
-    const auto deadline = Clock::now() + kPatience;
+    const auto deadline = Clock::now() + kTimeout;
     while (!condition()) {
         if (Clock::now() > deadline) {
             return false;
@@ -109,7 +110,7 @@ public:
     SharedTally()
     {
         void *const memory = mmap(nullptr, sizeof(Tally), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-        expect(memory != MAP_FAILED, "no shared memory");
+        expect(memory != MAP_FAILED, "cannot allocate shared memory");
         tally_ = new (memory) Tally{};
     }
     SharedTally(const SharedTally &) = delete;
@@ -123,8 +124,7 @@ private:
     Tally *tally_;
 };
 
-/// What a process holds.
-struct Holdings {
+struct ResourceUsage {
     uint64_t descriptors;
     uint64_t threads;
     uint64_t residentKilobytes;
@@ -139,30 +139,31 @@ public:
           })
     {
         expect(eventually([this] { return tally_->active.load(); }), "a server does not listen");
-        std::this_thread::sleep_for(kTurn);  // what only prepared it is gone by then
-        atRest_ = holdings();
+        std::this_thread::sleep_for(kSampleLength);  // threads that only prepare the server have ended by then
+        initialUsage_ = resourceUsage();
     }
 
     [[nodiscard]] const char *path() const { return path_; }
     [[nodiscard]] const UsbEventV2 &firstEvent() const { return tally_->first; }
-    [[nodiscard]] const Holdings &atRest() const { return atRest_; }
+    [[nodiscard]] const ResourceUsage &initialUsage() const { return initialUsage_; }
 
-    /// Waits for the last connections, and sees to it that no event was lost.
+    /// Checks that no event was lost, and waits until the last connections are closed.
     void settle(uint64_t sent)
     {
         sent_ += sent;
-        expect(tally_->events.load() == sent_, "the callback was told of more or fewer events than were sent");
-        expect(eventually([this] { return holdings().threads == atRest_.threads; }), "threads of a server do not end");
+        expect(tally_->events.load() == sent_, "the callback received more or fewer events than were sent");
+        expect(eventually([this] { return resourceUsage().threads == initialUsage_.threads; }),
+               "threads of a server do not end");
     }
 
     [[nodiscard]] uint64_t sent() const { return sent_; }
 
     [[nodiscard]] Seconds processorTime() const { return processorTimeOf(process_); }
 
-    [[nodiscard]] Holdings holdings() const
+    [[nodiscard]] ResourceUsage resourceUsage() const
     {
         const std::string process = "/proc/" + std::to_string(process_.id());
-        Holdings found{};
+        ResourceUsage found{};
         std::ifstream status(process + "/status");
         for (std::string line; std::getline(status, line);) {
             std::istringstream words(line);
@@ -182,7 +183,7 @@ private:
     const char *path_;
     SharedTally tally_;
     ChildProcess process_;
-    Holdings atRest_{};
+    ResourceUsage initialUsage_{};
     uint64_t sent_ = 0;
 };
 
@@ -196,7 +197,7 @@ sockaddr_un addressOf(const char *path)
     return address;
 }
 
-/// From the connect to the answer.
+/// Returns the time from the connect to the answer in nanoseconds.
 double sendEvent(const sockaddr_un &address, const std::string &line)
 {
     const auto begin = Clock::now();
@@ -211,10 +212,10 @@ double sendEvent(const sockaddr_un &address, const std::string &line)
     return latency.count();
 }
 
-struct Turn {
+struct Sample {
     double medianLatency;    // ns
-    double rate;             // events a second
-    double rateByProcessor;  // events a second of processor time, of both sides and to the last connection's end
+    double rate;             // events per second
+    double rateByProcessor;  // events per second of both processes' processor time, until the last connection is closed
 };
 
 double medianOf(std::vector<double> values)
@@ -224,17 +225,18 @@ double medianOf(std::vector<double> values)
     return *middle;
 }
 
-/// What both make of an event is compared whole before they are timed.
-void expectSameReading(EventServer &library, EventServer &byHand)
+/// Compares the whole records that both servers pass on for one event, before they are timed.
+void expectSameRecord(EventServer &library, EventServer &baseline)
 {
-    for (EventServer *const server : {&library, &byHand}) {
+    for (EventServer *const server : {&library, &baseline}) {
         sendEvent(addressOf(server->path()), eventLine());
         server->settle(1);
     }
-    expect(std::memcmp(&library.firstEvent(), &byHand.firstEvent(), sizeof(UsbEventV2)) == 0, "the servers read differently");
+    expect(std::memcmp(&library.firstEvent(), &baseline.firstEvent(), sizeof(UsbEventV2)) == 0,
+           "the servers read an event differently");
 }
 
-/// One sender's turn: its latencies, or what went wrong.
+/// One sender of a sample: its latencies or its failure.
 struct Sender {
     std::vector<double> latencies;
     std::exception_ptr failure;
@@ -245,7 +247,7 @@ struct Sender {
         const sockaddr_un address = addressOf(path);
         start.arrive_and_wait();
         try {
-            for (const auto end = Clock::now() + kTurn; Clock::now() < end;) {
+            for (const auto end = Clock::now() + kSampleLength; Clock::now() < end;) {
                 latencies.push_back(sendEvent(address, line));
             }
         } catch (...) {
@@ -254,7 +256,7 @@ struct Sender {
     }
 };
 
-Turn takeTurn(EventServer &server, int senders)
+Sample takeSample(EventServer &server, int senders)
 {
     const Seconds serverBefore = server.processorTime();
     const Seconds ownBefore = processorTimeOf(CLOCK_PROCESS_CPUTIME_ID);
@@ -290,46 +292,46 @@ struct Figures {
     std::vector<double> rates;
     std::vector<double> ratesByProcessor;
 
-    void add(const Turn &turn)
+    void add(const Sample &sample)
     {
-        latencies.push_back(turn.medianLatency);
-        rates.push_back(turn.rate);
-        ratesByProcessor.push_back(turn.rateByProcessor);
+        latencies.push_back(sample.medianLatency);
+        rates.push_back(sample.rate);
+        ratesByProcessor.push_back(sample.rateByProcessor);
     }
     [[nodiscard]] Timing latency() const { return {medianOf(latencies), std::ranges::min(latencies)}; }
 };
 
-void compare(EventServer &library, EventServer &byHand, int senders)
+void compare(EventServer &library, EventServer &baseline, int senders)
 {
     Figures figures[2];
-    EventServer *const servers[] = {&library, &byHand};
+    EventServer *const servers[] = {&library, &baseline};
     std::mt19937 random(static_cast<unsigned>(senders));
     for (int round = 0; round < kRounds; ++round) {
         const unsigned first = random() % 2;
         for (const unsigned which : {first, 1 - first}) {
-            figures[which].add(takeTurn(*servers[which], senders));
+            figures[which].add(takeSample(*servers[which], senders));
         }
     }
     const std::string suffix = ", " + std::to_string(senders) + (senders == 1 ? " sender" : " senders");
-    printRow("answer to an event" + suffix, figures[0].latency(), "by hand", figures[1].latency(), kLatencyGoal);
-    printRates("events a second" + suffix, medianOf(figures[0].rates), "by hand", medianOf(figures[1].rates));
-    printRates("... of processor time" + suffix, medianOf(figures[0].ratesByProcessor), "by hand",
+    printRow("answer to an event" + suffix, figures[0].latency(), "baseline", figures[1].latency(), kLatencyGoal);
+    printRates("events per second" + suffix, medianOf(figures[0].rates), "baseline", medianOf(figures[1].rates));
+    printRates("... per second of CPU time" + suffix, medianOf(figures[0].ratesByProcessor), "baseline",
                medianOf(figures[1].ratesByProcessor), kRateGoal);
 }
 
-void printHoldings(const std::string &name, const EventServer &server)
+void printResourceUsage(const std::string &name, const EventServer &server)
 {
-    const Holdings &before = server.atRest();
-    const Holdings after = server.holdings();
+    const ResourceUsage &before = server.initialUsage();
+    const ResourceUsage after = server.resourceUsage();
     const auto change = [](uint64_t from, uint64_t to) { return std::to_string(from) + " -> " + std::to_string(to); };
     printFigure(name + " after " + std::to_string(server.sent()) + " events",
                 "descriptors " + change(before.descriptors, after.descriptors) + ", threads " +
                     change(before.threads, after.threads) + ", kB resident " +
                     change(before.residentKilobytes, after.residentKilobytes),
-                "as many", before.descriptors == after.descriptors && before.threads == after.threads);
+                "unchanged", before.descriptors == after.descriptors && before.threads == after.threads);
 }
 
-/// A server has as many connections as come within the 100 ms that it keeps each.
+/// A server keeps each connection for 100 ms, so it has all connections of the last 100 ms open.
 void allowManyDescriptors()
 {
     rlimit limit{};
@@ -345,14 +347,14 @@ void measureUsbEvents()
     allowManyDescriptors();
     const ServiceProcess service(ServiceProcess::Replies{{"isInitComplete", "yes"}, {"activateUSBEvents", "ok"}});
     EventServer library(kLibraryPath, serveWithLibrary);
-    EventServer byHand(kByHandPath, serveByHand);
+    EventServer baseline(kBaselinePath, serveBaseline);
     printHeading("USB events");
-    expectSameReading(library, byHand);
+    expectSameRecord(library, baseline);
     for (const int senders : {1, 8, 64}) {
-        compare(library, byHand, senders);
+        compare(library, baseline, senders);
     }
-    printHoldings("library", library);
-    printHoldings("by hand", byHand);
+    printResourceUsage("library", library);
+    printResourceUsage("baseline", baseline);
 }
 
 }  // namespace bench

@@ -1,4 +1,4 @@
-// Writing description texts: against a writer by hand, and beside snprintf.
+// Compares formatting of description texts with the baseline and with snprintf.
 #include "baseline/baseline.h"
 #include "subjects.h"
 #include "support/comparison.h"
@@ -19,7 +19,7 @@ namespace {
 
 constexpr int kRepetitions = 41;
 
-/// One snprintf an element, after the same sum of sizes; with an extension when @p kExtended.
+/// Sums up the sizes first like the others, then calls snprintf once per element, and a second time if @p kExtended.
 template <bool kExtended>
 int writeWithSnprintf(uint32_t count, const ConnectionEntry *entries, char *buffer, uint32_t size)
 {
@@ -32,14 +32,14 @@ int writeWithSnprintf(uint32_t count, const ConnectionEntry *entries, char *buff
     }
     char *to = buffer;
     char *const end = buffer + size;
-    const auto room = [&] { return static_cast<std::size_t>(end - to); };
-    to += std::snprintf(to, room(), "%08X ", count);
+    const auto space = [&] { return static_cast<std::size_t>(end - to); };
+    to += std::snprintf(to, space(), "%08X ", count);
     for (uint32_t i = 0; i < count; ++i) {
         const ConnectionEntry &entry = entries[i];
-        to += std::snprintf(to, room(), "%08X %08X %08X %08X %08zX %s ", entry.address, entry.attr1, entry.attr2, entry.attr3,
+        to += std::snprintf(to, space(), "%08X %08X %08X %08X %08zX %s ", entry.address, entry.attr1, entry.attr2, entry.attr3,
                             std::strlen(entry.name), entry.name);
         if constexpr (kExtended) {
-            to += std::snprintf(to, room(), "%08X %08X %08X %08X %08X %08X %08lX ", entry.extAttr1, entry.extAttr2,
+            to += std::snprintf(to, space(), "%08X %08X %08X %08X %08X %08X %08lX ", entry.extAttr1, entry.extAttr2,
                                 entry.extAttr3, entry.extAttr4, entry.extAttr5, entry.extAttr6, entry.extAttr7);
         }
     }
@@ -52,7 +52,7 @@ struct Form {
     const char *name;
     bool extended;
     Writer library;
-    Writer byHand;
+    Writer baseline;
     Writer withSnprintf;
 };
 
@@ -74,21 +74,21 @@ void compare(const Form &form, uint32_t count)
     const std::vector<ConnectionEntry> stations = makeStations(count);
     const std::string text = textOf(stations, form.extended);
     std::vector<char> buffer(text.size() + 17 + 3 * std::size_t{count});
-    const auto writing = [&](Writer writer) -> Contest::Operation {
+    const auto writing = [&](Writer writer) -> Comparison::Operation {
         auto write = [&, writer] {
             expect(writer(count, stations.data(), buffer.data(), static_cast<uint32_t>(buffer.size())) == 0, "writing failed");
         };
         write();
-        expect(text == buffer.data(), "wrote something else");
+        expect(text == buffer.data(), "a writer returned another text");
         return write;
     };
-    const auto timings = Contest(kRepetitions)
-                             .contender("library", writing(form.library))
-                             .contender("by hand", writing(form.byHand))
-                             .contender("snprintf", writing(form.withSnprintf))
+    const auto timings = Comparison(kRepetitions)
+                             .candidate("library", writing(form.library))
+                             .candidate("baseline", writing(form.baseline))
+                             .candidate("snprintf", writing(form.withSnprintf))
                              .run();
     const std::string title = std::to_string(count) + " stations, " + form.name;
-    printRow(title, timings.at("library"), "by hand", timings.at("by hand"), 1.0);
+    printRow(title, timings.at("library"), "baseline", timings.at("baseline"), 1.0);
     printRow(title, timings.at("library"), "snprintf", timings.at("snprintf"));
 }
 

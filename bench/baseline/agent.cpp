@@ -1,4 +1,4 @@
-// An agent for a remote service written by hand: bare system calls, one lock around each line, and a search in the table.
+// The baseline of the agent: only the system calls, one lock around each line, and a search in the command table.
 #include "baseline.h"
 
 #include <arpa/inet.h>
@@ -17,7 +17,7 @@ namespace baseline {
 
 namespace {
 
-constexpr int kLookAroundMilliseconds = 1000;
+constexpr int kPollMilliseconds = 1000;
 constexpr std::size_t kLongestLine = 256;
 constexpr std::size_t kTag = 4;
 constexpr unsigned kIndications = 99;
@@ -25,7 +25,7 @@ constexpr unsigned kIndications = 99;
 int gSocket = -1;
 EmbCmdCallback gHost = nullptr;
 
-// ---- Under the lock: a line is written whole ----
+// ---- Writing: the lock keeps a line in one piece ----
 
 std::mutex gLine;
 unsigned gNumber = 0;
@@ -55,7 +55,7 @@ void reply(std::string_view tag, std::string_view text)
 
 bool isDigit(char character) { return character >= '0' && character <= '9'; }
 
-/// The keyword that a request begins with, or is; null where there is none.
+/// Returns the keyword that the request is or, for keywords with "=", begins with. Null if none matches.
 const char *keywordOf(const char *request)
 {
     for (const HwsCommand &command : cmds) {
@@ -83,11 +83,11 @@ void answer(const char *line)
     }
 }
 
-/// A line that is coming in.
+/// The line that is being received.
 class Incoming {
 public:
-    /// Takes what belongs to one line and leaves the rest in the socket, as the library does. False at the end.
-    bool takeLine()
+    /// Reads the bytes of one line and leaves the rest in the socket, as the library does. False at the end of the connection.
+    bool readLine()
     {
         const ssize_t peeked = recv(gSocket, line_ + fill_, kLongestLine - fill_, MSG_PEEK);
         if (peeked <= 0) {
@@ -106,8 +106,8 @@ public:
         return fill_ < kLongestLine;
     }
 
-    /// Takes all that fits, and answers the lines in it. False at the end.
-    bool takeAhead()
+    /// Reads everything that fits, and answers the lines in it. False at the end of the connection.
+    bool readAhead()
     {
         const ssize_t taken = recv(gSocket, line_ + fill_, sizeof line_ - 1 - fill_, 0);
         if (taken <= 0) {
@@ -154,15 +154,15 @@ bool connectTo(uint16_t port)
 
 }  // namespace
 
-void serveRemote(uint16_t port, EmbCmdCallback host, Taking taking)
+void serveRemote(uint16_t port, EmbCmdCallback host, Reading reading)
 {
     gHost = host;
     Incoming incoming;
     pollfd waiting{.fd = -1, .events = POLLIN, .revents = 0};
     for (bool open = connectTo(port); open;) {
         waiting.fd = gSocket;
-        if (poll(&waiting, 1, kLookAroundMilliseconds) > 0) {
-            open = taking == Taking::oneLine ? incoming.takeLine() : incoming.takeAhead();
+        if (poll(&waiting, 1, kPollMilliseconds) > 0) {
+            open = reading == Reading::oneLine ? incoming.readLine() : incoming.readAhead();
         }
     }
     close(gSocket);

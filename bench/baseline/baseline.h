@@ -1,4 +1,4 @@
-// What the library is measured against: the same duties, each written by hand for its one purpose and nothing else.
+// The baseline: the same work as the library's, each part written for one purpose only.
 #pragma once
 
 #include <kvo_hws/agent.h>
@@ -9,35 +9,35 @@
 
 namespace baseline {
 
-/// Station lists, read under the terms of ConvertText2KVODescriptionArray and ConvertText2KVODescArrayEx, for texts in the
-/// daemon's usual hand: whatever strtoul would read besides is refused.
+/// Parse station lists with the contracts of ConvertText2KVODescriptionArray and ConvertText2KVODescArrayEx. They accept only
+/// the canonical form that the daemon writes and refuse other texts that strtoul would accept.
 int readBasic(uint32_t *count, KvoDescription *array, const char *text);
 int readExtended(uint32_t *count, KvoDescriptionEx *array, const char *text);
 
-/// Station lists, written under the terms of ConvertConArray2Text and ConvertConArray2TextEx.
+/// Format station lists with the contracts of ConvertConArray2Text and ConvertConArray2TextEx.
 int writeBasic(uint32_t count, const ConnectionEntry *entries, char *buffer, uint32_t size);
 int writeExtended(uint32_t count, const ConnectionEntry *entries, char *buffer, uint32_t size);
 
-inline constexpr unsigned kRound = 1024;  // the longest reply of an exchange, with its line feed
+inline constexpr unsigned kLineSize = 1024;  // the longest reply of an exchange and the longest event, with the line feed
 
-/// One exchange with the command socket under a process-wide lock: the system calls that the library makes and nothing around
-/// them. The command brings its line feed; the reply must come in one piece. False when anything went wrong.
-bool exchange(const char *commandLine, char (&reply)[kRound]);
+/// Exchanges one command and reply with the command socket under a process-wide lock, with the library's system calls and
+/// nothing else. The command includes its line feed; the reply must arrive in one piece. Returns false on any error.
+bool exchange(const char *commandLine, char (&reply)[kLineSize]);
 
-/// KVO_HWS_getDescriptionList: count request, and a list request whose reply is read as it comes, up to 64 KiB at a time, without
-/// a look before or a pause. False when anything went wrong.
+/// The work of KVO_HWS_getDescriptionList: a count request and a list request. Receives the list in blocks of up to 64 KiB,
+/// without peeking and without pauses. Returns false on any error.
 bool getList(KvoDescription *list, uint32_t *count);
 
-/// A server of USB events that knows new devices alone and has nobody to stop it: listens at @p path, tells the callback
-/// USB_EVENT_ACTIVATED, then each device on a thread of its own. Returns when a system call fails.
+/// Serves USB events of new devices only. Listens at @p path, reports USB_EVENT_ACTIVATED to the callback, then each device on
+/// a separate thread. It cannot be stopped; it returns when a system call fails.
 void serveUsbEvents(const char *path, SendUsbEventV2 callback);
 
-/// How much an agent takes out of its socket at a time: a line, or all that has come.
-enum class Taking { oneLine, ahead };
+/// How much an agent reads from its socket at a time: one line, or everything that has arrived.
+enum class Reading { oneLine, ahead };
 
-/// An agent that connects to @p port of this machine and answers "ping", and by its host the commands that have an argument. It
-/// knows no pauses and nobody to stop it. Returns when the connection ends.
-void serveRemote(uint16_t port, EmbCmdCallback host, Taking taking);
+/// Runs an agent that connects to @p port of this machine. It answers "ping" itself and passes commands with an argument to the
+/// host. It never pauses and cannot be stopped; it returns when the connection ends.
+void serveRemote(uint16_t port, EmbCmdCallback host, Reading reading);
 
 /// Pushes an event to the remote service of serveRemote. Safe from any thread.
 void pushEvent(const char *text);

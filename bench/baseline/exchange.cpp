@@ -1,4 +1,4 @@
-// Exchanges with the command socket written by hand: bare system calls under a mutex.
+// The baseline of exchanges with the command socket: only the system calls, under a mutex.
 #include "baseline.h"
 
 #include <algorithm>
@@ -45,14 +45,14 @@ bool ask(int fd, const char *commandLine)
     return write(fd, commandLine, length) == static_cast<ssize_t>(length);
 }
 
-/// One round: waits, looks, and takes up to the first line feed. The bytes taken, 0 on failure.
-std::size_t takeRound(int fd, char *to, bool &complete)
+/// Waits, peeks, and reads up to the first line feed. Returns the number of bytes read, 0 on failure.
+std::size_t readAvailable(int fd, char *to, bool &complete)
 {
     pollfd waiting{.fd = fd, .events = POLLIN, .revents = 0};
     if (poll(&waiting, 1, kTimeoutSeconds * 1000) != 1) {
         return 0;
     }
-    const ssize_t seen = recv(fd, to, kRound, MSG_PEEK);
+    const ssize_t seen = recv(fd, to, kLineSize, MSG_PEEK);
     if (seen <= 0) {
         return 0;
     }
@@ -62,10 +62,10 @@ std::size_t takeRound(int fd, char *to, bool &complete)
     return recv(fd, to, wanted, 0) == static_cast<ssize_t>(wanted) ? wanted : 0;
 }
 
-bool readReply(int fd, char (&reply)[kRound])
+bool readReply(int fd, char (&reply)[kLineSize])
 {
     bool complete = false;
-    const std::size_t taken = takeRound(fd, reply, complete);
+    const std::size_t taken = readAvailable(fd, reply, complete);
     if (taken == 0 || !complete) {
         return false;
     }
@@ -80,7 +80,7 @@ using HeapText = std::unique_ptr<char, FreeHeap>;
 
 constexpr std::size_t kLargeRead = 64 * 1024;
 
-/// Reads as much as there is at a time: nothing but this reply comes on the connection, so nothing has to be left there.
+/// Reads everything that is available: the connection carries only this reply, so no later bytes have to stay in the socket.
 HeapText readLongReply(int fd)
 {
     const timeval bound{.tv_sec = kTimeoutSeconds, .tv_usec = 0};
@@ -120,7 +120,7 @@ HeapText exchangeLong(const char *commandLine)
 
 }  // namespace
 
-bool exchange(const char *commandLine, char (&reply)[kRound])
+bool exchange(const char *commandLine, char (&reply)[kLineSize])
 {
     const int fd = openSocket();
     pthread_mutex_lock(&gExchange);
@@ -132,9 +132,9 @@ bool exchange(const char *commandLine, char (&reply)[kRound])
 
 bool getList(KvoDescription *list, uint32_t *count)
 {
-    // A caller of the library finds its array cleared, so that is part of the duty.
+    // The library clears the caller's array, so the baseline has to do the same.
     std::memset(list, 0, std::size_t{*count} * sizeof *list);
-    char counted[kRound];
+    char counted[kLineSize];
     if (!exchange("getCountElemDL\n", counted) || std::strtoul(counted, nullptr, 10) > *count) {
         return false;
     }

@@ -1,5 +1,5 @@
-// Fixed-width station lists read by a parser for this purpose alone: numbers as vectors, in the compiler's own notation and so
-// with what every machine of its kind has; what is wrong is gathered and judged once a station.
+// The baseline parser of station lists with fields of fixed width. It reads numbers as vectors, in the compiler's own notation,
+// and so uses only what every machine of the architecture has. It collects errors and checks them once per station.
 #include "baseline.h"
 
 #include <array>
@@ -15,8 +15,8 @@ namespace {
 
 constexpr std::size_t kDigits = 8;
 constexpr std::size_t kField = kDigits + 1;
-constexpr std::size_t kShortName = 32;   // most names are shorter, and are copied by this many bytes at once
-constexpr uint32_t kPreparedAhead = 16;  // stations
+constexpr std::size_t kShortName = 32;      // most names are shorter; they are copied as a block of this size
+constexpr uint32_t kPrefetchDistance = 16;  // stations
 
 static_assert(std::endian::native == std::endian::little, "written for machines that store the lowest byte first");
 
@@ -33,13 +33,13 @@ inline uint64_t load(const char *text)
     return word;
 }
 
-/// What was wrong so far: nothing while all bits are 0.
-struct Faults {
+/// The errors so far: none if all bits are 0.
+struct Errors {
     Characters digits{};
     Characters letters{};
     uint64_t others = 0;
 
-    /// Anything but a space behind the digits of a field.
+    /// Records any character other than a space after the digits of a field.
     void separator(const char *field)
     {
         others |= static_cast<unsigned char>(field[kDigits]) ^ unsigned { ' ' };
@@ -52,23 +52,23 @@ struct Faults {
     }
 };
 
-/// What two fields mean, two digits in the upper half of each pair. A character that is no digit comes out above 15.
-inline Pairs bytesOf(const char *first, const char *second, Faults &faults)
+/// The values of two fields, two digits in the upper half of each pair. A character that is not a digit gives a value above 15.
+inline Pairs bytesOf(const char *first, const char *second, Errors &errors)
 {
-    faults.separator(first);
-    faults.separator(second);
+    errors.separator(first);
+    errors.separator(second);
     const auto characters = reinterpret_cast<Characters>(Words{load(first), load(second)});
     const auto letters = reinterpret_cast<Characters>(reinterpret_cast<Signed>(characters) > '9');
     const Characters values = characters - '0' - (letters & ('A' - '9' - 1));
-    faults.digits |= values;
-    faults.letters |= letters ^ reinterpret_cast<Characters>(reinterpret_cast<Signed>(values) > 9);
+    errors.digits |= values;
+    errors.letters |= letters ^ reinterpret_cast<Characters>(reinterpret_cast<Signed>(values) > 9);
     return reinterpret_cast<Pairs>(values) * 0x1001;
 }
 
-inline Numbers fourFields(const char *text, Faults &faults)
+inline Numbers fourFields(const char *text, Errors &errors)
 {
-    const Pairs front = bytesOf(text, text + kField, faults);
-    const Pairs back = bytesOf(text + 2 * kField, text + 3 * kField, faults);
+    const Pairs front = bytesOf(text, text + kField, errors);
+    const Pairs back = bytesOf(text + 2 * kField, text + 3 * kField, errors);
     const auto frontBytes = reinterpret_cast<Characters>(__builtin_shufflevector(front, front, 3, 2, 1, 0, 7, 6, 5, 4));
     const auto backBytes = reinterpret_cast<Characters>(__builtin_shufflevector(back, back, 3, 2, 1, 0, 7, 6, 5, 4));
     return reinterpret_cast<Numbers>(
@@ -86,32 +86,32 @@ constexpr auto kDigitValues = [] {
     return values;
 }();
 
-/// The length of a name below 256, in the last two digits of a field. Where the next station begins depends on it, so that it
-/// is read in as few steps as possible.
-inline std::size_t nameLength(const char *text, Faults &faults)
+/// The length of a name, below 256, from the last two digits of a field. The start of the next station depends on it, so it is
+/// read in as few steps as possible.
+inline std::size_t nameLength(const char *text, Errors &errors)
 {
     constexpr uint64_t kSixZeros = 0x303030303030;
-    faults.separator(text);
+    errors.separator(text);
     const unsigned high = kDigitValues[static_cast<unsigned char>(text[kDigits - 2])];
     const unsigned low = kDigitValues[static_cast<unsigned char>(text[kDigits - 1])];
-    faults.others |= ((high | low) & kNoDigit) | ((load(text) ^ kSixZeros) << 16);
+    errors.others |= ((high | low) & kNoDigit) | ((load(text) ^ kSixZeros) << 16);
     return (high & 0x0F) * 16 + (low & 0x0F);
 }
 
-/// All bits up to the length of a name, none behind.
-inline Characters placesBefore(std::size_t length, std::size_t from)
+/// A mask with all bits set up to the length of a name and none after it.
+inline Characters maskOf(std::size_t length, std::size_t from)
 {
-    alignas(2 * kShortName) static constexpr struct Places {
-        constexpr Places()
+    alignas(2 * kShortName) static constexpr struct Masks {
+        constexpr Masks()
         {
             for (std::size_t i = 0; i < kShortName; ++i) {
                 bits[i] = 0xFF;
             }
         }
         uint8_t bits[2 * kShortName]{};
-    } kPlaces;
+    } kMasks;
     Characters mask;
-    std::memcpy(&mask, kPlaces.bits + kShortName - length + from, sizeof mask);
+    std::memcpy(&mask, kMasks.bits + kShortName - length + from, sizeof mask);
     return mask;
 }
 
@@ -120,7 +120,7 @@ inline void copyShortHalf(char *name, const char *text, std::size_t length)
 {
     Characters characters;
     std::memcpy(&characters, text + kFrom, sizeof characters);
-    characters &= placesBefore(length, kFrom);
+    characters &= maskOf(length, kFrom);
     std::memcpy(name + kFrom, &characters, sizeof characters);
 }
 
@@ -138,19 +138,19 @@ inline void copyName(char *name, const char *text, std::size_t length, std::size
 constexpr std::size_t kHead = 5 * kField;
 constexpr std::size_t kExtension = 7 * kField;
 
-/// The part that both forms share; the position moves behind the name's space.
+/// Reads the part that both forms share, and moves the position past the space after the name.
 template <class Record>
 inline bool readHead(const char *&position, const char *end, Record &record)
 {
     if (static_cast<std::size_t>(end - position) < kHead) {
         return false;
     }
-    Faults faults;
-    const Numbers numbers = fourFields(position, faults);
-    const std::size_t length = nameLength(position + 4 * kField, faults);
+    Errors errors;
+    const Numbers numbers = fourFields(position, errors);
+    const std::size_t length = nameLength(position + 4 * kField, errors);
     position += kHead;
     const auto readable = static_cast<std::size_t>(end - position);
-    if (!faults.none() || length >= readable) {
+    if (!errors.none() || length >= readable) {
         return false;
     }
     record.address = numbers[0];
@@ -172,15 +172,15 @@ inline bool readElement(const char *&position, const char *end, KvoDescriptionEx
     if (!readHead(position, end, record) || static_cast<std::size_t>(end - position) < kExtension) {
         return false;
     }
-    // Both fours have the middle one of the seven.
+    // Seven fields as two groups of four: both groups contain the middle field.
     static_assert(offsetof(KvoDescriptionEx, extAttr7) - offsetof(KvoDescriptionEx, extAttr1) == 6 * sizeof(uint32_t));
-    Faults faults;
-    const Numbers front = fourFields(position, faults);
-    const Numbers back = fourFields(position + 3 * kField, faults);
-    std::memcpy(&record.extAttr1, &front, sizeof front);  // NOLINT(*overflow*): seven of them lie side by side
+    Errors errors;
+    const Numbers front = fourFields(position, errors);
+    const Numbers back = fourFields(position + 3 * kField, errors);
+    std::memcpy(&record.extAttr1, &front, sizeof front);  // NOLINT(*overflow*): the seven members are contiguous
     std::memcpy(&record.extAttr4, &back, sizeof back);
     position += kExtension;
-    return faults.none();
+    return errors.none();
 }
 
 template <class Record>
@@ -191,16 +191,16 @@ int readList(uint32_t *count, Record *array, const char *text)
     if (static_cast<std::size_t>(end - text) < kField) {
         return -1;
     }
-    Faults faults;
+    Errors errors;
     const auto announced = static_cast<uint32_t>(std::strtoul(text, nullptr, 16));
-    faults.separator(text);
+    errors.separator(text);
     *count = announced;
-    if (!faults.none()) {
+    if (!errors.none()) {
         return -1;
     }
     const char *position = text + kField;
     for (uint32_t i = 0; i < announced; ++i) {
-        const Record &soon = array[i + kPreparedAhead < announced ? i + kPreparedAhead : i];
+        const Record &soon = array[i + kPrefetchDistance < announced ? i + kPrefetchDistance : i];
         __builtin_prefetch(&soon, kToWrite);
         __builtin_prefetch(reinterpret_cast<const char *>(&soon + 1) - 1, kToWrite);
         if (!readElement(position, end, array[i])) {

@@ -1,4 +1,4 @@
-// A server of USB events written by hand: bare system calls, a detached thread for each connection, and one text that it reads.
+// The baseline of the USB event server: only the system calls, a detached thread per connection, and one event text.
 #include "baseline.h"
 
 #include <algorithm>
@@ -18,7 +18,7 @@ namespace baseline {
 namespace {
 
 constexpr int kBacklog = 5;
-constexpr int kLookAroundMilliseconds = 1000;
+constexpr int kPollMilliseconds = 1000;
 constexpr timespec kCloseDelay{.tv_sec = 0, .tv_nsec = 100'000'000};
 constexpr std::string_view kKeyword = "newUSBdevice*";
 constexpr std::string_view kEmptyMarker = "?$?\xA7?eEmMpPtTyY!\xA7!$!";
@@ -26,7 +26,7 @@ constexpr uint32_t kHead = offsetof(UsbEventV2, payload);
 
 SendUsbEventV2 gCallback = nullptr;
 
-/// The field at @p position without its asterisk; the position moves behind that. A null view when there is none.
+/// Returns the field at @p position without its asterisk, and moves the position past the asterisk. Null view if none is left.
 std::string_view nextField(char *&position)
 {
     char *const end = std::strchr(position, '*');
@@ -39,16 +39,16 @@ std::string_view nextField(char *&position)
 }
 
 template <std::size_t Size>
-bool takeText(char *&position, char (&member)[Size])
+bool readText(char *&position, char (&member)[Size])
 {
     const std::string_view field = nextField(position);
-    if (field != kEmptyMarker) {  // the record is clear
+    if (field != kEmptyMarker) {  // the record is already zeroed
         field.copy(member, Size - 1);
     }
     return field.data() != nullptr;
 }
 
-bool takeNumber(char *&position, uint32_t &value)
+bool readNumber(char *&position, uint32_t &value)
 {
     const std::string_view field = nextField(position);
     char *end = nullptr;
@@ -61,10 +61,10 @@ bool readNewDevice(UsbDeviceInfo &device, char *text)
     char *position = text + kKeyword.size();
     uint32_t id1 = 0;
     uint32_t id2 = 0;
-    if (!takeText(position, device.ipAddress) || !takeText(position, device.ident2) || !takeText(position, device.ident3) ||
-        !takeText(position, device.text4) || !takeText(position, device.text5) || !takeText(position, device.text6) ||
-        !takeText(position, device.text7) || !takeNumber(position, device.number1) || !takeNumber(position, device.number2) ||
-        !takeNumber(position, device.flagWord) || !takeNumber(position, id1) || !takeNumber(position, id2) ||
+    if (!readText(position, device.ipAddress) || !readText(position, device.ident2) || !readText(position, device.ident3) ||
+        !readText(position, device.text4) || !readText(position, device.text5) || !readText(position, device.text6) ||
+        !readText(position, device.text7) || !readNumber(position, device.number1) || !readNumber(position, device.number2) ||
+        !readNumber(position, device.flagWord) || !readNumber(position, id1) || !readNumber(position, id2) ||
         nextField(position).data() == nullptr) {
         return false;
     }
@@ -77,17 +77,17 @@ std::string_view answerTo(char *text)
     UsbEventV2 event{};
     event.code = USB_EVENT_NEW_DEVICE;
     event.length = kHead + sizeof event.payload.device;
-    const bool told =
+    const bool accepted =
         std::string_view(text).starts_with(kKeyword) && readNewDevice(event.payload.device, text) && gCallback(&event) != -1;
-    return told ? "ok\n" : "failed\n";
+    return accepted ? "ok\n" : "failed\n";
 }
 
-/// An event text is written at once, so one read gets all of it.
+/// The sender writes an event text at once, so one read returns all of it.
 void *serveOne(void *connection)
 {
     const auto fd = static_cast<int>(reinterpret_cast<intptr_t>(connection));
-    char text[kRound + 1];
-    const ssize_t count = recv(fd, text, kRound, 0);
+    char text[kLineSize + 1];
+    const ssize_t count = recv(fd, text, kLineSize, 0);
     if (count > 0 && text[count - 1] == '\n') {
         text[count - 1] = '\0';
         const std::string_view answer = answerTo(text);
@@ -110,7 +110,7 @@ int listenAt(const char *path)
                : -1;
 }
 
-void tellListening()
+void reportListening()
 {
     UsbEventV2 event{};
     event.code = USB_EVENT_ACTIVATED;
@@ -128,10 +128,10 @@ void serveUsbEvents(const char *path, SendUsbEventV2 callback)
     pthread_attr_init(&detached);
     pthread_attr_setdetachstate(&detached, PTHREAD_CREATE_DETACHED);
     if (listener >= 0) {
-        tellListening();
+        reportListening();
     }
     for (pollfd waiting{.fd = listener, .events = POLLIN, .revents = 0}; listener >= 0;) {
-        if (poll(&waiting, 1, kLookAroundMilliseconds) < 1) {
+        if (poll(&waiting, 1, kPollMilliseconds) < 1) {
             continue;
         }
         const int connection = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);

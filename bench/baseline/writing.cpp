@@ -1,4 +1,4 @@
-// Station lists written by hand: the size is summed first, then digits are stored two at a time from a table.
+// The baseline for formatting station lists: it sums up the size first, then stores digits two at a time from a table.
 #include "baseline.h"
 
 #include <array>

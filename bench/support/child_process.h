@@ -1,4 +1,4 @@
-// A process that does one thing for as long as its owner lives.
+// A child process that does one task until its owner is destroyed.
 #pragma once
 
 #include <functional>
@@ -8,7 +8,8 @@ namespace bench {
 
 class ChildProcess {
 public:
-    /// Runs @p work in a child, which ends with it, with its owner, and with whatever it throws. Throws std::system_error.
+    /// Runs @p work in a child process. The child ends when @p work returns or throws, and when the owner is destroyed or its
+    /// process ends. Throws std::system_error.
     explicit ChildProcess(const std::function<void()> &work);
     ChildProcess(const ChildProcess &) = delete;
     ChildProcess &operator=(const ChildProcess &) = delete;

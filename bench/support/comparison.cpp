@@ -9,9 +9,9 @@ namespace bench {
 
 namespace {
 
-constexpr double kTurnSeconds = 0.01;  // the shortest turn; an operation that takes longer has a turn of its own length
+constexpr double kSampleSeconds = 0.01;  // the shortest sample; a slower operation makes its samples longer
 
-/// Keeps every turn's time per operation.
+/// Collects the time per operation of every sample.
 class Collector : public benchmark::BenchmarkReporter {
 public:
     bool ReportContext(const Context & /*context*/) override { return true; }
@@ -23,7 +23,7 @@ public:
                 throw std::runtime_error(run.benchmark_name() + ": " + run.error_message);
             }
             if (run.run_type == Run::RT_Iteration) {
-                turns_[run.run_name.function_name].push_back(run.GetAdjustedRealTime());
+                samples_[run.run_name.function_name].push_back(run.GetAdjustedRealTime());
             }
         }
     }
@@ -31,15 +31,15 @@ public:
     [[nodiscard]] std::map<std::string, Timing> timings() const
     {
         std::map<std::string, Timing> timings;
-        for (auto [name, turns] : turns_) {
-            std::ranges::sort(turns);
-            timings[name] = {turns[turns.size() / 2], turns.front()};
+        for (auto [name, samples] : samples_) {
+            std::ranges::sort(samples);
+            timings[name] = {samples[samples.size() / 2], samples.front()};
         }
         return timings;
     }
 
 private:
-    std::map<std::string, std::vector<double>> turns_;
+    std::map<std::string, std::vector<double>> samples_;
 };
 
 void initializeOnce()
@@ -57,23 +57,23 @@ void initializeOnce()
 
 }  // namespace
 
-Contest &Contest::contender(std::string name, Operation operation)
+Comparison &Comparison::candidate(std::string name, Operation operation)
 {
-    contenders_.push_back({std::move(name), std::move(operation)});
+    candidates_.push_back({std::move(name), std::move(operation)});
     return *this;
 }
 
-std::map<std::string, Timing> Contest::run() const
+std::map<std::string, Timing> Comparison::run() const
 {
     initializeOnce();
-    for (const auto &[name, operation] : contenders_) {
+    for (const auto &[name, operation] : candidates_) {
         benchmark::RegisterBenchmark(name.c_str(),
                                      [&operation = operation](benchmark::State &state) {
-                                         for (auto turn : state) {
+                                         for (auto iteration : state) {
                                              operation();
                                          }
                                      })
-            ->MinTime(kTurnSeconds)
+            ->MinTime(kSampleSeconds)
             ->Repetitions(repetitions_)
             ->Threads(threads_)
             ->UseRealTime();

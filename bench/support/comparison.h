@@ -1,4 +1,5 @@
-// Contenders that do the same work, measured within one run and in turns, so that a disturbance of the machine meets them all.
+// Compares candidates that do the same work. Their samples alternate within one run, so a disturbance of the machine affects
+// all of them.
 #pragma once
 
 #include <functional>
@@ -14,28 +15,28 @@ struct Timing {
     double least;
 };
 
-class Contest {
+class Comparison {
 public:
     using Operation = std::function<void()>;
 
-    /// @param repetitions  how often each contender has its turn
-    /// @param threads      how many threads do the operation at the same time
-    explicit Contest(int repetitions, int threads = 1) : repetitions_(repetitions), threads_(threads) {}
+    /// @param repetitions  the number of samples of each candidate
+    /// @param threads      the number of threads that run the operation at the same time
+    explicit Comparison(int repetitions, int threads = 1) : repetitions_(repetitions), threads_(threads) {}
 
-    Contest &contender(std::string name, Operation operation);
+    Comparison &candidate(std::string name, Operation operation);
 
-    /// The timings by name. The turns are shuffled, which no periodic disturbance can take sides with.
+    /// Returns the timings by name. The order of the samples is random, so a periodic disturbance cannot favor a candidate.
     [[nodiscard]] std::map<std::string, Timing> run() const;
 
 private:
-    struct Contender {
+    struct Candidate {
         std::string name;
         Operation operation;
     };
 
     int repetitions_;
     int threads_;
-    std::vector<Contender> contenders_;
+    std::vector<Candidate> candidates_;
 };
 
 }  // namespace bench

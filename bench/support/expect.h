@@ -1,4 +1,4 @@
-// Contenders must do their work right before and while they are timed.
+// Checks that candidates do their work correctly, before and while they are timed.
 #pragma once
 
 #include <stdexcept>

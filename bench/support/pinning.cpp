@@ -21,7 +21,7 @@ int pinToOneCore()
 {
     cpu_set_t allowed;
     check(sched_getaffinity(0, sizeof allowed, &allowed), "sched_getaffinity");
-    // The last one: the first usually serves the interrupts.
+    // The last core: the first one usually serves the interrupts.
     int core = CPU_SETSIZE - 1;
     while (core > 0 && !CPU_ISSET(core, &allowed)) {
         --core;

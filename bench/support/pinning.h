@@ -1,10 +1,10 @@
-// Everything that is compared runs on one and the same core, so that the scheduler's choices compare with nothing.
+// Pins everything that is compared to one core, so the scheduler's choice of cores does not affect the figures.
 #pragma once
 
 namespace bench {
 
-/// Pins the calling process, and the processes and threads that it will start, to one core; returns which. Throws
-/// std::system_error when the kernel refuses.
+/// Pins the calling process, and the processes and threads that it will start, to one core. Returns the number of the core.
+/// Throws std::system_error if the kernel refuses.
 int pinToOneCore();
 
 }  // namespace bench

@@ -48,7 +48,7 @@ bool sendAll(int client, std::string_view text)
     return true;
 }
 
-/// Commands are short and written at once, so one read gets all of it.
+/// Clients write a command at once, and commands are short, so one read returns all of it.
 void answer(int client, const ServiceProcess::Replies &replies)
 {
     char command[1024];

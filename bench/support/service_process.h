@@ -1,4 +1,4 @@
-// A hardware service in a process of its own that knows its replies by heart, so that what is measured is the client's side.
+// A hardware service in a separate process with fixed replies, so the measured time is mostly the client's.
 #pragma once
 
 #include "support/child_process.h"
@@ -11,10 +11,10 @@ namespace bench {
 
 class ServiceProcess {
 public:
-    /// The reply to each command; a command that is not listed is answered "failed".
+    /// The reply to each command. The reply to any other command is "failed".
     using Replies = std::map<std::string, std::string, std::less<>>;
 
-    /// Listens at the command socket by the time it returns. Throws std::system_error.
+    /// The service is listening at the command socket when the constructor returns. Throws std::system_error.
     explicit ServiceProcess(Replies replies);
 
 private:

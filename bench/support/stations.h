@@ -1,4 +1,4 @@
-// The stations that the codecs are measured with: as the daemon keeps them, as its text, and as JSON.
+// Test data for the codecs: stations as the daemon stores them, as its text, and as JSON.
 #pragma once
 
 #include <kvo_hws/codecs.h>
@@ -9,7 +9,7 @@
 
 namespace bench {
 
-/// The same stations in every run; their names are 4 to 24 characters long, so that no length can be foreseen.
+/// Returns the same stations in every run. Names have 4 to 24 characters, so the processor cannot predict their lengths.
 std::vector<ConnectionEntry> makeStations(uint32_t count);
 
 /// The description text, written with printf.

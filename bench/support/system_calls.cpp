@@ -13,7 +13,7 @@ namespace bench {
 
 namespace {
 
-// A call that no operation makes; it tells the tracer where the counting begins and ends.
+// A system call that no operation makes. It marks the start and the end of counting for the tracer.
 constexpr long kMark = SYS_getppid;
 
 void check(bool good, const char *step)
@@ -44,7 +44,7 @@ std::string nameOf(uint64_t number)
     }
 }
 
-[[noreturn]] void beTraced(const std::function<void()> &operation)
+[[noreturn]] void runTraced(const std::function<void()> &operation)
 {
     if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) {
         _exit(1);
@@ -57,8 +57,8 @@ std::string nameOf(uint64_t number)
     _exit(0);
 }
 
-/// Lets the child run to its next system call's beginning or end. False when it has ended.
-bool goOn(pid_t child)
+/// Lets the child run to the next entry or exit of a system call. Returns false if the child has ended.
+bool runToSystemCall(pid_t child)
 {
     check(ptrace(PTRACE_SYSCALL, child, nullptr, nullptr) == 0, "trace a system call");
     int status = 0;
@@ -70,7 +70,7 @@ std::vector<std::string> record(pid_t child)
 {
     std::vector<std::string> calls;
     int marks = 0;
-    while (goOn(child)) {
+    while (runToSystemCall(child)) {
         __ptrace_syscall_info info{};
         check(ptrace(PTRACE_GET_SYSCALL_INFO, child, sizeof info, &info) > 0, "read a traced system call");
         if (info.op != PTRACE_SYSCALL_INFO_ENTRY) {
@@ -92,7 +92,7 @@ std::vector<std::string> systemCallsOf(const std::function<void()> &operation)
     const pid_t child = fork();
     check(child >= 0, "start the traced child");
     if (child == 0) {
-        beTraced(operation);
+        runTraced(operation);
     }
     int status = 0;
     check(waitpid(child, &status, 0) == child, "wait for the traced child");

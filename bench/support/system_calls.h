@@ -1,4 +1,4 @@
-// Which system calls an operation makes, seen from outside.
+// Records the system calls of an operation from outside its process.
 #pragma once
 
 #include <functional>
@@ -7,8 +7,8 @@
 
 namespace bench {
 
-/// Runs the operation twice in a traced child and names the system calls of the second time, in order; the first time pays for
-/// what is done only once in a process. Throws std::system_error when the kernel forbids tracing.
+/// Runs the operation twice in a traced child process and returns the names of the second run's system calls in order. The
+/// first run also makes the calls that a process makes only once. Throws std::system_error if the kernel forbids tracing.
 std::vector<std::string> systemCallsOf(const std::function<void()> &operation);
 
 }  // namespace bench

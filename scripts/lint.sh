@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Usage: scripts/lint.sh [STEP...] [FOLDER...]
 # Runs static analysis over the library, the platform's stand-ins, the tools and the examples, or over the named folders:
+#   phrases   finds wording that is not plain English (scripts/phrases.txt); the whole project unless folders are named
 #   analyze   the compiler's own analyzer, over all but tools, tests and the catalogue
 #   check     cppcheck
 #   tidy      clang-tidy, which takes the longest
@@ -10,18 +11,23 @@ set -euo pipefail
 . "$(dirname "$0")/common.sh"
 help_if_asked "$@"
 steps=()
-while [[ ${1-} =~ ^(analyze|check|tidy)$ ]]; do
+while [[ ${1-} =~ ^(phrases|analyze|check|tidy)$ ]]; do
     steps+=("$1")
     shift
 done
-[ ${#steps[@]} -gt 0 ] || steps=(analyze check tidy)
+[ ${#steps[@]} -gt 0 ] || steps=(phrases analyze check tidy)
 
+named=("$@")
 [ $# -gt 0 ] || set -- include runtime service codecs requests usbevents config agent platform catalogue tools examples
 for folder; do
-    [ -d "$folder" ] || refuse "\"$folder\" is neither a step (analyze, check, tidy) nor a folder here"
+    [ -d "$folder" ] || refuse "\"$folder\" is neither a step (phrases, analyze, check, tidy) nor a folder here"
 done
-scripts/setup.sh lint
-configure build/lint --preset debug
+if [ "${steps[*]}" != phrases ]; then
+    scripts/setup.sh lint
+    configure build/lint --preset debug
+fi
+
+phrases() { scripts/phrases.py "${named[@]}"; }
 
 tidy() {
     local folders="($(IFS='|'; echo "$*"))"

@@ -1,13 +1,14 @@
 #!/usr/bin/env bash
 # Usage: ./test.sh [--require-all] [PRESET...]
-# Installs what is missing, builds, and runs the tests; then it lists the tests that were skipped and why. Unless presets are named:
-#   release   everything as shipped
-#   asan      all but kvoctl's tests under the address and undefined-behaviour sanitizers
-#             (kvoctl's too: cmake --preset asan -DKVO_BUILD_KVOCTL=ON, and so on)
-#   tsan      what runs threads under the thread sanitizer
+# Installs missing packages, builds and runs the tests. Then it lists skipped tests with their reasons, and failed tests with the end
+# of their output. Default presets:
+#   release   everything, built as shipped
+#   asan      all tests but kvoctl's under the address and undefined-behaviour sanitizers
+#             (to include kvoctl's: cmake --preset asan -DKVO_BUILD_KVOCTL=ON)
+#   tsan      the tests that run threads under the thread sanitizer
 #   fuzz      the fuzzers, for a few seconds each
 # Others: debug, coverage, m32 (everything as 32-bit programs), armhf and aarch64 (the library's own tests for Arm, emulated).
-#   --require-all   a test that is skipped because a tool or package is missing here fails the run
+#   --require-all   fail if a test is skipped because a tool or package is missing
 set -euo pipefail
 . "$(dirname "$0")/scripts/common.sh"
 help_if_asked "$@"
@@ -44,7 +45,7 @@ minutes_of() { # PRESET
     esac
 }
 
-# The tests mostly wait: what comes next is compiled meanwhile, after them in rank.
+# Tests mostly wait, so the next preset is compiled meanwhile at lower priority.
 start_build() { # PRESET
     start_building "build/$1/build.log" configure_and_build "$1"
 }

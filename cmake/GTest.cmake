@@ -1,5 +1,5 @@
-# GTest::gmock and its relatives: as the system has them built, else from the sources that come with Debian's package, which a
-# build for other machines than the system's own needs.
+# GTest::gmock and the other GoogleTest targets: the system's libraries, else built from the sources in Debian's package, which
+# cross builds need.
 find_package(GTest CONFIG QUIET)
 if(NOT GTest_FOUND)
   set(sources /usr/src/googletest)

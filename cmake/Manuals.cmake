@@ -1,5 +1,5 @@
-# With KVO_BUILD_MANUALS the reference (HTML) and the manual pages are built with all else, in manuals/, and installed. Target
-# "manuals" builds them alone.
+# With KVO_BUILD_MANUALS the HTML reference and the manual pages are part of the build, in manuals/, and of the installation. The
+# target "manuals" builds only them.
 find_program(KVO_DOXYGEN doxygen)
 find_program(KVO_PYTHON3 python3)
 

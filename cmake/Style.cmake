@@ -1,4 +1,4 @@
-# Targets "format" (rewrites) and "format-check" over everything that git tracks.
+# Targets "format" (rewrites) and "format-check" for all files that git tracks.
 find_program(CLANG_FORMAT clang-format)
 
 set(list_sources git ls-files "*.cpp" "*.h" "*.c")

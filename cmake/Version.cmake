@@ -1,5 +1,5 @@
-# The version has one place, include/kvo_hws/version.h: programs can be built against the headers before anything is configured.
-# kvo_read_version(VARIABLE): the version that stands there.
+# The version is defined in one place, include/kvo_hws/version.h, so that programs can use the headers without configuring a build.
+# kvo_read_version(VARIABLE): reads the version from that header.
 function(kvo_read_version variable)
   set(header ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/../include/kvo_hws/version.h)
   file(READ ${header} text)
@@ -16,10 +16,10 @@ function(kvo_read_version variable)
   set(${variable} ${version} PARENT_SCOPE)
 endfunction()
 
-# kvo_file_version(VERSION VARIABLE): what follows "libkvo_hws.so." in the name of the library's file.
-# ldconfig has the SONAME's link point to the file whose name sorts last, number by number. The first number is the SONAME's,
-# whatever the version; the rest has to rise with the version, past 1.0.0 too. So the second carries both the version's first
-# and second: 0.9.5 lies in libkvo_hws.so.0.9.5, 1.0.0 in libkvo_hws.so.0.1000.0, 1.2.3 in libkvo_hws.so.0.1002.3.
+# kvo_file_version(VERSION VARIABLE): the text after "libkvo_hws.so." in the name of the library's file.
+# ldconfig lets the SONAME's link point to the file whose name sorts last, number by number. The first number is the SONAME's, for
+# every version; the others must grow with the version, also past 1.0.0. So the second number combines the version's first and
+# second: 0.9.5 is in libkvo_hws.so.0.9.5, 1.0.0 in libkvo_hws.so.0.1000.0, 1.2.3 in libkvo_hws.so.0.1002.3.
 function(kvo_file_version version variable)
   string(REPLACE . ";" numbers ${version})
   list(GET numbers 0 major)

@@ -1,7 +1,7 @@
-# A bare Debian as a directory, and commands that have it as their whole world. Sourced by a script that needs root; it sets
-#   suite  Debian's name for the release: bookworm
-#   work   a directory that is kept between runs: what was downloaded
-# and then calls make_root, as often as it wants another one. The root is gone when the script ends.
+# Makes a bare Debian in a directory and runs commands in it. Sourced by a script that runs as root. The script sets
+#   suite  Debian's name for the release, such as bookworm
+#   work   a directory for downloads, which is kept between runs
+# and then calls make_root, each time that it needs a fresh root. The root is removed when the script ends.
 # shellcheck shell=bash
 # shellcheck disable=SC2154 # set by the script
 
@@ -9,14 +9,14 @@ mirror=http://deb.debian.org/debian
 root=
 bare_root_place=
 
-# Why there can be no such root here; nothing where there can.
+# Prints why this machine cannot make such a root; prints nothing if it can.
 why_no_root() {
     if [ "$(id -u)" -ne 0 ]; then
-        echo "needs root, to make a bare system and to enter it"
+        echo "needs root to make and to enter a bare system"
     elif ! command -v debootstrap >/dev/null; then
         echo "no debootstrap (scripts/setup.sh package installs it)"
     elif ! unshare --mount --pid --fork true 2>/dev/null; then
-        echo "this machine grants no mounts of one's own (unshare)"
+        echo "this machine does not allow private mounts (unshare)"
     fi
 }
 
@@ -36,7 +36,7 @@ make_bare_tar() {
     rm -rf "$work/root.new"
 }
 
-# An empty one at $root; with this machine's sources of Debian's packages, where it runs the same release.
+# Makes a fresh root in $root. It uses this machine's package sources if the machine runs the same release.
 make_root() {
     mkdir -p "$work/archives/partial"
     [ -s "$work/$suite.tar" ] || make_bare_tar
@@ -57,10 +57,10 @@ make_root() {
     in_root apt-get -qq update
 }
 
-# in_root COMMAND...: what is mounted is mounted in a namespace of its own: it is gone with the command, however that ends, and so is
-# everything that the command started.
+# in_root COMMAND...: runs the command in a mount and process namespace of its own. Its mounts and its processes end with the
+# command, however that ends.
 in_root() {
-    # shellcheck disable=SC2016 # read by the shell in there
+    # shellcheck disable=SC2016 # the shell in the root expands it
     unshare --mount --pid --fork --kill-child --propagation private bash -euc '
         root=$1 archives=$2; shift 2
         mount --bind "$root" "$root"

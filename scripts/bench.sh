@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Usage: scripts/bench.sh [SUBJECT...]
 # Builds the benchmarks and prints the library's time against the same work in a baseline, with goals and verdicts.
-# The subjects: exchange, lists, reading, writing, usb, agent, plant; all of them when none is named.
+# Subjects: exchange, lists, reading, writing, usb, agent, plant. Without a subject all of them run.
 set -euo pipefail
 . "$(dirname "$0")/common.sh"
 help_if_asked "$@"

@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
 # Usage: scripts/build_matrix.sh [--all | BUILD...]
-# Builds as a user without our presets does: plain CMake, from a read-only copy of the last commit (of the files as they lie
-# here where there is no git), with each compiler, build type and generator. Warnings are errors.
-#   --all   what a release is held to: each compiler with all build types, Make, -flto, _FORTIFY_SOURCE=3; only compilers that are
-#           not the default ones of this Debian may be missing, and their builds are left out
+# Builds as a user without our presets does: with plain CMake, from a read-only copy of the last commit (of the working tree if
+# this is not a git repository). Warnings are errors.
+#   --all   the builds that a release must pass: each compiler with all build types, Make, -flto and _FORTIFY_SOURCE=3. Compilers that
+#           are not this Debian's default may be missing; their builds are left out
 #   BUILD   COMPILER[-VERSION]:TYPE[:Make][:lto][:fortify], such as gcc:Release, clang-14:Debug:Make, gcc-14:None:lto; TYPE is None,
 #           Debug, Release, MinSizeRel or RelWithDebInfo. Without any: gcc:Release clang:Release
-# The exit status is 0 only if all these builds were made; the last lines say which ones were not. KVO_MATRIX_TARGETS in the environment names what is built, "all" by default; the build folders are in build/matrix.
+# The exit status is 0 only if all these builds were made; the last lines list those that were not. The environment variable
+# KVO_MATRIX_TARGETS names the targets, "all" by default. The build folders are in build/matrix.
 set -euo pipefail
 . "$(dirname "$0")/common.sh"
 help_if_asked "$@"
@@ -26,13 +27,13 @@ for word; do
         ;;
     esac
 done
-[ -z "$all" ] || [ ${#builds[@]} -eq 0 ] || refuse "--all names every build already; leave \"${builds[0]}\" out"
+[ -z "$all" ] || [ ${#builds[@]} -eq 0 ] || refuse "--all includes every build; leave \"${builds[0]}\" out"
 [ ${#builds[@]} -gt 0 ] || [ -n "$all" ] || builds=(gcc:Release clang:Release)
 
 scripts/setup.sh
 own=("gcc-$(default_version g++)" "clang-$(default_version clang)")
 if [ -n "$all" ]; then
-    # Those of Debian 12 and 13.
+    # The compilers of Debian 12 and 13.
     compilers=(gcc-12 gcc-14 clang-14 clang-19)
     for compiler in "${own[@]}"; do
         [[ " ${compilers[*]} " == *" $compiler "* ]] || compilers+=("$compiler")
@@ -46,7 +47,7 @@ if [ -n "$all" ]; then
 fi
 
 mkdir -p "$out"
-# Old, so that whatever is written into the sources is younger.
+# The copy gets an old date, so that any file that a build writes into the sources is newer.
 rm -rf "$out/source"
 mkdir "$out/source"
 if [ -e .git ]; then
@@ -65,12 +66,12 @@ cxx_of() { # COMPILER
     esac
 }
 
-# None is the empty build type: what a user has who names none.
+# None is the empty build type, which a user gets who names no build type.
 build() { # COMPILER TYPE WORDS FOLDER
     local generator=Ninja flags=()
     [[ $3 != *:Make* ]] || generator="Unix Makefiles"
     [[ $3 != *:lto* ]] || flags+=(-flto=auto)
-    # Debian's compilers do not look for it by themselves; without optimization it says so, which is a warning.
+    # Debian's compilers do not define it by default; without optimization it causes a warning.
     [[ $3 != *:fortify* ]] || flags+=(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3)
     local type=$2
     [ "$type" != None ] || type=
@@ -79,7 +80,7 @@ build() { # COMPILER TYPE WORDS FOLDER
         nice cmake --build "$4" -j "$(nproc)" --target ${KVO_MATRIX_TARGETS:-all}
 }
 
-# Whether it may be missing here: by --all, when it is of another Debian.
+# Succeeds if the compiler may be missing: with --all, if it belongs to another Debian.
 may_be_missing() { # COMPILER
     [ -n "$all" ] && [[ $1 == *-* && " ${own[*]} " != *" $1 "* ]]
 }
@@ -107,16 +108,16 @@ for build in "${builds[@]}"; do
         failed=$((failed + 1))
         continue
     fi
-    # Only the logs are kept: a build takes half a gigabyte.
+    # Keep only the logs: a build takes half a gigabyte.
     find "$folder" -mindepth 1 ! -name build.log -delete
 done
 
 written=$(find "$out/source" -newermt @1000000001)
 if [ -n "$written" ]; then
-    printf 'build_matrix.sh: the builds have written into their sources:\n%s\n' "$written"
+    printf 'build_matrix.sh: the builds wrote into their sources:\n%s\n' "$written"
     failed=$((failed + 1))
 fi
-[ ${#left_out[@]} -eq 0 ] || echo "build_matrix.sh: left out, as their compilers are of another Debian and not here: ${left_out[*]}"
-[ ${#missing[@]} -eq 0 ] || echo "build_matrix.sh: NOT BUILT, as their compilers are not here: ${missing[*]}"
+[ ${#left_out[@]} -eq 0 ] || echo "build_matrix.sh: left out because their compilers belong to another Debian and are not installed: ${left_out[*]}"
+[ ${#missing[@]} -eq 0 ] || echo "build_matrix.sh: NOT BUILT because their compilers are not installed: ${missing[*]}"
 echo "build_matrix.sh: $built built, $failed failed, ${#missing[@]} not built, ${#left_out[@]} left out"
 [ $((failed + ${#missing[@]})) -eq 0 ]

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Usage: scripts/coverage.sh
-# Passes the tests with a library that counts its lines, and tells which of them were run: a summary, and every line that was not,
-# with the reason why no test does. Fails below 97 % of the lines, and where such a reason is missing or no longer needed
-# (cmake/coverage-explained.txt). The whole report: build/coverage/report/index.html, and not-run.txt beside it.
+# Runs the tests with a library that counts executed lines. Prints a summary, and each line that no test runs with the reason
+# (cmake/coverage-explained.txt). Fails if less than 97 % of the lines are run, or if a reason is missing or no longer needed.
+# The full report is build/coverage/report/index.html, with not-run.txt beside it.
 set -euo pipefail
 . "$(dirname "$0")/common.sh"
 help_if_asked "$@"
@@ -12,7 +12,7 @@ scripts/setup.sh coverage
 configure build/coverage --preset coverage
 build build/coverage 3
 find build/coverage -name '*.gcda' -delete
-# Python's tests find no more lines of the library, and are passed with the library as shipped.
+# Python's tests are left out: they do not run further lines of the library, and they run with the release build.
 ctest --preset coverage -j 8 --progress -E '^python_'
 
 rm -rf build/coverage/report

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Usage: scripts/debian13.sh
-# Runs "./test.sh release" of the last commit on a bare Debian 13, which it makes, and then builds there without presets, by gcc and
-# clang (scripts/build_matrix.sh). Needs root, debootstrap, and Debian's mirror; takes as long as three first builds and all tests do.
-# What is downloaded is kept in build/debian13, and so are the logs.
+# Makes a bare Debian 13, runs "./test.sh release" of the last commit there, and then builds without presets with gcc and clang
+# (scripts/build_matrix.sh). Needs root, debootstrap and Debian's mirror, and the time of three full builds and all tests.
+# Downloads and logs are kept in build/debian13.
 set -euo pipefail
 . "$(dirname "$0")/common.sh"
 help_if_asked "$@"
@@ -13,7 +13,7 @@ work=$PWD/build/debian13
 
 reason=$(why_no_root)
 [ -z "$reason" ] || { echo "debian13.sh: $reason" >&2; exit 1; }
-[ -z "$(git status --porcelain)" ] || echo "debian13.sh: what is not committed is not tested" >&2
+[ -z "$(git status --porcelain)" ] || echo "debian13.sh: uncommitted changes are not tested" >&2
 trap remove_root EXIT
 trap 'exit 130' INT TERM HUP
 

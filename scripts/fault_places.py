@@ -1,7 +1,7 @@
 """Finds the places of C and C++ sources where a fault of one line can be planted.
 
-A place changes one line in one way, which follows from the line alone, so that its name stays as long as the line is where it is.
-The sources are read as tokens and not parsed: a change that does not compile is left to the compiler.
+A place changes one line in one way that depends on that line alone. So its name stays the same as long as the line keeps its number.
+The sources are read as tokens and are not parsed: the compiler rejects changes that are not valid code.
 """
 
 from __future__ import annotations
@@ -12,13 +12,13 @@ import random
 import re
 from collections.abc import Iterable, Iterator
 
-# The kinds, and how often one is drawn against the others. Locks are few, and seldom missed by a test that runs once.
+# The kinds and their weights in the random choice. A missing lock is rarely noticed by a test that runs once.
 KINDS = {
-    "relation": 4,   # a comparison off by one, or turned around
+    "relation": 4,   # a comparison off by one, or reversed
     "constant": 4,   # a number off by one, true for false
     "statement": 4,  # a call, assignment or count left out
     "return": 4,     # another value returned
-    "text": 3,       # a character of a text changed
+    "text": 3,       # one character of a text changed
     "lock": 1,       # a guard left out
 }
 RELATIONS = {"<": "<=", "<=": "<", ">": ">=", ">=": ">", "==": "!=", "!=": "=="}
@@ -35,15 +35,15 @@ TOKEN = re.compile(r"""
   | (?P<line>\n)
 """, re.VERBOSE | re.DOTALL)
 
-# What a line begins with that states no more than how something is called, or what is so anyway.
+# First words of lines that only declare something or assert what is always true.
 NOT_CODE = {"using", "namespace", "template", "extern", "static_assert", "_Static_assert", "typedef", "class", "struct", "union",
             "friend", "asm", "__asm__"}
-# What begins a statement that is not an expression.
+# First words of statements that are not expressions.
 NOT_EXPRESSIONS = NOT_CODE | {
     "return", "if", "else", "for", "while", "do", "switch", "case", "default", "break", "continue", "goto", "throw", "delete", "try",
     "catch", "const", "constexpr", "static", "auto", "enum", "virtual", "inline", "public", "private", "protected", "explicit",
     "operator", "co_return", "static_cast", "requires", "concept"}
-# What follows the name that a statement begins with in an expression, and not in a declaration.
+# Tokens after the first name of an expression, but not of a declaration.
 EXPRESSES = {"(", "[", ")", "=", "++", "--", "+=", "-=", "*=", "/=", "|=", "&=", "^=", "%=", "<<=", ">>=", "<<"}
 GUARD = re.compile(r"(?:const\s+)?(?:\w+::)*(?:lock_guard|scoped_lock|unique_lock|shared_lock|NoCancellation|\w*Lock)(?:<[^;]*>)?"
                    r"\s+\w+(?:\(.*\)|\{.*\})?;")
@@ -60,7 +60,7 @@ class Token:
 
 @dataclasses.dataclass(frozen=True)
 class Place:
-    """A fault: what its line reads before and after. The name is FILE:LINE:KIND, with .2 and so on for further ones of a line."""
+    """A fault: its line before and after. The name is FILE:LINE:KIND, followed by .2 and so on for further faults of a line."""
 
     file: str
     line: int
@@ -83,9 +83,9 @@ class Place:
 
 
 def tokens_of(source: str) -> Iterator[Token]:
-    """The tokens that count: no comments, no directives of the preprocessor."""
+    """The tokens without comments and preprocessor directives."""
     line, line_start, position = 1, 0, 0
-    begins = True  # nothing but spaces so far on this line
+    begins = True  # only spaces so far on this line
     while position < len(source):
         if begins and source[position] == "#":
             end = re.compile(r"(?:/\*.*?\*/|\\\n|[^\n])*", re.DOTALL).match(source, position)
@@ -113,7 +113,7 @@ def tokens_of(source: str) -> Iterator[Token]:
 
 
 class Line:
-    """The tokens of a line, and what stands around them."""
+    """The tokens of a line and their context."""
 
     def __init__(self, text: str, tokens: list[Token], before: Token | None):
         self.text = text
@@ -137,7 +137,7 @@ class Line:
 
 
 def is_relation(line: Line, token: Token) -> bool:
-    """The brackets of a template have no space on one side."""
+    """Whether this is a bracket of a template, which has no space on one side."""
     around = line.text[token.start - 1:token.start] + line.text[token.end:token.end + 1]
     return token.text in RELATIONS and not (token.text in ("<", ">") and around.strip())
 
@@ -149,7 +149,7 @@ def relations(line: Line) -> Iterator[str]:
 
 
 def changed_number(text: str) -> str | None:
-    """The next number in the same form; 0 for 1. Nothing for floating point."""
+    """The next number in the same notation; 0 for 1. None for floating point."""
     found = re.fullmatch(r"(?P<prefix>0[xX]|0(?=[0-7])|)(?P<digits>[0-9a-fA-F']+)(?P<suffix>(?:[uUlLzZ]|h|min|[mun]?s)*)", text)
     if found is None:
         return None
@@ -164,7 +164,7 @@ def changed_number(text: str) -> str | None:
 
 
 def is_bound(line: Line, index: int) -> bool:
-    """Whether a number is the size of an array that is declared there: char text[64]."""
+    """Whether a number is the size in the declaration of an array: char text[64]."""
     tokens = line.tokens
     return index >= 3 and tokens[index - 1].text == "[" and tokens[index - 2].kind == "word" and \
         (tokens[index - 3].kind == "word" or tokens[index - 3].text in ("*", "&", ">"))
@@ -213,7 +213,7 @@ def returns(line: Line) -> Iterator[str]:
         return
     value = tokens[start + 1:end]
     text = line.text[value[0].start:value[-1].end]
-    # Numbers and the like are constants already, and *this has nothing in its place.
+    # Numbers and the like are faults of kind "constant" already, and *this has no replacement.
     if value[-1].kind in ("number", "raw") and len(value) < 3 or text in ("true", "false", "nullptr", "{}", "*this", '""'):
         return
     depth, top = 0, []
@@ -238,7 +238,7 @@ def locks(line: Line) -> Iterator[str]:
         yield line.replaced(line.tokens[0].start, line.tokens[-1].end, ";")
 
 
-# What stands for something else in a text: escapes, and the conversions of printf, which the compiler compares with the arguments.
+# Parts of a text that are not plain characters: escapes, and printf's conversions, which the compiler checks.
 NO_LETTER = re.compile(r"\\x[0-9a-fA-F]+|\\[0-7]{1,3}|\\.|%[-+ #0]*[0-9*]*(?:\.[0-9*]+)?(?:hh|h|ll|l|z|j|t)?[a-zA-Z%]")
 
 
@@ -247,7 +247,7 @@ def texts(line: Line) -> Iterator[str]:
         if token.kind not in ("text", "letter"):
             continue
         taken = [range(found.start(), found.end()) for found in NO_LETTER.finditer(token.text)]
-        quote = token.text.index(token.text[-1])  # after the u8 or L of a text that has one
+        quote = token.text.index(token.text[-1])  # after a prefix u8 or L
         letters = [place for place in range(quote + 1, len(token.text) - 1) if token.text[place].isascii()
                    and token.text[place].isalnum() and not any(place in span for span in taken)]
         if not letters:
@@ -262,7 +262,7 @@ FINDERS = {"relation": relations, "constant": constants, "statement": statements
 
 
 def counting(tokens: Iterable[Token]) -> Iterator[tuple[Token, bool]]:
-    """Each token, and whether it is one of code: not of a declaration in NOT_CODE, nor of an attribute."""
+    """Each token, and whether it is code: not part of a declaration in NOT_CODE or of an attribute."""
     begins, skipping, attribute = True, False, 0
     in_list = False  # of __attribute__((...)), whose parentheses are counted
     for token in tokens:
@@ -278,7 +278,7 @@ def counting(tokens: Iterable[Token]) -> Iterator[tuple[Token, bool]]:
 
 
 def lines_of(source: str) -> Iterator[tuple[int, Line]]:
-    """The lines that have code, by their numbers."""
+    """The lines that have code, by number."""
     texts_of_lines = source.split("\n")
     lines: dict[int, Line] = {}
     previous: Token | None = None
@@ -300,7 +300,7 @@ def places_in(file: str, source: str) -> Iterator[Place]:
 
 
 def places_below(root: pathlib.Path, paths: Iterable[str]) -> list[Place]:
-    """All places in these files and folders, in the order of files and lines."""
+    """All places in these files and folders, ordered by file and line."""
     files: set[str] = set()
     for path in paths:
         found = [root / path] if (root / path).is_file() else (root / path).rglob("*")
@@ -309,7 +309,7 @@ def places_below(root: pathlib.Path, paths: Iterable[str]) -> list[Place]:
 
 
 def drawn(places: Iterable[Place], seed: int) -> Iterator[Place]:
-    """All places, in the order in which this seed draws them."""
+    """All places in this seed's random order."""
     numbers = random.Random(seed)
     by_kind: dict[str, list[Place]] = {}
     for place in places:

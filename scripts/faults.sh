@@ -1,22 +1,22 @@
 #!/usr/bin/env bash
 # Usage: scripts/faults.sh [COUNT] [OPTION...] [PATH...]     100 faults in the library's folders by default
-# Shows what the tests do not notice: plants faults of one line, one at a time, in a copy of the sources as they lie here, runs the
-# nearest tests first, and lists the faults that survive all tests. PATH is a file or folder to plant in, such as service or
-# tools/kvosim. The kinds of faults:
-#   relation    a comparison off by one, or turned around      return   another value returned
-#   constant    a number off by one, true for false            text     a character of a text changed
+# Finds faults that the tests miss (mutation testing). Plants faults of one line, one at a time, in a copy of the working tree, runs
+# the nearest tests first, and lists the faults that survive all tests. PATH is a file or folder to plant in, such as service or
+# tools/kvosim. Kinds of faults:
+#   relation    a comparison off by one, or reversed           return   another value returned
+#   constant    a number off by one, true for false            text     one character of a text changed
 #   statement   a call, assignment or count left out           lock     a guard left out
-#   --seed=N       other faults than those of seed 1; the same seed plants the same ones in the same sources
-#   --list         prints the faults and plants none; some of them may not compile
-#   --only=NAME    this fault instead of COUNT drawn ones, repeatable: FILE:LINE for all of a line, FILE:LINE:KIND, or "survivors"
-#                  for those of the last run
-#   -jN            tests at a time; 12 for each processor by default, as tests mostly wait
-# A fault that does not compile is replaced by the next one. One that makes no difference to an optimising compiler counts as
-# equivalent. Left out are tests of other things than what the code does (packages, manuals, scripts) and the long ones (endurance,
-# soak). A fault that survives is a test that is missing, or code that is not needed, or a difference that no caller can see: people
-# judge. A lock that is missing is more often seen by the sanitizers' builds, which are not run here.
-# The report is also in build/faults/report.txt. Exit status: 0 when all were planted, whatever survived; 1 where the copy cannot be
-# built, or tests fail without a fault.
+#   --seed=N       seed of the random choice, 1 by default; the same seed plants the same faults in the same sources
+#   --list         prints the faults without planting them; some of them may not compile
+#   --only=NAME    this fault instead of COUNT random ones; repeatable. FILE:LINE for all faults of a line, FILE:LINE:KIND, or
+#                  "survivors" for those of the last run
+#   -jN            tests at a time; 12 for each processor by default, because tests mostly wait
+# A fault that does not compile is replaced by the next one. A fault that does not change the optimized object code counts as
+# equivalent. Tests that do not judge the code's behaviour (packages, manuals, scripts) and long tests (endurance, soak) are left
+# out. A surviving fault means that a test is missing, that the code is not needed, or that no caller can see the difference:
+# a person has to judge. The sanitizers, which find missing locks more often, are not used here.
+# The report is also in build/faults/report.txt. Exit status: 0 if all faults were planted, whatever survived; 1 if the copy cannot
+# be built or if tests fail without a fault.
 set -euo pipefail
 . "$(dirname "$0")/common.sh"
 help_if_asked "$@"
@@ -36,7 +36,7 @@ for word; do
         ;;
     --only=*)
         [[ $word =~ ^--only=(survivors|[^:]+:[0-9]+(:[a-z]+(\.[0-9]+)?)?)$ ]] ||
-            refuse "\"$word\" names no fault; write --only=service/readers.cpp:56 or --only=survivors"
+            refuse "\"$word\" does not name a fault; write --only=service/readers.cpp:56 or --only=survivors"
         only+=("only=${word#*=}")
         ;;
     -j*)
@@ -67,9 +67,10 @@ fi
 scripts/setup.sh
 mkdir -p $out
 exec 9>$out/lock
-flock -n 9 || { echo "scripts/faults.sh: another run is at work in $out" >&2; exit 1; }
+flock -n 9 || { echo "scripts/faults.sh: another run is using $out" >&2; exit 1; }
 python3 scripts/plant_faults.py copy $out
-# Quick to compile; a change of the library links it alone, and what a fault makes of a test program is not run to list its cases.
+# Options for quick builds: a change of the library links the library alone, and a test program is not run to list its cases,
+# because a fault may make it do anything.
 configure $out/build -S $out/source --preset debug -DCMAKE_C_FLAGS_DEBUG="-O0 -g0" -DCMAKE_CXX_FLAGS_DEBUG="-O0 -g0" \
     -DCMAKE_DISABLE_PRECOMPILE_HEADERS=OFF -DCMAKE_UNITY_BUILD=OFF -DKVO_BUILD_MANUALS=OFF -DCMAKE_LINK_DEPENDS_NO_SHARED=ON \
     -DCMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE=PRE_TEST

@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Usage: scripts/fuzz.sh [MINUTES [FUZZER...]]     MINUTES in all, 3 by default, fractions too; all fuzzers when none is named
-#        scripts/fuzz.sh minimise [FUZZER...]      makes the corpus the smallest set that reaches as much, with what was found
-# Builds the fuzzers and lets each replay its corpus, then search from there and from what earlier runs came upon
-# (build/fuzz/found). The fuzzers are the folders of fuzz/corpus: in each the inputs that were put there for what they show, by a
-# name that says it, and in its folder "found" those that a search found, named by their content.
+# Usage: scripts/fuzz.sh [MINUTES [FUZZER...]]     MINUTES in total, 3 by default, fractions allowed; all fuzzers by default
+#        scripts/fuzz.sh minimise [FUZZER...]      adds what was found to the corpus and reduces it without losing coverage
+# Builds the fuzzers. Each one replays its corpus and then searches from there and from the inputs that earlier runs found
+# (build/fuzz/found). Each fuzzer has a folder in fuzz/corpus. That folder holds the inputs that people wrote, named after what they
+# show; its folder "found" holds the inputs that a search found, named after their content.
 set -euo pipefail
 . "$(dirname "$0")/common.sh"
 help_if_asked "$@"
@@ -23,9 +23,9 @@ scripts/setup.sh
 configure build/fuzz --preset fuzz
 build build/fuzz 2 "${@/#/fuzz_}"
 
-# libFuzzer counts in whole seconds, and goes on for one more.
+# libFuzzer counts whole seconds and runs for one more.
 seconds=$(awk -v minutes="$minutes" -v fuzzers=$# 'BEGIN { each = int(minutes * 60 / fuzzers) - 1; print each < 1 ? 1 : each }')
-# What fuzzers keep in files is read and written for every input, and left behind by one that a fault has ended.
+# Fuzzers read and write files for every input, and leave them there after a crash; so they work in a folder in memory that is removed.
 shared_memory=/dev/shm
 [ -w $shared_memory ] || shared_memory=${TMPDIR:-/tmp}
 TMPDIR=$(mktemp -d "$shared_memory/fuzz.XXXXXX")
@@ -37,12 +37,12 @@ bytes() { find "$1" -type f -exec cat {} + | wc -c; } # FOLDER
 
 fault() { # FUZZER LOG INPUT
     grep -v '^#' "$2" | tail -n 40
-    echo "$1: FAULT; again with: build/fuzz/bin/fuzz_$1 $3"
+    echo "$1: FAULT; reproduce it with: build/fuzz/bin/fuzz_$1 $3"
     return 1
 }
 
 run() { # FUZZER
-    # Found and kept by their full names: a fuzzer may work in a folder of its own.
+    # Full paths, because a fuzzer may change its working directory.
     local program=build/fuzz/bin/fuzz_$1 corpus=$PWD/fuzz/corpus/$1 found=$PWD/build/fuzz/found/$1 log=build/fuzz/$1.log
     local inputs known
     mkdir -p "$found" "$found.faults"
@@ -56,8 +56,8 @@ run() { # FUZZER
     echo "$1: ${#inputs[@]} inputs replayed, $(($(count "$found") - known)) new in $(sed -n 's/^Done.* in \([0-9]*\) .*/\1/p' "$log") s"
 }
 
-# The smallest set of found inputs that, with the named ones, reach as much, and as often; of a fuzzer with much to reach, as much
-# alone. The named ones stay as they are.
+# Reduces the found inputs without losing coverage, counting how often a line is reached (for a fuzzer with much to cover, without
+# that count). The named inputs are kept.
 minimise() { # FUZZER
     local corpus=$PWD/fuzz/corpus/$1 found=$PWD/build/fuzz/found/$1 smallest=$PWD/build/fuzz/smallest/$1
     local log=build/fuzz/$1.log before often

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Usage: scripts/manuals.sh
-# Builds the manuals in demo.sh's build folder: build/demo/manuals/html/ is the reference, man/ the manual pages, which "cmake
-# --install build/demo" installs beside everything else. The shells' completions need no building.
+# Builds the manuals in demo.sh's build folder: the reference in build/demo/manuals/html/ and the manual pages in man/.
+# "cmake --install build/demo" then installs them with everything else. Shell completions do not have to be built.
 set -euo pipefail
 . "$(dirname "$0")/common.sh"
 help_if_asked "$@"

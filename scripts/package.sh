@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Usage: scripts/package.sh [--check] [--working-tree]
-# Builds the Debian packages, and a source package, out of the last commit into build/packages, and has lintian look at them.
-#   --check         builds twice, in folders, time zones and locales that differ, and compares all files byte by byte
-#   --working-tree  packages the files as they lie here instead, committed or not
+# Builds the Debian packages and a source package from the last commit into build/packages, and checks them with lintian.
+#   --check         builds twice, in different folders, time zones and locales, and compares all files byte by byte
+#   --working-tree  packages the working tree instead, with uncommitted changes
 set -euo pipefail
 umask 022
 . "$(dirname "$0")/common.sh"
@@ -20,7 +20,7 @@ for option in "$@"; do
     esac
 done
 scripts/setup.sh package
-# Debian's own compiler and Python, whatever else is installed here.
+# Use Debian's own compiler and Python, even if others are installed.
 export PATH=/usr/sbin:/usr/bin:/sbin:/bin
 
 # Every date in the packages is the last commit's.
@@ -36,19 +36,19 @@ export_source() { # DIRECTORY
     else
         git archive HEAD | tar -x -C "$1"
     fi
-    # debhelper wants it at the top, where nobody else has a use for it.
+    # debhelper expects the folder debian/ at the top.
     cp -r "$1/packaging/debian" "$1/debian"
     "$1/packaging/changelog.py" --date "$SOURCE_DATE_EPOCH" >"$1/debian/changelog"
     find "$1" -exec touch --no-dereference --date="@$SOURCE_DATE_EPOCH" {} +
 }
 
-# What has been built lies in the folder above the source.
+# The packages are written to the folder above the sources.
 build_packages() { # DIRECTORY JOBS
     rm -rf "$1"
     mkdir -p "$1"
     cp -a "$out/source" "$1/kvo-hws"
     cd "$1/kvo-hws"
-    # In a group of its own, as it does not end what it started when it is ended.
+    # In a process group of its own, because it does not end its child processes when it is ended.
     exec setsid nice dpkg-buildpackage --build=full --no-sign "-j$2"
 }
 
@@ -62,7 +62,7 @@ if [ -z "$check" ]; then
     start_building "$out/work.log" build_packages "$work" "$(nproc)"
     await_build 2
 else
-    # Beside one another; the second in a folder whose path is longer, at the other end of the world, and in another locale.
+    # Both builds run at the same time; the second has a longer path, another time zone and another locale.
     half=$((($(nproc) + 1) / 2))
     (TZ=Pacific/Kiritimati LC_ALL=C build_packages "$again" "$half") >"$again.log" 2>&1 &
     second=$!
@@ -77,7 +77,7 @@ fi
 lintian --fail-on error,warning --allow-root "$work"/*.changes
 mv "$work"/*.* "$out"
 rm -rf "$work" "$out/source"
-echo "package.sh: built, and nothing to tell for lintian:"
+echo "package.sh: built, without complaints from lintian:"
 (cd "$out" && stat -c '%10s  %n' -- *.deb *.dsc *.tar.*)
 
 [ -n "$check" ] || exit 0

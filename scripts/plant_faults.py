@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Plants faults of one line, one at a time, in a copy of the sources that has been built, and finds out which ones no test notices.
-scripts/faults.sh has the copy made, builds it and calls this; its help describes what comes out.
+"""Plants faults of one line, one at a time, in a copy of the sources that has been built, and reports which ones no test notices.
+scripts/faults.sh makes and builds the copy and calls this program; its help describes the report.
 
     plant_faults.py copy FOLDER                       brings the copy in FOLDER/source up to date
     plant_faults.py list|run FOLDER JOBS COUNT SEED [only=NAME]... PATH...
@@ -31,22 +31,22 @@ sys.dont_write_bytecode = True  # the sources stay as they are
 import fault_places
 from fault_places import Place
 
-# Tests that judge something else than what the code does, or take longer than what they notice is worth for every fault.
+# Tests that do not judge the code's behaviour, or take too long to run for every fault.
 LEFT_OUT = re.compile(r"header_|binary_interface|installation|library_file_names|building_|docs_tutorial|docs_readme|packages_|"
                       r"structure_|scripts_|soak_|manuals_|completions_|examples_in_docs|python_mypy|\w*endurance_test")
-SHARE_SECONDS = 3.0  # a program's cases are run in shares of about this time, beside one another
+SHARE_SECONDS = 3.0  # a program's cases are run in parallel groups of about this time
 PATIENCE_SECONDS = 10.0
-PATIENCE_FACTOR = 3.0  # a test that takes longer than this many times its usual time, and the seconds, hangs
+PATIENCE_FACTOR = 3.0  # a test hangs if it takes longer than its usual time times this factor, plus the seconds above
 
 
 class Failed(Exception):
-    """What ends the run, in a sentence."""
+    """An error that ends the run; its text is a sentence."""
 
 
 # ---- The copy ----
 
 def files_of(root: pathlib.Path) -> list[str]:
-    """The files as they lie there, without what git ignores."""
+    """The files of the working tree that git does not ignore."""
     if (root / ".git").exists():
         listed = subprocess.run(["git", "-C", root, "ls-files", "-co", "--exclude-standard", "-z"], check=True, capture_output=True)
         names = [os.fsdecode(name) for name in listed.stdout.split(b"\0") if name]
@@ -57,7 +57,7 @@ def files_of(root: pathlib.Path) -> list[str]:
 
 
 def copy_sources(root: pathlib.Path, to: pathlib.Path) -> None:
-    """Writes only what differs, so that only that is built again."""
+    """Writes only files that differ, so that only they are built again."""
     wanted = set(files_of(root))
     for path in sorted(to.rglob("*"), reverse=True):
         if path.is_dir() and not path.is_symlink():
@@ -79,7 +79,7 @@ def copy_sources(root: pathlib.Path, to: pathlib.Path) -> None:
 
 @dataclasses.dataclass
 class Test:
-    """What is run at once: a test program, a share of its cases, or any other test of CTest."""
+    """A unit to run: a test program, a group of its cases, or another test of CTest."""
 
     name: str
     command: list[str]
@@ -109,7 +109,7 @@ class Outcome:
     hung: bool = False
 
     def culprit(self) -> str:
-        """The case that failed, as far as the output shows it."""
+        """The failed case, if the output shows it."""
         for pattern in (r"^\[  FAILED  \] ([^\s,]+)", r"^FAILED (\S+)"):
             found = re.search(pattern, self.output, re.MULTILINE)
             if found:
@@ -119,8 +119,8 @@ class Outcome:
 
 
 class Tests:
-    """The tests of a build, and how they are run: each among processes, sockets and a /tmp of its own, on a system that it cannot
-    write to, because a program with a fault may end or remove anything."""
+    """The tests of a build. Each runs in process, network and mount namespaces of its own, with a private /tmp on a read-only system,
+    because a program with a fault may end or remove anything."""
 
     def __init__(self, folder: pathlib.Path, jobs: int):
         self.folder, self.build, self.jobs = folder, folder / "build", jobs
@@ -154,14 +154,14 @@ class Tests:
         self.tests += programs.values()
 
     def _read_sources(self, programs: dict[str, Test]) -> None:
-        """Which sources a program is made of: "threads" of threads_test.cpp."""
+        """The name of the sources that a program tests: "threads" for threads_test.cpp."""
         for words in compile_commands(self.build):
             target = re.search(r"CMakeFiles/([^/]+)\.dir/", words[words.index("-o") + 1])
             if target and target.group(1) in programs:
                 programs[target.group(1)].stems.add(pathlib.Path(words[-1]).stem.removesuffix("_test"))
 
     def learn(self, outcomes: Iterable[Outcome]) -> None:
-        """Cuts long programs into shares of their cases, by the time that each case took."""
+        """Divides long programs into groups of cases, by the time of each case."""
         self.tests = [share for outcome in outcomes for share in shares_of(outcome)]
 
     def nearest_first(self, file: str) -> list[Test]:
@@ -170,14 +170,14 @@ class Tests:
         def order(test: Test) -> tuple[int, bool, float]:
             common = pathlib.PurePath(os.path.commonpath(["/" + str(path.parent), "/" + test.mirrored])).parts
             near = len(common) - 1 + (path.stem in test.stems and len(common) > 1)
-            # Of the near ones those that are soon done; of the others those that take longest, as all of them are waited for.
+            # Among the near tests the quickest come first; among the others the slowest, because the run waits for all of them.
             other_side = test.mirrored.startswith("tools") != file.startswith("tools")
             return (-near, other_side, test.seconds if near else -test.seconds)
 
         return sorted(self.tests, key=order)
 
     def run(self, tests: Sequence[Test], *, all_of_them: bool = False) -> list[Outcome]:
-        """Runs them beside one another, in their order; up to the first that fails unless all are to be run."""
+        """Runs tests in parallel, in their order, until the first failure unless all are to be run."""
         self._stop.clear()
         outcomes: list[Outcome] = []
         with ThreadPoolExecutor(self.jobs) as workers:
@@ -199,7 +199,7 @@ class Tests:
                 str(self.folder), "--tmpfs", str(self.build / "Testing")]
 
     def _check_surroundings(self) -> None:
-        shutil.rmtree(self.folder / "tmp", ignore_errors=True)  # of a run that was killed
+        shutil.rmtree(self.folder / "tmp", ignore_errors=True)  # left by a run that was killed
         own_tmp = self.folder / "tmp/tried"
         own_tmp.mkdir(parents=True)
         tried = subprocess.run([*self._surroundings(own_tmp), "true"], capture_output=True, text=True, check=False)
@@ -208,7 +208,7 @@ class Tests:
             raise Failed(f"this machine does not allow tests to be run apart from it: {tried.stderr.strip()}")
 
     def _run_one(self, test: Test, limitless: bool) -> Outcome | None:
-        """Nothing if another test's failure made this one needless."""
+        """None if the failure of another test made this one unnecessary."""
         if self._stop.is_set():
             return None
         own_tmp = self.folder / "tmp" / str(threading.get_native_id())
@@ -274,11 +274,11 @@ class Build:
             return made.returncode == 0
 
     def changed_objects(self) -> list[pathlib.Path]:
-        """What differs from what was built of the sources without a fault."""
+        """The objects that differ from those of the sources without a fault."""
         return [path for path, before in self._objects.items() if digest(path) != before]
 
     def optimised(self, objects: Iterable[pathlib.Path]) -> list[str | None]:
-        """What an optimising compiler makes of the sources of these objects."""
+        """The optimized code of these objects' sources."""
         digests: list[str | None] = []
         for path in objects:
             if path not in self._commands:
@@ -292,7 +292,7 @@ class Build:
 
 
 def compile_commands(build: pathlib.Path) -> list[list[str]]:
-    """In words, with the source as the last one."""
+    """The words of the compile command, with the source as the last one."""
     return [shlex.split(entry["command"]) for entry in json.loads((build / "compile_commands.json").read_text())]
 
 
@@ -343,7 +343,7 @@ class Planting:
             failed = next((outcome for outcome in outcomes if not outcome.passed), None)
             if failed is None:
                 break
-            # A test may fail for another reason, once.
+            # A test may fail once for another reason.
             if failed.hung:
                 return Verdict(place, "killed", f"by {failed.culprit()}, which takes longer than {failed.test.limit():.0f} s")
             if not self.tests.run([failed.test])[0].passed:
@@ -355,7 +355,7 @@ class Planting:
 
 
 def check_clean(folder: pathlib.Path, tests: Tests) -> None:
-    """All tests pass without a fault, and the time that each takes is known. Not run again while the copy is the same."""
+    """Makes sure that all tests pass without a fault, and measures each. Not repeated while the copy is unchanged."""
     source = folder / "source"
     state = hashlib.sha1("".join(f"{name} {digest(source / name)}\n" for name in sorted(files_of(source))).encode()).hexdigest()
     kept = folder / "clean.json"
@@ -364,10 +364,10 @@ def check_clean(folder: pathlib.Path, tests: Tests) -> None:
         if known["state"] == state:
             tests.tests = [Test(**(test | {"stems": set(test["stems"])})) for test in known["tests"]]
             return
-    print(f"running {len(tests.tests)} tests without a fault, for the time that each takes", flush=True)
+    print(f"running {len(tests.tests)} tests without a fault to measure their times", flush=True)
     began = time.monotonic()
     outcomes = tests.run(tests.tests, all_of_them=True)
-    # A program whose cases suit one another only in processes of their own.
+    # The cases of such a program only pass in separate processes.
     alone = [dataclasses.replace(outcome.test, cases=[case], whole=False)
              for outcome in outcomes if not outcome.passed and len(outcome.test.cases) > 1 for case in outcome.test.cases]
     outcomes = [outcome for outcome in outcomes if outcome.passed or len(outcome.test.cases) <= 1]
@@ -381,7 +381,7 @@ def check_clean(folder: pathlib.Path, tests: Tests) -> None:
         if again:
             raise Failed("without a fault these tests fail already: " + ", ".join(outcome.culprit() for outcome in again))
         outcomes = [outcome for outcome in outcomes if outcome.passed]
-        print(f"left out, as they fail at times: {', '.join(culprits)}", flush=True)
+        print(f"left out because they fail at times: {', '.join(culprits)}", flush=True)
     tests.learn(outcomes)
     known_tests = [dataclasses.asdict(test) | {"stems": sorted(test.stems)} for test in tests.tests]
     kept.write_text(json.dumps({"state": state, "tests": known_tests}))
@@ -449,7 +449,7 @@ def plant(folder: pathlib.Path, jobs: int, count: int, places: Iterator[Place]) 
 
 
 def main(words: Sequence[str]) -> int:
-    # Also where a shell runs this in the background, ignoring interrupts: the tests would inherit that.
+    # A shell that runs this in the background ignores interrupts, which the tests would inherit.
     for each in (signal.SIGINT, signal.SIGTERM):
         signal.signal(each, signal.default_int_handler)
     root, (task, name, *rest) = pathlib.Path.cwd(), words

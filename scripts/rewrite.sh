@@ -1,19 +1,19 @@
 #!/usr/bin/env bash
 # Usage: scripts/rewrite.sh
-# Rewrites what follows from the sources: the description of the binary interface, the package's list of symbols, the list of
-# log texts, and the tables of docs/. Each is compared with the sources by a test; this builds the release preset, lets those tests
-# write, and shows what has changed, to be read before it is committed.
+# Rewrites the files that follow from the sources: the description of the binary interface, the package's list of symbols, the list
+# of log texts, and the tables of docs/. A test compares each of them with the sources. This script builds the release preset, lets
+# those tests write the files, and shows the changes, which you review before you commit them.
 set -euo pipefail
 . "$(dirname "$0")/common.sh"
 help_if_asked "$@"
-[ $# -eq 0 ] || refuse "\"$1\" is too much; scripts/rewrite.sh takes no arguments"
+[ $# -eq 0 ] || refuse "\"$1\" is not expected; scripts/rewrite.sh takes no arguments"
 
 scripts/setup.sh
 configure build/release --preset release
 build build/release 4 all
 export KVO_WRITE_ABI=1 KVO_WRITE_GOLDEN=1 KVO_WRITE_SYMBOLS=1 KVO_WRITE_TABLES=1
 failed=0
-# One at a time: what is logged where the machine is too busy is not to be among the texts.
+# One at a time: on a busy machine, log texts of timeouts would join the list.
 ctest --preset release -j 1 -R '^(binary_interface|packages_lists|docs_tables|LogTexts\.)' || failed=1
 git --no-pager diff --stat -- library/abi packaging/debian tests/library/log_texts docs
 exit $failed

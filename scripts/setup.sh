@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
 # Usage: scripts/setup.sh [PURPOSE...]
-# Installs what building, testing and measuring need on Debian 12 and 13, unless it is there already. Used by the other scripts.
-#   (none)                   what building and the tests of every preset need
-#   build                    only what building needs, nothing for tests
-#   manuals, package         the same, and what these need besides
+# Installs the packages that building, testing and measuring need on Debian 12 and 13, unless they are installed. The other scripts
+# call it.
+#   (none)                   packages for building and for the tests of every preset
+#   build                    packages for building only
+#   manuals, package         packages for building, and those that these purposes need
 #   release, debug, asan, tsan, fuzz, m32, armhf, aarch64, coverage, lint
-#                            as without a purpose, and what these need besides
-# What a release of Debian does not have is reported and left out; the tests that need it are skipped and say so.
+#                            packages for building and tests, and those that these purposes need
+# Packages that a release of Debian does not have are reported and left out; the tests that need them are skipped with that reason.
 set -euo pipefail
 . "$(dirname "$0")/common.sh"
 
@@ -36,7 +37,7 @@ for_tests=(
     python3-pytest mypy    # for the Python module
 )
 
-# What is wanted and why: lines of "REASON: PACKAGE...".
+# Prints the wanted packages as lines of "REASON: PACKAGE...".
 wanted() {
     echo "to build: ${for_building[*]}"
     case " $* " in
@@ -51,11 +52,11 @@ wanted() {
     done
 }
 
-# Of such lines what is not installed: one question for all packages, as this runs each time.
+# Filters such lines: only packages that are not installed. Asks dpkg once for all, because every script runs this.
 missing() {
     local lines installed reason packages package absent
     lines=$(cat)
-    # shellcheck disable=SC2046 # one word a package
+    # shellcheck disable=SC2046 # one word for each package
     installed=$(dpkg-query -W -f '${Package} ${db:Status-Status}\n' $(sed 's/^[^:]*: //' <<<"$lines") 2>/dev/null || true)
     while IFS=: read -r reason packages; do
         absent=
@@ -66,7 +67,7 @@ missing() {
     done <<<"$lines"
 }
 
-# Of such lines what this system's sources of packages have; what they lack is reported.
+# Filters such lines: only packages that this system's package sources have. Reports the others.
 available() {
     local reason packages package present
     while IFS=: read -r reason packages; do
@@ -75,7 +76,7 @@ available() {
             if [[ $(LC_ALL=C apt-cache policy "$package") =~ "Candidate: "[^\(] ]]; then
                 present+=" $package"
             else
-                echo "setup.sh: this system's sources of packages do not have $package ($reason)" >&2
+                echo "setup.sh: this system's package sources do not have $package ($reason)" >&2
             fi
         done
         [ -z "$present" ] || echo "$reason:$present"
@@ -85,7 +86,7 @@ available() {
 absent=$(wanted "$@" | missing)
 [ -n "$absent" ] || exit 0
 
-# Where apt has lists of packages and none of them has what is missing, there is nothing to install; that takes no root.
+# If apt has package lists and none of them contains a missing package, nothing can be installed, and root is not needed.
 if LC_ALL=C apt-cache policy | grep ' Packages$' >/dev/null && [ -z "$(available <<<"$absent" 2>/dev/null)" ]; then
     available <<<"$absent"
     exit 0
@@ -96,11 +97,11 @@ if [ "$(id -u)" -ne 0 ]; then
     command -v sudo >/dev/null || { echo "setup.sh: needs root or sudo to install $absent" >&2; exit 1; }
     as_root=(sudo)
 fi
-echo "setup.sh: some packages are missing; asking which ones Debian has (apt-get update)" >&2
+echo "setup.sh: some packages are missing; updating the package lists (apt-get update)" >&2
 "${as_root[@]}" apt-get update -qq
 absent=$(wanted "$@" | missing | available)
 [ -n "$absent" ] || exit 0
 sed 's/^/setup.sh: installing /' <<<"$absent" >&2
-# shellcheck disable=SC2046 # one word a package
+# shellcheck disable=SC2046 # one word for each package
 "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
     $(sed 's/^[^:]*: //' <<<"$absent") >/dev/null

@@ -1,15 +1,15 @@
 #!/usr/bin/env bash
-# Usage: scripts/soak.sh [MINUTES] [OPTION...]    20 minutes by default, fractions too
-#        scripts/soak.sh prove [OPTION...]        shows that it finds what is wrong, in copies of the library with a fault each
-# Works the library hard for a time, beside a simulated service of its own that misbehaves, and tells whether it has held:
-# requests of eight threads, storms of USB events, an agent whose remote side comes and goes, signals, faults.
-#   --seed N       the same random numbers again (each run prints its own)
-#   --json         the figures as JSON, with those of each request
+# Usage: scripts/soak.sh [MINUTES] [OPTION...]    20 minutes by default, fractions allowed
+#        scripts/soak.sh prove [OPTION...]        runs against copies of the library with one fault each, which it must find
+# Puts the library under load for a time, with a private simulated service that misbehaves, and reports whether it passed. The load is
+# requests from eight threads, storms of USB events, an agent whose remote side comes and goes, signals, and faults.
+#   --seed N       repeats the random numbers of an earlier run (each run prints its seed)
+#   --json         prints the figures as JSON, with those of each request
 #   --warm-up S    seconds before resource usage is judged (a fifth of the time by default, at most 120)
 #   --patience S   seconds after which a call counts as unanswered (30 by default)
 #   --session N    the agent's session (3 by default)
-# Exit status: 0 where all has held. KVO_SANITIZE=thread (or address,undefined) in the environment: with that sanitizer, in a
-# folder of its own.
+# Exit status: 0 if it passed. With KVO_SANITIZE=thread (or address,undefined) in the environment it runs under that sanitizer, in a
+# build folder of its own.
 set -euo pipefail
 . "$(dirname "$0")/common.sh"
 help_if_asked "$@"
@@ -38,7 +38,7 @@ sanitize=${KVO_SANITIZE:-}
 build=build/soak${sanitize:+-${sanitize%%,*}}
 configure "$build" --preset release -DKVO_SANITIZE="$sanitize"
 
-# What a thread keeps of freed memory for itself would count as held.
+# Without this, freed memory that threads cache would count as used.
 soak() { # LIBRARY_FOLDER OPTION...
     local library=$1
     shift

@@ -1,4 +1,4 @@
-# 64-bit Arm (Debian's arm64), its programs run by qemu's user mode.
+# 64-bit Arm (Debian's arm64); its programs run in qemu's user mode.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)
 set(triplet aarch64-linux-gnu)

@@ -1,4 +1,4 @@
-# 32-bit Arm (Debian's armhf), its programs run by qemu's user mode.
+# 32-bit Arm (Debian's armhf); its programs run in qemu's user mode.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR armv7l)
 set(triplet arm-linux-gnueabihf)

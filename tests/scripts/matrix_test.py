@@ -53,23 +53,23 @@ class Matrix(unittest.TestCase):
     def test_all_with_the_compilers_of_this_debian_says_what_is_left_out(self):
         ended = self.build("--all", compilers=(*DEFAULTS, "gcc-14", "g++-14", "clang-19", "clang++-19"))
         self.assertEqual(ended.returncode, 0, ended.stdout + ended.stderr)
-        self.assertRegex(ended.stdout, "left out, as their compilers are of another Debian and not here: gcc-12:None .* clang-14:None ")
+        self.assertRegex(ended.stdout, "left out because their compilers belong to another Debian and are not installed: gcc-12:None .* clang-14:None ")
         self.assertTrue(ended.stdout.endswith("14 built, 0 failed, 0 not built, 10 left out\n"), ended.stdout)
 
     def test_all_without_a_compiler_of_this_debian_fails(self):
         ended = self.build("--all", compilers=(*DEFAULTS, "gcc-14", "g++-14"))
         self.assertEqual(ended.returncode, 1, ended.stdout)
-        self.assertRegex(ended.stdout, "NOT BUILT, as their compilers are not here: clang-19:None ")
+        self.assertRegex(ended.stdout, "NOT BUILT because their compilers are not installed: clang-19:None ")
 
     def test_all_has_the_compilers_of_a_debian_that_is_not_known_yet(self):
         ended = self.build("--all", gcc="15", clang="21")
         self.assertEqual(ended.returncode, 1, ended.stdout)
-        self.assertRegex(ended.stdout, "NOT BUILT, as their compilers are not here: gcc-15:None .* clang-21:None ")
+        self.assertRegex(ended.stdout, "NOT BUILT because their compilers are not installed: gcc-15:None .* clang-21:None ")
 
     def test_a_build_that_is_named_cannot_be_left_out(self):
         ended = self.build("gcc:Release", "gcc-12:Release")
         self.assertEqual(ended.returncode, 1, ended.stdout)
-        self.assertIn("NOT BUILT, as their compilers are not here: gcc-12:Release\n", ended.stdout)
+        self.assertIn("NOT BUILT because their compilers are not installed: gcc-12:Release\n", ended.stdout)
 
     def test_without_git_the_files_are_built_as_they_lie_here(self):
         (self.project / "new").touch()

@@ -67,7 +67,7 @@ class Setup(unittest.TestCase):
     def test_where_only_what_the_system_lacks_is_missing_nothing_is_asked_of_root(self):
         self.assertEqual(self.set_up("release", installed=ALL_BUT_FISH, lacking="fish", user=1000), [])
         self.assertEqual((self.apt_get, self.sudo), ([], []))
-        self.assertEqual(self.reports, "setup.sh: this system's sources of packages do not have fish (for release)\n")
+        self.assertEqual(self.reports, "setup.sh: this system's package sources do not have fish (for release)\n")
 
     def test_without_lists_of_packages_they_are_fetched_first(self):
         self.assertEqual(self.set_up("release", installed=ALL_BUT_FISH, lacking="fish", lists=False, user=1000), [])

@@ -62,7 +62,8 @@ private:
         support::eventually([] { return std::atomic_ref(protocolNegotiated).load() != 0; }, 200ms);
         run.step("push", {1, -1}, [&] { return KVO_HWS_sendEmbHwsEvent(instance, "event"); });
         const std::string line = remote_.line(1s);  // a corked one leaves after 200 ms at the latest
-        run.note("indication", line.size() == 11 && line.starts_with("I") && line.ends_with(":event\r\n") ? "whole" : "none");
+        run.note("indication",
+                 line.size() == 11 && line.starts_with("I") && line.ends_with(":event\r\n") ? "complete" : "none");
         if (!line.ends_with('\n') && accept()) {
             ask("001:ping");  // so that the clean-up meets it serving
         }

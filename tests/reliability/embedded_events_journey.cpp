@@ -31,7 +31,7 @@ public:
         }
         const int first = listener_.accept(2000);
         const int second = first < 0 ? -1 : tell(first);
-        run.note("told", told_ == 0 ? "no" : "yes");
+        run.note("callback called", told_ == 0 ? "no" : "yes");
         run.note("connections", first < 0 ? "0" : second < 0 ? "1" : "2");
         run.step("deactivate", {1, -1}, [] { return KVO_HWS_deactivateEmbKvoEvents(); });
         awaitEnd();

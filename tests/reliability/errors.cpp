@@ -24,13 +24,13 @@ constexpr Error kUnlinkErrors[] = {{EPERM}, {EACCES}, {EROFS}};
 constexpr Error kBindErrors[] = {{EADDRINUSE}, {ENOENT}, {EACCES}, {EROFS}, {ENOMEM}};
 constexpr Error kListenErrors[] = {{EADDRINUSE}};
 constexpr Error kAcceptErrors[] = {{ECONNABORTED}, {EMFILE}, {ENFILE}, {ENOBUFS}, {ENOMEM}, {EINTR}, {EAGAIN}};
-constexpr Error kPollErrors[] = {{EINTR}, {ENOMEM}, {EINVAL}, {.kind = kNothing, .name = "time-out"}};
+constexpr Error kPollErrors[] = {{EINTR}, {ENOMEM}, {EINVAL}, {.kind = kNothing, .name = "timeout"}};
 constexpr Error kRecvErrors[] = {{ECONNRESET},
                                  {ETIMEDOUT},
                                  {ENOMEM},
                                  {EINTR},
                                  {EAGAIN},
-                                 {.kind = kNothing, .name = "end"},
+                                 {.kind = kNothing, .name = "end of file"},
                                  {.kind = kOneByte, .name = "one byte at a time"}};
 constexpr Error kSendErrors[] = {
     {EPIPE}, {ETIMEDOUT}, {ECONNRESET}, {ENOBUFS}, {EAGAIN}, {EINTR}, {.kind = kOneByte, .name = "one byte"}};
@@ -39,13 +39,13 @@ constexpr Error kOpenErrors[] = {{ENOENT}, {EACCES}, {EMFILE}, {ENFILE}, {ENOMEM
 constexpr Error kFopenErrors[] = {{ENOENT}, {EACCES}, {EMFILE}, {ENFILE}, {ENOMEM}};
 constexpr Error kFstatErrors[] = {{EIO}, {EOVERFLOW}};
 constexpr Error kReadErrors[] = {
-    {EIO}, {EINTR}, {.kind = kNothing, .name = "end"}, {.kind = kOneByte, .name = "one byte at a time"}};
+    {EIO}, {EINTR}, {.kind = kNothing, .name = "end of file"}, {.kind = kOneByte, .name = "one byte at a time"}};
 constexpr Error kWriteErrors[] = {{ENOSPC}, {EIO}, {EINTR}, {.kind = kOneByte, .name = "one byte"}};
 constexpr Error kConsoleErrors[] = {{ENOTTY}, {EPERM}, {EBADF}};
 constexpr Error kSemaphoreInitErrors[] = {{ENOSYS}};
 constexpr Error kStreamErrors[] = {{EIO}};
 constexpr Error kNameErrors[] = {{EFAULT}, {ENAMETOOLONG}};
-constexpr Error kSelectErrors[] = {{EINTR}, {ENOMEM}, {.kind = kNothing, .name = "time-out"}};
+constexpr Error kSelectErrors[] = {{EINTR}, {ENOMEM}, {.kind = kNothing, .name = "timeout"}};
 constexpr Error kSemaphoreErrors[] = {{EINTR}, {EINVAL}, {ETIMEDOUT}};
 constexpr Error kInterrupted[] = {{EINTR}};
 constexpr Error kCloseErrors[] = {{EINTR}, {EIO}};

@@ -125,7 +125,7 @@ std::string changedSteps(const Outcome &usual, const Outcome &outcome)
     const auto add = [&text](const std::string &step) { tools::appendTo(text, ", ", step); };
     for (const auto &step : outcome.steps) {
         if (std::ranges::find(usual.steps, step) == usual.steps.end()) {
-            add(step.first + " " + step.second);
+            add(step.first + ": " + step.second);
         }
     }
     if (!text.empty()) {

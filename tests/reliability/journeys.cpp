@@ -5,7 +5,7 @@ namespace reliability {
 const std::vector<JourneyKind> &journeys()
 {
     static const std::vector<JourneyKind> all = {
-        {"request", "`KVO_HWS_getBacklightBrightnessV2`; every request goes the same way", {"caller"}, makeOneRequest},
+        {"request", "`KVO_HWS_getBacklightBrightnessV2`; every request behaves the same way", {"caller"}, makeOneRequest},
         {"long_command", "`SendCommand2ServiceDyn` with a command of 5000 characters", {"caller"}, makeLongCommand},
         {"description_list", "`KVO_HWS_getDescriptionList`, two exchanges", {"caller"}, makeDescriptionList},
         {"registry_list", "`KVO_HWS_getKVOCurrentListFromRegistry`, four exchanges and a file", {"caller"}, makeRegistryList},

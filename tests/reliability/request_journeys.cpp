@@ -24,7 +24,7 @@ public:
         uint32_t level = 0;
         const int result =
             run.step("result", {1, -1, -2}, [&] { return KVO_HWS_getBacklightBrightnessV2(kStation, &level, 0); });
-        run.note("level is stored", level == 70 && result == 1 ? "yes" : level == 0 ? "no" : "wrong");
+        run.note("level stored", level == 70 && result == 1 ? "yes" : level == 0 ? "no" : "wrong");
     }
 
 private:

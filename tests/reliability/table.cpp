@@ -154,16 +154,17 @@ std::string lineOf(const Row &row)
 
 std::string tableOf(const JourneyKind &journey, const Outcome &usual, const std::vector<Record> &records)
 {
-    std::string text = "\n### " + std::string(journey.title) + "\n\nWithout a fault: ";
+    std::string text = "\n### " + std::string(journey.title) + "\n\nWithout a fault: `";
     for (std::size_t step = 0; step < usual.steps.size(); ++step) {
-        text += (step == 0 ? "" : ", ") + usual.steps[step].first + " " + usual.steps[step].second;
+        text += (step == 0 ? "" : ", ") + usual.steps[step].first + ": " + usual.steps[step].second;
     }
-    text += ".\n\n| call | by | which of its calls: error | what is otherwise | message |\n| --- | --- | --- | --- | --- |\n";
+    text += "`.\n\n| call | thread | call numbers: errors | what changes | new messages |\n| --- | --- | --- | --- | --- |\n";
     for (const Row &row : rowsOf(journey, records)) {
         text += isWithoutEffect(row) ? "" : lineOf(row);
     }
     const auto calls = std::ranges::count_if(records, isCounted);
-    return text + "\nThe others of its " + std::to_string(calls) + " faults of calls change nothing.\n\n";
+    return text + "\nThe test injects " + std::to_string(calls) +
+           " faults into the calls of this scenario. Faults that are not in the table change nothing.\n\n";
 }
 
 std::string tableOfErrors()

@@ -81,8 +81,8 @@ public:
         for (int close = 0; close < 2 && eventsAreSet(); ++close) {
             closeOnce(run);
         }
-        run.note("codes", Told::text());
-        run.note("callback", eventsAreSet() ? "set" : "none");
+        run.note("callback codes", Told::text());
+        run.note("callback", eventsAreSet() ? "set" : "cleared");
         // Where the service has refused, the callback has gone and the server has stayed.
         if (support::serverState() != NOTIFY_STOPPED) {
             support::onOwnThread([] { return KillUsbServer(); });

@@ -58,7 +58,7 @@ def main(folder):
         assert offered and len(offered) <= 1.1 * len(set(offered)), f'{index} offers the same place more than once'
     # Names in the pages lead to their functions, and heads of pages to their places.
     assert 'group__kvo__hws__stations.html#' in (folder / 'page_programming.html').read_text()
-    assert 'page_remote_protocol.html#page_remote_protocol-what-the-host-is-told' in (folder / 'page_programming.html').read_text()
+    assert 'page_remote_protocol.html#page_remote_protocol-commands-passed-to-the-host-program' in (folder / 'page_programming.html').read_text()
     # Nothing of how the pages are written is shown as text.
     for page in folder.glob('page_*.html'):
         text = page.read_text()

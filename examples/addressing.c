@@ -1,4 +1,4 @@
-/* Addressing: which station serves machine control panel 5? */
+/* Addressing: finds the station that serves machine control panel 5. */
 #include <kvo_hws/kvo_hws.h>
 
 #include <stdio.h>
@@ -14,7 +14,7 @@ int main(void)
         printf("panel %u is served by %u.%u.%u.%u\n", (unsigned)panel, (unsigned)(station >> 24),
                (unsigned)(station >> 16 & 255U), (unsigned)(station >> 8 & 255U), (unsigned)(station & 255U));
         return 0;
-    case KVO_HWS_NO: puts("nobody serves it"); return 1;
+    case KVO_HWS_NO: puts("no station serves it"); return 1;
     case KVO_HWS_AMBIGUOUS: puts("several stations serve it"); return 1;
     default: puts("the service does not say"); return 1;
     }

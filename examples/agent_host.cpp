@@ -1,5 +1,5 @@
-// A host program of the remote agent: another station's service asks about the station in focus and has this program carry out
-// what only a host can. Runs until its input ends; each line of it is pushed as an event.
+// A host program of the remote agent. Another station's service asks about the station in focus, and this program carries out the
+// commands that only a host can. It runs until its input ends, and pushes each line of its input as an event.
 #include <kvo_hws/kvo_hws.h>
 
 #include <atomic>
@@ -11,7 +11,7 @@ namespace {
 
 std::atomic<bool> viewerRuns{true};
 
-// Called on the agent's thread, one command at a time. The remote side waits for the answer.
+// Runs on the agent's thread, one command at a time. The remote side waits for the result.
 int onCommand(void * /*agent*/, const char *text)
 {
     const std::string_view command = text;
@@ -42,12 +42,12 @@ int main()
                                                     "kvoIndex=5\n",
                                                     &agent, onCommand);
     if (started != KVO_HWS_OK) {
-        std::cerr << "the agent can not be started (" << started << ")\n";
+        std::cerr << "cannot start the agent (" << started << ")\n";
         return 1;
     }
     for (std::string event; std::getline(std::cin, event);) {
         if (KVO_HWS_sendEmbHwsEvent(agent, event.c_str()) != KVO_HWS_OK) {
-            std::cout << "nobody has asked yet: " << event << std::endl;
+            std::cout << "no request has arrived yet; not sent: " << event << std::endl;
         }
     }
     return KVO_HWS_cleanupEmbHwsClient(agent) == KVO_HWS_OK ? 0 : 1;

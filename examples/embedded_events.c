@@ -1,4 +1,4 @@
-/* Prints the events for embedded stations until Enter is pressed. */
+/* Prints events for embedded stations until Enter is pressed. */
 #include <kvo_hws/kvo_hws.h>
 
 #include <stdio.h>
@@ -13,7 +13,7 @@ static void onEvent(const char *name, const char *data)
 int main(void)
 {
     if (KVO_HWS_activateEmbKvoEvents(onEvent) != KVO_HWS_OK) {
-        fputs("the events can not be listened to\n", stderr);
+        fputs("cannot listen for events\n", stderr);
         return 1;
     }
     getchar();

@@ -1,4 +1,4 @@
-/* Focus and channel information: leave a note at a station, and read it back. */
+/* Focus and channel information: stores a note at a station and reads it back. */
 #include <kvo_hws/kvo_hws.h>
 
 #include <stdio.h>

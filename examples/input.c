@@ -1,4 +1,4 @@
-/* Input and display: what can an operator use at this station? */
+/* Input and display: shows what an operator can use at this station. */
 #include <kvo_hws/kvo_hws.h>
 
 #include <stdio.h>

@@ -1,4 +1,4 @@
-// Metrics and clients: what kind of panel is it, and who is connected?
+// Metrics and clients: shows what kind of panel a station has and how many clients are connected.
 #include <kvo_hws/kvo_hws.h>
 
 #include <cstring>

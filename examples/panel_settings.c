@@ -1,4 +1,4 @@
-/* Panel settings: a dark panel for the night, without the NumLock key. */
+/* Panel settings: dims a panel for the night and disables its NumLock key. */
 #include <kvo_hws/kvo_hws.h>
 
 #include <stdio.h>
@@ -11,7 +11,7 @@ int main(void)
 
     result = KVO_HWS_setBacklightBrightness(station, 20);
     if (result != KVO_HWS_OK) {
-        fprintf(stderr, "the backlight stays as it is: %s\n", kvo_hws_result_text("KVO_HWS_setBacklightBrightness", result));
+        fprintf(stderr, "the backlight is unchanged: %s\n", kvo_hws_result_text("KVO_HWS_setBacklightBrightness", result));
         return 1;
     }
     KVO_HWS_setDisableNumLock(station, 1);

@@ -1,4 +1,4 @@
-/* Prints the stations that the hardware service knows: the library's first program, in C. */
+/* Prints the stations that the hardware service knows, in C. Start with this program. */
 #include <kvo_hws/kvo_hws.h>
 
 #include <stdio.h>
@@ -10,7 +10,7 @@ int main(void)
     KvoDescription *stations = NULL;
     int32_t result = KVO_HWS_TOO_SMALL;
 
-    /* The service tells the size that is needed; the plant may grow between two calls. */
+    /* On KVO_HWS_TOO_SMALL, count is the number needed; the plant may grow before the next call. */
     while (result == KVO_HWS_TOO_SMALL) {
         free(stations);
         stations = calloc(count, sizeof *stations);

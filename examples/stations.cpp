@@ -1,4 +1,4 @@
-// Prints the stations that the hardware service knows: the library's first program, in C++.
+// Prints the stations that the hardware service knows, in C++. Start with this program.
 #include <kvo_hws/kvo_hws.h>
 
 #include <iostream>
@@ -10,7 +10,7 @@ int main()
     auto count = static_cast<uint32_t>(stations.size());
     int32_t result = KVO_HWS_getDescriptionList(stations.data(), &count);
 
-    // The service tells the size that is needed; the plant may grow between two calls.
+    // On KVO_HWS_TOO_SMALL, count is the number needed; the plant may grow before the next call.
     while (result == KVO_HWS_TOO_SMALL) {
         stations.resize(count);
         result = KVO_HWS_getDescriptionList(stations.data(), &count);

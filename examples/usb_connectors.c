@@ -1,4 +1,4 @@
-/* USB: the lock of a station, and the connectors of all. */
+/* USB: shows the lock of one station and the connectors of all stations. */
 #include <kvo_hws/kvo_hws.h>
 
 #include <stdio.h>
@@ -15,7 +15,7 @@ int main(void)
     if (KVO_HWS_getUsbLock(0x0A000005, &first, &second) == KVO_HWS_OK) {
         printf("lock %u:%u\n", (unsigned)first, (unsigned)second);
     }
-    /* The size told is the list's length; one byte more is needed, and no terminator is written. */
+    /* On KVO_HWS_TOO_SMALL, size is the list's length. The list needs one byte more, and is not null-terminated. */
     while (result == KVO_HWS_TOO_SMALL) {
         free(list);
         size += 1;

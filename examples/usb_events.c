@@ -1,4 +1,4 @@
-/* Tells of every USB device of the plant until Enter is pressed or another program takes the events over. */
+/* Prints what happens to every USB device of the plant until Enter is pressed or another program takes the events over. */
 #include <kvo_hws/kvo_hws.h>
 
 #include <semaphore.h>
@@ -6,7 +6,7 @@
 
 static sem_t ended;
 
-/* Runs on threads of the library, several at once where several devices come; stdio puts the lines one after the other. */
+/* Runs on threads of the library, several at once if several devices arrive; stdio keeps the lines separate. */
 static int32_t onEvent(UsbEventV2 *event)
 {
     switch (event->code) {
@@ -14,7 +14,7 @@ static int32_t onEvent(UsbEventV2 *event)
     case USB_EVENT_NEW_DEVICE:
         printf("%s: new device %s\n", event->payload.device.ipAddress, event->payload.device.ident2);
         break;
-    case USB_EVENT_REMOVED: printf("%s: %s has gone\n", event->payload.removed.ipAddress, event->payload.removed.ident2); break;
+    case USB_EVENT_REMOVED: printf("%s: %s was removed\n", event->payload.removed.ipAddress, event->payload.removed.ident2); break;
     case USB_EVENT_STATE:
         printf("%s: %s is in state %u\n", event->payload.state.ipAddress, event->payload.state.ident2,
                (unsigned)event->payload.state.state);
@@ -28,18 +28,18 @@ static int32_t onEvent(UsbEventV2 *event)
     case USB_EVENT_NO_SERVICE: sem_post(&ended); break;
     default: break;
     }
-    return 0; /* -1 would tell the service that it failed */
+    return 0; /* -1 would report a failure to the service */
 }
 
 int main(void)
 {
     sem_init(&ended, 0, 0);
     if (KVO_HWS_activateUSBEventsV2(onEvent) != KVO_HWS_OK) {
-        fputs("USB events can not be activated\n", stderr);
+        fputs("cannot activate USB events\n", stderr);
         return 1;
     }
     getchar();
-    /* -9 where they have ended already; else the end comes to the callback. */
+    /* -9 if the events have ended already; otherwise the callback receives the end. */
     if (KVO_HWS_closeUSBEvents() == KVO_HWS_OK) {
         sem_wait(&ended);
         puts("ended");

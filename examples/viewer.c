@@ -1,4 +1,4 @@
-/* The viewer: start it, see what it shows, stop it. */
+/* The viewer: starts it, prints what it shows, stops it. */
 #include <kvo_hws/kvo_hws.h>
 
 #include <stdio.h>
@@ -11,7 +11,7 @@ int main(void)
     uint32_t serverSize = sizeof server;
     uint32_t displaySize = sizeof display;
 
-    KVO_HWS_setStopViewer(station); /* 0 where none runs, which is as good */
+    KVO_HWS_setStopViewer(station); /* 0 if none runs, which is fine here */
     if (KVO_HWS_setStartViewer(station, "10.0.0.7", "3", "") != KVO_HWS_OK) {
         return 1;
     }

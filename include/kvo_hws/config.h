@@ -1,8 +1,9 @@
 /** @file
- *  The configuration file: its block of values, the table of its keys, and accessors.
+ *  The configuration file: a record with its values, the table of its keys, and accessors.
  *
- *  The remote agent reads the file when it starts. A program that wants the values without it calls ReadConfFile once, before
- *  its threads use the accessors: neither takes a lock. Keys, values and defaults: docs/configuration.md.
+ *  The remote agent reads the file when it starts. A program that needs the values without the agent calls ReadConfFile once,
+ *  before its threads use the accessors: neither ReadConfFile nor an accessor takes a lock. docs/configuration.md describes the
+ *  keys, values and defaults.
  */
 #ifndef KVO_HWS_CONFIG_H
 #define KVO_HWS_CONFIG_H
@@ -18,29 +19,29 @@ KVO_HWS_BEGIN_DECLS
  *  @{
  */
 
-/** What a mode key says. */
+/** The values of a mode key. */
 enum ConfMode {
     CONF_MODE_ALL = 0,      /**< "all" */
     CONF_MODE_VISIBLE = 1,  /**< "visible" */
     CONF_MODE_NONE = 2,     /**< "none" */
-    CONF_MODE_INVALID = 255 /**< none of these words */
+    CONF_MODE_INVALID = 255 /**< any other word */
 };
 
 /** The values of the configuration file. */
 typedef struct ConfData {
-    uint32_t dataSet;             /**< 0 until ReadConfFile has finished, then 1; the accessors ask it */
+    uint32_t dataSet;             /**< 0 until ReadConfFile has finished, then 1; the accessors test it */
     char *interface;              /**< network interface */
-    char ipString[20];            /**< that interface's IPv4 address, dotted; empty where it has none */
-    uint32_t ipValue;             /**< the same as inet_aton stores it */
+    char ipString[20];            /**< that interface's IPv4 address, dotted; empty if it has none */
+    uint32_t ipValue;             /**< the same address as inet_aton stores it */
     uint16_t port;                /**< TCP port of the remote hardware service */
-    char *name;                   /**< station name; the host's where the file has none */
+    char *name;                   /**< station name; the host name if the file contains no name */
     uint32_t backlight;           /**< ConfMode */
     uint32_t brightness;          /**< ConfMode */
     uint32_t backlightBrightness; /**< ConfMode */
-    char registryPath[260];       /**< the daemon's registry folder, with a separator at its end */
+    char registryPath[260];       /**< the daemon's registry directory, with a separator at its end */
 } ConfData;
 
-/** The one block of configuration values; all zero until ReadConfFile. */
+/** The configuration values of the process; all zero until ReadConfFile is called. */
 extern KVO_HWS_API ConfData sConfData;
 
 /** The keys of the configuration file, in the order in which their defaults are applied. A program may change rows before the
@@ -48,19 +49,20 @@ extern KVO_HWS_API ConfData sConfData;
  */
 extern KVO_HWS_API HwsKeyword hws_keywords[13];
 
-/** Clears sConfData and reads the configuration file into it: the one that the platform names (PLATFORM_CONFIG_FILE), else
- *  "/etc/kvo_hws.conf". What the file lacks, or a file that is not there, leaves the defaults. The texts of an earlier read are
- *  not freed: a program may still hold them.
- *  Logged with LOG at LOG_DEBUG: "veltrop configuration file name: <name>", "configuration data:" and a line for each value;
- *  "data set" is 0 there, since it is set last.
+/** Clears sConfData and reads the configuration file into it. The file is the one that the platform names
+ *  (PLATFORM_CONFIG_FILE), else "/etc/kvo_hws.conf". If a key or the file is missing, the defaults apply. The texts of an
+ *  earlier read are not freed, because a program may still use them.
+ *  Logged with LOG at LOG_DEBUG: "veltrop configuration file name: <name>", "configuration data:" and a line for each value.
+ *  There "data set" is 0, because it is set last.
  */
 KVO_HWS_API void ReadConfFile(void) KVO_HWS_NOEXCEPT;
 
-/** Reads the address of the configured interface as it is now.
- *  @param ipString_out  receives it dotted; 20 bytes
- *  @param ipValue_out   receives it as inet_aton stores it
+/** Reads the current address of the configured interface.
+ *  @param ipString_out  receives the dotted address; 20 bytes
+ *  @param ipValue_out   receives the address as inet_aton stores it
  *  @return 0; -1 the interface has none ("GetIpByInterface fails with <result> ==> no IP address for interface '<name>'
- *  available"); -2 the file was not read ("config dat not set ==> no IP address for interface '<name>' available"); logged at LOG_ERR
+ *  available"); -2 the file was not read ("config dat not set ==> no IP address for interface '<name>' available"); both are
+ *  logged at LOG_ERR
  */
 KVO_HWS_API int GetInterfaceIP(char *ipString_out, uint32_t *ipValue_out) KVO_HWS_NOEXCEPT;
 
@@ -69,13 +71,13 @@ KVO_HWS_API int GetInterfaceIP(char *ipString_out, uint32_t *ipValue_out) KVO_HW
  */
 KVO_HWS_API int GetPortNumber(uint16_t *port_out) KVO_HWS_NOEXCEPT;
 
-/** Reads the session number: the port without 5850. A smaller port wraps round.
+/** Reads the session number: the port minus 5850. With a smaller port the unsigned result wraps around.
  *  @return 0; -1 the file was not read ("no port number available" at LOG_ERR)
  */
 KVO_HWS_API int GetSessionNumber(uint32_t *session_out) KVO_HWS_NOEXCEPT;
 
 /** Copies the station name.
- *  @param out  receives the text; must hold it, however long it is: strlen(sConfData.name) + 1 bytes
+ *  @param out  receives the text; must have strlen(sConfData.name) + 1 bytes
  *  @return 0; -1 the file was not read ("no RHZ/JDL name available" at LOG_ERR)
  */
 KVO_HWS_API int GetRHZName(char *out) KVO_HWS_NOEXCEPT;
@@ -95,7 +97,7 @@ KVO_HWS_API int GetBrightnessMode(uint32_t *mode_out) KVO_HWS_NOEXCEPT;
  */
 KVO_HWS_API int GetBacklightBrightnessMode(uint32_t *mode_out) KVO_HWS_NOEXCEPT;
 
-/** Copies the registry folder.
+/** Copies the path of the registry directory.
  *  @param out  receives the text, at most 260 bytes
  *  @return 0; -1 the file was not read ("no registry path available" at LOG_ERR)
  */

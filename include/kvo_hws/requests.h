@@ -1,13 +1,15 @@
 /** @file
- *  The requests to the hardware service, by family. Each is one line to the daemon, one line back, and a small result code.
- *  The basic ones (versions, backlight, readiness, debug level) are in service.h, which this header includes.
+ *  The requests to the hardware service, grouped by family. Each request sends one line to the daemon, reads one line back, and
+ *  returns a small result code. The basic requests (versions, backlight, readiness, debug level) are in service.h, which this
+ *  header includes.
  *
- *  Common to all, and not repeated below:
+ *  Common to all requests, and not repeated below:
  *  - Results: result.h. -2 means that no service answers at "/tmp/kvo_hws/cmd_sock"; -1 also covers a broken exchange.
- *  - Messages go to the debug message channel (runtime.h), silent until KVO_HWS_activateDebugDLL, as "<label> - <reason>".
- *  - A station is named by its IPv4 address as a number: 0x0A000005 is 10.0.0.5.
- *  - Buffers and arrays are the caller's; nothing that the library allocated is ever handed out.
- *  - Any thread may call them; they wait for one another, and cannot be cancelled while they wait (kvo_hws.h).
+ *  - Messages go to the debug message channel (runtime.h) as "<label> - <reason>". The channel is off until
+ *    KVO_HWS_activateDebugDLL is called.
+ *  - A station is identified by its IPv4 address as a number: 0x0A000005 is 10.0.0.5.
+ *  - The caller provides all buffers and arrays. The functions never return memory that the library allocated.
+ *  - Any thread may call them. Only one request of a process runs at a time; a waiting request cannot be cancelled (kvo_hws.h).
  */
 #ifndef KVO_HWS_REQUESTS_H
 #define KVO_HWS_REQUESTS_H
@@ -25,61 +27,63 @@ KVO_HWS_BEGIN_DECLS
  */
 
 /** Reads the list of all stations that the daemon knows.
- *  @param list   receives the stations; the whole capacity is cleared before anything is sent
- *  @param count  in: elements in @p list; out: elements filled, or the number needed when the result is -3 (0xFFFFFFFF for one
- *                that does not fit in 32 bits); else as it was
- *  @return 1; -1 refused, malformed reply (elements before the fault may be filled) or broken exchange; -2 no service; -3
+ *  @param list   receives the stations; the whole array is cleared before anything is sent
+ *  @param count  in: elements in @p list; out: elements filled, or the number required when the result is -3 (0xFFFFFFFF if
+ *                that number does not fit in 32 bits); otherwise unchanged
+ *  @return 1; -1 refused, malformed reply (elements before the error may be filled) or broken exchange; -2 no service; -3
  *  the array is too small; -7 a null pointer
  *
  *  Asks "getCountElemDL", then "getDLV2 <capacity>". Logged as "get KVO description list - " and "null pointer received",
  *  "can not send request (count)", "can not allocate memory", "error sending request (count)", "wrong count reply", "not
  *  enough memory (1)", "can not send request", "error sending request", "can not get count from reply", "not enough memory
- *  (2)" (the list grew in between) or "can not get KVO list from reply".
+ *  (2)" (the list grew between the two requests) or "can not get KVO list from reply".
  */
 KVO_HWS_API int32_t KVO_HWS_getDescriptionList(KvoDescription *list, uint32_t *count) KVO_HWS_NOEXCEPT;
 
 /** Reads the list of all stations with their extended attributes.
- *  @param list   receives the stations, cleared only when a list has come that fits; null asks for the number alone
- *  @param count  in: elements in @p list; out: elements filled, or the number needed when the result is -3, which it always
- *                is for a null @p list
- *  @return as KVO_HWS_getDescriptionList; -7 for a null @p count only
+ *  @param list   receives the stations; cleared only after a list that fits has arrived. If null, only the number of stations
+ *                is read
+ *  @param count  in: elements in @p list; out: elements filled, or the number required when the result is -3, which is always
+ *                the result for a null @p list
+ *  @return as KVO_HWS_getDescriptionList; -7 only for a null @p count
  *
  *  Asks "getCountElemDL_Ex", then "getDL_ExV2 <capacity>". Logged as "get KVO description list extended - " and the reasons
  *  of KVO_HWS_getDescriptionList.
  */
 KVO_HWS_API int32_t KVO_HWS_getDescriptionListEx(KvoDescriptionEx *list, uint32_t *count) KVO_HWS_NOEXCEPT;
 
-/** Looks one station up.
+/** Looks up one station.
  *  @param address  the station's address; 0 looks up by name
- *  @param name     the station's name, used when @p address is 0; sent as it stands: a line feed would end the request
- *  @param record   receives the station; untouched unless one was found, but cleared and perhaps begun when a malformed
- *                  reply came
- *  @return 1 found; 0 not found; -1 no key given (not logged), refused, malformed reply or broken exchange; -2 no service;
- *  -7 @p record is null
+ *  @param name     the station's name, used when @p address is 0; sent unchanged, so a line feed would end the request
+ *  @param record   receives the station; unchanged if no station was found. A malformed reply clears it, and may fill the first
+ *                  members
+ *  @return 1 found; 0 not found; -1 neither address nor name given (not logged), refused, malformed reply or broken exchange;
+ *  -2 no service; -7 @p record is null
  *
  *  Asks "getExDescByIP <address>" or "getExDescByName <name>". Logged as "get KVO description extended - " and "null
- *  pointer received", "can not send request (count)" or "error sending request (count)", though no count is asked for.
+ *  pointer received", "can not send request (count)" or "error sending request (count)", although no count is requested.
  */
 KVO_HWS_API int32_t KVO_HWS_getDescriptionEx(uint32_t address, const char *name, KvoDescriptionEx *record) KVO_HWS_NOEXCEPT;
 
-/** Reads the station list that the daemon kept on disk at its last start, under the daemon's registry lock.
- *  @param list     receives the stations; hand it over zeroed: a station whose attr1 is 0 leaves its element and is not
- *                  counted. Addresses are in network byte order here, as inet_addr stores them: ntohl() makes them a
- *                  station's number. A malformed one is 0xFFFFFFFF, and the station is kept; names are cut at 259 bytes
- *  @param count    in: elements in @p list; out: elements filled, or the lines of the file when the result is -3
- *  @param timeout  longest wait for the lock in seconds; it is tried once at least
+/** Reads the station list that the daemon saved to disk at its last start, under the daemon's registry lock.
+ *  @param list     receives the stations; clear it before the call: a station whose attr1 is 0 is not counted, and the next
+ *                  station overwrites its element. The addresses here are in network byte order, as inet_addr stores them;
+ *                  ntohl() converts them to a station's number. A malformed address is stored as 0xFFFFFFFF, and the station is
+ *                  kept; names are cut at 259 bytes
+ *  @param count    in: elements in @p list; out: elements filled, or the number of lines in the file when the result is -3
+ *  @param timeout  longest wait for the lock in seconds; the lock is tried at least once
  *  @return 1; 0 the daemon is still starting; -1 refused, the daemon's path is longer than 1004 characters, or the file is
  *  missing or unreadable; -2 no service; -3 the array is too small; -4 the lock was not obtained in time; -7 a null
  *  pointer
  *
- *  Asks "isInitComplete", "getregistrypath", "lockKVORegData" every 10 ms while it is busy, "unlockKVORegData", and reads
- *  "kvo_hws/prevkvos.reg" below the daemon's registry path. Logs nothing of its own. One registry list is read at a time in
- *  a process: threads that read them at once wait for one another.
+ *  Asks "isInitComplete", "getregistrypath", "lockKVORegData" (every 10 ms while the lock is busy) and "unlockKVORegData", and
+ *  reads "kvo_hws/prevkvos.reg" below the daemon's registry path. Logs no messages of its own. A process reads one registry
+ *  list at a time: other threads that read one wait.
  */
 KVO_HWS_API int32_t KVO_HWS_getKVOPreviousListFromRegistry(KvoDescription *list, uint32_t *count,
                                                            uint32_t timeout) KVO_HWS_NOEXCEPT;
 
-/** Reads the station list that the daemon keeps on disk now; as KVO_HWS_getKVOPreviousListFromRegistry, from
+/** Reads the station list that the daemon currently has on disk. Works as KVO_HWS_getKVOPreviousListFromRegistry, but reads
  *  "kvo_hws/currkvos.reg".
  */
 KVO_HWS_API int32_t KVO_HWS_getKVOCurrentListFromRegistry(KvoDescription *list, uint32_t *count,
@@ -92,8 +96,8 @@ KVO_HWS_API int32_t KVO_HWS_getKVOCurrentListFromRegistry(KvoDescription *list, 
  */
 
 /** Writes a station's status line.
- *  @param value1, value2  numbers for the daemon, passed through unchecked
- *  @param text            the line; sent as it stands: a line feed would end the request
+ *  @param value1, value2  numbers for the daemon, sent unchecked
+ *  @param text            the line; sent unchanged, so a line feed would end the request
  *  @return 1; -1 refused, unknown reply or broken exchange; -2 no service; -7 @p text is null
  *
  *  Asks "setStatusline=<station>,<value1>,<value2>,<text>". Logged as "set status line - <reason>".
@@ -109,7 +113,7 @@ KVO_HWS_API int32_t KVO_HWS_setStatusline(uint32_t station, uint32_t value1, uin
 KVO_HWS_API int32_t KVO_HWS_rebootKVO(uint32_t station) KVO_HWS_NOEXCEPT;
 
 /** Asks whether a station's viewer runs.
- *  @return 1 it does; 0 it does not; -1 refused, unknown reply or broken exchange; -2 no service
+ *  @return 1 it is running; 0 it is not; -1 refused, unknown reply or broken exchange; -2 no service
  *
  *  Asks "isViewerActive=<station>". Logged as "is viewer active - <reason>".
  */
@@ -117,27 +121,27 @@ KVO_HWS_API int32_t KVO_HWS_isViewerActive(uint32_t station) KVO_HWS_NOEXCEPT;
 
 /** Reads which server a station's viewer shows.
  *  @param server       receives the server's name or address with its terminator, at most 1024 characters
- *  @param serverSize   in: bytes in @p server; out: bytes used, or needed when the result is -3
- *  @param display      receives the display with its terminator, as the daemon's text, at most 1024 characters
- *  @param displaySize  in: bytes in @p display; out: bytes used, or needed when the result is -4
- *  @return 1; 0 no server is shown, nothing is written; -1 refused, unknown or malformed reply (the latter not logged) or
- *  broken exchange; -2 no service; -3 @p server is too small; -4 @p display is too small; -7 a null pointer.
+ *  @param serverSize   in: bytes in @p server; out: bytes used, or required when the result is -3
+ *  @param display      receives the display with its terminator, as the daemon sends it, at most 1024 characters
+ *  @param displaySize  in: bytes in @p display; out: bytes used, or required when the result is -4
+ *  @return 1; 0 no server is shown, nothing is written; -1 refused, unknown or malformed reply (a malformed one is not logged)
+ *  or broken exchange; -2 no service; -3 @p server is too small; -4 @p display is too small; -7 a null pointer.
  *
- *  When the display does not fit, or is longer than it may be (-1), the server and its size are stored all the same.
+ *  If the display does not fit (-4) or is longer than 1024 characters (-1), the server and its size are stored nevertheless.
  *  Asks "getCurServer=<station>". Logged as "get current server - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getCurrentServer(uint32_t station, char *server, uint32_t *serverSize, char *display,
                                              uint32_t *displaySize) KVO_HWS_NOEXCEPT;
 
-/** Asks for the focus on behalf of a station.
+/** Requests the focus for a station.
  *  @return 1; 0 busy; -1 refused, unknown reply or broken exchange; -2 no service
  *
  *  Asks "activateMe=<station>". Logged as "activate me - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_setActivateMe(uint32_t station) KVO_HWS_NOEXCEPT;
 
-/** Starts a station's viewer for given connection data.
- *  @param part1, part2, part3  the connection data, passed through as "part1:part2:part3"; no quotes or line feeds
+/** Starts a station's viewer with the given connection data.
+ *  @param part1, part2, part3  the connection data, sent as "part1:part2:part3"; no quotes or line feeds
  *  @return 1; 0 busy; -1 refused, unknown reply or broken exchange; -2 no service; -7 a null pointer
  *
  *  Asks "startViewer="<part1>:<part2>:<part3>" <station>". Logged as "start viewer - <reason>", a null pointer as "set
@@ -147,7 +151,7 @@ KVO_HWS_API int32_t KVO_HWS_setStartViewer(uint32_t station, const char *part1, 
                                            const char *part3) KVO_HWS_NOEXCEPT;
 
 /** Starts a station's viewer for a configured connection.
- *  @param text, number  the connection, passed through as "text:number"
+ *  @param text, number  the connection, sent as "text:number"
  *  @return 1; 0 busy; -1 refused, unknown reply or broken exchange; -2 no service; -7 @p text is null
  *
  *  Asks "startConfiguredViewer="<text>:<number>" <station>". Logged as "start configured viewer - <reason>".
@@ -155,19 +159,19 @@ KVO_HWS_API int32_t KVO_HWS_setStartViewer(uint32_t station, const char *part1, 
 KVO_HWS_API int32_t KVO_HWS_startConfiguredViewer(uint32_t station, const char *text, uint32_t number) KVO_HWS_NOEXCEPT;
 
 /** Stops a station's viewer.
- *  @return 1; 0 it does not run; -1 refused, unknown reply or broken exchange; -2 no service
+ *  @return 1; 0 it is not running; -1 refused, unknown reply or broken exchange; -2 no service
  *
  *  Asks "stopViewer=<station>". Logged as "stop viewer - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_setStopViewer(uint32_t station) KVO_HWS_NOEXCEPT;
 
-/** Stops a station's viewer ahead of others that wait; as KVO_HWS_setStopViewer, with "stopViewerPreempt=<station>" and
- *  "stop viewer preempt - <reason>".
+/** Stops a station's viewer ahead of other waiting stop requests. Works as KVO_HWS_setStopViewer. Asks
+ *  "stopViewerPreempt=<station>". Logged as "stop viewer preempt - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_setStopViewerPreempt(uint32_t station) KVO_HWS_NOEXCEPT;
 
-/** Stops a station's viewer without cleaning up after it; as KVO_HWS_setStopViewer, with "stopViewerNoClean=<station>" and
- *  "stop viewer no clean - <reason>".
+/** Stops a station's viewer without cleaning up after it. Works as KVO_HWS_setStopViewer. Asks
+ *  "stopViewerNoClean=<station>". Logged as "stop viewer no clean - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_setStopViewerNoClean(uint32_t station) KVO_HWS_NOEXCEPT;
 
@@ -196,7 +200,7 @@ KVO_HWS_API int32_t KVO_HWS_setBacklightBrightness(uint32_t station, uint32_t le
 KVO_HWS_API int32_t KVO_HWS_setBacklightBrightnessV2(uint32_t station, uint32_t level, uint32_t mode) KVO_HWS_NOEXCEPT;
 
 /** Reads the brightness of a station's backlight in one of its modes.
- *  @param level  receives the level; written only on success, unchecked
+ *  @param level  receives the level; written only on success, without a range check
  *  @param mode   0 or 1
  *  @return 1; 0 the station does not know the mode; -1 refused, unknown reply or broken exchange; -2 no service; -3 (not
  *  -7) @p level is null; -4 mode out of range
@@ -214,8 +218,8 @@ KVO_HWS_API int32_t KVO_HWS_getBacklightBrightnessV2(uint32_t station, uint32_t 
  */
 KVO_HWS_API int32_t KVO_HWS_setDisableNumLock(uint32_t station, uint32_t disable) KVO_HWS_NOEXCEPT;
 
-/** Disables or enables a station's CapsLock key; as KVO_HWS_setDisableNumLock, with "setDisableCapsLock=<disable>
- *  <station>" and "set disable CapsLock - <reason>".
+/** Disables or enables a station's CapsLock key. Works as KVO_HWS_setDisableNumLock. Asks "setDisableCapsLock=<disable>
+ *  <station>". Logged as "set disable CapsLock - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_setDisableCapsLock(uint32_t station, uint32_t disable) KVO_HWS_NOEXCEPT;
 
@@ -227,8 +231,8 @@ KVO_HWS_API int32_t KVO_HWS_setDisableCapsLock(uint32_t station, uint32_t disabl
  */
 KVO_HWS_API int32_t KVO_HWS_getDisableNumLock(uint32_t station, uint32_t *disable) KVO_HWS_NOEXCEPT;
 
-/** Reads whether a station's CapsLock key is disabled; as KVO_HWS_getDisableNumLock, with "getDisableCapsLock=<station>"
- *  and "get disable CapsLock - <reason>".
+/** Reads whether a station's CapsLock key is disabled. Works as KVO_HWS_getDisableNumLock. Asks
+ *  "getDisableCapsLock=<station>". Logged as "get disable CapsLock - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getDisableCapsLock(uint32_t station, uint32_t *disable) KVO_HWS_NOEXCEPT;
 
@@ -258,8 +262,8 @@ KVO_HWS_API int32_t KVO_HWS_getSwCapsLock(uint32_t station, int32_t *state) KVO_
 KVO_HWS_API int32_t KVO_HWS_setSwCapsLock(uint32_t station, int32_t state) KVO_HWS_NOEXCEPT;
 
 /** Reads the mode of a station's handheld terminal (type RV4).
- *  @param mode  receives 0 "auto" or 1 "individual", unchecked; also written when characters follow the number and the
- *               result is -1
+ *  @param mode  receives 0 "auto" or 1 "individual", without a range check; also written if characters follow the number and
+ *               the result is -1
  *  @return 1; 0 the station has no such terminal; -1 refused, unknown or malformed reply or broken exchange; -2 no service;
  *  -7 @p mode is null
  *
@@ -283,7 +287,7 @@ KVO_HWS_API int32_t KVO_HWS_setRV4Mode(uint32_t station, uint32_t mode) KVO_HWS_
  */
 
 /** Sets the MCP address that a station serves.
- *  @param mcpAddress  0 to 255; sent unchecked, the daemon judges it
+ *  @param mcpAddress  0 to 255; sent unchecked, the daemon validates it
  *  @return 1; -1 refused, unknown reply or broken exchange; -2 no service
  *
  *  Asks "setMCPAddress="<mcpAddress>" <station>". Logged as "set MCP address - <reason>".
@@ -316,7 +320,7 @@ KVO_HWS_API int32_t KVO_HWS_setDCKEnable(uint32_t station, uint32_t enable) KVO_
 KVO_HWS_API int32_t KVO_HWS_setKVOCksIndex(uint32_t station, uint32_t index) KVO_HWS_NOEXCEPT;
 
 /** Simulates a key of a station's MCP.
- *  @param value1, value2  the key, passed through unchecked
+ *  @param value1, value2  the key, sent unchecked
  *  @return as KVO_HWS_setMCPAddress
  *
  *  Asks "simulateMCPKey="<value1>:<value2>" <station>". Logged as "simulate MCP key - <reason>".
@@ -324,7 +328,7 @@ KVO_HWS_API int32_t KVO_HWS_setKVOCksIndex(uint32_t station, uint32_t index) KVO
 KVO_HWS_API int32_t KVO_HWS_simulateMCPKey(uint32_t station, uint32_t value1, uint32_t value2) KVO_HWS_NOEXCEPT;
 
 /** Enables a key of a station's MCP.
- *  @param value1, value2  the key, passed through unchecked
+ *  @param value1, value2  the key, sent unchecked
  *  @return as KVO_HWS_setMCPAddress
  *
  *  Asks "enableMCPKey="<value1>:<value2>" <station>". Logged as "enable MCP key - <reason>".
@@ -333,49 +337,49 @@ KVO_HWS_API int32_t KVO_HWS_enableMCPKey(uint32_t station, uint32_t value1, uint
 
 /** Reads the MCP address that a station serves.
  *  @param mcpAddress  receives 0 to 255; written only on success
- *  @return 1; -1 refused, unknown reply, malformed or out of range (not logged) or broken exchange; -2 no service; -7 @p
+ *  @return 1; -1 refused, unknown reply, value malformed or out of range (not logged) or broken exchange; -2 no service; -7 @p
  *  mcpAddress is null
  *
  *  Asks "getMCPAddress=<station>". Logged as "get MCP address - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getMCPAddress(uint32_t station, uint32_t *mcpAddress) KVO_HWS_NOEXCEPT;
 
-/** Reads a station's KVO index, 0 to 255; as KVO_HWS_getMCPAddress, with "getKVOIndex=<station>" and "get KVO index -
- *  <reason>".
+/** Reads a station's KVO index, 0 to 255. Works as KVO_HWS_getMCPAddress. Asks "getKVOIndex=<station>". Logged as "get KVO
+ *  index - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getKVOIndex(uint32_t station, uint32_t *index) KVO_HWS_NOEXCEPT;
 
-/** Reads whether a station's direct control keys are on, 0 or 1; as KVO_HWS_getMCPAddress, with "getDCKEnable=<station>"
- *  and "get DCK mode - <reason>".
+/** Reads whether a station's direct control keys are on, 0 or 1. Works as KVO_HWS_getMCPAddress. Asks
+ *  "getDCKEnable=<station>". Logged as "get DCK mode - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getDCKEnable(uint32_t station, uint32_t *enable) KVO_HWS_NOEXCEPT;
 
-/** Reads the address of a station's direct control keys, 0 to 255; as KVO_HWS_getMCPAddress, with "getDCKAddress=<station>"
- *  and "get DCK address - <reason>".
+/** Reads the address of a station's direct control keys, 0 to 255. Works as KVO_HWS_getMCPAddress. Asks
+ *  "getDCKAddress=<station>". Logged as "get DCK address - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getDCKAddress(uint32_t station, uint32_t *dckAddress) KVO_HWS_NOEXCEPT;
 
-/** Reads a station's cks index, any number; as KVO_HWS_getMCPAddress, with "getKVOCksIndex=<station>" and "get KVO cks
- *  index - <reason>".
+/** Reads a station's cks index, any number. Works as KVO_HWS_getMCPAddress. Asks "getKVOCksIndex=<station>". Logged as "get
+ *  KVO cks index - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getKVOCksIndex(uint32_t station, uint32_t *index) KVO_HWS_NOEXCEPT;
 
 /** Finds the station that serves an MCP address.
  *  @param ip  receives the station's IPv4 address as a number; written only on success
- *  @return 1; 0 no station has it; -1 refused, unknown reply, malformed address (not logged) or broken exchange; -2 no
- *  service; -3 several stations have it; -7 @p ip is null
+ *  @return 1; 0 no station serves it; -1 refused, unknown reply, malformed address (not logged) or broken exchange; -2 no
+ *  service; -3 several stations serve it; -7 @p ip is null
  *
  *  Asks "getIPbyMCPAddress=<mcpAddress>", in 8 hexadecimal digits. Logged as "get IP by MCP address - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getIPbyMCPAddress(uint32_t mcpAddress, uint32_t *ip) KVO_HWS_NOEXCEPT;
 
-/** Finds the station that has a DCK address; as KVO_HWS_getIPbyMCPAddress, with "getIPbyDCKAddress=<dckAddress>" and "get
- *  IP by DCK address - <reason>".
+/** Finds the station that has a DCK address. Works as KVO_HWS_getIPbyMCPAddress. Asks "getIPbyDCKAddress=<dckAddress>".
+ *  Logged as "get IP by DCK address - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getIPbyDCKAddress(uint32_t dckAddress, uint32_t *ip) KVO_HWS_NOEXCEPT;
 
-/** Finds the station that has a KVO index; as KVO_HWS_getIPbyMCPAddress, with "getIPbyKVOIndex=<index>" and "get IP by KVO
- *  index - <reason>".
+/** Finds the station that has a KVO index. Works as KVO_HWS_getIPbyMCPAddress. Asks "getIPbyKVOIndex=<index>". Logged as
+ *  "get IP by KVO index - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getIPbyKVOIndex(uint32_t index, uint32_t *ip) KVO_HWS_NOEXCEPT;
 
@@ -386,8 +390,8 @@ KVO_HWS_API int32_t KVO_HWS_getIPbyKVOIndex(uint32_t index, uint32_t *ip) KVO_HW
  */
 
 /** Reads a station's suspend options.
- *  @param suspendLock  receives 0 or 1; must not be null. 0 where the daemon leaves it out
- *  @param suspendPrio  receives 1 to 10; must not be null. 1 where the daemon leaves it out
+ *  @param suspendLock  receives 0 or 1; must not be null. 0 if the daemon omits it
+ *  @param suspendPrio  receives 1 to 10; must not be null. 1 if the daemon omits it
  *  @return 1; -1 refused, unknown or malformed reply or broken exchange, nothing is stored; -2 no service
  *
  *  Asks "getKVOPriority=<station>". Logged as "get KVO priority - <reason>".
@@ -396,26 +400,26 @@ KVO_HWS_API int32_t KVO_HWS_getKVOPriority(uint32_t station, uint32_t *suspendLo
 
 /** Reads whether a station becomes active at start.
  *  @param value  receives 0 to 2; written only on success
- *  @return 1; -1 refused, unknown reply, malformed or out of range (not logged) or broken exchange; -2 no service; -7 @p
+ *  @return 1; -1 refused, unknown reply, value malformed or out of range (not logged) or broken exchange; -2 no service; -7 @p
  *  value is null
  *
  *  Asks "getKVOStartupActive=<station>". Logged as "get KVO startup active - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getKVOStartupActive(uint32_t station, uint32_t *value) KVO_HWS_NOEXCEPT;
 
-/** Reads the priority with which a station becomes active at start, any number; as KVO_HWS_getKVOStartupActive, with
- *  "getKVOStartupPrio=<station>" and "get KVO startup prio - <reason>".
+/** Reads the priority with which a station becomes active at start, any number. Works as KVO_HWS_getKVOStartupActive. Asks
+ *  "getKVOStartupPrio=<station>". Logged as "get KVO startup prio - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getKVOStartupPrio(uint32_t station, uint32_t *value) KVO_HWS_NOEXCEPT;
 
-/** Reads the channel that a station shows when it gets the focus, 1 to 8; as KVO_HWS_getKVOStartupActive, with
- *  "getKVOChannelOnFocus=<station>" and "get KVO channel on focus - <reason>".
+/** Reads the channel that a station shows when it gets the focus, 1 to 8. Works as KVO_HWS_getKVOStartupActive. Asks
+ *  "getKVOChannelOnFocus=<station>". Logged as "get KVO channel on focus - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getKVOChannelOnFocus(uint32_t station, uint32_t *channel) KVO_HWS_NOEXCEPT;
 
 /** Reads the screen that a station shows when it gets the focus.
- *  @param screen  receives the text with its terminator. Its size is not known here: the WHOLE reply of the daemon is
- *                 copied, so provide room for the longest that your daemon sends
+ *  @param screen  receives the text with its terminator. The function does not know the buffer's size: it copies the WHOLE text
+ *                 of the daemon's reply. Provide a buffer for the longest text that your daemon sends
  *  @return 1; -1 refused, unknown reply or broken exchange; -2 no service; -7 @p screen is null
  *
  *  Asks "getKVOScreenOnFocus=<station>". Logged as "get KVO screen on focus - <reason>".
@@ -423,8 +427,8 @@ KVO_HWS_API int32_t KVO_HWS_getKVOChannelOnFocus(uint32_t station, uint32_t *cha
 KVO_HWS_API int32_t KVO_HWS_getKVOScreenOnFocus(uint32_t station, char *screen) KVO_HWS_NOEXCEPT;
 
 /** Reads a station's M:N assignment.
- *  @param text  receives the reply with its terminator, whatever it is. Its size is not known here: the WHOLE reply of the
- *               daemon is copied, so provide room for the longest that your daemon sends
+ *  @param text  receives the reply with its terminator, whatever it is. The function does not know the buffer's size: it
+ *               copies the WHOLE reply of the daemon. Provide a buffer for the longest reply that your daemon sends
  *  @return 1; -1 refused or broken exchange; -2 no service; -7 @p text is null
  *
  *  Asks "getKVOt2m2n=<station>". Logged as "get KVO M:N - <reason>".
@@ -441,9 +445,9 @@ KVO_HWS_API int32_t KVO_HWS_setChannelInfo(uint32_t station, const char *info) K
 
 /** Reads a station's channel information.
  *  @param info  receives the text with its terminator
- *  @param size  in: bytes in @p info; out: bytes needed when the result is -3, else as it was
- *  @return 1; 0 there is none (@p info becomes empty if it has any room); -1 refused, unknown reply or broken exchange; -2
- *  no service; -3 too small; -7 a null pointer
+ *  @param size  in: bytes in @p info; out: bytes required when the result is -3, otherwise unchanged
+ *  @return 1; 0 the station has no channel information (@p info becomes empty if its size is not 0); -1 refused, unknown reply
+ *  or broken exchange; -2 no service; -3 too small; -7 a null pointer
  *
  *  Asks "getChannelInfo=<station>". Logged as "get channel info - <reason>".
  */
@@ -470,11 +474,11 @@ KVO_HWS_API int32_t KVO_HWS_deleteChannelInfo(uint32_t station) KVO_HWS_NOEXCEPT
 KVO_HWS_API int32_t KVO_HWS_invalidateTouchScreen(uint32_t station) KVO_HWS_NOEXCEPT;
 
 /** Reads a station's touch calibration.
- *  @param pressThresh  receives the press threshold, -1 or more; 0 where the reply does not tell it
- *  @param nonlinear    receives -1, 0 or 1; 0 where the reply does not tell it
- *  @return 1, for any reply without malformed numbers, "failed" included; 0 the station has no touch screen; -1 malformed
- *  number or broken exchange; -2 no service; -7 a null pointer. Both outputs are written with 1 and where a number is
- *  malformed, and neither otherwise: where the exchange is broken, -1 too, they are as they were.
+ *  @param pressThresh  receives the press threshold, -1 or more; 0 if the reply does not contain it
+ *  @param nonlinear    receives -1, 0 or 1; 0 if the reply does not contain it
+ *  @return 1, for any reply without malformed numbers, including "failed"; 0 the station has no touch screen; -1 malformed
+ *  number or broken exchange; -2 no service; -7 a null pointer. Both outputs are written if the result is 1 or a number is
+ *  malformed. Otherwise both are unchanged, also after a broken exchange (-1 too).
  *
  *  Asks "getCalibParam=<station>". Logged as "get touch screen calibration parameter - <reason>".
  */
@@ -493,25 +497,25 @@ KVO_HWS_API int32_t KVO_HWS_getTouchScreenCalibParam(uint32_t station, int32_t *
 KVO_HWS_API int32_t KVO_HWS_setTouchScreenCalibParam(uint32_t station, int32_t pressThresh, int32_t nonlinear) KVO_HWS_NOEXCEPT;
 
 /** Counts a station's input devices.
- *  @param kbd, mouse  receive the numbers of keyboards and mice; untouched where the reply does not tell them
- *  @param touch       receives the number of touch devices, multi-touch ones included
- *  @return 1, for any reply without malformed numbers, "failed" included; -1 malformed number (what came before it is
+ *  @param kbd, mouse  receive the numbers of keyboards and mice; unchanged if the reply does not contain them
+ *  @param touch       receives the number of touch devices, including multi-touch devices
+ *  @return 1, for any reply without malformed numbers, including "failed"; -1 malformed number (the numbers before it are
  *  stored) or broken exchange; -2 no service; -7 a null pointer
  *
  *  Asks "showInputDevice=<station>". Logged as "show input device - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_showInputDevice(uint32_t station, uint32_t *kbd, uint32_t *mouse, uint32_t *touch) KVO_HWS_NOEXCEPT;
 
-/** Counts a station's input devices; as KVO_HWS_showInputDevice, and logged as "show input device V2 - <reason>".
- *  @param vkbd  receives the number of virtual keyboards; untouched where the reply does not tell it
+/** Counts a station's input devices. Works as KVO_HWS_showInputDevice. Logged as "show input device V2 - <reason>".
+ *  @param vkbd  receives the number of virtual keyboards; unchanged if the reply does not contain it
  */
 KVO_HWS_API int32_t KVO_HWS_showInputDeviceV2(uint32_t station, uint32_t *kbd, uint32_t *mouse, uint32_t *touch,
                                               uint32_t *vkbd) KVO_HWS_NOEXCEPT;
 
-/** Counts a station's input devices, touch devices of both kinds apart.
- *  @param mask  receives what the reply told: bit 0 kbd, 1 mouse, 2 touch, 3 multitouch, 4 maxcontacts, 5 vkbd; written
- *               only on success
- *  @param kbd, mouse, touch, multitouch, maxcontacts, vkbd  receive the numbers; untouched where the reply does not tell
+/** Counts a station's input devices, with separate numbers for the two kinds of touch devices.
+ *  @param mask  receives which numbers the reply contained: bit 0 kbd, 1 mouse, 2 touch, 3 multitouch, 4 maxcontacts, 5 vkbd;
+ *               written only on success
+ *  @param kbd, mouse, touch, multitouch, maxcontacts, vkbd  receive the numbers; unchanged if the reply does not contain
  *                                                           them. Every pointer may be null
  *  @return as KVO_HWS_showInputDevice, but never -7
  *
@@ -535,8 +539,8 @@ KVO_HWS_API int32_t KVO_HWS_showDPI(uint32_t station, int32_t *dpi) KVO_HWS_NOEX
  */
 
 /** Reads a station's USB lock.
- *  @param first, second  receive the two numbers of the lock; written only on success. Characters behind the second do not
- *                        count
+ *  @param first, second  receive the two numbers of the lock; written only on success. Characters after the second number are
+ *                        ignored
  *  @return 1; -1 refused, unknown reply, malformed numbers (not logged) or broken exchange; -2 no service; -7 a null
  *  pointer
  *
@@ -544,24 +548,24 @@ KVO_HWS_API int32_t KVO_HWS_showDPI(uint32_t station, int32_t *dpi) KVO_HWS_NOEX
  */
 KVO_HWS_API int32_t KVO_HWS_getUsbLock(uint32_t station, uint32_t *first, uint32_t *second) KVO_HWS_NOEXCEPT;
 
-/** Sets the USB lock of stations by datagrams on the panel's internal network; the service is not asked, and no answer
- *  awaited.
+/** Sets the USB lock of stations with datagrams on the panel's internal network. Sends nothing to the service and waits for no
+ *  reply.
  *  @param count          number of hosts; 0 addresses every station
- *  @param hosts          their addresses, dotted; not looked at when @p count is 0
+ *  @param hosts          their addresses, dotted; ignored when @p count is 0
  *  @param first, second  the two numbers of the lock
- *  @return 1 at least one datagram went out; -1 none did; -7 null where hosts are needed; -10 a host is 127.0.0.1, nothing
- *  is sent
+ *  @return 1 at least one datagram was sent; -1 none was sent; -7 a null pointer although @p count is not 0; -10 a host is
+ *  127.0.0.1, nothing is sent
  *
  *  Sends "setUsbLock="<first>:<second>" <host>" and a line feed, cut at 1023 bytes, to UDP port 5851 of the network's
- *  broadcast address, from the last host to the first; to this host alone where the platform knows no such network. Logged
+ *  broadcast address, from the last host to the first. If the platform knows no such network, sends to this host only. Logged
  *  as "KVO_HWS_setUsbLock - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_setUsbLock(uint32_t count, const char **hosts, int first, int second) KVO_HWS_NOEXCEPT;
 
 /** Reads the list of the USB connectors of all stations.
- *  @param buffer  receives the list WITHOUT a terminator: clear it first, or go by @p size. Null asks for the length alone;
- *                 a buffer that is given has at least one byte, whatever @p size says
- *  @param size    in: bytes in @p buffer, more than the list's length; out: the list's length
+ *  @param buffer  receives the list WITHOUT a terminator: clear the buffer first, or use @p size. If null, only the length is
+ *                 read; otherwise it must have at least one byte, even if @p size is 0
+ *  @param size    in: bytes in @p buffer, must be greater than the list's length; out: the list's length
  *  @return 1; 0 the list is empty (@p buffer becomes empty); -1 broken exchange; -2 no service; -3 too small; -4 refused;
  *  -5 unknown reply; -7 @p size is null; -9 busy
  *
@@ -569,7 +573,7 @@ KVO_HWS_API int32_t KVO_HWS_setUsbLock(uint32_t count, const char **hosts, int f
  */
 KVO_HWS_API int32_t KVO_HWS_getUsbConnectorList(char *buffer, uint32_t *size) KVO_HWS_NOEXCEPT;
 
-/** Reads the list of the USB connectors of one station; as KVO_HWS_getUsbConnectorList, with
+/** Reads the list of the USB connectors of one station. Works as KVO_HWS_getUsbConnectorList. Asks
  *  "getUsbConnectorListOne=<station>".
  */
 KVO_HWS_API int32_t KVO_HWS_getUsbConnectorListOne(uint32_t station, char *buffer, uint32_t *size) KVO_HWS_NOEXCEPT;
@@ -585,21 +589,20 @@ KVO_HWS_API int32_t KVO_HWS_getUsbConnectorListOne(uint32_t station, char *buffe
  *                 dots per inch; 5 hardware capabilities; 6 panel rotation, 1 to 4
  *  @param result  receives 8 bytes: for metric 1 the text with its terminator, for the others an unsigned 32-bit number in
  *                 the first four
- *  @return 1; -1 refused, unknown reply or broken exchange; -2 no service; -4 the station does not tell; -5 malformed value
- *  (not logged); -7 @p result is null; -9 no such metric, nothing is sent
+ *  @return 1; -1 refused, unknown reply or broken exchange; -2 no service; -4 the station does not report this metric; -5
+ *  malformed value (not logged); -7 @p result is null; -9 no such metric, nothing is sent
  *
  *  Asks "getPaneOemLayout", "getSoftkeyType", "getKeyBoardCaps", "showDPI", "getHardwareCaps" or "getPanelRotation", each
- *  with "=<station>".
- *  Logged as "KVO_HWS_getStationMetrics - <reason>".
+ *  with "=<station>". Logged as "KVO_HWS_getStationMetrics - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getStationMetrics(uint32_t id, uint32_t metric, void *result) KVO_HWS_NOEXCEPT;
 
 /** Reads the list of connected clients.
- *  @param array  receives the clients; the whole capacity is cleared before anything is sent. May be null when the capacity
- *                is 0
- *  @param count  in: elements in @p array; out: elements filled, or the number needed when the result is -3; else as it was
- *  @param flags  the daemon's, passed through
- *  @return 1; -1 refused, malformed reply (clients before the fault may be filled) or broken exchange; -2 no service; -3
+ *  @param array  receives the clients; the whole array is cleared before anything is sent. May be null if @p count is 0
+ *  @param count  in: elements in @p array; out: elements filled, or the number required when the result is -3; otherwise
+ *                unchanged
+ *  @param flags  flags of the daemon, sent unchecked
+ *  @return 1; -1 refused, malformed reply (clients before the error may be filled) or broken exchange; -2 no service; -3
  *  the array is too small; -7 a null pointer
  *
  *  Asks "getClientList 0 <flags>", the flags in hexadecimal. Logged as "get client list - <reason>".
@@ -607,7 +610,7 @@ KVO_HWS_API int32_t KVO_HWS_getStationMetrics(uint32_t id, uint32_t metric, void
 KVO_HWS_API int32_t KVO_HWS_getClientList(KvoClientEntry *array, uint32_t *count, unsigned long flags) KVO_HWS_NOEXCEPT;
 
 /** Asks whether a station's panel is a Marovanti panel.
- *  @return 1 yes; 0 no; -1 the reply names no mode, or broken exchange; -2 no service; -3 it names another mode; -4 the
+ *  @return 1 yes; 0 no; -1 the reply contains no mode, or broken exchange; -2 no service; -3 it contains another mode; -4 the
  *  panel was not found or the daemon failed; -5 unknown reply
  *
  *  Asks "isMarovantiPanel <station>". Logged as "is MAROVANTI panel - <reason>".

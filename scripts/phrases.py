@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Finds phrases that are not plain English in comments, documentation, messages of the tools and names of tests.
 
-The phrases and what to write instead are in scripts/phrases.txt. Code, log texts, wire texts and whatever stands between
-backticks or in code blocks of a page are not searched."""
+The phrases and what to write instead are in scripts/phrases.txt. Code, log texts, wire texts, text between backticks, code blocks
+of a page, and quoted text in comments of C and C++ are not searched."""
 
 import argparse
 import io
@@ -58,12 +58,17 @@ def code_spans(text):
     return re.sub(r"`[^`]*`", lambda found: blank(found[0]), text)
 
 
+def quoted_texts(text):
+    """A comment of C or C++ in which a "quoted text", which is mostly a log text or a reply, is CODE."""
+    return re.sub(r'"[^"]*"', lambda found: blank(found[0]), text)
+
+
 def prose_of_c(path, text):
     masked = list(blank(text))
     is_test = path.startswith(("tests/", "fuzz/"))
     for found in C_TOKEN.finditer(text):
         if found["comment"]:
-            keep(masked, text, *found.span("comment"), lambda comment: code_spans(COMMENT_MARKS(comment)))
+            keep(masked, text, *found.span("comment"), lambda comment: quoted_texts(code_spans(COMMENT_MARKS(comment))))
         for group in ("string", "raw"):
             if not found[group]:
                 continue

@@ -31,6 +31,7 @@ CASES = [
     ("a message of a tool in two strings", "tools/a.cpp", 'print("once in a blue "\n      "moon, or twice");\n', 1),
     ("not across code", "tools/a.cpp", "// blue\nint a;\n// moon\n", None),
     ("not a quotation of code in a comment", "runtime/a.cpp", "// the daemon sends `blue moon`\n", None),
+    ("not a quoted text in a comment", "include/a.h", '/** Logs "once in a\n *  blue moon". */\n', None),
     ("the name of a test", "tests/a_test.cpp", "TEST(Moon, is_a_blue_moon)\n", 1),
     ("the name of a row in a test's table", "tests/a_test.cpp", '{"in_a_blue_moon", 1},\n', 1),
     ("not other strings of a test", "tests/a_test.cpp", '{"blue moon", 1},\n', None),

@@ -144,7 +144,7 @@ std::string newMessages(const Outcome &usual, const Outcome &outcome)
     std::string text;
     for (const std::string &message : outcome.messages) {
         if (std::ranges::find(usual.messages, message) == usual.messages.end()) {
-            tools::appendTo(text, "; ", message);
+            tools::appendTo(text, "; ", "`" + message + "`");
         }
     }
     return text;

@@ -25,7 +25,7 @@ constexpr int kSignals[] = {SIGUSR1, SIGALRM, SIGWINCH};
 constexpr int kLastIndication = 99;
 
 /// Asks the simulator; none where it refuses, or where what was asked for did not come about.
-std::optional<tools::Json> ask(Worker &worker, const tools::Json &request, tools::Patience patience = kAskPatience)
+std::optional<tools::Json> ask(Worker &worker, const tools::Json &request, tools::Timeout patience = kAskPatience)
 {
     const Call call(worker.watch, "the simulator");
     try {

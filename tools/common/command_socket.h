@@ -1,4 +1,4 @@
-// Where the library looks for the service; it gives programs no other name for it.
+// The path at which the library looks for the service. The library's interface does not export it.
 #pragma once
 
 namespace tools {

@@ -1,3 +1,4 @@
+// One request and one reply over a connection to the simulator's control socket.
 #include "common/control_client.h"
 
 #include "common/descriptor.h"
@@ -18,22 +19,22 @@ namespace {
     throw std::runtime_error(what + ": " + std::generic_category().message(errno));
 }
 
-Descriptor connectTo(const std::string &path, Patience patience)
+Descriptor connectTo(const std::string &path, Timeout timeout)
 {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     path.copy(address.sun_path, sizeof address.sun_path - 1);
     Descriptor connection(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    const auto seconds = static_cast<time_t>(patience.value_or(std::chrono::seconds(0)).count());
-    const timeval limit{.tv_sec = seconds, .tv_usec = 0};  // 0 is none
+    const auto seconds = static_cast<time_t>(timeout.value_or(std::chrono::seconds(0)).count());
+    const timeval limit{.tv_sec = seconds, .tv_usec = 0};  // 0 means no timeout
     setsockopt(connection.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     setsockopt(connection.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
     if (connect(connection.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
         if (errno == ENOENT || errno == ECONNREFUSED) {
-            throw NoSimulator("no simulator runs here (nobody listens at " + path +
+            throw NoSimulator("no simulator is running (no process listens at " + path +
                               "); start one with \"kvosim serve\", or work inside \"kvosim run\"");
         }
-        fail("can not connect to " + path);
+        fail("cannot connect to " + path);
     }
     return connection;
 }
@@ -41,7 +42,7 @@ Descriptor connectTo(const std::string &path, Patience patience)
 std::string exchange(const Descriptor &connection, const std::string &line)
 {
     if (send(connection.get(), line.data(), line.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(line.size())) {
-        fail("can not send to the simulator");
+        fail("cannot send to the simulator");
     }
     std::string reply;
     std::array<char, 4096> piece{};
@@ -51,29 +52,29 @@ std::string exchange(const Descriptor &connection, const std::string &line)
             fail("the simulator does not answer");
         }
         if (count == 0) {
-            throw std::runtime_error("the simulator has closed the connection without an answer");
+            throw std::runtime_error("the simulator closed the connection without a reply");
         }
         reply.append(piece.data(), static_cast<std::size_t>(count));
     }
     return reply;
 }
 
-/// A request as a line. What is typed may be any bytes.
+/// A request as a line. The texts come from the command line and may contain any bytes.
 std::string lineOfRequest(const Json &request)
 {
     try {
         return request.dump() + '\n';
     } catch (const Json::type_error &) {
-        throw Refused("a text is no UTF-8; write it so");
+        throw Refused("a text is not UTF-8; write it as UTF-8");
     }
 }
 
 }  // namespace
 
-Json askSimulator(const Json &request, const std::filesystem::path &socket, Patience patience)
+Json askSimulator(const Json &request, const std::filesystem::path &socket, Timeout timeout)
 {
     const std::string line = lineOfRequest(request);
-    Json reply = Json::parse(exchange(connectTo(socket.string(), patience), line));
+    Json reply = Json::parse(exchange(connectTo(socket.string(), timeout), line));
     if (reply.contains("error")) {
         throw Refused(reply["error"].get<std::string>());
     }

@@ -1,4 +1,4 @@
-// Asks a running simulator over its control socket.
+// Sends requests to a running simulator over its control socket.
 #pragma once
 
 #include "common/control_protocol.h"
@@ -11,18 +11,17 @@
 
 namespace tools {
 
-/// No simulator runs.
+/// No simulator is running.
 struct NoSimulator : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-/// How long an answer may take; none for as long as the simulator runs.
-using Patience = std::optional<std::chrono::seconds>;
-inline constexpr Patience kUsualPatience = std::chrono::seconds(5);
+/// The time to wait for a reply; none waits as long as the simulator runs.
+using Timeout = std::optional<std::chrono::seconds>;
+inline constexpr Timeout kDefaultTimeout = std::chrono::seconds(5);
 
-/// Sends a request to the simulator at @p socket. Throws NoSimulator, Refused, CouldNot, or std::runtime_error where the
-/// exchange broke.
-Json askSimulator(const Json &request, const std::filesystem::path &socket = kControlSocket,
-                  Patience patience = kUsualPatience);
+/// Sends a request to the simulator at @p socket and returns the reply. Throws NoSimulator, Refused, CouldNot, or
+/// std::runtime_error if the connection fails.
+Json askSimulator(const Json &request, const std::filesystem::path &socket = kControlSocket, Timeout timeout = kDefaultTimeout);
 
 }  // namespace tools

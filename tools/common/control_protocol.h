@@ -1,5 +1,6 @@
-// The simulator's own socket beside the service's: its place and its form. A request and its reply are one line of JSON each. What
-// is refused is answered by {"error": text}, what could not be done by {"could_not": text}.
+// The path and the format of the simulator's control socket, which is next to the service's socket. A request and its reply are
+// one line of JSON each. The reply to a refused request is {"error": text}. The reply to a valid request that could not be carried
+// out is {"could_not": text}.
 #pragma once
 
 #include "common/json.h"

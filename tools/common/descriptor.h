@@ -12,7 +12,7 @@ class Descriptor {
 public:
     Descriptor() noexcept = default;
     explicit Descriptor(int fd) noexcept : fd_(fd) {}
-    /// Takes what a call returned; throws std::system_error about @p call where that is not a descriptor.
+    /// Takes the return value of @p call. Throws std::system_error that names @p call if it is not a descriptor.
     Descriptor(int fd, const char *call) : fd_(fd)
     {
         if (!valid()) {

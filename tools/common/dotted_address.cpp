@@ -1,4 +1,4 @@
-// Dotted addresses by way of the C library, which knows their form.
+// Converts dotted addresses with the C library's functions.
 #include "common/dotted_address.h"
 
 #include <arpa/inet.h>

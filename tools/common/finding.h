@@ -1,16 +1,16 @@
-// What a look at this machine's service and its libraries found: one sentence, and what to do where something is wrong.
+// A finding about this machine's service and libraries, and advice if something is wrong.
 #pragma once
 
 #include <string>
 
 namespace tools {
 
-/// What can be wrong. The numbers are the exit statuses of "kvoctl doctor" (docs/kvoctl.md): none ever changes its meaning.
+/// Faults. The numbers are the exit statuses of "kvoctl doctor" (docs/kvoctl.md); their meanings never change.
 enum class Fault : int {
     none = 0,
     directoryMissing = 10,
     socketMissing = 11,
-    noSocket = 12,  ///< something else stands in the place of the directory or the socket
+    noSocket = 12,  ///< the path of the directory or of the socket is something else
     staleSocket = 13,
     notPermitted = 14,
     queueFull = 15,
@@ -21,12 +21,12 @@ enum class Fault : int {
 };
 
 struct Finding {
-    std::string check;  ///< what was looked at
+    std::string check;  ///< the subject of the check
     std::string words;
-    std::string advice{};  ///< what to do; empty where there is nothing to do
+    std::string advice{};  ///< what to do; empty if there is nothing to do
     Fault fault = Fault::none;
     [[nodiscard]] bool isFault() const noexcept { return fault != Fault::none; }
-    /// Something to know that is not a fault.
+    /// Whether it is worth knowing without being a fault.
     [[nodiscard]] bool isNote() const noexcept { return !isFault() && !advice.empty(); }
 };
 

@@ -1,4 +1,4 @@
-// Lists in texts: words with a separator between them.
+// Joins words with a separator between them.
 #pragma once
 
 #include <functional>
@@ -16,7 +16,7 @@ inline void appendTo(std::string &list, std::string_view separator, std::string_
     list.append(word);
 }
 
-/// What is in @p words, with a separator between them; @p text makes a text of each that is none by itself.
+/// The elements of @p words with a separator between them; @p text converts an element that is not a text.
 template <class Words, class Text = std::identity>
 [[nodiscard]] std::string join(const Words &words, std::string_view separator, Text text = {})
 {

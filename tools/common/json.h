@@ -1,4 +1,4 @@
-// JSON documents whose keys stay in the order in which they were added.
+// JSON documents whose keys keep the order in which they were added.
 #pragma once
 
 #include <nlohmann/json.hpp>

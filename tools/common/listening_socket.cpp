@@ -1,4 +1,4 @@
-// Listening sockets: whose place a path is, and who may take it.
+// Listening sockets: checks whether a path is free, and claims it.
 #include "common/listening_socket.h"
 
 #include "common/lock_file.h"
@@ -36,24 +36,24 @@ sockaddr_un addressOf(const std::string &path)
     return address;
 }
 
-/// A directory that only this user can write; no run removes it as long as it is held.
+/// A directory that only this user can write to. No run removes it while the descriptor is open.
 Descriptor ownDirectory(const std::filesystem::path &path)
 {
-    HeldFolder folder = holdFolder(path, FolderUse::serve, kMadeByService);
+    LockedFolder folder = lockFolder(path, FolderUse::serve, kMadeByService);
     struct stat status {};
     if (fstat(folder.descriptor.get(), &status) != 0) {
-        fail("can not look at " + path.string());
+        fail("cannot examine " + path.string());
     }
     const mode_t mode = status.st_mode & 07777;
     const mode_t narrowed = mode & kMadeByService;
-    // What a run made stays marked as that, for the last run to remove it.
+    // A directory that a run made keeps its mark, so that the last run removes it.
     if (mode != kMadeByRun && mode != narrowed && fchmod(folder.descriptor.get(), narrowed) != 0) {
-        fail("can not take the others' right to write from " + path.string());
+        fail("cannot remove other users' write permission from " + path.string());
     }
     return std::move(folder.descriptor);
 }
 
-/// Removes what an earlier service left behind; refuses everything else.
+/// Removes the socket of an earlier service that has ended. Throws if anything else is at the path.
 void clearPath(const std::string &path)
 {
     struct stat status {};
@@ -61,17 +61,17 @@ void clearPath(const std::string &path)
         return;
     }
     if (!S_ISSOCK(status.st_mode)) {
-        throw std::runtime_error(path + " exists and is no socket; remove it first");
+        throw std::runtime_error(path + " exists and is not a socket; remove it first");
     }
     const SocketState state = stateOfSocket(path);
     if (state == SocketState::live) {
-        throw std::runtime_error("a service is running at " + path + " already; end it first, or use \"kvosim run\"");
+        throw std::runtime_error("a service is already running at " + path + "; stop it first, or use \"kvosim run\"");
     }
     if (state != SocketState::stale) {
-        fail("can not tell whether a service runs at " + path);
+        fail("cannot find out whether a service runs at " + path);
     }
     if (unlink(path.c_str()) != 0) {
-        fail("can not remove the stale socket " + path);
+        fail("cannot remove the stale socket " + path);
     }
 }
 
@@ -85,12 +85,12 @@ ListeningSocket::ListeningSocket(std::filesystem::path path, mode_t mode) : path
     const LockFile starting(path_.parent_path() / (std::string(kLockFilePrefix) + "start"));
     clearPath(path_);
     socket_ = Descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    // Narrow before it has a path, so that nobody else gets in between. The umask may take from that; nobody else can have put
-    // another file into this directory meanwhile.
+    // Restrict the socket before it has a path, so that no other user can connect in between. The umask may remove more bits, so
+    // chmod follows bind. No other user can replace the file meanwhile: only this user can write to the directory.
     if (fchmod(socket_.get(), mode) != 0 ||
         bind(socket_.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
         chmod(path_.c_str(), mode) != 0 || listen(socket_.get(), kWaitingConnections) != 0) {
-        fail("can not listen at " + path_.string());
+        fail("cannot listen at " + path_.string());
     }
     struct stat status {};
     if (lstat(path_.c_str(), &status) == 0) {

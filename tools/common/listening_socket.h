@@ -1,4 +1,4 @@
-// A listening socket at a path, taken over from nobody and removed at its end.
+// A listening socket at a path. It never replaces a live socket, and it removes its file at the end.
 #pragma once
 
 #include "common/descriptor.h"
@@ -8,15 +8,15 @@
 
 namespace tools {
 
-/// Who may connect to a socket, as file modes, whatever the umask: those who may write it.
-inline constexpr mode_t kWidest = 0666;
+/// File modes that decide who may connect to a socket, whatever the umask: the users who may write to it.
+inline constexpr mode_t kForAllUsers = 0666;
 inline constexpr mode_t kForThisUser = 0600;
 
 class ListeningSocket {
 public:
-    /// Creates the directory where it is missing, removes a socket that nobody listens at any more, and listens.
-    /// Throws std::runtime_error where a live service listens there, the directory is another user's, or the path is taken
-    /// by something that is no socket.
+    /// Creates the directory if it is missing, removes a stale socket, and listens.
+    /// Throws std::runtime_error if a live service listens there, the directory belongs to another user, or the path is something
+    /// other than a socket.
     explicit ListeningSocket(std::filesystem::path path, mode_t mode = kForThisUser);
     ListeningSocket(const ListeningSocket &) = delete;
     ListeningSocket &operator=(const ListeningSocket &) = delete;
@@ -28,7 +28,7 @@ public:
 private:
     std::filesystem::path path_;
     Descriptor socket_;
-    // Which file is this socket's: whoever has put another one in its place keeps that.
+    // They identify this socket's file: a file that has replaced it is not removed.
     dev_t device_ = 0;
     ino_t inode_ = 0;
 };

@@ -1,3 +1,4 @@
+// Locks a file with flock and removes it at the end.
 #include "common/lock_file.h"
 
 #include "common/socket_folder.h"
@@ -27,17 +28,17 @@ void check(bool good, const std::string &what)
 
 LockFile::LockFile(std::filesystem::path path, const std::function<void()> &waiting) : path_(std::move(path))
 {
-    // The one that had it removes it, so that another file may be at the path by the time that this one is locked.
-    bool told = false;
+    // The previous owner removes the file, so another file may be at the path by the time that this one is locked.
+    bool notified = false;
     for (bool locked = false; !locked || !isAt(file_.get(), path_);) {
         file_ = Descriptor(open(path_.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, kForThisUserAlone));
-        check(file_.valid(), "can not create " + path_.string());
+        check(file_.valid(), "cannot create " + path_.string());
         locked = flock(file_.get(), LOCK_EX | LOCK_NB) == 0;
         if (locked) {
             continue;
         }
-        check(errno == EWOULDBLOCK || errno == EINTR, "can not lock " + path_.string());
-        if (waiting && !std::exchange(told, true)) {
+        check(errno == EWOULDBLOCK || errno == EINTR, "cannot lock " + path_.string());
+        if (waiting && !std::exchange(notified, true)) {
             waiting();
         }
         locked = flock(file_.get(), LOCK_EX) == 0;

@@ -1,4 +1,4 @@
-// A file that one process at a time has, and that is there only as long.
+// A file that only one process at a time can lock. It exists only while it is locked.
 #pragma once
 
 #include "common/descriptor.h"
@@ -10,7 +10,8 @@ namespace tools {
 
 class LockFile {
 public:
-    /// Waits until no other process has it; @p waiting is called once, before it has to wait. In a folder that only this user can write.
+    /// Waits until no other process has the lock, and calls @p waiting once before it has to wait. The folder must be one that
+    /// only this user can write to.
     explicit LockFile(std::filesystem::path path, const std::function<void()> &waiting = {});
     LockFile(const LockFile &) = delete;
     LockFile &operator=(const LockFile &) = delete;

@@ -1,4 +1,4 @@
-// Asks the loader, and the platform for the configuration file's name.
+// Asks the loader for its libraries, and the platform for the name of the configuration file.
 #include "common/platform_check.h"
 
 #include <kvo_hws/platform.h>
@@ -14,7 +14,7 @@ namespace tools {
 
 namespace {
 
-/// Read where the platform names none.
+/// The file that is read if the platform names none.
 constexpr const char *kUsualConfiguration = "/etc/kvo_hws.conf";
 
 struct CloseLibrary {
@@ -25,16 +25,16 @@ struct CloseLibrary {
 
 Finding examineLibrary(const std::string &name)
 {
-    // Only what is loaded already: a library that is first found here is not the one that requests go through.
+    // Only a library that is already loaded counts: one that dlopen would load now is not the one that requests use.
     const std::unique_ptr<void, CloseLibrary> handle(dlopen(name.c_str(), RTLD_LAZY | RTLD_NOLOAD));
     link_map *map = nullptr;
     if (!handle || dlinfo(handle.get(), RTLD_DI_LINKMAP, &map) != 0) {
         return {.check = name,
-                .words = "The loader has not found " + name + ".",
-                .advice = "Install it beside libkvo_hws.so.0, or name its folder in LD_LIBRARY_PATH.",
+                .words = "The loader did not find " + name + ".",
+                .advice = "Install it next to libkvo_hws.so.0, or add its folder to LD_LIBRARY_PATH.",
                 .fault = Fault::platformMissing};
     }
-    return {.check = name, .words = std::string("The loader took ") + map->l_name + "."};
+    return {.check = name, .words = std::string("The loader uses ") + map->l_name + "."};
 }
 
 Finding examineConfiguration()
@@ -45,8 +45,8 @@ Finding examineConfiguration()
         return {.check = "configuration", .words = "The configuration file is " + file + "."};
     }
     return {.check = "configuration",
-            .words = "The configuration file " + file + " can not be read: " + std::strerror(errno) + ".",
-            .advice = "No request needs it. Where settings of this panel seem not to count, put it there."};
+            .words = "The configuration file " + file + " cannot be read: " + std::strerror(errno) + ".",
+            .advice = "No request needs it. If this panel's settings have no effect, put it there."};
 }
 
 }  // namespace tools

@@ -1,3 +1,4 @@
+// Creates the mount namespace, through a user namespace where root's rights are missing.
 #include "common/private_namespace.h"
 
 #include <cerrno>
@@ -31,7 +32,7 @@ void writeFile(const std::string &path, std::string_view text)
     }
 }
 
-/// Whether this process may do what root may with mounts.
+/// Whether this process has root's right to mount.
 bool mayMount()
 {
     constexpr int kSystemAdministration = 21;  // CAP_SYS_ADMIN
@@ -44,7 +45,7 @@ bool mayMount()
     return false;
 }
 
-/// Why there is no user namespace, which would grant the right to mount.
+/// Why the process could not get a user namespace, which would grant the right to mount.
 std::string reasonForNoUserNamespace(int error)
 {
     std::string reason = std::generic_category().message(error);
@@ -61,14 +62,14 @@ std::string reasonForNoUserNamespace(int error)
     const std::string denied = "new mount namespace: Operation not permitted (";
     if (mayMount()) {
         throw NamespaceRefused(
-            denied + "although this process has CAP_SYS_ADMIN: a filter of system calls, as of a container, forbids it)");
+            denied + "although this process has CAP_SYS_ADMIN: a system call filter, such as a container's, forbids it)");
     }
     throw NamespaceRefused(denied +
-                           (geteuid() == 0 ? "this root has no CAP_SYS_ADMIN, as in most containers" : "only root may") +
+                           (geteuid() == 0 ? "root has no CAP_SYS_ADMIN here, as in most containers" : "only root may") +
                            "); new user namespace, which would permit it: " + reasonForNoUserNamespace(error));
 }
 
-/// Without root, a user namespace in which this user keeps its own number grants the right to mount.
+/// Without root's rights, a user namespace in which this user keeps its own number grants the right to mount.
 void unshareMounts()
 {
     if (unshare(CLONE_NEWNS) == 0) {
@@ -87,7 +88,7 @@ void unshareMounts()
     writeFile("/proc/self/gid_map", group + " " + group + " 1");
 }
 
-/// Whether a mount is seen in other namespaces as well.
+/// Whether other namespaces see a mount as well.
 bool isShared(std::string_view mountPoint)
 {
     std::string place = " ";
@@ -95,7 +96,7 @@ bool isShared(std::string_view mountPoint)
     std::ifstream mounts("/proc/self/mountinfo");
     bool shared = false;
     for (std::string line; std::getline(mounts, line);) {
-        // Id, parent, device, root, mount point, options, and what it shares; the last mount of a place is the one that is seen.
+        // Fields: id, parent, device, root, mount point, options, propagation. The last mount at a path is the visible one.
         if (line.find(place) != std::string::npos) {
             shared = line.find(" shared:") != std::string::npos;
         }
@@ -108,15 +109,15 @@ bool isShared(std::string_view mountPoint)
 PrivateNamespace::PrivateNamespace() : folder_(FolderUse::mountOn)
 {
     unshareMounts();
-    // Nothing that is mounted from here on reaches the outside. In a chroot the root may be no mount of its own, and can not be told so.
-    const bool toldPrivate = mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
-    if (!toldPrivate && errno != EINVAL) {
+    // Keeps later mounts out of other namespaces. In a chroot "/" may not be a mount point, and then mount fails with EINVAL.
+    const bool madePrivate = mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+    if (!madePrivate && errno != EINVAL) {
         fail("make the mounts private");
     }
     if (mount("tmpfs", kSocketDirectory, "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755,size=16m") != 0) {
         fail(std::string("mount ") + kSocketDirectory);
     }
-    if (!toldPrivate && isShared(kSocketDirectory)) {
+    if (!madePrivate && isShared(kSocketDirectory)) {
         umount(kSocketDirectory);
         errno = EINVAL;
         fail("make the mounts private (this is a chroot below a shared mount)");

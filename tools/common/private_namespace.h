@@ -1,4 +1,4 @@
-// A process's own /tmp/kvo_hws: programs that talk to a hardware service run side by side, each with a service of its own.
+// A private /tmp/kvo_hws for a process, so that programs can run side by side, each with its own hardware service.
 #pragma once
 
 #include "common/run_folder.h"
@@ -7,7 +7,7 @@
 
 namespace tools {
 
-/// The kernel, or what confines this process, does not grant it a mount namespace. The text says which right is missing.
+/// The kernel, or the container that confines this process, refuses a mount namespace. The text says which right is missing.
 class NamespaceRefused : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -15,13 +15,14 @@ public:
 
 class PrivateNamespace {
 public:
-    /// Moves the calling process into a mount namespace in which kSocketDirectory is empty and its own, for good. Needs no root
-    /// where the kernel grants user namespaces, but then only a single thread. Make it before threads are started; a program
-    /// that is executed from here on is inside too. Throws NamespaceRefused; std::runtime_error whose text says which step failed.
+    /// Moves the calling process permanently into a mount namespace in which kSocketDirectory is empty and private. Needs no root
+    /// rights if the kernel grants user namespaces, but then the process must have a single thread. Construct it before threads
+    /// start. Programs that the process executes later are inside too. Throws NamespaceRefused, or std::runtime_error whose text
+    /// says which step failed.
     PrivateNamespace();
 
 private:
-    RunFolder folder_;  // what the mount lies on
+    RunFolder folder_;  // the mount point
 };
 
 }  // namespace tools

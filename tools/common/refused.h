@@ -1,16 +1,16 @@
-// How a request to a running simulator ends that can not be carried out.
+// Exceptions for requests to a running simulator that it does not carry out.
 #pragma once
 
 #include <stdexcept>
 
 namespace tools {
 
-/// The simulator has refused a request. The text says why.
+/// The simulator refused a request. The text says why.
 struct Refused : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-/// The request was in order, but could not be done now: somebody else is not there, or does not answer.
+/// The request was valid, but could not be carried out now: the other side is not connected or does not answer.
 struct CouldNot : std::runtime_error {
     using std::runtime_error::runtime_error;
 };

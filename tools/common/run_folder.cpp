@@ -1,4 +1,4 @@
-// The guardian: a process that stays in the mount namespace in which the folder is to be removed, and outlives the run.
+// Starts the guardian, a process that outlives the run and then removes the folder. It stays in the mount namespace of the folder.
 #include "common/run_folder.h"
 
 #include <algorithm>
@@ -19,7 +19,7 @@ namespace {
 constexpr int kRemovalMilliseconds = 2'000;
 constexpr char kDone = 'd';
 
-/// The places of the guardian's descriptors; it has no others, and with them holds no terminal, pipe or file of the run.
+/// The numbers of the guardian's descriptors. It has no others, so it keeps no terminal, pipe or file of the run open.
 enum GuardianDescriptor { kFolder, kRun, kProcess, kDescriptors };
 
 void keepOnly(const std::array<int, kDescriptors> &descriptors)
@@ -34,7 +34,8 @@ void keepOnly(const std::array<int, kDescriptors> &descriptors)
     syscall(SYS_close_range, static_cast<unsigned>(kDescriptors), ~0U, 0);
 }
 
-/// The run says that it is done, or ends without a word. One that executes another program goes on, though its end is closed.
+/// Waits until the run sends kDone or its process ends. A closed socket alone is not the end: a run that executes another program
+/// continues without the socket.
 void waitForTheRun()
 {
     std::array<pollfd, 2> events{pollfd{.fd = kRun, .events = POLLIN, .revents = 0},
@@ -51,10 +52,10 @@ void waitForTheRun()
     }
 }
 
-/// Never returns. @p made: this run made the folder, and so waits for those of other users, who cannot remove it.
+/// Never returns. @p made: this run made the folder, so its guardian waits for the runs of other users, who cannot remove it.
 [[noreturn]] void guard(const std::array<int, kDescriptors> &descriptors, bool made)
 {
-    // Out of the reach of the terminal's signals.
+    // The terminal's signals do not reach a session of its own.
     setsid();
     prctl(PR_SET_NAME, "kvosim_folder");
     keepOnly(descriptors);
@@ -63,7 +64,7 @@ void waitForTheRun()
     }
     waitForTheRun();
     removeUnusedFolder(kFolder, kSocketDirectory, false);
-    close(kRun);  // the run waits for no more than that
+    close(kRun);  // the run waits only until here
     close(kProcess);
     if (made) {
         removeUnusedFolder(kFolder, kSocketDirectory, true);
@@ -71,9 +72,9 @@ void waitForTheRun()
     _exit(0);
 }
 
-/// Starts the guardian as a process that is no child of this one, which may wait for all of its children, or end them. Where
-/// that cannot be done the folder stays behind.
-Descriptor startGuardian(const HeldFolder &folder)
+/// Starts the guardian as a process that is not a child of this one, because this process may wait for all of its children, or
+/// kill them. If that fails, the folder is not removed.
+Descriptor startGuardian(const LockedFolder &folder)
 {
     std::array<int, 2> ends{};
     const Descriptor process(static_cast<int>(syscall(SYS_pidfd_open, getpid(), 0)));
@@ -97,7 +98,7 @@ Descriptor startGuardian(const HeldFolder &folder)
 
 }  // namespace
 
-RunFolder::RunFolder(FolderUse use, const Waiting &waiting) : folder_(holdFolder(kSocketDirectory, use, kMadeByRun, waiting))
+RunFolder::RunFolder(FolderUse use, const Waiting &waiting) : folder_(lockFolder(kSocketDirectory, use, kMadeByRun, waiting))
 {
     if (folder_.descriptor.valid()) {
         guardian_ = startGuardian(folder_);

@@ -1,4 +1,4 @@
-// The folder of the sockets for the time of a run: the last run removes the folder that a run made.
+// The folder of the sockets during a run. The last run removes the folder if a run made it.
 #pragma once
 
 #include "common/socket_folder.h"
@@ -7,16 +7,16 @@ namespace tools {
 
 class RunFolder {
 public:
-    /// Holds kSocketDirectory until the process ends, also where it is killed or executes another program meanwhile. To be made
-    /// before the process has threads, and in the mount namespace whose folder is meant. Throws as holdFolder does.
+    /// Keeps kSocketDirectory until the process ends, even if it is killed or executes another program. Construct it before the
+    /// process has threads, and in the mount namespace of the folder. Throws as lockFolder does.
     explicit RunFolder(FolderUse use, const Waiting &waiting = {});
     RunFolder(const RunFolder &) = delete;
     RunFolder &operator=(const RunFolder &) = delete;
-    /// Lets go of it already; returns when it is removed, if this is the last run.
+    /// Releases the folder. If this is the last run, returns after the folder is removed.
     ~RunFolder();
 
 private:
-    HeldFolder folder_;
+    LockedFolder folder_;
     Descriptor guardian_;
 };
 

@@ -1,4 +1,4 @@
-// Speaks to the socket itself: the library tells all that can go wrong by two numbers, and waits as long as bytes drip in.
+// Talks to the socket directly: the library reports all faults with two result codes, and keeps waiting while single bytes arrive.
 #include "common/service_probe.h"
 
 #include "common/command_socket.h"
@@ -28,16 +28,16 @@ using Clock = std::chrono::steady_clock;
 
 constexpr auto kQueuePatience = 2s;
 constexpr auto kQueuePause = 50ms;
-/// As long as the library waits for a reply's first byte.
-constexpr auto kReplyPatience = 4s;
-/// No answer to the question is so long.
+/// The library waits as long for the first byte of a reply.
+constexpr auto kReplyTimeout = 4s;
+/// No valid reply is as long.
 constexpr std::size_t kLongestAnswer = 256;
 constexpr std::size_t kLongestShown = 80;
 
 constexpr std::string_view kQuestion = "isInitComplete\n";
 
 const std::string kIsItRunning = "Start the hardware service. For a simulated one: kvosim run -- kvoctl ...";
-const std::string kAskForRights = "Run kvoctl as a user of the panel's programs, or as root.";
+const std::string kAskForRights = "Run kvoctl as the user of the panel's programs, or as root.";
 
 std::string errorText() { return std::strerror(errno); }
 
@@ -46,7 +46,7 @@ public:
     std::vector<Finding> run() &&
     {
         const bool ready = examineDirectory() && examineSocket() && connect() && ask() && examineAnswer();
-        static_cast<void>(ready);  // the findings say it better
+        static_cast<void>(ready);  // the findings contain more
         return std::move(findings_);
     }
 
@@ -71,10 +71,10 @@ private:
                          "The hardware service has not run since the panel started. " + kIsItRunning);
         }
         if (!S_ISDIR(status.st_mode)) {
-            return fault("directory", Fault::noSocket, path + " is no directory.",
+            return fault("directory", Fault::noSocket, path + " is not a directory.",
                          "Remove it and start the hardware service again.");
         }
-        return well("directory", "The directory " + path + " is there.");
+        return well("directory", "The directory " + path + " exists.");
     }
 
     bool examineSocket()
@@ -83,15 +83,16 @@ private:
         struct stat status {};
         if (stat(kCommandSocket, &status) != 0) {
             if (errno == EACCES) {
-                return fault("socket", Fault::notPermitted,
-                             std::string("This user may not look into ") + kSocketDirectory + ".", kAskForRights);
+                return fault("socket", Fault::notPermitted, std::string("This user may not access ") + kSocketDirectory + ".",
+                             kAskForRights);
             }
             return fault("socket", Fault::socketMissing, "The socket " + path + ": " + errorText() + ".", kIsItRunning);
         }
         if (!S_ISSOCK(status.st_mode)) {
-            return fault("socket", Fault::noSocket, path + " is no socket.", "Remove it and start the hardware service again.");
+            return fault("socket", Fault::noSocket, path + " is not a socket.",
+                         "Remove it and start the hardware service again.");
         }
-        return well("socket", "The socket " + path + " is there.");
+        return well("socket", "The socket " + path + " exists.");
     }
 
     bool connect()
@@ -101,7 +102,7 @@ private:
         std::string_view(kCommandSocket).copy(address.sun_path, sizeof address.sun_path - 1);
         const auto deadline = Clock::now() + kQueuePatience;
         while (::connect(socket_.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
-            // A full queue tells so at once; it may be a moment's rush.
+            // connect fails at once if the queue is full. That may last only a moment.
             if (errno != EAGAIN || Clock::now() > deadline) {
                 return connectFault();
             }
@@ -116,20 +117,19 @@ private:
         switch (errno) {
         case ECONNREFUSED:
             return fault("connection", Fault::staleSocket,
-                         "Nobody listens at the socket: the service has ended without tidying up.",
-                         "Start the hardware service again; it replaces the socket. If it does not, remove it by hand.");
+                         "No process listens at the socket: the service ended without removing it.",
+                         "Start the hardware service again; it replaces the socket. If it does not, remove the socket.");
         case EACCES: return fault("connection", Fault::notPermitted, "This user may not write to the socket.", kAskForRights);
         case EAGAIN:
-            return fault(
-                "connection", Fault::queueFull,
-                "The queue of the socket stays full: the service accepts no connections any more.",
-                "The service hangs, or more programs ask it than it can answer. Look for such programs; else restart it.");
+            return fault("connection", Fault::queueFull,
+                         "The queue of the socket stays full: the service no longer accepts connections.",
+                         "The service hangs or is overloaded. Look for programs that send many requests, or restart it.");
         case ENOENT: return fault("connection", Fault::socketMissing, "The socket has just disappeared.", kIsItRunning);
         default: throw std::system_error(errno, std::generic_category(), "connect");
         }
     }
 
-    /// Who listens, as far as the system tells.
+    /// The process that listens, if the system can name it.
     [[nodiscard]] std::string peerName() const
     {
         ucred peer{};
@@ -146,14 +146,14 @@ private:
     bool ask()
     {
         if (send(socket_.get(), kQuestion.data(), kQuestion.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(kQuestion.size())) {
-            return noAnswer("takes no request: " + errorText());
+            return noAnswer("does not accept the request: " + errorText());
         }
-        const auto deadline = Clock::now() + kReplyPatience;
+        const auto deadline = Clock::now() + kReplyTimeout;
         while (answer_.find('\n') == std::string::npos && answer_.size() < kLongestAnswer) {
             if (!waitUntil(deadline)) {
                 return fault("answer", Fault::silent,
-                             "The service accepts the request and sends no whole answer within " +
-                                 std::to_string(kReplyPatience.count()) + " s, which is as long as programs wait.",
+                             "The service accepts the request, but sends no complete answer within " +
+                                 std::to_string(kReplyTimeout.count()) + " s. Programs wait no longer.",
                              "The service hangs. Restart it" + (peer_.empty() ? "" : ": " + peer_) + ".");
             }
             if (!receive()) {
@@ -164,7 +164,7 @@ private:
         return true;
     }
 
-    /// Whether something can be read in time.
+    /// Whether the socket becomes readable in time.
     [[nodiscard]] bool waitUntil(Clock::time_point deadline) const
     {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
@@ -180,8 +180,7 @@ private:
             return true;
         }
         if (count <= 0) {
-            return noAnswer(count == 0 ? "closes the connection without an answer"
-                                       : "breaks the connection off: " + errorText());
+            return noAnswer(count == 0 ? "closes the connection without an answer" : "breaks the connection: " + errorText());
         }
         answer_.append(piece.data(), static_cast<std::size_t>(count));
         return true;
@@ -190,7 +189,7 @@ private:
     bool noAnswer(const std::string &words)
     {
         return fault("answer", Fault::oddAnswer, "The service " + words + ".",
-                     "Look into the system's log for what it says; restart it.");
+                     "Look for its messages in the system log. Restart it.");
     }
 
     bool examineAnswer()
@@ -200,11 +199,11 @@ private:
         }
         if (answer_ == "no") {
             return fault("answer", Fault::notReady, "The service answers, but has not finished starting.",
-                         "Wait: kvoctl ready --wait 30. If it never becomes ready, look into the system's log.");
+                         "Wait: kvoctl ready --wait 30. If it never becomes ready, look at the system log.");
         }
         return fault("answer", Fault::oddAnswer,
-                     "Asked whether it is ready, the service answers \"" + answer_.substr(0, kLongestShown) + "\".",
-                     "Is it the hardware service of this panel, and of the right version? kvoctl version shows it.");
+                     "The service answers \"" + answer_.substr(0, kLongestShown) + "\" when asked whether it is ready.",
+                     "Is it this panel's hardware service? Check its version with kvoctl version.");
     }
 
     Descriptor socket_;

@@ -1,4 +1,4 @@
-// Follows the way of a request to the service step by step, to the first one that fails.
+// Checks each step of a request to the service, up to the first one that fails.
 #pragma once
 
 #include "common/finding.h"
@@ -7,7 +7,7 @@
 
 namespace tools {
 
-/// Takes 7 s at most, whatever the service does. What was found, the fault last.
+/// Returns the findings, the fault last. Takes at most 7 s, whatever the service does.
 std::vector<Finding> probeService();
 
 }  // namespace tools

@@ -1,3 +1,4 @@
+// Makes, locks and removes the folder. Locks with flock keep it while a process uses it.
 #include "common/socket_folder.h"
 
 #include <cerrno>
@@ -58,8 +59,8 @@ std::string asUser(const std::string &name)
     struct stat status {};
     const bool known = lstat(path.c_str(), &status) == 0;
     throw std::runtime_error(
-        path.string() + " is no directory that can be used" +
-        (known ? " (it belongs to " + described(status.st_uid) + "; it must be a directory, and no link)" : std::string()) +
+        path.string() + " is not a usable directory" +
+        (known ? " (it belongs to " + described(status.st_uid) + "; it must be a directory, not a link)" : std::string()) +
         "; to remove it, type " + asRoot("rm " + path.string()));
 }
 
@@ -67,7 +68,7 @@ std::string asUser(const std::string &name)
 {
     const std::string belongs = path.string() + " belongs to another user (" + described(owner) + ")";
     if (inUse) {
-        throw std::runtime_error(belongs + ", who has \"kvosim run\" at work there; wait for its end, or use \"kvosim run\"");
+        throw std::runtime_error(belongs + ", whose \"kvosim run\" uses it; wait until that ends, or use \"kvosim run\"");
     }
     const std::string name = nameOf(owner);
     throw std::runtime_error(belongs + "; to remove it, type " + asRoot("rm -r " + path.string()) +
@@ -75,7 +76,7 @@ std::string asUser(const std::string &name)
                                            : ", or start the service as that user: " + asUser(name)));
 }
 
-/// Whether it was missing. The mark of a run has to be there from the start, whatever the umask.
+/// Returns whether the folder was missing. The mark of a run must be set from the start, whatever the umask.
 bool makeFolder(const std::filesystem::path &path, mode_t mode)
 {
     const mode_t mask = mode == kMadeByRun ? umask(0) : 0;
@@ -85,7 +86,7 @@ bool makeFolder(const std::filesystem::path &path, mode_t mode)
         umask(mask);
     }
     if (!made && error != EEXIST) {
-        fail("can not create " + path.string(), error);
+        fail("cannot create " + path.string(), error);
     }
     return made;
 }
@@ -95,15 +96,15 @@ Descriptor openFolder(const std::filesystem::path &path)
     return Descriptor(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
 }
 
-/// A folder that only its owner can read; a run did not make it, so that none removes it.
+/// Whether the path is a folder that only its owner can read. A run did not make it, so no run removes it.
 bool isClosedFolder(const std::filesystem::path &path)
 {
     struct stat status {};
     return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-/// Gives up a folder of another user where it is empty and not in use, so that this user can make its own. The lock keeps
-/// the mounts of the runs that use it.
+/// Removes a folder of another user if it is empty and not in use, so that this user can make its own. The lock protects the
+/// mounts of the runs that use it.
 bool removedEmpty(int folder, const std::filesystem::path &path)
 {
     return lock(folder, LOCK_EX | LOCK_NB) && isAt(folder, path) && rmdir(path.c_str()) == 0;
@@ -118,9 +119,9 @@ bool isInUse(int folder)
     return !free;
 }
 
-/// Whether another user's folder may be gone by now, and is to be looked for again.
+/// Whether another user's folder may be gone now, so that the caller must try again.
 bool canBeReplaced(int folder, const std::filesystem::path &path, const struct stat &status, FolderUse use,
-                   const Waiting &waiting, bool &told)
+                   const Waiting &waiting, bool &notified)
 {
     if (geteuid() == 0 && removedEmpty(folder, path)) {
         return true;
@@ -135,7 +136,7 @@ bool canBeReplaced(int folder, const std::filesystem::path &path, const struct s
         }
         refuseOthers(path, status.st_uid, inUse);
     }
-    if (!std::exchange(told, true)) {
+    if (!std::exchange(notified, true)) {
         waiting("\"kvosim run\" of another user (" + described(status.st_uid) + ") to end");
     }
     std::this_thread::sleep_for(kWaitingStep);
@@ -152,26 +153,26 @@ bool isAt(int descriptor, const std::filesystem::path &path)
            opened.st_ino == there.st_ino;
 }
 
-HeldFolder holdFolder(const std::filesystem::path &path, FolderUse use, mode_t mode, const Waiting &waiting)
+LockedFolder lockFolder(const std::filesystem::path &path, FolderUse use, mode_t mode, const Waiting &waiting)
 {
-    for (bool told = false;;) {
+    for (bool notified = false;;) {
         const bool made = makeFolder(path, mode);
         Descriptor folder = openFolder(path);
         struct stat status {};
         if (!folder.valid() || fstat(folder.get(), &status) != 0) {
             if (errno == ENOENT) {
-                continue;  // a run has removed it meanwhile
+                continue;  // a run removed it in the meantime
             }
             if (use == FolderUse::mountOn && errno == EACCES && isClosedFolder(path)) {
                 return {};
             }
             refuseFile(path);
         }
-        if (status.st_uid != geteuid() && canBeReplaced(folder.get(), path, status, use, waiting, told)) {
+        if (status.st_uid != geteuid() && canBeReplaced(folder.get(), path, status, use, waiting, notified)) {
             continue;
         }
         if (!lock(folder.get(), LOCK_SH)) {
-            fail("can not lock " + path.string());
+            fail("cannot lock " + path.string());
         }
         if (isAt(folder.get(), path)) {
             return {.descriptor = std::move(folder), .made = made};
@@ -188,7 +189,7 @@ SocketState stateOfSocket(const std::filesystem::path &path)
     address.sun_family = AF_UNIX;
     path.native().copy(address.sun_path, path.native().size());
     const Descriptor probe(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    // A full queue (EAGAIN) belongs to a live service too.
+    // A full queue (EAGAIN) also means a live service.
     if (connect(probe.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 || errno == EAGAIN) {
         return SocketState::live;
     }
@@ -197,7 +198,7 @@ SocketState stateOfSocket(const std::filesystem::path &path)
 
 namespace {
 
-/// What a run that was killed has left; everything else stays, and the folder with it.
+/// Removes the files of a run that was killed. All other files stay, and then the folder stays too.
 void removeLeftovers(const std::filesystem::path &path)
 {
     std::error_code ignored;
@@ -221,7 +222,7 @@ void removeUnusedFolder(int folder, const std::filesystem::path &path, bool wait
     if (status.st_uid == geteuid()) {
         removeLeftovers(path);
     }
-    // Not where it is empty: a service or a program has its sockets there.
+    // Fails if the folder is not empty: then a service or a program has its sockets there.
     rmdir(path.c_str());
 }
 

@@ -1,4 +1,4 @@
-// The folder of the service's sockets: common to all users of the machine, made and removed by the process that needs it.
+// The folder of the service's sockets. All users of the machine share it; the process that needs it makes and removes it.
 #pragma once
 
 #include "common/command_socket.h"
@@ -11,32 +11,32 @@
 
 namespace tools {
 
-/// The mode of a folder that a run made, which the last run removes. Services make theirs without the sticky bit; in a folder
-/// that only its owner can write, the bit changes nothing else.
+/// The mode of a folder that a run made and that the last run removes. The sticky bit is the mark: services make their folder
+/// without it. In a folder that only its owner can write to, the bit changes nothing else.
 inline constexpr mode_t kMadeByRun = 01755;
-inline constexpr mode_t kMadeByService = 0755;  // others may reach the sockets, but put none in their place
+inline constexpr mode_t kMadeByService = 0755;  // other users may connect to the sockets, but not replace them
 
-/// Files that kvosim locks in the folder; nothing else of these names is there.
+/// The prefix of the files that kvosim locks in the folder. No other file has it.
 inline constexpr const char *kLockFilePrefix = ".kvosim_";
 
 enum class FolderUse {
-    mountOn,  // any folder will do
+    mountOn,  // any folder is suitable
     serve,    // it must belong to this user
 };
 
-/// A folder that no run removes as long as the descriptor is open, by its shared lock.
-struct HeldFolder {
-    Descriptor descriptor;  // invalid where the folder is another user's who lets no one read it: no run removes that
-    bool made = false;      // by this call
+/// A folder with a shared lock: no run removes it while the descriptor is open.
+struct LockedFolder {
+    Descriptor descriptor;  // invalid if only another user can read the folder, which no run removes
+    bool made = false;      // this call made the folder
 };
 
-/// Called with what is waited for, once at most.
+/// Called at most once, with the text of what lockFolder waits for.
 using Waiting = std::function<void(const std::string &what)>;
 
-/// Holds the folder @p path, which is made with @p mode where it is missing. Root replaces an empty one of another user.
-/// With @p waiting, the end of another user's runs is waited for. Throws std::runtime_error, whose text says whose the folder is
-/// and which command helps.
-HeldFolder holdFolder(const std::filesystem::path &path, FolderUse use, mode_t mode, const Waiting &waiting = {});
+/// Locks the folder @p path, and makes it with @p mode if it is missing. Root replaces an empty folder of another user.
+/// With @p waiting, waits until another user's runs end. Throws std::runtime_error whose text says to whom the folder belongs and
+/// which command helps.
+LockedFolder lockFolder(const std::filesystem::path &path, FolderUse use, mode_t mode, const Waiting &waiting = {});
 
 /// Whether @p path is the file that @p descriptor has open.
 bool isAt(int descriptor, const std::filesystem::path &path);
@@ -46,8 +46,8 @@ enum class SocketState { live, stale, unknown };
 /// Whether a process listens at a socket.
 SocketState stateOfSocket(const std::filesystem::path &path);
 
-/// Removes a folder that a run made, unless somebody uses it. @p wait waits for those who hold it; the lock of @p folder is
-/// lost either way.
+/// Removes a folder that a run made, unless a process uses it. @p wait waits until all other locks are released. The lock of
+/// @p folder is lost in any case.
 void removeUnusedFolder(int folder, const std::filesystem::path &path, bool wait);
 
 }  // namespace tools

@@ -13,7 +13,7 @@ set(common_sources
   station/state.cpp
 )
 
-# What the sandbox of the tests and the benchmarks take of it.
+# The sources that the tests' sandbox and the benchmarks use.
 set(private_namespace_sources
   private_namespace.cpp
   run_folder.cpp

@@ -19,18 +19,18 @@ int status(Exit exit) { return static_cast<int>(exit); }
 int fail(const CommandLine &commandLine, const Failure &failure)
 {
     const std::string code = " (result " + std::to_string(failure.result()) + ")";
-    command_line::complain(commandLine.prefix(), displayText(failure.what()).text + code, hintOf(failure));
+    tools::command_line::complain(commandLine.prefix(), displayText(failure.what()).text + code, hintOf(failure));
     if (commandLine.json()) {
         writeError(failure.result(), failure.what());
     }
     return status(exitOf(failure));
 }
 
-int refuse(const CommandLine &commandLine, command_line::Mistake mistake)
+int refuse(const CommandLine &commandLine, tools::command_line::Mistake mistake)
 {
     const std::string meaning = mistake.meaning;
     mistake.meaning = displayText(meaning).text;
-    command_line::complain(commandLine.app(), mistake);
+    tools::command_line::complain(commandLine.app(), mistake);
     if (commandLine.json()) {
         writeError(std::nullopt, meaning);
     }
@@ -39,13 +39,13 @@ int refuse(const CommandLine &commandLine, command_line::Mistake mistake)
 
 int run(CommandLine &commandLine, const std::vector<std::string> &arguments)
 {
-    if (commandLine.answersShell(arguments)) {
+    if (commandLine.answerShell(arguments)) {
         return status(Exit::done);
     }
     try {
         commandLine.parse(arguments);
     } catch (const CLI::ParseError &error) {
-        if (const auto mistake = command_line::mistakeIn(commandLine.app(), arguments, error)) {
+        if (const auto mistake = tools::command_line::mistakeIn(commandLine.app(), arguments, error)) {
             return refuse(commandLine, *mistake);
         }
         commandLine.help(error);
@@ -57,7 +57,7 @@ int run(CommandLine &commandLine, const std::vector<std::string> &arguments)
     const Report report = commandLine.run();
     write(report, commandLine.json());
     if (!report.complaint.empty()) {
-        command_line::complain(commandLine.prefix(), displayText(report.complaint).text);
+        tools::command_line::complain(commandLine.prefix(), displayText(report.complaint).text);
     }
     return status(report.exit);
 }
@@ -97,7 +97,7 @@ int main(int argc, char **argv)
         commandLine.addHelp();
         return kvoctl::runReporting(commandLine, {argv + 1, argv + argc});
     } catch (const std::exception &error) {
-        command_line::complain("kvoctl", error.what());
+        tools::command_line::complain("kvoctl", error.what());
         return static_cast<int>(kvoctl::Exit::ownFailure);
     }
 }

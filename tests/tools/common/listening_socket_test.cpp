@@ -84,7 +84,7 @@ TEST_F(UnixSocket, leaves_another_file_alone)
 {
     std::filesystem::create_directory(directory);
     std::ofstream(path) << "precious";
-    EXPECT_THAT([&] { listenOnce(); }, ThrowsMessage<std::runtime_error>(HasSubstr("exists and is no socket")));
+    EXPECT_THAT([&] { listenOnce(); }, ThrowsMessage<std::runtime_error>(HasSubstr("exists and is not a socket")));
     EXPECT_EQ(kvosim_test::contentsOf(path), "precious");
 }
 
@@ -105,7 +105,7 @@ TEST_F(UnixSocket, refuses_another_users_directory)
 TEST_F(UnixSocket, refuses_a_link_in_place_of_its_directory)
 {
     std::filesystem::create_directory_symlink(root.path(), directory);
-    EXPECT_THAT([&] { listenOnce(); }, ThrowsMessage<std::runtime_error>(HasSubstr("is no directory that can be used")));
+    EXPECT_THAT([&] { listenOnce(); }, ThrowsMessage<std::runtime_error>(HasSubstr("is not a usable directory")));
 }
 
 TEST_F(UnixSocket, refuses_a_path_that_does_not_fit_an_address)

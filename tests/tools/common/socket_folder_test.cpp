@@ -37,11 +37,11 @@ TEST(SocketFolder, is_made_again_where_it_was_removed_before_the_lock_was_grante
     struct stat status {};
     ASSERT_EQ(fstat(last.get(), &status), 0);
     ASSERT_EQ(flock(last.get(), LOCK_EX), 0);
-    auto next = std::async(std::launch::async, [&] { return tools::holdFolder(path, FolderUse::mountOn, tools::kMadeByRun); });
+    auto next = std::async(std::launch::async, [&] { return tools::lockFolder(path, FolderUse::mountOn, tools::kMadeByRun); });
     ASSERT_TRUE(support::eventually([&] { return isAwaited(status.st_ino); }));
     ASSERT_EQ(rmdir(path.c_str()), 0);
     ASSERT_EQ(flock(last.get(), LOCK_UN), 0);
-    const tools::HeldFolder held = next.get();
+    const tools::LockedFolder held = next.get();
     EXPECT_TRUE(held.made);
     EXPECT_TRUE(tools::isAt(held.descriptor.get(), path));
 }
@@ -50,9 +50,9 @@ TEST(SocketFolder, is_removed_only_when_it_is_not_held)
 {
     const kvosim_test::TemporaryDirectory root;
     const std::filesystem::path path = root / "sockets";
-    const tools::HeldFolder first = tools::holdFolder(path, FolderUse::mountOn, tools::kMadeByRun);
+    const tools::LockedFolder first = tools::lockFolder(path, FolderUse::mountOn, tools::kMadeByRun);
     {
-        const tools::HeldFolder second = tools::holdFolder(path, FolderUse::mountOn, tools::kMadeByRun);
+        const tools::LockedFolder second = tools::lockFolder(path, FolderUse::mountOn, tools::kMadeByRun);
         EXPECT_FALSE(second.made);
         tools::removeUnusedFolder(first.descriptor.get(), path, false);
         EXPECT_TRUE(std::filesystem::exists(path));

@@ -1,5 +1,5 @@
-// The parser's own help, in lines that fit. What it is made of is the same in all versions of the parser from 2.1 on; the order in
-// which it is put together is not, so that is done here.
+// The parser's own help, wrapped at the terminal's width. The parts of the help are the same in all versions of the parser from
+// 2.1 on, but their order differs, so this file assembles them.
 #include "common/command_line/help.h"
 
 #include "common/command_line/terminal.h"
@@ -10,16 +10,16 @@
 #include <sstream>
 #include <string_view>
 
-namespace command_line {
+namespace tools::command_line {
 
 namespace {
 
 constexpr const char *kHelpWord = "help";
-/// A terminal that is narrower gets lines that are too long rather than one word each.
+/// On a narrower terminal the lines are too long. That is better than one word a line.
 constexpr std::size_t kNarrowest = 24;
-/// Where the meanings of options and commands begin.
+/// The column in which the descriptions of options and commands begin.
 constexpr std::size_t kColumn = 30;
-/// Below this width a meaning begins on a line of its own, here.
+/// On a narrower terminal a description begins on its own line, in column kOwnLine.
 constexpr std::size_t kTwoColumns = 64;
 constexpr std::size_t kIndent = 2;
 constexpr std::size_t kOwnLine = 6;
@@ -30,7 +30,7 @@ std::size_t columns(std::string_view text)
     return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), begins));
 }
 
-/// Puts words into lines; each line but the first begins with @p hanging blanks.
+/// Appends the words of @p text to @p line and wraps. Each line after the first begins with @p hanging spaces.
 std::string filled(const std::string &line, const std::string &text, std::size_t hanging, std::size_t width)
 {
     std::string all = line;
@@ -49,7 +49,7 @@ std::string filled(const std::string &line, const std::string &text, std::size_t
     return all;
 }
 
-/// Where the second column of an indented line begins; npos where there is none.
+/// The position at which the second column of an indented line begins; npos if there is only one column.
 std::size_t secondColumn(const std::string &line)
 {
     const std::size_t word = line.find_first_not_of(' ');
@@ -66,7 +66,7 @@ std::string wrappedLine(const std::string &line, std::size_t width)
     return filled(line.substr(0, second), line.substr(second), second, width);
 }
 
-/// A name, and what it means.
+/// A name and its description.
 std::string row(const std::string &name, const std::string &meaning, std::size_t width)
 {
     const std::string indented = std::string(kIndent, ' ') + name;
@@ -97,8 +97,8 @@ public:
     std::string make_usage(const CLI::App *app, std::string name) const override
     {
         const std::string usage = CLI::Formatter::make_usage(app, std::move(name));
-        const std::string command = completions::takesCommand(app) ? " -- COMMAND [ARGUMENT...]" : "";
-        // The parser's versions differ in the lines that they put around it.
+        const std::string command = tools::completions::takesCommand(app) ? " -- COMMAND [ARGUMENT...]" : "";
+        // The versions of the parser differ in the line breaks around the usage.
         return filled("", usage + command, kOwnLine, width()) + '\n';
     }
 
@@ -151,13 +151,13 @@ void wrapHelp(CLI::App &app)
 
 CLI::App *addHelpCommand(CLI::App &app)
 {
-    CLI::App *command = app.add_subcommand(kHelpWord, "Show this help, or that of a command");
+    CLI::App *command = app.add_subcommand(kHelpWord, "Show this help, or the help of a command");
     command->footer("");
-    // Only shown and offered: withoutHelpCommand leaves nothing of it to be read.
-    CLI::Option *argument = command->add_option("COMMAND", "The command's words")->type_name("");
+    // For help and completion only: withoutHelpCommand replaces the command before the parser sees it.
+    CLI::Option *argument = command->add_option("COMMAND", "The words of the command")->type_name("");
     argument->expected(0, CLI::detail::expected_max_vector_size);
-    completions::offer(argument, [&app] {
-        completions::Candidates candidates;
+    tools::completions::completeFrom(argument, [&app] {
+        tools::completions::Candidates candidates;
         for (const CLI::App *known : app.get_subcommands([](const CLI::App *one) { return one->get_name() != kHelpWord; })) {
             candidates.push_back({known->get_name(), known->get_description()});
         }
@@ -177,4 +177,4 @@ std::vector<std::string> withoutHelpCommand(std::vector<std::string> arguments)
     return arguments;
 }
 
-}  // namespace command_line
+}  // namespace tools::command_line

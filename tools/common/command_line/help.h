@@ -1,4 +1,4 @@
-// Help: wrapped at the terminal's width, and asked for as "help COMMAND" too.
+// Help text, wrapped at the terminal's width, and the command "help COMMAND".
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -6,20 +6,20 @@
 #include <string>
 #include <vector>
 
-namespace command_line {
+namespace tools::command_line {
 
-/// Gives @p app, and the subcommands that are added afterwards, a help that wraps.
+/// Wraps the help of @p app and of the subcommands that are added afterwards.
 void wrapHelp(CLI::App &app);
 
-/// Adds the subcommand "help"; withoutHelpCommand is what carries it out.
+/// Adds the subcommand "help", which withoutHelpCommand implements.
 CLI::App *addHelpCommand(CLI::App &app);
 
-/// "help usb lock" becomes "usb lock --help"; all other command lines stay as they are.
+/// Turns "help usb lock" into "usb lock --help". Returns all other command lines unchanged.
 std::vector<std::string> withoutHelpCommand(std::vector<std::string> arguments);
 
-/// @p text in lines of at most @p width columns. Lines that begin without a blank are filled as a paragraph. Of lines that begin
-/// with one, those of two columns ("  delay    the reply comes late") are wrapped inside the second; the others are commands to
-/// be copied, and stay whole.
+/// Returns @p text in lines of at most @p width columns. Lines that begin without a space are joined and filled as a paragraph.
+/// An indented line with two columns ("  delay    the reply comes late") is wrapped inside the second column. Any other indented
+/// line is a command that users copy, and stays whole.
 std::string wrapped(const std::string &text, std::size_t width);
 
-}  // namespace command_line
+}  // namespace tools::command_line

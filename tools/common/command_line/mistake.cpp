@@ -1,4 +1,4 @@
-// Works from the words that the parser could not place: its own messages rarely name them.
+// Builds messages from the words that the parser did not accept, because the parser's own messages rarely name them.
 #include "common/command_line/mistake.h"
 
 #include "common/command_line/suggestion.h"
@@ -11,7 +11,7 @@
 #include <string_view>
 #include <unistd.h>
 
-namespace command_line {
+namespace tools::command_line {
 
 namespace {
 
@@ -28,7 +28,7 @@ std::vector<const CLI::App *> commandsOf(const CLI::App &app)
     return app.get_subcommands([](const CLI::App *) { return true; });
 }
 
-/// The words of @p command, without the program's.
+/// The words of @p command, without the program's name.
 std::string wordsOf(const CLI::App &command)
 {
     std::string words;
@@ -47,7 +47,7 @@ const CLI::App &outermost(const CLI::App &command)
     return *app;
 }
 
-/// All commands of this name, wherever they are.
+/// Finds all commands of this name, at any level.
 void findByName(const CLI::App &app, const std::string &name, Words &found)
 {
     for (const CLI::App *command : commandsOf(app)) {
@@ -85,7 +85,7 @@ Mistake unknownOption(const CLI::App &command, const std::string &word)
     return {quoted(name) + " is not an option" + didYouMean(nearest(name, names))};
 }
 
-/// A word as a shell takes it.
+/// A word, quoted for a shell where necessary.
 std::string forShell(const std::string &word)
 {
     const auto isPlain = [](unsigned char byte) {
@@ -102,7 +102,7 @@ std::string forShell(const std::string &word)
     return text + '\'';
 }
 
-/// Where the words that were not expected begin: the last place from which on all of them follow.
+/// The position of the unexpected words: the last one after which all of them follow.
 Words::const_iterator beginOf(const Words &unexpected, const Words &arguments)
 {
     auto word = unexpected.rbegin();
@@ -151,10 +151,10 @@ std::optional<Mistake> mistakeIn(const CLI::App &app, const Words &arguments, co
         return isFamily ? Mistake{"a command is missing", true} : Mistake{error.what()};
     }
     if (isFamily && !isDashed(first)) {
-        return unknownCommand(command, first);  // also where its help was asked for
+        return unknownCommand(command, first);  // also with --help
     }
     const bool hasDashes = std::find(arguments.begin(), arguments.end(), "--") != arguments.end();
-    if (completions::takesCommand(&command) && !isDashed(first) && !hasDashes) {
+    if (tools::completions::takesCommand(&command) && !isDashed(first) && !hasDashes) {
         return forgottenDashes(app, arguments, unexpected);
     }
     if (isRequest) {
@@ -189,8 +189,8 @@ void complain(const CLI::App &app, const Mistake &mistake)
     if (mistake.isIncomplete) {
         std::fputs(app.help().c_str(), stderr);
     } else {
-        complain(place(app), mistake.meaning, quoted(helpCall(app)) + " tells how.");
+        complain(place(app), mistake.meaning, "See " + quoted(helpCall(app)) + ".");
     }
 }
 
-}  // namespace command_line
+}  // namespace tools::command_line

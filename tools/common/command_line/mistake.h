@@ -1,4 +1,4 @@
-// What is wrong with a command line, in words for the person who typed it.
+// Explains what is wrong with a command line to the user who typed it.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -6,29 +6,29 @@
 #include <string>
 #include <vector>
 
-namespace command_line {
+namespace tools::command_line {
 
 struct Mistake {
     std::string meaning;
-    bool isIncomplete = false;  ///< nothing is wrong, but the command is missing: the help says more than the meaning
+    bool isIncomplete = false;  ///< only the command is missing: the help is more useful than the meaning
 };
 
-/// Why @p app threw @p error when it parsed @p arguments; nothing where help or a version was asked for.
+/// Why @p app threw @p error when it parsed @p arguments; nothing if the user asked for help or the version.
 std::optional<Mistake> mistakeIn(const CLI::App &app, const std::vector<std::string> &arguments, const CLI::ParseError &error);
 
-/// The innermost command that has been read.
+/// The innermost command that the parser has read.
 const CLI::App &innermost(const CLI::App &app);
 
-/// "kvoctl: usb lock get", as far as the command line has been understood; begins what is written on standard error.
+/// The prefix of messages on standard error: "kvoctl: usb lock get", with the commands that the parser has read.
 std::string place(const CLI::App &app);
 
-/// How to ask for the help that fits: "kvoctl usb lock get --help".
+/// The command that shows the matching help: "kvoctl usb lock get --help".
 std::string helpCall(const CLI::App &app);
 
-/// Writes "place: meaning" on standard error, and @p hint on a line of its own where there is one.
+/// Writes "place: meaning" to standard error, and @p hint, unless it is empty, on a separate line.
 void complain(const std::string &place, const std::string &meaning, const std::string &hint = {});
 
-/// Complains of @p mistake, or shows the help, on standard error.
+/// Writes @p mistake, or the help if the command line is only incomplete, to standard error.
 void complain(const CLI::App &app, const Mistake &mistake);
 
-}  // namespace command_line
+}  // namespace tools::command_line

@@ -1,4 +1,4 @@
-// Returns to the begin of the line and erases it before each text.
+// Returns to the start of the line and erases it before each text.
 #include "common/command_line/progress_line.h"
 
 #include "common/command_line/terminal.h"
@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <utility>
 
-namespace command_line {
+namespace tools::command_line {
 
 namespace {
 
@@ -15,7 +15,7 @@ constexpr const char *kEmptyLine = "\r\x1B[K";
 }  // namespace
 
 ProgressLine::ProgressLine(int descriptor, std::function<Time()> now)
-    : descriptor_(descriptor), now_(std::move(now)), rewrites_(rewritesLines(descriptor)), due_(now_() + kPatience)
+    : descriptor_(descriptor), now_(std::move(now)), rewrites_(rewritesLines(descriptor)), due_(now_() + kDelay)
 {
 }
 
@@ -28,11 +28,11 @@ ProgressLine::~ProgressLine()
 
 void ProgressLine::write(const std::string &text)
 {
-    // The last column stays free: with a character there some terminals are in the next line.
+    // The last column stays free: a character there moves the cursor to the next line on some terminals.
     const std::size_t width = terminalWidth(descriptor_).value_or(kUsualWidth) - 1;
     dprintf(descriptor_, "%s%s", kEmptyLine, text.substr(0, width).c_str());
     written_ = true;
     due_ = now_() + kInterval;
 }
 
-}  // namespace command_line
+}  // namespace tools::command_line

@@ -1,21 +1,21 @@
-// Counts edits: characters that are missing, too many, wrong, or swapped with their neighbour.
+// Counts edits: missing, extra and wrong characters, and swapped neighbours.
 #include "common/command_line/suggestion.h"
 
 #include <algorithm>
 #include <limits>
 #include <string_view>
 
-namespace command_line {
+namespace tools::command_line {
 
 namespace {
 
 constexpr std::size_t kMostSuggestions = 3;
 constexpr std::size_t kCharactersPerEdit = 3;
-/// What is shorter is the beginning of too many words.
+/// Too many words begin with a shorter text.
 constexpr std::size_t kShortestBeginning = 3;
 constexpr std::size_t kFar = std::numeric_limits<std::size_t>::max();
 
-/// One element for each character of UTF-8, in lower case where it is ASCII.
+/// One element for each UTF-8 character, with ASCII letters in lower case.
 std::u32string characters(std::string_view text)
 {
     std::u32string all;
@@ -30,7 +30,7 @@ std::u32string characters(std::string_view text)
     return all;
 }
 
-/// The edits from @p from to @p to; kFar where they are more than @p most.
+/// The number of edits from @p from to @p to; kFar if there are more than @p most.
 std::size_t distance(const std::u32string &from, const std::u32string &to, std::size_t most)
 {
     if (std::max(from.size(), to.size()) - std::min(from.size(), to.size()) > most) {
@@ -95,4 +95,4 @@ std::string didYouMean(const std::vector<std::string> &words)
     return text.empty() ? "" : text + "?";
 }
 
-}  // namespace command_line
+}  // namespace tools::command_line

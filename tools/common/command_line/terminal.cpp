@@ -7,7 +7,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-namespace command_line {
+namespace tools::command_line {
 
 namespace {
 
@@ -41,7 +41,7 @@ std::optional<std::size_t> terminalWidth(int descriptor)
 
 std::size_t helpWidth()
 {
-    // Help that is piped into a pager still ends up on the terminal.
+    // With a pager on standard output, standard error still is the terminal that shows the help.
     for (const int descriptor : {STDOUT_FILENO, STDERR_FILENO}) {
         if (const auto width = terminalWidth(descriptor)) {
             return *width;
@@ -64,4 +64,4 @@ std::string coloured(const std::string &text, Colour colour)
     }
 }
 
-}  // namespace command_line
+}  // namespace tools::command_line

@@ -1,10 +1,10 @@
-// Tells the structure of commands and options as the parser knows it.
+// Writes the commands and options that the parser knows.
 #include "common/completions/command_structure.h"
 
 #include <nlohmann/json.hpp>
 #include <ostream>
 
-namespace completions {
+namespace tools::completions {
 
 namespace {
 
@@ -47,7 +47,7 @@ Json describe(const CLI::App &app)
 
 }  // namespace
 
-bool structureWritten(const CLI::App &app, const std::vector<std::string> &arguments, std::ostream &out)
+bool writeStructure(const CLI::App &app, const std::vector<std::string> &arguments, std::ostream &out)
 {
     if (arguments != std::vector<std::string>{"complete", "--structure"}) {
         return false;
@@ -56,4 +56,4 @@ bool structureWritten(const CLI::App &app, const std::vector<std::string> &argum
     return true;
 }
 
-}  // namespace completions
+}  // namespace tools::completions

@@ -1,4 +1,4 @@
-// A program's commands and options as data, for its manual page: "PROGRAM complete --structure".
+// Writes a program's commands and options as data for its manual page: "PROGRAM complete --structure".
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-namespace completions {
+namespace tools::completions {
 
-/// Whether the arguments ask for the structure; then it is written as one JSON document.
-bool structureWritten(const CLI::App &app, const std::vector<std::string> &arguments, std::ostream &out);
+/// Writes the structure as one JSON document if the arguments ask for it. Returns whether they do.
+bool writeStructure(const CLI::App &app, const std::vector<std::string> &arguments, std::ostream &out);
 
-}  // namespace completions
+}  // namespace tools::completions

@@ -1,4 +1,4 @@
-// Walks the parser's structure along the words before the one that is begun.
+// Follows the words before the cursor through the parser's commands and options.
 #include "common/completions/completion.h"
 
 #include <algorithm>
@@ -10,36 +10,36 @@
 #include <set>
 #include <unistd.h>
 
-namespace completions {
+namespace tools::completions {
 
 namespace {
 
-struct Offer {
+struct Completion {
     const char *kind;
     Source source{};
-    bool ofOptions = false;
+    bool isOption = false;
 };
 
-/// A process has one command line, so there is one of these.
-struct Offers {
-    std::map<const CLI::Option *, Offer> arguments;
+/// Completions of all arguments. There is one registry, because a process has one command line.
+struct Registry {
+    std::map<const CLI::Option *, Completion> arguments;
     std::set<const CLI::App *> commands;
 };
 
-Offers &offers()
+Registry &registry()
 {
-    static Offers all;
+    static Registry all;
     return all;
 }
 
 constexpr const char *kWords = "words";
-constexpr unsigned kPatience = 1;  // seconds that a user may be kept waiting
+constexpr unsigned kTimeLimit = 1;  // seconds that a user may have to wait
 
-/// A service that keeps silent is waited for no longer: what has been written by then is the answer.
+/// Ends the process after the limit if the service does not answer: the answer is what has been written until then.
 void limitTime()
 {
     std::signal(SIGALRM, [](int) { _exit(0); });
-    alarm(kPatience);
+    alarm(kTimeLimit);
 }
 
 bool holdsControlCharacter(const std::string &text)
@@ -57,7 +57,7 @@ std::vector<const CLI::App *> subcommands(const CLI::App &app)
     return app.get_subcommands([](const CLI::App *subcommand) { return !subcommand->get_group().empty(); });
 }
 
-/// An option's longest name, as it is typed.
+/// The longest name of an option, as the user types it.
 std::string spelling(const CLI::Option &option)
 {
     return option.get_lnames().empty() ? "-" + option.get_snames().front() : "--" + option.get_lnames().front();
@@ -70,7 +70,7 @@ bool isRepeatable(const CLI::Option &option)
     return option.get_items_expected_max() > 1 || option.get_multi_option_policy() == CLI::MultiOptionPolicy::TakeAll;
 }
 
-/// The word that is begun, and what the words before it have come to.
+/// The unfinished word, and the parsed words before it.
 class Line {
 public:
     Line(const CLI::App &app, const std::vector<std::string> &words) : app_(&app), begun_(words.back())
@@ -78,12 +78,12 @@ public:
         std::for_each(words.begin(), words.end() - 1, [this](const std::string &word) { take(word); });
     }
 
-    [[nodiscard]] Offer offer() const
+    [[nodiscard]] Completion completion() const
     {
-        if (behindDashes_ && offers().commands.contains(app_)) {
+        if (afterDashes_ && registry().commands.contains(app_)) {
             return {"command"};
         }
-        if (!behindDashes_ && begun_.starts_with('-')) {
+        if (!afterDashes_ && begun_.starts_with('-')) {
             return optionOrItsValue();
         }
         if (value_ != nullptr) {
@@ -95,14 +95,14 @@ public:
         if (const CLI::Option *argument = positional(); argument != nullptr) {
             return of(argument);
         }
-        // Nothing else can follow, and an option can.
-        return behindDashes_ ? Offer{kWords} : options();
+        // No other argument can follow, but an option can.
+        return afterDashes_ ? Completion{kWords} : options();
     }
 
-    /// A candidate that the shell could not carry, or that the program would take for an option, is none.
-    [[nodiscard]] bool takes(const std::string &word, bool ofOptions) const
+    /// Rejects a candidate that the shell cannot pass on, or that the program would take for an option.
+    [[nodiscard]] bool takes(const std::string &word, bool isOption) const
     {
-        return word.starts_with(begun_) && !holdsControlCharacter(word) && (ofOptions || behindDashes_ || !isDashed(word));
+        return word.starts_with(begun_) && !holdsControlCharacter(word) && (isOption || afterDashes_ || !isDashed(word));
     }
 
 private:
@@ -115,18 +115,18 @@ private:
         return names;
     }
 
-    static Offer of(const CLI::Option *argument)
+    static Completion of(const CLI::Option *argument)
     {
-        const auto found = offers().arguments.find(argument);
-        return found == offers().arguments.end() ? Offer{kWords} : found->second;
+        const auto found = registry().arguments.find(argument);
+        return found == registry().arguments.end() ? Completion{kWords} : found->second;
     }
 
     void take(const std::string &word)
     {
-        if (behindDashes_) {  // NOLINT(bugprone-branch-clone): it outweighs all that stands before the other
+        if (afterDashes_) {  // NOLINT(bugprone-branch-clone): it takes precedence over the branches in between
             ++positionals_;
         } else if (word == "--") {
-            behindDashes_ = true;
+            afterDashes_ = true;
             value_ = nullptr;
         } else if (isDashed(word)) {
             takeOption(word);
@@ -158,13 +158,13 @@ private:
     void takeValue()
     {
         ++values_;
-        // One that may be given again takes one value each time, unless it takes them in a row.
+        // A repeatable option takes one value each time, unless it takes several in a row.
         if (values_ >= value_->get_items_expected_max() || !value_->get_allow_extra_args()) {
             value_ = nullptr;
         }
     }
 
-    /// The subcommand's own options, and those of the commands around it that may stand behind it.
+    /// The subcommand's own options, and those of its parent commands that may follow it.
     [[nodiscard]] std::vector<const CLI::Option *> known() const
     {
         std::vector<const CLI::Option *> options;
@@ -187,15 +187,15 @@ private:
         return found == options.end() ? nullptr : *found;
     }
 
-    [[nodiscard]] Offer optionOrItsValue() const
+    [[nodiscard]] Completion optionOrItsValue() const
     {
         const std::size_t equals = begun_.find('=');
         const CLI::Option *option = equals == std::string::npos ? nullptr : find(begun_.substr(0, equals));
         if (option == nullptr) {
             return options();
         }
-        Offer values = of(option);
-        values.ofOptions = true;
+        Completion values = of(option);
+        values.isOption = true;
         if (values.source) {
             values.source = [source = values.source, prefix = begun_.substr(0, equals + 1)] {
                 Candidates candidates = source();
@@ -215,7 +215,7 @@ private:
                            [this](const CLI::Option *other) { return given_.contains(other); });
     }
 
-    [[nodiscard]] Offer options() const
+    [[nodiscard]] Completion options() const
     {
         Candidates candidates;
         for (const CLI::Option *option : known()) {
@@ -226,7 +226,7 @@ private:
         return {kWords, [candidates] { return candidates; }, true};
     }
 
-    /// The argument that the word that is begun would be.
+    /// The positional argument to which the unfinished word belongs.
     [[nodiscard]] const CLI::Option *positional() const
     {
         int before = positionals_;
@@ -247,16 +247,16 @@ private:
     const CLI::Option *value_ = nullptr;  ///< the option whose value comes next
     int values_ = 0;                      ///< how many it has had
     int positionals_ = 0;
-    bool behindDashes_ = false;
+    bool afterDashes_ = false;
     std::set<const CLI::Option *> given_;
 };
 
 void answer(const Line &line, std::ostream &out)
 {
-    const Offer offer = line.offer();
-    out << offer.kind << '\n' << std::flush;
-    for (const Candidate &candidate : offer.source ? offer.source() : Candidates()) {
-        if (line.takes(candidate.word, offer.ofOptions)) {
+    const Completion completion = line.completion();
+    out << completion.kind << '\n' << std::flush;
+    for (const Candidate &candidate : completion.source ? completion.source() : Candidates()) {
+        if (line.takes(candidate.word, completion.isOption)) {
             const bool shown = !holdsControlCharacter(candidate.meaning);
             out << candidate.word << '\t' << (shown ? candidate.meaning : "") << '\n';
         }
@@ -266,26 +266,26 @@ void answer(const Line &line, std::ostream &out)
 
 }  // namespace
 
-void offer(const CLI::Option *argument, Source source) { offers().arguments[argument] = {kWords, std::move(source)}; }
+void completeFrom(const CLI::Option *argument, Source source) { registry().arguments[argument] = {kWords, std::move(source)}; }
 
-void offerWords(const CLI::Option *argument, std::initializer_list<const char *> words)
+void completeWords(const CLI::Option *argument, std::initializer_list<const char *> words)
 {
     Candidates candidates;
     for (const char *word : words) {
         candidates.push_back({word});
     }
-    offer(argument, [candidates] { return candidates; });
+    completeFrom(argument, [candidates] { return candidates; });
 }
 
-void offerFiles(const CLI::Option *argument) { offers().arguments[argument] = {"files", {}}; }
+void completeFiles(const CLI::Option *argument) { registry().arguments[argument] = {"files", {}}; }
 
-void offerDirectories(const CLI::Option *argument) { offers().arguments[argument] = {"directories", {}}; }
+void completeDirectories(const CLI::Option *argument) { registry().arguments[argument] = {"directories", {}}; }
 
-void offerCommand(const CLI::App *subcommand) { offers().commands.insert(subcommand); }
+void completeCommand(const CLI::App *subcommand) { registry().commands.insert(subcommand); }
 
-bool takesCommand(const CLI::App *subcommand) { return offers().commands.contains(subcommand); }
+bool takesCommand(const CLI::App *subcommand) { return registry().commands.contains(subcommand); }
 
-bool answered(const CLI::App &app, const std::vector<std::string> &arguments, std::ostream &out)
+bool answerShell(const CLI::App &app, const std::vector<std::string> &arguments, std::ostream &out)
 {
     if (arguments.size() < 3 || arguments[0] != "complete" || arguments[1] != "--") {
         return false;
@@ -294,9 +294,9 @@ bool answered(const CLI::App &app, const std::vector<std::string> &arguments, st
     try {
         answer(Line(app, {arguments.begin() + 2, arguments.end()}), out);
     } catch (const std::exception &) {
-        // A shell shows what is written, in the midst of its user's line.
+        // Write nothing: a shell would show it in the middle of the user's line.
     }
     return true;
 }
 
-}  // namespace completions
+}  // namespace tools::completions

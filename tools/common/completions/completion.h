@@ -1,5 +1,5 @@
-// Completes a command line in the making, from the parser's own structure: what a shell asks for when its user presses Tab.
-// The scripts beside this file ask by "PROGRAM complete -- WORD...", the last word being the one that is begun.
+// Completes an unfinished command line from the parser's own structure when the user of a shell presses Tab.
+// The scripts in this folder call "PROGRAM complete -- WORD..."; the last word is the unfinished one.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -9,28 +9,29 @@
 #include <string>
 #include <vector>
 
-namespace completions {
+namespace tools::completions {
 
 struct Candidate {
     std::string word;
-    std::string meaning{};  ///< shown beside it, where the shell can
+    std::string meaning{};  ///< shown next to the word if the shell supports it
 };
 using Candidates = std::vector<Candidate>;
 
-/// Finds candidates; those that do not begin as the word does are left out afterwards.
+/// Finds candidates. Those that do not begin with the unfinished word are removed later.
 using Source = std::function<Candidates()>;
 
-/// What can stand in an argument's place. A candidate that ends in "=" is the beginning of a word.
-void offer(const CLI::Option *argument, Source source);
-void offerWords(const CLI::Option *argument, std::initializer_list<const char *> words);
-void offerFiles(const CLI::Option *argument);
-void offerDirectories(const CLI::Option *argument);
-/// Another program's command line stands behind "--".
-void offerCommand(const CLI::App *subcommand);
+/// Sets the source of candidates for an argument. A candidate that ends in "=" is the beginning of a word.
+void completeFrom(const CLI::Option *argument, Source source);
+void completeWords(const CLI::Option *argument, std::initializer_list<const char *> words);
+void completeFiles(const CLI::Option *argument);
+void completeDirectories(const CLI::Option *argument);
+/// Declares that another program's command line follows "--".
+void completeCommand(const CLI::App *subcommand);
 bool takesCommand(const CLI::App *subcommand);
 
-/// Whether the arguments are a shell's question; then it is answered: "words", "files", "directories" or "command" on a line
-/// of its own, and behind it a line for each candidate, with a tab before its meaning. What can not be found out is left out.
-bool answered(const CLI::App &app, const std::vector<std::string> &arguments, std::ostream &out);
+/// Answers a shell if the arguments are its request, and returns whether they are. The first line of the answer is "words",
+/// "files", "directories" or "command". One line for each candidate follows, with a tab before its meaning. Candidates that cannot
+/// be determined are left out.
+bool answerShell(const CLI::App &app, const std::vector<std::string> &arguments, std::ostream &out);
 
-}  // namespace completions
+}  // namespace tools::completions

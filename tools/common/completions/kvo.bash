@@ -1,7 +1,7 @@
-# Completion of kvoctl and kvosim for bash; needs nothing else. Installed under both names.
+# Completion of kvoctl and kvosim for bash, without dependencies. Installed under both names.
 
-# Splits what stands before the cursor into _kvo_words, without its quotes and expanding nothing. _kvo_quote is the quote that is
-# still open.
+# Splits the text before the cursor into _kvo_words, removes quotes and expands nothing. _kvo_quote is the quote that is still
+# open.
 _kvo_split() {
     local line=${COMP_LINE:0:COMP_POINT} character word='' begun='' index
     _kvo_words=()
@@ -25,7 +25,7 @@ _kvo_split() {
     _kvo_words+=("$word")
 }
 
-# What bash will put in place of the word that is begun: it looks no further back than to the last character that breaks words.
+# Adds a replacement for the unfinished word. Bash replaces only the part after the last word-breaking character.
 _kvo_reply() { # CANDIDATE
     local kept=$1 before=${_kvo_words[-1]} breaks=${COMP_WORDBREAKS//[^=:]/}
     if [[ -z $_kvo_quote && -n $breaks ]]; then
@@ -40,7 +40,7 @@ _kvo_reply() { # CANDIDATE
     COMPREPLY+=("$kept")
 }
 
-# A command line behind "--" is completed as if it stood alone.
+# Completes the words after "--" as a command line of their own.
 _kvo_other_command() {
     local index
     for ((index = 1; index < COMP_CWORD; ++index)); do
@@ -58,7 +58,7 @@ _kvo_other_command() {
 _kvo_complete() {
     local _kvo_words _kvo_quote kind candidates candidate
     COMPREPLY=()
-    # The shell's own file, not an argument.
+    # The file of a redirection, not an argument.
     if [[ ${COMP_WORDS[COMP_CWORD - 1]} == *[\<\>] ]]; then
         compopt -o default
         return

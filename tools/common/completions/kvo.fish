@@ -1,4 +1,4 @@
-# Completion of kvoctl and kvosim for fish. Installed under both names, of which it completes the one that it has.
+# Completion of kvoctl and kvosim for fish. Installed under both names; each file completes the program of its name.
 
 function __kvo_complete
     set -l words (commandline -opc)
@@ -8,15 +8,15 @@ function __kvo_complete
     set -l answer ($program complete -- $words[2..] "$begun" 2>/dev/null)
     switch "$answer[1]"
         case files
-            # Of "--option=VALUE" the value is what is completed, as fish does behind any command.
+            # Complete only the value of "--option=VALUE", as fish does for any command.
             set -l option (string match -r '^--[^=]*=' -- (commandline -ct))
             complete -C "'' "(string replace -r '^--[^=]*=' '' -- (commandline -ct)) | string replace -r '^' -- "$option"
         case directories
             __fish_complete_directories "$begun"
         case command
-            # What stands behind "--" is completed as if it stood alone.
-            set -l behind (math (contains -i -- -- $words) + 1)
-            __fish_complete_subcommand --commandline $words[$behind..] (commandline -ct)
+            # Complete the words after "--" as a command line of their own.
+            set -l after (math (contains -i -- -- $words) + 1)
+            __fish_complete_subcommand --commandline $words[$after..] (commandline -ct)
         case '*'
             printf '%s\n' $answer[2..]
     end

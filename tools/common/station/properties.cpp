@@ -1,4 +1,4 @@
-// The table of properties: each is asked for by one request, but for a startup setting, which the library has in two halves.
+// The table of properties. One request reads each property, except the startup setting, which takes two requests.
 #include "common/station/properties.h"
 
 #include "common/station/readers.h"
@@ -37,7 +37,7 @@ Property brightness(const std::string &key, uint32_t mode)
 
 // ---- Viewer ----
 
-/// The longest texts that a server and a display can have, with their terminators.
+/// The size of the longest server text and of the longest display text, with the terminator.
 constexpr std::size_t kServerSize = 1025;
 
 Reading server(uint32_t station)
@@ -56,7 +56,7 @@ Reading server(uint32_t station)
 
 // ---- Focus ----
 
-/// The two halves of one setting, which the library asks for one by one.
+/// One setting that the library reads with two requests.
 Reading startup(uint32_t station)
 {
     Reading active = numbers(KVO_REQUEST(KVO_HWS_getKVOStartupActive))(station);
@@ -72,7 +72,7 @@ Reading startup(uint32_t station)
 
 // ---- Input ----
 
-/// The third version reports by a mask which counts the service gave.
+/// The third version of the request reports in a mask which counts the service gave.
 Reading inputDevices(uint32_t station)
 {
     uint32_t mask = 0;
@@ -88,23 +88,24 @@ Reading inputDevices(uint32_t station)
     return {result, values};
 }
 
-/// The library reports a refusal and a missing value alike here; "metrics dpi" asks the same and distinguishes them.
+/// The library returns the same result for a refusal and a missing value here. "metrics dpi" reads the same value and distinguishes
+/// them.
 const std::vector<int32_t> kDpiStates{KVO_HWS_FAILED};
 
 // ---- Metrics ----
 
 enum class MetricForm { text, number, bits };
 
-/// The size of any metric.
-using MetricRoom = std::array<char, 8>;
+/// Large enough for any metric.
+using MetricBuffer = std::array<char, 8>;
 
-Value metricValue(MetricForm form, const MetricRoom &room)
+Value metricValue(MetricForm form, const MetricBuffer &buffer)
 {
     if (form == MetricForm::text) {
-        return Value{std::string(room.data(), strnlen(room.data(), room.size()))};
+        return Value{std::string(buffer.data(), strnlen(buffer.data(), buffer.size()))};
     }
     uint32_t number = 0;
-    std::memcpy(&number, room.data(), sizeof number);
+    std::memcpy(&number, buffer.data(), sizeof number);
     if (form == MetricForm::number) {
         return Value{number};
     }
@@ -113,16 +114,16 @@ Value metricValue(MetricForm form, const MetricRoom &room)
     return {number, hex.data()};
 }
 
-/// @p number  as the library counts the metrics
+/// @p number  the library's number of the metric
 Property metric(const std::string &key, uint32_t number, MetricForm form)
 {
     const auto read = [number, form](uint32_t station) -> Reading {
-        MetricRoom room{};
-        const Result result = KVO_REQUEST(KVO_HWS_getStationMetrics)(station, number, room.data());
+        MetricBuffer buffer{};
+        const Result result = KVO_REQUEST(KVO_HWS_getStationMetrics)(station, number, buffer.data());
         if (result.code != KVO_HWS_OK) {
             return {result};
         }
-        return {result, {metricValue(form, room)}};
+        return {result, {metricValue(form, buffer)}};
     };
     return {{key}, read, {KVO_HWS_NOT_AVAILABLE}};
 }

@@ -1,4 +1,4 @@
-// All that can be read of a station, family by family.
+// All properties that can be read from a station, by family.
 #pragma once
 
 #include "common/station/property.h"
@@ -10,17 +10,17 @@
 namespace tools {
 
 struct NamedProperty {
-    std::string_view words;  ///< those of kvoctl's subcommand, "panel type": the first names the family
+    std::string_view words;  ///< the words of kvoctl's subcommand, such as "panel type"; the first names the family
     Property property;
 };
 
-/// The key of its family in documents: "channel_info" for "channel-info get".
+/// The key of a property's family in documents: "channel_info" for "channel-info get".
 std::string familyKey(std::string_view words);
 
-/// In the order in which a station's state is shown; properties of one family stand together.
+/// All properties in the order in which a station's state is shown, with the properties of one family together.
 std::span<const NamedProperty> stationProperties();
 
-/// The one of these words. Throws std::out_of_range where there is none, which is a mistake of the caller.
+/// The property with these words. Throws std::out_of_range if none has them, which is an error of the caller.
 const Property &stationProperty(std::string_view words);
 
 }  // namespace tools

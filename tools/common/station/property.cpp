@@ -1,12 +1,12 @@
-// Values as people read them.
+// Values in the form that is shown to users.
 #include "common/station/property.h"
 
 namespace tools {
 
 std::string Value::text() const
 {
-    if (!own.empty()) {
-        return own;
+    if (!shownAs.empty()) {
+        return shownAs;
     }
     if (document.is_null()) {
         return "-";

@@ -1,4 +1,4 @@
-// One thing that can be read of a station: how it is asked for, and how its values are shown.
+// One property of a station: how it is read, and how its values are shown.
 #pragma once
 
 #include "common/json.h"
@@ -13,15 +13,15 @@ namespace tools {
 
 using Document = Json;
 
-/// A value in documents, and for people where that is different.
+/// A value in documents, and the text for users if that is different.
 struct Value {
     Document document;
-    std::string own{};
+    std::string shownAs{};
 
     [[nodiscard]] std::string text() const;
 };
 
-/// An answer of the service; no values unless the result is 1.
+/// A reply of the service. It has values only if the result is 1.
 struct Reading {
     Result result;
     std::vector<Value> values{};
@@ -32,8 +32,8 @@ using Reader = std::function<Reading(uint32_t station)>;
 struct Property {
     std::vector<std::string> keys;  ///< one for each value
     Reader read;
-    std::vector<int32_t> states{};  ///< results that say something about the station, besides 1 and 0
-    bool isQuestion = false;        ///< answered by yes or no
+    std::vector<int32_t> states{};  ///< results besides 1 and 0 that describe the station
+    bool isQuestion = false;        ///< the answer is yes or no
 };
 
 }  // namespace tools

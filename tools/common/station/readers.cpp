@@ -1,18 +1,18 @@
-// Readers of answers that are no plain numbers.
+// Readers of replies other than numbers.
 #include "common/station/readers.h"
 
 namespace tools {
 
 namespace {
 
-/// The library copies the whole reply of the service and can not be told where to stop: the service's own replies stay below
-/// 1024 bytes, and this is as much again as any reply could sensibly grow to.
-constexpr std::size_t kUnsizedRoom = std::size_t{4} * 1024 * 1024;
+/// The library copies the whole reply of the service and takes no buffer size. The service's own replies stay below 1024 bytes;
+/// this is far more than any reply can reasonably need.
+constexpr std::size_t kUnsizedBuffer = std::size_t{4} * 1024 * 1024;
 
-constexpr uint32_t kUsualText = 4096;
-/// A service that tells of more is taken to be mistaken rather than given the memory.
+constexpr uint32_t kInitialSize = 4096;
+/// A larger size is treated as a mistake of the service: kvoctl does not allocate that much memory.
 constexpr uint32_t kLongestText = 256U * 1024 * 1024;
-/// A text may grow between being told its size and asking again, but not for ever.
+/// A text may grow between the request that reports its size and the next one, but not forever.
 constexpr int kReadAttempts = 8;
 
 }  // namespace
@@ -31,7 +31,7 @@ Reader yesNo(Request<uint32_t> request)
 Reader unsizedText(Request<uint32_t, char *> request)
 {
     return [request](uint32_t station) -> Reading {
-        std::vector<char> text(kUnsizedRoom);
+        std::vector<char> text(kUnsizedBuffer);
         const Result result = request(station, text.data());
         if (result.code != KVO_HWS_OK) {
             return {result};
@@ -42,9 +42,9 @@ Reader unsizedText(Request<uint32_t, char *> request)
 
 Reading readText(const AskText &ask)
 {
-    uint32_t size = kUsualText;
+    uint32_t size = kInitialSize;
     for (int attempt = 0; attempt < kReadAttempts; ++attempt) {
-        // Cleared, and a byte longer than told: some texts come without a terminator.
+        // Zeroed, and one byte longer than the size in the request: some texts come without a terminator.
         std::vector<char> text(std::size_t{size} + 1);
         const Result result = ask(text.data(), &size);
         if (result.code == KVO_HWS_OK) {
@@ -54,12 +54,12 @@ Reading readText(const AskText &ask)
             return {result};
         }
         if (size >= kLongestText) {
-            throw Failure(result.code, "the service tells of a text of " + std::to_string(size) +
-                                           " bytes; kvoctl takes at most " + std::to_string(kLongestText));
+            throw Failure(result.code, "the service reports a text of " + std::to_string(size) +
+                                           " bytes; kvoctl accepts at most " + std::to_string(kLongestText));
         }
-        ++size;  // some requests tell the length without its terminator
+        ++size;  // some requests report the length without the terminator
     }
-    throw Failure(KVO_HWS_TOO_SMALL, "the text grew each time it was asked for");
+    throw Failure(KVO_HWS_TOO_SMALL, "the text grew with each request");
 }
 
 Reader sizedText(Request<uint32_t, char *, uint32_t *> request)

@@ -1,4 +1,4 @@
-// Makes readers out of the library's requests, by what these hand out.
+// Makes readers from the library's requests, by the type of their result.
 #pragma once
 
 #include "common/station/property.h"
@@ -12,7 +12,7 @@
 
 namespace tools {
 
-/// One number or more, all of them or none.
+/// One number or several: all of them or none.
 template <class... Numbers>
 Reader numbers(Request<uint32_t, Numbers *...> request)
 {
@@ -26,7 +26,7 @@ Reader numbers(Request<uint32_t, Numbers *...> request)
     };
 }
 
-/// A number that stands for a word; one without a word is shown as it is.
+/// A number that stands for a word. A number without a word is shown unchanged.
 template <std::size_t Count>
 Reader word(Request<uint32_t, uint32_t *> request, std::array<const char *, Count> words)
 {
@@ -40,19 +40,19 @@ Reader word(Request<uint32_t, uint32_t *> request, std::array<const char *, Coun
     };
 }
 
-/// The result itself is the answer: 1 yes, 0 no.
+/// The result itself is the answer: 1 is yes, 0 is no.
 Reader yesNo(Request<uint32_t> request);
 
-/// A text of which the library asks no size.
+/// A text for which the library takes no buffer size.
 Reader unsizedText(Request<uint32_t, char *> request);
 
-/// @p ask is given a buffer and its in/out size; a request that finds it too small (-3) tells what it needs there.
+/// Takes a buffer and its in/out size. A request for which the buffer is too small (-3) stores the required size there.
 using AskText = std::function<Result(char *buffer, uint32_t *size)>;
 
-/// A text of any length, asked for again with more room until it fits.
+/// A text of any length: repeats the request with a larger buffer until the text fits.
 Reading readText(const AskText &ask);
 
-/// As readText, of one station.
+/// Like readText, for one station.
 Reader sizedText(Request<uint32_t, char *, uint32_t *> request);
 
 }  // namespace tools

@@ -1,4 +1,4 @@
-// The library has the words for its results.
+// Result texts come from the library.
 #include "common/station/result.h"
 
 #include <kvo_hws/result.h>
@@ -27,7 +27,7 @@ Result withMissingService(const Result &result)
     if (result.code != KVO_HWS_FAILED) {
         return result;
     }
-    // What the function itself says of its failure leaves both open.
+    // The function's own text for its failure covers both cases.
     return {KVO_HWS_isInitComplete() == KVO_HWS_NO_SERVICE ? KVO_HWS_NO_SERVICE : KVO_HWS_FAILED};
 }
 

@@ -1,4 +1,4 @@
-// What the library's functions return, and what that means in words for people.
+// Results of the library's functions and their meaning as text for users.
 #pragma once
 
 #include <cstdint>
@@ -8,13 +8,13 @@
 
 namespace tools {
 
-/// What a function of the library returned.
+/// The return value of a function of the library.
 struct Result {
     int32_t code;
-    const char *function = nullptr;  ///< its name; null for the general meaning of the code
+    const char *function = nullptr;  ///< the function's name; null for the general meaning of the code
 };
 
-/// A function of the library with its name, by which its results are explained; calling it gives both.
+/// A function of the library with its name, which explains its results. A call returns both.
 template <class... Parameters>
 struct Request {
     const char *name;
@@ -26,10 +26,10 @@ struct Request {
 template <class... Parameters>
 Request(const char *, int32_t (*)(Parameters...)) -> Request<Parameters...>;
 
-/// The Request of a function of the library, which is named once only.
+/// Makes a Request from the name of a function of the library.
 #define KVO_REQUEST(function) (tools::Request{#function, function})
 
-/// A request that did not end with 1, with its result and what that means.
+/// A request that did not return 1, with its result and the meaning.
 class Failure : public std::runtime_error {
 public:
     Failure(int32_t result, const std::string &meaning) : runtime_error(meaning), result_(result) {}
@@ -40,16 +40,16 @@ private:
     int32_t result_;
 };
 
-/// What @p result means.
+/// The meaning of @p result.
 std::string words(const Result &result);
 
-/// Whether @p code is an answer about the station rather than the failure of a request: so are 1, 0 and those of @p states.
+/// Whether @p code describes the station rather than a failed request: 1, 0 and the codes of @p states do.
 bool isState(int32_t code, const std::vector<int32_t> &states);
 
 /// Throws Failure unless @p result is 1.
 void require(const Result &result);
 
-/// The result of a request that does not distinguish a missing service from a refusal: another request, which does, follows it.
+/// For a request that does not distinguish a missing service from a refusal: sends another request, which does.
 Result withMissingService(const Result &result);
 
 }  // namespace tools

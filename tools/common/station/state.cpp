@@ -1,4 +1,4 @@
-// One request after the other, until the service goes silent.
+// Sends one request after the other until the service stops answering.
 #include "common/station/state.h"
 
 #include <kvo_hws/result.h>
@@ -11,7 +11,7 @@ namespace tools {
 
 namespace {
 
-/// An answer that takes so long has not come: the library gives a silent service 4 s, and would at every further question.
+/// A failed request that took longer got no reply: the library waits 4 s for a silent service, and would do so for each request.
 constexpr auto kSilence = 3s;
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Reading all of a station.
+// Reads all properties of a station.
 #pragma once
 
 #include "common/station/properties.h"
@@ -7,8 +7,8 @@
 
 namespace tools {
 
-/// Asks for each property of the station in turn, and hands on what came: values, or the result of a request that did not give
-/// any, which may just mean that the station does not have it. Throws Failure where no service answers, or it stops answering.
+/// Requests each property of the station in turn and passes the reading on. A reading without values has the result of the request,
+/// which may only mean that the station does not have the property. Throws Failure if no service answers, or if it stops answering.
 void readStation(uint32_t station, const std::function<void(const NamedProperty &asked, const Reading &reading)> &take);
 
 }  // namespace tools

@@ -38,9 +38,9 @@ std::optional<int> parseAnswer(std::string_view text)
 }
 
 template <class Rows, class Word>
-completions::Candidates offered(const Rows &rows, Word word)
+tools::completions::Candidates offered(const Rows &rows, Word word)
 {
-    completions::Candidates candidates;
+    tools::completions::Candidates candidates;
     for (const auto &row : rows) {
         candidates.push_back({word(row)});
     }
@@ -104,9 +104,10 @@ std::shared_ptr<const AgentAnswers> AgentAnswers::addTo(CLI::App &command)
         kAnswerAllOption, [answers](const std::string &answer) { answers->all_ = parseAnswer(answer).value_or(0); },
         "What to answer to all other commands; else 1");
     all->check({checkAnswer, ""})->type_name("ANSWER");
-    completions::offer(own,
-                       [] { return offered(kKeywords, [](std::string_view keyword) { return std::string(keyword) + '='; }); });
-    completions::offer(all, [] { return offered(kWords, [](const AnswerWord &row) { return std::string(row.word); }); });
+    tools::completions::completeFrom(
+        own, [] { return offered(kKeywords, [](std::string_view keyword) { return std::string(keyword) + '='; }); });
+    tools::completions::completeFrom(
+        all, [] { return offered(kWords, [](const AnswerWord &row) { return std::string(row.word); }); });
     return answers;
 }
 

@@ -65,8 +65,8 @@ AgentArguments AgentArguments::addTo(CLI::App &command)
     const auto focus = addAddress(command, "--focus", "The station in focus, by its address");
     const auto name = addText(command, "--focus-name", "The station in focus, by its name", kLongestName);
     focus.option->excludes(name.option);
-    offerStations(focus.option, StationForms::address);
-    offerStations(name.option, StationForms::name);
+    completeStations(focus.option, StationForms::address);
+    completeStations(name.option, StationForms::name);
     const auto screen = addText(command, "--screen", "The screen on focus that is told to the remote service", kLongestScreen);
     AgentArguments arguments(focus, name, screen,
                              addFlag(command, "--mcp", "The station in focus has a machine control panel (MCP)"));

@@ -46,13 +46,13 @@ CLI::Validator oneOf(const Words &words)
     return {replace, ""};
 }
 
-void offerWords(const CLI::Option *argument, const Words &words)
+void completeWords(const CLI::Option *argument, const Words &words)
 {
-    completions::Candidates candidates;
+    tools::completions::Candidates candidates;
     for (const auto &[word, number] : words) {
         candidates.push_back({word});
     }
-    completions::offer(argument, [candidates] { return candidates; });
+    tools::completions::completeFrom(argument, [candidates] { return candidates; });
 }
 
 CLI::Option *addFlag(CLI::App &command, const std::string &name, const std::string &help)
@@ -71,7 +71,7 @@ Given<std::string> addProgram(CLI::App &command, const std::string &help)
 {
     auto program = std::make_shared<std::string>();
     auto *option = command.add_option("--exec", *program, help)->type_name("PROGRAM");
-    completions::offerFiles(option);
+    tools::completions::completeFiles(option);
     return {option, program};
 }
 
@@ -95,7 +95,7 @@ Given<uint32_t> Word::addTo(CLI::App &command) const
 {
     auto value = std::make_shared<uint32_t>();
     auto *option = command.add_option(name, *value, help)->transform(oneOf(words))->type_name("");
-    offerWords(option, words);
+    completeWords(option, words);
     return {option, value};
 }
 

@@ -33,7 +33,7 @@ using Words = std::vector<std::pair<std::string, unsigned>>;
 CLI::Validator oneOf(const Words &words);
 
 /// Lets shells complete such a word.
-void offerWords(const CLI::Option *argument, const Words &words);
+void completeWords(const CLI::Option *argument, const Words &words);
 
 /// Refuses texts that the protocol can not carry: a line feed would end the request early.
 CLI::Validator oneLine();

@@ -61,7 +61,7 @@ std::string libraryVersionExplained()
 
 CommandLine::CommandLine() : app_("Asks the hardware service of an operator panel.", "kvoctl")
 {
-    command_line::wrapHelp(app_);
+    tools::command_line::wrapHelp(app_);
     app_.footer(kFooter);
     app_.require_subcommand(1);
     app_.fallthrough();  // global options may stand behind the subcommand too
@@ -70,11 +70,11 @@ CommandLine::CommandLine() : app_("Asks the hardware service of an operator pane
     app_.add_flag("--debug", debug_, "Write the library's debug messages on standard error");
 }
 
-void CommandLine::addHelp() { command_line::addHelpCommand(app_)->group("Help"); }
+void CommandLine::addHelp() { tools::command_line::addHelpCommand(app_)->group("Help"); }
 
 void CommandLine::parse(std::vector<std::string> arguments)
 {
-    arguments = command_line::withoutHelpCommand(std::move(arguments));
+    arguments = tools::command_line::withoutHelpCommand(std::move(arguments));
     // A wrong command line is answered as it asks, even where it could not be read up to this option.
     const auto optionsEnd = std::find(arguments.begin(), arguments.end(), "--");
     json_ = std::find(arguments.begin(), optionsEnd, "--json") != optionsEnd;
@@ -82,9 +82,10 @@ void CommandLine::parse(std::vector<std::string> arguments)
     app_.parse(std::move(arguments));
 }
 
-bool CommandLine::answersShell(const std::vector<std::string> &arguments) const
+bool CommandLine::answerShell(const std::vector<std::string> &arguments) const
 {
-    return completions::answered(app_, arguments, std::cout) || completions::structureWritten(app_, arguments, std::cout);
+    return tools::completions::answerShell(app_, arguments, std::cout) ||
+           tools::completions::writeStructure(app_, arguments, std::cout);
 }
 
 void CommandLine::help(const CLI::ParseError &request) const

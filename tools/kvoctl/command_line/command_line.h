@@ -33,13 +33,13 @@ public:
     void addHelp();
 
     /// Answers a shell that completes a command line, and the build of the manual page; false where nobody of them asks.
-    [[nodiscard]] bool answersShell(const std::vector<std::string> &arguments) const;
+    [[nodiscard]] bool answerShell(const std::vector<std::string> &arguments) const;
 
     /// The subcommand's action, to be called after parse.
     [[nodiscard]] Report run() const { return action_(); }
 
     /// "kvoctl: usb lock get", as far as the command line has been understood; begins what is written on standard error.
-    [[nodiscard]] std::string prefix() const { return command_line::place(app_); }
+    [[nodiscard]] std::string prefix() const { return tools::command_line::place(app_); }
     /// As far as the command line has been understood.
     [[nodiscard]] const CLI::App &app() const noexcept { return app_; }
     [[nodiscard]] bool json() const noexcept { return json_; }

@@ -80,7 +80,7 @@ std::string meantNames(const std::string &name)
         for (const KvoDescription &station : fetchList<KvoDescription>(KVO_REQUEST(KVO_HWS_getDescriptionList))) {
             names.push_back(nameOf(station));
         }
-        return command_line::didYouMean(command_line::nearest(name, names));
+        return tools::command_line::didYouMean(tools::command_line::nearest(name, names));
     } catch (const Failure &) {
         return {};  // the answer is that there is no such station, whatever comes of this
     }
@@ -93,7 +93,7 @@ std::shared_ptr<std::string> addStation(CLI::App &command)
     auto station = std::make_shared<std::string>();
     auto *option = command.add_option("STATION", *station, std::string("The station: ") + kStationForms);
     option->required()->check(oneLine())->check({checkForm, ""})->type_name("");
-    offerStations(option);
+    completeStations(option);
     return station;
 }
 
@@ -102,14 +102,14 @@ std::shared_ptr<std::vector<std::string>> addStations(CLI::App &command, const s
     auto stations = std::make_shared<std::vector<std::string>>();
     auto *option = command.add_option("STATION", *stations, help);
     option->check(oneLine())->check({checkForm, ""})->type_name("");
-    offerStations(option);
+    completeStations(option);
     return stations;
 }
 
-void offerStations(const CLI::Option *argument, StationForms forms)
+void completeStations(const CLI::Option *argument, StationForms forms)
 {
-    completions::offer(argument, [forms] {
-        completions::Candidates candidates;
+    tools::completions::completeFrom(argument, [forms] {
+        tools::completions::Candidates candidates;
         for (const KvoDescription &station : fetchList<KvoDescription>(KVO_REQUEST(KVO_HWS_getDescriptionList))) {
             const std::string address = tools::dotted(station.address);
             const std::string name = nameOf(station);

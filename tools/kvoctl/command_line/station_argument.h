@@ -23,7 +23,7 @@ std::shared_ptr<std::vector<std::string>> addStations(CLI::App &command, const s
 enum class StationForms { addressOrName, address, name };
 
 /// Lets shells complete a station of those that the service knows.
-void offerStations(const CLI::Option *argument, StationForms forms = StationForms::addressOrName);
+void completeStations(const CLI::Option *argument, StationForms forms = StationForms::addressOrName);
 
 /// The service's record of a station named in any of these forms; throws Failure where there is none.
 KvoDescriptionEx lookUp(const std::string &station);

@@ -103,7 +103,7 @@ Action setUpDebugLevel(CLI::App &command)
     auto *given = command.add_option("LEVEL", *level, "none, 1 or I, 2 or II; without it the level is shown")
                       ->transform(oneOf(words))
                       ->type_name("");
-    offerWords(given, words);
+    completeWords(given, words);
     return [=] { return given->count() > 0 ? done(KVO_REQUEST(KVO_HWS_setDebugLevel)(*level)) : debugLevel(); };
 }
 

@@ -33,7 +33,7 @@ Value bytes(const uint8_t (&member)[Size])
     Value value{Document::array()};
     for (const uint8_t byte : member) {
         value.document.push_back(byte);
-        tools::appendTo(value.own, " ", hexadecimal(byte, 2).substr(2));
+        tools::appendTo(value.shownAs, " ", hexadecimal(byte, 2).substr(2));
     }
     return value;
 }

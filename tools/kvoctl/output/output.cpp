@@ -18,7 +18,8 @@ constexpr int kOneLine = -1;
 /// Files and pipes get whole names, without colour.
 Paper standardOutput()
 {
-    return {command_line::terminalWidth(STDOUT_FILENO).value_or(kUnlimited), command_line::takesColour(STDOUT_FILENO)};
+    return {tools::command_line::terminalWidth(STDOUT_FILENO).value_or(kUnlimited),
+            tools::command_line::takesColour(STDOUT_FILENO)};
 }
 
 /// Names are the plant's bytes: one that is no UTF-8 must not keep the others from being shown.

@@ -10,7 +10,7 @@
 
 namespace kvoctl {
 
-using command_line::Colour;
+using tools::command_line::Colour;
 
 struct Cell {
     Cell(std::string words, Colour shade = Colour::none) : text(std::move(words)), colour(shade) {}

@@ -156,7 +156,7 @@ void ControlCommands::addFaultCommands(CLI::App &fault)
         }
         ask(request, printFaults);
     });
-    completions::offerWords(
+    tools::completions::completeWords(
         adding->add_option("KIND", options.kind, "delay, close, garbage, failed, split or silent")->required(),
         {"delay", "close", "garbage", "failed", "split", "silent"});
     offerKeywords(adding->add_option("--command", options.command, "Keyword of the command that it strikes (default: all)"));
@@ -174,7 +174,7 @@ CLI::App *ControlCommands::add(CLI::App &parent, const char *name, const char *m
     return command;
 }
 
-void ControlCommands::ask(const tools::Json &request, void (*print)(const tools::Json &reply), tools::Patience patience) const
+void ControlCommands::ask(const tools::Json &request, void (*print)(const tools::Json &reply), tools::Timeout patience) const
 {
     const tools::Json reply = tools::askSimulator(request, tools::kControlSocket, patience);
     if (json()) {

@@ -24,7 +24,7 @@ public:
     CLI::App *add(CLI::App &parent, const char *name, const char *meaning, std::function<void()> action);
     /// Asks the simulator, and prints its answer, or with --json the answer as it is.
     void ask(const tools::Json &request, void (*print)(const tools::Json &reply),
-             tools::Patience patience = tools::kUsualPatience) const;
+             tools::Timeout patience = tools::kDefaultTimeout) const;
     /// Whether answers are to be printed as they are.
     [[nodiscard]] bool json() const;
 

@@ -122,7 +122,7 @@ kvosim::ServiceOptions serviceOptions(const Options &options)
 std::string mistakeInMode(const std::string &text)
 {
     const auto mode = kvosim::number<mode_t>(text, 8);
-    return mode && *mode <= tools::kWidest ? std::string() : "write an octal number such as 0600, 0660 or 0666";
+    return mode && *mode <= tools::kForAllUsers ? std::string() : "write an octal number such as 0600, 0660 or 0666";
 }
 
 std::string mistakeInSessions(const std::string &text)
@@ -185,7 +185,7 @@ std::string grouped(std::size_t number)
 /// Says on a terminal how far it is where the plant is so large that it takes a while.
 kvosim::Plant load(const std::string &file)
 {
-    command_line::ProgressLine line(STDERR_FILENO);
+    tools::command_line::ProgressLine line(STDERR_FILENO);
     return kvosim::loadPlant(file, [&line](std::size_t done, std::size_t all) {
         if (line.isDue()) {
             const std::string count = all == 0 ? "" : ": " + grouped(done) + " of " + grouped(all) + " stations";
@@ -237,7 +237,7 @@ int generate(const Options &options)
 
 void addServiceOptions(CLI::App &command, Options &options)
 {
-    completions::offerDirectories(
+    tools::completions::completeDirectories(
         command.add_option("--registry", options.registry,
                            "Directory of the registry lists, kept from one start to the next (default: a temporary one)"));
     command
@@ -267,11 +267,11 @@ std::vector<std::string> takeCommand(std::vector<std::string> &arguments)
 /// The help or the version where they were asked for; else what is wrong.
 int answer(const CLI::App &app, const std::vector<std::string> &arguments, const CLI::ParseError &error)
 {
-    const auto mistake = command_line::mistakeIn(app, arguments, error);
+    const auto mistake = tools::command_line::mistakeIn(app, arguments, error);
     if (!mistake) {
         return app.exit(error);
     }
-    command_line::complain(app, *mistake);
+    tools::command_line::complain(app, *mistake);
     return kWrongUse;
 }
 
@@ -279,13 +279,13 @@ int runMain(const std::vector<std::string> &arguments)
 {
     Options options;
     CLI::App app("The hardware service of a simulated plant.", "kvosim");
-    command_line::wrapHelp(app);
+    tools::command_line::wrapHelp(app);
     app.set_version_flag("--version", "kvosim " KVOSIM_VERSION);
     app.footer(kMainExamples);
     app.require_subcommand(1);
 
     CLI::App *serveCommand = app.add_subcommand("serve", "Serve a plant to the programs of this machine");
-    completions::offerFiles(
+    tools::completions::completeFiles(
         serveCommand->add_option("--plant", options.plant, "Plant file, kvo-plant(5)")->type_name("FILE")->required());
     addServiceOptions(*serveCommand, options);
     serveCommand
@@ -299,9 +299,9 @@ int runMain(const std::vector<std::string> &arguments)
 
     CLI::App *runCommand =
         app.add_subcommand("run", "Serve a plant to one command alone: kvosim run [OPTIONS] -- COMMAND [ARGUMENT...]");
-    completions::offerFiles(
+    tools::completions::completeFiles(
         runCommand->add_option("--plant", options.plant, "Plant file (default: a small built-in plant of three stations)"));
-    completions::offerCommand(runCommand);
+    tools::completions::completeCommand(runCommand);
     runCommand->add_flag("--shared", options.shared,
                          "Use the machine's own /tmp/kvo_hws, one run at a time, where namespaces are not permitted");
     addServiceOptions(*runCommand, options);
@@ -315,13 +315,14 @@ int runMain(const std::vector<std::string> &arguments)
     generateCommand->footer(kGenerateExamples);
 
     const kvosim::ControlCommands controlCommands(app);
-    command_line::addHelpCommand(app);
+    tools::command_line::addHelpCommand(app);
 
-    if (completions::answered(app, arguments, std::cout) || completions::structureWritten(app, arguments, std::cout)) {
+    if (tools::completions::answerShell(app, arguments, std::cout) ||
+        tools::completions::writeStructure(app, arguments, std::cout)) {
         return kDone;
     }
     try {
-        std::vector<std::string> own = command_line::withoutHelpCommand(arguments);
+        std::vector<std::string> own = tools::command_line::withoutHelpCommand(arguments);
         options.command = takeCommand(own);
         std::reverse(own.begin(), own.end());  // as this parser takes them
         app.parse(own);
@@ -339,7 +340,7 @@ int runMain(const std::vector<std::string> &arguments)
 
 int tell(const std::exception &error, int status)
 {
-    command_line::complain("kvosim", error.what());
+    tools::command_line::complain("kvosim", error.what());
     return status;
 }
 

@@ -12,9 +12,9 @@ namespace kvosim {
 
 namespace {
 
-using completions::Candidates;
+using tools::completions::Candidates;
 
-constexpr tools::Patience kShellPatience = std::chrono::seconds(1);
+constexpr tools::Timeout kShellPatience = std::chrono::seconds(1);
 
 /// The list of a reply.
 tools::Json ask(const char *what, const char *list)
@@ -76,14 +76,14 @@ Candidates keywords()
 
 }  // namespace
 
-void offerStations(const CLI::Option *argument) { completions::offer(argument, stations); }
+void offerStations(const CLI::Option *argument) { tools::completions::completeFrom(argument, stations); }
 
-void offerDevices(const CLI::Option *argument) { completions::offer(argument, devices); }
+void offerDevices(const CLI::Option *argument) { tools::completions::completeFrom(argument, devices); }
 
-void offerSessions(const CLI::Option *argument) { completions::offer(argument, sessions); }
+void offerSessions(const CLI::Option *argument) { tools::completions::completeFrom(argument, sessions); }
 
-void offerStationKeys(const CLI::Option *argument) { completions::offer(argument, keys); }
+void offerStationKeys(const CLI::Option *argument) { tools::completions::completeFrom(argument, keys); }
 
-void offerKeywords(const CLI::Option *argument) { completions::offer(argument, keywords); }
+void offerKeywords(const CLI::Option *argument) { tools::completions::completeFrom(argument, keywords); }
 
 }  // namespace kvosim

@@ -113,7 +113,7 @@ void ask(const ControlCommands &commands, const RemoteArguments &options)
     // The simulator tells when time is up.
     commands.ask(
         request, [](const tools::Json &reply) { std::cout << reply.at("reply").get<std::string>() << '\n'; },
-        std::chrono::seconds(options.timeout) + *tools::kUsualPatience);
+        std::chrono::seconds(options.timeout) + *tools::kDefaultTimeout);
 }
 
 void printRecords(const tools::Json &page, bool json)
@@ -142,7 +142,7 @@ void printLog(const ControlCommands &commands, const RemoteArguments &options)
         request["session"] = *options.logSession;
     }
     for (;;) {
-        const tools::Json page = tools::askSimulator(request, tools::kControlSocket, kFollowWait + *tools::kUsualPatience);
+        const tools::Json page = tools::askSimulator(request, tools::kControlSocket, kFollowWait + *tools::kDefaultTimeout);
         printRecords(page, commands.json());
         const bool atEnd = page.at("next") == request["after"];
         if (atEnd && !options.follow) {
@@ -159,7 +159,7 @@ void runScript(const ControlCommands &commands, const std::string &file)
 {
     const auto steps = loadScript(file);
     const ScriptResult result = runScript(steps, file, [](const tools::Json &request) {
-        return tools::askSimulator(request, tools::kControlSocket, kFollowWait + *tools::kUsualPatience);
+        return tools::askSimulator(request, tools::kControlSocket, kFollowWait + *tools::kDefaultTimeout);
     });
     if (commands.json()) {
         std::cout << tools::Json{{"steps", result.steps},
@@ -242,7 +242,7 @@ void addRemoteCommands(ControlCommands &commands, CLI::App &app)
     addLog(commands, *remote, options);
     CLI::App *running = commands.add(*remote, "run", "Send requests to agents and compare their replies, as a script says",
                                      [&commands, options] { runScript(commands, options->script); });
-    completions::offerFiles(running->add_option("SCRIPT", options->script, "The script's file")->required());
+    tools::completions::completeFiles(running->add_option("SCRIPT", options->script, "The script's file")->required());
     running->footer(kRunExamples);
 }
 

@@ -50,7 +50,7 @@ struct UsbOptions {
 };
 
 // An event may have to wait for those before it, each of which may take seconds.
-constexpr tools::Patience kUntilItEnds = std::nullopt;
+constexpr tools::Timeout kUntilItEnds = std::nullopt;
 
 std::string textOf(const tools::Json &reply, const char *key) { return reply.at(key).get<std::string>(); }
 

@@ -5,8 +5,8 @@
 
 namespace {
 
-using command_line::withoutHelpCommand;
-using command_line::wrapped;
+using tools::command_line::withoutHelpCommand;
+using tools::command_line::wrapped;
 
 using Words = std::vector<std::string>;
 

@@ -10,8 +10,8 @@
 namespace {
 
 using namespace std::chrono_literals;
-using command_line::ProgressLine;
 using support::Terminal;
+using tools::command_line::ProgressLine;
 
 const std::string kEmptyLine = "\r\x1B[K";
 

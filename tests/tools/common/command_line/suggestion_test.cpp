@@ -6,10 +6,10 @@
 
 namespace {
 
-using command_line::didYouMean;
-using command_line::nearest;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using tools::command_line::didYouMean;
+using tools::command_line::nearest;
 
 using Words = std::vector<std::string>;
 

@@ -32,8 +32,8 @@ TEST_P(Usage, is_refused_before_anything_is_asked)
     const Ended ended = kvoctl(arguments);
     EXPECT_EQ(ended.status, 2);
     EXPECT_EQ(ended.out, "");
-    EXPECT_EQ(ended.err, (command.empty() ? "kvoctl: " : "kvoctl: " + command + ": ") + meaning + "\n\"kvoctl " +
-                             (command.empty() ? "" : command + " ") + "--help\" tells how.\n");
+    EXPECT_EQ(ended.err, (command.empty() ? "kvoctl: " : "kvoctl: " + command + ": ") + meaning + "\nSee \"kvoctl " +
+                             (command.empty() ? "" : command + " ") + "--help\".\n");
     EXPECT_EQ(service.requests(), std::vector<std::string>{});
 }
 
@@ -156,7 +156,7 @@ TEST(Help, is_a_command_too)
     EXPECT_EQ(ended.status, 0);
     EXPECT_EQ(ended.err, "");
     EXPECT_EQ(ended.out, kvoctl({"usb", "lock", "set", "--help"}).out);
-    EXPECT_THAT(kvoctl({"help", "help"}).out, testing::StartsWith("Show this help, or that of a command\n"));
+    EXPECT_THAT(kvoctl({"help", "help"}).out, testing::StartsWith("Show this help, or the help of a command\n"));
 }
 
 /// The help of @p command and of all inside it.

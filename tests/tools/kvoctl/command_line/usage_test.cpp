@@ -50,7 +50,7 @@ void expectRefused(const std::string &command, const Arguments &arguments, const
     const Ended ended = kvoctl(all);
     EXPECT_EQ(ended.status, 2);
     EXPECT_EQ(ended.out, "");
-    EXPECT_EQ(ended.err, "kvoctl: " + command + ": " + meaning + "\n\"kvoctl " + command + " --help\" tells how.\n");
+    EXPECT_EQ(ended.err, "kvoctl: " + command + ": " + meaning + "\nSee \"kvoctl " + command + " --help\".\n");
     EXPECT_EQ(service.requests(), std::vector<std::string>{});
 }
 

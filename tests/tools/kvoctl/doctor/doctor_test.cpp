@@ -129,12 +129,12 @@ TEST_F(Doctor, tells_all_that_is_well_in_one_document)
     const std::string library = LIBRARY_DIRECTORY "/";
     const Json expected{{"healthy", true},
                         {"findings",
-                         {finding("libkvo_hws.so.0", "The loader took " + library + "libkvo_hws.so.0."),
-                          finding("libpavo.so.1", "The loader took " + library + "libpavo.so.1."),
-                          finding("libdrak.so", "The loader took " + library + "libdrak.so."),
+                         {finding("libkvo_hws.so.0", "The loader uses " + library + "libkvo_hws.so.0."),
+                          finding("libpavo.so.1", "The loader uses " + library + "libpavo.so.1."),
+                          finding("libdrak.so", "The loader uses " + library + "libdrak.so."),
                           finding("configuration", "The configuration file is " + configuration_.string() + "."),
-                          finding("directory", "The directory /tmp/kvo_hws is there."),
-                          finding("socket", "The socket /tmp/kvo_hws/cmd_sock is there."),
+                          finding("directory", "The directory /tmp/kvo_hws exists."),
+                          finding("socket", "The socket /tmp/kvo_hws/cmd_sock exists."),
                           finding("connection", "The service accepts connections: process " + std::to_string(getpid()) +
                                                     " (kvoctl_doctor_t)."),  // the system cuts names
                           finding("answer", "The service answers and is ready.")}}};
@@ -162,7 +162,7 @@ TEST_F(Doctor, finds_a_file_in_the_place_of_the_directory)
     std::filesystem::create_directories(configuration_.parent_path());
     std::ofstream(configuration_) << "# empty\n";
     std::ofstream(kDirectory) << "no directory\n";
-    expectFault(12, "directory", "/tmp/kvo_hws is no directory\\.", "Remove it");
+    expectFault(12, "directory", "/tmp/kvo_hws is not a directory\\.", "Remove it");
 }
 
 TEST_F(Doctor, finds_the_socket_missing)
@@ -173,13 +173,13 @@ TEST_F(Doctor, finds_the_socket_missing)
 TEST_F(Doctor, finds_a_file_in_the_place_of_the_socket)
 {
     std::ofstream(support::kCommandSocket) << "no socket\n";
-    expectFault(12, "socket", "/tmp/kvo_hws/cmd_sock is no socket\\.", "Remove it");
+    expectFault(12, "socket", "/tmp/kvo_hws/cmd_sock is not a socket\\.", "Remove it");
 }
 
 TEST_F(Doctor, finds_a_stale_socket)
 {
     support::leaveStaleSocket(support::kCommandSocket);
-    expectFault(13, "connection", "Nobody listens at the socket.*", "it replaces the socket");
+    expectFault(13, "connection", "No process listens at the socket.*", "it replaces the socket");
 }
 
 TEST_F(Doctor, finds_a_socket_that_this_user_may_not_write_to)
@@ -195,7 +195,7 @@ TEST_F(Doctor, finds_a_directory_that_this_user_may_not_look_into)
     const ScriptedService service({support::replies("yes")});
     obeyPermissions();
     ASSERT_EQ(chmod(kDirectory, 0), 0);
-    expectFault(14, "socket", "This user may not look into /tmp/kvo_hws\\.", "as root");
+    expectFault(14, "socket", "This user may not access /tmp/kvo_hws\\.", "as root");
     ASSERT_EQ(chmod(kDirectory, 0755), 0);
 }
 
@@ -208,13 +208,13 @@ TEST_F(Doctor, finds_a_queue_that_stays_full)
 TEST_F(Doctor, finds_a_service_that_stays_silent)
 {
     const ScriptedService service({support::staysSilent(60s)});
-    expectFault(16, "answer", ".*no whole answer within 4 s.*", "process " + std::to_string(getpid()));
+    expectFault(16, "answer", ".*no complete answer within 4 s.*", "process " + std::to_string(getpid()));
 }
 
 TEST_F(Doctor, does_not_wait_for_an_answer_that_never_becomes_whole)
 {
     const ScriptedService service({support::dribbles(std::string(200, 'y'), 100ms)});
-    expectFault(16, "answer", ".*no whole answer within 4 s.*");
+    expectFault(16, "answer", ".*no complete answer within 4 s.*");
 }
 
 TEST_F(Doctor, finds_a_service_that_closes_without_an_answer)
@@ -226,19 +226,19 @@ TEST_F(Doctor, finds_a_service_that_closes_without_an_answer)
 TEST_F(Doctor, finds_a_service_that_closes_unasked)
 {
     const ScriptedService service({support::closesAtOnce()});
-    expectFault(17, "answer", "The service (closes|breaks|takes no request).*");
+    expectFault(17, "answer", "The service (closes|breaks|does not accept the request).*");
 }
 
 TEST_F(Doctor, finds_a_service_that_speaks_another_language)
 {
     const ScriptedService service({support::replies("hello")});
-    expectFault(17, "answer", "Asked whether it is ready, the service answers \"hello\"\\.", "kvoctl version");
+    expectFault(17, "answer", "The service answers \"hello\" when asked whether it is ready\\.", "kvoctl version");
 }
 
 TEST_F(Doctor, finds_a_service_that_talks_without_end)
 {
     const ScriptedService service({support::sends(std::string(100000, 'x'))});
-    expectFault(17, "answer", "Asked whether it is ready, the service answers \"x{80}\"\\.");
+    expectFault(17, "answer", "The service answers \"x{80}\" when asked whether it is ready\\.");
 }
 
 TEST_F(Doctor, finds_a_service_that_is_not_ready)
@@ -260,7 +260,7 @@ TEST_F(Doctor, shows_the_fault_and_what_to_do_in_text)
 TEST_F(Doctor, escapes_what_the_service_answers)
 {
     const ScriptedService service({support::replies("\x1B[2J")});
-    EXPECT_THAT(run().out, HasSubstr(R"(answers "\x1B[2J".)"));
+    EXPECT_THAT(run().out, HasSubstr(R"(answers "\x1B[2J" when)"));
 }
 
 TEST_F(Doctor, takes_a_missing_configuration_file_for_no_fault)
@@ -273,7 +273,7 @@ TEST_F(Doctor, takes_a_missing_configuration_file_for_no_fault)
     EXPECT_EQ(note["check"], "configuration");
     EXPECT_EQ(note["state"], "note");
     EXPECT_EQ(note["finding"],
-              "The configuration file " + configuration_.string() + " can not be read: No such file or directory.");
+              "The configuration file " + configuration_.string() + " cannot be read: No such file or directory.");
     EXPECT_EQ(ended.document()["healthy"], true);
 }
 
@@ -287,14 +287,14 @@ TEST_F(Doctor, tells_which_platform_library_is_used)
 {
     std::filesystem::copy_file(LIBRARY_DIRECTORY "/libpavo.so.1", directory_ / "libpavo.so.1");
     const Ended ended = run({"--json"}, {"LD_LIBRARY_PATH=" + directory_.path().string()});
-    EXPECT_EQ(ended.document()["findings"][1]["finding"], "The loader took " + (directory_ / "libpavo.so.1").string() + ".");
+    EXPECT_EQ(ended.document()["findings"][1]["finding"], "The loader uses " + (directory_ / "libpavo.so.1").string() + ".");
 }
 
 TEST(PlatformLibrary, that_the_loader_does_not_have_is_a_fault)
 {
     const tools::Finding finding = tools::examineLibrary("libkvo_no_such.so.7");
     EXPECT_EQ(static_cast<int>(finding.fault), 19);
-    EXPECT_EQ(finding.words, "The loader has not found libkvo_no_such.so.7.");
+    EXPECT_EQ(finding.words, "The loader did not find libkvo_no_such.so.7.");
     EXPECT_THAT(finding.advice, HasSubstr("LD_LIBRARY_PATH"));
 }
 

@@ -232,7 +232,7 @@ TEST(Control, a_socket_without_a_listener_is_not_a_simulator)
         [&] {
             tools::askSimulator({{"do", "status"}}, path);
         },
-        ThrowsMessage<tools::NoSimulator>(HasSubstr("nobody listens at " + path)));
+        ThrowsMessage<tools::NoSimulator>(HasSubstr("no process listens at " + path)));
 }
 
 TEST(Control, names_that_are_not_utf8_are_shown)

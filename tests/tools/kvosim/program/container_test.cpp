@@ -56,7 +56,7 @@ TEST_F(Container, is_told_which_right_is_missing)
     Program run(inside({KVOSIM_PROGRAM, "run", "--", "echo", "started"}));
     EXPECT_EQ(run.wait(), 1);
     EXPECT_EQ(run.out(), "");
-    const std::string missing = geteuid() == 0 ? "this root has no CAP_SYS_ADMIN, as in most containers" : "only root may";
+    const std::string missing = geteuid() == 0 ? "root has no CAP_SYS_ADMIN here, as in most containers" : "only root may";
     EXPECT_EQ(run.err(), "kvosim: no private /tmp/kvo_hws: new mount namespace: Operation not permitted (" + missing +
                              "); new user namespace, which would permit it: No space left on device; their number is "
                              "limited, see /proc/sys/user/max_user_namespaces. \"kvosim run --shared\" needs no namespace: it "

@@ -80,7 +80,7 @@ TEST_P(WithoutASimulator, has_a_status_of_its_own)
     const Ended ended = kvosimEnds(GetParam());
     EXPECT_EQ(ended.status, 3);
     EXPECT_EQ(ended.out, "");
-    EXPECT_EQ(ended.err, "kvosim: no simulator runs here (nobody listens at /tmp/kvo_hws/kvosim_ctl); start one with "
+    EXPECT_EQ(ended.err, "kvosim: no simulator is running (no process listens at /tmp/kvo_hws/kvosim_ctl); start one with "
                          "\"kvosim serve\", or work inside \"kvosim run\"\n");
 }
 

@@ -38,7 +38,7 @@ public:
                std::chrono::steady_clock::now() < until) {
             std::this_thread::sleep_for(2ms);
         }
-        std::this_thread::sleep_for(command_line::ProgressLine::kPatience);
+        std::this_thread::sleep_for(tools::command_line::ProgressLine::kDelay);
         fcntl(pipe, F_SETFL, 0);  // what is larger than the pipe waits for the reader
         const ssize_t written = ::write(pipe, text.data(), text.size());
         close(pipe);

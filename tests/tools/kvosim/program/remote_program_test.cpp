@@ -179,7 +179,7 @@ const std::vector<WrongRow> kWrongUses = {
     {{"remote_alone"}, {"remote"}, "Usage: kvosim remote [OPTIONS] COMMAND\n"},
     {{"event_name"}, {"event", "a name that is too long, x"}, "write \"name, data\" with a name of 1 to 19 bytes"},
     {{"event_lines"}, {"event", "a, b\nc", "--as-is"}, "the event holds a line end"},
-    {{"event_not_utf8"}, {"event", "a, \xff"}, "a text is no UTF-8"}};
+    {{"event_not_utf8"}, {"event", "a, \xff"}, "a text is not UTF-8"}};
 
 INSTANTIATE_TEST_SUITE_P(Table, WrongUse, testing::ValuesIn(kWrongUses), kvosim_test::kNameOfRow);
 
@@ -190,7 +190,7 @@ TEST_P(WithoutSimulator, ends_with_three)
     const Ended ended = kvosimEnds(std::string(GetParam()) == "event" ? std::vector<std::string>{"event", "a, b"}
                                                                       : std::vector<std::string>{"remote", GetParam()});
     EXPECT_EQ(ended.status, 3);
-    EXPECT_THAT(ended.err, HasSubstr("no simulator runs here"));
+    EXPECT_THAT(ended.err, HasSubstr("no simulator is running"));
 }
 
 INSTANTIATE_TEST_SUITE_P(All, WithoutSimulator, testing::Values("list", "log", "event"));

@@ -110,8 +110,8 @@ TEST_F(RunFolderOfTwoUsers, is_not_replaced_under_a_run)
     Program service(serve());
     EXPECT_EQ(service.wait(), 1);
     EXPECT_EQ(service.err(),
-              "kvosim: /tmp/kvo_hws belongs to another user (nobody, number 65534), who has \"kvosim run\" at work "
-              "there; wait for its end, or use \"kvosim run\"\n");
+              "kvosim: /tmp/kvo_hws belongs to another user (nobody, number 65534), whose \"kvosim run\" uses it; "
+              "wait until that ends, or use \"kvosim run\"\n");
     touch("/tmp/end");
     EXPECT_EQ(others.wait(), 0) << others.err();
     EXPECT_EQ(others.out(), "begun\n3\n");

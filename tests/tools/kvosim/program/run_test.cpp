@@ -201,7 +201,7 @@ TEST(Run, says_that_the_kernel_refuses_a_namespace)
     EXPECT_EQ(run.out(), "");
     const std::string missing =
         geteuid() == 0
-            ? "although this process has CAP_SYS_ADMIN: a filter of system calls, as of a container, forbids it)"
+            ? "although this process has CAP_SYS_ADMIN: a system call filter, such as a container's, forbids it)"
             : "only root may); new user namespace, in which it were permitted: Operation not permitted; the kernel or "
               "the container forbids them";
     EXPECT_THAT(run.err(), StartsWith("kvosim: no private /tmp/kvo_hws: new mount namespace: Operation not permitted (" +
@@ -230,9 +230,8 @@ TEST(Run, refuses_a_link_in_place_of_the_sockets_directory)
     Program run({"unshare", "--mount", "--propagation", "unchanged", "sh", "-c", script, KVOSIM_PROGRAM});
     EXPECT_EQ(run.wait(), 1);
     EXPECT_EQ(run.out(), "");
-    EXPECT_THAT(run.err(),
-                HasSubstr("/tmp/kvo_hws is no directory that can be used (it belongs to root, number 0; it must be a "
-                          "directory, and no link); to remove it, type \"rm /tmp/kvo_hws\""));
+    EXPECT_THAT(run.err(), HasSubstr("/tmp/kvo_hws is not a usable directory (it belongs to root, number 0; it must be a "
+                                     "directory, not a link); to remove it, type \"rm /tmp/kvo_hws\""));
 }
 
 TEST(Run, reports_a_mistake_in_the_plant_file_before_the_command_starts)

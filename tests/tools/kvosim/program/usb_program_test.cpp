@@ -82,7 +82,7 @@ const std::vector<Row> kCalls = {
     {"plug_wrong_number", {"plug", "10.0.0.5", "--id1", "65536"}, 2, "", "kvosim: id1: 65536 is out of range"},
     {"plug_no_number", {"plug", "10.0.0.5", "--number1", "many"}, 2, "", "kvosim: number1: is no whole number"},
     {"plug_empty_ident", {"plug", "10.0.0.5", "--ident2", ""}, 2, "", "kvosim: ident2: is empty"},
-    {"plug_no_utf8", {"plug", "10.0.0.5", "--ident2", "\xA7"}, 2, "", "kvosim: a text is no UTF-8; write it so\n"},
+    {"plug_no_utf8", {"plug", "10.0.0.5", "--ident2", "\xA7"}, 2, "", "kvosim: a text is not UTF-8; write it as UTF-8\n"},
     {"plug_nowhere", {"plug"}, 2, "", "STATION is required"},
     {"plug_unknown_option", {"plug", "10.0.0.5", "--text9", "x"}, 2, "", "--text9"},
     {"refuse", {"refuse", "10.0.0.5"}, 0, "10.0.0.5: \"usb2*1-1.2\" refused" + kUntold, ""},

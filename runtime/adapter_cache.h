@@ -1,4 +1,4 @@
-// The platform's adapter cache, of which there is one for all threads.
+// The platform's adapter cache, which all threads share.
 #pragma once
 
 #include <cstdint>
@@ -9,10 +9,10 @@
 
 namespace kvo_hws {
 
-/// Selects an adapter and reads its values into the cache, which stays this adapter's to the end of the scope.
+/// Selects an adapter and reads its values into the cache. Until the end of the scope no other thread can select another one.
 class AdapterCache {
 public:
-    /// @param interface  as the platform gives it; null too
+    /// @param interface  as the platform returns it; may be null
     explicit AdapterCache(const char *interface) noexcept
     {
         setAdapterInterfaceCache(interface);

@@ -1,11 +1,11 @@
-// Pauses that a signal does not shorten.
+// Sleeps that signals do not shorten.
 #pragma once
 
 #include <chrono>
 
 namespace kvo_hws {
 
-/// Sleeps for the whole of @p length, through signals. Returns 0.
+/// Sleeps for @p length; signals do not shorten the sleep. Returns 0, else the error number of clock_nanosleep.
 int pause(std::chrono::milliseconds length) noexcept;
 
 }  // namespace kvo_hws

@@ -1,4 +1,4 @@
-// The console and sysfs-style files: offered to the host program, not used by the library itself.
+// Functions for the console and sysfs-style files. They are for the host program; the library does not use them.
 #include <kvo_hws/agent.h>
 
 #include "runtime/log.h"
@@ -32,10 +32,10 @@ struct CloseFile {
     void operator()(FILE *file) const noexcept { std::fclose(file); }
 };
 
-/// The first entry of a folder; empty where there is none.
-std::string firstEntry(const char *folder)
+/// The first entry of a directory; empty if it has none.
+std::string firstEntry(const char *path)
 {
-    const std::unique_ptr<DIR, CloseDirectory> directory(opendir(folder));
+    const std::unique_ptr<DIR, CloseDirectory> directory(opendir(path));
     if (directory == nullptr) {
         return {};
     }
@@ -48,7 +48,7 @@ std::string firstEntry(const char *folder)
     return {};
 }
 
-/// Where a "*" stands for a whole component behind another one; npos where the first "*" does not.
+/// The position of the first "*" if it is a whole path component and not the first one; otherwise npos.
 std::size_t placeholderIn(const std::string &path) noexcept
 {
     const auto star = path.find('*');
@@ -58,7 +58,7 @@ std::size_t placeholderIn(const std::string &path) noexcept
     return star + 1 == path.size() || path[star + 1] == '/' ? star : std::string::npos;
 }
 
-/// The path with its placeholder replaced, as far as there is an entry for it.
+/// The path with its placeholder replaced, if an entry for it exists.
 std::string substituted(std::string path)
 {
     if (const auto star = placeholderIn(path); star != std::string::npos) {
@@ -71,7 +71,7 @@ std::string substituted(std::string path)
 
 constexpr int kLongestLine = 127;
 
-/// The first line of a file, on the heap; null where it can not be read.
+/// The first line of a file, allocated with malloc; null if the file cannot be read.
 char *firstLine(const std::string &path)
 {
     const std::unique_ptr<FILE, CloseFile> file(std::fopen(path.c_str(), "re"));
@@ -121,7 +121,7 @@ char *sysfsfile(const char *dir, const char *sub, const char *file) noexcept
 
 void sysfssubst(char *path) noexcept
 {
-    const kvo_hws::NoCancellation wholeFolder;
+    const kvo_hws::NoCancellation wholeDirectory;
     const std::size_t length = std::strlen(path);
     if (length == 0) {
         return;
@@ -132,7 +132,7 @@ void sysfssubst(char *path) noexcept
     try {
         entry = firstEntry(path);
     } catch (const std::exception &) {
-        // Without memory there is as little to put there as without an entry.
+        // Out of memory has the same result as an empty directory.
     }
     std::strcpy(star, entry.empty() ? "*" : entry.c_str());  // NOLINT(*.strcpy): the interface gives no size
 }
@@ -145,7 +145,7 @@ void enable_vt_control(int on) noexcept
         logAlways(LOG_ERR, "VT_GETMODE: %s", std::strerror(errno));
         return;
     }
-    // What is read besides, the wait flag and the signal of a forced release, is written back.
+    // The other members, the wait flag and the signal of a forced release, are written back as they were read.
     mode.mode = on != 0 ? VT_PROCESS : VT_AUTO;
     mode.relsig = static_cast<short>(on != 0 ? SIGUSR1 : 0);
     mode.acqsig = static_cast<short>(on != 0 ? SIGUSR2 : 0);
@@ -156,19 +156,19 @@ void enable_vt_control(int on) noexcept
 
 int get_shiftstate() noexcept
 {
-    const kvo_hws::NoCancellation wholeQuestion;
+    const kvo_hws::NoCancellation wholeRequest;
     constexpr char kReadShiftState = 6;
     char state = kReadShiftState;
     if (ioctl(STDIN_FILENO, TIOCLINUX, &state) < 0) {
         logAlways(LOG_WARNING, "TIOCLINUX(6): %s", std::strerror(errno));
-        // The subcode itself is what callers have always been given then.
+        // On failure callers have always received the subcode itself.
     }
     return state;
 }
 
 const char *vnc_strerror(int code) noexcept
 {
-    const kvo_hws::NoCancellation wholeText;  // the system's may have to be read from a file
+    const kvo_hws::NoCancellation wholeText;  // strerror may read the text from a file
     if (code >= kFirstViewerError && code < kFirstViewerError + static_cast<int>(std::size(kViewerErrors))) {
         return kViewerErrors[code - kFirstViewerError];
     }

@@ -1,4 +1,4 @@
-// Letters of either case, whatever the program's locale: other than tolower and strcasecmp.
+// Comparison that ignores the case of letters. Unlike tolower and strcasecmp it does not depend on the program's locale.
 #pragma once
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// The system log: the debug message channel and the priority-gated log.
+// The system log: the debug message channel, and the log that is filtered by priority.
 #include "runtime/log.h"
 
 #include "runtime/owners.h"
@@ -18,7 +18,7 @@ namespace {
 std::atomic_ref<int32_t> debugLevel() noexcept { return kvo_hws::shared(iDebugLevel); }
 std::atomic_ref<uint32_t> messagesActive() noexcept { return kvo_hws::shared(uiDebugMessageSysLogActive); }
 
-/// Errors (priority 3 and below) always pass; the rest needs a debug level above @p threshold.
+/// Errors (priority 3 and below) always pass; other messages need a debug level above @p threshold.
 bool passes(int priority, int32_t threshold) noexcept
 {
     return priority <= LOG_ERR || debugLevel().load(std::memory_order_relaxed) > threshold;
@@ -116,7 +116,7 @@ void debugValues(const char *format, ...) noexcept
     if (messagesActive().load(std::memory_order_relaxed) == 0) {
         return;
     }
-    char message[256];  // readers of the log know that messages with values end here
+    char message[256];  // log readers rely on the limit of 255 characters
     va_list arguments;
     va_start(arguments, format);
     std::vsnprintf(message, sizeof message, format, arguments);

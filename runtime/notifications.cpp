@@ -1,5 +1,5 @@
-// The handshake that stops worker threads: a record with a state word, SIGUSR1 to end a sleep early, and sleeps that never take
-// longer in all than was asked for. The state is written before the signal is sent.
+// The protocol that stops worker threads: a record with a state word, SIGUSR1 to interrupt a sleep, and sleeps whose total
+// length never exceeds the requested time. The state is written before the signal is sent.
 #include "runtime/notifications.h"
 
 #include "runtime/owners.h"
@@ -24,7 +24,7 @@ timeval timeOf(unsigned milliseconds) noexcept
             .tv_usec = static_cast<suseconds_t>(milliseconds % kMillisecondsPerSecond) * 1000};
 }
 
-/// 0 when the time has run out, else -1 with errno. What is left of the time stays in @p left.
+/// Returns 0 if the time has passed, else -1 with errno. Stores the remaining time in @p left.
 int sleepFor(timeval &left) noexcept
 {
     const kvo_hws::NoCancellation wholeSleep;
@@ -35,9 +35,9 @@ int sleepFor(timeval &left) noexcept
 
 int ActivateNotify() noexcept
 {
-    // In the place of whatever handler the host has: the signal is how sleeps are ended.
+    // Replaces the host's handler, if any: the signal must interrupt sleeps.
     struct sigaction action = {};
-    action.sa_handler = wakeUp;  // no SA_RESTART: a sleep that starts anew would not notice
+    action.sa_handler = wakeUp;  // no SA_RESTART: a restarted sleep would not notice the signal
     return sigaction(SIGUSR1, &action, nullptr);
 }
 
@@ -85,8 +85,8 @@ int WaitShutdown(Notify *record, unsigned ms) noexcept
         if (sleepFor(left) == 0 && shared(record->uiUsers).load() != 0) {
             return -2;
         }
-        // Asked also when the time ran out just as the last user left: then it is an errno of long ago that decides between -1
-        // and 1. Callers know the -1; an answer of its own for that case would change what they see.
+        // Also reached if the time ran out while the last user left. Then an old errno decides between -1 and 1. Callers know
+        // this -1, so the case has no result of its own.
         if (errno != EINTR) {
             return -1;
         }
@@ -110,7 +110,7 @@ int ShutdownThread(Notify *record, unsigned milliseconds) noexcept
     }
     kvo_hws::requestStop(*record);
     const int result = WaitShutdown(record, milliseconds);
-    // Freed also when the worker goes on: it is the worker that must not come back to it.
+    // Freed even if the worker is still running: the worker must not use the record again.
     DeleteNotify(&record);
     return result;
 }
@@ -133,8 +133,8 @@ int WaitReceivedNotify(sem_t *semaphore, unsigned milliseconds) noexcept
     timespec deadline = {};
     clock_gettime(CLOCK_REALTIME, &deadline);
     deadline.tv_sec += static_cast<time_t>(milliseconds / kMillisecondsPerSecond);
-    // Microseconds in a place for nanoseconds, and without a carry: waits have always been this short, and a deadline that
-    // comes out invalid for it has always been a failure. Hosts are tuned to both.
+    // Adds microseconds to a member for nanoseconds, and without a carry. Waits have always been this short, and a deadline
+    // that becomes invalid this way has always been a failure. Hosts are tuned to both.
     deadline.tv_nsec += static_cast<long>(milliseconds % kMillisecondsPerSecond) * 1000;
     const kvo_hws::NoCancellation wholeWait;
     if (sem_timedwait(semaphore, &deadline) == 0) {

@@ -7,15 +7,16 @@ namespace kvo_hws {
 
 namespace {
 
-/// The C library's own, shared and never freed: the plain C locale costs no allocation.
-locale_t plainLocale() noexcept
+/// The C locale. It is a static object of the C library, so it needs no allocation and is never freed.
+locale_t cLocale() noexcept
 {
     static const locale_t locale = newlocale(LC_ALL_MASK, "C", nullptr);
     return locale;
 }
 
-/// One to nine decimal digits, which fit in every long. Ends at @p text where something else stands: that goes the long way.
-Number readPlain(const char *text) noexcept
+/// Reads one to nine decimal digits, which fit in every long. For any other text the end is @p text, and the caller falls back
+/// to strtoul or strtol.
+Number readShortDecimal(const char *text) noexcept
 {
     constexpr int kMostDigits = 9;
     unsigned long value = 0;
@@ -34,22 +35,22 @@ Number readPlain(const char *text) noexcept
 Number readNumber(const char *text, int base) noexcept
 {
     if (base == 10) {
-        if (const Number plain = readPlain(text); plain.end != text) {
-            return plain;
+        if (const Number number = readShortDecimal(text); number.end != text) {
+            return number;
         }
     }
     char *end = nullptr;
-    const unsigned long value = strtoul_l(text, &end, base, plainLocale());
+    const unsigned long value = strtoul_l(text, &end, base, cLocale());
     return {value, end};
 }
 
 SignedNumber readSigned(const char *text) noexcept
 {
-    if (const Number plain = readPlain(text); plain.end != text) {
-        return {static_cast<long>(plain.value), plain.end};
+    if (const Number number = readShortDecimal(text); number.end != text) {
+        return {static_cast<long>(number.value), number.end};
     }
     char *end = nullptr;
-    const long value = strtol_l(text, &end, 10, plainLocale());
+    const long value = strtol_l(text, &end, 10, cLocale());
     return {value, end};
 }
 

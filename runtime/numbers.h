@@ -1,24 +1,24 @@
-// The one reader of numbers. It keeps strtoul's meaning for every text (white space, sign, 0x, overflow), whatever the
-// program's locale, and reads the plain case without a call.
+// Reading numbers. The result is that of strtoul in the C locale for every text (white space, sign, 0x, overflow), in every
+// locale of the program. Short decimal numbers are read without a call of the C library.
 #pragma once
 
 #include <cstdint>
 
 namespace kvo_hws {
 
-/// A number and the character where it ended.
+/// A number and the first character after it.
 struct Number {
     unsigned long value;
     const char *end;
 };
 
-/// A signed number and the character where it ended.
+/// A signed number and the first character after it.
 struct SignedNumber {
     long value;
     const char *end;
 };
 
-/// strtoul in the C locale. Where no number stands, the value is 0 and the end is @p text.
+/// strtoul in the C locale. If the text does not begin with a number, the value is 0 and the end is @p text.
 Number readNumber(const char *text, int base) noexcept;
 
 /// strtol in the C locale, base 10.

@@ -1,4 +1,4 @@
-// Small owners: whatever must be given back is an object, so that no path gives it back by hand.
+// Small owners: each resource is owned by an object whose destructor releases it.
 #pragma once
 
 #include <cerrno>
@@ -29,10 +29,10 @@ public:
     [[nodiscard]] int get() const noexcept { return fd_; }
     [[nodiscard]] bool valid() const noexcept { return fd_ >= 0; }
 
-    /// Hands the descriptor on to another owner.
+    /// Gives up ownership and returns the descriptor.
     int release() noexcept { return std::exchange(fd_, -1); }
 
-    /// Closes now. Keeps errno, so that the failure that led here can still be told.
+    /// Closes now. Preserves errno, so that the caller can still report the failure that led here.
     void close() noexcept
     {
         if (fd_ >= 0) {
@@ -50,11 +50,11 @@ struct FreeHeap {
     void operator()(void *block) const noexcept { std::free(block); }
 };
 
-/// A text that came from malloc, as the C interface hands texts over.
+/// A text that was allocated with malloc, as the C interface returns texts.
 using HeapText = std::unique_ptr<char, FreeHeap>;
 
-/// Keeps a thread from being cancelled for a scope: a cancelled thread would leave with locks held, and could not pass a
-/// function that lets no exception out.
+/// Disables cancellation of the thread for a scope. A cancelled thread would leave locks locked, and could not unwind through
+/// noexcept functions.
 class NoCancellation {
 public:
     NoCancellation() noexcept { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }
@@ -66,7 +66,7 @@ private:
     int before_ = PTHREAD_CANCEL_ENABLE;
 };
 
-/// A critical section, held to the end of its scope.
+/// Locks a critical section until the end of the scope.
 class Lock {
 public:
     explicit Lock(pthread_mutex_t &section) noexcept : section_(section) { kvo_hws_EnterCriticalSection(&section_); }

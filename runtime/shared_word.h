@@ -1,11 +1,11 @@
-// Words that threads share and that stay plain words for the programs that link them.
+// Variables that threads share. They are exported, so programs that link them must see normal integers.
 #pragma once
 
 #include <atomic>
 
 namespace kvo_hws {
 
-/// The word, read and written atomically.
+/// Atomic access to a word.
 template <class Word>
 std::atomic_ref<Word> shared(Word &word) noexcept
 {

@@ -1,4 +1,4 @@
-// Threads and critical sections under their desktop names, over POSIX threads and mutexes.
+// Threads and critical sections under the names that desktop systems use, implemented with POSIX threads and mutexes.
 #include <kvo_hws/runtime.h>
 
 #include <cerrno>
@@ -13,16 +13,16 @@ using namespace std::chrono_literals;
 
 namespace {
 
-/// What a thread is to run.
+/// A thread function and its argument.
 struct Work {
     void *(*start)(void *);
     void *argument;
 };
 
-/// Held while a thread is created whose id is to be stored before it runs.
+/// Locked while a thread is created whose id must be stored before it runs.
 pthread_mutex_t creation = PTHREAD_MUTEX_INITIALIZER;
 
-/// Not noexcept: what the host runs may end its thread from within.
+/// Not noexcept: the host's function may end its thread with pthread_exit.
 void *runOnceIdIsStored(void *work)
 {
     const Work own = *std::unique_ptr<Work>(static_cast<Work *>(work));
@@ -36,7 +36,7 @@ int createThread(pthread_t &thread, void *(*start)(void *), void *argument) noex
 {
     const int error = pthread_create(&thread, nullptr, start, argument);
     if (error != 0) {
-        errno = error;  // for those who log it
+        errno = error;  // callers log it
     }
     return error == 0 ? 1 : -1;
 }
@@ -56,11 +56,11 @@ int kvo_hws_CreateThreadIdent(void *(*start)(void *), void *argument, pthread_t 
     }
     std::unique_ptr<Work> work(new (std::nothrow) Work);
     if (work == nullptr) {
-        errno = EAGAIN;  // what a thread without memory for it has always come to
+        errno = EAGAIN;  // pthread_create reports the same when memory runs out
         return -1;
     }
     *work = {start, argument};
-    // The new thread waits for this lock: it finds its id stored, and whatever the caller did to the variable before.
+    // The new thread waits for this lock. When it runs, its id is stored, and earlier changes to the variable are visible.
     const kvo_hws::Lock lock(creation);
     pthread_t thread{};
     if (createThread(thread, runOnceIdIsStored, work.get()) != 1) {
@@ -75,7 +75,7 @@ int kvo_hws_detach_thread() noexcept { return pthread_detach(pthread_self()) == 
 
 int kvo_hws_GiveUpThreadExecution() noexcept { return kvo_hws::pause(20ms); }
 
-// Programs call these around sections that are initialised statically; a section must come through unchanged.
+// Programs call these functions for sections that are initialised statically. They must not change a section.
 void kvo_hws_InitializeCriticalSection(pthread_mutex_t * /*cs*/) noexcept {}
 void kvo_hws_DeleteCriticalSection(pthread_mutex_t * /*cs*/) noexcept {}
 

@@ -9,7 +9,7 @@ KvoTimeval __timeval_now = {};
 
 namespace {
 
-/// What stands for an omitted time. Other threads may be doing the same.
+/// The current time, for an omitted argument. Other threads may call this at the same time.
 KvoTimeval refreshedNow() noexcept
 {
     KvoTimeval now;
@@ -35,6 +35,6 @@ int32_t timeval_diff(const KvoTimeval *a, const KvoTimeval *b) noexcept
     const KvoTimeval &earlier = b == nullptr ? now : *b;
     const int64_t seconds = int64_t{later.tv_sec} - earlier.tv_sec;
     const int64_t microseconds = int64_t{later.tv_usec} - earlier.tv_usec;
-    // The quotient is cut toward zero also where the shifted part is negative: timings are compared with records made so.
+    // The division truncates toward zero even if the sum is negative: timings are compared with existing records.
     return static_cast<int32_t>(seconds * 1000 + (microseconds + 500) / 1000);
 }

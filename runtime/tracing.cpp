@@ -1,4 +1,4 @@
-// Allocation of cleared memory, and the traced allocators with their file.
+// Allocation of zeroed memory, and the traced allocators with their trace file.
 #include <kvo_hws/runtime.h>
 
 #include "runtime/owners.h"
@@ -16,7 +16,7 @@ namespace {
 constexpr const char *kTraceFile = "/user/traceIt.log";
 constexpr mode_t kTraceMode = 0666;
 
-/// The longest stamp: six numbers of up to 11 characters, and what stands between them.
+/// Large enough for the longest stamp: six numbers of up to 11 characters, and the separators.
 using Stamp = char[80];
 
 std::size_t writeStamp(Stamp &stamp) noexcept
@@ -24,12 +24,12 @@ std::size_t writeStamp(Stamp &stamp) noexcept
     const time_t now = time(nullptr);
     tm local = {};
     localtime_r(&now, &local);
-    // The month from 0 and the year from 1900, as they come: the readers of these files correct both.
+    // The month counts from 0 and the year from 1900, as in struct tm: the readers of these files correct both.
     return static_cast<std::size_t>(std::snprintf(stamp, sizeof stamp, "%02d.%02d.%04d/%02d:%02d:%02d   ", local.tm_mday,
                                                   local.tm_mon, local.tm_year, local.tm_hour, local.tm_min, local.tm_sec));
 }
 
-/// Stamp, text and line feed; null without memory.
+/// Stamp, text and line feed; null if memory runs out.
 kvo_hws::HeapText traceLine(std::size_t &length, const char *format, va_list arguments) noexcept
 {
     Stamp stamp;
@@ -51,7 +51,7 @@ kvo_hws::HeapText traceLine(std::size_t &length, const char *format, va_list arg
     return line;
 }
 
-/// Best effort, and without a trace in errno: what is traced has an errno of its own to show.
+/// Ignores failures, and preserves errno for the traced call.
 void trace(const char *format, va_list arguments) noexcept
 {
     const int error = errno;
@@ -87,7 +87,7 @@ void *traceXmalloc(unsigned size, const char *file, unsigned long line) noexcept
 
 void *traceRealloc(void *old, unsigned size, const char *file, unsigned long line) noexcept
 {
-    char before[32];  // the pointer itself is no longer one after the call
+    char before[32];  // the pointer must not be used after realloc
     std::snprintf(before, sizeof before, "%p", old);
     void *const block = std::realloc(old, size);
     traceIt("%15s#%4lu realloc(%s, %u) returns %p", file, line, before, size, block);

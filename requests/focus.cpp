@@ -111,7 +111,7 @@ template <class Read>
 int32_t readT2M2N(uint32_t station, const char *text, Read read) noexcept
 {
     // Whatever the daemon answers is the text.
-    return Request("get KVO M:N").needs(text).send("getKVOt2m2n=%08X", station).onFailed().whole(read).result();
+    return Request("get KVO M:N").needs(text).send("getKVOt2m2n=%08X", station).onFailed().anyReply(read).result();
 }
 
 }  // namespace

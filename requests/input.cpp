@@ -46,7 +46,7 @@ int32_t KVO_HWS_getTouchScreenCalibParam(uint32_t station, int32_t *pressThresh,
         .needs(pressThresh, nonlinear)
         .send("getCalibParam=%08X", station)
         .on("no_touchscreen", KVO_HWS_NO, kNoTouchScreen)
-        .whole([=](const char *reply) -> Answer {
+        .anyReply([=](const char *reply) -> Answer {
             // An absent key is 0 and no fault, so that any reply without them, "failed" too, is success with two zeros.
             const int first = FindReplyValue(reply, "press_thresh=", pressThresh);
             const int second = FindReplyValue(reply, "nonlinear=", nonlinear);
@@ -75,7 +75,7 @@ int32_t KVO_HWS_showInputDevice(uint32_t station, uint32_t *kbd, uint32_t *mouse
     return Request("show input device")
         .needs(kbd, mouse, touch)
         .send("showInputDevice=%08X", station)
-        .whole(devices(kbd, mouse, touch, nullptr))
+        .anyReply(devices(kbd, mouse, touch, nullptr))
         .result();
 }
 
@@ -84,7 +84,7 @@ int32_t KVO_HWS_showInputDeviceV2(uint32_t station, uint32_t *kbd, uint32_t *mou
     return Request("show input device V2")
         .needs(kbd, mouse, touch, vkbd)
         .send("showInputDevice=%08X", station)
-        .whole(devices(kbd, mouse, touch, vkbd))
+        .anyReply(devices(kbd, mouse, touch, vkbd))
         .result();
 }
 
@@ -93,7 +93,7 @@ int32_t KVO_HWS_showInputDeviceV3(uint32_t station, uint32_t *mask, uint32_t *kb
 {
     return Request("show input device V3")
         .send("showInputDevice=%08X", station)
-        .whole([=](const char *reply) -> Answer {
+        .anyReply([=](const char *reply) -> Answer {
             if (ParseInputDeviceReply(reply, mask, kbd, mouse, touch, multitouch, maxcontacts, vkbd) == kvo_hws::kMalformed) {
                 return {KVO_HWS_FAILED, kDevicesMalformed};
             }

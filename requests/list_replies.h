@@ -28,7 +28,7 @@ int32_t takeList(Request &request, uint32_t *capacity, Take take) noexcept
 {
     return request.onNoText(KVO_HWS_FAILED, kNoText)
         .onFailed()
-        .whole([=](const char *reply) -> Answer {
+        .anyReply([=](const char *reply) -> Answer {
             uint32_t count = GetCountKVODescriptionsFromTextEx(reply);
             if (count == kNoCount) {
                 return {KVO_HWS_FAILED, "can not get count from reply"};

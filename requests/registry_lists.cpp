@@ -172,7 +172,7 @@ int32_t registryPath(RegistryPath &path) noexcept
     return Request(kSilent)
         .send("getregistrypath")
         .onFailed()
-        .whole([&path](const char *reply) -> Answer {
+        .anyReply([&path](const char *reply) -> Answer {
             std::memcpy(path.data(), reply, std::min(std::strlen(reply), path.size()));
             return {KVO_HWS_OK};
         })

@@ -24,7 +24,7 @@ int32_t takeCount(Request &request, uint32_t *capacity, bool haveArray) noexcept
 {
     return request.onNoText(KVO_HWS_FAILED, kvo_hws::kNoText)
         .onFailed()
-        .whole([=](const char *reply) -> Answer {
+        .anyReply([=](const char *reply) -> Answer {
             const auto [count, end] = kvo_hws::readNumber(reply, 10);
             if (*end != '\0') {
                 return {KVO_HWS_FAILED, "wrong count reply"};
@@ -89,7 +89,7 @@ int32_t KVO_HWS_getDescriptionEx(uint32_t address, const char *name, KvoDescript
     }
     return request.onFailed()
         .on("not found", KVO_HWS_NO)
-        .whole([=](const char *reply) -> Answer {
+        .anyReply([=](const char *reply) -> Answer {
             clearList(record, 1);
             return {ConvertText2KVODescEx(record, reply) == -1 ? KVO_HWS_FAILED : KVO_HWS_OK};
         })

@@ -1,4 +1,5 @@
-// The basic requests: the service's debug level, registry lock, versions, end and readiness, and the panel's light.
+// The basic requests: the service's debug level, registry lock, versions, readiness and termination, and the panel's backlight
+// and brightness.
 #include <kvo_hws/service.h>
 
 #include "service/request.h"
@@ -12,7 +13,7 @@ using kvo_hws::Answer;
 using kvo_hws::kSilent;
 using kvo_hws::Request;
 
-/// The text as it has always been delivered: a template that no build ever filled in. Programs compare it whole.
+/// An unexpanded template: no build has ever filled in the numbers. Programs compare the whole text.
 constexpr std::string_view kLibraryVersion = "V%#.%#.#%.#%";
 static_assert(kLibraryVersion.size() == 12);
 
@@ -37,7 +38,7 @@ int32_t KVO_HWS_getDebugLevel() noexcept
         .result();
 }
 
-// The two lock requests have never told a missing service from another failure; their callers retry on 0 alone.
+// The two lock requests have never distinguished a missing service from other failures; their callers retry only on 0.
 int32_t KVO_HWS_lockKVORegData() noexcept
 {
     return Request(kSilent)
@@ -58,12 +59,12 @@ int32_t KVO_HWS_getDLLVersion(char *buffer, unsigned *size) noexcept
     return Request("get KVO HWS DLL version")
         .needs(buffer, size)
         .answer([=]() -> Answer {
-            if (*size <= kLibraryVersion.size()) {  // NOLINT(*.NullDereference): needs() has refused a null one
-                // Callers size their buffer by this 12; the text needs 13.
+            if (*size <= kLibraryVersion.size()) {  // NOLINT(*.NullDereference): needs() has rejected null
+                // The text needs 13 bytes, but callers rely on this 12.
                 *size = kLibraryVersion.size();
                 return {KVO_HWS_FAILED, "not enough memory"};
             }
-            std::memcpy(buffer, kLibraryVersion.data(), kLibraryVersion.size() + 1);  // NOLINT(*.NonNull*): the same
+            std::memcpy(buffer, kLibraryVersion.data(), kLibraryVersion.size() + 1);  // NOLINT(*.NonNull*): see above
             return {KVO_HWS_OK};
         })
         .result();
@@ -74,13 +75,13 @@ int32_t KVO_HWS_getKVOHWSVersion(char *buffer, unsigned *size) noexcept
     return Request("get KVO HWS version")
         .needs(buffer, size)
         .send("getVersion")
-        .whole([=](const char *version) -> Answer {
+        .anyReply([=](const char *version) -> Answer {
             const std::size_t length = std::strlen(version);
             if (length < *size) {
                 std::memcpy(buffer, version, length + 1);
                 return {KVO_HWS_OK};
             }
-            // One less than what is needed; callers add the one.
+            // One byte less than required; callers add one.
             *size = static_cast<unsigned>(length);
             return {KVO_HWS_FAILED, "not enough memory"};
         })
@@ -89,11 +90,12 @@ int32_t KVO_HWS_getKVOHWSVersion(char *buffer, unsigned *size) noexcept
 
 int32_t KVO_HWS_setBacklight(unsigned mode) noexcept
 {
-    // An unknown mode is told twice, here and below, though nothing is sent: log filters count "can not send request".
+    // This request and the next log two messages for an unknown mode, although nothing is sent: log filters count
+    // "can not send request".
     return Request("set backlight")
         .refuse(mode > 1, KVO_HWS_FAILED, {"unknown mode", "can not send request"})
         .send("setBacklight=%u", mode)
-        .stray("get KVO HWS version - can not allocate memory")  // means nothing; log readers know it as this request's mark
+        .logOnReply("get KVO HWS version - can not allocate memory")  // no meaning; log readers identify this request by it
         .on("ok", KVO_HWS_OK)
         .result();
 }
@@ -113,12 +115,12 @@ int32_t KVO_HWS_isInitComplete() noexcept
         .send("isInitComplete")
         .on("yes", KVO_HWS_OK)
         .on("no", KVO_HWS_NO)
-        .otherwise(KVO_HWS_FAILED, "error sending request")  // never "unknown": the two have always been one here
+        .otherwise(KVO_HWS_FAILED, "error sending request")  // never "unknown error": this request has one message for both
         .result();
 }
 
 int32_t KVO_HWS_killDaemon() noexcept
 {
-    // Any answer counts: a daemon that is ending may no longer know what it says.
+    // Any reply is a success: a daemon that is terminating may send anything.
     return Request("kill daemon").send("killDaemon").otherwise(KVO_HWS_OK).result();
 }

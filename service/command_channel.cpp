@@ -1,4 +1,4 @@
-// One exchange with the hardware service: connect, one line out, one line back.
+// One exchange with the hardware service: connect, write one line, read one line.
 #include <kvo_hws/service.h>
 
 #include "runtime/log.h"
@@ -12,7 +12,7 @@ pthread_mutex_t sGCriticalSectionCmdPipe = PTHREAD_MUTEX_INITIALIZER;
 
 namespace {
 
-/// How an exchange ended; the reason is null when it went well.
+/// The result of an exchange; the reason is null on success.
 struct Outcome {
     int code;
     const char *reason;
@@ -28,7 +28,7 @@ Outcome exchange(const char *command, DynBuffer *reply) noexcept
     if (!socket.valid()) {
         return {KVO_HWS_FAILED, "error creating socket"};
     }
-    // Held until the reply is read: the service hears one thread of a process at a time.
+    // Locked until the reply is read: only one thread of a process talks to the service at a time.
     const kvo_hws::Lock lock(sGCriticalSectionCmdPipe);
     if (!kvo_hws::connectLocal(socket, kvo_hws::kCommandSocket)) {
         return {KVO_HWS_NO_SERVICE, "can not connect to socket"};

@@ -1,5 +1,6 @@
-// The three readers of one line. They wait, look at what has arrived (ReadSocket, ReadSocketDyn), and take exactly up to the
-// first line feed, so that the start of a following message stays where it is; ReadSocketCache reads freely and keeps the rest.
+// The three functions that read one line. ReadSocket and ReadSocketDyn wait, peek at the received bytes, and read exactly up
+// to the first line feed, so that the beginning of the next message stays in the socket. ReadSocketCache reads all available
+// bytes and keeps the rest in the cache.
 #include <kvo_hws/runtime.h>
 #include <kvo_hws/service.h>
 
@@ -22,20 +23,20 @@ namespace {
 
 using kvo_hws::waitReadable;
 
-constexpr std::size_t kRound = 1024;                           // bytes taken at a time
-constexpr std::size_t kLargestRound = std::size_t{64} * 1024;  // bytes taken at a time of a long line
-constexpr auto kRoundPause = 10ms;                             // lets a slow writer go on instead of spinning
+constexpr std::size_t kReadSize = 1024;                           // bytes of one read
+constexpr std::size_t kLargestReadSize = std::size_t{64} * 1024;  // bytes of one read of a long line
+constexpr auto kReadPause = 10ms;                                 // waits for a slow writer instead of spinning
 
-static_assert(sizeof(SocketCache::acData) == kRound + 4);
+static_assert(sizeof(SocketCache::acData) == kReadSize + 4);
 
 enum ReadResult : int {
     kLine = 1,
     kFailed = -1,
     kClosed = -3,
-    kSilent = -5,
+    kTimeout = -5,
     kWaitFailed = -6,
     kOutOfMemory = -8,
-    kInterrupted = 0  // the round starts again; no reader returns it
+    kInterrupted = 0  // the read starts again; no reader returns it
 };
 
 int RecvErrorResult(const char *label, int error, int fd) noexcept
@@ -49,13 +50,13 @@ int RecvErrorResult(const char *label, int error, int fd) noexcept
     }
 }
 
-/// One recv(): the bytes received, or a ReadResult of 0 or below for a round that ends here.
+/// The outcome of one recv(): the number of bytes, or a ReadResult of 0 or below.
 struct Received {
     std::size_t count = 0;
     int result = kInterrupted;
 };
 
-Received judge(ssize_t count, const char *label, int fd) noexcept
+Received receivedFrom(ssize_t count, const char *label, int fd) noexcept
 {
     if (count > 0) {
         return {static_cast<std::size_t>(count), kLine};
@@ -68,10 +69,10 @@ Received judge(ssize_t count, const char *label, int fd) noexcept
 
 Received receive(int fd, char *to, std::size_t most, int flags, const char *label) noexcept
 {
-    return judge(recv(fd, to, most, flags), label, fd);
+    return receivedFrom(recv(fd, to, most, flags), label, fd);
 }
 
-/// How many of the peeked bytes belong to the line, and whether they end it.
+/// The number of peeked bytes that belong to the line, and whether they end it.
 struct Piece {
     std::size_t length;
     bool endsLine;
@@ -85,22 +86,22 @@ Piece pieceOf(const char *peeked, std::size_t count) noexcept
 
 // ---- ReadSocket ----
 
-/// A peer has usually written by now, which is cheaper to see by looking than by waiting first.
+/// Peeks first and waits only if nothing has arrived: a peer has usually written already, and the peek is cheaper than a wait.
 Received peekOrAwait(int fd, char *to, std::size_t room) noexcept
 {
     constexpr const char *kLabel = "ReadSocket peek:";
-    const ssize_t there = recv(fd, to, room, MSG_PEEK | MSG_DONTWAIT);
-    const bool waits = there < 0 && (errno == EAGAIN || errno == EBADF);  // for no descriptor the failed wait is logged as well
+    const ssize_t count = recv(fd, to, room, MSG_PEEK | MSG_DONTWAIT);
+    const bool waits = count < 0 && (errno == EAGAIN || errno == EBADF);  // with EBADF the failed wait must be logged too
     if (!waits) {
-        return judge(there, kLabel, fd);
+        return receivedFrom(count, kLabel, fd);
     }
     const int ready = waitReadable(fd, kvo_hws::kPeerTimeout);
     if (ready == 0) {
         LOG(LOG_INFO, "%s: select(%d) timeout", "ReadSocket", fd);
-        return {0, kSilent};
+        return {0, kTimeout};
     }
     if (ready < 0) {
-        // Goes on all the same: the receive tells what is wrong with the socket.
+        // Continues nevertheless: the receive determines the error of the socket.
         LOG(LOG_INFO, "%s: select(%d) failed with %d (%s)", "ReadSocket", fd, errno, std::strerror(errno));
     }
     return receive(fd, to, room, MSG_PEEK, kLabel);
@@ -110,8 +111,8 @@ int readIntoBuffer(int fd, char *buffer) noexcept
 {
     buffer[0] = '\0';
     std::size_t filled = 0;
-    while (filled < kRound) {
-        const std::size_t room = kRound - filled;
+    while (filled < kReadSize) {
+        const std::size_t room = kReadSize - filled;
         char *const position = buffer + filled;
         const Received peeked = peekOrAwait(fd, position, room);
         if (peeked.result == kInterrupted) {
@@ -138,8 +139,8 @@ int readIntoBuffer(int fd, char *buffer) noexcept
             DEBUG(LOG_DEBUG, "ReadSocket: command/reply complete '%s' (socket %d)", buffer, fd);
             return kLine;
         }
-        if (filled < kRound) {
-            kvo_hws::pause(kRoundPause);
+        if (filled < kReadSize) {
+            kvo_hws::pause(kReadPause);
         }
     }
     return kClosed;
@@ -147,10 +148,10 @@ int readIntoBuffer(int fd, char *buffer) noexcept
 
 // ---- ReadSocketDyn ----
 
-/// A text that grows by doubling, so that a long line is not copied once a round.
+/// A text whose capacity doubles, so that a long line is not copied for each read.
 class GrowingText {
 public:
-    /// Room for @p more bytes and a terminator behind what is there. False when there is no memory; the text stays.
+    /// Reserves @p more bytes and a terminator after the text. Returns false if memory runs out; the text is unchanged.
     bool reserve(std::size_t more) noexcept
     {
         const uint64_t needed = uint64_t{length_} + more + 1;
@@ -178,7 +179,7 @@ public:
     char *release() noexcept { return text_.release(); }
 
 private:
-    /// A reply's length is told in 32 bits, and no block is larger than the address space can count.
+    /// The length of a reply has 32 bits, and no block is larger than PTRDIFF_MAX.
     static constexpr uint64_t kLongest = std::min<uint64_t>(UINT32_MAX, PTRDIFF_MAX);
 
     kvo_hws::HeapText text_;
@@ -186,31 +187,31 @@ private:
     std::size_t capacity_ = 0;
 };
 
-/// Where to peek, and how much at most.
+/// The buffer to peek into.
 struct Window {
     char *start;
     std::size_t size;
 };
 
-/// A line that has outgrown one round is peeked at right where it is taken to, and the more at a time the longer it is. Without
-/// the memory for that it goes on in small rounds: only a piece that has come shows whether there is room for it.
-Window windowFor(GrowingText &text, char (&small)[kRound]) noexcept
+/// A line of more than one read is peeked at directly at the end of the text; the size grows with the line. If memory for that
+/// runs out, small reads continue: whether memory suffices is known only for a piece that has arrived.
+Window windowFor(GrowingText &text, char (&small)[kReadSize]) noexcept
 {
-    constexpr std::size_t kGrowth = 4;  // peek at so many times what there is of the line
-    const std::size_t size = kGrowth * std::min(text.length(), kLargestRound / kGrowth);
-    return text.length() >= kRound && text.reserve(size) ? Window{text.end(), size} : Window{small, kRound};
+    constexpr std::size_t kGrowth = 4;  // peek at up to four times the length of the line so far
+    const std::size_t size = kGrowth * std::min(text.length(), kLargestReadSize / kGrowth);
+    return text.length() >= kReadSize && text.reserve(size) ? Window{text.end(), size} : Window{small, kReadSize};
 }
 
 int readIntoHeap(int fd, GrowingText &text) noexcept
 {
-    char small[kRound];
+    char small[kReadSize];
     for (;;) {
         const int ready = waitReadable(fd, kvo_hws::kPeerTimeout);
         if (ready == 0) {
-            return kSilent;
+            return kTimeout;
         }
         if (ready < 0) {
-            // The number stands twice: parsers of this line count its fields.
+            // The error number is logged twice: parsers of this line count its fields.
             LOG(LOG_DEBUG, "ReadSocketDyn: select(%d) returns %d errno:%d (%s) serrno:%d", fd, ready, errno,
                 std::strerror(errno), errno);
             return kWaitFailed;
@@ -243,17 +244,17 @@ int readIntoHeap(int fd, GrowingText &text) noexcept
             }
             return kLine;
         }
-        // A round of less had found all that was there, and met a slow writer. After any other one the wait is pause enough: a
-        // quick writer is often found between two of its own writes.
-        if (taken.count < kRound) {
-            kvo_hws::pause(kRoundPause);
+        // A smaller read took all available bytes, so the writer is slow. After a full read no pause is needed: a fast writer
+        // is often between two of its own writes.
+        if (taken.count < kReadSize) {
+            kvo_hws::pause(kReadPause);
         }
     }
 }
 
 // ---- ReadSocketCache ----
 
-/// The cache is kept terminated; NUL bytes in what came count as bytes like any other.
+/// The cache is null-terminated, but may also contain received NUL bytes.
 const char *lineFeedIn(const SocketCache &cache) noexcept
 {
     return static_cast<const char *>(std::memchr(cache.acData, '\n', cache.uiFill));
@@ -264,14 +265,14 @@ int fillCache(int fd, SocketCache &cache, std::chrono::milliseconds timeout) noe
     do {
         const int ready = waitReadable(fd, timeout);
         if (ready == 0) {
-            return kSilent;
+            return kTimeout;
         }
         if (ready < 0) {
             LOG(LOG_DEBUG, "ReadSocketCache: select(%d) returns %d errno:%d (%s)", fd, ready, errno, std::strerror(errno));
             return kWaitFailed;
         }
-        // A full cache asks for 0 bytes, gets 0, and so ends like a closed peer.
-        const Received taken = receive(fd, cache.acData + cache.uiFill, kRound - cache.uiFill, 0, "ReadSocketCache:");
+        // With a full cache this reads 0 bytes, which has the same result as a closed connection.
+        const Received taken = receive(fd, cache.acData + cache.uiFill, kReadSize - cache.uiFill, 0, "ReadSocketCache:");
         if (taken.result == kInterrupted) {
             continue;
         }
@@ -290,7 +291,7 @@ void takeLine(char *line, SocketCache &cache) noexcept
     const auto length = static_cast<std::size_t>(lineFeed - cache.acData);
     std::memcpy(line, cache.acData, length);
     line[length] = '\0';
-    // A carriage return alone stays: an empty line with one has always come out as "\r".
+    // A line that consists of a carriage return only has always been returned as "\r".
     if (length > 1 && line[length - 1] == '\r') {
         line[length - 1] = '\0';
     }
@@ -298,7 +299,7 @@ void takeLine(char *line, SocketCache &cache) noexcept
     std::memmove(cache.acData, lineFeed + 1, cache.uiFill + 1);
 }
 
-/// The answer to a "ping", behind its four characters of tag, comes too often to be logged.
+/// The reply to a "ping" with a tag of four characters. It is too frequent to be logged.
 bool isPong(const char *line) noexcept { return strnlen(line, 4) == 4 && line + 4 == "pong"sv; }
 
 }  // namespace
@@ -337,13 +338,13 @@ int ReadSocketCache(int fd, char *line, SocketCache *cache, unsigned timeoutMill
     const kvo_hws::NoCancellation wholeLine;
     line[0] = '\0';
     if (cache->uiFill != 0 && lineFeedIn(*cache) == nullptr) {
-        // A beginning without an end gives an empty line, call after call, until the caller clears the cache.
+        // For an incomplete line each call returns an empty line, until the caller clears the cache.
         return kLine;
     }
     if (cache->uiFill == 0) {
         const int result = fillCache(fd, *cache, std::chrono::milliseconds(timeoutMilliseconds));
         if (result != kLine) {
-            if (result != kSilent) {
+            if (result != kTimeout) {
                 LOG(LOG_DEBUG, "ReadSocketCache: return %d (socket %d)", result, fd);
             }
             return result;

@@ -57,7 +57,7 @@ Request &Request::send(const char *format, ...) noexcept
 
 Request &Request::on(std::string_view text, int32_t code, const char *reason) noexcept
 {
-    if (awaitsClaim() && this->text() == text) {
+    if (hasUnmatchedReply() && this->text() == text) {
         settle({code, reason});
     }
     return *this;
@@ -65,7 +65,7 @@ Request &Request::on(std::string_view text, int32_t code, const char *reason) no
 
 Request &Request::onFailed() noexcept
 {
-    if (awaitsClaim() && text() == "failed") {
+    if (hasUnmatchedReply() && text() == "failed") {
         log(kRefused, suffix_);
         settle({KVO_HWS_FAILED});
     }
@@ -74,7 +74,7 @@ Request &Request::onFailed() noexcept
 
 Request &Request::otherwise(int32_t code, const char *reason) noexcept
 {
-    if (awaitsClaim()) {
+    if (hasUnmatchedReply()) {
         settle({code, reason});
     }
     return *this;
@@ -88,9 +88,9 @@ Request &Request::onNoText(int32_t code, const char *reason) noexcept
     return *this;
 }
 
-Request &Request::stray(const char *message) noexcept
+Request &Request::logOnReply(const char *message) noexcept
 {
-    if (awaitsClaim()) {
+    if (hasUnmatchedReply()) {
         SendDLLDebugMessage(message);
     }
     return *this;
@@ -99,7 +99,7 @@ Request &Request::stray(const char *message) noexcept
 int32_t Request::result() noexcept
 {
     onFailed();
-    if (awaitsClaim()) {
+    if (hasUnmatchedReply()) {
         log(kUnknown, suffix_);
     }
     return code_;

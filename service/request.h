@@ -1,5 +1,5 @@
-// The frame that every request is written in: check, format, send, classify, parse, free. A function names its steps in the
-// order in which they happen; once a step has settled the result, the ones behind it do nothing.
+// The builder that implements every request: check, format, send, classify, parse, free. A function calls the steps in the
+// order in which they run. After a step has set the result, the remaining steps do nothing.
 //
 //     return Request("stop viewer").send("stopViewer=%08X", station).on("ok", 1).on("not running", 0).result();
 #pragma once
@@ -16,7 +16,7 @@
 
 namespace kvo_hws {
 
-/// What a reader of a reply's value found: the result code, and the reason to log where there is one.
+/// The outcome of reading a reply: the result code, and the reason to log, if any.
 struct Answer {
     int32_t code;
     const char *reason = nullptr;
@@ -28,7 +28,7 @@ inline constexpr const char *kSilent = nullptr;
 class Request {
 public:
     /// @param label   starts every message; kSilent for a request that logs nothing
-    /// @param suffix  ends the frame's own reasons, for functions that tell two exchanges apart by it
+    /// @param suffix  ends the builder's own reasons; it distinguishes the two exchanges of some functions
     explicit Request(const char *label, const char *suffix = "") noexcept : label_(label), suffix_(suffix) {}
 
     // ---- Before anything is sent ----
@@ -40,98 +40,98 @@ public:
         return refuse(((pointers == nullptr) || ...), KVO_HWS_NULL_POINTER, {"null pointer received"});
     }
 
-    /// Refuses an argument, with the messages that tell why.
+    /// Rejects an argument and logs the reasons.
     Request &refuse(bool wrong, int32_t code, std::initializer_list<const char *> reasons) noexcept;
 
-    /// What starts the messages from here on.
+    /// Changes the label of the following messages.
     Request &label(const char *label) noexcept
     {
         label_ = label;
         return *this;
     }
 
-    /// Whatever keeps the request from being sent is this code, instead of the channel's own.
+    /// Sets the result code for a request that could not be sent, instead of the channel's own code.
     Request &sendFailureIs(int32_t code) noexcept;
 
-    /// Runs @p make when no argument was refused.
-    template <class Make>
-    Request &prepare(Make make) noexcept
+    /// Runs @p step if no argument was rejected.
+    template <class Step>
+    Request &prepare(Step step) noexcept
     {
         if (!settled_) {
-            make();
+            step();
         }
         return *this;
     }
 
-    /// The result of a function that asks nobody.
-    template <class Tell>
-    Request &answer(Tell tell) noexcept
+    /// The result of a function that sends no request.
+    template <class Compute>
+    Request &answer(Compute compute) noexcept
     {
         if (!settled_) {
-            settle(tell());
+            settle(compute());
         }
         return *this;
     }
 
     // ---- The exchange ----
 
-    /// Formats the command and exchanges it. What does not fit in a command's 1024 bytes is cut.
+    /// Formats and sends the command, and reads the reply. A command is cut at 1023 bytes.
     Request &send(const char *format, ...) noexcept __attribute__((format(printf, 2, 3)));
 
-    // ---- Claims on the reply, first come first served ----
+    // ---- Matching the reply; the first match sets the result ----
 
     /// A reply that is exactly this text.
     Request &on(std::string_view text, int32_t code, const char *reason = nullptr) noexcept;
 
-    /// The reply "failed", ahead of a claim that would take it for something else.
+    /// The reply "failed"; must precede a step that would match it too.
     Request &onFailed() noexcept;
 
-    /// A reply that begins with @p key: @p read is given the rest, as a C text, and returns an Answer.
+    /// A reply that begins with @p key. @p read receives the rest as a null-terminated text and returns an Answer.
     template <class Read>
     Request &value(std::string_view key, Read read) noexcept
     {
-        if (awaitsClaim() && text().starts_with(key)) {
+        if (hasUnmatchedReply() && text().starts_with(key)) {
             settle(read(reply() + key.size()));
         }
         return *this;
     }
 
-    /// A reply that is exactly this text and stands for a value.
+    /// A reply that is exactly this text; stores @p value.
     template <class Value>
     Request &stores(std::string_view text, Value *out, std::type_identity_t<Value> value) noexcept
     {
-        if (awaitsClaim() && this->text() == text) {
+        if (hasUnmatchedReply() && this->text() == text) {
             *out = value;
             settle({KVO_HWS_OK});
         }
         return *this;
     }
 
-    /// Any reply at all.
+    /// Any reply; @p read receives the whole text.
     template <class Read>
-    Request &whole(Read read) noexcept
+    Request &anyReply(Read read) noexcept
     {
         return value("", read);
     }
 
-    /// Whatever is left.
+    /// Any other reply.
     Request &otherwise(int32_t code, const char *reason = nullptr) noexcept;
 
-    // ---- Departures ----
+    // ---- Special cases ----
 
-    /// A reply that holds no text at all.
+    /// A reply without a text.
     Request &onNoText(int32_t code, const char *reason = nullptr) noexcept;
 
-    /// A finished message that is logged whenever a reply has come.
-    Request &stray(const char *message) noexcept;
+    /// Logs a complete message, without the label, if a reply has arrived.
+    Request &logOnReply(const char *message) noexcept;
 
     [[nodiscard]] bool settled() const noexcept { return settled_; }
 
-    /// The result. A reply that nobody claimed is "failed" or unknown, and -1 either way.
+    /// The result. A reply that no step has matched is "failed" or unknown; the result is -1 in both cases.
     [[nodiscard]] int32_t result() noexcept;
 
 private:
-    [[nodiscard]] bool awaitsClaim() const noexcept { return !settled_ && reply_ != nullptr; }
+    [[nodiscard]] bool hasUnmatchedReply() const noexcept { return !settled_ && reply_ != nullptr; }
     [[nodiscard]] const char *reply() const noexcept { return reply_.get(); }
     [[nodiscard]] std::string_view text() const noexcept { return reply_.get(); }
     void settle(Answer answer) noexcept;

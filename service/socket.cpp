@@ -18,7 +18,7 @@ namespace kvo_hws {
 
 namespace {
 
-/// A path as a socket address. The length of the path alone counts the family and the path without its terminator.
+/// A path as a socket address. With AddressLength::path the length includes the family and the path without its terminator.
 class LocalAddress {
 public:
     explicit LocalAddress(std::string_view path, AddressLength length = AddressLength::path) noexcept
@@ -45,8 +45,8 @@ void boundWrites(const Descriptor &socket, std::chrono::microseconds bound) noex
     setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &time, sizeof time);
 }
 
-/// A clock that is cheap to read and a few milliseconds coarse: it is read for every request, and looked at after signals
-/// alone.
+/// The time of a clock that is cheap to read and has a resolution of a few milliseconds. Every request reads it, but uses the
+/// value only after a signal.
 std::chrono::microseconds coarseNow() noexcept
 {
     timespec now{};
@@ -60,7 +60,8 @@ Descriptor openLocalSocket() noexcept
 {
     Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (socket.valid()) {
-        // A blocking connect to a full queue would wait for ever; a non-blocking one on a Unix socket cannot be waited for.
+        // Without a limit a blocking connect to a full queue waits forever; poll cannot wait for a non-blocking one on a Unix
+        // socket.
         boundWrites(socket, kPeerTimeout);
     }
     return socket;
@@ -74,7 +75,7 @@ bool connectLocal(const Descriptor &socket, std::string_view path, AddressLength
         if (errno != EINTR) {
             return false;
         }
-        // Signals must not turn a busy service into a missing one, nor four seconds into many.
+        // After a signal the connect is tried again, but only for the rest of the four seconds.
         const auto left = deadline - coarseNow();
         if (left <= 0us) {
             errno = EAGAIN;
@@ -92,11 +93,11 @@ bool bindLocal(const Descriptor &socket, std::string_view path) noexcept
     return bind(socket.get(), address.name(), address.length()) == 0;
 }
 
-OutgoingLine::OutgoingLine(std::string_view text) noexcept : length_(text.size() + 1), line_(usual_.data())
+OutgoingLine::OutgoingLine(std::string_view text) noexcept : length_(text.size() + 1), line_(buffer_.data())
 {
-    if (length_ > usual_.size()) {
-        unusual_.reset(static_cast<char *>(std::malloc(length_)));
-        line_ = unusual_.get();
+    if (length_ > buffer_.size()) {
+        allocated_.reset(static_cast<char *>(std::malloc(length_)));
+        line_ = allocated_.get();
     }
     if (line_ != nullptr) {
         std::memcpy(line_, text.data(), text.size());
@@ -125,7 +126,7 @@ int waitReadable(int fd, std::chrono::milliseconds timeout) noexcept
 int pollReadable(int fd, std::chrono::milliseconds timeout) noexcept
 {
     if (fd < 0) {
-        // poll() passes over a negative descriptor; callers expect to hear that it is none.
+        // poll() ignores a negative descriptor; callers expect an error.
         errno = EBADF;
         return -1;
     }

@@ -1,6 +1,6 @@
 // Fuzzes what the agent makes of its commands' arguments: the reply, what the service and the host are asked, and what is kept
 // are those of a plain reading by strspn, strtoul and strtol. Service and host answer what the input says.
-#include "plain_commands.h"
+#include "reference_commands.h"
 #include "support.h"
 
 #include <kvo_hws/agent.h>

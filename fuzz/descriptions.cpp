@@ -1,6 +1,6 @@
 // Fuzzes the readers of description texts: every record is compared, to the byte, with what a plain reading by strtoul makes of
 // the same text; and what was read is written and read again.
-#include "plain_descriptions.h"
+#include "reference_descriptions.h"
 #include "support.h"
 
 #include <algorithm>

@@ -4,7 +4,7 @@
 
 #include "catalogue/catalogue.h"
 
-#include "plain_descriptions.h"
+#include "reference_descriptions.h"
 #include "support.h"
 
 #include <kvo_hws/requests.h>

@@ -2,7 +2,7 @@
 // and the listener for the events of embedded stations.
 #pragma once
 
-#include "share.h"
+#include "shared_state.h"
 
 namespace soak {
 

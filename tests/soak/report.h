@@ -1,7 +1,7 @@
 // The verdict of a soak run and its figures, as text or as JSON.
 #pragma once
 
-#include "share.h"
+#include "shared_state.h"
 
 #include <cstdint>
 #include <string>

@@ -1,7 +1,7 @@
 // The mix of requests that a soak run makes, each with the results that its function may have.
 #pragma once
 
-#include "crew.h"
+#include "workers.h"
 
 #include <cstdint>
 #include <functional>

@@ -1,6 +1,6 @@
 // The soak run: everything that the library does, at once and for long, beside a simulated service that misbehaves. Run it inside
 // "kvosim run --remote 3"; scripts/soak.sh does. Whatever it finds is a complaint, and makes the exit status 1.
-#include "conductor.h"
+#include "load_driver.h"
 #include "host.h"
 #include "report.h"
 #include "usb_program.h"

@@ -1,6 +1,6 @@
 #include "usb_program.h"
 
-#include "crew.h"
+#include "workers.h"
 #include "support/own_thread.h"
 
 #include <kvo_hws/result.h>

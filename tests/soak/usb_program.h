@@ -1,7 +1,7 @@
 // A program that activates USB events and closes them again, over and over. Two of them take the events from one another.
 #pragma once
 
-#include "share.h"
+#include "shared_state.h"
 
 namespace soak {
 

@@ -22,7 +22,7 @@ USES = {
     "examples/panel_settings.c": "the same as a program",
     "fuzz/service.dict": "words that inputs are made of",
     "python/tests/cases.py": "what the simulated station has",
-    "tests/soak/conductor.cpp": "a short reply that is spoilt",
+    "tests/soak/load_driver.cpp": "a short reply that is spoilt",
     "tests/structure/places_test.py": "its spellings",
     "tests/tools/kvoctl/command_line/usage_test.cpp": "a subcommand's help",
     "tests/tools/kvoctl/families/simulated_stations_test.cpp": "what the simulated station has",

@@ -1,4 +1,4 @@
-#include "conductor.h"
+#include "load_driver.h"
 
 #include "common/control_client.h"
 

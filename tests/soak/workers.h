@@ -2,7 +2,7 @@
 #pragma once
 
 #include "random.h"
-#include "share.h"
+#include "shared_state.h"
 
 #include <functional>
 #include <thread>

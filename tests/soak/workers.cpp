@@ -1,5 +1,5 @@
 // Work, rest, and what is held meanwhile.
-#include "crew.h"
+#include "workers.h"
 
 #include "support/resource_usage.h"
 

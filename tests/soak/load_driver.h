@@ -2,7 +2,7 @@
 // and go, events of embedded stations; and signals for the programs under test.
 #pragma once
 
-#include "crew.h"
+#include "workers.h"
 
 #include <memory>
 

@@ -1,5 +1,6 @@
-// Fuzzes what the agent makes of its commands' arguments: the reply, what the service and the host are asked, and what is kept
-// are those of a plain reading by strspn, strtoul and strtol. Service and host answer what the input says.
+// Fuzzes the handlers of the agent's commands: the reply, the requests to the service and the host, and the stored state are
+// compared with a reference implementation with strspn, strtoul and strtol. The input determines the answers of service and
+// host.
 #include "reference_commands.h"
 #include "support.h"
 
@@ -20,19 +21,19 @@
 
 namespace {
 
+using fuzz::Call;
 using fuzz::Given;
 using fuzz::kRows;
-using fuzz::Reading;
 using fuzz::Row;
 using fuzz::State;
 
-constexpr int kSocket = 1000;  // nothing is written to it
+constexpr int kSocket = 1000;  // no descriptor: nothing is written to it
 constexpr const char *kTag = "042:";
 
-// ---- What is asked and replied, by the agent ----
+// ---- The requests and replies of the agent ----
 
 struct Seen {
-    std::vector<std::string> asked;
+    std::vector<std::string> requests;
     std::vector<std::string> replies;
 };
 
@@ -41,17 +42,17 @@ Seen seen;
 KvoDescriptionEx description;
 
 template <class... Values>
-void ask(const char *name, Values... values)
+void recordRequest(const char *name, Values... values)
 {
     std::string request = name;
     ((request += ' ' + std::to_string(values)), ...);
-    seen.asked.push_back(std::move(request));
+    seen.requests.push_back(std::move(request));
 }
 
 template <class... Values>
-int32_t tell(const char *name, uint32_t station, Values *...values)
+int32_t getValues(const char *name, uint32_t station, Values *...values)
 {
-    ask(name, station);
+    recordRequest(name, station);
     std::size_t index = 0;
     if (given.result == KVO_HWS_OK) {
         ((*values = static_cast<Values>(given.word(index++))), ...);
@@ -60,63 +61,75 @@ int32_t tell(const char *name, uint32_t station, Values *...values)
 }
 
 template <class Value>
-int32_t take(const char *name, uint32_t station, Value value)
+int32_t setValue(const char *name, uint32_t station, Value value)
 {
-    ask(name, station, value);
+    recordRequest(name, station, value);
     return given.result;
 }
 
 int host(void *instance, const char *command)
 {
     if (instance != gEmbKvoInst) {
-        fuzz::fault("the host is told another handle");
+        fuzz::fault("the host receives another handle");
     }
-    seen.asked.push_back(std::string("host ") + command);
+    seen.requests.push_back(std::string("host ") + command);
     if (given.hostThrows) {
-        throw std::runtime_error("the host has failed");
+        throw std::runtime_error("the host throws");
     }
     return given.result;
 }
 
 }  // namespace
 
-int32_t KVO_HWS_getStationType(uint32_t station, int32_t *type) noexcept { return tell("getStationType", station, type); }
-int32_t KVO_HWS_getSwCapsLock(uint32_t station, int32_t *state) noexcept { return tell("getSwCapsLock", station, state); }
-int32_t KVO_HWS_getRV4Mode(uint32_t station, uint32_t *mode) noexcept { return tell("getRV4Mode", station, mode); }
-int32_t KVO_HWS_getMCPAddress(uint32_t station, uint32_t *address) noexcept { return tell("getMCPAddress", station, address); }
-int32_t KVO_HWS_getDCKAddress(uint32_t station, uint32_t *address) noexcept { return tell("getDCKAddress", station, address); }
-int32_t KVO_HWS_getKVOCksIndex(uint32_t station, uint32_t *index) noexcept { return tell("getKVOCksIndex", station, index); }
-int32_t KVO_HWS_getDCKEnable(uint32_t station, uint32_t *enable) noexcept { return tell("getDCKEnable", station, enable); }
-int32_t KVO_HWS_setMCPAddress(uint32_t station, uint32_t address) noexcept { return take("setMCPAddress", station, address); }
-int32_t KVO_HWS_setKVOCksIndex(uint32_t station, uint32_t index) noexcept { return take("setKVOCksIndex", station, index); }
-int32_t KVO_HWS_setDCKEnable(uint32_t station, uint32_t enable) noexcept { return take("setDCKEnable", station, enable); }
-int32_t KVO_HWS_setRV4Mode(uint32_t station, uint32_t mode) noexcept { return take("setRV4Mode", station, mode); }
-int32_t KVO_HWS_setSwCapsLock(uint32_t station, int32_t state) noexcept { return take("setSwCapsLock", station, state); }
-int32_t KVO_HWS_invalidateTouchScreen(uint32_t station) noexcept { return tell("invalidateTouchScreen", station); }
+int32_t KVO_HWS_getStationType(uint32_t station, int32_t *type) noexcept { return getValues("getStationType", station, type); }
+int32_t KVO_HWS_getSwCapsLock(uint32_t station, int32_t *state) noexcept { return getValues("getSwCapsLock", station, state); }
+int32_t KVO_HWS_getRV4Mode(uint32_t station, uint32_t *mode) noexcept { return getValues("getRV4Mode", station, mode); }
+int32_t KVO_HWS_getMCPAddress(uint32_t station, uint32_t *address) noexcept
+{
+    return getValues("getMCPAddress", station, address);
+}
+int32_t KVO_HWS_getDCKAddress(uint32_t station, uint32_t *address) noexcept
+{
+    return getValues("getDCKAddress", station, address);
+}
+int32_t KVO_HWS_getKVOCksIndex(uint32_t station, uint32_t *index) noexcept
+{
+    return getValues("getKVOCksIndex", station, index);
+}
+int32_t KVO_HWS_getDCKEnable(uint32_t station, uint32_t *enable) noexcept { return getValues("getDCKEnable", station, enable); }
+int32_t KVO_HWS_setMCPAddress(uint32_t station, uint32_t address) noexcept
+{
+    return setValue("setMCPAddress", station, address);
+}
+int32_t KVO_HWS_setKVOCksIndex(uint32_t station, uint32_t index) noexcept { return setValue("setKVOCksIndex", station, index); }
+int32_t KVO_HWS_setDCKEnable(uint32_t station, uint32_t enable) noexcept { return setValue("setDCKEnable", station, enable); }
+int32_t KVO_HWS_setRV4Mode(uint32_t station, uint32_t mode) noexcept { return setValue("setRV4Mode", station, mode); }
+int32_t KVO_HWS_setSwCapsLock(uint32_t station, int32_t state) noexcept { return setValue("setSwCapsLock", station, state); }
+int32_t KVO_HWS_invalidateTouchScreen(uint32_t station) noexcept { return getValues("invalidateTouchScreen", station); }
 
 int32_t KVO_HWS_getUsbLock(uint32_t station, uint32_t *first, uint32_t *second) noexcept
 {
-    return tell("getUsbLock", station, first, second);
+    return getValues("getUsbLock", station, first, second);
 }
 
 int32_t KVO_HWS_showInputDeviceV2(uint32_t station, uint32_t *kbd, uint32_t *mouse, uint32_t *touch, uint32_t *vkbd) noexcept
 {
-    return tell("showInputDeviceV2", station, kbd, mouse, touch, vkbd);
+    return getValues("showInputDeviceV2", station, kbd, mouse, touch, vkbd);
 }
 
 int32_t KVO_HWS_setUsbLock(uint32_t count, const char **hosts, int first, int second) noexcept
 {
-    ask("setUsbLock", count, first, second);
+    recordRequest("setUsbLock", count, first, second);
     for (uint32_t i = 0; i < count; ++i) {
-        seen.asked.back() += std::string(" ") + hosts[i];
+        seen.requests.back() += std::string(" ") + hosts[i];
     }
     return given.result;
 }
 
-/// All 8 bytes of a text are the input's: the last of them need not be a terminator.
+/// The input determines all 8 bytes of a text, so the last one may be no terminator.
 int32_t KVO_HWS_getStationMetrics(uint32_t id, uint32_t metric, void *result) noexcept
 {
-    ask("getStationMetrics", id, metric);
+    recordRequest("getStationMetrics", id, metric);
     if (given.result == KVO_HWS_OK && metric == 1) {
         std::memset(result, 0, fuzz::kLayoutSize);
         given.bytes.copy(static_cast<char *>(result), fuzz::kLayoutSize);
@@ -165,7 +178,7 @@ std::optional<std::string> textAt(const char *text)
     return text != nullptr ? std::optional<std::string>(text) : std::nullopt;
 }
 
-/// The agent with a session, as the input has it.
+/// The agent with a session; the input determines its state.
 class Agent {
 public:
     Agent()
@@ -181,8 +194,8 @@ public:
         gCmdCallback = given.hasHost ? host : nullptr;
         gHostname[given.argument.copy(gHostname, sizeof gHostname - 1)] = '\0';
         gScreenOnFocus[given.argument.copy(gScreenOnFocus, sizeof gScreenOnFocus - 1)] = '\0';
-        hws_channel_info = heapText(keptBefore());
-        server_.name = heapText(keptBefore());
+        hws_channel_info = heapText(storedBefore());
+        server_.name = heapText(storedBefore());
         server_.address = given.word(fuzz::remoteWord);
         session_.server = &server_;
         session_.display = given.word(fuzz::displayWord);
@@ -212,8 +225,8 @@ public:
     }
 
 private:
-    /// What earlier commands have left: a text where the input's length is odd, else none.
-    static std::optional<std::string> keptBefore()
+    /// The text stored by an earlier command: present if the input's length is odd.
+    static std::optional<std::string> storedBefore()
     {
         return given.bytes.size() % 2 != 0 ? std::optional(given.argument + " before") : std::nullopt;
     }
@@ -246,7 +259,7 @@ std::string joined(const std::vector<std::string> &texts)
 void expectSame(const Row &row, const char *what, const std::string &got, const std::string &wanted)
 {
     if (got != wanted) {
-        fuzz::fault("\"%s%s\": %s: \"%s\", by a plain reading \"%s\"", row.keyword, given.argument.c_str(), what, got.c_str(),
+        fuzz::fault("\"%s%s\": %s: \"%s\", in the reference \"%s\"", row.keyword, given.argument.c_str(), what, got.c_str(),
                     wanted.c_str());
     }
 }
@@ -256,25 +269,25 @@ void compare(const Row &row, CmdHandler handler)
     Agent agent;
     State wanted = agent.state();
     std::string argumentLeft = given.argument;
-    Reading reading{given, wanted, argumentLeft};
-    const std::string reply = (given.hasTag ? kTag : "") + row.read(reading);
+    Call call{given, wanted, argumentLeft};
+    const std::string reply = (given.hasTag ? kTag : "") + row.handler(call);
 
     seen = {};
     const fuzz::ExactText argument(given.argument);
     agent.handle(handler, argument.get());
 
-    expectSame(row, "replied", joined(seen.replies), joined({reply}));
-    expectSame(row, "asked", joined(seen.asked), joined(reading.asked));
-    expectSame(row, "argument left", argument.get(), argumentLeft);
+    expectSame(row, "reply", joined(seen.replies), joined({reply}));
+    expectSame(row, "requests", joined(seen.requests), joined(call.requests));
+    expectSame(row, "argument after the call", argument.get(), argumentLeft);
     if (agent.state() != wanted) {
-        fuzz::fault("\"%s%s\": what is kept differs from a plain reading's", row.keyword, given.argument.c_str());
+        fuzz::fault("\"%s%s\": the stored state differs from the reference", row.keyword, given.argument.c_str());
     }
 }
 
 }  // namespace
 
-/// The first byte is the row of the table, the second what service and host answer; the rest is the argument, and the numbers
-/// of their answers.
+/// The first byte selects the row of the table, the second the answers of service and host. The rest is the argument and the
+/// numbers of the answers.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size)
 {
     if (size < 2) {

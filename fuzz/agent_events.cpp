@@ -1,5 +1,5 @@
-// Fuzzes the listener for the events of embedded stations: whatever pieces the bytes come in, the host is told what a plain
-// reading of all of them tells. The listener's thread is the fuzzer's own.
+// Fuzzes the listener for the events of embedded stations: in whatever pieces the bytes arrive, the host receives the same
+// events as from a reference implementation. The listener runs on the fuzzer's thread.
 #include "pieces.h"
 
 #include <kvo_hws/agent.h>
@@ -26,14 +26,14 @@ struct Event {
     bool operator==(const Event &) const = default;
 };
 
-/// The service: sends its next piece whenever the listener waits, and closes behind the last one.
+/// The service: sends its next piece whenever the listener waits, and closes after the last one.
 struct Service {
     std::deque<std::string> pieces;
-    int ownEnd = -1;          ///< of the connection that the listener has made last
-    std::vector<int> ends{};  ///< of all connections: the listener leaves its own ones open
+    int ownEnd = -1;          ///< the service's end of the latest connection
+    std::vector<int> ends{};  ///< both ends of all connections: the listener leaves its ends open
     int connections = 0;
 
-    void goOn()
+    void sendNext()
     {
         if (pieces.empty()) {
             shutdown(ownEnd, SHUT_WR);
@@ -42,7 +42,7 @@ struct Service {
         const std::string piece = std::move(pieces.front());
         pieces.pop_front();
         if (send(ownEnd, piece.data(), piece.size(), MSG_NOSIGNAL | MSG_DONTWAIT) != static_cast<ssize_t>(piece.size())) {
-            fuzz::fault("a piece could not be sent");
+            fuzz::fault("cannot send a piece");
         }
     }
 };
@@ -50,7 +50,7 @@ struct Service {
 Service service;
 Notify worker;
 void *(*listener)(void *record) = nullptr;  // its thread body
-std::vector<Event> told;
+std::vector<Event> received;
 
 bool readable(int fd)
 {
@@ -60,15 +60,15 @@ bool readable(int fd)
 
 void host(const char *name, const char *data)
 {
-    told.push_back({name, data});
-    if (told.size() % 2 == 0) {
-        throw std::runtime_error("the host is not well");
+    received.push_back({name, data});
+    if (received.size() % 2 == 0) {
+        throw std::runtime_error("the host throws");
     }
 }
 
 }  // namespace
 
-// ---- What the listener uses of the library besides: sockets that lead to the service above, and no threads ----
+// ---- Replacements of library functions: sockets connect to the service above, and no threads start ----
 
 namespace kvo_hws {
 
@@ -76,14 +76,14 @@ Descriptor openLocalSocket() noexcept
 {
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
-        fuzz::fault("no pair of sockets");
+        fuzz::fault("cannot create a pair of sockets");
     }
     service.ownEnd = ends[1];
     service.ends.insert(service.ends.end(), {ends[0], ends[1]});
     return Descriptor(ends[0]);
 }
 
-/// The second connection is the one after all has been sent; with it the listener is to end.
+/// The listener makes the second connection after everything has been sent; then it has to stop.
 bool connectLocal(const Descriptor & /*socket*/, std::string_view /*path*/, AddressLength /*length*/) noexcept
 {
     if (++service.connections == 2) {
@@ -94,25 +94,25 @@ bool connectLocal(const Descriptor & /*socket*/, std::string_view /*path*/, Addr
 
 int pollReadable(int fd, std::chrono::milliseconds /*timeout*/) noexcept
 {
-    // A wait that was in vain comes first, as on a quiet connection.
+    // Times out once before each piece, as on an idle connection.
     if (readable(fd)) {
         return 1;
     }
-    service.goOn();
+    service.sendNext();
     return 0;
 }
 
 int waitReadable(int fd, std::chrono::milliseconds /*timeout*/) noexcept
 {
     if (!readable(fd)) {
-        service.goOn();
+        service.sendNext();
     }
     return 1;
 }
 
 int pause(std::chrono::milliseconds /*length*/) noexcept
 {
-    service.goOn();
+    service.sendNext();
     return 0;
 }
 
@@ -153,7 +153,7 @@ int kvo_hws_CreateThread(void *(*start)(void *), void * /*argument*/) noexcept
 
 namespace {
 
-std::vector<Event> readPlainly(std::string_view bytes)
+std::vector<Event> readReference(std::string_view bytes)
 {
     constexpr std::size_t kLongestName = 19;
     std::vector<Event> events;
@@ -161,7 +161,7 @@ std::vector<Event> readPlainly(std::string_view bytes)
         std::string line(bytes.substr(0, end));
         bytes.remove_prefix(end + 1);
         line.resize(line.find_last_not_of('\r') + 1);
-        line = line.c_str();  // a zero ends it
+        line = line.c_str();  // up to the first zero
         const std::size_t comma = line.find(',');
         if (line != "Alive?" && comma <= kLongestName) {
             events.push_back({line.substr(0, comma), line.size() < comma + 2 ? "" : line.substr(comma + 2)});
@@ -175,21 +175,21 @@ std::vector<Event> readPlainly(std::string_view bytes)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size)
 {
     service = {.pieces = fuzz::piecesOf(data, size)};
-    told.clear();
-    const std::vector<Event> wanted = readPlainly(fuzz::joined(service.pieces));
+    received.clear();
+    const std::vector<Event> wanted = readReference(fuzz::joined(service.pieces));
     if (KVO_HWS_activateEmbKvoEvents(host) != 1) {
-        fuzz::fault("the listener could not be activated");
+        fuzz::fault("cannot activate the listener");
     }
     listener(&worker);
     for (const int end : service.ends) {
         close(end);
     }
-    if (told != wanted) {
+    if (received != wanted) {
         std::size_t first = 0;
-        while (first < told.size() && first < wanted.size() && told[first] == wanted[first]) {
+        while (first < received.size() && first < wanted.size() && received[first] == wanted[first]) {
             ++first;
         }
-        fuzz::fault("%zu events, by a plain reading %zu; event %zu is another", told.size(), wanted.size(), first);
+        fuzz::fault("%zu events, in the reference %zu; event %zu differs", received.size(), wanted.size(), first);
     }
     return 0;
 }

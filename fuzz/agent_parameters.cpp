@@ -1,5 +1,5 @@
-// Fuzzes the reader of the agent's parameters: the whole record is compared, to the byte, with what a plain reading by strncmp,
-// strtoul and inet_aton makes of the same text.
+// Fuzzes the parser of the agent's parameters: the whole record is compared byte by byte with that of a reference
+// implementation with strncmp, strtoul and inet_aton.
 #include "support.h"
 
 #include "agent/parameters.h"
@@ -22,7 +22,7 @@ struct Field {
 
 using enum Field::Kind;
 
-/// In the order in which they are tried.
+/// In the order in which the parser tries them.
 constexpr Field kFields[] = {
     {"focusKvoIp=", address, offsetof(EmbKvoInst, focusKvoIp)},
     {"focusKvoName=", text, offsetof(EmbKvoInst, focusKvoName), sizeof(EmbKvoInst::focusKvoName)},
@@ -59,7 +59,7 @@ void store(uint8_t *record, const Field &field, const char *value)
     std::memcpy(record + field.offset, &word, sizeof word);
 }
 
-void takeLine(uint8_t *record, const char *line)
+void readLine(uint8_t *record, const char *line)
 {
     for (const Field &field : kFields) {
         if (std::strncmp(line, field.key, std::strlen(field.key)) == 0) {
@@ -69,7 +69,7 @@ void takeLine(uint8_t *record, const char *line)
     }
 }
 
-bool readPlainly(uint8_t *area, std::string_view input)
+bool readReference(uint8_t *area, std::string_view input)
 {
     auto &record = *reinterpret_cast<EmbKvoInst *>(area);
     std::memset(area + offsetof(EmbKvoInst, focusKvoIp), 0, offsetof(EmbKvoInst, session) - offsetof(EmbKvoInst, focusKvoIp));
@@ -81,7 +81,7 @@ bool readPlainly(uint8_t *area, std::string_view input)
             line += character;
             continue;
         }
-        takeLine(area, line.c_str());
+        readLine(area, line.c_str());
         line.clear();
     }
     return (record.focusKvoIp != 0 || record.focusKvoName[0] != '\0') && record.remoteKvoHwsIp != 0;
@@ -99,7 +99,7 @@ void expectTerminated(fuzz::GuardedArea &got)
 void compare(std::string_view input, uint8_t fill)
 {
     fuzz::GuardedArea wanted(sizeof(EmbKvoInst), fill);
-    const bool wantedComplete = readPlainly(wanted.area(), input);
+    const bool wantedComplete = readReference(wanted.area(), input);
 
     fuzz::GuardedArea got(sizeof(EmbKvoInst), fill);
     const fuzz::ExactText params(input);
@@ -110,11 +110,11 @@ void compare(std::string_view input, uint8_t fill)
     }
     expectTerminated(got);
     if (complete != wantedComplete) {
-        fuzz::fault("readParameters: the parameters are complete by %s alone", complete ? "it" : "a plain reading");
+        fuzz::fault("readParameters: only %s finds the parameters complete", complete ? "the library" : "the reference");
     }
     if (got != wanted) {
         const auto differing = std::mismatch(got.area(), got.area() + sizeof(EmbKvoInst), wanted.area()).first;
-        fuzz::fault("readParameters: at byte %td the record differs from a plain reading's", differing - got.area());
+        fuzz::fault("readParameters: the record differs from the reference at byte %td", differing - got.area());
     }
 }
 

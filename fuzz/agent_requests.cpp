@@ -1,5 +1,5 @@
-// Fuzzes the reader of the remote service's requests: whatever pieces the bytes come in, the replies on the wire are those of a
-// plain reading of all of them. Each command's handler replies with its keyword and its argument.
+// Fuzzes the reader of the remote service's requests: in whatever pieces the bytes arrive, the replies on the wire are those of
+// a reference implementation. Here, each command's handler replies with its keyword and its argument.
 #include "support.h"
 
 #include <kvo_hws/agent.h>
@@ -33,12 +33,12 @@ std::string lowered(std::string text)
     return text;
 }
 
-/// The keyword is what the line has before the argument.
+/// The keyword is the part of the line before the argument.
 void reply(HmiSession *session, const char *tag, char *argument) noexcept
 {
     const char *const command = session->lineBuffer + (tag != nullptr ? kTag : 0);
     if (argument < command || argument > session->lineBuffer + kLongestLine) {
-        fuzz::fault("an argument lies outside its line");
+        fuzz::fault("an argument is outside its line");
     }
     const std::string keyword = lowered({command, static_cast<const char *>(argument)});
     hmiconn_reply(session->socket, tag, keyword.c_str(), "(", argument, ")\r\n", static_cast<char *>(nullptr));
@@ -48,7 +48,7 @@ std::string lastMessage;
 
 }  // namespace
 
-/// The usual keywords, all with the same handler.
+/// The real keywords, all with the same handler.
 const HwsCommand kvo_hws::agent::commands[60] = {
     {"show-panel-size", reply},
     {"show-hwid", reply},
@@ -112,7 +112,7 @@ const HwsCommand kvo_hws::agent::commands[60] = {
     {"sync-times=", reply},
 };
 
-// ---- What the reader uses of the library besides, without its pauses and the system's log ----
+// ---- Replacements of library functions, without pauses and without the system log ----
 
 int kvo_hws::pause(std::chrono::milliseconds /*length*/) noexcept { return 0; }
 
@@ -130,15 +130,15 @@ void kvo_hws::logAlways(int /*priority*/, const char *format, ...) noexcept
 
 namespace {
 
-// ---- The plain reading ----
+// ---- The reference implementation ----
 
 struct Expected {
     std::string replies;
     bool negotiated = false;
-    bool closed = false;  // by the agent, because of a line that is too long
+    bool closed = false;  // by the agent, because a line is too long
 };
 
-/// The table's keyword that a command begins with, or is; nothing where there is none.
+/// Returns the keyword that the command is or, for keywords with "=", begins with. Nothing if none matches.
 std::optional<std::string> keywordOf(const char *command)
 {
     for (const HwsCommand &row : kvo_hws::agent::commands) {
@@ -151,8 +151,8 @@ std::optional<std::string> keywordOf(const char *command)
     return std::nullopt;
 }
 
-/// @param line  without its line feed; a zero in it ends what is looked at
-void answerPlainly(std::string line, Expected &expected)
+/// @param line  without its line feed; the part after a zero byte is ignored
+void answerReference(std::string line, Expected &expected)
 {
     if (line.ends_with('\r')) {
         line.pop_back();
@@ -174,7 +174,7 @@ void answerPlainly(std::string line, Expected &expected)
     }
 }
 
-Expected readPlainly(std::string_view bytes)
+Expected readReference(std::string_view bytes)
 {
     Expected expected;
     std::string line;
@@ -182,7 +182,7 @@ Expected readPlainly(std::string_view bytes)
         line += byte;
         if (byte == '\n') {
             line.pop_back();
-            answerPlainly(line, expected);
+            answerReference(line, expected);
             line.clear();
         } else if (line.size() == kLongestLine) {
             expected.closed = true;
@@ -192,7 +192,7 @@ Expected readPlainly(std::string_view bytes)
     return expected;
 }
 
-// ---- The reader, and a remote service that sends in pieces ----
+// ---- The agent's reader, and a remote service that sends in pieces ----
 
 class Remote {
 public:
@@ -200,7 +200,7 @@ public:
     {
         int ends[2];
         if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends) != 0) {
-            fuzz::fault("no pair of sockets");
+            fuzz::fault("cannot create a pair of sockets");
         }
         remote_ = ends[0];
         server_.address = inet_addr("10.0.0.9");
@@ -219,13 +219,13 @@ public:
         ::close(remote_);
     }
 
-    /// Sends a piece, or as much of it as there is somebody for.
+    /// Sends a piece, until the agent closes the session.
     void send(std::string_view piece)
     {
         while (!piece.empty() && isOpen()) {
             const ssize_t sent = ::send(remote_, piece.data(), piece.size(), MSG_NOSIGNAL);
             if (sent < 0 && errno != EAGAIN) {
-                fuzz::fault("a piece could not be sent: %s", std::strerror(errno));
+                fuzz::fault("cannot send a piece: %s", std::strerror(errno));
             }
             piece.remove_prefix(sent < 0 ? 0 : static_cast<std::size_t>(sent));
             if (sent < 0) {
@@ -234,7 +234,7 @@ public:
         }
     }
 
-    /// One turn of the agent, if there is something for it.
+    /// Calls the agent once if bytes are available. Returns false if none are.
     bool serveOnce()
     {
         char byte = 0;
@@ -243,7 +243,7 @@ public:
         }
         hmiconn_process_one_request(&session_);
         if (session_.lineFill > kLongestLine) {
-            fuzz::fault("%u bytes of a line are kept", session_.lineFill);
+            fuzz::fault("the line buffer contains %u bytes", session_.lineFill);
         }
         receive();
         return true;
@@ -255,7 +255,7 @@ public:
         }
     }
 
-    /// The remote side has said all that it has to say.
+    /// Ends the remote side after everything has been sent.
     void end()
     {
         serveAll();
@@ -263,7 +263,7 @@ public:
             shutdown(remote_, SHUT_WR);
             hmiconn_process_one_request(&session_);
             if (isOpen()) {
-                fuzz::fault("the remote side has closed, and the session is open");
+                fuzz::fault("the session is still open after the remote side has closed");
             }
             endedByRemote_ = true;
         }
@@ -272,13 +272,13 @@ public:
     void expectOutcome(const Expected &expected) const
     {
         if (replies_ != expected.replies) {
-            fuzz::fault("the replies are\n%s\nand by a plain reading\n%s", replies_.c_str(), expected.replies.c_str());
+            fuzz::fault("the replies are\n%s\nand in the reference\n%s", replies_.c_str(), expected.replies.c_str());
         }
         if ((protocolNegotiated != 0) != expected.negotiated) {
-            fuzz::fault("the protocol counts as %snegotiated", protocolNegotiated != 0 ? "" : "not ");
+            fuzz::fault("the protocol is %snegotiated", protocolNegotiated != 0 ? "" : "not ");
         }
         if (endedByRemote_ == expected.closed) {
-            fuzz::fault("the session was %sclosed because of its line", endedByRemote_ ? "not " : "");
+            fuzz::fault("the agent %s the session because of a long line", endedByRemote_ ? "did not close" : "closed");
         }
         const std::string message =
             endedByRemote_ ? "In hmiconn_process_one_request: HWS connection to 10.0.0.9:3: connection closed by peer" : "";
@@ -299,7 +299,7 @@ private:
     }
 
     int remote_ = -1;
-    std::unique_ptr<char[]> buffer_ = std::make_unique<char[]>(kLongestLine + 1);  // of just its size
+    std::unique_ptr<char[]> buffer_ = std::make_unique<char[]>(kLongestLine + 1);  // exactly its size
     HmiServer server_{};
     HmiSession session_{};
     std::string replies_;
@@ -308,8 +308,9 @@ private:
 
 }  // namespace
 
-/// The first byte says how many of the next ones are lengths of pieces, less one, again and again; what follows is sent. A
-/// length's upper half says, too, whether the agent has one turn after the piece or all that it can use.
+/// The first byte, modulo 8, is one less than the number of length bytes after it. A length byte is one less than the length of
+/// a piece; the lengths repeat. The rest of the input is sent. After a piece with a length byte of 128 or more, the agent is
+/// called at most once, otherwise until it has read everything.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size)
 {
     if (size == 0 || size < 2U + data[0] % 8) {
@@ -317,7 +318,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size)
     }
     const std::size_t lengths = 1U + data[0] % 8;
     std::string_view bytes(reinterpret_cast<const char *>(data) + 1 + lengths, size - 1 - lengths);
-    const Expected expected = readPlainly(bytes);
+    const Expected expected = readReference(bytes);
     Remote remote;
     for (std::size_t piece = 0; !bytes.empty(); ++piece) {
         const uint8_t length = data[1 + piece % lengths];

@@ -1,5 +1,5 @@
-// Fuzzes the readers of description texts: every record is compared, to the byte, with what a plain reading by strtoul makes of
-// the same text; and what was read is written and read again.
+// Fuzzes the parsers of description texts: every record is compared byte by byte with that of a reference implementation with
+// strtoul. The records are then formatted and parsed again.
 #include "reference_descriptions.h"
 #include "support.h"
 
@@ -17,9 +17,9 @@ constexpr uint32_t kMostElements = 64;
 
 std::size_t nameLength(const char *name) { return strnlen(name, 260); }
 
-// ---- Records as the daemon keeps them, for the writers ----
+// ---- Records as the daemon stores them, for the formatting functions ----
 
-ConnectionEntry kept(const KvoDescription &read)
+ConnectionEntry entryOf(const KvoDescription &read)
 {
     ConnectionEntry entry{};
     entry.address = read.address;
@@ -30,11 +30,11 @@ ConnectionEntry kept(const KvoDescription &read)
     return entry;
 }
 
-ConnectionEntry kept(const KvoDescriptionEx &read)
+ConnectionEntry entryOf(const KvoDescriptionEx &read)
 {
     KvoDescription basic{};
-    std::memcpy(&basic, &read, sizeof basic);  // which an extended one begins with
-    ConnectionEntry entry = kept(basic);
+    std::memcpy(&basic, &read, sizeof basic);  // an extended record begins with a basic one
+    ConnectionEntry entry = entryOf(basic);
     entry.extAttr1 = read.extAttr1;
     entry.extAttr2 = read.extAttr2;
     entry.extAttr3 = read.extAttr3;
@@ -45,7 +45,7 @@ ConnectionEntry kept(const KvoDescriptionEx &read)
     return entry;
 }
 
-ConnectionClientEntry kept(const KvoClientEntry &read)
+ConnectionClientEntry entryOf(const KvoClientEntry &read)
 {
     ConnectionClientEntry client{};
     client.value = read.value;
@@ -53,13 +53,13 @@ ConnectionClientEntry kept(const KvoClientEntry &read)
     return client;
 }
 
-/// A form, the functions that read and write it, and what an element needs of a writer's buffer beside its name.
-template <class Record, class Kept>
+/// A form, the functions that parse and format it, and the bytes that an element needs in the buffer besides its name.
+template <class Record, class Entry>
 struct List {
     const char *name;
     const DescriptionForm &form;
     int (*read)(uint32_t *count, Record *array, const char *text);
-    int (*write)(uint32_t count, const Kept *entries, char *buffer, uint32_t size);
+    int (*write)(uint32_t count, const Entry *entries, char *buffer, uint32_t size);
     uint32_t elementSize;
 
     void compare(const std::string &text, uint8_t fill) const
@@ -68,12 +68,12 @@ struct List {
         const auto announced = static_cast<uint32_t>(std::strtoul(text.c_str(), &end, 16));
         const uint32_t elements = *end == ' ' ? announced : 0;
         if (elements > kMostElements) {
-            return;  // no caller has an array for it
+            return;  // too many for an array
         }
         const std::size_t size = elements * sizeof(Record);
         GuardedArea wanted(size, fill);
-        fuzz::PlainDescriptions plain(text, form);
-        const int wantedResult = plain.readList(wanted.area());
+        fuzz::ReferenceDescriptions reference(text, form);
+        const int wantedResult = reference.readList(wanted.area());
 
         GuardedArea got(size, fill);
         const ExactText exact(text);
@@ -81,15 +81,16 @@ struct List {
         const int result = read(&count, reinterpret_cast<Record *>(got.area()), exact.get());
 
         if (result != wantedResult || count != announced) {
-            fuzz::fault("%s: returned %d and the count %u, a plain reading %d", name, result, count, wantedResult);
+            fuzz::fault("%s: returned %d and the count %u, the reference %d and %u", name, result, count, wantedResult,
+                        announced);
         }
         if (result != 1) {
-            const std::size_t malformed = plain.whole() * sizeof(Record);
+            const std::size_t malformed = reference.whole() * sizeof(Record);
             std::memcpy(wanted.area() + malformed, got.area() + malformed, std::min(sizeof(Record), size - malformed));
         }
         if (got != wanted) {
             const auto differing = std::mismatch(got.area(), got.area() + size, wanted.area()).first - got.area();
-            fuzz::fault("%s: at byte %td of %zu the array differs from a plain reading's", name, differing, size);
+            fuzz::fault("%s: the array differs from the reference at byte %td of %zu", name, differing, size);
         }
         if (result == 1) {
             writeAndReadAgain(got, elements);
@@ -100,36 +101,36 @@ private:
     void writeAndReadAgain(GuardedArea &records, uint32_t count) const
     {
         const auto *const array = reinterpret_cast<const Record *>(records.area());
-        std::vector<Kept> entries;
+        std::vector<Entry> entries;
         uint32_t needed = 17 + count * elementSize;
         for (uint32_t i = 0; i < count; ++i) {
-            entries.push_back(kept(array[i]));
+            entries.push_back(entryOf(array[i]));
             needed += static_cast<uint32_t>(nameLength(array[i].name)) + 3;
         }
         GuardedArea small(needed - 1, 0xA5);
         const GuardedArea untouched = small;
-        const int told = write(count, entries.data(), reinterpret_cast<char *>(small.area()), needed - 1);
-        if (told != static_cast<int>(needed) || small != untouched) {
-            fuzz::fault("%s: %u bytes are needed, its writer says %d for one less", name, needed, told);
+        const int result = write(count, entries.data(), reinterpret_cast<char *>(small.area()), needed - 1);
+        if (result != static_cast<int>(needed) || small != untouched) {
+            fuzz::fault("%s: %u bytes are needed; with one byte less, formatting returned %d", name, needed, result);
         }
         GuardedArea text(needed, 0xA5);
         if (write(count, entries.data(), reinterpret_cast<char *>(text.area()), needed) != 0 || !text.guardsIntact() ||
             strnlen(reinterpret_cast<char *>(text.area()), needed) == needed) {
-            fuzz::fault("%s: could not be written into %u bytes", name, needed);
+            fuzz::fault("%s: cannot format into %u bytes", name, needed);
         }
         const ExactText exact(reinterpret_cast<char *>(text.area()));
         std::vector<Record> again(count);
         uint32_t countAgain = 0;
         if (read(&countAgain, again.data(), exact.get()) != 1 || countAgain != count) {
-            fuzz::fault("%s: what was written can not be read: %s", name, exact.get());
+            fuzz::fault("%s: cannot parse the formatted text: %s", name, exact.get());
         }
         for (uint32_t i = 0; i < count; ++i) {
-            const Kept entry = kept(again[i]);
-            // Behind the name's end stands whatever stood there.
+            const Entry entry = entryOf(again[i]);
+            // The bytes after the end of the name are unspecified.
             const std::size_t length = nameLength(entries[i].name);
             std::memset(entries[i].name + length, 0, sizeof entries[i].name - length);
             if (std::memcmp(&entry, &entries[i], sizeof entry) != 0) {
-                fuzz::fault("%s: element %u has changed on its way: %s", name, i, exact.get());
+                fuzz::fault("%s: element %u differs after formatting and parsing: %s", name, i, exact.get());
             }
         }
     }
@@ -138,19 +139,19 @@ private:
 void compareOne(const std::string &text, uint8_t fill)
 {
     GuardedArea wanted(sizeof(KvoDescriptionEx), fill);
-    const int wantedResult = fuzz::PlainDescriptions(text, fuzz::kExtendedForm).readOne(wanted.area());
+    const int wantedResult = fuzz::ReferenceDescriptions(text, fuzz::kExtendedForm).readOne(wanted.area());
     GuardedArea got(sizeof(KvoDescriptionEx), fill);
     const ExactText exact(text);
     const int result = ConvertText2KVODescEx(reinterpret_cast<KvoDescriptionEx *>(got.area()), exact.get());
     if (result != wantedResult || !got.guardsIntact() || (result == 1 && got != wanted)) {
-        fuzz::fault("ConvertText2KVODescEx: returned %d, a plain reading %d, or the records differ", result, wantedResult);
+        fuzz::fault("ConvertText2KVODescEx: returned %d, the reference %d, or the records differ", result, wantedResult);
     }
 }
 
 void compareCounts(const std::string &text)
 {
     const ExactText exact(text);
-    const uint32_t wanted = fuzz::countPlainly(text);
+    const uint32_t wanted = fuzz::referenceCount(text);
     if (GetCountKVODescriptionsFromText(exact.get()) != wanted || GetCountKVODescriptionsFromTextEx(exact.get()) != wanted) {
         fuzz::fault("the count is not %u", wanted);
     }
@@ -165,7 +166,7 @@ const List<KvoClientEntry, ConnectionClientEntry> kClients{"ConvertText2KVOClien
 
 }  // namespace
 
-/// Each text is read in every form.
+/// Parses each text in every form.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size)
 {
     const std::string text(fuzz::textOf(data, size));

@@ -1,4 +1,4 @@
-// What reaches kvosim besides requests: datagrams of the USB lock and the lines of agents. Each is read a second time, plainly.
+// Input of kvosim besides requests: USB lock datagrams and lines of agents, each compared with a reference implementation.
 #pragma once
 
 #include "support.h"
@@ -26,8 +26,8 @@ struct UsbLock {
     std::string numbers;
 };
 
-/// A number with 32 bits, signed or not.
-inline std::optional<std::string> plainLockNumber(const std::string &text)
+/// A number of 32 bits, signed or unsigned.
+inline std::optional<std::string> referenceLockNumber(const std::string &text)
 {
     char *end = nullptr;
     const long long value = std::strtoll(text.c_str(), &end, 10);
@@ -38,8 +38,8 @@ inline std::optional<std::string> plainLockNumber(const std::string &text)
     return std::to_string(static_cast<uint32_t>(value));
 }
 
-/// setUsbLock="<number>:<number>" <address> and a line feed. A zero ends the address, as it ends every C text.
-inline std::optional<UsbLock> plainUsbLock(const std::string &datagram)
+/// setUsbLock="<number>:<number>" <address> and a line feed. A zero byte ends the address, as in every C string.
+inline std::optional<UsbLock> referenceUsbLock(const std::string &datagram)
 {
     const std::string beginning = "setUsbLock=\"";
     const std::size_t colon = datagram.find(':');
@@ -47,8 +47,8 @@ inline std::optional<UsbLock> plainUsbLock(const std::string &datagram)
     if (!datagram.starts_with(beginning) || datagram.back() != '\n' || quote == datagram.npos || colon > quote) {
         return std::nullopt;
     }
-    const auto first = plainLockNumber(datagram.substr(beginning.size(), colon - beginning.size()));
-    const auto second = plainLockNumber(datagram.substr(colon + 1, quote - colon - 1));
+    const auto first = referenceLockNumber(datagram.substr(beginning.size(), colon - beginning.size()));
+    const auto second = referenceLockNumber(datagram.substr(colon + 1, quote - colon - 1));
     const std::string host = datagram.substr(quote + 2, datagram.size() - quote - 3);
     in_addr address{};
     if (!first || !second || inet_pton(AF_INET, host.c_str(), &address) != 1) {
@@ -60,17 +60,17 @@ inline std::optional<UsbLock> plainUsbLock(const std::string &datagram)
 struct LockOfStation {
     const char *request;
     uint32_t address;
-    uint32_t lowestByteFirst;  ///< as some clients send it
+    uint32_t lowestByteFirst;  ///< the address in the byte order that some clients use
     std::string lock = "usb-lock=0:0";
 };
 
-/// @param context  its plant has the two stations 10.0.0.5 and 10.0.0.6, of which none has a lock
-inline void expectPlainUsbLocks(kvosim::ServiceContext &context, const std::vector<std::string> &datagrams)
+/// @param context  its plant has the stations 10.0.0.5 and 10.0.0.6, both without a lock
+inline void compareUsbLocks(kvosim::ServiceContext &context, const std::vector<std::string> &datagrams)
 {
     LockOfStation stations[] = {{"getUsbLock=0A000005", 0x0A000005, 0x0500000A},
                                 {"getUsbLock=0A000006", 0x0A000006, 0x0600000A}};
     for (const std::string &datagram : datagrams) {
-        const auto lock = plainUsbLock(datagram);
+        const auto lock = referenceUsbLock(datagram);
         bool wanted = false;
         for (LockOfStation &station : stations) {
             if (lock && (lock->station == 0 || lock->station == station.address || lock->station == station.lowestByteFirst)) {
@@ -79,11 +79,12 @@ inline void expectPlainUsbLocks(kvosim::ServiceContext &context, const std::vect
             }
         }
         if (kvosim::takeUsbLock(context.plant, ExactBytes(datagram).view()) != wanted) {
-            fault("\"%s\" is taken by %s alone", datagram.c_str(), wanted ? "a plain reading" : "it");
+            fault("only %s accepts \"%s\"", wanted ? "the reference" : "kvosim", datagram.c_str());
         }
         for (const LockOfStation &station : stations) {
             if (const std::string got = kvosim::answer(context, station.request); got != station.lock) {
-                fault("\"%s\" makes it \"%s\", by a plain reading \"%s\"", datagram.c_str(), got.c_str(), station.lock.c_str());
+                fault("\"%s\" sets the lock to \"%s\", the reference to \"%s\"", datagram.c_str(), got.c_str(),
+                      station.lock.c_str());
             }
         }
     }
@@ -91,14 +92,14 @@ inline void expectPlainUsbLocks(kvosim::ServiceContext &context, const std::vect
 
 // ---- Lines of agents ----
 
-/// A line, with a line feed where it came with its end.
-using PlainLines = std::vector<std::string>;
+/// Lines; each has its line feed unless it came without one.
+using Lines = std::vector<std::string>;
 
-/// @param unended  a line that may come without an end, or nothing
-/// @param text     is left with what is not complete
-inline PlainLines plainLines(std::string &text, const std::string &unended)
+/// @param unended  a line that may come without a line end, or an empty string
+/// @param text     on return, the incomplete rest
+inline Lines referenceLines(std::string &text, const std::string &unended)
 {
-    PlainLines lines;
+    Lines lines;
     for (;;) {
         const std::size_t end = text.find('\n');
         std::string line = text.substr(0, end);
@@ -119,18 +120,18 @@ inline PlainLines plainLines(std::string &text, const std::string &unended)
     }
 }
 
-inline std::string plainTag(const std::string &line)
+inline std::string referenceTag(const std::string &line)
 {
     return std::strspn(line.c_str(), "0123456789") == 3 && line[3] == ':' ? line.substr(0, 4) : "";
 }
 
-inline std::string plainIndication(const std::string &line)
+inline std::string referenceIndication(const std::string &line)
 {
     const bool numbered = line.starts_with('I') && std::strspn(line.c_str() + 1, "0123456789") == 2 && line[3] == ':';
     return numbered ? line.substr(0, 4) : "";
 }
 
-inline bool plainlyUnended(const std::string &request)
+inline bool referenceMayBeUnended(const std::string &request)
 {
     constexpr const char *kMetrics[] = {"get-softkey-type", "get-keyboard-caps", "get-hardware-caps", "get-panel-oem-layout",
                                         "get-panel-rotation"};
@@ -139,41 +140,40 @@ inline bool plainlyUnended(const std::string &request)
                        [&](auto name) { return strcasecmp(name, request.c_str()) == 0; });
 }
 
-inline void expectPlainParts(const std::string &line)
+inline void compareParts(const std::string &line)
 {
     const ExactBytes bytes(line);
-    if (kvosim::tagOf(bytes.view()) != plainTag(line) || kvosim::indicationOf(bytes.view()) != plainIndication(line)) {
-        fault("\"%s\": its tag or number is another one by a plain reading", line.c_str());
+    if (kvosim::tagOf(bytes.view()) != referenceTag(line) || kvosim::indicationOf(bytes.view()) != referenceIndication(line)) {
+        fault("\"%s\": the reference has another tag or number", line.c_str());
     }
-    if (kvosim::mayAnswerUnended(bytes.view()) != plainlyUnended(line)) {
-        fault("\"%s\" may be answered without an end by one reading alone", line.c_str());
+    if (kvosim::mayAnswerUnended(bytes.view()) != referenceMayBeUnended(line)) {
+        fault("\"%s\": the reference disagrees whether a reply may come without a line end", line.c_str());
     }
 }
 
-/// @param pieces  as they come in
-inline void expectPlainAgentLines(const std::vector<std::string> &pieces, const std::string &unended)
+/// @param pieces  the bytes as they arrive
+inline void compareAgentLines(const std::vector<std::string> &pieces, const std::string &unended)
 {
     std::string text;
-    PlainLines got;
+    Lines got;
     kvosim::AgentLines lines;
     for (const std::string &piece : pieces) {
         text += piece;
         lines.add(ExactBytes(piece).view());
         while (const auto line = lines.next(unended)) {
             got.push_back(line->text + (line->ended ? "\n" : ""));
-            expectPlainParts(line->text);
+            compareParts(line->text);
         }
     }
-    if (got != plainLines(text, unended)) {
-        fault("of an agent's %zu pieces, %zu lines differ from a plain reading's", pieces.size(), got.size());
+    if (got != referenceLines(text, unended)) {
+        fault("the %zu lines from an agent's %zu pieces differ from the reference", got.size(), pieces.size());
     }
-    const bool wanted = text.substr(plainTag(text).size()) == "none";
+    const bool wanted = text.substr(referenceTag(text).size()) == "none";
     if (lines.holdsNone() != wanted || (wanted && lines.takeNone().text != text)) {
-        fault("a \"none\" is left by %s alone", wanted ? "a plain reading" : "the lines");
+        fault("only %s leaves a \"none\"", wanted ? "the reference" : "kvosim");
     }
     if (!wanted && lines.overlong() != (text.size() > kvosim::kLongestAgentLine)) {
-        fault("%zu bytes of a line are left, which counts as %sone that is too long", text.size(),
-              lines.overlong() ? "" : "not ");
+        fault("%zu bytes of a line are left, which is %sreported as too long", text.size(), lines.overlong() ? "" : "not ");
     }
 }
 

@@ -1,5 +1,5 @@
-// Fuzzes the reader of kvosim's plant files: a plant that can be served, or the one exception that names the place, and the
-// same whether the file is read station by station or as a single document.
+// Fuzzes the parser of kvosim's plant files. It must return a plant that can be served or throw PlantFileError with a position,
+// and the outcome must be the same whether it parses station by station or a single document.
 #include "support.h"
 
 #include "kvosim/plant_file/pieces.h"
@@ -13,9 +13,9 @@
 
 namespace {
 
-constexpr std::size_t kLongestMessage = 8192;  // beside what it repeats of the file
+constexpr std::size_t kLongestMessage = 8192;  // besides parts of the file that it repeats
 
-/// "plant:<line>: <what>", in printable characters.
+/// Expects "plant:<line>: <what>".
 void expectUseful(std::string_view message, std::size_t fileSize)
 {
     constexpr std::string_view kFile = "plant:";
@@ -23,7 +23,7 @@ void expectUseful(std::string_view message, std::size_t fileSize)
     const bool placed = message.starts_with(kFile) && colon > kFile.size() && colon != message.npos &&
                         message.substr(kFile.size(), colon - kFile.size()).find_first_not_of("0123456789") == message.npos;
     if (!placed || colon + 2 == message.size()) {
-        fuzz::fault("the message names no place, or no mistake: %s", std::string(message).c_str());
+        fuzz::fault("the message has no position or no text: %s", std::string(message).c_str());
     }
     if (message.size() > kLongestMessage + 4 * fileSize) {
         fuzz::fault("the message has %zu bytes for a file of %zu", message.size(), fileSize);
@@ -40,28 +40,28 @@ void expectServable(kvosim::Plant &plant)
     for (const ConnectionEntry &station : plant.stations()) {
         const std::size_t length = strnlen(station.name, sizeof station.name);
         if (length == 0 || length > kvosim::kLongestName || station.address == 0) {
-            fuzz::fault("a station has no address, or a name of %zu bytes", length);
+            fuzz::fault("a station has no address or a name of %zu bytes", length);
         }
         if (!addresses.insert(station.address).second || !names.insert(station.name).second) {
-            fuzz::fault("two stations are %08X or \"%s\"", station.address, station.name);
+            fuzz::fault("two stations have the address %08X or the name \"%s\"", station.address, station.name);
         }
         if (plant.findAddress(station.address) != &station || plant.findName(station.name) != &station) {
-            fuzz::fault("the station \"%s\" can not be found", station.name);
+            fuzz::fault("cannot find the station \"%s\"", station.name);
         }
     }
-    // What clients are told of it can be read.
+    // Clients must be able to parse the list of stations.
     const auto count = static_cast<uint32_t>(plant.stations().size());
     const auto size = static_cast<uint32_t>(ConvertConArray2TextEx(count, plant.stations().data(), nullptr, 0));
     std::string text(size, '\0');
     std::vector<KvoDescriptionEx> read(count);
-    uint32_t told = 0;
+    uint32_t found = 0;
     if (ConvertConArray2TextEx(count, plant.stations().data(), text.data(), size) != 0 ||
-        ConvertText2KVODescArrayEx(&told, read.data(), text.c_str()) != 1 || told != count) {
-        fuzz::fault("the list of its %u stations can not be read", count);
+        ConvertText2KVODescArrayEx(&found, read.data(), text.c_str()) != 1 || found != count) {
+        fuzz::fault("cannot parse the list of the %u stations", count);
     }
 }
 
-/// @p text with headers at which it is not cut.
+/// @p text with its headers changed so that the parser does not split it at them.
 std::string inOnePiece(std::string_view text)
 {
     constexpr std::string_view kHeader = "[[station]]";
@@ -77,7 +77,7 @@ std::string inOnePiece(std::string_view text)
     return whole;
 }
 
-/// What comes of @p text, in words.
+/// The outcome of parsing @p text as text.
 std::string outcomeOf(std::string_view text)
 {
     try {
@@ -91,7 +91,7 @@ std::string outcomeOf(std::string_view text)
         }
         return outcome;
     } catch (const kvosim::PlantFileError &error) {
-        // Which of several mistakes the TOML parser meets first depends on how it divides the file into blocks.
+        // Which of several mistakes the TOML parser finds first depends on how it divides the file into blocks.
         const std::string_view message = error.what();
         return std::string(message.find(": not TOML: ") == message.npos ? message : "not TOML");
     }
@@ -100,12 +100,12 @@ std::string outcomeOf(std::string_view text)
 void expectSameInOnePiece(std::string_view text)
 {
     if (text.find("\"\"\"") != text.npos || text.find("'''") != text.npos) {
-        return;  // what looks like a header may be a text there
+        return;  // a multi-line string may contain what looks like a header
     }
     const std::string outcome = outcomeOf(text);
     const std::string whole = outcomeOf(inOnePiece(text));
     if (outcome != whole) {
-        fuzz::fault("\"%s\", but in one piece \"%s\"", outcome.c_str(), whole.c_str());
+        fuzz::fault("\"%s\", but as a single document \"%s\"", outcome.c_str(), whole.c_str());
     }
 }
 

@@ -1,6 +1,6 @@
-// Fuzzes what kvosim reads from its clients: requests of the service's protocol and of the control socket, in pieces, over the
-// real sockets of a service in a folder of its own. Each gets one reply line; the service's are those of a plain reading. So are
-// what comes of the USB lock's datagrams, and the lines of agents.
+// Fuzzes the input of kvosim from its clients: requests to the service and to the control socket, in pieces, over the real
+// sockets of a service in a separate folder. Each request gets one reply line. The service's replies, the effects of USB lock
+// datagrams and the lines of agents are compared with reference implementations.
 #include "kvosim_lines.h"
 #include "support.h"
 
@@ -25,9 +25,9 @@
 namespace {
 
 constexpr std::size_t kMostRequests = 16;  // of one input
-constexpr int kMostTurns = 60;             // of the service's loop, in which a reply is awaited
+constexpr int kMostIdleRounds = 60;        // of the service's loop without progress while a client waits for a reply
 constexpr std::size_t kLongestReply = std::size_t{1} << 20;
-constexpr std::size_t kLongestRequest = 4096;  // of the service's protocol, without its line end
+constexpr std::size_t kLongestRequest = 4096;  // to the service, without its line end
 
 constexpr std::string_view kPlant = R"toml(
 [[station]]
@@ -52,7 +52,7 @@ name = "HMI"
 value = 7
 )toml";
 
-/// A folder, removed at the end.
+/// A temporary folder, removed by the destructor.
 class Folder {
 public:
     Folder() : path_(std::filesystem::temp_directory_path() / ("kvosim." + std::to_string(getpid())))
@@ -81,12 +81,12 @@ const Folder &folder()
 
 struct Request {
     bool control;
-    bool ended;  ///< with a line feed; the last one may go without
+    bool ended;  ///< with a line feed; the last one may have none
     std::string line;
 };
 
-/// What an input has, line by line. Those to the control socket begin with "!", datagrams with "@", an agent's with ">", and
-/// those that an agent leaves without an end with "<".
+/// The lines of an input. Requests to the control socket begin with "!", datagrams with "@", lines of an agent with ">", and
+/// lines of an agent without a line end with "<". All others are requests to the service.
 struct Input {
     std::vector<Request> requests;
     std::vector<std::string> datagrams;
@@ -95,9 +95,9 @@ struct Input {
     void add(std::string_view line, bool ended)
     {
         const std::string end = ended ? "\n" : "";
-        const char door = line.empty() ? '\0' : line.front();
+        const char prefix = line.empty() ? '\0' : line.front();
         const std::string rest(line.substr(line.empty() ? 0 : 1));
-        switch (door) {
+        switch (prefix) {
         case '@': datagrams.push_back(rest + end); break;
         case '>': agentPieces.push_back(rest + end); break;
         case '<': agentPieces.push_back(rest); break;
@@ -118,17 +118,17 @@ Input inputOf(std::string_view text)
     return input;
 }
 
-/// What a client has read until the service closed, or nothing where it did not close in time.
+/// The bytes that a client received before the service closed the connection. Nothing if the service did not close it in time.
 using Received = std::optional<std::string>;
 
-/// A client that does its part in turns with the service, on the service's loop.
+/// A client that runs on the service's event loop, alternating with the service.
 class Client {
 public:
     Client(kvosim::EventLoop &loop, std::vector<Request> requests, std::size_t piece)
-        : loop_(loop), requests_(std::move(requests)), piece_(piece), turn_(eventfd(1, EFD_CLOEXEC))
+        : loop_(loop), requests_(std::move(requests)), piece_(piece), wakeup_(eventfd(1, EFD_CLOEXEC))
     {
-        loop_.watch(turn_, EPOLLIN, [this](uint32_t) {
-            if (!goesOn()) {
+        loop_.watch(wakeup_, EPOLLIN, [this](uint32_t) {
+            if (!proceed()) {
                 loop_.stop();
             }
         });
@@ -137,17 +137,18 @@ public:
     Client &operator=(const Client &) = delete;
     ~Client()
     {
-        hangUp();
-        loop_.forget(turn_);
-        close(turn_);
+        disconnect();
+        loop_.forget(wakeup_);
+        close(wakeup_);
     }
 
     [[nodiscard]] const std::vector<Request> &requests() const { return requests_; }
-    /// One for each request that found the service.
+    /// One for each request that reached the service.
     [[nodiscard]] const std::vector<Received> &received() const { return received_; }
 
 private:
-    bool goesOn()
+    /// Returns false after the last request.
+    bool proceed()
     {
         if (socket_ < 0) {
             return received_.size() < requests_.size() && connectNext();
@@ -155,14 +156,14 @@ private:
         if (!unsent_.empty()) {
             sendPiece();
         }
-        if (receive() || ++turns_ > kMostTurns) {
-            received_.push_back(turns_ > kMostTurns ? Received() : Received(reply_));
-            hangUp();
+        if (receive() || ++idleRounds_ > kMostIdleRounds) {
+            received_.push_back(idleRounds_ > kMostIdleRounds ? Received() : Received(reply_));
+            disconnect();
         }
         return true;
     }
 
-    /// False where the service has ended.
+    /// Returns false if the service has ended.
     bool connectNext()
     {
         const Request &request = requests_[received_.size()];
@@ -177,7 +178,7 @@ private:
         unsent_ = request.line + (request.ended ? "\n" : "");
         ended_ = request.ended;
         reply_.clear();
-        turns_ = 0;
+        idleRounds_ = 0;
         return true;
     }
 
@@ -186,29 +187,29 @@ private:
         const std::string_view piece = std::string_view(unsent_).substr(0, piece_ == 0 ? unsent_.size() : piece_);
         const ssize_t sent = send(socket_, piece.data(), piece.size(), MSG_NOSIGNAL);
         if (sent < 0 && errno != EAGAIN) {
-            unsent_.clear();  // a service that has refused the request already does not read on
+            unsent_.clear();  // a service that has already refused the request stops reading
             return;
         }
         unsent_.erase(0, sent < 0 ? 0 : static_cast<std::size_t>(sent));
-        turns_ = 0;
+        idleRounds_ = 0;
         if (unsent_.empty() && !ended_) {
             shutdown(socket_, SHUT_WR);
         }
     }
 
-    /// True when the service has closed.
+    /// Returns true when the service has closed the connection.
     bool receive()
     {
         char piece[4096];
         ssize_t count = 0;
         while ((count = recv(socket_, piece, sizeof piece, 0)) > 0) {
             reply_.append(piece, static_cast<std::size_t>(count));
-            turns_ = 0;
+            idleRounds_ = 0;
         }
         return count == 0 || errno != EAGAIN;
     }
 
-    void hangUp()
+    void disconnect()
     {
         if (socket_ >= 0) {
             close(std::exchange(socket_, -1));
@@ -218,34 +219,35 @@ private:
     kvosim::EventLoop &loop_;
     std::vector<Request> requests_;
     std::size_t piece_;
-    int turn_;  ///< always readable: a turn comes in each of the loop's rounds
+    int wakeup_;  ///< always readable, so the client runs in every round of the loop
     std::vector<Received> received_;
     int socket_ = -1;
     std::string unsent_;
     bool ended_ = true;
     std::string reply_;
-    int turns_ = 0;
+    int idleRounds_ = 0;
 };
 
-/// One line, or nothing at all where the client or a fault broke the exchange off.
+/// Expects one line, or no reply if the client or an injected fault aborted the exchange.
 void expectOneLine(const std::string &reply, const Request &request)
 {
     const bool oneLine = reply.find('\n') == reply.size() - 1 && reply.find('\0') == reply.npos;
     if (!reply.empty() && !oneLine) {
-        fuzz::fault("\"%s\" is answered \"%s\", which is not one line", request.line.c_str(), reply.c_str());
+        fuzz::fault("the reply to \"%s\" is \"%s\", which is not one line", request.line.c_str(), reply.c_str());
     }
     if (reply.size() > kLongestReply) {
-        fuzz::fault("\"%s\" has a reply of %zu bytes", request.line.c_str(), reply.size());
+        fuzz::fault("the reply to \"%s\" has %zu bytes", request.line.c_str(), reply.size());
     }
     if (request.control && !reply.empty() && !tools::Json::parse(reply, nullptr, false).is_object()) {
-        fuzz::fault("\"%s\" is answered \"%s\", which is no object", request.line.c_str(), reply.c_str());
+        fuzz::fault("the reply to \"%s\" is \"%s\", which is not a JSON object", request.line.c_str(), reply.c_str());
     }
 }
 
-/// The service without its sockets: what each request is answered as long as none came to the control socket.
-class PlainService {
+/// The reference: the service without its sockets. Its replies are valid until the first request to the control socket.
+class ReferenceService {
 public:
-    PlainService() : plant_(kvosim::parsePlant(kPlant, "plant")), registry_(folder() / "plain"), context_{plant_, registry_}
+    ReferenceService()
+        : plant_(kvosim::parsePlant(kPlant, "plant")), registry_(folder() / "reference"), context_{plant_, registry_}
     {
         registry_.start(plant_);
     }
@@ -265,7 +267,7 @@ public:
             line.pop_back();
         }
         std::string reply = kvosim::answer(context_, line) + '\n';
-        // Of the two registries, each has its own place.
+        // The two registries have different paths.
         return reply == registry_.path() + '\n' ? (folder() / "registry").string() + "/\n" : reply;
     }
 
@@ -277,18 +279,18 @@ private:
     kvosim::ServiceContext context_;
 };
 
-void expectPlainReplies(const Client &client)
+void compareReplies(const Client &client)
 {
-    PlainService plain;
+    ReferenceService reference;
     for (std::size_t i = 0; i < client.received().size() && !client.requests()[i].control; ++i) {
         const Request &request = client.requests()[i];
-        const std::string wanted = plain.answer(request);
+        const std::string wanted = reference.answer(request);
         const Received &received = client.received()[i];
         if (received != wanted) {
-            fuzz::fault("\"%s\" is answered \"%s\", by a plain reading \"%s\"", request.line.c_str(),
-                        received.value_or("(nothing in time)").c_str(), wanted.c_str());
+            fuzz::fault("the reply to \"%s\" is \"%s\", in the reference \"%s\"", request.line.c_str(),
+                        received.value_or("(none in time)").c_str(), wanted.c_str());
         }
-        if (plain.ending()) {
+        if (reference.ending()) {
             return;
         }
     }
@@ -296,7 +298,7 @@ void expectPlainReplies(const Client &client)
 
 }  // namespace
 
-/// Events go nowhere, and need no thread of their own for that.
+/// Events are discarded. Threads run at once, on the thread of the caller.
 int SendUsbMsg2DLL(const char * /*message*/) noexcept { return 1; }
 
 int kvo_hws_CreateThread(void *(*start)(void *), void *argument) noexcept
@@ -323,13 +325,13 @@ void serve(std::vector<Request> requests, std::size_t piece)
             expectOneLine(*client.received()[i], client.requests()[i]);
         }
     }
-    expectPlainReplies(client);
+    compareReplies(client);
 }
 
 }  // namespace
 
-/// The first byte is the length of the requests' pieces, 0 for those that come whole, and in its two highest bits what an agent
-/// may leave without an end; the rest are lines.
+/// The lower six bits of the first byte are the length of the requests' pieces, 0 for whole requests. Its two highest bits
+/// select the line that an agent may send without a line end. The rest are lines.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size)
 {
     constexpr const char *kUnended[] = {"", "none", "042:none", "none"};
@@ -337,9 +339,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size)
         return 0;
     }
     Input input = inputOf({reinterpret_cast<const char *>(data) + 1, size - 1});
-    fuzz::expectPlainAgentLines(input.agentPieces, kUnended[data[0] / 64]);
+    fuzz::compareAgentLines(input.agentPieces, kUnended[data[0] / 64]);
     if (!input.datagrams.empty()) {
-        fuzz::expectPlainUsbLocks(PlainService().context(), input.datagrams);
+        fuzz::compareUsbLocks(ReferenceService().context(), input.datagrams);
     }
     if (!input.requests.empty()) {
         serve(std::move(input.requests), data[0] % 64);

@@ -1,4 +1,4 @@
-// Bytes that come in pieces, as the writer at the other end of a socket sends them.
+// Splits an input into the pieces in which the other end of a socket sends it.
 #pragma once
 
 #include "support.h"
@@ -10,7 +10,8 @@
 
 namespace fuzz {
 
-/// The first byte says how many of the next ones are lengths of pieces, less one, again and again; what follows is sent.
+/// The first byte, modulo 8, is one less than the number of length bytes after it. A length byte is one less than the length of
+/// a piece; the lengths repeat. The rest of the input is sent.
 inline std::deque<std::string> piecesOf(const uint8_t *data, std::size_t size)
 {
     std::deque<std::string> pieces;

@@ -1,5 +1,5 @@
-// Fuzzes the reader of the configuration file with the library's table of keys: the block of values is compared, to the byte,
-// with what a plain reading by strcspn, strtoul and strcasecmp makes of the same file.
+// Fuzzes the parser of the configuration file with the library's table of keys: the block of values is compared byte by byte
+// with that of a reference implementation with strspn, strtoul and strcasecmp.
 #include "support.h"
 
 #include <kvo_hws/config.h>
@@ -15,17 +15,17 @@
 
 namespace {
 
-// ---- The plain reading ----
+// ---- The reference implementation ----
 
 std::string trimmed(std::string text)
 {
     constexpr const char *kBlanks = " \t\r";
     text.erase(0, text.find_first_not_of(kBlanks));
-    text.erase(text.find_last_not_of(kBlanks) + 1);  // nothing but blanks: npos + 1
+    text.erase(text.find_last_not_of(kBlanks) + 1);  // npos + 1 is 0: only blanks
     return text;
 }
 
-/// A "#" counts at the beginning and behind a blank.
+/// A "#" starts a comment at the beginning of the line and after a blank.
 std::string withoutComment(const std::string &line)
 {
     for (std::size_t at = 0; at < line.size(); ++at) {
@@ -50,7 +50,7 @@ void storeMode(uint32_t &mode, const char *value)
     const char *const words[] = {"all", "visible", "none"};
     const auto word = std::ranges::find_if(words, [=](const char *known) { return strcasecmp(value, known) == 0; });
     const auto byte = static_cast<uint8_t>(word != std::end(words) ? word - std::begin(words) : 255);
-    std::memcpy(&mode, &byte, sizeof byte);  // the others are left
+    std::memcpy(&mode, &byte, sizeof byte);  // the other bytes keep their values
 }
 
 void storePath(ConfData &data, std::string path)
@@ -66,14 +66,14 @@ void storePath(ConfData &data, std::string path)
     std::memcpy(data.registryPath, path.c_str(), path.size() + 1);
 }
 
-/// Texts are the plain reading's own until they are compared.
+/// The texts of the reference, compared separately because the block only contains their addresses.
 struct Texts {
     std::string interface = "eth0";
     std::string name;
     bool named = false;
 };
 
-void take(const std::string &key, const char *value, ConfData &data, Texts &texts)
+void storeValue(const std::string &key, const char *value, ConfData &data, Texts &texts)
 {
     const char *const names[] = {"Hostname", "rhz_name", "jdl_name", "name", "hostname"};
     if (key == "InternalInterface" || key == "interface") {
@@ -94,7 +94,7 @@ void take(const std::string &key, const char *value, ConfData &data, Texts &text
     }
 }
 
-Texts readPlainly(std::string_view file, ConfData &data)
+Texts readReference(std::string_view file, ConfData &data)
 {
     Texts texts;
     storeNumber(data, "5850");
@@ -106,17 +106,17 @@ Texts readPlainly(std::string_view file, ConfData &data)
         const std::string line = trimmed(withoutComment(std::string(file.substr(0, file.find('\n')))));
         file.remove_prefix(std::min(file.size(), file.find('\n') == file.npos ? file.size() : file.find('\n') + 1));
         if (const auto equals = line.find('='); equals != line.npos) {
-            take(trimmed(line.substr(0, equals)), trimmed(line.substr(equals + 1)).c_str(), data, texts);
+            storeValue(trimmed(line.substr(0, equals)), trimmed(line.substr(equals + 1)).c_str(), data, texts);
         }
     }
     return texts;
 }
 
-// ---- The reader, with its table moved to a block between guards ----
+// ---- The parser, with its table redirected to a block between guards ----
 
-/// As the reader's own, but what it replaces is freed: it can not know that nobody holds it.
+/// Like the library's function, but frees the text that it replaces. The library cannot: a program may still use the text.
 template <int (*Read)(const char *value, void *destination)>
-int readAnew(const char *value, void *destination)
+int readAndFree(const char *value, void *destination)
 {
     std::free(*static_cast<char **>(destination));
     return Read(value, destination);
@@ -127,13 +127,15 @@ void moveTable(uint8_t *block)
     static uint8_t *before = reinterpret_cast<uint8_t *>(&sConfData);
     for (HwsKeyword &row : hws_keywords) {
         row.destination = row.destination != nullptr ? block + (static_cast<uint8_t *>(row.destination) - before) : nullptr;
-        row.reader = row.reader == read_str ? readAnew<read_str> : row.reader == read_int ? readAnew<read_int> : row.reader;
+        row.reader = row.reader == read_str   ? readAndFree<read_str>
+                     : row.reader == read_int ? readAndFree<read_int>
+                                              : row.reader;
     }
     before = block;
     keywords = hws_keywords;
 }
 
-/// A file in memory, of the name by which this process finds it.
+/// A file in memory with a name in /proc for this process.
 class MemoryFile {
 public:
     MemoryFile() : file_(memfd_create("configuration", MFD_CLOEXEC)), name_("/proc/self/fd/" + std::to_string(file_)) {}
@@ -141,7 +143,7 @@ public:
     char *filledWith(std::string_view content)
     {
         if (ftruncate(file_, 0) != 0 || pwrite(file_, content.data(), content.size(), 0) < 0) {
-            fuzz::fault("the file can not be written");
+            fuzz::fault("cannot write the file");
         }
         return name_.data();
     }
@@ -154,19 +156,19 @@ private:
 void expectText(const char *member, const char *got, const std::string &wanted)
 {
     if (got == nullptr || got != std::string_view(wanted.c_str())) {
-        fuzz::fault("read_conf: the %s is \"%s\", by a plain reading \"%s\"", member, got != nullptr ? got : "(null)",
+        fuzz::fault("read_conf: the %s is \"%s\", in the reference \"%s\"", member, got != nullptr ? got : "(null)",
                     wanted.c_str());
     }
 }
 
-/// Compares and takes out the texts, whose addresses differ.
-void takeTexts(ConfData &data, const Texts &wanted)
+/// Compares the texts, and removes them from the block because their addresses differ.
+void compareTexts(ConfData &data, const Texts &wanted)
 {
     expectText("interface", data.interface, wanted.interface);
     if (wanted.named) {
         expectText("name", data.name, wanted.name);
     } else if (data.name != nullptr) {
-        fuzz::fault("read_conf: has a name from nowhere");
+        fuzz::fault("read_conf: has a name that the file does not contain");
     }
     std::free(std::exchange(data.interface, nullptr));
     std::free(std::exchange(data.name, nullptr));
@@ -181,16 +183,16 @@ void compare(std::string_view content, uint8_t fill)
         auto &data = *reinterpret_cast<ConfData *>(block->area());
         data.interface = data.name = nullptr;
     }
-    const Texts texts = readPlainly(content, *reinterpret_cast<ConfData *>(wanted.area()));
+    const Texts texts = readReference(content, *reinterpret_cast<ConfData *>(wanted.area()));
 
     moveTable(got.area());
     void *block[4] = {file.filledWith(content), nullptr, nullptr, nullptr};
     if (const int result = read_conf(block); result != 0) {
-        fuzz::fault("read_conf: returned %d for a file that can be read", result);
+        fuzz::fault("read_conf: returned %d for a readable file", result);
     }
 
     auto &data = *reinterpret_cast<ConfData *>(got.area());
-    takeTexts(data, texts);
+    compareTexts(data, texts);
     if (!got.guardsIntact()) {
         fuzz::fault("read_conf: wrote outside its block");
     }
@@ -199,7 +201,7 @@ void compare(std::string_view content, uint8_t fill)
     }
     if (got != wanted) {
         const auto differing = std::mismatch(got.area(), got.area() + sizeof(ConfData), wanted.area()).first;
-        fuzz::fault("read_conf: at byte %td the block differs from a plain reading's", differing - got.area());
+        fuzz::fault("read_conf: the block differs from the reference at byte %td", differing - got.area());
     }
 }
 

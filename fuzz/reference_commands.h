@@ -1,5 +1,5 @@
-// A plain reading of the agent's commands, by strspn, strtoul and strtol: what each replies, asks and keeps, where service and
-// host answer what an input says.
+// The reference implementation of the agent's commands, with strspn, strtoul and strtol: the reply, the requests and the stored
+// state of each command. The input determines the answers of the service and the host.
 #pragma once
 
 #include <kvo_hws/agent.h>
@@ -19,23 +19,23 @@
 
 namespace fuzz {
 
-inline constexpr std::size_t kLongestCommand = 255;  // that the host is told
+inline constexpr std::size_t kLongestCommand = 255;  // that the host receives
 inline constexpr std::size_t kLongestT2M2N = 1023;
 inline constexpr std::size_t kLayoutSize = 8;
 
-// ---- What an input says ----
+// ---- The input ----
 
 struct Given {
-    std::string bytes;     ///< behind the first two
-    std::string argument;  ///< of these, what a C text has
-    int32_t result = 0;    ///< of service and host
+    std::string bytes;     ///< after the first two
+    std::string argument;  ///< these bytes up to the first zero
+    int32_t result = 0;    ///< of the service and the host
     bool hostThrows = false;
     bool hasControlPanel = false;
     bool hasHost = false;
     bool hasTag = false;
-    bool isDescribed = false;  ///< the station in focus
+    bool isDescribed = false;  ///< whether the station in focus has a description
 
-    /// Numbers, out of the bytes again and again.
+    /// A number from the bytes, which repeat if they are too few.
     [[nodiscard]] uint32_t word(std::size_t index) const
     {
         uint32_t value = 0;
@@ -61,26 +61,26 @@ inline Given givenBy(uint8_t choice, std::string_view bytes)
             .isDescribed = (choice & 0x80) == 0};
 }
 
-/// What commands keep, and what else is theirs to read alone.
+/// The state that commands set, and the state that they only read.
 struct State {
     std::optional<std::string> channelInfo;
     std::optional<std::string> serverName;
     uint32_t keyFlags = 0;
     uint32_t kvoIndex = 0;
-    std::vector<uint32_t> words;  ///< that no command changes
+    std::vector<uint32_t> words;  ///< no command changes them
     std::string hostname;
     std::string screenOnFocus;
 
     bool operator==(const State &) const = default;
 };
 
-// ---- The plain reading ----
+// ---- The reference implementation ----
 
 inline constexpr const char *kOk = "ok\r\n";
 inline constexpr const char *kFailed = "failed\r\n";
 inline constexpr const char *kBad = "bad request\r\n";
 
-/// Where numbers of the state stand among those of the input: the first ones are the service's answers.
+/// The positions of the state's numbers in the input. The numbers before them are the service's answers.
 enum StateWord : std::size_t {
     focusWord = 4,
     lockWord,
@@ -107,7 +107,7 @@ inline std::string hexadecimal(uint32_t value, const char *digits, std::size_t l
 
 inline std::string rotation(uint32_t value) { return hexadecimal(value, "0123456789ABCDEF", 1); }
 
-/// As inet_aton stores it.
+/// @param address  in network byte order, as inet_aton stores it
 inline std::string dotted(uint32_t address)
 {
     std::array<uint8_t, sizeof address> bytes{};
@@ -119,12 +119,12 @@ inline std::string dotted(uint32_t address)
     return text;
 }
 
-/// One command: what it asks and keeps, beside its reply.
-struct Reading {
+/// One call of a command: its input, the state that it changes and the requests that it makes.
+struct Call {
     const Given &given;
     State &state;
-    std::string &argument;  ///< as it is left behind
-    std::vector<std::string> asked{};
+    std::string &argument;  ///< as the command leaves it
+    std::vector<std::string> requests{};
 
     [[nodiscard]] std::string aboutFocus(const char *request) const
     {
@@ -133,49 +133,49 @@ struct Reading {
 
     std::string ask(const std::string &request, const std::string &reason, const std::string &reply)
     {
-        asked.push_back(request);
+        requests.push_back(request);
         return given.result == KVO_HWS_OK ? reply : failure(reason);
     }
 };
 
-using Read = std::function<std::string(Reading &)>;
+using Handler = std::function<std::string(Call &)>;
 
 struct Row {
     const char *keyword;
-    Read read;
+    Handler handler;
 };
 
-inline Read always(const std::string &reply)
+inline Handler always(const std::string &reply)
 {
-    return [=](Reading &) { return reply; };
+    return [=](Call &) { return reply; };
 }
 
-inline Read value(const char *request, const char *key, const char *reason, std::string (*shown)(uint32_t) = number)
+inline Handler value(const char *request, const char *key, const char *reason, std::string (*shown)(uint32_t) = number)
 {
-    return [=](Reading &reading) {
-        return reading.ask(reading.aboutFocus(request), std::string(reason) + " not readable",
-                           key + shown(reading.given.word(0)) + "\r\n");
+    return [=](Call &call) {
+        return call.ask(call.aboutFocus(request), std::string(reason) + " not readable",
+                        key + shown(call.given.word(0)) + "\r\n");
     };
 }
 
-/// As value, where the station has a control panel.
-inline Read panelValue(const char *request, const char *key, const char *reason, const char *otherwise)
+/// Like value if the station has a control panel; otherwise replies @p otherwise.
+inline Handler panelValue(const char *request, const char *key, const char *reason, const char *otherwise)
 {
-    return [=](Reading &reading) {
-        return reading.given.hasControlPanel ? value(request, key, reason)(reading) : std::string(key) + otherwise + "\r\n";
+    return [=](Call &call) {
+        return call.given.hasControlPanel ? value(request, key, reason)(call) : std::string(key) + otherwise + "\r\n";
     };
 }
 
-inline Read metric(int index, const char *key, const char *reason, std::string (*shown)(uint32_t) = number)
+inline Handler metric(int index, const char *key, const char *reason, std::string (*shown)(uint32_t) = number)
 {
-    return [=](Reading &reading) -> std::string {
-        std::string value = shown(reading.given.word(0));
+    return [=](Call &call) -> std::string {
+        std::string value = shown(call.given.word(0));
         if (index == 1) {
-            value = std::string(reading.given.bytes.substr(0, kLayoutSize).c_str());
+            value = std::string(call.given.bytes.substr(0, kLayoutSize).c_str());
         }
-        const std::string reply = reading.ask(reading.aboutFocus("getStationMetrics") + ' ' + std::to_string(index),
-                                              std::string(reason) + " not readable", key + value + "\r\n");
-        return reading.given.result == KVO_HWS_NOT_AVAILABLE ? "none" : reply;
+        const std::string reply = call.ask(call.aboutFocus("getStationMetrics") + ' ' + std::to_string(index),
+                                           std::string(reason) + " not readable", key + value + "\r\n");
+        return call.given.result == KVO_HWS_NOT_AVAILABLE ? "none" : reply;
     };
 }
 
@@ -195,7 +195,7 @@ inline std::optional<std::string> smallNumber(const std::string &text)
 
 inline std::optional<std::string> capsLock(const std::string &text)
 {
-    const long value = std::strtol(text.c_str(), nullptr, 10);  // as far as it is a number
+    const long value = std::strtol(text.c_str(), nullptr, 10);  // the number at the start of the text
     const bool hasOthers = std::strspn(text.c_str(), "-0123456789") != text.size();
     if (hasOthers || value < -1 || value > 1) {
         return std::nullopt;
@@ -203,54 +203,54 @@ inline std::optional<std::string> capsLock(const std::string &text)
     return std::to_string(value);
 }
 
-inline Read setting(const char *request, Argument read, const char *reason)
+inline Handler setting(const char *request, Argument read, const char *reason)
 {
-    return [=](Reading &reading) -> std::string {
-        const auto value = read(reading.argument);
-        return value ? reading.ask(reading.aboutFocus(request) + ' ' + *value, reason, kOk) : kBad;
+    return [=](Call &call) -> std::string {
+        const auto value = read(call.argument);
+        return value ? call.ask(call.aboutFocus(request) + ' ' + *value, reason, kOk) : kBad;
     };
 }
 
-/// As setting, where the station has a control panel.
-inline Read panelSetting(const char *request, Argument read, const char *reason)
+/// Like setting if the station has a control panel; otherwise only checks the argument.
+inline Handler panelSetting(const char *request, Argument read, const char *reason)
 {
-    return [=](Reading &reading) -> std::string {
-        if (reading.given.hasControlPanel) {
-            return setting(request, read, reason)(reading);
+    return [=](Call &call) -> std::string {
+        if (call.given.hasControlPanel) {
+            return setting(request, read, reason)(call);
         }
-        return read(reading.argument) ? kOk : kBad;
+        return read(call.argument) ? kOk : kBad;
     };
 }
 
-inline std::string askHost(Reading &reading, const std::string &command, const std::string &yes, const std::string &no,
-                           const std::string &other = kFailed)
+inline std::string requestFromHost(Call &call, const std::string &command, const std::string &yes, const std::string &no,
+                                   const std::string &other = kFailed)
 {
-    if (!reading.given.hasHost) {
+    if (!call.given.hasHost) {
         return kBad;
     }
-    reading.asked.push_back("host " + command.substr(0, kLongestCommand));
-    if (reading.given.hostThrows || reading.given.result < 0 || reading.given.result > 1) {
+    call.requests.push_back("host " + command.substr(0, kLongestCommand));
+    if (call.given.hostThrows || call.given.result < 0 || call.given.result > 1) {
         return other;
     }
-    return reading.given.result == 1 ? yes : no;
+    return call.given.result == 1 ? yes : no;
 }
 
-inline Read hostCommand(const char *command, const char *yes, const char *no)
+inline Handler hostCommand(const char *command, const char *yes, const char *no)
 {
-    return [=](Reading &reading) { return askHost(reading, command, yes, no); };
+    return [=](Call &call) { return requestFromHost(call, command, yes, no); };
 }
 
-inline std::string setDarken(Reading &reading) { return askHost(reading, "set-darken=" + reading.argument, kOk, kFailed); }
+inline std::string setDarken(Call &call) { return requestFromHost(call, "set-darken=" + call.argument, kOk, kFailed); }
 
-inline std::string showServer(Reading &reading)
+inline std::string showServer(Call &call)
 {
-    const std::string server = dotted(reading.given.word(remoteWord)) + ':' + signedNumber(reading.given.word(displayWord));
-    return askHost(reading, "show-viewer-active", "vncserver=" + server + "\r\n", "none\r\n", "none\r\n");
+    const std::string server = dotted(call.given.word(remoteWord)) + ':' + signedNumber(call.given.word(displayWord));
+    return requestFromHost(call, "show-viewer-active", "vncserver=" + server + "\r\n", "none\r\n", "none\r\n");
 }
 
-inline std::string setStatusLine(Reading &reading)
+inline std::string setStatusLine(Call &call)
 {
-    const char *rest = reading.argument.c_str();
+    const char *rest = call.argument.c_str();
     for (int i = 0; i < 2; ++i) {
         char *end = nullptr;
         std::strtol(rest, &end, 10);
@@ -259,127 +259,123 @@ inline std::string setStatusLine(Reading &reading)
         }
         rest = end + 1;
     }
-    const auto text = static_cast<std::size_t>(rest - reading.argument.c_str());
-    reading.argument.erase(std::min(reading.argument.find_first_of("\r\n", text), reading.argument.size()));
-    return askHost(reading, "set-statusline=" + reading.argument, kOk, kFailed);
+    const auto text = static_cast<std::size_t>(rest - call.argument.c_str());
+    call.argument.erase(std::min(call.argument.find_first_of("\r\n", text), call.argument.size()));
+    return requestFromHost(call, "set-statusline=" + call.argument, kOk, kFailed);
 }
 
-/// Larger numbers are cut to 32 bits, as scanf cuts them.
-inline std::string setUsbLock(Reading &reading)
+/// Truncates larger numbers to 32 bits, like scanf.
+inline std::string setUsbLock(Call &call)
 {
     char *end = nullptr;
-    const char *const text = reading.argument.c_str();
+    const char *const text = call.argument.c_str();
     const auto first = static_cast<uint32_t>(std::strtoul(text, &end, 10));
     if (end == text || *end != ':' || first > 1) {
         return kBad;
     }
-    const char *const behind = end + 1;
-    const auto second = static_cast<uint32_t>(std::strtoul(behind, &end, 10));
-    if (end == behind) {
+    const char *const secondStart = end + 1;
+    const auto second = static_cast<uint32_t>(std::strtoul(secondStart, &end, 10));
+    if (end == secondStart) {
         return kBad;
     }
-    return reading.ask("setUsbLock 1 " + number(first) + ' ' + signedNumber(second) + ' ' +
-                           dotted(reading.given.word(focusWord)),
-                       "usb lock not writeable", kOk);
+    return call.ask("setUsbLock 1 " + number(first) + ' ' + signedNumber(second) + ' ' + dotted(call.given.word(focusWord)),
+                    "usb lock not writeable", kOk);
 }
 
-inline std::string getUsbLock(Reading &reading)
+inline std::string getUsbLock(Call &call)
 {
-    return reading.ask(reading.aboutFocus("getUsbLock"), "usb lock not readable",
-                       "usb-lock=" + number(reading.given.word(0)) + ':' + number(reading.given.word(1)) + "\r\n");
+    return call.ask(call.aboutFocus("getUsbLock"), "usb lock not readable",
+                    "usb-lock=" + number(call.given.word(0)) + ':' + number(call.given.word(1)) + "\r\n");
 }
 
-inline std::string showInputDevices(Reading &reading)
+inline std::string showInputDevices(Call &call)
 {
-    return reading.ask(reading.aboutFocus("showInputDeviceV2"), "input devices not readable",
-                       "kbd=" + number(reading.given.word(0)) + " mouse=" + number(reading.given.word(1)) +
-                           " touch=" + number(reading.given.word(2)) + " vkbd=" + signedNumber(reading.given.word(3)) + "\r\n");
+    return call.ask(call.aboutFocus("showInputDeviceV2"), "input devices not readable",
+                    "kbd=" + number(call.given.word(0)) + " mouse=" + number(call.given.word(1)) +
+                        " touch=" + number(call.given.word(2)) + " vkbd=" + signedNumber(call.given.word(3)) + "\r\n");
 }
 
-inline std::string invalidateCalibration(Reading &reading)
+inline std::string invalidateCalibration(Call &call)
 {
-    reading.asked.push_back(reading.aboutFocus("invalidateTouchScreen"));
-    if (reading.given.result == 0) {
+    call.requests.push_back(call.aboutFocus("invalidateTouchScreen"));
+    if (call.given.result == 0) {
         return "no_touchscreen\r\n";
     }
-    return reading.given.result == 1 ? kOk : kFailed;
+    return call.given.result == 1 ? kOk : kFailed;
 }
 
-inline Read setKeyFlag(uint32_t bit)
+inline Handler setKeyFlag(uint32_t bit)
 {
-    return [=](Reading &reading) -> std::string {
-        const auto value = flag(reading.argument);
+    return [=](Call &call) -> std::string {
+        const auto value = flag(call.argument);
         if (!value) {
             return kBad;
         }
-        const bool isSet = (reading.state.keyFlags & bit) != 0;
-        reading.state.keyFlags ^= isSet != (value == "1") ? bit : 0;
+        const bool isSet = (call.state.keyFlags & bit) != 0;
+        call.state.keyFlags ^= isSet != (value == "1") ? bit : 0;
         return kOk;
     };
 }
 
-inline Read getKeyFlag(const char *key, uint32_t bit)
+inline Handler getKeyFlag(const char *key, uint32_t bit)
 {
-    return [=](Reading &reading) { return key + std::string((reading.state.keyFlags & bit) != 0 ? "1" : "0") + "\r\n"; };
+    return [=](Call &call) { return key + std::string((call.state.keyFlags & bit) != 0 ? "1" : "0") + "\r\n"; };
 }
 
-inline Read keepText(std::optional<std::string> State::*member)
+inline Handler storeText(std::optional<std::string> State::*member)
 {
-    return [=](Reading &reading) {
-        reading.state.*member = reading.argument.empty() ? std::nullopt : std::optional(reading.argument);
+    return [=](Call &call) {
+        call.state.*member = call.argument.empty() ? std::nullopt : std::optional(call.argument);
         return kOk;
     };
 }
 
-inline std::string getChannelInfo(Reading &reading)
-{
-    return "channel-info=" + reading.state.channelInfo.value_or("") + "\r\n";
-}
+inline std::string getChannelInfo(Call &call) { return "channel-info=" + call.state.channelInfo.value_or("") + "\r\n"; }
 
-inline std::string setKvoIndex(Reading &reading)
+inline std::string setKvoIndex(Call &call)
 {
-    const auto value = smallNumber(reading.argument);
+    const auto value = smallNumber(call.argument);
     if (!value) {
         return kBad;
     }
-    reading.state.kvoIndex = static_cast<uint32_t>(std::stoul(*value));
+    call.state.kvoIndex = static_cast<uint32_t>(std::stoul(*value));
     return kOk;
 }
 
-inline std::string getKvoIndex(Reading &reading) { return "kvoindex=" + number(reading.state.kvoIndex) + "\r\n"; }
+inline std::string getKvoIndex(Call &call) { return "kvoindex=" + number(call.state.kvoIndex) + "\r\n"; }
 
-inline std::string getPriority(const Reading &reading)
+inline std::string getPriority(const Call &call)
 {
-    return "Priority=" + number(reading.given.word(lockWord)) + ':' + signedNumber(reading.given.word(prioWord)) + "\r\n";
+    return "Priority=" + number(call.given.word(lockWord)) + ':' + signedNumber(call.given.word(prioWord)) + "\r\n";
 }
 
-/// A number of the state, as the host has told it.
-inline Read stateNumber(const char *key, StateWord word)
+/// A number of the state, as the host has set it.
+inline Handler stateNumber(const char *key, StateWord word)
 {
-    return [=](const Reading &reading) { return key + number(reading.given.word(word)) + "\r\n"; };
+    return [=](const Call &call) { return key + number(call.given.word(word)) + "\r\n"; };
 }
 
-inline Read stateText(const char *key, std::string State::*text)
+inline Handler stateText(const char *key, std::string State::*text)
 {
-    return [=](Reading &reading) { return key + reading.state.*text + "\r\n"; };
+    return [=](Call &call) { return key + call.state.*text + "\r\n"; };
 }
 
-inline std::string getT2M2N(const Reading &reading) { return reading.given.t2m2n() + "\r\n"; }
+inline std::string getT2M2N(const Call &call) { return call.given.t2m2n() + "\r\n"; }
 
-inline std::string showPanelSize(const Reading &reading)
+inline std::string showPanelSize(const Call &call)
 {
-    return reading.given.isDescribed
-               ? "width=" + signedNumber(reading.given.word(0)) + " height=" + signedNumber(reading.given.word(1)) +
-                     " depth=" + signedNumber(reading.given.word(2)) + "\r\n"
+    return call.given.isDescribed
+               ? "width=" + signedNumber(call.given.word(0)) + " height=" + signedNumber(call.given.word(1)) +
+                     " depth=" + signedNumber(call.given.word(2)) + "\r\n"
                : failure("panel size not readable");
 }
 
-inline std::string showHardware(const Reading &reading)
+inline std::string showHardware(const Call &call)
 {
-    return reading.given.isDescribed ? "hwid=" + number(reading.given.word(3)) + '.' + number(reading.given.word(4)) + '.' +
-                                           number(reading.given.word(5)) + '.' + number(reading.given.word(6)) + ':' +
-                                           hexadecimal(reading.given.word(7), "0123456789abcdef", 8) + "\r\n"
-                                     : failure("hwid not readable");
+    return call.given.isDescribed
+               ? "hwid=" + number(call.given.word(3)) + '.' + number(call.given.word(4)) + '.' + number(call.given.word(5)) +
+                     '.' + number(call.given.word(6)) + ':' + hexadecimal(call.given.word(7), "0123456789abcdef", 8) + "\r\n"
+               : failure("hwid not readable");
 }
 
 inline const Row kRows[] = {
@@ -402,7 +398,7 @@ inline const Row kRows[] = {
     {"get-kvo-priority", getPriority},
     {"get-kvo-startup-active", stateNumber("startup-active=", activeWord)},
     {"get-kvo-startup-prio", stateNumber("startup-prio=", startupPrioWord)},
-    {"set-channel-info=", keepText(&State::channelInfo)},
+    {"set-channel-info=", storeText(&State::channelInfo)},
     {"get-channel-info", getChannelInfo},
     {"get-screen-on-focus", stateText("screen-on-focus=", &State::screenOnFocus)},
     {"get-channel-on-focus", stateNumber("channel-on-focus=", channelWord)},
@@ -432,7 +428,7 @@ inline const Row kRows[] = {
     {"stop-viewer-noclean", hostCommand("stop-viewer-noclean", kOk, "not running\r\n")},
     {"stop-viewer", hostCommand("stop-viewer", kOk, "not running\r\n")},
     {"activate-me", hostCommand("activate-me", kOk, "busy\r\n")},
-    {"servername=", keepText(&State::serverName)},
+    {"servername=", storeText(&State::serverName)},
     {"set-statusline=", setStatusLine},
     {"ping", always("pong\r\n")},
     {"get-softkey-type", metric(2, "softkey-type=", "softkey type")},
@@ -446,7 +442,7 @@ inline const Row kRows[] = {
 };
 static_assert(std::size(kRows) == std::size(cmds));
 
-/// Of the handler that no command has.
+/// The handler that no command uses.
 inline const Row kDisplayDpi = {"(display dpi)", metric(4, "softkey-type=", "display dpi")};
 
 }  // namespace fuzz

@@ -1,4 +1,4 @@
-// The plainest reading of description texts, by strtoul at fixed places, into records of the caller's.
+// The reference implementation of the parser of description texts: strtoul at fixed positions, into records of the caller.
 #pragma once
 
 #include <kvo_hws/codecs.h>
@@ -14,7 +14,7 @@
 
 namespace fuzz {
 
-/// Where a form's fields are stored: numbers, the name, of which the length comes first, and more numbers.
+/// The offsets of a form's members: numbers, the name (the text has its length before it), and more numbers.
 struct DescriptionForm {
     std::size_t record;
     std::vector<std::size_t> numbers;
@@ -40,19 +40,19 @@ inline const DescriptionForm kExtendedForm{
 inline const DescriptionForm kClientForm{
     .record = sizeof(KvoClientEntry), .numbers = {offsetof(KvoClientEntry, value)}, .name = offsetof(KvoClientEntry, name)};
 
-/// The count at the head of a list; 0xFFFFFFFF where no space follows it.
-inline uint32_t countPlainly(const std::string &text)
+/// The count at the start of a list; 0xFFFFFFFF if no space follows it.
+inline uint32_t referenceCount(const std::string &text)
 {
     char *end = nullptr;
     const unsigned long count = std::strtoul(text.c_str(), &end, 16);
     return *end == ' ' ? static_cast<uint32_t>(count) : 0xFFFFFFFF;
 }
 
-class PlainDescriptions {
+class ReferenceDescriptions {
 public:
-    PlainDescriptions(const std::string &text, const DescriptionForm &form) : text_(text), form_(form) {}
+    ReferenceDescriptions(const std::string &text, const DescriptionForm &form) : text_(text), form_(form) {}
 
-    /// A list. 1, or -1 with what @c whole says.
+    /// Parses a list. Returns 1, or -1 if an element is malformed; @c whole is the number of elements before it.
     int readList(uint8_t *records)
     {
         char *end = nullptr;
@@ -70,7 +70,7 @@ public:
         return 1;
     }
 
-    /// One element without a count.
+    /// Parses one element without a count.
     int readOne(uint8_t *record)
     {
         at_ = 0;
@@ -78,7 +78,7 @@ public:
         return whole_ == 1 ? 1 : -1;
     }
 
-    /// How many elements were there. What the next one holds, where it is malformed, nobody has promised.
+    /// The number of complete elements. The content of a malformed element after them is unspecified.
     [[nodiscard]] uint32_t whole() const { return whole_; }
 
 private:
@@ -118,7 +118,7 @@ private:
         if (!length || *length > kLongestName || at_ > text_.size()) {
             return false;
         }
-        // Padded with zeros as strncpy does where the text ends early.
+        // Padded with zeros, like strncpy, if the text ends early.
         std::string name = text_.substr(at_, *length);
         at_ += name.size() + 1;
         name.resize(*length + 1);

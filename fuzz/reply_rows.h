@@ -1,5 +1,5 @@
-// How a request of the catalogue is fuzzed: what it makes of the replies is compared, to the byte, with what a plain reading makes
-// of them.
+// How a request of the catalogue is fuzzed: its result and outputs are compared byte by byte with those of a reference
+// implementation that reads the same replies.
 #pragma once
 
 #include "catalogue/catalogue.h"
@@ -19,9 +19,9 @@
 
 namespace fuzz {
 
-// ---- What comes from the service, and from the caller ----
+// ---- The input: replies of the service and choices of the caller ----
 
-/// The replies of one round, and what a service answers that has gone.
+/// The replies of one run, and the result of an exchange after the last one, when the service has gone.
 struct Replies {
     std::vector<std::string> lines;
     int gone = KVO_HWS_NO_SERVICE;
@@ -30,13 +30,13 @@ struct Replies {
     std::optional<std::string> take() { return next < lines.size() ? std::optional(lines[next++]) : std::nullopt; }
 };
 
-/// Sizes that a caller chooses, and a number for whatever else it chooses.
+/// The sizes of the caller's buffers. Their numbers also select the other choices of a caller.
 struct Caller {
-    uint32_t room;
-    uint32_t secondRoom;
+    uint32_t bufferSize;
+    uint32_t secondBufferSize;
 };
 
-/// The areas that a request writes, each between guards.
+/// The output areas of a request, each between guards.
 class Outputs {
 public:
     Outputs(const std::vector<std::size_t> &sizes, uint8_t fill)
@@ -59,11 +59,11 @@ public:
     void storeTerminated(std::size_t area, const std::string &text) { std::memcpy(at(area), text.c_str(), text.size() + 1); }
     void clear(std::size_t area) { std::memset(at(area), 0, sizes_[area]); }
 
-    /// Bytes of which nothing is promised: of this reading's, which are not compared.
-    void leaveOpen(std::size_t area, std::size_t from, std::size_t count)
+    /// Marks bytes whose content is unspecified. They are not compared.
+    void ignore(std::size_t area, std::size_t from, std::size_t count)
     {
         if (from < sizes_[area]) {
-            open_.push_back({area, from, std::min(count, sizes_[area] - from)});
+            ignored_.push_back({area, from, std::min(count, sizes_[area] - from)});
         }
     }
 
@@ -76,25 +76,25 @@ public:
         return all;
     }
 
-    /// Ends the run where @p got is something else.
+    /// Ends the run with a fault if @p got differs.
     void expectSame(Outputs &got, const char *name)
     {
-        for (const Open &open : open_) {
-            std::memcpy(at(open.area) + open.from, got.at(open.area) + open.from, open.count);
+        for (const Ignored &ignored : ignored_) {
+            std::memcpy(at(ignored.area) + ignored.from, got.at(ignored.area) + ignored.from, ignored.count);
         }
         for (std::size_t i = 0; i < areas_.size(); ++i) {
             if (!got.areas_[i].guardsIntact()) {
-                fault("%s: wrote outside of output %zu, which has %zu bytes", name, i, sizes_[i]);
+                fault("%s: wrote outside output %zu, which has %zu bytes", name, i, sizes_[i]);
             }
             if (got.areas_[i] != areas_[i]) {
                 const auto differing = std::mismatch(at(i), at(i) + sizes_[i], got.at(i)).first - at(i);
-                fault("%s: output %zu differs from a plain reading's at byte %td", name, i, differing);
+                fault("%s: output %zu differs from the reference at byte %td", name, i, differing);
             }
         }
     }
 
 private:
-    struct Open {
+    struct Ignored {
         std::size_t area;
         std::size_t from;
         std::size_t count;
@@ -102,29 +102,30 @@ private:
 
     std::vector<GuardedArea> areas_;
     std::vector<std::size_t> sizes_;
-    std::vector<Open> open_;
+    std::vector<Ignored> ignored_;
 };
 
-// ---- Readings ----
+// ---- Reference implementations ----
 
-/// Reads what follows a reply's key into the outputs, and returns the result.
+/// Reads the rest of a reply after its key into the outputs, and returns the result.
 using ReadRest = std::function<int32_t(Outputs &out, const Caller &caller, const std::string &rest)>;
-/// The result, or nothing where the service has gone.
+/// Reads all replies into the outputs. Returns the result, or nothing if the service has gone.
 using Read = std::function<std::optional<int32_t>(Outputs &out, const Caller &caller, Replies &replies)>;
 
-/// How a request is fuzzed whose replies are more than the catalogue's words and numbers.
-struct Reading {
-    std::string key;  ///< of the replies that @c rest reads, all in place of some; the others are words
+/// The reference implementation of a request whose replies are more than the catalogue's words and numbers.
+struct Reference {
+    std::string key;  ///< of the replies that @c rest reads; empty: all replies. Other replies are words
     ReadRest rest{};
-    Read whole{};  ///< in place of both
-    /// The arguments of a call, where they are the caller's choice, or depend on the replies.
+    Read whole{};  ///< replaces key and rest
+    /// The arguments of a call, if the caller chooses them or they depend on the replies.
     std::function<catalogue::Arguments(const catalogue::Arguments &arguments, const Caller &caller, const Replies &replies)>
         arguments{};
-    /// Whether an output is there at all.
+    /// Whether the caller passes this output, or a null pointer instead.
     bool (*wants)(const Caller &caller, std::size_t area) = nullptr;
 };
 
-/// Room of the caller's sizes: the first with a size after it has the first of them, the next the second.
+/// The arguments with buffers of the caller's sizes: the first buffer that is followed by its size gets the first of @p sizes,
+/// the next one the second.
 inline catalogue::Arguments sized(const catalogue::Arguments &arguments, const std::vector<uint32_t> &sizes,
                                   std::size_t least = 0)
 {
@@ -139,10 +140,10 @@ inline catalogue::Arguments sized(const catalogue::Arguments &arguments, const s
     return all;
 }
 
-/// A request of the catalogue, and how its replies are read plainly.
+/// A request of the catalogue and its reference implementation.
 class Row {
 public:
-    Row(const catalogue::Request &request, Reading reading) : request_(&request), reading_(std::move(reading))
+    Row(const catalogue::Request &request, Reference reference) : request_(&request), reference_(std::move(reference))
     {
         for (const catalogue::Exchange &exchange : request.allExchanges()) {
             codes_.insert(exchange.result);
@@ -154,7 +155,7 @@ public:
     [[nodiscard]] bool documents(int32_t result) const { return codes_.contains(result); }
     [[nodiscard]] int32_t withoutService() const { return request_->withoutService(); }
 
-    /// The areas that a call writes, as the caller leaves them.
+    /// The output areas as the caller passes them.
     [[nodiscard]] Outputs outputs(const Caller &caller, const Replies &replies, uint8_t fill) const
     {
         const catalogue::Arguments arguments = argumentsFor(caller, replies);
@@ -170,26 +171,26 @@ public:
 
     int32_t ask(Outputs &out, const Caller &caller, const Replies &replies) const
     {
-        std::vector<void *> rooms = out.addresses();
-        for (std::size_t area = 0; area < rooms.size(); ++area) {
-            if (reading_.wants != nullptr && !reading_.wants(caller, area)) {
-                rooms[area] = nullptr;
+        std::vector<void *> outputs = out.addresses();
+        for (std::size_t area = 0; area < outputs.size(); ++area) {
+            if (reference_.wants != nullptr && !reference_.wants(caller, area)) {
+                outputs[area] = nullptr;
             }
         }
-        return request_->function()(argumentsFor(caller, replies), rooms);
+        return request_->function()(argumentsFor(caller, replies), outputs);
     }
 
     std::optional<int32_t> read(Outputs &out, const Caller &caller, Replies &replies) const
     {
-        if (reading_.whole) {
-            return reading_.whole(out, caller, replies);
+        if (reference_.whole) {
+            return reference_.whole(out, caller, replies);
         }
         const auto reply = replies.take();
         if (!reply) {
             return std::nullopt;
         }
-        if (reading_.rest && reply->starts_with(reading_.key)) {
-            return reading_.rest(out, caller, reply->substr(reading_.key.size()));
+        if (reference_.rest && reply->starts_with(reference_.key)) {
+            return reference_.rest(out, caller, reply->substr(reference_.key.size()));
         }
         if (const auto &form = request_->numberForm(); form && reply->starts_with(form->key)) {
             return readNumber(out, *form, reply->substr(form->key.size()));
@@ -197,7 +198,7 @@ public:
         return readWord(out, *reply);
     }
 
-    /// The replies that the catalogue has for the request's own arguments.
+    /// The replies in the catalogue for the request's own arguments.
     [[nodiscard]] std::vector<Replies> knownReplies() const
     {
         std::vector<Replies> all;
@@ -205,7 +206,7 @@ public:
             if (!exchange.commands.empty() && !exchange.replies.empty()) {
                 all.push_back({.lines = exchange.replies});
                 for (std::string &line : all.back().lines) {
-                    line.resize(line.find_last_not_of('\r') + 1);  // as the reader of the channel leaves it
+                    line.resize(line.find_last_not_of('\r') + 1);  // the reader of the connection removes them
                 }
             }
         }
@@ -215,10 +216,10 @@ public:
 private:
     [[nodiscard]] catalogue::Arguments argumentsFor(const Caller &caller, const Replies &replies) const
     {
-        return reading_.arguments ? reading_.arguments(request_->arguments(), caller, replies) : request_->arguments();
+        return reference_.arguments ? reference_.arguments(request_->arguments(), caller, replies) : request_->arguments();
     }
 
-    /// A number that is all of the rest and within bounds.
+    /// Reads a number that must be the whole rest and within its bounds.
     static int32_t readNumber(Outputs &out, const catalogue::NumberForm &form, const std::string &rest)
     {
         char *end = nullptr;
@@ -230,7 +231,7 @@ private:
         return KVO_HWS_OK;
     }
 
-    /// A reply that is exactly one of the catalogue's, or means what all others mean.
+    /// Handles a reply that equals one of the catalogue's, and all others.
     int32_t readWord(Outputs &out, const std::string &reply) const
     {
         for (const catalogue::Exchange &exchange : request_->ownExchanges()) {
@@ -248,7 +249,7 @@ private:
     }
 
     const catalogue::Request *request_;
-    Reading reading_;
+    Reference reference_;
     std::set<int32_t> codes_{};
 };
 

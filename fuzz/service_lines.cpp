@@ -1,5 +1,5 @@
-// Fuzzes the three readers of one line: whatever pieces the bytes come in, the lines, results and what stays in the socket are
-// those of a plain reading by memchr.
+// Fuzzes the three readers of one line: in whatever pieces the bytes arrive, the lines, the results and the bytes left in the
+// socket are those of a reference implementation.
 #include "pieces.h"
 
 #include <kvo_hws/runtime.h>
@@ -27,14 +27,14 @@ bool readable(int fd)
     return poll(&look, 1, 0) == 1;
 }
 
-/// A writer that sends its next piece whenever the reader waits, and closes behind the last one.
+/// A writer that sends its next piece whenever the reader waits, and closes after the last one.
 class Writer {
 public:
     explicit Writer(std::deque<std::string> pieces) : pieces_(std::move(pieces))
     {
         int ends[2];
         if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
-            fuzz::fault("no pair of sockets");
+            fuzz::fault("cannot create a pair of sockets");
         }
         reader_ = ends[0];
         writer_ = ends[1];
@@ -49,7 +49,7 @@ public:
 
     [[nodiscard]] int fd() const { return reader_; }
 
-    void goOn()
+    void sendNext()
     {
         if (pieces_.empty()) {
             shutdown(writer_, SHUT_WR);
@@ -58,7 +58,7 @@ public:
         const std::string piece = std::move(pieces_.front());
         pieces_.pop_front();
         if (send(writer_, piece.data(), piece.size(), MSG_NOSIGNAL | MSG_DONTWAIT) != static_cast<ssize_t>(piece.size())) {
-            fuzz::fault("a piece could not be sent");
+            fuzz::fault("cannot send a piece");
         }
     }
 
@@ -72,18 +72,18 @@ Writer *writing = nullptr;
 
 }  // namespace
 
-// ---- What the readers wait with: here the writer goes on meanwhile ----
+// ---- Replacements of the functions with which readers wait: the writer sends its next piece ----
 
 int kvo_hws::pause(std::chrono::milliseconds /*length*/) noexcept
 {
-    writing->goOn();
+    writing->sendNext();
     return 0;
 }
 
 int kvo_hws::waitReadable(int fd, std::chrono::milliseconds /*timeout*/) noexcept
 {
     if (!readable(fd)) {
-        writing->goOn();
+        writing->sendNext();
     }
     return 1;
 }
@@ -93,17 +93,17 @@ void DEBUG(int /*priority*/, const char * /*format*/, ...) noexcept {}
 
 namespace {
 
-/// What one call gave.
+/// The outcome of one call.
 struct Read {
     int result;
     std::string line{};
-    uint32_t length = 0;  ///< as the heap's reader tells it
+    uint32_t length = 0;  ///< from the reader that allocates its buffer
     bool operator==(const Read &) const = default;
 };
 
-// ---- The plain readings ----
+// ---- The reference implementations ----
 
-std::vector<Read> plainly(std::string_view bytes, bool bounded)
+std::vector<Read> referenceReads(std::string_view bytes, bool bounded)
 {
     std::vector<Read> reads;
     while (!bytes.empty()) {
@@ -119,7 +119,7 @@ std::vector<Read> plainly(std::string_view bytes, bool bounded)
             if (bounded) {
                 line.resize(line.size() - (line.ends_with('\r') ? 1 : 0));
             } else {
-                line.resize(line.find_last_not_of('\r') + 1);  // npos + 1 where there is nothing else
+                line.resize(line.find_last_not_of('\r') + 1);  // npos + 1 is 0: only carriage returns
             }
             reads.push_back({kLine, line, bounded ? 0 : static_cast<uint32_t>(length)});
             bytes.remove_prefix(length);
@@ -129,8 +129,8 @@ std::vector<Read> plainly(std::string_view bytes, bool bounded)
     return reads;
 }
 
-/// What one reads through a cache of 1024 bytes, which is filled by whatever has come.
-std::vector<Read> plainlyThroughCache(std::deque<std::string> pieces)
+/// Reads through a cache of 1024 bytes, which receives the bytes that have arrived.
+std::vector<Read> referenceThroughCache(std::deque<std::string> pieces)
 {
     std::vector<Read> reads;
     std::string cache;
@@ -150,7 +150,7 @@ std::vector<Read> plainlyThroughCache(std::deque<std::string> pieces)
         if (closed) {
             reads.push_back({kClosed});
             if (!cache.empty()) {
-                reads.push_back({kLine});  // a beginning without an end
+                reads.push_back({kLine});  // a line without its end
             }
             return reads;
         }
@@ -168,19 +168,19 @@ std::vector<Read> plainlyThroughCache(std::deque<std::string> pieces)
 
 // ---- The readers ----
 
-/// Between guards; what was read is the wanted line, compared by its length, as it may hold zeros.
+/// Reads into a buffer between guards. The length of the wanted line delimits the result, which may contain zero bytes.
 Read intoBuffer(const Read &wanted, int (*read)(void *state, char *buffer), void *state)
 {
     fuzz::GuardedArea buffer(kLongestLine + 1, 0xA5);
     auto *const text = reinterpret_cast<char *>(buffer.area());
     Read got{read(state, text)};
     if (!buffer.guardsIntact()) {
-        fuzz::fault("written outside the buffer");
+        fuzz::fault("wrote outside the buffer");
     }
     if (got.result == kLine) {
         got.line.assign(text, std::min(wanted.line.size(), kLongestLine));
         if (text[got.line.size()] != '\0') {
-            fuzz::fault("the line does not end where it should");
+            fuzz::fault("the line ends at the wrong position");
         }
     }
     return got;
@@ -198,12 +198,12 @@ Read readDynamic(const Read & /*wanted*/)
     Read got{ReadSocketDyn(writing->fd(), &reply)};
     if (got.result != kLine) {
         if (reply.pcData != nullptr || reply.uiLength != 0) {
-            fuzz::fault("a failure has left %u bytes", reply.uiLength);
+            fuzz::fault("a failed call returned %u bytes", reply.uiLength);
         }
         return got;
     }
     got.length = reply.uiLength;
-    // The line's own zeros count; those in place of its end do not.
+    // The length includes zero bytes of the line, and those that replace its end.
     got.line.assign(reply.pcData, reply.uiLength);
     const char *const end = reply.pcData + reply.uiLength;
     if (*end != '\0') {
@@ -217,10 +217,10 @@ void compare(const std::vector<Read> &wanted, Read (*read)(const Read &wanted))
 {
     for (std::size_t i = 0; i < wanted.size(); ++i) {
         Read expected = wanted[i];
-        expected.line.resize(std::max<std::size_t>(expected.line.size(), expected.length));  // zeros in place of its end
+        expected.line.resize(std::max<std::size_t>(expected.line.size(), expected.length));  // zero bytes replace its end
         const Read got = read(expected);
         if (got != expected) {
-            fuzz::fault("read %zu: %d \"%s\" (%u bytes), by a plain reading %d \"%s\" (%u bytes)", i, got.result,
+            fuzz::fault("read %zu: %d \"%s\" (%u bytes), in the reference %d \"%s\" (%u bytes)", i, got.result,
                         got.line.c_str(), got.length, expected.result, expected.line.c_str(), expected.length);
         }
     }
@@ -236,7 +236,7 @@ Read readCached(const Read &wanted)
         [](void *state, char *buffer) { return ReadSocketCache(writing->fd(), buffer, static_cast<SocketCache *>(state), 1); },
         &cache);
     if (cache.uiFill > kLongestLine || cache.acData[cache.uiFill] != '\0') {
-        fuzz::fault("the cache holds %u bytes, or is not terminated", cache.uiFill);
+        fuzz::fault("the cache contains %u bytes, or is not null-terminated", cache.uiFill);
     }
     if (beginning) {
         cache.uiFill = 0;  // as callers do
@@ -253,13 +253,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size)
     const std::string bytes = fuzz::joined(pieces);
     Writer fixed(pieces);
     writing = &fixed;
-    compare(plainly(bytes, true), readFixed);
+    compare(referenceReads(bytes, true), readFixed);
     Writer dynamic(pieces);
     writing = &dynamic;
-    compare(plainly(bytes, false), readDynamic);
+    compare(referenceReads(bytes, false), readDynamic);
     Writer cached(pieces);
     writing = &cached;
     cache = {};
-    compare(plainlyThroughCache(pieces), readCached);
+    compare(referenceThroughCache(pieces), readCached);
     return 0;
 }

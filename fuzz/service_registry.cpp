@@ -1,5 +1,5 @@
-// Fuzzes the reader of the registry files: the stations are compared, to the byte, with what a plain reading by find, inet_addr
-// and strtol makes of the same file.
+// Fuzzes the parser of the registry files: the stations are compared byte by byte with those of a reference implementation with
+// find, inet_addr and strtol.
 #include "support.h"
 
 #include <kvo_hws/platform.h>
@@ -18,9 +18,9 @@
 
 namespace {
 
-// ---- The file, and the daemon that tells where it is ----
+// ---- The file, and the daemon that returns its path ----
 
-/// The registry's directory, removed at the end.
+/// The registry's directory, removed by the destructor.
 class Directory {
 public:
     Directory() : path_(std::filesystem::temp_directory_path() / ("registry." + std::to_string(getpid())))
@@ -81,24 +81,24 @@ int kvo_hws_LeaveCriticalSection(pthread_mutex_t *section) noexcept { return pth
 
 namespace {
 
-// ---- The plain reading ----
+// ---- The reference implementation ----
 
 uint32_t attribute(const std::string &text) { return static_cast<uint32_t>(std::strtol(text.c_str(), nullptr, 10)); }
 
-/// The line at @p at, which moves behind it; false, with nothing stored, where no whole one follows.
-bool takeLine(const std::string &text, std::size_t &at, KvoDescription &record)
+/// Reads the line at @p at and moves @p at past it. Returns false and stores nothing if no complete line follows.
+bool readLine(const std::string &text, std::size_t &at, KvoDescription &record)
 {
-    const auto behind = [](std::size_t place) { return place == std::string::npos ? place : place + 1; };
+    const auto after = [](std::size_t place) { return place == std::string::npos ? place : place + 1; };
     const std::size_t name = text.find_first_not_of(" \"", at);
     const std::size_t nameEnd = text.find('"', name);
-    const std::size_t address = text.find_first_not_of(' ', behind(nameEnd));
+    const std::size_t address = text.find_first_not_of(' ', after(nameEnd));
     const std::size_t addressEnd = text.find(' ', address);
     const std::size_t attr1 = text.find_first_not_of(' ', addressEnd);
     const std::size_t attr1End = text.find('x', attr1);
-    const std::size_t attr2End = text.find(':', behind(attr1End));
-    const std::size_t attr3End = text.find('\n', behind(attr2End));
+    const std::size_t attr2End = text.find(':', after(attr1End));
+    const std::size_t attr3End = text.find('\n', after(attr2End));
     if (attr3End == std::string::npos) {
-        return false;  // as is every place behind one that was not found
+        return false;  // like every position after one that was not found
     }
     at = attr3End + 1;
     record.address = inet_addr(text.substr(address, addressEnd - address).c_str());
@@ -110,7 +110,7 @@ bool takeLine(const std::string &text, std::size_t &at, KvoDescription &record)
     return true;
 }
 
-int32_t readPlainly(const std::string &text, KvoDescription *list, uint32_t &count)
+int32_t readReference(const std::string &text, KvoDescription *list, uint32_t &count)
 {
     const auto lines = static_cast<uint32_t>(std::count(text.begin(), text.end(), '\n'));
     if (lines > count) {
@@ -120,9 +120,8 @@ int32_t readPlainly(const std::string &text, KvoDescription *list, uint32_t &cou
     uint32_t filled = 0;
     std::size_t at = 0;
     for (bool more = true; more && filled < count;) {
-        more = takeLine(text, at, list[filled]);
-        filled +=
-            list[filled].attr1 != 0 ? 1 : 0;  // also where no line was there, and of a list that was not handed over zeroed
+        more = readLine(text, at, list[filled]);
+        filled += list[filled].attr1 != 0 ? 1 : 0;  // also without a line, and for a list that the caller did not clear
     }
     count = filled;
     return KVO_HWS_OK;
@@ -134,20 +133,20 @@ void compare(const std::string &content, uint32_t capacity, uint8_t fill)
     fuzz::GuardedArea wanted(size, fill);
     uint32_t wantedCount = capacity;
     const int32_t wantedResult =
-        readPlainly(content.c_str(), reinterpret_cast<KvoDescription *>(wanted.area()), wantedCount);  // to the first zero
+        readReference(content.c_str(), reinterpret_cast<KvoDescription *>(wanted.area()), wantedCount);  // up to the first zero
 
     fuzz::GuardedArea got(size, fill);
     uint32_t count = capacity;
     const int32_t result = KVO_HWS_getKVOCurrentListFromRegistry(reinterpret_cast<KvoDescription *>(got.area()), &count, 1);
     if (locked) {
-        fuzz::fault("the registry is left locked");
+        fuzz::fault("the registry is still locked");
     }
     if (result != wantedResult || count != wantedCount) {
-        fuzz::fault("returned %d for %u stations, a plain reading returns %d for %u", result, count, wantedResult, wantedCount);
+        fuzz::fault("returned %d and %u stations, the reference %d and %u", result, count, wantedResult, wantedCount);
     }
     if (got != wanted) {
         const auto differing = std::mismatch(got.area(), got.area() + size, wanted.area()).first - got.area();
-        fuzz::fault("at byte %td of %zu the list differs from a plain reading's", differing, size);
+        fuzz::fault("the list differs from the reference at byte %td of %zu", differing, size);
     }
 }
 

@@ -1,5 +1,5 @@
-// Fuzzes the readers of the service's replies: for every request, its result and each byte of its outputs are those of a plain
-// reading by strtoul of the same replies.
+// Fuzzes the parsers of the service's replies: for every request, the result and each byte of the outputs are compared with
+// those of a reference implementation with strtoul.
 #include "reply_rows.h"
 
 #include <kvo_hws/platform.h>
@@ -18,23 +18,23 @@ namespace {
 using catalogue::Arguments;
 using fuzz::Caller;
 using fuzz::Outputs;
-using fuzz::Reading;
+using fuzz::Reference;
 using fuzz::Replies;
 using fuzz::Row;
 using fuzz::sized;
 
 constexpr std::size_t kLongestCommand = 1023;
 
-Replies coming;  // to the request that is being asked
+Replies coming;  // to the current request
 
 }  // namespace
 
-/// The exchange: the next reply in a block of just its size.
+/// Replaces the exchange: returns the next reply in a heap block of exactly its size.
 int SendCommand2ServiceDyn(const char *command, DynBuffer *reply) noexcept
 {
     const std::string_view line = command;
     if (line.empty() || line.size() > kLongestCommand || line.find('\n') != line.npos) {
-        fuzz::fault("\"%s\" is no command", command);
+        fuzz::fault("\"%s\" is not a command", command);
     }
     const auto text = coming.take();
     if (!text) {
@@ -45,22 +45,22 @@ int SendCommand2ServiceDyn(const char *command, DynBuffer *reply) noexcept
     return KVO_HWS_OK;
 }
 
-// ---- Of the platform and its lock, for the datagrams that are sent by none of the requests here ----
+// ---- Replacements of platform and lock functions, which only requests with datagrams use; none is fuzzed here ----
 
 const char *libpavo_getMetric(unsigned long /*id*/) noexcept { return ""; }
 void setAdapterInterfaceCache(const char * /*interface*/) noexcept {}
 int getAdapterValuesDirect(int /*refresh*/) noexcept { return -1; }
 uint32_t getAdapterBroadcastCache() noexcept { return 0; }
-/// Beside threads and servers in the library, and therefore not fuzzed; its replies are words.
+/// Not fuzzed, because its source in the library also contains threads and servers; its replies are words.
 int32_t KVO_HWS_isUSBEventsActivated() noexcept { return KVO_HWS_FAILED; }
 int kvo_hws_EnterCriticalSection(pthread_mutex_t *section) noexcept { return pthread_mutex_lock(section); }
 int kvo_hws_LeaveCriticalSection(pthread_mutex_t *section) noexcept { return pthread_mutex_unlock(section); }
 
 namespace {
 
-// ---- Plain readings of what several requests read ----
+// ---- Reference implementations shared by several requests ----
 
-/// A number of a list of "key=number" items, and whether it is one. 0 where the key is absent.
+/// An item of a list of "key=number" items: whether it is present, whether its value is a number, and the value (0 if absent).
 struct Item {
     bool there = false;
     bool sound = true;
@@ -76,7 +76,7 @@ Item itemOf(const std::string &reply, std::string_view key)
             const char *const digits = reply.c_str() + at + key.size();
             char *end = nullptr;
             const long value = std::strtol(digits, &end, 10);
-            const bool ended = std::strchr(" \t\r\n", *end) != nullptr;  // the text's end is one too
+            const bool ended = std::strchr(" \t\r\n", *end) != nullptr;  // also true for the end of the text
             return {true, end != digits && ended, static_cast<int32_t>(value)};
         }
     }
@@ -97,17 +97,17 @@ constexpr uint32_t kMostStations = 8;
 
 Arguments arraySized(const Arguments &arguments, const Caller &caller, const Replies & /*replies*/)
 {
-    return sized(arguments, {caller.room % (kMostStations + 1)});
+    return sized(arguments, {caller.bufferSize % (kMostStations + 1)});
 }
 
-/// @p clears: once it is known that it fits.
+/// @param clears  whether the array is cleared as soon as the list is known to fit
 std::optional<int32_t> readList(Outputs &out, Replies &replies, const fuzz::DescriptionForm &form, bool clears)
 {
     const auto reply = replies.take();
     if (!reply) {
         return std::nullopt;
     }
-    const uint32_t count = fuzz::countPlainly(*reply);
+    const uint32_t count = fuzz::referenceCount(*reply);
     if (*reply == "failed" || count == 0xFFFFFFFF) {
         return KVO_HWS_FAILED;
     }
@@ -118,16 +118,16 @@ std::optional<int32_t> readList(Outputs &out, Replies &replies, const fuzz::Desc
     if (clears) {
         out.clear(kArray);
     }
-    fuzz::PlainDescriptions plain(*reply, form);
-    if (plain.readList(out.at<uint8_t>(kArray)) != 1) {
-        out.leaveOpen(kArray, plain.whole() * form.record, form.record);
+    fuzz::ReferenceDescriptions reference(*reply, form);
+    if (reference.readList(out.at<uint8_t>(kArray)) != 1) {
+        out.ignore(kArray, reference.whole() * form.record, form.record);
         return KVO_HWS_FAILED;
     }
     out.word(kCount) = count;
     return KVO_HWS_OK;
 }
 
-/// The number that comes before a list: a result where it ends the request.
+/// Reads the count that is requested before a list. Returns a result if it ends the request.
 std::optional<int32_t> readCount(Outputs &out, const std::string &reply, bool haveArray)
 {
     char *end = nullptr;
@@ -153,7 +153,7 @@ std::optional<int32_t> readBasicList(Outputs &out, const Caller & /*caller*/, Re
     return counted ? counted : readList(out, replies, fuzz::kBasicForm, false);
 }
 
-bool haveExtendedArray(const Caller &caller, std::size_t area) { return area != kArray || caller.secondRoom % 4 != 0; }
+bool haveExtendedArray(const Caller &caller, std::size_t area) { return area != kArray || caller.secondBufferSize % 4 != 0; }
 
 std::optional<int32_t> readExtendedList(Outputs &out, const Caller &caller, Replies &replies)
 {
@@ -177,27 +177,27 @@ int32_t readStation(Outputs &out, const Caller & /*caller*/, const std::string &
         return reply == "failed" ? KVO_HWS_FAILED : KVO_HWS_NO;
     }
     out.clear(0);
-    const int read = fuzz::PlainDescriptions(reply, fuzz::kExtendedForm).readOne(out.at<uint8_t>(0));
+    const int read = fuzz::ReferenceDescriptions(reply, fuzz::kExtendedForm).readOne(out.at<uint8_t>(0));
     if (read != 1) {
-        out.leaveOpen(0, 0, sizeof(KvoDescriptionEx));
+        out.ignore(0, 0, sizeof(KvoDescriptionEx));
     }
     return read;
 }
 
-// ---- Texts: a buffer, and often its size ----
+// ---- Texts: a buffer and, for most, its size ----
 
 constexpr std::size_t kBuffer = 0;
 constexpr std::size_t kSize = 1;
 
 Arguments bufferSized(const Arguments &arguments, const Caller &caller, const Replies & /*replies*/)
 {
-    return sized(arguments, {caller.room, caller.secondRoom});
+    return sized(arguments, {caller.bufferSize, caller.secondBufferSize});
 }
 
-/// A buffer that has a byte at least, whatever the size says.
+/// A buffer of at least one byte, even if its size is 0.
 Arguments neverEmpty(const Arguments &arguments, const Caller &caller, const Replies & /*replies*/)
 {
-    return sized(arguments, {caller.room}, 1);
+    return sized(arguments, {caller.bufferSize}, 1);
 }
 
 int32_t readVersion(Outputs &out, const Caller & /*caller*/, const std::string &version)
@@ -224,30 +224,30 @@ int32_t readChannelInfo(Outputs &out, const Caller & /*caller*/, const std::stri
 
 int32_t readConnectors(Outputs &out, const Caller & /*caller*/, const std::string &list)
 {
-    const uint32_t room = std::exchange(out.word(kSize), static_cast<uint32_t>(list.size()));
+    const uint32_t size = std::exchange(out.word(kSize), static_cast<uint32_t>(list.size()));
     if (list.empty()) {
         out.storeTerminated(kBuffer, "");
         return KVO_HWS_NO;
     }
-    if (list.size() >= room) {
+    if (list.size() >= size) {
         return KVO_HWS_TOO_SMALL;
     }
     out.store(kBuffer, list);
     return KVO_HWS_OK;
 }
 
-/// Stores one of the two texts, a buffer and its size.
+/// Stores one of the two texts into its buffer, and its length into the size after the buffer.
 bool storePart(Outputs &out, std::size_t buffer, const std::string &text)
 {
-    const uint32_t room = std::exchange(out.word(buffer + 1), static_cast<uint32_t>(text.size() + 1));
-    if (text.size() >= room) {
+    const uint32_t size = std::exchange(out.word(buffer + 1), static_cast<uint32_t>(text.size() + 1));
+    if (text.size() >= size) {
         return false;
     }
     out.storeTerminated(buffer, text);
     return true;
 }
 
-/// A server and a display, each at most 1024 characters.
+/// A server and a display, each with at most 1024 characters.
 int32_t readServer(Outputs &out, const Caller & /*caller*/, const std::string &rest)
 {
     constexpr std::size_t kLongest = 1024;
@@ -266,8 +266,8 @@ int32_t readServer(Outputs &out, const Caller & /*caller*/, const std::string &r
     return storePart(out, kDisplay, display) ? KVO_HWS_OK : KVO_HWS_SECOND_TOO_SMALL;
 }
 
-/// Room for all of the reply after a key, as the callers have to have it.
-Arguments roomBehind(const Arguments &arguments, const Replies &replies, const std::string &key)
+/// A buffer for the reply after its key. Callers of these requests must provide a large enough buffer.
+Arguments sizedForRest(const Arguments &arguments, const Replies &replies, const std::string &key)
 {
     const std::string reply = replies.lines.empty() ? "" : replies.lines.front();
     return {arguments[0], catalogue::room(reply.size() + 1 - (reply.starts_with(key) ? key.size() : 0))};
@@ -280,7 +280,7 @@ int32_t readText(Outputs &out, const Caller & /*caller*/, const std::string &tex
     return text == "failed" ? KVO_HWS_FAILED : storeText(out, text);
 }
 
-// ---- Numbers in forms of their own ----
+// ---- Numbers in special forms ----
 
 /// "", ":", "<lock>:", ":<priority>" or "<lock>:<priority>", in digits.
 int32_t readPriority(Outputs &out, const Caller & /*caller*/, const std::string &rest)
@@ -329,7 +329,7 @@ int32_t readBrightness(Outputs &out, const Caller & /*caller*/, const std::strin
     return KVO_HWS_OK;
 }
 
-/// Stored before it is judged.
+/// The value is stored even if it is invalid.
 int32_t readRv4Mode(Outputs &out, const Caller & /*caller*/, const std::string &rest)
 {
     char *end = nullptr;
@@ -365,7 +365,7 @@ constexpr std::size_t kDevices = std::size(kDeviceKeys);
 constexpr std::size_t kTouch = 2;
 constexpr std::size_t kMultiTouch = 3;
 
-/// @p place: of a device's area; nothing where the request does not tell it.
+/// @param place  returns the output area of a device, or nothing if the request does not report it
 int32_t readDevices(Outputs &out, const std::string &reply,
                     const std::function<std::optional<std::size_t>(std::size_t device)> &place)
 {
@@ -381,7 +381,7 @@ int32_t readDevices(Outputs &out, const std::string &reply,
     return KVO_HWS_OK;
 }
 
-/// Both kinds of touch devices as one number; the areas are keyboards, mice, touch devices and virtual keyboards.
+/// Counts both kinds of touch devices together. The areas are keyboards, mice, touch devices and virtual keyboards.
 int32_t readOldDevices(Outputs &out, const std::string &reply, bool virtualKeyboards)
 {
     const int32_t result = readDevices(out, reply, [=](std::size_t device) -> std::optional<std::size_t> {
@@ -397,10 +397,10 @@ int32_t readOldDevices(Outputs &out, const std::string &reply, bool virtualKeybo
     return result;
 }
 
-/// The caller leaves some of the outputs out.
-bool wantsDevice(const Caller &caller, std::size_t area) { return (caller.room >> area & 1) == 0; }
+/// The caller passes null pointers for some outputs.
+bool wantsDevice(const Caller &caller, std::size_t area) { return (caller.bufferSize >> area & 1) == 0; }
 
-/// The areas are the mask and the devices.
+/// Counts each kind of device separately. The areas are the mask and the devices.
 int32_t readDevicesApart(Outputs &out, const Caller &caller, const std::string &reply)
 {
     uint32_t mask = 0;
@@ -449,20 +449,20 @@ int32_t readMarovanti(Outputs & /*out*/, const Caller & /*caller*/, const std::s
 
 // ---- The table ----
 
-/// The requests whose replies are more than words and numbers within bounds.
-const std::map<std::string, Reading> &readings()
+/// The requests whose replies are more than words and bounded numbers.
+const std::map<std::string, Reference> &references()
 {
     const auto oldDevices = [](bool virtualKeyboards) {
         return [=](Outputs &out, const Caller &, const std::string &reply) {
             return readOldDevices(out, reply, virtualKeyboards);
         };
     };
-    const auto behind = [](const std::string &key) {
+    const auto restOf = [](const std::string &key) {
         return [=](const Arguments &arguments, const Caller &, const Replies &replies) {
-            return roomBehind(arguments, replies, key);
+            return sizedForRest(arguments, replies, key);
         };
     };
-    static const std::map<std::string, Reading> kReadings = {
+    static const std::map<std::string, Reference> kReferences = {
         {"KVO_HWS_getDescriptionList", {.whole = readBasicList, .arguments = arraySized}},
         {"KVO_HWS_getDescriptionListEx", {.whole = readExtendedList, .arguments = arraySized, .wants = haveExtendedArray}},
         {"KVO_HWS_getClientList", {.whole = readClients, .arguments = arraySized}},
@@ -474,8 +474,8 @@ const std::map<std::string, Reading> &readings()
         {"KVO_HWS_getUsbConnectorListOne", {.key = "usb-connector-list-one=", .rest = readConnectors, .arguments = neverEmpty}},
         {"KVO_HWS_getCurrentServer", {.key = "vncserver=", .rest = readServer, .arguments = bufferSized}},
         {"KVO_HWS_getKVOScreenOnFocus",
-         {.key = "screen-on-focus=", .rest = readScreen, .arguments = behind("screen-on-focus=")}},
-        {"KVO_HWS_getKVOT2M2N", {.rest = readText, .arguments = behind("")}},
+         {.key = "screen-on-focus=", .rest = readScreen, .arguments = restOf("screen-on-focus=")}},
+        {"KVO_HWS_getKVOT2M2N", {.rest = readText, .arguments = restOf("")}},
         {"KVO_HWS_getKVOPriority", {.key = "Priority=", .rest = readPriority}},
         {"KVO_HWS_getUsbLock", {.key = "usb-lock=", .rest = readUsbLock}},
         {"KVO_HWS_getBacklightBrightnessV2", {.key = "backlight-brightness-v2=", .rest = readBrightness}},
@@ -493,10 +493,10 @@ const std::map<std::string, Reading> &readings()
         {"KVO_HWS_getStationMetrics rotation", {.key = "panel-rotation=", .rest = metric(10, isRotation)}},
         {"KVO_HWS_isMarovantiPanel", {.key = "is-Marovanti-Panel=", .rest = readMarovanti}},
     };
-    return kReadings;
+    return kReferences;
 }
 
-/// The agent's way to a text whose reader knows its room.
+/// The agent's function for this text, which truncates it to the buffer's size.
 int32_t cutText(uint32_t address, char *text, uint32_t *size) { return kvo_hws::getT2M2N(address, text, *size); }
 
 const catalogue::Request &cutTextRequest()
@@ -510,17 +510,18 @@ const catalogue::Request &cutTextRequest()
 
 Row cutTextRow()
 {
-    const auto roomOf = [](const Caller &caller) { return std::max<uint32_t>(caller.room, 1); };
+    const auto bufferSizeOf = [](const Caller &caller) { return std::max<uint32_t>(caller.bufferSize, 1); };
     return {cutTextRequest(),
             {.rest =
                  [=](Outputs &out, const Caller &caller, const std::string &reply) {
-                     return reply == "failed" ? int32_t{KVO_HWS_FAILED} : storeText(out, reply.substr(0, roomOf(caller) - 1));
+                     return reply == "failed" ? int32_t{KVO_HWS_FAILED}
+                                              : storeText(out, reply.substr(0, bufferSizeOf(caller) - 1));
                  },
              .arguments = [=](const Arguments &arguments, const Caller &caller,
-                              const Replies &) { return sized(arguments, {roomOf(caller)}); }}};
+                              const Replies &) { return sized(arguments, {bufferSizeOf(caller)}); }}};
 }
 
-/// By the number with which an input names it: of its name, so that the inputs of others stay theirs when one is added.
+/// All rows by number. The number is a hash of the name, so inputs for other requests stay valid when a request is added.
 std::map<uint16_t, Row> rows()
 {
     std::map<uint16_t, Row> all;
@@ -531,14 +532,14 @@ std::map<uint16_t, Row> rows()
         }
         const auto number = static_cast<uint16_t>(hash ^ hash >> 16);
         if (!all.emplace(number, row).second) {
-            fuzz::fault("%s has the number of another request", row.name().c_str());
+            fuzz::fault("%s has the same number as another request", row.name().c_str());
         }
     };
     for (const catalogue::Family &family : catalogue::families()) {
         for (const catalogue::Request &request : family.requests) {
             if (!request.commands().empty() && request.function().name() != "KVO_HWS_isUSBEventsActivated") {
-                const auto reading = readings().find(request.name());
-                add({request, reading == readings().end() ? Reading{} : reading->second});
+                const auto reading = references().find(request.name());
+                add({request, reading == references().end() ? Reference{} : reading->second});
             }
         }
     }
@@ -552,8 +553,8 @@ void compare(const Row &row, const Caller &caller, const Replies &replies, uint8
 {
     Outputs wanted = row.outputs(caller, replies, fill);
     Replies read = replies;
-    const bool tellsGone = row.withoutService() == KVO_HWS_NO_SERVICE;
-    const int32_t gone = tellsGone ? replies.gone : row.withoutService();
+    const bool reportsGone = row.withoutService() == KVO_HWS_NO_SERVICE;
+    const int32_t gone = reportsGone ? replies.gone : row.withoutService();
     const int32_t wantedResult = row.read(wanted, caller, read).value_or(gone);
 
     Outputs got = row.outputs(caller, replies, fill);
@@ -561,10 +562,10 @@ void compare(const Row &row, const Caller &caller, const Replies &replies, uint8
     const int32_t result = row.ask(got, caller, replies);
 
     if (!row.documents(result)) {
-        fuzz::fault("%s: returned %d, which is none of its codes", row.name().c_str(), result);
+        fuzz::fault("%s: returned the undocumented code %d", row.name().c_str(), result);
     }
     if (result != wantedResult) {
-        fuzz::fault("%s: returned %d, a plain reading returns %d", row.name().c_str(), result, wantedResult);
+        fuzz::fault("%s: returned %d, the reference %d", row.name().c_str(), result, wantedResult);
     }
     if (coming.next != read.next) {
         fuzz::fault("%s: made %zu exchanges instead of %zu", row.name().c_str(), coming.next, read.next);
@@ -572,8 +573,8 @@ void compare(const Row &row, const Caller &caller, const Replies &replies, uint8
     wanted.expectSame(got, row.name().c_str());
 }
 
-/// Up to 127 bytes one by one, and up to 2 KiB in steps.
-uint32_t roomOf(uint8_t byte) { return byte < 128 ? byte : (byte - 128U) * 16; }
+/// 0 to 127 bytes, then up to 2 KiB in steps of 16.
+uint32_t sizeOf(uint8_t byte) { return byte < 128 ? byte : (byte - 128U) * 16; }
 
 Replies repliesOf(std::string_view input, int gone)
 {
@@ -587,12 +588,12 @@ Replies repliesOf(std::string_view input, int gone)
     return replies;
 }
 
-/// Every reply that the catalogue has, before any input: the plain readings and the catalogue have to agree.
+/// Checks every reply of the catalogue before the first input: reference implementations and catalogue must agree.
 void compareKnown(const std::map<uint16_t, Row> &table)
 {
     for (const auto &[number, row] : table) {
         for (const Replies &replies : row.knownReplies()) {
-            compare(row, {.room = 64, .secondRoom = 65}, replies, 0);
+            compare(row, {.bufferSize = 64, .secondBufferSize = 65}, replies, 0);
         }
     }
 }
@@ -609,8 +610,8 @@ const std::map<uint16_t, Row> &table()
 
 }  // namespace
 
-/// The first two bytes name the request, the next two are the sizes of the caller's buffers; the rest are the replies, a line each.
-/// A service that is asked once more has gone.
+/// The first two bytes are the number of the request, the next two the sizes of the caller's buffers. The rest are the replies,
+/// one per line. After the last reply, the service has gone.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size)
 {
     constexpr std::size_t kHead = 4;
@@ -621,7 +622,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size)
     if (row == table().end()) {
         return 0;
     }
-    const Caller caller{.room = roomOf(data[2]), .secondRoom = roomOf(data[3])};
+    const Caller caller{.bufferSize = sizeOf(data[2]), .secondBufferSize = sizeOf(data[3])};
     const int gone = data[3] % 2 == 0 ? KVO_HWS_NO_SERVICE : KVO_HWS_FAILED;
     const Replies replies = repliesOf(fuzz::textOf(data + kHead, size - kHead), gone);
     compare(row->second, caller, replies, 0);

@@ -1,4 +1,4 @@
-// What every fuzzer needs: inputs that end where their memory ends, areas between guards, and a way to report what is wrong.
+// Support for all fuzzers: inputs that end at the end of their heap block, areas between guards, and the report of a fault.
 #pragma once
 
 #include <cstdarg>
@@ -12,7 +12,7 @@
 
 namespace fuzz {
 
-/// Says what is wrong and ends the run; libFuzzer keeps the input.
+/// Reports a fault and ends the run; libFuzzer keeps the input.
 [[noreturn]] __attribute__((format(printf, 1, 2))) inline void fault(const char *format, ...)
 {
     va_list arguments;
@@ -23,14 +23,14 @@ namespace fuzz {
     __builtin_trap();
 }
 
-/// The input as far as a C text reaches.
+/// The input up to its first zero byte.
 inline std::string_view textOf(const uint8_t *data, std::size_t size)
 {
     const auto *const text = reinterpret_cast<const char *>(data);
     return {text, strnlen(text, size)};
 }
 
-/// A terminated text in a heap block of just its size, so that the address sanitizer sees every step beyond.
+/// A null-terminated text in a heap block of exactly its size, so the address sanitizer detects every access beyond it.
 class ExactText {
 public:
     explicit ExactText(std::string_view text) : block_(new char[text.size() + 1])
@@ -44,7 +44,7 @@ private:
     std::unique_ptr<char[]> block_;
 };
 
-/// A heap block of just a text's bytes, without a terminator, so that the address sanitizer sees every step beyond.
+/// A heap block with exactly the bytes of a text and no terminator, so the address sanitizer detects every access beyond it.
 class ExactBytes {
 public:
     explicit ExactBytes(std::string_view text) : bytes_(text.begin(), text.end()) {}
@@ -55,7 +55,7 @@ private:
     std::vector<char> bytes_;
 };
 
-/// An area of equal bytes with a guard on either side, aligned for every record.
+/// An area filled with one byte value, with a guard on each side. It is aligned for every record.
 class GuardedArea {
 public:
     GuardedArea(std::size_t size, uint8_t fill) : bytes_(kGuard + size + kGuard, kGuardByte)
@@ -64,7 +64,7 @@ public:
     }
 
     [[nodiscard]] uint8_t *area() { return bytes_.data() + kGuard; }
-    /// Guards included, so that equal areas lie between equal guards.
+    /// Compares the guards too.
     bool operator==(const GuardedArea &) const = default;
 
     [[nodiscard]] bool guardsIntact() const

@@ -1,4 +1,4 @@
-// Fuzzes the way to sysfs-style files, in a small tree of its own: the line that is found is the one that a plain walk finds.
+// Fuzzes the lookup of sysfs-style files in a small test tree: the line found is compared with a reference implementation.
 #include "support.h"
 
 #include <kvo_hws/agent.h>
@@ -17,9 +17,9 @@ namespace {
 
 // ---- The tree ----
 
-const std::string kLongName(255, 'n');  // as long as a name can be
+const std::string kLongName(255, 'n');  // the longest file name
 
-/// Makes the tree, from where this process looks from now on; removed at its end.
+/// Creates the tree and makes it the working directory. The destructor removes it.
 class Tree {
 public:
     Tree() : root_(std::filesystem::temp_directory_path() / ("sysfs." + std::to_string(getpid())))
@@ -57,7 +57,7 @@ private:
     std::filesystem::path root_;
 };
 
-// ---- The plain walk ----
+// ---- The reference implementation ----
 
 std::string firstEntryOf(const std::string &folder)
 {
@@ -74,8 +74,8 @@ std::string firstEntryOf(const std::string &folder)
     return name;
 }
 
-/// With the first "*" replaced, where that is a component of its own and not the path's first character.
-std::string substitutedPlainly(const std::string &path)
+/// Replaces the first "*" if it is a whole component and not the first character of the path.
+std::string referenceSubstitution(const std::string &path)
 {
     std::size_t star = 0;
     while (star < path.size() && path[star] != '*') {
@@ -88,8 +88,8 @@ std::string substitutedPlainly(const std::string &path)
     return entry.empty() ? path : path.substr(0, star) + entry + path.substr(star + 1);
 }
 
-/// At most 127 characters of the first line; nothing where the file can not be opened.
-std::optional<std::string> firstLinePlainly(const std::string &path)
+/// At most 127 characters of the first line. Nothing if the file cannot be opened.
+std::optional<std::string> referenceFirstLine(const std::string &path)
 {
     const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (file < 0) {
@@ -100,7 +100,7 @@ std::optional<std::string> firstLinePlainly(const std::string &path)
         line += byte;
     }
     close(file);
-    return line.c_str();  // a zero ends it
+    return line.c_str();  // up to the first zero
 }
 
 // ---- The comparison ----
@@ -109,17 +109,17 @@ using fuzz::ExactText;
 
 void compareFile(const std::string &dir, const std::string &sub, const std::string &file)
 {
-    const auto wanted = firstLinePlainly(substitutedPlainly(dir + "/" + sub + "/" + file));
+    const auto wanted = referenceFirstLine(referenceSubstitution(dir + "/" + sub + "/" + file));
     char *const got = sysfsfile(ExactText(dir).get(), ExactText(sub).get(), ExactText(file).get());
     const std::optional<std::string> line = got != nullptr ? std::optional<std::string>(got) : std::nullopt;
     std::free(got);
     if (line != wanted) {
-        fuzz::fault("sysfsfile(\"%s\", \"%s\", \"%s\"): \"%s\", by a plain walk \"%s\"", dir.c_str(), sub.c_str(), file.c_str(),
-                    line.value_or("(null)").c_str(), wanted.value_or("(null)").c_str());
+        fuzz::fault("sysfsfile(\"%s\", \"%s\", \"%s\"): \"%s\", in the reference \"%s\"", dir.c_str(), sub.c_str(),
+                    file.c_str(), line.value_or("(null)").c_str(), wanted.value_or("(null)").c_str());
     }
 }
 
-/// In a block of just the size that the manual asks for.
+/// Uses a block of exactly the size that the manual requires.
 void compareSubstitution(const std::string &path)
 {
     constexpr std::size_t kFurther = 260;
@@ -132,7 +132,7 @@ void compareSubstitution(const std::string &path)
     }
 }
 
-/// The input's next line.
+/// Removes the next line from the input and returns it.
 std::string nextText(std::string_view &input)
 {
     const std::string_view text = input.substr(0, input.find('\n'));
@@ -142,7 +142,7 @@ std::string nextText(std::string_view &input)
 
 }  // namespace
 
-/// Three lines: folder, its component, file. None of them leads out of the tree.
+/// The input has three lines: folder, component, file. Inputs that lead out of the tree are ignored.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size)
 {
     static const Tree tree;

@@ -1,4 +1,4 @@
-// Fuzzes the reader of a new device for the newer callback.
+// Fuzzes the parser of a new device for the newer callback.
 #include "usb_reader.h"
 
 namespace {
@@ -30,7 +30,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size)
             fuzz::number(&Record::flagWord, -20, -17),
             fuzz::droppedNumber(-18, -12),
             fuzz::droppedNumber(-13, -14),
-            fuzz::passedOver(-15),
+            fuzz::skipped(-15),
         }),
         .complete = setFlagBits,
     };

@@ -1,5 +1,5 @@
-// How a reader of USB event texts is fuzzed: what it makes of a text is compared, to the byte, with what a plain reading by
-// strtok and strtoul makes of the same text. A fuzzer is the list of its reader's fields.
+// How a parser of USB event texts is fuzzed: its record is compared byte by byte with that of a reference implementation with
+// strtok and strtoul. Each fuzzer only lists the fields of its parser.
 #pragma once
 
 #include "support.h"
@@ -16,15 +16,15 @@ namespace fuzz {
 
 inline constexpr std::string_view kEmptyMarker = "?$?\xA7?eEmMpPtTyY!\xA7!$!";
 
-/// What a plain reading does with one field, and the codes for its being missing or malformed.
+/// How the reference implementation handles a field, and the result codes for a missing or malformed field.
 struct Field {
     enum class Kind {
-        passedOver,
-        text,    ///< as it is
-        marked,  ///< a text that may be marked as empty
+        skipped,
+        text,    ///< stored unchanged
+        marked,  ///< a text, for which a marker means empty
         number,
-        lowByte,  ///< a number, of which the low byte is kept
-        block     ///< numbers between blanks, a byte for each
+        lowByte,  ///< a number; only its low byte is stored
+        block     ///< numbers separated by blanks, each stored as a byte
     };
 
     Kind kind;
@@ -32,7 +32,7 @@ struct Field {
     int malformed = 1;
     std::size_t offset = 0;
     std::size_t size = 0;              ///< 0: not stored
-    std::ptrdiff_t suppressedBy = -1;  ///< a byte of the record that, where it is not 0, keeps the field from being stored
+    std::ptrdiff_t suppressedBy = -1;  ///< offset of a byte; the field is not stored if this byte is not 0
 };
 
 template <class Record, class Member>
@@ -43,7 +43,7 @@ std::size_t offsetOf(Member Record::*member)
                                     reinterpret_cast<const char *>(&record));
 }
 
-inline Field passedOver(int missing) { return {.kind = Field::Kind::passedOver, .missing = missing}; }
+inline Field skipped(int missing) { return {.kind = Field::Kind::skipped, .missing = missing}; }
 
 template <class Record, class Member>
 Field stored(Field::Kind kind, Member Record::*member, int missing, int malformed = 1)
@@ -94,27 +94,27 @@ Field block(uint8_t (Record::*member)[64], int missing)
     return stored(Field::Kind::block, member, missing);
 }
 
-/// What begins most texts, and the fields given behind it.
+/// The fields at the start of most texts, followed by @p further.
 template <class Record>
 std::vector<Field> eventFields(std::vector<Field> further)
 {
-    std::vector<Field> fields = {passedOver(-1), marked(&Record::ipAddress, -2), marked(&Record::ident2, -3),
+    std::vector<Field> fields = {skipped(-1), marked(&Record::ipAddress, -2), marked(&Record::ident2, -3),
                                  marked(&Record::ident3, -4)};
     std::ranges::copy(further, std::back_inserter(fields));
     return fields;
 }
 
-/// A removal's texts have no marker for being empty, and one code for every fault.
+/// Removal texts have no marker for an empty text, and one result code for all errors.
 inline std::vector<Field> removalFields()
 {
     using Record = UsbRemoveInfo;
-    return {passedOver(-1), text(&Record::ipAddress, -1), text(&Record::ident2, -1), text(&Record::ident3, -1)};
+    return {skipped(-1), text(&Record::ipAddress, -1), text(&Record::ident2, -1), text(&Record::ident3, -1)};
 }
 
-/// The reading that every reader is compared with.
-class PlainReading {
+/// The reference implementation for all parsers.
+class ReferenceReader {
 public:
-    PlainReading(const std::vector<Field> &fields, uint8_t *record, char *text) : record_(record)
+    ReferenceReader(const std::vector<Field> &fields, uint8_t *record, char *text) : record_(record)
     {
         for (const Field &field : fields) {
             const char *const token = std::strtok(std::exchange(text, nullptr), "*");
@@ -130,7 +130,7 @@ public:
     }
 
     [[nodiscard]] int result() const { return result_; }
-    /// In the order in which they stand, whether they were stored or not.
+    /// All numbers in the order of the text, including those that are not stored.
     [[nodiscard]] const std::vector<unsigned long> &numbers() const { return numbers_; }
 
 private:
@@ -138,7 +138,7 @@ private:
     {
         const bool suppressed = field.suppressedBy >= 0 && record_[field.suppressedBy] != 0;
         switch (field.kind) {
-        case Field::Kind::passedOver: return true;
+        case Field::Kind::skipped: return true;
         case Field::Kind::text: return suppressed || store(field, token);
         case Field::Kind::marked: return suppressed || store(field, token == kEmptyMarker ? "" : token);
         case Field::Kind::block: return storeBlock(field, std::string(token));
@@ -175,7 +175,7 @@ private:
         return true;
     }
 
-    /// Always the last of the fields: from here on strtok is in its parts.
+    /// Always the last field, because strtok continues in its parts from here on.
     bool storeBlock(const Field &field, std::string token)
     {
         std::size_t count = 0;
@@ -195,18 +195,18 @@ private:
     int result_ = 1;
 };
 
-/// A reader, and what it is expected to do.
+/// A parser and its expected behaviour.
 template <class Record>
 struct UsbReader {
     const char *name;
     int (*read)(Record *record, char *text);
     std::vector<Field> fields;
-    /// What the record gets besides when the text is whole.
+    /// Sets the members that depend on several numbers, if the text is complete.
     void (*complete)(Record &record, const std::vector<unsigned long> &numbers) = nullptr;
     std::size_t area = sizeof(Record);
     bool clearsArea = false;
 
-    /// Ends the run where the reader does anything else. Returns what a fuzzer returns.
+    /// Ends the run with a fault if the parser behaves differently. Returns the return value of a fuzzer.
     int compare(const uint8_t *data, std::size_t size) const
     {
         constexpr uint8_t kPattern = 0xA5;
@@ -220,14 +220,14 @@ private:
     void compare(std::string_view input, uint8_t fill) const
     {
         GuardedArea wanted(area, clearsArea ? 0 : fill);
-        const int wantedResult = readPlainly(wanted, input);
+        const int wantedResult = readReference(wanted, input);
 
         GuardedArea got(area, fill);
         const ExactText text(input);
         const int result = read(reinterpret_cast<Record *>(got.area()), text.get());
 
         if (!isDocumented(result)) {
-            fault("%s: returned %d, which is none of its codes", name, result);
+            fault("%s: returned the undocumented code %d", name, result);
         }
         if (!got.guardsIntact()) {
             fault("%s: wrote outside its record", name);
@@ -236,21 +236,21 @@ private:
             expectTerminated(got);
         }
         if (result != wantedResult) {
-            fault("%s: returned %d, a plain reading returns %d", name, result, wantedResult);
+            fault("%s: returned %d, the reference %d", name, result, wantedResult);
         }
         if (got != wanted) {
-            fault("%s: at byte %zu the record differs from a plain reading's", name, firstDifference(got, wanted));
+            fault("%s: the record differs from the reference at byte %zu", name, firstDifference(got, wanted));
         }
     }
 
-    int readPlainly(GuardedArea &wanted, std::string_view input) const
+    int readReference(GuardedArea &wanted, std::string_view input) const
     {
         const ExactText text(input);
-        const PlainReading plain(fields, wanted.area(), text.get());
-        if (plain.result() == 1 && complete != nullptr) {
-            complete(*reinterpret_cast<Record *>(wanted.area()), plain.numbers());
+        const ReferenceReader reference(fields, wanted.area(), text.get());
+        if (reference.result() == 1 && complete != nullptr) {
+            complete(*reinterpret_cast<Record *>(wanted.area()), reference.numbers());
         }
-        return plain.result();
+        return reference.result();
     }
 
     [[nodiscard]] bool isDocumented(int result) const

@@ -1,4 +1,4 @@
-// Fuzzes the reader of a refused device.
+// Fuzzes the parser of a refused device.
 #include "usb_reader.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size)

@@ -1,4 +1,4 @@
-// Fuzzes the reader of a removal for the newer callback.
+// Fuzzes the parser of a removal for the newer callback.
 #include "usb_reader.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size)

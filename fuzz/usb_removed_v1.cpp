@@ -1,4 +1,4 @@
-// Fuzzes the reader of a removal for the older callback, which has a larger area that is cleared first.
+// Fuzzes the parser of a removal for the older callback. Its area is larger, and it clears the area first.
 #include "usb_reader.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size)

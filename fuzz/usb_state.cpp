@@ -1,4 +1,4 @@
-// Fuzzes the reader of a change of state.
+// Fuzzes the parser of a change of state.
 #include "usb_reader.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size)

@@ -1,4 +1,4 @@
-# Copies the source of an exchange with a fault in it: cmake -DSOURCE=... -DCOPY=... -DFAULT=... -P faulty_copy.cmake
+# Copies the source of an exchange and adds a fault: cmake -DSOURCE=... -DCOPY=... -DFAULT=... -P faulty_copy.cmake
 set(anchor "    const kvo_hws::Lock lock(sGCriticalSectionCmdPipe);\n")
 set(leaked_descriptor "if (++calls % 100 == 0) { static_cast<void>(fcntl(socket.get(), F_DUPFD_CLOEXEC, 0)); }")
 set(held_lock "while (calls > 500) { pause(); } ++calls;")
@@ -8,7 +8,7 @@ set(crash "if (++calls == 500) { __builtin_trap(); }")
 file(READ ${SOURCE} source)
 string(FIND "${source}" "${anchor}" place)
 if(place EQUAL -1 OR NOT DEFINED ${FAULT})
-  message(FATAL_ERROR "${SOURCE}: no place for ${FAULT}; look for the lock of an exchange, and correct this script")
+  message(FATAL_ERROR "${SOURCE}: cannot insert ${FAULT}; find the lock of an exchange there and correct this script")
 endif()
 string(REPLACE "${anchor}" "${anchor}    static unsigned calls = 0;\n    ${${FAULT}}\n" source "${source}")
 file(WRITE ${COPY} "#include <cstdlib>\n#include <fcntl.h>\n#include <unistd.h>\n${source}")

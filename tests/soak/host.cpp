@@ -22,8 +22,8 @@ constexpr uint32_t kBurst = 100;  // requests without a pause
 constexpr auto kAgentLifeShortest = 60s;
 constexpr auto kAgentLifeLongest = 180s;
 
-/// For the callbacks, which are given nothing of their own.
-Share *ourShare = nullptr;
+/// For the callbacks, which have no context argument.
+SharedState *gShared = nullptr;
 
 // ---- Requests ----
 
@@ -40,7 +40,7 @@ void request(Worker &worker, const std::vector<uint32_t> &stations)
     }
     worker.figures().requests[number].add(result);
     if (!contains(row.results, result)) {
-        worker.complain(row.name + " returned " + std::to_string(result) + ", which is none of its results");
+        worker.complain(row.name + " returned " + std::to_string(result) + ", an undocumented result");
     }
     if (worker.random.oneIn(kBurst)) {
         worker.pause(0ms, 200ms);
@@ -53,19 +53,19 @@ bool agentRuns() { return std::atomic_ref(gEmbKvoInst->running).load() != 0; }
 
 int onCommand(void *instance, const char *)
 {
-    const uint64_t number = ++ourShare->figures.agentCallbacks;
+    const uint64_t number = ++gShared->figures.agentCallbacks;
     if (number % 16 == 0) {
         std::this_thread::sleep_for(20ms);
     }
     if (number % 5 == 0) {
-        ourShare->figures.indications.add(KVO_HWS_sendEmbHwsEvent(instance, "from the callback"));
+        gShared->figures.indications.add(KVO_HWS_sendEmbHwsEvent(instance, "from the callback"));
         KVO_HWS_isInitComplete();
     }
     return static_cast<int>(number % 3) - 1;
 }
 
-/// One agent after the other, each for a minute or more: every start reads the configuration file, of which some bytes stay.
-class AgentKeeper {
+/// Runs one agent after the other, each for a minute or more: every start reads the configuration file and keeps some bytes.
+class AgentRunner {
 public:
     void step(Worker &worker)
     {
@@ -87,7 +87,7 @@ public:
             worker.figures().agentCleanups.add(KVO_HWS_cleanupEmbHwsClient(gEmbKvoInst));
         }
         started_ = false;
-        // After a -1 it ends as soon as the service has answered what it asks.
+        // After the result -1, the agent ends when the service has answered its current request.
         const Call call(worker.watch, "the agent's end");
         while (agentRuns()) {
             std::this_thread::sleep_for(10ms);
@@ -126,12 +126,12 @@ void push(Worker &worker)
 
 // ---- The listener ----
 
-/// An event is a name "n<number>" with the number as its data.
+/// An event has the name "n<number>" and the number as its data.
 void onEvent(const char *name, const char *data)
 {
-    ++ourShare->figures.eventsReceived;
+    ++gShared->figures.eventsReceived;
     if (std::string_view(name) != "n" + std::string(data)) {
-        ourShare->complaints.add(std::string("an event came as \"") + name + "\" with \"" + data + '"');
+        gShared->complaints.add(std::string("received the event \"") + name + "\" with \"" + data + '"');
     }
 }
 
@@ -152,32 +152,32 @@ void listenOnce(Worker &worker)
 
 }  // namespace
 
-void runHost(Share &share, uint64_t seed)
+void runHost(SharedState &shared, uint64_t seed)
 {
-    ourShare = &share;
+    gShared = &shared;
     const std::vector<uint32_t> stations = knownStations();
     if (stations.empty()) {
-        share.complaints.add("the service has told of no stations");
+        shared.complaints.add("the service has no stations");
         return;
     }
-    Crew crew(share, kHost, seed);
+    Workers workers(shared, kHost, seed);
     for (int i = 0; i < kRequesters; ++i) {
-        crew.add("requests", [&stations](Worker &worker) { request(worker, stations); });
+        workers.add("requests", [&stations](Worker &worker) { request(worker, stations); });
     }
-    AgentKeeper agent;
-    crew.add(
+    AgentRunner agent;
+    workers.add(
         "agent", [&agent](Worker &worker) { agent.step(worker); },
         [&agent](Worker &worker) {
             agent.cleanUp(worker);
-            // The system log keeps a descriptor while it is open.
+            // The system log uses a descriptor while it is open.
             KVO_HWS_deactivateDebugDLL();
             CloseLogMessages();
         });
     for (int i = 0; i < kPushers; ++i) {
-        crew.add("indications", push);
+        workers.add("indications", push);
     }
-    crew.add("embedded events", listenOnce);
-    crew.measureRests();
+    workers.add("embedded events", listenOnce);
+    workers.measureCheckpoints();
 }
 
 }  // namespace soak

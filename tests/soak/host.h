@@ -1,12 +1,12 @@
-// The program under test that asks, pushes and listens: eight threads of requests, an agent with two threads of indications,
-// and the listener for the events of embedded stations.
+// The main program under test: eight threads make requests, an agent runs with two threads that send indications, and a
+// listener receives the events of embedded stations.
 #pragma once
 
 #include "shared_state.h"
 
 namespace soak {
 
-/// Works until the end of the run; to be called in a process of its own.
-void runHost(Share &share, uint64_t seed);
+/// Runs until the end of the soak run. Call it in a separate process.
+void runHost(SharedState &shared, uint64_t seed);
 
 }  // namespace soak

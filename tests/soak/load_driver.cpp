@@ -19,22 +19,22 @@ namespace {
 
 using tools::Json;
 
-constexpr auto kStormPatience = 25s;
-constexpr auto kAskPatience = 10s;
+constexpr auto kStormTimeout = 25s;
+constexpr auto kRequestTimeout = 10s;
 constexpr int kSignals[] = {SIGUSR1, SIGALRM, SIGWINCH};
 constexpr int kLastIndication = 99;
 
-/// Asks the simulator; none where it refuses, or where what was asked for did not come about.
-std::optional<tools::Json> ask(Worker &worker, const tools::Json &request, tools::Timeout patience = kAskPatience)
+/// Sends a request to the simulator. Returns nothing if it refuses or cannot do it in time.
+std::optional<tools::Json> ask(Worker &worker, const tools::Json &request, tools::Timeout timeout = kRequestTimeout)
 {
     const Call call(worker.watch, "the simulator");
     try {
-        return tools::askSimulator(request, tools::kControlSocket, patience);
+        return tools::askSimulator(request, tools::kControlSocket, timeout);
     } catch (const tools::NoSimulator &error) {
         worker.complain(error.what());
-        std::this_thread::sleep_for(1s);  // once in a while is enough
+        std::this_thread::sleep_for(1s);  // limits the number of complaints
     } catch (const std::exception &) {
-        // Refused, not possible now, or too slow: the caller knows what that means.
+        // Refused, not possible now, or too slow: the caller handles it.
     }
     return std::nullopt;
 }
@@ -52,7 +52,7 @@ void unplugAll(Worker &worker)
 
 void storm(Worker &worker)
 {
-    const tools::Json order{
+    const tools::Json request{
         {"do", "usb.storm"}, {"count", 20 + worker.random.below(300)}, {"rate", 50 + worker.random.below(450)}};
     if (!ask(worker, {{"do", "status"}})
              .value_or(tools::Json{{"usb_events_activated", false}})["usb_events_activated"]
@@ -61,14 +61,14 @@ void storm(Worker &worker)
         worker.pause(50ms, 200ms);
         return;
     }
-    if (const auto sums = ask(worker, order, kStormPatience)) {
+    if (const auto sums = ask(worker, request, kStormTimeout)) {
         worker.figures().usbEventsSent += (*sums)["sent"].get<uint64_t>();
         worker.figures().usbEventsDelivered += (*sums)["delivered"].get<uint64_t>();
     } else {
         ++worker.figures().stormsGivenUp;
     }
     if (worker.random.oneIn(20)) {
-        unplugAll(worker);  // a storm that is broken off leaves a device behind
+        unplugAll(worker);  // an aborted storm leaves a device plugged in
     }
     worker.pause(50ms, 300ms);
 }
@@ -95,7 +95,7 @@ std::string anyCommand(Random &random)
     return command;
 }
 
-void askAgent(Worker &worker, unsigned session)
+void sendToAgent(Worker &worker, unsigned session)
 {
     ++worker.figures().agentRequests;
     const auto reply = ask(
@@ -104,8 +104,9 @@ void askAgent(Worker &worker, unsigned session)
     worker.pause(1ms, 60ms);
 }
 
-/// What an agent must stand: ends, resets, a remote side that is not there for a while, half a request, one that never ends.
-void loseAgent(Worker &worker, unsigned session)
+/// Disturbs the agent: closes or resets its connection, stops the remote side for a time, or sends an incomplete or endless
+/// request.
+void disturbAgent(Worker &worker, unsigned session)
 {
     worker.pause(4s, 20s);
     if (worker.random.oneIn(4)) {
@@ -124,7 +125,7 @@ void loseAgent(Worker &worker, unsigned session)
     ask(worker, request);
 }
 
-/// Follows the remote side's log. Within a connection, indications are numbered without a gap.
+/// Reads the remote side's log and checks that the indications of a connection have consecutive numbers.
 class LogReader {
 public:
     void read(Worker &worker)
@@ -140,28 +141,28 @@ public:
         }
         after_ = (*page)["next"].get<uint64_t>();
         for (const tools::Json &record : (*page)["records"]) {
-            take(worker, record["kind"].get<std::string>(), record["text"].get<std::string>());
+            handle(worker, record["kind"].get<std::string>(), record["text"].get<std::string>());
         }
         worker.pause(100ms, 100ms);
     }
 
 private:
-    void take(Worker &worker, const std::string &kind, const std::string &text)
+    void handle(Worker &worker, const std::string &kind, const std::string &text)
     {
         if (kind == "connected") {
             ++worker.figures().agentConnections;
             lastNumber_ = 0;
         } else if (kind == "indication") {
             ++worker.figures().indicationsReceived;
-            takeNumber(worker, text);
+            checkNumber(worker, text);
         }
     }
-    void takeNumber(Worker &worker, const std::string &text)
+    void checkNumber(Worker &worker, const std::string &text)
     {
         int number = 0;
         std::from_chars(text.data() + 1, text.data() + 3, number);
         if (lastNumber_ != 0 && number != lastNumber_ % kLastIndication + 1) {
-            worker.complain("after the indication " + std::to_string(lastNumber_) + " came \"" + text.substr(0, 40) + '"');
+            worker.complain("indication " + std::to_string(lastNumber_) + " is followed by \"" + text.substr(0, 40) + '"');
         }
         lastNumber_ = number;
     }
@@ -183,14 +184,14 @@ void publish(Worker &worker)
 
 // ---- Faults ----
 
-/// Commands whose replies are short: byte by byte a list would take longer than anybody may wait.
+/// Commands with short replies. A list sent byte by byte would exceed the timeout for unanswered calls.
 constexpr const char *kShortReplies[] = {"getKVOIndex",    "isInitComplete",    "getDisableNumLock",   "setStatusline",
                                          "lockKVORegData", "unlockKVORegData",  "getRV4Mode",          "isViewerActive",
                                          "getMCPAddress",  "activateUSBEvents", "deactivateUSBEvents", "setBacklight"};
 
 struct FaultChoice {
     tools::Json fault;
-    bool stalls;  ///< for seconds, in which the requests of all threads wait
+    bool stalls;  ///< delays the requests of all threads for seconds
 };
 
 FaultChoice anyFault(Random &random)
@@ -212,17 +213,17 @@ FaultChoice anyFault(Random &random)
 
 void clearFaults(Worker &worker) { ask(worker, {{"do", "fault.clear"}}); }
 
-void spoilAWhile(Worker &worker)
+void injectFault(Worker &worker)
 {
     auto [fault, stalls] = anyFault(worker.random);
     fault["do"] = "fault.add";
     ++worker.figures().faults;
     ask(worker, fault);
     worker.pause(50ms, 700ms);
-    if (!worker.random.oneIn(4)) {  // some overlap
+    if (!worker.random.oneIn(4)) {  // otherwise it overlaps with later faults
         clearFaults(worker);
     }
-    // A request of several exchanges may meet a stall in each of them: with pauses it still returns in time.
+    // Each exchange of a request may stall. With these pauses, a request of several exchanges still returns in time.
     stalls ? worker.pause(6s, 10s) : worker.pause(100ms, 2500ms);
 }
 
@@ -238,10 +239,10 @@ std::vector<pid_t> threadsOf(pid_t process)
     return threads;
 }
 
-/// To any thread: the library's own are as good as the program's.
-void signalSomebody(Worker &worker)
+/// Sends a signal to any thread, of the library or of the program.
+void signalRandomThread(Worker &worker)
 {
-    const ProcessShare &target = worker.share.processes[1 + worker.random.below(kPrograms - 1)];
+    const ProcessState &target = worker.shared.processes[1 + worker.random.below(kPrograms - 1)];
     const auto threads = threadsOf(target.process);
     if (!threads.empty()) {
         syscall(SYS_tgkill, target.process.load(), worker.random.oneOf(threads), worker.random.oneOf(kSignals));
@@ -249,13 +250,13 @@ void signalSomebody(Worker &worker)
     }
 }
 
-/// In bursts. The 4 s for which a silent service is waited for begin anew with each signal to the waiting thread, as the headers
-/// say: signals without end would be waited for without end.
-void signalAWhile(Worker &worker)
+/// Sends signals in bursts. Each signal to a thread that waits for a reply restarts its timeout of 4 s, as the headers
+/// document. Signals without pauses would therefore make a request wait forever.
+void sendSignalBurst(Worker &worker)
 {
     constexpr unsigned kLongestBurst = 300;
     for (unsigned left = worker.random.below(kLongestBurst); left > 0; --left) {
-        signalSomebody(worker);
+        signalRandomThread(worker);
         worker.pause(1ms, 20ms);
     }
     worker.pause(5s, 6s);
@@ -263,26 +264,26 @@ void signalAWhile(Worker &worker)
 
 }  // namespace
 
-struct Conductor::Parts {
-    Parts(Share &share, uint64_t seed) : crew(share, kConductor, seed) {}
+struct LoadDriver::Parts {
+    Parts(SharedState &shared, uint64_t seed) : workers(shared, kLoadDriver, seed) {}
 
     LogReader log;
-    Crew crew;  // ended first
+    Workers workers;  // destroyed first
 };
 
-Conductor::Conductor(Share &share, uint64_t seed, unsigned session) : parts_(std::make_unique<Parts>(share, seed))
+LoadDriver::LoadDriver(SharedState &shared, uint64_t seed, unsigned session) : parts_(std::make_unique<Parts>(shared, seed))
 {
-    Crew &crew = parts_->crew;
-    crew.add("storms", storm, unplugAll);
-    crew.add("refused devices", refuseDevice);
-    crew.add("remote requests", [session](Worker &worker) { askAgent(worker, session); });
-    crew.add("remote closes", [session](Worker &worker) { loseAgent(worker, session); });
-    crew.add("remote log", [log = &parts_->log](Worker &worker) { log->read(worker); });
-    crew.add("events", publish);
-    crew.add("faults", spoilAWhile, clearFaults);
-    crew.add("signals", signalAWhile);
+    Workers &workers = parts_->workers;
+    workers.add("storms", storm, unplugAll);
+    workers.add("refused devices", refuseDevice);
+    workers.add("remote requests", [session](Worker &worker) { sendToAgent(worker, session); });
+    workers.add("remote closes", [session](Worker &worker) { disturbAgent(worker, session); });
+    workers.add("remote log", [log = &parts_->log](Worker &worker) { log->read(worker); });
+    workers.add("events", publish);
+    workers.add("faults", injectFault, clearFaults);
+    workers.add("signals", sendSignalBurst);
 }
 
-Conductor::~Conductor() = default;
+LoadDriver::~LoadDriver() = default;
 
 }  // namespace soak

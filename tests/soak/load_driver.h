@@ -1,5 +1,5 @@
-// What makes the simulated service a bad day: storms of USB events, a remote side that asks, closes and resets, faults that come
-// and go, events of embedded stations; and signals for the programs under test.
+// The load driver of a soak run. It lets the simulated service produce storms of USB events, requests, closes and resets of the
+// remote side, temporary faults and events of embedded stations, and sends signals to the programs under test.
 #pragma once
 
 #include "workers.h"
@@ -8,13 +8,13 @@
 
 namespace soak {
 
-class Conductor {
+class LoadDriver {
 public:
-    /// @p session is the one that the simulator serves agents for.
-    Conductor(Share &share, uint64_t seed, unsigned session);
-    Conductor(const Conductor &) = delete;
-    Conductor &operator=(const Conductor &) = delete;
-    ~Conductor();
+    /// @param session  the session in which the simulator serves agents
+    LoadDriver(SharedState &shared, uint64_t seed, unsigned session);
+    LoadDriver(const LoadDriver &) = delete;
+    LoadDriver &operator=(const LoadDriver &) = delete;
+    ~LoadDriver();
 
 private:
     struct Parts;

@@ -1,4 +1,4 @@
-// Random numbers from the seed of a soak run: each thread has its own row of them.
+// Random numbers from the seed of a soak run. Each thread has a separate sequence.
 #pragma once
 
 #include <chrono>
@@ -11,7 +11,7 @@ class Random {
 public:
     explicit Random(uint64_t seed) : engine_(seed) {}
 
-    /// 0 to @p end - 1.
+    /// A number from 0 to @p end - 1.
     uint32_t below(uint32_t end) { return std::uniform_int_distribution<uint32_t>(0, end - 1)(engine_); }
     bool oneIn(uint32_t chances) { return below(chances) == 0; }
     std::chrono::milliseconds between(std::chrono::milliseconds shortest, std::chrono::milliseconds longest)

@@ -14,35 +14,35 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-// Judged after the warm-up: stacks and arenas of threads are kept by the C library for the next ones.
-constexpr uint64_t kHeapTolerance = 64 * 1024;  // the names in the configuration are kept at each start of an agent
+// Resource usage is checked after the warm-up, because the C library keeps stacks and arenas of threads for the next ones.
+constexpr uint64_t kHeapTolerance = 64 * 1024;  // each start of an agent keeps the names from the configuration
 constexpr uint64_t kResidentTolerance = 4 * 1024 * 1024;
-constexpr double kAllHappensIn = 30;  // seconds; in less, a fault may be in the way of an agent or an activation
-constexpr const char *kMomentNames[] = {"start", "after_warm_up", "end"};
+constexpr double kAllHappensIn = 30;  // seconds; in less, a fault may prevent an agent or an activation
+constexpr const char *kCheckpointNames[] = {"start", "after_warm_up", "end"};
 
 struct Quantity {
     const char *name;
-    Counter Held::*value;
+    Counter Usage::*value;
     uint64_t tolerance;
     bool isMemory;
 };
 
 constexpr Quantity kQuantities[] = {
-    {"descriptors", &Held::descriptors, 0, false},
-    {"threads", &Held::threads, 0, false},
-    {"heap_bytes", &Held::heapBytes, kHeapTolerance, true},
-    {"resident_bytes", &Held::residentBytes, kResidentTolerance, true},
+    {"descriptors", &Usage::descriptors, 0, false},
+    {"threads", &Usage::threads, 0, false},
+    {"heap_bytes", &Usage::heapBytes, kHeapTolerance, true},
+    {"resident_bytes", &Usage::residentBytes, kResidentTolerance, true},
 };
 
-void judgeHoldings(Share &share, const ProcessShare &process, bool memoryIsJudged)
+void checkResourceUsage(SharedState &shared, const ProcessState &process, bool memoryIsChecked)
 {
     for (const Quantity &quantity : kQuantities) {
-        const uint64_t before = (process.held[kAfterWarmUp].*quantity.value).load();
-        const uint64_t after = (process.held[kAtEnd].*quantity.value).load();
-        if ((memoryIsJudged || !quantity.isMemory) && after > before + quantity.tolerance) {
-            share.complaints.add(std::string(process.name) + ": " + quantity.name + " grew from " + std::to_string(before) +
-                                 " to " + std::to_string(after) + " after the warm-up, tolerated are " +
-                                 std::to_string(quantity.tolerance));
+        const uint64_t before = (process.usage[kAfterWarmUp].*quantity.value).load();
+        const uint64_t after = (process.usage[kAtEnd].*quantity.value).load();
+        if ((memoryIsChecked || !quantity.isMemory) && after > before + quantity.tolerance) {
+            shared.complaints.add(std::string(process.name) + ": " + quantity.name + " grew from " + std::to_string(before) +
+                                  " to " + std::to_string(after) + " after the warm-up (tolerance " +
+                                  std::to_string(quantity.tolerance) + ")");
         }
     }
 }
@@ -71,7 +71,7 @@ Json requestsOf(const Figures &figures)
     return requests;
 }
 
-/// Over all requests.
+/// The sums over all requests.
 Json sumsOf(const Figures &figures)
 {
     Json sums{{"all", 0}};
@@ -84,15 +84,15 @@ Json sumsOf(const Figures &figures)
     return sums;
 }
 
-Json heldBy(const ProcessShare &process)
+Json usageOf(const ProcessState &process)
 {
     Json json = Json::object();
     for (const Quantity &quantity : kQuantities) {
-        for (const Moment moment : {kAtStart, kAfterWarmUp, kAtEnd}) {
-            json[quantity.name][kMomentNames[moment]] = (process.held[moment].*quantity.value).load();
+        for (const Checkpoint checkpoint : {kAtStart, kAfterWarmUp, kAtEnd}) {
+            json[quantity.name][kCheckpointNames[checkpoint]] = (process.usage[checkpoint].*quantity.value).load();
         }
-        if ((process.most.*quantity.value).load() > 0) {
-            json[quantity.name]["most"] = (process.most.*quantity.value).load();
+        if ((process.peak.*quantity.value).load() > 0) {
+            json[quantity.name]["most"] = (process.peak.*quantity.value).load();
         }
     }
     return json;
@@ -130,7 +130,7 @@ constexpr Sum kSums[] = {
 struct Outcome {
     const char *name;
     Results Figures::*results;
-    std::vector<int32_t> documented;  ///< those that its header names for what the run does with it
+    std::vector<int32_t> documented;  ///< the results that its header documents for the calls of the run
 };
 
 const std::vector<Outcome> kOutcomes = {
@@ -140,27 +140,27 @@ const std::vector<Outcome> kOutcomes = {
     {"deactivateEmbKvoEvents", &Figures::unlistens, {1, -1}},
 };
 
-void judgeOutcomes(Share &share)
+void checkOutcomes(SharedState &shared)
 {
     for (const Outcome &outcome : kOutcomes) {
-        const Results &results = share.figures.*outcome.results;
+        const Results &results = shared.figures.*outcome.results;
         uint64_t known = 0;
         for (const int32_t result : outcome.documented) {
             known += results.of(result);
         }
         if (known != results.all()) {
-            share.complaints.add(std::string(outcome.name) + " returned something else than its header says");
+            shared.complaints.add(std::string(outcome.name) + " returned a result that its header does not document");
         }
     }
 }
 
-Json figuresOf(const Share &share, const RunSummary &run)
+Json figuresOf(const SharedState &shared, const RunSummary &run)
 {
-    const Figures &figures = share.figures;
-    Json json{{"verdict", share.complaints.count() == 0 ? "passed" : "failed"}, {"seed", run.seed}, {"seconds", run.seconds}};
+    const Figures &figures = shared.figures;
+    Json json{{"verdict", shared.complaints.count() == 0 ? "passed" : "failed"}, {"seed", run.seed}, {"seconds", run.seconds}};
     json["complaints"] = Json::array();
-    for (unsigned i = 0; i < share.complaints.inWords(); ++i) {
-        json["complaints"].push_back(share.complaints.text(i));
+    for (unsigned i = 0; i < shared.complaints.inWords(); ++i) {
+        json["complaints"].push_back(shared.complaints.text(i));
     }
     json["requests"] = sumsOf(figures);
     json["longest_request_ms"] = figures.longestRequest.load();
@@ -170,9 +170,9 @@ Json figuresOf(const Share &share, const RunSummary &run)
     for (const Sum &sum : kSums) {
         json[sum.name] = (figures.*sum.value).load();
     }
-    json["memory_judged"] = run.memoryIsJudged;
+    json["memory_judged"] = run.memoryIsChecked;
     for (const Program program : {kHost, kUsbOne, kUsbTwo}) {
-        json["held"][share.processes[program].name] = heldBy(share.processes[program]);
+        json["held"][shared.processes[program].name] = usageOf(shared.processes[program]);
     }
     return json;
 }
@@ -195,41 +195,41 @@ std::string row(const std::string &name, const std::string &text)
 
 std::string memoryNote(const RunSummary &run)
 {
-    return run.memoryIsJudged ? "judged after the warm-up, tolerated are " + std::to_string(kHeapTolerance) +
-                                    " bytes of heap and " + std::to_string(kResidentTolerance) + " resident"
-                              : "not judged: the run is shorter than a minute, or a sanitizer keeps what was freed";
+    return run.memoryIsChecked ? "checked after the warm-up, tolerated growth " + std::to_string(kHeapTolerance) +
+                                     " bytes of heap and " + std::to_string(kResidentTolerance) + " resident"
+                               : "not checked: less than a minute after the warm-up, or a sanitizer keeps freed memory";
 }
 
 }  // namespace
 
-void judge(Share &share, const RunSummary &run)
+void check(SharedState &shared, const RunSummary &run)
 {
-    judgeOutcomes(share);
+    checkOutcomes(shared);
     if (!run.complete) {
         return;
     }
     for (const Program program : {kHost, kUsbOne, kUsbTwo}) {
-        judgeHoldings(share, share.processes[program], run.memoryIsJudged);
+        checkResourceUsage(shared, shared.processes[program], run.memoryIsChecked);
     }
-    if (sumsOf(share.figures)["all"] == 0) {
-        share.complaints.add("no request has been made");
+    if (sumsOf(shared.figures)["all"] == 0) {
+        shared.complaints.add("no request was made");
     }
     for (const Sum &sum : kSums) {
-        if (run.seconds >= kAllHappensIn && sum.mustHappen && (share.figures.*sum.value).load() == 0) {
-            share.complaints.add(std::string(sum.name) + ": nothing of the kind has happened");
+        if (run.seconds >= kAllHappensIn && sum.mustHappen && (shared.figures.*sum.value).load() == 0) {
+            shared.complaints.add(std::string(sum.name) + ": did not occur");
         }
     }
 }
 
-std::string asText(const Share &share, const RunSummary &run)
+std::string asText(const SharedState &shared, const RunSummary &run)
 {
-    const Json figures = figuresOf(share, run);
+    const Json figures = figuresOf(shared, run);
     std::string text;
     for (const auto &[name, value] : figures.items()) {
         if (name == "held") {
-            for (const auto &[process, held] : value.items()) {
-                for (const auto &[quantity, moments] : held.items()) {
-                    text += row(process + ", " + quantity, inOneLine(moments));
+            for (const auto &[process, usage] : value.items()) {
+                for (const auto &[quantity, checkpoints] : usage.items()) {
+                    text += row(process + ", " + quantity, inOneLine(checkpoints));
                 }
             }
         } else if (name == "memory_judged") {
@@ -240,17 +240,17 @@ std::string asText(const Share &share, const RunSummary &run)
             text += row(name, value.dump());
         }
     }
-    for (unsigned i = 0; i < share.complaints.inWords(); ++i) {
-        text += "soak: " + share.complaints.text(i) + '\n';
+    for (unsigned i = 0; i < shared.complaints.inWords(); ++i) {
+        text += "soak: " + shared.complaints.text(i) + '\n';
     }
-    return text + "soak: " + figures["verdict"].get<std::string>() + ", " + std::to_string(share.complaints.count()) +
+    return text + "soak: " + figures["verdict"].get<std::string>() + ", " + std::to_string(shared.complaints.count()) +
            " complaints, seed " + std::to_string(run.seed) + '\n';
 }
 
-std::string asJson(const Share &share, const RunSummary &run)
+std::string asJson(const SharedState &shared, const RunSummary &run)
 {
-    Json figures = figuresOf(share, run);
-    figures["by_request"] = requestsOf(share.figures);
+    Json figures = figuresOf(shared, run);
+    figures["by_request"] = requestsOf(shared.figures);
     return figures.dump(1) + '\n';
 }
 

@@ -11,14 +11,14 @@ namespace soak {
 struct RunSummary {
     uint64_t seed = 0;
     double seconds = 0;
-    bool memoryIsJudged = false;
-    bool complete = false;  ///< it was not broken off
+    bool memoryIsChecked = false;
+    bool complete = false;  ///< false if it was aborted
 };
 
-/// Complains of what a run shows in its end: what is held, and what has not happened at all.
-void judge(Share &share, const RunSummary &run);
+/// Adds complaints at the end of a run: undocumented results, grown resource usage, and events that did not occur.
+void check(SharedState &shared, const RunSummary &run);
 
-std::string asText(const Share &share, const RunSummary &run);
-std::string asJson(const Share &share, const RunSummary &run);
+std::string asText(const SharedState &shared, const RunSummary &run);
+std::string asJson(const SharedState &shared, const RunSummary &run);
 
 }  // namespace soak

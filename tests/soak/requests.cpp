@@ -1,5 +1,5 @@
-// Requests of every family, lists among them. Where a reply tells whom it is about, that is looked at: another thread's reply
-// would be worse than none.
+// Requests of every family, including lists. If a reply contains the subject of the request, it is checked: the reply to
+// another thread would be worse than none.
 #include "requests.h"
 
 #include "catalogue/catalogue.h"
@@ -19,9 +19,9 @@ namespace soak {
 namespace {
 
 constexpr std::size_t kStations = 64;
-constexpr std::size_t kText = 8192;  // more than any text of the simulated plant
+constexpr std::size_t kText = 8192;  // more than the longest text of the simulated plant
 constexpr std::size_t kLongCommand = 5000;
-constexpr uint32_t kRegistryPatience = 1;  // seconds
+constexpr uint32_t kRegistryTimeout = 1;  // seconds
 
 template <class Element>
 int32_t readList(int32_t (*ask)(Element *list, uint32_t *count), Worker &worker)
@@ -30,17 +30,17 @@ int32_t readList(int32_t (*ask)(Element *list, uint32_t *count), Worker &worker)
     auto count = static_cast<uint32_t>(list.size());
     const int32_t result = ask(list.data(), &count);
     if (result == 1 && (count == 0 || count > list.size())) {
-        worker.complain("a list of " + std::to_string(count) + " stations came into " + std::to_string(list.size()));
+        worker.complain("a list for " + std::to_string(list.size()) + " stations received " + std::to_string(count));
     }
     return result;
 }
 
-/// A reply that was lost may have been that to the unlocking: the lock then stays with nobody.
+/// Unlocks the registry after a timeout: if the reply to an unlock request was lost, the registry may still be locked.
 int32_t readRegistry(int32_t (*ask)(KvoDescription *list, uint32_t *count, uint32_t timeout))
 {
     std::vector<KvoDescription> list(kStations);
     auto count = static_cast<uint32_t>(list.size());
-    const int32_t result = ask(list.data(), &count, kRegistryPatience);
+    const int32_t result = ask(list.data(), &count, kRegistryTimeout);
     if (result == KVO_HWS_TIMEOUT) {
         KVO_HWS_unlockKVORegData();
     }
@@ -52,7 +52,7 @@ int32_t describe(Worker &worker, uint32_t station)
     KvoDescriptionEx record{};
     const int32_t result = KVO_HWS_getDescriptionEx(station, nullptr, &record);
     if (result == 1 && record.address != station) {
-        worker.complain("the description of another station came");
+        worker.complain("received the description of another station");
     }
     return result;
 }
@@ -63,7 +63,7 @@ int32_t describeByName(Worker &worker, uint32_t)
     KvoDescriptionEx record{};
     const int32_t result = KVO_HWS_getDescriptionEx(0, name.c_str(), &record);
     if (result == 1 && record.name != name) {
-        worker.complain("the description of another name came");
+        worker.complain("received the description of another name");
     }
     return result;
 }
@@ -75,7 +75,7 @@ int32_t readConnectors(int32_t (*ask)(char *buffer, uint32_t *size))
     return ask(list.data(), &size);
 }
 
-/// Longer than the simulator takes: it answers before it has read all.
+/// Sends a command that is too long for the simulator, which answers before it has read the whole command.
 int32_t sendLongCommand(Worker &, uint32_t)
 {
     DynBuffer reply{};
@@ -90,7 +90,7 @@ int32_t lockUsb(Worker &worker, uint32_t)
     return KVO_HWS_setUsbLock(1, &host, worker.random.oneIn(4) ? 1 : 0, 0);
 }
 
-/// The arguments with other numbers, small ones, so that what one thread sets another one finds.
+/// Replaces the numbers of the arguments by small random ones, so threads find values that other threads have set.
 catalogue::Arguments withOtherNumbers(catalogue::Arguments arguments, Worker &worker)
 {
     constexpr uint32_t kNumbers = 256;
@@ -102,7 +102,7 @@ catalogue::Arguments withOtherNumbers(catalogue::Arguments arguments, Worker &wo
     return arguments;
 }
 
-/// One of the request's calls in the catalogue, about another station.
+/// Makes one of the request's calls in the catalogue, for @p station.
 int32_t call(const catalogue::Request &request, Worker &worker, uint32_t station)
 {
     const std::vector<catalogue::Exchange> &calls = request.ownExchanges();
@@ -112,13 +112,13 @@ int32_t call(const catalogue::Request &request, Worker &worker, uint32_t station
     catalogue::Outputs outputs = request.function().outputsFor(arguments, '\0');
     const int32_t result = request.function()(arguments, outputs, station);
     if (!isChanged && chosen.commands.empty() && result != chosen.result) {
-        worker.complain(request.name() + " returned " + std::to_string(result) + " without asking the service, not " +
+        worker.complain(request.name() + " returned " + std::to_string(result) + " without a request to the service, not " +
                         std::to_string(chosen.result));
     }
     return result;
 }
 
-/// What a request may return: what the catalogue says, and what its calls return that ask nothing.
+/// The allowed results: those of the catalogue, and those of calls that send nothing to the service.
 ResultSet resultsOf(const catalogue::Request &request)
 {
     ResultSet results = 0;
@@ -131,7 +131,7 @@ ResultSet resultsOf(const catalogue::Request &request)
     return results;
 }
 
-std::vector<RequestRow> rowsOfTheCatalogue()
+std::vector<RequestRow> catalogueRows()
 {
     std::vector<RequestRow> rows;
     for (const catalogue::Family &family : catalogue::families()) {
@@ -146,26 +146,26 @@ std::vector<RequestRow> rowsOfTheCatalogue()
     return rows;
 }
 
-/// Calls of which more is looked at than the result, or whose arguments are other than those of the catalogue.
-std::vector<RequestRow> ownRows()
+/// Calls that check more than the result, or that have other arguments than in the catalogue.
+std::vector<RequestRow> furtherRows()
 {
     constexpr ResultSet registry = oneOf(1, 0, -1, -2, -3, -4);
     return {
-        {"getDescriptionList, as many as come",
+        {"getDescriptionList, any count",
          [](Worker &w, uint32_t) { return readList<KvoDescription>(KVO_HWS_getDescriptionList, w); }, oneOf(1, -1, -2, -3)},
-        {"getDescriptionListEx, as many as come",
+        {"getDescriptionListEx, any count",
          [](Worker &w, uint32_t) { return readList<KvoDescriptionEx>(KVO_HWS_getDescriptionListEx, w); }, oneOf(1, -1, -2, -3)},
-        {"getDescriptionEx, of the one asked for", describe, oneOf(1, 0, -1, -2)},
-        {"getDescriptionEx, of the name asked for", describeByName, oneOf(1, 0, -1, -2)},
+        {"getDescriptionEx, requested address", describe, oneOf(1, 0, -1, -2)},
+        {"getDescriptionEx, requested name", describeByName, oneOf(1, 0, -1, -2)},
         {"getKVOCurrentListFromRegistry",
          [](Worker &, uint32_t) { return readRegistry(KVO_HWS_getKVOCurrentListFromRegistry); }, registry},
         {"getKVOPreviousListFromRegistry",
          [](Worker &, uint32_t) { return readRegistry(KVO_HWS_getKVOPreviousListFromRegistry); }, registry},
-        {"setChannelInfo, of any length",
+        {"setChannelInfo, any length",
          [](Worker &w, uint32_t s) { return KVO_HWS_setChannelInfo(s, std::string(w.random.below(240), 'c').c_str()); },
          oneOf(1, -1, -2, -3)},
         {"setUsbLock", lockUsb, oneOf(1, -1)},
-        {"getUsbConnectorList, all of it", [](Worker &, uint32_t) { return readConnectors(KVO_HWS_getUsbConnectorList); },
+        {"getUsbConnectorList, whole list", [](Worker &, uint32_t) { return readConnectors(KVO_HWS_getUsbConnectorList); },
          oneOf(1, 0, -1, -2, -3, -4, -5, -9)},
         {"SendCommand2ServiceDyn, 5000 bytes", sendLongCommand, oneOf(1, -1, -2)},
         {"activateDebugDLL", [](Worker &, uint32_t) { return KVO_HWS_activateDebugDLL(); }, oneOf(1)},
@@ -175,11 +175,11 @@ std::vector<RequestRow> ownRows()
 
 std::vector<RequestRow> allRows()
 {
-    std::vector<RequestRow> rows = rowsOfTheCatalogue();
-    const std::vector<RequestRow> own = ownRows();
+    std::vector<RequestRow> rows = catalogueRows();
+    const std::vector<RequestRow> own = furtherRows();
     rows.insert(rows.end(), own.begin(), own.end());
     if (rows.size() > kMostRequests) {
-        throw std::length_error("more requests than there is room for their results");
+        throw std::length_error("kMostRequests is less than the number of requests");
     }
     return rows;
 }

@@ -1,4 +1,4 @@
-// The mix of requests that a soak run makes, each with the results that its function may have.
+// The requests of a soak run, each with the results that its function may return.
 #pragma once
 
 #include "workers.h"
@@ -30,10 +30,10 @@ struct RequestRow {
     ResultSet results;
 };
 
-/// Those of the catalogue that a soak run may make, and others.
+/// The requests of the catalogue that a soak run may make, and some others.
 const std::vector<RequestRow> &requestRows();
 
-/// The stations of the plant, to be asked once before the others.
+/// The stations of the plant. Call it once before the other requests.
 std::vector<uint32_t> knownStations();
 
 }  // namespace soak

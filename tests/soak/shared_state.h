@@ -1,5 +1,5 @@
-// What the processes of a soak run have in common, in memory that all of them see: what they are to do, what each thread is at,
-// and what has been counted.
+// The state that the processes of a soak run share, in shared memory: the checkpoints, the current call of each thread, and
+// the counters.
 #pragma once
 
 #include <array>
@@ -27,7 +27,7 @@ inline void raise(Counter &highest, uint64_t value)
     }
 }
 
-/// How often a function has returned which result.
+/// Counts the results of a function.
 class Results {
 public:
     static constexpr int32_t kLowest = -10;
@@ -52,17 +52,17 @@ private:
     Counter others_{};
 };
 
-/// What a thread is at, so that one that does not come back is found.
+/// The current call of a thread, to detect calls that do not return.
 struct Watch {
     std::atomic<int64_t> since{};        ///< 0 between calls
     std::atomic<const char *> call{};    ///< a literal: the processes are forks of one program
-    std::atomic<const char *> worker{};  ///< whose it is
+    std::atomic<const char *> worker{};  ///< the name of the worker
 };
 
-/// The times at which everything rests and is measured.
-enum Moment { kAtStart, kAfterWarmUp, kAtEnd, kMoments };
+/// At a checkpoint all workers stop and the resource usage is measured.
+enum Checkpoint { kAtStart, kAfterWarmUp, kAtEnd, kCheckpoints };
 
-struct Held {
+struct Usage {
     Counter descriptors{};
     Counter threads{};
     Counter heapBytes{};
@@ -71,19 +71,19 @@ struct Held {
 
 inline constexpr std::size_t kMostWorkers = 16;
 
-/// One process and its threads.
-struct ProcessShare {
+/// The state of one process and its threads.
+struct ProcessState {
     const char *name = "";
     std::atomic<int> process{};
     std::atomic<unsigned> workers{};
     std::array<Watch, kMostWorkers> watches{};
-    std::array<std::atomic<unsigned>, kMoments> parked{};
-    std::atomic<int> measured{};  ///< how many moments have been
-    std::array<Held, kMoments> held{};
-    Held most{};
+    std::array<std::atomic<unsigned>, kCheckpoints> stopped{};
+    std::atomic<int> measured{};  ///< the number of measured checkpoints
+    std::array<Usage, kCheckpoints> usage{};
+    Usage peak{};
 };
 
-/// What went wrong: the first ones in words, the others as a number.
+/// The complaints of the run: the texts of the first ones, and the number of all.
 class Complaints {
 public:
     void add(std::string_view text)
@@ -130,23 +130,23 @@ struct Figures {
     Counter remoteRestarts{};
     Counter remoteRecordsLost{};
     Counter eventsPublished{};
-    Counter eventsWritten{};  ///< one for each listener
+    Counter eventsWritten{};  ///< counted once per listener
     Counter eventsReceived{};
     Counter faults{};
     Counter signals{};
 };
 
-enum Program { kConductor, kHost, kUsbOne, kUsbTwo, kPrograms };
+enum Program { kLoadDriver, kHost, kUsbOne, kUsbTwo, kPrograms };
 
-struct Share {
-    std::atomic<int> rests{1};    ///< how many rests have been asked for; each run begins with one
-    std::atomic<int> resumed{0};  ///< how many of them are over
+struct SharedState {
+    std::atomic<int> checkpointsRequested{1};  ///< the number of checkpoints requested so far; each run begins with one
+    std::atomic<int> checkpointsPassed{0};     ///< the number of checkpoints that are over
     Complaints complaints{};
     Figures figures{};
-    std::array<ProcessShare, kPrograms> processes{};
+    std::array<ProcessState, kPrograms> processes{};
 };
 
-/// A call that is watched from here to the end of the scope.
+/// Marks a call from here to the end of the scope.
 class Call {
 public:
     Call(Watch &watch, const char *name) : watch_(watch)

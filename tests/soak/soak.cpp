@@ -1,7 +1,7 @@
-// The soak run: everything that the library does, at once and for long, beside a simulated service that misbehaves. Run it inside
-// "kvosim run --remote 3"; scripts/soak.sh does. Whatever it finds is a complaint, and makes the exit status 1.
-#include "load_driver.h"
+// The soak run: uses all functions of the library at once and for a long time, with a simulated service that misbehaves. Run it
+// inside "kvosim run --remote 3", as scripts/soak.sh does. Every finding is a complaint; with complaints, the exit status is 1.
 #include "host.h"
+#include "load_driver.h"
 #include "report.h"
 #include "usb_program.h"
 
@@ -25,13 +25,13 @@ using namespace std::chrono_literals;
 namespace {
 
 using soak::Clock;
-using soak::ProcessShare;
+using soak::ProcessState;
 using soak::Program;
-using soak::Share;
+using soak::SharedState;
 
-constexpr auto kLookAround = 100ms;
-constexpr auto kEndTime = 60s;            // for a program to come to rest or to its end, beside what it waits for
-constexpr double kMemoryJudgedFrom = 60;  // seconds
+constexpr auto kPollInterval = 100ms;
+constexpr auto kEndTimeout = 60s;  // for a program to reach a checkpoint or to end, in addition to the timeout of a call
+constexpr double kMemoryCheckedFrom = 60;  // seconds
 constexpr Program kPrograms[] = {soak::kHost, soak::kUsbOne, soak::kUsbTwo};
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -49,17 +49,17 @@ struct Options {
     bool json = false;
 };
 
-Share &makeShare()
+SharedState &makeSharedState()
 {
-    void *const memory = mmap(nullptr, sizeof(Share), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    void *const memory = mmap(nullptr, sizeof(SharedState), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     if (memory == MAP_FAILED) {
-        throw std::runtime_error("no shared memory");
+        throw std::runtime_error("cannot allocate shared memory");
     }
-    return *new (memory) Share;
+    return *new (memory) SharedState;
 }
 
-/// Signals that a program under test may get at any time: they interrupt what they meet and do nothing else.
-void standSignals()
+/// Installs empty handlers for the signals of the load driver, which then only interrupt system calls.
+void installSignalHandlers()
 {
     struct sigaction nothing {};
     nothing.sa_handler = [](int) {};
@@ -68,11 +68,11 @@ void standSignals()
     }
 }
 
-/// A process of this program that works until the run is over.
+/// Starts a process that runs until the end of the soak run.
 template <class Run>
-void startProgram(Share &share, Program program, const char *name, Run run)
+void startProgram(SharedState &shared, Program program, const char *name, Run run)
 {
-    ProcessShare &place = share.processes[program];
+    ProcessState &place = shared.processes[program];
     place.name = name;
     const pid_t process = fork();
     if (process < 0) {
@@ -88,45 +88,45 @@ void startProgram(Share &share, Program program, const char *name, Run run)
 
 class Run {
 public:
-    Run(Share &share, const Options &options) : share_(share), options_(options) {}
+    Run(SharedState &shared, const Options &options) : shared_(shared), options_(options) {}
     Run(const Run &) = delete;
     Run &operator=(const Run &) = delete;
     ~Run()
     {
         for (const Program program : kPrograms) {
-            if (share_.processes[program].process != 0) {
-                kill(share_.processes[program].process, SIGKILL);
-                waitpid(share_.processes[program].process, nullptr, 0);
+            if (shared_.processes[program].process != 0) {
+                kill(shared_.processes[program].process, SIGKILL);
+                waitpid(shared_.processes[program].process, nullptr, 0);
             }
         }
     }
 
-    /// False where it had to be broken off.
-    bool carryOut()
+    /// Returns false if the run was aborted.
+    bool execute()
     {
         start_ = Clock::now();
-        return awaitRest(soak::kAtStart) && work(options_.warmUp) && awaitRest(soak::kAfterWarmUp) &&
-               work(options_.seconds - options_.warmUp) && awaitRest(soak::kAtEnd) && awaitEnds();
+        return awaitCheckpoint(soak::kAtStart) && work(options_.warmUp) && awaitCheckpoint(soak::kAfterWarmUp) &&
+               work(options_.seconds - options_.warmUp) && awaitCheckpoint(soak::kAtEnd) && awaitEnds();
     }
 
 private:
-    bool awaitRest(int moment)
+    bool awaitCheckpoint(int checkpoint)
     {
-        const auto atRest = [&] {
+        const auto reached = [&] {
             return std::all_of(std::begin(kPrograms), std::end(kPrograms),
-                               [&](Program program) { return share_.processes[program].measured.load() > moment; });
+                               [&](Program program) { return shared_.processes[program].measured.load() > checkpoint; });
         };
-        return await(atRest, "did not come to rest");
+        return await(reached, "did not reach a checkpoint");
     }
 
     bool awaitEnds()
     {
-        ++share_.resumed;
-        // Those that end now do what is asked of them.
+        ++shared_.checkpointsPassed;
+        // From here on, programs may end.
         ending_ = true;
         const auto ended = [&] {
             return std::all_of(std::begin(kPrograms), std::end(kPrograms),
-                               [&](Program program) { return share_.processes[program].process.load() == 0; });
+                               [&](Program program) { return shared_.processes[program].process.load() == 0; });
         };
         return await(ended, "did not end");
     }
@@ -134,13 +134,13 @@ private:
     template <class Condition>
     bool await(Condition condition, const char *complaint)
     {
-        const auto until = Clock::now() + kEndTime + std::chrono::seconds(options_.patience);
+        const auto until = Clock::now() + kEndTimeout + std::chrono::seconds(options_.patience);
         while (!condition()) {
-            if (!lookAround()) {
+            if (!checkPrograms()) {
                 return false;
             }
             if (Clock::now() > until) {
-                share_.complaints.add(std::string("a program ") + complaint);
+                shared_.complaints.add(std::string("a program ") + complaint);
                 return false;
             }
         }
@@ -149,33 +149,33 @@ private:
 
     bool work(double seconds)
     {
-        ++share_.resumed;
+        ++shared_.checkpointsPassed;
         const auto until = Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
         while (Clock::now() < until) {
-            if (!lookAround()) {
+            if (!checkPrograms()) {
                 return false;
             }
-            tellProgress();
+            printProgress();
         }
-        ++share_.rests;
+        ++shared_.checkpointsRequested;
         return true;
     }
 
-    /// False where going on makes no sense.
-    bool lookAround()
+    /// Checks all programs. Returns false if the run must be aborted.
+    bool checkPrograms()
     {
-        std::this_thread::sleep_for(kLookAround);
+        std::this_thread::sleep_for(kPollInterval);
         for (const Program program : kPrograms) {
-            lookAtEnd(share_.processes[program]);
-            sample(share_.processes[program]);
+            checkForEnd(shared_.processes[program]);
+            sample(shared_.processes[program]);
         }
-        for (ProcessShare &process : share_.processes) {
-            lookAtWatches(process);
+        for (ProcessState &process : shared_.processes) {
+            checkCalls(process);
         }
-        return !broken_;
+        return !aborted_;
     }
 
-    void lookAtEnd(ProcessShare &process)
+    void checkForEnd(ProcessState &process)
     {
         int status = 0;
         if (process.process == 0 || waitpid(process.process, &status, WNOHANG) <= 0) {
@@ -185,13 +185,13 @@ private:
         if (ending_ && status == 0) {
             return;
         }
-        broken_ = true;
-        share_.complaints.add(std::string(process.name) + (WIFSIGNALED(status)
-                                                               ? ": ended by signal " + std::to_string(WTERMSIG(status))
-                                                               : ": ended with status " + std::to_string(WEXITSTATUS(status))));
+        aborted_ = true;
+        shared_.complaints.add(std::string(process.name) +
+                               (WIFSIGNALED(status) ? ": ended by signal " + std::to_string(WTERMSIG(status))
+                                                    : ": ended with status " + std::to_string(WEXITSTATUS(status))));
     }
 
-    static void sample(ProcessShare &process)
+    static void sample(ProcessState &process)
     {
         if (process.process == 0) {
             return;
@@ -202,75 +202,75 @@ private:
             const std::filesystem::directory_iterator all(place + folder, gone);
             return static_cast<uint64_t>(std::distance(begin(all), end(all)));
         };
-        soak::raise(process.most.descriptors, entries("/fd"));
-        soak::raise(process.most.threads, entries("/task"));
+        soak::raise(process.peak.descriptors, entries("/fd"));
+        soak::raise(process.peak.threads, entries("/task"));
         uint64_t whole = 0;
         uint64_t resident = 0;
         std::ifstream(place + "/statm") >> whole >> resident;
-        soak::raise(process.most.residentBytes, resident * static_cast<uint64_t>(sysconf(_SC_PAGESIZE)));
+        soak::raise(process.peak.residentBytes, resident * static_cast<uint64_t>(sysconf(_SC_PAGESIZE)));
     }
 
-    void lookAtWatches(const ProcessShare &process)
+    void checkCalls(const ProcessState &process)
     {
         for (const soak::Watch &watch : process.watches) {
             const int64_t since = watch.since;
             if (since == 0 || soak::nowMilliseconds() - since < int64_t{options_.patience} * 1000) {
                 continue;
             }
-            broken_ = true;
-            share_.complaints.add(std::string(process.name) + ", " + watch.worker.load() + ": " + watch.call.load() +
-                                  " has not returned for " + std::to_string(options_.patience) + " s");
+            aborted_ = true;
+            shared_.complaints.add(std::string(process.name) + ", " + watch.worker.load() + ": " + watch.call.load() +
+                                   " has not returned for " + std::to_string(options_.patience) + " s");
         }
     }
 
-    void tellProgress()
+    void printProgress()
     {
         const auto minutes = std::chrono::duration_cast<std::chrono::minutes>(Clock::now() - start_).count();
-        if (minutes > toldMinutes_) {
-            toldMinutes_ = minutes;
+        if (minutes > printedMinutes_) {
+            printedMinutes_ = minutes;
             uint64_t requests = 0;
-            for (const soak::Results &results : share_.figures.requests) {
+            for (const soak::Results &results : shared_.figures.requests) {
                 requests += results.all();
             }
             std::fprintf(stderr, "soak: %d minutes, %llu requests, %llu USB events, %u complaints\n", static_cast<int>(minutes),
                          static_cast<unsigned long long>(requests),
-                         static_cast<unsigned long long>(share_.figures.usbEventsReceived.load()), share_.complaints.count());
+                         static_cast<unsigned long long>(shared_.figures.usbEventsReceived.load()), shared_.complaints.count());
         }
     }
 
-    Share &share_;
+    SharedState &shared_;
     const Options &options_;
     Clock::time_point start_;
-    int64_t toldMinutes_ = 0;
+    int64_t printedMinutes_ = 0;
     bool ending_ = false;
-    bool broken_ = false;
+    bool aborted_ = false;
 };
 
 int soakFor(const Options &options)
 {
-    Share &share = makeShare();
-    standSignals();
+    SharedState &shared = makeSharedState();
+    installSignalHandlers();
     soak::RunSummary summary{.seed = options.seed,
-                             .memoryIsJudged = !kSanitized && options.seconds - options.warmUp >= kMemoryJudgedFrom};
-    std::fprintf(stderr, "soak: %.0f s, %.0f of them to warm up, seed %llu\n", options.seconds, options.warmUp,
+                             .memoryIsChecked = !kSanitized && options.seconds - options.warmUp >= kMemoryCheckedFrom};
+    std::fprintf(stderr, "soak: %.0f s with %.0f s of warm-up, seed %llu\n", options.seconds, options.warmUp,
                  static_cast<unsigned long long>(options.seed));
-    share.processes[soak::kConductor].name = "conductor";
-    // Forked before there is a thread here.
-    startProgram(share, soak::kHost, "host", [&] { soak::runHost(share, options.seed); });
-    startProgram(share, soak::kUsbOne, "usb 1", [&] { soak::runUsbProgram(share, soak::kUsbOne, options.seed); });
-    startProgram(share, soak::kUsbTwo, "usb 2", [&] { soak::runUsbProgram(share, soak::kUsbTwo, options.seed); });
+    shared.processes[soak::kLoadDriver].name = "load driver";
+    // Fork before this process starts threads.
+    startProgram(shared, soak::kHost, "host", [&] { soak::runHost(shared, options.seed); });
+    startProgram(shared, soak::kUsbOne, "usb 1", [&] { soak::runUsbProgram(shared, soak::kUsbOne, options.seed); });
+    startProgram(shared, soak::kUsbTwo, "usb 2", [&] { soak::runUsbProgram(shared, soak::kUsbTwo, options.seed); });
     const auto start = Clock::now();
     {
-        Run run(share, options);
-        soak::Conductor conductor(share, options.seed, options.session);
-        summary.complete = run.carryOut();
-        share.rests = soak::kMoments;
-        share.resumed = soak::kMoments;  // for the conductor's threads, where the run was broken off
+        Run run(shared, options);
+        soak::LoadDriver loadDriver(shared, options.seed, options.session);
+        summary.complete = run.execute();
+        shared.checkpointsRequested = soak::kCheckpoints;
+        shared.checkpointsPassed = soak::kCheckpoints;  // stops the load driver's threads if the run was aborted
     }
     summary.seconds = std::chrono::duration<double>(Clock::now() - start).count();
-    soak::judge(share, summary);
-    std::cout << (options.json ? asJson(share, summary) : asText(share, summary)) << std::flush;
-    return share.complaints.count() == 0 ? 0 : 1;
+    soak::check(shared, summary);
+    std::cout << (options.json ? asJson(shared, summary) : asText(shared, summary)) << std::flush;
+    return shared.complaints.count() == 0 ? 0 : 1;
 }
 
 }  // namespace
@@ -278,14 +278,14 @@ int soakFor(const Options &options)
 int main(int argc, char **argv)
 {
     Options options;
-    CLI::App app("Works the library hard for a time, and tells whether it has held.", "kvo_soak");
-    app.add_option("--seconds", options.seconds, "How long (default: 1200)")->check(CLI::Range(3.0, 1e6));
+    CLI::App app("Stress-tests the library and reports whether it passed.", "kvo_soak");
+    app.add_option("--seconds", options.seconds, "Length of the run (default: 1200)")->check(CLI::Range(3.0, 1e6));
     app.add_option("--warm-up", options.warmUp,
-                   "Seconds of them before the resource usage is judged (default: a fifth, at most 120)");
-    app.add_option("--seed", options.seed, "Of the random numbers (default: another one each time; it is printed)");
+                   "Seconds before the resource usage is checked (default: a fifth of the run, at most 120)");
+    app.add_option("--seed", options.seed, "Seed of the random numbers (default: a new one for each run, which is printed)");
     app.add_option("--patience", options.patience, "Seconds after which a call counts as unanswered (default: 30)");
-    app.add_option("--session", options.session, "The agent's, which the simulator serves (default: 3)");
-    app.add_flag("--json", options.json, "Prints the figures as JSON, with those of each request");
+    app.add_option("--session", options.session, "Session of the agent, which the simulator serves (default: 3)");
+    app.add_flag("--json", options.json, "Print the figures as JSON, including those of each request");
     CLI11_PARSE(app, argc, argv);
     if (options.seed == 0) {
         options.seed = std::random_device{}() % 1'000'000 + 1;

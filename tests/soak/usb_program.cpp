@@ -1,7 +1,7 @@
 #include "usb_program.h"
 
-#include "workers.h"
 #include "support/own_thread.h"
+#include "workers.h"
 
 #include <kvo_hws/result.h>
 #include <kvo_hws/runtime.h>
@@ -16,8 +16,8 @@ namespace soak {
 
 namespace {
 
-Share *ourShare = nullptr;
-std::atomic<unsigned> endsTold{0};
+SharedState *gShared = nullptr;
+std::atomic<unsigned> endEvents{0};
 
 bool isEnd(uint32_t code)
 {
@@ -25,16 +25,16 @@ bool isEnd(uint32_t code)
            code == USB_EVENT_NO_SERVICE;
 }
 
-/// Some calls take their time, some ask the service themselves, some fail.
-int32_t take(uint32_t code, const char *station)
+/// Handles an event. Some calls are slow, some make a request, some fail.
+int32_t handleEvent(uint32_t code, const char *station)
 {
     if (station == nullptr) {
-        endsTold += isEnd(code) ? 1 : 0;
+        endEvents += isEnd(code) ? 1 : 0;
         return 0;
     }
-    const uint64_t number = ++ourShare->figures.usbEventsReceived;
+    const uint64_t number = ++gShared->figures.usbEventsReceived;
     if (inet_addr(station) == INADDR_NONE) {
-        ourShare->complaints.add("a USB event came from \"" + std::string(station, strnlen(station, 16)) + '"');
+        gShared->complaints.add("received a USB event from \"" + std::string(station, strnlen(station, 16)) + '"');
     }
     if (number % 32 == 0) {
         std::this_thread::sleep_for(20ms);
@@ -45,27 +45,28 @@ int32_t take(uint32_t code, const char *station)
     return number % 64 == 0 ? -1 : 0;
 }
 
-int32_t older(uint32_t code, void *record)
+int32_t callbackV1(uint32_t code, void *record)
 {
     switch (code) {
-    case USB_EVENT_NEW_DEVICE: return take(code, static_cast<UsbDeviceV1 *>(record)->ipAddress);
-    case USB_EVENT_REMOVED: return take(code, static_cast<UsbRemoveInfo *>(record)->ipAddress);
-    default: return take(code, nullptr);
+    case USB_EVENT_NEW_DEVICE: return handleEvent(code, static_cast<UsbDeviceV1 *>(record)->ipAddress);
+    case USB_EVENT_REMOVED: return handleEvent(code, static_cast<UsbRemoveInfo *>(record)->ipAddress);
+    default: return handleEvent(code, nullptr);
     }
 }
 
-int32_t newer(UsbEventV2 *event)
+int32_t callbackV2(UsbEventV2 *event)
 {
     switch (event->code) {
     case USB_EVENT_NEW_DEVICE:
-    case USB_EVENT_DEVICE_REFUSED: return take(event->code, event->payload.device.ipAddress);
-    case USB_EVENT_REMOVED: return take(event->code, event->payload.removed.ipAddress);
-    case USB_EVENT_STATE: return take(event->code, event->payload.state.ipAddress);
-    default: return take(event->code, nullptr);
+    case USB_EVENT_DEVICE_REFUSED: return handleEvent(event->code, event->payload.device.ipAddress);
+    case USB_EVENT_REMOVED: return handleEvent(event->code, event->payload.removed.ipAddress);
+    case USB_EVENT_STATE: return handleEvent(event->code, event->payload.state.ipAddress);
+    default: return handleEvent(event->code, nullptr);
     }
 }
 
-/// On a thread that the library detaches in most cases; where it has nothing to do, it does not.
+/// Runs @p work on a separate thread and detaches the thread. The library detaches it in most cases, but not if it has nothing
+/// to do.
 template <class Work>
 int32_t onDetachedThread(Work work)
 {
@@ -88,7 +89,7 @@ void close(Worker &worker)
         return;
     }
     const Call call(worker.watch, "the end of the USB events");
-    while (endsTold == 0) {
+    while (endEvents == 0) {
         std::this_thread::sleep_for(10ms);
     }
     ++worker.figures().usbEnds;
@@ -96,12 +97,12 @@ void close(Worker &worker)
 
 void activateAndClose(Worker &worker, std::chrono::milliseconds longestPause)
 {
-    endsTold = 0;
+    endEvents = 0;
     int32_t result = 0;
     {
         const Call call(worker.watch, "activateUSBEvents");
-        result = worker.random.oneIn(3) ? onDetachedThread([] { return KVO_HWS_activateUSBEvents(older); })
-                                        : onDetachedThread([] { return KVO_HWS_activateUSBEventsV2(newer); });
+        result = worker.random.oneIn(3) ? onDetachedThread([] { return KVO_HWS_activateUSBEvents(callbackV1); })
+                                        : onDetachedThread([] { return KVO_HWS_activateUSBEventsV2(callbackV2); });
     }
     worker.figures().activations.add(result);
     worker.pause(100ms, 4000ms);
@@ -109,7 +110,7 @@ void activateAndClose(Worker &worker, std::chrono::milliseconds longestPause)
     worker.pause(0ms, longestPause);
 }
 
-/// An activation that the service refuses takes the callback away and leaves the server to the next activation.
+/// If the service refuses an activation, the library clears the callback but keeps the server for the next activation.
 void endServerWithoutCallback()
 {
     if (__atomic_load_n(&ServerPipeThreadSyncState, __ATOMIC_SEQ_CST) != NOTIFY_STOPPED) {
@@ -119,19 +120,19 @@ void endServerWithoutCallback()
 
 }  // namespace
 
-void runUsbProgram(Share &share, Program program, uint64_t seed)
+void runUsbProgram(SharedState &shared, Program program, uint64_t seed)
 {
-    ourShare = &share;
-    Crew crew(share, program, seed);
-    // The second one takes the events over now and then, and leaves the first one time.
+    gShared = &shared;
+    Workers workers(shared, program, seed);
+    // The second program takes the events over now and then, and leaves them to the first one most of the time.
     const auto longestPause = program == kUsbOne ? 500ms : 20s;
-    crew.add(
+    workers.add(
         "USB events", [longestPause](Worker &worker) { activateAndClose(worker, longestPause); },
         [](Worker &) {
             endServerWithoutCallback();
             CloseLogMessages();
         });
-    crew.measureRests();
+    workers.measureCheckpoints();
 }
 
 }  // namespace soak

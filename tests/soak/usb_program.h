@@ -1,11 +1,12 @@
-// A program that activates USB events and closes them again, over and over. Two of them take the events from one another.
+// A program under test that repeatedly activates and closes USB events. Two of these programs take the events over from each
+// other.
 #pragma once
 
 #include "shared_state.h"
 
 namespace soak {
 
-/// Works until the end of the run; to be called in a process of its own.
-void runUsbProgram(Share &share, Program program, uint64_t seed);
+/// Runs until the end of the soak run. Call it in a separate process.
+void runUsbProgram(SharedState &shared, Program program, uint64_t seed);
 
 }  // namespace soak

@@ -1,4 +1,3 @@
-// Work, rest, and what is held meanwhile.
 #include "workers.h"
 
 #include "support/resource_usage.h"
@@ -13,8 +12,8 @@ namespace soak {
 
 namespace {
 
-constexpr auto kLookAround = 10ms;
-constexpr auto kSettleTime = 15s;  // threads of the library that end by themselves take up to a few seconds
+constexpr auto kPollInterval = 10ms;
+constexpr auto kSettleTime = 15s;  // some threads of the library need a few seconds to end
 
 uint64_t residentBytes()
 {
@@ -25,18 +24,18 @@ uint64_t residentBytes()
     return resident * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
 }
 
-void work(Worker worker, ProcessShare &process, const Crew::Step &step, const Crew::Step &atRest)
+void work(Worker worker, ProcessState &process, const Workers::Step &step, const Workers::Step &cleanUp)
 {
-    for (std::size_t rest = 0; rest < kMoments; ++rest) {
-        while (worker.share.rests.load() <= static_cast<int>(rest)) {
+    for (std::size_t checkpoint = 0; checkpoint < kCheckpoints; ++checkpoint) {
+        while (worker.shared.checkpointsRequested.load() <= static_cast<int>(checkpoint)) {
             step(worker);
         }
-        if (atRest && rest > 0) {
-            atRest(worker);
+        if (cleanUp && checkpoint > 0) {
+            cleanUp(worker);
         }
-        ++process.parked[rest];
-        while (worker.share.resumed.load() <= static_cast<int>(rest)) {
-            std::this_thread::sleep_for(kLookAround);
+        ++process.stopped[checkpoint];
+        while (worker.shared.checkpointsPassed.load() <= static_cast<int>(checkpoint)) {
+            std::this_thread::sleep_for(kPollInterval);
         }
     }
 }
@@ -46,43 +45,43 @@ void work(Worker worker, ProcessShare &process, const Crew::Step &step, const Cr
 void Worker::pause(std::chrono::milliseconds shortest, std::chrono::milliseconds longest)
 {
     const auto until = Clock::now() + random.between(shortest, longest);
-    while (Clock::now() < until && mayGoOn()) {
-        std::this_thread::sleep_for(std::min<Clock::duration>(kLookAround, until - Clock::now()));
+    while (Clock::now() < until && mayContinue()) {
+        std::this_thread::sleep_for(std::min<Clock::duration>(kPollInterval, until - Clock::now()));
     }
 }
 
-void Crew::add(const char *name, Step step, Step atRest)
+void Workers::add(const char *name, Step step, Step cleanUp)
 {
     const unsigned number = process_.workers++;
     Watch &watch = process_.watches.at(number);
     watch.worker = name;
-    threads_.emplace_back([this, worker = Worker{share_, watch, Random(seed_ + number)}, step = std::move(step),
-                           atRest = std::move(atRest)] { work(worker, process_, step, atRest); });
+    threads_.emplace_back([this, worker = Worker{shared_, watch, Random(seed_ + number)}, step = std::move(step),
+                           cleanUp = std::move(cleanUp)] { work(worker, process_, step, cleanUp); });
 }
 
-void Crew::measureRests()
+void Workers::measureCheckpoints()
 {
-    for (const Moment moment : {kAtStart, kAfterWarmUp, kAtEnd}) {
-        while (process_.parked[moment].load() < process_.workers.load()) {
-            std::this_thread::sleep_for(kLookAround);
+    for (const Checkpoint checkpoint : {kAtStart, kAfterWarmUp, kAtEnd}) {
+        while (process_.stopped[checkpoint].load() < process_.workers.load()) {
+            std::this_thread::sleep_for(kPollInterval);
         }
-        settle(moment);
+        settle(checkpoint);
         malloc_trim(0);
-        const support::ResourceUsage held = support::resourceUsage();
-        Held &place = process_.held[moment];
-        place.descriptors = held.descriptors;
-        place.threads = held.threads;
-        place.heapBytes = held.heapBytes;
+        const support::ResourceUsage usage = support::resourceUsage();
+        Usage &place = process_.usage[checkpoint];
+        place.descriptors = usage.descriptors;
+        place.threads = usage.threads;
+        place.heapBytes = usage.heapBytes;
         place.residentBytes = residentBytes();
-        process_.measured = moment + 1;
-        while (share_.resumed.load() <= moment) {
-            std::this_thread::sleep_for(kLookAround);
+        process_.measured = checkpoint + 1;
+        while (shared_.checkpointsPassed.load() <= checkpoint) {
+            std::this_thread::sleep_for(kPollInterval);
         }
     }
     join();
 }
 
-void Crew::join()
+void Workers::join()
 {
     for (std::thread &thread : threads_) {
         thread.join();
@@ -90,17 +89,17 @@ void Crew::join()
     threads_.clear();
 }
 
-/// Until what has been there at the start is all that is there; what stays longer is measured.
-void Crew::settle(Moment moment) const
+/// Waits until the process has no more descriptors and threads than at the start, or the time is over.
+void Workers::settle(Checkpoint checkpoint) const
 {
-    const Held &start = process_.held[kAtStart];
-    const auto until = Clock::now() + (moment == kAtStart ? 100ms : Clock::duration(kSettleTime));
+    const Usage &start = process_.usage[kAtStart];
+    const auto until = Clock::now() + (checkpoint == kAtStart ? 100ms : Clock::duration(kSettleTime));
     while (Clock::now() < until) {
         const support::ResourceUsage now = support::resourceUsage();
         if (now.descriptors <= start.descriptors.load() && now.threads <= start.threads.load()) {
             return;
         }
-        std::this_thread::sleep_for(kLookAround);
+        std::this_thread::sleep_for(kPollInterval);
     }
 }
 

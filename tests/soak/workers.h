@@ -1,4 +1,4 @@
-// The threads of one process of a soak run. Each repeats its step until a rest is asked for, and goes on after it.
+// The worker threads of one process of a soak run. Each repeats its step, stops at each checkpoint and continues after it.
 #pragma once
 
 #include "random.h"
@@ -10,42 +10,42 @@
 
 namespace soak {
 
-/// A thread at work.
+/// A worker thread.
 struct Worker {
-    Share &share;
+    SharedState &shared;
     Watch &watch;
     Random random;
 
-    [[nodiscard]] bool mayGoOn() const { return share.rests.load() == share.resumed.load(); }
-    /// Waits for a random time, or until a rest is asked for.
+    [[nodiscard]] bool mayContinue() const { return shared.checkpointsRequested.load() == shared.checkpointsPassed.load(); }
+    /// Waits for a random time, or until the next checkpoint.
     void pause(std::chrono::milliseconds shortest, std::chrono::milliseconds longest);
-    Figures &figures() const { return share.figures; }
-    void complain(const std::string &text) const { share.complaints.add(text); }
+    Figures &figures() const { return shared.figures; }
+    void complain(const std::string &text) const { shared.complaints.add(text); }
 };
 
-class Crew {
+class Workers {
 public:
     using Step = std::function<void(Worker &worker)>;
 
-    Crew(Share &share, Program program, uint64_t seed)
-        : share_(share), process_(share.processes[program]), seed_(seed * kPrograms * kMostWorkers + program * kMostWorkers)
+    Workers(SharedState &shared, Program program, uint64_t seed)
+        : shared_(shared), process_(shared.processes[program]), seed_(seed * kPrograms * kMostWorkers + program * kMostWorkers)
     {
     }
-    Crew(const Crew &) = delete;
-    Crew &operator=(const Crew &) = delete;
-    ~Crew() { join(); }
+    Workers(const Workers &) = delete;
+    Workers &operator=(const Workers &) = delete;
+    ~Workers() { join(); }
 
-    /// @p atRest brings what the step has begun to its end.
-    void add(const char *name, Step step, Step atRest = {});
-    /// Measures what the process holds at each rest; returns after the last one.
-    void measureRests();
+    /// Starts a worker. At each checkpoint after the first, @p cleanUp ends what the step has begun.
+    void add(const char *name, Step step, Step cleanUp = {});
+    /// Measures the resource usage of the process at each checkpoint. Returns after the last one.
+    void measureCheckpoints();
 
 private:
     void join();
-    void settle(Moment moment) const;
+    void settle(Checkpoint checkpoint) const;
 
-    Share &share_;
-    ProcessShare &process_;
+    SharedState &shared_;
+    ProcessState &process_;
     uint64_t seed_;
     std::vector<std::thread> threads_;
 };

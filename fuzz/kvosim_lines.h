@@ -78,7 +78,7 @@ inline void compareUsbLocks(kvosim::ServiceContext &context, const std::vector<s
                 wanted = true;
             }
         }
-        if (kvosim::takeUsbLock(context.plant, ExactBytes(datagram).view()) != wanted) {
+        if (kvosim::applyUsbLock(context.plant, ExactBytes(datagram).view()) != wanted) {
             fault("only %s accepts \"%s\"", wanted ? "the reference" : "kvosim", datagram.c_str());
         }
         for (const LockOfStation &station : stations) {
@@ -146,7 +146,7 @@ inline void compareParts(const std::string &line)
     if (kvosim::tagOf(bytes.view()) != referenceTag(line) || kvosim::indicationOf(bytes.view()) != referenceIndication(line)) {
         fault("\"%s\": the reference has another tag or number", line.c_str());
     }
-    if (kvosim::mayAnswerUnended(bytes.view()) != referenceMayBeUnended(line)) {
+    if (kvosim::mayReplyUnterminated(bytes.view()) != referenceMayBeUnended(line)) {
         fault("\"%s\": the reference disagrees whether a reply may come without a line end", line.c_str());
     }
 }
@@ -161,7 +161,7 @@ inline void compareAgentLines(const std::vector<std::string> &pieces, const std:
         text += piece;
         lines.add(ExactBytes(piece).view());
         while (const auto line = lines.next(unended)) {
-            got.push_back(line->text + (line->ended ? "\n" : ""));
+            got.push_back(line->text + (line->terminated ? "\n" : ""));
             compareParts(line->text);
         }
     }
@@ -169,11 +169,11 @@ inline void compareAgentLines(const std::vector<std::string> &pieces, const std:
         fault("the %zu lines from an agent's %zu pieces differ from the reference", got.size(), pieces.size());
     }
     const bool wanted = text.substr(referenceTag(text).size()) == "none";
-    if (lines.holdsNone() != wanted || (wanted && lines.takeNone().text != text)) {
+    if (lines.hasUnterminatedNone() != wanted || (wanted && lines.takeUnterminatedNone().text != text)) {
         fault("only %s leaves a \"none\"", wanted ? "the reference" : "kvosim");
     }
-    if (!wanted && lines.overlong() != (text.size() > kvosim::kLongestAgentLine)) {
-        fault("%zu bytes of a line are left, which is %sreported as too long", text.size(), lines.overlong() ? "" : "not ");
+    if (!wanted && lines.isTooLong() != (text.size() > kvosim::kLongestAgentLine)) {
+        fault("%zu bytes of a line are left, which is %sreported as too long", text.size(), lines.isTooLong() ? "" : "not ");
     }
 }
 

@@ -2,8 +2,8 @@
 // and the outcome must be the same whether it parses station by station or a single document.
 #include "support.h"
 
-#include "kvosim/plant_file/pieces.h"
 #include "kvosim/plant_file/plant_file.h"
+#include "kvosim/plant_file/station_splitter.h"
 
 #include <kvo_hws/codecs.h>
 
@@ -66,7 +66,7 @@ std::string inOnePiece(std::string_view text)
 {
     constexpr std::string_view kHeader = "[[station]]";
     std::string whole;
-    for (std::string_view piece : kvosim::cutAtStations(text)) {
+    for (std::string_view piece : kvosim::splitAtStations(text)) {
         const std::size_t header = piece.find_first_not_of(" \t");
         if (header != piece.npos && piece.substr(header).starts_with(kHeader)) {
             piece.remove_prefix(header + kHeader.size());

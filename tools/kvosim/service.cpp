@@ -1,4 +1,4 @@
-// The service's parts put together.
+// Creates the parts of the service and connects them.
 #include "kvosim/service.h"
 
 #include "kvosim/base/exchange_log.h"
@@ -12,20 +12,20 @@ namespace {
 
 constexpr LineServerLimits kControlLimits{.longestLine = 65536, .connections = 64};
 
-/// How a fault changes a reply; a request that "failed" is struck before it is carried out.
-Reply spoilt(std::string text, const Fault &fault)
+/// Changes a reply as the fault says. FaultKind::failed changes nothing here: it prevents the request from being carried out.
+Reply withFault(std::string text, const Fault &fault)
 {
     Reply reply(std::move(text));
     switch (fault.kind()) {
     case FaultKind::delay: reply.delay = fault.delay(); break;
-    case FaultKind::close: reply.way = Reply::Way::close; break;
+    case FaultKind::close: reply.mode = Reply::Mode::close; break;
     case FaultKind::garbage: reply.text = garbled(reply.text); break;
     case FaultKind::failed: break;
     case FaultKind::split:
-        reply.way = Reply::Way::bytewise;
+        reply.mode = Reply::Mode::bytewise;
         reply.pause = fault.delay();
         break;
-    case FaultKind::silent: reply.way = Reply::Way::silence; break;
+    case FaultKind::silent: reply.mode = Reply::Mode::silence; break;
     }
     return reply;
 }
@@ -43,7 +43,7 @@ Service::Service(EventLoop &loop, Plant plant, const ServiceOptions &options, st
       registry_(options.registry), context_{.plant = plant_, .registry = registry_},
       usbEvents_(loop, context_,
                  [this](std::string_view text, std::string_view outcome) {
-                     report("USB event " + shown(text) + " -> " + std::string(outcome));
+                     report("USB event " + printable(text) + " -> " + std::string(outcome));
                  }),
       commands_(
           loop, options.socket, [this](std::string_view request, const auto &) { return exchange(request); }, kFailed,
@@ -59,7 +59,7 @@ Service::Service(EventLoop &loop, Plant plant, const ServiceOptions &options, st
       remote_(loop, remoteOptions(plant_.service, options), [this](std::string_view line) { report(line); })
 {
     openUsbLock(options);
-    // Only now that the socket is this service's: another one may be using the same registry.
+    // Only after this service has its socket: another service may be using the same registry.
     registry_.start(plant_);
 }
 
@@ -71,7 +71,8 @@ void Service::openUsbLock(const ServiceOptions &options)
         return;
     }
     try {
-        usbLock_ = std::make_unique<UdpSocket>(loop_, *address, [this](std::string_view datagram) { takeDatagram(datagram); });
+        usbLock_ =
+            std::make_unique<UdpSocket>(loop_, *address, [this](std::string_view datagram) { handleDatagram(datagram); });
     } catch (const std::exception &error) {
         if (wanted) {
             throw;
@@ -94,7 +95,7 @@ void Service::end()
     usbEvents_.end();
     remote_.end();
     embeddedEvents_.end();
-    // Nobody waits for the control socket's last reply.
+    // Command replies come first. No client waits for the last reply of the control socket.
     commands_.end([this] { control_.end(ended_); });
 }
 
@@ -108,20 +109,20 @@ Reply Service::exchange(std::string_view request)
             reply = answer(context_, request);
         }
     } catch (const std::exception &error) {
-        // A full disk, say: told to whoever watches; the next request may find it better.
-        logLine(shown(request) + ": " + error.what());
+        // For example, the disk is full. The next request may succeed, so the service logs the error and goes on.
+        logLine(printable(request) + ": " + error.what());
     }
-    report(shown(request) + " -> " + shown(reply) + (fault == nullptr ? "" : " (fault: " + fault->text().kind + ')'));
+    report(printable(request) + " -> " + printable(reply) + (fault == nullptr ? "" : " (fault: " + fault->text().kind + ')'));
     if (context_.ending) {
         end();
     }
-    return fault == nullptr ? Reply(std::move(reply)) : spoilt(std::move(reply), *fault);
+    return fault == nullptr ? Reply(std::move(reply)) : withFault(std::move(reply), *fault);
 }
 
-void Service::takeDatagram(std::string_view datagram)
+void Service::handleDatagram(std::string_view datagram)
 {
-    const bool taken = takeUsbLock(plant_, datagram);
-    report("datagram " + shown(datagram) + (taken ? "" : " (ignored)"));
+    const bool taken = applyUsbLock(plant_, datagram);
+    report("datagram " + printable(datagram) + (taken ? "" : " (ignored)"));
 }
 
 }  // namespace kvosim

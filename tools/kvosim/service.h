@@ -1,5 +1,5 @@
-// The simulated hardware service: a plant, its registry, and the doors to it: the command socket, the datagrams of the USB
-// lock, the remote side of agents, the events of embedded stations, and the simulator's own control socket.
+// The simulated hardware service: a plant, its registry, and the interfaces to them: the command socket, the datagrams of the
+// USB lock, the remote side of agents, the events of embedded stations, and the simulator's own control socket.
 #pragma once
 
 #include "kvosim/commands/commands.h"
@@ -22,41 +22,43 @@ namespace kvosim {
 struct ServiceOptions {
     std::filesystem::path socket = "/tmp/kvo_hws/cmd_sock";
     std::filesystem::path controlSocket = "/tmp/kvo_hws/kvosim_ctl";
-    std::filesystem::path eventSocket = "/tmp/kvo_hws/event_sock";  ///< of the events of embedded stations
-    std::optional<std::filesystem::path> registry{};                ///< none: a temporary directory
-    bool verbose = false;                                           ///< logs each exchange on standard error
-    mode_t socketMode = tools::kForThisUser;  ///< who may connect to the sockets of the service, as file modes
-    /// Where the USB lock's datagrams are taken. None: where the plant says, else nowhere.
+    std::filesystem::path eventSocket = "/tmp/kvo_hws/event_sock";  ///< for events of embedded stations
+    std::optional<std::filesystem::path> registry{};                ///< without a value: a temporary directory
+    bool verbose = false;                                           ///< log each exchange on standard error
+    mode_t socketMode = tools::kForThisUser;  ///< who may connect to the sockets of the service, as a file mode
+    /// Address for the datagrams of the USB lock. Without a value: the plant's, else usbLockDefault.
     std::optional<std::string> usbLockAddress{};
-    /// The same where neither says; the service does without when the place is taken.
+    /// Used when neither usbLockAddress nor the plant gives an address. If this address is in use, the service runs without
+    /// datagrams.
     std::optional<std::string> usbLockDefault{};
-    /// For which sessions agents are served, and where. None: as the plant says, else for none and at 127.0.0.1.
+    /// The sessions of agents, and the address at which they connect. Without a value: the plant's, else no session and
+    /// 127.0.0.1.
     std::optional<std::vector<unsigned>> remoteSessions{};
     std::optional<std::string> remoteAddress{};
-    std::chrono::seconds alive{0};  ///< between "Alive?" events; 0: none
+    std::chrono::seconds alive{0};  ///< time between "Alive?" events; 0 sends none
     LineServerLimits limits{};
 };
 
 class Service {
 public:
-    /// Serves as soon as @p loop runs. @p ended is called, on the loop, when the service has ended, by itself or by end.
-    /// Throws std::runtime_error where it can not be started.
+    /// Serves as soon as @p loop runs. Calls @p ended on the loop's thread when the service has ended, by itself or by end().
+    /// Throws std::runtime_error if the service cannot start.
     Service(EventLoop &loop, Plant plant, const ServiceOptions &options, std::function<void()> ended);
 
-    /// On the loop's thread: no new requests; the replies on their way are written first.
+    /// Stops accepting requests, writes the replies that have begun, then ends. Call it on the loop's thread.
     void end();
 
-    /// Only on the loop's thread, or when the loop does not run.
+    /// Call these only on the loop's thread, or while the loop does not run.
     [[nodiscard]] Plant &plant() noexcept { return plant_; }
     [[nodiscard]] Registry &registry() noexcept { return registry_; }
-    /// Empty where no datagrams are taken.
+    /// Empty if the service does not receive datagrams.
     [[nodiscard]] const std::string &usbLockAddress() const noexcept { return context_.usbLockAddress; }
 
 private:
     void report(std::string_view line) const;
     void openUsbLock(const ServiceOptions &options);
     Reply exchange(std::string_view request);
-    void takeDatagram(std::string_view datagram);
+    void handleDatagram(std::string_view datagram);
 
     EventLoop &loop_;
     bool verbose_;
@@ -67,7 +69,7 @@ private:
     UsbEvents usbEvents_;
     LineServer commands_;
     LineServer control_;
-    // Behind the command socket, so that a service that runs already is told by that.
+    // After the command socket: if another service is running, the error message names the command socket.
     EmbeddedEvents embeddedEvents_;
     RemoteSide remote_;
     std::unique_ptr<UdpSocket> usbLock_;

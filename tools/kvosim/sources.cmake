@@ -49,7 +49,7 @@ set(kvosim_remote
   remote_side.cpp
 )
 set(kvosim_plant_file
-  pieces.cpp
+  station_splitter.cpp
   plant_file.cpp
   plant_generator.cpp
   table_reader.cpp
@@ -61,7 +61,7 @@ set(kvosim_control
   usb_control.cpp
 )
 
-# kvosim_sources(VARIABLE): the sources of all modules and of the service above them, by their full paths.
+# kvosim_sources(VARIABLE): the full paths of the sources of all modules and of service.cpp.
 function(kvosim_sources variable)
   set(sources ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/service.cpp)
   foreach(module ${kvosim_modules})

@@ -1,4 +1,4 @@
-// The protocol's small texts.
+// Parses the numbers, addresses and quoted texts of the protocol.
 #include "kvosim/base/arguments.h"
 
 #include <algorithm>
@@ -41,7 +41,7 @@ bool hasControlCharacter(std::string_view text)
     return std::any_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; });
 }
 
-Value typedNumber(const std::string &text)
+Value parseTypedNumber(const std::string &text)
 {
     const bool isHexadecimal = text.starts_with("0x") || text.starts_with("0X");
     const auto value = isHexadecimal ? number<int64_t>(std::string_view(text).substr(2), 16) : number<int64_t>(text);

@@ -1,4 +1,4 @@
-// Reading of the small texts of the protocol: numbers, stations, what stands in quotes.
+// Parses the arguments of the protocol: numbers, station addresses and quoted texts.
 #pragma once
 
 #include <charconv>
@@ -11,16 +11,16 @@
 
 namespace kvosim {
 
-/// The answer to everything that the service does not know or can not do.
+/// The reply to any request that the service does not know or cannot carry out.
 inline constexpr const char *kFailed = "failed";
 
 inline constexpr std::size_t kLongestChannelInfo = 230;  // bytes
 inline constexpr std::size_t kStationDigits = 8;
 
-/// A value as it is written; the first alternative is anything that is neither a number nor a text.
+/// A value from a file or a request. The first alternative stands for anything that is neither a number nor a text.
 using Value = std::variant<std::monostate, int64_t, std::string>;
 
-/// Digits and nothing else, but for the sign of a signed type.
+/// Accepts digits only, and for a signed type a minus sign.
 template <class Number = uint32_t>
 std::optional<Number> number(std::string_view text, int base = 10)
 {
@@ -35,24 +35,24 @@ std::optional<Number> number(std::string_view text, int base = 10)
 /// A decimal number within bounds.
 std::optional<uint32_t> decimal(std::string_view text, uint32_t lowest, uint32_t highest);
 
-/// A switch is sent as 0 or 1.
+/// A switch, which is sent as 0 or 1.
 std::optional<uint32_t> onOff(std::string_view text);
 
-/// A station, or another number in its place, as clients send it: eight upper-case hexadecimal digits.
+/// A station's address, or another number in its position, as clients send it: eight upper-case hexadecimal digits.
 std::optional<uint32_t> eightDigits(std::string_view text);
 
-/// What stands between double quotes that are the text's first and last characters.
+/// The text between double quotes. The quotes must be the first and the last character.
 std::optional<std::string_view> unquoted(std::string_view text);
 
-/// What stands before the first @p separator and behind it; the second is empty where there is none.
+/// The text before and after the first @p separator. Without a separator the second part is empty.
 std::pair<std::string_view, std::string_view> split(std::string_view text, char separator);
 
 bool hasControlCharacter(std::string_view text);
 
-/// A number as it is typed, decimal or 0x1F; what is none stays the text that it is.
-Value typedNumber(const std::string &text);
+/// Converts a decimal number or a hexadecimal one such as 0x1F. Any other text stays a text.
+Value parseTypedNumber(const std::string &text);
 
-/// What names and devices of the connector list consist of.
+/// Whether a name or a device in the connector list may contain @p character.
 bool isConnectorCharacter(char character);
 
 }  // namespace kvosim

@@ -1,4 +1,4 @@
-// The event loop over epoll.
+// The event loop, implemented with epoll.
 #include "kvosim/base/event_loop.h"
 
 #include <array>
@@ -35,10 +35,10 @@ EventLoop::EventLoop() : poll_(epoll_create1(EPOLL_CLOEXEC)), wake_(eventfd(0, E
     watch(wake_.get(), EPOLLIN, [this](uint32_t) { stopped_ = true; });
 }
 
-void EventLoop::watch(int fd, uint32_t events, Reaction reaction)
+void EventLoop::watch(int fd, uint32_t events, Callback reaction)
 {
     control(poll_.get(), EPOLL_CTL_ADD, fd, events);
-    reactions_[fd] = std::make_shared<Reaction>(std::move(reaction));
+    callbacks_[fd] = std::make_shared<Callback>(std::move(reaction));
 }
 
 void EventLoop::change(int fd, uint32_t events) { control(poll_.get(), EPOLL_CTL_MOD, fd, events); }
@@ -46,7 +46,7 @@ void EventLoop::change(int fd, uint32_t events) { control(poll_.get(), EPOLL_CTL
 void EventLoop::forget(int fd)
 {
     control(poll_.get(), EPOLL_CTL_DEL, fd, 0);
-    reactions_.erase(fd);
+    callbacks_.erase(fd);
 }
 
 void EventLoop::after(std::chrono::milliseconds delay, std::function<void()> action)
@@ -64,10 +64,10 @@ void EventLoop::run()
         }
         for (int i = 0; i < count && !stopped_; ++i) {
             const epoll_event &event = ready[static_cast<std::size_t>(i)];
-            // Forgotten meanwhile by an earlier reaction of this round.
-            const auto found = reactions_.find(event.data.fd);
-            if (found != reactions_.end()) {
-                const std::shared_ptr<Reaction> reaction = found->second;
+            // An earlier callback of this round may have removed the descriptor.
+            const auto found = callbacks_.find(event.data.fd);
+            if (found != callbacks_.end()) {
+                const std::shared_ptr<Callback> reaction = found->second;
                 (*reaction)(event.events);
             }
         }

@@ -1,4 +1,4 @@
-// One thread's wait for everything: descriptors that become ready, times that come, and the request to end.
+// The event loop of one thread: waits for ready descriptors, for timers, and for the request to stop.
 #pragma once
 
 #include "common/descriptor.h"
@@ -15,25 +15,25 @@ using Clock = std::chrono::steady_clock;
 
 class EventLoop {
 public:
-    using Reaction = std::function<void(uint32_t events)>;
+    using Callback = std::function<void(uint32_t events)>;
 
     EventLoop();
     EventLoop(const EventLoop &) = delete;
     EventLoop &operator=(const EventLoop &) = delete;
 
-    /// Calls @p reaction whenever one of @p events (EPOLLIN, EPOLLOUT) has come for @p fd, until forget. Errors and hang-ups
-    /// are reported unasked.
-    void watch(int fd, uint32_t events, Reaction reaction);
+    /// Calls @p reaction whenever one of @p events (EPOLLIN, EPOLLOUT) occurs on @p fd, until forget() is called. Errors and
+    /// hang-ups are always reported.
+    void watch(int fd, uint32_t events, Callback reaction);
     /// Waits for other events of a watched descriptor.
     void change(int fd, uint32_t events);
-    /// Before the descriptor is closed. A reaction may forget its own descriptor.
+    /// Stops watching @p fd. Call it before the descriptor is closed. A callback may call it for its own descriptor.
     void forget(int fd);
     /// Calls @p action once, on the loop's thread.
     void after(std::chrono::milliseconds delay, std::function<void()> action);
 
-    /// Reacts until stop is called.
+    /// Waits and calls callbacks until stop() is called.
     void run();
-    /// From any thread: the loop ends after the reaction that runs now.
+    /// Ends the loop after the current callback. May be called from any thread.
     void stop() noexcept;
 
 private:
@@ -43,8 +43,8 @@ private:
     tools::Descriptor poll_;
     tools::Descriptor wake_;
     bool stopped_ = false;
-    // Shared, so that a reaction that forgets itself lives until it returns.
-    std::map<int, std::shared_ptr<Reaction>> reactions_;
+    // Shared pointers: a callback that removes itself must stay alive until it returns.
+    std::map<int, std::shared_ptr<Callback>> callbacks_;
     std::multimap<Clock::time_point, std::function<void()>> actions_;
 };
 

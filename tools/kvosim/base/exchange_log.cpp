@@ -1,4 +1,4 @@
-// The log of exchanges.
+// Writes the log of --verbose.
 #include "kvosim/base/exchange_log.h"
 
 #include <array>
@@ -13,8 +13,8 @@ constexpr std::size_t kShownBytes = 120;
 
 bool isControl(char character) noexcept { return static_cast<unsigned char>(character) < 0x20 || character == 0x7F; }
 
-/// A shortened text must not end inside a UTF-8 character.
-std::string_view beginning(std::string_view text)
+/// The first kShownBytes bytes or less: a UTF-8 character must not be cut.
+std::string_view truncated(std::string_view text)
 {
     std::size_t end = kShownBytes;
     while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) {
@@ -25,11 +25,11 @@ std::string_view beginning(std::string_view text)
 
 }  // namespace
 
-std::string shown(std::string_view text)
+std::string printable(std::string_view text)
 {
     const bool shortened = text.size() > kShownBytes;
     std::string line;
-    for (const char character : shortened ? beginning(text) : text) {
+    for (const char character : shortened ? truncated(text) : text) {
         if (isControl(character)) {
             std::array<char, 5> escaped{};
             std::snprintf(escaped.data(), escaped.size(), "\\x%02X", static_cast<unsigned>(character));

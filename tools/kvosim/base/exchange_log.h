@@ -1,4 +1,4 @@
-// What --verbose shows: one line an exchange, on standard error.
+// The log of --verbose: one line per exchange, on standard error.
 #pragma once
 
 #include <chrono>
@@ -7,13 +7,13 @@
 
 namespace kvosim {
 
-/// A text fit for one line on a terminal: control characters as \xNN, long ones shortened with their length.
-std::string shown(std::string_view text);
+/// The text for one line on a terminal: control characters appear as \xNN; a long text is cut, and its length is added.
+std::string printable(std::string_view text);
 
-/// The time of day, to the millisecond.
+/// The local time of day with milliseconds.
 std::string clockText(std::chrono::system_clock::time_point time);
 
-/// Writes a line with the time before it.
+/// Writes a line that begins with the time.
 void logLine(std::string_view line);
 
 }  // namespace kvosim

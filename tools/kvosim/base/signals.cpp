@@ -1,4 +1,4 @@
-// Signals by way of signalfd.
+// Receives signals through signalfd.
 #include "kvosim/base/signals.h"
 
 #include <cerrno>
@@ -7,7 +7,7 @@
 
 namespace kvosim {
 
-Signals::Signals(EventLoop &loop, std::initializer_list<int> numbers, Reaction reaction) : loop_(loop)
+Signals::Signals(EventLoop &loop, std::initializer_list<int> numbers, Callback reaction) : loop_(loop)
 {
     sigset_t set;
     sigemptyset(&set);

@@ -1,4 +1,4 @@
-// Signals as events of the loop.
+// Delivers signals as events of the loop.
 #pragma once
 
 #include "kvosim/base/event_loop.h"
@@ -10,18 +10,18 @@
 
 namespace kvosim {
 
-/// Blocks signals for the thread and hands them to a reaction instead. They stay blocked to the end of the process: one that
-/// comes late must not cut the tidying up short.
+/// Blocks signals for the thread and passes them to a callback. They stay blocked until the process ends, so a late signal
+/// cannot interrupt the cleanup.
 class Signals {
 public:
-    using Reaction = std::function<void(const signalfd_siginfo &signal)>;
+    using Callback = std::function<void(const signalfd_siginfo &signal)>;
 
-    Signals(EventLoop &loop, std::initializer_list<int> numbers, Reaction reaction);
+    Signals(EventLoop &loop, std::initializer_list<int> numbers, Callback reaction);
     Signals(const Signals &) = delete;
     Signals &operator=(const Signals &) = delete;
     ~Signals();
 
-    /// What was blocked before: for a program that is started from here.
+    /// The signal mask before this object was created: a program started from here gets it back.
     [[nodiscard]] const sigset_t &previousMask() const noexcept { return previous_; }
 
 private:

@@ -1,4 +1,4 @@
-// Commands about the numbers that tell stations apart: machine control panel, direct control keys, KVO index and cks index.
+// Commands for the numbers that identify stations: machine control panel, direct control keys, KVO index and cks index.
 #include "kvosim/commands/command_table.h"
 
 #include <array>
@@ -24,8 +24,8 @@ std::string setCksIndex(const StationCall &call)
     return kOk;
 }
 
-/// Which station has the number; 0 is nobody's, however many have not been given any.
-Handler looksUp(int64_t Panel::*member, const char *none, const char *several)
+/// Returns the station that has the number. 0 means "no number", so no station is found for it.
+Handler findsStation(int64_t Panel::*member, const char *none, const char *several)
 {
     return [=](ServiceContext &context, std::string_view argument) -> std::string {
         const auto wanted = eightDigits(argument);
@@ -58,19 +58,19 @@ std::span<const Command> addressCommands()
 {
     static const Command rows[] = {
         {"setMCPAddress=", sets("mcp_address", Quotes::around)},
-        {"getMCPAddress=", tells("mcpaddr=", "mcp_address")},
+        {"getMCPAddress=", returns("mcpaddr=", "mcp_address")},
         {"setKVOIndex=", sets("kvo_index", Quotes::around)},
-        {"getKVOIndex=", tells("kvoindex=", "kvo_index")},
+        {"getKVOIndex=", returns("kvoindex=", "kvo_index")},
         {"setDCKEnable=", sets("dck_enable", Quotes::around)},
-        {"getDCKEnable=", tells("dckenable=", "dck_enable")},
-        {"getDCKAddress=", tells("dckaddr=", "dck_address")},
+        {"getDCKEnable=", returns("dckenable=", "dck_enable")},
+        {"getDCKAddress=", returns("dckaddr=", "dck_address")},
         {"setKVOCksIndex=", onStation(setCksIndex)},
-        {"getKVOCksIndex=", tells("cksindex=", "cks_index")},
+        {"getKVOCksIndex=", returns("cksindex=", "cks_index")},
         {"simulateMCPKey=", sets("simulated_mcp_key", Quotes::around)},
         {"enableMCPKey=", sets("enabled_mcp_key", Quotes::around)},
-        {"getIPbyMCPAddress=", looksUp(&Panel::mcpAddress, "no_mcp_address", "more_than_one_mcp")},
-        {"getIPbyDCKAddress=", looksUp(&Panel::dckAddress, "no_dck_address", "more_than_one_dck")},
-        {"getIPbyKVOIndex=", looksUp(&Panel::kvoIndex, "no_kvo_index", "more_than_one_kvo_index")},
+        {"getIPbyMCPAddress=", findsStation(&Panel::mcpAddress, "no_mcp_address", "more_than_one_mcp")},
+        {"getIPbyDCKAddress=", findsStation(&Panel::dckAddress, "no_dck_address", "more_than_one_dck")},
+        {"getIPbyKVOIndex=", findsStation(&Panel::kvoIndex, "no_kvo_index", "more_than_one_kvo_index")},
     };
     return rows;
 }

@@ -1,4 +1,4 @@
-// The forms that commands share.
+// Handlers that several commands share.
 #include "kvosim/commands/command_table.h"
 
 #include <array>
@@ -9,7 +9,7 @@ namespace kvosim {
 
 namespace {
 
-std::string written(const Value &value, Form form)
+std::string format(const Value &value, Form form)
 {
     if (const auto *text = std::get_if<std::string>(&value)) {
         return *text;
@@ -36,9 +36,9 @@ Value valueOf(const StationKey &key, std::string_view text)
 
 std::optional<Station> reachable(Plant &plant, uint32_t number)
 {
-    const auto plain = plant.findStation(number);
-    // Agents give an address as inet_aton stores it, lowest byte first: 0500000A for 10.0.0.5.
-    const auto station = plain ? plain : plant.findStation(bswap_32(number));
+    const auto direct = plant.findStation(number);
+    // Agents send an address as inet_aton stores it, lowest byte first: 0500000A for 10.0.0.5.
+    const auto station = direct ? direct : plant.findStation(bswap_32(number));
     return station && !station->panel.rebooting() ? station : std::nullopt;
 }
 
@@ -73,12 +73,12 @@ Handler sets(std::string_view key, Quotes quotes)
     });
 }
 
-Handler tells(std::string_view prefix, std::string_view key, Form form)
+Handler returns(std::string_view prefix, std::string_view key, Form form)
 {
     return onStationAlone([prefix, &key = stationKey(key), form](const StationCall &call) {
-        const std::string value = written(read(key, call.station), form);
-        const bool untold = std::holds_alternative<NumberKey>(key.kind) && value == kUntold;
-        return untold ? value : std::string(prefix) + value;
+        const std::string value = format(read(key, call.station), form);
+        const bool hasNoValue = std::holds_alternative<NumberKey>(key.kind) && value == kNoValue;
+        return hasNoValue ? value : std::string(prefix) + value;
     });
 }
 

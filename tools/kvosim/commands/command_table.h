@@ -1,4 +1,4 @@
-// The command table's rows, and the forms that many of them share. Each family of commands has a source of its own.
+// The rows of the command table, and handlers that many rows share. Each family of commands has its own source file.
 #pragma once
 
 #include "kvosim/base/arguments.h"
@@ -19,8 +19,7 @@ inline constexpr const char *kBadRequest = "bad request";
 
 using Handler = std::function<std::string(ServiceContext &context, std::string_view arguments)>;
 
-/// A keyword stands with the character that ends it, so that it reads as it goes over the wire; what follows it is the
-/// handler's.
+/// The keyword includes the character that ends it ('=' or a space), as on the wire. The handler gets the text after it.
 struct Command {
     std::string_view keyword;
     Handler handle;
@@ -36,7 +35,7 @@ std::span<const Command> inputCommands();
 std::span<const Command> usbCommands();
 std::span<const Command> metricCommands();
 
-/// A request about one station: the station, and the values that stand before it.
+/// A request for one station: the station, and the values that come before it in the request.
 struct StationCall {
     ServiceContext &context;
     Station station;
@@ -47,23 +46,23 @@ struct StationCall {
 
 using StationHandler = std::function<std::string(const StationCall &call)>;
 
-/// The station that a client's number stands for; nothing when there is none, or it is rebooting. The number is the address
-/// with its bytes in either order (docs/command-protocol.md); where both readings find a station, the plain one counts.
+/// The station for a number that a client sent; nothing if no such station exists or it is rebooting. The number is the
+/// address with its bytes in either order (docs/command-protocol.md). If both orders match a station, the unswapped number wins.
 std::optional<Station> reachable(Plant &plant, uint32_t number);
 
-/// A command about one station, which stands at the end, behind a space where values stand before it.
+/// A command for one station. The station comes last; if values precede it, a space separates them.
 Handler onStation(StationHandler handle);
-/// The same without values.
+/// The same, for a command without values.
 Handler onStationAlone(StationHandler handle);
 
 enum class Quotes { without, around };
 
-/// Sets a key of a station to the value that stands before it.
+/// Sets a key of a station to the value that comes before the station.
 Handler sets(std::string_view key, Quotes quotes = Quotes::without);
 
 enum class Form { decimal, hexadecimal };
 
-/// Tells a key of a station behind @p prefix; the whole reply is "none" where the plant does not tell it.
-Handler tells(std::string_view prefix, std::string_view key, Form form = Form::decimal);
+/// Returns @p prefix and the value of a station's key. If the plant gives no value, the whole reply is "none".
+Handler returns(std::string_view prefix, std::string_view key, Form form = Form::decimal);
 
 }  // namespace kvosim

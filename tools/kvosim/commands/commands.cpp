@@ -1,4 +1,4 @@
-// The command table: the rows of all families, and how a request finds its own.
+// The command table: collects the rows of all families and finds the row for a request.
 #include "kvosim/commands/commands.h"
 
 #include "kvosim/commands/command_table.h"

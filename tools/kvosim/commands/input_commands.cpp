@@ -1,4 +1,4 @@
-// Commands about a station's input devices, its touch screen and its display.
+// Commands for a station's input devices, its touch screen and its display.
 #include "kvosim/commands/command_table.h"
 
 #include "common/join.h"
@@ -9,15 +9,15 @@ namespace {
 
 constexpr const char *kNoTouchScreen = "no_touchscreen";
 
-/// A device of which the plant tells nothing is left out.
+/// The reply omits a device if the plant gives no value for it.
 std::string showInputDevice(const StationCall &call)
 {
     std::string reply;
     for (const std::string_view device : {"kbd", "mouse", "touch", "multitouch", "maxcontacts", "vkbd"}) {
         const Value count = read(stationKey(device), call.station);
-        if (const auto *told = std::get_if<int64_t>(&count)) {
+        if (const auto *number = std::get_if<int64_t>(&count)) {
             tools::appendTo(reply, " ", device);
-            reply.append("=").append(std::to_string(*told));
+            reply.append("=").append(std::to_string(*number));
         }
     }
     return reply;
@@ -48,7 +48,7 @@ std::string setCalibParam(const StationCall &call)
     return kOk;
 }
 
-/// -1 stands for the driver's own value.
+/// -1 means the driver's own value.
 std::string invalidateTouch(const StationCall &call)
 {
     if (!call.panel().hasTouchScreen()) {
@@ -68,7 +68,7 @@ std::span<const Command> inputCommands()
         {"getCalibParam=", onStationAlone(getCalibParam)},
         {"setCalibParam=", onStation(setCalibParam)},
         {"invalidateTouch=", onStationAlone(invalidateTouch)},
-        {"showDPI=", tells("dpi=", "dpi")},
+        {"showDPI=", returns("dpi=", "dpi")},
     };
     return rows;
 }

@@ -1,11 +1,11 @@
-// Commands for the lists of stations and clients, and for one station's description.
+// Commands for the lists of stations and clients, and for the description of one station.
 #include "kvosim/commands/command_table.h"
 
 namespace kvosim {
 
 namespace {
 
-/// The text of one of the codecs' writers, which tells how much room it needs.
+/// The text that one of the codecs writes. The codec first returns the size that it needs.
 template <class Record, class Convert>
 std::string listText(std::span<const Record> records, Convert convert)
 {
@@ -18,14 +18,14 @@ std::string listText(std::span<const Record> records, Convert convert)
 
 std::string countStations(ServiceContext &context, std::string_view) { return std::to_string(context.plant.stations().size()); }
 
-/// The list is sent whole, however small the client's array: the client reads from its head how much room it needs.
+/// Sends the whole list, even if the client's array is smaller: the client reads from the list's head how large its array must be.
 template <int (*convert)(uint32_t, const ConnectionEntry *, char *, uint32_t)>
 std::string listStations(ServiceContext &context, std::string_view capacity)
 {
     return number(capacity) ? listText(context.plant.stations(), convert) : kFailed;
 }
 
-/// The arguments are a fixed 0 and the client's flags, which choose nothing here.
+/// The arguments are a fixed 0 and the client's flags. The simulator ignores the flags.
 std::string listClients(ServiceContext &context, std::string_view arguments)
 {
     const auto [zero, flags] = split(arguments, ' ');
@@ -35,7 +35,7 @@ std::string listClients(ServiceContext &context, std::string_view arguments)
     return listText(std::span<const ConnectionClientEntry>(context.plant.clients), ConvertConArray2TextClients);
 }
 
-/// The description carries the number that was asked about: the client goes on with it, in its own order of the bytes.
+/// The description contains the number from the request: the client keeps using it, in its own byte order.
 std::string describe(Plant &plant, uint32_t number)
 {
     const auto station = reachable(plant, number);
@@ -44,8 +44,8 @@ std::string describe(Plant &plant, uint32_t number)
     }
     ConnectionEntry described = station->entry;
     described.address = number;
-    constexpr std::size_t kRoomBesideName = 117;
-    std::string text(std::string_view(described.name).size() + kRoomBesideName, '\0');
+    constexpr std::size_t kSizeWithoutName = 117;
+    std::string text(std::string_view(described.name).size() + kSizeWithoutName, '\0');
     ConvertConElem2TextEx(&described, text.data(), static_cast<uint32_t>(text.size()));
     text.resize(text.find('\0'));
     return text;

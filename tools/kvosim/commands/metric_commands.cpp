@@ -1,4 +1,4 @@
-// Commands about what a station's panel is: its metrics and its make.
+// Commands for the metrics and the manufacturer of a station's panel.
 #include "kvosim/commands/command_table.h"
 
 namespace kvosim {
@@ -7,10 +7,10 @@ namespace {
 
 std::string getOemLayout(const StationCall &call)
 {
-    return call.panel().oemLayout.empty() ? std::string(kUntold) : "panel-oem-layout=" + call.panel().oemLayout;
+    return call.panel().oemLayout.empty() ? std::string(kNoValue) : "panel-oem-layout=" + call.panel().oemLayout;
 }
 
-/// Unlike other commands it tells a station that is not there from a request that can not be read.
+/// Unlike other commands, it has different replies for an unknown station and for a malformed request.
 std::string isMarovantiPanel(ServiceContext &context, std::string_view argument)
 {
     const auto address = eightDigits(argument);
@@ -26,11 +26,11 @@ std::string isMarovantiPanel(ServiceContext &context, std::string_view argument)
 std::span<const Command> metricCommands()
 {
     static const Command rows[] = {
-        {"getPaneOemLayout=", onStationAlone(getOemLayout)},  // clients ask for it spelt so
-        {"getSoftkeyType=", tells("softkey-type=", "softkey_type", Form::hexadecimal)},
-        {"getKeyBoardCaps=", tells("keyboard-caps=", "keyboard_caps", Form::hexadecimal)},
-        {"getHardwareCaps=", tells("hardware-caps=", "hardware_caps", Form::hexadecimal)},
-        {"getPanelRotation=", tells("panel-rotation=", "panel_rotation")},
+        {"getPaneOemLayout=", onStationAlone(getOemLayout)},  // the misspelling is part of the protocol
+        {"getSoftkeyType=", returns("softkey-type=", "softkey_type", Form::hexadecimal)},
+        {"getKeyBoardCaps=", returns("keyboard-caps=", "keyboard_caps", Form::hexadecimal)},
+        {"getHardwareCaps=", returns("hardware-caps=", "hardware_caps", Form::hexadecimal)},
+        {"getPanelRotation=", returns("panel-rotation=", "panel_rotation")},
         {"isMarovantiPanel ", isMarovantiPanel},
     };
     return rows;

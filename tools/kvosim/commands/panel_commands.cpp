@@ -1,4 +1,4 @@
-// Commands about the settings of a station's panel.
+// Commands for the settings of a station's panel.
 #include "kvosim/commands/command_table.h"
 
 namespace kvosim {
@@ -7,7 +7,7 @@ namespace {
 
 constexpr const char *kNoHandheld = "not_a_rv4";
 
-/// The key that holds the level of a backlight mode; null when the station does not know the mode.
+/// The key for the brightness of a backlight mode; null if the station does not have the mode.
 const StationKey *levelKey(const Panel &panel, std::string_view mode)
 {
     const auto value = number(mode);
@@ -44,7 +44,7 @@ std::string getBacklightBrightnessV2(const StationCall &call)
                           : "backlight-brightness-v2=" + std::to_string(std::get<int64_t>(read(*key, call.station)));
 }
 
-/// A command about the handheld terminal of a station, which may have none.
+/// A command for the handheld terminal of a station. Not every station has one.
 Handler onHandheld(const Handler &handle)
 {
     return [handle](ServiceContext &context, std::string_view arguments) -> std::string {
@@ -64,14 +64,14 @@ std::span<const Command> panelCommands()
         {"setBacklightBrightnessV2=", onStation(setBacklightBrightnessV2)},
         {"getBacklightBrightnessV2=", onStation(getBacklightBrightnessV2)},
         {"setDisableNumLock=", sets("disable_num_lock")},
-        {"getDisableNumLock=", tells("disable numlock ", "disable_num_lock")},
+        {"getDisableNumLock=", returns("disable numlock ", "disable_num_lock")},
         {"setDisableCapsLock=", sets("disable_caps_lock")},
-        {"getDisableCapsLock=", tells("diable capslock ", "disable_caps_lock")},  // clients know it spelt so
-        {"getStationType=", tells("stationtype ", "station_type")},
+        {"getDisableCapsLock=", returns("diable capslock ", "disable_caps_lock")},  // the misspelling is part of the protocol
+        {"getStationType=", returns("stationtype ", "station_type")},
         {"setSwCapsLock=", sets("sw_caps_lock")},
-        {"getSwCapsLock=", tells("swcapslock ", "sw_caps_lock")},
+        {"getSwCapsLock=", returns("swcapslock ", "sw_caps_lock")},
         {"setRV4Mode=", onHandheld(sets("rv4_mode", Quotes::around))},
-        {"getRV4Mode=", onHandheld(tells("rv4mode=", "rv4_mode"))},
+        {"getRV4Mode=", onHandheld(returns("rv4mode=", "rv4_mode"))},
     };
     return rows;
 }

@@ -1,4 +1,4 @@
-// Commands about the service itself and about its registry.
+// Commands for the service itself and for its registry.
 #include "kvosim/commands/command_table.h"
 
 #include <algorithm>
@@ -44,7 +44,7 @@ std::string unlockRegistry(ServiceContext &context, std::string_view) { return c
 
 std::string getRegistryPath(ServiceContext &context, std::string_view) { return context.registry.path(); }
 
-/// Of the panel that the service runs on; it names no station.
+/// Switches the backlight of the panel that the service runs on. The request names no station.
 std::string setBacklight(ServiceContext &context, std::string_view mode)
 {
     const auto value = onOff(mode);

@@ -1,4 +1,4 @@
-// What all commands of the service work on.
+// The state that all commands of the service share.
 #pragma once
 
 #include "kvosim/base/event_loop.h"
@@ -9,15 +9,14 @@
 
 namespace kvosim {
 
-/// What commands work on.
 struct ServiceContext {
     Plant &plant;
     Registry &registry;
     Clock::time_point started = Clock::now();
-    bool ending = false;     ///< set by the command that ends the service
-    uint64_t exchanges = 0;  ///< requests answered so far
+    bool ending = false;     ///< the command that ends the service sets it
+    uint64_t exchanges = 0;  ///< number of requests so far
     bool usbEventsActivated = false;
-    std::string usbLockAddress{};  ///< where datagrams are taken; empty where they are not
+    std::string usbLockAddress{};  ///< where the service receives datagrams; empty if it does not
 };
 
 }  // namespace kvosim

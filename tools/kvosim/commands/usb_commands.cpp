@@ -1,4 +1,4 @@
-// Commands about the USB connectors of stations, their lock and USB events, and the datagrams that set the lock.
+// Commands for the USB connectors of stations, the USB lock and USB events, and the datagrams that set the lock.
 #include "kvosim/commands/command_table.h"
 
 #include "common/dotted_address.h"
@@ -16,7 +16,7 @@ std::string getConnectorsOfOne(const StationCall &call)
     return call.panel().usbScanning != 0 ? kBusy : "usb-connector-list-one=" + connectorsOf(call.panel());
 }
 
-/// "address connector connector;address connector", without the stations that have none.
+/// "address connector connector;address connector". Stations without connectors are omitted.
 std::string getConnectors(ServiceContext &context, std::string_view)
 {
     std::string list;
@@ -48,7 +48,7 @@ std::string deactivateEvents(ServiceContext &context, std::string_view)
 
 std::string areEventsActivated(ServiceContext &context, std::string_view) { return context.usbEventsActivated ? "yes" : "no"; }
 
-/// Clients write signed numbers and read unsigned ones: the bits stay.
+/// Clients send signed numbers and read unsigned ones: the bits are the same.
 std::optional<uint32_t> lockNumber(std::string_view text)
 {
     const auto value = number<int64_t>(text);
@@ -60,7 +60,7 @@ std::optional<uint32_t> lockNumber(std::string_view text)
 
 }  // namespace
 
-bool takeUsbLock(Plant &plant, std::string_view datagram)
+bool applyUsbLock(Plant &plant, std::string_view datagram)
 {
     constexpr std::string_view kBeginning = "setUsbLock=";
     if (!datagram.starts_with(kBeginning) || !datagram.ends_with('\n')) {
@@ -88,7 +88,7 @@ bool takeUsbLock(Plant &plant, std::string_view datagram)
 std::span<const Command> usbCommands()
 {
     static const Command rows[] = {
-        {"getUsbLock=", tells("usb-lock=", "usb_lock")},
+        {"getUsbLock=", returns("usb-lock=", "usb_lock")},
         {"getUsbConnectorList", getConnectors},
         {"getUsbConnectorListOne=", onStationAlone(getConnectorsOfOne)},
         {"activateUSBEvents", activateEvents},

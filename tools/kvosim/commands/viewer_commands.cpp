@@ -1,4 +1,4 @@
-// Commands about a station's viewer and the station around it.
+// Commands for a station's viewer, focus, status line and reboot.
 #include "kvosim/commands/command_table.h"
 
 #include <algorithm>
@@ -11,10 +11,10 @@ std::string isViewerActive(const StationCall &call) { return call.panel().viewer
 
 std::string getCurServer(const StationCall &call)
 {
-    return call.panel().viewer.empty() ? std::string(kUntold) : "vncserver=" + call.panel().viewer;
+    return call.panel().viewer.empty() ? std::string(kNoValue) : "vncserver=" + call.panel().viewer;
 }
 
-/// Only one viewer runs at a station; who wants another one stops this first.
+/// A station runs one viewer at a time. The client must stop it before it starts another one.
 std::string show(const StationCall &call, std::string_view server, std::string_view display)
 {
     if (call.panel().viewerBusy != 0 || !call.panel().viewer.empty()) {
@@ -24,7 +24,7 @@ std::string show(const StationCall &call, std::string_view server, std::string_v
     return assign(stationKey("viewer"), call.station, viewer).empty() ? kOk : kFailed;
 }
 
-/// The connection data are "server:display:options"; what the options are is not looked at.
+/// The connection data are "server:display:options". The simulator ignores the options.
 std::string startViewer(const StationCall &call)
 {
     const auto data = unquoted(call.values);
@@ -36,7 +36,7 @@ std::string startViewer(const StationCall &call)
     return options == std::string_view::npos ? kFailed : show(call, server, rest.substr(0, options));
 }
 
-/// The connection is "server:display" here, the display a number.
+/// Here the connection is "server:display", and the display is a number.
 std::string startConfiguredViewer(const StationCall &call)
 {
     const auto connection = unquoted(call.values);
@@ -47,17 +47,17 @@ std::string startConfiguredViewer(const StationCall &call)
     return number(display) ? show(call, server, display) : kFailed;
 }
 
-enum class Cleaning { done, leftOut };
+enum class Cleanup { full, none };
 
-/// Cleaning up takes the status line away with the viewer.
-template <Cleaning cleaning>
+/// The cleanup also clears the status line.
+template <Cleanup cleanup>
 std::string stopViewer(const StationCall &call)
 {
     if (call.panel().viewer.empty()) {
         return "not running";
     }
     call.panel().viewer.clear();
-    if (cleaning == Cleaning::done) {
+    if (cleanup == Cleanup::full) {
         call.panel().statusLine.clear();
     }
     return kOk;
@@ -79,7 +79,7 @@ std::string activateMe(const StationCall &call)
     return kOk;
 }
 
-/// What a station keeps only while it runs is gone at once; the station itself comes back after its time.
+/// The station loses its volatile state at once, and is reachable again after its reboot time.
 std::string reboot(const StationCall &call)
 {
     Panel &panel = call.panel();
@@ -97,7 +97,7 @@ std::string reboot(const StationCall &call)
     return kOk;
 }
 
-/// The station comes first here, and commas separate: "station,value1,value2,text". The text is the rest.
+/// Here the station comes first, and commas separate: "station,value1,value2,text". The text may contain commas.
 std::string setStatusline(ServiceContext &context, std::string_view arguments)
 {
     const auto [address, values] = split(arguments, ',');
@@ -123,9 +123,9 @@ std::span<const Command> viewerCommands()
     static const Command rows[] = {
         {"startViewer=", onStation(startViewer)},
         {"startConfiguredViewer=", onStation(startConfiguredViewer)},
-        {"stopViewer=", onStationAlone(stopViewer<Cleaning::done>)},
-        {"stopViewerPreempt=", onStationAlone(stopViewer<Cleaning::done>)},
-        {"stopViewerNoClean=", onStationAlone(stopViewer<Cleaning::leftOut>)},
+        {"stopViewer=", onStationAlone(stopViewer<Cleanup::full>)},
+        {"stopViewerPreempt=", onStationAlone(stopViewer<Cleanup::full>)},
+        {"stopViewerNoClean=", onStationAlone(stopViewer<Cleanup::none>)},
         {"isViewerActive=", onStationAlone(isViewerActive)},
         {"getCurServer=", onStationAlone(getCurServer)},
         {"activateMe=", onStationAlone(activateMe)},

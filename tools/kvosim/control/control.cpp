@@ -1,4 +1,4 @@
-// Requests of the control socket, as the service answers them.
+// Carries out the requests of the control socket.
 #include "kvosim/control/control.h"
 
 #include "common/dotted_address.h"
@@ -14,7 +14,7 @@ namespace kvosim {
 
 std::string lineOf(const tools::Json &reply)
 {
-    // Names are bytes and may be no UTF-8 where a client has set them; what can not be told is replaced.
+    // A text that a client has set may be invalid UTF-8; the invalid bytes are replaced.
     return reply.dump(-1, ' ', false, tools::Json::error_handler_t::replace);
 }
 
@@ -58,18 +58,18 @@ namespace {
 
 constexpr const char *kReadOnlyKeys = "address, name and ext are fixed while the simulator runs";
 
-/// Texts are as typed: numbers are recognised by the key.
+/// A text comes as the user typed it: the key decides whether it is a number.
 Value valueOf(const StationKey &key, const tools::Json &json)
 {
     const Value value = fromJson(json);
     const auto *text = std::get_if<std::string>(&value);
-    return text != nullptr ? typed(key, *text) : value;
+    return text != nullptr ? parseTyped(key, *text) : value;
 }
 
 std::string focusOf(const Plant &plant)
 {
     const ConnectionEntry *station = plant.findAddress(plant.focus.station);
-    return station == nullptr ? std::string(kUntold) : tools::dotted(station->address) + ' ' + station->name;
+    return station == nullptr ? std::string(kNoValue) : tools::dotted(station->address) + ' ' + station->name;
 }
 
 std::size_t usbDevices(Plant &plant)
@@ -115,7 +115,7 @@ tools::Json jsonOf(const Station &station)
     return keys;
 }
 
-/// All values or none.
+/// Sets all values, or none if one is invalid.
 void setAll(const Station &station, const tools::Json &values)
 {
     ConnectionEntry entry = station.entry;
@@ -139,7 +139,7 @@ tools::Json station(ServiceContext &context, const tools::Json &request)
     const Station found = findStation(context.plant, request.at("station").get<std::string>());
     if (request.contains("set")) {
         setAll(found, request["set"]);
-        context.registry.writeCurrent(context.plant.stations());  // it holds attributes
+        context.registry.writeCurrent(context.plant.stations());  // the list contains attributes of stations
     }
     return jsonOf(found);
 }

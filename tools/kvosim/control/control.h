@@ -1,4 +1,4 @@
-// Answers the requests of the control socket: what the simulator reports of itself, and how it is steered while it runs.
+// Answers the requests of the control socket, which report the state of the running simulator and change it.
 #pragma once
 
 #include "kvosim/commands/commands.h"
@@ -12,7 +12,7 @@ class EmbeddedEvents;
 class RemoteSide;
 class UsbEvents;
 
-/// What the control socket works on.
+/// The parts of the service that requests of the control socket use.
 struct ControlContext {
     ServiceContext &service;
     UsbEvents &usbEvents;
@@ -20,9 +20,9 @@ struct ControlContext {
     EmbeddedEvents &embeddedEvents;
 };
 
-/// Answers one request: {"do": "status"}, {"do": "station", "station": ..., "set": {...}}, {"do": "fault.list"}, {"do":
-/// "fault.clear"}, {"do": "fault.add", ...}, and those of usb_control.h, remote_control.h and event_control.h. What is refused
-/// is answered by {"error": text}, what could not be done by {"could_not": text}.
+/// Answers one request: {"do": "status"}, {"do": "stations"}, {"do": "station", "station": ..., "set": {...}},
+/// {"do": "fault.list"}, {"do": "fault.clear"}, {"do": "fault.add", ...}, and those of usb_control.h, remote_control.h and
+/// event_control.h. The reply to an invalid request is {"error": text}; if a valid request failed, it is {"could_not": text}.
 Reply answerControl(ControlContext control, std::string_view request, const LineServer::Caller &caller);
 
 }  // namespace kvosim

@@ -1,4 +1,4 @@
-// What the requests of the control socket have in common.
+// Helpers for the requests of the control socket.
 #pragma once
 
 #include "common/control_protocol.h"
@@ -10,17 +10,17 @@
 
 namespace kvosim {
 
-/// A reply as it goes over the socket.
+/// The reply as one line for the socket.
 std::string lineOf(const tools::Json &reply);
 
-/// A number or a text; anything else is the value that is neither.
+/// Converts a number or a text; anything else becomes the value that is neither.
 Value fromJson(const tools::Json &json);
 tools::Json toJson(const Value &value);
 
-/// By its address or its name. Throws Refused where there is none.
+/// Finds a station by its address or its name. Throws Refused if none matches.
 Station findStation(Plant &plant, const std::string &wanted);
 
-/// A number of 32 bits, 0 where the key is absent. Throws Refused where it is none.
+/// The 32-bit number of @p key, or 0 if the key is absent. Throws Refused if the value is anything else.
 uint32_t countOf(const tools::Json &request, const char *key);
 
 }  // namespace kvosim

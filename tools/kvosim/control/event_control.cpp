@@ -1,4 +1,4 @@
-// Which texts are events, and their publication.
+// Checks the texts of events and publishes them.
 #include "kvosim/control/event_control.h"
 
 #include "kvosim/control/control_request.h"
@@ -10,7 +10,7 @@ namespace {
 constexpr std::size_t kLongestEventName = 19;
 constexpr const char *kForm = "; write \"name, data\" with a name of 1 to 19 bytes, or send it as it is with --as-is";
 
-/// No text of these goes out as one line, whoever wants it.
+/// Refuses texts that cannot be sent as one line, even with --as-is.
 void checkLine(std::string_view text)
 {
     if (text.find_first_of(std::string_view("\r\n\0", 3)) != std::string_view::npos) {

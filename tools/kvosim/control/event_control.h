@@ -1,4 +1,4 @@
-// The request of the control socket about events of embedded stations.
+// The request of the control socket that publishes events of embedded stations.
 #pragma once
 
 #include "common/control_protocol.h"
@@ -12,10 +12,10 @@ namespace kvosim {
 
 inline constexpr std::size_t kLongestEvent = 4096;  ///< bytes, without the line end
 
-/// What is wrong with the text of an event, and what would be right; empty where its receivers take it.
+/// Describes what is wrong with the text of an event, and the correct form. Empty if receivers accept the text.
 std::string eventMistake(std::string_view text);
 
-/// Carries out "event"; nothing where it is something else. What can not be done throws.
+/// Carries out "event". Returns nothing if the request is another one. Throws if it cannot be carried out.
 std::optional<Reply> answerEventControl(EmbeddedEvents &events, const tools::Json &request);
 
 }  // namespace kvosim

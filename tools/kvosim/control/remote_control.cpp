@@ -1,4 +1,4 @@
-// Requests about the remote side. What waits for an agent is answered when it has answered.
+// Requests for the remote side. A request that waits for an agent gets its reply when the agent has replied.
 #include "kvosim/control/remote_control.h"
 
 #include "kvosim/base/arguments.h"
@@ -10,7 +10,7 @@ namespace kvosim {
 
 namespace {
 
-constexpr uint32_t kLongestPatience = 600'000;  // ms
+constexpr uint32_t kLongestTimeout = 600'000;  // ms
 
 struct RemoteCall {
     RemoteSide &remote;
@@ -22,8 +22,8 @@ struct RemoteCall {
     [[nodiscard]] std::chrono::milliseconds wait(const char *key) const
     {
         const uint32_t time = countOf(request, key);
-        if (time > kLongestPatience) {
-            throw tools::Refused(std::string(key) + ": is out of range; write 0 to " + std::to_string(kLongestPatience));
+        if (time > kLongestTimeout) {
+            throw tools::Refused(std::string(key) + ": is out of range; write 0 to " + std::to_string(kLongestTimeout));
         }
         return std::chrono::milliseconds(time);
     }
@@ -34,7 +34,7 @@ Reply listSessions(const RemoteCall &call)
     tools::Json list = tools::Json::array();
     for (const RemoteSession &session : call.remote.sessions()) {
         tools::Json row{{"session", session.number()}, {"address", call.remote.address()}, {"port", session.port()}};
-        row["away"] = session.away();
+        row["away"] = session.portClosed();
         row["agent"] = session.peer() ? tools::Json(*session.peer()) : tools::Json(nullptr);
         list.push_back(std::move(row));
     }
@@ -44,7 +44,7 @@ Reply listSessions(const RemoteCall &call)
 Reply ask(const RemoteCall &call)
 {
     std::string request = call.text("request");
-    auto tagging = call.request.value("untagged", false) ? RemoteSession::Tagging::none : RemoteSession::Tagging::itself;
+    auto tagging = call.request.value("untagged", false) ? RemoteSession::Tagging::none : RemoteSession::Tagging::automatic;
     if (call.request.contains("tag")) {
         const std::string tag = call.text("tag") + ':';
         if (tagOf(tag).size() != tag.size()) {
@@ -55,7 +55,7 @@ Reply ask(const RemoteCall &call)
     call.session().ask(request, tagging, call.wait("patience_ms"), [caller = call.caller](const auto &answer) {
         caller.reply(lineOf(answer.reply ? tools::Json{{"reply", *answer.reply}} : tools::Json{{"could_not", answer.failure}}));
     });
-    return Reply::Way::later;
+    return Reply::Mode::later;
 }
 
 Reply send(const RemoteCall &call)
@@ -64,7 +64,7 @@ Reply send(const RemoteCall &call)
     return lineOf(tools::Json::object());
 }
 
-/// Bytes come as hexadecimal digits, as a text of JSON can not hold all of them.
+/// Bytes come as hexadecimal digits because a JSON string cannot contain all bytes.
 Reply sendRaw(const RemoteCall &call)
 {
     const std::string digits = call.text("bytes");
@@ -85,7 +85,7 @@ Reply close(const RemoteCall &call)
 {
     const auto ending = call.request.value("reset", false) ? RemoteSession::Ending::reset : RemoteSession::Ending::end;
     if (call.request.contains("away_ms")) {
-        call.session().goAway(ending, call.wait("away_ms"));
+        call.session().closePort(ending, call.wait("away_ms"));
     } else {
         call.session().close(ending);
     }
@@ -120,7 +120,7 @@ Reply readLog(const RemoteCall &call)
     }
     call.remote.awaitLog(query,
                          [caller = call.caller](const RemoteSide::LogPage &later) { caller.reply(lineOf(jsonOf(later))); });
-    return Reply::Way::later;
+    return Reply::Mode::later;
 }
 
 struct RemoteAction {

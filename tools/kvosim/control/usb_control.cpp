@@ -1,4 +1,4 @@
-// Requests about USB devices. Where an event goes out, the reply comes when it is known what became of it.
+// Requests for USB devices. If the request sends an event, the reply follows when the delivery has succeeded or failed.
 #include "kvosim/control/usb_control.h"
 
 #include "common/dotted_address.h"
@@ -33,7 +33,7 @@ std::string_view nameOf(UsbEvent event)
     return "refused";
 }
 
-/// A device with the fields of the request, the others by default.
+/// A device with the fields of the request and defaults for the others.
 UsbDevice deviceOf(const UsbCall &call, const Panel &panel)
 {
     UsbDevice device = newUsbDeviceFor(panel);
@@ -62,23 +62,26 @@ tools::Json jsonOf(const ConnectionEntry &station, const UsbDevice &device)
     return json;
 }
 
-/// Tells the news to the program that has the events, and then the caller what became of that.
-Reply spread(const UsbCall &call, const Station &station, const UsbNews &news)
+/// Sends the event to the program that receives USB events, then reports the result of the delivery to the caller.
+Reply announce(const UsbCall &call, const Station &station, const UsbNotification &notification)
 {
-    tools::Json reply{{"event", nameOf(news.event)},     {"station", tools::dotted(news.station)},
-                      {"name", station.entry.name},      {"ident2", ident2Of(news.device)},
-                      {"ident3", ident3Of(news.device)}, {"state", news.device.source.state}};
-    if (news.event == UsbEvent::refused && usbLocked(station.panel)) {
+    tools::Json reply{{"event", nameOf(notification.event)},
+                      {"station", tools::dotted(notification.station)},
+                      {"name", station.entry.name},
+                      {"ident2", ident2Of(notification.device)},
+                      {"ident3", ident3Of(notification.device)},
+                      {"state", notification.device.source.state}};
+    if (notification.event == UsbEvent::refused && usbLocked(station.panel)) {
         reply["usb_lock"] = station.panel.usbLock;
     }
-    const bool sent = call.events.send(news, [reply, caller = call.caller](Delivery delivery) mutable {
-        reply["delivery"] = wordsFor(delivery);
+    const bool sent = call.events.send(notification, [reply, caller = call.caller](Delivery delivery) mutable {
+        reply["delivery"] = deliveryName(delivery);
         caller.reply(lineOf(reply));
     });
     if (sent) {
-        return Reply::Way::later;
+        return Reply::Mode::later;
     }
-    reply["delivery"] = wordsFor(Delivery::notActivated);
+    reply["delivery"] = deliveryName(Delivery::notActivated);
     return lineOf(reply);
 }
 
@@ -86,19 +89,19 @@ Reply plugDevice(const UsbCall &call)
 {
     const Station station = call.station();
     const UsbDevice device = deviceOf(call, station.panel);
-    return spread(call, station, plug(station, device));
+    return announce(call, station, plug(station, device));
 }
 
 Reply refuseDevice(const UsbCall &call)
 {
     const Station station = call.station();
-    return spread(call, station, refuse(station, deviceOf(call, station.panel)));
+    return announce(call, station, refuse(station, deviceOf(call, station.panel)));
 }
 
 Reply unplugDevice(const UsbCall &call)
 {
     const Station station = call.station();
-    return spread(call, station, unplug(station, call.text("device")));
+    return announce(call, station, unplug(station, call.text("device")));
 }
 
 Reply changeDeviceState(const UsbCall &call)
@@ -109,7 +112,7 @@ Reply changeDeviceState(const UsbCall &call)
     if (const std::string mistake = assign(*findUsbKey("state"), checked, value); !mistake.empty()) {
         throw tools::Refused("state: " + mistake);
     }
-    return spread(call, station, changeState(station, call.text("device"), checked.source.state));
+    return announce(call, station, changeState(station, call.text("device"), checked.source.state));
 }
 
 Reply listDevices(const UsbCall &call)
@@ -134,25 +137,25 @@ Reply listDevices(const UsbCall &call)
 
 Reply storm(const UsbCall &call)
 {
-    StormOrder order{.count = countOf(call.request, "count"), .rate = countOf(call.request, "rate")};
-    if (order.count == 0) {
+    StormParameters parameters{.count = countOf(call.request, "count"), .rate = countOf(call.request, "rate")};
+    if (parameters.count == 0) {
         throw tools::Refused("count: 0 events make no storm; write 1 to 0xFFFFFFFF");
     }
-    if (order.rate > kHighestRate) {
-        throw tools::Refused("rate: " + std::to_string(order.rate) + " is out of range; write 1 to " +
+    if (parameters.rate > kHighestRate) {
+        throw tools::Refused("rate: " + std::to_string(parameters.rate) + " is out of range; write 1 to " +
                              std::to_string(kHighestRate) + " events a second, or 0 for as fast as they are taken");
     }
     if (call.request.contains("station")) {
-        order.station = call.station().entry.address;
+        parameters.station = call.station().entry.address;
     }
-    beginUsbStorm(call.events, order, call.caller);
-    return Reply::Way::later;
+    beginUsbStorm(call.events, parameters, call.caller);
+    return Reply::Mode::later;
 }
 
 struct UsbAction {
     std::string_view name;
     Reply (*carryOut)(const UsbCall &call);
-    bool sends;  ///< an event, for which there must be room before anything is changed
+    bool sendsEvent;  ///< then the event queue is checked before the action changes anything
 };
 
 constexpr UsbAction kUsbActionRows[] = {
@@ -169,8 +172,8 @@ std::optional<Reply> answerUsbControl(UsbEvents &events, const tools::Json &requ
     const std::string wanted = request.at("do").get<std::string>();
     for (const UsbAction &action : kUsbActionRows) {
         if (action.name == wanted) {
-            if (action.sends) {
-                events.checkRoom();
+            if (action.sendsEvent) {
+                events.checkCapacity();
             }
             return action.carryOut({events, request, caller});
         }

@@ -1,4 +1,4 @@
-// Requests of the control socket about USB devices.
+// Requests of the control socket for USB devices.
 #pragma once
 
 #include "common/control_protocol.h"
@@ -11,8 +11,8 @@
 
 namespace kvosim {
 
-/// Carries out "usb.plug", "usb.refuse", "usb.unplug", "usb.state", "usb.list" and "usb.storm"; nothing where it is none of
-/// them. What can not be done throws.
+/// Carries out "usb.plug", "usb.refuse", "usb.unplug", "usb.state", "usb.list" and "usb.storm". Returns nothing if the request
+/// is another one. Throws if it cannot be carried out.
 std::optional<Reply> answerUsbControl(UsbEvents &events, const tools::Json &request, const LineServer::Caller &caller);
 
 /// The names above, for messages.

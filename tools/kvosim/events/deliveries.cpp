@@ -1,4 +1,4 @@
-// Each delivery has a thread of its own, as the library's sender detaches the thread that calls it.
+// Each delivery runs in its own thread because the library's send function detaches the thread that calls it.
 #include "kvosim/events/deliveries.h"
 
 #include "common/refused.h"
@@ -19,14 +19,15 @@ namespace kvosim {
 
 namespace {
 
-constexpr std::chrono::milliseconds kPatienceAtEnd{1'000};
+constexpr std::chrono::milliseconds kShutdownTimeout{1'000};
 
-// What the library's sender returns.
+// Return values of the library's send function.
 constexpr int kSent = 1;
 constexpr int kNoConnection = 3;
-constexpr int kNoThread = 0;  // none of these
+constexpr int kThreadNotStarted = 0;  // differs from both
 
-/// Signals stay with the loop's thread: it may not have blocked them yet.
+/// Blocks all signals, so a thread started meanwhile does not receive them: the loop's thread handles them, and may not have
+/// blocked them yet.
 class SignalsBlocked {
 public:
     SignalsBlocked()
@@ -45,11 +46,11 @@ private:
 
 }  // namespace
 
-const char *wordsFor(Delivery delivery)
+const char *deliveryName(Delivery delivery)
 {
     switch (delivery) {
     case Delivery::delivered: return "delivered";
-    case Delivery::nobodyListens: return "nobody listens";
+    case Delivery::noListener: return "nobody listens";  // part of the JSON interface; phrases: allow
     case Delivery::notWritten: return "not written";
     case Delivery::notActivated: return "not activated";
     case Delivery::simulatorEnds: break;
@@ -68,20 +69,20 @@ struct Deliveries::Result {
     }
 };
 
-struct Deliveries::Errand {
+struct Deliveries::Task {
     std::shared_ptr<Result> result;
     std::string text;
 
     static void *run(void *argument)
     {
-        const std::unique_ptr<Errand> errand(static_cast<Errand *>(argument));
-        errand->result->set(SendUsbMsg2DLL(errand->text.c_str()));
+        const std::unique_ptr<Task> task(static_cast<Task *>(argument));
+        task->result->set(SendUsbMsg2DLL(task->text.c_str()));
         return nullptr;
     }
 };
 
-Deliveries::Deliveries(EventLoop &loop, std::function<bool()> wanted)
-    : loop_(loop), wanted_(std::move(wanted)), result_(std::make_shared<Result>())
+Deliveries::Deliveries(EventLoop &loop, std::function<bool()> isActive)
+    : loop_(loop), isActive_(std::move(isActive)), result_(std::make_shared<Result>())
 {
     if (!result_->ready.valid()) {
         throw std::system_error(errno, std::generic_category(), "eventfd");
@@ -92,28 +93,28 @@ Deliveries::Deliveries(EventLoop &loop, std::function<bool()> wanted)
 Deliveries::~Deliveries()
 {
     loop_.forget(result_->ready.get());
-    if (underWay_) {
+    if (inProgress_) {
         pollfd ready{.fd = result_->ready.get(), .events = POLLIN, .revents = 0};
-        poll(&ready, 1, static_cast<int>(kPatienceAtEnd.count()));
+        poll(&ready, 1, static_cast<int>(kShutdownTimeout.count()));
     }
 }
 
-void Deliveries::checkRoom() const
+void Deliveries::checkCapacity() const
 {
     if (ended_) {
         throw tools::Refused("the simulator is ending");
     }
-    if (jobs_.size() >= kMost) {
-        throw tools::Refused("as many as " + std::to_string(kMost) +
+    if (jobs_.size() >= kMaxPending) {
+        throw tools::Refused("as many as " + std::to_string(kMaxPending) +
                              " USB events wait for their receiver, which may hang; try again when it has answered");
     }
 }
 
 void Deliveries::send(std::string text, Done done)
 {
-    checkRoom();
+    checkCapacity();
     jobs_.push_back({std::move(text), std::move(done)});
-    if (!underWay_) {
+    if (!inProgress_) {
         begin();
     }
 }
@@ -121,7 +122,7 @@ void Deliveries::send(std::string text, Done done)
 void Deliveries::end()
 {
     ended_ = true;
-    // The one on its way has its thread, which needs nothing from here.
+    // The delivery in progress continues in its thread, which uses nothing of this object.
     dropAll(Delivery::simulatorEnds);
 }
 
@@ -134,13 +135,13 @@ void Deliveries::dropAll(Delivery reason)
 
 void Deliveries::begin()
 {
-    underWay_ = true;
-    auto errand = std::make_unique<Errand>(Errand{result_, std::move(jobs_.front().text)});
+    inProgress_ = true;
+    auto task = std::make_unique<Task>(Task{result_, std::move(jobs_.front().text)});
     const SignalsBlocked blocked;
-    if (kvo_hws_CreateThread(Errand::run, errand.get()) == 1) {
-        static_cast<void>(errand.release());  // it is the thread's now
+    if (kvo_hws_CreateThread(Task::run, task.get()) == 1) {
+        static_cast<void>(task.release());  // the thread owns it now
     } else {
-        result_->set(kNoThread);
+        result_->set(kThreadNotStarted);
     }
 }
 
@@ -148,19 +149,19 @@ void Deliveries::finish()
 {
     eventfd_t count = 0;
     eventfd_read(result_->ready.get(), &count);
-    underWay_ = false;
+    inProgress_ = false;
     if (jobs_.empty()) {
-        return;  // ended meanwhile
+        return;  // end() was called during the delivery
     }
     const int result = result_->value;
     const Job job = std::move(jobs_.front());
     jobs_.pop_front();
-    if (!wanted_()) {
+    if (!isActive_()) {
         dropAll(Delivery::notActivated);
     } else if (!jobs_.empty()) {
         begin();
     }
-    job.done(result == kSent ? Delivery::delivered : result == kNoConnection ? Delivery::nobodyListens : Delivery::notWritten);
+    job.done(result == kSent ? Delivery::delivered : result == kNoConnection ? Delivery::noListener : Delivery::notWritten);
 }
 
 }  // namespace kvosim

@@ -1,5 +1,5 @@
-// Brings USB event texts to the program that has the events, one after the other and off the loop's thread: a delivery may take
-// seconds, and its receiver may ask the service something before it answers.
+// Delivers USB event texts to the program that has activated USB events, one at a time. Deliveries do not run on the loop's
+// thread: one may take seconds, and the receiver may send a request to the service before it answers.
 #pragma once
 
 #include "kvosim/base/event_loop.h"
@@ -13,34 +13,35 @@ namespace kvosim {
 
 enum class Delivery {
     delivered,
-    nobodyListens,
+    noListener,
     notWritten,
-    notActivated,  ///< or not any more
-    simulatorEnds  ///< nobody has waited for what came of it
+    notActivated,  ///< or deactivated before the event was sent
+    simulatorEnds  ///< the simulator ended before the result was known
 };
 
-/// What became of an event, in words.
-const char *wordsFor(Delivery delivery);
+/// The text for a delivery in replies and logs.
+const char *deliveryName(Delivery delivery);
 
 class Deliveries {
 public:
     /// Called on the loop's thread.
     using Done = std::function<void(Delivery delivery)>;
 
-    static constexpr std::size_t kMost = 32;  ///< that wait or are on their way
+    static constexpr std::size_t kMaxPending = 32;  ///< deliveries that wait or are in progress
 
-    /// @p wanted tells whether events are to go out; it is asked about each one that has waited. @p loop must outlive it.
-    Deliveries(EventLoop &loop, std::function<bool()> wanted);
+    /// @p isActive returns whether events are activated; it is called again after each delivery, and if it returns false the
+    /// waiting events are dropped. @p loop must outlive this object.
+    Deliveries(EventLoop &loop, std::function<bool()> isActive);
     Deliveries(const Deliveries &) = delete;
     Deliveries &operator=(const Deliveries &) = delete;
-    /// Gives the delivery that is on its way a moment to come to its end, then leaves it to itself.
+    /// Waits up to one second for the delivery in progress, then leaves its thread running.
     ~Deliveries();
 
-    /// Throws Refused where no more can be taken.
-    void checkRoom() const;
-    /// Throws as checkRoom does.
+    /// Throws Refused if the queue is full or end() was called.
+    void checkCapacity() const;
+    /// Queues an event. Throws as checkCapacity does.
     void send(std::string text, Done done);
-    /// Takes no more; what waits or is on its way is told Delivery::simulatorEnds.
+    /// Accepts no more events. Those that wait or are in progress finish with Delivery::simulatorEnds.
     void end();
 
 private:
@@ -49,18 +50,18 @@ private:
         Done done;
     };
     struct Result;
-    struct Errand;
+    struct Task;
 
     void begin();
     void finish();
     void dropAll(Delivery reason);
 
     EventLoop &loop_;
-    std::function<bool()> wanted_;
+    std::function<bool()> isActive_;
     bool ended_ = false;
-    bool underWay_ = false;
-    std::deque<Job> jobs_;            // the first one is on its way
-    std::shared_ptr<Result> result_;  // shared with the thread, which may outlive this
+    bool inProgress_ = false;
+    std::deque<Job> jobs_;            // the first one is in progress
+    std::shared_ptr<Result> result_;  // shared with the thread, which may outlive this object
 };
 
 }  // namespace kvosim

@@ -1,4 +1,4 @@
-// The listeners at the event socket.
+// Accepts the listeners of the event socket and sends events to them.
 #include "kvosim/events/embedded_events.h"
 
 #include "kvosim/base/exchange_log.h"
@@ -21,14 +21,14 @@ EmbeddedEvents::EmbeddedEvents(EventLoop &loop, std::filesystem::path socket, st
 
 void EmbeddedEvents::add(tools::Descriptor connection)
 {
-    if (listeners_.size() >= kMostListeners) {
-        report_("one listener for events more than " + std::to_string(kMostListeners) + " is turned away");
+    if (listeners_.size() >= kMaxListeners) {
+        report_("one listener for events more than " + std::to_string(kMaxListeners) + " is turned away");
         return;
     }
     const uint64_t number = ++accepted_;
     listeners_[number] = std::make_unique<Stream>(
-        loop_, std::move(connection), kMostUnread,
-        Stream::Reactions{[](std::string_view) {},  // listeners have nothing to say
+        loop_, std::move(connection), kMaxUnread,
+        Stream::Callbacks{[](std::string_view) {},  // data from a listener is ignored
                           [this, number](const std::string &reason) { remove(number, std::string(reason)); }});
     report_("event listener " + std::to_string(number) + " connected");
 }
@@ -51,7 +51,7 @@ std::size_t EmbeddedEvents::publish(std::string_view text)
     for (const uint64_t number : lost) {
         remove(number, "it does not read, or has closed");
     }
-    report_("event " + shown(text) + " -> " + std::to_string(listeners_.size()) + " listeners");
+    report_("event " + printable(text) + " -> " + std::to_string(listeners_.size()) + " listeners");
     return listeners_.size();
 }
 

@@ -1,4 +1,4 @@
-// Events of embedded stations: each a line to everybody who listens at the event socket.
+// Events of embedded stations: each event is one line, sent to all listeners of the event socket.
 #pragma once
 
 #include "common/listening_socket.h"
@@ -18,19 +18,20 @@ inline constexpr std::string_view kAlive = "Alive?";
 
 class EmbeddedEvents {
 public:
-    static constexpr std::size_t kMostListeners = 1024;
-    /// Bytes of events that a listener may leave unread, beside what the socket holds.
-    static constexpr std::size_t kMostUnread = std::size_t{256} * 1024;
+    static constexpr std::size_t kMaxListeners = 1024;
+    /// Bytes of events that may wait for a listener, in addition to the socket's buffer.
+    static constexpr std::size_t kMaxUnread = std::size_t{256} * 1024;
 
-    /// @p alive is the time between "Alive?" events, 0 for none. @p report is told of each event, and of listeners that come
-    /// and go. @p mode says who may connect. Throws std::runtime_error where the socket can not be had. @p loop must outlive it.
+    /// @p alive is the time between "Alive?" events, 0 for none. @p report is called for each event, and when a listener connects
+    /// or disconnects. @p mode is the file mode of the socket. Throws std::runtime_error if the socket cannot be created.
+    /// @p loop must outlive this object.
     EmbeddedEvents(EventLoop &loop, std::filesystem::path socket, std::chrono::seconds alive,
                    std::function<void(std::string_view line)> report, mode_t mode = tools::kForThisUser);
     EmbeddedEvents(const EmbeddedEvents &) = delete;
     EmbeddedEvents &operator=(const EmbeddedEvents &) = delete;
 
-    /// Sends one line to every listener. A listener that has left too much unread is dropped instead.
-    /// @return how many it was sent to
+    /// Sends one line to every listener. A listener that has too much unread is disconnected instead.
+    /// @return the number of listeners that it was sent to
     std::size_t publish(std::string_view text);
     [[nodiscard]] std::size_t listeners() const noexcept { return listeners_.size(); }
     /// Removes the socket and closes the connections.

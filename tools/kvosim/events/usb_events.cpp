@@ -1,4 +1,4 @@
-// Events on their way out.
+// Sends USB events while they are activated.
 #include "kvosim/events/usb_events.h"
 
 #include <utility>
@@ -10,22 +10,22 @@ UsbEvents::UsbEvents(EventLoop &loop, ServiceContext &context, Report report)
 {
 }
 
-void UsbEvents::checkRoom() const
+void UsbEvents::checkCapacity() const
 {
     if (activated()) {
-        deliveries_.checkRoom();
+        deliveries_.checkCapacity();
     }
 }
 
-bool UsbEvents::send(const UsbNews &news, Deliveries::Done done)
+bool UsbEvents::send(const UsbNotification &notification, Deliveries::Done done)
 {
-    std::string text = news.text();
+    std::string text = notification.text();
     if (!activated()) {
-        report_(text, wordsFor(Delivery::notActivated));
+        report_(text, deliveryName(Delivery::notActivated));
         return false;
     }
     deliveries_.send(text, [this, text, done = std::move(done)](Delivery delivery) {
-        report_(text, wordsFor(delivery));
+        report_(text, deliveryName(delivery));
         done(delivery);
     });
     return true;

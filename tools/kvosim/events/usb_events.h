@@ -1,4 +1,4 @@
-// USB events of the service: told to the program that has them, while they are activated.
+// USB events of the service, sent to the program that receives them while they are activated.
 #pragma once
 
 #include "kvosim/commands/commands.h"
@@ -13,23 +13,23 @@ namespace kvosim {
 
 class UsbEvents {
 public:
-    /// Told of each event and what became of it.
+    /// Called with each event and the result of its delivery.
     using Report = std::function<void(std::string_view text, std::string_view outcome)>;
 
-    /// @p loop and @p context must outlive it.
+    /// @p loop and @p context must outlive this object.
     UsbEvents(EventLoop &loop, ServiceContext &context, Report report);
 
     [[nodiscard]] EventLoop &loop() noexcept { return loop_; }
     [[nodiscard]] Plant &plant() noexcept { return context_.plant; }
-    /// Whether a program has asked for the events, so that they go out.
+    /// Whether a program has activated the events.
     [[nodiscard]] bool activated() const noexcept { return context_.usbEventsActivated; }
 
-    /// Throws Refused where an event could not be sent now, for want of room. To be asked before anything is changed.
-    void checkRoom() const;
-    /// Sends an event if events are activated; then @p done is called on the loop's thread, later.
-    /// @return whether they are
-    bool send(const UsbNews &news, Deliveries::Done done);
-    /// No more events.
+    /// Throws Refused if events are activated and the queue is full. Call it before changing any state.
+    void checkCapacity() const;
+    /// Sends an event if events are activated, and calls @p done later on the loop's thread.
+    /// @return whether events are activated
+    bool send(const UsbNotification &notification, Deliveries::Done done);
+    /// Accepts no more events.
     void end() { deliveries_.end(); }
 
 private:

@@ -1,4 +1,4 @@
-// The storm: one event is on its way at a time, the next one is sent when it is due.
+// Sends a storm of USB events: one event at a time, the next one when it is due.
 #include "kvosim/events/usb_storm.h"
 
 #include "common/control_protocol.h"
@@ -14,11 +14,11 @@ namespace {
 constexpr const char *kDeactivated = "deactivated";
 constexpr const char *kNotActivated = "USB events are not activated; a program has to activate them first";
 
-/// Held by the event that is on its way, or by the time that is waited for.
+/// The pending event or the pending timer owns it.
 class Storm : public std::enable_shared_from_this<Storm> {
 public:
-    Storm(UsbEvents &events, const StormOrder &order, LineServer::Caller caller)
-        : events_(events), order_(order), caller_(std::move(caller))
+    Storm(UsbEvents &events, const StormParameters &parameters, LineServer::Caller caller)
+        : events_(events), parameters_(parameters), caller_(std::move(caller))
     {
     }
 
@@ -37,27 +37,28 @@ private:
 
     void step()
     {
-        // First of all: where nobody waits, the service itself may have gone.
-        if (!caller_.waits()) {
+        // This check comes first: if no caller waits, the service may already be destroyed.
+        if (!caller_.isWaiting()) {
             return;
         }
         try {
-            if (sent_ == order_.count) {
-                tell("count");
-            } else if (!events_.send(nextNews(), [self = shared_from_this()](Delivery delivery) { self->finish(delivery); })) {
-                tell(kDeactivated);
+            if (sent_ == parameters_.count) {
+                finishWith("count");
+            } else if (!events_.send(nextNotification(),
+                                     [self = shared_from_this()](Delivery delivery) { self->finish(delivery); })) {
+                finishWith(kDeactivated);
             }
         } catch (const std::exception &error) {
-            tell(error.what());
+            finishWith(error.what());
         }
     }
 
-    /// A device comes, or the one goes that has come last. Somebody else may have removed it meanwhile.
-    UsbNews nextNews()
+    /// Removes the device that was plugged in last, or plugs one in. Another client may have removed it already.
+    UsbNotification nextNotification()
     {
-        events_.checkRoom();
+        events_.checkCapacity();
         if (plugged_) {
-            const UsbNews last = *std::exchange(plugged_, std::nullopt);
+            const UsbNotification last = *std::exchange(plugged_, std::nullopt);
             const auto station = *events_.plant().findStation(last.station);
             const auto &devices = station.panel.usbDevices;
             if (std::any_of(devices.begin(), devices.end(), [&](const UsbDevice &d) { return sameIdents(d, last.device); })) {
@@ -65,38 +66,38 @@ private:
             }
         }
         const auto station = *events_.plant().findStation(nextStation());
-        UsbNews news = plug(station, newUsbDeviceFor(station.panel));
-        if (news.event == UsbEvent::plugged) {
-            plugged_ = news;
+        UsbNotification notification = plug(station, newUsbDeviceFor(station.panel));
+        if (notification.event == UsbEvent::plugged) {
+            plugged_ = notification;
         }
-        return news;
+        return notification;
     }
 
     uint32_t nextStation()
     {
         const auto stations = events_.plant().stations();
-        return order_.station ? *order_.station : stations[turn_++ % stations.size()].address;
+        return parameters_.station ? *parameters_.station : stations[nextIndex_++ % stations.size()].address;
     }
 
     void finish(Delivery delivery)
     {
         if (delivery == Delivery::notActivated) {
-            tell(kDeactivated);  // that event has not gone out any more
+            finishWith(kDeactivated);  // that event was not sent
             return;
         }
         ++sent_;
         delivered_ += delivery == Delivery::delivered ? 1 : 0;
         if (delivery == Delivery::simulatorEnds) {
-            tell(wordsFor(delivery));
+            finishWith(deliveryName(delivery));
             return;
         }
-        if (order_.rate != 0) {
-            due_ = began_ + std::chrono::nanoseconds(std::chrono::seconds(1)) * int64_t{sent_} / int64_t{order_.rate};
+        if (parameters_.rate != 0) {
+            due_ = began_ + std::chrono::nanoseconds(std::chrono::seconds(1)) * int64_t{sent_} / int64_t{parameters_.rate};
         }
         wait();
     }
 
-    void tell(std::string_view end)
+    void finishWith(std::string_view end)
     {
         const std::chrono::duration<double> time = Clock::now() - began_;
         const double rate = time.count() > 0 ? sent_ / time.count() : 0;
@@ -110,19 +111,19 @@ private:
     }
 
     UsbEvents &events_;
-    StormOrder order_;
+    StormParameters parameters_;
     LineServer::Caller caller_;
     Clock::time_point began_;
     Clock::time_point due_;
     uint32_t sent_ = 0;
     uint32_t delivered_ = 0;
-    std::size_t turn_ = 0;
-    std::optional<UsbNews> plugged_;
+    std::size_t nextIndex_ = 0;
+    std::optional<UsbNotification> plugged_;
 };
 
 }  // namespace
 
-void beginUsbStorm(UsbEvents &events, const StormOrder &order, const LineServer::Caller &caller)
+void beginUsbStorm(UsbEvents &events, const StormParameters &parameters, const LineServer::Caller &caller)
 {
     if (!events.activated()) {
         throw tools::Refused(kNotActivated);
@@ -130,8 +131,8 @@ void beginUsbStorm(UsbEvents &events, const StormOrder &order, const LineServer:
     if (events.plant().stations().empty()) {
         throw tools::Refused("the plant has no station that devices could be plugged in at");
     }
-    events.checkRoom();
-    std::make_shared<Storm>(events, order, caller)->begin();
+    events.checkCapacity();
+    std::make_shared<Storm>(events, parameters, caller)->begin();
 }
 
 }  // namespace kvosim

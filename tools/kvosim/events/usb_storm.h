@@ -1,4 +1,4 @@
-// Many USB events in a row: devices are plugged in and removed in turn, at a given rate.
+// Sends many USB events: plugs in and removes devices in turn, at a given rate.
 #pragma once
 
 #include "kvosim/events/usb_events.h"
@@ -9,14 +9,14 @@
 
 namespace kvosim {
 
-struct StormOrder {
-    uint32_t count = 0;                 ///< events
-    uint32_t rate = 0;                  ///< events a second; 0 is as fast as they are taken
-    std::optional<uint32_t> station{};  ///< none: all in turn
+struct StormParameters {
+    uint32_t count = 0;                 ///< number of events
+    uint32_t rate = 0;                  ///< events per second; 0 is as fast as the receiver accepts them
+    std::optional<uint32_t> station{};  ///< without a value: all stations in turn
 };
 
-/// Begins a storm, whose sums are told to @p caller at its end. It ends early when nobody waits for them any more, and when
-/// events are deactivated. Throws Refused where it can not begin.
-void beginUsbStorm(UsbEvents &events, const StormOrder &order, const LineServer::Caller &caller);
+/// Begins a storm, and sends the totals to @p caller at its end. The storm ends early if @p caller no longer waits, or if events
+/// are deactivated. Throws Refused if it cannot begin.
+void beginUsbStorm(UsbEvents &events, const StormParameters &parameters, const LineServer::Caller &caller);
 
 }  // namespace kvosim

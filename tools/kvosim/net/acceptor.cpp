@@ -1,4 +1,4 @@
-// Acceptance, also where descriptors run out.
+// Accepts connections, and retries later when no descriptors are left.
 #include "kvosim/net/acceptor.h"
 
 #include <cerrno>
@@ -9,13 +9,13 @@ namespace kvosim {
 
 namespace {
 
-constexpr std::chrono::milliseconds kPause{100};
-constexpr int kAcceptedAtOnce = 16;  // then everybody else has a turn
+constexpr std::chrono::milliseconds kRetryDelay{100};
+constexpr int kMaxAcceptedAtOnce = 16;  // then other descriptors get their turn
 
 }  // namespace
 
-Acceptor::Acceptor(EventLoop &loop, int listener, std::function<void(tools::Descriptor connection)> take)
-    : loop_(loop), listener_(listener), take_(std::move(take))
+Acceptor::Acceptor(EventLoop &loop, int listener, std::function<void(tools::Descriptor connection)> onConnection)
+    : loop_(loop), listener_(listener), onConnection_(std::move(onConnection))
 {
     watch();
 }
@@ -35,10 +35,10 @@ void Acceptor::watch()
 
 void Acceptor::acceptSome()
 {
-    for (int accepted = 0; accepted < kAcceptedAtOnce; ++accepted) {
+    for (int accepted = 0; accepted < kMaxAcceptedAtOnce; ++accepted) {
         tools::Descriptor connection(accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
         if (connection.valid()) {
-            take_(std::move(connection));
+            onConnection_(std::move(connection));
         } else if (errno == EMFILE || errno == ENFILE) {
             pause();
             return;
@@ -48,12 +48,12 @@ void Acceptor::acceptSome()
     }
 }
 
-/// A listening socket stays ready while nobody can be taken: without a pause the loop would do nothing else.
+/// The listening socket stays ready while no connection can be accepted. Without a pause the loop would do nothing else.
 void Acceptor::pause()
 {
     loop_.forget(listener_);
     watching_ = false;
-    loop_.after(kPause, [this, alive = std::weak_ptr(alive_)] {
+    loop_.after(kRetryDelay, [this, alive = std::weak_ptr(alive_)] {
         if (!alive.expired()) {
             watch();
         }

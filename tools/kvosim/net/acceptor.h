@@ -1,4 +1,4 @@
-// Takes the connections of a listening socket.
+// Accepts the connections of a listening socket.
 #pragma once
 
 #include "kvosim/base/event_loop.h"
@@ -10,8 +10,8 @@ namespace kvosim {
 
 class Acceptor {
 public:
-    /// Calls @p take, on the loop, with each connection. @p loop and the listening socket must outlive it.
-    Acceptor(EventLoop &loop, int listener, std::function<void(tools::Descriptor connection)> take);
+    /// Calls @p onConnection on the loop's thread with each connection. @p loop and the listening socket must outlive this object.
+    Acceptor(EventLoop &loop, int listener, std::function<void(tools::Descriptor connection)> onConnection);
     Acceptor(const Acceptor &) = delete;
     Acceptor &operator=(const Acceptor &) = delete;
     ~Acceptor();
@@ -23,7 +23,7 @@ private:
 
     EventLoop &loop_;
     int listener_;
-    std::function<void(tools::Descriptor connection)> take_;
+    std::function<void(tools::Descriptor connection)> onConnection_;
     bool watching_ = false;
     std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };

@@ -1,5 +1,5 @@
-// The connections of a line server, each in one of four stages: reading its request, holding its reply back, writing it,
-// lingering until the client has closed.
+// The connections of a line server. Each is in one of four stages: reading its request, waiting to send its reply, writing the
+// reply, and lingering until the client closes.
 #include "kvosim/net/line_server.h"
 
 #include <algorithm>
@@ -13,13 +13,13 @@ namespace kvosim {
 
 namespace {
 
-// Clients look at 1024 bytes at a time and pause when they find less of an unfinished line: whole KiB spare them that.
+// Clients read 1024 bytes at a time, and pause if they get less and the line is incomplete. Pieces of whole KiB avoid the pause.
 constexpr std::size_t kPiece = std::size_t{32} * 1024;
-// Holds several pieces, so that one is taken whole or not at all; the kernel grants what it allows.
+// The buffer has space for several pieces, so a piece is written completely or not at all. The kernel may grant less.
 constexpr int kSendBuffer = 1024 * 1024;
 constexpr std::chrono::milliseconds kSweepInterval{50};
-// Then those that are connected have their turn, and a flood of new ones takes nobody's place.
-constexpr int kConnectionsAtOnce = 16;
+// Then existing connections get their turn, so a flood of new ones does not push them out.
+constexpr int kMaxNewConnectionsAtOnce = 16;
 
 bool wouldBlock() noexcept { return errno == EAGAIN || errno == EWOULDBLOCK; }
 
@@ -49,28 +49,28 @@ void LineServer::end(std::function<void()> ended)
         return;
     }
     ended_ = std::move(ended);
-    // Gone before a client has read its last reply, so that it never finds a service that is about to end.
+    // The socket is removed before a client has read its last reply, so no client connects to a service that is about to end.
     loop_.forget(listener_->get());
     listener_.reset();
-    // Later, as the request that is being answered may be the one that ends the service.
+    // Not now: the request that is being answered may be the one that ends the service.
     after({}, [this] { dropAll([](const Connection &connection) { return connection.stage != Connection::Stage::writing; }); });
-    after(limits_.endingTime, [this] { dropAll([](const Connection &) { return true; }); });
+    after(limits_.shutdownTimeout, [this] { dropAll([](const Connection &) { return true; }); });
 }
 
 void LineServer::acceptSome()
 {
-    for (int accepted = 0; accepted < kConnectionsAtOnce; ++accepted) {
+    for (int accepted = 0; accepted < kMaxNewConnectionsAtOnce; ++accepted) {
         tools::Descriptor socket(accept4(listener_->get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
         if (!socket.valid()) {
             const bool outOfDescriptors = errno == EMFILE || errno == ENFILE;
             if (outOfDescriptors && !connections_.empty()) {
-                dropQuietest();
+                dropLongestIdle();
                 continue;
             }
             return;
         }
         if (connections_.size() >= limits_.connections) {
-            dropQuietest();
+            dropLongestIdle();
         }
         const int fd = socket.get();
         setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &kSendBuffer, sizeof kSendBuffer);
@@ -84,27 +84,27 @@ void LineServer::acceptSome()
 
 void LineServer::react(int fd, uint32_t events)
 {
-    const Place place = connections_.find(fd);
+    const Iterator it = connections_.find(fd);
     if ((events & EPOLLERR) != 0) {
-        drop(place, "the client vanished");
+        drop(it, "the client vanished");
         return;
     }
-    switch (place->second.stage) {
-    case Connection::Stage::reading: read(place); break;
-    case Connection::Stage::holding: drop(place, "the client closed before its reply was written"); break;
-    case Connection::Stage::writing: write(place); break;
-    case Connection::Stage::lingering: linger(place); break;
+    switch (it->second.stage) {
+    case Connection::Stage::reading: read(it); break;
+    case Connection::Stage::waiting: drop(it, "the client closed before its reply was written"); break;
+    case Connection::Stage::writing: write(it); break;
+    case Connection::Stage::lingering: linger(it); break;
     }
 }
 
-void LineServer::read(Place place)
+void LineServer::read(Iterator it)
 {
-    Connection &connection = place->second;
+    Connection &connection = it->second;
     std::array<char, 4096> piece{};
     const ssize_t count = recv(connection.socket.get(), piece.data(), piece.size(), 0);
     if (count <= 0) {
         if (count == 0 || !wouldBlock()) {
-            drop(place, connection.request.empty() ? "closed without a request" : "closed inside its request");
+            drop(it, connection.request.empty() ? "closed without a request" : "closed inside its request");
         }
         return;
     }
@@ -114,7 +114,7 @@ void LineServer::read(Place place)
     const std::size_t end = connection.request.find('\n');
     if (std::min(end, connection.request.size()) > limits_.longestLine) {
         report("a request longer than " + std::to_string(limits_.longestLine) + " bytes is refused");
-        reply(place, refusal_);
+        reply(it, refusal_);
         return;
     }
     if (end == std::string::npos) {
@@ -124,77 +124,78 @@ void LineServer::read(Place place)
     if (line.ends_with('\r')) {
         line.remove_suffix(1);
     }
-    reply(place, answer_(line, Caller(*this, place->first, connection.number)));
+    reply(it, answer_(line, Caller(*this, it->first, connection.number)));
 }
 
-void LineServer::reply(Place place, Reply reply)
+void LineServer::reply(Iterator it, Reply reply)
 {
-    Connection &connection = place->second;
-    if (reply.way == Reply::Way::close) {
-        drop(place, "closed without a reply, on purpose");
+    Connection &connection = it->second;
+    if (reply.mode == Reply::Mode::close) {
+        drop(it, "closed without a reply, on purpose");
         return;
     }
     connection.reply = std::move(reply.text);
     connection.reply += '\n';
-    if (reply.way == Reply::Way::bytewise) {
+    if (reply.mode == Reply::Mode::bytewise) {
         connection.pause = reply.pause;
     }
-    connection.answeredLater = reply.way == Reply::Way::later;
-    if (reply.way == Reply::Way::silence || connection.answeredLater) {
-        connection.stage = Connection::Stage::holding;
+    connection.answeredLater = reply.mode == Reply::Mode::later;
+    if (reply.mode == Reply::Mode::silence || connection.answeredLater) {
+        connection.stage = Connection::Stage::waiting;
         loop_.change(connection.socket.get(), 0);
     } else if (reply.delay.count() > 0) {
-        hold(place, reply.delay, &LineServer::startWriting);
+        hold(it, reply.delay, &LineServer::startWriting);
     } else {
-        startWriting(place);
+        startWriting(it);
     }
 }
 
-void LineServer::startWriting(Place place)
+void LineServer::startWriting(Iterator it)
 {
-    loop_.change(place->first, EPOLLOUT);
-    write(place);
+    loop_.change(it->first, EPOLLOUT);
+    write(it);
 }
 
-/// Waits for nothing but the client's end until the time is over; a client that has only closed its side may still read.
-void LineServer::hold(Place place, std::chrono::milliseconds time, void (LineServer::*proceed)(Place place))
+/// Waits for @p time, then calls @p proceed. Meanwhile it reacts only to a client that closes its whole connection: a client that
+/// has shut down only its sending side may still read.
+void LineServer::hold(Iterator it, std::chrono::milliseconds time, void (LineServer::*proceed)(Iterator it))
 {
-    place->second.stage = Connection::Stage::holding;
-    loop_.change(place->first, 0);
-    after(time, [this, proceed, fd = place->first, number = place->second.number] {
-        const Place held = find(fd, number);
+    it->second.stage = Connection::Stage::waiting;
+    loop_.change(it->first, 0);
+    after(time, [this, proceed, fd = it->first, number = it->second.number] {
+        const Iterator held = find(fd, number);
         if (held != connections_.end()) {
             (this->*proceed)(held);
         }
     });
 }
 
-/// The end where the connection has gone.
-LineServer::Place LineServer::find(int fd, uint64_t number)
+/// Returns the end iterator if the connection no longer exists.
+LineServer::Iterator LineServer::find(int fd, uint64_t number)
 {
-    const Place place = connections_.find(fd);
-    return place != connections_.end() && place->second.number == number ? place : connections_.end();
+    const Iterator it = connections_.find(fd);
+    return it != connections_.end() && it->second.number == number ? it : connections_.end();
 }
 
-bool LineServer::Caller::waits() const
+bool LineServer::Caller::isWaiting() const
 {
     if (alive_.expired()) {
         return false;
     }
-    const Place place = server_.find(fd_, number_);
-    return place != server_.connections_.end() && place->second.answeredLater;
+    const Iterator it = server_.find(fd_, number_);
+    return it != server_.connections_.end() && it->second.answeredLater;
 }
 
 void LineServer::Caller::reply(Reply reply) const
 {
-    if (waits()) {
+    if (isWaiting()) {
         server_.reply(server_.find(fd_, number_), std::move(reply));
     }
 }
 
-void LineServer::write(Place place)
+void LineServer::write(Iterator it)
 {
-    Connection &connection = place->second;
+    Connection &connection = it->second;
     connection.stage = Connection::Stage::writing;
     while (connection.written < connection.reply.size()) {
         const std::string_view left = std::string_view(connection.reply).substr(connection.written);
@@ -202,14 +203,14 @@ void LineServer::write(Place place)
         const ssize_t count = send(connection.socket.get(), piece.data(), piece.size(), MSG_NOSIGNAL);
         if (count < 0) {
             if (!wouldBlock()) {
-                drop(place, "the client vanished before its reply was written");
+                drop(it, "the client vanished before its reply was written");
             }
             return;
         }
         connection.written += static_cast<std::size_t>(count);
         connection.lastMoved = Clock::now();
         if (connection.pause && connection.written < connection.reply.size()) {
-            hold(place, *connection.pause, &LineServer::startWriting);
+            hold(it, *connection.pause, &LineServer::startWriting);
             return;
         }
     }
@@ -217,41 +218,41 @@ void LineServer::write(Place place)
     connection.stage = Connection::Stage::lingering;
     loop_.change(connection.socket.get(), EPOLLIN);
     if (ended_) {
-        drop(place, {});
+        drop(it, {});
         return;
     }
-    linger(place);
+    linger(it);
 }
 
-/// Reads what the client still sends: a close with bytes unread would take the reply away from it.
-void LineServer::linger(Place place)
+/// Reads what the client still sends: if the server closed with unread bytes, the client would lose the reply.
+void LineServer::linger(Iterator it)
 {
     std::array<char, 4096> unwanted{};
-    const ssize_t count = recv(place->second.socket.get(), unwanted.data(), unwanted.size(), 0);
+    const ssize_t count = recv(it->second.socket.get(), unwanted.data(), unwanted.size(), 0);
     if (count == 0 || (count < 0 && !wouldBlock())) {
-        drop(place, {});
+        drop(it, {});
     }
 }
 
-void LineServer::drop(Place place, std::string_view reason)
+void LineServer::drop(Iterator it, std::string_view reason)
 {
     if (!reason.empty()) {
         report(reason);
     }
-    loop_.forget(place->first);
-    connections_.erase(place);
+    loop_.forget(it->first);
+    connections_.erase(it);
     endIfDone();
 }
 
-void LineServer::dropQuietest()
+void LineServer::dropLongestIdle()
 {
-    const Place quietest = std::min_element(connections_.begin(), connections_.end(), [](const auto &a, const auto &b) {
+    const Iterator longestIdle = std::min_element(connections_.begin(), connections_.end(), [](const auto &a, const auto &b) {
         return a.second.lastMoved < b.second.lastMoved;
     });
-    drop(quietest, "dropped for a newer connection");
+    drop(longestIdle, "dropped for a newer connection");
 }
 
-/// Drops what is overdue, now and for as long as there are connections.
+/// Drops overdue connections, now and regularly while connections exist.
 void LineServer::sweep()
 {
     if (sweeping_) {
@@ -270,17 +271,17 @@ void LineServer::sweep()
 
 void LineServer::dropAll(const std::function<bool(const Connection &)> &which)
 {
-    for (auto place = connections_.begin(); place != connections_.end();) {
-        const auto next = std::next(place);
-        if (which(place->second)) {
-            drop(place, place->second.stage == Connection::Stage::lingering ? "" : "dropped unfinished");
+    for (auto it = connections_.begin(); it != connections_.end();) {
+        const auto next = std::next(it);
+        if (which(it->second)) {
+            drop(it, it->second.stage == Connection::Stage::lingering ? "" : "dropped unfinished");
         }
-        place = next;
+        it = next;
     }
     endIfDone();
 }
 
-/// As the loop's, but forgotten when the server has gone.
+/// Like EventLoop::after, but does nothing if the server has been destroyed.
 void LineServer::after(std::chrono::milliseconds delay, std::function<void()> action)
 {
     loop_.after(delay, [action = std::move(action), alive = std::weak_ptr(alive_)] {
@@ -292,14 +293,14 @@ void LineServer::after(std::chrono::milliseconds delay, std::function<void()> ac
 
 bool LineServer::overdue(const Connection &connection, Clock::time_point now) const
 {
-    if (connection.stage == Connection::Stage::holding) {
+    if (connection.stage == Connection::Stage::waiting) {
         return false;
     }
     if (connection.stage == Connection::Stage::lingering) {
-        return now - connection.lastMoved > limits_.lingerTime;
+        return now - connection.lastMoved > limits_.lingerTimeout;
     }
-    return now - connection.lastMoved > limits_.quietTime ||
-           (connection.stage == Connection::Stage::reading && now - connection.since > limits_.requestTime);
+    return now - connection.lastMoved > limits_.idleTimeout ||
+           (connection.stage == Connection::Stage::reading && now - connection.since > limits_.requestTimeout);
 }
 
 void LineServer::endIfDone()

@@ -1,4 +1,4 @@
-// Reading and writing of streams.
+// Reads and writes connected stream sockets.
 #include "kvosim/net/stream.h"
 
 #include <array>
@@ -11,12 +11,12 @@ namespace kvosim {
 
 namespace {
 
-bool goesOnLater() noexcept { return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR; }
+bool isTransient() noexcept { return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR; }
 
 }  // namespace
 
-Stream::Stream(EventLoop &loop, tools::Descriptor socket, std::size_t room, Reactions reactions)
-    : loop_(loop), socket_(std::move(socket)), room_(room), reactions_(std::move(reactions))
+Stream::Stream(EventLoop &loop, tools::Descriptor socket, std::size_t capacity, Callbacks reactions)
+    : loop_(loop), socket_(std::move(socket)), capacity_(capacity), callbacks_(std::move(reactions))
 {
     loop_.watch(socket_.get(), EPOLLIN, [this](uint32_t events) { react(events); });
 }
@@ -25,7 +25,7 @@ Stream::~Stream() { loop_.forget(socket_.get()); }
 
 bool Stream::write(std::string_view bytes)
 {
-    if (bytes.size() > room_ - waiting_.size()) {
+    if (bytes.size() > capacity_ - waiting_.size()) {
         return false;
     }
     waiting_ += bytes;
@@ -41,31 +41,31 @@ void Stream::resetWhenClosed() const noexcept
 void Stream::react(uint32_t events)
 {
     if ((events & EPOLLOUT) != 0) {
-        static_cast<void>(flush());  // what is wrong, reading tells
+        static_cast<void>(flush());  // receive() reports errors
     }
     if ((events & ~uint32_t{EPOLLOUT}) != 0) {
-        receive();  // the last thing done here: its reactions may destroy this
+        receive();  // must come last: its callbacks may destroy this object
     }
 }
 
-/// One piece at a time, so that a flood holds nobody else up.
+/// Reads one piece at a time, so a flood does not delay other connections.
 void Stream::receive()
 {
     std::array<char, std::size_t{16} * 1024> piece{};
     const ssize_t count = recv(socket_.get(), piece.data(), piece.size(), 0);
     if (count > 0) {
-        reactions_.take({piece.data(), static_cast<std::size_t>(count)});
+        callbacks_.received({piece.data(), static_cast<std::size_t>(count)});
     } else if (count == 0) {
-        reactions_.closed("the other side has closed it");
-    } else if (!goesOnLater()) {
-        reactions_.closed(std::generic_category().message(errno));
+        callbacks_.closed("the other side has closed it");
+    } else if (!isTransient()) {
+        callbacks_.closed(std::generic_category().message(errno));
     }
 }
 
 bool Stream::flush()
 {
     const ssize_t count = waiting_.empty() ? 0 : send(socket_.get(), waiting_.data(), waiting_.size(), MSG_NOSIGNAL);
-    const bool failed = count < 0 && !goesOnLater();
+    const bool failed = count < 0 && !isTransient();
     if (failed) {
         waiting_.clear();
     } else if (count > 0) {

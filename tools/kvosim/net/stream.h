@@ -1,4 +1,4 @@
-// A connected stream socket on the loop: what comes is handed on piece by piece, what goes waits in a buffer that is bounded.
+// A connected stream socket on the loop: passes received data to a callback, and keeps unsent data in a bounded buffer.
 #pragma once
 
 #include "kvosim/base/event_loop.h"
@@ -12,21 +12,22 @@ namespace kvosim {
 class Stream {
 public:
     /// Both may destroy the stream.
-    struct Reactions {
-        std::function<void(std::string_view piece)> take;
+    struct Callbacks {
+        std::function<void(std::string_view piece)> received;
         std::function<void(const std::string &reason)> closed;  ///< by the other side
     };
 
-    /// @p room is how many bytes may wait to be written. @p loop must outlive it. Its end closes the connection.
-    Stream(EventLoop &loop, tools::Descriptor socket, std::size_t room, Reactions reactions);
+    /// @p capacity is the number of bytes that may wait to be written. @p loop must outlive this object. The destructor closes
+    /// the connection.
+    Stream(EventLoop &loop, tools::Descriptor socket, std::size_t capacity, Callbacks reactions);
     Stream(const Stream &) = delete;
     Stream &operator=(const Stream &) = delete;
     ~Stream();
 
-    /// All of it, now or as the other side reads. False, with nothing written, where there is no room; false where the other
-    /// side has closed, which is also told to the reaction, later.
+    /// Writes all bytes, now or as the other side reads. Returns false and writes nothing if the buffer has not enough space.
+    /// Also returns false if the other side has closed; the callback reports that later.
     [[nodiscard]] bool write(std::string_view bytes);
-    /// When it is closed, the other side finds the connection reset instead of ended.
+    /// When the stream is closed, the other side sees a connection reset instead of an orderly end.
     void resetWhenClosed() const noexcept;
 
 private:
@@ -36,8 +37,8 @@ private:
 
     EventLoop &loop_;
     tools::Descriptor socket_;
-    std::size_t room_;
-    Reactions reactions_;
+    std::size_t capacity_;
+    Callbacks callbacks_;
     std::string waiting_;
 };
 

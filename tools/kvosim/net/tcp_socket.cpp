@@ -1,4 +1,4 @@
-// TCP sockets of IPv4.
+// IPv4 TCP sockets.
 #include "kvosim/net/tcp_socket.h"
 
 #include "common/dotted_address.h"
@@ -13,7 +13,7 @@ namespace kvosim {
 
 namespace {
 
-constexpr int kWaitingAgents = 16;
+constexpr int kBacklog = 16;
 
 std::string reasonOf(int error)
 {
@@ -33,11 +33,11 @@ tools::Descriptor listenAt(const std::string &purpose, uint32_t address, uint16_
     place.sin_addr.s_addr = htonl(address);
     place.sin_port = htons(port);
     tools::Descriptor listener(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    // Connections of a simulator that has ended do not keep the port from the next one.
+    // Otherwise, connections of a simulator that has ended would block the port for the next one.
     const int on = 1;
     setsockopt(listener.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     if (bind(listener.get(), reinterpret_cast<const sockaddr *>(&place), sizeof place) != 0 ||
-        listen(listener.get(), kWaitingAgents) != 0) {
+        listen(listener.get(), kBacklog) != 0) {
         throw std::runtime_error(purpose + " at " + tools::dotted(address) + ':' + std::to_string(port) + ": " +
                                  reasonOf(errno));
     }

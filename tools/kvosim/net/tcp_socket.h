@@ -8,10 +8,10 @@
 
 namespace kvosim {
 
-/// Listens at an address and port. Throws std::runtime_error, which begins with @p purpose, where it can not be had.
+/// Listens at an address and port. If that fails, throws std::runtime_error with a text that begins with @p purpose.
 tools::Descriptor listenAt(const std::string &purpose, uint32_t address, uint16_t port);
 
-/// "127.0.0.1:40312"; "?" where the other side has gone already.
+/// For example "127.0.0.1:40312", or "?" if the other side has already disconnected.
 std::string peerOf(const tools::Descriptor &connection);
 
 }  // namespace kvosim

@@ -1,4 +1,4 @@
-// Datagrams, and who shares a port with whom.
+// Receives datagrams; decides when several simulators may share a port.
 #include "kvosim/net/udp_socket.h"
 
 #include "common/dotted_address.h"
@@ -16,7 +16,7 @@ namespace kvosim {
 namespace {
 
 constexpr uint16_t kUsbLockPort = 5851;
-constexpr int kTakenAtOnce = 64;  // then everybody else has a turn
+constexpr int kMaxReceivedAtOnce = 64;  // then other descriptors get their turn
 
 bool isLoopback(const sockaddr_in &endpoint) { return ntohl(endpoint.sin_addr.s_addr) >> 24 == IN_LOOPBACKNET; }
 
@@ -40,15 +40,15 @@ std::optional<sockaddr_in> parseEndpoint(std::string_view text)
 
 bool isEndpointOrNone(std::string_view text) { return text == kNoEndpoint || parseEndpoint(text); }
 
-UdpSocket::UdpSocket(EventLoop &loop, const std::string &endpoint, std::function<void(std::string_view datagram)> take)
-    : loop_(loop), take_(std::move(take)), socket_(socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0))
+UdpSocket::UdpSocket(EventLoop &loop, const std::string &endpoint, std::function<void(std::string_view datagram)> onDatagram)
+    : loop_(loop), onDatagram_(std::move(onDatagram)), socket_(socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0))
 {
     const auto address = parseEndpoint(endpoint);
     if (!address) {
         throw std::runtime_error('"' + endpoint + "\" is no address; write " + std::string(kEndpointForm));
     }
-    // A broadcast reaches all that share a port, so simulators on a network may. What is sent to this machine alone would
-    // reach only one of them, and nobody would know which: there the second one is told.
+    // A broadcast reaches all sockets that share a port, so simulators on a network may share it. A datagram to the loopback
+    // address would reach only one of them, and it is unknown which: there the second simulator gets an error.
     const int on = isLoopback(*address) ? 0 : 1;
     setsockopt(socket_.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     if (bind(socket_.get(), reinterpret_cast<const sockaddr *>(&*address), sizeof *address) != 0) {
@@ -72,12 +72,12 @@ std::string UdpSocket::address() const
 void UdpSocket::receive()
 {
     std::array<char, 2048> buffer{};
-    for (int taken = 0; taken < kTakenAtOnce; ++taken) {
+    for (int taken = 0; taken < kMaxReceivedAtOnce; ++taken) {
         const ssize_t size = recv(socket_.get(), buffer.data(), buffer.size(), 0);
         if (size < 0) {
             return;
         }
-        take_({buffer.data(), static_cast<std::size_t>(size)});
+        onDatagram_({buffer.data(), static_cast<std::size_t>(size)});
     }
 }
 

@@ -1,4 +1,4 @@
-// A socket that takes datagrams, and how its place is written.
+// A socket that receives datagrams, and the notation of its address.
 #pragma once
 
 #include "kvosim/base/event_loop.h"
@@ -11,32 +11,32 @@
 
 namespace kvosim {
 
-/// Where clients of one machine send the datagrams of the USB lock.
+/// Where clients on the same machine send the datagrams of the USB lock.
 inline constexpr const char *kDefaultUsbLockAddress = "127.0.0.1:5851";
-/// In the place of an address: datagrams are not taken.
+/// Used instead of an address: no datagrams are received.
 inline constexpr std::string_view kNoEndpoint = "none";
 inline constexpr std::string_view kEndpointForm = "ADDRESS or ADDRESS:PORT, such as \"0.0.0.0:5851\", or \"none\"";
 
-/// "127.0.0.1" or "127.0.0.1:5851", of which the port is 5851 where it is left out and any free one where it is 0.
+/// "127.0.0.1" or "127.0.0.1:5851". Without a port it is 5851; port 0 means any free port.
 std::optional<sockaddr_in> parseEndpoint(std::string_view text);
 bool isEndpointOrNone(std::string_view text);
 
 class UdpSocket {
 public:
-    /// Calls @p take, on the loop, with each datagram. Throws std::runtime_error where @p endpoint can not be had.
-    UdpSocket(EventLoop &loop, const std::string &endpoint, std::function<void(std::string_view datagram)> take);
+    /// Calls @p onDatagram on the loop's thread with each datagram. Throws std::runtime_error if it cannot bind to @p endpoint.
+    UdpSocket(EventLoop &loop, const std::string &endpoint, std::function<void(std::string_view datagram)> onDatagram);
     UdpSocket(const UdpSocket &) = delete;
     UdpSocket &operator=(const UdpSocket &) = delete;
     ~UdpSocket();
 
-    /// With the port that it has got.
+    /// The address with the port that the socket is bound to.
     [[nodiscard]] std::string address() const;
 
 private:
     void receive();
 
     EventLoop &loop_;
-    std::function<void(std::string_view datagram)> take_;
+    std::function<void(std::string_view datagram)> onDatagram_;
     tools::Descriptor socket_;
 };
 

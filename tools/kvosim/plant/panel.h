@@ -12,7 +12,7 @@
 namespace kvosim {
 
 /// A number that the plant may leave untold.
-using Told = std::optional<int64_t>;
+using OptionalNumber = std::optional<int64_t>;
 
 /// Every member but the last two is a key of plant files; station_keys.cpp has their names and ranges.
 struct Panel {
@@ -59,12 +59,12 @@ struct Panel {
     std::string channelInfo;
 
     // Input devices and touch screen
-    Told keyboards = 1;
-    Told mice = 1;
-    Told touchScreens = 1;
-    Told multiTouchScreens = 0;
-    Told maxContacts;
-    Told virtualKeyboards = 0;
+    OptionalNumber keyboards = 1;
+    OptionalNumber mice = 1;
+    OptionalNumber touchScreens = 1;
+    OptionalNumber multiTouchScreens = 0;
+    OptionalNumber maxContacts;
+    OptionalNumber virtualKeyboards = 0;
     int64_t pressThreshold = -1;
     int64_t nonlinear = -1;
 
@@ -75,11 +75,11 @@ struct Panel {
 
     // Metrics
     std::string oemLayout;
-    Told softkeyType;
-    Told keyboardCaps;
-    Told dpi;
-    Told hardwareCaps;
-    Told rotation;
+    OptionalNumber softkeyType;
+    OptionalNumber keyboardCaps;
+    OptionalNumber dpi;
+    OptionalNumber hardwareCaps;
+    OptionalNumber rotation;
 
     std::vector<UsbDevice> usbDevices;  ///< what is plugged in
     std::chrono::steady_clock::time_point rebootsUntil{};

@@ -14,7 +14,7 @@ namespace {
 constexpr int64_t kByte = 255;
 constexpr int64_t kHighest32 = 0xFFFFFFFF;
 constexpr int64_t kHighestSigned = std::numeric_limits<int32_t>::max();
-constexpr int64_t kMostDevices = 99;
+constexpr int64_t kMaxDevices = 99;
 constexpr int64_t kLongestReboot = 3'600'000;  // ms
 constexpr std::size_t kLongestText = 255;
 constexpr std::size_t kLongestLayout = 7;
@@ -71,7 +71,7 @@ bool areConnectors(std::string_view text)
     return true;
 }
 
-bool isLayout(std::string_view text) { return text.size() <= kLongestLayout && !hasControlCharacter(text) && text != kUntold; }
+bool isLayout(std::string_view text) { return text.size() <= kLongestLayout && !hasControlCharacter(text) && text != kNoValue; }
 
 constexpr std::string_view kLineForm = "at most 255 bytes without control characters";
 constexpr std::string_view kPairForm = "two numbers, such as \"12:1\", or nothing";
@@ -120,12 +120,12 @@ const StationKey kKeys[] = {
     {"t2m2n", TextKey{&Panel::t2m2n, isReplyText, "at most 255 bytes without control characters, and not \"failed\""}},
     {"channel_info", TextKey{&Panel::channelInfo, isChannelInfo, "at most 230 bytes without control characters"}},
 
-    {"kbd", NumberKey{&Panel::keyboards, 0, kMostDevices}},
-    {"mouse", NumberKey{&Panel::mice, 0, kMostDevices}},
-    {"touch", NumberKey{&Panel::touchScreens, 0, kMostDevices}},
-    {"multitouch", NumberKey{&Panel::multiTouchScreens, 0, kMostDevices}},
-    {"maxcontacts", NumberKey{&Panel::maxContacts, 0, kMostDevices}},
-    {"vkbd", NumberKey{&Panel::virtualKeyboards, 0, kMostDevices}},
+    {"kbd", NumberKey{&Panel::keyboards, 0, kMaxDevices}},
+    {"mouse", NumberKey{&Panel::mice, 0, kMaxDevices}},
+    {"touch", NumberKey{&Panel::touchScreens, 0, kMaxDevices}},
+    {"multitouch", NumberKey{&Panel::multiTouchScreens, 0, kMaxDevices}},
+    {"maxcontacts", NumberKey{&Panel::maxContacts, 0, kMaxDevices}},
+    {"vkbd", NumberKey{&Panel::virtualKeyboards, 0, kMaxDevices}},
     {"press_thresh", NumberKey{&Panel::pressThreshold, -1, kHighestSigned}},
     {"nonlinear", NumberKey{&Panel::nonlinear, -1, 1}},
 
@@ -149,7 +149,7 @@ struct Overload : Fs... {
 template <class... Fs>
 Overload(Fs...) -> Overload<Fs...>;
 
-bool mayBeUntold(const NumberKey &key) { return std::holds_alternative<Told Panel::*>(key.member); }
+bool isOptional(const NumberKey &key) { return std::holds_alternative<OptionalNumber Panel::*>(key.member); }
 
 /// Large ranges of bits read better in hexadecimal.
 std::string rangeOf(const NumberKey &key)
@@ -161,14 +161,14 @@ std::string rangeOf(const NumberKey &key)
         highest = hexadecimal.data();
     }
     return "; write " + std::string(key.step == 2 ? "an even number of " : "") + std::to_string(key.lowest) + " to " + highest +
-           (mayBeUntold(key) ? ", or \"none\"" : "");
+           (isOptional(key) ? ", or \"none\"" : "");
 }
 
 void store(const NumberKey &key, const Station &station, int64_t value)
 {
     std::visit(Overload{
                    [&](int64_t Panel::*member) { station.panel.*member = value; },
-                   [&](Told Panel::*member) { station.panel.*member = value; },
+                   [&](OptionalNumber Panel::*member) { station.panel.*member = value; },
                    [&](uint32_t ConnectionEntry::*member) { station.entry.*member = static_cast<uint32_t>(value); },
                },
                key.member);
@@ -177,8 +177,8 @@ void store(const NumberKey &key, const Station &station, int64_t value)
 std::string assignNumber(const NumberKey &key, const Station &station, const Value &value)
 {
     const auto *text = std::get_if<std::string>(&value);
-    if (text != nullptr && *text == kUntold && mayBeUntold(key)) {
-        station.panel.*std::get<Told Panel::*>(key.member) = std::nullopt;
+    if (text != nullptr && *text == kNoValue && isOptional(key)) {
+        station.panel.*std::get<OptionalNumber Panel::*>(key.member) = std::nullopt;
         return {};
     }
     const auto *number = std::get_if<int64_t>(&value);
@@ -235,9 +235,9 @@ Value read(const StationKey &key, const Station &station)
     }
     return std::visit(Overload{
                           [&](int64_t Panel::*member) -> Value { return station.panel.*member; },
-                          [&](Told Panel::*member) -> Value {
-                              const Told &told = station.panel.*member;
-                              return told ? Value(*told) : Value(std::string(kUntold));
+                          [&](OptionalNumber Panel::*member) -> Value {
+                              const OptionalNumber &told = station.panel.*member;
+                              return told ? Value(*told) : Value(std::string(kNoValue));
                           },
                           [&](uint32_t ConnectionEntry::*member) -> Value { return int64_t{station.entry.*member}; },
                       },
@@ -250,9 +250,9 @@ std::string assign(const StationKey &key, const Station &station, const Value &v
     return number != nullptr ? assignNumber(*number, station, value) : assignText(std::get<TextKey>(key.kind), station, value);
 }
 
-Value typed(const StationKey &key, const std::string &text)
+Value parseTyped(const StationKey &key, const std::string &text)
 {
-    return std::holds_alternative<TextKey>(key.kind) ? Value(text) : typedNumber(text);
+    return std::holds_alternative<TextKey>(key.kind) ? Value(text) : parseTypedNumber(text);
 }
 
 bool isPair(std::string_view text)

@@ -12,10 +12,10 @@
 namespace kvosim {
 
 /// What is written where the plant does not tell a number.
-inline constexpr std::string_view kUntold = "none";
+inline constexpr std::string_view kNoValue = "none";
 
 struct NumberKey {
-    std::variant<int64_t Panel::*, Told Panel::*, uint32_t ConnectionEntry::*> member;
+    std::variant<int64_t Panel::*, OptionalNumber Panel::*, uint32_t ConnectionEntry::*> member;
     int64_t lowest;
     int64_t highest;
     int64_t step = 1;
@@ -42,7 +42,7 @@ Value read(const StationKey &key, const Station &station);
 /// Empty when the value was stored; else what is wrong with it, and what would be right.
 [[nodiscard]] std::string assign(const StationKey &key, const Station &station, const Value &value);
 /// A value as it is typed on a command line: a key of numbers takes decimal and 0x1F.
-Value typed(const StationKey &key, const std::string &text);
+Value parseTyped(const StationKey &key, const std::string &text);
 
 /// "1:2": two numbers of 32 bits.
 bool isPair(std::string_view text);

@@ -115,7 +115,7 @@ std::string assignText(const UsbTextKey &key, UsbDevice &device, const Value &va
 
 std::string assignNumber(const UsbNumberKey &key, UsbDevice &device, const Value &value)
 {
-    const Value typed = std::holds_alternative<std::string>(value) ? typedNumber(std::get<std::string>(value)) : value;
+    const Value typed = std::holds_alternative<std::string>(value) ? parseTypedNumber(std::get<std::string>(value)) : value;
     const std::string range =
         "; write 0 to " + (key.highest == kHighestNumber ? std::string("0xFFFFFFFF") : std::to_string(key.highest));
     const auto *number = std::get_if<int64_t>(&typed);
@@ -131,14 +131,14 @@ std::string assignNumber(const UsbNumberKey &key, UsbDevice &device, const Value
 
 std::string assignBytes(UsbDevice &device, const Value &value)
 {
-    constexpr std::size_t kMost = sizeof device.source.bytes;
+    constexpr std::size_t kMaxBytes = sizeof device.source.bytes;
     const auto *text = std::get_if<std::string>(&value);
     if (text == nullptr || text->size() % 2 != 0 ||
         !std::all_of(text->begin(), text->end(), [](unsigned char c) { return std::isxdigit(c) != 0; })) {
         return "is no list of bytes; write two hexadecimal digits for each byte, such as \"0A1B\"";
     }
-    if (text->size() > 2 * kMost) {
-        return "has " + std::to_string(text->size() / 2) + " bytes; write at most " + std::to_string(kMost);
+    if (text->size() > 2 * kMaxBytes) {
+        return "has " + std::to_string(text->size() / 2) + " bytes; write at most " + std::to_string(kMaxBytes);
     }
     std::fill(std::begin(device.source.bytes), std::end(device.source.bytes), uint8_t{0});
     for (std::size_t i = 0; i < text->size() / 2; ++i) {

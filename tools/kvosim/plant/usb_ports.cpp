@@ -60,7 +60,7 @@ UsbDevice newUsbDeviceFor(const Panel &panel)
     return device;
 }
 
-UsbNews plug(const Station &station, const UsbDevice &device)
+UsbNotification plug(const Station &station, const UsbDevice &device)
 {
     checkUp(station);
     Devices &devices = station.panel.usbDevices;
@@ -75,22 +75,22 @@ UsbNews plug(const Station &station, const UsbDevice &device)
     return {UsbEvent::plugged, station.entry.address, device};
 }
 
-UsbNews refuse(const Station &station, const UsbDevice &device)
+UsbNotification refuse(const Station &station, const UsbDevice &device)
 {
     checkUp(station);
     return {UsbEvent::refused, station.entry.address, device};
 }
 
-UsbNews unplug(const Station &station, const std::string &device)
+UsbNotification unplug(const Station &station, const std::string &device)
 {
     checkUp(station);
     const auto found = find(station, device);
-    UsbNews news{UsbEvent::removed, station.entry.address, *found};
+    UsbNotification news{UsbEvent::removed, station.entry.address, *found};
     station.panel.usbDevices.erase(found);
     return news;
 }
 
-UsbNews changeState(const Station &station, const std::string &device, uint32_t state)
+UsbNotification changeState(const Station &station, const std::string &device, uint32_t state)
 {
     checkUp(station);
     const auto found = find(station, device);

@@ -11,7 +11,7 @@
 
 namespace kvosim {
 
-struct UsbNews {
+struct UsbNotification {
     UsbEvent event;
     uint32_t station;
     UsbDevice device;
@@ -26,13 +26,13 @@ bool usbLocked(const Panel &panel);
 UsbDevice newUsbDeviceFor(const Panel &panel);
 
 /// A device comes. While the USB lock is set it is refused instead, and not plugged in.
-UsbNews plug(const Station &station, const UsbDevice &device);
+UsbNotification plug(const Station &station, const UsbDevice &device);
 /// A device comes and is refused.
-UsbNews refuse(const Station &station, const UsbDevice &device);
+UsbNotification refuse(const Station &station, const UsbDevice &device);
 
 // A plugged device is called by its ident2, its ident3, or "IDENT2*IDENT3" where neither is its own.
-UsbNews unplug(const Station &station, const std::string &device);
-UsbNews changeState(const Station &station, const std::string &device, uint32_t state);
+UsbNotification unplug(const Station &station, const std::string &device);
+UsbNotification changeState(const Station &station, const std::string &device, uint32_t state);
 
 /// All connectors as the connector lists tell them: the key usb_connectors, then those that plugged devices make.
 std::string connectorsOf(const Panel &panel);

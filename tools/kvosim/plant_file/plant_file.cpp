@@ -6,7 +6,7 @@
 #include "kvosim/commands/commands.h"
 #include "kvosim/net/udp_socket.h"
 #include "kvosim/plant/station_keys.h"
-#include "kvosim/plant_file/pieces.h"
+#include "kvosim/plant_file/station_splitter.h"
 #include "kvosim/plant_file/table_reader.h"
 #include "kvosim/remote/remote_side.h"
 
@@ -328,7 +328,7 @@ Plant parseWhole(std::string_view text, std::string_view fileName, const Progres
 /// memory. Nothing where the pieces could mean something else than the whole does.
 std::optional<Plant> parsePieces(std::string_view text, std::string_view fileName, const Progress &progress)
 {
-    const std::vector<std::string_view> pieces = cutAtStations(text);
+    const std::vector<std::string_view> pieces = splitAtStations(text);
     const TableReader::Keys keys = keysOfAStation();
     Document rest(pieces.front(), fileName);
     if (rest.has(kStation)) {
@@ -341,7 +341,7 @@ std::optional<Plant> parsePieces(std::string_view text, std::string_view fileNam
         for (const TableReader &table : topOf(piece).tables(kStation, keys)) {
             addStation(plant, readStation(table), table);
         }
-        if (!rest.takeAllBut(kStation, piece)) {
+        if (!rest.mergeExcept(kStation, piece)) {
             return std::nullopt;
         }
         progress(i, pieces.size() - 1);

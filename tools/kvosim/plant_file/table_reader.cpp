@@ -28,7 +28,7 @@ toml::table parse(std::string_view text, std::string_view fileName)
 
 Document::Document(std::string_view text, std::string_view fileName) : fileName_(fileName), table_(parse(text, fileName)) {}
 
-bool Document::takeAllBut(std::string_view except, Document &other)
+bool Document::mergeExcept(std::string_view except, Document &other)
 {
     return std::all_of(other.table_.begin(), other.table_.end(), [&](const auto &entry) {
         const auto &[key, node] = entry;

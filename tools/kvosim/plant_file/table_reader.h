@@ -69,7 +69,7 @@ public:
     [[nodiscard]] TableReader top(const TableReader::Keys &keys) const { return {fileName_, "", table_, keys}; }
     [[nodiscard]] bool has(std::string_view key) const { return table_.contains(key); }
     /// Moves all keys of @p other here but @p except; false where one of them is here already.
-    [[nodiscard]] bool takeAllBut(std::string_view except, Document &other);
+    [[nodiscard]] bool mergeExcept(std::string_view except, Document &other);
 
 private:
     std::string fileName_;

@@ -2,7 +2,7 @@
 #include "kvosim/program/control_commands.h"
 
 #include "common/completions/completion.h"
-#include "kvosim/program/offers.h"
+#include "kvosim/program/completion_candidates.h"
 
 #include <cstdio>
 #include <iostream>
@@ -125,8 +125,8 @@ ControlCommands::ControlCommands(CLI::App &app) : options_(std::make_unique<Opti
         }
         ask(request, printRows);
     });
-    offerStations(station->add_option("STATION", options.station, "Its address or its name")->required());
-    offerStationKeys(station->add_option("--set", options.settings, "KEY=VALUE, any number of them"));
+    completeStations(station->add_option("STATION", options.station, "Its address or its name")->required());
+    completeStationKeys(station->add_option("--set", options.settings, "KEY=VALUE, any number of them"));
     station->footer(kStationExamples);
 
     CLI::App *fault = app.add_subcommand("fault", "Make the running simulator fail");
@@ -159,7 +159,7 @@ void ControlCommands::addFaultCommands(CLI::App &fault)
     tools::completions::completeWords(
         adding->add_option("KIND", options.kind, "delay, close, garbage, failed, split or silent")->required(),
         {"delay", "close", "garbage", "failed", "split", "silent"});
-    offerKeywords(adding->add_option("--command", options.command, "Keyword of the command that it strikes (default: all)"));
+    completeKeywords(adding->add_option("--command", options.command, "Keyword of the command that it strikes (default: all)"));
     adding->add_option("--after", options.after, "So many requests are spared first (default: 0)");
     adding->add_option("--times", options.times, "So many are struck then (default: 0, for ever)");
     adding->add_option("--delay-ms", options.delay, "Time of delay and split, at most 60000");

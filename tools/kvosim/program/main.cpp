@@ -11,8 +11,8 @@
 #include "kvosim/plant_file/plant_file.h"
 #include "kvosim/plant_file/plant_generator.h"
 #include "kvosim/program/control_commands.h"
-#include "kvosim/program/guarded_command.h"
-#include "kvosim/program/run_place.h"
+#include "kvosim/program/run_directory.h"
+#include "kvosim/program/supervised_command.h"
 #include "kvosim/service.h"
 
 #include <CLI/CLI.hpp>
@@ -28,10 +28,10 @@
 
 namespace {
 
-constexpr int kDone = 0;
-constexpr int kCanNot = 1;
-constexpr int kWrongUse = 2;
-constexpr int kNoSimulator = 3;
+constexpr int kExitSuccess = 0;
+constexpr int kExitFailure = 1;
+constexpr int kExitUsage = 2;
+constexpr int kExitNoSimulator = 3;
 constexpr uint32_t kLongestAlive = 86'400;  // seconds
 
 constexpr const char *kMainExamples = R"(Examples:
@@ -207,23 +207,23 @@ int serve(const Options &options)
                 serviceOptions(options).socket.c_str());
     std::fflush(stdout);
     loop.run();
-    return kDone;
+    return kExitSuccess;
 }
 
 int run(const Options &options)
 {
     if (options.command.empty()) {
         std::fputs("kvosim run: give the command to run after \"--\", as in: kvosim run -- ./panel-tests\n", stderr);
-        return kWrongUse;
+        return kExitUsage;
     }
     kvosim::Plant plant =
         options.plant.empty() ? kvosim::parsePlant(kvosim::kBuiltInPlant, "built-in plant") : load(options.plant);
-    const kvosim::RunPlace place(options.shared);
+    const kvosim::RunDirectory place(options.shared);
     kvosim::EventLoop loop;
     // Ended by a client, the service is gone, but the command still runs.
     const kvosim::Service service(loop, std::move(plant), serviceOptions(options), [] {});
     setenv("KVO_PLATFORM_INTERFACE", "lo", 0);
-    const kvosim::GuardedCommand command(loop, options.command, [&loop] { loop.stop(); });
+    const kvosim::SupervisedCommand command(loop, options.command, [&loop] { loop.stop(); });
     loop.run();
     return command.status();
 }
@@ -232,7 +232,7 @@ int generate(const Options &options)
 {
     kvosim::generatePlant(std::cout, options.count, options.seed);
     std::cout.flush();
-    return std::cout ? kDone : kCanNot;
+    return std::cout ? kExitSuccess : kExitFailure;
 }
 
 void addServiceOptions(CLI::App &command, Options &options)
@@ -272,7 +272,7 @@ int answer(const CLI::App &app, const std::vector<std::string> &arguments, const
         return app.exit(error);
     }
     tools::command_line::complain(app, *mistake);
-    return kWrongUse;
+    return kExitUsage;
 }
 
 int runMain(const std::vector<std::string> &arguments)
@@ -310,7 +310,7 @@ int runMain(const std::vector<std::string> &arguments)
     CLI::App *generateCommand = app.add_subcommand("generate", "Write a plant file of many stations to standard output");
     generateCommand->add_option("COUNT", options.count, "Number of stations, at most 100000")
         ->required()
-        ->check(CLI::Range(0U, kvosim::kMostGenerated));
+        ->check(CLI::Range(0U, kvosim::kMaxGenerated));
     generateCommand->add_option("--seed", options.seed, "Another seed, another plant (default: 1)");
     generateCommand->footer(kGenerateExamples);
 
@@ -319,7 +319,7 @@ int runMain(const std::vector<std::string> &arguments)
 
     if (tools::completions::answerShell(app, arguments, std::cout) ||
         tools::completions::writeStructure(app, arguments, std::cout)) {
-        return kDone;
+        return kExitSuccess;
     }
     try {
         std::vector<std::string> own = tools::command_line::withoutHelpCommand(arguments);
@@ -330,7 +330,7 @@ int runMain(const std::vector<std::string> &arguments)
         return answer(app, arguments, error);
     }
     if (controlCommands.carryOut()) {
-        return kDone;
+        return kExitSuccess;
     }
     if (serveCommand->parsed()) {
         return serve(options);
@@ -338,7 +338,7 @@ int runMain(const std::vector<std::string> &arguments)
     return runCommand->parsed() ? run(options) : generate(options);
 }
 
-int tell(const std::exception &error, int status)
+int reportError(const std::exception &error, int status)
 {
     tools::command_line::complain("kvosim", error.what());
     return status;
@@ -351,12 +351,12 @@ int main(int argc, char **argv)
     try {
         return runMain({argv + 1, argv + argc});
     } catch (const kvosim::PlantFileError &error) {
-        return tell(error, kWrongUse);
+        return reportError(error, kExitUsage);
     } catch (const tools::Refused &error) {
-        return tell(error, kWrongUse);
+        return reportError(error, kExitUsage);
     } catch (const tools::NoSimulator &error) {
-        return tell(error, kNoSimulator);
+        return reportError(error, kExitNoSimulator);
     } catch (const std::exception &error) {
-        return tell(error, kCanNot);
+        return reportError(error, kExitFailure);
     }
 }

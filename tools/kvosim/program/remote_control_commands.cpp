@@ -3,7 +3,7 @@
 
 #include "common/completions/completion.h"
 #include "kvosim/base/exchange_log.h"
-#include "kvosim/program/offers.h"
+#include "kvosim/program/completion_candidates.h"
 #include "kvosim/remote/remote_log.h"
 #include "kvosim/remote/remote_script_run.h"
 
@@ -179,7 +179,7 @@ void runScript(const ControlCommands &commands, const std::string &file)
 
 CLI::App *addSession(CLI::App *command, RemoteArguments &options)
 {
-    offerSessions(command->add_option("SESSION", options.session, "0 to 9")->required());
+    completeSessions(command->add_option("SESSION", options.session, "0 to 9")->required());
     return command;
 }
 
@@ -221,7 +221,7 @@ void addLog(ControlCommands &commands, CLI::App &remote, const std::shared_ptr<R
 {
     CLI::App *log =
         commands.add(remote, "log", "Show what went over the sessions", [&commands, options] { printLog(commands, *options); });
-    offerSessions(log->add_option("--session", options->logSession, "Of this session alone"));
+    completeSessions(log->add_option("--session", options->logSession, "Of this session alone"));
     log->add_flag("--follow", options->follow, "Go on with what comes, until this command is ended");
     log->footer(kLogExamples);
 }

@@ -2,7 +2,7 @@
 #include "kvosim/program/control_commands.h"
 
 #include "kvosim/plant/usb_device.h"
-#include "kvosim/program/offers.h"
+#include "kvosim/program/completion_candidates.h"
 
 #include <cstdio>
 #include <iostream>
@@ -50,11 +50,11 @@ struct UsbOptions {
 };
 
 // An event may have to wait for those before it, each of which may take seconds.
-constexpr tools::Timeout kUntilItEnds = std::nullopt;
+constexpr tools::Timeout kNoTimeout = std::nullopt;
 
 std::string textOf(const tools::Json &reply, const char *key) { return reply.at(key).get<std::string>(); }
 
-std::string happened(const tools::Json &reply)
+std::string describeEvent(const tools::Json &reply)
 {
     std::string event = textOf(reply, "event");
     if (event == "plugged") {
@@ -69,7 +69,7 @@ std::string happened(const tools::Json &reply)
     return event;
 }
 
-std::string spread(const std::string &delivery)
+std::string describeDelivery(const std::string &delivery)
 {
     if (delivery == "delivered") {
         return "the event was delivered";
@@ -80,10 +80,10 @@ std::string spread(const std::string &delivery)
     return "the event was not delivered: " + delivery;
 }
 
-void printNews(const tools::Json &reply)
+void printNotification(const tools::Json &reply)
 {
     std::cout << textOf(reply, "station") << ": \"" << textOf(reply, "ident2") << '*' << textOf(reply, "ident3") << "\" "
-              << happened(reply) << "; " << spread(textOf(reply, "delivery")) << '\n';
+              << describeEvent(reply) << "; " << describeDelivery(textOf(reply, "delivery")) << '\n';
 }
 
 void printDevices(const tools::Json &reply)
@@ -154,7 +154,7 @@ tools::Json fieldsOf(const UsbOptions &options)
 
 CLI::App *addStation(CLI::App *command, UsbOptions &options)
 {
-    offerStations(command->add_option("STATION", options.station, "Its address or its name")->required());
+    completeStations(command->add_option("STATION", options.station, "Its address or its name")->required());
     return command;
 }
 
@@ -164,7 +164,7 @@ void addArrival(ControlCommands &commands, CLI::App &usb, const std::shared_ptr<
 {
     const auto act = [&commands, options, name] {
         commands.ask({{"do", std::string("usb.") + name}, {"station", options->station}, {"device", fieldsOf(*options)}},
-                     printNews, kUntilItEnds);
+                     printNotification, kNoTimeout);
     };
     CLI::App *command = addStation(commands.add(usb, name, meaning, act), *options);
     addFields(*command, *options);
@@ -177,20 +177,20 @@ void addChanges(ControlCommands &commands, CLI::App &usb, const std::shared_ptr<
         commands.add(usb, "unplug", "Remove a device from a station",
                      [&commands, options] {
                          commands.ask({{"do", "usb.unplug"}, {"station", options->station}, {"device", options->device}},
-                                      printNews, kUntilItEnds);
+                                      printNotification, kNoTimeout);
                      }),
         *options);
-    offerDevices(unplugging->add_option("DEVICE", options->device, "Its ident2 or ident3")->required());
+    completeDevices(unplugging->add_option("DEVICE", options->device, "Its ident2 or ident3")->required());
     CLI::App *changing = addStation(commands.add(usb, "state", "Change the state of a device",
                                                  [&commands, options] {
                                                      commands.ask({{"do", "usb.state"},
                                                                    {"station", options->station},
                                                                    {"device", options->device},
                                                                    {"state", options->state}},
-                                                                  printNews, kUntilItEnds);
+                                                                  printNotification, kNoTimeout);
                                                  }),
                                     *options);
-    offerDevices(changing->add_option("DEVICE", options->device, "Its ident2 or ident3")->required());
+    completeDevices(changing->add_option("DEVICE", options->device, "Its ident2 or ident3")->required());
     changing->add_option("VALUE", options->state, "0 to 0xFFFFFFFF")->required();
 }
 
@@ -203,7 +203,7 @@ void addList(ControlCommands &commands, CLI::App &usb, const std::shared_ptr<Usb
         }
         commands.ask(request, printDevices);
     });
-    offerStations(list->add_option("STATION", options->station, "Its address or its name (default: all stations)"));
+    completeStations(list->add_option("STATION", options->station, "Its address or its name (default: all stations)"));
 }
 
 void addStorm(ControlCommands &commands, CLI::App &usb, const std::shared_ptr<UsbOptions> &options)
@@ -213,12 +213,12 @@ void addStorm(ControlCommands &commands, CLI::App &usb, const std::shared_ptr<Us
         if (!options->station.empty()) {
             request["station"] = options->station;
         }
-        commands.ask(request, printStorm, kUntilItEnds);
+        commands.ask(request, printStorm, kNoTimeout);
     });
     storm->add_option("--count", options->count, "How many events")->required();
     storm->add_option("--rate", options->rate, "Events a second (default: 0, as fast as they are taken)");
-    offerStations(storm->add_option("--station", options->station,
-                                    "Where, by its address or its name (default: at all stations in turn)"));
+    completeStations(storm->add_option("--station", options->station,
+                                       "Where, by its address or its name (default: at all stations in turn)"));
     storm->footer(kStormExamples);
 }
 

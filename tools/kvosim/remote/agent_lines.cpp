@@ -34,7 +34,7 @@ std::string_view indicationOf(std::string_view line)
     return numbered ? line.substr(0, kTagSize) : std::string_view();
 }
 
-bool mayAnswerUnended(std::string_view request)
+bool mayReplyUnterminated(std::string_view request)
 {
     // The metrics of a station: what it does not tell is answered so.
     constexpr std::string_view kMetrics[] = {"get-softkey-type", "get-keyboard-caps", "get-hardware-caps",
@@ -49,16 +49,16 @@ void AgentLines::add(std::string_view piece)
     received_ += piece;
 }
 
-std::optional<AgentLine> AgentLines::next(std::string_view unended)
+std::optional<AgentLine> AgentLines::next(std::string_view unterminated)
 {
-    const std::string_view text = left();
-    if (!unended.empty() && text.starts_with(unended)) {
-        const std::string_view behind = text.substr(unended.size());
+    const std::string_view text = remaining();
+    if (!unterminated.empty() && text.starts_with(unterminated)) {
+        const std::string_view behind = text.substr(unterminated.size());
         if (behind.empty() || behind == "\r") {
             return std::nullopt;  // what comes next tells
         }
         if (!behind.starts_with('\n') && !behind.starts_with("\r\n")) {
-            return AgentLine{take(unended.size()), false};
+            return AgentLine{take(unterminated.size()), false};
         }
     }
     const std::size_t end = text.find('\n');
@@ -73,15 +73,15 @@ std::optional<AgentLine> AgentLines::next(std::string_view unended)
     return AgentLine{std::move(line)};
 }
 
-bool AgentLines::holdsNone() const { return left().substr(tagOf(left()).size()) == kNone; }
+bool AgentLines::hasUnterminatedNone() const { return remaining().substr(tagOf(remaining()).size()) == kNone; }
 
-AgentLine AgentLines::takeNone() { return {take(left().size()), false}; }
+AgentLine AgentLines::takeUnterminatedNone() { return {take(remaining().size()), false}; }
 
-bool AgentLines::overlong() const { return std::min(left().find('\n'), left().size()) > kLongestAgentLine; }
+bool AgentLines::isTooLong() const { return std::min(remaining().find('\n'), remaining().size()) > kLongestAgentLine; }
 
 std::string AgentLines::take(std::size_t size)
 {
-    std::string text(left().substr(0, size));
+    std::string text(remaining().substr(0, size));
     taken_ += size;
     return text;
 }

@@ -19,29 +19,29 @@ std::string_view tagOf(std::string_view line);
 /// "I07:" where a line begins with such; else empty.
 std::string_view indicationOf(std::string_view line);
 /// Whether the agent's reply to a request may be the word "none" without a line end; @p request comes without its tag.
-bool mayAnswerUnended(std::string_view request);
+bool mayReplyUnterminated(std::string_view request);
 
 /// One line of an agent.
 struct AgentLine {
     std::string text;
-    bool ended = true;  ///< false: the word "none", which has come without a line end
+    bool terminated = true;  ///< false: the word "none", which has come without a line end
 };
 
 class AgentLines {
 public:
     void add(std::string_view piece);
-    /// The next line; nothing where none is complete. @p unended is what the next reply may be without a line end, "none" or
+    /// The next line; nothing where none is complete. @p unterminated is what the next reply may be without a line end, "none" or
     /// "042:none"; empty where it may not.
-    std::optional<AgentLine> next(std::string_view unended = {});
+    std::optional<AgentLine> next(std::string_view unterminated = {});
     /// What has come is a "none" without a line end, with a tag or without. It is complete when nothing follows.
-    [[nodiscard]] bool holdsNone() const;
+    [[nodiscard]] bool hasUnterminatedNone() const;
     /// Takes it.
-    AgentLine takeNone();
+    AgentLine takeUnterminatedNone();
     /// The line that is coming in, or next, is longer than a line may be.
-    [[nodiscard]] bool overlong() const;
+    [[nodiscard]] bool isTooLong() const;
 
 private:
-    [[nodiscard]] std::string_view left() const { return std::string_view(received_).substr(taken_); }
+    [[nodiscard]] std::string_view remaining() const { return std::string_view(received_).substr(taken_); }
     std::string take(std::size_t size);
 
     std::string received_;

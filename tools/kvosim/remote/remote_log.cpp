@@ -32,7 +32,7 @@ std::string lineOf(unsigned session, std::string_view kind, std::string_view tex
                            : kind == "indication" ? "!"
                            : kind == "closed"     ? "closed:"
                                                   : kind);
-    return "session " + std::to_string(session) + ' ' + mark + ' ' + shown(text) +
+    return "session " + std::to_string(session) + ' ' + mark + ' ' + printable(text) +
            (note.empty() ? "" : " (" + std::string(note) + ')');
 }
 
@@ -42,7 +42,7 @@ void RemoteLog::add(RemoteRecord record)
     record.time = std::chrono::system_clock::now();
     bytes_ += bytesOf(record);
     records_.push_back(std::move(record));
-    while (records_.size() > kMostRecords || (bytes_ > kMostBytes && records_.size() > 1)) {
+    while (records_.size() > kMaxRecords || (bytes_ > kMaxBytes && records_.size() > 1)) {
         bytes_ -= bytesOf(records_.front());
         records_.pop_front();
     }

@@ -28,8 +28,8 @@ std::string lineOf(unsigned session, std::string_view kind, std::string_view tex
 
 class RemoteLog {
 public:
-    static constexpr std::size_t kMostRecords = 2000;
-    static constexpr std::size_t kMostBytes = std::size_t{1024} * 1024;  ///< of texts and notes
+    static constexpr std::size_t kMaxRecords = 2000;
+    static constexpr std::size_t kMaxBytes = std::size_t{1024} * 1024;  ///< of texts and notes
 
     /// @p added is told of each record.
     explicit RemoteLog(std::function<void(const RemoteRecord &record)> added) : added_(std::move(added)) {}

@@ -32,10 +32,10 @@ std::string hexadecimal(std::string_view bytes)
     return digits;
 }
 
-std::string inQuotes(std::string_view text) { return '"' + shown(text) + '"'; }
+std::string inQuotes(std::string_view text) { return '"' + printable(text) + '"'; }
 
 /// What is known of a session so far.
-struct Heard {
+struct SessionState {
     bool connected = false;
     std::size_t endings = 0;
     std::string ending = "no agent has connected";
@@ -49,14 +49,14 @@ public:
     {
         const tools::Json list = ask_({{"do", "remote.list"}});
         for (const tools::Json &session : list.at("sessions")) {
-            heard_[session.at("session").get<unsigned>()].connected = !session.at("agent").is_null();
+            sessions_[session.at("session").get<unsigned>()].connected = !session.at("agent").is_null();
         }
-        known_ = list.at("last").get<uint64_t>();
+        lastRecord_ = list.at("last").get<uint64_t>();
     }
 
     void carryOut(const ScriptStep &step)
     {
-        Heard &session = sessionOf(step);
+        SessionState &session = sessionOf(step);
         switch (step.kind) {
         case ScriptStep::Kind::send: ask_({{"do", "remote.send"}, {"session", step.session}, {"request", step.text}}); break;
         case ScriptStep::Kind::raw:
@@ -71,16 +71,16 @@ public:
             ++result_.indications;
             break;
         case ScriptStep::Kind::waitConnected:
-            await(step, "expected an agent to connect", [&] { return session.connected; });
+            waitFor(step, "expected an agent to connect", [&] { return session.connected; });
             break;
         case ScriptStep::Kind::waitClosed:
-            await(step, "expected the connection to be closed", [&] { return !session.connected; });
+            waitFor(step, "expected the connection to be closed", [&] { return !session.connected; });
             break;
         case ScriptStep::Kind::close: closeSession(step, session, false); break;
         case ScriptStep::Kind::reset: closeSession(step, session, true); break;
         case ScriptStep::Kind::away:
             ask_({{"do", "remote.close"}, {"session", step.session}, {"away_ms", step.time.count()}});
-            hearAll();  // the end of the connection too: nobody connects now
+            processAll();  // the end of the connection too: nobody connects now
             break;
         case ScriptStep::Kind::pause: std::this_thread::sleep_for(step.time); break;
         }
@@ -89,18 +89,18 @@ public:
 
     ScriptResult finish()
     {
-        hearAll();
-        for (const auto &[number, session] : heard_) {
+        processAll();
+        for (const auto &[number, session] : sessions_) {
             result_.unread += session.replies.size() + session.indications.size();
         }
         return result_;
     }
 
 private:
-    Heard &sessionOf(const ScriptStep &step)
+    SessionState &sessionOf(const ScriptStep &step)
     {
-        const auto found = heard_.find(step.session);
-        if (found == heard_.end()) {
+        const auto found = sessions_.find(step.session);
+        if (found == sessions_.end()) {
             throw tools::CouldNot("session " + std::to_string(step.session) +
                                   " is not served; start the simulator with --remote " + std::to_string(step.session));
         }
@@ -108,12 +108,12 @@ private:
     }
 
     /// What follows is about the next connection: all that came before the end of this one is heard.
-    void closeSession(const ScriptStep &step, const Heard &session, bool reset)
+    void closeSession(const ScriptStep &step, const SessionState &session, bool reset)
     {
-        hearAll();
+        processAll();
         const std::size_t endings = session.endings;
         ask_({{"do", "remote.close"}, {"session", step.session}, {"reset", reset}});
-        await(step, "expected the connection to be closed", [&] { return session.endings != endings; });
+        waitFor(step, "expected the connection to be closed", [&] { return session.endings != endings; });
     }
 
     /// Waits until something holds, hearing what came in its order and no more of it than is needed; false when the step's time
@@ -124,14 +124,14 @@ private:
         const auto until = Clock::now() + step.time;
         while (!holds()) {
             const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now());
-            if (!hearNext(std::clamp(left, std::chrono::milliseconds(0), kLongestRead)) && left <= 0ms) {
+            if (!processNext(std::clamp(left, std::chrono::milliseconds(0), kLongestRead)) && left <= 0ms) {
                 return false;
             }
         }
         return true;
     }
 
-    void expect(const ScriptStep &step, const char *what, const Heard &session, std::deque<std::string> &lines)
+    void expect(const ScriptStep &step, const char *what, const SessionState &session, std::deque<std::string> &lines)
     {
         const auto expected = std::string("expected ") + what + (step.isPattern ? "that matches " : "") + inQuotes(step.text);
         if (!wait(step, [&] { return !lines.empty() || !session.connected; })) {
@@ -156,7 +156,7 @@ private:
     }
 
     template <class Holds>
-    void await(const ScriptStep &step, const char *what, Holds holds)
+    void waitFor(const ScriptStep &step, const char *what, Holds holds)
     {
         if (!wait(step, holds)) {
             throw tools::CouldNot(std::string(what) + ", got nothing of that within " +
@@ -165,41 +165,41 @@ private:
     }
 
     /// Hears the next record of the log; false where none came in time.
-    bool hearNext(std::chrono::milliseconds patience)
+    bool processNext(std::chrono::milliseconds patience)
     {
-        if (unheard_.empty()) {
+        if (unprocessed_.empty()) {
             read(patience);
         }
-        if (unheard_.empty()) {
+        if (unprocessed_.empty()) {
             return false;
         }
-        hear(unheard_.front());
-        unheard_.pop_front();
+        process(unprocessed_.front());
+        unprocessed_.pop_front();
         return true;
     }
 
     /// What has come so far.
-    void hearAll()
+    void processAll()
     {
-        while (hearNext(0ms)) {
+        while (processNext(0ms)) {
         }
     }
 
     void read(std::chrono::milliseconds patience)
     {
-        const tools::Json page = ask_({{"do", "remote.log"}, {"after", known_}, {"wait_ms", patience.count()}});
+        const tools::Json page = ask_({{"do", "remote.log"}, {"after", lastRecord_}, {"wait_ms", patience.count()}});
         if (page.at("lost") != 0) {
             throw tools::CouldNot("the simulator's log has lost " + page.at("lost").dump() + " records that were not read yet");
         }
-        known_ = page.at("next").get<uint64_t>();
+        lastRecord_ = page.at("next").get<uint64_t>();
         for (const tools::Json &record : page.at("records")) {
-            unheard_.push_back(record);
+            unprocessed_.push_back(record);
         }
     }
 
-    void hear(const tools::Json &record)
+    void process(const tools::Json &record)
     {
-        Heard &session = heard_[record.at("session").get<unsigned>()];
+        SessionState &session = sessions_[record.at("session").get<unsigned>()];
         const std::string kind = record.at("kind").get<std::string>();
         const std::string text = record.at("text").get<std::string>();
         if (kind == "reply") {
@@ -214,9 +214,9 @@ private:
     }
 
     const AskSimulator &ask_;
-    std::map<unsigned, Heard> heard_;
-    uint64_t known_ = 0;
-    std::deque<tools::Json> unheard_;
+    std::map<unsigned, SessionState> sessions_;
+    uint64_t lastRecord_ = 0;
+    std::deque<tools::Json> unprocessed_;
     ScriptResult result_;
 };
 

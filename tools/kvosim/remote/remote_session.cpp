@@ -20,10 +20,10 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto kNoneSilence = 200ms;                        // behind a "none" without a line end
-constexpr std::size_t kUnwritten = std::size_t{64} * 1024;  // bytes that an agent has not read
-constexpr auto kPortRetry = 200ms;
-constexpr unsigned kTags = 1000;
+constexpr auto kNoneTimeout = 200ms;                           // behind a "none" without a line end
+constexpr std::size_t kMaxUnwritten = std::size_t{64} * 1024;  // bytes that an agent has not read
+constexpr auto kPortRetryDelay = 200ms;
+constexpr unsigned kTagCount = 1000;
 constexpr std::size_t kTagBytes = 4;
 
 constexpr const char *kAnsweredAnother = "the agent has answered a later request, but not this one";
@@ -49,8 +49,9 @@ void checkRequest(std::string_view request)
     }
 }
 
-RemoteSession::RemoteSession(EventLoop &loop, RemoteLog &log, unsigned number, uint32_t address, std::function<void()> waits)
-    : loop_(loop), log_(log), number_(number), address_(address), waits_(std::move(waits))
+RemoteSession::RemoteSession(EventLoop &loop, RemoteLog &log, unsigned number, uint32_t address,
+                             std::function<void()> onWaiting)
+    : loop_(loop), log_(log), number_(number), address_(address), onWaiting_(std::move(onWaiting))
 {
     listen();
 }
@@ -75,24 +76,24 @@ void RemoteSession::connect(tools::Descriptor connection)
     setsockopt(connection.get(), SOL_SOCKET, SO_KEEPALIVE, &on, sizeof on);
     peer_ = peer;
     stream_ =
-        std::make_unique<Stream>(loop_, std::move(connection), kUnwritten,
-                                 Stream::Reactions{[this](std::string_view piece) { receive(piece); },
+        std::make_unique<Stream>(loop_, std::move(connection), kMaxUnwritten,
+                                 Stream::Callbacks{[this](std::string_view piece) { receive(piece); },
                                                    [this](const std::string &reason) { disconnect(std::string(reason)); }});
     record(RemoteRecord::Kind::connected, "from " + peer);
 }
 
 void RemoteSession::disconnect(const std::string &reason)
 {
-    if (lines_.holdsNone()) {
-        take(lines_.takeNone());
+    if (lines_.hasUnterminatedNone()) {
+        take(lines_.takeUnterminatedNone());
     }
     lines_ = {};
     stream_.reset();
     const std::string peer = *std::exchange(peer_, std::nullopt);
     record(RemoteRecord::Kind::closed, reason);
-    for (const Question &question : std::exchange(questions_, {})) {
-        if (question.answered) {
-            question.answered(
+    for (const PendingRequest &pending : std::exchange(pending_, {})) {
+        if (pending.onAnswer) {
+            pending.onAnswer(
                 {std::nullopt, "the connection of the agent at " + peer + " was lost before its reply: " + reason});
         }
     }
@@ -100,13 +101,13 @@ void RemoteSession::disconnect(const std::string &reason)
 
 void RemoteSession::receive(std::string_view piece)
 {
-    heard_ = Clock::now();
+    lastReceived_ = Clock::now();
     lines_.add(piece);
-    while (!lines_.overlong()) {
-        const auto line = lines_.next(unendedReply());
+    while (!lines_.isTooLong()) {
+        const auto line = lines_.next(unterminatedReply());
         if (!line) {
-            if (lines_.holdsNone()) {
-                waits_();
+            if (lines_.hasUnterminatedNone()) {
+                onWaiting_();
             }
             return;
         }
@@ -124,68 +125,68 @@ void RemoteSession::take(const AgentLine &line)
     takeReply(line);
 }
 
-/// An agent answers in order. Requests before the one that a reply belongs to have not been answered.
+/// An agent answers in order. Requests before the one that a reply belongs to have not been onAnswer.
 void RemoteSession::takeReply(const AgentLine &line)
 {
     const std::string_view tag = tagOf(line.text);
-    const auto tagged = [](std::string_view wanted) { return [wanted](const Question &q) { return q.tag == wanted; }; };
-    auto place = std::find_if(questions_.begin(), questions_.end(), tagged(tag));
-    if (place == questions_.end()) {
-        place = std::find_if(questions_.begin(), questions_.end(), tagged(""));  // the text of a reply may begin like a tag
+    const auto tagged = [](std::string_view wanted) { return [wanted](const PendingRequest &q) { return q.tag == wanted; }; };
+    auto place = std::find_if(pending_.begin(), pending_.end(), tagged(tag));
+    if (place == pending_.end()) {
+        place = std::find_if(pending_.begin(), pending_.end(), tagged(""));  // the text of a reply may begin like a tag
     }
-    const bool asked = place != questions_.end();
-    std::string note = line.ended ? "" : "without a line end";
-    if (!asked || place->late) {
+    const bool asked = place != pending_.end();
+    std::string note = line.terminated ? "" : "without a line end";
+    if (!asked || place->timedOut) {
         tools::appendTo(note, ", ", asked ? "too late" : "not asked for");
     }
     record(RemoteRecord::Kind::reply, line.text, note);
     if (!asked) {
         return;
     }
-    const Question question = *place;
-    for (auto earlier = questions_.begin(); earlier != place; ++earlier) {
-        if (earlier->answered) {
-            earlier->answered({std::nullopt, kAnsweredAnother});
+    const PendingRequest pending = *place;
+    for (auto earlier = pending_.begin(); earlier != place; ++earlier) {
+        if (earlier->onAnswer) {
+            earlier->onAnswer({std::nullopt, kAnsweredAnother});
         }
     }
-    questions_.erase(questions_.begin(), std::next(place));
-    if (question.answered) {
-        question.answered({line.text.substr(question.strip ? question.tag.size() : 0), {}});
+    pending_.erase(pending_.begin(), std::next(place));
+    if (pending.onAnswer) {
+        pending.onAnswer({line.text.substr(pending.stripTag ? pending.tag.size() : 0), {}});
     }
 }
 
-std::string RemoteSession::unendedReply() const
+std::string RemoteSession::unterminatedReply() const
 {
-    return questions_.empty() || !questions_.front().unendedReply ? "" : questions_.front().tag + "none";
+    return pending_.empty() || !pending_.front().unterminatedReply ? "" : pending_.front().tag + "none";
 }
 
-void RemoteSession::ask(std::string_view request, Tagging tagging, std::chrono::milliseconds patience, Answered answered)
+void RemoteSession::ask(std::string_view request, Tagging tagging, std::chrono::milliseconds patience, AnswerCallback onAnswer)
 {
-    Question question{.until = Clock::now() + patience,
-                      .answered = [answered = std::move(answered), patience](const Answer &answer) {
-                          const bool timeout = !answer.reply && answer.failure.empty();
-                          answered(timeout ? Answer{{}, "no reply within " + seconds(patience)} : answer);
-                      }};
+    PendingRequest pending{.until = Clock::now() + patience,
+                           .onAnswer = [onAnswer = std::move(onAnswer), patience](const Answer &answer) {
+                               const bool timeout = !answer.reply && answer.failure.empty();
+                               onAnswer(timeout ? Answer{{}, "no reply within " + seconds(patience)} : answer);
+                           }};
     std::string line(request);
-    if (tagging == Tagging::itself && tagOf(request).empty() && request.size() + kTagBytes <= kLongestRequest) {
-        question.strip = true;
+    if (tagging == Tagging::automatic && tagOf(request).empty() && request.size() + kTagBytes <= kLongestRequest) {
+        pending.stripTag = true;
         line = nextTag() + line;
     }
-    put(line, std::move(question));
-    waits_();
+    put(line, std::move(pending));
+    onWaiting_();
 }
 
 void RemoteSession::send(std::string_view request) { put(request, {}); }
 
-void RemoteSession::put(std::string_view request, Question question)
+void RemoteSession::put(std::string_view request, PendingRequest pending)
 {
     checkRequest(request);
     static_cast<void>(agent());
-    makeRoom();
-    question.tag = tagOf(request);
-    question.unendedReply = mayAnswerUnended(request.substr(question.tag.size()));
+    discardAbandonedRequests();
+    pending.tag = tagOf(request);
+    pending.unterminatedReply = mayReplyUnterminated(request.substr(pending.tag.size()));
     write(std::string(request) + "\r\n");
-    questions_.push_back(std::move(question));
+    pending_.push_back(std::move(pending));
     record(RemoteRecord::Kind::request, std::string(request));
 }
 
@@ -203,16 +204,16 @@ void RemoteSession::write(std::string_view bytes)
     }
 }
 
-/// Gives up the oldest requests that nobody waits for any more.
-void RemoteSession::makeRoom()
+/// Gives up the oldest requests that nobody onWaiting for any more.
+void RemoteSession::discardAbandonedRequests()
 {
-    while (questions_.size() >= kMostUnanswered) {
-        const auto given = std::find_if(questions_.begin(), questions_.end(), [](const Question &q) { return !q.answered; });
-        if (given == questions_.end()) {
-            throw tools::CouldNot(std::to_string(kMostUnanswered) + " requests wait for a reply of the agent of session " +
+    while (pending_.size() >= kMaxUnanswered) {
+        const auto given = std::find_if(pending_.begin(), pending_.end(), [](const PendingRequest &q) { return !q.onAnswer; });
+        if (given == pending_.end()) {
+            throw tools::CouldNot(std::to_string(kMaxUnanswered) + " requests wait for a reply of the agent of session " +
                                   std::to_string(number_) + " already; wait for them");
         }
-        questions_.erase(given);
+        pending_.erase(given);
     }
 }
 
@@ -226,47 +227,47 @@ void RemoteSession::close(Ending ending)
                                        : "this side has closed it, as it was told to");
 }
 
-void RemoteSession::goAway(Ending ending, std::chrono::milliseconds time)
+void RemoteSession::closePort(Ending ending, std::chrono::milliseconds time)
 {
     acceptor_.reset();
     listener_ = tools::Descriptor();  // first, so that the agent cannot connect again at once
     if (stream_) {
         close(ending);
     }
-    away_ = Clock::now() + time;
-    waits_();
+    portClosedUntil_ = Clock::now() + time;
+    onWaiting_();
 }
 
 void RemoteSession::sweep(Clock::time_point now)
 {
-    if (away_ && *away_ <= now) {
-        comeBack();
+    if (portClosedUntil_ && *portClosedUntil_ <= now) {
+        reopenPort();
     }
-    if (lines_.holdsNone() && now - heard_ >= kNoneSilence) {
-        take(lines_.takeNone());
+    if (lines_.hasUnterminatedNone() && now - lastReceived_ >= kNoneTimeout) {
+        take(lines_.takeUnterminatedNone());
     }
-    for (Question &question : questions_) {
-        if (question.answered && question.until <= now) {
-            question.late = true;
-            std::exchange(question.answered, {})({});
+    for (PendingRequest &pending : pending_) {
+        if (pending.onAnswer && pending.until <= now) {
+            pending.timedOut = true;
+            std::exchange(pending.onAnswer, {})({});
         }
     }
 }
 
-void RemoteSession::comeBack()
+void RemoteSession::reopenPort()
 {
     try {
         listen();
-        away_.reset();
+        portClosedUntil_.reset();
     } catch (const std::runtime_error &) {
-        *away_ += kPortRetry;  // somebody else has taken the port
+        *portClosedUntil_ += kPortRetryDelay;  // somebody else has taken the port
     }
 }
 
 bool RemoteSession::waiting() const
 {
-    return away_ || (stream_ && lines_.holdsNone()) ||
-           std::any_of(questions_.begin(), questions_.end(), [](const Question &q) { return q.answered != nullptr; });
+    return portClosedUntil_ || (stream_ && lines_.hasUnterminatedNone()) ||
+           std::any_of(pending_.begin(), pending_.end(), [](const PendingRequest &q) { return q.onAnswer != nullptr; });
 }
 
 void RemoteSession::record(RemoteRecord::Kind kind, std::string text, std::string note)
@@ -278,9 +279,9 @@ std::string RemoteSession::nextTag()
 {
     std::array<char, 8> tag{};
     do {
-        tags_ = (tags_ + 1) % kTags;
-        std::snprintf(tag.data(), tag.size(), "%03u:", tags_);
-    } while (std::any_of(questions_.begin(), questions_.end(), [&](const Question &q) { return q.tag == tag.data(); }));
+        lastTag_ = (lastTag_ + 1) % kTagCount;
+        std::snprintf(tag.data(), tag.size(), "%03u:", lastTag_);
+    } while (std::any_of(pending_.begin(), pending_.end(), [&](const PendingRequest &q) { return q.tag == tag.data(); }));
     return tag.data();
 }
 

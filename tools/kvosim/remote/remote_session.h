@@ -27,30 +27,30 @@ void checkRequest(std::string_view request);
 
 class RemoteSession {
 public:
-    static constexpr std::size_t kMostUnanswered = 32;
+    static constexpr std::size_t kMaxUnanswered = 32;
 
     /// A reply as it has come, or why there is none.
     struct Answer {
         std::optional<std::string> reply{};
         std::string failure{};
     };
-    using Answered = std::function<void(const Answer &answer)>;
+    using AnswerCallback = std::function<void(const Answer &answer)>;
 
-    enum class Tagging { itself, none };
+    enum class Tagging { automatic, none };
 
-    /// Listens at @p address. @p waits is called whenever something has come to wait, so that sweep is to be called. Throws
+    /// Listens at @p address. @p onWaiting is called whenever something has come to wait, so that sweep is to be called. Throws
     /// std::runtime_error where the port can not be had. @p loop and @p log must outlive it.
-    RemoteSession(EventLoop &loop, RemoteLog &log, unsigned number, uint32_t address, std::function<void()> waits);
+    RemoteSession(EventLoop &loop, RemoteLog &log, unsigned number, uint32_t address, std::function<void()> onWaiting);
 
     [[nodiscard]] unsigned number() const noexcept { return number_; }
     [[nodiscard]] uint16_t port() const noexcept { return static_cast<uint16_t>(kFirstRemotePort + number_); }
     /// The agent that is connected.
     [[nodiscard]] const std::optional<std::string> &peer() const noexcept { return peer_; }
 
-    /// Sends a request; @p answered is called once, later, with the reply without the tag that this has given it. A tag of the
+    /// Sends a request; @p onAnswer is called once, later, with the reply without the tag that this has given it. A tag of the
     /// request's own stays. Throws Refused or CouldNot.
-    void ask(std::string_view request, Tagging tagging, std::chrono::milliseconds patience, Answered answered);
-    /// Sends a request whose reply nobody waits for. Throws as ask does.
+    void ask(std::string_view request, Tagging tagging, std::chrono::milliseconds patience, AnswerCallback onAnswer);
+    /// Sends a request whose reply nobody onWaiting for. Throws as ask does.
     void send(std::string_view request);
     /// Sends bytes as they are. Throws CouldNot.
     void sendRaw(std::string_view bytes);
@@ -58,8 +58,8 @@ public:
     /// Closes the connection. Throws CouldNot where there is none.
     void close(Ending ending);
     /// Closes the connection, if there is one, and the port for @p time: whoever connects is refused.
-    void goAway(Ending ending, std::chrono::milliseconds time);
-    [[nodiscard]] bool away() const noexcept { return away_.has_value(); }
+    void closePort(Ending ending, std::chrono::milliseconds time);
+    [[nodiscard]] bool portClosed() const noexcept { return portClosedUntil_.has_value(); }
 
     /// Tells those whose patience is over, takes a "none" that nothing has followed, and opens the port that was closed for a time.
     void sweep(Clock::time_point now);
@@ -67,27 +67,27 @@ public:
     [[nodiscard]] bool waiting() const;
 
 private:
-    /// A request on its way. Also the one that nobody waits for any more: its reply still comes before the others'.
-    struct Question {
+    /// A request on its way. Also the one that nobody onWaiting for any more: its reply still comes before the others'.
+    struct PendingRequest {
         std::string tag{};
-        bool unendedReply = false;
-        bool late = false;
+        bool unterminatedReply = false;
+        bool timedOut = false;
         Clock::time_point until{};
-        Answered answered{};
-        bool strip = false;
+        AnswerCallback onAnswer{};
+        bool stripTag = false;
     };
 
     void listen();
-    void comeBack();
+    void reopenPort();
     void connect(tools::Descriptor connection);
     void disconnect(const std::string &reason);
     void receive(std::string_view piece);
     void take(const AgentLine &line);
     void takeReply(const AgentLine &line);
-    [[nodiscard]] std::string unendedReply() const;
-    void put(std::string_view request, Question question);
+    [[nodiscard]] std::string unterminatedReply() const;
+    void put(std::string_view request, PendingRequest pending);
     void write(std::string_view bytes);
-    void makeRoom();
+    void discardAbandonedRequests();
     void record(RemoteRecord::Kind kind, std::string text, std::string note = {});
     [[nodiscard]] std::string nextTag();
     [[nodiscard]] Stream &agent();
@@ -96,16 +96,16 @@ private:
     RemoteLog &log_;
     unsigned number_;
     uint32_t address_;
-    std::function<void()> waits_;
+    std::function<void()> onWaiting_;
     tools::Descriptor listener_;
     std::unique_ptr<Acceptor> acceptor_;
-    std::optional<Clock::time_point> away_;  ///< until then nobody can connect
+    std::optional<Clock::time_point> portClosedUntil_;  ///< until then nobody can connect
     std::unique_ptr<Stream> stream_;
     std::optional<std::string> peer_;
     AgentLines lines_;
-    Clock::time_point heard_{};
-    std::deque<Question> questions_;
-    unsigned tags_ = 0;
+    Clock::time_point lastReceived_{};
+    std::deque<PendingRequest> pending_;
+    unsigned lastTag_ = 0;
 };
 
 }  // namespace kvosim

@@ -13,7 +13,7 @@ namespace kvosim {
 
 namespace {
 
-constexpr std::chrono::milliseconds kLostSessionsInterval{20};
+constexpr std::chrono::milliseconds kSweepInterval{20};
 
 uint32_t addressOf(const std::string &text)
 {
@@ -80,7 +80,7 @@ RemoteSide::LogPage RemoteSide::readLog(const LogQuery &query) const
     const uint64_t first = records.front().number;
     page.lost = first > page.next + 1 ? first - page.next - 1 : 0;
     const auto known = static_cast<std::ptrdiff_t>(page.next + 1 > first ? page.next + 1 - first : 0);
-    for (auto record = records.begin() + known; record != records.end() && page.records.size() < kMostOfAPage; ++record) {
+    for (auto record = records.begin() + known; record != records.end() && page.records.size() < kMaxRecordsPerPage; ++record) {
         if (!query.session || *query.session == record->session) {
             page.records.push_back(*record);
         }
@@ -115,7 +115,7 @@ void RemoteSide::sweepSoon()
         return;
     }
     sweeping_ = true;
-    loop_.after(kLostSessionsInterval, [this, alive = std::weak_ptr(alive_)] {
+    loop_.after(kSweepInterval, [this, alive = std::weak_ptr(alive_)] {
         if (alive.expired()) {
             return;
         }

@@ -36,7 +36,7 @@ public:
         uint64_t lost = 0;  ///< records, of any session, that are not kept any more
     };
     using Read = std::function<void(const LogPage &page)>;
-    static constexpr std::size_t kMostOfAPage = 200;
+    static constexpr std::size_t kMaxRecordsPerPage = 200;
 
     /// @p report is told each record as a line. Throws std::runtime_error where a port can not be had.
     RemoteSide(EventLoop &loop, const RemoteOptions &options, std::function<void(std::string_view line)> report);

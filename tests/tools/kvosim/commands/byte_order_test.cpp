@@ -173,7 +173,7 @@ TEST(ByteOrder, a_lock_is_set_by_an_address_in_either_order)
 {
     for (const char *host : {"10.0.0.5", "5.0.0.10"}) {
         Simulation simulation;
-        EXPECT_TRUE(takeUsbLock(simulation.plant(), "setUsbLock=\"3:4\" " + std::string(host) + '\n')) << host;
+        EXPECT_TRUE(applyUsbLock(simulation.plant(), "setUsbLock=\"3:4\" " + std::string(host) + '\n')) << host;
         EXPECT_EQ(simulation.ask("getUsbLock=0A000005"), "usb-lock=3:4") << host;
         EXPECT_EQ(simulation.ask("getUsbLock=0A000006"), Simulation().ask("getUsbLock=0A000006")) << host;
     }

@@ -40,7 +40,7 @@ TEST_P(Datagram, sets_the_lock)
 {
     kvosim::Plant plant = kvosim::parsePlant(kvosim_test::kSmallPlant, "plant");
     const bool changes = GetParam().first != "0:0" || GetParam().second != "0:0";
-    EXPECT_EQ(kvosim::takeUsbLock(plant, GetParam().datagram), changes);
+    EXPECT_EQ(kvosim::applyUsbLock(plant, GetParam().datagram), changes);
     EXPECT_EQ(plant.findPanel(0x0A000005)->usbLock, GetParam().first);
     EXPECT_EQ(plant.findPanel(0x0A000006)->usbLock, GetParam().second);
 }
@@ -67,8 +67,8 @@ TEST(UsbLock, skips_a_station_that_reboots)
 {
     kvosim::Plant plant = kvosim::parsePlant(kvosim_test::kSmallPlant, "plant");
     plant.findPanel(0x0A000005)->rebootsUntil = kvosim::Clock::now() + std::chrono::minutes(1);
-    EXPECT_FALSE(kvosim::takeUsbLock(plant, "setUsbLock=\"1:2\" 10.0.0.5\n"));
-    EXPECT_TRUE(kvosim::takeUsbLock(plant, "setUsbLock=\"1:2\" 0.0.0.0\n"));
+    EXPECT_FALSE(kvosim::applyUsbLock(plant, "setUsbLock=\"1:2\" 10.0.0.5\n"));
+    EXPECT_TRUE(kvosim::applyUsbLock(plant, "setUsbLock=\"1:2\" 0.0.0.0\n"));
     EXPECT_EQ(plant.findPanel(0x0A000005)->usbLock, "0:0");
     EXPECT_EQ(plant.findPanel(0x0A000006)->usbLock, "1:2");
 }

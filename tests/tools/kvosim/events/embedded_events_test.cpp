@@ -98,7 +98,7 @@ TEST(EmbeddedEvents, a_listener_that_does_not_read_is_dropped)
         EXPECT_EQ(receive(reader, text.size() + 1), text + '\n');
     }
     EXPECT_EQ(listeners, 1U);
-    EXPECT_GT(published * text.size(), kvosim::EmbeddedEvents::kMostUnread);
+    EXPECT_GT(published * text.size(), kvosim::EmbeddedEvents::kMaxUnread);
     EXPECT_EQ(publish("key, F1"), 1U);
     EXPECT_EQ(receive(reader, 8), "key, F1\n");
     EXPECT_THAT(idle.receiveAll(), testing::Not(testing::EndsWith("(nothing more came)"))) << "it finds the end";

@@ -268,14 +268,14 @@ TEST(UsbEvents, are_refused_when_too_many_wait)
 {
     const UsbReceiver receiver({support::staysSilent(6s)});
     std::vector<Client> waiting;
-    for (std::size_t i = 0; i < kvosim::Deliveries::kMost; ++i) {
+    for (std::size_t i = 0; i < kvosim::Deliveries::kMaxPending; ++i) {
         waiting.emplace_back(tools::kControlSocket);
         waiting.back().send(R"({"do": "usb.plug", "station": "10.0.0.5"})"
                             "\n");
     }
-    ASSERT_TRUE(support::eventually([] { return devicesPluggedIn() == kvosim::Deliveries::kMost; }));
+    ASSERT_TRUE(support::eventually([] { return devicesPluggedIn() == kvosim::Deliveries::kMaxPending; }));
     EXPECT_THAT([] { plug("10.0.0.6"); }, ThrowsMessage<tools::Refused>(StartsWith("as many as 32 USB events wait")));
-    EXPECT_EQ(devicesPluggedIn(), kvosim::Deliveries::kMost) << "what is refused was not plugged in";
+    EXPECT_EQ(devicesPluggedIn(), kvosim::Deliveries::kMaxPending) << "what is refused was not plugged in";
     EXPECT_THAT(
         [] {
             tools::askSimulator({{"do", "usb.storm"}, {"count", 1}});

@@ -23,10 +23,10 @@ public:
     LaterServer()
         : server_(loop_, directory_ / "later/sock",
                   [this](std::string_view, const kvosim::LineServer::Caller &caller) -> kvosim::Reply {
-                      EXPECT_FALSE(caller.waits()) << "its reply may still be given at once";
+                      EXPECT_FALSE(caller.isWaiting()) << "its reply may still be given at once";
                       callers_.push_back(caller);
                       ++asked_;
-                      return kvosim::Reply::Way::later;
+                      return kvosim::Reply::Mode::later;
                   },
                   "too long", {}, {.connections = 2}),
           thread_([this] { loop_.run(); })
@@ -67,12 +67,12 @@ TEST(LaterReply, goes_to_its_own_caller_once)
     second.send("b\n");
     ASSERT_TRUE(eventually([&] { return server.asked() == 2; }));
     const auto &callers = server.stop();
-    EXPECT_TRUE(callers[0].waits());
-    EXPECT_TRUE(callers[1].waits());
+    EXPECT_TRUE(callers[0].isWaiting());
+    EXPECT_TRUE(callers[1].isWaiting());
     callers[1].reply(std::string("to b"));
     callers[1].reply(std::string("again"));
     callers[0].reply(std::string("to a"));
-    EXPECT_FALSE(callers[0].waits());
+    EXPECT_FALSE(callers[0].isWaiting());
     EXPECT_EQ(second.receiveAll(), "to b\n");
     EXPECT_EQ(first.receiveAll(), "to a\n");
 }
@@ -90,9 +90,9 @@ TEST(LaterReply, is_dropped_when_the_client_has_gone)
     next.send("b\n");
     ASSERT_TRUE(eventually([&] { return server.asked() == 2; }));
     const auto &callers = server.stop();
-    EXPECT_FALSE(callers[0].waits());
+    EXPECT_FALSE(callers[0].isWaiting());
     callers[0].reply(std::string("to a"));
-    EXPECT_TRUE(callers[1].waits());
+    EXPECT_TRUE(callers[1].isWaiting());
     callers[1].reply(std::string("to b"));
     EXPECT_EQ(next.receiveAll(), "to b\n");
 }
@@ -106,7 +106,7 @@ TEST(LaterReply, is_dropped_when_the_server_has_gone)
     const std::vector<kvosim::LineServer::Caller> callers = server->stop();
     server.reset();
     ASSERT_EQ(callers.size(), 1U);
-    EXPECT_FALSE(callers[0].waits());
+    EXPECT_FALSE(callers[0].isWaiting());
     callers[0].reply(std::string("late"));
 }
 

@@ -180,7 +180,7 @@ TEST(LineServer, bytes_after_the_request_do_not_cost_the_reply)
 
 TEST(LineServer, quiet_connection_is_dropped)
 {
-    EchoServer server({.quietTime = 100ms});
+    EchoServer server({.idleTimeout = 100ms});
     const Client silent(server.path());
     const Client half(server.path());
     half.send("hel");
@@ -191,7 +191,7 @@ TEST(LineServer, quiet_connection_is_dropped)
 
 TEST(LineServer, client_that_never_reads_is_dropped)
 {
-    EchoServer server({.quietTime = 100ms});
+    EchoServer server({.idleTimeout = 100ms});
     const Client client(server.path());
     client.send("large\n");
     EXPECT_TRUE(eventually([&] { return !server.events().empty(); }));
@@ -200,7 +200,7 @@ TEST(LineServer, client_that_never_reads_is_dropped)
 
 TEST(LineServer, trickling_request_has_its_time_too)
 {
-    const EchoServer server({.quietTime = 10s, .requestTime = 150ms});
+    const EchoServer server({.idleTimeout = 10s, .requestTimeout = 150ms});
     const Client client(server.path());
     EXPECT_TRUE(eventually([&] { return !client.send("a"); }))
         << "each byte is an activity, but the request must come to an end";
@@ -208,7 +208,7 @@ TEST(LineServer, trickling_request_has_its_time_too)
 
 TEST(LineServer, client_that_does_not_close_is_not_waited_for_long)
 {
-    EchoServer server({.lingerTime = 50ms});
+    EchoServer server({.lingerTimeout = 50ms});
     const Client client(server.path());
     client.send("hello\n");
     EXPECT_EQ(client.receiveAll(), "re: hello\n");
@@ -316,7 +316,7 @@ TEST(LineServer, ends_after_the_replies_on_their_way)
 
 TEST(LineServer, end_does_not_wait_for_a_client_that_does_not_read)
 {
-    EchoServer server({.endingTime = 50ms});
+    EchoServer server({.shutdownTimeout = 50ms});
     const Client client(server.path());
     client.send("large\n");
     std::this_thread::sleep_for(20ms);

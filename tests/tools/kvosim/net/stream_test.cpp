@@ -105,7 +105,7 @@ TEST_F(Pair, a_stream_may_be_destroyed_by_its_reactions)
             stream.reset();
             own.stop();
         };
-        stream.emplace(own, std::move(mine), 10, Stream::Reactions{[&](auto) { destroy(); }, [&](const auto &) { destroy(); }});
+        stream.emplace(own, std::move(mine), 10, Stream::Callbacks{[&](auto) { destroy(); }, [&](const auto &) { destroy(); }});
         if (byClosing) {
             other = tools::Descriptor();
         } else {

@@ -200,7 +200,7 @@ TEST(FaultOnTheWire, silence_keeps_the_connection_open)
 
 TEST(FaultOnTheWire, silence_outlasts_the_quiet_time)
 {
-    const RunningService service(plantWith("kind = \"silent\"\n"), {.limits = {.quietTime = 20ms}});
+    const RunningService service(plantWith("kind = \"silent\"\n"), {.limits = {.idleTimeout = 20ms}});
     const Client client;
     client.send("getVersion\n");
     EXPECT_EQ(client.receiveAll(300ms), "(nothing more came)");

@@ -10,7 +10,7 @@ namespace {
 
 using kvosim::UsbDevice;
 using kvosim::UsbEvent;
-using kvosim::UsbNews;
+using kvosim::UsbNotification;
 using testing::HasSubstr;
 using testing::ThrowsMessage;
 using tools::Refused;
@@ -30,7 +30,7 @@ class UsbPorts : public testing::Test {
 protected:
     std::string ask(std::string_view request) { return kvosim::answer(context, request); }
     kvosim::Station station(uint32_t address) { return *plant.findStation(address); }
-    UsbNews plugNew(const kvosim::Station &at) { return plug(at, newUsbDeviceFor(at.panel)); }
+    UsbNotification plugNew(const kvosim::Station &at) { return plug(at, newUsbDeviceFor(at.panel)); }
 
     kvosim::Plant plant = kvosim::parsePlant(kPlant, "plant");
     kvosim::Registry registry{std::nullopt};
@@ -54,7 +54,7 @@ TEST_F(UsbPorts, hold_what_is_plugged_in)
 
 TEST_F(UsbPorts, refuse_a_device_without_holding_it)
 {
-    const UsbNews news = refuse(a, newUsbDeviceFor(a.panel));
+    const UsbNotification news = refuse(a, newUsbDeviceFor(a.panel));
     EXPECT_EQ(news.text(), "ignoreUSBdevice*10.0.0.5*usb1*1-1.1*Simulated device*1.00*refused*00000000*00000000*0000*");
     EXPECT_TRUE(a.panel.usbDevices.empty());
 }
@@ -136,12 +136,12 @@ TEST_F(UsbPorts, are_locked_by_the_first_number)
 TEST_F(UsbPorts, locked_refuse_newcomers_and_keep_the_others)
 {
     plugNew(a);
-    ASSERT_TRUE(kvosim::takeUsbLock(plant, "setUsbLock=\"2:0\" 10.0.0.5\n"));
+    ASSERT_TRUE(kvosim::applyUsbLock(plant, "setUsbLock=\"2:0\" 10.0.0.5\n"));
     EXPECT_EQ(plugNew(a).text(), "ignoreUSBdevice*10.0.0.5*usb2*1-1.2*Simulated device*1.00*USB lock*00000000*00000000*0000*");
     EXPECT_EQ(a.panel.usbDevices.size(), 1U);
     EXPECT_EQ(plugNew(b).event, UsbEvent::plugged);
     EXPECT_EQ(unplug(a, "usb1").event, UsbEvent::removed);
-    ASSERT_TRUE(kvosim::takeUsbLock(plant, "setUsbLock=\"0:1\" 10.0.0.5\n"));
+    ASSERT_TRUE(kvosim::applyUsbLock(plant, "setUsbLock=\"0:1\" 10.0.0.5\n"));
     EXPECT_EQ(plugNew(a).event, UsbEvent::plugged);
 }
 

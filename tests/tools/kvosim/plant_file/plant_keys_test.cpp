@@ -150,7 +150,7 @@ TEST(StationKeys, each_has_a_value_of_its_own)
             std::find_if(kRanges.begin(), kRanges.end(), [&](const Range &row) { return row.name == changed.name; })->taken;
         for (const std::string &value : taken) {
             const std::string bare = value.starts_with('\'') ? value.substr(1, value.size() - 2) : value;
-            ASSERT_EQ(assign(changed, station, typed(changed, bare)), "") << changed.name;
+            ASSERT_EQ(assign(changed, station, parseTyped(changed, bare)), "") << changed.name;
             for (std::size_t i = 0; i < before.size(); ++i) {
                 const kvosim::StationKey &key = kvosim::stationKeys()[i];
                 if (&key != &changed) {
@@ -164,10 +164,10 @@ TEST(StationKeys, each_has_a_value_of_its_own)
 TEST(StationKeys, typed_numbers_may_be_hexadecimal)
 {
     const kvosim::StationKey &key = kvosim::stationKey("hardware_caps");
-    EXPECT_EQ(kvosim::typed(key, "0x1F"), Value(int64_t{31}));
-    EXPECT_EQ(kvosim::typed(key, "31"), Value(int64_t{31}));
-    EXPECT_EQ(kvosim::typed(key, "1F"), Value(std::string("1F")));
-    EXPECT_EQ(kvosim::typed(key, "none"), Value(std::string("none")));
+    EXPECT_EQ(kvosim::parseTyped(key, "0x1F"), Value(int64_t{31}));
+    EXPECT_EQ(kvosim::parseTyped(key, "31"), Value(int64_t{31}));
+    EXPECT_EQ(kvosim::parseTyped(key, "1F"), Value(std::string("1F")));
+    EXPECT_EQ(kvosim::parseTyped(key, "none"), Value(std::string("none")));
     EXPECT_THROW(kvosim::stationKey("colour"), std::invalid_argument);
 }
 

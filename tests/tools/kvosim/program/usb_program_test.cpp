@@ -70,12 +70,16 @@ TEST_P(Usb, answers)
     EXPECT_THAT(ended.err, HasSubstr(GetParam().err));
 }
 
-const std::string kUntold = "; USB events are not activated, nobody was told\n";
+const std::string kNotActivated = "; USB events are not activated, nobody was told\n";
 
 const std::vector<Row> kCalls = {
-    {"plug", {"plug", "10.0.0.5"}, 0, "10.0.0.5: \"usb2*1-1.2\" plugged in" + kUntold, ""},
-    {"plug_by_name", {"plug", "Lathe 1"}, 0, "10.0.0.5: \"usb2*1-1.2\" plugged in" + kUntold, ""},
-    {"plug_locked", {"plug", "Locked"}, 0, "10.0.0.6: \"usb1*1-1.1\" refused, as the station's USB lock is 3:0" + kUntold, ""},
+    {"plug", {"plug", "10.0.0.5"}, 0, "10.0.0.5: \"usb2*1-1.2\" plugged in" + kNotActivated, ""},
+    {"plug_by_name", {"plug", "Lathe 1"}, 0, "10.0.0.5: \"usb2*1-1.2\" plugged in" + kNotActivated, ""},
+    {"plug_locked",
+     {"plug", "Locked"},
+     0,
+     "10.0.0.6: \"usb1*1-1.1\" refused, as the station's USB lock is 3:0" + kNotActivated,
+     ""},
     {"plug_json", {"plug", "10.0.0.5", "--json"}, 0, R"({"event":"plugged","station":"10.0.0.5","name":"Lathe 1",)", ""},
     {"plug_unknown", {"plug", "10.0.0.9"}, 2, "", "kvosim: no station has the address or the name \"10.0.0.9\"\n"},
     {"plug_wrong_text", {"plug", "10.0.0.5", "--text4", "a*b"}, 2, "", "kvosim: text4: holds an asterisk"},
@@ -85,15 +89,15 @@ const std::vector<Row> kCalls = {
     {"plug_no_utf8", {"plug", "10.0.0.5", "--ident2", "\xA7"}, 2, "", "kvosim: a text is not UTF-8; write it as UTF-8\n"},
     {"plug_nowhere", {"plug"}, 2, "", "STATION is required"},
     {"plug_unknown_option", {"plug", "10.0.0.5", "--text9", "x"}, 2, "", "--text9"},
-    {"refuse", {"refuse", "10.0.0.5"}, 0, "10.0.0.5: \"usb2*1-1.2\" refused" + kUntold, ""},
-    {"unplug", {"unplug", "10.0.0.5", "usb1"}, 0, "10.0.0.5: \"usb1*1-1.1\" removed" + kUntold, ""},
+    {"refuse", {"refuse", "10.0.0.5"}, 0, "10.0.0.5: \"usb2*1-1.2\" refused" + kNotActivated, ""},
+    {"unplug", {"unplug", "10.0.0.5", "usb1"}, 0, "10.0.0.5: \"usb1*1-1.1\" removed" + kNotActivated, ""},
     {"unplug_unknown",
      {"unplug", "10.0.0.5", "usb9"},
      2,
      "",
      "kvosim: no device \"usb9\" at 10.0.0.5; plugged in there: \"usb1*1-1.1\"\n"},
     {"unplug_nothing", {"unplug", "10.0.0.5"}, 2, "", "DEVICE is required"},
-    {"state", {"state", "10.0.0.5", "1-1.1", "0x10"}, 0, "10.0.0.5: \"usb1*1-1.1\" in state 16" + kUntold, ""},
+    {"state", {"state", "10.0.0.5", "1-1.1", "0x10"}, 0, "10.0.0.5: \"usb1*1-1.1\" in state 16" + kNotActivated, ""},
     {"state_wrong", {"state", "10.0.0.5", "usb1", "on"}, 2, "", "kvosim: state: is no whole number; write 0 to 0xFFFFFFFF\n"},
     {"state_nothing", {"state", "10.0.0.5", "usb1"}, 2, "", "VALUE is required"},
     {"list", {"list"}, 0, "10.0.0.5: \"usb1*1-1.1\" state 0, Simulated device, kvosim, Memory stick\n", ""},

@@ -16,7 +16,7 @@ std::vector<std::string> all(AgentLines &lines, std::string_view unended = {})
 {
     std::vector<std::string> texts;
     while (const auto line = lines.next(unended)) {
-        texts.push_back(line->text + (line->ended ? "" : "|"));
+        texts.push_back(line->text + (line->terminated ? "" : "|"));
     }
     return texts;
 }
@@ -36,7 +36,7 @@ struct Row : kvosim_test::NamedRow {
     std::string unended;
     std::string bytes;
     std::vector<std::string> lines;
-    bool holdsNone;
+    bool hasUnterminatedNone;
 };
 
 class None : public testing::TestWithParam<Row> {};
@@ -46,7 +46,7 @@ TEST_P(None, is_cut_where_it_ends)
     AgentLines whole;
     whole.add(GetParam().bytes);
     EXPECT_EQ(all(whole, GetParam().unended), GetParam().lines);
-    EXPECT_EQ(whole.holdsNone(), GetParam().holdsNone);
+    EXPECT_EQ(whole.hasUnterminatedNone(), GetParam().hasUnterminatedNone);
     // However it comes in pieces.
     AgentLines bytewise;
     std::vector<std::string> texts;
@@ -78,26 +78,26 @@ TEST(AgentLines, none_is_taken_where_nothing_follows)
     AgentLines lines;
     lines.add("pong\r\n042:none");
     EXPECT_THAT(all(lines), ElementsAre("pong"));
-    ASSERT_TRUE(lines.holdsNone());
-    const auto none = lines.takeNone();
+    ASSERT_TRUE(lines.hasUnterminatedNone());
+    const auto none = lines.takeUnterminatedNone();
     EXPECT_EQ(none.text, "042:none");
-    EXPECT_FALSE(none.ended);
-    EXPECT_FALSE(lines.holdsNone());
+    EXPECT_FALSE(none.terminated);
+    EXPECT_FALSE(lines.hasUnterminatedNone());
 }
 
 TEST(AgentLines, are_bounded)
 {
     AgentLines lines;
     lines.add(std::string(kvosim::kLongestAgentLine, 'x'));
-    EXPECT_FALSE(lines.overlong());
+    EXPECT_FALSE(lines.isTooLong());
     lines.add("x");
-    EXPECT_TRUE(lines.overlong());
+    EXPECT_TRUE(lines.isTooLong());
     AgentLines ended;
     ended.add(std::string(kvosim::kLongestAgentLine + 1, 'x') + '\n');
-    EXPECT_TRUE(ended.overlong()) << "also where its end has come with it";
+    EXPECT_TRUE(ended.isTooLong()) << "also where its end has come with it";
     AgentLines longest;
     longest.add(std::string(kvosim::kLongestAgentLine, 'x') + '\n');
-    EXPECT_FALSE(longest.overlong());
+    EXPECT_FALSE(longest.isTooLong());
 }
 
 TEST(AgentLines, know_tags_and_numbers)
@@ -108,9 +108,9 @@ TEST(AgentLines, know_tags_and_numbers)
     EXPECT_EQ(kvosim::indicationOf("I07:x"), "I07:");
     EXPECT_EQ(kvosim::indicationOf("i07:x"), "");
     EXPECT_EQ(kvosim::indicationOf("I7:x"), "");
-    EXPECT_TRUE(kvosim::mayAnswerUnended("Get-Softkey-Type"));
-    EXPECT_FALSE(kvosim::mayAnswerUnended("get-softkey-type2"));
-    EXPECT_FALSE(kvosim::mayAnswerUnended("show-current-server"));
+    EXPECT_TRUE(kvosim::mayReplyUnterminated("Get-Softkey-Type"));
+    EXPECT_FALSE(kvosim::mayReplyUnterminated("get-softkey-type2"));
+    EXPECT_FALSE(kvosim::mayReplyUnterminated("show-current-server"));
 }
 
 }  // namespace

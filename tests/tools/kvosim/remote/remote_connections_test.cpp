@@ -173,8 +173,8 @@ TEST_F(Remote, a_flood_is_logged_within_bounds)
         known = page["next"];
     }
     EXPECT_EQ(records + lost, 5003U);
-    EXPECT_LE(records, kvosim::RemoteLog::kMostRecords);
-    EXPECT_LE(bytes, kvosim::RemoteLog::kMostBytes);
+    EXPECT_LE(records, kvosim::RemoteLog::kMaxRecords);
+    EXPECT_LE(bytes, kvosim::RemoteLog::kMaxBytes);
     EXPECT_GT(records, 900U);
 }
 
@@ -195,14 +195,14 @@ TEST_F(Remote, an_agent_that_does_not_read_is_not_sent_without_end)
 
 TEST_F(Remote, so_many_requests_wait_and_no_more)
 {
-    constexpr std::size_t kMost = kvosim::RemoteSession::kMostUnanswered;
-    for (std::size_t i = 0; i < 2 * kMost; ++i) {
+    constexpr std::size_t kMaxPending = kvosim::RemoteSession::kMaxUnanswered;
+    for (std::size_t i = 0; i < 2 * kMaxPending; ++i) {
         tools::askSimulator({{"do", "remote.send"}, {"session", 3}, {"request", "nobody waits"}});
         EXPECT_EQ(agent.hear(), "nobody waits\r\n");
     }
     // Those give way to the ones that somebody waits for.
     std::vector<std::future<std::string>> waiting;
-    for (std::size_t i = 0; i < kMost; ++i) {
+    for (std::size_t i = 0; i < kMaxPending; ++i) {
         waiting.push_back(asks(request("ping")));
         EXPECT_THAT(agent.hear(), HasSubstr(":ping"));
     }

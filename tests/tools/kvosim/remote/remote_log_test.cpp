@@ -12,13 +12,13 @@ TEST(RemoteLog, keeps_the_last_records)
 {
     uint64_t told = 0;
     RemoteLog log([&](const RemoteRecord &record) { told = record.number; });
-    for (std::size_t i = 0; i < RemoteLog::kMostRecords + 10; ++i) {
+    for (std::size_t i = 0; i < RemoteLog::kMaxRecords + 10; ++i) {
         log.add({.text = "x"});
     }
-    EXPECT_EQ(log.records().size(), RemoteLog::kMostRecords);
+    EXPECT_EQ(log.records().size(), RemoteLog::kMaxRecords);
     EXPECT_EQ(log.records().front().number, 11U);
     EXPECT_EQ(log.records().back().number, log.last());
-    EXPECT_EQ(told, RemoteLog::kMostRecords + 10);
+    EXPECT_EQ(told, RemoteLog::kMaxRecords + 10);
 }
 
 TEST(RemoteLog, keeps_so_many_bytes)
@@ -28,7 +28,7 @@ TEST(RemoteLog, keeps_so_many_bytes)
     for (int i = 0; i < 1000; ++i) {
         log.add({.text = text, .note = text});
     }
-    EXPECT_EQ(log.records().size(), RemoteLog::kMostBytes / (2 * text.size()));
+    EXPECT_EQ(log.records().size(), RemoteLog::kMaxBytes / (2 * text.size()));
     EXPECT_EQ(log.last(), 1000U);
 }
 

@@ -1,5 +1,5 @@
 // The command's process, from fork to the last of its descendants.
-#include "kvosim/program/guarded_command.h"
+#include "kvosim/program/supervised_command.h"
 
 #include <cerrno>
 #include <chrono>
@@ -20,8 +20,8 @@ namespace {
 constexpr int kNotExecutable = 126;
 constexpr int kNoSuchProgram = 127;
 constexpr int kSignalled = 128;
-constexpr std::chrono::milliseconds kPoliteTime{1'000};
-constexpr std::chrono::milliseconds kPoliteStep{10};
+constexpr std::chrono::milliseconds kTerminationTimeout{1'000};
+constexpr std::chrono::milliseconds kPollInterval{10};
 
 /// Whether a command is there at all, executable or not.
 bool exists(const std::string &command)
@@ -39,7 +39,7 @@ bool exists(const std::string &command)
     return false;
 }
 
-[[noreturn]] void become(const std::vector<std::string> &command)
+[[noreturn]] void execute(const std::vector<std::string> &command)
 {
     std::vector<char *> arguments;
     arguments.reserve(command.size() + 1);
@@ -58,7 +58,7 @@ bool exists(const std::string &command)
 
 pid_t start(const std::vector<std::string> &command, const sigset_t &signals)
 {
-    // Orphans of the command become this process's children, so that it can end them.
+    // Orphans of the command execute this process's children, so that it can end them.
     prctl(PR_SET_CHILD_SUBREAPER, 1);
     const pid_t parent = getpid();
     const pid_t child = fork();
@@ -74,7 +74,7 @@ pid_t start(const std::vector<std::string> &command, const sigset_t &signals)
         _exit(kSignalled + SIGTERM);
     }
     pthread_sigmask(SIG_SETMASK, &signals, nullptr);
-    become(command);
+    execute(command);
 }
 
 std::vector<pid_t> children()
@@ -106,30 +106,30 @@ bool childrenLeft()
 
 }  // namespace
 
-GuardedCommand::GuardedCommand(EventLoop &loop, const std::vector<std::string> &command, std::function<void()> ended)
+SupervisedCommand::SupervisedCommand(EventLoop &loop, const std::vector<std::string> &command, std::function<void()> ended)
     : ended_(std::move(ended)), signals_(loop, {SIGINT, SIGTERM, SIGCHLD}, [this](const auto &signal) { react(signal); }),
       process_(start(command, signals_.previousMask()))
 {
 }
 
-GuardedCommand::~GuardedCommand()
+SupervisedCommand::~SupervisedCommand()
 {
     if (!childrenLeft()) {
         return;
     }
     signalChildren(SIGTERM);
-    const auto until = Clock::now() + kPoliteTime;
+    const auto until = Clock::now() + kTerminationTimeout;
     while (childrenLeft() && Clock::now() < until) {
-        std::this_thread::sleep_for(kPoliteStep);
+        std::this_thread::sleep_for(kPollInterval);
     }
     // Again and again: one that dies may leave children of its own.
     while (childrenLeft()) {
         signalChildren(SIGKILL);
-        std::this_thread::sleep_for(kPoliteStep);
+        std::this_thread::sleep_for(kPollInterval);
     }
 }
 
-void GuardedCommand::react(const signalfd_siginfo &signal)
+void SupervisedCommand::react(const signalfd_siginfo &signal)
 {
     if (signal.ssi_signo == SIGCHLD) {
         collectEnded();
@@ -141,7 +141,7 @@ void GuardedCommand::react(const signalfd_siginfo &signal)
     }
 }
 
-void GuardedCommand::collectEnded()
+void SupervisedCommand::collectEnded()
 {
     int status = 0;
     for (pid_t ended = 0; (ended = waitpid(-1, &status, WNOHANG)) > 0;) {

@@ -8,6 +8,6 @@ namespace kvosim {
 
 /// What stands before the first line [[station]], then each such line with all up to the next one. Such a line in the middle of a
 /// text or a list cuts that as well: then the piece before it is not TOML.
-std::vector<std::string_view> cutAtStations(std::string_view text);
+std::vector<std::string_view> splitAtStations(std::string_view text);
 
 }  // namespace kvosim

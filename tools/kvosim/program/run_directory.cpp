@@ -1,4 +1,4 @@
-#include "kvosim/program/run_place.h"
+#include "kvosim/program/run_directory.h"
 
 #include <cstdio>
 #include <filesystem>
@@ -24,14 +24,14 @@ void refuseBesideService()
 
 }  // namespace
 
-SharedPlace::SharedPlace()
-    : folder_(tools::FolderUse::serve, sayWaiting), turn_(kFolder / (std::string(tools::kLockFilePrefix) + "turn"),
-                                                          [] { sayWaiting("another \"kvosim run --shared\" to end"); })
+SharedDirectory::SharedDirectory()
+    : folder_(tools::FolderUse::serve, sayWaiting), runLock_(kFolder / (std::string(tools::kLockFilePrefix) + "turn"),
+                                                             [] { sayWaiting("another \"kvosim run --shared\" to end"); })
 {
     refuseBesideService();
 }
 
-RunPlace::RunPlace(bool shared)
+RunDirectory::RunDirectory(bool shared)
 {
     if (shared) {
         shared_.emplace();

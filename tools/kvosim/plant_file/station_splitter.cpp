@@ -1,5 +1,5 @@
 // Searches for the header of a station and looks at what stands before it in its line.
-#include "kvosim/plant_file/pieces.h"
+#include "kvosim/plant_file/station_splitter.h"
 
 namespace kvosim {
 
@@ -19,7 +19,7 @@ std::size_t beginOfLine(std::string_view text, std::size_t at)
 
 }  // namespace
 
-std::vector<std::string_view> cutAtStations(std::string_view text)
+std::vector<std::string_view> splitAtStations(std::string_view text)
 {
     std::vector<std::string_view> pieces;
     std::size_t begin = 0;

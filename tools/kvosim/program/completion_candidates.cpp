@@ -1,5 +1,5 @@
 // Sources of candidates; where no simulator runs there are none.
-#include "kvosim/program/offers.h"
+#include "kvosim/program/completion_candidates.h"
 
 #include "common/completions/completion.h"
 #include "common/control_client.h"
@@ -76,14 +76,14 @@ Candidates keywords()
 
 }  // namespace
 
-void offerStations(const CLI::Option *argument) { tools::completions::completeFrom(argument, stations); }
+void completeStations(const CLI::Option *argument) { tools::completions::completeFrom(argument, stations); }
 
-void offerDevices(const CLI::Option *argument) { tools::completions::completeFrom(argument, devices); }
+void completeDevices(const CLI::Option *argument) { tools::completions::completeFrom(argument, devices); }
 
-void offerSessions(const CLI::Option *argument) { tools::completions::completeFrom(argument, sessions); }
+void completeSessions(const CLI::Option *argument) { tools::completions::completeFrom(argument, sessions); }
 
-void offerStationKeys(const CLI::Option *argument) { tools::completions::completeFrom(argument, keys); }
+void completeStationKeys(const CLI::Option *argument) { tools::completions::completeFrom(argument, keys); }
 
-void offerKeywords(const CLI::Option *argument) { tools::completions::completeFrom(argument, keywords); }
+void completeKeywords(const CLI::Option *argument) { tools::completions::completeFrom(argument, keywords); }
 
 }  // namespace kvosim

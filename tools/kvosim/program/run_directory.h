@@ -9,25 +9,25 @@
 namespace kvosim {
 
 /// The machine's own kSocketDirectory, for one run at a time.
-class SharedPlace {
+class SharedDirectory {
 public:
     /// Waits for its turn and says so. Throws std::runtime_error where a service runs there already, or the folder is another
     /// user's.
-    SharedPlace();
+    SharedDirectory();
 
 private:
     tools::RunFolder folder_;
-    tools::LockFile turn_;
+    tools::LockFile runLock_;
 };
 
-class RunPlace {
+class RunDirectory {
 public:
     /// A private place, or with @p shared the machine's own. Throws std::runtime_error whose text says what works instead.
-    explicit RunPlace(bool shared);
+    explicit RunDirectory(bool shared);
 
 private:
     std::optional<tools::PrivateNamespace> private_;
-    std::optional<SharedPlace> shared_;
+    std::optional<SharedDirectory> shared_;
 };
 
 }  // namespace kvosim

@@ -12,14 +12,14 @@
 
 namespace kvosim {
 
-class GuardedCommand {
+class SupervisedCommand {
 public:
     /// Starts @p command, found by PATH; @p ended is called on the loop when it has ended.
-    GuardedCommand(EventLoop &loop, const std::vector<std::string> &command, std::function<void()> ended);
-    GuardedCommand(const GuardedCommand &) = delete;
-    GuardedCommand &operator=(const GuardedCommand &) = delete;
+    SupervisedCommand(EventLoop &loop, const std::vector<std::string> &command, std::function<void()> ended);
+    SupervisedCommand(const SupervisedCommand &) = delete;
+    SupervisedCommand &operator=(const SupervisedCommand &) = delete;
     /// Ends what the command has left running.
-    ~GuardedCommand();
+    ~SupervisedCommand();
 
     /// As a shell tells it: the exit status, 128 + the signal, 127 not found, 126 not executable. Once it has ended.
     [[nodiscard]] int status() const noexcept { return *status_; }

@@ -5,14 +5,14 @@
 
 namespace kvosim {
 
-void offerStations(const CLI::Option *argument);
+void completeStations(const CLI::Option *argument);
 /// The USB devices that are plugged in, by either ident.
-void offerDevices(const CLI::Option *argument);
+void completeDevices(const CLI::Option *argument);
 /// The sessions of agents that are served.
-void offerSessions(const CLI::Option *argument);
+void completeSessions(const CLI::Option *argument);
 /// "KEY=" for each key of a station.
-void offerStationKeys(const CLI::Option *argument);
+void completeStationKeys(const CLI::Option *argument);
 /// Keywords of the service's commands.
-void offerKeywords(const CLI::Option *argument);
+void completeKeywords(const CLI::Option *argument);
 
 }  // namespace kvosim

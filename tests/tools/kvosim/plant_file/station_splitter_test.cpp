@@ -1,5 +1,5 @@
 // Plant files are read station by station: what is cut where, and that no file means something else than in one piece.
-#include "kvosim/plant_file/pieces.h"
+#include "kvosim/plant_file/station_splitter.h"
 
 #include "kvosim/plant_file/plant_file.h"
 #include "tools/kvosim/support/named_row.h"
@@ -9,7 +9,7 @@
 
 namespace {
 
-using kvosim::cutAtStations;
+using kvosim::splitAtStations;
 using testing::ElementsAre;
 using testing::Pair;
 using testing::StartsWith;
@@ -19,23 +19,23 @@ using Calls = std::vector<std::pair<std::size_t, std::size_t>>;
 
 TEST(Pieces, begin_at_each_station)
 {
-    EXPECT_THAT(cutAtStations("# head\n[[station]]\na = 1\n[[station.usb_device]]\n \t[[station]] # indented\nb = 2"),
+    EXPECT_THAT(splitAtStations("# head\n[[station]]\na = 1\n[[station.usb_device]]\n \t[[station]] # indented\nb = 2"),
                 ElementsAre("# head\n", "[[station]]\na = 1\n[[station.usb_device]]\n", " \t[[station]] # indented\nb = 2"));
 }
 
 TEST(Pieces, have_a_head_that_may_be_empty)
 {
-    EXPECT_THAT(cutAtStations(""), ElementsAre(""));
-    EXPECT_THAT(cutAtStations("[service]\n"), ElementsAre("[service]\n"));
-    EXPECT_THAT(cutAtStations("[[station]]\r\n[[station]]"), ElementsAre("", "[[station]]\r\n", "[[station]]"));
-    EXPECT_THAT(cutAtStations("\n[[station]]"), ElementsAre("\n", "[[station]]"));
-    EXPECT_THAT(cutAtStations("  [[station]]"), ElementsAre("", "  [[station]]"));
+    EXPECT_THAT(splitAtStations(""), ElementsAre(""));
+    EXPECT_THAT(splitAtStations("[service]\n"), ElementsAre("[service]\n"));
+    EXPECT_THAT(splitAtStations("[[station]]\r\n[[station]]"), ElementsAre("", "[[station]]\r\n", "[[station]]"));
+    EXPECT_THAT(splitAtStations("\n[[station]]"), ElementsAre("\n", "[[station]]"));
+    EXPECT_THAT(splitAtStations("  [[station]]"), ElementsAre("", "  [[station]]"));
 }
 
 TEST(Pieces, do_not_begin_in_the_middle_of_a_line)
 {
     for (const char *text : {"a = \"[[station]]\"\n", "# [[station]]\n", "\xEF\xBB\xBF[[station]]\n", "[[ station ]]\n"}) {
-        EXPECT_THAT(cutAtStations(text), ElementsAre(text));
+        EXPECT_THAT(splitAtStations(text), ElementsAre(text));
     }
 }
 

@@ -21,7 +21,7 @@ Fault makeFault(const FaultText &text);
 /// The keywords of all commands in alphabetical order, without the "=" or space that ends them.
 std::vector<std::string_view> commandKeywords();
 
-/// Applies a datagram of the USB lock. Returns false and changes nothing if the datagram is malformed or its station is unknown.
+/// Applies a datagram of the USB lock. Returns false and changes nothing if it is malformed or its station is unknown.
 bool applyUsbLock(Plant &plant, std::string_view datagram);
 
 }  // namespace kvosim

@@ -18,7 +18,7 @@ std::string listText(std::span<const Record> records, Convert convert)
 
 std::string countStations(ServiceContext &context, std::string_view) { return std::to_string(context.plant.stations().size()); }
 
-/// Sends the whole list, even if the client's array is smaller: the client reads from the list's head how large its array must be.
+/// Sends the whole list, even if the client's array is smaller: the client reads the required size from the head of the list.
 template <int (*convert)(uint32_t, const ConnectionEntry *, char *, uint32_t)>
 std::string listStations(ServiceContext &context, std::string_view capacity)
 {

@@ -10,8 +10,8 @@
 
 namespace kvosim {
 
-/// Carries out "remote.list", "remote.ask", "remote.send", "remote.raw", "remote.close" and "remote.log". Returns nothing if the
-/// request is another one. Throws if it cannot be carried out.
+/// Carries out "remote.list", "remote.ask", "remote.send", "remote.raw", "remote.close" and "remote.log". Returns nothing if
+/// the request is another one. Throws if it cannot be carried out.
 std::optional<Reply> answerRemoteControl(RemoteSide &remote, const tools::Json &request, const LineServer::Caller &caller);
 
 /// The names above, for messages.

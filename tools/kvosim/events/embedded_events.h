@@ -22,9 +22,9 @@ public:
     /// Bytes of events that may wait for a listener, in addition to the socket's buffer.
     static constexpr std::size_t kMaxUnread = std::size_t{256} * 1024;
 
-    /// @p alive is the time between "Alive?" events, 0 for none. @p report is called for each event, and when a listener connects
-    /// or disconnects. @p mode is the file mode of the socket. Throws std::runtime_error if the socket cannot be created.
-    /// @p loop must outlive this object.
+    /// @p alive is the time between "Alive?" events, 0 for none. @p report is called for each event, and when a listener
+    /// connects or disconnects. @p mode is the file mode of the socket. Throws std::runtime_error if the socket cannot be
+    /// created. @p loop must outlive this object.
     EmbeddedEvents(EventLoop &loop, std::filesystem::path socket, std::chrono::seconds alive,
                    std::function<void(std::string_view line)> report, mode_t mode = tools::kForThisUser);
     EmbeddedEvents(const EmbeddedEvents &) = delete;

@@ -15,8 +15,8 @@ struct StormParameters {
     std::optional<uint32_t> station{};  ///< without a value: all stations in turn
 };
 
-/// Begins a storm, and sends the totals to @p caller at its end. The storm ends early if @p caller no longer waits, or if events
-/// are deactivated. Throws Refused if it cannot begin.
+/// Begins a storm, and sends the totals to @p caller at its end. The storm ends early if @p caller no longer waits, or if
+/// events are deactivated. Throws Refused if it cannot begin.
 void beginUsbStorm(UsbEvents &events, const StormParameters &parameters, const LineServer::Caller &caller);
 
 }  // namespace kvosim

@@ -10,7 +10,8 @@ namespace kvosim {
 
 class Acceptor {
 public:
-    /// Calls @p onConnection on the loop's thread with each connection. @p loop and the listening socket must outlive this object.
+    /// Calls @p onConnection on the loop's thread with each connection. @p loop and the listening socket must outlive this
+    /// object.
     Acceptor(EventLoop &loop, int listener, std::function<void(tools::Descriptor connection)> onConnection);
     Acceptor(const Acceptor &) = delete;
     Acceptor &operator=(const Acceptor &) = delete;

@@ -13,7 +13,7 @@ namespace kvosim {
 
 namespace {
 
-// Clients read 1024 bytes at a time, and pause if they get less and the line is incomplete. Pieces of whole KiB avoid the pause.
+// Clients read 1024 bytes at a time, and pause if they get less of an incomplete line. Pieces of whole KiB avoid the pause.
 constexpr std::size_t kPiece = std::size_t{32} * 1024;
 // The buffer has space for several pieces, so a piece is written completely or not at all. The kernel may grant less.
 constexpr int kSendBuffer = 1024 * 1024;
@@ -156,8 +156,8 @@ void LineServer::startWriting(Iterator it)
     write(it);
 }
 
-/// Waits for @p time, then calls @p proceed. Meanwhile it reacts only to a client that closes its whole connection: a client that
-/// has shut down only its sending side may still read.
+/// Waits for @p time, then calls @p proceed. Meanwhile it reacts only to a client that closes its whole connection: a client
+/// that has shut down only its sending side may still read.
 void LineServer::hold(Iterator it, std::chrono::milliseconds time, void (LineServer::*proceed)(Iterator it))
 {
     it->second.stage = Connection::Stage::waiting;

@@ -69,7 +69,8 @@ public:
     /// Called for events other than requests and replies.
     using Report = std::function<void(std::string_view event)>;
 
-    /// @p refusal is the reply to a line that is too long. @p mode is the file mode of the socket. @p loop must outlive the server.
+    /// @p refusal is the reply to a line that is too long. @p mode is the file mode of the socket. @p loop must outlive the
+    /// server.
     LineServer(EventLoop &loop, std::filesystem::path path, Answer answer, std::string refusal, Report report = {},
                LineServerLimits limits = {}, mode_t mode = tools::kForThisUser);
     LineServer(const LineServer &) = delete;

@@ -1,4 +1,4 @@
-// Faults: which are valid, and which requests they strike.
+// Checks faults, and decides which requests they strike.
 #include "kvosim/plant/faults.h"
 
 #include <algorithm>
@@ -11,7 +11,7 @@ namespace {
 constexpr uint32_t kLongestDelay = 60'000;   // ms
 constexpr uint32_t kDefaultDelay = 1'000;    // ms
 constexpr uint32_t kDefaultPause = 5;        // ms, between two bytes
-constexpr std::string_view kGarbage = "#?";  // no number, no reply and no description begins so
+constexpr std::string_view kGarbage = "#?";  // no valid number, reply or description begins with this
 
 // In the order of FaultKind.
 constexpr std::array<std::string_view, 6> kKinds = {"delay", "close", "garbage", "failed", "split", "silent"};
@@ -47,8 +47,8 @@ bool Fault::strikes(std::string_view keyword)
     if (text_.command != kEveryCommand && text_.command != keyword) {
         return false;
     }
-    const bool spared = seen_++ < text_.after;
-    return !spared && (text_.times == 0 || struck_ < text_.times);
+    const bool isSkipped = seen_++ < text_.after;
+    return !isSkipped && (text_.times == 0 || struck_ < text_.times);
 }
 
 const Fault *Faults::strike(std::string_view keyword)

@@ -1,4 +1,4 @@
-// Faults: ways in which the service fails on purpose, each for some requests and some times.
+// Faults: ways in which the service fails on purpose, each for certain requests and a certain number of times.
 #pragma once
 
 #include <chrono>
@@ -12,21 +12,21 @@
 
 namespace kvosim {
 
-/// What is wrong with a key of a fault. The text is for people.
+/// An invalid key of a fault. The text is for users.
 struct FaultError : std::invalid_argument {
     FaultError(std::string_view faultyKey, const std::string &what) : std::invalid_argument(what), key(faultyKey) {}
     std::string key;
 };
 
-/// Stands for every command.
+/// Means every command.
 inline constexpr std::string_view kEveryCommand = "*";
 
-/// A fault as it is written in plant files and on the command line.
+/// A fault as plant files and the command line describe it.
 struct FaultText {
     std::string command{kEveryCommand};  ///< a keyword, without the character that ends it
     std::string kind;
-    uint32_t after = 0;               ///< so many requests are spared first
-    uint32_t times = 0;               ///< so many are struck then; 0 is for ever
+    uint32_t after = 0;               ///< number of requests that are served normally first
+    uint32_t times = 0;               ///< number of requests that are struck then; 0 is unlimited
     std::optional<uint32_t> delay{};  ///< ms
 };
 
@@ -34,12 +34,12 @@ enum class FaultKind { delay, close, garbage, failed, split, silent };
 
 class Fault {
 public:
-    /// Throws FaultError. The command is taken as it is: makeFault (commands.h) checks it first.
+    /// Throws FaultError. Does not check the command: makeFault (commands.h) does that first.
     explicit Fault(const FaultText &text);
 
-    /// Counts a request that it is meant for; true when it strikes.
+    /// Counts the request if the fault applies to its command. Returns whether the fault strikes.
     bool strikes(std::string_view keyword);
-    /// Counts the request as struck.
+    /// Counts a request as struck.
     void struck() { ++struck_; }
 
     [[nodiscard]] FaultKind kind() const noexcept { return kind_; }
@@ -47,7 +47,7 @@ public:
     {
         return std::chrono::milliseconds(text_.delay.value_or(0));
     }
-    /// As it was written, with its defaults.
+    /// The description that the fault was made from, with defaults filled in.
     [[nodiscard]] const FaultText &text() const noexcept { return text_; }
     [[nodiscard]] uint64_t requestsStruck() const noexcept { return struck_; }
 
@@ -64,14 +64,14 @@ public:
     void clear() { faults_.clear(); }
     [[nodiscard]] std::span<const Fault> list() const noexcept { return faults_; }
 
-    /// The first fault that strikes a request; null when none does. All that are meant for it count it.
+    /// The first fault that strikes the request, or null. All faults that apply to the command count the request.
     const Fault *strike(std::string_view keyword);
 
 private:
     std::vector<Fault> faults_;
 };
 
-/// A reply made malformed: where there is a value behind a "=", before that, else before all.
+/// A malformed reply: inserts garbage after the first "=", or at the beginning if the reply has none.
 std::string garbled(std::string reply);
 
 }  // namespace kvosim

@@ -1,4 +1,4 @@
-// The state of one station: what its panel is set to, what is connected to it, and what it shows.
+// The state of one station: the settings of its panel, the connected devices, and what it displays.
 #pragma once
 
 #include "kvosim/plant/usb_device.h"
@@ -11,10 +11,10 @@
 
 namespace kvosim {
 
-/// A number that the plant may leave untold.
+/// A number for which the plant may give no value.
 using OptionalNumber = std::optional<int64_t>;
 
-/// Every member but the last two is a key of plant files; station_keys.cpp has their names and ranges.
+/// All members except the last two are keys of plant files; station_keys.cpp has their names and ranges.
 struct Panel {
     // The panel itself
     int64_t brightness = 1;  ///< 0 dark, 1 bright
@@ -30,7 +30,7 @@ struct Panel {
     int64_t rv4Mode = 0;
     int64_t marovanti = 1;
 
-    // Addresses; 0 is none
+    // Addresses; 0 means none
     int64_t mcpAddress = 0;
     int64_t dckAddress = 0;
     int64_t kvoIndex = 0;
@@ -40,7 +40,7 @@ struct Panel {
     std::string simulatedMcpKey;
     std::string enabledMcpKey;
 
-    // The viewer and the station around it
+    // Viewer, status line and reboot
     std::string viewer;  ///< "server:display" while it runs
     int64_t viewerBusy = 0;
     std::string statusLine;
@@ -48,7 +48,7 @@ struct Panel {
     int64_t statusValue2 = 0;
     int64_t rebootTime = 0;  ///< ms
 
-    // Focus, start and channels
+    // Focus, startup and channels
     int64_t focusBusy = 0;
     std::string priority;
     int64_t startupActive = 0;
@@ -81,7 +81,7 @@ struct Panel {
     OptionalNumber hardwareCaps;
     OptionalNumber rotation;
 
-    std::vector<UsbDevice> usbDevices;  ///< what is plugged in
+    std::vector<UsbDevice> usbDevices;  ///< the devices that are plugged in
     std::chrono::steady_clock::time_point rebootsUntil{};
 
     [[nodiscard]] bool rebooting() const { return std::chrono::steady_clock::now() < rebootsUntil; }

@@ -1,4 +1,4 @@
-// Stations and how they are found.
+// Stores stations and finds them by address and name.
 #include "kvosim/plant/plant.h"
 
 #include <stdexcept>

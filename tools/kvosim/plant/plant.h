@@ -1,4 +1,4 @@
-// The state of the simulated plant: the service itself, the stations that it knows, their clients, and the faults.
+// The state of the simulated plant: the service, its stations, their clients, and the faults.
 #pragma once
 
 #include "kvosim/plant/faults.h"
@@ -17,31 +17,31 @@
 
 namespace kvosim {
 
-/// The longest name that a description can carry, in bytes.
+/// The longest name that fits into a description, in bytes.
 inline constexpr std::size_t kLongestName = sizeof(ConnectionEntry::name) - 1;
 
-/// Values of the debug level and what the protocol calls them (service_commands.cpp).
+/// The debug levels; service_commands.cpp has their names in the protocol.
 enum class DebugLevel : uint32_t { none, one, two };
 
-/// What the service knows of itself and of the panel that it runs on.
+/// The state of the service and of the panel that it runs on.
 struct ServiceState {
     std::string version = "V01.00.00.00";
-    std::chrono::milliseconds initTime{0};  ///< for so long after its start the service says that it is not ready
+    std::chrono::milliseconds initTime{0};  ///< for this long after its start the service reports that it is not ready
     DebugLevel debugLevel = DebugLevel::none;
     uint32_t backlight = 1;                       ///< 0 off, 1 on
-    std::chrono::milliseconds focusHold{0};       ///< for so long a station that has got the focus keeps it
-    std::optional<std::string> usbLockAddress{};  ///< where the datagrams of the USB lock are taken
-    std::vector<unsigned> remoteSessions{};       ///< for which agents are served
-    std::string remoteAddress = "127.0.0.1";      ///< where they are
+    std::chrono::milliseconds focusHold{0};       ///< for this long a station keeps the focus after getting it
+    std::optional<std::string> usbLockAddress{};  ///< where the service receives datagrams of the USB lock
+    std::vector<unsigned> remoteSessions{};       ///< the sessions of agents that are served
+    std::string remoteAddress = "127.0.0.1";      ///< where agents connect
 };
 
-/// Which station has the focus; 0 is none.
+/// The station that has the focus; 0 means none.
 struct Focus {
     uint32_t station = 0;
     std::chrono::steady_clock::time_point since{};
 };
 
-/// One station of the plant, to be changed.
+/// References to the entry and the panel of one station, to change them.
 struct Station {
     ConnectionEntry &entry;
     Panel &panel;
@@ -53,24 +53,24 @@ public:
     Focus focus;
     Faults faults;
     std::vector<ConnectionClientEntry> clients;
-    std::vector<KvoDescription> previous;  ///< the registry's previous list where there has been no start before
+    std::vector<KvoDescription> previous;  ///< the registry's previous list at the first start
 
-    /// Makes room for @p count stations.
+    /// Reserves memory for @p count stations.
     void reserve(std::size_t count);
-    /// @p station needs an address and a name that no other station has.
+    /// The address and the name of @p station must be unique.
     void add(const ConnectionEntry &station, Panel panel);
 
     [[nodiscard]] std::span<const ConnectionEntry> stations() const noexcept { return stations_; }
     /// In the order of the stations.
     [[nodiscard]] std::span<Panel> panels() noexcept { return panels_; }
-    /// Null when there is no such station.
+    /// Null, or nothing, if no such station exists.
     [[nodiscard]] const ConnectionEntry *findAddress(uint32_t address) const;
     [[nodiscard]] const ConnectionEntry *findName(std::string_view name) const;
     [[nodiscard]] Panel *findPanel(uint32_t address);
     [[nodiscard]] std::optional<Station> findStation(uint32_t address);
 
 private:
-    // In one piece, as the description codecs take them; the panels stand in the same order.
+    // The description codecs need the entries in one array. The panels are in the same order.
     std::vector<ConnectionEntry> stations_;
     std::vector<Panel> panels_;
     std::unordered_map<uint32_t, std::size_t> byAddress_;

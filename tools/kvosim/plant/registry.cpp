@@ -1,4 +1,5 @@
-// Registry files: one line a station, written aside and renamed, so that a reader meets a whole file at any time.
+// Registry files: one line per station. A file is written under another name and then renamed, so readers always see a complete
+// file.
 #include "kvosim/plant/registry.h"
 
 #include "common/descriptor.h"
@@ -20,7 +21,7 @@ namespace {
 
 constexpr const char *kCurrent = "kvo_hws/currkvos.reg";
 constexpr const char *kPrevious = "kvo_hws/prevkvos.reg";
-constexpr mode_t kListMode = 0666;  // less what the umask takes
+constexpr mode_t kListMode = 0666;  // the umask removes bits
 
 std::filesystem::path createTemporaryDirectory()
 {
@@ -47,10 +48,10 @@ std::string withSlash(const std::filesystem::path &directory)
     return path;
 }
 
-/// Clients read attributes as signed numbers: 0xFFFFFFFF is -1 to them, however wide their long is.
+/// Clients read attributes as signed numbers: 0xFFFFFFFF is -1 for them, with 32-bit and 64-bit longs.
 std::string attribute(uint32_t value) { return std::to_string(static_cast<int32_t>(value)); }
 
-/// One station a line: "name" address attr1xattr2:attr3
+/// One line per station: "name" address attr1xattr2:attr3
 template <class Stations>
 std::string listText(const Stations &stations)
 {
@@ -76,17 +77,17 @@ bool writeAll(const tools::Descriptor &file, std::string_view text)
     return true;
 }
 
-/// Aside, in a file that is this one's own: a link that somebody has put there is not written through.
+/// Writes to a newly created file and renames it. O_EXCL and O_NOFOLLOW prevent writing through a link planted at that path.
 void writeWhole(const std::filesystem::path &path, const std::string &text)
 {
-    const std::filesystem::path aside = path.string() + ".new";
+    const std::filesystem::path temporary = path.string() + ".new";
     std::error_code missing;
-    std::filesystem::remove(aside, missing);
-    const tools::Descriptor file(open(aside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kListMode));
+    std::filesystem::remove(temporary, missing);
+    const tools::Descriptor file(open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kListMode));
     if (!file.valid() || !writeAll(file, text)) {
-        throw std::runtime_error("can not write " + aside.string() + ": " + std::generic_category().message(errno));
+        throw std::runtime_error("can not write " + temporary.string() + ": " + std::generic_category().message(errno));
     }
-    std::filesystem::rename(aside, path);
+    std::filesystem::rename(temporary, path);
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// The daemon's station lists on disk, the previous and the current one, and the lock that keeps them from being rewritten while
-// a client reads them.
+// The daemon's station lists on disk, the previous and the current one, and the lock that prevents rewriting while a client
+// reads them.
 #pragma once
 
 #include "kvosim/plant/plant.h"
@@ -11,30 +11,31 @@
 
 namespace kvosim {
 
-/// The longest registry path, with the "/" at its end, from which clients can still read.
+/// The longest registry path that clients can use, including the "/" at its end.
 inline constexpr std::size_t kLongestRegistryPath = 1004;
 
 class Registry {
 public:
-    /// Without a directory: a fresh temporary one, removed at the end. Throws std::runtime_error where it can not be used.
+    /// Without a directory it creates a temporary one, and removes it at the end. Throws std::runtime_error if the directory
+    /// cannot be used.
     explicit Registry(const std::optional<std::filesystem::path> &directory);
     Registry(const Registry &) = delete;
     Registry &operator=(const Registry &) = delete;
     ~Registry();
 
-    /// Makes what has been the current list the previous one and writes @p plant as the current one. Where there has been no
-    /// start before, the previous list is the plant's.
+    /// Makes the current list the previous one, and writes the stations of @p plant as the current one. At the first start, the
+    /// previous list comes from the plant.
     void start(const Plant &plant);
 
-    /// Writes the current list; while a client holds the lock, as soon as it is given back.
+    /// Writes the current list. While the registry is locked, this is delayed until it is unlocked.
     void writeCurrent(std::span<const ConnectionEntry> stations);
 
-    /// The directory with a "/" at its end: clients append the file names as they are.
+    /// The directory with a "/" at its end: clients append the file names without adding one.
     [[nodiscard]] const std::string &path() const noexcept { return path_; }
 
-    /// False while somebody holds the lock. It has no owner: clients take it on one connection and give it back on another.
+    /// Returns false if the lock is already held. The lock has no owner: clients lock on one connection and unlock on another.
     bool lock() noexcept;
-    /// False where nobody holds the lock.
+    /// Returns false if the lock is not held.
     bool unlock();
     [[nodiscard]] bool locked() const noexcept { return locked_; }
 
@@ -44,7 +45,7 @@ private:
     bool temporary_;
     std::string path_;
     bool locked_ = false;
-    std::optional<std::string> waiting_;  ///< the current list that waits for the lock
+    std::optional<std::string> waiting_;  ///< the current list, to be written at unlock
 };
 
 }  // namespace kvosim

@@ -1,4 +1,4 @@
-// The table of station keys, and how values are checked and stored by it.
+// The table of station keys; checks and stores their values.
 #include "kvosim/plant/station_keys.h"
 
 #include <algorithm>
@@ -23,14 +23,14 @@ constexpr std::size_t kLongestLayout = 7;
 
 bool isLine(std::string_view text) { return text.size() <= kLongestText && !hasControlCharacter(text); }
 
-/// A refusal goes over the wire spelt so, and a client could not tell it from the text.
+/// "failed" is not allowed: on the wire a client could not distinguish the text from a refusal.
 bool isReplyText(std::string_view text) { return isLine(text) && text != kFailed; }
 
 bool isChannelInfo(std::string_view text) { return text.size() <= kLongestChannelInfo && !hasControlCharacter(text); }
 
 bool isPairOrEmpty(std::string_view text) { return text.empty() || isPair(text); }
 
-/// A client takes what stands before the first colon as the server.
+/// A client uses the text before the first colon as the server, so the server must not be empty.
 bool isViewer(std::string_view text)
 {
     return text.empty() || (isLine(text) && text.find(':') != std::string_view::npos && !text.starts_with(':'));
@@ -42,8 +42,8 @@ bool isPriority(std::string_view text)
         return true;
     }
     const auto [lock, priority] = split(text, ':');
-    const bool lockRight = lock.empty() || lock == "0" || lock == "1";
-    return text.find(':') != std::string_view::npos && lockRight &&
+    const bool isLockValid = lock.empty() || lock == "0" || lock == "1";
+    return text.find(':') != std::string_view::npos && isLockValid &&
            (priority.empty() || (priority.front() != '0' && decimal(priority, 1, 10)));
 }
 
@@ -151,7 +151,7 @@ Overload(Fs...) -> Overload<Fs...>;
 
 bool isOptional(const NumberKey &key) { return std::holds_alternative<OptionalNumber Panel::*>(key.member); }
 
-/// Large ranges of bits read better in hexadecimal.
+/// Ranges of 32 bits are written in hexadecimal, which is easier to read.
 std::string rangeOf(const NumberKey &key)
 {
     std::string highest = std::to_string(key.highest);
@@ -236,8 +236,8 @@ Value read(const StationKey &key, const Station &station)
     return std::visit(Overload{
                           [&](int64_t Panel::*member) -> Value { return station.panel.*member; },
                           [&](OptionalNumber Panel::*member) -> Value {
-                              const OptionalNumber &told = station.panel.*member;
-                              return told ? Value(*told) : Value(std::string(kNoValue));
+                              const OptionalNumber &number = station.panel.*member;
+                              return number ? Value(*number) : Value(std::string(kNoValue));
                           },
                           [&](uint32_t ConnectionEntry::*member) -> Value { return int64_t{station.entry.*member}; },
                       },

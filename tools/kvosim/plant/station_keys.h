@@ -1,4 +1,4 @@
-// The keys of a station, as plant files, the control socket and the command line spell them: names, ranges, values.
+// The keys of a station as plant files, the control socket and the command line use them: names, ranges and values.
 #pragma once
 
 #include "kvosim/base/arguments.h"
@@ -11,7 +11,7 @@
 
 namespace kvosim {
 
-/// What is written where the plant does not tell a number.
+/// Written instead of a number for which the plant gives no value.
 inline constexpr std::string_view kNoValue = "none";
 
 struct NumberKey {
@@ -24,7 +24,7 @@ struct NumberKey {
 struct TextKey {
     std::string Panel::*member;
     bool (*valid)(std::string_view text);
-    std::string_view form;  ///< what is valid, in words
+    std::string_view form;  ///< the valid form, for messages
 };
 
 struct StationKey {
@@ -33,15 +33,15 @@ struct StationKey {
 };
 
 std::span<const StationKey> stationKeys();
-/// Null when there is no such key.
+/// Null if the key does not exist.
 const StationKey *findStationKey(std::string_view name);
-/// Throws std::invalid_argument when there is no such key.
+/// Throws std::invalid_argument if the key does not exist.
 const StationKey &stationKey(std::string_view name);
 
 Value read(const StationKey &key, const Station &station);
-/// Empty when the value was stored; else what is wrong with it, and what would be right.
+/// Stores a value. Returns an empty text, or what is wrong with the value and what is valid.
 [[nodiscard]] std::string assign(const StationKey &key, const Station &station, const Value &value);
-/// A value as it is typed on a command line: a key of numbers takes decimal and 0x1F.
+/// A value typed on a command line: numeric keys accept decimal numbers and hexadecimal ones such as 0x1F.
 Value parseTyped(const StationKey &key, const std::string &text);
 
 /// "1:2": two numbers of 32 bits.

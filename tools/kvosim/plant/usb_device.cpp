@@ -1,4 +1,4 @@
-// The table of a device's fields, how values are checked and stored by it, and the library's own writers of event texts.
+// The table of a device's fields; checks and stores their values, and writes event texts with the library's functions.
 #include "kvosim/plant/usb_device.h"
 
 #include "common/dotted_address.h"
@@ -83,7 +83,7 @@ template <std::size_t Size>
 void fill(char (&member)[Size], std::string_view text)
 {
     std::memset(member, 0, Size);
-    text.copy(member, Size);  // a text that fills its member needs no terminator
+    text.copy(member, Size);  // a text that fills the whole member has no terminator
 }
 
 // ---- Values ----
@@ -165,8 +165,8 @@ std::string connectorWord(std::string text)
     return text;
 }
 
-/// A text that the library's writers have put on the heap.
-std::string taken(char *text)
+/// Copies and frees a text that the library has allocated.
+std::string copyAndFree(char *text)
 {
     const std::unique_ptr<char, decltype(&std::free)> owned(text, &std::free);
     if (owned == nullptr) {
@@ -180,7 +180,7 @@ std::string removalText(uint32_t station, const UsbDevice &device)
     UsbStationRecord record{};
     record.address = htonl(station);
     ident2Of(device).copy(record.text, sizeof record.text);
-    return taken(ConvertUSBDeviceRemove2Cmd(&record, ident3Of(device).c_str()));
+    return copyAndFree(ConvertUSBDeviceRemove2Cmd(&record, ident3Of(device).c_str()));
 }
 
 }  // namespace
@@ -249,15 +249,15 @@ std::string connectorOf(const UsbDevice &device)
 
 std::string eventText(UsbEvent event, uint32_t station, const UsbDevice &device)
 {
-    UsbDevice told = device;
-    fill(told.source.ipAddress, tools::dotted(station));
+    UsbDevice copy = device;
+    fill(copy.source.ipAddress, tools::dotted(station));
     switch (event) {
-    case UsbEvent::plugged: return taken(ConvertUSBDeviceNew2Cmd(&told.context, &told.source));
-    case UsbEvent::stateChanged: return taken(ConvertUSBDeviceCS2Cmd(&told.source));
-    case UsbEvent::refused: return taken(ConvertUSBDeviceIM2Cmd(&told.source));
+    case UsbEvent::plugged: return copyAndFree(ConvertUSBDeviceNew2Cmd(&copy.context, &copy.source));
+    case UsbEvent::stateChanged: return copyAndFree(ConvertUSBDeviceCS2Cmd(&copy.source));
+    case UsbEvent::refused: return copyAndFree(ConvertUSBDeviceIM2Cmd(&copy.source));
     case UsbEvent::removed: break;
     }
-    return removalText(station, told);
+    return removalText(station, copy);
 }
 
 }  // namespace kvosim

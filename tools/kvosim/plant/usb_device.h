@@ -1,5 +1,4 @@
-// A USB device of the plant: its fields as plant files, the control socket and the command line spell them, and the event texts
-// that tell of it.
+// A USB device of the plant: its fields as plant files, the control socket and the command line use them, and its event texts.
 #pragma once
 
 #include "kvosim/base/arguments.h"
@@ -14,7 +13,7 @@
 
 namespace kvosim {
 
-/// As the daemon keeps it; the station's address is set when it is told of.
+/// A device as the daemon stores it. eventText() sets the station's address in a copy.
 struct UsbDevice {
     UsbDeviceSource source{};
     UsbDaemonContext context{};
@@ -22,7 +21,7 @@ struct UsbDevice {
 
 struct UsbTextKey {
     std::span<char> (*member)(UsbDevice &device);
-    bool needed;  ///< not empty
+    bool needed;  ///< must not be empty
 };
 
 struct UsbNumberKey {
@@ -41,30 +40,31 @@ struct UsbKey {
 };
 
 std::span<const UsbKey> usbKeys();
-/// Null when there is no such key.
+/// Null if the key does not exist.
 const UsbKey *findUsbKey(std::string_view name);
 
-/// A number or a text.
+/// Returns a number or a text.
 Value read(const UsbKey &key, UsbDevice device);
-/// Empty when the value was stored; else what is wrong with it, and what would be right. Numbers may be texts, also "0x1F".
+/// Stores a value. Returns an empty text, or what is wrong with the value and what is valid. A number may come as a text, also
+/// hexadecimal such as "0x1F".
 [[nodiscard]] std::string assign(const UsbKey &key, UsbDevice &device, const Value &value);
 
-/// A device with the lowest number that tells it apart from @p others at its station.
+/// A device with default values. Its identifiers contain the lowest number that makes both unique among @p others.
 UsbDevice newUsbDevice(std::span<const UsbDevice> others);
 
 std::string ident2Of(const UsbDevice &device);
 std::string ident3Of(const UsbDevice &device);
-/// Whether the two texts that tell devices of a station apart are the same.
+/// Whether both identifying texts (ident2 and ident3) are the same.
 bool sameIdents(const UsbDevice &one, const UsbDevice &other);
 
-/// The connector that a plugged device makes: "IDENT3:IDENT2", with "_" in place of what the connector list can not hold.
+/// The connector of a plugged device: "IDENT3:IDENT2", with "_" instead of characters that the connector list does not allow.
 std::string connectorOf(const UsbDevice &device);
 
 // ---- Event texts ----
 
 enum class UsbEvent { plugged, removed, stateChanged, refused };
 
-/// The text of an event, as the daemon writes it, without its line end.
+/// The text of an event as the daemon writes it, without the line end.
 std::string eventText(UsbEvent event, uint32_t station, const UsbDevice &device);
 
 }  // namespace kvosim

@@ -1,4 +1,4 @@
-// The ports' rules.
+// The rules for plugging in and removing devices.
 #include "kvosim/plant/usb_ports.h"
 
 #include "common/dotted_address.h"
@@ -15,7 +15,7 @@ using Devices = std::vector<UsbDevice>;
 
 std::string idents(const UsbDevice &device) { return ident2Of(device) + '*' + ident3Of(device); }
 
-/// What it is called by, and an "and" between those of several.
+/// The quoted identifiers of the devices, separated by commas.
 std::string listed(const Devices &devices)
 {
     const auto quoted = [](const UsbDevice &device) { return '"' + idents(device) + '"'; };
@@ -33,15 +33,15 @@ void checkUp(const Station &station)
 Devices::iterator find(const Station &station, const std::string &wanted)
 {
     Devices &devices = station.panel.usbDevices;
-    const auto called = [&wanted](const UsbDevice &device) {
+    const auto matches = [&wanted](const UsbDevice &device) {
         return ident2Of(device) == wanted || ident3Of(device) == wanted || idents(device) == wanted;
     };
-    const auto found = std::find_if(devices.begin(), devices.end(), called);
+    const auto found = std::find_if(devices.begin(), devices.end(), matches);
     const std::string what = '"' + wanted + "\" at " + tools::dotted(station.entry.address);
     if (found == devices.end()) {
         throw tools::Refused("no device " + what + "; plugged in there: " + listed(devices));
     }
-    if (std::find_if(found + 1, devices.end(), called) != devices.end()) {
+    if (std::find_if(found + 1, devices.end(), matches) != devices.end()) {
         throw tools::Refused("several devices are called " + what + "; write one of " + listed(devices));
     }
     return found;
@@ -85,9 +85,9 @@ UsbNotification unplug(const Station &station, const std::string &device)
 {
     checkUp(station);
     const auto found = find(station, device);
-    UsbNotification news{UsbEvent::removed, station.entry.address, *found};
+    UsbNotification notification{UsbEvent::removed, station.entry.address, *found};
     station.panel.usbDevices.erase(found);
-    return news;
+    return notification;
 }
 
 UsbNotification changeState(const Station &station, const std::string &device, uint32_t state)

@@ -1,5 +1,5 @@
-// What happens at the USB ports of a station: it changes what is plugged in there, and makes news for the program that has the
-// USB events. All functions throw Refused, with nothing changed, where something can not happen.
+// The USB ports of a station: functions that change which devices are plugged in, and return the notification for the program
+// that receives USB events. If a change is impossible, the function throws Refused and changes nothing.
 #pragma once
 
 #include "common/refused.h"
@@ -19,22 +19,22 @@ struct UsbNotification {
     [[nodiscard]] std::string text() const { return eventText(event, station, device); }
 };
 
-/// Whether devices are kept off: the first number of the station's USB lock is not 0.
+/// Whether the station refuses devices: the first number of its USB lock is not 0.
 bool usbLocked(const Panel &panel);
 
-/// A device that could be plugged in, with all defaults.
+/// A device with default values that can be plugged in.
 UsbDevice newUsbDeviceFor(const Panel &panel);
 
-/// A device comes. While the USB lock is set it is refused instead, and not plugged in.
+/// Plugs in a device. While the USB lock is set, the device is refused and not plugged in.
 UsbNotification plug(const Station &station, const UsbDevice &device);
-/// A device comes and is refused.
+/// Reports a device that the station refuses.
 UsbNotification refuse(const Station &station, const UsbDevice &device);
 
-// A plugged device is called by its ident2, its ident3, or "IDENT2*IDENT3" where neither is its own.
+// A plugged device is named by its ident2, its ident3, or by "IDENT2*IDENT3" if neither is unique.
 UsbNotification unplug(const Station &station, const std::string &device);
 UsbNotification changeState(const Station &station, const std::string &device, uint32_t state);
 
-/// All connectors as the connector lists tell them: the key usb_connectors, then those that plugged devices make.
+/// All connectors as in the connector lists: those of the key usb_connectors, then those of plugged devices.
 std::string connectorsOf(const Panel &panel);
 
 }  // namespace kvosim

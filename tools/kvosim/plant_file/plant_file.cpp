@@ -1,4 +1,4 @@
-// Reading of plant files. Whatever a table holds that is not known is an error, so that a misspelt key does not go unnoticed.
+// Reads plant files. An unknown key is an error: it is probably misspelt.
 #include "kvosim/plant_file/plant_file.h"
 
 #include "common/dotted_address.h"
@@ -78,7 +78,7 @@ std::string readName(const TableReader &table)
     return name;
 }
 
-/// Reads the part that stations and registry entries have in common.
+/// Reads the keys that stations and registry entries share.
 template <class Record>
 Record readDescription(const TableReader &table)
 {
@@ -88,7 +88,7 @@ Record readDescription(const TableReader &table)
     return record;
 }
 
-/// Finds out when an address or a name comes a second time.
+/// Reports an address or a name that occurs a second time.
 class Uniqueness {
 public:
     void check(const TableReader &table, uint32_t address, const std::string &name)
@@ -177,7 +177,7 @@ ConnectionEntry readStation(const TableReader &table)
     return station;
 }
 
-/// The station keys in @p table, in the order of the table of keys: the first mistake is the one that is reported.
+/// The station keys in @p table, in the order of stationKeys(): only the first mistake is reported.
 std::vector<const StationKey *> keysIn(const TableReader &table)
 {
     std::vector<const StationKey *> keys;
@@ -190,7 +190,7 @@ std::vector<const StationKey *> keysIn(const TableReader &table)
     return keys;
 }
 
-/// All keys but the ones that need more than themselves to be judged.
+/// Reads the keys that can be checked one by one.
 void readKeys(const TableReader &table, const Station &station)
 {
     for (const StationKey *key : keysIn(table)) {
@@ -237,7 +237,7 @@ UsbDevice readDevice(const TableReader &table, std::span<const UsbDevice> others
     return device;
 }
 
-/// What is plugged in at a station when the service starts, whatever its USB lock says of newcomers.
+/// The devices that are plugged in when the service starts. The USB lock does not apply to them.
 std::vector<UsbDevice> readDevices(const TableReader &station)
 {
     static const TableReader::Keys keys = keysOfADevice();
@@ -280,7 +280,7 @@ Faults readFaults(const TableReader &top)
     return faults;
 }
 
-/// The rest of @p table, for what readStation has read of it.
+/// Adds a station: @p entry is what readStation has read from @p table; this reads the other keys.
 void addStation(Plant &plant, ConnectionEntry entry, const TableReader &table)
 {
     Panel panel;
@@ -291,8 +291,7 @@ void addStation(Plant &plant, ConnectionEntry entry, const TableReader &table)
 
 TableReader topOf(const Document &document) { return document.top({"service", "registry", kStation, "client", "faults"}); }
 
-/// All but the stations.
-void readRest(const TableReader &top, Plant &plant)
+void readAllButStations(const TableReader &top, Plant &plant)
 {
     if (const auto service = top.table("service", {"version", "init_time_ms", "debug_level", "backlight", "focus_hold_ms",
                                                    "usb_lock_address", "remote_sessions", "remote_address"})) {
@@ -311,7 +310,7 @@ Plant parseWhole(std::string_view text, std::string_view fileName, const Progres
     const Document document(text, fileName);
     const TableReader top = topOf(document);
     Plant plant;
-    readRest(top, plant);
+    readAllButStations(top, plant);
     const std::vector<TableReader> stations = top.tables(kStation, keysOfAStation());
     plant.reserve(stations.size());
     Uniqueness unique;
@@ -324,15 +323,15 @@ Plant parseWhole(std::string_view text, std::string_view fileName, const Progres
     return plant;
 }
 
-/// Each station as a document of its own, which for a large plant takes half the time of a single document and a fraction of its
-/// memory. Nothing where the pieces could mean something else than the whole does.
+/// Parses each station as a separate document: for a large plant, this takes half the time of a single document and a fraction
+/// of its memory. Returns nothing if the pieces might have another meaning than the whole file.
 std::optional<Plant> parsePieces(std::string_view text, std::string_view fileName, const Progress &progress)
 {
     const std::vector<std::string_view> pieces = splitAtStations(text);
     const TableReader::Keys keys = keysOfAStation();
     Document rest(pieces.front(), fileName);
     if (rest.has(kStation)) {
-        return std::nullopt;  // what follows could be a part of it
+        return std::nullopt;  // the following text might be part of that key
     }
     Plant plant;
     plant.reserve(pieces.size() - 1);
@@ -346,7 +345,7 @@ std::optional<Plant> parsePieces(std::string_view text, std::string_view fileNam
         }
         progress(i, pieces.size() - 1);
     }
-    readRest(topOf(rest), plant);
+    readAllButStations(topOf(rest), plant);
     return plant;
 }
 
@@ -359,9 +358,9 @@ Plant parsePlant(std::string_view text, std::string_view fileName, const Progres
             return *std::move(plant);
         }
     } catch (const PlantFileError &) {
-        // Only the whole document knows the line of the mistake.
+        // Parse the whole document to get the line number of the mistake.
     } catch (const std::invalid_argument &) {
-        // An address or a name for the second time: the same.
+        // A duplicate address or name: the whole document gives the line number, too.
     }
     return parseWhole(text, fileName, progress);
 }

@@ -1,4 +1,4 @@
-// Plant files: the TOML text that describes a plant, read into its state.
+// Reads plant files, which describe a plant in TOML.
 #pragma once
 
 #include "kvosim/plant/plant.h"
@@ -11,10 +11,11 @@
 
 namespace kvosim {
 
-/// The plant that is served where none is given: three stations.
+/// The plant that is served if no plant file is given: three stations.
 extern const std::string_view kBuiltInPlant;
 
-/// Called often while a plant is read, with the stations that have been read and how many there are; 0 of 0 before that is known.
+/// Called often while a plant is read, with the number of stations read so far and the total. Both are 0 until the total is
+/// known.
 using Progress = std::function<void(std::size_t done, std::size_t all)>;
 inline const Progress kNoProgress = [](std::size_t /*done*/, std::size_t /*all*/) {};
 

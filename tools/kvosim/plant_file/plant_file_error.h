@@ -1,11 +1,11 @@
-// What a plant file is refused with.
+// The error for an invalid plant file.
 #pragma once
 
 #include <stdexcept>
 
 namespace kvosim {
 
-/// A plant file that cannot be used. The text names the file, the line and the key, says what is wrong and what is right.
+/// The text names the file, the line and the key; it says what is wrong and what is valid.
 struct PlantFileError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };

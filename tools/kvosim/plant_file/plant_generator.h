@@ -1,4 +1,4 @@
-// Plants of any size, for loads that no plant at hand has.
+// Generates plants of any size, for load tests.
 #pragma once
 
 #include <cstdint>
@@ -8,7 +8,7 @@ namespace kvosim {
 
 inline constexpr uint32_t kMaxGenerated = 100'000;
 
-/// Writes a plant file of @p count stations; the same count and seed give the same text on every machine.
+/// Writes a plant file with @p count stations. The same count and seed produce the same text on every machine.
 void generatePlant(std::ostream &out, uint32_t count, uint64_t seed);
 
 }  // namespace kvosim

@@ -1,4 +1,4 @@
-// Searches for the header of a station and looks at what stands before it in its line.
+// Finds the [[station]] headers and checks that only blanks precede them in their lines.
 #include "kvosim/plant_file/station_splitter.h"
 
 namespace kvosim {
@@ -7,7 +7,7 @@ namespace {
 
 constexpr std::string_view kHeader = "[[station]]";
 
-/// Where the line begins in which nothing but blanks stands before @p at; npos where something else does.
+/// The beginning of the line that contains @p at if only blanks come before @p at, else npos.
 std::size_t beginOfLine(std::string_view text, std::size_t at)
 {
     const std::size_t last = text.substr(0, at).find_last_not_of(" \t");

@@ -1,4 +1,4 @@
-// A plant file cut before each of its stations.
+// Splits a plant file into one piece per station.
 #pragma once
 
 #include <string_view>
@@ -6,8 +6,8 @@
 
 namespace kvosim {
 
-/// What stands before the first line [[station]], then each such line with all up to the next one. Such a line in the middle of a
-/// text or a list cuts that as well: then the piece before it is not TOML.
+/// Returns the text before the first line [[station]], then each such line with the text up to the next one. A line [[station]]
+/// inside a multi-line string or list also splits it: then the piece before it is not valid TOML.
 std::vector<std::string_view> splitAtStations(std::string_view text);
 
 }  // namespace kvosim

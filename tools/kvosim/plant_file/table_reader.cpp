@@ -1,4 +1,4 @@
-// What a key may hold, and the messages about those that do not.
+// Checks the values of keys and writes the error messages.
 #include "kvosim/plant_file/table_reader.h"
 
 #include "common/join.h"

@@ -1,4 +1,4 @@
-// Sources of candidates; where no simulator runs there are none.
+// Gets candidates from the running simulator, or from tables. Without a simulator, the former give none.
 #include "kvosim/program/completion_candidates.h"
 
 #include "common/completions/completion.h"
@@ -16,7 +16,7 @@ using tools::completions::Candidates;
 
 constexpr tools::Timeout kShellPatience = std::chrono::seconds(1);
 
-/// The list of a reply.
+/// Returns the list @p list of the simulator's reply.
 tools::Json ask(const char *what, const char *list)
 {
     return tools::askSimulator({{"do", what}}, tools::kControlSocket, kShellPatience).at(list);

@@ -1,4 +1,4 @@
-// What shells offer to complete in kvosim's arguments; most of it is asked of the simulator that runs.
+// Candidates for shell completion of kvosim's arguments. Most of them come from the running simulator.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -6,7 +6,7 @@
 namespace kvosim {
 
 void completeStations(const CLI::Option *argument);
-/// The USB devices that are plugged in, by either ident.
+/// The USB devices that are plugged in, by ident2 and by ident3.
 void completeDevices(const CLI::Option *argument);
 /// The sessions of agents that are served.
 void completeSessions(const CLI::Option *argument);

@@ -1,4 +1,4 @@
-// Arguments, requests and what is printed of their replies.
+// The arguments, requests and output of "status", "station" and "fault".
 #include "kvosim/program/control_commands.h"
 
 #include "common/completions/completion.h"
@@ -53,7 +53,7 @@ void printRows(const tools::Json &reply)
     }
 }
 
-std::string orForEver(const tools::Json &times) { return times == 0 ? "for ever" : times.dump() + " times"; }
+std::string timesText(const tools::Json &times) { return times == 0 ? "for ever" : times.dump() + " times"; }
 
 void printFaults(const tools::Json &reply)
 {
@@ -65,7 +65,7 @@ void printFaults(const tools::Json &reply)
         if (fault.contains("delay_ms")) {
             std::cout << ", " << fault["delay_ms"] << " ms";
         }
-        std::cout << ", after " << fault["after"] << ", " << orForEver(fault["times"]) << ", struck " << fault["struck"]
+        std::cout << ", after " << fault["after"] << ", " << timesText(fault["times"]) << ", struck " << fault["struck"]
                   << '\n';
     }
 }
@@ -83,7 +83,7 @@ void printStatus(const tools::Json &reply)
     printRows(rows);
 }
 
-/// "key=value" as one member of an object.
+/// Converts "key=value" texts to the members of an object.
 tools::Json settings(const std::vector<std::string> &assignments)
 {
     tools::Json values = tools::Json::object();

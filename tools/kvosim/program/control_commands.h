@@ -1,4 +1,4 @@
-// The subcommands that speak to a simulator that runs: status, station, fault, usb, remote, event.
+// The subcommands that control a running simulator: status, station, fault, usb, remote and event.
 #pragma once
 
 #include "common/control_client.h"
@@ -17,15 +17,15 @@ public:
     ControlCommands &operator=(const ControlCommands &) = delete;
     ~ControlCommands();
 
-    /// Carries out the subcommand that was given; false when it was none of these. Throws as askSimulator does.
+    /// Runs the subcommand that was given. Returns false if it is not one of these. Throws as askSimulator does.
     [[nodiscard]] bool carryOut() const;
 
-    /// A subcommand, and what it does.
+    /// Adds a subcommand with its action.
     CLI::App *add(CLI::App &parent, const char *name, const char *meaning, std::function<void()> action);
-    /// Asks the simulator, and prints its answer, or with --json the answer as it is.
+    /// Sends a request to the simulator and prints the reply by @p print, or with --json as JSON.
     void ask(const tools::Json &request, void (*print)(const tools::Json &reply),
              tools::Timeout patience = tools::kDefaultTimeout) const;
-    /// Whether answers are to be printed as they are.
+    /// Whether replies are printed as JSON.
     [[nodiscard]] bool json() const;
 
 private:
@@ -36,11 +36,11 @@ private:
     std::unique_ptr<Options> options_;
 };
 
-/// The subcommands of "usb".
+/// Adds the subcommands of "usb".
 void addUsbCommands(ControlCommands &commands, CLI::App &app);
-/// The subcommands of "remote".
+/// Adds the subcommands of "remote".
 void addRemoteCommands(ControlCommands &commands, CLI::App &app);
-/// "event".
+/// Adds "event".
 void addEventCommand(ControlCommands &commands, CLI::App &app);
 
 }  // namespace kvosim

@@ -1,4 +1,4 @@
-// "kvosim event": its arguments, and what is printed.
+// "kvosim event": its arguments and its output.
 #include "kvosim/program/control_commands.h"
 
 #include <iostream>

@@ -1,4 +1,4 @@
-// kvosim: the hardware service of a simulated plant, for programs that are developed and tested without a panel.
+// kvosim: simulates the hardware service of a plant, to develop and test programs without a panel.
 #include "common/command_line/help.h"
 #include "common/command_line/mistake.h"
 #include "common/command_line/progress_line.h"
@@ -155,7 +155,7 @@ void addRemoteOptions(CLI::App &command, Options &options)
         ->check(CLI::Range(0U, kLongestAlive));
 }
 
-/// Whoever started this holds the other end of standard input, and is gone when it closes, however that came.
+/// Ends the service at the end of standard input: the process that has the other end of the pipe has closed it or ended.
 void endWithInput(kvosim::EventLoop &loop, kvosim::Service &service)
 {
     const auto read = [&](uint32_t /*events*/) {
@@ -172,7 +172,7 @@ void endWithInput(kvosim::EventLoop &loop, kvosim::Service &service)
     }
 }
 
-/// 41 000
+/// Groups digits: 41 000.
 std::string grouped(std::size_t number)
 {
     std::string text = std::to_string(number);
@@ -182,7 +182,7 @@ std::string grouped(std::size_t number)
     return text;
 }
 
-/// Says on a terminal how far it is where the plant is so large that it takes a while.
+/// Loads a plant. If that takes long, shows the progress on the terminal.
 kvosim::Plant load(const std::string &file)
 {
     tools::command_line::ProgressLine line(STDERR_FILENO);
@@ -220,7 +220,7 @@ int run(const Options &options)
         options.plant.empty() ? kvosim::parsePlant(kvosim::kBuiltInPlant, "built-in plant") : load(options.plant);
     const kvosim::RunDirectory place(options.shared);
     kvosim::EventLoop loop;
-    // Ended by a client, the service is gone, but the command still runs.
+    // If a client ends the service, the command keeps running.
     const kvosim::Service service(loop, std::move(plant), serviceOptions(options), [] {});
     setenv("KVO_PLATFORM_INTERFACE", "lo", 0);
     const kvosim::SupervisedCommand command(loop, options.command, [&loop] { loop.stop(); });
@@ -252,7 +252,7 @@ void addServiceOptions(CLI::App &command, Options &options)
     command.add_flag("--verbose", options.verbose, "Log each exchange on standard error");
 }
 
-/// What stands behind the "--" of a run is the command's, untouched; the rest is this program's.
+/// Removes the words after "--" from the arguments of "run" and returns them: they are the command, and are not parsed here.
 std::vector<std::string> takeCommand(std::vector<std::string> &arguments)
 {
     if (arguments.empty() || arguments.front() != "run") {
@@ -264,8 +264,8 @@ std::vector<std::string> takeCommand(std::vector<std::string> &arguments)
     return command;
 }
 
-/// The help or the version where they were asked for; else what is wrong.
-int answer(const CLI::App &app, const std::vector<std::string> &arguments, const CLI::ParseError &error)
+/// Prints the help or the version if the user asked for it, else the mistake. Returns the exit status.
+int handleParseError(const CLI::App &app, const std::vector<std::string> &arguments, const CLI::ParseError &error)
 {
     const auto mistake = tools::command_line::mistakeIn(app, arguments, error);
     if (!mistake) {
@@ -322,12 +322,12 @@ int runMain(const std::vector<std::string> &arguments)
         return kExitSuccess;
     }
     try {
-        std::vector<std::string> own = tools::command_line::withoutHelpCommand(arguments);
-        options.command = takeCommand(own);
-        std::reverse(own.begin(), own.end());  // as this parser takes them
-        app.parse(own);
+        std::vector<std::string> remaining = tools::command_line::withoutHelpCommand(arguments);
+        options.command = takeCommand(remaining);
+        std::reverse(remaining.begin(), remaining.end());  // CLI11 expects them in reverse order
+        app.parse(remaining);
     } catch (const CLI::ParseError &error) {
-        return answer(app, arguments, error);
+        return handleParseError(app, arguments, error);
     }
     if (controlCommands.carryOut()) {
         return kExitSuccess;

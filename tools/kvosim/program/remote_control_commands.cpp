@@ -1,4 +1,4 @@
-// "kvosim remote": arguments, requests, and what is printed of their replies.
+// "kvosim remote": its arguments, requests and output.
 #include "kvosim/program/control_commands.h"
 
 #include "common/completions/completion.h"
@@ -77,7 +77,7 @@ struct RemoteArguments {
     bool reset = false;
     std::optional<unsigned> away;  // seconds
     bool follow = false;
-    unsigned timeout = 10;  // seconds; an agent may itself wait for its service, twice 4 s
+    unsigned timeout = 10;  // seconds; an agent may wait for its own service twice, 4 s each
     std::string script;
 };
 
@@ -110,7 +110,7 @@ void ask(const ControlCommands &commands, const RemoteArguments &options)
     if (options.tag) {
         request["tag"] = *options.tag;
     }
-    // The simulator tells when time is up.
+    // The simulator reports the timeout itself, so this waits longer.
     commands.ask(
         request, [](const tools::Json &reply) { std::cout << reply.at("reply").get<std::string>() << '\n'; },
         std::chrono::seconds(options.timeout) + *tools::kDefaultTimeout);

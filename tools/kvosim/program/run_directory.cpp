@@ -1,3 +1,4 @@
+// Reserves the socket directory for one run.
 #include "kvosim/program/run_directory.h"
 
 #include <cstdio>
@@ -11,9 +12,9 @@ namespace {
 
 const std::filesystem::path kFolder = tools::kSocketDirectory;
 
-void sayWaiting(const std::string &what) { std::fprintf(stderr, "kvosim: waiting for %s\n", what.c_str()); }
+void reportWaiting(const std::string &what) { std::fprintf(stderr, "kvosim: waiting for %s\n", what.c_str()); }
 
-void refuseBesideService()
+void refuseIfServiceRuns()
 {
     const std::string socket = kFolder / "cmd_sock";
     if (tools::stateOfSocket(socket) == tools::SocketState::live) {
@@ -25,10 +26,10 @@ void refuseBesideService()
 }  // namespace
 
 SharedDirectory::SharedDirectory()
-    : folder_(tools::FolderUse::serve, sayWaiting), runLock_(kFolder / (std::string(tools::kLockFilePrefix) + "turn"),
-                                                             [] { sayWaiting("another \"kvosim run --shared\" to end"); })
+    : folder_(tools::FolderUse::serve, reportWaiting), runLock_(kFolder / (std::string(tools::kLockFilePrefix) + "turn"),
+                                                                [] { reportWaiting("another \"kvosim run --shared\" to end"); })
 {
-    refuseBesideService();
+    refuseIfServiceRuns();
 }
 
 RunDirectory::RunDirectory(bool shared)

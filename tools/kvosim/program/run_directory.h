@@ -1,4 +1,4 @@
-// Where the service of a run has its sockets.
+// The directory for the sockets of "kvosim run".
 #pragma once
 
 #include "common/lock_file.h"
@@ -8,11 +8,11 @@
 
 namespace kvosim {
 
-/// The machine's own kSocketDirectory, for one run at a time.
+/// The machine's own kSocketDirectory, used by one run at a time.
 class SharedDirectory {
 public:
-    /// Waits for its turn and says so. Throws std::runtime_error where a service runs there already, or the folder is another
-    /// user's.
+    /// Waits for the run before this one to end, and prints that it waits. Throws std::runtime_error if a service already runs
+    /// there, or the folder belongs to another user.
     SharedDirectory();
 
 private:
@@ -22,7 +22,8 @@ private:
 
 class RunDirectory {
 public:
-    /// A private place, or with @p shared the machine's own. Throws std::runtime_error whose text says what works instead.
+    /// A private directory, or with @p shared the machine's own. Throws std::runtime_error with a text that says what to do
+    /// instead.
     explicit RunDirectory(bool shared);
 
 private:

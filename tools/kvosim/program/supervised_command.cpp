@@ -1,4 +1,4 @@
-// The command's process, from fork to the last of its descendants.
+// Manages the process of the command and all its descendants.
 #include "kvosim/program/supervised_command.h"
 
 #include <cerrno>
@@ -23,7 +23,7 @@ constexpr int kSignalled = 128;
 constexpr std::chrono::milliseconds kTerminationTimeout{1'000};
 constexpr std::chrono::milliseconds kPollInterval{10};
 
-/// Whether a command is there at all, executable or not.
+/// Whether the file of a command exists, executable or not.
 bool exists(const std::string &command)
 {
     if (command.find('/') != std::string::npos) {
@@ -50,7 +50,7 @@ bool exists(const std::string &command)
     execvp(arguments[0], arguments.data());
     int error = errno;
     if (error == EACCES && !exists(command[0])) {
-        error = ENOENT;  // it was a directory of PATH that can not be looked into
+        error = ENOENT;  // execvp reports EACCES for a directory of PATH that is not searchable
     }
     std::fprintf(stderr, "kvosim: %s: %s\n", arguments[0], std::strerror(error));
     _exit(error == ENOENT ? kNoSuchProgram : kNotExecutable);
@@ -58,7 +58,7 @@ bool exists(const std::string &command)
 
 pid_t start(const std::vector<std::string> &command, const sigset_t &signals)
 {
-    // Orphans of the command execute this process's children, so that it can end them.
+    // Orphans of the command become children of this process, which can then end them.
     prctl(PR_SET_CHILD_SUBREAPER, 1);
     const pid_t parent = getpid();
     const pid_t child = fork();
@@ -68,7 +68,7 @@ pid_t start(const std::vector<std::string> &command, const sigset_t &signals)
     if (child > 0) {
         return child;
     }
-    // Without its service the command has no reason to stay.
+    // The command ends when this process dies: without the service it cannot work.
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     if (getppid() != parent) {
         _exit(kSignalled + SIGTERM);
@@ -94,7 +94,7 @@ void signalChildren(int signal)
     }
 }
 
-/// Collects what has ended; false when no child is left.
+/// Reaps the children that have ended. Returns whether children are left.
 bool childrenLeft()
 {
     pid_t ended = 0;
@@ -122,7 +122,7 @@ SupervisedCommand::~SupervisedCommand()
     while (childrenLeft() && Clock::now() < until) {
         std::this_thread::sleep_for(kPollInterval);
     }
-    // Again and again: one that dies may leave children of its own.
+    // Repeat, because a killed process may leave its own children behind. phrases: allow
     while (childrenLeft()) {
         signalChildren(SIGKILL);
         std::this_thread::sleep_for(kPollInterval);
@@ -135,7 +135,7 @@ void SupervisedCommand::react(const signalfd_siginfo &signal)
         collectEnded();
         return;
     }
-    // What is typed at the terminal reaches the command by itself.
+    // Signals from the terminal (SI_KERNEL) reach the command directly.
     if (signal.ssi_code != SI_KERNEL && !status_) {
         kill(process_, static_cast<int>(signal.ssi_signo));
     }

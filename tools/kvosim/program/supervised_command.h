@@ -1,4 +1,4 @@
-// One command run beside a service, which ends with it: signals are passed on, nothing that it started stays behind.
+// A command that runs next to a service. Signals are forwarded to it, and all processes that it started are ended after it.
 #pragma once
 
 #include "kvosim/base/event_loop.h"
@@ -14,14 +14,15 @@ namespace kvosim {
 
 class SupervisedCommand {
 public:
-    /// Starts @p command, found by PATH; @p ended is called on the loop when it has ended.
+    /// Starts @p command, searching PATH. Calls @p ended on the loop's thread when it has ended.
     SupervisedCommand(EventLoop &loop, const std::vector<std::string> &command, std::function<void()> ended);
     SupervisedCommand(const SupervisedCommand &) = delete;
     SupervisedCommand &operator=(const SupervisedCommand &) = delete;
-    /// Ends what the command has left running.
+    /// Ends the processes that the command has left running.
     ~SupervisedCommand();
 
-    /// As a shell tells it: the exit status, 128 + the signal, 127 not found, 126 not executable. Once it has ended.
+    /// The status as in a shell: the exit status, 128 + the signal, 127 if not found, 126 if not executable. Call it only after
+    /// the command has ended.
     [[nodiscard]] int status() const noexcept { return *status_; }
 
 private:

@@ -1,4 +1,4 @@
-// "kvosim usb": arguments, requests, and what is printed of their replies.
+// "kvosim usb": its arguments, requests and output.
 #include "kvosim/program/control_commands.h"
 
 #include "kvosim/plant/usb_device.h"
@@ -43,13 +43,13 @@ struct UsbOptions {
     std::string station;
     std::string device;
     std::string state;
-    std::map<std::string, std::string> texts;  ///< fields as they are typed
+    std::map<std::string, std::string> texts;  ///< fields as typed
     std::map<std::string, bool> switches;
     uint32_t count = 0;
     uint32_t rate = 0;
 };
 
-// An event may have to wait for those before it, each of which may take seconds.
+// An event may wait for earlier ones, and each may take seconds.
 constexpr tools::Timeout kNoTimeout = std::nullopt;
 
 std::string textOf(const tools::Json &reply, const char *key) { return reply.at(key).get<std::string>(); }
@@ -158,7 +158,7 @@ CLI::App *addStation(CLI::App *command, UsbOptions &options)
     return command;
 }
 
-/// A device that comes: "plug" and "refuse".
+/// Adds "plug" or "refuse".
 void addArrival(ControlCommands &commands, CLI::App &usb, const std::shared_ptr<UsbOptions> &options, const char *name,
                 const char *meaning)
 {

@@ -1,4 +1,4 @@
-// Lines of an agent, among them the one word that has no end.
+// Splits the data of an agent into lines. The word "none" may come without a line end.
 #include "kvosim/remote/agent_lines.h"
 
 #include <algorithm>
@@ -36,7 +36,7 @@ std::string_view indicationOf(std::string_view line)
 
 bool mayReplyUnterminated(std::string_view request)
 {
-    // The metrics of a station: what it does not tell is answered so.
+    // The metrics of a station: the agent replies "none" if the station does not report a metric.
     constexpr std::string_view kMetrics[] = {"get-softkey-type", "get-keyboard-caps", "get-hardware-caps",
                                              "get-panel-oem-layout", "get-panel-rotation"};
     return std::any_of(std::begin(kMetrics), std::end(kMetrics), [&](auto metric) { return sameWord(metric, request); });
@@ -53,11 +53,11 @@ std::optional<AgentLine> AgentLines::next(std::string_view unterminated)
 {
     const std::string_view text = remaining();
     if (!unterminated.empty() && text.starts_with(unterminated)) {
-        const std::string_view behind = text.substr(unterminated.size());
-        if (behind.empty() || behind == "\r") {
-            return std::nullopt;  // what comes next tells
+        const std::string_view rest = text.substr(unterminated.size());
+        if (rest.empty() || rest == "\r") {
+            return std::nullopt;  // the next bytes decide
         }
-        if (!behind.starts_with('\n') && !behind.starts_with("\r\n")) {
+        if (!rest.starts_with('\n') && !rest.starts_with("\r\n")) {
             return AgentLine{take(unterminated.size()), false};
         }
     }

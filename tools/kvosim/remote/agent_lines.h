@@ -1,5 +1,4 @@
-// What a remote agent sends, cut into its lines: replies, which may carry a tag ("042:kvoindex=1"), and indications
-// ("I07:text").
+// Splits the data of a remote agent into lines: replies, which may have a tag ("042:kvoindex=1"), and indications ("I07:text").
 #pragma once
 
 #include <cstddef>
@@ -9,35 +8,35 @@
 
 namespace kvosim {
 
-/// The longest request, with its tag and without its line end, in bytes: an agent closes a connection on a longer one.
+/// The longest request in bytes, with its tag and without its line end. An agent closes the connection on a longer one.
 inline constexpr std::size_t kLongestRequest = 254;
-/// The longest line that is taken from an agent. Its replies have a few hundred bytes.
+/// The longest line that is accepted from an agent. Its replies have a few hundred bytes.
 inline constexpr std::size_t kLongestAgentLine = 4096;
 
-/// "042:" where a line begins with such; else empty.
+/// The tag that a line begins with, such as "042:"; empty if it has none.
 std::string_view tagOf(std::string_view line);
-/// "I07:" where a line begins with such; else empty.
+/// The number that an indication begins with, such as "I07:"; empty if the line is not an indication.
 std::string_view indicationOf(std::string_view line);
-/// Whether the agent's reply to a request may be the word "none" without a line end; @p request comes without its tag.
+/// Whether the agent's reply to @p request may be the word "none" without a line end. @p request does not include its tag.
 bool mayReplyUnterminated(std::string_view request);
 
 /// One line of an agent.
 struct AgentLine {
     std::string text;
-    bool terminated = true;  ///< false: the word "none", which has come without a line end
+    bool terminated = true;  ///< false for the word "none" without a line end
 };
 
 class AgentLines {
 public:
     void add(std::string_view piece);
-    /// The next line; nothing where none is complete. @p unterminated is what the next reply may be without a line end, "none" or
-    /// "042:none"; empty where it may not.
+    /// The next complete line, or nothing. @p unterminated is the text that the next reply may be without a line end: "none" or
+    /// "042:none", or empty if it must have a line end.
     std::optional<AgentLine> next(std::string_view unterminated = {});
-    /// What has come is a "none" without a line end, with a tag or without. It is complete when nothing follows.
+    /// Whether the remaining data is "none" without a line end, with or without a tag. It is complete if no more data follows.
     [[nodiscard]] bool hasUnterminatedNone() const;
-    /// Takes it.
+    /// Removes and returns that "none".
     AgentLine takeUnterminatedNone();
-    /// The line that is coming in, or next, is longer than a line may be.
+    /// Whether the next line, complete or not, is longer than kLongestAgentLine.
     [[nodiscard]] bool isTooLong() const;
 
 private:
@@ -45,7 +44,7 @@ private:
     std::string take(std::size_t size);
 
     std::string received_;
-    std::size_t taken_ = 0;  // of it; the rest is still to come out
+    std::size_t taken_ = 0;  // bytes of received_ that next() has already returned
 };
 
 }  // namespace kvosim

@@ -1,4 +1,4 @@
-// The bounded log.
+// Stores records up to the limits of the log.
 #include "kvosim/remote/remote_log.h"
 
 #include "kvosim/base/exchange_log.h"

@@ -1,4 +1,4 @@
-// Reading of scripts.
+// Parses scripts.
 #include "kvosim/remote/remote_script.h"
 
 #include "common/refused.h"
@@ -23,7 +23,7 @@ constexpr uint32_t kLongestWait = 600;       // seconds
 constexpr uint32_t kLongestPause = 600'000;  // milliseconds
 constexpr std::string_view kBlanks = " \t";
 
-/// Requests go to the simulator in JSON.
+/// Requests go to the simulator as JSON, which must be UTF-8.
 void checkUtf8(std::string_view request)
 {
     try {
@@ -33,7 +33,7 @@ void checkUtf8(std::string_view request)
     }
 }
 
-/// The bytes of a text with escapes.
+/// Replaces the escapes of a text by the bytes that they mean.
 std::string unescaped(std::string_view text)
 {
     constexpr std::string_view kNames = "rnt0\\";

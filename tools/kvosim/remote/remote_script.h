@@ -1,4 +1,4 @@
-// Scripts for the remote side: what is sent to agents and what is expected of them, a line each (docs/remote-side.md).
+// Scripts for the remote side: each line sends something to an agent or expects something from it (docs/remote-side.md).
 #pragma once
 
 #include <chrono>
@@ -14,15 +14,15 @@ struct ScriptStep {
     enum class Kind { send, raw, reply, indication, waitConnected, waitClosed, close, reset, away, pause };
 
     Kind kind = Kind::send;
-    std::size_t line = 0;  ///< in the script, from 1
+    std::size_t line = 0;  ///< line number in the script, from 1
     unsigned session = 0;
-    std::string text{};  ///< what is sent, or expected
+    std::string text{};  ///< the text to send or to expect
     bool isPattern = false;
-    std::regex pattern{};               ///< of the whole text, where it is one
-    std::chrono::milliseconds time{0};  ///< for how long it waits at most; of a pause or an absence, for how long
+    std::regex pattern{};               ///< if isPattern: must match the whole text
+    std::chrono::milliseconds time{0};  ///< the timeout of the step; for "pause" and "away", the duration
 };
 
-/// Throws Refused, which begins with the file's name and the line, where a line is not understood.
+/// Throws Refused if a line is invalid. The text begins with the file's name and the line number.
 std::vector<ScriptStep> parseScript(std::string_view text, const std::string &fileName);
 std::vector<ScriptStep> loadScript(const std::string &fileName);
 

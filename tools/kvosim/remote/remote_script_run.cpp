@@ -1,4 +1,4 @@
-// Scripts carried out: what agents say is read out of the simulator's log.
+// Runs scripts. It reads what agents send from the simulator's log.
 #include "kvosim/remote/remote_script_run.h"
 
 #include "common/refused.h"
@@ -34,7 +34,7 @@ std::string hexadecimal(std::string_view bytes)
 
 std::string inQuotes(std::string_view text) { return '"' + printable(text) + '"'; }
 
-/// What is known of a session so far.
+/// The state of a session according to the log records processed so far.
 struct SessionState {
     bool connected = false;
     std::size_t endings = 0;
@@ -80,7 +80,7 @@ public:
         case ScriptStep::Kind::reset: closeSession(step, session, true); break;
         case ScriptStep::Kind::away:
             ask_({{"do", "remote.close"}, {"session", step.session}, {"away_ms", step.time.count()}});
-            processAll();  // the end of the connection too: nobody connects now
+            processAll();  // including the end of the connection: no agent can connect now
             break;
         case ScriptStep::Kind::pause: std::this_thread::sleep_for(step.time); break;
         }
@@ -107,7 +107,7 @@ private:
         return found->second;
     }
 
-    /// What follows is about the next connection: all that came before the end of this one is heard.
+    /// Processes all records up to the end of this connection, so the next steps apply to the next connection.
     void closeSession(const ScriptStep &step, const SessionState &session, bool reset)
     {
         processAll();
@@ -116,13 +116,13 @@ private:
         waitFor(step, "expected the connection to be closed", [&] { return session.endings != endings; });
     }
 
-    /// Waits until something holds, hearing what came in its order and no more of it than is needed; false when the step's time
-    /// is over.
-    template <class Holds>
-    bool wait(const ScriptStep &step, Holds holds)
+    /// Processes records in their order, and no more than necessary, until @p condition is true. Returns false after the step's
+    /// timeout.
+    template <class Condition>
+    bool wait(const ScriptStep &step, Condition condition)
     {
         const auto until = Clock::now() + step.time;
-        while (!holds()) {
+        while (!condition()) {
             const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now());
             if (!processNext(std::clamp(left, std::chrono::milliseconds(0), kLongestRead)) && left <= 0ms) {
                 return false;
@@ -142,29 +142,29 @@ private:
         }
         const std::string line = lines.front();
         lines.pop_front();
-        if (!agrees(step, line)) {
+        if (!matches(step, line)) {
             throw tools::CouldNot(expected + ", got " + inQuotes(line));
         }
     }
 
-    /// An indication is compared without its number where none is written.
-    static bool agrees(const ScriptStep &step, const std::string &line)
+    /// If the script gives no number for an indication, the comparison ignores it.
+    static bool matches(const ScriptStep &step, const std::string &line)
     {
         const bool numbered = step.kind != ScriptStep::Kind::indication || !indicationOf(step.text).empty();
         const std::string text = numbered ? line : line.substr(indicationOf(line).size());
         return step.isPattern ? std::regex_match(text, step.pattern) : text == step.text;
     }
 
-    template <class Holds>
-    void waitFor(const ScriptStep &step, const char *what, Holds holds)
+    template <class Condition>
+    void waitFor(const ScriptStep &step, const char *what, Condition condition)
     {
-        if (!wait(step, holds)) {
+        if (!wait(step, condition)) {
             throw tools::CouldNot(std::string(what) + ", got nothing of that within " +
                                   std::to_string(step.time.count() / 1000) + " s");
         }
     }
 
-    /// Hears the next record of the log; false where none came in time.
+    /// Processes the next record of the log. Returns false if no record comes in time.
     bool processNext(std::chrono::milliseconds patience)
     {
         if (unprocessed_.empty()) {
@@ -178,7 +178,7 @@ private:
         return true;
     }
 
-    /// What has come so far.
+    /// Processes all records that the log has now.
     void processAll()
     {
         while (processNext(0ms)) {

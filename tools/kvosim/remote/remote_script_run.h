@@ -1,4 +1,4 @@
-// A script of the remote side carried out, over the control socket.
+// Runs a script of the remote side over the control socket.
 #pragma once
 
 #include "common/control_client.h"
@@ -13,16 +13,16 @@ namespace kvosim {
 
 struct ScriptResult {
     std::size_t steps = 0;
-    std::size_t replies = 0;      ///< as they were expected
-    std::size_t indications = 0;  ///< likewise
-    std::size_t unread = 0;       ///< replies and indications that no line has asked for
+    std::size_t replies = 0;      ///< expected replies that came
+    std::size_t indications = 0;  ///< expected indications that came
+    std::size_t unread = 0;       ///< replies and indications that no line of the script expects
 };
 
-/// Sends a request to the simulator, as askSimulator does.
+/// Sends a request to the simulator and returns the reply, like askSimulator.
 using AskSimulator = std::function<tools::Json(const tools::Json &request)>;
 
-/// Carries a script out to its end, or throws CouldNot about the first difference, with @p fileName, the line, what was
-/// expected and what has come.
+/// Runs a script to its end. At the first difference it throws CouldNot, with @p fileName, the line, what was expected and what
+/// came.
 ScriptResult runScript(std::span<const ScriptStep> steps, const std::string &fileName, const AskSimulator &ask);
 
 }  // namespace kvosim

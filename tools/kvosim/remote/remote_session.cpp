@@ -1,4 +1,4 @@
-// Requests to an agent, and which of its lines answers which.
+// Sends requests to an agent, and matches its replies to them.
 #include "kvosim/remote/remote_session.h"
 
 #include "common/join.h"
@@ -63,8 +63,7 @@ void RemoteSession::listen()
                                            [this](tools::Descriptor connection) { connect(std::move(connection)); });
 }
 
-/// An agent that comes anew is the one that counts: of its earlier connection, a pulled cable may have left the half that is
-/// seen here.
+/// A new connection replaces the existing one: after a pulled cable, the existing one may be only half open.
 void RemoteSession::connect(tools::Descriptor connection)
 {
     const std::string peer = peerOf(connection);
@@ -125,14 +124,15 @@ void RemoteSession::take(const AgentLine &line)
     takeReply(line);
 }
 
-/// An agent answers in order. Requests before the one that a reply belongs to have not been onAnswer.
+/// An agent replies in order: when a reply comes, all earlier requests without a reply have failed.
 void RemoteSession::takeReply(const AgentLine &line)
 {
     const std::string_view tag = tagOf(line.text);
-    const auto tagged = [](std::string_view wanted) { return [wanted](const PendingRequest &q) { return q.tag == wanted; }; };
+    const auto tagged = [](std::string_view wanted) { return [wanted](const PendingRequest &r) { return r.tag == wanted; }; };
     auto place = std::find_if(pending_.begin(), pending_.end(), tagged(tag));
     if (place == pending_.end()) {
-        place = std::find_if(pending_.begin(), pending_.end(), tagged(""));  // the text of a reply may begin like a tag
+        place = std::find_if(pending_.begin(), pending_.end(),
+                             tagged(""));  // a reply without a tag may begin with a text that looks like one
     }
     const bool asked = place != pending_.end();
     std::string note = line.terminated ? "" : "without a line end";
@@ -204,16 +204,17 @@ void RemoteSession::write(std::string_view bytes)
     }
 }
 
-/// Gives up the oldest requests that nobody onWaiting for any more.
+/// If the queue is full, removes the oldest requests that no caller waits for.
 void RemoteSession::discardAbandonedRequests()
 {
     while (pending_.size() >= kMaxUnanswered) {
-        const auto given = std::find_if(pending_.begin(), pending_.end(), [](const PendingRequest &q) { return !q.onAnswer; });
-        if (given == pending_.end()) {
+        const auto abandoned =
+            std::find_if(pending_.begin(), pending_.end(), [](const PendingRequest &r) { return !r.onAnswer; });
+        if (abandoned == pending_.end()) {
             throw tools::CouldNot(std::to_string(kMaxUnanswered) + " requests wait for a reply of the agent of session " +
                                   std::to_string(number_) + " already; wait for them");
         }
-        pending_.erase(given);
+        pending_.erase(abandoned);
     }
 }
 
@@ -230,7 +231,7 @@ void RemoteSession::close(Ending ending)
 void RemoteSession::closePort(Ending ending, std::chrono::milliseconds time)
 {
     acceptor_.reset();
-    listener_ = tools::Descriptor();  // first, so that the agent cannot connect again at once
+    listener_ = tools::Descriptor();  // before the connection closes, because the agent may connect again at once
     if (stream_) {
         close(ending);
     }
@@ -260,14 +261,14 @@ void RemoteSession::reopenPort()
         listen();
         portClosedUntil_.reset();
     } catch (const std::runtime_error &) {
-        *portClosedUntil_ += kPortRetryDelay;  // somebody else has taken the port
+        *portClosedUntil_ += kPortRetryDelay;  // another process uses the port
     }
 }
 
 bool RemoteSession::waiting() const
 {
     return portClosedUntil_ || (stream_ && lines_.hasUnterminatedNone()) ||
-           std::any_of(pending_.begin(), pending_.end(), [](const PendingRequest &q) { return q.onAnswer != nullptr; });
+           std::any_of(pending_.begin(), pending_.end(), [](const PendingRequest &r) { return r.onAnswer != nullptr; });
 }
 
 void RemoteSession::record(RemoteRecord::Kind kind, std::string text, std::string note)
@@ -281,7 +282,7 @@ std::string RemoteSession::nextTag()
     do {
         lastTag_ = (lastTag_ + 1) % kTagCount;
         std::snprintf(tag.data(), tag.size(), "%03u:", lastTag_);
-    } while (std::any_of(pending_.begin(), pending_.end(), [&](const PendingRequest &q) { return q.tag == tag.data(); }));
+    } while (std::any_of(pending_.begin(), pending_.end(), [&](const PendingRequest &r) { return r.tag == tag.data(); }));
     return tag.data();
 }
 

@@ -1,4 +1,4 @@
-// One session of the remote side: a port at which an agent is served, and the requests that wait for its replies.
+// One session of the remote side: the port to which an agent connects, and the requests that wait for its replies.
 #pragma once
 
 #include "kvosim/net/acceptor.h"
@@ -15,21 +15,21 @@
 
 namespace kvosim {
 
-/// Agents of session 0 connect to this port, those of session 9 to the ninth above it.
+/// Agents of session 0 connect to this port, those of session N to this port + N.
 inline constexpr uint16_t kFirstRemotePort = 5850;
 inline constexpr unsigned kHighestSession = 9;
 
-/// So many bytes are sent as they are by one request or line of a script.
+/// The largest number of raw bytes in one request or one line of a script.
 inline constexpr std::size_t kLongestRaw = 4096;
 
-/// Throws Refused where an agent could not take the request as one line.
+/// Throws Refused if an agent would not accept the request as one line.
 void checkRequest(std::string_view request);
 
 class RemoteSession {
 public:
     static constexpr std::size_t kMaxUnanswered = 32;
 
-    /// A reply as it has come, or why there is none.
+    /// The reply, or the reason why none came.
     struct Answer {
         std::optional<std::string> reply{};
         std::string failure{};
@@ -44,30 +44,31 @@ public:
 
     [[nodiscard]] unsigned number() const noexcept { return number_; }
     [[nodiscard]] uint16_t port() const noexcept { return static_cast<uint16_t>(kFirstRemotePort + number_); }
-    /// The agent that is connected.
+    /// The address of the connected agent, if any.
     [[nodiscard]] const std::optional<std::string> &peer() const noexcept { return peer_; }
 
-    /// Sends a request; @p onAnswer is called once, later, with the reply without the tag that this has given it. A tag of the
-    /// request's own stays. Throws Refused or CouldNot.
+    /// Sends a request, and calls @p onAnswer once, later. A tag that this function adds is removed from the reply; a tag in
+    /// @p request stays. Throws Refused or CouldNot.
     void ask(std::string_view request, Tagging tagging, std::chrono::milliseconds patience, AnswerCallback onAnswer);
-    /// Sends a request whose reply nobody onWaiting for. Throws as ask does.
+    /// Sends a request without waiting for the reply. Throws as ask does.
     void send(std::string_view request);
-    /// Sends bytes as they are. Throws CouldNot.
+    /// Sends raw bytes. Throws CouldNot.
     void sendRaw(std::string_view bytes);
     enum class Ending { end, reset };
-    /// Closes the connection. Throws CouldNot where there is none.
+    /// Closes the connection. Throws CouldNot if no agent is connected.
     void close(Ending ending);
-    /// Closes the connection, if there is one, and the port for @p time: whoever connects is refused.
+    /// Closes the connection, if any, and closes the port for @p time: connection attempts are refused.
     void closePort(Ending ending, std::chrono::milliseconds time);
     [[nodiscard]] bool portClosed() const noexcept { return portClosedUntil_.has_value(); }
 
-    /// Tells those whose patience is over, takes a "none" that nothing has followed, and opens the port that was closed for a time.
+    /// Handles timeouts: answers requests that have waited too long, accepts a "none" after which no data came, and reopens the
+    /// port after closePort().
     void sweep(Clock::time_point now);
-    /// Whether sweep has something to wait for.
+    /// Whether sweep() must be called again.
     [[nodiscard]] bool waiting() const;
 
 private:
-    /// A request on its way. Also the one that nobody onWaiting for any more: its reply still comes before the others'.
+    /// A request without a reply yet. It stays in the queue after its timeout: its reply still comes before the others.
     struct PendingRequest {
         std::string tag{};
         bool unterminatedReply = false;
@@ -99,7 +100,7 @@ private:
     std::function<void()> onWaiting_;
     tools::Descriptor listener_;
     std::unique_ptr<Acceptor> acceptor_;
-    std::optional<Clock::time_point> portClosedUntil_;  ///< until then nobody can connect
+    std::optional<Clock::time_point> portClosedUntil_;  ///< until then no agent can connect
     std::unique_ptr<Stream> stream_;
     std::optional<std::string> peer_;
     AgentLines lines_;

@@ -1,4 +1,4 @@
-// Sessions and readers of the log.
+// Manages the sessions and the readers of the log.
 #include "kvosim/remote/remote_side.h"
 
 #include "common/dotted_address.h"

@@ -1,4 +1,4 @@
-// The hardware service as the remote side of agents: its sessions, and the log of what goes over them.
+// The remote hardware service that agents connect to: its sessions and the log of their traffic.
 #pragma once
 
 #include "kvosim/remote/remote_session.h"
@@ -12,47 +12,47 @@
 
 namespace kvosim {
 
-/// Where and for which sessions agents are served.
+/// The sessions of agents that are served, and the address at which they connect.
 struct RemoteOptions {
     std::vector<unsigned> sessions{};
     std::string address = "127.0.0.1";
 };
 
-/// "3" or "0,3,9". Throws std::invalid_argument, with what would be right.
+/// Parses "3" or "0,3,9". Throws std::invalid_argument with the valid form.
 std::vector<unsigned> parseSessions(const std::string &text);
 inline constexpr const char *kSessionsForm = "session numbers of 0 to 9, each once, with commas between, such as \"0,3\"";
 
 class RemoteSide {
 public:
-    /// Which records somebody wants, and until when to wait for the first.
+    /// Selects records of the log.
     struct LogQuery {
-        uint64_t after = 0;  ///< the number of the last record that is known
-        std::optional<unsigned> session{};
-        std::chrono::milliseconds wait{0};
+        uint64_t after = 0;                 ///< the number of the last record that the reader has
+        std::optional<unsigned> session{};  ///< without a value: all sessions
+        std::chrono::milliseconds wait{0};  ///< how long to wait for the first record
     };
     struct LogPage {
         std::vector<RemoteRecord> records{};
-        uint64_t next = 0;  ///< to ask on after
-        uint64_t lost = 0;  ///< records, of any session, that are not kept any more
+        uint64_t next = 0;  ///< the value of "after" for the next page
+        uint64_t lost = 0;  ///< number of records, of any session, that the log has already dropped
     };
     using Read = std::function<void(const LogPage &page)>;
     static constexpr std::size_t kMaxRecordsPerPage = 200;
 
-    /// @p report is told each record as a line. Throws std::runtime_error where a port can not be had.
+    /// @p report is called with each record as a line. Throws std::runtime_error if a port cannot be opened.
     RemoteSide(EventLoop &loop, const RemoteOptions &options, std::function<void(std::string_view line)> report);
     RemoteSide(const RemoteSide &) = delete;
     RemoteSide &operator=(const RemoteSide &) = delete;
 
     [[nodiscard]] const std::string &address() const noexcept { return address_; }
     [[nodiscard]] const std::list<RemoteSession> &sessions() const noexcept { return sessions_; }
-    /// Throws CouldNot where the session is not served.
+    /// Throws CouldNot if the session is not served.
     RemoteSession &session(unsigned number);
     [[nodiscard]] uint64_t lastRecord() const noexcept { return log_.last(); }
-    /// What there is.
+    /// The records that exist now.
     [[nodiscard]] LogPage readLog(const LogQuery &query) const;
-    /// Calls @p read once, later: as soon as there is a record, or with an empty page when the wait is over.
+    /// Calls @p read once, later: as soon as a record exists, or with an empty page after the waiting time.
     void awaitLog(const LogQuery &query, Read read);
-    /// Closes all connections and ports, and answers whoever waits.
+    /// Closes all connections and ports, and answers all waiting readers.
     void end();
 
 private:

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Builds the reference (HTML) and the manual pages out of the public headers, docs/ and what the tools tell of themselves."""
+"""Builds the reference (HTML) and the manual pages from the public headers, docs/ and the tools' own description of their commands."""
 import argparse
 import os
 import shutil
@@ -7,7 +7,7 @@ import subprocess
 import sys
 from pathlib import Path
 
-sys.dont_write_bytecode = True  # the sources stay as they are
+sys.dont_write_bytecode = True  # keeps the source folder clean
 
 import headers
 from pages import Sources, read
@@ -17,7 +17,7 @@ ROOT = Path(__file__).resolve().parents[2]
 
 
 def write_examples(file):
-    """Each example becomes a page, introduced by its first comment."""
+    """Writes a page for each example, introduced by its first comment."""
     blocks = []
     for path in sorted((ROOT / 'examples').glob('*.c*')):
         first = path.read_text().split('\n')[0].removeprefix('//').removeprefix('/*').removesuffix('*/').strip()
@@ -26,14 +26,14 @@ def write_examples(file):
 
 
 def link_list_of_families(html):
-    """mainpage.md links to it by the name that it has up to Doxygen 1.9.4; later versions call it topics.html."""
+    """Corrects the link of mainpage.md: up to 1.9.4 Doxygen calls the page modules.html, later versions topics.html."""
     if not (html / 'modules.html').exists():
         index = html / 'index.html'
         index.write_text(index.read_text().replace('href="modules.html"', 'href="topics.html"'))
 
 
 def build_reference(output, headers, version):
-    """Runs Doxygen; false where it finds something to complain about, a public name without a comment first of all."""
+    """Runs Doxygen; returns False if it reports a problem, above all a public name without a comment."""
     for part in ('html', 'xml'):
         shutil.rmtree(output / part, ignore_errors=True)
     write_examples(output / 'examples.dox')
@@ -46,7 +46,7 @@ def build_reference(output, headers, version):
 
 
 def write_pages(output, programs, version):
-    """The manual pages below man/; false where a name has no comment."""
+    """Writes the manual pages below man/; returns False if a name has no comment."""
     pages, links, families, faults = headers.family_pages(output / 'xml')
     for fault in faults:
         print(fault, file=sys.stderr)
@@ -66,7 +66,7 @@ def arguments():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument('--output', type=Path, required=True, help='receives html/, xml/ and man/')
     parser.add_argument('--headers', type=Path, default=ROOT / 'include/kvo_hws', help='the public headers')
-    parser.add_argument('--kvoctl', type=Path, help='the program, which tells its commands; without it there are no manual pages')
+    parser.add_argument('--kvoctl', type=Path, help='the program, which describes its commands; without it no manual pages are built')
     parser.add_argument('--kvosim', type=Path, help='the same')
     parser.add_argument('--version', required=True, help='the version that the pages name')
     return parser.parse_args()
@@ -81,7 +81,7 @@ def main():
     if all(programs.values()):
         whole = write_pages(output, programs, options.version) and whole
     if not whole:
-        sys.exit('build_manuals.py: there are gaps or faults, see above')
+        sys.exit('build_manuals.py: comments are missing or wrong, see above')
 
 
 if __name__ == '__main__':

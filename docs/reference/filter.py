@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Prepares a source for Doxygen: headers and pages are written to be read as they stand, and some of that means something
-else to it. Run by Doxygen with a file's name; writes what it is to read, line for line."""
+"""Prepares a source for Doxygen. Headers and pages are written for people, and Doxygen would misread some of their text.
+Doxygen runs this with a file's name and reads its output, line by line."""
 import re
 import sys
 from pathlib import Path
@@ -9,12 +9,12 @@ ROOT = Path(__file__).resolve().parents[2]
 
 
 def linked_names():
-    """What the library exports, the headers' inline functions and the enumerators: worth a link wherever they are mentioned."""
+    """The exported names, the headers' inline functions and the enumerators: every mention of them becomes a link."""
     exported = re.findall(r'^\s+(\w+);$', (ROOT / 'library/exports.map').read_text(), re.M)
     headers = ''.join(path.read_text() for path in (ROOT / 'include/kvo_hws').glob('*.h'))
     enumerators = re.findall(r'^\s+([A-Z][A-Z_0-9]+) = ', headers, re.M)
     inline = re.findall(r'^static inline .*?(\w+)\(', headers, re.M)
-    # A name that is a plain word is mostly meant as one.
+    # A name that is an ordinary word is usually meant as a word.
     return {name for name in exported + inline + enumerators if re.search('[A-Z_]', name) and len(name) > 5}
 
 
@@ -26,21 +26,21 @@ def page_id(stem):
 
 
 def slug(heading):
-    """The anchor that a heading has where pages are read as they stand."""
+    """The anchor of a heading where Markdown is shown directly."""
     return re.sub(r'[^\w -]', '', heading.lower()).replace(' ', '-')
 
 
 # ---- Headers ----
 
 def unquoted(text):
-    """Angle brackets are text and names are links; what stands in double quotes Doxygen takes literally by itself."""
+    """Escapes angle brackets and links names. Doxygen already takes text in double quotes literally."""
     text = re.sub(r'\bdocs/([\w-]+)\.md\b', lambda found: f'@ref {page_id(found[1])}', text)
     return NAME.sub(r'#\1', text.replace('<', r'\<').replace('>', r'\>'))
 
 
 def comment(text):
     body = []
-    parts = re.split(r'(^ \*\n(?: \* {5,}.*\n)+)', text, flags=re.M)  # what is indented behind an empty line is verbatim
+    parts = re.split(r'(^ \*\n(?: \* {5,}.*\n)+)', text, flags=re.M)  # indented text after an empty line is verbatim
     for index, part in enumerate(parts):
         if index % 2 == 1:
             body.append(part)
@@ -53,7 +53,7 @@ def comment(text):
 
 
 def one_each(found):
-    """A comment behind several members is about each of them; Doxygen would give it to the last one."""
+    """Repeats a comment after several members for each of them; Doxygen would give it only to the last one."""
     blank, kind, names, about = found.groups()
     return blank + ' '.join(f'{kind} {name}; {about}' for name in names.split(', '))
 
@@ -66,7 +66,7 @@ def header(text):
 # ---- Pages ----
 
 def link(target, stem):
-    """Where a page's link leads in the reference."""
+    """The target of a page's link in the reference."""
     if example := re.fullmatch(r'\.\./examples/(\w+)\.(c|cpp|h)', target):
         return f'{example[1]}_8{example[2]}-example.html'
     if target.rstrip('/') == '../include/kvo_hws':
@@ -118,7 +118,7 @@ def page(text, stem):
         elif in_code:
             lines.append(line)
         elif re.fullmatch('<!--.*-->', line):
-            lines.append('')  # what it tells is for those who run the page
+            lines.append('')  # for the tests that run the page
         elif line.startswith('#') and '{#' not in line:
             lines.append(heading(line, stem))
         else:

@@ -1,4 +1,4 @@
-"""Manual pages of section 3 out of what Doxygen has read of the public headers: one for each family of functions."""
+"""Manual pages of section 3, one for each family of functions, from the XML that Doxygen writes for the public headers."""
 import re
 import xml.etree.ElementTree as ElementTree
 from dataclasses import dataclass
@@ -6,7 +6,7 @@ from dataclasses import dataclass
 from markdown import MANUAL_PAGES
 from mdoc import Page, Span, plain
 
-# Other packages may have pages of these names; "man" still finds ours by the names at the top of the family's page.
+# Other packages may have pages of these names. "man" still finds ours by the names at the top of the family's page.
 TOO_COMMON = {'LOG', 'DEBUG', 'cmds', 'xmalloc'}
 
 
@@ -45,7 +45,7 @@ def read_records(folder):
 
 
 def read_file(folder, header):
-    """What Doxygen has read of a header."""
+    """Doxygen's XML for a header."""
     stem = header.split('/')[-1].removesuffix('.h').replace('_', '__')
     return ElementTree.parse(folder / f'{stem}_8h.xml').getroot().find('compounddef')
 
@@ -57,7 +57,7 @@ BLOCKS = ('itemizedlist', 'orderedlist', 'parameterlist', 'simplesect', 'program
 
 
 def spans(element, font=''):
-    """The text in an element, but for what stands as a block of its own."""
+    """The text in an element, without its blocks."""
     result = [Span(element.text or '', font)]
     for child in element:
         result += child_spans(child, font)
@@ -67,7 +67,7 @@ def spans(element, font=''):
 def child_spans(child, font):
     inside = []
     if child.tag not in BLOCKS:
-        # A page of docs/ has no name that can be typed: its manual page can be, or its file.
+        # A page of docs/ is shown by the name of its manual page or its file.
         page = re.match('page_([a-z_]+?)(_1|$)', child.get('refid')) if child.tag == 'ref' else None
         file = f"{page[1].replace('_', '-')}.md" if page else ''
         inside = [Span(MANUAL_PAGES.get(file, f'docs/{file}'), 'I')] if file else spans(child, FONTS.get(child.tag, font))
@@ -82,7 +82,7 @@ def write_block(page, block):
 
 
 def write_paragraph(page, para, write):
-    """The text of a paragraph, and the blocks that stand in it."""
+    """Writes the text of a paragraph and the blocks in it."""
     text = [Span(para.text or '')]
 
     def end():
@@ -127,15 +127,15 @@ def arguments_and_result(page, member):
 
 
 def describe(page, member):
-    """A description in its order, with all of the arguments and the result where the first of them stands."""
+    """Writes a description in its order; all arguments and the result come where the first of them is."""
     write_blocks(page, member.find('briefdescription'))
-    told = []
+    described = []
 
     def write(page, block):
         if block.tag not in ('parameterlist', 'simplesect'):
             write_block(page, block)
-        elif not told:
-            told.append(block)
+        elif not described:
+            described.append(block)
             arguments_and_result(page, member)
     write_blocks(page, member.find('detaileddescription'), write)
 
@@ -168,24 +168,24 @@ def declare(page, member):
 
 def type_definition(member):
     definition, arguments = text_of(member.find('definition')), member.findtext('argsstring') or ''
-    # That of a pointer to a function comes with its arguments.
+    # The definition of a pointer to a function contains its arguments.
     return definition.replace('(* ', '(*').replace(') (', ')(').removesuffix(arguments) + arguments + ';'
 
 
 def is_nameless(member):
-    """Whether it is a union without a name: Doxygen calls it @1, and nothing from 1.9.8 on."""
+    """Whether it is a union without a name: Doxygen names it @1; from 1.9.8 on it has an empty name."""
     name = member.findtext('name') or ''
     return not name or name.startswith('@')
 
 
 def type_of(member):
-    """Doxygen gives a nameless union in a record a name with an @, and the name of the record from 1.9.8 on."""
+    """The type of a member. Doxygen gives a nameless union in a record a name with an @; from 1.9.8 on, the name of the record."""
     record = (member.findtext('qualifiedname') or '').rpartition('::')[0]
     return re.sub(rf'^(union|struct) (\S*@\d+|{re.escape(record)})$', r'\1', text_of(member.find('type')))
 
 
 def write_members(page, members, value=lambda member: ''):
-    """Members of a record or constants of an enumeration."""
+    """Writes members of a record or constants of an enumeration."""
     items = []
     for member in members:
         name = member.findtext('name')
@@ -216,8 +216,8 @@ def write_constants(page, family):
 
 # ---- Pages ----
 
-def homes_of_types(families):
-    """The family whose page describes a type, by the identifier that mentions of it have."""
+def pages_of_types(families):
+    """The family whose page describes a type, by the type's identifier."""
     return {identifier: family.name for family in families for identifier in
             [*(inner.get('refid') for inner in family.element.iterfind('innerclass')),
              *(member.get('id') for member in family.members('typedef', 'enum'))]}
@@ -244,21 +244,21 @@ def write_family(family, families, records, header_text):
         if member.get('kind') == 'typedef':
             page.literal(type_definition(member))
         describe(page, member)
-    if text_of(header_text.find('detaileddescription')):  # beyond the sentence that says what the header is about
+    if text_of(header_text.find('detaileddescription')):  # more than the first sentence, which says what the header is about
         page.section_heading('NOTES')
-        page.paragraph([Span('What all of '), Span(f'<{family.header}>', 'B'), Span(' has in common:')])
+        page.paragraph([Span('The following applies to all of '), Span(f'<{family.header}>', 'B'), Span(':')])
         write_blocks(page, header_text.find('briefdescription'))
         write_blocks(page, header_text.find('detaileddescription'))
     beside = [(other.name, 3) for other in families if other.header == family.header]
-    homes = homes_of_types(families)
+    pages = pages_of_types(families)
     mentioned = {ref.get('refid') for member in family.members('function', 'variable') for ref in member.iterfind('.//type/ref')}
-    types = [(homes[identifier], 3) for identifier in mentioned if identifier in homes]
+    types = [(pages[identifier], 3) for identifier in mentioned if identifier in pages]
     page.see_also([('kvo_hws', 3), ('kvoctl', 1), ('kvo_hws_result', 3), *beside, *types])
     return page
 
 
 def faults(families, records):
-    """Names without a comment that Doxygen does not complain about."""
+    """Names without a comment that Doxygen does not report."""
     for family in families:
         for constant in family.element.iter('enumvalue'):
             if not text_of(constant.find('briefdescription')) and not text_of(constant.find('detaileddescription')):
@@ -271,7 +271,7 @@ def faults(families, records):
 
 
 def family_pages(folder):
-    """The pages, the names that lead to each of them, and what is wrong."""
+    """The pages, the names that link to each of them, and the faults."""
     families = read_families(folder)
     records = read_records(folder)
     pages = [write_family(family, families, records, read_file(folder, family.header)) for family in families]

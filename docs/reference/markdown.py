@@ -1,4 +1,4 @@
-"""Reads as much of Markdown as docs/ uses, and writes it as a manual page."""
+"""Reads the part of Markdown that docs/ uses, and writes it as a manual page."""
 import re
 from dataclasses import dataclass
 
@@ -7,7 +7,7 @@ from mdoc import Span, plain
 
 @dataclass
 class Block:
-    """A heading, paragraph, listing, list or table; the text is as it stands in the page."""
+    """A heading, paragraph, listing, list or table; the text is unchanged Markdown."""
     kind: str
     text: str = ''
     level: int = 0
@@ -56,7 +56,7 @@ def assembled(lines):
 
 INLINE = re.compile(r'`([^`]+)`|\*\*([^*]+)\*\*|\*(\w[^*]*)\*|\[((?:`[^`]*`|[^\]])+)\]\(([^)]+)\)')
 
-# Pages of docs/ that are manual pages too.
+# Pages of docs/ that are also manual pages.
 MANUAL_PAGES = {'configuration.md': 'kvo_hws.conf(5)', 'kvoctl.md': 'kvoctl(1)', 'plant-file.md': 'kvo-plant(5)',
                 'remote-side.md': 'kvosim(1)'}
 
@@ -77,7 +77,7 @@ def spans(text):
 
 
 def section(all_blocks, heading):
-    """What stands under a heading; all of the page's beginning where the heading is empty."""
+    """The blocks under a heading; with an empty heading, the page's text before its second heading."""
     start = next(index for index, block in enumerate(all_blocks)
                  if block.kind == 'heading' and (block.text == heading or not heading)) + 1
     level = all_blocks[start - 1].level if heading else 2
@@ -91,7 +91,7 @@ def capital(text):
 
 
 def row_writer(page, header, row):
-    """The first cell is the tag; behind the second each one is told with its column's name."""
+    """Writes a row. The first cell is the tag, the second a paragraph; every further cell follows its column's name."""
     def write():
         if len(row) > 1 and row[1]:
             page.paragraph(spans(row[1]))

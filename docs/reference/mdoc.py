@@ -1,4 +1,4 @@
-"""Writes manual pages in mdoc, the language in which mandoc(1) and man-db read them."""
+"""Writes manual pages in mdoc, the language that mandoc(1) and man-db read."""
 import os
 import re
 import time
@@ -9,7 +9,7 @@ WIDTH = 78  # bytes of a text line
 
 @dataclass(frozen=True)
 class Span:
-    """A piece of text: '' plain, 'B' bold (what is typed or called), 'I' italic (what stands for something)."""
+    """A piece of text: '' plain, 'B' bold (to type or to call), 'I' italic (a placeholder)."""
     text: str
     font: str = ''
 
@@ -27,7 +27,7 @@ def escaped(text, literal=False):
 
 
 def at_line_start(line):
-    """A full stop or an apostrophe there would make the line a macro."""
+    """Escapes a full stop or an apostrophe at the start of a line, which would make the line a macro."""
     return '\\&' + line if line.startswith(('.', "'")) else line
 
 
@@ -42,7 +42,7 @@ def inline(spans):
 
 
 def wrapped(text):
-    """Each sentence begins a line, and no line is long."""
+    """Lines of text; each sentence starts a new line, and no line is long."""
     lines = []
     for sentence in re.split(r'(?<=[.!?]) (?=[^a-z])|(?<=[.!?][)"]) (?=[^a-z])', text):
         line = ''
@@ -67,7 +67,7 @@ def argument(text):
 
 @dataclass
 class Page:
-    """A manual page that grows from its top to its end."""
+    """A manual page, written from top to bottom."""
     name: str
     section: int
     lines: list = field(default_factory=list)
@@ -87,14 +87,14 @@ class Page:
         self.paragraph_lines(spans)
 
     def paragraph_lines(self, spans):
-        """Text that goes on with what stands before it."""
+        """Adds text to the current paragraph."""
         self.lines += text_lines(spans)
 
     def literal(self, text):
         self.lines += ['.Bd -literal -offset indent'] + [at_line_start(escaped(line, True)) for line in text.split('\n')] + ['.Ed']
 
     def tagged(self, items, width='Ds'):
-        """Items of a tag (spans) and what writes the rest."""
+        """Writes items; each is a tag (spans) and a function that writes the rest."""
         self.lines.append(f'.Bl -tag -width {width}')
         for tag, write in items:
             self.lines.append('.It ' + (inline(tag).replace('"', '\\(dq') if tag else '\\&'))
@@ -109,7 +109,7 @@ class Page:
         self.lines.append('.El')
 
     def see_also(self, pages):
-        """Pages as (name, section)."""
+        """Writes the SEE ALSO section; pages are (name, section)."""
         self.section_heading('SEE ALSO')
         ordered = sorted(set(pages) - {(self.name, self.section)}, key=lambda page: (page[1], page[0].lower()))
         for number, (name, section) in enumerate(ordered, 1):

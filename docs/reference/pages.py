@@ -1,4 +1,4 @@
-"""Hand-written manual pages: mdoc, with lines that begin with "@" where something comes from elsewhere."""
+"""The manual pages of man/: mdoc, in which a line that begins with "@" includes text from another source."""
 from pathlib import Path
 
 import headers
@@ -10,7 +10,7 @@ ROOT = Path(__file__).resolve().parents[2]
 
 
 class Sources:
-    """What the lines with "@" can name."""
+    """The sources that lines with "@" can name."""
 
     def __init__(self, programs, families, xml):
         self.tools = {name: tools.read(program) for name, program in programs.items()}
@@ -33,15 +33,15 @@ def section_line(page, sources, file, *heading):
 
 
 def keys_line(page, sources, file, *heading):
-    """The first and the last column of the tables under a heading that tell what a command's document holds."""
+    """Writes the first and the last column of the tables under a heading that describe the JSON of a command."""
     del sources
     found = markdown.section(markdown.blocks((ROOT / 'docs' / file).read_text()), ' '.join(heading))
     rows = [row for block in found if block.kind == 'table' and block.rows[0][-1] == 'JSON' for row in block.rows[1:]]
     page.tagged([(markdown.spans(row[0]), lambda row=row: page.paragraph(markdown.spans(row[-1]))) for row in rows if row[-1] != 'done'])
 
 
-def commands_line(page, sources, tool, *told):
-    tools.write_commands(page, sources.tools[tool], told)
+def commands_line(page, sources, tool, *described):
+    tools.write_commands(page, sources.tools[tool], described)
 
 
 def options_line(page, sources, tool):
@@ -68,7 +68,7 @@ def families_line(page, sources):
 
 
 def listing_line(page, sources, file, language):
-    """The first listing of a page in a language."""
+    """Writes the first listing of a page in a language."""
     del sources
     text = (ROOT / file).read_text()
     page.literal(text.split(f'```{language}\n')[1].split('\n```')[0])

@@ -1,30 +1,30 @@
-"""Lets the reference's search find what is typed anywhere in a name. Doxygen's own finds names by how they begin, and nearly all of
-the library's begin with KVO_HWS_."""
+"""Makes the reference's search match anywhere in a name. Doxygen's own search matches only the start of a name, and almost all
+names of the library start with KVO_HWS_."""
 import re
 
-# What search.js has, and what it has instead.
+# Code of search.js and its replacement.
 ONE_FILE_FOR_ALL_LETTERS = ('indexSectionsWithContent[this.searchIndex].indexOf(idxChar)', '0')
 ANYWHERE = ('rowMatchName.substr(0, search.length)==search', 'rowMatchName.indexOf(search)!=-1')
 
 
 def rows(file):
-    """The names of an index, one a line."""
+    """The rows of an index, one per name."""
     return [line.rstrip(',\n') for line in file.read_text().split('\n') if line.startswith("  ['")]
 
 
 def words(row):
-    """What is compared with what is typed."""
+    """The text that the search compares with the input."""
     return row.partition("',")[0].removeprefix("  ['").rpartition('_')[0]
 
 
 def places(row):
-    """Where a row leads."""
+    """The targets of a row."""
     return re.findall(r"'(\.\./[^']*)'", row)
 
 
 def without_parts(found):
-    """The rows without those that are a part of others: Doxygen 1.9.8 and later have one for each word of a heading, with the words after
-    it, and the heading as a whole has all of them."""
+    """Removes rows that are a part of other rows. Doxygen 1.9.8 and later have a row for each word of a heading, with the words after
+    it, and the row of the whole heading contains all of them."""
     known = {}
     for row in found:
         for place in places(row):
@@ -37,12 +37,12 @@ def order(file):
 
 
 def find_anywhere(folder):
-    """@p folder has the search of a reference that was just built: an index for each kind of name and each first letter."""
+    """Changes the search in @p folder. Doxygen writes an index for each kind of name and each first letter."""
     program = folder / 'search.js'
     text = program.read_text()
     for doxygens, ours in (ONE_FILE_FOR_ALL_LETTERS, ANYWHERE):
         if text.count(doxygens) != 1:
-            raise SystemExit(f'search.py: {program} is not as it was written for: where is {doxygens}?')
+            raise SystemExit(f'search.py: {program} does not contain {doxygens} exactly once; this version of Doxygen is not supported')
         text = text.replace(doxygens, ours)
     program.write_text(text)
     kinds = re.findall(r'^  \d+: "(\w+)",?$', (folder / 'searchdata.js').read_text().partition('indexSectionNames')[2]
@@ -53,4 +53,4 @@ def find_anywhere(folder):
         files[0].write_text(f'var searchData=\n[\n{names}\n];\n')
         for file in files[1:]:
             file.unlink()
-            file.with_suffix('.html').unlink(missing_ok=True)  # later versions have none
+            file.with_suffix('.html').unlink(missing_ok=True)  # later versions do not write it

@@ -1,4 +1,4 @@
-"""The commands and options of a tool, as the tool tells them itself, for its manual page."""
+"""The commands and options of a tool for its manual page, as the tool describes them itself."""
 import json
 import re
 import subprocess
@@ -18,7 +18,7 @@ def own_options(command):
 
 
 def synopsis(command):
-    """What follows the command's words."""
+    """The arguments after the command's words."""
     words = ['[OPTION...]'] if own_options(command) else []
     for option in command['options']:
         if option['positional']:
@@ -47,7 +47,7 @@ def write_options(page, options):
 
 
 def write_footer(page, footer):
-    """Paragraphs as they stand, with the indented lines as listings; "Examples:" becomes one."""
+    """Writes paragraphs unchanged, and indented lines such as examples as listings."""
     for part in re.split(r'\n\s*\n', footer.strip('\n')):
         lines = [line for line in part.split('\n') if line != 'Examples:' and not line.startswith('"kv')]
         if lines and lines[0].startswith('  '):
@@ -56,28 +56,28 @@ def write_footer(page, footer):
             page.paragraph(plain(' '.join(lines)))
 
 
-def write_command(page, command, words, told, of_family=''):
-    """What stands below the help of a whole family is told once, at its head."""
+def write_command(page, command, words, described, of_family=''):
+    """Writes a command. The text below the help of a whole family is written once, before its commands."""
     words = [*words, command['name']]
     if command['commands']:
         write_footer(page, command['footer'])
         for inner in command['commands']:
-            write_command(page, inner, words, told, command['footer'])
+            write_command(page, inner, words, described, command['footer'])
         return
     arguments = synopsis(command)
 
     def write():
         page.paragraph(plain(command['meaning'].rstrip('.') + '.'))
         write_options(page, [option for option in command['options'] if '--help' not in option['names']
-                             and not (option['required'] and option['names'][0] in told)])
+                             and not (option['required'] and option['names'][0] in described)])
         if command['footer'] != of_family:
             write_footer(page, command['footer'])
     page.tagged([([Span(' '.join(words), 'B'), Span((' ' + arguments) if arguments else '', 'I')], write)])
 
 
-def write_commands(page, tool, told):
-    """Commands in the order of the tool's help; a family or a heading of the help is a subsection. Arguments of the names in
-    told are described elsewhere in the page."""
+def write_commands(page, tool, described):
+    """Writes the commands in the order of the tool's help; a family or a heading of the help is a subsection. The page describes the
+    arguments in @p described elsewhere."""
     subsections = {}
     for command in tool['commands']:
         alone = command['commands'] or command['group'] == PARSERS_OWN_GROUP
@@ -88,7 +88,7 @@ def write_commands(page, tool, told):
         for command in commands:
             if command['commands']:
                 page.paragraph(plain(command['meaning'].rstrip('.') + '.'))
-            write_command(page, command, [tool['name']], told)
+            write_command(page, command, [tool['name']], described)
 
 
 def write_global_options(page, tool):

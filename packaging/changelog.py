@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Writes the packages' changelog, and with it their version, out of CHANGELOG.md and the version in version.h."""
+"""Writes the packages' changelog, and with it their version, from CHANGELOG.md and the version in version.h."""
 import argparse
 import datetime
 import email.utils
@@ -23,7 +23,7 @@ def sections():
 
 
 def package_version(version, day, history):
-    """What is released carries its version alone; what comes behind a release sorts behind it, what comes before one before."""
+    """A release has only its version. A package built later sorts after the release, one built earlier sorts before it."""
     if not any(name == version for name, date, _ in history if date):
         return f'{version}~{day:%Y%m%d}'
     unreleased = any(lines for name, _, lines in history if name == 'Unreleased')
@@ -31,7 +31,7 @@ def package_version(version, day, history):
 
 
 def changes(lines):
-    """The points of a version: "Added" and the like before the first of its kind, no line longer than 80 characters."""
+    """The entries of a version, with headings such as "Added"; no line is longer than 80 characters."""
     text = '\n'.join(lines)
     for kind in re.split(r'^### ', text, flags=re.M)[1:]:
         title, _, points = kind.partition('\n')
@@ -55,7 +55,7 @@ def entries(day):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument('--date', type=int, required=True, help='the newest entry\'s, in seconds since 1970')
+    parser.add_argument('--date', type=int, required=True, help='the date of the newest entry, in seconds since 1970')
     options = parser.parse_args()
     day = datetime.datetime.fromtimestamp(options.date, datetime.timezone.utc)
     sys.stdout.write('\n'.join(entries(day)))

@@ -1,4 +1,5 @@
-// An agent at work: the local service that answers it, the remote side that asks it, and the host that it passes commands to.
+// A running agent with its surroundings: the local service that answers it, the remote side that sends it requests, and the
+// host that it passes commands to.
 #pragma once
 
 #include "support/leak_suppressions.h"
@@ -29,7 +30,7 @@ inline std::string parameters(const std::string &more = "")
     return "focusKvoIp=10.0.0.5\nremoteKvoHwsIp=127.0.0.1\nremoteSession=3\n" + more;
 }
 
-/// What the host was told, and what it says.
+/// The host: records the commands that it receives and returns a chosen result.
 class Host {
 public:
     static int callback(void *instance, const char *command)
@@ -44,21 +45,21 @@ public:
         return answer ? answer(command) : 1;
     }
 
-    /// The commands since it was last asked.
+    /// The commands received since the last call.
     static std::vector<std::string> commands()
     {
         const std::lock_guard guard(lock_);
         return std::exchange(commands_, {});
     }
-    static void says(std::function<int(const std::string &command)> answer)
+    static void setAnswer(std::function<int(const std::string &command)> answer)
     {
         const std::lock_guard guard(lock_);
         answer_ = std::move(answer);
         commands_.clear();
     }
-    static void says(int result)
+    static void setAnswer(int result)
     {
-        says([result](const std::string &) { return result; });
+        setAnswer([result](const std::string &) { return result; });
     }
 
 private:
@@ -67,7 +68,7 @@ private:
     static inline std::function<int(const std::string &)> answer_;
 };
 
-/// The local service's replies by request; what is not there is answered "failed".
+/// The local service's replies by request; the reply to any other request is "failed".
 using Replies = std::map<std::string, std::string>;
 
 inline support::Script serves(Replies replies = {})
@@ -82,7 +83,7 @@ inline support::Script serves(Replies replies = {})
 
 inline bool isRunning() { return std::atomic_ref(gEmbKvoInst->running).load() != 0; }
 
-/// Starts the agent in a test's scope and cleans it up in the end.
+/// Starts the agent and cleans it up at the end of the scope.
 class Agent {
 public:
     explicit Agent(const std::string &params = parameters())

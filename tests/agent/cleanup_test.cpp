@@ -1,4 +1,4 @@
-// Ending the agent, whatever it is doing at the time.
+// Cleaning up the agent in each of its states.
 #include <kvo_hws/agent.h>
 #include <kvo_hws/requests.h>
 
@@ -53,14 +53,14 @@ using testing::Not;
 
 const std::string kCleanup = "KVO_HWS DLL - KVO_HWS_cleanupEmbHwsClient - ";
 
-/// A host that does not return from its callback until it is released; then it does @p then, and says 1.
-class HeldHost {
+/// A host that blocks in its callback until it is released; then it calls @p then and returns 1.
+class BlockedHost {
 public:
-    explicit HeldHost(std::function<void()> then = [] {})
+    explicit BlockedHost(std::function<void()> then = [] {})
     {
-        Host::says([this, then = std::move(then)](const std::string &) {
-            asked_ = true;
-            while (held_) {
+        Host::setAnswer([this, then = std::move(then)](const std::string &) {
+            called_ = true;
+            while (blocked_) {
                 std::this_thread::sleep_for(10ms);
             }
             then();
@@ -68,14 +68,14 @@ public:
         });
     }
 
-    /// Has the remote side ask for it, and waits until it is held.
-    [[nodiscard]] bool isHeldBy(const RemoteService &remote)
+    /// Sends a request that calls the host, and waits until the callback blocks.
+    [[nodiscard]] bool isBlockedBy(const RemoteService &remote)
     {
         remote.send("stop-viewer\r\n");
-        return eventually([this] { return asked_.load(); });
+        return eventually([this] { return called_.load(); });
     }
-    void release() { held_ = false; }
-    /// By then somebody else waits for it.
+    void release() { blocked_ = false; }
+    /// Releases the host after 300 ms: by then another thread waits for it.
     [[nodiscard]] std::jthread releaseSoon()
     {
         return std::jthread([this] {
@@ -85,11 +85,11 @@ public:
     }
 
 private:
-    std::atomic<bool> asked_{false};
-    std::atomic<bool> held_{true};
+    std::atomic<bool> called_{false};
+    std::atomic<bool> blocked_{true};
 };
 
-TEST(Cleanup, needs_an_agent_and_its_handle)
+TEST(Cleanup, needs_a_running_agent_and_the_right_handle)
 {
     const MessagesOn messages;
     int other = 0;
@@ -101,16 +101,16 @@ TEST(Cleanup, needs_an_agent_and_its_handle)
     const Agent agent;
     ASSERT_TRUE(remote.accept());
     ASSERT_EQ(remote.ask("ping"), "pong");
-    // The thread logs on too.
+    // The thread logs too.
     const SyslogCapture capture;
     EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(nullptr), -7);
     EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(&other), -10);
     EXPECT_THAT(capture.texts(), Contains(kCleanup + "instance data is NULL"));
     EXPECT_THAT(capture.texts(), Contains(kCleanup + "instance data is invalid"));
-    EXPECT_EQ(remote.ask("ping"), "pong") << "the agent goes on";
+    EXPECT_EQ(remote.ask("ping"), "pong") << "the agent keeps running";
 }
 
-TEST(Cleanup, ends_the_agent_and_takes_a_second_more)
+TEST(Cleanup, ends_the_agent_and_takes_one_second_longer)
 {
     const MessagesOn messages;
     RemoteService remote(kSession);
@@ -122,7 +122,7 @@ TEST(Cleanup, ends_the_agent_and_takes_a_second_more)
     const SyslogCapture capture;
     const auto began = Clock::now();
     EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), 1);
-    EXPECT_THAT(Clock::now() - began, AllOf(Ge(1s), Lt(5s))) << "a wait of at most a second, and a second";
+    EXPECT_THAT(Clock::now() - began, AllOf(Ge(1s), Lt(5s))) << "at most one second until the thread ends, and one more second";
     EXPECT_FALSE(isRunning());
     EXPECT_EQ(gEmbKvoInst->stop, 0U);
     EXPECT_EQ(gEmbKvoInst->session.socket, -1);
@@ -146,7 +146,7 @@ TEST(Cleanup, ends_an_agent_that_is_not_connected)
     EXPECT_THAT(capture.texts(), Contains(AllOf(HasSubstr("threadID["), EndsWith("] terminates with -1"))));
 }
 
-TEST(Cleanup, right_after_the_start_waits_for_the_agent)
+TEST(Cleanup, waits_for_an_agent_that_has_just_started)
 {
     const ScriptedService service({serves()});
     void *instance = nullptr;
@@ -155,7 +155,7 @@ TEST(Cleanup, right_after_the_start_waits_for_the_agent)
     EXPECT_FALSE(isRunning());
 }
 
-/// A listener on the agent's port whose queue is full, so that connects get no answer.
+/// A listener on the agent's port with a full queue, so a connect never completes.
 class SilentPort {
 public:
     SilentPort() : listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
@@ -206,24 +206,24 @@ TEST(Cleanup, ends_an_agent_whose_connect_hangs)
     EXPECT_THAT(capture.texts(), Not(Contains(HasSubstr("Emb-KVO connected"))));
 }
 
-/// Each of the two questions may take nearly as long as a clean-up waits.
-TEST(Cleanup, ends_an_agent_between_its_questions_about_the_station)
+/// Each of the two requests may take nearly as long as the clean-up's timeout.
+TEST(Cleanup, ends_an_agent_between_its_requests_about_the_station)
 {
-    std::atomic<bool> asked{false};
+    std::atomic<bool> requested{false};
     const ScriptedService service({support::answersWith([&](const std::string &) {
-        asked = true;
+        requested = true;
         std::this_thread::sleep_for(3500ms);
         return kStation;
     })});
     void *instance = nullptr;
     ASSERT_EQ(start(&instance), 1);
-    ASSERT_TRUE(eventually([&] { return asked.load(); }));
+    ASSERT_TRUE(eventually([&] { return requested.load(); }));
     EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), 1);
     EXPECT_EQ(service.requests().size(), 1U);
 }
 
-/// Threads of a program come and go, and a later one may have the number of an earlier one.
-TEST(Cleanup, on_a_new_thread_is_not_taken_for_the_agent_s_own)
+/// Thread ids are reused: a later thread may have the id of an earlier one.
+TEST(Cleanup, on_a_new_thread_does_not_take_it_for_the_agent_thread)
 {
     RemoteService remote(kSession);
     const ScriptedService service({serves()});
@@ -237,25 +237,25 @@ TEST(Cleanup, on_a_new_thread_is_not_taken_for_the_agent_s_own)
     }
 }
 
-TEST(Cleanup, does_not_hold_a_callback_that_starts_another)
+TEST(Cleanup, does_not_block_a_callback_that_starts_another_agent)
 {
     RemoteService remote(kSession);
     const ScriptedService service({serves()});
     std::atomic<int> startResult{0};
-    HeldHost host([&] {
+    BlockedHost host([&] {
         void *another = nullptr;
         startResult = start(&another);
     });
     void *instance = nullptr;
     ASSERT_EQ(start(&instance), 1);
     ASSERT_TRUE(remote.accept());
-    ASSERT_TRUE(host.isHeldBy(remote));
+    ASSERT_TRUE(host.isBlockedBy(remote));
     const std::jthread releasing = host.releaseSoon();
     EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), 1);
     EXPECT_EQ(startResult, -8);
 }
 
-TEST(Cleanup, ends_an_agent_in_its_pause_after_a_connection)
+TEST(Cleanup, ends_an_agent_that_pauses_after_a_connection)
 {
     RemoteService remote(kSession);
     const ScriptedService service({serves()});
@@ -264,27 +264,27 @@ TEST(Cleanup, ends_an_agent_in_its_pause_after_a_connection)
     ASSERT_TRUE(remote.accept());
     remote.close();
     ASSERT_TRUE(eventually([] { return std::atomic_ref(gEmbKvoInst->session.socket).load() < 0; }));
-    std::this_thread::sleep_for(100ms);  // by now it pauses
+    std::this_thread::sleep_for(100ms);  // long enough for the pause to begin
     const MessagesOn messages;
     const SyslogCapture capture;
     const auto began = Clock::now();
     EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), 1);
     EXPECT_LE(Clock::now() - began, 3s);
-    EXPECT_THAT(capture.texts(), Not(Contains(HasSubstr("hmi_close_x")))) << "it is closed already";
+    EXPECT_THAT(capture.texts(), Not(Contains(HasSubstr("hmi_close_x")))) << "the connection is already closed";
     EXPECT_THAT(capture.texts(), Contains(AllOf(HasSubstr("threadID["), EndsWith("] terminates with -1"))));
 }
 
-TEST(Cleanup, of_a_connection_that_is_just_lost_closes_it_once)
+TEST(Cleanup, closes_a_connection_that_was_just_lost_only_once)
 {
     RemoteService remote(kSession);
     const ScriptedService service({serves()});
-    HeldHost host([] { hmi_close_x(&gEmbKvoInst->session); });
+    BlockedHost host([] { hmi_close_x(&gEmbKvoInst->session); });
     const MessagesOn messages;
     const SyslogCapture capture;
     void *instance = nullptr;
     ASSERT_EQ(start(&instance), 1);
     ASSERT_TRUE(remote.accept());
-    ASSERT_TRUE(host.isHeldBy(remote));
+    ASSERT_TRUE(host.isBlockedBy(remote));
     const std::jthread releasing = host.releaseSoon();
     EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), 1);
     EXPECT_EQ(std::ranges::count_if(capture.texts(),
@@ -297,36 +297,36 @@ TEST(Cleanup, gives_up_on_a_host_that_does_not_return)
 {
     RemoteService remote(kSession);
     const ScriptedService service({serves()});
-    HeldHost host;
+    BlockedHost host;
     void *instance = nullptr;
     ASSERT_EQ(start(&instance), 1);
     ASSERT_TRUE(remote.accept());
-    ASSERT_TRUE(host.isHeldBy(remote));
+    ASSERT_TRUE(host.isBlockedBy(remote));
     const auto began = Clock::now();
     EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), -1);
-    EXPECT_THAT(Clock::now() - began, AllOf(Ge(7s), Lt(9s))) << "6 s for the thread, and a second";
+    EXPECT_THAT(Clock::now() - began, AllOf(Ge(7s), Lt(9s))) << "6 s for the thread, and one second more";
     EXPECT_EQ(gEmbKvoInst->stop, 0U);
     EXPECT_EQ(gFocusKvoIp, 0U);
     EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(instance, "too late"), -1);
     EXPECT_EQ(gCmdCallback, nullptr);
-    EXPECT_EQ(start(&instance), -8) << "it runs on";
+    EXPECT_EQ(start(&instance), -8) << "the old agent still runs";
     host.release();
     EXPECT_TRUE(eventually([] { return !isRunning(); })) << "and ends when the host returns";
     EXPECT_EQ(protocolNegotiated, 0U);
     gFocusKvoIp = inet_addr("10.0.0.5");
-    EXPECT_EQ(init_fb(), 0) << "a program's own question is no longer the agent's";
+    EXPECT_EQ(init_fb(), 0) << "the program's own request is no longer taken for the agent's";
     RemoteService next(kSession + 1);
     const Agent again(parameters("remoteSession=4\n"));
     EXPECT_TRUE(next.accept());
 }
 
-TEST(Cleanup, may_be_asked_for_by_the_callback)
+TEST(Cleanup, may_be_called_by_the_callback)
 {
     RemoteService remote(kSession);
     const ScriptedService service({serves()});
     std::atomic<int> result{0};
     std::atomic<int> startResult{0};
-    Host::says([&](const std::string &) {
+    Host::setAnswer([&](const std::string &) {
         void *another = nullptr;
         startResult = start(&another);
         result = KVO_HWS_cleanupEmbHwsClient(gEmbKvoInst);
@@ -336,24 +336,24 @@ TEST(Cleanup, may_be_asked_for_by_the_callback)
     ASSERT_EQ(start(&instance), 1);
     ASSERT_TRUE(remote.accept());
     const auto began = Clock::now();
-    EXPECT_EQ(remote.ask("stop-viewer"), "ok") << "the reply still goes out";
+    EXPECT_EQ(remote.ask("stop-viewer"), "ok") << "the reply is still sent";
     EXPECT_TRUE(eventually([] { return !isRunning(); }));
-    EXPECT_LE(Clock::now() - began, 2s) << "it does not wait for itself";
+    EXPECT_LE(Clock::now() - began, 2s) << "it does not wait for its own thread";
     EXPECT_EQ(result, -1);
     EXPECT_EQ(startResult, -8);
     EXPECT_EQ(gCmdCallback, nullptr);
     EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), -7);
-    ASSERT_EQ(start(&instance), 1) << "and the next may start";
+    ASSERT_EQ(start(&instance), 1) << "and the next agent may start";
     EXPECT_TRUE(remote.accept());
     EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), 1);
 }
 
-TEST(Cleanup, in_a_callback_is_refused_with_another_handle)
+TEST(Cleanup, is_refused_in_a_callback_with_another_handle)
 {
     RemoteService remote(kSession);
     const ScriptedService service({serves()});
     std::atomic<int> result{0};
-    Host::says([&](const std::string &) {
+    Host::setAnswer([&](const std::string &) {
         result = KVO_HWS_cleanupEmbHwsClient(&result);
         return 1;
     });
@@ -364,7 +364,7 @@ TEST(Cleanup, in_a_callback_is_refused_with_another_handle)
     EXPECT_EQ(remote.ask("ping"), "pong");
 }
 
-TEST(Cleanup, of_several_threads_ends_the_agent_once)
+TEST(Cleanup, on_several_threads_ends_the_agent_once)
 {
     RemoteService remote(kSession);
     const ScriptedService service({serves()});

@@ -2,7 +2,7 @@
 #include <kvo_hws/agent.h>
 
 #include "agent/agent_fixture.h"
-#include "agent/conversation.h"
+#include "agent/connected_agent.h"
 
 #include <cstdlib>
 #include <gtest/gtest.h>
@@ -14,61 +14,62 @@
 namespace {
 
 using agent_test::Agent;
-using agent_test::Conversation;
+using agent_test::ConnectedAgent;
 using agent_test::Datagrams;
 using agent_test::Host;
 using agent_test::kMcp;
 using agent_test::listOf;
 using agent_test::Replies;
 
-/// A command of the table and what comes of it, without line ends.
+/// A command of the table with all its effects, texts without line ends.
 struct Command {
     std::string request;
-    std::string answer;             ///< with a control panel, where that matters; a host's 1
-    std::string asked = {};         ///< of the local service
-    std::string reply = {};         ///< of the local service
-    std::string withoutPanel = {};  ///< the answer where there is no control panel, and then the service is not asked
-    std::string told = {};          ///< to the host
+    std::string answer;               ///< with a control panel if that matters, and if the host returns 1
+    std::string serviceRequest = {};  ///< request to the local service
+    std::string reply = {};           ///< its reply
+    std::string withoutPanel = {};    ///< the answer without a control panel; the service then receives no request
+    std::string hostCommand = {};     ///< the host's command
     std::string answerTo0 = {};
     std::string answerToOther = {};
 };
 
 Command refused(const std::string &request, const std::string &answer = "bad request") { return {request, answer}; }
 
-Command asks(const std::string &request, const std::string &asked, const std::string &reply, const std::string &answer)
+Command queries(const std::string &request, const std::string &serviceRequest, const std::string &reply,
+                const std::string &answer)
 {
-    return {request, answer, asked, reply};
+    return {request, answer, serviceRequest, reply};
 }
 
-Command asksPanel(const std::string &request, const std::string &asked, const std::string &reply, const std::string &answer,
-                  const std::string &withoutPanel)
+Command queriesPanel(const std::string &request, const std::string &serviceRequest, const std::string &reply,
+                     const std::string &answer, const std::string &withoutPanel)
 {
-    return {request, answer, asked, reply, withoutPanel};
+    return {request, answer, serviceRequest, reply, withoutPanel};
 }
 
-Command tellsHost(const std::string &request, const std::string &told, const std::string &answerTo1,
+Command callsHost(const std::string &request, const std::string &hostCommand, const std::string &answerTo1,
                   const std::string &answerTo0, const std::string &answerToOther = "failed")
 {
-    return {request, answerTo1, {}, {}, {}, told, answerTo0, answerToOther};
+    return {request, answerTo1, {}, {}, {}, hostCommand, answerTo0, answerToOther};
 }
 
-/// The whole table in its order.
+/// The whole table in order.
 const std::vector<Command> kCommands = {
     {"show-panel-size", "width=1024 height=768 depth=32"},
     {"show-hwid", "hwid=1.2.3.4:89abcdef"},
-    asks("show-input-devices", "showInputDevice=0500000A", "kbd=1 mouse=2 touch=3 vkbd=4", "kbd=1 mouse=2 touch=3 vkbd=4"),
+    queries("show-input-devices", "showInputDevice=0500000A", "kbd=1 mouse=2 touch=3 vkbd=4", "kbd=1 mouse=2 touch=3 vkbd=4"),
     refused("set-backlight=5", "failed: EMB-KVO backlight not supported"),
     refused("set-backlight-brightness=5", "failed: EMB-KVO backlight brightness not supported"),
     refused("set-backlight-brightness-v2=5", "failed: EMB-KVO backlight brightness V2 not supported"),
     refused("get-backlight-brightness-v2=5", "failed: EMB-KVO backlight brightness not supported"),
-    tellsHost("set-darken=1", "set-darken=1", "ok", "failed"),
+    callsHost("set-darken=1", "set-darken=1", "ok", "failed"),
     {"set-disable-numlock=1", "ok"},
     {"set-disable-capslock=0", "ok"},
     {"get-disable-numlock", "disable-numlock=1"},
     {"get-disable-capslock", "disable-capslock=0"},
-    asks("get-station-type", "getStationType=0500000A", "stationtype -1", "station-type=-1"),
-    asks("get-sw-capslock", "getSwCapsLock=0500000A", "swcapslock -1", "sw-capslock=-1"),
-    asks("set-sw-capslock=-1", "setSwCapsLock=-1 0500000A", "ok", "ok"),
+    queries("get-station-type", "getStationType=0500000A", "stationtype -1", "station-type=-1"),
+    queries("get-sw-capslock", "getSwCapsLock=0500000A", "swcapslock -1", "sw-capslock=-1"),
+    queries("set-sw-capslock=-1", "setSwCapsLock=-1 0500000A", "ok", "ok"),
     {"get-kvo-name", "EmbKVO_000000000000"},
     {"get-kvo-priority", "Priority=21:22"},
     {"get-kvo-startup-active", "startup-active=23"},
@@ -78,41 +79,41 @@ const std::vector<Command> kCommands = {
     {"get-screen-on-focus", "screen-on-focus=main screen"},
     {"get-channel-on-focus", "channel-on-focus=25"},
     {"get-t2m2n", "1:2,3"},
-    asksPanel("get-mcpaddr", "getMCPAddress=0500000A", "mcpaddr=17", "mcpaddr=17", "mcpaddr=255"),
-    asksPanel("set-mcpaddr=18", "setMCPAddress=\"18\" 0500000A", "ok", "ok", "ok"),
+    queriesPanel("get-mcpaddr", "getMCPAddress=0500000A", "mcpaddr=17", "mcpaddr=17", "mcpaddr=255"),
+    queriesPanel("set-mcpaddr=18", "setMCPAddress=\"18\" 0500000A", "ok", "ok", "ok"),
     {"get-kvoindex", "kvoindex=26"},
     {"set-kvoindex=26", "ok"},
-    asksPanel("get-dckaddr", "getDCKAddress=0500000A", "dckaddr=19", "dckaddr=19", "dckaddr=255"),
-    asksPanel("get-dckenable", "getDCKEnable=0500000A", "dckenable=1", "dckenable=1", "dckenable=0"),
-    asksPanel("set-dckenable=1", "setDCKEnable=\"1\" 0500000A", "ok", "ok", "ok"),
-    asksPanel("get-cksindex", "getKVOCksIndex=0500000A", "cksindex=20", "cksindex=20", "cksindex=255"),
-    asksPanel("set-cksindex=20", "setKVOCksIndex=\"20\" 0500000A", "ok", "ok", "ok"),
-    asks("invalidate-calibration", "invalidateTouch=0500000A", "ok", "ok"),
-    asks("get-rv4mode", "getRV4Mode=0500000A", "rv4mode=1", "rv4mode=1"),
-    asks("set-rv4mode=1", "setRV4Mode=\"1\" 0500000A", "ok", "ok"),
+    queriesPanel("get-dckaddr", "getDCKAddress=0500000A", "dckaddr=19", "dckaddr=19", "dckaddr=255"),
+    queriesPanel("get-dckenable", "getDCKEnable=0500000A", "dckenable=1", "dckenable=1", "dckenable=0"),
+    queriesPanel("set-dckenable=1", "setDCKEnable=\"1\" 0500000A", "ok", "ok", "ok"),
+    queriesPanel("get-cksindex", "getKVOCksIndex=0500000A", "cksindex=20", "cksindex=20", "cksindex=255"),
+    queriesPanel("set-cksindex=20", "setKVOCksIndex=\"20\" 0500000A", "ok", "ok", "ok"),
+    queries("invalidate-calibration", "invalidateTouch=0500000A", "ok", "ok"),
+    queries("get-rv4mode", "getRV4Mode=0500000A", "rv4mode=1", "rv4mode=1"),
+    queries("set-rv4mode=1", "setRV4Mode=\"1\" 0500000A", "ok", "ok"),
     refused("get-calibparam"),
     refused("set-calibparam=1"),
     refused("simulate-mcp=1"),
     refused("enable-mcp=1"),
     refused("reboot"),
-    tellsHost("show-viewer-active", "show-viewer-active", "active=1", "active=0"),
-    tellsHost("show-current-server", "show-viewer-active", "vncserver=127.0.0.1:3", "none", "none"),
+    callsHost("show-viewer-active", "show-viewer-active", "active=1", "active=0"),
+    callsHost("show-current-server", "show-viewer-active", "vncserver=127.0.0.1:3", "none", "none"),
     refused("start-viewer=10.0.0.9 1 2"),
     refused("start-configured-viewer=1"),
-    tellsHost("stop-viewer-preempt", "stop-viewer-preempt", "ok", "not running"),
-    tellsHost("stop-viewer-noclean", "stop-viewer-noclean", "ok", "not running"),
-    tellsHost("stop-viewer", "stop-viewer", "ok", "not running"),
-    tellsHost("activate-me", "activate-me", "ok", "busy"),
+    callsHost("stop-viewer-preempt", "stop-viewer-preempt", "ok", "not running"),
+    callsHost("stop-viewer-noclean", "stop-viewer-noclean", "ok", "not running"),
+    callsHost("stop-viewer", "stop-viewer", "ok", "not running"),
+    callsHost("activate-me", "activate-me", "ok", "busy"),
     {"servername=main station", "ok"},
-    tellsHost("set-statusline=1,2,Hello, world", "set-statusline=1,2,Hello, world", "ok", "failed"),
+    callsHost("set-statusline=1,2,Hello, world", "set-statusline=1,2,Hello, world", "ok", "failed"),
     {"ping", "pong"},
-    asks("get-softkey-type", "getSoftkeyType=0500000A", "softkey-type=A0", "softkey-type=160"),
-    asks("get-keyboard-caps", "getKeyBoardCaps=0500000A", "keyboard-caps=1F", "keyboard-caps=31"),
-    asks("get-hardware-caps", "getHardwareCaps=0500000A", "hardware-caps=FFFFFFFE", "hardware-caps=4294967294"),
-    asks("get-panel-oem-layout", "getPaneOemLayout=0500000A", "panel-oem-layout=LAYOUT7", "panel-oem-layout=LAYOUT7"),
-    asks("get-panel-rotation", "getPanelRotation=0500000A", "panel-rotation=4", "panel-rotation=4"),
+    queries("get-softkey-type", "getSoftkeyType=0500000A", "softkey-type=A0", "softkey-type=160"),
+    queries("get-keyboard-caps", "getKeyBoardCaps=0500000A", "keyboard-caps=1F", "keyboard-caps=31"),
+    queries("get-hardware-caps", "getHardwareCaps=0500000A", "hardware-caps=FFFFFFFE", "hardware-caps=4294967294"),
+    queries("get-panel-oem-layout", "getPaneOemLayout=0500000A", "panel-oem-layout=LAYOUT7", "panel-oem-layout=LAYOUT7"),
+    queries("get-panel-rotation", "getPanelRotation=0500000A", "panel-rotation=4", "panel-rotation=4"),
     {"set-usb-lock=1:9", "ok"},
-    asks("get-usb-lock", "getUsbLock=0500000A", "usb-lock=1:9", "usb-lock=1:9"),
+    queries("get-usb-lock", "getUsbLock=0500000A", "usb-lock=1:9", "usb-lock=1:9"),
     refused("sync-times=1"),
 };
 
@@ -123,48 +124,49 @@ Replies allReplies()
 {
     Replies replies;
     for (const Command &command : kCommands) {
-        if (!command.asked.empty()) {
-            replies.emplace(command.asked, command.reply);
+        if (!command.serviceRequest.empty()) {
+            replies.emplace(command.serviceRequest, command.reply);
         }
     }
     return replies;
 }
 
-using Circumstances = std::tuple<bool, std::string, int>;  // a control panel in focus, the tag, what the host says
+using Circumstances =
+    std::tuple<bool, std::string, int>;  // whether the focused station has a control panel, the tag, the host's result
 
 class EveryCommand : public testing::TestWithParam<Circumstances> {};
 
-TEST_P(EveryCommand, is_answered)
+TEST_P(EveryCommand, has_the_expected_reply_request_and_callback)
 {
-    const auto &[panel, tag, said] = GetParam();
+    const auto &[panel, tag, hostResult] = GetParam();
     Datagrams datagrams;
-    Conversation conversation(kHostParameters + (panel ? kMcp : ""), allReplies());
-    Host::says(said);
+    ConnectedAgent agent(kHostParameters + (panel ? kMcp : ""), allReplies());
+    Host::setAnswer(hostResult);
     for (const Command &command : kCommands) {
         SCOPED_TRACE(command.request);
         std::string answer = command.answer;
-        if (!command.told.empty() && said != 1) {
-            answer = said == 0 ? command.answerTo0 : command.answerToOther;
+        if (!command.hostCommand.empty() && hostResult != 1) {
+            answer = hostResult == 0 ? command.answerTo0 : command.answerToOther;
         }
-        const bool kept = !panel && !command.withoutPanel.empty();
-        EXPECT_EQ(conversation.ask(tag + command.request), tag + (kept ? command.withoutPanel : answer));
-        EXPECT_EQ(conversation.asked(), listOf(kept ? "" : command.asked));
-        EXPECT_EQ(Host::commands(), listOf(command.told));
+        const bool lacksPanel = !panel && !command.withoutPanel.empty();
+        EXPECT_EQ(agent.ask(tag + command.request), tag + (lacksPanel ? command.withoutPanel : answer));
+        EXPECT_EQ(agent.serviceRequests(), listOf(lacksPanel ? "" : command.serviceRequest));
+        EXPECT_EQ(Host::commands(), listOf(command.hostCommand));
     }
-    EXPECT_EQ(datagrams.texts().size(), 1U) << "the USB lock alone is sent as a datagram";
+    EXPECT_EQ(datagrams.texts().size(), 1U) << "only the USB lock is sent as a datagram";
 }
 
 std::string nameOf(const testing::TestParamInfo<Circumstances> &circumstances)
 {
-    const auto &[panel, tag, said] = circumstances.param;
-    return std::string(panel ? "panel" : "no_panel") + (tag.empty() ? "" : "_tagged") + "_host_says_" +
-           (said < 0 ? "minus_" : "") + std::to_string(std::abs(said));
+    const auto &[panel, tag, hostResult] = circumstances.param;
+    return std::string(panel ? "panel" : "no_panel") + (tag.empty() ? "" : "_tagged") + "_host_returns_" +
+           (hostResult < 0 ? "minus_" : "") + std::to_string(std::abs(hostResult));
 }
 
 INSTANTIATE_TEST_SUITE_P(Agent, EveryCommand,
                          testing::Combine(testing::Bool(), testing::Values("", "042:"), testing::Values(1, 0, -1, 2)), nameOf);
 
-TEST(Commands, stand_in_the_table_s_order)
+TEST(Commands, are_in_the_order_of_the_table)
 {
     ASSERT_EQ(kCommands.size(), std::size(cmds));
     for (std::size_t row = 0; row < std::size(cmds); ++row) {
@@ -172,7 +174,7 @@ TEST(Commands, stand_in_the_table_s_order)
     }
 }
 
-TEST(Commands, that_are_the_same_function_have_one_address)
+TEST(Commands, with_a_shared_handler_have_the_same_address)
 {
     EXPECT_EQ(handle_set_backlight_brightness, handle_get_backlight_brightness_v2);
     EXPECT_NE(handle_set_backlight_brightness, handle_set_backlight_brightness_v2);

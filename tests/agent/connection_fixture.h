@@ -25,7 +25,7 @@ inline const std::string kNextTry = kThread + "Emb-KVO next try to connect to 12
 
 inline int32_t sessionSocket() { return std::atomic_ref(gEmbKvoInst->session.socket).load(); }
 
-/// The messages of the connection thread among all that was logged.
+/// The connection thread's messages in the log.
 inline std::vector<std::string> threadTexts(const support::SyslogCapture &capture)
 {
     std::vector<std::string> texts;

@@ -1,4 +1,4 @@
-// The connection thread where a connection fails, is lost, or a socket is left open.
+// The connection thread when a connection fails, is lost, or leaves a socket open.
 #include <kvo_hws/agent.h>
 #include <kvo_hws/requests.h>
 #include <kvo_hws/runtime.h>
@@ -50,7 +50,7 @@ using testing::ElementsAre;
 using testing::Ge;
 using testing::Lt;
 
-/// Puts a connected socket in @p fd's place, whose error is reported only to a caller that asks for it.
+/// Replaces @p fd with a connected socket whose error is reported only by SO_ERROR.
 void failLater(int fd)
 {
     sockaddr_in place{};
@@ -72,7 +72,7 @@ void failLater(int fd)
     close(nearEnd);
 }
 
-TEST_F(Connection, that_fails_only_after_a_while_is_tried_again)
+TEST_F(Connection, that_fails_late_is_tried_again)
 {
     std::atomic<int> rounds{0};
     RemoteService remote(kSession);
@@ -90,7 +90,7 @@ TEST_F(Connection, that_fails_only_after_a_while_is_tried_again)
     EXPECT_THAT(threadTexts(capture), Contains(kConnect + "connect() returns " + std::to_string(ECONNRESET)));
 }
 
-TEST_F(Connection, that_is_lost_is_made_again_after_5_seconds)
+TEST_F(Connection, that_is_lost_is_restored_after_5_seconds)
 {
     RemoteService remote(kSession);
     const Agent agent;
@@ -104,12 +104,12 @@ TEST_F(Connection, that_is_lost_is_made_again_after_5_seconds)
     ASSERT_TRUE(remote.accept());
     EXPECT_THAT(Clock::now() - lost, AllOf(Ge(5s), Lt(9s)));
     remote.send("g\n");
-    EXPECT_EQ(remote.line(), "bad request\r\n") << "a new connection begins with an empty line";
+    EXPECT_EQ(remote.line(), "bad request\r\n") << "a new connection starts with an empty line";
     EXPECT_EQ(remote.ask("get-kvoindex"), "kvoindex=7");
-    EXPECT_EQ(remote.ask("get-disable-numlock"), "disable-numlock=1") << "kept as long as the agent lives";
+    EXPECT_EQ(remote.ask("get-disable-numlock"), "disable-numlock=1") << "kept for the agent's lifetime";
 }
 
-TEST_F(Connection, that_is_reset_is_made_again)
+TEST_F(Connection, that_is_reset_is_restored)
 {
     RemoteService remote(kSession);
     const SyslogCapture capture;
@@ -123,7 +123,7 @@ TEST_F(Connection, that_is_reset_is_made_again)
                 Contains("In hmiconn_process_one_request: HWS connection to 127.0.0.1:3: Connection reset by peer"));
 }
 
-TEST_F(Connection, that_sends_an_endless_line_is_closed_and_made_again)
+TEST_F(Connection, that_sends_an_endless_line_is_closed_and_restored)
 {
     RemoteService remote(kSession);
     const Agent agent;
@@ -133,7 +133,7 @@ TEST_F(Connection, that_sends_an_endless_line_is_closed_and_made_again)
     EXPECT_TRUE(remote.accept());
 }
 
-TEST_F(Connection, that_cannot_be_waited_for_is_closed_and_made_again)
+TEST_F(Connection, that_cannot_be_polled_is_closed_and_restored)
 {
     RemoteService remote(kSession);
     const SyslogCapture capture;
@@ -163,7 +163,7 @@ TEST_F(Connection, that_cannot_be_waited_for_is_closed_and_made_again)
     EXPECT_TRUE(remote.accept());
 }
 
-TEST_F(Connection, is_not_left_to_a_connect_that_a_signal_interrupts)
+TEST_F(Connection, is_not_left_to_an_interrupted_connect)
 {
     std::atomic<int> rounds{0};
     RemoteService remote(kSession);
@@ -171,34 +171,34 @@ TEST_F(Connection, is_not_left_to_a_connect_that_a_signal_interrupts)
         if (address->sa_family != AF_INET || rounds++ > 0) {
             return support::kPassThrough;
         }
-        // It goes on in the background, as the system does it.
+        // Like the system: an interrupted connect continues in the background.
         EXPECT_EQ(connect(fd, address, length), -1);
         EXPECT_EQ(errno, EINPROGRESS);
         errno = EINTR;
         return -1;
     }}};
     const Agent agent;
-    ASSERT_TRUE(remote.accept(900ms)) << "without another try";
+    ASSERT_TRUE(remote.accept(900ms)) << "without a second try";
     EXPECT_EQ(remote.ask("ping"), "pong");
 }
 
-/// An agent that has failed to connect once and sleeps, with a socket that somebody else has given it.
+/// An agent that has failed to connect once and pauses; the test then gives it a connected socket.
 class OpenSocket : public Connection {
 protected:
-    /// @param age  milliseconds since something was heard on it
-    void give(int32_t age)
+    /// milliseconds since the last activity on the socket
+    void giveSocket(int32_t age)
     {
-        KvoTimeval heard;
-        timeval_get(&heard);
-        heard.tv_sec -= age / 1000;
+        KvoTimeval active;
+        timeval_get(&active);
+        active.tv_sec -= age / 1000;
         awaitPause();
-        giveHeardAt(heard);
+        giveSocketActiveAt(active);
     }
     void awaitPause() const
     {
         ASSERT_TRUE(eventually([&] { return std::ranges::count(capture.texts(), kNextTry) > 0; }));
     }
-    void giveHeardAt(KvoTimeval time)
+    void giveSocketActiveAt(KvoTimeval time)
     {
         ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
         gEmbKvoInst->session.lastActivity = time;
@@ -209,17 +209,17 @@ protected:
     int ends[2] = {-1, -1};
 };
 
-TEST_F(OpenSocket, is_closed_when_nothing_was_heard_for_6_milliseconds)
+TEST_F(OpenSocket, is_closed_after_6_milliseconds_without_activity)
 {
     const Agent agent;
-    give(1000);
+    giveSocket(1000);
     ASSERT_TRUE(eventually([&] { return std::ranges::count(capture.texts(), kConnect + "timeout") > 0; }));
     char byte = 0;
     EXPECT_EQ(read(ends[1], &byte, 1), 0);
     close(ends[1]);
 }
 
-TEST_F(OpenSocket, is_closed_before_the_connect_when_it_is_a_little_older)
+TEST_F(OpenSocket, is_closed_before_the_connect_when_it_is_slightly_older)
 {
     KvoTimeval firstTry{};
     const WithSystemCalls calls{{.connect = [&](int, const sockaddr *address, socklen_t) {
@@ -230,8 +230,8 @@ TEST_F(OpenSocket, is_closed_before_the_connect_when_it_is_a_little_older)
     }}};
     const Agent agent;
     awaitPause();
-    // The next try comes a second after the first at the earliest.
-    giveHeardAt({.tv_sec = firstTry.tv_sec + 1, .tv_usec = firstTry.tv_usec - 20'000});
+    // The next try follows at least one second after the first.
+    giveSocketActiveAt({.tv_sec = firstTry.tv_sec + 1, .tv_usec = firstTry.tv_usec - 20'000});
     ASSERT_TRUE(eventually([&] { return std::ranges::count(capture.texts(), kNextTry) == 2; }));
     const auto texts = threadTexts(capture);
     const auto second = std::ranges::find(texts.begin() + 2, texts.end(), kThread + "connect to 127.0.0.1");
@@ -243,14 +243,14 @@ TEST_F(OpenSocket, is_closed_before_the_connect_when_it_is_a_little_older)
     close(ends[1]);
 }
 
-/// An agent that starts has no socket, whatever was left in the record that programs can write to.
-TEST_F(OpenSocket, of_an_earlier_time_is_closed_before_the_agent_connects)
+/// A starting agent has no socket, whatever is left in the record, which programs can write to.
+TEST_F(OpenSocket, left_from_an_earlier_agent_is_closed_before_the_connect)
 {
     RemoteService remote(kSession);
     KvoTimeval later;
     timeval_get(&later);
-    later.tv_sec += 60;  // fresh, as far as its age tells
-    giveHeardAt(later);
+    later.tv_sec += 60;  // a recent timestamp
+    giveSocketActiveAt(later);
     const Agent agent;
     ASSERT_TRUE(remote.accept());
     EXPECT_EQ(remote.ask("ping"), "pong");
@@ -259,10 +259,10 @@ TEST_F(OpenSocket, of_an_earlier_time_is_closed_before_the_agent_connects)
     close(ends[1]);
 }
 
-TEST_F(OpenSocket, is_kept_when_something_was)
+TEST_F(OpenSocket, is_kept_after_recent_activity)
 {
     const Agent agent;
-    give(-60000);
+    giveSocket(-60000);
     ASSERT_EQ(write(ends[1], "ping\n", 5), 5);
     char answer[7] = {};
     ASSERT_EQ(recv(ends[1], answer, 6, MSG_WAITALL), 6);

@@ -1,4 +1,4 @@
-// The connection thread: where it connects to, how it serves, and what it logs on the way.
+// The connection thread: where it connects to, how it serves requests, and what it logs.
 #include <kvo_hws/agent.h>
 #include <kvo_hws/config.h>
 #include <kvo_hws/requests.h>
@@ -57,7 +57,7 @@ using testing::Lt;
 using testing::Not;
 using testing::StartsWith;
 
-/// The platform's adapter, in the place of its library's: which one is asked for, and what it answers.
+/// Replaces the platform's adapter functions: records which adapter is selected and returns fixed values.
 std::mutex adapterLock;
 std::vector<std::string> adapterCalls;
 std::atomic<bool> adapterIsSlow{false};
@@ -101,7 +101,7 @@ uint32_t getAdapterBroadcastCache() noexcept
 
 namespace {
 
-TEST_F(Connection, is_logged_from_its_beginning_to_its_end)
+TEST_F(Connection, is_logged_from_start_to_end)
 {
     RemoteService remote(kSession);
     const SyslogCapture capture;
@@ -121,7 +121,7 @@ TEST_F(Connection, is_logged_from_its_beginning_to_its_end)
     EXPECT_THAT(texts.back(), AllOf(StartsWith(kThread + "threadID["), EndsWith("] terminates with 0")));
 }
 
-TEST_F(Connection, is_named_by_the_configured_interface)
+TEST_F(Connection, uses_the_name_of_the_configured_interface)
 {
     adapterCalls.clear();
     hws_keywords[0].defaultText = "cell0";
@@ -134,8 +134,8 @@ TEST_F(Connection, is_named_by_the_configured_interface)
     EXPECT_THAT(adapterCalls, ElementsAre(std::string("select ") + sConfData.interface, "read 1", "hardware address"));
 }
 
-/// The platform has one adapter cache: an adapter that was selected is read before another is selected.
-TEST_F(Connection, is_named_by_its_own_interface_while_a_usb_lock_is_set)
+/// The platform has a single adapter cache: the values of a selected adapter are read before another one is selected.
+TEST_F(Connection, uses_its_own_interface_while_a_usb_lock_is_set)
 {
     adapterCalls.clear();
     adapterIsSlow = true;
@@ -158,7 +158,7 @@ TEST_F(Connection, is_named_by_its_own_interface_while_a_usb_lock_is_set)
     EXPECT_THAT(adapterCalls, ElementsAreArray(expected));
 }
 
-TEST_F(Connection, may_be_descriptor_0)
+TEST_F(Connection, works_on_descriptor_0)
 {
     RemoteService remote(kSession);
     const SyslogCapture capture;
@@ -168,7 +168,7 @@ TEST_F(Connection, may_be_descriptor_0)
         ASSERT_TRUE(remote.accept());
         EXPECT_EQ(remote.ask("ping"), "pong");
         EXPECT_EQ(sessionSocket(), 0);
-        // The reply is out a moment before events may be.
+        // The reply is sent a moment before events are allowed.
         EXPECT_TRUE(eventually([&] { return KVO_HWS_sendEmbHwsEvent(agent.instance, "key") == 1; }));
         EXPECT_EQ(remote.line(), "I01:key\r\n");
     }
@@ -176,7 +176,7 @@ TEST_F(Connection, may_be_descriptor_0)
     EXPECT_EQ(sessionSocket(), -1);
 }
 
-TEST_F(Connection, is_waited_on_for_a_second_at_a_time)
+TEST_F(Connection, is_polled_for_one_second_at_a_time)
 {
     RemoteService remote(kSession);
     std::mutex lock;
@@ -201,7 +201,7 @@ TEST_F(Connection, is_waited_on_for_a_second_at_a_time)
     EXPECT_FALSE(waits.empty());
 }
 
-TEST_F(Connection, goes_to_the_port_of_its_session)
+TEST_F(Connection, uses_the_port_of_its_session)
 {
     RemoteService remote(9);
     const Agent agent(parameters("remoteSession=19\n"));
@@ -210,22 +210,22 @@ TEST_F(Connection, goes_to_the_port_of_its_session)
     EXPECT_EQ(gEmbKvoInst->session.display, 9U);
 }
 
-TEST_F(Connection, of_session_13_goes_to_port_5853)
+TEST_F(Connection, of_session_13_uses_port_5853)
 {
     RemoteService remote(3);
     const Agent agent("focusKvoIp=10.0.0.5\nremoteKvoHwsIp=127.0.0.1\nremoteSession=13\n");
     EXPECT_TRUE(remote.accept());
 }
 
-TEST_F(Connection, waits_for_the_remote_side_to_speak)
+TEST_F(Connection, waits_for_the_first_request)
 {
     RemoteService remote(kSession);
     const Agent agent;
     ASSERT_TRUE(remote.accept());
-    EXPECT_EQ(remote.bytes(300ms), "") << "no announcement";
+    EXPECT_EQ(remote.bytes(300ms), "") << "no greeting";
 }
 
-TEST_F(Connection, notes_when_it_was_made)
+TEST_F(Connection, records_the_time_of_its_connect)
 {
     RemoteService remote(kSession);
     KvoTimeval before{};
@@ -237,7 +237,7 @@ TEST_F(Connection, notes_when_it_was_made)
     EXPECT_THAT(timeval_diff(&made, &before), AllOf(Ge(0), Le(5000)));
 }
 
-TEST_F(Connection, sets_no_socket_option_when_it_is_made)
+TEST_F(Connection, sets_no_socket_option_on_connect)
 {
     RemoteService remote(kSession);
     std::atomic<int> options{0};
@@ -250,10 +250,10 @@ TEST_F(Connection, sets_no_socket_option_when_it_is_made)
     EXPECT_TRUE(eventually([] { return sessionSocket() >= 0; }));
     EXPECT_EQ(options, 0);
     EXPECT_EQ(remote.ask("ping"), "pong");
-    EXPECT_EQ(options, 3) << "the first line's no delay, and the corking";
+    EXPECT_EQ(options, 3) << "no-delay for the first line, and corking";
 }
 
-TEST_F(Connection, is_tried_every_second_while_nobody_listens)
+TEST_F(Connection, is_tried_every_second_while_no_process_listens)
 {
     std::mutex lock;
     std::vector<Clock::time_point> tries;
@@ -281,7 +281,7 @@ TEST_F(Connection, is_tried_every_second_while_nobody_listens)
                 ElementsAre(connecting, refused, kNextTry, connecting, refused, kNextTry));
 }
 
-TEST_F(Connection, is_tried_again_where_there_is_no_socket)
+TEST_F(Connection, is_tried_again_after_socket_fails)
 {
     RemoteService remote(kSession);
     std::atomic<int> rounds{0};
@@ -300,7 +300,7 @@ TEST_F(Connection, is_tried_again_where_there_is_no_socket)
     EXPECT_THAT(texts, Contains(kNextTry));
 }
 
-TEST_F(Connection, goes_on_after_a_signal)
+TEST_F(Connection, survives_a_signal)
 {
     RemoteService remote(kSession);
     const SyslogCapture capture;

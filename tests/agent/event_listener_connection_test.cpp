@@ -1,4 +1,4 @@
-// The listener for the events of embedded stations: how it connects, pauses and connects again.
+// The listener for events of embedded stations: how it connects, pauses and reconnects.
 #include <kvo_hws/agent.h>
 #include <kvo_hws/runtime.h>
 
@@ -33,7 +33,7 @@ using agent_test::EventService;
 using agent_test::isFree;
 using agent_test::kThread;
 using agent_test::Listening;
-using agent_test::Told;
+using agent_test::ReceivedEvents;
 using support::eventually;
 using support::SyslogCapture;
 using support::WithSystemCalls;
@@ -66,7 +66,7 @@ TEST_F(EventListener, tries_to_connect_every_second)
     }
     EXPECT_THAT(capture.texts(), Contains(kThread + "oops: all instances used '/tmp/kvo_hws/event_sock'"));
 
-    // Also after its stop was asked for: it ends when a service is there.
+    // A listener that was asked to stop keeps trying: it ends only when a service is there.
     const auto began = Clock::now();
     EXPECT_EQ(listening.stop(), 1);
     EXPECT_THAT(Clock::now() - began, AllOf(Ge(1s), Lt(3s)));
@@ -77,16 +77,16 @@ TEST_F(EventListener, tries_to_connect_every_second)
     };
     const std::size_t before = so_far();
     EXPECT_TRUE(eventually([&] { return so_far() >= before + 2; })) << "it still tries";
-    EXPECT_EQ(KVO_HWS_activateEmbKvoEvents(Told::callback), -8);
-    EXPECT_EQ(KVO_HWS_deactivateEmbKvoEvents(), -1) << "its record has gone";
+    EXPECT_EQ(KVO_HWS_activateEmbKvoEvents(ReceivedEvents::callback), -8);
+    EXPECT_EQ(KVO_HWS_deactivateEmbKvoEvents(), -1) << "its record is gone";
     EXPECT_EQ(capture.texts().back(), "KVO_HWS_deactivateEmbKvoEvents: is still running");
     EventService service;
     ASSERT_TRUE(service.accept());
     EXPECT_TRUE(eventually(isFree));
-    EXPECT_THAT(Told::events(), IsEmpty());
+    EXPECT_THAT(ReceivedEvents::events(), IsEmpty());
 }
 
-TEST_F(EventListener, tries_again_where_there_is_no_socket)
+TEST_F(EventListener, tries_again_after_socket_fails)
 {
     EventService service;
     std::atomic<int> rounds{0};
@@ -103,7 +103,7 @@ TEST_F(EventListener, tries_again_where_there_is_no_socket)
     EXPECT_THAT(Clock::now() - began, AllOf(Ge(1s), Lt(3s)));
 }
 
-TEST_F(EventListener, connects_anew_where_the_connection_ends)
+TEST_F(EventListener, reconnects_after_a_connection_ends)
 {
     EventService service;
     const SyslogCapture capture;
@@ -112,8 +112,8 @@ TEST_F(EventListener, connects_anew_where_the_connection_ends)
     service.stopSending();
     ASSERT_TRUE(service.accept());
     service.publish("again, x\n");
-    ASSERT_TRUE(Told::waitFor(1));
-    EXPECT_FALSE(service.isClosed(0)) << "the service takes a closed connection for a station that has gone";
+    ASSERT_TRUE(ReceivedEvents::waitFor(1));
+    EXPECT_FALSE(service.isClosed(0)) << "the service takes a closed connection for a station that is gone";
     EXPECT_EQ(
         std::ranges::count_if(capture.texts(),
                               [](const std::string &text) { return text.starts_with(kThread + "ReadSocketDyn returns "); }),
@@ -121,7 +121,7 @@ TEST_F(EventListener, connects_anew_where_the_connection_ends)
     EXPECT_EQ(std::ranges::count(capture.texts(), kThread + "try connect to pipe '/tmp/kvo_hws/event_sock'"), 2);
 }
 
-TEST_F(EventListener, connects_again_at_once_after_a_connection_that_brought_an_event)
+TEST_F(EventListener, reconnects_at_once_after_a_connection_with_an_event)
 {
     EventService service;
     Listening listening;
@@ -131,12 +131,12 @@ TEST_F(EventListener, connects_again_at_once_after_a_connection_that_brought_an_
         service.publish("event, x\nno comma\n");
         service.stopSending();
     }
-    EXPECT_LT(Clock::now() - began, 4s) << "without seven pauses of a second";
-    EXPECT_TRUE(Told::waitFor(8));
+    EXPECT_LT(Clock::now() - began, 4s) << "without seven pauses of one second";
+    EXPECT_TRUE(ReceivedEvents::waitFor(8));
 }
 
-/// However long it lasted, and whatever else came.
-TEST_F(EventListener, pauses_after_a_connection_that_brought_no_event)
+/// However long the connection lasted, and whatever else was received.
+TEST_F(EventListener, pauses_after_a_connection_without_an_event)
 {
     EventService service;
     Listening listening;
@@ -148,10 +148,10 @@ TEST_F(EventListener, pauses_after_a_connection_that_brought_no_event)
     service.stopSending();
     ASSERT_TRUE(service.accept());
     EXPECT_GE(Clock::now() - ends, 900ms);
-    EXPECT_THAT(Told::events(), IsEmpty());
+    EXPECT_THAT(ReceivedEvents::events(), IsEmpty());
 }
 
-TEST_F(EventListener, is_stopped_while_it_pauses)
+TEST_F(EventListener, stops_while_it_pauses)
 {
     EventService service;
     Listening listening;
@@ -166,20 +166,20 @@ TEST_F(EventListener, is_stopped_while_it_pauses)
     std::this_thread::sleep_for(50ms);
     const auto began = Clock::now();
     EXPECT_EQ(listening.stop(), 1);
-    EXPECT_LE(Clock::now() - began, 800ms) << "before its pause of a second is over";
+    EXPECT_LE(Clock::now() - began, 800ms) << "before its pause of one second is over";
 }
 
-TEST_F(EventListener, pauses_for_its_time_through_signals)
+TEST_F(EventListener, pauses_for_the_full_time_despite_signals)
 {
     EventService service;
     std::atomic<pthread_t> thread{};
     std::mutex lock;
-    std::vector<long> asked;
+    std::vector<long> waits;
     const WithSystemCalls calls{{.select =
                                      [&](timeval *time) {
                                          if (pthread_equal(pthread_self(), thread.load()) != 0) {
                                              const std::lock_guard guard(lock);
-                                             asked.push_back(time->tv_sec * 1000 + time->tv_usec / 1000);
+                                             waits.push_back(time->tv_sec * 1000 + time->tv_usec / 1000);
                                          }
                                          return support::kPassThrough;
                                      },
@@ -201,13 +201,13 @@ TEST_F(EventListener, pauses_for_its_time_through_signals)
     ASSERT_TRUE(service.accept());
     EXPECT_GE(Clock::now() - ends, 900ms);
     const std::lock_guard guard(lock);
-    ASSERT_GE(asked.size(), 2U);
-    EXPECT_TRUE(std::ranges::is_sorted(asked, std::greater())) << "each for what is left";
-    EXPECT_LT(asked.back(), 990) << "a signal does not prolong it";
+    ASSERT_GE(waits.size(), 2U);
+    EXPECT_TRUE(std::ranges::is_sorted(waits, std::greater())) << "each wait is for the remaining time";
+    EXPECT_LT(waits.back(), 990) << "a signal does not prolong the pause";
 }
 
-/// A service that hangs up must use up neither the processor nor the descriptors of the program.
-TEST_F(EventListener, does_not_run_after_a_service_that_hangs_up)
+/// A service that closes every connection must not use up the program's processor time or descriptors.
+TEST_F(EventListener, limits_connects_to_a_service_that_closes_at_once)
 {
     EventService service;
     std::atomic<int> connects{0};
@@ -223,11 +223,11 @@ TEST_F(EventListener, does_not_run_after_a_service_that_hangs_up)
         }
     }
     EXPECT_GE(connects, 2);
-    EXPECT_LE(connects, 4) << "one a second";
+    EXPECT_LE(connects, 4) << "one per second";
     listening.stop();
 }
 
-TEST_F(EventListener, closes_its_connections_when_it_is_stopped)
+TEST_F(EventListener, closes_its_connections_when_it_stops)
 {
     EventService service;
     support::threadsRunning();
@@ -244,7 +244,7 @@ TEST_F(EventListener, closes_its_connections_when_it_is_stopped)
     EXPECT_EQ(support::descriptorsOpen(), before);
 }
 
-TEST_F(EventListener, holds_no_more_than_16_lost_connections)
+TEST_F(EventListener, keeps_at_most_16_lost_connections)
 {
     EventService service;
     Listening listening;
@@ -258,7 +258,7 @@ TEST_F(EventListener, holds_no_more_than_16_lost_connections)
     EXPECT_FALSE(service.isClosed(5));
 }
 
-TEST_F(EventListener, connects_anew_where_it_cannot_wait)
+TEST_F(EventListener, reconnects_when_polling_fails)
 {
     EventService service;
     const SyslogCapture capture;
@@ -278,9 +278,9 @@ TEST_F(EventListener, connects_anew_where_it_cannot_wait)
         ASSERT_TRUE(service.accept());
     }
     service.publish("two, x\n");
-    ASSERT_TRUE(eventually([] { return !Told::events().empty() && Told::events().back().first == "two"; }));
+    ASSERT_TRUE(eventually([] { return !ReceivedEvents::events().empty() && ReceivedEvents::events().back().first == "two"; }));
     EXPECT_EQ(std::ranges::count(capture.texts(), kThread + "select returns " + std::to_string(ENOMEM) + "==> timeout"), 1)
-        << "in the words of a time-out";
+        << "with the message of a timeout";
     EXPECT_EQ(std::ranges::count(capture.texts(), kThread + "select returns " + std::to_string(EINTR) + "==> timeout"), 0);
 }
 

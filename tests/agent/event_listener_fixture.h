@@ -1,4 +1,4 @@
-// A service that publishes events, and a host that notes the events it was called with.
+// A service that publishes events, and a host that records them.
 #pragma once
 
 #include <kvo_hws/agent.h>
@@ -31,8 +31,8 @@ using Event = std::pair<std::string, std::string>;
 inline constexpr const char *kPath = "/tmp/kvo_hws/event_sock";
 inline const std::string kThread = "embKvoEventsThread: ";
 
-/// The events that the host's callback was called with.
-class Told {
+/// The events that the host's callback received.
+class ReceivedEvents {
 public:
     static void callback(const char *name, const char *data)
     {
@@ -51,7 +51,7 @@ public:
         const std::lock_guard guard(lock_);
         return events_;
     }
-    static void then(std::function<void()> work)
+    static void onEvent(std::function<void()> work)
     {
         const std::lock_guard guard(lock_);
         then_ = std::move(work);
@@ -90,7 +90,7 @@ public:
         unlink(kPath);
     }
 
-    /// Waits for the listener; events go to the newest connection.
+    /// Waits for the listener to connect; events go to the newest connection.
     bool accept(std::chrono::milliseconds within = 10s)
     {
         pollfd waiting{.fd = listener_, .events = POLLIN, .revents = 0};
@@ -106,7 +106,7 @@ public:
     }
     void stopSending() const { shutdown(connections_.back(), SHUT_WR); }
     void stopSending(std::size_t connection) const { shutdown(connections_[connection], SHUT_WR); }
-    /// Whether the listener has closed a connection.
+    /// Whether the listener has closed this connection.
     [[nodiscard]] bool isClosed(std::size_t connection) const
     {
         char byte = 0;
@@ -124,10 +124,10 @@ private:
     std::vector<int> connections_;
 };
 
-/// Activates for a scope.
+/// Activates the listener for a scope.
 class Listening {
 public:
-    Listening() { EXPECT_EQ(KVO_HWS_activateEmbKvoEvents(Told::callback), 1); }
+    Listening() { EXPECT_EQ(KVO_HWS_activateEmbKvoEvents(ReceivedEvents::callback), 1); }
     Listening(const Listening &) = delete;
     Listening &operator=(const Listening &) = delete;
     ~Listening() { stop(); }
@@ -138,10 +138,10 @@ private:
     bool stopped_ = false;
 };
 
-/// Whether a listener could be activated: none is left.
+/// Whether a new listener can be activated, that is, whether none is left.
 inline bool isFree()
 {
-    if (KVO_HWS_activateEmbKvoEvents(Told::callback) != 1) {
+    if (KVO_HWS_activateEmbKvoEvents(ReceivedEvents::callback) != 1) {
         return false;
     }
     KVO_HWS_deactivateEmbKvoEvents();
@@ -150,7 +150,7 @@ inline bool isFree()
 
 class EventListener : public testing::Test {
 protected:
-    void SetUp() override { Told::then({}); }
+    void SetUp() override { ReceivedEvents::onEvent({}); }
 
     const support::MessagesOn messages;
 };

@@ -1,4 +1,4 @@
-// The listener for the events of embedded stations: which events it hands to the host, and how.
+// The listener for events of embedded stations: which events it passes to the host, and how.
 #include <kvo_hws/agent.h>
 #include <kvo_hws/runtime.h>
 
@@ -27,7 +27,7 @@ using agent_test::EventService;
 using agent_test::isFree;
 using agent_test::kThread;
 using agent_test::Listening;
-using agent_test::Told;
+using agent_test::ReceivedEvents;
 using support::eventually;
 using support::SyslogCapture;
 using support::WithSystemCalls;
@@ -35,7 +35,7 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-TEST_F(EventListener, tells_the_host_name_and_data)
+TEST_F(EventListener, passes_name_and_data_to_the_host)
 {
     EventService service;
     const SyslogCapture capture;
@@ -44,13 +44,14 @@ TEST_F(EventListener, tells_the_host_name_and_data)
         ASSERT_TRUE(service.accept());
         service.publish("panel, 10.0.0.5 on\n");
         service.publish("a,  two blanks\nb,xdata\nc,\nd, \n1234567890123456789, the longest name\n, no name\ne, 1, 2\n");
-        ASSERT_TRUE(Told::waitFor(8));
+        ASSERT_TRUE(ReceivedEvents::waitFor(8));
         EXPECT_EQ(listening.stop(), 1);
     }
-    EXPECT_THAT(Told::events(), ElementsAre(Event("panel", "10.0.0.5 on"), Event("a", " two blanks"), Event("b", "data"),
-                                            Event("c", ""), Event("d", ""), Event("1234567890123456789", "the longest name"),
-                                            Event("", "no name"), Event("e", "1, 2")))
-        << "the data begins two characters behind the comma, whatever the second is";
+    EXPECT_THAT(ReceivedEvents::events(),
+                ElementsAre(Event("panel", "10.0.0.5 on"), Event("a", " two blanks"), Event("b", "data"), Event("c", ""),
+                            Event("d", ""), Event("1234567890123456789", "the longest name"), Event("", "no name"),
+                            Event("e", "1, 2")))
+        << "the data begins two characters after the comma, whatever the second one is";
     const auto texts = capture.texts();
     ASSERT_GE(texts.size(), 4U);
     EXPECT_EQ(texts[0], kThread + "try connect to pipe '/tmp/kvo_hws/event_sock'");
@@ -66,20 +67,20 @@ TEST_F(EventListener, drops_keep_alives)
     const Listening listening;
     ASSERT_TRUE(service.accept());
     service.publish("Alive?\nAlive?, here\nAlive? \nalive?, x\nend, x\n");
-    ASSERT_TRUE(Told::waitFor(3));
-    EXPECT_THAT(Told::events(), ElementsAre(Event("Alive?", "here"), Event("alive?", "x"), Event("end", "x")));
+    ASSERT_TRUE(ReceivedEvents::waitFor(3));
+    EXPECT_THAT(ReceivedEvents::events(), ElementsAre(Event("Alive?", "here"), Event("alive?", "x"), Event("end", "x")));
     EXPECT_THAT(capture.texts(), Contains(kThread + "Got event: Alive?\n"));
 }
 
-TEST_F(EventListener, drops_events_without_a_name_that_it_can_tell)
+TEST_F(EventListener, drops_events_without_a_recognizable_name)
 {
     EventService service;
     const SyslogCapture capture;
     const Listening listening;
     ASSERT_TRUE(service.accept());
     service.publish("no comma\n\n12345678901234567890, one too long\nend, x\n");
-    ASSERT_TRUE(Told::waitFor(1));
-    EXPECT_THAT(Told::events(), ElementsAre(Event("end", "x")));
+    ASSERT_TRUE(ReceivedEvents::waitFor(1));
+    EXPECT_THAT(ReceivedEvents::events(), ElementsAre(Event("end", "x")));
     EXPECT_EQ(std::ranges::count(capture.texts(),
                                  kThread + "event dropped: a name of at most 19 characters and a comma are expected"),
               3);
@@ -92,17 +93,17 @@ TEST_F(EventListener, reads_events_of_any_length_and_in_pieces)
     ASSERT_TRUE(service.accept());
     const std::string data(100'000, 'd');
     std::thread writer([&] { service.publish("long, " + data + "\n"); });
-    ASSERT_TRUE(Told::waitFor(1));
+    ASSERT_TRUE(ReceivedEvents::waitFor(1));
     writer.join();
-    EXPECT_EQ(Told::events().front().second, data);
+    EXPECT_EQ(ReceivedEvents::events().front().second, data);
     service.publish("pie");
     std::this_thread::sleep_for(50ms);
     service.publish("ces, %s%n\n");
-    ASSERT_TRUE(Told::waitFor(2));
-    EXPECT_EQ(Told::events().back(), Event("pieces", "%s%n"));
+    ASSERT_TRUE(ReceivedEvents::waitFor(2));
+    EXPECT_EQ(ReceivedEvents::events().back(), Event("pieces", "%s%n"));
 }
 
-TEST_F(EventListener, tells_that_nothing_has_come)
+TEST_F(EventListener, logs_that_nothing_was_received)
 {
     EventService service;
     const SyslogCapture capture;
@@ -124,7 +125,7 @@ TEST_F(EventListener, connects_with_the_whole_address)
     EXPECT_EQ(length, sizeof(sockaddr_un));
 }
 
-TEST_F(EventListener, tells_nothing_once_it_is_stopped)
+TEST_F(EventListener, calls_the_host_no_more_once_stopped)
 {
     EventService service;
     Listening listening;
@@ -134,14 +135,14 @@ TEST_F(EventListener, tells_nothing_once_it_is_stopped)
     EXPECT_EQ(listening.stop(), 1);
     service.publish("line, x\n");
     EXPECT_TRUE(eventually([&] { return service.isClosed(0); }));
-    EXPECT_THAT(Told::events(), IsEmpty());
+    EXPECT_THAT(ReceivedEvents::events(), IsEmpty());
 }
 
-TEST_F(EventListener, calls_the_host_on_a_thread_that_nobody_joins)
+TEST_F(EventListener, calls_the_host_on_a_detached_thread)
 {
     EventService service;
     std::atomic<int> result{0};
-    Told::then([&] { result = kvo_hws_detach_thread(); });
+    ReceivedEvents::onEvent([&] { result = kvo_hws_detach_thread(); });
     const Listening listening;
     ASSERT_TRUE(service.accept());
     service.publish("one, x\n");
@@ -149,30 +150,30 @@ TEST_F(EventListener, calls_the_host_on_a_thread_that_nobody_joins)
     EXPECT_EQ(result, -1);
 }
 
-TEST_F(EventListener, goes_on_where_the_host_throws)
+TEST_F(EventListener, continues_when_the_host_throws)
 {
     EventService service;
-    Told::then([] { throw 1; });
+    ReceivedEvents::onEvent([] { throw 1; });
     const Listening listening;
     ASSERT_TRUE(service.accept());
     service.publish("one, x\ntwo, x\n");
-    EXPECT_TRUE(Told::waitFor(2));
+    EXPECT_TRUE(ReceivedEvents::waitFor(2));
 }
 
 TEST_F(EventListener, may_be_stopped_by_its_callback)
 {
     EventService service;
     std::atomic<int> result{0};
-    Told::then([&] { result = KVO_HWS_deactivateEmbKvoEvents(); });
+    ReceivedEvents::onEvent([&] { result = KVO_HWS_deactivateEmbKvoEvents(); });
     const SyslogCapture capture;
-    EXPECT_EQ(KVO_HWS_activateEmbKvoEvents(Told::callback), 1);
+    EXPECT_EQ(KVO_HWS_activateEmbKvoEvents(ReceivedEvents::callback), 1);
     ASSERT_TRUE(service.accept());
     service.publish("one, x\ntwo, x\n");
     ASSERT_TRUE(eventually([&] { return result != 0; }));
     EXPECT_EQ(result, 1);
-    Told::then({});
+    ReceivedEvents::onEvent({});
     EXPECT_TRUE(eventually(isFree));
-    EXPECT_THAT(Told::events(), IsEmpty()) << "not even what had come already";
+    EXPECT_THAT(ReceivedEvents::events(), IsEmpty()) << "not even events that were already received";
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The listener for the events of embedded stations: its thread, from the activation to the end of a stop.
+// The listener for events of embedded stations: its thread, from activation to the end of a stop.
 #include <kvo_hws/agent.h>
 #include <kvo_hws/runtime.h>
 
@@ -28,7 +28,7 @@ using agent_test::EventListener;
 using agent_test::EventService;
 using agent_test::isFree;
 using agent_test::Listening;
-using agent_test::Told;
+using agent_test::ReceivedEvents;
 using support::eventually;
 using support::SyslogCapture;
 using support::WithSystemCalls;
@@ -40,8 +40,8 @@ TEST_F(EventListener, needs_a_callback_and_no_other_listener)
     EventService service;
     EXPECT_EQ(KVO_HWS_activateEmbKvoEvents(nullptr), -7);
     Listening listening;
-    EXPECT_EQ(KVO_HWS_activateEmbKvoEvents(Told::callback), -8);
-    EXPECT_EQ(KVO_HWS_activateEmbKvoEvents(nullptr), -8) << "that comes first";
+    EXPECT_EQ(KVO_HWS_activateEmbKvoEvents(ReceivedEvents::callback), -8);
+    EXPECT_EQ(KVO_HWS_activateEmbKvoEvents(nullptr), -8) << "the missing callback is checked first";
     ASSERT_TRUE(service.accept());
     EXPECT_EQ(listening.stop(), 1);
     EXPECT_TRUE(eventually(isFree));
@@ -58,15 +58,15 @@ TEST_F(EventListener, without_a_thread_is_not_active)
 {
     {
         const WithSystemCalls calls{{.pthreadCreate = [] { return EAGAIN; }}};
-        EXPECT_EQ(KVO_HWS_activateEmbKvoEvents(Told::callback), -1);
+        EXPECT_EQ(KVO_HWS_activateEmbKvoEvents(ReceivedEvents::callback), -1);
     }
     EXPECT_EQ(KVO_HWS_deactivateEmbKvoEvents(), -1);
     EventService service;
     const Listening listening;
-    EXPECT_TRUE(service.accept()) << "the next one works";
+    EXPECT_TRUE(service.accept()) << "the next activation works";
 }
 
-TEST_F(EventListener, is_woken_by_its_stop)
+TEST_F(EventListener, wakes_up_when_stopped)
 {
     EventService service;
     Listening listening;
@@ -74,16 +74,16 @@ TEST_F(EventListener, is_woken_by_its_stop)
     std::this_thread::sleep_for(100ms);
     const auto began = Clock::now();
     EXPECT_EQ(listening.stop(), 1);
-    EXPECT_LE(Clock::now() - began, 500ms) << "well before its wait of a second is over";
+    EXPECT_LE(Clock::now() - began, 500ms) << "long before its wait of one second is over";
 }
 
-TEST_F(EventListener, is_woken_by_a_stop_that_comes_just_before_its_wait)
+TEST_F(EventListener, wakes_up_when_stopped_just_before_its_wait)
 {
     EventService service;
     std::atomic<bool> isAboutToWait{false};
     const WithSystemCalls calls{{.poll = [&](pollfd *, nfds_t, int milliseconds) {
         if (milliseconds == 1000 && !isAboutToWait.exchange(true)) {
-            std::this_thread::sleep_for(60ms);  // the stop's first signal is over when this returns
+            std::this_thread::sleep_for(60ms);  // the stop has sent its first signal by then
         }
         return support::kPassThrough;
     }}};
@@ -92,11 +92,11 @@ TEST_F(EventListener, is_woken_by_a_stop_that_comes_just_before_its_wait)
     ASSERT_TRUE(eventually([&] { return isAboutToWait.load(); }));
     const auto began = Clock::now();
     EXPECT_EQ(listening.stop(), 1);
-    EXPECT_LE(Clock::now() - began, 500ms) << "well before its wait of a second is over";
+    EXPECT_LE(Clock::now() - began, 500ms) << "long before its wait of one second is over";
     EXPECT_TRUE(isFree());
 }
 
-/// A thread that has ended is no thread to signal: its number may be another's.
+/// The library must not signal a thread that has ended: another thread may have its id.
 class SignalledListener : public EventListener, public testing::WithParamInterface<int> {};
 
 INSTANTIATE_TEST_SUITE_P(Signal, SignalledListener, testing::Values(1, 2));
@@ -111,9 +111,9 @@ TEST_P(SignalledListener, does_not_end_while_it_is_signalled)
             return support::kPassThrough;
         }
         if (signals < GetParam()) {
-            return 0;  // lost on it
+            return 0;  // the signal has no effect
         }
-        // It is woken by something else, and sees the stop.
+        // Another event wakes the listener, and it sees the stop.
         service.publish("Alive?\n");
         std::this_thread::sleep_for(200ms);
         EXPECT_FALSE(hasEnded);
@@ -135,7 +135,7 @@ TEST_P(SignalledListener, does_not_end_while_it_is_signalled)
     EXPECT_TRUE(eventually([&] { return hasEnded.load(); }));
 }
 
-TEST_F(EventListener, takes_its_thread_out_of_its_record_when_it_ends)
+TEST_F(EventListener, removes_its_thread_from_its_record_when_it_ends)
 {
     EventService service;
     Notify *record = nullptr;
@@ -151,11 +151,11 @@ TEST_F(EventListener, takes_its_thread_out_of_its_record_when_it_ends)
     DeleteNotify(&record);
 }
 
-TEST_F(EventListener, is_waited_for_in_ten_parts_of_a_second)
+TEST_F(EventListener, is_waited_for_in_ten_parts_of_one_second)
 {
     EventService service;
     std::atomic<bool> goOn{false};
-    Told::then([&] {
+    ReceivedEvents::onEvent([&] {
         while (!goOn) {
             std::this_thread::sleep_for(1ms);
         }
@@ -163,7 +163,7 @@ TEST_F(EventListener, is_waited_for_in_ten_parts_of_a_second)
     Listening listening;
     ASSERT_TRUE(service.accept());
     service.publish("event, x\n");
-    ASSERT_TRUE(Told::waitFor(1));
+    ASSERT_TRUE(ReceivedEvents::waitFor(1));
     std::vector<timeval> waits;
     {
         const WithSystemCalls calls{{.select = [&, own = std::this_thread::get_id()](timeval *time) {
@@ -171,7 +171,7 @@ TEST_F(EventListener, is_waited_for_in_ten_parts_of_a_second)
                 return support::kPassThrough;
             }
             waits.push_back(*time);
-            return 0;  // the time is over
+            return 0;  // the timeout has expired
         }}};
         listening.stop();
     }
@@ -193,7 +193,7 @@ TEST_F(EventListener, may_be_activated_again_at_once)
     }
 }
 
-TEST_F(EventListener, without_memory_is_not_active)
+TEST_F(EventListener, is_not_active_without_memory)
 {
     if (const char *const reason = support::FailingAllocations::unavailable()) {
         GTEST_SKIP() << reason;
@@ -201,13 +201,13 @@ TEST_F(EventListener, without_memory_is_not_active)
     int result = 0;
     {
         const support::FailingAllocations none;
-        result = KVO_HWS_activateEmbKvoEvents(Told::callback);
+        result = KVO_HWS_activateEmbKvoEvents(ReceivedEvents::callback);
     }
     EXPECT_EQ(result, -1);
     EXPECT_EQ(KVO_HWS_deactivateEmbKvoEvents(), -1);
 }
 
-TEST_F(EventListener, is_activated_and_stopped_by_several_threads)
+TEST_F(EventListener, may_be_activated_and_stopped_by_several_threads)
 {
     EventService service;
     std::atomic<bool> ending{false};
@@ -222,7 +222,7 @@ TEST_F(EventListener, is_activated_and_stopped_by_several_threads)
     for (int thread = 0; thread < 3; ++thread) {
         threads.emplace_back([&] {
             while (Clock::now() < until) {
-                const int result = KVO_HWS_activateEmbKvoEvents(Told::callback);
+                const int result = KVO_HWS_activateEmbKvoEvents(ReceivedEvents::callback);
                 EXPECT_TRUE(result == 1 || result == -8) << result;
                 started += result == 1 ? 1 : 0;
                 KVO_HWS_deactivateEmbKvoEvents();
@@ -238,10 +238,10 @@ TEST_F(EventListener, is_activated_and_stopped_by_several_threads)
     acceptor.join();
 }
 
-TEST_F(EventListener, may_be_several_threads_of_which_the_last_tells_that_they_have_ended)
+TEST_F(EventListener, stops_when_the_last_of_several_threads_ends)
 {
     EventService service;
-    // Only what comes ends a wait, so that it is seen which thread it ends.
+    // Only an event ends a wait, so the test knows which thread it ends.
     std::atomic<int> waiting = 0;
     const WithSystemCalls calls{{.poll = [&](pollfd *descriptors, nfds_t count, int) {
         if (!support::calledByLibrary()) {
@@ -258,25 +258,27 @@ TEST_F(EventListener, may_be_several_threads_of_which_the_last_tells_that_they_h
     ASSERT_TRUE(service.accept());
     ASSERT_TRUE(eventually([&] { return std::atomic_ref(record->uiUsers).load() == 2; }));
     const pthread_t second = std::atomic_ref(record->threadWorker).load();
-    ASSERT_TRUE(eventually([&] { return waiting == 2; })) << "a listener that does not wait yet would see the stop by itself";
+    ASSERT_TRUE(eventually([&] { return waiting == 2; }))
+        << "a listener that does not wait yet would see the stop without an event";
     std::atomic_ref(record->uiState).store(NOTIFY_STOP_REQUESTED);
     service.stopSending(0);
     ASSERT_TRUE(eventually([&] { return std::atomic_ref(record->uiUsers).load() == 1; }));
-    EXPECT_TRUE(pthread_equal(std::atomic_ref(record->threadWorker).load(), second)) << "the one that goes on is still woken";
+    EXPECT_TRUE(pthread_equal(std::atomic_ref(record->threadWorker).load(), second))
+        << "the remaining thread can still be woken";
     std::this_thread::sleep_for(50ms);
-    EXPECT_EQ(std::atomic_ref(record->uiState).load(), NOTIFY_STOP_REQUESTED) << "one goes on";
+    EXPECT_EQ(std::atomic_ref(record->uiState).load(), NOTIFY_STOP_REQUESTED) << "one thread is left";
     service.closeAll();
     EXPECT_TRUE(eventually([&] { return std::atomic_ref(record->uiState).load() == NOTIFY_STOP_DONE; }));
     EXPECT_TRUE(eventually(isFree));
     DeleteNotify(&record);
 }
 
-TEST_F(EventListener, installs_the_handler_of_the_signal_that_wakes_it)
+TEST_F(EventListener, installs_the_handler_of_its_wake_up_signal)
 {
     EventService service;
     Notify *record = nullptr;
     ASSERT_EQ(CreateNotify(&record), 0);
-    signal(SIGUSR1, SIG_IGN);  // a program that has put its own in the place since
+    signal(SIGUSR1, SIG_IGN);  // a program that has replaced the handler since
     ASSERT_EQ(kvo_hws_CreateThread(embKvoEventsThread, record), 1);
     ASSERT_TRUE(service.accept());
     struct sigaction action {};
@@ -286,11 +288,11 @@ TEST_F(EventListener, installs_the_handler_of_the_signal_that_wakes_it)
     EXPECT_TRUE(eventually(isFree));
 }
 
-TEST_F(EventListener, waits_a_moment_at_its_end_and_wakes_whoever_waits_for_it)
+TEST_F(EventListener, waits_briefly_at_its_end_and_wakes_the_waiting_thread)
 {
     EventService service;
     Notify *record = nullptr;
-    ASSERT_EQ(CreateNotify(&record), 0);  // this thread is the one that waits
+    ASSERT_EQ(CreateNotify(&record), 0);  // this thread is the waiting one
     ASSERT_EQ(kvo_hws_CreateThread(embKvoEventsThread, record), 1);
     ASSERT_TRUE(service.accept());
     ASSERT_TRUE(eventually([&] { return std::atomic_ref(record->uiState).load() == NOTIFY_RUNNING; }));
@@ -303,14 +305,14 @@ TEST_F(EventListener, waits_a_moment_at_its_end_and_wakes_whoever_waits_for_it)
     std::atomic_ref(record->uiState).store(NOTIFY_STOP_REQUESTED);
     const auto began = Clock::now();
     EXPECT_EQ(WaitShutdown(record, 8000), 1);
-    EXPECT_LE(Clock::now() - began, 3s) << "woken: its own wait is over after 8 s alone";
-    EXPECT_EQ(std::atomic_ref(record->uiState).load(), NOTIFY_STOP_DONE) << "written ahead of the signal";
+    EXPECT_LE(Clock::now() - began, 3s) << "woken: its own wait would last 8 s";
+    EXPECT_EQ(std::atomic_ref(record->uiState).load(), NOTIFY_STOP_DONE) << "set before the signal";
     EXPECT_TRUE(paused);
     EXPECT_TRUE(eventually(isFree));
     DeleteNotify(&record);
 }
 
-TEST_F(EventListener, that_cannot_be_waited_for_is_told)
+TEST_F(EventListener, logs_that_polling_fails)
 {
     EventService service;
     const SyslogCapture capture;
@@ -330,7 +332,7 @@ TEST_F(EventListener, that_cannot_be_waited_for_is_told)
     EXPECT_TRUE(eventually(isFree));
 }
 
-TEST_F(EventListener, that_ends_without_being_asked_leaves_its_record_stopped)
+TEST_F(EventListener, that_ends_without_a_stop_leaves_its_record_stopped)
 {
     EventService service;
     Notify *record = nullptr;
@@ -338,20 +340,20 @@ TEST_F(EventListener, that_ends_without_being_asked_leaves_its_record_stopped)
     ASSERT_EQ(kvo_hws_CreateThread(embKvoEventsThread, record), 1);
     ASSERT_TRUE(service.accept());
     ASSERT_TRUE(eventually([&] { return std::atomic_ref(record->uiState).load() == NOTIFY_RUNNING; }));
-    std::atomic_ref(record->uiState).store(NOTIFY_STOP_DONE);  // as a program's own thread would end it
+    std::atomic_ref(record->uiState).store(NOTIFY_STOP_DONE);  // as if a program's own thread ended it
     EXPECT_TRUE(eventually([&] { return std::atomic_ref(record->uiState).load() == NOTIFY_STOPPED; }));
     EXPECT_TRUE(eventually(isFree));
     DeleteNotify(&record);
 }
 
-TEST_F(EventListener, is_a_thread_that_a_program_may_start_itself)
+TEST_F(EventListener, runs_on_a_thread_started_by_the_program)
 {
     EventService service;
     Notify *record = nullptr;
     ASSERT_EQ(CreateNotify(&record), 0);
     ASSERT_EQ(kvo_hws_CreateThread(embKvoEventsThread, record), 1);
     ASSERT_TRUE(service.accept());
-    EXPECT_EQ(KVO_HWS_activateEmbKvoEvents(Told::callback), -8);
+    EXPECT_EQ(KVO_HWS_activateEmbKvoEvents(ReceivedEvents::callback), -8);
     EXPECT_TRUE(eventually([&] { return std::atomic_ref(record->uiState).load() == NOTIFY_RUNNING; }));
     EXPECT_EQ(std::atomic_ref(record->uiUsers).load(), 1U);
     EXPECT_EQ(KVO_HWS_deactivateEmbKvoEvents(), 1);

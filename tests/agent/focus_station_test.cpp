@@ -35,11 +35,11 @@ TEST_F(FocusStation, is_read_by_its_address)
     const ScriptedService service({support::replies(kStation), support::replies("1:2,3")});
     EXPECT_EQ(init_fb(), 0);
     EXPECT_THAT(service.requests(), ElementsAre("getExDescByIP 0500000A\n", "getKVOt2m2n=0A000005\n"))
-        << "the address as inet_aton stores it, then the one of the description";
+        << "the address as inet_aton stores it, then the address of the description";
     EXPECT_EQ(gFocusKvoIp, 0x0A000005U);
 }
 
-TEST_F(FocusStation, is_read_by_its_name_where_there_is_no_address)
+TEST_F(FocusStation, is_read_by_its_name_without_an_address)
 {
     gFocusKvoIp = 0;
     std::strcpy(gFocusName, "st1");
@@ -49,7 +49,7 @@ TEST_F(FocusStation, is_read_by_its_name_where_there_is_no_address)
     EXPECT_EQ(gFocusKvoIp, 0x0A000005U);
 }
 
-TEST_F(FocusStation, that_is_not_found_is_named_in_the_message)
+TEST_F(FocusStation, is_named_in_the_message_when_not_found)
 {
     const MessagesOn messages;
     {
@@ -57,7 +57,7 @@ TEST_F(FocusStation, that_is_not_found_is_named_in_the_message)
         const SyslogCapture capture;
         EXPECT_EQ(init_fb(), -1);
         EXPECT_THAT(capture.texts(), ElementsAre("init_fb - getDescriptionEx(IP 10.0.0.5) fails with 0"));
-        EXPECT_EQ(gFocusKvoIp, inet_addr("10.0.0.5")) << "as it was";
+        EXPECT_EQ(gFocusKvoIp, inet_addr("10.0.0.5")) << "unchanged";
     }
     gFocusKvoIp = 0;
     std::memset(gFocusName, 'n', sizeof gFocusName - 1);
@@ -86,24 +86,24 @@ TEST_F(FocusStation, without_its_assignment_fails)
     EXPECT_EQ(gFocusKvoIp, 0x0A000005U);
 }
 
-/// Alone in its process: another test's station would still be known.
-TEST_F(FocusStation, is_known_from_its_description_on_and_for_good)
+/// Needs its own process: the station of another test would still be known.
+TEST_F(FocusStation, is_known_once_its_description_is_read)
 {
     agent_test::OwnSession own;
     const std::string size = "width=1024 height=768 depth=32\r\n";
     {
         const ScriptedService service({support::replies(kStation), support::replies("failed")});
         EXPECT_EQ(init_fb(), -1);
-        EXPECT_EQ(own.replyTo(handle_show_panel_size), size) << "though its assignment is not";
+        EXPECT_EQ(own.replyTo(handle_show_panel_size), size) << "although its assignment is not";
     }
     EXPECT_EQ(init_fb(), -1) << "there is no service";
-    EXPECT_EQ(own.replyTo(handle_show_panel_size), size) << "as it was";
+    EXPECT_EQ(own.replyTo(handle_show_panel_size), size) << "unchanged";
 }
 
 TEST_F(FocusStation, takes_an_assignment_of_any_length)
 {
     const ScriptedService service({support::replies(kStation), support::replies(std::string(100'000, 'x'))});
-    EXPECT_EQ(init_fb(), 0) << "cut to its room, as the address sanitizer would tell";
+    EXPECT_EQ(init_fb(), 0) << "cut to its buffer; the address sanitizer would report an overflow";
 }
 
 }  // namespace

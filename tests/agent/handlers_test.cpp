@@ -1,8 +1,8 @@
-// What handlers do with single values, without memory or a host, and where the service does not know the answer.
+// Handlers with single values, without memory, without a host, and with a service that does not know the answer.
 #include <kvo_hws/agent.h>
 
 #include "agent/agent_fixture.h"
-#include "agent/conversation.h"
+#include "agent/connected_agent.h"
 #include "agent/own_session.h"
 #include "support/failing_allocations.h"
 #include "support/scripted_service.h"
@@ -16,7 +16,7 @@
 
 namespace {
 
-using agent_test::Conversation;
+using agent_test::ConnectedAgent;
 using agent_test::Datagrams;
 using agent_test::Host;
 using agent_test::kMcp;
@@ -30,174 +30,174 @@ using testing::IsEmpty;
 struct Answered {
     std::string request;
     std::string answer;
-    std::string asked = {};
+    std::string serviceRequest = {};
 };
 
-void check(Conversation &conversation, const std::vector<Answered> &rows)
+void check(ConnectedAgent &agent, const std::vector<Answered> &rows)
 {
     for (const Answered &row : rows) {
         SCOPED_TRACE(row.request);
-        EXPECT_EQ(conversation.ask(row.request), row.answer);
-        EXPECT_EQ(conversation.asked(), listOf(row.asked));
+        EXPECT_EQ(agent.ask(row.request), row.answer);
+        EXPECT_EQ(agent.serviceRequests(), listOf(row.serviceRequest));
     }
 }
 
-TEST(Handlers, tell_what_the_service_does_not)
+TEST(Handlers, report_that_the_service_has_no_answer)
 {
-    Conversation conversation(kMcp);
-    check(conversation, {{"show-input-devices", "kbd=0 mouse=0 touch=0 vkbd=0", "showInputDevice=0500000A"},
-                         {"get-station-type", "failed: station-type not readable", "getStationType=0500000A"},
-                         {"get-sw-capslock", "failed: sw-capslock not readable", "getSwCapsLock=0500000A"},
-                         {"set-sw-capslock=1", "failed: sw-capslock not writeable", "setSwCapsLock=1 0500000A"},
-                         {"get-rv4mode", "failed: rv4 mode not readable", "getRV4Mode=0500000A"},
-                         {"set-rv4mode=0", "failed: rv4 mode not writeable", "setRV4Mode=\"0\" 0500000A"},
-                         {"get-mcpaddr", "failed: mcp addr not readable", "getMCPAddress=0500000A"},
-                         {"set-mcpaddr=1", "failed: mcp addr not writeable", "setMCPAddress=\"1\" 0500000A"},
-                         {"get-dckaddr", "failed: dck addr not readable", "getDCKAddress=0500000A"},
-                         {"get-dckenable", "failed: dck enable not readable", "getDCKEnable=0500000A"},
-                         {"set-dckenable=0", "failed: kvo index not writeable", "setDCKEnable=\"0\" 0500000A"},
-                         {"get-cksindex", "failed: cks index not readable", "getKVOCksIndex=0500000A"},
-                         {"set-cksindex=1", "failed: cks index not writeable", "setKVOCksIndex=\"1\" 0500000A"},
-                         {"invalidate-calibration", "failed", "invalidateTouch=0500000A"},
-                         {"get-softkey-type", "failed: softkey type not readable", "getSoftkeyType=0500000A"},
-                         {"get-keyboard-caps", "failed: keyboard caps not readable", "getKeyBoardCaps=0500000A"},
-                         {"get-hardware-caps", "failed: hardware caps not readable", "getHardwareCaps=0500000A"},
-                         {"get-panel-oem-layout", "failed: panel oem layout not readable", "getPaneOemLayout=0500000A"},
-                         {"get-panel-rotation", "failed: panel rotation not readable", "getPanelRotation=0500000A"},
-                         {"get-usb-lock", "failed: usb lock not readable", "getUsbLock=0500000A"}});
+    ConnectedAgent agent(kMcp);
+    check(agent, {{"show-input-devices", "kbd=0 mouse=0 touch=0 vkbd=0", "showInputDevice=0500000A"},
+                  {"get-station-type", "failed: station-type not readable", "getStationType=0500000A"},
+                  {"get-sw-capslock", "failed: sw-capslock not readable", "getSwCapsLock=0500000A"},
+                  {"set-sw-capslock=1", "failed: sw-capslock not writeable", "setSwCapsLock=1 0500000A"},
+                  {"get-rv4mode", "failed: rv4 mode not readable", "getRV4Mode=0500000A"},
+                  {"set-rv4mode=0", "failed: rv4 mode not writeable", "setRV4Mode=\"0\" 0500000A"},
+                  {"get-mcpaddr", "failed: mcp addr not readable", "getMCPAddress=0500000A"},
+                  {"set-mcpaddr=1", "failed: mcp addr not writeable", "setMCPAddress=\"1\" 0500000A"},
+                  {"get-dckaddr", "failed: dck addr not readable", "getDCKAddress=0500000A"},
+                  {"get-dckenable", "failed: dck enable not readable", "getDCKEnable=0500000A"},
+                  {"set-dckenable=0", "failed: kvo index not writeable", "setDCKEnable=\"0\" 0500000A"},
+                  {"get-cksindex", "failed: cks index not readable", "getKVOCksIndex=0500000A"},
+                  {"set-cksindex=1", "failed: cks index not writeable", "setKVOCksIndex=\"1\" 0500000A"},
+                  {"invalidate-calibration", "failed", "invalidateTouch=0500000A"},
+                  {"get-softkey-type", "failed: softkey type not readable", "getSoftkeyType=0500000A"},
+                  {"get-keyboard-caps", "failed: keyboard caps not readable", "getKeyBoardCaps=0500000A"},
+                  {"get-hardware-caps", "failed: hardware caps not readable", "getHardwareCaps=0500000A"},
+                  {"get-panel-oem-layout", "failed: panel oem layout not readable", "getPaneOemLayout=0500000A"},
+                  {"get-panel-rotation", "failed: panel rotation not readable", "getPanelRotation=0500000A"},
+                  {"get-usb-lock", "failed: usb lock not readable", "getUsbLock=0500000A"}});
 }
 
-TEST(Handlers, tell_that_input_devices_are_malformed)
+TEST(Handlers, report_malformed_input_devices)
 {
-    Conversation conversation("", {{"showInputDevice=0500000A", "kbd=?"}});
-    check(conversation, {{"show-input-devices", "failed: input devices not readable", "showInputDevice=0500000A"}});
+    ConnectedAgent agent("", {{"showInputDevice=0500000A", "kbd=?"}});
+    check(agent, {{"show-input-devices", "failed: input devices not readable", "showInputDevice=0500000A"}});
 }
 
-TEST(Handlers, tell_that_there_is_no_touch_screen)
+TEST(Handlers, report_a_missing_touch_screen)
 {
-    Conversation conversation("", {{"invalidateTouch=0500000A", "no_touchscreen"}});
-    check(conversation, {{"invalidate-calibration", "no_touchscreen", "invalidateTouch=0500000A"}});
+    ConnectedAgent agent("", {{"invalidateTouch=0500000A", "no_touchscreen"}});
+    check(agent, {{"invalidate-calibration", "no_touchscreen", "invalidateTouch=0500000A"}});
 }
 
-TEST(Handlers, take_numbers_below_256_for_the_control_panel)
+TEST(Handlers, accept_numbers_below_256_for_the_control_panel)
 {
-    Conversation conversation(kMcp, {{"setMCPAddress=\"0\" 0500000A", "ok"},
-                                     {"setMCPAddress=\"255\" 0500000A", "ok"},
-                                     {"setKVOCksIndex=\"255\" 0500000A", "ok"}});
-    check(conversation, {{"set-mcpaddr=", "ok", "setMCPAddress=\"0\" 0500000A"},
-                         {"set-mcpaddr=000255", "ok", "setMCPAddress=\"255\" 0500000A"},
-                         {"set-cksindex=255", "ok", "setKVOCksIndex=\"255\" 0500000A"}});
+    ConnectedAgent agent(kMcp, {{"setMCPAddress=\"0\" 0500000A", "ok"},
+                                {"setMCPAddress=\"255\" 0500000A", "ok"},
+                                {"setKVOCksIndex=\"255\" 0500000A", "ok"}});
+    check(agent, {{"set-mcpaddr=", "ok", "setMCPAddress=\"0\" 0500000A"},
+                  {"set-mcpaddr=000255", "ok", "setMCPAddress=\"255\" 0500000A"},
+                  {"set-cksindex=255", "ok", "setKVOCksIndex=\"255\" 0500000A"}});
     for (const char *const argument : {"256", "4294967297", "99999999999999999999999", "-1", "+1", " 1", "1 ", "0x1", "1a"}) {
         for (const char *const setter : {"set-mcpaddr=", "set-cksindex=", "set-kvoindex="}) {
-            check(conversation, {{setter + std::string(argument), "bad request"}});
+            check(agent, {{setter + std::string(argument), "bad request"}});
         }
     }
 }
 
-TEST(Handlers, check_numbers_also_where_no_control_panel_is_in_focus)
+TEST(Handlers, check_numbers_without_a_control_panel_too)
 {
-    Conversation conversation;
-    check(conversation, {{"set-mcpaddr=", "ok"}, {"set-mcpaddr=256", "bad request"}, {"set-cksindex=x", "bad request"}});
+    ConnectedAgent agent;
+    check(agent, {{"set-mcpaddr=", "ok"}, {"set-mcpaddr=256", "bad request"}, {"set-cksindex=x", "bad request"}});
 }
 
-TEST(Handlers, keep_the_station_index)
+TEST(Handlers, store_the_station_index)
 {
-    Conversation conversation;
-    check(conversation, {{"get-kvoindex", "kvoindex=1"},
-                         {"SET-KVOINDEX=7", "ok"},
-                         {"get-kvoindex", "kvoindex=7"},
-                         {"set-kvoindex=256", "bad request"},
-                         {"get-kvoindex", "kvoindex=7"},
-                         {"set-kvoindex=", "ok"},
-                         {"get-kvoindex", "kvoindex=0"}});
+    ConnectedAgent agent;
+    check(agent, {{"get-kvoindex", "kvoindex=1"},
+                  {"SET-KVOINDEX=7", "ok"},
+                  {"get-kvoindex", "kvoindex=7"},
+                  {"set-kvoindex=256", "bad request"},
+                  {"get-kvoindex", "kvoindex=7"},
+                  {"set-kvoindex=", "ok"},
+                  {"get-kvoindex", "kvoindex=0"}});
 }
 
-TEST(Handlers, take_three_states_of_caps_lock)
+TEST(Handlers, accept_three_states_of_caps_lock)
 {
-    Conversation conversation(
+    ConnectedAgent agent(
         "", {{"setSwCapsLock=-1 0500000A", "ok"}, {"setSwCapsLock=0 0500000A", "ok"}, {"setSwCapsLock=1 0500000A", "ok"}});
-    check(conversation, {{"set-sw-capslock=-1", "ok", "setSwCapsLock=-1 0500000A"},
-                         {"set-sw-capslock=00", "ok", "setSwCapsLock=0 0500000A"},
-                         {"set-sw-capslock=1", "ok", "setSwCapsLock=1 0500000A"}});
-    // Digits and minus signs are read as far as they are a number: remote services send what they have in their field.
-    check(conversation, {{"set-sw-capslock=", "ok", "setSwCapsLock=0 0500000A"},
-                         {"set-sw-capslock=-", "ok", "setSwCapsLock=0 0500000A"},
-                         {"set-sw-capslock=--1", "ok", "setSwCapsLock=0 0500000A"},
-                         {"set-sw-capslock=1-", "ok", "setSwCapsLock=1 0500000A"},
-                         {"set-sw-capslock=-1-2", "ok", "setSwCapsLock=-1 0500000A"}});
+    check(agent, {{"set-sw-capslock=-1", "ok", "setSwCapsLock=-1 0500000A"},
+                  {"set-sw-capslock=00", "ok", "setSwCapsLock=0 0500000A"},
+                  {"set-sw-capslock=1", "ok", "setSwCapsLock=1 0500000A"}});
+    // Digits and minus signs are parsed until they stop being a number: remote services send the content of their field.
+    check(agent, {{"set-sw-capslock=", "ok", "setSwCapsLock=0 0500000A"},
+                  {"set-sw-capslock=-", "ok", "setSwCapsLock=0 0500000A"},
+                  {"set-sw-capslock=--1", "ok", "setSwCapsLock=0 0500000A"},
+                  {"set-sw-capslock=1-", "ok", "setSwCapsLock=1 0500000A"},
+                  {"set-sw-capslock=-1-2", "ok", "setSwCapsLock=-1 0500000A"}});
     for (const char *const argument : {"2", "-2", "2-", "+1", " 1", "1 ", "1x", "4294967297", "18446744073709551617", "x"}) {
-        check(conversation, {{"set-sw-capslock=" + std::string(argument), "bad request"}});
+        check(agent, {{"set-sw-capslock=" + std::string(argument), "bad request"}});
     }
 }
 
-TEST(Handlers, look_only_at_the_first_character_of_a_flag)
+TEST(Handlers, read_only_the_first_character_of_a_flag)
 {
-    Conversation conversation(kMcp, {{"setDCKEnable=\"1\" 0500000A", "ok"},
-                                     {"setDCKEnable=\"0\" 0500000A", "ok"},
-                                     {"setRV4Mode=\"1\" 0500000A", "ok"},
-                                     {"setRV4Mode=\"0\" 0500000A", "ok"}});
-    check(conversation, {{"set-dckenable=1xyz", "ok", "setDCKEnable=\"1\" 0500000A"},
-                         {"set-dckenable=01", "ok", "setDCKEnable=\"0\" 0500000A"},
-                         {"set-rv4mode=1xyz", "ok", "setRV4Mode=\"1\" 0500000A"},
-                         {"set-rv4mode=00", "ok", "setRV4Mode=\"0\" 0500000A"},
-                         {"set-disable-numlock=1xyz", "ok"},
-                         {"get-disable-numlock", "disable-numlock=1"}});
+    ConnectedAgent agent(kMcp, {{"setDCKEnable=\"1\" 0500000A", "ok"},
+                                {"setDCKEnable=\"0\" 0500000A", "ok"},
+                                {"setRV4Mode=\"1\" 0500000A", "ok"},
+                                {"setRV4Mode=\"0\" 0500000A", "ok"}});
+    check(agent, {{"set-dckenable=1xyz", "ok", "setDCKEnable=\"1\" 0500000A"},
+                  {"set-dckenable=01", "ok", "setDCKEnable=\"0\" 0500000A"},
+                  {"set-rv4mode=1xyz", "ok", "setRV4Mode=\"1\" 0500000A"},
+                  {"set-rv4mode=00", "ok", "setRV4Mode=\"0\" 0500000A"},
+                  {"set-disable-numlock=1xyz", "ok"},
+                  {"get-disable-numlock", "disable-numlock=1"}});
     for (const char *const argument : {"", "2", "x1", " 1", "-1"}) {
         for (const char *const setter : {"set-dckenable=", "set-rv4mode=", "set-disable-numlock=", "set-disable-capslock="}) {
-            check(conversation, {{setter + std::string(argument), "bad request"}});
+            check(agent, {{setter + std::string(argument), "bad request"}});
         }
     }
 }
 
-TEST(Handlers, look_at_a_flag_also_where_no_control_panel_is_in_focus)
+TEST(Handlers, check_a_flag_without_a_control_panel_too)
 {
-    Conversation conversation;
-    check(conversation, {{"set-dckenable=1", "ok"}, {"set-dckenable=2", "bad request"}});
+    ConnectedAgent agent;
+    check(agent, {{"set-dckenable=1", "ok"}, {"set-dckenable=2", "bad request"}});
 }
 
-TEST(Handlers, keep_each_key_flag_for_itself)
+TEST(Handlers, store_each_key_flag_separately)
 {
-    Conversation conversation;
-    check(conversation, {{"get-disable-numlock", "disable-numlock=0"},
-                         {"get-disable-capslock", "disable-capslock=0"},
-                         {"set-disable-numlock=1", "ok"},
-                         {"get-disable-numlock", "disable-numlock=1"},
-                         {"get-disable-capslock", "disable-capslock=0"}});
+    ConnectedAgent agent;
+    check(agent, {{"get-disable-numlock", "disable-numlock=0"},
+                  {"get-disable-capslock", "disable-capslock=0"},
+                  {"set-disable-numlock=1", "ok"},
+                  {"get-disable-numlock", "disable-numlock=1"},
+                  {"get-disable-capslock", "disable-capslock=0"}});
     EXPECT_EQ(gEmbKvoInst->session.keyFlags, 2U);
-    check(conversation, {{"set-disable-capslock=1", "ok"},
-                         {"set-disable-numlock=0", "ok"},
-                         {"get-disable-numlock", "disable-numlock=0"},
-                         {"get-disable-capslock", "disable-capslock=1"}});
+    check(agent, {{"set-disable-capslock=1", "ok"},
+                  {"set-disable-numlock=0", "ok"},
+                  {"get-disable-numlock", "disable-numlock=0"},
+                  {"get-disable-capslock", "disable-capslock=1"}});
     EXPECT_EQ(gEmbKvoInst->session.keyFlags, 4U);
 }
 
 TEST(Handlers, replace_the_channel_info)
 {
-    Conversation conversation;
+    ConnectedAgent agent;
     EXPECT_EQ(hws_channel_info, nullptr);
-    check(conversation, {{"get-channel-info", "channel-info="},
-                         {"set-channel-info=one", "ok"},
-                         {"set-channel-info=two: 50% = \"half\"", "ok"},
-                         {"get-channel-info", "channel-info=two: 50% = \"half\""}});
+    check(agent, {{"get-channel-info", "channel-info="},
+                  {"set-channel-info=one", "ok"},
+                  {"set-channel-info=two: 50% = \"half\"", "ok"},
+                  {"get-channel-info", "channel-info=two: 50% = \"half\""}});
     EXPECT_STREQ(hws_channel_info, "two: 50% = \"half\"");
-    check(conversation, {{"set-channel-info=", "ok"}, {"get-channel-info", "channel-info="}});
+    check(agent, {{"set-channel-info=", "ok"}, {"get-channel-info", "channel-info="}});
     EXPECT_EQ(hws_channel_info, nullptr);
 }
 
-TEST(Handlers, keep_the_remote_side_s_name)
+TEST(Handlers, store_the_name_of_the_remote_side)
 {
-    Conversation conversation;
+    ConnectedAgent agent;
     const HmiServer &server = gEmbKvoInst->server;
     EXPECT_EQ(server.name, nullptr);
-    check(conversation, {{"servername=alpha", "ok"}, {"servername=beta.plant", "ok"}});
+    check(agent, {{"servername=alpha", "ok"}, {"servername=beta.plant", "ok"}});
     EXPECT_STREQ(server.name, "beta.plant");
-    check(conversation, {{"servername=", "ok"}});
+    check(agent, {{"servername=", "ok"}});
     EXPECT_EQ(server.name, nullptr);
 }
 
 bool isStationKnown() { return OwnSession().replyTo(handle_show_panel_size).starts_with("width="); }
 
-TEST(Handlers, that_get_no_memory_keep_the_channel_info)
+TEST(Handlers, keep_the_channel_info_when_out_of_memory)
 {
     if (const char *const reason = support::FailingAllocations::unavailable()) {
         GTEST_SKIP() << reason;
@@ -209,12 +209,12 @@ TEST(Handlers, that_get_no_memory_keep_the_channel_info)
         const support::FailingAllocations none;
         handle_set_channel_info(&own.session, nullptr, argument.data());
     }
-    EXPECT_EQ(own.heard(), "failed: out of memory\r\n");
+    EXPECT_EQ(own.received(), "failed: out of memory\r\n");
     EXPECT_STREQ(hws_channel_info, "one");
     EXPECT_EQ(own.replyTo(handle_set_channel_info, ""), "ok\r\n");
 }
 
-TEST(Handlers, that_get_no_memory_have_no_remote_name)
+TEST(Handlers, have_no_remote_name_when_out_of_memory)
 {
     if (const char *const reason = support::FailingAllocations::unavailable()) {
         GTEST_SKIP() << reason;
@@ -226,37 +226,36 @@ TEST(Handlers, that_get_no_memory_have_no_remote_name)
         const support::FailingAllocations none;
         handle_servername(&own.session, nullptr, argument.data());
     }
-    EXPECT_EQ(own.heard(), "ok\r\n");
+    EXPECT_EQ(own.received(), "ok\r\n");
     EXPECT_EQ(own.server.name, nullptr);
 }
 
-TEST(Handlers, tell_numbers_as_large_as_they_come)
+TEST(Handlers, report_the_largest_numbers)
 {
-    Conversation conversation(
-        "suspendLock=4294967295\nsuspendPrio=4294967295\nstartupActive=4294967294\nstartupPrio=4294967295\n"
-        "channelOnFocus=4294967295\n",
-        {{"getSoftkeyType=0500000A", "softkey-type=FFFFFFFE"},
-         {"getExDescByIP 0500000A", "0500000A FFFFFFFF 00000300 00000020 00000003 st1 00000000 00000000 "
-                                    "FFFFFFFF 00000002 00000003 00000004 0000000A "}});
-    check(conversation, {{"get-kvo-priority", "Priority=4294967295:-1"},
-                         {"get-kvo-startup-active", "startup-active=4294967294"},
-                         {"get-kvo-startup-prio", "startup-prio=4294967295"},
-                         {"get-channel-on-focus", "channel-on-focus=4294967295"},
-                         {"get-softkey-type", "softkey-type=4294967294", "getSoftkeyType=0500000A"},
-                         {"show-panel-size", "width=-1 height=768 depth=32"},
-                         {"show-hwid", "hwid=4294967295.2.3.4:0000000a"}});
+    ConnectedAgent agent("suspendLock=4294967295\nsuspendPrio=4294967295\nstartupActive=4294967294\nstartupPrio=4294967295\n"
+                         "channelOnFocus=4294967295\n",
+                         {{"getSoftkeyType=0500000A", "softkey-type=FFFFFFFE"},
+                          {"getExDescByIP 0500000A", "0500000A FFFFFFFF 00000300 00000020 00000003 st1 00000000 00000000 "
+                                                     "FFFFFFFF 00000002 00000003 00000004 0000000A "}});
+    check(agent, {{"get-kvo-priority", "Priority=4294967295:-1"},
+                  {"get-kvo-startup-active", "startup-active=4294967294"},
+                  {"get-kvo-startup-prio", "startup-prio=4294967295"},
+                  {"get-channel-on-focus", "channel-on-focus=4294967295"},
+                  {"get-softkey-type", "softkey-type=4294967294", "getSoftkeyType=0500000A"},
+                  {"show-panel-size", "width=-1 height=768 depth=32"},
+                  {"show-hwid", "hwid=4294967295.2.3.4:0000000a"}});
 }
 
-TEST(Handlers, tell_the_station_s_text_whole)
+TEST(Handlers, report_the_whole_station_text)
 {
     const std::string text(1023, 't');
-    Conversation conversation("", {{"getKVOt2m2n=0500000A", text}});
-    check(conversation, {{"get-t2m2n", text}});
+    ConnectedAgent agent("", {{"getKVOt2m2n=0500000A", text}});
+    check(agent, {{"get-t2m2n", text}});
 }
 
-TEST(Handlers, know_nothing_of_a_station_that_was_never_read)
+TEST(Handlers, report_no_station_that_was_never_read)
 {
-    // Alone in its process: another agent's station would still be known.
+    // Needs its own process: the station of another agent would still be known.
     if (isStationKnown()) {
         GTEST_SKIP() << "another test of this process has read a station; run it alone";
     }
@@ -266,7 +265,7 @@ TEST(Handlers, know_nothing_of_a_station_that_was_never_read)
     EXPECT_EQ(own.replyTo(handle_get_t2m2n), "\r\n");
 }
 
-TEST(Handlers, refuse_what_needs_a_host_where_there_is_none)
+TEST(Handlers, refuse_host_commands_without_a_host)
 {
     OwnSession own;
     ASSERT_EQ(gCmdCallback, nullptr);
@@ -278,20 +277,20 @@ TEST(Handlers, refuse_what_needs_a_host_where_there_is_none)
     EXPECT_EQ(own.replyTo(handle_set_statusline, "1,2,x"), "bad request\r\n");
 }
 
-TEST(Handlers, count_a_host_s_exception_as_a_failure)
+TEST(Handlers, treat_an_exception_of_the_host_as_a_failure)
 {
-    Conversation conversation;
-    Host::says([](const std::string &) -> int { throw 1; });
-    check(conversation, {{"stop-viewer", "failed"}, {"ping", "pong"}});
+    ConnectedAgent agent;
+    Host::setAnswer([](const std::string &) -> int { throw 1; });
+    check(agent, {{"stop-viewer", "failed"}, {"ping", "pong"}});
 }
 
-TEST(Handlers, cut_what_the_host_is_told)
+TEST(Handlers, truncate_commands_for_the_host)
 {
-    Conversation conversation;
-    Host::says(1);
-    // The longest line is 256 bytes with its end; the command's text is never longer than the request.
+    ConnectedAgent agent;
+    Host::setAnswer(1);
+    // The longest line has 256 bytes with its end, and the command's text is never longer than the request.
     const std::string longest(254 - std::string("set-darken=").size(), 'd');
-    check(conversation, {{"set-darken=" + longest, "ok"}});
+    check(agent, {{"set-darken=" + longest, "ok"}});
     EXPECT_THAT(Host::commands(), ElementsAre("set-darken=" + longest));
 
     OwnSession own;
@@ -299,14 +298,14 @@ TEST(Handlers, cut_what_the_host_is_told)
     EXPECT_EQ(own.replyTo(handle_set_statusline, "1,2," + std::string(300, 's')), "ok\r\n");
     EXPECT_THAT(Host::commands(),
                 ElementsAre("set-darken=" + std::string(244, 'd'), "set-statusline=1,2," + std::string(236, 's')))
-        << "255 characters in all";
+        << "255 characters in total";
 }
 
-TEST(Handlers, pass_a_status_line_on)
+TEST(Handlers, forward_a_status_line)
 {
-    Conversation conversation;
-    Host::says(1);
-    const std::map<std::string, std::string> told = {
+    ConnectedAgent agent;
+    Host::setAnswer(1);
+    const std::map<std::string, std::string> hostCommands = {
         {"1,2,Hello\r", "1,2,Hello"},
         {"1,2,Hel\rlo", "1,2,Hel"},
         {"1,2,", "1,2,"},
@@ -314,57 +313,57 @@ TEST(Handlers, pass_a_status_line_on)
         {"+1,2,a,b", "+1,2,a,b"},
         {"99999999999999999999,1,x", "99999999999999999999,1,x"},
     };
-    for (const auto &[argument, command] : told) {
-        check(conversation, {{"set-statusline=" + argument, "ok"}});
+    for (const auto &[argument, command] : hostCommands) {
+        check(agent, {{"set-statusline=" + argument, "ok"}});
         EXPECT_THAT(Host::commands(), ElementsAre("set-statusline=" + command));
     }
     for (const char *const argument : {"", "1", "1,", "1,2", "1;2,x", ",2,x", "1,,x", "1 ,2,x", "1,2 ,x", "a,2,x", "1,2.,x"}) {
-        check(conversation, {{"set-statusline=" + std::string(argument), "bad request"}});
+        check(agent, {{"set-statusline=" + std::string(argument), "bad request"}});
     }
     EXPECT_THAT(Host::commands(), IsEmpty());
 }
 
 TEST(Handlers, cut_a_status_line_at_its_line_feed)
 {
-    Conversation conversation;
-    Host::says(1);
+    ConnectedAgent agent;
+    Host::setAnswer(1);
     OwnSession own;
     EXPECT_EQ(own.replyTo(handle_set_statusline, "1,2,Hel\nlo"), "ok\r\n");
     EXPECT_THAT(Host::commands(), ElementsAre("set-statusline=1,2,Hel"));
 }
 
-TEST(Handlers, send_the_usb_lock_for_the_station_in_focus)
+TEST(Handlers, send_the_usb_lock_for_the_focused_station)
 {
     Datagrams datagrams;
-    Conversation conversation;
-    check(conversation, {{"set-usb-lock=0:4294967295", "ok"}, {"set-usb-lock= 1: 7x", "ok"}});
+    ConnectedAgent agent;
+    check(agent, {{"set-usb-lock=0:4294967295", "ok"}, {"set-usb-lock= 1: 7x", "ok"}});
     EXPECT_THAT(datagrams.texts(), ElementsAre("setUsbLock=\"0:-1\" 10.0.0.5\n", "setUsbLock=\"1:7\" 10.0.0.5\n"));
     for (const char *const argument : {"2:0", "", "1", "1:", ":1", "x:1", "1 :2", "1;2"}) {
-        check(conversation, {{"set-usb-lock=" + std::string(argument), "bad request"}});
+        check(agent, {{"set-usb-lock=" + std::string(argument), "bad request"}});
     }
     EXPECT_THAT(datagrams.texts(), IsEmpty());
 }
 
-TEST(Handlers, tell_that_the_usb_lock_could_not_be_sent)
+TEST(Handlers, report_that_the_usb_lock_could_not_be_sent)
 {
     const WithSystemCalls calls{{.sendto = [](int, const void *, std::size_t, const sockaddr *) { return ssize_t{-1}; }}};
-    Conversation conversation;
-    check(conversation, {{"set-usb-lock=1:0", "failed: usb lock not writeable"}});
+    ConnectedAgent agent;
+    check(agent, {{"set-usb-lock=1:0", "failed: usb lock not writeable"}});
 }
 
-TEST(Metrics, that_the_service_does_not_know_are_four_letters_without_a_line_end)
+TEST(Metrics, unknown_to_the_service_are_four_letters_without_a_line_end)
 {
-    Conversation conversation("", {{"getSoftkeyType=0500000A", "none"},
-                                   {"getKeyBoardCaps=0500000A", "none"},
-                                   {"getHardwareCaps=0500000A", "none"},
-                                   {"getPaneOemLayout=0500000A", "none"},
-                                   {"getPanelRotation=0500000A", "none"}});
-    conversation.remote().send("get-softkey-type\r\nget-keyboard-caps\n001:get-hardware-caps\r\nget-panel-oem-layout\r\n"
-                               "get-panel-rotation\r\nping\r\n");
-    EXPECT_EQ(conversation.remote().line(), "nonenone001:nonenonenonepong\r\n");
+    ConnectedAgent agent("", {{"getSoftkeyType=0500000A", "none"},
+                              {"getKeyBoardCaps=0500000A", "none"},
+                              {"getHardwareCaps=0500000A", "none"},
+                              {"getPaneOemLayout=0500000A", "none"},
+                              {"getPanelRotation=0500000A", "none"}});
+    agent.remote().send("get-softkey-type\r\nget-keyboard-caps\n001:get-hardware-caps\r\nget-panel-oem-layout\r\n"
+                        "get-panel-rotation\r\nping\r\n");
+    EXPECT_EQ(agent.remote().line(), "nonenone001:nonenonenonepong\r\n");
 }
 
-TEST(Metrics, of_the_display_are_told_under_the_softkey_s_key)
+TEST(Metrics, of_the_display_use_the_softkey_key)
 {
     const ScriptedService service({support::replies("dpi=96"), support::replies("none"), support::replies("failed")});
     OwnSession own;
@@ -372,7 +371,7 @@ TEST(Metrics, of_the_display_are_told_under_the_softkey_s_key)
     EXPECT_EQ(own.replyTo(handle_get_display_dpi), "none");
     EXPECT_EQ(own.replyTo(handle_get_display_dpi), "failed: display dpi not readable\r\n");
     for (const HwsCommand &command : cmds) {
-        EXPECT_NE(command.handler, handle_get_display_dpi) << "the remote side has no command for it";
+        EXPECT_NE(command.handler, handle_get_display_dpi) << "no command of the remote side has this handler";
     }
 }
 

@@ -1,4 +1,4 @@
-// The events that the host pushes to the remote side, and what its callback may do.
+// Events that the host sends to the remote side, and what its callback may do.
 #include <kvo_hws/agent.h>
 #include <kvo_hws/requests.h>
 #include <kvo_hws/runtime.h>
@@ -31,7 +31,7 @@ using testing::EndsWith;
 
 const std::string kEvent = "KVO_HWS DLL - KVO_HWS_sendEmbHwsEvent - ";
 
-TEST(Events, need_the_agent_s_handle_and_a_text)
+TEST(Events, need_the_handle_of_the_agent_and_a_text)
 {
     const MessagesOn messages;
     int other = 0;
@@ -40,7 +40,7 @@ TEST(Events, need_the_agent_s_handle_and_a_text)
     expectRefused([] { return KVO_HWS_sendEmbHwsEvent(gEmbKvoInst, nullptr); }, -7, kEvent + "null pointer received!");
 }
 
-TEST(Events, wait_until_the_remote_side_has_spoken)
+TEST(Events, are_refused_before_the_first_known_request)
 {
     RemoteService remote(kSession);
     const ScriptedService service({serves()});
@@ -51,31 +51,31 @@ TEST(Events, wait_until_the_remote_side_has_spoken)
     EXPECT_EQ(remote.ask("nonsense"), "bad request");
     EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(agent.instance, "too early"), -1);
     EXPECT_EQ(remote.ask("ping"), "pong");
-    // The reply goes out just before the protocol counts as negotiated.
+    // The reply is sent just before the protocol counts as negotiated.
     EXPECT_TRUE(eventually([&] { return KVO_HWS_sendEmbHwsEvent(agent.instance, "event") == 1; }));
     EXPECT_EQ(remote.line(), "I01:event\r\n");
     EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(agent.instance, ""), 1);
     EXPECT_EQ(remote.line(), "I02:\r\n");
 }
 
-TEST(Events, are_refused_until_the_next_agent_s_remote_side_has_spoken)
+TEST(Events, are_refused_until_the_next_agent_has_answered_a_request)
 {
     RemoteService remote(kSession);
     const ScriptedService service({serves()});
-    protocolNegotiated = 1;  // left over from whatever was before
+    protocolNegotiated = 1;  // left over from an earlier agent
     const Agent agent;
     EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(agent.instance, "too early"), -1);
     ASSERT_TRUE(remote.accept());
     std::atomic<int> inCallback{0};
-    Host::says([&](const std::string &) {
+    Host::setAnswer([&](const std::string &) {
         inCallback = KVO_HWS_sendEmbHwsEvent(gEmbKvoInst, "too early");
         return 1;
     });
     EXPECT_EQ(remote.ask("stop-viewer"), "ok");
-    EXPECT_EQ(inCallback, -1) << "the first request is not yet answered";
+    EXPECT_EQ(inCallback, -1) << "the first request is not answered yet";
 }
 
-TEST(Callback, may_push_ask_and_close)
+TEST(Callback, may_send_events_and_requests_and_close)
 {
     RemoteService remote(kSession);
     const ScriptedService service({serves({{"getRV4Mode=0500000A", "rv4mode=1"}})});
@@ -83,21 +83,21 @@ TEST(Callback, may_push_ask_and_close)
     ASSERT_TRUE(remote.accept());
     EXPECT_EQ(remote.ask("ping"), "pong");
     EXPECT_EQ(remote.ask("ping"), "pong");
-    Host::says([&](const std::string &) {
+    Host::setAnswer([&](const std::string &) {
         uint32_t mode = 0;
         EXPECT_EQ(KVO_HWS_getRV4Mode(gFocusKvoIp, &mode), 1);
         EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(gEmbKvoInst, "from inside"), 1);
-        EXPECT_EQ(kvo_hws_detach_thread(), -1) << "nobody has to join its thread";
+        EXPECT_EQ(kvo_hws_detach_thread(), -1) << "its thread is detached, so no thread has to join it";
         hmi_close_x(&gEmbKvoInst->session);
         return 1;
     });
     remote.send("stop-viewer\r\n");
     EXPECT_THAT(remote.line(), EndsWith(":from inside\r\n"));
     EXPECT_EQ(remote.line(), "(closed)");
-    EXPECT_TRUE(remote.accept()) << "and a new connection is made";
+    EXPECT_TRUE(remote.accept()) << "a new connection is made";
 }
 
-TEST(Events, go_nowhere_while_there_is_no_connection)
+TEST(Events, are_lost_without_a_connection)
 {
     RemoteService remote(kSession);
     const ScriptedService service({serves()});
@@ -105,16 +105,16 @@ TEST(Events, go_nowhere_while_there_is_no_connection)
     ASSERT_TRUE(remote.accept());
     EXPECT_EQ(remote.ask("ping"), "pong");
     EXPECT_EQ(remote.ask("ping"), "pong");
-    EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(agent.instance, "heard"), 1);
+    EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(agent.instance, "received"), 1);
     const int first = std::stoi(remote.line().substr(1, 2));
     remote.close();
     ASSERT_TRUE(eventually([] { return std::atomic_ref(gEmbKvoInst->session.socket).load() < 0; }));
     EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(agent.instance, "lost"), 1);
     ASSERT_TRUE(remote.accept());
     ASSERT_TRUE(eventually([] { return std::atomic_ref(gEmbKvoInst->session.socket).load() >= 0; }));
-    EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(agent.instance, "heard"), 1);
+    EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(agent.instance, "received"), 1);
     EXPECT_EQ(std::stoi(remote.line().substr(1, 2)), first + 2)
-        << "a number is used, so that the remote side sees that it has missed one";
+        << "a lost event uses a number, so the remote side sees the gap";
 }
 
 }  // namespace

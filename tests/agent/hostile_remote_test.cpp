@@ -1,4 +1,4 @@
-// A remote side that does what it should not, and hosts that push while it does.
+// A remote side that misbehaves, and hosts that send events meanwhile.
 #include <kvo_hws/agent.h>
 
 #include "agent/agent_fixture.h"
@@ -34,7 +34,7 @@ constexpr int kPushers = 4;
 
 class HostileRemote : public testing::Test {
 protected:
-    /// An agent that is connected and has heard a request.
+    /// An agent that is connected and has answered a request.
     void SetUp() override
     {
         ASSERT_EQ(KVO_HWS_startupEmbHwsClient(agent_test::parameters().c_str(), &instance, agent_test::Host::callback), 1);
@@ -56,7 +56,7 @@ protected:
     void *instance = nullptr;
 };
 
-TEST_F(HostileRemote, hears_whole_lines_in_order_while_many_threads_push)
+TEST_F(HostileRemote, receives_whole_lines_in_order_while_many_threads_send)
 {
     constexpr int kEach = 500;
     std::vector<std::jthread> pushers;
@@ -68,13 +68,13 @@ TEST_F(HostileRemote, hears_whole_lines_in_order_while_many_threads_push)
         });
     }
     int replies = 0;
-    int asked = 0;
+    int requests = 0;
     int number = 0;
     int next[kPushers] = {};
-    for (int indications = 0; indications < kPushers * kEach || replies < asked;) {
-        if (indications < kPushers * kEach && asked - replies < 3) {
+    for (int indications = 0; indications < kPushers * kEach || replies < requests;) {
+        if (indications < kPushers * kEach && requests - replies < 3) {
             remote.send("042:get-kvoindex\r\n");
-            ++asked;
+            ++requests;
         }
         const std::string line = remote.line();
         if (line == "042:kvoindex=1\r\n") {
@@ -87,13 +87,13 @@ TEST_F(HostileRemote, hears_whole_lines_in_order_while_many_threads_push)
         number = number % 99 + 1;
         char expected[64];
         std::snprintf(expected, sizeof expected, "I%02d:pusher %d event %d\r\n", number, pusher, next[pusher]++);
-        ASSERT_EQ(line, expected) << "numbers, and each thread's events, stand in their order on the wire";
+        ASSERT_EQ(line, expected) << "the numbers, and the events of each thread, arrive in order";
         ++indications;
     }
     EXPECT_GT(replies, 0);
 }
 
-TEST_F(HostileRemote, that_stops_reading_is_given_up_and_holds_nobody)
+TEST_F(HostileRemote, that_stops_reading_is_disconnected_and_blocks_no_thread)
 {
     std::atomic<int> pushed{0};
     std::atomic<bool> ending{false};
@@ -107,19 +107,19 @@ TEST_F(HostileRemote, that_stops_reading_is_given_up_and_holds_nobody)
             }
         });
     }
-    // Nothing is read: the pushers stall until the connection is given up, which the agent notices.
+    // The test reads nothing: the senders stall until the agent notices and closes the connection.
     EXPECT_TRUE(eventually([] { return std::atomic_ref(gEmbKvoInst->session.socket).load() < 0; }));
     const int before = pushed;
-    EXPECT_TRUE(eventually([&] { return pushed > before + 100; })) << "nobody is held any more";
+    EXPECT_TRUE(eventually([&] { return pushed > before + 100; })) << "no sender is blocked any more";
     ending = true;
     for (std::jthread &pusher : pushers) {
         pusher.join();
     }
     ASSERT_TRUE(remote.accept());
-    EXPECT_EQ(remote.ask("ping"), "pong") << "and a new connection is made";
+    EXPECT_EQ(remote.ask("ping"), "pong") << "a new connection is made";
 }
 
-TEST_F(HostileRemote, that_reads_on_in_time_misses_nothing)
+TEST_F(HostileRemote, that_resumes_reading_in_time_loses_nothing)
 {
     const int socket = gEmbKvoInst->session.socket;
     std::atomic<int> pushed{0};
@@ -131,7 +131,7 @@ TEST_F(HostileRemote, that_reads_on_in_time_misses_nothing)
             ++pushed;
         }
     });
-    // Signals, too, must not make the stall look longer than it is.
+    // Signals must not make the stall appear longer either.
     const support::Alarms alarms(1ms, 1ms);
     int before = -1;
     EXPECT_TRUE(eventually([&] {
@@ -148,7 +148,7 @@ TEST_F(HostileRemote, that_reads_on_in_time_misses_nothing)
     EXPECT_EQ(std::atomic_ref(gEmbKvoInst->session.socket).load(), socket) << "the connection was kept";
 }
 
-TEST_F(HostileRemote, that_stops_reading_does_not_hold_a_clean_up)
+TEST_F(HostileRemote, that_stops_reading_does_not_delay_a_clean_up)
 {
     std::atomic<int> pushing{0};
     std::vector<std::jthread> pushers;
@@ -174,10 +174,10 @@ TEST_F(HostileRemote, that_stops_reading_does_not_hold_a_clean_up)
     for (std::jthread &pusher : pushers) {
         pusher.join();
     }
-    EXPECT_LE(Clock::now() - began, 3500ms) << "no push is left behind";
+    EXPECT_LE(Clock::now() - began, 3500ms) << "no send is still blocked";
 }
 
-TEST_F(HostileRemote, that_asks_without_reading_does_not_hold_a_clean_up)
+TEST_F(HostileRemote, that_sends_requests_without_reading_does_not_delay_a_clean_up)
 {
     std::string requests;
     for (int request = 0; request < 1000; ++request) {
@@ -196,7 +196,7 @@ TEST_F(HostileRemote, that_asks_without_reading_does_not_hold_a_clean_up)
     asking.join();
 }
 
-TEST_F(HostileRemote, that_floods_gets_an_answer_to_each_line)
+TEST_F(HostileRemote, that_floods_receives_a_reply_to_each_line)
 {
     constexpr int kRequests = 20'000;
     std::jthread asking([&] {
@@ -214,7 +214,7 @@ TEST_F(HostileRemote, that_floods_gets_an_answer_to_each_line)
     asking.join();
 }
 
-TEST_F(HostileRemote, that_sends_half_a_line_costs_nothing)
+TEST_F(HostileRemote, that_sends_half_a_line_uses_no_processor_time)
 {
     remote.send("pi");
     const support::ResourceUsage before = support::resourceUsage();
@@ -225,13 +225,14 @@ TEST_F(HostileRemote, that_sends_half_a_line_costs_nothing)
     clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
     const double seconds =
         static_cast<double>(used.tv_sec - usedBefore.tv_sec) + static_cast<double>(used.tv_nsec - usedBefore.tv_nsec) * 1e-9;
-    EXPECT_LE(seconds, 0.5) << "it is waited for, not asked for";
-    EXPECT_LE(support::resourceUsage().descriptors, before.descriptors);  // one of before may just have been closing
+    EXPECT_LE(seconds, 0.5) << "the agent blocks and does not poll in a loop";
+    EXPECT_LE(support::resourceUsage().descriptors,
+              before.descriptors);  // a descriptor counted before may just have been closing
     remote.send("ng\n");
     EXPECT_EQ(remote.line(), "pong\r\n") << "however late";
 }
 
-TEST_F(HostileRemote, that_sends_byte_by_byte_is_answered)
+TEST_F(HostileRemote, that_sends_single_bytes_receives_a_reply)
 {
     for (const char byte : std::string("042:ping\r\n")) {
         remote.send(std::string(1, byte));
@@ -240,7 +241,7 @@ TEST_F(HostileRemote, that_sends_byte_by_byte_is_answered)
     EXPECT_EQ(remote.line(), "042:pong\r\n");
 }
 
-TEST_F(HostileRemote, that_sends_any_bytes_is_answered)
+TEST_F(HostileRemote, that_sends_random_bytes_receives_replies)
 {
     unsigned state = 12345;
     std::string bytes;
@@ -255,7 +256,7 @@ TEST_F(HostileRemote, that_sends_any_bytes_is_answered)
     sending.join();
 }
 
-TEST_F(HostileRemote, that_comes_and_goes_is_served_each_time)
+TEST_F(HostileRemote, that_reconnects_often_is_served_each_time)
 {
     const support::ResourceUsage before = support::resourceUsage();
     for (int round = 0; round < 3; ++round) {
@@ -263,7 +264,7 @@ TEST_F(HostileRemote, that_comes_and_goes_is_served_each_time)
         ASSERT_TRUE(remote.accept());
         ASSERT_EQ(remote.ask("ping"), "pong");
     }
-    // Of those before one may just have been ending.
+    // A descriptor counted before may just have been closing.
     EXPECT_LE(support::resourceUsage().descriptors, before.descriptors);
     EXPECT_LE(support::resourceUsage().threads, before.threads);
 }

@@ -20,7 +20,7 @@ inline int start(void **instance, const std::string &params = parameters())
     return KVO_HWS_startupEmbHwsClient(params.c_str(), instance, Host::callback);
 }
 
-/// One call's result and what it logs.
+/// Checks one call's result and what it logs.
 template <class Call>
 void expectRefused(Call call, int result, const std::string &message)
 {

@@ -1,4 +1,4 @@
-// Starting the agent: what it needs, what it tells the host, and what it leaves for the next start.
+// Starting the agent: what it needs, which values of the host it reports, and what it leaves for the next start.
 #include <kvo_hws/agent.h>
 #include <kvo_hws/requests.h>
 
@@ -57,7 +57,7 @@ using testing::StartsWith;
 const std::string kStart = "KVO_HWS DLL - KVO_HWS_startupEmbHwsClient - ";
 const std::string kAlreadyRunning = kStart + "one instance of embedded kvo is already running!";
 
-TEST(Agent, is_one)
+TEST(Agent, exists_only_once)
 {
     ASSERT_NE(gEmbKvoInst, nullptr);
     EXPECT_EQ(gEmbKvoInst->running, 0U);
@@ -89,7 +89,7 @@ TEST(Agent, needs_all_its_arguments)
     EXPECT_EQ(instance, nullptr);
 }
 
-TEST(Agent, tells_what_the_host_has_set)
+TEST(Agent, reports_the_parameters_of_the_host)
 {
     setenv("KVO_PLATFORM_INTERFACE", "lo", 1);
     RemoteService remote(kSession);
@@ -117,7 +117,7 @@ TEST(Agent, tells_what_the_host_has_set)
     EXPECT_EQ(gEmbKvoInst->server.address, inet_addr("127.0.0.1"));
 }
 
-TEST(Agent, goes_on_with_the_address_of_the_description)
+TEST(Agent, uses_the_address_of_the_description)
 {
     RemoteService remote(kSession);
     const ScriptedService service(
@@ -128,7 +128,7 @@ TEST(Agent, goes_on_with_the_address_of_the_description)
     EXPECT_THAT(service.requests(), ElementsAre("getExDescByIP 0500000A\n", "getKVOt2m2n=0A000009\n", "getRV4Mode=0A000009\n"));
 }
 
-TEST(Agent, finds_its_station_by_the_name_that_the_host_has_set)
+TEST(Agent, finds_its_station_by_the_name_from_the_host)
 {
     std::strcpy(gFocusName, "st1");
     RemoteService remote(kSession);
@@ -136,11 +136,11 @@ TEST(Agent, finds_its_station_by_the_name_that_the_host_has_set)
     const Agent agent("focusKvoName=another\nremoteKvoHwsIp=127.0.0.1\nremoteSession=3\n");
     ASSERT_TRUE(remote.accept());
     EXPECT_THAT(service.requests(), ElementsAre("getExDescByName st1\n", "getKVOt2m2n=0500000A\n"));
-    EXPECT_STREQ(gFocusName, "st1") << "the program's own";
+    EXPECT_STREQ(gFocusName, "st1") << "the program's own name";
     EXPECT_STREQ(gEmbKvoInst->focusKvoName, "another");
 }
 
-TEST(Agent, cuts_the_screen_name_only_at_its_own_field)
+TEST(Agent, truncates_the_screen_name_only_to_its_own_field)
 {
     RemoteService remote(kSession);
     const ScriptedService service({serves()});
@@ -149,7 +149,7 @@ TEST(Agent, cuts_the_screen_name_only_at_its_own_field)
     EXPECT_EQ(remote.ask("get-screen-on-focus"), "screen-on-focus=" + std::string(127, 's'));
 }
 
-TEST(Agent, forgets_what_the_remote_side_of_the_one_before_has_told)
+TEST(Agent, forgets_the_values_of_the_previous_remote_side)
 {
     RemoteService remote(kSession);
     const ScriptedService service({serves()});
@@ -166,10 +166,10 @@ TEST(Agent, forgets_what_the_remote_side_of_the_one_before_has_told)
     EXPECT_EQ(gEmbKvoInst->server.name, nullptr);
     EXPECT_EQ(remote.ask("get-disable-numlock"), "disable-numlock=0");
     EXPECT_EQ(remote.ask("get-kvoindex"), "kvoindex=1");
-    EXPECT_EQ(remote.ask("get-channel-info"), "channel-info=kept") << "which is the process's own";
+    EXPECT_EQ(remote.ask("get-channel-info"), "channel-info=kept") << "which belongs to the process";
 }
 
-TEST(Agent, that_runs_refuses_another)
+TEST(Agent, refuses_a_second_start_while_it_runs)
 {
     const MessagesOn messages;
     RemoteService remote(kSession);
@@ -178,12 +178,12 @@ TEST(Agent, that_runs_refuses_another)
     ASSERT_TRUE(remote.accept());
     void *instance = nullptr;
     EXPECT_EQ(start(&instance), -8);
-    EXPECT_EQ(KVO_HWS_startupEmbHwsClient(nullptr, nullptr, nullptr), -8) << "that comes first";
+    EXPECT_EQ(KVO_HWS_startupEmbHwsClient(nullptr, nullptr, nullptr), -8) << "the missing arguments are checked first";
     EXPECT_EQ(instance, nullptr);
-    EXPECT_EQ(remote.ask("get-kvoindex"), "kvoindex=1") << "and goes on";
+    EXPECT_EQ(remote.ask("get-kvoindex"), "kvoindex=1") << "the first one keeps running";
 }
 
-TEST(Agent, that_has_ended_by_itself_is_cleaned_up_before_the_next)
+TEST(Agent, that_has_ended_by_itself_is_cleaned_up_before_the_next_start)
 {
     const MessagesOn messages;
     void *instance = nullptr;
@@ -205,7 +205,7 @@ TEST(Agent, that_has_ended_by_itself_is_cleaned_up_before_the_next)
     EXPECT_TRUE(remote.accept());
 }
 
-TEST(Agent, ends_where_the_station_s_second_text_is_missing)
+TEST(Agent, ends_without_the_second_text_of_the_station)
 {
     const MessagesOn messages;
     const ScriptedService service({support::replies(kStation), support::replies("failed")});
@@ -215,7 +215,7 @@ TEST(Agent, ends_where_the_station_s_second_text_is_missing)
     EXPECT_THAT(capture.texts(), Contains("init_fb - getKVOT2M2N(IP 10.0.0.5) fails with -1"));
 }
 
-TEST(Agent, without_a_thread_is_cleaned_up_before_the_next)
+TEST(Agent, without_a_thread_is_cleaned_up_before_the_next_start)
 {
     const MessagesOn messages;
     void *instance = nullptr;
@@ -229,13 +229,13 @@ TEST(Agent, without_a_thread_is_cleaned_up_before_the_next)
         EXPECT_THAT(capture.texts(), Contains(kStart + "pthread_create fails " + std::to_string(EAGAIN)));
         EXPECT_EQ(instance, nullptr);
     }
-    EXPECT_EQ(gCmdCallback, Host::callback) << "the callback stays";
+    EXPECT_EQ(gCmdCallback, Host::callback) << "the callback is kept";
     expectRefused([&] { return start(&instance); }, -8, kAlreadyRunning);
     EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(gEmbKvoInst), 1);
     EXPECT_EQ(gCmdCallback, nullptr);
 }
 
-TEST(Agent, starts_and_stops_in_a_loop_and_holds_nothing)
+TEST(Agent, starts_and_stops_in_a_loop_without_leaks)
 {
     RemoteService remote(kSession);
     const ScriptedService service({serves()});
@@ -257,7 +257,7 @@ TEST(Agent, starts_and_stops_in_a_loop_and_holds_nothing)
     EXPECT_EQ(support::resourceUsage().descriptors, before.descriptors);
 }
 
-TEST(Agent, is_started_and_stopped_by_several_threads)
+TEST(Agent, may_be_started_and_stopped_by_several_threads)
 {
     RemoteService remote(kSession);
     const ScriptedService service({serves()});
@@ -287,7 +287,7 @@ TEST(Agent, is_started_and_stopped_by_several_threads)
     EXPECT_EQ(gCmdCallback, nullptr);
 }
 
-TEST(Agent, is_started_by_one_of_those_that_waited_for_a_clean_up)
+TEST(Agent, is_started_by_one_of_several_threads_that_waited_for_a_clean_up)
 {
     const MessagesOn messages;
     RemoteService remote(kSession);
@@ -296,7 +296,7 @@ TEST(Agent, is_started_by_one_of_those_that_waited_for_a_clean_up)
     ASSERT_EQ(start(&instance), 1);
     ASSERT_TRUE(remote.accept());
     std::jthread cleaner([&] { EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), 1); });
-    // From here on it takes a second more: nothing is in use, and nobody may start yet.
+    // From here on the clean-up takes one more second: nothing is in use, and no thread may start an agent yet.
     ASSERT_TRUE(eventually([] { return std::atomic_ref(gCmdCallback).load() == nullptr; }));
     std::atomic<int> started{0};
     std::atomic<int> refused{0};
@@ -319,14 +319,14 @@ TEST(Agent, is_started_by_one_of_those_that_waited_for_a_clean_up)
     EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(gEmbKvoInst), 1);
 }
 
-TEST(Agent, works_with_descriptors_beyond_1024)
+TEST(Agent, works_with_descriptors_above_1024)
 {
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
     limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, 4096);
     setrlimit(RLIMIT_NOFILE, &limit);
     if (limit.rlim_cur < 2048) {
-        GTEST_SKIP() << "no more than " << limit.rlim_cur << " descriptors are allowed here";
+        GTEST_SKIP() << "at most" << limit.rlim_cur << " descriptors are allowed here";
     }
     RemoteService remote(kSession);
     const ScriptedService service({serves()});

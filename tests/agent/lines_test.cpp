@@ -1,4 +1,4 @@
-// Writing replies and indications: their parts, their numbers, and that each leaves whole and in one piece.
+// Writing replies and indications: their parts, their numbers, and that each line is sent complete and without interleaving.
 #include <kvo_hws/agent.h>
 
 #include "agent/own_session.h"
@@ -36,10 +36,10 @@ protected:
     void SetUp() override
     {
         protocolNegotiated = 1;
-        // Counted for the whole process: from here on from 1.
+        // The count is per process: start from 1.
         do {
             hmiconn_indication(socket(), "\r\n", kEnd);
-        } while (own.heard() != "I99:\r\n");
+        } while (own.received() != "I99:\r\n");
     }
 
     int socket() const { return own.session.socket; }
@@ -47,38 +47,38 @@ protected:
     OwnSession own;
 };
 
-TEST_F(Lines, are_made_of_their_parts)
+TEST_F(Lines, consist_of_their_parts)
 {
     hmiconn_reply(socket(), nullptr, "one", " two", "", " %s%n", "\r\n", kEnd);
-    EXPECT_EQ(own.heard(), "one two %s%n\r\n");
+    EXPECT_EQ(own.received(), "one two %s%n\r\n");
     hmiconn_reply(socket(), "042:", "one\r\n", kEnd);
-    EXPECT_EQ(own.heard(), "042:one\r\n");
+    EXPECT_EQ(own.received(), "042:one\r\n");
     hmiconn_reply(socket(), "042:", kEnd);
-    EXPECT_EQ(own.heard(), "042:") << "the first null ends the list";
+    EXPECT_EQ(own.received(), "042:") << "the first null ends the list";
 }
 
-TEST_F(Lines, count_indications_from_1_to_99_and_round_again)
+TEST_F(Lines, number_indications_from_1_to_99_and_start_again)
 {
     for (int number = 1; number <= 99; ++number) {
         EXPECT_EQ(hmiconn_indication(socket(), "e", "v\r\n", kEnd), 1);
         const std::string two = std::to_string(number);
-        ASSERT_EQ(own.heard(), "I" + std::string(2 - two.size(), '0') + two + ":ev\r\n");
+        ASSERT_EQ(own.received(), "I" + std::string(2 - two.size(), '0') + two + ":ev\r\n");
     }
     EXPECT_EQ(hmiconn_indication(socket(), "the 100th\r\n", kEnd), 1);
-    EXPECT_EQ(own.heard(), "I01:the 100th\r\n");
+    EXPECT_EQ(own.received(), "I01:the 100th\r\n");
 }
 
-TEST_F(Lines, indicate_nothing_before_the_remote_side_has_spoken)
+TEST_F(Lines, contain_no_indications_before_the_first_known_request)
 {
     protocolNegotiated = 0;
     EXPECT_EQ(hmiconn_indication(socket(), "event\r\n", kEnd), -1);
-    EXPECT_EQ(own.heard(), "");
+    EXPECT_EQ(own.received(), "");
     protocolNegotiated = 1;
     EXPECT_EQ(hmiconn_indication(socket(), "event\r\n", kEnd), 1);
-    EXPECT_EQ(own.heard(), "I01:event\r\n") << "one that is refused uses no number";
+    EXPECT_EQ(own.received(), "I01:event\r\n") << "a refused indication uses no number";
 }
 
-/// Both ends of a TCP connection over the loopback.
+/// Both ends of a TCP connection over the loopback interface.
 class TcpPair {
 public:
     TcpPair()
@@ -115,19 +115,19 @@ public:
     int far = -1;
 };
 
-TEST_F(Lines, are_corked_while_they_are_written_and_leave_at_once)
+TEST_F(Lines, are_corked_while_written_and_sent_at_once)
 {
     const TcpPair pair;
     std::vector<std::string> parts;
     const auto write = [&](const auto &line) {
         const WithSystemCalls seen{{.send = [&](int, const void *bytes, std::size_t length, int) {
-            EXPECT_TRUE(pair.has(TCP_CORK)) << "each part";
+            EXPECT_TRUE(pair.has(TCP_CORK)) << "for each part";
             parts.emplace_back(static_cast<const char *>(bytes), length);
             return ssize_t{support::kPassThrough};
         }}};
         line();
-        EXPECT_FALSE(pair.has(TCP_CORK)) << "the whole line";
-        EXPECT_TRUE(pair.has(TCP_NODELAY)) << "uncorking alone leaves it to wait for an acknowledgement";
+        EXPECT_FALSE(pair.has(TCP_CORK)) << "after the whole line";
+        EXPECT_TRUE(pair.has(TCP_NODELAY)) << "uncorking alone would delay it until an acknowledgement";
     };
     write([&] { hmiconn_reply(pair.near, "042:", "one", "\r\n", kEnd); });
     write([&] { hmiconn_indication(pair.near, "two", kEnd); });
@@ -142,7 +142,7 @@ TEST_F(Lines, are_not_written_while_another_is)
     const std::vector<std::function<void()>> writers = {
         [&] { hmiconn_reply(socket(), nullptr, "one\r\n", kEnd); }, [&] { hmiconn_indication(socket(), "one\r\n", kEnd); },
         [&] { KVO_HWS_sendEmbHwsEvent(gEmbKvoInst, "one"); }, [&] { hmi_close_x(&own.session); }};
-    std::string heard;
+    std::string received;
     gEmbKvoInst->session.socket = socket();
     for (const auto &write : writers) {
         ASSERT_EQ(pthread_mutex_lock(&sGCriticalSectionEventSocket), 0);
@@ -153,18 +153,18 @@ TEST_F(Lines, are_not_written_while_another_is)
         });
         std::this_thread::sleep_for(50ms);
         EXPECT_FALSE(written);
-        EXPECT_EQ(own.heard(), "");
+        EXPECT_EQ(own.received(), "");
         EXPECT_GE(socket(), 0);
         pthread_mutex_unlock(&sGCriticalSectionEventSocket);
         writer.join();
-        heard += own.heard();
+        received += own.received();
     }
     gEmbKvoInst->session.socket = -1;
-    EXPECT_EQ(heard, "one\r\nI01:one\r\nI02:one\r\n");
+    EXPECT_EQ(received, "one\r\nI01:one\r\nI02:one\r\n");
     EXPECT_EQ(socket(), -1);
 }
 
-TEST_F(Lines, of_events_that_waited_for_another_are_not_written_after_a_clean_up)
+TEST_F(Lines, of_waiting_events_are_dropped_after_a_clean_up)
 {
     gEmbKvoInst->session.socket = socket();
     ASSERT_EQ(pthread_mutex_lock(&sGCriticalSectionEventSocket), 0);
@@ -176,17 +176,17 @@ TEST_F(Lines, of_events_that_waited_for_another_are_not_written_after_a_clean_up
     pusher.join();
     gEmbKvoInst->session.socket = -1;
     EXPECT_EQ(result, -1);
-    EXPECT_EQ(own.heard(), "");
+    EXPECT_EQ(own.received(), "");
 }
 
-TEST_F(Lines, raise_no_signal_where_the_remote_side_has_gone)
+TEST_F(Lines, raise_no_signal_when_the_remote_side_is_gone)
 {
     own.closeRemote();
     hmiconn_reply(socket(), nullptr, "one\r\n", kEnd);
     EXPECT_EQ(hmiconn_indication(socket(), "two\r\n", kEnd), 1) << "a broken connection shows on the next read";
 }
 
-TEST_F(Lines, go_on_after_a_signal_and_a_short_send)
+TEST_F(Lines, are_completed_after_a_signal_and_a_short_send)
 {
     std::atomic<int> round{0};
     const WithSystemCalls calls{{.send = [&](int fd, const void *bytes, std::size_t, int flags) -> ssize_t {
@@ -197,10 +197,10 @@ TEST_F(Lines, go_on_after_a_signal_and_a_short_send)
         return sendto(fd, bytes, 1, flags, nullptr, 0);
     }}};
     hmiconn_reply(socket(), "042:", "one\r\n", kEnd);
-    EXPECT_EQ(own.heard(), "042:one\r\n");
+    EXPECT_EQ(own.received(), "042:one\r\n");
 }
 
-TEST_F(Lines, that_cannot_be_sent_whole_end_the_connection)
+TEST_F(Lines, that_cannot_be_sent_completely_end_the_connection)
 {
     std::atomic<int> round{0};
     {
@@ -213,7 +213,7 @@ TEST_F(Lines, that_cannot_be_sent_whole_end_the_connection)
         }}};
         hmiconn_reply(socket(), "042:", "one", "\r\n", kEnd);
     }
-    EXPECT_EQ(own.heard(), "042:") << "and nothing behind the part that is missing";
+    EXPECT_EQ(own.received(), "042:") << "nothing after the missing part";
     char byte = 0;
     EXPECT_EQ(recv(socket(), &byte, 1, MSG_DONTWAIT), 0) << "the reader finds it closed";
 }

@@ -31,7 +31,7 @@ std::string formatted(const char *name, int width, std::size_t size = 100)
     return text;
 }
 
-TEST(Sesstoa, names_address_and_session)
+TEST(Sesstoa, formats_address_and_session)
 {
     HmiServer remote = server("192.168.214.17");
     HmiSession session{};
@@ -55,13 +55,13 @@ TEST(FormatServername, shows_as_much_as_fits)
     EXPECT_EQ(formatted("alpha.beta.gamma", 27), "alpha... (10.0.0.1)");
     EXPECT_EQ(formatted("alpha.beta.gamma", 20), "alpha... (10.0.0.1)") << "20 is more than 5 + 6 + 8";
     EXPECT_EQ(formatted("alpha.beta.gamma", 19), "10.0.0.1");
-    EXPECT_EQ(formatted("alphabetagamma", 19), "10.0.0.1") << "no point to cut it at";
+    EXPECT_EQ(formatted("alphabetagamma", 19), "10.0.0.1") << "no place to cut it";
     EXPECT_EQ(formatted("alphabetagamma", 0), "10.0.0.1");
     EXPECT_EQ(formatted("alphabetagamma", -5), "10.0.0.1");
     EXPECT_EQ(formatted(".beta.gamma.delta.epsilon", 20), "... (10.0.0.1)");
 }
 
-TEST(FormatServername, is_cut_to_its_buffer)
+TEST(FormatServername, is_truncated_to_its_buffer)
 {
     EXPECT_EQ(formatted("alpha.beta.gamma", 100, 10), "alpha.bet");
     char name[] = "alpha.beta.gamma";

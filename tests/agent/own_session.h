@@ -1,4 +1,4 @@
-// A session between two ends of one test, for what is called without an agent.
+// A session on a socket pair, for functions that are called without an agent.
 #pragma once
 
 #include <kvo_hws/agent.h>
@@ -39,20 +39,20 @@ public:
         EXPECT_EQ(line_.back(), '#') << "one byte too far";
     }
 
-    /// What the remote side sends.
+    /// Sends bytes as the remote side.
     void sends(const std::string &bytes) const
     {
         EXPECT_EQ(write(ends_[1], bytes.data(), bytes.size()), ssize_t(bytes.size()));
     }
 
-    /// Reads and answers as often as there is something to read; what the remote side hears.
+    /// Reads and answers while there is something to read; returns what the remote side receives.
     std::string answers()
     {
         pollfd waiting{.fd = session.socket, .events = POLLIN, .revents = 0};
         while (session.socket >= 0 && poll(&waiting, 1, 0) == 1) {
             hmiconn_process_one_request(&session);
         }
-        return heard();
+        return received();
     }
     std::string answersTo(const std::string &bytes)
     {
@@ -63,11 +63,11 @@ public:
     std::string replyTo(CmdHandler handler, std::string argument = "", const char *tag = nullptr)
     {
         handler(&session, tag, argument.data());
-        return heard();
+        return received();
     }
 
-    /// What has come to the remote side; "" where nothing has.
-    [[nodiscard]] std::string heard() const
+    /// What the remote side has received; "" if nothing.
+    [[nodiscard]] std::string received() const
     {
         std::array<char, 65536> bytes;
         const ssize_t count = recv(ends_[1], bytes.data(), bytes.size(), MSG_DONTWAIT);
@@ -86,7 +86,7 @@ public:
 
 private:
     std::array<int, 2> ends_{};
-    /// The line's room and a byte on either side; the one before it looks like a part of a line end.
+    /// The line buffer with a guard byte on each side; the one in front looks like part of a line end.
     std::array<char, 259> line_ = [] {
         std::array<char, 259> line;
         line.fill('#');

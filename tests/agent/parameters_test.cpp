@@ -1,4 +1,4 @@
-// The parameter text. A start without a remote service, or without a station in focus, reads it all and does nothing else.
+// The parameter text. A start without a remote service or without a focused station parses all of it and does nothing else.
 #include <kvo_hws/agent.h>
 
 #include "agent/agent_fixture.h"
@@ -19,12 +19,12 @@ int start(const std::string &parameters)
 {
     void *instance = nullptr;
     const int result = KVO_HWS_startupEmbHwsClient(parameters.c_str(), &instance, Host::callback);
-    EXPECT_EQ(instance, nullptr) << "not written where it does not start";
+    EXPECT_EQ(instance, nullptr) << "not written unless the agent starts";
     EXPECT_EQ(gCmdCallback, nullptr);
     return result;
 }
 
-/// The agent's fields after this text was read.
+/// The agent's fields after parsing this text.
 EmbKvoInst read(const std::string &parameters)
 {
     EXPECT_EQ(start(parameters), -9);
@@ -70,7 +70,7 @@ TEST(Parameters, are_read_line_by_line)
     EXPECT_EQ(read("remoteKvoHwsIp=10.0.0.6\n").remoteKvoHwsIp, inet_addr("10.0.0.6"));
 }
 
-TEST(Parameters, are_set_anew_by_each_start)
+TEST(Parameters, are_reset_by_each_start)
 {
     read("focusKvoIp=10.0.0.5\nscreenOnFocus=main\nkvoIndex=6\n");
     const EmbKvoInst agent = read("mcpFlag=1\n");
@@ -86,47 +86,47 @@ TEST(Parameters, that_are_unknown_are_skipped)
     EXPECT_EQ(agent.mcpFlag, 2U);
 }
 
-TEST(Parameters, that_come_twice_count_as_they_came_last)
+TEST(Parameters, use_the_last_of_two_values)
 {
     EXPECT_EQ(read("kvoIndex=6\nkvoIndex=7\n").kvoIndex, 7U);
     EXPECT_STREQ(read("focusKvoName=alpha\nfocusKvoName=b\n").focusKvoName, "b");
 }
 
-TEST(Parameters, read_numbers_up_to_the_first_character_that_is_none)
+TEST(Parameters, parse_numbers_up_to_the_first_other_character)
 {
     EXPECT_EQ(read("kvoIndex=6x7\n").kvoIndex, 6U);
     EXPECT_EQ(read("kvoIndex=6\r\n").kvoIndex, 6U);
-    EXPECT_EQ(read("kvoIndex=\n7\n").kvoIndex, 0U) << "not the next line's";
+    EXPECT_EQ(read("kvoIndex=\n7\n").kvoIndex, 0U) << "not the number of the next line";
     EXPECT_EQ(read("kvoIndex=x\n").kvoIndex, 0U);
     EXPECT_EQ(read("kvoIndex=0x10\n").kvoIndex, 0U);
     EXPECT_EQ(read("kvoIndex=4294967295\n").kvoIndex, 4294967295U);
     EXPECT_EQ(read("remoteSession=29\n").remoteSession, 9U);
     EXPECT_EQ(read("remoteSession=4294967297\n").remoteSession, sizeof(long) == 8 ? 7U : 5U) << "the whole number counts";
-    EXPECT_EQ(read("remoteSession=99999999999999999999\n").remoteSession, 5U) << "as far as numbers go";
+    EXPECT_EQ(read("remoteSession=99999999999999999999\n").remoteSession, 5U) << "limited to the largest number";
     EXPECT_EQ(read("kvoIndex=" + std::string(60, '0') + "5\n").kvoIndex, 5U);
 }
 
-TEST(Parameters, take_an_invalid_address_as_none)
+TEST(Parameters, treat_an_invalid_address_as_missing)
 {
     for (const char *const address : {"", "x", "10.0.0.256", "10.0.0.5.6", "10.0.0.5x", "300.1.1.1", "station"}) {
         EXPECT_EQ(read("focusKvoIp=10.0.0.5\nfocusKvoIp=" + std::string(address) + "\n").focusKvoIp, 0U) << address;
     }
-    EXPECT_EQ(read("focusKvoIp=10.0.0.5\r\n").focusKvoIp, inet_addr("10.0.0.5")) << "files from elsewhere";
+    EXPECT_EQ(read("focusKvoIp=10.0.0.5\r\n").focusKvoIp, inet_addr("10.0.0.5")) << "files with other line ends";
     EXPECT_EQ(start("focusKvoIp=10.0.0.5\nremoteKvoHwsIp=10.0.0.300\n"), -9);
 }
 
-TEST(Parameters, cut_texts_to_their_fields)
+TEST(Parameters, truncate_texts_to_their_fields)
 {
     const std::string text(200, 't');
     const EmbKvoInst agent = read("focusKvoName=" + text + "\nscreenOnFocus=" + text + "\nkvoIndex=6\n");
     EXPECT_STREQ(agent.focusKvoName, std::string(127, 't').c_str());
     EXPECT_STREQ(agent.screenOnFocus, std::string(127, 't').c_str());
-    EXPECT_EQ(agent.remoteKvoHwsIp, 0U) << "the field behind";
+    EXPECT_EQ(agent.remoteKvoHwsIp, 0U) << "the field after it";
     EXPECT_EQ(agent.kvoIndex, 6U);
     EXPECT_STREQ(read("focusKvoName=" + std::string(127, 't')).focusKvoName, std::string(127, 't').c_str());
 }
 
-TEST(Parameters, name_a_station_in_focus_and_a_remote_service)
+TEST(Parameters, need_a_focused_station_and_a_remote_service)
 {
     const support::MessagesOn messages;
     for (const char *const incomplete :

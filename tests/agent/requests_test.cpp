@@ -1,4 +1,4 @@
-// Reading request lines: where they end, how they are told apart, and what ends a session.
+// Reading request lines: where they end, how they are recognized, and what ends a session.
 #include <kvo_hws/agent.h>
 #include <kvo_hws/runtime.h>
 
@@ -38,7 +38,7 @@ protected:
     OwnSession own;
 };
 
-TEST_F(Requests, are_told_apart_without_regard_to_case)
+TEST_F(Requests, are_recognized_in_any_case)
 {
     EXPECT_EQ(own.answersTo("PING\r\n"), "pong\r\n");
     EXPECT_EQ(own.answersTo("pInG\r\n"), "pong\r\n");
@@ -49,23 +49,23 @@ TEST_F(Requests, are_told_apart_without_regard_to_case)
 TEST_F(Requests, are_the_same_in_every_locale)
 {
     if (std::setlocale(LC_ALL, "tr_TR.UTF-8") == nullptr) {
-        GTEST_SKIP() << "no Turkish locale (tr_TR.UTF-8) on this machine, whose i has another capital letter";
+        GTEST_SKIP() << "no Turkish locale (tr_TR.UTF-8) on this machine; its i has another capital letter";
     }
     EXPECT_EQ(own.answersTo("PING\r\n"), "pong\r\n");
     EXPECT_EQ(own.answersTo("p\xC4\xB1ng\r\n"), kBad);
     std::setlocale(LC_ALL, "C");
 }
 
-TEST_F(Requests, end_in_a_line_feed_with_or_without_a_carriage_return)
+TEST_F(Requests, end_with_a_line_feed_after_an_optional_carriage_return)
 {
     EXPECT_EQ(own.answersTo("ping\n"), "pong\r\n");
     EXPECT_EQ(own.answersTo("ping\r\n"), "pong\r\n");
-    EXPECT_EQ(own.answersTo("ping\r\r\n"), kBad) << "one carriage return belongs to the line end";
+    EXPECT_EQ(own.answersTo("ping\r\r\n"), kBad) << "only one carriage return belongs to the line end";
     EXPECT_EQ(own.answersTo("\n"), kBad);
     EXPECT_EQ(own.answersTo("\r\n"), kBad);
 }
 
-TEST_F(Requests, carry_a_tag_of_three_digits_and_a_colon)
+TEST_F(Requests, may_have_a_tag_of_three_digits_and_a_colon)
 {
     EXPECT_EQ(own.answersTo("123:ping\n"), "123:pong\r\n");
     EXPECT_EQ(own.answersTo("000:nothing\n"), "000:" + kBad);
@@ -77,17 +77,17 @@ TEST_F(Requests, carry_a_tag_of_three_digits_and_a_colon)
     EXPECT_EQ(own.answersTo("123:456:ping\n"), "123:" + kBad) << "one tag";
 }
 
-TEST_F(Requests, match_whole_where_the_keyword_takes_no_argument)
+TEST_F(Requests, match_completely_if_the_keyword_takes_no_argument)
 {
     EXPECT_EQ(own.answersTo("ping extra\n"), kBad);
     EXPECT_EQ(own.answersTo("pin\n"), kBad);
     EXPECT_EQ(own.answersTo(" ping\n"), kBad);
     EXPECT_EQ(own.answersTo("ping=\n"), kBad);
     EXPECT_EQ(own.answersTo("stop-viewer-preempt\n"), kBad) << "known, but there is no host";
-    EXPECT_EQ(protocolNegotiated, 1U) << "by the known one";
+    EXPECT_EQ(protocolNegotiated, 1U) << "set by the known request";
 }
 
-TEST_F(Requests, match_by_their_beginning_where_it_takes_one)
+TEST_F(Requests, match_by_their_beginning_if_the_keyword_takes_an_argument)
 {
     EXPECT_EQ(own.answersTo("set-backlight=5\n"), "failed: EMB-KVO backlight not supported\r\n");
     EXPECT_EQ(own.answersTo("set-backlight-brightness=5\n"), "failed: EMB-KVO backlight brightness not supported\r\n");
@@ -102,10 +102,10 @@ TEST_F(Requests, negotiate_the_protocol_when_they_match)
     EXPECT_EQ(own.answersTo("ping\n"), "pong\r\n");
     EXPECT_EQ(protocolNegotiated, 1U);
     EXPECT_EQ(own.answersTo("pong\n"), kBad);
-    EXPECT_EQ(protocolNegotiated, 1U) << "not taken back";
+    EXPECT_EQ(protocolNegotiated, 1U) << "not reset";
 }
 
-TEST_F(Requests, may_come_in_pieces)
+TEST_F(Requests, may_arrive_in_pieces)
 {
     EXPECT_EQ(own.answersTo("123:pi"), "");
     EXPECT_EQ(own.session.lineFill, 6U);
@@ -117,18 +117,18 @@ TEST_F(Requests, may_come_in_pieces)
     EXPECT_EQ(own.session.lineFill, 0U);
 }
 
-TEST_F(Requests, that_come_together_are_answered_by_a_call_each)
+TEST_F(Requests, that_arrive_together_are_answered_one_per_call)
 {
     own.sends("001:ping\r\n002:nothing\n003:ping\r\n");
     hmiconn_process_one_request(&own.session);
-    EXPECT_EQ(own.heard(), "001:pong\r\n");
+    EXPECT_EQ(own.received(), "001:pong\r\n");
     hmiconn_process_one_request(&own.session);
-    EXPECT_EQ(own.heard(), "002:" + kBad);
+    EXPECT_EQ(own.received(), "002:" + kBad);
     hmiconn_process_one_request(&own.session);
-    EXPECT_EQ(own.heard(), "003:pong\r\n");
+    EXPECT_EQ(own.received(), "003:pong\r\n");
 }
 
-TEST_F(Requests, leave_what_comes_behind_them_in_the_socket)
+TEST_F(Requests, leave_the_following_bytes_in_the_socket)
 {
     own.sends("ping\nping");
     hmiconn_process_one_request(&own.session);
@@ -137,7 +137,7 @@ TEST_F(Requests, leave_what_comes_behind_them_in_the_socket)
     EXPECT_STREQ(left.data(), "ping");
 }
 
-TEST_F(Requests, of_256_bytes_with_their_end_still_fit)
+TEST_F(Requests, fit_in_256_bytes_with_their_end)
 {
     EXPECT_EQ(own.answersTo("set-channel-info=" + std::string(237, 'x') + "\r\n"), "ok\r\n");
     EXPECT_EQ(own.answersTo("set-channel-info=" + std::string(238, 'x') + "\n"), "ok\r\n");
@@ -155,7 +155,7 @@ TEST_F(Requests, without_an_end_within_256_bytes_close_the_session)
     EXPECT_THAT(capture.texts(), ElementsAre("KVO_HWS DLL - hmi_close_x - socket " + std::to_string(socket)));
 }
 
-TEST_F(Requests, without_an_end_close_the_session_also_in_pieces)
+TEST_F(Requests, in_pieces_without_an_end_close_the_session)
 {
     EXPECT_EQ(own.answersTo(std::string(255, 'x')), "");
     EXPECT_EQ(own.session.lineFill, 255U);
@@ -164,7 +164,7 @@ TEST_F(Requests, without_an_end_close_the_session_also_in_pieces)
     EXPECT_EQ(own.session.socket, -1);
 }
 
-TEST_F(Requests, end_at_a_nul_byte_but_are_taken_whole)
+TEST_F(Requests, end_at_a_nul_byte_but_are_read_completely)
 {
     EXPECT_EQ(own.answersTo(std::string("ping\0 and more\n", 15)), "pong\r\n");
     EXPECT_EQ(own.answersTo(std::string("\0\0\0\n", 4)), kBad);
@@ -172,7 +172,7 @@ TEST_F(Requests, end_at_a_nul_byte_but_are_taken_whole)
     EXPECT_EQ(own.answersTo("ping\n"), "pong\r\n");
 }
 
-TEST_F(Requests, of_strange_bytes_are_bad)
+TEST_F(Requests, with_unknown_bytes_are_bad)
 {
     EXPECT_EQ(own.answersTo("\xFF\xFE%s%n\x1B[2J\n"), kBad);
     EXPECT_EQ(own.answersTo("\xB0\xB1\xB2:ping\n"), kBad) << "no digits";
@@ -190,7 +190,7 @@ TEST_F(Requests, mark_the_session_as_alive)
     EXPECT_LT(timeval_diff(&own.session.lastActivity, &before), 10000);
 }
 
-TEST_F(Requests, that_somebody_else_takes_meanwhile_are_waited_for)
+TEST_F(Requests, taken_by_another_reader_are_waited_for)
 {
     own.sends("ping\n");
     {
@@ -205,7 +205,7 @@ TEST_F(Requests, that_somebody_else_takes_meanwhile_are_waited_for)
     EXPECT_EQ(own.answers(), "pong\r\n");
 }
 
-TEST_F(Requests, that_come_short_are_waited_for)
+TEST_F(Requests, that_are_read_partly_are_completed_later)
 {
     own.sends("ping\n");
     {
@@ -228,7 +228,7 @@ TEST_F(Requests, in_pieces_do_not_keep_the_processor_busy)
     EXPECT_LE(std::chrono::steady_clock::now() - start, 100ms);
 }
 
-TEST_F(Requests, find_the_remote_side_gone)
+TEST_F(Requests, detect_that_the_remote_side_is_gone)
 {
     own.closeRemote();
     const MessagesOn messages;
@@ -243,8 +243,8 @@ TEST_F(Requests, find_the_remote_side_gone)
                             "KVO_HWS DLL - hmi_close_x - socket " + std::to_string(socket)));
 }
 
-/// What the last call failed with says nothing about one that found the end.
-TEST_F(Requests, find_the_remote_side_gone_whatever_went_wrong_before)
+/// The errno of the last failed call is not related to an end of file.
+TEST_F(Requests, detect_that_the_remote_side_is_gone_despite_an_old_errno)
 {
     for (const int before : {EINTR, EAGAIN}) {
         OwnSession lost;
@@ -257,7 +257,7 @@ TEST_F(Requests, find_the_remote_side_gone_whatever_went_wrong_before)
     }
 }
 
-TEST_F(Requests, log_a_lost_connection_also_while_debug_messages_are_off)
+TEST_F(Requests, log_a_lost_connection_even_with_debug_messages_off)
 {
     own.closeRemote();
     const SyslogCapture capture;
@@ -265,7 +265,7 @@ TEST_F(Requests, log_a_lost_connection_also_while_debug_messages_are_off)
     EXPECT_THAT(capture.texts(), testing::Contains(testing::HasSubstr("connection closed by peer")));
 }
 
-TEST_F(Requests, name_the_system_s_error)
+TEST_F(Requests, log_the_error_of_the_system)
 {
     const std::string reason = std::strerror(ECONNRESET);
     const WithSystemCalls calls{{.recv = [](int, void *, std::size_t, int) {
@@ -278,11 +278,11 @@ TEST_F(Requests, name_the_system_s_error)
     EXPECT_THAT(capture.texts(), ElementsAre("In hmiconn_process_one_request: HWS connection to 127.0.0.1:3: " + reason));
 }
 
-TEST_F(Requests, that_turn_out_not_to_be_there_are_waited_for_again)
+TEST_F(Requests, that_turn_out_to_be_missing_are_waited_for_again)
 {
     const SyslogCapture capture;
     hmiconn_process_one_request(&own.session);
-    EXPECT_GE(own.session.socket, 0) << "nothing had come; nobody waited";
+    EXPECT_GE(own.session.socket, 0) << "nothing had arrived, and the call did not block";
     for (const int error : {EINTR, EAGAIN}) {
         const WithSystemCalls calls{{.recv = [error](int, void *, std::size_t, int) {
             errno = error;

@@ -1,4 +1,4 @@
-// An agent in conversation with a remote side, and the datagrams that it sends.
+// An agent that is connected to a remote side, and the datagrams that it sends.
 #pragma once
 
 #include <kvo_hws/agent.h>
@@ -18,26 +18,26 @@
 
 namespace agent_test {
 
-inline const std::string kMcp = "mcpFlag=2\n";  // not 0, that is all
+inline const std::string kMcp = "mcpFlag=2\n";  // any value but 0 will do
 
-/// An agent in a conversation with a remote side, after its start's own questions.
-class Conversation {
+/// An agent that is connected to a remote side and has finished its first requests to the local service.
+class ConnectedAgent {
 public:
-    explicit Conversation(const std::string &more = "", const Replies &replies = {})
+    explicit ConnectedAgent(const std::string &more = "", const Replies &replies = {})
         : service_({serves(replies)}), agent_((setenv("KVO_PLATFORM_INTERFACE", "lo", 1), parameters(more)))
     {
         EXPECT_TRUE(remote_.accept());
-        heard_ = service_.requests().size();
+        seen_ = service_.requests().size();
     }
 
     support::RemoteService &remote() { return remote_; }
     std::string ask(const std::string &request) { return remote_.ask(request); }
 
-    /// What the local service was asked since the last look.
-    std::vector<std::string> asked()
+    /// The requests to the local service since the last call.
+    std::vector<std::string> serviceRequests()
     {
         std::vector<std::string> all = service_.requests();
-        all.erase(all.begin(), std::next(all.begin(), static_cast<std::ptrdiff_t>(std::exchange(heard_, all.size()))));
+        all.erase(all.begin(), std::next(all.begin(), static_cast<std::ptrdiff_t>(std::exchange(seen_, all.size()))));
         for (std::string &request : all) {
             request.pop_back();
         }
@@ -48,10 +48,10 @@ private:
     support::RemoteService remote_{kSession};
     support::ScriptedService service_;
     Agent agent_;
-    std::size_t heard_ = 0;
+    std::size_t seen_ = 0;
 };
 
-/// The datagrams that a USB lock is sent by.
+/// Captures the datagrams that set a USB lock.
 class Datagrams {
 public:
     std::vector<std::string> texts()

@@ -1,4 +1,4 @@
-// Activating and closing USB events on threads of their own, and what is left to end after each test.
+// Activates and closes USB events on separate threads, and ends all events after each test.
 #pragma once
 
 #include <kvo_hws/runtime.h>
@@ -22,7 +22,7 @@ using Codes = std::vector<uint32_t>;
 
 inline const std::string kState = "changeStateUSBdevice*10.0.0.5*usb1*1-1.4*00000007*\n";
 
-/// A call on a thread of its own: the library detaches whoever activates or closes, but for a call that it refuses.
+/// Makes a call on a separate thread: unless it refuses the call, the library detaches the thread that activates or closes.
 template <class Call>
 int32_t onDetachedThread(Call call)
 {
@@ -49,13 +49,13 @@ inline bool isSet(SendUsbEventV2 &slot) { return __atomic_load_n(&slot, __ATOMIC
 inline bool isSet(SendUsbEventV1 &slot) { return __atomic_load_n(&slot, __ATOMIC_SEQ_CST) != nullptr; }
 inline bool anySet() { return isSet(sendUSBEvent) || isSet(sendUSBEvent2); }
 
-/// Leaves nothing active behind, so that tests may share a process.
+/// Deactivates everything, so that tests may share a process.
 inline void endEvents()
 {
     const support::ScriptedService service({support::acceptsAll()});
     closeEvents();
     EXPECT_TRUE(support::eventually([] { return !anySet(); }));
-    // Where the service refused, the callbacks have gone and the server has stayed.
+    // If the service refused, the callbacks are cleared but the server still runs.
     if (support::serverState() != NOTIFY_STOPPED) {
         support::onOwnThread(KillUsbServer);
     }

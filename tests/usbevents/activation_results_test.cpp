@@ -1,4 +1,4 @@
-// What activating USB events logs and returns, whichever of the two callbacks it sets.
+// What activating USB events logs and returns, for each of the two callbacks.
 #include <kvo_hws/runtime.h>
 #include <kvo_hws/service.h>
 #include <kvo_hws/usbevents.h>
@@ -114,11 +114,11 @@ TEST_P(EitherActivation, logs_its_steps)
     ASSERT_TRUE(recorder.waitFor(4));
 }
 
-TEST_P(EitherActivation, fails_where_the_server_does_not_stop)
+TEST_P(EitherActivation, fails_if_the_server_does_not_stop)
 {
     const EventRecorder recorder;
     const ScriptedService deaf({support::replies("ok")}, support::kUsbSocket);
-    setServerState(NOTIFY_RUNNING);  // of a server that listens and never looks
+    setServerState(NOTIFY_RUNNING);  // set by a server that listens but never reads its state
     const MessagesOn messages;
     const SyslogCapture capture;
     const auto start = Clock::now();
@@ -130,7 +130,7 @@ TEST_P(EitherActivation, fails_where_the_server_does_not_stop)
     EXPECT_EQ(serverState(), 0U);
 }
 
-TEST_P(EitherActivation, fails_where_the_server_gets_no_thread)
+TEST_P(EitherActivation, fails_if_the_server_gets_no_thread)
 {
     const EventRecorder recorder;
     const MessagesOn messages;
@@ -150,11 +150,12 @@ TEST_P(EitherActivation, fails_where_the_server_gets_no_thread)
     EXPECT_FALSE(anySet());
 }
 
-TEST_P(EitherActivation, fails_where_the_state_is_taken_by_another_server_meanwhile)
+TEST_P(EitherActivation, fails_if_another_server_takes_the_state_meanwhile)
 {
     const EventRecorder recorder;
     const MessagesOn messages;
-    // Between the stop and the start the state must be 0: somebody starts a server of his own as soon as the stop is logged.
+    // Between the stop and the start the state must be 0. The capture acts as another program: it starts a server as soon as
+    // the stop is logged.
     const SyslogCapture capture([] { setServerState(NOTIFY_RUNNING); });
     EXPECT_EQ(GetParam().activate(), -8);
     EXPECT_THAT(own(capture), ElementsAre(message("kill server"), message("can not start server"), failure(-8)));
@@ -162,7 +163,7 @@ TEST_P(EitherActivation, fails_where_the_state_is_taken_by_another_server_meanwh
     setServerState(NOTIFY_STOPPED);
 }
 
-TEST_P(EitherActivation, keeps_the_callback_where_only_the_helper_gets_no_thread)
+TEST_P(EitherActivation, keeps_the_callback_if_only_the_helper_gets_no_thread)
 {
     const EventRecorder recorder;
     const MessagesOn messages;

@@ -1,4 +1,4 @@
-// Activating USB events and the service: waiting for it, its answers, and whether it has events activated.
+// Activating USB events and the service: waiting for it, its replies, and whether it has activated events.
 #include <kvo_hws/runtime.h>
 #include <kvo_hws/service.h>
 #include <kvo_hws/usbevents.h>
@@ -49,9 +49,9 @@ std::vector<std::string> without(std::vector<std::string> requests, const std::s
     return requests;
 }
 
-// ---- What the service answers ----
+// ---- Replies of the service ----
 
-TEST_F(Activation, waits_for_the_service_for_as_long_as_it_takes)
+TEST_F(Activation, waits_for_the_service_without_a_timeout)
 {
     std::atomic<bool> complete{false};
     const ScriptedService service({support::answersWith([&](const std::string &request) {
@@ -60,16 +60,16 @@ TEST_F(Activation, waits_for_the_service_for_as_long_as_it_takes)
     const EventRecorder recorder;
     ASSERT_EQ(activateV2(EventRecorder::newer), 1);
     std::this_thread::sleep_for(450ms);
-    EXPECT_EQ(recorder.codes(), Codes{USB_EVENT_BEGIN}) << "nothing but that";
-    const auto asked = service.requests();
-    EXPECT_THAT(without(asked, "isInitComplete\n"), IsEmpty());
-    EXPECT_THAT(asked.size(), testing::AllOf(testing::Ge(3U), testing::Le(6U))) << "every 100 ms";
+    EXPECT_EQ(recorder.codes(), Codes{USB_EVENT_BEGIN}) << "nothing else";
+    const auto requests = service.requests();
+    EXPECT_THAT(without(requests, "isInitComplete\n"), IsEmpty());
+    EXPECT_THAT(requests.size(), testing::AllOf(testing::Ge(3U), testing::Le(6U))) << "every 100 ms";
     complete = true;
     ASSERT_TRUE(recorder.waitFor(2));
     EXPECT_EQ(recorder.codes(), (Codes{USB_EVENT_BEGIN, USB_EVENT_ACTIVATED}));
 }
 
-TEST_F(Activation, waits_also_for_a_service_that_is_not_there_yet)
+TEST_F(Activation, waits_for_a_service_that_does_not_run_yet)
 {
     const EventRecorder recorder;
     ASSERT_EQ(activateV2(EventRecorder::newer), 1);
@@ -82,22 +82,22 @@ TEST_F(Activation, waits_also_for_a_service_that_is_not_there_yet)
     EXPECT_TRUE(eventually([] { return !anySet(); }));
 }
 
-TEST_F(Activation, that_was_overtaken_does_not_wait_any_longer)
+TEST_F(Activation, stops_waiting_when_superseded)
 {
     const EventRecorder recorder;
     const std::size_t before = threadsRunning();
     for (int round = 0; round < 3; ++round) {
         ASSERT_EQ(activateV2(EventRecorder::newer), 1);
     }
-    EXPECT_TRUE(eventually([&] { return threadsRunning() == before + 2; })) << "the server and one that waits";
+    EXPECT_TRUE(eventually([&] { return threadsRunning() == before + 2; })) << "the server and the latest activation's helper";
     EXPECT_EQ(closeEvents(), 1);
-    EXPECT_TRUE(eventually([&] { return threadsRunning() == before; })) << "and none after the end";
+    EXPECT_TRUE(eventually([&] { return threadsRunning() == before; })) << "none is left after the close";
     const ScriptedService service({acceptsAll()});
     std::this_thread::sleep_for(250ms);
     EXPECT_THAT(service.requests(), IsEmpty());
 }
 
-TEST_F(Activation, that_is_overtaken_while_it_asks_whether_the_service_is_ready_asks_nothing_more)
+TEST_F(Activation, superseded_during_its_readiness_request_sends_no_other_request)
 {
     const ScriptedService service({support::answersWith([](const std::string &request) {
         if (request == "isInitComplete") {
@@ -115,7 +115,7 @@ TEST_F(Activation, that_is_overtaken_while_it_asks_whether_the_service_is_ready_
     EXPECT_EQ(recorder.codes(), (Codes{USB_EVENT_BEGIN, USB_EVENT_BEGIN, USB_EVENT_DEACTIVATED}));
 }
 
-TEST_F(Activation, that_is_overtaken_while_the_service_refuses_it_tells_nothing)
+TEST_F(Activation, superseded_before_the_service_refuses_it_reports_nothing)
 {
     std::atomic<bool> first{true};
     const ScriptedService service({support::answersWith([&](const std::string &request) {
@@ -147,10 +147,10 @@ TEST_F(Activation, is_refused)
     }
 }
 
-/// A service that answers the first request and is gone for the second.
+/// A service that answers the first request and closes the connection of the second.
 std::vector<support::Script> answersOnce() { return {acceptsAll(), support::closesAfterRequest()}; }
 
-TEST_F(Activation, gets_no_answer)
+TEST_F(Activation, may_get_no_reply)
 {
     const ScriptedService service(answersOnce());
     const EventRecorder recorder;
@@ -160,7 +160,7 @@ TEST_F(Activation, gets_no_answer)
     EXPECT_TRUE(eventually([] { return !anySet(); }));
 }
 
-/// What the two threads log that ask the service, once it has finished starting.
+/// What the two threads log that send requests to the service, once it has finished starting.
 std::vector<std::string> messagesOfBothThreads(const std::vector<support::Script> &scripts)
 {
     const ScriptedService service(scripts);
@@ -171,7 +171,7 @@ std::vector<std::string> messagesOfBothThreads(const std::vector<support::Script
     return capture.texts();
 }
 
-TEST_F(Activation, logs_no_answer_of_the_service)
+TEST_F(Activation, does_not_log_the_replies_of_the_service)
 {
     for (const char *const reply : {"ok", "failed", "busy", ""}) {
         EXPECT_THAT(messagesOfBothThreads({acceptsAll({{"activateUSBEvents", reply}, {"deactivateUSBEvents", reply}})}),
@@ -182,7 +182,7 @@ TEST_F(Activation, logs_no_answer_of_the_service)
                 ElementsAre("command socket - can not read from socket", "command socket - can not read from socket"));
 }
 
-TEST_F(Activation, by_the_thread_alone_asks_whoever_is_set)
+TEST_F(Activation, by_the_thread_function_alone_sends_the_same_requests)
 {
     const ScriptedService service({acceptsAll()});
     EXPECT_EQ(onOwnThread([] { return threadActivateUSBevents(nullptr); }), nullptr);
@@ -191,11 +191,11 @@ TEST_F(Activation, by_the_thread_alone_asks_whoever_is_set)
     EXPECT_EQ(service.requests().back(), "deactivateUSBEvents\n");
 }
 
-TEST_F(Activation, by_the_thread_alone_waits_and_ends_like_any_other)
+TEST_F(Activation, by_the_thread_function_alone_waits_and_ends_as_usual)
 {
-    std::atomic<int> asked{0};
+    std::atomic<int> readinessRequests{0};
     const ScriptedService service({support::answersWith([&](const std::string &request) {
-        return std::string(request != "isInitComplete" ? "ok" : asked++ == 0 ? "no" : "yes");
+        return std::string(request != "isInitComplete" ? "ok" : readinessRequests++ == 0 ? "no" : "yes");
     })});
     const EventRecorder recorder;
     sendUSBEvent2 = EventRecorder::newer;
@@ -205,7 +205,7 @@ TEST_F(Activation, by_the_thread_alone_waits_and_ends_like_any_other)
               }),
               -1)
         << "detached";
-    EXPECT_EQ(asked, 2);
+    EXPECT_EQ(readinessRequests, 2);
     EXPECT_EQ(onOwnThread([] {
                   threadDeactivateUSBevents(nullptr);
                   return kvo_hws_detach_thread();

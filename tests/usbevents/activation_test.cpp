@@ -1,4 +1,4 @@
-// Activating USB events: from the call to the callback, and in turns with others of the same process.
+// Activating USB events: from the call to the callback, and in order with other calls of the same process.
 #include <kvo_hws/runtime.h>
 #include <kvo_hws/service.h>
 #include <kvo_hws/usbevents.h>
@@ -52,9 +52,9 @@ using usbevents_test::onDetachedThread;
 
 const std::string kRemoved = "removeUSBdevice*10.0.0.5*usb1*1-1.4*\n";
 
-// ---- The whole way ----
+// ---- From the call to the event ----
 
-TEST_F(Activation, brings_events_to_the_newer_callback_until_it_is_closed)
+TEST_F(Activation, delivers_events_to_the_newer_callback_until_it_is_closed)
 {
     const ScriptedService service({acceptsAll()});
     const EventRecorder recorder;
@@ -72,7 +72,7 @@ TEST_F(Activation, brings_events_to_the_newer_callback_until_it_is_closed)
     EXPECT_EQ(serverState(), 0U);
 }
 
-TEST_F(Activation, brings_events_to_the_older_callback_until_it_is_closed)
+TEST_F(Activation, delivers_events_to_the_older_callback_until_it_is_closed)
 {
     const ScriptedService service({acceptsAll()});
     const EventRecorder recorder;
@@ -94,7 +94,7 @@ TEST_F(Activation, listens_before_it_returns)
     EXPECT_EQ(serverState(), 3U);
 }
 
-TEST_F(Activation, twice_in_a_row_stops_the_first_server_and_starts_another)
+TEST_F(Activation, twice_in_succession_stops_the_first_server_and_starts_another)
 {
     const ScriptedService service({acceptsAll()});
     const EventRecorder recorder;
@@ -114,13 +114,13 @@ TEST_F(Activation, twice_in_a_row_stops_the_first_server_and_starts_another)
     EXPECT_EQ(activateV2(EventRecorder::newer), 1);
     ended = true;
     watch.join();
-    EXPECT_TRUE(stopping) << "3, then 1";
+    EXPECT_TRUE(stopping) << "state 3, then 1";
     ASSERT_TRUE(recorder.waitFor(4));
     EXPECT_EQ(recorder.codes(), (Codes{3, 1, 3, 1}));
     EXPECT_EQ(usbServerReply(kState), "ok\n");
 }
 
-TEST_F(Activation, of_the_older_callback_tells_it_directly_where_a_newer_one_is_set)
+TEST_F(Activation, of_the_older_callback_calls_it_directly_even_if_a_newer_one_is_set)
 {
     const ScriptedService service({acceptsAll()});
     const EventRecorder recorder;
@@ -129,11 +129,11 @@ TEST_F(Activation, of_the_older_callback_tells_it_directly_where_a_newer_one_is_
     ASSERT_EQ(activate(EventRecorder::older), 1);
     ASSERT_TRUE(recorder.waitFor(4));
     const auto events = recorder.events();
-    EXPECT_EQ(events[2], (RecordedEvent{1, USB_EVENT_BEGIN, 0, ""})) << "directly";
-    EXPECT_EQ(events[3], (RecordedEvent{2, USB_EVENT_ACTIVATED, 8, ""})) << "whichever is set, the newer first";
+    EXPECT_EQ(events[2], (RecordedEvent{1, USB_EVENT_BEGIN, 0, ""})) << "called directly";
+    EXPECT_EQ(events[3], (RecordedEvent{2, USB_EVENT_ACTIVATED, 8, ""})) << "any callback that is set, the newer one first";
 }
 
-TEST_F(Activation, detaches_whoever_activates_or_closes)
+TEST_F(Activation, detaches_the_calling_thread_as_closing_does)
 {
     const ScriptedService service({acceptsAll()});
     const EventRecorder recorder;
@@ -150,7 +150,7 @@ TEST_F(Activation, detaches_whoever_activates_or_closes)
     ASSERT_TRUE(recorder.waitFor(3));
 }
 
-TEST_F(Activation, by_a_thread_that_is_cancelled_in_its_callback_goes_on)
+TEST_F(Activation, continues_after_its_thread_is_cancelled_in_its_callback)
 {
     const ScriptedService service({acceptsAll()});
     const EventRecorder recorder([](const RecordedEvent &event) {
@@ -173,11 +173,11 @@ TEST_F(Activation, by_a_thread_that_is_cancelled_in_its_callback_goes_on)
     EXPECT_EQ(recorder.codes(), (Codes{USB_EVENT_BEGIN, USB_EVENT_ACTIVATED}));
 }
 
-// ---- In turns with others ----
+// ---- In order with other calls ----
 
-TEST_F(Activation, goes_on_where_a_server_neither_stops_nor_listens)
+TEST_F(Activation, succeeds_if_a_server_neither_stops_nor_listens)
 {
-    // That the control word was not delivered outweighs that the server did not stop: callers treat it as success.
+    // A control word that was not delivered counts as success and outweighs that the server did not stop. Callers rely on that.
     const ScriptedService service({acceptsAll()});
     const EventRecorder recorder;
     setServerState(NOTIFY_RUNNING);
@@ -185,7 +185,7 @@ TEST_F(Activation, goes_on_where_a_server_neither_stops_nor_listens)
     EXPECT_EQ(usbServerReply(kState), "ok\n");
 }
 
-TEST_F(Activation, fails_at_once_where_nobody_can_listen)
+TEST_F(Activation, fails_at_once_if_the_socket_cannot_be_bound)
 {
     std::filesystem::remove_all(support::kUsbSocket);
     std::filesystem::create_directories(std::string(support::kUsbSocket) + "/in the way");
@@ -202,7 +202,7 @@ TEST_F(Activation, fails_at_once_where_nobody_can_listen)
     std::filesystem::remove_all(support::kUsbSocket);
 }
 
-TEST_F(Activation, sets_its_callback_also_where_a_close_took_it_away_meanwhile)
+TEST_F(Activation, sets_its_callback_even_if_a_close_clears_it_meanwhile)
 {
     const ScriptedService service({acceptsAll()});
     const EventRecorder recorder([](const RecordedEvent &event) {
@@ -215,24 +215,24 @@ TEST_F(Activation, sets_its_callback_also_where_a_close_took_it_away_meanwhile)
     ASSERT_TRUE(recorder.waitFor(2));
     EXPECT_EQ(usbServerReply(kState), "ok\n");
     EXPECT_EQ(recorder.codes(), (Codes{USB_EVENT_BEGIN, USB_EVENT_ACTIVATED, USB_EVENT_STATE}));
-    // The recorder takes the callback away at the close's beginning as well.
+    // The recorder clears the callback when the close begins too.
     onOwnThread(KillUsbServer);
     SetFunction_SendUSBEvent_NULL();
 }
 
-TEST_F(Activation, takes_turns_with_others)
+TEST_F(Activation, waits_for_a_running_activation)
 {
     const ScriptedService service({acceptsAll()});
     const EventRecorder recorder;
-    static std::atomic<bool> held{false};
+    static std::atomic<bool> blocked{false};
     static std::atomic<bool> release{false};
     static thread_local bool isFirst = false;
-    held = release = false;
+    blocked = release = false;
     std::thread first;
     std::thread second;
     {
         const WithSystemCalls calls({.pthreadCreate = [] {
-            if (isFirst && !held.exchange(true)) {
+            if (isFirst && !blocked.exchange(true)) {
                 eventually([] { return release.load(); });
             }
             return support::kPassThrough;
@@ -243,7 +243,7 @@ TEST_F(Activation, takes_turns_with_others)
                 return KVO_HWS_activateUSBEventsV2(EventRecorder::newer);
             });
         });
-        EXPECT_TRUE(eventually([] { return held.load(); })) << "about to start its server";
+        EXPECT_TRUE(eventually([] { return blocked.load(); })) << "about to start its server";
         const MessagesOn messages;
         const SyslogCapture capture;
         second = std::thread([] { closeEvents(); });
@@ -257,9 +257,9 @@ TEST_F(Activation, takes_turns_with_others)
     EXPECT_TRUE(eventually([] { return serverState() == 0; }));
 }
 
-// ---- All at once ----
+// ---- All at the same time ----
 
-TEST_F(Activation, and_closing_in_a_loop_from_several_threads_with_events_arriving_ends)
+TEST_F(Activation, and_closing_in_loops_of_several_threads_during_events_ends)
 {
     const ScriptedService service({acceptsAll()});
     const EventRecorder recorder;
@@ -282,7 +282,7 @@ TEST_F(Activation, and_closing_in_a_loop_from_several_threads_with_events_arrivi
     loop([] { return activateV2(EventRecorder::newer); });
     older.join();
     newer.join();
-    // Whatever order they came in, one more close is enough.
+    // Whatever order the calls had, one more close is enough.
     closeEvents();
     ended = true;
     daemon.join();

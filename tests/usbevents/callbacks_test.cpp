@@ -23,13 +23,13 @@ protected:
     void TearDown() override { SetFunction_SendUSBEvent_NULL(); }
 };
 
-TEST_F(Callbacks, are_not_set_at_first)
+TEST_F(Callbacks, are_not_set_initially)
 {
     EXPECT_EQ(sendUSBEvent, nullptr);
     EXPECT_EQ(sendUSBEvent2, nullptr);
 }
 
-TEST_F(Callbacks, fail_where_none_is_set)
+TEST_F(Callbacks, fail_if_none_is_set)
 {
     UsbEventV2 event{};
     EXPECT_EQ(SendUSBEventCheckNULL_Simple(3), -1);
@@ -37,21 +37,21 @@ TEST_F(Callbacks, fail_where_none_is_set)
     EXPECT_EQ(SendUSBEventCheckNULL_V2(&event), -1);
 }
 
-TEST_F(Callbacks, are_told_a_status_each_in_its_form)
+TEST_F(Callbacks, receive_a_status_in_their_own_form)
 {
     const EventRecorder recorder(
         [](const RecordedEvent &event) { return event.generation * 100 + static_cast<int>(event.code); });
     sendUSBEvent = EventRecorder::older;
     EXPECT_EQ(SendUSBEventCheckNULL_Simple(3), 103);
     sendUSBEvent2 = EventRecorder::newer;
-    EXPECT_EQ(SendUSBEventCheckNULL_Simple(101), 301) << "the newer one where both are set";
+    EXPECT_EQ(SendUSBEventCheckNULL_Simple(101), 301) << "the newer one if both are set";
     sendUSBEvent = nullptr;
     EXPECT_EQ(SendUSBEventCheckNULL_Simple(2), 202);
     EXPECT_THAT(recorder.events(),
                 ElementsAre(RecordedEvent{1, 3, 0, ""}, RecordedEvent{2, 101, 8, ""}, RecordedEvent{2, 2, 8, ""}));
 }
 
-TEST_F(Callbacks, are_called_each_by_its_own)
+TEST_F(Callbacks, are_called_separately)
 {
     const EventRecorder recorder([](const RecordedEvent &event) { return event.generation; });
     sendUSBEvent = EventRecorder::older;
@@ -65,7 +65,7 @@ TEST_F(Callbacks, are_called_each_by_its_own)
     EXPECT_EQ(recorder.codes(), (std::vector<uint32_t>{10, 13}));
 }
 
-TEST_F(Callbacks, give_their_result_back_whatever_it_is)
+TEST_F(Callbacks, return_any_result_unchanged)
 {
     for (const int32_t result : {-2, -1, 0, 1, 7}) {
         const EventRecorder recorder([result](const RecordedEvent &) { return result; });
@@ -74,7 +74,7 @@ TEST_F(Callbacks, give_their_result_back_whatever_it_is)
     }
 }
 
-TEST_F(Callbacks, are_both_taken_away_at_once)
+TEST_F(Callbacks, are_both_cleared_at_once)
 {
     const EventRecorder recorder;
     sendUSBEvent = EventRecorder::older;
@@ -85,7 +85,7 @@ TEST_F(Callbacks, are_both_taken_away_at_once)
     EXPECT_THAT(recorder.events(), IsEmpty());
 }
 
-TEST_F(Callbacks, fail_where_they_throw)
+TEST_F(Callbacks, fail_if_they_throw)
 {
     const EventRecorder recorder([](const RecordedEvent &) -> int32_t { throw std::runtime_error("not for the library"); });
     sendUSBEvent = EventRecorder::older;

@@ -1,4 +1,4 @@
-// Closing USB events: what it returns, and what comes between it and an activation.
+// Closing USB events: what it returns, and how it interacts with an activation.
 #include <kvo_hws/runtime.h>
 #include <kvo_hws/usbevents.h>
 
@@ -46,7 +46,7 @@ using usbevents_test::kState;
 
 class Closing : public Activation {};
 
-TEST_F(Closing, of_what_is_not_active_is_refused)
+TEST_F(Closing, is_refused_when_nothing_is_active)
 {
     const ScriptedService service({acceptsAll()});
     const ScriptedService otherProgram({support::replies("ok")}, support::kUsbSocket);
@@ -71,18 +71,18 @@ TEST_F(Closing, logs_its_step)
     EXPECT_EQ(recorder.codes(), (Codes{USB_EVENT_BEGIN, USB_EVENT_DEACTIVATED}));
 }
 
-TEST_F(Closing, gives_the_service_100_ms)
+TEST_F(Closing, waits_100_ms_for_the_service)
 {
     const ScriptedService service({acceptsAll()});
     const EventRecorder recorder;
     sendUSBEvent2 = EventRecorder::newer;
     const auto start = Clock::now();
     EXPECT_EQ(closeEvents(), 1);
-    EXPECT_GE(Clock::now() - start, 150ms) << "50 for finding that no other server runs";
-    EXPECT_EQ(recorder.codes(), (Codes{USB_EVENT_BEGIN, USB_EVENT_DEACTIVATED})) << "answered by then";
+    EXPECT_GE(Clock::now() - start, 150ms) << "50 of them for finding that no other server runs";
+    EXPECT_EQ(recorder.codes(), (Codes{USB_EVENT_BEGIN, USB_EVENT_DEACTIVATED})) << "the service has replied by then";
 }
 
-TEST_F(Closing, fails_where_the_server_does_not_stop)
+TEST_F(Closing, fails_if_the_server_does_not_stop)
 {
     const EventRecorder recorder;
     sendUSBEvent2 = EventRecorder::newer;
@@ -96,7 +96,7 @@ TEST_F(Closing, fails_where_the_server_does_not_stop)
     EXPECT_FALSE(anySet());
 }
 
-TEST_F(Closing, ends_also_where_the_service_disagrees_or_is_gone)
+TEST_F(Closing, succeeds_even_if_the_service_refuses_or_is_gone)
 {
     const EventRecorder refused;
     {
@@ -115,7 +115,7 @@ TEST_F(Closing, ends_also_where_the_service_disagrees_or_is_gone)
     EXPECT_TRUE(eventually([] { return !anySet(); }));
 }
 
-TEST_F(Closing, without_a_thread_keeps_the_callback_so_that_it_can_be_closed_again)
+TEST_F(Closing, without_a_thread_keeps_the_callback_for_another_close)
 {
     const ScriptedService service({acceptsAll()});
     const EventRecorder recorder;
@@ -135,7 +135,7 @@ TEST_F(Closing, without_a_thread_keeps_the_callback_so_that_it_can_be_closed_aga
     EXPECT_THAT(service.requests(), ElementsAre("deactivateUSBEvents\n"));
 }
 
-TEST_F(Closing, that_is_answered_late_leaves_a_later_activation_alone)
+TEST_F(Closing, with_a_late_reply_does_not_affect_a_later_activation)
 {
     std::atomic<bool> late{true};
     const ScriptedService service({support::answersWith([&](const std::string &request) {
@@ -154,7 +154,7 @@ TEST_F(Closing, that_is_answered_late_leaves_a_later_activation_alone)
     EXPECT_EQ(usbServerReply(kState), "ok\n");
 }
 
-TEST_F(Closing, overtakes_an_activation_as_soon_as_it_begins)
+TEST_F(Closing, supersedes_an_activation_at_once)
 {
     std::atomic<bool> complete{false};
     const ScriptedService service({support::answersWith([&](const std::string &request) {
@@ -165,13 +165,13 @@ TEST_F(Closing, overtakes_an_activation_as_soon_as_it_begins)
     std::thread closing([] { EXPECT_EQ(closeEvents(), 1); });
     EXPECT_TRUE(recorder.waitFor(2));
     std::this_thread::sleep_for(50ms);
-    complete = true;  // the server takes a while longer to end
+    complete = true;  // the server still needs some time to end
     closing.join();
     EXPECT_TRUE(eventually([] { return !anySet(); }));
     EXPECT_THAT(service.requests(), Not(Contains("activateUSBEvents\n")));
 }
 
-TEST_F(Closing, is_allowed_to_the_callback_itself)
+TEST_F(Closing, may_be_called_by_the_callback)
 {
     const ScriptedService service({acceptsAll()});
     std::atomic<int32_t> closed{0};
@@ -189,7 +189,7 @@ TEST_F(Closing, is_allowed_to_the_callback_itself)
     EXPECT_EQ(recorder.codes(), (Codes{3, 1, 13, 3, 2}));
 }
 
-TEST_F(Closing, is_allowed_to_the_callback_that_hears_of_the_activation)
+TEST_F(Closing, may_be_called_by_the_callback_of_the_activation_status)
 {
     const ScriptedService service({acceptsAll()});
     std::atomic<int32_t> closed{0};

@@ -1,4 +1,4 @@
-// A connection of the USB event server, served on a thread of its own.
+// A connection of the USB event server, served on a separate thread.
 #pragma once
 
 #include <kvo_hws/runtime.h>
@@ -21,7 +21,7 @@ inline const std::string kRefused = "ignoreUSBdevice*10.0.0.5*usb1*1-1.4*SanDisk
 inline const std::string kState = "changeStateUSBdevice*10.0.0.5*usb1*1-1.4*00000007*";
 inline const std::string kRemoved = "removeUSBdevice*10.0.0.5*usb1*1-1.4*";
 
-/// A connection that ConInstThread serves on a thread of its own; the test is the daemon.
+/// A connection that ConInstThread serves on a separate thread; the test acts as the daemon.
 class Connection {
 public:
     Connection()
@@ -40,7 +40,7 @@ public:
         EXPECT_EQ(write(daemon_, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
     }
 
-    /// Everything until the library closes.
+    /// Everything until the library closes the connection.
     [[nodiscard]] std::string answer() const
     {
         std::string answer;

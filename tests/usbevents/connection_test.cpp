@@ -1,4 +1,4 @@
-// One connection of the USB event server: the records that callbacks get, and how a line comes in and its answer goes out.
+// One connection of the USB event server: the records that callbacks receive, how a line is read, and how its answer is sent.
 #include <kvo_hws/runtime.h>
 #include <kvo_hws/service.h>
 #include <kvo_hws/usbevents.h>
@@ -113,16 +113,16 @@ TEST_F(ConnectionTest, clears_each_record_first)
     EXPECT_EQ(recorder.events().size(), 6U);
 }
 
-// ---- How a line comes in and an answer goes out ----
+// ---- Reading a line and sending an answer ----
 
-TEST_F(ConnectionTest, takes_a_carriage_return_before_the_line_feed)
+TEST_F(ConnectionTest, accepts_a_carriage_return_before_the_line_feed)
 {
     const EventRecorder recorder;
     sendUSBEvent2 = EventRecorder::newer;
     EXPECT_EQ(answerTo(kRemoved + "\r"), "ok\n");
 }
 
-TEST_F(ConnectionTest, answers_one_text_a_connection)
+TEST_F(ConnectionTest, answers_one_text_per_connection)
 {
     const EventRecorder recorder;
     sendUSBEvent2 = EventRecorder::newer;
@@ -204,7 +204,7 @@ TEST_F(ConnectionTest, silence_fails_after_4_s)
     EXPECT_LT(Clock::now() - start, 8s);
 }
 
-TEST_F(ConnectionTest, a_client_that_does_not_wait_for_the_answer_harms_nobody)
+TEST_F(ConnectionTest, a_client_that_does_not_wait_for_the_answer_causes_no_failure)
 {
     const EventRecorder recorder([](const RecordedEvent &) {
         std::this_thread::sleep_for(50ms);
@@ -216,11 +216,11 @@ TEST_F(ConnectionTest, a_client_that_does_not_wait_for_the_answer_harms_nobody)
         connection.send(kRemoved + "\n");
         ASSERT_TRUE(recorder.waitFor(1));
     }
-    std::this_thread::sleep_for(300ms);  // the answer goes to a closed socket meanwhile, which must not raise SIGPIPE
+    std::this_thread::sleep_for(300ms);  // meanwhile the answer goes to a closed socket, which must not raise SIGPIPE
     EXPECT_EQ(answerTo(kRemoved), "ok\n");
 }
 
-TEST_F(ConnectionTest, messages_end_at_255_characters_and_are_no_formats)
+TEST_F(ConnectionTest, messages_are_cut_to_255_characters_and_not_used_as_formats)
 {
     const MessagesOn messages;
     const SyslogCapture capture;

@@ -1,4 +1,4 @@
-// Every text of a USB event against every set of callbacks: who is told, what is answered, what is logged.
+// Every text of a USB event with every set of callbacks: which callback is called, what is answered, and what is logged.
 #include <kvo_hws/runtime.h>
 #include <kvo_hws/service.h>
 #include <kvo_hws/usbevents.h>
@@ -31,10 +31,10 @@ struct Exchange {
     const char *name;
     int callbacks;
     std::string text;
-    int32_t result;                   ///< what the callbacks return
-    std::string answer;               ///< without its line feed
-    std::vector<RecordedEvent> told;  ///< records are compared by their beginning
-    std::string message = "";         ///< between those of the text and the answer; empty: none
+    int32_t result;                     ///< what the callbacks return
+    std::string answer;                 ///< without its line feed
+    std::vector<RecordedEvent> events;  ///< records are compared by their beginning
+    std::string message = "";           ///< logged between the text and the answer; empty: nothing
 };
 
 std::ostream &operator<<(std::ostream &out, const Exchange &row) { return out << row.name; }
@@ -44,7 +44,7 @@ protected:
     void TearDown() override { SetFunction_SendUSBEvent_NULL(); }
 };
 
-TEST_P(Exchanges, is_told_answered_and_logged)
+TEST_P(Exchanges, calls_back_answers_and_logs)
 {
     const Exchange &row = GetParam();
     const EventRecorder recorder([&row](const RecordedEvent &) { return row.result; });
@@ -54,13 +54,13 @@ TEST_P(Exchanges, is_told_answered_and_logged)
     const SyslogCapture capture;
     EXPECT_EQ(answerTo(row.text), row.answer + "\n");
 
-    const auto told = recorder.events();
-    ASSERT_EQ(told.size(), row.told.size());
-    for (std::size_t event = 0; event < told.size(); ++event) {
-        EXPECT_EQ(told[event].generation, row.told[event].generation);
-        EXPECT_EQ(told[event].code, row.told[event].code);
-        EXPECT_EQ(told[event].length, row.told[event].length);
-        EXPECT_STREQ(told[event].record.c_str(), row.told[event].record.c_str());
+    const auto events = recorder.events();
+    ASSERT_EQ(events.size(), row.events.size());
+    for (std::size_t event = 0; event < events.size(); ++event) {
+        EXPECT_EQ(events[event].generation, row.events[event].generation);
+        EXPECT_EQ(events[event].code, row.events[event].code);
+        EXPECT_EQ(events[event].length, row.events[event].length);
+        EXPECT_STREQ(events[event].record.c_str(), row.events[event].record.c_str());
     }
     std::vector<std::string> expected{"USB server - received text from client '" + row.text + "'"};
     if (!row.message.empty()) {
@@ -91,7 +91,7 @@ const std::vector<Exchange> kExchanges = {
      "failed",
      {{1, 10, 0, kAddress}},
      " ExecuteNewUSBDevice SendUSBEventCheckNULL fails '-1'"},
-    {"new_other_results_are_no_failure", kNewer, kNew, -2, "ok", {{2, 10, 216, kAddress}}},
+    {"new_other_results_do_not_fail", kNewer, kNew, -2, "ok", {{2, 10, 216, kAddress}}},
     {"new_malformed",
      kNewer,
      "newUSBdevice*10.0.0.5*a*b*c*d*e*f*12G4*",
@@ -113,7 +113,7 @@ const std::vector<Exchange> kExchanges = {
      "failed",
      {},
      " ExecuteNewUSBDevice SendUSBEventCheckNULL fails '-1'"},
-    {"new_needs_only_to_begin_so", kNewer, "newUSBdeviceXYZ" + kNew.substr(12), 0, "ok", {{2, 10, 216, kAddress}}},
+    {"new_needs_only_its_beginning", kNewer, "newUSBdeviceXYZ" + kNew.substr(12), 0, "ok", {{2, 10, 216, kAddress}}},
 
     {"removed_newer", kNewer, kRemoved, 0, "ok", {{2, 11, 88, kAddress}}},
     {"removed_older", kOlder, kRemoved, 0, "ok", {{1, 11, 0, kAddress}}},
@@ -121,21 +121,21 @@ const std::vector<Exchange> kExchanges = {
     {"removed_none", kNone, kRemoved, 0, "failed", {}},
     {"removed_callback_fails", kNewer, kRemoved, -1, "failed", {{2, 11, 88, kAddress}}},
     {"removed_older_callback_fails", kOlder, kRemoved, -1, "failed", {{1, 11, 0, kAddress}}},
-    // The one malformed text that is answered with an empty line.
+    // The only malformed text that is answered with an empty line.
     {"removed_malformed", kNewer, "removeUSBdevice*10.0.0.5*usb1*", 0, "", {}},
     {"removed_malformed_older", kOlder, "removeUSBdevice*10.0.0.5*usb1*", 0, "", {}},
     {"removed_malformed_none", kNone, "removeUSBdevice*", 0, "failed", {}},
 
     {"state_newer", kNewer, kState, 0, "ok", {{2, 13, 92, kAddress}}},
     {"state_both", kBoth, kState, 0, "ok", {{2, 13, 92, kAddress}}},
-    {"state_older_is_not_told", kOlder, kState, 0, "failed", {}},
+    {"state_older_is_not_called", kOlder, kState, 0, "failed", {}},
     {"state_none", kNone, kState, 0, "failed", {}},
     {"state_callback_fails", kNewer, kState, -1, "failed", {{2, 13, 92, kAddress}}},
     {"state_malformed", kNewer, "changeStateUSBdevice*10.0.0.5*a*b*x*", 0, "failed", {}},
 
     {"refused_newer", kNewer, kRefused, 0, "ok", {{2, 14, 212, kAddress}}},
     {"refused_both", kBoth, kRefused, 0, "ok", {{2, 14, 212, kAddress}}},
-    {"refused_older_is_not_told",
+    {"refused_older_is_not_called",
      kOlder,
      kRefused,
      0,

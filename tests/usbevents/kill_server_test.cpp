@@ -33,35 +33,35 @@ using usbevents_test::Timed;
 using usbevents_test::timed;
 using usbevents_test::UsbChannel;
 
-TEST_F(UsbChannel, killing_tells_whichever_server_listens)
+TEST_F(UsbChannel, kill_reaches_any_listening_server)
 {
     const ScriptedService server({support::replies("ok")}, kUsbSocket);
     const Timed killed = timed(KillUsbServer);
     EXPECT_EQ(killed.result, 1);
-    EXPECT_LT(killed.taken, 90ms) << "nothing of this process had to be waited for";
+    EXPECT_LT(killed.taken, 90ms) << "no server of this process had to be waited for";
     EXPECT_THAT(server.requests(), ElementsAre("suicide\n"));
 }
 
-TEST_F(UsbChannel, killing_where_nobody_listens_is_minus_2)
+TEST_F(UsbChannel, kill_without_a_listener_is_minus_2)
 {
     EXPECT_EQ(timed(KillUsbServer).result, -2);
     EXPECT_EQ(serverState(), 0U);
 }
 
-TEST_F(UsbChannel, killing_asks_the_own_server_and_waits_until_it_has_stopped)
+TEST_F(UsbChannel, kill_waits_until_the_own_server_has_stopped)
 {
     for (const uint32_t stopped : {0U, 2U}) {
         const ScriptedService other({support::replies("ok")}, kUsbSocket);
         setServerState(3);
-        std::atomic<uint32_t> asked{0};
+        std::atomic<uint32_t> stateSeen{0};
         std::thread ownServer([&] {
             std::this_thread::sleep_for(150ms);
-            asked = serverState();
+            stateSeen = serverState();
             setServerState(stopped);
         });
         const Timed killed = timed(KillUsbServer);
         ownServer.join();
-        EXPECT_EQ(asked, 1U);
+        EXPECT_EQ(stateSeen, 1U);
         EXPECT_EQ(killed.result, 1);
         EXPECT_THAT(killed.taken, AllOf(Ge(190ms), Lt(1s)));
         EXPECT_EQ(serverState(), 0U);
@@ -69,7 +69,7 @@ TEST_F(UsbChannel, killing_asks_the_own_server_and_waits_until_it_has_stopped)
     }
 }
 
-TEST_F(UsbChannel, killing_a_server_that_never_ends_gives_up_after_2_s)
+TEST_F(UsbChannel, kill_gives_up_after_2_s_on_a_server_that_never_ends)
 {
     const ScriptedService other({support::replies("ok")}, kUsbSocket);
     setServerState(3);
@@ -77,17 +77,17 @@ TEST_F(UsbChannel, killing_a_server_that_never_ends_gives_up_after_2_s)
     EXPECT_EQ(killed.result, -1);
     EXPECT_THAT(killed.taken, AllOf(Ge(1990ms), Lt(3s)));
     EXPECT_EQ(serverState(), 0U);
-    EXPECT_THAT(other.requests(), ElementsAre("suicide\n")) << "the message goes out all the same";
+    EXPECT_THAT(other.requests(), ElementsAre("suicide\n")) << "the message is sent anyway";
 }
 
-TEST_F(UsbChannel, killing_a_server_that_never_ends_where_nobody_listens_is_minus_2)
+TEST_F(UsbChannel, kill_without_a_listener_is_minus_2_even_if_the_own_server_never_ends)
 {
     setServerState(1);
     EXPECT_EQ(timed(KillUsbServer).result, -2);
     EXPECT_EQ(serverState(), 0U);
 }
 
-TEST_F(UsbChannel, killing_takes_a_server_that_has_stopped_already_as_stopped)
+TEST_F(UsbChannel, kill_accepts_a_server_that_has_stopped_already)
 {
     const ScriptedService other({support::replies("ok")}, kUsbSocket);
     setServerState(2);
@@ -95,7 +95,7 @@ TEST_F(UsbChannel, killing_takes_a_server_that_has_stopped_already_as_stopped)
     EXPECT_EQ(serverState(), 0U);
 }
 
-TEST_F(UsbChannel, killing_without_memory_is_minus_2_and_sends_nothing)
+TEST_F(UsbChannel, kill_without_memory_is_minus_2_and_sends_nothing)
 {
     if (const char *reason = support::FailingAllocations::unavailable()) {
         GTEST_SKIP() << reason;
@@ -108,7 +108,7 @@ TEST_F(UsbChannel, killing_without_memory_is_minus_2_and_sends_nothing)
                   return KillUsbServer();
               }),
               -2);
-    // The blank is missing in the text itself.
+    // The blank is missing in the log text itself.
     EXPECT_THAT(capture.texts(), ElementsAre("kill servernot enough memory"));
     EXPECT_THAT(other.requests(), IsEmpty());
 }

@@ -1,5 +1,5 @@
-// Another program of the panel: activates USB events for an "a" on its standard input, closes them for a "c", and reports each
-// code that its callback hears as a byte on its standard output.
+// A second program of the panel: activates USB events for an "a" on its standard input, closes them for a "c", and writes each
+// code that its callback receives as a byte to its standard output.
 #include <kvo_hws/usbevents.h>
 
 #include "support/own_thread.h"
@@ -23,7 +23,7 @@ int main()
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     for (char order = 0; read(STDIN_FILENO, &order, 1) == 1;) {
-        // The thread sanitizer does not know that the main thread may be detached as well.
+        // The thread sanitizer cannot handle a detached main thread.
         support::onOwnThread([order] { return order == 'a' ? KVO_HWS_activateUSBEventsV2(report) : KVO_HWS_closeUSBEvents(); });
     }
     return 0;

@@ -1,4 +1,4 @@
-// The USB event server where its calls fail: how it ends, and what it logs.
+// The USB event server when its calls fail: how it ends, and what it logs.
 #include <kvo_hws/runtime.h>
 #include <kvo_hws/service.h>
 #include <kvo_hws/usbevents.h>
@@ -44,10 +44,10 @@ using usbevents_test::UsbServer;
 
 std::atomic<bool> stopAtAccept{false};
 
-/// Whether the calling thread is the server that calls are to fail for.
+/// Whether the calling thread is the server whose calls fail.
 thread_local bool isServer = false;
 
-/// Runs a server on a thread of its own to its end.
+/// Runs a server on a separate thread until it ends.
 void runServer()
 {
     support::onOwnThread([] {
@@ -56,7 +56,7 @@ void runServer()
     });
 }
 
-/// Makes a server's call fail, and nobody else's.
+/// Makes a call fail on the server's thread only.
 template <class... Arguments>
 auto fails(int error)
 {
@@ -72,7 +72,7 @@ int readable(pollfd *descriptors, nfds_t, int)
     return isServer ? 1 : kPassThrough;
 }
 
-/// A client for the server, as far as a descriptor is one.
+/// Replaces an accepted client: any open descriptor will do.
 int someClient(int) { return isServer ? openat(AT_FDCWD, "/dev/null", O_RDWR | O_CLOEXEC) : kPassThrough; }
 
 struct Failure {
@@ -121,7 +121,7 @@ const std::vector<Failure> kFailures = {
 INSTANTIATE_TEST_SUITE_P(Of, FailingServer, testing::ValuesIn(kFailures),
                          [](const auto &row) { return std::string(row.param.name); });
 
-TEST_F(UsbServer, ends_where_a_connection_gets_no_thread)
+TEST_F(UsbServer, ends_if_a_connection_gets_no_thread)
 {
     const std::size_t descriptors = descriptorsOpen();
     const MessagesOn messages;
@@ -138,10 +138,10 @@ TEST_F(UsbServer, ends_where_a_connection_gets_no_thread)
                 ElementsAre(LogLine{"", LOG_INFO, kStarted}, LogLine{"", LOG_INFO, "USB server - create thread error"},
                             LogLine{"", LOG_INFO, "USB server - terminated"},
                             LogLine{"", LOG_ERR, "USB server - abnormal terminated6 11 Resource temporarily unavailable"}));
-    EXPECT_EQ(descriptorsOpen(), descriptors) << "the client is closed too";
+    EXPECT_EQ(descriptorsOpen(), descriptors) << "the client's descriptor is closed too";
 }
 
-TEST_F(UsbServer, keeps_stopped_and_requested_apart_also_where_it_fails)
+TEST_F(UsbServer, reports_a_requested_stop_rather_than_a_failure)
 {
     const WithSystemCalls calls({.poll = [](pollfd *, nfds_t, int) {
         if (isServer) {
@@ -155,10 +155,10 @@ TEST_F(UsbServer, keeps_stopped_and_requested_apart_also_where_it_fails)
     runServer();
     EXPECT_EQ(serverState(), static_cast<uint32_t>(NOTIFY_STOP_DONE));
     EXPECT_THAT(capture.texts(), ElementsAre(testing::StartsWith("USB server - terminated0 ")))
-        << "the stop is looked at before the failure";
+        << "the stop is checked before the failure";
 }
 
-TEST_F(UsbServer, looks_at_its_state_after_an_accept_too)
+TEST_F(UsbServer, checks_its_state_after_an_accept_too)
 {
     const WithSystemCalls calls({.accept4 = [](int) {
         if (serverState() == NOTIFY_RUNNING && stopAtAccept.exchange(false)) {
@@ -168,15 +168,15 @@ TEST_F(UsbServer, looks_at_its_state_after_an_accept_too)
     }});
     start();
     stopAtAccept = true;
-    EXPECT_EQ(usbServerReply(kRemoved), "") << "accepted, and not served";
+    EXPECT_EQ(usbServerReply(kRemoved), "") << "accepted, but not served";
     EXPECT_TRUE(eventually([] { return serverState() == NOTIFY_STOP_DONE; }));
     EXPECT_THAT(recorder_.events(), testing::IsEmpty());
 }
 
-TEST_F(UsbServer, does_not_hang_on_a_client_that_is_not_there_after_all)
+TEST_F(UsbServer, does_not_block_on_a_client_that_has_disappeared)
 {
     std::atomic<int> calls{0};
-    const WithSystemCalls stand({.poll = [&](pollfd *descriptors, nfds_t, int milliseconds) {
+    const WithSystemCalls replaced({.poll = [&](pollfd *descriptors, nfds_t, int milliseconds) {
         if (milliseconds != 1000 || calls++ != 0) {
             return kPassThrough;
         }
@@ -184,7 +184,7 @@ TEST_F(UsbServer, does_not_hang_on_a_client_that_is_not_there_after_all)
         return 1;
     }});
     ASSERT_EQ(kvo_hws_CreateThread(win_kvo_hws_usb_server, nullptr), 1);
-    ASSERT_TRUE(eventually([&] { return calls > 1; })) << "the accept has come back";
+    ASSERT_TRUE(eventually([&] { return calls > 1; })) << "accept has returned";
     requestStop();
     EXPECT_TRUE(eventually([] { return serverState() == NOTIFY_STOP_DONE; }));
 }
@@ -200,7 +200,7 @@ TEST_F(UsbServer, runs_detached)
               -1);
 }
 
-TEST_F(UsbServer, listens_no_more_when_it_says_that_it_has_ended)
+TEST_F(UsbServer, no_longer_listens_when_it_reports_its_end)
 {
     const MessagesOn messages;
     std::atomic<bool> refused{false};
@@ -215,7 +215,7 @@ TEST_F(UsbServer, listens_no_more_when_it_says_that_it_has_ended)
     EXPECT_TRUE(eventually([&] { return refused.load(); }));
 }
 
-TEST_F(UsbServer, goes_on_after_an_accept_that_found_nobody_and_after_interruptions)
+TEST_F(UsbServer, continues_after_an_empty_accept_and_after_interruptions)
 {
     std::atomic<int> accepts{0};
     std::atomic<int> waits{0};
@@ -233,11 +233,11 @@ TEST_F(UsbServer, goes_on_after_an_accept_that_found_nobody_and_after_interrupti
     start();
     EXPECT_EQ(usbServerReply(kRemoved), "ok\n");
     EXPECT_GT(accepts, 2);
-    EXPECT_GT(waits, 1) << "each wait lasts a second at most";
+    EXPECT_GT(waits, 1) << "each wait lasts one second at most";
 }
 
-/// The last line goes to the system log whatever the debug level and the debug message channel are.
-TEST_F(UsbServer, says_how_it_ended_when_all_went_well)
+/// The last line goes to the system log at any debug level, with the debug message channel on or off.
+TEST_F(UsbServer, logs_how_it_ended_after_a_normal_end)
 {
     const SyslogCapture capture;
     start();
@@ -249,7 +249,7 @@ TEST_F(UsbServer, says_how_it_ended_when_all_went_well)
     EXPECT_THAT(lines.front().text, MatchesRegex("USB server - terminated0 [0-9]+ .+"));
 }
 
-TEST_F(UsbServer, tells_its_steps_as_debug_messages)
+TEST_F(UsbServer, logs_its_steps_as_debug_messages)
 {
     const MessagesOn messages;
     const SyslogCapture capture;

@@ -1,4 +1,4 @@
-// A USB event server on a thread of its own.
+// A USB event server on a separate thread.
 #pragma once
 
 #include <kvo_hws/runtime.h>

@@ -1,4 +1,4 @@
-// The USB event server: its state word, its socket, and many clients at once.
+// The USB event server: its state word, its socket, and many concurrent clients.
 #include <kvo_hws/runtime.h>
 #include <kvo_hws/service.h>
 #include <kvo_hws/usbevents.h>
@@ -60,11 +60,11 @@ TEST_F(UsbServer, runs_until_a_stop_is_requested)
     const auto requested = Clock::now();
     ASSERT_TRUE(eventually([] { return serverState() != NOTIFY_STOP_REQUESTED; }));
     EXPECT_EQ(serverState(), static_cast<uint32_t>(NOTIFY_STOP_DONE));
-    EXPECT_LT(Clock::now() - requested, 2s) << "within about a second, although no client comes";
+    EXPECT_LT(Clock::now() - requested, 2s) << "within about one second, even without a client";
     EXPECT_EQ(usbServerReply(kRemoved), "(no server)");
 }
 
-TEST_F(UsbServer, notices_a_stop_as_soon_as_a_client_comes_and_does_not_serve_it)
+TEST_F(UsbServer, notices_a_stop_at_the_next_client_and_does_not_serve_it)
 {
     start();
     requestStop();
@@ -73,7 +73,7 @@ TEST_F(UsbServer, notices_a_stop_as_soon_as_a_client_comes_and_does_not_serve_it
     EXPECT_THAT(recorder_.events(), testing::IsEmpty());
 }
 
-TEST_F(UsbServer, ends_at_any_state_but_running)
+TEST_F(UsbServer, ends_in_any_state_except_running)
 {
     for (const uint32_t state : {NOTIFY_STOPPED, NOTIFY_STOP_DONE}) {
         start();
@@ -92,7 +92,7 @@ TEST_F(UsbServer, clears_an_earlier_suicide_when_it_starts)
     EXPECT_EQ(serverState(), static_cast<uint32_t>(NOTIFY_RUNNING));
 }
 
-TEST_F(UsbServer, ends_after_suicide_and_leaves_nothing_to_acknowledge)
+TEST_F(UsbServer, ends_after_suicide_without_a_stop_to_acknowledge)
 {
     const support::ScriptedService service({support::acceptsAll()});
     start();
@@ -104,7 +104,7 @@ TEST_F(UsbServer, ends_after_suicide_and_leaves_nothing_to_acknowledge)
     EXPECT_THAT(recorder_.codes(), ElementsAre(USB_EVENT_DEACTIVATED));
 }
 
-TEST_F(UsbServer, signals_neither_end_it_nor_keep_it_from_its_end)
+TEST_F(UsbServer, keeps_running_and_still_ends_during_signals)
 {
     start();
     const support::Alarms alarms(20ms, 20ms);
@@ -116,7 +116,7 @@ TEST_F(UsbServer, signals_neither_end_it_nor_keep_it_from_its_end)
     EXPECT_LT(Clock::now() - requested, 2s);
 }
 
-TEST_F(UsbServer, the_last_of_two_is_the_one_and_the_other_leaves_the_state_alone)
+TEST_F(UsbServer, started_twice_leaves_only_the_last_one_running)
 {
     const std::size_t before = threadsRunning();
     start();
@@ -128,7 +128,7 @@ TEST_F(UsbServer, the_last_of_two_is_the_one_and_the_other_leaves_the_state_alon
 
 // ---- The socket ----
 
-TEST_F(UsbServer, takes_the_place_of_whatever_was_at_its_path_and_leaves_the_file)
+TEST_F(UsbServer, replaces_whatever_is_at_its_path_and_leaves_the_file)
 {
     std::ofstream(support::kUsbSocket) << "something";
     start();
@@ -140,7 +140,7 @@ TEST_F(UsbServer, takes_the_place_of_whatever_was_at_its_path_and_leaves_the_fil
     EXPECT_EQ(usbServerReply(kRemoved), "ok\n");
 }
 
-TEST_F(UsbServer, binds_by_family_and_path_alone_with_a_backlog_of_5)
+TEST_F(UsbServer, binds_to_the_exact_path_length_with_a_backlog_of_5)
 {
     std::atomic<socklen_t> length{0};
     std::atomic<int> backlog{0};
@@ -161,13 +161,13 @@ TEST_F(UsbServer, binds_by_family_and_path_alone_with_a_backlog_of_5)
     EXPECT_EQ(backlog, 5);
 }
 
-TEST_F(UsbServer, hands_no_descriptor_on_to_programs_it_starts)
+TEST_F(UsbServer, passes_no_descriptor_to_programs_it_starts)
 {
     std::atomic<bool> checked{false};
-    const EventRecorder holding([&](const RecordedEvent &) { return eventually([&] { return checked.load(); }) ? 0 : -1; });
+    const EventRecorder blocking([&](const RecordedEvent &) { return eventually([&] { return checked.load(); }) ? 0 : -1; });
     start();
     std::thread client([] { EXPECT_EQ(usbServerReply(kRemoved), "ok\n"); });
-    EXPECT_TRUE(holding.waitFor(1));
+    EXPECT_TRUE(blocking.waitFor(1));
     for (const auto &entry : std::filesystem::directory_iterator("/proc/self/fdinfo")) {
         std::ifstream info(entry.path());
         std::string text((std::istreambuf_iterator<char>(info)), {});
@@ -183,9 +183,9 @@ TEST_F(UsbServer, hands_no_descriptor_on_to_programs_it_starts)
 
 // ---- Many clients ----
 
-TEST_F(UsbServer, serves_64_connections_side_by_side)
+TEST_F(UsbServer, serves_64_connections_in_parallel)
 {
-    // Each callback waits until all 64 are there: one after the other they would wait for ever.
+    // Each callback waits until all 64 are active: served one after the other, they would wait forever.
     std::atomic<int> present{0};
     const EventRecorder together([&](const RecordedEvent &) {
         ++present;
@@ -203,7 +203,7 @@ TEST_F(UsbServer, serves_64_connections_side_by_side)
     EXPECT_THAT(answers, testing::Each("ok\n"));
 }
 
-TEST_F(UsbServer, silent_clients_hold_up_nobody_and_leave_nothing_behind)
+TEST_F(UsbServer, is_not_blocked_by_silent_clients_and_leaks_nothing)
 {
     const std::size_t threads = threadsRunning() + 1;
     start();
@@ -223,16 +223,16 @@ TEST_F(UsbServer, silent_clients_hold_up_nobody_and_leave_nothing_behind)
     const auto start = Clock::now();
     EXPECT_EQ(usbServerReply(kRemoved), "ok\n");
     EXPECT_LT(Clock::now() - start, 2s);
-    EXPECT_TRUE(eventually([&] { return threadsRunning() == threads; })) << "after 4 s of silence they are given up";
+    EXPECT_TRUE(eventually([&] { return threadsRunning() == threads; })) << "they are closed after 4 s of silence";
     for (const int client : clients) {
         close(client);
     }
     EXPECT_EQ(descriptorsOpen(), descriptors);
 }
 
-TEST_F(UsbServer, loses_no_event_of_several_senders_and_keeps_nothing)
+TEST_F(UsbServer, loses_no_event_of_several_senders_and_leaks_nothing)
 {
-    support::useSmallThreadStacks();  // a connection's stays for 100 ms
+    support::useSmallThreadStacks();  // each connection's thread exists for 100 ms
     const std::size_t threads = threadsRunning() + 1;
     start();
     ASSERT_TRUE(eventually([&] { return threadsRunning() == threads; }));

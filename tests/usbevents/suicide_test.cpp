@@ -45,7 +45,7 @@ protected:
     void TearDown() override { SetFunction_SendUSBEvent_NULL(); }
 };
 
-TEST_F(Suicide, asks_the_service_tells_the_callback_and_takes_it_away)
+TEST_F(Suicide, deactivates_at_the_service_and_clears_the_callback_after_a_status)
 {
     const support::ScriptedService service({support::acceptsAll()});
     const EventRecorder recorder;
@@ -57,7 +57,7 @@ TEST_F(Suicide, asks_the_service_tells_the_callback_and_takes_it_away)
     EXPECT_EQ(suicideServed(), 1U);
 }
 
-TEST_F(Suicide, tells_the_older_callback_where_it_is_the_only_one)
+TEST_F(Suicide, reports_to_the_older_callback_if_only_that_is_set)
 {
     const support::ScriptedService service({support::acceptsAll()});
     const EventRecorder recorder;
@@ -66,7 +66,7 @@ TEST_F(Suicide, tells_the_older_callback_where_it_is_the_only_one)
     EXPECT_THAT(recorder.events(), ElementsAre(RecordedEvent{1, USB_EVENT_DEACTIVATED, 0, ""}));
 }
 
-TEST_F(Suicide, is_answered_failed_where_the_service_disagrees_and_gives_up_all_the_same)
+TEST_F(Suicide, fails_but_clears_the_callback_if_the_service_refuses)
 {
     for (const char *const reply : {"failed", "ok ", ""}) {
         const support::ScriptedService service({support::replies(reply)});
@@ -78,7 +78,7 @@ TEST_F(Suicide, is_answered_failed_where_the_service_disagrees_and_gives_up_all_
     }
 }
 
-TEST_F(Suicide, is_answered_failed_without_a_service)
+TEST_F(Suicide, fails_without_a_service)
 {
     const EventRecorder recorder;
     EXPECT_EQ(answerTo("suicide"), "failed\n");
@@ -86,7 +86,7 @@ TEST_F(Suicide, is_answered_failed_without_a_service)
     EXPECT_EQ(suicideServed(), 1U);
 }
 
-TEST_F(Suicide, logs_no_answer_of_the_service)
+TEST_F(Suicide, does_not_log_the_replies_of_the_service)
 {
     for (const char *const reply : {"ok", "failed", "busy"}) {
         const support::ScriptedService service({support::replies(reply)});
@@ -99,7 +99,7 @@ TEST_F(Suicide, logs_no_answer_of_the_service)
     }
 }
 
-TEST_F(Suicide, stops_a_running_server_once_the_connection_is_closed)
+TEST_F(Suicide, stops_a_running_server_after_the_connection_is_closed)
 {
     const support::ScriptedService service({support::acceptsAll()});
     const EventRecorder recorder;
@@ -113,7 +113,7 @@ TEST_F(Suicide, stops_a_running_server_once_the_connection_is_closed)
     setServerState(NOTIFY_STOPPED);
 }
 
-TEST_F(Suicide, leaves_an_activation_alone_that_comes_while_the_service_is_asked)
+TEST_F(Suicide, does_not_affect_an_activation_made_during_its_request)
 {
     std::filesystem::create_directories("/tmp/kvo_hws");
     const support::ScriptedService service({support::answersWith([](const std::string &request) {

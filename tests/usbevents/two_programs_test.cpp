@@ -1,4 +1,4 @@
-// USB events that two programs take from one another.
+// Two programs that take USB events from each other.
 #include <kvo_hws/usbevents.h>
 
 #include "support/scripted_service.h"
@@ -27,7 +27,7 @@ using usbevents_test::anySet;
 using usbevents_test::Codes;
 using usbevents_test::kState;
 
-/// Another program of the panel that activates USB events when it is told to and reports the codes its callback hears.
+/// A second program of the panel that activates USB events on request and reports the codes that its callback receives.
 class OtherProgram {
 public:
     OtherProgram()
@@ -61,7 +61,7 @@ public:
     void activate() const { EXPECT_EQ(write(orders_, "a", 1), 1); }
     void closeEvents() const { EXPECT_EQ(write(orders_, "c", 1), 1); }
 
-    /// The next codes that it hears.
+    /// The next codes that its callback receives.
     [[nodiscard]] Codes codes(std::size_t count) const
     {
         Codes codes;
@@ -78,7 +78,7 @@ private:
     int reports_;
 };
 
-TEST_F(Activation, takes_the_events_over_from_another_program_and_back)
+TEST_F(Activation, takes_the_events_from_another_program_and_loses_them_again)
 {
     const OtherProgram first;
     const ScriptedService service({acceptsAll()});
@@ -87,7 +87,7 @@ TEST_F(Activation, takes_the_events_over_from_another_program_and_back)
 
     const EventRecorder recorder;
     ASSERT_EQ(activateV2(EventRecorder::newer), 1);
-    EXPECT_EQ(first.codes(1), Codes{USB_EVENT_DEACTIVATED}) << "it is told that it has lost them";
+    EXPECT_EQ(first.codes(1), Codes{USB_EVENT_DEACTIVATED}) << "its callback receives the loss";
     ASSERT_TRUE(recorder.waitFor(2));
     EXPECT_EQ(usbServerReply(kState), "ok\n");
     EXPECT_EQ(recorder.codes(), (Codes{3, 1, 13}));

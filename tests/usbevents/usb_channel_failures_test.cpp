@@ -50,7 +50,7 @@ TEST_F(UsbChannel, a_lost_answer_does_not_fail_a_delivery)
     EXPECT_EQ(capture.lines().back(), info("reply from DLL \"\" [thread 0x" + hex(sent.thread) + "]"));
 }
 
-TEST_F(UsbChannel, no_server_is_an_error_but_for_suicide)
+TEST_F(UsbChannel, no_server_is_an_error_except_for_suicide)
 {
     const SyslogCapture capture;
     const Timed command = sendCommand("other");
@@ -59,7 +59,7 @@ TEST_F(UsbChannel, no_server_is_an_error_but_for_suicide)
     const Timed spelt = sendUsbMessage("suicide");
     for (const Timed &sent : {command, suicide, message, spelt}) {
         EXPECT_EQ(sent.result, 3);
-        // Five attempts with 10 ms after each, also after the last.
+        // Five attempts with 10 ms after each, including the last.
         EXPECT_THAT(sent.taken, AllOf(Ge(50ms), Lt(1s)));
     }
     const std::string end = "thRet=3 errno=2 (No such file or directory)";
@@ -78,7 +78,7 @@ TEST_F(UsbChannel, no_server_is_an_error_but_for_suicide)
                              " 'can not connect to running DLL (command 'suicide') - probably no other server running'"));
 }
 
-TEST_F(UsbChannel, the_priority_of_a_failed_suicide_connect_stays_for_a_later_write_error)
+TEST_F(UsbChannel, the_priority_of_a_failed_suicide_connect_is_kept_for_a_later_write_error)
 {
     const ScriptedService server({support::replies("ok")}, kUsbSocket);
     const auto sendOnce = [](const std::string &command) {
@@ -116,7 +116,7 @@ TEST_F(UsbChannel, a_short_write_is_a_write_error_without_an_error_number)
         (LogLine{"", LOG_ERR, "SendUsbMsg2DLL: [" + hex(sent.thread) + "] thRet=4 errno=0 (Success) 'write error (--> DLL)'"}));
 }
 
-TEST_F(UsbChannel, signals_do_not_multiply_the_wait_for_a_full_queue)
+TEST_F(UsbChannel, signals_do_not_prolong_the_wait_for_a_full_queue)
 {
     const support::FullQueue server(kUsbSocket);
     const Timed sent = timed([] {
@@ -173,7 +173,7 @@ TEST_F(UsbChannel, no_descriptor_is_a_socket_error)
                                      "] thRet=2 errno=24 (Too many open files) 'socket error (--> DLL)'"}));
 }
 
-TEST_F(UsbChannel, closing_the_socket_is_told_before_a_failure_where_there_was_a_socket)
+TEST_F(UsbChannel, closing_the_socket_is_logged_before_the_failure_if_it_was_open)
 {
     using testing::MatchesRegex;
     SetDebugLevel(2);
@@ -208,12 +208,12 @@ TEST_F(UsbChannel, closing_the_socket_is_told_before_a_failure_where_there_was_a
                 ElementsAre(StartsWith("sending request"), StartsWith("FuncSendCommand2DLL: socket error")));
 }
 
-TEST_F(UsbChannel, a_short_write_has_no_error_number_of_an_earlier_connect)
+TEST_F(UsbChannel, a_short_write_does_not_report_the_error_of_an_earlier_connect)
 {
     const ScriptedService server({support::replies("ok")}, kUsbSocket);
     const support::WithSystemCalls calls({.connect =
                                               [](int, const sockaddr *, socklen_t) {
-                                                  errno = ENOENT;  // left by whatever was before
+                                                  errno = ENOENT;  // left over from an earlier call
                                                   return support::kPassThrough;
                                               },
                                           .send = [](int, const void *, std::size_t, int) { return ssize_t{3}; }});
@@ -222,7 +222,7 @@ TEST_F(UsbChannel, a_short_write_has_no_error_number_of_an_earlier_connect)
     EXPECT_THAT(capture.texts().back(), testing::EndsWith("thRet=4 errno=0 (Success)"));
 }
 
-TEST_F(UsbChannel, a_signal_does_not_begin_the_wait_for_a_full_queue_anew)
+TEST_F(UsbChannel, a_signal_does_not_restart_the_wait_for_a_full_queue)
 {
     const support::FullQueue server(kUsbSocket);
     const Timed sent = timed([] {

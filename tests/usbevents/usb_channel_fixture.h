@@ -1,4 +1,4 @@
-// Messages to a USB event server, sent from threads of their own.
+// Sends messages to a USB event server from separate threads.
 #pragma once
 
 #include <kvo_hws/platform.h>
@@ -25,7 +25,7 @@ struct Timed {
     uint32_t thread;
 };
 
-/// A call on a thread of its own, with the number that the thread's log lines carry.
+/// Makes a call on a separate thread; records the thread id as its log lines show it.
 template <class Call>
 Timed timed(Call call)
 {
@@ -58,7 +58,7 @@ inline support::LogLine info(const std::string &text) { return {"", LOG_INFO, te
 
 class UsbChannel : public testing::Test {
 protected:
-    // Level 1 shows what LOG lets through and leaves the readers' own lines out.
+    // Level 1 shows the channel's LOG lines and hides the readers' own lines.
     void SetUp() override { SetDebugLevel(1); }
     void TearDown() override
     {

@@ -1,4 +1,4 @@
-// Messages to a USB event server: what is sent and logged, one at a time or in the background.
+// Messages to a USB event server: what is sent and logged, synchronously or in the background.
 #include <kvo_hws/runtime.h>
 #include <kvo_hws/service.h>
 
@@ -53,7 +53,7 @@ TEST_F(UsbChannel, a_command_is_one_line_and_its_answer_is_logged)
                                              info("reply from DLL \"ok\" [thread 0x" + hex(sent.thread) + "]")));
 }
 
-TEST_F(UsbChannel, an_event_text_is_one_line_and_is_logged_by_its_first_12_characters)
+TEST_F(UsbChannel, an_event_text_is_one_line_and_its_first_12_characters_are_logged)
 {
     const ScriptedService server({support::replies("ok")}, kUsbSocket);
     const SyslogCapture capture;
@@ -74,7 +74,7 @@ TEST_F(UsbChannel, a_short_event_text_is_padded_in_the_log)
               info("SendUsbMsg2DLL: [" + hex(sent.thread) + "] sending request to DLL iLength=6 '       state'"));
 }
 
-TEST_F(UsbChannel, closing_the_socket_is_told_at_level_2)
+TEST_F(UsbChannel, closing_the_socket_is_logged_at_level_2)
 {
     SetDebugLevel(2);
     const ScriptedService server({support::replies("ok")}, kUsbSocket);
@@ -94,7 +94,7 @@ TEST_F(UsbChannel, closing_the_socket_is_told_at_level_2)
                             StartsWith("SendUsbMsg2DLL: reply from DLL")));
 }
 
-TEST_F(UsbChannel, senders_come_back_detached)
+TEST_F(UsbChannel, senders_return_detached)
 {
     const ScriptedService server({support::replies("ok")}, kUsbSocket);
     EXPECT_EQ(onOwnThread([] {
@@ -109,7 +109,7 @@ TEST_F(UsbChannel, senders_come_back_detached)
               -1);
 }
 
-TEST_F(UsbChannel, a_command_of_1022_characters_goes_out_and_one_of_1023_does_not)
+TEST_F(UsbChannel, a_command_of_1022_characters_is_sent_and_one_of_1023_is_not)
 {
     const ScriptedService server({support::replies("ok")}, kUsbSocket);
     EXPECT_EQ(sendCommand(std::string(1022, 'c')).result, 1);
@@ -132,7 +132,7 @@ TEST_F(UsbChannel, a_command_of_1022_characters_goes_out_and_one_of_1023_does_no
                                      "] thRet=5 errno=0 (Success) 'buffer size error (--> DLL)'"}));
 }
 
-TEST_F(UsbChannel, connects_by_family_and_path_alone_and_writes_once)
+TEST_F(UsbChannel, connects_with_the_exact_path_length_and_writes_once)
 {
     const ScriptedService server({support::closesAfterRequest()}, kUsbSocket);
     std::vector<socklen_t> lengths;
@@ -152,7 +152,7 @@ TEST_F(UsbChannel, connects_by_family_and_path_alone_and_writes_once)
     EXPECT_THAT(writes, ElementsAre("suicide\n"));
 }
 
-TEST_F(UsbChannel, no_socket_and_no_fitting_buffer_need_no_turn)
+TEST_F(UsbChannel, a_long_command_or_a_missing_socket_fails_without_taking_the_lock)
 {
     kvo_hws_EnterCriticalSection(&sGCriticalSectionCmdPipe2DLL);
     EXPECT_EQ(sendCommand(std::string(1023, 'c')).result, 5);
@@ -164,7 +164,7 @@ TEST_F(UsbChannel, no_socket_and_no_fitting_buffer_need_no_turn)
     kvo_hws_LeaveCriticalSection(&sGCriticalSectionCmdPipe2DLL);
 }
 
-TEST_F(UsbChannel, a_server_that_comes_up_meanwhile_is_reached)
+TEST_F(UsbChannel, a_server_that_starts_meanwhile_is_reached)
 {
     std::unique_ptr<ScriptedService> server;
     std::thread late([&server] {
@@ -175,7 +175,7 @@ TEST_F(UsbChannel, a_server_that_comes_up_meanwhile_is_reached)
     late.join();
 }
 
-TEST_F(UsbChannel, exchanges_wait_for_one_another_but_not_for_the_command_channel)
+TEST_F(UsbChannel, exchanges_wait_for_each_other_but_not_for_the_command_channel)
 {
     const ScriptedService server({support::replies("ok")}, kUsbSocket);
     kvo_hws_EnterCriticalSection(&sGCriticalSectionCmdPipe);
@@ -189,13 +189,13 @@ TEST_F(UsbChannel, exchanges_wait_for_one_another_but_not_for_the_command_channe
     EXPECT_EQ(waiting.get(), 1);
 }
 
-TEST_F(UsbChannel, asynchronous_sending_always_counts_as_done)
+TEST_F(UsbChannel, asynchronous_sending_always_returns_success)
 {
     const ScriptedService server({support::replies("ok")}, kUsbSocket);
     std::binary_semaphore ended(0);
     const SyslogCapture capture([&, lines = 0]() mutable {
         if (++lines == 2) {
-            ended.release();  // the line with the answer is the sender's last
+            ended.release();  // the line with the answer is the sender's last line
         }
     });
     EXPECT_EQ(SendCommand2DLL(strdup("suicide"), 0), 1);
@@ -203,28 +203,28 @@ TEST_F(UsbChannel, asynchronous_sending_always_counts_as_done)
     EXPECT_THAT(server.requests(), ElementsAre("suicide\n"));
 }
 
-TEST_F(UsbChannel, asynchronous_sending_counts_as_done_even_without_a_thread)
+TEST_F(UsbChannel, asynchronous_sending_returns_success_even_without_a_thread)
 {
     const ScriptedService server({support::replies("ok")}, kUsbSocket);
     const support::WithSystemCalls calls({.pthreadCreate = [] { return EAGAIN; }});
-    EXPECT_EQ(SendCommand2DLL(strdup("suicide"), 0), 1);  // and the text is freed, as the address sanitizer would tell
+    EXPECT_EQ(SendCommand2DLL(strdup("suicide"), 0), 1);  // and the text is freed; the address sanitizer would report a leak
     std::this_thread::sleep_for(100ms);
     EXPECT_THAT(server.requests(), IsEmpty());
 }
 
-TEST_F(UsbChannel, synchronous_sending_passes_the_result_on)
+TEST_F(UsbChannel, synchronous_sending_returns_the_result)
 {
     EXPECT_EQ(timed([] { return SendCommand2DLL(strdup("suicide"), 1); }).result, 3);
     const ScriptedService server({support::replies("ok")}, kUsbSocket);
     EXPECT_EQ(timed([] { return SendCommand2DLL(strdup("suicide"), 1); }).result, 1);
 }
 
-TEST_F(UsbChannel, the_thread_body_returns_null)
+TEST_F(UsbChannel, the_thread_function_returns_null)
 {
     EXPECT_EQ(onOwnThread([] { return ThreadSendCommand2DLL(strdup("suicide")); }), nullptr);
 }
 
-TEST_F(UsbChannel, only_the_whole_word_is_suicide)
+TEST_F(UsbChannel, only_the_complete_word_is_suicide)
 {
     const SyslogCapture capture;
     const Timed sent = sendCommand("suicidex");

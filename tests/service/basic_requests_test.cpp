@@ -1,4 +1,4 @@
-// What the basic requests do apart from what the catalogue has.
+// Behaviour of the basic requests that the catalogue does not cover.
 #include <kvo_hws/service.h>
 
 #include "support/syslog_capture.h"
@@ -8,7 +8,7 @@
 
 namespace {
 
-TEST(BasicRequests, log_nothing_while_the_debug_messages_are_off)
+TEST(BasicRequests, log_nothing_while_debug_messages_are_off)
 {
     const support::SyslogCapture capture;
     EXPECT_EQ(KVO_HWS_isInitComplete(), -2);

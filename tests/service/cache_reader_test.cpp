@@ -32,7 +32,7 @@ using testing::Ge;
 using testing::IsEmpty;
 using testing::Lt;
 
-TEST_F(Readers, cache_keeps_a_carriage_return_that_stands_alone)
+TEST_F(Readers, cache_keeps_a_single_carriage_return)
 {
     Pair pair;
     pair.write("\r\n");
@@ -42,7 +42,7 @@ TEST_F(Readers, cache_keeps_a_carriage_return_that_stands_alone)
     EXPECT_EQ(line.text(), "\r");
 }
 
-TEST_F(Readers, cache_takes_a_tagged_pong_without_a_log_line)
+TEST_F(Readers, cache_accepts_a_tagged_pong_without_logging_it)
 {
     Pair pair;
     pair.write("001:pong\n001:pong \n");
@@ -58,7 +58,7 @@ TEST_F(Readers, cache_takes_a_tagged_pong_without_a_log_line)
                                                          std::to_string(pair.fd()) + ")"}));
 }
 
-TEST_F(Readers, cache_with_a_beginning_gives_empty_lines_until_it_is_cleared)
+TEST_F(Readers, cache_with_a_partial_line_returns_empty_lines_until_it_is_cleared)
 {
     Pair pair;
     pair.write("ok\nbegin");
@@ -76,7 +76,7 @@ TEST_F(Readers, cache_with_a_beginning_gives_empty_lines_until_it_is_cleared)
     EXPECT_EQ(CachedLine(pair.fd(), cache).text(), "fresh");
 }
 
-TEST_F(Readers, cache_puts_a_line_together_from_pieces)
+TEST_F(Readers, cache_assembles_a_line_from_pieces)
 {
     Pair pair;
     pair.write("first ");
@@ -91,7 +91,7 @@ TEST_F(Readers, cache_puts_a_line_together_from_pieces)
     EXPECT_EQ(cache.uiFill, 0U);
 }
 
-TEST_F(Readers, cache_takes_1023_characters_and_counts_a_full_cache_as_a_closed_peer)
+TEST_F(Readers, cache_holds_1023_characters_and_reports_a_full_cache_as_a_closed_connection)
 {
     Pair longest;
     longest.write(std::string(1023, 'x') + "\n");
@@ -122,7 +122,7 @@ TEST_F(Readers, cache_times_out_silently_after_the_callers_time)
     EXPECT_THAT(capture.lines(), IsEmpty());
 }
 
-TEST_F(Readers, cache_tells_a_failed_wait_apart)
+TEST_F(Readers, cache_has_its_own_result_for_a_failed_wait)
 {
     SocketCache cache{};
     const SyslogCapture capture;

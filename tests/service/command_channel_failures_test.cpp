@@ -1,4 +1,4 @@
-// The exchange with the hardware service where it fails: results, messages, and waits.
+// Failures of the exchange with the hardware service: results, messages, and timeouts.
 #include <kvo_hws/runtime.h>
 #include <kvo_hws/service.h>
 
@@ -28,7 +28,7 @@ using testing::ElementsAre;
 using testing::Ge;
 using testing::Lt;
 
-TEST(CommandChannel, tells_a_failure_after_the_lock_is_left_and_the_socket_closed)
+TEST(CommandChannel, logs_a_failure_after_it_releases_the_lock_and_closes_the_socket)
 {
     const ScriptedService service({support::closesAfterRequest()});
     const MessagesOn messages;
@@ -44,10 +44,10 @@ TEST(CommandChannel, tells_a_failure_after_the_lock_is_left_and_the_socket_close
     });
     EXPECT_EQ(Exchange("getVersion").result, -1);
     EXPECT_TRUE(lockFree);
-    EXPECT_LE(descriptorsThen, descriptors + 1) << "the service's own end may still be open";
+    EXPECT_LE(descriptorsThen, descriptors + 1) << "the service's end may still be open";
 }
 
-TEST(CommandChannel, tells_a_missing_service_after_one_attempt)
+TEST(CommandChannel, reports_a_missing_service_after_one_attempt)
 {
     const MessagesOn messages;
     const SyslogCapture capture;
@@ -58,7 +58,7 @@ TEST(CommandChannel, tells_a_missing_service_after_one_attempt)
     EXPECT_THAT(capture.texts(), ElementsAre("command socket - can not connect to socket"));
 }
 
-TEST(CommandChannel, tells_a_socket_that_nobody_listens_at_any_more)
+TEST(CommandChannel, reports_a_socket_file_without_a_listener)
 {
     support::leaveStaleSocket(support::kCommandSocket);
     const MessagesOn messages;
@@ -75,7 +75,7 @@ struct Fault {
 
 class CommandChannelFault : public testing::TestWithParam<Fault> {};
 
-TEST_P(CommandChannelFault, is_a_failure_with_its_message)
+TEST_P(CommandChannelFault, returns_a_failure_and_logs_its_message)
 {
     const ScriptedService service({GetParam().script});
     const MessagesOn messages;
@@ -86,7 +86,7 @@ TEST_P(CommandChannelFault, is_a_failure_with_its_message)
     EXPECT_EQ(exchange.reply.pcData, nullptr);
     EXPECT_EQ(exchange.reply.uiLength, 0U);
     EXPECT_THAT(capture.texts(), ElementsAre(GetParam().message));
-    EXPECT_LE(descriptorsOpen(), descriptors + 1) << "the service's own end may still be open";
+    EXPECT_LE(descriptorsOpen(), descriptors + 1) << "the service's end may still be open";
 }
 
 const std::vector<Fault> kFaults = {
@@ -97,9 +97,9 @@ const std::vector<Fault> kFaults = {
 INSTANTIATE_TEST_SUITE_P(Table, CommandChannelFault, testing::ValuesIn(kFaults),
                          [](const auto &row) { return row.param.name; });
 
-TEST(CommandChannel, comes_through_a_peer_that_closes_before_the_request)
+TEST(CommandChannel, survives_a_peer_that_closes_before_the_request)
 {
-    // Whether the write or the read meets the closed end is a matter of timing; both are failures and neither a signal.
+    // Timing decides whether the write or the read finds the connection closed. Both fail, and neither raises a signal.
     const ScriptedService service({support::closesAtOnce()});
     const MessagesOn messages;
     for (int round = 0; round < 50; ++round) {
@@ -111,18 +111,18 @@ TEST(CommandChannel, comes_through_a_peer_that_closes_before_the_request)
     }
 }
 
-TEST(CommandChannel, a_write_to_a_peer_that_has_gone_is_a_failure_and_no_signal)
+TEST(CommandChannel, a_write_to_a_closed_connection_fails_without_a_signal)
 {
     const ScriptedService service({support::closesAtOnce()});
     const MessagesOn messages;
     const SyslogCapture capture;
-    // More than a socket holds, so that the write surely meets the closed end.
+    // More than a socket buffers, so that the write certainly finds the connection closed.
     const std::string command(5'000'000, 'c');
     EXPECT_EQ(Exchange(command.c_str()).result, -1);
     EXPECT_THAT(capture.texts(), ElementsAre("command socket - can not write to socket"));
 }
 
-TEST(CommandChannel, a_peer_that_does_not_read_holds_a_write_up_for_4_s_at_most)
+TEST(CommandChannel, a_peer_that_does_not_read_blocks_a_write_for_at_most_4_s)
 {
     const ScriptedService service({{{.kind = support::Step::Kind::pause, .pause = 20s}}});
     const MessagesOn messages;
@@ -145,7 +145,7 @@ TEST(CommandChannel, a_full_queue_counts_as_no_connection_after_4_s)
     EXPECT_THAT(capture.texts(), ElementsAre("command socket - can not connect to socket"));
 }
 
-TEST(CommandChannel, signals_do_not_cut_a_wait_for_a_full_queue_short_nor_make_it_endless)
+TEST(CommandChannel, signals_neither_shorten_nor_prolong_the_wait_for_a_full_queue)
 {
     const support::FullQueue service;
     const support::Alarms alarms(20ms, 20ms);
@@ -154,7 +154,7 @@ TEST(CommandChannel, signals_do_not_cut_a_wait_for_a_full_queue_short_nor_make_i
     EXPECT_THAT(exchange.taken, AllOf(Ge(3900ms), Lt(5500ms)));
 }
 
-TEST(CommandChannel, tells_when_there_are_no_descriptors_left)
+TEST(CommandChannel, reports_that_no_descriptors_are_left)
 {
     const MessagesOn messages;
     const SyslogCapture capture;
@@ -177,7 +177,7 @@ TEST(CommandChannel, a_null_reply_record_is_a_read_failure)
     EXPECT_THAT(capture.texts(), ElementsAre("command socket - can not read from socket"));
 }
 
-TEST(CommandChannel, leaves_the_lock_free_and_no_descriptor_behind_after_every_outcome)
+TEST(CommandChannel, always_releases_the_lock_and_closes_its_descriptors)
 {
     const auto inOrder = [] {
         EXPECT_EQ(pthread_mutex_trylock(&sGCriticalSectionCmdPipe), 0);

@@ -1,4 +1,4 @@
-// The exchange with the hardware service: what is sent and read, and how threads take turns.
+// The exchange with the hardware service: what is sent and read, and how threads wait for each other.
 #include <kvo_hws/runtime.h>
 #include <kvo_hws/service.h>
 
@@ -36,7 +36,7 @@ using testing::Ge;
 using testing::IsEmpty;
 using testing::Lt;
 
-TEST(CommandChannel, sends_the_command_and_a_line_feed_and_nothing_else)
+TEST(CommandChannel, sends_only_the_command_and_a_line_feed)
 {
     const ScriptedService service({support::replies("ok")});
     const Exchange exchange("getVersion");
@@ -46,7 +46,7 @@ TEST(CommandChannel, sends_the_command_and_a_line_feed_and_nothing_else)
     EXPECT_THAT(service.requests(), ElementsAre("getVersion\n"));
 }
 
-TEST(CommandChannel, may_be_descriptor_0)
+TEST(CommandChannel, works_on_descriptor_0)
 {
     const ScriptedService service({support::replies("ok")});
     std::vector<int> sockets;
@@ -62,7 +62,7 @@ TEST(CommandChannel, may_be_descriptor_0)
     EXPECT_EQ(fcntl(0, F_GETFD), -1) << "closed again";
 }
 
-TEST(CommandChannel, connects_by_family_and_path_alone_and_writes_once)
+TEST(CommandChannel, connects_with_the_exact_path_length_and_writes_once)
 {
     const ScriptedService service({support::replies("ok")});
     std::vector<socklen_t> lengths;
@@ -85,20 +85,20 @@ TEST(CommandChannel, connects_by_family_and_path_alone_and_writes_once)
     EXPECT_THAT(writes, ElementsAre("getVersion\n"));
 }
 
-TEST(CommandChannel, does_not_wait_for_the_exchange_when_it_has_no_socket)
+TEST(CommandChannel, fails_without_waiting_for_the_lock_if_it_gets_no_socket)
 {
     DynBuffer reply{nullptr, 0};
     int result = 0;
     kvo_hws_EnterCriticalSection(&sGCriticalSectionCmdPipe);
     {
         const support::NoDescriptors none;
-        result = SendCommand2ServiceDyn("getVersion", &reply);  // on this very thread: it would wait for itself
+        result = SendCommand2ServiceDyn("getVersion", &reply);  // this thread holds the lock: it would wait for itself
     }
     kvo_hws_LeaveCriticalSection(&sGCriticalSectionCmdPipe);
     EXPECT_EQ(result, -1);
 }
 
-TEST(CommandChannel, a_signal_late_in_a_wait_for_a_full_queue_does_not_start_it_anew)
+TEST(CommandChannel, a_late_signal_does_not_restart_the_wait_for_a_full_queue)
 {
     const support::FullQueue service;
     const support::Alarms once(3500ms);
@@ -107,7 +107,7 @@ TEST(CommandChannel, a_signal_late_in_a_wait_for_a_full_queue_does_not_start_it_
     EXPECT_THAT(exchange.taken, AllOf(Ge(3900ms), Lt(5500ms)));
 }
 
-TEST(CommandChannel, signals_in_every_attempt_to_connect_end_it_after_4_s)
+TEST(CommandChannel, signals_during_every_connect_attempt_end_it_after_4_s)
 {
     const support::WithSystemCalls calls{{.connect = [](int, const sockaddr *, socklen_t) {
         std::this_thread::sleep_for(500ms);
@@ -119,7 +119,7 @@ TEST(CommandChannel, signals_in_every_attempt_to_connect_end_it_after_4_s)
     EXPECT_THAT(exchange.taken, AllOf(Ge(3900ms), Lt(5500ms)));
 }
 
-TEST(CommandChannel, has_no_limit_for_a_command)
+TEST(CommandChannel, has_no_length_limit_for_a_command)
 {
     const std::string command(100'000, 'c');
     const ScriptedService service({support::replies("ok")});
@@ -138,7 +138,7 @@ TEST(CommandChannel, refuses_no_command_silently)
     EXPECT_THAT(service.requests(), IsEmpty());
 }
 
-TEST(CommandChannel, puts_a_reply_together_byte_by_byte)
+TEST(CommandChannel, assembles_a_reply_from_single_bytes)
 {
     const ScriptedService service({support::dribbles("DEBUG_LEVEL_II\r\n", 3ms)});
     const Exchange exchange("getDebugLevel");
@@ -146,7 +146,7 @@ TEST(CommandChannel, puts_a_reply_together_byte_by_byte)
     EXPECT_EQ(exchange.text(), "DEBUG_LEVEL_II");
 }
 
-TEST(CommandChannel, takes_a_10_mb_reply)
+TEST(CommandChannel, reads_a_10_mb_reply)
 {
     const std::string line(10'000'000, 'x');
     const ScriptedService service({support::replies(line)});
@@ -156,12 +156,12 @@ TEST(CommandChannel, takes_a_10_mb_reply)
     EXPECT_LT(exchange.taken, 30s);
 }
 
-TEST(CommandChannel, waits_for_whoever_holds_the_exchange)
+TEST(CommandChannel, waits_for_the_thread_that_has_the_lock)
 {
     const ScriptedService service({support::replies("ok")});
     std::atomic<bool> done{false};
     kvo_hws_EnterCriticalSection(&sGCriticalSectionCmdPipe);
-    std::thread asking([&done] {
+    std::thread requester([&done] {
         EXPECT_EQ(Exchange("getVersion").result, 1);
         done = true;
     });
@@ -169,11 +169,11 @@ TEST(CommandChannel, waits_for_whoever_holds_the_exchange)
     EXPECT_FALSE(done);
     EXPECT_THAT(service.requests(), IsEmpty());
     kvo_hws_LeaveCriticalSection(&sGCriticalSectionCmdPipe);
-    asking.join();
+    requester.join();
     EXPECT_TRUE(done);
 }
 
-TEST(CommandChannel, keeps_the_exchanges_of_many_threads_apart)
+TEST(CommandChannel, separates_the_exchanges_of_many_threads)
 {
     constexpr int kThreads = 8;
     constexpr int kRounds = 50;
@@ -196,9 +196,9 @@ TEST(CommandChannel, keeps_the_exchanges_of_many_threads_apart)
 
 TEST(CommandChannel, descriptors_do_not_survive_an_exec)
 {
-    // The service looks at the client's descriptors while the exchange is on.
+    // The test inspects the client's descriptors during the exchange.
     const ScriptedService service({support::staysSilent(300ms)});
-    std::thread asking([] { Exchange("getVersion"); });
+    std::thread requester([] { Exchange("getVersion"); });
     std::this_thread::sleep_for(100ms);
     for (const auto &entry : std::filesystem::directory_iterator("/proc/self/fd")) {
         const int fd = std::stoi(entry.path().filename());
@@ -208,7 +208,7 @@ TEST(CommandChannel, descriptors_do_not_survive_an_exec)
             EXPECT_NE(fcntl(fd, F_GETFD) & FD_CLOEXEC, 0) << "descriptor " << fd;
         }
     }
-    asking.join();
+    requester.join();
 }
 
 }  // namespace

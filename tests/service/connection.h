@@ -1,4 +1,4 @@
-// A connection with the library at one end, and a line that it reads there.
+// A socket pair with the library at one end, and a line read from it.
 #pragma once
 
 #include <kvo_hws/service.h>
@@ -12,7 +12,7 @@
 
 namespace service_test {
 
-/// A connection: the library reads at one end, the test writes at the other.
+/// A socket pair: the library reads at one end, the test writes at the other.
 class Pair {
 public:
     Pair()
@@ -23,9 +23,9 @@ public:
         }
         reader_ = ends[0];
         writer_ = ends[1];
-        // Room for what a test writes before it reads, whatever is usual on the machine.
-        const int room = 1 << 20;
-        setsockopt(writer_, SOL_SOCKET, SO_SNDBUF, &room, sizeof room);
+        // Large enough for all that a test writes before it reads, whatever the machine's default is.
+        const int bytes = 1 << 20;
+        setsockopt(writer_, SOL_SOCKET, SO_SNDBUF, &bytes, sizeof room);
     }
     Pair(const Pair &) = delete;
     Pair &operator=(const Pair &) = delete;
@@ -57,7 +57,7 @@ public:
         }
     }
 
-    /// What is still in the socket.
+    /// The bytes left in the socket.
     [[nodiscard]] std::string rest() const
     {
         std::string rest(4096, '\0');

@@ -1,4 +1,4 @@
-// ReadSocketDyn, which reads a line of any length into memory of its own.
+// ReadSocketDyn, which reads a line of any length into newly allocated memory.
 #include <kvo_hws/runtime.h>
 #include <kvo_hws/service.h>
 
@@ -55,7 +55,7 @@ TEST_F(Readers, dyn_logs_a_complete_line)
                                                          std::to_string(pair.fd()) + ")"}));
 }
 
-TEST_F(Readers, dyn_takes_all_line_ends_off_the_end_of_the_line)
+TEST_F(Readers, dyn_removes_all_line_ends_at_the_end_of_the_line)
 {
     Pair pair;
     pair.write("a\rb\r\r\n");
@@ -64,7 +64,7 @@ TEST_F(Readers, dyn_takes_all_line_ends_off_the_end_of_the_line)
     EXPECT_EQ(line.reply.uiLength, 6U);
 }
 
-TEST_F(Readers, dyn_gives_an_empty_text_for_a_lone_line_feed)
+TEST_F(Readers, dyn_returns_an_empty_text_for_a_single_line_feed)
 {
     Pair pair;
     pair.write("\n");
@@ -74,7 +74,7 @@ TEST_F(Readers, dyn_gives_an_empty_text_for_a_lone_line_feed)
     EXPECT_EQ(line.reply.uiLength, 1U);
 }
 
-TEST_F(Readers, dyn_collects_a_10_mb_line_quickly)
+TEST_F(Readers, dyn_reads_a_10_mb_line_quickly)
 {
     Pair pair;
     const std::string line(10'000'000, 'x');
@@ -92,7 +92,7 @@ TEST_F(Readers, dyn_collects_a_10_mb_line_quickly)
     EXPECT_LT(taken, 20s);
 }
 
-TEST_F(Readers, dyn_goes_on_collecting_where_fixed_gives_up)
+TEST_F(Readers, dyn_continues_where_fixed_gives_up)
 {
     Pair pair;
     pair.write(std::string(1024, 'x'));
@@ -108,11 +108,11 @@ TEST_F(Readers, dyn_goes_on_collecting_where_fixed_gives_up)
     EXPECT_EQ(DynLine(closing.fd()).result, -3);
 }
 
-TEST_F(Readers, dyn_does_not_pause_where_bytes_are_left)
+TEST_F(Readers, dyn_does_not_pause_while_bytes_are_left)
 {
     Pair pair;
     pair.write(std::string(20 * 1024, 'x') + "\n");
-    // Twenty rounds with a pause each would take 200 ms.
+    // Twenty rounds with a pause after each would take 200 ms.
     EXPECT_LT(timeOf([&] { EXPECT_EQ(DynLine(pair.fd()).text().size(), 20U * 1024); }), 150ms);
 }
 
@@ -134,7 +134,7 @@ TEST_F(Readers, dyn_waits_4_s_for_data)
                 ElementsAre(LogLine{"", LOG_INFO, "ReadSocketDyn: return -5 (socket " + std::to_string(pair.fd()) + ")"}));
 }
 
-TEST_F(Readers, dyn_tells_a_failed_wait_apart)
+TEST_F(Readers, dyn_has_its_own_result_for_a_failed_wait)
 {
     const SyslogCapture capture;
     const DynLine line(-1);
@@ -146,7 +146,7 @@ TEST_F(Readers, dyn_tells_a_failed_wait_apart)
                     LogLine{"", LOG_INFO, "ReadSocketDyn: return -6 (socket -1)"}));
 }
 
-TEST_F(Readers, dyn_tells_when_memory_runs_out_and_leaves_the_line)
+TEST_F(Readers, dyn_reports_that_memory_runs_out_and_leaves_the_line)
 {
     if (const char *reason = support::FailingAllocations::unavailable()) {
         GTEST_SKIP() << reason;
@@ -165,7 +165,7 @@ TEST_F(Readers, dyn_tells_when_memory_runs_out_and_leaves_the_line)
     EXPECT_EQ(DynLine(pair.fd()).text(), "hello");
 }
 
-TEST_F(Readers, dyn_gives_back_what_it_had_collected_when_memory_runs_out)
+TEST_F(Readers, dyn_frees_what_it_has_read_when_memory_runs_out)
 {
     if (const char *reason = support::FailingAllocations::unavailable()) {
         GTEST_SKIP() << reason;
@@ -173,7 +173,7 @@ TEST_F(Readers, dyn_gives_back_what_it_had_collected_when_memory_runs_out)
     Pair pair;
     pair.write("first\n");
     DynBuffer first{};
-    ASSERT_EQ(ReadSocketDyn(pair.fd(), &first), 1) << "what is allocated once for all is allocated now";
+    ASSERT_EQ(ReadSocketDyn(pair.fd(), &first), 1) << "one-time allocations happen now";
     std::free(first.pcData);
     pair.write(std::string(1024, 'x') + std::string(1024, 'y') + "\n");
     DynBuffer reply{const_cast<char *>("stale"), 77};
@@ -183,7 +183,7 @@ TEST_F(Readers, dyn_gives_back_what_it_had_collected_when_memory_runs_out)
         result = ReadSocketDyn(pair.fd(), &reply);
     }
     EXPECT_EQ(result, -8);
-    EXPECT_EQ(pair.rest(), std::string(1024, 'y') + "\n") << "the second round was not taken";
+    EXPECT_EQ(pair.rest(), std::string(1024, 'y') + "\n") << "the second round was not read";
     EXPECT_EQ(reply.pcData, nullptr);
     EXPECT_EQ(reply.uiLength, 0U);
 }

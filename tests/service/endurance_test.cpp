@@ -1,4 +1,4 @@
-// A million requests leave nothing behind: no descriptor, no thread, no memory.
+// A million requests cause no leak of descriptors, threads or memory.
 #include <kvo_hws/kvo_hws.h>
 
 #include "support/endurance.h"
@@ -15,10 +15,10 @@ constexpr int kRequests = support::kSanitized ? 20'000 : 1'000'000;
 using support::ResourceUsage;
 using support::resourceUsage;
 
-TEST(Endurance, a_million_requests_leave_nothing_behind)
+TEST(Endurance, a_million_requests_leave_no_resources_in_use)
 {
     support::QuickService service("DEBUG_LEVEL_I");
-    // Replies of every outcome: taken, refused, unknown.
+    // Replies with every outcome: accepted, refused, unknown.
     const auto requestOnce = [](int round) {
         char version[64];
         unsigned size = sizeof version;

@@ -10,7 +10,6 @@
 
 namespace service_test {
 
-/// One exchange and what came of it.
 struct Exchange {
     explicit Exchange(const char *command)
     {

@@ -48,7 +48,7 @@ TEST_F(Readers, fixed_logs_a_complete_line)
                                     "ReadSocket: command/reply complete 'hello' (socket " + std::to_string(pair.fd()) + ")"}));
 }
 
-TEST_F(Readers, fixed_says_nothing_at_level_0)
+TEST_F(Readers, fixed_logs_nothing_at_level_0)
 {
     SetDebugLevel(0);
     Pair pair;
@@ -60,7 +60,7 @@ TEST_F(Readers, fixed_says_nothing_at_level_0)
     EXPECT_THAT(capture.lines(), IsEmpty());
 }
 
-TEST_F(Readers, fixed_gives_an_empty_text_for_a_lone_line_end)
+TEST_F(Readers, fixed_returns_an_empty_text_for_a_line_end_alone)
 {
     Pair pair;
     pair.write("\r\n\n");
@@ -72,7 +72,7 @@ TEST_F(Readers, fixed_gives_an_empty_text_for_a_lone_line_end)
     EXPECT_EQ(second.text(), "");
 }
 
-TEST_F(Readers, fixed_takes_1023_characters_and_gives_up_at_1024)
+TEST_F(Readers, fixed_reads_1023_characters_and_gives_up_at_1024)
 {
     Pair longest;
     longest.write(std::string(1023, 'x') + "\n");
@@ -89,7 +89,7 @@ TEST_F(Readers, fixed_takes_1023_characters_and_gives_up_at_1024)
                 ElementsAre(LogLine{"", LOG_INFO, "ReadSocket: return -3 (socket " + std::to_string(over.fd()) + ")"}));
 }
 
-TEST_F(Readers, fixed_puts_a_line_together_from_pieces)
+TEST_F(Readers, fixed_assembles_a_line_from_pieces)
 {
     Pair pair;
     pair.write("first ");
@@ -101,7 +101,7 @@ TEST_F(Readers, fixed_puts_a_line_together_from_pieces)
     late.join();
 }
 
-TEST_F(Readers, fixed_waits_4_s_for_data_then_says_so)
+TEST_F(Readers, fixed_waits_4_s_for_data_and_logs_it)
 {
     Pair pair;
     const SyslogCapture capture;
@@ -114,7 +114,7 @@ TEST_F(Readers, fixed_waits_4_s_for_data_then_says_so)
                                              LogLine{"", LOG_INFO, "ReadSocket: return -5 (socket " + socket + ")"}));
 }
 
-TEST_F(Readers, fixed_goes_on_after_a_failed_wait_and_lets_the_receive_tell)
+TEST_F(Readers, fixed_continues_after_a_failed_wait_and_reports_the_receive_error)
 {
     const SyslogCapture capture;
     EXPECT_EQ(FixedLine(-1).result, -3);
@@ -124,7 +124,7 @@ TEST_F(Readers, fixed_goes_on_after_a_failed_wait_and_lets_the_receive_tell)
                             LogLine{"", LOG_INFO, "ReadSocket: return -3 (socket -1)"}));
 }
 
-TEST_F(Readers, a_number_that_is_no_descriptor_counts_as_invalid_too)
+TEST_F(Readers, a_closed_descriptor_is_invalid)
 {
     const int gone = dup(0);
     close(gone);
@@ -134,7 +134,7 @@ TEST_F(Readers, a_number_that_is_no_descriptor_counts_as_invalid_too)
     EXPECT_EQ(CachedLine(gone, cache).result, -6);
 }
 
-TEST_F(Readers, what_is_no_socket_is_invalid)
+TEST_F(Readers, a_descriptor_that_is_not_a_socket_is_invalid)
 {
     int pipeEnds[2];
     ASSERT_EQ(pipe2(pipeEnds, O_CLOEXEC), 0);
@@ -167,7 +167,7 @@ TEST_F(Readers, a_socket_without_a_peer_is_invalid)
 
 TEST_F(Readers, a_refused_datagram_socket_is_invalid)
 {
-    // Sending to a port that is not bound comes back as a refused connection at the next receive.
+    // A datagram to an unbound port makes the next receive report a refused connection.
     const int taken = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     sockaddr_in address{};
     address.sin_family = AF_INET;
@@ -191,9 +191,9 @@ TEST_F(Readers, a_refused_datagram_socket_is_invalid)
     close(refused);
 }
 
-TEST_F(Readers, any_other_receive_error_is_told_with_its_number)
+TEST_F(Readers, any_other_receive_error_is_reported_with_its_number)
 {
-    // A peer that closes with bytes unread resets the connection.
+    // A peer that closes with unread bytes resets the connection.
     int ends[2];
     const auto reset = [&ends] {
         ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);

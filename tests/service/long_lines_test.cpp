@@ -1,4 +1,4 @@
-// Lines that ReadSocketDyn takes in several rounds: how much it looks at, what it takes, and when it pauses.
+// Lines that ReadSocketDyn reads in several rounds: how much it peeks at, what it reads, and when it pauses.
 #include <kvo_hws/runtime.h>
 #include <kvo_hws/service.h>
 
@@ -28,7 +28,7 @@ using testing::Each;
 using testing::ElementsAre;
 using testing::Le;
 
-/// So many characters that differ from their neighbours, in every round and from one round to the next.
+/// @p count characters, each different from its neighbours, within a round and from one round to the next.
 std::string characters(std::size_t count)
 {
     std::string text(count, '\0');
@@ -38,14 +38,14 @@ std::string characters(std::size_t count)
     return text;
 }
 
-/// The receives of one line: how much was asked for by the looks and by the takes, and the pauses between them.
+/// The receives of one line: the sizes of the peeks and of the reads, and the number of pauses between them.
 class Rounds {
 public:
     [[nodiscard]] const std::vector<std::size_t> &peeks() const { return peeks_; }
     [[nodiscard]] const std::vector<std::size_t> &takes() const { return takes_; }
     [[nodiscard]] int pauses() const { return pauses_; }
 
-    /// Counts, and lets every call through.
+    /// Counts the calls and lets each of them through.
     [[nodiscard]] SystemCalls counting()
     {
         return {.recv =
@@ -72,7 +72,7 @@ protected:
     void TearDown() override { SetDebugLevel(0); }
 };
 
-TEST_F(LongLines, are_peeked_at_1024_bytes_first_and_at_more_the_longer_they_are_up_to_64_kib)
+TEST_F(LongLines, are_peeked_at_1024_bytes_first_and_then_in_growing_rounds_up_to_64_kib)
 {
     Pair pair;
     pair.write(characters(150'000) + "\nrest");
@@ -103,7 +103,7 @@ TEST_F(LongLines, are_never_peeked_at_more_than_64_kib_at_a_time)
     EXPECT_EQ(pair.rest(), "rest");
 }
 
-TEST_F(LongLines, are_peeked_at_1024_bytes_at_a_time_until_that_much_has_come)
+TEST_F(LongLines, are_peeked_at_1024_bytes_at_a_time_until_that_many_have_arrived)
 {
     Pair pair;
     Rounds rounds;
@@ -117,20 +117,20 @@ TEST_F(LongLines, are_peeked_at_1024_bytes_at_a_time_until_that_much_has_come)
         return int{support::kPassThrough};
     };
     {
-        const WithSystemCalls standIns(std::move(calls));
+        const WithSystemCalls replaced(std::move(calls));
         EXPECT_EQ(DynLine(pair.fd()).text().size(), 5 * kPiece);
     }
     EXPECT_THAT(rounds.peeks(), ElementsAre(1024, 1024, 1024, 1024, 4 * 4 * kPiece, 4 * 5 * kPiece));
     EXPECT_EQ(rounds.pauses(), 5);
 }
 
-TEST_F(LongLines, are_followed_by_no_pause_where_a_round_brought_1024_bytes)
+TEST_F(LongLines, cause_no_pause_after_a_round_of_1024_bytes)
 {
     struct Case {
         std::size_t length;
         int pauses;
     };
-    // The first round takes 1024 of them and the second one the others; the line feed comes when the socket is empty.
+    // The first round reads 1024 of them and the second one the rest; the line feed arrives when the socket is empty.
     for (const Case &row : {Case{1023, 1}, Case{1024, 0}, Case{1025, 1}, Case{2047, 1}, Case{2048, 0}, Case{4000, 0}}) {
         Pair pair;
         pair.write(characters(row.length));
@@ -146,18 +146,18 @@ TEST_F(LongLines, are_followed_by_no_pause_where_a_round_brought_1024_bytes)
             return int{support::kPassThrough};
         };
         {
-            const WithSystemCalls standIns(std::move(calls));
+            const WithSystemCalls replaced(std::move(calls));
             EXPECT_EQ(DynLine(pair.fd()).text(), characters(row.length));
         }
         EXPECT_EQ(rounds.pauses(), row.pauses) << row.length;
     }
 }
 
-// ---- Ends of lines around every border between rounds, and around the powers of two ----
+// ---- Line ends around each border between rounds, and around the powers of two ----
 
 class LineOfLength : public testing::TestWithParam<std::size_t> {};
 
-TEST_P(LineOfLength, is_taken_whole_and_nothing_after_it)
+TEST_P(LineOfLength, is_read_completely_and_nothing_after_it)
 {
     const std::size_t length = GetParam();  // with its line feed
     const std::string rest = characters(3000) + "\n";
@@ -172,7 +172,7 @@ TEST_P(LineOfLength, is_taken_whole_and_nothing_after_it)
     EXPECT_EQ(pair.rest(), rest);
 }
 
-TEST_P(LineOfLength, may_end_with_a_carriage_return_as_well)
+TEST_P(LineOfLength, may_end_with_a_carriage_return)
 {
     const std::size_t length = GetParam();
     Pair pair;
@@ -185,7 +185,7 @@ TEST_P(LineOfLength, may_end_with_a_carriage_return_as_well)
     EXPECT_EQ(pair.rest(), "rest");
 }
 
-TEST_P(LineOfLength, that_never_ends_is_a_closed_connection)
+TEST_P(LineOfLength, without_an_end_is_a_closed_connection)
 {
     Pair pair;
     pair.write(characters(GetParam())).hangUp();
@@ -209,11 +209,11 @@ std::vector<std::size_t> aroundEachBorder()
 INSTANTIATE_TEST_SUITE_P(Around, LineOfLength, testing::ValuesIn(aroundEachBorder()),
                          [](const auto &row) { return std::to_string(row.param) + "_bytes"; });
 
-// ---- What goes wrong in a large round ----
+// ---- Failures in a large round ----
 
 constexpr std::size_t kBegin = 1024 + 4096 + 5000;  // within the third round
 
-TEST_F(LongLines, that_go_silent_time_out)
+TEST_F(LongLines, that_stop_arriving_time_out)
 {
     Pair pair;
     pair.write(characters(kBegin));
@@ -230,7 +230,7 @@ TEST_F(LongLines, that_go_silent_time_out)
     EXPECT_THAT(capture.texts(), ElementsAre("ReadSocketDyn: return -5 (socket " + std::to_string(pair.fd()) + ")"));
 }
 
-TEST_F(LongLines, whose_wait_fails_say_so)
+TEST_F(LongLines, report_a_failed_wait)
 {
     Pair pair;
     pair.write(characters(kBegin));
@@ -247,9 +247,9 @@ TEST_F(LongLines, whose_wait_fails_say_so)
                             "ReadSocketDyn: return -6 (socket " + fd + ")"));
 }
 
-TEST_F(LongLines, whose_receive_fails_say_so)
+TEST_F(LongLines, report_a_failed_receive)
 {
-    for (const int failing : {4, 5}) {  // the third round's look, and its take
+    for (const int failing : {4, 5}) {  // the third round's peek, and its read
         Pair pair;
         pair.write(characters(kBegin) + "\n");
         int receives = 0;
@@ -265,7 +265,7 @@ TEST_F(LongLines, whose_receive_fails_say_so)
     }
 }
 
-TEST_F(LongLines, go_on_after_an_interrupted_receive)
+TEST_F(LongLines, continue_after_an_interrupted_receive)
 {
     for (const int interrupted : {2, 3, 4, 5}) {
         Pair pair;
@@ -282,7 +282,7 @@ TEST_F(LongLines, go_on_after_an_interrupted_receive)
     }
 }
 
-TEST_F(LongLines, go_on_where_less_is_taken_than_was_seen)
+TEST_F(LongLines, continue_when_less_is_read_than_was_seen)
 {
     Pair pair;
     pair.write(characters(kBegin) + "\nrest");
@@ -303,13 +303,13 @@ protected:
         if (const char *reason = support::FailingAllocations::unavailable()) {
             GTEST_SKIP() << reason;
         }
-        // What is allocated once for all is allocated now.
+        // One-time allocations happen now.
         Pair pair;
         pair.write("first\n");
         ASSERT_EQ(DynLine(pair.fd()).text(), "first");
     }
 
-    /// Reads a line with so many allocations.
+    /// Reads a line with only @p granted allocations.
     static int readWith(int granted, int fd, DynBuffer &reply)
     {
         const support::FailingAllocations noMoreMemory(granted);
@@ -317,7 +317,7 @@ protected:
     }
 };
 
-TEST_F(LongLinesWithoutMemory, leave_the_round_that_they_have_no_room_for)
+TEST_F(LongLinesWithoutMemory, leave_the_round_for_which_memory_is_missing)
 {
     const std::string line = characters(30'000) + "\n";
     const std::size_t taken[] = {0, 1024, 1024 + 4096};
@@ -332,7 +332,7 @@ TEST_F(LongLinesWithoutMemory, leave_the_round_that_they_have_no_room_for)
     }
 }
 
-TEST_F(LongLinesWithoutMemory, report_a_closed_connection_all_the_same)
+TEST_F(LongLinesWithoutMemory, still_report_a_closed_connection)
 {
     Pair pair;
     pair.write(characters(1024)).hangUp();
@@ -340,7 +340,7 @@ TEST_F(LongLinesWithoutMemory, report_a_closed_connection_all_the_same)
     EXPECT_EQ(readWith(1, pair.fd(), reply), -3);
 }
 
-TEST_F(LongLinesWithoutMemory, go_on_in_small_rounds_while_there_is_none_for_large_ones)
+TEST_F(LongLinesWithoutMemory, continue_in_small_rounds_until_memory_suffices_for_large_ones)
 {
     Pair pair;
     pair.write(characters(kBegin) + "\nrest");
@@ -348,7 +348,7 @@ TEST_F(LongLinesWithoutMemory, go_on_in_small_rounds_while_there_is_none_for_lar
     peeks.reserve(16);
     DynBuffer reply{};
     {
-        // Memory is there again as soon as the reader looks at the second round.
+        // Memory is available again as soon as the reader peeks at the second round.
         std::optional<support::WorkingAllocations> memory;
         const WithSystemCalls calls({.recv = [&](int, void *, std::size_t length, int flags) {
             if ((flags & MSG_PEEK) != 0) {

@@ -1,4 +1,4 @@
-// A socket pair whose other end does as it likes, and lines read from it.
+// A socket pair whose other end the test controls, and lines read from it.
 #pragma once
 
 #include <kvo_hws/runtime.h>
@@ -12,12 +12,12 @@ namespace service_test {
 
 inline constexpr char kPattern = '\x5A';
 
-/// A line from ReadSocket, in a buffer of the least size with guard bytes behind.
+/// A line from ReadSocket, in a buffer of the minimum size followed by guard bytes.
 struct FixedLine {
     explicit FixedLine(int fd) : bytes(1025 + 16, kPattern)
     {
         result = ReadSocket(fd, bytes.data());
-        EXPECT_EQ(bytes.substr(1025), std::string(16, kPattern)) << "written behind the buffer";
+        EXPECT_EQ(bytes.substr(1025), std::string(16, kPattern)) << "written past the buffer";
     }
     [[nodiscard]] std::string text() const { return bytes.c_str(); }
 
@@ -30,7 +30,7 @@ struct CachedLine {
     CachedLine(int fd, SocketCache &cache, unsigned timeout = 1000) : bytes(1025 + 16, kPattern)
     {
         result = ReadSocketCache(fd, bytes.data(), &cache, timeout);
-        EXPECT_EQ(bytes.substr(1025), std::string(16, kPattern)) << "written behind the line";
+        EXPECT_EQ(bytes.substr(1025), std::string(16, kPattern)) << "written past the line";
     }
     [[nodiscard]] std::string text() const { return bytes.c_str(); }
 

@@ -1,4 +1,4 @@
-// What the three line readers have in common.
+// Common behaviour of the three line readers.
 #include <kvo_hws/runtime.h>
 #include <kvo_hws/service.h>
 
@@ -35,7 +35,7 @@ using testing::AllOf;
 using testing::Ge;
 using testing::Lt;
 
-TEST_F(Readers, take_a_carriage_return_off_with_the_line_feed)
+TEST_F(Readers, remove_a_carriage_return_with_the_line_feed)
 {
     Pair pair;
     pair.write("ok\r\nok\r\nok\r\n");
@@ -47,7 +47,7 @@ TEST_F(Readers, take_a_carriage_return_off_with_the_line_feed)
     EXPECT_EQ(CachedLine(pair.fd(), cache).text(), "ok");
 }
 
-TEST_F(Readers, leave_what_is_behind_the_line_feed)
+TEST_F(Readers, leave_the_bytes_after_the_line_feed)
 {
     Pair fixed;
     fixed.write("ok\n\nrest");
@@ -71,7 +71,7 @@ TEST_F(Readers, leave_what_is_behind_the_line_feed)
     EXPECT_EQ(std::string(cache.acData), "rest");
 }
 
-TEST_F(Readers, report_a_peer_that_closes_without_a_word)
+TEST_F(Readers, report_a_peer_that_closes_without_data)
 {
     Pair pair;
     pair.hangUp();
@@ -122,7 +122,7 @@ TEST_F(Readers, keep_nul_bytes_before_the_line_feed)
     EXPECT_EQ(cachedLine.bytes.substr(0, 6), std::string("a\0b\0c\0", 6));
 }
 
-TEST_F(Readers, go_on_after_signals)
+TEST_F(Readers, continue_after_signals)
 {
     const support::Alarms alarms(5ms, 5ms);
     Pair pair;
@@ -161,12 +161,12 @@ TEST_F(Readers, wait_on_descriptors_above_1023)
     setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-TEST_F(Readers, pause_10_ms_after_a_read_that_took_all_there_was)
+TEST_F(Readers, pause_10_ms_after_a_read_that_emptied_the_socket)
 {
     for (const auto &read : {+[](int fd) { return FixedLine(fd).text(); }, +[](int fd) { return DynLine(fd).text(); }}) {
         Pair pair;
         pair.write("slow");
-        // The second piece is sent with the wait after the first, so that nothing but the pause takes time.
+        // The test sends the second piece during the wait after the first, so only the pause takes time.
         int receives = 0;
         const support::WithSystemCalls calls({.recv = [&](int, void *, std::size_t, int) {
             if (++receives == 2) {
@@ -180,7 +180,7 @@ TEST_F(Readers, pause_10_ms_after_a_read_that_took_all_there_was)
     }
 }
 
-TEST_F(Readers, begin_their_round_again_after_an_interrupted_receive)
+TEST_F(Readers, repeat_a_round_after_an_interrupted_receive)
 {
     const auto interruptedOnce = [](int whichReceive) {
         return support::SystemCalls{.recv = [whichReceive, count = 0](int, void *, std::size_t, int) mutable {
@@ -205,9 +205,9 @@ TEST_F(Readers, begin_their_round_again_after_an_interrupted_receive)
     }
 }
 
-TEST_F(Readers, end_by_themselves_in_a_thread_that_is_cancelled)
+TEST_F(Readers, complete_in_a_thread_that_is_cancelled)
 {
-    // A cancellation inside would pass functions that let nothing out, and end the process.
+    // A cancellation inside a reader would unwind through noexcept functions and end the process.
     for (const auto &read : {+[](int fd) { return FixedLine(fd).result; }, +[](int fd) { return DynLine(fd).result; },
                              +[](int fd) {
                                  SocketCache cache{};

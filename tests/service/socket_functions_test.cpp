@@ -1,4 +1,4 @@
-// The thin functions over sockets.
+// The thin wrappers of socket functions.
 #include <kvo_hws/service.h>
 
 #include <atomic>
@@ -11,7 +11,7 @@
 
 namespace {
 
-TEST(SendSocket, sends_all_or_tells_why)
+TEST(SendSocket, sends_everything_or_reports_why_not)
 {
     int ends[2];
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
@@ -26,10 +26,10 @@ TEST(SendSocket, sends_all_or_tells_why)
     const int unconnected = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     EXPECT_EQ(kvo_hws_send_socket(unconnected, "12345", 5, MSG_NOSIGNAL), -2) << "not connected";
     close(unconnected);
-    EXPECT_EQ(kvo_hws_send_socket(-1, "12345", 5, MSG_NOSIGNAL), -1) << "no descriptor";
+    EXPECT_EQ(kvo_hws_send_socket(-1, "12345", 5, MSG_NOSIGNAL), -1) << "not a descriptor";
 }
 
-TEST(SendSocket, passes_the_callers_flags)
+TEST(SendSocket, uses_the_flags_of_the_caller)
 {
     int ends[2];
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
@@ -47,7 +47,7 @@ TEST(SendSocket, passes_the_callers_flags)
     close(ends[0]);
 }
 
-TEST(SocketSupport, needs_no_set_up)
+TEST(SocketSupport, needs_no_initialization)
 {
     int status = 77;
     EXPECT_EQ(kvo_hws_StartUpSockets(&status), 0);

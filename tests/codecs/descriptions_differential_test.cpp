@@ -1,4 +1,5 @@
-// The readers' fast path against a plain one that knows nothing but strtoul, on texts that are damaged at random.
+// The description readers against a reference implementation that uses only strtoul, on randomly damaged texts. Only
+// the readers have a fast path.
 #include <kvo_hws/codecs.h>
 
 #include <cstdlib>
@@ -10,10 +11,10 @@
 
 namespace {
 
-/// The format in its plainest reading; -1 for whatever lies behind the text's end.
-class PlainReader {
+/// A reference implementation of the format. Reading past the text's end fails.
+class ReferenceReader {
 public:
-    explicit PlainReader(const std::string &text) : text_(text) {}
+    explicit ReferenceReader(const std::string &text) : text_(text) {}
 
     bool number(std::size_t offset, unsigned long &value) const
     {
@@ -44,9 +45,9 @@ struct Station {
     bool operator==(const Station &) const = default;
 };
 
-int readPlainly(const std::string &text, bool extended, uint32_t &count, std::vector<Station> &stations)
+int readWithReference(const std::string &text, bool extended, uint32_t &count, std::vector<Station> &stations)
 {
-    const PlainReader reader(text);
+    const ReferenceReader reader(text);
     unsigned long number = 0;
     char *end = nullptr;
     number = std::strtoul(text.c_str(), &end, 16);
@@ -132,24 +133,24 @@ void damage(std::mt19937 &random, std::string &text)
 template <class Record>
 void expectSame(const std::string &text, bool extended, int (*read)(uint32_t *, Record *, const char *))
 {
-    uint32_t plainCount = 0;
-    std::vector<Station> plain;
+    uint32_t referenceCount = 0;
+    std::vector<Station> expected;
     const unsigned long announced = std::strtoul(text.c_str(), nullptr, 16);
     if (static_cast<uint32_t>(announced) > 64) {
-        return;  // no caller has an array for a count that damage has blown up
+        return;  // no caller has an array for a count that the damage made large
     }
-    const int plainResult = readPlainly(text, extended, plainCount, plain);
+    const int referenceResult = readWithReference(text, extended, referenceCount, expected);
 
     std::vector<Record> records(64);
     uint32_t count = 99;
-    ASSERT_EQ(read(&count, records.data(), text.c_str()), plainResult) << text;
-    ASSERT_EQ(count, plainCount) << text;
-    for (std::size_t i = 0; i < plain.size(); ++i) {
-        ASSERT_EQ(seen(records[i]), plain[i]) << "element " << i << " of " << text;
+    ASSERT_EQ(read(&count, records.data(), text.c_str()), referenceResult) << text;
+    ASSERT_EQ(count, referenceCount) << text;
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        ASSERT_EQ(seen(records[i]), expected[i]) << "element " << i << " of " << text;
     }
 }
 
-TEST(DescriptionReaderDifferential, damaged_texts_are_read_as_plain_strtoul_reads_them)
+TEST(DescriptionReaderDifferential, damaged_texts_are_read_as_by_the_reference)
 {
     std::mt19937 random(4711);
     for (int round = 0; round < 100'000; ++round) {

@@ -11,7 +11,7 @@ namespace {
 
 constexpr char kPattern = '\x5A';
 
-/// A text in a block of exactly its size, so that a read behind its terminator is caught where memory is checked.
+/// A text in a block of exactly its size, so that memory checkers detect a read past its terminator.
 class ExactText {
 public:
     explicit ExactText(const std::string &text) : block_(new char[text.size() + 1])
@@ -27,7 +27,7 @@ private:
 ConnectionEntry entry(uint32_t address, const std::string &name)
 {
     ConnectionEntry entry;
-    std::memset(&entry, kPattern, sizeof entry);  // the daemon's own members hold anything
+    std::memset(&entry, kPattern, sizeof entry);  // the daemon's own members may have any value
     entry.address = address;
     std::memset(entry.name, 0, sizeof entry.name);
     name.copy(entry.name, sizeof entry.name);
@@ -52,7 +52,7 @@ ConnectionClientEntry client(const std::string &name, uint32_t value)
     return client;
 }
 
-/// A buffer with guard bytes behind its usable size.
+/// A buffer followed by guard bytes.
 struct Buffer {
     explicit Buffer(std::size_t usable) : bytes(usable + 16, kPattern), size(static_cast<uint32_t>(usable)) {}
 
@@ -69,7 +69,7 @@ constexpr const char *kExtension = "00000011 00000022 00000033 00000044 00000055
 
 // ---- Writing ----
 
-TEST(DescriptionWriter, writes_fixed_width_upper_case_fields_each_with_a_space_behind)
+TEST(DescriptionWriter, writes_upper_case_fields_of_fixed_width_each_followed_by_a_space)
 {
     const ConnectionEntry entries[] = {entry(0x0A000005, "st1")};
     Buffer buffer(200);
@@ -116,7 +116,7 @@ const ConnectionClientEntry kClients[] = {client("st1", 1), client("", 2)};
 
 class DescriptionWriterSize : public testing::TestWithParam<ListWriter> {};
 
-TEST_P(DescriptionWriterSize, exactly_the_required_size_succeeds_and_one_byte_less_writes_nothing)
+TEST_P(DescriptionWriterSize, the_exact_size_succeeds_and_one_byte_less_writes_nothing)
 {
     const ListWriter &writer = GetParam();
     const auto required = static_cast<std::size_t>(writer.required);
@@ -143,14 +143,14 @@ const std::vector<ListWriter> kListWriters = {
 INSTANTIATE_TEST_SUITE_P(Table, DescriptionWriterSize, testing::ValuesIn(kListWriters),
                          [](const auto &row) { return row.param.name; });
 
-TEST(DescriptionWriter, an_empty_list_is_its_count_alone)
+TEST(DescriptionWriter, an_empty_list_is_only_its_count)
 {
     Buffer buffer(17);
     EXPECT_EQ(ConvertConArray2Text(0, nullptr, buffer.bytes.data(), buffer.size), 0);
     EXPECT_EQ(buffer.text(), "00000000 ");
 }
 
-TEST(DescriptionWriter, the_long_attribute_stays_eight_digits_wide)
+TEST(DescriptionWriter, a_large_attribute_is_eight_digits_wide)
 {
     ConnectionEntry station = entry(0x0A000005, std::string(259, 'n'));
     station.extAttr7 = ~0UL;
@@ -161,7 +161,7 @@ TEST(DescriptionWriter, the_long_attribute_stays_eight_digits_wide)
     EXPECT_TRUE(buffer.text().ends_with(" 00000066 FFFFFFFF "));
 }
 
-TEST(DescriptionWriter, a_name_without_terminator_is_never_read_beyond_its_field)
+TEST(DescriptionWriter, a_name_without_terminator_is_not_read_beyond_its_field)
 {
     ConnectionEntry station = entry(1, std::string(260, 'n'));
     Buffer buffer(1000);
@@ -171,7 +171,7 @@ TEST(DescriptionWriter, a_name_without_terminator_is_never_read_beyond_its_field
 
 // ---- Reading ----
 
-TEST(DescriptionReader, reads_back_what_the_writer_wrote)
+TEST(DescriptionReader, reads_what_the_writer_wrote)
 {
     const std::vector<ConnectionEntry> entries = {entry(0x0A000005, "st1"), entry(0xFFFFFFFF, "press line 4  north "),
                                                   entry(0, ""), entry(7, std::string(259, '\xC3'))};
@@ -196,7 +196,7 @@ TEST(DescriptionReader, reads_back_what_the_writer_wrote)
         EXPECT_EQ(read[i].extAttr6, 0x66U);
         EXPECT_EQ(read[i].extAttr7, 0x77U);
     }
-    EXPECT_EQ(read[4].address, 0x5A5A5A5AU) << "behind the last element";
+    EXPECT_EQ(read[4].address, 0x5A5A5A5AU) << "after the last element";
 
     ASSERT_EQ(ConvertConArray2Text(4, entries.data(), text.data(), 2000), 0);
     std::vector<KvoDescription> basic(4);
@@ -206,7 +206,7 @@ TEST(DescriptionReader, reads_back_what_the_writer_wrote)
     EXPECT_EQ(std::string(basic[3].name), std::string(259, '\xC3'));
 }
 
-TEST(DescriptionReader, clients_come_out_with_value_and_name_swapped)
+TEST(DescriptionReader, clients_are_read_with_value_and_name_swapped)
 {
     uint32_t count = 0;
     KvoClientEntry read[2];
@@ -225,7 +225,7 @@ TEST(DescriptionReader, reads_one_element_without_a_count)
     ASSERT_EQ(ConvertText2KVODescEx(&read, ExactText(std::string(kBasicElement) + kExtension)), 1);
     EXPECT_EQ(read.address, 0x0A000005U);
     EXPECT_STREQ(read.name, "st1");
-    EXPECT_EQ(read.name[4], kPattern) << "behind the name's terminator";
+    EXPECT_EQ(read.name[4], kPattern) << "after the name's terminator";
     EXPECT_EQ(read.extAttr7, 0x77U);
 }
 
@@ -249,7 +249,7 @@ std::string named(std::size_t announced, const std::string &name)
 
 class BasicListText : public testing::TestWithParam<ListText> {};
 
-TEST_P(BasicListText, is_judged)
+TEST_P(BasicListText, has_the_expected_result)
 {
     KvoDescription array[3];
     std::memset(array, kPattern, sizeof array);
@@ -269,7 +269,7 @@ const std::vector<ListText> kListTexts = {
     {"no_element", "00000001 ", -1, 1},
     {"whole_element", listOf(kBasicElement), 1, 1},
     {"count_shorter_than_its_field", "1        " + std::string(kBasicElement), 1, 1},
-    {"short_count_behind_which_the_text_ends", "1 ", -1, 1},
+    {"short_count_then_the_text_ends", "1 ", -1, 1},
     {"more_elements_announced", "00000002 " + std::string(kBasicElement), -1, 2},
     {"lower_case", listOf("0a000005 00000001 abcdef01 ffffffff 00000003 st1 "), 1, 1},
     {"blanks_signs_and_prefixes", listOf("      +5 0x000001 -0000001 \t\v\f\r    7 00000003 st1 "), 1, 1},
@@ -278,18 +278,18 @@ const std::vector<ListText> kListTexts = {
     {"tab_for_space", listOf("0A000005\t00000001 00000002 00000003 00000003 st1 "), -1, 1},
     {"fifth_space_missing", listOf("0A000005 00000001 00000002 00000003 00000003,st1 "), -1, 1},
     {"cut_inside_a_number", listOf("0A000005 0000"), -1, 1},
-    {"cut_behind_a_number", listOf("0A000005 00000001 "), -1, 1},
+    {"cut_after_a_number", listOf("0A000005 00000001 "), -1, 1},
     {"name_of_259", listOf(named(259, std::string(259, 'n') + " ")), 1, 1},
     {"name_of_260", listOf(named(260, std::string(260, 'n') + " ")), -1, 1},
     {"name_length_beyond_32_bits", listOf("0A000005 00000001 00000002 00000003 10000000000000003 st1 "), -1, 1},
     {"last_name_cut", listOf(named(10, "st1")), 1, 1},
     {"last_name_missing", listOf(named(10, "")), 1, 1},
-    {"name_behind_the_end", listOf("0A000005 00000001 00000002 00000003 3 "), -1, 1},
-    {"element_behind_a_cut_name", "00000002 " + named(10, "st1"), -1, 2}};
+    {"name_past_the_end", listOf("0A000005 00000001 00000002 00000003 3 "), -1, 1},
+    {"element_after_a_cut_name", "00000002 " + named(10, "st1"), -1, 2}};
 
 INSTANTIATE_TEST_SUITE_P(Table, BasicListText, testing::ValuesIn(kListTexts), [](const auto &row) { return row.param.name; });
 
-TEST(DescriptionReader, a_cut_last_name_is_accepted_with_what_there_is)
+TEST(DescriptionReader, a_truncated_last_name_is_accepted)
 {
     KvoDescription array[1];
     std::memset(array, kPattern, sizeof array);
@@ -315,16 +315,16 @@ TEST(DescriptionReader, extended_elements_need_their_whole_name_and_all_fields)
     for (int field = 0; field < 7; ++field) {
         std::string broken = whole;
         broken[49 + static_cast<std::size_t>(field) * 9 + 8] = ',';
-        EXPECT_EQ(ConvertText2KVODescEx(&record, ExactText(broken)), -1) << "space behind extended field " << field;
+        EXPECT_EQ(ConvertText2KVODescEx(&record, ExactText(broken)), -1) << "space after extended field " << field;
     }
     for (int field = 0; field < 5; ++field) {
         std::string broken = whole;
         broken[static_cast<std::size_t>(field) * 9 + 8] = ',';
-        EXPECT_EQ(ConvertText2KVODescEx(&record, ExactText(broken)), -1) << "space behind field " << field;
+        EXPECT_EQ(ConvertText2KVODescEx(&record, ExactText(broken)), -1) << "space after field " << field;
     }
 }
 
-TEST(DescriptionReader, elements_before_a_fault_stay_filled)
+TEST(DescriptionReader, elements_before_an_error_are_filled)
 {
     KvoDescription array[2];
     std::memset(array, kPattern, sizeof array);
@@ -335,7 +335,7 @@ TEST(DescriptionReader, elements_before_a_fault_stay_filled)
     EXPECT_STREQ(array[0].name, "st1");
 }
 
-TEST(DescriptionReader, clients_need_a_space_behind_each_number)
+TEST(DescriptionReader, clients_need_a_space_after_each_number)
 {
     KvoClientEntry clients[1];
     uint32_t count = 0;
@@ -346,7 +346,7 @@ TEST(DescriptionReader, clients_need_a_space_behind_each_number)
     EXPECT_EQ(ConvertText2KVOClientArray(&count, clients, ExactText("00000001 00000001 3 ")), -1);
 }
 
-TEST(DescriptionReader, elements_start_at_a_fixed_offset_whatever_the_count_looks_like)
+TEST(DescriptionReader, elements_start_at_a_fixed_offset_for_any_count)
 {
     KvoDescription array[1];
     uint32_t count = 0;
@@ -355,7 +355,7 @@ TEST(DescriptionReader, elements_start_at_a_fixed_offset_whatever_the_count_look
     EXPECT_EQ(array[0].address, 1U) << "the last two digits of the count, at offset 9";
 }
 
-TEST(DescriptionCount, is_read_from_the_head)
+TEST(DescriptionCount, is_read_from_the_beginning)
 {
     EXPECT_EQ(GetCountKVODescriptionsFromText(ExactText("0000000A ")), 10U);
     EXPECT_EQ(GetCountKVODescriptionsFromTextEx(ExactText("0000000A ")), 10U);

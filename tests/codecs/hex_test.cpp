@@ -1,4 +1,4 @@
-// Eight digits as words and as vectors: every digit in every place, every other byte refused.
+// Eight hexadecimal digits as words and as vectors: every digit in every position, and every other byte refused.
 #include "codecs/hex.h"
 
 #include <cstdio>
@@ -10,7 +10,7 @@ namespace {
 
 namespace hex = kvo_hws::hex;
 
-constexpr std::size_t kDistance = hex::kDigits + 1;  // from one number to the next, as lists have them
+constexpr std::size_t kDistance = hex::kDigits + 1;  // from one number to the next in lists
 
 bool isDigit(int byte)
 {
@@ -52,7 +52,7 @@ TEST(Hex, reads_four_numbers_at_a_time)
     }
 }
 
-TEST(Hex, reads_bytes_and_refuses_every_larger_number)
+TEST(Hex, reads_bytes_and_refuses_larger_numbers)
 {
     for (uint32_t value = 0; value < 256; ++value) {
         char printed[9];
@@ -70,7 +70,7 @@ TEST(Hex, reads_bytes_and_refuses_every_larger_number)
     }
 }
 
-TEST(Hex, refuses_every_other_byte_in_every_place)
+TEST(Hex, refuses_every_other_byte_in_every_position)
 {
     for (std::size_t place = 0; place < hex::kDigits; ++place) {
         for (int byte = 0; byte < 256; ++byte) {
@@ -85,14 +85,14 @@ TEST(Hex, refuses_every_other_byte_in_every_place)
     }
 }
 
-TEST(Hex, refuses_every_other_byte_in_every_place_of_four_numbers)
+TEST(Hex, refuses_every_other_byte_in_every_position_of_four_numbers)
 {
     for (std::size_t place = 0; place < 4 * kDistance - 1; ++place) {
         for (int byte = 0; byte < 256; ++byte) {
             for (const char around : {'0', '9', 'A', 'F'}) {
                 std::string text(4 * kDistance, around);
                 text[place] = static_cast<char>(byte);
-                const bool isSeparator = place % kDistance == hex::kDigits;  // not looked at
+                const bool isSeparator = place % kDistance == hex::kDigits;  // not checked
                 hex::Faults faults;
                 hex::readFour(text.data(), kDistance, faults);
                 ASSERT_EQ(faults.none(), isSeparator || isDigit(byte))
@@ -102,7 +102,7 @@ TEST(Hex, refuses_every_other_byte_in_every_place_of_four_numbers)
     }
 }
 
-TEST(Hex, refuses_every_other_byte_in_the_two_places_of_a_byte)
+TEST(Hex, refuses_every_other_byte_in_both_positions_of_a_byte)
 {
     for (std::size_t place = hex::kDigits - 2; place < hex::kDigits; ++place) {
         for (int byte = 0; byte < 256; ++byte) {

@@ -1,4 +1,4 @@
-// The four USB event texts as they are read into the records of both callbacks.
+// Reading the four USB event texts into the records of both callbacks.
 #include <kvo_hws/codecs.h>
 
 #include "codecs/usb_texts.h"
@@ -37,7 +37,7 @@ TEST(UsbReaders, read_a_new_device_for_the_newer_callback)
     EXPECT_EQ(record->flagBits, 1 | (3 << 1)) << "id1 0781 is odd, id2 556B ends in 3";
 }
 
-TEST(UsbReaders, take_the_flag_bits_from_the_ids_and_bit_31_of_the_flag_word)
+TEST(UsbReaders, derive_the_flag_bits_from_the_ids_and_bit_31_of_the_flag_word)
 {
     const auto bitsOf = [](const std::string &flagWord, const std::string &id1, const std::string &id2) {
         Guarded<UsbDeviceInfo> record;
@@ -56,8 +56,8 @@ TEST(UsbReaders, take_the_flag_bits_from_the_ids_and_bit_31_of_the_flag_word)
     EXPECT_EQ(bitsOf("7FFFFFFF", "0000", "0000"), 0);
 }
 
-/// What a writer sets is bit 27, what a reader tests is bit 31: the two differ on purpose.
-TEST(UsbReaders, do_not_see_the_bit_that_the_writer_sets)
+/// A writer sets bit 27 and a reader tests bit 31: the difference is deliberate.
+TEST(UsbReaders, ignore_the_bit_that_the_writer_sets)
 {
     UsbDeviceSource source = device();
     source.state = 0;
@@ -86,7 +86,7 @@ TEST(UsbReaders, read_a_refused_device)
     EXPECT_EQ(record->flagBits, 0);
 }
 
-TEST(UsbReaders, keep_number3_to_its_16_bits)
+TEST(UsbReaders, limit_number3_to_its_16_bits)
 {
     Guarded<UsbDeviceInfo> record(0xFF);
     ASSERT_EQ(read(ConvertCmd2USBDeviceIM, record.get(), "k*a*b*c*d*e*f*1*2*1234*"), 1);
@@ -122,8 +122,8 @@ TEST(UsbReaders, read_a_new_device_for_the_older_callback)
     EXPECT_STREQ(record->text7, "Cruzer Edge");
 }
 
-/// id2 stands where the block once stood; programs of that time see its low byte and zeros.
-TEST(UsbReaders, the_older_one_takes_id2_for_the_byte_block)
+/// id2 takes the place of the former byte block; programs of that time see its low byte and zeros.
+TEST(UsbReaders, for_the_older_callback_read_id2_as_the_byte_block)
 {
     Guarded<UsbDeviceV1> record;
     ASSERT_EQ(read(ConvertCmd2USBDeviceNew, record.get(), newText(device())), 1);
@@ -133,7 +133,7 @@ TEST(UsbReaders, the_older_one_takes_id2_for_the_byte_block)
     }
 }
 
-TEST(UsbReaders, the_older_one_reads_a_block_where_it_once_stood)
+TEST(UsbReaders, for_the_older_callback_read_a_block_in_its_former_place)
 {
     Guarded<UsbDeviceV1> record(0);
     const std::string head = "k*a*b*c*d*e*f*g*1*2*3*4*";
@@ -144,10 +144,11 @@ TEST(UsbReaders, the_older_one_reads_a_block_where_it_once_stood)
     Guarded<UsbDeviceV1> partly(0x5A);
     partly->noText5 = 0;
     ASSERT_EQ(read(ConvertCmd2USBDeviceNew, partly.get(), head + "01  0x2 fff 4g 05 *"), 1);
-    EXPECT_EQ(std::string(reinterpret_cast<char *>(partly->bytes), 4), "\x01\x02\xff\x5A") << "it ends at what is no number";
+    EXPECT_EQ(std::string(reinterpret_cast<char *>(partly->bytes), 4), "\x01\x02\xff\x5A")
+        << "it ends at the first text that is not a number";
 }
 
-TEST(UsbReaders, the_older_one_keeps_text5_back_where_the_caller_asks_for_it)
+TEST(UsbReaders, for_the_older_callback_leave_text5_unset_on_request)
 {
     Guarded<UsbDeviceV1> record;
     record->noText5 = 1;
@@ -171,10 +172,10 @@ TEST(UsbReaders, read_a_removal_for_both_callbacks)
         EXPECT_STREQ(record->ident3, "1-1.4");
     }
     EXPECT_EQ(older.area().substr(80), std::string(184, '\0')) << "the older callback's area is cleared";
-    EXPECT_EQ(newer.area().substr(9, 7), "xxxxxxx") << "the newer callback's record is not";
+    EXPECT_EQ(newer.area().substr(9, 7), "xxxxxxx") << "the newer callback's record is not cleared";
 }
 
-TEST(UsbReaders, do_not_know_the_marker_in_a_removal)
+TEST(UsbReaders, do_not_recognize_the_marker_in_a_removal)
 {
     Guarded<UsbRemoveInfo> record;
     ASSERT_EQ(read(ConvertCmd2USBDeviceRM, record.get(), "removeUSBdevice*10.0.0.5*" + kMarker + "*" + kMarker + "*"), 1);
@@ -203,7 +204,7 @@ TEST(UsbReaders, read_marked_texts_as_empty)
     }
 }
 
-TEST(UsbReaders, take_the_marker_for_nothing_but_itself)
+TEST(UsbReaders, recognize_the_marker_only_as_a_whole_field)
 {
     Guarded<UsbStateInfo> record;
     ASSERT_EQ(read(ConvertCmd2USBDeviceCS, record.get(), "k*a*" + kMarker + "x*x" + kMarker + "*1*"), 1);
@@ -211,7 +212,7 @@ TEST(UsbReaders, take_the_marker_for_nothing_but_itself)
     EXPECT_EQ(record->ident3, "x" + kMarker);
 }
 
-TEST(UsbReaders, store_number3_only_where_it_is_one)
+TEST(UsbReaders, store_number3_only_if_it_is_a_number)
 {
     Guarded<UsbDeviceInfo> record('x');
     EXPECT_EQ(read(ConvertCmd2USBDeviceIM, record.get(), "k*a*b*c*d*e*f*1*2*"), -13);
@@ -220,7 +221,7 @@ TEST(UsbReaders, store_number3_only_where_it_is_one)
     EXPECT_EQ(record->flagWord, 0x78787878U);
 }
 
-TEST(UsbReaders, cut_every_text_to_its_member)
+TEST(UsbReaders, truncate_every_text_to_its_member)
 {
     const std::string longText(300, 'x');
     const std::string head = "k*" + longText + "*" + longText + "*" + longText + "*";
@@ -261,7 +262,7 @@ TEST(UsbReaders, cut_every_text_to_its_member)
     expectCut(removedOlder->ident3, 32);
 }
 
-TEST(UsbReaders, pass_over_empty_fields_as_if_they_were_not_there)
+TEST(UsbReaders, skip_empty_fields)
 {
     Guarded<UsbRemoveInfo> record;
     EXPECT_EQ(read(ConvertCmd2USBDeviceRM, record.get(), "removeUSBdevice*10.0.0.5***"), -1);
@@ -269,7 +270,7 @@ TEST(UsbReaders, pass_over_empty_fields_as_if_they_were_not_there)
     EXPECT_STREQ(record->ident3, "1-1.4") << "and the last asterisk may be missing";
 }
 
-TEST(UsbReaders, take_63_bytes_of_the_block_or_none)
+TEST(UsbReaders, accept_63_bytes_of_the_block_or_none)
 {
     Guarded<UsbDeviceInfo> record;
     const std::string head = "newUSBdevice*a*b*c*d*e*f*g*1*2*3*4*5*";
@@ -278,7 +279,7 @@ TEST(UsbReaders, take_63_bytes_of_the_block_or_none)
     EXPECT_EQ(read(ConvertCmd2USBDeviceNM, record.get(), head + " *"), 1);
 }
 
-TEST(UsbReaders, read_several_texts_at_once)
+TEST(UsbReaders, read_texts_on_several_threads_at_once)
 {
     const auto work = [](const char *name) {
         const std::string text = std::string("changeStateUSBdevice*") + name + "*b*c*7*";
@@ -307,7 +308,7 @@ TEST(UsbReaders, keep_the_low_bits_of_a_number_that_is_too_large)
     EXPECT_EQ(older->id1, 0x2345);
 }
 
-TEST(UsbReaders, store_what_comes_before_a_fault)
+TEST(UsbReaders, store_the_fields_before_an_error)
 {
     Guarded<UsbDeviceInfo> record('x');
     EXPECT_EQ(read(ConvertCmd2USBDeviceNM, record.get(), "k*10.0.0.5*usb1*"), -4);

@@ -1,4 +1,4 @@
-// The step at which a reader of USB event texts gives up, for every field of every text.
+// The step at which a reader of USB event texts fails, for every field of every text.
 #include <kvo_hws/codecs.h>
 
 #include "codecs/usb_texts.h"
@@ -15,11 +15,11 @@ namespace {
 using codecs_test::Guarded;
 using codecs_test::read;
 
-/// A reader, the fields of a text that it accepts, and the codes for each of them.
+/// A field that a reader accepts, and its result codes.
 struct Field {
     std::string good;
     int missing;
-    int malformed = 0;  ///< 0: a text
+    int malformed = 0;  ///< 0: the field is a text
 };
 
 struct ReaderRow {
@@ -41,7 +41,7 @@ std::function<int(std::string)> with(int (*reader)(Record *, char *) noexcept)
 
 class StepCodes : public testing::TestWithParam<ReaderRow> {
 protected:
-    /// The text up to field @p count, the last of which may be replaced.
+    /// The text up to field @p count; @p replaced replaces the last field if it is not empty.
     static std::string upTo(std::size_t count, const std::string &replaced = "")
     {
         std::string text;
@@ -62,7 +62,7 @@ TEST_P(StepCodes, name_the_first_field_that_is_missing)
     EXPECT_EQ(GetParam().read(upTo(fields.size()) + "more*and more*"), 1);
 }
 
-TEST_P(StepCodes, name_the_first_field_that_is_no_number)
+TEST_P(StepCodes, name_the_first_field_that_is_not_a_number)
 {
     const auto &fields = GetParam().fields;
     for (std::size_t field = 0; field < fields.size(); ++field) {
@@ -74,7 +74,7 @@ TEST_P(StepCodes, name_the_first_field_that_is_no_number)
     }
 }
 
-TEST_P(StepCodes, take_every_number_that_strtoul_takes)
+TEST_P(StepCodes, accept_every_number_that_strtoul_accepts)
 {
     const auto &fields = GetParam().fields;
     for (std::size_t field = 0; field < fields.size(); ++field) {

@@ -1,4 +1,4 @@
-// Devices as the texts of USB events carry them, and records to read them into.
+// Devices as USB event texts describe them, and records to read them into.
 #pragma once
 
 #include <kvo_hws/codecs.h>
@@ -72,7 +72,7 @@ inline UsbStationRecord station(const char *address, std::string_view text)
     return record;
 }
 
-/// A record between guards, filled with a pattern or with zeros.
+/// A record between guard bytes, filled with a pattern or with zeros.
 template <class Record, std::size_t Area = sizeof(Record)>
 class Guarded {
 public:

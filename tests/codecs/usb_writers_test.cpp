@@ -1,4 +1,4 @@
-// The four USB event texts as they are written.
+// Writing the four USB event texts.
 #include <kvo_hws/codecs.h>
 
 #include "codecs/usb_texts.h"
@@ -26,7 +26,7 @@ TEST(UsbWriters, write_a_new_device)
                                      kBlock + "*");
 }
 
-TEST(UsbWriters, write_every_byte_with_two_digits)
+TEST(UsbWriters, write_every_byte_as_two_digits)
 {
     UsbDeviceSource source = device();
     std::memset(source.bytes, 0x0A, sizeof source.bytes);
@@ -85,7 +85,7 @@ TEST(UsbWriters, send_a_suppressed_text5_as_empty)
     EXPECT_NE(taken(ConvertUSBDeviceIM2Cmd(&source)).find("*SanDisk*" + kMarker + "*not allowed here*"), std::string::npos);
 }
 
-TEST(UsbWriters, report_a_new_device_only_with_the_report_bit_and_at_state_0)
+TEST(UsbWriters, report_a_new_device_only_with_the_report_bit_and_in_state_0)
 {
     UsbDeviceSource source = device();
     const auto flagWord = [&source](uint8_t flags) {
@@ -117,7 +117,7 @@ TEST(UsbWriters, need_no_terminator_in_a_full_member)
               "ignoreUSBdevice*" + head + middle + std::string(80, 'h') + "*ABCDEF01*0000002A*12FE*");
 }
 
-TEST(UsbWriters, cut_a_text_at_1023_characters)
+TEST(UsbWriters, truncate_a_text_to_1023_characters)
 {
     UsbStationRecord record = station("10.0.0.5", std::string(260, 's'));
     const std::string whole = "removeUSBdevice*10.0.0.5*" + std::string(260, 's') + "*" + std::string(2000, 'x') + "*";

@@ -1,4 +1,4 @@
-// The accessors of the configuration, before and after a file was read.
+// The accessors of the configuration, before and after reading a file.
 #include <kvo_hws/config.h>
 #include <kvo_hws/runtime.h>
 
@@ -48,7 +48,7 @@ const std::vector<Accessor> kAccessors = {
 
 class Accessors : public testing::TestWithParam<Accessor> {};
 
-TEST_P(Accessors, have_nothing_before_the_file_was_read)
+TEST_P(Accessors, return_nothing_before_the_file_is_read)
 {
     sConfData = {};
     std::memset(textOut, '#', sizeof textOut);
@@ -65,7 +65,7 @@ TEST_P(Accessors, have_nothing_before_the_file_was_read)
 INSTANTIATE_TEST_SUITE_P(Of, Accessors, testing::ValuesIn(kAccessors),
                          [](const auto &row) { return std::string(row.param.name); });
 
-TEST(AccessorValues, are_those_of_the_file)
+TEST(AccessorValues, are_the_values_of_the_file)
 {
     const Read file("interface = lo\nport = 5852\nname = Lathe 3\nbacklight = all\nbrightness = none\n"
                     "backlight_brightness = what\nregistry_path = /data\n");
@@ -90,7 +90,7 @@ TEST(AccessorValues, are_those_of_the_file)
     EXPECT_THAT(capture.lines(), testing::IsEmpty());
 }
 
-TEST(AccessorValues, tell_an_interface_without_an_address)
+TEST(AccessorValues, report_an_interface_without_an_address)
 {
     const Read file("interface = eth7\n");
     const SyslogCapture capture;
@@ -101,14 +101,14 @@ TEST(AccessorValues, tell_an_interface_without_an_address)
                 testing::MatchesRegex("GetIpByInterface fails with -?[0-9]+ ==> no IP address for interface 'eth7' available"));
 }
 
-TEST(AccessorValues, begin_with_session_0)
+TEST(AccessorValues, start_with_session_0)
 {
     const Read file("");
     EXPECT_EQ(GetSessionNumber(&wordOut), 0);
     EXPECT_EQ(wordOut, 0U);
 }
 
-TEST(AccessorValues, name_an_interface_that_is_there_although_nothing_was_read)
+TEST(AccessorValues, name_an_existing_interface_although_nothing_was_read)
 {
     char name[] = "eth9";
     sConfData = {};
@@ -119,7 +119,7 @@ TEST(AccessorValues, name_an_interface_that_is_there_although_nothing_was_read)
     sConfData = {};
 }
 
-TEST(AccessorValues, wrap_a_session_below_the_first_port_round)
+TEST(AccessorValues, wrap_around_a_session_below_the_first_port)
 {
     const Read file("port = 5849\n");
     EXPECT_EQ(GetSessionNumber(&wordOut), 0);

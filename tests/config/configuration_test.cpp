@@ -24,7 +24,7 @@ using support::LogLine;
 using support::SyslogCapture;
 using testing::ElementsAre;
 
-/// What the platform's reader was last called with.
+/// The arguments of the last call of the platform's reader.
 struct ReaderCall {
     std::vector<void *> block;
     std::string fileName;
@@ -33,7 +33,7 @@ struct ReaderCall {
 
 }  // namespace
 
-/// In the place of the platform's, which it calls.
+/// Replaces the platform's function and calls it.
 extern "C" int read_conf(void *block[4]) noexcept
 {
     readerCall.block.assign(block, block + 4);
@@ -60,7 +60,7 @@ struct Row {
     uintptr_t flags;
 };
 
-TEST(Keywords, stand_in_their_order)
+TEST(Keywords, are_in_the_expected_order)
 {
     const std::vector<Row> rows = {{"InternalInterface", &sConfData.interface, "eth0", 0x2F},
                                    {"Hostname", &sConfData.name, "", 0x2F},
@@ -106,7 +106,7 @@ TEST(Keywords, may_be_changed_by_the_program)
 
 // ---- Reading ----
 
-TEST(ReadConfFile, takes_the_defaults_where_the_file_says_nothing)
+TEST(ReadConfFile, uses_the_defaults_for_missing_keys)
 {
     const Read file("");
     EXPECT_EQ(sConfData.dataSet, 1U);
@@ -119,7 +119,7 @@ TEST(ReadConfFile, takes_the_defaults_where_the_file_says_nothing)
     EXPECT_STREQ(sConfData.registryPath, "/user/common/");
 }
 
-TEST(ReadConfFile, takes_the_defaults_where_there_is_no_file)
+TEST(ReadConfFile, uses_the_defaults_without_a_file)
 {
     setenv("KVO_PLATFORM_CONFIG", "/nowhere/kvo_hws.conf", 1);
     ReadConfFile();
@@ -132,7 +132,7 @@ TEST(ReadConfFile, takes_the_defaults_where_there_is_no_file)
     sConfData = {};
 }
 
-TEST(ReadConfFile, takes_what_the_file_says)
+TEST(ReadConfFile, uses_the_values_of_the_file)
 {
     const Read file("interface = lo\nport = 5853\nname = Milling centre 1\nbacklight = all\nbrightness = none\n"
                     "backlight_brightness = visible\nregistry_path = /data/reg\n");
@@ -147,23 +147,24 @@ TEST(ReadConfFile, takes_what_the_file_says)
     EXPECT_STREQ(sConfData.registryPath, "/data/reg/");
 }
 
-TEST(ReadConfFile, hands_the_platform_the_file_and_the_table)
+TEST(ReadConfFile, passes_the_file_and_the_table_to_the_platform)
 {
     keywords = nullptr;
     const Read file("");
     EXPECT_THAT(readerCall.fileName, testing::EndsWith(".conf"));
     EXPECT_EQ(readerCall.table, hws_keywords);
-    EXPECT_THAT(readerCall.block, ElementsAre(testing::NotNull(), nullptr, nullptr, nullptr)) << "the rest is the reader's own";
+    EXPECT_THAT(readerCall.block, ElementsAre(testing::NotNull(), nullptr, nullptr, nullptr))
+        << "the reader uses the rest itself";
 }
 
-TEST(ReadConfFile, clears_what_was_there)
+TEST(ReadConfFile, clears_the_previous_values)
 {
     const Read first("");
     std::free(sConfData.interface);
     std::free(sConfData.name);
     std::memset(static_cast<void *>(&sConfData), 0xAA, sizeof sConfData);
     ReadConfFile();
-    EXPECT_EQ(sConfData.backlight, 1U) << "a whole word although one byte of it is stored";
+    EXPECT_EQ(sConfData.backlight, 1U) << "the whole word, although one byte of it is stored";
     EXPECT_EQ(std::string(sConfData.registryPath + 14, 246), std::string(246, '\0'));
 }
 
@@ -196,7 +197,7 @@ struct Mode {
 
 class Modes : public testing::TestWithParam<Mode> {};
 
-TEST_P(Modes, are_words_in_any_case)
+TEST_P(Modes, are_accepted_in_any_case)
 {
     for (const char *const key : {"backlight", "brightness", "backlight_brightness"}) {
         const Read file(std::string(key) + " = " + GetParam().word + "\n");
@@ -211,7 +212,7 @@ const std::vector<Mode> kModes = {{"all", 0},  {"ALL", 0},   {"visible", 1}, {"V
 
 INSTANTIATE_TEST_SUITE_P(Of, Modes, testing::ValuesIn(kModes));
 
-TEST(ModeReader, says_what_it_accepts)
+TEST(ModeReader, reports_whether_it_accepts_a_word)
 {
     uint32_t mode = 0;
     EXPECT_EQ(hws_keywords[8].reader("none", &mode), 1);
@@ -220,7 +221,7 @@ TEST(ModeReader, says_what_it_accepts)
     EXPECT_EQ(mode, 255U);
     mode = 0x11223344;
     EXPECT_EQ(hws_keywords[8].reader("all", &mode), 1);
-    EXPECT_EQ(mode, 0x11223300U) << "one byte";
+    EXPECT_EQ(mode, 0x11223300U) << "only one byte is stored";
 }
 
 // ---- The registry folder ----
@@ -234,7 +235,7 @@ std::string pathOf(const std::string &value)
     return path;
 }
 
-TEST(RegistryPath, ends_in_a_separator)
+TEST(RegistryPath, ends_with_a_separator)
 {
     EXPECT_EQ(pathOf("/data/reg"), "/data/reg/");
     EXPECT_EQ(pathOf("/data/reg/"), "/data/reg/");
@@ -242,7 +243,7 @@ TEST(RegistryPath, ends_in_a_separator)
     EXPECT_EQ(pathOf(""), "");
 }
 
-TEST(RegistryPath, is_cut_to_its_room)
+TEST(RegistryPath, is_truncated_to_its_buffer)
 {
     const std::string longest(258, 'x');
     EXPECT_EQ(pathOf(longest), longest + "/");
@@ -253,7 +254,7 @@ TEST(RegistryPath, is_cut_to_its_room)
     EXPECT_EQ(pathOf(std::string(257, 'x') + "/yyy"), std::string(257, 'x') + "/");
 }
 
-TEST(RegistryPath, stays_where_there_is_no_memory_for_it)
+TEST(RegistryPath, is_unchanged_without_memory)
 {
     if (const char *const reason = support::FailingAllocations::unavailable()) {
         GTEST_SKIP() << reason;
@@ -264,11 +265,11 @@ TEST(RegistryPath, stays_where_there_is_no_memory_for_it)
         const support::FailingAllocations none;
         result = hws_keywords[11].reader("/data", path);
     }
-    EXPECT_EQ(result, 0) << "what the reader of texts says";
+    EXPECT_EQ(result, 0) << "the result of the reader of texts";
     EXPECT_STREQ(path, "/as/it/was/");
 }
 
-TEST(RegistryPath, that_is_shorter_replaces_the_default_whole)
+TEST(RegistryPath, that_is_shorter_replaces_the_whole_default)
 {
     const Read file("registry_path = /r\n");
     EXPECT_STREQ(sConfData.registryPath, "/r/");
@@ -295,7 +296,7 @@ TEST(ReadConfFile, logs_what_it_read)
     }
 }
 
-TEST(ReadConfFile, reads_the_usual_file_where_the_platform_names_none)
+TEST(ReadConfFile, reads_the_usual_file_if_the_platform_names_none)
 {
     unsetenv("KVO_PLATFORM_CONFIG");
     SetDebugLevel(1);
@@ -308,7 +309,7 @@ TEST(ReadConfFile, reads_the_usual_file_where_the_platform_names_none)
     sConfData = {};
 }
 
-TEST(ReadConfFile, cuts_a_file_name_at_its_4100_bytes)
+TEST(ReadConfFile, truncates_a_file_name_at_its_4100_bytes)
 {
     setenv("KVO_PLATFORM_CONFIG", std::string(5000, 'x').c_str(), 1);
     SetDebugLevel(1);

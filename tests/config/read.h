@@ -1,4 +1,4 @@
-// A configuration file, read.
+// A configuration file that has been read.
 #pragma once
 
 #include "support/leak_suppressions.h"
@@ -14,7 +14,7 @@
 
 namespace config_test {
 
-/// A configuration file with this content, read.
+/// Writes a configuration file with this content and reads it.
 class Read {
 public:
     explicit Read(const std::string &content)
@@ -27,7 +27,7 @@ public:
     Read &operator=(const Read &) = delete;
     ~Read()
     {
-        // Earlier texts are not freed, as programs may still hold them; here none does.
+        // Earlier texts are not freed, as programs may still use them; here no program does.
         std::free(sConfData.name);
         std::free(sConfData.interface);
         sConfData = {};

@@ -49,7 +49,7 @@ protected:
     std::string root_ = testing::TempDir() + "sysfs." + std::to_string(getpid());
 };
 
-TEST_F(SysfsFile, is_read_by_its_first_line)
+TEST_F(SysfsFile, is_read_up_to_its_first_line_end)
 {
     put("panel/name", "first\nsecond\n");
     put("panel/bare", "no line end");
@@ -63,7 +63,7 @@ TEST_F(SysfsFile, is_read_by_its_first_line)
     EXPECT_EQ(read("missing", "name"), "(null)");
 }
 
-TEST_F(SysfsFile, may_stand_below_whatever_entry_there_is)
+TEST_F(SysfsFile, may_be_below_any_directory_entry)
 {
     put("device0/name", "found");
     EXPECT_EQ(read("*", "name"), "found");
@@ -71,7 +71,7 @@ TEST_F(SysfsFile, may_stand_below_whatever_entry_there_is)
     EXPECT_EQ(read("device0/sub/*", "two"), "deeper");
 }
 
-TEST_F(SysfsFile, substitutes_the_first_placeholder_alone)
+TEST_F(SysfsFile, substitutes_only_the_first_placeholder)
 {
     put("device0/sub/name", "found");
     EXPECT_EQ(read("*/*", "name"), "(null)");
@@ -79,7 +79,7 @@ TEST_F(SysfsFile, substitutes_the_first_placeholder_alone)
     EXPECT_EQ(read("*/*", "name"), "literal");
 }
 
-TEST_F(SysfsFile, takes_a_star_that_is_part_of_a_name_for_itself)
+TEST_F(SysfsFile, treats_a_star_within_a_name_literally)
 {
     put("device0/name", "found");
     EXPECT_EQ(read("dev*", "name"), "(null)");
@@ -87,10 +87,10 @@ TEST_F(SysfsFile, takes_a_star_that_is_part_of_a_name_for_itself)
     put("dev*/name", "literal");
     EXPECT_EQ(read("dev*", "name"), "literal");
     put("disk*/only/name", "found");
-    EXPECT_EQ(read("disk*/*", "name"), "(null)") << "the first star alone is looked at";
+    EXPECT_EQ(read("disk*/*", "name"), "(null)") << "only the first star is checked";
 }
 
-TEST_F(SysfsFile, takes_a_star_that_the_path_begins_with_for_itself)
+TEST_F(SysfsFile, treats_a_star_at_the_beginning_of_the_path_literally)
 {
     put("device0/name", "found");
     const std::filesystem::path before = std::filesystem::current_path();
@@ -99,9 +99,9 @@ TEST_F(SysfsFile, takes_a_star_that_the_path_begins_with_for_itself)
     std::filesystem::current_path(before);
 }
 
-TEST_F(SysfsFile, in_a_folder_without_entries_is_looked_for_literally) { EXPECT_EQ(read("*", "name"), "(null)"); }
+TEST_F(SysfsFile, in_an_empty_folder_is_searched_literally) { EXPECT_EQ(read("*", "name"), "(null)"); }
 
-TEST_F(SysfsFile, may_end_in_a_placeholder)
+TEST_F(SysfsFile, may_end_with_a_placeholder)
 {
     put("folder/only", "the one");
     EXPECT_EQ(read("folder", "*"), "the one");
@@ -121,8 +121,8 @@ TEST_F(SysfsFile, without_memory_for_the_line_ends_the_process)
         testing::ExitedWithCode(1), "");
 }
 
-/// Whichever allocation it is: the line can not be kept, or the file is none that can be read.
-TEST_F(SysfsFile, ends_the_process_or_cannot_be_read_where_memory_runs_out)
+/// Depending on the allocation that fails, the line cannot be stored, or the file cannot be read.
+TEST_F(SysfsFile, ends_the_process_or_cannot_be_read_when_memory_runs_out)
 {
     if (const char *const reason = support::FailingAllocations::unavailable()) {
         GTEST_SKIP() << reason;
@@ -160,11 +160,11 @@ TEST_F(SysfsFile, ends_the_process_or_cannot_be_read_where_memory_runs_out)
     ASSERT_GE(outcomes.size(), 3U);
     EXPECT_EQ(outcomes.back(), kRead);
     outcomes.pop_back();
-    EXPECT_EQ(outcomes.back(), kEnded) << "the line's own memory is the last that is asked for";
+    EXPECT_EQ(outcomes.back(), kEnded) << "the memory of the line is allocated last";
     EXPECT_THAT(outcomes, Each(AnyOf(kEnded, kNone)));
 }
 
-TEST_F(SysfsFile, keeps_its_placeholder_where_memory_for_the_entry_runs_out)
+TEST_F(SysfsFile, keeps_its_placeholder_when_memory_for_the_entry_runs_out)
 {
     if (const char *const reason = support::FailingAllocations::unavailable()) {
         GTEST_SKIP() << reason;
@@ -173,7 +173,7 @@ TEST_F(SysfsFile, keeps_its_placeholder_where_memory_for_the_entry_runs_out)
     char path[600];
     std::strcpy(path, (root_ + "/*").c_str());
     const std::string before = path;
-    for (int granted = 0; granted < 2; ++granted) {  // to open the folder takes one
+    for (int granted = 0; granted < 2; ++granted) {  // opening the folder takes one allocation
         {
             const support::FailingAllocations failing(granted);
             sysfssubst(path);
@@ -197,13 +197,13 @@ TEST_F(SysfsFile, has_its_placeholder_replaced_in_place)
     std::filesystem::create_directories(root_ + "/only/empty");
     std::strcpy(path, (root_ + "/only/empty/*").c_str());
     sysfssubst(path);
-    EXPECT_EQ(path, root_ + "/only/empty/*") << "nothing in it";
+    EXPECT_EQ(path, root_ + "/only/empty/*") << "the folder is empty";
     path[0] = '\0';
     sysfssubst(path);
     EXPECT_STREQ(path, "");
 }
 
-// ---- The console: standard input is none here ----
+// ---- The console: here standard input is not a console ----
 
 class Console : public testing::Test {
 protected:
@@ -224,7 +224,7 @@ private:
     int before_ = -1;
 };
 
-TEST_F(Console, that_is_none_is_told_when_its_switching_is_to_be_controlled)
+TEST_F(Console, that_is_missing_is_logged_when_its_switching_is_changed)
 {
     for (const int on : {0, 1}) {
         const SyslogCapture capture;
@@ -233,34 +233,34 @@ TEST_F(Console, that_is_none_is_told_when_its_switching_is_to_be_controlled)
     }
 }
 
-/// Six is what is asked for, and a state as well: callers cannot tell, and never could.
-TEST_F(Console, that_is_none_has_the_shift_state_6)
+/// 6 is the sub-command of the ioctl, and also a valid state. Callers have never been able to distinguish them.
+TEST_F(Console, that_is_missing_has_the_shift_state_6)
 {
     const SyslogCapture capture;
     EXPECT_EQ(get_shiftstate(), 6);
     EXPECT_THAT(capture.lines(), ElementsAre(LogLine{"", LOG_WARNING, "TIOCLINUX(6): Inappropriate ioctl for device"}));
 }
 
-/// A console that the kernel does not have to have: what it is asked, and what it answers.
-struct PlayedConsole {
+/// A simulated console: its state, and the last request to it.
+struct SimulatedConsole {
     vt_mode mode{.mode = VT_AUTO, .waitv = 1, .relsig = 5, .acqsig = 6, .frsig = 7};
     char shiftState = 3;
     bool refusesMode = false;
-    int shiftQuestion = 0;
+    int shiftRequest = 0;
 };
 
-class ConsoleThatIs : public testing::Test {
+class SimulatedConsoleTest : public testing::Test {
 protected:
     void expectMode(char mode, short release, short acquire) const
     {
         EXPECT_EQ(console.mode.mode, mode);
         EXPECT_EQ(console.mode.relsig, release);
         EXPECT_EQ(console.mode.acqsig, acquire);
-        EXPECT_EQ(console.mode.waitv, 1) << "as it was";
-        EXPECT_EQ(console.mode.frsig, 7) << "as it was";
+        EXPECT_EQ(console.mode.waitv, 1) << "unchanged";
+        EXPECT_EQ(console.mode.frsig, 7) << "unchanged";
     }
 
-    PlayedConsole console;
+    SimulatedConsole console;
     const SyslogCapture capture;
 
 private:
@@ -279,7 +279,7 @@ private:
             std::memcpy(&console.mode, argument, sizeof console.mode);
             return 0;
         case TIOCLINUX:
-            console.shiftQuestion = *static_cast<char *>(argument);
+            console.shiftRequest = *static_cast<char *>(argument);
             *static_cast<char *>(argument) = console.shiftState;
             return 0;
         default: errno = ENOTTY; return -1;
@@ -290,7 +290,7 @@ private:
         {.ioctl = [this](int fd, unsigned long request, void *argument) { return answer(fd, request, argument); }}};
 };
 
-TEST_F(ConsoleThatIs, is_asked_before_it_is_taken)
+TEST_F(SimulatedConsoleTest, is_queried_before_it_is_changed)
 {
     enable_vt_control(1);
     expectMode(VT_PROCESS, 10, 12);
@@ -299,7 +299,7 @@ TEST_F(ConsoleThatIs, is_asked_before_it_is_taken)
     EXPECT_THAT(capture.lines(), ElementsAre());
 }
 
-TEST_F(ConsoleThatIs, may_refuse_the_mode)
+TEST_F(SimulatedConsoleTest, may_refuse_the_mode)
 {
     console.refusesMode = true;
     enable_vt_control(1);
@@ -307,10 +307,10 @@ TEST_F(ConsoleThatIs, may_refuse_the_mode)
     EXPECT_THAT(capture.lines(), ElementsAre(LogLine{"", LOG_ERR, "VT_SETMODE: Operation not permitted"}));
 }
 
-TEST_F(ConsoleThatIs, tells_its_shift_state)
+TEST_F(SimulatedConsoleTest, reports_its_shift_state)
 {
     EXPECT_EQ(get_shiftstate(), 3);
-    EXPECT_EQ(console.shiftQuestion, 6);
+    EXPECT_EQ(console.shiftRequest, 6);
     EXPECT_THAT(capture.lines(), ElementsAre());
 }
 
@@ -330,7 +330,7 @@ TEST(ViewerErrors, have_their_texts)
     EXPECT_STREQ(vnc_strerror(-1), "not a VNC server");
     EXPECT_STREQ(vnc_strerror(111), "no server on this port");
     for (const int code : {0, 2, 110, 112, 245, 255}) {
-        const std::string ours = vnc_strerror(code);  // a text for no code at all is overwritten by the next one
+        const std::string ours = vnc_strerror(code);  // an unknown code's text is overwritten by the next one
         EXPECT_EQ(ours, std::strerror(code)) << code;
     }
     EXPECT_EQ(VNCERRNO, 0);

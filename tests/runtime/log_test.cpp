@@ -1,4 +1,4 @@
-// The two log channels: what passes at which level, under which identity, and in which order.
+// The two log channels: what is logged at which level, under which identity, and in which order.
 #include <kvo_hws/runtime.h>
 
 #include "support/syslog_capture.h"
@@ -25,7 +25,7 @@ protected:
     }
 };
 
-TEST_F(Log, starts_silent)
+TEST_F(Log, is_silent_initially)
 {
     EXPECT_EQ(iDebugLevel, 0);
     EXPECT_EQ(uiDebugMessageSysLogActive, 0U);
@@ -44,7 +44,7 @@ protected:
     void TearDown() override { SetDebugLevel(0); }
 };
 
-TEST_P(LogGate, passes_by_priority_and_level)
+TEST_P(LogGate, logs_by_priority_and_level)
 {
     const Gate &gate = GetParam();
     SetDebugLevel(gate.level);
@@ -80,7 +80,7 @@ const std::vector<Gate> kGates = {{"level_0_emergency", 0, LOG_EMERG, true, true
 
 INSTANTIATE_TEST_SUITE_P(Table, LogGate, testing::ValuesIn(kGates), [](const auto &row) { return row.param.name; });
 
-TEST_F(Log, level_is_stored_unchecked)
+TEST_F(Log, level_is_stored_without_a_check)
 {
     for (const int level : {-5, 0, 1, 2, 7}) {
         SetDebugLevel(level);
@@ -100,11 +100,11 @@ TEST_F(Log, level_and_debug_messages_are_independent)
 
     SetDebugLevel(0);
     uiDebugMessageSysLogActive = 1;
-    EXPECT_EQ(SendDLLDebugMessage("heard"), 1);
-    EXPECT_THAT(capture.lines(), ElementsAre(LogLine{"", LOG_INFO, "heard"}));
+    EXPECT_EQ(SendDLLDebugMessage("logged"), 1);
+    EXPECT_THAT(capture.lines(), ElementsAre(LogLine{"", LOG_INFO, "logged"}));
 }
 
-TEST_F(Log, debug_messages_are_written_as_they_stand)
+TEST_F(Log, debug_messages_are_not_used_as_formats)
 {
     uiDebugMessageSysLogActive = 1;
     const SyslogCapture capture;
@@ -124,7 +124,7 @@ TEST_F(Log, texts_have_no_length_limit)
     EXPECT_THAT(capture.texts(), ElementsAre(text, text, text));
 }
 
-TEST_F(Log, init_opens_the_librarys_identity)
+TEST_F(Log, init_opens_the_identity_of_the_library)
 {
     const SyslogCapture capture;
     InitLogMessages();
@@ -154,7 +154,7 @@ TEST_F(Log, activation_is_logged_after_the_channel_is_on_and_deactivation_before
                             LogLine{"kvo_hws_dll", LOG_INFO, "deactivate debug mode"}, LogLine{"", LOG_ERR, "closed"}));
 }
 
-TEST_F(Log, deactivating_a_silent_channel_says_nothing)
+TEST_F(Log, deactivating_a_silent_channel_logs_nothing)
 {
     const SyslogCapture capture;
     EXPECT_EQ(KVO_HWS_deactivateDebugDLL(), 1);

@@ -1,4 +1,4 @@
-// Notification records: their handler, creation and end, and the wait for a signal.
+// Notification records: their handler, creation and deletion, and the wait for a signal.
 #include <kvo_hws/runtime.h>
 
 #include "runtime/waking.h"
@@ -19,7 +19,7 @@ namespace {
 using runtime_test::Waking;
 using support::timeOf;
 
-TEST(ActivateNotify, installs_an_empty_handler_that_restarts_nothing_and_blocks_nothing)
+TEST(ActivateNotify, installs_an_empty_handler_without_restart_and_mask)
 {
     EXPECT_EQ(ActivateNotify(), 0);
     struct sigaction action {};
@@ -42,7 +42,7 @@ TEST(ActivateNotify, lets_the_signal_end_a_select)
     EXPECT_EQ(errno, EINTR);
 }
 
-TEST(CreateNotify, gives_a_record_that_is_stopped_and_unused_and_names_its_creator)
+TEST(CreateNotify, returns_a_stopped_unused_record_that_names_its_creator)
 {
     Notify *record = nullptr;
     ASSERT_EQ(CreateNotify(&record), 0);
@@ -66,7 +66,7 @@ TEST(CreateNotify, installs_the_handler)
     DeleteNotify(&record);
 }
 
-TEST(CreateNotify, without_memory_leaves_a_null_pointer)
+TEST(CreateNotify, without_memory_sets_a_null_pointer)
 {
     if (const char *const reason = support::FailingAllocations::unavailable()) {
         GTEST_SKIP() << reason;
@@ -82,14 +82,14 @@ TEST(CreateNotify, without_memory_leaves_a_null_pointer)
     EXPECT_EQ(record, nullptr);
 }
 
-TEST(DeleteNotify, takes_a_null_record)
+TEST(DeleteNotify, accepts_a_null_record)
 {
     Notify *record = nullptr;
     EXPECT_EQ(DeleteNotify(&record), 0);
     EXPECT_EQ(record, nullptr);
 }
 
-TEST(NotifyThread, signals_nobody_for_0)
+TEST(NotifyThread, sends_no_signal_for_0)
 {
     ActivateNotify();
     NotifyThread(pthread_t{});
@@ -105,7 +105,7 @@ TEST(WaitNotify, sleeps_for_its_time)
     EXPECT_LT(taken, 500ms);
 }
 
-TEST(WaitNotify, counts_whole_seconds_and_the_rest)
+TEST(WaitNotify, splits_its_time_into_seconds_and_microseconds)
 {
     const support::WithSystemCalls calls({.select = [](timeval *time) {
         EXPECT_EQ(time->tv_sec, 2);
@@ -116,7 +116,7 @@ TEST(WaitNotify, counts_whole_seconds_and_the_rest)
     EXPECT_EQ(WaitNotify(&record, 2345), 0);
 }
 
-TEST(WaitNotify, tells_a_requested_stop_from_any_other_signal)
+TEST(WaitNotify, distinguishes_a_requested_stop_from_other_signals)
 {
     ActivateNotify();
     Notify record{};
@@ -129,7 +129,7 @@ TEST(WaitNotify, tells_a_requested_stop_from_any_other_signal)
     EXPECT_EQ(WaitNotify(&record, 10'000), -3);
 }
 
-TEST(WaitNotify, a_sleep_that_fails_is_no_stop)
+TEST(WaitNotify, a_failed_sleep_is_not_a_stop)
 {
     const support::WithSystemCalls calls({.select = [](timeval *) {
         errno = EINVAL;

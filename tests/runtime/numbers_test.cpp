@@ -1,4 +1,4 @@
-// The one reader of numbers against the C library's, which it must equal for every text.
+// The library's number reader compared with the C library's: for every text they must agree.
 #include "runtime/numbers.h"
 
 #include <clocale>
@@ -66,7 +66,7 @@ TEST(Numbers, read_random_texts_as_strtoul_does)
     }
 }
 
-TEST(Numbers, signed_ones_are_read_as_strtol_does)
+TEST(Numbers, signed_numbers_are_read_as_strtol_does)
 {
     for (const char *text :
          {"", "0", "-1", "+7", "  -3x", "9223372036854775808", "-9223372036854775809", "0x10", "2147483648"}) {

@@ -24,7 +24,7 @@ protected:
 
 TEST_F(ReceivedNotify, creating_does_nothing) { EXPECT_EQ(CreateReceivedNotify(), 0); }
 
-TEST_F(ReceivedNotify, begins_with_nothing_posted)
+TEST_F(ReceivedNotify, starts_with_nothing_posted)
 {
     int value = -1;
     EXPECT_EQ(sem_getvalue(&semaphore_, &value), 0);
@@ -38,7 +38,7 @@ TEST_F(ReceivedNotify, is_posted_once_for_one_wait)
     EXPECT_EQ(WaitReceivedNotify(&semaphore_, 0), 0);
 }
 
-TEST_F(ReceivedNotify, is_posted_while_somebody_waits)
+TEST_F(ReceivedNotify, is_posted_during_a_wait)
 {
     std::thread poster([this] {
         std::this_thread::sleep_for(50ms);
@@ -50,13 +50,13 @@ TEST_F(ReceivedNotify, is_posted_while_somebody_waits)
 
 TEST_F(ReceivedNotify, posting_null_does_nothing) { NotifyReceived(nullptr); }
 
-/// The part below a second counts in microseconds: a wait of 1500 ms is over after 1.0005 s, one of 900 ms at once.
-TEST_F(ReceivedNotify, waits_for_whole_seconds_and_no_longer)
+/// The part below one second counts in microseconds: a wait of 1500 ms ends after 1.0005 s, one of 900 ms almost at once.
+TEST_F(ReceivedNotify, waits_only_for_whole_seconds)
 {
     const auto waitFor = [this](unsigned milliseconds) {
         int result = -1;
         std::chrono::milliseconds taken{};
-        do {  // in one of a thousand calls the deadline is no valid one
+        do {  // in one of a thousand calls the deadline is invalid
             taken = timeOf([&] { result = WaitReceivedNotify(&semaphore_, milliseconds); });
         } while (result == -1);
         EXPECT_EQ(result, 0);
@@ -68,9 +68,9 @@ TEST_F(ReceivedNotify, waits_for_whole_seconds_and_no_longer)
     EXPECT_LT(waitFor(900), 400ms);
 }
 
-TEST_F(ReceivedNotify, a_deadline_past_the_running_second_is_a_failure)
+TEST_F(ReceivedNotify, a_deadline_past_the_current_second_is_a_failure)
 {
-    // 999 ms count as 999 us here; begun in a second's last 999 us they reach past its end.
+    // 999 ms count as 999 us here; started in a second's last 999 us, the wait would end after that second.
     NotifyReceived(&semaphore_);
     int result = 1;
     for (int attempt = 0; attempt < 5 && result == 1; ++attempt) {

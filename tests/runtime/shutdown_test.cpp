@@ -24,7 +24,7 @@ uint32_t stateOf(Notify &record) { return __atomic_load_n(&record.uiState, __ATO
 void setState(Notify &record, uint32_t state) { __atomic_store_n(&record.uiState, state, __ATOMIC_SEQ_CST); }
 void setUsers(Notify &record, uint32_t users) { __atomic_store_n(&record.uiUsers, users, __ATOMIC_SEQ_CST); }
 
-TEST(WaitShutdown, does_not_sleep_where_the_worker_has_ended)
+TEST(WaitShutdown, does_not_sleep_if_the_worker_has_ended)
 {
     const support::WithSystemCalls calls({.select = [](timeval *) {
         ADD_FAILURE() << "slept";
@@ -49,8 +49,8 @@ TEST(WaitShutdown, times_out_while_the_worker_runs)
     EXPECT_GE(taken, 60ms);
 }
 
-/// The time runs out just as the last user has gone: what an earlier call left in errno decides. Callers know both.
-TEST(WaitShutdown, a_time_out_without_users_is_judged_by_an_errno_of_long_ago)
+/// The time is over exactly when the last user is gone. Then the errno of an earlier call decides; callers handle both results.
+TEST(WaitShutdown, a_timeout_without_users_depends_on_an_old_errno)
 {
     Notify record{};
     record.uiState = NOTIFY_STOP_REQUESTED;
@@ -60,7 +60,7 @@ TEST(WaitShutdown, a_time_out_without_users_is_judged_by_an_errno_of_long_ago)
     EXPECT_EQ(WaitShutdown(&record, 10), 1);
 }
 
-TEST(WaitShutdown, a_sleep_that_fails_is_a_failure)
+TEST(WaitShutdown, a_failed_sleep_is_a_failure)
 {
     const support::WithSystemCalls calls({.select = [](timeval *) {
         errno = EINVAL;
@@ -82,7 +82,7 @@ TEST(WaitShutdown, is_woken_when_the_worker_has_ended)
     EXPECT_EQ(WaitShutdown(&record, 10'000), 1);
 }
 
-TEST(WaitShutdown, is_woken_when_the_last_user_has_gone)
+TEST(WaitShutdown, is_woken_when_the_last_user_is_gone)
 {
     ActivateNotify();
     Notify record{};
@@ -92,7 +92,7 @@ TEST(WaitShutdown, is_woken_when_the_last_user_has_gone)
     EXPECT_EQ(WaitShutdown(&record, 10'000), 1);
 }
 
-/// Linux's select leaves what remains of the time when a signal ends it; where an emulator stands in for the kernel, it may not.
+/// Linux's select returns the remaining time when a signal interrupts it; an emulator may not.
 bool selectLeavesTheRemainingTime()
 {
     ActivateNotify();
@@ -102,13 +102,13 @@ bool selectLeavesTheRemainingTime()
     return time.tv_sec < 10;
 }
 
-constexpr const char *kSleepsAnew =
-    "here a sleep that a signal has ended does not tell what remains of it, so that it begins anew";
+constexpr const char *kNoRemainingTime =
+    "here an interrupted select does not return the remaining time, so the sleep starts again";
 
-TEST(WaitShutdown, sleeps_on_after_other_signals_but_no_longer_in_all)
+TEST(WaitShutdown, continues_after_other_signals_without_a_longer_total_time)
 {
     if (!selectLeavesTheRemainingTime()) {
-        GTEST_SKIP() << kSleepsAnew;
+        GTEST_SKIP() << kNoRemainingTime;
     }
     ActivateNotify();
     Notify record{};
@@ -122,16 +122,16 @@ TEST(WaitShutdown, sleeps_on_after_other_signals_but_no_longer_in_all)
     EXPECT_LT(taken, 2s);
 }
 
-TEST(WaitShutdown, takes_only_the_end_of_a_stop_for_one_when_it_is_woken)
+TEST(WaitShutdown, ends_only_for_a_completed_stop)
 {
     if (!selectLeavesTheRemainingTime()) {
-        GTEST_SKIP() << kSleepsAnew;
+        GTEST_SKIP() << kNoRemainingTime;
     }
     ActivateNotify();
     Notify record{};
     record.uiState = NOTIFY_STOP_REQUESTED;
     record.uiUsers = 1;
-    // Stopped without having been asked to: that is looked at before the wait alone.
+    // Stopped without a request: this state is checked only before the wait.
     const Waking waking(pthread_self(), [&] { setState(record, NOTIFY_STOPPED); });
     EXPECT_EQ(WaitShutdown(&record, 200), -2);
 }
@@ -154,7 +154,7 @@ TEST(ShutdownThread, requests_the_stop_before_it_wakes_the_worker)
     EXPECT_EQ(stateAtSignal, static_cast<uint32_t>(NOTIFY_STOP_REQUESTED));
 }
 
-/// A thread that is cancelled while it sleeps in the library goes on to the end of the sleep.
+/// A thread that is cancelled during a sleep in the library completes the sleep.
 template <class Sleep>
 void expectWholeSleep(Sleep sleep)
 {
@@ -185,7 +185,7 @@ void expectWholeSleep(Sleep sleep)
     EXPECT_TRUE(slept);
 }
 
-TEST(Waits, are_not_cut_short_by_a_cancellation)
+TEST(Waits, are_not_shortened_by_a_cancellation)
 {
     expectWholeSleep([] {
         Notify record{};
@@ -194,7 +194,7 @@ TEST(Waits, are_not_cut_short_by_a_cancellation)
     expectWholeSleep([] {
         sem_t semaphore;
         InitReceivedNotify(&semaphore);
-        while (WaitReceivedNotify(&semaphore, 1000) < 0) {  // in one of a thousand calls the deadline is no valid one
+        while (WaitReceivedNotify(&semaphore, 1000) < 0) {  // in one of a thousand calls the deadline is invalid
         }
         DeleteReceivedNotify(&semaphore);
     });
@@ -202,7 +202,8 @@ TEST(Waits, are_not_cut_short_by_a_cancellation)
 
 TEST(ShutdownThread, refuses_a_null_record) { EXPECT_EQ(ShutdownThread(nullptr, 10), -2); }
 
-/// A worker by the convention: running, then in waits of a second until it is anything else.
+/// A worker as the convention requires: it sets the state to running, then waits in steps of one second until the state
+/// changes.
 void *work(void *argument)
 {
     auto &record = *static_cast<Notify *>(argument);
@@ -213,7 +214,7 @@ void *work(void *argument)
     while (stateOf(record) == NOTIFY_RUNNING) {
         WaitNotify(&record, 1000);
     }
-    // Whoever waits is woken as long as there is a record: its last use is to say which thread that is.
+    // The requester is woken while the record exists; the last use of the record is to read the requester's id.
     const pthread_t requester = __atomic_load_n(&record.threadRequester, __ATOMIC_SEQ_CST);
     WaitNotify(&record, 20);
     setState(record, NOTIFY_STOP_DONE);
@@ -221,7 +222,7 @@ void *work(void *argument)
     return nullptr;
 }
 
-TEST(ShutdownThread, stops_a_worker_that_sleeps)
+TEST(ShutdownThread, stops_a_sleeping_worker)
 {
     Notify *record = nullptr;
     ASSERT_EQ(CreateNotify(&record), 0);
@@ -235,10 +236,10 @@ TEST(ShutdownThread, stops_a_worker_that_sleeps)
     int result = 0;
     const auto taken = timeOf([&] { result = ShutdownThread(record, 10'000); });
     EXPECT_EQ(result, 1);
-    EXPECT_LT(taken, 900ms) << "woken, not found by the worker at the end of its second";
+    EXPECT_LT(taken, 900ms) << "the worker was woken and did not sleep to the end of its second";
 }
 
-TEST(ShutdownThread, requests_the_stop_and_names_itself_before_it_waits)
+TEST(ShutdownThread, requests_the_stop_and_stores_its_id_before_it_waits)
 {
     Notify *record = nullptr;
     ASSERT_EQ(CreateNotify(&record), 0);
@@ -250,7 +251,7 @@ TEST(ShutdownThread, requests_the_stop_and_names_itself_before_it_waits)
         EXPECT_TRUE(pthread_equal(record->threadRequester, pthread_self()));
         return 0;
     }});
-    EXPECT_EQ(ShutdownThread(record, 10), -2);  // and the record is freed, as the address sanitizer would tell
+    EXPECT_EQ(ShutdownThread(record, 10), -2);  // and the record is freed; the address sanitizer would report a leak
 }
 
 }  // namespace

@@ -16,7 +16,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-/// What a started thread tells the test.
+/// What a started thread reports to the test.
 struct Report {
     std::binary_semaphore done{0};
     void *argument = nullptr;
@@ -36,7 +36,7 @@ void *reportBack(void *argument)
     return nullptr;
 }
 
-TEST(Threads, run_with_their_argument)
+TEST(Threads, receive_their_argument)
 {
     Report report;
     EXPECT_EQ(kvo_hws_CreateThread(reportBack, &report), 1);
@@ -44,7 +44,7 @@ TEST(Threads, run_with_their_argument)
     EXPECT_EQ(report.argument, &report);
 }
 
-TEST(Threads, tell_their_id_where_it_is_wanted)
+TEST(Threads, report_their_id_on_request)
 {
     Report report;
     pthread_t id{};
@@ -57,7 +57,7 @@ TEST(Threads, tell_their_id_where_it_is_wanted)
     ASSERT_TRUE(other.done.try_acquire_for(5s));
 }
 
-/// A thread that looks for its own id where its creator wants it stored.
+/// A thread that checks whether its creator has stored its id.
 struct Worker {
     pthread_t id{};
     std::atomic<bool> foundItself{false};
@@ -76,9 +76,9 @@ struct Worker {
     }
 };
 
-TEST(Threads, find_their_id_stored_when_they_begin)
+TEST(Threads, find_their_id_stored_when_they_start)
 {
-    // The creator is held up for so long that a thread which does not wait for it would look too early.
+    // The creator is delayed long enough that a thread which does not wait for it would check too early.
     const support::WithSystemCalls calls({.threadCreated = [] { std::this_thread::sleep_for(50ms); }});
     Worker worker;
     EXPECT_EQ(kvo_hws_CreateThreadIdent(Worker::run, &worker, &worker.id), 1);
@@ -88,10 +88,10 @@ TEST(Threads, find_their_id_stored_when_they_begin)
     worker.id = {};
     worker.mayEnd.release();
     worker.ended.acquire();
-    EXPECT_TRUE(pthread_equal(worker.id, pthread_t{})) << "the variable is the creator's";
+    EXPECT_TRUE(pthread_equal(worker.id, pthread_t{})) << "the variable belongs to the creator";
 }
 
-TEST(Threads, without_memory_for_them_leave_the_id_alone)
+TEST(Threads, without_memory_do_not_change_the_id)
 {
     if (const char *const why = support::FailingAllocations::unavailable()) {
         GTEST_SKIP() << why;
@@ -110,7 +110,7 @@ TEST(Threads, without_memory_for_them_leave_the_id_alone)
     EXPECT_TRUE(pthread_equal(id, pthread_self()));
 }
 
-TEST(Threads, that_end_from_within_give_everything_back)
+TEST(Threads, that_call_pthread_exit_free_everything)
 {
     pthread_t id{};
     ASSERT_EQ(kvo_hws_CreateThreadIdent([](void *argument) -> void * { pthread_exit(argument); }, &id, &id), 1);
@@ -119,7 +119,7 @@ TEST(Threads, that_end_from_within_give_everything_back)
     EXPECT_EQ(value, &id);
 }
 
-TEST(Threads, that_cannot_be_started_are_minus_1_and_leave_the_id_alone)
+TEST(Threads, that_cannot_be_started_are_minus_1_and_do_not_change_the_id)
 {
     const support::WithSystemCalls calls({.pthreadCreate = [] { return EAGAIN; }});
     Report report;
@@ -139,7 +139,7 @@ TEST(Threads, detach_once)
     EXPECT_EQ(report.secondDetach, -1);
 }
 
-TEST(Threads, giving_up_execution_takes_20_ms_through_signals)
+TEST(Threads, giving_up_execution_takes_20_ms_despite_signals)
 {
     const support::Alarms alarms(3ms, 3ms);
     const auto start = std::chrono::steady_clock::now();
@@ -149,25 +149,25 @@ TEST(Threads, giving_up_execution_takes_20_ms_through_signals)
     EXPECT_LT(taken, 2s);
 }
 
-TEST(Threads, giving_up_execution_asks_for_20_ms)
+TEST(Threads, giving_up_execution_requests_20_ms)
 {
-    timespec asked{};
+    timespec requested{};
     const support::WithSystemCalls calls({.clockNanosleep = [&](const timespec *time) {
-        asked = *time;
+        requested = *time;
         return 0;
     }});
     EXPECT_EQ(kvo_hws_GiveUpThreadExecution(), 0);
-    EXPECT_EQ(asked.tv_sec, 0);
-    EXPECT_EQ(asked.tv_nsec, 20'000'000);
+    EXPECT_EQ(requested.tv_sec, 0);
+    EXPECT_EQ(requested.tv_nsec, 20'000'000);
 }
 
-TEST(Threads, giving_up_execution_passes_the_sleeps_own_errors_on)
+TEST(Threads, giving_up_execution_returns_the_error_of_the_sleep)
 {
     const support::WithSystemCalls calls({.clockNanosleep = [](const timespec *) { return EINVAL; }});
     EXPECT_EQ(kvo_hws_GiveUpThreadExecution(), EINVAL);
 }
 
-TEST(CriticalSection, keeps_others_out_until_it_is_left)
+TEST(CriticalSection, excludes_other_threads_until_it_is_left)
 {
     pthread_mutex_t section = PTHREAD_MUTEX_INITIALIZER;
     EXPECT_EQ(kvo_hws_EnterCriticalSection(&section), 0);
@@ -177,7 +177,7 @@ TEST(CriticalSection, keeps_others_out_until_it_is_left)
     EXPECT_EQ(kvo_hws_LeaveCriticalSection(&section), 0);
 }
 
-TEST(CriticalSection, comes_through_initialize_and_delete_as_it_was)
+TEST(CriticalSection, is_not_affected_by_initialize_and_delete)
 {
     pthread_mutex_t section = PTHREAD_MUTEX_INITIALIZER;
     kvo_hws_EnterCriticalSection(&section);
@@ -193,7 +193,7 @@ TEST(CriticalSection, comes_through_initialize_and_delete_as_it_was)
     pthread_mutex_unlock(&section);
 }
 
-TEST(CriticalSection, passes_the_locks_own_errors_on)
+TEST(CriticalSection, returns_the_error_of_the_lock)
 {
 #ifdef __SANITIZE_THREAD__
     GTEST_SKIP() << "the thread sanitizer reports each error of a lock itself";

@@ -22,7 +22,7 @@ std::ostream &operator<<(std::ostream &out, const Difference &row) { return out 
 
 class TimevalDiff : public testing::TestWithParam<Difference> {};
 
-TEST_P(TimevalDiff, is)
+TEST_P(TimevalDiff, is_rounded_as_expected)
 {
     const Difference &row = GetParam();
     EXPECT_EQ(timeval_diff(&row.a, &row.b), row.milliseconds);
@@ -38,7 +38,7 @@ const std::vector<Difference> kDifferences = {{"same", {5, 7}, {5, 7}, 0},  //
                                               {"second_boundary_0_4_ms", {5, 0}, {4, 999'600}, 1},
                                               {"second_boundary_0_6_ms", {5, 0}, {4, 999'400}, 2},
                                               {"backwards", {4, 0}, {6, 0}, -2000},
-                                              {"wraps_round", {INT_MAX, 0}, {0, 0}, -1000},
+                                              {"wraps_around", {INT_MAX, 0}, {0, 0}, -1000},
                                               {"farthest", {INT_MAX, 0}, {INT_MIN, 0}, -1000}};
 
 INSTANTIATE_TEST_SUITE_P(Of, TimevalDiff, testing::ValuesIn(kDifferences),
@@ -52,7 +52,7 @@ KvoTimeval secondsFromNow(int32_t seconds)
     return time;
 }
 
-TEST(TimevalDiffToNow, takes_now_for_what_is_omitted)
+TEST(TimevalDiffToNow, uses_the_current_time_for_an_omitted_time)
 {
     const KvoTimeval past = secondsFromNow(-100);
     EXPECT_NEAR(timeval_diff(nullptr, &past), 100'000, 5'000);
@@ -60,12 +60,12 @@ TEST(TimevalDiffToNow, takes_now_for_what_is_omitted)
     EXPECT_EQ(timeval_diff(nullptr, nullptr), 0);
 }
 
-TEST(TimevalDiffToNow, leaves_now_where_all_can_see_it)
+TEST(TimevalDiffToNow, stores_the_current_time_in_a_public_variable)
 {
     __timeval_now = {};
     const KvoTimeval past = secondsFromNow(-1);
     timeval_diff(&past, &past);
-    EXPECT_EQ(__timeval_now.tv_sec, 0) << "only where a time is omitted";
+    EXPECT_EQ(__timeval_now.tv_sec, 0) << "only if a time is omitted";
     __timeval_now.tv_usec = -1;
     timeval_diff(nullptr, &past);
     EXPECT_GE(__timeval_now.tv_usec, 0);
@@ -75,7 +75,7 @@ TEST(TimevalDiffToNow, leaves_now_where_all_can_see_it)
     EXPECT_GT(__timeval_now.tv_sec, past.tv_sec - 1);
 }
 
-TEST(TimevalDiffToNow, may_be_asked_by_several_threads)
+TEST(TimevalDiffToNow, may_be_called_by_several_threads)
 {
     const auto ask = [] {
         const KvoTimeval past = secondsFromNow(-10);

@@ -1,4 +1,4 @@
-// The traced allocators and their file, which a stand-in of open() leads to a file of the test's own.
+// The traced allocators and their file; a replacement of open() redirects it to a file of the test.
 #include <kvo_hws/runtime.h>
 
 #include "support/failing_allocations.h"
@@ -48,7 +48,7 @@ public:
         return content.str();
     }
 
-    /// The lines, without their stamps.
+    /// The lines, without their timestamps.
     [[nodiscard]] std::vector<std::string> texts() const
     {
         static const std::regex kStamp("^[0-9]{2}\\.[0-9]{2}\\.[0-9]{4}/[0-9]{2}:[0-9]{2}:[0-9]{2}   ");
@@ -64,7 +64,7 @@ public:
     [[nodiscard]] std::vector<int> flags() const { return flags_; }
     [[nodiscard]] mode_t mode() const { return mode_; }
 
-    /// Run whenever the file is opened.
+    /// Called whenever the file is opened.
     std::function<void()> onOpen{};
 
 private:
@@ -98,7 +98,7 @@ std::string printed(const void *pointer)
     return text;
 }
 
-TEST(Trace, writes_a_line_with_a_stamp)
+TEST(Trace, writes_a_line_with_a_timestamp)
 {
     const TraceFile file;
     traceIt("%d stations at %s", 3, "10.0.0.5");
@@ -115,10 +115,10 @@ TEST(Trace, appends_and_closes_the_file_each_time)
     ASSERT_THAT(file.flags(), SizeIs(2));
     EXPECT_NE(file.flags().front() & O_APPEND, 0);
     EXPECT_NE(file.flags().front() & O_CLOEXEC, 0);
-    EXPECT_EQ(file.mode(), 0666U) << "everybody's, as far as the process allows it";
+    EXPECT_EQ(file.mode(), 0666U) << "for everybody, as far as the umask allows it";
 }
 
-TEST(Trace, keeps_no_descriptor)
+TEST(Trace, keeps_no_descriptor_open)
 {
     const TraceFile file;
     traceIt("first");
@@ -127,10 +127,10 @@ TEST(Trace, keeps_no_descriptor)
     EXPECT_EQ(support::descriptorsOpen(), before);
 }
 
-TEST(Trace, writes_nothing_where_the_text_cannot_be_made)
+TEST(Trace, writes_nothing_if_the_text_cannot_be_formatted)
 {
     const TraceFile file;
-    // No such character in the C locale.
+    // The C locale has no such character.
     traceIt("%lc", static_cast<wint_t>(0x20AC));
     EXPECT_EQ(file.content(), "");
 }
@@ -149,7 +149,7 @@ TEST(Trace, writes_nothing_without_memory_for_the_line)
     EXPECT_EQ(file.flags().size(), 1U);
 }
 
-TEST(Trace, stamps_in_local_time)
+TEST(Trace, uses_local_time)
 {
     const char *const zone = std::getenv("TZ");
     setenv("TZ", "UTC-13", 1);
@@ -164,8 +164,8 @@ TEST(Trace, stamps_in_local_time)
     tzset();
 }
 
-/// Readers of the file correct the month and the year, which therefore stay as they come.
-TEST(Trace, stamps_with_the_month_from_0_and_the_year_from_1900)
+/// Programs that read the file correct the month and the year themselves, so these must not change.
+TEST(Trace, writes_the_month_from_0_and_the_year_from_1900)
 {
     const TraceFile file;
     const time_t before = time(nullptr);
@@ -191,7 +191,7 @@ TEST(Trace, has_no_length_limit)
     EXPECT_THAT(file.texts(), ElementsAre(text));
 }
 
-TEST(Trace, a_missing_folder_switches_it_off)
+TEST(Trace, is_disabled_without_its_folder)
 {
     const support::WithSystemCalls calls({.open = [](const char *path, int, mode_t) {
         errno = ENOENT;
@@ -199,10 +199,10 @@ TEST(Trace, a_missing_folder_switches_it_off)
     }});
     errno = EBUSY;
     traceIt("nowhere");
-    EXPECT_EQ(errno, EBUSY) << "what the traced call left there is the caller's to see";
+    EXPECT_EQ(errno, EBUSY) << "the caller still sees the errno of the traced call";
 }
 
-TEST(Trace, lines_of_several_threads_stay_whole)
+TEST(Trace, lines_of_several_threads_do_not_mix)
 {
     const TraceFile file;
     const std::string text(5000, 'y');
@@ -217,7 +217,7 @@ TEST(Trace, lines_of_several_threads_stay_whole)
     EXPECT_THAT(file.texts(), testing::AllOf(SizeIs(100), testing::Each(text)));
 }
 
-TEST(TracedAllocators, trace_what_they_did)
+TEST(TracedAllocators, trace_their_calls)
 {
     TraceFile file;
     void *block = traceXmalloc(16, "main.c", 42);
@@ -236,7 +236,7 @@ TEST(TracedAllocators, trace_what_they_did)
                                           "a_long_file_name.c#12345 free(" + second + ")"));
 }
 
-TEST(TracedAllocators, give_as_much_as_was_asked_for)
+TEST(TracedAllocators, return_as_much_as_requested)
 {
     constexpr unsigned kSize = 3000;
     auto *const block = static_cast<char *>(traceXmalloc(kSize, "main.c", 1));
@@ -248,7 +248,7 @@ TEST(TracedAllocators, give_as_much_as_was_asked_for)
     traceFree(larger, "main.c", 3);
 }
 
-TEST(TracedAllocators, give_null_without_memory_and_leave_the_reason)
+TEST(TracedAllocators, return_null_without_memory_and_keep_errno)
 {
     if (const char *const reason = support::FailingAllocations::unavailable()) {
         GTEST_SKIP() << reason;
@@ -267,7 +267,7 @@ TEST(TracedAllocators, give_null_without_memory_and_leave_the_reason)
     EXPECT_EQ(error, ENOMEM);
 }
 
-TEST(Xmalloc, gives_cleared_memory_and_logs_nothing)
+TEST(Xmalloc, returns_cleared_memory_and_logs_nothing)
 {
     auto *const bytes = static_cast<unsigned char *>(xmalloc(1000));
     ASSERT_NE(bytes, nullptr);

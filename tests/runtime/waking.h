@@ -11,7 +11,7 @@ namespace runtime_test {
 
 using namespace std::chrono_literals;
 
-/// Does something and wakes a thread, again and again until the end of its scope: a signal that comes before the sleep is lost.
+/// Calls a function and signals a thread, repeatedly until the end of the scope: a signal sent before the sleep has no effect.
 class Waking {
 public:
     template <class Work>

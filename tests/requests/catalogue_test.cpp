@@ -1,5 +1,6 @@
-// Every request of a family as the catalogue has it: against each reply, without a service, with one that closes the connection, and called
-// in ways that are refused. The result, every byte of the outputs, what the service hears, what is logged and what is printed.
+// Every request of a family as the catalogue describes it: with each reply, without a service, with a service that closes the
+// connection, and with calls that are refused. Checks the result, every byte of the outputs, the requests that the service
+// receives, what is logged and what is printed.
 #include "catalogue/catalogue.h"
 
 #include "support/catalogue_service.h"
@@ -26,7 +27,7 @@ std::ostream &operator<<(std::ostream &out, const Row &row)
     return out << row.request->name() << ", reply " << testing::PrintToString(row.exchange.replies);
 }
 
-/// What the memory of the outputs holds when it has begun as @p before and the call has stored what it should.
+/// The expected bytes of an output after the call: @p before, overwritten with what the call should store.
 std::string expectedBytes(const Exchange &exchange, const catalogue::Outputs &before, std::size_t area)
 {
     std::string bytes = before.bytes(area);
@@ -36,7 +37,7 @@ std::string expectedBytes(const Exchange &exchange, const catalogue::Outputs &be
     return bytes;
 }
 
-/// Records are long: the first difference says more than all of their bytes.
+/// Records are long, so a failure shows only the bytes from the first difference.
 void expectSame(const std::string &bytes, const std::string &expected, std::size_t area)
 {
     const auto difference = std::ranges::mismatch(bytes, expected).in1 - bytes.begin();
@@ -46,7 +47,7 @@ void expectSame(const std::string &bytes, const std::string &expected, std::size
 
 class Requests : public testing::TestWithParam<Row> {};
 
-TEST_P(Requests, are_as_the_catalogue_has_them)
+TEST_P(Requests, behave_as_the_catalogue_describes)
 {
     const auto &[request, exchange] = GetParam();
     const support::CatalogueService service(exchange);

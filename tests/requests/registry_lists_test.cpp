@@ -1,4 +1,4 @@
-// The station lists on disk: the daemon's lock around them, the file, and its lines.
+// The station lists on disk: the daemon's lock, the file, and its lines.
 #include <kvo_hws/requests.h>
 
 #include "support/scripted_service.h"
@@ -27,7 +27,7 @@ using testing::IsEmpty;
 
 using RegistryFunction = int32_t (*)(KvoDescription *, uint32_t *, uint32_t);
 
-/// A registry directory of the daemon, with the daemon's answers around it.
+/// A registry directory of the daemon, and the daemon's replies about it.
 class RegistryLists : public testing::Test {
 protected:
     RegistryLists()
@@ -40,7 +40,7 @@ protected:
 
     void writeCurrent(const std::string &text) const { std::ofstream(directory_ + "kvo_hws/currkvos.reg") << text; }
 
-    /// Calls @p read between a service's usual answers; capacity + 1 elements, the last one a guard.
+    /// Calls @p read with a service's usual replies; the list has capacity + 1 elements, the last one as a guard.
     int32_t read(RegistryFunction function, uint32_t capacity)
     {
         const ScriptedService service(
@@ -55,8 +55,8 @@ protected:
         std::memset(&list.back(), 0x5A, sizeof(KvoDescription));
         count = capacity;
         const int32_t result = function(list.data(), &count, timeout);
-        EXPECT_EQ(list.back().address, 0x5A5A5A5AU) << "behind the capacity";
-        EXPECT_EQ(list.back().attr1, 0x5A5A5A5AU) << "behind the capacity";
+        EXPECT_EQ(list.back().address, 0x5A5A5A5AU) << "beyond the capacity";
+        EXPECT_EQ(list.back().attr1, 0x5A5A5A5AU) << "beyond the capacity";
         requests = service.requests();
         return result;
     }
@@ -64,7 +64,7 @@ protected:
     int32_t readCurrent(uint32_t capacity) { return read(KVO_HWS_getKVOCurrentListFromRegistry, capacity); }
 
     std::string directory_;
-    std::vector<KvoDescription> initial;  ///< what the caller's array holds at first; zeros behind it
+    std::vector<KvoDescription> initial;  ///< the initial contents of the caller's array, followed by zeros
     std::vector<KvoDescription> list;
     uint32_t count = 0;
     std::vector<std::string> requests;
@@ -98,7 +98,7 @@ TEST_F(RegistryLists, previous_and_current_are_two_files)
     EXPECT_STREQ(list[0].name, "now");
 }
 
-TEST_F(RegistryLists, log_nothing_of_their_own)
+TEST_F(RegistryLists, log_no_messages_of_their_own)
 {
     writeCurrent("\"st1\" 10.0.0.5 1x2:3\n");
     const support::MessagesOn messages;
@@ -116,7 +116,7 @@ TEST_F(RegistryLists, three_lines_need_three_elements)
     EXPECT_EQ(readCurrent(2), -3);
     EXPECT_EQ(count, 3U);
     EXPECT_EQ(list[0].name[0], '\0') << "nothing is parsed";
-    EXPECT_EQ(requests, kAllRequests) << "the lock is given back";
+    EXPECT_EQ(requests, kAllRequests) << "the lock is released";
 
     EXPECT_EQ(readCurrent(3), 1);
     ASSERT_EQ(count, 3U);
@@ -136,7 +136,7 @@ TEST_F(RegistryLists, an_empty_file_is_an_empty_list)
 struct Lines {
     const char *name;
     std::string text;
-    std::vector<std::string> seen;
+    std::vector<std::string> stations;
 };
 
 std::ostream &operator<<(std::ostream &out, const Lines &row) { return out << row.name; }
@@ -147,15 +147,15 @@ TEST_P(RegistryLines, are_read_as_stations)
 {
     writeCurrent(GetParam().text);
     EXPECT_EQ(readCurrent(8), 1);
-    std::vector<std::string> seen;
+    std::vector<std::string> stations;
     for (uint32_t i = 0; i < count; ++i) {
         in_addr address{list[i].address};
         const std::string dotted = address.s_addr == INADDR_NONE ? "none" : inet_ntoa(address);
-        seen.push_back(std::string(list[i].name) + "|" + dotted + "|" + std::to_string(static_cast<int32_t>(list[i].attr1)) +
-                       "|" + std::to_string(static_cast<int32_t>(list[i].attr2)) + "|" +
-                       std::to_string(static_cast<int32_t>(list[i].attr3)));
+        stations.push_back(
+            std::string(list[i].name) + "|" + dotted + "|" + std::to_string(static_cast<int32_t>(list[i].attr1)) + "|" +
+            std::to_string(static_cast<int32_t>(list[i].attr2)) + "|" + std::to_string(static_cast<int32_t>(list[i].attr3)));
     }
-    EXPECT_EQ(seen, GetParam().seen);
+    EXPECT_EQ(stations, GetParam().stations);
 }
 
 const Lines kLines[] = {
@@ -163,14 +163,14 @@ const Lines kLines[] = {
     {"several_blanks_between_fields", "\"st1\"   10.0.0.5   1x2:3\n", {"st1|10.0.0.5|1|2|3"}},
     {"name_with_blanks", "\"press line 4\" 10.0.0.5 1x2:3\n", {"press line 4|10.0.0.5|1|2|3"}},
     {"no_blank_before_the_address", "\"st1\"10.0.0.5 1x2:3\n", {"st1|10.0.0.5|1|2|3"}},
-    {"attr1_of_0_is_dropped", "\"a\" 10.0.0.1 0x2:3\n\"b\" 10.0.0.2 1x2:3\n", {"b|10.0.0.2|1|2|3"}},
-    {"attr1_of_0_at_the_end_is_dropped", "\"a\" 10.0.0.1 1x2:3\n\"b\" 10.0.0.2 0x2:3\n", {"a|10.0.0.1|1|2|3"}},
+    {"attr1_of_0_is_skipped", "\"a\" 10.0.0.1 0x2:3\n\"b\" 10.0.0.2 1x2:3\n", {"b|10.0.0.2|1|2|3"}},
+    {"attr1_of_0_at_the_end_is_skipped", "\"a\" 10.0.0.1 1x2:3\n\"b\" 10.0.0.2 0x2:3\n", {"a|10.0.0.1|1|2|3"}},
     {"last_line_without_line_feed_is_not_read", "\"a\" 10.0.0.1 1x2:3\n\"b\" 10.0.0.2 1x2:3", {"a|10.0.0.1|1|2|3"}},
     {"malformed_address", "\"a\" 10.0.0.256 1x2:3\n", {"a|none|1|2|3"}},
     {"tab_before_the_address", "\"a\" \t10.0.0.1 1x2:3\n", {"a|none|1|2|3"}},
     {"signs_and_trailing_characters_in_numbers", "\"a\" 10.0.0.1 -1ax +2b: 3c\n", {"a|10.0.0.1|-1|2|3"}},
     {"empty_line_shifts_the_fields", "\n\"a\" 10.0.0.1 1x2:3\n", {"\n|none|10|2|3"}},
-    {"nothing_behind_a_nul_byte", std::string("\"a\" 10.0.0.1 1x2:3\n\0\"b\" 10.0.0.2 1x2:3\n", 39), {"a|10.0.0.1|1|2|3"}},
+    {"nothing_after_a_nul_byte", std::string("\"a\" 10.0.0.1 1x2:3\n\0\"b\" 10.0.0.2 1x2:3\n", 39), {"a|10.0.0.1|1|2|3"}},
     {"blanks_alone", "   \"\"  ", {}},
     {"name_without_end", "\"a 10.0.0.1 1x2:3\n", {}},
     {"address_without_end", "\"a\" 10.0.0.1", {}},
@@ -187,13 +187,13 @@ TEST_F(RegistryLists, an_empty_line_becomes_part_of_the_next_name)
     EXPECT_EQ(readCurrent(8), 1);
     ASSERT_EQ(count, 2U);
     EXPECT_STREQ(list[0].name, "\n");
-    EXPECT_EQ(list[0].address, INADDR_NONE) << "a\", which stands where the address should";
+    EXPECT_EQ(list[0].address, INADDR_NONE) << "a\", which is in the place of the address";
     EXPECT_EQ(list[0].attr1, 10U) << "10.0.0.1 1";
     EXPECT_STREQ(list[1].name, "b");
     EXPECT_EQ(list[1].address, network("10.0.0.2"));
 }
 
-TEST_F(RegistryLists, over_long_names_are_cut_to_the_field)
+TEST_F(RegistryLists, long_names_are_truncated_to_the_field)
 {
     writeCurrent("\"" + std::string(259, 'n') + "\" 10.0.0.1 1x2:3\n\"" + std::string(300, 'm') + "\" 10.0.0.2 1x2:3\n");
     EXPECT_EQ(readCurrent(2), 1);
@@ -205,7 +205,7 @@ TEST_F(RegistryLists, over_long_names_are_cut_to_the_field)
 
 TEST_F(RegistryLists, count_an_element_of_the_caller_that_was_not_zeroed)
 {
-    // Kept: the element behind the last station is looked at, so callers hand over a zeroed array.
+    // Deliberate: the element after the last station is checked too, so callers must pass a zeroed array.
     writeCurrent("\"a\" 10.0.0.1 1x2:3\n");
     initial.resize(2);
     initial[1].attr1 = 1;
@@ -213,25 +213,25 @@ TEST_F(RegistryLists, count_an_element_of_the_caller_that_was_not_zeroed)
     EXPECT_EQ(count, 2U);
 }
 
-TEST_F(RegistryLists, a_missing_or_unreadable_file_is_minus_1_and_the_lock_is_given_back)
+TEST_F(RegistryLists, a_missing_or_unreadable_file_is_minus_1_and_the_lock_is_released)
 {
     EXPECT_EQ(readCurrent(1), -1);
     EXPECT_EQ(requests, kAllRequests);
     EXPECT_EQ(count, 1U);
 
     fs::create_directory(directory_ + "kvo_hws/currkvos.reg");
-    EXPECT_EQ(readCurrent(1), -1) << "a directory in its place";
+    EXPECT_EQ(readCurrent(1), -1) << "a directory instead of the file";
     EXPECT_EQ(requests, kAllRequests);
 }
 
-TEST_F(RegistryLists, a_pipe_in_the_files_place_holds_nobody_up)
+TEST_F(RegistryLists, a_pipe_instead_of_the_file_does_not_block)
 {
     ASSERT_EQ(mkfifo((directory_ + "kvo_hws/currkvos.reg").c_str(), 0600), 0);
     EXPECT_EQ(readCurrent(1), 1);
     EXPECT_EQ(count, 0U);
 }
 
-TEST_F(RegistryLists, null_pointers_ask_nobody)
+TEST_F(RegistryLists, null_pointers_send_no_request)
 {
     const ScriptedService service({support::replies("yes")});
     KvoDescription one[1];
@@ -291,7 +291,7 @@ TEST_F(RegistryLists, no_service_is_minus_2)
 
 TEST_F(RegistryLists, a_path_of_1004_characters_is_used)
 {
-    // Doubled separators change nothing but the length.
+    // Repeated separators change only the path's length.
     writeCurrent("\"st1\" 10.0.0.5 1x2:3\n");
     const std::string path = std::string(1004 - directory_.size(), '/') + directory_;
     ASSERT_EQ(path.size(), 1004U);
@@ -327,9 +327,9 @@ TEST_F(RegistryLists, a_timeout_of_0_gives_up_after_one_attempt_and_10_ms)
     EXPECT_EQ(requests.size(), 3U);
 }
 
-TEST_F(RegistryLists, a_timeout_of_many_seconds_is_no_short_one)
+TEST_F(RegistryLists, a_timeout_of_many_seconds_does_not_overflow)
 {
-    // 4294968 s are more milliseconds than 32 bits hold.
+    // 4294968 s are more milliseconds than 32 bits can represent.
     writeCurrent("\"st1\" 10.0.0.5 1x2:3\n");
     std::vector<support::Script> scripts = {support::replies("yes"), support::replies(directory_)};
     scripts.insert(scripts.end(), 80, support::replies("busy"));
@@ -338,7 +338,7 @@ TEST_F(RegistryLists, a_timeout_of_many_seconds_is_no_short_one)
     EXPECT_EQ(readFrom(service, KVO_HWS_getKVOCurrentListFromRegistry, 1, 4'294'968), 1);
 }
 
-TEST_F(RegistryLists, lines_behind_a_nul_byte_are_not_counted)
+TEST_F(RegistryLists, lines_after_a_nul_byte_are_not_counted)
 {
     writeCurrent(std::string("\"a\" 10.0.0.1 1x2:3\n\0\n\n\n", 23));
     EXPECT_EQ(readCurrent(1), 1);
@@ -350,15 +350,15 @@ TEST_F(RegistryLists, a_file_beyond_32_bits_is_refused)
     writeCurrent("");
     const std::string path = directory_ + "kvo_hws/currkvos.reg";
     std::error_code error;
-    fs::resize_file(path, uint64_t{1} << 32, error);  // a hole: it takes no room
+    fs::resize_file(path, uint64_t{1} << 32, error);  // a sparse file: it takes no disk space
     if (error) {
-        GTEST_SKIP() << "the file system holds no file of 4 GiB: " << error.message();
+        GTEST_SKIP() << "the file system does not support a file of 4 GiB: " << error.message();
     }
     EXPECT_EQ(readCurrent(1), -1);
     EXPECT_EQ(requests, kAllRequests);
 }
 
-TEST_F(RegistryLists, the_lock_is_given_up_after_the_timeout_and_not_unlocked)
+TEST_F(RegistryLists, the_lock_is_given_up_after_the_timeout_without_an_unlock)
 {
     const ScriptedService service({support::replies("yes"), support::replies(directory_), support::replies("busy")});
     const auto start = std::chrono::steady_clock::now();

@@ -1,4 +1,4 @@
-// What the station lists and the look-up of one station do apart from what the catalogue has.
+// Behaviour of the station lists and of the look-up of one station that the catalogue does not cover.
 #include <kvo_hws/requests.h>
 
 #include "support/scripted_service.h"
@@ -10,7 +10,7 @@
 
 namespace {
 
-TEST(StationListsInBetween, a_service_that_goes_away_between_the_requests_is_told_without_the_count)
+TEST(StationListsInBetween, a_service_that_closes_between_the_requests_is_logged_without_the_count)
 {
     const support::MessagesOn messages;
     for (const bool withExtension : {false, true}) {
@@ -27,7 +27,7 @@ TEST(StationListsInBetween, a_service_that_goes_away_between_the_requests_is_tol
     }
 }
 
-TEST(StationLookUp, a_command_beyond_1024_bytes_is_sent_cut)
+TEST(StationLookUp, a_command_beyond_1024_bytes_is_sent_truncated)
 {
     const support::ScriptedService service({support::replies("not found")});
     KvoDescriptionEx record;

@@ -24,7 +24,7 @@ namespace {
 using support::MessagesOn;
 using support::SyslogCapture;
 
-/// What the platform answers while a test has taken its place; without a broadcast address it answers for itself.
+/// A test's replacement of the platform functions; without a broadcast address the calls go to the platform.
 struct Platform {
     std::string selected;
     int refreshed = 0;
@@ -32,7 +32,7 @@ struct Platform {
 };
 Platform platform;
 
-/// A stand-in for the stations' services: whatever comes to UDP port 5851 of this host.
+/// Receives the datagrams for the stations' services: everything sent to UDP port 5851 of this host.
 class Stations {
 public:
     Stations() : socket_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0))
@@ -51,8 +51,8 @@ public:
 
     [[nodiscard]] bool bound() const { return bound_; }
 
-    /// Everything that has come, in order.
-    [[nodiscard]] std::vector<std::string> heard() const
+    /// All datagrams received, in order.
+    [[nodiscard]] std::vector<std::string> received() const
     {
         std::vector<std::string> datagrams;
         pollfd waiting{.fd = socket_, .events = POLLIN, .revents = 0};
@@ -73,7 +73,7 @@ class UsbLockDatagrams : public testing::Test {
 protected:
     void SetUp() override
     {
-        // The loopback can not broadcast, so that the platform gives its own address.
+        // The loopback interface cannot broadcast, so the platform returns the interface's own address.
         setenv("KVO_PLATFORM_INTERFACE", "lo", 1);
         ASSERT_TRUE(stations_.bound()) << "another program listens at UDP port 5851";
     }
@@ -84,37 +84,37 @@ protected:
 
 using Texts = std::vector<std::string>;
 
-TEST_F(UsbLockDatagrams, go_out_one_a_host_from_the_last_to_the_first)
+TEST_F(UsbLockDatagrams, are_sent_one_per_host_from_the_last_to_the_first)
 {
     const char *hosts[] = {"10.0.0.5", "10.0.0.6", "10.0.0.7"};
     EXPECT_EQ(KVO_HWS_setUsbLock(3, hosts, 1, -2), 1);
-    EXPECT_EQ(stations_.heard(),
+    EXPECT_EQ(stations_.received(),
               (Texts{"setUsbLock=\"1:-2\" 10.0.0.7\n", "setUsbLock=\"1:-2\" 10.0.0.6\n", "setUsbLock=\"1:-2\" 10.0.0.5\n"}));
 }
 
-TEST_F(UsbLockDatagrams, without_hosts_one_names_every_station)
+TEST_F(UsbLockDatagrams, without_hosts_a_single_one_names_every_station)
 {
     EXPECT_EQ(KVO_HWS_setUsbLock(0, nullptr, 0, 1), 1);
-    const char **never = reinterpret_cast<const char **>(1);  // not looked at
+    const char **never = reinterpret_cast<const char **>(1);  // never read
     EXPECT_EQ(KVO_HWS_setUsbLock(0, never, 0, 1), 1);
-    EXPECT_EQ(stations_.heard(), (Texts{"setUsbLock=\"0:1\" 0.0.0.0\n", "setUsbLock=\"0:1\" 0.0.0.0\n"}));
+    EXPECT_EQ(stations_.received(), (Texts{"setUsbLock=\"0:1\" 0.0.0.0\n", "setUsbLock=\"0:1\" 0.0.0.0\n"}));
 }
 
-TEST_F(UsbLockDatagrams, go_to_this_host_where_the_network_is_unknown)
+TEST_F(UsbLockDatagrams, are_sent_to_this_host_if_the_network_is_unknown)
 {
     setenv("KVO_PLATFORM_INTERFACE", "none", 1);
     EXPECT_EQ(KVO_HWS_setUsbLock(0, nullptr, 3, 4), 1);
-    EXPECT_EQ(stations_.heard(), (Texts{"setUsbLock=\"3:4\" 0.0.0.0\n"}));
+    EXPECT_EQ(stations_.received(), (Texts{"setUsbLock=\"3:4\" 0.0.0.0\n"}));
 }
 
-TEST_F(UsbLockDatagrams, a_host_that_only_begins_like_the_loopback_is_one_like_any_other)
+TEST_F(UsbLockDatagrams, a_host_that_only_begins_like_the_loopback_address_is_accepted)
 {
     const char *hosts[] = {"127.0.0.10"};
     EXPECT_EQ(KVO_HWS_setUsbLock(1, hosts, 0, 1), 1);
-    EXPECT_EQ(stations_.heard(), (Texts{"setUsbLock=\"0:1\" 127.0.0.10\n"}));
+    EXPECT_EQ(stations_.received(), (Texts{"setUsbLock=\"0:1\" 127.0.0.10\n"}));
 }
 
-TEST_F(UsbLockDatagrams, leave_no_descriptor_behind)
+TEST_F(UsbLockDatagrams, leave_no_descriptor_open)
 {
     const auto open = [] {
         const std::filesystem::directory_iterator all("/proc/self/fd");
@@ -127,9 +127,9 @@ TEST_F(UsbLockDatagrams, leave_no_descriptor_behind)
     EXPECT_EQ(open(), before);
 }
 
-TEST_F(UsbLockDatagrams, go_to_the_broadcast_address_of_the_interface_that_the_platform_names)
+TEST_F(UsbLockDatagrams, use_the_broadcast_address_of_the_interface_named_by_the_platform)
 {
-    // The platform's own functions are the test's here: an adapter with a broadcast address is not on every machine.
+    // The platform's functions are replaced here: not every machine has an interface with a broadcast address.
     platform = {.selected = {}, .refreshed = 0, .broadcast = inet_addr("10.20.30.255")};
     setenv("KVO_PLATFORM_INTERFACE", "panel7", 1);
     std::vector<std::string> destinations;
@@ -145,12 +145,12 @@ TEST_F(UsbLockDatagrams, go_to_the_broadcast_address_of_the_interface_that_the_p
     platform = {};
 }
 
-TEST_F(UsbLockDatagrams, an_over_long_host_is_cut)
+TEST_F(UsbLockDatagrams, a_long_host_is_truncated)
 {
     const std::string host(3000, 'h');
     const char *hosts[] = {host.c_str()};
     EXPECT_EQ(KVO_HWS_setUsbLock(1, hosts, 0, 1), 1);
-    EXPECT_EQ(stations_.heard(), (Texts{("setUsbLock=\"0:1\" " + host).substr(0, 1023)}));
+    EXPECT_EQ(stations_.received(), (Texts{("setUsbLock=\"0:1\" " + host).substr(0, 1023)}));
 }
 
 struct Refusal {
@@ -160,7 +160,7 @@ struct Refusal {
     const char *message;
 };
 
-TEST_F(UsbLockDatagrams, a_host_that_can_not_be_used_is_refused_before_anything_is_sent)
+TEST_F(UsbLockDatagrams, an_invalid_host_is_refused_before_anything_is_sent)
 {
     const MessagesOn messages;
     const Refusal refusals[] = {
@@ -176,7 +176,7 @@ TEST_F(UsbLockDatagrams, a_host_that_can_not_be_used_is_refused_before_anything_
     const SyslogCapture capture;
     EXPECT_EQ(KVO_HWS_setUsbLock(1, nullptr, 0, 1), -7);
     EXPECT_EQ(capture.texts(), Texts{"KVO_HWS_setUsbLock - null pointer received"});
-    EXPECT_EQ(stations_.heard(), Texts{});
+    EXPECT_EQ(stations_.received(), Texts{});
 }
 
 TEST_F(UsbLockDatagrams, no_socket_is_a_failure)
@@ -192,7 +192,7 @@ TEST_F(UsbLockDatagrams, no_socket_is_a_failure)
     EXPECT_EQ(capture.texts(), Texts{"KVO_HWS_setUsbLock - socket() fails"});
 }
 
-TEST_F(UsbLockDatagrams, socket_options_that_fail_end_it)
+TEST_F(UsbLockDatagrams, socket_options_that_fail_stop_the_call)
 {
     const MessagesOn messages;
     for (const auto &[option, message] :
@@ -206,10 +206,10 @@ TEST_F(UsbLockDatagrams, socket_options_that_fail_end_it)
         EXPECT_EQ(KVO_HWS_setUsbLock(0, nullptr, 0, 1), -1);
         EXPECT_EQ(capture.texts(), Texts{message});
     }
-    EXPECT_EQ(stations_.heard(), Texts{});
+    EXPECT_EQ(stations_.received(), Texts{});
 }
 
-TEST_F(UsbLockDatagrams, a_send_that_fails_ends_it_and_what_went_out_counts)
+TEST_F(UsbLockDatagrams, a_send_that_fails_stops_the_call_and_what_was_sent_stays_sent)
 {
     const char *hosts[] = {"10.0.0.5", "10.0.0.6", "10.0.0.7"};
     const MessagesOn messages;
@@ -222,12 +222,12 @@ TEST_F(UsbLockDatagrams, a_send_that_fails_ends_it_and_what_went_out_counts)
         EXPECT_EQ(KVO_HWS_setUsbLock(3, hosts, 0, 1), result);
         EXPECT_EQ(capture.texts(), Texts{"KVO_HWS_setUsbLock - can not send broadcast request"});
     }
-    EXPECT_EQ(stations_.heard(), Texts{"setUsbLock=\"0:1\" 10.0.0.7\n"});
+    EXPECT_EQ(stations_.received(), Texts{"setUsbLock=\"0:1\" 10.0.0.7\n"});
 }
 
 }  // namespace
 
-// In place of the platform's library: passed on to it unless a test answers.
+// Replaces the platform library's functions; calls go to that library unless a test replaces them.
 extern "C" {
 
 __attribute__((visibility("default"))) void setAdapterInterfaceCache(const char *interface) noexcept

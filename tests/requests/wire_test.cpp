@@ -1,4 +1,4 @@
-// One request of each family, byte by byte, and not from the catalogue: a wrong row there cannot be wrong in the same way here.
+// One request of each family, byte by byte and independent of the catalogue: an error in the catalogue cannot be repeated here.
 #include <kvo_hws/requests.h>
 #include <kvo_hws/service.h>
 
@@ -54,7 +54,7 @@ TEST(Wire, viewer)
 
 TEST(Wire, panel_settings)
 {
-    const ScriptedService service({support::replies("diable capslock 1")});  // the daemon sends it spelt so
+    const ScriptedService service({support::replies("diable capslock 1")});  // the daemon's spelling
     uint32_t disabled = 7;
     EXPECT_EQ(KVO_HWS_getDisableCapsLock(0xC0A80102, &disabled), 1);
     EXPECT_EQ(service.requests(), Lines{"getDisableCapsLock=C0A80102\n"});
@@ -93,7 +93,7 @@ TEST(Wire, metrics)
     const ScriptedService service({support::replies("panel-oem-layout=QWERTZ")});
     char layout[8] = {};
     EXPECT_EQ(KVO_HWS_getStationMetrics(0xC0A80102, 1, layout), 1);
-    EXPECT_EQ(service.requests(), Lines{"getPaneOemLayout=C0A80102\n"});  // the daemon reads it spelt so
+    EXPECT_EQ(service.requests(), Lines{"getPaneOemLayout=C0A80102\n"});  // the daemon's spelling
     EXPECT_STREQ(layout, "QWERTZ");
 }
 

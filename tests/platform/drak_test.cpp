@@ -12,21 +12,21 @@
 
 namespace {
 
-/// What the table below fills.
+/// The settings that the table below fills.
 struct Settings {
     char *interface = nullptr;
     char *name = nullptr;
     uint16_t port = 0;
 };
 
-/// Copies that were handed out; a later line leaves an earlier copy to whoever reads.
-std::vector<std::unique_ptr<char, decltype(&std::free)>> handedOut;
+/// Copies returned by the readers; a later line does not free an earlier copy, which belongs to the caller.
+std::vector<std::unique_ptr<char, decltype(&std::free)>> copies;
 
 template <int (*Read)(const char *, void *)>
 int readAndKeep(const char *value, void *destination)
 {
     const int accepted = Read(value, destination);
-    handedOut.emplace_back(*static_cast<char **>(destination), std::free);
+    copies.emplace_back(*static_cast<char **>(destination), std::free);
     return accepted;
 }
 
@@ -36,7 +36,7 @@ protected:
     void TearDown() override
     {
         keywords = nullptr;
-        handedOut.clear();
+        copies.clear();
         std::filesystem::remove(file_);
     }
 
@@ -61,7 +61,7 @@ protected:
                             {"", nullptr, nullptr, "", 0x1F, 0}};
 };
 
-TEST_F(Configuration, defaults_apply_where_the_file_is_silent)
+TEST_F(Configuration, defaults_apply_to_missing_keys)
 {
     EXPECT_EQ(read(""), 0);
     EXPECT_STREQ(settings_.interface, "eth0");
@@ -88,7 +88,7 @@ TEST_F(Configuration, reads_keys_values_blanks_and_comments)
     EXPECT_STREQ(settings_.interface, "lo");
 }
 
-TEST_F(Configuration, a_comment_may_follow_a_value_behind_a_blank)
+TEST_F(Configuration, a_comment_may_follow_a_value_after_a_blank)
 {
     EXPECT_EQ(read("port = 5852 # the second session\nname = line#4\t# comment\n"), 0);
     EXPECT_EQ(settings_.port, 5852);
@@ -101,13 +101,13 @@ TEST_F(Configuration, the_last_line_that_sets_a_member_wins)
     EXPECT_STREQ(settings_.name, "third");
 }
 
-TEST_F(Configuration, a_value_may_hold_an_equals_sign_and_need_no_line_feed_at_the_end)
+TEST_F(Configuration, a_value_may_contain_an_equals_sign_and_need_no_line_feed_at_the_end)
 {
     EXPECT_EQ(read("name = a=b"), 0);
     EXPECT_STREQ(settings_.name, "a=b");
 }
 
-TEST_F(Configuration, a_number_that_is_none_leaves_what_was_there)
+TEST_F(Configuration, an_invalid_number_leaves_the_previous_value)
 {
     EXPECT_EQ(read("port = 70000\n"), 0);
     EXPECT_EQ(settings_.port, 5850);
@@ -121,7 +121,7 @@ TEST_F(Configuration, without_a_table_nothing_is_read)
     EXPECT_NE(read("port = 1\n"), 0);
 }
 
-TEST(Readers, of_numbers_accept_0_to_65535_alone)
+TEST(Readers, of_numbers_accept_only_0_to_65535)
 {
     uint16_t port = 7;
     EXPECT_EQ(read_u16("65535", &port), 1);
@@ -134,7 +134,7 @@ TEST(Readers, of_numbers_accept_0_to_65535_alone)
     EXPECT_EQ(port, 0);
 }
 
-TEST(Readers, of_texts_hand_out_a_copy)
+TEST(Readers, of_texts_return_a_copy)
 {
     std::string value = "text";
     char *copy = nullptr;

@@ -14,7 +14,7 @@
 
 namespace {
 
-TEST(PlatformTexts, the_host_names_the_interface_and_the_configuration_file)
+TEST(PlatformTexts, the_environment_names_the_interface_and_the_configuration_file)
 {
     setenv("KVO_PLATFORM_INTERFACE", "panel7", 1);
     setenv("KVO_PLATFORM_CONFIG", "/etc/panel.conf", 1);
@@ -26,7 +26,7 @@ TEST(PlatformTexts, the_host_names_the_interface_and_the_configuration_file)
     EXPECT_EQ(libpavo_getMetric(1), nullptr);
 }
 
-TEST(PlatformTexts, without_a_word_from_the_host_the_interface_is_one_that_exists)
+TEST(PlatformTexts, without_an_environment_variable_the_interface_is_an_existing_one)
 {
     unsetenv("KVO_PLATFORM_INTERFACE");
     const char *interface = libpavo_getMetric(0x10000);
@@ -37,7 +37,7 @@ TEST(PlatformTexts, without_a_word_from_the_host_the_interface_is_one_that_exist
     }
 }
 
-TEST(Adapters, tell_the_loopbacks_address)
+TEST(Adapters, report_the_loopback_address)
 {
     char text[20];
     std::memset(text, '#', sizeof text);
@@ -47,7 +47,7 @@ TEST(Adapters, tell_the_loopbacks_address)
     EXPECT_EQ(value, htonl(INADDR_LOOPBACK));
 }
 
-TEST(Adapters, store_nothing_for_an_interface_that_is_not_there)
+TEST(Adapters, store_nothing_for_a_missing_interface)
 {
     char text[20] = "untouched";
     uint32_t value = 7;
@@ -57,7 +57,7 @@ TEST(Adapters, store_nothing_for_an_interface_that_is_not_there)
     EXPECT_EQ(value, 7U);
 }
 
-TEST(Adapters, the_loopback_cannot_broadcast_and_gives_its_own_address)
+TEST(Adapters, the_loopback_cannot_broadcast_and_returns_its_own_address)
 {
     setAdapterInterfaceCache("lo");
     EXPECT_EQ(getAdapterValuesDirect(1), 0);
@@ -69,7 +69,7 @@ TEST(Adapters, the_loopback_cannot_broadcast_and_gives_its_own_address)
     }
 }
 
-TEST(Adapters, the_cache_is_empty_for_an_adapter_that_is_not_there)
+TEST(Adapters, the_cache_is_empty_for_a_missing_adapter)
 {
     setAdapterInterfaceCache("lo");
     EXPECT_EQ(getAdapterValuesDirect(0), 0);
@@ -80,7 +80,7 @@ TEST(Adapters, the_cache_is_empty_for_an_adapter_that_is_not_there)
     EXPECT_NE(getAdapterValuesDirect(1), 0);
 }
 
-TEST(Adapters, tell_what_the_kernel_tells_of_every_interface)
+TEST(Adapters, report_the_same_as_the_kernel_for_every_interface)
 {
     const int query = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     int withAddress = 0;

@@ -1,4 +1,4 @@
-// How the requests and the functions of runtime.h, service.h, codecs.h and config.h are called in which a cancellation can act.
+// How to call, as a cancellation point, the requests and the functions of runtime.h, service.h, codecs.h and config.h.
 #include "library/cancellation_calls.h"
 
 #include "catalogue/catalogue.h"
@@ -26,13 +26,13 @@ void readRegistry(int32_t (*read)(KvoDescription *list, uint32_t *count, uint32_
     read(list.data(), &count, 1);
 }
 
-/// In every way in which the catalogue calls it.
+/// Calls the request in every way that the catalogue lists.
 void callRequest(const catalogue::Request &request)
 {
     for (const catalogue::Exchange &exchange : request.ownExchanges()) {
         catalogue::Outputs outputs = request.function().outputsFor(exchange.arguments, '\0');
-        const std::vector<void *> rooms = outputs.addresses();
-        exposed([&] { request.function()(exchange.arguments, rooms); });
+        const std::vector<void *> areas = outputs.addresses();
+        exposed([&] { request.function()(exchange.arguments, areas); });
     }
 }
 
@@ -114,7 +114,8 @@ Calls otherCalls()
              FuncSendCommand2DLL(strdup(kTooLong.c_str()));
          })},
         {"KillUsbServer", exposing([] {
-             ServerPipeThreadSyncState = NOTIFY_STOP_DONE;  // there was one, for whose end it looks
+             ServerPipeThreadSyncState =
+                 NOTIFY_STOP_DONE;  // pretends that a server ran, so that the call checks whether it has ended
              KillUsbServer();
          })},
         {"ReadSocket",
@@ -185,7 +186,7 @@ Calls otherCalls()
         BLANKLY(GetCountKVODescriptionsFromText),
         BLANKLY(GetCountKVODescriptionsFromTextEx),
 
-        // requests.h, what the catalogue does not call
+        // requests.h: functions that the catalogue does not call
         {"KVO_HWS_getKVOCurrentListFromRegistry", exposing([] { readRegistry(KVO_HWS_getKVOCurrentListFromRegistry); })},
         {"KVO_HWS_getKVOPreviousListFromRegistry", exposing([] { readRegistry(KVO_HWS_getKVOPreviousListFromRegistry); })},
         {"KVO_HWS_setUsbLock", exposing([] { KVO_HWS_setUsbLock(0, nullptr, 0, 0); })},

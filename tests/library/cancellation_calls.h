@@ -1,4 +1,4 @@
-// Calls of exported functions in which a cancellation can act, each by the function's name.
+// Calls of exported functions in which a cancellation could take effect, by the function's name.
 #pragma once
 
 #include <kvo_hws/runtime.h>
@@ -23,12 +23,13 @@ using Calls = std::map<std::string, Call>;
 
 /// The requests of the catalogue.
 Calls requestCalls();
-/// The functions of runtime.h, service.h, codecs.h and config.h, and requests that the catalogue does not call.
+/// The functions of runtime.h, service.h, codecs.h and config.h, and the requests that the catalogue does not call.
 Calls otherCalls();
-/// The functions of usbevents.h, and of agent.h all but the handlers.
+/// The functions of usbevents.h, and those of agent.h except the handlers.
 Calls eventCalls();
 
-/// Runs what is looked at. Around it a cancellation is held off, so that what prepares it and looks at it goes on.
+/// Runs the call under test with cancellation enabled. Before and after it cancellation is disabled, so that the test's own
+/// code completes.
 template <class Work>
 void exposed(Work work)
 {
@@ -37,7 +38,7 @@ void exposed(Work work)
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
 }
 
-/// What pointers point to: zeros, so that sizes are 0, texts empty and records clear.
+/// The target of pointer arguments: zeros, so that sizes are 0, texts are empty and records are clear.
 using Area = std::array<std::max_align_t, 512>;
 
 inline Call exposing(void (*work)())
@@ -55,7 +56,7 @@ Argument blank(std::deque<Area> &areas)
     }
 }
 
-/// A call whose arguments need no thought.
+/// A call for which any arguments will do.
 template <class Result, class... Arguments>
 Call blankly(Result (*function)(Arguments...))
 {
@@ -70,7 +71,7 @@ Call blankly(Result (*function)(Arguments...))
 #name, blankly(name)                                                                                                   \
     }
 
-/// One end of a connection on which a line waits.
+/// One end of a connection on which a line can be read.
 class Connected {
 public:
     explicit Connected(const std::string &line = "line\n")
@@ -107,7 +108,7 @@ inline Notify *newNotify()
     return record;
 }
 
-/// A host's function in which a cancellation can act.
+/// A host's callback that is a cancellation point.
 template <class... Arguments>
 int32_t testsForCancellation(Arguments... /*arguments*/)
 {

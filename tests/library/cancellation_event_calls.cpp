@@ -1,4 +1,4 @@
-// How the functions of usbevents.h and agent.h are called in which a cancellation can act.
+// How to call, as a cancellation point, the functions of usbevents.h and agent.h.
 #include "library/cancellation_calls.h"
 
 #include <kvo_hws/kvo_hws.h>
@@ -52,7 +52,7 @@ Calls eventCalls()
          })},
         BLANKLY(SetFunction_SendUSBEvent_NULL),
         {"threadActivateUSBevents",
-         exposing([] { threadActivateUSBevents(reinterpret_cast<void *>(1)); })},  // a superseded one
+         exposing([] { threadActivateUSBevents(reinterpret_cast<void *>(1)); })},  // a superseded activation
         {"threadDeactivateUSBevents", exposing([] { threadDeactivateUSBevents(nullptr); })},
         {"win_kvo_hws_usb_server",
          [] {
@@ -87,7 +87,7 @@ Calls eventCalls()
          })},
         {"embHwsClientThread",
          [] {
-             // As a start sets it; it looks for its remote side until it is to stop.
+             // As a start sets it; it tries to connect to its remote side until it is stopped.
              gEmbKvoInst->focusKvoIp = inet_addr("10.0.0.5");
              gEmbKvoInst->remoteKvoHwsIp = inet_addr("127.0.0.1");
              std::thread stopping([] {

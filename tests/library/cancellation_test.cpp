@@ -1,5 +1,5 @@
-// Every exported function, called by a thread for which a cancellation is pending: it comes back, and neither the process nor
-// the thread ends in it. All system calls are the real ones, as these are what a cancellation acts in.
+// Every exported function, called by a thread with a pending cancellation: it must return, and neither the process nor the
+// thread may end in it. System calls are not replaced here, as these are the cancellation points.
 #include <kvo_hws/kvo_hws.h>
 #include <kvo_hws/platform.h>
 
@@ -27,8 +27,8 @@
 #include <unistd.h>
 #include <vector>
 
-// What may be where one acts, though it never is on this machine: the system log without its daemon, texts that are read from a
-// file, and what the panel's own libraries may do.
+// Functions that may be cancellation points elsewhere, but never on this machine: the system log without its daemon, texts
+// that are read from a file, and functions of the panel's own libraries.
 #pragma GCC visibility push(default)
 extern "C" {
 
@@ -70,7 +70,7 @@ using cancellation::exposed;
 using cancellation::exposing;
 using cancellation::testsForCancellation;
 
-/// All functions but the handlers.
+/// All functions except the handlers.
 Calls callsByName()
 {
     Calls calls = cancellation::requestCalls();
@@ -81,7 +81,7 @@ Calls callsByName()
 
 using Names = std::vector<std::string>;
 
-/// The names in a list of the linker, by the comment that they stand below.
+/// The names in a linker's list, by the comment above them.
 std::map<std::string, Names> namesByComment(const char *list)
 {
     std::ifstream file(list);
@@ -107,7 +107,7 @@ bool isVariable(const std::string &name)
     return std::ranges::find(variables, name) != variables.end();
 }
 
-/// The call of a function; handlers are all called alike. Nothing where it is not known above.
+/// The call of a function, empty if it is not listed above. All handlers are called in the same way.
 Call callOf(const std::string &name)
 {
     static const auto calls = callsByName();
@@ -123,8 +123,8 @@ Call callOf(const std::string &name)
     return call != calls.end() ? call->second : Call();
 }
 
-/// Whether a thread comes back from @p call although it was cancelled before.
-bool comesBackFrom(const Call &call)
+/// Whether @p call returns although its thread has a pending cancellation.
+bool returnsFrom(const Call &call)
 {
     try {
         return support::onOwnThread([&] {
@@ -138,7 +138,7 @@ bool comesBackFrom(const Call &call)
     }
 }
 
-/// Runs @p work in a process of its own, with which the threads end that it has left running. Its wait status.
+/// Runs @p work in a child process, which also ends all threads that it leaves running. Returns the wait status.
 int statusOf(const std::function<bool()> &work)
 {
     const pid_t child = fork();
@@ -150,8 +150,8 @@ int statusOf(const std::function<bool()> &work)
     return status;
 }
 
-/// The functions of a header.
-class Cancelled : public testing::TestWithParam<std::string> {
+/// Parameter: the header that declares the functions.
+class CancelledCalls : public testing::TestWithParam<std::string> {
 protected:
     void SetUp() override
     {
@@ -163,7 +163,7 @@ protected:
         }
     }
 
-    /// So that what asks more than one question comes to the last one.
+    /// Replies that let calls with several requests reach the last one.
     static std::string answerTo(const std::string &line)
     {
         const std::string request = line.substr(0, line.find('\n'));
@@ -181,7 +181,7 @@ protected:
     const support::ScriptedService events{{support::closesAtOnce()}, "/tmp/kvo_hws/event_sock"};
 };
 
-TEST_P(Cancelled, goes_on)
+TEST_P(CancelledCalls, returns_from_every_function)
 {
     const Names names = exported().at(GetParam());
     int functions = 0;
@@ -190,10 +190,10 @@ TEST_P(Cancelled, goes_on)
             continue;
         }
         const Call call = callOf(name);
-        EXPECT_TRUE(call) << name << ": how it is called is not known here";
+        EXPECT_TRUE(call) << name << ": no call is listed for it here";
         if (call) {
             ++functions;
-            EXPECT_EQ(statusOf([&] { return comesBackFrom(call); }), 0) << name;
+            EXPECT_EQ(statusOf([&] { return returnsFrom(call); }), 0) << name;
         }
     }
     std::cout << functions << " functions\n";
@@ -201,30 +201,30 @@ TEST_P(Cancelled, goes_on)
 
 std::string nameOf(const testing::TestParamInfo<std::string> &info) { return info.param; }
 
-INSTANTIATE_TEST_SUITE_P(Library, Cancelled,
+INSTANTIATE_TEST_SUITE_P(Library, CancelledCalls,
                          testing::Values("runtime", "service", "codecs", "requests", "usbevents", "config", "agent"), nameOf);
 
-TEST(CancelledThread, does_not_come_back_from_what_can_be_cancelled)
+TEST(CancelledThread, does_not_return_from_a_cancellation_point)
 {
-    EXPECT_FALSE(comesBackFrom(exposing([] { usleep(1000); })));
-    EXPECT_TRUE(comesBackFrom(exposing([] {})));
+    EXPECT_FALSE(returnsFrom(exposing([] { usleep(1000); })));
+    EXPECT_TRUE(returnsFrom(exposing([] {})));
 }
 
-TEST(CancelledThread, ends_after_the_library)
+TEST(CancelledThread, ends_after_the_library_call)
 {
-    EXPECT_FALSE(comesBackFrom(exposing([] {
+    EXPECT_FALSE(returnsFrom(exposing([] {
         kvo_hws_GiveUpThreadExecution();
         pthread_testcancel();
-    }))) << "the cancellation is held off, not forgotten";
+    }))) << "the cancellation is deferred, not lost";
 }
 
-TEST(CancelledThread, is_asked_of_what_there_is)
+TEST(CancelledThread, covers_only_exported_functions)
 {
     Names names;
     for (const auto &[header, of] : exported()) {
         names.insert(names.end(), of.begin(), of.end());
     }
-    EXPECT_EQ(exported().size(), 7U) << "the headers whose functions are asked above";
+    EXPECT_EQ(exported().size(), 7U) << "the headers whose functions are listed above";
     for (const auto &[name, call] : callsByName()) {
         EXPECT_NE(std::ranges::find(names, name), names.end()) << name;
     }

@@ -1,7 +1,8 @@
-# The link of the SONAME, as ldconfig makes it, points to the latest version's file, whatever versions lie in one folder.
+# ldconfig makes the SONAME's link point to the file of the latest version, whatever versions are in the folder.
 include(${ROOT}/cmake/Version.cmake)
 
-# What ldconfig chooses of the files of some versions, the latest last; 0.1.0's is there too, by the name with which it went out.
+# Checks which of several versions ldconfig chooses; the last argument is the latest. The file of 0.1.0 is always there, under
+# its released name.
 function(expect_latest)
   file(REMOVE_RECURSE ${WORK})
   file(MAKE_DIRECTORY ${WORK})
@@ -28,7 +29,7 @@ foreach(later 0.1.1 0.1.10 0.2.0 0.9.5 0.10.0 1.0.0 1.0.1 1.9.5 1.10.0 2.0.0 10.
   set(earlier ${later})
 endforeach()
 
-# What is built has this name.
+# The built library has this name.
 kvo_file_version(${VERSION} number)
 get_filename_component(name ${LIBRARY} NAME)
 if(NOT name STREQUAL libkvo_hws.so.${number})

@@ -1,4 +1,4 @@
-/* The address of a handler is that of its row in cmds, in whatever way the program is linked: programs compare them. */
+/* A handler's address equals the one in its row of cmds, however the program is linked: programs compare them. */
 #include <kvo_hws/agent.h>
 
 #include <stdio.h>
@@ -68,10 +68,10 @@
 
 #define ADDRESS(keyword, handler) {keyword, handler},
 
-/* Written at link time, as tables of programs are. */
+/* Filled at link time, like a program's tables. */
 static const HwsCommand expected[] = {HANDLERS(ADDRESS)};
 
-/* Found by the program's code, which has other ways to an address. */
+/* Taken at run time: code may take an address in another way than data. */
 static CmdHandler handlerOf(const char *keyword)
 {
 #define FIND(row, handler)                                                                                                     \

@@ -1,6 +1,6 @@
-# Installs the library into an empty prefix and builds the examples against it as a program of somebody else's would be built:
-# by find_package, in C and in C++, and by pkg-config; then runs what came out against a simulated service. All of it starts
-# without LD_LIBRARY_PATH, and with it takes the panel's own library that it names.
+# Installs the library into an empty prefix and builds the examples against it as other projects do: with find_package, in C and
+# C++, and with pkg-config. Then runs the programs against a simulated service. All programs start without LD_LIBRARY_PATH;
+# with it they use the panel's library in the folder that it names.
 include(${CMAKE_CURRENT_LIST_DIR}/../building/common.cmake)
 file(REMOVE_RECURSE ${WORK})
 set(prefix ${WORK}/prefix)
@@ -15,7 +15,7 @@ foreach(file include/kvo_hws/kvo_hws.h ${LIBDIR}/libkvo_hws.so ${LIBDIR}/libkvo_
   endif()
 endforeach()
 
-# The component of the stand-ins alone is what a panel must not get, and nothing else.
+# The component of the stand-ins has exactly the files that must not be installed on a panel.
 run(${CMAKE_COMMAND} --install ${BUILD} --component platform --prefix ${WORK}/platform)
 file(GLOB_RECURSE stand_ins RELATIVE ${WORK}/platform/${LIBDIR} ${WORK}/platform/*)
 list(SORT stand_ins)
@@ -23,7 +23,7 @@ if(NOT stand_ins STREQUAL "libdrak.so;libpavo.so;libpavo.so.1")
   message(FATAL_ERROR "the component platform has ${stand_ins}")
 endif()
 
-# ---- Programs of others ----
+# ---- Other projects' programs ----
 
 set(ENV{CFLAGS} "${FLAGS}")
 set(ENV{CXXFLAGS} "${FLAGS}")
@@ -59,17 +59,17 @@ file(GLOB_RECURSE files ${prefix}/bin/* ${prefix}/${LIBDIR}/*.so*)
 foreach(file ${files})
   run(readelf -dW ${file})
   if(output MATCHES "\\(RPATH\\)")
-    message(FATAL_ERROR "${file} has a DT_RPATH, which goes before LD_LIBRARY_PATH:\n${output}")
+    message(FATAL_ERROR "${file} has a DT_RPATH, which takes precedence over LD_LIBRARY_PATH:\n${output}")
   endif()
 endforeach()
 
-# The panel's own, as far as the loader can tell: another file of the same name.
+# Simulates the panel's own library: the loader only sees another file with the same name.
 set(panel ${WORK}/panel)
 file(COPY ${prefix}/${LIBDIR}/libpavo.so.1 DESTINATION ${panel})
 run(${prefix}/bin/kvosim run -- ${prefix}/bin/kvoctl doctor)
-expect("took ${prefix}/[^\n]*libpavo.so.1" "the stand-in is taken")
+expect("took ${prefix}/[^\n]*libpavo.so.1" "the stand-in is loaded")
 set(ENV{LD_LIBRARY_PATH} ${panel})
 run(${prefix}/bin/kvosim run -- ${prefix}/bin/kvoctl doctor)
-expect("took ${panel}/libpavo.so.1" "kvoctl takes the panel's own")
+expect("took ${panel}/libpavo.so.1" "kvoctl loads the panel's library")
 run(${CMAKE_COMMAND} -E env LD_TRACE_LOADED_OBJECTS=1 ${prefix}/bin/kvosim)
-expect("libpavo.so.1 => ${panel}/libpavo.so.1" "kvosim takes the panel's own")
+expect("libpavo.so.1 => ${panel}/libpavo.so.1" "kvosim loads the panel's library")

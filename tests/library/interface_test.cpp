@@ -1,4 +1,4 @@
-// The one list of exported names against the headers and the binary; the binary's name and needs.
+// The list of exported names compared with the headers and the binary; the binary's name and dependencies.
 #include <array>
 #include <cstdio>
 #include <filesystem>
@@ -52,7 +52,7 @@ Names binaryNames()
     return matches(outputOf("nm -D --defined-only " KVO_LIBRARY), std::regex("^\\S+ [A-Z] ([^@\\s]+)", std::regex::multiline));
 }
 
-/// What the headers declare for this library; platform.h declares what is imported.
+/// The names that the headers declare for this library; platform.h declares what the library imports.
 Names declaredNames()
 {
     const std::regex declaration("KVO_HWS_API[^;(]*?\\b([A-Za-z_0-9]+)\\s*(?:\\(|;|\\[)");
@@ -74,8 +74,8 @@ TEST(Interface, the_binary_exports_exactly_what_is_listed)
 
 TEST(Interface, the_headers_declare_exactly_what_is_listed) { EXPECT_EQ(declaredNames(), listedNames()); }
 
-/// What is missing there would be one variable in the library and another in the program.
-TEST(Interface, variables_are_those_that_the_library_looks_up_by_name)
+/// A variable missing in that list would exist twice: once in the library and once in the program.
+TEST(Interface, lists_all_variables_to_look_up_by_name)
 {
     const Names variables =
         matches(outputOf("nm -D --defined-only " KVO_LIBRARY), std::regex("^\\S+ [BDR] ([^@\\s]+)", std::regex::multiline));
@@ -85,7 +85,7 @@ TEST(Interface, variables_are_those_that_the_library_looks_up_by_name)
     EXPECT_THAT(list, HasSubstr("\n  handle_*;\n"));
 }
 
-TEST(Interface, carries_its_soname_and_names_the_panels_libraries)
+TEST(Interface, has_its_soname_and_links_the_libraries_of_the_panel)
 {
     const std::string dynamic = outputOf("readelf -dW " KVO_LIBRARY);
     EXPECT_THAT(dynamic, HasSubstr("Library soname: [libkvo_hws.so.0]"));
@@ -93,7 +93,7 @@ TEST(Interface, carries_its_soname_and_names_the_panels_libraries)
     EXPECT_THAT(dynamic, HasSubstr("Shared library: [libpavo.so.1]"));
 }
 
-TEST(Interface, cannot_be_unloaded_under_a_running_thread_and_is_bound_at_once)
+TEST(Interface, cannot_be_unloaded_and_is_bound_at_load_time)
 {
     const std::string dynamic = outputOf("readelf -dW " KVO_LIBRARY);
     EXPECT_THAT(dynamic, HasSubstr("NODELETE"));
@@ -101,7 +101,7 @@ TEST(Interface, cannot_be_unloaded_under_a_running_thread_and_is_bound_at_once)
     EXPECT_THAT(outputOf("readelf -lW " KVO_LIBRARY), HasSubstr("GNU_RELRO"));
 }
 
-TEST(Interface, needs_nothing_beyond_the_panel_the_language_and_the_system)
+TEST(Interface, needs_only_libraries_of_the_panel_the_language_and_the_system)
 {
     const Names needed = matches(outputOf("readelf -dW " KVO_LIBRARY), std::regex("Shared library: \\[([^\\]]+)\\]"));
     const std::regex allowed("lib(drak|pavo|stdc\\+\\+|m|gcc_s|c|pthread|asan|ubsan|tsan)\\.so(\\.\\d+)?|ld-linux.*");
@@ -110,8 +110,8 @@ TEST(Interface, needs_nothing_beyond_the_panel_the_language_and_the_system)
     }
 }
 
-/// Network, overlay and large file systems have file numbers beyond 32 bits; the plain "fstat" of 32-bit programs refuses them.
-TEST(Interface, reads_files_whatever_their_number)
+/// Network, overlay and large file systems have inode numbers beyond 32 bits; the 32-bit "fstat" refuses such files.
+TEST(Interface, reads_files_with_large_inode_numbers)
 {
     const Names called =
         matches(outputOf("nm -D --undefined-only " KVO_LIBRARY), std::regex("U ([a-z0-9]+)(?:@|$)", std::regex::multiline));

@@ -1,4 +1,4 @@
-/* A program that has a function of a handler's name: the agent goes on answering with its own, and cmds names the program's. */
+/* A program with a function named like a handler: the agent calls its own handler, while cmds has the program's function. */
 #include <kvo_hws/agent.h>
 
 #include <stdio.h>
@@ -40,6 +40,6 @@ int main(void)
             return 0;
         }
     }
-    printf("cmds does not name the program's own function\n");
+    printf("cmds does not have the program's own function\n");
     return 1;
 }

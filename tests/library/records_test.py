@@ -1,4 +1,4 @@
-"""Every member of every record of the headers, and every constant, has its row in library/abi/records.cpp, which proves it.
+"""Every member of every record in the headers, and every constant, has a row in library/abi/records.cpp that checks it.
 
 usage: records_test.py ROOT
 """
@@ -28,7 +28,7 @@ def main():
     rows = set(ROW.findall((root / "library/abi/records.cpp").read_text(encoding="utf-8")))
     found = [row for header in sorted((root / "include/kvo_hws").glob("*.h")) for row in declared(header.read_text(encoding="utf-8"))]
     missing = [" ".join(row).rstrip() for row in found if row not in rows]
-    print("\n".join(f"library/abi/records.cpp has no row for it: {row}" for row in missing) or f"{len(found)} rows")
+    print("\n".join(f"library/abi/records.cpp has no row for {row}" for row in missing) or f"{len(found)} rows")
     kinds = [kind for kind, _, _ in found]
     sys.exit(bool(missing) or kinds.count("SIZE") < 20 or kinds.count("VALUE") < 40)
 

@@ -1,4 +1,4 @@
-// The texts of the results against the headers' comments: every result that a function's comment names has a text that fits it.
+// The result texts compared with the headers' comments: every result that a function's comment names has a suitable text.
 #include "catalogue/catalogue.h"
 
 #include <algorithm>
@@ -35,9 +35,9 @@ std::vector<std::smatch> matches(const std::string &text, const std::regex &patt
     return {std::sregex_iterator(text.begin(), text.end(), pattern), std::sregex_iterator()};
 }
 
-// ---- What the headers say ----
+// ---- The headers' comments ----
 
-/// In one line, without the asterisks.
+/// The comment as one line, without the asterisks.
 std::string oneLine(const std::string &comment)
 {
     return std::regex_replace(std::regex_replace(comment, std::regex("\n \\*"), "\n"), std::regex("\\s+"), " ");
@@ -51,7 +51,7 @@ const Texts &comments()
         Texts found;
         for (const auto &header : std::filesystem::directory_iterator(KVO_HEADERS)) {
             if (header.path().filename() == "platform.h") {
-                continue;  // what the library imports
+                continue;  // declares what the library imports
             }
             const std::string text = contentOf(header.path());
             for (const std::smatch &match : matches(text, declaration)) {
@@ -65,7 +65,7 @@ const Texts &comments()
     return all;
 }
 
-/// What stands after "@return", up to the end of its paragraph.
+/// The text after "@return", up to the end of its paragraph.
 std::string returned(const std::string &comment)
 {
     const std::size_t begin = comment.find("@return");
@@ -76,7 +76,7 @@ std::string returned(const std::string &comment)
     return oneLine(comment.substr(begin, end - begin));
 }
 
-/// The results that a text names: at its beginning, after a semicolon, and one by one in an enumeration.
+/// The results that a text names: at its beginning, after a semicolon, and in an enumeration.
 Codes namedIn(const std::string &text)
 {
     static const std::regex named("(?:@return|[;:,]|missing|malformed) (-?\\d+)(?= [a-zA-Z@(]|[;,]| ?$)");
@@ -87,14 +87,14 @@ Codes namedIn(const std::string &text)
     return codes;
 }
 
-/// The results that a function's comment names; "as" another function is followed.
+/// The results that a function's comment names. A reference to another function ("as ...") is followed.
 Codes documented(const std::string &function)
 {
     static const std::regex another("\\b(?:as|As) (?:of )?(\\w+)");
     const std::string &comment = comments().at(function);
-    const std::string told = returned(comment);
-    Codes codes = namedIn(told);
-    const std::string text = told.empty() ? oneLine(comment) : told;
+    const std::string results = returned(comment);
+    Codes codes = namedIn(results);
+    const std::string text = results.empty() ? oneLine(comment) : results;
     for (const std::smatch &match : matches(text, another)) {
         if (match[1] != function && comments().count(match[1]) != 0) {
             codes.merge(documented(match[1]));
@@ -104,7 +104,7 @@ Codes documented(const std::string &function)
     return codes;
 }
 
-/// The numbers that several names of the enumeration share: what they mean is the function's.
+/// The numbers that several enumerators share: their meaning depends on the function.
 const Codes &ambiguous()
 {
     static const Codes all = [] {
@@ -148,17 +148,17 @@ std::string generalText(int32_t code) { return kvo_hws_result_text(nullptr, code
 
 bool isRequest(const std::string &function) { return function.rfind("KVO_HWS_", 0) == 0; }
 
-/// Whether the general text would be no answer: the number has several meanings, or the text is about requests.
+/// Whether the general text is not enough: the number has several meanings, or the text is about requests.
 bool needsOwnText(const std::string &function, int32_t code)
 {
     return ambiguous().count(code) != 0 || (!isRequest(function) && code != KVO_HWS_OK && code != KVO_HWS_NULL_POINTER);
 }
 
-TEST(ResultText, comments_are_read_as_they_are_meant)
+TEST(ResultText, comments_are_parsed_correctly)
 {
     EXPECT_GT(comments().size(), 130U);
     EXPECT_EQ(documented("KVO_HWS_setBacklightBrightnessV2"), (Codes{1, -1, -2, -3, -4, -5, -6}));
-    EXPECT_EQ(documented("KVO_HWS_getIPbyKVOIndex"), (Codes{1, 0, -1, -2, -3, -7}));  // "as" another one
+    EXPECT_EQ(documented("KVO_HWS_getIPbyKVOIndex"), (Codes{1, 0, -1, -2, -3, -7}));  // refers to another function with "as"
     EXPECT_EQ(documented("KVO_HWS_activateUSBEventsV2"), (Codes{1, -1, -3, -8}));
     EXPECT_EQ(documented("SendUsbMsg2DLL"), (Codes{1, 2, 3, 4, 5}));
     EXPECT_EQ(documented("KVO_HWS_getDebugLevel"), (Codes{0, 1, 2, -1, -2}));
@@ -168,19 +168,19 @@ TEST(ResultText, comments_are_read_as_they_are_meant)
     EXPECT_EQ(ambiguous(), (Codes{-3, -4, -5, -8, -9, -10}));
 }
 
-TEST(ResultText, every_documented_result_has_a_text_that_fits_it)
+TEST(ResultText, every_documented_result_has_a_suitable_text)
 {
     for (const auto &[function, comment] : comments()) {
         for (const int32_t code : documented(function)) {
             EXPECT_NE(textOf(function, code), kUnexpected) << function << " " << code;
             if (needsOwnText(function, code)) {
-                EXPECT_NE(textOf(function, code), generalText(code)) << function << " " << code << " has no row of its own";
+                EXPECT_NE(textOf(function, code), generalText(code)) << function << " " << code << " needs its own row";
             }
         }
     }
 }
 
-TEST(ResultText, rows_are_of_functions_and_results_that_are_documented)
+TEST(ResultText, rows_belong_to_documented_functions_and_results)
 {
     const std::string exported = contentOf(KVO_EXPORTS);
     for (const auto &[function, code, text] : rows()) {
@@ -193,7 +193,7 @@ TEST(ResultText, rows_are_of_functions_and_results_that_are_documented)
     }
 }
 
-TEST(ResultText, scripts_find_each_row_on_a_line_and_only_once)
+TEST(ResultText, each_row_is_on_one_line_and_unique)
 {
     const std::string header = contentOf(std::filesystem::path(KVO_HEADERS) / "result.h");
     EXPECT_EQ(rows().size(), matches(header, std::regex("\\{\"")).size());
@@ -206,14 +206,14 @@ TEST(ResultText, scripts_find_each_row_on_a_line_and_only_once)
     }
 }
 
-TEST(ResultText, a_function_has_its_own_meaning_of_a_number)
+TEST(ResultText, a_function_may_have_its_own_meaning_of_a_number)
 {
     EXPECT_EQ(textOf("KVO_HWS_setBacklightBrightness", -3), "the level is not one of 0 to 100");
     EXPECT_EQ(textOf("KVO_HWS_getIPbyMCPAddress", -3), "several stations have this MCP address");
     EXPECT_EQ(textOf("KVO_HWS_getUsbLock", -2), "no service answers at /tmp/kvo_hws/cmd_sock");
 }
 
-TEST(ResultText, there_is_a_text_without_a_function_and_for_any_number)
+TEST(ResultText, there_is_a_text_for_any_function_and_number)
 {
     for (const char *function : {static_cast<const char *>(nullptr), "", "KVO_HWS_getUsbLock", "noSuchFunction"}) {
         EXPECT_STREQ(kvo_hws_result_text(function, -1), "the service refused or answered something unknown");
@@ -226,7 +226,7 @@ TEST(ResultText, there_is_a_text_without_a_function_and_for_any_number)
     }
 }
 
-TEST(ResultText, there_is_one_for_each_failure_of_the_catalogue)
+TEST(ResultText, there_is_a_text_for_each_failure_of_the_catalogue)
 {
     for (const catalogue::Family &family : catalogue::families()) {
         for (const catalogue::Request &request : family.requests) {

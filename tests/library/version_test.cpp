@@ -1,4 +1,4 @@
-// The version in the headers, as it is built against.
+// The version macros of the headers.
 #include <kvo_hws/kvo_hws.h>
 
 #include <gtest/gtest.h>
@@ -10,7 +10,7 @@ constexpr int kMajor = KVO_HWS_VERSION_MAJOR;
 constexpr int kMinor = KVO_HWS_VERSION_MINOR;
 constexpr int kPatch = KVO_HWS_VERSION_PATCH;
 
-TEST(Version, is_the_projects)
+TEST(Version, is_the_version_of_the_project)
 {
     EXPECT_STREQ(KVO_HWS_VERSION_STRING, KVO_VERSION);
     EXPECT_EQ(std::to_string(kMajor) + '.' + std::to_string(kMinor) + '.' + std::to_string(kPatch), KVO_VERSION);

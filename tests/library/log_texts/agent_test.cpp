@@ -1,4 +1,4 @@
-// What the agent, its configuration and the station in focus log, and the listener for the events of embedded stations.
+// What the agent, its configuration, the focused station, and the listener for events of embedded stations log.
 #include "library/log_texts/collector.h"
 #include "support/leak_suppressions.h"
 #include "support/remote_service.h"
@@ -62,7 +62,7 @@ void collectFocusStation(Collector &collector)
     });
 }
 
-/// An agent that is started for a scope.
+/// Runs an agent for a scope.
 class Agent {
 public:
     Agent() { start(); }
@@ -100,7 +100,7 @@ void collectRefusedCalls()
     Agent::start();
 }
 
-/// A connection that is closed by the remote side, and one whose wait fails.
+/// A connection that the remote side closes, and one whose poll fails.
 void collectConnections()
 {
     support::RemoteService remote;
@@ -115,7 +115,7 @@ void collectConnections()
         const Agent agent;
         (void)remote.accept();
         (void)remote.ask("ping");
-        std::this_thread::sleep_for(std::chrono::milliseconds(1300));  // longer than it waits at a time
+        std::this_thread::sleep_for(std::chrono::milliseconds(1300));  // longer than one wait of the agent
     }
     std::atomic<int> failing{-1};
     const support::WithSystemCalls calls{{.poll = [&](pollfd *descriptors, nfds_t, int) {
@@ -133,7 +133,7 @@ void collectConnections()
     support::eventually([] { return agentSocket() < 0; });
 }
 
-/// Without a remote side: connects that fail, and a socket that is still open.
+/// Without a remote side: connects that fail, and a socket that is left open.
 void collectFailedConnects()
 {
     std::atomic<int> rounds{0};
@@ -180,7 +180,7 @@ void collectEventListener(Collector &collector)
         }
         activate();
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        KVO_HWS_deactivateEmbKvoEvents();  // in its pause between two connects
+        KVO_HWS_deactivateEmbKvoEvents();  // during its pause between two connects
         KVO_HWS_deactivateEmbKvoEvents();
         const ScriptedService service({support::closesAtOnce()}, kEvents);
         support::eventually([&] { return KVO_HWS_activateEmbKvoEvents(nullptr) == -7; });

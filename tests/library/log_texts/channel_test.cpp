@@ -1,4 +1,4 @@
-// What the channels log: those that send, and those that read.
+// What the channels log when they send and when they read.
 #include "library/log_texts/collector.h"
 #include "support/no_descriptors.h"
 #include "support/own_thread.h"
@@ -33,7 +33,7 @@ void collectSenders(Collector &collector)
         const ScriptedService server({support::replies("ok")}, support::kUsbSocket);
         collector.run("senders", kAll, sendBoth("suicide"));
     }
-    // Larger than what a socket holds, to a peer that never reads it.
+    // More than a socket buffers, to a peer that never reads it.
     const ScriptedService gone({support::closesAtOnce()});
     collector.run("command socket", kMessagesOnly, [] {
         DynBuffer reply{};
@@ -83,7 +83,7 @@ void collectReaders(Collector &collector)
     close(ends[0]);
     close(ends[1]);
     for (int reader = 0; reader < 3; ++reader) {
-        // A peer that closes with bytes unread resets the connection; the reset is reported once.
+        // A peer that closes with unread bytes resets the connection; the reset is reported only once.
         ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
         ASSERT_EQ(write(ends[0], "x", 1), 1);
         close(ends[1]);

@@ -1,5 +1,5 @@
-// Collects what the library logs, and compares it with a list: texts are part of the interface, programs and people search logs
-// for them. KVO_WRITE_GOLDEN=1 in the environment rewrites the lists instead.
+// Collects what the library logs and compares it with a list: log texts are part of the interface, as programs and people
+// search for them. With KVO_WRITE_GOLDEN=1 in the environment the lists are rewritten instead.
 #pragma once
 
 #include "support/syslog_capture.h"
@@ -17,7 +17,7 @@
 
 namespace log_texts {
 
-/// What differs from run to run is written as what it is.
+/// Replaces the parts that differ between runs by placeholders.
 inline std::string withoutNumbers(const std::string &text)
 {
     static const std::vector<std::pair<std::regex, std::string>> kRules = {
@@ -35,13 +35,13 @@ inline std::string withoutNumbers(const std::string &text)
     return result;
 }
 
-// Most are shown with their own messages alone; the readers' lines, the same for all of them, stand once.
+// Most calls are listed with their own messages only; the readers' lines are the same for all calls and are listed once.
 inline constexpr int kMessagesOnly = 0;
 inline constexpr int kAll = 2;
 
 class Collector {
 public:
-    /// Runs @p work at a debug level and notes what it logged under @p heading.
+    /// Runs @p work at a debug level and records what it logs under @p heading.
     void run(const std::string &heading, int level, const std::function<void()> &work)
     {
         const support::MessagesOn messages(level);
@@ -52,7 +52,7 @@ public:
         }
     }
 
-    /// Compares all with the list @p name.
+    /// Compares everything collected with the list @p name.
     void expectSeen(const std::string &name) const
     {
         std::string text;

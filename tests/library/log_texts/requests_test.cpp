@@ -1,4 +1,4 @@
-// What the requests log, each without a service, with one that closes the connection, and with the replies of the catalogue.
+// What the requests log: without a service, with a service that closes the connection, and with the replies of the catalogue.
 #include "catalogue/catalogue.h"
 #include "library/log_texts/collector.h"
 #include "support/catalogue_service.h"
@@ -9,7 +9,7 @@ namespace {
 
 using log_texts::Collector;
 
-/// With the messages of one call under the function's name.
+/// Collects the messages of one call under the function's name.
 void collect(Collector &collector, const catalogue::Request &request, const catalogue::Exchange &exchange)
 {
     const support::CatalogueService service(exchange);
@@ -19,7 +19,7 @@ void collect(Collector &collector, const catalogue::Request &request, const cata
     });
 }
 
-/// Those whose exchanges are not the catalogue's.
+/// Collects those requests whose exchanges are not in the catalogue.
 void collectOthers(Collector &collector)
 {
     const auto readLists = [] {

@@ -18,7 +18,7 @@ using log_texts::Collector;
 using log_texts::kMessagesOnly;
 using support::ScriptedService;
 
-/// Lets a connection's thread serve a line, and waits for its end.
+/// Serves a line on a connection's thread and waits until that ends.
 void serveLine(const std::string &line)
 {
     int ends[2];
@@ -48,7 +48,7 @@ void collectUsbEvents(Collector &collector)
             start();
             EXPECT_TRUE(recorder.waitFor(6));
             support::onOwnThread(KillUsbServer);
-            // A server that listens and does not stop.
+            // A server that listens but does not stop.
             const ScriptedService deaf({support::replies("ok")}, support::kUsbSocket);
             ServerPipeThreadSyncState = NOTIFY_RUNNING;
             start();

@@ -20,7 +20,7 @@ def declared(header):
         yield "SIZE", name, ""
         yield from (("MEMBER", name, member) for member in re.findall(r"(\w+)(?:\[\w+\])?\s*[,;]", body))
     for body in CONSTANTS.findall(header):
-        yield from (("VALUE", name, "") for name in re.findall(r"^\s*(\w+)", body, re.MULTILINE))
+        yield from (("VALUE", name, "") for name in re.findall(r"^\s*([A-Za-z_]\w*)", body, re.MULTILINE))
 
 
 def main():

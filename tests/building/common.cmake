@@ -1,4 +1,4 @@
-# What these tests have in common: configuring, building and looking at what is said.
+# Functions for these tests: run commands and check their output.
 
 function(run)
   execute_process(COMMAND ${ARGV} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
@@ -14,7 +14,7 @@ function(run_refused sentence)
   string(REGEX REPLACE "[ \n]+" " " words "${output}")
   if(result EQUAL 0 OR NOT words MATCHES "${sentence}")
     string(REPLACE ";" " " command "${ARGN}")
-    message(FATAL_ERROR "${command}\nended with ${result}, and was to be refused with \"${sentence}\"\n${output}")
+    message(FATAL_ERROR "${command}\nended with ${result}, but should be refused with \"${sentence}\"\n${output}")
   endif()
 endfunction()
 
@@ -24,7 +24,7 @@ function(expect pattern what)
   endif()
 endfunction()
 
-# The source tree as it comes in an archive: without what is built, and without git's own.
+# Copies the source tree as an archive contains it: without build folders and git's files.
 function(copy_sources destination)
   file(REMOVE_RECURSE ${destination})
   file(GLOB parts RELATIVE ${ROOT} ${ROOT}/*)
@@ -34,7 +34,7 @@ function(copy_sources destination)
   endforeach()
 endfunction()
 
-# Every file below a folder, with its time.
+# Lists every file below a folder with its modification time.
 function(listing folder variable)
   file(GLOB_RECURSE files ${folder}/*)
   set(list)

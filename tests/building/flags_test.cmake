@@ -1,5 +1,5 @@
-# A plain configuration, in which the user's flags are the last word: nothing of ours optimizes, adds debug information, makes
-# warnings errors, compiles in batches or precompiles headers. What cannot be configured is refused with a sentence.
+# Without presets the user's flags decide: the project does not optimize, add debug information, make warnings errors, compile in
+# batches or precompile headers. A configuration that is not supported is refused with a message.
 include(${CMAKE_CURRENT_LIST_DIR}/common.cmake)
 unset(ENV{CFLAGS})
 unset(ENV{CXXFLAGS})
@@ -21,15 +21,15 @@ foreach(line IN LISTS lines)
     message(FATAL_ERROR "${CMAKE_MATCH_0} in\n${line}")
   endif()
 endforeach()
-message(STATUS "${count} compilations looked at")
+message(STATUS "${count} compilations checked")
 
 run(${configure} -DBUILD_TESTING=OFF)
 file(READ ${WORK}/compile_commands.json commands)
 if(commands MATCHES "\"file\": \"${ROOT}/tests/")
-  message(FATAL_ERROR "tests are built in spite of BUILD_TESTING=OFF")
+  message(FATAL_ERROR "tests are built despite BUILD_TESTING=OFF")
 endif()
 
-# The four lines of version.h agree, or nothing is configured.
+# If the four lines of version.h disagree, configuring fails.
 file(REMOVE_RECURSE ${WORK})
 file(COPY ${ROOT}/cmake/Version.cmake DESTINATION ${WORK}/cmake)
 file(READ ${ROOT}/include/kvo_hws/version.h header)

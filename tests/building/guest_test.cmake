@@ -1,10 +1,10 @@
-# A parent project takes libkvo_hws in, by GUEST=add_subdirectory or GUEST=FetchContent: it gets the library alone, with nothing
-# of its own changed (parent/CMakeLists.txt looks), and builds from sources that are not written to. FetchContent's parent also
-# installs it, without the stand-ins, and programs are built and run against that.
+# A parent project includes libkvo_hws with GUEST=add_subdirectory or GUEST=FetchContent: it gets only the library, none of its own
+# settings change (parent/CMakeLists.txt checks), and the build does not write into the sources. With FetchContent the parent also
+# installs the library, without the stand-ins, and programs are built and run against the installation.
 include(${CMAKE_CURRENT_LIST_DIR}/common.cmake)
 unset(ENV{LD_LIBRARY_PATH})
 set(ENV{CFLAGS} "${FLAGS}")
-set(ENV{CXXFLAGS} "${FLAGS} -O0 -DDEBUG")  # a usual macro, and the name of one of our functions
+set(ENV{CXXFLAGS} "${FLAGS} -O0 -DDEBUG")  # a common macro, which is also the name of one of our functions
 set(source ${WORK}/source)
 set(prefix ${WORK}/prefix)
 file(REMOVE_RECURSE ${WORK})
@@ -15,7 +15,7 @@ set(options -DGUEST=${GUEST} -DSOURCE=${source} -DCMAKE_INSTALL_PREFIX=${prefix}
 if(GUEST STREQUAL FetchContent)
   list(APPEND options -DWITHOUT_PROGRAMS=ON -DKVO_INSTALL=ON -DKVO_INSTALL_PLATFORM=OFF)
 else()
-  # Whether there is one on this machine or not.
+  # Makes sure that there is one on every machine.
   file(WRITE ${WORK}/bin/clang-format "#!/bin/sh\n")
   file(CHMOD ${WORK}/bin/clang-format PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
   set(ENV{PATH} ${WORK}/bin:$ENV{PATH})
@@ -31,7 +31,7 @@ expect("headers [0-9.]+, ready: -2" "a parent's program without a service")
 
 listing(${source} after)
 if(NOT before STREQUAL after)
-  message(FATAL_ERROR "the build has written into its sources, before:\n${before}after:\n${after}")
+  message(FATAL_ERROR "the build wrote into its sources, before:\n${before}after:\n${after}")
 endif()
 
 if(NOT GUEST STREQUAL FetchContent)
@@ -48,10 +48,10 @@ if(stand_ins)
 endif()
 run(readelf -dW ${prefix}/${LIBDIR}/libkvo_hws.so.0)
 if(output MATCHES "RPATH|RUNPATH")
-  message(FATAL_ERROR "the library has a run path where there are no stand-ins beside it:\n${output}")
+  message(FATAL_ERROR "the library has a run path although no stand-ins are installed beside it:\n${output}")
 endif()
 
-# The panel's own, as far as the programs can tell.
+# Simulates the panel's own libraries.
 file(GLOB panel ${WORK}/build/_deps/kvo_hws-build/platform/*.so*)
 file(COPY ${panel} DESTINATION ${WORK}/panel)
 function(run_program program)

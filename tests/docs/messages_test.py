@@ -3,8 +3,8 @@
 
     messages_test.py ROOT
 
-Its messages are held against the list of texts that a test has seen (tests/library/log_texts/*.golden) and against the calls that
-log in the sources; its requests against that list and the headers; its result codes against result.h.
+The messages are compared with the lists of logged texts that a test maintains (tests/library/log_texts/*.golden) and with the
+logging calls in the sources; the requests with those lists and the headers; the result codes with result.h.
 """
 
 import pathlib
@@ -12,14 +12,14 @@ import re
 import sys
 
 ROOT = pathlib.Path(sys.argv[1])
-ROOMS = ["runtime", "service", "codecs", "requests", "usbevents", "config", "agent"]
+MODULES = ["runtime", "service", "codecs", "requests", "usbevents", "config", "agent"]
 ALWAYS, MESSAGES, LEVEL_1, LEVEL_2 = "always", "messages", "level 1", "level 2"
 LOGGED = {ALWAYS, MESSAGES, LEVEL_1, LEVEL_2}
-ERROR = 3  # the syslog priority up to which all is logged
+ERROR = 3  # messages up to this syslog priority are always logged
 
 
-def plain(text):
-    """Texts are compared without indentation and columns."""
+def normalized(text):
+    """The text without indentation and columns, for comparisons."""
     return " ".join(text.split())
 
 
@@ -45,28 +45,28 @@ def alternatives(words):
 
 
 class Message:
-    """One message of the page: a text with <parts> that differ, and when it is logged."""
+    """One message of the page: a text with variable <parts>, and when it is logged."""
 
     def __init__(self, text, logged, requests):
-        self.text = plain(text)
+        self.text = normalized(text)
         self.logged = logged
         pieces = re.split(r"(<[^>]*>)", self.text)
         self._pattern = re.compile("".join(alternatives(requests) if piece == "<request>" else ".*" if piece.startswith("<")
                                            and piece.endswith(">") else re.escape(piece) for piece in pieces), re.DOTALL)
 
     def covers(self, logged_text):
-        text = plain(logged_text)
+        text = normalized(logged_text)
         return any(self._pattern.fullmatch(candidate) for candidate in (text, text + " "))  # the last part may be empty
 
 
 class Source:
-    """What one call in the sources can log, or the reason that it hands to whoever logs."""
+    """A text that one call in the sources logs, or the reason that it passes to a logging function."""
 
     def __init__(self, where, text, logged, is_reason):
         self.where = where
         self.text = text
         self.logged = logged
-        parts = re.split(r"%[-0-9.]*l*[a-zA-Z]", plain(text))
+        parts = re.split(r"%[-0-9.]*l*[a-zA-Z]", normalized(text))
         self._pattern = re.compile((".* - " if is_reason else "") + ".*".join(re.escape(part) for part in parts), re.DOTALL)
 
     def gives(self, message):
@@ -74,7 +74,7 @@ class Source:
 
 
 LITERAL = r'"((?:[^"\\]|\\.)*)"'
-CALLS = [  # what stands before the text, when the text is logged, and whether it is only the reason behind " - "
+CALLS = [  # pattern in front of the text, when the text is logged, and whether it is only the reason after " - "
     (r"\bSendDLLDebugMessage\(\s*", {MESSAGES}, False),
     (r"\bdebugValues\(\s*", {MESSAGES}, False),
     (r"\bdebugMessage\([\w.]+,\s*", {MESSAGES}, True),
@@ -88,12 +88,12 @@ CALLS = [  # what stands before the text, when the text is logged, and whether i
 
 
 def sources():
-    for path in sorted(path for room in ROOMS for path in (ROOT / room).glob("*.cpp")):
+    for path in sorted(path for module in MODULES for path in (ROOT / module).glob("*.cpp")):
         code = path.read_text()
         for before, logged, is_reason in CALLS:
             for found in re.finditer(before + LITERAL, code):
                 text = re.sub(r'\\(["\\])', r"\1", found[1]).replace("\\n", "\n")
-                # Formats of nothing but values are those that messages are handed through.
+                # Formats without words only pass a message through.
                 if re.search("[a-zA-Z]{2}", re.sub("%[a-z]", "", text)):
                     line = code.count("\n", 0, found.start()) + 1
                     yield Source(f"{path.relative_to(ROOT)}:{line}", text, logged, is_reason)
@@ -113,16 +113,16 @@ def check_messages(messages, found_in_sources):
             yield f'{len(covering)} rows for the message "{text}" ({heading})'
         for message in covering:
             if priority <= ERROR and message.logged != ALWAYS:
-                yield f'"{message.text}" is logged always, being of priority {priority}, not at "{message.logged}"'
+                yield f'"{message.text}" is always logged, as it has priority {priority}, not at "{message.logged}"'
 
     seen = [text for _, _, text in golden()]
     for message in messages:
-        givers = [source for source in found_in_sources if source.gives(message)]
+        logging_calls = [source for source in found_in_sources if source.gives(message)]
         if message.logged not in LOGGED:
-            yield f'"{message.text}": logged "{message.logged}", which is none of {sorted(LOGGED)}'
-        if givers and not any(message.logged in source.logged for source in givers):
-            yield f'"{message.text}" is not logged at "{message.logged}": {givers[0].where}'
-        if not givers and not any(message.covers(text) for text in seen):
+            yield f'"{message.text}": logged "{message.logged}", which is not one of {sorted(LOGGED)}'
+        if logging_calls and not any(message.logged in source.logged for source in logging_calls):
+            yield f'"{message.text}" is not logged at "{message.logged}": {logging_calls[0].where}'
+        if not logging_calls and not any(message.covers(text) for text in seen):
             yield f'the library logs nothing like "{message.text}"'
 
     for source in found_in_sources:
@@ -131,18 +131,18 @@ def check_messages(messages, found_in_sources):
 
 
 def check_requests(requests):
-    """Each request is one of the log's, and stands with the functions that log it so."""
+    """Each request appears in the log, and its row lists the functions that log it under this name."""
     headers = "".join(path.read_text() for path in (ROOT / "include/kvo_hws").glob("*.h"))
     mark_of_another = "can not allocate memory"  # set backlight's, under another label
     for request, functions in requests.items():
         logged_by = {heading for heading, _, text in golden() if text.startswith(request + " - ") and mark_of_another not in text}
         if not logged_by:
-            yield f'nobody logs as "{request}"'
+            yield f'no function logs as "{request}"'
         for function in sorted(name for name in logged_by if name.startswith("KVO_HWS_") and name not in functions):
-            yield f"{function} logs as \"{request}\", and the page does not say so"
+            yield f"{function} logs as \"{request}\", but the page does not list it"
         for function in functions:
             if not re.search(rf"\b{function}\(", headers):
-                yield f"{function} is no function"
+                yield f"{function} is not a function of the headers"
 
 
 def check_results(page):
@@ -168,8 +168,8 @@ def main():
     mistakes = [*check_messages(messages, found_in_sources), *check_requests(requests), *check_results(page)]
     for mistake in mistakes:
         print(mistake, file=sys.stderr)
-    print(f"{len(messages)} messages of {len(requests)} requests and more, {len(list(golden()))} texts seen, "
-          f"{len(found_in_sources)} calls that log: {len(mistakes)} mistakes")
+    print(f"{len(messages)} messages of {len(requests)} requests and more, {len(list(golden()))} logged texts, "
+          f"{len(found_in_sources)} logging calls: {len(mistakes)} mistakes")
     return 1 if mistakes or not messages or not found_in_sources else 0
 
 

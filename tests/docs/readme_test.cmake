@@ -1,4 +1,4 @@
-# A reader with a home of their own, and demo.sh's build folder already built, follows README.md and then docs/python.md.
+# Runs the commands of README.md and then docs/python.md, with an empty home directory and demo.sh's build folder already built.
 file(REMOVE_RECURSE ${WORK})
 set(project ${WORK}/libkvo_hws)
 file(MAKE_DIRECTORY ${project}/build ${WORK}/home)
@@ -15,7 +15,7 @@ set(ENV{CFLAGS} "${FLAGS}")
 execute_process(COMMAND ${SANDBOX} --network ${PYTHON} ${CMAKE_CURRENT_LIST_DIR}/run_page.py --lax README.md docs/python.md
   WORKING_DIRECTORY ${project} COMMAND_ERROR_IS_FATAL ANY)
 
-# What else the pages promise of the folder.
+# Other files that the pages promise in the folder.
 set(promised share/bash-completion/completions/kvosim share/zsh/site-functions/_kvo share/fish/vendor_completions.d/kvosim.fish)
 if(MANUALS)
   list(APPEND promised share/man/man3/kvo_hws.3 share/man/man1/kvoctl.1)

@@ -1,21 +1,21 @@
 #!/usr/bin/env python3
-"""Does what a page of documentation tells its reader to do, and compares what the terminals show with what the page says.
+"""Runs the commands of a page of documentation, and compares what the terminals show with what the page says.
 
     run_page.py [--lax] PAGE...
 
-The first pages are read before the last one, by the same reader: in the same terminals and the same folder, which is the present one
-with --lax, else an empty one.
+Several pages are run one after the other in the same terminals and the same folder: the current folder with --lax, otherwise an
+empty one.
 
-Marks in the page, each right before a fence:
+Marks in the page, each directly before a fence:
     <!-- file: NAME -->      the fence is the contents of that file
-    <!-- terminal: NAME -->  the fence belongs to that terminal; what is typed there may go on while the page does
-    <!-- not typed: WHY -->  the fence is left out, and the reason printed
+    <!-- terminal: NAME -->  the fence belongs to that terminal; its commands may keep running while the page continues
+    <!-- not typed: WHY -->  the fence is skipped, and the reason is printed
 Fences:
-    ```sh    typed into its terminal. In the one without a name it must end, with status 0, before the page goes on. In one with
-             a name it may run on; Ctrl-C ends it where something else is typed, and at the end of the page.
-    ```text  what the terminal shows next; without a mark, that of the fence before. A line "..." stands for any lines.
-Everything else in a fence is a mistake of the page, and so is anything that a terminal shows and the page does not; the latter not
-with --lax, for pages whose commands show more than is worth printing. A file's NAME may begin with "~/".
+    ```sh    typed into its terminal. In the terminal without a name the commands must end with status 0 before the page continues.
+             In one with a name they may keep running; Ctrl-C ends them before the next commands and at the end of the page.
+    ```text  what the terminal shows next; without a mark, the terminal of the previous fence. A line "..." matches any lines.
+Any other fence is a mistake in the page. So is output that the page does not show, except with --lax, which is for pages whose
+commands print more than the page needs to show. A file's NAME may begin with "~/".
 """
 
 import argparse
@@ -30,9 +30,9 @@ import sys
 import tempfile
 import time
 
-PATIENCE = 60  # seconds for whatever is waited for; a loaded machine needs some of them
-LOOK_AGAIN = 0.02
-WORKPLACE = "work"
+TIMEOUT = 60  # seconds for each wait; a loaded machine needs some of them
+POLL_INTERVAL = 0.02
+DEFAULT_TERMINAL = "work"
 
 
 class PageFails(Exception):
@@ -50,7 +50,7 @@ class Fence:
 
 
 def fences(page):
-    """The fences of a page in their order."""
+    """The fences of a page in order."""
     mark, opened, text = {}, None, []
     for number, line in enumerate(page.splitlines(), 1):
         if opened is not None:
@@ -65,26 +65,26 @@ def fences(page):
         elif found := re.fullmatch(r"<!-- (file|terminal|not typed): (.+) -->", line):
             mark = {found[1]: found[2]}
         elif mark:
-            raise PageFails(f"line {number}: no fence behind the mark")
+            raise PageFails(f"line {number}: no fence after the mark")
     if opened is not None or mark:
-        raise PageFails("the last fence is not closed, or there is none behind the last mark")
+        raise PageFails("the last fence is not closed, or no fence follows the last mark")
 
 
 def send(bash, number):
-    """A signal to a bash and all that it runs."""
+    """Sends a signal to a bash and all its processes."""
     with contextlib.suppress(ProcessLookupError):
         os.killpg(bash.pid, number)
 
 
 class Terminal:
-    """A bash that takes what is typed, and all that it has shown."""
+    """A bash for typed commands, and all its output."""
 
     def __init__(self, name, directory, records, lax):
         self.name = name
         self._lax = lax
         self._directory = directory
         self._screen = records / f"{name}.screen"
-        self._ends = records / f"{name}.ends"  # a line for each thing typed that has ended
+        self._ends = records / f"{name}.ends"  # one line for each typed command that has ended
         self._screen.touch()
         self._seen = 0
         self._typed = 0
@@ -101,7 +101,7 @@ class Terminal:
         self._bash.stdin.flush()
 
     def is_idle(self):
-        """Whether all that was typed has ended, which it must do well."""
+        """Whether all typed commands have ended. A command that fails is an error."""
         if len(self._ends.read_text()) == self._typed:
             return True
         if self._bash.poll() is not None:
@@ -111,32 +111,32 @@ class Terminal:
     def shows(self, text):
         lines = ["(?:.*\n)*" if line == "...\n" else re.escape(line) for line in text.splitlines(True)]
         wanted = re.compile(("(?:.*\n)*" if self._lax else "") + "".join(lines))
-        deadline = time.monotonic() + PATIENCE
+        deadline = time.monotonic() + TIMEOUT
         while not wanted.fullmatch(self._new()):
             if time.monotonic() > deadline or self.is_idle() and not wanted.fullmatch(self._new()):
                 raise PageFails(f"{self.name} should show\n{text}and shows\n{self._new()}")
-            time.sleep(LOOK_AGAIN)
+            time.sleep(POLL_INTERVAL)
         self._seen += len(self._new())
 
     def shows_nothing_else(self):
         if self._lax:
             self._seen += len(self._new())
         elif self._new():
-            raise PageFails(f"{self.name} shows, and the page does not:\n{self._new()}")
+            raise PageFails(f"{self.name} shows what the page does not show:\n{self._new()}")
 
     def interrupt(self):
-        """Ctrl-C. What does not listen to it is killed, and said to have failed."""
+        """Presses Ctrl-C. A command that ignores it is killed and reported as a failure."""
         if self._bash is None:
             return
         bash, self._bash = self._bash, None
-        bash.stdin.close()  # a bash whose program listens to Ctrl-C by itself would read on
+        bash.stdin.close()  # if the program handles Ctrl-C itself, bash would continue to read
         try:
             send(bash, signal.SIGINT)
-            bash.wait(PATIENCE)
+            bash.wait(TIMEOUT)
         except subprocess.TimeoutExpired:
             raise PageFails(f"{self.name}: Ctrl-C does not end it") from None
         finally:
-            send(bash, signal.SIGKILL)  # and to what it may have left in the background
+            send(bash, signal.SIGKILL)  # also ends processes left in the background
 
     def _open(self):
         self._ends.write_text("")
@@ -146,12 +146,12 @@ class Terminal:
                                           stdout=screen, stderr=screen, start_new_session=True)
 
     def _new(self):
-        """What it has shown since it was looked at last."""
+        """The output since the last check."""
         return self._screen.read_text(errors="backslashreplace")[self._seen:]
 
 
 class Reader:
-    """Who goes through the page, fence by fence."""
+    """Follows the page, fence by fence."""
 
     def __init__(self, directory, records, lax):
         self._directory = directory
@@ -187,14 +187,14 @@ class Reader:
                 each.callback(terminal.interrupt)
 
     def _type(self, fence):
-        self._before = self._terminal(fence.terminal or WORKPLACE)
+        self._before = self._terminal(fence.terminal or DEFAULT_TERMINAL)
         self._before.type(fence.text)
         if fence.terminal is None:
-            deadline = time.monotonic() + PATIENCE
+            deadline = time.monotonic() + TIMEOUT
             while not self._before.is_idle():
                 if time.monotonic() > deadline:
-                    raise PageFails(f"it does not end: {fence.text}")
-                time.sleep(LOOK_AGAIN)
+                    raise PageFails(f"the commands do not end: {fence.text}")
+                time.sleep(POLL_INTERVAL)
 
     def _terminal(self, name):
         if name not in self._terminals:
@@ -204,7 +204,7 @@ class Reader:
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n", 1)[0])
-    parser.add_argument("--lax", action="store_true", help="in this folder, and terminals may show more than the pages do")
+    parser.add_argument("--lax", action="store_true", help="run in the current folder, and allow output that the pages do not show")
     parser.add_argument("pages", nargs="+", type=pathlib.Path, metavar="PAGE")
     options = parser.parse_args()
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
@@ -217,7 +217,7 @@ def main():
                     line = fence.line
                     reader.follow(fence)
                     followed += fence.not_typed is None
-                print(f"{page.name}: {followed} fences, as they stand")
+                print(f"{page.name}: {followed} fences are correct")
                 if not followed:
                     return 1
             reader.finish()

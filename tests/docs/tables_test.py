@@ -15,7 +15,7 @@ import sys
 
 ROOT = pathlib.Path(sys.argv[1])
 CATALOGUE = json.loads(subprocess.run([sys.argv[2]], check=True, stdout=subprocess.PIPE).stdout)
-# What a message of another function begins with: it is that one's oddity, and stands under its own label alone.
+# The reason in a message that has another function's label; the table lists a function only under its own label.
 FOREIGN = "can not allocate memory"
 
 
@@ -51,13 +51,13 @@ def labels_table():
 
 
 def results_table():
-    """What results mean, by kvoctl's commands; not those that mean the same everywhere, and no answers to questions."""
+    """The meanings of results by kvoctl's commands, without results that mean the same everywhere and without answers to queries."""
     everywhere = {1, -1, -2, -7}
     commands = {}
     for request in (r for r in CATALOGUE if r["kvoctl"]["words"]):
         shown = [exchange["result"] for exchange in request["exchanges"] if exchange["replies"] and
                  exchange["replies"][0] in request["shown"]]
-        # Only what replies come to: kvoctl refuses what the library would, and makes room for what comes.
+        # Only results of replies: kvoctl checks arguments itself, and its buffers are large enough.
         for code in {exchange["result"] for exchange in request["exchanges"] if exchange["usual"]}:
             if code <= 0 and code not in everywhere and code not in shown:
                 words = commands.setdefault((-code, request["meanings"][str(code)]), [])
@@ -84,7 +84,7 @@ TABLES = {"requests": requests_table, "labels": labels_table, "results": results
 
 
 def check_tables():
-    """The pages with their tables as the catalogue has them."""
+    """Compares or rewrites the tables of the pages."""
     found = set()
     for path in sorted((ROOT / "docs").glob("*.md")):
         page = path.read_text()
@@ -98,13 +98,13 @@ def check_tables():
             path.write_text(wanted)
             print(f"{path.relative_to(ROOT)} is written")
         elif wanted != page:
-            yield f"{path.relative_to(ROOT)}: a table is not as the catalogue has it; KVO_WRITE_TABLES=1 rewrites it"
+            yield f"{path.relative_to(ROOT)}: a table differs from the catalogue; KVO_WRITE_TABLES=1 rewrites it"
     for name in sorted(TABLES.keys() - found):
         yield f"no page has the table {name}"
 
 
 def check_protocol():
-    """Each command of the catalogue stands in the protocol, and each reply that is a fixed text."""
+    """The protocol has each command of the catalogue, and each reply that is a fixed text."""
     forms = {}
     for request in CATALOGUE:
         for form, replies, _ in request["wire"]:
@@ -117,22 +117,22 @@ def check_protocol():
                 yield f"the protocol has no row for {keyword}; .wire(...) in the catalogue describes it"
             for reply in fixed_replies(request):
                 if f"`{reply}`" not in forms.get(keyword, f"`{reply}`"):
-                    yield f"{keyword} may be answered \"{reply}\", and its row of the protocol does not say so"
+                    yield f"{keyword} may be answered \"{reply}\", but its row of the protocol does not show that"
 
 
 def fixed_replies(request):
-    """Replies that are a text without a value and mean something of their own; "failed" all requests know."""
+    """Replies without a value that have a meaning of their own; all requests know "failed"."""
     unknown = {(e["result"], *e["messages"]) for e in request["exchanges"] if e["name"].startswith("unknown")}
     for exchange in request["exchanges"]:
         if exchange["usual"] and len(exchange["replies"]) == 1 and not request["takes_any_reply"]:
             reply = exchange["replies"][0]
-            said = exchange["result"] >= 0 or exchange["messages"]
-            if said and re.fullmatch(r"[a-z_]+( [a-z]+)*", reply) and (exchange["result"], *exchange["messages"]) not in unknown:
+            has_effect = exchange["result"] >= 0 or exchange["messages"]
+            if has_effect and re.fullmatch(r"[a-z_]+( [a-z]+)*", reply) and (exchange["result"], *exchange["messages"]) not in unknown:
                 yield reply
 
 
 def check_functions():
-    """Each function of the library that a program asks something by is in the catalogue."""
+    """The catalogue has each function of the library that sends a request."""
     exported = re.findall(r"^ +(KVO_HWS_\w+);", (ROOT / "library/exports.map").read_text(), re.MULTILINE)
     for name in sorted(set(exported) - {request["function"] for request in CATALOGUE}):
         yield f"the catalogue has no {name}"

@@ -1,9 +1,9 @@
-# Installs the library and its tools into an empty prefix, and has a reader with that prefix follow the tutorial.
+# Installs the library and its tools into an empty prefix, and runs the commands of the tutorial with it.
 file(REMOVE_RECURSE ${WORK})
 set(prefix ${WORK}/prefix)
 execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD} --prefix ${prefix} OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
 
-# The reader's compiler: one that makes what this build makes, and passes over nothing.
+# The compiler for the tutorial: this build's compiler with its flags, and with warnings as errors.
 file(CONFIGURE OUTPUT ${WORK}/bin/cc CONTENT "#!/bin/sh\nexec ${COMPILER} ${FLAGS} -Wall -Wextra -Wpedantic -Werror \"$@\"\n")
 file(CHMOD ${WORK}/bin/cc PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
 

@@ -1,5 +1,5 @@
-# The listings of docs/programming.md against the programs in examples/: each listing stands behind a line that links its program,
-# and must be in it word for word.
+# Compares the listings of docs/programming.md with the programs in examples/: each listing follows a line with a link to its
+# program, and must be a literal part of it.
 file(READ ${ROOT}/docs/programming.md page)
 set(listings 0)
 while(page MATCHES "\\(\\.\\./examples/([a-z_]+\\.c(pp)?)\\)[^`]*```c(pp)?\n([^`]*)```(.*)")
@@ -9,7 +9,7 @@ while(page MATCHES "\\(\\.\\./examples/([a-z_]+\\.c(pp)?)\\)[^`]*```c(pp)?\n([^`
   file(READ ${ROOT}/examples/${program} source)
   string(FIND "${source}" "${listing}" at)
   if(at EQUAL -1)
-    message(FATAL_ERROR "docs/programming.md shows something else than examples/${program}:\n${listing}")
+    message(FATAL_ERROR "docs/programming.md differs from examples/${program}:\n${listing}")
   endif()
   math(EXPR listings "${listings} + 1")
 endwhile()

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Presses Tab in a shell, for each row of a table, and compares what the line has become. Run beside a service of the plant
-odd_names.toml, with the tools in PATH: completions_test.py SHELL DIRECTORY-OF-THE-INSTALLED-COMPLETIONS."""
+"""Presses Tab in a shell for each row of a table, and checks the completed line. Needs a running service with the plant
+odd_names.toml and the tools in PATH. Usage: completions_test.py SHELL DIRECTORY-OF-THE-INSTALLED-COMPLETIONS."""
 import os
 import pty
 import re
@@ -13,19 +13,19 @@ import tempfile
 import time
 from pathlib import Path
 
-PATIENCE = 10  # seconds
+TIMEOUT = 10  # seconds
 
-# What is typed, what the line is then, and shells for which that does not hold.
+# The typed text, the completed line, and the shells that skip this row.
 LINES = [
     ('kvoctl clie', 'kvoctl clients '),
     ('kvoctl panel sho', 'kvoctl panel show '),
     ('kvoctl usb lock g', 'kvoctl usb lock get '),
     ('kvoctl stations --ext', 'kvoctl stations --extended '),
     ('kvoctl stations --extended --js', 'kvoctl stations --extended --json '),
-    ('kvoctl stations --extended --prev', 'kvoctl stations --extended --prev'),  # these exclude one another
+    ('kvoctl stations --extended --prev', 'kvoctl stations --extended --prev'),  # these options exclude each other
     ('kvoctl --json panel sho', 'kvoctl --json panel show '),
     ('kvoctl metrics 10.0.0.5 rot', 'kvoctl metrics 10.0.0.5 rotation '),
-    ('kvoctl panel brightness-v2 10.0.0.5 1 8', 'kvoctl panel brightness-v2 10.0.0.5 1 8'),  # nothing is known
+    ('kvoctl panel brightness-v2 10.0.0.5 1 8', 'kvoctl panel brightness-v2 10.0.0.5 1 8'),  # no candidates for a number
     ('kvoctl agent run --answer-all not', 'kvoctl agent run --answer-all not-running '),
     ('kvoctl agent run --answer-all=not', 'kvoctl agent run --answer-all=not-running '),
     ('kvoctl agent run --answer set-d', 'kvoctl agent run --answer set-darken='),
@@ -52,12 +52,12 @@ LINES = [
     ('kvosim serve --plant=pla', 'kvosim serve --plant=plant.toml '),
     ('kvosim serve --plant ~/pla', 'kvosim serve --plant ~/plant.toml '),
     ('kvosim run --registry=reg', 'kvosim run --registry=registry/'),
-    ('kvoctl stations > pla', 'kvoctl stations > plant.toml '),  # the shell's own file
+    ('kvoctl stations > pla', 'kvoctl stations > plant.toml '),  # the shell's own file completion
     ('~/kvoctl clie', '~/kvoctl clients '),
-    ('~/nowhere/kvoctl clie', '~/nowhere/kvoctl clie'),  # nobody to ask, and not a word about it
+    ('~/nowhere/kvoctl clie', '~/nowhere/kvoctl clie'),  # no program to run, and no error message
     ('kvosim run --registry reg', 'kvosim run --registry registry/'),
     ('kvosim run -- panel-te', 'kvosim run -- panel-tests '),
-    ('kvosim run -- kvoctl clie', 'kvosim run -- kvoctl clients ', 'bash'),  # it needs the package bash-completion for that
+    ('kvosim run -- kvoctl clie', 'kvosim run -- kvoctl clients ', 'bash'),  # bash needs the package bash-completion for this
 ]
 
 SHOW = 'LINE IS <'
@@ -65,7 +65,7 @@ SHOW_LINE, CLEAR_LINE = '\x14', '\x15'  # Ctrl-T, Ctrl-U
 
 
 def start_of(shell, folder, home):
-    """The command that starts a shell in which Ctrl-T shows the line that stands at the prompt."""
+    """The command that starts a shell in which Ctrl-T prints the current command line."""
     if shell == 'bash':
         start = home / 'rc'
         start.write_text(f'''PS1='READY '; bind 'set bell-style none'; bind 'set enable-bracketed-paste off'
@@ -81,7 +81,7 @@ show() {{ print -r -- "{SHOW}$BUFFER>" }}; zle -N show; bindkey '^T' show
 
 
 class Terminal:
-    """An interactive shell on a terminal of its own."""
+    """An interactive shell on a pseudo terminal."""
 
     def __init__(self, command, folder):
         self.process, self.terminal = pty.fork()
@@ -92,7 +92,7 @@ class Terminal:
 
     def until(self, pattern):
         text = b''
-        end = time.monotonic() + PATIENCE
+        end = time.monotonic() + TIMEOUT
         while time.monotonic() < end:
             if select.select([self.terminal], [], [], end - time.monotonic())[0]:
                 text += os.read(self.terminal, 65536)
@@ -117,10 +117,10 @@ def completed_by_pressing_tab(terminal, typed):
 
 
 def completed_by_fish(folder, home, typed):
-    """What fish offers for the word that is begun, put in its place where it is the only candidate."""
+    """The candidates that fish offers for the last word."""
     source = ''.join(f'source {folder}/fish/vendor_completions.d/{program}.fish; ' for program in ('kvoctl', 'kvosim'))
     run = subprocess.run(['fish', '--no-config', '-c', source + 'complete -C "$argv[1]"', typed], cwd=home, stdout=subprocess.PIPE,
-                         stderr=subprocess.STDOUT, text=True, check=True, timeout=PATIENCE, env=os.environ | {'HOME': str(home), 'LC_ALL': 'C.UTF-8'})
+                         stderr=subprocess.STDOUT, text=True, check=True, timeout=TIMEOUT, env=os.environ | {'HOME': str(home), 'LC_ALL': 'C.UTF-8'})
     return sorted({line.split('\t')[0] for line in run.stdout.splitlines()})
 
 
@@ -152,7 +152,7 @@ def mistakes_of_fish(folder, home, rows):
         candidates = completed_by_fish(folder, home, typed)
         wanted = [] if typed == expected else [words_of(expected)[-1]]
         if candidates != wanted:
-            yield f'{typed!r} is offered {candidates} instead of {wanted}'
+            yield f'{typed!r} has the candidates {candidates} instead of {wanted}'
 
 
 def mistakes_at_prompt(shell, folder, home, rows):
@@ -161,7 +161,7 @@ def mistakes_at_prompt(shell, folder, home, rows):
     for typed, expected, *_ in rows:
         line = completed_by_pressing_tab(terminal, typed)
         if line != expected:
-            yield f'{typed!r} has become {line!r} instead of {expected!r}'
+            yield f'{typed!r} was completed to {line!r} instead of {expected!r}'
     terminal.close()
 
 

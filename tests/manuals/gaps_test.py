@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""A public name without a comment is refused, and named: function, variable, type, member, enumerator, macro. Run as
-gaps_test.py PROJECT FOLDER KVOCTL KVOSIM."""
+"""The build of the manuals reports and refuses each public name without a comment: function, variable, type, member, enumerator,
+macro. Usage: gaps_test.py PROJECT FOLDER KVOCTL KVOSIM."""
 import re
 import shutil
 import subprocess
@@ -24,7 +24,7 @@ NAMES = ['undocumentedFunction', 'undocumentedVariable', 'UndocumentedType', 'UN
 
 
 def build(project, folder, *tools):
-    """What is complained about when these stand in a header; the build has to fail."""
+    """Builds the manuals with the undocumented names in a header, which must fail. Returns the error output."""
     shutil.rmtree(folder, ignore_errors=True)
     headers = folder / 'include/kvo_hws'
     shutil.copytree(project / 'include/kvo_hws', headers)
@@ -40,8 +40,8 @@ def build(project, folder, *tools):
 def main(project, folder, kvoctl, kvosim):
     complaints = build(Path(project), Path(folder), '--kvoctl', kvoctl, '--kvosim', kvosim)
     for name in NAMES:
-        assert re.search(rf'{name}\b.* is not documented', complaints), f'{name} is not named in:\n{complaints}'
-    print(f'{len(NAMES)} names without a comment, all of them refused')
+        assert re.search(rf'{name}\b.* is not documented', complaints), f'{name} is not reported in:\n{complaints}'
+    print(f'{len(NAMES)} names without a comment, all refused')
 
 
 if __name__ == '__main__':

@@ -1,4 +1,4 @@
-# Installs the completions, and the manuals where they are built, and looks whether everything is where programs look for it.
+# Installs the completions, and the manuals if they are built, and checks that the files are where programs look for them.
 file(REMOVE_RECURSE ${PREFIX})
 
 function(install component)

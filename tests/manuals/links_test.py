@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Every link of the reference leads somewhere: to a page that is there, and to a place in it. Run as links_test.py FOLDER."""
+"""Every link of the reference leads to an existing page and to an existing anchor. Usage: links_test.py FOLDER."""
 import re
 import sys
 from html import unescape
@@ -8,21 +8,21 @@ from pathlib import Path
 from urllib.parse import unquote, urlsplit
 
 
-# Doxygen shows the members of nameless unions on these pages, but gives them no place of their own: links end at the page's head.
-WITH_NAMELESS_UNIONS = ('structUsbDeviceInfo.html', 'structUsbEventV2.html')
+# Doxygen shows the members of unnamed unions on these pages without anchors: links to them lead to the top of the page.
+WITH_UNNAMED_UNIONS = ('structUsbDeviceInfo.html', 'structUsbEventV2.html')
 
 
 class Page(HTMLParser):
-    """The links of a page, and the places that links can lead to."""
+    """The links of a page, and its anchors."""
 
     def __init__(self, text):
         super().__init__()
-        self.links, self.places = set(), set()
+        self.links, self.anchors = set(), set()
         self.feed(text)
 
     def handle_starttag(self, tag, attrs):
         attributes = dict(attrs)
-        self.places |= {attributes[name] for name in ('id', 'name') if attributes.get(name)}
+        self.anchors |= {attributes[name] for name in ('id', 'name') if attributes.get(name)}
         self.links |= {attributes[name] for name in ('href', 'src') if attributes.get(name)}
 
 
@@ -35,36 +35,36 @@ def broken(folder):
             if parts.scheme:
                 continue
             if not (folder / target).exists():
-                yield f'{name}: there is no {target}'
-            elif parts.fragment and target not in WITH_NAMELESS_UNIONS and unquote(parts.fragment) not in pages[target].places:
-                yield f'{name}: there is no {link}'
+                yield f'{name}: {target} does not exist'
+            elif parts.fragment and target not in WITH_UNNAMED_UNIONS and unquote(parts.fragment) not in pages[target].anchors:
+                yield f'{name}: {link} does not exist'
 
 
 def main(folder):
     folder = Path(folder)
     faults = sorted(broken(folder))
     assert not faults, '\n'.join(faults)
-    # Protocol pages, examples and the search are part of it.
+    # The reference contains the protocol pages, the examples and the search.
     for name in ('page_remote_protocol.html', 'page_plant_file.html', 'page_tutorial.html', 'page_troubleshooting.html', 'stations_8c-example.html', 'search/search.js'):
         assert (folder / name).exists(), f'{name} is missing'
-    # The search finds what is typed in the middle of a name: all of a kind lie in one index, and are compared anywhere.
+    # The search also finds text in the middle of a name: there is one index for each kind, and names are matched anywhere.
     search = folder / 'search'
     assert len(list(search.glob('all_*.js'))) == 1
     assert "'KVO_HWS_setBacklightBrightness'" in (search / 'functions_0.js').read_text()
     assert 'rowMatchName.indexOf(search)' in (search / 'search.js').read_text()
-    # A page is offered once, however many words of its title are indexed.
+    # The search offers a page only once, however many words of its title are indexed.
     for index in ('groups_0.js', 'pages_0.js'):
         offered = re.findall(r"'\.\./(\w+\.html)'", (search / index).read_text())
-        assert offered and len(offered) <= 1.1 * len(set(offered)), f'{index} offers the same place more than once'
-    # Names in the pages lead to their functions, and heads of pages to their places.
+        assert offered and len(offered) <= 1.1 * len(set(offered)), f'{index} offers the same page more than once'
+    # Function names in the pages are links, and headings have anchors.
     assert 'group__kvo__hws__stations.html#' in (folder / 'page_programming.html').read_text()
     assert 'page_remote_protocol.html#page_remote_protocol-commands-passed-to-the-host-program' in (folder / 'page_programming.html').read_text()
-    # Nothing of how the pages are written is shown as text.
+    # The pages show no markup as text.
     for page in folder.glob('page_*.html'):
         text = page.read_text()
-        assert not any(mark in text for mark in ('](', '&lt;!', '`<a')), f'{page.name} shows a link or a remark as it is written'
+        assert not any(mark in text for mark in ('](', '&lt;!', '`<a')), f'{page.name} shows the markup of a link or a comment'
     assert '](' not in (folder / 'index.html').read_text(), 'a link of the main page is shown as text'
-    # What stands in angle brackets is text, and protocol texts are whole.
+    # Text in angle brackets is shown, and protocol texts are complete.
     assert '"setKVOIndex="<index>" <station>"' in unescape((folder / 'group__kvo__hws__addresses.html').read_text())
     print(f'{len(list(folder.glob("*.html")))} pages, no broken link')
 

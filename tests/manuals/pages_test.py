@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""The manual pages are whole: mandoc finds no fault, each name of the library has its page, each command and key is there. Run as
-pages_test.py PROJECT FOLDER KVOCTL KVOSIM."""
+"""The manual pages are complete: mandoc reports nothing, each name of the library has a page, and each command and key is described.
+Usage: pages_test.py PROJECT FOLDER KVOCTL KVOSIM."""
 import json
 import re
 import subprocess
@@ -9,7 +9,7 @@ from pathlib import Path
 
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / 'docs/reference'))
-from headers import TOO_COMMON  # noqa: E402 (lies in a folder of its own)
+from headers import TOO_COMMON  # noqa: E402 (in another folder)
 
 
 def output_of(*command):
@@ -17,13 +17,13 @@ def output_of(*command):
 
 
 def shown(page):
-    """A page as its reader sees it, in one line."""
+    """The formatted page as one line."""
     text = output_of('mandoc', '-Tutf8', '-Owidth=900', page)
     return ' '.join(re.sub('.\b', '', text).split())
 
 
 def lint(pages):
-    """All that mandoc remarks on, style too; but it looks for the pages that ours name among those installed on this machine."""
+    """Fails for any message of mandoc, including style, except for references to pages that are not installed on this machine."""
     run = subprocess.run(['mandoc', '-Tlint', '-Wstyle', *pages], stdout=subprocess.PIPE, text=True, check=False)
     remarks = [line for line in run.stdout.splitlines() if 'referenced manual not found' not in line]
     assert not remarks, '\n'.join(remarks)
@@ -55,12 +55,12 @@ def check_library(project, folder):
                 if not page.read_text().startswith('.so')}
     for name in exported + inline:
         homes = [page.name for page, names in families.items() if name in names]
-        assert len(homes) == 1, f'{name} has its place in {homes or "no page"}'
+        assert len(homes) == 1, f'{name} is described in {homes or "no page"}'
         link = folder / f'{name}.3'
         if name in TOO_COMMON:
-            assert not link.exists(), f'{link} takes a name that is not ours alone'
+            assert not link.exists(), f'{link} has a name that other software uses too'
         else:
-            assert link.read_text() == f'.so man3/{homes[0]}\n', f'{link} leads elsewhere'
+            assert link.read_text() == f'.so man3/{homes[0]}\n', f'{link} leads to another page'
     page = shown(folder / 'kvo_hws_panel.3')
     assert 'setBacklightBrightnessV2=<level> <mode> <station>' in page and '-6 its backlight is not active' in page
     return len(exported + inline)

@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # Usage: tests/packages/clean_root.sh [FOLDER-OF-PACKAGES]
-# Installs the packages of build/packages on a bare Debian 12, uses them there as their owners would, removes them, and looks for
-# what they left. Needs root, and the mirror that this machine's apt uses; exits with 77 where it cannot run, and says why.
+# Installs the packages of build/packages on a bare Debian 12, uses them there, removes them, and checks that they leave nothing.
+# Needs root, and the mirror that this machine's apt uses. If it cannot run, it prints the reason and exits with status 77.
 
-# shellcheck disable=SC2016 # what stands in single quotes is read by the shell in there
+# shellcheck disable=SC2016 # text in single quotes is for the shell inside the root
 set -euo pipefail
 . "$(dirname "$0")/../../scripts/common.sh"
 help_if_asked "$@"
@@ -38,7 +38,7 @@ install() { # PACKAGE-OR-FILE...
         { tail -n 30 "$work/apt.log" >&2; fail "apt-get install $*"; }
 }
 
-debs() { # PACKAGE...: their files inside of the root
+debs() { # PACKAGE...: their files inside the root
     local name file
     for name in "$@"; do
         for file in "$packages/$name"_*.deb; do
@@ -47,12 +47,12 @@ debs() { # PACKAGE...: their files inside of the root
     done
 }
 
-expect() { # TEXT COMMAND...: the command runs there, and its output has the text
+expect() { # TEXT COMMAND...: runs the command inside the root; its output must contain the text
     local text=$1 output
     shift
     output=$(in_root "$@" 2>&1) || fail "$* ended with $?:
 $output"
-    grep -qF -- "$text" <<<"$output" || fail "$* did not tell \"$text\" but:
+    grep -qF -- "$text" <<<"$output" || fail "$* did not print \"$text\" but:
 $output"
 }
 
@@ -67,7 +67,7 @@ use_tools() {
 }
 
 use_python() {
-    # Before "~" or "+" stands the project's version.
+    # The part before "~" or "+" is the project's version.
     expect "version $(in_root dpkg-query -W -f '${Version}' python3-kvo-hws | sed 's/[~+].*//')." \
         python3 -c 'import kvo_hws; print(f"version {kvo_hws.__version__}.")'
     expect "the level is not one of 0 to 100" \
@@ -87,17 +87,17 @@ build_examples() {
         kvosim run --plant '$plant' -- /tmp/examples/example_stations_cpp'
 }
 
-# The links of the pages in Markdown lead to files that are there.
+# The links of the Markdown pages lead to existing files.
 follow_links() {
     in_root bash -euc 'cd /usr/share/doc/libkvo-hws-doc/docs
         links=0
         for page in *.md; do
             for link in $(grep -oE "\]\([^]):# ]+[)#]" "$page" | sed "s/^](//; s/.$//"); do
                 links=$((links + 1))
-                [ -e "$link" ] || { echo "$page: there is no $link"; exit 1; }
+                [ -e "$link" ] || { echo "$page: $link does not exist"; exit 1; }
             done
         done
-        [ "$links" -gt 30 ]' || fail "the pages lead nowhere"
+        [ "$links" -gt 30 ]' || fail "a page has a broken link"
 }
 
 read_manuals() {
@@ -116,14 +116,14 @@ read_manuals() {
 }
 
 check_unit() {
-    in_root systemd-analyze verify --man=no kvosim@root.service || fail "systemd does not like the unit"
+    in_root systemd-analyze verify --man=no kvosim@root.service || fail "systemd reports errors in the unit"
     in_root systemd-analyze security --offline=yes --threshold=40 kvosim@root.service >"$work/unit.log" 2>&1 ||
-        { tail -n 40 "$work/unit.log" >&2; fail "the unit may do more than it needs to"; }
-    # Its link in /etc is a trace too, where purging leaves it.
-    in_root systemctl enable kvosim@root.service 2>/dev/null || fail "the unit can not be enabled"
+        { tail -n 40 "$work/unit.log" >&2; fail "the unit has more rights than it needs"; }
+    # Enabling creates a link in /etc; purging must remove it too.
+    in_root systemctl enable kvosim@root.service 2>/dev/null || fail "the unit cannot be enabled"
 }
 
-# The libraries of a panel take the stand-ins' place, and give it back.
+# Replaces the stand-ins by a panel's libraries, and the other way round.
 replace_stand_ins() {
     in_root bash -euc 'cd /tmp && dpkg-deb -R /packages/libkvo-hws-platform_*.deb panel
         sed -i "s/^Package: .*/Package: panel-libraries/" panel/DEBIAN/control
@@ -133,22 +133,22 @@ replace_stand_ins() {
     expect "panel-libraries" bash -c 'dpkg -S /usr/lib/*/libdrak.so'
     in_root dpkg-query -W libkvo-hws0 kvo-hws-tools python3-kvo-hws >/dev/null || fail "the panel's libraries removed more than the stand-ins"
     ! in_root dpkg-query -W -f '${Status}\n' libkvo-hws-platform 2>/dev/null | grep -q 'ok installed' ||
-        fail "the stand-ins stayed beside the panel's libraries"
+        fail "the stand-ins stayed installed with the panel's libraries"
     expect "Milling centre 1" kvosim run --plant $plant -- kvoctl stations
-    # shellcheck disable=SC2046 # one package's file
+    # shellcheck disable=SC2046 # the file of one package
     install $(debs libkvo-hws-platform) panel-libraries-
     expect "libkvo-hws-platform" bash -c 'dpkg -S /usr/lib/*/libdrak.so'
     in_root dpkg --purge panel-libraries >/dev/null 2>&1
     rm "$root/packages/panel-libraries.deb"
 }
 
-# Names, kinds, rights, targets and contents; without what dpkg, apt, the loader, man and systemd keep for themselves.
+# Lists names, types, modes, link targets and contents, without the files that dpkg, apt, the loader, man and systemd maintain.
 list_files() {
-    local kept=(-path ./packages -o -path ./var/log -o -path ./var/cache -o -path ./var/lib/apt -o -path ./var/lib/dpkg
+    local excluded=(-path ./packages -o -path ./var/log -o -path ./var/cache -o -path ./var/lib/apt -o -path ./var/lib/dpkg
         -o -path ./etc/ld.so.cache -o -path ./run/systemd)
     (cd "$root" && {
-        find . -xdev '(' "${kept[@]}" ')' -prune -o -printf '%p %y %m %l\n'
-        find . -xdev '(' "${kept[@]}" ')' -prune -o -type f -print0 | xargs -0 sha256sum
+        find . -xdev '(' "${excluded[@]}" ')' -prune -o -printf '%p %y %m %l\n'
+        find . -xdev '(' "${excluded[@]}" ')' -prune -o -type f -print0 | xargs -0 sha256sum
         find ./var/lib -xdev -name '*kvo*'
     } | LC_ALL=C sort)
     in_root dpkg-query -W -f '${Package} ${Status}\n'
@@ -156,9 +156,9 @@ list_files() {
 
 make_root_with_packages
 step "a bare $suite: $(in_root dpkg-query -W | wc -l) packages"
-# shellcheck disable=SC2046 # one word a file
+# shellcheck disable=SC2046 # one word for each file
 install $(debs libkvo-hws0 libkvo-hws-platform kvo-hws-tools python3-kvo-hws)
-step "installed what runs programs, with its dependencies: $(in_root dpkg-query -W | wc -l) packages"
+step "installed the packages for running programs, with their dependencies: $(in_root dpkg-query -W | wc -l) packages"
 use_tools
 use_python
 step "used kvosim, kvoctl and the Python module"
@@ -166,8 +166,8 @@ step "used kvosim, kvoctl and the Python module"
 make_root_with_packages
 install g++ cmake make pkg-config man-db python3 systemd
 list_files >"$work/before"
-step "another bare $suite, with a compiler: $(wc -l <"$work/before") lines of list"
-# shellcheck disable=SC2046 # one word a file
+step "another bare $suite, with a compiler: $(wc -l <"$work/before") lines in the list of files"
+# shellcheck disable=SC2046 # one word for each file
 install $(debs libkvo-hws0 libkvo-hws-dev libkvo-hws-platform kvo-hws-tools libkvo-hws-doc python3-kvo-hws)
 step "installed all packages"
 use_tools
@@ -179,10 +179,10 @@ read_manuals
 follow_links
 step "read manual pages"
 check_unit
-step "had the unit checked"
+step "checked the unit"
 replace_stand_ins
-step "a panel's libraries took the stand-ins' place and gave it back"
+step "replaced the stand-ins by a panel's libraries and back"
 in_root apt-get purge -y -qq 'libkvo-hws*' kvo-hws-tools python3-kvo-hws >"$work/apt.log" 2>&1 || { cat "$work/apt.log"; fail "purge"; }
 list_files >"$work/after"
-diff -u "$work/before" "$work/after" || fail "the packages left traces"
-step "purged; no trace of them"
+diff -u "$work/before" "$work/after" || fail "the packages left files or changes"
+step "purged; nothing is left"

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""What "cmake --install" installs stands in the list of one package each; each package has its list; the symbols file has the
+"""Each file that "cmake --install" installs is in the list of exactly one package; each package has a list; the symbols file has the
 names of exports.map."""
 import argparse
 import fnmatch
@@ -20,7 +20,7 @@ def packages():
 
 
 def install_lists():
-    """(package, pattern of what is installed) of all packages; what is taken from the source tree is left out."""
+    """(package, pattern of installed files) of all packages, without files taken from the source tree."""
     for file in sorted(DEBIAN.glob('*.install')):
         for line in file.read_text().splitlines():
             pattern = line.split()[0]
@@ -29,7 +29,7 @@ def install_lists():
 
 
 def installed(options):
-    """The files as the packages' build installs them."""
+    """The files with the paths that the packages' build uses."""
     with tempfile.TemporaryDirectory() as prefix:
         subprocess.run([options.cmake, '--install', options.build, '--prefix', prefix], check=True, stdout=subprocess.DEVNULL)
         files = [str(path.relative_to(prefix)) for path in Path(prefix).rglob('*') if not path.is_dir()]
@@ -49,13 +49,13 @@ def list_faults(options):
     lists = list(install_lists())
     names = list(installed(options))
     for name in names:
-        takers = sorted({package for package, pattern in lists if in_list(name, pattern)})
-        if len(takers) != 1:
-            yield f'{name} is in {takers or "no package"}'
+        owners = sorted({package for package, pattern in lists if in_list(name, pattern)})
+        if len(owners) != 1:
+            yield f'{name} is in {owners or "no package"}'
     for package, pattern in lists:
         manuals = pattern.startswith(('usr/share/man', 'usr/share/doc'))  # not built in every build folder
         if not manuals and not pattern.startswith(OF_PYTHON) and not any(in_list(name, pattern) for name in names):
-            yield f'{package} wants {pattern}, which is not installed'
+            yield f'{package} lists {pattern}, which is not installed'
     print(f'{len(names)} installed files compared with {len(lists)} patterns')
 
 
@@ -67,16 +67,16 @@ def package_faults():
     for file in DEBIAN.glob('*.*'):
         owner = file.name.partition('.')[0]
         if owner not in named:
-            yield f'{file.name} belongs to no package of control'
+            yield f'{file.name} belongs to no package in control'
     for file in DEBIAN.glob('*.install'):
         for line in file.read_text().splitlines():
             source = line.split()[0]
             if not source.startswith('usr/') and not any(ROOT.glob(source)):
-                yield f'{file.name}: there is no {source}'
+                yield f'{file.name}: {source} does not exist'
 
 
 def write_symbols(exported):
-    """Adds what is exported with the version that will have it; what is listed keeps the version that first had it."""
+    """Adds new exported names with the next version; listed names keep the version that introduced them."""
     file = DEBIAN / 'libkvo-hws0.symbols'
     version = re.search(r'KVO_HWS_VERSION_STRING "(\S+)"', (ROOT / 'include/kvo_hws/version.h').read_text())[1]
     head = [line for line in file.read_text().splitlines() if not line.startswith(' ')]
@@ -91,9 +91,9 @@ def symbol_faults():
         write_symbols(exported)
     listed = set(re.findall(r'^ (\w+)@Base ', (DEBIAN / 'libkvo-hws0.symbols').read_text(), re.M))
     for name in sorted(exported - listed):
-        yield f'{name} is exported and not in libkvo-hws0.symbols'
+        yield f'{name} is exported but not in libkvo-hws0.symbols'
     for name in sorted(listed - exported):
-        yield f'{name} is in libkvo-hws0.symbols and not exported'
+        yield f'{name} is in libkvo-hws0.symbols but not exported'
 
 
 def main():
@@ -101,7 +101,7 @@ def main():
     parser.add_argument('--build', required=True)
     parser.add_argument('--cmake', required=True)
     parser.add_argument('--moved', nargs=2, action='append', default=[], metavar=('HERE', 'THERE'),
-                        help='a folder that the packages\' build has at another place')
+                        help='a folder that the packages\' build installs elsewhere')
     options = parser.parse_args()
     sys.exit('\n'.join([*package_faults(), *symbol_faults(), *list_faults(options)]) or 0)
 

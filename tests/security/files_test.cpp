@@ -1,4 +1,4 @@
-// The files that the library opens: which way, and what becomes of those that are links.
+// The files that the library opens: with which flags, and what happens with links.
 #include <kvo_hws/config.h>
 #include <kvo_hws/requests.h>
 #include <kvo_hws/runtime.h>
@@ -20,7 +20,7 @@
 
 namespace {
 
-/// A folder of the test's own, with the daemon's registry in it.
+/// A folder of this test with the daemon's registry.
 class Files : public testing::Test {
 protected:
     Files()
@@ -40,7 +40,7 @@ struct Opened {
     int flags;
 };
 
-/// All that the library opens while it is there.
+/// Records all files that the library opens.
 class Watching {
 public:
     [[nodiscard]] std::vector<Opened> opened() const
@@ -70,7 +70,7 @@ int32_t readCurrentList(KvoDescription &station)
     return KVO_HWS_getKVOCurrentListFromRegistry(&station, &count, 1);
 }
 
-TEST_F(Files, a_registry_list_is_read_and_no_more_also_where_it_is_a_link)
+TEST_F(Files, a_registry_list_is_only_read_even_through_a_link)
 {
     const auto elsewhere = folder_ / "elsewhere";
     std::ofstream(elsewhere) << "\"Lathe\" 10.0.0.5 1x2:3\n";
@@ -81,15 +81,15 @@ TEST_F(Files, a_registry_list_is_read_and_no_more_also_where_it_is_a_link)
     })});
     const Watching watching;
     KvoDescription station{};
-    EXPECT_EQ(readCurrentList(station), 1) << "the folder is the service's: its links are followed";
+    EXPECT_EQ(readCurrentList(station), 1) << "the folder belongs to the service, so links in it are followed";
     EXPECT_STREQ(station.name, "Lathe");
     ASSERT_EQ(watching.opened().size(), 1U);
     EXPECT_EQ(watching.opened()[0].flags & O_ACCMODE, O_RDONLY);
     EXPECT_EQ(watching.opened()[0].flags & (O_CREAT | O_TRUNC), 0);
-    EXPECT_NE(watching.opened()[0].flags & O_NONBLOCK, 0) << "a pipe in its place holds nobody up";
+    EXPECT_NE(watching.opened()[0].flags & O_NONBLOCK, 0) << "a pipe instead of the file does not block";
 }
 
-TEST_F(Files, a_registry_list_that_is_a_folder_or_a_device_is_a_failure_or_empty)
+TEST_F(Files, a_registry_list_that_is_a_folder_fails_and_a_device_is_empty)
 {
     const support::ScriptedService service({support::answersWith([this](const std::string &request) {
         return request.starts_with("getregistrypath") ? folder_.string() + "/" : request.starts_with("is") ? "yes" : "ok";
@@ -99,23 +99,23 @@ TEST_F(Files, a_registry_list_that_is_a_folder_or_a_device_is_a_failure_or_empty
     EXPECT_EQ(readCurrentList(station), -1);
     std::filesystem::remove(folder_ / "kvo_hws/currkvos.reg");
     std::filesystem::create_symlink("/dev/zero", folder_ / "kvo_hws/currkvos.reg");
-    EXPECT_EQ(readCurrentList(station), 1) << "it tells no size: nothing of it is read";
+    EXPECT_EQ(readCurrentList(station), 1) << "a device has no size, so nothing is read from it";
     EXPECT_STREQ(station.name, "");
 }
 
-TEST_F(Files, the_trace_file_is_the_only_one_that_is_written_and_is_never_cut)
+TEST_F(Files, only_the_trace_file_is_written_and_it_is_never_truncated)
 {
     const Watching watching;
-    traceIt("nobody has a folder /user here, as a rule");
+    traceIt("usually there is no folder /user here");
     ASSERT_EQ(watching.opened().size(), 1U);
     EXPECT_EQ(watching.opened()[0].path, "/user/traceIt.log");
     EXPECT_EQ(watching.opened()[0].flags & (O_ACCMODE | O_APPEND | O_CREAT | O_TRUNC | O_NOFOLLOW),
               O_WRONLY | O_APPEND | O_CREAT)
-        << "a link is followed: the folder is the panel's, and a panel may keep its traces elsewhere";
+        << "a link is followed: the folder belongs to the panel, which may keep its traces elsewhere";
 }
 
-/// The library asks the environment for nothing; the stand-in for the panel's library does, for the file's name.
-TEST_F(Files, no_variable_of_the_environment_changes_where_files_are)
+/// The library never reads the environment; the stand-in for the panel's library does, for the file's name.
+TEST_F(Files, no_environment_variable_changes_the_location_of_files)
 {
     for (const char *variable : {"HOME", "TMPDIR", "XDG_CONFIG_HOME", "LD_LIBRARY_PATH", "KVO_HWS_SOCKET"}) {
         setenv(variable, folder_.c_str(), 1);
@@ -126,7 +126,7 @@ TEST_F(Files, no_variable_of_the_environment_changes_where_files_are)
     for (const Opened &file : watching.opened()) {
         EXPECT_THAT(file.path, testing::Not(testing::HasSubstr(folder_.string())));
     }
-    EXPECT_EQ(KVO_HWS_isInitComplete(), -2) << "the socket's place is fixed";
+    EXPECT_EQ(KVO_HWS_isInitComplete(), -2) << "the socket's path is fixed";
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The folder of the sockets: the library makes one socket there, in the place of whatever has its path, and touches nothing else.
+// The folder of the sockets: the library creates one socket there, replacing a file at its path, and changes nothing else.
 #include <kvo_hws/agent.h>
 #include <kvo_hws/requests.h>
 #include <kvo_hws/runtime.h>
@@ -25,7 +25,7 @@ using support::kUsbSocket;
 const std::string kFolder = "/tmp/kvo_hws";
 const std::string kEventSocket = "/tmp/kvo_hws/event_sock";
 
-/// What a path itself is, a link not followed.
+/// The status of the path itself; a link is not followed.
 struct stat statusOf(const std::string &path)
 {
     struct stat status {};
@@ -65,7 +65,7 @@ protected:
         std::filesystem::remove_all(kUsbSocket);
     }
 
-    /// A client that comes is what it looks at its state for soonest.
+    /// A client makes the server check its state at once.
     static void stopServer()
     {
         support::setServerState(NOTIFY_STOP_REQUESTED);
@@ -81,7 +81,7 @@ protected:
     }
 };
 
-TEST_F(SocketFolder, a_link_in_the_usb_sockets_place_goes_and_its_target_stays)
+TEST_F(SocketFolder, a_link_at_the_path_of_the_usb_socket_is_removed_and_its_target_kept)
 {
     const std::string target = kFolder + "/precious";
     std::ofstream(target) << "precious";
@@ -95,7 +95,7 @@ TEST_F(SocketFolder, a_link_in_the_usb_sockets_place_goes_and_its_target_stays)
     std::filesystem::remove(target);
 }
 
-TEST_F(SocketFolder, a_link_to_nowhere_makes_nothing_there)
+TEST_F(SocketFolder, a_dangling_link_creates_nothing_at_its_target)
 {
     const std::string target = kFolder + "/nowhere";
     std::filesystem::create_symlink(target, kUsbSocket);
@@ -104,16 +104,16 @@ TEST_F(SocketFolder, a_link_to_nowhere_makes_nothing_there)
     EXPECT_FALSE(std::filesystem::exists(target));
 }
 
-TEST_F(SocketFolder, a_folder_in_the_usb_sockets_place_stays_as_it_is)
+TEST_F(SocketFolder, a_folder_at_the_path_of_the_usb_socket_is_not_changed)
 {
     std::filesystem::create_directory(kUsbSocket);
     std::ofstream(std::string(kUsbSocket) + "/kept") << "kept";
-    support::onOwnThread([] { return win_kvo_hws_usb_server(nullptr); });  // to its end, which is at once
+    support::onOwnThread([] { return win_kvo_hws_usb_server(nullptr); });  // until it ends, which is at once
     EXPECT_EQ(contentsOf(std::string(kUsbSocket) + "/kept"), "kept");
     EXPECT_NE(support::serverState(), static_cast<uint32_t>(NOTIFY_RUNNING));
 }
 
-TEST_F(SocketFolder, the_usb_sockets_rights_are_what_the_umask_leaves)
+TEST_F(SocketFolder, the_mode_of_the_usb_socket_depends_on_the_umask)
 {
     const mode_t before = umask(027);
     startServer();
@@ -124,7 +124,7 @@ TEST_F(SocketFolder, the_usb_sockets_rights_are_what_the_umask_leaves)
 int onCommand(void *, const char *) { return 1; }
 void onEvent(const char *, const char *) {}
 
-TEST_F(SocketFolder, nothing_but_the_usb_socket_is_made_and_the_folder_stays_as_it_is)
+TEST_F(SocketFolder, only_the_usb_socket_is_created_and_the_folder_is_not_changed)
 {
     const support::ScriptedService service({support::acceptsAll()});
     const support::ScriptedService events({support::staysSilent(std::chrono::milliseconds(100))}, kEventSocket.c_str());
@@ -138,7 +138,7 @@ TEST_F(SocketFolder, nothing_but_the_usb_socket_is_made_and_the_folder_stays_as_
     ASSERT_EQ(KVO_HWS_activateEmbKvoEvents(onEvent), 1);
     void *agent = nullptr;
     ASSERT_EQ(KVO_HWS_startupEmbHwsClient("focusKvoIp=10.0.0.5\nremoteKvoHwsIp=127.0.0.1\n", &agent, onCommand), 1);
-    EXPECT_EQ(entries(), expected) << "neither requests nor the agent nor the listener";
+    EXPECT_EQ(entries(), expected) << "requests, agent and listener create nothing";
 
     const support::EventRecorder recorder;
     ASSERT_EQ(support::onOwnThread([] { return KVO_HWS_activateUSBEventsV2(support::EventRecorder::newer); }), 1);
@@ -149,7 +149,7 @@ TEST_F(SocketFolder, nothing_but_the_usb_socket_is_made_and_the_folder_stays_as_
     EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(agent), 1);
     KVO_HWS_deactivateEmbKvoEvents();
     EXPECT_EQ(support::onOwnThread([] { return KVO_HWS_closeUSBEvents(); }), 1);
-    EXPECT_EQ(entries(), expected) << "the socket's file stays when the server has ended";
+    EXPECT_EQ(entries(), expected) << "the socket file is kept when the server has ended";
     const auto after = statusOf(kFolder);
     EXPECT_EQ(after.st_mode, before.st_mode);
     EXPECT_EQ(after.st_uid, before.st_uid);

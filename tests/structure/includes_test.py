@@ -21,7 +21,7 @@ def read_table(text):
             continue
         found = TABLE_LINE.match(line)
         if not found:
-            sys.exit(f'modules.txt: "{line}" is not "module: what it includes"')
+            sys.exit(f'modules.txt: "{line}" is not of the form "module: included modules"')
         table[found[1]] = set(found[2].split())
     return table
 
@@ -35,17 +35,17 @@ def module_of(path):
 
 
 def source_of(units, name):
-    """What a source and its header include, as a set that can be added to."""
+    """The modifiable set of files that a source and its header include."""
     return units.setdefault(name.rsplit(".", 1)[0], set())
 
 
 def check_units(units, complaints):
-    """No cycles inside a module either: a source and its header count as one."""
+    """Includes inside a module have no cycles; a source and its header count as one unit."""
     done = set()
 
     def visit(unit, path):
         if unit in path:
-            complaints.append("a cycle of includes: " + " -> ".join((*path[path.index(unit):], unit)))
+            complaints.append("includes form a cycle: " + " -> ".join((*path[path.index(unit):], unit)))
         elif unit not in done:
             for included in sorted(units.get(unit, set()) - {unit}):
                 visit(included, (*path, unit))
@@ -56,7 +56,7 @@ def check_units(units, complaints):
 
 
 def used_arrows(root, complaints):
-    """Each pair of modules of which the first includes the second, with one source that does."""
+    """Each pair of modules of which the first includes the second, with an example source."""
     used = {}
     units = {}
     for folder in (*LIBRARY, "tools"):
@@ -78,17 +78,17 @@ def used_arrows(root, complaints):
 
 
 def check_order(table, complaints):
-    """No cycles: what a module includes stands above it in the table."""
+    """The table has no cycles: a module includes only modules above it."""
     above = set()
     for module, includes in table.items():
         for included in sorted(includes - above):
-            what = "is not a module of the table" if included not in table else "stands below it: that would be a cycle"
+            what = "is not a module of the table" if included not in table else "is below it: that would allow a cycle"
             complaints.append(f"modules.txt: {module} includes {included}, which {what}")
         above.add(module)
 
 
 def drawn(readme, table):
-    """The arrows of the README's drawing, in which the names of a tool's modules lack the tool's."""
+    """The arrows of the README's drawing, in which names of modules omit the tool's name."""
     section = readme.split("\n## Architecture\n", 1)[-1].split("\n## ", 1)[0]
     arrows = {}
     group = None
@@ -119,8 +119,8 @@ def main():
     for module in sorted(table.keys() | picture.keys()):
         if picture.get(module) != table.get(module):
             shown = "does not show it" if module not in picture else "shows " + (" ".join(sorted(picture[module])) or "nothing")
-            listed = "not there" if module not in table else " ".join(sorted(table[module])) or "nothing"
-            complaints.append(f"README.md: the drawing {shown} for {module}; in modules.txt it is {listed}")
+            listed = "no such module" if module not in table else " ".join(sorted(table[module])) or "nothing"
+            complaints.append(f"README.md: the drawing {shown} for {module}; modules.txt has {listed}")
     print("\n".join(complaints) or f"{len(table)} modules, {len(used)} arrows")
     sys.exit(bool(complaints))
 

@@ -1,5 +1,5 @@
-"""CONTRIBUTING's list of the places in which a request stands, for the request that it names: at most ten, each of them has it, and
-no other source has it but what a command writes and what only uses it.
+"""Checks CONTRIBUTING's list of the files to change for a new request, with its example request: the list has at most ten files, each
+of them has the request, and no other file has it except generated files and files that only use it.
 
 usage: places_test.py ROOT
 """
@@ -9,24 +9,24 @@ from pathlib import Path
 
 MOST = 10
 EXAMPLE = "KVO_HWS_getDisableNumLock"
-# As it is spelt in C, on the wire, in Python, and on the command line; and what it shows there.
+# Its spellings in C, on the wire, in Python, on the command line and in output.
 SPELLINGS = re.compile(r"getDisableNumLock|get_disable_num_lock|disable_num_lock|disableNumLock|panel numlock|\"numlock\"|disable numlock|get disable NumLock")
-# scripts/rewrite.sh writes them.
+# Files that scripts/rewrite.sh generates.
 WRITTEN = ["library/abi/x86_64.abi", "packaging/debian/libkvo-hws0.symbols", "tests/library/log_texts/requests.golden",
            "docs/requests.md", "docs/command-protocol.md", "docs/troubleshooting.md"]
-# What uses it as an example, and would do as well with another request.
+# Files that use it only as an example.
 USES = {
     "CONTRIBUTING.md": "this list",
     "docs/plant-file.md": "the station's state",
-    "docs/programming.md": "a family of requests by one of them",
-    "examples/panel_settings.c": "the same as a program",
-    "fuzz/service.dict": "words that inputs are made of",
-    "python/tests/cases.py": "what the simulated station has",
-    "tests/soak/load_driver.cpp": "a short reply that is spoilt",
+    "docs/programming.md": "an example of a family of requests",
+    "examples/panel_settings.c": "the same example as a program",
+    "fuzz/service.dict": "words for the fuzzer's inputs",
+    "python/tests/cases.py": "the simulated station's state",
+    "tests/soak/load_driver.cpp": "a short reply that is corrupted",
     "tests/structure/places_test.py": "its spellings",
     "tests/tools/kvoctl/command_line/usage_test.cpp": "a subcommand's help",
-    "tests/tools/kvoctl/families/simulated_stations_test.cpp": "what the simulated station has",
-    "tests/tools/kvosim/commands/byte_order_test.cpp": "the two orders of an address",
+    "tests/tools/kvoctl/families/simulated_stations_test.cpp": "the simulated station's state",
+    "tests/tools/kvosim/commands/byte_order_test.cpp": "both byte orders of an address",
     "tests/tools/kvosim/commands/station_commands_test.cpp": "the station's state",
     "tests/tools/kvosim/commands/station_sequences_test.cpp": "the station's state",
     "tests/tools/kvosim/library_stations_test.cpp": "the station's state",
@@ -55,13 +55,13 @@ def main():
     root = Path(sys.argv[1]).resolve()
     listed, steps = places(root)
     having = [name for name, text in sources(root) if SPELLINGS.search(text)]
-    mistakes = [f"{name} is listed and does not have it" for name in listed if name not in having]
-    mistakes += [f"{name} has it and is not listed" for name in having
+    mistakes = [f"{name} is listed but does not have it" for name in listed if name not in having]
+    mistakes += [f"{name} has it but is not listed" for name in having
                  if name not in listed + WRITTEN and name not in USES]
-    mistakes += [f"{name} is exempt and does not have it" for name in USES if name not in having]
-    mistakes += [f"{name} is written by scripts/rewrite.sh and does not have it" for name in WRITTEN if name not in having]
+    mistakes += [f"{name} is exempt but does not have it" for name in USES if name not in having]
+    mistakes += [f"{name} is written by scripts/rewrite.sh but does not have it" for name in WRITTEN if name not in having]
     if steps != len(listed):
-        mistakes.append(f"{steps} steps name {len(listed)} files; each begins with one")
+        mistakes.append(f"{steps} steps name {len(listed)} files; each must begin with a file")
     if len(listed) > MOST:
         mistakes.append(f"{len(listed)} places are more than {MOST}")
     print("\n".join(mistakes) or f"{len(listed)} places of {EXAMPLE}, {len(WRITTEN)} written files")

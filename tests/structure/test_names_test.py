@@ -1,5 +1,5 @@
-"""The name of every GoogleTest case is a sentence in snake_case, closes_the_connection_after_a_timeout; a table of cases stands before
-the line that makes tests of it; a file of tests has 400 lines at most.
+"""Every GoogleTest case has a name in snake_case, such as closes_the_connection_after_a_timeout; a table of cases is defined before
+INSTANTIATE_TEST_SUITE_P; a test file has at most 400 lines.
 
 usage: test_names_test.py ROOT
 """
@@ -24,10 +24,10 @@ def main():
         text = source.read_text(encoding="utf-8")
         place = source.relative_to(root)
         if text.count("\n") > LONGEST_FILE:
-            complaints.append(f"{place} has more than {LONGEST_FILE} lines: split it by what it shows")
+            complaints.append(f"{place} has more than {LONGEST_FILE} lines: split it by topic")
         for found in INSTANTIATION.findall(text):
             if found.count("\n") >= LONGEST_INSTANTIATION:
-                complaints.append(f"{place}: a table of cases stands inside of {found.splitlines()[0]}")
+                complaints.append(f"{place}: a table of cases is defined inside {found.splitlines()[0]}")
         for suite, name in CASE.findall(text):
             count += 1
             if not SNAKE_CASE.fullmatch(name):

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""./demo.sh and ./test.sh in a small project with the same presets' names: progress, logs, what was skipped, and what a second
-run spares.
+"""./demo.sh and ./test.sh in a small project with presets of the same names: progress, logs, skipped tests, and what a second
+run does not repeat.
 
     building_test.py ROOT
 """
@@ -58,9 +58,9 @@ class Building(unittest.TestCase):
         (self.project / "scripts/setup.sh").write_text("#!/bin/sh\n")
         (self.project / "scripts/setup.sh").chmod(0o755)
         (self.project / "CMakePresets.json").write_text(PRESETS)
-        self.have()
+        self.write_project()
 
-    def have(self, *more):
+    def write_project(self, *more):
         (self.project / "CMakeLists.txt").write_text(PROJECT + "".join(more))
 
     def run_tests(self, *words, **options):
@@ -70,7 +70,7 @@ class Building(unittest.TestCase):
     def run_demo(self, *words):
         return subprocess.run([self.project / "demo.sh", *words], timeout=100, check=False, text=True, capture_output=True)
 
-    def test_the_demo_builds_what_is_installed_with_manuals_and_runs_a_command(self):
+    def test_the_demo_builds_with_manuals_and_runs_a_command(self):
         (self.project / "examples").mkdir()
         ended = self.run_demo("echo", "hello", "there")
         self.assertEqual((ended.returncode, ended.stdout), (0, "hello there\n"), ended.stderr)
@@ -80,13 +80,13 @@ class Building(unittest.TestCase):
         self.assertEqual((again.returncode, again.stdout, again.stderr), (0, "hello there\n", ""))
         self.assertEqual((self.project / "build/demo/configured").read_text(), "x")
 
-    def test_a_demo_that_cannot_be_built_runs_nothing(self):
-        self.have(BROKEN_BUILD)
+    def test_a_demo_that_fails_to_build_runs_nothing(self):
+        self.write_project(BROKEN_BUILD)
         ended = self.run_demo("echo", "hello")
         self.assertEqual((ended.returncode, ended.stdout), (1, ""))
         self.assertIn("demo.sh: not built; the whole log: build/demo/build.log", ended.stderr)
 
-    def test_progress_is_a_line_for_each_tenth_where_there_is_no_terminal(self):
+    def test_progress_is_one_line_for_each_tenth_without_a_terminal(self):
         ended = self.run_tests()
         self.assertEqual(ended.returncode, 0, ended.stderr)
         self.assertIn("the log: build/release/build.log", ended.stderr)
@@ -119,44 +119,44 @@ class Building(unittest.TestCase):
         self.assertEqual((self.project / "build/release/configured").read_text(), "xx")
 
     def test_a_failed_build_shows_the_end_of_its_log(self):
-        self.have(BROKEN_BUILD)
+        self.write_project(BROKEN_BUILD)
         ended = self.run_tests()
         self.assertEqual(ended.returncode, 1)
         self.assertIn("FAILED: CMakeFiles/broken", ended.stderr)
         self.assertIn("the whole log: build/release/build.log", ended.stderr)
 
     def test_a_failed_configuration_shows_the_end_of_its_log(self):
-        self.have("message(FATAL_ERROR no-such-compiler)\n")
+        self.write_project("message(FATAL_ERROR no-such-compiler)\n")
         ended = self.run_tests()
         self.assertEqual(ended.returncode, 1)
         self.assertIn("no-such-compiler", ended.stderr)
 
     def test_skipped_tests_are_counted_with_their_reasons(self):
-        self.have(MISSING_TOOL, OF_GOOGLETEST, OF_PYTEST)
+        self.write_project(MISSING_TOOL, OF_GOOGLETEST, OF_PYTEST)
         ended = self.run_tests()
         self.assertEqual(ended.returncode, 0, ended.stderr)
         self.assertIn("3 of 4 tests were skipped:\n", ended.stdout)
         for reason, test in {"missing tool: abidw": "needs_a_tool", "root can do it": "not_as_root", "only as root": "half"}.items():
             self.assertIn(f"  1  {reason}\n        release: {test}\n", ended.stdout)
 
-    def test_requiring_all_a_missing_tool_fails_the_run(self):
-        self.have(MISSING_TOOL)
+    def test_require_all_fails_for_a_missing_tool(self):
+        self.write_project(MISSING_TOOL)
         ended = self.run_tests("--require-all")
         self.assertEqual(ended.returncode, 1)
         self.assertIn("1 tests need something that is not installed here", ended.stderr)
 
-    def test_requiring_all_other_reasons_do_not_fail_the_run(self):
-        self.have(OF_GOOGLETEST, OF_PYTEST)
+    def test_require_all_accepts_other_reasons(self):
+        self.write_project(OF_GOOGLETEST, OF_PYTEST)
         self.assertEqual(self.run_tests("--require-all").returncode, 0)
 
-    def test_a_failed_test_fails_the_run_and_skipped_ones_are_still_listed(self):
-        self.have(FAILING_TEST, OF_GOOGLETEST)
+    def test_a_failed_test_fails_the_run_and_skipped_tests_are_still_listed(self):
+        self.write_project(FAILING_TEST, OF_GOOGLETEST)
         ended = self.run_tests()
         self.assertEqual(ended.returncode, 1)
         self.assertIn("1 of 3 tests were skipped", ended.stdout)
 
     def test_the_report_ends_with_the_failed_tests_and_their_output(self):
-        self.have(FAILING_TEST, OF_GOOGLETEST)
+        self.write_project(FAILING_TEST, OF_GOOGLETEST)
         report = self.run_tests().stdout.rpartition("tests were skipped")[2]
         self.assertRegex(report, r"\nfailed: release: (\w+)\n(    .*\n)+1 of 3 tests failed: release: \1\n$")
 

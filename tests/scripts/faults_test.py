@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""scripts/faults.sh: which faults it finds in sources, and in a small project with tests how it judges them.
+"""scripts/faults.sh: which faults it finds in sources, and how it judges them in a small project with tests.
 
     faults_test.py ROOT
 """
@@ -13,7 +13,7 @@ import tempfile
 import time
 import unittest
 
-sys.dont_write_bytecode = True  # the sources stay as they are
+sys.dont_write_bytecode = True  # do not write into the source tree
 
 ROOT = pathlib.Path(sys.argv.pop(1))
 sys.path.insert(0, str(ROOT / "scripts"))
@@ -21,7 +21,7 @@ sys.path.insert(0, str(ROOT / "scripts"))
 import fault_places
 import plant_faults
 
-FOUND = {  # a line, and what can become of it
+FOUND = {  # a line, and the faults that can be planted in it
     "if (a < b) {": ["relation: if (a <= b) {"],
     "while (a >= b && c != d) {": ["relation: while (a > b && c != d) {", "relation.2: while (a >= b && c == d) {"],
     "auto y = table[2] + 0x0Fu;": ["constant: auto y = table[3] + 0x0Fu;", "constant.2: auto y = table[2] + 0x10u;"],
@@ -39,7 +39,7 @@ FOUND = {  # a line, and what can become of it
     'auto *name = "wxyz";': ['text: auto *name = "wxzz";'],
     r'auto *form = "%08X\n a";': [r'text: auto *form = "%08X\n b";'],
 }
-# What counts neither as code nor as a difference.
+# Text that is not code, or where a fault would make no difference.
 NOT_FOUND = [
     "// if (a < b) { return 1; }",
     "/* a = 1; */",
@@ -74,16 +74,16 @@ class Places(unittest.TestCase):
                 self.assertEqual([str(place).split(" -> ")[1] for place in places], [each.split(": ", 1)[1] for each in expected])
                 self.assertEqual([place.name for place in places], ["a.cpp:3:" + each.split(": ")[0] for each in expected])
 
-    def test_what_is_no_code_stays(self):
+    def test_text_that_is_not_code_has_no_faults(self):
         for text in NOT_FOUND:
             with self.subTest(text=text):
                 self.assertEqual(self.found(f"{text}\n"), [])
 
-    def test_a_text_or_comment_over_several_lines_leaves_the_lines_after_it_in_place(self):
+    def test_a_text_or_comment_of_several_lines_does_not_shift_line_numbers(self):
         places = self.found('/* 1\n 2 */\nauto *a = R"(3\n4)";\n#define B \\\n    5\nint c = 6;\n')
         self.assertEqual([str(place) for place in places], ["a.cpp:7: constant: int c = 6; -> int c = 7;"])
 
-    def test_a_fault_changes_nothing_but_its_place(self):
+    def test_a_fault_changes_only_its_place(self):
         source = 'if (a < b && c < 1) { f("xy"); }  // 1 < 2'
         for place in self.found(source):
             with self.subTest(place=str(place)):
@@ -91,13 +91,13 @@ class Places(unittest.TestCase):
                 self.assertTrue(place.after.endswith("  // 1 < 2"))
                 self.assertLessEqual(sum(a != b for a, b in zip(place.after.replace("<=", "<"), source)), 1)
 
-    def test_no_statement_is_removed_that_declares_or_goes_on(self):
+    def test_declarations_and_parts_of_statements_are_not_removed(self):
         for text in ("int a = b;", "Request request(fd);", "const auto &a = b;", "return f(1);", "f(1); g(2);", "f([] {\na(); });",
                      "f(1,\n  a);", "a =\n    f(1);"):
             with self.subTest(text=text):
                 self.assertNotIn("statement", [place.kind for place in self.found(f"{{\n{text}\n}}\n")])
 
-    def test_a_seed_draws_the_same_faults_and_another_one_others(self):
+    def test_the_seed_determines_the_order_of_faults(self):
         source = "".join(f"int a{number} = {number} + (b{number} < 1);\nf{number}(a);\n" for number in range(40))
         drawn = [[place.name for place in fault_places.drawn(self.found(source), seed)] for seed in (1, 1, 2)]
         self.assertEqual(drawn[0], drawn[1])
@@ -115,7 +115,7 @@ def test_of(name, folder="", *, stems=(), seconds=1.0, cases=()):
 
 
 class Order(unittest.TestCase):
-    def test_the_nearest_tests_come_first_and_long_ones_early_among_the_others(self):
+    def test_the_nearest_tests_come_first_and_then_long_ones(self):
         tests = plant_faults.Tests(pathlib.Path("/nowhere"), 1)
         expected = [test_of("own", "service", stems=["readers"], seconds=9), test_of("quick", "service", seconds=1),
                     test_of("slow", "service", seconds=2), test_of("long", "agent", stems=["readers"], seconds=7),
@@ -125,7 +125,7 @@ class Order(unittest.TestCase):
         self.assertEqual([test.name for test in tests.nearest_first("service/readers.cpp")], [test.name for test in expected])
         self.assertEqual(tests.nearest_first("tools/kvosim/plant.cpp")[0].name, "of_a_tool")
 
-    def test_a_long_program_is_run_in_shares_that_hold_each_case_once(self):
+    def test_a_long_program_is_run_in_shares_with_each_case_once(self):
         taken = {f"Some.case_{number}": 400 * number for number in range(1, 11)}
         output = "".join(f"[ RUN      ] {name}\n[       OK ] {name} ({time} ms)\n" for name, time in taken.items())
         outcome = plant_faults.Outcome(test_of("some_test", cases=taken), True, sum(taken.values()) / 1000, output)
@@ -142,7 +142,7 @@ class Order(unittest.TestCase):
 
 
 class Scripted:
-    """Tests that fail as often as is said, and then pass."""
+    """Tests that fail a given number of times and then pass."""
 
     def __init__(self, *names, **failures):
         self.tests = [test_of(name) for name in names]
@@ -168,7 +168,7 @@ class Judging(unittest.TestCase):
         place = fault_places.Place("a.c", 1, "constant", 1, "1", "0")
         return plant_faults.Planting(None, tests)._test(place)
 
-    def test_a_test_that_fails_only_once_kills_nothing_and_the_next_ones_are_run(self):
+    def test_a_test_that_fails_only_once_kills_no_fault_and_the_next_tests_run(self):
         tests = Scripted("first", "unsteady", "last", unsteady=1)
         verdict = self.judged(tests)
         self.assertEqual(tests.ran, ["first", "unsteady", "unsteady", "last"])
@@ -188,7 +188,8 @@ enable_testing()
 add_test(NAME adds COMMAND part_test)
 add_test(NAME Part.steps COMMAND part_test --gtest_filter=Part.steps --gtest_also_run_disabled_tests)
 """
-# Seen by the tests: line 4. Not seen: 9. No difference: 14, and 16 not even without optimisation. For ever: 22, without its count.
+# The tests notice a fault in line 4 and miss one in line 9. A fault in line 14 makes no difference with optimization, one in line
+# 16 not even without. Without the count in line 22 the loop never ends.
 PART = """\
 int limit = 0;
 int add(int a, int b)
@@ -216,7 +217,7 @@ int steps(int a)
     return a;
 }
 """
-# As a program of GoogleTest is called, and by itself.
+# Handles calls as a GoogleTest program, and calls without arguments.
 TEST = """#include <stdio.h>
 #include <string.h>
 int add(int a, int b);
@@ -269,7 +270,7 @@ class Run(unittest.TestCase):
     def report(self):
         return (self.project / "build/faults/report.txt").read_text()
 
-    def test_faults_are_killed_survive_make_no_difference_or_hang(self):
+    def test_faults_are_killed_or_survive_or_are_equivalent_or_hang(self):
         ended = self.plant("--only=part/part.c:4:constant", "--only=part/part.c:9:constant", "--only=part/part.c:14",
                            "--only=part/part.c:16:relation", "--only=part/part.c:21:relation", "--only=part/part.c:22:statement")
         self.assertEqual(ended.returncode, 0, ended.stderr)
@@ -284,7 +285,7 @@ class Run(unittest.TestCase):
         self.assertIn("3 killed, 1 survived, 3 equivalent; 0 others did not compile\n", self.report())
         self.assertEqual(self.report().splitlines()[1:], ["part/part.c:9: constant: return a + 3; -> return a + 4;"])
 
-        # The survivor again, after a test for it was written; the sources stay as they are.
+        # Tests the survivor again after a test for it was written. The sources are unchanged.
         (self.project / "tests/part_test.c").write_text(TEST.replace("add(2, 3) == 5", "add(2, 3) == 5 && unseen(1) == 4")
                                                         .replace("int main", "int unseen(int a);\nint main", 1))
         ended = self.plant("--only=survivors")
@@ -307,7 +308,7 @@ class Run(unittest.TestCase):
         self.assertEqual(ended.returncode, 0, ended.stderr)
         self.assertIn("1 planted: 0 killed, 1 survived, 0 equivalent; 2 others did not compile\npart/odd.c:3: constant: ", self.report())
 
-    def test_tests_that_fail_without_a_fault_end_it(self):
+    def test_tests_that_fail_without_a_fault_end_the_run(self):
         self.assertIn("running 2 tests without a fault", self.plant("--only=part/part.c:4:constant").stdout)
         self.assertNotIn("running", self.plant("--only=part/part.c:4:constant").stdout)
         (self.project / "part/part.c").write_text(PART.replace("+ 0", "+ 1"))
@@ -315,7 +316,7 @@ class Run(unittest.TestCase):
         self.assertEqual((ended.returncode, ended.stdout.count("planted")), (1, 0))
         self.assertIn("without a fault these tests fail already: adds", ended.stderr)
 
-    def test_an_interrupted_run_reports_what_it_knows_and_leaves_no_fault_and_no_process(self):
+    def test_an_interrupted_run_reports_its_results_and_leaves_no_fault_and_no_process(self):
         words = [self.project / "scripts/faults.sh", "--only=part/part.c:4:constant", "--only=part/part.c:22:statement"]
         for ending in (signal.SIGTERM, signal.SIGINT):
             with self.subTest(ending=ending), subprocess.Popen(words, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
@@ -331,7 +332,7 @@ class Run(unittest.TestCase):
                 self.assertEqual((self.project / "build/faults/source/part/part.c").read_text(), PART)
                 self.assertEqual(list(running.iterdir()), [])
 
-    def test_what_cannot_be_planted_is_refused_by_its_name(self):
+    def test_an_unknown_place_is_refused_and_named(self):
         for word in ("part/part.c:3", "part/part.c:4:lock", "part/none.c:1"):
             with self.subTest(word=word):
                 ended = self.plant("--list", f"--only={word}")
@@ -343,7 +344,7 @@ class Run(unittest.TestCase):
         self.assertEqual((ended.returncode, ended.stdout), (1, ""))
         self.assertIn("no fault can be planted in CMakeLists.txt", ended.stderr)
 
-    def test_the_list_is_that_of_the_seed(self):
+    def test_the_seed_determines_the_list(self):
         lists = [self.plant("--list", "5", f"--seed={seed}", "part").stdout for seed in (1, 1, 2)]
         self.assertEqual(len(lists[0].splitlines()), 5)
         self.assertEqual(lists[0], lists[1])

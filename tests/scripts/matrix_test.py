@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""scripts/build_matrix.sh with compilers and a CMake that only record that they were called: what is built, out of which sources,
-and what is said of builds whose compilers are missing.
+"""scripts/build_matrix.sh with compilers and a CMake that only record their calls: what is built, from which sources, and what is
+reported about builds with missing compilers.
 
     matrix_test.py ROOT
 """
@@ -14,7 +14,7 @@ import sys
 import tempfile
 import unittest
 
-sys.dont_write_bytecode = True  # the sources stay as they are
+sys.dont_write_bytecode = True  # do not write into the source tree
 
 from stubs import Stubs
 
@@ -50,7 +50,7 @@ class Matrix(unittest.TestCase):
         folder = self.project / "build/matrix/source"
         return sorted(str(path.relative_to(folder)) for path in folder.rglob("*") if path.is_file())
 
-    def test_all_with_the_compilers_of_this_debian_says_what_is_left_out(self):
+    def test_all_with_the_compilers_of_this_debian_reports_what_is_left_out(self):
         ended = self.build("--all", compilers=(*DEFAULTS, "gcc-14", "g++-14", "clang-19", "clang++-19"))
         self.assertEqual(ended.returncode, 0, ended.stdout + ended.stderr)
         self.assertRegex(ended.stdout, "left out because their compilers belong to another Debian and are not installed: gcc-12:None .* clang-14:None ")
@@ -61,7 +61,7 @@ class Matrix(unittest.TestCase):
         self.assertEqual(ended.returncode, 1, ended.stdout)
         self.assertRegex(ended.stdout, "NOT BUILT because their compilers are not installed: clang-19:None ")
 
-    def test_all_has_the_compilers_of_a_debian_that_is_not_known_yet(self):
+    def test_all_uses_the_compilers_of_an_unknown_debian(self):
         ended = self.build("--all", gcc="15", clang="21")
         self.assertEqual(ended.returncode, 1, ended.stdout)
         self.assertRegex(ended.stdout, "NOT BUILT because their compilers are not installed: gcc-15:None .* clang-21:None ")
@@ -71,7 +71,7 @@ class Matrix(unittest.TestCase):
         self.assertEqual(ended.returncode, 1, ended.stdout)
         self.assertIn("NOT BUILT because their compilers are not installed: gcc-12:Release\n", ended.stdout)
 
-    def test_without_git_the_files_are_built_as_they_lie_here(self):
+    def test_without_git_the_present_files_are_built(self):
         (self.project / "new").touch()
         ended = self.build()
         self.assertEqual(ended.returncode, 0, ended.stdout + ended.stderr)

@@ -1,5 +1,5 @@
-# Configures the project as on a system without the tools that only tests use: their tests are there, each skipped with the reason
-# that it prints, and --require-all does not accept that.
+# Configures the project without the tools that only tests use. Their tests must exist, each skipped with a printed reason, and
+# --require-all must not accept that.
 file(REMOVE_RECURSE ${WORK})
 set(tests binary_interface completions_zsh completions_fish headers_clang installation_python
   library_file_names manuals_build manuals_pages python_mypy structure_includes structure_places structure_test_names)
@@ -14,7 +14,7 @@ execute_process(COMMAND ${ROOT}/scripts/test_report.py --require-all ${WORK}/tes
   OUTPUT_VARIABLE listed ERROR_VARIABLE refused RESULT_VARIABLE status)
 list(LENGTH tests count)
 if(NOT listed MATCHES "^${count} of ${count} tests were skipped" OR NOT status EQUAL 1)
-  message(FATAL_ERROR "not every one of ${names} is skipped for want of its tool:\n${output}${listed}${refused}")
+  message(FATAL_ERROR "not every one of ${names} is skipped because its tool is missing:\n${output}${listed}${refused}")
 endif()
 foreach(tool "abidw and abidiff" clang mypy doxygen mandoc fish zsh python3 ldconfig)
   if(NOT listed MATCHES "missing tool: [^\n]*${tool}")

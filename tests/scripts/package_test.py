@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""scripts/package.sh --check of a small project: what it has begun ends with it.
+"""scripts/package.sh --check with a small project: the processes that it starts end with it.
 
     package_test.py ROOT
 """
@@ -27,26 +27,26 @@ Description: small
 class Package(unittest.TestCase):
     def setUp(self):
         self.project = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
-        self.have("scripts/setup.sh", "#!/bin/sh\n")
+        self.write("scripts/setup.sh", "#!/bin/sh\n")
         for name in ("package.sh", "common.sh"):
             shutil.copy(ROOT / "scripts" / name, self.project / "scripts" / name)
-        self.have("packaging/changelog.py", '#!/bin/sh\nprintf "small (1) unstable; urgency=low\\n\\n  * All.\\n\\n'
+        self.write("packaging/changelog.py", '#!/bin/sh\nprintf "small (1) unstable; urgency=low\\n\\n  * All.\\n\\n'
                   ' -- a <a@b>  Thu, 01 Jan 1970 00:00:00 +0000\\n"\n')
-        self.have("packaging/debian/control", CONTROL)
-        self.have("packaging/debian/source/format", "3.0 (native)\n")
-        self.have("packaging/debian/rules", f'#!/bin/sh\necho $$ >"{self.project}/build/begun.$$"\nexec sleep 50\n')
+        self.write("packaging/debian/control", CONTROL)
+        self.write("packaging/debian/source/format", "3.0 (native)\n")
+        self.write("packaging/debian/rules", f'#!/bin/sh\necho $$ >"{self.project}/build/begun.$$"\nexec sleep 50\n')
         git = ["git", "-C", self.project, "-c", "user.name=a", "-c", "user.email=a@b"]
         for words in (["init", "-q"], ["add", "."], ["commit", "-q", "-m", "all"]):
             subprocess.run([*git, *words], check=True)
 
-    def have(self, name, text):
+    def write(self, name, text):
         path = self.project / name
         path.parent.mkdir(parents=True, exist_ok=True)
         path.write_text(text)
         path.chmod(0o755)
 
     def builds(self):
-        """The ids of the processes that build in the project's folder."""
+        """The ids of the build processes in the project's folder."""
         ids = []
         for process in pathlib.Path("/proc").glob("[0-9]*"):
             try:
@@ -62,7 +62,7 @@ class Package(unittest.TestCase):
             time.sleep(0.1)
         return true()
 
-    def test_neither_of_two_builds_outlives_the_script(self):
+    def test_no_build_outlives_the_script(self):
         with subprocess.Popen([self.project / "scripts/package.sh", "--check"], stdout=subprocess.DEVNULL,
                               stderr=subprocess.PIPE, text=True) as script:
             begun = self.wait_until(lambda: len(list((self.project / "build").glob("begun.*"))) == 2)

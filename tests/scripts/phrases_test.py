@@ -9,13 +9,13 @@ import sys
 import tempfile
 import unittest
 
-sys.dont_write_bytecode = True  # the sources stay as they are
+sys.dont_write_bytecode = True  # do not write into the source tree
 ROOT = pathlib.Path(sys.argv.pop(1))
 sys.path.insert(0, str(ROOT / "scripts"))
 
 import phrases
 
-# A phrase that no list has, so that this file is searched like any other.
+# A phrase that is not in the list, so this file passes the check itself.
 WORDS = "blue moon"
 
 # (what is shown, file name, text, line of the finding or None)

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""What scripts/setup.sh asks Debian for, on a system that records it instead of installing.
+"""Which packages scripts/setup.sh installs, on a simulated system that only records the calls.
 
     setup_test.py ROOT
 """
@@ -10,7 +10,7 @@ import sys
 import tempfile
 import unittest
 
-sys.dont_write_bytecode = True  # the sources stay as they are
+sys.dont_write_bytecode = True  # do not write into the source tree
 
 from stubs import Stubs
 
@@ -33,43 +33,43 @@ class Setup(unittest.TestCase):
             self.assertEqual((ended.returncode, ended.stdout), (0, ""), ended.stderr)
             calls = stubs.calls()
         self.reports = ended.stderr
-        self.asked = sum(call.startswith("dpkg-query") for call in calls)
+        self.queries = sum(call.startswith("dpkg-query") for call in calls)
         self.apt_get = [call for call in calls if call.startswith("apt-get")]
         self.sudo = [call for call in calls if call.startswith("sudo")]
         return " ".join(self.apt_get[1:]).split()
 
-    def test_what_is_missing_is_installed_and_the_reason_is_printed(self):
+    def test_missing_packages_are_installed_and_the_reason_is_printed(self):
         packages = self.set_up("lint")
         self.assertTrue({"g++", "clang", "clang-tidy"} <= set(packages))
         for reason in ("to build: cmake ", "for the tests: libgtest-dev ", "for lint: clang-tidy clang-format cppcheck"):
             self.assertIn(f"setup.sh: installing {reason}", self.reports)
 
-    def test_building_needs_nothing_for_tests(self):
+    def test_building_needs_no_packages_for_tests(self):
         self.assertNotIn("libgtest-dev", self.set_up("build"))
         self.assertNotIn("clang", self.set_up("manuals"))
 
-    def test_a_complete_system_is_asked_once_and_left_alone(self):
+    def test_a_complete_system_is_queried_once_and_not_changed(self):
         self.assertEqual(self.set_up("release", "fuzz", "manuals", installed=ALL_INSTALLED), [])
-        self.assertEqual((self.asked, self.apt_get, self.reports), (1, [], ""))
+        self.assertEqual((self.queries, self.apt_get, self.reports), (1, [], ""))
 
-    def test_names_follow_the_versions_of_the_system(self):
+    def test_package_names_depend_on_the_versions_of_the_system(self):
         self.assertIn("g++-14-multilib", self.set_up("m32"))
         self.assertIn("g++-12-multilib", self.set_up("m32", compiler="4:12.2.0-3"))
         self.assertFalse([package for package in self.set_up("release", "m32") if package.startswith("libclang-rt-1")])
 
-    def test_a_package_that_the_system_lacks_is_reported_and_left_out(self):
+    def test_an_unavailable_package_is_reported_and_left_out(self):
         packages = self.set_up("release", lacking="abigail-tools|fish")
         self.assertFalse({"abigail-tools", "fish"} & set(packages))
         self.assertIn("zsh", packages)
         self.assertIn("do not have abigail-tools (for the tests)", self.reports)
         self.assertIn("do not have fish (for release)", self.reports)
 
-    def test_where_only_what_the_system_lacks_is_missing_nothing_is_asked_of_root(self):
+    def test_with_only_unavailable_packages_missing_root_is_not_needed(self):
         self.assertEqual(self.set_up("release", installed=ALL_BUT_FISH, lacking="fish", user=1000), [])
         self.assertEqual((self.apt_get, self.sudo), ([], []))
         self.assertEqual(self.reports, "setup.sh: this system's package sources do not have fish (for release)\n")
 
-    def test_without_lists_of_packages_they_are_fetched_first(self):
+    def test_missing_package_lists_are_fetched_first(self):
         self.assertEqual(self.set_up("release", installed=ALL_BUT_FISH, lacking="fish", lists=False, user=1000), [])
         self.assertEqual(self.apt_get, ["apt-get update -qq"])
         self.assertEqual(self.sudo, ["sudo apt-get update -qq"])

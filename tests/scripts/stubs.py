@@ -1,4 +1,4 @@
-"""Programs that only record how they were called, in the place of those that install or build."""
+"""Replaces programs that install or build by stubs that only record their calls."""
 
 import os
 import pathlib
@@ -7,7 +7,7 @@ import stat
 
 class Stubs:
     def __init__(self, folder, **programs):
-        """programs: the name, with "_" for "-", and the shell commands that it carries out besides."""
+        """programs: the name, with "_" for "-", and shell commands that the stub also runs."""
         self._folder = pathlib.Path(folder)
         self._calls = self._folder / "calls"
         self._calls.touch()

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Every script explains itself and refuses words that it does not know, before it installs or builds anything.
+"""Every script prints its help and refuses unknown arguments before it installs or builds anything.
 
     words_test.py ROOT
 """
@@ -10,7 +10,7 @@ import sys
 import tempfile
 import unittest
 
-sys.dont_write_bytecode = True  # the sources stay as they are
+sys.dont_write_bytecode = True  # do not write into the source tree
 
 from stubs import Stubs
 
@@ -19,7 +19,7 @@ SCRIPTS = ["demo.sh", "test.sh", "tests/packages/clean_root.sh", ".ci/run"]
 SCRIPTS += sorted(f"scripts/{path.name}" for path in (ROOT / "scripts").glob("*.sh")
                   if path.name not in ("common.sh", "bare_root.sh"))
 
-# Words that are wrong only after others, by script; every script gets a wrong word alone as well.
+# Arguments that are wrong only after others, by script; every script is also tested with a single wrong argument.
 WRONG = {
     "demo.sh": [["no-such-word"], ["--no-such-word"]],
     "test.sh": [["release", "no-such-word"], ["--require-all", "no-such-word"], ["--require-al"]],
@@ -48,7 +48,7 @@ class Words(unittest.TestCase):
         self.assertEqual(self.stubs.calls(), [], f"{script} {words}")
         return ended
 
-    def test_help_names_the_script_and_its_use(self):
+    def test_help_shows_the_usage_of_the_script(self):
         for script in SCRIPTS:
             for word in ("-h", "--help"):
                 with self.subTest(script=script, word=word):
@@ -57,7 +57,7 @@ class Words(unittest.TestCase):
                     self.assertRegex(ended.stdout, rf"(?m)^Usage: (\./)?{script}\b")
                     self.assertGreater(len(ended.stdout.splitlines()), 1)
 
-    def test_an_unknown_word_is_refused_and_named(self):
+    def test_an_unknown_argument_is_refused_and_named(self):
         for script in SCRIPTS:
             for words in [["no-such-word"], *WRONG.get(script, [])]:
                 with self.subTest(script=script, words=words):
@@ -65,21 +65,21 @@ class Words(unittest.TestCase):
                     self.assertEqual((ended.returncode, ended.stdout), (2, ""), ended.stderr)
                     self.assertEqual(len(ended.stderr.splitlines()), 1, ended.stderr)
                     self.assertIn(f"{pathlib.Path(script).name}: ", ended.stderr)
-                    # Of an option with a bad value the option is named.
+                    # For an option with a bad value the message names the option.
                     self.assertTrue(any(word in ended.stderr for word in (words[-1], *words[-2:-1])), ended.stderr)
 
-    def test_an_empty_word_is_refused(self):
+    def test_an_empty_argument_is_refused(self):
         for script in SCRIPTS:
             with self.subTest(script=script):
                 ended = self.run_script(script, "")
                 self.assertEqual((ended.returncode, ended.stdout), (2, ""), ended.stderr)
                 self.assertIn('""', ended.stderr)
 
-    def test_a_refusal_names_a_command_for_help_that_can_be_typed(self):
+    def test_a_refusal_names_the_command_for_help(self):
         for script, command in {"test.sh": "./test.sh", "scripts/setup.sh": "scripts/setup.sh"}.items():
             self.assertIn(f'"{command} -h" explains', self.run_script(script, "no-such-word").stderr)
 
-    def test_a_relative_folder_of_packages_is_the_callers(self):
+    def test_a_folder_of_packages_is_relative_to_the_callers_folder(self):
         script = ROOT / "tests/packages/clean_root.sh"
         folder = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
         (folder / "found").mkdir()
@@ -90,14 +90,14 @@ class Words(unittest.TestCase):
             self.assertEqual(ended.returncode, status, ended.stderr)
             self.assertIn(text, ended.stdout + ended.stderr)
 
-    def test_a_refusal_tells_the_known_words(self):
+    def test_a_refusal_lists_the_known_arguments(self):
         for script, word in {"test.sh": "asan", "scripts/setup.sh": "manuals", "scripts/bench.sh": "lists",
                              "scripts/package.sh": "--check", "scripts/fuzz.sh": "minimise", "scripts/soak.sh": "prove"}.items():
             with self.subTest(script=script):
                 words = ["nonsense"]
                 self.assertIn(word, self.run_script(script, *words).stderr)
 
-    def test_the_subjects_and_options_are_those_of_the_programs(self):
+    def test_the_subjects_and_options_exist_in_the_programs(self):
         subjects = "exchange lists reading writing usb agent plant".split()
         for subject in subjects:
             self.assertIn(f'{{"{subject}", ', (ROOT / "bench/main.cpp").read_text())

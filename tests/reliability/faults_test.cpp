@@ -2,7 +2,7 @@
 // ever. What each fault comes to stands in docs/reliability.md; KVO_WRITE_TABLE=1 in the environment writes that page anew.
 #include "common/join.h"
 #include "reliability/faults.h"
-#include "reliability/journeys.h"
+#include "reliability/scenarios.h"
 #include "reliability/table.h"
 
 #include "support/eventually.h"

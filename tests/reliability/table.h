@@ -1,7 +1,7 @@
 // What faults come to, as tables of docs/reliability.md: a part for each journey, between two markers.
 #pragma once
 
-#include "reliability/journeys.h"
+#include "reliability/scenarios.h"
 
 #include <string>
 #include <vector>

@@ -1,9 +1,9 @@
 // USB events from their activation to their end.
-#include "reliability/journeys.h"
+#include "reliability/scenarios.h"
 
 #include "common/join.h"
-#include "reliability/surroundings.h"
-#include "reliability/well_service.h"
+#include "reliability/fixtures.h"
+#include "reliability/healthy_service.h"
 #include "support/eventually.h"
 #include "support/own_thread.h"
 #include "support/usb_events.h"

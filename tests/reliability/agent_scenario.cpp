@@ -1,8 +1,8 @@
 // The agent from its start to its clean-up.
-#include "reliability/journeys.h"
+#include "reliability/scenarios.h"
 
-#include "reliability/surroundings.h"
-#include "reliability/well_service.h"
+#include "reliability/fixtures.h"
+#include "reliability/healthy_service.h"
 #include "support/eventually.h"
 #include "support/remote_service.h"
 #include "support/scripted_service.h"

@@ -1,4 +1,4 @@
-#include "reliability/journeys.h"
+#include "reliability/scenarios.h"
 
 namespace reliability {
 

@@ -1,8 +1,8 @@
 // Events of embedded stations from their activation to their end.
-#include "reliability/journeys.h"
+#include "reliability/scenarios.h"
 
-#include "reliability/surroundings.h"
-#include "reliability/well_service.h"
+#include "reliability/fixtures.h"
+#include "reliability/healthy_service.h"
 #include "support/eventually.h"
 
 #include <kvo_hws/agent.h>

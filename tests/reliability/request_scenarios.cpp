@@ -1,8 +1,8 @@
 // Requests of the hardware service, and messages that need no answer.
-#include "reliability/journeys.h"
+#include "reliability/scenarios.h"
 
-#include "reliability/surroundings.h"
-#include "reliability/well_service.h"
+#include "reliability/fixtures.h"
+#include "reliability/healthy_service.h"
 #include "support/own_thread.h"
 #include "support/scripted_service.h"
 

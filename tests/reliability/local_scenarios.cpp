@@ -1,7 +1,7 @@
 // What needs no service: the configuration, notifications, the first line of a file, traces, and the console.
-#include "reliability/journeys.h"
+#include "reliability/scenarios.h"
 
-#include "reliability/surroundings.h"
+#include "reliability/fixtures.h"
 
 #include <kvo_hws/agent.h>
 #include <kvo_hws/config.h>

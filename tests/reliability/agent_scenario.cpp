@@ -1,4 +1,4 @@
-// The agent from its start to its clean-up.
+// The scenario of the agent, from its start to its cleanup.
 #include "reliability/scenarios.h"
 
 #include "reliability/fixtures.h"
@@ -25,7 +25,7 @@ bool agentRuns() { return std::atomic_ref(gEmbKvoInst->running).load() != 0; }
 
 int hostCallback(void *, const char *) { return 1; }
 
-class Agent : public Journey {
+class Agent : public Scenario {
 public:
     Agent()
     {
@@ -34,7 +34,7 @@ public:
         hws_keywords[0].defaultText = "lo";
     }
 
-    void travel(Run &run) override
+    void run(Run &run) override
     {
         void *instance = nullptr;
         const int started = run.step("start", {1, -1, -9}, [&] {
@@ -46,31 +46,31 @@ public:
             const bool connected = accept();
             run.note("connected", connected ? "yes" : "no");
             if (connected) {
-                talk(run, instance);
+                exchange(run, instance);
             }
         }
         run.step("clean-up", {1, -7}, [&] { return KVO_HWS_cleanupEmbHwsClient(gEmbKvoInst); });
-        forget();
+        reset();
     }
 
 private:
-    void talk(Run &run, void *instance)
+    void exchange(Run &run, void *instance)
     {
         for (const char *request : {"001:ping", "stop-viewer", "get-rv4mode"}) {
             run.note(request, ask(request));
         }
         support::eventually([] { return std::atomic_ref(protocolNegotiated).load() != 0; }, 200ms);
         run.step("push", {1, -1}, [&] { return KVO_HWS_sendEmbHwsEvent(instance, "event"); });
-        const std::string line = remote_.line(1s);  // a corked one leaves after 200 ms at the latest
+        const std::string line = remote_.line(1s);  // the kernel sends a corked line after 200 ms at the latest
         run.note("indication",
                  line.size() == 11 && line.starts_with("I") && line.ends_with(":event\r\n") ? "complete" : "none");
         if (!line.ends_with('\n') && accept()) {
-            ask("001:ping");  // so that the clean-up meets it serving
+            ask("001:ping");  // so the cleanup begins while the agent is serving
         }
         run.note("connections", std::to_string(connections_));
     }
 
-    /// Waits for the agent for as long as it runs.
+    /// Waits for a connection while the agent is running.
     bool accept()
     {
         bool accepted = false;
@@ -84,7 +84,7 @@ private:
         return accepted;
     }
 
-    /// The answer, asked for once more on each new connection.
+    /// Returns the reply. Repeats the request on each new connection.
     std::string ask(const char *request)
     {
         constexpr int kMost = 3;
@@ -98,8 +98,8 @@ private:
         return "none";
     }
 
-    /// What the next run must not meet.
-    void forget()
+    /// Closes connections and clears the configuration, so they do not affect the next run.
+    void reset()
     {
         while (remote_.accept(0ms)) {
         }
@@ -110,12 +110,12 @@ private:
     }
 
     int connections_ = 0;
-    WellService service_{support::kCommandSocket, answerTo};
+    HealthyService service_{support::kCommandSocket, answerTo};
     support::RemoteService remote_{3};
 };
 
 }  // namespace
 
-std::unique_ptr<Journey> makeAgent() { return std::make_unique<Agent>(); }
+std::unique_ptr<Scenario> makeAgent() { return std::make_unique<Agent>(); }
 
 }  // namespace reliability

@@ -1,4 +1,4 @@
-// Events of embedded stations from their activation to their end.
+// The scenario of embedded events, from their activation to their end.
 #include "reliability/scenarios.h"
 
 #include "reliability/fixtures.h"
@@ -20,18 +20,18 @@ namespace reliability {
 
 namespace {
 
-class EmbeddedEvents : public Journey {
+class EmbeddedEvents : public Scenario {
 public:
-    void travel(Run &run) override
+    void run(Run &run) override
     {
-        told_ = 0;
+        received_ = 0;
         const int activated = run.step("activate", {1, -1}, [] { return KVO_HWS_activateEmbKvoEvents(callback); });
         if (activated != 1) {
             return;
         }
         const int first = listener_.accept(2000);
-        const int second = first < 0 ? -1 : tell(first);
-        run.note("callback called", told_ == 0 ? "no" : "yes");
+        const int second = first < 0 ? -1 : publishUntilReceived(first);
+        run.note("callback called", received_ == 0 ? "no" : "yes");
         run.note("connections", first < 0 ? "0" : second < 0 ? "1" : "2");
         run.step("deactivate", {1, -1}, [] { return KVO_HWS_deactivateEmbKvoEvents(); });
         awaitEnd();
@@ -40,16 +40,16 @@ public:
                 close(connection);
             }
         }
-        for (int unheard = listener_.accept(0); unheard >= 0; unheard = listener_.accept(0)) {
-            close(unheard);
+        for (int unused = listener_.accept(0); unused >= 0; unused = listener_.accept(0)) {
+            close(unused);
         }
     }
 
 private:
-    static void callback(const char *, const char *) { told_ = 1; }
+    static void callback(const char *, const char *) { received_ = 1; }
 
-    /// Publishes an event until it is heard of: a connection that is lost takes it along. Returns a second connection.
-    int tell(int connection)
+    /// Publishes an event, again on a second connection if the first one is lost. Returns the second connection, or -1.
+    int publishUntilReceived(int connection)
     {
         const auto publish = [](int to) {
             constexpr std::string_view kEvent = "panel, 10.0.0.5 on\n";
@@ -59,31 +59,31 @@ private:
         int second = -1;
         support::eventually(
             [&] {
-                if (told_ == 0 && second < 0) {
+                if (received_ == 0 && second < 0) {
                     second = listener_.accept(0);
                     if (second >= 0) {
                         publish(second);
                     }
                 }
-                return told_ != 0;
+                return received_ != 0;
             },
             1s);
         return second;
     }
 
-    /// Until another listener could be activated.
+    /// Waits until another listener can be activated.
     void awaitEnd()
     {
         const auto isFree = [] { return KVO_HWS_activateEmbKvoEvents(nullptr) == KVO_HWS_NULL_POINTER; };
-        EXPECT_TRUE(support::eventually(isFree, 3s)) << "the listener goes on";
+        EXPECT_TRUE(support::eventually(isFree, 3s)) << "the listener does not end";
     }
 
-    static inline std::atomic<int> told_{0};
+    static inline std::atomic<int> received_{0};
     LocalListener listener_{"/tmp/kvo_hws/event_sock"};
 };
 
 }  // namespace
 
-std::unique_ptr<Journey> makeEmbeddedEvents() { return std::make_unique<EmbeddedEvents>(); }
+std::unique_ptr<Scenario> makeEmbeddedEvents() { return std::make_unique<EmbeddedEvents>(); }
 
 }  // namespace reliability

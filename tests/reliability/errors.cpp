@@ -1,4 +1,4 @@
-// The table of the calls that can fail, and of the ways in which each of them does.
+// The table of the calls that can fail, with the errors of each.
 #include "reliability/faults.h"
 
 #include <array>

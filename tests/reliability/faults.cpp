@@ -1,4 +1,4 @@
-// One call of the library that fails, in one way: what the stand-ins of the calls answer, and what they count.
+// The replacements of system calls: they count the calls of the library and make one of them fail.
 #include "reliability/faults.h"
 
 #include "support/failing_allocations.h"
@@ -30,54 +30,54 @@ constexpr std::size_t kThreads = 16;
 constexpr Error::Kind kNothing = Error::Kind::nothing;
 constexpr Error::Kind kOneByte = Error::Kind::oneByte;
 
-/// The journey under way. Changed between journeys alone, but for what is atomic.
-struct Journey {
+/// The state of the current scenario. Members that are not atomic change only between scenarios.
+struct Scenario {
     const Fault *fault = nullptr;
     std::array<std::array<std::atomic<int>, kCalls>, kThreads> calls{};
     std::atomic<std::size_t> threads{0};
-    std::atomic<bool> happened{false};
-    std::atomic<bool> bytewise{false};  ///< from its fault on a journey reads one byte at a time
+    std::atomic<bool> occurred{false};
+    std::atomic<bool> bytewise{false};  ///< after its fault, a scenario reads one byte at a time
 };
 
-Journey journey;
+Scenario scenario;
 thread_local std::size_t ownThread = 0;
 
-/// Counts a call of the library. Returns how it fails, null where it does not.
-const Error *take(Call call, bool byLibrary = support::calledByLibrary())
+/// Counts a call of the library. Returns its error, or null if it does not fail.
+const Error *countCall(Call call, bool byLibrary = support::calledByLibrary())
 {
     if (!byLibrary || ownThread >= kThreads) {
         return nullptr;
     }
-    const int number = ++journey.calls[ownThread][static_cast<std::size_t>(call)];
-    const Fault *const fault = journey.fault;
+    const int number = ++scenario.calls[ownThread][static_cast<std::size_t>(call)];
+    const Fault *const fault = scenario.fault;
     if (fault == nullptr || fault->site.call != call || fault->site.thread != ownThread || fault->site.number != number) {
         return nullptr;
     }
-    journey.happened = true;
+    scenario.occurred = true;
     return &fault->error;
 }
 
-/// The answer of a call whose errors are numbers alone.
+/// The result of a call that fails only with error numbers.
 int answerTo(Call call, bool byLibrary = support::calledByLibrary())
 {
-    const Error *const failure = take(call, byLibrary);
-    if (failure == nullptr) {
+    const Error *const error = countCall(call, byLibrary);
+    if (error == nullptr) {
         return support::kPassThrough;
     }
-    if (failure->kind == kNothing) {
+    if (error->kind == kNothing) {
         return 0;
     }
-    errno = failure->number;
+    errno = error->number;
     return -1;
 }
 
 bool failsWithNull(Call call)
 {
-    const Error *const failure = take(call);
-    if (failure != nullptr) {
-        errno = failure->number;
+    const Error *const error = countCall(call);
+    if (error != nullptr) {
+        errno = error->number;
     }
-    return failure != nullptr;
+    return error != nullptr;
 }
 
 int connectAnswer(int fd, const sockaddr *address, socklen_t length)
@@ -85,7 +85,7 @@ int connectAnswer(int fd, const sockaddr *address, socklen_t length)
     const bool remote = address->sa_family == AF_INET;
     const int answer = answerTo(remote ? Call::connectRemote : Call::connectLocal);
     if (answer == -1 && remote && errno == EINTR) {
-        // The system goes on with it all the same.
+        // The kernel continues to connect in this case.
         syscall(SYS_connect, fd, address, length);
         errno = EINTR;
     }
@@ -97,16 +97,16 @@ int closeAnswer(int fd)
     const int answer = answerTo(Call::close);
     if (answer == -1) {
         const int number = errno;
-        syscall(SYS_close, fd);  // the descriptor is gone whatever close() says
+        syscall(SYS_close, fd);  // close() releases the descriptor even if it fails
         errno = number;
     }
     return answer;
 }
 
-/// Whether the thread's last wait has found something that it has not looked at yet.
-thread_local bool wasFound = false;
+/// Whether the thread's last poll found data that it has not peeked at yet.
+thread_local bool pollFoundData = false;
 
-/// Only a wait that found something counts: how often one runs out depends on time alone.
+/// Counts only calls that find data: the number of timeouts depends on timing.
 int pollAnswer(pollfd *descriptors, nfds_t count, int milliseconds)
 {
     constexpr int kSecond = 1000;
@@ -121,8 +121,8 @@ int pollAnswer(pollfd *descriptors, nfds_t count, int milliseconds)
         return ready;
     }
     const int answer = answerTo(Call::poll);
-    wasFound = answer == support::kPassThrough;
-    return wasFound ? ready : answer;
+    pollFoundData = answer == support::kPassThrough;
+    return pollFoundData ? ready : answer;
 }
 
 ssize_t recvAnswer(int fd, void *bytes, std::size_t length, int flags)
@@ -130,61 +130,61 @@ ssize_t recvAnswer(int fd, void *bytes, std::size_t length, int flags)
     if (!support::calledByLibrary()) {
         return support::kPassThrough;
     }
-    const bool looksAhead = (flags & MSG_PEEK) != 0 && (flags & MSG_DONTWAIT) != 0;
-    if (looksAhead && !std::exchange(wasFound, false)) {
-        // Whether something is there before it is waited for depends on time alone: here nothing ever is.
+    const bool peeks = (flags & MSG_PEEK) != 0 && (flags & MSG_DONTWAIT) != 0;
+    if (peeks && !std::exchange(pollFoundData, false)) {
+        // Whether data is available before the poll depends on timing. Here, none ever is.
         errno = EAGAIN;
         return -1;
     }
-    const Error *const failure = take(Call::recv);
-    if (failure != nullptr && failure->kind != kOneByte) {
-        errno = failure->number;
-        return failure->kind == kNothing ? 0 : -1;
+    const Error *const error = countCall(Call::recv);
+    if (error != nullptr && error->kind != kOneByte) {
+        errno = error->number;
+        return error->kind == kNothing ? 0 : -1;
     }
-    if (failure != nullptr) {
-        journey.bytewise = true;
+    if (error != nullptr) {
+        scenario.bytewise = true;
     }
-    return journey.bytewise ? recvfrom(fd, bytes, std::min<std::size_t>(length, 1), flags, nullptr, nullptr)
-                            : ssize_t{support::kPassThrough};
+    return scenario.bytewise ? recvfrom(fd, bytes, std::min<std::size_t>(length, 1), flags, nullptr, nullptr)
+                             : ssize_t{support::kPassThrough};
 }
 
 ssize_t readAnswer(int fd, void *bytes, std::size_t length)
 {
-    const Error *const failure = take(Call::read);
-    if (failure != nullptr && failure->kind != kOneByte) {
-        errno = failure->number;
-        return failure->kind == kNothing ? 0 : -1;
+    const Error *const error = countCall(Call::read);
+    if (error != nullptr && error->kind != kOneByte) {
+        errno = error->number;
+        return error->kind == kNothing ? 0 : -1;
     }
-    if (failure != nullptr) {
-        journey.bytewise = true;
+    if (error != nullptr) {
+        scenario.bytewise = true;
     }
-    return journey.bytewise && support::calledByLibrary() ? syscall(SYS_read, fd, bytes, std::min<std::size_t>(length, 1))
-                                                          : ssize_t{support::kPassThrough};
+    return scenario.bytewise && support::calledByLibrary() ? syscall(SYS_read, fd, bytes, std::min<std::size_t>(length, 1))
+                                                           : ssize_t{support::kPassThrough};
 }
 
 ssize_t sendAnswer(int fd, const void *bytes, std::size_t /*length*/, int flags)
 {
-    const Error *const failure = take(Call::send);
-    if (failure == nullptr) {
+    const Error *const error = countCall(Call::send);
+    if (error == nullptr) {
         return support::kPassThrough;
     }
-    if (failure->kind == kOneByte) {
+    if (error->kind == kOneByte) {
         return syscall(SYS_sendto, fd, bytes, 1, flags, nullptr, 0);
     }
-    errno = failure->number;
+    errno = error->number;
     return -1;
 }
 
 ssize_t writeAnswer(int fd, const void *bytes, std::size_t /*length*/)
 {
-    const Error *const failure = take(Call::write);
-    if (failure == nullptr) {
+    const Error *const error = countCall(Call::write);
+    if (error == nullptr) {
         return support::kPassThrough;
     }
-    if (failure->kind == kOneByte) {
+    if (error->kind == kOneByte) {
         return syscall(SYS_write, fd, bytes, 1);
     }
-    errno = failure->number;
+    errno = error->number;
     return -1;
 }
 
@@ -203,74 +203,74 @@ int ioctlAnswer()
     return answer == support::kPassThrough && support::calledByLibrary() ? 0 : answer;
 }
 
-/// Every pause is shorter by this, so that hundreds of journeys fit into a minute.
-constexpr int kHaste = 250;
+/// Divides every pause, so hundreds of scenarios run in a minute.
+constexpr int kSpeedup = 250;
 
 int sleepAnswer(const timespec *time)
 {
     if (!support::calledByLibrary()) {
         return support::kPassThrough;
     }
-    if (const Error *const failure = take(Call::clockNanosleep)) {
-        return failure->number;  // the one of these calls that returns it
+    if (const Error *const error = countCall(Call::clockNanosleep)) {
+        return error->number;  // unlike the other calls, this one returns the error number
     }
-    constexpr std::chrono::nanoseconds kShortest = 1ms;  // waits that count such pauses last as long as ever
+    constexpr std::chrono::nanoseconds kShortest = 1ms;  // loops that count such pauses take their normal time
     const std::chrono::nanoseconds whole = std::chrono::seconds(time->tv_sec) + std::chrono::nanoseconds(time->tv_nsec);
-    std::this_thread::sleep_for(std::max(kShortest, whole / kHaste));
+    std::this_thread::sleep_for(std::max(kShortest, whole / kSpeedup));
     return 0;
 }
 
-/// The pause of a second is a wait that a stop ends, and has as little to do with faults as the other pauses.
+/// Shortens a timeout of one second like the other pauses. It is a wait that a stop request ends.
 int selectAnswer(timeval *time)
 {
     const int answer = answerTo(Call::select);
     if (answer == support::kPassThrough && time->tv_sec == 1) {
-        *time = {.tv_sec = 0, .tv_usec = 1'000'000 / kHaste};
+        *time = {.tv_sec = 0, .tv_usec = 1'000'000 / kSpeedup};
     }
     return answer;
 }
 
 int threadAnswer()
 {
-    const Error *const failure = take(Call::pthreadCreate);
-    return failure == nullptr ? support::kPassThrough : failure->number;
+    const Error *const error = countCall(Call::pthreadCreate);
+    return error == nullptr ? support::kPassThrough : error->number;
 }
 
-/// Notes whether the calling thread has used up what it was granted.
-void noteMemory()
+/// Records whether the calling thread has used up its permitted allocations.
+void recordExhaustion()
 {
     void *volatile block = std::malloc(1);
     if (block == nullptr) {
-        journey.happened = true;
+        scenario.occurred = true;
     }
     std::free(block);
 }
 
 bool lacksMemory(std::size_t thread, const std::string &step)
 {
-    const Fault *const fault = journey.fault;
+    const Fault *const fault = scenario.fault;
     return fault != nullptr && fault->site.call == Call::memory && fault->site.thread == thread &&
            (thread != 0 || fault->site.step == step);
 }
 
 std::function<void *()> threadOf(std::function<void *()> work)
 {
-    const std::size_t number = ++journey.threads;
+    const std::size_t number = ++scenario.threads;
     return [number, work = std::move(work)] {
         ownThread = number;
         if (!lacksMemory(number, {})) {
             return work();
         }
-        const support::FailingAllocations failing(journey.fault->site.number - 1);
+        const support::FailingAllocations failing(scenario.fault->site.number - 1);
         void *const result = work();
-        noteMemory();
+        recordExhaustion();
         return result;
     };
 }
 
 }  // namespace
 
-support::SystemCalls faults::standIns()
+support::SystemCalls faults::replacements()
 {
     return {.socket = [](int) { return answerTo(Call::socket); },
             .bind = [](int, const sockaddr *, socklen_t) { return answerTo(Call::bind); },
@@ -294,7 +294,7 @@ support::SystemCalls faults::standIns()
             .ioctl = [](int, unsigned long, void *) { return ioctlAnswer(); },
             .sigaction = [](int) { return answerTo(Call::sigaction); },
             .clockNanosleep = sleepAnswer,
-            // The library's last step there, so that the call may return to the library's caller; nobody else makes it.
+            // Always counted as a call of the library, because it may be a tail call. Nothing else calls it.
             .semInit = [] { return answerTo(Call::semInit, true); },
             .semTimedwait = [] { return answerTo(Call::semTimedwait); },
             .gethostname = [] { return answerTo(Call::gethostname); },
@@ -307,25 +307,25 @@ support::SystemCalls faults::standIns()
 
 void faults::begin(const Fault *fault)
 {
-    journey.fault = fault;
-    for (auto &thread : journey.calls) {
+    scenario.fault = fault;
+    for (auto &thread : scenario.calls) {
         for (auto &calls : thread) {
             calls = 0;
         }
     }
-    journey.threads = 0;
-    journey.happened = false;
-    journey.bytewise = false;
+    scenario.threads = 0;
+    scenario.occurred = false;
+    scenario.bytewise = false;
 }
 
-bool faults::happened() { return journey.happened; }
+bool faults::occurred() { return scenario.occurred; }
 
 std::vector<Site> faults::sites()
 {
     std::vector<Site> sites;
     for (std::size_t thread = 0; thread < kThreads; ++thread) {
         for (std::size_t call = 0; call < kCalls; ++call) {
-            for (int number = 1; number <= journey.calls[thread][call]; ++number) {
+            for (int number = 1; number <= scenario.calls[thread][call]; ++number) {
                 sites.push_back({static_cast<Call>(call), thread, number});
             }
         }
@@ -333,16 +333,16 @@ std::vector<Site> faults::sites()
     return sites;
 }
 
-std::size_t faults::threads() { return journey.threads; }
+std::size_t faults::threads() { return scenario.threads; }
 
 int faults::withMemory(const std::string &step, const std::function<int()> &work)
 {
     if (!lacksMemory(0, step)) {
         return work();
     }
-    const support::FailingAllocations failing(journey.fault->site.number - 1);
+    const support::FailingAllocations failing(scenario.fault->site.number - 1);
     const int result = work();
-    noteMemory();
+    recordExhaustion();
     return result;
 }
 

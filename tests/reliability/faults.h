@@ -1,5 +1,5 @@
-// One call of the library that fails, in one way: the n-th call of a function on one of the threads of a journey. Calls of
-// tests and of other libraries neither count nor fail.
+// Makes one call of the library fail with one error: the n-th call of a function on one thread of a scenario. Calls of tests
+// and of other libraries are not counted and do not fail.
 #pragma once
 
 #include "support/system_calls.h"
@@ -43,7 +43,7 @@ enum class Call : std::size_t {
     clockNanosleep,
     close,
     pthreadCreate,
-    memory,  ///< every allocation of a thread from the n-th on
+    memory,  ///< every allocation of a thread, starting with the n-th
     count
 };
 inline constexpr auto kCalls = static_cast<std::size_t>(Call::count);
@@ -52,24 +52,24 @@ inline constexpr auto kCalls = static_cast<std::size_t>(Call::count);
 struct Error {
     enum class Kind {
         number,   ///< with an error number
-        nothing,  ///< with 0: a time-out, or an end
-        oneByte   ///< it goes well, but for one byte only
+        nothing,  ///< with 0: a timeout or the end of file
+        oneByte   ///< it succeeds, but only for one byte
     };
     int number = 0;
     Kind kind = Kind::number;
-    const char *name = nullptr;  ///< null: that of the error number
+    const char *name = nullptr;  ///< null: the name of the error number
 };
 
 const char *nameOf(Call call);
 const char *nameOf(const Error &error);
 std::span<const Error> errorsOf(Call call);
 
-/// A call of a journey.
+/// A call of a scenario.
 struct Site {
     Call call;
-    std::size_t thread;  ///< 0: whoever calls the library; 1 and up: the threads that it creates, in their order
+    std::size_t thread;  ///< 0: the caller of the library; 1 and up: the threads that it creates, in order
     int number;          ///< 1 and up
-    std::string step{};  ///< of the allocations of thread 0: the step of the journey that they belong to
+    std::string step{};  ///< for allocations of thread 0: the step of the scenario
 };
 
 struct Fault {
@@ -77,28 +77,28 @@ struct Fault {
     Error error;
 };
 
-/// Where the trace file of a journey is.
+/// The path of the trace file of a scenario.
 inline constexpr const char *kTraceFile = "/tmp/kvo_hws/traceIt.log";
 
 namespace faults {
 
-/// To be in place while journeys run; also shortens the library's pauses, leads its trace file elsewhere, and makes standard
-/// input a console.
-support::SystemCalls standIns();
+/// The replacements of system calls for scenarios. They also shorten the library's pauses, redirect its trace file, and make
+/// standard input a console.
+support::SystemCalls replacements();
 
-/// Begins a journey without a fault, or with one.
+/// Begins a scenario, with or without a fault.
 void begin(const Fault *fault = nullptr);
 
-/// Whether the fault has come about; for memory, whether all that was granted was used up.
-bool happened();
+/// Whether the fault has occurred; for memory, whether all permitted allocations were used up.
+bool occurred();
 
-/// The calls of the journey that has just ended, but for memory.
+/// The calls of the last scenario, without allocations.
 std::vector<Site> sites();
 
-/// How many threads the library has created in it.
+/// The number of threads that the library created in the last scenario.
 std::size_t threads();
 
-/// Runs @p work with the memory that the step is granted.
+/// Runs @p work with the number of allocations that the fault permits for the step.
 int withMemory(const std::string &step, const std::function<int()> &work);
 
 }  // namespace faults

@@ -1,5 +1,5 @@
-// Every journey with every fault: the result is a documented one, nothing is lost, nothing hangs, and the next journey goes as
-// ever. What each fault comes to stands in docs/reliability.md; KVO_WRITE_TABLE=1 in the environment writes that page anew.
+// Runs every scenario with every fault. Results must be documented, nothing is leaked, nothing hangs, and the next scenario
+// runs as usual. docs/reliability.md lists the effect of each fault; KVO_WRITE_TABLE=1 in the environment rewrites its tables.
 #include "common/join.h"
 #include "reliability/faults.h"
 #include "reliability/scenarios.h"
@@ -33,30 +33,30 @@ namespace {
 using reliability::Call;
 using reliability::Error;
 using reliability::Fault;
-using reliability::JourneyKind;
 using reliability::Outcome;
 using reliability::Record;
+using reliability::ScenarioKind;
 using reliability::Site;
 
 namespace faults = reliability::faults;
 
-/// What to say about a run that hangs, put together before it begins.
-std::array<char, 256> underWay{};
+/// The message for a run that hangs. It is formatted before the run, because a signal handler cannot do it.
+std::array<char, 256> hangMessage{};
 
-void tellWhatHangs(int /*signal*/)
+void abortHangingRun(int /*signal*/)
 {
-    static_cast<void>(write(STDERR_FILENO, underWay.data(), std::strlen(underWay.data())));
+    static_cast<void>(write(STDERR_FILENO, hangMessage.data(), std::strlen(hangMessage.data())));
     std::abort();
 }
 
-/// Ends the program where a run hangs.
+/// Aborts the program if a run hangs.
 class Watch {
 public:
     explicit Watch(const std::string &what)
     {
         constexpr unsigned kSeconds = 20;
-        std::snprintf(underWay.data(), underWay.size(), "hangs: %s\n", what.c_str());
-        std::signal(SIGALRM, tellWhatHangs);
+        std::snprintf(hangMessage.data(), hangMessage.size(), "hangs: %s\n", what.c_str());
+        std::signal(SIGALRM, abortHangingRun);
         alarm(kSeconds);
     }
     Watch(const Watch &) = delete;
@@ -64,22 +64,22 @@ public:
     ~Watch() { alarm(0); }
 };
 
-std::string describe(const JourneyKind &journey, const Fault &fault)
+std::string describe(const ScenarioKind &scenario, const Fault &fault)
 {
-    return std::string(journey.name) + ": " + reliability::nameOf(fault.site.call) + " number " +
+    return std::string(scenario.name) + ": " + reliability::nameOf(fault.site.call) + " number " +
            std::to_string(fault.site.number) + " of thread " + std::to_string(fault.site.thread) +
            (fault.site.step.empty() ? "" : ", " + fault.site.step) + " fails with " + reliability::nameOf(fault.error);
 }
 
-/// Those that come with time alone are no part of what a fault comes to.
-bool isIdle(const std::string &message)
+/// Messages that depend only on timing are not an effect of a fault.
+bool dependsOnTiming(const std::string &message)
 {
-    // Whether an agent that is cleaned up is serving or between two connections is time as well; it ends differently then.
+    // Also depends on timing: an agent ends differently if the cleanup finds it serving or between two connections.
     return message.ends_with("select with timeout") || message.ends_with("select returns 0==> timeout") ||
            message.find(" terminates with ") != std::string::npos;
 }
 
-/// What differs from run to run is written as what it is.
+/// Replaces values that differ between runs by placeholders.
 std::string withoutNumbers(std::string text, const Fault *fault)
 {
     static const std::vector<std::pair<std::regex, std::string>> kRules = {
@@ -88,13 +88,13 @@ std::string withoutNumbers(std::string text, const Fault *fault)
         {std::regex("(recv|select)\\(-?[0-9]+\\)"), "$1(<fd>)"},
         {std::regex("(socket|closesocket) -?[0-9]+"), "$1 <fd>"},
         {std::regex("(HWS connection to .*:[0-9]: ).*"), "$1<reason>"},
-        {std::regex("(thread - )(error|timeout)"), "$1error or timeout"},  // the listener may end in time or not
+        {std::regex("(thread - )(error|timeout)"), "$1error or timeout"},  // depends on whether the listener ends in time
         {std::regex("(terminated[0-9]) [0-9]+ .*"), "$1 <errno> <text>"}};
     for (const auto &[pattern, replacement] : kRules) {
         text = std::regex_replace(text, pattern, replacement);
     }
     if (fault != nullptr && fault->error.number != 0) {
-        // Errors that differ by nothing else belong into one row.
+        // Errors whose messages differ only in the number share one row.
         text = std::regex_replace(
             text, std::regex("(=|returns |errno:|error:|fails )" + std::to_string(fault->error.number) + "\\b"), "$1<errno>");
         const std::string words = std::string("(") + std::strerror(fault->error.number) + ")";
@@ -109,7 +109,7 @@ std::vector<std::string> messagesOf(const support::SyslogCapture &capture, const
 {
     std::vector<std::string> messages;
     for (const std::string &text : capture.texts()) {
-        if (!isIdle(text)) {
+        if (!dependsOnTiming(text)) {
             messages.push_back(withoutNumbers(text, fault));
         }
     }
@@ -118,7 +118,7 @@ std::vector<std::string> messagesOf(const support::SyslogCapture &capture, const
     return messages;
 }
 
-/// Steps that went otherwise than usual; those that were not come to, where there are none.
+/// The steps whose results differ from the usual ones. If there are none, the steps that are missing.
 std::string changedSteps(const Outcome &usual, const Outcome &outcome)
 {
     std::string text;
@@ -160,23 +160,23 @@ void compareWithPage(const std::string &name, const std::string &part)
 {
     const bool memory = support::FailingAllocations::unavailable() == nullptr;
     if (std::getenv("KVO_WRITE_TABLE") != nullptr) {
-        ASSERT_TRUE(memory) << "a page without the faults of memory would be half a page";
-        reliability::writePartOfPage(name, part);
+        ASSERT_TRUE(memory) << "cannot write the page: memory faults are not available in this build";
+        reliability::writeSection(name, part);
         GTEST_SKIP() << "wrote " << KVO_RELIABILITY_PAGE << " instead of comparing";
     }
-    const std::string page = reliability::partOfPage(name);
+    const std::string page = reliability::readSection(name);
     if (memory) {
-        EXPECT_EQ(part, page) << "KVO_WRITE_TABLE=1 writes the page anew";
+        EXPECT_EQ(part, page) << "KVO_WRITE_TABLE=1 rewrites the page";
     } else {
         EXPECT_EQ(reliability::withoutMemory(part), reliability::withoutMemory(page));
     }
 }
 
-class Journeys : public testing::TestWithParam<std::size_t> {
+class Scenarios : public testing::TestWithParam<std::size_t> {
 protected:
-    Journeys() : kind_(reliability::journeys()[GetParam()]), calls_(faults::standIns()), journey_(kind_.make()) {}
+    Scenarios() : kind_(reliability::scenarios()[GetParam()]), calls_(faults::replacements()), scenario_(kind_.make()) {}
 
-    Outcome travel(const Fault *fault)
+    Outcome run(const Fault *fault)
     {
         const Watch watch(fault == nullptr ? kind_.name : describe(kind_, *fault));
         reliability::Run run;
@@ -185,32 +185,32 @@ protected:
             const auto descriptors = support::descriptorsOpen();
             const auto threads = support::threadsRunning();
             faults::begin(fault);
-            journey_->travel(run);
+            scenario_->run(run);
             EXPECT_TRUE(settles(descriptors, threads))
                 << support::descriptorsOpen() << " descriptors, " << descriptors << " before; " << support::threadsRunning()
                 << " threads, " << threads << " before";
-            happened_ = faults::happened();
+            occurred_ = faults::occurred();
             run.outcome().messages = messagesOf(capture, fault);
         }
         const support::SyslogCapture forgets;
         return std::move(run.outcome());
     }
 
-    /// Waits for threads on their last steps.
+    /// Waits until ending threads have ended.
     static bool settles(std::size_t descriptors, std::size_t threads)
     {
         return support::eventually(
             [=] { return support::descriptorsOpen() <= descriptors && support::threadsRunning() <= threads; }, 3s);
     }
 
-    void checkHealth(const Outcome &usual)
+    void expectUsualRun(const Outcome &usual)
     {
-        const Outcome healthy = travel(nullptr);
-        EXPECT_EQ(changedSteps(usual, healthy) + newMessages(usual, healthy), "") << "after it";
+        const Outcome healthy = run(nullptr);
+        EXPECT_EQ(changedSteps(usual, healthy) + newMessages(usual, healthy), "") << "after the fault";
     }
 
-    /// The fault once more, and a journey without it behind, which must be as ever. What was allocated for the first time in a
-    /// fault's way stays; what is lost, is lost each time.
+    /// Repeats the fault, then runs the scenario without it, which must run as usual. Some memory is allocated only once,
+    /// during the first faults; a leak occurs each time.
     void checkAfter(const Fault &fault, const Outcome &usual)
     {
         constexpr int kMostAttempts = 4;
@@ -218,19 +218,19 @@ protected:
         std::size_t after = 1;
         for (int attempt = 0; attempt < kMostAttempts && after > before; ++attempt) {
             before = heapBytes();
-            travel(&fault);
-            checkHealth(usual);
+            run(&fault);
+            expectUsualRun(usual);
             after = support::FailingAllocations::unavailable() == nullptr ? heapBytes() : before;
         }
-        EXPECT_LE(after, before) << "bytes are lost each time";
+        EXPECT_LE(after, before) << "memory is leaked each time";
     }
 
-    /// Returns whether the fault came about.
-    bool endure(const Fault &fault, const Outcome &usual)
+    /// Returns whether the fault occurred.
+    bool testFault(const Fault &fault, const Outcome &usual)
     {
         SCOPED_TRACE(describe(kind_, fault));
-        const Outcome outcome = travel(&fault);
-        if (!happened_) {
+        const Outcome outcome = run(&fault);
+        if (!occurred_) {
             return false;
         }
         records_.push_back({fault, changedSteps(usual, outcome), newMessages(usual, outcome)});
@@ -238,31 +238,31 @@ protected:
         return true;
     }
 
-    void endureCalls(const Outcome &usual, const std::vector<Site> &sites)
+    void testCallFaults(const Outcome &usual, const std::vector<Site> &sites)
     {
         for (const Site &site : sites) {
-            // How often the library pauses depends on time: its first pause stands for the others, where there is one.
+            // The number of pauses depends on timing, so only the first one, if any, is tested.
             const bool isPause = site.call == Call::clockNanosleep || site.call == Call::select;
-            // Which entry of a folder is read first is up to the file system.
+            // The order of the entries of a folder depends on the file system.
             if ((isPause || site.call == Call::readdir) && site.number > 1) {
                 continue;
             }
             for (const Error &error : errorsOf(site.call)) {
                 const Fault fault{site, error};
-                EXPECT_TRUE(endure(fault, usual) || isPause) << describe(kind_, fault) << " does not come about";
+                EXPECT_TRUE(testFault(fault, usual) || isPause) << describe(kind_, fault) << " does not occur";
             }
         }
     }
 
-    /// Takes memory away earlier and earlier until the journey no longer needs what it is granted.
-    void endureMemory(const Outcome &usual, std::size_t threads)
+    /// Makes later and later allocations fail, until the scenario needs fewer allocations than permitted.
+    void testMemoryFaults(const Outcome &usual, std::size_t threads)
     {
         if (const char *const reason = support::FailingAllocations::unavailable()) {
-            std::printf("without faults of memory: %s\n", reason);
+            std::printf("no memory faults: %s\n", reason);
             return;
         }
         if (kind_.endsWithoutMemory) {
-            std::puts("without faults of memory: the process ends with them, as the header says");
+            std::puts("no memory faults: they end the process, as the header documents");
             return;
         }
         std::vector<Site> sites;
@@ -274,44 +274,44 @@ protected:
         }
         constexpr int kMost = 100;
         for (Site site : sites) {
-            while (endure({site, errorsOf(Call::memory).front()}, usual)) {
-                ASSERT_LT(++site.number, kMost) << "no end of allocations";
+            while (testFault({site, errorsOf(Call::memory).front()}, usual)) {
+                ASSERT_LT(++site.number, kMost) << "too many allocations";
             }
         }
     }
 
-    const JourneyKind &kind_;
+    const ScenarioKind &kind_;
     const support::MessagesOn messages_;
     const support::WithSystemCalls calls_;
-    std::unique_ptr<reliability::Journey> journey_;
-    bool happened_ = false;
+    std::unique_ptr<reliability::Scenario> scenario_;
+    bool occurred_ = false;
     std::vector<Record> records_;
 };
 
-TEST_P(Journeys, endure_every_fault)
+TEST_P(Scenarios, return_documented_results_after_every_fault)
 {
-    travel(nullptr);
-    const Outcome usual = travel(nullptr);
+    run(nullptr);
+    const Outcome usual = run(nullptr);
     const std::vector<Site> sites = faults::sites();
     const std::size_t threads = faults::threads();
     ASSERT_EQ(threads + 1, kind_.threads.size());
     ASSERT_FALSE(sites.empty());
-    endureCalls(usual, sites);
-    endureMemory(usual, threads);
+    testCallFaults(usual, sites);
+    testMemoryFaults(usual, threads);
     RecordProperty("faults", static_cast<int>(records_.size()));
     std::printf("%zu faults\n", records_.size());
 
     compareWithPage(kind_.name, tableOf(kind_, usual, records_));
 }
 
-TEST(Faults, are_those_of_the_page) { compareWithPage("errors", reliability::tableOfErrors()); }
+TEST(Faults, match_the_table_in_the_page) { compareWithPage("errors", reliability::tableOfErrors()); }
 
-INSTANTIATE_TEST_SUITE_P(All, Journeys, testing::Range(std::size_t{0}, reliability::journeys().size()),
-                         [](const auto &instance) { return std::string(reliability::journeys()[instance.param].name); });
+INSTANTIATE_TEST_SUITE_P(All, Scenarios, testing::Range(std::size_t{0}, reliability::scenarios().size()),
+                         [](const auto &instance) { return std::string(reliability::scenarios()[instance.param].name); });
 
 }  // namespace
 
-/// Bytes in use can be counted exactly only where the allocator keeps no caches of its own, which it reads when it starts.
+/// Disables the caches of the allocator, so bytes in use can be counted exactly. The allocator reads this setting at startup.
 int main(int argc, char **argv)
 {
     constexpr const char *kTunables = "GLIBC_TUNABLES";

@@ -1,4 +1,4 @@
-// What surrounds the journeys: a service's answers, and a folder.
+// The environment of the scenarios: the replies of a service, and a temporary folder.
 #pragma once
 
 #include <cstdint>
@@ -14,7 +14,7 @@ inline constexpr uint32_t kStation = 0x0500000A;
 inline const std::string kDescription = "0500000A 00000400 00000300 00000020 00000003 st1 00000000 00000000 00000001 00000002 "
                                         "00000003 00000004 89ABCDEF ";
 
-/// What the service that is well answers.
+/// The replies of a service without faults.
 inline std::string answerTo(const std::string &request)
 {
     static const std::pair<const char *, const char *> kAnswers[] = {
@@ -35,7 +35,7 @@ inline std::string answerTo(const std::string &request)
     return "ok";
 }
 
-/// A folder of the journey's own.
+/// A temporary folder of a scenario.
 class Folder {
 public:
     Folder()

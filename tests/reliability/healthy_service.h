@@ -1,5 +1,5 @@
-// A service that is well: it gives every request its answer and keeps nothing, so that what is held afterwards is the
-// library's.
+// A service without faults. It answers every request and releases everything, so all descriptors, threads and memory that
+// remain belong to the library.
 #pragma once
 
 #include <atomic>
@@ -17,7 +17,7 @@
 
 namespace reliability {
 
-/// A listening Unix socket whose file goes with it.
+/// A listening Unix socket. The destructor removes its file.
 class LocalListener {
 public:
     explicit LocalListener(const char *path) : path_(path), socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
@@ -28,7 +28,7 @@ public:
         address.sun_family = AF_UNIX;
         std::strcpy(address.sun_path, path);
         if (bind(socket_, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 || listen(socket_, 8) != 0) {
-            throw std::runtime_error(std::string("can not listen at ") + path + ": " + std::strerror(errno));
+            throw std::runtime_error(std::string("cannot listen at ") + path + ": " + std::strerror(errno));
         }
     }
     LocalListener(const LocalListener &) = delete;
@@ -39,7 +39,7 @@ public:
         unlink(path_);
     }
 
-    /// A connection, or -1 where none has come for so long.
+    /// Returns a connection, or -1 after a timeout.
     [[nodiscard]] int accept(int milliseconds) const
     {
         pollfd waiting{.fd = socket_, .events = POLLIN, .revents = 0};
@@ -51,17 +51,17 @@ private:
     int socket_;
 };
 
-class WellService {
+class HealthyService {
 public:
     using Answer = std::function<std::string(const std::string &request)>;
 
-    explicit WellService(const char *path, Answer answer)
+    explicit HealthyService(const char *path, Answer answer)
         : answer_(std::move(answer)), listener_(path), thread_([this] { serve(); })
     {
     }
-    WellService(const WellService &) = delete;
-    WellService &operator=(const WellService &) = delete;
-    ~WellService()
+    HealthyService(const HealthyService &) = delete;
+    HealthyService &operator=(const HealthyService &) = delete;
+    ~HealthyService()
     {
         ending_ = true;
         thread_.join();

@@ -1,4 +1,4 @@
-// What needs no service: the configuration, notifications, the first line of a file, traces, and the console.
+// Scenarios without a service: the configuration, notifications, the first line of a file, traces, and the console.
 #include "reliability/scenarios.h"
 
 #include "reliability/fixtures.h"
@@ -20,7 +20,7 @@ namespace reliability {
 
 namespace {
 
-class Configuration : public Journey {
+class Configuration : public Scenario {
 public:
     Configuration()
     {
@@ -29,7 +29,7 @@ public:
         hws_keywords[0].defaultText = "lo";
     }
 
-    void travel(Run &run) override
+    void run(Run &run) override
     {
         run.step("read", {0}, [] {
             ReadConfFile();
@@ -56,9 +56,9 @@ private:
     Folder folder_;
 };
 
-class Notifications : public Journey {
+class Notifications : public Scenario {
 public:
-    void travel(Run &run) override
+    void run(Run &run) override
     {
         run.step("ActivateNotify", {0, -1}, [] { return ActivateNotify(); });
         Notify *record = nullptr;
@@ -77,11 +77,11 @@ public:
     }
 };
 
-class FirstLine : public Journey {
+class FirstLine : public Scenario {
 public:
     FirstLine() { folder_.write("device/input7/name", "panel\n"); }
 
-    void travel(Run &run) override
+    void run(Run &run) override
     {
         char *const line = sysfsfile(folder_.path().c_str(), "device/*", "name");
         run.note("line", line == nullptr ? "null" : line[0] == '\0' ? "empty" : line);
@@ -92,19 +92,19 @@ private:
     Folder folder_;
 };
 
-class Traces : public Journey {
+class Traces : public Scenario {
 public:
-    void travel(Run &run) override
+    void run(Run &run) override
     {
         std::filesystem::remove(kTraceFile);
         void *block = nullptr;
         run.step("traceXmalloc", {0}, [&] {
-            block = traceXmalloc(16, "journey", 7);
+            block = traceXmalloc(16, "scenario", 7);
             return 0;
         });
         run.note("block", block == nullptr ? "null" : "allocated");
         run.step("traceFree", {0}, [&] {
-            traceFree(block, "journey", 8);
+            traceFree(block, "scenario", 8);
             return 0;
         });
         std::ifstream file(kTraceFile);
@@ -114,9 +114,9 @@ public:
     }
 };
 
-class Console : public Journey {
+class Console : public Scenario {
 public:
-    void travel(Run &run) override
+    void run(Run &run) override
     {
         run.step("enable_vt_control", {0}, [] {
             enable_vt_control(1);
@@ -128,10 +128,10 @@ public:
 
 }  // namespace
 
-std::unique_ptr<Journey> makeConfiguration() { return std::make_unique<Configuration>(); }
-std::unique_ptr<Journey> makeNotifications() { return std::make_unique<Notifications>(); }
-std::unique_ptr<Journey> makeFirstLine() { return std::make_unique<FirstLine>(); }
-std::unique_ptr<Journey> makeTraces() { return std::make_unique<Traces>(); }
-std::unique_ptr<Journey> makeConsole() { return std::make_unique<Console>(); }
+std::unique_ptr<Scenario> makeConfiguration() { return std::make_unique<Configuration>(); }
+std::unique_ptr<Scenario> makeNotifications() { return std::make_unique<Notifications>(); }
+std::unique_ptr<Scenario> makeFirstLine() { return std::make_unique<FirstLine>(); }
+std::unique_ptr<Scenario> makeTraces() { return std::make_unique<Traces>(); }
+std::unique_ptr<Scenario> makeConsole() { return std::make_unique<Console>(); }
 
 }  // namespace reliability

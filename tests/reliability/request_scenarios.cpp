@@ -1,4 +1,4 @@
-// Requests of the hardware service, and messages that need no answer.
+// Scenarios of requests to the hardware service, USB lock datagrams and USB messages.
 #include "reliability/scenarios.h"
 
 #include "reliability/fixtures.h"
@@ -17,9 +17,9 @@ namespace reliability {
 
 namespace {
 
-class OneRequest : public Journey {
+class OneRequest : public Scenario {
 public:
-    void travel(Run &run) override
+    void run(Run &run) override
     {
         uint32_t level = 0;
         const int result =
@@ -28,12 +28,12 @@ public:
     }
 
 private:
-    WellService service_{support::kCommandSocket, answerTo};
+    HealthyService service_{support::kCommandSocket, answerTo};
 };
 
-class LongCommand : public Journey {
+class LongCommand : public Scenario {
 public:
-    void travel(Run &run) override
+    void run(Run &run) override
     {
         DynBuffer reply{};
         run.step("result", {1, -1, -2}, [&] { return SendCommand2ServiceDyn(command_.c_str(), &reply); });
@@ -43,12 +43,12 @@ public:
 
 private:
     std::string command_ = std::string(5000, 'x');
-    WellService service_{support::kCommandSocket, answerTo};
+    HealthyService service_{support::kCommandSocket, answerTo};
 };
 
-class DescriptionList : public Journey {
+class DescriptionList : public Scenario {
 public:
-    void travel(Run &run) override
+    void run(Run &run) override
     {
         std::array<KvoDescription, 4> list{};
         uint32_t count = list.size();
@@ -57,14 +57,14 @@ public:
     }
 
 private:
-    WellService service_{support::kCommandSocket, answerTo};
+    HealthyService service_{support::kCommandSocket, answerTo};
 };
 
-class RegistryList : public Journey {
+class RegistryList : public Scenario {
 public:
     RegistryList() { folder_.write("kvo_hws/currkvos.reg", "\"st1\" 10.0.0.5 1x2:3\n"); }
 
-    void travel(Run &run) override
+    void run(Run &run) override
     {
         std::array<KvoDescription, 4> list{};
         uint32_t count = list.size();
@@ -75,25 +75,25 @@ public:
 
 private:
     Folder folder_;
-    WellService service_{support::kCommandSocket, [this](const std::string &request) {
-                             return request == "getregistrypath" ? folder_.path() : answerTo(request);
-                         }};
+    HealthyService service_{support::kCommandSocket, [this](const std::string &request) {
+                                return request == "getregistrypath" ? folder_.path() : answerTo(request);
+                            }};
 };
 
-class UsbLock : public Journey {
+class UsbLock : public Scenario {
 public:
     UsbLock() { setenv("KVO_PLATFORM_INTERFACE", "lo", 1); }
 
-    void travel(Run &run) override
+    void run(Run &run) override
     {
         const char *hosts[] = {"10.0.0.5", "10.0.0.6"};
         run.step("result", {1, -1}, [&] { return KVO_HWS_setUsbLock(2, hosts, 1, 0); });
     }
 };
 
-class UsbMessage : public Journey {
+class UsbMessage : public Scenario {
 public:
-    void travel(Run &run) override
+    void run(Run &run) override
     {
         support::onOwnThread([&] {
             return run.step("result", {1, 2, 3, 4}, [] { return SendUsbMsg2DLL("removeUSBdevice*10.0.0.5*usb1*1-1.4*"); });
@@ -101,16 +101,16 @@ public:
     }
 
 private:
-    WellService server_{support::kUsbSocket, answerTo};
+    HealthyService server_{support::kUsbSocket, answerTo};
 };
 
 }  // namespace
 
-std::unique_ptr<Journey> makeOneRequest() { return std::make_unique<OneRequest>(); }
-std::unique_ptr<Journey> makeLongCommand() { return std::make_unique<LongCommand>(); }
-std::unique_ptr<Journey> makeDescriptionList() { return std::make_unique<DescriptionList>(); }
-std::unique_ptr<Journey> makeRegistryList() { return std::make_unique<RegistryList>(); }
-std::unique_ptr<Journey> makeUsbLock() { return std::make_unique<UsbLock>(); }
-std::unique_ptr<Journey> makeUsbMessage() { return std::make_unique<UsbMessage>(); }
+std::unique_ptr<Scenario> makeOneRequest() { return std::make_unique<OneRequest>(); }
+std::unique_ptr<Scenario> makeLongCommand() { return std::make_unique<LongCommand>(); }
+std::unique_ptr<Scenario> makeDescriptionList() { return std::make_unique<DescriptionList>(); }
+std::unique_ptr<Scenario> makeRegistryList() { return std::make_unique<RegistryList>(); }
+std::unique_ptr<Scenario> makeUsbLock() { return std::make_unique<UsbLock>(); }
+std::unique_ptr<Scenario> makeUsbMessage() { return std::make_unique<UsbMessage>(); }
 
 }  // namespace reliability

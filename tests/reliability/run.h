@@ -1,4 +1,4 @@
-// One run of a journey: its steps, what each of them came to, and what the library logged meanwhile.
+// One run of a scenario: its steps, their results, and the log messages of the library.
 #pragma once
 
 #include "reliability/faults.h"
@@ -14,13 +14,13 @@
 namespace reliability {
 
 struct Outcome {
-    std::vector<std::pair<std::string, std::string>> steps;  ///< name and result, in their order
-    std::vector<std::string> messages;                       ///< without what differs from run to run; sorted, each once
+    std::vector<std::pair<std::string, std::string>> steps;  ///< names and results in order
+    std::vector<std::string> messages;  ///< without details that differ between runs; sorted, without duplicates
 };
 
 class Run {
 public:
-    /// A call of the library, whose result must be one of those that its header documents.
+    /// Calls the library, and checks that the result is one that its header documents.
     int step(const char *name, std::initializer_list<int> documented, const std::function<int()> &call)
     {
         const int result = faults::withMemory(name, call);

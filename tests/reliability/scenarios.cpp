@@ -2,9 +2,9 @@
 
 namespace reliability {
 
-const std::vector<JourneyKind> &journeys()
+const std::vector<ScenarioKind> &scenarios()
 {
-    static const std::vector<JourneyKind> all = {
+    static const std::vector<ScenarioKind> all = {
         {"request", "`KVO_HWS_getBacklightBrightnessV2`; every request behaves the same way", {"caller"}, makeOneRequest},
         {"long_command", "`SendCommand2ServiceDyn` with a command of 5000 characters", {"caller"}, makeLongCommand},
         {"description_list", "`KVO_HWS_getDescriptionList`, two exchanges", {"caller"}, makeDescriptionList},

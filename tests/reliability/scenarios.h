@@ -1,4 +1,4 @@
-// The journeys: what programs do with the library, each from its beginning to its end, in surroundings that are well.
+// The scenarios: typical uses of the library by programs, from beginning to end, in an environment without failures.
 #pragma once
 
 #include "reliability/run.h"
@@ -9,40 +9,40 @@
 
 namespace reliability {
 
-class Journey {
+class Scenario {
 public:
-    Journey() = default;
-    Journey(const Journey &) = delete;
-    Journey &operator=(const Journey &) = delete;
-    virtual ~Journey() = default;
+    Scenario() = default;
+    Scenario(const Scenario &) = delete;
+    Scenario &operator=(const Scenario &) = delete;
+    virtual ~Scenario() = default;
 
-    /// Leaves nothing behind, whatever fails.
-    virtual void travel(Run &run) = 0;
+    /// Releases everything, whatever fails.
+    virtual void run(Run &run) = 0;
 };
 
-struct JourneyKind {
-    const char *name;                   ///< also of its part of the page
-    const char *title;                  ///< what it does, for the page
-    std::vector<const char *> threads;  ///< who makes the calls, in the order of Site::thread
-    std::unique_ptr<Journey> (*make)();
-    bool endsWithoutMemory = false;  ///< a function of it ends the process where there is none, as its header says
+struct ScenarioKind {
+    const char *name;                   ///< also the name of its section in the page
+    const char *title;                  ///< the heading in the page
+    std::vector<const char *> threads;  ///< the names of the threads, in the order of Site::thread
+    std::unique_ptr<Scenario> (*make)();
+    bool endsWithoutMemory = false;  ///< one of its functions ends the process if memory is exhausted, as its header documents
 };
 
-const std::vector<JourneyKind> &journeys();
+const std::vector<ScenarioKind> &scenarios();
 
-std::unique_ptr<Journey> makeOneRequest();
-std::unique_ptr<Journey> makeLongCommand();
-std::unique_ptr<Journey> makeDescriptionList();
-std::unique_ptr<Journey> makeRegistryList();
-std::unique_ptr<Journey> makeUsbLock();
-std::unique_ptr<Journey> makeUsbMessage();
-std::unique_ptr<Journey> makeUsbEvents();
-std::unique_ptr<Journey> makeAgent();
-std::unique_ptr<Journey> makeEmbeddedEvents();
-std::unique_ptr<Journey> makeConfiguration();
-std::unique_ptr<Journey> makeNotifications();
-std::unique_ptr<Journey> makeFirstLine();
-std::unique_ptr<Journey> makeTraces();
-std::unique_ptr<Journey> makeConsole();
+std::unique_ptr<Scenario> makeOneRequest();
+std::unique_ptr<Scenario> makeLongCommand();
+std::unique_ptr<Scenario> makeDescriptionList();
+std::unique_ptr<Scenario> makeRegistryList();
+std::unique_ptr<Scenario> makeUsbLock();
+std::unique_ptr<Scenario> makeUsbMessage();
+std::unique_ptr<Scenario> makeUsbEvents();
+std::unique_ptr<Scenario> makeAgent();
+std::unique_ptr<Scenario> makeEmbeddedEvents();
+std::unique_ptr<Scenario> makeConfiguration();
+std::unique_ptr<Scenario> makeNotifications();
+std::unique_ptr<Scenario> makeFirstLine();
+std::unique_ptr<Scenario> makeTraces();
+std::unique_ptr<Scenario> makeConsole();
 
 }  // namespace reliability

@@ -22,7 +22,7 @@ std::string readPage()
     return page.str();
 }
 
-/// Where a part stands in the page; its length is npos where it does not.
+/// The position of a section in the page. Its length is npos if the page does not contain it.
 struct Place {
     std::size_t begin = 0;
     std::size_t length = std::string::npos;
@@ -40,7 +40,7 @@ Place placeOf(const std::string &page, const std::string &name)
     return {begin, end == std::string::npos ? end : end - begin};
 }
 
-/// "1, 3-5": numbers that follow one another drawn together.
+/// Formats consecutive numbers as ranges: "1, 3-5".
 std::string ranges(const std::set<int> &numbers)
 {
     std::string text;
@@ -58,7 +58,7 @@ std::string ranges(const std::set<int> &numbers)
     return text;
 }
 
-/// A cell must not end its row's line or its own.
+/// Escapes the characters that would end a cell or a row.
 std::string cell(const std::string &text)
 {
     std::string safe;
@@ -68,14 +68,14 @@ std::string cell(const std::string &text)
     return safe;
 }
 
-constexpr const char *kOnlyStep = "result";  // of a journey that is one call
+constexpr const char *kOnlyStep = "result";  // in a scenario with a single call
 
-/// Where a call is made: by whom and, for memory on the caller's thread, in which step.
-std::string placeOf(const JourneyKind &journey, const Site &site)
+/// The thread of a call and, for allocations on the caller's thread, the step.
+std::string placeOf(const ScenarioKind &scenario, const Site &site)
 {
-    const std::size_t thread = std::min(site.thread, journey.threads.size() - 1);
+    const std::size_t thread = std::min(site.thread, scenario.threads.size() - 1);
     const bool named = !site.step.empty() && site.step != kOnlyStep;
-    return journey.threads[thread] + (named ? ", " + site.step : "");
+    return scenario.threads[thread] + (named ? ", " + site.step : "");
 }
 
 struct Row {
@@ -83,16 +83,16 @@ struct Row {
     std::string place;
     std::string result;
     std::string messages;
-    std::map<int, std::vector<std::string>> errors;  ///< of each call by its number
+    std::map<int, std::vector<std::string>> errors;  ///< errors by the number of the call
 };
 
-/// Calls of one function that come to the same, in the order of the table.
-std::vector<Row> rowsOf(const JourneyKind &journey, const std::vector<Record> &records)
+/// Groups calls of one function with the same effect, in the order of the table.
+std::vector<Row> rowsOf(const ScenarioKind &scenario, const std::vector<Record> &records)
 {
     std::vector<Row> rows;
     for (const Record &record : records) {
         const Site &site = record.fault.site;
-        const std::string place = placeOf(journey, site);
+        const std::string place = placeOf(scenario, site);
         auto row = std::ranges::find_if(rows, [&](const Row &other) {
             return other.call == site.call && other.place == place && other.result == record.result &&
                    other.messages == record.messages;
@@ -105,7 +105,7 @@ std::vector<Row> rowsOf(const JourneyKind &journey, const std::vector<Record> &r
     return rows;
 }
 
-/// How many pauses there are depends on time, and how many allocations on the C library.
+/// The number of pauses depends on timing, and the number of allocations on the C library.
 bool isCounted(const Record &record)
 {
     return record.fault.site.call != Call::memory && record.fault.site.call != Call::clockNanosleep;
@@ -113,7 +113,7 @@ bool isCounted(const Record &record)
 
 bool isWithoutEffect(const Row &row) { return row.result.empty() && row.messages.empty(); }
 
-/// The errors of a row, each list with the numbers of the calls that it holds for.
+/// The errors of a row, each list with the numbers of its calls.
 std::vector<std::pair<std::string, std::string>> errorsAndNumbers(const Row &row)
 {
     std::vector<std::pair<std::string, std::set<int>>> lists;
@@ -135,7 +135,7 @@ std::vector<std::pair<std::string, std::string>> errorsAndNumbers(const Row &row
 std::string errorsOf(const Row &row)
 {
     if (row.call == Call::memory) {
-        return "used up";  // how many allocations the C library makes is its own business
+        return "used up";  // the number of allocations depends on the C library
     }
     std::string text;
     for (const auto &[list, numbers] : errorsAndNumbers(row)) {
@@ -152,14 +152,14 @@ std::string lineOf(const Row &row)
 
 }  // namespace
 
-std::string tableOf(const JourneyKind &journey, const Outcome &usual, const std::vector<Record> &records)
+std::string tableOf(const ScenarioKind &scenario, const Outcome &usual, const std::vector<Record> &records)
 {
-    std::string text = "\n### " + std::string(journey.title) + "\n\nWithout a fault: `";
+    std::string text = "\n### " + std::string(scenario.title) + "\n\nWithout a fault: `";
     for (std::size_t step = 0; step < usual.steps.size(); ++step) {
         text += (step == 0 ? "" : ", ") + usual.steps[step].first + ": " + usual.steps[step].second;
     }
     text += "`.\n\n| call | thread | call numbers: errors | what changes | new messages |\n| --- | --- | --- | --- | --- |\n";
-    for (const Row &row : rowsOf(journey, records)) {
+    for (const Row &row : rowsOf(scenario, records)) {
         text += isWithoutEffect(row) ? "" : lineOf(row);
     }
     const auto calls = std::ranges::count_if(records, isCounted);
@@ -192,14 +192,14 @@ std::string withoutMemory(const std::string &part)
     return kept;
 }
 
-std::string partOfPage(const std::string &name)
+std::string readSection(const std::string &name)
 {
     const std::string page = readPage();
     const Place place = placeOf(page, name);
     return place.length == std::string::npos ? "(not in the page)" : page.substr(place.begin, place.length);
 }
 
-void writePartOfPage(const std::string &name, const std::string &part)
+void writeSection(const std::string &name, const std::string &part)
 {
     std::string page = readPage();
     const Place place = placeOf(page, name);

@@ -1,4 +1,4 @@
-// What faults come to, as tables of docs/reliability.md: a part for each journey, between two markers.
+// The effects of faults as tables in docs/reliability.md: one section for each scenario, between two markers.
 #pragma once
 
 #include "reliability/scenarios.h"
@@ -8,26 +8,26 @@
 
 namespace reliability {
 
-/// What one fault has come to.
+/// The effect of one fault.
 struct Record {
     Fault fault;
-    std::string result;    ///< the steps that went otherwise than without it; empty where none did
-    std::string messages;  ///< those that are not logged without it
+    std::string result;    ///< the steps whose results differ from those without the fault; empty if none do
+    std::string messages;  ///< the messages that are not logged without the fault
 };
 
-/// The part of the page about a journey, without its markers.
-std::string tableOf(const JourneyKind &journey, const Outcome &usual, const std::vector<Record> &records);
+/// The section of a scenario, without its markers.
+std::string tableOf(const ScenarioKind &scenario, const Outcome &usual, const std::vector<Record> &records);
 
-/// The part about which call fails in which ways.
+/// The section with the errors of each call.
 std::string tableOfErrors();
 
-/// A part of the page as it stands.
-std::string partOfPage(const std::string &name);
+/// Reads a section from the page.
+std::string readSection(const std::string &name);
 
-/// A part as it is where no allocation can be made to fail.
+/// Removes the rows about memory from a section, for builds in which allocations cannot be made to fail.
 std::string withoutMemory(const std::string &part);
 
-/// Writes a part anew.
-void writePartOfPage(const std::string &name, const std::string &part);
+/// Replaces a section of the page.
+void writeSection(const std::string &name, const std::string &part);
 
 }  // namespace reliability

@@ -1,4 +1,4 @@
-// USB events from their activation to their end.
+// The scenario of USB events, from their activation to their end.
 #include "reliability/scenarios.h"
 
 #include "common/join.h"
@@ -24,8 +24,8 @@ namespace reliability {
 
 namespace {
 
-/// What the callback was told, kept without memory: it is called where there is none.
-class Told {
+/// The event codes that the callback received, stored without allocations: the callback also runs when memory is exhausted.
+class ReceivedCodes {
 public:
     static int32_t callback(UsbEventV2 *event)
     {
@@ -35,14 +35,14 @@ public:
         }
         return 0;
     }
-    static void forget()
+    static void reset()
     {
         count_ = 0;
         for (auto &code : codes_) {
             code = 0;
         }
     }
-    /// Whether one of these codes has come since @p begin.
+    /// Whether one of these codes was received at position @p begin or later.
     static bool any(std::initializer_list<uint32_t> wanted, std::size_t begin = 0)
     {
         return std::any_of(codes_.begin() + static_cast<std::ptrdiff_t>(begin), codes_.end(),
@@ -65,15 +65,19 @@ private:
 
 bool eventsAreSet() { return __atomic_load_n(&sendUSBEvent2, __ATOMIC_SEQ_CST) != nullptr; }
 
-class UsbEvents : public Journey {
+class UsbEvents : public Scenario {
 public:
-    void travel(Run &run) override
+    void run(Run &run) override
     {
-        Told::forget();
+        ReceivedCodes::reset();
         const int activated =
-            onOwnThread(run, "activate", {1, -3, -8}, [] { return KVO_HWS_activateUSBEventsV2(Told::callback); });
+            onOwnThread(run, "activate", {1, -3, -8}, [] { return KVO_HWS_activateUSBEventsV2(ReceivedCodes::callback); });
         if (activated == 1) {
-            support::eventually([] { return Told::any({USB_EVENT_ACTIVATED, USB_EVENT_REFUSED, USB_EVENT_NO_SERVICE}); }, 2s);
+            support::eventually(
+                [] {
+                    return ReceivedCodes::any({USB_EVENT_ACTIVATED, USB_EVENT_REFUSED, USB_EVENT_NO_SERVICE});
+                },
+                2s);
         }
         std::string answer = support::usbServerReplyLine("changeStateUSBdevice*10.0.0.5*usb1*1-1.4*00000007*\n");
         std::erase(answer, '\n');
@@ -81,9 +85,9 @@ public:
         for (int close = 0; close < 2 && eventsAreSet(); ++close) {
             closeOnce(run);
         }
-        run.note("callback codes", Told::text());
+        run.note("callback codes", ReceivedCodes::text());
         run.note("callback", eventsAreSet() ? "set" : "cleared");
-        // Where the service has refused, the callback has gone and the server has stayed.
+        // If the service refuses, the library clears the callback but keeps the server.
         if (support::serverState() != NOTIFY_STOPPED) {
             support::onOwnThread([] { return KillUsbServer(); });
         }
@@ -92,12 +96,12 @@ public:
 private:
     static void closeOnce(Run &run)
     {
-        const std::size_t before = Told::count();
+        const std::size_t before = ReceivedCodes::count();
         const int closed = onOwnThread(run, "close", {1, -8, -9}, KVO_HWS_closeUSBEvents);
         if (closed == 1) {
             support::eventually(
                 [before] {
-                    return Told::any({USB_EVENT_DEACTIVATED, USB_EVENT_REFUSED, USB_EVENT_NO_SERVICE}, before) &&
+                    return ReceivedCodes::any({USB_EVENT_DEACTIVATED, USB_EVENT_REFUSED, USB_EVENT_NO_SERVICE}, before) &&
                            !eventsAreSet();
                 },
                 300ms);
@@ -108,16 +112,16 @@ private:
     {
         return support::onOwnThread([&, call] {
             const int result = run.step(name, documented, call);
-            kvo_hws_detach_thread();  // what is refused early has not done so
+            kvo_hws_detach_thread();  // the library does not detach it if it refuses early
             return result;
         });
     }
 
-    WellService service_{support::kCommandSocket, answerTo};
+    HealthyService service_{support::kCommandSocket, answerTo};
 };
 
 }  // namespace
 
-std::unique_ptr<Journey> makeUsbEvents() { return std::make_unique<UsbEvents>(); }
+std::unique_ptr<Scenario> makeUsbEvents() { return std::make_unique<UsbEvents>(); }
 
 }  // namespace reliability

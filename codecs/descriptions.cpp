@@ -1,4 +1,4 @@
-// Station descriptions and clients: the daemon's records to text, and text to the caller's records.
+// Station descriptions and clients: writes the daemon's records as text, and reads text into the caller's records.
 #include <kvo_hws/codecs.h>
 
 #include "codecs/hex.h"
@@ -20,15 +20,15 @@ namespace hex = kvo_hws::hex;
 constexpr int kRead = 1;
 constexpr int kMalformed = -1;
 constexpr uint32_t kNoCount = 0xFFFFFFFF;
-constexpr std::size_t kField = hex::kDigits + 1;  // the digits and the space behind them
+constexpr std::size_t kField = hex::kDigits + 1;  // the digits and the space after them
 constexpr std::size_t kNameCapacity = sizeof(KvoDescription::name);
 constexpr std::size_t kLongestName = kNameCapacity - 1;
-constexpr uint32_t kPreparedAhead = 16;  // elements
-constexpr std::size_t kShortName = 32;   // most names are shorter, and are copied by this many bytes at once
+constexpr uint32_t kPrefetchDistance = 16;  // elements
+constexpr std::size_t kShortName = 32;      // most names are shorter; a copy always has this many bytes
 
 // ---- Reading ----
 
-/// A text and where reading stands in it, which may be behind its end; nothing is looked at there.
+/// A text and the read position in it. The position may be after the end of the text; then nothing is read.
 struct Cursor {
     std::string_view text;
     std::size_t at;
@@ -37,19 +37,20 @@ struct Cursor {
     [[nodiscard]] const char *here() const noexcept { return text.data() + at; }
 };
 
-/// The values of fields in another hand, if they were sound.
+/// The values of fields that are not in canonical form, if they are valid.
 template <std::size_t N>
-struct OddFields {
-    bool sound = false;
+struct OtherFields {
+    bool valid = false;
     std::array<unsigned long, N> values{};
 };
 
-/// Numbers, as strtoul reads them, with a space right behind each. The offsets stay fixed, however long a number turns out to
-/// be. Handed over by value: whatever has an address here would lie in memory on the usual way too.
+/// Reads numbers as strtoul does; a space must follow each. The offsets of the fields are fixed for numbers of any length.
+/// The argument and the result are passed by value: with pointers the compiler would keep the values in memory in the fast path
+/// too.
 template <std::size_t N>
-[[gnu::cold, gnu::noinline]] OddFields<N> readOdd(Cursor cursor) noexcept
+[[gnu::cold, gnu::noinline]] OtherFields<N> readOtherFields(Cursor cursor) noexcept
 {
-    OddFields<N> fields;
+    OtherFields<N> fields;
     for (unsigned long &value : fields.values) {
         if (cursor.left() == 0) {
             return {};
@@ -61,11 +62,11 @@ template <std::size_t N>
         value = number;
         cursor.at += kField;
     }
-    fields.sound = true;
+    fields.valid = true;
     return fields;
 }
 
-/// Whether a space follows each of N fields.
+/// True if a space follows each of N fields.
 template <std::size_t N>
 bool separated(const char *text) noexcept
 {
@@ -73,30 +74,30 @@ bool separated(const char *text) noexcept
     (std::make_index_sequence<N>());
 }
 
-/// Numbers of consecutive fields. Those in the daemon's usual hand, eight upper-case digits each, are read at once by @p usual;
-/// the cursor moves behind them.
-template <std::size_t N, class Usual, class Odd>
-bool readFields(Cursor &cursor, Usual usual, Odd odd) noexcept
+/// Reads the numbers of consecutive fields and advances the cursor. If the fields are in canonical form, eight upper-case
+/// digits each, @p canonical reads all of them at once; otherwise @p other receives the values.
+template <std::size_t N, class Canonical, class Other>
+bool readFields(Cursor &cursor, Canonical canonical, Other other) noexcept
 {
     hex::Faults faults;
-    bool isUsual = false;
+    bool isCanonical = false;
     if (cursor.left() >= N * kField) [[likely]] {
-        usual(cursor.here(), faults);
-        isUsual = separated<N>(cursor.here()) && faults.none();
+        canonical(cursor.here(), faults);
+        isCanonical = separated<N>(cursor.here()) && faults.none();
     }
-    if (!isUsual) [[unlikely]] {
-        const OddFields fields = readOdd<N>(cursor);
-        if (!fields.sound) {
+    if (!isCanonical) [[unlikely]] {
+        const OtherFields fields = readOtherFields<N>(cursor);
+        if (!fields.valid) {
             return false;
         }
-        odd(fields.values);
+        other(fields.values);
     }
     cursor.at += N * kField;
     return true;
 }
 
-/// Copies one half of a short name with its terminator; what lies behind that in the record stays as it is. It takes the same
-/// steps for every length: names differ, and one branch foreseen wrongly costs more than a station's numbers.
+/// Copies one half of a short name with its terminator; later bytes of the record are unchanged. It has no branch on the
+/// length: names differ in length, and one mispredicted branch costs more than the numbers of a station.
 template <int8_t kFrom>
 void copyHalf(char *name, const char *text, int8_t length) noexcept
 {
@@ -110,7 +111,7 @@ void copyHalf(char *name, const char *text, int8_t length) noexcept
     std::memcpy(name + kFrom, &kept, sizeof kept);
 }
 
-/// A name of announced length. The cursor moves by what was there to copy, and over the separator behind it.
+/// Reads a name of the given length. Advances the cursor by the number of copied bytes and the separator after them.
 bool readName(Cursor &cursor, unsigned long length, char *name) noexcept
 {
     if (length > kLongestName || cursor.at > cursor.text.size()) {
@@ -167,7 +168,7 @@ bool readElement(Cursor &cursor, KvoDescriptionEx &record) noexcept
     if (!readHead(cursor, record)) {
         return false;
     }
-    // Seven numbers side by side, as two times four with the middle one in common.
+    // Reads seven consecutive numbers as two overlapping groups of four.
     hex::FourNumbers front;
     hex::FourNumbers back;
     const bool read = readFields<7>(
@@ -209,31 +210,31 @@ bool readElement(Cursor &cursor, KvoClientEntry &record) noexcept
     return readName(cursor, nameLength, record.name);
 }
 
-/// Fetches both ends of a record that is to be filled soon: a long list of stations lies in no cache.
+/// Prefetches both ends of a record that will be filled soon: a long list of stations is not in the CPU's cache.
 template <class Record>
-void prepare(const Record &record) noexcept
+void prefetch(const Record &record) noexcept
 {
     constexpr int kToWrite = 1;
     __builtin_prefetch(&record, kToWrite);
     __builtin_prefetch(reinterpret_cast<const char *>(&record + 1) - 1, kToWrite);
 }
 
-/// The shape of all lists: a count, and elements from a fixed offset on. What the loop needs is flattened into it, or the
-/// numbers of a station would take the way through memory.
+/// Reads any list: a count, and elements from a fixed offset. All calls are inlined, so that the numbers of a station stay in
+/// registers.
 template <class Record>
 [[gnu::flatten]] int readList(uint32_t &count, Record *array, const char *text) noexcept
 {
     const auto [number, numberEnd] = readNumber(text, 16);
     const auto elements = static_cast<uint32_t>(number);
-    count = elements;  // stored before it is judged: callers look at it after a failure too
+    count = elements;  // stored before the check: callers read it after a failure too
     if (*numberEnd != ' ') {
         return kMalformed;
     }
-    // The elements start behind eight digits and a space, not where the number ended: the format is fixed-width.
+    // The elements start after eight digits and a space, not after the end of the number: the format is fixed-width.
     Cursor cursor{text, kField};
     for (uint32_t i = 0; i < elements; ++i) {
-        if (elements - i > kPreparedAhead) {
-            prepare(array[i + kPreparedAhead]);
+        if (elements - i > kPrefetchDistance) {
+            prefetch(array[i + kPrefetchDistance]);
         }
         if (!readElement(cursor, array[i])) {
             return kMalformed;
@@ -244,7 +245,7 @@ template <class Record>
 
 // ---- Writing ----
 
-/// Writes a text whose length is known beforehand.
+/// Writes a text of known length.
 class Writer {
 public:
     Writer(char *buffer, uint64_t length) noexcept : at_(buffer), end_(buffer + length) {}
@@ -271,7 +272,7 @@ public:
 
     Writer &name(const char (&name)[kNameCapacity], std::size_t length) noexcept
     {
-        // What a short name's copy brings along behind it is written over by what follows.
+        // The bytes after a short name that are copied too are overwritten by the next fields.
         if (length <= kShortName && static_cast<std::size_t>(end_ - at_) >= kShortName) [[likely]] {
             std::memcpy(at_, name, kShortName);
         } else {
@@ -304,7 +305,7 @@ struct Extended {
     static void write(Writer &out, const ConnectionEntry &entry) noexcept
     {
         Basic::write(out, entry);
-        // The last one is a long, but a field is 8 digits wide.
+        // extAttr7 is a long, but a field has 8 digits.
         out.numbers(entry.extAttr1, entry.extAttr2, entry.extAttr3, entry.extAttr4, entry.extAttr5, entry.extAttr6,
                     static_cast<uint32_t>(entry.extAttr7));
     }
@@ -319,7 +320,7 @@ struct Client {
     }
 };
 
-// What the sizes told to callers have always included over the exact length.
+// The reported sizes have always been larger than the exact length by these numbers of bytes.
 constexpr std::size_t kListSlack = 8;
 constexpr std::size_t kNameSlack = 2;
 

@@ -1,5 +1,5 @@
-// Upper-case hexadecimal digits, eight to a number, in both directions and without a table or a branch: one number as a 64-bit
-// word, several at a time as vectors in the compiler's own notation.
+// Reads and writes numbers of eight upper-case hexadecimal digits without tables and branches: one number as a 64-bit word,
+// several numbers at once with the compiler's vector extensions.
 #pragma once
 
 #include <array>
@@ -17,7 +17,7 @@ using Pairs = uint16_t __attribute__((vector_size(16)));
 using Characters = uint8_t __attribute__((vector_size(16)));
 using Signed = int8_t __attribute__((vector_size(16)));
 
-/// Whether a machine compares the bytes of a vector at once. Where it does it byte by byte, words are faster.
+/// True if the machine compares all bytes of a vector at once. On other machines words are faster.
 #if defined(__SSE2__) || defined(__ARM_NEON)
 constexpr bool kHasVectors = std::endian::native == std::endian::little;
 using FourNumbers = uint32_t __attribute__((vector_size(16)));
@@ -26,12 +26,12 @@ constexpr bool kHasVectors = false;
 using FourNumbers = std::array<uint32_t, 4>;
 #endif
 
-/// The same byte eight times.
+/// A word of eight equal bytes.
 constexpr uint64_t everyByte(uint8_t byte) noexcept { return 0x0101010101010101U * byte; }
 
 constexpr uint64_t swapBytes(uint64_t word) noexcept { return __builtin_bswap64(word); }
 
-/// A word whose lowest byte is the text's first character, on every machine.
+/// Loads a word whose lowest byte is the first character of the text, on every machine.
 inline uint64_t load(const char *text) noexcept
 {
     uint64_t word;
@@ -49,11 +49,11 @@ inline void store(char *text, uint64_t word) noexcept
 
 // ---- Reading ----
 
-/// What was wrong with the characters that were read so far, of several numbers at once.
+/// Collects the invalid characters of all numbers that were read.
 struct Faults {
-    Characters values{};   // above 15 somewhere
-    Characters letters{};  // not 0 where a letter has the value of a numeral
-    uint64_t ofWords = 0;
+    Characters values{};   // a byte above 15 marks an invalid character
+    Characters letters{};  // a byte other than 0 marks a letter with the value of a digit
+    uint64_t ofWords = 0;  // not 0: an invalid character in a number that was read as a word
 
     [[nodiscard]] bool none() const noexcept
     {
@@ -62,28 +62,29 @@ struct Faults {
     }
 };
 
-/// The values of eight characters 0-9 and A-F, one a byte.
+/// The values of eight characters 0-9 and A-F, one per byte.
 inline uint64_t valuesOf(uint64_t characters, Faults &faults) noexcept
 {
     // 1 in the bytes of A-F (0x41 ...), 0 in those of 0-9 (0x30 ...)
     const uint64_t letters = (characters >> 6) & everyByte(1);
-    // Letters are brought down to where '9' ends, so that '0' is all that is left to take off.
+    // Subtracts 7 from letters, so that they follow '9' directly and '0' is the offset of all characters.
     const uint64_t values = (characters - ((letters << 3) - letters)) ^ everyByte('0');
-    // Six more, and a letter's value is 16 to 21 and a digit's 6 to 15; whatever was neither has another upper half. A byte
-    // that overflows here has one as well, so what it carries into its neighbour does not matter any more.
+    // Plus 6, a letter's value is 16 to 21 and a digit's is 6 to 15. Any other character has another upper half. So does a byte
+    // that overflows here; the carry into the next byte does not matter then.
     faults.ofWords |= ((values + everyByte(6)) ^ (letters << 4)) & everyByte(0xF0);
     return values;
 }
 
 inline uint32_t read(const char *text, Faults &faults) noexcept
 {
-    uint64_t joined = swapBytes(valuesOf(load(text), faults));  // the first digit highest
+    uint64_t joined = swapBytes(valuesOf(load(text), faults));  // the first digit in the highest byte
     joined = (joined | joined >> 4) & 0x00FF00FF00FF00FFU;
     joined = (joined | joined >> 8) & 0x0000FFFF0000FFFFU;
     return static_cast<uint32_t>(joined | joined >> 16);
 }
 
-/// A number below 256, whose value takes few steps in a row; a larger one is a fault.
+/// Reads a number below 256; a larger number is a fault. Only the last two characters determine the value, which takes fewer
+/// dependent steps.
 inline uint32_t readByte(const char *text, Faults &faults) noexcept
 {
     constexpr int kSixCharacters = 48;
@@ -94,7 +95,8 @@ inline uint32_t readByte(const char *text, Faults &faults) noexcept
     return (values << 4 | values >> 8) & 0xFF;
 }
 
-/// The values of two times eight characters, two in the upper byte of each pair, the last two first.
+/// The values of two numbers of eight characters. The upper byte of each pair has the value of two characters, the last two
+/// first.
 inline void readPairs(Pairs &pairs, const char *first, const char *second, Faults &faults) noexcept
 {
     const auto characters = reinterpret_cast<Characters>(TwoWords{load(first), load(second)});
@@ -102,12 +104,12 @@ inline void readPairs(Pairs &pairs, const char *first, const char *second, Fault
     const Characters values = characters - '0' - (letters & ('A' - '9' - 1));
     faults.values |= values;
     faults.letters |= letters ^ reinterpret_cast<Characters>(reinterpret_cast<Signed>(values) > 9);
-    constexpr uint16_t kJoin = 0x1001;  // times sixteen, beside the next one
+    constexpr uint16_t kJoin = 0x1001;  // 16 * the first value + the second, in the upper byte
     const Pairs joined = reinterpret_cast<Pairs>(values) * kJoin;
     pairs = __builtin_shufflevector(joined, joined, 3, 2, 1, 0, 7, 6, 5, 4);
 }
 
-/// Reads four numbers, @p distance characters from one to the next.
+/// Reads four numbers; consecutive numbers begin @p distance characters apart.
 inline FourNumbers readFour(const char *text, std::size_t distance, Faults &faults) noexcept
 {
     if constexpr (!kHasVectors) {
@@ -145,7 +147,7 @@ inline void writeTwo(char *firstText, uint32_t first, char *secondText, uint32_t
         return;
     }
     using Bytes = uint8_t __attribute__((vector_size(8)));
-    const auto bytes = reinterpret_cast<Bytes>(swapBytes(uint64_t{first} << 32 | second));  // the first digits come first
+    const auto bytes = reinterpret_cast<Bytes>(swapBytes(uint64_t{first} << 32 | second));  // highest digits first
     const auto pairs = __builtin_convertvector(bytes, Pairs);
     const auto digits = reinterpret_cast<Characters>((pairs >> 4 | pairs << 8) & 0x0F0F);
     const auto words = reinterpret_cast<TwoWords>(digits + '0' + ((digits > 9) & ('A' - '9' - 1)));

@@ -1,5 +1,5 @@
-// The four USB event texts: writers for the daemon's side, readers for the library's. Each text is one list of fields, which a
-// writer and a reader name in the same order.
+// The four USB event texts: writers for the daemon and readers for the library. A writer and a reader list the fields of a text
+// in the same order.
 #include <kvo_hws/codecs.h>
 
 #include "runtime/numbers.h"
@@ -18,41 +18,42 @@ namespace {
 
 constexpr char kSeparator = '*';
 
-/// Stands for an empty text, which strtok would swallow together with its separators.
+/// Replaces an empty text, because strtok skips empty fields.
 constexpr std::string_view kEmptyMarker = "?$?\xA7?eEmMpPtTyY!\xA7!$!";
 static_assert(kEmptyMarker.size() == 20);
 
 constexpr std::size_t kLongestText = 1023;
 
 constexpr uint8_t kReportBit = 0x01;
-constexpr uint32_t kReported = 0x08000000;  // what a writer sets ...
-constexpr uint32_t kMarked = 0x80000000;    // ... is deliberately not what a reader tests
+constexpr uint32_t kReported = 0x08000000;  // set by the writer; on purpose ...
+constexpr uint32_t kMarked = 0x80000000;    // ... not the bit that the reader tests
 
 // ---- Writing ----
 
-/// A text that grows field by field, and is cut where its room ends.
+/// A text that grows field by field and is cut at its maximum length.
 class Writer {
 public:
-    explicit Writer(std::string_view keyword) noexcept { plain(keyword); }
+    explicit Writer(std::string_view keyword) noexcept { raw(keyword); }
 
-    Writer &plain(std::string_view field) noexcept
+    /// A field without a marker for an empty text.
+    Writer &raw(std::string_view field) noexcept
     {
         append(field);
         return append({&kSeparator, 1});
     }
 
-    /// A member's text, as far as its terminator or its end.
+    /// The text of a member, up to its terminator or the end of the member.
     template <std::size_t Size>
     Writer &text(const char (&member)[Size]) noexcept
     {
         const std::string_view text(member, strnlen(member, Size));
-        return plain(text.empty() ? kEmptyMarker : text);
+        return raw(text.empty() ? kEmptyMarker : text);
     }
 
     template <std::size_t Size>
     Writer &textUnless(bool suppressed, const char (&member)[Size]) noexcept
     {
-        return suppressed ? plain(kEmptyMarker) : text(member);
+        return suppressed ? raw(kEmptyMarker) : text(member);
     }
 
     Writer &number(uint32_t value) noexcept { return hex("%08X*", value); }
@@ -63,11 +64,11 @@ public:
         for (const unsigned byte : bytes) {
             hex("%02X ", byte);
         }
-        return plain("");
+        return raw("");
     }
 
-    /// The finished text on the heap; null without memory.
-    [[nodiscard]] char *take() const noexcept { return strndup(text_.data(), length_); }
+    /// A copy of the text, allocated with malloc; null if memory runs out.
+    [[nodiscard]] char *copy() const noexcept { return strndup(text_.data(), length_); }
 
 private:
     Writer &append(std::string_view part) noexcept
@@ -89,22 +90,22 @@ private:
 
 // ---- Reading ----
 
-/// The fields of a text, one after the other, each with the codes for its being missing or malformed. The first fault stays,
-/// and nothing behind it is read. Fields are told apart as strtok does, without its state that all callers share.
+/// Reads the fields of a text in order. Each step has the result codes for a missing or malformed field. The first error is the
+/// result, and no field after it is read. Fields are split as by strtok, but without its static state.
 class Reader {
 public:
     explicit Reader(char *text) noexcept : rest_(text) {}
 
-    /// A field that only has to be there.
+    /// A field that must be present; its content is ignored.
     Reader &skip(int missing) noexcept
     {
         next(missing);
         return *this;
     }
 
-    /// A text as it is, cut to its member.
+    /// A text without the marker for an empty one, cut to the size of its member.
     template <std::size_t Size>
-    Reader &plain(char (&member)[Size], int missing) noexcept
+    Reader &raw(char (&member)[Size], int missing) noexcept
     {
         if (const std::string_view field = next(missing); !field.empty()) {
             store(field, member);
@@ -112,7 +113,7 @@ public:
         return *this;
     }
 
-    /// A text that may be marked as empty.
+    /// A text; the marker stands for an empty one.
     template <std::size_t Size>
     Reader &text(char (&member)[Size], int missing) noexcept
     {
@@ -128,7 +129,7 @@ public:
         return suppressed ? skip(missing) : text(member, missing);
     }
 
-    /// A hexadecimal number that is the whole field, kept as far as @p Value reaches.
+    /// A hexadecimal number that is the whole field, truncated to @p Value.
     template <class Value>
     Reader &number(Value &value, int missing, int malformed) noexcept
     {
@@ -143,7 +144,7 @@ public:
         return *this;
     }
 
-    /// Up to 64 bytes between blanks, as far as they are numbers.
+    /// Up to 64 bytes, separated by blanks; stops at the first one that is not a number.
     Reader &block(uint8_t (&bytes)[64], int missing) noexcept
     {
         if (next(missing).empty()) {
@@ -164,16 +165,16 @@ public:
         return *this;
     }
 
-    [[nodiscard]] bool whole() const noexcept { return result_ == kWhole; }
+    [[nodiscard]] bool ok() const noexcept { return result_ == kOk; }
     [[nodiscard]] int result() const noexcept { return result_; }
 
 private:
-    static constexpr int kWhole = 1;
+    static constexpr int kOk = 1;
 
-    /// The next field, terminated where its asterisk stood; empty, and a fault, where there is none.
+    /// The next field; its asterisk is replaced by a terminator. Empty, and an error, if no field is left.
     std::string_view next(int missing) noexcept
     {
-        if (!whole()) {
+        if (!ok()) {
             return {};
         }
         while (*rest_ == kSeparator) {
@@ -199,20 +200,20 @@ private:
 
     char *rest_;
     char *field_ = nullptr;
-    int result_ = kWhole;
+    int result_ = kOk;
 };
 
-/// What begins every text: the keyword, by which the reader was chosen, and the two texts that tell station and device.
+/// The beginning of every text: the keyword, which the caller has tested, and the texts that identify station and device.
 template <class Record>
 Reader beginning(Record &record, char *text) noexcept
 {
     return Reader(text).skip(-1).text(record.ipAddress, -2).text(record.ident2, -3).text(record.ident3, -4);
 }
 
-/// The removal's texts have no marker for being empty, and one code for every fault.
+/// The texts of a removal have no marker for an empty text, and all errors have the same code.
 int readRemoval(UsbRemoveInfo &record, char *text) noexcept
 {
-    return Reader(text).skip(-1).plain(record.ipAddress, -1).plain(record.ident2, -1).plain(record.ident3, -1).result();
+    return Reader(text).skip(-1).raw(record.ipAddress, -1).raw(record.ident2, -1).raw(record.ident3, -1).result();
 }
 
 }  // namespace
@@ -234,7 +235,7 @@ char *ConvertUSBDeviceNew2Cmd(const UsbDaemonContext *context, const UsbDeviceSo
         .shortNumber(device->id1)
         .shortNumber(device->id2)
         .block(device->bytes)
-        .take();
+        .copy();
 }
 
 char *ConvertUSBDeviceIM2Cmd(const UsbDeviceSource *device) noexcept
@@ -249,7 +250,7 @@ char *ConvertUSBDeviceIM2Cmd(const UsbDeviceSource *device) noexcept
         .number(device->number1)
         .number(device->number2)
         .shortNumber(device->number3)
-        .take();
+        .copy();
 }
 
 char *ConvertUSBDeviceCS2Cmd(const UsbDeviceSource *device) noexcept
@@ -259,7 +260,7 @@ char *ConvertUSBDeviceCS2Cmd(const UsbDeviceSource *device) noexcept
         .text(device->ident2)
         .text(device->ident3)
         .number(device->state)
-        .take();
+        .copy();
 }
 
 char *ConvertUSBDeviceRemove2Cmd(const UsbStationRecord *station, const char *extra) noexcept
@@ -267,28 +268,29 @@ char *ConvertUSBDeviceRemove2Cmd(const UsbStationRecord *station, const char *ex
     char address[INET_ADDRSTRLEN] = {};
     inet_ntop(AF_INET, &station->address, address, sizeof address);
     return Writer("removeUSBdevice")
-        .plain(address)
-        .plain({station->text, strnlen(station->text, sizeof station->text)})
-        .plain(extra)
-        .take();
+        .raw(address)
+        .raw({station->text, strnlen(station->text, sizeof station->text)})
+        .raw(extra)
+        .copy();
 }
 
-// The codes of the readers are numbered as the fields came to be, not as they stand: logs are read by them.
+// The readers' result codes are numbered in the order in which the fields were introduced, not in their order in the text. Log
+// readers know these codes.
 
 int ConvertCmd2USBDeviceNew(UsbDeviceV1 *record, char *text) noexcept
 {
     uint32_t dropped = 0;
     return beginning(*record, text)
         .text(record->text4, -5)
-        .textUnless(record->noText5 != 0, record->text5, -6)  // the caller's wish: some keep a text of their own there
+        .textUnless(record->noText5 != 0, record->text5, -6)  // some callers keep their own text in text5
         .text(record->text6, -7)
         .text(record->text7, -8)
         .number(record->number1, -9, -10)
         .number(dropped, -11, -19)
         .number(dropped, -20, -17)
         .number(record->id1, -18, -12)
-        // Today id2 stands here, and its low byte becomes the first byte of the block. Reading on to the real block would show
-        // old programs bytes that they have never seen.
+        // In current texts id2 is at this position, and its low byte becomes the first byte of the block. The real block after
+        // it is not read: old programs would receive bytes that they do not expect.
         .block(record->bytes, -13)
         .result();
 }
@@ -308,7 +310,7 @@ int ConvertCmd2USBDeviceNM(UsbDeviceInfo *record, char *text) noexcept
                               .number(id1, -18, -12)
                               .number(id2, -13, -14)
                               .skip(-15);
-    if (reader.whole()) {
+    if (reader.ok()) {
         const unsigned marked = (record->flagWord & kMarked) != 0 ? 1 : 0;
         record->flagBits = static_cast<uint8_t>((id1 & 1) | (id2 & 3) << 1 | marked << 3);
     }
@@ -317,7 +319,7 @@ int ConvertCmd2USBDeviceNM(UsbDeviceInfo *record, char *text) noexcept
 
 int ConvertCmd2USBDeviceIM(UsbDeviceInfo *record, char *text) noexcept
 {
-    uint8_t number3 = 0;  // that much of it is kept, in a place for more
+    uint8_t number3 = 0;  // only the low 8 bits are kept, although the member has 16
     const Reader reader = beginning(*record, text)
                               .text(record->text4, -5)
                               .text(record->text5, -6)
@@ -325,7 +327,7 @@ int ConvertCmd2USBDeviceIM(UsbDeviceInfo *record, char *text) noexcept
                               .number(record->number1, -8, -10)
                               .number(record->number2, -11, -12)
                               .number(number3, -13, -14);
-    if (reader.whole()) {
+    if (reader.ok()) {
         record->number3 = number3;
     }
     return reader.result();
@@ -339,7 +341,7 @@ int ConvertCmd2USBDeviceCS(UsbStateInfo *record, char *text) noexcept
 int ConvertCmd2USBDeviceRemove(UsbRemoveInfo *record, char *text) noexcept
 {
     std::memset(static_cast<void *>(record), 0,
-                sizeof(UsbDeviceV1));  // the area is as large as the older callback's other record
+                sizeof(UsbDeviceV1));  // the area has the size of the older callback's other record
     return readRemoval(*record, text);
 }
 

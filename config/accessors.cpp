@@ -1,4 +1,4 @@
-// Accessors of the configuration values. None answers before the file was read.
+// Accessors of the configuration values. All fail until the file has been read.
 #include <kvo_hws/config.h>
 #include <kvo_hws/runtime.h>
 
@@ -15,7 +15,7 @@ constexpr uint32_t kFirstPort = 5850;
 
 bool wasRead() noexcept { return kvo_hws::shared(sConfData.dataSet).load() != 0; }
 
-/// Runs @p copyOut where there is something to copy. Returns 0; -1 with the message where the file was not read.
+/// Runs @p copyOut and returns 0; if the file was not read, logs the message and returns -1.
 template <class CopyOut>
 int valueOr(const char *message, CopyOut copyOut) noexcept
 {
@@ -36,7 +36,7 @@ int value(const Value &member, Out *out, const char *message) noexcept
 int text(const char *const &member, char *out, const char *message) noexcept
 {
     return valueOr(message, [&] {
-        const char *const known = member != nullptr ? member : "";  // null where memory ran out
+        const char *const known = member != nullptr ? member : "";  // null if memory ran out
         std::strcpy(out, known);                                    // NOLINT(*.strcpy): the interface gives no size
     });
 }
@@ -49,7 +49,7 @@ int GetInterfaceIP(char *ipString_out, uint32_t *ipValue_out) noexcept
         LOG(LOG_ERR, "config dat not set ==> no IP address for interface '%s' available", kvo_hws::interfaceName());
         return -2;
     }
-    const kvo_hws::NoCancellation wholeQuestion;
+    const kvo_hws::NoCancellation wholeQuery;
     const int result = GetIpByInterface(sConfData.interface, ipString_out, ipValue_out);
     if (result != 0) {
         LOG(LOG_ERR, "GetIpByInterface fails with %d ==> no IP address for interface '%s' available", result,

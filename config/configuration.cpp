@@ -1,4 +1,4 @@
-// The configuration file: the table that the platform's reader goes by, and the block that it fills.
+// The configuration file: the table for the platform's reader, and the record that the reader fills.
 #include <kvo_hws/config.h>
 #include <kvo_hws/runtime.h>
 
@@ -19,7 +19,7 @@ ConfData sConfData = {};
 
 namespace {
 
-constexpr const char *kUsualFile = "/etc/kvo_hws.conf";
+constexpr const char *kDefaultFile = "/etc/kvo_hws.conf";
 constexpr std::size_t kLongestFileName = 4100;
 constexpr std::size_t kLongestHostName = 4096;
 constexpr std::size_t kLongestPath = sizeof sConfData.registryPath - 1;
@@ -31,7 +31,7 @@ struct ModeWord {
 
 constexpr ModeWord kModeWords[] = {{"all", CONF_MODE_ALL}, {"visible", CONF_MODE_VISIBLE}, {"none", CONF_MODE_NONE}};
 
-/// Stores one byte of the word, whose others are zero since the block was cleared.
+/// Stores only the low byte of the word; the other bytes are zero because the record was cleared.
 int readMode(const char *value, void *destination)
 {
     auto &mode = *static_cast<uint8_t *>(destination);
@@ -47,7 +47,7 @@ int readMode(const char *value, void *destination)
 
 bool isSeparator(char character) noexcept { return character == '/' || character == '\\'; }
 
-/// As much of the folder as fits, with a separator at its end; an empty one stays empty.
+/// Stores as much of the directory's path as fits, with a separator at its end; an empty path stays empty.
 int readPath(const char *value, void *destination)
 {
     char *text = nullptr;
@@ -55,13 +55,13 @@ int readPath(const char *value, void *destination)
         return result;
     }
     const kvo_hws::HeapText owned(text);
-    std::string_view folder(text);
-    const bool ended = !folder.empty() && isSeparator(folder.back());
-    if (folder.size() > kLongestPath || (folder.size() == kLongestPath && !ended)) {
-        folder = folder.substr(0, kLongestPath - 1);
+    std::string_view directory(text);
+    const bool ended = !directory.empty() && isSeparator(directory.back());
+    if (directory.size() > kLongestPath || (directory.size() == kLongestPath && !ended)) {
+        directory = directory.substr(0, kLongestPath - 1);
     }
     auto *const path = static_cast<char *>(destination);
-    std::size_t length = folder.copy(path, folder.size());
+    std::size_t length = directory.copy(path, directory.size());
     if (length > 0 && !isSeparator(path[length - 1])) {
         path[length++] = '/';
     }
@@ -69,13 +69,13 @@ int readPath(const char *value, void *destination)
     return 1;
 }
 
-/// What the flags mean is the reader's business; the first two keys differ from the others in them.
+/// Flags for the platform's reader, which defines their meaning. The first two keys have other flags than the rest.
 constexpr uintptr_t kPlatformKey = 0x2F;
 constexpr uintptr_t kOwnKey = 0x1F;
 
 }  // namespace
 
-// Five keys fill the name and two the interface: files of every age are read.
+// Five keys set the name and two set the interface, so that old and new files can be read.
 HwsKeyword hws_keywords[13] = {
     {"InternalInterface", read_int, &sConfData.interface, "eth0", kPlatformKey, 0},
     {"Hostname", read_str, &sConfData.name, "", kPlatformKey, 0},
@@ -94,7 +94,7 @@ HwsKeyword hws_keywords[13] = {
 
 namespace {
 
-/// The host's name on the heap; null without memory.
+/// The host name, allocated with malloc; null if memory runs out.
 char *hostName() noexcept
 {
     std::array<char, kLongestHostName> name{};
@@ -129,13 +129,13 @@ void ReadConfFile() noexcept
     std::array<char, kLongestFileName> fileName{};
     sConfData = {};
     const char *const named = libpavo_getMetric(PLATFORM_CONFIG_FILE);
-    const std::string_view file = named != nullptr ? named : kUsualFile;
+    const std::string_view file = named != nullptr ? named : kDefaultFile;
     file.copy(fileName.data(), fileName.size() - 1);
     LOG(LOG_DEBUG, "veltrop configuration file name: %s", fileName.data());
 
     void *block[4] = {fileName.data(), nullptr, nullptr, nullptr};
     keywords = hws_keywords;
-    read_conf(block);  // a file that can not be read leaves the defaults
+    read_conf(block);  // if the file cannot be read, the defaults apply
     GetIpByInterface(sConfData.interface, sConfData.ipString, &sConfData.ipValue);
     if (sConfData.name == nullptr) {
         sConfData.name = hostName();

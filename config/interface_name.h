@@ -5,7 +5,7 @@
 
 namespace kvo_hws {
 
-/// Never null: the interface is, before the file was read and where there was no memory for it.
+/// Never null, unlike the configured interface, which is null before the file is read or if memory ran out.
 inline const char *interfaceName() noexcept { return sConfData.interface != nullptr ? sConfData.interface : "(null)"; }
 
 }  // namespace kvo_hws

@@ -1,5 +1,5 @@
-// Activating and closing USB events. Both stop whatever server runs and leave the talk with the service to a thread; what
-// comes of it is told to the callback.
+// Activating and closing USB events. Both stop the running server and start a thread that asks the service. The callback
+// receives the outcome.
 #include <kvo_hws/result.h>
 #include <kvo_hws/runtime.h>
 #include <kvo_hws/service.h>
@@ -21,16 +21,16 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr auto kInitPollTime = 100ms;
-constexpr auto kCloseTime = 100ms;  // for the thread that asks the service; hosts that exit right after a close rely on it
+constexpr auto kCloseTime = 100ms;  // time for the thread that asks the service; hosts that exit after a close rely on it
 constexpr int kServerStillRuns = -1;
 
-/// Stopping a server and starting the next one is one step: activations and closes take turns at it. Not held while host code
-/// runs.
+/// Stopping a server and starting the next one is one step: only one activation or close does it at a time. Not locked while
+/// the host's callback runs.
 pthread_mutex_t serverChange = PTHREAD_MUTEX_INITIALIZER;
 
 bool startServer() noexcept { return kvo_hws::serverState().load() == NOTIFY_STOPPED && kvo_hws::startUsbServer(); }
 
-/// One exchange with the service. Returns the status that its answer stands for; @p accepted for "ok".
+/// One exchange with the service. Returns the status for its reply; @p accepted for "ok".
 int32_t askService(const char *command, int32_t accepted) noexcept
 {
     return kvo_hws::Request(kvo_hws::kSilent)
@@ -44,24 +44,24 @@ int32_t askService(const char *command, int32_t accepted) noexcept
 
 void sendStatus(int32_t status) noexcept { SendUSBEventCheckNULL_Simple(static_cast<uint32_t>(status)); }
 
-/// One generation of callbacks: its slot, how its statuses reach it, and the label of its messages.
+/// One generation of callbacks: its variable, the function that sends a status to it, and the label of its messages.
 template <class Callback>
 struct Generation {
     std::atomic_ref<Callback> slot;
-    int32_t (*tell)(uint32_t code) noexcept;
+    int32_t (*send)(uint32_t code) noexcept;
     const char *label;
 };
 
-/// The older callback hears of its own activation also where a newer one is set, which all other codes would go to.
-int32_t tellOlder(uint32_t code) noexcept { return SendUSBEventCheckNULL_V1(code, nullptr); }
+/// The older callback receives the codes of its own activation even if a newer one is set. All other codes go to the newer one.
+int32_t sendToOlder(uint32_t code) noexcept { return SendUSBEventCheckNULL_V1(code, nullptr); }
 
-/// How a change of servers went, and which activation or end it was.
+/// The result of a change of servers, and the number of its activation or end.
 struct Change {
     int32_t result;
     uintptr_t number;
 };
 
-/// The first half of every change, under its lock: no server.
+/// The first half of every change: stops the server. Called with serverChange locked.
 int32_t stopServer(const char *label) noexcept
 {
     if (KillUsbServer() == kServerStillRuns) {
@@ -72,7 +72,7 @@ int32_t stopServer(const char *label) noexcept
     return KVO_HWS_OK;
 }
 
-/// The second half of an activation: a server, and a thread that asks the service for events.
+/// The second half of an activation: starts a server and a thread that asks the service for events.
 int32_t startServerAndHelper(const char *label, uintptr_t number) noexcept
 {
     if (!startServer()) {
@@ -80,7 +80,7 @@ int32_t startServerAndHelper(const char *label, uintptr_t number) noexcept
         return KVO_HWS_SERVER_FAILED;
     }
     kvo_hws::debugMessage(label, "start server");
-    // Without it the callback stays set and the server runs: callers know -3 as what a close puts right.
+    // If the thread cannot be started, the callback stays set and the server keeps running: callers close after a -3.
     return kvo_hws_CreateThread(threadActivateUSBevents, reinterpret_cast<void *>(number)) == 1 ? KVO_HWS_OK
                                                                                                 : KVO_HWS_NO_THREAD;
 }
@@ -90,7 +90,7 @@ Change replaceServer(Callback callback, const Generation<Callback> &generation) 
 {
     const kvo_hws::Lock lock(serverChange);
     Change change{KVO_HWS_OK, kvo_hws::supersedeActivations()};
-    // A close that came in between may have taken it away again; from here on that one is superseded.
+    // A close in between may have cleared the callback; that close is superseded now.
     generation.slot.store(callback);
     change.result = stopServer(generation.label);
     if (change.result == KVO_HWS_OK) {
@@ -114,11 +114,11 @@ int32_t activate(Callback callback, Generation<Callback> generation) noexcept
         kvo_hws::debugMessage(generation.label, "null pointer received");
     } else {
         generation.slot.store(callback);
-        generation.tell(USB_EVENT_BEGIN);
+        generation.send(USB_EVENT_BEGIN);
         const Change change = replaceServer(callback, generation);
         result = change.result;
         if (result == KVO_HWS_SERVER_FAILED) {
-            generation.tell(USB_EVENT_SERVER_FAILED);
+            generation.send(USB_EVENT_SERVER_FAILED);
             kvo_hws::clearCallbacks(change.number);
         }
     }
@@ -128,7 +128,7 @@ int32_t activate(Callback callback, Generation<Callback> generation) noexcept
     return result;
 }
 
-/// A number comes from an activation or close; a host that runs a thread by itself means the last one.
+/// The number from the activation or close; the latest one if a host runs the thread function itself and passes null.
 uintptr_t numberOf(void *argument) noexcept
 {
     return argument != nullptr ? reinterpret_cast<uintptr_t>(argument) : kvo_hws::latestActivation();
@@ -138,7 +138,7 @@ uintptr_t numberOf(void *argument) noexcept
 
 int32_t KVO_HWS_activateUSBEvents(SendUsbEventV1 callback) noexcept
 {
-    return activate<SendUsbEventV1>(callback, {kvo_hws::olderCallback(), tellOlder, "activate USB events"});
+    return activate<SendUsbEventV1>(callback, {kvo_hws::olderCallback(), sendToOlder, "activate USB events"});
 }
 
 int32_t KVO_HWS_activateUSBEventsV2(SendUsbEventV2 callback) noexcept
@@ -161,7 +161,7 @@ int32_t KVO_HWS_closeUSBEvents() noexcept
         kvo_hws::clearCallbacks(change.number);
         return change.result;
     }
-    // Without a thread the service is not told and the callback stays set, so that closing again tells it.
+    // If the thread cannot be started, no request is sent and the callback stays set; a second close sends the request.
     kvo_hws_CreateThread(threadDeactivateUSBevents, reinterpret_cast<void *>(change.number));
     kvo_hws::pause(kCloseTime);
     return KVO_HWS_OK;
@@ -181,7 +181,7 @@ void *threadActivateUSBevents(void *argument) noexcept
 {
     kvo_hws_detach_thread();
     const uintptr_t number = numberOf(argument);
-    // However long the service takes: only an activation that was superseded has nothing left to ask for, or to report.
+    // Waits without a limit for the service. Only a superseded activation has nothing more to ask or to report.
     const auto superseded = [number] { return kvo_hws::latestActivation() != number; };
     while (KVO_HWS_isInitComplete() != KVO_HWS_OK && !superseded()) {
         kvo_hws::pause(kInitPollTime);

@@ -1,4 +1,4 @@
-// The callback slots, and the calls through them. A slot is read once for a call: it may be emptied by any thread at any time.
+// The callback variables and the calls of the callbacks. Each call reads a variable once: any thread may clear it at any time.
 #include "usbevents/callbacks.h"
 
 #include "runtime/owners.h"
@@ -14,18 +14,18 @@ using kvo_hws::kCallbackFailed;
 using kvo_hws::newerCallback;
 using kvo_hws::olderCallback;
 
-/// Guards latest together with the slots that it is about.
+/// Protects latest together with the callback variables.
 pthread_mutex_t callbackChange = PTHREAD_MUTEX_INITIALIZER;
 std::atomic<uintptr_t> latest{0};
 
-/// Calls a host's function, from which nothing but its result comes back.
+/// Calls a host's function. Exceptions and cancellation do not leave this call.
 template <class Callback, class... Arguments>
-int32_t tell(Callback callback, Arguments... arguments) noexcept
+int32_t call(Callback callback, Arguments... arguments) noexcept
 {
     if (callback == nullptr) {
         return kCallbackFailed;
     }
-    const kvo_hws::NoCancellation wholeCall;  // a thread that is cancelled must not end in here
+    const kvo_hws::NoCancellation wholeCall;  // a cancelled thread must not end in the callback
     try {
         return callback(arguments...);
     } catch (...) {
@@ -46,9 +46,9 @@ int32_t SendUSBEventCheckNULL_Simple(uint32_t code) noexcept
     return SendUSBEventCheckNULL_V1(code, nullptr);
 }
 
-int32_t SendUSBEventCheckNULL_V1(uint32_t code, void *record) noexcept { return tell(olderCallback().load(), code, record); }
+int32_t SendUSBEventCheckNULL_V1(uint32_t code, void *record) noexcept { return call(olderCallback().load(), code, record); }
 
-int32_t SendUSBEventCheckNULL_V2(UsbEventV2 *event) noexcept { return tell(newerCallback().load(), event); }
+int32_t SendUSBEventCheckNULL_V2(UsbEventV2 *event) noexcept { return call(newerCallback().load(), event); }
 
 void SetFunction_SendUSBEvent_NULL() noexcept
 {

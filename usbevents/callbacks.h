@@ -1,4 +1,4 @@
-// The two callback slots, which USB events go to, and the latest activation, which alone may clear them.
+// The two callbacks for USB events, and the latest activation. Only the latest activation may clear the callbacks.
 #pragma once
 
 #include <kvo_hws/usbevents.h>
@@ -13,16 +13,16 @@ namespace kvo_hws {
 inline std::atomic_ref<SendUsbEventV1> olderCallback() noexcept { return shared(sendUSBEvent); }
 inline std::atomic_ref<SendUsbEventV2> newerCallback() noexcept { return shared(sendUSBEvent2); }
 
-/// What a callback returns for a failure, and what stands for one where none is set.
+/// A callback's result for a failure; also the result if no callback is set.
 inline constexpr int32_t kCallbackFailed = -1;
 
-/// Bytes of an event that come before its payload.
+/// Number of bytes of an event before its payload.
 inline constexpr uint32_t kEventHead = offsetof(UsbEventV2, payload);
 
-/// A new activation, or the end of one, supersedes every earlier one. Returns its number, which is not 0.
+/// Starts a new activation or the end of one, which supersedes all earlier ones. Returns its number, which is not 0.
 uintptr_t supersedeActivations() noexcept;
 
-/// The number of the latest activation, or end of one; 0 before the first.
+/// The number of the latest activation or end of one; 0 before the first.
 uintptr_t latestActivation() noexcept;
 
 /// Clears both callbacks if @p number is still the latest activation. Returns true if it did.

@@ -1,4 +1,4 @@
-// One connection of the USB event server: a line comes in, the callback is told, an answer goes out.
+// One connection of the USB event server: reads a line, calls the callback, and writes a reply.
 #include <kvo_hws/runtime.h>
 #include <kvo_hws/service.h>
 #include <kvo_hws/usbevents.h>
@@ -23,7 +23,7 @@ namespace {
 using kvo_hws::kCallbackFailed;
 using kvo_hws::kEventHead;
 
-constexpr auto kCloseDelay = 100ms;  // the daemon reads the answer before it meets the end
+constexpr auto kCloseDelay = 100ms;  // the daemon reads the reply before the connection is closed
 constexpr int kParsed = 1;
 
 constexpr const char *kOk = "ok";
@@ -38,7 +38,7 @@ bool olderIsSet() noexcept { return kvo_hws::olderCallback().load() != nullptr; 
 
 // ---- The four events, from the text to the answer ----
 
-/// An event for the newer callback, clear but for its head.
+/// A zeroed event for the newer callback, with its code and length.
 UsbEventV2 eventOf(UsbEventCode code, std::size_t payloadLength) noexcept
 {
     UsbEventV2 event = {};
@@ -57,7 +57,7 @@ const char *loggedAnswerTo(int32_t callbackResult, const char *step) noexcept
     return answerTo(callbackResult);
 }
 
-/// "New" also for a refused device: the message is searched for as it is.
+/// The message contains "New" for a refused device too: log searches rely on the text.
 const char *malformed(int code, const char *step) noexcept
 {
     kvo_hws::debugValues("%s ConvertText2USBDeviceNew fails %d", step, code);
@@ -81,15 +81,14 @@ const char *newDevice(char *text) noexcept
     return loggedAnswerTo(kCallbackFailed, kStep);
 }
 
-/// For the newer callback alone, as the change of state is: the older one has no code for either, and programs that set it
-/// know none.
+/// Only for the newer callback, like a change of state: the older one has no codes for these events.
 const char *refusedDevice(char *text) noexcept
 {
     constexpr const char *kStep = " ExecuteIgnoreUSBDevice";
     if (!newerIsSet()) {
         return loggedAnswerTo(kCallbackFailed, kStep);
     }
-    // The flag bits are no part of it.
+    // The flag bits do not belong to a refused device.
     UsbEventV2 event = eventOf(USB_EVENT_DEVICE_REFUSED, offsetof(UsbDeviceInfo, flagBits));
     const int parsed = ConvertCmd2USBDeviceIM(&event.payload.device, text);
     return parsed == kParsed ? loggedAnswerTo(SendUSBEventCheckNULL_V2(&event), kStep) : malformed(parsed, kStep);
@@ -101,7 +100,7 @@ const char *changedState(char *text) noexcept
     return ConvertCmd2USBDeviceCS(&event.payload.state, text) == kParsed ? answerTo(SendUSBEventCheckNULL_V2(&event)) : kFailed;
 }
 
-/// A malformed removal is answered with an empty line, unlike all others: daemons tell the two failures apart by that.
+/// The reply to a malformed removal is an empty line, unlike for other events: daemons distinguish the two failures by it.
 const char *removedDevice(char *text) noexcept
 {
     if (newerIsSet()) {
@@ -110,7 +109,7 @@ const char *removedDevice(char *text) noexcept
                                                                                : kNothing;
     }
     if (olderIsSet()) {
-        // The older callback has one size of area for all its records.
+        // The older callback expects an area of the same size for all its records.
         union {
             UsbRemoveInfo removed;
             UsbDeviceV1 area;
@@ -136,13 +135,13 @@ constexpr EventText kEventTexts[] = {
 
 // ---- The control word ----
 
-/// Another program wants the events, and gets them also where the service refuses: it takes the path in any case.
-const char *giveUp() noexcept
+/// Another program takes over the events. It receives them even if the service refuses, because it takes the socket path.
+const char *handOver() noexcept
 {
     const uintptr_t number = kvo_hws::supersedeActivations();
     const int32_t result = kvo_hws::Request(kvo_hws::kSilent).send("deactivateUSBEvents").on("ok", KVO_HWS_OK).result();
     SendUSBEventCheckNULL_Simple(USB_EVENT_DEACTIVATED);
-    // An activation that came meanwhile has taken them back, with a server of its own.
+    // Unless an activation meanwhile has taken the events back, with its own server.
     if (kvo_hws::clearCallbacks(number)) {
         kvo_hws::suicide().store(1);
     }
@@ -151,7 +150,7 @@ const char *giveUp() noexcept
 
 // ---- The connection ----
 
-/// Events by how the text begins, the control word by all of it.
+/// Events are recognised by the beginning of the text, the control word by the whole text.
 const char *execute(char *text) noexcept
 {
     for (const EventText &event : kEventTexts) {
@@ -159,7 +158,7 @@ const char *execute(char *text) noexcept
             return event.execute(text);
         }
     }
-    return std::string_view(text) == "suicide" ? giveUp() : kUnknownRequest;
+    return std::string_view(text) == "suicide" ? handOver() : kUnknownRequest;
 }
 
 const char *receiveAndExecute(int socket) noexcept
@@ -177,7 +176,7 @@ void serve(const kvo_hws::Descriptor &connection) noexcept
 {
     const char *const answer = receiveAndExecute(connection.get());
     kvo_hws::debugValues("USB server - sending text to client '%s'", answer);
-    // A client that has gone is not waited for, and loses nothing that it had not lost before.
+    // A failed write is ignored: the client has already closed the connection.
     static_cast<void>(kvo_hws::OutgoingLine(answer).write(connection));
     kvo_hws::pause(kCloseDelay);
 }

@@ -1,5 +1,5 @@
-// The USB event server: one thread that accepts, and a thread for each connection. It ends by its state word, at which it
-// looks at least once a second.
+// The USB event server: one thread that accepts connections, and a thread for each connection. The server checks its state
+// word at least once a second and ends when a stop is requested.
 #include "usbevents/server.h"
 
 #include <kvo_hws/runtime.h>
@@ -28,17 +28,17 @@ constexpr auto kStatePeriod = 1s;
 constexpr auto kStartTime = 2s;
 constexpr auto kStartPeriod = 1ms;
 
-/// Why a server ended; part of its last log line.
+/// The reason why a server ended; part of its last log line.
 enum class End { stopped = 0, noSocket = 1, notBound = 2, notListening = 3, waitFailed = 4, acceptFailed = 5, noThread = 6 };
 
-/// Taking a number, and taking the socket's path, are each one step: of two servers that start at once, the last one has the
-/// path too.
+/// Taking a number and taking the socket path are one step each. If two servers start at the same time, the later one also gets
+/// the path.
 pthread_mutex_t pathChange = PTHREAD_MUTEX_INITIALIZER;
 
-/// Servers are numbered as they start; only the last one is anybody's server.
-std::atomic<uint32_t> lastServer{0};
+/// Servers are numbered in the order of their starts. Only the latest one is in use.
+std::atomic<uint32_t> latestServer{0};
 
-/// Servers that have come as far as listening, and those that have come there or ended before.
+/// Number of servers that started listening, and number of servers that started listening or failed to.
 std::atomic<uint32_t> serversListening{0};
 std::atomic<uint32_t> serversSettled{0};
 
@@ -47,7 +47,7 @@ public:
     Server() noexcept : socket_(-1)
     {
         const kvo_hws::Lock lock(pathChange);
-        number_ = ++lastServer;
+        number_ = ++latestServer;
         kvo_hws::serverState().store(NOTIFY_RUNNING);
         kvo_hws::suicide().store(0);
     }
@@ -66,15 +66,15 @@ public:
     }
 
 private:
-    [[nodiscard]] bool isLast() const noexcept { return lastServer.load() == number_; }
-    [[nodiscard]] bool goesOn() const noexcept { return isLast() && kvo_hws::serverState().load() == NOTIFY_RUNNING; }
+    [[nodiscard]] bool isLatest() const noexcept { return latestServer.load() == number_; }
+    [[nodiscard]] bool isActive() const noexcept { return isLatest() && kvo_hws::serverState().load() == NOTIFY_RUNNING; }
 
     End listen() noexcept
     {
         End end = End::stopped;
         {
             const kvo_hws::Lock lock(pathChange);
-            end = isLast() ? takePath() : End::stopped;
+            end = isLatest() ? takePath() : End::stopped;
             error_ = errno;
         }
         switch (end) {
@@ -88,7 +88,7 @@ private:
 
     End takePath() noexcept
     {
-        // Without blocking: a client that has gone again must not hold up the accept.
+        // Non-blocking: accept must not block if a client has already disconnected.
         kvo_hws::Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
         if (!socket.valid()) {
             return End::noSocket;
@@ -105,10 +105,10 @@ private:
 
     End serve() noexcept
     {
-        while (goesOn()) {
+        while (isActive()) {
             const int ready = kvo_hws::pollReadable(socket_.get(), kStatePeriod);
             error_ = errno;
-            if (!goesOn()) {
+            if (!isActive()) {
                 break;
             }
             if (ready < 0 && error_ != EINTR) {
@@ -127,7 +127,7 @@ private:
     {
         kvo_hws::Descriptor connection(accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC));
         error_ = errno;
-        if (!goesOn()) {
+        if (!isActive()) {
             return End::stopped;
         }
         if (!connection.valid()) {
@@ -138,24 +138,24 @@ private:
             SendDLLDebugMessage("USB server - create thread error");
             return End::noThread;
         }
-        connection.release();  // it is the thread's now
+        connection.release();  // the thread owns it now
         return End::stopped;
     }
 
     void finish() noexcept
     {
         socket_.close();
-        // A successor has the state for its own.
-        if (isLast() && !kvo_hws::advanceServer(NOTIFY_STOP_REQUESTED, NOTIFY_STOP_DONE)) {
+        // After a takeover the state belongs to the successor.
+        if (isLatest() && !kvo_hws::advanceServer(NOTIFY_STOP_REQUESTED, NOTIFY_STOP_DONE)) {
             kvo_hws::serverState().store(NOTIFY_STOPPED);
         }
         SendDLLDebugMessage("USB server - terminated");
-        // The number follows the word directly: log filters match it so.
+        // No space between the word and the number: log filters rely on this form.
         const bool abnormal = end_ != End::stopped;
         kvo_hws::logAlways(abnormal ? LOG_ERR : LOG_INFO, "USB server - %sterminated%d %d %s", abnormal ? "abnormal " : "",
                            static_cast<int>(end_), error_, std::strerror(error_));
-        if (isLast() && kvo_hws::suicide().exchange(0) != 0) {
-            // Nobody in this process waits for that end.
+        if (isLatest() && kvo_hws::suicide().exchange(0) != 0) {
+            // No thread of this process waits for the end.
             kvo_hws::advanceServer(NOTIFY_STOP_DONE, NOTIFY_STOPPED);
         }
     }
@@ -175,7 +175,7 @@ bool kvo_hws::startUsbServer() noexcept
     if (kvo_hws_CreateThread(win_kvo_hws_usb_server, nullptr) != 1) {
         return false;
     }
-    // An event may follow the activation at once, and so may a close: both are to meet the server.
+    // An event or a close may follow the activation at once, and must find the server listening.
     for (auto waited = 0ms; serversSettled.load() == settledBefore && waited < kStartTime; waited += kStartPeriod) {
         pause(kStartPeriod);
     }

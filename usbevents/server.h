@@ -3,7 +3,7 @@
 
 namespace kvo_hws {
 
-/// Starts the server's thread and waits until it listens, or has found that it cannot. False where it does not listen.
+/// Starts the server's thread and waits until it listens or has failed. Returns true if it listens.
 bool startUsbServer() noexcept;
 
 }  // namespace kvo_hws

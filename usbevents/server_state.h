@@ -1,4 +1,4 @@
-// The life state of this process's USB event server, as its starter, its stopper and the server itself share it.
+// The state of this process's USB event server. The server and the threads that start and stop it share this state.
 #pragma once
 
 #include <kvo_hws/runtime.h>
@@ -11,10 +11,10 @@ namespace kvo_hws {
 /// ServerPipeThreadSyncState; its values are those of NotifyState.
 inline std::atomic_ref<uint32_t> serverState() noexcept { return shared(ServerPipeThreadSyncState); }
 
-/// uiSuicide: whether the server has been told to give the events up.
+/// uiSuicide: whether the server has received "suicide", the request to give up the events.
 inline std::atomic_ref<uint32_t> suicide() noexcept { return shared(uiSuicide); }
 
-/// From @p from to @p to; nothing where the state is another one. Returns whether it was done.
+/// Changes the state from @p from to @p to. Does nothing and returns false if it has another value.
 inline bool advanceServer(uint32_t from, uint32_t to) noexcept { return serverState().compare_exchange_strong(from, to); }
 
 }  // namespace kvo_hws

@@ -1,4 +1,4 @@
-// Messages to the USB event server of a library instance, in the log's words a "DLL", and the step that stops such a server.
+// Sends messages to the USB event server of a library instance, which the log calls "DLL", and stops such a server.
 #include <kvo_hws/platform.h>
 #include <kvo_hws/runtime.h>
 #include <kvo_hws/service.h>
@@ -28,21 +28,21 @@ constexpr int kConnectAttempts = 5;
 constexpr auto kConnectPause = 10ms;
 constexpr std::string_view kSuicide = "suicide";
 
-/// What a sender returns, and logs as "thRet".
+/// The result of a sender, which the log shows as "thRet".
 enum SendResult : int { kSent = 1, kSocketError = 2, kConnectError = 3, kWriteError = 4, kBufferSizeError = 5 };
 
 using ReplyBuffer = std::array<char, 1028>;
 
-/// How a delivery went, and what its log line needs.
+/// The result of a delivery, and the values for its log line.
 struct Delivery {
     SendResult result = kSent;
     const char *reason = "";
     int priority = LOG_ERR;
     int error = 0;
-    int fd = -1;  ///< the socket it used, closed by now; -1 when it got none
+    int fd = -1;  ///< the socket that was used; it is already closed. -1 if there was none
 };
 
-/// No server listening is what a "suicide" usually meets, and no fault.
+/// Usually no server is listening when "suicide" is sent; this is not an error.
 bool connectToServer(const kvo_hws::Descriptor &socket, bool suicide, const char *noServer, Delivery &delivery) noexcept
 {
     for (int attempt = 0; attempt < kConnectAttempts; ++attempt) {
@@ -51,17 +51,19 @@ bool connectToServer(const kvo_hws::Descriptor &socket, bool suicide, const char
         }
         delivery.error = errno;
         delivery.reason = suicide ? noServer : "connect error (--> DLL)";
-        // Stays for what may fail later in this delivery: log filters know a "suicide" that met a server just starting so.
+        // Also applies to later failures of this delivery: log filters rely on it for a "suicide" that a starting server
+        // receives.
         delivery.priority = suicide ? LOG_INFO : LOG_ERR;
         kvo_hws::pause(kConnectPause);
         if (delivery.error == EAGAIN) {
-            break;  // the server's queue stayed full for as long as a peer may be silent; asking again would only multiply that
+            break;  // the server's queue stayed full for the whole timeout; more attempts would only multiply the wait
         }
     }
     return false;
 }
 
-/// One line to the USB event server that listens now, and its answer. @p noServer is the sender's spelling of that reason.
+/// Sends one line to the USB event server that is listening now, and reads the reply. @p noServer is the reason that the sender
+/// logs if no server is listening.
 Delivery deliver(std::string_view message, const char *noServer, ReplyBuffer &reply) noexcept
 {
     Delivery delivery;
@@ -89,14 +91,14 @@ Delivery deliver(std::string_view message, const char *noServer, ReplyBuffer &re
     if (!line.write(socket)) {
         return failed(kWriteError, "write error (--> DLL)", errno);
     }
-    // Written is delivered: a lost answer fails nothing.
+    // The message is delivered once it is written, even if the reply is lost.
     ReadSocket(socket.get(), reply.data());
     return delivery;
 }
 
 uint32_t thisThread() noexcept { return static_cast<uint32_t>(GetCurrentThreadId()); }
 
-/// Asks this process's server to end, and waits for it. False when it went on for 2 s.
+/// Requests the end of this process's server and waits for it. Returns false if it is still running after 2 s.
 bool stopOwnServer() noexcept
 {
     kvo_hws::advanceServer(NOTIFY_RUNNING, NOTIFY_STOP_REQUESTED);
@@ -117,7 +119,7 @@ int FuncSendCommand2DLL(char *command) noexcept
 {
     const kvo_hws::NoCancellation wholeSending;
     const kvo_hws::HeapText owned(command);
-    // Also where the caller's own thread does the sending: senders have always come back detached.
+    // Detaches the caller's thread too: callers of this function have always been detached.
     kvo_hws_detach_thread();
     const uint32_t thread = thisThread();
     LOG(LOG_INFO, "sending request to DLL \"%s\" [thread 0x%08X]", command, thread);
@@ -168,7 +170,7 @@ int SendCommand2DLL(char *command, int synchronous) noexcept
     if (kvo_hws_CreateThread(ThreadSendCommand2DLL, command) != 1) {
         std::free(command);
     }
-    return 1;  // also without a thread: nobody waits for what comes of it
+    return 1;  // also without a thread: no caller waits for the outcome
 }
 
 void *ThreadSendCommand2DLL(void *command) noexcept
@@ -185,12 +187,13 @@ int KillUsbServer() noexcept
     constexpr std::size_t kSize = kSuicide.size() + 1;
     auto *const message = static_cast<char *>(std::malloc(kSize));
     if (message == nullptr) {
-        SendDLLDebugMessage("kill servernot enough memory");  // without the blank: it is searched for as it is
+        SendDLLDebugMessage("kill servernot enough memory");  // the missing blank is part of the text: log searches rely on it
         return -2;
     }
     std::memcpy(message, kSuicide.data(), kSize);
     if (SendCommand2DLL(message, 1) != kSent) {
-        // Nobody listens, which is usual. It outweighs a server that did not stop: the path is free for the next one.
+        // Usually no server is listening. This result takes precedence over a server that did not stop, because the next server
+        // can take the path.
         return -2;
     }
     return stopped ? 1 : -1;

@@ -1,4 +1,4 @@
-// The numbers that tell stations apart: machine control panel, direct control keys, KVO index and cks index.
+// The numbers that identify stations: machine control panel address, direct control keys address, KVO index and cks index.
 #include <kvo_hws/requests.h>
 
 #include "requests/values.h"
@@ -14,13 +14,13 @@ using kvo_hws::Request;
 
 constexpr unsigned long kHighestAddress = 255;
 
-/// All setters but the cks index's: the value goes out as it is, the daemon judges it.
+/// For all setters except that of the cks index: the value is sent unchecked, the daemon validates it.
 int32_t setNumber(const char *label, const char *command, uint32_t value, uint32_t station) noexcept
 {
     return Request(label).send("%s=\"%u\" %08X", command, value, station).on("ok", KVO_HWS_OK).result();
 }
 
-int32_t pressKey(const char *label, const char *command, uint32_t value1, uint32_t value2, uint32_t station) noexcept
+int32_t sendKey(const char *label, const char *command, uint32_t value1, uint32_t value2, uint32_t station) noexcept
 {
     return Request(label).send("%s=\"%u:%u\" %08X", command, value1, value2, station).on("ok", KVO_HWS_OK).result();
 }
@@ -31,13 +31,13 @@ int32_t getNumber(const char *label, const char *command, uint32_t station, cons
     return Request(label).needs(out).send("%s=%08X", command, station).value(key, decimal(out, 0, highest)).result();
 }
 
-/// A reply that means something other than an address, and the reason that is logged for it.
-struct Told {
+/// A reply without an address, and the reason that is logged for it.
+struct NoAddress {
     const char *reply;
     const char *reason;
 };
 
-int32_t lookUp(const char *label, const char *command, uint32_t key, const Told &none, const Told &several,
+int32_t lookUp(const char *label, const char *command, uint32_t key, const NoAddress &none, const NoAddress &several,
                uint32_t *ip) noexcept
 {
     return Request(label)
@@ -68,23 +68,23 @@ int32_t KVO_HWS_setDCKEnable(uint32_t station, uint32_t enable) noexcept
 
 int32_t KVO_HWS_setKVOCksIndex(uint32_t station, uint32_t index) noexcept
 {
-    // The reason is the handheld terminal's, though 0 to 255 are valid here; log readers know it so.
+    // The message is that of the handheld terminal, although 0 to 255 are valid here: log readers rely on it.
     return Request("set cks index")
         .refuse(index > kHighestAddress, KVO_HWS_OUT_OF_RANGE, {"invalid parameter (0 \"auto\" or 1 \"individual\")"})
         .send("setKVOCksIndex=\"%u\" %08X", index, station)
         .on("ok", KVO_HWS_OK)
-        .on("bad request", KVO_HWS_FAILED, "error sending request")  // told like "failed"
+        .on("bad request", KVO_HWS_FAILED, "error sending request")  // the same message as for "failed"
         .result();
 }
 
 int32_t KVO_HWS_simulateMCPKey(uint32_t station, uint32_t value1, uint32_t value2) noexcept
 {
-    return pressKey("simulate MCP key", "simulateMCPKey", value1, value2, station);
+    return sendKey("simulate MCP key", "simulateMCPKey", value1, value2, station);
 }
 
 int32_t KVO_HWS_enableMCPKey(uint32_t station, uint32_t value1, uint32_t value2) noexcept
 {
-    return pressKey("enable MCP key", "enableMCPKey", value1, value2, station);
+    return sendKey("enable MCP key", "enableMCPKey", value1, value2, station);
 }
 
 int32_t KVO_HWS_getMCPAddress(uint32_t station, uint32_t *mcpAddress) noexcept

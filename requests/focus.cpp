@@ -1,4 +1,4 @@
-// What a station does when it gets the focus and at start, and its channel information.
+// The behaviour of a station at start and when it gets the focus, and its channel information.
 #include <kvo_hws/requests.h>
 
 #include "requests/focus.h"
@@ -19,7 +19,7 @@ constexpr uint32_t kDefaultPriority = 1;
 
 bool startsWithDigit(const char *text) noexcept { return *text >= '0' && *text <= '9'; }
 
-/// "", ":", "<lock>:", ":<priority>" or "<lock>:<priority>". False, with nothing stored, for all else.
+/// Reads "", ":", "<lock>:", ":<priority>" or "<lock>:<priority>". For any other text returns false and stores nothing.
 bool readSuspendOptions(const char *text, uint32_t *suspendLock, uint32_t *suspendPrio) noexcept
 {
     unsigned long lock = kDefaultLock;
@@ -56,7 +56,7 @@ bool readSuspendOptions(const char *text, uint32_t *suspendLock, uint32_t *suspe
 
 int32_t KVO_HWS_getKVOPriority(uint32_t station, uint32_t *suspendLock, uint32_t *suspendPrio) noexcept
 {
-    // No null check: this request never had one.
+    // No null check: this request has never had one.
     return Request("get KVO priority")
         .send("getKVOPriority=%08X", station)
         .value("Priority=",
@@ -110,7 +110,7 @@ namespace {
 template <class Read>
 int32_t readT2M2N(uint32_t station, const char *text, Read read) noexcept
 {
-    // Whatever the daemon answers is the text.
+    // Any reply of the daemon, except "failed", is the text.
     return Request("get KVO M:N").needs(text).send("getKVOt2m2n=%08X", station).onFailed().anyReply(read).result();
 }
 
@@ -131,7 +131,7 @@ int32_t KVO_HWS_setChannelInfo(uint32_t station, const char *info) noexcept
     return Request("set channel info")
         .needs(info)
         .refuse(info != nullptr && std::strlen(info) > kLongestChannelInfo, KVO_HWS_TOO_SMALL,
-                {"channel info to long (max. 230)"})  // spelt so: log readers search for it
+                {"channel info to long (max. 230)"})  // sic: log readers search for this spelling
         .send("setChannelInfo=\"%s\" %08X", info, station)
         .on("ok", KVO_HWS_OK)
         .result();
@@ -144,7 +144,7 @@ int32_t KVO_HWS_getChannelInfo(uint32_t station, char *info, uint32_t *size) noe
         .send("getChannelInfo=%08X", station)
         .value("channel-info=",
                [=](const char *rest) -> Answer {
-                   // An empty information is "none", and leaves the size as it was even where it is 0.
+                   // For an empty text the result is 0 and the size is unchanged, even if it is 0.
                    const std::size_t length = std::strlen(rest);
                    if (length >= *size && length != 0) {
                        *size = static_cast<uint32_t>(length + 1);

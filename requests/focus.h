@@ -1,4 +1,4 @@
-// Requests of this family in a form that the library itself can use.
+// Variants of these requests for the library's own use.
 #pragma once
 
 #include <cstddef>
@@ -6,7 +6,7 @@
 
 namespace kvo_hws {
 
-/// As KVO_HWS_getKVOT2M2N, cut to @p size with its terminator.
+/// As KVO_HWS_getKVOT2M2N, but the text is cut to @p size including the terminator.
 int32_t getT2M2N(uint32_t station, char *text, std::size_t size) noexcept;
 
 }  // namespace kvo_hws

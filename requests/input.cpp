@@ -15,7 +15,7 @@ using kvo_hws::Request;
 constexpr const char *kNoTouchScreen = "no touch screen available";
 constexpr const char *kDevicesMalformed = "can not parse input devices string";
 
-/// Takes the devices of the first two generations, which know touch devices of both kinds as one number.
+/// Reads the devices for the first two versions of the request, which report one number for both kinds of touch devices.
 auto devices(uint32_t *kbd, uint32_t *mouse, uint32_t *touch, uint32_t *vkbd) noexcept
 {
     return [=](const char *reply) -> Answer {
@@ -47,7 +47,8 @@ int32_t KVO_HWS_getTouchScreenCalibParam(uint32_t station, int32_t *pressThresh,
         .send("getCalibParam=%08X", station)
         .on("no_touchscreen", KVO_HWS_NO, kNoTouchScreen)
         .anyReply([=](const char *reply) -> Answer {
-            // An absent key is 0 and no fault, so that any reply without them, "failed" too, is success with two zeros.
+            // A missing key is not an error and its value is 0. So any reply without the keys, even "failed", is a success with
+            // two zeros.
             const int first = FindReplyValue(reply, "press_thresh=", pressThresh);
             const int second = FindReplyValue(reply, "nonlinear=", nonlinear);
             if (first == kvo_hws::kMalformed || second == kvo_hws::kMalformed) {
@@ -68,7 +69,7 @@ int32_t KVO_HWS_setTouchScreenCalibParam(uint32_t station, int32_t pressThresh, 
         .result();
 }
 
-// None of the three knows "failed": a reply without any known key is success.
+// The three requests do not check for "failed": a reply without a known key is a success.
 
 int32_t KVO_HWS_showInputDevice(uint32_t station, uint32_t *kbd, uint32_t *mouse, uint32_t *touch) noexcept
 {

@@ -10,13 +10,13 @@ namespace {
 
 bool isBlank(char character) noexcept { return character == ' ' || character == '\t'; }
 
-/// Where an item may end: at the text's end, a blank, or the line end that a reply may carry.
+/// An item may end at the end of the text, at a blank, or at a line end, which a reply may contain.
 bool endsItem(char character) noexcept
 {
     return character == '\0' || isBlank(character) || character == '\r' || character == '\n';
 }
 
-/// Compares up to the first difference, which the text's end is at the latest.
+/// Stops at the first difference, so it does not read past the end of the text.
 bool startsWith(const char *text, std::string_view beginning) noexcept
 {
     for (const char character : beginning) {
@@ -27,7 +27,7 @@ bool startsWith(const char *text, std::string_view beginning) noexcept
     return true;
 }
 
-/// The start of the next item; the text's end where there is none. A line end separates nothing.
+/// The start of the next item, or the end of the text. A line end is not a separator.
 const char *nextItem(const char *at) noexcept
 {
     while (*at != '\0' && !isBlank(*at)) {
@@ -45,7 +45,7 @@ int FindReplyValue(const char *text, const char *key, int32_t *value) noexcept
 {
     *value = 0;
     const std::string_view wanted = key;
-    // Only at the start of an item: "touch=" is no part of "multitouch=".
+    // Compares only at the start of an item: "touch=" must not match in "multitouch=".
     for (const char *at = text; *at != '\0'; at = nextItem(at)) {
         if (!startsWith(at, wanted)) {
             continue;

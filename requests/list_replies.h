@@ -1,4 +1,4 @@
-// Replies that are description lists, taken into the caller's array.
+// Replies that are description lists, read into the caller's array.
 #pragma once
 
 #include <kvo_hws/codecs.h>
@@ -18,13 +18,13 @@ template <class Record>
 void clearList(Record *list, uint32_t capacity) noexcept
 {
     if (capacity != 0) {
-        std::memset(list, 0, std::size_t{capacity} * sizeof(Record));  // NOLINT(*.NonNull*): a null one has been refused
+        std::memset(list, 0, std::size_t{capacity} * sizeof(Record));  // NOLINT(*.NonNull*): null has been rejected
     }
 }
 
-/// Takes a description list into the caller's array, unless it has grown beyond it since it was counted.
-template <class Take>
-int32_t takeList(Request &request, uint32_t *capacity, Take take) noexcept
+/// Reads a description list into the caller's array, unless the list has become larger than the array since it was counted.
+template <class Read>
+int32_t readList(Request &request, uint32_t *capacity, Read read) noexcept
 {
     return request.onNoText(KVO_HWS_FAILED, kNoText)
         .onFailed()
@@ -37,7 +37,7 @@ int32_t takeList(Request &request, uint32_t *capacity, Take take) noexcept
                 *capacity = count;
                 return {KVO_HWS_TOO_SMALL, "not enough memory (2)"};
             }
-            if (take(&count, reply) != 1) {
+            if (read(&count, reply) != 1) {
                 return {KVO_HWS_FAILED, "can not get KVO list from reply"};
             }
             *capacity = count;

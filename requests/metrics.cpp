@@ -1,4 +1,4 @@
-// Metrics of a station, the list of connected clients, and the question for a Marovanti panel.
+// Metrics of a station, the list of connected clients, and the request whether a panel is a Marovanti panel.
 #include <kvo_hws/codecs.h>
 #include <kvo_hws/requests.h>
 
@@ -20,7 +20,7 @@ using kvo_hws::Request;
 constexpr const char *kMetricLabel = "KVO_HWS_getStationMetrics";
 constexpr std::size_t kLongestLayout = 7;
 
-/// One of the six metrics: what is asked, and how the rest of the reply is told from a fault.
+/// One of the six metrics: the command, the key of the reply, and the check of its value.
 struct Metric {
     const char *command;
     const char *key;
@@ -28,7 +28,7 @@ struct Metric {
     bool (*valid)(unsigned long value);
 };
 
-// What does not fit in 32 bits is no value: where long has 32 bits, strtoul makes the unknown one of it.
+// A number that does not fit in 32 bits is invalid. If long has 32 bits, strtoul returns kUnknown for it.
 constexpr unsigned long kUnknown = 0xFFFFFFFF;
 
 bool isKnown(unsigned long value) noexcept { return value < kUnknown; }
@@ -36,7 +36,7 @@ bool isEven(unsigned long value) noexcept { return value < kUnknown && value % 2
 bool isRotation(unsigned long value) noexcept { return value >= 1 && value <= 4; }
 
 constexpr Metric kMetrics[] = {
-    {"getPaneOemLayout", "panel-oem-layout=", 0, nullptr},  // the daemon's own spelling, without the l of "panel"
+    {"getPaneOemLayout", "panel-oem-layout=", 0, nullptr},  // sic: the daemon's spelling, without the l of "panel"
     {"getSoftkeyType", "softkey-type=", 16, isEven},
     {"getKeyBoardCaps", "keyboard-caps=", 16, isKnown},
     {"showDPI", "dpi=", 10, isKnown},
@@ -90,15 +90,15 @@ int32_t KVO_HWS_getClientList(KvoClientEntry *array, uint32_t *count, unsigned l
     const bool noArray = count == nullptr || (*count != 0 && array == nullptr);
     Request request("get client list");
     request.refuse(noArray, KVO_HWS_NULL_POINTER, {"null pointer received"})
-        .prepare([=] { kvo_hws::clearList(array, *count); })  // NOLINT(*.NullDereference): a null one has been refused
+        .prepare([=] { kvo_hws::clearList(array, *count); })  // NOLINT(*.NullDereference): null has been rejected
         .send("getClientList 0 %lX", flags);
-    return kvo_hws::takeList(request, count,
+    return kvo_hws::readList(request, count,
                              [=](uint32_t *found, const char *text) { return ConvertText2KVOClientArray(found, array, text); });
 }
 
 int32_t KVO_HWS_isMarovantiPanel(uint32_t id) noexcept
 {
-    // Four failures, four codes, told apart by callers' tables.
+    // Four failures with four codes, which callers distinguish.
     constexpr const char *kInvalidMode = "invalid mode [0|1]";
     return Request("is MAROVANTI panel")
         .send("isMarovantiPanel %08X", id)

@@ -18,7 +18,8 @@ constexpr const char *kUnknown = "unknown error sending request";
 
 }  // namespace
 
-// Like arguments out of range have unlike codes in this family, -1, -3 and -4; callers' tables hold each as it is.
+// In this family an argument out of range has different codes in different functions: -1, -3 and -4. Callers rely on each of
+// them.
 
 int32_t KVO_HWS_setBacklightBrightness(uint32_t station, uint32_t level) noexcept
 {
@@ -43,7 +44,7 @@ int32_t KVO_HWS_setBacklightBrightnessV2(uint32_t station, uint32_t level, uint3
 
 int32_t KVO_HWS_getBacklightBrightnessV2(uint32_t station, uint32_t *level, uint32_t mode) noexcept
 {
-    // The null check speaks in the setter's name and answers -3; "failed" is not told apart from other replies.
+    // The null check logs under the setter's label and returns -3; "failed" has the same result as other unknown replies.
     return Request("set backlight brightness V2")
         .refuse(level == nullptr, KVO_HWS_OUT_OF_RANGE, {"invalid pointer"})
         .label("get backlight brightness V2")
@@ -92,7 +93,7 @@ int32_t KVO_HWS_getDisableNumLock(uint32_t station, uint32_t *disable) noexcept
 
 int32_t KVO_HWS_getDisableCapsLock(uint32_t station, uint32_t *disable) noexcept
 {
-    // The daemon sends it spelt so.
+    // Sic: "diable" is the daemon's spelling.
     return Request("get disable CapsLock")
         .needs(disable)
         .send("getDisableCapsLock=%08X", station)
@@ -105,7 +106,7 @@ int32_t KVO_HWS_getStationType(uint32_t station, int32_t *type) noexcept
 {
     if (type == nullptr) {
         const kvo_hws::NoCancellation wholeLine;
-        std::fputs("pimode == NULL\n", stderr);  // the one line that the library prints; part of its interface
+        std::fputs("pimode == NULL\n", stderr);  // the only line that the library prints; part of its interface
     }
     return Request("get Station Type")
         .needs(type)
@@ -144,7 +145,7 @@ int32_t KVO_HWS_getRV4Mode(uint32_t station, uint32_t *mode) noexcept
         .value("rv4mode=",
                [=](const char *rest) -> Answer {
                    const auto [value, end] = kvo_hws::readNumber(rest, 10);
-                   *mode = static_cast<uint32_t>(value);  // stored before it is judged: callers see what came
+                   *mode = static_cast<uint32_t>(value);  // stored before the check: callers see the value in both cases
                    if (*end != '\0') {
                        return {KVO_HWS_FAILED, "can not parse RV4 mode string"};
                    }

@@ -1,4 +1,4 @@
-// The station lists that the daemon keeps on disk, read under its registry lock.
+// Reads the station lists that the daemon saves to disk, under the daemon's registry lock.
 #include <kvo_hws/platform.h>
 #include <kvo_hws/requests.h>
 
@@ -29,18 +29,17 @@ using kvo_hws::Request;
 constexpr auto kLockPause = 10ms;
 constexpr std::size_t kPathSize = 1028;
 constexpr std::size_t kLongestPath = 1024;
-constexpr std::size_t kFileNameLength = 20;  // of either file below the registry path
+constexpr std::size_t kFileNameLength = 20;  // both files have names of this length below the registry path
 constexpr int kParsed = 1;
 constexpr int kNoLine = -1;
 
 // ---- One line of a registry file: "name" address attr1xattr2:attr3 ----
 
-// Walks one text at a time for the whole process, as strtok does; whoever parses holds the lock, so that lists that are read
-// at once wait for each other.
+// The parser has one cursor for the whole process, like strtok. A thread that parses a list holds the lock; other threads wait.
 char *registryCursor = nullptr;
 pthread_mutex_t registryCursorLock = PTHREAD_MUTEX_INITIALIZER;
 
-/// A field of the line, terminated for as long as it is being converted.
+/// A field of the line, null-terminated while it is converted.
 class CutOut {
 public:
     CutOut(char *start, char *delimiter) noexcept : start_(start), delimiter_(delimiter), saved_(*delimiter)
@@ -66,8 +65,7 @@ uint32_t attribute(char *start, char *delimiter) noexcept
 
 void skip(char *&at, const char *characters) noexcept { at += std::strspn(at, characters); }
 
-/// Reads the next line of @p text; @p restart begins at its start. Nothing is written to @p record unless a whole line is
-/// there.
+/// Reads the next line of @p text, or the first one if @p restart is true. Writes to @p record only for a complete line.
 int ParseRegistryLine(char *text, KvoDescription &record, bool restart) noexcept
 {
     if (restart) {
@@ -78,7 +76,7 @@ int ParseRegistryLine(char *text, KvoDescription &record, bool restart) noexcept
     if (*name == '\0') {
         return kNoLine;
     }
-    // A line feed is no blank: after an empty line the name begins with it.
+    // A line feed is not skipped: after an empty line the name begins with it.
     char *const nameEnd = std::strchr(name, '"');
     if (nameEnd == nullptr) {
         return kNoLine;
@@ -109,7 +107,7 @@ int ParseRegistryLine(char *text, KvoDescription &record, bool restart) noexcept
     return kParsed;
 }
 
-/// Parses a text of no more lines than @p capacity and returns the number of stations.
+/// Parses a text with at most @p capacity lines and returns the number of stations.
 uint32_t parseRegistryText(char *text, KvoDescription *list, uint32_t capacity) noexcept
 {
     const kvo_hws::Lock lock(registryCursorLock);
@@ -119,8 +117,8 @@ uint32_t parseRegistryText(char *text, KvoDescription *list, uint32_t capacity) 
     while (parsed == kParsed && count < capacity) {
         parsed = ParseRegistryLine(text, list[count], restart);
         restart = false;
-        // Looked at after the last call too, which found no line: callers hand over a zeroed array, and a station without an
-        // attr1 gives its element to the next one.
+        // Also checked after the last call, which found no line: callers pass a zeroed array. The next station overwrites the
+        // element of a station whose attr1 is 0.
         if (list[count].attr1 != 0) {
             ++count;
         }
@@ -130,16 +128,16 @@ uint32_t parseRegistryText(char *text, KvoDescription *list, uint32_t capacity) 
 
 // ---- The file ----
 
-/// Its size is told in 32 bits, and a terminator comes behind it.
+/// The size must fit in 32 bits, and a terminator is added.
 bool fitsInMemory(off_t size) noexcept
 {
     return size >= 0 && static_cast<uint64_t>(size) <= std::min<uint64_t>(UINT32_MAX, SIZE_MAX - 1);
 }
 
-/// The whole file, terminated; null when it can not be read.
+/// The whole file as a null-terminated text; null if it cannot be read.
 HeapText readFile(const char *path) noexcept
 {
-    // Not blocking: a pipe in the file's place must not hold the caller up.
+    // Non-blocking, so that a pipe instead of the file does not block the caller.
     const kvo_hws::Descriptor file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat status {};
     if (!file.valid() || fstat(file.get(), &status) != 0 || !fitsInMemory(status.st_size)) {
@@ -166,7 +164,7 @@ HeapText readFile(const char *path) noexcept
 
 using RegistryPath = std::array<char, kPathSize>;
 
-/// Asks for the directory. Whatever does not fit is too long to be used anyway.
+/// Requests the directory. A path that is cut here is too long to be used anyway.
 int32_t registryPath(RegistryPath &path) noexcept
 {
     return Request(kSilent)
@@ -179,7 +177,7 @@ int32_t registryPath(RegistryPath &path) noexcept
         .result();
 }
 
-/// Takes the daemon's registry lock. Tries once at least, whatever the timeout.
+/// Acquires the daemon's registry lock. Tries at least once, even with a timeout of 0.
 int32_t lockRegistry(uint32_t timeoutSeconds) noexcept
 {
     const uint64_t deadline = GetTickCount64() + uint64_t{timeoutSeconds} * 1000;
@@ -195,7 +193,7 @@ int32_t lockRegistry(uint32_t timeoutSeconds) noexcept
     }
 }
 
-/// The daemon's registry lock, given back at the end of its scope.
+/// Releases the daemon's registry lock at the end of its scope.
 struct RegistryLock {
     RegistryLock() = default;
     RegistryLock(const RegistryLock &) = delete;
@@ -209,7 +207,7 @@ int32_t readLockedList(RegistryPath &path, std::string_view fileName, KvoDescrip
     if (length + kFileNameLength > kLongestPath) {
         return KVO_HWS_FAILED;
     }
-    // Appended as it is: the daemon's path ends with its separator.
+    // Appended without a separator: the daemon's path ends with one.
     std::memcpy(path.data() + length, fileName.data(), fileName.size());
     path[length + fileName.size()] = '\0';
 
@@ -237,8 +235,8 @@ int32_t readKvoListFromRegistry(KvoDescription *list, uint32_t *count, uint32_t 
         return complete;
     }
     RegistryPath path{};
-    if (const int32_t told = registryPath(path); told != KVO_HWS_OK) {
-        return told;
+    if (const int32_t received = registryPath(path); received != KVO_HWS_OK) {
+        return received;
     }
     if (const int32_t locked = lockRegistry(timeout); locked != KVO_HWS_OK) {
         return locked;

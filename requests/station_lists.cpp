@@ -1,4 +1,4 @@
-// The lists of known stations as the daemon tells them, and the look-up of a single one.
+// The lists of known stations that the daemon sends, and the look-up of a single station.
 #include <kvo_hws/codecs.h>
 #include <kvo_hws/requests.h>
 
@@ -13,14 +13,14 @@ namespace {
 
 using kvo_hws::Answer;
 using kvo_hws::clearList;
+using kvo_hws::readList;
 using kvo_hws::Request;
-using kvo_hws::takeList;
 
 constexpr const char *kCountExchange = " (count)";
 
-/// Takes the reply to a count request: a plain decimal number that the caller's array must hold. Without an array every number
-/// is too large, which is how callers ask for it.
-int32_t takeCount(Request &request, uint32_t *capacity, bool haveArray) noexcept
+/// Reads the reply to a count request: a decimal number, which must not exceed the capacity of the caller's array. Without an
+/// array the result is always "too small": this way callers read the number.
+int32_t readCount(Request &request, uint32_t *capacity, bool haveArray) noexcept
 {
     return request.onNoText(KVO_HWS_FAILED, kvo_hws::kNoText)
         .onFailed()
@@ -45,30 +45,31 @@ int32_t KVO_HWS_getDescriptionList(KvoDescription *list, uint32_t *count) noexce
     constexpr const char *kLabel = "get KVO description list";
     Request counting(kLabel, kCountExchange);
     counting.needs(list, count)
-        .prepare([=] { clearList(list, *count); })  // NOLINT(*.NullDereference): needs() has refused a null one
+        .prepare([=] { clearList(list, *count); })  // NOLINT(*.NullDereference): needs() has rejected null
         .send("getCountElemDL");
-    if (const int32_t counted = takeCount(counting, count, true); counted != KVO_HWS_OK) {
+    if (const int32_t counted = readCount(counting, count, true); counted != KVO_HWS_OK) {
         return counted;
     }
-    // Asks for the capacity, not for the number just heard: stations that have come in between are welcome while they fit.
+    // Requests as many stations as fit, not the number just received: stations that were added meanwhile are included.
     Request listing(kLabel);
     listing.send("getDLV2 %u", *count);
-    return takeList(listing, count,
+    return readList(listing, count,
                     [=](uint32_t *found, const char *text) { return ConvertText2KVODescriptionArray(found, list, text); });
 }
 
-// Departs from the basic list on purpose: a null list asks for the number, and the array stays untouched until a list fits.
+// Differs from the basic list on purpose: with a null list only the number is read, and the array is cleared only when a list
+// fits.
 int32_t KVO_HWS_getDescriptionListEx(KvoDescriptionEx *list, uint32_t *count) noexcept
 {
     constexpr const char *kLabel = "get KVO description list extended";
     Request counting(kLabel, kCountExchange);
     counting.needs(count).send("getCountElemDL_Ex");
-    if (const int32_t counted = takeCount(counting, count, list != nullptr); counted != KVO_HWS_OK) {
+    if (const int32_t counted = readCount(counting, count, list != nullptr); counted != KVO_HWS_OK) {
         return counted;
     }
     Request listing(kLabel);
     listing.send("getDL_ExV2 %u", *count);
-    return takeList(listing, count, [=](uint32_t *found, const char *text) {
+    return readList(listing, count, [=](uint32_t *found, const char *text) {
         clearList(list, *count);
         return ConvertText2KVODescArrayEx(found, list, text);
     });
@@ -79,7 +80,7 @@ int32_t KVO_HWS_getDescriptionEx(uint32_t address, const char *name, KvoDescript
     if (address == 0 && name == nullptr) {
         return KVO_HWS_FAILED;
     }
-    // Says "(count)" although nothing is counted; log readers search for it.
+    // The messages contain "(count)" although nothing is counted: log readers search for it.
     Request request("get KVO description extended", kCountExchange);
     request.needs(record);
     if (address != 0) {

@@ -1,4 +1,4 @@
-// The USB lock of stations, which is set by a datagram to all of them, and the lists of their USB connectors.
+// The USB lock of stations, which is set with broadcast datagrams, and the lists of their USB connectors.
 #include <kvo_hws/requests.h>
 
 #include "requests/values.h"
@@ -35,7 +35,7 @@ int32_t lockFailed(int32_t code, const char *reason) noexcept
     return code;
 }
 
-/// The broadcast address of the panel's internal network; this host alone where there is none.
+/// The broadcast address of the panel's internal network; only this host if the platform knows no such network.
 sockaddr_in lockDestination() noexcept
 {
     sockaddr_in destination{};
@@ -63,7 +63,7 @@ bool enable(const Descriptor &socket, int option) noexcept
 
 // ---- Connector lists ----
 
-int32_t takeConnectorList(Request &request, std::string_view key, char *buffer, uint32_t *size) noexcept
+int32_t readConnectorList(Request &request, std::string_view key, char *buffer, uint32_t *size) noexcept
 {
     return request
         .value(key,
@@ -71,7 +71,7 @@ int32_t takeConnectorList(Request &request, std::string_view key, char *buffer, 
                    const bool fits = list.size() < *size;
                    *size = static_cast<uint32_t>(list.size());
                    if (list.empty()) {
-                       // Whatever the size says: a buffer that is given has room for this byte.
+                       // Not checked against the size: a buffer always has at least one byte.
                        if (buffer != nullptr) {
                            *buffer = '\0';
                        }
@@ -80,7 +80,7 @@ int32_t takeConnectorList(Request &request, std::string_view key, char *buffer, 
                    if (!fits) {
                        return {KVO_HWS_TOO_SMALL};
                    }
-                   // Without a terminator: callers clear the buffer first, or go by the size.
+                   // Without a terminator: callers clear the buffer first or use the size.
                    if (buffer != nullptr) {
                        std::memcpy(buffer, list.data(), list.size());
                    }
@@ -92,7 +92,7 @@ int32_t takeConnectorList(Request &request, std::string_view key, char *buffer, 
         .result();
 }
 
-constexpr const char *kConnectorLabel = "get usb connector list";  // of both: the variant for one station has never had its own
+constexpr const char *kConnectorLabel = "get usb connector list";  // for both: the request for one station has no own label
 
 }  // namespace
 
@@ -148,7 +148,7 @@ int32_t KVO_HWS_setUsbLock(uint32_t count, const char **hosts, int first, int se
             kvo_hws::debugMessage(kLockLabel, "can not send broadcast request");
             break;
         }
-        result = KVO_HWS_OK;  // and stays so: one station that was reached counts
+        result = KVO_HWS_OK;  // also if a later one fails: one sent datagram is a success
     }
     return result;
 }
@@ -157,12 +157,12 @@ int32_t KVO_HWS_getUsbConnectorList(char *buffer, uint32_t *size) noexcept
 {
     Request request(kConnectorLabel);
     request.needs(size).send("getUsbConnectorList");
-    return takeConnectorList(request, "usb-connector-list=", buffer, size);
+    return readConnectorList(request, "usb-connector-list=", buffer, size);
 }
 
 int32_t KVO_HWS_getUsbConnectorListOne(uint32_t station, char *buffer, uint32_t *size) noexcept
 {
     Request request(kConnectorLabel);
     request.needs(size).send("getUsbConnectorListOne=%08X", station);
-    return takeConnectorList(request, "usb-connector-list-one=", buffer, size);
+    return readConnectorList(request, "usb-connector-list-one=", buffer, size);
 }

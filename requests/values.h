@@ -1,4 +1,4 @@
-// What stands behind the key of a reply: readers for Request::value.
+// Functions that read the value after the key of a reply, for Request::value.
 #pragma once
 
 #include "runtime/numbers.h"
@@ -10,8 +10,8 @@
 
 namespace kvo_hws {
 
-/// A number that is all of the rest and within bounds; stored only then. No number at all reads as 0, as strtoul has it.
-/// Without an upper bound its low 32 bits are stored.
+/// Reads a number that is the whole rest of the reply. Stores it only if it is within the bounds. An empty text is 0, as with
+/// strtoul. Without an upper bound the low 32 bits are stored.
 inline auto number(uint32_t *out, int base, unsigned long lowest, unsigned long highest) noexcept
 {
     return [=](const char *rest) -> Answer {
@@ -31,7 +31,7 @@ inline auto decimal(uint32_t *out, unsigned long lowest = 0, unsigned long highe
 
 inline auto hexadecimal(uint32_t *out) noexcept { return number(out, 16, 0, ULONG_MAX); }
 
-/// A signed number that is all of the rest.
+/// Reads a signed number that is the whole rest of the reply.
 inline auto signedDecimal(int32_t *out) noexcept
 {
     return [=](const char *rest) -> Answer {
@@ -44,7 +44,7 @@ inline auto signedDecimal(int32_t *out) noexcept
     };
 }
 
-/// The rest as a text, for buffers whose size only the caller knows.
+/// Copies the rest of the reply to a buffer whose size only the caller knows.
 inline auto unboundedText(char *out) noexcept
 {
     return [=](const char *rest) -> Answer {
@@ -53,7 +53,7 @@ inline auto unboundedText(char *out) noexcept
     };
 }
 
-/// The rest as a text, cut to a buffer of @p size bytes with its terminator.
+/// Copies the rest of the reply, cut to a buffer of @p size bytes including the terminator.
 inline auto boundedText(char *out, std::size_t size) noexcept
 {
     return [=](const char *rest) -> Answer {

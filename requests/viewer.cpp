@@ -13,7 +13,7 @@ using kvo_hws::Request;
 
 constexpr std::size_t kLongestPart = 1024;
 
-/// Copies a text with its terminator. The size tells the buffer's on entry, and what is used or needed on return.
+/// Copies a text with its terminator. @p size is the buffer's size on entry, and the used or required size on return.
 bool copyWithin(std::string_view text, char *buffer, uint32_t *size) noexcept
 {
     const bool fits = *size > text.size();
@@ -34,7 +34,7 @@ int32_t stopViewer(const char *label, const char *command, uint32_t station) noe
 
 int32_t KVO_HWS_setStatusline(uint32_t station, uint32_t value1, uint32_t value2, const char *text) noexcept
 {
-    // The station comes first here, and commas separate.
+    // Unlike in other requests with several values, the station comes first, and commas separate the values.
     return Request("set status line")
         .needs(text)
         .send("setStatusline=%08X,%u,%u,%s", station, value1, value2, text)
@@ -77,7 +77,7 @@ int32_t KVO_HWS_getCurrentServer(uint32_t station, char *server, uint32_t *serve
                    if (!copyWithin(serverPart, server, serverSize)) {
                        return {KVO_HWS_TOO_SMALL};
                    }
-                   // What fails from here on leaves the server as copied: callers may use it alone.
+                   // After a later failure the copied server stays stored: callers may use it without the display.
                    if (displayPart.size() > kLongestPart) {
                        return {KVO_HWS_FAILED};
                    }
@@ -93,7 +93,7 @@ int32_t KVO_HWS_setActivateMe(uint32_t station) noexcept
 
 int32_t KVO_HWS_setStartViewer(uint32_t station, const char *part1, const char *part2, const char *part3) noexcept
 {
-    // The null check alone says "set".
+    // Only the message of the null check has the label with "set".
     return Request("set start viewer")
         .needs(part1, part2, part3)
         .label("start viewer")

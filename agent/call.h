@@ -1,4 +1,4 @@
-// One command being answered: every handler ends with exactly one of the replies here.
+// The replies to a command: every handler sends exactly one of them.
 #pragma once
 
 #include <kvo_hws/agent.h>
@@ -11,14 +11,14 @@
 
 namespace kvo_hws::agent {
 
-/// The station in focus, whom handlers ask the service about.
+/// The address of the station in focus, for requests to the service.
 inline uint32_t focus() noexcept { return shared(gFocusKvoIp).load(); }
 
-/// Whether the station in focus has a machine control panel of its own; the service is not asked about one that has none.
+/// True if the station in focus has its own machine control panel. Without one, no request is sent to the service.
 inline bool hasControlPanel() noexcept { return shared(gMcpLikeFocusKvo).load() != 0; }
 
-/// The first character of an argument alone: "1xyz" is 1, as remote services have always got away with. Nothing where it is
-/// neither 0 nor 1.
+/// Reads only the first character of an argument: "1xyz" is 1, because remote services have always been able to send this. No
+/// value if it is neither 0 nor 1.
 inline std::optional<uint32_t> flagOf(const char *argument) noexcept
 {
     switch (*argument) {
@@ -37,8 +37,8 @@ public:
     void bad() const noexcept { text("bad request\r\n"); }
     void failed(const char *reason) const noexcept { texts("failed: ", reason, "\r\n"); }
 
-    /// Whether a request of ours was done; where it was not, that is the reply.
-    [[nodiscard]] bool worked(int32_t result, const char *reason) const noexcept
+    /// Returns true if a request to the service succeeded; otherwise replies with the failure.
+    [[nodiscard]] bool succeeded(int32_t result, const char *reason) const noexcept
     {
         if (result != KVO_HWS_OK) {
             failed(reason);
@@ -46,16 +46,16 @@ public:
         return result == KVO_HWS_OK;
     }
 
-    /// Whether an argument is one; where it is not, that is the reply.
-    [[nodiscard]] bool accepts(bool argument) const noexcept
+    /// Returns @p isValid; if the argument is not valid, replies "bad request".
+    [[nodiscard]] bool accepts(bool isValid) const noexcept
     {
-        if (!argument) {
+        if (!isValid) {
             bad();
         }
-        return argument;
+        return isValid;
     }
 
-    /// A reply of a text, or of several that follow one another.
+    /// Replies with one text, or with several texts as one line.
     void text(const char *text) const noexcept { texts(text); }
 
     template <class... Texts>
@@ -64,7 +64,7 @@ public:
         hmiconn_reply(socketOf(session_), tag_, first, others..., static_cast<const char *>(nullptr));
     }
 
-    /// A reply with numbers.
+    /// Replies with formatted values.
     void value(const char *format, ...) const noexcept __attribute__((format(printf, 2, 3)));
 
 private:

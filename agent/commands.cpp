@@ -1,4 +1,4 @@
-// The commands of the remote service, in the order in which they are tried.
+// The commands of the remote service, in the order in which they are matched.
 #include "agent/commands.h"
 
 #include "agent/handler.h"
@@ -71,7 +71,7 @@
 
 KVO_COMMANDS(KVO_DECLARE_ROW)
 
-// What hosts look at: its handlers are the functions that they know by the exported names (library/dynamic.list).
+// The table for hosts. Its handlers are the exported functions (library/dynamic.list).
 const HwsCommand cmds[60] = {KVO_COMMANDS(KVO_EXPORTED_ROW)};
 
 const HwsCommand kvo_hws::agent::commands[std::size(cmds)] = {KVO_COMMANDS(KVO_OWN_ROW)};

@@ -1,4 +1,4 @@
-// The commands as the agent itself looks them up.
+// The table of commands that the agent itself uses.
 #pragma once
 
 #include <kvo_hws/agent.h>
@@ -7,7 +7,7 @@
 
 namespace kvo_hws::agent {
 
-/// The rows of cmds, with the hidden names of their handlers.
+/// The rows of cmds, but with the hidden names of the handlers.
 extern const HwsCommand commands[std::size(cmds)];
 
 }  // namespace kvo_hws::agent

@@ -1,5 +1,5 @@
-// The connection thread: connects to the remote service, serves it, and connects anew when it is lost, until the agent is to
-// stop.
+// The connection thread: connects to the remote service, serves its requests, and connects again after a lost connection, until
+// the agent is stopped.
 #include <kvo_hws/agent.h>
 #include <kvo_hws/config.h>
 #include <kvo_hws/platform.h>
@@ -42,14 +42,14 @@ constexpr uint32_t kFirstPort = 5850;
 constexpr auto kServePeriod = 1s;
 constexpr auto kRetryPause = 1s;
 constexpr auto kReconnectPause = 5s;
-constexpr int32_t kStaleAfter = 6;  // milliseconds, on purpose: a socket that is still open here is as good as always closed
+constexpr int32_t kStaleAfter = 6;  // milliseconds, on purpose: a socket that is still open here is almost always closed
 
-/// On the thread that runs the agent.
-thread_local bool servesAgent = false;
+/// True on the thread that runs the agent.
+thread_local bool runsAgent = false;
 
 enum Result : int { kStopped = 0, kFailed = -1 };
 
-/// Sleeps, but for no longer than the agent goes on.
+/// Sleeps, but returns early if the agent is stopped.
 void pauseUnlessStopped(std::chrono::milliseconds time) noexcept
 {
     for (auto slept = 0ms; slept < time && !mustStop(); slept += kStopPeriod) {
@@ -61,7 +61,7 @@ class Connection {
 public:
     explicit Connection(EmbKvoInst &agent) noexcept : agent_(agent), session_(agent.session), remote_(agent.remoteKvoHwsIp) {}
 
-    /// Connects and serves until the agent is to stop.
+    /// Connects and serves until the agent is stopped.
     Result run() noexcept
     {
         while (!mustStop()) {
@@ -107,7 +107,7 @@ private:
         return true;
     }
 
-    /// A socket that is still open is kept while it is fresh, and closed otherwise.
+    /// Keeps a socket that is still open if it was active recently; otherwise closes it.
     bool keepsOpenSocket() noexcept
     {
         if (socketOf(session_) < 0) {
@@ -121,8 +121,7 @@ private:
         return false;
     }
 
-    /// The connect's error number; 0 when it is connected. It takes as long as the system lets it, but not longer than the
-    /// agent goes on.
+    /// Connects and returns 0 or the error number. Waits until the system reports a result or the agent is stopped.
     int connectError(const Descriptor &socket) const noexcept
     {
         sockaddr_in remote{};
@@ -162,7 +161,7 @@ private:
         return getsockopt(socket, SOL_SOCKET, SO_ERROR, &error, &length) == 0 ? error : errno;
     }
 
-    /// Serves requests until the connection is lost, or the agent is to stop.
+    /// Serves requests until the connection is lost or the agent is stopped.
     void serve() noexcept
     {
         while (!mustStop() && socketOf(session_) >= 0) {
@@ -189,7 +188,7 @@ private:
     kvo_hws::agent::Dotted remote_;
 };
 
-/// Six bytes of hardware address in the agent's name.
+/// Makes the agent's name from the six bytes of the hardware address.
 void nameAgent() noexcept
 {
     const kvo_hws::AdapterCache adapter(sConfData.interface);
@@ -200,7 +199,7 @@ void nameAgent() noexcept
                   mac[5]);
 }
 
-/// What the handlers tell, as the host set it.
+/// Copies the host's parameters to the variables that the handlers report.
 void publishParameters(const EmbKvoInst &agent) noexcept
 {
     shared(gFocusKvoIp).store(agent.focusKvoIp);
@@ -214,14 +213,13 @@ void publishParameters(const EmbKvoInst &agent) noexcept
     shared(gSuspendPrio).store(agent.suspendPrio);
 }
 
-/// A session without a socket. False without memory for its line.
+/// Prepares the session, without a socket. Returns false if memory for its line runs out.
 bool prepareSession(EmbKvoInst &agent) noexcept
 {
     agent.session.server = &agent.server;
     agent.session.display = agent.remoteSession;
     kvo_hws::agent::closeSocket(agent.session);
-    agent.session.lineBuffer =
-        static_cast<char *>(xmalloc(kvo_hws::agent::kLineRoom + 1));  // a terminator goes behind the line
+    agent.session.lineBuffer = static_cast<char *>(xmalloc(kvo_hws::agent::kLineSize + 1));  // one byte for the terminator
     agent.session.lineFill = 0;
     agent.session.keyFlags = 0;
     agent.server.address = agent.remoteKvoHwsIp;
@@ -243,12 +241,12 @@ Result runAgent(EmbKvoInst &agent) noexcept
 
 }  // namespace
 
-bool kvo_hws::agent::isConnectionThread() noexcept { return servesAgent; }
+bool kvo_hws::agent::isConnectionThread() noexcept { return runsAgent; }
 
 void *embHwsClientThread(void *instance) noexcept
 {
     const kvo_hws::NoCancellation wholeLife;
-    servesAgent = true;
+    runsAgent = true;
     EmbKvoInst &agent = *static_cast<EmbKvoInst *>(instance);
     shared(agent.running).store(1);
     kvo_hws_detach_thread();
@@ -257,8 +255,8 @@ void *embHwsClientThread(void *instance) noexcept
     kvo_hws::agent::closeSocket(agent.session);
     std::free(std::exchange(agent.session.lineBuffer, nullptr));
     shared(gFocusKvoIp).store(0);
-    shared(protocolNegotiated).store(0);  // again, for a request that was being answered when the clean-up began
-    servesAgent = false;
+    shared(protocolNegotiated).store(0);  // again: a request that was served during the clean-up may have set it
+    runsAgent = false;
     shared(agent.running).store(0);
     return nullptr;
 }

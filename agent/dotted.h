@@ -1,4 +1,4 @@
-// Addresses as people read them.
+// IPv4 addresses in dotted form.
 #pragma once
 
 #include <arpa/inet.h>

@@ -1,4 +1,4 @@
-// The listener for the events of embedded stations: one thread that connects, reads event lines and hands them to the host.
+// The listener for the events of embedded stations: one thread that connects, reads event lines and passes them to the host.
 #include <kvo_hws/agent.h>
 #include <kvo_hws/result.h>
 #include <kvo_hws/runtime.h>
@@ -39,31 +39,31 @@ constexpr auto kRetryPause = 1s;
 constexpr unsigned kStopTime = 1000;   // milliseconds
 constexpr unsigned kSignalTime = 100;  // milliseconds; divides kStopTime
 constexpr unsigned kSettleTime = 20;   // milliseconds
-constexpr auto kLastSteps = 1s;
-constexpr std::size_t kNameRoom = 20;
-constexpr std::size_t kBehindName = 2;  // the comma and a blank
+constexpr auto kThreadEndTime = 1s;
+constexpr std::size_t kNameSize = 20;
+constexpr std::size_t kNameSeparator = 2;  // length of the comma and a blank
 
 constexpr std::size_t kLostConnections = 16;
 
-/// Activations and deactivations take turns. Not held while host code runs.
+/// Only one activation or deactivation runs at a time. Not locked while the host's callback runs.
 pthread_mutex_t listenerChange = PTHREAD_MUTEX_INITIALIZER;
 
-/// 1 while a listener's thread is there; it may outlive its deactivation.
+/// 1 while the listener's thread exists; the thread may outlive its deactivation.
 uint32_t running = 0;
 EmbKvoEventCallback eventCallback = nullptr;
 
-/// The record of the listener that is active; whoever looks into a record holds this lock and finds it here, so that a listener
-/// that outlives its record leaves it alone. A listener takes its thread out of the record under it before it ends, and is
-/// signalled under it: a thread that has ended is never signalled.
+/// The record of the active listener. A thread accesses a record only while it holds this lock and the record is the active
+/// one, so that a listener that outlives its record does not access it. A listener removes its thread from the record under
+/// this lock before it ends, and is signalled under this lock: a thread that has ended is never signalled.
 pthread_mutex_t recordChange = PTHREAD_MUTEX_INITIALIZER;
 Notify *activeRecord = nullptr;
 
-/// Runs @p look on the record while it is the active one. Returns what that returned, else @p otherwise.
-template <class Look, class Value>
-Value whileActive(Notify *record, Look look, Value otherwise) noexcept
+/// Runs @p access on the record if it is the active one, and returns its result; otherwise returns @p otherwise.
+template <class Access, class Value>
+Value ifActive(Notify *record, Access access, Value otherwise) noexcept
 {
     const Lock lock(recordChange);
-    return activeRecord == record ? look(*record) : otherwise;
+    return activeRecord == record ? access(*record) : otherwise;
 }
 
 void setActive(Notify *record) noexcept
@@ -84,11 +84,11 @@ public:
     {
         shared(running).store(1);
         ActivateNotify();
-        whileActive(
+        ifActive(
             record_,
             [](Notify &record) {
                 shared(record.threadWorker).store(pthread_self());
-                // A stop that was requested before this thread came so far stays one.
+                // Keeps a stop that was requested before this point.
                 uint32_t stopped = NOTIFY_STOPPED;
                 shared(record.uiState).compare_exchange_strong(stopped, NOTIFY_RUNNING);
                 return ++shared(record.uiUsers);
@@ -103,7 +103,7 @@ public:
         if (leaveRecord()) {
             Notify pause = {};
             WaitNotify(&pause, kSettleTime);
-            whileActive(
+            ifActive(
                 record_,
                 [](Notify &record) {
                     shared(record.uiState).store(NOTIFY_STOP_DONE);
@@ -117,30 +117,30 @@ public:
 
     void run() noexcept
     {
-        while (goesOn()) {
+        while (keepsRunning()) {
             Descriptor socket = connect();
             debugValues("embKvoEventsThread: connected to '%s'", kEventSocket.data());
-            const bool broughtEvent = serve(socket);
+            const bool deliveredEvent = serve(socket);
             keepOpen(std::move(socket));
-            if (!broughtEvent) {
-                pauseUnlessStopped();  // a service that accepts and hangs up is not asked as fast as it does
+            if (!deliveredEvent) {
+                pauseUnlessStopped();  // avoids a busy loop with a service that accepts connections and closes them
             }
         }
     }
 
 private:
-    [[nodiscard]] bool goesOn() const noexcept
+    [[nodiscard]] bool keepsRunning() const noexcept
     {
-        return whileActive(
+        return ifActive(
             record_, [](Notify &record) { return shared(record.uiState).load() == NOTIFY_RUNNING; }, false);
     }
 
-    /// Sleeps for as long as between two attempts to connect. The signal of a stop ends the sleep.
+    /// Sleeps for the time between two attempts to connect. The signal of a stop interrupts the sleep.
     void pauseUnlessStopped() const noexcept
     {
         const auto end = Clock::now() + kRetryPause;
         Notify sleep = {};
-        for (std::chrono::milliseconds left = kRetryPause; goesOn() && left > 0ms;
+        for (std::chrono::milliseconds left = kRetryPause; keepsRunning() && left > 0ms;
              left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now())) {
             if (WaitNotify(&sleep, static_cast<unsigned>(left.count())) == 0) {
                 return;
@@ -148,11 +148,11 @@ private:
         }
     }
 
-    /// Takes the thread out of the record: it is not signalled from here on, and is one user less. Whether it was the last one and
-    /// its end was asked for.
+    /// Removes the thread from the record: it is no longer signalled, and the record has one user less. Returns true if it was
+    /// the last user and a stop was requested.
     [[nodiscard]] bool leaveRecord() const noexcept
     {
-        return whileActive(
+        return ifActive(
             record_,
             [](Notify &record) {
                 pthread_t self = pthread_self();
@@ -170,11 +170,11 @@ private:
             false);
     }
 
-    /// A lost connection stays open while the listener is active: the service takes one that closes for a station that has
-    /// gone. Only so many, though, that a service can not use up the process's descriptors.
+    /// A lost connection stays open while the listener is active: the service treats a closed connection as a station that has
+    /// left. The number is limited, so that a service cannot exhaust the process's descriptors.
     void keepOpen(Descriptor socket) noexcept { lost_[nextLost_++ % lost_.size()] = std::move(socket); }
 
-    /// A connection, however long that takes: the stop is not looked at meanwhile, and services count on the attempts.
+    /// Connects, without a time limit and without checking for a stop: services rely on the attempts.
     static Descriptor connect() noexcept
     {
         debugValues("embKvoEventsThread: try connect to pipe '%s'", kEventSocket.data());
@@ -191,27 +191,28 @@ private:
         }
     }
 
-    /// Hands events on until the connection is lost, or the stop is requested. Whether it brought one.
+    /// Passes events to the host until the connection is lost or a stop is requested. Returns true if the connection delivered
+    /// one.
     [[nodiscard]] bool serve(const Descriptor &socket) const noexcept
     {
-        bool broughtEvent = false;
-        while (goesOn()) {
+        bool deliveredEvent = false;
+        while (keepsRunning()) {
             const int ready = kvo_hws::pollReadable(socket.get(), kStatePeriod);
             if (ready == 0) {
                 debugValues("embKvoEventsThread: select returns 0==> timeout");
             } else if (ready < 0 && errno != EINTR) {
                 debugValues("embKvoEventsThread: select returns %d==> timeout",
-                            errno);  // the words of the time-out, for log searches
+                            errno);  // the words of the timeout message: log searches rely on them
                 break;
-            } else if (ready > 0 && !readEvent(socket, broughtEvent)) {
+            } else if (ready > 0 && !readEvent(socket, deliveredEvent)) {
                 break;
             }
         }
-        return broughtEvent;
+        return deliveredEvent;
     }
 
-    /// False where the connection is lost.
-    bool readEvent(const Descriptor &socket, bool &broughtEvent) const noexcept
+    /// Returns false if the connection is lost.
+    bool readEvent(const Descriptor &socket, bool &deliveredEvent) const noexcept
     {
         DynBuffer line = {};
         const int result = ReadSocketDyn(socket.get(), &line);
@@ -221,29 +222,29 @@ private:
             return false;
         }
         debugValues("embKvoEventsThread: Got event: %s\n", text.get());
-        if (text.get() != kKeepAlive && goesOn()) {
-            broughtEvent = tell(text.get()) || broughtEvent;
+        if (text.get() != kKeepAlive && keepsRunning()) {
+            deliveredEvent = deliver(text.get()) || deliveredEvent;
         }
         return true;
     }
 
-    /// Whether the text was an event.
-    static bool tell(std::string_view event) noexcept
+    /// Passes an event to the host. Returns false if the text is not an event.
+    static bool deliver(std::string_view event) noexcept
     {
         const auto comma = event.find(',');
-        if (comma == std::string_view::npos || comma >= kNameRoom) {
+        if (comma == std::string_view::npos || comma >= kNameSize) {
             debugValues("embKvoEventsThread: event dropped: a name of at most 19 characters and a comma are expected");
             return false;
         }
-        char name[kNameRoom];
+        char name[kNameSize];
         name[event.copy(name, comma)] = '\0';
-        const std::size_t data = std::min(comma + kBehindName, event.size());
+        const std::size_t data = std::min(comma + kNameSeparator, event.size());
         try {
             if (const EmbKvoEventCallback callback = shared(eventCallback).load()) {
                 callback(name, event.data() + data);  // the text is terminated
             }
         } catch (...) {
-            // There is nobody to tell.
+            // Exceptions of the host are ignored.
         }
         return true;
     }
@@ -253,7 +254,7 @@ private:
     std::size_t nextLost_ = 0;
 };
 
-/// A listener on a record that its activation has made the active one.
+/// Runs a listener on a record that is already the active one.
 void *listenOnActive(void *record) noexcept
 {
     const kvo_hws::NoCancellation wholeLife;
@@ -262,8 +263,8 @@ void *listenOnActive(void *record) noexcept
     return nullptr;
 }
 
-/// Asks for the end and waits for it. A signal that comes between the listener's look at its state and its wait is lost on it,
-/// and that wait lasts as long as this one: therefore it is sent again.
+/// Requests the end and waits for it. The listener misses a signal that arrives between its check of the state and its wait,
+/// and that wait takes as long as this one; therefore the signal is sent repeatedly.
 int stopListener(Notify &record) noexcept
 {
     const auto underLock = [](auto step) {
@@ -271,7 +272,7 @@ int stopListener(Notify &record) noexcept
         step();
     };
     const auto wait = [&record] {
-        // Decides the one case that the wait leaves to it: the listener has ended, and its signal came too early.
+        // WaitShutdown tests errno if the time has passed and the listener has ended: the result must be 1 then.
         errno = EINTR;
         return WaitShutdown(&record, kSignalTime);
     };
@@ -284,15 +285,15 @@ int stopListener(Notify &record) noexcept
     return result;
 }
 
-/// Waits for the last steps of a listener whose end is certain, so that it may be activated again at once.
-void awaitLastSteps() noexcept
+/// Waits for the end of a thread that is certain to end, so that the listener can be activated again at once.
+void awaitThreadEnd() noexcept
 {
-    for (auto waited = 0ms; waited < kLastSteps && shared(running).load() != 0; waited += 1ms) {
+    for (auto waited = 0ms; waited < kThreadEndTime && shared(running).load() != 0; waited += 1ms) {
         kvo_hws::pause(1ms);
     }
 }
 
-const char *wordFor(int shutdownResult) noexcept
+const char *textOf(int shutdownResult) noexcept
 {
     switch (shutdownResult) {
     case 1: return "ok";
@@ -337,7 +338,7 @@ int KVO_HWS_deactivateEmbKvoEvents() noexcept
     }
     Notify *record = active();
     const int result = record != nullptr ? stopListener(*record) : -2;
-    debugValues("shutdown %s thread - %s", "Emb-KVO events", wordFor(result));
+    debugValues("shutdown %s thread - %s", "Emb-KVO events", textOf(result));
     const bool stillRuns = record == nullptr || shared(record->uiState).load() == NOTIFY_RUNNING;
     setActive(nullptr);
     if (record != nullptr) {
@@ -348,7 +349,7 @@ int KVO_HWS_deactivateEmbKvoEvents() noexcept
         return KVO_HWS_FAILED;
     }
     if (result == 1) {
-        awaitLastSteps();
+        awaitThreadEnd();
     }
     return KVO_HWS_OK;
 }

@@ -19,7 +19,7 @@ using kvo_hws::shared;
 
 constexpr std::size_t kLongestReply = 1024;
 
-/// Written by init_fb on the connection thread, and read by the handlers there.
+/// init_fb writes these variables on the connection thread, where the handlers read them.
 KvoDescriptionEx station = {};
 bool stationIsValid = false;
 char assignment[kLongestReply] = {};
@@ -55,7 +55,7 @@ int init_fb() noexcept
     shared(gFocusKvoIp).store(station.address);
     stationIsValid = true;
     if (kvo_hws::agent::mustStop()) {
-        return -1;  // each of the two requests may take nearly as long as a clean-up waits
+        return -1;  // each of the two requests may take almost as long as a clean-up waits
     }
     result = kvo_hws::getT2M2N(station.address, assignment, sizeof assignment);
     if (result != KVO_HWS_OK) {

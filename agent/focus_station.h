@@ -5,7 +5,7 @@
 
 namespace kvo_hws::agent::focusStation {
 
-/// Null until it could be read once.
+/// Null until the description has been read once.
 const KvoDescriptionEx *description() noexcept;
 
 const char *t2m2n() noexcept;

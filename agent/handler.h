@@ -1,5 +1,5 @@
-// The two names of a handler. Hosts know it as handle_x, and a host that has a function handle_x of its own takes the place of
-// that name; the agent calls it by a hidden name of its own.
+// The two names of a handler. The exported name is handle_x; a host that defines its own function handle_x replaces the
+// exported one. The agent calls the handler by a hidden name, which a host cannot replace.
 #pragma once
 
 #include <kvo_hws/agent.h>
@@ -11,12 +11,12 @@
     extern "C" __attribute__((visibility("hidden"))) void KVO_OWN(name)(HmiSession * session, const char *tag,                 \
                                                                         char *argument) noexcept
 
-/// A further exported name for the handler @p other of the same source.
+/// Another exported name for the handler @p other in the same source file.
 #define KVO_HANDLER_ALIAS(name, other)                                                                                         \
     KVO_DECLARE_OWN(name) __attribute__((alias("own_" #other)));                                                               \
     void name(HmiSession *session, const char *tag, char *argument) noexcept __attribute__((alias("own_" #other)))
 
-/// Begins the definition of a handler; it has session, tag and argument.
+/// Begins the definition of a handler with the parameters session, tag and argument.
 #define KVO_HANDLER(name)                                                                                                      \
     KVO_DECLARE_OWN(name);                                                                                                     \
     void name(HmiSession *session, const char *tag, char *argument) noexcept __attribute__((alias("own_" #name)));             \

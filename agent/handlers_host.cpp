@@ -1,4 +1,4 @@
-// Commands that only the host program can carry out: they are passed to its callback.
+// Commands that only the host program can execute: they are passed to its callback.
 #include <kvo_hws/agent.h>
 
 #include "agent/call.h"
@@ -18,7 +18,7 @@ using Command = char[256];
 
 constexpr const char *kFailed = "failed\r\n";
 
-/// What the host says; nothing where there is no host.
+/// The callback's result; no value without a callback.
 std::optional<int> askHost(const char *command) noexcept
 {
     const EmbCmdCallback callback = kvo_hws::shared(gCmdCallback).load();
@@ -33,7 +33,7 @@ std::optional<int> askHost(const char *command) noexcept
     }
 }
 
-/// The replies to a host's 1, 0 and anything else.
+/// The replies for the callback's results 1, 0 and any other.
 struct Replies {
     const char *yes;
     const char *no;
@@ -42,12 +42,12 @@ struct Replies {
 
 void answerByHost(const Call &call, const char *command, Replies replies) noexcept
 {
-    const std::optional<int> said = askHost(command);
-    if (!said.has_value()) {
+    const std::optional<int> result = askHost(command);
+    if (!result.has_value()) {
         call.bad();
         return;
     }
-    switch (*said) {
+    switch (*result) {
     case 1: call.text(replies.yes); break;
     case 0: call.text(replies.no); break;
     default: call.text(replies.other); break;
@@ -56,8 +56,8 @@ void answerByHost(const Call &call, const char *command, Replies replies) noexce
 
 constexpr Replies kStopped = {"ok\r\n", "not running\r\n"};
 
-/// Two integers, each directly followed by a comma; null where they are not, else what follows.
-char *textBehindNumbers(char *argument) noexcept
+/// The text after two integers with a comma directly after each; null if the argument does not begin with them.
+char *textAfterNumbers(char *argument) noexcept
 {
     char *rest = argument;
     for (int number = 0; number < 2; ++number) {
@@ -92,7 +92,7 @@ KVO_HANDLER(handle_show_viewer_active)
     answerByHost(Call(session, tag), "show-viewer-active", {"active=1\r\n", "active=0\r\n"});
 }
 
-/// Asks the host whether a viewer is active, in the same words: hosts know no other question.
+/// Sends the host the command of handle_show_viewer_active, because hosts know no other command for this.
 KVO_HANDLER(handle_show_current_server)
 {
     Command server;
@@ -103,7 +103,7 @@ KVO_HANDLER(handle_show_current_server)
 KVO_HANDLER(handle_set_statusline)
 {
     const Call call(session, tag);
-    char *const text = textBehindNumbers(argument);
+    char *const text = textAfterNumbers(argument);
     if (!call.accepts(text != nullptr)) {
         return;
     }

@@ -1,4 +1,4 @@
-// Commands that are known and refused: an embedded station has no backlight of its own, and is not driven by others.
+// Commands that are refused: an embedded station has no backlight of its own, and other stations do not control it.
 #include <kvo_hws/agent.h>
 
 #include "agent/call.h"
@@ -10,12 +10,13 @@ KVO_HANDLER(handle_set_backlight) { Call(session, tag).failed("EMB-KVO backlight
 
 KVO_HANDLER(handle_set_backlight_brightness_v2) { Call(session, tag).failed("EMB-KVO backlight brightness V2 not supported"); }
 
-/// Without the "V2": it is the same function as the setter of the first generation, and programs compare the two addresses.
+/// The text has no "V2" because this is the same function as handle_set_backlight_brightness; programs compare the two
+/// addresses.
 KVO_HANDLER(handle_get_backlight_brightness_v2) { Call(session, tag).failed("EMB-KVO backlight brightness not supported"); }
 
 KVO_HANDLER(handle_sync_times) { Call(session, tag).bad(); }
 
-// The same functions under further names, with the same addresses.
+// Other names of the same functions, with the same addresses.
 KVO_HANDLER_ALIAS(handle_set_backlight_brightness, handle_get_backlight_brightness_v2);
 KVO_HANDLER_ALIAS(handle_start_viewer, handle_sync_times);
 KVO_HANDLER_ALIAS(handle_start_configured_viewer, handle_sync_times);

@@ -1,5 +1,5 @@
-// Commands that are answered by asking the local hardware service about the station in focus. Each kind is one function here,
-// and each of its members a call of it with the request and the texts that are its own.
+// Commands that send a request about the station in focus to the local hardware service. One function implements each kind of
+// command; a handler calls it with its own request and texts.
 #include <kvo_hws/agent.h>
 #include <kvo_hws/requests.h>
 
@@ -21,7 +21,7 @@ using kvo_hws::agent::flagOf;
 using kvo_hws::agent::focus;
 using kvo_hws::agent::hasControlPanel;
 
-constexpr uint32_t kNoAddress = 255;  // told for a station without a control panel
+constexpr uint32_t kNoAddress = 255;  // reported for a station without a control panel
 
 template <class Number>
 using Getter = int32_t (*)(uint32_t station, Number *value);
@@ -34,7 +34,7 @@ bool consistsOf(std::string_view text, std::string_view characters) noexcept
     return text.find_first_not_of(characters) == std::string_view::npos;
 }
 
-/// Digits alone, below 256; none at all are 0, as remote services send it.
+/// Reads a number of digits only, below 256. An empty argument is 0: remote services send it.
 std::optional<uint32_t> smallNumberOf(const char *argument) noexcept
 {
     const unsigned long value = kvo_hws::readNumber(argument, 10).value;
@@ -44,7 +44,8 @@ std::optional<uint32_t> smallNumberOf(const char *argument) noexcept
     return static_cast<uint32_t>(value);
 }
 
-/// Digits and minus signs alone, read as far as they are a number, so that "" and "-" are 0 and "1-" is 1; -1, 0 or 1.
+/// Reads -1, 0 or 1. The argument may contain only digits and minus signs, and is read up to the end of the number: "" and "-"
+/// are 0, "1-" is 1.
 std::optional<int32_t> capsLockOf(const char *argument) noexcept
 {
     const long value = kvo_hws::readSigned(argument).value;
@@ -54,61 +55,62 @@ std::optional<int32_t> capsLockOf(const char *argument) noexcept
     return static_cast<int32_t>(value);
 }
 
-/// Tells a value of the station.
+/// Replies with a value of the station.
 template <class Number>
-void tell(const Call &call, Getter<Number> get, const char *format, const char *failure) noexcept
+void replyValue(const Call &call, Getter<Number> get, const char *format, const char *failure) noexcept
 {
     Number value = 0;
-    if (call.worked(get(focus(), &value), failure)) {
+    if (call.succeeded(get(focus(), &value), failure)) {
         call.value(format, value);
     }
 }
 
-/// Tells a value of the control panel; @p otherwise for a station without one, about which the service is not asked.
-void tellOfPanel(const Call &call, Getter<uint32_t> get, uint32_t otherwise, const char *format, const char *failure) noexcept
+/// Replies with a value of the control panel. For a station without one it replies @p otherwise and sends no request.
+void replyPanelValue(const Call &call, Getter<uint32_t> get, uint32_t otherwise, const char *format,
+                     const char *failure) noexcept
 {
     uint32_t value = otherwise;
-    if (!hasControlPanel() || call.worked(get(focus(), &value), failure)) {
+    if (!hasControlPanel() || call.succeeded(get(focus(), &value), failure)) {
         call.value(format, value);
     }
 }
 
-/// Sets a value of the station, where the argument was one.
+/// Sets a value of the station if the argument was valid.
 template <class Number>
-void set(const Call &call, std::optional<Number> value, Setter<Number> request, const char *failure) noexcept
+void setValue(const Call &call, std::optional<Number> value, Setter<Number> request, const char *failure) noexcept
 {
-    if (call.accepts(value.has_value()) && call.worked(request(focus(), *value), failure)) {
+    if (call.accepts(value.has_value()) && call.succeeded(request(focus(), *value), failure)) {
         call.ok();
     }
 }
 
-/// Sets a value of the control panel; that of a station without one is set by saying so.
-void setPanel(const Call &call, std::optional<uint32_t> value, Setter<uint32_t> request, const char *failure) noexcept
+/// Sets a value of the control panel. For a station without one it only replies "ok".
+void setPanelValue(const Call &call, std::optional<uint32_t> value, Setter<uint32_t> request, const char *failure) noexcept
 {
-    if (call.accepts(value.has_value()) && (!hasControlPanel() || call.worked(request(focus(), *value), failure))) {
+    if (call.accepts(value.has_value()) && (!hasControlPanel() || call.succeeded(request(focus(), *value), failure))) {
         call.ok();
     }
 }
 
-/// What a metric's request stores: a text, or a number in its beginning.
+/// The value of a metric: a text, or a number in the first four bytes.
 union Metric {
     char text[8];
     uint32_t number;
 };
 
-/// Whether the station knows the metric; where it does not, that is the reply.
+/// Reads a metric. Returns false after a reply if the station does not report it or the request failed.
 bool readMetric(const Call &call, uint32_t metric, Metric &value, const char *failure) noexcept
 {
     const int32_t result = KVO_HWS_getStationMetrics(focus(), metric, &value);
     if (result == KVO_HWS_NOT_AVAILABLE) {
-        call.text("none");  // without a line end, unlike all other replies: remote services wait for these four letters
+        call.text("none");  // without a line end, unlike all other replies: remote services expect only these four letters
         return false;
     }
-    return call.worked(result, failure);
+    return call.succeeded(result, failure);
 }
 
-/// Tells a metric that is a number.
-void tellMetric(const Call &call, uint32_t metric, const char *format, const char *failure) noexcept
+/// Replies with a metric that is a number.
+void replyMetric(const Call &call, uint32_t metric, const char *format, const char *failure) noexcept
 {
     Metric value = {};
     if (readMetric(call, metric, value, failure)) {
@@ -122,22 +124,22 @@ void tellMetric(const Call &call, uint32_t metric, const char *format, const cha
 
 KVO_HANDLER(handle_get_station_type)
 {
-    tell({session, tag}, KVO_HWS_getStationType, "station-type=%d\r\n", "station-type not readable");
+    replyValue({session, tag}, KVO_HWS_getStationType, "station-type=%d\r\n", "station-type not readable");
 }
 
 KVO_HANDLER(handle_get_sw_capslock)
 {
-    tell({session, tag}, KVO_HWS_getSwCapsLock, "sw-capslock=%d\r\n", "sw-capslock not readable");
+    replyValue({session, tag}, KVO_HWS_getSwCapsLock, "sw-capslock=%d\r\n", "sw-capslock not readable");
 }
 
-KVO_HANDLER(handle_get_rv4mode) { tell({session, tag}, KVO_HWS_getRV4Mode, "rv4mode=%u\r\n", "rv4 mode not readable"); }
+KVO_HANDLER(handle_get_rv4mode) { replyValue({session, tag}, KVO_HWS_getRV4Mode, "rv4mode=%u\r\n", "rv4 mode not readable"); }
 
 KVO_HANDLER(handle_get_usb_lock)
 {
     const Call call(session, tag);
     uint32_t first = 0;
     uint32_t second = 0;
-    if (call.worked(KVO_HWS_getUsbLock(focus(), &first, &second), "usb lock not readable")) {
+    if (call.succeeded(KVO_HWS_getUsbLock(focus(), &first, &second), "usb lock not readable")) {
         call.value("usb-lock=%u:%u\r\n", first, second);
     }
 }
@@ -149,8 +151,8 @@ KVO_HANDLER(handle_show_input_devices)
     uint32_t mice = 0;
     uint32_t touch = 0;
     uint32_t virtualKeyboard = 0;
-    if (call.worked(KVO_HWS_showInputDeviceV2(focus(), &keyboards, &mice, &touch, &virtualKeyboard),
-                    "input devices not readable")) {
+    if (call.succeeded(KVO_HWS_showInputDeviceV2(focus(), &keyboards, &mice, &touch, &virtualKeyboard),
+                       "input devices not readable")) {
         call.value("kbd=%u mouse=%u touch=%u vkbd=%d\r\n", keyboards, mice, touch, static_cast<int>(virtualKeyboard));
     }
 }
@@ -159,34 +161,34 @@ KVO_HANDLER(handle_show_input_devices)
 
 KVO_HANDLER(handle_get_mcpaddr)
 {
-    tellOfPanel({session, tag}, KVO_HWS_getMCPAddress, kNoAddress, "mcpaddr=%u\r\n", "mcp addr not readable");
+    replyPanelValue({session, tag}, KVO_HWS_getMCPAddress, kNoAddress, "mcpaddr=%u\r\n", "mcp addr not readable");
 }
 
 KVO_HANDLER(handle_get_dckaddr)
 {
-    tellOfPanel({session, tag}, KVO_HWS_getDCKAddress, kNoAddress, "dckaddr=%u\r\n", "dck addr not readable");
+    replyPanelValue({session, tag}, KVO_HWS_getDCKAddress, kNoAddress, "dckaddr=%u\r\n", "dck addr not readable");
 }
 
 KVO_HANDLER(handle_get_cksindex)
 {
-    tellOfPanel({session, tag}, KVO_HWS_getKVOCksIndex, kNoAddress, "cksindex=%u\r\n", "cks index not readable");
+    replyPanelValue({session, tag}, KVO_HWS_getKVOCksIndex, kNoAddress, "cksindex=%u\r\n", "cks index not readable");
 }
 
 KVO_HANDLER(handle_get_dckenable)
 {
-    tellOfPanel({session, tag}, KVO_HWS_getDCKEnable, 0, "dckenable=%u\r\n", "dck enable not readable");
+    replyPanelValue({session, tag}, KVO_HWS_getDCKEnable, 0, "dckenable=%u\r\n", "dck enable not readable");
 }
 
 // ---- Setters of numbers ----
 
 KVO_HANDLER(handle_set_mcpaddr)
 {
-    setPanel({session, tag}, smallNumberOf(argument), KVO_HWS_setMCPAddress, "mcp addr not writeable");
+    setPanelValue({session, tag}, smallNumberOf(argument), KVO_HWS_setMCPAddress, "mcp addr not writeable");
 }
 
 KVO_HANDLER(handle_set_cksindex)
 {
-    setPanel({session, tag}, smallNumberOf(argument), KVO_HWS_setKVOCksIndex, "cks index not writeable");
+    setPanelValue({session, tag}, smallNumberOf(argument), KVO_HWS_setKVOCksIndex, "cks index not writeable");
 }
 
 KVO_HANDLER(handle_set_kvoindex)
@@ -201,18 +203,18 @@ KVO_HANDLER(handle_set_kvoindex)
 
 KVO_HANDLER(handle_set_sw_capslock)
 {
-    set({session, tag}, capsLockOf(argument), KVO_HWS_setSwCapsLock, "sw-capslock not writeable");
+    setValue({session, tag}, capsLockOf(argument), KVO_HWS_setSwCapsLock, "sw-capslock not writeable");
 }
 
 // ---- Setters of flags ----
 
 KVO_HANDLER(handle_set_dckenable)
 {
-    // The reason names the index, and remote services know it by that.
-    setPanel({session, tag}, flagOf(argument), KVO_HWS_setDCKEnable, "kvo index not writeable");
+    // The reason contains "kvo index": remote services rely on this text.
+    setPanelValue({session, tag}, flagOf(argument), KVO_HWS_setDCKEnable, "kvo index not writeable");
 }
 
-KVO_HANDLER(handle_set_rv4mode) { set({session, tag}, flagOf(argument), KVO_HWS_setRV4Mode, "rv4 mode not writeable"); }
+KVO_HANDLER(handle_set_rv4mode) { setValue({session, tag}, flagOf(argument), KVO_HWS_setRV4Mode, "rv4 mode not writeable"); }
 
 // ---- Metrics ----
 
@@ -225,18 +227,18 @@ KVO_HANDLER(handle_get_panel_oem_layout)
     }
 }
 
-KVO_HANDLER(handle_get_softkey_type) { tellMetric({session, tag}, 2, "softkey-type=%u\r\n", "softkey type not readable"); }
+KVO_HANDLER(handle_get_softkey_type) { replyMetric({session, tag}, 2, "softkey-type=%u\r\n", "softkey type not readable"); }
 
-KVO_HANDLER(handle_get_keyboard_caps) { tellMetric({session, tag}, 3, "keyboard-caps=%u\r\n", "keyboard caps not readable"); }
+KVO_HANDLER(handle_get_keyboard_caps) { replyMetric({session, tag}, 3, "keyboard-caps=%u\r\n", "keyboard caps not readable"); }
 
-/// Replies under the softkey type's key; programs that call it go by that.
-KVO_HANDLER(handle_get_display_dpi) { tellMetric({session, tag}, 4, "softkey-type=%u\r\n", "display dpi not readable"); }
+/// The reply has the key of the softkey type: programs that call this handler rely on it.
+KVO_HANDLER(handle_get_display_dpi) { replyMetric({session, tag}, 4, "softkey-type=%u\r\n", "display dpi not readable"); }
 
-KVO_HANDLER(handle_get_hardware_caps) { tellMetric({session, tag}, 5, "hardware-caps=%u\r\n", "hardware caps not readable"); }
+KVO_HANDLER(handle_get_hardware_caps) { replyMetric({session, tag}, 5, "hardware-caps=%u\r\n", "hardware caps not readable"); }
 
 KVO_HANDLER(handle_get_panel_rotation)
 {
-    tellMetric({session, tag}, 6, "panel-rotation=%X\r\n", "panel rotation not readable");
+    replyMetric({session, tag}, 6, "panel-rotation=%X\r\n", "panel rotation not readable");
 }
 
 // ---- Touch and USB lock ----
@@ -256,14 +258,14 @@ KVO_HANDLER(handle_set_usb_lock)
     const Call call(session, tag);
     unsigned first = 0;
     unsigned second = 0;
-    const int read = std::sscanf(argument, "%u:%u", &first, &second);  // NOLINT(cert-err34-c): as it has always read them
+    const int read = std::sscanf(argument, "%u:%u", &first, &second);  // NOLINT(cert-err34-c): keeps its parsing rules
     if (!call.accepts(read == 2 && first <= 1)) {
         return;
     }
     const Dotted station(focus());
     const char *hosts[] = {station.text()};
-    if (call.worked(KVO_HWS_setUsbLock(1, hosts, static_cast<int>(first), static_cast<int>(second)),
-                    "usb lock not writeable")) {
+    if (call.succeeded(KVO_HWS_setUsbLock(1, hosts, static_cast<int>(first), static_cast<int>(second)),
+                       "usb lock not writeable")) {
         call.ok();
     }
 }

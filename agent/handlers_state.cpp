@@ -1,4 +1,4 @@
-// Commands that are answered out of the agent's own state.
+// Commands that the agent answers from its own state.
 #include <kvo_hws/agent.h>
 
 #include "agent/call.h"
@@ -32,8 +32,8 @@ void setKeyFlag(HmiSession &session, const Call &call, std::optional<uint32_t> i
 
 int keyFlag(const HmiSession &session, uint32_t flag) noexcept { return (session.keyFlags & flag) != 0 ? 1 : 0; }
 
-/// A copy of an argument on the heap takes the place of a text; nothing does where the argument is empty. False without
-/// memory, and then the text stays.
+/// Replaces a text by an allocated copy of the argument, or by null if the argument is empty. If memory runs out, returns
+/// false and keeps the old text.
 bool replaceText(char *&text, const char *argument) noexcept
 {
     kvo_hws::HeapText copy(*argument != '\0' ? strdup(argument) : nullptr);
@@ -46,7 +46,7 @@ bool replaceText(char *&text, const char *argument) noexcept
 
 }  // namespace
 
-// ---- The station in focus, as it was when the agent started ----
+// ---- The station in focus at the start of the agent ----
 
 KVO_HANDLER(handle_show_panel_size)
 {
@@ -86,7 +86,7 @@ KVO_HANDLER(handle_get_disable_capslock)
     Call(session, tag).value("disable-capslock=%d\r\n", keyFlag(*session, kCapsLockDisabled));
 }
 
-// ---- What the host has told ----
+// ---- Values of the host ----
 
 KVO_HANDLER(handle_ping) { Call(session, tag).text("pong\r\n"); }
 
@@ -112,7 +112,7 @@ KVO_HANDLER(handle_get_kvoindex) { Call(session, tag).value("kvoindex=%u\r\n", s
 
 KVO_HANDLER(handle_get_t2m2n) { Call(session, tag).texts(kvo_hws::agent::focusStation::t2m2n(), "\r\n"); }
 
-// ---- What the remote side has told ----
+// ---- Values set by the remote side ----
 
 KVO_HANDLER(handle_get_channel_info)
 {
@@ -131,7 +131,7 @@ KVO_HANDLER(handle_set_channel_info)
 
 KVO_HANDLER(handle_servername)
 {
-    // Without memory for it the remote side has no name: that is for display alone.
+    // If memory runs out, the remote side has no name; the name is only for display.
     if (!replaceText(session->server->name, argument)) {
         std::free(std::exchange(session->server->name, nullptr));
     }

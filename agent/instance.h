@@ -1,4 +1,4 @@
-// The one agent and the words that its threads share with the host. All of them are owned here.
+// The agent, and the variables that its threads share with the host. They are defined in instance.cpp.
 #pragma once
 
 #include <kvo_hws/agent.h>
@@ -11,19 +11,21 @@
 
 namespace kvo_hws::agent {
 
-inline constexpr std::size_t kLineRoom = 256;
+inline constexpr std::size_t kLineSize = 256;
 
-/// How often whoever waits looks whether the agent is to end.
+/// How often a waiting thread checks whether the agent must end.
 inline constexpr std::chrono::milliseconds kStopPeriod{100};
 
-/// How many agents were started, and the last of them whose end a clean-up did not wait for, or not long enough.
+/// The number of agents that were started.
 extern std::atomic<uint32_t> starts;
+
+/// The number of the last agent whose end a clean-up did not wait for, or not long enough.
 extern std::atomic<uint32_t> abandoned;
 
-/// Whether this is the thread that runs the agent, which must not wait for its own end.
+/// True on the thread that runs the agent, which must not wait for its own end.
 bool isConnectionThread() noexcept;
 
-/// Whether the agent is to end.
+/// True if the agent must end.
 inline bool mustStop() noexcept
 {
     const bool isAbandoned = shared(gEmbKvoInst->running).load() != 0 && abandoned.load() == starts.load();

@@ -1,4 +1,4 @@
-// Starting and stopping the agent, and pushing the host's events.
+// Starting and stopping the agent, and sending the host's events.
 #include <kvo_hws/agent.h>
 #include <kvo_hws/platform.h>
 #include <kvo_hws/result.h>
@@ -25,12 +25,12 @@ using kvo_hws::shared;
 constexpr uint64_t kStopTime = 6000;  // milliseconds
 constexpr auto kSettleTime = 1s;
 
-/// Starts and clean-ups take turns. Not held while host code runs.
+/// Only one start or clean-up runs at a time. Not locked while the host's callback runs.
 pthread_mutex_t lifecycle = PTHREAD_MUTEX_INITIALIZER;
 
 bool isRunning() noexcept { return shared(gEmbKvoInst->running).load() == 1; }
 
-/// Running, or ended and not cleaned up.
+/// True if the agent is running, or has ended but was not cleaned up.
 bool isInUse() noexcept { return shared(gEmbKvoInst->running).load() != 0 || shared(gCmdCallback).load() != nullptr; }
 
 int start(const char *params, void **instanceOut, EmbCmdCallback callback) noexcept
@@ -43,7 +43,7 @@ int start(const char *params, void **instanceOut, EmbCmdCallback callback) noexc
     shared(protocolNegotiated).store(0);
     ++kvo_hws::agent::starts;
     shared(gEmbKvoInst->stop).store(0);
-    // The thread's own word, given ahead: a clean-up that follows at once must wait for it.
+    // The thread sets this too, but a clean-up that follows at once must already wait for the thread.
     shared(gEmbKvoInst->running).store(1);
     if (kvo_hws_CreateThread(embHwsClientThread, gEmbKvoInst) != 1) {
         debugValues("KVO_HWS DLL - KVO_HWS_startupEmbHwsClient - pthread_create fails %d", errno);
@@ -54,7 +54,7 @@ int start(const char *params, void **instanceOut, EmbCmdCallback callback) noexc
     return KVO_HWS_OK;
 }
 
-/// Why a clean-up is refused; 1 where it is not.
+/// The result code if a clean-up must be rejected; otherwise 1.
 int32_t refusal(const void *instance) noexcept
 {
     constexpr const char *kLabel = "KVO_HWS DLL - KVO_HWS_cleanupEmbHwsClient";
@@ -73,10 +73,10 @@ int32_t refusal(const void *instance) noexcept
     return KVO_HWS_OK;
 }
 
-/// The agent is to end, whoever waits for it.
+/// Makes the agent end even if no thread waits for it.
 void abandon() noexcept { kvo_hws::agent::abandoned.store(kvo_hws::agent::starts.load()); }
 
-/// On the agent's own thread: it ends as soon as the callback that asks for it returns.
+/// For a clean-up on the agent's own thread: the agent ends when the callback returns.
 int32_t endWithoutWaiting() noexcept
 {
     abandon();
@@ -85,7 +85,7 @@ int32_t endWithoutWaiting() noexcept
     return KVO_HWS_FAILED;
 }
 
-/// Waits for the thread's end. False where it goes on.
+/// Waits for the thread's end. Returns false if it is still running.
 bool awaitEnd() noexcept
 {
     const uint64_t deadline = GetTickCount64() + kStopTime;
@@ -103,7 +103,7 @@ int KVO_HWS_startupEmbHwsClient(const char *params, void **instanceOut, EmbCmdCa
         SendDLLDebugMessage("KVO_HWS DLL - KVO_HWS_startupEmbHwsClient - one instance of embedded kvo is already running!");
         return KVO_HWS_ALREADY_RUNNING;
     };
-    // Asked ahead of the lock too: a callback that starts an agent must not wait for whoever waits for its thread.
+    // Checked before the lock too: a callback that starts an agent must not wait for a clean-up that waits for its thread.
     if (isInUse()) {
         return refused();
     }
@@ -133,7 +133,7 @@ int KVO_HWS_cleanupEmbHwsClient(void *instance) noexcept
     shared(protocolNegotiated).store(0);
     const bool ended = awaitEnd();
     if (!ended) {
-        abandon();  // it goes on, because the host's callback does; it ends when that returns
+        abandon();  // the call that blocks the agent is still running; the agent ends when it returns
     }
     shared(gEmbKvoInst->stop).store(0);
     shared(gCmdCallback).store(nullptr);

@@ -25,23 +25,23 @@ namespace {
 using kvo_hws::shared;
 
 constexpr unsigned kIndications = 99;
-constexpr auto kStallTime = 4s;  // as long as a local peer may be silent
+constexpr auto kStallTime = 4s;  // the same as the timeout of local peers
 
-// ---- All of what follows runs, and is, under the lock ----
+// ---- The following code runs, and its variables are used, only with sGCriticalSectionEventSocket locked ----
 
 unsigned indications = 0;
 
-/// The socket whose lines are known to leave as soon as they are uncorked.
-int promptSocket = -1;
+/// The socket for which TCP_NODELAY is set, so that a line is sent as soon as it is uncorked.
+int noDelaySocket = -1;
 
 void setOption(int socket, int option, int value) noexcept { setsockopt(socket, IPPROTO_TCP, option, &value, sizeof value); }
 
-/// Waits until a socket takes more. False where it has not for too long, or the agent is to end: nobody may hang on its remote
-/// side.
+/// Waits until a socket accepts more bytes. Returns false after the timeout or if the agent must end: the remote side must not
+/// block a caller forever.
 bool waitWritable(int socket) noexcept
 {
     pollfd waiting{.fd = socket, .events = POLLOUT, .revents = 0};
-    const auto deadline = std::chrono::steady_clock::now() + kStallTime;  // signals must not shorten it
+    const auto deadline = std::chrono::steady_clock::now() + kStallTime;  // signals must not shorten the wait
     while (std::chrono::steady_clock::now() < deadline) {
         const int ready = poll(&waiting, 1, static_cast<int>(kvo_hws::agent::kStopPeriod.count()));
         if (ready > 0) {
@@ -54,7 +54,7 @@ bool waitWritable(int socket) noexcept
     return false;
 }
 
-/// False where not all of the part could be sent.
+/// Returns false if the part could not be sent completely.
 bool sendPart(int socket, std::string_view part) noexcept
 {
     while (!part.empty()) {
@@ -68,15 +68,15 @@ bool sendPart(int socket, std::string_view part) noexcept
     return true;
 }
 
-/// A line as its parts come: corked, so that it leaves as one segment.
+/// A line that is written in parts. The socket is corked, so that the line is sent as one segment.
 class Line {
 public:
     explicit Line(int socket) noexcept : socket_(socket)
     {
-        if (socket_ != promptSocket) {
-            // Uncorking alone leaves a line to wait for the acknowledgement of the one before.
+        if (socket_ != noDelaySocket) {
+            // Without TCP_NODELAY an uncorked line waits for the acknowledgement of the previous line.
             setOption(socket_, TCP_NODELAY, 1);
-            promptSocket = socket_;
+            noDelaySocket = socket_;
         }
         setOption(socket_, TCP_CORK, 1);
     }
@@ -86,14 +86,14 @@ public:
     {
         setOption(socket_, TCP_CORK, 0);
         if (!whole_) {
-            // Half a line must not become the beginning of the next one: the reader of this socket finds it closed.
+            // The next line must not continue a partial line: the thread that reads this socket finds it closed.
             shutdown(socket_, SHUT_RDWR);
         }
     }
 
     void part(std::string_view text) noexcept { whole_ = whole_ && sendPart(socket_, text); }
 
-    /// The parts up to a null one.
+    /// Writes the parts; a null pointer ends the list.
     void parts(const char *first, va_list others) noexcept
     {
         for (const char *text = first; text != nullptr; text = va_arg(others, const char *)) {
@@ -108,7 +108,7 @@ private:
 
 using Prefix = std::array<char, 4>;
 
-/// "I", the number in two digits and a colon; put together here since every writer waits meanwhile.
+/// "I", the number as two digits, and a colon. Formatted without snprintf, because all writers wait meanwhile.
 Prefix nextPrefix() noexcept
 {
     indications = indications >= kIndications ? 1 : indications + 1;
@@ -119,7 +119,7 @@ std::string_view textOf(const Prefix &prefix) noexcept { return {prefix.data(), 
 
 bool mayIndicate() noexcept { return shared(protocolNegotiated).load() != 0; }
 
-/// What writers hold while they write, and are not cancelled.
+/// Locks the socket for a writer and disables cancellation.
 class Writing {
     const kvo_hws::NoCancellation wholeLine_;
     const kvo_hws::Lock lock_{sGCriticalSectionEventSocket};
@@ -163,8 +163,8 @@ int kvo_hws::agent::pushIndication(HmiSession &session, const char *text) noexce
 {
     const std::string_view event = text;
     const Writing writing;
-    // Both are looked at under the lock: while this thread waited there may have been a clean-up, and the descriptor be
-    // another's.
+    // Both are checked under the lock: a clean-up may have run while this thread waited, and the descriptor may have been
+    // reused.
     if (!mayIndicate()) {
         return -1;
     }
@@ -187,6 +187,6 @@ void kvo_hws::agent::closeSocket(HmiSession &session) noexcept
 void kvo_hws::agent::openSocket(HmiSession &session, int socket) noexcept
 {
     const Writing writing;
-    promptSocket = -1;  // a new one, though its number may be an old one
+    noDelaySocket = -1;  // the new socket may have the number of an old one
     shared(session.socket).store(socket);
 }

@@ -1,17 +1,17 @@
-// Lines to the remote service: each goes out whole and as one segment, whoever else is writing.
+// Writes lines to the remote service. Each line is sent completely and as one segment, even if several threads write.
 #pragma once
 
 #include <kvo_hws/agent.h>
 
 namespace kvo_hws::agent {
 
-/// Pushes the event @p text to the session's remote side, if there is one at the moment. As hmiconn_indication.
+/// Sends the event @p text to the session's remote side if it is connected. Result as hmiconn_indication.
 int pushIndication(HmiSession &session, const char *text) noexcept;
 
-/// Closes a session's socket under the writers' lock, so that none of them writes to a descriptor that has become another's.
+/// Closes a session's socket under the writers' lock, so that no writer uses a descriptor that has been reused.
 void closeSocket(HmiSession &session) noexcept;
 
-/// Gives a connected socket to a session.
+/// Sets a session's connected socket.
 void openSocket(HmiSession &session, int socket) noexcept;
 
 }  // namespace kvo_hws::agent

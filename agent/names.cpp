@@ -18,8 +18,8 @@ const char *sesstoa(const HmiSession *session) noexcept
 
 int format_servername(char *dst, size_t size, const HmiServer *server, int width) noexcept
 {
-    constexpr std::size_t kAround = 3;     // of " ()"
-    constexpr std::size_t kAroundCut = 6;  // of "... ()"
+    constexpr std::size_t kAround = 3;     // length of " ()"
+    constexpr std::size_t kAroundCut = 6;  // length of "... ()"
     const Dotted dotted(server->address);
     const char *const address = dotted.text();
     const auto room = static_cast<std::size_t>(width > 0 ? width : 0);

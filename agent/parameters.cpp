@@ -14,16 +14,17 @@ namespace {
 
 constexpr unsigned long kSessions = 10;
 
-/// A value, which ends with its line. What stands behind it is read as well, since it is no digit: so nothing needs to be copied.
+/// A value, which ends at the end of its line. The conversions read the original text: the character after the value is not a
+/// digit, so no copy is needed.
 class Value {
 public:
     explicit Value(std::string_view text) noexcept : text_(text) {}
 
-    /// A decimal number; it ends at the first character that is no digit.
+    /// A decimal number; it ends at the first character that is not a digit.
     [[nodiscard]] unsigned long number() const noexcept
     {
         const bool isBlank =
-            text_.find_first_not_of(" \t\r\v\f") == std::string_view::npos;  // the number is not the next line's
+            text_.find_first_not_of(" \t\r\v\f") == std::string_view::npos;  // else strtoul would read the next line
         return isBlank ? 0 : readNumber(text_.data(), 10).value;
     }
 
@@ -87,7 +88,7 @@ constexpr Parameter kParameters[] = {
     {"remoteSession=", setSession},
 };
 
-/// The fields between the state words and the session, which other threads may be looking at.
+/// Sets the fields between the state words and the session. Other threads may access the state words and the session.
 void setDefaults(EmbKvoInst &instance) noexcept
 {
     constexpr std::size_t kFirst = offsetof(EmbKvoInst, focusKvoIp);
@@ -120,8 +121,8 @@ bool readParameters(const char *params, EmbKvoInst &instance) noexcept
         readLine(line, instance);
         text.remove_prefix(line.size() < text.size() ? line.size() + 1 : line.size());
     }
-    const bool focus = instance.focusKvoIp != 0 || instance.focusKvoName[0] != '\0';
-    return focus && instance.remoteKvoHwsIp != 0;
+    const bool hasFocus = instance.focusKvoIp != 0 || instance.focusKvoName[0] != '\0';
+    return hasFocus && instance.remoteKvoHwsIp != 0;
 }
 
 }  // namespace kvo_hws::agent

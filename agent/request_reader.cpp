@@ -1,4 +1,5 @@
-// Request lines of the remote service: read whole or not at all, told apart by the table of commands, answered by its handlers.
+// Reads request lines of the remote service, finds each command in the table, and calls its handler. Only complete lines are
+// processed.
 #include <kvo_hws/agent.h>
 #include <kvo_hws/runtime.h>
 
@@ -21,12 +22,12 @@ using namespace std::chrono_literals;
 
 namespace {
 
-using kvo_hws::agent::kLineRoom;
+using kvo_hws::agent::kLineSize;
 
-constexpr auto kPiecePause = 10ms;  // a slow sender goes on meanwhile, instead of waking this thread for each byte
+constexpr auto kPiecePause = 10ms;  // so that a slow sender does not wake this thread for each byte
 constexpr std::size_t kTagLength = 4;
 
-/// What has arrived: as much as is looked at, and how much of it belongs to the line.
+/// The bytes of the line that were read, and whether they end it.
 struct Arrived {
     std::size_t bytes = 0;
     bool endsLine = false;
@@ -40,13 +41,13 @@ void closeLost(HmiSession &session, const char *reason) noexcept
     hmi_close_x(&session);
 }
 
-/// Takes what belongs to the line out of the socket, behind what the buffer holds. Nothing where the connection is lost, which
-/// closes it, or where nothing has come after all.
+/// Reads the bytes that belong to the line and appends them to the buffer. Returns no bytes if none have arrived, or if the
+/// connection is lost; then it closes the session.
 Arrived takePiece(HmiSession &session) noexcept
 {
     const int socket = kvo_hws::agent::socketOf(session);
     char *const position = session.lineBuffer + session.lineFill;
-    const std::size_t room = kLineRoom - session.lineFill;
+    const std::size_t room = kLineSize - session.lineFill;
     const ssize_t peeked = recv(socket, position, room, MSG_PEEK | MSG_DONTWAIT);
     if (peeked < 0 && (errno == EAGAIN || errno == EINTR)) {
         return {};
@@ -63,13 +64,13 @@ Arrived takePiece(HmiSession &session) noexcept
         lineFeed == nullptr ? static_cast<std::size_t>(peeked) : static_cast<std::size_t>(lineFeed - position) + 1;
     const ssize_t taken = recv(socket, position, wanted, MSG_DONTWAIT);
     if (taken <= 0) {
-        return {};  // whoever else reads from this socket was faster
+        return {};  // another reader of this socket was faster
     }
     position[taken] = '\0';
     return {static_cast<std::size_t>(taken), lineFeed != nullptr && static_cast<std::size_t>(taken) == wanted};
 }
 
-/// Removes the line end, which lies right before @p end.
+/// Removes the line end, which is directly before @p end.
 void cutLineEnd(char *line, char *end) noexcept
 {
     *--end = '\0';
@@ -121,7 +122,7 @@ void hmiconn_process_one_request(HmiSession *session) noexcept
         cutLineEnd(session->lineBuffer, session->lineBuffer + session->lineFill);
         session->lineFill = 0;
         answer(*session, session->lineBuffer);
-    } else if (session->lineFill >= kLineRoom) {
+    } else if (session->lineFill >= kLineSize) {
         hmi_close_x(session);
     } else {
         kvo_hws::pause(kPiecePause);

@@ -108,7 +108,7 @@ TEST(AccessorValues, start_with_session_0)
     EXPECT_EQ(wordOut, 0U);
 }
 
-TEST(AccessorValues, name_an_existing_interface_although_nothing_was_read)
+TEST(AccessorValues, name_the_configured_interface_although_no_file_was_read)
 {
     char name[] = "eth9";
     sConfData = {};

@@ -10,7 +10,7 @@
 
 namespace {
 
-TEST(StationListsInBetween, a_service_that_closes_between_the_requests_is_logged_without_the_count)
+TEST(StationLists, a_service_that_closes_between_the_requests_is_logged_without_the_count)
 {
     const support::MessagesOn messages;
     for (const bool withExtension : {false, true}) {

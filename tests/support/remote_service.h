@@ -10,7 +10,7 @@ namespace support {
 
 class RemoteService {
 public:
-    /// Listens at 127.0.0.1, port 5850 and the session's number.
+    /// Listens at 127.0.0.1, port 5850 plus the session number.
     explicit RemoteService(unsigned session = 0);
     RemoteService(const RemoteService &) = delete;
     RemoteService &operator=(const RemoteService &) = delete;

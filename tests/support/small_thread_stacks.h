@@ -1,4 +1,4 @@
-// Small stacks, so that many threads fit: a default stack takes 8 MB of address space, and 500 of them all that 32 bits have.
+// Small stacks, so that many threads fit: a default stack takes 8 MB of address space, and 500 of them use up 32 bits.
 #pragma once
 
 #include <pthread.h>

@@ -25,7 +25,7 @@ public:
         writer_ = ends[1];
         // Large enough for all that a test writes before it reads, whatever the machine's default is.
         const int bytes = 1 << 20;
-        setsockopt(writer_, SOL_SOCKET, SO_SNDBUF, &bytes, sizeof room);
+        setsockopt(writer_, SOL_SOCKET, SO_SNDBUF, &bytes, sizeof bytes);
     }
     Pair(const Pair &) = delete;
     Pair &operator=(const Pair &) = delete;

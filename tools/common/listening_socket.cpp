@@ -85,8 +85,8 @@ ListeningSocket::ListeningSocket(std::filesystem::path path, mode_t mode) : path
     const LockFile starting(path_.parent_path() / (std::string(kLockFilePrefix) + "start"));
     clearPath(path_);
     socket_ = Descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    // Restrict the socket before it has a path, so that no other user can connect in between. The umask may remove more bits, so
-    // chmod follows bind. No other user can replace the file meanwhile: only this user can write to the directory.
+    // Restrict the socket before it has a path, so that no other user can connect in between. The umask may remove more bits,
+    // so chmod follows bind. No other user can replace the file meanwhile: only this user can write to the directory.
     if (fchmod(socket_.get(), mode) != 0 ||
         bind(socket_.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
         chmod(path_.c_str(), mode) != 0 || listen(socket_.get(), kWaitingConnections) != 0) {

@@ -14,9 +14,8 @@ inline constexpr mode_t kForThisUser = 0600;
 
 class ListeningSocket {
 public:
-    /// Creates the directory if it is missing, removes a stale socket, and listens.
-    /// Throws std::runtime_error if a live service listens there, the directory belongs to another user, or the path is something
-    /// other than a socket.
+    /// Creates the directory if it is missing, removes a stale socket, and listens. Throws std::runtime_error if a live service
+    /// listens there, the directory belongs to another user, or the path is something other than a socket.
     explicit ListeningSocket(std::filesystem::path path, mode_t mode = kForThisUser);
     ListeningSocket(const ListeningSocket &) = delete;
     ListeningSocket &operator=(const ListeningSocket &) = delete;

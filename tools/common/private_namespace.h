@@ -15,10 +15,10 @@ public:
 
 class PrivateNamespace {
 public:
-    /// Moves the calling process permanently into a mount namespace in which kSocketDirectory is empty and private. Needs no root
-    /// rights if the kernel grants user namespaces, but then the process must have a single thread. Construct it before threads
-    /// start. Programs that the process executes later are inside too. Throws NamespaceRefused, or std::runtime_error whose text
-    /// says which step failed.
+    /// Moves the calling process permanently into a mount namespace in which kSocketDirectory is empty and private. Needs no
+    /// root rights if the kernel grants user namespaces, but then the process must have a single thread. Construct it before
+    /// threads start. Programs that the process executes later are inside too. Throws NamespaceRefused, or std::runtime_error
+    /// whose text says which step failed.
     PrivateNamespace();
 
 private:

@@ -1,4 +1,5 @@
-// Starts the guardian, a process that outlives the run and then removes the folder. It stays in the mount namespace of the folder.
+// Starts the guardian, a process that outlives the run and then removes the folder. It stays in the mount namespace of the
+// folder.
 #include "common/run_folder.h"
 
 #include <algorithm>
@@ -34,8 +35,8 @@ void keepOnly(const std::array<int, kDescriptors> &descriptors)
     syscall(SYS_close_range, static_cast<unsigned>(kDescriptors), ~0U, 0);
 }
 
-/// Waits until the run sends kDone or its process ends. A closed socket alone is not the end: a run that executes another program
-/// continues without the socket.
+/// Waits until the run sends kDone or its process ends. A closed socket alone is not the end: a run that executes another
+/// program continues without the socket.
 void waitForTheRun()
 {
     std::array<pollfd, 2> events{pollfd{.fd = kRun, .events = POLLIN, .revents = 0},

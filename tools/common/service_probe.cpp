@@ -1,4 +1,5 @@
-// Talks to the socket directly: the library reports all faults with two result codes, and keeps waiting while single bytes arrive.
+// Talks to the socket directly: the library reports all faults with two result codes, and keeps waiting while single bytes
+// arrive.
 #include "common/service_probe.h"
 
 #include "common/command_socket.h"

@@ -1,4 +1,4 @@
-// kvoctl: the library from the command line, for people and scripts.
+// kvoctl: the library's functions on the command line, for users and scripts.
 #include "common/command_line/mistake.h"
 #include "kvoctl/command_line/command_line.h"
 #include "kvoctl/doctor/doctor.h"
@@ -15,7 +15,7 @@ namespace {
 
 int status(Exit exit) { return static_cast<int>(exit); }
 
-/// Reports on standard error, and where JSON is asked for on standard output too: scripts always get one document.
+/// Reports a failure on standard error, and with --json also on standard output: scripts always get one document.
 int fail(const CommandLine &commandLine, const Failure &failure)
 {
     const std::string code = " (result " + std::to_string(failure.result()) + ")";

@@ -18,8 +18,8 @@ CLI::App *addHelpCommand(CLI::App &app);
 std::vector<std::string> withoutHelpCommand(std::vector<std::string> arguments);
 
 /// Returns @p text in lines of at most @p width columns. Lines that begin without a space are joined and filled as a paragraph.
-/// An indented line with two columns ("  delay    the reply comes late") is wrapped inside the second column. Any other indented
-/// line is a command that users copy, and stays whole.
+/// An indented line with two columns ("  delay    the reply comes late") is wrapped inside the second column. Any other
+/// indented line is a command that users copy, and stays whole.
 std::string wrapped(const std::string &text, std::size_t width);
 
 }  // namespace tools::command_line

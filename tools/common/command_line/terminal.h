@@ -10,8 +10,8 @@ namespace tools::command_line {
 /// Columns, if neither the terminal nor COLUMNS says.
 inline constexpr std::size_t kUsualWidth = 80;
 
-/// Columns of the terminal @p descriptor, or COLUMNS if the terminal does not say. Nothing if @p descriptor is not a terminal, or
-/// if neither says.
+/// Columns of the terminal @p descriptor, or COLUMNS if the terminal does not say. Nothing if @p descriptor is not a terminal,
+/// or if neither says.
 std::optional<std::size_t> terminalWidth(int descriptor);
 
 /// The width of help texts: the terminal's, else COLUMNS, else 80.

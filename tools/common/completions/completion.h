@@ -30,8 +30,8 @@ void completeCommand(const CLI::App *subcommand);
 bool takesCommand(const CLI::App *subcommand);
 
 /// Answers a shell if the arguments are its request, and returns whether they are. The first line of the answer is "words",
-/// "files", "directories" or "command". One line for each candidate follows, with a tab before its meaning. Candidates that cannot
-/// be determined are left out.
+/// "files", "directories" or "command". One line for each candidate follows, with a tab before its meaning. Candidates that
+/// cannot be determined are left out.
 bool answerShell(const CLI::App &app, const std::vector<std::string> &arguments, std::ostream &out);
 
 }  // namespace tools::completions

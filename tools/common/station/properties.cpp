@@ -88,8 +88,8 @@ Reading inputDevices(uint32_t station)
     return {result, values};
 }
 
-/// The library returns the same result for a refusal and a missing value here. "metrics dpi" reads the same value and distinguishes
-/// them.
+/// The library returns the same result for a refusal and a missing value here. "metrics dpi" reads the same value and
+/// distinguishes them.
 const std::vector<int32_t> kDpiStates{KVO_HWS_FAILED};
 
 // ---- Metrics ----

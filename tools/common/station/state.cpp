@@ -11,7 +11,8 @@ namespace tools {
 
 namespace {
 
-/// A failed request that took longer got no reply: the library waits 4 s for a silent service, and would do so for each request.
+/// A failed request that took longer got no reply: the library waits 4 s for a silent service, and would do so for each
+/// request.
 constexpr auto kSilence = 3s;
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Starts and stops the agent, and is its host.
+// Starts and stops the agent, and answers its commands as its host.
 #include "kvoctl/agent/agent.h"
 
 #include "common/station/readers.h"
@@ -19,16 +19,16 @@ constexpr int kHostDone = 1;
 constexpr int kHostNo = 0;
 constexpr int kHostFailed = -1;
 
-/// Programs say yes by 0 and no by 1, as all programs do.
+/// The exit status by which a program answers no; 0 means yes.
 constexpr int kProgramNo = 1;
 
-/// What the callback knows.
+/// The state that the callback uses.
 struct Shared {
-    Inbox<Event> commands{};
+    EventQueue<Event> commands{};
     AgentHost host{};
 };
 
-Event shown(const HostCommand &command)
+Event toEvent(const HostCommand &command)
 {
     Event event{"command", {{"keyword", {command.keyword}}}};
     if (command.hasArgument) {
@@ -37,7 +37,7 @@ Event shown(const HostCommand &command)
     return event;
 }
 
-int answerOf(const EventProgram &program, const Event &command)
+int answerByProgram(const EventProgram &program, const Event &command)
 {
     const std::optional<int> status = program.run(command, kProgramNo);
     if (!status) {
@@ -48,25 +48,26 @@ int answerOf(const EventProgram &program, const Event &command)
 
 int answer(void * /*instance*/, const char *text)
 {
-    Shared &here = lasting<Shared>();
+    Shared &shared = neverDestroyed<Shared>();
     const HostCommand command(text);
-    Event event = shown(command);
-    const int said = here.host.program ? answerOf(*here.host.program, event) : here.host.answers.answerTo(command.keyword);
-    event.fields.push_back({"answer", {said}});
-    here.commands.put(std::move(event));
-    return said;
+    Event event = toEvent(command);
+    const int answer =
+        shared.host.program ? answerByProgram(*shared.host.program, event) : shared.host.answers.answerTo(command.keyword);
+    event.fields.push_back({"answer", {answer}});
+    shared.commands.put(std::move(event));
+    return answer;
 }
 
-/// A word of the agent's that its thread writes.
-template <class Word>
-Word current(Word &word)
+/// Reads a variable of the agent that the agent's thread writes.
+template <class Variable>
+Variable load(Variable &variable)
 {
-    return std::atomic_ref<Word>(word).load();
+    return std::atomic_ref<Variable>(variable).load();
 }
 
 void setFocusName(const std::string &name) { gFocusName[name.copy(gFocusName, sizeof gFocusName - 1)] = '\0'; }
 
-/// As the agent asks for it.
+/// Sends the same request as the agent.
 Result describe(const AgentPlan &plan, KvoDescriptionEx &station)
 {
     const uint32_t address = plan.focusAddress.empty() ? 0 : inet_addr(plan.focusAddress.c_str());
@@ -77,46 +78,46 @@ Result describe(const AgentPlan &plan, KvoDescriptionEx &station)
 
 Agent::Agent(const AgentPlan &plan, const AgentHost &host) : plan_(plan)
 {
-    lasting<Shared>().host = host;
+    neverDestroyed<Shared>().host = host;
     setFocusName(plan.focusName);
     require(KVO_REQUEST(KVO_HWS_startupEmbHwsClient)(plan.parameters().c_str(), &instance_, answer));
 }
 
-bool Agent::hasEnded() { return current(gEmbKvoInst->running) == 0; }
+bool Agent::hasEnded() { return load(gEmbKvoInst->running) == 0; }
 
-bool Agent::isConnected() { return current(gEmbKvoInst->session.socket) >= 0; }
+bool Agent::isConnected() { return load(gEmbKvoInst->session.socket) >= 0; }
 
-std::vector<Event> Agent::takeCommands() { return lasting<Shared>().commands.take(); }
+std::vector<Event> Agent::takeCommands() { return neverDestroyed<Shared>().commands.take(); }
 
-int Agent::descriptor() { return lasting<Shared>().commands.descriptor(); }
+int Agent::descriptor() { return neverDestroyed<Shared>().commands.descriptor(); }
 
-/// The library tells that it has ended, but not why; the same questions asked again do.
+/// The library reports that the agent has ended, but not why. Sending the same requests again shows the reason.
 void Agent::explainEnd()
 {
     stop();
-    const std::string subject = "the station in focus, " + plan_.focus() + ", can not be read: ";
+    const std::string subject = "cannot read the station in focus, " + plan_.focus() + ": ";
     KvoDescriptionEx station{};
     const auto explain = [&subject](const Result &result) {
         if (result.code != KVO_HWS_OK) {
             const char *const hint =
-                result.code == KVO_HWS_NO ? "; \"kvoctl stations\" lists those that the service knows" : "";
+                result.code == KVO_HWS_NO ? "; \"kvoctl stations\" lists the stations that the service knows" : "";
             throw Failure(result.code, subject + words(result) + hint);
         }
     };
     explain(describe(plan_, station));
     explain(tools::unsizedText(KVO_REQUEST(KVO_HWS_getKVOT2M2N))(station.address).result);
-    throw Failure(KVO_HWS_FAILED, subject + "the service did not answer in time, but does now; try again");
+    throw Failure(KVO_HWS_FAILED, subject + "the service did not answer in time, but answers now; try again");
 }
 
 std::string Agent::push(const std::string &text) const
 {
-    // The library takes a push without a connection for one that is done.
+    // The library reports success for a push without a connection.
     const bool wasConnected = isConnected();
     const Result result = KVO_REQUEST(KVO_HWS_sendEmbHwsEvent)(instance_, text.c_str());
     if (result.code != KVO_HWS_OK) {
         return words(result);
     }
-    return wasConnected ? "" : "there is no connection at the moment";
+    return wasConnected ? "" : "the agent is not connected at the moment";
 }
 
 bool Agent::stop()

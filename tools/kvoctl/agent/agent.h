@@ -1,50 +1,50 @@
-// The library's agent, from its start to its end.
+// The library's agent, which runs from construction until stop().
 #pragma once
 
 #include "kvoctl/agent/agent_answers.h"
 #include "kvoctl/agent/agent_arguments.h"
 #include "kvoctl/live/event_program.h"
-#include "kvoctl/live/inbox.h"
+#include "kvoctl/live/event_queue.h"
 
 #include <optional>
 #include <string>
 
 namespace kvoctl {
 
-/// What answers the commands that only the host can carry out.
+/// The host: answers the commands that only a host can carry out.
 struct AgentHost {
     AgentAnswers answers{};
-    std::optional<EventProgram> program{};  ///< answers instead, by its exit status
+    std::optional<EventProgram> program{};  ///< if set, its exit status is the answer
 };
 
-/// How the variables of a program that answers a command begin.
+/// The prefix of the environment variables of a program that answers a command.
 inline constexpr const char *kAgentEnvironment = "KVO_AGENT_";
 
-/// One at a time in a process, and one after the other only where stop() was told that the one before has ended.
+/// A process can have one agent at a time, and a new one only after stop() of the previous one returned true.
 class Agent {
 public:
-    /// Throws Failure where the library does not start it.
+    /// Throws Failure if the library does not start it.
     Agent(const AgentPlan &plan, const AgentHost &host);
     Agent(const Agent &) = delete;
     Agent &operator=(const Agent &) = delete;
     ~Agent() { stop(); }
 
-    /// Whether it has ended by itself, which it does where it can not read the station in focus.
+    /// Whether it has ended by itself, which it does if it cannot read the station in focus.
     [[nodiscard]] static bool hasEnded();
-    /// Why it has: throws Failure in every case.
+    /// Always throws a Failure that says why it has ended by itself.
     [[noreturn]] void explainEnd();
 
     [[nodiscard]] static bool isConnected();
 
-    /// The commands that were answered since the last time, as they are shown.
+    /// Returns the commands that were answered since the last call.
     [[nodiscard]] static std::vector<Event> takeCommands();
-    /// Readable while there are some.
+    /// A descriptor that is readable while takeCommands() would return some.
     [[nodiscard]] static int descriptor();
 
-    /// Pushes an indication. Empty when it is written; else why not.
+    /// Pushes an indication. Returns an empty text if it was written, otherwise the reason why not.
     [[nodiscard]] std::string push(const std::string &text) const;
 
-    /// Ends it, which takes 7 s at most. False where it has not ended by then.
+    /// Stops the agent, which takes at most 7 s. Returns false if it has not ended by then.
     bool stop();
 
 private:

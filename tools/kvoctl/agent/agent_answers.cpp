@@ -1,4 +1,4 @@
-// Reads answers: words, or the numbers that they stand for.
+// Parses answers: words, or the numbers for which they stand.
 #include "kvoctl/agent/agent_answers.h"
 
 #include "common/completions/completion.h"
@@ -58,11 +58,11 @@ std::string checkPair(const std::string &text)
 {
     const std::size_t equals = text.find('=');
     if (equals == std::string::npos) {
-        return "\"" + text + "\" is no COMMAND=ANSWER";
+        return "\"" + text + "\" is not of the form COMMAND=ANSWER";
     }
     const std::string keyword = text.substr(0, equals);
     if (std::find(kKeywords.begin(), kKeywords.end(), keyword) == kKeywords.end()) {
-        return "\"" + keyword + "\" is none of " + tools::join(kKeywords, ", ");
+        return "\"" + keyword + "\" is not one of " + tools::join(kKeywords, ", ");
     }
     return checkAnswer(text.substr(equals + 1));
 }
@@ -92,8 +92,8 @@ std::shared_ptr<const AgentAnswers> AgentAnswers::addTo(CLI::App &command)
                 answers->own_[pair.substr(0, equals)] = parseAnswer(pair.substr(equals + 1)).value_or(0);
             }
         },
-        "What to answer to one command, as stop-viewer=not-running; may be given again. ANSWER is 1 (done, yes), 0 (no, "
-        "not-running, busy), or -1 (failed) or any other number, which mean a failure. COMMAND is one of " +
+        "The answer to one command, such as stop-viewer=not-running; can be repeated. ANSWER is 1 (done, yes), 0 (no, "
+        "not-running, busy) or -1 (failed); any other number also means failure. COMMAND is one of " +
             tools::join(kKeywords, ", "));
     own->check({checkPair, ""})
         ->type_name("COMMAND=ANSWER")
@@ -102,7 +102,7 @@ std::shared_ptr<const AgentAnswers> AgentAnswers::addTo(CLI::App &command)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     auto *all = command.add_option_function<std::string>(
         kAnswerAllOption, [answers](const std::string &answer) { answers->all_ = parseAnswer(answer).value_or(0); },
-        "What to answer to all other commands; else 1");
+        "The answer to all other commands (default: 1)");
     all->check({checkAnswer, ""})->type_name("ANSWER");
     tools::completions::completeFrom(
         own, [] { return offered(kKeywords, [](std::string_view keyword) { return std::string(keyword) + '='; }); });

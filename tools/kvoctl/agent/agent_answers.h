@@ -1,4 +1,4 @@
-// What the host answers to the agent's commands, given ahead on the command line.
+// The host's answers to the agent's commands, from the command line.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -8,7 +8,7 @@
 
 namespace kvoctl {
 
-/// A command of the host in its parts: "set-darken=1" is "set-darken" and "1".
+/// A command to the host, split into its parts: "set-darken=1" is "set-darken" and "1".
 struct HostCommand {
     explicit HostCommand(const std::string &text);
 

@@ -1,4 +1,4 @@
-// Refuses what the library would read as something else: it cuts texts, and takes a wrong address for none.
+// Rejects values that the library would misread: it cuts long texts, and treats an invalid address like none.
 #include "kvoctl/agent/agent_arguments.h"
 
 #include "common/dotted_address.h"
@@ -20,9 +20,9 @@ std::string checkAddress(const std::string &text)
 {
     const auto address = tools::parseDotted(text);
     if (!address) {
-        return "\"" + text + "\" is no dotted IPv4 address";
+        return "\"" + text + "\" is not a dotted IPv4 address";
     }
-    return *address == INADDR_ANY ? "0.0.0.0 is nobody's address" : "";
+    return *address == INADDR_ANY ? "0.0.0.0 is not the address of a host" : "";
 }
 
 Given<std::string> addText(CLI::App &command, const std::string &name, const std::string &help, std::size_t longest)
@@ -31,7 +31,7 @@ Given<std::string> addText(CLI::App &command, const std::string &name, const std
         if (text.empty()) {
             return "the text is empty";
         }
-        return text.size() > longest ? "at most " + std::to_string(longest) + " bytes are taken" : "";
+        return text.size() > longest ? "at most " + std::to_string(longest) + " bytes are allowed" : "";
     };
     auto value = std::make_shared<std::string>();
     return {command.add_option(name, *value, help)->check(oneLine())->check({refuse, ""})->type_name("TEXT"), value};
@@ -67,7 +67,7 @@ AgentArguments AgentArguments::addTo(CLI::App &command)
     focus.option->excludes(name.option);
     completeStations(focus.option, StationForms::address);
     completeStations(name.option, StationForms::name);
-    const auto screen = addText(command, "--screen", "The screen on focus that is told to the remote service", kLongestScreen);
+    const auto screen = addText(command, "--screen", "The screen on focus, for the remote service", kLongestScreen);
     AgentArguments arguments(focus, name, screen,
                              addFlag(command, "--mcp", "The station in focus has a machine control panel (MCP)"));
     const auto number = [&](const char *option, const char *key, const char *help) {
@@ -75,12 +75,12 @@ AgentArguments AgentArguments::addTo(CLI::App &command)
         value.option->type_name("N");
         arguments.numbers_.push_back({key, value});
     };
-    number("--kvo-index", "kvoIndex", "The KVO index that is told; else 1");
-    number("--channel", "channelOnFocus", "The channel on focus; else 1");
-    number("--suspend-lock", "suspendLock", "The suspend lock; else 0");
-    number("--suspend-prio", "suspendPrio", "The suspend priority; else 1");
-    number("--startup-active", "startupActive", "Whether it becomes active at start; else 1");
-    number("--startup-prio", "startupPrio", "Its priority then; else 2");
+    number("--kvo-index", "kvoIndex", "The KVO index, for the remote service (default: 1)");
+    number("--channel", "channelOnFocus", "The channel on focus (default: 1)");
+    number("--suspend-lock", "suspendLock", "The suspend lock (default: 0)");
+    number("--suspend-prio", "suspendPrio", "The suspend priority (default: 1)");
+    number("--startup-active", "startupActive", "Whether the station becomes active at start (default: 1)");
+    number("--startup-prio", "startupPrio", "The priority of the station at start (default: 2)");
     return arguments;
 }
 
@@ -88,7 +88,7 @@ AgentPlan AgentArguments::plan() const
 {
     AgentPlan plan{.focusAddress = *focus_.value, .focusName = *focusName_.value};
     if (plan.focusAddress.empty() && plan.focusName.empty()) {
-        throw UsageError("one of --focus and --focus-name is needed");
+        throw UsageError("give --focus or --focus-name");
     }
     if (controlPanel_->count() > 0) {
         plan.otherParameters += line("mcpFlag", "1");

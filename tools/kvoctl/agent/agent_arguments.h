@@ -1,4 +1,4 @@
-// What an agent is started with, from the command line to the text that the library takes.
+// The parameters of an agent, from the command line to the text for the library.
 #pragma once
 
 #include "kvoctl/command_line/arguments.h"
@@ -8,19 +8,19 @@
 
 namespace kvoctl {
 
-/// The sessions of a remote service, each with a port of its own.
+/// The sessions of a remote service. Each has its own port.
 inline constexpr unsigned kLastSession = 9;
 inline constexpr unsigned kFirstPort = 5850;
 
 struct AgentPlan {
     std::string focusAddress{};  ///< dotted, or empty
-    std::string focusName{};     ///< where there is no address
+    std::string focusName{};     ///< used if the address is empty
     std::string remoteAddress{};
     unsigned session = 0;
-    std::string otherParameters{};  ///< lines as the library takes them
+    std::string otherParameters{};  ///< lines in the library's format
 
     [[nodiscard]] std::string parameters() const;
-    /// The station in focus as the user has named it.
+    /// The station in focus in the form that the user gave.
     [[nodiscard]] std::string focus() const { return focusAddress.empty() ? "\"" + focusName + "\"" : focusAddress; }
     [[nodiscard]] unsigned port() const { return kFirstPort + session; }
 };
@@ -30,7 +30,7 @@ class AgentArguments {
 public:
     static AgentArguments addTo(CLI::App &command);
 
-    /// What was given, but for the remote service. Throws UsageError without a station in focus.
+    /// The given values, without the remote service. Throws UsageError if no station in focus was given.
     [[nodiscard]] AgentPlan plan() const;
 
 private:
@@ -51,10 +51,10 @@ private:
     std::vector<NumberOption> numbers_{};
 };
 
-/// An option for the IPv4 address of somebody.
+/// Adds an option that takes an IPv4 address.
 Given<std::string> addAddress(CLI::App &command, const std::string &name, const std::string &help);
 
-/// The option --session.
+/// Adds the option --session.
 Given<unsigned> addSession(CLI::App &command, const std::string &help);
 
 }  // namespace kvoctl

@@ -1,7 +1,7 @@
-// Goes through the library's own table of commands, so that none is left out.
+// Sends each command of the library's own table, so that none is missing.
 #include "kvoctl/agent/agent_check.h"
 
-#include "kvoctl/agent/agent_questions.h"
+#include "kvoctl/agent/agent_requests.h"
 #include "kvoctl/agent/remote_side.h"
 
 #include <kvo_hws/agent.h>
@@ -17,18 +17,18 @@ namespace kvoctl {
 
 namespace {
 
-/// For the agent's questions about the station in focus, and its connect.
-constexpr auto kAgentPatience = 20s;
-/// The agent asks the service at most once for a reply; that ends after 4 s without an answer.
-constexpr auto kAnswerPatience = 10s;
+/// Covers the agent's requests about the station in focus, and its connect.
+constexpr auto kConnectTimeout = 20s;
+/// For a reply the agent sends at most one request to the service, which times out after 4 s.
+constexpr auto kReplyTimeout = 10s;
 
 constexpr std::string_view kLineEnd = "\r\n";
 
 struct Row {
     std::string keyword;
-    std::string sent{};                  ///< empty where it was not asked
+    std::string sent{};                  ///< empty if the command was skipped
     std::optional<std::string> reply{};  ///< without its tag and line end
-    std::string note{};                  ///< why it was not asked, or what is wrong
+    std::string note{};                  ///< why the command was skipped, or what is wrong
     bool isFault = false;
 };
 
@@ -39,7 +39,7 @@ std::string withoutLineEnd(const std::string &reply)
 
 class Check {
 public:
-    Check(RemoteSide &remote, bool asksAll) : remote_(remote), asksAll_(asksAll) {}
+    Check(RemoteSide &remote, bool sendsAll) : remote_(remote), sendsAll_(sendsAll) {}
 
     std::vector<Row> run()
     {
@@ -54,47 +54,46 @@ private:
     Row row(const std::string &keyword)
     {
         Row row{.keyword = keyword};
-        const AgentQuestion *const question = agentQuestion(keyword);
-        if (question == nullptr) {
+        const AgentRequest *const request = findAgentRequest(keyword);
+        if (request == nullptr) {
             return fault(row, "kvoctl does not know this command");
         }
-        if (question->changes && !asksAll_) {
-            row.note = "skipped: changes a station (--all asks it)";
+        if (request->changes && !sendsAll_) {
+            row.note = "skipped: changes a station (--all sends it)";
             return row;
         }
-        const std::optional<std::string> argument = argumentOf(*question);
+        const std::optional<std::string> argument = argumentOf(*request);
         if (!argument) {
-            row.note =
-                "skipped: the present value can not be read (--all asks it with " + std::string(question->argument) + ")";
+            row.note = "skipped: cannot read the current value (--all sends " + std::string(request->argument) + ")";
             return row;
         }
-        return asked(row, *question, *argument);
+        return sent(row, *request, *argument);
     }
 
-    /// Nothing where a setter would change the station.
-    std::optional<std::string> argumentOf(const AgentQuestion &question)
+    /// Nothing if a setter would change the station.
+    std::optional<std::string> argumentOf(const AgentRequest &request)
     {
-        const std::string otherwise(question.argument);
-        if (question.getter.empty()) {
+        const std::string otherwise(request.argument);
+        if (request.getter.empty()) {
             return otherwise;
         }
-        const std::optional<std::string> reply = ask(std::string(question.getter));
+        const std::optional<std::string> reply = send(std::string(request.getter));
         const std::size_t equals = reply ? reply->find('=') : std::string::npos;
         if (equals != std::string::npos) {
             return withoutLineEnd(reply->substr(equals + 1));
         }
-        return asksAll_ ? std::optional(otherwise) : std::nullopt;
+        return sendsAll_ ? std::optional(otherwise) : std::nullopt;
     }
 
-    Row asked(Row row, const AgentQuestion &question, const std::string &argument)
+    Row sent(Row row, const AgentRequest &request, const std::string &argument)
     {
-        const std::optional<std::string> reply = ask(row.keyword + argument);
+        const std::optional<std::string> reply = send(row.keyword + argument);
         row.sent = sent_;
         if (!reply) {
             return fault(row, "NO ANSWER");
         }
         row.reply = withoutLineEnd(*reply);
-        return isInForm(question, *reply) ? row : fault(row, "NOT IN FORM");
+        return isValidReply(request, *reply) ? row : fault(row, "NOT IN FORM");
     }
 
     static Row fault(Row row, const std::string &note)
@@ -104,20 +103,20 @@ private:
         return row;
     }
 
-    /// The reply without its tag; nothing where there is none, and from then on.
-    std::optional<std::string> ask(const std::string &command)
+    /// Returns the reply without its tag, or nothing if none came. After a missing reply it sends no further command.
+    std::optional<std::string> send(const std::string &command)
     {
         std::array<char, sizeof "000:"> tag{};
         std::snprintf(tag.data(), tag.size(), "%03u:", number_++ % 999U);
         sent_ = tag.data() + command;
-        const auto answer = isLost_ ? std::nullopt : remote_.ask(sent_, kAnswerPatience);
+        const auto answer = isLost_ ? std::nullopt : remote_.ask(sent_, kReplyTimeout);
         isLost_ = !answer;
-        // An answer without the tag is wrong, and is told as it is.
+        // An answer without the tag is wrong, and is reported unchanged.
         return answer && answer->starts_with(tag.data()) ? answer->substr(tag.size() - 1) : answer;
     }
 
     RemoteSide &remote_;
-    bool asksAll_;
+    bool sendsAll_;
     unsigned number_ = 1;
     std::string sent_{};
     bool isLost_ = false;
@@ -138,17 +137,17 @@ Report reportOf(const std::vector<Row> &rows)
     Report report{.document = {{"in_form", true}, {"commands", Document::array()}},
                   .table =
                       Table({Column::text, Column::text, Column::text, Column::text}, {"COMMAND", "SENT", "REPLY", "NOTE"})};
-    std::size_t asked = 0;
+    std::size_t sent = 0;
     std::size_t faults = 0;
     for (const Row &row : rows) {
         report.document["commands"].push_back(documentOf(row));
         report.table->add({row.keyword, row.sent, row.reply.value_or(""), row.note});
-        asked += row.sent.empty() ? 0 : 1;
+        sent += row.sent.empty() ? 0 : 1;
         faults += row.isFault ? 1 : 0;
     }
     report.document["in_form"] = faults == 0;
-    report.line = std::to_string(rows.size()) + " commands, " + std::to_string(asked) + " asked, " + std::to_string(faults) +
-                  " not answered in form";
+    report.line = std::to_string(rows.size()) + " commands, " + std::to_string(sent) + " sent, " + std::to_string(faults) +
+                  " without a valid reply";
     report.exit = faults == 0 ? Exit::done : Exit::failed;
     return report;
 }
@@ -161,13 +160,13 @@ Report checkAgent(CheckPlan plan)
     plan.agent.remoteAddress = "127.0.0.1";
     plan.agent.session = remote.session();
     Agent agent(plan.agent, plan.host);
-    if (!remote.accept(kAgentPatience, Agent::hasEnded)) {
+    if (!remote.accept(kConnectTimeout, Agent::hasEnded)) {
         if (Agent::hasEnded()) {
             agent.explainEnd();
         }
-        throw Failure(KVO_HWS_FAILED, "the agent has not connected within " + std::to_string(kAgentPatience.count()) + " s");
+        throw Failure(KVO_HWS_FAILED, "the agent did not connect within " + std::to_string(kConnectTimeout.count()) + " s");
     }
-    return reportOf(Check(remote, plan.asksAll).run());
+    return reportOf(Check(remote, plan.sendsAll).run());
 }
 
 }  // namespace kvoctl

@@ -1,4 +1,4 @@
-// "kvoctl agent check": asks an agent everything that a remote service can ask.
+// "kvoctl agent check": sends an agent every command of a remote service and checks the replies.
 #pragma once
 
 #include "kvoctl/agent/agent.h"
@@ -9,14 +9,14 @@
 namespace kvoctl {
 
 struct CheckPlan {
-    AgentPlan agent;  ///< but for the remote service
+    AgentPlan agent;  ///< without the remote service
     AgentHost host;
     std::optional<unsigned> session{};  ///< none: the first whose port is free
-    bool asksAll = false;               ///< also what changes the station
+    bool sendsAll = false;              ///< also send commands that change the station
 };
 
-/// Starts the agent, asks it, and stops it. Throws Failure where the station in focus can not be read, and std::runtime_error
-/// where no port is free.
+/// Starts the agent, checks it and stops it. Throws Failure if the station in focus cannot be read, and std::runtime_error if
+/// no port is free.
 Report checkAgent(CheckPlan plan);
 
 }  // namespace kvoctl

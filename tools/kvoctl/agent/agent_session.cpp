@@ -1,9 +1,9 @@
-// The agent's thread runs the user's program and leaves the rest to the main thread, which looks at the agent's state from time
-// to time: the library does not tell when it changes.
+// The agent's thread only runs the user's program. The main thread does everything else, and polls the agent's state, because
+// the library does not report when it changes.
 #include "kvoctl/agent/agent_session.h"
 
-#include "kvoctl/live/attention.h"
 #include "kvoctl/live/line_input.h"
+#include "kvoctl/live/poll_loop.h"
 
 #include <array>
 
@@ -14,70 +14,70 @@ namespace kvoctl {
 namespace {
 
 constexpr auto kStatePeriod = 200ms;
-/// From a lost connection to the next attempt, in the library.
+/// The library waits as long between a lost connection and the next attempt.
 constexpr int kReconnectSeconds = 5;
-/// A line of the protocol has 256 bytes; the number takes 4 of them, the line end 2.
+/// A line of the protocol has at most 256 bytes; the number takes 4 of them, the line end 2.
 constexpr std::size_t kLongestIndication = 250;
 
 class Session {
 public:
     Session(const AgentPlan &plan, const AgentHost &host, LineFormat format, const StopSignals &signals)
-        : plan_(plan), format_(format), attention_(signals), agent_(plan, host)
+        : plan_(plan), format_(format), loop_(signals), agent_(plan, host)
     {
     }
 
     bool run()
     {
-        tell({"started",
+        show({"started",
               {{"focus", {plan_.focusAddress.empty() ? plan_.focusName : plan_.focusAddress}},
                {"remote", {plan_.remoteAddress}},
                {"port", {plan_.port()}}}});
-        while (!attention_.mustEnd()) {
-            await();
+        while (!loop_.mustEnd()) {
+            wait();
             if (Agent::hasEnded()) {
-                attention_.drain();
+                loop_.drain();
                 agent_.explainEnd();
             }
         }
         const bool ended = agent_.stop();
-        tellCommands();
-        attention_.drain();
-        attention_.check();
+        showCommands();
+        loop_.drain();
+        loop_.check();
         return ended;
     }
 
 private:
-    void await()
+    void wait()
     {
-        std::array sources{pollfd{.fd = Agent::descriptor(), .events = POLLIN, .revents = 0}, input_.wish()};
-        if (attention_.isBehind()) {
-            sources[1].fd = -1;  // the sender of so many lines is to wait until their outcome is read
+        std::array sources{pollfd{.fd = Agent::descriptor(), .events = POLLIN, .revents = 0}, input_.pollRequest()};
+        if (loop_.isBehind()) {
+            sources[1].fd = -1;  // read no more lines until the reader of the output has caught up
         }
-        attention_.await(sources, kStatePeriod);
-        tellConnection();
-        tellCommands();
+        loop_.wait(sources, kStatePeriod);
+        showConnection();
+        showCommands();
         for (const InputLine &line : input_.read(sources[1])) {
             push(line);
         }
     }
 
-    void tell(const Event &event) { attention_.write(format_(event)); }
+    void show(const Event &event) { loop_.write(format_(event)); }
 
-    void tellCommands()
+    void showCommands()
     {
         for (const Event &command : Agent::takeCommands()) {
-            tell(command);
+            show(command);
         }
     }
 
-    void tellConnection()
+    void showConnection()
     {
         const bool connected = Agent::isConnected();
         if (connected == wasConnected_) {
             return;
         }
         wasConnected_ = connected;
-        tell(connected ? Event{"connected"} : Event{"connection_lost", {{"next_try_seconds", {kReconnectSeconds}}}});
+        show(connected ? Event{"connected"} : Event{"connection_lost", {{"next_try_seconds", {kReconnectSeconds}}}});
     }
 
     void push(const InputLine &line)
@@ -88,7 +88,7 @@ private:
         if (!reason.empty()) {
             event.fields.push_back({"reason", {reason}});
         }
-        tell(event);
+        show(event);
     }
 
     static std::string refusalOf(const InputLine &line)
@@ -99,12 +99,12 @@ private:
         if (line.text.empty()) {
             return "the line is empty";
         }
-        return holdsControlCharacter(line.text) ? "the line holds a control character" : "";
+        return holdsControlCharacter(line.text) ? "the line contains a control character" : "";
     }
 
     const AgentPlan &plan_;
     LineFormat format_;
-    Attention attention_;
+    PollLoop loop_;
     LineInput input_{kLongestIndication};
     Agent agent_;
     bool wasConnected_ = false;

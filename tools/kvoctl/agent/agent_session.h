@@ -1,4 +1,4 @@
-// "kvoctl agent run": an agent that runs until it is told to end.
+// "kvoctl agent run": runs an agent until the user stops it.
 #pragma once
 
 #include "kvoctl/agent/agent.h"
@@ -6,9 +6,9 @@
 
 namespace kvoctl {
 
-/// Shows what happens to the agent and pushes the lines of standard input, until a signal comes or the output's reader goes
-/// away. False where the agent has not ended in time then. Throws Failure where the agent is not started or ends by itself, and
-/// std::runtime_error where the output can not be written.
+/// Shows the agent's events and pushes the lines of standard input, until a signal arrives or the reader of the output closes
+/// it. Returns false if the agent does not end in time then. Throws Failure if the agent does not start or ends by itself, and
+/// std::runtime_error if the output cannot be written.
 [[nodiscard]] bool runAgent(const AgentPlan &plan, const AgentHost &host, LineFormat format, const StopSignals &signals);
 
 }  // namespace kvoctl

@@ -1,4 +1,5 @@
-// Puts a question with a known answer behind each one: what comes before that answer is the reply, with or without a line end.
+// Sends a ping after each command: everything before the reply to the ping is the reply to the command, with or without a line
+// end.
 #include "kvoctl/agent/remote_side.h"
 
 #include "kvoctl/agent/agent_arguments.h"
@@ -26,7 +27,7 @@ constexpr auto kGiveUpPeriod = 200ms;
 constexpr std::string_view kEndQuestion = "999:ping\r\n";
 constexpr std::string_view kEndAnswer = "999:pong\r\n";
 
-/// An error number, or 0.
+/// Returns an error number, or 0.
 int listenAt(int socket, unsigned session)
 {
     const int on = 1;
@@ -55,11 +56,11 @@ unsigned listenAtOneOf(int socket, unsigned first, unsigned last)
     const std::string ports =
         first == last ? "port " + std::to_string(kFirstPort + first)
                       : "any of the ports " + std::to_string(kFirstPort + first) + " to " + std::to_string(kFirstPort + last);
-    throw std::runtime_error("can not listen at " + ports + " of 127.0.0.1: " + std::strerror(error));
+    throw std::runtime_error("cannot listen on " + ports + " of 127.0.0.1: " + std::strerror(error));
 }
 
-/// Whether it is readable by then.
-bool awaitReadable(int socket, Clock::time_point deadline)
+/// Whether the socket becomes readable before the deadline.
+bool waitReadable(int socket, Clock::time_point deadline)
 {
     pollfd waiting{.fd = socket, .events = POLLIN, .revents = 0};
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
@@ -77,7 +78,7 @@ RemoteSide::RemoteSide(std::optional<unsigned> session)
 bool RemoteSide::accept(std::chrono::milliseconds within, const std::function<bool()> &giveUp)
 {
     const auto deadline = Clock::now() + within;
-    while (!awaitReadable(listener_.get(), std::min(deadline, Clock::now() + kGiveUpPeriod))) {
+    while (!waitReadable(listener_.get(), std::min(deadline, Clock::now() + kGiveUpPeriod))) {
         if (Clock::now() >= deadline || giveUp()) {
             return false;
         }
@@ -97,7 +98,7 @@ std::optional<std::string> RemoteSide::ask(const std::string &line, std::chrono:
     std::string answer;
     while (!answer.ends_with(kEndAnswer)) {
         std::array<char, 4096> bytes{};
-        const ssize_t count = awaitReadable(socket, deadline) ? recv(socket, bytes.data(), bytes.size(), 0) : 0;
+        const ssize_t count = waitReadable(socket, deadline) ? recv(socket, bytes.data(), bytes.size(), 0) : 0;
         if (count <= 0) {
             return std::nullopt;
         }

@@ -1,4 +1,4 @@
-// A remote service of our own for an agent in this process: listens at the loopback, asks, and takes the answers apart.
+// A remote service in this process: listens on the loopback interface, sends commands to an agent, and separates the replies.
 #pragma once
 
 #include "common/descriptor.h"
@@ -12,17 +12,16 @@ namespace kvoctl {
 
 class RemoteSide {
 public:
-    /// Listens for the agent of @p session, or of the first one whose port is free. Throws std::runtime_error where there is
-    /// none.
+    /// Listens for the agent of @p session, or of the first session whose port is free. Throws std::runtime_error if none is.
     explicit RemoteSide(std::optional<unsigned> session);
 
     [[nodiscard]] unsigned session() const noexcept { return session_; }
 
-    /// Waits for the agent. False where it has not come in time, or @p giveUp says so.
+    /// Waits for the agent's connection. Returns false after the timeout, or once @p giveUp returns true.
     [[nodiscard]] bool accept(std::chrono::milliseconds within, const std::function<bool()> &giveUp);
 
-    /// Sends @p line with a line end, and returns all that is answered, as it comes: replies need not end in a line end.
-    /// Nothing where the answer is not whole in time, or the agent has closed.
+    /// Sends @p line with a line end and returns the whole reply unchanged, with or without a line end. Returns nothing if the
+    /// reply is not complete in time, or if the agent closed the connection.
     [[nodiscard]] std::optional<std::string> ask(const std::string &line, std::chrono::milliseconds within);
 
 private:

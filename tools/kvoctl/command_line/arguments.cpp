@@ -1,4 +1,4 @@
-// Reads shared arguments, and refuses what the service could not take.
+// Parses shared arguments, and rejects values that the service cannot accept.
 #include "kvoctl/command_line/arguments.h"
 
 #include "common/completions/completion.h"
@@ -11,7 +11,7 @@ namespace kvoctl {
 
 namespace {
 
-/// Names the text that is refused; CLI11 puts the argument's name before it.
+/// Names the rejected text. CLI11 adds the argument's name in front.
 std::string refusal(const std::string &text, const std::string &complaint) { return "\"" + text + "\" is " + complaint; }
 
 }  // namespace
@@ -25,7 +25,7 @@ CLI::Validator wholeNumber(int64_t least, int64_t most, const std::string &compl
         if (parsed.ec != std::errc{} || parsed.ptr != end || number < least || number > most) {
             return refusal(text, complaint);
         }
-        // The parser's own reading would take a leading zero for octal.
+        // The parser itself would read a number with a leading zero as octal.
         text = std::to_string(number);
         return {};
     };
@@ -41,7 +41,7 @@ CLI::Validator oneOf(const Words &words)
                 return {};
             }
         }
-        return refusal(text, "none of " + tools::join(words, ", ", &Words::value_type::first));
+        return refusal(text, "not one of " + tools::join(words, ", ", &Words::value_type::first));
     };
     return {replace, ""};
 }
@@ -63,7 +63,7 @@ CLI::Option *addFlag(CLI::App &command, const std::string &name, const std::stri
 Given<uint32_t> addSeconds(CLI::App &command, const std::string &name, const std::string &help, uint32_t otherwise)
 {
     auto seconds = std::make_shared<uint32_t>(otherwise);
-    const CLI::Validator whole = wholeNumber(0, std::numeric_limits<uint32_t>::max(), "no number of whole seconds");
+    const CLI::Validator whole = wholeNumber(0, std::numeric_limits<uint32_t>::max(), "not a whole number of seconds");
     return {command.add_option(name, *seconds, help)->transform(whole)->type_name("SECONDS"), seconds};
 }
 
@@ -86,7 +86,7 @@ bool holdsControlCharacter(const std::string &text)
 CLI::Validator oneLine()
 {
     const auto refuse = [](const std::string &text) -> std::string {
-        return holdsControlCharacter(text) ? "\"" + text + "\" holds a control character" : "";
+        return holdsControlCharacter(text) ? "\"" + text + "\" contains a control character" : "";
     };
     return {refuse, ""};
 }
@@ -103,7 +103,7 @@ Given<std::string> Text::addTo(CLI::App &command) const
 {
     const auto refuse = [most = longest](const std::string &text) -> std::string {
         if (text.find('"') != std::string::npos) {
-            return "a double quote can not be sent";
+            return "a double quote cannot be sent";
         }
         return text.size() > most ? "at most " + std::to_string(most) + " bytes can be sent" : "";
     };

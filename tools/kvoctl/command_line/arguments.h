@@ -13,44 +13,44 @@
 
 namespace kvoctl {
 
-/// A declared argument or option: whether it was given, and its value once the command line has been read.
+/// A declared argument or option: whether it was given, and its value after the command line has been parsed.
 template <class Type>
 struct Given {
     CLI::Option *option;
     std::shared_ptr<Type> value;
 
-    /// The value where it was given.
+    /// The value, if it was given.
     [[nodiscard]] std::optional<Type> given() const { return option->count() > 0 ? std::optional(*value) : std::nullopt; }
 };
 
-/// Accepts whole decimal numbers of a range, in any notation but none of the parser's: "010" is ten.
+/// Accepts whole decimal numbers of a range. Reads leading zeros as decimal, unlike the parser: "010" is ten.
 CLI::Validator wholeNumber(int64_t least, int64_t most, const std::string &complaint);
 
-/// Words and what they stand for.
+/// Words and the numbers for which they stand.
 using Words = std::vector<std::pair<std::string, unsigned>>;
 
-/// Replaces a word by its number, and refuses all other words.
+/// Replaces a word with its number, and rejects all other words.
 CLI::Validator oneOf(const Words &words);
 
-/// Lets shells complete such a word.
+/// Lets shells complete one of @p words.
 void completeWords(const CLI::Option *argument, const Words &words);
 
-/// Refuses texts that the protocol can not carry: a line feed would end the request early.
+/// Rejects texts that the protocol cannot carry: a line feed would end the request early.
 CLI::Validator oneLine();
 bool holdsControlCharacter(const std::string &text);
 
-/// A flag; the option tells whether it was given. (The parser's own call is ambiguous for a literal in C++20.)
+/// Adds a flag. The returned option knows whether it was given. (The parser's own call is ambiguous for a literal in C++20.)
 CLI::Option *addFlag(CLI::App &command, const std::string &name, const std::string &help);
 
-/// An option of whole seconds.
+/// Adds an option that takes whole seconds.
 Given<uint32_t> addSeconds(CLI::App &command, const std::string &name, const std::string &help, uint32_t otherwise);
 
-/// The option --exec.
+/// Adds the option --exec.
 Given<std::string> addProgram(CLI::App &command, const std::string &help);
 
-// ---- What an argument of a request is; each declares itself ----
+// ---- Types of request arguments; each adds itself to a command ----
 
-/// A number, as the library's request takes it.
+/// A number of the type that the library's request takes.
 template <class Type = uint32_t>
 struct Number {
     std::string name;
@@ -63,7 +63,7 @@ struct Number {
         auto value = std::make_shared<Type>();
         auto *option = command.add_option(name, *value, help)->type_name("");
         option->transform(
-            wholeNumber(least, most, "no whole number from " + std::to_string(least) + " to " + std::to_string(most)));
+            wholeNumber(least, most, "not a whole number from " + std::to_string(least) + " to " + std::to_string(most)));
         return {option, value};
     }
 };
@@ -79,7 +79,7 @@ struct Word {
 
 inline const Word kOnOff{"STATE", "on or off", {{"on", 1}, {"off", 0}}};
 
-/// A text of one line. Requests put some of them between double quotes, which they can not escape.
+/// A text of one line. It must not contain double quotes: requests put some texts between them and cannot escape them.
 struct Text {
     std::string name;
     std::string help;
@@ -88,12 +88,12 @@ struct Text {
     [[nodiscard]] Given<std::string> addTo(CLI::App &command) const;
 };
 
-/// A value in the form in which the library takes it.
+/// Converts a value to the type of the library's parameter.
 template <class Type>
-Type passed(Type value)
+Type toParameter(Type value)
 {
     return value;
 }
-inline const char *passed(const std::string &text) { return text.c_str(); }
+inline const char *toParameter(const std::string &text) { return text.c_str(); }
 
 }  // namespace kvoctl

@@ -1,4 +1,4 @@
-// Sets the parser up and keeps the action of the subcommand that was chosen.
+// Configures the parser and stores the action of the chosen subcommand.
 #include "kvoctl/command_line/command_line.h"
 
 #include "common/command_line/help.h"
@@ -24,9 +24,9 @@ constexpr const char *kFooter = R"(Examples:
   kvoctl ready --wait 30 && kvoctl backlight on
   kvosim run -- kvoctl stations
 
-"kvoctl COMMAND --help" tells more. Exit status: 0 done or yes, 1 the service's "no", 2 wrong use, 3 no service,
-4 the service refused or failed, 5 kvoctl itself failed (its output can not be written); 10 to 19 are faults that
-"kvoctl doctor" finds.
+"kvoctl COMMAND --help" shows the help of a command. Exit status: 0 done or yes, 1 the service's "no", 2 wrong usage,
+3 no service, 4 the service refused or failed, 5 kvoctl itself failed (for example, it cannot write its output),
+10 to 19 faults that "kvoctl doctor" finds.
 )";
 
 std::string libraryVersion()
@@ -56,18 +56,18 @@ std::string examplesText(const std::string &call, const std::vector<std::string>
 std::string libraryVersionExplained()
 {
     return "The library reports \"" + libraryVersion() +
-           "\" in every version: programs compare it whole. This is " KVOCTL_VERSION ".";
+           "\" in every version, because programs compare the whole text. This is " KVOCTL_VERSION ".";
 }
 
-CommandLine::CommandLine() : app_("Asks the hardware service of an operator panel.", "kvoctl")
+CommandLine::CommandLine() : app_("Send requests to the hardware service of an operator panel.", "kvoctl")
 {
     tools::command_line::wrapHelp(app_);
     app_.footer(kFooter);
     app_.require_subcommand(1);
-    app_.fallthrough();  // global options may stand behind the subcommand too
+    app_.fallthrough();  // global options may also follow the subcommand
     app_.set_version_flag("--version", versionLine);
-    app_.add_flag("--json", json_, "Write exactly one JSON document on standard output");
-    app_.add_flag("--debug", debug_, "Write the library's debug messages on standard error");
+    app_.add_flag("--json", json_, "Write exactly one JSON document to standard output");
+    app_.add_flag("--debug", debug_, "Write the library's debug messages to standard error");
 }
 
 void CommandLine::addHelp() { tools::command_line::addHelpCommand(app_)->group("Help"); }
@@ -75,10 +75,10 @@ void CommandLine::addHelp() { tools::command_line::addHelpCommand(app_)->group("
 void CommandLine::parse(std::vector<std::string> arguments)
 {
     arguments = tools::command_line::withoutHelpCommand(std::move(arguments));
-    // A wrong command line is answered as it asks, even where it could not be read up to this option.
+    // Errors are reported as JSON even if the parser fails before it reaches this option.
     const auto optionsEnd = std::find(arguments.begin(), arguments.end(), "--");
     json_ = std::find(arguments.begin(), optionsEnd, "--json") != optionsEnd;
-    std::reverse(arguments.begin(), arguments.end());  // as the parser takes them
+    std::reverse(arguments.begin(), arguments.end());  // the parser takes them in reverse order
     app_.parse(std::move(arguments));
 }
 
@@ -100,7 +100,7 @@ Family::Family(CommandLine &commandLine, CLI::App &parent, const std::string &he
 {
     parent_.group(heading);
     parent_.require_subcommand(1);
-    parent_.footer("\"kvoctl " + path_ + "COMMAND --help\" tells more.\n");
+    parent_.footer("\"kvoctl " + path_ + "COMMAND --help\" shows the help of a command.\n");
 }
 
 void Family::add(const std::string &name, const std::string &summary, const std::vector<std::string> &examples,

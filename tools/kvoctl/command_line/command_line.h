@@ -1,4 +1,4 @@
-// The command line: global options, and the subcommands that the families register.
+// The command line: global options, and the subcommands that the families add.
 #pragma once
 
 #include "common/command_line/mistake.h"
@@ -11,10 +11,10 @@
 
 namespace kvoctl {
 
-/// What a subcommand does once the command line has been read.
+/// The action of a subcommand, which runs after the command line has been parsed.
 using Action = std::function<Report()>;
 
-/// Declares a subcommand's arguments and returns its action. Values that arguments are read into are shared with the action.
+/// Declares a subcommand's arguments and returns its action, which shares the parsed values.
 using SetUp = std::function<Action(CLI::App &command)>;
 
 class CommandLine {
@@ -26,21 +26,20 @@ public:
     /// Throws CLI::ParseError, also for --help and --version.
     void parse(std::vector<std::string> arguments);
 
-    /// Writes what a ParseError asks for that is no mistake.
+    /// Writes the help or the version if the ParseError is a request for one of them.
     void help(const CLI::ParseError &request) const;
 
-    /// Adds the command "help", which is the last.
+    /// Adds the command "help". Call it after all others have been added.
     void addHelp();
 
-    /// Answers a shell that completes a command line, and the build of the manual page; false where nobody of them asks.
+    /// Answers a shell that completes a command line, or the build of the manual page. Returns false for all other arguments.
     [[nodiscard]] bool answerShell(const std::vector<std::string> &arguments) const;
 
-    /// The subcommand's action, to be called after parse.
+    /// Runs the subcommand's action. Call it after parse.
     [[nodiscard]] Report run() const { return action_(); }
 
-    /// "kvoctl: usb lock get", as far as the command line has been understood; begins what is written on standard error.
+    /// The prefix of messages on standard error: "kvoctl: usb lock get", with the commands that the parser has read.
     [[nodiscard]] std::string prefix() const { return tools::command_line::place(app_); }
-    /// As far as the command line has been understood.
     [[nodiscard]] const CLI::App &app() const noexcept { return app_; }
     [[nodiscard]] bool json() const noexcept { return json_; }
     [[nodiscard]] bool debug() const noexcept { return debug_; }
@@ -54,29 +53,29 @@ private:
     Action action_;
 };
 
-/// Why the library's version text is no version.
+/// Explains why the library's version text is always the same.
 std::string libraryVersionExplained();
 
-/// The subcommands of one family of requests: under a heading of the help, or behind a word of their own.
+/// The subcommands of one family of requests, under a heading of the help. They can share a first word.
 class Family {
 public:
-    /// Subcommands that stand alone: "kvoctl stations".
+    /// Subcommands of one word: "kvoctl stations".
     Family(CommandLine &commandLine, std::string heading)
         : commandLine_(commandLine), parent_(commandLine.app_), heading_(std::move(heading))
     {
     }
-    /// Subcommands behind @p word: "kvoctl viewer start".
+    /// Subcommands after @p word: "kvoctl viewer start".
     Family(CommandLine &commandLine, const std::string &heading, const std::string &word, const std::string &summary)
         : Family(commandLine, commandLine.app_, heading, word, word, summary)
     {
     }
-    /// Subcommands behind one more word: "kvoctl usb lock get".
+    /// Subcommands after a second word: "kvoctl usb lock get".
     Family(const Family &outer, const std::string &word, const std::string &summary)
         : Family(outer.commandLine_, outer.parent_, outer.heading_, outer.path_ + word, word, summary)
     {
     }
 
-    /// @p examples  the arguments only
+    /// @p examples  only the arguments
     void add(const std::string &name, const std::string &summary, const std::vector<std::string> &examples, const SetUp &setUp);
 
 private:
@@ -86,7 +85,7 @@ private:
     CommandLine &commandLine_;
     CLI::App &parent_;
     std::string heading_;
-    std::string path_{};  ///< the words before a subcommand's name, each with a space behind it
+    std::string path_{};  ///< the words before a subcommand's name, each followed by a space
 };
 
 }  // namespace kvoctl

@@ -1,4 +1,4 @@
-// The lists of stations and clients, asked for until all of them have come.
+// Fetches the lists of stations and clients; repeats the request until the whole list fits.
 #pragma once
 
 #include "kvoctl/output/result.h"
@@ -12,20 +12,20 @@
 
 namespace kvoctl {
 
-/// As many fit before the service has told how many there are; most plants are smaller.
-inline constexpr uint32_t kUsualEntries = 64;
-/// A service that tells of more is taken to be mistaken rather than given the memory.
+/// The capacity of the first request. Most plants are smaller.
+inline constexpr uint32_t kInitialEntries = 64;
+/// A larger number is treated as a mistake of the service: kvoctl does not allocate that much memory.
 inline constexpr uint32_t kMostEntries = 1'000'000;
-/// The list may grow between being told its size and asking again, but not for ever.
+/// The list may grow between the request that reports its size and the next one, but not forever.
 inline constexpr int kAttempts = 8;
 
-/// @p ask is given an array and its in/out count, and returns the library's result; @p entries are what the list is of.
+/// @p ask takes an array and its in/out count, and returns the library's result. @p entries names the elements in messages.
 template <class Record, class Ask>
 std::vector<Record> fetchList(Ask ask, const char *entries = "stations")
 {
-    uint32_t capacity = kUsualEntries;
+    uint32_t capacity = kInitialEntries;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
-        // Zeroed for each attempt: the registry lists count by what an element held before.
+        // Zeroed for each attempt: the registry lists count with the previous contents of an element.
         std::vector<Record> list(capacity);
         const Result result = ask(list.data(), &capacity);
         if (result.code != KVO_HWS_TOO_SMALL) {
@@ -34,11 +34,11 @@ std::vector<Record> fetchList(Ask ask, const char *entries = "stations")
             return list;
         }
         if (capacity > kMostEntries) {
-            throw Failure(result.code, "the service tells of " + std::to_string(capacity) + " " + entries +
-                                           "; kvoctl takes at most " + std::to_string(kMostEntries));
+            throw Failure(result.code, "the service reports " + std::to_string(capacity) + " " + entries +
+                                           "; kvoctl accepts at most " + std::to_string(kMostEntries));
         }
     }
-    throw Failure(KVO_HWS_TOO_SMALL, "the list grew each time it was asked for");
+    throw Failure(KVO_HWS_TOO_SMALL, "the list grew with each request");
 }
 
 }  // namespace kvoctl

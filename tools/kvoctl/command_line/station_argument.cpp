@@ -1,4 +1,4 @@
-// Tells addresses and names apart; names are resolved by the service, never here.
+// Distinguishes addresses from names. Only the service resolves names.
 #include "kvoctl/command_line/station_argument.h"
 
 #include "common/command_line/suggestion.h"
@@ -21,7 +21,7 @@ namespace kvoctl {
 
 namespace {
 
-/// The longest name that a station can have, in bytes; asking for a longer one would find a station by half its name.
+/// The longest name of a station, in bytes. A request with a longer name would find a station by the beginning of the name.
 constexpr std::size_t kLongestStationName = sizeof(KvoDescriptionEx::name) - 1;
 constexpr std::size_t kHexDigits = 8;
 
@@ -42,7 +42,7 @@ std::optional<uint32_t> parseAddress(const std::string &text)
     return address ? address : parseHex(text);
 }
 
-/// Four numbers with dots between are meant as an address.
+/// Whether the text is four numbers with dots between them, and therefore meant as an address.
 bool looksDotted(const std::string &text)
 {
     std::size_t numbers = 0;
@@ -66,13 +66,13 @@ std::string checkForm(const std::string &text)
         return "\"" + text + "\" is not an IPv4 address; its four numbers go from 0 to 255, without leading zeros";
     }
     if (text.empty()) {
-        return "a station's name or address can not be empty";
+        return "a station's name or address cannot be empty";
     }
     return text.size() > kLongestStationName ? "a station's name has at most " + std::to_string(kLongestStationName) + " bytes"
                                              : "";
 }
 
-/// What the name of no station may have been meant as, of the names that the service knows.
+/// Suggests names that the service knows in place of an unknown name.
 std::string meantNames(const std::string &name)
 {
     try {
@@ -82,7 +82,7 @@ std::string meantNames(const std::string &name)
         }
         return tools::command_line::didYouMean(tools::command_line::nearest(name, names));
     } catch (const Failure &) {
-        return {};  // the answer is that there is no such station, whatever comes of this
+        return {};  // the message about the unknown station does not depend on the suggestion
     }
 }
 
@@ -128,7 +128,7 @@ KvoDescriptionEx lookUp(const std::string &station)
 {
     const std::optional<uint32_t> address = parseAddress(station);
     if (address == 0U) {
-        // The library takes address 0 for "look it up by name".
+        // For the library, address 0 means "look it up by name".
         throw UsageError("no station has the address 0.0.0.0");
     }
     KvoDescriptionEx record{};

@@ -1,4 +1,4 @@
-// How a station is named on the command line, and what the service knows of it.
+// The argument that names a station, and the service's record of that station.
 #pragma once
 
 #include <kvo_hws/codecs.h>
@@ -14,24 +14,25 @@ namespace kvoctl {
 
 inline constexpr const char *kStationForms = "IPv4 address (10.0.0.5), eight hexadecimal digits (0A000005) or name";
 
-/// The argument STATION, as the user wrote it: a text that the service can be asked for.
+/// Adds the argument STATION. Its value is the user's text, in a form that the service accepts.
 std::shared_ptr<std::string> addStation(CLI::App &command);
 
-/// Any number of such arguments.
+/// Adds an argument that takes any number of stations.
 std::shared_ptr<std::vector<std::string>> addStations(CLI::App &command, const std::string &help);
 
 enum class StationForms { addressOrName, address, name };
 
-/// Lets shells complete a station of those that the service knows.
+/// Lets shells complete the stations that the service knows.
 void completeStations(const CLI::Option *argument, StationForms forms = StationForms::addressOrName);
 
-/// The service's record of a station named in any of these forms; throws Failure where there is none.
+/// The service's record of a station that is named in any of these forms. Throws Failure if no such station exists.
 KvoDescriptionEx lookUp(const std::string &station);
 
-/// The address of a station: dotted, as eight hexadecimal digits, or by name, for which the service is asked.
+/// The address of a station that is given as a dotted address, eight hexadecimal digits, or a name, which the service resolves.
 uint32_t stationAddress(const std::string &station);
 
-/// @p address as inet_addr stores it, and as the registry lists carry it; nothing for the "none" of a malformed one.
+/// The dotted form of @p address, which is in the byte order of inet_addr, as in the registry lists. Nothing for INADDR_NONE,
+/// which stands for a malformed address.
 std::optional<std::string> dottedFromNetworkOrder(uint32_t address);
 
 }  // namespace kvoctl

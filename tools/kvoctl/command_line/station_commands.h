@@ -1,4 +1,4 @@
-// The shapes of subcommands about one station: have something done, show a property, show it or set it.
+// The kinds of subcommands about one station: send a request, show a property, show or set a property.
 #pragma once
 
 #include "common/station/properties.h"
@@ -15,8 +15,8 @@
 
 namespace kvoctl {
 
-/// Shows the property of these words: STATION.
-inline SetUp showing(std::string_view words)
+/// A subcommand that shows the property with these words: STATION.
+inline SetUp showCommand(std::string_view words)
 {
     return [&property = tools::stationProperty(words)](CLI::App &command) -> Action {
         const auto station = addStation(command);
@@ -28,25 +28,25 @@ inline SetUp showing(std::string_view words)
 template <class... Parameters, class... Values>
 Report call(Request<uint32_t, Parameters...> request, uint32_t station, const std::tuple<Given<Values>...> &given)
 {
-    return done(std::apply([&](const auto &...value) { return request(station, passed(*value.value)...); }, given));
+    return done(std::apply([&](const auto &...value) { return request(station, toParameter(*value.value)...); }, given));
 }
 
-/// Has something done: STATION and @p arguments, which the library's @p request takes in this order.
+/// A subcommand that sends a request: STATION and @p arguments, which the library's @p request takes in this order.
 template <class... Parameters, class... Arguments>
-SetUp order(Request<uint32_t, Parameters...> request, Arguments... arguments)
+SetUp requestCommand(Request<uint32_t, Parameters...> request, Arguments... arguments)
 {
     return [=](CLI::App &command) -> Action {
         const auto station = addStation(command);
-        // In braces: the arguments are declared in their order.
+        // Braces guarantee that the arguments are declared in this order.
         const std::tuple given{arguments.addTo(command)...};
         std::apply([](const auto &...value) { (value.option->required(), ...); }, given);
         return [=] { return call(request, stationAddress(*station), given); };
     };
 }
 
-/// Shows the property of these words, or sets it where values are given: STATION [VALUE...].
+/// A subcommand that shows the property with these words, or sets it if values are given: STATION [VALUE...].
 template <class... Parameters, class... Arguments>
-SetUp setting(std::string_view words, Request<uint32_t, Parameters...> request, Arguments... arguments)
+SetUp settingCommand(std::string_view words, Request<uint32_t, Parameters...> request, Arguments... arguments)
 {
     return [=, &property = tools::stationProperty(words)](CLI::App &command) -> Action {
         const auto station = addStation(command);
@@ -57,7 +57,7 @@ SetUp setting(std::string_view words, Request<uint32_t, Parameters...> request, 
                 return show(property, stationAddress(*station));
             }
             if (counted < sizeof...(arguments)) {
-                throw UsageError("all values are needed to set it, or none to show it");
+                throw UsageError("give all values to set it, or none to show it");
             }
             return call(request, stationAddress(*station), given);
         };

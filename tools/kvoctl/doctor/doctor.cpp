@@ -1,4 +1,4 @@
-// Has everything examined, and shows what was found.
+// Runs all checks and shows the findings.
 #include "kvoctl/doctor/doctor.h"
 
 #include "common/platform_check.h"
@@ -65,7 +65,7 @@ Action setUpDoctor(CLI::App & /*command*/)
 void addDoctor(CommandLine &commandLine)
 {
     Family service(commandLine, "Service");
-    service.add("doctor", "Find out why nothing answers", {"", "--json"}, setUpDoctor);
+    service.add("doctor", "Find out why the service does not answer", {"", "--json"}, setUpDoctor);
 }
 
 }  // namespace kvoctl

@@ -1,4 +1,4 @@
-// "kvoctl doctor": why nothing answers.
+// "kvoctl doctor": finds out why the service does not answer.
 #pragma once
 
 #include "kvoctl/command_line/command_line.h"

@@ -5,9 +5,9 @@
 
 namespace kvoctl {
 
-/// The heading in the help over all families that are about one station.
+/// The heading in the help for the families about one station.
 inline constexpr const char *kOneStation = "One station, by family";
-/// The heading over what the host of an embedded station does.
+/// The heading for the commands of the host of an embedded station.
 inline constexpr const char *kEmbedded = "Embedded stations";
 
 void addStationCommands(CommandLine &commandLine);

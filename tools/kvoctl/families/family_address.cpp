@@ -1,4 +1,4 @@
-// Subcommands about the numbers that tell stations apart: machine control panel (MCP), direct control keys (DCK), KVO index and
+// Subcommands about the numbers that identify a station: machine control panel (MCP), direct control keys (DCK), KVO index and
 // cks index.
 #include "common/dotted_address.h"
 #include "kvoctl/command_line/station_commands.h"
@@ -12,7 +12,7 @@ namespace {
 
 constexpr uint32_t kHighestCksIndex = 255;
 
-constexpr const char *kWithoutItShown = "without it the number is shown";
+constexpr const char *kWithoutItShown = "omit it to show the number";
 
 // ---- kvoctl address find ----
 
@@ -49,7 +49,7 @@ Action setUpFind(CLI::App &command)
     return [=] {
         const auto isGiven = [](const auto &number) { return number.option->count() > 0; };
         if (std::count_if(numbers.begin(), numbers.end(), isGiven) != 1) {
-            throw UsageError("one of --mcp, --dck and --kvo-index is needed");
+            throw UsageError("give exactly one of --mcp, --dck and --kvo-index");
         }
         const auto given = static_cast<std::size_t>(std::find_if(numbers.begin(), numbers.end(), isGiven) - numbers.begin());
         return find(kLookups.at(given), *numbers[given].value);
@@ -60,26 +60,26 @@ Action setUpFind(CLI::App &command)
 
 void addAddressCommands(CommandLine &commandLine)
 {
-    Family address(commandLine, kOneStation, "address", "The numbers that tell stations apart");
+    Family address(commandLine, kOneStation, "address", "The numbers that identify a station");
     const std::vector<std::string> examples{"10.0.0.5", "10.0.0.5 12"};
-    // The service, not kvoctl, judges what is a good MCP address or KVO index.
+    // The service, not kvoctl, decides whether an MCP address or KVO index is valid.
     address.add("mcp", "Show or set the MCP address that the station serves", examples,
-                setting("address mcp", KVO_REQUEST(KVO_HWS_setMCPAddress), Number<>{"ADDRESS", kWithoutItShown}));
+                settingCommand("address mcp", KVO_REQUEST(KVO_HWS_setMCPAddress), Number<>{"ADDRESS", kWithoutItShown}));
     address.add("kvo-index", "Show or set the station's KVO index", examples,
-                setting("address kvo-index", KVO_REQUEST(KVO_HWS_setKVOIndex), Number<>{"INDEX", kWithoutItShown}));
-    address.add("dck", "Show the address of the station's direct control keys", {"10.0.0.5"}, showing("address dck"));
-    address.add("dck-enable", "Show whether the station's direct control keys are on, or switch them",
-                {"10.0.0.5", "10.0.0.5 off"}, setting("address dck-enable", KVO_REQUEST(KVO_HWS_setDCKEnable), kOnOff));
+                settingCommand("address kvo-index", KVO_REQUEST(KVO_HWS_setKVOIndex), Number<>{"INDEX", kWithoutItShown}));
+    address.add("dck", "Show the address of the station's direct control keys", {"10.0.0.5"}, showCommand("address dck"));
+    address.add("dck-enable", "Show whether the station's direct control keys are on, or switch them on or off",
+                {"10.0.0.5", "10.0.0.5 off"}, settingCommand("address dck-enable", KVO_REQUEST(KVO_HWS_setDCKEnable), kOnOff));
     address.add("cks-index", "Show or set the station's cks index", examples,
-                setting("address cks-index", KVO_REQUEST(KVO_HWS_setKVOCksIndex),
-                        Number<>{"INDEX", std::string("0 to 255; ") + kWithoutItShown, 0, kHighestCksIndex}));
+                settingCommand("address cks-index", KVO_REQUEST(KVO_HWS_setKVOCksIndex),
+                               Number<>{"INDEX", std::string("0 to 255; ") + kWithoutItShown, 0, kHighestCksIndex}));
     const Number<> value1{"VALUE1", "The key's first number"};
-    const Number<> value2{"VALUE2", "Its second number"};
+    const Number<> value2{"VALUE2", "The key's second number"};
     address.add("simulate-key", "Simulate a key of the station's MCP", {"10.0.0.5 12 1"},
-                order(KVO_REQUEST(KVO_HWS_simulateMCPKey), value1, value2));
+                requestCommand(KVO_REQUEST(KVO_HWS_simulateMCPKey), value1, value2));
     address.add("enable-key", "Enable a key of the station's MCP", {"10.0.0.5 12 1"},
-                order(KVO_REQUEST(KVO_HWS_enableMCPKey), value1, value2));
-    address.add("find", "Find the station that has a number", {"--mcp 12", "--dck 3", "--kvo-index 7"}, setUpFind);
+                requestCommand(KVO_REQUEST(KVO_HWS_enableMCPKey), value1, value2));
+    address.add("find", "Find the station with a given number", {"--mcp 12", "--dck 3", "--kvo-index 7"}, setUpFind);
 }
 
 }  // namespace kvoctl

@@ -20,7 +20,7 @@ Report watch(const std::optional<std::string> &program, const CommandLine &comma
     return {};
 }
 
-SetUp watching(const CommandLine &commandLine)
+SetUp setUpWatch(const CommandLine &commandLine)
 {
     return [&commandLine](CLI::App &command) -> Action {
         const auto program = addProgram(command, "Run PROGRAM for each event, with the event in its environment");
@@ -33,8 +33,8 @@ SetUp watching(const CommandLine &commandLine)
 void addEventCommands(CommandLine &commandLine)
 {
     Family events(commandLine, kEmbedded, "events", "The events of embedded stations");
-    events.add("watch", "Show the events that the service tells embedded stations, until Ctrl-C",
-               {"", "--json", "--exec ./on-event.sh"}, {watching(commandLine)});
+    events.add("watch", "Show the events that the service sends to embedded stations, until Ctrl-C",
+               {"", "--json", "--exec ./on-event.sh"}, {setUpWatch(commandLine)});
 }
 
 }  // namespace kvoctl

@@ -14,12 +14,12 @@ namespace {
 
 // ---- kvoctl metrics ----
 
-/// As on the command line.
+/// Their names on the command line.
 constexpr std::array kMetrics{"oem-layout", "softkey-type", "keyboard-caps", "dpi", "hardware-caps", "rotation"};
 
 const Property &metric(std::size_t index) { return tools::stationProperty(std::string("metrics ") + kMetrics.at(index)); }
 
-/// A metric that the station does not tell is null.
+/// A metric that the station does not have is null.
 Reading readAllMetrics(uint32_t station)
 {
     Reading all{{KVO_HWS_OK}};
@@ -50,7 +50,7 @@ Action setUpMetrics(CLI::App &command)
     }
     const auto station = addStation(command);
     const auto which =
-        Word{"NAME", "oem-layout, softkey-type, keyboard-caps, dpi, hardware-caps or rotation; else all six", names}.addTo(
+        Word{"NAME", "oem-layout, softkey-type, keyboard-caps, dpi, hardware-caps or rotation (default: all six)", names}.addTo(
             command);
     return [=] {
         const Property asked = which.option->count() > 0 ? metric(*which.value) : allMetrics();
@@ -64,7 +64,7 @@ std::string checkFlags(const std::string &text)
 {
     const bool hex = !text.empty() && text.size() <= 2 * sizeof(unsigned long) &&
                      text.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
-    return hex ? "" : "\"" + text + "\" is no hexadecimal number";
+    return hex ? "" : "\"" + text + "\" is not a hexadecimal number";
 }
 
 Report clientReport(const std::vector<KvoClientEntry> &clients)
@@ -101,7 +101,7 @@ Action setUpClients(CLI::App &command)
 void addMetricCommands(CommandLine &commandLine)
 {
     Family station(commandLine, kOneStation);
-    station.add("metrics", "Show a station's metrics, all or one", {"10.0.0.5", "10.0.0.5 rotation", "\"Portal mill\" --json"},
+    station.add("metrics", "Show all metrics of a station, or one of them", {"10.0.0.5", "10.0.0.5 rotation", "\"Portal mill\" --json"},
                 setUpMetrics);
     Family service(commandLine, "Service");
     service.add("clients", "List the clients that are connected to the service", {"", "--flags 1F"}, setUpClients);

@@ -19,7 +19,8 @@ using Column = Table::Column;
 
 // ---- kvoctl version ----
 
-/// Far longer than any version; a longer text would be told like a refusal, so there is no asking again.
+/// Far longer than any version. The library reports a longer text like a refusal, so a retry with a larger buffer is
+/// impossible.
 constexpr std::size_t kVersionSize = 4096;
 
 std::string version(Request<char *, unsigned *> request)
@@ -56,7 +57,7 @@ Action setUpVersion(CLI::App & /*command*/)
 
 constexpr auto kReadyPause = 100ms;
 
-/// A service that does not answer yet may be about to start, so both are waited for: that it answers and that it is ready.
+/// Waits until the service answers, because it may be about to start, and until it is ready.
 Result waitUntilReady(std::chrono::seconds longest)
 {
     const auto deadline = std::chrono::steady_clock::now() + longest;
@@ -72,7 +73,7 @@ Result waitUntilReady(std::chrono::seconds longest)
 
 Action setUpReady(CLI::App &command)
 {
-    const auto longest = addSeconds(command, "--wait", "Ask until the service is ready, for so long at most", 0);
+    const auto longest = addSeconds(command, "--wait", "Wait until the service is ready, at most SECONDS", 0);
     return [=] {
         const Result ready = waitUntilReady(std::chrono::seconds(*longest.value));
         if (ready.code == KVO_HWS_NO) {
@@ -100,7 +101,7 @@ Action setUpDebugLevel(CLI::App &command)
 {
     const Words words{{"none", 0}, {"1", 1}, {"2", 2}, {"I", 1}, {"II", 2}};
     auto level = std::make_shared<int>();
-    auto *given = command.add_option("LEVEL", *level, "none, 1 or I, 2 or II; without it the level is shown")
+    auto *given = command.add_option("LEVEL", *level, "none, 1 or I, 2 or II; omit it to show the level")
                       ->transform(oneOf(words))
                       ->type_name("");
     completeWords(given, words);
@@ -132,13 +133,13 @@ void addServiceCommands(CommandLine &commandLine)
 {
     Family service(commandLine, "Service");
     service.add("version", "Show the library's and the service's version", {""}, setUpVersion);
-    service.add("ready", "Tell whether the service has finished starting", {"", "--wait 30"}, setUpReady);
+    service.add("ready", "Show whether the service has finished starting", {"", "--wait 30"}, setUpReady);
     service.add("debug-level", "Show or set the service's debug level", {"", "II"}, setUpDebugLevel);
-    service.add("kill-daemon", "Tell the service to end itself", {""}, setUpKillDaemon);
+    service.add("kill-daemon", "Make the service exit", {""}, setUpKillDaemon);
 
     Family registry(commandLine, "Service", "registry", "The lock on the service's registry files");
-    registry.add("lock", "Take the lock; whoever takes it must give it back", {""}, setUpRegistryLock);
-    registry.add("unlock", "Give the lock back, whoever took it", {""}, setUpRegistryUnlock);
+    registry.add("lock", "Take the lock; release it with \"unlock\" afterwards", {""}, setUpRegistryLock);
+    registry.add("unlock", "Release the lock, whichever program took it", {""}, setUpRegistryUnlock);
 }
 
 }  // namespace kvoctl

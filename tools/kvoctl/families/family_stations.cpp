@@ -47,7 +47,7 @@ std::vector<Cell> row(const Record &station, const DottedAddress &address)
     return cells;
 }
 
-/// @p addressText tells how this list carries addresses.
+/// @p addressText converts an address of this list to text.
 template <class Record, class AddressText>
 Report listReport(const std::vector<Record> &stations, AddressText addressText)
 {
@@ -81,13 +81,13 @@ Report registryList(RegistryRequest request, uint32_t lockTimeout)
 
 Action setUpStations(CLI::App &command)
 {
-    auto *extended = addFlag(command, "--extended", "With the seven extended attributes");
-    auto *previous = addFlag(command, "--previous", "The list of the service's previous start, from its registry");
-    auto *current = addFlag(command, "--current", "The list as the service's registry has it now");
+    auto *extended = addFlag(command, "--extended", "Also show the seven extended attributes");
+    auto *previous = addFlag(command, "--previous", "Show the list of the service's previous start, from its registry");
+    auto *current = addFlag(command, "--current", "Show the current list of the service's registry");
     extended->excludes(previous)->excludes(current);
     previous->excludes(current);
     const auto timeout = addSeconds(command, "--lock-timeout",
-                                    "Longest wait for the registry's lock, with --previous or --current (default: " +
+                                    "Wait at most SECONDS for the registry's lock, with --previous or --current (default: " +
                                         std::to_string(kLockTimeoutSeconds) + ")",
                                     kLockTimeoutSeconds);
     return [=] {
@@ -110,7 +110,7 @@ Action setUpStations(CLI::App &command)
 
 Report stationReport(const KvoDescriptionEx &station)
 {
-    // Nothing is cut: whoever asks for one station wants all of it.
+    // No column is cut: the command shows all of one station.
     Table table({Column::text, Column::text});
     const std::string address = tools::dotted(station.address);
     Document fields = document(station, address);

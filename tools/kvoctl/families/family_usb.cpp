@@ -13,7 +13,7 @@ namespace {
 
 // ---- kvoctl usb connectors ----
 
-/// Asked of no station in particular, but shown the same way.
+/// A request without a station, whose reply is shown like that for one station.
 Report showAllConnectors(const Property &ofOneStation)
 {
     const auto read = [](uint32_t) { return tools::readText(KVO_REQUEST(KVO_HWS_getUsbConnectorList)); };
@@ -22,13 +22,13 @@ Report showAllConnectors(const Property &ofOneStation)
 
 Action setUpConnectors(CLI::App &command)
 {
-    const auto stations = addStations(command, std::string("One station, else all of them: ") + kStationForms);
+    const auto stations = addStations(command, std::string("One station (default: all): ") + kStationForms);
     return [stations, &property = tools::stationProperty("usb connectors")] {
         if (stations->empty()) {
             return showAllConnectors(property);
         }
         if (stations->size() > 1) {
-            throw UsageError("one station at most");
+            throw UsageError("give at most one station");
         }
         return show(property, stationAddress(stations->front()));
     };
@@ -36,7 +36,7 @@ Action setUpConnectors(CLI::App &command)
 
 // ---- kvoctl usb lock set ----
 
-/// All addresses before the first datagram: an unknown name must not leave half of the stations locked.
+/// Resolves all names before the library sends the first datagram: an unknown name must not leave half of the stations locked.
 Report setLock(const std::vector<std::string> &stations, int first, int second)
 {
     std::vector<std::string> addresses;
@@ -59,12 +59,12 @@ Action setUpUsbLock(CLI::App &command)
     first.option->required();
     second.option->required();
     const auto stations = addStations(command, std::string("The stations: ") + kStationForms);
-    auto *all = addFlag(command, "--all", "Every station, without looking any up");
+    auto *all = addFlag(command, "--all", "Set the lock of every station, without looking up any");
     return [=] {
-        // Every station of a plant is too much to lock by a word that was left out.
+        // A forgotten argument must not lock every station of a plant.
         if (stations->empty() == (all->count() == 0)) {
             throw UsageError(stations->empty() ? "name the stations, or give --all for every station"
-                                               : "--all is for every station; name none");
+                                               : "--all means every station; do not name any");
         }
         return setLock(*stations, *first.value, *second.value);
     };
@@ -76,10 +76,10 @@ void addUsbCommands(CommandLine &commandLine)
 {
     Family usb(commandLine, kOneStation, "usb", "The USB lock, connectors and devices of stations");
     Family lock(usb, "lock", "The USB lock of stations");
-    lock.add("get", "Show the two numbers of a station's USB lock", {"10.0.0.5"}, showing("usb lock get"));
+    lock.add("get", "Show the two numbers of a station's USB lock", {"10.0.0.5"}, showCommand("usb lock get"));
     lock.add("set", "Set the USB lock of stations over the network, without waiting for an answer",
              {"1 0 10.0.0.5", "0 0 10.0.0.5 \"Portal mill\"", "0 0 --all"}, setUpUsbLock);
-    usb.add("connectors", "Show the list of the USB connectors of all stations or of one", {"", "10.0.0.5"}, setUpConnectors);
+    usb.add("connectors", "Show the list of USB connectors of all stations or of one", {"", "10.0.0.5"}, setUpConnectors);
     addUsbEventCommands(usb, commandLine);
 }
 

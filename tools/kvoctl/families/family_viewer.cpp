@@ -1,4 +1,4 @@
-// Subcommands about a station's viewer, and the station around it.
+// Subcommands about a station's viewer, its status line, focus and reboot.
 #include "kvoctl/command_line/station_commands.h"
 #include "kvoctl/families/families.h"
 
@@ -8,15 +8,15 @@ namespace kvoctl {
 
 namespace {
 
-// A command has 1024 bytes, and longer ones are cut. Three of these fit.
+// A request longer than 1024 bytes is cut. Three texts of this length fit.
 constexpr std::size_t kLongestPart = 300;
 
-SetUp stopping()
+SetUp setUpStop()
 {
     return [](CLI::App &command) -> Action {
         const auto station = addStation(command);
-        auto *preempt = addFlag(command, "--preempt", "Ahead of others that wait");
-        auto *noClean = addFlag(command, "--no-clean", "Without cleaning up after the viewer");
+        auto *preempt = addFlag(command, "--preempt", "Stop it ahead of others that are waiting");
+        auto *noClean = addFlag(command, "--no-clean", "Do not clean up after the viewer");
         preempt->excludes(noClean);
         return [=] {
             const auto request = preempt->count() > 0   ? KVO_REQUEST(KVO_HWS_setStopViewerPreempt)
@@ -31,23 +31,24 @@ SetUp stopping()
 
 void addViewerCommands(CommandLine &commandLine)
 {
-    Family viewer(commandLine, kOneStation, "viewer", "A station's viewer, and the station around it");
-    viewer.add("start", "Start the viewer for connection data of three parts, which only the service understands",
+    Family viewer(commandLine, kOneStation, "viewer", "A station's viewer, status line, focus and reboot");
+    viewer.add("start", "Start the viewer with connection data in three parts, which only the service interprets",
                {"10.0.0.5 nc-hall1 0 full"},
-               order(KVO_REQUEST(KVO_HWS_setStartViewer), Text{"PART1", "First part", kLongestPart},
-                     Text{"PART2", "Second part", kLongestPart}, Text{"PART3", "Third part", kLongestPart}));
+               requestCommand(KVO_REQUEST(KVO_HWS_setStartViewer), Text{"PART1", "First part", kLongestPart},
+                              Text{"PART2", "Second part", kLongestPart}, Text{"PART3", "Third part", kLongestPart}));
     viewer.add("start-configured", "Start the viewer for a configured connection", {"10.0.0.5 nc-hall1 1"},
-               order(KVO_REQUEST(KVO_HWS_startConfiguredViewer), Text{"TEXT", "The connection", kLongestPart},
-                     Number<>{"NUMBER", "Its number"}));
-    viewer.add("stop", "Stop the viewer", {"10.0.0.5", "10.0.0.5 --preempt", "\"Portal mill\" --no-clean"}, stopping());
-    viewer.add("active", "Tell whether the viewer runs", {"10.0.0.5"}, showing("viewer active"));
-    viewer.add("server", "Show which server and display the viewer shows", {"10.0.0.5"}, showing("viewer server"));
+               requestCommand(KVO_REQUEST(KVO_HWS_startConfiguredViewer), Text{"TEXT", "The connection", kLongestPart},
+                              Number<>{"NUMBER", "The number of the connection"}));
+    viewer.add("stop", "Stop the viewer", {"10.0.0.5", "10.0.0.5 --preempt", "\"Portal mill\" --no-clean"}, setUpStop());
+    viewer.add("active", "Show whether the viewer runs", {"10.0.0.5"}, showCommand("viewer active"));
+    viewer.add("server", "Show which server and display the viewer shows", {"10.0.0.5"}, showCommand("viewer server"));
     viewer.add("status-line", "Write the station's status line", {"10.0.0.5 1 2 \"Tool 7 is worn\""},
-               order(KVO_REQUEST(KVO_HWS_setStatusline), Number<>{"VALUE1", "A number for the service"},
-                     Number<>{"VALUE2", "Another one"}, Text{"TEXT", "The line", kLongestPart}));
-    viewer.add("activate-me", "Ask for the focus on behalf of the station", {"10.0.0.5"},
-               order(KVO_REQUEST(KVO_HWS_setActivateMe)));
-    viewer.add("reboot", "Reboot the station", {"10.0.0.5"}, order(KVO_REQUEST(KVO_HWS_rebootKVO)));
+               requestCommand(KVO_REQUEST(KVO_HWS_setStatusline), Number<>{"VALUE1", "A number for the service"},
+                              Number<>{"VALUE2", "A second number for the service"},
+                              Text{"TEXT", "The text of the line", kLongestPart}));
+    viewer.add("activate-me", "Request the focus for the station", {"10.0.0.5"},
+               requestCommand(KVO_REQUEST(KVO_HWS_setActivateMe)));
+    viewer.add("reboot", "Reboot the station", {"10.0.0.5"}, requestCommand(KVO_REQUEST(KVO_HWS_rebootKVO)));
 }
 
 }  // namespace kvoctl

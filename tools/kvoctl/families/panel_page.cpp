@@ -1,4 +1,5 @@
-// What a station does not have is part of its state; a request that fails is not, and ends nothing either.
+// Collects all properties of a station. A property that the station does not have is part of its state. A failed request is an
+// error, but does not end the page.
 #include "kvoctl/families/panel_page.h"
 
 #include "common/dotted_address.h"
@@ -57,7 +58,7 @@ public:
 private:
     void add(const std::string &section, const std::string &key, const Value &value, Colour colour = Colour::none)
     {
-        // A section is named once.
+        // Only the first row of a section shows its name.
         table_.add({document_.contains(section) ? "" : section, key, Cell(value.text(), colour)});
         document_[section][key] = value.document;
     }
@@ -69,7 +70,7 @@ private:
             {{"key", section + "." + key}, {"code", failure.result()}, {"meaning", failure.what()}, {"failed", failed}});
     }
 
-    /// Which requests failed, by the words of the subcommands that ask them again; empty where none did.
+    /// The failed requests, as the words of the subcommands that repeat them; empty if none failed.
     [[nodiscard]] std::string complaint() const
     {
         return failed_.empty() ? ""

@@ -1,4 +1,4 @@
-// "kvoctl panel show": one station's whole state on one page.
+// "kvoctl panel show": shows the whole state of a station.
 #pragma once
 
 #include "kvoctl/command_line/command_line.h"

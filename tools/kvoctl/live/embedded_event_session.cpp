@@ -1,9 +1,9 @@
-// The library's listener runs the user's program and leaves the rest to the main thread. That also finds out whether the
-// listener is connected, which the library keeps to itself.
+// The library's listener thread only runs the user's program. The main thread does everything else, and finds out whether the
+// listener is connected, which the library does not report.
 #include "kvoctl/live/embedded_event_session.h"
 
-#include "kvoctl/live/attention.h"
-#include "kvoctl/live/inbox.h"
+#include "kvoctl/live/event_queue.h"
+#include "kvoctl/live/poll_loop.h"
 #include "kvoctl/output/result.h"
 
 #include <kvo_hws/agent.h>
@@ -28,29 +28,28 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::string_view kEventSocket = "/tmp/kvo_hws/event_sock";
-constexpr auto kLookPeriod = 500ms;
-/// The listener tries again each second.
-constexpr auto kConnectPatience = 2s;
+constexpr auto kCheckPeriod = 500ms;
+/// The listener retries every second.
+constexpr auto kReconnectTimeout = 2s;
 
-/// What the callback knows.
+/// The state that the callback uses.
 struct SharedEvents {
-    Inbox<Event> inbox{};
+    EventQueue<Event> queue{};
     std::optional<EventProgram> program{};
 };
 
 void take(const char *name, const char *data)
 {
-    SharedEvents &here = lasting<SharedEvents>();
+    SharedEvents &shared = neverDestroyed<SharedEvents>();
     const Event event{"", {{"name", {name}}, {"data", {data}}}};
-    here.inbox.put(event);
-    if (here.program) {
-        // Nobody asks how it went; whoever watches reads it on standard error.
-        static_cast<void>(here.program->run(event));
+    shared.queue.put(event);
+    if (shared.program) {
+        // The service does not need the result; the user sees errors on standard error.
+        static_cast<void>(shared.program->run(event));
     }
 }
 
-/// Whether @p socket is one end of a connection to the event socket whose other end is still there: the library leaves lost
-/// ones open.
+/// Whether @p socket is a live connection to the event socket. The library leaves lost connections open.
 bool isEventConnection(int socket)
 {
     sockaddr_un peer{};
@@ -71,9 +70,9 @@ bool isConnected()
 
 class EmbeddedEventSession {
 public:
-    EmbeddedEventSession(const EmbeddedEventPlan &plan, const StopSignals &signals) : plan_(plan), attention_(signals)
+    EmbeddedEventSession(const EmbeddedEventPlan &plan, const StopSignals &signals) : plan_(plan), loop_(signals)
     {
-        lasting<SharedEvents>().program = plan.program;
+        neverDestroyed<SharedEvents>().program = plan.program;
         require(KVO_REQUEST(KVO_HWS_activateEmbKvoEvents)(take));
     }
     EmbeddedEventSession(const EmbeddedEventSession &) = delete;
@@ -81,50 +80,50 @@ public:
 
     void run()
     {
-        while (!attention_.mustEnd()) {
-            pollfd inbox{.fd = lasting<SharedEvents>().inbox.descriptor(), .events = POLLIN, .revents = 0};
-            attention_.await({&inbox, 1}, kLookPeriod);
-            tellEvents();
-            tellConnection();
+        while (!loop_.mustEnd()) {
+            pollfd queue{.fd = neverDestroyed<SharedEvents>().queue.descriptor(), .events = POLLIN, .revents = 0};
+            loop_.wait({&queue, 1}, kCheckPeriod);
+            showEvents();
+            showConnection();
         }
-        // What it says is of no interest: a listener without a service goes on trying until the process ends.
+        // The result does not matter: a listener without a service keeps retrying until the process ends.
         static_cast<void>(KVO_HWS_deactivateEmbKvoEvents());
-        tellEvents();
-        attention_.drain();
-        attention_.check();
+        showEvents();
+        loop_.drain();
+        loop_.check();
     }
 
 private:
-    void tellEvents()
+    void showEvents()
     {
-        for (const Event &event : lasting<SharedEvents>().inbox.take()) {
-            attention_.write(plan_.format(event));
+        for (const Event &event : neverDestroyed<SharedEvents>().queue.take()) {
+            loop_.write(plan_.format(event));
         }
     }
 
-    void tellConnection()
+    void showConnection()
     {
         const auto now = Clock::now();
         if (isConnected()) {
             lastConnected_ = now;
             wasConnected_ = true;
-            if (std::exchange(toldMissing_, false)) {
+            if (std::exchange(reportedMissing_, false)) {
                 complain("listening");
             }
-        } else if (!toldMissing_ && now - lastConnected_ >= kConnectPatience) {
-            toldMissing_ = true;
-            complain("nothing listens at " + std::string(kEventSocket) +
-                     (wasConnected_ ? " any more; waiting" : " yet; waiting"));
+        } else if (!reportedMissing_ && now - lastConnected_ >= kReconnectTimeout) {
+            reportedMissing_ = true;
+            complain((wasConnected_ ? "no process listens any longer at " : "no process listens yet at ") +
+                     std::string(kEventSocket) + "; waiting");
         }
     }
 
     void complain(const std::string &words) const { std::fprintf(stderr, "%s: %s\n", plan_.complaint.c_str(), words.c_str()); }
 
     const EmbeddedEventPlan &plan_;
-    Attention attention_;
+    PollLoop loop_;
     Clock::time_point lastConnected_ = Clock::now();
     bool wasConnected_ = false;
-    bool toldMissing_ = false;
+    bool reportedMissing_ = false;
 };
 
 }  // namespace

@@ -1,4 +1,4 @@
-// "kvoctl events watch": the events of embedded stations, shown until it is told to end.
+// "kvoctl events watch": shows the events of embedded stations until the user stops it.
 #pragma once
 
 #include "kvoctl/live/event_program.h"
@@ -11,15 +11,15 @@ namespace kvoctl {
 
 struct EmbeddedEventPlan {
     LineFormat format;
-    std::string complaint;  ///< begins what is written on standard error
+    std::string complaint;  ///< the prefix of messages on standard error
     std::optional<EventProgram> program{};
 };
 
-/// How the variables of a program that is run for one begin.
+/// The prefix of the environment variables of a program that is run for an event.
 inline constexpr const char *kEmbeddedEnvironment = "KVO_EVENT_";
 
-/// Listens until a signal comes or the output's reader goes away. Throws Failure where the library does not listen, and
-/// std::runtime_error where the output can not be written.
+/// Listens until a signal arrives or the reader of the output closes it. Throws Failure if the library does not listen, and
+/// std::runtime_error if the output cannot be written.
 void watchEmbeddedEvents(const EmbeddedEventPlan &plan, const StopSignals &signals);
 
 }  // namespace kvoctl

@@ -1,4 +1,4 @@
-// Writes an event's fields in their order.
+// Formats an event's fields in their order.
 #include "kvoctl/live/event.h"
 
 #include "common/join.h"
@@ -10,7 +10,7 @@ namespace kvoctl {
 
 namespace {
 
-/// In double quotes; one inside, and a backslash that is the text's own, have a backslash before them.
+/// The text in double quotes. A backslash precedes each double quote and each backslash in the text.
 std::string quoted(const std::string &text)
 {
     std::string escaped;

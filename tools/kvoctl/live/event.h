@@ -1,4 +1,4 @@
-// An event as kvoctl shows it: a word, and fields by their names.
+// An event as kvoctl shows it: a word and named fields.
 #pragma once
 
 #include "kvoctl/command_line/command_line.h"
@@ -9,7 +9,7 @@
 
 namespace kvoctl {
 
-/// Texts are the bytes that came.
+/// Texts are the received bytes, unchanged.
 struct Field {
     std::string key;
     Value value;
@@ -18,11 +18,11 @@ struct Field {
 using Fields = std::vector<Field>;
 
 struct Event {
-    std::string word;  ///< empty where all events of a command are of one kind
+    std::string word;  ///< empty if all events of a command are of one kind
     Fields fields{};
 };
 
-/// One line for people: 'new code=10 ip_address="10.0.0.5" ...'.
+/// One line for users: 'new code=10 ip_address="10.0.0.5" ...'.
 std::string textLine(const Event &event);
 /// One line for programs: a JSON object.
 std::string jsonLine(const Event &event);
@@ -31,7 +31,7 @@ std::string jsonLine(const Event &event);
 using LineFormat = std::string (*)(const Event &event);
 LineFormat lineFormat(const CommandLine &commandLine);
 
-/// Variables for a program, "KVO_USB_IP_ADDRESS=10.0.0.5", with the texts as they are. @p prefix begins all of them.
+/// Environment variables for a program, "KVO_USB_IP_ADDRESS=10.0.0.5", with unchanged texts. All names begin with @p prefix.
 std::vector<std::string> environment(const std::string &prefix, const Event &event);
 
 }  // namespace kvoctl

@@ -1,4 +1,4 @@
-// Starts the program without a shell: what devices call themselves never becomes part of a command.
+// Starts the program without a shell, so that the names of devices never become part of a command.
 #include "kvoctl/live/event_program.h"
 
 #include "kvoctl/output/display_text.h"
@@ -16,8 +16,8 @@ namespace kvoctl {
 
 namespace {
 
-/// How a program is started: without input, and what it writes to its standard output goes to standard error, for standard
-/// output carries nothing but the events.
+/// Starts a program without input. Its standard output goes to standard error, because kvoctl's standard output contains only
+/// events.
 class Start {
 public:
     explicit Start(const sigset_t &signals)
@@ -37,7 +37,7 @@ public:
         posix_spawnattr_destroy(&attributes_);
     }
 
-    /// An error number, or 0.
+    /// Returns an error number, or 0.
     [[nodiscard]] int run(const std::string &program, const std::vector<std::string> &variables, pid_t &process) const
     {
         std::vector<char *> environment;
@@ -55,7 +55,7 @@ private:
     posix_spawnattr_t attributes_;
 };
 
-/// Our own environment with those of the event; without what another kvoctl may have put there, which started this one.
+/// Our own environment and the event's variables, without event variables from a kvoctl that started this one.
 std::vector<std::string> environmentFor(const std::string &prefix, const Event &event)
 {
     std::vector<std::string> variables = environment(prefix, event);
@@ -67,27 +67,27 @@ std::vector<std::string> environmentFor(const std::string &prefix, const Event &
     return variables;
 }
 
-/// Its exit status, or what is wrong with how it ended.
+/// How a program ended: its exit status, or what went wrong.
 struct End {
     int status;
     std::string fault{};
 };
 
-End awaitEnd(pid_t process)
+End waitForEnd(pid_t process)
 {
     int status = 0;
     while (waitpid(process, &status, 0) < 0) {
         if (errno != EINTR) {
-            return {-1, std::string("can not be waited for: ") + std::strerror(errno)};
+            return {-1, std::string("cannot be waited for: ") + std::strerror(errno)};
         }
     }
     if (WIFSIGNALED(status)) {
-        return {-1, "was ended by signal " + std::to_string(WTERMSIG(status))};
+        return {-1, "was killed by signal " + std::to_string(WTERMSIG(status))};
     }
     return {WEXITSTATUS(status)};
 }
 
-/// What an event is called in a complaint.
+/// The name of an event in messages.
 std::string nameOf(const Event &event)
 {
     return !event.word.empty() || event.fields.empty() ? event.word : event.fields.front().value.text();
@@ -98,7 +98,7 @@ std::string nameOf(const Event &event)
 EventProgram::EventProgram(std::string program, std::string variables, const sigset_t &signals, std::string complaint)
     : program_(std::move(program)), variables_(std::move(variables)), signals_(signals), complaint_(std::move(complaint))
 {
-    // Where our own parent ignores it, so do we, and a program's status is lost.
+    // If our parent ignores SIGCHLD, so do we, and the status of a program would be lost.
     std::signal(SIGCHLD, SIG_DFL);
 }
 
@@ -106,9 +106,9 @@ std::optional<int> EventProgram::run(const Event &event, int greatest) const
 {
     pid_t process = -1;
     const int error = Start(signals_).run(program_, environmentFor(variables_, event), process);
-    End end = error == 0 ? awaitEnd(process) : End{-1, std::string("can not be run: ") + std::strerror(error)};
+    End end = error == 0 ? waitForEnd(process) : End{-1, std::string("cannot be run: ") + std::strerror(error)};
     if (end.fault.empty() && end.status > greatest) {
-        end.fault = "ended with status " + std::to_string(end.status);
+        end.fault = "exited with status " + std::to_string(end.status);
     }
     if (end.fault.empty()) {
         return end.status;

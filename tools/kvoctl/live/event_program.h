@@ -1,4 +1,4 @@
-// A program of the user's that is run for each event.
+// A program of the user that kvoctl runs for each event.
 #pragma once
 
 #include "kvoctl/live/event.h"
@@ -11,13 +11,14 @@ namespace kvoctl {
 
 class EventProgram {
 public:
-    /// @p variables  begins the names of the variables that the program gets
-    /// @p signals    what the program starts with blocked
-    /// @p complaint  begins what is written on standard error
+    /// @p variables  the prefix of the environment variables for the program
+    /// @p signals    the signals that are blocked when the program starts
+    /// @p complaint  the prefix of messages on standard error
     EventProgram(std::string program, std::string variables, const sigset_t &signals, std::string complaint);
 
-    /// Runs the program with the event in its environment and waits for it. Its exit status, where that is no more than
-    /// @p greatest; otherwise nothing, and standard error tells why. Several threads may run it at once.
+    /// Runs the program with the event in its environment and waits for it. Returns its exit status if that is at most @p
+    /// greatest; otherwise writes the reason to standard error and returns nothing. Several threads may call it at the same
+    /// time.
     [[nodiscard]] std::optional<int> run(const Event &event, int greatest = 0) const;
 
 private:

@@ -1,4 +1,4 @@
-// Reads when poll has said that there is something, and keeps no more of a line than is wanted of it.
+// Reads when poll reports input, and stores at most the allowed length of a line.
 #include "kvoctl/live/line_input.h"
 
 #include <array>

@@ -1,4 +1,4 @@
-// Lines from standard input as they come, for one thread that also has other things to wait for.
+// Reads lines from standard input without blocking, for a thread that also waits for other descriptors.
 #pragma once
 
 #include <optional>
@@ -9,19 +9,19 @@
 namespace kvoctl {
 
 struct InputLine {
-    std::string text;      ///< of a line that is too long, its beginning
-    bool tooLong = false;  ///< longer than was asked for
+    std::string text;      ///< only the beginning if the line is too long
+    bool tooLong = false;  ///< longer than allowed
 };
 
 class LineInput {
 public:
-    /// @p longest  bytes of a line, without its line feed
+    /// @p longest  the maximum length of a line in bytes, without the line feed
     explicit LineInput(std::size_t longest) : longest_(longest) {}
 
-    /// What to wait for; nothing once the input has ended.
-    [[nodiscard]] pollfd wish() const noexcept { return {.fd = hasEnded_ ? -1 : 0, .events = POLLIN, .revents = 0}; }
+    /// The events to poll for; none after the input has ended.
+    [[nodiscard]] pollfd pollRequest() const noexcept { return {.fd = hasEnded_ ? -1 : 0, .events = POLLIN, .revents = 0}; }
 
-    /// The lines that are whole with what is there to read; at the input's end also a last one without a line feed.
+    /// Reads and returns the lines that are complete now; at the end of the input also a last line without a line feed.
     std::vector<InputLine> read(const pollfd &happened);
 
 private:

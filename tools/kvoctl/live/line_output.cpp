@@ -1,4 +1,4 @@
-// Writes a line when poll has said that there is room for it.
+// Writes a line when poll reports that the output accepts it.
 #include "kvoctl/live/line_output.h"
 
 #include <algorithm>
@@ -10,12 +10,12 @@
 
 namespace kvoctl {
 
-pollfd LineOutput::wish() const noexcept
+pollfd LineOutput::pollRequest() const noexcept
 {
     return {.fd = hasEnded() ? -1 : STDOUT_FILENO, .events = static_cast<short>(lines_.empty() ? 0 : POLLOUT), .revents = 0};
 }
 
-void LineOutput::serve(const pollfd &happened)
+void LineOutput::handle(const pollfd &happened)
 {
     if ((happened.revents & (POLLERR | POLLHUP)) != 0) {
         error_ = EPIPE;
@@ -26,7 +26,7 @@ void LineOutput::serve(const pollfd &happened)
     }
 }
 
-/// A pipe that is ready takes PIPE_BUF bytes without waiting.
+/// A pipe that is ready takes PIPE_BUF bytes without blocking.
 void LineOutput::writeFirst()
 {
     std::string &line = lines_.front();
@@ -44,18 +44,18 @@ void LineOutput::writeFirst()
 void LineOutput::drain()
 {
     while (!lines_.empty() && !hasEnded()) {
-        pollfd output = wish();
+        pollfd output = pollRequest();
         if (poll(&output, 1, 0) <= 0) {
             return;
         }
-        serve(output);
+        handle(output);
     }
 }
 
 void LineOutput::check() const
 {
     if (hasEnded() && error_ != EPIPE) {
-        throw std::runtime_error(std::string("can not write to standard output: ") + std::strerror(error_));
+        throw std::runtime_error(std::string("cannot write to standard output: ") + std::strerror(error_));
     }
 }
 

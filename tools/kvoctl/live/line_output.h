@@ -1,4 +1,4 @@
-// Lines on standard output as they come, from one thread that also has other things to wait for.
+// Writes lines to standard output without blocking, for a thread that also waits for other descriptors.
 #pragma once
 
 #include <cstddef>
@@ -8,25 +8,25 @@
 
 namespace kvoctl {
 
-/// Keeps lines until the output takes them, so that a reader which has stopped reading holds nothing up but its own lines. They
-/// are as many as there are events, of which a person's hands make few.
+/// Queues lines until the output takes them, so that a reader which stops reading delays only its own lines. The queue has no
+/// limit: people plug in devices too slowly to fill the memory.
 class LineOutput {
 public:
     /// @p line  without its line feed
     void add(const std::string &line) { lines_.push_back(line + '\n'); }
 
-    /// What to wait for; with no line to write, that the reader goes away.
-    [[nodiscard]] pollfd wish() const noexcept;
-    /// Writes one line at most, or the beginning of a long one, as far as @p happened says that the output takes it.
-    void serve(const pollfd &happened);
-    /// Writes what is left, as long as the output takes it without waiting.
+    /// The events to poll for; without a line to write, only that the reader closes the output.
+    [[nodiscard]] pollfd pollRequest() const noexcept;
+    /// Writes at most one line, or the beginning of a long one, if @p happened says that the output accepts it.
+    void handle(const pollfd &happened);
+    /// Writes the remaining lines as far as the output takes them without blocking.
     void drain();
 
-    /// Whether so many lines wait that whoever can should add no more for now.
+    /// Whether so many lines wait that callers should add no more for now, if they can.
     [[nodiscard]] bool isBehind() const noexcept { return lines_.size() > kManyLines; }
-    /// Whether nothing can be written any more.
+    /// Whether the output can no longer be written.
     [[nodiscard]] bool hasEnded() const noexcept { return error_ != 0; }
-    /// Throws std::runtime_error where lines were lost and no reader has gone away, who would not miss them.
+    /// Throws std::runtime_error if lines were lost, except because the reader closed the output.
     void check() const;
 
 private:

@@ -1,4 +1,4 @@
-// Blocks the signals and lets a descriptor tell of them.
+// Blocks the signals and receives them with a signalfd.
 #include "kvoctl/live/stop_signals.h"
 
 #include <sys/signalfd.h>

@@ -1,4 +1,4 @@
-// The signals that end a command which runs until it is told to end.
+// The signals that end a command which runs until the user stops it.
 #pragma once
 
 #include "common/descriptor.h"
@@ -7,16 +7,15 @@
 
 namespace kvoctl {
 
-/// Takes SIGINT, SIGTERM and SIGHUP off this thread and the threads that it starts from here on, for as long as the process
-/// lives: a second Ctrl-C must not interrupt the tidying up after the first. SIGPIPE is kept off too; writing tells it by an
-/// error.
+/// Blocks SIGINT, SIGTERM and SIGHUP in this thread and the threads that it starts later, until the process ends: a second
+/// Ctrl-C must not interrupt the cleanup after the first one. Blocks SIGPIPE too; a write then fails with an error instead.
 class StopSignals {
 public:
     StopSignals();
 
-    /// Readable once a signal has come.
+    /// A descriptor that is readable once a signal has arrived.
     [[nodiscard]] int descriptor() const noexcept { return descriptor_.get(); }
-    /// What the signals were before, for programs that are started.
+    /// The previous signal mask, for programs that kvoctl starts.
     [[nodiscard]] const sigset_t &before() const noexcept { return before_; }
 
 private:

@@ -26,7 +26,7 @@ Value text(const char (&member)[Size])
     return {std::string(member, strnlen(member, Size))};
 }
 
-/// As they go over the wire: pairs of digits with blanks between.
+/// The bytes in the format of the wire: pairs of digits with spaces between them.
 template <std::size_t Size>
 Value bytes(const uint8_t (&member)[Size])
 {
@@ -38,9 +38,9 @@ Value bytes(const uint8_t (&member)[Size])
     return value;
 }
 
-/// What all records begin with.
+/// The fields with which all records begin.
 template <class Record>
-Fields place(const Record &record)
+Fields commonFields(const Record &record)
 {
     return {{"ip_address", text(record.ipAddress)}, {"ident2", text(record.ident2)}, {"ident3", text(record.ident3)}};
 }
@@ -53,24 +53,26 @@ Fields operator+(Fields first, const Fields &second)
 
 Fields newDevice(const UsbDeviceInfo &device)
 {
-    return place(device) + Fields{{"text4", text(device.text4)},           {"text5", text(device.text5)},
-                                  {"text6", text(device.text6)},           {"text7", text(device.text7)},
-                                  {"number1", {device.number1}},           {"number2", {device.number2}},
-                                  {"flag_word", bits(device.flagWord, 8)}, {"flag_bits", bits(device.flagBits, 1)}};
+    return commonFields(device) + Fields{{"text4", text(device.text4)},           {"text5", text(device.text5)},
+                                         {"text6", text(device.text6)},           {"text7", text(device.text7)},
+                                         {"number1", {device.number1}},           {"number2", {device.number2}},
+                                         {"flag_word", bits(device.flagWord, 8)}, {"flag_bits", bits(device.flagBits, 1)}};
 }
 
-/// Its member noText5 is the caller's and says nothing of the device.
+/// The member noText5 is left out: the caller sets it, and it does not describe the device.
 Fields olderNewDevice(const UsbDeviceV1 &device)
 {
-    return place(device) + Fields{{"text4", text(device.text4)}, {"text5", text(device.text5)}, {"text6", text(device.text6)},
-                                  {"text7", text(device.text7)}, {"number1", {device.number1}}, {"id1", {device.id1}},
-                                  {"bytes", bytes(device.bytes)}};
+    return commonFields(device) + Fields{{"text4", text(device.text4)}, {"text5", text(device.text5)},
+                                         {"text6", text(device.text6)}, {"text7", text(device.text7)},
+                                         {"number1", {device.number1}}, {"id1", {device.id1}},
+                                         {"bytes", bytes(device.bytes)}};
 }
 
 Fields refusedDevice(const UsbDeviceInfo &device)
 {
-    return place(device) + Fields{{"text4", text(device.text4)}, {"text5", text(device.text5)}, {"text8", text(device.text8)},
-                                  {"number1", {device.number1}}, {"number2", {device.number2}}, {"number3", {device.number3}}};
+    return commonFields(device) + Fields{{"text4", text(device.text4)}, {"text5", text(device.text5)},
+                                         {"text8", text(device.text8)}, {"number1", {device.number1}},
+                                         {"number2", {device.number2}}, {"number3", {device.number3}}};
 }
 
 std::string wordOf(uint32_t code)
@@ -94,8 +96,8 @@ Fields fieldsOf(const UsbEventV2 &event)
 {
     switch (event.code) {
     case USB_EVENT_NEW_DEVICE: return newDevice(event.payload.device);
-    case USB_EVENT_REMOVED: return place(event.payload.removed);
-    case USB_EVENT_STATE: return place(event.payload.state) + Fields{{"state", {event.payload.state.state}}};
+    case USB_EVENT_REMOVED: return commonFields(event.payload.removed);
+    case USB_EVENT_STATE: return commonFields(event.payload.state) + Fields{{"state", {event.payload.state.state}}};
     case USB_EVENT_DEVICE_REFUSED: return refusedDevice(event.payload.device);
     default: return {};
     }
@@ -105,7 +107,7 @@ Fields fieldsOf(uint32_t code, const void *record)
 {
     switch (code) {
     case USB_EVENT_NEW_DEVICE: return olderNewDevice(*static_cast<const UsbDeviceV1 *>(record));
-    case USB_EVENT_REMOVED: return place(*static_cast<const UsbRemoveInfo *>(record));
+    case USB_EVENT_REMOVED: return commonFields(*static_cast<const UsbRemoveInfo *>(record));
     default: return {};
     }
 }
@@ -122,6 +124,6 @@ UsbEvent usbEvent(const UsbEventV2 &event) { return {wordOf(event.code), event.c
 
 UsbEvent usbEvent(uint32_t code, const void *record) { return {wordOf(code), code, fieldsOf(code, record)}; }
 
-Event UsbEvent::shown() const { return {word, Fields{{"code", {code}}} + fields}; }
+Event UsbEvent::toEvent() const { return {word, Fields{{"code", {code}}} + fields}; }
 
 }  // namespace kvoctl

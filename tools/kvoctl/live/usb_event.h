@@ -1,4 +1,4 @@
-// A USB event or status of the library as kvoctl shows it: a word, and the fields of its record by their names.
+// A USB event or status of the library as kvoctl shows it: a word and the named fields of its record.
 #pragma once
 
 #include "kvoctl/live/event.h"
@@ -15,20 +15,20 @@ struct UsbEvent {
     uint32_t code;
     Fields fields{};
 
-    /// Whether it tells of a device, not of how the activation goes.
-    [[nodiscard]] bool isOfDevice() const noexcept { return !fields.empty(); }
-    /// Whether nothing comes after it.
+    /// Whether it is about a device rather than the state of the activation.
+    [[nodiscard]] bool isDeviceEvent() const noexcept { return !fields.empty(); }
+    /// Whether it is the last event of the activation.
     [[nodiscard]] bool isEnd() const noexcept;
-    /// With the code as its first field.
-    [[nodiscard]] Event shown() const;
+    /// The event to show, with the code as its first field.
+    [[nodiscard]] Event toEvent() const;
 };
 
-/// Of the newer callback.
+/// For the newer callback.
 UsbEvent usbEvent(const UsbEventV2 &event);
-/// Of the older callback.
+/// For the older callback.
 UsbEvent usbEvent(uint32_t code, const void *record);
 
-/// How the variables of a program that is run for one begin.
+/// The prefix of the environment variables of a program that is run for an event.
 inline constexpr const char *kUsbEnvironment = "KVO_USB_";
 
 }  // namespace kvoctl

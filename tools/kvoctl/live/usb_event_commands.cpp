@@ -1,4 +1,4 @@
-// Watching USB events, asking whether a program has them, and taking them away from whoever has.
+// Watches USB events, shows whether a program has activated them, and closes them for any program.
 #include "kvoctl/live/usb_event_commands.h"
 
 #include "kvoctl/command_line/arguments.h"
@@ -34,7 +34,7 @@ Action setUpIsActive(CLI::App & /*command*/)
 
 // ---- kvoctl usb watch ----
 
-/// The library waits for a service that starts, and would wait for one that is not there too.
+/// The library waits for a service that is starting, and would also wait for one that does not run.
 void requireService()
 {
     const Result ready = KVO_REQUEST(KVO_HWS_isInitComplete)();
@@ -57,32 +57,31 @@ Report watch(const WatchArguments &arguments, const CommandLine &commandLine)
         plan.program.emplace(*arguments.program, kUsbEnvironment, signals.before(), commandLine.prefix());
     }
     if (runUsbEvents(plan, signals) == UsbEventEnd::takenOver) {
-        std::fprintf(stderr, "%s: another program has taken the events over\n", commandLine.prefix().c_str());
+        std::fprintf(stderr, "%s: another program has taken over the events\n", commandLine.prefix().c_str());
     }
     return {};
 }
 
-SetUp watchingUsb(const CommandLine &commandLine)
+SetUp setUpUsbWatch(const CommandLine &commandLine)
 {
     return [&commandLine](CLI::App &command) -> Action {
-        auto *older =
-            addFlag(command, "--v1", "By the library's older callback, which is told of new and removed devices only");
-        const auto program = addProgram(command, "Run PROGRAM for each event of a device, with the event in its environment");
+        auto *older = addFlag(command, "--v1", "Use the library's older callback, which reports only new and removed devices");
+        const auto program = addProgram(command, "Run PROGRAM for each device event, with the event in its environment");
         return [=, &commandLine] { return watch({older->count() > 0, program.given()}, commandLine); };
     };
 }
 
 // ---- kvoctl usb close ----
 
-/// Only who has the events can give them back, so they are taken over first. That also clears at the service what a program has
-/// left behind that ended without closing.
+/// Only the program that has activated the events can close them, so kvoctl takes them over first. That also clears the
+/// activation of a program that ended without closing.
 Report takeOverAndClose()
 {
     require(KVO_REQUEST(KVO_HWS_isInitComplete)());
     const bool wereActive = areActive();
     const StopSignals signals;
     if (runUsbEvents({.closeWhenActivated = true}, signals) == UsbEventEnd::takenOver) {
-        throw Failure(KVO_HWS_NO, "another program has activated the events meanwhile");
+        throw Failure(KVO_HWS_NO, "another program activated the events in the meantime");
     }
     return {.document = {{"done", true}, {"were_active", wereActive}},
             .line = wereActive ? "USB events are closed" : "USB events are closed; no program had them active"};
@@ -94,11 +93,10 @@ Action setUpClose(CLI::App & /*command*/) { return takeOverAndClose; }
 
 void addUsbEventCommands(Family &usb, const CommandLine &commandLine)
 {
-    usb.add("watch",
-            "Show what happens to the USB devices of all stations, until Ctrl-C or until another program wants to know",
-            {"", "--json", "--exec ./on-usb-event.sh", "--v1"}, {watchingUsb(commandLine)});
-    usb.add("is-active", "Tell whether a program has USB events activated", {""}, setUpIsActive);
-    usb.add("close", "End USB events, whichever program has them", {""}, setUpClose);
+    usb.add("watch", "Show the events of the USB devices of all stations, until Ctrl-C or until another program activates them",
+            {"", "--json", "--exec ./on-usb-event.sh", "--v1"}, {setUpUsbWatch(commandLine)});
+    usb.add("is-active", "Show whether a program has activated USB events", {""}, setUpIsActive);
+    usb.add("close", "Close USB events, whichever program has activated them", {""}, setUpClose);
 }
 
 }  // namespace kvoctl

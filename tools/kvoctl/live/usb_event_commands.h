@@ -5,7 +5,7 @@
 
 namespace kvoctl {
 
-/// Adds them to the family "usb" of @p commandLine.
+/// Adds the subcommands to the family "usb" of @p commandLine.
 void addUsbEventCommands(Family &usb, const CommandLine &commandLine);
 
 }  // namespace kvoctl

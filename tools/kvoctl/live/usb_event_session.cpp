@@ -1,9 +1,9 @@
-// The library tells events on its own threads. These run the user's program and leave the rest to the main thread, which alone
-// writes, closes and waits; so nothing that hangs keeps it from ending.
+// The library reports events on its own threads. These only run the user's program. The main thread alone writes, closes and
+// waits, so a blocked thread of the library cannot keep it from ending.
 #include "kvoctl/live/usb_event_session.h"
 
-#include "kvoctl/live/attention.h"
-#include "kvoctl/live/inbox.h"
+#include "kvoctl/live/event_queue.h"
+#include "kvoctl/live/poll_loop.h"
 #include "kvoctl/output/result.h"
 
 #include <kvo_hws/result.h>
@@ -20,48 +20,47 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// For the service's answer to the end.
-constexpr auto kClosePatience = 5s;
-constexpr int32_t kTellFailed = -1;
-constexpr int32_t kTellDone = 0;
+/// The time for the service to confirm the close.
+constexpr auto kCloseTimeout = 5s;
+constexpr int32_t kCallbackFailed = -1;
+constexpr int32_t kCallbackDone = 0;
 
-/// What the callbacks know.
+/// The state that the callbacks use.
 struct SharedUsbEvents {
-    Inbox<UsbEvent> inbox{};
+    EventQueue<UsbEvent> queue{};
     std::optional<EventProgram> program{};
 };
 
-int32_t tell(const UsbEvent &event)
+int32_t handle(const UsbEvent &event)
 {
-    SharedUsbEvents &here = lasting<SharedUsbEvents>();
-    here.inbox.put(event);
-    const bool worked = !here.program || !event.isOfDevice() || here.program->run(event.shown());
-    return worked ? kTellDone : kTellFailed;
+    SharedUsbEvents &shared = neverDestroyed<SharedUsbEvents>();
+    shared.queue.put(event);
+    const bool worked = !shared.program || !event.isDeviceEvent() || shared.program->run(event.toEvent());
+    return worked ? kCallbackDone : kCallbackFailed;
 }
 
-int32_t newerCallback(UsbEventV2 *event) { return tell(usbEvent(*event)); }
+int32_t newerCallback(UsbEventV2 *event) { return handle(usbEvent(*event)); }
 
-int32_t olderCallback(uint32_t code, void *record) { return tell(usbEvent(code, record)); }
+int32_t olderCallback(uint32_t code, void *record) { return handle(usbEvent(code, record)); }
 
 class UsbEventSession {
 public:
-    UsbEventSession(const UsbEventPlan &plan, const StopSignals &signals)
-        : plan_(plan), attention_(signals, plan.format != nullptr)
+    UsbEventSession(const UsbEventPlan &plan, const StopSignals &signals) : plan_(plan), loop_(signals, plan.format != nullptr)
     {
-        lasting<SharedUsbEvents>().program = plan.program;
+        neverDestroyed<SharedUsbEvents>().program = plan.program;
     }
 
     UsbEventEnd run()
     {
         activate();
         while (!isOver()) {
-            await();
-            // Never behind an end: that would close the events of the program that has taken them over.
+            wait();
+            // Never after an end: that would close the events of the program that has taken them over.
             if (wantsToClose_ && !deadline_ && !end_) {
                 close();
             }
         }
-        attention_.drain();
+        loop_.drain();
         return result();
     }
 
@@ -71,21 +70,21 @@ private:
         const Result result = plan_.olderCallback ? KVO_REQUEST(KVO_HWS_activateUSBEvents)(olderCallback)
                                                   : KVO_REQUEST(KVO_HWS_activateUSBEventsV2)(newerCallback);
         takeEvents();
-        if (!end_) {  // which tells more
+        if (!end_) {  // an end event has more information than the result
             require(result);
         }
     }
 
     [[nodiscard]] bool isOver() const { return end_ || (deadline_ && Clock::now() >= *deadline_); }
 
-    /// Waits for whatever comes first and sees to it.
-    void await()
+    /// Waits for the next event, signal or deadline and handles it.
+    void wait()
     {
-        pollfd inbox{.fd = lasting<SharedUsbEvents>().inbox.descriptor(), .events = POLLIN, .revents = 0};
-        if (attention_.await({&inbox, 1}, timeLeft())) {
+        pollfd queue{.fd = neverDestroyed<SharedUsbEvents>().queue.descriptor(), .events = POLLIN, .revents = 0};
+        if (loop_.wait({&queue, 1}, timeLeft())) {
             takeEvents();
         }
-        wantsToClose_ = wantsToClose_ || attention_.mustEnd();
+        wantsToClose_ = wantsToClose_ || loop_.mustEnd();
     }
 
     [[nodiscard]] std::optional<std::chrono::milliseconds> timeLeft() const
@@ -98,9 +97,9 @@ private:
 
     void takeEvents()
     {
-        for (const UsbEvent &event : lasting<SharedUsbEvents>().inbox.take()) {
+        for (const UsbEvent &event : neverDestroyed<SharedUsbEvents>().queue.take()) {
             if (plan_.format) {
-                attention_.write(plan_.format(event.shown()));
+                loop_.write(plan_.format(event.toEvent()));
             }
             wantsToClose_ = wantsToClose_ || (plan_.closeWhenActivated && event.code == USB_EVENT_ACTIVATED);
             if (event.isEnd() && !end_) {
@@ -109,19 +108,19 @@ private:
         }
     }
 
-    /// Where no callback is set any more, the end has been told before.
+    /// Ignores the result: if no callback is set any more, an end event has already been reported.
     void close()
     {
         KVO_HWS_closeUSBEvents();
-        deadline_ = Clock::now() + kClosePatience;
+        deadline_ = Clock::now() + kCloseTimeout;
     }
 
     [[nodiscard]] UsbEventEnd result() const
     {
-        const std::string subject = deadline_ ? "the events could not be given back: " : "the events could not be activated: ";
+        const std::string subject = deadline_ ? "the events could not be closed: " : "the events could not be activated: ";
         if (!end_) {
             throw Failure(KVO_HWS_FAILED,
-                          subject + "the service has not answered for " + std::to_string(kClosePatience.count()) + " s");
+                          subject + "the service did not answer within " + std::to_string(kCloseTimeout.count()) + " s");
         }
         switch (*end_) {
         case USB_EVENT_SERVER_FAILED:
@@ -130,14 +129,14 @@ private:
         case USB_EVENT_NO_SERVICE: throw Failure(KVO_HWS_NO_SERVICE, subject + words({KVO_HWS_NO_SERVICE}));
         default: break;
         }
-        attention_.check();
+        loop_.check();
         return deadline_ ? UsbEventEnd::closed : UsbEventEnd::takenOver;
     }
 
     const UsbEventPlan &plan_;
-    Attention attention_;
-    std::optional<uint32_t> end_;                ///< the code that told it
-    std::optional<Clock::time_point> deadline_;  ///< of the close, once it has begun
+    PollLoop loop_;
+    std::optional<uint32_t> end_;                ///< the code of the end event
+    std::optional<Clock::time_point> deadline_;  ///< of the close, after it has begun
     bool wantsToClose_ = false;
 };
 

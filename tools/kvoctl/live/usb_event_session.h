@@ -1,4 +1,4 @@
-// USB events activated for this process, from the activation to the end that the library tells.
+// USB events of this process, from the activation to the end event of the library.
 #pragma once
 
 #include "kvoctl/live/event_program.h"
@@ -9,19 +9,19 @@
 
 namespace kvoctl {
 
-/// What is to be done with events.
+/// How to handle events.
 struct UsbEventPlan {
     bool olderCallback = false;
     bool closeWhenActivated = false;
-    LineFormat format = nullptr;            ///< makes the event's line; none: events are not shown
-    std::optional<EventProgram> program{};  ///< decides what the daemon is told of an event
+    LineFormat format = nullptr;            ///< formats an event as a line; null: events are not shown
+    std::optional<EventProgram> program{};  ///< decides the answer to the daemon for an event
 };
 
 enum class UsbEventEnd { closed, takenOver };
 
-/// Activates USB events and waits until a signal comes, the output's reader goes away, or another program takes the events
-/// over; closes them unless they are another's by then. One at a time in a process. Throws Failure where the service or the
-/// library fails, and std::runtime_error where the output can not be written.
+/// Activates USB events and waits until a signal arrives, the reader of the output closes it, or another program takes over the
+/// events. Then closes them, unless another program has taken them over. Only one call at a time in a process. Throws Failure
+/// if the service or the library fails, and std::runtime_error if the output cannot be written.
 UsbEventEnd runUsbEvents(const UsbEventPlan &plan, const StopSignals &signals);
 
 }  // namespace kvoctl

@@ -1,4 +1,4 @@
-// Measures and cuts by the C library's tables, character by character.
+// Measures and cuts texts character by character with the C library's functions.
 #include "kvoctl/output/display_text.h"
 
 #include <algorithm>
@@ -24,13 +24,13 @@ std::string escaped(std::string_view bytes)
     return text;
 }
 
-/// Takes the first character off @p rest.
+/// Removes the first character from @p rest and returns it.
 DisplayText nextCharacter(std::string_view &rest)
 {
     std::mbstate_t fresh{};
     wchar_t character = 0;
     const std::size_t decoded = std::mbrtowc(&character, rest.data(), rest.size(), &fresh);
-    // 0 is the character NUL; the two largest values mean that the bytes are no character, or not all of one.
+    // 0 means the character NUL; the two largest values mean invalid or incomplete bytes.
     const bool isCharacter = decoded != 0 && decoded <= rest.size();
     const std::string_view bytes = rest.substr(0, isCharacter ? decoded : 1);
     rest.remove_prefix(bytes.size());
@@ -52,7 +52,7 @@ bool isPlain(std::string_view raw)
 void useUtf8()
 {
     if (std::setlocale(LC_CTYPE, "C.UTF-8") == nullptr) {
-        // Without that locale the user's decides; where it is not UTF-8 either, names are shown escaped.
+        // Without that locale the user's locale decides. If it is not UTF-8 either, names are shown escaped.
         std::setlocale(LC_CTYPE, "");
     }
 }
@@ -63,7 +63,7 @@ DisplayText displayText(std::string_view raw, std::size_t limit)
         return {std::string(raw), raw.size()};
     }
     DisplayText shown{};
-    // The part that still has room for the ellipsis behind it.
+    // The part after which the ellipsis still fits.
     DisplayText kept{};
     while (!raw.empty()) {
         const DisplayText character = nextCharacter(raw);

@@ -1,4 +1,4 @@
-// Texts from elsewhere as a terminal may see them: UTF-8 measured in columns, whatever could steer a terminal escaped.
+// Makes foreign texts safe for a terminal: measures UTF-8 in columns, and escapes bytes that could control a terminal.
 #pragma once
 
 #include <cstddef>
@@ -15,11 +15,11 @@ struct DisplayText {
     std::size_t width;  ///< in terminal columns
 };
 
-/// Names are UTF-8, whatever the user's locale says. Call it once, before anything is displayed.
+/// Treats texts as UTF-8, whatever the user's locale is. Call it once, before any text is displayed.
 void useUtf8();
 
-/// Control characters and bytes that are no UTF-8 become "\x1B"; what is wider than @p limit is cut before a character and ends
-/// in "…". @p limit is at least 1.
+/// Escapes control characters and bytes that are not UTF-8, as "\x1B". Cuts a text that is wider than @p limit before a
+/// character and appends "…". @p limit is at least 1.
 DisplayText displayText(std::string_view raw, std::size_t limit = kUnlimited);
 
 }  // namespace kvoctl

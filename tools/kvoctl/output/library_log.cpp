@@ -1,5 +1,5 @@
-// The library reports through syslog. Here its calls end on standard error instead, where whoever runs kvoctl looks, and do not
-// fill the system's log with a person's experiments. Only errors pass, or everything with --debug.
+// The library logs through syslog. These functions write its messages to standard error instead, where the user of kvoctl sees
+// them, and keep the user's experiments out of the system log. Only errors pass, or all messages with --debug.
 #include "kvoctl/output/display_text.h"
 
 #include <kvo_hws/runtime.h>
@@ -15,10 +15,10 @@ namespace {
 
 constexpr const char *kOwnIdentity = "kvoctl";
 
-/// No object: threads of the library may still report while the process ends.
+/// A plain pointer, because threads of the library may still log while the process ends.
 std::atomic<const char *> identity{kOwnIdentity};
 
-/// The library itself lets some messages pass that are none of a person's concern, as that its server has ended.
+/// The library also logs some messages without debugging that do not concern the user, such as the end of its server.
 bool passes(int priority)
 {
     int debugLevel = 0;
@@ -41,7 +41,7 @@ void print(int priority, const char *format, va_list arguments)
 
 }  // namespace
 
-// In place of the C library's: the dynamic linker binds the library's calls to the program's own definitions.
+// They replace the C library's functions: the dynamic linker binds the library's calls to the program's own definitions.
 extern "C" {
 
 void openlog(const char *ident, int /*option*/, int /*facility*/) { identity = ident; }
@@ -58,7 +58,7 @@ void syslog(int priority, const char *format, ...)
     va_end(arguments);
 }
 
-// What the two above become in fortified builds.
+// Fortified builds call these instead of the two above.
 void __vsyslog_chk(int priority, int /*flag*/, const char *format, va_list arguments) { print(priority, format, arguments); }
 
 void __syslog_chk(int priority, int /*flag*/, const char *format, ...)

@@ -1,4 +1,4 @@
-// Writes reports to standard output, and knows how wide it is.
+// Writes reports to standard output.
 #include "kvoctl/output/output.h"
 
 #include "kvoctl/output/display_text.h"
@@ -15,14 +15,14 @@ namespace {
 constexpr int kIndent = 2;
 constexpr int kOneLine = -1;
 
-/// Files and pipes get whole names, without colour.
-Paper standardOutput()
+/// Files and pipes get uncut names without colour.
+Layout standardOutput()
 {
     return {tools::command_line::terminalWidth(STDOUT_FILENO).value_or(kUnlimited),
             tools::command_line::takesColour(STDOUT_FILENO)};
 }
 
-/// Names are the plant's bytes: one that is no UTF-8 must not keep the others from being shown.
+/// Names are arbitrary bytes from the plant. A name that is not UTF-8 must not prevent the output of the others.
 std::string dump(const Document &document, int indent)
 {
     return document.dump(indent, ' ', false, Document::error_handler_t::replace);
@@ -40,7 +40,7 @@ void flushOutput()
 {
     errno = 0;
     if (!std::cout.flush()) {
-        throw std::runtime_error(std::string("can not write to standard output: ") + std::strerror(errno));
+        throw std::runtime_error(std::string("cannot write to standard output: ") + std::strerror(errno));
     }
 }
 

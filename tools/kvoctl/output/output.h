@@ -1,4 +1,4 @@
-// What a command has to say, and how it reaches standard output: for people, or as exactly one JSON document.
+// The report of a command, and how it is written to standard output: as text, or as exactly one JSON document.
 #pragma once
 
 #include "common/station/property.h"
@@ -15,25 +15,26 @@ namespace kvoctl {
 using tools::Document;
 
 struct Report {
-    Document document{};  ///< null: what there was to say has been written already
+    Document document{};  ///< null: the command has already written its output
     std::optional<Table> table{};
-    std::optional<std::string> line{};  ///< behind the table
+    std::optional<std::string> line{};  ///< follows the table
     Exit exit = Exit::done;
-    std::string complaint{};  ///< for standard error, after the rest
+    std::string complaint{};  ///< written to standard error after the rest
 };
 
-/// What a command reports that only had something done, with @p result; throws like require.
+/// The report of a command without output whose request returned @p result. Throws like require.
 Report done(const Result &result);
 
-/// Throws std::runtime_error where standard output does not take it, as all below.
+/// Throws std::runtime_error if it cannot write to standard output, like all functions below.
 void write(const Report &report, bool json);
 
 void flushOutput();
 
-/// A document on one line, without a line feed. Bytes that are no UTF-8 come as U+FFFD.
+/// The document as one line without a line feed. Bytes that are not UTF-8 become U+FFFD.
 std::string compact(const Document &document);
 
-/// On one line, so that it may also end a stream of lines. @p result is null where the library was not asked.
+/// Writes one line, which can also be the last of a stream of lines. @p result is null if no function of the library was
+/// called.
 void writeError(std::optional<int32_t> result, const std::string &meaning);
 
 }  // namespace kvoctl

@@ -1,4 +1,4 @@
-// The only value of a property on a line, several as a table.
+// Shows a single value as a line and several values as a table.
 #include "kvoctl/output/property.h"
 
 namespace kvoctl {

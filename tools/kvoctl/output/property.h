@@ -1,4 +1,4 @@
-// A property of a station as a report of its own.
+// The report of a single property of a station.
 #pragma once
 
 #include "common/station/property.h"
@@ -12,7 +12,7 @@ using tools::Property;
 using tools::Reading;
 using tools::Value;
 
-/// Asks for one property and reports it alone; throws Failure where there is none.
+/// Reads one property and reports it. Throws Failure if the request fails.
 Report show(const Property &property, uint32_t station);
 
 }  // namespace kvoctl

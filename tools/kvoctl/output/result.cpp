@@ -1,4 +1,4 @@
-// Which exit status a result comes to, and what to do about it.
+// Maps a result to an exit status and a hint.
 #include "kvoctl/output/result.h"
 
 #include "common/command_socket.h"
@@ -29,7 +29,7 @@ std::string hintOf(const Failure &failure)
         return std::string("The socket: ") + std::strerror(errno) + ". Is the hardware service running? " +
                "For a simulated one: kvosim run -- kvoctl ...";
     }
-    return "The socket is there, but nobody listens: the service has ended without tidying up, or is too busy to accept. "
+    return "The socket exists, but does not accept connections: the service ended without removing it, or is too busy. "
            "\"kvoctl doctor\" finds out which.";
 }
 

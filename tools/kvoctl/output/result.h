@@ -1,4 +1,4 @@
-// What a library's result comes to: an exit status for scripts, a hint for people.
+// Exit statuses for scripts and hints for users, from the library's results.
 #pragma once
 
 #include "common/station/result.h"
@@ -8,11 +8,11 @@
 
 namespace kvoctl {
 
-/// Exit statuses. They are a contract with scripts (docs/kvoctl.md): none ever changes its meaning.
+/// Exit statuses. Scripts rely on them (docs/kvoctl.md): their meanings never change.
 enum class Exit : int {
     done = 0,        ///< done, or "yes"
     no = 1,          ///< the service's "no"
-    usage = 2,       ///< the command line is wrong; nothing was asked
+    usage = 2,       ///< the command line is wrong; no request was sent
     noService = 3,   ///< no connection to the service
     failed = 4,      ///< the service refused or failed
     ownFailure = 5,  ///< kvoctl itself: its output cannot be written, or no memory
@@ -32,7 +32,7 @@ using tools::words;
 
 Exit exitOf(const Failure &failure) noexcept;
 
-/// What the user can do about it; empty where nothing general can be said.
+/// What the user can do about the failure; empty without general advice.
 std::string hintOf(const Failure &failure);
 
 }  // namespace kvoctl

@@ -1,4 +1,4 @@
-// One station as the service describes it, as a document.
+// The service's description of a station as a document.
 #pragma once
 
 #include "kvoctl/output/output.h"

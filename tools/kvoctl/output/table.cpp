@@ -1,4 +1,4 @@
-// Lays a table out: measure all cells, narrow the elastic column where that helps, write lines or records.
+// Formats a table: measures all cells, narrows the elastic column if that makes the lines fit, and writes lines or records.
 #include "kvoctl/output/table.h"
 
 #include "kvoctl/output/display_text.h"
@@ -11,16 +11,16 @@ namespace kvoctl {
 namespace {
 
 constexpr std::size_t kGap = 2;
-/// A name that is cut shorter says nothing any more.
+/// A name that is cut shorter is useless.
 constexpr std::size_t kNarrowest = 8;
-/// Where nothing is cut, one very long text must not move the columns of all other rows: a longer cell overflows its own row.
+/// Without cutting, one very long text must not move the columns of all other rows: a longer cell overflows only its own row.
 constexpr std::size_t kWidestPadding = 40;
-/// Of the lines of a record after its first.
+/// The indentation of a record's lines after the first.
 constexpr std::size_t kRecordIndent = 2;
 
-std::string shown(const std::string &text, const Cell &cell, const Paper &paper)
+std::string shown(const std::string &text, const Cell &cell, const Layout &layout)
 {
-    return coloured(text, paper.takesColour ? cell.colour : Colour::none);
+    return coloured(text, layout.takesColour ? cell.colour : Colour::none);
 }
 
 }  // namespace
@@ -33,7 +33,7 @@ Table::Table(std::vector<Column> columns, std::vector<std::string> header)
     }
 }
 
-/// How wide each column is without cutting.
+/// The width of each column without cutting.
 Table::Widths Table::widths() const
 {
     Widths widths(columns_.size());
@@ -45,7 +45,7 @@ Table::Widths Table::widths() const
     return widths;
 }
 
-/// Makes lines fit; false, and nothing is changed, where they cannot.
+/// Narrows the elastic column so that the lines fit. Returns false and changes nothing if they cannot fit.
 bool Table::narrow(Widths &widths, std::size_t limit) const
 {
     const std::size_t total = std::accumulate(widths.begin(), widths.end(), kGap * (widths.size() - 1));
@@ -64,15 +64,15 @@ bool Table::narrow(Widths &widths, std::size_t limit) const
     return true;
 }
 
-void Table::writeLines(std::ostream &out, const Paper &paper, const Widths &widths) const
+void Table::writeLines(std::ostream &out, const Layout &layout, const Widths &widths) const
 {
     for (const auto &row : rows_) {
         std::string line;
         for (std::size_t column = 0; column < widths.size(); ++column) {
-            const bool cut = paper.width != kUnlimited && columns_[column] == Column::elastic;
+            const bool cut = layout.width != kUnlimited && columns_[column] == Column::elastic;
             const DisplayText cell = displayText(row[column].text, cut ? std::max<std::size_t>(widths[column], 1) : kUnlimited);
             const std::string spaces(widths[column] - std::min(widths[column], cell.width), ' ');
-            const std::string text = shown(cell.text, row[column], paper);
+            const std::string text = shown(cell.text, row[column], layout);
             line.append(column == 0 ? 0 : kGap, ' ');
             line += columns_[column] == Column::number ? spaces + text : text + spaces;
         }
@@ -81,19 +81,20 @@ void Table::writeLines(std::ostream &out, const Paper &paper, const Widths &widt
     }
 }
 
-/// What names the row on its first line, and below it the other cells, each behind its heading, as many on a line as fit.
-void Table::writeRecord(std::ostream &out, const Paper &paper, const std::vector<Cell> &row) const
+/// Writes the cells up to the elastic column on the first line. The other cells follow below, each after its heading, as many
+/// on a line as fit.
+void Table::writeRecord(std::ostream &out, const Layout &layout, const std::vector<Cell> &row) const
 {
     const auto elastic = std::find(columns_.begin(), columns_.end(), Column::elastic);
     const auto named = elastic == columns_.end() ? 1 : static_cast<std::size_t>(elastic - columns_.begin()) + 1;
     std::size_t used = 0;
     for (std::size_t column = 0; column < named; ++column) {
-        const bool cut = columns_[column] == Column::elastic && used + kNarrowest <= paper.width;
-        const DisplayText cell = displayText(row[column].text, cut ? paper.width - used : kUnlimited);
-        out << shown(cell.text, row[column], paper) << (column + 1 < named ? std::string(kGap, ' ') : "");
+        const bool cut = columns_[column] == Column::elastic && used + kNarrowest <= layout.width;
+        const DisplayText cell = displayText(row[column].text, cut ? layout.width - used : kUnlimited);
+        out << shown(cell.text, row[column], layout) << (column + 1 < named ? std::string(kGap, ' ') : "");
         used += cell.width + kGap;
     }
-    used = paper.width;  // all else is on lines of its own
+    used = layout.width;  // the other cells begin on a new line
     for (std::size_t column = named; column < row.size(); ++column) {
         const DisplayText cell = displayText(row[column].text);
         const std::string &heading = rows_.front()[column].text;
@@ -101,26 +102,26 @@ void Table::writeRecord(std::ostream &out, const Paper &paper, const std::vector
         if (cell.width == 0) {
             continue;
         }
-        const bool fits = used + kGap + width <= paper.width;
+        const bool fits = used + kGap + width <= layout.width;
         out << (fits ? std::string(kGap, ' ') : '\n' + std::string(kRecordIndent, ' ')) << heading << ' '
-            << shown(cell.text, row[column], paper);
+            << shown(cell.text, row[column], layout);
         used = width + (fits ? used + kGap : kRecordIndent);
     }
     out << '\n';
 }
 
-void Table::write(std::ostream &out, const Paper &paper) const
+void Table::write(std::ostream &out, const Layout &layout) const
 {
     Widths widths = this->widths();
-    if (paper.width == kUnlimited) {
+    if (layout.width == kUnlimited) {
         for (std::size_t &width : widths) {
             width = std::min(width, kWidestPadding);  // numbers never get so wide
         }
-    } else if (!narrow(widths, paper.width) && hasHeader_) {
-        std::for_each(rows_.begin() + 1, rows_.end(), [&](const auto &row) { writeRecord(out, paper, row); });
+    } else if (!narrow(widths, layout.width) && hasHeader_) {
+        std::for_each(rows_.begin() + 1, rows_.end(), [&](const auto &row) { writeRecord(out, layout, row); });
         return;
     }
-    writeLines(out, paper, widths);
+    writeLines(out, layout, widths);
 }
 
 }  // namespace kvoctl

@@ -1,4 +1,4 @@
-// Rows of cells in columns, as wide as their contents and no wider than the terminal.
+// Tables whose columns are as wide as their contents, but no wider than the terminal.
 #pragma once
 
 #include "common/command_line/terminal.h"
@@ -20,8 +20,8 @@ struct Cell {
     Colour colour = Colour::none;
 };
 
-/// What a table is written to.
-struct Paper {
+/// Properties of the output to which a table is written.
+struct Layout {
     std::size_t width;  ///< in terminal columns
     bool takesColour = false;
 };
@@ -31,24 +31,24 @@ public:
     enum class Column {
         text,
         number,   ///< right-aligned
-        elastic,  ///< a text that is cut where that makes the line fit; the others never are: half a number is a wrong one
+        elastic,  ///< a text that is cut if that makes the line fit. Other columns are never cut: half a number is wrong
     };
 
-    /// A table without @p header has none: pairs of a key and its value. One with a header becomes records where its lines do
-    /// not fit.
+    /// A table without @p header contains pairs of a key and a value. A table with a header becomes records if its lines do not
+    /// fit.
     explicit Table(std::vector<Column> columns, std::vector<std::string> header = {});
 
     void add(std::vector<Cell> row) { rows_.push_back(std::move(row)); }
 
-    void write(std::ostream &out, const Paper &paper) const;
+    void write(std::ostream &out, const Layout &layout) const;
 
 private:
     using Widths = std::vector<std::size_t>;
 
     [[nodiscard]] Widths widths() const;
     [[nodiscard]] bool narrow(Widths &widths, std::size_t limit) const;
-    void writeLines(std::ostream &out, const Paper &paper, const Widths &widths) const;
-    void writeRecord(std::ostream &out, const Paper &paper, const std::vector<Cell> &row) const;
+    void writeLines(std::ostream &out, const Layout &layout, const Widths &widths) const;
+    void writeRecord(std::ostream &out, const Layout &layout, const std::vector<Cell> &row) const;
 
     std::vector<Column> columns_;
     bool hasHeader_;

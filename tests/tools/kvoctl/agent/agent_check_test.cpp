@@ -1,4 +1,4 @@
-// "kvoctl agent check": the whole table against a simulated service, and what it says of wrong answers.
+// "kvoctl agent check": the whole table against a simulated service, and its reports of invalid replies.
 #include "support/remote_service.h"
 #include "tools/kvoctl/support/kvoctl.h"
 #include "tools/kvosim/support/running_service.h"
@@ -41,7 +41,7 @@ Ended check(const Arguments &more, const Surroundings &surroundings = {})
     return kvoctl(all, surroundings);
 }
 
-/// The rows by their command.
+/// The rows, indexed by command.
 std::map<std::string, Json> rows(const Json &document)
 {
     std::map<std::string, Json> found;
@@ -86,9 +86,9 @@ get-dckenable                 036:get-dckenable                     dckenable=0
 set-dckenable=                038:set-dckenable=0                   ok
 get-cksindex                  039:get-cksindex                      cksindex=3
 set-cksindex=                 041:set-cksindex=3                    ok
-invalidate-calibration                                                                                        skipped: changes a station (--all asks it)
+invalidate-calibration                                                                                        skipped: changes a station (--all sends it)
 get-rv4mode                   042:get-rv4mode                       failed: rv4 mode not readable
-set-rv4mode=                                                                                                  skipped: the present value can not be read (--all asks it with 0)
+set-rv4mode=                                                                                                  skipped: cannot read the current value (--all sends 0)
 get-calibparam                044:get-calibparam                    bad request
 set-calibparam=               045:set-calibparam=0,0                bad request
 simulate-mcp=                 046:simulate-mcp=0,0                  bad request
@@ -110,10 +110,10 @@ get-keyboard-caps             061:get-keyboard-caps                 none
 get-hardware-caps             062:get-hardware-caps                 hardware-caps=11
 get-panel-oem-layout          063:get-panel-oem-layout              none
 get-panel-rotation            064:get-panel-rotation                panel-rotation=2
-set-usb-lock=                                                                                                 skipped: changes a station (--all asks it)
+set-usb-lock=                                                                                                 skipped: changes a station (--all sends it)
 get-usb-lock                  065:get-usb-lock                      usb-lock=0:0
 sync-times=                   066:sync-times=0                      bad request
-60 commands, 57 asked, 0 not answered in form
+60 commands, 57 sent, 0 without a valid reply
 )";
 
 TEST(AgentCheck, shows_all_commands_with_their_replies)
@@ -126,7 +126,7 @@ TEST(AgentCheck, shows_all_commands_with_their_replies)
     EXPECT_EQ(out, kWholeTable);
 }
 
-TEST(AgentCheck, writes_the_same_as_a_document)
+TEST(AgentCheck, shows_the_same_as_json)
 {
     const RunningService service(kPlant);
     const Json document = check({"--json"}).document();
@@ -139,7 +139,7 @@ TEST(AgentCheck, writes_the_same_as_a_document)
     EXPECT_EQ(all.at("set-usb-lock=").at("in_form"), nullptr);
 }
 
-TEST(AgentCheck, asks_everything_on_request)
+TEST(AgentCheck, sends_all_commands_with_the_option_all)
 {
     const RunningService service(kPlant);
     const Ended ended = check({"--all", "--json"});
@@ -151,7 +151,7 @@ TEST(AgentCheck, asks_everything_on_request)
     EXPECT_EQ(all.at("invalidate-calibration").at("reply"), "ok");
 }
 
-TEST(AgentCheck, leaves_the_station_as_it_is)
+TEST(AgentCheck, does_not_change_the_station)
 {
     RunningService service(kPlant);
     const std::string before = kvoctl({"panel", "show", "10.0.0.5", "--json"}).out;
@@ -160,7 +160,7 @@ TEST(AgentCheck, leaves_the_station_as_it_is)
     EXPECT_THAT(before, HasSubstr("\"mcp\": 5"));
 }
 
-TEST(AgentCheck, answers_for_the_host_as_it_is_told)
+TEST(AgentCheck, uses_the_given_answers_of_the_host)
 {
     const RunningService service(kPlant);
     const Ended ended =
@@ -174,7 +174,7 @@ TEST(AgentCheck, answers_for_the_host_as_it_is_told)
     EXPECT_EQ(all.at("activate-me").at("reply"), "failed");
 }
 
-TEST(AgentCheck, marks_answers_that_the_protocol_does_not_have)
+TEST(AgentCheck, marks_replies_that_the_protocol_does_not_allow)
 {
     const RunningService service(kPlant);
     const Surroundings odd{.environment = {"LC_ALL=C.UTF-8", "LD_PRELOAD=" ODD_AGENT, "ASAN_OPTIONS=verify_asan_link_order=0"}};
@@ -191,12 +191,12 @@ TEST(AgentCheck, marks_answers_that_the_protocol_does_not_have)
                 testing::ElementsAre("get-kvo-startup-prio startup-prio=2\n NOT IN FORM", "get-kvoindex kvoindex=x NOT IN FORM",
                                      "get-panel-rotation none NOT IN FORM", "show-hwid  NOT IN FORM"));
     EXPECT_EQ(rows(ended.document()).at("set-kvoindex=").at("reply"), "bad request");
-    EXPECT_THAT(check({}, odd).out, HasSubstr("\n60 commands, 57 asked, 4 not answered in form\n"));
+    EXPECT_THAT(check({}, odd).out, HasSubstr("\n60 commands, 57 sent, 4 without a valid reply\n"));
 }
 
 // ---- Ports ----
 
-TEST(AgentCheck, takes_the_first_port_that_is_free)
+TEST(AgentCheck, uses_the_first_free_port)
 {
     const RunningService service(kPlant);
     const RemoteService first(0);
@@ -206,24 +206,24 @@ TEST(AgentCheck, takes_the_first_port_that_is_free)
     EXPECT_EQ(rows(ended.document()).at("show-current-server").at("reply"), "vncserver=127.0.0.1:2");
 }
 
-TEST(AgentCheck, takes_the_port_of_a_session)
+TEST(AgentCheck, uses_the_port_of_the_given_session)
 {
     const RunningService service(kPlant);
     EXPECT_EQ(rows(check({"--json", "--session", "7"}).document()).at("show-current-server").at("reply"),
               "vncserver=127.0.0.1:7");
 }
 
-TEST(AgentCheck, tells_a_port_that_is_in_use)
+TEST(AgentCheck, reports_a_port_in_use)
 {
     const RunningService service(kPlant);
     const RemoteService other(3);
     const Ended ended = check({"--session", "3"});
     EXPECT_EQ(ended.status, 5);
     EXPECT_EQ(ended.out, "");
-    EXPECT_EQ(ended.err, "kvoctl: can not listen at port 5853 of 127.0.0.1: Address already in use\n");
+    EXPECT_EQ(ended.err, "kvoctl: cannot listen on port 5853 of 127.0.0.1: Address already in use\n");
 }
 
-TEST(AgentCheck, tells_that_all_ports_are_in_use)
+TEST(AgentCheck, reports_that_all_ports_are_in_use)
 {
     const RunningService service(kPlant);
     std::vector<std::unique_ptr<RemoteService>> others;
@@ -232,17 +232,17 @@ TEST(AgentCheck, tells_that_all_ports_are_in_use)
     }
     const Ended ended = check({});
     EXPECT_EQ(ended.status, 5);
-    EXPECT_EQ(ended.err, "kvoctl: can not listen at any of the ports 5850 to 5859 of 127.0.0.1: Address already in use\n");
+    EXPECT_EQ(ended.err, "kvoctl: cannot listen on any of the ports 5850 to 5859 of 127.0.0.1: Address already in use\n");
 }
 
 // ---- The station ----
 
-TEST(AgentCheck, of_an_unknown_station_says_so)
+TEST(AgentCheck, reports_an_unknown_station)
 {
     const RunningService service(kPlant);
     const Ended ended = kvoctl({"agent", "check", "--focus-name", "Nowhere", "--json"});
     EXPECT_EQ(ended.status, 1);
-    EXPECT_THAT(ended.err, testing::StartsWith("kvoctl: agent check: the station in focus, \"Nowhere\", can not be read: "));
+    EXPECT_THAT(ended.err, testing::StartsWith("kvoctl: agent check: cannot read the station in focus, \"Nowhere\": "));
     EXPECT_EQ(ended.document().at("error").at("code"), 0);
 }
 
@@ -250,7 +250,7 @@ TEST(AgentCheck, needs_a_service)
 {
     const Ended ended = check({});
     EXPECT_EQ(ended.status, 3);
-    EXPECT_EQ(ended.err, "kvoctl: agent check: the station in focus, 10.0.0.5, can not be read: no service answers at "
+    EXPECT_EQ(ended.err, "kvoctl: agent check: cannot read the station in focus, 10.0.0.5: no service answers at "
                          "/tmp/kvo_hws/cmd_sock (result -2)\n" +
                              kNoServiceHint);
 }

@@ -1,4 +1,4 @@
-// "kvoctl agent run --exec": what the program is told, and what the remote side is answered.
+// "kvoctl agent run --exec": the program's environment, and the answer to the remote side.
 #include "tools/kvoctl/support/agents.h"
 #include "tools/kvoctl/support/script.h"
 
@@ -20,7 +20,7 @@ protected:
     RemoteService remote_{kSession};
 };
 
-TEST_F(AgentExec, gets_the_command_in_its_environment)
+TEST_F(AgentExec, passes_the_command_in_the_environment)
 {
     const Script script("env | grep -a ^KVO_AGENT_ | LC_ALL=C sort >> environment; echo >> environment; echo from the program");
     setenv("KVO_AGENT_ARGUMENT", "of an outer agent", 1);
@@ -38,7 +38,7 @@ TEST_F(AgentExec, gets_the_command_in_its_environment)
     EXPECT_THAT(agent.out(), HasSubstr("command keyword=\"stop-viewer\" answer=1\n"));
 }
 
-TEST_F(AgentExec, answers_by_its_exit_status)
+TEST_F(AgentExec, answers_with_the_exit_status_of_the_program)
 {
     const Script script("case $KVO_AGENT_KEYWORD in stop-viewer) exit 0;; activate-me) exit 1;; show-viewer-active) exit 2;;"
                         " *) kill -9 $$;; esac");
@@ -50,26 +50,26 @@ TEST_F(AgentExec, answers_by_its_exit_status)
     EXPECT_EQ(remote_.ask("set-darken=1"), "failed");
     EXPECT_EQ(agent.stop(), 0);
     const std::string complaint = "kvoctl: agent run: " + script.path() + " ";
-    EXPECT_THAT(lines(agent.err()), testing::ElementsAre(complaint + "ended with status 2 (event \"command\")",
-                                                         complaint + "was ended by signal 9 (event \"command\")"));
+    EXPECT_THAT(lines(agent.err()), testing::ElementsAre(complaint + "exited with status 2 (event \"command\")",
+                                                         complaint + "was killed by signal 9 (event \"command\")"));
     EXPECT_THAT(agent.out(), HasSubstr("command keyword=\"activate-me\" answer=0\n"
                                        "command keyword=\"show-viewer-active\" answer=-1\n"
                                        "command keyword=\"set-darken\" argument=\"1\" answer=-1\n"));
 }
 
-TEST_F(AgentExec, that_cannot_be_run_is_a_failure_of_the_host)
+TEST_F(AgentExec, answers_failed_if_the_program_cannot_be_run)
 {
     RunningAgent agent({"--exec", "/nowhere/program"});
     ASSERT_TRUE(remote_.accept());
     EXPECT_EQ(remote_.ask("stop-viewer"), "failed");
     EXPECT_EQ(agent.stop(), 0);
     EXPECT_EQ(agent.err(),
-              "kvoctl: agent run: /nowhere/program can not be run: No such file or directory (event \"command\")\n");
+              "kvoctl: agent run: /nowhere/program cannot be run: No such file or directory (event \"command\")\n");
 }
 
-TEST_F(AgentExec, that_hangs_does_not_keep_it_from_ending)
+TEST_F(AgentExec, ends_while_the_program_hangs)
 {
-    // Bounded, so that nothing is left behind for long.
+    // Bounded, so that no process remains for long.
     const Script script("touch hangs; exec sleep 20");
     RunningAgent agent({"--exec", script.path()});
     ASSERT_TRUE(remote_.accept());
@@ -78,7 +78,7 @@ TEST_F(AgentExec, that_hangs_does_not_keep_it_from_ending)
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(agent.stop(), 0);
     EXPECT_LT(std::chrono::steady_clock::now() - start, 10s);
-    EXPECT_EQ(agent.err(), "kvoctl: agent run: the agent has not ended in time; what it still waits for is left to itself\n");
+    EXPECT_EQ(agent.err(), "kvoctl: agent run: the agent did not end in time; kvoctl ends without waiting for it\n");
 }
 
 }  // namespace

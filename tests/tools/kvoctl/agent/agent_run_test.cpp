@@ -1,4 +1,4 @@
-// "kvoctl agent run": what it starts the agent with, what it shows and pushes, and how it ends.
+// "kvoctl agent run": its parameters, its output, the indications that it pushes, and its end.
 #include "tools/kvoctl/support/agents.h"
 
 #include <chrono>
@@ -18,7 +18,8 @@ using testing::HasSubstr;
 
 const std::string kStarted = R"(started focus="10.0.0.5" remote="127.0.0.1" port=5853)";
 
-/// Speaks, and waits until the agent has taken note of it, which it does behind its reply: with the second one it has.
+/// Sends a valid request and waits until the agent has recorded it. The agent does so after its reply, so the second reply
+/// proves it.
 void speak(RemoteService &remote)
 {
     EXPECT_EQ(remote.ask("ping"), "pong");
@@ -31,9 +32,9 @@ protected:
     RemoteService remote_{kSession};
 };
 
-// ---- What it is started with ----
+// ---- Parameters ----
 
-TEST_F(AgentRun, tells_what_it_was_given)
+TEST_F(AgentRun, reports_the_given_parameters)
 {
     RunningAgent agent({"--kvo-index", "7", "--screen", "Program = 1", "--channel", "4", "--suspend-lock", "5",
                         "--suspend-prio", "6", "--startup-active", "8", "--startup-prio", "9", "--mcp"});
@@ -49,7 +50,7 @@ TEST_F(AgentRun, tells_what_it_was_given)
     EXPECT_EQ(agent.stop(), 0);
 }
 
-TEST_F(AgentRun, leaves_the_rest_to_the_library)
+TEST_F(AgentRun, uses_the_defaults_of_the_library)
 {
     RunningAgent agent;
     ASSERT_TRUE(remote_.accept());
@@ -60,7 +61,7 @@ TEST_F(AgentRun, leaves_the_rest_to_the_library)
     EXPECT_THAT(service_.requests(), ElementsAre("getExDescByIP 0500000A\n", "getKVOt2m2n=0A000005\n"));
 }
 
-TEST_F(AgentRun, finds_the_station_by_its_name)
+TEST_F(AgentRun, finds_the_station_by_name)
 {
     RunningAgent agent({}, {"--focus-name", "st1"});
     ASSERT_TRUE(remote_.accept());
@@ -70,7 +71,7 @@ TEST_F(AgentRun, finds_the_station_by_its_name)
     EXPECT_THAT(lines(agent.out()).front(), R"(started focus="st1" remote="127.0.0.1" port=5853)");
 }
 
-// ---- What the host answers ----
+// ---- Answers of the host ----
 
 TEST_F(AgentRun, shows_every_command_of_the_host_with_its_answer)
 {
@@ -79,7 +80,7 @@ TEST_F(AgentRun, shows_every_command_of_the_host_with_its_answer)
     ASSERT_TRUE(remote_.accept());
     EXPECT_EQ(remote_.ask("042:stop-viewer"), "042:not running");
     EXPECT_EQ(remote_.ask("stop-viewer-preempt"), "failed");
-    EXPECT_EQ(remote_.ask("stop-viewer-noclean"), "ok") << "1 where nothing else is said";
+    EXPECT_EQ(remote_.ask("stop-viewer-noclean"), "ok") << "the default is 1";
     EXPECT_EQ(remote_.ask("activate-me"), "busy");
     EXPECT_EQ(remote_.ask("show-viewer-active"), "failed");
     EXPECT_EQ(remote_.ask("set-darken=1"), "ok");
@@ -96,7 +97,7 @@ TEST_F(AgentRun, shows_every_command_of_the_host_with_its_answer)
                             R"(command keyword="set-statusline" argument="1,2,Tool=\"7\"" answer=-7)"));
 }
 
-TEST_F(AgentRun, answers_all_other_commands_alike)
+TEST_F(AgentRun, uses_one_answer_for_all_other_commands)
 {
     RunningAgent agent(
         {"--answer-all", "no", "--answer", "stop-viewer=yes", "--answer", "set-darken=failed", "--answer", "set-darken=done"});
@@ -109,7 +110,7 @@ TEST_F(AgentRun, answers_all_other_commands_alike)
     EXPECT_EQ(agent.stop(), 0);
 }
 
-TEST_F(AgentRun, shows_objects_one_a_line)
+TEST_F(AgentRun, shows_one_json_object_per_line)
 {
     RunningAgent agent({"--json"});
     ASSERT_TRUE(remote_.accept());
@@ -126,9 +127,9 @@ TEST_F(AgentRun, shows_objects_one_a_line)
                     R"({"event":"command","keyword":"stop-viewer","answer":1})", R"({"event":"pushed","text":"one"})"));
 }
 
-// ---- What is pushed ----
+// ---- Pushed lines ----
 
-TEST_F(AgentRun, pushes_lines_once_the_remote_side_has_spoken)
+TEST_F(AgentRun, pushes_lines_after_the_first_valid_request)
 {
     RunningAgent agent;
     ASSERT_TRUE(remote_.accept());
@@ -144,7 +145,7 @@ TEST_F(AgentRun, pushes_lines_once_the_remote_side_has_spoken)
     EXPECT_EQ(agent.stop(), 0);
 }
 
-TEST_F(AgentRun, refuses_lines_that_the_protocol_cannot_carry)
+TEST_F(AgentRun, rejects_lines_that_the_protocol_cannot_carry)
 {
     RunningAgent agent;
     ASSERT_TRUE(remote_.accept());
@@ -156,16 +157,16 @@ TEST_F(AgentRun, refuses_lines_that_the_protocol_cannot_carry)
     EXPECT_EQ(remote_.line(), "I02:last\r\n");
     EXPECT_EQ(agent.stop(), 0);
     const std::vector<std::string> all = lines(agent.out());
-    const auto told = [](const std::string &text, const std::string &reason) {
+    const auto notPushed = [](const std::string &text, const std::string &reason) {
         return "not_pushed text=\"" + text + "\" reason=\"" + reason + "\"";
     };
     EXPECT_THAT(std::vector<std::string>(all.begin() + 2, all.end()),
-                ElementsAre("pushed text=\"" + longest + "\"", told(longest, "the line is longer than 250 bytes"),
-                            told("", "the line is empty"), told("a\\x00b", "the line holds a control character"),
-                            told("c\\x0D", "the line holds a control character"), "pushed text=\"last\""));
+                ElementsAre("pushed text=\"" + longest + "\"", notPushed(longest, "the line is longer than 250 bytes"),
+                            notPushed("", "the line is empty"), notPushed("a\\x00b", "the line contains a control character"),
+                            notPushed("c\\x0D", "the line contains a control character"), "pushed text=\"last\""));
 }
 
-TEST_F(AgentRun, goes_on_when_its_input_ends)
+TEST_F(AgentRun, continues_when_its_input_ends)
 {
     RunningAgent agent;
     ASSERT_TRUE(remote_.accept());
@@ -180,7 +181,7 @@ TEST_F(AgentRun, goes_on_when_its_input_ends)
 
 // ---- The connection ----
 
-TEST_F(AgentRun, tells_of_a_lost_connection_and_of_the_next_one)
+TEST_F(AgentRun, reports_a_lost_connection_and_the_next_one)
 {
     RunningAgent agent;
     ASSERT_TRUE(remote_.accept());
@@ -189,8 +190,8 @@ TEST_F(AgentRun, tells_of_a_lost_connection_and_of_the_next_one)
     remote_.close();
     const auto lost = std::chrono::steady_clock::now();
     ASSERT_TRUE(agent.hasWritten("connection_lost next_try_seconds=5\n"));
-    agent.type("nobody hears\n");
-    ASSERT_TRUE(agent.hasWritten(R"(not_pushed text="nobody hears" reason="there is no connection at the moment")"));
+    agent.type("no one hears\n");
+    ASSERT_TRUE(agent.hasWritten(R"(not_pushed text="no one hears" reason="the agent is not connected at the moment")"));
     ASSERT_TRUE(remote_.accept());
     const auto waited = std::chrono::steady_clock::now() - lost;
     EXPECT_GT(waited, 4s);
@@ -199,7 +200,7 @@ TEST_F(AgentRun, tells_of_a_lost_connection_and_of_the_next_one)
     ASSERT_TRUE(agent.hasWritten("stop-viewer"));
     EXPECT_EQ(agent.stop(), 0);
     EXPECT_THAT(lines(agent.out()),
-                ElementsAre(kStarted, "connected", "connection_lost next_try_seconds=5", HasSubstr("nobody hears"), "connected",
+                ElementsAre(kStarted, "connected", "connection_lost next_try_seconds=5", HasSubstr("no one hears"), "connected",
                             R"(command keyword="stop-viewer" answer=1)"));
 }
 
@@ -214,11 +215,11 @@ TEST(AgentRunAlone, waits_for_a_remote_service)
     EXPECT_EQ(agent.stop(), 0);
 }
 
-// ---- How it ends ----
+// ---- The end ----
 
 class AgentSignals : public testing::TestWithParam<int> {};
 
-TEST_P(AgentSignals, end_it_well)
+TEST_P(AgentSignals, end_it_with_status_0)
 {
     const ScriptedService service({knowsFocus()});
     RemoteService remote(kSession);
@@ -236,7 +237,7 @@ INSTANTIATE_TEST_SUITE_P(Each, AgentSignals, testing::Values(SIGINT, SIGTERM, SI
 
 struct Unreadable {
     std::string name;
-    std::vector<support::Script> service;  ///< none: nobody answers
+    std::vector<support::Script> service;  ///< none: no service runs
     Arguments focus;
     int status;
     std::string message;
@@ -248,7 +249,7 @@ std::ostream &operator<<(std::ostream &out, const Unreadable &row) { return out 
 
 class UnreadableStations : public testing::TestWithParam<Unreadable> {};
 
-TEST_P(UnreadableStations, end_it_with_a_reason)
+TEST_P(UnreadableStations, end_it_with_a_message)
 {
     const Unreadable &row = GetParam();
     std::optional<ScriptedService> service;
@@ -257,7 +258,7 @@ TEST_P(UnreadableStations, end_it_with_a_reason)
     }
     RunningAgent agent({"--json"}, row.focus);
     EXPECT_EQ(agent.wait(), row.status);
-    const std::string message = "the station in focus, " + row.message;
+    const std::string message = "cannot read the station in focus, " + row.message;
     EXPECT_EQ(agent.err(), "kvoctl: agent run: " + message + " (result " + std::to_string(row.result) + ")\n" + row.hint);
     const std::vector<std::string> written = lines(agent.out());
     ASSERT_EQ(written.size(), 2U) << agent.out();
@@ -266,35 +267,29 @@ TEST_P(UnreadableStations, end_it_with_a_reason)
 }
 
 const std::string kNoSuchStation =
-    "can not be read: no station has this address or name; \"kvoctl stations\" lists those that the service knows";
+    "no station has this address or name; \"kvoctl stations\" lists the stations that the service knows";
 
 const std::vector<Unreadable> kUnreadable = {
-    {"unknown_address", {support::replies("not found")}, kByAddress, 1, "10.0.0.5, " + kNoSuchStation, 0},
-    {"unknown_name", {support::replies("not found")}, {"--focus-name", "st 1"}, 1, "\"st 1\", " + kNoSuchStation, 0},
-    {"no_service",
-     {},
-     kByAddress,
-     3,
-     "10.0.0.5, can not be read: no service answers at /tmp/kvo_hws/cmd_sock",
-     -2,
-     kNoServiceHint},
+    {"unknown_address", {support::replies("not found")}, kByAddress, 1, "10.0.0.5: " + kNoSuchStation, 0},
+    {"unknown_name", {support::replies("not found")}, {"--focus-name", "st 1"}, 1, "\"st 1\": " + kNoSuchStation, 0},
+    {"no_service", {}, kByAddress, 3, "10.0.0.5: no service answers at /tmp/kvo_hws/cmd_sock", -2, kNoServiceHint},
     {"no_assignment",
      {support::acceptsAll({{"getExDescByIP 0500000A", kStationText}, {"getKVOt2m2n=0A000005", "failed"}})},
      kByAddress,
      4,
-     "10.0.0.5, can not be read: the service refused or answered something unknown",
+     "10.0.0.5: the service refused or answered something unknown",
      -1},
     {"refused_once",
      {support::replies("failed"), knowsFocus()},
      kByAddress,
      4,
-     "10.0.0.5, can not be read: the service did not answer in time, but does now; try again",
+     "10.0.0.5: the service did not answer in time, but answers now; try again",
      -1}};
 
 INSTANTIATE_TEST_SUITE_P(Rows, UnreadableStations, testing::ValuesIn(kUnreadable),
                          [](const auto &row) { return row.param.name; });
 
-TEST_F(AgentRun, ends_well_when_its_reader_goes_away)
+TEST_F(AgentRun, ends_with_status_0_when_its_output_is_closed)
 {
     Shell shell("(\"$KVOCTL\" agent run --focus 10.0.0.5 --remote 127.0.0.1 --session 3 < /dev/null; echo status $? >&2)"
                 " | head -2");
@@ -308,10 +303,10 @@ TEST_F(AgentRun, ends_when_its_output_is_full)
 {
     Shell shell("\"$KVOCTL\" agent run --focus 10.0.0.5 --remote 127.0.0.1 --session 3 < /dev/null > /dev/full");
     EXPECT_EQ(shell.wait(), 5);
-    EXPECT_EQ(shell.err(), "kvoctl: can not write to standard output: No space left on device\n");
+    EXPECT_EQ(shell.err(), "kvoctl: cannot write to standard output: No space left on device\n");
 }
 
-TEST_F(AgentRun, without_an_input_at_all_goes_on)
+TEST_F(AgentRun, continues_without_standard_input)
 {
     Shell shell("exec \"$KVOCTL\" agent run --focus 10.0.0.5 --remote 127.0.0.1 --session 3 <&-");
     ASSERT_TRUE(remote_.accept());

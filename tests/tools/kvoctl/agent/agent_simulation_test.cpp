@@ -1,4 +1,4 @@
-// Both programs together, as a person uses them: the simulator is the remote service of the agent, and tells it events.
+// Both programs together, as a user runs them: the simulator is the remote service of the agent, and publishes events.
 #include "tools/kvoctl/support/watching.h"
 #include "tools/kvosim/support/ended.h"
 
@@ -12,7 +12,7 @@ using kvosim_test::Ended;
 using kvosim_test::kvosimEnds;
 using testing::HasSubstr;
 
-/// Runs a line of the shell with a simulated service, in which $KVOCTL and $KVOSIM stand for the programs.
+/// Runs a shell command with a simulated service. $KVOCTL and $KVOSIM are the programs.
 Ended simulated(const Arguments &options, const std::string &line)
 {
     Arguments all{"run", "--plant", EXAMPLE_PLANT};
@@ -21,9 +21,9 @@ Ended simulated(const Arguments &options, const std::string &line)
     return kvosimEnds(all);
 }
 
-TEST(AgentSimulation, is_asked_and_driven_and_pushes)
+TEST(AgentSimulation, answers_the_simulated_remote_service)
 {
-    // The output's lines tell the script how far the agent is.
+    // The script follows the agent's progress in the lines of its output.
     const Ended ended = simulated({"--remote", "3"}, R"sh(
 "$KVOCTL" agent run --focus 10.0.0.5 --remote 127.0.0.1 --session 3 --kvo-index 7 --answer activate-me=busy < /dev/null |
 while read -r event rest; do
@@ -54,14 +54,14 @@ TEST(AgentSimulation, pushes_to_the_remote_service)
     EXPECT_THAT(ended.out, HasSubstr("I01:screen changed"));
 }
 
-TEST(AgentSimulation, is_checked_altogether)
+TEST(AgentSimulation, passes_the_whole_check)
 {
     const Ended ended = simulated({}, R"("$KVOCTL" agent check --focus-name 'Portal mill' --mcp --all)");
     EXPECT_EQ(ended.status, 0) << ended.out << ended.err;
-    EXPECT_THAT(ended.out, HasSubstr("60 commands, 60 asked, 0 not answered in form\n"));
+    EXPECT_THAT(ended.out, HasSubstr("60 commands, 60 sent, 0 without a valid reply\n"));
 }
 
-TEST(EventSimulation, shows_what_is_published)
+TEST(EventSimulation, shows_published_events)
 {
     const Ended ended = simulated({}, R"sh(
 out=$TMPDIR/out

@@ -1,5 +1,4 @@
-// Loaded before the C library, so that some replies of the agent leave it wrong: a check that finds nothing wrong with these is
-// none.
+// Replaces send of the C library and falsifies some replies of the agent, so that the test can prove that the check finds them.
 #include <string_view>
 #include <sys/socket.h>
 #include <sys/syscall.h>
@@ -31,7 +30,7 @@ std::string_view falsified(std::string_view part)
 
 }  // namespace
 
-// The agent sends its replies part by part.
+// The agent sends a reply in several parts.
 extern "C" ssize_t send(int socket, const void *bytes, std::size_t size, int flags)
 {
     const std::string_view part = falsified({static_cast<const char *>(bytes), size});

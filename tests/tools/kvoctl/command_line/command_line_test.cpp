@@ -1,4 +1,4 @@
-// The command line itself: what is refused before anything is asked, help, versions, --debug, and outputs that fail.
+// The command line itself: mistakes that are refused before a request is sent, help, versions, --debug, and failing output.
 #include "tools/kvoctl/support/kvoctl.h"
 
 #include "support/scripted_service.h"
@@ -17,7 +17,7 @@ using testing::HasSubstr;
 struct Refused {
     std::string name;
     Arguments arguments;
-    std::string command;  ///< the subcommand that is named; empty: none
+    std::string command;  ///< the subcommand that the message names; empty: none
     std::string meaning;
 };
 
@@ -25,7 +25,7 @@ std::ostream &operator<<(std::ostream &out, const Refused &row) { return out << 
 
 class Usage : public testing::TestWithParam<Refused> {};
 
-TEST_P(Usage, is_refused_before_anything_is_asked)
+TEST_P(Usage, is_refused_before_a_request_is_sent)
 {
     const auto &[name, arguments, command, meaning] = GetParam();
     const ScriptedService service({support::replies("ok")});
@@ -68,25 +68,28 @@ const std::vector<Refused> kRefused = {
     {"timeout_of_words",
      {"stations", "--current", "--lock-timeout", "soon"},
      "stations",
-     R"(--lock-timeout: "soon" is no number of whole seconds)"},
-    {"negative_wait", {"ready", "--wait", "-1"}, "ready", R"(--wait: "-1" is no number of whole seconds)"},
-    {"too_long_a_wait", {"ready", "--wait", "4294967296"}, "ready", R"(--wait: "4294967296" is no number of whole seconds)"},
-    {"half_a_second", {"ready", "--wait", "0.5"}, "ready", R"(--wait: "0.5" is no number of whole seconds)"},
+     R"(--lock-timeout: "soon" is not a whole number of seconds)"},
+    {"negative_wait", {"ready", "--wait", "-1"}, "ready", R"(--wait: "-1" is not a whole number of seconds)"},
+    {"too_long_a_wait", {"ready", "--wait", "4294967296"}, "ready", R"(--wait: "4294967296" is not a whole number of seconds)"},
+    {"half_a_second", {"ready", "--wait", "0.5"}, "ready", R"(--wait: "0.5" is not a whole number of seconds)"},
     {"no_station", {"station"}, "station", "STATION is required"},
-    {"empty_station", {"station", ""}, "station", "STATION: a station's name or address can not be empty"},
+    {"empty_station", {"station", ""}, "station", "STATION: a station's name or address cannot be empty"},
     {"station_0", {"station", "0.0.0.0"}, "station", "no station has the address 0.0.0.0"},
-    {"line_feed_in_a_name", {"station", "a\nkillDaemon"}, "station", R"(STATION: "a\x0AkillDaemon" holds a control character)"},
-    {"tab_in_a_name", {"brightness", "a\tb", "on"}, "brightness", R"(STATION: "a\x09b" holds a control character)"},
-    {"delete_in_a_name", {"station", "a\x7F"}, "station", R"(STATION: "a\x7F" holds a control character)"},
+    {"line_feed_in_a_name",
+     {"station", "a\nkillDaemon"},
+     "station",
+     R"(STATION: "a\x0AkillDaemon" contains a control character)"},
+    {"tab_in_a_name", {"brightness", "a\tb", "on"}, "brightness", R"(STATION: "a\x09b" contains a control character)"},
+    {"delete_in_a_name", {"station", "a\x7F"}, "station", R"(STATION: "a\x7F" contains a control character)"},
     {"too_long_a_name", {"station", std::string(260, 'n')}, "station", "STATION: a station's name has at most 259 bytes"},
-    {"dim_backlight", {"backlight", "dim"}, "backlight", R"(STATE: "dim" is none of on, off)"},
-    {"numbered_backlight", {"backlight", "1"}, "backlight", R"(STATE: "1" is none of on, off)"},
+    {"dim_backlight", {"backlight", "dim"}, "backlight", R"(STATE: "dim" is not one of on, off)"},
+    {"numbered_backlight", {"backlight", "1"}, "backlight", R"(STATE: "1" is not one of on, off)"},
     {"brightness_of_nothing", {"brightness", "10.0.0.5"}, "brightness", "STATE is required"},
-    {"debug_level_3", {"debug-level", "3"}, "debug-level", R"(LEVEL: "3" is none of none, 1, 2, I, II)"}};
+    {"debug_level_3", {"debug-level", "3"}, "debug-level", R"(LEVEL: "3" is not one of none, 1, 2, I, II)"}};
 
 INSTANTIATE_TEST_SUITE_P(Rows, Usage, testing::ValuesIn(kRefused), [](const auto &row) { return row.param.name; });
 
-TEST(Usage, shows_the_help_on_standard_error_where_the_command_is_missing)
+TEST(Usage, shows_the_help_on_standard_error_if_the_command_is_missing)
 {
     for (const Arguments &family : {Arguments{}, Arguments{"usb"}, Arguments{"usb", "lock"}}) {
         Arguments asking = family;
@@ -98,19 +101,19 @@ TEST(Usage, shows_the_help_on_standard_error_where_the_command_is_missing)
     }
 }
 
-TEST(Usage, without_a_command_is_one_document_too)
+TEST(Usage, without_a_command_is_one_json_document)
 {
     EXPECT_EQ(kvoctl({"--json"}).document(), Json::parse(R"({"error": {"code": null, "meaning": "a command is missing"}})"));
 }
 
-TEST(Usage, is_one_document_without_a_result_code_in_json)
+TEST(Usage, is_one_json_document_without_a_result_code)
 {
     const Ended ended = kvoctl({"backlight", "dim", "--json"});
     EXPECT_EQ(ended.status, 2);
-    EXPECT_EQ(ended.document(), Json::parse(R"({"error": {"code": null, "meaning": "STATE: \"dim\" is none of on, off"}})"));
+    EXPECT_EQ(ended.document(), Json::parse(R"({"error": {"code": null, "meaning": "STATE: \"dim\" is not one of on, off"}})"));
 }
 
-TEST(GlobalOptions, stand_before_or_behind_the_subcommand)
+TEST(GlobalOptions, are_accepted_before_and_after_the_subcommand)
 {
     const ScriptedService service({support::replies("yes")});
     for (const Arguments &arguments : {Arguments{"--json", "ready"}, Arguments{"ready", "--json"}}) {
@@ -118,7 +121,7 @@ TEST(GlobalOptions, stand_before_or_behind_the_subcommand)
     }
 }
 
-TEST(GlobalOptions, behind_two_dashes_are_names)
+TEST(GlobalOptions, after_two_dashes_are_names)
 {
     const ScriptedService service({support::replies("not found")});
     const Ended ended = kvoctl({"station", "--", "--json"});
@@ -127,7 +130,7 @@ TEST(GlobalOptions, behind_two_dashes_are_names)
     EXPECT_EQ(service.requests().front(), "getExDescByName --json\n");
 }
 
-TEST(Help, shows_every_subcommand_by_family_and_the_exit_statuses)
+TEST(Help, lists_the_subcommands_by_family_and_the_exit_statuses)
 {
     const Ended ended = kvoctl({"--help"});
     EXPECT_EQ(ended.status, 0);
@@ -148,7 +151,7 @@ TEST(Help, has_examples_for_every_subcommand)
     }
 }
 
-TEST(Help, is_a_command_too)
+TEST(Help, is_also_a_command)
 {
     EXPECT_EQ(kvoctl({"help"}).out, kvoctl({"--help"}).out);
     EXPECT_EQ(kvoctl({"--json", "help"}).out, kvoctl({"--help"}).out);
@@ -159,14 +162,14 @@ TEST(Help, is_a_command_too)
     EXPECT_THAT(kvoctl({"help", "help"}).out, testing::StartsWith("Show this help, or the help of a command\n"));
 }
 
-/// The help of @p command and of all inside it.
+/// Checks the help of @p command and of all its subcommands.
 void expectHelpThatFits(const Json &command, Arguments words)
 {
     words.insert(words.begin(), "help");
     std::istringstream help(kvoctl(words).out);
     words.erase(words.begin());
     for (std::string line; std::getline(help, line);) {
-        EXPECT_TRUE(line.size() <= 80 || line.starts_with("  kvo")) << line;  // examples are copied, and stay whole
+        EXPECT_TRUE(line.size() <= 80 || line.starts_with("  kvo")) << line;  // users copy examples, so they stay whole
     }
     for (const Json &inner : command.at("commands")) {
         words.push_back(inner.at("name"));
@@ -175,17 +178,14 @@ void expectHelpThatFits(const Json &command, Arguments words)
     }
 }
 
-TEST(Help, fits_80_columns_where_nothing_says_how_many_there_are)
-{
-    expectHelpThatFits(kvoctl({"complete", "--structure"}).document(), {});
-}
+TEST(Help, fits_80_columns_by_default) { expectHelpThatFits(kvoctl({"complete", "--structure"}).document(), {}); }
 
-TEST(Help, goes_by_the_terminal_and_then_by_columns)
+TEST(Help, uses_the_width_of_the_terminal_and_then_columns)
 {
-    const std::string folded = "  --debug                     Write the library's debug messages on standard\n"
+    const std::string folded = "  --debug                     Write the library's debug messages to standard\n"
                                "                              error\n";
-    const std::string whole = "  --debug                     Write the library's debug messages on standard error\n";
-    const std::string narrow = "  --debug\n      Write the library's debug messages\n      on standard error\n";
+    const std::string whole = "  --debug                     Write the library's debug messages to standard error\n";
+    const std::string narrow = "  --debug\n      Write the library's debug messages\n      to standard error\n";
     EXPECT_THAT(kvoctl({"--help"}, {.terminal = 80}).out, HasSubstr(folded));
     EXPECT_THAT(kvoctl({"--help"}, {.terminal = 100, .environment = {"COLUMNS=80"}}).out, HasSubstr(whole));
     EXPECT_THAT(kvoctl({"--help"}, {.terminal = 40}).out, HasSubstr(narrow));
@@ -193,16 +193,16 @@ TEST(Help, goes_by_the_terminal_and_then_by_columns)
     EXPECT_THAT(kvoctl({"--help"}, {.environment = {"COLUMNS=wide"}}).out, HasSubstr(folded));
 }
 
-TEST(Version, of_the_program_asks_nobody)
+TEST(Version, of_the_program_needs_no_service)
 {
     const Ended ended = kvoctl({"--version"});
     EXPECT_EQ(ended.status, 0);
     EXPECT_EQ(ended.out, "kvoctl " KVOCTL_VERSION " (library V%#.%#.#%.#%)\n"
-                         "The library reports \"V%#.%#.#%.#%\" in every version: programs compare it whole. "
+                         "The library reports \"V%#.%#.#%.#%\" in every version, because programs compare the whole text. "
                          "This is " KVOCTL_VERSION ".\n");
 }
 
-TEST(Debug, shows_the_library_s_messages_once_each_and_leaves_standard_output_alone)
+TEST(Debug, shows_the_library_s_messages_once_and_does_not_change_standard_output)
 {
     const ScriptedService service({support::replies("failed")});
     const Ended ended = kvoctl({"--debug", "--json", "ready"});
@@ -215,7 +215,7 @@ TEST(Debug, shows_the_library_s_messages_once_each_and_leaves_standard_output_al
     EXPECT_EQ(ended.err.find(message), ended.err.rfind(message));
 }
 
-TEST(Debug, escapes_what_the_service_sent)
+TEST(Debug, escapes_replies_of_the_service)
 {
     const ScriptedService service({support::replies("\x1B[2J")});
     const Ended ended = kvoctl({"--debug", "version"});
@@ -230,13 +230,13 @@ TEST(Debug, is_off_by_default)
     EXPECT_EQ(kvoctl({"ready"}).err, "");
 }
 
-TEST(Output, that_cannot_be_written_is_a_failure)
+TEST(Output, that_cannot_be_written_is_an_error)
 {
     const ScriptedService service({support::replies("yes")});
     for (const Arguments &arguments : {Arguments{"ready"}, Arguments{"ready", "--json"}, Arguments{"--help"}}) {
         const Ended ended = kvoctl(arguments, {.outputFile = "/dev/full"});
         EXPECT_EQ(ended.status, 5);
-        EXPECT_EQ(ended.err, "kvoctl: can not write to standard output: No space left on device\n");
+        EXPECT_EQ(ended.err, "kvoctl: cannot write to standard output: No space left on device\n");
     }
 }
 

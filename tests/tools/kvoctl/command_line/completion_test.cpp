@@ -1,4 +1,4 @@
-// What the program answers shells that complete its command lines.
+// The answers to shells that complete command lines.
 #include "tools/kvoctl/support/kvoctl.h"
 #include "tools/kvosim/support/running_service.h"
 
@@ -18,7 +18,7 @@ using testing::Not;
 
 struct Answer {
     std::string kind;
-    std::vector<std::string> candidates;  ///< with their meanings, behind a tab
+    std::vector<std::string> candidates;  ///< each with a tab and its meaning
 };
 
 Answer complete(Arguments words)
@@ -47,8 +47,8 @@ std::vector<std::string> wordsOf(const Answer &answer)
 
 std::string longestName(const Json &option) { return option.at("names").back().get<std::string>(); }
 
-/// Everything that the help has is offered: a new command or option can not be forgotten.
-void expectAllOffered(const Json &command, Arguments path)
+/// Checks that every command and option of the help is a candidate, so that a new one cannot be forgotten.
+void expectAllAreCandidates(const Json &command, Arguments path)
 {
     path.emplace_back("-");
     const auto options = wordsOf(complete(path));
@@ -63,26 +63,26 @@ void expectAllOffered(const Json &command, Arguments path)
     for (const Json &inner : command.at("commands")) {
         EXPECT_THAT(words, Contains(inner.at("name")));
         path.push_back(inner.at("name"));
-        expectAllOffered(inner, path);
+        expectAllAreCandidates(inner, path);
         path.pop_back();
     }
 }
 
-TEST(Completion, offers_every_command_and_option)
+TEST(Completion, lists_every_command_and_option)
 {
     const Json structure = kvoctl({"complete", "--structure"}).document();
     ASSERT_GT(structure.at("commands").size(), 20U);
-    expectAllOffered(structure, {});
+    expectAllAreCandidates(structure, {});
 }
 
-TEST(Completion, is_silent_without_a_service)
+TEST(Completion, is_empty_without_a_service)
 {
     const Answer answer = complete({"station", ""});
     EXPECT_EQ(answer.kind, "words");
     EXPECT_THAT(answer.candidates, IsEmpty());
 }
 
-TEST(Completion, waits_no_longer_than_a_second_for_a_silent_service)
+TEST(Completion, waits_at_most_a_second_for_a_silent_service)
 {
     const RunningService service("[[faults]]\nkind = \"silent\"\n");
     const auto begin = std::chrono::steady_clock::now();
@@ -90,7 +90,7 @@ TEST(Completion, waits_no_longer_than_a_second_for_a_silent_service)
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(3));
 }
 
-TEST(Completion, offers_stations_by_address_and_name)
+TEST(Completion, lists_stations_by_address_and_name)
 {
     const RunningService service("[[station]]\naddress = \"10.0.0.5\"\nname = \"Lathe 1\"\n");
     EXPECT_THAT(complete({"station", ""}).candidates, ElementsAre("10.0.0.5\tLathe 1", "Lathe 1\t10.0.0.5"));
@@ -102,14 +102,14 @@ TEST(Completion, offers_stations_by_address_and_name)
     EXPECT_THAT(complete({"station", "Lathe 1", ""}).candidates, Not(Contains("10.0.0.5\tLathe 1"))) << "one station is enough";
 }
 
-TEST(Completion, takes_no_name_for_an_option)
+TEST(Completion, does_not_list_names_that_look_like_options)
 {
     const RunningService service("[[station]]\naddress = \"10.0.0.5\"\nname = \"-x\"\n");
     EXPECT_THAT(wordsOf(complete({"station", ""})), ElementsAre("10.0.0.5"));
     EXPECT_THAT(wordsOf(complete({"station", "--", ""})), ElementsAre("10.0.0.5", "-x"));
 }
 
-TEST(Completion, offers_an_option_once_and_no_other_that_it_excludes)
+TEST(Completion, lists_neither_given_options_nor_those_that_they_exclude)
 {
     const auto options = wordsOf(complete({"stations", "--extended", "--"}));
     EXPECT_THAT(options, Contains("--json"));
@@ -125,11 +125,11 @@ TEST(Completion, knows_which_argument_is_a_file)
     EXPECT_EQ(complete({"usb", "watch", "--exec", "x", ""}).kind, "words");
 }
 
-TEST(Completion, leaves_wrong_lines_alone)
+TEST(Completion, is_empty_for_wrong_command_lines)
 {
     EXPECT_THAT(complete({"no-such-command", ""}).kind, "words");
     EXPECT_THAT(complete({"stations", "--no-such-option=x"}).candidates, IsEmpty());
-    EXPECT_EQ(kvoctl({"complete"}).status, 2) << "nobody but a shell asks so";
+    EXPECT_EQ(kvoctl({"complete"}).status, 2) << "only a shell sends the whole request";
 }
 
 }  // namespace

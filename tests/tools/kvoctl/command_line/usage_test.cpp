@@ -1,5 +1,5 @@
-// What every subcommand refuses before anything is asked, and that each explains itself.
-#include "tools/kvoctl/support/journeys.h"
+// Mistakes that each subcommand refuses before it sends a request, and the help of each subcommand.
+#include "tools/kvoctl/support/function_commands.h"
 #include "tools/kvoctl/support/kvoctl.h"
 #include "tools/kvosim/support/temporary_directory.h"
 
@@ -41,7 +41,7 @@ Arguments words(const std::string &command)
     return list;
 }
 
-/// Runs @p command with @p arguments, which must be refused unasked.
+/// Runs @p command with @p arguments, and expects that it refuses them without a request.
 void expectRefused(const std::string &command, const Arguments &arguments, const std::string &meaning)
 {
     const ScriptedService service({support::replies("ok")});
@@ -54,13 +54,13 @@ void expectRefused(const std::string &command, const Arguments &arguments, const
     EXPECT_EQ(service.requests(), std::vector<std::string>{});
 }
 
-TEST_P(WrongValue, is_refused_before_anything_is_asked)
+TEST_P(WrongValue, is_refused_before_a_request_is_sent)
 {
     const Wrong &row = GetParam();
     expectRefused(row.command, row.arguments, row.meaning);
 }
 
-/// A right agent, with something wrong behind.
+/// Valid arguments of an agent, followed by more, which are wrong.
 Arguments agent(const Arguments &more)
 {
     Arguments all{"--focus", "10.0.0.5", "--remote", "127.0.0.1", "--session", "3"};
@@ -70,18 +70,18 @@ Arguments agent(const Arguments &more)
 
 const std::string kAnswerWords = "neither a whole number nor one of done, yes, no, not-running, busy, failed";
 
-const std::string kAllOrNone = "all values are needed to set it, or none to show it";
+const std::string kAllOrNone = "give all values to set it, or none to show it";
 
 const std::vector<Wrong> kWrongValues = {
     {"unknown_viewer_command", "viewer", {"play"}, R"("play" is not a command)"},
     {"unknown_lock_command", "usb lock", {"open"}, R"("open" is not a command)"},
-    {"a_command_of_another_family", "viewer", {"stations"}, R"("stations" is not a command; did you mean "stations"?)"},
+    {"command_of_another_family", "viewer", {"stations"}, R"("stations" is not a command; did you mean "stations"?)"},
     {"viewer_of_two_parts", "viewer start", {"10.0.0.5", "a", "b"}, "PART3 is required"},
-    {"viewer_part_with_a_quote", "viewer start", {"10.0.0.5", "a\"", "b", "c"}, "PART1: a double quote can not be sent"},
+    {"viewer_part_with_a_quote", "viewer start", {"10.0.0.5", "a\"", "b", "c"}, "PART1: a double quote cannot be sent"},
     {"viewer_part_with_a_line_feed",
      "viewer start",
      {"10.0.0.5", "a", "b\nkillDaemon", "c"},
-     R"(PART2: "b\x0AkillDaemon" holds a control character)"},
+     R"(PART2: "b\x0AkillDaemon" contains a control character)"},
     {"viewer_part_that_is_too_long",
      "viewer start",
      {"10.0.0.5", "a", "b", std::string(301, 'c')},
@@ -89,32 +89,32 @@ const std::vector<Wrong> kWrongValues = {
     {"viewer_number_of_words",
      "viewer start-configured",
      {"10.0.0.5", "cfg", "three"},
-     R"(NUMBER: "three" is no whole number from 0 to 4294967295)"},
+     R"(NUMBER: "three" is not a whole number from 0 to 4294967295)"},
     {"two_ways_to_stop", "viewer stop", {"10.0.0.5", "--preempt", "--no-clean"}, "--preempt excludes --no-clean"},
     {"negative_status_value",
      "viewer status-line",
      {"10.0.0.5", "-1", "2", "x"},
-     R"(VALUE1: "-1" is no whole number from 0 to 4294967295)"},
-    {"brightness_of_101", "panel brightness", {"10.0.0.5", "101"}, R"(PERCENT: "101" is no whole number from 0 to 100)"},
+     R"(VALUE1: "-1" is not a whole number from 0 to 4294967295)"},
+    {"brightness_of_101", "panel brightness", {"10.0.0.5", "101"}, R"(PERCENT: "101" is not a whole number from 0 to 100)"},
     {"brightness_in_hexadecimal",
      "panel brightness",
      {"10.0.0.5", "0x10"},
-     R"(PERCENT: "0x10" is no whole number from 0 to 100)"},
-    {"brightness_mode_2", "panel brightness-v2", {"10.0.0.5", "2"}, R"(MODE: "2" is no whole number from 0 to 1)"},
+     R"(PERCENT: "0x10" is not a whole number from 0 to 100)"},
+    {"brightness_mode_2", "panel brightness-v2", {"10.0.0.5", "2"}, R"(MODE: "2" is not a whole number from 0 to 1)"},
     {"brightness_v2_of_101",
      "panel brightness-v2",
      {"10.0.0.5", "0", "101"},
-     R"(PERCENT: "101" is no whole number from 0 to 100)"},
-    {"numlock_by_number", "panel numlock", {"10.0.0.5", "1"}, R"(STATE: "1" is none of enabled, disabled)"},
-    {"capslock_on", "panel capslock", {"10.0.0.5", "on"}, R"(STATE: "on" is none of enabled, disabled)"},
-    {"sw_capslock_2", "panel sw-capslock", {"10.0.0.5", "2"}, R"(STATE: "2" is no whole number from -1 to 1)"},
-    {"rv4_mode_1", "panel rv4-mode", {"10.0.0.5", "1"}, R"(MODE: "1" is none of auto, individual)"},
-    {"negative_mcp_address", "address mcp", {"10.0.0.5", "-1"}, R"(ADDRESS: "-1" is no whole number from 0 to 4294967295)"},
-    {"dck_yes", "address dck-enable", {"10.0.0.5", "yes"}, R"(STATE: "yes" is none of on, off)"},
-    {"cks_index_256", "address cks-index", {"10.0.0.5", "256"}, R"(INDEX: "256" is no whole number from 0 to 255)"},
+     R"(PERCENT: "101" is not a whole number from 0 to 100)"},
+    {"numlock_by_number", "panel numlock", {"10.0.0.5", "1"}, R"(STATE: "1" is not one of enabled, disabled)"},
+    {"capslock_on", "panel capslock", {"10.0.0.5", "on"}, R"(STATE: "on" is not one of enabled, disabled)"},
+    {"sw_capslock_2", "panel sw-capslock", {"10.0.0.5", "2"}, R"(STATE: "2" is not a whole number from -1 to 1)"},
+    {"rv4_mode_1", "panel rv4-mode", {"10.0.0.5", "1"}, R"(MODE: "1" is not one of auto, individual)"},
+    {"negative_mcp_address", "address mcp", {"10.0.0.5", "-1"}, R"(ADDRESS: "-1" is not a whole number from 0 to 4294967295)"},
+    {"dck_yes", "address dck-enable", {"10.0.0.5", "yes"}, R"(STATE: "yes" is not one of on, off)"},
+    {"cks_index_256", "address cks-index", {"10.0.0.5", "256"}, R"(INDEX: "256" is not a whole number from 0 to 255)"},
     {"half_a_key", "address simulate-key", {"10.0.0.5", "12"}, "VALUE2 is required"},
-    {"find_nothing", "address find", {}, "one of --mcp, --dck and --kvo-index is needed"},
-    {"find_two", "address find", {"--mcp", "1", "--dck", "2"}, "one of --mcp, --dck and --kvo-index is needed"},
+    {"find_nothing", "address find", {}, "give exactly one of --mcp, --dck and --kvo-index"},
+    {"find_two", "address find", {"--mcp", "1", "--dck", "2"}, "give exactly one of --mcp, --dck and --kvo-index"},
     {"channel_info_that_is_too_long",
      "channel-info set",
      {"10.0.0.5", std::string(231, 'i')},
@@ -124,50 +124,52 @@ const std::vector<Wrong> kWrongValues = {
     {"threshold_of_minus_two",
      "touch calibration",
      {"10.0.0.5", "-2", "0"},
-     R"(THRESHOLD: "-2" is no whole number from -1 to 2147483647)"},
-    {"nonlinear_of_two", "touch calibration", {"10.0.0.5", "0", "2"}, R"(NONLINEAR: "2" is no whole number from -1 to 1)"},
+     R"(THRESHOLD: "-2" is not a whole number from -1 to 2147483647)"},
+    {"nonlinear_of_two", "touch calibration", {"10.0.0.5", "0", "2"}, R"(NONLINEAR: "2" is not a whole number from -1 to 1)"},
     {"half_a_lock", "usb lock set", {"1"}, "SECOND is required"},
     {"lock_of_no_station", "usb lock set", {"1", "0"}, "name the stations, or give --all for every station"},
-    {"lock_of_all_and_one", "usb lock set", {"1", "0", "--all", "10.0.0.5"}, "--all is for every station; name none"},
-    {"connectors_of_two", "usb connectors", {"10.0.0.5", "10.0.0.6"}, "one station at most"},
+    {"lock_of_all_and_one", "usb lock set", {"1", "0", "--all", "10.0.0.5"}, "--all means every station; do not name any"},
+    {"connectors_of_two", "usb connectors", {"10.0.0.5", "10.0.0.6"}, "give at most one station"},
     {"watch_of_a_station", "usb watch", {"10.0.0.5"}, R"(unexpected argument "10.0.0.5")"},
     {"exec_of_nothing", "usb watch", {"--exec"}, "--exec: 1 required PROGRAM missing"},
-    {"agent_of_nobody", "agent run", {"--remote", "127.0.0.1", "--session", "3"}, "one of --focus and --focus-name is needed"},
+    {"agent_without_a_station", "agent run", {"--remote", "127.0.0.1", "--session", "3"}, "give --focus or --focus-name"},
     {"agent_without_a_remote_service", "agent run", {"--focus", "10.0.0.5", "--session", "3"}, "--remote is required"},
     {"agent_without_a_session", "agent run", {"--focus", "10.0.0.5", "--remote", "127.0.0.1"}, "--session is required"},
     {"agent_of_two_stations", "agent run", agent({"--focus-name", "st1"}), "--focus excludes --focus-name"},
     {"agent_of_a_short_address",
      "agent run",
      {"--focus", "10.5", "--remote", "127.0.0.1", "--session", "3"},
-     R"(--focus: "10.5" is no dotted IPv4 address)"},
-    {"agent_of_an_address_of_nobody",
+     R"(--focus: "10.5" is not a dotted IPv4 address)"},
+    {"agent_of_address_0",
      "agent run",
      {"--focus", "0.0.0.0", "--remote", "127.0.0.1", "--session", "3"},
-     "--focus: 0.0.0.0 is nobody's address"},
+     "--focus: 0.0.0.0 is not the address of a host"},
     {"agent_of_a_remote_name",
      "agent run",
      {"--focus", "10.0.0.5", "--remote", "panel", "--session", "3"},
-     R"(--remote: "panel" is no dotted IPv4 address)"},
+     R"(--remote: "panel" is not a dotted IPv4 address)"},
     {"agent_of_session_10",
      "agent run",
      {"--focus", "10.0.0.5", "--remote", "127.0.0.1", "--session", "10"},
-     R"(--session: "10" is no whole number from 0 to 9)"},
-    {"agent_with_a_torn_name",
+     R"(--session: "10" is not a whole number from 0 to 9)"},
+    {"agent_with_a_line_feed_in_the_name",
      "agent run",
      {"--focus-name", "a\nmcpFlag=1", "--remote", "127.0.0.1", "--session", "3"},
-     R"(--focus-name: "a\x0AmcpFlag=1" holds a control character)"},
+     R"(--focus-name: "a\x0AmcpFlag=1" contains a control character)"},
     {"agent_with_an_empty_name",
      "agent run",
      {"--focus-name", "", "--remote", "127.0.0.1", "--session", "3"},
      "--focus-name: the text is empty"},
     {"agent_with_a_long_screen", "agent run", agent({"--screen", std::string(128, 's')}),
-     "--screen: at most 127 bytes are taken"},
-    {"agent_with_a_torn_screen", "agent run", agent({"--screen", "a\nb"}), R"(--screen: "a\x0Ab" holds a control character)"},
+     "--screen: at most 127 bytes are allowed"},
+    {"agent_with_a_line_feed_in_the_screen", "agent run", agent({"--screen", "a\nb"}),
+     R"(--screen: "a\x0Ab" contains a control character)"},
     {"agent_of_a_negative_index", "agent run", agent({"--kvo-index", "-1"}),
-     R"(--kvo-index: "-1" is no whole number from 0 to 4294967295)"},
-    {"answer_without_a_command", "agent run", agent({"--answer", "done"}), R"(--answer: "done" is no COMMAND=ANSWER)"},
+     R"(--kvo-index: "-1" is not a whole number from 0 to 4294967295)"},
+    {"answer_without_a_command", "agent run", agent({"--answer", "done"}),
+     R"(--answer: "done" is not of the form COMMAND=ANSWER)"},
     {"answer_to_an_unknown_command", "agent run", agent({"--answer", "ping=1"}),
-     R"(--answer: "ping" is none of stop-viewer, stop-viewer-preempt, stop-viewer-noclean, activate-me, )"
+     R"(--answer: "ping" is not one of stop-viewer, stop-viewer-preempt, stop-viewer-noclean, activate-me, )"
      "show-viewer-active, set-darken, set-statusline"},
     {"unknown_answer", "agent run", agent({"--answer", "stop-viewer=perhaps"}), R"(--answer: "perhaps" is )" + kAnswerWords},
     {"unknown_answer_to_all", "agent run", agent({"--answer-all", "1x"}), R"(--answer-all: "1x" is )" + kAnswerWords},
@@ -176,28 +178,31 @@ const std::vector<Wrong> kWrongValues = {
      "agent check",
      {"--focus", "10.0.0.5", "--remote", "127.0.0.1"},
      R"("--remote" is not an option)"},
-    {"check_of_nobody", "agent check", {}, "one of --focus and --focus-name is needed"},
+    {"check_without_a_station", "agent check", {}, "give --focus or --focus-name"},
     {"events_of_a_station", "events watch", {"10.0.0.5"}, R"(unexpected argument "10.0.0.5")"},
     {"unknown_metric",
      "metrics",
      {"10.0.0.5", "weight"},
-     R"(NAME: "weight" is none of oem-layout, softkey-type, keyboard-caps, dpi, hardware-caps, rotation)"},
-    {"decimal_looking_flags", "clients", {"--flags", "0x1F"}, R"(--flags: "0x1F" is no hexadecimal number)"},
-    {"too_many_flags", "clients", {"--flags", "10000000000000000"}, R"(--flags: "10000000000000000" is no hexadecimal number)"},
+     R"(NAME: "weight" is not one of oem-layout, softkey-type, keyboard-caps, dpi, hardware-caps, rotation)"},
+    {"decimal_looking_flags", "clients", {"--flags", "0x1F"}, R"(--flags: "0x1F" is not a hexadecimal number)"},
+    {"too_many_flags",
+     "clients",
+     {"--flags", "10000000000000000"},
+     R"(--flags: "10000000000000000" is not a hexadecimal number)"},
     {"lock_of_a_station", "registry lock", {"10.0.0.5"}, R"(unexpected argument "10.0.0.5")"},
-    {"page_of_nobody", "panel show", {"0.0.0.0"}, "no station has the address 0.0.0.0"},
-    {"station_with_a_tab", "panel type", {"a\tb"}, R"(STATION: "a\x09b" holds a control character)"},
+    {"page_of_address_0", "panel show", {"0.0.0.0"}, "no station has the address 0.0.0.0"},
+    {"station_with_a_tab", "panel type", {"a\tb"}, R"(STATION: "a\x09b" contains a control character)"},
     {"doctor_of_a_station", "doctor", {"10.0.0.5"}, R"(unexpected argument "10.0.0.5")"}};
 
 INSTANTIATE_TEST_SUITE_P(Rows, WrongValue, testing::ValuesIn(kWrongValues), [](const auto &row) { return row.param.name; });
 
-// ---- All subcommands alike ----
+// ---- All subcommands ----
 
 std::set<std::string> allCommands()
 {
     std::set<std::string> commands{"agent check", "doctor", "panel show"};
-    for (const Journey &journey : journeys()) {
-        commands.insert(journey.command);
+    for (const FunctionCommand &row : functionCommands()) {
+        commands.insert(row.command);
     }
     return commands;
 }
@@ -214,7 +219,7 @@ TEST_P(EveryCommand, has_examples_in_its_help)
     EXPECT_THAT(ended.out, HasSubstr("Examples:\n  kvoctl " + GetParam()));
 }
 
-TEST_P(EveryCommand, refuses_an_option_that_it_does_not_know)
+TEST_P(EveryCommand, refuses_an_unknown_option)
 {
     const ScriptedService service({support::replies("ok")});
     Arguments arguments = words(GetParam());

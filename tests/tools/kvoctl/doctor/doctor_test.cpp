@@ -1,4 +1,4 @@
-// Every finding of "kvoctl doctor", each made to happen.
+// Every finding of "kvoctl doctor", each with a fault that causes it.
 #include "tools/kvoctl/support/kvoctl.h"
 #include "tools/kvosim/support/running_service.h"
 #include "tools/kvosim/support/temporary_directory.h"
@@ -33,12 +33,12 @@ using testing::HasSubstr;
 
 constexpr const char *kDirectory = "/tmp/kvo_hws";
 
-/// A doctor whose configuration file is in order, so that only the fault is left to tell.
+/// Runs the doctor with a readable configuration file, so that the fault is the only finding.
 class Doctor : public testing::Test {
 protected:
     Doctor() { std::ofstream(configuration_) << "# empty\n"; }
 
-    /// @p more  of the environment
+    /// @p more  environment variables
     [[nodiscard]] Ended run(const Arguments &arguments = {}, const Arguments &more = {}) const
     {
         Arguments environment{"LC_ALL=C.UTF-8", "KVO_PLATFORM_CONFIG=" + configuration_.string()};
@@ -52,7 +52,7 @@ protected:
         return ended;
     }
 
-    /// The one fault that is found, of this exit status.
+    /// Expects a single fault with this exit status.
     void expectFault(int status, const std::string &check, const std::string &finding, const std::string &advice = "") const
     {
         const Ended ended = run({"--json"});
@@ -74,7 +74,7 @@ protected:
     std::filesystem::path configuration_ = directory_ / "kvo_hws.conf";
 };
 
-/// Takes from root, and from what it starts, the right to pass over permissions.
+/// Drops root's right to ignore file permissions, in this process and in those that it starts.
 void obeyPermissions()
 {
     for (const auto capability : {CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH}) {
@@ -82,7 +82,8 @@ void obeyPermissions()
     }
 }
 
-/// Hides the machine's /tmp from this process and what it starts, where the kernel allows it. A build that lies there stays visible.
+/// Hides the machine's /tmp from this process and those that it starts, if the kernel allows it. A build below /tmp stays
+/// visible.
 class HiddenTemporaryFiles {
 public:
     HiddenTemporaryFiles()
@@ -109,7 +110,7 @@ public:
     bool hidden = false;
 };
 
-TEST_F(Doctor, finds_nothing_wrong_with_a_service_that_is_ready)
+TEST_F(Doctor, finds_no_fault_in_a_ready_service)
 {
     const RunningService service;
     const Ended ended = run();
@@ -117,7 +118,7 @@ TEST_F(Doctor, finds_nothing_wrong_with_a_service_that_is_ready)
     EXPECT_THAT(ended.out, testing::EndsWith("\nok  answer           The service answers and is ready.\nNothing is wrong.\n"));
 }
 
-TEST_F(Doctor, tells_all_that_is_well_in_one_document)
+TEST_F(Doctor, lists_all_findings_in_one_document)
 {
     const ScriptedService service({support::replies("yes")});
     const Ended ended = run({"--json"});
@@ -142,7 +143,7 @@ TEST_F(Doctor, tells_all_that_is_well_in_one_document)
     EXPECT_EQ(service.requests(), std::vector<std::string>{"isInitComplete\n"});
 }
 
-TEST_F(Doctor, finds_the_directory_missing)
+TEST_F(Doctor, finds_a_missing_directory)
 {
     const HiddenTemporaryFiles files;
     if (!files.hidden) {
@@ -153,7 +154,7 @@ TEST_F(Doctor, finds_the_directory_missing)
     expectFault(10, "directory", "The directory /tmp/kvo_hws: No such file or directory\\.", "Start the hardware service");
 }
 
-TEST_F(Doctor, finds_a_file_in_the_place_of_the_directory)
+TEST_F(Doctor, finds_a_file_instead_of_the_directory)
 {
     const HiddenTemporaryFiles files;
     if (!files.hidden) {
@@ -165,12 +166,12 @@ TEST_F(Doctor, finds_a_file_in_the_place_of_the_directory)
     expectFault(12, "directory", "/tmp/kvo_hws is not a directory\\.", "Remove it");
 }
 
-TEST_F(Doctor, finds_the_socket_missing)
+TEST_F(Doctor, finds_a_missing_socket)
 {
     expectFault(11, "socket", "The socket /tmp/kvo_hws/cmd_sock: No such file or directory\\.", "kvosim run");
 }
 
-TEST_F(Doctor, finds_a_file_in_the_place_of_the_socket)
+TEST_F(Doctor, finds_a_file_instead_of_the_socket)
 {
     std::ofstream(support::kCommandSocket) << "no socket\n";
     expectFault(12, "socket", "/tmp/kvo_hws/cmd_sock is not a socket\\.", "Remove it");
@@ -190,7 +191,7 @@ TEST_F(Doctor, finds_a_socket_that_this_user_may_not_write_to)
     expectFault(14, "connection", "This user may not write to the socket\\.", "as root");
 }
 
-TEST_F(Doctor, finds_a_directory_that_this_user_may_not_look_into)
+TEST_F(Doctor, finds_a_directory_that_this_user_may_not_access)
 {
     const ScriptedService service({support::replies("yes")});
     obeyPermissions();
@@ -211,7 +212,7 @@ TEST_F(Doctor, finds_a_service_that_stays_silent)
     expectFault(16, "answer", ".*no complete answer within 4 s.*", "process " + std::to_string(getpid()));
 }
 
-TEST_F(Doctor, does_not_wait_for_an_answer_that_never_becomes_whole)
+TEST_F(Doctor, does_not_wait_for_an_answer_that_never_ends)
 {
     const ScriptedService service({support::dribbles(std::string(200, 'y'), 100ms)});
     expectFault(16, "answer", ".*no complete answer within 4 s.*");
@@ -223,19 +224,19 @@ TEST_F(Doctor, finds_a_service_that_closes_without_an_answer)
     expectFault(17, "answer", "The service closes the connection without an answer\\.", "log");
 }
 
-TEST_F(Doctor, finds_a_service_that_closes_unasked)
+TEST_F(Doctor, finds_a_service_that_closes_at_once)
 {
     const ScriptedService service({support::closesAtOnce()});
     expectFault(17, "answer", "The service (closes|breaks|does not accept the request).*");
 }
 
-TEST_F(Doctor, finds_a_service_that_speaks_another_language)
+TEST_F(Doctor, finds_a_service_with_another_protocol)
 {
     const ScriptedService service({support::replies("hello")});
     expectFault(17, "answer", "The service answers \"hello\" when asked whether it is ready\\.", "kvoctl version");
 }
 
-TEST_F(Doctor, finds_a_service_that_talks_without_end)
+TEST_F(Doctor, finds_a_service_with_an_endless_answer)
 {
     const ScriptedService service({support::sends(std::string(100000, 'x'))});
     expectFault(17, "answer", "The service answers \"x{80}\" when asked whether it is ready\\.");
@@ -247,7 +248,7 @@ TEST_F(Doctor, finds_a_service_that_is_not_ready)
     expectFault(18, "answer", "The service answers, but has not finished starting\\.", "kvoctl ready --wait 30");
 }
 
-TEST_F(Doctor, shows_the_fault_and_what_to_do_in_text)
+TEST_F(Doctor, shows_the_fault_and_the_advice_as_text)
 {
     const Ended ended = run();
     EXPECT_EQ(ended.status, 11);
@@ -257,13 +258,13 @@ TEST_F(Doctor, shows_the_fault_and_what_to_do_in_text)
                                   "kvoctl ...\n"));
 }
 
-TEST_F(Doctor, escapes_what_the_service_answers)
+TEST_F(Doctor, escapes_the_service_s_answer)
 {
     const ScriptedService service({support::replies("\x1B[2J")});
     EXPECT_THAT(run().out, HasSubstr(R"(answers "\x1B[2J" when)"));
 }
 
-TEST_F(Doctor, takes_a_missing_configuration_file_for_no_fault)
+TEST_F(Doctor, does_not_report_a_missing_configuration_file_as_a_fault)
 {
     const RunningService service;
     std::filesystem::remove(configuration_);
@@ -277,20 +278,20 @@ TEST_F(Doctor, takes_a_missing_configuration_file_for_no_fault)
     EXPECT_EQ(ended.document()["healthy"], true);
 }
 
-TEST_F(Doctor, looks_for_the_usual_configuration_file_where_the_platform_names_none)
+TEST_F(Doctor, checks_the_default_configuration_file_if_the_platform_names_none)
 {
     const Ended ended = kvoctl({"doctor"}, {.environment = {"LC_ALL=C.UTF-8"}});
     EXPECT_THAT(ended.out, HasSubstr("/etc/kvo_hws.conf"));
 }
 
-TEST_F(Doctor, tells_which_platform_library_is_used)
+TEST_F(Doctor, shows_which_platform_library_is_used)
 {
     std::filesystem::copy_file(LIBRARY_DIRECTORY "/libpavo.so.1", directory_ / "libpavo.so.1");
     const Ended ended = run({"--json"}, {"LD_LIBRARY_PATH=" + directory_.path().string()});
     EXPECT_EQ(ended.document()["findings"][1]["finding"], "The loader uses " + (directory_ / "libpavo.so.1").string() + ".");
 }
 
-TEST(PlatformLibrary, that_the_loader_does_not_have_is_a_fault)
+TEST(PlatformLibrary, that_is_not_loaded_is_a_fault)
 {
     const tools::Finding finding = tools::examineLibrary("libkvo_no_such.so.7");
     EXPECT_EQ(static_cast<int>(finding.fault), 19);
@@ -298,7 +299,7 @@ TEST(PlatformLibrary, that_the_loader_does_not_have_is_a_fault)
     EXPECT_THAT(finding.advice, HasSubstr("LD_LIBRARY_PATH"));
 }
 
-TEST(PlatformLibrary, that_is_broken_keeps_the_program_from_starting)
+TEST(PlatformLibrary, that_is_broken_prevents_the_program_from_starting)
 {
     const TemporaryDirectory directory;
     std::ofstream(directory / "libdrak.so") << "";

@@ -1,4 +1,4 @@
-// What the subcommand of each request in the catalogue comes to: what it shows, that something is done, and each failure.
+// Test cases from the catalogue for the subcommand of each request: its output, its success and each failure.
 #include "tools/kvoctl/support/request_rows.h"
 
 #include <kvo_hws/result.h>
@@ -9,10 +9,10 @@ namespace kvoctl_test {
 
 namespace {
 
-/// Subcommands that ask more than this one request, or have words of their own for a failure; they are among the questions.
+/// Subcommands that send more than this request, or have their own messages for a failure. question_rows.cpp tests them.
 const std::set<std::string> kElsewhere = {"version",         "station",       "stations",     "clients",      "registry lock",
                                           "registry unlock", "usb is-active", "address find", "focus startup"};
-/// Those whose "no" is an answer like another.
+/// Subcommands for which "no" is a valid answer.
 const std::set<std::string> kQuestions = {"ready", "debug-level", "viewer active", "panel marovanti"};
 
 std::vector<Case> shownRows(const catalogue::Request &request)
@@ -28,8 +28,8 @@ std::vector<Case> shownRows(const catalogue::Request &request)
     return rows.rows();
 }
 
-/// One row for each result, of the first reply that brings it, and one of a reply that is unknown. Of a request that takes any
-/// reply, one for each.
+/// One row for each result, with the first reply that leads to it, and one for an unknown reply. For a request that accepts any
+/// reply, one row for each reply.
 std::vector<Case> resultRows(const catalogue::Request &request)
 {
     CommandRows rows(request);

@@ -1,5 +1,6 @@
-// That no function of the library is left out: what it exports, what the program imports, and what each journey really calls.
-#include "tools/kvoctl/support/journeys.h"
+// Checks that no function of the library is left out: its exports, the imports of the program, and the function that each
+// subcommand calls.
+#include "tools/kvoctl/support/function_commands.h"
 #include "tools/kvosim/support/temporary_directory.h"
 
 #include <algorithm>
@@ -17,14 +18,14 @@ using kvosim_test::contentsOf;
 using kvosim_test::TemporaryDirectory;
 using Names = std::set<std::string>;
 
-std::ostream &operator<<(std::ostream &out, const Journey &row) { return out << row.function << " by " << row.command; }
+std::ostream &operator<<(std::ostream &out, const FunctionCommand &row) { return out << row.function << " by " << row.command; }
 
 namespace {
 
-/// What no subcommand reaches, and why.
+/// Functions that no subcommand calls, and the reason.
 const std::map<std::string, std::string> kExceptions{
     {"KVO_HWS_deactivateDebugDLL",
-     "switches the messages of the own process off; each kvoctl is a process, and --debug lasts until it ends"}};
+     "switches off the messages of the calling process; each kvoctl is a process, and --debug lasts until it ends"}};
 
 constexpr const char *kPrefix = "KVO_HWS_";
 
@@ -41,7 +42,7 @@ Names exportedByTheList()
     return names;
 }
 
-/// The names with the prefix in what nm says about the dynamic symbols of @p file.
+/// The dynamic symbols of @p file that begin with the prefix, from the output of nm.
 Names dynamicNames(const std::string &options, const std::string &file)
 {
     const std::string command = NM_PROGRAM " -D " + options + " '" + file + "'";
@@ -68,7 +69,7 @@ Names withoutExceptions(Names names)
     return names;
 }
 
-TEST(Functions, of_the_library_are_those_of_its_export_list)
+TEST(Functions, of_the_library_match_its_export_list)
 {
     EXPECT_EQ(dynamicNames("--defined-only", LIBRARY_FILE), exportedByTheList());
     EXPECT_GT(exportedByTheList().size(), 70U);
@@ -79,19 +80,19 @@ TEST(Functions, are_all_imported_by_the_program)
     EXPECT_EQ(dynamicNames("--undefined-only", KVOCTL_PROGRAM), withoutExceptions(exportedByTheList()));
 }
 
-TEST(Functions, have_a_journey_each)
+TEST(Functions, have_a_subcommand_each)
 {
-    Names reached;
-    for (const Journey &journey : journeys()) {
-        reached.insert(journey.function);
+    Names called;
+    for (const FunctionCommand &row : functionCommands()) {
+        called.insert(row.function);
     }
-    EXPECT_EQ(reached, withoutExceptions(exportedByTheList()));
+    EXPECT_EQ(called, withoutExceptions(exportedByTheList()));
 }
 
-class Journeys : public testing::TestWithParam<Journey> {};
+class FunctionCommands : public testing::TestWithParam<FunctionCommand> {};
 
-/// The functions of a stand-in for the library write their names down instead.
-TEST_P(Journeys, call_the_function)
+/// Runs the subcommand with a library whose functions only record their names.
+TEST_P(FunctionCommands, call_the_function)
 {
     const TemporaryDirectory directory;
     const std::string calls = (directory / "calls").string();
@@ -110,7 +111,7 @@ TEST_P(Journeys, call_the_function)
     EXPECT_THAT("\n" + contentsOf(calls), testing::HasSubstr("\n" + GetParam().function + "\n"));
 }
 
-std::string nameOf(const testing::TestParamInfo<Journey> &row)
+std::string nameOf(const testing::TestParamInfo<FunctionCommand> &row)
 {
     std::string name = row.param.name;
     std::replace_if(
@@ -118,7 +119,7 @@ std::string nameOf(const testing::TestParamInfo<Journey> &row)
     return name;
 }
 
-INSTANTIATE_TEST_SUITE_P(All, Journeys, testing::ValuesIn(journeys()), nameOf);
+INSTANTIATE_TEST_SUITE_P(All, FunctionCommands, testing::ValuesIn(functionCommands()), nameOf);
 
 }  // namespace
 

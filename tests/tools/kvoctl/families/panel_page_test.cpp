@@ -1,4 +1,4 @@
-// "kvoctl panel show": one page with all of a station, whatever of it there is. What a request adds to it comes from the catalogue.
+// "kvoctl panel show": one page with all properties that a station has. The catalogue says what each request adds to it.
 #include "tools/kvoctl/support/kvoctl.h"
 
 #include "catalogue/catalogue.h"
@@ -21,22 +21,22 @@ using support::ScriptedService;
 const std::string kLathe = "0A000005 00000001 00000002 00000003 00000007 Lathe 1 0000000B 0000000C 0000000D 0000000E 0000000F "
                            "00000010 00000011 ";
 
-/// A request of the page, and what the page has of a station that answers it or has nothing to answer.
+/// A request of the page, and the page's entry for a station with all properties and for one without any.
 struct Entry {
     std::string request;
-    std::string words;               ///< of the subcommand that asks it
+    std::string words;               ///< the words of the subcommand that sends it
     std::string section;             ///< of the page
     std::string full;                ///< the reply of a station that has everything
-    std::string empty;               ///< the reply of one that has nothing
-    Json document;                   ///< the keys and values of the first
-    std::vector<std::string> texts;  ///< the values as they are shown
-    std::string lacking;             ///< what is shown in place of each value
-    bool fails;                      ///< the empty reply is a failure, not the station's state
+    std::string empty;               ///< the reply of a station that has nothing
+    Json document;                   ///< the keys and values for the full reply
+    std::vector<std::string> texts;  ///< the values in the text output
+    std::string lacking;             ///< the text in place of each value for the empty reply
+    bool fails;                      ///< the empty reply is a failure, not a state of the station
 };
 
 const std::string kRefused = "(the service refused or answered something unknown)";
 
-/// The values of a subcommand's output: all of it where there is one, else what follows the key in each line.
+/// The values in a subcommand's output: the whole output if there is one key, otherwise the text after the key of each line.
 std::vector<std::string> textsOf(const catalogue::Shown &shown, std::size_t keys)
 {
     std::vector<std::string> texts;
@@ -48,7 +48,7 @@ std::vector<std::string> textsOf(const catalogue::Shown &shown, std::size_t keys
     return texts;
 }
 
-/// A reply of a station that has nothing.
+/// The reply of a station that has nothing.
 struct Nothing {
     std::string reply = "failed";
     int32_t result = -1;
@@ -75,7 +75,7 @@ Entry entryOf(const catalogue::Request &request)
     std::string section = words.substr(0, words.find(' '));
     std::ranges::replace(section, '-', '_');
     const Json document = Json::parse(shown.document);
-    // The library tells no difference between what is not there and a refusal.
+    // The library returns the same result for a missing value and for a refusal.
     const bool isInput = section == "input";
     return {.request = request.commands().front(),
             .words = words,
@@ -90,7 +90,7 @@ Entry entryOf(const catalogue::Request &request)
             .fails = !isInput && (nothing.reply == "failed" || nothing.reply == "not found")};
 }
 
-/// Requests that make one subcommand together, or are one mode of it.
+/// Requests that belong to one subcommand together, or to one of its modes.
 const std::vector<Entry> kSpecial{
     {"getBacklightBrightnessV2=0 0A000005",
      "panel brightness-v2",
@@ -130,7 +130,7 @@ const std::vector<Entry> kSpecial{
      true},
 };
 
-/// All that can be read of one station: of the catalogue, what needs no more than the station.
+/// All requests that read a property of a station: those of the catalogue that take only a station.
 std::vector<Entry> entries()
 {
     std::vector<Entry> all = kSpecial;
@@ -146,7 +146,7 @@ std::vector<Entry> entries()
     return all;
 }
 
-/// A service that answers each request of the page once, and keeps their order.
+/// A service that answers each request of the page once, and records their order.
 class PageService {
 public:
     using Reply = std::function<std::string(const Entry &)>;
@@ -157,10 +157,10 @@ public:
     {
     }
 
-    /// In the order of the page.
+    /// The requests in the order in which they arrived, which is the order of the page.
     [[nodiscard]] std::vector<Entry> heard() const
     {
-        EXPECT_EQ(order_.size(), entries_.size()) << "all of them are asked once";
+        EXPECT_EQ(order_.size(), entries_.size()) << "each request is sent once";
         return order_;
     }
 
@@ -177,7 +177,7 @@ private:
                 return reply_(entries_[i]);
             }
         }
-        ADD_FAILURE() << request << " is not of the page, or asked twice";
+        ADD_FAILURE() << request << " does not belong to the page, or was sent twice";
         return "failed";
     }
 
@@ -194,7 +194,7 @@ std::string empty(const Entry &entry) { return entry.empty; }
 const Json kStation = Json::parse(R"({"address": "10.0.0.5", "name": "Lathe 1", "attr1": 1, "attr2": 2, "attr3": 3,
     "ext_attr1": 11, "ext_attr2": 12, "ext_attr3": 13, "ext_attr4": 14, "ext_attr5": 15, "ext_attr6": 16, "ext_attr7": 17})");
 
-/// A line of the page: the section where it begins, the key, the value.
+/// A line of the page: the section, if the line is its first, the key, and the value.
 std::string lineOf(const std::string &section, const std::string &key, const std::string &value)
 {
     constexpr std::size_t kSection = 14;
@@ -230,7 +230,7 @@ std::string failuresIn(const std::vector<Entry> &order)
             commands.push_back(entry.words);
         }
     }
-    const std::size_t all = order.size() - 1;  // two make one "focus startup"
+    const std::size_t all = order.size() - 1;  // "focus startup" consists of two
     std::string text = std::to_string(commands.size()) + " of " + std::to_string(all) + " requests failed";
     for (const std::string &command : commands) {
         text += (command == commands.front() ? ": " : ", ") + command;
@@ -253,7 +253,7 @@ TEST(Page, shows_all_of_a_station_that_has_everything)
                                "\nviewer        active                yes\n              server                10.0.0.7\n"));
 }
 
-TEST(Page, is_one_document)
+TEST(Page, is_one_json_document)
 {
     const PageService service(full);
     const Ended ended = kvoctl({"panel", "show", "0A000005", "--json"});
@@ -267,7 +267,7 @@ TEST(Page, is_one_document)
     EXPECT_EQ(page["viewer"].dump(), R"({"active":true,"server":"10.0.0.7","display":"3"})");
 }
 
-TEST(Page, shows_what_a_station_lacks_and_names_the_requests_that_failed)
+TEST(Page, shows_missing_properties_and_names_the_failed_requests)
 {
     const PageService service(empty);
     const Ended ended = kvoctl({"panel", "show", "10.0.0.5"});
@@ -281,7 +281,7 @@ TEST(Page, shows_what_a_station_lacks_and_names_the_requests_that_failed)
                                    "              marovanti             (the panel was not found, or the service failed)\n"));
 }
 
-TEST(Page, carries_what_is_lacking_as_null_and_says_why)
+TEST(Page, shows_missing_properties_as_null_with_the_reason)
 {
     const PageService service(empty);
     const Ended ended = kvoctl({"panel", "show", "10.0.0.5", "--json"});
@@ -307,7 +307,7 @@ TEST(Page, carries_what_is_lacking_as_null_and_says_why)
     EXPECT_THAT(page["unavailable"], testing::Contains(type));
 }
 
-TEST(Page, of_a_station_that_only_lacks_things_is_done)
+TEST(Page, of_a_station_without_some_properties_succeeds)
 {
     const PageService service([](const Entry &entry) { return entry.fails ? entry.full : entry.empty; });
     const Ended ended = kvoctl({"panel", "show", "10.0.0.5"});
@@ -318,7 +318,7 @@ TEST(Page, of_a_station_that_only_lacks_things_is_done)
     EXPECT_THAT(ended.out, testing::HasSubstr("(the station does not report this metric)"));
 }
 
-TEST(Page, of_an_unknown_station_is_a_no)
+TEST(Page, of_an_unknown_station_ends_with_status_1)
 {
     const ScriptedService service({support::replies("not found")});
     const Ended ended = kvoctl({"panel", "show", "Lathe 9", "--json"});
@@ -328,7 +328,7 @@ TEST(Page, of_an_unknown_station_is_a_no)
     EXPECT_EQ(service.requests().front(), "getExDescByName Lathe 9\n");
 }
 
-TEST(Page, is_refused_with_the_station)
+TEST(Page, fails_if_the_service_refuses_the_station)
 {
     const ScriptedService service({support::replies("failed")});
     EXPECT_EQ(kvoctl({"panel", "show", "10.0.0.5"}).status, 4);
@@ -341,7 +341,7 @@ TEST(Page, needs_a_service)
     EXPECT_EQ(ended.out, "");
 }
 
-TEST(Page, does_not_wait_for_a_silent_service_at_each_question)
+TEST(Page, does_not_wait_for_a_silent_service_at_each_request)
 {
     const ScriptedService service({support::replies(kLathe), support::staysSilent(std::chrono::seconds(60))});
     const auto start = std::chrono::steady_clock::now();

@@ -1,4 +1,4 @@
-// Questions: what is shown for each answer.
+// Test cases for subcommands that send several requests or have their own messages.
 #include "tools/kvoctl/support/request_case.h"
 
 namespace kvoctl_test {
@@ -31,11 +31,11 @@ std::vector<Case> questionRows()
 {
     const std::string libraryVersion = "V%#.%#.#%.#%";
     const std::string explained = "The library reports \"" + libraryVersion +
-                                  "\" in every version: programs compare it whole. This is " KVOCTL_VERSION ".\n";
+                                  "\" in every version, because programs compare the whole text. This is " KVOCTL_VERSION ".\n";
     const std::string longVersion(3000, 'v');
     const std::string longList(5000, 'c');
     return {
-        {"ready_waits_for_the_yes",
+        {"ready_waits_for_yes",
          {"ready", "--wait", "20"},
          {"no", "no", "yes"},
          {"isInitComplete", "isInitComplete", "isInitComplete"},
@@ -64,8 +64,8 @@ std::vector<Case> questionRows()
          0,
          "library  " + libraryVersion + "\nservice  " + longVersion + "\n" + explained,
          R"({"library": ")" + libraryVersion + R"(", "service": ")" + longVersion + R"("})"},
-        // The library tells no difference between a text that is too long for the buffer and a refusal.
-        {"version_may_be_too_long",
+        // The library returns the same result for a text that is too long for the buffer and for a refusal.
+        {"version_is_too_long",
          {"version"},
          {std::string(4096, 'v')},
          {"getVersion"},
@@ -113,7 +113,7 @@ std::vector<Case> questionRows()
          "",
          R"({"error": {"code": 0, "meaning": "no station is named \"10.0.0\""}})",
          "kvoctl: station: no station is named \"10.0.0\" (result 0)\n"},
-        {"station_name_nearly_found",
+        {"station_name_is_similar_to_a_known_one",
          {"station", "lathe1"},
          {"not found", "1", kLatheList},
          {"getExDescByName lathe1", "getCountElemDL", "getDLV2 64"},
@@ -162,7 +162,7 @@ std::vector<Case> questionRows()
          "",
          kRefusalDocument,
          "kvoctl: registry lock: " + kRefusal},
-        // The library has no result of its own for it here.
+        // These functions of the library have no separate result for a missing service.
         {"registry_lock_finds_no_service",
          {"registry", "lock"},
          {},
@@ -188,7 +188,7 @@ std::vector<Case> questionRows()
          "",
          kMissingDocument,
          "kvoctl: registry unlock: " + kMissing},
-        {"usb_events_are_not_told_of",
+        {"usb_events_state_is_refused",
          {"usb", "is-active"},
          {"hm", "yes"},
          {"isUSBEventsActivated", "isInitComplete"},
@@ -196,7 +196,7 @@ std::vector<Case> questionRows()
          "",
          kRefusalDocument,
          "kvoctl: usb is-active: " + kRefusal},
-        // The library has no result of its own for it here.
+        // The function has no separate result for a missing service.
         {"usb_events_find_no_service",
          {"usb", "is-active"},
          {},
@@ -236,14 +236,14 @@ std::vector<Case> questionRows()
          "",
          kMissingDocument,
          "kvoctl: focus startup: " + kMissing},
-        {"usb_connectors_are_asked_for_again_with_more_room",
+        {"usb_connectors_are_requested_again_with_a_larger_buffer",
          {"usb", "connectors"},
          {"usb-connector-list=" + longList, "usb-connector-list=" + longList},
          {"getUsbConnectorList", "getUsbConnectorList"},
          0,
          longList + "\n",
          R"({"connectors": ")" + longList + R"("})"},
-        {"channel_info_is_asked_for_again_with_more_room",
+        {"channel_info_is_requested_again_with_a_larger_buffer",
          {"channel-info", "get", "10.0.0.5"},
          {"channel-info=" + longList, "channel-info=" + longList},
          {"getChannelInfo=0A000005", "getChannelInfo=0A000005"},

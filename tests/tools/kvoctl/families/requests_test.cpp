@@ -1,4 +1,5 @@
-// Every subcommand that is one request or two against every kind of answer: exit status, both outputs, and the bytes asked.
+// Every subcommand of one or two requests against every kind of reply: exit status, both outputs, and the bytes of the
+// requests.
 #include "tools/kvoctl/support/request_case.h"
 
 #include "catalogue/catalogue.h"
@@ -19,7 +20,7 @@ namespace {
 
 class Requests : public testing::TestWithParam<Case> {
 protected:
-    /// Runs the row with more arguments and checks all but standard output.
+    /// Runs the row with more arguments and checks everything except standard output.
     static Ended run(const Arguments &more)
     {
         const Case &row = GetParam();
@@ -41,9 +42,9 @@ protected:
     }
 };
 
-TEST_P(Requests, are_answered_in_text) { EXPECT_EQ(run({}).out, GetParam().out); }
+TEST_P(Requests, show_the_reply_as_text) { EXPECT_EQ(run({}).out, GetParam().out); }
 
-TEST_P(Requests, are_answered_in_one_document)
+TEST_P(Requests, show_the_reply_as_one_json_document)
 {
     EXPECT_EQ(run({"--json"}).document().dump(), Json::parse(GetParam().document).dump());
 }
@@ -54,7 +55,7 @@ INSTANTIATE_TEST_SUITE_P(Catalogue, Requests, testing::ValuesIn(catalogueRows())
 INSTANTIATE_TEST_SUITE_P(Written, Requests, testing::ValuesIn(writtenRows()), nameOf);
 INSTANTIATE_TEST_SUITE_P(Questions, Requests, testing::ValuesIn(questionRows()), nameOf);
 
-TEST(Catalogue, has_what_each_subcommand_shows_of_an_answer)
+TEST(Catalogue, has_the_output_of_each_subcommand)
 {
     for (const catalogue::Family &family : catalogue::families()) {
         for (const catalogue::Request &request : family.requests) {
@@ -81,7 +82,7 @@ TEST(Ready, waits_for_a_service_that_starts_late)
     EXPECT_EQ(ended.err, "");
 }
 
-TEST(Ready, gives_up_when_the_time_is_over)
+TEST(Ready, gives_up_after_the_timeout)
 {
     const ScriptedService service({support::replies("no")});
     const auto start = std::chrono::steady_clock::now();
@@ -92,12 +93,12 @@ TEST(Ready, gives_up_when_the_time_is_over)
     EXPECT_GT(service.requests().size(), 2U);
 }
 
-TEST(NoService, tells_a_stale_socket_from_a_missing_one)
+TEST(NoService, distinguishes_a_stale_socket_from_a_missing_one)
 {
     support::leaveStaleSocket(support::kCommandSocket);
     const Ended ended = kvoctl({"backlight", "on"});
     EXPECT_EQ(ended.status, 3);
-    EXPECT_THAT(ended.err, testing::HasSubstr("The socket is there, but nobody listens"));
+    EXPECT_THAT(ended.err, testing::HasSubstr("The socket exists, but does not accept connections"));
     unlink(support::kCommandSocket);
 }
 

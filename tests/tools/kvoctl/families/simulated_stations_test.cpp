@@ -1,4 +1,5 @@
-// Whole journeys against the simulated service: what one command sets, others see; what a station lacks or refuses is told.
+// Scenarios against the simulated service: values that one command sets are shown by others, and missing or refused values are
+// reported.
 #include "tools/kvoctl/support/kvoctl.h"
 #include "tools/kvosim/support/running_service.h"
 
@@ -67,17 +68,17 @@ struct Step {
     Arguments arguments;
     int status;
     std::string out;
-    std::string err{};  ///< without the beginning that names the command, and the line feed
+    std::string err{};  ///< without the prefix that names the command, and without the line feed
 };
 
-struct Journey {
+struct Scenario {
     std::string name;
     std::vector<Step> steps;
 };
 
-std::ostream &operator<<(std::ostream &out, const Journey &row) { return out << row.name; }
+std::ostream &operator<<(std::ostream &out, const Scenario &row) { return out << row.name; }
 
-class SimulatedStations : public testing::TestWithParam<Journey> {};
+class SimulatedStations : public testing::TestWithParam<Scenario> {};
 
 TEST_P(SimulatedStations, answer)
 {
@@ -100,7 +101,7 @@ TEST_P(SimulatedStations, answer)
 
 const std::string kRefused = "the service refused or answered something unknown (result -1)";
 
-const Journey kJourneys[] = {
+const Scenario kScenarios[] = {
     {"viewer",
      {{{"viewer", "active", "Lathe 1"}, 1, "no\n"},
       {{"viewer", "server", "Lathe 1"}, 1, "", "no server is shown (result 0)"},
@@ -217,10 +218,10 @@ const Journey kJourneys[] = {
       {{"registry", "unlock"}, 4, "", kRefused}}},
 };
 
-INSTANTIATE_TEST_SUITE_P(Journeys, SimulatedStations, testing::ValuesIn(kJourneys),
+INSTANTIATE_TEST_SUITE_P(Scenarios, SimulatedStations, testing::ValuesIn(kScenarios),
                          [](const auto &row) { return row.param.name; });
 
-TEST(SimulatedStation, is_on_one_page)
+TEST(SimulatedStation, is_shown_on_one_page)
 {
     const RunningService service(kPlant);
     const Ended ended = kvoctl({"panel", "show", "Lathe 2", "--json"});
@@ -247,14 +248,14 @@ TEST(SimulatedStation, of_the_built_in_plant_has_a_page_without_failures)
     }
 }
 
-TEST(SimulatedStation, takes_the_usb_lock_that_is_sent_to_it)
+TEST(SimulatedStation, accepts_the_usb_lock_that_is_sent_to_it)
 {
     const RunningService service(std::string("[service]\nusb_lock_address = \"127.0.0.1:5851\"\n") +
                                  std::string(kPlant.substr(kPlant.find("[[station]]"))));
     const Surroundings loopback{.environment = {"LC_ALL=C.UTF-8", "KVO_PLATFORM_INTERFACE=lo"}};
     const auto lockOf = [](const char *station) { return kvoctl({"usb", "lock", "get", station, "--json"}).document().dump(); };
     const auto becomes = [&lockOf](const char *station, const std::string &lock) {
-        // Nobody answers a datagram: the service may take it a moment later.
+        // Datagrams have no reply: the service may handle it a moment later.
         for (int attempt = 0; attempt < 100 && lockOf(station) != lock; ++attempt) {
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
         }

@@ -1,4 +1,4 @@
-// The program against the simulated service, end to end: what one call sets, the next one sees.
+// The program against the simulated service, end to end: values that one call sets are shown by the next one.
 #include "tools/kvoctl/support/kvoctl.h"
 #include "tools/kvosim/support/running_service.h"
 
@@ -42,17 +42,17 @@ TEST(Simulation, shows_its_registry_lists)
     const RunningService service;
     EXPECT_EQ(kvoctl({"stations", "--previous", "--json"}).document(),
               Json::parse(R"({"stations": [{"address": "10.0.0.4", "name": "Gone", "attr1": 4, "attr2": 0, "attr3": 0}]})"));
-    // A registry list leaves out what has no attr1.
+    // A registry list leaves out stations without attr1.
     EXPECT_THAT(kvoctl({"stations", "--current"}).out, testing::EndsWith("\n2 stations\n"));
 }
 
-TEST(Simulation, finds_a_station_by_its_name_of_many_bytes)
+TEST(Simulation, finds_a_station_by_a_name_with_multibyte_characters)
 {
     const RunningService service;
     EXPECT_EQ(kvoctl({"station", "Fräse", "--json"}).document()["address"], "10.0.0.6");
 }
 
-TEST(Simulation, keeps_what_was_set)
+TEST(Simulation, keeps_values_that_were_set)
 {
     RunningService service;
     EXPECT_EQ(kvoctl({"brightness", "Fräse", "on"}).status, 0);
@@ -67,7 +67,7 @@ TEST(Simulation, keeps_what_was_set)
     EXPECT_EQ(plant.service.backlight, 0U);
 }
 
-TEST(Simulation, of_ten_thousand_stations_is_listed_whole)
+TEST(Simulation, lists_all_of_ten_thousand_stations)
 {
     std::ostringstream plant;
     kvosim::generatePlant(plant, 10000, 1);
@@ -77,7 +77,7 @@ TEST(Simulation, of_ten_thousand_stations_is_listed_whole)
     EXPECT_EQ(ended.document()["stations"].size(), 10000U);
 }
 
-TEST(Simulation, ends_when_it_is_told)
+TEST(Simulation, ends_on_kill_daemon)
 {
     RunningService service;
     EXPECT_EQ(kvoctl({"kill-daemon"}).status, 0);

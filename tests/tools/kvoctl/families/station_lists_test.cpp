@@ -1,4 +1,4 @@
-// The lists: how they are sized and asked for, from the service and from its registry, and what each ending comes to.
+// The lists of stations, from the service and from its registry: buffer sizes, requests, and each result.
 #include "tools/kvoctl/support/kvoctl.h"
 #include "tools/kvosim/support/temporary_directory.h"
 
@@ -21,7 +21,7 @@ std::string hex(std::size_t number)
     return text.data();
 }
 
-/// The description text of stations 10.0.0.0, 10.0.0.1 ... of these names.
+/// The description text of stations 10.0.0.0, 10.0.0.1 ... with these names.
 std::string listText(const std::vector<std::string> &names)
 {
     std::string text = hex(names.size()) + " ";
@@ -41,7 +41,7 @@ std::vector<support::Script> scripts(const std::vector<std::string> &replies)
     return list;
 }
 
-TEST(Stations, are_a_table_with_header_and_count)
+TEST(Stations, are_shown_as_a_table_with_header_and_count)
 {
     const ScriptedService service(scripts({"2", listText({"Lathe 1", "Mill"})}));
     const Ended ended = kvoctl({"stations"});
@@ -54,7 +54,7 @@ TEST(Stations, are_a_table_with_header_and_count)
     EXPECT_THAT(service.requests(), ElementsAre("getCountElemDL\n", "getDLV2 64\n"));
 }
 
-TEST(Stations, are_counted_in_words)
+TEST(Stations, are_counted_below_the_table)
 {
     {
         const ScriptedService service(scripts({"1", listText({"Mill"})}));
@@ -64,13 +64,13 @@ TEST(Stations, are_counted_in_words)
     EXPECT_EQ(kvoctl({"stations"}).out, "ADDRESS  NAME  ATTR1  ATTR2  ATTR3\n0 stations\n");
 }
 
-TEST(Stations, are_an_empty_list_in_json_when_there_are_none)
+TEST(Stations, are_an_empty_list_in_json_if_the_plant_is_empty)
 {
     const ScriptedService service(scripts({"0", listText({})}));
     EXPECT_EQ(kvoctl({"stations", "--json"}).document(), Json::parse(R"({"stations": []})"));
 }
 
-TEST(Stations, are_asked_for_again_with_room_for_all_that_the_service_tells_of)
+TEST(Stations, are_requested_again_with_a_buffer_of_the_reported_size)
 {
     const std::vector<std::string> names(65, "Mill");
     const ScriptedService service(scripts({"65", "65", listText(names)}));
@@ -80,7 +80,7 @@ TEST(Stations, are_asked_for_again_with_room_for_all_that_the_service_tells_of)
     EXPECT_THAT(service.requests(), ElementsAre("getCountElemDL\n", "getCountElemDL\n", "getDLV2 65\n"));
 }
 
-TEST(Stations, may_become_more_between_the_two_requests)
+TEST(Stations, may_grow_between_the_two_requests)
 {
     const std::vector<std::string> names(66, "Mill");
     const ScriptedService service(scripts({"64", listText(names), "66", listText(names)}));
@@ -90,25 +90,25 @@ TEST(Stations, may_become_more_between_the_two_requests)
     EXPECT_THAT(service.requests(), ElementsAre("getCountElemDL\n", "getDLV2 64\n", "getCountElemDL\n", "getDLV2 66\n"));
 }
 
-TEST(Stations, that_become_more_for_ever_are_given_up)
+TEST(Stations, that_grow_with_each_request_are_an_error)
 {
     const ScriptedService service(scripts({"65", "66", "67", "68", "69", "70", "71", "72", "73"}));
     const Ended ended = kvoctl({"stations"});
     EXPECT_EQ(ended.status, 4);
-    EXPECT_EQ(ended.err, "kvoctl: stations: the list grew each time it was asked for (result -3)\n");
+    EXPECT_EQ(ended.err, "kvoctl: stations: the list grew with each request (result -3)\n");
     EXPECT_EQ(service.requests().size(), 8U);
 }
 
-TEST(Stations, of_an_impossible_number_are_not_given_the_memory)
+TEST(Stations, of_an_impossible_number_are_an_error)
 {
     const ScriptedService service(scripts({"4294967295"}));
     const Ended ended = kvoctl({"stations", "--extended"});
     EXPECT_EQ(ended.status, 4);
     EXPECT_EQ(ended.err,
-              "kvoctl: stations: the service tells of 4294967295 stations; kvoctl takes at most 1000000 (result -3)\n");
+              "kvoctl: stations: the service reports 4294967295 stations; kvoctl accepts at most 1000000 (result -3)\n");
 }
 
-TEST(Stations, are_refused_in_words_and_in_one_document)
+TEST(Stations, show_a_refusal_as_text_and_as_one_document)
 {
     const ScriptedService service(scripts({"failed"}));
     const Ended ended = kvoctl({"stations", "--json"});
@@ -118,13 +118,13 @@ TEST(Stations, are_refused_in_words_and_in_one_document)
               Json::parse(R"({"error": {"code": -1, "meaning": "the service refused or answered something unknown"}})"));
 }
 
-TEST(Stations, have_an_address_of_all_ones_in_the_service_s_list)
+TEST(Stations, can_have_an_address_of_all_ones_in_the_service_s_list)
 {
     const ScriptedService service(scripts({"1", "00000001 FFFFFFFF 00000001 00000002 00000003 00000001 x "}));
     EXPECT_EQ(kvoctl({"stations", "--json"}).document()["stations"][0]["address"], "255.255.255.255");
 }
 
-TEST(Stations, whose_names_are_no_utf8_are_shown_all_the_same)
+TEST(Stations, with_names_that_are_not_utf8_are_shown)
 {
     const ScriptedService service(scripts({"1", listText({"Fr\xE4se"})}));
     EXPECT_EQ(kvoctl({"stations", "--json"}).document()["stations"][0]["name"], "Fr\uFFFDse");
@@ -145,7 +145,7 @@ private:
     TemporaryDirectory directory_;
 };
 
-TEST_F(RegistryLists, carry_addresses_in_network_order_and_may_lack_them)
+TEST_F(RegistryLists, have_addresses_in_network_order_or_none)
 {
     write("currkvos.reg", "\"Lathe 1\" 10.0.0.5 1x2:3\n\"Lost\" 10.0.0.x 4x5:-1\n\"Removed\" 10.0.0.7 0x5:6\n");
     const ScriptedService service(scripts({"yes", path(), "ok", "ok"}));
@@ -180,7 +180,7 @@ TEST_F(RegistryLists, of_any_length_are_read_whole)
     EXPECT_EQ(service.requests().size(), 8U);
 }
 
-TEST_F(RegistryLists, are_not_there_while_the_service_is_starting)
+TEST_F(RegistryLists, are_unavailable_while_the_service_is_starting)
 {
     const ScriptedService service(scripts({"no"}));
     const Ended ended = kvoctl({"stations", "--current", "--json"});
@@ -190,7 +190,7 @@ TEST_F(RegistryLists, are_not_there_while_the_service_is_starting)
               Json::parse(R"({"error": {"code": 0, "meaning": "the service is still starting; try again"}})"));
 }
 
-TEST_F(RegistryLists, tell_that_the_registry_stayed_locked)
+TEST_F(RegistryLists, report_a_registry_that_stays_locked)
 {
     const ScriptedService service(scripts({"yes", path(), "busy"}));
     const Ended ended = kvoctl({"stations", "--previous", "--lock-timeout", "0"});
@@ -199,7 +199,7 @@ TEST_F(RegistryLists, tell_that_the_registry_stayed_locked)
     EXPECT_THAT(service.requests(), ElementsAre("isInitComplete\n", "getregistrypath\n", "lockKVORegData\n"));
 }
 
-TEST_F(RegistryLists, tell_that_the_file_is_missing)
+TEST_F(RegistryLists, report_a_missing_file)
 {
     const ScriptedService service(scripts({"yes", path(), "ok", "ok"}));
     const Ended ended = kvoctl({"stations", "--current"});

@@ -1,4 +1,4 @@
-// "kvoctl usb lock set": datagrams to the stations, caught on this host's own loopback.
+// "kvoctl usb lock set": datagrams to the stations, received on this host's loopback interface.
 #include "tools/kvoctl/support/kvoctl.h"
 
 #include "support/scripted_service.h"
@@ -19,7 +19,7 @@ using testing::IsEmpty;
 
 constexpr uint16_t kLockPort = 5851;
 
-/// The stations' end.
+/// The receiver of the datagrams.
 class Network {
 public:
     Network() : socket_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0))
@@ -36,7 +36,7 @@ public:
     Network &operator=(const Network &) = delete;
     ~Network() { close(socket_); }
 
-    /// What has come so far. The sender has ended, so that nothing is still on its way.
+    /// The datagrams so far. The sender has ended, so no more can arrive.
     [[nodiscard]] std::vector<std::string> datagrams() const
     {
         std::vector<std::string> all;
@@ -62,7 +62,7 @@ Ended lock(const Arguments &arguments,
     return kvoctl(all, surroundings);
 }
 
-TEST(UsbLock, goes_to_all_stations_where_that_is_said)
+TEST(UsbLock, is_sent_to_all_stations_with_the_option_all)
 {
     const Network network;
     const Ended ended = lock({"1", "-2", "--all", "--json"});
@@ -72,7 +72,7 @@ TEST(UsbLock, goes_to_all_stations_where_that_is_said)
     EXPECT_THAT(network.datagrams(), ElementsAre("setUsbLock=\"1:-2\" 0.0.0.0\n"));
 }
 
-TEST(UsbLock, is_not_sent_unless_stations_or_all_are_named)
+TEST(UsbLock, is_not_sent_without_stations_or_the_option_all)
 {
     const Network network;
     const Ended ended = lock({"1", "-2"});
@@ -81,7 +81,7 @@ TEST(UsbLock, is_not_sent_unless_stations_or_all_are_named)
     EXPECT_THAT(network.datagrams(), IsEmpty());
 }
 
-TEST(UsbLock, goes_to_each_station_in_whatever_form_it_is_named)
+TEST(UsbLock, is_sent_to_each_station_in_any_form)
 {
     const Network network;
     const ScriptedService service({support::replies("C0A80007 00000001 00000002 00000003 00000004 Mill 00000000 00000000 "
@@ -92,7 +92,7 @@ TEST(UsbLock, goes_to_each_station_in_whatever_form_it_is_named)
     EXPECT_THAT(service.requests(), ElementsAre("getExDescByName Mill\n"));
 }
 
-TEST(UsbLock, is_sent_to_nobody_when_one_station_is_unknown)
+TEST(UsbLock, is_not_sent_at_all_if_one_station_is_unknown)
 {
     const Network network;
     const ScriptedService service({support::replies("not found")});
@@ -102,7 +102,7 @@ TEST(UsbLock, is_sent_to_nobody_when_one_station_is_unknown)
     EXPECT_THAT(network.datagrams(), IsEmpty());
 }
 
-TEST(UsbLock, is_sent_to_nobody_when_one_station_is_this_host)
+TEST(UsbLock, is_not_sent_at_all_if_one_station_is_this_host)
 {
     const Network network;
     const Ended ended = lock({"0", "1", "10.0.0.5", "127.0.0.1"});
@@ -111,7 +111,7 @@ TEST(UsbLock, is_sent_to_nobody_when_one_station_is_this_host)
     EXPECT_THAT(network.datagrams(), IsEmpty());
 }
 
-TEST(UsbLock, needs_the_service_for_names_only)
+TEST(UsbLock, needs_the_service_only_for_names)
 {
     const Network network;
     EXPECT_EQ(lock({"0", "1", "10.0.0.5"}).status, 0);

@@ -1,11 +1,11 @@
-// Arguments that are written in other ways than the catalogue's, and answers in words of kvoctl's own.
+// Test cases for arguments in other forms than the catalogue's, and for kvoctl's own messages.
 #include "tools/kvoctl/support/request_rows.h"
 
 namespace kvoctl_test {
 
 namespace {
 
-/// A way of writing a subcommand that has something done, and what is asked.
+/// A subcommand without output in a certain form, and its request.
 struct Written {
     const char *words;
     Arguments arguments;
@@ -33,7 +33,7 @@ const Written kWritten[] = {
     {"debug-level", {"II"}, "setDebugLevel=DEBUG_LEVEL_II"},
 };
 
-/// Searches name what was searched for.
+/// A search, and how its messages name the number.
 struct Search {
     const char *request;
     const char *what;
@@ -66,7 +66,7 @@ std::vector<Case> clientRows()
         .shows("00000001 00000007 00000003 hmi ", head + "    7  hmi\n1 client\n",
                R"({"clients": [{"value": 7, "name": "hmi"}]})")
         .shows("00000000 ", head + "0 clients\n", R"({"clients": []})")
-        .fails("FFFFFFF0 ", -3, "the service tells of 4294967280 clients; kvoctl takes at most 1000000")
+        .fails("FFFFFFF0 ", -3, "the service reports 4294967280 clients; kvoctl accepts at most 1000000")
         .fails("failed", -1, "the service refused or answered something unknown")
         .missesTheService()
         .rows();

@@ -1,4 +1,4 @@
-// "kvoctl events watch": what it shows of the events of embedded stations, and how it ends.
+// "kvoctl events watch": its output for the events of embedded stations, and its end.
 #include "support/scripted_service.h"
 #include "support/usb_events.h"
 #include "tools/kvoctl/support/script.h"
@@ -18,12 +18,12 @@ using support::Step;
 using testing::ElementsAre;
 
 constexpr const char *kEventSocket = "/tmp/kvo_hws/event_sock";
-constexpr const char *kNotYet = "kvoctl: events watch: nothing listens at /tmp/kvo_hws/event_sock yet; waiting\n";
+constexpr const char *kNotYet = "kvoctl: events watch: no process listens yet at /tmp/kvo_hws/event_sock; waiting\n";
 
-constexpr const char *kNoMore = "kvoctl: events watch: nothing listens at /tmp/kvo_hws/event_sock any more; waiting\n";
+constexpr const char *kNoMore = "kvoctl: events watch: no process listens any longer at /tmp/kvo_hws/event_sock; waiting\n";
 
-/// A service that tells @p lines to whoever connects, and then keeps still.
-support::Script tells(const std::string &lines)
+/// A service that sends @p lines to each client, and then nothing more.
+support::Script publishes(const std::string &lines)
 {
     return {{.kind = Step::Kind::write, .bytes = lines}, {.kind = Step::Kind::pause, .pause = 60s}};
 }
@@ -35,8 +35,8 @@ public:
 
 TEST(EventsWatch, shows_names_and_data)
 {
-    const ScriptedService service({tells("focus, 10.0.0.5\nAlive?\nempty,\nAlive? or not, x\nno comma\nquote, a \"b\", c\n")},
-                                  kEventSocket);
+    const ScriptedService service(
+        {publishes("focus, 10.0.0.5\nAlive?\nempty,\nAlive? or not, x\nno comma\nquote, a \"b\", c\n")}, kEventSocket);
     Events watch;
     ASSERT_TRUE(watch.hasWritten("quote"));
     EXPECT_EQ(watch.stop(), 0);
@@ -45,9 +45,9 @@ TEST(EventsWatch, shows_names_and_data)
                                                 R"(name="Alive? or not" data="x")", R"(name="quote" data="a \"b\", c")"));
 }
 
-TEST(EventsWatch, shows_objects_one_a_line)
+TEST(EventsWatch, shows_one_json_object_per_line)
 {
-    const ScriptedService service({tells("focus, 10.0.0.5\nodd\x1B, \xE4\t\"\n")}, kEventSocket);
+    const ScriptedService service({publishes("focus, 10.0.0.5\nodd\x1B, \xE4\t\"\n")}, kEventSocket);
     Events watch({"--json"});
     ASSERT_TRUE(watch.hasWritten("odd"));
     EXPECT_EQ(watch.stop(), 0);
@@ -57,21 +57,21 @@ TEST(EventsWatch, shows_objects_one_a_line)
 
 TEST(EventsWatch, escapes_strange_bytes)
 {
-    const ScriptedService service({tells("odd, \xE4\x1B[2J\n")}, kEventSocket);
+    const ScriptedService service({publishes("odd, \xE4\x1B[2J\n")}, kEventSocket);
     Events watch;
     ASSERT_TRUE(watch.hasWritten("odd"));
     EXPECT_EQ(watch.stop(), 0);
     EXPECT_EQ(watch.out(), "name=\"odd\" data=\"\\xE4\\x1B[2J\"\n");
 }
 
-TEST(EventsWatch, never_tears_lines_however_long_they_are)
+TEST(EventsWatch, never_splits_long_lines)
 {
     const std::string data(100'000, 'd');
     std::string all;
     for (int i = 0; i < 20; ++i) {
         all += "long" + std::to_string(i) + ", " + data + "\n";
     }
-    const ScriptedService service({tells(all)}, kEventSocket);
+    const ScriptedService service({publishes(all)}, kEventSocket);
     Shell shell("\"$KVOCTL\" events watch --json | head -20");
     EXPECT_EQ(shell.wait(), 0);
     EXPECT_EQ(lines(shell.out()).size(), 20U);
@@ -82,7 +82,7 @@ TEST(EventsWatch, never_tears_lines_however_long_they_are)
 
 TEST(EventsWatch, runs_a_program_for_each_event)
 {
-    const ScriptedService service({tells("focus, $(touch owned)\nother, b\n")}, kEventSocket);
+    const ScriptedService service({publishes("focus, $(touch owned)\nother, b\n")}, kEventSocket);
     const Script script(
         "env | grep ^KVO_EVENT_ | LC_ALL=C sort >> environment; echo to the errors; [ $KVO_EVENT_NAME = focus ]");
     Events watch({"--exec", script.path()});
@@ -94,12 +94,12 @@ TEST(EventsWatch, runs_a_program_for_each_event)
     EXPECT_FALSE(script.has("owned"));
     EXPECT_EQ(watch.out(), "name=\"focus\" data=\"$(touch owned)\"\nname=\"other\" data=\"b\"\n");
     EXPECT_EQ(watch.err(), "to the errors\nto the errors\nkvoctl: events watch: " + script.path() +
-                               " ended with status 1 (event \"other\")\n");
+                               " exited with status 1 (event \"other\")\n");
 }
 
-TEST(EventsWatch, ends_while_its_program_hangs)
+TEST(EventsWatch, ends_while_the_program_hangs)
 {
-    const ScriptedService service({tells("focus, a\n")}, kEventSocket);
+    const ScriptedService service({publishes("focus, a\n")}, kEventSocket);
     const Script script("touch hangs; exec sleep 20");
     Events watch({"--exec", script.path()});
     ASSERT_TRUE(support::eventually([&script] { return script.has("hangs"); }));
@@ -109,21 +109,21 @@ TEST(EventsWatch, ends_while_its_program_hangs)
     EXPECT_EQ(watch.out(), "name=\"focus\" data=\"a\"\n");
 }
 
-TEST(EventsWatch, waits_for_a_service_and_says_so)
+TEST(EventsWatch, reports_that_it_waits_for_a_service)
 {
     Events watch;
     ASSERT_TRUE(support::eventually([&watch] { return watch.err() == kNotYet; })) << watch.err();
-    const ScriptedService service({tells("focus, a\n")}, kEventSocket);
+    const ScriptedService service({publishes("focus, a\n")}, kEventSocket);
     EXPECT_TRUE(watch.hasWritten("name=\"focus\" data=\"a\"\n"));
     ASSERT_TRUE(support::eventually([&watch] { return watch.err().ends_with("listening\n"); }));
     EXPECT_EQ(watch.stop(), 0);
     EXPECT_EQ(watch.err(), std::string(kNotYet) + "kvoctl: events watch: listening\n");
 }
 
-TEST(EventsWatch, says_so_again_when_the_service_has_gone)
+TEST(EventsWatch, reports_a_service_that_has_ended)
 {
     std::optional<ScriptedService> service;
-    service.emplace(std::vector<support::Script>{tells("focus, a\n")}, kEventSocket);
+    service.emplace(std::vector<support::Script>{publishes("focus, a\n")}, kEventSocket);
     Events watch;
     ASSERT_TRUE(watch.hasWritten("focus"));
     EXPECT_EQ(watch.err(), "");
@@ -134,7 +134,7 @@ TEST(EventsWatch, says_so_again_when_the_service_has_gone)
 
 class EventSignals : public testing::TestWithParam<int> {};
 
-TEST_P(EventSignals, end_it_without_a_service_too)
+TEST_P(EventSignals, end_it_even_without_a_service)
 {
     Events watch;
     ASSERT_TRUE(support::eventually([&watch] { return watch.err() == kNotYet; }));
@@ -147,9 +147,9 @@ TEST_P(EventSignals, end_it_without_a_service_too)
 
 INSTANTIATE_TEST_SUITE_P(Each, EventSignals, testing::Values(SIGINT, SIGTERM, SIGHUP));
 
-TEST(EventsWatch, ends_well_when_its_reader_goes_away)
+TEST(EventsWatch, ends_with_status_0_when_its_output_is_closed)
 {
-    const ScriptedService service({tells("focus, a\n")}, kEventSocket);
+    const ScriptedService service({publishes("focus, a\n")}, kEventSocket);
     Shell shell("(\"$KVOCTL\" events watch; echo status $? >&2) | head -1");
     EXPECT_EQ(shell.wait(), 0);
     EXPECT_EQ(shell.out(), "name=\"focus\" data=\"a\"\n");
@@ -158,10 +158,10 @@ TEST(EventsWatch, ends_well_when_its_reader_goes_away)
 
 TEST(EventsWatch, fails_when_its_output_is_full)
 {
-    const ScriptedService service({tells("focus, a\n")}, kEventSocket);
+    const ScriptedService service({publishes("focus, a\n")}, kEventSocket);
     Shell shell("\"$KVOCTL\" events watch > /dev/full");
     EXPECT_EQ(shell.wait(), 5);
-    EXPECT_EQ(shell.err(), "kvoctl: can not write to standard output: No space left on device\n");
+    EXPECT_EQ(shell.err(), "kvoctl: cannot write to standard output: No space left on device\n");
 }
 
 }  // namespace

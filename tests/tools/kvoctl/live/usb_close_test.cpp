@@ -1,4 +1,4 @@
-// "kvoctl usb close": ends the events of whichever program has them, also of one that has crashed.
+// "kvoctl usb close": closes the events for any program that has activated them, even if it has crashed.
 #include "tools/kvoctl/support/usb_devices.h"
 #include "tools/kvoctl/support/watching.h"
 
@@ -24,7 +24,7 @@ support::Script remembers(bool &active)
     });
 }
 
-TEST(UsbClose, takes_the_events_from_the_program_that_has_them)
+TEST(UsbClose, takes_over_the_events_from_another_program)
 {
     bool active = false;
     const ScriptedService service({remembers(active)});
@@ -35,11 +35,11 @@ TEST(UsbClose, takes_the_events_from_the_program_that_has_them)
     EXPECT_EQ(ended.out, "USB events are closed\n");
     EXPECT_EQ(ended.err, "");
     EXPECT_EQ(watch.wait(), 0);
-    EXPECT_EQ(watch.err(), "kvoctl: usb watch: another program has taken the events over\n");
+    EXPECT_EQ(watch.err(), "kvoctl: usb watch: another program has taken over the events\n");
     EXPECT_EQ(kvoctl({"usb", "is-active"}).out, "no\n");
 }
 
-TEST(UsbClose, clears_what_a_crashed_program_has_left_behind)
+TEST(UsbClose, clears_the_activation_of_a_crashed_program)
 {
     bool active = false;
     const ScriptedService service({remembers(active)});
@@ -53,7 +53,7 @@ TEST(UsbClose, clears_what_a_crashed_program_has_left_behind)
     EXPECT_EQ(kvoctl({"usb", "is-active"}).out, "no\n");
 }
 
-TEST(UsbClose, says_that_no_program_had_them)
+TEST(UsbClose, reports_that_no_program_had_activated_events)
 {
     bool active = false;
     const ScriptedService service({remembers(active)});
@@ -72,7 +72,7 @@ TEST(UsbClose, needs_a_service)
               Json::parse(R"({"error": {"code": -2, "meaning": "no service answers at /tmp/kvo_hws/cmd_sock"}})"));
 }
 
-TEST(UsbClose, takes_nothing_over_while_the_service_is_starting)
+TEST(UsbClose, does_not_take_over_events_while_the_service_is_starting)
 {
     const ScriptedService service({support::replies("no")});
     const Ended ended = kvoctl({"usb", "close"});
@@ -81,7 +81,7 @@ TEST(UsbClose, takes_nothing_over_while_the_service_is_starting)
     EXPECT_THAT(service.requests(), ElementsAre("isInitComplete\n"));
 }
 
-TEST(UsbClose, tells_a_service_that_refuses)
+TEST(UsbClose, reports_a_refused_activation)
 {
     const ScriptedService refusesToActivate({acceptsAll({{"activateUSBEvents", "failed"}})});
     const Ended ended = kvoctl({"usb", "close"});
@@ -91,12 +91,12 @@ TEST(UsbClose, tells_a_service_that_refuses)
                          "unknown (result -1)\n");
 }
 
-TEST(UsbClose, tells_a_service_that_does_not_take_them_back)
+TEST(UsbClose, reports_a_refused_close)
 {
     const ScriptedService service({acceptsAll({{"deactivateUSBEvents", "failed"}})});
     const Ended ended = kvoctl({"usb", "close"});
     EXPECT_EQ(ended.status, 4);
-    EXPECT_EQ(ended.err, "kvoctl: usb close: the events could not be given back: the service refused or answered something "
+    EXPECT_EQ(ended.err, "kvoctl: usb close: the events could not be closed: the service refused or answered something "
                          "unknown (result -1)\n");
 }
 

@@ -1,4 +1,4 @@
-// "kvoctl usb watch --exec": what the program is told, and what the daemon is told of it.
+// "kvoctl usb watch --exec": the program's environment, and the answer to the daemon.
 #include "tools/kvoctl/support/script.h"
 #include "tools/kvoctl/support/usb_devices.h"
 #include "tools/kvoctl/support/watching.h"
@@ -21,7 +21,7 @@ using testing::HasSubstr;
 
 const std::string kEnvironment = "env | grep ^KVO_USB_ | LC_ALL=C sort >> environment; echo >> environment";
 
-TEST(UsbExec, gets_the_event_in_its_environment)
+TEST(UsbExec, passes_the_event_in_the_environment)
 {
     const ScriptedService service({acceptsAll()});
     const Script script(kEnvironment);
@@ -51,7 +51,7 @@ TEST(UsbExec, gets_the_event_in_its_environment)
     EXPECT_EQ(watch.events().size(), 4U);
 }
 
-TEST(UsbExec, of_the_older_callback_gets_its_fields)
+TEST(UsbExec, passes_the_fields_of_the_older_callback)
 {
     const ScriptedService service({acceptsAll()});
     const Script script(kEnvironment);
@@ -63,7 +63,7 @@ TEST(UsbExec, of_the_older_callback_gets_its_fields)
     EXPECT_THAT(script.file("environment"), HasSubstr("KVO_USB_ID1=1\n"));
 }
 
-TEST(UsbExec, gets_texts_as_they_are_and_through_no_shell)
+TEST(UsbExec, passes_texts_unchanged_and_without_a_shell)
 {
     const ScriptedService service({acceptsAll()});
     const Script script("printf %s \"$KVO_USB_IDENT2\" > ident2");
@@ -78,7 +78,7 @@ TEST(UsbExec, gets_texts_as_they_are_and_through_no_shell)
     EXPECT_FALSE(script.has("owned"));
 }
 
-TEST(UsbExec, writes_to_standard_error_and_reads_nothing)
+TEST(UsbExec, redirects_output_to_standard_error_and_input_from_dev_null)
 {
     const ScriptedService service({acceptsAll()});
     const Script script("cat; echo from the program");
@@ -92,10 +92,10 @@ TEST(UsbExec, writes_to_standard_error_and_reads_nothing)
     }
 }
 
-TEST(UsbExec, is_started_with_the_signals_as_they_were)
+TEST(UsbExec, starts_the_program_with_the_original_signal_mask)
 {
     const ScriptedService service({acceptsAll()});
-    // No shell, which might change them itself.
+    // Without a shell, which might change the signals itself.
     const Script script("/bin/cat /proc/self/status", "");
     Watching watch({"--exec", script.path()});
     ASSERT_TRUE(watch.isActive());
@@ -117,7 +117,7 @@ std::ostream &operator<<(std::ostream &out, const FailingProgram &row) { return 
 
 class FailingPrograms : public testing::TestWithParam<FailingProgram> {};
 
-TEST_P(FailingPrograms, are_told_to_the_daemon_and_to_people)
+TEST_P(FailingPrograms, are_reported_to_the_daemon_and_to_the_user)
 {
     const ScriptedService service({acceptsAll()});
     const Script script(GetParam().lines);
@@ -129,13 +129,13 @@ TEST_P(FailingPrograms, are_told_to_the_daemon_and_to_people)
     EXPECT_EQ(watch.events().size(), 1U);
 }
 
-const std::vector<FailingProgram> kFailingPrograms = {{"status", "exit 3", "ended with status 3"},
-                                                      {"signal", "kill -9 $$", "was ended by signal 9"}};
+const std::vector<FailingProgram> kFailingPrograms = {{"status", "exit 3", "exited with status 3"},
+                                                      {"signal", "kill -9 $$", "was killed by signal 9"}};
 
 INSTANTIATE_TEST_SUITE_P(Rows, FailingPrograms, testing::ValuesIn(kFailingPrograms),
                          [](const auto &row) { return row.param.name; });
 
-TEST(UsbExec, that_cannot_be_run_is_told_once_for_each_event)
+TEST(UsbExec, reports_for_each_event_that_the_program_cannot_be_run)
 {
     const ScriptedService service({acceptsAll()});
     Watching watch({"--exec", "/nowhere/program"});
@@ -143,14 +143,14 @@ TEST(UsbExec, that_cannot_be_run_is_told_once_for_each_event)
     EXPECT_EQ(deliver(removedText()), "failed");
     EXPECT_EQ(deliver(newText()), "failed");
     EXPECT_EQ(watch.stop(), 0);
-    const std::string complaint = "kvoctl: usb watch: /nowhere/program can not be run: No such file or directory";
+    const std::string complaint = "kvoctl: usb watch: /nowhere/program cannot be run: No such file or directory";
     EXPECT_THAT(lines(watch.err()), ElementsAre(complaint + " (event \"removed\")", complaint + " (event \"new\")"));
 }
 
-TEST(UsbExec, that_hangs_keeps_neither_other_events_nor_the_end_waiting)
+TEST(UsbExec, handles_other_events_and_ends_while_the_program_hangs)
 {
     const ScriptedService service({acceptsAll()});
-    // Bounded, so that nothing is left behind for long.
+    // Bounded, so that no process remains for long.
     const Script script("[ \"$KVO_USB_EVENT\" = state ] || exit 0; touch hangs; exec sleep 20");
     Watching watch({"--exec", script.path()});
     ASSERT_TRUE(watch.isActive());

@@ -1,4 +1,4 @@
-// Both programs together, as a person uses them: devices are plugged in at a simulated plant, and the watch shows it.
+// Both programs together, as a user runs them: devices are plugged in at a simulated plant, and the watch shows them.
 #include "tools/kvoctl/support/watching.h"
 #include "tools/kvosim/support/ended.h"
 #include "tools/kvosim/support/running_service.h"
@@ -25,7 +25,7 @@ void useDevice()
     }
 }
 
-TEST(UsbSimulation, is_watched_from_the_activation_to_the_end)
+TEST(UsbSimulation, shows_events_from_the_activation_to_the_end)
 {
     const RunningService service;
     EXPECT_EQ(kvoctl({"usb", "is-active"}).out, "no\n");
@@ -41,7 +41,7 @@ TEST(UsbSimulation, is_watched_from_the_activation_to_the_end)
     EXPECT_THAT(watch.events().front(), HasSubstr("text7=\"Memory stick\""));
 }
 
-TEST(UsbSimulation, is_closed_for_a_program_that_has_crashed)
+TEST(UsbSimulation, can_be_closed_after_a_crash)
 {
     const RunningService service;
     Watching watch;
@@ -53,7 +53,7 @@ TEST(UsbSimulation, is_closed_for_a_program_that_has_crashed)
     EXPECT_THAT(kvosimEnds({"usb", "plug", "10.0.0.5"}).out, HasSubstr("nobody was told"));
 }
 
-TEST(UsbSimulation, sends_a_storm_of_which_no_event_is_lost)
+TEST(UsbSimulation, loses_no_event_of_a_storm)
 {
     const RunningService service;
     Watching watch({"--json"});
@@ -67,7 +67,7 @@ TEST(UsbSimulation, sends_a_storm_of_which_no_event_is_lost)
     EXPECT_EQ(events, 200U);
 }
 
-TEST(UsbSimulation, is_private_to_what_it_runs)
+TEST(UsbSimulation, is_private_to_the_command_that_it_runs)
 {
     const std::string script =
         "'" KVOCTL_PROGRAM "' usb watch | { read begin; read activated; echo \"$activated\"; '" KVOSIM_PROGRAM

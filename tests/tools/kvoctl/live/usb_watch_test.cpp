@@ -1,4 +1,4 @@
-// "kvoctl usb watch": what it shows of events, how it ends, and that nothing keeps it from ending.
+// "kvoctl usb watch": its output for events, its end, and that nothing blocks its end.
 #include "tools/kvoctl/support/usb_devices.h"
 #include "tools/kvoctl/support/watching.h"
 
@@ -26,11 +26,11 @@ using testing::IsEmpty;
 const std::string kPlace = R"( ip_address="10.0.0.5" ident2="Portal mill" ident3="1-1.2")";
 const std::string kDevice = R"( text4="Stick \"A\"" text5="")";
 
-/// What a service hears of a watch that was told to end.
-const std::vector<std::string> kWholeTalk{"isInitComplete\n", "isInitComplete\n", "activateUSBEvents\n",
-                                          "deactivateUSBEvents\n"};
+/// The requests of a watch from its start to its end by a signal.
+const std::vector<std::string> kAllRequests{"isInitComplete\n", "isInitComplete\n", "activateUSBEvents\n",
+                                            "deactivateUSBEvents\n"};
 
-// ---- What is shown ----
+// ---- Output ----
 
 TEST(UsbWatch, shows_every_event_with_all_its_fields)
 {
@@ -52,7 +52,7 @@ TEST(UsbWatch, shows_every_event_with_all_its_fields)
                                                 "removed code=11" + kPlace, "begin code=3", "deactivated code=2"));
 }
 
-TEST(UsbWatch, shows_events_as_objects_one_a_line)
+TEST(UsbWatch, shows_one_json_object_per_line)
 {
     const ScriptedService service({acceptsAll()});
     Watching watch({"--json"});
@@ -75,7 +75,7 @@ TEST(UsbWatch, shows_events_as_objects_one_a_line)
                             R"({"event":"deactivated","code":2})"));
 }
 
-TEST(UsbWatch, of_the_older_callback_is_told_of_new_and_removed_devices_only)
+TEST(UsbWatch, shows_only_new_and_removed_devices_with_the_older_callback)
 {
     const ScriptedService service({acceptsAll()});
     Watching watch({"--v1"});
@@ -85,7 +85,7 @@ TEST(UsbWatch, of_the_older_callback_is_told_of_new_and_removed_devices_only)
     EXPECT_EQ(deliver(refusedText()), "failed");
     EXPECT_EQ(deliver(removedText()), "ok");
     EXPECT_EQ(watch.stop(), 0);
-    // The first byte is the low one of id2: old programs have never seen another one.
+    // The first byte is the low byte of id2: old programs have never received another value.
     std::string bytes = "02";
     for (int i = 1; i < 64; ++i) {
         bytes += " 00";
@@ -95,7 +95,7 @@ TEST(UsbWatch, of_the_older_callback_is_told_of_new_and_removed_devices_only)
                                             "removed code=11" + kPlace));
 }
 
-TEST(UsbWatch, of_the_older_callback_has_the_bytes_as_numbers_in_objects)
+TEST(UsbWatch, shows_the_bytes_of_the_older_callback_as_numbers_in_json)
 {
     const ScriptedService service({acceptsAll()});
     Watching watch({"--v1", "--json"});
@@ -131,7 +131,7 @@ TEST(UsbWatch, escapes_strange_bytes)
     EXPECT_THAT(watch.events(), ElementsAre(HasSubstr(R"(ident2="\x1B[2J\x09Fr\xE4se\xE3\x83")")));
 }
 
-TEST(UsbWatch, writes_valid_objects_of_strange_bytes)
+TEST(UsbWatch, writes_valid_json_for_strange_bytes)
 {
     const ScriptedService service({acceptsAll()});
     Watching watch({"--json"});
@@ -141,7 +141,7 @@ TEST(UsbWatch, writes_valid_objects_of_strange_bytes)
     EXPECT_EQ(Json::parse(lines(watch.out()).at(2))["ident2"], "\x1B[2J\tFr\uFFFDse\uFFFD");
 }
 
-TEST(UsbWatch, never_tears_lines_of_events_that_come_at_once)
+TEST(UsbWatch, never_mixes_lines_of_simultaneous_events)
 {
     const ScriptedService service({acceptsAll()});
     Watching watch({"--json"});
@@ -178,7 +178,7 @@ TEST(UsbWatch, waits_for_a_service_that_is_still_starting)
     EXPECT_EQ(watch.stop(), 0);
 }
 
-TEST(UsbWatch, tells_the_library_s_messages_only_when_they_are_asked_for)
+TEST(UsbWatch, shows_the_library_s_messages_with_the_option_debug)
 {
     const ScriptedService service({acceptsAll()});
     Watching watch({"--debug"});
@@ -188,24 +188,24 @@ TEST(UsbWatch, tells_the_library_s_messages_only_when_they_are_asked_for)
     EXPECT_THAT(watch.err(), HasSubstr("kvo_hws_dll: USB server - terminated0"));
 }
 
-// ---- How it ends ----
+// ---- The end ----
 
 class Signals : public testing::TestWithParam<int> {};
 
-TEST_P(Signals, give_the_events_back)
+TEST_P(Signals, close_the_events)
 {
     const ScriptedService service({acceptsAll()});
     Watching watch;
     ASSERT_TRUE(watch.isActive());
     EXPECT_EQ(watch.stop(GetParam()), 0);
     EXPECT_EQ(watch.err(), "");
-    EXPECT_EQ(service.requests(), kWholeTalk);
+    EXPECT_EQ(service.requests(), kAllRequests);
     EXPECT_EQ(deliver(removedText()), "(no server)");
 }
 
 INSTANTIATE_TEST_SUITE_P(Each, Signals, testing::Values(SIGINT, SIGTERM, SIGHUP));
 
-TEST(UsbWatch, ends_when_another_one_takes_the_events_over)
+TEST(UsbWatch, ends_when_another_program_takes_over_the_events)
 {
     const ScriptedService service({acceptsAll()});
     Watching first;
@@ -213,7 +213,7 @@ TEST(UsbWatch, ends_when_another_one_takes_the_events_over)
     Watching second;
     ASSERT_TRUE(second.isActive());
     EXPECT_EQ(first.wait(), 0);
-    EXPECT_EQ(first.err(), "kvoctl: usb watch: another program has taken the events over\n");
+    EXPECT_EQ(first.err(), "kvoctl: usb watch: another program has taken over the events\n");
     EXPECT_EQ(lines(first.out()).back(), "deactivated code=2");
     EXPECT_EQ(deliver(removedText()), "ok");
     EXPECT_EQ(second.stop(), 0);
@@ -243,7 +243,7 @@ std::ostream &operator<<(std::ostream &out, const Failing &row) { return out << 
 
 class Activations : public testing::TestWithParam<Failing> {};
 
-TEST_P(Activations, that_fail_are_told)
+TEST_P(Activations, that_fail_are_reported)
 {
     const Failing &row = GetParam();
     const ScriptedService service(row.service);
@@ -275,7 +275,7 @@ const std::vector<Failing> kFailures = {{"refused",
 
 INSTANTIATE_TEST_SUITE_P(Rows, Activations, testing::ValuesIn(kFailures), [](const auto &row) { return row.param.name; });
 
-TEST(UsbWatch, tells_a_service_that_refuses_before_anything_is_taken_over)
+TEST(UsbWatch, reports_a_refusal_before_it_takes_over_the_events)
 {
     const ScriptedService service({support::replies("failed")});
     Watching watch;
@@ -285,17 +285,17 @@ TEST(UsbWatch, tells_a_service_that_refuses_before_anything_is_taken_over)
     EXPECT_THAT(service.requests(), ElementsAre("isInitComplete\n"));
 }
 
-TEST(UsbWatch, tells_when_the_service_does_not_take_the_events_back)
+TEST(UsbWatch, reports_a_refused_close)
 {
     const ScriptedService service({acceptsAll({{"deactivateUSBEvents", "failed"}})});
     Watching watch;
     ASSERT_TRUE(watch.isActive());
     EXPECT_EQ(watch.stop(), 4);
-    EXPECT_EQ(watch.err(), "kvoctl: usb watch: the events could not be given back: the service refused or answered something "
+    EXPECT_EQ(watch.err(), "kvoctl: usb watch: the events could not be closed: the service refused or answered something "
                            "unknown (result -1)\n");
 }
 
-TEST(UsbWatch, does_not_wait_for_ever_for_a_service_that_hangs)
+TEST(UsbWatch, does_not_wait_forever_for_a_service_that_hangs)
 {
     const ScriptedService service({acceptsAll(), acceptsAll(), acceptsAll(), support::staysSilent(15s)});
     Watching watch;
@@ -303,10 +303,10 @@ TEST(UsbWatch, does_not_wait_for_ever_for_a_service_that_hangs)
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(watch.stop(), 3);
     EXPECT_LT(std::chrono::steady_clock::now() - start, 10s);
-    EXPECT_THAT(watch.err(), HasSubstr("the events could not be given back: no service answers"));
+    EXPECT_THAT(watch.err(), HasSubstr("the events could not be closed: no service answers"));
 }
 
-TEST(UsbWatch, fails_where_nobody_can_connect_to_it)
+TEST(UsbWatch, fails_if_its_socket_cannot_be_created)
 {
     const ScriptedService service({acceptsAll()});
     std::filesystem::remove(support::kUsbSocket);
@@ -321,12 +321,12 @@ TEST(UsbWatch, fails_where_nobody_can_connect_to_it)
     std::filesystem::remove(support::kUsbSocket);
 }
 
-// ---- What it writes to ----
+// ---- Standard output ----
 
-TEST(UsbWatch, ends_well_when_its_reader_goes_away)
+TEST(UsbWatch, ends_with_status_0_when_its_output_is_closed)
 {
     const ScriptedService service({acceptsAll()});
-    // Nothing comes behind the lines that are read: that the reader is gone is seen without writing.
+    // No event follows the lines that are read: kvoctl notices the closed pipe without writing.
     Shell shell("(\"$KVOCTL\" usb watch; echo status $? >&2) | head -2");
     EXPECT_EQ(shell.wait(), 0);
     EXPECT_EQ(shell.out(), "begin code=3\nactivated code=1\n");
@@ -334,16 +334,16 @@ TEST(UsbWatch, ends_well_when_its_reader_goes_away)
     EXPECT_EQ(service.requests().back(), "deactivateUSBEvents\n");
 }
 
-TEST(UsbWatch, gives_the_events_back_when_its_output_is_full)
+TEST(UsbWatch, closes_the_events_when_its_output_is_full)
 {
     const ScriptedService service({acceptsAll()});
     Shell shell("\"$KVOCTL\" usb watch > /dev/full");
     EXPECT_EQ(shell.wait(), 5);
-    EXPECT_EQ(shell.err(), "kvoctl: can not write to standard output: No space left on device\n");
+    EXPECT_EQ(shell.err(), "kvoctl: cannot write to standard output: No space left on device\n");
     EXPECT_EQ(service.requests().back(), "deactivateUSBEvents\n");
 }
 
-TEST(UsbWatch, ends_and_answers_events_while_its_reader_reads_nothing)
+TEST(UsbWatch, answers_events_and_ends_while_its_output_is_not_read)
 {
     const ScriptedService service({acceptsAll()});
     int ends[2];
@@ -357,7 +357,7 @@ TEST(UsbWatch, ends_and_answers_events_while_its_reader_reads_nothing)
     EXPECT_EQ(deliver(removedText()), "ok");
     shell.signal(SIGTERM);
     EXPECT_EQ(shell.wait(), 0);
-    EXPECT_EQ(service.requests(), kWholeTalk);
+    EXPECT_EQ(service.requests(), kAllRequests);
     close(ends[0]);
     close(ends[1]);
 }

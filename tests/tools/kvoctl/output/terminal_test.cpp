@@ -1,4 +1,4 @@
-// What a person sees: tables that fit the terminal, and texts that can not harm it.
+// Output on a terminal: tables that fit its width, and texts that cannot control it.
 #include "tools/kvoctl/support/kvoctl.h"
 
 #include "support/scripted_service.h"
@@ -12,7 +12,7 @@ namespace {
 
 using support::ScriptedService;
 
-/// One station, 10.0.0.5, of this name.
+/// A plant with one station, 10.0.0.5, of this name.
 std::vector<support::Script> plantOf(const std::string &name)
 {
     std::array<char, 9> length{};
@@ -30,7 +30,7 @@ std::string tableOf(const std::string &name, const Surroundings &surroundings)
     return ended.out;
 }
 
-/// The row of a station in a terminal of 46 columns, which leave 15 for its name.
+/// The row of a station in a terminal of 46 columns, which leaves 15 for its name.
 std::string rowOf(const std::string &name)
 {
     const std::string table = tableOf(name, {.terminal = 46});
@@ -38,19 +38,19 @@ std::string rowOf(const std::string &name)
     return table.substr(begin, table.find('\n', begin) - begin);
 }
 
-TEST(Terminal, cuts_long_names_to_its_width)
+TEST(Terminal, cuts_long_names_at_its_width)
 {
     EXPECT_EQ(tableOf("A name that is too long", {.terminal = 46}), "ADDRESS   NAME             ATTR1  ATTR2  ATTR3\n"
                                                                     "10.0.0.5  A name that is…      1      2      3\n"
                                                                     "1 station\n");
 }
 
-TEST(Terminal, leaves_a_name_whole_that_just_fits)
+TEST(Terminal, does_not_cut_a_name_that_just_fits)
 {
     EXPECT_EQ(rowOf("Exactly fifteen"), "10.0.0.5  Exactly fifteen      1      2      3");
 }
 
-TEST(Terminal, cuts_no_name_where_lines_do_not_fit_even_so_and_gets_records)
+TEST(Terminal, shows_records_with_whole_names_if_cutting_is_not_enough)
 {
     EXPECT_EQ(tableOf("A name that is too long", {.terminal = 38}), "10.0.0.5  A name that is too long\n"
                                                                     "  ATTR1 1  ATTR2 2  ATTR3 3\n"
@@ -62,7 +62,7 @@ TEST(Terminal, cuts_no_name_where_lines_do_not_fit_even_so_and_gets_records)
                                                                     "1 station\n");
 }
 
-TEST(Terminal, cuts_a_name_to_8_columns_where_that_makes_lines_fit)
+TEST(Terminal, cuts_a_name_to_8_columns_if_that_makes_lines_fit)
 {
     EXPECT_THAT(tableOf("A name that is too long", {.terminal = 39}), testing::HasSubstr("\n10.0.0.5  A name …      1 "));
 }
@@ -80,7 +80,7 @@ std::string extendedTable(const Surroundings &surroundings)
     return ended.out;
 }
 
-TEST(Terminal, of_80_columns_gets_extended_stations_as_records)
+TEST(Terminal, of_80_columns_shows_extended_stations_as_records)
 {
     EXPECT_EQ(extendedTable({.terminal = 80}),
               "10.0.0.5  " + std::string(40, 'n') +
@@ -93,13 +93,13 @@ TEST(Terminal, of_80_columns_gets_extended_stations_as_records)
                   "2 stations\n");
 }
 
-TEST(Terminal, cuts_a_name_in_a_record_where_that_makes_its_line_fit)
+TEST(Terminal, cuts_a_name_in_a_record_if_that_makes_its_line_fit)
 {
     EXPECT_THAT(extendedTable({.terminal = 49}),
                 testing::StartsWith("10.0.0.5  " + std::string(38, 'n') + "…\n  ATTR1 1  ATTR2 2  ATTR3 3  EXT1 4  EXT2 5\n"));
 }
 
-TEST(Terminal, that_is_wide_enough_gets_extended_stations_as_a_table)
+TEST(Terminal, that_is_wide_enough_shows_extended_stations_as_a_table)
 {
     EXPECT_THAT(extendedTable({.terminal = 130}), testing::StartsWith("ADDRESS   NAME "));
     EXPECT_THAT(extendedTable({}), testing::StartsWith("ADDRESS   NAME ")) << "as a file does";
@@ -111,28 +111,28 @@ constexpr const char *kRed = "\x1B[1;31m";
 constexpr const char *kGreen = "\x1B[32m";
 constexpr const char *kPlain = "\x1B[0m";
 
-TEST(Terminal, gets_what_doctor_finds_in_colour)
+TEST(Terminal, shows_the_findings_of_doctor_in_colour)
 {
     const std::string out = kvoctl({"doctor"}, {.terminal = 120, .environment = {"TERM=xterm"}}).out;
     EXPECT_THAT(out, testing::HasSubstr(std::string(kRed) + "FAULT" + kPlain + "  "));
     EXPECT_THAT(out, testing::HasSubstr(std::string(kGreen) + "ok" + kPlain + "     libpavo.so.1     The loader"))
-        << "what is not seen takes no room";
+        << "escape sequences take no columns";
 }
 
-TEST(Terminal, gets_no_colour_where_it_is_not_wanted)
+TEST(Terminal, shows_no_colour_if_the_environment_disables_it)
 {
     for (const std::vector<std::string> &unwanted :
          {std::vector<std::string>{"TERM=dumb"}, std::vector<std::string>{"TERM=xterm", "NO_COLOR=1"}}) {
         const Ended ended = kvoctl({"doctor"}, {.terminal = 120, .environment = unwanted});
         EXPECT_EQ(ended.out.find('\x1B'), std::string::npos) << unwanted.back();
     }
-    EXPECT_EQ(kvoctl({"doctor"}, {.environment = {"TERM=xterm"}}).out.find('\x1B'), std::string::npos) << "no terminal";
+    EXPECT_EQ(kvoctl({"doctor"}, {.environment = {"TERM=xterm"}}).out.find('\x1B'), std::string::npos) << "not a terminal";
     EXPECT_NE(kvoctl({"doctor"}, {.terminal = 120, .environment = {"TERM=xterm", "NO_COLOR="}}).out.find('\x1B'),
               std::string::npos)
-        << "an empty NO_COLOR says nothing";
+        << "an empty NO_COLOR is ignored";
 }
 
-TEST(Terminal, gets_failures_in_colour)
+TEST(Terminal, shows_failures_in_colour)
 {
     const Surroundings terminal{.terminal = 120, .environment = {"TERM=xterm"}, .errorsToTerminal = true};
     EXPECT_THAT(kvoctl({"station", "10.0.0.5"}, terminal).out,
@@ -141,7 +141,7 @@ TEST(Terminal, gets_failures_in_colour)
                 testing::StartsWith(std::string(kRed) + "kvoctl:" + kPlain + " \"statons\" is not a command"));
 }
 
-TEST(Terminal, of_unknown_width_goes_by_columns)
+TEST(Terminal, of_unknown_width_uses_columns)
 {
     EXPECT_EQ(tableOf("A name that is too long", {.terminal = 0, .environment = {"COLUMNS=40"}}),
               "ADDRESS   NAME       ATTR1  ATTR2  ATTR3\n"
@@ -149,7 +149,7 @@ TEST(Terminal, of_unknown_width_goes_by_columns)
               "1 station\n");
 }
 
-TEST(Terminal, of_unknown_width_cuts_nothing_where_columns_is_not_a_width)
+TEST(Terminal, of_unknown_width_cuts_nothing_if_columns_is_not_a_width)
 {
     for (const char *columns : {"COLUMNS=", "COLUMNS=0", "COLUMNS=40x", "COLUMNS=-40"}) {
         EXPECT_THAT(tableOf("A name that is too long", {.terminal = 0, .environment = {columns}}),
@@ -158,19 +158,19 @@ TEST(Terminal, of_unknown_width_cuts_nothing_where_columns_is_not_a_width)
     }
 }
 
-TEST(Terminal, s_own_width_counts_more_than_columns)
+TEST(Terminal, s_own_width_takes_precedence_over_columns)
 {
     EXPECT_THAT(tableOf("A name that is too long", {.terminal = 200, .environment = {"COLUMNS=40"}}),
                 testing::HasSubstr("A name that is too long"));
 }
 
-TEST(Pipe, gets_whole_names_whatever_columns_says)
+TEST(Pipe, shows_whole_names_regardless_of_columns)
 {
     const std::string longest(259, 'n');
     EXPECT_THAT(tableOf(longest, {.environment = {"COLUMNS=40"}}), testing::HasSubstr(longest));
 }
 
-TEST(Pipe, is_padded_to_40_columns_at_most)
+TEST(Pipe, pads_names_to_at_most_40_columns)
 {
     const std::string entry = "0A000005 00000001 00000002 00000003 ";
     const std::string exact(40, 'e');
@@ -184,13 +184,13 @@ TEST(Pipe, is_padded_to_40_columns_at_most)
                                             "      1      2      3\n3 stations\n");
 }
 
-TEST(Pipe, gets_no_blanks_at_the_end_of_a_line)
+TEST(Pipe, has_no_spaces_at_the_end_of_a_line)
 {
     const ScriptedService service({support::replies("00000002 00000001 00000000  00000002 00000003 x   ")});
     EXPECT_EQ(kvoctl({"clients"}).out, "VALUE  NAME\n    1\n    2  x\n2 clients\n");
 }
 
-TEST(Terminal, gets_one_station_whole)
+TEST(Terminal, shows_a_single_station_uncut)
 {
     const ScriptedService service(
         {support::replies("0A000005 00000001 00000002 FFFFFFFF 00000017 A name that is too long 00000001 "
@@ -205,7 +205,7 @@ struct Shown {
     std::string row;
 };
 
-TEST(Names, are_measured_by_what_they_look_like)
+TEST(Names, are_measured_in_displayed_columns)
 {
     const std::vector<Shown> rows{
         {"Fräse", "10.0.0.5  Fräse      1      2      3"},
@@ -223,7 +223,7 @@ TEST(Names, are_measured_by_what_they_look_like)
     }
 }
 
-TEST(Names, never_steer_the_terminal)
+TEST(Names, cannot_control_the_terminal)
 {
     const std::vector<Shown> rows{
         {"a\x1B[2Jb", R"(10.0.0.5  a\x1B[2Jb      1      2      3)"},
@@ -246,7 +246,7 @@ TEST(Names, look_the_same_in_every_locale)
     EXPECT_THAT(tableOf("プレス 1", {.environment = {"LC_ALL=C"}}), testing::HasSubstr("10.0.0.5  プレス 1      1"));
 }
 
-TEST(Messages, never_steer_the_terminal)
+TEST(Messages, cannot_control_the_terminal)
 {
     const ScriptedService service({support::replies("not found")});
     EXPECT_EQ(kvoctl({"station", "Fr\xE4se\xC2\x9B"}).err,

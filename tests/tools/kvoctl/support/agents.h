@@ -1,4 +1,4 @@
-// "kvoctl agent run" as a process, with a service that knows its station, and lines for it to push.
+// Runs "kvoctl agent run" as a process, with a service that knows its station, and with lines to push.
 #pragma once
 
 #include "support/remote_service.h"
@@ -17,7 +17,7 @@ inline constexpr unsigned kSession = 3;
 inline const std::string kStationText =
     "0A000005 00000400 00000300 00000020 00000003 st1 00000000 00000000 00000001 00000002 00000003 00000004 89ABCDEF ";
 
-/// A service that knows the station in focus, which the agent asks for by its address as the platform stores it.
+/// A service that knows the station in focus. The agent requests it with the address in the platform's byte order.
 inline support::Script knowsFocus()
 {
     return support::acceptsAll({{"getExDescByIP 0500000A", kStationText},
@@ -39,7 +39,7 @@ public:
     void type(std::string_view text) const
     {
         const ssize_t written = write(input_, text.data(), text.size());
-        static_cast<void>(written);  // what is missing is missed in the output
+        static_cast<void>(written);  // tests see in the output if something is missing
     }
     void endInput() { close(std::exchange(input_, -1)); }
 
@@ -59,7 +59,7 @@ private:
     {
         const std::string fifo = directory_ / "input";
         mkfifo(fifo.c_str(), 0600);
-        input_ = open(fifo.c_str(), O_RDWR | O_CLOEXEC);  // so that neither of us waits for the other
+        input_ = open(fifo.c_str(), O_RDWR | O_CLOEXEC);  // O_RDWR, so that neither side waits for the other
         Arguments all{"sh", "-c", "exec \"$0\" \"$@\" < '" + fifo + "'", KVOCTL_PROGRAM, "agent", "run"};
         all.insert(all.end(), focus.begin(), focus.end());
         all.insert(all.end(), {"--remote", "127.0.0.1", "--session", std::to_string(kSession)});

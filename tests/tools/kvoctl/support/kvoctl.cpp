@@ -1,4 +1,4 @@
-// Starts the program with pipes or a terminal and reads what it writes until it ends.
+// Starts the program with pipes or a terminal and reads its output until it ends.
 #include "tools/kvoctl/support/kvoctl.h"
 
 #include <array>
@@ -102,7 +102,7 @@ pid_t start(const Arguments &arguments, const Surroundings &surroundings, int ou
     return process;
 }
 
-/// Reads both outputs until nobody can write to them any more; a terminal tells so by an error.
+/// Reads both outputs until all writers have closed them; for a terminal, read then fails.
 void readAll(int out, std::string &outText, int err, std::string &errText)
 {
     std::array<pollfd, 2> sources{pollfd{.fd = out, .events = POLLIN, .revents = 0},

@@ -1,4 +1,4 @@
-// The real program as a process, with what it writes and how it ends.
+// Runs the real program as a process and returns its output and exit status.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -12,10 +12,10 @@ namespace kvoctl_test {
 using Arguments = std::vector<std::string>;
 using Json = nlohmann::ordered_json;
 
-/// What the program runs in.
+/// The environment in which the program runs.
 struct Surroundings {
-    std::optional<unsigned short> terminal{};  ///< standard output is a terminal of so many columns; 0: it does not say
-    std::vector<std::string> environment{"LC_ALL=C.UTF-8"};  ///< beside the test's own; later ones win
+    std::optional<unsigned short> terminal{};  ///< standard output is a terminal with this number of columns; 0: unknown
+    std::vector<std::string> environment{"LC_ALL=C.UTF-8"};  ///< in addition to the test's own; later ones take precedence
     const char *outputFile = nullptr;                        ///< standard output is this file
     const char *inputFile = "/dev/null";                     ///< standard input
     bool errorsToTerminal = false;                           ///< standard error is the terminal too
@@ -26,7 +26,7 @@ struct Ended {
     std::string out;
     std::string err;
 
-    /// The one document on standard output. Throws where that is not exactly one.
+    /// The document on standard output. Throws unless it is exactly one.
     [[nodiscard]] Json document() const { return Json::parse(out); }
 };
 

@@ -1,4 +1,4 @@
-// A subcommand against a service that gives certain answers, as a row of a table.
+// A test case: a subcommand against a service with given replies.
 #pragma once
 
 #include "tools/kvoctl/support/kvoctl.h"
@@ -11,12 +11,12 @@ namespace kvoctl_test {
 struct Case {
     std::string name;
     Arguments arguments;
-    std::vector<std::string> replies;   ///< none: no service is there
-    std::vector<std::string> requests;  ///< what the service hears
+    std::vector<std::string> replies;   ///< none: no service runs
+    std::vector<std::string> requests;  ///< the requests that the service receives
     int status;
     std::string out;       ///< standard output without --json
     std::string document;  ///< standard output with --json
-    std::string err{};     ///< standard error, either way
+    std::string err{};     ///< standard error, with and without --json
 };
 
 inline const std::string kRefusal = "the service refused or answered something unknown (result -1)\n";
@@ -26,11 +26,11 @@ inline const std::string kMissing = "no service answers at /tmp/kvo_hws/cmd_sock
 inline const std::string kMissingDocument =
     R"({"error": {"code": -2, "meaning": "no service answers at /tmp/kvo_hws/cmd_sock"}})";
 
-/// The subcommands of the catalogue's requests: what is shown, what is done, and each failure.
+/// The subcommands of the catalogue's requests: output, success and each failure.
 std::vector<Case> catalogueRows();
-/// Subcommands that ask for something.
+/// Subcommands that send several requests or have their own messages.
 std::vector<Case> questionRows();
-/// Arguments that are written in other ways, and answers in words of its own.
+/// Arguments in other forms, and kvoctl's own messages.
 std::vector<Case> writtenRows();
 
 }  // namespace kvoctl_test

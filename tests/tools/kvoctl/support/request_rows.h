@@ -1,4 +1,4 @@
-// Collects the rows of one subcommand: what it shows of replies. What failures come to is in the catalogue's rows.
+// Builds the test cases of one subcommand from the replies of the service.
 #pragma once
 
 #include "tools/kvoctl/support/request_case.h"
@@ -11,7 +11,7 @@
 
 namespace kvoctl_test {
 
-/// The words of a subcommand, one by one, and its arguments.
+/// The words of a subcommand and its arguments, as a list.
 inline Arguments commandLine(const std::string &words, const Arguments &arguments)
 {
     std::istringstream input(words);
@@ -29,22 +29,22 @@ public:
     {
     }
     /// @p words    the subcommand, "viewer start"
-    /// @p request  what the service hears
+    /// @p request  the request that the service receives
     CommandRows(const std::string &words, const Arguments &arguments, std::string request)
         : words_(words), request_(std::move(request)), arguments_(commandLine(words, arguments))
     {
     }
 
-    /// A reply that is shown.
+    /// A reply with output.
     CommandRows &shows(const std::string &reply, const std::string &out, const std::string &document, int status = 0)
     {
         return add({reply}, {request_}, status, out, document);
     }
 
-    /// A reply that means that it was done.
+    /// A reply that means success without output.
     CommandRows &isDone(const std::string &reply = "ok") { return shows(reply, "", R"({"done": true})"); }
 
-    /// A reply that ends with a result and these words.
+    /// A reply that leads to this result and message.
     CommandRows &fails(const std::string &reply, int result, const std::string &meaning)
     {
         const std::string document = Json{{"error", {{"code", result}, {"meaning", meaning}}}}.dump();
@@ -52,7 +52,7 @@ public:
                    meaning + " (result " + std::to_string(result) + ")\n");
     }
 
-    /// What the rows' names have, where others of the same subcommand stand elsewhere.
+    /// Adds @p kind to the names of the rows, to distinguish them from other rows of the same subcommand.
     CommandRows &named(std::string kind)
     {
         kind_ = std::move(kind);
@@ -62,7 +62,7 @@ public:
     /// Without a service.
     CommandRows &missesTheService() { return add({}, {}, 3, "", kMissingDocument, kMissing); }
 
-    /// All of them, to be called last.
+    /// Returns all rows. Call it last.
     [[nodiscard]] std::vector<Case> rows() { return std::move(rows_); }
 
 private:

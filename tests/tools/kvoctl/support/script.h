@@ -1,4 +1,4 @@
-// A program of the user's for --exec.
+// A user's program for --exec.
 #pragma once
 
 #include "tools/kvosim/support/temporary_directory.h"
@@ -11,7 +11,7 @@ namespace kvoctl_test {
 
 class Script {
 public:
-    /// @p lines  of a shell, in the script's own directory
+    /// @p lines  shell commands, which run in the script's own directory
     explicit Script(const std::string &lines) : Script("/bin/sh", "cd \"${0%/*}\"\n" + lines) {}
     Script(const std::string &interpreter, const std::string &lines)
     {
@@ -20,7 +20,7 @@ public:
     }
 
     [[nodiscard]] std::string path() const { return directory_ / "on-event"; }
-    /// A file that the program has written.
+    /// The contents of a file that the program has written.
     [[nodiscard]] std::string file(const char *name) const { return kvosim_test::contentsOf(directory_ / name); }
     [[nodiscard]] bool has(const char *name) const { return std::filesystem::exists(directory_ / name); }
 

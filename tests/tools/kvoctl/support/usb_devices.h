@@ -1,4 +1,4 @@
-// Event texts of the daemon about one USB device, with something in every field, and how the daemon delivers them.
+// The daemon's event texts about one USB device with a value in every field, and their delivery.
 #pragma once
 
 #include "support/usb_events.h"

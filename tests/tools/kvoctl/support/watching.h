@@ -1,4 +1,4 @@
-// A command that runs until it is told to end, as a process: "kvoctl usb watch" unless another one is named.
+// Runs a command that does not end by itself as a process: "kvoctl usb watch" by default.
 #pragma once
 
 #include "tools/kvosim/support/program.h"
@@ -22,11 +22,11 @@ class Watching {
 public:
     explicit Watching(const Arguments &more = {}, const Arguments &words = {"usb", "watch"}) : program_(command(words, more)) {}
 
-    /// Waits until the service has agreed; false after 10 s.
+    /// Waits until the service has confirmed the activation; returns false after 10 s.
     [[nodiscard]] bool isActive() const { return program_.hasWritten("activated"); }
     [[nodiscard]] bool hasWritten(const std::string &text) const { return program_.hasWritten(text); }
     void signal(int number) const { program_.signal(number); }
-    /// Its exit status, or minus the signal that ended it.
+    /// Returns its exit status, or minus the signal that killed it.
     int wait() { return program_.wait(); }
     int stop(int number = SIGINT)
     {
@@ -58,7 +58,7 @@ private:
     kvosim_test::Program program_;
 };
 
-/// Runs a line of the shell in which $KVOCTL stands for the program.
+/// Runs a shell command in which $KVOCTL is the program.
 class Shell : public kvosim_test::Program {
 public:
     explicit Shell(const std::string &line) : Program({"sh", "-c", "KVOCTL='" KVOCTL_PROGRAM "'; " + line}) {}

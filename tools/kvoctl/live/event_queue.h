@@ -1,4 +1,4 @@
-// What the library tells on its own threads, on its way to the main thread, which alone writes and ends.
+// Passes events from the library's threads to the main thread, which alone writes output and ends the command.
 #pragma once
 
 #include "common/descriptor.h"
@@ -11,9 +11,9 @@
 namespace kvoctl {
 
 template <class Item>
-class Inbox {
+class EventQueue {
 public:
-    Inbox() : wakeUp_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd") {}
+    EventQueue() : wakeUp_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd") {}
 
     void put(Item item)
     {
@@ -30,7 +30,7 @@ public:
         return std::exchange(items_, {});
     }
 
-    /// Readable while there is something to take.
+    /// A descriptor that is readable while the queue is not empty.
     [[nodiscard]] int descriptor() const noexcept { return wakeUp_.get(); }
 
 private:
@@ -39,20 +39,20 @@ private:
     std::vector<Item> items_;
 };
 
-/// The process's only @p Value, made when it is first asked for. It is never destroyed: callbacks, which are given nothing but
-/// what the library tells, may still run while the process ends.
+/// The process's only @p Value, constructed at the first call. It is never destroyed, because callbacks, which get no context
+/// pointer, may still use it while the process ends.
 template <class Value>
-Value &lasting()
+Value &neverDestroyed()
 {
-    union Lasting {
-        Lasting() : value() {}
-        Lasting(const Lasting &) = delete;
-        Lasting &operator=(const Lasting &) = delete;
-        ~Lasting() {}
+    union Storage {
+        Storage() : value() {}
+        Storage(const Storage &) = delete;
+        Storage &operator=(const Storage &) = delete;
+        ~Storage() {}
         Value value;
     };
-    static Lasting lasting;
-    return lasting.value;
+    static Storage storage;
+    return storage.value;
 }
 
 }  // namespace kvoctl

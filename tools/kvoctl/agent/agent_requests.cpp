@@ -1,5 +1,5 @@
-// The commands of the protocol, each with an argument that does no harm.
-#include "kvoctl/agent/agent_questions.h"
+// The commands of the remote protocol, each with a harmless argument.
+#include "kvoctl/agent/agent_requests.h"
 
 #include <map>
 #include <regex>
@@ -15,15 +15,15 @@ std::string failed(const std::string &reason) { return line("failed: " + reason)
 const std::string kOk = line("ok");
 const std::string kFailed = line("failed");
 const std::string kBad = line("bad request");
-/// Of what the host is asked to do; without a host the request is a bad one.
+/// Replies to a command for the host; without a host the request is a bad one.
 const std::string kDone = kOk + "|" + kFailed + "|" + kBad;
-/// Of what is stored, unless the value is none that it can have.
+/// Replies to a command that stores a value; the second one if the value is not allowed.
 const std::string kTaken = kOk + "|" + kBad;
 /// Without a line end, unlike all other replies: remote services wait for these four letters.
 const std::string kNone = "none";
 
-/// What is refused is asked like all the rest: the agent passes it to nobody.
-const std::map<std::string_view, AgentQuestion> kQuestions{
+/// Commands that the agent always refuses are sent like all others: it passes them on to no one.
+const std::map<std::string_view, AgentRequest> kRequests{
     {"show-panel-size",
      {.reply = line("width=-?[0-9]+ height=-?[0-9]+ depth=-?[0-9]+") + "|" + failed("panel size not readable")}},
     {"show-hwid", {.reply = line("hwid=[0-9]+[.][0-9]+[.][0-9]+[.][0-9]+:[0-9a-f]{8}") + "|" + failed("hwid not readable")}},
@@ -94,15 +94,15 @@ const std::map<std::string_view, AgentQuestion> kQuestions{
 
 }  // namespace
 
-const AgentQuestion *agentQuestion(std::string_view keyword)
+const AgentRequest *findAgentRequest(std::string_view keyword)
 {
-    const auto question = kQuestions.find(keyword);
-    return question == kQuestions.end() ? nullptr : &question->second;
+    const auto request = kRequests.find(keyword);
+    return request == kRequests.end() ? nullptr : &request->second;
 }
 
-bool isInForm(const AgentQuestion &question, const std::string &reply)
+bool isValidReply(const AgentRequest &request, const std::string &reply)
 {
-    return std::regex_match(reply, std::regex(question.reply, std::regex::extended));
+    return std::regex_match(reply, std::regex(request.reply, std::regex::extended));
 }
 
 }  // namespace kvoctl

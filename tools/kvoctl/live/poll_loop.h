@@ -1,0 +1,44 @@
+// The poll loop of a command that runs until the user stops it: handles signals and output besides the command's own
+// descriptors.
+#pragma once
+
+#include "kvoctl/live/line_output.h"
+#include "kvoctl/live/stop_signals.h"
+
+#include <chrono>
+#include <optional>
+#include <span>
+#include <string>
+
+namespace kvoctl {
+
+class PollLoop {
+public:
+    /// The command ends when the reader of the output closes it, unless @p writes is false: then the command writes only at the
+    /// end.
+    explicit PollLoop(const StopSignals &signals, bool writes = true) : signals_(signals), writes_(writes) {}
+
+    void write(const std::string &line) { output_.add(line); }
+
+    /// Waits until one of @p sources is ready, a signal arrives, the output can be written, or @p time has passed; without @p
+    /// time, forever. Sets the events of @p sources. Returns false if none of them is ready.
+    bool wait(std::span<pollfd> sources, std::optional<std::chrono::milliseconds> time);
+
+    /// Whether a signal has arrived, or the output can no longer be written.
+    [[nodiscard]] bool mustEnd() const noexcept { return stopped_ || output_.hasEnded(); }
+    /// Whether the reader is so slow that no lines should be added for now.
+    [[nodiscard]] bool isBehind() const noexcept { return output_.isBehind(); }
+
+    /// Writes the remaining lines as far as the output takes them without blocking.
+    void drain() { output_.drain(); }
+    /// Throws std::runtime_error if lines were lost, except because the reader closed the output.
+    void check() const { output_.check(); }
+
+private:
+    const StopSignals &signals_;
+    bool writes_;
+    LineOutput output_;
+    bool stopped_ = false;
+};
+
+}  // namespace kvoctl

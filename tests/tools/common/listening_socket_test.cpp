@@ -1,4 +1,4 @@
-// Whose place a socket's path is.
+// Creation and removal of listening sockets, and the paths that they refuse.
 #include "common/listening_socket.h"
 #include "tools/kvosim/support/client.h"
 #include "tools/kvosim/support/temporary_directory.h"
@@ -32,7 +32,7 @@ protected:
     std::filesystem::path path = directory / "sock";
 };
 
-TEST_F(UnixSocket, creates_its_directory_and_removes_itself)
+TEST_F(UnixSocket, creates_its_directory_and_removes_its_file)
 {
     {
         const tools::ListeningSocket socket(path);
@@ -42,7 +42,7 @@ TEST_F(UnixSocket, creates_its_directory_and_removes_itself)
     EXPECT_FALSE(std::filesystem::exists(path));
 }
 
-TEST_F(UnixSocket, takes_the_others_right_to_write_from_its_directory)
+TEST_F(UnixSocket, removes_other_users_write_permission_from_its_directory)
 {
     std::filesystem::create_directory(directory);
     ASSERT_EQ(chmod(directory.c_str(), 0777), 0);
@@ -50,7 +50,7 @@ TEST_F(UnixSocket, takes_the_others_right_to_write_from_its_directory)
     EXPECT_EQ(directoryMode(), mode_t{0755});
 }
 
-TEST_F(UnixSocket, leaves_a_narrower_directory_narrow)
+TEST_F(UnixSocket, does_not_widen_the_permissions_of_its_directory)
 {
     std::filesystem::create_directory(directory);
     ASSERT_EQ(chmod(directory.c_str(), 0700), 0);
@@ -73,14 +73,14 @@ TEST_F(UnixSocket, removes_a_stale_socket)
     const Client client(path.string());
 }
 
-TEST_F(UnixSocket, leaves_a_live_service_alone)
+TEST_F(UnixSocket, does_not_replace_a_live_service)
 {
     const tools::ListeningSocket live(path);
     EXPECT_THAT([&] { listenOnce(); }, ThrowsMessage<std::runtime_error>(HasSubstr("a service is running at")));
     const Client client(path.string());
 }
 
-TEST_F(UnixSocket, leaves_another_file_alone)
+TEST_F(UnixSocket, does_not_replace_another_file)
 {
     std::filesystem::create_directory(directory);
     std::ofstream(path) << "precious";
@@ -95,26 +95,26 @@ TEST_F(UnixSocket, refuses_another_users_directory)
     }
     std::filesystem::create_directory(directory);
     if (chown(directory.c_str(), 12345, 12345) != 0) {
-        GTEST_SKIP() << "this root can not give a directory to another user";
+        GTEST_SKIP() << "root cannot give a directory to another user here";
     }
     std::ofstream(directory / "precious") << "of that user";
     EXPECT_THAT([&] { listenOnce(); }, ThrowsMessage<std::runtime_error>(
                                            HasSubstr("belongs to another user (number 12345); to remove it, type \"rm -r ")));
 }
 
-TEST_F(UnixSocket, refuses_a_link_in_place_of_its_directory)
+TEST_F(UnixSocket, refuses_a_link_as_its_directory)
 {
     std::filesystem::create_directory_symlink(root.path(), directory);
     EXPECT_THAT([&] { listenOnce(); }, ThrowsMessage<std::runtime_error>(HasSubstr("is not a usable directory")));
 }
 
-TEST_F(UnixSocket, refuses_a_path_that_does_not_fit_an_address)
+TEST_F(UnixSocket, refuses_a_path_that_is_too_long_for_an_address)
 {
     path = directory / std::string(100, 'a');
     EXPECT_THAT([&] { listenOnce(); }, ThrowsMessage<std::runtime_error>(HasSubstr("too long for a socket")));
 }
 
-TEST_F(UnixSocket, does_not_remove_a_socket_that_has_taken_its_place)
+TEST_F(UnixSocket, does_not_remove_a_socket_that_has_replaced_it)
 {
     std::optional<tools::ListeningSocket> first(path);
     std::filesystem::rename(path, directory / "moved");

@@ -1,4 +1,4 @@
-// Holding a folder that others may remove at the same time.
+// Locking a folder that other processes may remove at the same time.
 #include "common/socket_folder.h"
 #include "support/eventually.h"
 #include "tools/kvosim/support/temporary_directory.h"
@@ -15,7 +15,7 @@ namespace {
 using tools::Descriptor;
 using tools::FolderUse;
 
-/// Whether a process waits for a lock of a file.
+/// Whether a process waits for a lock on the file with this inode.
 bool isAwaited(ino_t inode)
 {
     std::istringstream locks(kvosim_test::contentsOf("/proc/locks"));
@@ -27,12 +27,12 @@ bool isAwaited(ino_t inode)
     return false;
 }
 
-TEST(SocketFolder, is_made_again_where_it_was_removed_before_the_lock_was_granted)
+TEST(SocketFolder, is_created_again_if_it_was_removed_before_the_lock_was_granted)
 {
     const kvosim_test::TemporaryDirectory root;
     const std::filesystem::path path = root / "sockets";
     ASSERT_EQ(mkdir(path.c_str(), tools::kMadeByRun), 0);
-    // As the last run does that removes it.
+    // Locks the folder as the last run does before it removes it.
     const Descriptor last(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     struct stat status {};
     ASSERT_EQ(fstat(last.get(), &status), 0);
@@ -46,7 +46,7 @@ TEST(SocketFolder, is_made_again_where_it_was_removed_before_the_lock_was_grante
     EXPECT_TRUE(tools::isAt(held.descriptor.get(), path));
 }
 
-TEST(SocketFolder, is_removed_only_when_it_is_not_held)
+TEST(SocketFolder, is_removed_only_when_it_is_not_locked)
 {
     const kvosim_test::TemporaryDirectory root;
     const std::filesystem::path path = root / "sockets";

@@ -1,4 +1,4 @@
-// How help wraps, and how it is asked for.
+// The wrapping of help texts, and the command "help".
 #include "common/command_line/help.h"
 
 #include <gmock/gmock.h>
@@ -17,24 +17,24 @@ TEST(Wrapped, fills_paragraphs)
     EXPECT_EQ(wrapped("One two three\nfour five.\n\nSix.\n", 80), "One two three four five.\n\nSix.\n");
 }
 
-TEST(Wrapped, counts_characters_and_no_bytes) { EXPECT_EQ(wrapped("ä ö ü\n", 5), "ä ö ü\n"); }
+TEST(Wrapped, counts_characters_instead_of_bytes) { EXPECT_EQ(wrapped("ä ö ü\n", 5), "ä ö ü\n"); }
 
 TEST(Wrapped, keeps_a_second_column)
 {
     EXPECT_EQ(wrapped("  delay    the reply comes late\n", 20), "  delay    the reply\n           comes\n           late\n");
 }
 
-TEST(Wrapped, leaves_commands_whole)
+TEST(Wrapped, does_not_wrap_commands)
 {
     EXPECT_EQ(wrapped("Examples:\n  kvosim run -- ./panel-tests\n", 12), "Examples:\n  kvosim run -- ./panel-tests\n");
 }
 
-TEST(Wrapped, leaves_a_word_whole_that_is_wider_than_a_line)
+TEST(Wrapped, does_not_split_a_word_that_is_wider_than_a_line)
 {
     EXPECT_EQ(wrapped("at /tmp/kvo_hws/cmd_sock until\n", 10), "at\n/tmp/kvo_hws/cmd_sock\nuntil\n");
 }
 
-TEST(HelpCommand, becomes_the_option)
+TEST(HelpCommand, is_replaced_with_the_help_option)
 {
     EXPECT_EQ(withoutHelpCommand({"help"}), (Words{"--help"}));
     EXPECT_EQ(withoutHelpCommand({"help", "usb", "lock"}), (Words{"usb", "lock", "--help"}));
@@ -42,7 +42,7 @@ TEST(HelpCommand, becomes_the_option)
     EXPECT_EQ(withoutHelpCommand({"help", "help"}), (Words{"help", "--help"}));
 }
 
-TEST(HelpCommand, is_the_first_word_or_an_argument_like_others)
+TEST(HelpCommand, is_only_recognised_as_the_first_word)
 {
     for (const Words &words : {Words{}, Words{"--json"}, Words{"station", "help"}, Words{"--", "help"}}) {
         EXPECT_EQ(withoutHelpCommand(words), words);

@@ -1,4 +1,4 @@
-// Progress on a terminal, by a clock of the test.
+// The progress line on a terminal, with a clock that the test controls.
 #include "common/command_line/progress_line.h"
 
 #include "support/terminal.h"
@@ -19,7 +19,7 @@ class Progress : public testing::Test {
 protected:
     Progress() { setenv("TERM", "xterm", 1); }
 
-    /// A step of the work, @p after the one before.
+    /// One step of the work, @p after the previous one.
     static void step(ProgressLine &line, std::chrono::milliseconds after, const std::string &text)
     {
         now_ += after;
@@ -34,7 +34,7 @@ private:
     static inline ProgressLine::Time now_{};
 };
 
-TEST_F(Progress, is_not_shown_where_it_does_not_take_long)
+TEST_F(Progress, is_not_shown_for_short_operations)
 {
     const Terminal terminal;
     {
@@ -45,7 +45,7 @@ TEST_F(Progress, is_not_shown_where_it_does_not_take_long)
     EXPECT_EQ(terminal.shown(), "");
 }
 
-TEST_F(Progress, is_one_line_that_is_rewritten_in_intervals_and_disappears)
+TEST_F(Progress, is_rewritten_in_intervals_and_erased_at_the_end)
 {
     const Terminal terminal;
     {
@@ -72,7 +72,7 @@ TEST_F(Progress, leaves_the_last_column_free)
     EXPECT_EQ(terminal.shown(), kEmptyLine + "1234567890123456789");
 }
 
-TEST_F(Progress, takes_80_columns_for_granted_where_the_terminal_does_not_say)
+TEST_F(Progress, assumes_80_columns_if_the_terminal_does_not_report_its_width)
 {
     unsetenv("COLUMNS");
     const Terminal terminal(0);
@@ -92,7 +92,7 @@ TEST_F(Progress, is_not_shown_on_a_terminal_that_cannot_rewrite_a_line)
     EXPECT_EQ(terminal.shown(), "");
 }
 
-TEST_F(Progress, is_not_written_into_a_file)
+TEST_F(Progress, is_not_written_to_a_file)
 {
     std::FILE *file = std::tmpfile();
     ASSERT_NE(file, nullptr);

@@ -1,4 +1,4 @@
-// Which words are near enough to be meant.
+// Suggestions: which known words are near enough to an unknown one.
 #include "common/command_line/suggestion.h"
 
 #include <gmock/gmock.h>
@@ -22,11 +22,11 @@ struct Row {
 
 class Nearest : public testing::TestWithParam<Row> {};
 
-TEST_P(Nearest, is_found) { EXPECT_EQ(nearest(GetParam().typed, GetParam().known), GetParam().meant); }
+TEST_P(Nearest, suggests_the_expected_words) { EXPECT_EQ(nearest(GetParam().typed, GetParam().known), GetParam().meant); }
 
 const std::vector<Row> kSuggestions = {
     {"missing_character", "statons", {"station", "stations", "usb"}, {"stations"}},
-    {"character_too_many", "doctorr", {"doctor"}, {"doctor"}},
+    {"extra_character", "doctorr", {"doctor"}, {"doctor"}},
     {"wrong_character", "vuewer", {"viewer"}, {"viewer"}},
     {"swapped_characters", "usbl okc", {"usbl lock", "usbl oxx", "usbl ock"}, {"usbl ock"}},
     {"swap_in_a_short_word", "ubs", {"usb"}, {"usb"}},
@@ -35,9 +35,9 @@ const std::vector<Row> kSuggestions = {
     {"beginning_that_is_too_short", "po", {"Portal mill"}, {}},
     {"one_character", "x", {"y"}, {}},
     {"umlaut_is_one_character", "Frase", {"Fräse"}, {"Fräse"}},
-    {"the_nearest_alone", "lathe 1", {"Lathe 2", "Lathe 1"}, {"Lathe 1"}},
-    {"three_at_most", "Lathe 9", {"Lathe 1", "Lathe 2", "Lathe 3", "Lathe 4"}, {"Lathe 1", "Lathe 2", "Lathe 3"}},
-    {"each_once", "Lathe 9", {"Lathe 1", "Lathe 1"}, {"Lathe 1"}},
+    {"only_the_nearest", "lathe 1", {"Lathe 2", "Lathe 1"}, {"Lathe 1"}},
+    {"at_most_three", "Lathe 9", {"Lathe 1", "Lathe 2", "Lathe 3", "Lathe 4"}, {"Lathe 1", "Lathe 2", "Lathe 3"}},
+    {"no_duplicates", "Lathe 9", {"Lathe 1", "Lathe 1"}, {"Lathe 1"}},
     {"too_far", "reboot", {"stations", "ready"}, {}},
     {"two_of_six_are_near", "abcdef", {"abxxef"}, {"abxxef"}},
     {"two_of_five_are_not", "abcde", {"abxxe"}, {}},
@@ -46,7 +46,7 @@ const std::vector<Row> kSuggestions = {
 
 INSTANTIATE_TEST_SUITE_P(Rows, Nearest, testing::ValuesIn(kSuggestions), [](const auto &row) { return row.param.name; });
 
-TEST(Nearest, of_a_hundred_thousand_long_names_takes_no_time)
+TEST(Nearest, is_fast_for_a_hundred_thousand_long_names)
 {
     const Words names(100'000, std::string(259, 'n'));
     EXPECT_THAT(nearest(std::string(130, 'n'), names), ElementsAre(names.front())) << "its beginning";

@@ -76,7 +76,7 @@ TEST_F(UnixSocket, removes_a_stale_socket)
 TEST_F(UnixSocket, does_not_replace_a_live_service)
 {
     const tools::ListeningSocket live(path);
-    EXPECT_THAT([&] { listenOnce(); }, ThrowsMessage<std::runtime_error>(HasSubstr("a service is running at")));
+    EXPECT_THAT([&] { listenOnce(); }, ThrowsMessage<std::runtime_error>(HasSubstr("a service is already running at")));
     const Client client(path.string());
 }
 

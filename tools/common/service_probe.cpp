@@ -27,7 +27,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr auto kQueuePatience = 2s;
+constexpr auto kQueueTimeout = 2s;
 constexpr auto kQueuePause = 50ms;
 /// The library waits as long for the first byte of a reply.
 constexpr auto kReplyTimeout = 4s;
@@ -101,7 +101,7 @@ private:
         socket_ = Descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0), "socket");
         sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
         std::string_view(kCommandSocket).copy(address.sun_path, sizeof address.sun_path - 1);
-        const auto deadline = Clock::now() + kQueuePatience;
+        const auto deadline = Clock::now() + kQueueTimeout;
         while (::connect(socket_.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
             // connect fails at once if the queue is full. That may last only a moment.
             if (errno != EAGAIN || Clock::now() > deadline) {

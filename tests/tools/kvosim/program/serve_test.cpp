@@ -96,7 +96,7 @@ TEST(Serve, refuses_to_start_beside_a_live_service)
     ASSERT_TRUE(first.hasWritten(kReady)) << first.err();
     Program second(serve());
     EXPECT_EQ(second.wait(), 1);
-    EXPECT_THAT(second.err(), HasSubstr("kvosim: a service is running at /tmp/kvo_hws/cmd_sock already"));
+    EXPECT_THAT(second.err(), HasSubstr("kvosim: a service is already running at /tmp/kvo_hws/cmd_sock"));
     EXPECT_THAT(second.temporaryFiles(), IsEmpty());
     EXPECT_EQ(exchange("getCountElemDL\n"), "30\n");
 }

@@ -77,7 +77,7 @@ void Service::openUsbLock(const ServiceOptions &options)
         if (wanted) {
             throw;
         }
-        logLine(std::string("warning: ") + error.what() + "; going on without them (see --usb-lock-address)");
+        logLine(std::string("warning: ") + error.what() + "; continuing without them (see --usb-lock-address)");
         return;
     }
     context_.usbLockAddress = usbLock_->address();

@@ -53,7 +53,7 @@ Fault makeFault(const FaultText &text)
 {
     if (text.command != kEveryCommand && !isCommand(text.command)) {
         throw FaultError("command",
-                         '"' + text.command + "\" is no command; write a keyword such as getVersion, or \"*\" for all");
+                         '"' + text.command + "\" is not a command; write a keyword such as getVersion, or \"*\" for all");
     }
     return Fault(text);
 }

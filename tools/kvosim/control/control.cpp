@@ -49,14 +49,14 @@ uint32_t countOf(const tools::Json &request, const char *key)
 {
     const tools::Json value = request.value(key, tools::Json(0U));
     if (!value.is_number_unsigned() || value.get<uint64_t>() > UINT32_MAX) {
-        throw tools::Refused(std::string(key) + ": is no whole number; write 0 to 0xFFFFFFFF");
+        throw tools::Refused(std::string(key) + ": is not a whole number; write 0 to 0xFFFFFFFF");
     }
     return value.get<uint32_t>();
 }
 
 namespace {
 
-constexpr const char *kReadOnlyKeys = "address, name and ext are fixed while the simulator runs";
+constexpr const char *kReadOnlyKeys = "address, name and ext cannot change while the simulator runs";
 
 /// A text comes as the user typed it: the key decides whether it is a number.
 Value valueOf(const StationKey &key, const tools::Json &json)
@@ -123,7 +123,7 @@ void setAll(const Station &station, const tools::Json &values)
     for (const auto &[name, json] : values.items()) {
         const StationKey *key = findStationKey(name);
         if (key == nullptr) {
-            throw tools::Refused(name + ": is no key that can be set; docs/plant-file.md lists them; " + kReadOnlyKeys);
+            throw tools::Refused(name + ": is not a key that can be set; docs/plant-file.md lists the keys; " + kReadOnlyKeys);
         }
         const std::string mistake = assign(*key, {entry, panel}, valueOf(*key, json));
         if (!mistake.empty()) {
@@ -226,7 +226,7 @@ Reply carryOut(ControlContext control, std::string_view line, const LineServer::
         return *reply;
     }
     throw tools::Refused("\"do\": \"" + wanted +
-                         "\" is none of status, station, stations, fault.list, fault.add, fault.clear, " +
+                         "\" is not one of status, station, stations, fault.list, fault.add, fault.clear, " +
                          std::string(kUsbActions) + ", " + std::string(kRemoteActions) + ", event");
 }
 

@@ -8,13 +8,14 @@ namespace kvosim {
 namespace {
 
 constexpr std::size_t kLongestEventName = 19;
-constexpr const char *kForm = "; write \"name, data\" with a name of 1 to 19 bytes, or send it as it is with --as-is";
+constexpr const char *kForm = "; write \"name, data\" with a name of 1 to 19 bytes, or send it unchanged with --as-is";
 
 /// Refuses texts that cannot be sent as one line, even with --as-is.
 void checkLine(std::string_view text)
 {
     if (text.find_first_of(std::string_view("\r\n\0", 3)) != std::string_view::npos) {
-        throw tools::Refused("the event holds a line end or a zero, which ends it for its receivers; send each line by itself");
+        throw tools::Refused(
+            "the event contains a line end or a zero byte, which ends it for receivers; send each line separately");
     }
     if (text.size() > kLongestEvent) {
         throw tools::Refused("the event has " + std::to_string(text.size()) + " bytes; write at most " +
@@ -31,14 +32,14 @@ std::string eventMistake(std::string_view text)
     }
     const std::size_t comma = text.find(',');
     if (comma == std::string_view::npos) {
-        return std::string("the event has no comma, its receivers drop it") + kForm;
+        return std::string("the event has no comma, so receivers drop it") + kForm;
     }
     if (comma == 0 || comma > kLongestEventName) {
-        return "the event's name has " + std::to_string(comma) + " bytes, " +
-               (comma == 0 ? "nobody can tell what it is" : "its receivers drop it") + kForm;
+        return "the event's name has " + std::to_string(comma) + " bytes, so receivers " +
+               (comma == 0 ? "cannot identify it" : "drop it") + kForm;
     }
     if (text.substr(comma + 1, 1) != " ") {
-        return std::string("there is no blank behind the event's comma, its receivers lose one character of the data") + kForm;
+        return std::string("no space follows the event's comma, so receivers lose one character of the data") + kForm;
     }
     return {};
 }

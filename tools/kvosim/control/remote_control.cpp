@@ -48,7 +48,7 @@ Reply ask(const RemoteCall &call)
     if (call.request.contains("tag")) {
         const std::string tag = call.text("tag") + ':';
         if (tagOf(tag).size() != tag.size()) {
-            throw tools::Refused("tag: \"" + call.text("tag") + "\" is no tag; write three digits, such as 042");
+            throw tools::Refused("tag: \"" + call.text("tag") + "\" is not a tag; write three digits, such as 042");
         }
         request.insert(0, tag);
     }

@@ -39,12 +39,12 @@ UsbDevice deviceOf(const UsbCall &call, const Panel &panel)
     UsbDevice device = newUsbDeviceFor(panel);
     const tools::Json fields = call.request.value("device", tools::Json::object());
     if (!fields.is_object()) {
-        throw tools::Refused("device: is no object; write {\"ident2\": \"usb1\", ...}");
+        throw tools::Refused("device: is not an object; write {\"ident2\": \"usb1\", ...}");
     }
     for (const auto &[name, json] : fields.items()) {
         const UsbKey *key = findUsbKey(name);
         if (key == nullptr) {
-            throw tools::Refused(name + ": is no field of a USB device; docs/plant-file.md lists them");
+            throw tools::Refused(name + ": is not a field of a USB device; docs/plant-file.md lists the fields");
         }
         if (const std::string mistake = assign(*key, device, fromJson(json)); !mistake.empty()) {
             throw tools::Refused(name + ": " + mistake);
@@ -139,11 +139,12 @@ Reply storm(const UsbCall &call)
 {
     StormParameters parameters{.count = countOf(call.request, "count"), .rate = countOf(call.request, "rate")};
     if (parameters.count == 0) {
-        throw tools::Refused("count: 0 events make no storm; write 1 to 0xFFFFFFFF");
+        throw tools::Refused("count: 0 is out of range; write 1 to 0xFFFFFFFF");
     }
     if (parameters.rate > kHighestRate) {
         throw tools::Refused("rate: " + std::to_string(parameters.rate) + " is out of range; write 1 to " +
-                             std::to_string(kHighestRate) + " events a second, or 0 for as fast as they are taken");
+                             std::to_string(kHighestRate) +
+                             " events per second, or 0 for as fast as the receiver accepts them");
     }
     if (call.request.contains("station")) {
         parameters.station = call.station().entry.address;

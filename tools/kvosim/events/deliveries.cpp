@@ -105,8 +105,8 @@ void Deliveries::checkCapacity() const
         throw tools::Refused("the simulator is ending");
     }
     if (jobs_.size() >= kMaxPending) {
-        throw tools::Refused("as many as " + std::to_string(kMaxPending) +
-                             " USB events wait for their receiver, which may hang; try again when it has answered");
+        throw tools::Refused(std::to_string(kMaxPending) +
+                             " USB events already wait for their receiver, which may hang; try again when it has answered");
     }
 }
 

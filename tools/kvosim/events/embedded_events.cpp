@@ -22,7 +22,7 @@ EmbeddedEvents::EmbeddedEvents(EventLoop &loop, std::filesystem::path socket, st
 void EmbeddedEvents::add(tools::Descriptor connection)
 {
     if (listeners_.size() >= kMaxListeners) {
-        report_("one listener for events more than " + std::to_string(kMaxListeners) + " is turned away");
+        report_("refused an event listener: " + std::to_string(kMaxListeners) + " are already connected");
         return;
     }
     const uint64_t number = ++accepted_;
@@ -36,7 +36,7 @@ void EmbeddedEvents::add(tools::Descriptor connection)
 void EmbeddedEvents::remove(uint64_t number, const std::string &reason)
 {
     listeners_.erase(number);
-    report_("event listener " + std::to_string(number) + " gone: " + reason);
+    report_("event listener " + std::to_string(number) + " disconnected: " + reason);
 }
 
 std::size_t EmbeddedEvents::publish(std::string_view text)
@@ -49,7 +49,7 @@ std::size_t EmbeddedEvents::publish(std::string_view text)
         }
     }
     for (const uint64_t number : lost) {
-        remove(number, "it does not read, or has closed");
+        remove(number, "it does not read, or it has closed");
     }
     report_("event " + printable(text) + " -> " + std::to_string(listeners_.size()) + " listeners");
     return listeners_.size();

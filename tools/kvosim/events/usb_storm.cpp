@@ -12,7 +12,7 @@ namespace kvosim {
 namespace {
 
 constexpr const char *kDeactivated = "deactivated";
-constexpr const char *kNotActivated = "USB events are not activated; a program has to activate them first";
+constexpr const char *kNotActivated = "USB events are not activated; a program must activate them first";
 
 /// The pending event or the pending timer owns it.
 class Storm : public std::enable_shared_from_this<Storm> {
@@ -129,7 +129,7 @@ void beginUsbStorm(UsbEvents &events, const StormParameters &parameters, const L
         throw tools::Refused(kNotActivated);
     }
     if (events.plant().stations().empty()) {
-        throw tools::Refused("the plant has no station that devices could be plugged in at");
+        throw tools::Refused("the plant has no station where devices can be plugged in");
     }
     events.checkCapacity();
     std::make_shared<Storm>(events, parameters, caller)->begin();

@@ -86,7 +86,7 @@ void LineServer::react(int fd, uint32_t events)
 {
     const Iterator it = connections_.find(fd);
     if ((events & EPOLLERR) != 0) {
-        drop(it, "the client vanished");
+        drop(it, "the connection was lost");
         return;
     }
     switch (it->second.stage) {
@@ -104,7 +104,8 @@ void LineServer::read(Iterator it)
     const ssize_t count = recv(connection.socket.get(), piece.data(), piece.size(), 0);
     if (count <= 0) {
         if (count == 0 || !wouldBlock()) {
-            drop(it, connection.request.empty() ? "closed without a request" : "closed inside its request");
+            drop(it, connection.request.empty() ? "the client closed without a request"
+                                                : "the client closed in the middle of its request");
         }
         return;
     }
@@ -131,7 +132,7 @@ void LineServer::reply(Iterator it, Reply reply)
 {
     Connection &connection = it->second;
     if (reply.mode == Reply::Mode::close) {
-        drop(it, "closed without a reply, on purpose");
+        drop(it, "closed intentionally without a reply");
         return;
     }
     connection.reply = std::move(reply.text);
@@ -203,7 +204,7 @@ void LineServer::write(Iterator it)
         const ssize_t count = send(connection.socket.get(), piece.data(), piece.size(), MSG_NOSIGNAL);
         if (count < 0) {
             if (!wouldBlock()) {
-                drop(it, "the client vanished before its reply was written");
+                drop(it, "the connection was lost before the reply was written");
             }
             return;
         }
@@ -249,7 +250,7 @@ void LineServer::dropLongestIdle()
     const Iterator longestIdle = std::min_element(connections_.begin(), connections_.end(), [](const auto &a, const auto &b) {
         return a.second.lastMoved < b.second.lastMoved;
     });
-    drop(longestIdle, "dropped for a newer connection");
+    drop(longestIdle, "dropped in favour of a newer connection");
 }
 
 /// Drops overdue connections, now and regularly while connections exist.
@@ -274,7 +275,7 @@ void LineServer::dropAll(const std::function<bool(const Connection &)> &which)
     for (auto it = connections_.begin(); it != connections_.end();) {
         const auto next = std::next(it);
         if (which(it->second)) {
-            drop(it, it->second.stage == Connection::Stage::lingering ? "" : "dropped unfinished");
+            drop(it, it->second.stage == Connection::Stage::lingering ? "" : "dropped before it was complete");
         }
         it = next;
     }

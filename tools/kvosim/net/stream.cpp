@@ -56,7 +56,7 @@ void Stream::receive()
     if (count > 0) {
         callbacks_.received({piece.data(), static_cast<std::size_t>(count)});
     } else if (count == 0) {
-        callbacks_.closed("the other side has closed it");
+        callbacks_.closed("the other side closed the connection");
     } else if (!isTransient()) {
         callbacks_.closed(std::generic_category().message(errno));
     }

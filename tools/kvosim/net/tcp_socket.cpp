@@ -19,7 +19,7 @@ std::string reasonOf(int error)
 {
     switch (error) {
     case EADDRINUSE: return "the port is in use, perhaps by another simulator or a real hardware service";
-    case EADDRNOTAVAIL: return "this machine does not have the address";
+    case EADDRNOTAVAIL: return "this machine does not have this address";
     default: return std::generic_category().message(error);
     }
 }

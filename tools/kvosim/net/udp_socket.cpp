@@ -45,7 +45,7 @@ UdpSocket::UdpSocket(EventLoop &loop, const std::string &endpoint, std::function
 {
     const auto address = parseEndpoint(endpoint);
     if (!address) {
-        throw std::runtime_error('"' + endpoint + "\" is no address; write " + std::string(kEndpointForm));
+        throw std::runtime_error('"' + endpoint + "\" is not an address; write " + std::string(kEndpointForm));
     }
     // A broadcast reaches all sockets that share a port, so simulators on a network may share it. A datagram to the loopback
     // address would reach only one of them, and it is unknown which: there the second simulator gets an error.
@@ -54,7 +54,7 @@ UdpSocket::UdpSocket(EventLoop &loop, const std::string &endpoint, std::function
     if (bind(socket_.get(), reinterpret_cast<const sockaddr *>(&*address), sizeof *address) != 0) {
         const std::string reason =
             errno == EADDRINUSE ? "the port is in use, perhaps by another simulator" : std::generic_category().message(errno);
-        throw std::runtime_error("can not take the USB lock's datagrams at " + endpoint + ": " + reason);
+        throw std::runtime_error("cannot receive the USB lock's datagrams at " + endpoint + ": " + reason);
     }
     loop_.watch(socket_.get(), EPOLLIN, [this](uint32_t) { receive(); });
 }

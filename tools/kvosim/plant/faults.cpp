@@ -20,7 +20,7 @@ FaultKind kindOf(const std::string &name)
 {
     const auto *const found = std::find(kKinds.begin(), kKinds.end(), name);
     if (found == kKinds.end()) {
-        throw FaultError("kind", '"' + name + "\" is no fault; write delay, close, garbage, failed, split or silent");
+        throw FaultError("kind", '"' + name + "\" is not a fault; write delay, close, garbage, failed, split or silent");
     }
     return static_cast<FaultKind>(found - kKinds.begin());
 }
@@ -31,7 +31,7 @@ Fault::Fault(const FaultText &text) : text_(text), kind_(kindOf(text.kind))
 {
     const bool takesTime = kind_ == FaultKind::delay || kind_ == FaultKind::split;
     if (text_.delay && !takesTime) {
-        throw FaultError("delay_ms", "belongs to the faults delay and split; leave it out");
+        throw FaultError("delay_ms", "applies only to the faults delay and split; remove it");
     }
     if (text_.delay.value_or(0) > kLongestDelay) {
         throw FaultError("delay_ms",

@@ -39,11 +39,11 @@ std::string withSlash(const std::filesystem::path &directory)
         path += '/';
     }
     if (path.size() > kLongestRegistryPath) {
-        throw std::runtime_error("the registry path " + path + " is too long: clients read from at most " +
+        throw std::runtime_error("the registry path " + path + " is too long: clients accept at most " +
                                  std::to_string(kLongestRegistryPath) + " bytes");
     }
     if (path.find('\n') != std::string::npos) {
-        throw std::runtime_error("the registry path must not hold a line end: it goes over the wire in one line");
+        throw std::runtime_error("the registry path must not contain a line end: the protocol sends it as one line");
     }
     return path;
 }
@@ -85,7 +85,7 @@ void writeWhole(const std::filesystem::path &path, const std::string &text)
     std::filesystem::remove(temporary, missing);
     const tools::Descriptor file(open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kListMode));
     if (!file.valid() || !writeAll(file, text)) {
-        throw std::runtime_error("can not write " + temporary.string() + ": " + std::generic_category().message(errno));
+        throw std::runtime_error("cannot write " + temporary.string() + ": " + std::generic_category().message(errno));
     }
     std::filesystem::rename(temporary, path);
 }

@@ -74,7 +74,7 @@ bool areConnectors(std::string_view text)
 bool isLayout(std::string_view text) { return text.size() <= kLongestLayout && !hasControlCharacter(text) && text != kNoValue; }
 
 constexpr std::string_view kLineForm = "at most 255 bytes without control characters";
-constexpr std::string_view kPairForm = "two numbers, such as \"12:1\", or nothing";
+constexpr std::string_view kPairForm = "two numbers, such as \"12:1\", or an empty text";
 
 const StationKey kKeys[] = {
     {"attr1", NumberKey{&ConnectionEntry::attr1, 0, kHighest32}},
@@ -103,7 +103,7 @@ const StationKey kKeys[] = {
     {"simulated_mcp_key", TextKey{&Panel::simulatedMcpKey, isPairOrEmpty, kPairForm}},
     {"enabled_mcp_key", TextKey{&Panel::enabledMcpKey, isPairOrEmpty, kPairForm}},
 
-    {"viewer", TextKey{&Panel::viewer, isViewer, "\"SERVER:DISPLAY\", or nothing where it does not run"}},
+    {"viewer", TextKey{&Panel::viewer, isViewer, "\"SERVER:DISPLAY\", or an empty text if no viewer runs"}},
     {"viewer_busy", NumberKey{&Panel::viewerBusy, 0, 1}},
     {"status_line", TextKey{&Panel::statusLine, isLine, kLineForm}},
     {"status_value1", NumberKey{&Panel::statusValue1, 0, kHighest32}},
@@ -130,11 +130,12 @@ const StationKey kKeys[] = {
     {"nonlinear", NumberKey{&Panel::nonlinear, -1, 1}},
 
     {"usb_lock", TextKey{&Panel::usbLock, isPair, "two numbers, such as \"0:1\""}},
-    {"usb_connectors", TextKey{&Panel::usbConnectors, areConnectors,
-                               "\"NAME:DEVICE\" for each, one space between, such as \"X60:keyboard X61:free\""}},
+    {"usb_connectors",
+     TextKey{&Panel::usbConnectors, areConnectors,
+             "\"NAME:DEVICE\" for each connector, separated by one space, such as \"X60:keyboard X61:free\""}},
     {"usb_scanning", NumberKey{&Panel::usbScanning, 0, 1}},
 
-    {"oem_layout", TextKey{&Panel::oemLayout, isLayout, "1 to 7 bytes, or nothing where the plant does not tell"}},
+    {"oem_layout", TextKey{&Panel::oemLayout, isLayout, "1 to 7 bytes, or an empty text for no value"}},
     {"softkey_type", NumberKey{&Panel::softkeyType, 0, kHighest32 - 1, 2}},
     {"keyboard_caps", NumberKey{&Panel::keyboardCaps, 0, kHighest32 - 1}},
     {"dpi", NumberKey{&Panel::dpi, 0, kHighestSigned}},
@@ -160,8 +161,8 @@ std::string rangeOf(const NumberKey &key)
         std::snprintf(hexadecimal.data(), hexadecimal.size(), "0x%08X", static_cast<uint32_t>(key.highest));
         highest = hexadecimal.data();
     }
-    return "; write " + std::string(key.step == 2 ? "an even number of " : "") + std::to_string(key.lowest) + " to " + highest +
-           (isOptional(key) ? ", or \"none\"" : "");
+    return "; write " + std::string(key.step == 2 ? "an even number from " : "") + std::to_string(key.lowest) + " to " +
+           highest + (isOptional(key) ? ", or \"none\"" : "");
 }
 
 void store(const NumberKey &key, const Station &station, int64_t value)
@@ -183,7 +184,7 @@ std::string assignNumber(const NumberKey &key, const Station &station, const Val
     }
     const auto *number = std::get_if<int64_t>(&value);
     if (number == nullptr) {
-        return "is no whole number" + rangeOf(key);
+        return "is not a whole number" + rangeOf(key);
     }
     if (*number < key.lowest || *number > key.highest) {
         return std::to_string(*number) + " is out of range" + rangeOf(key);
@@ -199,10 +200,10 @@ std::string assignText(const TextKey &key, const Station &station, const Value &
 {
     const auto *text = std::get_if<std::string>(&value);
     if (text == nullptr) {
-        return "is no text; write it in quotes";
+        return "is not a text; write it in quotes";
     }
     if (!key.valid(*text)) {
-        return "is not of the right form; write " + std::string(key.form);
+        return "has the wrong form; write " + std::string(key.form);
     }
     station.panel.*key.member = *text;
     return {};

@@ -59,11 +59,11 @@ constexpr uint32_t kHighestNumber = std::numeric_limits<uint32_t>::max();
 constexpr uint32_t kHighest16 = std::numeric_limits<uint16_t>::max();
 
 const UsbKey kUsbKeys[] = {
-    {"ident2", text<&UsbDeviceSource::ident2>(true), "The text that tells the device, not empty (default: usb1, usb2, ...)"},
-    {"ident3", text<&UsbDeviceSource::ident3>(true), "The second one, not empty (default: 1-1.1, 1-1.2, ...)"},
+    {"ident2", text<&UsbDeviceSource::ident2>(true), "First identifying text, not empty (default: usb1, usb2, ...)"},
+    {"ident3", text<&UsbDeviceSource::ident3>(true), "Second identifying text, not empty (default: 1-1.1, 1-1.2, ...)"},
     {"text4", text<&UsbDeviceSource::text4>(), "Text of a new or refused device (default: Simulated device)"},
     {"text5", text<&UsbDeviceSource::text5>(), "Text of a new or refused device (default: 1.00)"},
-    {"no_text5", numberKey<&UsbDeviceSource::noText5>(1), "Text 5 is sent as empty"},
+    {"no_text5", numberKey<&UsbDeviceSource::noText5>(1), "Send text 5 as an empty text"},
     {"text6", text<&UsbDeviceSource::text6>(), "Text of a new device (default: kvosim)"},
     {"text7", text<&UsbDeviceSource::text7>(), "Text of a new device (default: Memory stick)"},
     {"text8", text<&UsbDeviceSource::text8>(), "Text of a refused device (default: refused, or USB lock)"},
@@ -72,9 +72,9 @@ const UsbKey kUsbKeys[] = {
     {"number3", numberKey<&UsbDeviceSource::number3>(kHighest16), "Number of a refused device (default: 0)"},
     {"id1", numberKey<&UsbDeviceSource::id1>(kHighest16), "Identifier of a new device (default: 0)"},
     {"id2", numberKey<&UsbDeviceSource::id2>(kHighest16), "Identifier of a new device (default: 0)"},
-    {"state", numberKey<&UsbDeviceSource::state>(kHighestNumber), "Its state (default: 0)"},
-    {"bytes", UsbBytesKey{}, "Bytes of a new device: up to 128 hexadecimal digits, the rest is zero (default: none)"},
-    {"report", UsbNumberKey{1, reports, setReports}, "A new device reports itself, if its state is 0"},
+    {"state", numberKey<&UsbDeviceSource::state>(kHighestNumber), "State of the device (default: 0)"},
+    {"bytes", UsbBytesKey{}, "Bytes of a new device: up to 128 hexadecimal digits; the other bytes are zero (default: none)"},
+    {"report", UsbNumberKey{1, reports, setReports}, "The new device reports itself if its state is 0"},
 };
 
 std::string textOf(std::span<const char> member) { return {member.data(), strnlen(member.data(), member.size())}; }
@@ -92,21 +92,21 @@ std::string assignText(const UsbTextKey &key, UsbDevice &device, const Value &va
 {
     const auto *text = std::get_if<std::string>(&value);
     if (text == nullptr) {
-        return "is no text; write it in quotes";
+        return "is not a text; write it in quotes";
     }
     const std::span<char> member = key.member(device);
     if (text->empty() && key.needed) {
-        return "is empty, and the text of the device's removal could not be read then; write 1 to " +
+        return "is empty, but receivers need it to read the text of the device's removal; write 1 to " +
                std::to_string(member.size()) + " bytes";
     }
     if (text->size() > member.size()) {
         return "has " + std::to_string(text->size()) + " bytes; write at most " + std::to_string(member.size());
     }
     if (text->find('*') != std::string::npos) {
-        return "holds an asterisk, which ends a field of the event text; leave it out";
+        return "contains an asterisk, which ends a field of the event text; remove it";
     }
     if (text->find_first_of(std::string_view("\r\n\0", 3)) != std::string::npos) {
-        return "holds a line end or a zero byte, which ends the event text; leave it out";
+        return "contains a line end or a zero byte, which ends the event text; remove it";
     }
     std::fill(member.begin(), member.end(), '\0');
     std::copy(text->begin(), text->end(), member.begin());
@@ -120,7 +120,7 @@ std::string assignNumber(const UsbNumberKey &key, UsbDevice &device, const Value
         "; write 0 to " + (key.highest == kHighestNumber ? std::string("0xFFFFFFFF") : std::to_string(key.highest));
     const auto *number = std::get_if<int64_t>(&typed);
     if (number == nullptr) {
-        return "is no whole number" + range;
+        return "is not a whole number" + range;
     }
     if (*number < 0 || *number > int64_t{key.highest}) {
         return std::to_string(*number) + " is out of range" + range;
@@ -135,7 +135,7 @@ std::string assignBytes(UsbDevice &device, const Value &value)
     const auto *text = std::get_if<std::string>(&value);
     if (text == nullptr || text->size() % 2 != 0 ||
         !std::all_of(text->begin(), text->end(), [](unsigned char c) { return std::isxdigit(c) != 0; })) {
-        return "is no list of bytes; write two hexadecimal digits for each byte, such as \"0A1B\"";
+        return "is not a list of bytes; write two hexadecimal digits for each byte, such as \"0A1B\"";
     }
     if (text->size() > 2 * kMaxBytes) {
         return "has " + std::to_string(text->size() / 2) + " bytes; write at most " + std::to_string(kMaxBytes);

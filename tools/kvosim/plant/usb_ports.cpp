@@ -26,7 +26,7 @@ void checkUp(const Station &station)
 {
     if (station.panel.rebooting()) {
         throw tools::Refused(tools::dotted(station.entry.address) +
-                             " is rebooting and sees no devices; try again when it is up");
+                             " is rebooting and detects no devices; try again when it is up");
     }
 }
 
@@ -42,7 +42,7 @@ Devices::iterator find(const Station &station, const std::string &wanted)
         throw tools::Refused("no device " + what + "; plugged in there: " + listed(devices));
     }
     if (std::find_if(found + 1, devices.end(), matches) != devices.end()) {
-        throw tools::Refused("several devices are called " + what + "; write one of " + listed(devices));
+        throw tools::Refused("several devices match " + what + "; write one of " + listed(devices));
     }
     return found;
 }
@@ -65,8 +65,8 @@ UsbNotification plug(const Station &station, const UsbDevice &device)
     checkUp(station);
     Devices &devices = station.panel.usbDevices;
     if (std::any_of(devices.begin(), devices.end(), [&](const UsbDevice &other) { return sameIdents(device, other); })) {
-        throw tools::Refused("a device \"" + idents(device) + "\" is plugged in at " + tools::dotted(station.entry.address) +
-                             " already; give this one another ident2 or ident3");
+        throw tools::Refused("a device \"" + idents(device) + "\" is already plugged in at " +
+                             tools::dotted(station.entry.address) + "; use another ident2 or ident3");
     }
     if (usbLocked(station.panel)) {
         return refuse(station, device);

@@ -49,10 +49,10 @@ uint32_t readAddress(const TableReader &table)
     const std::string text = table.text("address");
     const auto address = tools::parseDotted(text);
     if (!address) {
-        table.fail("address", '"' + text + "\" is no IPv4 address; write four numbers of 0 to 255, such as \"10.0.0.5\"");
+        table.fail("address", '"' + text + "\" is not an IPv4 address; write four numbers from 0 to 255, such as \"10.0.0.5\"");
     }
     if (*address == 0) {
-        table.fail("address", "0.0.0.0 stands for no station; give the station an address of its own");
+        table.fail("address", "0.0.0.0 means no station; use another address");
     }
     return *address;
 }
@@ -67,13 +67,13 @@ std::string readName(const TableReader &table)
         table.fail("name", "has " + std::to_string(name.size()) + " bytes; a name has 1 to " + std::to_string(kLongestName));
     }
     if (hasControlCharacter(name)) {
-        table.fail("name", "holds a control character; names go over the wire in one line, leave it out");
+        table.fail("name", "contains a control character; the protocol sends names as one line, so remove it");
     }
     if (name.find('"') != std::string::npos) {
-        table.fail("name", "holds a double quote, which ends a name in the registry files; use another character");
+        table.fail("name", "contains a double quote, which ends a name in the registry files; use another character");
     }
     if (name.starts_with(' ')) {
-        table.fail("name", "begins with a space, which the registry files lose; begin with another character");
+        table.fail("name", "begins with a space, which is lost in the registry files; begin with another character");
     }
     return name;
 }
@@ -106,7 +106,8 @@ public:
 private:
     [[noreturn]] static void refuse(const TableReader &table, std::string_view key, const std::string &value, unsigned line)
     {
-        table.fail(key, value + " is taken by the station of line " + std::to_string(line) + "; each station needs its own");
+        table.fail(key,
+                   value + " is already used by the station in line " + std::to_string(line) + "; each station needs its own");
     }
 
     std::unordered_map<uint32_t, unsigned> addresses_;
@@ -128,8 +129,8 @@ ServiceState readService(const TableReader &table)
     ServiceState service;
     service.version = table.text("version", service.version);
     if (service.version.empty() || service.version.size() > kLongestVersion || hasControlCharacter(service.version)) {
-        table.fail("version",
-                   "is no version text; write 1 to " + std::to_string(kLongestVersion) + " bytes without control characters");
+        table.fail("version", "is not a valid version; write 1 to " + std::to_string(kLongestVersion) +
+                                  " bytes without control characters");
     }
     service.initTime = std::chrono::milliseconds(table.number("init_time_ms", 0, kLongestInitTime));
     service.debugLevel = static_cast<DebugLevel>(table.number("debug_level", 0, 2));
@@ -137,14 +138,15 @@ ServiceState readService(const TableReader &table)
     service.focusHold = std::chrono::milliseconds(table.number("focus_hold_ms", 0, kLongestHold));
     if (const std::string address = table.text("usb_lock_address", ""); !address.empty()) {
         if (!isEndpointOrNone(address)) {
-            table.fail("usb_lock_address", '"' + address + "\" is no address; write " + std::string(kEndpointForm));
+            table.fail("usb_lock_address", '"' + address + "\" is not an address; write " + std::string(kEndpointForm));
         }
         service.usbLockAddress = address;
     }
     service.remoteSessions = readSessions(table);
     service.remoteAddress = table.text("remote_address", service.remoteAddress);
     if (!tools::parseDotted(service.remoteAddress)) {
-        table.fail("remote_address", '"' + service.remoteAddress + "\" is no IPv4 address; write one such as \"127.0.0.1\"");
+        table.fail("remote_address",
+                   '"' + service.remoteAddress + "\" is not an IPv4 address; write one such as \"127.0.0.1\"");
     }
     return service;
 }
@@ -232,7 +234,7 @@ UsbDevice readDevice(const TableReader &table, std::span<const UsbDevice> others
     }
     if (std::any_of(others.begin(), others.end(), [&](const UsbDevice &other) { return sameIdents(device, other); })) {
         table.fail("ident2", '"' + ident2Of(device) + "\" with ident3 \"" + ident3Of(device) +
-                                 "\" is another device of the station; give this one another ident2 or ident3");
+                                 "\" is already used by another device of the station; use another ident2 or ident3");
     }
     return device;
 }
@@ -370,7 +372,7 @@ Plant loadPlant(const std::filesystem::path &file, const Progress &progress)
     std::ifstream in(file, std::ios::binary);
     std::ostringstream text;
     if (std::filesystem::is_directory(file) || !in || (in.peek() != EOF && !(text << in.rdbuf()))) {
-        throw PlantFileError(file.string() + ": can not be read; give the path of a plant file (docs/plant-file.md)");
+        throw PlantFileError(file.string() + ": cannot be read; give the path of a plant file (docs/plant-file.md)");
     }
     return parsePlant(text.view(), file.string(), progress);
 }

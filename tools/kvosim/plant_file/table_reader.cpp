@@ -41,7 +41,7 @@ TableReader::TableReader(std::string_view fileName, std::string where, const tom
 {
     for (const auto &[key, node] : table) {
         if (std::find(keys.begin(), keys.end(), key.str()) == keys.end()) {
-            failAt(key.source().begin.line, key.str(), "unknown key; known here: " + tools::join(keys, ", "));
+            failAt(key.source().begin.line, key.str(), "unknown key; known keys: " + tools::join(keys, ", "));
         }
     }
 }
@@ -57,7 +57,7 @@ std::string TableReader::text(std::string_view key, std::optional<std::string> a
     }
     const auto value = node->value_exact<std::string>();
     if (!value) {
-        fail(key, "is no text; write it in quotes");
+        fail(key, "is not a text; write it in quotes");
     }
     return *value;
 }
@@ -88,7 +88,7 @@ std::optional<TableReader> TableReader::table(std::string_view key, const Keys &
         return std::nullopt;
     }
     if (!node->is_table()) {
-        fail(key, "is no table; write [" + pathOf(key) + "] and its keys below");
+        fail(key, "is not a table; write [" + pathOf(key) + "] and its keys below it");
     }
     return TableReader(fileName_, pathOf(key), *node->as_table(), keys);
 }
@@ -103,7 +103,7 @@ std::vector<TableReader> TableReader::tables(std::string_view key, const Keys &k
     const toml::array *array = node->as_array();
     if (array == nullptr ||
         !std::all_of(array->begin(), array->end(), [](const toml::node &item) { return item.is_table(); })) {
-        fail(key, "is no list of tables; write [[" + pathOf(key) + "]] before the keys of each");
+        fail(key, "is not a list of tables; write [[" + pathOf(key) + "]] before the keys of each table");
     }
     readers.reserve(array->size());
     for (const toml::node &item : *array) {
@@ -137,7 +137,7 @@ uint32_t TableReader::numberOf(const toml::node &node, std::string_view key, uin
 {
     const auto value = node.value_exact<int64_t>();
     if (!value || *value < 0 || *value > int64_t{highest}) {
-        const std::string found = value ? std::to_string(*value) + " is out of range" : "is no whole number";
+        const std::string found = value ? std::to_string(*value) + " is out of range" : "is not a whole number";
         failAt(node.source().begin.line, key,
                found + "; write 0 to " + (highest == kHighest ? "0xFFFFFFFF" : std::to_string(highest)));
     }
@@ -152,8 +152,8 @@ void TableReader::readNumbers(std::string_view key, uint32_t *values, std::size_
     }
     const toml::array *array = node->as_array();
     if (array == nullptr || array->size() != count) {
-        fail(key, "is no list of " + std::to_string(count) + " numbers; write " + std::string(key) + " = [0, ... ] with " +
-                      std::to_string(count) + " of them");
+        fail(key, "is not a list of " + std::to_string(count) + " numbers; write " + std::string(key) + " = [0, ...] with " +
+                      std::to_string(count) + " numbers");
     }
     for (const toml::node &item : *array) {
         *values++ = numberOf(item, key, kHighest);

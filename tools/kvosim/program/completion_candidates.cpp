@@ -14,12 +14,12 @@ namespace {
 
 using tools::completions::Candidates;
 
-constexpr tools::Timeout kShellPatience = std::chrono::seconds(1);
+constexpr tools::Timeout kCompletionTimeout = std::chrono::seconds(1);
 
 /// Returns the list @p list of the simulator's reply.
 tools::Json ask(const char *what, const char *list)
 {
-    return tools::askSimulator({{"do", what}}, tools::kControlSocket, kShellPatience).at(list);
+    return tools::askSimulator({{"do", what}}, tools::kControlSocket, kCompletionTimeout).at(list);
 }
 
 Candidates stations()

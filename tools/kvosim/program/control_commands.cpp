@@ -18,7 +18,7 @@ constexpr const char *kStatusExamples = R"(Examples:
 )";
 
 constexpr const char *kStationExamples =
-    R"(KEY is a key of plant files, kvo-plant(5), with the same ranges. All values are set, or none if one is wrong.
+    R"(KEY is a key of plant files, kvo-plant(5), with the same range. If one value is invalid, none is set.
 
 Examples:
   kvosim station 10.0.0.5
@@ -27,16 +27,17 @@ Examples:
 )";
 
 constexpr const char *kFaultExamples =
-    R"(Each fault strikes the requests of one command, or of all. Where several are due, the one added first strikes.
+    R"(Each fault strikes the requests of one command, or of all commands. If several faults apply to a request, the one
+added first strikes.
 
-  delay    the reply comes late, by --delay-ms (default 1000)
-  close    the connection is closed instead of a reply
-  garbage  the reply is malformed: "#?" stands before its value
+  delay    the reply is delayed by --delay-ms (default 1000)
+  close    the connection is closed without a reply
+  garbage  the reply is malformed: "#?" is inserted before its value
   failed   the request is not carried out, and the reply is "failed"
   split    the reply comes byte by byte, with pauses of --delay-ms (default 5)
-  silent   nothing comes; the connection stays open
+  silent   no reply comes; the connection stays open
 
-But for "failed", the request is carried out.
+The request is carried out with every fault except "failed".
 
 Examples:
   kvosim fault add silent --command getVersion --times 1
@@ -53,7 +54,7 @@ void printRows(const tools::Json &reply)
     }
 }
 
-std::string timesText(const tools::Json &times) { return times == 0 ? "for ever" : times.dump() + " times"; }
+std::string timesText(const tools::Json &times) { return times == 0 ? "unlimited" : times.dump() + " times"; }
 
 void printFaults(const tools::Json &reply)
 {
@@ -90,7 +91,7 @@ tools::Json settings(const std::vector<std::string> &assignments)
     for (const std::string &assignment : assignments) {
         const std::size_t equals = assignment.find('=');
         if (equals == std::string::npos) {
-            throw tools::Refused('"' + assignment + "\" is no setting; write KEY=VALUE");
+            throw tools::Refused('"' + assignment + "\" is not a setting; write KEY=VALUE");
         }
         values[assignment.substr(0, equals)] = assignment.substr(equals + 1);
     }
@@ -114,7 +115,7 @@ struct ControlCommands::Options {
 ControlCommands::ControlCommands(CLI::App &app) : options_(std::make_unique<Options>())
 {
     Options &options = *options_;
-    add(app, "status", "Tell how the running simulator is", [this] {
+    add(app, "status", "Show the running simulator's status", [this] {
         ask({{"do", "status"}}, printStatus);
     })->footer(kStatusExamples);
 
@@ -125,11 +126,11 @@ ControlCommands::ControlCommands(CLI::App &app) : options_(std::make_unique<Opti
         }
         ask(request, printRows);
     });
-    completeStations(station->add_option("STATION", options.station, "Its address or its name")->required());
-    completeStationKeys(station->add_option("--set", options.settings, "KEY=VALUE, any number of them"));
+    completeStations(station->add_option("STATION", options.station, "Address or name of the station")->required());
+    completeStationKeys(station->add_option("--set", options.settings, "KEY=VALUE, one or more"));
     station->footer(kStationExamples);
 
-    CLI::App *fault = app.add_subcommand("fault", "Make the running simulator fail");
+    CLI::App *fault = app.add_subcommand("fault", "Make requests to the running simulator fail");
     fault->require_subcommand(1);
     fault->footer(kFaultExamples);
     addFaultCommands(*fault);
@@ -159,24 +160,25 @@ void ControlCommands::addFaultCommands(CLI::App &fault)
     tools::completions::completeWords(
         adding->add_option("KIND", options.kind, "delay, close, garbage, failed, split or silent")->required(),
         {"delay", "close", "garbage", "failed", "split", "silent"});
-    completeKeywords(adding->add_option("--command", options.command, "Keyword of the command that it strikes (default: all)"));
-    adding->add_option("--after", options.after, "So many requests are spared first (default: 0)");
-    adding->add_option("--times", options.times, "So many are struck then (default: 0, for ever)");
-    adding->add_option("--delay-ms", options.delay, "Time of delay and split, at most 60000");
+    completeKeywords(
+        adding->add_option("--command", options.command, "Keyword of the command to strike (default: all commands)"));
+    adding->add_option("--after", options.after, "Number of requests to serve normally first (default: 0)");
+    adding->add_option("--times", options.times, "Number of requests to strike after that (default: 0, unlimited)");
+    adding->add_option("--delay-ms", options.delay, "Milliseconds for delay and split, at most 60000");
     adding->footer(kFaultExamples);
 }
 
 CLI::App *ControlCommands::add(CLI::App &parent, const char *name, const char *meaning, std::function<void()> action)
 {
     CLI::App *command = parent.add_subcommand(name, meaning);
-    command->add_flag("--json", options_->json, "Print the simulator's answer as one line of JSON");
+    command->add_flag("--json", options_->json, "Print the simulator's reply as one line of JSON");
     options_->actions.emplace_back(command, std::move(action));
     return command;
 }
 
-void ControlCommands::ask(const tools::Json &request, void (*print)(const tools::Json &reply), tools::Timeout patience) const
+void ControlCommands::ask(const tools::Json &request, void (*print)(const tools::Json &reply), tools::Timeout timeout) const
 {
-    const tools::Json reply = tools::askSimulator(request, tools::kControlSocket, patience);
+    const tools::Json reply = tools::askSimulator(request, tools::kControlSocket, timeout);
     if (json()) {
         std::cout << reply.dump() << '\n';
     } else {

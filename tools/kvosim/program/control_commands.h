@@ -24,7 +24,7 @@ public:
     CLI::App *add(CLI::App &parent, const char *name, const char *meaning, std::function<void()> action);
     /// Sends a request to the simulator and prints the reply by @p print, or with --json as JSON.
     void ask(const tools::Json &request, void (*print)(const tools::Json &reply),
-             tools::Timeout patience = tools::kDefaultTimeout) const;
+             tools::Timeout timeout = tools::kDefaultTimeout) const;
     /// Whether replies are printed as JSON.
     [[nodiscard]] bool json() const;
 

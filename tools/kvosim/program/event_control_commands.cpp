@@ -8,8 +8,8 @@ namespace kvosim {
 namespace {
 
 constexpr const char *kEventExamples =
-    R"(An event is one line, "name, data". It goes to every program that listens at /tmp/kvo_hws/event_sock, such as
-"kvoctl events watch"; "Alive?" is what listeners drop. Exit status 1 says that nobody listens.
+    R"(An event is one line: "name, data". It is sent to every program that listens at /tmp/kvo_hws/event_sock, such as
+"kvoctl events watch". Listeners ignore "Alive?". Exit status 1 means that no program listens.
 
 Examples:
   kvosim event "key, F1"
@@ -36,11 +36,12 @@ void addEventCommand(ControlCommands &commands, CLI::App &app)
             std::cout << "sent to " << listeners << (listeners == 1 ? " listener\n" : " listeners\n");
         }
         if (listeners == 0) {
-            throw tools::CouldNot("nobody listens for events, it was sent to 0 listeners");
+            throw tools::CouldNot("no program listens for events; the event was sent to 0 listeners");
         }
     });
     event->add_option("TEXT", options->text, "The event, \"name, data\"")->required();
-    event->add_flag("--as-is", options->asIs, "Also when its receivers will drop it: no comma, a name of 20 bytes or more");
+    event->add_flag("--as-is", options->asIs,
+                    "Send the text even if receivers drop it: without a comma, or with a name of 20 bytes or more");
     event->footer(kEventExamples);
 }
 

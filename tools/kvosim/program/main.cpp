@@ -44,14 +44,14 @@ constexpr const char *kMainExamples = R"(Examples:
   kvosim remote ask 3 get-kvoindex
   kvosim event "key, F1"
 
-"kvosim COMMAND --help" tells more. Exit status: 0 done, 1 could not be done, 2 wrong use or a faulty plant file, 3 no
-simulator runs that could be asked.
+"kvosim COMMAND --help" shows the help of a command. Exit status: 0 success, 1 failure, 2 wrong usage or an invalid plant
+file, 3 no simulator is running.
 )";
 
 constexpr const char *kServeExamples =
-    R"(Serves at /tmp/kvo_hws/cmd_sock until SIGINT, SIGTERM or a client's "killDaemon". Refuses to start where a service
-is running already. Datagrams that set the USB lock are taken at 127.0.0.1:5851, where the library sends them when
-KVO_PLATFORM_INTERFACE is "lo"; --usb-lock-address 0.0.0.0 takes those of the network too.
+    R"(Serves at /tmp/kvo_hws/cmd_sock until SIGINT, SIGTERM or a client's "killDaemon". Does not start if a service is
+already running. Receives the datagrams that set the USB lock at 127.0.0.1:5851, where the library sends them if
+KVO_PLATFORM_INTERFACE is "lo". With --usb-lock-address 0.0.0.0 it also receives those from the network.
 
 Examples:
   kvosim serve --plant examples/plant.toml
@@ -60,15 +60,16 @@ Examples:
 )";
 
 constexpr const char *kRunExamples =
-    R"(The service and COMMAND have a /tmp/kvo_hws of their own, so any number of them run side by side. COMMAND starts when the
-service is ready; SIGINT and SIGTERM are passed on to it, and what it leaves running is ended after it. The exit status is
-COMMAND's: 128 + the signal if one ended it, 127 if it was not found, 126 if it can not be executed. The network is everybody's:
-where another simulator takes the USB lock's datagrams already, this one goes on without them and says so. COMMAND gets
-KVO_PLATFORM_INTERFACE=lo unless the variable is set, so that its datagrams reach this machine alone.
+    R"(The service and COMMAND have their own private /tmp/kvo_hws, so any number of runs work at the same time. COMMAND
+starts when the service is ready. SIGINT and SIGTERM are forwarded to COMMAND. After COMMAND has ended, the processes that
+it left running are ended. The exit status is COMMAND's: 128 + the signal if a signal ended it, 127 if it was not found, 126
+if it cannot be executed. The network is not private: if another simulator already receives the USB lock's datagrams, this
+one continues without them and prints a warning. COMMAND gets KVO_PLATFORM_INTERFACE=lo unless the variable is set, so its
+datagrams only reach this machine.
 
-A private /tmp/kvo_hws takes root or the right to make user namespaces, which many containers do not grant. With --shared the
-service uses the machine's own /tmp/kvo_hws instead, one run at a time: another one waits for the end of the one before it. The
-last run removes the folder /tmp/kvo_hws if a run made it.
+A private /tmp/kvo_hws needs root or the permission to create user namespaces, which many containers do not grant. With
+--shared the service uses the machine's own /tmp/kvo_hws instead, one run at a time: each run waits for the one before it to
+end. The last run removes the folder /tmp/kvo_hws if a run created it.
 
 Examples:
   kvosim run -- ./panel-tests
@@ -139,17 +140,17 @@ void addRemoteOptions(CLI::App &command, Options &options)
 {
     command
         .add_option("--remote", options.remote,
-                    "SESSION[,SESSION...], 0 to 9: be the remote hardware service of agents, each session at port 5850 and its "
-                    "number (default: as the plant says, else none)")
+                    "SESSION[,SESSION...], 0 to 9: act as the remote hardware service of agents; session N uses port 5850 + N "
+                    "(default: the plant's sessions, else none)")
         ->check(mistakeInSessions);
     command
         .add_option("--remote-address", options.remoteAddress,
-                    "IPv4 address at which agents are served (default: as the plant says, else 127.0.0.1, for this machine "
-                    "alone). 0.0.0.0 opens the ports on every network of this machine: whoever reaches them there is taken for "
-                    "an agent, unasked for any password")
+                    "IPv4 address to which agents connect (default: the plant's address, else 127.0.0.1, for this machine "
+                    "only). 0.0.0.0 opens the ports on every network of this machine: every client that reaches them is "
+                    "accepted as an agent, without a password")
         ->check([](const std::string &text) {
             return tools::parseDotted(text) ? std::string()
-                                            : '"' + text + "\" is no IPv4 address; write one such as 127.0.0.1 or 0.0.0.0";
+                                            : '"' + text + "\" is not an IPv4 address; write one such as 127.0.0.1 or 0.0.0.0";
         });
     command.add_option("--alive", options.alive, "Seconds between \"Alive?\" events, 0 for none (default: 10)")
         ->check(CLI::Range(0U, kLongestAlive));
@@ -168,7 +169,8 @@ void endWithInput(kvosim::EventLoop &loop, kvosim::Service &service)
     try {
         loop.watch(STDIN_FILENO, EPOLLIN, read);
     } catch (const std::system_error &) {
-        throw tools::Refused("--until-input-ends: standard input is no pipe, socket or terminal whose end could be waited for");
+        throw tools::Refused(
+            "--until-input-ends: standard input is not a pipe, socket or terminal, so its end cannot be detected");
     }
 }
 
@@ -239,12 +241,12 @@ void addServiceOptions(CLI::App &command, Options &options)
 {
     tools::completions::completeDirectories(
         command.add_option("--registry", options.registry,
-                           "Directory of the registry lists, kept from one start to the next (default: a temporary one)"));
+                           "Directory for the registry lists, which are kept for the next start (default: a temporary one)"));
     command
         .add_option(
             "--usb-lock-address", options.usbLockAddress,
-            "Where datagrams of the USB lock are taken: ADDRESS[:PORT], port 0 for a free one, or none (default: as the "
-            "plant says, else 127.0.0.1:5851)")
+            "Where to receive datagrams of the USB lock: ADDRESS[:PORT], with port 0 for any free port, or none (default: the "
+            "plant's address, else 127.0.0.1:5851)")
         ->check([](const std::string &text) {
             return kvosim::isEndpointOrNone(text) ? std::string() : "write " + std::string(kvosim::kEndpointForm);
         });
@@ -278,7 +280,7 @@ int handleParseError(const CLI::App &app, const std::vector<std::string> &argume
 int runMain(const std::vector<std::string> &arguments)
 {
     Options options;
-    CLI::App app("The hardware service of a simulated plant.", "kvosim");
+    CLI::App app("Simulate the hardware service of a plant.", "kvosim");
     tools::command_line::wrapHelp(app);
     app.set_version_flag("--version", "kvosim " KVOSIM_VERSION);
     app.footer(kMainExamples);
@@ -290,20 +292,21 @@ int runMain(const std::vector<std::string> &arguments)
     addServiceOptions(*serveCommand, options);
     serveCommand
         ->add_option("--socket-mode", options.socketMode,
-                     "Who may connect to the service's sockets, as file modes: 0600 this user's programs alone, 0660 those of "
-                     "its group too, 0666 everybody's (default: 0600)")
+                     "File mode of the service's sockets, which decides who may connect: 0600 programs of this user only, 0660 "
+                     "also those of its group, 0666 all programs (default: 0600)")
         ->check(mistakeInMode);
     serveCommand->add_flag("--until-input-ends", options.untilInputEnds,
-                           "End with standard input: with the program that holds the other end of the pipe, however that ends");
+                           "End when standard input ends, and so with the program at the other end of the pipe, even if that "
+                           "program crashes");
     serveCommand->footer(kServeExamples);
 
     CLI::App *runCommand =
-        app.add_subcommand("run", "Serve a plant to one command alone: kvosim run [OPTIONS] -- COMMAND [ARGUMENT...]");
+        app.add_subcommand("run", "Serve a plant to one command only: kvosim run [OPTIONS] -- COMMAND [ARGUMENT...]");
     tools::completions::completeFiles(
         runCommand->add_option("--plant", options.plant, "Plant file (default: a small built-in plant of three stations)"));
     tools::completions::completeCommand(runCommand);
     runCommand->add_flag("--shared", options.shared,
-                         "Use the machine's own /tmp/kvo_hws, one run at a time, where namespaces are not permitted");
+                         "Use the machine's own /tmp/kvo_hws, one run at a time, if namespaces are not permitted");
     addServiceOptions(*runCommand, options);
     runCommand->footer(kRunExamples);
 
@@ -311,7 +314,8 @@ int runMain(const std::vector<std::string> &arguments)
     generateCommand->add_option("COUNT", options.count, "Number of stations, at most 100000")
         ->required()
         ->check(CLI::Range(0U, kvosim::kMaxGenerated));
-    generateCommand->add_option("--seed", options.seed, "Another seed, another plant (default: 1)");
+    generateCommand->add_option("--seed", options.seed,
+                                "Seed of the random values; each seed gives a different plant (default: 1)");
     generateCommand->footer(kGenerateExamples);
 
     const kvosim::ControlCommands controlCommands(app);

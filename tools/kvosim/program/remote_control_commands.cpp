@@ -16,8 +16,9 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr const char *kRemoteExamples =
-    R"(The simulator plays the remote hardware service of agents, for the sessions that "kvosim serve" or "kvosim run" was given by
---remote. Exit status 1: the session is not served, no agent is connected, it has not answered in time, or the connection was lost.
+    R"(The simulator acts as the remote hardware service of agents, for the sessions that --remote of "kvosim serve" or
+"kvosim run" names. Exit status 1: the session is not served, no agent is connected, the agent did not reply in time, or the
+connection was lost.
 
 Examples:
   kvosim remote list
@@ -28,8 +29,9 @@ Examples:
 )";
 
 constexpr const char *kAskExamples =
-    R"(The request is sent with "\r\n". The simulator gives it a tag of its own, by which it knows the reply among others, and prints
-the reply without it; a tag that was given is printed. A request of more than 250 bytes is sent without a tag.
+    R"(The request is sent with "\r\n". The simulator adds a tag, which identifies the reply, and prints the reply without
+this tag. If the request already has a tag, the reply is printed with it. A request of more than 250 bytes is sent without a
+tag.
 
 Examples:
   kvosim remote ask 3 ping
@@ -37,11 +39,11 @@ Examples:
   kvosim remote ask 3 get-softkey-type --untagged --timeout 20
 )";
 
-constexpr const char *kLogExamples = R"(Each line has the time, the session, and what has happened:
+constexpr const char *kLogExamples = R"(Each line shows the time, the session, and what happened:
 
   > request    < reply    ! indication    connected    closed
 
-The simulator keeps the last 2000 of them, at most 1 MiB.
+The simulator keeps the last 2000 records, at most 1 MiB.
 
 Examples:
   kvosim remote log
@@ -49,9 +51,9 @@ Examples:
 )";
 
 constexpr const char *kRunExamples =
-    R"(A script has a line for each thing that is done or expected (docs/remote-side.md tells more):
+    R"(Each line of a script is a step to carry out, or a line that is expected from an agent (see docs/remote-side.md):
 
-  session 3              # what follows is about this session
+  session 3              # the following lines are for this session
   wait-connected 15
   > get-kvoindex
   < kvoindex=1
@@ -59,7 +61,8 @@ constexpr const char *kRunExamples =
   ! screen changed
   close
 
-Exit status 1: something else has come than was expected; the first difference is told, with its line. 2: a line is not understood.
+Exit status 1: something else came than the script expects; the first difference is printed, with its line number. 2: a line
+of the script is invalid.
 
 Examples:
   kvosim remote run agent.script
@@ -84,7 +87,7 @@ struct RemoteArguments {
 std::string stateOf(const tools::Json &session)
 {
     if (session.at("away").get<bool>()) {
-        return "closed for a time";
+        return "temporarily closed";
     }
     return session.at("agent").is_null() ? "no agent" : "agent at " + session.at("agent").get<std::string>();
 }
@@ -119,7 +122,7 @@ void ask(const ControlCommands &commands, const RemoteArguments &options)
 void printRecords(const tools::Json &page, bool json)
 {
     if (const auto lost = page.at("lost").get<uint64_t>(); lost > 0) {
-        std::cerr << "kvosim: " << lost << " earlier records are not kept any more\n";
+        std::cerr << "kvosim: " << lost << " earlier records are no longer available\n";
     }
     for (const tools::Json &record : page.at("records")) {
         if (json) {
@@ -172,14 +175,14 @@ void runScript(const ControlCommands &commands, const std::string &file)
     std::cout << file << ": " << result.steps << " steps done, " << result.replies << " replies and " << result.indications
               << " indications as expected";
     if (result.unread > 0) {
-        std::cout << ", " << result.unread << " more not looked at";
+        std::cout << ", " << result.unread << " more not checked";
     }
     std::cout << '\n';
 }
 
 CLI::App *addSession(CLI::App *command, RemoteArguments &options)
 {
-    completeSessions(command->add_option("SESSION", options.session, "0 to 9")->required());
+    completeSessions(command->add_option("SESSION", options.session, "Number of the session, 0 to 9")->required());
     return command;
 }
 
@@ -190,7 +193,7 @@ void addAsk(ControlCommands &commands, CLI::App &remote, const std::shared_ptr<R
                                   *options);
     asking->add_option("REQUEST", options->request, "One line, such as get-kvoindex")->required();
     CLI::Option *tag = asking->add_option("--tag", options->tag, "Tag of the request, three digits");
-    asking->add_flag("--untagged", options->untagged, "Send the request as it is, without a tag")->excludes(tag);
+    asking->add_flag("--untagged", options->untagged, "Send the request unchanged, without adding a tag")->excludes(tag);
     asking->add_option("--timeout", options->timeout, "Seconds to wait for the reply, 1 to 600 (default: 10)")
         ->check(CLI::Range(1U, kLongestTimeout));
     asking->footer(kAskExamples);
@@ -207,22 +210,23 @@ void closeSession(const ControlCommands &commands, const RemoteArguments &option
 
 void addClose(ControlCommands &commands, CLI::App &remote, const std::shared_ptr<RemoteArguments> &options)
 {
-    CLI::App *closing = addSession(commands.add(remote, "close", "Close the connection of a session's agent, which comes again",
-                                                [&commands, options] { closeSession(commands, *options); }),
-                                   *options);
-    closing->add_flag("--reset", options->reset, "By a reset, as when the other machine has crashed");
+    CLI::App *closing =
+        addSession(commands.add(remote, "close", "Close the connection of a session's agent; the agent connects again",
+                                [&commands, options] { closeSession(commands, *options); }),
+                   *options);
+    closing->add_flag("--reset", options->reset, "Reset the connection, as if the remote machine had crashed");
     closing
         ->add_option("--for", options->away,
-                     "Close the port too, for 1 to 600 seconds, agent or not: a remote side that restarts")
+                     "Also close the port for 1 to 600 seconds, even if no agent is connected, as if the remote side restarted")
         ->check(CLI::Range(1U, kLongestTimeout));
 }
 
 void addLog(ControlCommands &commands, CLI::App &remote, const std::shared_ptr<RemoteArguments> &options)
 {
     CLI::App *log =
-        commands.add(remote, "log", "Show what went over the sessions", [&commands, options] { printLog(commands, *options); });
-    completeSessions(log->add_option("--session", options->logSession, "Of this session alone"));
-    log->add_flag("--follow", options->follow, "Go on with what comes, until this command is ended");
+        commands.add(remote, "log", "Show the traffic of the sessions", [&commands, options] { printLog(commands, *options); });
+    completeSessions(log->add_option("--session", options->logSession, "Show only this session"));
+    log->add_flag("--follow", options->follow, "Keep showing new records until this command is ended");
     log->footer(kLogExamples);
 }
 
@@ -231,18 +235,18 @@ void addLog(ControlCommands &commands, CLI::App &remote, const std::shared_ptr<R
 void addRemoteCommands(ControlCommands &commands, CLI::App &app)
 {
     const auto options = std::make_shared<RemoteArguments>();
-    CLI::App *remote = app.add_subcommand("remote", "Play the remote hardware service of agents");
+    CLI::App *remote = app.add_subcommand("remote", "Act as the remote hardware service of agents");
     remote->require_subcommand(1);
     remote->footer(kRemoteExamples);
-    commands.add(*remote, "list", "List the sessions, and the agents that are connected", [&commands] {
+    commands.add(*remote, "list", "List the sessions and the connected agents", [&commands] {
         commands.ask({{"do", "remote.list"}}, printSessions);
     });
     addAsk(commands, *remote, options);
     addClose(commands, *remote, options);
     addLog(commands, *remote, options);
-    CLI::App *running = commands.add(*remote, "run", "Send requests to agents and compare their replies, as a script says",
+    CLI::App *running = commands.add(*remote, "run", "Run a script that sends requests to agents and checks their replies",
                                      [&commands, options] { runScript(commands, options->script); });
-    tools::completions::completeFiles(running->add_option("SCRIPT", options->script, "The script's file")->required());
+    tools::completions::completeFiles(running->add_option("SCRIPT", options->script, "File of the script")->required());
     running->footer(kRunExamples);
 }
 

@@ -18,8 +18,8 @@ void refuseIfServiceRuns()
 {
     const std::string socket = kFolder / "cmd_sock";
     if (tools::stateOfSocket(socket) == tools::SocketState::live) {
-        throw std::runtime_error("a service is running at " + socket +
-                                 " already; end it first, or start the command without kvosim to use that service");
+        throw std::runtime_error("a service is already running at " + socket +
+                                 "; end it first, or start the command without kvosim to use that service");
     }
 }
 

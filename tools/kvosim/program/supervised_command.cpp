@@ -122,7 +122,7 @@ SupervisedCommand::~SupervisedCommand()
     while (childrenLeft() && Clock::now() < until) {
         std::this_thread::sleep_for(kPollInterval);
     }
-    // Repeat, because a killed process may leave its own children behind. phrases: allow
+    // Repeat, because a killed process may leave its own children running.
     while (childrenLeft()) {
         signalChildren(SIGKILL);
         std::this_thread::sleep_for(kPollInterval);

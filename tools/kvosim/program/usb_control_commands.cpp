@@ -15,9 +15,9 @@ namespace kvosim {
 namespace {
 
 constexpr const char *kUsbExamples =
-    R"(USB events go out while a program has them activated. What is plugged in is so all the same, and stands in the lists of
-connectors. DEVICE is an ident2 or an ident3, or "IDENT2*IDENT3". Exit status 0 says that it was done at the station, not that
-anybody was told: the line that is printed says that.
+    R"(USB events are sent only while a program has activated them. Without that, devices can still be plugged in, and
+appear in the connector lists. DEVICE is an ident2, an ident3, or "IDENT2*IDENT3". Exit status 0 means that the change was
+made at the station; the printed line says whether a program received the event.
 
 Examples:
   kvosim usb plug 10.0.0.5
@@ -30,9 +30,9 @@ Examples:
 )";
 
 constexpr const char *kStormExamples =
-    R"(A device is plugged in and removed in turn, each an event; with an odd count the last one stays. One event is on its
-way at a time: a receiver that is slower than the rate is sent what it takes. Where a USB lock is set, every event is a refused
-device. The storm ends early when the events are deactivated, and when this command is ended.
+    R"(A device is plugged in and removed in turn. Each of these is an event; with an odd count the last device stays.
+Events are sent one at a time: a receiver that is slower than the rate gets as many as it accepts. If a USB lock is set,
+every event is a refused device. The storm ends early if the events are deactivated, or if this command is ended.
 
 Examples:
   kvosim usb storm --count 1000
@@ -64,7 +64,7 @@ std::string describeEvent(const tools::Json &reply)
         return "in state " + reply.at("state").dump();
     }
     if (reply.contains("usb_lock")) {
-        return "refused, as the station's USB lock is " + textOf(reply, "usb_lock");
+        return "refused, because the station's USB lock is " + textOf(reply, "usb_lock");
     }
     return event;
 }
@@ -75,7 +75,7 @@ std::string describeDelivery(const std::string &delivery)
         return "the event was delivered";
     }
     if (delivery == "not activated") {
-        return "USB events are not activated, nobody was told";
+        return "USB events are not activated, so no event was sent";
     }
     return "the event was not delivered: " + delivery;
 }
@@ -100,7 +100,7 @@ void printDevices(const tools::Json &reply)
 
 void printStorm(const tools::Json &reply)
 {
-    std::printf("sent %u, delivered %u, failed %u, %.3f s, %.1f events a second\n", reply["sent"].get<unsigned>(),
+    std::printf("sent %u, delivered %u, failed %u, %.3f s, %.1f events per second\n", reply["sent"].get<unsigned>(),
                 reply["delivered"].get<unsigned>(), reply["failed"].get<unsigned>(), reply["seconds"].get<double>(),
                 reply["events_per_second"].get<double>());
     if (const std::string end = textOf(reply, "end"); end != "count") {
@@ -154,7 +154,7 @@ tools::Json fieldsOf(const UsbOptions &options)
 
 CLI::App *addStation(CLI::App *command, UsbOptions &options)
 {
-    completeStations(command->add_option("STATION", options.station, "Its address or its name")->required());
+    completeStations(command->add_option("STATION", options.station, "Address or name of the station")->required());
     return command;
 }
 
@@ -180,7 +180,7 @@ void addChanges(ControlCommands &commands, CLI::App &usb, const std::shared_ptr<
                                       printNotification, kNoTimeout);
                      }),
         *options);
-    completeDevices(unplugging->add_option("DEVICE", options->device, "Its ident2 or ident3")->required());
+    completeDevices(unplugging->add_option("DEVICE", options->device, "ident2 or ident3 of the device")->required());
     CLI::App *changing = addStation(commands.add(usb, "state", "Change the state of a device",
                                                  [&commands, options] {
                                                      commands.ask({{"do", "usb.state"},
@@ -190,7 +190,7 @@ void addChanges(ControlCommands &commands, CLI::App &usb, const std::shared_ptr<
                                                                   printNotification, kNoTimeout);
                                                  }),
                                     *options);
-    completeDevices(changing->add_option("DEVICE", options->device, "Its ident2 or ident3")->required());
+    completeDevices(changing->add_option("DEVICE", options->device, "ident2 or ident3 of the device")->required());
     changing->add_option("VALUE", options->state, "0 to 0xFFFFFFFF")->required();
 }
 
@@ -203,7 +203,7 @@ void addList(ControlCommands &commands, CLI::App &usb, const std::shared_ptr<Usb
         }
         commands.ask(request, printDevices);
     });
-    completeStations(list->add_option("STATION", options->station, "Its address or its name (default: all stations)"));
+    completeStations(list->add_option("STATION", options->station, "Address or name of the station (default: all stations)"));
 }
 
 void addStorm(ControlCommands &commands, CLI::App &usb, const std::shared_ptr<UsbOptions> &options)
@@ -215,10 +215,10 @@ void addStorm(ControlCommands &commands, CLI::App &usb, const std::shared_ptr<Us
         }
         commands.ask(request, printStorm, kNoTimeout);
     });
-    storm->add_option("--count", options->count, "How many events")->required();
-    storm->add_option("--rate", options->rate, "Events a second (default: 0, as fast as they are taken)");
-    completeStations(storm->add_option("--station", options->station,
-                                       "Where, by its address or its name (default: at all stations in turn)"));
+    storm->add_option("--count", options->count, "Number of events")->required();
+    storm->add_option("--rate", options->rate, "Events per second (default: 0, as fast as the receiver accepts them)");
+    completeStations(
+        storm->add_option("--station", options->station, "Address or name of the station (default: all stations in turn)"));
     storm->footer(kStormExamples);
 }
 
@@ -227,11 +227,11 @@ void addStorm(ControlCommands &commands, CLI::App &usb, const std::shared_ptr<Us
 void addUsbCommands(ControlCommands &commands, CLI::App &app)
 {
     const auto options = std::make_shared<UsbOptions>();
-    CLI::App *usb = app.add_subcommand("usb", "Plug USB devices in at stations of the running simulator, and remove them");
+    CLI::App *usb = app.add_subcommand("usb", "Plug USB devices in and remove them at stations of the running simulator");
     usb->require_subcommand(1);
     usb->footer(kUsbExamples);
     addArrival(commands, *usb, options, "plug", "Plug a device in");
-    addArrival(commands, *usb, options, "refuse", "Let a device come that the service refuses");
+    addArrival(commands, *usb, options, "refuse", "Report a device that the service refuses");
     addChanges(commands, *usb, options);
     addList(commands, *usb, options);
     addStorm(commands, *usb, options);

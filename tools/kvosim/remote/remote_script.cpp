@@ -29,7 +29,7 @@ void checkUtf8(std::string_view request)
     try {
         static_cast<void>(nlohmann::json(request).dump());
     } catch (const nlohmann::json::type_error &) {
-        throw tools::Refused("the request is no UTF-8; send other bytes by \"raw\"");
+        throw tools::Refused("the request is not valid UTF-8; send other bytes with \"raw\"");
     }
 }
 
@@ -49,7 +49,7 @@ std::string unescaped(std::string_view text)
             escape.starts_with('x') && escape.size() > 2 ? number<uint8_t>(escape.substr(1, 2), 16) : std::nullopt;
         const std::size_t name = escape.empty() ? std::string_view::npos : kNames.find(escape[0]);
         if (!byte && name == std::string_view::npos) {
-            throw tools::Refused("\"" + std::string(text.substr(i, 2)) + R"(" is no escape; write \r \n \t \0 \\ or \x1F)");
+            throw tools::Refused("\"" + std::string(text.substr(i, 2)) + R"(" is not an escape; write \r \n \t \0 \\ or \x1F)");
         }
         bytes += byte ? static_cast<char>(*byte) : kBytes[name];
         i += byte ? 3 : 1;
@@ -108,8 +108,8 @@ private:
         if (found == std::end(kWords)) {
             throw tools::Refused(
                 '"' + std::string(word) +
-                "\" is nothing that a script knows; a line begins with #, session, >, <, <~, !, !~, raw, wait-connected, "
-                "wait-closed, close, reset, away, pause or timeout, and a blank behind it");
+                "\" is not a script word; a line begins with #, session, >, <, <~, !, !~, raw, wait-connected, "
+                "wait-closed, close, reset, away, pause or timeout, followed by a blank");
         }
         (this->*found->parse)(rest);
     }
@@ -117,7 +117,7 @@ private:
     ScriptStep &add(ScriptStep::Kind kind, std::string text = {})
     {
         if (!session_) {
-            throw tools::Refused("no session yet; write a line such as \"session 3\" before it");
+            throw tools::Refused("no session is selected; write a line such as \"session 3\" first");
         }
         ScriptStep &step = steps_.emplace_back();
         step.kind = kind;
@@ -136,14 +136,14 @@ private:
             step.isPattern = true;
             step.pattern = pattern;
         } catch (const std::regex_error &error) {
-            throw tools::Refused('"' + std::string(text) + "\" is no regular expression: " + error.what());
+            throw tools::Refused('"' + std::string(text) + "\" is not a regular expression: " + error.what());
         }
     }
 
     static void nothing(std::string_view rest)
     {
         if (rest.find_first_not_of(kBlanks) != std::string_view::npos) {
-            throw tools::Refused('"' + std::string(rest) + "\" is too much; nothing stands behind this word");
+            throw tools::Refused('"' + std::string(rest) + "\" is not allowed here; this word takes no arguments");
         }
     }
 
@@ -168,7 +168,7 @@ private:
     {
         std::string bytes = unescaped(rest);
         if (bytes.size() > kLongestRaw) {
-            throw tools::Refused("these are " + std::to_string(bytes.size()) + " bytes; write at most " +
+            throw tools::Refused("the line has " + std::to_string(bytes.size()) + " bytes; write at most " +
                                  std::to_string(kLongestRaw) + " on a line");
         }
         add(ScriptStep::Kind::raw, std::move(bytes));
@@ -229,7 +229,7 @@ std::vector<ScriptStep> loadScript(const std::string &fileName)
     std::ifstream in(fileName, std::ios::binary);
     std::ostringstream text;
     if (std::filesystem::is_directory(fileName) || !in || (in.peek() != EOF && !(text << in.rdbuf()))) {
-        throw tools::Refused(fileName + ": can not be read; give the path of a script (docs/remote-side.md)");
+        throw tools::Refused(fileName + ": cannot be read; give the path of a script (docs/remote-side.md)");
     }
     return parseScript(text.str(), fileName);
 }

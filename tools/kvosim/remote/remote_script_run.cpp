@@ -159,16 +159,16 @@ private:
     void waitFor(const ScriptStep &step, const char *what, Condition condition)
     {
         if (!wait(step, condition)) {
-            throw tools::CouldNot(std::string(what) + ", got nothing of that within " +
+            throw tools::CouldNot(std::string(what) + "; this did not happen within " +
                                   std::to_string(step.time.count() / 1000) + " s");
         }
     }
 
     /// Processes the next record of the log. Returns false if no record comes in time.
-    bool processNext(std::chrono::milliseconds patience)
+    bool processNext(std::chrono::milliseconds timeout)
     {
         if (unprocessed_.empty()) {
-            read(patience);
+            read(timeout);
         }
         if (unprocessed_.empty()) {
             return false;
@@ -185,11 +185,11 @@ private:
         }
     }
 
-    void read(std::chrono::milliseconds patience)
+    void read(std::chrono::milliseconds timeout)
     {
-        const tools::Json page = ask_({{"do", "remote.log"}, {"after", lastRecord_}, {"wait_ms", patience.count()}});
+        const tools::Json page = ask_({{"do", "remote.log"}, {"after", lastRecord_}, {"wait_ms", timeout.count()}});
         if (page.at("lost") != 0) {
-            throw tools::CouldNot("the simulator's log has lost " + page.at("lost").dump() + " records that were not read yet");
+            throw tools::CouldNot("the simulator's log dropped " + page.at("lost").dump() + " records before they were read");
         }
         lastRecord_ = page.at("next").get<uint64_t>();
         for (const tools::Json &record : page.at("records")) {

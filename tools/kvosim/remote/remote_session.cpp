@@ -20,7 +20,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto kNoneTimeout = 200ms;                           // behind a "none" without a line end
+constexpr auto kNoneTimeout = 200ms;                           // after a "none" without a line end
 constexpr std::size_t kMaxUnwritten = std::size_t{64} * 1024;  // bytes that an agent has not read
 constexpr auto kPortRetryDelay = 200ms;
 constexpr unsigned kTagCount = 1000;
@@ -39,13 +39,13 @@ std::string seconds(std::chrono::milliseconds time)
 void checkRequest(std::string_view request)
 {
     if (request.find_first_of(std::string_view("\r\n\0", 3)) != std::string_view::npos) {
-        throw tools::Refused(
-            "the request holds a line end or a zero; give one line without its end, which is added (\"remote run\" can "
-            "send any bytes, by \"raw\")");
+        throw tools::Refused("the request contains a line end or a zero byte; write one line without a line end, which is "
+                             "added automatically (\"remote run\" can send any bytes with \"raw\")");
     }
     if (request.size() > kLongestRequest) {
-        throw tools::Refused("the request has " + std::to_string(request.size()) + " bytes; an agent takes at most " +
-                             std::to_string(kLongestRequest) + " with the tag, and closes the connection on more");
+        throw tools::Refused("the request has " + std::to_string(request.size()) + " bytes; an agent accepts at most " +
+                             std::to_string(kLongestRequest) +
+                             " including the tag, and closes the connection if there are more");
     }
 }
 
@@ -58,7 +58,7 @@ RemoteSession::RemoteSession(EventLoop &loop, RemoteLog &log, unsigned number, u
 
 void RemoteSession::listen()
 {
-    listener_ = listenAt("can not serve agents of session " + std::to_string(number_), address_, port());
+    listener_ = listenAt("cannot serve agents of session " + std::to_string(number_), address_, port());
     acceptor_ = std::make_unique<Acceptor>(loop_, listener_.get(),
                                            [this](tools::Descriptor connection) { connect(std::move(connection)); });
 }
@@ -68,7 +68,7 @@ void RemoteSession::connect(tools::Descriptor connection)
 {
     const std::string peer = peerOf(connection);
     if (stream_) {
-        disconnect("the agent at " + peer + " takes its place");
+        disconnect("replaced by the agent at " + peer);
     }
     const int on = 1;
     setsockopt(connection.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
@@ -137,7 +137,7 @@ void RemoteSession::takeReply(const AgentLine &line)
     const bool asked = place != pending_.end();
     std::string note = line.terminated ? "" : "without a line end";
     if (!asked || place->timedOut) {
-        tools::appendTo(note, ", ", asked ? "too late" : "not asked for");
+        tools::appendTo(note, ", ", asked ? "too late" : "not requested");
     }
     record(RemoteRecord::Kind::reply, line.text, note);
     if (!asked) {
@@ -160,12 +160,12 @@ std::string RemoteSession::unterminatedReply() const
     return pending_.empty() || !pending_.front().unterminatedReply ? "" : pending_.front().tag + "none";
 }
 
-void RemoteSession::ask(std::string_view request, Tagging tagging, std::chrono::milliseconds patience, AnswerCallback onAnswer)
+void RemoteSession::ask(std::string_view request, Tagging tagging, std::chrono::milliseconds timeout, AnswerCallback onAnswer)
 {
-    PendingRequest pending{.until = Clock::now() + patience,
-                           .onAnswer = [onAnswer = std::move(onAnswer), patience](const Answer &answer) {
-                               const bool timeout = !answer.reply && answer.failure.empty();
-                               onAnswer(timeout ? Answer{{}, "no reply within " + seconds(patience)} : answer);
+    PendingRequest pending{.until = Clock::now() + timeout,
+                           .onAnswer = [onAnswer = std::move(onAnswer), timeout](const Answer &answer) {
+                               const bool isTimeout = !answer.reply && answer.failure.empty();
+                               onAnswer(isTimeout ? Answer{{}, "no reply within " + seconds(timeout)} : answer);
                            }};
     std::string line(request);
     if (tagging == Tagging::automatic && tagOf(request).empty() && request.size() + kTagBytes <= kLongestRequest) {
@@ -200,7 +200,7 @@ void RemoteSession::write(std::string_view bytes)
 {
     if (!agent().write(bytes)) {
         throw tools::CouldNot("the agent of session " + std::to_string(number_) +
-                              " does not read: what was sent to it before still waits, or it is closing");
+                              " does not read: earlier data is still waiting, or the connection is closing");
     }
 }
 
@@ -211,8 +211,9 @@ void RemoteSession::discardAbandonedRequests()
         const auto abandoned =
             std::find_if(pending_.begin(), pending_.end(), [](const PendingRequest &r) { return !r.onAnswer; });
         if (abandoned == pending_.end()) {
-            throw tools::CouldNot(std::to_string(kMaxUnanswered) + " requests wait for a reply of the agent of session " +
-                                  std::to_string(number_) + " already; wait for them");
+            throw tools::CouldNot(std::to_string(kMaxUnanswered) +
+                                  " requests already wait for a reply from the agent of session " + std::to_string(number_) +
+                                  "; wait for these replies");
         }
         pending_.erase(abandoned);
     }
@@ -224,8 +225,7 @@ void RemoteSession::close(Ending ending)
         agent().resetWhenClosed();
     }
     static_cast<void>(agent());
-    disconnect(ending == Ending::reset ? "this side has reset it, as it was told to"
-                                       : "this side has closed it, as it was told to");
+    disconnect(ending == Ending::reset ? "this side reset it on request" : "this side closed it on request");
 }
 
 void RemoteSession::closePort(Ending ending, std::chrono::milliseconds time)

@@ -38,8 +38,8 @@ public:
 
     enum class Tagging { automatic, none };
 
-    /// Listens at @p address. @p onWaiting is called whenever something has come to wait, so that sweep is to be called. Throws
-    /// std::runtime_error where the port can not be had. @p loop and @p log must outlive it.
+    /// Listens at @p address. @p onWaiting is called when sweep() must be called until waiting() returns false. Throws
+    /// std::runtime_error if the port cannot be opened. @p loop and @p log must outlive this object.
     RemoteSession(EventLoop &loop, RemoteLog &log, unsigned number, uint32_t address, std::function<void()> onWaiting);
 
     [[nodiscard]] unsigned number() const noexcept { return number_; }
@@ -49,7 +49,7 @@ public:
 
     /// Sends a request, and calls @p onAnswer once, later. A tag that this function adds is removed from the reply; a tag in
     /// @p request stays. Throws Refused or CouldNot.
-    void ask(std::string_view request, Tagging tagging, std::chrono::milliseconds patience, AnswerCallback onAnswer);
+    void ask(std::string_view request, Tagging tagging, std::chrono::milliseconds timeout, AnswerCallback onAnswer);
     /// Sends a request without waiting for the reply. Throws as ask does.
     void send(std::string_view request);
     /// Sends raw bytes. Throws CouldNot.

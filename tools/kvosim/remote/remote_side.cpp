@@ -20,8 +20,8 @@ uint32_t addressOf(const std::string &text)
     const auto address = tools::parseDotted(text);
     if (!address) {
         throw std::runtime_error('"' + text +
-                                 "\" is no IPv4 address to serve agents at; write one such as \"127.0.0.1\", or "
-                                 "\"0.0.0.0\" for all of this machine's");
+                                 "\" is not an IPv4 address for agents; write one such as \"127.0.0.1\", or \"0.0.0.0\" for "
+                                 "all addresses of this machine");
     }
     return *address;
 }
@@ -34,7 +34,7 @@ std::vector<unsigned> parseSessions(const std::string &text)
     for (std::string_view rest = text;;) {
         const auto number = decimal(rest.substr(0, rest.find(',')), 0, kHighestSession);
         if (!number || std::find(sessions.begin(), sessions.end(), *number) != sessions.end()) {
-            throw std::invalid_argument('"' + text + "\" names no sessions; write " + kSessionsForm);
+            throw std::invalid_argument('"' + text + "\" is not a list of sessions; write " + kSessionsForm);
         }
         sessions.push_back(*number);
         if (rest.find(',') == std::string_view::npos) {

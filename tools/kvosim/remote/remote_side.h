@@ -20,7 +20,7 @@ struct RemoteOptions {
 
 /// Parses "3" or "0,3,9". Throws std::invalid_argument with the valid form.
 std::vector<unsigned> parseSessions(const std::string &text);
-inline constexpr const char *kSessionsForm = "session numbers of 0 to 9, each once, with commas between, such as \"0,3\"";
+inline constexpr const char *kSessionsForm = "session numbers from 0 to 9, each once, separated by commas, such as \"0,3\"";
 
 class RemoteSide {
 public:

@@ -167,7 +167,7 @@ TEST(UsbLock, taken_port_of_this_machine_is_an_error_unless_it_is_the_default)
     const std::string taken = first.address();
     EXPECT_THAT([&] { const RunningService service("", {.usbLockAddress = taken}); },
                 testing::ThrowsMessage<std::runtime_error>(
-                    HasSubstr("can not take the USB lock's datagrams at " + taken + ": the port is in use")));
+                    HasSubstr("cannot receive the USB lock's datagrams at " + taken + ": the port is in use")));
     const RunningService service("", {.usbLockDefault = taken});
     EXPECT_EQ(service.usbLockAddress(), "");
     EXPECT_EQ(exchange("isInitComplete\n"), "yes\n");

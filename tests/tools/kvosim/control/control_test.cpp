@@ -127,20 +127,20 @@ const std::vector<Refusal> kRefusals = {
     {"empty", "", "parse error"},
     {"no_object", "[1]", "type"},
     {"nothing_to_do", "{}", "'do' not found"},
-    {"unknown", R"({"do": "stop"})", "\"do\": \"stop\" is none of"},
+    {"unknown", R"({"do": "stop"})", "\"do\": \"stop\" is not one of"},
     {"station_missing", R"({"do": "station"})", "'station' not found"},
     {"station_unknown", R"({"do": "station", "station": "10.0.0.9"})", "no station has the address or the name \"10.0.0.9\""},
-    {"key_unknown", kSetOf5 + R"({"brihgtness": 1}})", "brihgtness: is no key that can be set"},
-    {"key_fixed", kSetOf5 + R"({"name": "B"}})", "address, name and ext are fixed"},
-    {"number_wanted", kSetOf5 + R"({"dpi": "many"}})", "dpi: is no whole number; write 0 to 2147483647, or \"none\""},
-    {"number_empty", kSetOf5 + R"({"dpi": ""}})", "dpi: is no whole number"},
-    {"number_negative_hex", kSetOf5 + R"({"nonlinear": "0x-1"}})", "nonlinear: is no whole number"},
-    {"text_wanted", kSetOf5 + R"({"viewer": 1}})", "viewer: is no text"},
+    {"key_unknown", kSetOf5 + R"({"brihgtness": 1}})", "brihgtness: is not a key that can be set"},
+    {"key_fixed", kSetOf5 + R"({"name": "B"}})", "address, name and ext cannot change"},
+    {"number_wanted", kSetOf5 + R"({"dpi": "many"}})", "dpi: is not a whole number; write 0 to 2147483647, or \"none\""},
+    {"number_empty", kSetOf5 + R"({"dpi": ""}})", "dpi: is not a whole number"},
+    {"number_negative_hex", kSetOf5 + R"({"nonlinear": "0x-1"}})", "nonlinear: is not a whole number"},
+    {"text_wanted", kSetOf5 + R"({"viewer": 1}})", "viewer: is not a text"},
     {"fault_kind_missing", R"({"do": "fault.add"})", "'kind' not found"},
-    {"fault_kind", R"({"do": "fault.add", "kind": "late"})", "kind: \"late\" is no fault"},
-    {"fault_command", R"({"do": "fault.add", "kind": "close", "command": "reboot="})", "command: \"reboot=\" is no command"},
-    {"fault_negative", R"({"do": "fault.add", "kind": "close", "times": -1})", "times: is no whole number"},
-    {"fault_text", R"({"do": "fault.add", "kind": "close", "after": "1"})", "after: is no whole number"}};
+    {"fault_kind", R"({"do": "fault.add", "kind": "late"})", "kind: \"late\" is not a fault"},
+    {"fault_command", R"({"do": "fault.add", "kind": "close", "command": "reboot="})", "command: \"reboot=\" is not a command"},
+    {"fault_negative", R"({"do": "fault.add", "kind": "close", "times": -1})", "times: is not a whole number"},
+    {"fault_text", R"({"do": "fault.add", "kind": "close", "after": "1"})", "after: is not a whole number"}};
 
 INSTANTIATE_TEST_SUITE_P(Table, ControlRefuses, testing::ValuesIn(kRefusals), kvosim_test::kNameOfRow);
 

@@ -173,13 +173,13 @@ const std::vector<Row> kTexts = {
     {{"no_comma"}, "key", "the event has no comma"},
     {{"nothing"}, "", "the event has no comma"},
     {{"alive_and_more"}, "Alive?!", "the event has no comma"},
-    {{"name_of_20"}, std::string(20, 'n') + ", x", "the event's name has 20 bytes, its receivers drop it"},
+    {{"name_of_20"}, std::string(20, 'n') + ", x", "the event's name has 20 bytes, so receivers drop it"},
     {{"no_name"}, ", x", "the event's name has 0 bytes"},
-    {{"no_blank"}, "key,F1", "there is no blank behind the event's comma"},
-    {{"ends_with_comma"}, "key,", "there is no blank behind the event's comma"},
-    {{"line_end"}, "key, a\nb", "the event holds a line end or a zero", true},
-    {{"carriage_return"}, "key, a\r", "the event holds a line end or a zero", true},
-    {{"zero"}, std::string("key, a\0b", 8), "the event holds a line end or a zero", true},
+    {{"no_blank"}, "key,F1", "no space follows the event's comma"},
+    {{"ends_with_comma"}, "key,", "no space follows the event's comma"},
+    {{"line_end"}, "key, a\nb", "the event contains a line end or a zero byte", true},
+    {{"carriage_return"}, "key, a\r", "the event contains a line end or a zero byte", true},
+    {{"zero"}, std::string("key, a\0b", 8), "the event contains a line end or a zero byte", true},
     {{"too_long"}, "a, " + std::string(4094, 'x'), "the event has 4097 bytes; write at most 4096", true}};
 
 INSTANTIATE_TEST_SUITE_P(Table, EventText, testing::ValuesIn(kTexts), kvosim_test::kNameOfRow);

@@ -195,12 +195,12 @@ const std::vector<Refusal> kRefusals = {
     {"no_station", R"({"do": "usb.plug"})", "'station' not found"},
     {"unknown_station", R"({"do": "usb.plug", "station": "10.0.0.9"})", "no station has the address or the name \"10.0.0.9\""},
     {"unknown_station_list", R"({"do": "usb.list", "station": "B"})", "no station has"},
-    {"unknown_field", kPlugAt5 + R"({"ipAddress": "1.2.3.4"}})", "ipAddress: is no field of a USB device"},
-    {"wrong_field", kPlugAt5 + R"({"text4": "a*b"}})", "text4: holds an asterisk"},
+    {"unknown_field", kPlugAt5 + R"({"ipAddress": "1.2.3.4"}})", "ipAddress: is not a field of a USB device"},
+    {"wrong_field", kPlugAt5 + R"({"text4": "a*b"}})", "text4: contains an asterisk"},
     {"wrong_number", kPlugAt5 + R"({"id1": 65536}})", "id1: 65536 is out of range"},
-    {"no_number", kPlugAt5 + R"({"id1": true}})", "id1: is no whole number"},
-    {"no_object", kPlugAt5 + "5}", "device: is no object"},
-    {"plugged_already", kPlugAt5 + R"({"ident2": "usb1", "ident3": "1-1.1"}})", "is plugged in at 10.0.0.5 already"},
+    {"no_number", kPlugAt5 + R"({"id1": true}})", "id1: is not a whole number"},
+    {"no_object", kPlugAt5 + "5}", "device: is not an object"},
+    {"plugged_already", kPlugAt5 + R"({"ident2": "usb1", "ident3": "1-1.1"}})", "is already plugged in at 10.0.0.5"},
     {"refuse_wrong_field", R"({"do": "usb.refuse", "station": "A", "device": {"number3": -1}})", "number3: -1 is out"},
     {"unplug_unknown", R"({"do": "usb.unplug", "station": "A", "device": "usb7"})", "no device \"usb7\" at 10.0.0.5"},
     {"unplug_none", R"({"do": "usb.unplug", "station": "A"})", "'device' not found"},
@@ -208,7 +208,7 @@ const std::vector<Refusal> kRefusals = {
     {"state_none", R"({"do": "usb.state", "station": "A", "device": "usb1"})", "'state' not found"},
     {"state_large", R"({"do": "usb.state", "station": "A", "device": "usb1", "state": "0x100000000"})",
      "state: 4294967296 is out of range; write 0 to 0xFFFFFFFF"},
-    {"storm_no_events", R"({"do": "usb.storm"})", "count: 0 events make no storm"},
+    {"storm_no_events", R"({"do": "usb.storm"})", "count: 0 is out of range"},
     {"storm_rate", R"({"do": "usb.storm", "count": 1, "rate": 1000001})", "rate: 1000001 is out of range"},
     {"storm_station", R"({"do": "usb.storm", "count": 1, "station": "B"})", "no station has"}};
 
@@ -274,15 +274,15 @@ TEST(UsbEvents, are_refused_when_too_many_wait)
                             "\n");
     }
     ASSERT_TRUE(support::eventually([] { return devicesPluggedIn() == kvosim::Deliveries::kMaxPending; }));
-    EXPECT_THAT([] { plug("10.0.0.6"); }, ThrowsMessage<tools::Refused>(StartsWith("as many as 32 USB events wait")));
+    EXPECT_THAT([] { plug("10.0.0.6"); }, ThrowsMessage<tools::Refused>(StartsWith("32 USB events already wait")));
     EXPECT_EQ(devicesPluggedIn(), kvosim::Deliveries::kMaxPending) << "what is refused was not plugged in";
     EXPECT_THAT(
         [] {
             tools::askSimulator({{"do", "usb.storm"}, {"count", 1}});
         },
-        ThrowsMessage<tools::Refused>(StartsWith("as many as 32")));
+        ThrowsMessage<tools::Refused>(StartsWith("32 USB events")));
     EXPECT_EQ(exchange("deactivateUSBEvents\n"), "ok\n");
-    EXPECT_EQ(plug("10.0.0.6")["delivery"], "not activated") << "what is told nobody needs no room";
+    EXPECT_EQ(plug("10.0.0.6")["delivery"], "not activated") << "an event that is not sent needs no space in the queue";
 }
 
 TEST(UsbEvents, end_with_the_service_while_the_receiver_is_silent)

@@ -145,8 +145,8 @@ TEST(LineServer, vanished_clients_delay_no_client)
     EXPECT_EQ(exchange("other\n", server.path()), "re: other\n");
     EXPECT_TRUE(eventually([&] {
         const auto events = server.events();
-        return std::count(events.begin(), events.end(), "closed without a request") == 20 &&
-               std::count(events.begin(), events.end(), "closed inside its request") == 20;
+        return std::count(events.begin(), events.end(), "the client closed without a request") == 20 &&
+               std::count(events.begin(), events.end(), "the client closed in the middle of its request") == 20;
     })) << testing::PrintToString(server.events());
 }
 
@@ -186,7 +186,7 @@ TEST(LineServer, quiet_connection_is_dropped)
     half.send("hel");
     EXPECT_EQ(silent.receiveAll(), "");
     EXPECT_EQ(half.receiveAll(), "");
-    EXPECT_THAT(server.events(), Contains("dropped unfinished").Times(2));
+    EXPECT_THAT(server.events(), Contains("dropped before it was complete").Times(2));
 }
 
 TEST(LineServer, client_that_never_reads_is_dropped)
@@ -228,7 +228,7 @@ TEST(LineServer, quietest_connection_makes_room_for_a_new_one)
     EXPECT_EQ(idle.front().receiveAll(), "");
     idle.back().send("\n");
     EXPECT_EQ(idle.back().receiveAll(), "re: half\n");
-    EXPECT_THAT(server.events(), testing::ElementsAre("dropped for a newer connection"));
+    EXPECT_THAT(server.events(), testing::ElementsAre("dropped in favour of a newer connection"));
 }
 
 TEST(LineServer, a_flood_of_connections_delays_no_client)

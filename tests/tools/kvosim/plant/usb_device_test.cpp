@@ -161,7 +161,7 @@ TEST_P(UsbFieldRefuses, and_says_what_would_be_right)
 }
 
 const std::vector<Refusal> kRefusals = {
-    {"ident2_empty", "ident2", "", "is empty, and the text of the device's removal could not be read then; write 1 to 32"},
+    {"ident2_empty", "ident2", "", "is empty, but receivers need it to read the text of the device's removal; write 1 to 32"},
     {"ident3_empty", "ident3", "", "write 1 to 32 bytes"},
     {"ident2_long", "ident2", std::string(33, 'x'), "has 33 bytes; write at most 32"},
     {"ident3_long", "ident3", std::string(33, 'x'), "has 33 bytes; write at most 32"},
@@ -171,24 +171,24 @@ const std::vector<Refusal> kRefusals = {
     {"text6_long", "text6", std::string(41, 'x'), "has 41 bytes; write at most 40"},
     {"text7_long", "text7", std::string(41, 'x'), "has 41 bytes; write at most 40"},
     {"text8_long", "text8", std::string(81, 'x'), "has 81 bytes; write at most 80"},
-    {"asterisk", "text4", "a*b", "holds an asterisk, which ends a field of the event text; leave it out"},
-    {"line_feed", "text6", "a\nb", "holds a line end or a zero byte, which ends the event text; leave it out"},
-    {"carriage_return", "ident2", "a\r", "holds a line end"},
+    {"asterisk", "text4", "a*b", "contains an asterisk, which ends a field of the event text; remove it"},
+    {"line_feed", "text6", "a\nb", "contains a line end or a zero byte, which ends the event text; remove it"},
+    {"carriage_return", "ident2", "a\r", "contains a line end"},
     {"zero", "text7", std::string("a\0b", 3), "a zero byte"},
-    {"text_is_number", "text4", 1, "is no text; write it in quotes"},
+    {"text_is_number", "text4", 1, "is not a text; write it in quotes"},
     {"number1_large", "number1", int64_t{0x100000000}, "4294967296 is out of range; write 0 to 0xFFFFFFFF"},
     {"number2_negative", "number2", "-1", "-1 is out of range; write 0 to 0xFFFFFFFF"},
-    {"state_word", "state", "open", "is no whole number; write 0 to 0xFFFFFFFF"},
+    {"state_word", "state", "open", "is not a whole number; write 0 to 0xFFFFFFFF"},
     {"id1_large", "id1", 65536, "65536 is out of range; write 0 to 65535"},
     {"id2_large", "id2", "0x10000", "65536 is out of range; write 0 to 65535"},
     {"number3_large", "number3", 65536, "65536 is out of range; write 0 to 65535"},
     {"switch_large", "no_text5", 2, "2 is out of range; write 0 to 1"},
     {"report_large", "report", 2, "2 is out of range; write 0 to 1"},
-    {"bytes_odd", "bytes", "0A1", "is no list of bytes; write two hexadecimal digits for each byte"},
-    {"bytes_no_digits", "bytes", "0G", "is no list of bytes"},
-    {"bytes_number", "bytes", 10, "is no list of bytes"},
+    {"bytes_odd", "bytes", "0A1", "is not a list of bytes; write two hexadecimal digits for each byte"},
+    {"bytes_no_digits", "bytes", "0G", "is not a list of bytes"},
+    {"bytes_number", "bytes", 10, "is not a list of bytes"},
     {"bytes_many", "bytes", std::string(130, '0'), "has 65 bytes; write at most 64"},
-    {"neither", "number1", Value(), "is no whole number"}};
+    {"neither", "number1", Value(), "is not a whole number"}};
 
 INSTANTIATE_TEST_SUITE_P(Table, UsbFieldRefuses, testing::ValuesIn(kRefusals), kvosim_test::kNameOfRow);
 

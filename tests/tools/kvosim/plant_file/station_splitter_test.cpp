@@ -98,19 +98,19 @@ const std::vector<Meaning> kMeanings = {
     {"byte_order_mark", "\xEF\xBB\xBF" + kA + kB, "V01.00.00.00| A B | | |"},
     {"header_in_a_text", "[service]\nversion = '''\n[[station]]'''\n" + kA, "[[station]]| A | | |"},
     {"station_in_a_text", "[service]\nversion = '''\\\n" + kA + "'''\n" + kB,
-     "p:2: service.version: is no version text; write 1 to 255 bytes without control characters"},
+     "p:2: service.version: is not a valid version; write 1 to 255 bytes without control characters"},
     {"header_in_a_list", kA + "ext = [1, 2, 3,\n[[station]],\n5, 6, 7]\n", "p:5: not TOML: "},
     {"table_twice", "[service]\n" + kA + "[service]\n", "p:5: not TOML: "},
     {"stations_as_a_list", "station = []\n" + kA, "p:2: not TOML: "},
     {"one_station_then_a_list_of_them", "[station]\n" + kA, "p:2: not TOML: "},
     {"line_of_a_later_mistake", kA + kB + "brightness = 7\n", "p:7: station.brightness: 7 is out of range; write 0 to 1"},
     {"unknown_key_before_a_wrong_value", kA + "brightness = 7\n" + kB + "brihgtness = 1\n",
-     "p:8: station.brihgtness: unknown key; known here: address, name"},
+     "p:8: station.brihgtness: unknown key; known keys: address, name"},
     {"first_of_two_mistakes", kA + "touch = -1\nbrightness = 7\nattr1 = -1\n",
      "p:6: station.attr1: -1 is out of range; write 0 to 0xFFFFFFFF"},
     {"name_twice", kA + "[[station]]\naddress = \"10.0.0.2\"\nname = \"A\"\n",
-     "p:6: station.name: \"A\" is taken by the station of line 1; each station needs its own"},
-    {"tail", kA + kB + "[serivce]\n", "p:7: serivce: unknown key; known here: service, registry, station, client, faults"}};
+     "p:6: station.name: \"A\" is already used by the station in line 1; each station needs its own"},
+    {"tail", kA + kB + "[serivce]\n", "p:7: serivce: unknown key; known keys: service, registry, station, client, faults"}};
 
 INSTANTIATE_TEST_SUITE_P(Table, PiecesMeaning, testing::ValuesIn(kMeanings), kvosim_test::kNameOfRow);
 

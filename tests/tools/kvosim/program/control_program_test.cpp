@@ -50,7 +50,7 @@ const std::vector<Row> kCalls = {
      2,
      "",
      "kvosim: dpi: -1 is out of range; write 0 to 2147483647, or \"none\"\n"},
-    {"station_set_no_value", {"station", "10.0.0.5", "--set", "dpi"}, 2, "", "\"dpi\" is no setting; write KEY=VALUE\n"},
+    {"station_set_no_value", {"station", "10.0.0.5", "--set", "dpi"}, 2, "", "\"dpi\" is not a setting; write KEY=VALUE\n"},
     {"station_missing", {"station"}, 2, "", "STATION is required"},
     {"fault_list", {"fault", "list"}, 0, "no faults\n", ""},
     {"fault_add",
@@ -58,13 +58,13 @@ const std::vector<Row> kCalls = {
      0,
      "delay getVersion, 7 ms, after 2, 3 times, struck 0\n",
      ""},
-    {"fault_add_shortest", {"fault", "add", "close"}, 0, "close *, after 0, for ever, struck 0\n", ""},
+    {"fault_add_shortest", {"fault", "add", "close"}, 0, "close *, after 0, unlimited, struck 0\n", ""},
     {"fault_add_json",
      {"fault", "add", "split", "--json"},
      0,
      R"({"faults":[{"command":"*","kind":"split","after":0,"times":0,"struck":0,"delay_ms":5}]})",
      ""},
-    {"fault_add_unknown", {"fault", "add", "late"}, 2, "", "kvosim: kind: \"late\" is no fault; write delay, close"},
+    {"fault_add_unknown", {"fault", "add", "late"}, 2, "", "kvosim: kind: \"late\" is not a fault; write delay, close"},
     {"fault_add_negative", {"fault", "add", "close", "--times", "-1"}, 2, "", "--times"},
     {"fault_clear", {"fault", "clear", "--json"}, 0, "{\"faults\":[]}\n", ""},
     {"fault_alone", {"fault"}, 2, "", "Usage: kvosim fault [OPTIONS] COMMAND\n"},
@@ -142,7 +142,7 @@ TEST(UsbLockAddress, taken_is_an_error_where_it_was_given)
     const std::string taken = service.usbLockAddress();
     Program run({KVOSIM_PROGRAM, "run", "--usb-lock-address", taken, "--", "true"});
     EXPECT_EQ(run.wait(), 1);
-    EXPECT_EQ(run.err(), "kvosim: can not take the USB lock's datagrams at " + taken +
+    EXPECT_EQ(run.err(), "kvosim: cannot receive the USB lock's datagrams at " + taken +
                              ": the port is in use, perhaps by another simulator\n");
 }
 
@@ -160,7 +160,7 @@ TEST(UsbLockAddress, default_may_be_taken)
     EXPECT_EQ(run.wait(), 7);
     if (mine) {
         EXPECT_THAT(run.err(),
-                    HasSubstr("warning: can not take the USB lock's datagrams at 127.0.0.1:5851: the port is in use"));
+                    HasSubstr("warning: cannot receive the USB lock's datagrams at 127.0.0.1:5851: the port is in use"));
     }
 }
 

@@ -55,7 +55,7 @@ TEST_P(Called, answers)
 }
 
 const std::vector<Call> kCalls = {
-    {"without_anything", {}, 2, "", "The hardware service of a simulated plant.\nUsage: kvosim [OPTIONS]"},
+    {"without_anything", {}, 2, "", "Simulate the hardware service of a plant.\nUsage: kvosim [OPTIONS]"},
     {"unknown_subcommand",
      {"server"},
      2,
@@ -105,8 +105,8 @@ const std::vector<Call> kCalls = {
     {"help_that_wraps",
      {"help", "serve"},
      0,
-     "  --registry TEXT             Directory of the registry lists, kept from one\n"
-     "                              start to the next (default: a temporary one)\n",
+     "  --registry TEXT             Directory for the registry lists, which are kept\n"
+     "                              for the next start (default: a temporary one)\n",
      ""},
     {"help", {"--help"}, 0, "Examples:\n  kvosim serve", ""},
     {"serve_help", {"serve", "--help"}, 0, "Examples:\n  kvosim serve", ""},

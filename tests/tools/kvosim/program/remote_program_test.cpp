@@ -106,7 +106,7 @@ TEST(RemoteProgram, asks_lists_logs_and_runs)
     EXPECT_EQ(closed.err, "kvosim: no agent is connected in session 3 (port 5853)\n");
     EXPECT_EQ(kvosimEnds({"remote", "close", "3", "--for", "600"}).out, "closed\n");
     EXPECT_EQ(kvosimEnds({"remote", "list"}).out,
-              "session 3, 127.0.0.1:5853, closed for a time\nsession 4, 127.0.0.1:5854, no agent\n");
+              "session 3, 127.0.0.1:5853, temporarily closed\nsession 4, 127.0.0.1:5854, no agent\n");
 }
 
 TEST(RemoteProgram, follows_the_log)
@@ -138,7 +138,7 @@ TEST(RemoteProgram, a_port_in_use_is_named)
     ASSERT_TRUE(first.ready);
     const Ended second = kvosimEnds({"run", "--remote", "3", "--", "true"});
     EXPECT_EQ(second.status, 1);
-    EXPECT_EQ(second.err, "kvosim: can not serve agents of session 3 at 127.0.0.1:5853: the port is in use, perhaps by another "
+    EXPECT_EQ(second.err, "kvosim: cannot serve agents of session 3 at 127.0.0.1:5853: the port is in use, perhaps by another "
                           "simulator or a real hardware service\n");
 }
 
@@ -167,18 +167,20 @@ TEST_P(WrongUse, is_reported_and_ends_with_two)
 }
 
 const std::vector<WrongRow> kWrongUses = {
-    {{"sessions"}, {"run", "--remote", "3,10", "--", "true"}, "names no sessions; write session numbers of 0 to 9"},
-    {{"address"}, {"run", "--remote", "4", "--remote-address", "::1", "--", "true"}, "\"::1\" is no IPv4 address; write one"},
-    {{"host_name"}, {"run", "--remote", "4", "--remote-address", "localhost", "--", "true"}, "is no IPv4 address"},
+    {{"sessions"}, {"run", "--remote", "3,10", "--", "true"}, "is not a list of sessions; write session numbers from 0 to 9"},
+    {{"address"},
+     {"run", "--remote", "4", "--remote-address", "::1", "--", "true"},
+     "\"::1\" is not an IPv4 address; write one"},
+    {{"host_name"}, {"run", "--remote", "4", "--remote-address", "localhost", "--", "true"}, "is not an IPv4 address"},
     {{"alive"}, {"run", "--alive", "-1", "--", "true"}, "--alive"},
-    {{"ask_line_end"}, {"remote", "ask", "3", "a\nb"}, "the request holds a line end or a zero; give one line"},
-    {{"ask_long"}, {"remote", "ask", "3", std::string(255, 'x')}, "the request has 255 bytes; an agent takes at most 254"},
-    {{"ask_tag"}, {"remote", "ask", "3", "ping", "--tag", "4"}, "is no tag; write three digits"},
+    {{"ask_line_end"}, {"remote", "ask", "3", "a\nb"}, "the request contains a line end or a zero byte; write one line"},
+    {{"ask_long"}, {"remote", "ask", "3", std::string(255, 'x')}, "the request has 255 bytes; an agent accepts at most 254"},
+    {{"ask_tag"}, {"remote", "ask", "3", "ping", "--tag", "4"}, "is not a tag; write three digits"},
     {{"ask_two_ways"}, {"remote", "ask", "3", "ping", "--tag", "042", "--untagged"}, "excludes"},
     {{"ask_timeout"}, {"remote", "ask", "3", "ping", "--timeout", "601"}, "--timeout"},
     {{"remote_alone"}, {"remote"}, "Usage: kvosim remote [OPTIONS] COMMAND\n"},
     {{"event_name"}, {"event", "a name that is too long, x"}, "write \"name, data\" with a name of 1 to 19 bytes"},
-    {{"event_lines"}, {"event", "a, b\nc", "--as-is"}, "the event holds a line end"},
+    {{"event_lines"}, {"event", "a, b\nc", "--as-is"}, "the event contains a line end"},
     {{"event_not_utf8"}, {"event", "a, \xff"}, "a text is not UTF-8"}};
 
 INSTANTIATE_TEST_SUITE_P(Table, WrongUse, testing::ValuesIn(kWrongUses), kvosim_test::kNameOfRow);
@@ -204,7 +206,7 @@ TEST(EventProgram, shows_how_many_got_it)
     const Ended nobody = kvosimEnds({"event", "key, F1"});
     EXPECT_EQ(nobody.status, 1);
     EXPECT_EQ(nobody.out, "");
-    EXPECT_EQ(nobody.err, "kvosim: nobody listens for events, it was sent to 0 listeners\n");
+    EXPECT_EQ(nobody.err, "kvosim: no program listens for events; the event was sent to 0 listeners\n");
     const Client first("/tmp/kvo_hws/event_sock");
     EXPECT_EQ(kvosimEnds({"event", "key, F1"}).out, "sent to 1 listener\n");
     const Client second("/tmp/kvo_hws/event_sock");

@@ -216,7 +216,7 @@ TEST_F(RunFolder, of_a_live_service_is_refused_to_a_shared_run)
     Program shared(runShared("echo started"));
     EXPECT_EQ(shared.wait(), 1);
     EXPECT_EQ(shared.out(), "");
-    EXPECT_EQ(shared.err(), "kvosim: a service is running at /tmp/kvo_hws/cmd_sock already; end it first, or start the command "
+    EXPECT_EQ(shared.err(), "kvosim: a service is already running at /tmp/kvo_hws/cmd_sock; end it first, or start the command "
                             "without kvosim to use that service\n");
     Program question({ASK_PROGRAM, "getCountElemDL"});
     EXPECT_EQ(question.wait(), 0);

@@ -238,7 +238,7 @@ TEST(Run, reports_a_mistake_in_the_plant_file_before_the_command_starts)
 {
     Program run(runShell("echo started", {"--plant", "/no/such/plant.toml"}));
     EXPECT_EQ(run.wait(), 2);
-    EXPECT_EQ(run.err(), "kvosim: /no/such/plant.toml: can not be read; give the path of a plant file (docs/plant-file.md)\n");
+    EXPECT_EQ(run.err(), "kvosim: /no/such/plant.toml: cannot be read; give the path of a plant file (docs/plant-file.md)\n");
     EXPECT_EQ(run.out(), "");
 }
 

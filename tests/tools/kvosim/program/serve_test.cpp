@@ -49,7 +49,7 @@ TEST(Serve, refuses_to_wait_for_the_end_of_a_file)
     Program service(words);
     EXPECT_EQ(service.wait(), 2);
     EXPECT_EQ(service.err(),
-              "kvosim: --until-input-ends: standard input is no pipe, socket or terminal whose end could be waited for\n");
+              "kvosim: --until-input-ends: standard input is not a pipe, socket or terminal, so its end cannot be detected\n");
     EXPECT_FALSE(std::filesystem::exists(kSocket));
 }
 
@@ -161,7 +161,7 @@ TEST(Serve, reports_a_mistake_in_the_plant_file)
     std::ofstream(file) << "[[station]]\nadress = \"10.0.0.5\"\n";
     Program service(kvosim({"serve", "--plant", file}));
     EXPECT_EQ(service.wait(), 2);
-    EXPECT_THAT(service.err(), StartsWith("kvosim: " + file + ":2: station.adress: unknown key; known here: address"));
+    EXPECT_THAT(service.err(), StartsWith("kvosim: " + file + ":2: station.adress: unknown key; known keys: address"));
     EXPECT_EQ(service.out(), "");
 }
 

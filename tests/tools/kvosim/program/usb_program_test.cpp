@@ -70,7 +70,7 @@ TEST_P(Usb, answers)
     EXPECT_THAT(ended.err, HasSubstr(GetParam().err));
 }
 
-const std::string kNotActivated = "; USB events are not activated, nobody was told\n";
+const std::string kNotActivated = "; USB events are not activated, so no event was sent\n";
 
 const std::vector<Row> kCalls = {
     {"plug", {"plug", "10.0.0.5"}, 0, "10.0.0.5: \"usb2*1-1.2\" plugged in" + kNotActivated, ""},
@@ -78,13 +78,13 @@ const std::vector<Row> kCalls = {
     {"plug_locked",
      {"plug", "Locked"},
      0,
-     "10.0.0.6: \"usb1*1-1.1\" refused, as the station's USB lock is 3:0" + kNotActivated,
+     "10.0.0.6: \"usb1*1-1.1\" refused, because the station's USB lock is 3:0" + kNotActivated,
      ""},
     {"plug_json", {"plug", "10.0.0.5", "--json"}, 0, R"({"event":"plugged","station":"10.0.0.5","name":"Lathe 1",)", ""},
     {"plug_unknown", {"plug", "10.0.0.9"}, 2, "", "kvosim: no station has the address or the name \"10.0.0.9\"\n"},
-    {"plug_wrong_text", {"plug", "10.0.0.5", "--text4", "a*b"}, 2, "", "kvosim: text4: holds an asterisk"},
+    {"plug_wrong_text", {"plug", "10.0.0.5", "--text4", "a*b"}, 2, "", "kvosim: text4: contains an asterisk"},
     {"plug_wrong_number", {"plug", "10.0.0.5", "--id1", "65536"}, 2, "", "kvosim: id1: 65536 is out of range"},
-    {"plug_no_number", {"plug", "10.0.0.5", "--number1", "many"}, 2, "", "kvosim: number1: is no whole number"},
+    {"plug_no_number", {"plug", "10.0.0.5", "--number1", "many"}, 2, "", "kvosim: number1: is not a whole number"},
     {"plug_empty_ident", {"plug", "10.0.0.5", "--ident2", ""}, 2, "", "kvosim: ident2: is empty"},
     {"plug_no_utf8", {"plug", "10.0.0.5", "--ident2", "\xA7"}, 2, "", "kvosim: a text is not UTF-8; write it as UTF-8\n"},
     {"plug_nowhere", {"plug"}, 2, "", "STATION is required"},
@@ -98,7 +98,11 @@ const std::vector<Row> kCalls = {
      "kvosim: no device \"usb9\" at 10.0.0.5; plugged in there: \"usb1*1-1.1\"\n"},
     {"unplug_nothing", {"unplug", "10.0.0.5"}, 2, "", "DEVICE is required"},
     {"state", {"state", "10.0.0.5", "1-1.1", "0x10"}, 0, "10.0.0.5: \"usb1*1-1.1\" in state 16" + kNotActivated, ""},
-    {"state_wrong", {"state", "10.0.0.5", "usb1", "on"}, 2, "", "kvosim: state: is no whole number; write 0 to 0xFFFFFFFF\n"},
+    {"state_wrong",
+     {"state", "10.0.0.5", "usb1", "on"},
+     2,
+     "",
+     "kvosim: state: is not a whole number; write 0 to 0xFFFFFFFF\n"},
     {"state_nothing", {"state", "10.0.0.5", "usb1"}, 2, "", "VALUE is required"},
     {"list", {"list"}, 0, "10.0.0.5: \"usb1*1-1.1\" state 0, Simulated device, kvosim, Memory stick\n", ""},
     {"list_of_none", {"list", "Locked"}, 0, "no USB devices\n", ""},
@@ -106,7 +110,7 @@ const std::vector<Row> kCalls = {
     {"list_unknown", {"list", "10.0.0.9"}, 2, "", "kvosim: no station has"},
     {"storm_not_activated", {"storm", "--count", "3"}, 2, "", "kvosim: USB events are not activated"},
     {"storm_without_count", {"storm"}, 2, "", "--count is required"},
-    {"storm_of_none", {"storm", "--count", "0"}, 2, "", "kvosim: count: 0 events make no storm"},
+    {"storm_of_none", {"storm", "--count", "0"}, 2, "", "kvosim: count: 0 is out of range"},
     {"storm_rate", {"storm", "--count", "1", "--rate", "-1"}, 2, "", "--rate"},
     {"alone", {}, 2, "", "Usage: kvosim usb [OPTIONS] COMMAND\n"},
     {"help", {"--help"}, 0, "Examples:\n  kvosim usb plug", ""},
@@ -184,7 +188,7 @@ TEST(UsbCommands, storm_prints_its_sums)
     exchange("activateUSBEvents\n");
     const ScriptedService receiver({replies("ok")}, kUsbSocket);
     EXPECT_THAT(kvosimEnds({"usb", "storm", "--count", "20", "--rate", "200"}).out,
-                ContainsRegex("^sent 20, delivered 20, failed 0, 0\\.[0-9]{3} s, [0-9]+\\.[0-9] events a second\n$"));
+                ContainsRegex("^sent 20, delivered 20, failed 0, 0\\.[0-9]{3} s, [0-9]+\\.[0-9] events per second\n$"));
     EXPECT_EQ(receiver.requests().size(), 20U);
     EXPECT_EQ(tools::Json::parse(kvosimEnds({"usb", "storm", "--count", "2", "--json"}).out)["delivered"], 2);
 }

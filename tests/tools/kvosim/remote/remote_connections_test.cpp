@@ -51,12 +51,12 @@ TEST_F(Remote, a_second_agent_takes_the_place_of_the_first)
     auto reply = asks(request("ping"));
     EXPECT_EQ(agent.hear(), "001:ping\r\n");
     Agent second;
-    EXPECT_THAT(reply.get(), HasSubstr("takes its place"));
+    EXPECT_THAT(reply.get(), HasSubstr("replaced by the agent at "));
     EXPECT_EQ(agent.hear(), "(closed)");
     auto next = asks(request("ping"));
     second.answer("pong\r\n");
     EXPECT_EQ(next.get(), "pong");
-    EXPECT_THAT(log(), testing::Contains(testing::MatchesRegex("closed the agent at 127.0.0.1:[0-9]+ takes its place")));
+    EXPECT_THAT(log(), testing::Contains(testing::MatchesRegex("closed replaced by the agent at 127.0.0.1:[0-9]+")));
 }
 
 TEST_F(Remote, sessions_are_apart)
@@ -207,7 +207,7 @@ TEST_F(Remote, so_many_requests_wait_and_no_more)
         EXPECT_THAT(agent.hear(), HasSubstr(":ping"));
     }
     EXPECT_EQ(asks(request("ping")).get(),
-              "could not: 32 requests wait for a reply of the agent of session 3 already; wait for them");
+              "could not: 32 requests already wait for a reply from the agent of session 3; wait for these replies");
     EXPECT_EQ(kvosim_test::exchange("getVersion\n"), "V09.08\n");
     shutdown(agent.get(), SHUT_RDWR);
     for (auto &reply : waiting) {
@@ -273,14 +273,13 @@ TEST(RemotePorts, one_in_use_is_named)
         [&] {
             kvosim::RemoteSide(loop, {.sessions = {2, 3}}, [](std::string_view) {});
         },
-        ThrowsMessage<std::runtime_error>("can not serve agents of session 3 at 127.0.0.1:5853: the port is in use, perhaps "
+        ThrowsMessage<std::runtime_error>("cannot serve agents of session 3 at 127.0.0.1:5853: the port is in use, perhaps "
                                           "by another simulator or a real hardware service"));
     EXPECT_THAT([&] { kvosim::RemoteSide(loop, {.sessions = {1}, .address = "192.0.2.1"}, [](std::string_view) {}); },
                 ThrowsMessage<std::runtime_error>(
-                    "can not serve agents of session 1 at 192.0.2.1:5851: this machine does not have the address"));
-    EXPECT_THAT(
-        [&] { kvosim::RemoteSide(loop, {.sessions = {1}, .address = "::1"}, [](std::string_view) {}); },
-        ThrowsMessage<std::runtime_error>(HasSubstr("\"::1\" is no IPv4 address to serve agents at; write one such as")));
+                    "cannot serve agents of session 1 at 192.0.2.1:5851: this machine does not have this address"));
+    EXPECT_THAT([&] { kvosim::RemoteSide(loop, {.sessions = {1}, .address = "::1"}, [](std::string_view) {}); },
+                ThrowsMessage<std::runtime_error>(HasSubstr("\"::1\" is not an IPv4 address for agents; write one such as")));
 }
 
 // ---- How sessions are written ----
@@ -291,7 +290,7 @@ TEST(RemoteSessions, are_numbers_with_commas)
     EXPECT_EQ(kvosim::parseSessions("9,0,3"), (std::vector<unsigned>{9, 0, 3}));
     for (const char *wrong : {"", "10", "-1", "3,", ",3", "3,3", "3 4", "x"}) {
         EXPECT_THAT([&] { kvosim::parseSessions(wrong); },
-                    ThrowsMessage<std::invalid_argument>(HasSubstr("write session numbers of 0 to 9, each once")))
+                    ThrowsMessage<std::invalid_argument>(HasSubstr("write session numbers from 0 to 9, each once")))
             << wrong;
     }
 }

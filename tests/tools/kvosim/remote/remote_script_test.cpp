@@ -71,25 +71,25 @@ TEST_P(WrongScript, is_refused_with_its_line)
 }
 
 const std::vector<WrongRow> kWrongScripts = {
-    {{"word"}, "session 3\nsend x", "agent.script:3: \"send\" is nothing that a script knows; a line begins with"},
-    {{"no_blank"}, "session 3\n>ping", "agent.script:3: \">ping\" is nothing that a script knows"},
-    {{"no_session"}, "> ping", "agent.script:2: no session yet; write a line such as \"session 3\" before it"},
+    {{"word"}, "session 3\nsend x", "agent.script:3: \"send\" is not a script word; a line begins with"},
+    {{"no_blank"}, "session 3\n>ping", "agent.script:3: \">ping\" is not a script word"},
+    {{"no_session"}, "> ping", "agent.script:2: no session is selected; write a line such as \"session 3\" first"},
     {{"session_10"}, "session 10", "agent.script:2: \"10\" is out of range; write 0 to 9"},
     {{"session_empty"}, "session", "agent.script:2: \"\" is out of range"},
     {{"timeout"}, "timeout 0", "agent.script:2: \"0\" is out of range; write 1 to 600"},
     {{"wait"}, "session 3\nwait-connected soon", "agent.script:3: \"soon\" is out of range"},
     {{"pause"}, "session 3\npause -1", "agent.script:3: \"-1\" is out of range; write 1 to 600000"},
-    {{"close"}, "session 3\nclose now", "agent.script:3: \"now\" is too much"},
+    {{"close"}, "session 3\nclose now", "agent.script:3: \"now\" is not allowed here"},
     {{"away"}, "session 3\naway", "agent.script:3: \"\" is out of range; write 1 to 600"},
-    {{"reset"}, "session 3\nreset now", "agent.script:3: \"now\" is too much"},
-    {{"escape"}, "session 3\nraw a\\q", R"(agent.script:3: "\q" is no escape; write \r \n \t \0 \\ or \x1F)"},
-    {{"escape_end"}, "session 3\nraw a\\", R"(agent.script:3: "\" is no escape)"},
-    {{"escape_hex"}, "session 3\nraw \\x1", R"(agent.script:3: "\x" is no escape)"},
-    {{"pattern"}, "session 3\n<~ (", "agent.script:3: \"(\" is no regular expression: "},
+    {{"reset"}, "session 3\nreset now", "agent.script:3: \"now\" is not allowed here"},
+    {{"escape"}, "session 3\nraw a\\q", R"(agent.script:3: "\q" is not an escape; write \r \n \t \0 \\ or \x1F)"},
+    {{"escape_end"}, "session 3\nraw a\\", R"(agent.script:3: "\" is not an escape)"},
+    {{"escape_hex"}, "session 3\nraw \\x1", R"(agent.script:3: "\x" is not an escape)"},
+    {{"pattern"}, "session 3\n<~ (", "agent.script:3: \"(\" is not a regular expression: "},
     {{"raw_long"},
      "session 3\nraw " + std::string(4097, 'x'),
-     "agent.script:3: these are 4097 bytes; write at most 4096 on a line"},
-    {{"not_utf8"}, "session 3\n> a\xFF", "agent.script:3: the request is no UTF-8; send other bytes by \"raw\""},
+     "agent.script:3: the line has 4097 bytes; write at most 4096 on a line"},
+    {{"not_utf8"}, "session 3\n> a\xFF", "agent.script:3: the request is not valid UTF-8; send other bytes with \"raw\""},
     {{"long"}, "session 3\n> " + std::string(255, 'x'), "agent.script:3: the request has 255 bytes"}};
 
 INSTANTIATE_TEST_SUITE_P(Table, WrongScript, testing::ValuesIn(kWrongScripts), kvosim_test::kNameOfRow);
@@ -97,8 +97,8 @@ INSTANTIATE_TEST_SUITE_P(Table, WrongScript, testing::ValuesIn(kWrongScripts), k
 TEST(Script, of_a_file_that_is_not_there)
 {
     EXPECT_THAT([] { kvosim::loadScript("/nowhere.script"); },
-                ThrowsMessage<tools::Refused>(HasSubstr("/nowhere.script: can not be read")));
-    EXPECT_THAT([] { kvosim::loadScript("/tmp"); }, ThrowsMessage<tools::Refused>(HasSubstr("/tmp: can not be read")));
+                ThrowsMessage<tools::Refused>(HasSubstr("/nowhere.script: cannot be read")));
+    EXPECT_THAT([] { kvosim::loadScript("/tmp"); }, ThrowsMessage<tools::Refused>(HasSubstr("/tmp: cannot be read")));
 }
 
 // ---- Running ----
@@ -208,18 +208,17 @@ const std::vector<DifferenceRow> kDifferences = {
     {{"indication"}, "! a\n", "I01:b\r\n", "s:5: expected the indication \"a\", got \"I01:b\""},
     {{"number"}, "! I02:a\n", "I01:a\r\n", "s:5: expected the indication \"I02:a\", got \"I01:a\""},
     {{"no_indication"}, "! a\n", "a\r\n", "s:5: expected the indication \"a\", got none within 1 s"},
-    {{"wait_closed"}, "wait-closed\n", "", "s:5: expected the connection to be closed, got nothing of that within 1 s"},
+    {{"wait_closed"}, "wait-closed\n", "", "s:5: expected the connection to be closed; this did not happen within 1 s"},
     {{"session"}, "session 9\n> x\n", "", "s:6: session 9 is not served; start the simulator with --remote 9"},
     {{"no_agent"}, "session 4\n> x\n", "", "s:6: no agent is connected in session 4 (port 5854)"},
     {{"wait_connected"},
      "session 4\nwait-connected 1\n",
      "",
-     "s:6: expected an agent to connect, got nothing of that within 1 s"},
+     "s:6: expected an agent to connect; this did not happen within 1 s"},
     {{"closed"},
      "close\n< pong\n",
      "",
-     "s:6: expected the reply \"pong\", got the end of the connection (this side has closed it, as it was "
-     "told to)"}};
+     "s:6: expected the reply \"pong\", got the end of the connection (this side closed it on request)"}};
 
 INSTANTIATE_TEST_SUITE_P(Table, Difference, testing::ValuesIn(kDifferences), kvosim_test::kNameOfRow);
 
@@ -284,7 +283,7 @@ TEST_F(ScriptRun, a_lost_connection_is_not_waited_out)
         EXPECT_EQ(agent.hear(), "ping\r\n");
     }
     EXPECT_EQ(failure(std::move(run)),
-              "s:5: expected the reply \"pong\", got the end of the connection (the other side has closed it)");
+              "s:5: expected the reply \"pong\", got the end of the connection (the other side closed the connection)");
     EXPECT_LT(std::chrono::steady_clock::now() - start, 10s);
 }
 

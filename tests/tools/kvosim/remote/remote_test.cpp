@@ -169,7 +169,7 @@ TEST_F(Remote, a_lost_connection_is_reported_to_those_who_wait)
     shutdown(agent.get(), SHUT_RDWR);
     EXPECT_THAT(reply.get(),
                 testing::MatchesRegex("could not: the connection of the agent at 127.0.0.1:[0-9]+ was lost before its "
-                                      "reply: the other side has closed it"));
+                                      "reply: the other side closed the connection"));
 }
 
 TEST_F(Remote, the_simulators_end_is_reported_to_those_who_wait)
@@ -188,13 +188,13 @@ TEST_F(Remote, what_is_refused_is_not_sent)
     const auto refusal = [](const tools::Json &ask, const std::string &text) {
         EXPECT_THAT([&] { tools::askSimulator(ask); }, ThrowsMessage<tools::Refused>(HasSubstr(text)));
     };
-    refusal(request("a\nb"), "the request holds a line end or a zero");
-    refusal(request("a\r"), "the request holds a line end or a zero");
-    refusal(request(std::string("a\0b", 3)), "the request holds a line end or a zero");
-    refusal(request(std::string(255, 'x')), "the request has 255 bytes; an agent takes at most 254");
+    refusal(request("a\nb"), "the request contains a line end or a zero byte");
+    refusal(request("a\r"), "the request contains a line end or a zero byte");
+    refusal(request(std::string("a\0b", 3)), "the request contains a line end or a zero byte");
+    refusal(request(std::string(255, 'x')), "the request has 255 bytes; an agent accepts at most 254");
     refusal(request(std::string(251, 'x'), {{"tag", "042"}}), "the request has 255 bytes");
-    refusal(request("ping", {{"tag", "4"}}), "tag: \"4\" is no tag; write three digits");
-    refusal(request("ping", {{"tag", "1234"}}), "is no tag");
+    refusal(request("ping", {{"tag", "4"}}), "tag: \"4\" is not a tag; write three digits");
+    refusal(request("ping", {{"tag", "1234"}}), "is not a tag");
     refusal(request("ping", {{"patience_ms", 600'001}}), "patience_ms: is out of range; write 0 to 600000");
     refusal({{"do", "remote.raw"}, {"session", 3}, {"bytes", "4"}}, "bytes: write");
     refusal({{"do", "remote.raw"}, {"session", 3}, {"bytes", "4X"}}, "bytes: write");
@@ -242,7 +242,7 @@ TEST_F(Remote, who_follows_the_log_sees_what_comes)
 TEST_F(Remote, a_reply_that_was_not_asked_for_is_logged)
 {
     agent.send("hello\r\n");
-    EXPECT_THAT(logOf(2).back(), "reply hello (not asked for)");
+    EXPECT_THAT(logOf(2).back(), "reply hello (not requested)");
 }
 
 }  // namespace

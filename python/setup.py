@@ -1,4 +1,4 @@
-"""The version, which the whole project has from one place; pyproject.toml tells the rest."""
+"""Reads the version from the one place in the project that defines it. pyproject.toml has everything else."""
 import re
 from pathlib import Path
 
@@ -6,7 +6,7 @@ from setuptools import setup
 
 HERE = Path(__file__).resolve().parent
 PROJECT = HERE.parent / "include/kvo_hws/version.h", r"^#define KVO_HWS_VERSION_STRING \"(\S+)\""
-# An archive of this folder alone has the version that it was packed with.
+# A source archive of this folder alone contains its version in PKG-INFO.
 PACKED = HERE / "PKG-INFO", r"^Version: (\S+)"
 
 file, pattern = PACKED if PACKED[0].exists() else PROJECT

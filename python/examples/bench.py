@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""A test bench at work: a simulated plant, its stations, a USB stick that comes, and a service that is restarted.
+"""A test bench: a simulated plant, its stations, a USB stick that is plugged in, and a service that is restarted.
 
     python3 python/examples/bench.py examples/plant.toml
 """

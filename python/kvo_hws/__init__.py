@@ -1,4 +1,4 @@
-"""An operator panel's hardware service from Python, over libkvo_hws.so.0::
+"""The client library of an operator panel's hardware service, libkvo_hws.so.0, for Python::
 
     from kvo_hws import Panel, Service, Simulator
 
@@ -7,9 +7,10 @@
             print(station.address, station.name)
         Panel("10.0.0.5").set_backlight_brightness(20)
 
-Service is what concerns the service and all stations, Panel what concerns one. UsbEvents and EmbeddedEvents bring events, Agent
-answers a remote service, Simulator is a plant to test with. What fails raises a KvoError. The library is found by the variable
-KVO_HWS_LIBRARY, else by the system's loader. docs/python.md tells more.
+Service sends requests that concern the service or all stations, and Panel those that concern one station. UsbEvents and
+EmbeddedEvents receive events, Agent serves a remote service, and Simulator is a simulated plant for tests. A failed request
+raises a KvoError. The library is the file that the variable KVO_HWS_LIBRARY names, otherwise the one that was installed with
+this package, otherwise the one that the system's loader finds. docs/python.md explains more.
 """
 
 from __future__ import annotations
@@ -80,7 +81,7 @@ from .usb_events import (
 
 try:
     __version__ = version("kvo_hws")
-except PackageNotFoundError:  # run as it lies in the sources
+except PackageNotFoundError:  # not installed: used from the sources
     __version__ = "0+sources"
 
 __all__ = [

@@ -1,5 +1,5 @@
-"""What a library's thread brings and a program's thread takes: the events of a kind, their end, and what a callback raised; and
-the end of the interpreter, which waits for such threads."""
+"""Hands events and exceptions of callbacks from the library's threads to the program's threads, and makes the end of the
+interpreter wait for the library's threads."""
 
 from __future__ import annotations
 
@@ -15,47 +15,48 @@ from .errors import EventsEnded, EventTimeout
 Event = TypeVar("Event")
 
 SETTLE_SECONDS = 0.01
-"""For a thread that has counted itself out to leave the interpreter."""
+"""Time for a thread that is no longer counted to leave the interpreter."""
 
 
-class Visits:
-    """The library's threads that are in the interpreter. One that is met there by its end would take the whole process down."""
+class ActiveCallbacks:
+    """Counts the library's threads that run Python code. The process would crash if the interpreter ended during one."""
 
     def __init__(self) -> None:
-        self.forget()
+        self.reset()
 
     def __enter__(self) -> None:
         with self._changed:
             self._count += 1
-            self._ever = True
+            self._any_so_far = True
 
     def __exit__(self, *_: object) -> None:
         with self._changed:
             self._count -= 1
             self._changed.notify_all()
 
-    def wait_for_their_end(self) -> None:
-        """However long it takes, as the interpreter waits for threads of its own."""
+    def wait_until_none(self) -> None:
+        """Waits without a time limit, as the interpreter does for its own threads."""
         with self._changed:
             self._changed.wait_for(lambda: self._count == 0)
-        if self._ever:
+        if self._any_so_far:
             time.sleep(SETTLE_SECONDS)
 
-    def forget(self) -> None:
-        """A child that was forked has none of these threads."""
+    def reset(self) -> None:
+        """Starts at 0, also in a forked child: it has none of these threads."""
         self._changed = threading.Condition()
         self._count = 0
-        self._ever = False
+        self._any_so_far = False
 
 
-visits = Visits()
-# Registered ahead of those that end the events and the agent, and so carried out after them.
-atexit.register(visits.wait_for_their_end)
-os.register_at_fork(after_in_child=visits.forget)
+active_callbacks = ActiveCallbacks()
+# atexit runs its functions in reverse order. This one is registered before those that close the events and the agent, so that
+# it runs after them.
+atexit.register(active_callbacks.wait_until_none)
+os.register_at_fork(after_in_child=active_callbacks.reset)
 
 
-class _Report:
-    """Whose end raises: the interpreter hands that to sys.unraisablehook, which takes it from nobody else."""
+class _RaisesOnDeletion:
+    """Only the interpreter can pass an exception to sys.unraisablehook. It does so when the deletion of an object raises."""
 
     def __init__(self, failure: BaseException) -> None:
         self._failure = failure
@@ -64,43 +65,43 @@ class _Report:
         raise self._failure
 
 
-def report(failure: BaseException) -> None:
-    """Tells sys.unraisablehook of an exception that can be raised to nobody."""
-    _Report(failure)
+def report_unraisable(failure: BaseException) -> None:
+    """Passes an exception that has no caller to sys.unraisablehook."""
+    _RaisesOnDeletion(failure)
 
 
-class Failures:
-    """What callbacks raise on the library's threads, kept for the program's own."""
+class CallbackFailures:
+    """Keeps an exception that a callback raised on a thread of the library, until a thread of the program raises it."""
 
     def __init__(self) -> None:
         self._changed = threading.Condition()
         self._failure: Optional[BaseException] = None
 
-    def fail(self, failure: BaseException) -> None:
-        """Keeps what a callback raised for whoever asks next; a second one, before that, is reported at once."""
+    def record(self, failure: BaseException) -> None:
+        """Keeps the exception for raise_pending. If another one is pending, passes it to sys.unraisablehook at once."""
         with self._changed:
             first = self._failure is None
             if first:
                 self._failure = failure
                 self._changed.notify_all()
         if not first:
-            report(failure)
+            report_unraisable(failure)
 
-    def raise_failure(self) -> None:
-        """Raises what a callback raised, once."""
+    def raise_pending(self) -> None:
+        """Raises the pending exception, once."""
         with self._changed:
             failure, self._failure = self._failure, None
         if failure is not None:
             raise failure
 
 
-class Inbox(Failures, Generic[Event]):
-    """A queue with an end. Any thread puts, any thread takes."""
+class EventQueue(CallbackFailures, Generic[Event]):
+    """A queue that can end. Any thread may put events and take them."""
 
-    def __init__(self, kind: str, begun: bool = True) -> None:
+    def __init__(self, kind: str, started: bool = True) -> None:
         super().__init__()
         self._kind = kind
-        self._begun = begun
+        self._started = started
         self._events: Deque[Tuple[float, Event]] = deque()
         self._ended = False
 
@@ -111,42 +112,42 @@ class Inbox(Failures, Generic[Event]):
             self._changed.notify_all()
 
     def end(self) -> None:
-        """No event comes any more; those that are there can still be taken."""
+        """Marks the end: no event follows. Events that are in the queue can still be taken."""
         with self._changed:
             self._ended = True
             self._changed.notify_all()
 
     def get(self, timeout: Optional[float], until: Optional[float] = None) -> Event:
-        """Takes the next event, of those that came before ``until`` where that is given; waits for ``timeout`` seconds at most,
-        for ever where it is None.
+        """Takes the next event. Waits at most ``timeout`` seconds, or forever if it is None. With ``until``, takes only an
+        event that was put before that time.
         """
-        if not self._begun:
-            raise RuntimeError(f"{self._kind} come once they are started: by a with block, or by start")
+        if not self._started:
+            raise RuntimeError(f"the {self._kind} are not started; use a with block, or call start")
         with self._changed:
             self._changed.wait_for(lambda: bool(self._events) or self._ended or self._failure is not None, timeout)
-            self.raise_failure()
+            self.raise_pending()
             if self._events and (until is None or self._events[0][0] <= until):
                 return self._events.popleft()[1]
             if self._ended and not self._events:
-                raise EventsEnded(f"there are no more {self._kind}")
+                raise EventsEnded(f"the {self._kind} have ended")
             raise EventTimeout(f"no {self._kind} within {timeout} s")
 
 
 class EventSource(Generic[Event]):
-    """Events that can be taken one by one, or iterated over to their end; the base of UsbEvents and EmbeddedEvents."""
+    """The base of UsbEvents and EmbeddedEvents. Events can be taken one by one, or by iterating until they end."""
 
-    _inbox: Inbox[Event]
+    _queue: EventQueue[Event]
 
     def get(self, timeout: Optional[float] = None) -> Event:
-        """Waits for the next event, ``timeout`` seconds at most, for ever where it is None.
+        """Waits for the next event and returns it. Waits at most ``timeout`` seconds, or forever if it is None.
 
-        Raises EventTimeout, EventsEnded once the events have ended and all have been taken, and what the callback has raised;
-        RuntimeError where they were never started.
+        Raises EventTimeout; EventsEnded if the events have ended and all have been taken; RuntimeError if they were never
+        started; and the exception of a callback.
         """
-        return self._inbox.get(timeout)
+        return self._queue.get(timeout)
 
     def __iter__(self) -> Iterator[Event]:
-        """All events up to their end, waiting for each as long as it takes."""
+        """All events until they end. Waits for each one without a time limit."""
         while True:
             try:
                 event = self.get()
@@ -155,21 +156,23 @@ class EventSource(Generic[Event]):
             yield event
 
     def within(self, seconds: float) -> Iterator[Event]:
-        """The events of the next so many seconds, and those that wait already; what comes later is left for others to take."""
+        """The events that wait already, and those of the next ``seconds``. Later events stay in the queue."""
         until = time.monotonic() + seconds
         while True:
             try:
-                event = self._inbox.get(max(0.0, until - time.monotonic()), until)
+                event = self._queue.get(max(0.0, until - time.monotonic()), until)
             except (EventTimeout, EventsEnded):
                 return
             yield event
 
 
-def close_or_report(close: Callable[[], None], another: Optional[BaseException]) -> None:
-    """The end of a ``with`` block: what closing raises is raised, unless something else is on its way."""
+def close_preserving(close: Callable[[], None], active: Optional[BaseException]) -> None:
+    """Calls ``close`` at the end of a ``with`` block. If it raises while another exception is active, that one stays the active
+    exception and the new one goes to sys.unraisablehook.
+    """
     try:
         close()
     except BaseException as failure:
-        if another is None:
+        if active is None:
             raise
-        report(failure)
+        report_unraisable(failure)

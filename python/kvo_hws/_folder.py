@@ -1,5 +1,5 @@
-"""The machine's /tmp/kvo_hws, on which private ones are mounted: as kvosim does it, the last run removes the folder that a run
-made. A run is whatever process has a private place there."""
+"""The machine's /tmp/kvo_hws, the mount point of private folders. The last run removes the folder if a run made it; kvosim does
+the same. A run is any process that has a private folder there."""
 
 from __future__ import annotations
 
@@ -11,56 +11,56 @@ from typing import NoReturn, Optional, Tuple
 
 SOCKET_FOLDER = "/tmp/kvo_hws"
 MADE_BY_RUN = 0o1755
-"""The mode that marks a folder that a run made. Services make theirs without the sticky bit."""
+"""The mode that marks a folder that a run made. Services create the folder without the sticky bit."""
 
-_held: Optional[int] = None
-"""Its descriptor, with the shared lock: no other run removes the folder, and with it the mount, as long as it is open."""
+_locked: Optional[int] = None
+"""The folder's descriptor, with a shared lock. While it is open, no other run removes the folder, and with it the mount."""
 
 
-def hold_folder() -> None:
-    """Keeps the folder, which is made where it is missing, until this process ends. Raises OSError.
+def lock_folder() -> None:
+    """Keeps the folder until this process ends. Creates the folder if it is missing. Raises OSError.
 
-    To be called before the process has threads, and outside of the private namespace.
+    Call it before the process has threads, and outside the private namespace.
     """
-    global _held
-    folder, made = _hold()
+    global _locked
+    folder, made = _lock()
     if folder is not None:
-        _held = folder
+        _locked = folder
         _start_guardian(folder, made)
 
 
-def _hold() -> Tuple[Optional[int], bool]:
-    """The folder's descriptor, and whether it was made; none for another user's who lets no one read it: no run has made that,
-    and none removes it.
+def _lock() -> Tuple[Optional[int], bool]:
+    """Returns the folder's descriptor, and whether this call made the folder. The descriptor is None if the folder belongs to
+    another user and is not readable. Runs neither make nor remove such a folder.
     """
     while True:
         made = _make()
         try:
             folder = os.open(SOCKET_FOLDER, os.O_RDONLY | os.O_DIRECTORY | os.O_NOFOLLOW | os.O_CLOEXEC)
         except FileNotFoundError:
-            continue  # a run has removed it meanwhile
+            continue  # a run removed it in the meantime
         except PermissionError:
             if stat.S_ISDIR(os.lstat(SOCKET_FOLDER).st_mode):
                 return None, False
             raise
-        if not _given_up(folder):
+        if not _removed_for_root(folder):
             fcntl.flock(folder, fcntl.LOCK_SH)
-            if _is_there(folder):
+            if _is_still_in_place(folder):
                 return folder, made
         os.close(folder)
 
 
-def let_go() -> None:
-    """Ends what hold_folder began, where no private place has come of it."""
-    global _held
-    if _held is not None:
-        _remove_unused(_held, wait=False)
-        os.close(_held)
-        _held = None
+def release_folder() -> None:
+    """Undoes lock_folder if the private folder could not be mounted."""
+    global _locked
+    if _locked is not None:
+        _remove_unused(_locked, wait=False)
+        os.close(_locked)
+        _locked = None
 
 
 def _make() -> bool:
-    # The mark has to be there from the start, whatever the umask.
+    # The folder needs the mark from the start, with any umask.
     mask = os.umask(0)
     try:
         os.mkdir(SOCKET_FOLDER, MADE_BY_RUN)
@@ -71,20 +71,20 @@ def _make() -> bool:
         os.umask(mask)
 
 
-def _is_there(folder: int) -> bool:
+def _is_still_in_place(folder: int) -> bool:
     try:
         return os.path.samestat(os.fstat(folder), os.lstat(SOCKET_FOLDER))
     except FileNotFoundError:
         return False
 
 
-def _given_up(folder: int) -> bool:
-    """Root replaces a folder of another user that is empty and not in use."""
+def _removed_for_root(folder: int) -> bool:
+    """If this process is root, removes a folder of another user that is empty and not in use. Root replaces it with its own."""
     if os.geteuid() != 0 or os.fstat(folder).st_uid == 0:
         return False
     try:
         fcntl.flock(folder, fcntl.LOCK_EX | fcntl.LOCK_NB)
-        if _is_there(folder):
+        if _is_still_in_place(folder):
             os.rmdir(SOCKET_FOLDER)
     except OSError:
         return False
@@ -94,15 +94,15 @@ def _given_up(folder: int) -> bool:
 def _remove_unused(folder: int, wait: bool) -> None:
     try:
         fcntl.flock(folder, fcntl.LOCK_EX | (0 if wait else fcntl.LOCK_NB))
-        if _is_there(folder) and stat.S_IMODE(os.fstat(folder).st_mode) == MADE_BY_RUN:
+        if _is_still_in_place(folder) and stat.S_IMODE(os.fstat(folder).st_mode) == MADE_BY_RUN:
             os.rmdir(SOCKET_FOLDER)
     except OSError:
-        pass  # another run uses it, or a service or a program has its sockets there
+        pass  # another run uses the folder, or it contains sockets of a service or a program
 
 
 def _start_guardian(folder: int, made: bool) -> None:
-    """Starts the process that removes the folder: it stays outside, and is no child of this one, which may wait for all of its
-    children. Where that cannot be done the folder stays behind.
+    """Starts the process that removes the folder. It stays outside the private namespace. It is not a child of this process,
+    because this process may wait for all of its children. If it cannot be started, the folder is not removed.
     """
     try:
         process = os.pidfd_open(os.getpid())
@@ -120,9 +120,9 @@ def _start_guardian(folder: int, made: bool) -> None:
 
 
 def _guard(folder: int, process: int, made: bool) -> NoReturn:
-    os.setsid()  # out of the reach of the terminal's signals
+    os.setsid()  # the terminal's signals do not reach a new session
     os.chdir("/")
-    # It holds no terminal, pipe or file of the run.
+    # The guardian keeps no terminal, pipe or file of the run open.
     folder, process = fcntl.fcntl(folder, fcntl.F_DUPFD, 3), fcntl.fcntl(process, fcntl.F_DUPFD, 3)
     os.dup2(folder, 0)
     os.dup2(process, 1)
@@ -130,6 +130,6 @@ def _guard(folder: int, process: int, made: bool) -> NoReturn:
     select.select([1], [], [])
     _remove_unused(0, wait=False)
     if made:
-        # Runs of other users cannot remove it.
+        # Waits for the runs of other users, because they cannot remove this folder.
         _remove_unused(0, wait=True)
     os._exit(0)

@@ -1,5 +1,5 @@
-"""Finds the shared library, and calls its functions by the table of prototypes: arguments are checked and converted, outputs
-are made and read, and failures become exceptions, for all functions in this one place."""
+"""Finds and loads the shared library, and calls its functions as the table of prototypes describes them: checks and converts
+arguments, creates and reads outputs, and turns failures into exceptions."""
 
 from __future__ import annotations
 
@@ -10,7 +10,7 @@ import threading
 from pathlib import Path
 from typing import Any, Callable, Dict, List, NamedTuple, Optional, Tuple, TypeVar
 
-from ._events import visits
+from ._events import active_callbacks
 from ._prototypes import PROTOTYPES, Output, Prototype
 from ._structures import ThreadBody
 from .errors import LibraryNotFound
@@ -25,10 +25,9 @@ _functions: Dict[str, Callable[..., int]] = {}
 _loading = threading.Lock()
 
 
-def _beside() -> Optional[str]:
-    """The library that was installed with this module: PREFIX/lib, of PREFIX/lib/python3/dist-packages/kvo_hws.
-
-    As for programs that were installed so, LD_LIBRARY_PATH goes first.
+def _installed_with_module() -> Optional[str]:
+    """PREFIX/lib/libkvo_hws.so.0, if this module is PREFIX/lib/python3/dist-packages/kvo_hws. None if LD_LIBRARY_PATH has the
+    library too: it takes precedence, as for the programs that were installed into the same prefix.
     """
     packages = Path(__file__).resolve().parents[1]
     file = packages.parents[1] / SONAME
@@ -41,20 +40,20 @@ def _beside() -> Optional[str]:
 def _load() -> ctypes.CDLL:
     chosen = os.environ.get(LIBRARY_VARIABLE)
     try:
-        return ctypes.CDLL(chosen or _beside() or SONAME)
+        return ctypes.CDLL(chosen or _installed_with_module() or SONAME)
     except OSError as error:
         if chosen:
-            text = f"{LIBRARY_VARIABLE} names {chosen}, which can not be loaded: {error}"
+            text = f"{LIBRARY_VARIABLE} names {chosen}, which cannot be loaded: {error}"
         else:
             text = (
-                f"{SONAME} can not be loaded ({error}); install the library, "
+                f"{SONAME} cannot be loaded ({error}); install the library, "
                 f"or set {LIBRARY_VARIABLE} to its file, such as build/release/lib/{SONAME}"
             )
         raise LibraryNotFound(text) from error
 
 
 def library() -> ctypes.CDLL:
-    """The shared library; loaded at the first use, so that this package can be imported without it.
+    """The shared library. It is loaded at the first use, so this package can be imported without it.
 
     Raises LibraryNotFound.
     """
@@ -84,59 +83,59 @@ def _function(name: str) -> Callable[..., int]:
     return declared
 
 
-class Answer(NamedTuple):
-    """What a function returned, 0 or more, and the values of its outputs in their order."""
+class CallResult(NamedTuple):
+    """The result of a function, 0 or more, and the values of its outputs in order."""
 
     code: int
     values: Tuple[Optional[int], ...]
 
 
-def call(name: str, *inputs: object) -> Answer:
-    """Calls a function with its inputs alone: outputs are made here, at the places that its prototype has for them.
+def call(name: str, *inputs: object) -> CallResult:
+    """Calls a function. The caller passes only the inputs; the outputs are created here, in the positions of the prototype.
 
-    An output that the function leaves as it was is None. Raises the function's errors (KvoError), and ValueError or TypeError
-    for an input that C could not take; then nothing was called.
+    An output that the function did not write is None. Raises the function's errors (KvoError), and ValueError or TypeError for
+    an input that C cannot take; the function is not called then.
     """
     prototype = PROTOTYPES[name]
-    given = list(inputs)
+    remaining = list(inputs)
     outputs: List[Tuple[Output, Any]] = []
     arguments: List[object] = []
     for parameter in prototype.parameters:
         if isinstance(parameter, Output):
-            store = parameter.make()
-            outputs.append((parameter, store))
-            arguments.append(ctypes.byref(store))
+            variable = parameter.create()
+            outputs.append((parameter, variable))
+            arguments.append(ctypes.byref(variable))
         else:
-            arguments.append(parameter.convert(given.pop(0)))
-    if given:
-        raise TypeError(f"{name} takes {len(inputs) - len(given)} inputs, not {len(inputs)}")
+            arguments.append(parameter.convert(remaining.pop(0)))
+    if remaining:
+        raise TypeError(f"{name} takes {len(inputs) - len(remaining)} inputs, not {len(inputs)}")
     code = _function(name)(*arguments)
     if code < 0:
         raise prototype.error(name, code)
-    return Answer(code, tuple(output.read(store) for output, store in outputs))
+    return CallResult(code, tuple(output.read(variable) for output, variable in outputs))
 
 
-def done(name: str, *inputs: object) -> None:
-    """Calls a function that has nothing to tell but that it was done."""
+def call_void(name: str, *inputs: object) -> None:
+    """Calls a function that returns 1 for success and has no other result; any other number is an error."""
     code = call(name, *inputs).code
     if code != 1:
         raise PROTOTYPES[name].error(name, code)
 
 
-def yes(name: str, *inputs: object) -> bool:
-    """Calls a function that says 1 for yes or done, and 0 for no or nothing done."""
+def call_bool(name: str, *inputs: object) -> bool:
+    """Calls a function that returns 1 for yes or done, and 0 for no or nothing done."""
     return call(name, *inputs).code == 1
 
 
-def number_if_any(name: str, *inputs: object) -> Optional[int]:
-    """Calls a function with one output; None where it says 0, which is that there is no such value."""
-    answer = call(name, *inputs)
-    return answer.values[0] if answer.code == 1 else None
+def call_optional_number(name: str, *inputs: object) -> Optional[int]:
+    """Calls a function with one output. None if it returns 0, which means that no such value exists."""
+    result = call(name, *inputs)
+    return result.values[0] if result.code == 1 else None
 
 
-def number(name: str, *inputs: object) -> int:
-    """Calls a function with one output that is always there."""
-    value = number_if_any(name, *inputs)
+def call_number(name: str, *inputs: object) -> int:
+    """Calls a function with one output that it always writes."""
+    value = call_optional_number(name, *inputs)
     if value is None:
         raise PROTOTYPES[name].error(name, 0)
     return value
@@ -146,20 +145,20 @@ _jobs: Dict[int, Callable[[], None]] = {}
 _job_numbers = itertools.count(1)
 
 
-def _carry_out(number: Optional[int]) -> None:
-    with visits:
+def _run_job(number: Optional[int]) -> None:
+    with active_callbacks:
         _jobs.pop(number or 0)()
 
 
-# Kept for the life of the process: a thread still returns through it when its job has been done.
-_thread_body = ThreadBody(_carry_out)
+# Lives as long as the process: a thread returns through it after its job is done.
+_thread_body = ThreadBody(_run_job)
 
 
-def on_own_thread(body: Callable[[], Result]) -> Result:
-    """Runs something on a thread of the library, and waits for its result.
+def run_on_library_thread(body: Callable[[], Result]) -> Result:
+    """Runs ``body`` on a thread of the library, and waits for its result.
 
-    For the functions that detach their calling thread: the interpreter joins or detaches its own threads, which would be an
-    error afterwards; and it starts none any more while it is ending.
+    Some functions detach the thread that calls them. The interpreter joins or detaches its own threads, which would then be an
+    error. Also, it starts no threads while it ends.
     """
     results: List[Result] = []
     failures: List[BaseException] = []
@@ -169,7 +168,7 @@ def on_own_thread(body: Callable[[], Result]) -> Result:
         try:
             call("kvo_hws_detach_thread")
             results.append(body())
-        except BaseException as failure:  # handed to the caller below, whatever it is
+        except BaseException as failure:  # raised below, on the caller's thread
             failures.append(failure)
         finally:
             finished.set()
@@ -184,7 +183,7 @@ def on_own_thread(body: Callable[[], Result]) -> Result:
     try:
         finished.wait()
     except BaseException:
-        finished.wait()  # Ctrl-C is seen when it has returned: what follows must not overtake it
+        finished.wait()  # Ctrl-C takes effect when the job is done: what the caller does next must not overtake it
         raise
     if failures:
         raise failures[0]

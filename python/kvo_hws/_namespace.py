@@ -1,5 +1,5 @@
-"""A /tmp/kvo_hws of this process's own: the library's sockets have fixed paths for the whole machine, so that programs that are
-tested side by side each need a place of their own there."""
+"""Gives this process a private /tmp/kvo_hws. The paths of the library's sockets are the same for all programs of the machine,
+so programs that are tested in parallel each need a private folder there."""
 
 from __future__ import annotations
 
@@ -9,7 +9,7 @@ import os
 import threading
 from typing import Optional
 
-from ._folder import SOCKET_FOLDER, hold_folder, let_go
+from ._folder import SOCKET_FOLDER, lock_folder, release_folder
 from .errors import NamespaceError, NamespaceRefused
 
 CLONE_NEWNS = 0x00020000
@@ -20,9 +20,9 @@ MS_NODEV = 0x4
 MS_REC = 0x4000
 MS_PRIVATE = 0x40000
 
-INSTEAD = (
-    "; work inside \"kvosim run -- python3 ...\" and use Simulator.attach(), "
-    "or share the machine's own folder with Simulator(private=False)"
+ALTERNATIVES = (
+    "; run the program with \"kvosim run -- python3 ...\" and use Simulator.attach(), "
+    "or use the machine's own folder with Simulator(private=False)"
 )
 
 _libc = ctypes.CDLL(None, use_errno=True)
@@ -30,14 +30,14 @@ _entered = False
 _entering = threading.Lock()
 
 
-def _fail(step: str, number: Optional[int] = None) -> NamespaceError:
-    number = ctypes.get_errno() if number is None else number
-    return NamespaceError(number, f"no private {SOCKET_FOLDER}: {step}: {os.strerror(number)}{INSTEAD}")
+def _error(step: str, error: Optional[int] = None) -> NamespaceError:
+    error = ctypes.get_errno() if error is None else error
+    return NamespaceError(error, f"no private {SOCKET_FOLDER}: {step}: {os.strerror(error)}{ALTERNATIVES}")
 
 
 def _mount(source: str, target: str, kind: str, flags: int, options: str) -> bool:
-    done: int = _libc.mount(source.encode(), target.encode(), kind.encode(), ctypes.c_ulong(flags), options.encode())
-    return done == 0
+    result: int = _libc.mount(source.encode(), target.encode(), kind.encode(), ctypes.c_ulong(flags), options.encode())
+    return result == 0
 
 
 def _write(path: str, text: str) -> None:
@@ -45,34 +45,34 @@ def _write(path: str, text: str) -> None:
         with open(path, "w", encoding="ascii") as file:
             file.write(text)
     except OSError as error:
-        raise _fail(f"write {path}", error.errno) from error
+        raise _error(f"write {path}", error.errno) from error
 
 
 def _may_mount() -> bool:
-    """Whether this process may do what root may with mounts."""
+    """Whether this process has root's right to mount."""
     with open("/proc/self/status", encoding="ascii", errors="replace") as status:
-        rights = next(line for line in status if line.startswith("CapEff:"))
-    return bool(int(rights.split()[1], 16) >> CAP_SYS_ADMIN & 1)
+        capabilities = next(line for line in status if line.startswith("CapEff:"))
+    return bool(int(capabilities.split()[1], 16) >> CAP_SYS_ADMIN & 1)
 
 
-def _refused(number: int) -> NamespaceRefused:
+def _refused(error: int) -> NamespaceRefused:
     if _may_mount():
-        missing = "although this process has CAP_SYS_ADMIN: a filter of system calls, as of a container, forbids it"
+        missing = "although this process has CAP_SYS_ADMIN: a system call filter, such as a container's, forbids it"
     elif os.geteuid() == 0:
-        missing = "this root has no CAP_SYS_ADMIN, as in most containers, and is not granted a user namespace either"
+        missing = "root has no CAP_SYS_ADMIN here, as in most containers, and does not get a user namespace either"
     else:
         missing = "only root may, and the kernel or the container forbids user namespaces"
-    step = f"new mount namespace: {os.strerror(errno.EPERM)} ({missing}: {os.strerror(number)})"
-    return NamespaceRefused(number, f"no private {SOCKET_FOLDER}: {step}; Simulator() uses the machine's own instead")
+    step = f"new mount namespace: {os.strerror(errno.EPERM)} ({missing}: {os.strerror(error)})"
+    return NamespaceRefused(error, f"no private {SOCKET_FOLDER}: {step}; Simulator() uses the machine's own folder instead")
 
 
 def _unshare_mounts() -> None:
-    """Without root, a user namespace in which this user keeps its own number grants the right to mount."""
+    """Without root's rights, a user namespace in which this user keeps its own number grants the right to mount."""
     user, group = os.getuid(), os.getgid()
     if _libc.unshare(CLONE_NEWNS) == 0:
         return
     if ctypes.get_errno() != errno.EPERM:
-        raise _fail("new mount namespace")
+        raise _error("new mount namespace")
     if _libc.unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0:
         raise _refused(ctypes.get_errno())
     _write("/proc/self/setgroups", "deny")
@@ -81,21 +81,23 @@ def _unshare_mounts() -> None:
 
 
 def _is_shared(mount_point: str) -> bool:
-    """Whether a mount is seen in other namespaces as well."""
+    """Whether other namespaces see a mount as well."""
     shared = False
     with open("/proc/self/mountinfo", encoding="utf-8", errors="surrogateescape") as mounts:
         for line in mounts:
-            # The last mount of a place is the one that is seen.
+            # The last mount at a path is the visible one.
             if line.split()[4] == mount_point:
                 shared = " shared:" in line
     return shared
 
 
 def enter_private_namespace() -> None:
-    """Gives this process, and what it starts from now on, a /tmp/kvo_hws of its own, empty; once, and for its whole life.
+    """Gives this process, and the programs that it starts from now on, a private /tmp/kvo_hws, which is empty at first. It
+    lasts for the whole life of the process; further calls do nothing.
 
-    Call it while the process has a single thread: threads that run already would stay outside. Needs no root where the kernel
-    grants user namespaces. Raises NamespaceRefused where it does not, NamespaceError.
+    Call it while the process has a single thread: other threads would stay outside. It does not need root if the kernel grants
+    user namespaces. Raises NamespaceRefused if this process may not create a namespace, and NamespaceError if anything else
+    fails.
     """
     global _entered
     with _entering:
@@ -105,30 +107,30 @@ def enter_private_namespace() -> None:
         if threads > 1:
             raise NamespaceError(
                 errno.EBUSY,
-                f"no private {SOCKET_FOLDER}: this process has {threads} threads already, and only one would be inside; "
-                f"start the first Simulator, or call enter_private_namespace, before other threads are started{INSTEAD}",
+                f"no private {SOCKET_FOLDER}: this process already has {threads} threads, and only one would be inside; "
+                f"start the first Simulator, or call enter_private_namespace, before you start other threads{ALTERNATIVES}",
             )
         try:
-            hold_folder()  # which the mount lies on
+            lock_folder()  # the mount point
         except OSError as error:
-            raise _fail("hold the folder", error.errno) from error
+            raise _error("lock the folder", error.errno) from error
         try:
-            _mount_own()
+            _mount_private_folder()
         except NamespaceError:
-            let_go()
+            release_folder()
             raise
         _entered = True
 
 
-def _mount_own() -> None:
+def _mount_private_folder() -> None:
     _unshare_mounts()
-    # Nothing that is mounted from here on reaches the outside. In a chroot the root may be no mount of its own.
-    told_private = _mount("none", "/", "none", MS_REC | MS_PRIVATE, "")
-    if not told_private and ctypes.get_errno() != errno.EINVAL:
-        raise _fail("make the mounts private")
+    # Keeps later mounts out of other namespaces. In a chroot "/" may not be a mount point, and then mount fails with EINVAL.
+    made_private = _mount("none", "/", "none", MS_REC | MS_PRIVATE, "")
+    if not made_private and ctypes.get_errno() != errno.EINVAL:
+        raise _error("make the mounts private")
     if not _mount("tmpfs", SOCKET_FOLDER, "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755,size=16m"):
-        raise _fail(f"mount {SOCKET_FOLDER}")
-    if not told_private and _is_shared(SOCKET_FOLDER):
+        raise _error(f"mount {SOCKET_FOLDER}")
+    if not made_private and _is_shared(SOCKET_FOLDER):
         _libc.umount(SOCKET_FOLDER.encode())
         ctypes.set_errno(errno.EINVAL)
-        raise _fail("make the mounts private (this is a chroot below a shared mount)")
+        raise _error("make the mounts private (this is a chroot below a shared mount)")

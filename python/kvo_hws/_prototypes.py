@@ -1,5 +1,5 @@
-"""The functions of the library that this package calls: their parameters in C, which of them are outputs, and which
-exceptions their results are. The tests compare the table with the headers and with the library's list of exported names."""
+"""The functions of the library that this package calls: their C parameters, which of them are outputs, and the exceptions for
+their results. The tests compare the table with the headers and with the library's list of exported names."""
 
 from __future__ import annotations
 
@@ -24,70 +24,70 @@ Convert = Callable[[Any], object]
 
 
 class Input(NamedTuple):
-    """A parameter that the caller gives."""
+    """A parameter that the caller passes."""
 
     type: Any
     convert: Convert
 
 
 class Output:
-    """A parameter that the function stores a number through; ``untouched`` is a pattern by which it is seen that it did not."""
+    """A pointer to a number that the function writes. The number is ``unwritten`` if the function did not write it."""
 
-    def __init__(self, of: Any, untouched: Optional[int] = None) -> None:
+    def __init__(self, of: Any, unwritten: Optional[int] = None) -> None:
         self.type = POINTER(of)
         self._of = of
-        self._untouched = untouched
+        self._unwritten = unwritten
 
-    def make(self) -> Any:
-        """A place for the number."""
-        return self._of(self._untouched or 0)
+    def create(self) -> Any:
+        """A variable for the number."""
+        return self._of(self._unwritten or 0)
 
-    def read(self, store: Any) -> Optional[int]:
-        """What was stored; None where nothing was."""
-        value = int(store.value)
-        return None if value == self._untouched else value
+    def read(self, variable: Any) -> Optional[int]:
+        """The number; None if the function did not write it."""
+        value = int(variable.value)
+        return None if value == self._unwritten else value
 
 
-Meaning = Type[e.KvoError]
+ErrorClass = Type[e.KvoError]
 
-COMMON: Mapping[int, Meaning] = {-1: e.ServiceError, -2: e.NotConnected, -7: e.NullPointer}
-"""The exceptions of these codes, for every function that has no other ones."""
+COMMON: Mapping[int, ErrorClass] = {-1: e.ServiceError, -2: e.NotConnected, -7: e.NullPointer}
+"""The exceptions for these codes, unless a function has another one."""
 
 
 class Prototype:
-    """A function: its parameters, and what its failures mean where they are not those of all."""
+    """A function: its parameters, and the exceptions for its failures where they differ from COMMON."""
 
-    def __init__(self, *parameters: Union[Input, Output], errors: Optional[Mapping[int, Meaning]] = None) -> None:
+    def __init__(self, *parameters: Union[Input, Output], errors: Optional[Mapping[int, ErrorClass]] = None) -> None:
         self.parameters = parameters
         self.result = c_int32
-        self.errors: Dict[int, Meaning] = {**COMMON, **(errors or {})}
+        self.errors: Dict[int, ErrorClass] = {**COMMON, **(errors or {})}
 
     def error(self, name: str, code: int) -> e.KvoError:
-        """The exception for a result."""
+        """Creates the exception for a result."""
         return self.errors.get(code, e.KvoError)(name, code)
 
 
-def _whole(least: int, most: int) -> Convert:
-    """A converter that refuses what the C type could not hold: C would cut it silently."""
+def _integer(least: int, most: int) -> Convert:
+    """A converter that rejects numbers that do not fit the C type, because C would truncate them silently."""
 
     def convert(value: Any) -> int:
         number = operator.index(value)
         if not least <= number <= most:
-            raise ValueError(f"{value!r} is not one of {least} to {most}")
+            raise ValueError(f"{value!r} is out of range: {least} to {most}")
         return number
 
     return convert
 
 
 def _text(forbidden: str) -> Convert:
-    """A converter to UTF-8; bytes that came as surrogates go as they were. A line feed would end the request early."""
+    """A converter to UTF-8; surrogates become the bytes that they stand for. A line feed would end the request early."""
 
     def convert(value: Any) -> bytes:
         if not isinstance(value, str):
-            raise TypeError(f"{value!r} is no text")
+            raise TypeError(f"{value!r} is not a text")
         for character in forbidden:
             if character in value:
-                raise ValueError(f"{value!r} holds {character!r}, which this text can not carry")
+                raise ValueError(f"{value!r} contains {character!r}, which this text must not contain")
         return value.encode("utf-8", "surrogateescape")
 
     return convert
@@ -97,7 +97,7 @@ def _text_or_none(value: Any) -> object:
     return None if value is None else TEXT.convert(value)
 
 
-def _as_it_is(value: Any) -> object:
+def _unchanged(value: Any) -> object:
     return value
 
 
@@ -105,29 +105,29 @@ def _address(value: Any) -> int:
     return int(IPv4Address(value))
 
 
-U32 = Input(c_uint32, _whole(0, 0xFFFFFFFF))
-I32 = Input(c_int32, _whole(-0x80000000, 0x7FFFFFFF))
-INT = Input(c_int, _whole(-0x80000000, 0x7FFFFFFF))
-FLAGS = Input(c_ulong, _whole(0, 2 ** (8 * ctypes.sizeof(c_ulong)) - 1))
+U32 = Input(c_uint32, _integer(0, 0xFFFFFFFF))
+I32 = Input(c_int32, _integer(-0x80000000, 0x7FFFFFFF))
+INT = Input(c_int, _integer(-0x80000000, 0x7FFFFFFF))
+FLAGS = Input(c_ulong, _integer(0, 2 ** (8 * ctypes.sizeof(c_ulong)) - 1))
 STATION = Input(c_uint32, _address)
 TEXT = Input(c_char_p, _text("\0\n"))
 QUOTED = Input(c_char_p, _text('\0\n"'))
 TEXT_OR_NULL = Input(c_char_p, _text_or_none)
 LINES = Input(c_char_p, _text("\0"))
-HOSTS = Input(POINTER(c_char_p), _as_it_is)
-BUFFER = Input(c_char_p, _as_it_is)
-AREA = Input(c_void_p, _as_it_is)
-SIZE = Input(POINTER(c_uint32), _as_it_is)
-HANDLE = Input(c_void_p, _as_it_is)
-OUT_HANDLE = Input(POINTER(c_void_p), _as_it_is)
+HOSTS = Input(POINTER(c_char_p), _unchanged)
+BUFFER = Input(c_char_p, _unchanged)
+VOID_POINTER = Input(c_void_p, _unchanged)
+SIZE = Input(POINTER(c_uint32), _unchanged)
+HANDLE = Input(c_void_p, _unchanged)
+OUT_HANDLE = Input(POINTER(c_void_p), _unchanged)
 OUT_U32 = Output(c_uint32)
 OUT_I32 = Output(c_int32)
-OUT_COUNT = Output(c_uint32, untouched=0xFFFFFFFF)
-"""A number of devices, which the service may leave out."""
+OUT_COUNT = Output(c_uint32, unwritten=0xFFFFFFFF)
+"""A number of devices. The service may leave it out of its reply."""
 
 
 def _records(of: Type[ctypes.Structure]) -> Input:
-    return Input(POINTER(of), _as_it_is)
+    return Input(POINTER(of), _unchanged)
 
 
 STATIONS = _records(KvoDescription)
@@ -136,19 +136,19 @@ CLIENTS = _records(KvoClientEntry)
 
 
 def _callback(of: Any) -> Input:
-    return Input(of, _as_it_is)
+    return Input(of, _unchanged)
 
 
-_CONNECTORS: Mapping[int, Meaning] = {-3: e.TooSmall, -4: e.Refused, -5: e.UnknownReply, -9: e.ServiceBusy}
-_REGISTRY: Mapping[int, Meaning] = {-3: e.TooSmall, -4: e.Timeout}
-_USB_START: Mapping[int, Meaning] = {-3: e.NoThread, -8: e.ServerFailed}
+_CONNECTORS: Mapping[int, ErrorClass] = {-3: e.TooSmall, -4: e.Refused, -5: e.UnknownReply, -9: e.ServiceBusy}
+_REGISTRY: Mapping[int, ErrorClass] = {-3: e.TooSmall, -4: e.Timeout}
+_USB_START: Mapping[int, ErrorClass] = {-3: e.NoThread, -8: e.ServerFailed}
 
 PROTOTYPES: Dict[str, Prototype] = {
     # The library itself.
     "KVO_HWS_activateDebugDLL": Prototype(),
     "KVO_HWS_deactivateDebugDLL": Prototype(),
     "KVO_HWS_getDLLVersion": Prototype(BUFFER, SIZE, errors={-1: e.TooSmall}),
-    "kvo_hws_CreateThread": Prototype(_callback(ThreadBody), AREA, errors={-1: e.NoThread}),
+    "kvo_hws_CreateThread": Prototype(_callback(ThreadBody), VOID_POINTER, errors={-1: e.NoThread}),
     "kvo_hws_detach_thread": Prototype(),
     # The service.
     "KVO_HWS_setDebugLevel": Prototype(INT),
@@ -234,7 +234,7 @@ PROTOTYPES: Dict[str, Prototype] = {
     "KVO_HWS_getUsbConnectorListOne": Prototype(STATION, BUFFER, SIZE, errors=_CONNECTORS),
     # Metrics, clients and the kind of panel.
     "KVO_HWS_getStationMetrics": Prototype(
-        STATION, U32, AREA, errors={-4: e.NotAvailable, -5: e.UnknownReply, -9: e.OutOfRange}
+        STATION, U32, VOID_POINTER, errors={-4: e.NotAvailable, -5: e.UnknownReply, -9: e.OutOfRange}
     ),
     "KVO_HWS_getClientList": Prototype(CLIENTS, SIZE, FLAGS, errors={-3: e.TooSmall}),
     "KVO_HWS_isMarovantiPanel": Prototype(STATION, errors={-3: e.UnknownReply, -4: e.Refused, -5: e.UnknownReply}),

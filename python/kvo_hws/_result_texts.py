@@ -1,4 +1,4 @@
-"""What results mean, in words. The library's C header has these texts for all programs, and is a part of this package."""
+"""Explains results in words. The texts come from the library's C header, which is part of this package."""
 
 from __future__ import annotations
 
@@ -11,16 +11,16 @@ HEADER = Path(__file__).with_name("result.h")
 
 
 class Texts(NamedTuple):
-    """What the header has."""
+    """The texts of the header."""
 
     rows: Dict[Tuple[str, int], str]
-    """By function and code; those of the function "" are the general ones."""
+    """The texts by function and code. The function "" has the general texts."""
     unexpected: str
 
 
 @lru_cache(maxsize=None)
 def texts() -> Texts:
-    """All texts; the header is read at the first failure."""
+    """Reads all texts from the header, at the first failure."""
     header = HEADER.read_text(encoding="utf-8")
     rows = re.findall(r'^ *\{"(\w*)", (-?\d+), "([^"]+)"\},$', header, flags=re.MULTILINE)
     (unexpected,) = re.findall(r'general = "([^"]+)";', header)
@@ -28,6 +28,6 @@ def texts() -> Texts:
 
 
 def result_text(function: str, code: int) -> str:
-    """As kvo_hws_result_text of the header."""
+    """Returns the same text as kvo_hws_result_text of the header."""
     rows, unexpected = texts()
     return rows.get((function, code), rows.get(("", code), unexpected))

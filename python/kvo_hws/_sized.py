@@ -1,4 +1,4 @@
-"""Texts and lists whose size nobody knows beforehand: the caller's room is made larger until what the service tells fits."""
+"""Calls functions that return texts and lists of unknown size: repeats the call with a larger buffer until the reply fits."""
 
 from __future__ import annotations
 
@@ -12,55 +12,60 @@ from .errors import TooSmall
 Record = TypeVar("Record", bound=ctypes.Structure)
 Result = TypeVar("Result")
 
-ATTEMPTS = 8
-"""The plant may grow between two calls, but not for ever."""
-MOST = 1_000_000
-"""Elements, or bytes: a service that says that it needs more is not believed."""
+MAX_ATTEMPTS = 8
+"""The plant may grow between two calls, but not forever."""
+MAX_SIZE = 1_000_000
+"""Elements or bytes. A service that asks for more is not believed."""
 
 
 def decode(data: bytes) -> str:
-    """Texts are UTF-8; bytes that are not come as surrogates, and go back as they were."""
+    """Texts are UTF-8. Other bytes become surrogates, which are sent as the same bytes again."""
     return data.decode("utf-8", "surrogateescape")
 
 
-def fitted(body: Callable[[int, Any], Result], room: int) -> Result:
-    """Calls ``body`` with a room and its size as a C number, until no TooSmall comes any more; the size then tells the need."""
-    for attempt in range(ATTEMPTS):
-        size = c_uint32(room)
+def with_growing_buffer(body: Callable[[int, Any], Result], capacity: int) -> Result:
+    """Calls ``body`` with a capacity, and with the same number as a C variable. If it raises TooSmall, that variable holds the
+    required size, and ``body`` is called again with a larger capacity.
+    """
+    for attempt in range(MAX_ATTEMPTS):
+        size = c_uint32(capacity)
         try:
-            return body(room, size)
+            return body(capacity, size)
         except TooSmall:
-            if size.value > MOST or attempt == ATTEMPTS - 1:
+            if size.value > MAX_SIZE or attempt == MAX_ATTEMPTS - 1:
                 raise
-            # Powers of two, as each length of a C array is a type of its own that the interpreter keeps.
-            room = 1 << max(size.value, room).bit_length()
+            # Powers of two: the interpreter keeps a type for each length of a C array.
+            capacity = 1 << max(size.value, capacity).bit_length()
     raise AssertionError("not reached")
 
 
 def sized_text(name: str, *inputs: object) -> Tuple[int, str]:
-    """Calls a function that ends with a buffer and its size; tells its result and the text."""
+    """Calls a function whose last parameters are a buffer and its size. Returns the result and the text."""
 
-    def ask(room: int, size: Any) -> Tuple[int, str]:
-        buffer = ctypes.create_string_buffer(room)
+    def attempt(capacity: int, size: Any) -> Tuple[int, str]:
+        buffer = ctypes.create_string_buffer(capacity)
         code = call(name, *inputs, buffer, ctypes.byref(size)).code
         return code, decode(buffer.value)
 
-    return fitted(ask, 1024)
+    return with_growing_buffer(attempt, 1024)
 
 
-def free_text(name: str, *inputs: object) -> str:
-    """Calls a function that copies the daemon's whole reply, however long it is, to a buffer whose size it does not know."""
+def unsized_text(name: str, *inputs: object) -> str:
+    """Calls a function that copies the daemon's whole reply to a buffer, however long it is; it does not know the buffer's
+    size.
+    """
     buffer = ctypes.create_string_buffer(1 << 20)
     call(name, *inputs, buffer)
     return decode(buffer.value)
 
 
 def sized_list(name: str, record: Type[Record], *more: object) -> Tuple[int, List[Record]]:
-    """Calls a function that begins with an array and its count; tells its result and the elements that were filled."""
+    """Calls a function whose first parameters are an array and its length. Returns the result and the elements that it filled.
+    """
 
-    def ask(room: int, count: Any) -> Tuple[int, List[Record]]:
-        array = (record * room)()
+    def attempt(capacity: int, count: Any) -> Tuple[int, List[Record]]:
+        array = (record * capacity)()
         code = call(name, array, ctypes.byref(count), *more).code
         return code, list(array[: count.value])
 
-    return fitted(ask, 64)
+    return with_growing_buffer(attempt, 64)

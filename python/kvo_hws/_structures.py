@@ -1,12 +1,12 @@
-"""The library's records as they lie in memory; the tests compare their layout with the library's own table."""
+"""The library's C records. The tests compare their layout with the library's own table."""
 
 from __future__ import annotations
 
 import ctypes
 from ctypes import c_char, c_char_p, c_int32, c_uint8, c_uint16, c_uint32, c_void_p
 
-NAME_ROOM = 260
-"""Bytes for a name with its terminator."""
+NAME_SIZE = 260
+"""Bytes of a name, including its terminator."""
 
 
 class KvoDescription(ctypes.Structure):
@@ -14,7 +14,7 @@ class KvoDescription(ctypes.Structure):
 
     _fields_ = [
         ("address", c_uint32),
-        ("name", c_char * NAME_ROOM),
+        ("name", c_char * NAME_SIZE),
         ("attr1", c_uint32),
         ("attr2", c_uint32),
         ("attr3", c_uint32),
@@ -22,11 +22,11 @@ class KvoDescription(ctypes.Structure):
 
 
 class KvoDescriptionEx(ctypes.Structure):
-    """A station with its extended attributes, which lie one behind the other as an array does."""
+    """A station with its extended attributes. In C they are seven consecutive members, with the same layout as an array."""
 
     _fields_ = [
         ("address", c_uint32),
-        ("name", c_char * NAME_ROOM),
+        ("name", c_char * NAME_SIZE),
         ("attr1", c_uint32),
         ("attr2", c_uint32),
         ("attr3", c_uint32),
@@ -37,16 +37,16 @@ class KvoDescriptionEx(ctypes.Structure):
 class KvoClientEntry(ctypes.Structure):
     """A connected client."""
 
-    _fields_ = [("value", c_uint32), ("name", c_char * NAME_ROOM)]
+    _fields_ = [("value", c_uint32), ("name", c_char * NAME_SIZE)]
 
 
-class _NewTexts(ctypes.Structure):
+class _ArrivedTexts(ctypes.Structure):
     _fields_ = [("text6", c_char * 40), ("text7", c_char * 40)]
 
 
 class _Texts(ctypes.Union):
-    _anonymous_ = ("of_new",)
-    _fields_ = [("of_new", _NewTexts), ("text8", c_char * 80)]
+    _anonymous_ = ("of_arrived",)
+    _fields_ = [("of_arrived", _ArrivedTexts), ("text8", c_char * 80)]
 
 
 class _Flags(ctypes.Union):
@@ -54,7 +54,7 @@ class _Flags(ctypes.Union):
 
 
 class UsbDeviceInfo(ctypes.Structure):
-    """A new or refused device."""
+    """A device that was plugged in or refused."""
 
     _anonymous_ = ("texts", "flags")
     _fields_ = [
@@ -93,7 +93,7 @@ class _Payload(ctypes.Union):
 
 
 class UsbEventV2(ctypes.Structure):
-    """What the callback of USB events is given."""
+    """The argument of the callback of USB events."""
 
     _fields_ = [("code", c_uint32), ("length", c_uint32), ("payload", _Payload)]
 

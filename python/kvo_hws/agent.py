@@ -1,4 +1,4 @@
-"""The remote agent: lets the hardware service of another station ask about the station in focus, and drive it."""
+"""The remote agent: lets the hardware service of another station query and control the station in focus."""
 
 from __future__ import annotations
 
@@ -11,25 +11,25 @@ from ipaddress import IPv4Address
 from typing import Callable, List, Optional, Type
 
 from . import _structures as c
-from ._events import Failures, close_or_report, report, visits
+from ._events import CallbackFailures, active_callbacks, close_preserving, report_unraisable
 from ._library import call, library
 from ._sized import decode
 from .errors import AlreadyRunning, NoThread, Timeout
 from .records import Address
 
-ANSWER_YES = 1
-ANSWER_NO = 0
-ANSWER_FAILED = -1
-LONGEST_TEXT = 127
-"""Bytes of a name or a screen; the library would cut a longer one."""
+RESULT_YES = 1
+RESULT_NO = 0
+RESULT_FAILED = -1
+MAX_TEXT_BYTES = 127
+"""Length of a name or a screen. The library would truncate a longer one."""
 
 
 @dataclass(frozen=True)
 class AgentCommand:
-    """What the remote side wants of the host.
+    """A command from the remote side to the host program.
 
     ``name`` is "stop-viewer", "stop-viewer-preempt", "stop-viewer-noclean", "activate-me", "show-viewer-active", "set-darken"
-    or "set-statusline"; ``argument`` is what the last two are followed by, else None.
+    or "set-statusline". The last two have an ``argument``; for the others it is None.
     """
 
     name: str
@@ -37,7 +37,8 @@ class AgentCommand:
 
 
 OnCommand = Callable[[AgentCommand], Optional[bool]]
-"""The host's callback: True done, or yes; False nothing to do, or no; None a command that it does not know, which fails."""
+"""The host program's callback. True means done, or yes; False means nothing to do, or no; None means that the command is
+unknown, and it fails."""
 
 
 RANGES = {
@@ -50,20 +51,20 @@ RANGES = {
 }
 
 
-def _checked(text: str, what: str) -> bytes:
+def _checked_text(text: str, name: str) -> bytes:
     data = text.encode("utf-8", "surrogateescape")
-    if len(data) > LONGEST_TEXT or b"\n" in data or b"\0" in data:
-        raise ValueError(f"{what} is longer than {LONGEST_TEXT} bytes, or holds a line end")
+    if len(data) > MAX_TEXT_BYTES or b"\n" in data or b"\0" in data:
+        raise ValueError(f"{name} is longer than {MAX_TEXT_BYTES} bytes, or contains a line feed or a zero byte")
     return data
 
 
 @dataclass(frozen=True)
 class AgentOptions:
-    """What the agent tells the remote side of its station.
+    """What the agent reports to the remote side about its station.
 
-    ``kvo_index`` 0 to 255; ``mcp``: the station has a machine control panel, whose addresses may be asked for then;
-    ``channel_on_focus`` 1 to 8; ``screen_on_focus`` at most 127 bytes; ``startup_active`` 0 to 2; the others, as in
-    Panel.get_priority and get_startup_prio, are not negative. ValueError where one is not so.
+    ``kvo_index`` is 0 to 255. ``mcp`` says that the station has a machine control panel; the remote side may then query its
+    addresses. ``channel_on_focus`` is 1 to 8, ``screen_on_focus`` has at most 127 bytes, and ``startup_active`` is 0 to 2. The
+    others are explained at Panel.get_priority and Panel.get_startup_prio, and are not negative. Other values raise ValueError.
     """
 
     kvo_index: int = 1
@@ -76,11 +77,11 @@ class AgentOptions:
     startup_prio: int = 2
 
     def __post_init__(self) -> None:
-        _checked(self.screen_on_focus, "screen_on_focus")
+        _checked_text(self.screen_on_focus, "screen_on_focus")
         for name, (lowest, highest) in RANGES.items():
             value = getattr(self, name)
             if not lowest <= value <= highest:
-                raise ValueError(f"{name} is {value}; it is {lowest} to {highest}")
+                raise ValueError(f"{name} is {value}; it must be {lowest} to {highest}")
 
 
 class Agent:
@@ -89,14 +90,15 @@ class Agent:
         with Agent(focus="10.0.0.5", remote="127.0.0.1", session=3, on_command=answer) as agent:
             agent.push("screen changed")
 
-    ``focus`` is the station in focus, by its address or, where that is None, by ``focus_name``; ``remote`` the remote hardware
-    service, at TCP port 5850 + ``session`` (0 to 9). The agent connects and connects anew by itself: one second after a connect
-    has failed, five after a connection was lost. An agent whose station the local service does not know ends by itself: see
-    ``running``.
+    ``focus`` is the address of the station in focus; if it is None, ``focus_name`` is the name of that station. ``remote`` is
+    the address of the remote hardware service, and its TCP port is 5850 + ``session`` (0 to 9). The agent connects by itself.
+    It tries again one second after a failed attempt, and five seconds after a connection was lost. If the local service does
+    not know the station, the agent ends; see ``running``.
 
-    ``on_command`` is called on the agent's thread, one command at a time, while the remote side waits. It may ask the service,
-    push events and close the agent; it must not wait for the remote side. What it raises makes the command fail, and is raised
-    by the next push or close; a second exception before that goes to sys.unraisablehook. Without it such commands fail.
+    ``on_command`` is called on the agent's thread, one command at a time, while the remote side waits. It may send requests to
+    the service, push events and close the agent; it must not wait for the remote side. If it raises, the command fails, and
+    the next push or close raises the exception; a second exception before that goes to sys.unraisablehook. Without
+    ``on_command`` such commands fail.
     """
 
     def __init__(
@@ -110,33 +112,33 @@ class Agent:
         options: AgentOptions = AgentOptions(),
     ) -> None:
         if (focus is None) == (focus_name is None):
-            raise TypeError("the agent needs the focus as an address, or focus_name")
+            raise TypeError("the agent needs either focus, which is an address, or focus_name")
         if not 0 <= session <= 9:
-            raise ValueError(f"session {session} is not one of 0 to 9")
+            raise ValueError(f"session {session} is out of range: 0 to 9")
         self._on_command = on_command
-        self._focus_name = _checked(focus_name or "", "focus_name")
+        self._focus_name = _checked_text(focus_name or "", "focus_name")
         station = f"focusKvoName={focus_name}" if focus is None else f"focusKvoIp={IPv4Address(focus)}"
-        self._parameters = _lines(station, IPv4Address(remote), session, options)
+        self._parameters = _parameter_lines(station, IPv4Address(remote), session, options)
         self._handle: Optional[ctypes.c_void_p] = None
-        self._failures = Failures()
+        self._failures = CallbackFailures()
 
     def start(self) -> None:
-        """Starts the agent; does not wait for a connection. (KVO_HWS_startupEmbHwsClient)
+        """Starts the agent without waiting for a connection. (KVO_HWS_startupEmbHwsClient)
 
-        Raises AlreadyRunning where one runs in this process, or has ended and was not closed; NoThread.
+        Raises AlreadyRunning if an agent is running in this process, or has ended but was not closed; NoThread.
         """
         global _current
         with _change:
             if _current is not None:
                 raise AlreadyRunning("KVO_HWS_startupEmbHwsClient", -8)
-            self._name_focus()
+            self._store_focus_name()
             handle = ctypes.c_void_p()
             _current = self
             try:
                 call("KVO_HWS_startupEmbHwsClient", self._parameters, ctypes.byref(handle), _callback)
             except BaseException as failure:
                 _current = None
-                if isinstance(failure, NoThread):  # until it is cleaned up, no other one starts
+                if isinstance(failure, NoThread):  # no other agent can start before the clean-up
                     call("KVO_HWS_cleanupEmbHwsClient", ctypes.c_void_p.in_dll(library(), "gEmbKvoInst"))
                 raise
             self._handle = handle
@@ -144,8 +146,9 @@ class Agent:
     def close(self) -> None:
         """Stops the agent, and waits for its end, which takes a second or two. (KVO_HWS_cleanupEmbHwsClient)
 
-        Does nothing where it was not started. Raises what ``on_command`` has raised, and Timeout where the agent still runs
-        after 6 s, as ``on_command`` has not returned: it ends when that does. Called by ``on_command`` itself, it does not wait.
+        Does nothing if the agent was not started. Raises the exception of ``on_command``, and Timeout if the agent is still
+        running after 6 s because ``on_command`` has not returned; the agent ends when it returns. ``on_command`` may call it
+        too; then it does not wait.
         """
         global _current
         with _change:
@@ -160,56 +163,56 @@ class Agent:
                 with _change:
                     if _current is self:
                         _current = None
-        self._failures.raise_failure()
+        self._failures.raise_pending()
 
     def push(self, text: str) -> None:
-        """Pushes an event to the remote side as an indication, in one line. (KVO_HWS_sendEmbHwsEvent)
+        """Pushes an event to the remote side as an indication, which is one line. (KVO_HWS_sendEmbHwsEvent)
 
-        Raises NotNegotiated where the remote side has not sent a valid request since the start, NullPointer where the agent was
-        not started, and what ``on_command`` has raised. An event that meets no connection is lost, without an error.
+        Raises NotNegotiated if the remote side has not sent a valid request since the start, NullPointer if the agent was not
+        started, and the exception of ``on_command``. Without a connection the event is lost; this is not an error.
         """
-        self._failures.raise_failure()
+        self._failures.raise_pending()
         call("KVO_HWS_sendEmbHwsEvent", self._handle, text)
 
     @property
     def running(self) -> bool:
-        """Whether the agent's thread runs; False also where it found no station in focus."""
-        handle = self._handle  # another thread may close it meanwhile
+        """Whether the agent's thread is running. It is not if the agent did not find the station in focus."""
+        handle = self._handle  # another thread may close it in the meantime
         if handle is None or handle.value is None:
             return False
         return ctypes.c_uint32.from_address(handle.value).value == 1
 
     @property
     def negotiated(self) -> bool:
-        """Whether the remote side has sent a valid request since the start, from which on events can be pushed."""
+        """Whether the remote side has sent a valid request since the start. Events can be pushed only after that."""
         return self._handle is not None and ctypes.c_uint32.in_dll(library(), "protocolNegotiated").value == 1
 
     def __enter__(self) -> Agent:
         self.start()
         return self
 
-    def __exit__(self, kind: Optional[Type[BaseException]], another: Optional[BaseException], trace: object) -> None:
-        close_or_report(self.close, another)
+    def __exit__(self, kind: Optional[Type[BaseException]], active: Optional[BaseException], trace: object) -> None:
+        close_preserving(self.close, active)
 
-    def _name_focus(self) -> None:
-        """By name the station is found only where the program has put the name here as well."""
+    def _store_focus_name(self) -> None:
+        """The library finds a station by name only if the program has also stored the name in this variable."""
         (ctypes.c_char * 260).in_dll(library(), "gFocusName").value = self._focus_name
 
-    def _commanded(self, text: str) -> int:
+    def _handle_command(self, text: str) -> int:
         name, equals, argument = text.partition("=")
         if self._on_command is None:
-            return ANSWER_FAILED
+            return RESULT_FAILED
         try:
-            answer = self._on_command(AgentCommand(name, argument if equals else None))
+            result = self._on_command(AgentCommand(name, argument if equals else None))
         except BaseException as failure:
-            self._failures.fail(failure)
-            return ANSWER_FAILED
-        if answer is None:
-            return ANSWER_FAILED
-        return ANSWER_YES if answer else ANSWER_NO
+            self._failures.record(failure)
+            return RESULT_FAILED
+        if result is None:
+            return RESULT_FAILED
+        return RESULT_YES if result else RESULT_NO
 
 
-def _lines(station: str, remote: IPv4Address, session: int, options: AgentOptions) -> str:
+def _parameter_lines(station: str, remote: IPv4Address, session: int, options: AgentOptions) -> str:
     lines: List[str] = [
         station,
         f"remoteKvoHwsIp={remote}",
@@ -232,34 +235,34 @@ _change = threading.Lock()
 
 
 def _receive(_handle: Optional[int], command: Optional[bytes]) -> int:
-    """The library's callback, one call at a time."""
+    """The library's callback. The library makes one call at a time."""
     global _callback_thread
-    with visits:
+    with active_callbacks:
         _callback_thread = threading.get_ident()
         try:
             agent = _current
-            return ANSWER_FAILED if agent is None else agent._commanded(decode(command or b""))
-        except BaseException as failure:  # none may pass into C
-            report(failure)
-            return ANSWER_FAILED
+            return RESULT_FAILED if agent is None else agent._handle_command(decode(command or b""))
+        except BaseException as failure:  # must not enter the C code
+            report_unraisable(failure)
+            return RESULT_FAILED
         finally:
             _callback_thread = None
 
 
-# Kept for the life of the process: an agent whose clean-up was given up may still call it.
+# Lives as long as the process: an agent whose clean-up timed out may still call it.
 _callback = c.AgentCallback(_receive)
 
 
 @atexit.register
-def _end_with_the_process() -> None:
-    """No thread of the library may come to an interpreter that is ending."""
+def _close_at_exit() -> None:
+    """A thread of the library must not enter an interpreter that is ending."""
     agent = _current
     if agent is not None:
-        close_or_report(agent.close, SystemExit())
+        close_preserving(agent.close, SystemExit())
 
 
-def _forget() -> None:
-    """A child that was forked has neither the library's threads nor what its parent has started."""
+def _reset_in_child() -> None:
+    """A forked child has neither the library's threads nor the agent that its parent started."""
     global _current, _change
     if _current is not None:
         _current._handle = None
@@ -267,4 +270,4 @@ def _forget() -> None:
     _change = threading.Lock()
 
 
-os.register_at_fork(after_in_child=_forget)
+os.register_at_fork(after_in_child=_reset_in_child)

@@ -9,7 +9,7 @@ from dataclasses import dataclass
 from typing import Callable, Optional, Type
 
 from . import _structures as c
-from ._events import EventSource, Inbox, close_or_report, report, visits
+from ._events import EventQueue, EventSource, active_callbacks, close_preserving, report_unraisable
 from ._library import call
 from ._sized import decode
 from .errors import KvoError
@@ -24,7 +24,7 @@ class EmbeddedEvent:
 
 
 OnEmbeddedEvent = Callable[[EmbeddedEvent], object]
-"""A callback; what it returns does not count."""
+"""A callback. Its result is ignored."""
 
 
 class EmbeddedEvents(EventSource[EmbeddedEvent]):
@@ -33,43 +33,44 @@ class EmbeddedEvents(EventSource[EmbeddedEvent]):
         with EmbeddedEvents() as events:
             event = events.get(timeout=5)
 
-    Without ``on_event`` events wait here to be taken: by get, by iterating, by within. With ``on_event`` they go to it instead,
-    one at a time, on a thread of the library; what it raises is raised by the next get, iteration or close, and a second
-    exception before that goes to sys.unraisablehook. It may close the events.
+    Without ``on_event``, events wait in a queue until get, iteration or within takes them. With ``on_event``, the library
+    passes them to that function, one at a time, on its own thread. The next get, iteration or close raises the exception of the
+    function; a second exception before that goes to sys.unraisablehook. The function may close the events.
 
-    The library connects as soon as there is a service, and again where the connection is lost, once a second: starting does not
-    wait for that, and events that are published before are not heard (Simulator.wait_for_listeners waits in tests). One object
-    of a process listens at a time. **Starting replaces the process's handler of SIGUSR1** by one that does nothing.
+    The library tries to connect once a second, until a service is running and again after the connection was lost. Starting
+    does not wait for the connection, and events that are published before it are missed; tests can call
+    Simulator.wait_for_listeners. Only one object of a process listens at a time. **Starting replaces the process's handler of
+    SIGUSR1** with one that does nothing.
     """
 
     def __init__(self, on_event: Optional[OnEmbeddedEvent] = None) -> None:
         self._on_event = on_event
-        self._inbox = Inbox[EmbeddedEvent]("events of embedded stations", begun=False)
+        self._queue = EventQueue[EmbeddedEvent]("events of embedded stations", started=False)
 
     def start(self) -> None:
-        """Begins to listen. (KVO_HWS_activateEmbKvoEvents)
+        """Starts to listen. (KVO_HWS_activateEmbKvoEvents)
 
-        Raises AlreadyRunning where this process listens already, or where an earlier listener has found no service to end at;
-        NoThread.
+        Raises AlreadyRunning if this process is already listening, or if an earlier listener is still running because it needs
+        a service to end; NoThread.
         """
         global _current
         with _change:
-            before = _current
-            if before is None:
-                self._inbox = Inbox[EmbeddedEvent]("events of embedded stations")
+            previous = _current
+            if previous is None:
+                self._queue = EventQueue[EmbeddedEvent]("events of embedded stations")
                 _current = self
             try:
                 call("KVO_HWS_activateEmbKvoEvents", _callback)
             except BaseException:
-                _current = before
+                _current = previous
                 raise
 
     def close(self) -> None:
-        """Stops listening; waits a second at most for the listener's end. (KVO_HWS_deactivateEmbKvoEvents)
+        """Stops listening, and waits at most one second for the end of the listener. (KVO_HWS_deactivateEmbKvoEvents)
 
-        Events that came before can still be taken. Does nothing where it does not listen. Raises what ``on_event`` has raised,
-        and Timeout where the listener still runs: without a service it ends when there is one, and cannot be started again
-        before.
+        Events that arrived before can still be taken. Does nothing if this object is not listening. Raises the exception of
+        ``on_event``, and Timeout if the listener is still running: without a service, it ends only when one starts, and
+        cannot be started again before that.
         """
         global _current
         with _change:
@@ -80,24 +81,24 @@ class EmbeddedEvents(EventSource[EmbeddedEvent]):
             if listening:
                 call("KVO_HWS_deactivateEmbKvoEvents")
         finally:
-            self._inbox.end()
-        self._inbox.raise_failure()
+            self._queue.end()
+        self._queue.raise_pending()
 
     def __enter__(self) -> EmbeddedEvents:
         self.start()
         return self
 
-    def __exit__(self, kind: Optional[Type[BaseException]], another: Optional[BaseException], trace: object) -> None:
-        close_or_report(self.close, another)
+    def __exit__(self, kind: Optional[Type[BaseException]], active: Optional[BaseException], trace: object) -> None:
+        close_preserving(self.close, active)
 
-    def _happened(self, event: EmbeddedEvent) -> None:
+    def _handle_event(self, event: EmbeddedEvent) -> None:
         if self._on_event is None:
-            self._inbox.put(event)
+            self._queue.put(event)
             return
         try:
             self._on_event(event)
         except BaseException as failure:
-            self._inbox.fail(failure)
+            self._queue.record(failure)
 
 
 _current: Optional[EmbeddedEvents] = None
@@ -105,36 +106,36 @@ _change = threading.RLock()
 
 
 def _receive(name: Optional[bytes], data: Optional[bytes]) -> None:
-    """The library's callback; one that still comes after a close finds nobody."""
-    with visits:
+    """The library's callback. It may still be called after a close; then no object receives the event."""
+    with active_callbacks:
         try:
             receiver = _current
             if receiver is not None:
-                receiver._happened(EmbeddedEvent(decode(name or b""), decode(data or b"")))
-        except BaseException as failure:  # none may pass into C
-            report(failure)
+                receiver._handle_event(EmbeddedEvent(decode(name or b""), decode(data or b"")))
+        except BaseException as failure:  # must not enter the C code
+            report_unraisable(failure)
 
 
-# Kept for the life of the process: the library may call it shortly after a close.
+# Lives as long as the process: the library may call it shortly after a close.
 _callback = c.EmbeddedEventCallback(_receive)
 
 
 @atexit.register
-def _end_with_the_process() -> None:
-    """No thread of the library may come to an interpreter that is ending."""
+def _close_at_exit() -> None:
+    """A thread of the library must not enter an interpreter that is ending."""
     events = _current
     if events is not None:
         try:
             events.close()
         except KvoError:
-            pass  # there is no service; the listener waits for one, and goes with the process
+            pass  # no service is running; the listener waits for one, and ends with the process
 
 
-def _forget() -> None:
-    """A child that was forked has neither the library's threads nor what its parent has started."""
+def _reset_in_child() -> None:
+    """A forked child has neither the library's threads nor the listener that its parent started."""
     global _current, _change
     _current = None
     _change = threading.RLock()
 
 
-os.register_at_fork(after_in_child=_forget)
+os.register_at_fork(after_in_child=_reset_in_child)

@@ -1,5 +1,5 @@
-"""What goes wrong, as exceptions. The library's result codes are ambiguous across functions (-3 is "too small" of one and "out
-of range" of another), so that each function has a table of its own; a program goes by the exception's class."""
+"""The exceptions of this package. The library's result codes are ambiguous: -3 means "too small" for one function and "out of
+range" for another. Each function therefore has its own table of exceptions, and programs test the class of the exception."""
 
 from __future__ import annotations
 
@@ -9,42 +9,40 @@ from ._result_texts import result_text
 
 
 class KvoError(Exception):
-    """A function of the library failed; the base of all its failures.
-
-    Catch this one to catch whatever the library says; the subclasses tell the reasons apart.
-    """
+    """A function of the library failed. This is the base class of all its failures; the subclasses distinguish the reasons."""
 
     def __init__(self, function: str, code: int, reason: Optional[str] = None) -> None:
         super().__init__(function, code, reason)
         self.function = function
         """Name of the C function."""
         self.code = code
-        """Its result, as the function's comment in the headers explains it; negative."""
+        """The negative result. The function's comment in the headers explains it."""
         self.reason = reason or result_text(function, code)
-        """What is wrong, in words."""
+        """The reason, in words."""
 
     def __str__(self) -> str:
         return f"{self.reason} ({self.function} returned {self.code})"
 
 
 class NotConnected(KvoError):
-    """There is no service, or it does not take connections."""
+    """No service is running, or it does not accept connections."""
 
 
 class ServiceError(KvoError):
-    """The service refused, answered something unknown, or the exchange broke (4 s without a byte of the reply among others)."""
+    """The service refused or sent an unknown reply, or the exchange broke, for example after 4 s without a byte of the reply.
+    """
 
 
 class Refused(ServiceError):
-    """The service refused, where that is told apart from an unknown answer."""
+    """The service refused, if the function distinguishes that from an unknown reply."""
 
 
 class UnknownReply(ServiceError):
-    """The service answered something unknown, or a malformed value, where that is told apart from a refusal."""
+    """The service sent an unknown reply or a malformed value, if the function distinguishes that from a refusal."""
 
 
 class ServiceBusy(ServiceError):
-    """The service is busy, where that is a failure; try again."""
+    """The service is busy, in functions that treat this as an error. Try again later."""
 
 
 class NotAvailable(KvoError):
@@ -56,7 +54,7 @@ class OutOfRange(KvoError, ValueError):
 
 
 class TooSmall(KvoError):
-    """What the service tells is larger than this module makes room for, however often it is asked."""
+    """The reply is larger than the largest buffer of this module, or did not fit after several attempts."""
 
 
 class Ambiguous(KvoError, LookupError):
@@ -76,7 +74,7 @@ class NotActive(KvoError):
 
 
 class NullPointer(KvoError):
-    """A pointer that is needed is null; a mistake of this module or of its caller."""
+    """A required pointer is null: a mistake in this module or its caller."""
 
 
 class ServerFailed(KvoError):
@@ -84,19 +82,19 @@ class ServerFailed(KvoError):
 
 
 class NoThread(KvoError):
-    """A thread that is needed could not be started."""
+    """A required thread could not be started."""
 
 
 class AlreadyRunning(KvoError):
-    """It runs already in this process, or has ended and was not cleaned up."""
+    """It is already running in this process, or has ended but was not cleaned up."""
 
 
 class MissingParameter(KvoError, ValueError):
-    """An obligatory parameter is missing."""
+    """A required parameter is missing."""
 
 
 class InvalidInstance(KvoError):
-    """A handle that is not the agent's."""
+    """The handle is not the agent's."""
 
 
 class NoEvents(KvoError):
@@ -104,7 +102,7 @@ class NoEvents(KvoError):
 
 
 class InvalidHost(KvoError, ValueError):
-    """A host address that can not be used."""
+    """A host address that cannot be used."""
 
 
 class NotNegotiated(KvoError):
@@ -112,31 +110,31 @@ class NotNegotiated(KvoError):
 
 
 class LibraryNotFound(ImportError):
-    """The shared library can not be used; the text says what to install or to set."""
+    """The shared library cannot be used. The text says what to install or to set."""
 
 
 class EventTimeout(TimeoutError):
-    """No event came in time."""
+    """No event arrived in time, or another condition did not become true in time."""
 
 
 class EventsEnded(Exception):
-    """No event will come any more: they were closed, or taken over by another program."""
+    """No more events arrive: they were closed, or another program took them over."""
 
 
 class NamespaceError(OSError):
-    """This process can not have a private /tmp/kvo_hws; the text says which step failed, and what works instead."""
+    """This process cannot get a private /tmp/kvo_hws. The text says which step failed, and what works instead."""
 
 
 class NamespaceRefused(NamespaceError):
-    """The kernel, or a container, does not grant a private /tmp/kvo_hws; the text says which right is missing. Nothing has
-    changed: Simulator() uses the machine's own folder then."""
+    """The kernel or a container does not grant a private /tmp/kvo_hws. The text names the missing right. Nothing has changed:
+    Simulator() then uses the machine's own folder."""
 
 
 class SimulatorError(Exception):
-    """The simulator refused, or could not do what was asked.
+    """The simulator refused a request or failed to carry it out.
 
-    ``status`` is its exit status: 1 could not be done, 2 refused, 3 no simulator runs; None where the program itself could not
-    be used.
+    ``status`` is the exit status of kvosim: 1 it failed, 2 it refused, 3 no simulator is running. It is None if the program
+    itself could not be used.
     """
 
     def __init__(self, text: str, status: Optional[int] = None) -> None:
@@ -149,4 +147,4 @@ class SimulatorError(Exception):
 
 
 class NoSimulator(SimulatorError):
-    """No simulator runs here."""
+    """No simulator is running here."""

@@ -1,4 +1,4 @@
-"""The requests about one station."""
+"""The requests that concern one station."""
 
 from __future__ import annotations
 
@@ -6,8 +6,8 @@ import ctypes
 from ipaddress import AddressValueError, IPv4Address
 from typing import Literal, Optional, Tuple, Union, cast, overload
 
-from ._library import call, done, number, number_if_any, yes
-from ._sized import decode, free_text, sized_text
+from ._library import call, call_bool, call_number, call_optional_number, call_void
+from ._sized import decode, unsized_text, sized_text
 from .records import (
     Address,
     Calibration,
@@ -21,17 +21,17 @@ from .records import (
 )
 from .service import Service
 
-LONGEST_SERVER = 1025
-"""Bytes of a server's name or of a display, with the terminator."""
+SERVER_SIZE = 1025
+"""Bytes of a server's name or of a display, including the terminator."""
 
 
 class Panel:
     """A station, by its address.
 
-    An object without a state but the address: any number of them, from any thread; the station need not exist. Each method
-    raises NotConnected without a service, and ServiceError where the service refuses, does not know the station, or answers
-    something unknown; what else is raised is told by the method. A method that says bool does what it says with True, and found
-    nothing to do with False.
+    An object keeps only the address; create as many as you like and use them from any thread. The station need not exist. Each
+    method raises NotConnected if no service is running, and ServiceError if the service refuses, does not know the station, or
+    sends an unknown reply. A method's docstring names its other exceptions. A method that changes something and returns a bool
+    returns True if it did so, and False if there was nothing to do.
     """
 
     def __init__(self, address: Address) -> None:
@@ -40,15 +40,15 @@ class Panel:
             """The station's address."""
         except AddressValueError as error:
             raise AddressValueError(
-                f"{address!r} is not an IPv4 address; Panel.named looks a station up by its name"
+                f"{address!r} is not an IPv4 address; Panel.named finds a station by its name"
             ) from error
 
     @classmethod
     def named(cls, name: str) -> Panel:
-        """The station of a name, which the service looks up; LookupError where there is none."""
+        """The station with this name. Asks the service; LookupError if it does not know the name."""
         station = Service().find_station(name=name)
         if station is None:
-            raise LookupError(f"the service knows no station of the name {name!r}")
+            raise LookupError(f"the service does not know a station named {name!r}")
         return cls(station.address)
 
     def __repr__(self) -> str:
@@ -61,286 +61,291 @@ class Panel:
         return hash(self.address)
 
     def describe(self) -> Optional[StationEx]:
-        """What the service knows of the station; None where it does not know it. (KVO_HWS_getDescriptionEx)"""
+        """What the service knows about the station. None if it does not know the station. (KVO_HWS_getDescriptionEx)"""
         return Service().find_station(self.address)
 
     # ---- The viewer, and the station around it ----
 
     def set_statusline(self, text: str, value1: int = 0, value2: int = 0) -> None:
-        """Writes the status line; the two numbers are for the daemon. (KVO_HWS_setStatusline)"""
-        done("KVO_HWS_setStatusline", self.address, value1, value2, text)
+        """Sets the status line. The daemon defines the meaning of the two numbers. (KVO_HWS_setStatusline)"""
+        call_void("KVO_HWS_setStatusline", self.address, value1, value2, text)
 
     def reboot(self) -> None:
         """Reboots the station. (KVO_HWS_rebootKVO)"""
-        done("KVO_HWS_rebootKVO", self.address)
+        call_void("KVO_HWS_rebootKVO", self.address)
 
     def activate(self) -> bool:
-        """Asks for the focus on behalf of the station; False where it is busy. (KVO_HWS_setActivateMe)"""
-        return yes("KVO_HWS_setActivateMe", self.address)
+        """Requests the focus for the station. False if it is busy. (KVO_HWS_setActivateMe)"""
+        return call_bool("KVO_HWS_setActivateMe", self.address)
 
     def is_viewer_active(self) -> bool:
-        """Whether the viewer runs. (KVO_HWS_isViewerActive)"""
-        return yes("KVO_HWS_isViewerActive", self.address)
+        """Whether the viewer is running. (KVO_HWS_isViewerActive)"""
+        return call_bool("KVO_HWS_isViewerActive", self.address)
 
     def get_current_server(self) -> Optional[CurrentServer]:
-        """Which server the viewer shows; None where none. (KVO_HWS_getCurrentServer)"""
-        server = ctypes.create_string_buffer(LONGEST_SERVER)
-        display = ctypes.create_string_buffer(LONGEST_SERVER)
-        sizes = [ctypes.c_uint32(LONGEST_SERVER), ctypes.c_uint32(LONGEST_SERVER)]
-        shown = yes(
+        """The server that the viewer shows. None if it shows none. (KVO_HWS_getCurrentServer)"""
+        server = ctypes.create_string_buffer(SERVER_SIZE)
+        display = ctypes.create_string_buffer(SERVER_SIZE)
+        sizes = [ctypes.c_uint32(SERVER_SIZE), ctypes.c_uint32(SERVER_SIZE)]
+        shown = call_bool(
             "KVO_HWS_getCurrentServer", self.address, server, ctypes.byref(sizes[0]), display, ctypes.byref(sizes[1])
         )
         return CurrentServer(decode(server.value), decode(display.value)) if shown else None
 
     def start_viewer(self, part1: str, part2: str = "", part3: str = "") -> bool:
-        """Starts the viewer for connection data, which go as "part1:part2:part3"; False where it is busy.
+        """Starts the viewer with connection data, sent as "part1:part2:part3". False if it is busy.
         (KVO_HWS_setStartViewer)
         """
-        return yes("KVO_HWS_setStartViewer", self.address, part1, part2, part3)
+        return call_bool("KVO_HWS_setStartViewer", self.address, part1, part2, part3)
 
     def start_configured_viewer(self, text: str, number: int) -> bool:
-        """Starts the viewer for a configured connection, which goes as "text:number"; False where it is busy.
+        """Starts the viewer with a configured connection, sent as "text:number". False if it is busy.
         (KVO_HWS_startConfiguredViewer)
         """
-        return yes("KVO_HWS_startConfiguredViewer", self.address, text, number)
+        return call_bool("KVO_HWS_startConfiguredViewer", self.address, text, number)
 
     def stop_viewer(self) -> bool:
-        """Stops the viewer; False where it does not run. (KVO_HWS_setStopViewer)"""
-        return yes("KVO_HWS_setStopViewer", self.address)
+        """Stops the viewer. False if it is not running. (KVO_HWS_setStopViewer)"""
+        return call_bool("KVO_HWS_setStopViewer", self.address)
 
     def stop_viewer_preempt(self) -> bool:
-        """Stops the viewer ahead of others that wait; False where it does not run. (KVO_HWS_setStopViewerPreempt)"""
-        return yes("KVO_HWS_setStopViewerPreempt", self.address)
+        """Stops the viewer ahead of other waiting stop requests. False if it is not running. (KVO_HWS_setStopViewerPreempt)"""
+        return call_bool("KVO_HWS_setStopViewerPreempt", self.address)
 
     def stop_viewer_no_clean(self) -> bool:
-        """Stops the viewer without cleaning up after it; False where it does not run. (KVO_HWS_setStopViewerNoClean)"""
-        return yes("KVO_HWS_setStopViewerNoClean", self.address)
+        """Stops the viewer without cleaning up after it. False if it is not running. (KVO_HWS_setStopViewerNoClean)"""
+        return call_bool("KVO_HWS_setStopViewerNoClean", self.address)
 
     # ---- Settings ----
 
     def set_brightness(self, bright: bool) -> None:
         """Switches the panel to bright or dark. (KVO_HWS_setBrightness)"""
-        done("KVO_HWS_setBrightness", self.address, bright)
+        call_void("KVO_HWS_setBrightness", self.address, bright)
 
     def set_backlight_brightness(self, level: int, mode: Optional[int] = None) -> None:
-        """Sets the backlight's brightness, 0 to 100 percent; OutOfRange for another level.
-        (KVO_HWS_setBacklightBrightness, and with a mode KVO_HWS_setBacklightBrightnessV2)
+        """Sets the backlight's brightness, 0 to 100 percent. OutOfRange for any other level.
+        (KVO_HWS_setBacklightBrightness; with a mode, KVO_HWS_setBacklightBrightnessV2)
 
-        With ``mode`` 0 or 1 in one of its modes: OutOfRange for another mode, Unsupported where the station does not know it,
-        NotActive where its backlight is not active.
+        ``mode`` is 0 or 1 and selects the mode to set. Raises OutOfRange for any other mode, Unsupported if the station does
+        not know the mode, and NotActive if its backlight is not active.
         """
         if mode is None:
-            done("KVO_HWS_setBacklightBrightness", self.address, level)
+            call_void("KVO_HWS_setBacklightBrightness", self.address, level)
         else:
-            done("KVO_HWS_setBacklightBrightnessV2", self.address, level, mode)
+            call_void("KVO_HWS_setBacklightBrightnessV2", self.address, level, mode)
 
     def get_backlight_brightness(self, mode: int = 0) -> Optional[int]:
-        """The backlight's brightness in mode 0 or 1, in percent; None where the station does not know the mode, OutOfRange for
-        another mode. (KVO_HWS_getBacklightBrightnessV2)
+        """The backlight's brightness in mode 0 or 1, in percent. None if the station does not know the mode; OutOfRange for any
+        other mode. (KVO_HWS_getBacklightBrightnessV2)
         """
-        return number_if_any("KVO_HWS_getBacklightBrightnessV2", self.address, mode)
+        return call_optional_number("KVO_HWS_getBacklightBrightnessV2", self.address, mode)
 
     def set_disable_num_lock(self, disable: bool) -> None:
         """Disables or enables the NumLock key. (KVO_HWS_setDisableNumLock)"""
-        done("KVO_HWS_setDisableNumLock", self.address, disable)
+        call_void("KVO_HWS_setDisableNumLock", self.address, disable)
 
     def get_disable_num_lock(self) -> bool:
         """Whether the NumLock key is disabled. (KVO_HWS_getDisableNumLock)"""
-        return number("KVO_HWS_getDisableNumLock", self.address) != 0
+        return call_number("KVO_HWS_getDisableNumLock", self.address) != 0
 
     def set_disable_caps_lock(self, disable: bool) -> None:
         """Disables or enables the CapsLock key. (KVO_HWS_setDisableCapsLock)"""
-        done("KVO_HWS_setDisableCapsLock", self.address, disable)
+        call_void("KVO_HWS_setDisableCapsLock", self.address, disable)
 
     def get_disable_caps_lock(self) -> bool:
         """Whether the CapsLock key is disabled. (KVO_HWS_getDisableCapsLock)"""
-        return number("KVO_HWS_getDisableCapsLock", self.address) != 0
+        return call_number("KVO_HWS_getDisableCapsLock", self.address) != 0
 
     def set_sw_caps_lock(self, state: int) -> None:
-        """Sets the software CapsLock state, -1, 0 or 1; ServiceError for another one. (KVO_HWS_setSwCapsLock)"""
-        done("KVO_HWS_setSwCapsLock", self.address, state)
+        """Sets the software CapsLock state, -1, 0 or 1. ServiceError for any other state. (KVO_HWS_setSwCapsLock)"""
+        call_void("KVO_HWS_setSwCapsLock", self.address, state)
 
     def get_sw_caps_lock(self) -> int:
         """The software CapsLock state, -1, 0 or 1. (KVO_HWS_getSwCapsLock)"""
-        return number("KVO_HWS_getSwCapsLock", self.address)
+        return call_number("KVO_HWS_getSwCapsLock", self.address)
 
     def get_station_type(self) -> int:
         """The station's type, -1, 0 or 1. (KVO_HWS_getStationType)"""
-        return number("KVO_HWS_getStationType", self.address)
+        return call_number("KVO_HWS_getStationType", self.address)
 
     def set_handheld_mode(self, mode: HandheldMode) -> bool:
-        """Sets the mode of the handheld terminal (type RV4), 0 or 1; False where the station has none, OutOfRange for another
+        """Sets the mode of the handheld terminal (type RV4), 0 or 1. False if the station has none; OutOfRange for any other
         mode. (KVO_HWS_setRV4Mode)
         """
-        return yes("KVO_HWS_setRV4Mode", self.address, mode)
+        return call_bool("KVO_HWS_setRV4Mode", self.address, mode)
 
     def get_handheld_mode(self) -> Optional[int]:
-        """The mode of the handheld terminal, a HandheldMode or a number that is not known; None where the station has none.
+        """The mode of the handheld terminal, a HandheldMode or an unknown number. None if the station has no handheld terminal.
         (KVO_HWS_getRV4Mode)
         """
-        mode = number_if_any("KVO_HWS_getRV4Mode", self.address)
+        mode = call_optional_number("KVO_HWS_getRV4Mode", self.address)
         return HandheldMode(mode) if mode in (0, 1) else mode
 
     # ---- Addresses ----
 
     def set_mcp_address(self, mcp_address: int) -> None:
-        """Sets the address of the machine control panel (MCP) that the station serves, 0 to 255; the daemon judges it.
+        """Sets the address of the machine control panel (MCP) that the station serves, 0 to 255. The daemon checks it.
         (KVO_HWS_setMCPAddress)
         """
-        done("KVO_HWS_setMCPAddress", self.address, mcp_address)
+        call_void("KVO_HWS_setMCPAddress", self.address, mcp_address)
 
     def get_mcp_address(self) -> int:
         """The address of the machine control panel that the station serves, 0 to 255. (KVO_HWS_getMCPAddress)"""
-        return number("KVO_HWS_getMCPAddress", self.address)
+        return call_number("KVO_HWS_getMCPAddress", self.address)
 
     def set_kvo_index(self, index: int) -> None:
-        """Sets the KVO index, 0 to 255; the daemon judges it. (KVO_HWS_setKVOIndex)"""
-        done("KVO_HWS_setKVOIndex", self.address, index)
+        """Sets the KVO index, 0 to 255. The daemon checks it. (KVO_HWS_setKVOIndex)"""
+        call_void("KVO_HWS_setKVOIndex", self.address, index)
 
     def get_kvo_index(self) -> int:
         """The KVO index, 0 to 255. (KVO_HWS_getKVOIndex)"""
-        return number("KVO_HWS_getKVOIndex", self.address)
+        return call_number("KVO_HWS_getKVOIndex", self.address)
 
     def set_dck_enable(self, enable: bool) -> None:
-        """Switches the direct control keys (DCK). (KVO_HWS_setDCKEnable)"""
-        done("KVO_HWS_setDCKEnable", self.address, enable)
+        """Switches the direct control keys (DCK) on or off. (KVO_HWS_setDCKEnable)"""
+        call_void("KVO_HWS_setDCKEnable", self.address, enable)
 
     def get_dck_enable(self) -> bool:
         """Whether the direct control keys are on. (KVO_HWS_getDCKEnable)"""
-        return number("KVO_HWS_getDCKEnable", self.address) != 0
+        return call_number("KVO_HWS_getDCKEnable", self.address) != 0
 
     def get_dck_address(self) -> int:
         """The address of the direct control keys, 0 to 255. (KVO_HWS_getDCKAddress)"""
-        return number("KVO_HWS_getDCKAddress", self.address)
+        return call_number("KVO_HWS_getDCKAddress", self.address)
 
     def set_cks_index(self, index: int) -> None:
-        """Sets the cks index, 0 to 255; OutOfRange for another one. (KVO_HWS_setKVOCksIndex)"""
-        done("KVO_HWS_setKVOCksIndex", self.address, index)
+        """Sets the cks index, 0 to 255. OutOfRange for any other index. (KVO_HWS_setKVOCksIndex)"""
+        call_void("KVO_HWS_setKVOCksIndex", self.address, index)
 
     def get_cks_index(self) -> int:
-        """The cks index, any number of 32 bits. (KVO_HWS_getKVOCksIndex)"""
-        return number("KVO_HWS_getKVOCksIndex", self.address)
+        """The cks index, any 32-bit number. (KVO_HWS_getKVOCksIndex)"""
+        return call_number("KVO_HWS_getKVOCksIndex", self.address)
 
     def simulate_mcp_key(self, value1: int, value2: int) -> None:
-        """Simulates a key of the machine control panel; the two numbers are the daemon's. (KVO_HWS_simulateMCPKey)"""
-        done("KVO_HWS_simulateMCPKey", self.address, value1, value2)
+        """Simulates a key of the machine control panel. The daemon defines the meaning of the two numbers.
+        (KVO_HWS_simulateMCPKey)
+        """
+        call_void("KVO_HWS_simulateMCPKey", self.address, value1, value2)
 
     def enable_mcp_key(self, value1: int, value2: int) -> None:
-        """Enables a key of the machine control panel; the two numbers are the daemon's. (KVO_HWS_enableMCPKey)"""
-        done("KVO_HWS_enableMCPKey", self.address, value1, value2)
+        """Enables a key of the machine control panel. The daemon defines the meaning of the two numbers. (KVO_HWS_enableMCPKey)
+        """
+        call_void("KVO_HWS_enableMCPKey", self.address, value1, value2)
 
     # ---- Focus, start and channel information ----
 
     def get_priority(self) -> Priority:
         """The suspend options. (KVO_HWS_getKVOPriority)"""
-        suspend_lock, suspend_prio = _numbers("KVO_HWS_getKVOPriority", self.address)
+        suspend_lock, suspend_prio = _call_two_numbers("KVO_HWS_getKVOPriority", self.address)
         return Priority(suspend_lock, suspend_prio)
 
     def get_startup_active(self) -> int:
         """Whether the station becomes active at start, 0 to 2. (KVO_HWS_getKVOStartupActive)"""
-        return number("KVO_HWS_getKVOStartupActive", self.address)
+        return call_number("KVO_HWS_getKVOStartupActive", self.address)
 
     def get_startup_prio(self) -> int:
-        """The priority with which it becomes active at start. (KVO_HWS_getKVOStartupPrio)"""
-        return number("KVO_HWS_getKVOStartupPrio", self.address)
+        """The priority with which the station becomes active at start. (KVO_HWS_getKVOStartupPrio)"""
+        return call_number("KVO_HWS_getKVOStartupPrio", self.address)
 
     def get_channel_on_focus(self) -> int:
-        """The channel that is shown when the station gets the focus, 1 to 8. (KVO_HWS_getKVOChannelOnFocus)"""
-        return number("KVO_HWS_getKVOChannelOnFocus", self.address)
+        """The channel that the station shows when it gets the focus, 1 to 8. (KVO_HWS_getKVOChannelOnFocus)"""
+        return call_number("KVO_HWS_getKVOChannelOnFocus", self.address)
 
     def get_screen_on_focus(self) -> str:
-        """The screen that is shown when the station gets the focus. (KVO_HWS_getKVOScreenOnFocus)
+        """The screen that the station shows when it gets the focus. (KVO_HWS_getKVOScreenOnFocus)
 
-        The function copies whatever the service answers; the service is trusted not to answer with more than 1 MiB.
+        The C function copies the whole reply, and the buffer has 1 MiB. This method trusts the service not to send more.
         """
-        return free_text("KVO_HWS_getKVOScreenOnFocus", self.address)
+        return unsized_text("KVO_HWS_getKVOScreenOnFocus", self.address)
 
     def get_t2m2n(self) -> str:
-        """The M:N assignment, as the daemon's text. (KVO_HWS_getKVOT2M2N)
+        """The M:N assignment, as a text from the daemon. (KVO_HWS_getKVOT2M2N)
 
-        The function copies whatever the service answers; the service is trusted not to answer with more than 1 MiB.
+        The C function copies the whole reply, and the buffer has 1 MiB. This method trusts the service not to send more.
         """
-        return free_text("KVO_HWS_getKVOT2M2N", self.address)
+        return unsized_text("KVO_HWS_getKVOT2M2N", self.address)
 
     def set_channel_info(self, info: str) -> None:
-        """Stores the channel information, at most 230 bytes and without double quotes; OutOfRange for a longer one.
+        """Stores the channel information: at most 230 bytes, without double quotes. OutOfRange for a longer text.
         (KVO_HWS_setChannelInfo)
         """
-        done("KVO_HWS_setChannelInfo", self.address, info)
+        call_void("KVO_HWS_setChannelInfo", self.address, info)
 
     def get_channel_info(self) -> Optional[str]:
-        """The channel information; None where there is none. (KVO_HWS_getChannelInfo)"""
+        """The channel information. None if there is none. (KVO_HWS_getChannelInfo)"""
         code, text = sized_text("KVO_HWS_getChannelInfo", self.address)
         return text if code == 1 else None
 
     def delete_channel_info(self) -> None:
         """Deletes the channel information. (KVO_HWS_deleteChannelInfo)"""
-        done("KVO_HWS_deleteChannelInfo", self.address)
+        call_void("KVO_HWS_deleteChannelInfo", self.address)
 
     # ---- Touch screen, input devices and display ----
 
     def invalidate_touch_screen(self) -> bool:
-        """Discards the touch calibration; False where there is no touch screen. (KVO_HWS_invalidateTouchScreen)"""
-        return yes("KVO_HWS_invalidateTouchScreen", self.address)
+        """Discards the touch calibration. False if the station has no touch screen. (KVO_HWS_invalidateTouchScreen)"""
+        return call_bool("KVO_HWS_invalidateTouchScreen", self.address)
 
     def get_calibration(self) -> Optional[Calibration]:
-        """The touch calibration; None where there is no touch screen. (KVO_HWS_getTouchScreenCalibParam)
+        """The touch calibration. None if the station has no touch screen. (KVO_HWS_getTouchScreenCalibParam)
 
-        What the service does not tell is 0, and so are both numbers where it refuses: older services tell only one of them.
+        A number that the service does not report is 0, because older services report only one of them. Both are 0 if the
+        service refuses.
         """
         answer = call("KVO_HWS_getTouchScreenCalibParam", self.address)
         press_threshold, nonlinear = answer.values
         return Calibration(press_threshold or 0, nonlinear or 0) if answer.code == 1 else None
 
     def set_calibration(self, calibration: Calibration) -> bool:
-        """Sets the touch calibration; False where there is no touch screen, OutOfRange for a threshold below -1 or a nonlinear
-        other than -1, 0 and 1. (KVO_HWS_setTouchScreenCalibParam)
+        """Sets the touch calibration. False if the station has no touch screen; OutOfRange for a threshold below -1, or for a
+        nonlinear other than -1, 0 and 1. (KVO_HWS_setTouchScreenCalibParam)
         """
-        return yes(
+        return call_bool(
             "KVO_HWS_setTouchScreenCalibParam", self.address, calibration.press_threshold, calibration.nonlinear
         )
 
     def get_input_devices(self) -> InputDevices:
-        """How many input devices there are, each number None where the service does not tell it, as where it refuses.
-        (KVO_HWS_showInputDeviceV3)
+        """The numbers of input devices. A number is None if the service does not report it; all are None if the service
+        refuses. (KVO_HWS_showInputDeviceV3)
         """
         _, *counts = call("KVO_HWS_showInputDeviceV3", self.address).values
         return InputDevices(*counts)
 
     def count_input_devices(self) -> InputDevices:
-        """As get_input_devices, in the oldest form of the request: touch devices of both kinds together, 0 where neither is
-        told, and no virtual keyboards. (KVO_HWS_showInputDevice)
+        """The numbers of input devices, without virtual keyboards, from the oldest form of the request. ``touch`` counts touch
+        devices of both kinds, and is 0 if the service reports neither; the others are as in get_input_devices.
+        (KVO_HWS_showInputDevice)
         """
         keyboards, mice, touch = call("KVO_HWS_showInputDevice", self.address).values
         return InputDevices(keyboards, mice, touch)
 
     def count_input_devices_v2(self) -> InputDevices:
-        """As count_input_devices, and the virtual keyboards. (KVO_HWS_showInputDeviceV2)"""
+        """The same as count_input_devices, with the virtual keyboards. (KVO_HWS_showInputDeviceV2)"""
         keyboards, mice, touch, virtual = call("KVO_HWS_showInputDeviceV2", self.address).values
         return InputDevices(keyboards, mice, touch, virtual_keyboards=virtual)
 
     def get_dpi(self) -> int:
         """The display's resolution in dots per inch. (KVO_HWS_showDPI)
 
-        ServiceError also where the station does not tell; get_metric(Metric.DPI) tells the two apart.
+        Raises ServiceError also if the station does not report the resolution; get_metric(Metric.DPI) distinguishes the two.
         """
-        return number("KVO_HWS_showDPI", self.address)
+        return call_number("KVO_HWS_showDPI", self.address)
 
     # ---- USB ----
 
     def get_usb_lock(self) -> UsbLock:
         """The USB lock. (KVO_HWS_getUsbLock)"""
-        first, second = _numbers("KVO_HWS_getUsbLock", self.address)
+        first, second = _call_two_numbers("KVO_HWS_getUsbLock", self.address)
         return UsbLock(first, second)
 
     def set_usb_lock(self, first: int, second: int) -> None:
-        """Sets the USB lock by a datagram; no answer is awaited. See Service.set_usb_lock. (KVO_HWS_setUsbLock)"""
+        """Sets the USB lock with a datagram. Does not wait for a reply. See Service.set_usb_lock. (KVO_HWS_setUsbLock)"""
         Service().set_usb_lock(first, second, [self.address])
 
     def get_usb_connectors(self) -> str:
-        """The USB connectors as the daemon writes them; "" where there are none. (KVO_HWS_getUsbConnectorListOne)
+        """The USB connectors as a text from the daemon; "" if there are none. (KVO_HWS_getUsbConnectorListOne)
 
-        Refused, ServiceBusy while they are being looked for, or UnknownReply; all three are ServiceErrors.
+        Raises Refused, UnknownReply, or ServiceBusy while the service is still searching them; all three are ServiceErrors.
         """
         return sized_text("KVO_HWS_getUsbConnectorListOne", self.address)[1]
 
@@ -364,9 +369,10 @@ class Panel:
         ...
 
     def get_metric(self, metric: Metric) -> Union[int, str]:
-        """One of the metrics: a text for Metric.PANEL_LAYOUT, a number for the others. (KVO_HWS_getStationMetrics)
+        """Reads a metric: a text for Metric.PANEL_LAYOUT, a number for the others. (KVO_HWS_getStationMetrics)
 
-        NotAvailable where the station does not tell, UnknownReply for a malformed value, OutOfRange for no such metric.
+        Raises NotAvailable if the station does not report it, UnknownReply for a malformed value, and OutOfRange for an unknown
+        metric.
         """
         area = (ctypes.c_uint8 * 8)()
         call("KVO_HWS_getStationMetrics", self.address, metric, ctypes.byref(area))
@@ -377,11 +383,11 @@ class Panel:
     def is_marovanti(self) -> bool:
         """Whether this is a Marovanti panel. (KVO_HWS_isMarovantiPanel)
 
-        Refused where the panel was not found or the daemon failed, UnknownReply for a mode or an answer that is not known.
+        Raises Refused if the panel was not found or the daemon failed, and UnknownReply for an unknown mode or reply.
         """
-        return yes("KVO_HWS_isMarovantiPanel", self.address)
+        return call_bool("KVO_HWS_isMarovantiPanel", self.address)
 
 
-def _numbers(name: str, station: IPv4Address) -> Tuple[int, int]:
-    """Calls a function with two outputs that are always there."""
+def _call_two_numbers(name: str, station: IPv4Address) -> Tuple[int, int]:
+    """Calls a function with two outputs that it always writes."""
     return cast(Tuple[int, int], call(name, station).values)

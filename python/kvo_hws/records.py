@@ -1,4 +1,4 @@
-"""What the service tells, as values."""
+"""The values that the service reports."""
 
 from __future__ import annotations
 
@@ -15,7 +15,7 @@ ExtendedAttributes = Tuple[int, int, int, int, int, int, int]
 
 @dataclass(frozen=True)
 class Station:
-    """A station that the service knows. What its attributes mean is the daemon's business."""
+    """A station that the service knows. Only the daemon defines what its attributes mean."""
 
     address: IPv4Address
     name: str
@@ -41,7 +41,7 @@ class Client:
 
 @dataclass(frozen=True)
 class CurrentServer:
-    """What a viewer shows: a server's name or address, and the display as the daemon's text."""
+    """What a viewer shows: the name or address of a server, and the display as a text from the daemon."""
 
     server: str
     display: str
@@ -57,7 +57,9 @@ class Priority:
 
 @dataclass(frozen=True)
 class Calibration:
-    """A touch screen's calibration: press threshold -1 (the driver's own) or more; nonlinear -1 (the same), 0 or 1."""
+    """A touch screen's calibration. The press threshold is -1 (the driver's own value) or more; nonlinear is -1 (the same), 0
+    or 1.
+    """
 
     press_threshold: int
     nonlinear: int
@@ -65,10 +67,10 @@ class Calibration:
 
 @dataclass(frozen=True)
 class InputDevices:
-    """How many input devices a station has; None where the service does not tell.
+    """The numbers of a station's input devices. A number is None if the service does not report it.
 
-    ``touch`` counts single-touch devices alone, but where ``multitouch`` was not asked for, both kinds. ``max_contacts`` is the
-    number of fingers that are told apart.
+    ``touch`` counts only single-touch devices, or both kinds if the request does not ask for ``multitouch``. ``max_contacts``
+    is the number of fingers that the device distinguishes.
     """
 
     keyboards: Optional[int]
@@ -103,7 +105,7 @@ class HandheldMode(enum.IntEnum):
 
 
 class Metric(enum.IntEnum):
-    """What Panel.get_metric asks for."""
+    """A value that Panel.get_metric can read."""
 
     PANEL_LAYOUT = 1
     """a text of 1 to 7 characters"""

@@ -1,4 +1,4 @@
-"""The simulated hardware service of a whole plant, for tests without a panel: starts kvosim, and steers it while it runs."""
+"""A simulated hardware service for a whole plant, for tests without a panel. Starts kvosim, and controls it while it runs."""
 
 from __future__ import annotations
 
@@ -19,7 +19,7 @@ from ipaddress import IPv4Address
 from pathlib import Path
 from typing import IO, Any, Callable, Dict, Iterator, List, Optional, Sequence, Type, Union
 
-from ._events import close_or_report
+from ._events import close_preserving
 from ._namespace import enter_private_namespace
 from ._sized import decode
 from .errors import EventTimeout, NamespaceRefused, NoSimulator, SimulatorError
@@ -32,20 +32,20 @@ STATUS_NO_SIMULATOR = 3
 POLL_SECONDS = 0.02
 WAITING = "kvosim: waiting for "
 COMMAND_SECONDS = 30.0
-"""A command of kvosim that takes longer than this hangs; it waits for the receiver of an event for 4 s itself, and for the reply
-of an agent as long as it is told to."""
+"""The time limit for a command of kvosim. kvosim itself waits 4 s for the receiver of an event, and for the reply of an agent
+as long as the caller specifies."""
 
 StationName = Union[Address, Panel]
-"""A station of the simulator: its address, its Panel, or its name."""
+"""A station of the simulator: an address, a Panel, or a name."""
 Value = Union[int, str]
 PathText = Union[str, "os.PathLike[str]"]
 
 
 @dataclass(frozen=True)
 class UsbDelivery:
-    """What came of a change of a USB device: which device it was, and what became of the event.
+    """The result of a change of a USB device: the device, and what happened to the event.
 
-    ``delivery`` is "delivered", "nobody listens", "not written", "not activated" or "the simulator ends".
+    ``delivery`` is `delivered`, `nobody listens`, `not written`, `not activated` or `the simulator ends`.
     """
 
     station: IPv4Address
@@ -55,19 +55,19 @@ class UsbDelivery:
 
     @property
     def delivered(self) -> bool:
-        """Whether the event was written to whoever listens; what that program answered is not looked at."""
+        """Whether the event was written to the listening program. The reply of that program does not matter."""
         return self.delivery == "delivered"
 
 
-def _named(station: StationName) -> str:
-    """As kvosim takes it: an address in dots, or a name."""
+def _station_argument(station: StationName) -> str:
+    """The form that kvosim accepts: a dotted address or a name."""
     if isinstance(station, Panel):
         return str(station.address)
     return station if isinstance(station, str) else str(IPv4Address(station))
 
 
 def _option(name: str, value: Value) -> List[str]:
-    """An option of kvosim: switches have no value."""
+    """An option of kvosim. Switches have no value."""
     flag = "--" + name.replace("_", "-")
     if isinstance(value, bool):
         return [flag] if value else []
@@ -81,27 +81,36 @@ class Simulator:
             print(Service().get_stations())
             simulator.plug_usb("10.0.0.5")
 
-    **Where it serves.** The library's sockets are at /tmp/kvo_hws, for every program of the machine. Three ways work:
+    **The folder of the sockets.** All programs of a machine use the library's sockets in /tmp/kvo_hws. There are three ways to
+    start a simulator:
 
-    - ``Simulator()`` gives this process a /tmp/kvo_hws of its own first (enter_private_namespace), in which the simulator, this
-      process and what it starts meet, and nobody else: any number of tests run side by side. That is for the life of the
-      process, and has to be before it starts threads; further simulators of the process use the same place, one after another.
-      Where the kernel or a container does not permit that, it uses the machine's own place as "kvosim run --shared" does: one
-      simulator at a time, and start() waits for its turn, however long.
-    - ``Simulator(private=False)`` serves at the machine's own place (or at whatever place the process was started in), where a
-      service may be running already: then it refuses to start.
-    - ``kvosim run -- python3 bench.py`` starts the program beside a simulator, in a place of their own; there
-      ``Simulator.attach()`` is a handle to steer it.
+    - ``Simulator()`` first gives this process a private /tmp/kvo_hws (enter_private_namespace). Only the simulator, this
+      process and the programs that it starts use that folder, so any number of tests can run in parallel. It lasts for the life
+      of the process, and must be created before the process starts threads. Other simulators of the process use the same
+      folder, one after the other. If the kernel or a container does not permit a private folder, the simulator uses the
+      machine's own folder, as "kvosim run --shared" does: only one simulator runs at a time, and start() waits without a time
+      limit until the folder is free.
+    - ``Simulator(private=False)`` uses the machine's own folder, or the one that the process was started with. If a service is
+      already running there, the simulator refuses to start.
+    - ``kvosim run -- python3 bench.py`` starts the program together with a simulator, in a private folder. In that program,
+      ``Simulator.attach()`` returns an object that controls the simulator.
 
-    ``plant`` is a plant file, ``plant_text`` its text; without both, ``stations`` so many generated ones. ``focus`` is a
-    station that is given the focus once the service is ready. ``remote`` are the sessions, 0 to 9, at which remote agents are
-    served, at TCP port 5850 and the number of 127.0.0.1, which is the whole machine's. ``registry`` is a folder for the registry lists, to
-    be kept from one start to the next; ``alive`` the seconds between "Alive?" events, 0 for none; ``usb_lock_address`` where
-    datagrams of the USB lock are taken, "ADDRESS[:PORT]" or "none", by default 127.0.0.1:5851, to which the library is led by
-    KVO_PLATFORM_INTERFACE=lo in the environment of this process, unless the variable is set. ``verbose`` shows each exchange on
-    standard error. ``kvosim`` is the program; by default what KVO_KVOSIM names, else kvosim on the PATH.
+    **The parameters.**
 
-    The simulator ends with the program, however that ends. A Ctrl-C at the terminal reaches the program alone.
+    - ``plant`` is a plant file, and ``plant_text`` is the text of one. Without them, the plant has ``stations`` generated
+      stations.
+    - ``focus`` is the station that gets the focus when the service is ready.
+    - ``remote`` are the sessions of remote agents, 0 to 9. The simulator listens for each of them at TCP port 5850 + session of
+      127.0.0.1. All programs of the machine share these ports.
+    - ``registry`` is a folder that keeps the registry lists from one start to the next.
+    - ``alive`` is the number of seconds between "Alive?" events; 0 switches them off.
+    - ``usb_lock_address`` is the address that receives datagrams of the USB lock, "ADDRESS[:PORT]" or "none"; the default is
+      127.0.0.1:5851. With ``private``, start() sets KVO_PLATFORM_INTERFACE=lo in the environment of this process, unless the
+      variable is set, because the library then sends the datagrams there.
+    - ``verbose`` prints each exchange on standard error.
+    - ``kvosim`` is the program; the default is the one that KVO_KVOSIM names, otherwise kvosim from the PATH.
+
+    The simulator ends with the program, even if the program is killed. A Ctrl-C at the terminal reaches only the program.
     """
 
     def __init__(
@@ -120,7 +129,7 @@ class Simulator:
         kvosim: Optional[PathText] = None,
     ) -> None:
         if plant is not None and plant_text is not None:
-            raise TypeError("give a plant file or the text of one, not both")
+            raise TypeError("pass either plant or plant_text, not both")
         self._plant = plant
         self._plant_text = plant_text
         self._stations = stations
@@ -135,14 +144,15 @@ class Simulator:
         if verbose:
             self._options.append("--verbose")
         self._own_registry = registry is None
-        self._registry: Optional[str] = None  # the temporary one, while kvosim runs
+        self._registry: Optional[str] = None  # the temporary folder, while kvosim runs
         self._process: Optional[subprocess.Popen[bytes]] = None
         self._attached = False
-        self._shown = 0  # of what it says
+        self._shown = 0  # characters of kvosim's messages that were printed
 
     @classmethod
     def attach(cls, kvosim: Optional[PathText] = None) -> Simulator:
-        """A handle to the simulator that runs here already, as under ``kvosim run``. It is steered, not started or stopped.
+        """Returns an object that controls the simulator that is already running here, for example under ``kvosim run``. The
+        object does not start or stop it.
 
         Raises NoSimulator.
         """
@@ -151,58 +161,58 @@ class Simulator:
         simulator.status()
         return simulator
 
-    # ---- Its life ----
+    # ---- Starting and stopping ----
 
     def start(self, timeout: float = 10.0) -> None:
-        """Starts the simulator, and waits until it serves, ``timeout`` seconds at most. With ``init_time_ms`` in its plant it
-        is not ready yet then: see wait_until_ready.
+        """Starts the simulator, and waits at most ``timeout`` seconds until it accepts requests. If its plant has
+        ``init_time_ms``, the service is not ready yet; see wait_until_ready.
 
-        Raises SimulatorError, with what kvosim says, where it can not start; NamespaceError.
+        Raises SimulatorError with the message of kvosim if it cannot start; NamespaceError.
         """
         if self._attached or self.running:
-            raise SimulatorError("the simulator runs already")
-        shared = self._private and not _has_private_place()
+            raise SimulatorError("the simulator is already running")
+        shared = self._private and not _has_private_folder()
         if self._private:
             os.environ.setdefault("KVO_PLATFORM_INTERFACE", "lo")
-        with self._plant_file() as plant, tempfile.TemporaryFile("w+", encoding="utf-8", errors="replace") as said:
+        with self._plant_file() as plant, tempfile.TemporaryFile("w+", encoding="utf-8", errors="replace") as messages:
             command = [self._program, "serve", f"--plant={plant}", "--until-input-ends", *self._options]
             if shared:
-                # "cat" ends with its input.
+                # "cat" ends at the end of its input, when this process ends.
                 command = [self._program, "run", "--shared", f"--plant={plant}", *self._options, "--", "cat"]
-            errors = None if self._verbose else said
+            errors = None if self._verbose else messages
             self._shown = 0
-            # It ends with this program, however that ends, and not by a Ctrl-C that is this program's to handle.
+            # The end of its input ends it together with this program. A Ctrl-C for this program does not reach a new session.
             self._process = subprocess.Popen(
                 command, stdin=subprocess.PIPE, stdout=subprocess.DEVNULL, stderr=errors, start_new_session=True
             )
             atexit.register(self.kill)
             try:
                 limit = math.inf if shared else timeout
-                self._wait(lambda: self._serves(said, shared), limit, "the simulator does not serve")
+                self._wait(lambda: self._accepts_requests(messages, shared), limit, "the simulator does not accept requests")
             except BaseException:
                 self.kill()
                 raise
-            # What it warns of, such as a port that another one has, and serves all the same.
-            sys.stderr.write(_all_of(said)[self._shown :])
+            # Its warnings, for example about a port that another program uses. It runs nevertheless.
+            sys.stderr.write(_text_of(messages)[self._shown :])
         if self._focus is not None:
             self._give_focus(self._focus, timeout)
 
     def stop(self) -> None:
-        """Ends the simulator, as a service ends that is told to (SIGTERM), and waits for that."""
+        """Ends the simulator in the normal way (SIGTERM), and waits for its end."""
         self._end(signal.SIGTERM)
 
     def kill(self) -> None:
-        """Ends the simulator as a crash would (SIGKILL); its sockets stay behind, its temporary registry does not."""
+        """Ends the simulator as a crash would (SIGKILL). Its sockets remain; its temporary registry is removed."""
         self._end(signal.SIGKILL)
 
     def restart(self, timeout: float = 10.0) -> None:
-        """Stops the simulator and starts it anew: the plant is as its file says again, and no events are activated."""
+        """Stops the simulator and starts it again. The plant is again as in its file, and no events are activated."""
         self.stop()
         self.start(timeout)
 
     @property
     def running(self) -> bool:
-        """Whether it runs."""
+        """Whether the simulator is running."""
         if self._attached:
             try:
                 self.status()
@@ -212,7 +222,7 @@ class Simulator:
         return self._process is not None and self._process.poll() is None
 
     def wait_until_ready(self, timeout: float = 10.0) -> None:
-        """Waits until the service says that it is ready; EventTimeout."""
+        """Waits until the service reports that it is ready. Raises EventTimeout."""
         self._wait(lambda: Service().is_ready(), timeout, "the service is not ready")
 
     def __enter__(self) -> Simulator:
@@ -220,13 +230,13 @@ class Simulator:
             self.start()
         return self
 
-    def __exit__(self, kind: Optional[Type[BaseException]], another: Optional[BaseException], trace: object) -> None:
+    def __exit__(self, kind: Optional[Type[BaseException]], active: Optional[BaseException], trace: object) -> None:
         if not self._attached:
-            close_or_report(self.stop, another)
+            close_preserving(self.stop, active)
 
     @contextmanager
     def _plant_file(self) -> Iterator[str]:
-        """The plant file, or one for as long as kvosim reads it."""
+        """The path of the plant file, or of a temporary one that exists until kvosim has read it."""
         if self._plant is not None:
             yield os.fspath(self._plant)
             return
@@ -238,13 +248,13 @@ class Simulator:
             file.write_text(text, encoding="utf-8")
             yield str(file)
 
-    def _serves(self, said: IO[str], shared: bool) -> bool:
+    def _accepts_requests(self, messages: IO[str], shared: bool) -> bool:
         process = self._process
         assert process is not None
         if process.poll() is not None:
-            text = _all_of(said).strip() or f"kvosim ended with status {process.returncode}"
+            text = _text_of(messages).strip() or f"kvosim ended with status {process.returncode}"
             raise SimulatorError(text, process.returncode)
-        text = _all_of(said)
+        text = _text_of(messages)
         if WAITING in text and not self._shown:
             sys.stderr.write(text)
             self._shown = len(text)
@@ -255,8 +265,8 @@ class Simulator:
         except SimulatorError:
             if not shared:
                 raise
-            return False  # the one before it is another user's, and refuses to answer
-        # A simulator that runs here already may answer; it is not this one.
+            return False  # the simulator of another user still runs here, and refuses requests of this user
+        # The reply may come from another simulator that already runs here.
         if status["process"] != process.pid:
             return False
         if self._own_registry:
@@ -272,7 +282,7 @@ class Simulator:
         process.wait()
         if process.stdin is not None:
             process.stdin.close()
-        # One that is killed does not remove its temporary registry by itself.
+        # A killed simulator does not remove its temporary registry.
         registry, self._registry = self._registry, None
         if registry is not None:
             shutil.rmtree(registry, ignore_errors=True)
@@ -281,41 +291,43 @@ class Simulator:
         try:
             self.wait_until_ready(timeout)
             if not Panel(self.station(station)["address"]).activate():
-                raise SimulatorError(f"{station} is busy, and does not take the focus")
+                raise SimulatorError(f"{station} is busy and does not take the focus")
         except BaseException:
             self.kill()
             raise
 
-    # ---- What it tells ----
+    # ---- State ----
 
     def status(self) -> Dict[str, Any]:
-        """How it is: "process", "uptime_ms", "stations", "exchanges", "registry" (where its lists lie), "focus" (address and name, or
-        "none"), "faults", "usb_events_activated", "usb_devices", "event_listeners", "remote_sessions" and more.
+        """The simulator's status: "process", "uptime_ms", "stations", "exchanges", "registry" (the folder of its lists),
+        "focus" (address and name, or "none"), "faults", "usb_events_activated", "usb_devices", "event_listeners",
+        "remote_sessions" and more.
         """
         return self.command("status")
 
     def station(self, station: StationName) -> Dict[str, Any]:
-        """All that it knows of a station, by the keys of plant files."""
-        return self.command("station", "--", _named(station))
+        """The whole state of a station, with the keys of plant files."""
+        return self.command("station", "--", _station_argument(station))
 
     def set_station(self, station: StationName, **values: Value) -> Dict[str, Any]:
-        """Changes a station behind the programs' backs: any keys of plant files, all of them or, where one is wrong, none.
+        """Changes a station without a request of a program. Accepts the keys of plant files. If one of them is wrong, changes
+        nothing.
 
         ``simulator.set_station("10.0.0.5", mcp_address=17, viewer="nc:1", dpi="none")``
         """
         pairs = [f"{key}={int(value) if isinstance(value, bool) else value}" for key, value in values.items()]
-        return self.command("station", "--set", *pairs, "--", _named(station))
+        return self.command("station", "--set", *pairs, "--", _station_argument(station))
 
     # ---- Faults ----
 
     def add_fault(
         self, kind: str, command: str = "*", *, after: int = 0, times: int = 0, delay_ms: Optional[int] = None
     ) -> None:
-        """Makes requests fail: ``kind`` is delay, close, garbage, failed, split or silent; ``command`` the keyword of one
-        request as it goes over the wire, or "*" for all.
+        """Makes requests fail. ``kind`` is delay, close, garbage, failed, split or silent. ``command`` is the keyword of a
+        request on the wire, or "*" for all requests.
 
-        ``after`` so many are spared first; ``times`` so many are struck then, 0 for ever; ``delay_ms`` up to 60000, for delay
-        (1000) and split (5).
+        The fault spares the first ``after`` requests and then affects ``times`` requests; 0 means without end. ``delay_ms`` is
+        at most 60000; the kinds delay (default 1000) and split (default 5) use it.
         """
         options = [f"--command={command}", f"--after={after}", f"--times={times}"]
         if delay_ms is not None:
@@ -323,7 +335,7 @@ class Simulator:
         self.command("fault", "add", kind, *options)
 
     def faults(self) -> List[Dict[str, Any]]:
-        """The faults that are set, each with the number of requests that it has "struck"."""
+        """The active faults. The key "struck" of each is the number of requests that it has affected."""
         return _records(self.command("fault", "list")["faults"])
 
     def clear_faults(self) -> None:
@@ -333,55 +345,56 @@ class Simulator:
     # ---- USB devices ----
 
     def plug_usb(self, station: StationName, **device: Value) -> UsbDelivery:
-        """Plugs a device in; ``device`` has the keys of a plant file's usb_device, such as ident2="stick". While the station's
-        USB lock is set it is refused instead.
+        """Plugs a device in. ``device`` has the keys of a plant file's usb_device, such as ident2="stick". While the station's
+        USB lock is set, the device is refused instead.
         """
         return self._usb("plug", station, options=_device_options(device))
 
     def refuse_usb(self, station: StationName, **device: Value) -> UsbDelivery:
-        """Lets a device come that the service refuses."""
+        """Plugs a device in that the service refuses."""
         return self._usb("refuse", station, options=_device_options(device))
 
     def unplug_usb(self, station: StationName, device: str) -> UsbDelivery:
-        """Removes a device, by its ident2, its ident3 or "IDENT2*IDENT3"."""
+        """Removes a device. ``device`` is its ident2, its ident3 or "IDENT2*IDENT3"."""
         return self._usb("unplug", station, device)
 
     def set_usb_state(self, station: StationName, device: str, state: int) -> UsbDelivery:
-        """Changes a device's state."""
+        """Changes the state of a device."""
         return self._usb("state", station, device, str(state))
 
     def usb_devices(self, station: Optional[StationName] = None) -> List[Dict[str, Any]]:
-        """The devices that are plugged in, at one station or at all."""
-        where = [] if station is None else ["--", _named(station)]
+        """The devices that are plugged in, at one station or at all stations."""
+        where = [] if station is None else ["--", _station_argument(station)]
         return _records(self.command("usb", "list", *where)["devices"])
 
     def _usb(self, what: str, station: StationName, *more: str, options: Sequence[str] = ()) -> UsbDelivery:
-        told = self.command("usb", what, *options, "--", _named(station), *more)
-        return UsbDelivery(IPv4Address(told["station"]), told["ident2"], told["ident3"], told["delivery"])
+        reply = self.command("usb", what, *options, "--", _station_argument(station), *more)
+        return UsbDelivery(IPv4Address(reply["station"]), reply["ident2"], reply["ident3"], reply["delivery"])
 
     # ---- Events of embedded stations ----
 
     def publish(self, name: str, data: str) -> int:
-        """Publishes an event of embedded stations; tells to how many listeners."""
-        told = self.command("event", "--", f"{name}, {data}", could_not_is_told=True)
-        return int(told["listeners"])
+        """Publishes an event of embedded stations. Returns the number of listeners."""
+        reply = self.command("event", "--", f"{name}, {data}", could_not_is_told=True)
+        return int(reply["listeners"])
 
     def wait_for_listeners(self, count: int = 1, timeout: float = 10.0) -> None:
-        """Waits until so many programs listen for events of embedded stations; EventTimeout."""
-        self._wait(lambda: int(self.status()["event_listeners"]) >= count, timeout, "nobody listens for events")
+        """Waits until ``count`` programs listen for events of embedded stations. Raises EventTimeout."""
+        too_few = f"fewer than {count} programs listen for events"
+        self._wait(lambda: int(self.status()["event_listeners"]) >= count, timeout, too_few)
 
     # ---- The remote side of agents ----
 
     def ask_agent(self, session: int, request: str, timeout: int = 10) -> str:
-        """Sends a request to the agent of a session, as its remote hardware service, and tells its reply.
+        """Sends a request to the agent of a session, as its remote hardware service does, and returns the agent's reply.
 
-        SimulatorError where no agent is connected, or none answers within so many seconds (1 to 600).
+        Raises SimulatorError if no agent is connected, or the agent does not reply within ``timeout`` seconds (1 to 600).
         """
         question = ("remote", "ask", f"--timeout={timeout}", "--", str(session), request)
         return str(self.command(*question, seconds=timeout + COMMAND_SECONDS)["reply"])
 
     def wait_for_agent(self, session: int, timeout: float = 10.0) -> None:
-        """Waits until an agent is connected; EventTimeout."""
+        """Waits until an agent is connected. Raises EventTimeout."""
 
         def connected() -> bool:
             sessions = self.command("remote", "list")["sessions"]
@@ -390,59 +403,62 @@ class Simulator:
         self._wait(connected, timeout, f"no agent is connected in session {session}")
 
     def close_agent(self, session: int, reset: bool = False, away: Optional[int] = None) -> None:
-        """Ends the connection of a session's agent, or resets it as a crash would; it comes again after 5 s. With ``away`` the
-        port is closed too, for so many seconds (1 to 600), agent or not, as while the other side restarts.
+        """Ends the connection of a session's agent; with ``reset``, resets it as a crash would. The agent connects again after
+        5 s. ``away`` also closes the port for that many seconds (1 to 600), with or without an agent, as if the remote side
+        restarted.
         """
         absence = [] if away is None else [f"--for={away}"]
         self._run("remote", "close", str(session), *_option("reset", reset), *absence)
 
     def indications(self, session: int) -> List[str]:
-        """The indications that a session's agent has pushed, each as it came, "I01:..."."""
-        told = self._run("remote", "log", f"--session={session}", "--json").splitlines()
-        records = [json.loads(line) for line in told]
+        """The indications that a session's agent has pushed, unchanged: "I01:..."."""
+        lines = self._run("remote", "log", f"--session={session}", "--json").splitlines()
+        records = [json.loads(line) for line in lines]
         return [str(record["text"]) for record in records if record["kind"] == "indication"]
 
-    # ---- kvosim itself ----
+    # ---- Commands of kvosim ----
 
     def command(
         self, *arguments: str, could_not_is_told: bool = False, seconds: Optional[float] = None
     ) -> Dict[str, Any]:
-        """Runs a command of kvosim (``kvosim --help``) against the simulator, and tells its answer.
+        """Runs a command of kvosim (``kvosim --help``) for this simulator, and returns its JSON reply.
 
-        Raises NoSimulator; SimulatorError where it refused, or could not, or took longer than so many seconds. Behind "--"
-        nothing is taken for an option.
+        Raises NoSimulator; SimulatorError if the command was refused, failed, or took longer than ``seconds``. With
+        ``could_not_is_told``, returns the reply of a command that failed, if it printed one. Arguments after "--" are not
+        options.
         """
         words = list(arguments)
         words.insert(words.index("--") if "--" in words else len(words), "--json")
-        told = json.loads(self._run(*words, could_not_is_told=could_not_is_told, seconds=seconds))
-        return dict(told)
+        return dict(json.loads(self._run(*words, could_not_is_told=could_not_is_told, seconds=seconds)))
 
     def _run(self, *arguments: str, could_not_is_told: bool = False, seconds: Optional[float] = None) -> str:
         limit = COMMAND_SECONDS if seconds is None else seconds
-        # kvosim reads and writes UTF-8, whatever the locale.
+        # kvosim reads and writes UTF-8 in every locale.
         words = [one.encode("utf-8", "surrogateescape") for one in arguments]
         try:
             ended = subprocess.run(
                 [os.fsencode(self._program), *words], stdin=subprocess.DEVNULL, capture_output=True, timeout=limit
             )
         except subprocess.TimeoutExpired as error:
-            raise SimulatorError(f"kvosim {' '.join(arguments)} has not come back within {limit:g} s") from error
+            raise SimulatorError(f"kvosim {' '.join(arguments)} did not end within {limit:g} s") from error
         if ended.returncode == 0 or (could_not_is_told and ended.returncode == 1 and ended.stdout):
             return decode(ended.stdout)
         kind = NoSimulator if ended.returncode == STATUS_NO_SIMULATOR else SimulatorError
         raise kind(decode(ended.stderr).strip() or f"kvosim ended with status {ended.returncode}", ended.returncode)
 
-    def _wait(self, condition: Callable[[], bool], timeout: float, otherwise: str) -> None:
+    def _wait(self, condition: Callable[[], bool], timeout: float, failure: str) -> None:
         until = time.monotonic() + timeout
         while not condition():
             if time.monotonic() > until:
-                raise EventTimeout(f"{otherwise}, after {timeout} s")
+                raise EventTimeout(f"{failure}, after {timeout} s")
             time.sleep(POLL_SECONDS)
 
 
 @lru_cache(maxsize=None)
-def _has_private_place() -> bool:
-    """Whether this process has one; says once why not. Raises NamespaceError where it is this process that cannot."""
+def _has_private_folder() -> bool:
+    """Whether this process has a private folder. If not, prints the reason once. Raises NamespaceError if the cause is this
+    process.
+    """
     try:
         enter_private_namespace()
     except NamespaceRefused as refused:
@@ -455,13 +471,13 @@ def _device_options(device: Dict[str, Value]) -> List[str]:
     return [option for name, value in device.items() for option in _option(name, value)]
 
 
-def _all_of(said: IO[str]) -> str:
-    # Without moving the place in the file, at which kvosim writes on.
-    return os.pread(said.fileno(), os.fstat(said.fileno()).st_size, 0).decode("utf-8", "replace")
+def _text_of(messages: IO[str]) -> str:
+    # pread does not move the position at which kvosim continues to write.
+    return os.pread(messages.fileno(), os.fstat(messages.fileno()).st_size, 0).decode("utf-8", "replace")
 
 
-def _records(told: Any) -> List[Dict[str, Any]]:
-    return [dict(one) for one in told]
+def _records(rows: Any) -> List[Dict[str, Any]]:
+    return [dict(one) for one in rows]
 
 
 def _find_kvosim(chosen: Optional[PathText]) -> str:
@@ -469,7 +485,7 @@ def _find_kvosim(chosen: Optional[PathText]) -> str:
     found = shutil.which(program)
     if found is None:
         raise SimulatorError(
-            f"there is no program {program}; install kvosim, give its path as kvosim=..., "
-            f"or set {KVOSIM_VARIABLE}, as to build/release/bin/kvosim"
+            f"the program {program} was not found; install kvosim, pass its path as kvosim=..., "
+            f"or set {KVOSIM_VARIABLE} to it, such as build/release/bin/kvosim"
         )
     return found

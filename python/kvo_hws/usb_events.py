@@ -1,4 +1,4 @@
-"""USB events: every device that arrives, leaves, is refused or changes its state at any station."""
+"""USB events of all stations: a device was plugged in, removed or refused, or changed its state."""
 
 from __future__ import annotations
 
@@ -11,19 +11,19 @@ from ipaddress import IPv4Address
 from typing import Any, Callable, Optional, Set, Type
 
 from . import _structures as c
-from ._events import EventSource, Inbox, close_or_report, report, visits
-from ._library import call, on_own_thread
+from ._events import EventQueue, EventSource, active_callbacks, close_preserving, report_unraisable
+from ._library import call, run_on_library_thread
 from ._sized import decode
 from .errors import EventTimeout, NoEvents, NotConnected, ServerFailed, ServiceError
 
-ANSWER_DONE = 1
-ANSWER_FAILED = -1
-LONGEST_CLOSE = 10.0
-"""Seconds for the service to answer that events are ended: 4 for its reply, and as much for a server that does not stop."""
+RESULT_DONE = 1
+RESULT_FAILED = -1
+MAX_CLOSE_SECONDS = 10.0
+"""How long close waits for the service to confirm the end: 4 s for its reply, and 4 s for a server that does not stop."""
 
 
 class UsbEventCode(enum.IntEnum):
-    """What a callback of the library is told."""
+    """The codes that the library passes to its callback."""
 
     ACTIVATED = 1
     DEACTIVATED = 2
@@ -37,23 +37,23 @@ class UsbEventCode(enum.IntEnum):
     NO_SERVICE = 102
 
 
-ENDS = frozenset(
+END_CODES = frozenset(
     {UsbEventCode.DEACTIVATED, UsbEventCode.SERVER_FAILED, UsbEventCode.REFUSED, UsbEventCode.NO_SERVICE}
 )
 
 
 @dataclass(frozen=True)
 class UsbEvent:
-    """Something happened to a device; the subclasses tell what. The two idents tell the devices of a station apart."""
+    """Something happened to a device; the subclass shows what. The two idents identify a device of a station."""
 
     ip_address: str
-    """The station, as the service wrote it."""
+    """The station's address, as the service sent it."""
     ident2: str
     ident3: str
 
     @property
     def station(self) -> IPv4Address:
-        """The station's address; ValueError where the service wrote something else."""
+        """The station's address. ValueError if the service sent something else."""
         return IPv4Address(self.ip_address)
 
 
@@ -74,7 +74,7 @@ class UsbDeviceArrived(UsbEvent):
 
 @dataclass(frozen=True)
 class UsbDeviceRefused(UsbEvent):
-    """A device came that the service refuses."""
+    """A device was plugged in, and the service refused it."""
 
     text4: str
     text5: str
@@ -82,7 +82,7 @@ class UsbDeviceRefused(UsbEvent):
     number1: int
     number2: int
     number3: int
-    """The low 8 bits of what was sent."""
+    """The low 8 bits of the number that the service sent."""
 
 
 @dataclass(frozen=True)
@@ -98,25 +98,25 @@ class UsbDeviceRemoved(UsbEvent):
 
 
 OnUsbEvent = Callable[[UsbEvent], Optional[bool]]
-"""A callback: False says that it failed, and so does an exception; everything else, None too, that it was done."""
+"""A callback. False or an exception means that it failed; any other result, including None, means success."""
 
 
-def _read(code: UsbEventCode, payload: Any) -> UsbEvent:
+def _event_of(code: UsbEventCode, payload: Any) -> UsbEvent:
     record = {
         UsbEventCode.REMOVED: payload.removed,
         UsbEventCode.STATE: payload.state,
     }.get(code, payload.device)
-    who = (decode(record.ipAddress), decode(record.ident2), decode(record.ident3))
+    device = (decode(record.ipAddress), decode(record.ident2), decode(record.ident3))
     if code == UsbEventCode.REMOVED:
-        return UsbDeviceRemoved(*who)
+        return UsbDeviceRemoved(*device)
     if code == UsbEventCode.STATE:
-        return UsbDeviceState(*who, record.state)
+        return UsbDeviceState(*device, record.state)
     texts = (decode(record.text4), decode(record.text5))
     numbers = (record.number1, record.number2)
     if code == UsbEventCode.DEVICE_REFUSED:
-        return UsbDeviceRefused(*who, *texts, decode(record.text8), *numbers, record.number3)
+        return UsbDeviceRefused(*device, *texts, decode(record.text8), *numbers, record.number3)
     more = (decode(record.text6), decode(record.text7))
-    return UsbDeviceArrived(*who, *texts, *more, *numbers, record.flagWord, record.flagBits)
+    return UsbDeviceArrived(*device, *texts, *more, *numbers, record.flagWord, record.flagBits)
 
 
 class UsbEvents(EventSource[UsbEvent]):
@@ -126,59 +126,60 @@ class UsbEvents(EventSource[UsbEvent]):
             event = events.get(timeout=5)
             for event in events: ...
 
-    Without ``on_event`` events are told done to the service as they come, and wait here to be taken: by get, by iterating, by
-    within. With ``on_event`` they go to it instead, and its answer is what the service is told; get and iterating then wait for
-    the end.
+    Without ``on_event``, each event is reported to the service as done when it arrives, and waits in a queue until get,
+    iteration or within takes it. With ``on_event``, each event is passed to that function, and its result is reported to the
+    service; get and iteration then only wait for the end.
 
-    ``on_event`` is called on threads of the library, one for each event, several at once: what it shares with the rest of the
-    program needs a lock. The service waits for its answer for 4 s. What it raises counts as failed, and is raised by the next
-    get, iteration or close; a second exception before that goes to sys.unraisablehook. It may call everything of this package.
+    The library calls ``on_event`` on its own threads, one for each event, several at once. Protect data that it shares with the
+    rest of the program with a lock. The service waits for its result for 4 s. If it raises, it has failed, and the next get,
+    iteration or close raises the exception; a second exception before that goes to sys.unraisablehook. It may call everything
+    in this package.
 
-    One program of a panel has the events at a time: starting takes them from the one that had them. Where another program takes
-    them, or the service ends them, iterating ends, and ``end`` tells the code. One object of a process has them at a time.
-    Once ended, an object can be started again.
+    Only one program of a panel receives the events at a time: starting takes them from the program that had them. If another
+    program takes them, or the service ends them, iteration ends, and ``end`` is the code. Only one object of a process receives
+    them at a time. After the end, an object can be started again.
     """
 
     def __init__(self, on_event: Optional[OnUsbEvent] = None) -> None:
         self._on_event = on_event
-        self._state = threading.Condition()
+        self._code_changed = threading.Condition()
         self._code: Optional[UsbEventCode] = None
         self._closing = False
-        self._inbox = Inbox[UsbEvent]("USB events", begun=False)
+        self._queue = EventQueue[UsbEvent]("USB events", started=False)
 
     @property
     def active(self) -> bool:
-        """Whether the service has accepted the activation, and no end has come since."""
+        """Whether the service has accepted the activation, and the events have not ended since."""
         return self._code == UsbEventCode.ACTIVATED
 
     @property
     def end(self) -> Optional[UsbEventCode]:
-        """The code of the end; None where none has come."""
+        """The code of the end; None if the events have not ended."""
         code = self._code
-        return code if code in ENDS else None
+        return code if code in END_CODES else None
 
     def start(self, timeout: float = 10.0) -> None:
-        """Activates the events, and waits until the service has accepted that; where there is none, or one that is still
-        starting, until it is ready, for ``timeout`` seconds at most. (KVO_HWS_activateUSBEventsV2)
+        """Activates the events, and waits at most ``timeout`` seconds until the service accepts that. If no service is running,
+        or it is still starting, waits until it is ready. (KVO_HWS_activateUSBEventsV2)
 
-        Raises EventTimeout where the service was not ready in time, ServiceError where it refuses, NotConnected where it went
-        away just then, ServerFailed, NoThread; RuntimeError where this process has them already.
+        Raises EventTimeout if the service was not ready in time; ServiceError if it refuses; NotConnected if it ended at that
+        moment; ServerFailed; NoThread; and RuntimeError if this process already receives the events.
         """
-        _take_over(self)
+        _claim(self)
         self._code = None
         self._closing = False
-        self._inbox = Inbox[UsbEvent]("USB events")
+        self._queue = EventQueue[UsbEvent]("USB events")
         try:
-            on_own_thread(lambda: call("KVO_HWS_activateUSBEventsV2", _callback))
-            self._await_activation(timeout)
+            run_on_library_thread(lambda: call("KVO_HWS_activateUSBEventsV2", _callback))
+            self._wait_for_activation(timeout)
         except BaseException as failure:
-            close_or_report(self.close, failure)
+            close_preserving(self.close, failure)
             raise
 
-    def _await_activation(self, timeout: float) -> None:
-        with self._state:
-            told = self._state.wait_for(lambda: self._code == UsbEventCode.ACTIVATED or self.end is not None, timeout)
-        if not told:
+    def _wait_for_activation(self, timeout: float) -> None:
+        with self._code_changed:
+            decided = self._code_changed.wait_for(lambda: self._code == UsbEventCode.ACTIVATED or self.end is not None, timeout)
+        if not decided:
             raise EventTimeout(f"the service was not ready to send USB events within {timeout} s")
         function = "KVO_HWS_activateUSBEventsV2"
         if self.end == UsbEventCode.NO_SERVICE:
@@ -189,62 +190,62 @@ class UsbEvents(EventSource[UsbEvent]):
             raise ServiceError(function, -1, "the service refused to send USB events")
 
     def close(self) -> None:
-        """Ends the events, and waits until the service has been told. (KVO_HWS_closeUSBEvents)
+        """Ends the events, and waits until the service knows. Takes about a second. (KVO_HWS_closeUSBEvents)
 
-        Events that came before can still be taken. Does nothing where they have ended already. Raises ServerFailed, and what
-        ``on_event`` has raised. Takes about a second. May be called by ``on_event``, which does not wait then.
+        Events that arrived before can still be taken. Does nothing if the events have already ended. Raises ServerFailed, and
+        the exception of ``on_event``. ``on_event`` may call it too; then it does not wait.
         """
         if _current is self:
             try:
                 self._end_activation()
             finally:
-                self._inbox.end()
-        self._inbox.raise_failure()
+                self._queue.end()
+        self._queue.raise_pending()
 
     def _end_activation(self) -> None:
-        """Until its end is told the object is the one that has the events: the next one would take that end for its own."""
+        """This object keeps the events until their end arrives; otherwise the next object would take that end as its own."""
         if self.end is None and not self._closing:
             self._closing = True
             try:
-                on_own_thread(lambda: call("KVO_HWS_closeUSBEvents"))
+                run_on_library_thread(lambda: call("KVO_HWS_closeUSBEvents"))
             except NoEvents:
-                _leave(self)  # they ended on their own, just now
+                _release(self)  # the service or another program has just ended them
                 return
         if threading.get_ident() not in _callback_threads:
-            self._await_end()
+            self._wait_for_end()
 
-    def _await_end(self) -> None:
-        with self._state:
-            self._state.wait_for(lambda: self.end is not None, LONGEST_CLOSE)
-        _leave(self)
+    def _wait_for_end(self) -> None:
+        with self._code_changed:
+            self._code_changed.wait_for(lambda: self.end is not None, MAX_CLOSE_SECONDS)
+        _release(self)
 
     def __enter__(self) -> UsbEvents:
         self.start()
         return self
 
-    def __exit__(self, kind: Optional[Type[BaseException]], another: Optional[BaseException], trace: object) -> None:
-        close_or_report(self.close, another)
+    def __exit__(self, kind: Optional[Type[BaseException]], active: Optional[BaseException], trace: object) -> None:
+        close_preserving(self.close, active)
 
     # ---- On the library's threads ----
 
-    def _told(self, code: UsbEventCode) -> int:
-        with self._state:
+    def _handle_code(self, code: UsbEventCode) -> int:
+        with self._code_changed:
             if self.end is None:
                 self._code = code
-            self._state.notify_all()
-        if code in ENDS:
-            self._inbox.end()
-        return ANSWER_DONE
+            self._code_changed.notify_all()
+        if code in END_CODES:
+            self._queue.end()
+        return RESULT_DONE
 
-    def _happened(self, event: UsbEvent) -> int:
+    def _handle_event(self, event: UsbEvent) -> int:
         if self._on_event is None:
-            self._inbox.put(event)
-            return ANSWER_DONE
+            self._queue.put(event)
+            return RESULT_DONE
         try:
-            return ANSWER_FAILED if self._on_event(event) is False else ANSWER_DONE
+            return RESULT_FAILED if self._on_event(event) is False else RESULT_DONE
         except BaseException as failure:
-            self._inbox.fail(failure)
-            return ANSWER_FAILED
+            self._queue.record(failure)
+            return RESULT_FAILED
 
 
 _current: Optional[UsbEvents] = None
@@ -252,18 +253,18 @@ _change = threading.Lock()
 _callback_threads: Set[int] = set()
 
 
-def _take_over(events: UsbEvents) -> None:
+def _claim(events: UsbEvents) -> None:
     global _current
-    before = _current
-    if before is not None and before._closing:
-        before._await_end()
+    previous = _current
+    if previous is not None and previous._closing:
+        previous._wait_for_end()
     with _change:
         if _current is not None and _current.end is None:
-            raise RuntimeError("this process has the USB events already; close the other UsbEvents first")
+            raise RuntimeError("this process already receives the USB events; close the other UsbEvents first")
         _current = events
 
 
-def _leave(events: UsbEvents) -> None:
+def _release(events: UsbEvents) -> None:
     global _current
     with _change:
         if _current is events:
@@ -271,43 +272,43 @@ def _leave(events: UsbEvents) -> None:
 
 
 def _receive(event: Any) -> int:
-    """The library's callback. Late calls may come after an end; then nobody is there for them."""
+    """The library's callback. It may still be called after an end; then no object receives the event."""
     thread = threading.get_ident()
-    with visits:
+    with active_callbacks:
         _callback_threads.add(thread)
         try:
             receiver = _current
             if receiver is None:
-                return ANSWER_FAILED
+                return RESULT_FAILED
             code = UsbEventCode(event.contents.code)
-            if code in ENDS or code in (UsbEventCode.BEGIN, UsbEventCode.ACTIVATED):
-                return receiver._told(code)
-            return receiver._happened(_read(code, event.contents.payload))
-        except BaseException as failure:  # none may pass into C
-            report(failure)
-            return ANSWER_FAILED
+            if code in END_CODES or code in (UsbEventCode.BEGIN, UsbEventCode.ACTIVATED):
+                return receiver._handle_code(code)
+            return receiver._handle_event(_event_of(code, event.contents.payload))
+        except BaseException as failure:  # must not enter the C code
+            report_unraisable(failure)
+            return RESULT_FAILED
         finally:
             _callback_threads.discard(thread)
 
 
-# Kept for the life of the process: the library may call it shortly after a close.
+# Lives as long as the process: the library may call it shortly after a close.
 _callback = c.UsbEventCallback(_receive)
 
 
 @atexit.register
-def _end_with_the_process() -> None:
-    """No thread of the library may come to an interpreter that is ending."""
+def _close_at_exit() -> None:
+    """A thread of the library must not enter an interpreter that is ending."""
     events = _current
     if events is not None:
-        close_or_report(events.close, SystemExit())
+        close_preserving(events.close, SystemExit())
 
 
-def _forget() -> None:
-    """A child that was forked has neither the library's threads nor what its parent has activated."""
+def _reset_in_child() -> None:
+    """A forked child has neither the library's threads nor the events that its parent activated."""
     global _current, _change
     _current = None
     _callback_threads.clear()
     _change = threading.Lock()
 
 
-os.register_at_fork(after_in_child=_forget)
+os.register_at_fork(after_in_child=_reset_in_child)

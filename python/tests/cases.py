@@ -1,4 +1,4 @@
-"""Every request, once or more: what the station is like before, what the method says, and what the station is like after."""
+"""The cases of test_requests.py: at least one for every request, with the station before, the result, and the station after."""
 
 from __future__ import annotations
 
@@ -21,17 +21,17 @@ from kvo_hws import (
     UsbLock,
 )
 
-HERE = "10.0.0.5"
-MILL = Station(IPv4Address(HERE), "Fräszentrum 1", 1024, 768, 16)
+MILL_IP = "10.0.0.5"
+MILL = Station(IPv4Address(MILL_IP), "Fräszentrum 1", 1024, 768, 16)
 LATHE = Station(IPv4Address("10.0.0.6"), "Lathe 1", 640, 480, 8)
-MILL_EX = StationEx(IPv4Address(HERE), "Fräszentrum 1", 1024, 768, 16, (1, 2, 3, 4, 5, 6, 0xFFFFFFFF))
+MILL_EX = StationEx(IPv4Address(MILL_IP), "Fräszentrum 1", 1024, 768, 16, (1, 2, 3, 4, 5, 6, 0xFFFFFFFF))
 LATHE_EX = StationEx(IPv4Address("10.0.0.6"), "Lathe 1", 640, 480, 8, (0, 0, 0, 0, 0, 0, 0))
 
 
 class Case(NamedTuple):
-    """One call of a method."""
+    """One call of a method. ``before`` and ``after`` are keys of the station in the plant."""
 
-    of: Any
+    target: Any
     method: str
     arguments: Tuple[Any, ...]
     result: Any
@@ -39,18 +39,18 @@ class Case(NamedTuple):
     after: Dict[str, Any] = {}
 
     def call(self) -> Any:
-        return getattr(self.of, self.method)(*self.arguments)
+        return getattr(self.target, self.method)(*self.arguments)
 
     def __str__(self) -> str:
-        return f"{type(self.of).__name__}.{self.method}"
+        return f"{type(self.target).__name__}.{self.method}"
 
 
 def reads(method: str, before: Dict[str, Any], result: Any, *arguments: Any) -> Case:
-    return Case(Panel(HERE), method, arguments, result, before=before)
+    return Case(Panel(MILL_IP), method, arguments, result, before=before)
 
 
 def writes(method: str, arguments: Tuple[Any, ...], after: Dict[str, Any], result: Any = None, **before: Any) -> Case:
-    return Case(Panel(HERE), method, arguments, result, before=before, after=after)
+    return Case(Panel(MILL_IP), method, arguments, result, before=before, after=after)
 
 
 def asks(method: str, result: Any, *arguments: Any, **before: Any) -> Case:
@@ -71,7 +71,7 @@ CASES = [
     asks("unlock_registry", None),
     asks("get_stations", [MILL, LATHE]),
     asks("get_stations_ex", [MILL_EX, LATHE_EX]),
-    asks("find_station", MILL_EX, HERE),
+    asks("find_station", MILL_EX, MILL_IP),
     asks("find_station", LATHE_EX, None, "Lathe 1"),
     asks("find_station", MILL_EX, None, "Fräszentrum 1"),
     asks("find_station", None, "10.9.9.9"),

@@ -1,4 +1,4 @@
-"""What the tests share: a place of their own for the library's sockets, and a simulated plant in it."""
+"""Fixtures: a private folder for the library's sockets, and a simulated plant in it."""
 
 from __future__ import annotations
 
@@ -45,21 +45,21 @@ attr3 = 8
 
 
 def wait_for(condition: Callable[[], bool], seconds: float = 20) -> None:
-    """Waits until something is so; fails where it does not become so in time."""
+    """Waits until the condition is true. Fails if it is not true in time."""
     until = time.monotonic() + seconds
     while not condition():
-        assert time.monotonic() < until, "it did not come about in time"
+        assert time.monotonic() < until, "the condition did not become true in time"
         time.sleep(0.01)
 
 
 def pytest_configure(config: pytest.Config) -> None:
-    """Before any test has started a thread."""
+    """Enters the namespace before a test starts a thread."""
     enter_private_namespace()
 
 
 @pytest.fixture(scope="module")
 def plant() -> Iterator[Simulator]:
-    """A plant of two stations, for all tests of a file."""
+    """A plant with two stations, for all tests of a file."""
     with Simulator(plant_text=PLANT, remote=[3]) as simulator:
         yield simulator
 
@@ -81,7 +81,7 @@ def no_plant(plant: Simulator) -> None:
 
 @pytest.fixture
 def calls(monkeypatch: pytest.MonkeyPatch) -> List[str]:
-    """The names of the C functions that are called from here on."""
+    """The names of the C functions that the test calls."""
     called: List[str] = []
     function = _library._function
 

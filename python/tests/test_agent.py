@@ -1,4 +1,4 @@
-"""The remote agent: what it answers, what the host's callback is asked, and how it ends."""
+"""The remote agent: its replies, the commands to the host's callback, and its end."""
 
 from __future__ import annotations
 
@@ -8,7 +8,7 @@ import time
 from typing import Any, List, Optional
 
 import pytest
-from cases import HERE
+from cases import MILL_IP
 from conftest import wait_for
 
 from kvo_hws import (
@@ -25,12 +25,12 @@ from kvo_hws import (
 SESSION = 3
 
 
-def test_the_remote_side_asks_and_the_host_answers(simulator: Simulator) -> None:
-    came: List[AgentCommand] = []
+def test_the_agent_answers_requests_and_pushes_events(simulator: Simulator) -> None:
+    received: List[AgentCommand] = []
     answers = {"stop-viewer": True, "stop-viewer-preempt": False, "activate-me": False, "set-darken": True}
 
     def on_command(command: AgentCommand) -> Optional[bool]:
-        came.append(command)
+        received.append(command)
         assert Service().is_ready()
         return answers.get(command.name)
 
@@ -38,8 +38,8 @@ def test_the_remote_side_asks_and_the_host_answers(simulator: Simulator) -> None
         kvo_index=7, channel_on_focus=2, screen_on_focus="Maschine", suspend_lock=1, suspend_prio=9, startup_active=2,
         startup_prio=44, mcp=True,
     )  # fmt: skip
-    simulator.set_station(HERE, mcp_address=17)
-    with Agent(HERE, "127.0.0.1", SESSION, on_command, options=options) as agent:
+    simulator.set_station(MILL_IP, mcp_address=17)
+    with Agent(MILL_IP, "127.0.0.1", SESSION, on_command, options=options) as agent:
         simulator.wait_for_agent(SESSION)
         with pytest.raises(NotNegotiated):
             agent.push("too early")
@@ -70,17 +70,17 @@ def test_the_remote_side_asks_and_the_host_answers(simulator: Simulator) -> None
         simulator.close_agent(SESSION, reset=True)
         wait_for(lambda: simulator.command("remote", "list")["sessions"][0]["agent"] is None)
     assert (agent.running, agent.negotiated) == (False, False)
-    assert came[0] == AgentCommand("stop-viewer")
-    assert came[-1] == AgentCommand("set-statusline", "1,2,Fräsen=gut")
+    assert received[0] == AgentCommand("stop-viewer")
+    assert received[-1] == AgentCommand("set-statusline", "1,2,Fräsen=gut")
     with pytest.raises(NullPointer):
         agent.push("too late")
 
 
-def test_what_the_callback_raises_fails_the_command_and_is_raised(
+def test_an_exception_in_the_callback_fails_the_command_and_is_raised_later(
     simulator: Simulator, monkeypatch: pytest.MonkeyPatch
 ) -> None:
     reported: List[Any] = []
-    monkeypatch.setattr(sys, "unraisablehook", lambda told: reported.append(told.exc_type))
+    monkeypatch.setattr(sys, "unraisablehook", lambda unraisable: reported.append(unraisable.exc_type))
 
     def on_command(command: AgentCommand) -> bool:
         entered.set()
@@ -88,22 +88,22 @@ def test_what_the_callback_raises_fails_the_command_and_is_raised(
         raise LookupError(command.name)
 
     entered = threading.Event()
-    with pytest.raises(LookupError, match="stop-viewer"), Agent(HERE, session=SESSION, on_command=on_command) as agent:
+    with pytest.raises(LookupError, match="stop-viewer"), Agent(MILL_IP, session=SESSION, on_command=on_command) as agent:
         simulator.wait_for_agent(SESSION)
         assert simulator.ask_agent(SESSION, "activate-me") == "failed"
         with pytest.raises(LookupError, match="activate-me"):
             agent.push("first")
         assert simulator.ask_agent(SESSION, "stop-viewer") == "failed"
-        # The clean-up waits for a callback that runs, and lets it run.
+        # The clean-up waits for a running callback, and does not block it.
         entered.clear()
-        asker = threading.Thread(target=simulator.ask_agent, args=(SESSION, "set-darken=1"))
-        asker.start()
+        requester = threading.Thread(target=simulator.ask_agent, args=(SESSION, "set-darken=1"))
+        requester.start()
         assert entered.wait(5)
-    asker.join()
+    requester.join()
     assert reported == [LookupError]
 
 
-def test_the_focus_may_be_given_by_its_name_and_the_callback_may_close(simulator: Simulator) -> None:
+def test_the_focus_can_be_a_name_and_the_callback_can_close_the_agent(simulator: Simulator) -> None:
     def on_command(command: AgentCommand) -> bool:
         agent.close()
         return True
@@ -117,26 +117,26 @@ def test_the_focus_may_be_given_by_its_name_and_the_callback_may_close(simulator
     assert not agent.running
 
 
-def test_an_agent_that_finds_no_station_ends_by_itself(simulator: Simulator) -> None:
+def test_an_agent_with_an_unknown_station_ends(simulator: Simulator) -> None:
     with Agent("10.9.9.9", session=SESSION) as agent:
         wait_for(lambda: not agent.running)
         with pytest.raises(AlreadyRunning):
-            Agent(HERE).start()
+            Agent(MILL_IP).start()
 
 
-def test_parameters_that_the_agent_could_not_take_are_refused() -> None:
+def test_invalid_parameters_are_rejected() -> None:
     with pytest.raises(TypeError):
         Agent()
     with pytest.raises(TypeError):
-        Agent(HERE, focus_name="Lathe 1")
+        Agent(MILL_IP, focus_name="Lathe 1")
     with pytest.raises(ValueError):
-        Agent(HERE, session=10)
+        Agent(MILL_IP, session=10)
     with pytest.raises(ValueError):
-        Agent(HERE, remote="nowhere")
+        Agent(MILL_IP, remote="nowhere")
     with pytest.raises(ValueError, match="screen_on_focus"):
         AgentOptions(screen_on_focus="x" * 128)
     for name, beyond in (("kvo_index", 256), ("channel_on_focus", 0), ("suspend_prio", -4), ("startup_active", 3)):
-        with pytest.raises(ValueError, match=f"{name} is {beyond}; it is "):
+        with pytest.raises(ValueError, match=f"{name} is {beyond}; it must be "):
             AgentOptions(**{name: beyond})  # type: ignore[arg-type]
     with pytest.raises(ValueError):
         Agent(focus_name="two\nkvoIndex=9")

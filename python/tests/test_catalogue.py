@@ -1,4 +1,4 @@
-"""Each method against the replies that the catalogue of requests has: what is asked, what is returned, and what is raised."""
+"""Checks each method with the replies of the catalogue of requests: the request line, the returned value, and the exception."""
 
 from __future__ import annotations
 
@@ -32,7 +32,7 @@ CATALOGUE = catalogue()
 
 
 def method_of(request: Json) -> Callable[..., Any]:
-    """The method, of an object about the catalogue's station."""
+    """The method, bound to an object for the catalogue's station."""
     owner, _, name = request["python"].rpartition(".")
     objects: Dict[str, Any] = {"Panel": Panel("10.0.0.5"), "Service": Service(), "": kvo_hws}
     found: Callable[..., Any] = getattr(objects.get(owner) or getattr(kvo_hws, owner), name)
@@ -40,7 +40,7 @@ def method_of(request: Json) -> Callable[..., Any]:
 
 
 @pytest.mark.parametrize("request_", [r for r in CATALOGUE if r["python"]], ids=lambda request: str(request["name"]))
-def test_the_method_names_its_function(request_: Json) -> None:
+def test_the_docstring_names_the_c_function(request_: Json) -> None:
     assert request_["function"] in re.findall(r"KVO_HWS_\w+", inspect.getdoc(method_of(request_)) or "")
 
 
@@ -48,7 +48,7 @@ def test_all_functions_of_the_module_are_in_the_catalogue() -> None:
     assert {name for name in PROTOTYPES if name.startswith("KVO_HWS_")} <= {request["function"] for request in CATALOGUE}
 
 
-# ---- Those that need no more than the station ----
+# ---- Requests whose only input is the station ----
 
 
 class Exchange(NamedTuple):
@@ -59,29 +59,29 @@ class Exchange(NamedTuple):
         return f"{self.request['name']} {self.exchange['name']}"
 
 
-def is_plain(request: Json) -> bool:
-    """Whether the arguments are the station and room for outputs, as far as there are any."""
+def takes_only_a_station(request: Json) -> bool:
+    """Whether the only arguments are the station and buffers for outputs, or none."""
     usual = [exchange for exchange in request["exchanges"] if exchange["usual"]]
-    plain = all(isinstance(argument, dict) for exchange in usual for argument in exchange["arguments"])
-    return plain and len(request["commands"]) == 1 and request["python"].startswith(("Panel.", "Service."))
+    no_inputs = all(isinstance(argument, dict) for exchange in usual for argument in exchange["arguments"])
+    return no_inputs and len(request["commands"]) == 1 and request["python"].startswith(("Panel.", "Service."))
 
 
 def exchanges() -> Iterator[Exchange]:
     for request in CATALOGUE:
         for exchange in request["exchanges"]:
-            if is_plain(request) and exchange["usual"]:
+            if takes_only_a_station(request) and exchange["usual"]:
                 yield Exchange(request, exchange)
 
 
-class Replies:
-    """A service that gives one reply, or closes the connection."""
+class OneReplyService:
+    """A service that sends one reply, or closes the connection. With "absent" in the catalogue it does not listen."""
 
     def __init__(self, exchange: Json) -> None:
         self._exchange = exchange
         self._listener: Optional[socket.socket] = None
-        self.heard: List[str] = []
+        self.received: List[str] = []
 
-    def __enter__(self) -> Replies:
+    def __enter__(self) -> OneReplyService:
         if self._exchange["service"] != "absent":
             SOCKET.parent.mkdir(parents=True, exist_ok=True)
             self._listener = socket.socket(socket.AF_UNIX)
@@ -105,44 +105,44 @@ class Replies:
             except OSError:
                 return
             with connection, connection.makefile("rwb") as lines:
-                self.heard.append(lines.readline().decode().rstrip("\n"))
+                self.received.append(lines.readline().decode().rstrip("\n"))
                 if self._exchange["replies"]:
                     lines.write(self._exchange["replies"][0].encode() + b"\n")
 
 
-def readings(stored: str) -> List[object]:
-    """What stored bytes can be in Python: an unsigned or a signed number, or a text."""
+def interpretations(stored: str) -> List[object]:
+    """The possible Python values of stored bytes: an unsigned number, a signed number, and a text."""
     content = bytes.fromhex(stored)
     numbers: List[object] = [int.from_bytes(content[:4], "little"), int.from_bytes(content[:4], "little", signed=True)]
     return [*numbers, content.rstrip(b"\0").decode("utf-8", "replace")]
 
 
-def agrees(value: Any, stored: List[str]) -> bool:
-    """Whether a returned number, text or tuple is what was stored; of other objects nothing is said here."""
+def matches(value: Any, stored: List[str]) -> bool:
+    """Whether a returned number, text or tuple equals the stored bytes. Objects of other types are not checked."""
     if isinstance(value, tuple) and len(value) == len(stored):
-        return all(agrees(part, [one]) for part, one in zip(value, stored))
+        return all(matches(part, [one]) for part, one in zip(value, stored))
     if isinstance(value, (int, float, str)) and stored:
-        return any(value in readings(one) for one in stored)
+        return any(value in interpretations(one) for one in stored)
     return True
 
 
 @pytest.mark.parametrize("row", exchanges(), ids=str)
-def test_the_method_returns_what_is_answered(row: Exchange) -> None:
+def test_the_method_returns_the_value_of_the_reply(row: Exchange) -> None:
     request, exchange = row
     failure: Optional[KvoError] = None
     value: Any = None
-    with Replies(exchange) as service:
+    with OneReplyService(exchange) as service:
         try:
             value = method_of(request)()
         except KvoError as error:
             failure = error
-    assert service.heard[:1] == exchange["commands"][:1]
+    assert service.received[:1] == exchange["commands"][:1]
     if exchange["result"] < 0:
         assert failure is not None and failure.code == exchange["result"]
         assert result_text(request["function"], exchange["result"]) in str(failure)
     elif failure is not None:
         assert failure.code == exchange["result"] == 0
     elif exchange["result"] == 1:
-        assert agrees(value, [stored for stored in exchange["values"] if stored is not None])
+        assert matches(value, [stored for stored in exchange["values"] if stored is not None])
     elif exchange["result"] == 0 and not exchange["values"]:
         assert not value

@@ -1,4 +1,4 @@
-"""Without the right to make namespaces, as in most containers; and the folder /tmp/kvo_hws that private places lie on."""
+"""Simulators without the right to create namespaces, as in most containers; and the mount point of private folders."""
 
 from __future__ import annotations
 
@@ -16,34 +16,34 @@ LIBRARY = Path(os.environ["KVO_HWS_LIBRARY"]).resolve()
 PACKAGE = Path(__file__).resolve().parents[1]
 
 
-def inside(temporary: Path, *options: str) -> List[str]:
-    """bwrap, with an own /tmp that the test sees at ``temporary``."""
+def bwrap(temporary: Path, *options: str) -> List[str]:
+    """The command bwrap with its own /tmp, which the test sees as ``temporary``."""
     kept = [word for folder in (KVOSIM.parent.parent, PACKAGE) for word in ("--bind", str(folder), str(folder))]
     return ["bwrap", *options, "--dev-bind", "/", "/", "--bind", str(temporary), "/tmp", *kept, "--"]
 
 
 def container(temporary: Path) -> List[str]:
-    """The beginning of a command that runs in a container without the right to make namespaces; skips the test where there is
-    none.
+    """The beginning of a command that runs in a container without the right to create namespaces. Skips the test if bwrap
+    cannot create the container.
     """
-    words = inside(temporary, "--unshare-user", "--disable-userns", "--cap-drop", "ALL")
-    return checked(words, "true")
+    words = bwrap(temporary, "--unshare-user", "--disable-userns", "--cap-drop", "ALL")
+    return usable(words, "true")
 
 
-def machine(temporary: Path) -> List[str]:
-    """The beginning of a command that runs with an own /tmp, and with all rights."""
+def as_root_with_own_tmp(temporary: Path) -> List[str]:
+    """The beginning of a command that runs with its own /tmp and all rights. Skips the test without root."""
     if os.getuid() != 0:
         pytest.skip("only root can have a /tmp of its own")
-    return checked(inside(temporary, "--cap-add", "ALL"), "unshare", "--mount", "true")
+    return usable(bwrap(temporary, "--cap-add", "ALL"), "unshare", "--mount", "true")
 
 
-def checked(words: List[str], *trial: str) -> List[str]:
+def usable(words: List[str], *trial: str) -> List[str]:
     try:
-        tried = subprocess.run([*words, *trial], capture_output=True, text=True)
+        result = subprocess.run([*words, *trial], capture_output=True, text=True)
     except FileNotFoundError:
         pytest.skip("missing tool: bwrap")
-    if tried.returncode:
-        pytest.skip(f"bwrap cannot make a container here: {tried.stderr.strip()}")
+    if result.returncode:
+        pytest.skip(f"bwrap cannot create a container here: {result.stderr.strip()}")
     return words
 
 
@@ -62,13 +62,13 @@ def start(words: List[str], program: str) -> "subprocess.Popen[str]":
     )
 
 
-def ended(process: "subprocess.Popen[str]") -> Tuple[str, str]:
+def output_of(process: "subprocess.Popen[str]") -> Tuple[str, str]:
     out, err = process.communicate(timeout=60)
     assert process.returncode == 0, err
     return out, err
 
 
-SERVED = """
+TWO_SIMULATORS = """
 from kvo_hws import Service, Simulator
 for stations in 5, 4:
     with Simulator(stations=stations, focus="10.0.0.1", alive=0) as simulator:
@@ -77,45 +77,44 @@ for stations in 5, 4:
 """
 
 
-def test_a_simulator_uses_the_machines_own_folder(tmp_path: Path) -> None:
-    with start(container(tmp_path), SERVED) as process:
-        out, err = "", ""
+def test_a_simulator_without_rights_uses_the_machines_own_folder(tmp_path: Path) -> None:
+    with start(container(tmp_path), TWO_SIMULATORS) as process:
         assert process.stdin is not None
         process.stdin.write("\n\n")
-        out, err = ended(process)
+        out, err = output_of(process)
     assert out == "5 10.0.0.1\n4 10.0.0.1\n"
-    rights = "(this root has no CAP_SYS_ADMIN, as in most containers" if os.getuid() == 0 else "(only root may"
+    rights = "(root has no CAP_SYS_ADMIN here, as in most containers" if os.getuid() == 0 else "(only root may"
     assert err.startswith(f"kvo_hws: no private /tmp/kvo_hws: new mount namespace: Operation not permitted {rights}")
-    assert err.endswith("; Simulator() uses the machine's own instead\n") and err.count("\n") == 1
+    assert err.endswith("; Simulator() uses the machine's own folder instead\n") and err.count("\n") == 1
     assert not (tmp_path / "kvo_hws").exists()
 
 
-def test_a_second_simulator_waits_for_its_turn(tmp_path: Path) -> None:
+def test_a_second_simulator_waits_until_the_first_one_ends(tmp_path: Path) -> None:
     words = container(tmp_path)
-    with start(words, SERVED.replace("5, 4", "5,")) as first:
+    with start(words, TWO_SIMULATORS.replace("5, 4", "5,")) as first:
         assert first.stdin is not None and first.stdout is not None
         assert first.stdout.readline() == "5 10.0.0.1\n"
-        with start(words, SERVED.replace("5, 4", "4,")) as second:
+        with start(words, TWO_SIMULATORS.replace("5, 4", "4,")) as second:
             assert second.stdin is not None and second.stderr is not None
             assert second.stderr.readline().startswith("kvo_hws: no private /tmp/kvo_hws")
             assert second.stderr.readline() == 'kvosim: waiting for another "kvosim run --shared" to end\n'
             first.stdin.write("\n")
-            assert ended(first)[0] == ""
+            assert output_of(first)[0] == ""
             second.stdin.write("\n")
-            assert ended(second) == ("4 10.0.0.1\n", "")
+            assert output_of(second) == ("4 10.0.0.1\n", "")
     wait_for(lambda: not (tmp_path / "kvo_hws").exists())
 
 
 OF_ANOTHER_USER = """
 from kvo_hws import Service, Simulator, simulator
-simulator._has_private_place = lambda: False
+simulator._has_private_folder = lambda: False
 with Simulator(stations=4):
     print(len(Service().get_stations()))
 """
 
 
-def test_a_simulator_waits_for_that_of_another_user(tmp_path: Path) -> None:
-    words = machine(tmp_path)
+def test_a_simulator_waits_for_the_run_of_another_user(tmp_path: Path) -> None:
+    words = as_root_with_own_tmp(tmp_path)
     other = [*words, "setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"]
     tmp_path.chmod(0o1777)
     for program in str(KVOSIM), sys.executable:
@@ -131,7 +130,7 @@ def test_a_simulator_waits_for_that_of_another_user(tmp_path: Path) -> None:
             assert second.stderr.readline() == waiting
             first.stdin.write("\n")
             first.stdin.close()
-            assert ended(second)[0] == "4\n"
+            assert output_of(second)[0] == "4\n"
     wait_for(lambda: not (tmp_path / "kvo_hws").exists())
 
 
@@ -143,7 +142,7 @@ os.kill(os.getpid(), signal.SIGKILL)
 """
 
 
-def test_a_program_that_is_killed_leaves_nothing(tmp_path: Path) -> None:
+def test_a_killed_program_leaves_no_folder(tmp_path: Path) -> None:
     with start(container(tmp_path), KILLED) as process:
         process.wait(timeout=60)
         wait_for(lambda: not (tmp_path / "kvo_hws").exists())
@@ -160,28 +159,28 @@ with Simulator():
 """
 
 
-def test_the_folder_is_removed_by_the_last_private_place(tmp_path: Path) -> None:
+def test_the_last_process_with_a_private_folder_removes_the_mount_point(tmp_path: Path) -> None:
     folder = tmp_path / "kvo_hws"
-    words = machine(tmp_path)
+    words = as_root_with_own_tmp(tmp_path)
     with start(words, PRIVATE) as first, start(words, PRIVATE) as second:
-        for one in first, second:
-            assert one.stdin is not None and one.stdout is not None
-            assert one.stdout.readline() == "entered\n"
-            one.stdin.write("\n")
-        assert ended(first)[0] == "3\n"
+        for process in first, second:
+            assert process.stdin is not None and process.stdout is not None
+            assert process.stdout.readline() == "entered\n"
+            process.stdin.write("\n")
+        assert output_of(first)[0] == "3\n"
         assert folder.exists()
-        # A run of kvosim holds it in the same way, and lets the place of the other one be.
+        # A run of kvosim locks the folder in the same way, and does not remove it from the other process.
         subprocess.run([*words, str(KVOSIM), "run", "--", "true"], check=True, env=environment())
         assert folder.exists()
-        assert ended(second)[0] == "3\n"
+        assert output_of(second)[0] == "3\n"
     wait_for(lambda: not folder.exists())
 
 
-def test_a_folder_that_was_there_stays(tmp_path: Path) -> None:
+def test_an_existing_folder_is_kept(tmp_path: Path) -> None:
     folder = tmp_path / "kvo_hws"
     folder.mkdir(mode=0o755)
-    with start(machine(tmp_path), PRIVATE) as process:
+    with start(as_root_with_own_tmp(tmp_path), PRIVATE) as process:
         assert process.stdin is not None
         process.stdin.write("\n")
-        assert ended(process)[0] == "entered\n3\n"
+        assert output_of(process)[0] == "entered\n3\n"
     assert folder.exists()

@@ -1,4 +1,4 @@
-"""What the page and the example show is what runs."""
+"""The example and the programs of docs/python.md run and print what is documented."""
 
 from __future__ import annotations
 
@@ -18,8 +18,8 @@ PAGE = (ROOT / "docs" / "python.md").read_text(encoding="utf-8")
 PROGRAMS: List[str] = re.findall(r"```python\n(.*?)```", PAGE, flags=re.DOTALL)
 
 
-class Ended(NamedTuple):
-    """What a program came to."""
+class ProgramResult(NamedTuple):
+    """The result of a program."""
 
     status: int
     output: List[str]
@@ -27,8 +27,8 @@ class Ended(NamedTuple):
 
 
 @pytest.fixture(scope="module")
-def runs(tmp_path_factory: pytest.TempPathFactory) -> List[Ended]:
-    """The example and the programs of the page, run side by side, each with a plant of its own."""
+def results(tmp_path_factory: pytest.TempPathFactory) -> List[ProgramResult]:
+    """Runs the example and the programs of the page in parallel, each with its own plant."""
     folder = tmp_path_factory.mktemp("programs")
     commands = [[str(ROOT / "python" / "examples" / "bench.py"), "examples/plant.toml"]]
     for number, program in enumerate(PROGRAMS):
@@ -42,15 +42,15 @@ def runs(tmp_path_factory: pytest.TempPathFactory) -> List[Ended]:
         for command in commands
     ]
     outputs = [process.communicate(timeout=60) for process in started]
-    return [Ended(one.returncode, out.splitlines(), errors) for one, (out, errors) in zip(started, outputs)]
+    return [ProgramResult(one.returncode, out.splitlines(), errors) for one, (out, errors) in zip(started, outputs)]
 
 
-# Of simulators that run side by side only one gets the datagrams of the USB lock; the others say so.
+# Of several simulators, only one receives the datagrams of the USB lock. The others print a warning.
 WARNING = re.compile(r".* warning: can not take the USB lock's datagrams .*\n")
 
 
-def test_the_bench_example_does_what_it_says(runs: List[Ended]) -> None:
-    status, output, errors = runs[0]
+def test_the_bench_example_runs_and_prints_its_results(results: List[ProgramResult]) -> None:
+    status, output, errors = results[0]
     assert (status, WARNING.sub("", errors)) == (0, "")
     assert output[0] == "10.0.0.5 Milling centre 1"
     assert output[-4:] == [
@@ -62,25 +62,25 @@ def test_the_bench_example_does_what_it_says(runs: List[Ended]) -> None:
 
 
 @pytest.mark.parametrize("number", range(len(PROGRAMS)))
-def test_a_program_of_the_page_prints_what_the_page_says(number: int, runs: List[Ended]) -> None:
-    status, output, errors = runs[1 + number]
+def test_a_program_on_the_page_prints_what_its_comments_say(number: int, results: List[ProgramResult]) -> None:
+    status, output, errors = results[1 + number]
     assert (status, WARNING.sub("", errors)) == (0, "")
     shown = re.findall(r"print\(.*?#\s*(.+)$", PROGRAMS[number], flags=re.MULTILINE)
     assert shown and output == shown
 
 
-def test_the_page_tells_every_error_with_its_codes() -> None:
+def test_the_page_lists_every_error_with_its_codes() -> None:
     section = PAGE.partition("## Errors")[2].partition("\n## ")[0]
     rows = re.findall(r"^\| `(\w+)` \| ([-0-9, ]*) *\|", section, flags=re.MULTILINE)
-    told = {name: {int(code) for code in re.findall(r"-\d+", codes)} for name, codes in rows}
+    listed = {name: {int(code) for code in re.findall(r"-\d+", codes)} for name, codes in rows}
     raised: Dict[str, Set[int]] = {"KvoError": set()}
     for prototype in PROTOTYPES.values():
         for code, kind in prototype.errors.items():
             raised.setdefault(kind.__name__, set()).add(code)
-    assert told == raised
-    assert all(issubclass(getattr(errors, name), KvoError) for name in told)
+    assert listed == raised
+    assert all(issubclass(getattr(errors, name), KvoError) for name in listed)
 
 
-def test_the_page_names_the_variables_that_are_looked_at() -> None:
+def test_the_page_names_the_environment_variables() -> None:
     for name in ("KVO_HWS_LIBRARY", "KVO_KVOSIM"):
         assert name in PAGE and name in os.environ

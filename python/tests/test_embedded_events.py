@@ -1,4 +1,4 @@
-"""Events of embedded stations: how they come, what callbacks may do, and how they end."""
+"""Events of embedded stations: how they arrive, what callbacks may do, and how they end."""
 
 from __future__ import annotations
 
@@ -12,7 +12,7 @@ from conftest import wait_for
 from kvo_hws import AlreadyRunning, EmbeddedEvent, EmbeddedEvents, EventsEnded, EventTimeout, Simulator, Timeout
 
 
-def test_events_come_in_their_order(simulator: Simulator) -> None:
+def test_events_arrive_in_order(simulator: Simulator) -> None:
     with EmbeddedEvents() as events:
         simulator.wait_for_listeners()
         assert simulator.publish("key", "F1") == 1
@@ -27,24 +27,26 @@ def test_events_come_in_their_order(simulator: Simulator) -> None:
     wait_for(lambda: simulator.publish("key", "F2") == 0)
 
 
-def test_a_callback_gets_them_and_what_it_raises_is_raised(simulator: Simulator, monkeypatch: pytest.MonkeyPatch) -> None:
+def test_the_callback_receives_events_and_its_exception_is_raised(
+    simulator: Simulator, monkeypatch: pytest.MonkeyPatch
+) -> None:
     reported: List[str] = []
-    monkeypatch.setattr(sys, "unraisablehook", lambda told: reported.append(str(told.exc_value)))
-    came: List[EmbeddedEvent] = []
+    monkeypatch.setattr(sys, "unraisablehook", lambda unraisable: reported.append(str(unraisable.exc_value)))
+    received: List[EmbeddedEvent] = []
 
     def on_event(event: EmbeddedEvent) -> None:
-        came.append(event)
+        received.append(event)
         raise LookupError(event.data)
 
     with pytest.raises(LookupError, match="F1"), EmbeddedEvents(on_event):
         simulator.wait_for_listeners()
         for key in ("F1", "F2"):
             simulator.publish("key", key)
-        wait_for(lambda: len(came) == 2)
+        wait_for(lambda: len(received) == 2)
         wait_for(lambda: reported == ["F2"])
 
 
-def test_a_callback_may_close_them(simulator: Simulator) -> None:
+def test_the_callback_can_close_the_events(simulator: Simulator) -> None:
     events = EmbeddedEvents(lambda event: events.close())
     events.start()
     simulator.wait_for_listeners()
@@ -54,7 +56,7 @@ def test_a_callback_may_close_them(simulator: Simulator) -> None:
     assert time.monotonic() - started < 20
 
 
-def test_one_object_of_a_process_listens(simulator: Simulator) -> None:
+def test_only_one_object_of_a_process_can_listen(simulator: Simulator) -> None:
     with EmbeddedEvents() as first:
         with pytest.raises(AlreadyRunning):
             EmbeddedEvents().start()
@@ -63,7 +65,7 @@ def test_one_object_of_a_process_listens(simulator: Simulator) -> None:
         assert first.get(timeout=20).data == "F1"
 
 
-def test_the_listener_comes_again_when_the_service_does(simulator: Simulator) -> None:
+def test_the_listener_reconnects_after_a_restart_of_the_service(simulator: Simulator) -> None:
     with EmbeddedEvents() as events:
         simulator.wait_for_listeners()
         simulator.restart()
@@ -72,7 +74,7 @@ def test_the_listener_comes_again_when_the_service_does(simulator: Simulator) ->
         assert events.get(timeout=20) == EmbeddedEvent("key", "F3")
 
 
-def test_a_listener_without_a_service_says_so_and_ends_when_there_is_one(simulator: Simulator) -> None:
+def test_a_listener_without_a_service_ends_when_a_service_starts(simulator: Simulator) -> None:
     simulator.stop()
     events = EmbeddedEvents()
     events.start()
@@ -97,13 +99,15 @@ def test_a_listener_without_a_service_says_so_and_ends_when_there_is_one(simulat
     events.close()
 
 
-def test_closing_what_does_not_listen_is_nothing(simulator: Simulator) -> None:
+def test_close_before_start_does_nothing(simulator: Simulator) -> None:
     EmbeddedEvents().close()
 
 
-def test_a_second_failure_in_a_block_is_reported(simulator: Simulator, monkeypatch: pytest.MonkeyPatch) -> None:
+def test_an_exception_of_the_callback_is_reported_if_the_block_raises_too(
+    simulator: Simulator, monkeypatch: pytest.MonkeyPatch
+) -> None:
     reported: List[Any] = []
-    monkeypatch.setattr(sys, "unraisablehook", lambda told: reported.append(told.exc_type))
+    monkeypatch.setattr(sys, "unraisablehook", lambda unraisable: reported.append(unraisable.exc_type))
 
     def on_event(event: EmbeddedEvent) -> None:
         raise LookupError
@@ -111,6 +115,6 @@ def test_a_second_failure_in_a_block_is_reported(simulator: Simulator, monkeypat
     with pytest.raises(ZeroDivisionError), EmbeddedEvents(on_event) as events:
         simulator.wait_for_listeners()
         simulator.publish("key", "F1")
-        wait_for(lambda: events._inbox._failure is not None)
+        wait_for(lambda: events._queue._failure is not None)
         raise ZeroDivisionError
     assert reported == [LookupError]

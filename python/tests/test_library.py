@@ -1,4 +1,4 @@
-"""The module and the library: how the library is found, and that prototypes, records and names are those of the headers."""
+"""How the module finds the library, and that its prototypes, records and names match the headers."""
 
 from __future__ import annotations
 
@@ -23,22 +23,22 @@ from kvo_hws._result_texts import HEADER, result_text, texts
 
 HEADERS = ROOT / "include" / "kvo_hws"
 
-# What a program in Python reaches otherwise, or not at all, and why.
+# Functions that the module leaves out, and the reason.
 LEFT_OUT = {
-    "KVO_HWS_activateUSBEvents": "the older callback is told less than that of KVO_HWS_activateUSBEventsV2",
+    "KVO_HWS_activateUSBEvents": "its older callback gets less information than that of KVO_HWS_activateUSBEventsV2",
 }
 SECTIONS_LEFT_OUT = {
-    "runtime.h": "threads, locks, time and memory of C programs; Python has its own",
+    "runtime.h": "threads, locks, time and memory for C programs; Python has its own",
     "service.h": "the channel and the line readers below the requests",
-    "codecs.h": "texts of the daemon, which the requests read already",
-    "config.h": "the configuration file of the panel, which the agent reads already",
-    "agent.h": "the insides of the agent: its handlers, its writers and its console",
-    "usbevents.h": "what activation is made of, for programs that run parts of it themselves",
+    "codecs.h": "texts of the daemon, which the requests already parse",
+    "config.h": "the configuration file of the panel, which the agent already reads",
+    "agent.h": "the internals of the agent: its handlers, its writers and its console",
+    "usbevents.h": "the parts of activation, for programs that run some of them themselves",
 }
 
 
 def exported() -> Dict[str, str]:
-    """The library's names, each with the header that declares it."""
+    """The exported names, each with the header that declares it."""
     section = ""
     names: Dict[str, str] = {}
     for line in (ROOT / "library" / "exports.map").read_text().splitlines():
@@ -51,14 +51,14 @@ def exported() -> Dict[str, str]:
     return names
 
 
-def test_every_exported_function_is_reachable_or_left_out_for_a_reason() -> None:
+def test_every_exported_function_is_available_or_left_out_for_a_reason() -> None:
     names = exported()
     requests = {name for name in names if name.startswith("KVO_HWS_")}
     assert len(requests) > 80
-    reached = set(PROTOTYPES)
-    assert requests - reached == set(LEFT_OUT)
-    assert reached <= set(names)
-    others = {section for name, section in names.items() if name not in requests | reached}
+    available = set(PROTOTYPES)
+    assert requests - available == set(LEFT_OUT)
+    assert available <= set(names)
+    others = {section for name, section in names.items() if name not in requests | available}
     assert others == set(SECTIONS_LEFT_OUT)
 
 
@@ -88,7 +88,7 @@ C_TYPES: Dict[str, Any] = {
 
 @lru_cache(maxsize=None)
 def declared() -> Dict[str, Tuple[str, List[str]]]:
-    """Result and parameter types of every function, as the headers have them."""
+    """The result and parameter types of every function in the headers."""
     found: Dict[str, Tuple[str, List[str]]] = {}
     for header in HEADERS.glob("*.h"):
         text = re.sub(r"/\*.*?\*/", "", header.read_text(), flags=re.DOTALL)
@@ -100,13 +100,13 @@ def declared() -> Dict[str, Tuple[str, List[str]]]:
 
 
 @pytest.mark.parametrize("name", PROTOTYPES)
-def test_a_prototype_is_that_of_the_header(name: str) -> None:
+def test_a_prototype_matches_the_header(name: str) -> None:
     result, parameters = declared()[name]
     assert C_TYPES[result] == PROTOTYPES[name].result
     assert [C_TYPES[one] for one in parameters] == [one.type for one in PROTOTYPES[name].parameters]
 
 
-def test_outputs_are_those_that_the_header_does_not_take_by_value() -> None:
+def test_outputs_are_pointers_to_numbers_in_the_header() -> None:
     for name, prototype in PROTOTYPES.items():
         for parameter, of in zip(prototype.parameters, declared()[name][1]):
             if isinstance(parameter, Output):
@@ -114,68 +114,70 @@ def test_outputs_are_those_that_the_header_does_not_take_by_value() -> None:
 
 
 def members(record: Any) -> Dict[str, Tuple[int, int]]:
-    """Place and size of each member; those of a nameless member count as the record's own."""
+    """Offset and size of each member. The members of an anonymous member count as members of the record."""
     found: Dict[str, Tuple[int, int]] = {}
     for name, kind in record._fields_:
-        place = getattr(record, name)
+        field = getattr(record, name)
         if name in getattr(record, "_anonymous_", ()):
-            found.update({member: (place.offset + offset, size) for member, (offset, size) in members(kind).items()})
-        elif name == "extAttr1":  # the extended attributes are one array here, and one by one there
-            found.update({f"extAttr{number + 1}": (place.offset + 4 * number, place.size // 7) for number in range(7)})
+            found.update({member: (field.offset + offset, size) for member, (offset, size) in members(kind).items()})
+        elif name == "extAttr1":  # an array here, and seven members in C
+            found.update({f"extAttr{number + 1}": (field.offset + 4 * number, field.size // 7) for number in range(7)})
         else:
-            found[name] = place.offset, place.size
+            found[name] = field.offset, field.size
     return found
 
 
-def promised(record: str) -> Tuple[int, Dict[str, Tuple[int, int]]]:
-    """Size of a record, and place and size of each member, as the library's own table states them."""
+def documented_layout(record: str) -> Tuple[int, Dict[str, Tuple[int, int]]]:
+    """Size of a record, and offset and size of each member, from the library's own table."""
     table = (ROOT / "library" / "abi" / "records.cpp").read_text()
     here = 1 if ctypes.sizeof(ctypes.c_void_p) == 8 else 2
     table = re.sub(r"on64or32\((\d+), (\d+)\)", lambda either: either[here], table)
     sizes = re.findall(rf"^SIZE\({record}, (\d+)\);$", table, re.MULTILINE)
     rows = re.findall(rf"^MEMBER\({record}, (\w+), (\d+), (\d+)\);$", table, re.MULTILINE)
-    return int(sizes[0]), {name: (int(place), int(size)) for name, place, size in rows}
+    return int(sizes[0]), {name: (int(offset), int(size)) for name, offset, size in rows}
 
 
-RECORDS = ["KvoDescription", "KvoDescriptionEx", "KvoClientEntry", "UsbDeviceInfo", "UsbStateInfo", "UsbRemoveInfo", "UsbEventV2"]
+RECORDS = [
+    "KvoDescription", "KvoDescriptionEx", "KvoClientEntry", "UsbDeviceInfo", "UsbStateInfo", "UsbRemoveInfo", "UsbEventV2",
+]  # fmt: skip
 
 
 @pytest.mark.parametrize("name", RECORDS)
-def test_a_record_lies_in_memory_as_the_library_states(name: str) -> None:
+def test_a_record_has_the_layout_of_the_library(name: str) -> None:
     record = getattr(_structures, name)
-    assert (ctypes.sizeof(record), members(record)) == promised(name)
+    assert (ctypes.sizeof(record), members(record)) == documented_layout(name)
 
 
-def test_whether_an_agent_runs_is_the_first_number_of_its_record() -> None:
-    assert promised("EmbKvoInst")[1]["running"] == (0, 4)
+def test_the_running_flag_is_the_first_member_of_the_agents_record() -> None:
+    assert documented_layout("EmbKvoInst")[1]["running"] == (0, 4)
 
 
-def test_usb_event_codes_are_those_of_the_header() -> None:
+def test_usb_event_codes_match_the_header() -> None:
     text = (HEADERS / "usbevents.h").read_text()
-    codes = {name: int(value) for name, value in re.findall(r"USB_EVENT_(\w+) = (\d+)", text)}
+    codes = {name: int(value) for name, value in re.findall(r"USB_EVENT_(\w+)\s*=\s*(\d+)", text)}
     assert codes == {code.name: code.value for code in kvo_hws.UsbEventCode}
 
 
-def results_told(name: str, comments: Dict[str, str]) -> Set[int]:
-    """The negative results that a function's comment names after @return; "as <another function>" is followed."""
+def documented_failures(name: str, comments: Dict[str, str]) -> Set[int]:
+    """The negative results that a function's comment names after @return. Follows references to other functions."""
     comment = comments[name]
-    told = comment.partition("@return")[2].partition("\n *\n")[0]
-    codes = {int(code) for code in re.findall(r"(?:^|[;(,:. ])\s?(-\d+)\b(?! where)", told)}
-    other = re.search(r"(?:@return as|; as|\s\* *As|^ As) (KVO_HWS_\w+)", comment)
-    return codes | (results_told(other[1], comments) if other else set())
+    returns = comment.partition("@return")[2].partition("\n *\n")[0]
+    codes = {int(code) for code in re.findall(r"(?:^|[;(,:. ])\s?(-\d+)\b(?! where)", returns)}
+    other = re.search(r"(?:@return|Works|\A)[\s*]+[Aa]s[\s*]+(KVO_HWS_\w+)", comment)
+    return codes | (documented_failures(other[1], comments) if other else set())
 
 
-def test_the_errors_mean_what_the_headers_say() -> None:
+def test_the_errors_match_the_result_codes_of_the_headers() -> None:
     comments: Dict[str, str] = {}
     for header in HEADERS.glob("*.h"):
         pieces = re.findall(r"/\*\*((?:(?!\*/).)*)\*/\s*KVO_HWS_API \w+ (\w+)\(", header.read_text(), flags=re.DOTALL)
         comments.update({name: comment for comment, name in pieces})
     for name, prototype in PROTOTYPES.items():
         common = {-1, -2, -7}
-        assert results_told(name, comments) - common == set(prototype.errors) - common, name
+        assert documented_failures(name, comments) - common == set(prototype.errors) - common, name
 
 
-def test_errors_are_one_family_and_can_be_handed_between_processes() -> None:
+def test_errors_share_a_base_class_and_can_be_pickled() -> None:
     kinds = [kind for kind in vars(errors).values() if isinstance(kind, type) and issubclass(kind, KvoError)]
     assert len(kinds) > 15
     for kind in kinds:
@@ -187,7 +189,7 @@ def test_errors_are_one_family_and_can_be_handed_between_processes() -> None:
     assert issubclass(errors.OutOfRange, ValueError) and issubclass(errors.Ambiguous, LookupError)
 
 
-def test_the_texts_of_results_are_those_of_the_header() -> None:
+def test_result_texts_match_the_header() -> None:
     header = HEADERS / "result.h"
     assert HEADER.read_bytes() == header.read_bytes()
     rows, unexpected = texts()
@@ -197,12 +199,12 @@ def test_the_texts_of_results_are_those_of_the_header() -> None:
     assert result_text("KVO_HWS_getUsbLock", -99) == unexpected
 
 
-def test_every_failure_of_a_function_has_a_text_of_its_own() -> None:
+def test_every_failure_of_a_function_has_a_specific_text() -> None:
     rows, unexpected = texts()
     for name, prototype in PROTOTYPES.items():
         for code, kind in prototype.errors.items():
             assert result_text(name, code) != unexpected, (name, code)
-            # -6 means the same for all.
+            # -6 has the same meaning for all functions.
             if kind != COMMON.get(code) and code != -6:
                 assert (name, code) in rows, (name, code)
 
@@ -217,7 +219,7 @@ def test_the_package_can_be_imported_without_the_library() -> None:
     assert python("import kvo_hws; kvo_hws.Panel('10.0.0.5')", KVO_HWS_LIBRARY="/nowhere").returncode == 0
 
 
-def test_a_library_that_is_not_there_says_what_to_do() -> None:
+def test_the_error_for_a_missing_library_says_what_to_do() -> None:
     ended = python("import kvo_hws; kvo_hws.Service().is_ready()", KVO_HWS_LIBRARY="", LD_LIBRARY_PATH="")
     if "NotConnected" in ended.stderr:
         pytest.skip("the library is installed on this machine")
@@ -225,17 +227,17 @@ def test_a_library_that_is_not_there_says_what_to_do() -> None:
     assert "install the library, or set KVO_HWS_LIBRARY" in ended.stderr
 
 
-def test_a_variable_that_names_no_library_is_told() -> None:
+def test_the_error_names_the_variable_and_its_invalid_path() -> None:
     ended = python("import kvo_hws; kvo_hws.Service().is_ready()", KVO_HWS_LIBRARY="/nowhere/lib.so")
     assert "LibraryNotFound: KVO_HWS_LIBRARY names /nowhere/lib.so" in ended.stderr
 
 
-def test_another_library_is_told() -> None:
+def test_a_different_library_is_an_error() -> None:
     ended = python("import kvo_hws; kvo_hws.Service().is_ready()", KVO_HWS_LIBRARY="libm.so.6")
     assert "has no KVO_HWS_isInitComplete" in ended.stderr
 
 
-def test_the_library_is_found_by_the_loader() -> None:
+def test_the_loader_finds_the_library() -> None:
     folder = str(Path(os.environ["KVO_HWS_LIBRARY"]).resolve().parent)
     ended = python("import kvo_hws; print(kvo_hws.library_version())", KVO_HWS_LIBRARY="", LD_LIBRARY_PATH=folder)
     assert ended.stdout == "V%#.%#.#%.#%\n", ended.stderr
@@ -248,7 +250,7 @@ def test_the_library_of_the_same_installation_is_found(tmp_path: Path) -> None:
     shutil.copy(library, tmp_path / "lib" / "libkvo_hws.so.0")
     program = """if True:
         import sys
-        sys.path.pop(0)  # the sources, where the tests run
+        sys.path.pop(0)  # the folder of the sources, in which the tests run
         import kvo_hws
         kvo_hws.library_version()
         print(*[line.split()[-1] for line in open("/proc/self/maps") if "kvo_hws.so" in line])"""
@@ -257,7 +259,7 @@ def test_the_library_of_the_same_installation_is_found(tmp_path: Path) -> None:
         ended = python(program, KVO_HWS_LIBRARY="", PYTHONPATH=str(packages), **environment)
         return ended.stdout.split()[0] if ended.returncode == 0 else ended.stderr
 
-    # What the library itself needs is not in this folder.
+    # The libraries that the library itself needs are not in this folder.
     preload = " ".join(str(library.parent / name) for name in ("libpavo.so.1", "libdrak.so"))
     assert loaded(LD_LIBRARY_PATH="", LD_PRELOAD=preload) == str(tmp_path / "lib" / "libkvo_hws.so.0")
     assert loaded(LD_LIBRARY_PATH=str(library.parent)) == str(library)

@@ -1,4 +1,4 @@
-"""How programs end while the library's threads still run callbacks, and what becomes of events and agents in their children."""
+"""How programs end while callbacks still run, and what happens to events and agents in child processes."""
 
 from __future__ import annotations
 
@@ -9,13 +9,13 @@ import time
 from typing import Any, List
 
 import pytest
-from cases import HERE
+from cases import MILL_IP
 from conftest import wait_for
 
 from kvo_hws import EmbeddedEvents, EventTimeout, NoThread, Service, Simulator, UsbEvent, UsbEventCode, UsbEvents
-from kvo_hws._events import EventSource, Inbox
+from kvo_hws._events import EventQueue, EventSource
 
-# A callback that still runs when the program has come to its end, and an interpreter that takes its time to end.
+# The callback still runs when the program ends, and the interpreter takes some time to end.
 BUSY = """
 import sys, time
 from kvo_hws import Agent, EmbeddedEvents, UsbEvents
@@ -45,11 +45,11 @@ SOURCES = {
 }
 
 
-def bring(what: str, simulator: Simulator) -> None:
-    if what == "usb":
+def trigger(source: str, simulator: Simulator) -> None:
+    if source == "usb":
         wait_for(Service().is_usb_events_activated)
-        simulator.refuse_usb(HERE)
-    elif what == "embedded":
+        simulator.refuse_usb(MILL_IP)
+    elif source == "embedded":
         simulator.wait_for_listeners()
         simulator.publish("key", "F1")
     else:
@@ -58,18 +58,18 @@ def bring(what: str, simulator: Simulator) -> None:
 
 
 @pytest.mark.parametrize("end", ["", "source.close()"], ids=["left_open", "closed"])
-@pytest.mark.parametrize("what", SOURCES)
-def test_a_program_that_ends_waits_for_callbacks_that_run(what: str, end: str, simulator: Simulator) -> None:
-    program = BUSY.format(source=SOURCES[what], end=end)
+@pytest.mark.parametrize("source", SOURCES)
+def test_the_end_of_a_program_waits_for_running_callbacks(source: str, end: str, simulator: Simulator) -> None:
+    program = BUSY.format(source=SOURCES[source], end=end)
     with subprocess.Popen(
         [sys.executable, "-c", program], stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True
     ) as ended:
         assert ended.stdin is not None and ended.stdout is not None
-        asker = threading.Thread(target=bring, args=(what, simulator))
-        asker.start()
+        requester = threading.Thread(target=trigger, args=(source, simulator))
+        requester.start()
         assert ended.stdout.readline() == "begun\n"
         output, errors = ended.communicate("\n", timeout=60)
-        asker.join()
+        requester.join()
     assert (ended.returncode, output, errors) == (0, "done\n", "")
 
 
@@ -93,7 +93,7 @@ with UsbEvents() as events:
 """
 
 
-def test_a_close_that_is_interrupted_is_ended_before_the_program(simulator: Simulator) -> None:
+def test_an_interrupted_close_completes_before_the_program_ends(simulator: Simulator) -> None:
     ended = subprocess.run([sys.executable, "-c", INTERRUPTED], stderr=subprocess.PIPE, text=True, timeout=60)
     assert "FATAL" not in ended.stderr and ended.stderr.endswith("KeyboardInterrupt\n")
     assert ended.returncode == -2 and not Service().is_usb_events_activated()
@@ -112,8 +112,8 @@ with UsbEvents() as usb, EmbeddedEvents() as embedded, Agent("10.0.0.5", session
 """
 
 
-def test_a_child_that_was_forked_and_ends_leaves_its_parents_events_alone(simulator: Simulator) -> None:
-    # Python 3.12 and later warn of the lock that another thread may hold in the child; this child touches none.
+def test_the_end_of_a_forked_child_does_not_affect_the_events_of_its_parent(simulator: Simulator) -> None:
+    # Python 3.12 and later warn that another thread may hold a lock in the child. This child uses no lock.
     quiet = ["-W", "ignore:This process:DeprecationWarning"]
     with subprocess.Popen(
         [sys.executable, *quiet, "-c", FORKED], stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True
@@ -123,74 +123,74 @@ def test_a_child_that_was_forked_and_ends_leaves_its_parents_events_alone(simula
         assert Service().is_usb_events_activated()
         simulator.wait_for_listeners()
         simulator.wait_for_agent(3)
-        assert simulator.refuse_usb(HERE, ident2="hub").delivered
+        assert simulator.refuse_usb(MILL_IP, ident2="hub").delivered
         assert simulator.publish("key", "F7") == 1
         assert parent.communicate("\n", timeout=60) == ("hub F7\n", "")
     assert parent.returncode == 0
 
 
-def test_events_can_be_started_while_the_last_ones_are_still_ending(simulator: Simulator) -> None:
+def test_events_can_be_started_while_the_previous_ones_still_end(simulator: Simulator) -> None:
     def on_event(event: UsbEvent) -> None:
         first.close()
 
     first = UsbEvents(on_event)
     first.start()
     simulator.add_fault("delay", "deactivateUSBEvents", times=1, delay_ms=800)
-    simulator.refuse_usb(HERE)
+    simulator.refuse_usb(MILL_IP)
     assert list(first) == []
     with UsbEvents() as second:
         assert first.end == UsbEventCode.DEACTIVATED
         assert second.active and second.end is None
-        assert simulator.refuse_usb(HERE, ident2="hub").delivered
+        assert simulator.refuse_usb(MILL_IP, ident2="hub").delivered
         assert second.get(timeout=20).ident2 == "hub"
     assert not Service().is_usb_events_activated()
 
 
-def test_events_that_were_never_started_do_not_come() -> None:
+def test_events_that_were_never_started_raise_an_error() -> None:
     sources: List[EventSource[Any]] = [UsbEvents(), EmbeddedEvents()]
     for source in sources:
-        with pytest.raises(RuntimeError, match="once they are started"):
+        with pytest.raises(RuntimeError, match="are not started"):
             source.get()
         with pytest.raises(RuntimeError):
             next(iter(source))
 
 
-def test_what_a_callback_raised_goes_to_one_of_those_who_wait(monkeypatch: pytest.MonkeyPatch) -> None:
-    inbox: Inbox[int] = Inbox("numbers")
-    raise_failure = inbox.raise_failure
-    came: List[object] = []
+def test_only_one_waiting_thread_gets_the_exception_of_a_callback(monkeypatch: pytest.MonkeyPatch) -> None:
+    queue: EventQueue[int] = EventQueue("numbers")
+    raise_pending = queue.raise_pending
+    results: List[object] = []
 
     def raise_later() -> None:
         time.sleep(0.1)
-        raise_failure()
+        raise_pending()
 
     def take() -> None:
         try:
-            came.append(inbox.get(None))
+            results.append(queue.get(None))
         except Exception as failure:
-            came.append(type(failure))
+            results.append(type(failure))
 
-    monkeypatch.setattr(inbox, "raise_failure", raise_later)
+    monkeypatch.setattr(queue, "raise_pending", raise_later)
     takers = [threading.Thread(target=take) for _ in range(2)]
     for taker in takers:
         taker.start()
     time.sleep(0.1)
-    inbox.fail(LookupError())
-    wait_for(lambda: LookupError in came)
-    inbox.put(7)
+    queue.record(LookupError())
+    wait_for(lambda: LookupError in results)
+    queue.put(7)
     for taker in takers:
         taker.join()
-    assert came == [LookupError, 7]
+    assert results == [LookupError, 7]
 
 
-def test_events_that_come_without_end_do_not_prolong_the_time(simulator: Simulator) -> None:
+def test_continuous_events_do_not_extend_the_time_limit(simulator: Simulator) -> None:
     stop = threading.Event()
     with UsbEvents() as events:
-        event = UsbEvent(HERE, "hub", "1-1")
+        event = UsbEvent(MILL_IP, "hub", "1-1")
 
         def storm() -> None:
             while not stop.wait(0.001):
-                events._inbox.put(event)
+                events._queue.put(event)
 
         thread = threading.Thread(target=storm)
         thread.start()
@@ -226,6 +226,6 @@ with agent:
 """
 
 
-def test_an_agent_that_got_no_thread_can_be_started_again(simulator: Simulator) -> None:
+def test_an_agent_that_failed_to_get_a_thread_can_be_started_again(simulator: Simulator) -> None:
     ended = subprocess.run([sys.executable, "-c", NO_THREAD], capture_output=True, text=True, timeout=60)
     assert (ended.stdout, ended.stderr) == (f"{NoThread.__name__}\nTrue\n", "")

@@ -1,4 +1,4 @@
-"""Requests to plants of other kinds than the usual one."""
+"""Requests to special plants: a service that starts or ends, and lists of many sizes."""
 
 from __future__ import annotations
 
@@ -8,7 +8,7 @@ from conftest import wait_for
 from kvo_hws import NotConnected, Service, Simulator
 
 
-def test_a_daemon_that_starts_has_no_registry_lists_yet() -> None:
+def test_registry_lists_are_none_while_the_daemon_starts() -> None:
     text = '[service]\ninit_time_ms = 600000\n[[station]]\naddress = "10.0.0.5"\nname = "a"\n'
     with Simulator(plant_text=text):
         assert not Service().is_ready()
@@ -25,7 +25,7 @@ def test_lists_of_any_size_are_read(count: int) -> None:
         assert in_registry is not None and len(in_registry) == len([one for one in stations if one.attr1])
 
 
-def test_a_service_that_is_told_to_ends_itself() -> None:
+def test_kill_ends_the_service() -> None:
     with Simulator(stations=1) as own:
         Service().kill()
         wait_for(lambda: not own.running)

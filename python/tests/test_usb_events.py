@@ -1,4 +1,4 @@
-"""USB events: how they come, what is answered, and how they end."""
+"""USB events: how they arrive, what the service gets as a reply, and how they end."""
 
 from __future__ import annotations
 
@@ -11,7 +11,7 @@ from ipaddress import IPv4Address
 from typing import Any, List, Optional
 
 import pytest
-from cases import HERE
+from cases import MILL_IP
 from conftest import wait_for
 
 from kvo_hws import (
@@ -30,44 +30,44 @@ from kvo_hws import (
 )
 
 
-def test_events_come_with_all_that_they_tell_and_have_an_end(simulator: Simulator) -> None:
+def test_events_have_all_their_fields_and_end(simulator: Simulator) -> None:
     events = UsbEvents()
     with events:
         assert events.active and events.end is None and Service().is_usb_events_activated()
         simulator.plug_usb(
-            HERE, ident2="stick", ident3="1-1.7", text4="four", text5="5.5", text6="sechs ü", text7="seven",
+            MILL_IP, ident2="stick", ident3="1-1.7", text4="four", text5="5.5", text6="sechs ü", text7="seven",
             number1=11, number2=0xFFFFFFFF, id1=0x0951, id2=0x1666, report=True,
         )  # fmt: skip
-        simulator.set_usb_state(HERE, "stick", 2)
-        simulator.unplug_usb(HERE, "stick")
+        simulator.set_usb_state(MILL_IP, "stick", 2)
+        simulator.unplug_usb(MILL_IP, "stick")
         simulator.refuse_usb(
-            HERE, ident2="hub", ident3="2-1", text4="four", text5="5.5", text8="too much", number1=12, number3=7
+            MILL_IP, ident2="hub", ident3="2-1", text4="four", text5="5.5", text8="too much", number1=12, number3=7
         )
-        simulator.refuse_usb(HERE, no_text5=True)
-        came = [events.get(timeout=20) for _ in range(5)]
-        assert came[:4] == [
-            UsbDeviceArrived(HERE, "stick", "1-1.7", "four", "5.5", "sechs ü", "seven", 11, 0xFFFFFFFF, 0x08000000, 0b101),
-            UsbDeviceState(HERE, "stick", "1-1.7", 2),
-            UsbDeviceRemoved(HERE, "stick", "1-1.7"),
-            UsbDeviceRefused(HERE, "hub", "2-1", "four", "5.5", "too much", 12, 0, 7),
+        simulator.refuse_usb(MILL_IP, no_text5=True)
+        received = [events.get(timeout=20) for _ in range(5)]
+        assert received[:4] == [
+            UsbDeviceArrived(MILL_IP, "stick", "1-1.7", "four", "5.5", "sechs ü", "seven", 11, 0xFFFFFFFF, 0x08000000, 0b101),
+            UsbDeviceState(MILL_IP, "stick", "1-1.7", 2),
+            UsbDeviceRemoved(MILL_IP, "stick", "1-1.7"),
+            UsbDeviceRefused(MILL_IP, "hub", "2-1", "four", "5.5", "too much", 12, 0, 7),
         ]
-        assert isinstance(came[4], UsbDeviceRefused) and came[4].text5 == ""
-        assert came[0].station == IPv4Address(HERE)
+        assert isinstance(received[4], UsbDeviceRefused) and received[4].text5 == ""
+        assert received[0].station == IPv4Address(MILL_IP)
 
         started = time.monotonic()
         with pytest.raises(EventTimeout, match="no USB events within 0.1 s"):
             events.get(timeout=0.1)
         assert list(events.within(0.1)) == []
         assert 0.2 <= time.monotonic() - started < 10
-        simulator.refuse_usb(HERE)
+        simulator.refuse_usb(MILL_IP)
         assert len(list(events.within(0.2))) == 1
 
         with pytest.raises(RuntimeError, match="already"):
             UsbEvents().start()
-        simulator.refuse_usb(HERE)
-        wait_for(lambda: len(events._inbox._events) == 1)
+        simulator.refuse_usb(MILL_IP)
+        wait_for(lambda: len(events._queue._events) == 1)
     assert has_ended(events) and not Service().is_usb_events_activated()
-    assert len(list(events)) == 1, "what came before the end can be taken after it"
+    assert len(list(events)) == 1, "an event that arrived before the end can be taken after it"
     with pytest.raises(EventsEnded):
         events.get()
 
@@ -76,8 +76,8 @@ def has_ended(events: UsbEvents) -> bool:
     return events.end == UsbEventCode.DEACTIVATED and not events.active
 
 
-def answer_to_an_event() -> str:
-    """What a service is answered that brings an event."""
+def reply_to_an_event() -> str:
+    """Sends an event as the service does, and returns the reply."""
     with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as connection:
         connection.settimeout(20)
         connection.connect("/tmp/kvo_hws/usb_sock")
@@ -85,57 +85,59 @@ def answer_to_an_event() -> str:
         return connection.recv(64).decode().strip()
 
 
-def test_what_the_callback_says_is_what_the_service_is_told(simulator: Simulator) -> None:
-    answers: List[Optional[bool]] = [True, False, None]
-    came: List[UsbEvent] = []
-    meeting = threading.Barrier(3, timeout=20)
+def test_the_result_of_the_callback_is_the_reply_to_the_service(simulator: Simulator) -> None:
+    results: List[Optional[bool]] = [True, False, None]
+    received: List[UsbEvent] = []
+    barrier = threading.Barrier(3, timeout=20)
 
     def on_event(event: UsbEvent) -> Optional[bool]:
-        came.append(event)
-        # It runs on a thread of the library, from which everything may be asked.
+        received.append(event)
+        # A callback on a thread of the library can send requests.
         assert Service().is_ready()
-        if len(came) <= 3:
-            return answers[len(came) - 1]
-        # Events that come at once are told at once.
-        return meeting.wait() >= 0
+        if len(received) <= 3:
+            return results[len(received) - 1]
+        # The barrier passes only if three callbacks run at the same time.
+        return barrier.wait() >= 0
 
     with UsbEvents(on_event):
-        assert [answer_to_an_event() for _ in answers] == ["ok", "failed", "ok"]
-        threads = [threading.Thread(target=answer_to_an_event) for _ in range(3)]
+        assert [reply_to_an_event() for _ in results] == ["ok", "failed", "ok"]
+        threads = [threading.Thread(target=reply_to_an_event) for _ in range(3)]
         for thread in threads:
             thread.start()
         for thread in threads:
             thread.join()
-    assert not meeting.broken and came == [UsbDeviceRemoved(HERE, "stick", "1-1")] * 6
+    assert not barrier.broken and received == [UsbDeviceRemoved(MILL_IP, "stick", "1-1")] * 6
 
 
-def test_what_the_callback_raises_is_told_as_failed_and_raised_by_the_close(
+def test_an_exception_in_the_callback_is_reported_as_failed_and_raised_by_close(
     simulator: Simulator, monkeypatch: pytest.MonkeyPatch
 ) -> None:
     reported: List[Any] = []
-    monkeypatch.setattr(sys, "unraisablehook", lambda told: reported.append((told.exc_type, str(told.exc_value))))
+    monkeypatch.setattr(
+        sys, "unraisablehook", lambda unraisable: reported.append((unraisable.exc_type, str(unraisable.exc_value)))
+    )
 
     def on_event(event: UsbEvent) -> None:
         raise LookupError(event.ident2)
 
     events = UsbEvents(on_event)
     with pytest.raises(LookupError, match="stick"), events:
-        assert answer_to_an_event() == "failed"
+        assert reply_to_an_event() == "failed"
         with pytest.raises(LookupError, match="stick"):
             events.get(timeout=20)
-        assert answer_to_an_event() == "failed"
+        assert reply_to_an_event() == "failed"
         assert not reported
-        assert answer_to_an_event() == "failed"
-        assert reported == [(LookupError, "stick")], "a second one is reported"
+        assert reply_to_an_event() == "failed"
+        assert reported == [(LookupError, "stick")], "the second exception is reported"
     assert has_ended(events)
-    events.close()  # which has nothing to do any more
+    events.close()  # does nothing now
 
 
-def test_a_callback_may_close_the_events(
+def test_the_callback_can_close_the_events(
     simulator: Simulator, monkeypatch: pytest.MonkeyPatch
 ) -> None:
     reported: List[Any] = []
-    monkeypatch.setattr(sys, "unraisablehook", lambda told: reported.append(told.exc_type))
+    monkeypatch.setattr(sys, "unraisablehook", lambda unraisable: reported.append(unraisable.exc_type))
 
     def on_event(event: UsbEvent) -> None:
         events.close()
@@ -143,10 +145,10 @@ def test_a_callback_may_close_the_events(
 
     events = UsbEvents(on_event)
     with pytest.raises(ZeroDivisionError), events:
-        assert answer_to_an_event() == "failed"
+        assert reply_to_an_event() == "failed"
         wait_for(lambda: has_ended(events))
         raise ZeroDivisionError
-    assert reported == [LookupError], "where something else is raised, it is reported"
+    assert reported == [LookupError], "it is reported, because the block raises another exception"
 
 
 TAKER = """
@@ -157,7 +159,7 @@ with UsbEvents() as events:
 """
 
 
-def test_another_program_that_takes_them_ends_the_iteration(simulator: Simulator) -> None:
+def test_iteration_ends_if_another_program_takes_the_events(simulator: Simulator) -> None:
     with UsbEvents() as events:
         taker = subprocess.Popen(
             [sys.executable, "-c", TAKER], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True
@@ -165,13 +167,13 @@ def test_another_program_that_takes_them_ends_the_iteration(simulator: Simulator
         assert taker.stdin is not None and taker.stdout is not None
         assert taker.stdout.readline() == "taken\n"
         assert list(events) == [] and events.end == UsbEventCode.DEACTIVATED
-        simulator.refuse_usb(HERE)
-    assert Service().is_usb_events_activated()  # what is closed is no longer this program's
+        simulator.refuse_usb(MILL_IP)
+    assert Service().is_usb_events_activated()  # of the other program: the close above did not end them
     taker.communicate("\n")
     assert taker.returncode == 0 and not Service().is_usb_events_activated()
 
 
-def test_a_service_that_is_not_there_or_refuses_is_told(simulator: Simulator) -> None:
+def test_a_missing_or_refusing_service_is_an_error(simulator: Simulator) -> None:
     events = UsbEvents()
     simulator.stop()
     with pytest.raises(EventTimeout, match="not ready"):
@@ -191,7 +193,7 @@ print("left open")
 """
 
 
-def test_a_program_that_forgets_to_close_them_ends_all_the_same(simulator: Simulator) -> None:
+def test_a_program_with_open_events_ends_normally(simulator: Simulator) -> None:
     ended = subprocess.run([sys.executable, "-c", FORGETFUL], capture_output=True, text=True, timeout=20)
     assert (ended.returncode, ended.stdout, ended.stderr) == (0, "left open\n", "")
     assert not Service().is_usb_events_activated()

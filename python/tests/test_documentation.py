@@ -46,7 +46,7 @@ def results(tmp_path_factory: pytest.TempPathFactory) -> List[ProgramResult]:
 
 
 # Of several simulators, only one receives the datagrams of the USB lock. The others print a warning.
-WARNING = re.compile(r".* warning: can not take the USB lock's datagrams .*\n")
+WARNING = re.compile(r".* warning: cannot receive the USB lock's datagrams .*\n")
 
 
 def test_the_bench_example_runs_and_prints_its_results(results: List[ProgramResult]) -> None:

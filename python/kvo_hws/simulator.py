@@ -181,7 +181,7 @@ class Simulator:
                 command = [self._program, "run", "--shared", f"--plant={plant}", *self._options, "--", "cat"]
             errors = None if self._verbose else messages
             self._shown = 0
-            # kvosim ends when its input ends, so it ends with this program, even if that is killed. In a new session, a Ctrl-C for
+            # kvosim ends when its input ends, so it ends with this program, even a killed one. In a new session, a Ctrl-C for
             # this program does not reach it.
             self._process = subprocess.Popen(
                 command, stdin=subprocess.PIPE, stdout=subprocess.DEVNULL, stderr=errors, start_new_session=True

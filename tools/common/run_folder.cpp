@@ -56,7 +56,7 @@ void waitForTheRun()
 /// Never returns. @p made: this run made the folder, so its guardian waits for the runs of other users, who cannot remove it.
 [[noreturn]] void guard(const std::array<int, kDescriptors> &descriptors, bool made)
 {
-    // The terminal's signals do not reach a session of its own.
+    // In a new session the guardian does not receive the terminal's signals.
     setsid();
     prctl(PR_SET_NAME, "kvosim_folder");
     keepOnly(descriptors);
@@ -82,7 +82,7 @@ Descriptor startGuardian(const LockedFolder &folder)
     if (!process.valid() || socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) {
         return {};
     }
-    Descriptor own(ends[0]);
+    Descriptor ours(ends[0]);
     const Descriptor guardians(ends[1]);
     const pid_t child = fork();
     if (child == 0) {
@@ -94,7 +94,7 @@ Descriptor startGuardian(const LockedFolder &folder)
     if (child > 0) {
         waitpid(child, nullptr, 0);
     }
-    return own;
+    return ours;
 }
 
 }  // namespace

@@ -33,9 +33,9 @@ struct LockedFolder {
 /// Called at most once, with the text of what lockFolder waits for.
 using Waiting = std::function<void(const std::string &what)>;
 
-/// Locks the folder @p path, and makes it with @p mode if it is missing. Root replaces an empty folder of another user. With @p
-/// waiting, waits until another user's runs end. Throws std::runtime_error whose text says to whom the folder belongs and which
-/// command helps.
+/// Locks the folder @p path, and makes it with @p mode if it is missing. Root replaces an empty folder of another user.
+/// With @p waiting, waits until another user's runs end. Throws std::runtime_error whose text says to whom the folder belongs
+/// and which command helps.
 LockedFolder lockFolder(const std::filesystem::path &path, FolderUse use, mode_t mode, const Waiting &waiting = {});
 
 /// Whether @p path is the file that @p descriptor has open.

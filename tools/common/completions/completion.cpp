@@ -42,7 +42,7 @@ void limitTime()
     alarm(kTimeLimit);
 }
 
-bool holdsControlCharacter(const std::string &text)
+bool containsControlCharacter(const std::string &text)
 {
     return std::any_of(text.begin(), text.end(), [](char byte) {
         const auto value = static_cast<unsigned char>(byte);
@@ -102,7 +102,7 @@ public:
     /// Rejects a candidate that the shell cannot pass on, or that the program would take for an option.
     [[nodiscard]] bool takes(const std::string &word, bool isOption) const
     {
-        return word.starts_with(begun_) && !holdsControlCharacter(word) && (isOption || afterDashes_ || !isDashed(word));
+        return word.starts_with(begun_) && !containsControlCharacter(word) && (isOption || afterDashes_ || !isDashed(word));
     }
 
 private:
@@ -257,7 +257,7 @@ void answer(const Line &line, std::ostream &out)
     out << completion.kind << '\n' << std::flush;
     for (const Candidate &candidate : completion.source ? completion.source() : Candidates()) {
         if (line.takes(candidate.word, completion.isOption)) {
-            const bool shown = !holdsControlCharacter(candidate.meaning);
+            const bool shown = !containsControlCharacter(candidate.meaning);
             out << candidate.word << '\t' << (shown ? candidate.meaning : "") << '\n';
         }
     }

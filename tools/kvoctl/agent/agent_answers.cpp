@@ -38,7 +38,7 @@ std::optional<int> parseAnswer(std::string_view text)
 }
 
 template <class Rows, class Word>
-tools::completions::Candidates offered(const Rows &rows, Word word)
+tools::completions::Candidates toCandidates(const Rows &rows, Word word)
 {
     tools::completions::Candidates candidates;
     for (const auto &row : rows) {
@@ -77,8 +77,8 @@ HostCommand::HostCommand(const std::string &text) : keyword(text.substr(0, text.
 
 int AgentAnswers::answerTo(const std::string &keyword) const
 {
-    const auto own = own_.find(keyword);
-    return own != own_.end() ? own->second : all_;
+    const auto found = byKeyword_.find(keyword);
+    return found != byKeyword_.end() ? found->second : others_;
 }
 
 std::shared_ptr<const AgentAnswers> AgentAnswers::addTo(CLI::App &command)
@@ -89,7 +89,7 @@ std::shared_ptr<const AgentAnswers> AgentAnswers::addTo(CLI::App &command)
         [answers](const std::vector<std::string> &pairs) {
             for (const std::string &pair : pairs) {
                 const std::size_t equals = pair.find('=');
-                answers->own_[pair.substr(0, equals)] = parseAnswer(pair.substr(equals + 1)).value_or(0);
+                answers->byKeyword_[pair.substr(0, equals)] = parseAnswer(pair.substr(equals + 1)).value_or(0);
             }
         },
         "The answer to one command, such as stop-viewer=not-running; can be repeated. ANSWER is 1 (done, yes), 0 (no, "
@@ -101,13 +101,13 @@ std::shared_ptr<const AgentAnswers> AgentAnswers::addTo(CLI::App &command)
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     auto *all = command.add_option_function<std::string>(
-        kAnswerAllOption, [answers](const std::string &answer) { answers->all_ = parseAnswer(answer).value_or(0); },
+        kAnswerAllOption, [answers](const std::string &answer) { answers->others_ = parseAnswer(answer).value_or(0); },
         "The answer to all other commands (default: 1)");
     all->check({checkAnswer, ""})->type_name("ANSWER");
     tools::completions::completeFrom(
-        own, [] { return offered(kKeywords, [](std::string_view keyword) { return std::string(keyword) + '='; }); });
+        own, [] { return toCandidates(kKeywords, [](std::string_view keyword) { return std::string(keyword) + '='; }); });
     tools::completions::completeFrom(
-        all, [] { return offered(kWords, [](const AnswerWord &row) { return std::string(row.word); }); });
+        all, [] { return toCandidates(kWords, [](const AnswerWord &row) { return std::string(row.word); }); });
     return answers;
 }
 

@@ -25,8 +25,8 @@ public:
     static std::shared_ptr<const AgentAnswers> addTo(CLI::App &command);
 
 private:
-    std::map<std::string, int> own_;
-    int all_ = 1;
+    std::map<std::string, int> byKeyword_;
+    int others_ = 1;
 };
 
 inline constexpr const char *kAnswerOption = "--answer";

@@ -99,7 +99,7 @@ private:
         if (line.text.empty()) {
             return "the line is empty";
         }
-        return holdsControlCharacter(line.text) ? "the line contains a control character" : "";
+        return containsControlCharacter(line.text) ? "the line contains a control character" : "";
     }
 
     const AgentPlan &plan_;

@@ -75,7 +75,7 @@ Given<std::string> addProgram(CLI::App &command, const std::string &help)
     return {option, program};
 }
 
-bool holdsControlCharacter(const std::string &text)
+bool containsControlCharacter(const std::string &text)
 {
     return std::any_of(text.begin(), text.end(), [](char byte) {
         const auto value = static_cast<unsigned char>(byte);
@@ -86,7 +86,7 @@ bool holdsControlCharacter(const std::string &text)
 CLI::Validator oneLine()
 {
     const auto refuse = [](const std::string &text) -> std::string {
-        return holdsControlCharacter(text) ? "\"" + text + "\" contains a control character" : "";
+        return containsControlCharacter(text) ? "\"" + text + "\" contains a control character" : "";
     };
     return {refuse, ""};
 }

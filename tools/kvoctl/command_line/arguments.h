@@ -37,7 +37,7 @@ void completeWords(const CLI::Option *argument, const Words &words);
 
 /// Rejects texts that the protocol cannot carry: a line feed would end the request early.
 CLI::Validator oneLine();
-bool holdsControlCharacter(const std::string &text);
+bool containsControlCharacter(const std::string &text);
 
 /// Adds a flag. The returned option knows whether it was given. (The parser's own call is ambiguous for a literal in C++20.)
 CLI::Option *addFlag(CLI::App &command, const std::string &name, const std::string &help);

@@ -32,7 +32,7 @@ public:
     {
         const Property &property = asked.property;
         const std::string section = tools::familyKey(asked.words);
-        ++asked_;
+        ++requests_;
         const bool failed = !tools::isState(reading.result.code, property.states);
         if (failed) {
             failed_.push_back(asked.words);
@@ -74,12 +74,12 @@ private:
     [[nodiscard]] std::string complaint() const
     {
         return failed_.empty() ? ""
-                               : std::to_string(failed_.size()) + " of " + std::to_string(asked_) +
+                               : std::to_string(failed_.size()) + " of " + std::to_string(requests_) +
                                      " requests failed: " + tools::join(failed_, ", ");
     }
 
     uint32_t address_ = 0;
-    std::size_t asked_ = 0;
+    std::size_t requests_ = 0;
     std::vector<std::string_view> failed_{};
     Document document_ = Document::object();
     Document unavailable_ = Document::array();

@@ -16,9 +16,8 @@ public:
     /// @p complaint  the prefix of messages on standard error
     EventProgram(std::string program, std::string variables, const sigset_t &signals, std::string complaint);
 
-    /// Runs the program with the event in its environment and waits for it. Returns its exit status if that is at most @p
-    /// greatest; otherwise writes the reason to standard error and returns nothing. Several threads may call it at the same
-    /// time.
+    /// Runs the program with the event in its environment and waits for it. Returns its exit status if that is at most
+    /// @p greatest; otherwise writes the reason to standard error and returns nothing. Several threads may call it at once.
     [[nodiscard]] std::optional<int> run(const Event &event, int greatest = 0) const;
 
 private:

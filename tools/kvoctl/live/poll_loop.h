@@ -1,5 +1,5 @@
-// The poll loop of a command that runs until the user stops it: handles signals and output besides the command's own
-// descriptors.
+// The poll loop of a command that runs until the user stops it. In addition to the command's descriptors, it handles signals and
+// output.
 #pragma once
 
 #include "kvoctl/live/line_output.h"
@@ -20,8 +20,8 @@ public:
 
     void write(const std::string &line) { output_.add(line); }
 
-    /// Waits until one of @p sources is ready, a signal arrives, the output can be written, or @p time has passed; without @p
-    /// time, forever. Sets the events of @p sources. Returns false if none of them is ready.
+    /// Waits until one of @p sources is ready, a signal arrives, the output can be written, or @p time has passed. Without
+    /// @p time, waits forever. Sets the events of @p sources. Returns false if none of them is ready.
     bool wait(std::span<pollfd> sources, std::optional<std::chrono::milliseconds> time);
 
     /// Whether a signal has arrived, or the output can no longer be written.

@@ -18,7 +18,7 @@ constexpr std::size_t kWidestPadding = 40;
 /// The indentation of a record's lines after the first.
 constexpr std::size_t kRecordIndent = 2;
 
-std::string shown(const std::string &text, const Cell &cell, const Layout &layout)
+std::string colouredText(const std::string &text, const Cell &cell, const Layout &layout)
 {
     return coloured(text, layout.takesColour ? cell.colour : Colour::none);
 }
@@ -72,7 +72,7 @@ void Table::writeLines(std::ostream &out, const Layout &layout, const Widths &wi
             const bool cut = layout.width != kUnlimited && columns_[column] == Column::elastic;
             const DisplayText cell = displayText(row[column].text, cut ? std::max<std::size_t>(widths[column], 1) : kUnlimited);
             const std::string spaces(widths[column] - std::min(widths[column], cell.width), ' ');
-            const std::string text = shown(cell.text, row[column], layout);
+            const std::string text = colouredText(cell.text, row[column], layout);
             line.append(column == 0 ? 0 : kGap, ' ');
             line += columns_[column] == Column::number ? spaces + text : text + spaces;
         }
@@ -91,7 +91,7 @@ void Table::writeRecord(std::ostream &out, const Layout &layout, const std::vect
     for (std::size_t column = 0; column < named; ++column) {
         const bool cut = columns_[column] == Column::elastic && used + kNarrowest <= layout.width;
         const DisplayText cell = displayText(row[column].text, cut ? layout.width - used : kUnlimited);
-        out << shown(cell.text, row[column], layout) << (column + 1 < named ? std::string(kGap, ' ') : "");
+        out << colouredText(cell.text, row[column], layout) << (column + 1 < named ? std::string(kGap, ' ') : "");
         used += cell.width + kGap;
     }
     used = layout.width;  // the other cells begin on a new line
@@ -104,7 +104,7 @@ void Table::writeRecord(std::ostream &out, const Layout &layout, const std::vect
         }
         const bool fits = used + kGap + width <= layout.width;
         out << (fits ? std::string(kGap, ' ') : '\n' + std::string(kRecordIndent, ' ')) << heading << ' '
-            << shown(cell.text, row[column], layout);
+            << colouredText(cell.text, row[column], layout);
         used = width + (fits ? used + kGap : kRecordIndent);
     }
     out << '\n';

@@ -16,6 +16,6 @@ int main(void)
         return 0;
     case KVO_HWS_NO: puts("no station serves it"); return 1;
     case KVO_HWS_AMBIGUOUS: puts("several stations serve it"); return 1;
-    default: puts("the service does not say"); return 1;
+    default: puts("the request failed"); return 1;
     }
 }

@@ -1,5 +1,6 @@
-// A host program of the remote agent. Another station's service asks about the station in focus, and this program carries out the
-// commands that only a host can. It runs until its input ends, and pushes each line of its input as an event.
+// A host program of the remote agent. It carries out the commands that the agent passes to it.
+//
+// The program also reads its input: it pushes each line as an event, and ends when the input ends.
 #include <kvo_hws/kvo_hws.h>
 
 #include <atomic>
@@ -28,7 +29,7 @@ int onCommand(void * /*agent*/, const char *text)
     if (command.rfind("set-statusline=", 0) == 0) {
         return 1;
     }
-    return -1;  // not carried out
+    return -1;  // a command that this program does not know
 }
 
 }  // namespace

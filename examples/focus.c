@@ -1,4 +1,4 @@
-/* Focus and channel information: stores a note at a station and reads it back. */
+/* Focus and channel information: stores a note at a station, reads it back and deletes it. */
 #include <kvo_hws/kvo_hws.h>
 
 #include <stdio.h>

@@ -1,4 +1,4 @@
-/* Input and display: shows what an operator can use at this station. */
+/* Input and display: counts a station's input devices, and prints the resolution of its display. */
 #include <kvo_hws/kvo_hws.h>
 
 #include <stdio.h>

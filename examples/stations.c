@@ -10,7 +10,7 @@ int main(void)
     KvoDescription *stations = NULL;
     int32_t result = KVO_HWS_TOO_SMALL;
 
-    /* On KVO_HWS_TOO_SMALL, count is the number needed; the plant may grow before the next call. */
+    /* On KVO_HWS_TOO_SMALL, count is the number that is needed. The list may grow before the next call, so this is a loop. */
     while (result == KVO_HWS_TOO_SMALL) {
         free(stations);
         stations = calloc(count, sizeof *stations);

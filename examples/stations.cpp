@@ -10,7 +10,7 @@ int main()
     auto count = static_cast<uint32_t>(stations.size());
     int32_t result = KVO_HWS_getDescriptionList(stations.data(), &count);
 
-    // On KVO_HWS_TOO_SMALL, count is the number needed; the plant may grow before the next call.
+    // On KVO_HWS_TOO_SMALL, count is the number that is needed. The list may grow before the next call, so this is a loop.
     while (result == KVO_HWS_TOO_SMALL) {
         stations.resize(count);
         result = KVO_HWS_getDescriptionList(stations.data(), &count);

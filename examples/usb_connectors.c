@@ -15,7 +15,7 @@ int main(void)
     if (KVO_HWS_getUsbLock(0x0A000005, &first, &second) == KVO_HWS_OK) {
         printf("lock %u:%u\n", (unsigned)first, (unsigned)second);
     }
-    /* On KVO_HWS_TOO_SMALL, size is the list's length. The list needs one byte more, and is not null-terminated. */
+    /* On KVO_HWS_TOO_SMALL, size is the list's length. The buffer must be one byte longer. The list is not null-terminated. */
     while (result == KVO_HWS_TOO_SMALL) {
         free(list);
         size += 1;

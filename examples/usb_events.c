@@ -1,4 +1,4 @@
-/* Prints what happens to every USB device of the plant until Enter is pressed or another program takes the events over. */
+/* Prints the USB events of all stations until Enter is pressed or another program takes the events over. */
 #include <kvo_hws/kvo_hws.h>
 
 #include <semaphore.h>
@@ -6,7 +6,7 @@
 
 static sem_t ended;
 
-/* Runs on threads of the library, several at once if several devices arrive; stdio keeps the lines separate. */
+/* Runs on threads of the library. Several calls may run at the same time; stdio does not mix their lines. */
 static int32_t onEvent(UsbEventV2 *event)
 {
     switch (event->code) {
@@ -14,7 +14,9 @@ static int32_t onEvent(UsbEventV2 *event)
     case USB_EVENT_NEW_DEVICE:
         printf("%s: new device %s\n", event->payload.device.ipAddress, event->payload.device.ident2);
         break;
-    case USB_EVENT_REMOVED: printf("%s: %s was removed\n", event->payload.removed.ipAddress, event->payload.removed.ident2); break;
+    case USB_EVENT_REMOVED:
+        printf("%s: %s was removed\n", event->payload.removed.ipAddress, event->payload.removed.ident2);
+        break;
     case USB_EVENT_STATE:
         printf("%s: %s is in state %u\n", event->payload.state.ipAddress, event->payload.state.ident2,
                (unsigned)event->payload.state.state);
@@ -39,7 +41,7 @@ int main(void)
         return 1;
     }
     getchar();
-    /* -9 if the events have ended already; otherwise the callback receives the end. */
+    /* The result is -9 if the events have already ended. Otherwise the callback receives a final code. */
     if (KVO_HWS_closeUSBEvents() == KVO_HWS_OK) {
         sem_wait(&ended);
         puts("ended");

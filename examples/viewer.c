@@ -1,4 +1,4 @@
-/* The viewer: starts it, prints what it shows, stops it. */
+/* Viewer: starts the viewer of a station, prints what it shows, and stops it. */
 #include <kvo_hws/kvo_hws.h>
 
 #include <stdio.h>
@@ -11,7 +11,7 @@ int main(void)
     uint32_t serverSize = sizeof server;
     uint32_t displaySize = sizeof display;
 
-    KVO_HWS_setStopViewer(station); /* 0 if none runs, which is fine here */
+    KVO_HWS_setStopViewer(station); /* the result 0 means that no viewer was running; this is not a failure */
     if (KVO_HWS_setStartViewer(station, "10.0.0.7", "3", "") != KVO_HWS_OK) {
         return 1;
     }

@@ -1,4 +1,4 @@
-// The simulated service knows every request of the catalogue, and answers none in a way that the library cannot read.
+// The simulated service knows every request of the catalogue, and the library can read all its replies.
 #include "catalogue/catalogue.h"
 #include "tools/kvosim/support/client.h"
 #include "tools/kvosim/support/running_service.h"
@@ -34,7 +34,7 @@ std::vector<const catalogue::Request *> askingRequests()
     return all;
 }
 
-TEST(Catalogue, has_no_request_that_the_simulated_service_does_not_know)
+TEST(Catalogue, has_only_requests_that_the_simulated_service_knows)
 {
     const RunningService service(kPlant);
     const std::string unknown = exchange("noSuchCommand=0A000005\n");
@@ -45,7 +45,7 @@ TEST(Catalogue, has_no_request_that_the_simulated_service_does_not_know)
     }
 }
 
-TEST(Catalogue, has_no_request_whose_simulated_answer_the_library_cannot_read)
+TEST(Catalogue, has_only_requests_whose_simulated_replies_the_library_reads)
 {
     const RunningService service(kPlant);
     for (const catalogue::Request *request : askingRequests()) {

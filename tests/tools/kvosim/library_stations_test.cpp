@@ -1,5 +1,5 @@
-// Stations as programs see them through the library: what is set is what is read back, and each result that the service can
-// bring about.
+// Stations as programs see them through the library: values that were set can be read back, and every result that the service
+// can cause.
 #include "tools/kvosim/commands/simulation.h"
 #include "tools/kvosim/support/running_service.h"
 
@@ -32,7 +32,7 @@ TEST(LibraryStations, viewer_starts_shows_its_server_and_stops)
     EXPECT_EQ(KVO_HWS_isViewerActive(kA), 0);
     EXPECT_EQ(KVO_HWS_getCurrentServer(kA, server, &serverSize, display, &displaySize), 0);
     EXPECT_EQ(KVO_HWS_setStartViewer(kA, "nc1", "3", "shared"), 1);
-    EXPECT_EQ(KVO_HWS_setStartViewer(kA, "nc1", "3", "shared"), 0) << "it runs already";
+    EXPECT_EQ(KVO_HWS_setStartViewer(kA, "nc1", "3", "shared"), 0) << "it is already running";
     EXPECT_EQ(KVO_HWS_isViewerActive(kA), 1);
     ASSERT_EQ(KVO_HWS_getCurrentServer(kA, server, &serverSize, display, &displaySize), 1);
     EXPECT_STREQ(server, "nc1");
@@ -59,7 +59,7 @@ TEST(LibraryStations, focus_status_line_and_reboot)
     EXPECT_EQ(KVO_HWS_isViewerActive(kA), -1);
     EXPECT_EQ(KVO_HWS_getDescriptionEx(kA, nullptr, &record), 0);
     EXPECT_EQ(KVO_HWS_isMarovantiPanel(kA), -4);
-    EXPECT_EQ(KVO_HWS_setActivateMe(kB), 1) << "the focus went with the station";
+    EXPECT_EQ(KVO_HWS_setActivateMe(kB), 1) << "the station lost the focus";
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
     EXPECT_EQ(KVO_HWS_isViewerActive(kA), 0);
     EXPECT_EQ(KVO_HWS_getDescriptionEx(kA, nullptr, &record), 1);
@@ -116,7 +116,7 @@ TEST(LibraryStations, handheld_terminal)
     EXPECT_EQ(KVO_HWS_getRV4Mode(kB, &mode), 0);
 }
 
-TEST(LibraryStations, addresses_and_who_has_them)
+TEST(LibraryStations, addresses_and_stations_that_have_them)
 {
     RunningService service(plantWith("dck_address = 9") + "cks_fixed = 1\n");
     uint32_t value = 0;
@@ -248,7 +248,7 @@ TEST(LibraryStations, usb_connectors)
     EXPECT_EQ(KVO_HWS_getUsbConnectorListOne(kNobody, list, &size), -4);
 }
 
-TEST(LibraryStations, usb_connectors_while_they_are_looked_for)
+TEST(LibraryStations, usb_connectors_during_a_scan)
 {
     const RunningService service(plantWith("usb_scanning = 1"));
     uint32_t size = 0;

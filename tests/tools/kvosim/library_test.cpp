@@ -1,4 +1,4 @@
-// The service as programs see it: through the library.
+// The service as programs see it through the library.
 #include "kvosim/plant_file/plant_generator.h"
 #include "support/eventually.h"
 #include "tools/kvosim/support/client.h"
@@ -57,7 +57,7 @@ TEST(Library, switches_backlight_and_brightness)
     EXPECT_EQ(plant.findPanel(0x0A000006)->brightness, 1U);
 }
 
-TEST(Library, takes_and_gives_back_the_registry_lock)
+TEST(Library, acquires_and_releases_the_registry_lock)
 {
     const RunningService service;
     EXPECT_EQ(KVO_HWS_unlockKVORegData(), -1);
@@ -92,7 +92,7 @@ TEST(Library, reads_the_list)
     EXPECT_EQ(list[2].address, 0xC0A80007U);
 }
 
-TEST(Library, learns_how_much_room_the_lists_need)
+TEST(Library, reads_the_required_size_of_the_lists)
 {
     const RunningService service;
     KvoDescription one{};
@@ -118,7 +118,7 @@ TEST(Library, reads_the_extended_list)
     EXPECT_EQ(list[2].extAttr7, 0U);
 }
 
-TEST(Library, looks_stations_up)
+TEST(Library, finds_single_stations)
 {
     const RunningService service;
     KvoDescriptionEx record{};
@@ -138,7 +138,7 @@ TEST(Library, reads_both_registry_lists)
     std::vector<KvoDescription> list(4);
     uint32_t count = 4;
     ASSERT_EQ(KVO_HWS_getKVOCurrentListFromRegistry(list.data(), &count, 1), 1);
-    EXPECT_EQ(count, 2U) << "the station without an attr1 is left out by the reader";
+    EXPECT_EQ(count, 2U) << "the reader skips the station without attr1";
     EXPECT_STREQ(list[1].name, "Fräse");
     EXPECT_EQ(list[1].attr1, 0xFFFFFFFFU);
 
@@ -147,10 +147,10 @@ TEST(Library, reads_both_registry_lists)
     ASSERT_EQ(KVO_HWS_getKVOPreviousListFromRegistry(list.data(), &count, 1), 1);
     EXPECT_EQ(count, 1U);
     EXPECT_STREQ(list[0].name, "Gone");
-    EXPECT_EQ(KVO_HWS_lockKVORegData(), 1) << "both readers have given the lock back";
+    EXPECT_EQ(KVO_HWS_lockKVORegData(), 1) << "both readers have released the lock";
 }
 
-TEST(Library, reads_no_registry_while_the_service_starts_or_the_lock_is_held)
+TEST(Library, does_not_read_the_registry_while_it_is_locked_or_the_service_starts)
 {
     KvoDescription one{};
     uint32_t count = 1;
@@ -167,7 +167,7 @@ TEST(Library, ends_the_service)
 {
     RunningService service;
     EXPECT_EQ(KVO_HWS_killDaemon(), 1);
-    EXPECT_EQ(KVO_HWS_isInitComplete(), -2) << "nobody listens once the answer has been read";
+    EXPECT_EQ(KVO_HWS_isInitComplete(), -2) << "no process listens after the reply";
     service.join();
     EXPECT_FALSE(std::filesystem::exists(kvosim_test::kCommandSocket));
 }
@@ -183,17 +183,17 @@ TEST(Library, reads_a_large_list_without_a_pause)
     const auto took = std::chrono::steady_clock::now() - started;
     EXPECT_EQ(count, kStations);
     EXPECT_TRUE(std::string(list.back().name).starts_with("Line 250 ")) << list.back().name;
-    // 1.3 MB are 1260 KiB: with a pause in every tenth already more than a second.
+    // 1.3 MB are 1260 KiB: a pause after every tenth KiB alone would take more than a second.
     EXPECT_LT(took, std::chrono::seconds(1));
 }
 
-// What the library never sends.
-TEST(Library, service_takes_raw_lines)
+// Lines that the library never sends.
+TEST(Library, service_accepts_lines_of_other_clients)
 {
     const RunningService service;
     EXPECT_EQ(exchange("getVersion\n"), "V09.08\n");
     EXPECT_EQ(exchange("getVersion\r\n"), "V09.08\n");
-    EXPECT_EQ(exchange("getVersion\nkillDaemon\n"), "V09.08\n") << "one request a connection";
+    EXPECT_EQ(exchange("getVersion\nkillDaemon\n"), "V09.08\n") << "one request per connection";
     EXPECT_EQ(exchange("\n"), "failed\n");
     EXPECT_EQ(exchange("\r\n"), "failed\n");
     EXPECT_EQ(exchange(std::string("get\0Version\n", 12)), "failed\n");

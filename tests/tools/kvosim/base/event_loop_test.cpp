@@ -1,4 +1,4 @@
-// The loop's promises about descriptors that are forgotten, actions in time, and its end.
+// The event loop: removed descriptors, timed actions, and its end.
 #include "kvosim/base/event_loop.h"
 
 #include <gtest/gtest.h>
@@ -28,7 +28,7 @@ struct Pipe {
     tools::Descriptor in;
 };
 
-TEST(EventLoop, runs_actions_in_the_order_of_their_times)
+TEST(EventLoop, runs_timed_actions_in_order)
 {
     kvosim::EventLoop loop;
     std::string order;
@@ -42,7 +42,7 @@ TEST(EventLoop, runs_actions_in_the_order_of_their_times)
     EXPECT_EQ(order, "abc");
 }
 
-TEST(EventLoop, reacts_until_forgotten)
+TEST(EventLoop, reacts_to_a_descriptor_until_it_is_removed)
 {
     kvosim::EventLoop loop;
     const Pipe pipe;
@@ -59,7 +59,7 @@ TEST(EventLoop, reacts_until_forgotten)
     EXPECT_EQ(reactions, 3);
 }
 
-TEST(EventLoop, does_not_react_for_what_was_forgotten_in_the_same_round)
+TEST(EventLoop, does_not_react_to_a_descriptor_that_was_removed_in_the_same_round)
 {
     kvosim::EventLoop loop;
     const Pipe first;
@@ -79,7 +79,7 @@ TEST(EventLoop, does_not_react_for_what_was_forgotten_in_the_same_round)
     EXPECT_EQ(reactions, 1);
 }
 
-TEST(EventLoop, stops_from_another_thread)
+TEST(EventLoop, can_be_stopped_by_another_thread)
 {
     kvosim::EventLoop loop;
     std::thread stopper([&] {

@@ -1,4 +1,4 @@
-// What of a text is shown in a log line.
+// How a text is shown in a log line.
 #include "kvosim/base/exchange_log.h"
 
 #include <gtest/gtest.h>
@@ -7,7 +7,7 @@ namespace {
 
 using kvosim::printable;
 
-TEST(ExchangeLog, shows_plain_texts_as_they_are)
+TEST(ExchangeLog, shows_printable_texts_unchanged)
 {
     EXPECT_EQ(printable(""), "");
     EXPECT_EQ(printable("getDLV2 5"), "getDLV2 5");
@@ -25,7 +25,7 @@ TEST(ExchangeLog, shortens_long_texts_and_shows_their_length)
     EXPECT_EQ(printable(std::string(121, 'a')), std::string(120, 'a') + "... (121 bytes)");
 }
 
-TEST(ExchangeLog, does_not_cut_a_character_in_two)
+TEST(ExchangeLog, does_not_cut_inside_a_utf8_character)
 {
     EXPECT_EQ(printable(std::string(119, 'a') + "ääää"), std::string(119, 'a') + "... (127 bytes)");
 }

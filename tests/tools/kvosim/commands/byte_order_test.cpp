@@ -1,4 +1,4 @@
-// A station is found by its address with the bytes in either order, by every command about stations.
+// Every command about stations finds a station by its address in either byte order.
 #include "kvosim/commands/commands.h"
 #include "kvosim/plant_file/plant_file.h"
 #include "tools/kvosim/support/named_row.h"
@@ -13,7 +13,7 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-/// The first two tell the orders apart; the other two are each other's, read in the other order.
+/// The first two stations distinguish the orders. The addresses of the other two are each other's in reverse byte order.
 constexpr std::string_view kPlant = R"toml(
 [[station]]
 address = "10.0.0.5"
@@ -51,7 +51,7 @@ private:
     kvosim::ServiceContext context_{.plant = plant_, .registry = registry_};
 };
 
-/// A request with "@" for the station, and one whose reply shows what it has done; empty where its own reply does.
+/// A request with "@" for the station, and a request whose reply shows the effect; empty if the first reply shows it.
 struct Row : kvosim_test::NamedRow {
     std::string request;
     std::string check;
@@ -140,14 +140,14 @@ const std::vector<Row> kMetricsRequests = {{"layout", "getPaneOemLayout=@", ""},
 
 INSTANTIATE_TEST_SUITE_P(Metrics, InEitherOrder, testing::ValuesIn(kMetricsRequests), kvosim_test::kNameOfRow);
 
-TEST(ByteOrder, where_both_readings_find_a_station_the_plain_one_counts)
+TEST(ByteOrder, normal_byte_order_has_precedence_if_both_orders_match)
 {
     Simulation simulation;
     EXPECT_EQ(simulation.ask("getKVOIndex=01020304"), "kvoindex=1");
     EXPECT_EQ(simulation.ask("getKVOIndex=04030201"), "kvoindex=2");
 }
 
-TEST(ByteOrder, a_station_that_reboots_is_not_looked_for_in_the_other_order)
+TEST(ByteOrder, a_rebooting_station_is_not_searched_in_the_other_order)
 {
     Simulation simulation;
     simulation.plant().findStation(0x01020304)->panel.rebootsUntil = kvosim::Clock::now() + std::chrono::hours(1);
@@ -155,8 +155,8 @@ TEST(ByteOrder, a_station_that_reboots_is_not_looked_for_in_the_other_order)
     EXPECT_EQ(simulation.ask("getKVOIndex=04030201"), "kvoindex=2");
 }
 
-// The agent goes on with the address out of the description.
-TEST(ByteOrder, a_description_carries_the_address_in_the_order_that_was_asked)
+// The agent uses the address of the description from then on.
+TEST(ByteOrder, a_description_contains_the_address_in_the_requested_order)
 {
     Simulation simulation;
     const std::string plain = simulation.ask("getExDescByIP 0A000005");
@@ -169,7 +169,7 @@ TEST(ByteOrder, a_description_carries_the_address_in_the_order_that_was_asked)
     EXPECT_EQ(simulation.ask("getExDescByIP 0500000B"), "not found");
 }
 
-TEST(ByteOrder, a_lock_is_set_by_an_address_in_either_order)
+TEST(ByteOrder, a_lock_can_be_set_by_an_address_in_either_order)
 {
     for (const char *host : {"10.0.0.5", "5.0.0.10"}) {
         Simulation simulation;

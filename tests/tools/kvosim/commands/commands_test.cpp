@@ -1,4 +1,4 @@
-// Every command and what is answered to it, without a socket between.
+// Every command and its reply, without sockets.
 #include "kvosim/commands/commands.h"
 #include "tools/kvosim/support/named_row.h"
 #include "tools/kvosim/support/running_service.h"
@@ -47,7 +47,7 @@ const std::vector<Row> kCommands = {
     {"set_debug_level_bare", "setDebugLevel", "failed"},
     {"init_complete", "isInitComplete", "yes"},
     {"lock", "lockKVORegData", "ok"},
-    {"unlock_unheld", "unlockKVORegData", "failed"},
+    {"unlock_without_lock", "unlockKVORegData", "failed"},
     {"kill", "killDaemon", "ok"},
     {"backlight_off", "setBacklight=0", "ok"},
     {"backlight_on", "setBacklight=1", "ok"},
@@ -104,7 +104,7 @@ const std::vector<Row> kCommands = {
 
 INSTANTIATE_TEST_SUITE_P(Table, OneCommand, testing::ValuesIn(kCommands), kvosim_test::kNameOfRow);
 
-TEST_F(Commands, debug_level_is_read_as_it_was_set)
+TEST_F(Commands, debug_level_can_be_read_back)
 {
     for (const std::string level : {"DEBUG_LEVEL_II", "DEBUG_LEVEL_I", "DEBUG_LEVEL_NONE"}) {
         ask("setDebugLevel=" + level);
@@ -140,7 +140,7 @@ TEST_F(Commands, brightness_belongs_to_one_station)
     EXPECT_EQ(plant.findPanel(0xC0A80007)->brightness, 1U);
 }
 
-TEST_F(Commands, lock_is_busy_until_it_is_given_back)
+TEST_F(Commands, lock_is_busy_until_it_is_released)
 {
     EXPECT_EQ(ask("lockKVORegData"), "ok");
     EXPECT_EQ(ask("lockKVORegData"), "busy");
@@ -156,7 +156,7 @@ TEST_F(Commands, registry_path_ends_with_a_slash)
     EXPECT_TRUE(ask("getregistrypath").ends_with('/'));
 }
 
-TEST_F(Commands, init_is_complete_after_its_time)
+TEST_F(Commands, init_is_complete_after_the_configured_time)
 {
     plant.service.initTime = std::chrono::milliseconds(60'000);
     EXPECT_EQ(ask("isInitComplete"), "no");

@@ -10,7 +10,7 @@
 
 namespace kvosim_test {
 
-/// A plant whose first station has @p keys, beside a plain one.
+/// A plant with two stations. The first one has the additional @p keys.
 inline std::string plantWith(const std::string &keys)
 {
     return "[[station]]\naddress = \"10.0.0.5\"\nname = \"A\"\n" + keys +

@@ -1,4 +1,4 @@
-// Each reply of a station, by the keys of the plant file.
+// The replies of a station for each key of the plant file.
 #include "tools/kvosim/commands/simulation.h"
 #include "tools/kvosim/support/named_row.h"
 
@@ -197,7 +197,7 @@ const std::vector<Row> kInputReplies = {
     {"devices", "", "showInputDevice=0A000005", "kbd=1 mouse=1 touch=1 multitouch=0 vkbd=0"},
     {"devices_all", "maxcontacts = 10\nvkbd = 2", "showInputDevice=0A000005",
      "kbd=1 mouse=1 touch=1 multitouch=0 maxcontacts=10 vkbd=2"},
-    {"devices_untold", "kbd = \"none\"\nmouse = \"none\"\ntouch = \"none\"\nmultitouch = \"none\"\nvkbd = \"none\"",
+    {"devices_without_numbers", "kbd = \"none\"\nmouse = \"none\"\ntouch = \"none\"\nmultitouch = \"none\"\nvkbd = \"none\"",
      "showInputDevice=0A000005", ""},
     {"devices_unknown_station", "", "showInputDevice=0A0000FF", "failed"},
     {"calibration", "press_thresh = 12\nnonlinear = 1", "getCalibParam=0A000005", "press_thresh=12 nonlinear=1"},

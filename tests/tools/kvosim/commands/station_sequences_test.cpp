@@ -14,12 +14,12 @@ using kvosim_test::plantWith;
 using kvosim_test::Simulation;
 using testing::Eq;
 
-struct Talk : kvosim_test::NamedRow {
+struct SequenceRow : kvosim_test::NamedRow {
     std::string keys;
     std::vector<std::pair<std::string, std::string>> exchanges;
 };
 
-class Sequence : public testing::TestWithParam<Talk> {};
+class Sequence : public testing::TestWithParam<SequenceRow> {};
 
 TEST_P(Sequence, is_answered)
 {
@@ -29,7 +29,7 @@ TEST_P(Sequence, is_answered)
     }
 }
 
-const std::vector<Talk> kSequences = {
+const std::vector<SequenceRow> kSequences = {
     {"viewer",
      "",
      {{"startViewer=\"nc1:3:shared\" 0A000005", "ok"},
@@ -136,26 +136,26 @@ TEST(StationCommands, two_stations_with_one_dck_address_are_not_distinguished)
     EXPECT_EQ(simulation.ask("getIPbyDCKAddress=00000003"), "more_than_one_dck");
 }
 
-TEST(StationCommands, connectors_of_several_stations_stand_after_their_addresses)
+TEST(StationCommands, connectors_of_several_stations_follow_their_addresses)
 {
     Simulation simulation(plantWith("usb_connectors = \"X60:free\"") + "usb_connectors = \"X1:mouse X2:free\"\n");
     EXPECT_EQ(simulation.ask("getUsbConnectorList"), "usb-connector-list=10.0.0.5 X60:free;10.0.0.6 X1:mouse X2:free");
 }
 
-TEST(StationCommands, focus_is_held_for_its_time_against_others)
+TEST(StationCommands, focus_is_kept_for_its_time)
 {
     Simulation simulation("[service]\nfocus_hold_ms = 60000\n" + plantWith(""));
     EXPECT_EQ(simulation.ask("activateMe=0A000005"), "ok");
     EXPECT_EQ(simulation.ask("activateMe=0A000006"), "busy");
-    EXPECT_EQ(simulation.ask("activateMe=0A000005"), "ok") << "who has it may ask again";
+    EXPECT_EQ(simulation.ask("activateMe=0A000005"), "ok") << "the owner may request it again";
     simulation.context.plant.focus.since -= std::chrono::seconds(59);
     EXPECT_EQ(simulation.ask("activateMe=0A000006"), "busy");
-    EXPECT_EQ(simulation.ask("activateMe=0A000005"), "ok") << "but does not keep it longer by that";
+    EXPECT_EQ(simulation.ask("activateMe=0A000005"), "ok") << "a repeated request does not extend the time";
     simulation.context.plant.focus.since -= std::chrono::seconds(1);
     EXPECT_EQ(simulation.ask("activateMe=0A000006"), "ok");
     EXPECT_EQ(simulation.ask("activateMe=0A000005"), "busy");
     EXPECT_EQ(simulation.ask("reboot=0A000006"), "ok");
-    EXPECT_EQ(simulation.ask("activateMe=0A000005"), "ok") << "a station that reboots gives it up";
+    EXPECT_EQ(simulation.ask("activateMe=0A000005"), "ok") << "a rebooting station loses the focus";
 }
 
 TEST(StationCommands, station_is_back_after_its_reboot)
@@ -167,7 +167,7 @@ TEST(StationCommands, station_is_back_after_its_reboot)
     EXPECT_EQ(simulation.ask("isViewerActive=0A000005"), "not active");
 }
 
-TEST(StationCommands, cleaning_up_takes_the_status_line_away)
+TEST(StationCommands, cleaning_up_removes_the_status_line)
 {
     Simulation simulation(plantWith("viewer = \"nc1:3\""));
     const kvosim::Panel &panel = *simulation.context.plant.findPanel(0x0A000005);

@@ -1,4 +1,4 @@
-// The datagrams of the USB lock: what is taken, from where, and by whom.
+// The datagrams of the USB lock: their syntax, the address and port, and their effect.
 #include "kvosim/commands/commands.h"
 #include "kvosim/net/udp_socket.h"
 #include "tools/kvosim/support/client.h"
@@ -26,7 +26,7 @@ using kvosim_test::exchange;
 using kvosim_test::RunningService;
 using testing::HasSubstr;
 
-// ---- What is a datagram ----
+// ---- The syntax ----
 
 struct Row : kvosim_test::NamedRow {
     std::string datagram;
@@ -73,9 +73,9 @@ TEST(UsbLock, skips_a_station_that_reboots)
     EXPECT_EQ(plant.findPanel(0x0A000006)->usbLock, "1:2");
 }
 
-// ---- Where it is taken ----
+// ---- The address and port ----
 
-TEST(Endpoint, has_an_address_and_perhaps_a_port)
+TEST(Endpoint, has_an_address_and_an_optional_port)
 {
     EXPECT_EQ(ntohs(kvosim::parseEndpoint("127.0.0.1")->sin_port), 5851);
     EXPECT_EQ(ntohs(kvosim::parseEndpoint("0.0.0.0:65535")->sin_port), 65535);
@@ -95,8 +95,8 @@ void sendTo(const std::string &endpoint, std::string_view datagram)
         static_cast<ssize_t>(datagram.size()));
 }
 
-/// Asks until the reply is there: a datagram is not answered.
-std::string lockWithin(const std::string &station, const std::string &wanted)
+/// Repeats the request until it returns the wanted reply: a datagram has no reply.
+std::string waitForLock(const std::string &station, const std::string &wanted)
 {
     std::string reply;
     for (int i = 0; i < 200 && reply != wanted; ++i) {
@@ -106,18 +106,18 @@ std::string lockWithin(const std::string &station, const std::string &wanted)
     return reply;
 }
 
-TEST(UsbLock, comes_by_datagram)
+TEST(UsbLock, is_set_by_a_datagram)
 {
     RunningService service(kvosim_test::kSmallPlant, {.usbLockAddress = "127.0.0.1:0"});
     const std::string endpoint = service.usbLockAddress();
     sendTo(endpoint, "nonsense");
     sendTo(endpoint, "");
     sendTo(endpoint, "setUsbLock=\"7:8\" 10.0.0.6\n");
-    EXPECT_EQ(lockWithin("0A000006", "usb-lock=7:8\n"), "usb-lock=7:8\n");
+    EXPECT_EQ(waitForLock("0A000006", "usb-lock=7:8\n"), "usb-lock=7:8\n");
     EXPECT_EQ(exchange("getUsbLock=0A000005\n"), "usb-lock=0:0\n");
 }
 
-TEST(UsbLock, a_flood_of_datagrams_delays_no_client)
+TEST(UsbLock, a_flood_of_datagrams_does_not_delay_clients)
 {
     RunningService service(kvosim_test::kSmallPlant, {.usbLockAddress = "127.0.0.1:0"});
     const sockaddr_in address = *kvosim::parseEndpoint(service.usbLockAddress());
@@ -142,7 +142,7 @@ TEST(UsbLock, a_flood_of_datagrams_delays_no_client)
     }
 }
 
-TEST(UsbLock, place_is_the_plants_unless_it_is_given)
+TEST(UsbLock, address_is_that_of_the_plant_unless_an_option_sets_it)
 {
     const std::string plant = "[service]\nusb_lock_address = \"127.0.0.2:0\"\n";
     {
@@ -160,7 +160,7 @@ TEST(UsbLock, place_is_the_plants_unless_it_is_given)
     EXPECT_EQ(RunningService("").usbLockAddress(), "");
 }
 
-TEST(UsbLock, taken_port_of_this_machine_is_an_error_unless_it_is_the_default)
+TEST(UsbLock, port_in_use_is_an_error_unless_it_is_the_default)
 {
     EventLoop loop;
     const UdpSocket first(loop, "127.0.0.1:0", [](std::string_view) {});
@@ -181,8 +181,9 @@ TEST(UsbLock, port_of_the_network_is_shared)
     EXPECT_EQ(second.address(), first.address());
 }
 
-/// A network of the process's own, in which the lock's fixed port is free; false where the kernel grants none.
-bool enterOwnNetwork()
+/// Moves this process into a private network namespace, in which the lock's fixed port is free. Returns false if the kernel
+/// refuses.
+bool enterNetworkNamespace()
 {
     if (unshare(CLONE_NEWNET) != 0) {
         return false;
@@ -196,21 +197,21 @@ bool enterOwnNetwork()
 
 TEST(UsbLock, is_set_and_read_through_the_library)
 {
-    if (!enterOwnNetwork()) {
-        GTEST_SKIP() << "the kernel grants no network of its own, and the port 5851 of this one may be another's";
+    if (!enterNetworkNamespace()) {
+        GTEST_SKIP() << "the kernel refuses a network namespace, and another process may use port 5851 here";
     }
     setenv("KVO_PLATFORM_INTERFACE", "lo", 1);
     const RunningService service(kvosim_test::kSmallPlant, {.usbLockAddress = kvosim::kDefaultUsbLockAddress});
     const char *hosts[] = {"10.0.0.5", "10.0.0.6"};
     ASSERT_EQ(KVO_HWS_setUsbLock(2, hosts, 5, -6), 1);
-    EXPECT_EQ(lockWithin("0A000005", "usb-lock=5:4294967290\n"), "usb-lock=5:4294967290\n");
+    EXPECT_EQ(waitForLock("0A000005", "usb-lock=5:4294967290\n"), "usb-lock=5:4294967290\n");
     uint32_t first = 0;
     uint32_t second = 0;
     ASSERT_EQ(KVO_HWS_getUsbLock(0x0A000006, &first, &second), 1);
     EXPECT_EQ(first, 5U);
     EXPECT_EQ(static_cast<int>(second), -6);
     ASSERT_EQ(KVO_HWS_setUsbLock(0, nullptr, 1, 1), 1);
-    EXPECT_EQ(lockWithin("C0A80007", "usb-lock=1:1\n"), "usb-lock=1:1\n");
+    EXPECT_EQ(waitForLock("C0A80007", "usb-lock=1:1\n"), "usb-lock=1:1\n");
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The control socket: what it tells, what it changes, what it refuses, and who may use it.
+// The control socket: what it shows, changes and refuses, and which users may connect.
 #include "common/control_client.h"
 
 #include "kvosim/plant/station_keys.h"
@@ -39,7 +39,7 @@ TEST(Control, shows_the_simulators_status)
     EXPECT_EQ(status["process"], getpid());
     EXPECT_GE(status["uptime_ms"], 0);
     EXPECT_EQ(status["stations"], 3);
-    EXPECT_EQ(status["exchanges"], 3) << "those of the command socket alone";
+    EXPECT_EQ(status["exchanges"], 3) << "only those of the command socket";
     EXPECT_TRUE(std::filesystem::exists(status["registry"].get<std::string>() + "kvo_hws/currkvos.reg"));
     EXPECT_EQ(status["registry_locked"], true);
     EXPECT_EQ(status["focus"], "10.0.0.5 Lathe 1");
@@ -67,7 +67,7 @@ TEST(Control, shows_every_key_of_a_station)
     EXPECT_EQ(tools::askSimulator({{"do", "station"}, {"station", "Fräse"}})["address"], "10.0.0.6");
 }
 
-TEST(Control, changes_what_clients_see)
+TEST(Control, changes_the_replies_to_clients)
 {
     const RunningService service;
     EXPECT_EQ(askFor("Lathe 1", {{"mcp_address", "0x0C"}, {"viewer", "nc1:3"}, {"attr1", "4294967295"}})["mcp_address"], 12);
@@ -79,7 +79,7 @@ TEST(Control, changes_what_clients_see)
     EXPECT_THAT(kvosim_test::contentsOf(path + "kvo_hws/currkvos.reg"), HasSubstr("\"Lathe 1\" 10.0.0.5 -1x2:3"));
 }
 
-TEST(Control, every_value_that_is_shown_can_be_set)
+TEST(Control, accepts_every_value_that_it_shows)
 {
     const RunningService service;
     tools::Json station = tools::askSimulator({{"do", "station"}, {"station", "10.0.0.5"}});
@@ -112,7 +112,7 @@ struct Refusal : kvosim_test::NamedRow {
 
 class ControlRefuses : public testing::TestWithParam<Refusal> {};
 
-TEST_P(ControlRefuses, and_says_why)
+TEST_P(ControlRefuses, the_request_and_says_why)
 {
     const RunningService service;
     const tools::Json reply = tools::Json::parse(exchange(GetParam().request + '\n', tools::kControlSocket));
@@ -126,7 +126,7 @@ const std::vector<Refusal> kRefusals = {
     {"no_json", "status", "parse error"},
     {"empty", "", "parse error"},
     {"no_object", "[1]", "type"},
-    {"nothing_to_do", "{}", "'do' not found"},
+    {"no_action", "{}", "'do' not found"},
     {"unknown", R"({"do": "stop"})", "\"do\": \"stop\" is not one of"},
     {"station_missing", R"({"do": "station"})", "'station' not found"},
     {"station_unknown", R"({"do": "station", "station": "10.0.0.9"})", "no station has the address or the name \"10.0.0.9\""},
@@ -158,14 +158,14 @@ TEST(Control, adds_lists_and_clears_faults)
     EXPECT_EQ(tools::askSimulator({{"do", "fault.clear"}}).dump(), R"({"faults":[]})");
 }
 
-TEST(Control, faults_do_not_reach_it)
+TEST(Control, is_not_affected_by_faults)
 {
     const RunningService service;
     tools::askSimulator({{"do", "fault.add"}, {"kind", "silent"}});
     EXPECT_EQ(tools::askSimulator({{"do", "status"}})["faults"], 1);
 }
 
-TEST(Control, is_this_users_alone)
+TEST(Control, is_accessible_only_to_its_user)
 {
     const RunningService service;
     struct stat status {};
@@ -175,7 +175,7 @@ TEST(Control, is_this_users_alone)
     EXPECT_NE(status.st_mode & 0200U, 0U);
 }
 
-/// Who may connect to a socket.
+/// The permissions of a socket.
 mode_t modeOf(const char *path)
 {
     struct stat status {};
@@ -183,7 +183,7 @@ mode_t modeOf(const char *path)
     return status.st_mode & 07777U;
 }
 
-TEST(Control, the_services_own_sockets_have_the_mode_that_was_asked_for)
+TEST(Control, gives_the_other_sockets_the_requested_mode)
 {
     for (const mode_t mode : {mode_t{0600}, mode_t{0660}, mode_t{0666}}) {
         const mode_t before = umask(022);
@@ -195,7 +195,7 @@ TEST(Control, the_services_own_sockets_have_the_mode_that_was_asked_for)
     }
 }
 
-TEST(Control, without_a_mode_the_services_own_sockets_are_for_this_user_alone)
+TEST(Control, makes_the_other_sockets_private_without_a_mode)
 {
     for (const mode_t mask : {mode_t{0}, mode_t{022}, mode_t{077}}) {
         const mode_t before = umask(mask);
@@ -207,7 +207,7 @@ TEST(Control, without_a_mode_the_services_own_sockets_are_for_this_user_alone)
     }
 }
 
-TEST(Control, goes_with_the_service)
+TEST(Control, is_removed_when_the_service_ends)
 {
     RunningService service;
     exchange("killDaemon\n");
@@ -216,7 +216,7 @@ TEST(Control, goes_with_the_service)
     EXPECT_THROW(tools::askSimulator({{"do", "status"}}), tools::NoSimulator);
 }
 
-TEST(Control, a_socket_without_a_listener_is_not_a_simulator)
+TEST(Control, is_not_found_without_a_listener)
 {
     EXPECT_THROW(tools::askSimulator({{"do", "status"}}), tools::NoSimulator);
     const kvosim_test::TemporaryDirectory directory;
@@ -235,7 +235,7 @@ TEST(Control, a_socket_without_a_listener_is_not_a_simulator)
         ThrowsMessage<tools::NoSimulator>(HasSubstr("no process listens at " + path)));
 }
 
-TEST(Control, names_that_are_not_utf8_are_shown)
+TEST(Control, shows_names_that_are_not_utf8)
 {
     const RunningService service;
     exchange("setStatusline=0A000005,1,2,\xFF\n");

@@ -1,4 +1,4 @@
-// Events of embedded stations: who gets them, which texts are events, and what becomes of listeners that do not read.
+// Events of embedded stations: their listeners, the valid event texts, and listeners that do not read.
 #include "kvosim/events/embedded_events.h"
 
 #include "common/control_client.h"
@@ -36,8 +36,8 @@ std::size_t publish(const std::string &text, bool asIs = false)
     return tools::askSimulator({{"do", "event"}, {"text", text}, {"as_is", asIs}})["listeners"].get<std::size_t>();
 }
 
-/// Waits until so many listen.
-bool listenersBecome(std::size_t count)
+/// Waits until @p count listeners are connected.
+bool waitForListeners(std::size_t count)
 {
     return support::eventually([=] { return tools::askSimulator({{"do", "status"}})["event_listeners"] == count; });
 }
@@ -50,46 +50,46 @@ std::string receive(const Client &client, std::size_t size)
     return text;
 }
 
-TEST(EmbeddedEvents, go_to_every_listener)
+TEST(EmbeddedEvents, are_sent_to_every_listener)
 {
     const RunningService service;
     EXPECT_EQ(publish("key, F1"), 0U);
     const Client first(kEventSocket);
     const Client second(kEventSocket);
-    ASSERT_TRUE(listenersBecome(2));
+    ASSERT_TRUE(waitForListeners(2));
     EXPECT_EQ(publish("key, F2"), 2U);
     EXPECT_EQ(receive(first, 8), "key, F2\n");
     EXPECT_EQ(receive(second, 8), "key, F2\n");
 }
 
-TEST(EmbeddedEvents, a_listener_that_has_gone_is_not_counted)
+TEST(EmbeddedEvents, a_disconnected_listener_is_not_counted)
 {
     const RunningService service;
     const Client first(kEventSocket);
     {
         const Client second(kEventSocket);
-        ASSERT_TRUE(listenersBecome(2));
+        ASSERT_TRUE(waitForListeners(2));
     }
-    EXPECT_EQ(publish("key, F1"), 1U) << "also when its end has not been read yet";
-    EXPECT_TRUE(listenersBecome(1));
+    EXPECT_EQ(publish("key, F1"), 1U) << "even if its end has not been read yet";
+    EXPECT_TRUE(waitForListeners(1));
 }
 
-TEST(EmbeddedEvents, what_a_listener_says_is_not_heard)
+TEST(EmbeddedEvents, bytes_from_a_listener_are_ignored)
 {
     const RunningService service;
     const Client listener(kEventSocket);
-    ASSERT_TRUE(listenersBecome(1));
+    ASSERT_TRUE(waitForListeners(1));
     listener.send(std::string(100'000, 'x'));
     EXPECT_EQ(publish("key, F1"), 1U);
     EXPECT_EQ(receive(listener, 8), "key, F1\n");
 }
 
-TEST(EmbeddedEvents, a_listener_that_does_not_read_is_dropped)
+TEST(EmbeddedEvents, a_listener_that_does_not_read_is_disconnected)
 {
     const RunningService service;
     const Client idle(kEventSocket);
     const Client reader(kEventSocket);
-    ASSERT_TRUE(listenersBecome(2));
+    ASSERT_TRUE(waitForListeners(2));
     const std::string text = "a, " + std::string(4000, 'x');
     std::size_t listeners = 2;
     std::size_t published = 0;
@@ -101,14 +101,15 @@ TEST(EmbeddedEvents, a_listener_that_does_not_read_is_dropped)
     EXPECT_GT(published * text.size(), kvosim::EmbeddedEvents::kMaxUnread);
     EXPECT_EQ(publish("key, F1"), 1U);
     EXPECT_EQ(receive(reader, 8), "key, F1\n");
-    EXPECT_THAT(idle.receiveAll(), testing::Not(testing::EndsWith("(nothing more came)"))) << "it finds the end";
+    EXPECT_THAT(idle.receiveAll(), testing::Not(testing::EndsWith("(nothing more came)")))
+        << "it receives the end of the connection";
 }
 
-TEST(EmbeddedEvents, the_socket_is_gone_at_the_end)
+TEST(EmbeddedEvents, the_socket_is_removed_at_the_end)
 {
     RunningService service;
     const Client listener(kEventSocket);
-    ASSERT_TRUE(listenersBecome(1));
+    ASSERT_TRUE(waitForListeners(1));
     EXPECT_TRUE(std::filesystem::exists(kEventSocket));
     EXPECT_EQ(kvosim_test::exchange("killDaemon\n"), "ok\n");
     EXPECT_EQ(listener.receiveAll(), "");
@@ -116,7 +117,7 @@ TEST(EmbeddedEvents, the_socket_is_gone_at_the_end)
     EXPECT_FALSE(std::filesystem::exists(kEventSocket));
 }
 
-TEST(EmbeddedEvents, alive_comes_by_itself)
+TEST(EmbeddedEvents, alive_is_sent_automatically)
 {
     kvosim::ServiceOptions options;
     options.alive = 1s;
@@ -127,7 +128,7 @@ TEST(EmbeddedEvents, alive_comes_by_itself)
     EXPECT_GE(std::chrono::steady_clock::now() - start, 1s);
 }
 
-TEST(EmbeddedEvents, alive_does_not_come_by_itself_where_it_is_not_wanted)
+TEST(EmbeddedEvents, alive_is_not_sent_automatically_if_disabled)
 {
     const RunningService service;
     const Client listener(kEventSocket);
@@ -140,13 +141,13 @@ TEST(EmbeddedEvents, alive_does_not_come_by_itself_where_it_is_not_wanted)
 
 struct Row : kvosim_test::NamedRow {
     std::string text;
-    std::string mistake;  ///< empty: it is an event
-    bool never = false;   ///< not even as it is
+    std::string mistake;  ///< empty: the text is a valid event
+    bool never = false;   ///< refused even with --as-is
 };
 
 class EventText : public testing::TestWithParam<Row> {};
 
-TEST_P(EventText, is_judged)
+TEST_P(EventText, is_accepted_or_refused)
 {
     const RunningService service;
     const Row &row = GetParam();
@@ -189,21 +190,21 @@ INSTANTIATE_TEST_SUITE_P(Table, EventText, testing::ValuesIn(kTexts), kvosim_tes
 std::mutex mutex;
 std::vector<std::string> received;
 
-void take(const char *name, const char *data)
+void onEvent(const char *name, const char *data)
 {
     const std::lock_guard lock(mutex);
     received.push_back(std::string(name) + '|' + data);
 }
 
-TEST(EmbeddedEvents, reach_the_library)
+TEST(EmbeddedEvents, are_received_by_the_library)
 {
     const RunningService service;
-    ASSERT_EQ(KVO_HWS_activateEmbKvoEvents(take), 1);
-    ASSERT_TRUE(listenersBecome(1));
+    ASSERT_EQ(KVO_HWS_activateEmbKvoEvents(onEvent), 1);
+    ASSERT_TRUE(waitForListeners(1));
     for (const char *text : {"key, F1", "Alive?", "screen, 3, on", "empty, "}) {
         EXPECT_EQ(publish(text), 1U);
     }
-    EXPECT_EQ(publish("no comma", true), 1U) << "is dropped by its receiver";
+    EXPECT_EQ(publish("no comma", true), 1U) << "the receiver discards it";
     EXPECT_EQ(publish("last, x"), 1U);
     EXPECT_TRUE(support::eventually([&] {
         const std::lock_guard lock(mutex);

@@ -1,5 +1,5 @@
-// USB events from the control socket to the program that has them: what it is sent, byte by byte, when, and what the one who
-// asked for the event is told, also when the receiver is slow, silent, or gone.
+// USB events from the control socket to the receiving program: the bytes and the time of each event, and the reply to the
+// client, also if the receiver is slow, silent or gone.
 #include "tools/kvosim/support/named_row.h"
 #include "tools/kvosim/support/usb_receiver.h"
 
@@ -34,7 +34,7 @@ using testing::ThrowsMessage;
 using tools::askSimulator;
 using tools::Json;
 
-constexpr auto kAnswerTime = 4s;  // for so long an event waits for its receiver's answer
+constexpr auto kAnswerTime = 4s;  // how long an event waits for the answer of its receiver
 
 tools::Json ask(const std::string &action, const std::string &station, const tools::Json &more = tools::Json::object())
 {
@@ -48,7 +48,7 @@ tools::Json plug(const std::string &station, const tools::Json &device = tools::
     return ask("plug", station, {{"device", device}});
 }
 
-// ---- What is sent ----
+// ---- The events ----
 
 TEST(UsbEvents, are_delivered_byte_by_byte)
 {
@@ -85,7 +85,7 @@ TEST(UsbEvents, are_delivered_byte_by_byte)
                                                  "removeUSBdevice*10.0.0.5*Portal mill*1-1.4*\n"));
 }
 
-TEST(UsbEvents, go_out_between_activation_and_deactivation)
+TEST(UsbEvents, are_sent_between_activation_and_deactivation)
 {
     const RunningService service;
     const ScriptedService receiver({replies("ok")}, kUsbSocket);
@@ -96,10 +96,10 @@ TEST(UsbEvents, go_out_between_activation_and_deactivation)
     EXPECT_EQ(plug("10.0.0.5")["delivery"], "not activated");
     EXPECT_EQ(ask("refuse", "10.0.0.5")["delivery"], "not activated");
     EXPECT_THAT(receiver.requests(), ElementsAre(StartsWith("newUSBdevice*10.0.0.5*usb2*1-1.2*")));
-    EXPECT_EQ(devicesPluggedIn(), 3U) << "what is plugged in does not depend on whom it is told";
+    EXPECT_EQ(devicesPluggedIn(), 3U) << "devices are plugged in whether or not the event is delivered";
 }
 
-TEST(UsbEvents, change_the_ports_where_no_process_listens)
+TEST(UsbEvents, change_the_ports_even_if_no_process_listens)
 {
     const RunningService service;
     activateUsbEvents();
@@ -130,7 +130,7 @@ TEST(UsbEvents, report_what_happened)
     EXPECT_EQ(ask("refuse", "10.0.0.5").contains("usb_lock"), false);
 }
 
-TEST(UsbEvents, of_a_locked_station_are_refusals)
+TEST(UsbEvents, at_a_locked_station_are_refusals)
 {
     const UsbReceiver receiver;
     tools::askSimulator({{"do", "station"}, {"station", "10.0.0.6"}, {"set", {{"usb_lock", "1:0"}}}});
@@ -173,7 +173,7 @@ struct Refusal : kvosim_test::NamedRow {
 
 class UsbRefuses : public testing::TestWithParam<Refusal> {};
 
-TEST_P(UsbRefuses, and_changes_and_reports_nothing)
+TEST_P(UsbRefuses, the_request_and_changes_nothing)
 {
     const UsbReceiver receiver({replies("ok")}, R"toml(
 [[station]]
@@ -203,9 +203,9 @@ const std::vector<Refusal> kRefusals = {
     {"plugged_already", kPlugAt5 + R"({"ident2": "usb1", "ident3": "1-1.1"}})", "is already plugged in at 10.0.0.5"},
     {"refuse_wrong_field", R"({"do": "usb.refuse", "station": "A", "device": {"number3": -1}})", "number3: -1 is out"},
     {"unplug_unknown", R"({"do": "usb.unplug", "station": "A", "device": "usb7"})", "no device \"usb7\" at 10.0.0.5"},
-    {"unplug_none", R"({"do": "usb.unplug", "station": "A"})", "'device' not found"},
+    {"unplug_without_device", R"({"do": "usb.unplug", "station": "A"})", "'device' not found"},
     {"state_unknown", R"({"do": "usb.state", "station": "A", "device": "x", "state": 1})", "no device \"x\""},
-    {"state_none", R"({"do": "usb.state", "station": "A", "device": "usb1"})", "'state' not found"},
+    {"state_without_value", R"({"do": "usb.state", "station": "A", "device": "usb1"})", "'state' not found"},
     {"state_large", R"({"do": "usb.state", "station": "A", "device": "usb1", "state": "0x100000000"})",
      "state: 4294967296 is out of range; write 0 to 0xFFFFFFFF"},
     {"storm_no_events", R"({"do": "usb.storm"})", "count: 0 is out of range"},
@@ -214,9 +214,9 @@ const std::vector<Refusal> kRefusals = {
 
 INSTANTIATE_TEST_SUITE_P(Table, UsbRefuses, testing::ValuesIn(kRefusals), kvosim_test::kNameOfRow);
 
-// ---- Receivers that take their time ----
+// ---- Slow receivers ----
 
-/// Runs kvosim's side and the library's in one process: the library's server has the events.
+/// Runs kvosim and the library in one process. The library's server receives the events.
 class Activated {
 public:
     explicit Activated(SendUsbEventV2 callback)
@@ -232,7 +232,7 @@ public:
     }
 };
 
-TEST(UsbEvents, are_taken_by_a_callback_that_asks_the_service)
+TEST(UsbEvents, are_accepted_by_a_callback_that_makes_requests)
 {
     const RunningService service;
     const support::EventRecorder recorder([](const support::RecordedEvent &event) {
@@ -242,14 +242,14 @@ TEST(UsbEvents, are_taken_by_a_callback_that_asks_the_service)
     });
     const Activated activated(support::EventRecorder::newer);
     ASSERT_TRUE(recorder.waitFor(2))
-        << "the service delivers as soon as it has agreed; the callback hears of that a moment later";
+        << "the service delivers right after it accepts the activation; the callback is activated a moment later";
     const auto began = Clock::now();
     EXPECT_EQ(plug("10.0.0.5")["delivery"], "delivered");
-    EXPECT_LT(Clock::now() - began, 3500ms) << "the service was to answer while it delivered";
+    EXPECT_LT(Clock::now() - began, 3500ms) << "the service should answer during the delivery";
     EXPECT_THAT(recorder.codes(), ElementsAre(USB_EVENT_BEGIN, USB_EVENT_ACTIVATED, USB_EVENT_NEW_DEVICE));
 }
 
-TEST(UsbEvents, delay_no_client_while_the_receiver_is_silent)
+TEST(UsbEvents, do_not_delay_clients_while_the_receiver_is_silent)
 {
     const UsbReceiver receiver({support::staysSilent(6s)});
     const auto began = Clock::now();
@@ -260,11 +260,11 @@ TEST(UsbEvents, delay_no_client_while_the_receiver_is_silent)
     EXPECT_EQ(exchange("getVersion\n"), "V09.08\n");
     EXPECT_EQ(devicesPluggedIn(), 1U);
     EXPECT_LT(Clock::now() - began, 3500ms);
-    EXPECT_THAT(waiting.receiveAll(20s), HasSubstr(R"("delivery":"delivered")")) << "a lost answer fails nothing";
+    EXPECT_THAT(waiting.receiveAll(20s), HasSubstr(R"("delivery":"delivered")")) << "a lost answer is not a failure";
     EXPECT_GE(Clock::now() - began, kAnswerTime - 200ms);
 }
 
-TEST(UsbEvents, are_refused_when_too_many_wait)
+TEST(UsbEvents, are_refused_if_too_many_are_pending)
 {
     const UsbReceiver receiver({support::staysSilent(6s)});
     std::vector<Client> waiting;
@@ -275,7 +275,7 @@ TEST(UsbEvents, are_refused_when_too_many_wait)
     }
     ASSERT_TRUE(support::eventually([] { return devicesPluggedIn() == kvosim::Deliveries::kMaxPending; }));
     EXPECT_THAT([] { plug("10.0.0.6"); }, ThrowsMessage<tools::Refused>(StartsWith("32 USB events already wait")));
-    EXPECT_EQ(devicesPluggedIn(), kvosim::Deliveries::kMaxPending) << "what is refused was not plugged in";
+    EXPECT_EQ(devicesPluggedIn(), kvosim::Deliveries::kMaxPending) << "a refused device is not plugged in";
     EXPECT_THAT(
         [] {
             tools::askSimulator({{"do", "usb.storm"}, {"count", 1}});
@@ -304,7 +304,7 @@ TEST(UsbEvents, end_with_the_service_while_the_receiver_is_silent)
     EXPECT_LT(Clock::now() - began, 3s);
 }
 
-TEST(UsbEvents, that_wait_are_not_sent_after_a_deactivation)
+TEST(UsbEvents, that_are_pending_are_not_sent_after_a_deactivation)
 {
     const UsbReceiver receiver({support::staysSilent(1s)});
     std::vector<Client> waiting;
@@ -320,10 +320,10 @@ TEST(UsbEvents, that_wait_are_not_sent_after_a_deactivation)
     EXPECT_THAT(waiting[2].receiveAll(), HasSubstr(R"("delivery":"not activated")"));
     EXPECT_EQ(receiver.requests().size(), 1U);
     activateUsbEvents();
-    EXPECT_EQ(plug("10.0.0.5")["delivery"], "delivered") << "the next activation finds nothing left over";
+    EXPECT_EQ(plug("10.0.0.5")["delivery"], "delivered") << "no events remain for the next activation";
 }
 
-TEST(UsbEvents, go_on_when_the_client_has_gone)
+TEST(UsbEvents, are_still_sent_if_the_client_disconnects)
 {
     const UsbReceiver receiver({support::answersWith([](const std::string &) {
         std::this_thread::sleep_for(200ms);
@@ -341,14 +341,14 @@ TEST(UsbEvents, go_on_when_the_client_has_gone)
 
 // ---- Faults ----
 
-TEST(UsbEvents, commands_fail_on_purpose_like_all_others)
+TEST(UsbEvents, commands_are_affected_by_faults)
 {
     const RunningService service;
     for (const char *command : {"activateUSBEvents", "deactivateUSBEvents", "isUSBEventsActivated"}) {
         tools::askSimulator({{"do", "fault.add"}, {"kind", "failed"}, {"command", command}, {"times", 1}});
         EXPECT_EQ(exchange(std::string(command) + '\n'), "failed\n");
     }
-    EXPECT_EQ(exchange("isUSBEventsActivated\n"), "no\n") << "what fails is not carried out";
+    EXPECT_EQ(exchange("isUSBEventsActivated\n"), "no\n") << "a failed request is not executed";
     tools::askSimulator({{"do", "fault.add"}, {"kind", "close"}, {"command", "activateUSBEvents"}, {"times", 1}});
     EXPECT_EQ(exchange("activateUSBEvents\n"), "");
     EXPECT_EQ(exchange("isUSBEventsActivated\n"), "yes\n");

@@ -1,4 +1,4 @@
-// Storms of USB events: how many, how fast, in which order, and how they end.
+// Storms of USB events: their count, rate and request, and how they end.
 #include "tools/kvosim/support/usb_receiver.h"
 
 #include "support/eventually.h"
@@ -24,7 +24,7 @@ using testing::ThrowsMessage;
 using tools::askSimulator;
 using tools::Json;
 
-tools::Json storm(const tools::Json &order) { return kvosim_test::askUsb("storm", order); }
+tools::Json storm(const tools::Json &request) { return kvosim_test::askUsb("storm", request); }
 
 TEST(UsbStorm, plugs_in_and_removes_at_all_stations_in_turn)
 {
@@ -67,7 +67,7 @@ TEST(UsbStorm, keeps_its_rate)
     EXPECT_LE(sums["events_per_second"].get<double>(), 22.0);
 }
 
-TEST(UsbStorm, lets_others_through)
+TEST(UsbStorm, does_not_delay_other_clients)
 {
     const UsbReceiver receiver;
     const Client client(tools::kControlSocket);
@@ -78,10 +78,10 @@ TEST(UsbStorm, lets_others_through)
     EXPECT_EQ(exchange("getVersion\n"), "V09.08\n");
     EXPECT_EQ(tools::askSimulator({{"do", "usb.refuse"}, {"station", "10.0.0.5"}})["delivery"], "delivered");
     EXPECT_LT(Clock::now() - began, 1s);
-    EXPECT_LT(receiver.requests().size(), 4000U) << "the storm was to be under way";
+    EXPECT_LT(receiver.requests().size(), 4000U) << "the storm should still be running";
 }
 
-TEST(UsbStorm, counts_what_no_receiver_takes)
+TEST(UsbStorm, counts_events_that_are_not_delivered)
 {
     const RunningService service;
     activateUsbEvents();
@@ -114,7 +114,7 @@ TEST(UsbStorm, ends_when_events_are_deactivated)
     EXPECT_EQ(sums["end"], "deactivated");
 }
 
-TEST(UsbStorm, ends_when_the_client_has_gone)
+TEST(UsbStorm, ends_when_the_client_disconnects)
 {
     const UsbReceiver receiver;
     {
@@ -141,17 +141,17 @@ TEST(UsbStorm, ends_with_the_service)
     receiver.joinService();
 }
 
-TEST(UsbStorm, of_a_locked_station_is_of_refusals)
+TEST(UsbStorm, at_a_locked_station_sends_refusals)
 {
     const UsbReceiver receiver({replies("ok")}, "[[station]]\naddress = \"10.0.0.5\"\nname = \"A\"\nusb_lock = \"1:0\"\n");
     EXPECT_EQ(storm({{"count", 2}})["delivered"], 2);
     EXPECT_THAT(receiver.requests(), ElementsAre(StartsWith("ignoreUSBdevice*"), StartsWith("ignoreUSBdevice*")));
 }
 
-TEST(UsbStorm, copes_with_a_device_that_somebody_else_removes)
+TEST(UsbStorm, continues_if_another_client_removes_its_device)
 {
     const UsbReceiver receiver({support::answersWith([](const std::string &) {
-                                    // The storm's own device, under its hands: nobody waits for that event here.
+                                    // Removes the storm's device in the meantime. The test does not wait for this event.
                                     const Client client(tools::kControlSocket);
                                     client.send(R"({"do": "usb.unplug", "station": "10.0.0.5", "device": "usb1"})"
                                                 "\n");

@@ -1,4 +1,4 @@
-// Replies of the line server that come later than the call that asks for them.
+// Deferred replies of the line server, sent after the request handler has returned.
 #include "kvosim/net/line_server.h"
 #include "support/eventually.h"
 #include "tools/kvosim/support/client.h"
@@ -17,15 +17,15 @@ namespace {
 using kvosim_test::Client;
 using support::eventually;
 
-/// Answers all later, when it is told to.
+/// Defers all replies until the test sends them.
 class LaterServer {
 public:
     LaterServer()
         : server_(loop_, directory_ / "later/sock",
                   [this](std::string_view, const kvosim::LineServer::Caller &caller) -> kvosim::Reply {
-                      EXPECT_FALSE(caller.isWaiting()) << "its reply may still be given at once";
+                      EXPECT_FALSE(caller.isWaiting()) << "the handler may still reply at once";
                       callers_.push_back(caller);
-                      ++asked_;
+                      ++requests_;
                       return kvosim::Reply::Mode::later;
                   },
                   "too long", {}, {.connections = 2}),
@@ -37,8 +37,8 @@ public:
     ~LaterServer() { stop(); }
 
     [[nodiscard]] std::string path() const { return directory_ / "later/sock"; }
-    [[nodiscard]] int asked() const { return asked_; }
-    /// Stops the loop, so that callers can be used from the test's thread.
+    [[nodiscard]] int requests() const { return requests_; }
+    /// Stops the loop, so the test's thread can use the callers.
     std::vector<kvosim::LineServer::Caller> &stop()
     {
         loop_.stop();
@@ -52,20 +52,20 @@ private:
     kvosim_test::TemporaryDirectory directory_;
     kvosim::EventLoop loop_;
     std::vector<kvosim::LineServer::Caller> callers_;
-    std::atomic<int> asked_ = 0;
+    std::atomic<int> requests_ = 0;
     kvosim::LineServer server_;
     std::thread thread_;
 };
 
-TEST(LaterReply, goes_to_its_own_caller_once)
+TEST(LaterReply, is_sent_once_to_the_right_client)
 {
     LaterServer server;
     const Client first(server.path());
     first.send("a\n");
-    ASSERT_TRUE(eventually([&] { return server.asked() == 1; }));
+    ASSERT_TRUE(eventually([&] { return server.requests() == 1; }));
     const Client second(server.path());
     second.send("b\n");
-    ASSERT_TRUE(eventually([&] { return server.asked() == 2; }));
+    ASSERT_TRUE(eventually([&] { return server.requests() == 2; }));
     const auto &callers = server.stop();
     EXPECT_TRUE(callers[0].isWaiting());
     EXPECT_TRUE(callers[1].isWaiting());
@@ -77,18 +77,18 @@ TEST(LaterReply, goes_to_its_own_caller_once)
     EXPECT_EQ(first.receiveAll(), "to a\n");
 }
 
-TEST(LaterReply, is_dropped_when_the_client_has_gone)
+TEST(LaterReply, is_discarded_if_the_client_has_disconnected)
 {
     LaterServer server;
     {
         const Client gone(server.path());
         gone.send("a\n");
-        ASSERT_TRUE(eventually([&] { return server.asked() == 1; }));
+        ASSERT_TRUE(eventually([&] { return server.requests() == 1; }));
     }
-    // Both may have the same descriptor in the server.
+    // Both may use the same descriptor number in the server.
     const Client next(server.path());
     next.send("b\n");
-    ASSERT_TRUE(eventually([&] { return server.asked() == 2; }));
+    ASSERT_TRUE(eventually([&] { return server.requests() == 2; }));
     const auto &callers = server.stop();
     EXPECT_FALSE(callers[0].isWaiting());
     callers[0].reply(std::string("to a"));
@@ -97,12 +97,12 @@ TEST(LaterReply, is_dropped_when_the_client_has_gone)
     EXPECT_EQ(next.receiveAll(), "to b\n");
 }
 
-TEST(LaterReply, is_dropped_when_the_server_has_gone)
+TEST(LaterReply, is_discarded_if_the_server_has_ended)
 {
     std::optional<LaterServer> server(std::in_place);
     const Client client(server->path());
     client.send("a\n");
-    ASSERT_TRUE(eventually([&] { return server->asked() == 1; }));
+    ASSERT_TRUE(eventually([&] { return server->requests() == 1; }));
     const std::vector<kvosim::LineServer::Caller> callers = server->stop();
     server.reset();
     ASSERT_EQ(callers.size(), 1U);

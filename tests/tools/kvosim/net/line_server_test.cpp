@@ -1,4 +1,4 @@
-// The line server: one line in, one reply out, whatever clients do.
+// The line server: it answers each line with one reply, whatever clients do.
 #include "kvosim/net/line_server.h"
 #include "support/eventually.h"
 #include "tools/kvosim/support/client.h"
@@ -29,7 +29,7 @@ using testing::Contains;
 
 constexpr std::size_t kLargeReply = 3'000'000;
 
-/// Answers "<line>" by "re: <line>", "large" by a very long line, and ends on "end".
+/// Answers "<line>" with "re: <line>" and "large" with a very long line. Ends on "end".
 class EchoServer {
 public:
     explicit EchoServer(const LineServerLimits &limits = {})
@@ -53,7 +53,7 @@ public:
         const std::lock_guard guard(lock_);
         return events_;
     }
-    /// Has the server end itself, as a request can; true when its end has been told.
+    /// Lets the server end itself, as a request can. Returns true when the server has reported its end.
     bool end()
     {
         exchange("end\n", path());
@@ -85,7 +85,7 @@ private:
     std::thread thread_;
 };
 
-TEST(LineServer, answers_and_closes)
+TEST(LineServer, answers_and_closes_the_connection)
 {
     const EchoServer server;
     EXPECT_EQ(exchange("hello\n", server.path()), "re: hello\n");
@@ -93,7 +93,7 @@ TEST(LineServer, answers_and_closes)
     EXPECT_EQ(exchange("\r\r\n", server.path()), "re: \r\n") << "one carriage return belongs to the line end";
 }
 
-TEST(LineServer, takes_a_line_in_pieces)
+TEST(LineServer, accepts_a_line_in_pieces)
 {
     const EchoServer server;
     const Client client(server.path());
@@ -113,7 +113,7 @@ TEST(LineServer, answers_a_client_that_has_closed_its_side)
     EXPECT_EQ(client.receiveAll(), "re: hello\n");
 }
 
-TEST(LineServer, half_a_line_delays_no_client)
+TEST(LineServer, does_not_delay_clients_after_an_incomplete_line)
 {
     const EchoServer server;
     const Client half(server.path());
@@ -123,7 +123,7 @@ TEST(LineServer, half_a_line_delays_no_client)
     EXPECT_EQ(half.receiveAll(), "re: hello\n");
 }
 
-TEST(LineServer, unread_reply_delays_no_client)
+TEST(LineServer, does_not_delay_clients_if_a_reply_is_not_read)
 {
     const EchoServer server;
     const Client slow(server.path());
@@ -133,7 +133,7 @@ TEST(LineServer, unread_reply_delays_no_client)
     EXPECT_EQ(slow.receiveAll(), std::string(kLargeReply, 'x') + '\n');
 }
 
-TEST(LineServer, vanished_clients_delay_no_client)
+TEST(LineServer, does_not_delay_clients_if_others_disconnect)
 {
     EchoServer server;
     for (int i = 0; i < 20; ++i) {
@@ -150,7 +150,7 @@ TEST(LineServer, vanished_clients_delay_no_client)
     })) << testing::PrintToString(server.events());
 }
 
-TEST(LineServer, longest_line_is_taken_and_one_byte_more_is_not)
+TEST(LineServer, accepts_the_longest_line_and_refuses_one_byte_more)
 {
     const EchoServer server({.longestLine = 100});
     const std::string longest(100, 'a');
@@ -158,11 +158,11 @@ TEST(LineServer, longest_line_is_taken_and_one_byte_more_is_not)
     EXPECT_EQ(exchange(longest + "a\n", server.path()), "too long\n");
 }
 
-TEST(LineServer, overlong_line_is_refused_before_its_end)
+TEST(LineServer, refuses_a_line_that_is_too_long_before_its_end)
 {
     EchoServer server;
     const Client client(server.path());
-    // More than the sockets hold, so that the client still writes when it is answered.
+    // More than the socket buffers can store, so the client is still writing when it receives the reply.
     const std::string endless(2'000'000, 'a');
     std::thread writer([&] { client.send(endless); });
     EXPECT_EQ(client.receiveAll(), "too long\n");
@@ -170,7 +170,7 @@ TEST(LineServer, overlong_line_is_refused_before_its_end)
     EXPECT_THAT(server.events(), Contains("a request longer than 4096 bytes is refused"));
 }
 
-TEST(LineServer, bytes_after_the_request_do_not_cost_the_reply)
+TEST(LineServer, sends_the_reply_despite_bytes_after_the_request)
 {
     const EchoServer server;
     const Client client(server.path());
@@ -178,7 +178,7 @@ TEST(LineServer, bytes_after_the_request_do_not_cost_the_reply)
     EXPECT_EQ(client.receiveAll(), "re: hello\n");
 }
 
-TEST(LineServer, quiet_connection_is_dropped)
+TEST(LineServer, closes_an_idle_connection)
 {
     EchoServer server({.idleTimeout = 100ms});
     const Client silent(server.path());
@@ -189,7 +189,7 @@ TEST(LineServer, quiet_connection_is_dropped)
     EXPECT_THAT(server.events(), Contains("dropped before it was complete").Times(2));
 }
 
-TEST(LineServer, client_that_never_reads_is_dropped)
+TEST(LineServer, closes_the_connection_of_a_client_that_never_reads)
 {
     EchoServer server({.idleTimeout = 100ms});
     const Client client(server.path());
@@ -198,15 +198,15 @@ TEST(LineServer, client_that_never_reads_is_dropped)
     EXPECT_LT(client.receiveAll().size(), kLargeReply);
 }
 
-TEST(LineServer, trickling_request_has_its_time_too)
+TEST(LineServer, limits_the_time_of_a_slow_request)
 {
     const EchoServer server({.idleTimeout = 10s, .requestTimeout = 150ms});
     const Client client(server.path());
     EXPECT_TRUE(eventually([&] { return !client.send("a"); }))
-        << "each byte is an activity, but the request must come to an end";
+        << "each byte is activity, but the request must still end in time";
 }
 
-TEST(LineServer, client_that_does_not_close_is_not_waited_for_long)
+TEST(LineServer, does_not_wait_long_for_a_client_to_close)
 {
     EchoServer server({.lingerTimeout = 50ms});
     const Client client(server.path());
@@ -216,7 +216,7 @@ TEST(LineServer, client_that_does_not_close_is_not_waited_for_long)
     EXPECT_TRUE(server.events().empty());
 }
 
-TEST(LineServer, quietest_connection_makes_room_for_a_new_one)
+TEST(LineServer, closes_the_longest_idle_connection_for_a_new_one)
 {
     EchoServer server({.connections = 8});
     std::list<Client> idle;
@@ -231,7 +231,7 @@ TEST(LineServer, quietest_connection_makes_room_for_a_new_one)
     EXPECT_THAT(server.events(), testing::ElementsAre("dropped in favour of a newer connection"));
 }
 
-TEST(LineServer, a_flood_of_connections_delays_no_client)
+TEST(LineServer, does_not_delay_clients_during_a_flood_of_connections)
 {
     const EchoServer server;
     std::atomic<bool> done = false;
@@ -273,8 +273,8 @@ TEST(LineServer, serves_many_clients_at_once)
     EXPECT_EQ(right, kClients * kRounds);
 }
 
-// Clients look at 1024 bytes at a time and pause when they find less of an unfinished line.
-TEST(LineServer, long_reply_never_comes_in_parts_of_a_kib)
+// Clients peek at 1024 bytes at a time and pause if they find fewer bytes of an incomplete line.
+TEST(LineServer, sends_a_long_reply_in_pieces_of_at_least_one_kib)
 {
     const EchoServer server;
     const Client client(server.path());
@@ -294,7 +294,7 @@ TEST(LineServer, long_reply_never_comes_in_parts_of_a_kib)
     EXPECT_EQ(received, kLargeReply + 1);
 }
 
-TEST(LineServer, ends_after_the_replies_on_their_way)
+TEST(LineServer, ends_after_pending_replies_are_sent)
 {
     EchoServer server;
     const Client reading(server.path());
@@ -314,7 +314,7 @@ TEST(LineServer, ends_after_the_replies_on_their_way)
     EXPECT_FALSE(std::filesystem::exists(server.path()));
 }
 
-TEST(LineServer, end_does_not_wait_for_a_client_that_does_not_read)
+TEST(LineServer, does_not_wait_at_its_end_for_a_client_that_does_not_read)
 {
     EchoServer server({.shutdownTimeout = 50ms});
     const Client client(server.path());

@@ -1,4 +1,4 @@
-// Acceptance and streams: descriptors that run out, and writing to somebody who does not read.
+// The acceptor and streams: exhausted descriptors, and writing to a peer that does not read.
 #include "common/listening_socket.h"
 #include "kvosim/net/acceptor.h"
 #include "kvosim/net/stream.h"
@@ -22,8 +22,8 @@ using kvosim::EventLoop;
 using kvosim::Stream;
 using tools::Descriptor;
 
-// A listening socket stays ready while nobody can be taken.
-TEST(Acceptor, rests_while_there_are_no_descriptors)
+// A listening socket stays readable while the acceptor cannot accept.
+TEST(Acceptor, pauses_while_descriptors_are_exhausted)
 {
     const kvosim_test::TemporaryDirectory directory;
     const tools::ListeningSocket listener(directory / "socket");
@@ -46,7 +46,7 @@ TEST(Acceptor, rests_while_there_are_no_descriptors)
     });
     loop.after(5s, [&] { loop.stop(); });
     loop.run();
-    EXPECT_TRUE(taken) << "as soon as there are descriptors again";
+    EXPECT_TRUE(taken) << "as soon as descriptors are available again";
     EXPECT_GE(tries, 1);
     EXPECT_LE(tries, 6);
 }
@@ -66,7 +66,7 @@ protected:
     tools::Descriptor other;
 };
 
-TEST_F(Pair, a_stream_writes_what_it_has_room_for_and_no_more)
+TEST_F(Pair, a_stream_accepts_writes_up_to_the_size_of_its_buffer)
 {
     constexpr std::size_t kRoom = 1000;
     Stream stream(loop, std::move(mine), kRoom, {[](auto) {}, [](const auto &) {}});
@@ -76,7 +76,7 @@ TEST_F(Pair, a_stream_writes_what_it_has_room_for_and_no_more)
         written += 10;
     }
     EXPECT_FALSE(stream.write("0123456789"));
-    // All that was taken is read in the end, in its order.
+    // The peer finally receives all accepted bytes in order.
     std::string received;
     loop.watch(other.get(), EPOLLIN, [&](uint32_t) {
         char piece[4096];
@@ -95,7 +95,7 @@ TEST_F(Pair, a_stream_writes_what_it_has_room_for_and_no_more)
     loop.forget(other.get());
 }
 
-TEST_F(Pair, a_stream_may_be_destroyed_by_its_reactions)
+TEST_F(Pair, a_stream_may_be_destroyed_by_its_callbacks)
 {
     for (const bool byClosing : {false, true}) {
         SetUp();

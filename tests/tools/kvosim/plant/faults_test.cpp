@@ -1,4 +1,4 @@
-// Faults: which requests they strike, and what a client meets then, on the wire and through the library.
+// Faults: which requests they affect, and what a client sees, on the wire and through the library.
 #include "kvosim/commands/commands.h"
 #include "kvosim/plant/faults.h"
 #include "tools/kvosim/support/client.h"
@@ -23,7 +23,7 @@ using kvosim_test::RunningService;
 
 std::string plantWith(const std::string &fault) { return std::string(kvosim_test::kSmallPlant) + "\n[[faults]]\n" + fault; }
 
-/// The requests, by their numbers from 1, that a fault strikes among eight.
+/// The numbers of the affected requests among eight, counted from 1.
 std::vector<int> struckOf(const kvosim::FaultText &text, std::string_view keyword)
 {
     Faults faults;
@@ -37,7 +37,7 @@ std::vector<int> struckOf(const kvosim::FaultText &text, std::string_view keywor
     return struck;
 }
 
-TEST(Faults, strike_from_a_given_request_for_a_given_number)
+TEST(Faults, affect_the_configured_range_of_requests)
 {
     using testing::ElementsAre;
     EXPECT_THAT(struckOf({.kind = "close"}, "getVersion"), ElementsAre(1, 2, 3, 4, 5, 6, 7, 8));
@@ -48,7 +48,7 @@ TEST(Faults, strike_from_a_given_request_for_a_given_number)
     EXPECT_THAT(struckOf({.command = "reboot", .kind = "close"}, "getVersion").size(), 0U);
 }
 
-TEST(Faults, first_one_that_is_due_strikes)
+TEST(Faults, the_first_matching_fault_takes_effect)
 {
     Faults faults;
     faults.add(Fault({.command = "getVersion", .kind = "close", .after = 1, .times = 1}));
@@ -62,7 +62,7 @@ TEST(Faults, first_one_that_is_due_strikes)
     EXPECT_EQ(faults.strike("getVersion"), nullptr);
 }
 
-TEST(Faults, all_count_a_request_that_one_strikes)
+TEST(Faults, all_matching_faults_count_a_request)
 {
     Faults faults;
     faults.add(Fault({.kind = "close", .times = 1}));
@@ -83,7 +83,7 @@ TEST_P(FaultMistake, is_reported)
 {
     try {
         kvosim::makeFault(GetParam().text);
-        ADD_FAILURE() << "taken";
+        ADD_FAILURE() << "accepted";
     } catch (const FaultError &error) {
         EXPECT_EQ(error.key, GetParam().key);
     }
@@ -99,7 +99,7 @@ const std::vector<Mistake> kMistakes = {{"kind", {.kind = "late"}, "kind"},
 
 INSTANTIATE_TEST_SUITE_P(Table, FaultMistake, testing::ValuesIn(kMistakes), kvosim_test::kNameOfRow);
 
-TEST(Garbled, stands_before_the_value)
+TEST(Garbled, inserts_characters_before_the_value)
 {
     EXPECT_EQ(kvosim::garbled("ok"), "#?ok");
     EXPECT_EQ(kvosim::garbled("mcpaddr=5"), "mcpaddr=#?5");
@@ -109,7 +109,7 @@ TEST(Garbled, stands_before_the_value)
 
 // ---- On the wire ----
 
-TEST(FaultOnTheWire, delay_comes_late)
+TEST(FaultOnTheWire, delay_sends_the_reply_late)
 {
     const RunningService service(plantWith("kind = \"delay\"\ndelay_ms = 200\n"));
     const auto started = std::chrono::steady_clock::now();
@@ -117,7 +117,7 @@ TEST(FaultOnTheWire, delay_comes_late)
     EXPECT_GE(std::chrono::steady_clock::now() - started, 200ms);
 }
 
-TEST(FaultOnTheWire, delay_delays_no_other_client)
+TEST(FaultOnTheWire, delay_does_not_affect_other_clients)
 {
     const RunningService service(plantWith("command = \"getVersion\"\nkind = \"delay\"\ndelay_ms = 400\n"));
     const Client late;
@@ -137,15 +137,15 @@ TEST(FaultOnTheWire, delayed_reply_reaches_a_client_that_has_closed_its_side)
     EXPECT_EQ(client.receiveAll(), "V09.08\n");
 }
 
-TEST(FaultOnTheWire, late_reply_does_not_reach_the_next_client_of_the_descriptor)
+TEST(FaultOnTheWire, late_reply_is_not_sent_to_the_next_client_with_the_same_descriptor)
 {
     const RunningService service(plantWith("command = \"getVersion\"\nkind = \"delay\"\ndelay_ms = 150\n"));
     {
         const Client late;
         late.send("getVersion\n");
-        std::this_thread::sleep_for(30ms);  // so that the service has seen it come
+        std::this_thread::sleep_for(30ms);  // so the service accepts the connection
     }
-    std::this_thread::sleep_for(30ms);  // and go
+    std::this_thread::sleep_for(30ms);  // and sees its end
     const Client next;
     next.send("isInit");
     std::this_thread::sleep_for(200ms);
@@ -153,28 +153,28 @@ TEST(FaultOnTheWire, late_reply_does_not_reach_the_next_client_of_the_descriptor
     EXPECT_EQ(next.receiveAll(), "yes\n");
 }
 
-TEST(FaultOnTheWire, close_comes_instead_of_a_reply)
+TEST(FaultOnTheWire, close_ends_the_connection_instead_of_a_reply)
 {
     const RunningService service(plantWith("kind = \"close\"\ntimes = 1\n"));
     EXPECT_EQ(exchange("setDebugLevel=DEBUG_LEVEL_I\n"), "");
-    EXPECT_EQ(exchange("getDebugLevel\n"), "DEBUG_LEVEL_I\n") << "it was carried out";
+    EXPECT_EQ(exchange("getDebugLevel\n"), "DEBUG_LEVEL_I\n") << "the request was executed";
 }
 
-TEST(FaultOnTheWire, garbage_is_malformed)
+TEST(FaultOnTheWire, garbage_sends_a_malformed_reply)
 {
     const RunningService service(plantWith("kind = \"garbage\"\n"));
     EXPECT_EQ(exchange("getVersion\n"), "#?V09.08\n");
     EXPECT_EQ(exchange("getMCPAddress=0A000005\n"), "mcpaddr=#?0\n");
 }
 
-TEST(FaultOnTheWire, failed_is_not_carried_out)
+TEST(FaultOnTheWire, failed_does_not_execute_the_request)
 {
     const RunningService service(plantWith("command = \"setDebugLevel\"\nkind = \"failed\"\n"));
     EXPECT_EQ(exchange("setDebugLevel=DEBUG_LEVEL_I\n"), "failed\n");
     EXPECT_EQ(exchange("getDebugLevel\n"), "DEBUG_LEVEL_NONE\n");
 }
 
-TEST(FaultOnTheWire, split_sends_byte_by_byte)
+TEST(FaultOnTheWire, split_sends_the_reply_byte_by_byte)
 {
     const RunningService service(plantWith("kind = \"split\"\ndelay_ms = 50\n"));
     const auto started = std::chrono::steady_clock::now();
@@ -182,14 +182,14 @@ TEST(FaultOnTheWire, split_sends_byte_by_byte)
     client.send("getVersion\n");
     char first[16] = {};
     const ssize_t count = recv(client.get(), first, sizeof first, 0);
-    // On a busy machine several bytes may have come by now, but not those of the next 300 ms.
+    // On a busy machine several bytes may have arrived by now, but not those of the next 300 ms.
     ASSERT_GE(count, 1);
     EXPECT_LT(count, 7);
     EXPECT_EQ(std::string(first, static_cast<std::size_t>(count)) + client.receiveAll(), "V09.08\n");
     EXPECT_GE(std::chrono::steady_clock::now() - started, 6 * 50ms);
 }
 
-TEST(FaultOnTheWire, silence_keeps_the_connection_open)
+TEST(FaultOnTheWire, silent_keeps_the_connection_open)
 {
     const RunningService service(plantWith("kind = \"silent\"\ntimes = 1\n"));
     const Client client;
@@ -198,7 +198,7 @@ TEST(FaultOnTheWire, silence_keeps_the_connection_open)
     EXPECT_EQ(exchange("getVersion\n"), "V09.08\n");
 }
 
-TEST(FaultOnTheWire, silence_outlasts_the_quiet_time)
+TEST(FaultOnTheWire, silent_keeps_the_connection_open_beyond_the_idle_timeout)
 {
     const RunningService service(plantWith("kind = \"silent\"\n"), {.limits = {.idleTimeout = 20ms}});
     const Client client;
@@ -206,7 +206,7 @@ TEST(FaultOnTheWire, silence_outlasts_the_quiet_time)
     EXPECT_EQ(client.receiveAll(300ms), "(nothing more came)");
 }
 
-TEST(FaultOnTheWire, service_ends_while_replies_are_held)
+TEST(FaultOnTheWire, service_ends_while_replies_are_pending)
 {
     RunningService service(plantWith("command = \"getVersion\"\nkind = \"silent\"\n"));
     const Client client;
@@ -218,14 +218,14 @@ TEST(FaultOnTheWire, service_ends_while_replies_are_held)
 
 // ---- Through the library ----
 
-struct Meeting : kvosim_test::NamedRow {
+struct LibraryRow : kvosim_test::NamedRow {
     std::string fault;
     int32_t result;
 };
 
-class LibraryMeets : public testing::TestWithParam<Meeting> {};
+class LibraryResult : public testing::TestWithParam<LibraryRow> {};
 
-TEST_P(LibraryMeets, each_fault)
+TEST_P(LibraryResult, of_each_fault)
 {
     const RunningService service(plantWith("command = \"getMCPAddress\"\ntimes = 1\n" + GetParam().fault));
     uint32_t address = 77;
@@ -234,13 +234,13 @@ TEST_P(LibraryMeets, each_fault)
     EXPECT_EQ(KVO_HWS_getMCPAddress(0x0A000005, &address), 1) << "the fault is over";
 }
 
-const std::vector<Meeting> kMeetings = {{"delay", "kind = \"delay\"\ndelay_ms = 300\n", 1},
-                                        {"close", "kind = \"close\"\n", -1},
-                                        {"garbage", "kind = \"garbage\"\n", -1},
-                                        {"failed", "kind = \"failed\"\n", -1},
-                                        {"split", "kind = \"split\"\n", 1},
-                                        {"silent", "kind = \"silent\"\n", -1}};
+const std::vector<LibraryRow> kLibraryRows = {{"delay", "kind = \"delay\"\ndelay_ms = 300\n", 1},
+                                              {"close", "kind = \"close\"\n", -1},
+                                              {"garbage", "kind = \"garbage\"\n", -1},
+                                              {"failed", "kind = \"failed\"\n", -1},
+                                              {"split", "kind = \"split\"\n", 1},
+                                              {"silent", "kind = \"silent\"\n", -1}};
 
-INSTANTIATE_TEST_SUITE_P(Table, LibraryMeets, testing::ValuesIn(kMeetings), kvosim_test::kNameOfRow);
+INSTANTIATE_TEST_SUITE_P(Table, LibraryResult, testing::ValuesIn(kLibraryRows), kvosim_test::kNameOfRow);
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The registry files, byte by byte, and the lock that guards them.
+// The registry files byte by byte, and their lock.
 #include "kvosim/plant/registry.h"
 #include "kvosim/plant_file/plant_file.h"
 #include "tools/kvosim/support/running_service.h"
@@ -36,7 +36,7 @@ protected:
     kvosim_test::TemporaryDirectory directory;
 };
 
-TEST_F(RegistryFiles, first_start_takes_the_previous_list_from_the_plant)
+TEST_F(RegistryFiles, previous_list_of_the_first_start_comes_from_the_plant)
 {
     startOnce(kvosim::parsePlant(kSmallPlant, "plant"));
     EXPECT_EQ(previous(), "\"Gone\" 10.0.0.4 4x0:0\n");
@@ -56,7 +56,7 @@ TEST_F(RegistryFiles, current_list_becomes_the_previous_one_at_each_start)
     EXPECT_EQ(previous(), "\"A\" 10.0.0.9 1x0:0\n");
     EXPECT_EQ(current(), "\"B\" 10.0.0.9 1x0:0\n");
     startOnce(kvosim::parsePlant(kSmallPlant, "plant"));
-    EXPECT_EQ(previous(), "\"B\" 10.0.0.9 1x0:0\n") << "the plant's previous entries are for the first start alone";
+    EXPECT_EQ(previous(), "\"B\" 10.0.0.9 1x0:0\n") << "the plant's previous entries are only for the first start";
     EXPECT_EQ(current(), kSmallList);
 }
 
@@ -69,7 +69,7 @@ TEST_F(RegistryFiles, previous_list_alone_is_kept)
     EXPECT_EQ(previous(), "\"A\" 10.0.0.9 1x0:0\n");
 }
 
-TEST_F(RegistryFiles, nothing_else_is_left_in_the_directory)
+TEST_F(RegistryFiles, directory_contains_no_other_files)
 {
     startOnce(plantOf("A"));
     startOnce(plantOf("B"));
@@ -80,7 +80,7 @@ TEST_F(RegistryFiles, nothing_else_is_left_in_the_directory)
     EXPECT_THAT(names, testing::UnorderedElementsAre("kvo_hws", "currkvos.reg", "prevkvos.reg"));
 }
 
-TEST_F(RegistryFiles, current_list_is_not_rewritten_while_the_lock_is_held)
+TEST_F(RegistryFiles, current_list_is_not_rewritten_while_locked)
 {
     Registry registry(directory.path());
     registry.start(plantOf("A"));
@@ -102,10 +102,10 @@ TEST_F(RegistryFiles, rewritten_list_is_a_new_file)
     startOnce(plantOf("B"));
     std::string line;
     std::getline(reader, line);
-    EXPECT_EQ(line, "\"A\" 10.0.0.9 1x0:0") << "who has the old file open reads it to its end";
+    EXPECT_EQ(line, "\"A\" 10.0.0.9 1x0:0") << "a program that has the old file open reads it to the end";
 }
 
-TEST_F(RegistryFiles, nothing_is_written_through_a_link)
+TEST_F(RegistryFiles, files_are_not_written_through_a_symbolic_link)
 {
     std::filesystem::create_directory(directory / "kvo_hws");
     const auto precious = directory / "precious";
@@ -129,7 +129,7 @@ TEST_F(RegistryFiles, path_is_absolute_and_ends_with_a_slash)
     std::filesystem::current_path(before);
 }
 
-TEST_F(RegistryFiles, longest_path_is_taken_and_one_byte_more_is_not)
+TEST_F(RegistryFiles, longest_path_is_accepted_and_one_byte_more_is_refused)
 {
     std::string longest = directory.path().string();
     while (longest.size() < kvosim::kLongestRegistryPath - 1) {
@@ -139,7 +139,7 @@ TEST_F(RegistryFiles, longest_path_is_taken_and_one_byte_more_is_not)
     EXPECT_THAT([&] { Registry registry(longest + 'd'); }, ThrowsMessage<std::runtime_error>(HasSubstr("is too long")));
 }
 
-TEST(TemporaryRegistry, is_removed_at_its_end)
+TEST(TemporaryRegistry, is_removed_by_the_destructor)
 {
     std::string path;
     {
@@ -151,7 +151,7 @@ TEST(TemporaryRegistry, is_removed_at_its_end)
     EXPECT_FALSE(std::filesystem::exists(path));
 }
 
-TEST(RegistryLock, is_held_by_one_and_given_back_once)
+TEST(RegistryLock, is_acquired_once_and_released_once)
 {
     Registry registry(std::nullopt);
     EXPECT_FALSE(registry.unlock());

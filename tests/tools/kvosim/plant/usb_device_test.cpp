@@ -1,4 +1,4 @@
-// The fields of a USB device, what may stand in them, and the event texts that are made of them.
+// The fields of a USB device, their allowed values, and the event texts made from them.
 #include "kvosim/plant/usb_device.h"
 
 #include "tools/kvosim/support/named_row.h"
@@ -49,7 +49,7 @@ TEST(NewUsbDevice, has_defaults)
             zeros(64) + "*");
 }
 
-TEST(NewUsbDevice, is_distinct_from_the_others)
+TEST(NewUsbDevice, gets_idents_that_no_other_device_has)
 {
     std::vector<UsbDevice> devices;
     for (int i = 0; i < 3; ++i) {
@@ -59,14 +59,14 @@ TEST(NewUsbDevice, is_distinct_from_the_others)
     EXPECT_EQ(ident3Of(devices[2]), "1-1.3");
     devices.erase(devices.begin());
     EXPECT_EQ(ident2Of(kvosim::newUsbDevice(devices)), "usb1");
-    // A number is free when neither text has it.
+    // A number is free if neither ident contains it.
     devices = {deviceWith({{"ident2", "other"}})};
     EXPECT_EQ(ident2Of(kvosim::newUsbDevice(devices)), "usb2");
     devices = {deviceWith({{"ident3", "other"}})};
     EXPECT_EQ(ident3Of(kvosim::newUsbDevice(devices)), "1-1.2");
 }
 
-// ---- Every field, in the text of the event that tells it ----
+// ---- Every field in the text of its event ----
 
 struct Row : kvosim_test::NamedRow {
     std::string key;
@@ -77,7 +77,7 @@ struct Row : kvosim_test::NamedRow {
 
 class UsbField : public testing::TestWithParam<Row> {};
 
-TEST_P(UsbField, stands_in_the_event_text)
+TEST_P(UsbField, appears_in_the_event_text)
 {
     const UsbDevice device = deviceWith({{GetParam().key, GetParam().value}});
     EXPECT_THAT(eventText(GetParam().event, kStation, device), HasSubstr("*10.0.0.5*" + GetParam().text));
@@ -111,13 +111,13 @@ const std::vector<Row> kFields = {
 
 INSTANTIATE_TEST_SUITE_P(Table, UsbField, testing::ValuesIn(kFields), kvosim_test::kNameOfRow);
 
-TEST(UsbField, report_is_for_devices_in_state_0)
+TEST(UsbField, report_applies_to_devices_in_state_0)
 {
     EXPECT_THAT(eventText(UsbEvent::plugged, kStation, deviceWith({{"report", 1}, {"state", 1}})),
                 HasSubstr(kNewTexts + "00000000*00000000*00000000*"));
 }
 
-TEST(UsbField, is_read_back_as_it_was_assigned)
+TEST(UsbField, can_be_read_back)
 {
     std::set<std::string> names;
     for (const kvosim::UsbKey &key : kvosim::usbKeys()) {
@@ -133,7 +133,7 @@ TEST(UsbField, is_read_back_as_it_was_assigned)
     EXPECT_EQ(names.size(), 16U);
 }
 
-TEST(UsbField, of_a_shorter_value_leaves_nothing_of_the_longer_one)
+TEST(UsbField, is_cleared_before_a_shorter_value_is_stored)
 {
     const UsbDevice device = deviceWith(
         {{"text4", "a long text"}, {"text4", "a"}, {"bytes", "0A0B"}, {"bytes", "0C"}, {"report", 1}, {"report", 0}});
@@ -141,7 +141,7 @@ TEST(UsbField, of_a_shorter_value_leaves_nothing_of_the_longer_one)
     EXPECT_THAT(eventText(UsbEvent::plugged, kStation, device), HasSubstr("*00000000*0000*0000*0C " + zeros(63) + "*"));
 }
 
-// ---- What may not stand in a field ----
+// ---- Values that a field refuses ----
 
 struct Refusal : kvosim_test::NamedRow {
     std::string key;
@@ -151,7 +151,7 @@ struct Refusal : kvosim_test::NamedRow {
 
 class UsbFieldRefuses : public testing::TestWithParam<Refusal> {};
 
-TEST_P(UsbFieldRefuses, and_says_what_would_be_right)
+TEST_P(UsbFieldRefuses, an_invalid_value_and_names_valid_ones)
 {
     UsbDevice device = kvosim::newUsbDevice({});
     const kvosim::UsbKey &key = *findUsbKey(GetParam().key);
@@ -192,15 +192,15 @@ const std::vector<Refusal> kRefusals = {
 
 INSTANTIATE_TEST_SUITE_P(Table, UsbFieldRefuses, testing::ValuesIn(kRefusals), kvosim_test::kNameOfRow);
 
-TEST(UsbKey, others_are_none)
+TEST(UsbKey, rejects_unknown_names)
 {
     EXPECT_EQ(findUsbKey("ipAddress"), nullptr);
     EXPECT_EQ(findUsbKey(""), nullptr);
 }
 
-// ---- Texts that must be read by the library ----
+// ---- Texts that the library must be able to read ----
 
-TEST(UsbEventText, with_every_member_full_is_read_by_the_library)
+TEST(UsbEventText, with_fields_of_maximum_length_is_read_by_the_library)
 {
     UsbDevice device = kvosim::newUsbDevice({});
     for (const kvosim::UsbKey &key : kvosim::usbKeys()) {
@@ -209,7 +209,7 @@ TEST(UsbEventText, with_every_member_full_is_read_by_the_library)
         }
     }
     std::string text = eventText(UsbEvent::plugged, 0xFFFFFFFF, device);
-    EXPECT_LE(text.size(), 1022U) << "the longest that a delivery takes";
+    EXPECT_LE(text.size(), 1022U) << "the longest text that can be delivered";
     UsbDeviceInfo info{};
     EXPECT_EQ(ConvertCmd2USBDeviceNM(&info, text.data()), 1);
     EXPECT_STREQ(info.ipAddress, "255.255.255.255");
@@ -221,7 +221,7 @@ TEST(UsbEventText, with_every_member_full_is_read_by_the_library)
     EXPECT_STREQ(removed.ipAddress, "10.0.0.5");
 }
 
-TEST(Connector, is_made_of_the_idents)
+TEST(Connector, consists_of_the_idents)
 {
     EXPECT_EQ(connectorOf(deviceWith({})), "1-1.1:usb1");
     EXPECT_EQ(connectorOf(deviceWith({{"ident2", "Portal mill: ä;"}, {"ident3", "1 2"}})), "1_2:Portal_mill_____");

@@ -1,4 +1,4 @@
-// What happens at the USB ports of a station, and that the lists, the lock and the commands agree with it.
+// Devices at the USB ports of a station, and their effects on the lists, the lock and the commands.
 #include "kvosim/plant/usb_ports.h"
 
 #include "kvosim/commands/commands.h"
@@ -39,7 +39,7 @@ protected:
     kvosim::Station b = station(0x0A000006);
 };
 
-TEST_F(UsbPorts, hold_what_is_plugged_in)
+TEST_F(UsbPorts, contain_the_plugged_in_devices)
 {
     EXPECT_THAT(plugNew(a).text(), HasSubstr("newUSBdevice*10.0.0.5*usb1*1-1.1*"));
     EXPECT_THAT(plugNew(a).text(), HasSubstr("newUSBdevice*10.0.0.5*usb2*1-1.2*"));
@@ -52,14 +52,14 @@ TEST_F(UsbPorts, hold_what_is_plugged_in)
     EXPECT_EQ(b.panel.usbDevices.size(), 1U);
 }
 
-TEST_F(UsbPorts, refuse_a_device_without_holding_it)
+TEST_F(UsbPorts, do_not_contain_a_refused_device)
 {
     const UsbNotification news = refuse(a, newUsbDeviceFor(a.panel));
     EXPECT_EQ(news.text(), "ignoreUSBdevice*10.0.0.5*usb1*1-1.1*Simulated device*1.00*refused*00000000*00000000*0000*");
     EXPECT_TRUE(a.panel.usbDevices.empty());
 }
 
-TEST_F(UsbPorts, know_a_device_by_each_of_its_idents)
+TEST_F(UsbPorts, find_a_device_by_either_ident)
 {
     plugNew(a);
     plugNew(a);
@@ -75,7 +75,7 @@ UsbDevice called(const std::string &ident2, const std::string &ident3)
     return device;
 }
 
-TEST_F(UsbPorts, do_not_guess_between_devices)
+TEST_F(UsbPorts, refuse_an_ambiguous_ident)
 {
     plug(a, called("x", "1"));
     plug(a, called("x", "2"));
@@ -88,17 +88,17 @@ TEST_F(UsbPorts, do_not_guess_between_devices)
     EXPECT_EQ(ident2Of(unplug(a, "1").device), "y");
 }
 
-TEST_F(UsbPorts, refuse_what_is_not_there)
+TEST_F(UsbPorts, refuse_an_unknown_device)
 {
     EXPECT_THAT([&] { unplug(a, "usb1"); },
                 ThrowsMessage<tools::Refused>("no device \"usb1\" at 10.0.0.5; plugged in there: nothing"));
     plugNew(b);
     EXPECT_THAT([&] { changeState(b, "usb9", 1); },
                 ThrowsMessage<tools::Refused>("no device \"usb9\" at 10.0.0.6; plugged in there: \"usb1*1-1.1\""));
-    EXPECT_THROW(unplug(a, "usb1"), tools::Refused) << "it is plugged in elsewhere";
+    EXPECT_THROW(unplug(a, "usb1"), tools::Refused) << "it is plugged in at another station";
 }
 
-TEST_F(UsbPorts, hold_each_device_once)
+TEST_F(UsbPorts, contain_each_device_once)
 {
     const UsbDevice device = plugNew(a).device;
     EXPECT_THAT([&] { plug(a, device); },
@@ -107,7 +107,7 @@ TEST_F(UsbPorts, hold_each_device_once)
     EXPECT_EQ(plug(b, device).event, UsbEvent::plugged);
 }
 
-TEST_F(UsbPorts, see_nothing_while_the_station_reboots)
+TEST_F(UsbPorts, do_not_change_while_the_station_reboots)
 {
     plugNew(a);
     a.panel.rebootsUntil = kvosim::Clock::now() + std::chrono::minutes(1);
@@ -121,7 +121,7 @@ TEST_F(UsbPorts, see_nothing_while_the_station_reboots)
 
 // ---- The lock ----
 
-TEST_F(UsbPorts, are_locked_by_the_first_number)
+TEST_F(UsbPorts, are_locked_by_the_first_number_of_the_lock)
 {
     for (const char *open : {"0:0", "0:1", "00:4294967295"}) {
         a.panel.usbLock = open;
@@ -133,7 +133,7 @@ TEST_F(UsbPorts, are_locked_by_the_first_number)
     }
 }
 
-TEST_F(UsbPorts, locked_refuse_newcomers_and_keep_the_others)
+TEST_F(UsbPorts, refuse_new_devices_and_keep_the_others_while_locked)
 {
     plugNew(a);
     ASSERT_TRUE(kvosim::applyUsbLock(plant, "setUsbLock=\"2:0\" 10.0.0.5\n"));
@@ -147,7 +147,7 @@ TEST_F(UsbPorts, locked_refuse_newcomers_and_keep_the_others)
 
 // ---- The commands ----
 
-TEST_F(UsbPorts, stand_in_the_connector_lists)
+TEST_F(UsbPorts, appear_in_the_connector_lists)
 {
     EXPECT_EQ(ask("getUsbConnectorList"), "usb-connector-list=10.0.0.5 X60:keyboard X61:free");
     EXPECT_EQ(ask("getUsbConnectorListOne=0A000006"), "usb-connector-list-one=");
@@ -163,7 +163,7 @@ TEST_F(UsbPorts, stand_in_the_connector_lists)
     EXPECT_EQ(ask("getUsbConnectorList"), "usb-connector-list=10.0.0.5 X60:keyboard X61:free 1-1.1:usb1");
 }
 
-TEST_F(UsbPorts, are_silent_in_the_connector_lists_while_scanned_or_away)
+TEST_F(UsbPorts, are_not_reported_while_the_station_scans_or_reboots)
 {
     plugNew(b);
     b.panel.usbScanning = 1;
@@ -175,12 +175,12 @@ TEST_F(UsbPorts, are_silent_in_the_connector_lists_while_scanned_or_away)
     EXPECT_EQ(ask("getUsbConnectorList"), "usb-connector-list=10.0.0.5 X60:keyboard X61:free");
 }
 
-TEST_F(UsbPorts, activation_is_asked_for_by_commands)
+TEST_F(UsbPorts, events_are_activated_by_commands)
 {
     EXPECT_EQ(ask("isUSBEventsActivated"), "no");
-    EXPECT_EQ(ask("deactivateUSBEvents"), "ok") << "also when they are not";
+    EXPECT_EQ(ask("deactivateUSBEvents"), "ok") << "even if they are not activated";
     EXPECT_EQ(ask("activateUSBEvents"), "ok");
-    EXPECT_EQ(ask("activateUSBEvents"), "ok") << "whoever activates them takes them over";
+    EXPECT_EQ(ask("activateUSBEvents"), "ok") << "each activation takes the events over";
     EXPECT_EQ(ask("isUSBEventsActivated"), "yes");
     EXPECT_EQ(ask("deactivateUSBEvents"), "ok");
     EXPECT_EQ(ask("isUSBEventsActivated"), "no");

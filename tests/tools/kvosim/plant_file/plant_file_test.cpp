@@ -1,4 +1,4 @@
-// Plant files: what each key does, and one row for each mistake with the message it gets.
+// Plant files: the effect of each key, and one row for each mistake with its message.
 #include "kvosim/plant_file/plant_file.h"
 
 #include "tools/kvosim/support/named_row.h"
@@ -70,7 +70,7 @@ TEST(PlantFile, absent_station_keys_have_defaults)
     EXPECT_EQ(plant.findPanel(only.address)->brightness, 1U);
 }
 
-TEST(PlantFile, longest_name_is_taken)
+TEST(PlantFile, longest_name_is_accepted)
 {
     const std::string name(259, 'n');
     const kvosim::Plant plant = parsePlant(station("address = \"10.0.0.5\"\nname = \"" + name + "\"\n"), "p");
@@ -91,7 +91,7 @@ TEST(PlantFile, built_in_plant_has_three_stations)
     EXPECT_EQ(parsePlant(kvosim::kBuiltInPlant, "built-in").stations().size(), 3U);
 }
 
-TEST(PlantFile, example_is_a_varied_plant)
+TEST(PlantFile, example_contains_varied_stations)
 {
     const kvosim::Plant plant = kvosim::loadPlant(EXAMPLE_PLANT);
     const auto stations = plant.stations();
@@ -114,7 +114,7 @@ TEST(PlantFile, missing_file_is_named)
     }
 }
 
-TEST(PlantFile, loads_from_a_file_that_may_be_empty)
+TEST(PlantFile, loads_from_a_file_even_if_it_is_empty)
 {
     const kvosim_test::TemporaryDirectory directory;
     const auto path = directory / "plant.toml";

@@ -1,4 +1,4 @@
-// Generated plants: always the same, always loadable.
+// Generated plants: the same seed gives the same plant, and every plant can be loaded.
 #include "kvosim/plant_file/plant_file.h"
 #include "kvosim/plant_file/plant_generator.h"
 
@@ -16,21 +16,21 @@ std::string generated(uint32_t count, uint64_t seed = 1)
     return text.str();
 }
 
-TEST(PlantGenerator, plant_loads_again)
+TEST(PlantGenerator, generates_a_plant_that_can_be_loaded)
 {
     for (const uint32_t count : {0U, 1U, 254U, 255U, 10'000U}) {
         EXPECT_EQ(kvosim::parsePlant(generated(count), "generated").stations().size(), count);
     }
 }
 
-TEST(PlantGenerator, same_seed_gives_the_same_plant)
+TEST(PlantGenerator, generates_the_same_plant_for_the_same_seed)
 {
     EXPECT_EQ(generated(500, 7), generated(500, 7));
     EXPECT_NE(generated(500, 7), generated(500, 8));
 }
 
-// The same on every machine and with every compiler: a change here changes everybody's plants.
-TEST(PlantGenerator, first_station_is_known)
+// The plant is the same on every machine and with every compiler. A change here changes the plants of all users.
+TEST(PlantGenerator, generates_a_fixed_first_station)
 {
     EXPECT_EQ(generated(1), R"(# 1 generated stations, seed 1
 
@@ -47,7 +47,7 @@ ext = [848, 0, 277, 180, 169, 523, 783]
 )");
 }
 
-TEST(PlantGenerator, addresses_skip_the_nets_own)
+TEST(PlantGenerator, skips_network_and_broadcast_addresses)
 {
     const std::string text = generated(255);
     const kvosim::Plant plant = kvosim::parsePlant(text, "generated");
@@ -56,7 +56,7 @@ TEST(PlantGenerator, addresses_skip_the_nets_own)
     EXPECT_EQ(plant.stations()[254].address, 0x0A000101U);
 }
 
-TEST(PlantGenerator, attributes_reach_the_ends_of_their_range)
+TEST(PlantGenerator, uses_the_full_range_of_attributes)
 {
     const std::string text = generated(1000);
     const kvosim::Plant plant = kvosim::parsePlant(text, "generated");

@@ -1,4 +1,4 @@
-// The keys of plant files beside a station's name and address: ranges, forms and defaults, and one row for each mistake.
+// The keys of plant files besides a station's name and address: ranges, forms and defaults, and one row for each mistake.
 #include "kvosim/plant_file/plant_file.h"
 
 #include "kvosim/plant/station_keys.h"
@@ -43,7 +43,7 @@ struct Range : kvosim_test::NamedRow {
 
 class StationKeyRange : public testing::TestWithParam<Range> {};
 
-TEST_P(StationKeyRange, is_its_own)
+TEST_P(StationKeyRange, matches_the_key)
 {
     for (const std::string &value : GetParam().taken) {
         EXPECT_EQ(written(readBack(GetParam().name, value)), value);
@@ -124,7 +124,7 @@ const std::vector<Range> kRanges = {
 
 INSTANTIATE_TEST_SUITE_P(Table, StationKeyRange, testing::ValuesIn(kRanges), kvosim_test::kNameOfRow);
 
-TEST(StationKeys, all_have_a_row_above)
+TEST(StationKeys, are_all_tested_above)
 {
     std::set<std::string_view> rows;
     for (const Range &row : kRanges) {
@@ -136,7 +136,7 @@ TEST(StationKeys, all_have_a_row_above)
     EXPECT_EQ(rows.size(), kvosim::stationKeys().size());
 }
 
-TEST(StationKeys, each_has_a_value_of_its_own)
+TEST(StationKeys, each_change_a_different_value)
 {
     for (const kvosim::StationKey &changed : kvosim::stationKeys()) {
         ConnectionEntry entry{};
@@ -161,7 +161,7 @@ TEST(StationKeys, each_has_a_value_of_its_own)
     }
 }
 
-TEST(StationKeys, typed_numbers_may_be_hexadecimal)
+TEST(StationKeys, accept_hexadecimal_numbers)
 {
     const kvosim::StationKey &key = kvosim::stationKey("hardware_caps");
     EXPECT_EQ(kvosim::parseTyped(key, "0x1F"), Value(int64_t{31}));
@@ -221,7 +221,7 @@ ident3 = "3-1"
 )toml",
                                      "p");
     const auto &devices = plant.findPanel(0x0A000005)->usbDevices;
-    ASSERT_EQ(devices.size(), 2U) << "whatever the lock says of newcomers";
+    ASSERT_EQ(devices.size(), 2U) << "a lock applies only to new devices";
     EXPECT_EQ(ident2Of(devices[0]), "usb1");
     EXPECT_EQ(ident3Of(devices[0]), "1-1.1");
     EXPECT_EQ(ident2Of(devices[1]), "Portal mill");
@@ -254,7 +254,7 @@ const std::vector<Mistake> kMistakes = {
      "plant.toml:4: station.hardware_caps: 4294967295 is out of range; write 0 to 0xFFFFFFFE, or \"none\""},
     {"odd", kMinimal + "softkey_type = 3\n",
      "plant.toml:4: station.softkey_type: 3 is odd; write an even number from 0 to 0xFFFFFFFE, or \"none\""},
-    {"untold_where_it_must_be_told", kMinimal + "mcp_address = \"none\"\n",
+    {"none_for_a_required_number", kMinimal + "mcp_address = \"none\"\n",
      "plant.toml:4: station.mcp_address: is not a whole number; write 0 to 255"},
     {"form", kMinimal + "viewer = \"nc1\"\n", "plant.toml:4: station.viewer: has the wrong form; write \"SERVER:DISPLAY\""},
     {"text", kMinimal + "t2m2n = 5\n", "plant.toml:4: station.t2m2n: is not a text; write it in quotes"},
@@ -314,7 +314,7 @@ TEST(ExamplePlant, has_stations_of_every_kind)
     EXPECT_GE(count([](const auto &panel) { return !panel.usbConnectors.empty(); }), 1);
     EXPECT_GE(count([](const auto &panel) { return panel.rebootTime > 0; }), 1);
     EXPECT_FALSE(plant.clients.empty());
-    EXPECT_TRUE(plant.faults.list().empty()) << "the example works";
+    EXPECT_TRUE(plant.faults.list().empty()) << "the example has no faults";
     std::multiset<int64_t> addresses;
     for (const kvosim::Panel &panel : panels) {
         addresses.insert(panel.mcpAddress);

@@ -1,4 +1,4 @@
-// Plant files are read station by station: what is cut where, and that no file means something else than in one piece.
+// Plant files are parsed station by station: where they are split, and that the result is the same as for the whole file.
 #include "kvosim/plant_file/station_splitter.h"
 
 #include "kvosim/plant_file/plant_file.h"
@@ -15,15 +15,15 @@ using testing::Pair;
 using testing::StartsWith;
 using Calls = std::vector<std::pair<std::size_t, std::size_t>>;
 
-// ---- Cutting ----
+// ---- Splitting ----
 
-TEST(Pieces, begin_at_each_station)
+TEST(Pieces, begin_at_each_station_header)
 {
     EXPECT_THAT(splitAtStations("# head\n[[station]]\na = 1\n[[station.usb_device]]\n \t[[station]] # indented\nb = 2"),
                 ElementsAre("# head\n", "[[station]]\na = 1\n[[station.usb_device]]\n", " \t[[station]] # indented\nb = 2"));
 }
 
-TEST(Pieces, have_a_head_that_may_be_empty)
+TEST(Pieces, include_a_head_that_may_be_empty)
 {
     EXPECT_THAT(splitAtStations(""), ElementsAre(""));
     EXPECT_THAT(splitAtStations("[service]\n"), ElementsAre("[service]\n"));
@@ -32,16 +32,16 @@ TEST(Pieces, have_a_head_that_may_be_empty)
     EXPECT_THAT(splitAtStations("  [[station]]"), ElementsAre("", "  [[station]]"));
 }
 
-TEST(Pieces, do_not_begin_in_the_middle_of_a_line)
+TEST(Pieces, begin_only_at_the_start_of_a_line)
 {
     for (const char *text : {"a = \"[[station]]\"\n", "# [[station]]\n", "\xEF\xBB\xBF[[station]]\n", "[[ station ]]\n"}) {
         EXPECT_THAT(splitAtStations(text), ElementsAre(text));
     }
 }
 
-// ---- What they mean ----
+// ---- The parsed result ----
 
-/// All that the files below make.
+/// The parts of a plant that the files below set.
 std::string contentsOf(kvosim::Plant plant)
 {
     std::string text = plant.service.version + '|';
@@ -71,20 +71,20 @@ std::string parsed(const std::string &text)
     }
 }
 
-struct Meaning : kvosim_test::NamedRow {
+struct ParsedRow : kvosim_test::NamedRow {
     std::string text;
     std::string contents;
 };
 
-class PiecesMeaning : public testing::TestWithParam<Meaning> {};
+class ParsedPlant : public testing::TestWithParam<ParsedRow> {};
 
-TEST_P(PiecesMeaning, is_that_of_the_whole) { EXPECT_THAT(parsed(GetParam().text), StartsWith(GetParam().contents)); }
+TEST_P(ParsedPlant, equals_that_of_the_whole_file) { EXPECT_THAT(parsed(GetParam().text), StartsWith(GetParam().contents)); }
 
 const std::string kA = "[[station]]\naddress = \"10.0.0.1\"\nname = \"A\"\n";
 const std::string kB = "[[station]]\naddress = \"10.0.0.2\"\nname = \"B\"\n";
 const std::string kDevice = "[[station.usb_device]]\nident2 = \"stick\"\n";
 
-const std::vector<Meaning> kMeanings = {
+const std::vector<ParsedRow> kMeanings = {
     {"stations_in_their_order", kB + kA, "V01.00.00.00| B A | | |"},
     {"devices_at_their_station", kA + kDevice + kB, "V01.00.00.00| A+stick B | | |"},
     {"another_spelling", kA + "[[ station ]]" + kB.substr(11) + kA.substr(0, 11) + "\naddress = \"10.0.0.3\"\nname = \"C\"\n",
@@ -112,7 +112,7 @@ const std::vector<Meaning> kMeanings = {
      "p:6: station.name: \"A\" is already used by the station in line 1; each station needs its own"},
     {"tail", kA + kB + "[serivce]\n", "p:7: serivce: unknown key; known keys: service, registry, station, client, faults"}};
 
-INSTANTIATE_TEST_SUITE_P(Table, PiecesMeaning, testing::ValuesIn(kMeanings), kvosim_test::kNameOfRow);
+INSTANTIATE_TEST_SUITE_P(Table, ParsedPlant, testing::ValuesIn(kMeanings), kvosim_test::kNameOfRow);
 
 // ---- Progress ----
 
@@ -129,7 +129,7 @@ TEST(PlantProgress, counts_stations)
     EXPECT_THAT(progressOf("[service]\n"), ElementsAre());
 }
 
-TEST(PlantProgress, begins_again_where_only_the_whole_file_tells_what_is_meant)
+TEST(PlantProgress, restarts_if_the_whole_file_must_be_parsed)
 {
     EXPECT_THAT(progressOf("[registry]\n" + kA + "[[registry.previous]]\naddress = \"10.0.0.3\"\nname = \"C\"\n" + kB),
                 ElementsAre(Pair(0, 0), Pair(1, 2), Pair(2, 2)));

@@ -1,4 +1,4 @@
-// The words of kvosim's commands.
+// Command lines of kvosim for tests.
 #pragma once
 
 #include "tools/kvosim/support/client.h"
@@ -20,7 +20,7 @@ inline std::vector<std::string> kvosim(std::vector<std::string> arguments)
 
 inline std::vector<std::string> serve(std::vector<std::string> more = {})
 {
-    // Other tests may have the default port of the USB lock: the network is everybody's.
+    // Other tests may use the default port of the USB lock on the same network.
     more.insert(more.begin(), {"serve", "--plant", EXAMPLE_PLANT, "--usb-lock-address", "none"});
     return kvosim(std::move(more));
 }

@@ -1,4 +1,4 @@
-// What the simulator's program answers shells that complete its command lines.
+// The completions that kvosim prints for shells.
 #include "tools/kvosim/support/ended.h"
 #include "tools/kvosim/support/program.h"
 #include "tools/kvosim/support/running_service.h"
@@ -7,8 +7,8 @@
 
 namespace {
 
-using kvosim_test::Ended;
-using kvosim_test::kvosimEnds;
+using kvosim_test::Exited;
+using kvosim_test::runKvosim;
 using kvosim_test::RunningService;
 using testing::HasSubstr;
 using testing::Not;
@@ -16,7 +16,7 @@ using testing::Not;
 std::string complete(std::vector<std::string> words)
 {
     words.insert(words.begin(), {"complete", "--"});
-    const Ended ended = kvosimEnds(words);
+    const Exited ended = runKvosim(words);
     EXPECT_EQ(ended.status, 0);
     EXPECT_EQ(ended.err, "");
     return ended.out;
@@ -27,13 +27,14 @@ TEST(Completion, offers_stations_without_a_request_to_the_service)
     const RunningService service;
     EXPECT_THAT(complete({"station", "10.0.0.5"}), "words\n10.0.0.5\tLathe 1\n");
     EXPECT_THAT(complete({"usb", "plug", "Lat"}), "words\nLathe 1\t10.0.0.5\n");
-    EXPECT_THAT(kvosimEnds({"status", "--json"}).out, HasSubstr("\"exchanges\":0")) << "faults would have counted one";
+    EXPECT_THAT(runKvosim({"status", "--json"}).out, HasSubstr("\"exchanges\":0"))
+        << "completion must not make requests, which faults would count";
 }
 
 TEST(Completion, offers_devices)
 {
     const RunningService service;
-    ASSERT_EQ(kvosimEnds({"usb", "plug", "10.0.0.5", "--ident2", "stick"}).status, 0);
+    ASSERT_EQ(runKvosim({"usb", "plug", "10.0.0.5", "--ident2", "stick"}).status, 0);
     EXPECT_THAT(complete({"usb", "unplug", "10.0.0.5", "st"}), HasSubstr("\nstick\t10.0.0.5, Memory stick\n"));
 }
 
@@ -46,13 +47,13 @@ TEST(Completion, offers_words_keys_and_keywords)
     EXPECT_THAT(complete({"fault", "add", "delay", "--command", "getVer"}), "words\ngetVersion\t\n");
 }
 
-TEST(Completion, knows_files_directories_and_the_command_that_is_run)
+TEST(Completion, offers_files_directories_and_commands)
 {
     EXPECT_EQ(complete({"serve", "--plant", ""}), "files\n");
     EXPECT_EQ(complete({"serve", "--registry", ""}), "directories\n");
     EXPECT_EQ(complete({"run", "--verbose", "--", ""}), "command\n");
     EXPECT_EQ(complete({"run", "--", "kvosim", "--"}), "command\n");
-    EXPECT_THAT(complete({"run", ""}), HasSubstr("\n--plant\t")) << "nothing but an option can follow";
+    EXPECT_THAT(complete({"run", ""}), HasSubstr("\n--plant\t")) << "only an option can follow";
     EXPECT_THAT(complete({"run", "--verbose", "--"}), Not(HasSubstr("--verbose")));
 }
 

@@ -1,4 +1,4 @@
-// "kvosim run" in a container without the right to make namespaces, and demo.sh there.
+// "kvosim run" and demo.sh in a container that may not create namespaces.
 #include "tools/kvosim/support/program.h"
 
 #include <gmock/gmock.h>
@@ -25,11 +25,11 @@ protected:
             GTEST_SKIP() << "missing tool: bwrap";
         }
         if (status != 0) {
-            GTEST_SKIP() << "bwrap cannot make a container here: " << tried.err();
+            GTEST_SKIP() << "bwrap cannot create a container here: " << tried.err();
         }
     }
 
-    /// With an empty /tmp, in which the programs and the sources are to be seen where they lie in there.
+    /// Runs a command in a container with an empty /tmp. Programs and sources below /tmp stay visible.
     [[nodiscard]] Words inside(const Words &command, const Words &more = {}) const
     {
         const std::string build = std::filesystem::path(KVOSIM_PROGRAM).parent_path().parent_path();
@@ -51,7 +51,7 @@ private:
     static constexpr int kNoProgram = 98;
 };
 
-TEST_F(Container, is_told_which_right_is_missing)
+TEST_F(Container, names_the_missing_permission)
 {
     Program run(inside({KVOSIM_PROGRAM, "run", "--", "echo", "started"}));
     EXPECT_EQ(run.wait(), 1);
@@ -63,14 +63,14 @@ TEST_F(Container, is_told_which_right_is_missing)
                              "uses the machine's own /tmp/kvo_hws, one run at a time\n");
 }
 
-TEST_F(Container, of_an_ordinary_user_is_told_which_right_is_missing)
+TEST_F(Container, of_an_ordinary_user_names_the_missing_permission)
 {
     Program run(inside({KVOSIM_PROGRAM, "run", "--", "echo", "started"}, {"--uid", "1000"}));
     EXPECT_EQ(run.wait(), 1);
     EXPECT_THAT(run.err(), HasSubstr("Operation not permitted (only root may); new user namespace"));
 }
 
-TEST_F(Container, has_a_shared_run_that_leaves_nothing)
+TEST_F(Container, has_a_shared_run_that_removes_its_files)
 {
     Program run(inside({"sh", "-c", KVOSIM_PROGRAM " run --shared -- " ASK_PROGRAM " getCountElemDL && ls /tmp"}));
     EXPECT_EQ(run.wait(), 0) << run.err();
@@ -93,7 +93,7 @@ TEST_F(Container, has_one_shared_run_at_a_time)
 
 TEST_F(Container, runs_the_demo)
 {
-    // The demo as it is, with what was built already in place of what it would install and build.
+    // Runs the unchanged demo.sh, but replaces the tools that would install and build by the existing build.
     std::filesystem::copy(SOURCE_FOLDER "/demo.sh", place.path());
     std::filesystem::copy(SOURCE_FOLDER "/scripts", place / "scripts");
     std::filesystem::create_directories(place / "examples");

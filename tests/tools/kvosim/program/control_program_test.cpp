@@ -1,4 +1,4 @@
-// The subcommands that steer a simulator that runs, as their users meet them.
+// The subcommands that control a running simulator, as users see them.
 #include "common/control_client.h"
 #include "tools/kvosim/support/client.h"
 #include "tools/kvosim/support/ended.h"
@@ -11,10 +11,10 @@
 
 namespace {
 
-using kvosim_test::Ended;
 using kvosim_test::exchange;
-using kvosim_test::kvosimEnds;
+using kvosim_test::Exited;
 using kvosim_test::Program;
+using kvosim_test::runKvosim;
 using kvosim_test::RunningService;
 using testing::HasSubstr;
 using tools::Json;
@@ -26,12 +26,12 @@ struct Row : kvosim_test::NamedRow {
     std::string err;
 };
 
-class Steering : public testing::TestWithParam<Row> {};
+class ControlCommand : public testing::TestWithParam<Row> {};
 
-TEST_P(Steering, answers)
+TEST_P(ControlCommand, prints_the_expected_output)
 {
     const RunningService service;
-    const Ended ended = kvosimEnds(GetParam().arguments);
+    const Exited ended = runKvosim(GetParam().arguments);
     EXPECT_EQ(ended.status, GetParam().status);
     EXPECT_THAT(ended.out, HasSubstr(GetParam().out));
     EXPECT_THAT(ended.err, HasSubstr(GetParam().err));
@@ -67,17 +67,17 @@ const std::vector<Row> kCalls = {
     {"fault_add_unknown", {"fault", "add", "late"}, 2, "", "kvosim: kind: \"late\" is not a fault; write delay, close"},
     {"fault_add_negative", {"fault", "add", "close", "--times", "-1"}, 2, "", "--times"},
     {"fault_clear", {"fault", "clear", "--json"}, 0, "{\"faults\":[]}\n", ""},
-    {"fault_alone", {"fault"}, 2, "", "Usage: kvosim fault [OPTIONS] COMMAND\n"},
+    {"fault_without_subcommand", {"fault"}, 2, "", "Usage: kvosim fault [OPTIONS] COMMAND\n"},
     {"fault_help", {"fault", "--help"}, 0, "Examples:\n  kvosim fault add", ""},
     {"station_help", {"station", "--help"}, 0, "Examples:\n  kvosim station", ""}};
 
-INSTANTIATE_TEST_SUITE_P(Table, Steering, testing::ValuesIn(kCalls), kvosim_test::kNameOfRow);
+INSTANTIATE_TEST_SUITE_P(Table, ControlCommand, testing::ValuesIn(kCalls), kvosim_test::kNameOfRow);
 
 class WithoutASimulator : public testing::TestWithParam<std::vector<std::string>> {};
 
-TEST_P(WithoutASimulator, has_a_status_of_its_own)
+TEST_P(WithoutASimulator, has_a_separate_exit_status)
 {
-    const Ended ended = kvosimEnds(GetParam());
+    const Exited ended = runKvosim(GetParam());
     EXPECT_EQ(ended.status, 3);
     EXPECT_EQ(ended.out, "");
     EXPECT_EQ(ended.err, "kvosim: no simulator is running (no process listens at /tmp/kvo_hws/kvosim_ctl); start one with "
@@ -90,19 +90,19 @@ const std::vector<std::vector<std::string>> kCommands = {
 
 INSTANTIATE_TEST_SUITE_P(Table, WithoutASimulator, testing::ValuesIn(kCommands));
 
-TEST(Steering, changes_last_from_one_call_to_the_next)
+TEST(ControlCommand, changes_persist_between_calls)
 {
     const RunningService service;
-    EXPECT_EQ(kvosimEnds({"station", "Lathe 1", "--set", "backlight=0", "dpi=0x60"}).status, 0);
-    EXPECT_EQ(tools::Json::parse(kvosimEnds({"station", "Lathe 1", "--json"}).out)["backlight"], 0);
+    EXPECT_EQ(runKvosim({"station", "Lathe 1", "--set", "backlight=0", "dpi=0x60"}).status, 0);
+    EXPECT_EQ(tools::Json::parse(runKvosim({"station", "Lathe 1", "--json"}).out)["backlight"], 0);
     EXPECT_EQ(exchange("showDPI=0A000005\n"), "dpi=96\n");
-    EXPECT_EQ(kvosimEnds({"fault", "add", "failed", "--command", "showDPI"}).status, 0);
+    EXPECT_EQ(runKvosim({"fault", "add", "failed", "--command", "showDPI"}).status, 0);
     EXPECT_EQ(exchange("showDPI=0A000005\n"), "failed\n");
-    EXPECT_EQ(kvosimEnds({"fault", "clear"}).out, "no faults\n");
+    EXPECT_EQ(runKvosim({"fault", "clear"}).out, "no faults\n");
     EXPECT_EQ(exchange("showDPI=0A000005\n"), "dpi=96\n");
 }
 
-TEST(Steering, reaches_the_simulator_of_a_run)
+TEST(ControlCommand, reaches_the_simulator_of_kvosim_run)
 {
     Program run({KVOSIM_PROGRAM, "run", "--usb-lock-address", "127.0.0.1:0", "--", "sh", "-c",
                  KVOSIM_PROGRAM " station 'Panel 1' --set kvo_index=7 --json && " ASK_PROGRAM
@@ -113,7 +113,7 @@ TEST(Steering, reaches_the_simulator_of_a_run)
     EXPECT_EQ(run.err(), "");
 }
 
-TEST(Steering, verbose_service_logs_faults_and_datagrams)
+TEST(ControlCommand, verbose_service_logs_faults_and_datagrams)
 {
     Program service({KVOSIM_PROGRAM, "serve", "--plant", EXAMPLE_PLANT, "--verbose", "--usb-lock-address", "127.0.0.1:0"});
     ASSERT_TRUE(service.hasWritten("kvosim: serving")) << service.err();
@@ -134,9 +134,9 @@ TEST(Steering, verbose_service_logs_faults_and_datagrams)
     EXPECT_THAT(service.err(), HasSubstr(" datagram hello (ignored)\n"));
 }
 
-// ---- The place of the USB lock ----
+// ---- The address of the USB lock ----
 
-TEST(UsbLockAddress, taken_is_an_error_where_it_was_given)
+TEST(UsbLockAddress, in_use_is_an_error_if_given)
 {
     const RunningService service("", {.usbLockAddress = "127.0.0.1:0"});
     const std::string taken = service.usbLockAddress();
@@ -146,9 +146,9 @@ TEST(UsbLockAddress, taken_is_an_error_where_it_was_given)
                              ": the port is in use, perhaps by another simulator\n");
 }
 
-TEST(UsbLockAddress, default_may_be_taken)
+TEST(UsbLockAddress, in_use_is_a_warning_if_it_is_the_default)
 {
-    // Whoever has the port meanwhile, this test or another one: somebody has.
+    // The port is in use, either by this test or by another one.
     kvosim::EventLoop loop;
     std::unique_ptr<kvosim::UdpSocket> mine;
     try {
@@ -164,20 +164,20 @@ TEST(UsbLockAddress, default_may_be_taken)
     }
 }
 
-TEST(UsbLockAddress, malformed_is_wrong_use)
+TEST(UsbLockAddress, malformed_is_a_usage_error)
 {
-    const Ended ended = kvosimEnds({"run", "--usb-lock-address", "localhost", "--", "true"});
+    const Exited ended = runKvosim({"run", "--usb-lock-address", "localhost", "--", "true"});
     EXPECT_EQ(ended.status, 2);
     EXPECT_THAT(ended.err, HasSubstr("--usb-lock-address: write ADDRESS or ADDRESS:PORT"));
 }
 
-TEST(Run, keeps_its_datagrams_on_this_machine)
+TEST(Run, receives_datagrams_only_from_this_machine)
 {
     const std::vector<std::string> run{"run", "--usb-lock-address", "none", "--", "sh", "-c", "echo $KVO_PLATFORM_INTERFACE"};
     unsetenv("KVO_PLATFORM_INTERFACE");
-    EXPECT_EQ(kvosimEnds(run).out, "lo\n");
+    EXPECT_EQ(runKvosim(run).out, "lo\n");
     setenv("KVO_PLATFORM_INTERFACE", "eth7", 1);
-    EXPECT_EQ(kvosimEnds(run).out, "eth7\n");
+    EXPECT_EQ(runKvosim(run).out, "eth7\n");
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// What kvosim writes while it reads a plant that takes its time: a pipe, into which the test writes late.
+// The output of kvosim while it reads a slow plant file: a pipe, to which the test writes late.
 #include "common/command_line/progress_line.h"
 #include "support/terminal.h"
 #include "tools/kvosim/support/program.h"
@@ -22,14 +22,14 @@ using testing::StartsWith;
 
 const std::string kEmptyLine = "\r\x1B[K";
 
-/// A plant file that is read for longer than progress has patience.
+/// A plant file that is slow enough for kvosim to show its progress.
 class SlowPlant {
 public:
     SlowPlant() { mkfifo(path().c_str(), 0600); }
 
     [[nodiscard]] std::string path() const { return directory_ / "plant.toml"; }
 
-    /// Waits for the reader; false if none comes.
+    /// Waits for the reader. Returns false if none opens the pipe.
     [[nodiscard]] bool write(const std::string &text) const
     {
         const auto until = std::chrono::steady_clock::now() + 10s;
@@ -39,7 +39,7 @@ public:
             std::this_thread::sleep_for(2ms);
         }
         std::this_thread::sleep_for(tools::command_line::ProgressLine::kDelay);
-        fcntl(pipe, F_SETFL, 0);  // what is larger than the pipe waits for the reader
+        fcntl(pipe, F_SETFL, 0);  // a write that is larger than the pipe waits for the reader
         const ssize_t written = ::write(pipe, text.data(), text.size());
         close(pipe);
         return written == static_cast<ssize_t>(text.size());
@@ -71,7 +71,7 @@ std::vector<std::string> runWith(const SlowPlant &plant)
     return {"run", "--usb-lock-address", "none", "--plant", plant.path(), "--", "true"};
 }
 
-TEST(Loading, is_shown_on_a_terminal_until_it_is_done)
+TEST(Loading, is_shown_on_a_terminal_until_it_ends)
 {
     const Terminal terminal;
     const SlowPlant plant;
@@ -83,7 +83,7 @@ TEST(Loading, is_shown_on_a_terminal_until_it_is_done)
     EXPECT_THAT(shown, EndsWith(kEmptyLine));
 }
 
-TEST(Loading, gives_the_line_to_a_mistake)
+TEST(Loading, is_replaced_by_the_message_of_a_mistake)
 {
     const Terminal terminal;
     const SlowPlant plant;
@@ -105,7 +105,7 @@ TEST(Loading, is_not_shown_on_a_terminal_that_cannot_rewrite_a_line)
     EXPECT_EQ(terminal.shown(), "");
 }
 
-TEST(Loading, is_not_written_into_a_file)
+TEST(Loading, is_not_written_to_a_file)
 {
     const SlowPlant plant;
     std::vector<std::string> words = runWith(plant);

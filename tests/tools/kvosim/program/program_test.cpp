@@ -1,4 +1,4 @@
-// The program kvosim as its users call it: exit statuses and messages.
+// The command line of kvosim: exit statuses and messages.
 #include "tools/kvosim/program/commands.h"
 #include "tools/kvosim/support/client.h"
 #include "tools/kvosim/support/named_row.h"
@@ -20,7 +20,7 @@ using testing::StartsWith;
 
 // ---- generate ----
 
-TEST(Generate, writes_a_plant_that_is_served)
+TEST(Generate, writes_a_plant_that_can_be_served)
 {
     const kvosim_test::TemporaryDirectory directory;
     const std::string file = directory / "plant.toml";
@@ -35,18 +35,18 @@ TEST(Generate, writes_a_plant_that_is_served)
     EXPECT_GT(list.size(), 1'000'000U);
 }
 
-// ---- How it is called ----
+// ---- Command lines ----
 
-struct Call : kvosim_test::NamedRow {
+struct CommandLineRow : kvosim_test::NamedRow {
     std::vector<std::string> arguments;
     int status;
     std::string out;
     std::string err;
 };
 
-class Called : public testing::TestWithParam<Call> {};
+class CommandLine : public testing::TestWithParam<CommandLineRow> {};
 
-TEST_P(Called, answers)
+TEST_P(CommandLine, prints_the_expected_output)
 {
     Program program(kvosim(GetParam().arguments));
     EXPECT_EQ(program.wait(), GetParam().status);
@@ -54,8 +54,8 @@ TEST_P(Called, answers)
     EXPECT_THAT(program.err(), HasSubstr(GetParam().err));
 }
 
-const std::vector<Call> kCalls = {
-    {"without_anything", {}, 2, "", "Simulate the hardware service of a plant.\nUsage: kvosim [OPTIONS]"},
+const std::vector<CommandLineRow> kCalls = {
+    {"without_arguments", {}, 2, "", "Simulate the hardware service of a plant.\nUsage: kvosim [OPTIONS]"},
     {"unknown_subcommand",
      {"server"},
      2,
@@ -114,6 +114,6 @@ const std::vector<Call> kCalls = {
     {"run_help_examples", {"run", "--help"}, 0, "Examples:\n  kvosim run -- ", ""},
     {"generate_help", {"generate", "--help"}, 0, "Examples:\n  kvosim generate", ""}};
 
-INSTANTIATE_TEST_SUITE_P(Table, Called, testing::ValuesIn(kCalls), kvosim_test::kNameOfRow);
+INSTANTIATE_TEST_SUITE_P(Table, CommandLine, testing::ValuesIn(kCalls), kvosim_test::kNameOfRow);
 
 }  // namespace

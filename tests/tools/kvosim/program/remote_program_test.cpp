@@ -1,4 +1,4 @@
-// The remote side and events of embedded stations as users of the program meet them.
+// The commands for the remote side and for events of embedded stations, as users see them.
 #include "tools/kvosim/support/agent.h"
 #include "tools/kvosim/support/client.h"
 #include "tools/kvosim/support/ended.h"
@@ -19,9 +19,9 @@ namespace {
 
 using kvosim_test::Agent;
 using kvosim_test::Client;
-using kvosim_test::Ended;
-using kvosim_test::kvosimEnds;
+using kvosim_test::Exited;
 using kvosim_test::Program;
+using kvosim_test::runKvosim;
 using kvosim_test::TemporaryDirectory;
 using testing::ContainsRegex;
 using testing::HasSubstr;
@@ -29,7 +29,7 @@ using testing::MatchesRegex;
 
 constexpr const char *kPlant = "[[station]]\naddress = \"10.0.0.5\"\nname = \"A\"\n";
 
-/// kvosim serve, as soon as it does.
+/// A running "kvosim serve" that is ready.
 class Serving {
 public:
     explicit Serving(std::vector<std::string> more = {}) : program_(command(std::move(more)))
@@ -53,8 +53,8 @@ private:
     Program program_;
 };
 
-/// Answers "ping" by "pong" for as long as the connection lasts, with an indication before it.
-std::future<void> answers(Agent &agent)
+/// Sends an indication and then "pong" for each "ping", until the connection ends.
+std::future<void> answerPings(Agent &agent)
 {
     return std::async(std::launch::async, [&agent] {
         while (agent.answer("pong\r\nI01:seen\r\n").find('(') == std::string::npos) {
@@ -62,50 +62,50 @@ std::future<void> answers(Agent &agent)
     });
 }
 
-TEST(RemoteProgram, asks_lists_logs_and_runs)
+TEST(RemoteProgram, sends_requests_lists_sessions_shows_the_log_and_runs_scripts)
 {
     Serving serving({"--remote", "3,4", "--verbose"});
     ASSERT_TRUE(serving.ready) << serving.program().err();
-    EXPECT_EQ(kvosimEnds({"remote", "list"}).out, "session 3, 127.0.0.1:5853, no agent\nsession 4, 127.0.0.1:5854, no agent\n");
+    EXPECT_EQ(runKvosim({"remote", "list"}).out, "session 3, 127.0.0.1:5853, no agent\nsession 4, 127.0.0.1:5854, no agent\n");
     Agent agent;
-    auto answering = answers(agent);
-    EXPECT_THAT(kvosimEnds({"remote", "list"}).out, ContainsRegex("session 3, 127.0.0.1:5853, agent at 127.0.0.1:[0-9]+\n"));
-    EXPECT_EQ(kvosimEnds({"remote", "ask", "3", "ping"}).out, "pong\n");
-    EXPECT_EQ(kvosimEnds({"remote", "ask", "3", "ping", "--tag", "042"}).out, "042:pong\n");
-    EXPECT_EQ(kvosimEnds({"remote", "ask", "3", "ping", "--untagged"}).out, "pong\n");
-    EXPECT_EQ(kvosimEnds({"remote", "ask", "3", "ping", "--json"}).out, "{\"reply\":\"pong\"}\n");
+    auto answering = answerPings(agent);
+    EXPECT_THAT(runKvosim({"remote", "list"}).out, ContainsRegex("session 3, 127.0.0.1:5853, agent at 127.0.0.1:[0-9]+\n"));
+    EXPECT_EQ(runKvosim({"remote", "ask", "3", "ping"}).out, "pong\n");
+    EXPECT_EQ(runKvosim({"remote", "ask", "3", "ping", "--tag", "042"}).out, "042:pong\n");
+    EXPECT_EQ(runKvosim({"remote", "ask", "3", "ping", "--untagged"}).out, "pong\n");
+    EXPECT_EQ(runKvosim({"remote", "ask", "3", "ping", "--json"}).out, "{\"reply\":\"pong\"}\n");
 
     const TemporaryDirectory directory;
     const std::string script = directory / "agent.script";
     std::ofstream(script) << "session 3\n> ping\n< pong\n! seen\n";
-    EXPECT_EQ(kvosimEnds({"remote", "run", script}).out, script + ": 3 steps done, 1 replies and 1 indications as expected\n");
-    EXPECT_EQ(kvosimEnds({"remote", "run", script, "--json"}).out,
+    EXPECT_EQ(runKvosim({"remote", "run", script}).out, script + ": 3 steps done, 1 replies and 1 indications as expected\n");
+    EXPECT_EQ(runKvosim({"remote", "run", script, "--json"}).out,
               "{\"steps\":3,\"replies\":1,\"indications\":1,\"unread\":0}\n");
     std::ofstream(script) << "session 3\n> ping\n< pang\n";
-    const Ended different = kvosimEnds({"remote", "run", script});
+    const Exited different = runKvosim({"remote", "run", script});
     EXPECT_EQ(different.status, 1);
     EXPECT_EQ(different.err, "kvosim: " + script + ":3: expected the reply \"pang\", got \"pong\"\n");
     std::ofstream(script) << "ping\n";
-    EXPECT_EQ(kvosimEnds({"remote", "run", script}).status, 2);
+    EXPECT_EQ(runKvosim({"remote", "run", script}).status, 2);
 
-    const std::string log = kvosimEnds({"remote", "log", "--session", "3"}).out;
+    const std::string log = runKvosim({"remote", "log", "--session", "3"}).out;
     EXPECT_THAT(log, MatchesRegex("[0-9][0-9]:[0-9][0-9]:[0-9][0-9].[0-9][0-9][0-9] session 3 connected from .*"));
     EXPECT_THAT(log, HasSubstr(" session 3 > 001:ping\n"));
     EXPECT_THAT(log, HasSubstr(" session 3 < 001:pong\n"));
     EXPECT_THAT(log, HasSubstr(" session 3 ! I01:seen\n"));
-    EXPECT_EQ(kvosimEnds({"remote", "log", "--session", "4"}).out, "");
-    EXPECT_EQ(kvosimEnds({"remote", "log", "--session", "5"}).status, 1);
-    EXPECT_THAT(kvosimEnds({"remote", "log", "--json"}).out,
+    EXPECT_EQ(runKvosim({"remote", "log", "--session", "4"}).out, "");
+    EXPECT_EQ(runKvosim({"remote", "log", "--session", "5"}).status, 1);
+    EXPECT_THAT(runKvosim({"remote", "log", "--json"}).out,
                 HasSubstr(R"("session":3,"kind":"indication","text":"I01:seen","note":"")"));
-    EXPECT_THAT(serving.program().err(), HasSubstr(" session 3 ! I01:seen\n")) << "as it arrives";
+    EXPECT_THAT(serving.program().err(), HasSubstr(" session 3 ! I01:seen\n")) << "logged when it arrives";
 
-    EXPECT_EQ(kvosimEnds({"remote", "close", "3"}).out, "closed\n");
+    EXPECT_EQ(runKvosim({"remote", "close", "3"}).out, "closed\n");
     answering.get();
-    const Ended closed = kvosimEnds({"remote", "close", "3", "--reset"});
+    const Exited closed = runKvosim({"remote", "close", "3", "--reset"});
     EXPECT_EQ(closed.status, 1);
     EXPECT_EQ(closed.err, "kvosim: no agent is connected in session 3 (port 5853)\n");
-    EXPECT_EQ(kvosimEnds({"remote", "close", "3", "--for", "600"}).out, "closed\n");
-    EXPECT_EQ(kvosimEnds({"remote", "list"}).out,
+    EXPECT_EQ(runKvosim({"remote", "close", "3", "--for", "600"}).out, "closed\n");
+    EXPECT_EQ(runKvosim({"remote", "list"}).out,
               "session 3, 127.0.0.1:5853, temporarily closed\nsession 4, 127.0.0.1:5854, no agent\n");
 }
 
@@ -122,32 +122,32 @@ TEST(RemoteProgram, follows_the_log)
     EXPECT_EQ(following.wait(), -SIGTERM);
 }
 
-TEST(RemoteProgram, without_an_answer_the_status_is_one)
+TEST(RemoteProgram, exits_with_status_1_without_a_reply)
 {
     const Serving serving({"--remote", "3"});
     ASSERT_TRUE(serving.ready);
     const Agent agent;
-    const Ended ended = kvosimEnds({"remote", "ask", "3", "ping", "--timeout", "1"});
+    const Exited ended = runKvosim({"remote", "ask", "3", "ping", "--timeout", "1"});
     EXPECT_EQ(ended.status, 1);
     EXPECT_EQ(ended.err, "kvosim: no reply within 1 s\n");
 }
 
-TEST(RemoteProgram, a_port_in_use_is_named)
+TEST(RemoteProgram, names_a_port_that_is_in_use)
 {
     const Serving first({"--remote", "3"});
     ASSERT_TRUE(first.ready);
-    const Ended second = kvosimEnds({"run", "--remote", "3", "--", "true"});
+    const Exited second = runKvosim({"run", "--remote", "3", "--", "true"});
     EXPECT_EQ(second.status, 1);
     EXPECT_EQ(second.err, "kvosim: cannot serve agents of session 3 at 127.0.0.1:5853: the port is in use, perhaps by another "
                           "simulator or a real hardware service\n");
 }
 
-TEST(RemoteProgram, serves_the_network_where_the_option_says_so)
+TEST(RemoteProgram, serves_the_network_if_the_option_requests_it)
 {
     const Serving serving({"--remote", "3", "--remote-address", "0.0.0.0"});
     ASSERT_TRUE(serving.ready);
     const Agent agent(3, "127.0.0.9");
-    EXPECT_EQ(kvosimEnds({"remote", "ask", "3", "x", "--timeout", "1"}).err, "kvosim: no reply within 1 s\n");
+    EXPECT_EQ(runKvosim({"remote", "ask", "3", "x", "--timeout", "1"}).err, "kvosim: no reply within 1 s\n");
 }
 
 struct WrongRow : kvosim_test::NamedRow {
@@ -157,11 +157,11 @@ struct WrongRow : kvosim_test::NamedRow {
 
 class WrongUse : public testing::TestWithParam<WrongRow> {};
 
-TEST_P(WrongUse, is_reported_and_ends_with_two)
+TEST_P(WrongUse, is_reported_with_status_2)
 {
     const Serving serving({"--remote", "3"});
     ASSERT_TRUE(serving.ready);
-    const Ended ended = kvosimEnds(GetParam().arguments);
+    const Exited ended = runKvosim(GetParam().arguments);
     EXPECT_EQ(ended.status, 2);
     EXPECT_THAT(ended.err, HasSubstr(GetParam().err));
 }
@@ -178,7 +178,7 @@ const std::vector<WrongRow> kWrongUses = {
     {{"ask_tag"}, {"remote", "ask", "3", "ping", "--tag", "4"}, "is not a tag; write three digits"},
     {{"ask_two_ways"}, {"remote", "ask", "3", "ping", "--tag", "042", "--untagged"}, "excludes"},
     {{"ask_timeout"}, {"remote", "ask", "3", "ping", "--timeout", "601"}, "--timeout"},
-    {{"remote_alone"}, {"remote"}, "Usage: kvosim remote [OPTIONS] COMMAND\n"},
+    {{"remote_without_subcommand"}, {"remote"}, "Usage: kvosim remote [OPTIONS] COMMAND\n"},
     {{"event_name"}, {"event", "a name that is too long, x"}, "write \"name, data\" with a name of 1 to 19 bytes"},
     {{"event_lines"}, {"event", "a, b\nc", "--as-is"}, "the event contains a line end"},
     {{"event_not_utf8"}, {"event", "a, \xff"}, "a text is not UTF-8"}};
@@ -187,9 +187,9 @@ INSTANTIATE_TEST_SUITE_P(Table, WrongUse, testing::ValuesIn(kWrongUses), kvosim_
 
 class WithoutSimulator : public testing::TestWithParam<const char *> {};
 
-TEST_P(WithoutSimulator, ends_with_three)
+TEST_P(WithoutSimulator, exits_with_status_3)
 {
-    const Ended ended = kvosimEnds(std::string(GetParam()) == "event" ? std::vector<std::string>{"event", "a, b"}
+    const Exited ended = runKvosim(std::string(GetParam()) == "event" ? std::vector<std::string>{"event", "a, b"}
                                                                       : std::vector<std::string>{"remote", GetParam()});
     EXPECT_EQ(ended.status, 3);
     EXPECT_THAT(ended.err, HasSubstr("no simulator is running"));
@@ -199,24 +199,24 @@ INSTANTIATE_TEST_SUITE_P(All, WithoutSimulator, testing::Values("list", "log", "
 
 // ---- Events of embedded stations ----
 
-TEST(EventProgram, shows_how_many_got_it)
+TEST(EventProgram, shows_the_number_of_listeners)
 {
     Serving serving({"--alive", "0"});
     ASSERT_TRUE(serving.ready);
-    const Ended nobody = kvosimEnds({"event", "key, F1"});
-    EXPECT_EQ(nobody.status, 1);
-    EXPECT_EQ(nobody.out, "");
-    EXPECT_EQ(nobody.err, "kvosim: no program listens for events; the event was sent to 0 listeners\n");
+    const Exited unsent = runKvosim({"event", "key, F1"});
+    EXPECT_EQ(unsent.status, 1);
+    EXPECT_EQ(unsent.out, "");
+    EXPECT_EQ(unsent.err, "kvosim: no program listens for events; the event was sent to 0 listeners\n");
     const Client first("/tmp/kvo_hws/event_sock");
-    EXPECT_EQ(kvosimEnds({"event", "key, F1"}).out, "sent to 1 listener\n");
+    EXPECT_EQ(runKvosim({"event", "key, F1"}).out, "sent to 1 listener\n");
     const Client second("/tmp/kvo_hws/event_sock");
-    EXPECT_EQ(kvosimEnds({"event", "key", "--as-is"}).out, "sent to 2 listeners\n");
-    EXPECT_EQ(kvosimEnds({"event", "Alive?", "--json"}).out, "{\"listeners\":2}\n");
+    EXPECT_EQ(runKvosim({"event", "key", "--as-is"}).out, "sent to 2 listeners\n");
+    EXPECT_EQ(runKvosim({"event", "Alive?", "--json"}).out, "{\"listeners\":2}\n");
     EXPECT_EQ(first.receiveAll(100ms), "key, F1\nkey\nAlive?\n(nothing more came)");
     EXPECT_EQ(second.receiveAll(100ms), "key\nAlive?\n(nothing more came)");
 }
 
-TEST(EventProgram, alive_goes_out_as_often_as_the_option_says)
+TEST(EventProgram, sends_alive_at_the_interval_of_the_option)
 {
     const Serving serving({"--alive", "1"});
     ASSERT_TRUE(serving.ready);

@@ -1,4 +1,4 @@
-// Runs that use the folder of the sockets, of one user and of two.
+// A fixture for runs that use the folder of the sockets, by one user or two.
 #pragma once
 
 #include "support/eventually.h"
@@ -16,11 +16,11 @@ namespace kvosim_test {
 
 inline constexpr const char *kFolder = "/tmp/kvo_hws";
 
-inline bool isThere(const std::string &path) { return std::filesystem::exists(std::filesystem::symlink_status(path)); }
+inline bool exists(const std::string &path) { return std::filesystem::exists(std::filesystem::symlink_status(path)); }
 
-inline bool goes(const std::string &path)
+inline bool disappears(const std::string &path)
 {
-    return support::eventually([&] { return !isThere(path); });
+    return support::eventually([&] { return !exists(path); });
 }
 
 inline struct stat statusOf(const std::string &path)
@@ -53,7 +53,7 @@ inline Words serve()
     return {KVOSIM_PROGRAM, "serve", "--plant", "/tmp/plant.toml", "--usb-lock-address", "none"};
 }
 
-/// Says that it has begun, and asks the service once more before it ends: when the file @p end is there.
+/// A script that prints "begun", waits until the file @p end exists, and then makes a request to the service.
 inline std::string waitFor(const std::string &end)
 {
     return "echo begun; while [ ! -e " + end + " ]; do sleep 0.02; done; " ASK_PROGRAM " getCountElemDL";

@@ -1,4 +1,4 @@
-// kvosim run: the command and its surroundings, exit statuses, signals, and what is left behind.
+// kvosim run: the command and its environment, exit statuses, signals, and that all files are removed.
 #include "tools/kvosim/program/commands.h"
 #include "tools/kvosim/support/client.h"
 #include "tools/kvosim/support/named_row.h"
@@ -37,15 +37,15 @@ std::vector<std::string> runShell(const std::string &script, std::vector<std::st
     return kvosim(std::move(options));
 }
 
-struct Ending : kvosim_test::NamedRow {
+struct ExitRow : kvosim_test::NamedRow {
     std::vector<std::string> command;
     int status;
     std::string message;
 };
 
-class RunEndsAs : public testing::TestWithParam<Ending> {};
+class RunExitStatus : public testing::TestWithParam<ExitRow> {};
 
-TEST_P(RunEndsAs, its_command)
+TEST_P(RunExitStatus, is_that_of_the_command)
 {
     std::vector<std::string> arguments{"run", "--usb-lock-address", "none", "--"};
     arguments.insert(arguments.end(), GetParam().command.begin(), GetParam().command.end());
@@ -56,7 +56,7 @@ TEST_P(RunEndsAs, its_command)
     EXPECT_THAT(run.temporaryFiles(), IsEmpty());
 }
 
-const std::vector<Ending> kEndings = {
+const std::vector<ExitRow> kEndings = {
     {"success", {"true"}, 0, ""},
     {"failure", {"false"}, 1, ""},
     {"status", {"sh", "-c", "exit 42"}, 42, ""},
@@ -66,13 +66,13 @@ const std::vector<Ending> kEndings = {
     {"not_found_path", {"/no/such/command"}, 127, "kvosim: /no/such/command: No such file or directory\n"},
     {"not_executable", {"/etc/passwd"}, 126, "kvosim: /etc/passwd: Permission denied\n"},
     {"directory", {"/tmp"}, 126, "kvosim: /tmp: Permission denied\n"},
-    {"arguments_untouched",
+    {"arguments_unchanged",
      {"sh", "-c", "test $# = 4 && test \"$1\" = --help && test \"$2\" = -- && test \"$3\" = '[a,b]'", "sh", "--help", "--",
       "[a,b]", ""},
      0,
      ""}};
 
-INSTANTIATE_TEST_SUITE_P(Table, RunEndsAs, testing::ValuesIn(kEndings), kvosim_test::kNameOfRow);
+INSTANTIATE_TEST_SUITE_P(Table, RunExitStatus, testing::ValuesIn(kEndings), kvosim_test::kNameOfRow);
 
 Program runByName(const std::filesystem::path &directory)
 {
@@ -81,7 +81,7 @@ Program runByName(const std::filesystem::path &directory)
                         ":\"$PATH\" exec " KVOSIM_PROGRAM " run --usb-lock-address none -- kvosim-test-command"});
 }
 
-TEST(Run, finds_a_command_that_cannot_be_executed)
+TEST(Run, reports_a_command_that_cannot_be_executed)
 {
     const kvosim_test::TemporaryDirectory directory;
     std::ofstream(directory / "kvosim-test-command") << "no program";
@@ -90,10 +90,10 @@ TEST(Run, finds_a_command_that_cannot_be_executed)
     EXPECT_EQ(run.err(), "kvosim: kvosim-test-command: Permission denied\n");
 }
 
-TEST(Run, finds_nothing_in_a_directory_that_it_cannot_look_into)
+TEST(Run, does_not_find_a_command_in_an_unreadable_directory)
 {
     if (geteuid() == 0) {
-        GTEST_SKIP() << "root can look into every directory";
+        GTEST_SKIP() << "root can read every directory";
     }
     const kvosim_test::TemporaryDirectory directory;
     std::filesystem::create_directory(directory / "closed");
@@ -104,15 +104,15 @@ TEST(Run, finds_nothing_in_a_directory_that_it_cannot_look_into)
     EXPECT_EQ(run.err(), "kvosim: kvosim-test-command: No such file or directory\n");
 }
 
-TEST(Run, serves_the_command_alone)
+TEST(Run, serves_only_its_command)
 {
     Program run(runShell("ls /tmp/kvo_hws"));
     EXPECT_EQ(run.wait(), 0);
     EXPECT_EQ(run.out(), "cmd_sock\nevent_sock\nkvosim_ctl\n");
-    EXPECT_FALSE(std::filesystem::exists(kSocket)) << "the service was to be seen by others";
+    EXPECT_FALSE(std::filesystem::exists(kSocket)) << "other programs must not see the service";
 }
 
-TEST(Run, leaves_a_live_service_outside_alone)
+TEST(Run, does_not_disturb_a_service_outside)
 {
     const Program outside(serve());
     ASSERT_TRUE(outside.hasWritten(kReady)) << outside.err();
@@ -121,7 +121,7 @@ TEST(Run, leaves_a_live_service_outside_alone)
     EXPECT_EQ(exchange("getCountElemDL\n"), "30\n");
 }
 
-TEST(Run, passes_its_standard_streams_on)
+TEST(Run, passes_its_standard_streams_to_the_command)
 {
     Program run(runShell("echo to-out; echo to-err >&2"));
     EXPECT_EQ(run.wait(), 0);
@@ -129,7 +129,7 @@ TEST(Run, passes_its_standard_streams_on)
     EXPECT_EQ(run.err(), "to-err\n");
 }
 
-TEST(Run, starts_with_the_usual_signals)
+TEST(Run, starts_the_command_with_default_signals)
 {
     Program run(runShell("grep SigBlk /proc/self/status"));
     EXPECT_EQ(run.wait(), 0);
@@ -152,15 +152,15 @@ TEST_P(RunForwards, signal_to_its_command)
 INSTANTIATE_TEST_SUITE_P(Signals, RunForwards, testing::Values(SIGTERM, SIGINT),
                          [](const auto &row) { return row.param == SIGTERM ? "term" : "int"; });
 
-TEST(Run, ends_what_its_command_left_running)
+TEST(Run, ends_processes_that_the_command_leaves_running)
 {
-    // One that goes when it is told to, and one that has to be made to.
+    // One process that ends on SIGTERM, and one that must be killed.
     Program run(runShell("sleep 1000 & echo $!; sh -c 'trap \"\" TERM; echo $$; while :; do sleep 0.05; done' & sleep 0.2"));
     EXPECT_EQ(run.wait(), 0);
     std::istringstream processes(run.out());
     int found = 0;
     for (pid_t process = 0; processes >> process; ++found) {
-        EXPECT_NE(kill(process, 0), 0) << process << " still runs";
+        EXPECT_NE(kill(process, 0), 0) << process << " is still running";
     }
     EXPECT_EQ(found, 2);
 }
@@ -176,7 +176,7 @@ TEST(Run, ends_its_command_when_it_is_killed)
     }
     bool gone = false;
     for (int i = 0; i < 500 && !gone; ++i) {
-        // An orphan stays as a zombie where nobody collects it.
+        // An orphan remains a zombie if no process reaps it.
         const std::string status = kvosim_test::contentsOf("/proc/" + std::to_string(command) + "/stat");
         gone = kill(command, 0) != 0 || status.find(") Z ") != std::string::npos;
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
@@ -188,13 +188,13 @@ TEST(Run, serves_the_given_plant_and_logs_when_verbose)
 {
     Program run(runShell(ASK_PROGRAM " getCountElemDL killDaemon && ! " ASK_PROGRAM " getVersion && exit 5",
                          {"--plant", EXAMPLE_PLANT, "--verbose"}));
-    EXPECT_EQ(run.wait(), 5) << "the command outlives the service that it has ended";
+    EXPECT_EQ(run.wait(), 5) << "the command continues after it has ended the service";
     EXPECT_EQ(run.out(), "30\nok\n");
     EXPECT_THAT(run.err(), HasSubstr(" getCountElemDL -> 30\n"));
     EXPECT_THAT(run.temporaryFiles(), IsEmpty());
 }
 
-TEST(Run, says_that_the_kernel_refuses_a_namespace)
+TEST(Run, reports_that_the_kernel_refuses_a_namespace)
 {
     Program run(runShell("echo started"), true);
     EXPECT_EQ(run.wait(), 1);
@@ -209,24 +209,24 @@ TEST(Run, says_that_the_kernel_refuses_a_namespace)
     EXPECT_THAT(run.temporaryFiles(), IsEmpty());
 }
 
-/// Whether this test has the namespace that the sandbox gives it: then what it mounts is not seen outside.
-bool hasOwnMounts()
+/// Whether this test runs in the namespace of the sandbox, so its mounts are not visible outside.
+bool hasPrivateMounts()
 {
     struct stat sockets {};
     struct stat parent {};
     return stat("/tmp/kvo_hws", &sockets) == 0 && stat("/tmp", &parent) == 0 && sockets.st_dev != parent.st_dev;
 }
 
-TEST(Run, refuses_a_link_in_place_of_the_sockets_directory)
+TEST(Run, refuses_a_symbolic_link_as_the_sockets_directory)
 {
-    // In a /tmp of its own, so that the link is nobody else's; the program and its libraries may lie in what that hides.
+    // Uses a private /tmp, so no other process sees the link. The private /tmp may hide the program and its libraries.
     const std::string script = "exec 3<\"$0\" 4<\"${0%/bin/*}/lib\" && "
                                "mount -t tmpfs none /tmp && mkdir /tmp/target && ln -s target /tmp/kvo_hws && "
                                "LD_LIBRARY_PATH=/proc/self/fd/4 exec /proc/self/fd/3 run -- echo started";
-    if (geteuid() != 0 || !hasOwnMounts()) {
-        GTEST_SKIP() << "only root can have a /tmp of its own, and not in a chroot below a shared mount";
+    if (geteuid() != 0 || !hasPrivateMounts()) {
+        GTEST_SKIP() << "only root can have a private /tmp, and not in a chroot below a shared mount";
     }
-    // unshare cannot make the mounts private in a chroot whose root is not a mount point; the sandbox has done so.
+    // unshare cannot make the mounts private in a chroot whose root is not a mount point. The sandbox has already done it.
     Program run({"unshare", "--mount", "--propagation", "unchanged", "sh", "-c", script, KVOSIM_PROGRAM});
     EXPECT_EQ(run.wait(), 1);
     EXPECT_EQ(run.out(), "");

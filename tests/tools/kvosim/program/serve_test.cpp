@@ -1,4 +1,4 @@
-// kvosim serve: how it starts, what it logs, and what it leaves behind.
+// kvosim serve: its start, its log, and that it removes its files.
 #include "tools/kvosim/program/commands.h"
 #include "tools/kvosim/support/client.h"
 #include "tools/kvosim/support/program.h"
@@ -26,7 +26,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
 
-TEST(Serve, ends_with_its_input_where_the_option_says_so)
+TEST(Serve, ends_with_its_input_if_the_option_requests_it)
 {
     std::vector<std::string> pipeline{"sh", "-c", "{ echo ignored; sleep 1; } | \"$0\" \"$@\""};
     const std::vector<std::string> words = serve();
@@ -63,7 +63,7 @@ TEST(Serve, reports_that_it_is_ready_and_answers)
 
 class ServeEndsOn : public testing::TestWithParam<int> {};
 
-TEST_P(ServeEndsOn, signal_and_leaves_nothing)
+TEST_P(ServeEndsOn, signal_and_removes_its_files)
 {
     Program service(serve());
     ASSERT_TRUE(service.hasWritten(kReady)) << service.err();
@@ -90,7 +90,7 @@ TEST(Serve, ends_on_kill_daemon)
     EXPECT_THAT(service.temporaryFiles(), IsEmpty());
 }
 
-TEST(Serve, refuses_to_start_beside_a_live_service)
+TEST(Serve, refuses_to_start_while_another_service_runs)
 {
     const Program first(serve());
     ASSERT_TRUE(first.hasWritten(kReady)) << first.err();
@@ -101,7 +101,7 @@ TEST(Serve, refuses_to_start_beside_a_live_service)
     EXPECT_EQ(exchange("getCountElemDL\n"), "30\n");
 }
 
-TEST(Serve, takes_the_socket_of_a_killed_service_over)
+TEST(Serve, takes_over_the_socket_of_a_killed_service)
 {
     {
         const Program killed(serve());
@@ -113,7 +113,7 @@ TEST(Serve, takes_the_socket_of_a_killed_service_over)
     EXPECT_EQ(exchange("getCountElemDL\n"), "30\n");
 }
 
-TEST(Serve, sockets_may_be_this_users_alone)
+TEST(Serve, can_make_sockets_accessible_only_to_its_user)
 {
     const Program service(serve({"--socket-mode", "0600"}));
     ASSERT_TRUE(service.hasWritten(kReady));
@@ -124,7 +124,7 @@ TEST(Serve, sockets_may_be_this_users_alone)
     EXPECT_THAT(wrong.err(), HasSubstr("write an octal number such as 0600, 0660 or 0666"));
 }
 
-TEST(Serve, keeps_its_registry_from_one_start_to_the_next)
+TEST(Serve, keeps_its_registry_between_starts)
 {
     const kvosim_test::TemporaryDirectory registry;
     for (int start = 0; start < 2; ++start) {

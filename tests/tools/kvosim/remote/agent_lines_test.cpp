@@ -1,4 +1,4 @@
-// Lines of agents: how they are cut, and the one reply that has no end.
+// Lines of agents: how the bytes are split into lines, and the one reply without a line end.
 #include "kvosim/remote/agent_lines.h"
 
 #include "tools/kvosim/support/named_row.h"
@@ -21,7 +21,7 @@ std::vector<std::string> all(AgentLines &lines, std::string_view unended = {})
     return texts;
 }
 
-TEST(AgentLines, end_with_a_line_feed_and_lose_a_carriage_return)
+TEST(AgentLines, end_with_a_line_feed_and_an_optional_carriage_return)
 {
     AgentLines lines;
     lines.add("pong\r\nok\n\r\nhalf");
@@ -41,13 +41,13 @@ struct Row : kvosim_test::NamedRow {
 
 class None : public testing::TestWithParam<Row> {};
 
-TEST_P(None, is_cut_where_it_ends)
+TEST_P(None, is_recognised_as_a_whole_line)
 {
     AgentLines whole;
     whole.add(GetParam().bytes);
     EXPECT_EQ(all(whole, GetParam().unended), GetParam().lines);
     EXPECT_EQ(whole.hasUnterminatedNone(), GetParam().hasUnterminatedNone);
-    // However it comes in pieces.
+    // In whatever pieces it arrives.
     AgentLines bytewise;
     std::vector<std::string> texts;
     for (const char byte : GetParam().bytes) {
@@ -65,15 +65,15 @@ const std::vector<Row> kNones = {{"alone", "none", "none", {}, true},
                                  {"begun", "none", "non", {}, false},
                                  {"with_an_end", "none", "none\r\n", {"none"}, false},
                                  {"with_a_line_feed", "none", "none\n", {"none"}, false},
-                                 {"with_half_an_end", "none", "none\r", {}, false},
+                                 {"with_a_carriage_return_alone", "none", "none\r", {}, false},
                                  {"before_an_indication", "none", "noneI07:x\r\n", {"none|", "I07:x"}, false},
                                  {"before_a_reply", "042:none", "042:none043:pong\r\n", {"042:none|", "043:pong"}, false},
-                                 {"a_word_that_begins_so", "", "nonesuch\r\n", {"nonesuch"}, false},
+                                 {"a_longer_word", "", "nonesuch\r\n", {"nonesuch"}, false},
                                  {"another_tag", "042:none", "043:none\r\n", {"043:none"}, false}};
 
 INSTANTIATE_TEST_SUITE_P(Table, None, testing::ValuesIn(kNones), kvosim_test::kNameOfRow);
 
-TEST(AgentLines, none_is_taken_where_nothing_follows)
+TEST(AgentLines, none_without_a_line_end_is_accepted_if_nothing_follows)
 {
     AgentLines lines;
     lines.add("pong\r\n042:none");
@@ -85,7 +85,7 @@ TEST(AgentLines, none_is_taken_where_nothing_follows)
     EXPECT_FALSE(lines.hasUnterminatedNone());
 }
 
-TEST(AgentLines, are_bounded)
+TEST(AgentLines, have_a_maximum_length)
 {
     AgentLines lines;
     lines.add(std::string(kvosim::kLongestAgentLine, 'x'));
@@ -94,13 +94,13 @@ TEST(AgentLines, are_bounded)
     EXPECT_TRUE(lines.isTooLong());
     AgentLines ended;
     ended.add(std::string(kvosim::kLongestAgentLine + 1, 'x') + '\n');
-    EXPECT_TRUE(ended.isTooLong()) << "also where its end has come with it";
+    EXPECT_TRUE(ended.isTooLong()) << "even if it arrived with its end";
     AgentLines longest;
     longest.add(std::string(kvosim::kLongestAgentLine, 'x') + '\n');
     EXPECT_FALSE(longest.isTooLong());
 }
 
-TEST(AgentLines, know_tags_and_numbers)
+TEST(AgentLines, are_parsed_for_tags_and_numbers)
 {
     EXPECT_EQ(kvosim::tagOf("042:pong"), "042:");
     EXPECT_EQ(kvosim::tagOf("42:pong"), "");

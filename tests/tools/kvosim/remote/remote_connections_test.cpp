@@ -1,4 +1,4 @@
-// The remote side's connections: where it listens, how agents come and go, and agents that misbehave.
+// The connections of the remote side: its addresses, connecting and disconnecting agents, and agents that misbehave.
 #include "common/control_client.h"
 #include "kvosim/net/tcp_socket.h"
 #include "kvosim/remote/remote_log.h"
@@ -21,14 +21,14 @@ using namespace std::chrono_literals;
 namespace {
 
 using kvosim_test::Agent;
-using kvosim_test::asks;
-using kvosim_test::becomes;
 using kvosim_test::log;
 using kvosim_test::Remote;
 using kvosim_test::request;
+using kvosim_test::requestAsync;
 using kvosim_test::RunningService;
 using kvosim_test::sessionRow;
 using kvosim_test::sessions;
+using kvosim_test::waitForConnection;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::StartsWith;
@@ -46,47 +46,47 @@ TEST_F(Remote, sessions_are_listed)
     EXPECT_EQ(tools::askSimulator({{"do", "status"}})["remote_sessions"], 2);
 }
 
-TEST_F(Remote, a_second_agent_takes_the_place_of_the_first)
+TEST_F(Remote, a_second_agent_replaces_the_first)
 {
-    auto reply = asks(request("ping"));
-    EXPECT_EQ(agent.hear(), "001:ping\r\n");
+    auto reply = requestAsync(request("ping"));
+    EXPECT_EQ(agent.receiveLine(), "001:ping\r\n");
     Agent second;
     EXPECT_THAT(reply.get(), HasSubstr("replaced by the agent at "));
-    EXPECT_EQ(agent.hear(), "(closed)");
-    auto next = asks(request("ping"));
+    EXPECT_EQ(agent.receiveLine(), "(closed)");
+    auto next = requestAsync(request("ping"));
     second.answer("pong\r\n");
     EXPECT_EQ(next.get(), "pong");
     EXPECT_THAT(log(), testing::Contains(testing::MatchesRegex("closed replaced by the agent at 127.0.0.1:[0-9]+")));
 }
 
-TEST_F(Remote, sessions_are_apart)
+TEST_F(Remote, sessions_are_independent)
 {
     Agent other(9);
-    ASSERT_TRUE(becomes(true, 9));
-    auto reply = asks(request("ping", {{"session", 9}}));
+    ASSERT_TRUE(waitForConnection(true, 9));
+    auto reply = requestAsync(request("ping", {{"session", 9}}));
     EXPECT_EQ(other.answer("pong\r\n"), "ping\r\n");
     EXPECT_EQ(reply.get(), "pong");
     EXPECT_THAT(log({{"session", 3}}), ElementsAre(StartsWith("connected")));
     EXPECT_THAT(log({{"session", 9}}), ElementsAre(StartsWith("connected"), "request 001:ping", "reply 001:pong"));
-    EXPECT_EQ(agent.hear(50ms), "(nothing more came)");
+    EXPECT_EQ(agent.receiveLine(50ms), "(nothing more came)");
 }
 
-TEST_F(Remote, a_connection_is_closed_or_reset)
+TEST_F(Remote, a_connection_can_be_closed_or_reset)
 {
     tools::askSimulator({{"do", "remote.close"}, {"session", 3}});
-    EXPECT_EQ(agent.hear(), "(closed)");
+    EXPECT_EQ(agent.receiveLine(), "(closed)");
     Agent second;
-    ASSERT_TRUE(becomes(true));
+    ASSERT_TRUE(waitForConnection(true));
     tools::askSimulator({{"do", "remote.close"}, {"session", 3}, {"reset", true}});
-    EXPECT_EQ(second.hear(), "(reset)");
-    EXPECT_TRUE(becomes(false));
+    EXPECT_EQ(second.receiveLine(), "(reset)");
+    EXPECT_TRUE(waitForConnection(false));
 }
 
-TEST_F(Remote, the_other_side_goes_away_for_a_time)
+TEST_F(Remote, can_be_unavailable_for_a_time)
 {
     const auto gone = std::chrono::steady_clock::now();
     tools::askSimulator({{"do", "remote.close"}, {"session", 3}, {"away_ms", 500}});
-    EXPECT_EQ(agent.hear(), "(closed)");
+    EXPECT_EQ(agent.receiveLine(), "(closed)");
     EXPECT_THROW(Agent(), std::runtime_error);
     EXPECT_TRUE(sessionRow(3)["away"].get<bool>());
     while (sessionRow(3)["away"].get<bool>()) {
@@ -95,10 +95,10 @@ TEST_F(Remote, the_other_side_goes_away_for_a_time)
     }
     EXPECT_GE(std::chrono::steady_clock::now() - gone, 500ms);
     Agent second;
-    EXPECT_TRUE(becomes(true));
+    EXPECT_TRUE(waitForConnection(true));
 }
 
-TEST_F(Remote, goes_away_without_an_agent_and_again)
+TEST_F(Remote, can_be_unavailable_repeatedly_without_an_agent)
 {
     tools::askSimulator({{"do", "remote.close"}, {"session", 9}, {"away_ms", 600'000}});
     EXPECT_THROW(Agent(9), std::runtime_error);
@@ -107,10 +107,10 @@ TEST_F(Remote, goes_away_without_an_agent_and_again)
         std::this_thread::sleep_for(10ms);
     }
     Agent other(9);
-    EXPECT_TRUE(becomes(true, 9));
+    EXPECT_TRUE(waitForConnection(true, 9));
 }
 
-TEST_F(Remote, comes_back_as_soon_as_the_port_is_free)
+TEST_F(Remote, returns_as_soon_as_the_port_is_free)
 {
     tools::askSimulator({{"do", "remote.close"}, {"session", 9}, {"away_ms", 100}});
     {
@@ -122,37 +122,37 @@ TEST_F(Remote, comes_back_as_soon_as_the_port_is_free)
         std::this_thread::sleep_for(10ms);
     }
     Agent other(9);
-    EXPECT_TRUE(becomes(true, 9));
+    EXPECT_TRUE(waitForConnection(true, 9));
 }
 
-// ---- What rude agents do ----
+// ---- Agents that misbehave ----
 
 TEST_F(Remote, a_line_that_does_not_end_closes_the_connection)
 {
     agent.send(std::string(kvosim::kLongestAgentLine, 'x'));
-    EXPECT_EQ(agent.hear(100ms), "(nothing more came)");
+    EXPECT_EQ(agent.receiveLine(100ms), "(nothing more came)");
     agent.send("x");
-    EXPECT_EQ(agent.hear(), "(closed)");
+    EXPECT_EQ(agent.receiveLine(), "(closed)");
     EXPECT_THAT(logOf(2).back(), "closed the agent has sent a line longer than 4096 bytes");
 }
 
-TEST_F(Remote, half_a_line_delays_no_client)
+TEST_F(Remote, an_incomplete_line_does_not_delay_clients)
 {
     agent.send("001:po");
     EXPECT_EQ(kvosim_test::exchange("getVersion\n"), "V09.08\n");
-    auto reply = asks(request("ping"));
-    agent.hear();
+    auto reply = requestAsync(request("ping"));
+    agent.receiveLine();
     agent.send("ng\r\n");
     EXPECT_EQ(reply.get(), "pong");
 }
 
-TEST_F(Remote, a_flood_is_logged_within_bounds)
+TEST_F(Remote, the_log_of_a_flood_is_limited)
 {
     const std::string line = "I01:" + std::string(1000, 'x') + "\r\n";
     for (int i = 0; i < 5000; ++i) {
         ASSERT_TRUE(agent.send(line));
     }
-    auto reply = asks(request("ping"));
+    auto reply = requestAsync(request("ping"));
     EXPECT_EQ(agent.answer("pong\r\n"), "ping\r\n");
     EXPECT_EQ(reply.get(), "pong");
     uint64_t known = 0;
@@ -167,7 +167,7 @@ TEST_F(Remote, a_flood_is_logged_within_bounds)
         }
         EXPECT_LE(page["records"].size(), 200U);
         for (const tools::Json &record : page["records"]) {
-            EXPECT_EQ(record["number"], lost + ++records) << "in order, without a gap";
+            EXPECT_EQ(record["number"], lost + ++records) << "consecutive numbers";
             bytes += record["text"].get<std::string>().size();
         }
         known = page["next"];
@@ -178,7 +178,7 @@ TEST_F(Remote, a_flood_is_logged_within_bounds)
     EXPECT_GT(records, 900U);
 }
 
-TEST_F(Remote, an_agent_that_does_not_read_is_not_sent_without_end)
+TEST_F(Remote, sends_a_limited_amount_to_an_agent_that_does_not_read)
 {
     const std::string longest(kvosim::kLongestRequest, 'x');
     std::string failure;
@@ -193,20 +193,20 @@ TEST_F(Remote, an_agent_that_does_not_read_is_not_sent_without_end)
     EXPECT_EQ(kvosim_test::exchange("getVersion\n"), "V09.08\n");
 }
 
-TEST_F(Remote, so_many_requests_wait_and_no_more)
+TEST_F(Remote, the_number_of_pending_requests_is_limited)
 {
     constexpr std::size_t kMaxPending = kvosim::RemoteSession::kMaxUnanswered;
     for (std::size_t i = 0; i < 2 * kMaxPending; ++i) {
         tools::askSimulator({{"do", "remote.send"}, {"session", 3}, {"request", "nobody waits"}});
-        EXPECT_EQ(agent.hear(), "nobody waits\r\n");
+        EXPECT_EQ(agent.receiveLine(), "nobody waits\r\n");
     }
-    // Those give way to the ones that somebody waits for.
+    // Requests without a waiting client are discarded first.
     std::vector<std::future<std::string>> waiting;
     for (std::size_t i = 0; i < kMaxPending; ++i) {
-        waiting.push_back(asks(request("ping")));
-        EXPECT_THAT(agent.hear(), HasSubstr(":ping"));
+        waiting.push_back(requestAsync(request("ping")));
+        EXPECT_THAT(agent.receiveLine(), HasSubstr(":ping"));
     }
-    EXPECT_EQ(asks(request("ping")).get(),
+    EXPECT_EQ(requestAsync(request("ping")).get(),
               "could not: 32 requests already wait for a reply from the agent of session 3; wait for these replies");
     EXPECT_EQ(kvosim_test::exchange("getVersion\n"), "V09.08\n");
     shutdown(agent.get(), SHUT_RDWR);
@@ -215,9 +215,9 @@ TEST_F(Remote, so_many_requests_wait_and_no_more)
     }
 }
 
-// ---- Where it listens ----
+// ---- The ports ----
 
-TEST(RemotePorts, none_without_the_option)
+TEST(RemotePorts, are_closed_without_the_option)
 {
     const RunningService service;
     EXPECT_TRUE(tools::askSimulator({{"do", "remote.list"}})["sessions"].empty());
@@ -231,33 +231,33 @@ TEST(RemotePorts, none_without_the_option)
         ThrowsMessage<tools::CouldNot>("session 0 is not served; start the simulator with --remote 0"));
 }
 
-TEST(RemotePorts, all_ten)
+TEST(RemotePorts, can_be_all_ten)
 {
     const RunningService service(kvosim_test::kSmallPlant, sessions({0, 1, 2, 3, 4, 5, 6, 7, 8, 9}));
     for (unsigned session = 0; session <= 9; ++session) {
         const Agent agent(session);
-        EXPECT_TRUE(becomes(true, session)) << session;
+        EXPECT_TRUE(waitForConnection(true, session)) << session;
     }
 }
 
-TEST(RemotePorts, are_those_of_127_0_0_1_unless_the_option_says_otherwise)
+TEST(RemotePorts, are_at_127_0_0_1_unless_the_option_sets_another_address)
 {
     const RunningService service(kvosim_test::kSmallPlant, sessions({3}));
-    EXPECT_THROW(Agent(3, "127.0.0.2"), std::runtime_error) << "an address of this machine, but another one";
+    EXPECT_THROW(Agent(3, "127.0.0.2"), std::runtime_error) << "another address of this machine";
     const Agent agent(3);
-    EXPECT_TRUE(becomes(true, 3));
+    EXPECT_TRUE(waitForConnection(true, 3));
 }
 
-TEST(RemotePorts, a_plant_names_them)
+TEST(RemotePorts, can_be_set_by_the_plant)
 {
     const RunningService service("[service]\nremote_sessions = \"1,2\"\nremote_address = \"127.0.0.2\"\n");
     const Agent agent(2, "127.0.0.2");
-    EXPECT_TRUE(becomes(true, 2));
+    EXPECT_TRUE(waitForConnection(true, 2));
     EXPECT_EQ(sessionRow(1)["address"], "127.0.0.2");
     EXPECT_THROW(Agent(2, "127.0.0.1"), std::runtime_error);
 }
 
-TEST(RemotePorts, an_option_goes_before_the_plant)
+TEST(RemotePorts, are_set_by_the_option_rather_than_the_plant)
 {
     auto options = sessions({});
     options.remoteAddress = "127.0.0.1";
@@ -265,7 +265,7 @@ TEST(RemotePorts, an_option_goes_before_the_plant)
     EXPECT_TRUE(tools::askSimulator({{"do", "remote.list"}})["sessions"].empty());
 }
 
-TEST(RemotePorts, one_in_use_is_named)
+TEST(RemotePorts, are_named_in_the_error_if_in_use)
 {
     kvosim::EventLoop loop;
     const kvosim::RemoteSide first(loop, {.sessions = {3}}, [](std::string_view) {});
@@ -282,9 +282,9 @@ TEST(RemotePorts, one_in_use_is_named)
                 ThrowsMessage<std::runtime_error>(HasSubstr("\"::1\" is not an IPv4 address for agents; write one such as")));
 }
 
-// ---- How sessions are written ----
+// ---- The syntax of sessions ----
 
-TEST(RemoteSessions, are_numbers_with_commas)
+TEST(RemoteSessions, are_numbers_separated_by_commas)
 {
     EXPECT_EQ(kvosim::parseSessions("3"), std::vector<unsigned>{3});
     EXPECT_EQ(kvosim::parseSessions("9,0,3"), (std::vector<unsigned>{9, 0, 3}));

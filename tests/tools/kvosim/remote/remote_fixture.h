@@ -1,4 +1,4 @@
-// Simulated remote sides, asked over the control socket.
+// A fixture with simulated remote sides, controlled over the control socket.
 #pragma once
 
 #include "common/control_client.h"
@@ -35,8 +35,8 @@ inline tools::Json sessionRow(unsigned session)
     return {};
 }
 
-/// Waits until an agent is connected, or none.
-inline bool becomes(bool connected, unsigned session = 3)
+/// Waits until an agent is connected, or until none is.
+inline bool waitForConnection(bool connected, unsigned session = 3)
 {
     return support::eventually([=] { return sessionRow(session)["agent"].is_null() != connected; });
 }
@@ -48,8 +48,8 @@ inline tools::Json request(std::string text, const tools::Json &more = tools::Js
     return ask;
 }
 
-/// The reply, or why there is none.
-inline std::future<std::string> asks(const tools::Json &request)
+/// Returns the reply, or the reason why there is none.
+inline std::future<std::string> requestAsync(const tools::Json &request)
 {
     return std::async(std::launch::async, [request]() -> std::string {
         try {
@@ -76,9 +76,9 @@ inline std::vector<std::string> log(const tools::Json &query = tools::Json::obje
 
 class Remote : public testing::Test {
 protected:
-    void SetUp() override { ASSERT_TRUE(becomes(true)); }
+    void SetUp() override { ASSERT_TRUE(waitForConnection(true)); }
 
-    /// Waits until there are so many records.
+    /// Waits until the log contains @p count records.
     static std::vector<std::string> logOf(std::size_t count)
     {
         std::vector<std::string> lines;

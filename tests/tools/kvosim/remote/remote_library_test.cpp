@@ -1,4 +1,4 @@
-// The library's own agent against the simulator: every command that it knows, its indications, and its return.
+// The library's agent with the simulator: every command, its indications, and its reconnection.
 #include "common/control_client.h"
 #include "support/eventually.h"
 #include "support/leak_suppressions.h"
@@ -55,14 +55,14 @@ kvosim::ServiceOptions options()
     return options;
 }
 
-bool agentComes(std::chrono::seconds patience = 10s)
+bool waitForAgent(std::chrono::seconds timeout = 10s)
 {
     return support::eventually(
         [] {
             const tools::Json list = tools::askSimulator({{"do", "remote.list"}});
             return !list["sessions"][0]["agent"].is_null();
         },
-        patience);
+        timeout);
 }
 
 std::string ask(const std::string &request)
@@ -79,7 +79,7 @@ protected:
         setenv("KVO_PLATFORM_INTERFACE", "lo", 1);
         const std::string parameters = focus + "\nremoteKvoHwsIp=127.0.0.1\nremoteSession=3\nscreenOnFocus=main\n" + more;
         ASSERT_EQ(KVO_HWS_startupEmbHwsClient(parameters.c_str(), &instance, answerOf), 1);
-        ASSERT_TRUE(agentComes());
+        ASSERT_TRUE(waitForAgent());
     }
     void TearDown() override
     {
@@ -166,13 +166,13 @@ TEST_F(LibraryAgent, answers_every_command)
         ASSERT_NE(row, expected.end()) << command.keyword;
         const auto &[argument, reply] = row->second;
         if (row->first == "get-usb-lock") {
-            continue;  // below: the datagram that has set it takes its time
+            continue;  // checked below, because the datagram that sets it takes time
         }
         EXPECT_EQ(ask(command.keyword + argument), reply) << command.keyword;
     }
     support::eventually([] { return ask("get-usb-lock") != "usb-lock=1:7"; });
     EXPECT_EQ(ask("get-usb-lock"), "usb-lock=1:9");
-    // What was set is the station's in the plant, found by its address in the agent's order of bytes.
+    // The plant's station has the new values. It was found by its address in the agent's byte order.
     EXPECT_EQ(ask("get-mcpaddr"), "mcpaddr=21");
     EXPECT_EQ(ask("get-cksindex"), "cksindex=41");
     const tools::Json station = tools::askSimulator({{"do", "station"}, {"station", "10.0.0.5"}});
@@ -183,9 +183,9 @@ TEST_F(LibraryAgent, answers_every_command)
     EXPECT_EQ(station["usb_lock"], "1:9");
 }
 
-// Then the address that the agent goes on with is that of the description, its bytes in the plain order; the lock's datagram
-// has them turned.
-TEST_F(LibraryAgent, answers_for_a_station_that_it_knows_by_name)
+// The agent then uses the address of the description, whose bytes are in normal order. The datagram of the lock contains them
+// in reverse order.
+TEST_F(LibraryAgent, answers_for_a_station_configured_by_name)
 {
     std::strcpy(gFocusName, "Lathe 1");
     start("focusKvoName=Lathe 1");
@@ -199,7 +199,7 @@ TEST_F(LibraryAgent, answers_for_a_station_that_it_knows_by_name)
     EXPECT_EQ(ask("get-usb-lock"), "usb-lock=1:9");
 }
 
-TEST_F(LibraryAgent, indications_come_in_order)
+TEST_F(LibraryAgent, sends_indications_in_order)
 {
     start("focusKvoIp=10.0.0.5");
     if (HasFatalFailure()) {
@@ -207,7 +207,7 @@ TEST_F(LibraryAgent, indications_come_in_order)
     }
     EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(instance, "too early"), -1);
     EXPECT_EQ(ask("ping"), "pong");
-    EXPECT_EQ(ask("ping"), "pong");  // only this one shows that the agent is through with the first, behind its reply
+    EXPECT_EQ(ask("ping"), "pong");  // shows that the agent has finished the first request, including work after its reply
     constexpr int kThreads = 4;
     constexpr int kEach = 100;
     std::vector<std::thread> threads;
@@ -222,7 +222,7 @@ TEST_F(LibraryAgent, indications_come_in_order)
     for (std::thread &thread : threads) {
         thread.join();
     }
-    EXPECT_EQ(ask("ping"), "pong");  // behind all of them
+    EXPECT_EQ(ask("ping"), "pong");  // after all indications
     std::vector<int> next(kThreads, 0);
     unsigned number = 0;
     uint64_t known = 0;
@@ -234,11 +234,11 @@ TEST_F(LibraryAgent, indications_come_in_order)
                 continue;
             }
             const std::string text = record["text"].get<std::string>();
-            const unsigned told = static_cast<unsigned>(std::stoul(text.substr(1, 2)));
+            const unsigned reported = static_cast<unsigned>(std::stoul(text.substr(1, 2)));
             if (number != 0) {
-                EXPECT_EQ(told, number % 99 + 1) << text;
+                EXPECT_EQ(reported, number % 99 + 1) << text;
             }
-            number = told;
+            number = reported;
             auto &expected = next.at(static_cast<std::size_t>(text.at(4) - '0'));
             EXPECT_EQ(std::stoi(text.substr(6)), expected) << text;
             ++expected;
@@ -247,7 +247,7 @@ TEST_F(LibraryAgent, indications_come_in_order)
     EXPECT_EQ(next, std::vector<int>(kThreads, kEach));
 }
 
-TEST_F(LibraryAgent, comes_again_after_it_was_closed)
+TEST_F(LibraryAgent, reconnects_after_the_connection_was_closed)
 {
     start("focusKvoIp=10.0.0.5");
     if (HasFatalFailure()) {
@@ -256,7 +256,7 @@ TEST_F(LibraryAgent, comes_again_after_it_was_closed)
     EXPECT_EQ(ask("ping"), "pong");
     const auto closed = std::chrono::steady_clock::now();
     tools::askSimulator({{"do", "remote.close"}, {"session", 3}});
-    EXPECT_TRUE(agentComes(15s));
+    EXPECT_TRUE(waitForAgent(15s));
     EXPECT_GE(std::chrono::steady_clock::now() - closed, 4500ms);
     EXPECT_EQ(ask("ping"), "pong");
 }

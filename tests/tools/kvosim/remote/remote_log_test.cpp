@@ -1,4 +1,4 @@
-// The bounds of the remote side's log, and its lines.
+// The log of the remote side: its limits and its lines.
 #include "kvosim/remote/remote_log.h"
 
 #include <gmock/gmock.h>
@@ -10,18 +10,18 @@ using kvosim::RemoteRecord;
 
 TEST(RemoteLog, keeps_the_last_records)
 {
-    uint64_t told = 0;
-    RemoteLog log([&](const RemoteRecord &record) { told = record.number; });
+    uint64_t reported = 0;
+    RemoteLog log([&](const RemoteRecord &record) { reported = record.number; });
     for (std::size_t i = 0; i < RemoteLog::kMaxRecords + 10; ++i) {
         log.add({.text = "x"});
     }
     EXPECT_EQ(log.records().size(), RemoteLog::kMaxRecords);
     EXPECT_EQ(log.records().front().number, 11U);
     EXPECT_EQ(log.records().back().number, log.last());
-    EXPECT_EQ(told, RemoteLog::kMaxRecords + 10);
+    EXPECT_EQ(reported, RemoteLog::kMaxRecords + 10);
 }
 
-TEST(RemoteLog, keeps_so_many_bytes)
+TEST(RemoteLog, keeps_a_limited_number_of_bytes)
 {
     RemoteLog log([](const RemoteRecord &) {});
     const std::string text(4096, 'x');

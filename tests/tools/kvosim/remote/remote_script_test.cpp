@@ -1,4 +1,4 @@
-// Scripts for the remote side: what they say, what they refuse, and how the first difference is told.
+// Scripts for the remote side: their steps, refused scripts, and how the first difference is reported.
 #include "kvosim/remote/remote_script.h"
 #include "kvosim/remote/remote_script_run.h"
 
@@ -29,7 +29,7 @@ using tools::CouldNot;
 using tools::Json;
 using tools::Refused;
 
-// ---- Reading ----
+// ---- Parsing ----
 
 TEST(Script, has_a_line_for_each_step)
 {
@@ -37,7 +37,7 @@ TEST(Script, has_a_line_for_each_step)
         parseScript("# comment\n\nsession 3\r\n  > ping  \n< pong\r\nsession 4\nraw a\\r\\n\\t\\0\\\\\\x1F\\xffz\n>\n", "s");
     ASSERT_EQ(steps.size(), 4U);
     EXPECT_EQ(steps[0].kind, ScriptStep::Kind::send);
-    EXPECT_EQ(steps[0].text, "ping  ") << "blanks at the end are the text's";
+    EXPECT_EQ(steps[0].text, "ping  ") << "trailing blanks belong to the text";
     EXPECT_EQ(steps[0].line, 4U);
     EXPECT_EQ(steps[0].session, 3U);
     EXPECT_EQ(steps[1].text, "pong");
@@ -46,7 +46,7 @@ TEST(Script, has_a_line_for_each_step)
     EXPECT_EQ(steps[3].text, "");
 }
 
-TEST(Script, waits_as_it_says)
+TEST(Script, sets_timeouts_and_pauses)
 {
     const auto steps = parseScript("session 0\n< a\ntimeout 3\n< b\nwait-connected\nwait-closed 600\npause 5\n", "s");
     ASSERT_EQ(steps.size(), 5U);
@@ -94,7 +94,7 @@ const std::vector<WrongRow> kWrongScripts = {
 
 INSTANTIATE_TEST_SUITE_P(Table, WrongScript, testing::ValuesIn(kWrongScripts), kvosim_test::kNameOfRow);
 
-TEST(Script, of_a_file_that_is_not_there)
+TEST(Script, is_refused_if_the_file_does_not_exist)
 {
     EXPECT_THAT([] { kvosim::loadScript("/nowhere.script"); },
                 ThrowsMessage<tools::Refused>(HasSubstr("/nowhere.script: cannot be read")));
@@ -112,7 +112,7 @@ protected:
         return options;
     }
 
-    /// The script run while a test plays the agent.
+    /// Runs a script on another thread, while the test plays the agent.
     static std::future<ScriptResult> runs(const std::string &script)
     {
         return std::async(std::launch::async, [script] {
@@ -136,7 +136,7 @@ protected:
 
 const std::string kBegin = "session 3\nwait-connected\n";
 
-TEST_F(ScriptRun, compares_what_comes)
+TEST_F(ScriptRun, compares_received_lines)
 {
     auto run = runs(kBegin + R"(> ping
 < pong
@@ -153,15 +153,15 @@ raw ng\r\n
 > last
 )");
     Agent agent;
-    EXPECT_EQ(agent.hear(), "ping\r\n");
+    EXPECT_EQ(agent.receiveLine(), "ping\r\n");
     agent.send("pong\r\n");
-    EXPECT_EQ(agent.hear(), "042:show-current-server\r\n");
+    EXPECT_EQ(agent.receiveLine(), "042:show-current-server\r\n");
     agent.send("I01:one\r\nI02:two\r\n042:vncserver=10.0.0.1:3\r\nI03:three\r\n");
-    EXPECT_EQ(agent.hear(), "get-softkey-type\r\n");
+    EXPECT_EQ(agent.receiveLine(), "get-softkey-type\r\n");
     agent.send("none");
-    EXPECT_EQ(agent.hear(), "ping\r\n");
+    EXPECT_EQ(agent.receiveLine(), "ping\r\n");
     agent.send("pong\r\n");
-    EXPECT_EQ(agent.hear(), "last\r\n");
+    EXPECT_EQ(agent.receiveLine(), "last\r\n");
     const ScriptResult result = run.get();
     EXPECT_EQ(result.steps, 14U);
     EXPECT_EQ(result.replies, 4U);
@@ -169,15 +169,15 @@ raw ng\r\n
     EXPECT_EQ(result.unread, 0U);
 }
 
-TEST_F(ScriptRun, reports_how_much_was_not_looked_at)
+TEST_F(ScriptRun, reports_the_number_of_unread_records)
 {
     auto run = runs(kBegin + "> a\n> b\n! end\n");
     Agent agent;
-    EXPECT_EQ(agent.hear(), "a\r\n");
-    EXPECT_EQ(agent.hear(), "b\r\n");
+    EXPECT_EQ(agent.receiveLine(), "a\r\n");
+    EXPECT_EQ(agent.receiveLine(), "b\r\n");
     agent.send("1\r\n2\r\nI01:end\r\n");
     EXPECT_EQ(run.get().unread, 2U);
-    EXPECT_EQ(runs(kBegin).get().unread, 0U) << "of one run, not of those before";
+    EXPECT_EQ(runs(kBegin).get().unread, 0U) << "counts only the records of this run";
 }
 
 struct DifferenceRow : kvosim_test::NamedRow {
@@ -192,7 +192,7 @@ TEST_P(Difference, is_reported_with_its_line)
 {
     auto run = runs(kBegin + "timeout 1\n> ping\n" + GetParam().script + "< never reached\n");
     Agent agent;
-    EXPECT_EQ(agent.hear(), "ping\r\n");
+    EXPECT_EQ(agent.receiveLine(), "ping\r\n");
     agent.send(GetParam().answer);
     EXPECT_EQ(failure(std::move(run)), GetParam().failure);
 }
@@ -222,27 +222,27 @@ const std::vector<DifferenceRow> kDifferences = {
 
 INSTANTIATE_TEST_SUITE_P(Table, Difference, testing::ValuesIn(kDifferences), kvosim_test::kNameOfRow);
 
-TEST_F(ScriptRun, closes_and_waits_for_the_agent_to_come_again)
+TEST_F(ScriptRun, closes_and_waits_until_the_agent_reconnects)
 {
     auto run = runs(kBegin + "close\nwait-connected\n> ping\n< pong\nreset\nwait-closed\nwait-connected\n");
     {
         Agent first;
-        EXPECT_EQ(first.hear(), "(closed)");
+        EXPECT_EQ(first.receiveLine(), "(closed)");
     }
     Agent second;
     EXPECT_EQ(second.answer("pong\r\n"), "ping\r\n");
-    EXPECT_EQ(second.hear(), "(reset)");
+    EXPECT_EQ(second.receiveLine(), "(reset)");
     Agent third;
     EXPECT_EQ(run.get().steps, 9U - 1U);
 }
 
-TEST_F(ScriptRun, goes_away_and_waits_for_the_agent_to_come_again)
+TEST_F(ScriptRun, goes_away_and_waits_until_the_agent_reconnects)
 {
     auto run = runs(kBegin + "away 1\nwait-connected\n> ping\n< pong\n");
     const auto gone = std::chrono::steady_clock::now();
     {
         Agent first;
-        EXPECT_EQ(first.hear(), "(closed)");
+        EXPECT_EQ(first.receiveLine(), "(closed)");
     }
     std::optional<Agent> second;
     while (!second) {
@@ -257,16 +257,16 @@ TEST_F(ScriptRun, goes_away_and_waits_for_the_agent_to_come_again)
     EXPECT_EQ(run.get().steps, 5U);
 }
 
-TEST_F(ScriptRun, closes_a_connection_that_it_has_not_heard_of)
+TEST_F(ScriptRun, closes_a_connection_that_it_has_not_seen_yet)
 {
     auto run = runs("session 3\npause 1500\nclose\nwait-connected\n> ping\n< pong\n");
-    std::this_thread::sleep_for(200ms);  // it has begun without an agent
+    std::this_thread::sleep_for(200ms);  // the script starts without an agent
     {
         const Agent passing;
     }
     {
         Agent first;
-        EXPECT_EQ(first.hear(), "(closed)");
+        EXPECT_EQ(first.receiveLine(), "(closed)");
     }
     std::this_thread::sleep_for(200ms);
     Agent second;
@@ -274,13 +274,13 @@ TEST_F(ScriptRun, closes_a_connection_that_it_has_not_heard_of)
     EXPECT_EQ(run.get().steps, 5U);
 }
 
-TEST_F(ScriptRun, a_lost_connection_is_not_waited_out)
+TEST_F(ScriptRun, fails_at_once_if_the_connection_is_lost)
 {
     auto run = runs(kBegin + "timeout 60\n> ping\n< pong\n");
     const auto start = std::chrono::steady_clock::now();
     {
         Agent agent;
-        EXPECT_EQ(agent.hear(), "ping\r\n");
+        EXPECT_EQ(agent.receiveLine(), "ping\r\n");
     }
     EXPECT_EQ(failure(std::move(run)),
               "s:5: expected the reply \"pong\", got the end of the connection (the other side closed the connection)");

@@ -1,4 +1,4 @@
-// Sends each argument to the command socket as a request and prints what comes back.
+// Sends each argument to the command socket as a request and prints the replies.
 #include "tools/kvosim/support/client.h"
 
 #include <exception>

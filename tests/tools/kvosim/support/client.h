@@ -1,4 +1,4 @@
-// A client that talks to a socket by hand: as slowly, as rudely or as much as a test wants.
+// A client with direct access to a socket, for tests of slow, incomplete or invalid requests.
 #pragma once
 
 #include "common/descriptor.h"
@@ -24,25 +24,25 @@ public:
         address.sun_family = AF_UNIX;
         path.copy(address.sun_path, sizeof address.sun_path - 1);
         if (connect(socket_.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
-            throw std::runtime_error("can not connect to " + path + ": " + std::strerror(errno));
+            throw std::runtime_error("cannot connect to " + path + ": " + std::strerror(errno));
         }
     }
 
     [[nodiscard]] int get() const { return socket_.get(); }
 
-    /// False when the service has closed.
+    /// Returns false if the service has closed the connection.
     bool send(std::string_view bytes) const
     {
         return ::send(socket_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
     }
 
-    /// Everything until the service closes; with a note where nothing comes for @p patience.
-    [[nodiscard]] std::string receiveAll(std::chrono::milliseconds patience = std::chrono::seconds(5)) const
+    /// Receives everything until the service closes the connection. Adds a note if nothing arrives for @p timeout.
+    [[nodiscard]] std::string receiveAll(std::chrono::milliseconds timeout = std::chrono::seconds(5)) const
     {
         std::string received;
         for (;;) {
             pollfd waiting{.fd = socket_.get(), .events = POLLIN, .revents = 0};
-            if (poll(&waiting, 1, static_cast<int>(patience.count())) <= 0) {
+            if (poll(&waiting, 1, static_cast<int>(timeout.count())) <= 0) {
                 return received + "(nothing more came)";
             }
             char piece[65536];
@@ -61,7 +61,7 @@ private:
     tools::Descriptor socket_;
 };
 
-/// One exchange, with the bytes as they are.
+/// Makes one exchange and returns the received bytes unchanged.
 inline std::string exchange(std::string_view request, const std::string &path = kCommandSocket)
 {
     const Client client(path);

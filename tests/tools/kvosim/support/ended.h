@@ -1,4 +1,4 @@
-// kvosim run to its end.
+// Runs kvosim until it exits.
 #pragma once
 
 #include "tools/kvosim/support/program.h"
@@ -8,13 +8,13 @@
 
 namespace kvosim_test {
 
-struct Ended {
+struct Exited {
     int status;
     std::string out;
     std::string err;
 };
 
-inline Ended kvosimEnds(std::vector<std::string> arguments)
+inline Exited runKvosim(std::vector<std::string> arguments)
 {
     arguments.insert(arguments.begin(), KVOSIM_PROGRAM);
     Program program(arguments);

@@ -1,4 +1,4 @@
-// Rows of test tables: each case is called, and shown, by its row's name.
+// Rows of test tables. The name of a row is the name of its test case.
 #pragma once
 
 #include <ostream>

@@ -12,13 +12,13 @@ namespace kvosim_test {
 std::string enterPrivateTmp(const std::string &kept)
 {
     if (geteuid() != 0) {
-        return "only root can have a /tmp of its own";
+        return "only root can have a private /tmp";
     }
     if (unshare(CLONE_NEWNS) != 0) {
         return std::string("no mount namespace: ") + std::strerror(errno);
     }
     mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr);
-    // A bind mount finds the folder by its descriptor when the new /tmp hides its path.
+    // The new /tmp hides the path of the folder, so the bind mount uses its descriptor.
     const int folder = open(kept.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
     if (mount("tmpfs", "/tmp", "tmpfs", 0, "mode=1777") != 0) {
         close(folder);

@@ -1,4 +1,3 @@
-// Processes of the tests.
 #include "tools/kvosim/support/program.h"
 
 #include "support/eventually.h"
@@ -24,7 +23,7 @@ namespace kvosim_test {
 
 namespace {
 
-/// From here on unshare() is not permitted to this process.
+/// Makes unshare() fail in this process from here on.
 void forbidNamespaces()
 {
     std::array filter = {

@@ -1,4 +1,4 @@
-// A program as a process of its own, with what it writes.
+// A program that runs in a separate process, and its output.
 #pragma once
 
 #include "tools/kvosim/support/temporary_directory.h"
@@ -11,23 +11,23 @@ namespace kvosim_test {
 
 class Program {
 public:
-    /// Starts it at once. It puts its temporary files into a directory of its own.
-    /// @p withoutNamespaces makes the kernel refuse it every new namespace.
+    /// Starts the program at once, with a separate directory for temporary files.
+    /// @param withoutNamespaces  makes the kernel refuse it every new namespace
     explicit Program(const std::vector<std::string> &command, bool withoutNamespaces = false);
     Program(const Program &) = delete;
     Program &operator=(const Program &) = delete;
-    /// Kills it if it still runs.
+    /// Kills the program if it is still running.
     ~Program();
 
     void signal(int number) const;
-    /// The exit status, or minus the signal; waits 20 s at most, then kills it.
+    /// Waits up to 20 s, then kills the program. Returns the exit status, or the negated signal number.
     int wait();
-    /// Waits until it has written @p text to standard output; false after 10 s.
+    /// Waits until the program has written @p text to standard output. Returns false after 10 s.
     [[nodiscard]] bool hasWritten(const std::string &text) const;
 
     [[nodiscard]] std::string out() const { return contentsOf(directory_ / "out"); }
     [[nodiscard]] std::string err() const { return contentsOf(directory_ / "err"); }
-    /// Names of the temporary files that are there now.
+    /// The names of the current temporary files.
     [[nodiscard]] std::vector<std::string> temporaryFiles() const;
 
 private:

@@ -1,4 +1,4 @@
-// A service in the test's own process, on a thread of its own.
+// A service in the process of the test, on a separate thread.
 #pragma once
 
 #include "kvosim/plant_file/plant_file.h"
@@ -9,7 +9,7 @@
 
 namespace kvosim_test {
 
-/// Three stations with something in every field.
+/// A plant with three stations and a value in every field.
 inline constexpr std::string_view kSmallPlant = R"toml(
 [service]
 version = "V09.08"
@@ -49,16 +49,16 @@ public:
     RunningService &operator=(const RunningService &) = delete;
     ~RunningService() { stop(); }
 
-    /// Where it takes the datagrams of the USB lock.
+    /// The address at which it receives the datagrams of the USB lock.
     [[nodiscard]] const std::string &usbLockAddress() const { return service_.usbLockAddress(); }
-    /// Stops it and gives its state.
+    /// Stops the service and returns its state.
     kvosim::Plant &stop()
     {
         loop_.stop();
         join();
         return service_.plant();
     }
-    /// Waits until it has ended by itself.
+    /// Waits until the service has ended by itself.
     void join()
     {
         if (thread_.joinable()) {

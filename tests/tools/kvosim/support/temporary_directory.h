@@ -1,4 +1,4 @@
-// A directory of the test's own, removed with all that is in it.
+// A temporary directory, removed with its contents by the destructor.
 #pragma once
 
 #include <cstdlib>
@@ -16,7 +16,7 @@ public:
     {
         std::string name = (std::filesystem::temp_directory_path() / "kvosim-test-XXXXXX").string();
         if (mkdtemp(name.data()) == nullptr) {
-            throw std::runtime_error("can not create " + name);
+            throw std::runtime_error("cannot create " + name);
         }
         path_ = name;
     }

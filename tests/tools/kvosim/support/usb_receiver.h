@@ -1,4 +1,4 @@
-// USB events of a running service, and who receives them.
+// A running service and a receiver of its USB events.
 #pragma once
 
 #include "common/control_client.h"
@@ -20,7 +20,7 @@ namespace kvosim_test {
 
 inline void activateUsbEvents() { EXPECT_EQ(exchange("activateUSBEvents\n"), "ok\n"); }
 
-/// A service, and who has activated its USB events and answers each of them by a script.
+/// A service and a receiver, which has activated the USB events and answers each event by a script.
 class UsbReceiver : private RunningService, public support::ScriptedService {
 public:
     explicit UsbReceiver(std::vector<support::Script> scripts = {support::replies("ok")}, std::string_view plant = kSmallPlant)
@@ -32,7 +32,7 @@ public:
     void joinService() { join(); }
 };
 
-/// What the simulator answers to an action of USB events; throws where it refuses.
+/// The reply of the simulator to a USB action. Throws if the simulator refuses.
 inline tools::Json askUsb(const std::string &action, const tools::Json &more)
 {
     tools::Json request{{"do", "usb." + action}};
@@ -40,7 +40,7 @@ inline tools::Json askUsb(const std::string &action, const tools::Json &more)
     return tools::askSimulator(request, tools::kControlSocket, std::chrono::seconds(60));
 }
 
-/// How many devices are plugged in at all stations.
+/// The number of devices plugged in at all stations.
 inline std::size_t devicesPluggedIn() { return tools::askSimulator({{"do", "status"}})["usb_devices"].get<std::size_t>(); }
 
 }  // namespace kvosim_test

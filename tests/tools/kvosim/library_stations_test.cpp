@@ -22,7 +22,7 @@ constexpr uint32_t kA = 0x0A000005;
 constexpr uint32_t kB = 0x0A000006;
 constexpr uint32_t kNobody = 0x0A0000FF;
 
-TEST(LibraryStations, viewer_starts_shows_its_server_and_stops)
+TEST(LibraryStations, start_and_stop_the_viewer_and_report_its_server)
 {
     const RunningService service(plantWith(""));
     char server[32] = {};
@@ -48,7 +48,7 @@ TEST(LibraryStations, viewer_starts_shows_its_server_and_stops)
     EXPECT_EQ(KVO_HWS_setStartViewer(kNobody, "a", "b", "c"), -1);
 }
 
-TEST(LibraryStations, focus_status_line_and_reboot)
+TEST(LibraryStations, take_the_focus_show_a_status_line_and_reboot)
 {
     RunningService service("[service]\nfocus_hold_ms = 60000\n" + plantWith("reboot_time_ms = 150\nviewer = \"nc1:3\""));
     EXPECT_EQ(KVO_HWS_setActivateMe(kA), 1);
@@ -67,7 +67,7 @@ TEST(LibraryStations, focus_status_line_and_reboot)
     EXPECT_EQ(service.stop().findPanel(kA)->statusLine, "Hello, \"you\"");
 }
 
-TEST(LibraryStations, backlight_in_both_modes)
+TEST(LibraryStations, switch_the_backlight_in_both_modes)
 {
     const RunningService service(plantWith("") + "backlight = 0\nbacklight_modes = 1\n");
     uint32_t level = 0;
@@ -83,7 +83,7 @@ TEST(LibraryStations, backlight_in_both_modes)
     EXPECT_EQ(KVO_HWS_getBacklightBrightnessV2(kNobody, &level, 1), -1);
 }
 
-TEST(LibraryStations, keyboard_locks_and_type)
+TEST(LibraryStations, report_keyboard_locks_and_type)
 {
     const RunningService service(plantWith("station_type = -1"));
     uint32_t disabled = 7;
@@ -105,7 +105,7 @@ TEST(LibraryStations, keyboard_locks_and_type)
     EXPECT_EQ(state, -1);
 }
 
-TEST(LibraryStations, handheld_terminal)
+TEST(LibraryStations, may_be_a_handheld_terminal)
 {
     const RunningService service(plantWith("handheld = 1"));
     uint32_t mode = 7;
@@ -116,7 +116,7 @@ TEST(LibraryStations, handheld_terminal)
     EXPECT_EQ(KVO_HWS_getRV4Mode(kB, &mode), 0);
 }
 
-TEST(LibraryStations, addresses_and_stations_that_have_them)
+TEST(LibraryStations, are_found_by_their_other_addresses)
 {
     RunningService service(plantWith("dck_address = 9") + "cks_fixed = 1\n");
     uint32_t value = 0;
@@ -154,7 +154,7 @@ TEST(LibraryStations, addresses_and_stations_that_have_them)
     EXPECT_EQ(service.stop().findPanel(kA)->simulatedMcpKey, "12:1");
 }
 
-TEST(LibraryStations, focus_and_startup_settings)
+TEST(LibraryStations, report_focus_and_startup_settings)
 {
     const RunningService service(plantWith("priority = \"1:10\"\nstartup_active = 2\nstartup_prio = 70\nchannel_on_focus = 8\n"
                                            "screen_on_focus = \"Main\"\nt2m2n = \"T1 M2 N3\""));
@@ -180,7 +180,7 @@ TEST(LibraryStations, focus_and_startup_settings)
     EXPECT_EQ(KVO_HWS_getKVOT2M2N(kNobody, text), -1);
 }
 
-TEST(LibraryStations, channel_information)
+TEST(LibraryStations, store_channel_information)
 {
     const RunningService service(plantWith(""));
     const std::string longest(230, 'x');
@@ -197,7 +197,7 @@ TEST(LibraryStations, channel_information)
     EXPECT_EQ(KVO_HWS_getChannelInfo(kA, info, &size), 0);
 }
 
-TEST(LibraryStations, touch_screen_and_input_devices)
+TEST(LibraryStations, report_touch_screen_and_input_devices)
 {
     const RunningService service(plantWith("multitouch = 1\nmaxcontacts = 10") + "touch = 0\nvkbd = \"none\"\n");
     int32_t threshold = 7;
@@ -231,7 +231,7 @@ TEST(LibraryStations, touch_screen_and_input_devices)
     EXPECT_EQ(mask, 0x0FU);
 }
 
-TEST(LibraryStations, usb_connectors)
+TEST(LibraryStations, report_usb_connectors)
 {
     const RunningService service(plantWith("usb_connectors = \"X60:keyboard X61:free\"") +
                                  "[[faults]]\ncommand = \"getUsbConnectorList\"\nkind = \"failed\"\nafter = 1\n");
@@ -248,7 +248,7 @@ TEST(LibraryStations, usb_connectors)
     EXPECT_EQ(KVO_HWS_getUsbConnectorListOne(kNobody, list, &size), -4);
 }
 
-TEST(LibraryStations, usb_connectors_during_a_scan)
+TEST(LibraryStations, do_not_report_usb_connectors_during_a_scan)
 {
     const RunningService service(plantWith("usb_scanning = 1"));
     uint32_t size = 0;
@@ -256,7 +256,7 @@ TEST(LibraryStations, usb_connectors_during_a_scan)
     EXPECT_EQ(KVO_HWS_getUsbConnectorListOne(kA, nullptr, &size), -9);
 }
 
-TEST(LibraryStations, metrics_and_make)
+TEST(LibraryStations, report_metrics_and_manufacturer)
 {
     const RunningService service(plantWith("oem_layout = \"OP15BLK\"\nsoftkey_type = 2\nkeyboard_caps = 0x80000001\ndpi = 120\n"
                                            "hardware_caps = 0xFF\npanel_rotation = 3\nmarovanti = 0"));
@@ -282,7 +282,7 @@ TEST(LibraryStations, metrics_and_make)
     EXPECT_EQ(KVO_HWS_isMarovantiPanel(kNobody), -4);
 }
 
-TEST(LibraryStations, clients)
+TEST(LibraryClients, are_listed)
 {
     const RunningService service("[[client]]\nname = \"HMI 1\"\nvalue = 31\n\n[[client]]\nname = \"Logger\"\n");
     std::vector<KvoClientEntry> clients(2);

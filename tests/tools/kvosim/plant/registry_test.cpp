@@ -60,7 +60,7 @@ TEST_F(RegistryFiles, current_list_becomes_the_previous_one_at_each_start)
     EXPECT_EQ(current(), kSmallList);
 }
 
-TEST_F(RegistryFiles, previous_list_alone_is_kept)
+TEST_F(RegistryFiles, previous_list_is_kept_without_a_current_list)
 {
     startOnce(plantOf("A"));
     startOnce(plantOf("B"));

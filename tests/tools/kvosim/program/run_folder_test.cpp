@@ -95,7 +95,7 @@ TEST_F(RunFolder, is_removed_after_ctrl_c)
     EXPECT_TRUE(disappears(kFolder));
 }
 
-TEST_F(RunFolder, is_created_again_after_a_run_was_killed_together_with_its_guardian)
+TEST_F(RunFolder, left_by_a_run_that_was_killed_with_its_guardian_is_removed_by_the_next_run)
 {
     makeFolder(01755);
     Program next(run("true"));

@@ -207,7 +207,7 @@ TEST_F(LibraryAgent, sends_indications_in_order)
     }
     EXPECT_EQ(KVO_HWS_sendEmbHwsEvent(instance, "too early"), -1);
     EXPECT_EQ(ask("ping"), "pong");
-    EXPECT_EQ(ask("ping"), "pong");  // shows that the agent has finished the first request, including work after its reply
+    EXPECT_EQ(ask("ping"), "pong");  // the agent has finished the first request, including the work after its reply
     constexpr int kThreads = 4;
     constexpr int kEach = 100;
     std::vector<std::thread> threads;

@@ -1,4 +1,4 @@
-// The addresses of a station's panel, and the stations of an address.
+// The addresses of a station's panel, and the look-up of stations by address.
 #include "catalogue/catalogue.h"
 
 #include <kvo_hws/requests.h>
@@ -7,7 +7,7 @@ namespace catalogue {
 
 namespace {
 
-/// A setter whose value goes out as it is, whatever the service makes of it.
+/// A setter that sends its value unchecked; the service validates it.
 Request &sets(Request &request, const std::string &keyword, uint32_t value)
 {
     return request.asks(keyword + "=\"" + std::to_string(value) + "\" 0A000005", {station, value})
@@ -40,7 +40,7 @@ std::vector<Request> setters()
         index,
         dck,
 
-        // The reason of the range check is another function's; "bad request" means the same as "failed".
+        // The message of the range check is that of another function; "bad request" means the same as "failed".
         CATALOGUE_REQUEST(KVO_HWS_setKVOCksIndex, "set cks index")
             .asks("setKVOCksIndex=\"255\" 0A000005", {station, 255})
             .on("ok", 1)
@@ -50,7 +50,7 @@ std::vector<Request> setters()
             .soak({1, -1, -2, -3})
             .kvoctl("address cks-index", {kHere, "255"})
             .wire("`setKVOCksIndex=\"`*number*`\" `*station*", "`ok`, `bad request`, `failed`",
-                  "`bad request` above 255, or where it can not be set")
+                  "`bad request` if the number is above 255 or cannot be set")
             .python("Panel.set_cks_index"),
 
         CATALOGUE_REQUEST(KVO_HWS_simulateMCPKey, "simulate MCP key")
@@ -59,7 +59,7 @@ std::vector<Request> setters()
             .sends("simulateMCPKey=\"4294967295:4294967294\" 0A000005", {station, 0xFFFFFFFF, 0xFFFFFFFE})
             .soak({1, -1, -2})
             .kvoctl("address simulate-key", {kHere, "12", "1"})
-            .wire("`simulateMCPKey=\"`*number*`:`*number*`\" `*station*", "`ok`, `failed`", "as if a key of the MCP were used")
+            .wire("`simulateMCPKey=\"`*number*`:`*number*`\" `*station*", "`ok`, `failed`", "simulates a key of the MCP")
             .python("Panel.simulate_mcp_key"),
 
         CATALOGUE_REQUEST(KVO_HWS_enableMCPKey, "enable MCP key")
@@ -73,7 +73,7 @@ std::vector<Request> setters()
     };
 }
 
-/// A number up to a bound, and nothing after it.
+/// A number up to a bound, with nothing after it.
 Request &gets(Request &request, const std::string &keyword, const std::string &key, uint32_t highest)
 {
     request.asks(keyword + "=0A000005", {station, out})
@@ -90,7 +90,7 @@ Request &gets(Request &request, const std::string &keyword, const std::string &k
     if (highest != 0xFFFFFFFF) {
         return request.on(key + std::to_string(highest + 1), -1).on(key + "-1", -1).on(key + "4294967296", -1);
     }
-    // Without a bound, the low 32 bits of what the platform's long holds.
+    // Without a bound, the low 32 bits of the platform's long.
     return request.on(key + "4294967298", 1, {sizeof(long) == 8 ? 2 : 0xFFFFFFFF});
 }
 
@@ -130,7 +130,7 @@ std::vector<Request> getters()
     return {mcp, index, enable, dck, cks};
 }
 
-/// What a look-up of an address says where no station has it, and where several have it.
+/// The replies and messages of a look-up if no station or several stations have the address.
 struct Misses {
     const char *none;
     const char *noneReason;

@@ -1,5 +1,5 @@
-// Everything that is known of the library's requests, in one place: the tests, the fuzzer of replies, the soak run, the tables of
-// the documentation and others read it. The rows of requests/ are not made from it: they are what it is compared with.
+// Describes all requests of the library in one place, for the tests, the fuzzer of replies, the soak run, the tables of the
+// documentation and others. The code in requests/ is not generated from it: the tests compare the two.
 #pragma once
 
 #include "catalogue/request.h"
@@ -7,7 +7,7 @@
 namespace catalogue {
 
 struct Family {
-    const char *name;  ///< that of the source in requests/ or service/
+    const char *name;  ///< the name of the source file in requests/ or service/
     std::vector<Request> requests;
 };
 
@@ -25,7 +25,7 @@ Family others();
 /// All families.
 const std::vector<Family> &families();
 
-/// The request of a name; throws where there is none.
+/// The request with this name; throws if there is none.
 const Request &requestOf(const std::string &name);
 
 }  // namespace catalogue

@@ -103,7 +103,7 @@ std::vector<Request> texts()
             .wire("`getKVOScreenOnFocus=`*station*", "`screen-on-focus=`*text*, `failed`", "")
             .python("Panel.get_screen_on_focus"),
 
-        // Whatever the daemon answers is the text; only "failed" is none.
+        // Any reply of the daemon is the text, except "failed".
         CATALOGUE_REQUEST(KVO_HWS_getKVOT2M2N, "get KVO M:N")
             .asks("getKVOt2m2n=0A000005", {station, room(kBuffer)})
             .takesAnyReply()
@@ -159,7 +159,8 @@ std::vector<Request> channelInfo()
             .soak({1, 0, -1, -2, -3})
             .kvoctl("channel-info get", {kHere})
             .shows("channel-info=Spindle 1", "Spindle 1\n", R"({"info": "Spindle 1"})")
-            .wire("`getChannelInfo=`*station*", "`channel-info=`*text*, `failed`", "nothing after the `=` where there is none")
+            .wire("`getChannelInfo=`*station*", "`channel-info=`*text*, `failed`",
+                  "no text after the `=` if the station has none")
             .python("Panel.get_channel_info"),
 
         CATALOGUE_REQUEST(KVO_HWS_deleteChannelInfo, "delete channel info")
@@ -167,7 +168,7 @@ std::vector<Request> channelInfo()
             .on("ok", 1)
             .soak({1, -1, -2})
             .kvoctl("channel-info delete", {kHere})
-            .wire("`deleteChannelInfo=`*station*", "`ok`, `failed`", "also where there is none")
+            .wire("`deleteChannelInfo=`*station*", "`ok`, `failed`", "succeeds even if the station has none")
             .python("Panel.delete_channel_info"),
     };
 }

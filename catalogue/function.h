@@ -1,4 +1,4 @@
-// A function of the library that can be called with arguments from a table, whatever its parameters are.
+// A function of the library, with any parameters, that can be called with arguments from a table.
 #pragma once
 
 #include <algorithm>
@@ -14,11 +14,11 @@
 
 namespace catalogue {
 
-/// The station that the catalogue's requests are about, unless a reader puts another one in its place.
+/// The station in the catalogue's requests. Users of the catalogue may replace it by another one.
 inline constexpr uint32_t kStation = 0x0A000005;
-inline const std::string kHere = "10.0.0.5";  ///< as people write it
+inline const std::string kHere = "10.0.0.5";  ///< the same in dotted form
 
-/// What is given for a parameter: the station, a number, a text, a null pointer, or room for an output.
+/// The argument for a parameter: the station, a number, a text, a null pointer, or memory for an output (room).
 struct Argument {
     enum class Kind { station, number, text, null, room };
 
@@ -37,26 +37,26 @@ struct Argument {
     }
 
     Kind kind;
-    int64_t number = 0;  ///< the number; of room, how many elements there are
-    std::string text{};  ///< the text; of room, the bytes with which it begins
+    int64_t number = 0;  ///< the number; for room, the number of elements
+    std::string text{};  ///< the text; for room, its first bytes before the call
 };
 
 using Arguments = std::vector<Argument>;
 
 inline const Argument station{Argument::Kind::station, 0};
-/// Room for one number or record.
+/// Memory for one number or record.
 inline const Argument out{Argument::Kind::room, 1};
-/// Room for @p elements characters or records.
+/// Memory for @p elements characters or records.
 inline Argument room(std::size_t elements) { return {Argument::Kind::room, elements}; }
 /// The bytes of a number.
 inline std::string wordOf(uint32_t number) { return {reinterpret_cast<const char *>(&number), sizeof number}; }
-/// Room for a number that the function reads too.
+/// Memory for a number that the function reads and writes.
 inline Argument inOut(uint32_t number) { return {Argument::Kind::room, 1, wordOf(number)}; }
 
-/// A buffer of @p room characters, and the size that the caller says it has.
-inline Arguments sizedText(std::size_t room_, uint32_t size) { return {room(room_), inOut(size)}; }
+/// A buffer of @p characters, and the size that is passed for it.
+inline Arguments sizedText(std::size_t characters, uint32_t size) { return {room(characters), inOut(size)}; }
 
-/// The memory that a call writes: for each argument that is room, in their order, its bytes and some after them.
+/// The memory that a call writes: for each output, in the order of the arguments, its bytes and guard bytes after them.
 class Outputs {
 public:
     static constexpr std::size_t kGuard = 16;
@@ -83,10 +83,10 @@ public:
 
 private:
     char fill_;
-    std::vector<std::string> areas_;  // never moved once a call has begun
+    std::vector<std::string> areas_;  // must not be moved after addresses() was called
 };
 
-/// An exported function. Its name is what it is known by everywhere.
+/// An exported function, identified by its name.
 class Function {
 public:
     template <class... Parameter>
@@ -98,13 +98,13 @@ public:
     {
     }
 
-    /// One that is known by its name alone.
+    /// A function that has only a name here and cannot be called.
     explicit Function(const char *name) : name_(name) {}
 
     [[nodiscard]] const std::string &name() const { return name_; }
     [[nodiscard]] std::size_t parameters() const { return sizes_.size(); }
 
-    /// How many bytes the outputs take, one number for each argument that is room.
+    /// The sizes of the outputs in bytes, in the order of the arguments.
     [[nodiscard]] std::vector<std::size_t> outputSizes(const Arguments &arguments) const
     {
         std::vector<std::size_t> sizes;
@@ -129,6 +129,7 @@ public:
         return outputs;
     }
 
+    /// Calls the function.
     /// @param rooms  the addresses of the outputs
     int32_t operator()(const Arguments &arguments, const std::vector<void *> &rooms, uint32_t address = kStation) const
     {
@@ -140,7 +141,7 @@ public:
     }
 
 private:
-    /// Of what a pointer parameter points to; of a void pointer and of what is no pointer, a byte.
+    /// The size of an element that a parameter points to; 1 for a void pointer.
     template <class Parameter>
     static constexpr std::size_t elementSize()
     {

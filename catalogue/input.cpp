@@ -36,7 +36,7 @@ std::vector<Request> touchScreen()
                   "press threshold, -1 or more, and nonlinear, -1 to 1")
             .python("Panel.set_calibration"),
 
-        // Keys in any order, others between them; one that is absent is 0. What is read before a fault stays stored.
+        // Keys may have any order, with others between them; a missing one is 0. Values before an error stay stored.
         CATALOGUE_REQUEST(KVO_HWS_getTouchScreenCalibParam, "get touch screen calibration parameter")
             .asks("getCalibParam=0A000005", {station, out, out})
             .takesAnyReply()
@@ -57,7 +57,7 @@ std::vector<Request> touchScreen()
                    R"({"press_threshold": 40, "nonlinear": -1})")
             .shows("failed", "press_threshold  0\nnonlinear        0\n", R"({"press_threshold": 0, "nonlinear": 0})")
             .wire("`getCalibParam=`*station*", "`press_thresh=`*n*` nonlinear=`*n*, `no_touchscreen`, `failed`",
-                  "-1 stands for the driver's own value")
+                  "-1 means the driver's own value")
             .python("Panel.get_calibration"),
     };
 }
@@ -65,7 +65,7 @@ std::vector<Request> touchScreen()
 const std::string kDevices = "kbd=1 mouse=2 touch=1 multitouch=1 vkbd=0";
 const char *const kMalformed = "can not parse input devices string";
 
-// Each later generation has more outputs. Both kinds of touch screens are one number before the third.
+// Each newer version has more outputs. Only the third version has separate numbers for both kinds of touch screens.
 Request firstGeneration()
 {
     return CATALOGUE_REQUEST(KVO_HWS_showInputDevice, "show input device")
@@ -80,7 +80,7 @@ Request firstGeneration()
         .on("kbd=1,mouse=2", -1, kMalformed)
         .on("kbd=x", -1, kMalformed)
         .on("mouse=x kbd=1", -1, {1}, kMalformed)
-        .on("kbd=1 vkbd=x", -1, {1}, kMalformed)  // also what is not asked for
+        .on("kbd=1 vkbd=x", -1, {1}, kMalformed)  // also for a key that has no output
         .on("kbd=1 kbd=2", 1, {1, nothing, 0})
         .on("kbd=1 multitouch=x", -1, {1}, kMalformed)
         .on("kbd=1 maxcontacts=x", -1, {1}, kMalformed)
@@ -92,8 +92,8 @@ Request firstGeneration()
         .shows("mouse=2 touch=1 multitouch=1", "keyboards  -\nmice       2\ntouch      2\n",
                R"({"keyboards": null, "mice": 2, "touch": 2})")
         .wire("`showInputDevice=`*station*", "items, `failed`",
-              "the input devices: `kbd=`*n* `mouse=`*n* `touch=`*n* `multitouch=`*n* `maxcontacts=`*n* `vkbd=`*n*, spaces "
-              "between; any may be left out")
+              "the input devices: `kbd=`*n* `mouse=`*n* `touch=`*n* `multitouch=`*n* `maxcontacts=`*n* `vkbd=`*n*, "
+              "separated by spaces; any may be missing")
         .python("Panel.count_input_devices");
 }
 

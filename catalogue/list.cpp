@@ -1,4 +1,4 @@
-// Prints the catalogue as JSON, for readers in other languages: an array of requests.
+// Prints the catalogue as JSON, an array of requests, for programs in other languages.
 #include "catalogue/catalogue.h"
 
 #include <iostream>
@@ -9,7 +9,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-/// Replies may hold any bytes; what is not UTF-8 is replaced.
+/// Replies may contain any bytes; bytes that are not UTF-8 are replaced.
 std::string printed(const Json &json) { return json.dump(2, ' ', false, Json::error_handler_t::replace); }
 
 /// {"station": ...}, a number, a text, null, or {"room": elements}.
@@ -26,7 +26,7 @@ Json jsonOf(const catalogue::Argument &argument)
     return nullptr;
 }
 
-/// The bytes in hexadecimal digits, or null where nothing is stored.
+/// The bytes as hexadecimal digits, or null if nothing is stored.
 Json jsonOf(const catalogue::Stored &stored)
 {
     if (!stored.bytes) {

@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::size_t kMetric = 8;  // bytes
 
-/// A metric that is a number: the replies that it is read from, and those that are a fault.
+/// A metric that is a number, with valid and invalid replies.
 Request number(uint32_t metric, const std::string &name, const std::string &command, const std::string &key,
                const std::vector<std::pair<std::string, uint32_t>> &good, const std::vector<std::string> &bad,
                const Shown &shown)
@@ -36,7 +36,7 @@ Request softkeyType()
 {
     std::vector<std::pair<std::string, uint32_t>> good = {{"0", 0}, {"1E", 0x1E}, {"fffffffe", 0xFFFFFFFE}};
     std::vector<std::string> bad = {"1", "FFFFFFFF", "2 ", "", "x", "100000002"};
-    // strtoul takes the sign; what comes of it is beyond 32 bits where long is.
+    // strtoul accepts the sign; the result exceeds 32 bits if long does.
     if (sizeof(long) == 8) {
         bad.emplace_back("-2");
     } else {
@@ -46,7 +46,7 @@ Request softkeyType()
         .wire("`getSoftkeyType=`*station*", "`softkey-type=`*hex*, `none`, `failed`", "an even number");
 }
 
-// The daemon reads the command spelt so.
+// The command lacks the l of "panel": this is the daemon's spelling.
 Request layout()
 {
     return CATALOGUE_REQUEST(KVO_HWS_getStationMetrics, "KVO_HWS_getStationMetrics")
@@ -63,7 +63,7 @@ Request layout()
         .nullPointer({station, 0, nullptr})
         .soak({1, -1, -2, -4, -5, -9})
         .wire("`getPaneOemLayout=`*station*", "`panel-oem-layout=`*text*, `none`, `failed`",
-              "1 to 7 bytes; the keyword is spelt so, without the l of panel")
+              "1 to 7 bytes; the keyword really lacks the l of panel")
         .kvoctl("metrics", {kHere, "oem-layout"})
         .shows("panel-oem-layout=QWERTZ7", "QWERTZ7\n", R"({"oem_layout": "QWERTZ7"})")
         .python("Panel.get_metric");
@@ -89,7 +89,7 @@ std::vector<Request> stationMetrics()
     };
 }
 
-/// An array of that many clients, all zero where they are more than @p clients.
+/// An array of @p capacity elements with @p clients; the rest is zero.
 Stored clients(std::vector<KvoClientEntry> clients, std::size_t capacity)
 {
     clients.resize(capacity, KvoClientEntry{});
@@ -104,10 +104,10 @@ KvoClientEntry client(uint32_t value, const char *name)
     return entry;
 }
 
-/// The flags are as wide as the platform's long.
+/// The flags have the width of the platform's long.
 const char *flagsCommand() { return sizeof(long) == 8 ? "getClientList 0 123456789ABCDEF0" : "getClientList 0 9ABCDEF0"; }
 
-// The array is cleared first. Without one every number of clients is too large, which is how callers ask for it.
+// The array is cleared first. Without an array the result is always "too small": this way callers read the number.
 Request clientList()
 {
     const std::string two = "00000002 00000007 00000003 hmi 000000FF 00000007 panel 2 ";
@@ -138,7 +138,7 @@ Request clientList()
         .soak({1, -1, -2, -3})
         .kvoctl("clients", {"--flags", "BEEF"})
         .wire("`getClientList 0 `*flags*", "a client list, `failed`",
-              "the programs that are connected; the 0 is fixed, the flags are hexadecimal")
+              "the connected programs; the 0 is fixed, the flags are hexadecimal")
         .python("Service.get_clients");
 }
 
@@ -161,7 +161,7 @@ Request marovantiPanel()
         .shows("is-Marovanti-Panel=1", "yes\n", R"({"marovanti": true})")
         .shows("is-Marovanti-Panel=0", "no\n", R"({"marovanti": false})", 1)
         .wire("`isMarovantiPanel `*station*", "`is-Marovanti-Panel=0`, `is-Marovanti-Panel=1`, `not found`, `failed`",
-              "`not found` where there is no such station")
+              "`not found` if the station does not exist")
         .python("Panel.is_marovanti");
 }
 

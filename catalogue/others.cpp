@@ -1,5 +1,5 @@
-// Functions that are no single exchange of texts with the service. Of most of them the names alone stand here: their tests are
-// their own.
+// Functions that are not a single exchange with the service. Most of them have only their names here, because they have their
+// own tests.
 #include "catalogue/catalogue.h"
 
 #include <kvo_hws/service.h>
@@ -27,7 +27,7 @@ std::vector<Request> severalExchanges()
     };
 }
 
-// The text is the same in every version: programs compare it whole.
+// The text is the same in every version: programs compare the whole text.
 Request libraryVersion()
 {
     return CATALOGUE_REQUEST(KVO_HWS_getDLLVersion, "get KVO HWS DLL version")

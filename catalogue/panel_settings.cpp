@@ -40,10 +40,10 @@ std::vector<Request> brightness()
             .kvoctl("panel brightness-v2", {kHere, "1", "40"})
             .wire(
                 "`setBacklightBrightnessV2=`*number* *mode* *station*", "`ok`, `bad request`, `not active`, `failed`",
-                "the same in a mode; `bad request` where the station does not know it, `not active` while its backlight is off")
+                "the same in a mode; `bad request` if the station does not know it, `not active` while its backlight is off")
             .python("Panel.set_backlight_brightness"),
 
-        // The null check speaks in the setter's name and is -3; "failed" is an unknown reply here.
+        // The null check logs under the setter's label and returns -3; "failed" is an unknown reply here.
         CATALOGUE_REQUEST(KVO_HWS_getBacklightBrightnessV2, "get backlight brightness V2")
             .asks("getBacklightBrightnessV2=0 0A000005", {station, out, 0})
             .on("backlight-brightness-v2=55", 1, {55})
@@ -105,7 +105,7 @@ std::vector<Request> keys()
             .wire("`getDisableNumLock=`*station*", "`disable numlock 0`, `disable numlock 1`, `failed`", "")
             .python("Panel.get_disable_num_lock"),
 
-        // The daemon sends it spelt so; the right spelling is unknown.
+        // "diable" is the daemon's spelling; the correct spelling is an unknown reply.
         CATALOGUE_REQUEST(KVO_HWS_getDisableCapsLock, "get disable CapsLock")
             .asks("getDisableCapsLock=0A000005", {station, out})
             .on("diable capslock 0", 1, {0})
@@ -116,7 +116,7 @@ std::vector<Request> keys()
             .kvoctl("panel capslock", {kHere})
             .shows("diable capslock 1", "disabled\n", R"({"capslock": "disabled"})")
             .wire("`getDisableCapsLock=`*station*", "`diable capslock 0`, `diable capslock 1`, `failed`",
-                  "spelt so; clients know no other spelling")
+                  "the keyword really is `diable`; clients know no other spelling")
             .python("Panel.get_disable_caps_lock"),
 
         CATALOGUE_REQUEST(KVO_HWS_getSwCapsLock, "get Sw CapsLock")
@@ -149,7 +149,7 @@ std::vector<Request> keys()
 std::vector<Request> kindsAndModes()
 {
     return {
-        // Of a null pointer it says so on standard error as well.
+        // A null pointer is also reported on standard error.
         CATALOGUE_REQUEST(KVO_HWS_getStationType, "get Station Type")
             .asks("getStationType=0A000005", {station, out})
             .on("stationtype 0", 1, {0})
@@ -165,7 +165,7 @@ std::vector<Request> kindsAndModes()
             .wire("`getStationType=`*station*", "`stationtype -1`, `stationtype 0`, `stationtype 1`, `failed`", "")
             .python("Panel.get_station_type"),
 
-        // The number is stored before it is judged.
+        // The number is stored before the check.
         CATALOGUE_REQUEST(KVO_HWS_getRV4Mode, "get RV4 mode")
             .asks("getRV4Mode=0A000005", {station, out})
             .on("rv4mode=0", 1, {0})
@@ -192,7 +192,7 @@ std::vector<Request> kindsAndModes()
             .soak({1, 0, -1, -2, -3})
             .kvoctl("panel rv4-mode", {kHere, "individual"})
             .wire("`setRV4Mode=\"0\" `*station*, `setRV4Mode=\"1\" `*station*", "`ok`, `not_a_rv4`, `failed`",
-                  "mode of its handheld terminal, auto or individual; `not_a_rv4` where it has none")
+                  "mode of its handheld terminal, auto or individual; `not_a_rv4` if it has none")
             .python("Panel.set_handheld_mode"),
     };
 }

@@ -1,4 +1,4 @@
-// What all requests have in common, and what a row adds to it.
+// The cases that all requests have in common, and the steps that add rows.
 #include "catalogue/request.h"
 
 #include <cctype>
@@ -27,7 +27,7 @@ Request &Request::alsoLogs(std::string message)
 
 namespace {
 
-/// What a text can contribute to a name: letters, digits and underscores.
+/// A name made from a text: letters, digits and underscores.
 std::string nameOf(const std::string &text)
 {
     constexpr std::size_t kLongest = 40;
@@ -46,7 +46,7 @@ std::string nameOf(const std::string &text)
 Exchange &Request::last()
 {
     if (exchanges_.empty()) {
-        throw std::logic_error(name() + ": no row that this could belong to");
+        throw std::logic_error(name() + ": this step needs a row before it");
     }
     return exchanges_.back();
 }
@@ -59,7 +59,7 @@ Exchange &Request::add(const std::string &kind, Arguments arguments, std::vector
                                std::to_string(function_.parameters()) + " parameters");
     }
     if (kind == "reply" && commands_.empty()) {
-        throw std::logic_error(name() + ": a reply without a command that it is to");
+        throw std::logic_error(name() + ": a reply needs a command; asks() is missing");
     }
     const bool shows = kind == "reply" && !replies.empty();
     const std::string base = shows ? kind + "_" + nameOf(replies.back()) : kind;
@@ -74,7 +74,7 @@ Exchange &Request::add(const std::string &kind, Arguments arguments, std::vector
 
 Request &Request::on(std::vector<std::string> replies, int32_t result, Values values, const std::string &reason)
 {
-    // The commands that are heard are as many as have a reply.
+    // The service receives one command for each reply.
     std::vector<std::string> commands(
         commands_.begin(), commands_.begin() + static_cast<std::ptrdiff_t>(std::min(commands_.size(), replies.size())));
     Exchange &exchange = add("reply", arguments_, std::move(commands), std::move(replies), result);
@@ -103,7 +103,7 @@ Request &Request::given(std::vector<std::string> commands, Arguments arguments)
 
 Request &Request::sends(const std::string &command, Arguments arguments)
 {
-    last();  // there has to be one
+    last();  // throws without a row
     const Exchange first = exchanges_.front();
     Exchange &exchange = add("sends", std::move(arguments), {command}, first.replies, first.result);
     exchange.usual = false;

@@ -1,4 +1,4 @@
-// One request of the library: how it is called, what goes over the wire, what each reply comes to, and its names elsewhere.
+// One request of the library: its arguments, its commands, the result of each reply, and its names in the tools and documents.
 #pragma once
 
 #include "catalogue/function.h"
@@ -11,7 +11,7 @@ namespace catalogue {
 
 /// What a call stores in one of its outputs: nothing, or bytes at its beginning.
 struct Stored {
-    // NOLINTBEGIN(*-explicit-*): a row lists what is stored as values
+    // NOLINTBEGIN(*-explicit-*): a row lists the stored values
     template <class Number, std::enable_if_t<std::is_integral_v<Number>, int> = 0>
     Stored(Number value) : bytes(wordOf(static_cast<uint32_t>(value)))
     {
@@ -42,30 +42,30 @@ Stored records(const std::vector<Record> &values)
     return bytes({reinterpret_cast<const char *>(values.data()), values.size() * sizeof(Record)});
 }
 
-/// A call against a service that behaves in a certain way, and all that can be seen of it.
+/// A call with a given behaviour of the service, and all observable effects of the call.
 struct Exchange {
     enum class Service { answers, closes, absent };
 
     std::string name;
     Arguments arguments;
-    std::vector<std::string> commands;  ///< what the service hears, without line feeds
-    std::vector<std::string> replies;   ///< one for each command; of a service that is never asked, one all the same
+    std::vector<std::string> commands;  ///< what the service receives, without line feeds
+    std::vector<std::string> replies;   ///< one for each command; one too if no command is sent
     int32_t result;
-    Values values{};                      ///< of the outputs in their order; none: nothing is stored
+    Values values{};                      ///< the stored values in the order of the outputs; empty: nothing is stored
     std::vector<std::string> messages{};  ///< what is logged
-    std::string printed{};                ///< what standard error gets
+    std::string printed{};                ///< what is written to standard error
     Service service = Service::answers;
-    bool usual = true;  ///< called with the arguments that the request's command is for
+    bool usual = true;  ///< the call has the arguments given to Request::asks
 };
 
-/// A request in the description of the protocol: its form, its replies, and what it means, in Markdown.
+/// A request in the description of the protocol: its form, its replies and its meaning, in Markdown.
 struct Wire {
     std::string form;
     std::string replies;
     std::string meaning;
 };
 
-/// What kvoctl shows of a reply.
+/// What kvoctl shows for a reply.
 struct Shown {
     std::string reply;
     std::string text;      ///< standard output
@@ -73,7 +73,7 @@ struct Shown {
     int status = 0;
 };
 
-/// Replies that are a key and a number within bounds, in which strtoul leaves nothing unread.
+/// Replies that consist of a key and a number within bounds, which strtoul reads completely.
 struct NumberForm {
     std::string key;
     int base = 10;
@@ -81,87 +81,87 @@ struct NumberForm {
     unsigned long highest = ~0UL;
 };
 
-/// Collects what a request is. What all requests have in common is there from the start: no service, a service that closes the
-/// connection, the reply "failed", unknown replies, an empty one, and one with a trailing blank.
+/// Describes a request. The cases that all requests have in common are always included: no service, a service that closes the
+/// connection, the reply "failed", unknown replies, an empty reply, and a reply with a trailing blank.
 class Request {
 public:
-    /// @p label  with which its log messages begin; empty: it logs none
+    /// @p label  the beginning of its log messages; empty: it logs nothing
     Request(Function function, std::string label) : function_(std::move(function)), label_(std::move(label)) {}
 
-    // ---- What is asked, before all that follows ----
+    // ---- The commands; these steps come first ----
 
-    /// The command for @p arguments, which are also those of the replies that follow.
+    /// The command for @p arguments. The following replies have the same arguments.
     Request &asks(std::vector<std::string> commands, Arguments arguments);
     Request &asks(const std::string &command, Arguments arguments)
     {
         return asks(std::vector<std::string>{command}, std::move(arguments));
     }
-    /// Which of several requests of the same function this is.
+    /// The name of this request if the function has several requests.
     Request &variant(std::string name);
-    /// A message that comes first whenever the service is asked.
+    /// A message that is logged first whenever a reply arrives.
     Request &alsoLogs(std::string message);
 
-    // ---- What the replies come to ----
+    // ---- The results of the replies ----
 
-    /// A row: a reply, the result, what is stored in the outputs from the first on, and the reason that is logged, if any.
+    /// A row: a reply, the result, the values that are stored, beginning with the first output, and the logged reason, if any.
     Request &on(const std::string &reply, int32_t result, Values values, const std::string &reason = "");
     Request &on(const std::string &reply, int32_t result) { return on(reply, result, Values{}); }
-    /// A template, so that values in braces are never taken for a reason.
+    /// A template, so that values in braces never match the parameter for the reason.
     template <class Reason, std::enable_if_t<std::is_convertible_v<Reason, std::string>, int> = 0>
     Request &on(const std::string &reply, int32_t result, const Reason &reason)
     {
         return on(reply, result, Values{}, reason);
     }
-    /// A reply to each of several commands. Fewer replies than commands: the rest is never asked.
+    /// One reply for each of several commands. With fewer replies than commands, the other commands are not sent.
     Request &on(std::vector<std::string> replies, int32_t result, Values values, const std::string &reason = "");
-    /// Other arguments for the row before, and the commands that they make where these are others too.
+    /// Other arguments for the previous row, and the commands for them if they differ too.
     Request &given(Arguments arguments);
     Request &given(std::vector<std::string> commands, Arguments arguments);
-    /// Another call and its command; the reply means the same as the first.
+    /// Another call and its command, with the reply and the result of the first row.
     Request &sends(const std::string &command, Arguments arguments);
-    /// A further reply that the request does not know.
+    /// Another reply that the request does not know.
     Request &unknown(const std::string &reply);
-    /// What an unknown reply comes to, where it is not the usual failure.
+    /// The result and reason of an unknown reply if they differ from the default.
     Request &unknownIs(int32_t result, const std::string &reason);
-    /// What "failed" comes to, likewise.
+    /// The result and reason of "failed" if they differ from the default.
     Request &failedIs(int32_t result, const std::string &reason);
-    /// Every reply that is not listed says something: there are no unknown ones, and "failed" is like any other.
+    /// Any reply has a meaning: no reply is unknown, and "failed" has no special meaning unless a row lists it.
     Request &takesAnyReply();
-    /// The result without a service, where it is not -2.
+    /// The result without a service if it is not -2.
     Request &withoutServiceIs(int32_t result);
-    /// What is stored although no exchange comes about.
+    /// The values that are stored even if no exchange takes place.
     Request &withoutServiceStores(Values values);
-    /// One more message of the row before.
+    /// Another message of the previous row.
     Request &thenLogs(const std::string &reason);
-    /// What the row before prints on standard error.
+    /// What the previous row prints on standard error.
     Request &prints(std::string text);
-    /// What follows the label in the log when no exchange takes place, " (count)".
+    /// The end of the message that no exchange took place, such as " (count)".
     Request &exchangeCalled(std::string remark);
 
-    /// A call that is refused before anything is sent. @p reason  empty: nothing is logged. @p label  where it speaks in
-    /// another's name
+    /// A call that is rejected before anything is sent. @p reason  empty: nothing is logged. @p label  the label of the message
+    /// if it differs from the request's label
     Request &refuses(Arguments arguments, int32_t result, const std::string &reason, const std::string &label = "");
     Request &nullPointer(Arguments arguments, const std::string &label = "");
-    /// A call that needs no service.
+    /// A call that sends no request.
     Request &alone(Arguments arguments, int32_t result, Values values, const std::string &reason = "");
 
-    /// How the number in the replies is read.
+    /// The form of the number in the replies.
     Request &reads(NumberForm form);
 
-    // ---- Elsewhere ----
+    // ---- In documents, tools and other tests ----
 
-    /// The protocol's description of a command.
+    /// The description of a command in the protocol.
     Request &wire(std::string form, std::string replies, std::string meaning);
-    /// What a soak run may see. Without it, the soak run does not make the request.
+    /// The results that a soak run accepts. Without this step, the soak run does not send the request.
     Request &soak(std::initializer_list<int32_t> results);
     /// kvoctl's subcommand and its arguments for the command above.
     Request &kvoctl(std::string words, std::vector<std::string> arguments);
-    /// What that shows of a reply that is an answer.
+    /// What kvoctl shows for a reply.
     Request &shows(std::string reply, std::string text, std::string document, int status = 0);
-    /// The method of the Python module, "Panel.reboot".
+    /// The method of the Python module, such as "Panel.reboot".
     Request &python(std::string method);
 
-    // ---- For readers ----
+    // ---- Access ----
 
     [[nodiscard]] const Function &function() const { return function_; }
     /// The function's name, followed by the variant.
@@ -169,9 +169,9 @@ public:
     [[nodiscard]] const std::string &label() const { return label_; }
     [[nodiscard]] const std::vector<std::string> &commands() const { return commands_; }
     [[nodiscard]] const Arguments &arguments() const { return arguments_; }
-    /// The rows, and what all requests have in common.
+    /// The rows, and the cases that all requests have in common.
     [[nodiscard]] std::vector<Exchange> allExchanges() const;
-    /// The rows alone.
+    /// Only the rows.
     [[nodiscard]] const std::vector<Exchange> &ownExchanges() const { return exchanges_; }
     [[nodiscard]] int32_t unknownResult() const { return unknown_.result; }
     [[nodiscard]] int32_t failedResult() const { return failed_.result; }
@@ -184,7 +184,7 @@ public:
     [[nodiscard]] const std::vector<Wire> &wires() const { return wires_; }
     [[nodiscard]] const std::vector<Shown> &shown() const { return shown_; }
     [[nodiscard]] const std::string &pythonMethod() const { return python_; }
-    /// Whether it stores something.
+    /// True if the function has outputs.
     [[nodiscard]] bool hasOutputs() const
     {
         return std::ranges::any_of(arguments_, [](const Argument &argument) { return argument.kind == Argument::Kind::room; });
@@ -196,12 +196,12 @@ private:
         std::string reason;
     };
 
-    /// The row before; throws where there is none.
+    /// The previous row; throws if there is none.
     Exchange &last();
     Exchange &add(const std::string &kind, Arguments arguments, std::vector<std::string> commands,
                   std::vector<std::string> replies, int32_t result);
     [[nodiscard]] std::string message(const std::string &reason, const std::string &label = "") const;
-    /// What an exchange logs that ends for @p reason.
+    /// What an exchange logs that ends with @p reason.
     [[nodiscard]] std::vector<std::string> messages(const std::string &reason) const;
 
     Function function_;
@@ -216,18 +216,18 @@ private:
     bool takesAny_ = false;
     int32_t withoutService_ = -2;
     Values valuesWithoutService_;
-    std::string exchange_;  ///< what follows the label where no exchange takes place
+    std::string exchange_;  ///< the end of the message that no exchange took place
     std::string first_;     ///< a message before the others
     std::optional<NumberForm> form_;
     std::set<int32_t> soak_;
-    std::string words_;  ///< kvoctl's
+    std::string words_;  ///< kvoctl's subcommand
     std::vector<std::string> wordsArguments_;
     std::vector<Wire> wires_;
     std::vector<Shown> shown_;
     std::string python_;
 };
 
-/// The requests of several groups, in their order.
+/// The requests of several groups, in the order of the groups.
 inline std::vector<Request> joined(const std::vector<std::vector<Request>> &groups)
 {
     std::vector<Request> all;
@@ -239,5 +239,5 @@ inline std::vector<Request> joined(const std::vector<std::vector<Request>> &grou
 
 }  // namespace catalogue
 
-/// A request by its function, which is also its name.
+/// A request with a function of the library; the name is that of the function.
 #define CATALOGUE_REQUEST(function, label) catalogue::Request(catalogue::Function(#function, function), label)

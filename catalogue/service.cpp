@@ -1,4 +1,4 @@
-// The requests about the service itself and about this panel.
+// The requests about the service itself and the panel it runs on.
 #include "catalogue/catalogue.h"
 
 #include <kvo_hws/service.h>
@@ -8,7 +8,7 @@ namespace catalogue {
 
 namespace {
 
-// The label is empty: of these, the messages are the command channel's alone.
+// The label is empty: for these requests only the command channel logs messages.
 std::vector<Request> levelsAndLocks()
 {
     return {
@@ -38,7 +38,7 @@ std::vector<Request> levelsAndLocks()
             .wire("`getDebugLevel`", "`DEBUG_LEVEL_NONE`, `DEBUG_LEVEL_I`, `DEBUG_LEVEL_II`", "the level that was set last")
             .python("Service.get_debug_level"),
 
-        // A missing service has the same result as another failure here.
+        // A missing service has the same result as other failures here.
         CATALOGUE_REQUEST(KVO_HWS_lockKVORegData, "")
             .asks("lockKVORegData", {})
             .on("ok", 1)
@@ -47,7 +47,7 @@ std::vector<Request> levelsAndLocks()
             .withoutServiceIs(-1)
             .kvoctl("registry lock", {})
             .wire("`lockKVORegData`", "`ok`, `busy`, `failed`",
-                  "takes the lock; `busy` while anyone holds it, the same client included")
+                  "acquires the lock; `busy` while any client holds it, including the same one")
             .python("Service.lock_registry"),
         CATALOGUE_REQUEST(KVO_HWS_unlockKVORegData, "")
             .asks("unlockKVORegData", {})
@@ -55,7 +55,7 @@ std::vector<Request> levelsAndLocks()
             .unknown("busy")
             .withoutServiceIs(-1)
             .kvoctl("registry unlock", {})
-            .wire("`unlockKVORegData`", "`ok`, `failed`", "releases it; `failed` if it is not held")
+            .wire("`unlockKVORegData`", "`ok`, `failed`", "releases the lock; `failed` if no client holds it")
             .python("Service.unlock_registry"),
     };
 }
@@ -63,7 +63,7 @@ std::vector<Request> levelsAndLocks()
 std::vector<Request> lights()
 {
     return {
-        // The message is another function's, and comes with every reply.
+        // The message is that of another function, and is logged with every reply.
         CATALOGUE_REQUEST(KVO_HWS_setBacklight, "set backlight")
             .alsoLogs("get KVO HWS version - can not allocate memory")
             .asks("setBacklight=1", {1})
@@ -75,7 +75,7 @@ std::vector<Request> lights()
             .soak({1, -1, -2})
             .kvoctl("backlight", {"on"})
             .wire("`setBacklight=0` `setBacklight=1`", "`ok`, `failed`",
-                  "backlight off or on, of the panel that the service runs on; it names no station")
+                  "switches the backlight of the service's own panel off or on; the request names no station")
             .python("Service.set_backlight"),
 
         CATALOGUE_REQUEST(KVO_HWS_setBrightness, "set brightness")
@@ -97,7 +97,7 @@ std::vector<Request> lights()
 std::vector<Request> state()
 {
     return {
-        // Of an unknown reply it says what it says of "failed".
+        // An unknown reply has the same message as "failed".
         CATALOGUE_REQUEST(KVO_HWS_isInitComplete, "is init complete")
             .asks("isInitComplete", {})
             .on("yes", 1)
@@ -117,7 +117,7 @@ std::vector<Request> state()
             .on("failed", 1)
             .on("", 1)
             .kvoctl("kill-daemon", {})
-            .wire("`killDaemon`", "`ok`", "the service ends; once a client has this reply, no new connection is taken")
+            .wire("`killDaemon`", "`ok`", "the service terminates; after this reply it accepts no new connection")
             .python("Service.kill"),
 
         // Any text is a version.
@@ -143,7 +143,7 @@ std::vector<Request> state()
             .wire("`getVersion`", "any text", "the service's version")
             .python("Service.get_version"),
 
-        // A missing service has the same result as another failure here, and it logs nothing itself.
+        // A missing service has the same result as other failures here, and the request logs nothing itself.
         CATALOGUE_REQUEST(KVO_HWS_isUSBEventsActivated, "")
             .asks("isUSBEventsActivated", {})
             .on("yes", 1)
@@ -154,7 +154,7 @@ std::vector<Request> state()
             .kvoctl("usb is-active", {})
             .shows("yes", "yes\n", R"({"active": true})")
             .shows("no", "no\n", R"({"active": false})", 1)
-            .wire("`isUSBEventsActivated`", "`yes`, `no`, `failed`", "whether any program has them activated")
+            .wire("`isUSBEventsActivated`", "`yes`, `no`, `failed`", "whether any program has activated USB events")
             .python("Service.is_usb_events_activated"),
     };
 }

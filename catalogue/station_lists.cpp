@@ -1,4 +1,4 @@
-// The list of known stations, and the look-up of one of them.
+// The lists of known stations, and the look-up of a single station.
 #include "catalogue/catalogue.h"
 
 #include <kvo_hws/requests.h>
@@ -7,7 +7,7 @@ namespace catalogue {
 
 namespace {
 
-// Two stations as they go over the wire, and what follows each in the extended form.
+// Two stations as they are sent, and the fields that follow each in the extended form.
 const std::string kOne = "0A000005 00000001 00000002 00000003 00000003 st1 ";
 const std::string kTwo = "0A000006 00000004 00000005 FFFFFFFF 00000008 press 2  ";
 const std::string kExtension = "00000011 00000022 00000033 00000044 00000055 00000066 00000077 ";
@@ -33,7 +33,7 @@ Record stationOf(uint32_t address, const char *name, uint32_t attr1, uint32_t at
     return record;
 }
 
-/// The first @p count of the two stations, in an array of @p capacity that is zero after them.
+/// The first @p count of the two stations, in an array of @p capacity elements; the rest is zero.
 template <class Record>
 Stored stations(std::size_t count, std::size_t capacity)
 {
@@ -49,8 +49,8 @@ Arguments arrayOf(uint32_t capacity) { return {room(capacity), inOut(capacity)};
 using Commands = std::vector<std::string>;
 using Replies = std::vector<std::string>;
 
-// It asks for the capacity, not for the number that it has just heard: stations that have come in between are welcome while they
-// fit.
+// The second command requests as many stations as fit, not the number just received: stations that were added meanwhile are
+// included.
 Request basicList()
 {
     const auto some = stations<KvoDescription>;
@@ -84,12 +84,13 @@ Request basicList()
         .nullPointer({room(1), nullptr})
         .soak({1, -1, -2, -3})
         .kvoctl("stations", {})
-        .wire("`getCountElemDL`", "*number*", "how many stations there are")
+        .wire("`getCountElemDL`", "*number*", "the number of stations")
         .wire("`getDLV2` *number*", "a list, `failed`", "all stations; the number is the capacity of the client's array")
         .python("Service.get_stations");
 }
 
-// Departs from the basic list on purpose: a null list asks for the number, and the array stays untouched until a list fits.
+// Differs from the basic list on purpose: with a null list only the number is read, and the array is cleared only when a list
+// fits.
 Request extendedList()
 {
     const auto some = stations<KvoDescriptionEx>;
@@ -124,7 +125,7 @@ Request extendedList()
         .python("Service.get_stations_ex");
 }
 
-/// By address or name. Says "(count)" although nothing is counted; log readers search for it.
+/// By address or name. The messages contain "(count)" although nothing is counted: log readers search for it.
 Request &looksUp(Request &request, const std::string &command, const Arguments &arguments)
 {
     const auto record = stations<KvoDescriptionEx>(1, 1);
@@ -150,9 +151,9 @@ std::vector<Request> oneStation()
     Request byAddress = CATALOGUE_REQUEST(KVO_HWS_getDescriptionEx, "get KVO description extended");
     looksUp(byAddress.variant("by address"), "getExDescByIP 0A000005", {station, nullptr, out})
         .on(kOne + kExtension, 1, {stations<KvoDescriptionEx>(1, 1)})
-        .given({station, "x", out})  // an address comes before a name
+        .given({station, "x", out})  // an address takes precedence over a name
         .refuses({0, nullptr, out}, -1, "")
-        .refuses({0, nullptr, nullptr}, -1, "")  // that comes before the null record
+        .refuses({0, nullptr, nullptr}, -1, "")  // this check precedes that of the null record
         .nullPointer({station, nullptr, nullptr})
         .kvoctl("station", {"10.0.0.5"})
         .wire("`getExDescByIP` *station*", "an extended element, `not found`, `failed`", "one station by its address")
@@ -161,7 +162,7 @@ std::vector<Request> oneStation()
     looksUp(byName.variant("by name"), "getExDescByName x y", {0, "x y", out})
         .kvoctl("station", {"x y"})
         .wire("`getExDescByName` *name*", "an extended element, `not found`, `failed`",
-              "one station by its name, which is the rest of the line, spaces included")
+              "one station by its name; the name is the rest of the line, including spaces")
         .python("Service.find_station");
     return {byAddress, byName};
 }

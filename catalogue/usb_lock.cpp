@@ -31,7 +31,7 @@ Request theLock()
         .python("Panel.get_usb_lock");
 }
 
-/// The list is stored without a terminator, but for an empty one.
+/// The list is stored without a terminator, except for an empty list.
 Request &connectors(Request &request, const std::string &command, const std::string &key, const Arguments &before)
 {
     const auto sized = [&before](uint32_t size) {
@@ -75,7 +75,7 @@ std::vector<Request> connectorLists()
         .kvoctl("usb connectors", {})
         .shows("usb-connector-list=X1 X2", "X1 X2\n", R"({"connectors": "X1 X2"})")
         .wire("`getUsbConnectorList`", "`usb-connector-list=`*list*, `busy`, `failed`",
-              "connectors of all stations; `busy` while those of any are looked for")
+              "connectors of all stations; `busy` during the search for the connectors of any station")
         .python("Service.get_usb_connectors");
     Request one = CATALOGUE_REQUEST(KVO_HWS_getUsbConnectorListOne, "get usb connector list");
     connectors(one, "getUsbConnectorListOne=0A000005", "usb-connector-list-one=", {station})

@@ -1,4 +1,4 @@
-// The viewer of a station, and the station around it.
+// The viewer of a station, its status line, focus and reboot.
 #include "catalogue/catalogue.h"
 
 #include <kvo_hws/requests.h>
@@ -18,7 +18,7 @@ std::vector<Request> stationAround()
             .soak({1, -1, -2})
             .kvoctl("viewer status-line", {kHere, "1", "2", "Hello"})
             .wire("`setStatusline=`*station*`,`*number*`,`*number*`,`*text*", "`ok`, `failed`",
-                  "the station stands first here; the text is the rest of the line")
+                  "the station comes first; the text is the rest of the line")
             .python("Panel.set_statusline"),
 
         CATALOGUE_REQUEST(KVO_HWS_rebootKVO, "set reboot")
@@ -38,7 +38,7 @@ std::vector<Request> stationAround()
             .kvoctl("viewer active", {kHere})
             .shows("active", "yes\n", R"({"active": true})")
             .shows("not active", "no\n", R"({"active": false})", 1)
-            .wire("`isViewerActive=`*station*", "`active`, `not active`, `failed`", "whether it runs")
+            .wire("`isViewerActive=`*station*", "`active`, `not active`, `failed`", "whether the viewer is running")
             .python("Panel.is_viewer_active"),
 
         CATALOGUE_REQUEST(KVO_HWS_setActivateMe, "activate me")
@@ -48,7 +48,7 @@ std::vector<Request> stationAround()
             .soak({1, 0, -1, -2})
             .kvoctl("viewer activate-me", {kHere})
             .wire("`activateMe=`*station*", "`ok`, `busy`, `failed`",
-                  "gives the station the focus; `busy` while another one has just got it")
+                  "gives the station the focus; `busy` if another station has just received it")
             .python("Panel.activate"),
     };
 }
@@ -56,7 +56,7 @@ std::vector<Request> stationAround()
 std::vector<Request> startAndStop()
 {
     return {
-        // The null check says "set start viewer", everything else "start viewer".
+        // The message of the null check begins with "set start viewer", all others with "start viewer".
         CATALOGUE_REQUEST(KVO_HWS_setStartViewer, "start viewer")
             .asks("startViewer=\"a:b:c\" 0A000005", {station, "a", "b", "c"})
             .on("ok", 1)
@@ -66,7 +66,7 @@ std::vector<Request> startAndStop()
             .nullPointer({station, "a", "b", nullptr}, "set start viewer")
             .kvoctl("viewer start", {kHere, "a", "b", "c"})
             .wire("`startViewer=\"`*server*`:`*display*`:`*options*`\" `*station*", "`ok`, `busy`, `failed`",
-                  "starts the viewer; `busy` while one runs or somebody else operates it")
+                  "starts the viewer; `busy` while one is running or another user operates it")
             .python("Panel.start_viewer"),
 
         CATALOGUE_REQUEST(KVO_HWS_startConfiguredViewer, "start configured viewer")
@@ -88,7 +88,7 @@ std::vector<Request> startAndStop()
             .unknown("not running ")
             .soak({1, 0, -1, -2})
             .kvoctl("viewer stop", {kHere})
-            .wire("`stopViewer=`*station*", "`ok`, `not running`, `failed`", "stops the viewer, and clears the status line")
+            .wire("`stopViewer=`*station*", "`ok`, `not running`, `failed`", "stops the viewer and clears the status line")
             .python("Panel.stop_viewer"),
 
         CATALOGUE_REQUEST(KVO_HWS_setStopViewerPreempt, "stop viewer preempt")
@@ -105,18 +105,18 @@ std::vector<Request> startAndStop()
             .on("not running", 0)
             .kvoctl("viewer stop", {kHere, "--no-clean"})
             .wire("`stopViewerNoClean=`*station*", "`ok`, `not running`, `failed`",
-                  "stops the viewer, and leaves the status line")
+                  "stops the viewer and keeps the status line")
             .python("Panel.stop_viewer_no_clean"),
     };
 }
 
-/// Two buffers of 2048 bytes, of which the caller says that they have so many.
+/// Two buffers of 2048 bytes, and the sizes that are passed for them.
 Arguments serverOf(uint32_t server, uint32_t display)
 {
     return {station, room(2048), inOut(server), room(2048), inOut(display)};
 }
 
-// The one reply with two parts.
+// The only reply with two parts.
 Request currentServer()
 {
     const std::string longest(1024, 's');
@@ -163,7 +163,8 @@ Request currentServer()
         .kvoctl("viewer server", {kHere})
         .shows("vncserver=10.0.0.7:3", "server   10.0.0.7\ndisplay  3\n", R"({"server": "10.0.0.7", "display": "3"})")
         .shows("vncserver=:", "server\ndisplay\n", R"({"server": "", "display": ""})")
-        .wire("`getCurServer=`*station*", "`vncserver=`*server*`:`*display*, `none`, `failed`", "what it shows")
+        .wire("`getCurServer=`*station*", "`vncserver=`*server*`:`*display*, `none`, `failed`",
+              "the server and display that the viewer shows")
         .python("Panel.get_current_server");
 }
 

@@ -1,4 +1,4 @@
-// The remote-display viewer of a station, and the station around it.
+// The remote-display viewer of a station, its status line, focus and reboot.
 #include <kvo_hws/requests.h>
 
 #include "service/request.h"

@@ -91,7 +91,7 @@ KVO_HWS_API int32_t KVO_HWS_getKVOCurrentListFromRegistry(KvoDescription *list, 
 
 /** @} */
 
-/** @defgroup kvo_hws_viewer The viewer of a station, and the station around it
+/** @defgroup kvo_hws_viewer Viewer, status line, focus and reboot of a station
  *  @{
  */
 

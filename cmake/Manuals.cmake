@@ -13,7 +13,7 @@ if(KVO_BUILD_MANUALS)
     message(FATAL_ERROR "The manuals need doxygen and python3: scripts/setup.sh manuals installs them")
   endif()
   if(NOT TARGET kvoctl OR NOT TARGET kvosim)
-    message(FATAL_ERROR "The manuals need the tools, which tell their commands: leave KVO_BUILD_TOOLS and KVO_BUILD_KVOCTL on, or "
+    message(FATAL_ERROR "The manuals describe the commands of the tools: leave KVO_BUILD_TOOLS and KVO_BUILD_KVOCTL on, or "
       "switch KVO_BUILD_MANUALS off as well")
   endif()
 

@@ -1,6 +1,6 @@
-"""Lists the lines that no test has run, with the reasons in coverage-explained.txt beside this file.
+"""Lists the lines that no test runs, with the reasons from coverage-explained.txt in the same directory.
 
-Usage: coverage_explained.py ROOT GCOVR_JSON. Fails where a line has no reason, or a reason no line.
+Usage: coverage_explained.py ROOT GCOVR_JSON. Fails if a line has no reason, or if a reason has no line.
 """
 
 import json
@@ -29,7 +29,7 @@ def read_explanations(path):
 
 
 def uncovered_lines(root, measured):
-    """File, number, text, and the code up to and with that line."""
+    """File, number, text, and the code up to and including that line."""
     for file in measured["files"]:
         source = (root / file["file"]).read_text().splitlines()
         for line in file["lines"]:
@@ -50,7 +50,7 @@ def main():
         print(f"{file}:{number}: {text}\n    {reasons.get(entry) or 'NOT EXPLAINED'}")
     stale = [entry for entry in reasons if entry not in used]
     for file, code in stale:
-        print(f"{file}: \"{code}\" is explained, but no uncovered line any more")
+        print(f"{file}: \"{code}\" is explained, but is no longer an uncovered line")
     return 1 if unexplained or stale else 0
 
 

@@ -35,7 +35,7 @@ void applyDefaults() noexcept
     }
 }
 
-/// A "#" at the start of the line or behind a blank begins a comment; inside a word it is part of the value.
+/// A "#" at the start of the line or after a blank begins a comment; inside a word it is part of the value.
 std::string_view withoutComment(std::string_view line) noexcept
 {
     for (auto hash = line.find('#'); hash != std::string_view::npos; hash = line.find('#', hash + 1)) {
@@ -86,7 +86,7 @@ int read_conf(void *block[4]) noexcept
         applyDefaults();
         return block == nullptr || block[0] == nullptr ? -1 : applyFile(static_cast<const char *>(block[0]));
     } catch (...) {
-        return -1;  // out of memory, or a line that does not fit in it
+        return -1;  // out of memory, also for a very long line
     }
 }
 

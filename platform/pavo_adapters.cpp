@@ -58,7 +58,7 @@ Adapter readAdapter(std::string_view interface) noexcept
     return adapter;
 }
 
-// The adapter cache, which all threads share under this lock.
+// The adapter cache, which all threads share; cacheLock protects it.
 std::mutex cacheLock;
 std::array<char, IF_NAMESIZE> selected{};
 Adapter cached;

@@ -1,4 +1,4 @@
-// libpavo.so.1: platform texts, clock and thread numbers, on any Linux host.
+// libpavo.so.1: platform texts, clock and thread ids, on any Linux host.
 #include <kvo_hws/platform.h>
 
 #include <cstdlib>
@@ -12,7 +12,7 @@
 
 namespace {
 
-/// The interface that a panel would call its internal one. Its name stays valid: interfaces are few, and the answer is kept.
+/// The interface that replaces a panel's internal one. The name stays valid, because it is stored in a static variable.
 const char *defaultInterface() noexcept
 {
     static char name[IF_NAMESIZE] = "lo";
@@ -43,7 +43,7 @@ const char *libpavo_getMetric(unsigned long id) noexcept
         if (chosen != nullptr) {
             return chosen;
         }
-        // Chosen once: whoever was given the name may keep it.
+        // Chosen once, because callers may keep the pointer.
         static const char *const found = defaultInterface();
         return found;
     }

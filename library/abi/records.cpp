@@ -1,6 +1,6 @@
-// What programs were compiled with: where the members of the public records lie and how large they are, for programs of 64 bits and
-// of 32, and the values of the constants. A number of this table is changed for a new record or constant alone: where the compiler
-// complains, the header is what is wrong. No record holds an 8-byte number, which i386 would align to 4.
+// The binary interface that programs were compiled with: offsets and sizes of the members of the public records, for 64-bit and
+// 32-bit programs, and the values of the constants. Add rows only for new records and constants: if a check fails, correct the
+// header, not the number. No record has an 8-byte number, because i386 aligns such a member to 4 bytes.
 #include <kvo_hws/kvo_hws.h>
 #include <kvo_hws/platform.h>
 
@@ -12,13 +12,14 @@ constexpr std::size_t on64or32(std::size_t bits64, std::size_t bits32) { return 
 
 }  // namespace
 
-// The only way to have a member and its name.
+// Macros, because only they can use a member and its name.
 #define MEMBER(record, member, place, size)                                                                                    \
     static_assert(offsetof(record, member) == (place),                                                                         \
-                  #record "." #member " is not at " #place ", where programs look for it");                                    \
-    static_assert(sizeof(record::member) == (size), #record "." #member " has not the " #size " bytes that programs give it")
-#define SIZE(what, size) static_assert(sizeof(what) == (size), #what " has not the " #size " bytes that programs give it")
-#define VALUE(name, value) static_assert((name) == (value), #name " is not " #value ", which programs were compiled with")
+                  #record "." #member " is not at offset " #place ", where programs expect it");                               \
+    static_assert(sizeof(record::member) == (size),                                                                            \
+                  #record "." #member " does not have the " #size " bytes that programs expect")
+#define SIZE(what, size) static_assert(sizeof(what) == (size), #what " does not have the " #size " bytes that programs expect")
+#define VALUE(name, value) static_assert((name) == (value), #name " is not " #value ", the value that programs expect")
 
 MEMBER(KvoTimeval, tv_sec, 0, 4);
 MEMBER(KvoTimeval, tv_usec, 4, 4);
@@ -222,7 +223,7 @@ MEMBER(HwsCommand, keyword, 0, on64or32(8, 4));
 MEMBER(HwsCommand, handler, on64or32(8, 4), on64or32(8, 4));
 SIZE(HwsCommand, on64or32(16, 8));
 
-// Variables that programs copy at their start, or index.
+// Variables that programs copy at program start or index.
 SIZE(gScreenOnFocus, 261);
 SIZE(gHostname, 260);
 SIZE(gFocusName, 260);

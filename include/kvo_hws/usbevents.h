@@ -45,12 +45,11 @@ enum UsbEventCode {
     USB_EVENT_DEACTIVATED = 2, /**< final code: closed, or taken over by another program */
     USB_EVENT_BEGIN = 3,       /**< activation or deactivation begins */
 
-    USB_EVENT_NEW_DEVICE = 10, /**< payload: device; older callback: UsbDeviceV1 */
-    USB_EVENT_REMOVED = 11,    /**< payload: removed; older callback: UsbRemoveInfo in an area of 264 bytes */
-    USB_EVENT_STATE = 13,      /**< payload: state; not sent to the older callback */
-    USB_EVENT_DEVICE_REFUSED =
-        14, /**< payload: device, with text8 and number3 instead of text6, text7 and flagWord; not sent to
-                                        the older callback */
+    USB_EVENT_NEW_DEVICE = 10,     /**< payload: device; older callback: UsbDeviceV1 */
+    USB_EVENT_REMOVED = 11,        /**< payload: removed; older callback: UsbRemoveInfo in an area of 264 bytes */
+    USB_EVENT_STATE = 13,          /**< payload: state; not sent to the older callback */
+    USB_EVENT_DEVICE_REFUSED = 14, /**< payload: device, with text8 and number3 instead of text6, text7 and flagWord; not sent
+                                        to the older callback */
 
     USB_EVENT_SERVER_FAILED = 100, /**< final code: the old server could not be stopped, or the new one could not be started */
     USB_EVENT_REFUSED = 101,       /**< final code: the service did not reply "ok" */

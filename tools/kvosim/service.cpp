@@ -121,8 +121,8 @@ Reply Service::exchange(std::string_view request)
 
 void Service::handleDatagram(std::string_view datagram)
 {
-    const bool taken = applyUsbLock(plant_, datagram);
-    report("datagram " + printable(datagram) + (taken ? "" : " (ignored)"));
+    const bool isApplied = applyUsbLock(plant_, datagram);
+    report("datagram " + printable(datagram) + (isApplied ? "" : " (ignored)"));
 }
 
 }  // namespace kvosim

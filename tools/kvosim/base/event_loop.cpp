@@ -35,10 +35,10 @@ EventLoop::EventLoop() : poll_(epoll_create1(EPOLL_CLOEXEC)), wake_(eventfd(0, E
     watch(wake_.get(), EPOLLIN, [this](uint32_t) { stopped_ = true; });
 }
 
-void EventLoop::watch(int fd, uint32_t events, Callback reaction)
+void EventLoop::watch(int fd, uint32_t events, Callback callback)
 {
     control(poll_.get(), EPOLL_CTL_ADD, fd, events);
-    callbacks_[fd] = std::make_shared<Callback>(std::move(reaction));
+    callbacks_[fd] = std::make_shared<Callback>(std::move(callback));
 }
 
 void EventLoop::change(int fd, uint32_t events) { control(poll_.get(), EPOLL_CTL_MOD, fd, events); }
@@ -67,8 +67,8 @@ void EventLoop::run()
             // An earlier callback of this round may have removed the descriptor.
             const auto found = callbacks_.find(event.data.fd);
             if (found != callbacks_.end()) {
-                const std::shared_ptr<Callback> reaction = found->second;
-                (*reaction)(event.events);
+                const std::shared_ptr<Callback> callback = found->second;
+                (*callback)(event.events);
             }
         }
         runDueActions();

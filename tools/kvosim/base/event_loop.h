@@ -21,9 +21,9 @@ public:
     EventLoop(const EventLoop &) = delete;
     EventLoop &operator=(const EventLoop &) = delete;
 
-    /// Calls @p reaction whenever one of @p events (EPOLLIN, EPOLLOUT) occurs on @p fd, until forget() is called. Errors and
+    /// Calls @p callback whenever one of @p events (EPOLLIN, EPOLLOUT) occurs on @p fd, until forget() is called. Errors and
     /// hang-ups are always reported.
-    void watch(int fd, uint32_t events, Callback reaction);
+    void watch(int fd, uint32_t events, Callback callback);
     /// Waits for other events of a watched descriptor.
     void change(int fd, uint32_t events);
     /// Stops watching @p fd. Call it before the descriptor is closed. A callback may call it for its own descriptor.

@@ -7,7 +7,7 @@
 
 namespace kvosim {
 
-Signals::Signals(EventLoop &loop, std::initializer_list<int> numbers, Callback reaction) : loop_(loop)
+Signals::Signals(EventLoop &loop, std::initializer_list<int> numbers, Callback callback) : loop_(loop)
 {
     sigset_t set;
     sigemptyset(&set);
@@ -19,10 +19,10 @@ Signals::Signals(EventLoop &loop, std::initializer_list<int> numbers, Callback r
     if (!fd_.valid()) {
         throw std::system_error(errno, std::generic_category(), "signalfd");
     }
-    loop_.watch(fd_.get(), EPOLLIN, [fd = fd_.get(), reaction = std::move(reaction)](uint32_t) {
+    loop_.watch(fd_.get(), EPOLLIN, [fd = fd_.get(), callback = std::move(callback)](uint32_t) {
         signalfd_siginfo signal{};
         while (read(fd, &signal, sizeof signal) == static_cast<ssize_t>(sizeof signal)) {
-            reaction(signal);
+            callback(signal);
         }
     });
 }

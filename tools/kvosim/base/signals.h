@@ -16,7 +16,7 @@ class Signals {
 public:
     using Callback = std::function<void(const signalfd_siginfo &signal)>;
 
-    Signals(EventLoop &loop, std::initializer_list<int> numbers, Callback reaction);
+    Signals(EventLoop &loop, std::initializer_list<int> numbers, Callback callback);
     Signals(const Signals &) = delete;
     Signals &operator=(const Signals &) = delete;
     ~Signals();

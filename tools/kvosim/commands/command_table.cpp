@@ -34,7 +34,7 @@ Value valueOf(const StationKey &key, std::string_view text)
 
 }  // namespace
 
-std::optional<Station> reachable(Plant &plant, uint32_t number)
+std::optional<Station> findReachable(Plant &plant, uint32_t number)
 {
     const auto direct = plant.findStation(number);
     // Agents send an address as inet_aton stores it, lowest byte first: 0500000A for 10.0.0.5.
@@ -54,12 +54,12 @@ Handler onStation(StationHandler handle)
             return kFailed;
         }
         values.remove_suffix(values.empty() ? 0 : 1);
-        const auto station = reachable(context.plant, *address);
+        const auto station = findReachable(context.plant, *address);
         return station ? handle({context, *station, values}) : kFailed;
     };
 }
 
-Handler onStationAlone(StationHandler handle)
+Handler onStationOnly(StationHandler handle)
 {
     return onStation(
         [handle = std::move(handle)](const StationCall &call) { return call.values.empty() ? handle(call) : kFailed; });
@@ -75,7 +75,7 @@ Handler sets(std::string_view key, Quotes quotes)
 
 Handler returns(std::string_view prefix, std::string_view key, Form form)
 {
-    return onStationAlone([prefix, &key = stationKey(key), form](const StationCall &call) {
+    return onStationOnly([prefix, &key = stationKey(key), form](const StationCall &call) {
         const std::string value = format(read(key, call.station), form);
         const bool hasNoValue = std::holds_alternative<NumberKey>(key.kind) && value == kNoValue;
         return hasNoValue ? value : std::string(prefix) + value;

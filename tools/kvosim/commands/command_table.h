@@ -48,12 +48,12 @@ using StationHandler = std::function<std::string(const StationCall &call)>;
 
 /// The station for a number that a client sent; nothing if no such station exists or it is rebooting. The number is the address
 /// with its bytes in either order (docs/command-protocol.md). If both orders match a station, the unswapped number counts.
-std::optional<Station> reachable(Plant &plant, uint32_t number);
+std::optional<Station> findReachable(Plant &plant, uint32_t number);
 
 /// A command for one station. The station comes last; if values precede it, a space separates them.
 Handler onStation(StationHandler handle);
 /// The same, for a command without values.
-Handler onStationAlone(StationHandler handle);
+Handler onStationOnly(StationHandler handle);
 
 enum class Quotes { without, around };
 

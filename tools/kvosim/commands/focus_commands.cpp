@@ -14,7 +14,7 @@ std::span<const Command> focusCommands()
         {"getKVOt2m2n=", returns("", "t2m2n")},  // the whole reply is the text
         {"setChannelInfo=", sets("channel_info", Quotes::around)},
         {"getChannelInfo=", returns("channel-info=", "channel_info")},
-        {"deleteChannelInfo=", onStationAlone([](const StationCall &call) {
+        {"deleteChannelInfo=", onStationOnly([](const StationCall &call) {
              call.panel().channelInfo.clear();
              return kOk;
          })},

@@ -64,10 +64,10 @@ std::string invalidateTouch(const StationCall &call)
 std::span<const Command> inputCommands()
 {
     static const Command rows[] = {
-        {"showInputDevice=", onStationAlone(showInputDevice)},
-        {"getCalibParam=", onStationAlone(getCalibParam)},
+        {"showInputDevice=", onStationOnly(showInputDevice)},
+        {"getCalibParam=", onStationOnly(getCalibParam)},
         {"setCalibParam=", onStation(setCalibParam)},
-        {"invalidateTouch=", onStationAlone(invalidateTouch)},
+        {"invalidateTouch=", onStationOnly(invalidateTouch)},
         {"showDPI=", returns("dpi=", "dpi")},
     };
     return rows;

@@ -38,7 +38,7 @@ std::string listClients(ServiceContext &context, std::string_view arguments)
 /// The description contains the number from the request: the client keeps using it, in its own byte order.
 std::string describe(Plant &plant, uint32_t number)
 {
-    const auto station = reachable(plant, number);
+    const auto station = findReachable(plant, number);
     if (!station) {
         return kNotFound;
     }

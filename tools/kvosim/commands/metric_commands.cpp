@@ -17,7 +17,7 @@ std::string isMarovantiPanel(ServiceContext &context, std::string_view argument)
     if (!address) {
         return kFailed;
     }
-    const auto station = reachable(context.plant, *address);
+    const auto station = findReachable(context.plant, *address);
     return station ? "is-Marovanti-Panel=" + std::to_string(station->panel.marovanti) : kNotFound;
 }
 
@@ -26,7 +26,7 @@ std::string isMarovantiPanel(ServiceContext &context, std::string_view argument)
 std::span<const Command> metricCommands()
 {
     static const Command rows[] = {
-        {"getPaneOemLayout=", onStationAlone(getOemLayout)},  // the misspelling is part of the protocol
+        {"getPaneOemLayout=", onStationOnly(getOemLayout)},  // the misspelling is part of the protocol
         {"getSoftkeyType=", returns("softkey-type=", "softkey_type", Form::hexadecimal)},
         {"getKeyBoardCaps=", returns("keyboard-caps=", "keyboard_caps", Form::hexadecimal)},
         {"getHardwareCaps=", returns("hardware-caps=", "hardware_caps", Form::hexadecimal)},

@@ -76,7 +76,7 @@ bool applyUsbLock(Plant &plant, std::string_view datagram)
     }
     const std::string lock = std::to_string(*firstNumber) + ':' + std::to_string(*secondNumber);
     if (*address != 0) {
-        const auto station = reachable(plant, *address);
+        const auto station = findReachable(plant, *address);
         return station && assign(stationKey("usb_lock"), *station, lock).empty();
     }
     for (Panel &panel : plant.panels()) {
@@ -90,7 +90,7 @@ std::span<const Command> usbCommands()
     static const Command rows[] = {
         {"getUsbLock=", returns("usb-lock=", "usb_lock")},
         {"getUsbConnectorList", getConnectors},
-        {"getUsbConnectorListOne=", onStationAlone(getConnectorsOfOne)},
+        {"getUsbConnectorListOne=", onStationOnly(getConnectorsOfOne)},
         {"activateUSBEvents", activateEvents},
         {"deactivateUSBEvents", deactivateEvents},
         {"isUSBEventsActivated", areEventsActivated},

@@ -106,7 +106,7 @@ std::string setStatusline(ServiceContext &context, std::string_view arguments)
     const auto value1 = number(first);
     const auto value2 = number(more.substr(0, comma));
     const auto named = eightDigits(address);
-    const auto station = named ? reachable(context.plant, *named) : std::nullopt;
+    const auto station = named ? findReachable(context.plant, *named) : std::nullopt;
     if (!station || !value1 || !value2 || comma == std::string_view::npos ||
         !assign(stationKey("status_line"), *station, std::string(more.substr(comma + 1))).empty()) {
         return kFailed;
@@ -123,13 +123,13 @@ std::span<const Command> viewerCommands()
     static const Command rows[] = {
         {"startViewer=", onStation(startViewer)},
         {"startConfiguredViewer=", onStation(startConfiguredViewer)},
-        {"stopViewer=", onStationAlone(stopViewer<Cleanup::full>)},
-        {"stopViewerPreempt=", onStationAlone(stopViewer<Cleanup::full>)},
-        {"stopViewerNoClean=", onStationAlone(stopViewer<Cleanup::none>)},
-        {"isViewerActive=", onStationAlone(isViewerActive)},
-        {"getCurServer=", onStationAlone(getCurServer)},
-        {"activateMe=", onStationAlone(activateMe)},
-        {"reboot=", onStationAlone(reboot)},
+        {"stopViewer=", onStationOnly(stopViewer<Cleanup::full>)},
+        {"stopViewerPreempt=", onStationOnly(stopViewer<Cleanup::full>)},
+        {"stopViewerNoClean=", onStationOnly(stopViewer<Cleanup::none>)},
+        {"isViewerActive=", onStationOnly(isViewerActive)},
+        {"getCurServer=", onStationOnly(getCurServer)},
+        {"activateMe=", onStationOnly(activateMe)},
+        {"reboot=", onStationOnly(reboot)},
         {"setStatusline=", setStatusline},
     };
     return rows;

@@ -19,7 +19,7 @@ struct RemoteCall {
 
     [[nodiscard]] std::string text(const char *key) const { return request.at(key).get<std::string>(); }
     [[nodiscard]] RemoteSession &session() const { return remote.session(countOf(request, "session")); }
-    [[nodiscard]] std::chrono::milliseconds wait(const char *key) const
+    [[nodiscard]] std::chrono::milliseconds milliseconds(const char *key) const
     {
         const uint32_t time = countOf(request, key);
         if (time > kLongestTimeout) {
@@ -52,7 +52,7 @@ Reply ask(const RemoteCall &call)
         }
         request.insert(0, tag);
     }
-    call.session().ask(request, tagging, call.wait("patience_ms"), [caller = call.caller](const auto &answer) {
+    call.session().ask(request, tagging, call.milliseconds("patience_ms"), [caller = call.caller](const auto &answer) {
         caller.reply(lineOf(answer.reply ? tools::Json{{"reply", *answer.reply}} : tools::Json{{"could_not", answer.failure}}));
     });
     return Reply::Mode::later;
@@ -85,7 +85,7 @@ Reply close(const RemoteCall &call)
 {
     const auto ending = call.request.value("reset", false) ? RemoteSession::Ending::reset : RemoteSession::Ending::end;
     if (call.request.contains("away_ms")) {
-        call.session().closePort(ending, call.wait("away_ms"));
+        call.session().closePort(ending, call.milliseconds("away_ms"));
     } else {
         call.session().close(ending);
     }
@@ -110,7 +110,7 @@ tools::Json jsonOf(const RemoteSide::LogPage &page)
 
 Reply readLog(const RemoteCall &call)
 {
-    RemoteSide::LogQuery query{.after = call.request.value("after", uint64_t{0}), .wait = call.wait("wait_ms")};
+    RemoteSide::LogQuery query{.after = call.request.value("after", uint64_t{0}), .wait = call.milliseconds("wait_ms")};
     if (call.request.contains("session")) {
         query.session = call.session().number();
     }

@@ -15,8 +15,8 @@ bool isTransient() noexcept { return errno == EAGAIN || errno == EWOULDBLOCK || 
 
 }  // namespace
 
-Stream::Stream(EventLoop &loop, tools::Descriptor socket, std::size_t capacity, Callbacks reactions)
-    : loop_(loop), socket_(std::move(socket)), capacity_(capacity), callbacks_(std::move(reactions))
+Stream::Stream(EventLoop &loop, tools::Descriptor socket, std::size_t capacity, Callbacks callbacks)
+    : loop_(loop), socket_(std::move(socket)), capacity_(capacity), callbacks_(std::move(callbacks))
 {
     loop_.watch(socket_.get(), EPOLLIN, [this](uint32_t events) { react(events); });
 }

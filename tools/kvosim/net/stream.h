@@ -19,7 +19,7 @@ public:
 
     /// @p capacity is the number of bytes that may wait to be written. @p loop must outlive this object. The destructor closes
     /// the connection.
-    Stream(EventLoop &loop, tools::Descriptor socket, std::size_t capacity, Callbacks reactions);
+    Stream(EventLoop &loop, tools::Descriptor socket, std::size_t capacity, Callbacks callbacks);
     Stream(const Stream &) = delete;
     Stream &operator=(const Stream &) = delete;
     ~Stream();

@@ -60,7 +60,7 @@ const Fault *Faults::strike(std::string_view keyword)
         }
     }
     if (first != nullptr) {
-        first->struck();
+        first->countStrike();
     }
     return first;
 }

@@ -40,7 +40,7 @@ public:
     /// Counts the request if the fault applies to its command. Returns whether the fault strikes.
     bool strikes(std::string_view keyword);
     /// Counts a request as struck.
-    void struck() { ++struck_; }
+    void countStrike() { ++struck_; }
 
     [[nodiscard]] FaultKind kind() const noexcept { return kind_; }
     [[nodiscard]] std::chrono::milliseconds delay() const noexcept

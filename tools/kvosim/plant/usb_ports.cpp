@@ -13,12 +13,12 @@ namespace {
 
 using Devices = std::vector<UsbDevice>;
 
-std::string idents(const UsbDevice &device) { return ident2Of(device) + '*' + ident3Of(device); }
+std::string identsOf(const UsbDevice &device) { return ident2Of(device) + '*' + ident3Of(device); }
 
 /// The quoted identifiers of the devices, separated by commas.
-std::string listed(const Devices &devices)
+std::string listOf(const Devices &devices)
 {
-    const auto quoted = [](const UsbDevice &device) { return '"' + idents(device) + '"'; };
+    const auto quoted = [](const UsbDevice &device) { return '"' + identsOf(device) + '"'; };
     return devices.empty() ? "nothing" : tools::join(devices, ", ", quoted);
 }
 
@@ -34,15 +34,15 @@ Devices::iterator find(const Station &station, const std::string &wanted)
 {
     Devices &devices = station.panel.usbDevices;
     const auto matches = [&wanted](const UsbDevice &device) {
-        return ident2Of(device) == wanted || ident3Of(device) == wanted || idents(device) == wanted;
+        return ident2Of(device) == wanted || ident3Of(device) == wanted || identsOf(device) == wanted;
     };
     const auto found = std::find_if(devices.begin(), devices.end(), matches);
     const std::string what = '"' + wanted + "\" at " + tools::dotted(station.entry.address);
     if (found == devices.end()) {
-        throw tools::Refused("no device " + what + "; plugged in there: " + listed(devices));
+        throw tools::Refused("no device " + what + "; plugged in there: " + listOf(devices));
     }
     if (std::find_if(found + 1, devices.end(), matches) != devices.end()) {
-        throw tools::Refused("several devices match " + what + "; write one of " + listed(devices));
+        throw tools::Refused("several devices match " + what + "; write one of " + listOf(devices));
     }
     return found;
 }
@@ -65,7 +65,7 @@ UsbNotification plug(const Station &station, const UsbDevice &device)
     checkUp(station);
     Devices &devices = station.panel.usbDevices;
     if (std::any_of(devices.begin(), devices.end(), [&](const UsbDevice &other) { return sameIdents(device, other); })) {
-        throw tools::Refused("a device \"" + idents(device) + "\" is already plugged in at " +
+        throw tools::Refused("a device \"" + identsOf(device) + "\" is already plugged in at " +
                              tools::dotted(station.entry.address) + "; use another ident2 or ident3");
     }
     if (usbLocked(station.panel)) {

@@ -255,7 +255,7 @@ void addServiceOptions(CLI::App &command, Options &options)
 }
 
 /// Removes the words after "--" from the arguments of "run" and returns them: they are the command, and are not parsed here.
-std::vector<std::string> takeCommand(std::vector<std::string> &arguments)
+std::vector<std::string> extractCommand(std::vector<std::string> &arguments)
 {
     if (arguments.empty() || arguments.front() != "run") {
         return {};
@@ -327,7 +327,7 @@ int runMain(const std::vector<std::string> &arguments)
     }
     try {
         std::vector<std::string> remaining = tools::command_line::withoutHelpCommand(arguments);
-        options.command = takeCommand(remaining);
+        options.command = extractCommand(remaining);
         std::reverse(remaining.begin(), remaining.end());  // CLI11 expects them in reverse order
         app.parse(remaining);
     } catch (const CLI::ParseError &error) {

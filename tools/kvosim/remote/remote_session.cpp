@@ -84,7 +84,7 @@ void RemoteSession::connect(tools::Descriptor connection)
 void RemoteSession::disconnect(const std::string &reason)
 {
     if (lines_.hasUnterminatedNone()) {
-        take(lines_.takeUnterminatedNone());
+        handleLine(lines_.takeUnterminatedNone());
     }
     lines_ = {};
     stream_.reset();
@@ -110,22 +110,22 @@ void RemoteSession::receive(std::string_view piece)
             }
             return;
         }
-        take(*line);
+        handleLine(*line);
     }
     disconnect("the agent has sent a line longer than " + std::to_string(kLongestAgentLine) + " bytes");
 }
 
-void RemoteSession::take(const AgentLine &line)
+void RemoteSession::handleLine(const AgentLine &line)
 {
     if (!indicationOf(line.text).empty()) {
         record(RemoteRecord::Kind::indication, line.text);
         return;
     }
-    takeReply(line);
+    handleReply(line);
 }
 
 /// An agent replies in order: when a reply comes, all earlier requests without a reply have failed.
-void RemoteSession::takeReply(const AgentLine &line)
+void RemoteSession::handleReply(const AgentLine &line)
 {
     const std::string_view tag = tagOf(line.text);
     const auto tagged = [](std::string_view wanted) { return [wanted](const PendingRequest &r) { return r.tag == wanted; }; };
@@ -172,16 +172,16 @@ void RemoteSession::ask(std::string_view request, Tagging tagging, std::chrono::
         pending.stripTag = true;
         line = nextTag() + line;
     }
-    put(line, std::move(pending));
+    sendRequest(line, std::move(pending));
     onWaiting_();
 }
 
-void RemoteSession::send(std::string_view request) { put(request, {}); }
+void RemoteSession::send(std::string_view request) { sendRequest(request, {}); }
 
-void RemoteSession::put(std::string_view request, PendingRequest pending)
+void RemoteSession::sendRequest(std::string_view request, PendingRequest pending)
 {
     checkRequest(request);
-    static_cast<void>(agent());
+    static_cast<void>(connectedAgent());
     discardAbandonedRequests();
     pending.tag = tagOf(request);
     pending.unterminatedReply = mayReplyUnterminated(request.substr(pending.tag.size()));
@@ -198,7 +198,7 @@ void RemoteSession::sendRaw(std::string_view bytes)
 
 void RemoteSession::write(std::string_view bytes)
 {
-    if (!agent().write(bytes)) {
+    if (!connectedAgent().write(bytes)) {
         throw tools::CouldNot("the agent of session " + std::to_string(number_) +
                               " does not read: earlier data is still waiting, or the connection is closing");
     }
@@ -222,9 +222,9 @@ void RemoteSession::discardAbandonedRequests()
 void RemoteSession::close(Ending ending)
 {
     if (ending == Ending::reset) {
-        agent().resetWhenClosed();
+        connectedAgent().resetWhenClosed();
     }
-    static_cast<void>(agent());
+    static_cast<void>(connectedAgent());
     disconnect(ending == Ending::reset ? "this side reset it on request" : "this side closed it on request");
 }
 
@@ -245,7 +245,7 @@ void RemoteSession::sweep(Clock::time_point now)
         reopenPort();
     }
     if (lines_.hasUnterminatedNone() && now - lastReceived_ >= kNoneTimeout) {
-        take(lines_.takeUnterminatedNone());
+        handleLine(lines_.takeUnterminatedNone());
     }
     for (PendingRequest &pending : pending_) {
         if (pending.onAnswer && pending.until <= now) {
@@ -286,7 +286,7 @@ std::string RemoteSession::nextTag()
     return tag.data();
 }
 
-Stream &RemoteSession::agent()
+Stream &RemoteSession::connectedAgent()
 {
     if (!stream_) {
         throw tools::CouldNot("no agent is connected in session " + std::to_string(number_) + " (port " +

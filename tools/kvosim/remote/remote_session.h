@@ -83,15 +83,15 @@ private:
     void connect(tools::Descriptor connection);
     void disconnect(const std::string &reason);
     void receive(std::string_view piece);
-    void take(const AgentLine &line);
-    void takeReply(const AgentLine &line);
+    void handleLine(const AgentLine &line);
+    void handleReply(const AgentLine &line);
     [[nodiscard]] std::string unterminatedReply() const;
-    void put(std::string_view request, PendingRequest pending);
+    void sendRequest(std::string_view request, PendingRequest pending);
     void write(std::string_view bytes);
     void discardAbandonedRequests();
     void record(RemoteRecord::Kind kind, std::string text, std::string note = {});
     [[nodiscard]] std::string nextTag();
-    [[nodiscard]] Stream &agent();
+    [[nodiscard]] Stream &connectedAgent();
 
     EventLoop &loop_;
     RemoteLog &log_;

@@ -45,7 +45,8 @@ std::vector<unsigned> parseSessions(const std::string &text)
 }
 
 RemoteSide::RemoteSide(EventLoop &loop, const RemoteOptions &options, std::function<void(std::string_view line)> report)
-    : loop_(loop), report_(std::move(report)), address_(options.address), log_([this](const auto &record) { added(record); })
+    : loop_(loop), report_(std::move(report)), address_(options.address),
+      log_([this](const auto &record) { onRecordAdded(record); })
 {
     for (const unsigned number : options.sessions) {
         sessions_.emplace_back(loop_, log_, number, addressOf(address_), [this] { sweepSoon(); });
@@ -89,7 +90,7 @@ RemoteSide::LogPage RemoteSide::readLog(const LogQuery &query) const
     return page;
 }
 
-void RemoteSide::added(const RemoteRecord &record)
+void RemoteSide::onRecordAdded(const RemoteRecord &record)
 {
     report_(lineOf(record.session, nameOf(record.kind), record.text, record.note));
     answerReaders([&record](const Reader &reader) {

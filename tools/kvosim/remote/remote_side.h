@@ -62,7 +62,7 @@ private:
         Read read;
     };
 
-    void added(const RemoteRecord &record);
+    void onRecordAdded(const RemoteRecord &record);
     void answerReaders(const std::function<bool(const Reader &reader)> &which);
     void sweepSoon();
 

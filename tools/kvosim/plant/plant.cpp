@@ -18,7 +18,7 @@ void Plant::add(const ConnectionEntry &station, Panel panel)
 {
     const std::size_t index = stations_.size();
     if (!byAddress_.emplace(station.address, index).second || !byName_.emplace(station.name, index).second) {
-        throw std::invalid_argument(std::string("a station's address and name must be its own: ") + station.name);
+        throw std::invalid_argument(std::string("a station's address and name must be unique: ") + station.name);
     }
     stations_.push_back(station);
     panels_.push_back(std::move(panel));

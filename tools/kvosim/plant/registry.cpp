@@ -27,7 +27,7 @@ std::filesystem::path createTemporaryDirectory()
 {
     std::string name = (std::filesystem::temp_directory_path() / "kvosim-XXXXXX").string();
     if (mkdtemp(name.data()) == nullptr) {
-        throw std::system_error(errno, std::generic_category(), "create a registry directory " + name);
+        throw std::system_error(errno, std::generic_category(), "cannot create the registry directory " + name);
     }
     return name;
 }

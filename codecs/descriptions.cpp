@@ -24,7 +24,7 @@ constexpr std::size_t kField = hex::kDigits + 1;  // the digits and the space af
 constexpr std::size_t kNameCapacity = sizeof(KvoDescription::name);
 constexpr std::size_t kLongestName = kNameCapacity - 1;
 constexpr uint32_t kPrefetchDistance = 16;  // elements
-constexpr std::size_t kShortName = 32;      // most names are shorter; a copy always has this many bytes
+constexpr std::size_t kShortName = 32;      // most names are shorter; a shorter name is copied as this many bytes
 
 // ---- Reading ----
 

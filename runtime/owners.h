@@ -1,4 +1,4 @@
-// Small owners: each resource is owned by an object whose destructor releases it.
+// RAII classes: each resource is owned by an object whose destructor releases it.
 #pragma once
 
 #include <cerrno>

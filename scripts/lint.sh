@@ -15,7 +15,7 @@ while [[ ${1-} =~ ^(phrases|analyze|check|tidy)$ ]]; do
     steps+=("$1")
     shift
 done
-[ ${#steps[@]} -gt 0 ] || steps=(analyze check tidy)
+[ ${#steps[@]} -gt 0 ] || steps=(phrases analyze check tidy)
 
 named=("$@")
 [ $# -gt 0 ] || set -- include runtime service codecs requests usbevents config agent platform catalogue tools examples

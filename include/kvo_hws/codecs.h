@@ -21,10 +21,10 @@
  *
  *  Numbers are upper-case hexadecimal: 8 digits; 4 digits for id1, id2 and number3; 2 digits and a space for each of the 64
  *  bytes. The reader splits fields like strtok, which skips empty fields. Therefore an empty text is sent as the 20 bytes
- *  "?$?\xA7?eEmMpPtTyY!\xA7!$!" (but not in the removal). The daemon defines the meaning of the fields.
+ *  "?$?\xA7?eEmMpPtTyY!\xA7!$!", except in the text of a removal. The daemon defines the meaning of the fields.
  *
- *  The functions take no lock, log nothing, have no state between calls, and allocate only the texts that the USB writers
- *  return. They may be called from any thread. Pointers must not be null unless stated otherwise.
+ *  The functions take no lock, log nothing and keep no state between calls. They allocate only the texts that the USB writers
+ *  return. Any thread may call them. Pointers must not be null unless stated otherwise.
  */
 #ifndef KVO_HWS_CODECS_H
 #define KVO_HWS_CODECS_H
@@ -75,7 +75,7 @@ typedef struct ConnectionEntry {
     uint32_t reservedTail[4];                                  /**< used only by the daemon */
 } ConnectionEntry;
 
-/** A connected client, in the daemon's form. The name is the first member on purpose, unlike in KvoClientEntry. */
+/** A connected client, in the daemon's form. Unlike in KvoClientEntry, the name is the first member; this is intended. */
 typedef struct ConnectionClientEntry {
     char name[260]; /**< null-terminated */
     uint32_t value; /**< the daemon's number for it */
@@ -84,8 +84,8 @@ typedef struct ConnectionClientEntry {
 /** @} */
 
 /** @defgroup kvo_hws_usb_texts USB event texts
- *  The daemon writes these texts, and the library reads them. Readers modify the text in place. A field that is too long is cut
- *  to the size of its member. Fields before an error are stored. Readers accept any keyword.
+ *  The daemon writes these texts, and the library reads them. The functions that read modify the text in place, accept any
+ *  keyword, and cut a field that is too long to the size of its member. After an error, the fields before it are stored.
  *  @{
  */
 
@@ -105,12 +105,12 @@ typedef struct UsbDeviceSource {
     char text7[40];       /**< text of a new device */
     uint8_t bytes[64];    /**< of a new device */
     uint32_t number2;     /**< number of the device */
-    uint32_t state;       /**< sent with a change of state; the flag word of a new device is set only if the state is 0 */
+    uint32_t state;       /**< sent with a change of state; if it is not 0, the flag word of a new device is 0 */
     char text8[80];       /**< of a refused device only */
     uint16_t number3;     /**< of a refused device only */
 } UsbDeviceSource;
 
-/** The daemon's flags for its callers; only the report bit is used here. */
+/** Flags of the daemon. This library uses only the report bit. */
 typedef struct UsbDaemonContext {
     uint8_t flags; /**< bit 0: report new devices */
 } UsbDaemonContext;
@@ -212,7 +212,9 @@ KVO_HWS_API int ConvertConElem2TextEx(const ConnectionEntry *entry, char *buffer
  *                GetCountKVODescriptionsFromText first
  *  @param text   the description text
  *  @return 1; -1 a number without a space after it, a name longer than 259 bytes, or the text ends early; the elements before
- *  the error are filled. A text that ends inside the last name is accepted; the name is the part that is present
+ *  the error are filled
+ *
+ *  If the text ends inside the last name, the function accepts it and stores the part of the name that is present.
  */
 KVO_HWS_API int ConvertText2KVODescriptionArray(uint32_t *count, KvoDescription *array, const char *text) KVO_HWS_NOEXCEPT;
 
@@ -246,22 +248,22 @@ KVO_HWS_API uint32_t GetCountKVODescriptionsFromText(const char *text) KVO_HWS_N
  *  @param device   the device
  *  @return the text, without a line feed and cut at 1023 characters; the caller frees it. Null if memory runs out
  *
- *  The flag word is 08000000 if the report bit is set and the device's state is 0, else 00000000. On purpose this is another
- *  bit than the one that is copied to UsbDeviceInfo::flagBits.
+ *  The flag word is 08000000 if the report bit is set and the device's state is 0, else 00000000. This bit is intentionally not
+ *  the one that the reader copies to UsbDeviceInfo::flagBits.
  */
 KVO_HWS_API char *ConvertUSBDeviceNew2Cmd(const UsbDaemonContext *context, const UsbDeviceSource *device) KVO_HWS_NOEXCEPT;
 
-/** Writes the text of a refused device; the result is as of ConvertUSBDeviceNew2Cmd. */
+/** Writes the text of a refused device. Returns the text as ConvertUSBDeviceNew2Cmd does. */
 KVO_HWS_API char *ConvertUSBDeviceIM2Cmd(const UsbDeviceSource *device) KVO_HWS_NOEXCEPT;
 
-/** Writes the text of a device that changed its state; the result is as of ConvertUSBDeviceNew2Cmd. */
+/** Writes the text of a device that changed its state. Returns the text as ConvertUSBDeviceNew2Cmd does. */
 KVO_HWS_API char *ConvertUSBDeviceCS2Cmd(const UsbDeviceSource *device) KVO_HWS_NOEXCEPT;
 
-/** Writes the text of a removed device; the result is as of ConvertUSBDeviceNew2Cmd.
+/** Writes the text of a removed device. Returns the text as ConvertUSBDeviceNew2Cmd does.
  *  @param station  its address is sent as ipAddress, its text as ident2
  *  @param extra    sent as ident3
  *
- *  Here empty texts stay empty. The reader rejects a text with an empty field.
+ *  This function sends empty texts as empty fields. The reader rejects a text with an empty field.
  */
 KVO_HWS_API char *ConvertUSBDeviceRemove2Cmd(const UsbStationRecord *station, const char *extra) KVO_HWS_NOEXCEPT;
 
@@ -272,8 +274,9 @@ KVO_HWS_API char *ConvertUSBDeviceRemove2Cmd(const UsbStationRecord *station, co
  *  text7, -9 number1, -11 number2, -20 flag word, -18 id1, -13 the byte block; malformed -10 number1, -19 number2, -17 flag
  *  word, -12 id1
  *
- *  The field after id1 is read as the byte block, as in the old format, which had no id2 before the block. With current texts
- *  the first byte is the low byte of id2, and no other byte is set. Old programs rely on this.
+ *  The function reads the field after id1 as the byte block, because the old format had no id2 before the block. In current
+ *  texts that field is id2. Therefore the first byte becomes the low byte of id2, and no other byte is set. Old programs rely
+ *  on this.
  */
 KVO_HWS_API int ConvertCmd2USBDeviceNew(UsbDeviceV1 *record, char *text) KVO_HWS_NOEXCEPT;
 
@@ -290,7 +293,7 @@ KVO_HWS_API int ConvertCmd2USBDeviceNM(UsbDeviceInfo *record, char *text) KVO_HW
  *  @return 1; else the first error: missing -1 keyword, -2 ipAddress, -3 ident2, -4 ident3, -5 text4, -6 text5, -7 text8, -8
  *  number1, -11 number2, -13 number3; malformed -10 number1, -12 number2, -14 number3
  *
- *  The members that only a new device has, flagBits and the upper half of flagWord, are unchanged.
+ *  Two members belong only to a new device and stay unchanged: flagBits, and the upper half of flagWord.
  */
 KVO_HWS_API int ConvertCmd2USBDeviceIM(UsbDeviceInfo *record, char *text) KVO_HWS_NOEXCEPT;
 

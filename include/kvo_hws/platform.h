@@ -1,6 +1,7 @@
 /** @file
- *  What the library imports from the panel's own two libraries, libpavo.so.1 and libdrak.so. The project contains stand-ins
- *  for both that work on any Linux host; on a panel the panel's own builds replace them at run time.
+ *  The functions and variables that the library imports from two libraries of the panel, libpavo.so.1 and libdrak.so. The
+ *  project contains a stand-in for each of them, which works on any Linux host. On a panel, programs use the panel's libraries
+ *  instead.
  */
 #ifndef KVO_HWS_PLATFORM_H
 #define KVO_HWS_PLATFORM_H
@@ -24,8 +25,9 @@ enum PlatformMetric {
 /** Reads a platform text.
  *  @return the text, which the platform owns; null if the platform does not define it
  *
- *  Stand-in: the interface is the environment variable KVO_PLATFORM_INTERFACE, else "eth0" if it exists, else the first
- *  interface that is up and is not a loopback, else "lo"; the configuration file is KVO_PLATFORM_CONFIG, else null.
+ *  The stand-in returns as the interface the environment variable KVO_PLATFORM_INTERFACE, else "eth0" if that interface exists,
+ *  else the first interface that is up and is not a loopback, else "lo". As the configuration file it returns the environment
+ *  variable KVO_PLATFORM_CONFIG, else null.
  */
 KVO_HWS_API const char *libpavo_getMetric(unsigned long id) KVO_HWS_NOEXCEPT;
 
@@ -48,8 +50,8 @@ KVO_HWS_API int getAdapterValuesDirect(int refresh) KVO_HWS_NOEXCEPT;
 /** The cached hardware address; zeros if the adapter has none. */
 KVO_HWS_API void getAdapterMacCache(uint8_t mac[6]) KVO_HWS_NOEXCEPT;
 
-/** The cached broadcast address as inet_aton stores it. Stand-in: for an adapter that cannot broadcast (the loopback) it is the
- *  adapter's own address, so that a datagram sent to it arrives.
+/** The cached broadcast address as inet_aton stores it. For an adapter that cannot broadcast (the loopback), the stand-in
+ *  returns the adapter's own address. A datagram to that address arrives.
  */
 KVO_HWS_API uint32_t getAdapterBroadcastCache(void) KVO_HWS_NOEXCEPT;
 
@@ -65,9 +67,9 @@ KVO_HWS_API unsigned long GetCurrentThreadId(void) KVO_HWS_NOEXCEPT;
  *  @{
  */
 
-/** One keyword of a configuration file; a row of six words. A table ends with a row whose key is empty or null. */
+/** One keyword of a configuration file; a row of six machine words. A table ends with a row whose key is empty or null. */
 typedef struct HwsKeyword {
-    const char *key;                                     /**< the key as spelt in the file */
+    const char *key;                                     /**< the key, as the file spells it */
     int (*reader)(const char *value, void *destination); /**< returns 1 if it accepts the value, else 0 */
     void *destination;                                   /**< passed to the reader unchanged */
     const char *defaultText;                             /**< null or empty: no default is applied */
@@ -75,21 +77,21 @@ typedef struct HwsKeyword {
     uintptr_t zero;                                      /**< used only by the platform */
 } HwsKeyword;
 
-/** The table that read_conf uses; the caller sets this pointer to its own table. */
+/** The table that read_conf uses. The caller of read_conf sets this pointer to its own table. */
 extern KVO_HWS_API HwsKeyword *keywords;
 
 /** Reads a configuration file with the table that keywords points to. First it applies the defaults in the order of the rows,
- *  then the lines of the file in their order. If several set the same member, the last one wins.
- *  @param block  block[0] is the file's name; the reader uses the other three words itself
+ *  then the lines of the file in their order. If several of them set the same variable, the last one wins.
+ *  @param block  block[0] is the file's name; read_conf uses the other three elements for itself
  *  @return 0; not 0 if the file could not be read (the defaults are applied nevertheless) or keywords is null
  *
- *  Stand-in: "key = value" lines; "#" at the beginning of a line or after a blank begins a comment; blanks around key and value
- *  are ignored, and so are unknown keys.
+ *  The stand-in reads lines of the form "key = value". A "#" at the beginning of a line or after a blank begins a comment. The
+ *  stand-in ignores blanks around the key and the value, and unknown keys.
  */
 KVO_HWS_API int read_conf(void *block[4]) KVO_HWS_NOEXCEPT;
 
-/** Reader for an interface name: stores a newly allocated copy of the text in a char * (the name is historic: it reads no
- *  number).
+/** Reader for an interface name: stores a newly allocated copy of the text in a char *. The name of this function is historic;
+ *  it does not read a number.
  *  @return 1; 0 out of memory
  */
 KVO_HWS_API int read_int(const char *value, void *destination) KVO_HWS_NOEXCEPT;

@@ -4,9 +4,12 @@
  *  header includes.
  *
  *  Common to all requests, and not repeated below:
- *  - Results: result.h. -2 means that no service answers at "/tmp/kvo_hws/cmd_sock"; -1 also covers a broken exchange.
+ *  - result.h explains the results. -2 means that no service answers at "/tmp/kvo_hws/cmd_sock". -1 also means a broken
+ *    exchange: for example, the service closed the connection, or no byte of the reply arrived for 4 s.
+ *  - Each comment shows the line that the function sends. There, "<station>" is the station's address in 8 hexadecimal
+ *    digits.
  *  - Messages go to the debug message channel (runtime.h) as "<label> - <reason>". The channel is off until
- *    KVO_HWS_activateDebugDLL is called.
+ *    KVO_HWS_activateDebugDLL is called. docs/troubleshooting.md lists the reasons.
  *  - A station is identified by its IPv4 address as a number: 0x0A000005 is 10.0.0.5.
  *  - The caller provides all buffers and arrays. The functions never return memory that the library allocated.
  *  - Any thread may call them. Only one request of a process runs at a time; a waiting request cannot be cancelled (kvo_hws.h).
@@ -27,13 +30,13 @@ KVO_HWS_BEGIN_DECLS
  */
 
 /** Reads the list of all stations that the daemon knows.
- *  @param list   receives the stations; the whole array is cleared before anything is sent
+ *  @param list   receives the stations; the function clears the whole array before it sends the request
  *  @param count  in: elements in @p list; out: elements filled, or the number required when the result is -3 (0xFFFFFFFF if
  *                that number does not fit in 32 bits); otherwise unchanged
  *  @return 1; -1 refused, malformed reply (elements before the error may be filled) or broken exchange; -2 no service; -3
  *  the array is too small; -7 a null pointer
  *
- *  Asks "getCountElemDL", then "getDLV2 <capacity>". Logged as "get KVO description list - " and "null pointer received",
+ *  Sends "getCountElemDL", then "getDLV2 <capacity>". Logged as "get KVO description list - " and "null pointer received",
  *  "can not send request (count)", "can not allocate memory", "error sending request (count)", "wrong count reply", "not
  *  enough memory (1)", "can not send request", "error sending request", "can not get count from reply", "not enough memory
  *  (2)" (the list grew between the two requests) or "can not get KVO list from reply".
@@ -41,49 +44,51 @@ KVO_HWS_BEGIN_DECLS
 KVO_HWS_API int32_t KVO_HWS_getDescriptionList(KvoDescription *list, uint32_t *count) KVO_HWS_NOEXCEPT;
 
 /** Reads the list of all stations with their extended attributes.
- *  @param list   receives the stations; cleared only after a list that fits has arrived. If null, only the number of stations
- *                is read
- *  @param count  in: elements in @p list; out: elements filled, or the number required when the result is -3, which is always
- *                the result for a null @p list
+ *  @param list   receives the stations; the function clears the array only after a list that fits has arrived. With null, it
+ *                reads only the number of stations
+ *  @param count  in: elements in @p list; out: elements filled, or the number required when the result is -3. With a null
+ *                @p list, -3 is the result of a successful call
  *  @return as KVO_HWS_getDescriptionList; -7 only for a null @p count
  *
- *  Asks "getCountElemDL_Ex", then "getDL_ExV2 <capacity>". Logged as "get KVO description list extended - " and the reasons
+ *  Sends "getCountElemDL_Ex", then "getDL_ExV2 <capacity>". Logged as "get KVO description list extended - " and the reasons
  *  of KVO_HWS_getDescriptionList.
  */
 KVO_HWS_API int32_t KVO_HWS_getDescriptionListEx(KvoDescriptionEx *list, uint32_t *count) KVO_HWS_NOEXCEPT;
 
 /** Looks up one station.
- *  @param address  the station's address; 0 looks up by name
- *  @param name     the station's name, used when @p address is 0; sent unchanged, so a line feed would end the request
- *  @param record   receives the station; unchanged if no station was found. A malformed reply clears it, and may fill the first
- *                  members
+ *  @param address  the station's address; with 0, the function looks the station up by its name
+ *  @param name     the station's name, used when @p address is 0. The function sends it unchanged, so a line feed would end the
+ *                  request
+ *  @param record   receives the station; unchanged if no station was found. With a malformed reply, the function clears the
+ *                  record and may fill its first members
  *  @return 1 found; 0 not found; -1 neither address nor name given (not logged), refused, malformed reply or broken exchange;
  *  -2 no service; -7 @p record is null
  *
- *  Asks "getExDescByIP <address>" or "getExDescByName <name>". Logged as "get KVO description extended - " and "null
- *  pointer received", "can not send request (count)" or "error sending request (count)", although no count is requested.
+ *  Sends "getExDescByIP <address>" or "getExDescByName <name>". Logged as "get KVO description extended - " and "null
+ *  pointer received", "can not send request (count)" or "error sending request (count)". "(count)" has no meaning here: the
+ *  function does not request a count.
  */
 KVO_HWS_API int32_t KVO_HWS_getDescriptionEx(uint32_t address, const char *name, KvoDescriptionEx *record) KVO_HWS_NOEXCEPT;
 
 /** Reads the station list that the daemon saved to disk at its last start, under the daemon's registry lock.
- *  @param list     receives the stations; clear it before the call: a station whose attr1 is 0 is not counted, and the next
- *                  station overwrites its element. The addresses here are in network byte order, as inet_addr stores them;
- *                  ntohl() converts them to a station's number. A malformed address is stored as 0xFFFFFFFF, and the station is
- *                  kept; names are cut at 259 bytes
+ *  @param list     receives the stations; clear the array before the call. The addresses are in network byte order, as
+ *                  inet_addr stores them; ntohl() converts such an address to a station's number. A station with a malformed
+ *                  address gets the address 0xFFFFFFFF. Names are cut at 259 bytes. A station whose attr1 is 0 is not counted,
+ *                  and the next station overwrites its element
  *  @param count    in: elements in @p list; out: elements filled, or the number of lines in the file when the result is -3
- *  @param timeout  longest wait for the lock in seconds; the lock is tried at least once
+ *  @param timeout  longest wait for the lock in seconds; with 0, the function tries the lock once
  *  @return 1; 0 the daemon is still starting; -1 refused, the daemon's path is longer than 1004 characters, or the file is
  *  missing or unreadable; -2 no service; -3 the array is too small; -4 the lock was not obtained in time; -7 a null
  *  pointer
  *
- *  Asks "isInitComplete", "getregistrypath", "lockKVORegData" (every 10 ms while the lock is busy) and "unlockKVORegData", and
+ *  Sends "isInitComplete", "getregistrypath", "lockKVORegData" (every 10 ms while the lock is busy) and "unlockKVORegData", and
  *  reads "kvo_hws/prevkvos.reg" below the daemon's registry path. Logs no messages of its own. A process reads one registry
- *  list at a time: other threads that read one wait.
+ *  list at a time: other threads that want to read one wait.
  */
 KVO_HWS_API int32_t KVO_HWS_getKVOPreviousListFromRegistry(KvoDescription *list, uint32_t *count,
                                                            uint32_t timeout) KVO_HWS_NOEXCEPT;
 
-/** Reads the station list that the daemon currently has on disk. Works as KVO_HWS_getKVOPreviousListFromRegistry, but reads
+/** Reads the station list that the daemon has on disk now. Works as KVO_HWS_getKVOPreviousListFromRegistry, but reads
  *  "kvo_hws/currkvos.reg".
  */
 KVO_HWS_API int32_t KVO_HWS_getKVOCurrentListFromRegistry(KvoDescription *list, uint32_t *count,
@@ -96,11 +101,11 @@ KVO_HWS_API int32_t KVO_HWS_getKVOCurrentListFromRegistry(KvoDescription *list, 
  */
 
 /** Writes a station's status line.
- *  @param value1, value2  numbers for the daemon, sent unchecked
- *  @param text            the line; sent unchanged, so a line feed would end the request
+ *  @param value1, value2  two numbers that the daemon defines; sent without a check
+ *  @param text            the line. The function sends it unchanged, so a line feed would end the request
  *  @return 1; -1 refused, unknown reply or broken exchange; -2 no service; -7 @p text is null
  *
- *  Asks "setStatusline=<station>,<value1>,<value2>,<text>". Logged as "set status line - <reason>".
+ *  Sends "setStatusline=<station>,<value1>,<value2>,<text>". Logged as "set status line - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_setStatusline(uint32_t station, uint32_t value1, uint32_t value2,
                                           const char *text) KVO_HWS_NOEXCEPT;
@@ -108,27 +113,28 @@ KVO_HWS_API int32_t KVO_HWS_setStatusline(uint32_t station, uint32_t value1, uin
 /** Reboots a station.
  *  @return 1; -1 refused, unknown reply or broken exchange; -2 no service
  *
- *  Asks "reboot=<station>". Logged as "set reboot - <reason>".
+ *  Sends "reboot=<station>". Logged as "set reboot - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_rebootKVO(uint32_t station) KVO_HWS_NOEXCEPT;
 
 /** Asks whether a station's viewer runs.
  *  @return 1 it is running; 0 it is not; -1 refused, unknown reply or broken exchange; -2 no service
  *
- *  Asks "isViewerActive=<station>". Logged as "is viewer active - <reason>".
+ *  Sends "isViewerActive=<station>". Logged as "is viewer active - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_isViewerActive(uint32_t station) KVO_HWS_NOEXCEPT;
 
 /** Reads which server a station's viewer shows.
- *  @param server       receives the server's name or address with its terminator, at most 1024 characters
+ *  @param server       receives the server's name or address with its terminator; at most 1024 characters
  *  @param serverSize   in: bytes in @p server; out: bytes used, or required when the result is -3
- *  @param display      receives the display with its terminator, as the daemon sends it, at most 1024 characters
+ *  @param display      receives the display with its terminator, as the daemon sends it; at most 1024 characters
  *  @param displaySize  in: bytes in @p display; out: bytes used, or required when the result is -4
- *  @return 1; 0 no server is shown, nothing is written; -1 refused, unknown or malformed reply (a malformed one is not logged)
- *  or broken exchange; -2 no service; -3 @p server is too small; -4 @p display is too small; -7 a null pointer.
+ *  @return 1; 0 no server is shown, nothing is stored; -1 refused, unknown or malformed reply (a malformed one is not logged)
+ *  or broken exchange; -2 no service; -3 @p server is too small; -4 @p display is too small; -7 a null pointer
  *
- *  If the display does not fit (-4) or is longer than 1024 characters (-1), the server and its size are stored nevertheless.
- *  Asks "getCurServer=<station>". Logged as "get current server - <reason>".
+ *  The display may not fit (result -4) or may be longer than 1024 characters (result -1). Even then, the server and its size
+ *  are stored.
+ *  Sends "getCurServer=<station>". Logged as "get current server - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getCurrentServer(uint32_t station, char *server, uint32_t *serverSize, char *display,
                                              uint32_t *displaySize) KVO_HWS_NOEXCEPT;
@@ -136,16 +142,16 @@ KVO_HWS_API int32_t KVO_HWS_getCurrentServer(uint32_t station, char *server, uin
 /** Requests the focus for a station.
  *  @return 1; 0 busy; -1 refused, unknown reply or broken exchange; -2 no service
  *
- *  Asks "activateMe=<station>". Logged as "activate me - <reason>".
+ *  Sends "activateMe=<station>". Logged as "activate me - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_setActivateMe(uint32_t station) KVO_HWS_NOEXCEPT;
 
 /** Starts a station's viewer with the given connection data.
- *  @param part1, part2, part3  the connection data, sent as "part1:part2:part3"; no quotes or line feeds
+ *  @param part1, part2, part3  the connection data, sent as "part1:part2:part3"; must not contain quotes or line feeds
  *  @return 1; 0 busy; -1 refused, unknown reply or broken exchange; -2 no service; -7 a null pointer
  *
- *  Asks "startViewer="<part1>:<part2>:<part3>" <station>". Logged as "start viewer - <reason>", a null pointer as "set
- *  start viewer - null pointer received".
+ *  Sends "startViewer="<part1>:<part2>:<part3>" <station>". Logged as "start viewer - <reason>". A null pointer is logged as
+ *  "set start viewer - null pointer received".
  */
 KVO_HWS_API int32_t KVO_HWS_setStartViewer(uint32_t station, const char *part1, const char *part2,
                                            const char *part3) KVO_HWS_NOEXCEPT;
@@ -154,23 +160,23 @@ KVO_HWS_API int32_t KVO_HWS_setStartViewer(uint32_t station, const char *part1, 
  *  @param text, number  the connection, sent as "text:number"
  *  @return 1; 0 busy; -1 refused, unknown reply or broken exchange; -2 no service; -7 @p text is null
  *
- *  Asks "startConfiguredViewer="<text>:<number>" <station>". Logged as "start configured viewer - <reason>".
+ *  Sends "startConfiguredViewer="<text>:<number>" <station>". Logged as "start configured viewer - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_startConfiguredViewer(uint32_t station, const char *text, uint32_t number) KVO_HWS_NOEXCEPT;
 
 /** Stops a station's viewer.
  *  @return 1; 0 it is not running; -1 refused, unknown reply or broken exchange; -2 no service
  *
- *  Asks "stopViewer=<station>". Logged as "stop viewer - <reason>".
+ *  Sends "stopViewer=<station>". Logged as "stop viewer - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_setStopViewer(uint32_t station) KVO_HWS_NOEXCEPT;
 
-/** Stops a station's viewer ahead of other waiting stop requests. Works as KVO_HWS_setStopViewer. Asks
+/** Stops a station's viewer ahead of other waiting stop requests. Works as KVO_HWS_setStopViewer. Sends
  *  "stopViewerPreempt=<station>". Logged as "stop viewer preempt - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_setStopViewerPreempt(uint32_t station) KVO_HWS_NOEXCEPT;
 
-/** Stops a station's viewer without cleaning up after it. Works as KVO_HWS_setStopViewer. Asks
+/** Stops a station's viewer without cleaning up after it. Works as KVO_HWS_setStopViewer. Sends
  *  "stopViewerNoClean=<station>". Logged as "stop viewer no clean - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_setStopViewerNoClean(uint32_t station) KVO_HWS_NOEXCEPT;
@@ -185,7 +191,7 @@ KVO_HWS_API int32_t KVO_HWS_setStopViewerNoClean(uint32_t station) KVO_HWS_NOEXC
  *  @param level  0 to 100 percent
  *  @return 1; -1 refused, unknown reply or broken exchange; -2 no service; -3 level out of range, nothing is sent
  *
- *  Asks "setBacklightBrightness=<level> <station>". Logged as "set backlight brightness - <reason>".
+ *  Sends "setBacklightBrightness=<level> <station>". Logged as "set backlight brightness - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_setBacklightBrightness(uint32_t station, uint32_t level) KVO_HWS_NOEXCEPT;
 
@@ -195,30 +201,30 @@ KVO_HWS_API int32_t KVO_HWS_setBacklightBrightness(uint32_t station, uint32_t le
  *  @return 1; -1 refused, unknown reply or broken exchange; -2 no service; -3 level out of range; -4 mode out of range
  *  (both: nothing is sent); -5 the station does not know the mode; -6 its backlight is not active
  *
- *  Asks "setBacklightBrightnessV2=<level> <mode> <station>". Logged as "set backlight brightness V2 - <reason>".
+ *  Sends "setBacklightBrightnessV2=<level> <mode> <station>". Logged as "set backlight brightness V2 - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_setBacklightBrightnessV2(uint32_t station, uint32_t level, uint32_t mode) KVO_HWS_NOEXCEPT;
 
 /** Reads the brightness of a station's backlight in one of its modes.
  *  @param level  receives the level; written only on success, without a range check
  *  @param mode   0 or 1
- *  @return 1; 0 the station does not know the mode; -1 refused, unknown reply or broken exchange; -2 no service; -3 (not
- *  -7) @p level is null; -4 mode out of range
+ *  @return 1; 0 the station does not know the mode; -1 refused, unknown reply or broken exchange; -2 no service; -3 @p level is
+ *  null (other functions return -7 for a null pointer); -4 mode out of range
  *
- *  Asks "getBacklightBrightnessV2=<mode> <station>". Logged as "get backlight brightness V2 - <reason>", a null pointer as
- *  "set backlight brightness V2 - invalid pointer".
+ *  Sends "getBacklightBrightnessV2=<mode> <station>". Logged as "get backlight brightness V2 - <reason>". A null pointer is
+ *  logged as "set backlight brightness V2 - invalid pointer".
  */
 KVO_HWS_API int32_t KVO_HWS_getBacklightBrightnessV2(uint32_t station, uint32_t *level, uint32_t mode) KVO_HWS_NOEXCEPT;
 
 /** Disables or enables a station's NumLock key.
  *  @param disable  1 disables, 0 enables
- *  @return 1; -1 another value (nothing is sent), refused, unknown reply or broken exchange; -2 no service
+ *  @return 1; -1 invalid argument (nothing is sent), refused, unknown reply or broken exchange; -2 no service
  *
- *  Asks "setDisableNumLock=<disable> <station>". Logged as "set disable NumLock - <reason>".
+ *  Sends "setDisableNumLock=<disable> <station>". Logged as "set disable NumLock - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_setDisableNumLock(uint32_t station, uint32_t disable) KVO_HWS_NOEXCEPT;
 
-/** Disables or enables a station's CapsLock key. Works as KVO_HWS_setDisableNumLock. Asks "setDisableCapsLock=<disable>
+/** Disables or enables a station's CapsLock key. Works as KVO_HWS_setDisableNumLock. Sends "setDisableCapsLock=<disable>
  *  <station>". Logged as "set disable CapsLock - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_setDisableCapsLock(uint32_t station, uint32_t disable) KVO_HWS_NOEXCEPT;
@@ -227,21 +233,21 @@ KVO_HWS_API int32_t KVO_HWS_setDisableCapsLock(uint32_t station, uint32_t disabl
  *  @param disable  receives 1 disabled or 0 enabled; written only on success
  *  @return 1; -1 refused, unknown reply or broken exchange; -2 no service; -7 @p disable is null
  *
- *  Asks "getDisableNumLock=<station>". Logged as "get disable NumLock - <reason>".
+ *  Sends "getDisableNumLock=<station>". Logged as "get disable NumLock - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getDisableNumLock(uint32_t station, uint32_t *disable) KVO_HWS_NOEXCEPT;
 
-/** Reads whether a station's CapsLock key is disabled. Works as KVO_HWS_getDisableNumLock. Asks
+/** Reads whether a station's CapsLock key is disabled. Works as KVO_HWS_getDisableNumLock. Sends
  *  "getDisableCapsLock=<station>". Logged as "get disable CapsLock - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getDisableCapsLock(uint32_t station, uint32_t *disable) KVO_HWS_NOEXCEPT;
 
 /** Reads a station's type.
  *  @param type  receives 0, 1 or -1; written only on success
- *  @return 1; -1 refused, unknown reply or broken exchange; -2 no service; -7 @p type is null, which is also printed on
- *  standard error as "pimode == NULL"
+ *  @return 1; -1 refused, unknown reply or broken exchange; -2 no service; -7 @p type is null (the function then also prints
+ *  "pimode == NULL" on standard error)
  *
- *  Asks "getStationType=<station>". Logged as "get Station Type - <reason>".
+ *  Sends "getStationType=<station>". Logged as "get Station Type - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getStationType(uint32_t station, int32_t *type) KVO_HWS_NOEXCEPT;
 
@@ -249,25 +255,25 @@ KVO_HWS_API int32_t KVO_HWS_getStationType(uint32_t station, int32_t *type) KVO_
  *  @param state  receives 0, 1 or -1; written only on success
  *  @return 1; -1 refused, unknown reply or broken exchange; -2 no service; -7 @p state is null
  *
- *  Asks "getSwCapsLock=<station>". Logged as "get Sw CapsLock - <reason>".
+ *  Sends "getSwCapsLock=<station>". Logged as "get Sw CapsLock - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getSwCapsLock(uint32_t station, int32_t *state) KVO_HWS_NOEXCEPT;
 
 /** Sets a station's software CapsLock state.
  *  @param state  0, 1 or -1
- *  @return 1; -1 another value (nothing is sent), refused, unknown reply or broken exchange; -2 no service
+ *  @return 1; -1 invalid argument (nothing is sent), refused, unknown reply or broken exchange; -2 no service
  *
- *  Asks "setSwCapsLock=<state> <station>". Logged as "set Sw CapsLock - <reason>".
+ *  Sends "setSwCapsLock=<state> <station>". Logged as "set Sw CapsLock - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_setSwCapsLock(uint32_t station, int32_t state) KVO_HWS_NOEXCEPT;
 
 /** Reads the mode of a station's handheld terminal (type RV4).
- *  @param mode  receives 0 "auto" or 1 "individual", without a range check; also written if characters follow the number and
- *               the result is -1
+ *  @param mode  receives 0 "auto" or 1 "individual", without a range check. If other characters follow the number, it is stored
+ *               too, but the result is -1
  *  @return 1; 0 the station has no such terminal; -1 refused, unknown or malformed reply or broken exchange; -2 no service;
  *  -7 @p mode is null
  *
- *  Asks "getRV4Mode=<station>". Logged as "get RV4 mode - <reason>".
+ *  Sends "getRV4Mode=<station>". Logged as "get RV4 mode - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getRV4Mode(uint32_t station, uint32_t *mode) KVO_HWS_NOEXCEPT;
 
@@ -276,37 +282,39 @@ KVO_HWS_API int32_t KVO_HWS_getRV4Mode(uint32_t station, uint32_t *mode) KVO_HWS
  *  @return 1; 0 the station has no such terminal; -1 refused, unknown reply or broken exchange; -2 no service; -3 mode out
  *  of range, nothing is sent
  *
- *  Asks "setRV4Mode="<mode>" <station>". Logged as "set RV4 mode - <reason>".
+ *  Sends "setRV4Mode="<mode>" <station>". Logged as "set RV4 mode - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_setRV4Mode(uint32_t station, uint32_t mode) KVO_HWS_NOEXCEPT;
 
 /** @} */
 
 /** @defgroup kvo_hws_addresses Addresses: machine control panel (MCP), direct control keys (DCK), KVO index, cks index
+ *  A station has the address of the machine control panel (MCP) that it serves, the address of its direct control keys (DCK),
+ *  and its KVO index. The service stores a fourth number with them, the cks index.
  *  @{
  */
 
-/** Sets the MCP address that a station serves.
- *  @param mcpAddress  0 to 255; sent unchecked, the daemon validates it
+/** Sets the address of the MCP that a station serves.
+ *  @param mcpAddress  0 to 255; sent without a check, because the daemon validates it
  *  @return 1; -1 refused, unknown reply or broken exchange; -2 no service
  *
- *  Asks "setMCPAddress="<mcpAddress>" <station>". Logged as "set MCP address - <reason>".
+ *  Sends "setMCPAddress="<mcpAddress>" <station>". Logged as "set MCP address - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_setMCPAddress(uint32_t station, uint32_t mcpAddress) KVO_HWS_NOEXCEPT;
 
 /** Sets a station's KVO index.
- *  @param index  0 to 255; sent unchecked
+ *  @param index  0 to 255; sent without a check
  *  @return as KVO_HWS_setMCPAddress
  *
- *  Asks "setKVOIndex="<index>" <station>". Logged as "set KVO index - <reason>".
+ *  Sends "setKVOIndex="<index>" <station>". Logged as "set KVO index - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_setKVOIndex(uint32_t station, uint32_t index) KVO_HWS_NOEXCEPT;
 
-/** Switches a station's direct control keys.
- *  @param enable  0 or 1; sent unchecked
+/** Switches a station's direct control keys on or off.
+ *  @param enable  0 off, 1 on; sent without a check
  *  @return as KVO_HWS_setMCPAddress
  *
- *  Asks "setDCKEnable="<enable>" <station>". Logged as "set DCK mode - <reason>".
+ *  Sends "setDCKEnable="<enable>" <station>". Logged as "set DCK mode - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_setDCKEnable(uint32_t station, uint32_t enable) KVO_HWS_NOEXCEPT;
 
@@ -314,71 +322,71 @@ KVO_HWS_API int32_t KVO_HWS_setDCKEnable(uint32_t station, uint32_t enable) KVO_
  *  @param index  0 to 255
  *  @return 1; -1 refused, unknown reply or broken exchange; -2 no service; -3 index out of range, nothing is sent
  *
- *  Asks "setKVOCksIndex="<index>" <station>". Logged as "set cks index - <reason>"; the reason for an index out of range is
- *  "invalid parameter (0 "auto" or 1 "individual")", which is not this function's range.
+ *  Sends "setKVOCksIndex="<index>" <station>". Logged as "set cks index - <reason>". For an index out of range, the reason is
+ *  "invalid parameter (0 "auto" or 1 "individual")", although this is another function's range.
  */
 KVO_HWS_API int32_t KVO_HWS_setKVOCksIndex(uint32_t station, uint32_t index) KVO_HWS_NOEXCEPT;
 
 /** Simulates a key of a station's MCP.
- *  @param value1, value2  the key, sent unchecked
+ *  @param value1, value2  the key; sent without a check
  *  @return as KVO_HWS_setMCPAddress
  *
- *  Asks "simulateMCPKey="<value1>:<value2>" <station>". Logged as "simulate MCP key - <reason>".
+ *  Sends "simulateMCPKey="<value1>:<value2>" <station>". Logged as "simulate MCP key - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_simulateMCPKey(uint32_t station, uint32_t value1, uint32_t value2) KVO_HWS_NOEXCEPT;
 
 /** Enables a key of a station's MCP.
- *  @param value1, value2  the key, sent unchecked
+ *  @param value1, value2  the key; sent without a check
  *  @return as KVO_HWS_setMCPAddress
  *
- *  Asks "enableMCPKey="<value1>:<value2>" <station>". Logged as "enable MCP key - <reason>".
+ *  Sends "enableMCPKey="<value1>:<value2>" <station>". Logged as "enable MCP key - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_enableMCPKey(uint32_t station, uint32_t value1, uint32_t value2) KVO_HWS_NOEXCEPT;
 
-/** Reads the MCP address that a station serves.
+/** Reads the address of the MCP that a station serves.
  *  @param mcpAddress  receives 0 to 255; written only on success
- *  @return 1; -1 refused, unknown reply, value malformed or out of range (not logged) or broken exchange; -2 no service; -7 @p
- *  mcpAddress is null
+ *  @return 1; -1 refused, unknown reply, value malformed or out of range (both not logged) or broken exchange; -2 no service;
+ *  -7 @p mcpAddress is null
  *
- *  Asks "getMCPAddress=<station>". Logged as "get MCP address - <reason>".
+ *  Sends "getMCPAddress=<station>". Logged as "get MCP address - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getMCPAddress(uint32_t station, uint32_t *mcpAddress) KVO_HWS_NOEXCEPT;
 
-/** Reads a station's KVO index, 0 to 255. Works as KVO_HWS_getMCPAddress. Asks "getKVOIndex=<station>". Logged as "get KVO
+/** Reads a station's KVO index, 0 to 255. Works as KVO_HWS_getMCPAddress. Sends "getKVOIndex=<station>". Logged as "get KVO
  *  index - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getKVOIndex(uint32_t station, uint32_t *index) KVO_HWS_NOEXCEPT;
 
-/** Reads whether a station's direct control keys are on, 0 or 1. Works as KVO_HWS_getMCPAddress. Asks
+/** Reads whether a station's direct control keys are on, 0 or 1. Works as KVO_HWS_getMCPAddress. Sends
  *  "getDCKEnable=<station>". Logged as "get DCK mode - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getDCKEnable(uint32_t station, uint32_t *enable) KVO_HWS_NOEXCEPT;
 
-/** Reads the address of a station's direct control keys, 0 to 255. Works as KVO_HWS_getMCPAddress. Asks
+/** Reads the address of a station's direct control keys, 0 to 255. Works as KVO_HWS_getMCPAddress. Sends
  *  "getDCKAddress=<station>". Logged as "get DCK address - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getDCKAddress(uint32_t station, uint32_t *dckAddress) KVO_HWS_NOEXCEPT;
 
-/** Reads a station's cks index, any number. Works as KVO_HWS_getMCPAddress. Asks "getKVOCksIndex=<station>". Logged as "get
+/** Reads a station's cks index, any number. Works as KVO_HWS_getMCPAddress. Sends "getKVOCksIndex=<station>". Logged as "get
  *  KVO cks index - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getKVOCksIndex(uint32_t station, uint32_t *index) KVO_HWS_NOEXCEPT;
 
-/** Finds the station that serves an MCP address.
+/** Finds the station that serves the MCP with an address.
  *  @param ip  receives the station's IPv4 address as a number; written only on success
- *  @return 1; 0 no station serves it; -1 refused, unknown reply, malformed address (not logged) or broken exchange; -2 no
- *  service; -3 several stations serve it; -7 @p ip is null
+ *  @return 1; 0 no station was found; -1 refused, unknown reply, malformed address (not logged) or broken exchange; -2 no
+ *  service; -3 several stations were found; -7 @p ip is null
  *
- *  Asks "getIPbyMCPAddress=<mcpAddress>", in 8 hexadecimal digits. Logged as "get IP by MCP address - <reason>".
+ *  Sends "getIPbyMCPAddress=<mcpAddress>"; the address has 8 hexadecimal digits. Logged as "get IP by MCP address - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getIPbyMCPAddress(uint32_t mcpAddress, uint32_t *ip) KVO_HWS_NOEXCEPT;
 
-/** Finds the station that has a DCK address. Works as KVO_HWS_getIPbyMCPAddress. Asks "getIPbyDCKAddress=<dckAddress>".
+/** Finds the station that has a DCK address. Works as KVO_HWS_getIPbyMCPAddress. Sends "getIPbyDCKAddress=<dckAddress>".
  *  Logged as "get IP by DCK address - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getIPbyDCKAddress(uint32_t dckAddress, uint32_t *ip) KVO_HWS_NOEXCEPT;
 
-/** Finds the station that has a KVO index. Works as KVO_HWS_getIPbyMCPAddress. Asks "getIPbyKVOIndex=<index>". Logged as
+/** Finds the station that has a KVO index. Works as KVO_HWS_getIPbyMCPAddress. Sends "getIPbyKVOIndex=<index>". Logged as
  *  "get IP by KVO index - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getIPbyKVOIndex(uint32_t index, uint32_t *ip) KVO_HWS_NOEXCEPT;
@@ -394,52 +402,53 @@ KVO_HWS_API int32_t KVO_HWS_getIPbyKVOIndex(uint32_t index, uint32_t *ip) KVO_HW
  *  @param suspendPrio  receives 1 to 10; must not be null. 1 if the daemon omits it
  *  @return 1; -1 refused, unknown or malformed reply or broken exchange, nothing is stored; -2 no service
  *
- *  Asks "getKVOPriority=<station>". Logged as "get KVO priority - <reason>".
+ *  Sends "getKVOPriority=<station>". Logged as "get KVO priority - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getKVOPriority(uint32_t station, uint32_t *suspendLock, uint32_t *suspendPrio) KVO_HWS_NOEXCEPT;
 
 /** Reads whether a station becomes active at start.
  *  @param value  receives 0 to 2; written only on success
- *  @return 1; -1 refused, unknown reply, value malformed or out of range (not logged) or broken exchange; -2 no service; -7 @p
- *  value is null
+ *  @return 1; -1 refused, unknown reply, value malformed or out of range (both not logged) or broken exchange; -2 no service;
+ *  -7 @p value is null
  *
- *  Asks "getKVOStartupActive=<station>". Logged as "get KVO startup active - <reason>".
+ *  Sends "getKVOStartupActive=<station>". Logged as "get KVO startup active - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getKVOStartupActive(uint32_t station, uint32_t *value) KVO_HWS_NOEXCEPT;
 
-/** Reads the priority with which a station becomes active at start, any number. Works as KVO_HWS_getKVOStartupActive. Asks
+/** Reads the priority with which a station becomes active at start, any number. Works as KVO_HWS_getKVOStartupActive. Sends
  *  "getKVOStartupPrio=<station>". Logged as "get KVO startup prio - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getKVOStartupPrio(uint32_t station, uint32_t *value) KVO_HWS_NOEXCEPT;
 
-/** Reads the channel that a station shows when it gets the focus, 1 to 8. Works as KVO_HWS_getKVOStartupActive. Asks
+/** Reads the channel that a station shows when it gets the focus, 1 to 8. Works as KVO_HWS_getKVOStartupActive. Sends
  *  "getKVOChannelOnFocus=<station>". Logged as "get KVO channel on focus - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getKVOChannelOnFocus(uint32_t station, uint32_t *channel) KVO_HWS_NOEXCEPT;
 
 /** Reads the screen that a station shows when it gets the focus.
- *  @param screen  receives the text with its terminator. The function does not know the buffer's size: it copies the WHOLE text
- *                 of the daemon's reply. Provide a buffer for the longest text that your daemon sends
+ *  @param screen  receives the text with its terminator. The function does not know the buffer's size. It copies the WHOLE text
+ *                 of the daemon's reply, so provide a buffer for the longest text that your daemon sends
  *  @return 1; -1 refused, unknown reply or broken exchange; -2 no service; -7 @p screen is null
  *
- *  Asks "getKVOScreenOnFocus=<station>". Logged as "get KVO screen on focus - <reason>".
+ *  Sends "getKVOScreenOnFocus=<station>". Logged as "get KVO screen on focus - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getKVOScreenOnFocus(uint32_t station, char *screen) KVO_HWS_NOEXCEPT;
 
-/** Reads a station's M:N assignment.
- *  @param text  receives the reply with its terminator, whatever it is. The function does not know the buffer's size: it
- *               copies the WHOLE reply of the daemon. Provide a buffer for the longest reply that your daemon sends
+/** Reads a station's M:N assignment, a text that the daemon defines.
+ *  @param text  receives the reply with its terminator; the reply is not checked. The function does not know the buffer's size.
+ *               It copies the WHOLE reply of the daemon, so provide a buffer for the longest reply that your daemon sends
  *  @return 1; -1 refused or broken exchange; -2 no service; -7 @p text is null
  *
- *  Asks "getKVOt2m2n=<station>". Logged as "get KVO M:N - <reason>".
+ *  Sends "getKVOt2m2n=<station>". Logged as "get KVO M:N - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getKVOT2M2N(uint32_t station, char *text) KVO_HWS_NOEXCEPT;
 
 /** Stores a station's channel information.
- *  @param info  at most 230 characters, sent between quotes without escaping: no quotes or line feeds
- *  @return 1; -1 refused, unknown reply or broken exchange; -2 no service; -3 too long, nothing is sent; -7 @p info is null
+ *  @param info  at most 230 bytes; must not contain quotes or line feeds, because it is sent between quotes without escaping
+ *  @return 1; -1 refused, unknown reply or broken exchange; -2 no service; -3 @p info is too long, nothing is sent; -7 @p info
+ *  is null
  *
- *  Asks "setChannelInfo="<info>" <station>". Logged as "set channel info - <reason>".
+ *  Sends "setChannelInfo="<info>" <station>". Logged as "set channel info - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_setChannelInfo(uint32_t station, const char *info) KVO_HWS_NOEXCEPT;
 
@@ -447,16 +456,16 @@ KVO_HWS_API int32_t KVO_HWS_setChannelInfo(uint32_t station, const char *info) K
  *  @param info  receives the text with its terminator
  *  @param size  in: bytes in @p info; out: bytes required when the result is -3, otherwise unchanged
  *  @return 1; 0 the station has no channel information (@p info becomes empty if its size is not 0); -1 refused, unknown reply
- *  or broken exchange; -2 no service; -3 too small; -7 a null pointer
+ *  or broken exchange; -2 no service; -3 @p info is too small; -7 a null pointer
  *
- *  Asks "getChannelInfo=<station>". Logged as "get channel info - <reason>".
+ *  Sends "getChannelInfo=<station>". Logged as "get channel info - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getChannelInfo(uint32_t station, char *info, uint32_t *size) KVO_HWS_NOEXCEPT;
 
 /** Deletes a station's channel information.
  *  @return 1; -1 refused, unknown reply or broken exchange; -2 no service
  *
- *  Asks "deleteChannelInfo=<station>". Logged as "delete channel info - <reason>".
+ *  Sends "deleteChannelInfo=<station>". Logged as "delete channel info - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_deleteChannelInfo(uint32_t station) KVO_HWS_NOEXCEPT;
 
@@ -469,18 +478,19 @@ KVO_HWS_API int32_t KVO_HWS_deleteChannelInfo(uint32_t station) KVO_HWS_NOEXCEPT
 /** Discards a station's touch calibration.
  *  @return 1; 0 the station has no touch screen; -1 refused, unknown reply or broken exchange; -2 no service
  *
- *  Asks "invalidateTouch=<station>". Logged as "invalidate touch screen - <reason>".
+ *  Sends "invalidateTouch=<station>". Logged as "invalidate touch screen - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_invalidateTouchScreen(uint32_t station) KVO_HWS_NOEXCEPT;
 
 /** Reads a station's touch calibration.
  *  @param pressThresh  receives the press threshold, -1 or more; 0 if the reply does not contain it
  *  @param nonlinear    receives -1, 0 or 1; 0 if the reply does not contain it
- *  @return 1, for any reply without malformed numbers, including "failed"; 0 the station has no touch screen; -1 malformed
- *  number or broken exchange; -2 no service; -7 a null pointer. Both outputs are written if the result is 1 or a number is
- *  malformed. Otherwise both are unchanged, also after a broken exchange (-1 too).
+ *  @return 1 for any reply without malformed numbers, including "failed"; 0 the station has no touch screen; -1 malformed
+ *  number or broken exchange; -2 no service; -7 a null pointer
  *
- *  Asks "getCalibParam=<station>". Logged as "get touch screen calibration parameter - <reason>".
+ *  The function stores both outputs if the result is 1, or if a number is malformed. Otherwise, for example after a broken
+ *  exchange, both are unchanged.
+ *  Sends "getCalibParam=<station>". Logged as "get touch screen calibration parameter - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getTouchScreenCalibParam(uint32_t station, int32_t *pressThresh,
                                                      int32_t *nonlinear) KVO_HWS_NOEXCEPT;
@@ -491,7 +501,7 @@ KVO_HWS_API int32_t KVO_HWS_getTouchScreenCalibParam(uint32_t station, int32_t *
  *  @return 1; 0 the station has no touch screen; -1 refused, unknown reply or broken exchange; -2 no service; -3 a value
  *  out of range, nothing is sent
  *
- *  Asks "setCalibParam="<pressThresh>:<nonlinear>" <station>". Logged as "set touch screen calibration parameter -
+ *  Sends "setCalibParam="<pressThresh>:<nonlinear>" <station>". Logged as "set touch screen calibration parameter -
  *  <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_setTouchScreenCalibParam(uint32_t station, int32_t pressThresh, int32_t nonlinear) KVO_HWS_NOEXCEPT;
@@ -499,10 +509,10 @@ KVO_HWS_API int32_t KVO_HWS_setTouchScreenCalibParam(uint32_t station, int32_t p
 /** Counts a station's input devices.
  *  @param kbd, mouse  receive the numbers of keyboards and mice; unchanged if the reply does not contain them
  *  @param touch       receives the number of touch devices, including multi-touch devices
- *  @return 1, for any reply without malformed numbers, including "failed"; -1 malformed number (the numbers before it are
+ *  @return 1 for any reply without malformed numbers, including "failed"; -1 malformed number (the numbers before it are
  *  stored) or broken exchange; -2 no service; -7 a null pointer
  *
- *  Asks "showInputDevice=<station>". Logged as "show input device - <reason>".
+ *  Sends "showInputDevice=<station>". Logged as "show input device - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_showInputDevice(uint32_t station, uint32_t *kbd, uint32_t *mouse, uint32_t *touch) KVO_HWS_NOEXCEPT;
 
@@ -513,13 +523,13 @@ KVO_HWS_API int32_t KVO_HWS_showInputDeviceV2(uint32_t station, uint32_t *kbd, u
                                               uint32_t *vkbd) KVO_HWS_NOEXCEPT;
 
 /** Counts a station's input devices, with separate numbers for the two kinds of touch devices.
- *  @param mask  receives which numbers the reply contained: bit 0 kbd, 1 mouse, 2 touch, 3 multitouch, 4 maxcontacts, 5 vkbd;
+ *  @param mask  receives a bit for each number in the reply: bit 0 kbd, 1 mouse, 2 touch, 3 multitouch, 4 maxcontacts, 5 vkbd;
  *               written only on success
  *  @param kbd, mouse, touch, multitouch, maxcontacts, vkbd  receive the numbers; unchanged if the reply does not contain
  *                                                           them. Every pointer may be null
  *  @return as KVO_HWS_showInputDevice, but never -7
  *
- *  Asks "showInputDevice=<station>". Logged as "show input device V3 - <reason>".
+ *  Sends "showInputDevice=<station>". Logged as "show input device V3 - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_showInputDeviceV3(uint32_t station, uint32_t *mask, uint32_t *kbd, uint32_t *mouse, uint32_t *touch,
                                               uint32_t *multitouch, uint32_t *maxcontacts, uint32_t *vkbd) KVO_HWS_NOEXCEPT;
@@ -528,7 +538,7 @@ KVO_HWS_API int32_t KVO_HWS_showInputDeviceV3(uint32_t station, uint32_t *mask, 
  *  @param dpi  receives dots per inch; written only on success
  *  @return 1; -1 refused, unknown reply, malformed number (not logged) or broken exchange; -2 no service; -7 @p dpi is null
  *
- *  Asks "showDPI=<station>". Logged as "show DPI - <reason>".
+ *  Sends "showDPI=<station>". Logged as "show DPI - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_showDPI(uint32_t station, int32_t *dpi) KVO_HWS_NOEXCEPT;
 
@@ -544,7 +554,7 @@ KVO_HWS_API int32_t KVO_HWS_showDPI(uint32_t station, int32_t *dpi) KVO_HWS_NOEX
  *  @return 1; -1 refused, unknown reply, malformed numbers (not logged) or broken exchange; -2 no service; -7 a null
  *  pointer
  *
- *  Asks "getUsbLock=<station>". Logged as "get KVO usb lock - <reason>".
+ *  Sends "getUsbLock=<station>". Logged as "get KVO usb lock - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getUsbLock(uint32_t station, uint32_t *first, uint32_t *second) KVO_HWS_NOEXCEPT;
 
@@ -553,27 +563,27 @@ KVO_HWS_API int32_t KVO_HWS_getUsbLock(uint32_t station, uint32_t *first, uint32
  *  @param count          number of hosts; 0 addresses every station
  *  @param hosts          their addresses, dotted; ignored when @p count is 0
  *  @param first, second  the two numbers of the lock
- *  @return 1 at least one datagram was sent; -1 none was sent; -7 a null pointer although @p count is not 0; -10 a host is
- *  127.0.0.1, nothing is sent
+ *  @return 1 at least one datagram was sent; -1 no datagram was sent; -7 @p hosts or a host is null although @p count is not 0;
+ *  -10 a host is 127.0.0.1, nothing is sent
  *
- *  Sends "setUsbLock="<first>:<second>" <host>" and a line feed, cut at 1023 bytes, to UDP port 5851 of the network's
- *  broadcast address, from the last host to the first. If the platform knows no such network, sends to this host only. Logged
- *  as "KVO_HWS_setUsbLock - <reason>".
+ *  For each host, from the last to the first, sends a datagram to UDP port 5851 of the network's broadcast address. The
+ *  datagram is "setUsbLock="<first>:<second>" <host>" and a line feed, cut at 1023 bytes. If the platform knows no such
+ *  network, the datagrams go only to this host. Logged as "KVO_HWS_setUsbLock - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_setUsbLock(uint32_t count, const char **hosts, int first, int second) KVO_HWS_NOEXCEPT;
 
 /** Reads the list of the USB connectors of all stations.
- *  @param buffer  receives the list WITHOUT a terminator: clear the buffer first, or use @p size. If null, only the length is
- *                 read; otherwise it must have at least one byte, even if @p size is 0
- *  @param size    in: bytes in @p buffer, must be greater than the list's length; out: the list's length
- *  @return 1; 0 the list is empty (@p buffer becomes empty); -1 broken exchange; -2 no service; -3 too small; -4 refused;
- *  -5 unknown reply; -7 @p size is null; -9 busy
+ *  @param buffer  receives the list WITHOUT a terminator: clear the buffer first, or use @p size. It must have at least one
+ *                 byte, even if @p size is 0. With null, the function reads only the length
+ *  @param size    in: bytes in @p buffer, which must be more than the list's length; out: the list's length
+ *  @return 1; 0 the list is empty (@p buffer becomes empty); -1 broken exchange; -2 no service; -3 @p buffer is too small;
+ *  -4 refused; -5 unknown reply; -7 @p size is null; -9 busy
  *
- *  Asks "getUsbConnectorList". Logged as "get usb connector list - <reason>".
+ *  Sends "getUsbConnectorList". Logged as "get usb connector list - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getUsbConnectorList(char *buffer, uint32_t *size) KVO_HWS_NOEXCEPT;
 
-/** Reads the list of the USB connectors of one station. Works as KVO_HWS_getUsbConnectorList. Asks
+/** Reads the list of the USB connectors of one station. Works as KVO_HWS_getUsbConnectorList. Sends
  *  "getUsbConnectorListOne=<station>".
  */
 KVO_HWS_API int32_t KVO_HWS_getUsbConnectorListOne(uint32_t station, char *buffer, uint32_t *size) KVO_HWS_NOEXCEPT;
@@ -592,28 +602,29 @@ KVO_HWS_API int32_t KVO_HWS_getUsbConnectorListOne(uint32_t station, char *buffe
  *  @return 1; -1 refused, unknown reply or broken exchange; -2 no service; -4 the station does not report this metric; -5
  *  malformed value (not logged); -7 @p result is null; -9 no such metric, nothing is sent
  *
- *  Asks "getPaneOemLayout", "getSoftkeyType", "getKeyBoardCaps", "showDPI", "getHardwareCaps" or "getPanelRotation", each
+ *  Sends "getPaneOemLayout", "getSoftkeyType", "getKeyBoardCaps", "showDPI", "getHardwareCaps" or "getPanelRotation", each
  *  with "=<station>". Logged as "KVO_HWS_getStationMetrics - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getStationMetrics(uint32_t id, uint32_t metric, void *result) KVO_HWS_NOEXCEPT;
 
 /** Reads the list of connected clients.
- *  @param array  receives the clients; the whole array is cleared before anything is sent. May be null if @p count is 0
+ *  @param array  receives the clients; the function clears the whole array before it sends the request. May be null if @p count
+ *                is 0
  *  @param count  in: elements in @p array; out: elements filled, or the number required when the result is -3; otherwise
  *                unchanged
- *  @param flags  flags of the daemon, sent unchecked
+ *  @param flags  flags that the daemon defines; sent without a check
  *  @return 1; -1 refused, malformed reply (clients before the error may be filled) or broken exchange; -2 no service; -3
  *  the array is too small; -7 a null pointer
  *
- *  Asks "getClientList 0 <flags>", the flags in hexadecimal. Logged as "get client list - <reason>".
+ *  Sends "getClientList 0 <flags>"; the flags are hexadecimal. Logged as "get client list - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_getClientList(KvoClientEntry *array, uint32_t *count, unsigned long flags) KVO_HWS_NOEXCEPT;
 
 /** Asks whether a station's panel is a Marovanti panel.
- *  @return 1 yes; 0 no; -1 the reply contains no mode, or broken exchange; -2 no service; -3 it contains another mode; -4 the
- *  panel was not found or the daemon failed; -5 unknown reply
+ *  @return 1 yes; 0 no; -1 the reply contains no mode, or broken exchange; -2 no service; -3 the reply contains an unknown
+ *  mode; -4 the panel was not found or the daemon failed; -5 unknown reply
  *
- *  Asks "isMarovantiPanel <station>". Logged as "is MAROVANTI panel - <reason>".
+ *  Sends "isMarovantiPanel <station>". Logged as "is MAROVANTI panel - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_isMarovantiPanel(uint32_t id) KVO_HWS_NOEXCEPT;
 

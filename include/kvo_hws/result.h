@@ -1,5 +1,5 @@
 /** @file
- *  The result codes of the request functions, and a text that explains each of them.
+ *  The result codes of the functions, and a text that explains each of them.
  */
 #ifndef KVO_HWS_RESULT_H
 #define KVO_HWS_RESULT_H
@@ -12,24 +12,24 @@
  *  @{
  */
 
-/** What a request function returns. One number may have several names: its meaning depends on the function and is documented
- *  in the function's comment.
+/** The results of the request functions. One number may have several names, because its meaning depends on the function. The
+ *  function's comment documents the meaning.
  */
 enum KvoHwsResult {
     KVO_HWS_OK = 1, /**< done, or "yes" */
-    KVO_HWS_NO = 0, /**< nothing was done, but this is not an error: "no", "busy", "not found", or level 0 */
+    KVO_HWS_NO = 0, /**< nothing was done, but this is not an error: "no", "busy", "not found", or debug level 0 */
 
     KVO_HWS_FAILED = -1,     /**< refused, an unknown reply, a broken exchange, or an argument that the function rejects */
     KVO_HWS_NO_SERVICE = -2, /**< no connection to the service's socket */
 
     KVO_HWS_TOO_SMALL = -3,    /**< the caller's buffer or array is too small */
-    KVO_HWS_OUT_OF_RANGE = -3, /**< a value is out of range, or the reply is neither of the two known kinds */
+    KVO_HWS_OUT_OF_RANGE = -3, /**< a value is out of range, or the reply contains an unknown mode */
     KVO_HWS_AMBIGUOUS = -3,    /**< several stations match */
 
     KVO_HWS_TIMEOUT = -4,          /**< a lock was not obtained in time */
     KVO_HWS_SECOND_TOO_SMALL = -4, /**< the caller's second buffer is too small */
     KVO_HWS_INVALID_MODE = -4,     /**< a mode is out of range */
-    KVO_HWS_REFUSED = -4,          /**< the service refused, where refusals and unknown replies have different codes */
+    KVO_HWS_REFUSED = -4,          /**< the service refused, in functions with another code for unknown replies */
     KVO_HWS_NOT_AVAILABLE = -4,    /**< the service has no such information */
 
     KVO_HWS_UNSUPPORTED = -5,   /**< the station does not know the mode */
@@ -39,7 +39,7 @@ enum KvoHwsResult {
     KVO_HWS_NULL_POINTER = -7,      /**< a required pointer is null */
     KVO_HWS_SERVER_FAILED = -8,     /**< a USB event server could not be stopped or started */
     KVO_HWS_NO_THREAD = -3,         /**< a required thread could not be started */
-    KVO_HWS_ALREADY_RUNNING = -8,   /**< it is already running, or has ended but was not cleaned up */
+    KVO_HWS_ALREADY_RUNNING = -8,   /**< the agent or listener is already running, or has ended but was not cleaned up */
     KVO_HWS_MISSING_PARAMETER = -9, /**< a required parameter is missing */
     KVO_HWS_INVALID_INSTANCE = -10, /**< the handle is not the agent's */
     KVO_HWS_NO_EVENTS = -9,         /**< USB events are not active in this program */
@@ -49,14 +49,14 @@ enum KvoHwsResult {
 };
 
 /** Explains a result in words, for messages to users. Programs should test the number, not the text.
- *  @param function  the name of the function that returned the result, such as "KVO_HWS_getUsbLock"; for null or an unknown
- *                   name the text is the number's general meaning
- *  @param result    what the function returned
+ *  @param function  the name of the function that returned the result, such as "KVO_HWS_getUsbLock". With null or an unknown
+ *                   name, the text describes the number's general meaning
+ *  @param result    the result of that function
  *  @return a text in English without a line end, never null; "unexpected result" for a number without a meaning. The text is
  *  constant and stays valid until the program ends; do not free it
  *
  *  Sends, logs and allocates nothing. The text is the same in every locale. Safe from any thread and from signal handlers.
- *  The texts may change with every version. In C:
+ *  The texts may change with every version. Example in C:
  *
  *      int32_t result = KVO_HWS_setBacklightBrightness(0x0A000005, 180);
  *      if (result != KVO_HWS_OK) {
@@ -65,7 +65,8 @@ enum KvoHwsResult {
  */
 static inline const char *kvo_hws_result_text(const char *function, int32_t result)
 {
-    /* The only copy of these texts. Scripts parse it: one row per line. Rows without a function are the general meanings. */
+    /* The only copy of these texts. Scripts parse this table, so keep each row on one line. A row without a function contains
+     * the general meaning of a number. */
     static const struct {
         const char *function;
         int32_t result;
@@ -75,14 +76,14 @@ static inline const char *kvo_hws_result_text(const char *function, int32_t resu
         /* Any function. */
         {"", 1, "done, or yes"},
         {"", 0, "the service says no"},
-        {"", -1, "the service refused or answered something unknown"},
+        {"", -1, "the service refused or sent an unknown reply"},
         {"", -2, "no service answers at /tmp/kvo_hws/cmd_sock"},
         {"", -3, "a buffer is too small, a value is out of range, several stations match, or no thread could be started"},
-        {"", -4, "it took too long, was refused or is not available, a mode is out of range, or a buffer is too small"},
-        {"", -5, "the station does not know the mode, or the service answered something unknown"},
+        {"", -4, "a timeout, a refusal, missing information, a mode that is out of range, or a buffer that is too small"},
+        {"", -5, "the station does not know the mode, or the service sent an unknown reply"},
         {"", -6, "the station's backlight is not active"},
         {"", -7, "a required pointer is null"},
-        {"", -8, "it is already running, or could not be stopped or started"},
+        {"", -8, "an agent, listener or server is already running, or could not be stopped or started"},
         {"", -9, "a parameter is missing or unknown, USB events are not active, or the service is busy"},
         {"", -10, "an address or a handle cannot be used"},
         /* service.h */
@@ -115,12 +116,12 @@ static inline const char *kvo_hws_result_text(const char *function, int32_t resu
         {"ReadSocketDyn", -1, "the socket could not be read, or the pointer for the line is null"},
         {"ReadSocketDyn", -3, "the connection is closed"},
         {"ReadSocketDyn", -5, "no data came in time"},
-        {"ReadSocketDyn", -6, "the socket cannot be waited for"},
+        {"ReadSocketDyn", -6, "the wait for the socket failed"},
         {"ReadSocketDyn", -8, "not enough memory for the line"},
         {"ReadSocketCache", -1, "the socket could not be read"},
         {"ReadSocketCache", -3, "the connection is closed, or 1024 bytes came without a line feed"},
         {"ReadSocketCache", -5, "no data came in time"},
-        {"ReadSocketCache", -6, "the socket cannot be waited for"},
+        {"ReadSocketCache", -6, "the wait for the socket failed"},
         {"KVO_HWS_getDebugLevel", 0, "the debug level is none"},
         {"KVO_HWS_getDebugLevel", 1, "the debug level is I"},
         {"KVO_HWS_getDebugLevel", 2, "the debug level is II"},
@@ -188,12 +189,12 @@ static inline const char *kvo_hws_result_text(const char *function, int32_t resu
         {"KVO_HWS_getUsbConnectorList", 0, "the list of connectors is empty"},
         {"KVO_HWS_getUsbConnectorList", -3, "the buffer is too small for the list of connectors"},
         {"KVO_HWS_getUsbConnectorList", -4, "the service refused"},
-        {"KVO_HWS_getUsbConnectorList", -5, "the service answered something unknown"},
+        {"KVO_HWS_getUsbConnectorList", -5, "the service sent an unknown reply"},
         {"KVO_HWS_getUsbConnectorList", -9, "the service is busy; try again"},
         {"KVO_HWS_getUsbConnectorListOne", 0, "the list of connectors is empty"},
         {"KVO_HWS_getUsbConnectorListOne", -3, "the buffer is too small for the list of connectors"},
         {"KVO_HWS_getUsbConnectorListOne", -4, "the service refused"},
-        {"KVO_HWS_getUsbConnectorListOne", -5, "the service answered something unknown"},
+        {"KVO_HWS_getUsbConnectorListOne", -5, "the service sent an unknown reply"},
         {"KVO_HWS_getUsbConnectorListOne", -9, "the service is busy; try again"},
         /* requests.h: metrics, clients and the kind of panel */
         {"KVO_HWS_getStationMetrics", -4, "the station does not report this metric"},
@@ -203,7 +204,7 @@ static inline const char *kvo_hws_result_text(const char *function, int32_t resu
         {"KVO_HWS_isMarovantiPanel", 0, "the panel is not a Marovanti panel"},
         {"KVO_HWS_isMarovantiPanel", -3, "the service sent an unknown mode"},
         {"KVO_HWS_isMarovantiPanel", -4, "the panel was not found, or the service failed"},
-        {"KVO_HWS_isMarovantiPanel", -5, "the service answered something unknown"},
+        {"KVO_HWS_isMarovantiPanel", -5, "the service sent an unknown reply"},
         /* usbevents.h */
         {"KVO_HWS_activateUSBEvents", -1, "the callback is null"},
         {"KVO_HWS_activateUSBEvents", -3, "the thread that asks the service could not be started"},
@@ -213,7 +214,7 @@ static inline const char *kvo_hws_result_text(const char *function, int32_t resu
         {"KVO_HWS_activateUSBEventsV2", -8, "the USB event server could not be stopped or started"},
         {"KVO_HWS_closeUSBEvents", -8, "the USB event server could not be stopped"},
         {"KVO_HWS_closeUSBEvents", -9, "USB events are not active in this program"},
-        {"KVO_HWS_isUSBEventsActivated", 0, "no program has USB events active"},
+        {"KVO_HWS_isUSBEventsActivated", 0, "no program has activated USB events"},
         {"KVO_HWS_isUSBEventsActivated", -1, "the service refused, or no service answers"},
         {"SendUSBEventCheckNULL_Simple", -1, "no callback is set, or the callback failed"},
         {"SendUSBEventCheckNULL_V1", -1, "no callback is set, or the callback failed"},

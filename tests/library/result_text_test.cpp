@@ -216,7 +216,7 @@ TEST(ResultText, a_function_may_have_its_own_meaning_of_a_number)
 TEST(ResultText, there_is_a_text_for_any_function_and_number)
 {
     for (const char *function : {static_cast<const char *>(nullptr), "", "KVO_HWS_getUsbLock", "noSuchFunction"}) {
-        EXPECT_STREQ(kvo_hws_result_text(function, -1), "the service refused or answered something unknown");
+        EXPECT_STREQ(kvo_hws_result_text(function, -1), "the service refused or sent an unknown reply");
         for (const int32_t code : {2, -11, INT32_MAX, INT32_MIN}) {
             EXPECT_EQ(kvo_hws_result_text(function, code), kUnexpected) << code;
         }

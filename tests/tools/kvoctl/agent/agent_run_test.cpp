@@ -277,7 +277,7 @@ const std::vector<Unreadable> kUnreadable = {
      {support::acceptsAll({{"getExDescByIP 0500000A", kStationText}, {"getKVOt2m2n=0A000005", "failed"}})},
      kByAddress,
      4,
-     "10.0.0.5: the service refused or answered something unknown",
+     "10.0.0.5: the service refused or sent an unknown reply",
      -1},
     {"refused_once",
      {support::replies("failed"), knowsFocus()},

@@ -210,7 +210,7 @@ TEST(Debug, shows_the_library_s_messages_once_and_does_not_change_standard_outpu
     EXPECT_EQ(ended.document()["error"]["code"], -1);
     EXPECT_THAT(ended.err, testing::StartsWith("kvo_hws_dll: activate debug mode\n"));
     EXPECT_THAT(ended.err, testing::EndsWith("\nkvo_hws_dll: is init complete - error sending request\n"
-                                             "kvoctl: ready: the service refused or answered something unknown (result -1)\n"));
+                                             "kvoctl: ready: the service refused or sent an unknown reply (result -1)\n"));
     const std::string message = "is init complete - error sending request";
     EXPECT_EQ(ended.err.find(message), ended.err.rfind(message));
 }

@@ -34,7 +34,7 @@ struct Entry {
     bool fails;                      ///< the empty reply is a failure, not a state of the station
 };
 
-const std::string kRefused = "(the service refused or answered something unknown)";
+const std::string kRefused = "(the service refused or sent an unknown reply)";
 
 /// The values in a subcommand's output: the whole output if there is one key, otherwise the text after the key of each line.
 std::vector<std::string> textsOf(const catalogue::Shown &shown, std::size_t keys)
@@ -303,7 +303,7 @@ TEST(Page, shows_missing_properties_as_null_with_the_reason)
                                        "failed": false})");
     EXPECT_THAT(page["unavailable"], testing::Contains(rotation));
     const Json type = Json::parse(R"({"key": "panel.type", "code": -1,
-                                   "meaning": "the service refused or answered something unknown", "failed": true})");
+                                   "meaning": "the service refused or sent an unknown reply", "failed": true})");
     EXPECT_THAT(page["unavailable"], testing::Contains(type));
 }
 

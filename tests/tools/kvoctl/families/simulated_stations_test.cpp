@@ -99,7 +99,7 @@ TEST_P(SimulatedStations, answer)
     }
 }
 
-const std::string kRefused = "the service refused or answered something unknown (result -1)";
+const std::string kRefused = "the service refused or sent an unknown reply (result -1)";
 
 const Scenario kScenarios[] = {
     {"viewer",

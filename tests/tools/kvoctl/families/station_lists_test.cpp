@@ -113,9 +113,9 @@ TEST(Stations, show_a_refusal_as_text_and_as_one_document)
     const ScriptedService service(scripts({"failed"}));
     const Ended ended = kvoctl({"stations", "--json"});
     EXPECT_EQ(ended.status, 4);
-    EXPECT_EQ(ended.err, "kvoctl: stations: the service refused or answered something unknown (result -1)\n");
+    EXPECT_EQ(ended.err, "kvoctl: stations: the service refused or sent an unknown reply (result -1)\n");
     EXPECT_EQ(ended.document(),
-              Json::parse(R"({"error": {"code": -1, "meaning": "the service refused or answered something unknown"}})"));
+              Json::parse(R"({"error": {"code": -1, "meaning": "the service refused or sent an unknown reply"}})"));
 }
 
 TEST(Stations, can_have_an_address_of_all_ones_in_the_service_s_list)

@@ -45,7 +45,7 @@ const Search kSearches[] = {{"KVO_HWS_getIPbyMCPAddress", "MCP address 5"},
 
 std::vector<Case> rowsOf(const Search &search)
 {
-    const std::string refused = "the service refused or answered something unknown";
+    const std::string refused = "the service refused or sent an unknown reply";
     CommandRows rows(search.request);
     for (const catalogue::Exchange &exchange : catalogue::requestOf(search.request).allExchanges()) {
         if (exchange.usual && exchange.result == 0) {
@@ -67,7 +67,7 @@ std::vector<Case> clientRows()
                R"({"clients": [{"value": 7, "name": "hmi"}]})")
         .shows("00000000 ", head + "0 clients\n", R"({"clients": []})")
         .fails("FFFFFFF0 ", -3, "the service reports 4294967280 clients; kvoctl accepts at most 1000000")
-        .fails("failed", -1, "the service refused or answered something unknown")
+        .fails("failed", -1, "the service refused or sent an unknown reply")
         .missesTheService()
         .rows();
 }

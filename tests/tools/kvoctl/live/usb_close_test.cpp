@@ -87,8 +87,8 @@ TEST(UsbClose, reports_a_refused_activation)
     const Ended ended = kvoctl({"usb", "close"});
     EXPECT_EQ(ended.status, 4);
     EXPECT_EQ(ended.out, "");
-    EXPECT_EQ(ended.err, "kvoctl: usb close: the events could not be activated: the service refused or answered something "
-                         "unknown (result -1)\n");
+    EXPECT_EQ(ended.err, "kvoctl: usb close: the events could not be activated: the service refused or sent an unknown "
+                         "reply (result -1)\n");
 }
 
 TEST(UsbClose, reports_a_refused_close)
@@ -96,8 +96,8 @@ TEST(UsbClose, reports_a_refused_close)
     const ScriptedService service({acceptsAll({{"deactivateUSBEvents", "failed"}})});
     const Ended ended = kvoctl({"usb", "close"});
     EXPECT_EQ(ended.status, 4);
-    EXPECT_EQ(ended.err, "kvoctl: usb close: the events could not be closed: the service refused or answered something "
-                         "unknown (result -1)\n");
+    EXPECT_EQ(ended.err, "kvoctl: usb close: the events could not be closed: the service refused or sent an unknown "
+                         "reply (result -1)\n");
 }
 
 }  // namespace

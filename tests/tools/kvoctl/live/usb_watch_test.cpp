@@ -265,7 +265,7 @@ const std::vector<Failing> kFailures = {{"refused",
                                          4,
                                          "service_refused",
                                          -1,
-                                         kNotActivated + "the service refused or answered something unknown"},
+                                         kNotActivated + "the service refused or sent an unknown reply"},
                                         {"unanswered",
                                          {acceptsAll(), acceptsAll(), support::closesAfterRequest()},
                                          3,
@@ -280,8 +280,7 @@ TEST(UsbWatch, reports_a_refusal_before_it_takes_over_the_events)
     const ScriptedService service({support::replies("failed")});
     Watching watch;
     EXPECT_EQ(watch.wait(), 4);
-    EXPECT_EQ(watch.err(),
-              "kvoctl: usb watch: " + std::string("the service refused or answered something unknown (result -1)\n"));
+    EXPECT_EQ(watch.err(), "kvoctl: usb watch: " + std::string("the service refused or sent an unknown reply (result -1)\n"));
     EXPECT_THAT(service.requests(), ElementsAre("isInitComplete\n"));
 }
 
@@ -291,8 +290,8 @@ TEST(UsbWatch, reports_a_refused_close)
     Watching watch;
     ASSERT_TRUE(watch.isActive());
     EXPECT_EQ(watch.stop(), 4);
-    EXPECT_EQ(watch.err(), "kvoctl: usb watch: the events could not be closed: the service refused or answered something "
-                           "unknown (result -1)\n");
+    EXPECT_EQ(watch.err(), "kvoctl: usb watch: the events could not be closed: the service refused or sent an unknown "
+                           "reply (result -1)\n");
 }
 
 TEST(UsbWatch, does_not_wait_forever_for_a_service_that_hangs)

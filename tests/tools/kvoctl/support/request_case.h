@@ -19,9 +19,9 @@ struct Case {
     std::string err{};     ///< standard error, with and without --json
 };
 
-inline const std::string kRefusal = "the service refused or answered something unknown (result -1)\n";
+inline const std::string kRefusal = "the service refused or sent an unknown reply (result -1)\n";
 inline const std::string kRefusalDocument =
-    R"({"error": {"code": -1, "meaning": "the service refused or answered something unknown"}})";
+    R"({"error": {"code": -1, "meaning": "the service refused or sent an unknown reply"}})";
 inline const std::string kMissing = "no service answers at /tmp/kvo_hws/cmd_sock (result -2)\n" + kNoServiceHint;
 inline const std::string kMissingDocument =
     R"({"error": {"code": -2, "meaning": "no service answers at /tmp/kvo_hws/cmd_sock"}})";

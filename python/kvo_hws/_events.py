@@ -1,5 +1,5 @@
-"""Hands events and exceptions of callbacks from the library's threads to the program's threads, and makes the end of the
-interpreter wait for the library's threads."""
+"""Passes events and exceptions of callbacks from the library's threads to the program's threads. Also makes the interpreter
+wait for the library's threads before it ends."""
 
 from __future__ import annotations
 
@@ -118,8 +118,8 @@ class EventQueue(CallbackFailures, Generic[Event]):
             self._changed.notify_all()
 
     def get(self, timeout: Optional[float], until: Optional[float] = None) -> Event:
-        """Takes the next event. Waits at most ``timeout`` seconds, or forever if it is None. With ``until``, takes only an
-        event that was put before that time.
+        """Takes the next event. Waits at most ``timeout`` seconds, or forever if ``timeout`` is None. With ``until``, takes
+        only an event that was put before that time.
         """
         if not self._started:
             raise RuntimeError(f"the {self._kind} are not started; use a with block, or call start")
@@ -139,10 +139,10 @@ class EventSource(Generic[Event]):
     _queue: EventQueue[Event]
 
     def get(self, timeout: Optional[float] = None) -> Event:
-        """Waits for the next event and returns it. Waits at most ``timeout`` seconds, or forever if it is None.
+        """Waits for the next event and returns it. Waits at most ``timeout`` seconds, or forever if ``timeout`` is None.
 
-        Raises EventTimeout; EventsEnded if the events have ended and all have been taken; RuntimeError if they were never
-        started; and the exception of a callback.
+        Raises EventTimeout if no event arrives in time; EventsEnded if the events have ended and all have been taken;
+        RuntimeError if the events were never started; and the exception of a callback.
         """
         return self._queue.get(timeout)
 
@@ -156,7 +156,7 @@ class EventSource(Generic[Event]):
             yield event
 
     def within(self, seconds: float) -> Iterator[Event]:
-        """The events that wait already, and those of the next ``seconds``. Later events stay in the queue."""
+        """The events that are already in the queue, and those of the next ``seconds``. Later events stay in the queue."""
         until = time.monotonic() + seconds
         while True:
             try:
@@ -167,8 +167,8 @@ class EventSource(Generic[Event]):
 
 
 def close_preserving(close: Callable[[], None], active: Optional[BaseException]) -> None:
-    """Calls ``close`` at the end of a ``with`` block. If it raises while another exception is active, that one stays the active
-    exception and the new one goes to sys.unraisablehook.
+    """Calls ``close`` at the end of a ``with`` block. If it raises while another exception is active, the other exception stays
+    active, and the new one goes to sys.unraisablehook.
     """
     try:
         close()

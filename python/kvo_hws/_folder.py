@@ -1,5 +1,5 @@
-"""The machine's /tmp/kvo_hws, the mount point of private folders. The last run removes the folder if a run made it; kvosim does
-the same. A run is any process that has a private folder there."""
+"""The machine's /tmp/kvo_hws, which is the mount point of private folders. A process that has a private folder there is called
+a run. If a run made the machine's folder, the last run removes it. kvosim follows the same rules."""
 
 from __future__ import annotations
 
@@ -14,7 +14,7 @@ MADE_BY_RUN = 0o1755
 """The mode that marks a folder that a run made. Services create the folder without the sticky bit."""
 
 _locked: Optional[int] = None
-"""The folder's descriptor, with a shared lock. While it is open, no other run removes the folder, and with it the mount."""
+"""The folder's descriptor, with a shared lock. While it is open, no other run removes the folder and the mount on it."""
 
 
 def lock_folder() -> None:
@@ -31,7 +31,7 @@ def lock_folder() -> None:
 
 def _lock() -> Tuple[Optional[int], bool]:
     """Returns the folder's descriptor, and whether this call made the folder. The descriptor is None if the folder belongs to
-    another user and is not readable. Runs neither make nor remove such a folder.
+    another user and is not readable. A run never makes or removes such a folder.
     """
     while True:
         made = _make()

@@ -26,8 +26,8 @@ _loading = threading.Lock()
 
 
 def _installed_with_module() -> Optional[str]:
-    """PREFIX/lib/libkvo_hws.so.0, if this module is PREFIX/lib/python3/dist-packages/kvo_hws. None if LD_LIBRARY_PATH has the
-    library too: it takes precedence, as for the programs that were installed into the same prefix.
+    """PREFIX/lib/libkvo_hws.so.0, if this module is PREFIX/lib/python3/dist-packages/kvo_hws. None if a folder of
+    LD_LIBRARY_PATH contains the library, because programs that were installed into the same prefix use that one, too.
     """
     packages = Path(__file__).resolve().parents[1]
     file = packages.parents[1] / SONAME
@@ -91,10 +91,11 @@ class CallResult(NamedTuple):
 
 
 def call(name: str, *inputs: object) -> CallResult:
-    """Calls a function. The caller passes only the inputs; the outputs are created here, in the positions of the prototype.
+    """Calls a function of the library. The caller passes only the inputs; the outputs are created here, in the positions of the
+    prototype.
 
-    An output that the function did not write is None. Raises the function's errors (KvoError), and ValueError or TypeError for
-    an input that C cannot take; the function is not called then.
+    An output that the function did not write is None. Raises the function's errors (KvoError). For an input that C cannot take,
+    raises ValueError or TypeError, and does not call the function.
     """
     prototype = PROTOTYPES[name]
     remaining = list(inputs)
@@ -128,7 +129,7 @@ def call_bool(name: str, *inputs: object) -> bool:
 
 
 def call_optional_number(name: str, *inputs: object) -> Optional[int]:
-    """Calls a function with one output. None if it returns 0, which means that no such value exists."""
+    """Calls a function with one output. Returns None if the function returns 0, which means that no such value exists."""
     result = call(name, *inputs)
     return result.values[0] if result.code == 1 else None
 
@@ -157,8 +158,9 @@ _thread_body = ThreadBody(_run_job)
 def run_on_library_thread(body: Callable[[], Result]) -> Result:
     """Runs ``body`` on a thread of the library, and waits for its result.
 
-    Some functions detach the thread that calls them. The interpreter joins or detaches its own threads, which would then be an
-    error. Also, it starts no threads while it ends.
+    Some functions detach the thread that calls them. A thread of the interpreter must not call these functions, because the
+    interpreter itself joins or detaches its threads. A thread of the library also works while the interpreter ends; the
+    interpreter does not start threads then.
     """
     results: List[Result] = []
     failures: List[BaseException] = []
@@ -183,7 +185,7 @@ def run_on_library_thread(body: Callable[[], Result]) -> Result:
     try:
         finished.wait()
     except BaseException:
-        finished.wait()  # Ctrl-C takes effect when the job is done: what the caller does next must not overtake it
+        finished.wait()  # Ctrl-C takes effect when the job is done, so that the caller's next step comes after the job
         raise
     if failures:
         raise failures[0]

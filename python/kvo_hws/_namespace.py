@@ -1,5 +1,5 @@
-"""Gives this process a private /tmp/kvo_hws. The paths of the library's sockets are the same for all programs of the machine,
-so programs that are tested in parallel each need a private folder there."""
+"""Gives this process a private /tmp/kvo_hws. The paths of the library's sockets are the same for all programs of the machine.
+Therefore each of several programs that are tested in parallel needs a private folder."""
 
 from __future__ import annotations
 
@@ -67,7 +67,9 @@ def _refused(error: int) -> NamespaceRefused:
 
 
 def _unshare_mounts() -> None:
-    """Without root's rights, a user namespace in which this user keeps its own number grants the right to mount."""
+    """Creates a mount namespace. Without root's rights, also creates a user namespace, which grants the right to mount. In it,
+    the user keeps its own number.
+    """
     user, group = os.getuid(), os.getgid()
     if _libc.unshare(CLONE_NEWNS) == 0:
         return
@@ -92,12 +94,12 @@ def _is_shared(mount_point: str) -> bool:
 
 
 def enter_private_namespace() -> None:
-    """Gives this process, and the programs that it starts from now on, a private /tmp/kvo_hws, which is empty at first. It
-    lasts for the whole life of the process; further calls do nothing.
+    """Gives this process, and the programs that it starts from now on, a private /tmp/kvo_hws, which is empty at first. The
+    folder exists until the process ends. Further calls do nothing.
 
-    Call it while the process has a single thread: other threads would stay outside. It does not need root if the kernel grants
-    user namespaces. Raises NamespaceRefused if this process may not create a namespace, and NamespaceError if anything else
-    fails.
+    Call this function while the process has a single thread, because other threads would not see the private folder. Root is
+    not required if the kernel grants user namespaces. Raises NamespaceRefused if this process may not create a namespace, and
+    NamespaceError if anything else fails.
     """
     global _entered
     with _entering:

@@ -165,7 +165,7 @@ PROTOTYPES: Dict[str, Prototype] = {
     "KVO_HWS_getDescriptionEx": Prototype(STATION, TEXT_OR_NULL, STATIONS_EX),
     "KVO_HWS_getKVOPreviousListFromRegistry": Prototype(STATIONS, SIZE, U32, errors=_REGISTRY),
     "KVO_HWS_getKVOCurrentListFromRegistry": Prototype(STATIONS, SIZE, U32, errors=_REGISTRY),
-    # The viewer of a station, and the station around it.
+    # Viewer, status line, focus and reboot of a station.
     "KVO_HWS_setStatusline": Prototype(STATION, U32, U32, TEXT),
     "KVO_HWS_rebootKVO": Prototype(STATION),
     "KVO_HWS_isViewerActive": Prototype(STATION),

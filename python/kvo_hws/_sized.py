@@ -15,17 +15,17 @@ Result = TypeVar("Result")
 MAX_ATTEMPTS = 8
 """The plant may grow between two calls, but not forever."""
 MAX_SIZE = 1_000_000
-"""Elements or bytes. A service that asks for more is not believed."""
+"""Elements or bytes. If a service reports a larger size, the size is probably wrong, and the call raises TooSmall."""
 
 
 def decode(data: bytes) -> str:
-    """Texts are UTF-8. Other bytes become surrogates, which are sent as the same bytes again."""
+    """Decodes UTF-8. Bytes that are not UTF-8 become surrogates; if these are sent again, they become the same bytes."""
     return data.decode("utf-8", "surrogateescape")
 
 
 def with_growing_buffer(body: Callable[[int, Any], Result], capacity: int) -> Result:
-    """Calls ``body`` with a capacity, and with the same number as a C variable. If it raises TooSmall, that variable holds the
-    required size, and ``body`` is called again with a larger capacity.
+    """Calls ``body`` with a capacity, and with the same number as a C variable. If ``body`` raises TooSmall, it has stored the
+    required size in that variable, and is called again with a larger capacity.
     """
     for attempt in range(MAX_ATTEMPTS):
         size = c_uint32(capacity)
@@ -51,8 +51,8 @@ def sized_text(name: str, *inputs: object) -> Tuple[int, str]:
 
 
 def unsized_text(name: str, *inputs: object) -> str:
-    """Calls a function that copies the daemon's whole reply to a buffer, however long it is; it does not know the buffer's
-    size.
+    """Calls a function that copies the daemon's whole reply to a buffer. The function does not know the buffer's size, so the
+    buffer is large.
     """
     buffer = ctypes.create_string_buffer(1 << 20)
     call(name, *inputs, buffer)

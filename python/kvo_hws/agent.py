@@ -37,8 +37,8 @@ class AgentCommand:
 
 
 OnCommand = Callable[[AgentCommand], Optional[bool]]
-"""The host program's callback. True means done, or yes; False means nothing to do, or no; None means that the command is
-unknown, and it fails."""
+"""The host program's callback. Its result is True for done, or yes; False for nothing to do, or no; and None for an unknown
+command, which then fails."""
 
 
 RANGES = {
@@ -60,11 +60,11 @@ def _checked_text(text: str, name: str) -> bytes:
 
 @dataclass(frozen=True)
 class AgentOptions:
-    """What the agent reports to the remote side about its station.
+    """The values that the agent reports to the remote side about its station. A value out of range raises ValueError.
 
-    ``kvo_index`` is 0 to 255. ``mcp`` says that the station has a machine control panel; the remote side may then query its
-    addresses. ``channel_on_focus`` is 1 to 8, ``screen_on_focus`` has at most 127 bytes, and ``startup_active`` is 0 to 2. The
-    others are explained at Panel.get_priority and Panel.get_startup_prio, and are not negative. Other values raise ValueError.
+    ``kvo_index`` is 0 to 255. ``mcp`` is True if the station has a machine control panel; the remote side may then query the
+    panel's addresses. ``channel_on_focus`` is 1 to 8, ``screen_on_focus`` has at most 127 bytes, and ``startup_active`` is 0 to
+    2. The others are 0 or more; Panel.get_priority and Panel.get_startup_prio explain them.
     """
 
     kvo_index: int = 1
@@ -90,15 +90,15 @@ class Agent:
         with Agent(focus="10.0.0.5", remote="127.0.0.1", session=3, on_command=answer) as agent:
             agent.push("screen changed")
 
-    ``focus`` is the address of the station in focus; if it is None, ``focus_name`` is the name of that station. ``remote`` is
+    ``focus`` is the address of the station in focus. If it is None, ``focus_name`` is the name of that station. ``remote`` is
     the address of the remote hardware service, and its TCP port is 5850 + ``session`` (0 to 9). The agent connects by itself.
     It tries again one second after a failed attempt, and five seconds after a connection was lost. If the local service does
-    not know the station, the agent ends; see ``running``.
+    not know the station, the agent ends, and ``running`` becomes False.
 
-    ``on_command`` is called on the agent's thread, one command at a time, while the remote side waits. It may send requests to
-    the service, push events and close the agent; it must not wait for the remote side. If it raises, the command fails, and
-    the next push or close raises the exception; a second exception before that goes to sys.unraisablehook. Without
-    ``on_command`` such commands fail.
+    ``on_command`` is the function for commands that only the host program can execute. Without it, these commands fail. The
+    agent's thread calls it for one command at a time, while the remote side waits. The function may send requests to the
+    service, push events and close the agent. It must not wait for the remote side. If it raises an exception, the command
+    fails, and the next push or close raises the exception. A second exception before that goes to sys.unraisablehook.
     """
 
     def __init__(
@@ -125,7 +125,7 @@ class Agent:
     def start(self) -> None:
         """Starts the agent without waiting for a connection. (KVO_HWS_startupEmbHwsClient)
 
-        Raises AlreadyRunning if an agent is running in this process, or has ended but was not closed; NoThread.
+        Raises AlreadyRunning if an agent is running in this process, or has ended but was not closed, and NoThread.
         """
         global _current
         with _change:
@@ -146,9 +146,9 @@ class Agent:
     def close(self) -> None:
         """Stops the agent, and waits for its end, which takes a second or two. (KVO_HWS_cleanupEmbHwsClient)
 
-        Does nothing if the agent was not started. Raises the exception of ``on_command``, and Timeout if the agent is still
-        running after 6 s because ``on_command`` has not returned; the agent ends when it returns. ``on_command`` may call it
-        too; then it does not wait.
+        Does nothing if the agent was not started. Raises the exception of ``on_command``. Raises Timeout if the agent is still
+        running after 6 s because ``on_command`` has not returned; the agent ends when ``on_command`` returns. ``on_command``
+        may also call close, which then does not wait.
         """
         global _current
         with _change:
@@ -169,14 +169,14 @@ class Agent:
         """Pushes an event to the remote side as an indication, which is one line. (KVO_HWS_sendEmbHwsEvent)
 
         Raises NotNegotiated if the remote side has not sent a valid request since the start, NullPointer if the agent was not
-        started, and the exception of ``on_command``. Without a connection the event is lost; this is not an error.
+        started, and the exception of ``on_command``. Without a connection, the event is lost without an exception.
         """
         self._failures.raise_pending()
         call("KVO_HWS_sendEmbHwsEvent", self._handle, text)
 
     @property
     def running(self) -> bool:
-        """Whether the agent's thread is running. It is not if the agent did not find the station in focus."""
+        """Whether the agent's thread is running. False if the agent did not find the station in focus."""
         handle = self._handle  # another thread may close it in the meantime
         if handle is None or handle.value is None:
             return False

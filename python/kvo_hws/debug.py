@@ -13,7 +13,7 @@ from ._sized import decode
 def library_version() -> str:
     """The library's version text, ``V%#.%#.#%.#%`` in every build. Sends no request. (KVO_HWS_getDLLVersion)
 
-    Programs compare this text literally. It is correct, and must not be filled in with a version.
+    This text is correct: programs compare it literally, so the "#" characters are never replaced by digits.
     """
     buffer = ctypes.create_string_buffer(64)
     call("KVO_HWS_getDLLVersion", buffer, ctypes.byref(ctypes.c_uint32(len(buffer))))
@@ -21,7 +21,7 @@ def library_version() -> str:
 
 
 def activate_debug() -> None:
-    """Switches the library's most detailed logging on: each request that fails logs the reason in the system log, with the
+    """Switches the library's most detailed logging on. Each request that fails then logs the reason in the system log, with the
     identity ``kvo_hws_dll``. (KVO_HWS_activateDebugDLL)
     """
     call_void("KVO_HWS_activateDebugDLL")

@@ -34,13 +34,13 @@ class EmbeddedEvents(EventSource[EmbeddedEvent]):
             event = events.get(timeout=5)
 
     Without ``on_event``, events wait in a queue until get, iteration or within takes them. With ``on_event``, the library
-    passes them to that function, one at a time, on its own thread. The next get, iteration or close raises the exception of the
-    function; a second exception before that goes to sys.unraisablehook. The function may close the events.
+    passes them to that function, one at a time, on a thread of the library. The function may close the events. If it raises an
+    exception, the next get, iteration or close raises it again. A second exception before that goes to sys.unraisablehook.
 
-    The library tries to connect once a second, until a service is running and again after the connection was lost. Starting
-    does not wait for the connection, and events that are published before it are missed; tests can call
-    Simulator.wait_for_listeners. Only one object of a process listens at a time. **Starting replaces the process's handler of
-    SIGUSR1** with one that does nothing.
+    The library tries to connect once a second until a service is running, and again after the connection was lost. start does
+    not wait for the connection. Events that are published before the connection exists are missed; tests can call
+    Simulator.wait_for_listeners first. Only one object of a process listens at a time. **start replaces the process's handler
+    of SIGUSR1** with one that does nothing.
     """
 
     def __init__(self, on_event: Optional[OnEmbeddedEvent] = None) -> None:
@@ -50,8 +50,8 @@ class EmbeddedEvents(EventSource[EmbeddedEvent]):
     def start(self) -> None:
         """Starts to listen. (KVO_HWS_activateEmbKvoEvents)
 
-        Raises AlreadyRunning if this process is already listening, or if an earlier listener is still running because it needs
-        a service to end; NoThread.
+        Raises AlreadyRunning if this process is already listening. Also raises it if an earlier listener is still running,
+        because a listener that waits for a service ends only when one starts. Raises NoThread.
         """
         global _current
         with _change:
@@ -69,8 +69,8 @@ class EmbeddedEvents(EventSource[EmbeddedEvent]):
         """Stops listening, and waits at most one second for the end of the listener. (KVO_HWS_deactivateEmbKvoEvents)
 
         Events that arrived before can still be taken. Does nothing if this object is not listening. Raises the exception of
-        ``on_event``, and Timeout if the listener is still running: without a service, it ends only when one starts, and
-        cannot be started again before that.
+        ``on_event``, and Timeout if the listener is still running. Without a service, the listener ends only when a service
+        starts; it cannot be started again before that.
         """
         global _current
         with _change:

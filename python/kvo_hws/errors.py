@@ -1,5 +1,5 @@
 """The exceptions of this package. The library's result codes are ambiguous: -3 means "too small" for one function and "out of
-range" for another. Each function therefore has its own table of exceptions, and programs test the class of the exception."""
+range" for another. Therefore each function has its own table of exceptions. Programs test the class of the exception."""
 
 from __future__ import annotations
 
@@ -29,20 +29,20 @@ class NotConnected(KvoError):
 
 
 class ServiceError(KvoError):
-    """The service refused or sent an unknown reply, or the exchange broke, for example after 4 s without a byte of the reply.
+    """The service refused or sent an unknown reply, or the exchange broke. For example, no byte of the reply arrived for 4 s.
     """
 
 
 class Refused(ServiceError):
-    """The service refused, if the function distinguishes that from an unknown reply."""
+    """The service refused. Only functions that distinguish refusals from unknown replies raise this."""
 
 
 class UnknownReply(ServiceError):
-    """The service sent an unknown reply or a malformed value, if the function distinguishes that from a refusal."""
+    """The service sent an unknown reply or a malformed value. Only functions that distinguish this from refusals raise it."""
 
 
 class ServiceBusy(ServiceError):
-    """The service is busy, in functions that treat this as an error. Try again later."""
+    """The service is busy. Only functions that treat this as an error raise it. Try again later."""
 
 
 class NotAvailable(KvoError):
@@ -62,7 +62,7 @@ class Ambiguous(KvoError, LookupError):
 
 
 class Timeout(KvoError):
-    """Something did not happen in time: a lock was not obtained, or a thread of the library still runs."""
+    """A lock was not obtained in time, or a thread of the library did not end in time."""
 
 
 class Unsupported(KvoError):
@@ -74,7 +74,7 @@ class NotActive(KvoError):
 
 
 class NullPointer(KvoError):
-    """A required pointer is null: a mistake in this module or its caller."""
+    """A required pointer is null. This is a mistake in this module or in its caller."""
 
 
 class ServerFailed(KvoError):
@@ -86,7 +86,7 @@ class NoThread(KvoError):
 
 
 class AlreadyRunning(KvoError):
-    """It is already running in this process, or has ended but was not cleaned up."""
+    """The agent or listener is already running in this process, or has ended but was not cleaned up."""
 
 
 class MissingParameter(KvoError, ValueError):
@@ -110,7 +110,7 @@ class NotNegotiated(KvoError):
 
 
 class LibraryNotFound(ImportError):
-    """The shared library cannot be used. The text says what to install or to set."""
+    """The shared library cannot be used. The text contains the reason and, if possible, what to install or to set."""
 
 
 class EventTimeout(TimeoutError):
@@ -122,7 +122,7 @@ class EventsEnded(Exception):
 
 
 class NamespaceError(OSError):
-    """This process cannot get a private /tmp/kvo_hws. The text says which step failed, and what works instead."""
+    """This process cannot get a private /tmp/kvo_hws. The text names the step that failed, and the alternatives."""
 
 
 class NamespaceRefused(NamespaceError):

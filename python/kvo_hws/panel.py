@@ -26,12 +26,12 @@ SERVER_SIZE = 1025
 
 
 class Panel:
-    """A station, by its address.
+    """A station, identified by its address.
 
-    An object keeps only the address; create as many as you like and use them from any thread. The station need not exist. Each
-    method raises NotConnected if no service is running, and ServiceError if the service refuses, does not know the station, or
-    sends an unknown reply. A method's docstring names its other exceptions. A method that changes something and returns a bool
-    returns True if it did so, and False if there was nothing to do.
+    An object keeps only the address. Create as many objects as you like and use them from any thread. The station need not
+    exist. Each method raises NotConnected if no service is running, and ServiceError if the service refuses, does not know the
+    station, or sends an unknown reply. A method's docstring names its other exceptions. If a method changes something and
+    returns a bool, True means that the change was made, and False that there was nothing to do or the station was busy.
     """
 
     def __init__(self, address: Address) -> None:
@@ -64,7 +64,7 @@ class Panel:
         """What the service knows about the station. None if it does not know the station. (KVO_HWS_getDescriptionEx)"""
         return Service().find_station(self.address)
 
-    # ---- The viewer, and the station around it ----
+    # ---- Viewer, status line, focus and reboot ----
 
     def set_statusline(self, text: str, value1: int = 0, value2: int = 0) -> None:
         """Sets the status line. The daemon defines the meaning of the two numbers. (KVO_HWS_setStatusline)"""
@@ -254,14 +254,14 @@ class Panel:
     def get_screen_on_focus(self) -> str:
         """The screen that the station shows when it gets the focus. (KVO_HWS_getKVOScreenOnFocus)
 
-        The C function copies the whole reply, and the buffer has 1 MiB. This method trusts the service not to send more.
+        The C function copies the whole reply to a buffer of 1 MiB without a check. The service must not send a longer reply.
         """
         return unsized_text("KVO_HWS_getKVOScreenOnFocus", self.address)
 
     def get_t2m2n(self) -> str:
-        """The M:N assignment, as a text from the daemon. (KVO_HWS_getKVOT2M2N)
+        """The M:N assignment, a text that the daemon defines. (KVO_HWS_getKVOT2M2N)
 
-        The C function copies the whole reply, and the buffer has 1 MiB. This method trusts the service not to send more.
+        The C function copies the whole reply to a buffer of 1 MiB without a check. The service must not send a longer reply.
         """
         return unsized_text("KVO_HWS_getKVOT2M2N", self.address)
 
@@ -272,7 +272,7 @@ class Panel:
         call_void("KVO_HWS_setChannelInfo", self.address, info)
 
     def get_channel_info(self) -> Optional[str]:
-        """The channel information. None if there is none. (KVO_HWS_getChannelInfo)"""
+        """The channel information. None if the station has none. (KVO_HWS_getChannelInfo)"""
         code, text = sized_text("KVO_HWS_getChannelInfo", self.address)
         return text if code == 1 else None
 
@@ -312,8 +312,8 @@ class Panel:
         return InputDevices(*counts)
 
     def count_input_devices(self) -> InputDevices:
-        """The numbers of input devices, without virtual keyboards, from the oldest form of the request. ``touch`` counts touch
-        devices of both kinds, and is 0 if the service reports neither; the others are as in get_input_devices.
+        """The numbers of input devices without virtual keyboards, read with the oldest C function. ``touch`` counts both kinds
+        of touch devices, and is 0 if the service reports neither. The other numbers are as in get_input_devices.
         (KVO_HWS_showInputDevice)
         """
         keyboards, mice, touch = call("KVO_HWS_showInputDevice", self.address).values
@@ -327,7 +327,7 @@ class Panel:
     def get_dpi(self) -> int:
         """The display's resolution in dots per inch. (KVO_HWS_showDPI)
 
-        Raises ServiceError also if the station does not report the resolution; get_metric(Metric.DPI) distinguishes the two.
+        Raises ServiceError also if the station does not report the resolution. get_metric(Metric.DPI) raises NotAvailable then.
         """
         return call_number("KVO_HWS_showDPI", self.address)
 
@@ -343,9 +343,10 @@ class Panel:
         Service().set_usb_lock(first, second, [self.address])
 
     def get_usb_connectors(self) -> str:
-        """The USB connectors as a text from the daemon; "" if there are none. (KVO_HWS_getUsbConnectorListOne)
+        """The USB connectors, a text that the daemon defines; "" if there are none. (KVO_HWS_getUsbConnectorListOne)
 
-        Raises Refused, UnknownReply, or ServiceBusy while the service is still searching them; all three are ServiceErrors.
+        Raises Refused, UnknownReply, and ServiceBusy while the service is still searching for the connectors. All three are
+        subclasses of ServiceError.
         """
         return sized_text("KVO_HWS_getUsbConnectorListOne", self.address)[1]
 

@@ -15,7 +15,7 @@ ExtendedAttributes = Tuple[int, int, int, int, int, int, int]
 
 @dataclass(frozen=True)
 class Station:
-    """A station that the service knows. Only the daemon defines what its attributes mean."""
+    """A station that the service knows. The daemon defines the meaning of the attributes."""
 
     address: IPv4Address
     name: str
@@ -41,7 +41,7 @@ class Client:
 
 @dataclass(frozen=True)
 class CurrentServer:
-    """What a viewer shows: the name or address of a server, and the display as a text from the daemon."""
+    """The server that a viewer shows: its name or address, and the display as a text from the daemon."""
 
     server: str
     display: str
@@ -57,8 +57,8 @@ class Priority:
 
 @dataclass(frozen=True)
 class Calibration:
-    """A touch screen's calibration. The press threshold is -1 (the driver's own value) or more; nonlinear is -1 (the same), 0
-    or 1.
+    """A touch screen's calibration. The press threshold is -1 or more, and nonlinear is -1, 0 or 1. -1 means the driver's own
+    value.
     """
 
     press_threshold: int
@@ -69,8 +69,8 @@ class Calibration:
 class InputDevices:
     """The numbers of a station's input devices. A number is None if the service does not report it.
 
-    ``touch`` counts only single-touch devices, or both kinds if the request does not ask for ``multitouch``. ``max_contacts``
-    is the number of fingers that the device distinguishes.
+    ``touch`` counts only single-touch devices. In the results of count_input_devices and count_input_devices_v2, which have no
+    ``multitouch``, it counts both kinds. ``max_contacts`` is the number of fingers that the device distinguishes.
     """
 
     keyboards: Optional[int]

@@ -35,9 +35,9 @@ def _optional_address(address: Optional[int]) -> Optional[IPv4Address]:
 class Service:
     """The hardware service of this machine's panel.
 
-    An object has no state; create as many as you like and use them from any thread. Requests of a process wait for each other,
-    and a request that the service does not answer takes 4 s. Each method that sends a request raises NotConnected if no service
-    is running, and ServiceError if the service refuses or sends an unknown reply. A method's docstring names its other
+    An object has no state. Create as many objects as you like and use them from any thread. Requests of a process run one after
+    another. A request that the service does not answer takes 4 s. Each method that sends a request raises NotConnected if no
+    service is running, and ServiceError if the service refuses or sends an unknown reply. A method's docstring names its other
     exceptions. Requests that concern one station are methods of Panel.
     """
 
@@ -71,8 +71,8 @@ class Service:
     def lock_registry(self) -> bool:
         """Takes the daemon's lock on its registry files. (KVO_HWS_lockKVORegData)
 
-        True: the caller has the lock now, and releases it with unlock_registry. False: another client has it; try again.
-        Without a service, raises ServiceError.
+        True: the caller has the lock now, and must release it with unlock_registry. False: another client has the lock; try
+        again. Without a service, raises ServiceError.
         """
         return call_bool("KVO_HWS_lockKVORegData")
 
@@ -117,7 +117,7 @@ class Service:
         return _station_ex(record) if found else None
 
     def get_previous_stations(self, timeout: int = 1) -> Optional[List[Station]]:
-        """The station list that the daemon kept on disk at its last start. None while the daemon is starting.
+        """The station list that the daemon saved to disk at its last start. None while the daemon is starting.
         (KVO_HWS_getKVOPreviousListFromRegistry)
 
         Waits at most ``timeout`` whole seconds for the daemon's lock, and raises Timeout if it does not get the lock. The list
@@ -126,7 +126,7 @@ class Service:
         return self._registry_list("KVO_HWS_getKVOPreviousListFromRegistry", timeout)
 
     def get_current_stations(self, timeout: int = 1) -> Optional[List[Station]]:
-        """The station list that the daemon keeps on disk now. Works as get_previous_stations.
+        """The station list that the daemon has on disk now. Works as get_previous_stations.
         (KVO_HWS_getKVOCurrentListFromRegistry)
         """
         return self._registry_list("KVO_HWS_getKVOCurrentListFromRegistry", timeout)
@@ -164,8 +164,8 @@ class Service:
         """Sets the USB lock of stations with datagrams on the panel's internal network. Does not wait for a reply.
         (KVO_HWS_setUsbLock)
 
-        Set ``first`` to a number other than 0 to keep devices off. ``hosts`` are the stations; None addresses every station of
-        the network. Raises ServiceError if no datagram could be sent, and InvalidHost if 127.0.0.1 is among the hosts.
+        If ``first`` is not 0, the stations refuse USB devices. ``hosts`` are the stations; None addresses every station of the
+        network. Raises ServiceError if no datagram could be sent, and InvalidHost if 127.0.0.1 is among the hosts.
         """
         if isinstance(hosts, str):
             raise TypeError("hosts is a list of addresses; Panel.set_usb_lock takes a single station")
@@ -175,9 +175,11 @@ class Service:
         call_void("KVO_HWS_setUsbLock", len(addresses), (c_char_p * max(len(addresses), 1))(*addresses), first, second)
 
     def get_usb_connectors(self) -> str:
-        """The USB connectors of all stations as a text from the daemon; "" if there are none. (KVO_HWS_getUsbConnectorList)
+        """The USB connectors of all stations, a text that the daemon defines; "" if there are none.
+        (KVO_HWS_getUsbConnectorList)
 
-        Raises Refused, UnknownReply, or ServiceBusy while the service is still searching them; all three are ServiceErrors.
+        Raises Refused, UnknownReply, and ServiceBusy while the service is still searching for the connectors. All three are
+        subclasses of ServiceError.
         """
         return sized_text("KVO_HWS_getUsbConnectorList")[1]
 

@@ -32,8 +32,8 @@ STATUS_NO_SIMULATOR = 3
 POLL_SECONDS = 0.02
 WAITING = "kvosim: waiting for "
 COMMAND_SECONDS = 30.0
-"""The time limit for a command of kvosim. kvosim itself waits 4 s for the receiver of an event, and for the reply of an agent
-as long as the caller specifies."""
+"""The time limit for a command of kvosim. kvosim itself waits 4 s for the receiver of an event. For the reply of an agent it
+waits as long as the caller specifies."""
 
 StationName = Union[Address, Panel]
 """A station of the simulator: an address, a Panel, or a name."""
@@ -55,7 +55,7 @@ class UsbDelivery:
 
     @property
     def delivered(self) -> bool:
-        """Whether the event was written to the listening program. The reply of that program does not matter."""
+        """Whether the event was written to the listening program, with any reply of that program."""
         return self.delivery == "delivered"
 
 
@@ -84,33 +84,34 @@ class Simulator:
     **The folder of the sockets.** All programs of a machine use the library's sockets in /tmp/kvo_hws. There are three ways to
     start a simulator:
 
-    - ``Simulator()`` first gives this process a private /tmp/kvo_hws (enter_private_namespace). Only the simulator, this
-      process and the programs that it starts use that folder, so any number of tests can run in parallel. It lasts for the life
-      of the process, and must be created before the process starts threads. Other simulators of the process use the same
-      folder, one after the other. If the kernel or a container does not permit a private folder, the simulator uses the
-      machine's own folder, as "kvosim run --shared" does: only one simulator runs at a time, and start() waits without a time
-      limit until the folder is free.
-    - ``Simulator(private=False)`` uses the machine's own folder, or the one that the process was started with. If a service is
-      already running there, the simulator refuses to start.
+    - ``Simulator()`` uses a private /tmp/kvo_hws. start() gives this folder to the process (enter_private_namespace) before the
+      simulator starts. Only the simulator, this process and the programs that it starts use the folder, so any number of tests
+      can run in parallel. The folder exists until the process ends. Start the first simulator before the process starts
+      threads. Other simulators of the process use the same folder, one after the other. If the kernel or a container does not
+      permit a private folder, the simulator uses the machine's own folder, as "kvosim run --shared" does. Then only one
+      simulator runs at a time, and start() waits without a time limit until the folder is free.
+    - ``Simulator(private=False)`` uses the machine's own folder, or the folder with which the process was started. If a service
+      is already running there, the simulator refuses to start.
     - ``kvosim run -- python3 bench.py`` starts the program together with a simulator, in a private folder. In that program,
       ``Simulator.attach()`` returns an object that controls the simulator.
 
     **The parameters.**
 
-    - ``plant`` is a plant file, and ``plant_text`` is the text of one. Without them, the plant has ``stations`` generated
-      stations.
+    - ``plant`` is the path of a plant file, and ``plant_text`` is the content of such a file. Without both, the plant has
+      ``stations`` generated stations.
     - ``focus`` is the station that gets the focus when the service is ready.
-    - ``remote`` are the sessions of remote agents, 0 to 9. The simulator listens for each of them at TCP port 5850 + session of
-      127.0.0.1. All programs of the machine share these ports.
+    - ``remote`` are the numbers of the agents' sessions, 0 to 9. For each of them, the simulator listens at TCP port 5850 + the
+      number of 127.0.0.1. All programs of the machine share these ports.
     - ``registry`` is a folder that keeps the registry lists from one start to the next.
     - ``alive`` is the number of seconds between "Alive?" events; 0 switches them off.
-    - ``usb_lock_address`` is the address that receives datagrams of the USB lock, "ADDRESS[:PORT]" or "none"; the default is
-      127.0.0.1:5851. With ``private``, start() sets KVO_PLATFORM_INTERFACE=lo in the environment of this process, unless the
-      variable is set, because the library then sends the datagrams there.
+    - ``usb_lock_address`` is the address at which the simulator receives datagrams of the USB lock, "ADDRESS[:PORT]" or "none".
+      The default is 127.0.0.1:5851. With ``private``, start() sets KVO_PLATFORM_INTERFACE=lo in the environment of this process
+      unless the variable is set. The library then sends the datagrams to this address.
     - ``verbose`` prints each exchange on standard error.
-    - ``kvosim`` is the program; the default is the one that KVO_KVOSIM names, otherwise kvosim from the PATH.
+    - ``kvosim`` is the path of the program kvosim. The default is the variable KVO_KVOSIM, otherwise kvosim from the PATH.
 
-    The simulator ends with the program, even if the program is killed. A Ctrl-C at the terminal reaches only the program.
+    The simulator ends when this process ends, even if the process is killed. A Ctrl-C at the terminal reaches only this
+    process.
     """
 
     def __init__(
@@ -167,7 +168,7 @@ class Simulator:
         """Starts the simulator, and waits at most ``timeout`` seconds until it accepts requests. If its plant has
         ``init_time_ms``, the service is not ready yet; see wait_until_ready.
 
-        Raises SimulatorError with the message of kvosim if it cannot start; NamespaceError.
+        Raises SimulatorError with the message of kvosim if kvosim cannot start, and NamespaceError.
         """
         if self._attached or self.running:
             raise SimulatorError("the simulator is already running")
@@ -193,13 +194,13 @@ class Simulator:
             except BaseException:
                 self.kill()
                 raise
-            # Its warnings, for example about a port that another program uses. It runs nevertheless.
+            # Warnings of kvosim, for example about a port that another program uses. kvosim runs nevertheless.
             sys.stderr.write(_text_of(messages)[self._shown :])
         if self._focus is not None:
             self._give_focus(self._focus, timeout)
 
     def stop(self) -> None:
-        """Ends the simulator in the normal way (SIGTERM), and waits for its end."""
+        """Ends the simulator normally (SIGTERM), and waits for its end."""
         self._end(signal.SIGTERM)
 
     def kill(self) -> None:
@@ -207,7 +208,7 @@ class Simulator:
         self._end(signal.SIGKILL)
 
     def restart(self, timeout: float = 10.0) -> None:
-        """Stops the simulator and starts it again. The plant is again as in its file, and no events are activated."""
+        """Stops the simulator and starts it again. The plant is again as in its file, and USB events are not activated."""
         self.stop()
         self.start(timeout)
 
@@ -237,7 +238,7 @@ class Simulator:
 
     @contextmanager
     def _plant_file(self) -> Iterator[str]:
-        """The path of the plant file, or of a temporary one that exists until kvosim has read it."""
+        """Yields the path of the plant file, or of a temporary plant file that exists until kvosim has read it."""
         if self._plant is not None:
             yield os.fspath(self._plant)
             return
@@ -311,8 +312,8 @@ class Simulator:
         return self.command("station", "--", _station_argument(station))
 
     def set_station(self, station: StationName, **values: Value) -> Dict[str, Any]:
-        """Changes a station without a request of a program. Accepts the keys of plant files. If one of them is wrong, changes
-        nothing.
+        """Changes a station's state directly, without a request to the service. Accepts the keys of plant files. If a key or
+        value is wrong, nothing changes.
 
         ``simulator.set_station("10.0.0.5", mcp_address=17, viewer="nc:1", dpi="none")``
         """
@@ -327,8 +328,8 @@ class Simulator:
         """Makes requests fail. ``kind`` is delay, close, garbage, failed, split or silent. ``command`` is the keyword of a
         request on the wire, or "*" for all requests.
 
-        The fault spares the first ``after`` requests and then affects ``times`` requests; 0 means without end. ``delay_ms`` is
-        at most 60000; the kinds delay (default 1000) and split (default 5) use it.
+        The fault does not affect the first ``after`` requests. It affects the next ``times`` requests; with 0, all of them.
+        ``delay_ms`` is at most 60000; the kinds delay (default 1000) and split (default 5) use it.
         """
         options = [f"--command={command}", f"--after={after}", f"--times={times}"]
         if delay_ms is not None:
@@ -376,7 +377,7 @@ class Simulator:
 
     def publish(self, name: str, data: str) -> int:
         """Publishes an event of embedded stations. Returns the number of listeners."""
-        reply = self.command("event", "--", f"{name}, {data}", could_not_is_told=True)
+        reply = self.command("event", "--", f"{name}, {data}", accept_failure=True)
         return int(reply["listeners"])
 
     def wait_for_listeners(self, count: int = 1, timeout: float = 10.0) -> None:
@@ -404,9 +405,9 @@ class Simulator:
         self._wait(connected, timeout, f"no agent is connected in session {session}")
 
     def close_agent(self, session: int, reset: bool = False, away: Optional[int] = None) -> None:
-        """Ends the connection of a session's agent; with ``reset``, resets it as a crash would. The agent connects again after
-        5 s. ``away`` also closes the port for that many seconds (1 to 600), with or without an agent, as if the remote side
-        restarted.
+        """Ends the connection of a session's agent. With ``reset``, resets the connection as a crash would. The agent connects
+        again after 5 s. ``away`` also closes the port for that many seconds (1 to 600), as if the remote side restarted; this
+        works even if no agent is connected.
         """
         absence = [] if away is None else [f"--for={away}"]
         self._run("remote", "close", str(session), *_option("reset", reset), *absence)
@@ -420,19 +421,19 @@ class Simulator:
     # ---- Commands of kvosim ----
 
     def command(
-        self, *arguments: str, could_not_is_told: bool = False, seconds: Optional[float] = None
+        self, *arguments: str, accept_failure: bool = False, seconds: Optional[float] = None
     ) -> Dict[str, Any]:
         """Runs a command of kvosim (``kvosim --help``) for this simulator, and returns its JSON reply.
 
-        Raises NoSimulator; SimulatorError if the command was refused, failed, or took longer than ``seconds``. With
-        ``could_not_is_told``, returns the reply of a command that failed, if it printed one. Arguments after "--" are not
+        Raises NoSimulator, and SimulatorError if the command was refused, failed, or took longer than ``seconds``. With
+        ``accept_failure``, returns the reply of a command that failed, if it printed one. Arguments after "--" are not
         options.
         """
         words = list(arguments)
         words.insert(words.index("--") if "--" in words else len(words), "--json")
-        return dict(json.loads(self._run(*words, could_not_is_told=could_not_is_told, seconds=seconds)))
+        return dict(json.loads(self._run(*words, accept_failure=accept_failure, seconds=seconds)))
 
-    def _run(self, *arguments: str, could_not_is_told: bool = False, seconds: Optional[float] = None) -> str:
+    def _run(self, *arguments: str, accept_failure: bool = False, seconds: Optional[float] = None) -> str:
         limit = COMMAND_SECONDS if seconds is None else seconds
         # kvosim reads and writes UTF-8 in every locale.
         words = [one.encode("utf-8", "surrogateescape") for one in arguments]
@@ -442,7 +443,7 @@ class Simulator:
             )
         except subprocess.TimeoutExpired as error:
             raise SimulatorError(f"kvosim {' '.join(arguments)} did not end within {limit:g} s") from error
-        if ended.returncode == 0 or (could_not_is_told and ended.returncode == 1 and ended.stdout):
+        if ended.returncode == 0 or (accept_failure and ended.returncode == 1 and ended.stdout):
             return decode(ended.stdout)
         kind = NoSimulator if ended.returncode == STATUS_NO_SIMULATOR else SimulatorError
         raise kind(decode(ended.stderr).strip() or f"kvosim ended with status {ended.returncode}", ended.returncode)
@@ -457,8 +458,8 @@ class Simulator:
 
 @lru_cache(maxsize=None)
 def _has_private_folder() -> bool:
-    """Whether this process has a private folder. If not, prints the reason once. Raises NamespaceError if the cause is this
-    process.
+    """Gives this process a private folder and returns True. If the kernel or a container refuses, prints the reason once and
+    returns False. Raises NamespaceError for any other cause, such as a process that has several threads.
     """
     try:
         enter_private_namespace()

@@ -44,7 +44,7 @@ END_CODES = frozenset(
 
 @dataclass(frozen=True)
 class UsbEvent:
-    """Something happened to a device; the subclass shows what. The two idents identify a device of a station."""
+    """An event of a device; the subclass is the kind of event. The two idents identify a device of a station."""
 
     ip_address: str
     """The station's address, as the service sent it."""
@@ -126,18 +126,18 @@ class UsbEvents(EventSource[UsbEvent]):
             event = events.get(timeout=5)
             for event in events: ...
 
-    Without ``on_event``, each event is reported to the service as done when it arrives, and waits in a queue until get,
-    iteration or within takes it. With ``on_event``, each event is passed to that function, and its result is reported to the
-    service; get and iteration then only wait for the end.
+    Without ``on_event``, each event is reported to the service as done when it arrives. It waits in a queue until get,
+    iteration or within takes it. With ``on_event``, each event is passed to that function, and the function's result is reported to the
+    service. get and iteration then only wait for the end.
 
-    The library calls ``on_event`` on its own threads, one for each event, several at once. Protect data that it shares with the
-    rest of the program with a lock. The service waits for its result for 4 s. If it raises, it has failed, and the next get,
-    iteration or close raises the exception; a second exception before that goes to sys.unraisablehook. It may call everything
-    in this package.
+    The library calls ``on_event`` on its own threads, one for each event, several at once. If the function shares data with the
+    rest of the program, protect the data with a lock. The service waits 4 s for the function's result. An exception means that
+    the function has failed; the next get, iteration or close raises it again. A second exception before that goes to
+    sys.unraisablehook. The function may call everything in this package.
 
-    Only one program of a panel receives the events at a time: starting takes them from the program that had them. If another
-    program takes them, or the service ends them, iteration ends, and ``end`` is the code. Only one object of a process receives
-    them at a time. After the end, an object can be started again.
+    Only one program of a panel receives the events at a time: start takes them from the program that had them. If another
+    program takes the events, or the service ends them, iteration ends, and ``end`` is the code of the end. Only one object of a
+    process receives events at a time. After the end, an object can be started again.
     """
 
     def __init__(self, on_event: Optional[OnUsbEvent] = None) -> None:
@@ -159,8 +159,8 @@ class UsbEvents(EventSource[UsbEvent]):
         return code if code in END_CODES else None
 
     def start(self, timeout: float = 10.0) -> None:
-        """Activates the events, and waits at most ``timeout`` seconds until the service accepts that. If no service is running,
-        or it is still starting, waits until it is ready. (KVO_HWS_activateUSBEventsV2)
+        """Activates the events, and waits at most ``timeout`` seconds until the service accepts the activation. If no service
+        is running, or the service is still starting, also waits until it is ready. (KVO_HWS_activateUSBEventsV2)
 
         Raises EventTimeout if the service was not ready in time; ServiceError if it refuses; NotConnected if it ended at that
         moment; ServerFailed; NoThread; and RuntimeError if this process already receives the events.
@@ -190,10 +190,10 @@ class UsbEvents(EventSource[UsbEvent]):
             raise ServiceError(function, -1, "the service refused to send USB events")
 
     def close(self) -> None:
-        """Ends the events, and waits until the service knows. Takes about a second. (KVO_HWS_closeUSBEvents)
+        """Ends the events, and waits until the service has confirmed the end. Takes about a second. (KVO_HWS_closeUSBEvents)
 
         Events that arrived before can still be taken. Does nothing if the events have already ended. Raises ServerFailed, and
-        the exception of ``on_event``. ``on_event`` may call it too; then it does not wait.
+        the exception of ``on_event``. ``on_event`` may also call close, which then does not wait.
         """
         if _current is self:
             try:
@@ -203,7 +203,9 @@ class UsbEvents(EventSource[UsbEvent]):
         self._queue.raise_pending()
 
     def _end_activation(self) -> None:
-        """This object keeps the events until their end arrives; otherwise the next object would take that end as its own."""
+        """Closes the events. This object receives the codes until the code of the end arrives. Otherwise the next object would
+        receive that code and treat it as its own end.
+        """
         if self.end is None and not self._closing:
             self._closing = True
             try:

@@ -22,18 +22,18 @@ std::vector<Request> setters()
     Request mcp = CATALOGUE_REQUEST(KVO_HWS_setMCPAddress, "set MCP address");
     sets(mcp, "setMCPAddress", 7)
         .kvoctl("address mcp", {kHere, "7"})
-        .wire("`setMCPAddress=\"`*number*`\" `*station*", "`ok`, `failed`", "0 to 255")
+        .wire("`setMCPAddress=\"`*number*`\" `*station*", "`ok`, `failed`", "sets the address of the MCP, 0 to 255")
         .python("Panel.set_mcp_address");
     Request index = CATALOGUE_REQUEST(KVO_HWS_setKVOIndex, "set KVO index");
     sets(index, "setKVOIndex", 7)
         .kvoctl("address kvo-index", {kHere, "7"})
-        .wire("`setKVOIndex=\"`*number*`\" `*station*", "`ok`, `failed`", "0 to 255")
+        .wire("`setKVOIndex=\"`*number*`\" `*station*", "`ok`, `failed`", "sets the KVO index, 0 to 255")
         .python("Panel.set_kvo_index");
     Request dck = CATALOGUE_REQUEST(KVO_HWS_setDCKEnable, "set DCK mode");
     sets(dck, "setDCKEnable", 1)
         .kvoctl("address dck-enable", {kHere, "on"})
         .wire("`setDCKEnable=\"0\" `*station*, `setDCKEnable=\"1\" `*station*", "`ok`, `failed`",
-              "direct control keys off or on")
+              "switches the direct control keys off (0) or on (1)")
         .python("Panel.set_dck_enable");
     return {
         mcp,
@@ -50,7 +50,7 @@ std::vector<Request> setters()
             .soak({1, -1, -2, -3})
             .kvoctl("address cks-index", {kHere, "255"})
             .wire("`setKVOCksIndex=\"`*number*`\" `*station*", "`ok`, `bad request`, `failed`",
-                  "`bad request` if the number is above 255 or cannot be set")
+                  "sets the cks index; `bad request` if the number is above 255 or cannot be set")
             .python("Panel.set_cks_index"),
 
         CATALOGUE_REQUEST(KVO_HWS_simulateMCPKey, "simulate MCP key")
@@ -68,7 +68,7 @@ std::vector<Request> setters()
             .sends("enableMCPKey=\"4294967295:4294967294\" 0A000005", {station, 0xFFFFFFFF, 0xFFFFFFFE})
             .soak({1, -1, -2})
             .kvoctl("address enable-key", {kHere, "12", "1"})
-            .wire("`enableMCPKey=\"`*number*`:`*number*`\" `*station*", "`ok`, `failed`", "")
+            .wire("`enableMCPKey=\"`*number*`:`*number*`\" `*station*", "`ok`, `failed`", "enables a key of the MCP")
             .python("Panel.enable_mcp_key"),
     };
 }
@@ -90,7 +90,7 @@ Request &gets(Request &request, const std::string &keyword, const std::string &k
     if (highest != 0xFFFFFFFF) {
         return request.on(key + std::to_string(highest + 1), -1).on(key + "-1", -1).on(key + "4294967296", -1);
     }
-    // Without a bound, the low 32 bits of the platform's long.
+    // Without a bound, the low 32 bits of a long are stored. A 32-bit long is at its largest value then.
     return request.on(key + "4294967298", 1, {sizeof(long) == 8 ? 2 : 0xFFFFFFFF});
 }
 
@@ -100,32 +100,33 @@ std::vector<Request> getters()
     gets(mcp, "getMCPAddress", "mcpaddr=", 255)
         .kvoctl("address mcp", {kHere})
         .shows("mcpaddr=255", "255\n", R"({"mcp": 255})")
-        .wire("`getMCPAddress=`*station*", "`mcpaddr=`*number*, `failed`", "")
+        .wire("`getMCPAddress=`*station*", "`mcpaddr=`*number*, `failed`", "returns the address of the MCP")
         .python("Panel.get_mcp_address");
     Request index = CATALOGUE_REQUEST(KVO_HWS_getKVOIndex, "get KVO index");
     gets(index, "getKVOIndex", "kvoindex=", 255)
         .kvoctl("address kvo-index", {kHere})
         .shows("kvoindex=7", "7\n", R"({"kvo_index": 7})")
-        .wire("`getKVOIndex=`*station*", "`kvoindex=`*number*, `failed`", "")
+        .wire("`getKVOIndex=`*station*", "`kvoindex=`*number*, `failed`", "returns the KVO index")
         .python("Panel.get_kvo_index");
     Request enable = CATALOGUE_REQUEST(KVO_HWS_getDCKEnable, "get DCK mode");
     gets(enable, "getDCKEnable", "dckenable=", 1)
         .kvoctl("address dck-enable", {kHere})
         .shows("dckenable=1", "on\n", R"({"dck_enable": "on"})")
         .shows("dckenable=0", "off\n", R"({"dck_enable": "off"})")
-        .wire("`getDCKEnable=`*station*", "`dckenable=0`, `dckenable=1`, `failed`", "")
+        .wire("`getDCKEnable=`*station*", "`dckenable=0`, `dckenable=1`, `failed`",
+              "returns 1 if the direct control keys are on")
         .python("Panel.get_dck_enable");
     Request dck = CATALOGUE_REQUEST(KVO_HWS_getDCKAddress, "get DCK address");
     gets(dck, "getDCKAddress", "dckaddr=", 255)
         .kvoctl("address dck", {kHere})
         .shows("dckaddr=0", "0\n", R"({"dck": 0})")
-        .wire("`getDCKAddress=`*station*", "`dckaddr=`*number*, `failed`", "")
+        .wire("`getDCKAddress=`*station*", "`dckaddr=`*number*, `failed`", "returns the address of the direct control keys")
         .python("Panel.get_dck_address");
     Request cks = CATALOGUE_REQUEST(KVO_HWS_getKVOCksIndex, "get KVO cks index");
     gets(cks, "getKVOCksIndex", "cksindex=", 0xFFFFFFFF)
         .kvoctl("address cks-index", {kHere})
         .shows("cksindex=4000", "4000\n", R"({"cks_index": 4000})")
-        .wire("`getKVOCksIndex=`*station*", "`cksindex=`*number*, `failed`", "")
+        .wire("`getKVOCksIndex=`*station*", "`cksindex=`*number*, `failed`", "returns the cks index")
         .python("Panel.get_cks_index");
     return {mcp, index, enable, dck, cks};
 }
@@ -165,21 +166,23 @@ std::vector<Request> lookUps()
         .kvoctl("address find", {"--mcp", "5"})
         .shows("ipaddr=0A000005", "10.0.0.5\n", R"({"address": "10.0.0.5"})")
         .wire("`getIPbyMCPAddress=`*key*", "`ipaddr=`*station*, `no_mcp_address`, `more_than_one_mcp`, `failed`",
-              "the station that has the number")
+              "finds the station that serves the MCP with this address")
         .python("Service.find_by_mcp_address");
     Request dck = CATALOGUE_REQUEST(KVO_HWS_getIPbyDCKAddress, "get IP by DCK address");
     finds(dck, "getIPbyDCKAddress",
           {"no_dck_address", "no DCK address found", "more_than_one_dck", "more than one DCK addresses found"})
         .kvoctl("address find", {"--dck", "5"})
         .shows("ipaddr=0A000005", "10.0.0.5\n", R"({"address": "10.0.0.5"})")
-        .wire("`getIPbyDCKAddress=`*key*", "`ipaddr=`*station*, `no_dck_address`, `more_than_one_dck`, `failed`", "")
+        .wire("`getIPbyDCKAddress=`*key*", "`ipaddr=`*station*, `no_dck_address`, `more_than_one_dck`, `failed`",
+              "finds the station with this DCK address")
         .python("Service.find_by_dck_address");
     Request index = CATALOGUE_REQUEST(KVO_HWS_getIPbyKVOIndex, "get IP by KVO index");
     finds(index, "getIPbyKVOIndex",
           {"no_kvo_index", "no KVO index found", "more_than_one_kvo_index", "more than one KVO index found"})
         .kvoctl("address find", {"--kvo-index", "5"})
         .shows("ipaddr=C0A80007", "192.168.0.7\n", R"({"address": "192.168.0.7"})")
-        .wire("`getIPbyKVOIndex=`*key*", "`ipaddr=`*station*, `no_kvo_index`, `more_than_one_kvo_index`, `failed`", "")
+        .wire("`getIPbyKVOIndex=`*key*", "`ipaddr=`*station*, `no_kvo_index`, `more_than_one_kvo_index`, `failed`",
+              "finds the station with this KVO index")
         .python("Service.find_by_kvo_index");
     return {mcp, dck, index};
 }

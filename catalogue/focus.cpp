@@ -25,7 +25,8 @@ Request priority()
         .kvoctl("focus priority", {kHere})
         .shows("Priority=1:3", "suspend_lock      1\nsuspend_priority  3\n", R"({"suspend_lock": 1, "suspend_priority": 3})")
         .shows("Priority=", "suspend_lock      0\nsuspend_priority  1\n", R"({"suspend_lock": 0, "suspend_priority": 1})")
-        .wire("`getKVOPriority=`*station*", "`Priority=`*options*, `failed`", "see below")
+        .wire("`getKVOPriority=`*station*", "`Priority=`*options*, `failed`",
+              "returns the suspend options; the text below explains *options*")
         .python("Panel.get_priority");
     for (const char *malformed : {"1", "2:3", "0:0", "0:11", "0:5 ", "x", " 1:3", "+1:3", "-1:3", ":x", ":+5", "1 :5",
                                   "4294967296:1", ":4294967297", "::", "1:3:"}) {
@@ -50,7 +51,8 @@ std::vector<Request> numbers()
             .nullPointer({station, nullptr})
             .soak({1, -1, -2})
             .kvoctl("focus startup", {kHere})
-            .wire("`getKVOStartupActive=`*station*", "`startup-active=`*number*, `failed`", "0 to 2")
+            .wire("`getKVOStartupActive=`*station*", "`startup-active=`*number*, `failed`",
+                  "returns whether the station becomes active at start, 0 to 2")
             .python("Panel.get_startup_active"),
 
         CATALOGUE_REQUEST(KVO_HWS_getKVOStartupPrio, "get KVO startup prio")
@@ -63,7 +65,8 @@ std::vector<Request> numbers()
             .nullPointer({station, nullptr})
             .soak({1, -1, -2})
             .kvoctl("focus startup", {kHere})
-            .wire("`getKVOStartupPrio=`*station*", "`startup-prio=`*number*, `failed`", "")
+            .wire("`getKVOStartupPrio=`*station*", "`startup-prio=`*number*, `failed`",
+                  "returns the priority with which the station becomes active at start")
             .python("Panel.get_startup_prio"),
 
         CATALOGUE_REQUEST(KVO_HWS_getKVOChannelOnFocus, "get KVO channel on focus")
@@ -79,7 +82,8 @@ std::vector<Request> numbers()
             .soak({1, -1, -2})
             .kvoctl("focus channel", {kHere})
             .shows("channel-on-focus=8", "8\n", R"({"channel": 8})")
-            .wire("`getKVOChannelOnFocus=`*station*", "`channel-on-focus=`*number*, `failed`", "1 to 8")
+            .wire("`getKVOChannelOnFocus=`*station*", "`channel-on-focus=`*number*, `failed`",
+                  "returns the channel that the station shows when it gets the focus, 1 to 8")
             .python("Panel.get_channel_on_focus"),
     };
 }
@@ -100,7 +104,8 @@ std::vector<Request> texts()
             .shows("screen-on-focus=", "\n", R"({"screen": ""})")
             .shows("screen-on-focus=\x1B[2J", "\\x1B[2J\n", R"({"screen": "\u001b[2J"})")
             .shows("screen-on-focus=" + longText, longText + "\n", R"({"screen": ")" + longText + R"("})")
-            .wire("`getKVOScreenOnFocus=`*station*", "`screen-on-focus=`*text*, `failed`", "")
+            .wire("`getKVOScreenOnFocus=`*station*", "`screen-on-focus=`*text*, `failed`",
+                  "returns the screen that the station shows when it gets the focus")
             .python("Panel.get_screen_on_focus"),
 
         // Any reply of the daemon is the text, except "failed".
@@ -117,7 +122,7 @@ std::vector<Request> texts()
             .kvoctl("focus m2n", {kHere})
             .shows("1:2,3", "1:2,3\n", R"({"m2n": "1:2,3"})")
             .shows("hm", "hm\n", R"({"m2n": "hm"})")
-            .wire("`getKVOt2m2n=`*station*", "any text, `failed`", "the whole reply is the text")
+            .wire("`getKVOt2m2n=`*station*", "any text, `failed`", "returns the M:N assignment; the whole reply is the text")
             .python("Panel.get_t2m2n"),
     };
 }
@@ -138,7 +143,8 @@ std::vector<Request> channelInfo()
             .nullPointer({station, nullptr})
             .soak({1, -1, -2})
             .kvoctl("channel-info set", {kHere, "turning 2"})
-            .wire("`setChannelInfo=\"`*text*`\" `*station*", "`ok`, `failed`", "at most 230 bytes")
+            .wire("`setChannelInfo=\"`*text*`\" `*station*", "`ok`, `failed`",
+                  "stores the channel information, at most 230 bytes")
             .python("Panel.set_channel_info"),
 
         CATALOGUE_REQUEST(KVO_HWS_getChannelInfo, "get channel info")
@@ -160,7 +166,7 @@ std::vector<Request> channelInfo()
             .kvoctl("channel-info get", {kHere})
             .shows("channel-info=Spindle 1", "Spindle 1\n", R"({"info": "Spindle 1"})")
             .wire("`getChannelInfo=`*station*", "`channel-info=`*text*, `failed`",
-                  "no text after the `=` if the station has none")
+                  "returns the channel information; no text after the `=` if the station has none")
             .python("Panel.get_channel_info"),
 
         CATALOGUE_REQUEST(KVO_HWS_deleteChannelInfo, "delete channel info")
@@ -168,7 +174,8 @@ std::vector<Request> channelInfo()
             .on("ok", 1)
             .soak({1, -1, -2})
             .kvoctl("channel-info delete", {kHere})
-            .wire("`deleteChannelInfo=`*station*", "`ok`, `failed`", "succeeds even if the station has none")
+            .wire("`deleteChannelInfo=`*station*", "`ok`, `failed`",
+                  "deletes the channel information; `ok` even if the station has none")
             .python("Panel.delete_channel_info"),
     };
 }

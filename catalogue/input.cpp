@@ -18,7 +18,7 @@ std::vector<Request> touchScreen()
             .on("ok", 1)
             .on("no_touchscreen", 0, kNoTouchScreen)
             .kvoctl("touch invalidate", {kHere})
-            .wire("`invalidateTouch=`*station*", "`ok`, `no_touchscreen`, `failed`", "discards the calibration")
+            .wire("`invalidateTouch=`*station*", "`ok`, `no_touchscreen`, `failed`", "discards the touch calibration")
             .python("Panel.invalidate_touch_screen"),
 
         CATALOGUE_REQUEST(KVO_HWS_setTouchScreenCalibParam, "set touch screen calibration parameter")
@@ -33,7 +33,7 @@ std::vector<Request> touchScreen()
             .soak({1, 0, -1, -2})
             .kvoctl("touch calibration", {kHere, "-1", "-1"})
             .wire("`setCalibParam=\"`*n*`:`*n*`\" `*station*", "`ok`, `no_touchscreen`, `failed`",
-                  "press threshold, -1 or more, and nonlinear, -1 to 1")
+                  "sets the touch calibration: the press threshold, -1 or more, and nonlinear, -1 to 1")
             .python("Panel.set_calibration"),
 
         // Keys may have any order, with others between them; a missing one is 0. Values before an error stay stored.
@@ -57,7 +57,7 @@ std::vector<Request> touchScreen()
                    R"({"press_threshold": 40, "nonlinear": -1})")
             .shows("failed", "press_threshold  0\nnonlinear        0\n", R"({"press_threshold": 0, "nonlinear": 0})")
             .wire("`getCalibParam=`*station*", "`press_thresh=`*n*` nonlinear=`*n*, `no_touchscreen`, `failed`",
-                  "-1 means the driver's own value")
+                  "returns the touch calibration; -1 means the driver's own value")
             .python("Panel.get_calibration"),
     };
 }
@@ -92,8 +92,8 @@ Request firstGeneration()
         .shows("mouse=2 touch=1 multitouch=1", "keyboards  -\nmice       2\ntouch      2\n",
                R"({"keyboards": null, "mice": 2, "touch": 2})")
         .wire("`showInputDevice=`*station*", "items, `failed`",
-              "the input devices: `kbd=`*n* `mouse=`*n* `touch=`*n* `multitouch=`*n* `maxcontacts=`*n* `vkbd=`*n*, "
-              "separated by spaces; any may be missing")
+              "returns the numbers of input devices: `kbd=`*n* `mouse=`*n* `touch=`*n* `multitouch=`*n* `maxcontacts=`*n* "
+              "`vkbd=`*n*, separated by spaces; any item may be missing")
         .python("Panel.count_input_devices");
 }
 
@@ -156,7 +156,7 @@ Request dotsPerInch()
         .soak({1, -1, -2})
         .kvoctl("input dpi", {kHere})
         .shows("dpi=96", "96\n", R"({"dpi": 96})")
-        .wire("`showDPI=`*station*", "`dpi=`*number*, `none`, `failed`", "")
+        .wire("`showDPI=`*station*", "`dpi=`*number*, `none`, `failed`", "returns the display's resolution in dots per inch")
         .python("Panel.get_dpi");
 }
 

@@ -36,14 +36,15 @@ Request softkeyType()
 {
     std::vector<std::pair<std::string, uint32_t>> good = {{"0", 0}, {"1E", 0x1E}, {"fffffffe", 0xFFFFFFFE}};
     std::vector<std::string> bad = {"1", "FFFFFFFF", "2 ", "", "x", "100000002"};
-    // strtoul accepts the sign; the result exceeds 32 bits if long does.
+    // strtoul accepts the sign. With a 64-bit long, the result does not fit in 32 bits.
     if (sizeof(long) == 8) {
         bad.emplace_back("-2");
     } else {
         good.emplace_back("-2", 0xFFFFFFFE);
     }
     return number(2, "softkey-type", "getSoftkeyType", "softkey-type=", good, bad, {"1A", "26\n", R"({"softkey_type": 26})"})
-        .wire("`getSoftkeyType=`*station*", "`softkey-type=`*hex*, `none`, `failed`", "an even number");
+        .wire("`getSoftkeyType=`*station*", "`softkey-type=`*hex*, `none`, `failed`",
+              "returns the soft key type, an even number");
 }
 
 // The command lacks the l of "panel": this is the daemon's spelling.
@@ -63,7 +64,7 @@ Request layout()
         .nullPointer({station, 0, nullptr})
         .soak({1, -1, -2, -4, -5, -9})
         .wire("`getPaneOemLayout=`*station*", "`panel-oem-layout=`*text*, `none`, `failed`",
-              "1 to 7 bytes; the keyword really lacks the l of panel")
+              "returns the panel layout, 1 to 7 bytes; the keyword really lacks the l of panel")
         .kvoctl("metrics", {kHere, "oem-layout"})
         .shows("panel-oem-layout=QWERTZ7", "QWERTZ7\n", R"({"oem_layout": "QWERTZ7"})")
         .python("Panel.get_metric");
@@ -77,15 +78,18 @@ std::vector<Request> stationMetrics()
         number(3, "keyboard-caps", "getKeyBoardCaps", "keyboard-caps=", {{"0", 0}, {"1F", 0x1F}, {"FFFFFFFE", 0xFFFFFFFE}},
                {"FFFFFFFF", "1F ", "", "G", "-1", "1FFFFFFFF", "100000000", "FFFFFFFFFFFFFFFFFFFF"},
                {"1f", "0x0000001F\n", R"({"keyboard_caps": 31})"})
-            .wire("`getKeyBoardCaps=`*station*", "`keyboard-caps=`*hex*, `none`, `failed`", ""),
+            .wire("`getKeyBoardCaps=`*station*", "`keyboard-caps=`*hex*, `none`, `failed`",
+                  "returns the keyboard capabilities"),
         number(4, "dpi", "showDPI", "dpi=", {{"96", 96}, {"0", 0}, {"4294967294", 4294967294U}},
                {"4294967295", "96 ", "", "x", "-1", "99999999999999999999"}, {"96", "96\n", R"({"dpi": 96})"}),
         number(5, "hardware-caps", "getHardwareCaps", "hardware-caps=", {{"A0", 0xA0}}, {"FFFFFFFF", "A0x", ""},
                {"80000001", "0x80000001\n", R"({"hardware_caps": 2147483649})"})
-            .wire("`getHardwareCaps=`*station*", "`hardware-caps=`*hex*, `none`, `failed`", ""),
+            .wire("`getHardwareCaps=`*station*", "`hardware-caps=`*hex*, `none`, `failed`",
+                  "returns the hardware capabilities"),
         number(6, "rotation", "getPanelRotation", "panel-rotation=", {{"1", 1}, {"4", 4}},
                {"0", "5", "1 ", "", "-1", "4294967297"}, {"4", "4\n", R"({"rotation": 4})"})
-            .wire("`getPanelRotation=`*station*", "`panel-rotation=`*number*, `none`, `failed`", "1 to 4"),
+            .wire("`getPanelRotation=`*station*", "`panel-rotation=`*number*, `none`, `failed`",
+                  "returns the panel rotation, 1 to 4"),
     };
 }
 
@@ -138,7 +142,7 @@ Request clientList()
         .soak({1, -1, -2, -3})
         .kvoctl("clients", {"--flags", "BEEF"})
         .wire("`getClientList 0 `*flags*", "a client list, `failed`",
-              "the connected programs; the 0 is fixed, the flags are hexadecimal")
+              "returns the connected programs; the 0 is fixed, the flags are hexadecimal")
         .python("Service.get_clients");
 }
 
@@ -161,7 +165,7 @@ Request marovantiPanel()
         .shows("is-Marovanti-Panel=1", "yes\n", R"({"marovanti": true})")
         .shows("is-Marovanti-Panel=0", "no\n", R"({"marovanti": false})", 1)
         .wire("`isMarovantiPanel `*station*", "`is-Marovanti-Panel=0`, `is-Marovanti-Panel=1`, `not found`, `failed`",
-              "`not found` if the station does not exist")
+              "reports whether the panel is a Marovanti panel; `not found` if the station does not exist")
         .python("Panel.is_marovanti");
 }
 

@@ -23,7 +23,8 @@ std::vector<Request> brightness()
             .refuses({station, 0xFFFFFFFF}, -3, kInvalidLevel)
             .soak({1, -1, -2, -3})
             .kvoctl("panel brightness", {kHere, "40"})
-            .wire("`setBacklightBrightness=`*number* *station*", "`ok`, `failed`", "0 to 100 percent, in mode 0")
+            .wire("`setBacklightBrightness=`*number* *station*", "`ok`, `failed`",
+                  "sets the brightness of the backlight in mode 0, 0 to 100 percent")
             .python("Panel.set_backlight_brightness"),
 
         CATALOGUE_REQUEST(KVO_HWS_setBacklightBrightnessV2, "set backlight brightness V2")
@@ -38,9 +39,9 @@ std::vector<Request> brightness()
             .refuses({station, 100, 2}, -4, kUnsupportedMode)
             .soak({1, -1, -2, -3, -4, -5, -6})
             .kvoctl("panel brightness-v2", {kHere, "1", "40"})
-            .wire(
-                "`setBacklightBrightnessV2=`*number* *mode* *station*", "`ok`, `bad request`, `not active`, `failed`",
-                "the same in a mode; `bad request` if the station does not know it, `not active` while its backlight is off")
+            .wire("`setBacklightBrightnessV2=`*number* *mode* *station*", "`ok`, `bad request`, `not active`, `failed`",
+                  "sets the brightness in a mode; `bad request` if the station does not know the mode, `not active` while the "
+                  "backlight is off")
             .python("Panel.set_backlight_brightness"),
 
         // The null check logs under the setter's label and returns -3; "failed" is an unknown reply here.
@@ -62,7 +63,7 @@ std::vector<Request> brightness()
             .kvoctl("panel brightness-v2", {kHere, "0"})
             .shows("backlight-brightness-v2=55", "55\n", R"({"brightness_v2": 55})")
             .wire("`getBacklightBrightnessV2=`*mode* *station*", "`backlight-brightness-v2=`*number*, `bad request`, `failed`",
-                  "")
+                  "returns the brightness in a mode; `bad request` if the station does not know the mode")
             .python("Panel.get_backlight_brightness"),
     };
 }
@@ -77,7 +78,8 @@ std::vector<Request> keys()
             .refuses({station, 2}, -1, "invalid mode [0|1]")
             .soak({1, -1, -2})
             .kvoctl("panel numlock", {kHere, "disabled"})
-            .wire("`setDisableNumLock=0 `*station*, `setDisableNumLock=1 `*station*", "`ok`, `failed`", "1 disables the key")
+            .wire("`setDisableNumLock=0 `*station*, `setDisableNumLock=1 `*station*", "`ok`, `failed`",
+                  "disables (1) or enables (0) the NumLock key")
             .python("Panel.set_disable_num_lock"),
 
         CATALOGUE_REQUEST(KVO_HWS_setDisableCapsLock, "set disable CapsLock")
@@ -87,7 +89,8 @@ std::vector<Request> keys()
             .refuses({station, 2}, -1, "invalid mode [0|1]")
             .soak({1, -1, -2})
             .kvoctl("panel capslock", {kHere, "disabled"})
-            .wire("`setDisableCapsLock=0 `*station*, `setDisableCapsLock=1 `*station*", "`ok`, `failed`", "1 disables the key")
+            .wire("`setDisableCapsLock=0 `*station*, `setDisableCapsLock=1 `*station*", "`ok`, `failed`",
+                  "disables (1) or enables (0) the CapsLock key")
             .python("Panel.set_disable_caps_lock"),
 
         CATALOGUE_REQUEST(KVO_HWS_getDisableNumLock, "get disable NumLock")
@@ -102,7 +105,8 @@ std::vector<Request> keys()
             .kvoctl("panel numlock", {kHere})
             .shows("disable numlock 0", "enabled\n", R"({"numlock": "enabled"})")
             .shows("disable numlock 1", "disabled\n", R"({"numlock": "disabled"})")
-            .wire("`getDisableNumLock=`*station*", "`disable numlock 0`, `disable numlock 1`, `failed`", "")
+            .wire("`getDisableNumLock=`*station*", "`disable numlock 0`, `disable numlock 1`, `failed`",
+                  "returns 1 if the NumLock key is disabled")
             .python("Panel.get_disable_num_lock"),
 
         // "diable" is the daemon's spelling; the correct spelling is an unknown reply.
@@ -116,7 +120,8 @@ std::vector<Request> keys()
             .kvoctl("panel capslock", {kHere})
             .shows("diable capslock 1", "disabled\n", R"({"capslock": "disabled"})")
             .wire("`getDisableCapsLock=`*station*", "`diable capslock 0`, `diable capslock 1`, `failed`",
-                  "the keyword really is `diable`; clients know no other spelling")
+                  "returns 1 if the CapsLock key is disabled; the keyword of the reply really is `diable`, and clients know "
+                  "no other spelling")
             .python("Panel.get_disable_caps_lock"),
 
         CATALOGUE_REQUEST(KVO_HWS_getSwCapsLock, "get Sw CapsLock")
@@ -129,7 +134,8 @@ std::vector<Request> keys()
             .soak({1, -1, -2})
             .kvoctl("panel sw-capslock", {kHere})
             .shows("swcapslock -1", "-1\n", R"({"sw_capslock": -1})")
-            .wire("`getSwCapsLock=`*station*", "`swcapslock -1`, `swcapslock 0`, `swcapslock 1`, `failed`", "")
+            .wire("`getSwCapsLock=`*station*", "`swcapslock -1`, `swcapslock 0`, `swcapslock 1`, `failed`",
+                  "returns the software CapsLock state")
             .python("Panel.get_sw_caps_lock"),
 
         CATALOGUE_REQUEST(KVO_HWS_setSwCapsLock, "set Sw CapsLock")
@@ -141,7 +147,7 @@ std::vector<Request> keys()
             .refuses({station, 2}, -1, "invalid mode [0|1|-1]")
             .soak({1, -1, -2})
             .kvoctl("panel sw-capslock", {kHere, "-1"})
-            .wire("`setSwCapsLock=`*n* *station*", "`ok`, `failed`", "*n* is -1, 0 or 1")
+            .wire("`setSwCapsLock=`*n* *station*", "`ok`, `failed`", "sets the software CapsLock state; *n* is -1, 0 or 1")
             .python("Panel.set_sw_caps_lock"),
     };
 }
@@ -162,7 +168,8 @@ std::vector<Request> kindsAndModes()
             .kvoctl("panel type", {kHere})
             .shows("stationtype -1", "-1\n", R"({"type": -1})")
             .shows("stationtype 1", "1\n", R"({"type": 1})")
-            .wire("`getStationType=`*station*", "`stationtype -1`, `stationtype 0`, `stationtype 1`, `failed`", "")
+            .wire("`getStationType=`*station*", "`stationtype -1`, `stationtype 0`, `stationtype 1`, `failed`",
+                  "returns the station's type")
             .python("Panel.get_station_type"),
 
         // The number is stored before the check.
@@ -180,7 +187,9 @@ std::vector<Request> kindsAndModes()
             .kvoctl("panel rv4-mode", {kHere})
             .shows("rv4mode=1", "individual\n", R"({"rv4_mode": "individual"})")
             .shows("rv4mode=7", "7\n", R"({"rv4_mode": 7})")
-            .wire("`getRV4Mode=`*station*", "`rv4mode=`*number*, `not_a_rv4`, `failed`", "")
+            .wire("`getRV4Mode=`*station*", "`rv4mode=`*number*, `not_a_rv4`, `failed`",
+                  "returns the mode of the handheld terminal (type RV4), 0 auto or 1 individual; `not_a_rv4` if the station "
+                  "has none")
             .python("Panel.get_handheld_mode"),
 
         CATALOGUE_REQUEST(KVO_HWS_setRV4Mode, "set RV4 mode")
@@ -192,7 +201,7 @@ std::vector<Request> kindsAndModes()
             .soak({1, 0, -1, -2, -3})
             .kvoctl("panel rv4-mode", {kHere, "individual"})
             .wire("`setRV4Mode=\"0\" `*station*, `setRV4Mode=\"1\" `*station*", "`ok`, `not_a_rv4`, `failed`",
-                  "mode of its handheld terminal, auto or individual; `not_a_rv4` if it has none")
+                  "sets the mode of the handheld terminal, 0 auto or 1 individual; `not_a_rv4` if the station has none")
             .python("Panel.set_handheld_mode"),
     };
 }

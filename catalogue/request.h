@@ -9,7 +9,7 @@
 
 namespace catalogue {
 
-/// What a call stores in one of its outputs: nothing, or bytes at its beginning.
+/// The value that a call stores in one of its outputs: nothing, or bytes at the beginning of the output.
 struct Stored {
     // NOLINTBEGIN(*-explicit-*): a row lists the stored values
     template <class Number, std::enable_if_t<std::is_integral_v<Number>, int> = 0>
@@ -49,11 +49,11 @@ struct Exchange {
     std::string name;
     Arguments arguments;
     std::vector<std::string> commands;  ///< what the service receives, without line feeds
-    std::vector<std::string> replies;   ///< one for each command; one too if no command is sent
+    std::vector<std::string> replies;   ///< one for each command; an unused one if no command is sent
     int32_t result;
     Values values{};                      ///< the stored values in the order of the outputs; empty: nothing is stored
-    std::vector<std::string> messages{};  ///< what is logged
-    std::string printed{};                ///< what is written to standard error
+    std::vector<std::string> messages{};  ///< the log messages
+    std::string printed{};                ///< the text on standard error
     Service service = Service::answers;
     bool usual = true;  ///< the call has the arguments given to Request::asks
 };
@@ -65,7 +65,7 @@ struct Wire {
     std::string meaning;
 };
 
-/// What kvoctl shows for a reply.
+/// The output of kvoctl for a reply.
 struct Shown {
     std::string reply;
     std::string text;      ///< standard output
@@ -133,7 +133,7 @@ public:
     Request &withoutServiceStores(Values values);
     /// Another message of the previous row.
     Request &thenLogs(const std::string &reason);
-    /// What the previous row prints on standard error.
+    /// The text that the previous row prints on standard error.
     Request &prints(std::string text);
     /// The end of the message that no exchange took place, such as " (count)".
     Request &exchangeCalled(std::string remark);
@@ -156,7 +156,7 @@ public:
     Request &soak(std::initializer_list<int32_t> results);
     /// kvoctl's subcommand and its arguments for the command above.
     Request &kvoctl(std::string words, std::vector<std::string> arguments);
-    /// What kvoctl shows for a reply.
+    /// The output of kvoctl for a reply.
     Request &shows(std::string reply, std::string text, std::string document, int status = 0);
     /// The method of the Python module, such as "Panel.reboot".
     Request &python(std::string method);
@@ -201,7 +201,7 @@ private:
     Exchange &add(const std::string &kind, Arguments arguments, std::vector<std::string> commands,
                   std::vector<std::string> replies, int32_t result);
     [[nodiscard]] std::string message(const std::string &reason, const std::string &label = "") const;
-    /// What an exchange logs that ends with @p reason.
+    /// The messages of an exchange that ends with @p reason.
     [[nodiscard]] std::vector<std::string> messages(const std::string &reason) const;
 
     Function function_;

@@ -35,7 +35,8 @@ std::vector<Request> levelsAndLocks()
             .shows("DEBUG_LEVEL_NONE", "none\n", R"({"debug_level": 0})")
             .shows("DEBUG_LEVEL_I", "I\n", R"({"debug_level": 1})")
             .shows("DEBUG_LEVEL_II", "II\n", R"({"debug_level": 2})")
-            .wire("`getDebugLevel`", "`DEBUG_LEVEL_NONE`, `DEBUG_LEVEL_I`, `DEBUG_LEVEL_II`", "the level that was set last")
+            .wire("`getDebugLevel`", "`DEBUG_LEVEL_NONE`, `DEBUG_LEVEL_I`, `DEBUG_LEVEL_II`",
+                  "returns the level that was set last")
             .python("Service.get_debug_level"),
 
         // A missing service has the same result as other failures here.
@@ -89,7 +90,8 @@ std::vector<Request> lights()
             .unknown("OK")
             .soak({1, -1, -2})
             .kvoctl("brightness", {kHere, "on"})
-            .wire("`setBrightness=0 `*station*, `setBrightness=1 `*station*", "`ok`, `failed`", "dark or bright")
+            .wire("`setBrightness=0 `*station*, `setBrightness=1 `*station*", "`ok`, `failed`",
+                  "switches the station's panel to dark (0) or bright (1)")
             .python("Panel.set_brightness"),
     };
 }
@@ -107,7 +109,7 @@ std::vector<Request> state()
             .kvoctl("ready", {})
             .shows("yes", "ready\n", R"({"ready": true})")
             .shows("no", "not ready\n", R"({"ready": false})", 1)
-            .wire("`isInitComplete`", "`yes`, `no`", "whether the service has finished starting")
+            .wire("`isInitComplete`", "`yes`, `no`", "reports whether the service has finished starting")
             .python("Service.is_ready"),
 
         CATALOGUE_REQUEST(KVO_HWS_killDaemon, "kill daemon")
@@ -117,7 +119,7 @@ std::vector<Request> state()
             .on("failed", 1)
             .on("", 1)
             .kvoctl("kill-daemon", {})
-            .wire("`killDaemon`", "`ok`", "the service terminates; after this reply it accepts no new connection")
+            .wire("`killDaemon`", "`ok`", "ends the service, which accepts no new connection after this reply")
             .python("Service.kill"),
 
         // Any text is a version.
@@ -140,7 +142,7 @@ std::vector<Request> state()
             .nullPointer({room(64), nullptr})
             .soak({1, -1, -2})
             .kvoctl("version", {})
-            .wire("`getVersion`", "any text", "the service's version")
+            .wire("`getVersion`", "any text", "returns the service's version")
             .python("Service.get_version"),
 
         // A missing service has the same result as other failures here, and the request logs nothing itself.
@@ -154,7 +156,7 @@ std::vector<Request> state()
             .kvoctl("usb is-active", {})
             .shows("yes", "yes\n", R"({"active": true})")
             .shows("no", "no\n", R"({"active": false})", 1)
-            .wire("`isUSBEventsActivated`", "`yes`, `no`, `failed`", "whether any program has activated USB events")
+            .wire("`isUSBEventsActivated`", "`yes`, `no`, `failed`", "reports whether any program has activated USB events")
             .python("Service.is_usb_events_activated"),
     };
 }

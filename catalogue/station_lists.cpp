@@ -84,8 +84,9 @@ Request basicList()
         .nullPointer({room(1), nullptr})
         .soak({1, -1, -2, -3})
         .kvoctl("stations", {})
-        .wire("`getCountElemDL`", "*number*", "the number of stations")
-        .wire("`getDLV2` *number*", "a list, `failed`", "all stations; the number is the capacity of the client's array")
+        .wire("`getCountElemDL`", "*number*", "returns the number of stations")
+        .wire("`getDLV2` *number*", "a list, `failed`",
+              "returns all stations; the number is the capacity of the client's array")
         .python("Service.get_stations");
 }
 
@@ -120,8 +121,8 @@ Request extendedList()
         .nullPointer({room(1), nullptr})
         .soak({1, -1, -2, -3})
         .kvoctl("stations", {"--extended"})
-        .wire("`getCountElemDL_Ex`", "*number*", "the same number, for the extended list")
-        .wire("`getDL_ExV2` *number*", "an extended list, `failed`", "all stations with their extended attributes")
+        .wire("`getCountElemDL_Ex`", "*number*", "returns the number of stations, for the extended list")
+        .wire("`getDL_ExV2` *number*", "an extended list, `failed`", "returns all stations with their extended attributes")
         .python("Service.get_stations_ex");
 }
 
@@ -156,13 +157,13 @@ std::vector<Request> oneStation()
         .refuses({0, nullptr, nullptr}, -1, "")  // this check precedes that of the null record
         .nullPointer({station, nullptr, nullptr})
         .kvoctl("station", {"10.0.0.5"})
-        .wire("`getExDescByIP` *station*", "an extended element, `not found`, `failed`", "one station by its address")
+        .wire("`getExDescByIP` *station*", "an extended element, `not found`, `failed`", "finds a station by its address")
         .python("Service.find_station");
     Request byName = CATALOGUE_REQUEST(KVO_HWS_getDescriptionEx, "get KVO description extended");
     looksUp(byName.variant("by name"), "getExDescByName x y", {0, "x y", out})
         .kvoctl("station", {"x y"})
         .wire("`getExDescByName` *name*", "an extended element, `not found`, `failed`",
-              "one station by its name; the name is the rest of the line, including spaces")
+              "finds a station by its name; the name is the rest of the line, including spaces")
         .python("Service.find_station");
     return {byAddress, byName};
 }

@@ -27,7 +27,7 @@ Request theLock()
         .soak({1, -1, -2})
         .kvoctl("usb lock get", {kHere})
         .shows("usb-lock=1:0", "lock_first   1\nlock_second  0\n", R"({"lock_first": 1, "lock_second": 0})")
-        .wire("`getUsbLock=`*station*", "`usb-lock=`*number*`:`*number*, `failed`", "")
+        .wire("`getUsbLock=`*station*", "`usb-lock=`*number*`:`*number*, `failed`", "returns the two numbers of the USB lock")
         .python("Panel.get_usb_lock");
 }
 
@@ -75,14 +75,14 @@ std::vector<Request> connectorLists()
         .kvoctl("usb connectors", {})
         .shows("usb-connector-list=X1 X2", "X1 X2\n", R"({"connectors": "X1 X2"})")
         .wire("`getUsbConnectorList`", "`usb-connector-list=`*list*, `busy`, `failed`",
-              "connectors of all stations; `busy` during the search for the connectors of any station")
+              "returns the connectors of all stations; `busy` during the search for the connectors of any station")
         .python("Service.get_usb_connectors");
     Request one = CATALOGUE_REQUEST(KVO_HWS_getUsbConnectorListOne, "get usb connector list");
     connectors(one, "getUsbConnectorListOne=0A000005", "usb-connector-list-one=", {station})
         .kvoctl("usb connectors", {kHere})
         .shows("usb-connector-list-one=X1 X2", "X1 X2\n", R"({"connectors": "X1 X2"})")
         .wire("`getUsbConnectorListOne=`*station*", "`usb-connector-list-one=`*connectors*, `busy`, `failed`",
-              "connectors of one station")
+              "returns the connectors of one station; `busy` during the search for them")
         .python("Panel.get_usb_connectors");
     return {all, one};
 }

@@ -18,7 +18,7 @@ std::vector<Request> stationAround()
             .soak({1, -1, -2})
             .kvoctl("viewer status-line", {kHere, "1", "2", "Hello"})
             .wire("`setStatusline=`*station*`,`*number*`,`*number*`,`*text*", "`ok`, `failed`",
-                  "the station comes first; the text is the rest of the line")
+                  "sets the status line; the station comes first, and the text is the rest of the line")
             .python("Panel.set_statusline"),
 
         CATALOGUE_REQUEST(KVO_HWS_rebootKVO, "set reboot")
@@ -26,7 +26,7 @@ std::vector<Request> stationAround()
             .on("ok", 1)
             .kvoctl("viewer reboot", {kHere})
             .wire("`reboot=`*station*", "`ok`, `failed`",
-                  "the viewer stops; status line, simulated key, software CapsLock and focus are lost")
+                  "reboots the station; its viewer stops, and status line, simulated key, software CapsLock and focus are lost")
             .python("Panel.reboot"),
 
         CATALOGUE_REQUEST(KVO_HWS_isViewerActive, "is viewer active")
@@ -38,7 +38,7 @@ std::vector<Request> stationAround()
             .kvoctl("viewer active", {kHere})
             .shows("active", "yes\n", R"({"active": true})")
             .shows("not active", "no\n", R"({"active": false})", 1)
-            .wire("`isViewerActive=`*station*", "`active`, `not active`, `failed`", "whether the viewer is running")
+            .wire("`isViewerActive=`*station*", "`active`, `not active`, `failed`", "reports whether the viewer is running")
             .python("Panel.is_viewer_active"),
 
         CATALOGUE_REQUEST(KVO_HWS_setActivateMe, "activate me")
@@ -78,7 +78,7 @@ std::vector<Request> startAndStop()
             .soak({1, 0, -1, -2})
             .kvoctl("viewer start-configured", {kHere, "cfg", "3"})
             .wire("`startConfiguredViewer=\"`*server*`:`*number*`\" `*station*", "`ok`, `busy`, `failed`",
-                  "the same for a configured connection")
+                  "starts the viewer for a configured connection; `busy` as for `startViewer`")
             .python("Panel.start_configured_viewer"),
 
         CATALOGUE_REQUEST(KVO_HWS_setStopViewer, "stop viewer")
@@ -96,7 +96,8 @@ std::vector<Request> startAndStop()
             .on("ok", 1)
             .on("not running", 0)
             .kvoctl("viewer stop", {kHere, "--preempt"})
-            .wire("`stopViewerPreempt=`*station*", "`ok`, `not running`, `failed`", "the same")
+            .wire("`stopViewerPreempt=`*station*", "`ok`, `not running`, `failed`",
+                  "stops the viewer ahead of other waiting stop requests, and clears the status line")
             .python("Panel.stop_viewer_preempt"),
 
         CATALOGUE_REQUEST(KVO_HWS_setStopViewerNoClean, "stop viewer no clean")
@@ -164,7 +165,7 @@ Request currentServer()
         .shows("vncserver=10.0.0.7:3", "server   10.0.0.7\ndisplay  3\n", R"({"server": "10.0.0.7", "display": "3"})")
         .shows("vncserver=:", "server\ndisplay\n", R"({"server": "", "display": ""})")
         .wire("`getCurServer=`*station*", "`vncserver=`*server*`:`*display*, `none`, `failed`",
-              "the server and display that the viewer shows")
+              "returns the server and display that the viewer shows; `none` if no viewer is running")
         .python("Panel.get_current_server");
 }
 

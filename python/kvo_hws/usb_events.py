@@ -127,8 +127,8 @@ class UsbEvents(EventSource[UsbEvent]):
             for event in events: ...
 
     Without ``on_event``, each event is reported to the service as done when it arrives. It waits in a queue until get,
-    iteration or within takes it. With ``on_event``, each event is passed to that function, and the function's result is reported to the
-    service. get and iteration then only wait for the end.
+    iteration or within takes it. With ``on_event``, each event is passed to that function, and the function's result is
+    reported to the service. get and iteration then only wait for the end.
 
     The library calls ``on_event`` on its own threads, one for each event, several at once. If the function shares data with the
     rest of the program, protect the data with a lock. The service waits 4 s for the function's result. An exception means that

@@ -1,6 +1,6 @@
 // Both programs together, as a user runs them: the simulator is the remote service of the agent, and publishes events.
 #include "tools/kvoctl/support/watching.h"
-#include "tools/kvosim/support/ended.h"
+#include "tools/kvosim/support/run_kvosim.h"
 
 #include "support/usb_events.h"
 
@@ -8,23 +8,23 @@ namespace kvoctl_test {
 
 namespace {
 
-using kvosim_test::Ended;
-using kvosim_test::kvosimEnds;
+using kvosim_test::Exited;
+using kvosim_test::runKvosim;
 using testing::HasSubstr;
 
 /// Runs a shell command with a simulated service. $KVOCTL and $KVOSIM are the programs.
-Ended simulated(const Arguments &options, const std::string &line)
+Exited simulated(const Arguments &options, const std::string &line)
 {
     Arguments all{"run", "--plant", EXAMPLE_PLANT};
     all.insert(all.end(), options.begin(), options.end());
     all.insert(all.end(), {"--", "sh", "-c", "KVOCTL='" KVOCTL_PROGRAM "'; KVOSIM='" KVOSIM_PROGRAM "'; " + line});
-    return kvosimEnds(all);
+    return runKvosim(all);
 }
 
 TEST(AgentSimulation, answers_the_simulated_remote_service)
 {
     // The script follows the agent's progress in the lines of its output.
-    const Ended ended = simulated({"--remote", "3"}, R"sh(
+    const Exited ended = simulated({"--remote", "3"}, R"sh(
 "$KVOCTL" agent run --focus 10.0.0.5 --remote 127.0.0.1 --session 3 --kvo-index 7 --answer activate-me=busy < /dev/null |
 while read -r event rest; do
     echo "$event${rest:+ $rest}"
@@ -45,7 +45,7 @@ done)sh");
 
 TEST(AgentSimulation, pushes_to_the_remote_service)
 {
-    const Ended ended = simulated({"--remote", "3"}, R"sh(
+    const Exited ended = simulated({"--remote", "3"}, R"sh(
 { until "$KVOSIM" remote ask 3 ping > /dev/null 2>&1; do sleep 0.1; done; echo "screen changed"; } |
 "$KVOCTL" agent run --focus 10.0.0.5 --remote 127.0.0.1 --session 3 | grep -m 1 pushed
 "$KVOSIM" remote log)sh");
@@ -56,14 +56,14 @@ TEST(AgentSimulation, pushes_to_the_remote_service)
 
 TEST(AgentSimulation, passes_the_whole_check)
 {
-    const Ended ended = simulated({}, R"("$KVOCTL" agent check --focus-name 'Portal mill' --mcp --all)");
+    const Exited ended = simulated({}, R"("$KVOCTL" agent check --focus-name 'Portal mill' --mcp --all)");
     EXPECT_EQ(ended.status, 0) << ended.out << ended.err;
     EXPECT_THAT(ended.out, HasSubstr("60 commands, 60 sent, 0 without a valid reply\n"));
 }
 
 TEST(EventSimulation, shows_published_events)
 {
-    const Ended ended = simulated({}, R"sh(
+    const Exited ended = simulated({}, R"sh(
 out=$TMPDIR/out
 until_there() { until grep -qs "$1" "$out"; do "$KVOSIM" event "$1, 10.0.0.5" > /dev/null 2>&1; sleep 0.1; done; }
 "$KVOCTL" events watch --json > "$out" &

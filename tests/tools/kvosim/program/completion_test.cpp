@@ -1,6 +1,6 @@
 // The completions that kvosim prints for shells.
-#include "tools/kvosim/support/ended.h"
 #include "tools/kvosim/support/program.h"
+#include "tools/kvosim/support/run_kvosim.h"
 #include "tools/kvosim/support/running_service.h"
 
 #include <gmock/gmock.h>

@@ -1,9 +1,9 @@
 // The subcommands that control a running simulator, as users see them.
 #include "common/control_client.h"
 #include "tools/kvosim/support/client.h"
-#include "tools/kvosim/support/ended.h"
 #include "tools/kvosim/support/named_row.h"
 #include "tools/kvosim/support/program.h"
+#include "tools/kvosim/support/run_kvosim.h"
 #include "tools/kvosim/support/running_service.h"
 
 #include <gmock/gmock.h>

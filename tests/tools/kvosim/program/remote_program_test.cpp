@@ -1,9 +1,9 @@
 // The commands for the remote side and for events of embedded stations, as users see them.
 #include "tools/kvosim/support/agent.h"
 #include "tools/kvosim/support/client.h"
-#include "tools/kvosim/support/ended.h"
 #include "tools/kvosim/support/named_row.h"
 #include "tools/kvosim/support/program.h"
+#include "tools/kvosim/support/run_kvosim.h"
 
 #include <gmock/gmock.h>
 

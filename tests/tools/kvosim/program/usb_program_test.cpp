@@ -1,8 +1,8 @@
 // "kvosim usb" as users see it: output, exit statuses, and the delivery of events while a program starts and ends.
 #include "common/control_protocol.h"
 #include "tools/kvosim/support/client.h"
-#include "tools/kvosim/support/ended.h"
 #include "tools/kvosim/support/named_row.h"
+#include "tools/kvosim/support/run_kvosim.h"
 #include "tools/kvosim/support/running_service.h"
 
 #include "support/scripted_service.h"

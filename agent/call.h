@@ -18,7 +18,7 @@ inline uint32_t focus() noexcept { return shared(gFocusKvoIp).load(); }
 inline bool hasControlPanel() noexcept { return shared(gMcpLikeFocusKvo).load() != 0; }
 
 /// Reads only the first character of an argument: "1xyz" is 1, because remote services have always been able to send this. No
-/// value if it is neither 0 nor 1.
+/// value if this character is neither 0 nor 1.
 inline std::optional<uint32_t> flagOf(const char *argument) noexcept
 {
     switch (*argument) {

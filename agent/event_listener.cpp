@@ -52,9 +52,9 @@ pthread_mutex_t listenerChange = PTHREAD_MUTEX_INITIALIZER;
 uint32_t running = 0;
 EmbKvoEventCallback eventCallback = nullptr;
 
-/// The record of the active listener. A thread accesses a record only while it holds this lock and the record is the active
-/// one, so that a listener that outlives its record does not access it. A listener removes its thread from the record under
-/// this lock before it ends, and is signalled under this lock: a thread that has ended is never signalled.
+/// Protects the record of the active listener. A listener may outlive its record: a thread accesses a record only while it
+/// holds this lock and the record is the active one. A listener removes its thread from the record before it ends, and signals
+/// are sent to the thread in the record, both under this lock: a thread that has ended is never signalled.
 pthread_mutex_t recordChange = PTHREAD_MUTEX_INITIALIZER;
 Notify *activeRecord = nullptr;
 
@@ -88,7 +88,7 @@ public:
             record_,
             [](Notify &record) {
                 shared(record.threadWorker).store(pthread_self());
-                // Keeps a stop that was requested before this point.
+                // Does not overwrite a stop that was requested before this point.
                 uint32_t stopped = NOTIFY_STOPPED;
                 shared(record.uiState).compare_exchange_strong(stopped, NOTIFY_RUNNING);
                 return ++shared(record.uiUsers);
@@ -148,8 +148,8 @@ private:
         }
     }
 
-    /// Removes the thread from the record: it is no longer signalled, and the record has one user less. Returns true if it was
-    /// the last user and a stop was requested.
+    /// Removes the thread from the record: the thread is no longer signalled, and the record has one user fewer. Returns true
+    /// if the thread was the last user and a stop was requested.
     [[nodiscard]] bool leaveRecord() const noexcept
     {
         return ifActive(
@@ -192,7 +192,7 @@ private:
     }
 
     /// Passes events to the host until the connection is lost or a stop is requested. Returns true if the connection delivered
-    /// one.
+    /// an event.
     [[nodiscard]] bool serve(const Descriptor &socket) const noexcept
     {
         bool deliveredEvent = false;
@@ -263,8 +263,8 @@ void *listenOnActive(void *record) noexcept
     return nullptr;
 }
 
-/// Requests the end and waits for it. The listener misses a signal that arrives between its check of the state and its wait,
-/// and that wait takes as long as this one; therefore the signal is sent repeatedly.
+/// Requests the end and waits for it. The listener misses a signal that arrives between its check of the state and its wait.
+/// Its wait takes as long as this one; therefore the signal is sent repeatedly.
 int stopListener(Notify &record) noexcept
 {
     const auto underLock = [](auto step) {

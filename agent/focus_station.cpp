@@ -19,7 +19,7 @@ using kvo_hws::shared;
 
 constexpr std::size_t kLongestReply = 1024;
 
-/// init_fb writes these variables on the connection thread, where the handlers read them.
+/// init_fb writes these variables and the handlers read them, all on the connection thread.
 KvoDescriptionEx station = {};
 bool stationIsValid = false;
 char assignment[kLongestReply] = {};
@@ -31,7 +31,7 @@ void labelByAddress(uint32_t address, Label &label) noexcept
     std::snprintf(label, sizeof label, "IP %s", kvo_hws::agent::Dotted(address).text());
 }
 
-/// The station's description, by its address or, without one, by its name.
+/// Reads the station's description: by the address, or by the name if the address is 0.
 int32_t readDescription(uint32_t address, Label &label) noexcept
 {
     if (address != 0) {

@@ -34,7 +34,7 @@ bool consistsOf(std::string_view text, std::string_view characters) noexcept
     return text.find_first_not_of(characters) == std::string_view::npos;
 }
 
-/// Reads a number of digits only, below 256. An empty argument is 0: remote services send it.
+/// Reads a number below 256 that consists of digits only. An empty argument is 0: remote services send it.
 std::optional<uint32_t> smallNumberOf(const char *argument) noexcept
 {
     const unsigned long value = kvo_hws::readNumber(argument, 10).value;
@@ -98,7 +98,7 @@ union Metric {
     uint32_t number;
 };
 
-/// Reads a metric. Returns false after a reply if the station does not report it or the request failed.
+/// Reads a metric. If the station does not report it or the request fails, sends a reply and returns false.
 bool readMetric(const Call &call, uint32_t metric, Metric &value, const char *failure) noexcept
 {
     const int32_t result = KVO_HWS_getStationMetrics(focus(), metric, &value);

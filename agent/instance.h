@@ -19,7 +19,7 @@ inline constexpr std::chrono::milliseconds kStopPeriod{100};
 /// The number of agents that were started.
 extern std::atomic<uint32_t> starts;
 
-/// The number of the last agent whose end a clean-up did not wait for, or not long enough.
+/// The number of the last agent that was still running when its clean-up returned.
 extern std::atomic<uint32_t> abandoned;
 
 /// True on the thread that runs the agent, which must not wait for its own end.

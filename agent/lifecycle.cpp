@@ -103,7 +103,7 @@ int KVO_HWS_startupEmbHwsClient(const char *params, void **instanceOut, EmbCmdCa
         SendDLLDebugMessage("KVO_HWS DLL - KVO_HWS_startupEmbHwsClient - one instance of embedded kvo is already running!");
         return KVO_HWS_ALREADY_RUNNING;
     };
-    // Checked before the lock too: a callback that starts an agent must not wait for a clean-up that waits for its thread.
+    // Checked before the lock too: a callback that starts an agent must not wait for a clean-up that waits for that callback.
     if (isInUse()) {
         return refused();
     }
@@ -133,7 +133,7 @@ int KVO_HWS_cleanupEmbHwsClient(void *instance) noexcept
     shared(protocolNegotiated).store(0);
     const bool ended = awaitEnd();
     if (!ended) {
-        abandon();  // the call that blocks the agent is still running; the agent ends when it returns
+        abandon();  // a call still blocks the agent, which ends when that call returns
     }
     shared(gEmbKvoInst->stop).store(0);
     shared(gCmdCallback).store(nullptr);

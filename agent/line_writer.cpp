@@ -108,7 +108,7 @@ private:
 
 using Prefix = std::array<char, 4>;
 
-/// "I", the number as two digits, and a colon. Formatted without snprintf, because all writers wait meanwhile.
+/// "I", the number as two digits, and a colon. Formatted without snprintf, because other writers wait meanwhile.
 Prefix nextPrefix() noexcept
 {
     indications = indications >= kIndications ? 1 : indications + 1;
@@ -163,8 +163,8 @@ int kvo_hws::agent::pushIndication(HmiSession &session, const char *text) noexce
 {
     const std::string_view event = text;
     const Writing writing;
-    // Both are checked under the lock: a clean-up may have run while this thread waited, and the descriptor may have been
-    // reused.
+    // The state and the socket are checked under the lock: a clean-up may have run while this thread waited, and the
+    // descriptor may have been reused.
     if (!mayIndicate()) {
         return -1;
     }

@@ -41,8 +41,8 @@ void closeLost(HmiSession &session, const char *reason) noexcept
     hmi_close_x(&session);
 }
 
-/// Reads the bytes that belong to the line and appends them to the buffer. Returns no bytes if none have arrived, or if the
-/// connection is lost; then it closes the session.
+/// Reads the bytes that belong to the line and appends them to the buffer. Returns no bytes if none have arrived. Closes the
+/// session and returns no bytes if the connection is lost.
 Arrived takePiece(HmiSession &session) noexcept
 {
     const int socket = kvo_hws::agent::socketOf(session);

@@ -24,7 +24,7 @@ constexpr std::size_t kField = hex::kDigits + 1;  // the digits and the space af
 constexpr std::size_t kNameCapacity = sizeof(KvoDescription::name);
 constexpr std::size_t kLongestName = kNameCapacity - 1;
 constexpr uint32_t kPrefetchDistance = 16;  // elements
-constexpr std::size_t kShortName = 32;      // most names are shorter; a shorter name is copied as this many bytes
+constexpr std::size_t kShortName = 32;      // most names are shorter and are copied as this many bytes
 
 // ---- Reading ----
 
@@ -96,8 +96,8 @@ bool readFields(Cursor &cursor, Canonical canonical, Other other) noexcept
     return true;
 }
 
-/// Copies one half of a short name with its terminator; later bytes of the record are unchanged. It has no branch on the
-/// length: names differ in length, and one mispredicted branch costs more than the numbers of a station.
+/// Copies one half of a short name with its terminator; later bytes of the record are unchanged. The code has no branch on the
+/// length: names differ in length, and one mispredicted branch costs more than reading the numbers of a station.
 template <int8_t kFrom>
 void copyHalf(char *name, const char *text, int8_t length) noexcept
 {
@@ -272,7 +272,7 @@ public:
 
     Writer &name(const char (&name)[kNameCapacity], std::size_t length) noexcept
     {
-        // The bytes after a short name that are copied too are overwritten by the next fields.
+        // Also copies bytes after a short name; the next fields overwrite them.
         if (length <= kShortName && static_cast<std::size_t>(end_ - at_) >= kShortName) [[likely]] {
             std::memcpy(at_, name, kShortName);
         } else {
@@ -320,7 +320,7 @@ struct Client {
     }
 };
 
-// The reported sizes have always been larger than the exact length by these numbers of bytes.
+// The reported sizes have always exceeded the exact length: by kListSlack bytes, and by kNameSlack bytes for each name.
 constexpr std::size_t kListSlack = 8;
 constexpr std::size_t kNameSlack = 2;
 

@@ -69,8 +69,9 @@ inline uint64_t valuesOf(uint64_t characters, Faults &faults) noexcept
     const uint64_t letters = (characters >> 6) & everyByte(1);
     // Subtracts 7 from letters, so that they follow '9' directly and '0' is the offset of all characters.
     const uint64_t values = (characters - ((letters << 3) - letters)) ^ everyByte('0');
-    // Plus 6, a letter's value is 16 to 21 and a digit's is 6 to 15. Any other character has another upper half. So does a byte
-    // that overflows here; the carry into the next byte does not matter then.
+    // With 6 added, the values of A-F are 16 to 21 and those of 0-9 are 6 to 15, so the upper half of each byte is known. Any
+    // other character has another upper half. So has a byte that overflows here; then the carry into the next byte does not
+    // matter.
     faults.ofWords |= ((values + everyByte(6)) ^ (letters << 4)) & everyByte(0xF0);
     return values;
 }
@@ -83,8 +84,8 @@ inline uint32_t read(const char *text, Faults &faults) noexcept
     return static_cast<uint32_t>(joined | joined >> 16);
 }
 
-/// Reads a number below 256; a larger number is a fault. Only the last two characters determine the value, which takes fewer
-/// dependent steps.
+/// Reads a number below 256; a larger number is a fault. The value is computed from the last two characters only, which takes
+/// fewer dependent steps.
 inline uint32_t readByte(const char *text, Faults &faults) noexcept
 {
     constexpr int kSixCharacters = 48;
@@ -95,8 +96,8 @@ inline uint32_t readByte(const char *text, Faults &faults) noexcept
     return (values << 4 | values >> 8) & 0xFF;
 }
 
-/// The values of two numbers of eight characters. The upper byte of each pair has the value of two characters, the last two
-/// first.
+/// Reads two numbers of eight characters. The upper byte of each pair has the value of two characters; the pairs of a number
+/// are in reverse order.
 inline void readPairs(Pairs &pairs, const char *first, const char *second, Faults &faults) noexcept
 {
     const auto characters = reinterpret_cast<Characters>(TwoWords{load(first), load(second)});

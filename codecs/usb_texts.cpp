@@ -25,8 +25,9 @@ static_assert(kEmptyMarker.size() == 20);
 constexpr std::size_t kLongestText = 1023;
 
 constexpr uint8_t kReportBit = 0x01;
-constexpr uint32_t kReported = 0x08000000;  // set by the writer; on purpose ...
-constexpr uint32_t kMarked = 0x80000000;    // ... not the bit that the reader tests
+// The writer and the reader use different bits on purpose.
+constexpr uint32_t kReported = 0x08000000;  // set by the writer
+constexpr uint32_t kMarked = 0x80000000;    // tested by the reader
 
 // ---- Writing ----
 
@@ -90,8 +91,8 @@ private:
 
 // ---- Reading ----
 
-/// Reads the fields of a text in order. Each step has the result codes for a missing or malformed field. The first error is the
-/// result, and no field after it is read. Fields are split as by strtok, but without its static state.
+/// Reads the fields of a text in order. Each step receives the result codes for a missing or malformed field. The first error
+/// is the result, and no field after it is read. Fields are split as by strtok, but without its static state.
 class Reader {
 public:
     explicit Reader(char *text) noexcept : rest_(text) {}
@@ -103,7 +104,7 @@ public:
         return *this;
     }
 
-    /// A text without the marker for an empty one, cut to the size of its member.
+    /// A text that is stored as it is, even if it is the marker. It is cut to the size of its member.
     template <std::size_t Size>
     Reader &raw(char (&member)[Size], int missing) noexcept
     {
@@ -171,7 +172,8 @@ public:
 private:
     static constexpr int kOk = 1;
 
-    /// The next field; its asterisk is replaced by a terminator. Empty, and an error, if no field is left.
+    /// The next field; its asterisk is replaced by a terminator. If no field is left, the text is empty and the result is
+    /// @p missing.
     std::string_view next(int missing) noexcept
     {
         if (!ok()) {
@@ -341,7 +343,7 @@ int ConvertCmd2USBDeviceCS(UsbStateInfo *record, char *text) noexcept
 int ConvertCmd2USBDeviceRemove(UsbRemoveInfo *record, char *text) noexcept
 {
     std::memset(static_cast<void *>(record), 0,
-                sizeof(UsbDeviceV1));  // the area has the size of the older callback's other record
+                sizeof(UsbDeviceV1));  // the area is as large as the record of a new device
     return readRemoval(*record, text);
 }
 

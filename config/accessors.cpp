@@ -17,7 +17,7 @@ bool wasRead() noexcept { return kvo_hws::shared(sConfData.dataSet).load() != 0;
 
 /// Runs @p copyOut and returns 0; if the file was not read, logs the message and returns -1.
 template <class CopyOut>
-int valueOr(const char *message, CopyOut copyOut) noexcept
+int copyIfRead(const char *message, CopyOut copyOut) noexcept
 {
     if (!wasRead()) {
         LOG(LOG_ERR, "%s", message);
@@ -30,12 +30,12 @@ int valueOr(const char *message, CopyOut copyOut) noexcept
 template <class Value, class Out>
 int value(const Value &member, Out *out, const char *message) noexcept
 {
-    return valueOr(message, [&] { *out = member; });
+    return copyIfRead(message, [&] { *out = member; });
 }
 
 int text(const char *const &member, char *out, const char *message) noexcept
 {
-    return valueOr(message, [&] {
+    return copyIfRead(message, [&] {
         const char *const known = member != nullptr ? member : "";  // null if memory ran out
         std::strcpy(out, known);                                    // NOLINT(*.strcpy): the interface gives no size
     });
@@ -63,7 +63,7 @@ int GetPortNumber(uint16_t *port_out) noexcept { return value(sConfData.port, po
 
 int GetSessionNumber(uint32_t *session_out) noexcept
 {
-    return valueOr("no port number available", [session_out] { *session_out = sConfData.port - kFirstPort; });
+    return copyIfRead("no port number available", [session_out] { *session_out = sConfData.port - kFirstPort; });
 }
 
 int GetRHZName(char *out) noexcept { return text(sConfData.name, out, "no RHZ/JDL name available"); }

@@ -86,7 +86,7 @@ int read_conf(void *block[4]) noexcept
         applyDefaults();
         return block == nullptr || block[0] == nullptr ? -1 : applyFile(static_cast<const char *>(block[0]));
     } catch (...) {
-        return -1;  // out of memory, also for a very long line
+        return -1;  // out of memory, for example for a very long line
     }
 }
 

@@ -1,4 +1,4 @@
-// Variants of these requests for the library's own use.
+// A variant of one request in focus.cpp for the library's own use.
 #pragma once
 
 #include <cstddef>

@@ -69,7 +69,7 @@ int32_t KVO_HWS_setTouchScreenCalibParam(uint32_t station, int32_t pressThresh, 
         .result();
 }
 
-// The three requests do not check for "failed": a reply without a known key is a success.
+// The following three requests do not check for "failed": a reply without a known key is a success.
 
 int32_t KVO_HWS_showInputDevice(uint32_t station, uint32_t *kbd, uint32_t *mouse, uint32_t *touch) noexcept
 {

@@ -22,7 +22,8 @@ void clearList(Record *list, uint32_t capacity) noexcept
     }
 }
 
-/// Reads a description list into the caller's array, unless the list has become larger than the array since it was counted.
+/// Reads a description list into the caller's array. A list that does not fit is refused: it may have grown since it was
+/// counted.
 template <class Read>
 int32_t readList(Request &request, uint32_t *capacity, Read read) noexcept
 {

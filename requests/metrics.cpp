@@ -1,4 +1,4 @@
-// Metrics of a station, the list of connected clients, and the request whether a panel is a Marovanti panel.
+// Metrics of a station, the list of connected clients, and the check whether a panel is a Marovanti panel.
 #include <kvo_hws/codecs.h>
 #include <kvo_hws/requests.h>
 
@@ -24,7 +24,7 @@ constexpr std::size_t kLongestLayout = 7;
 struct Metric {
     const char *command;
     const char *key;
-    int base;  ///< of the number; 0 for the one text
+    int base;  ///< the base of the number; 0 for the metric that is a text
     bool (*valid)(unsigned long value);
 };
 

@@ -39,16 +39,16 @@ constexpr int kNoLine = -1;
 char *registryCursor = nullptr;
 pthread_mutex_t registryCursorLock = PTHREAD_MUTEX_INITIALIZER;
 
-/// A field of the line, null-terminated while it is converted.
-class CutOut {
+/// A field of the line. It is null-terminated while this object exists.
+class TerminatedField {
 public:
-    CutOut(char *start, char *delimiter) noexcept : start_(start), delimiter_(delimiter), saved_(*delimiter)
+    TerminatedField(char *start, char *delimiter) noexcept : start_(start), delimiter_(delimiter), saved_(*delimiter)
     {
         *delimiter_ = '\0';
     }
-    CutOut(const CutOut &) = delete;
-    CutOut &operator=(const CutOut &) = delete;
-    ~CutOut() { *delimiter_ = saved_; }
+    TerminatedField(const TerminatedField &) = delete;
+    TerminatedField &operator=(const TerminatedField &) = delete;
+    ~TerminatedField() { *delimiter_ = saved_; }
 
     [[nodiscard]] const char *text() const noexcept { return start_; }
 
@@ -60,7 +60,7 @@ private:
 
 uint32_t attribute(char *start, char *delimiter) noexcept
 {
-    return static_cast<uint32_t>(kvo_hws::readSigned(CutOut(start, delimiter).text()).value);
+    return static_cast<uint32_t>(kvo_hws::readSigned(TerminatedField(start, delimiter).text()).value);
 }
 
 void skip(char *&at, const char *characters) noexcept { at += std::strspn(at, characters); }
@@ -97,7 +97,7 @@ int ParseRegistryLine(char *text, KvoDescription &record, bool restart) noexcept
     }
     registryCursor = attr3End + 1;
 
-    record.address = inet_addr(CutOut(address, addressEnd).text());
+    record.address = inet_addr(TerminatedField(address, addressEnd).text());
     const auto nameLength = std::min(static_cast<std::size_t>(nameEnd - name), sizeof record.name - 1);
     std::memcpy(record.name, name, nameLength);
     record.name[nameLength] = '\0';
@@ -117,8 +117,8 @@ uint32_t parseRegistryText(char *text, KvoDescription *list, uint32_t capacity) 
     while (parsed == kParsed && count < capacity) {
         parsed = ParseRegistryLine(text, list[count], restart);
         restart = false;
-        // Also checked after the last call, which found no line: callers pass a zeroed array. The next station overwrites the
-        // element of a station whose attr1 is 0.
+        // A station whose attr1 is 0 is not counted, and the next station overwrites its element. The last call found no line,
+        // but its element is checked too: callers pass a zeroed array.
         if (list[count].attr1 != 0) {
             ++count;
         }
@@ -128,7 +128,7 @@ uint32_t parseRegistryText(char *text, KvoDescription *list, uint32_t capacity) 
 
 // ---- The file ----
 
-/// The size must fit in 32 bits, and a terminator is added.
+/// The size must fit in 32 bits, and memory must also have room for a terminator.
 bool fitsInMemory(off_t size) noexcept
 {
     return size >= 0 && static_cast<uint64_t>(size) <= std::min<uint64_t>(UINT32_MAX, SIZE_MAX - 1);

@@ -92,7 +92,7 @@ int32_t readConnectorList(Request &request, std::string_view key, char *buffer, 
         .result();
 }
 
-constexpr const char *kConnectorLabel = "get usb connector list";  // for both: the request for one station has no own label
+constexpr const char *kConnectorLabel = "get usb connector list";  // also for the request for one station
 
 }  // namespace
 
@@ -148,7 +148,7 @@ int32_t KVO_HWS_setUsbLock(uint32_t count, const char **hosts, int first, int se
             kvo_hws::debugMessage(kLockLabel, "can not send broadcast request");
             break;
         }
-        result = KVO_HWS_OK;  // also if a later one fails: one sent datagram is a success
+        result = KVO_HWS_OK;  // stays if a later datagram fails: one sent datagram is a success
     }
     return result;
 }

@@ -161,7 +161,7 @@ int get_shiftstate() noexcept
     char state = kReadShiftState;
     if (ioctl(STDIN_FILENO, TIOCLINUX, &state) < 0) {
         logAlways(LOG_WARNING, "TIOCLINUX(6): %s", std::strerror(errno));
-        // On failure callers have always received the subcode itself.
+        // The result of a failure is the subcode: callers have always received it.
     }
     return state;
 }

@@ -1,4 +1,4 @@
-// Messages with several parts for the debug message channel.
+// Messages for the debug message channel and for the system log.
 #pragma once
 
 namespace kvo_hws {

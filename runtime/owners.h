@@ -50,7 +50,7 @@ struct FreeHeap {
     void operator()(void *block) const noexcept { std::free(block); }
 };
 
-/// A text that was allocated with malloc, as the C interface returns texts.
+/// A text that was allocated with malloc, for example by a function of the C interface.
 using HeapText = std::unique_ptr<char, FreeHeap>;
 
 /// Disables cancellation of the thread for a scope. A cancelled thread would leave locks locked, and could not unwind through

@@ -1,4 +1,4 @@
-// Threads and critical sections under the names that desktop systems use, implemented with POSIX threads and mutexes.
+// Threads and critical sections, implemented with POSIX threads and mutexes. The function names are those of desktop systems.
 #include <kvo_hws/runtime.h>
 
 #include <cerrno>
@@ -19,7 +19,7 @@ struct Work {
     void *argument;
 };
 
-/// Locked while a thread is created whose id must be stored before it runs.
+/// Locked while a thread is created, until its id is stored. The thread runs only after that.
 pthread_mutex_t creation = PTHREAD_MUTEX_INITIALIZER;
 
 /// Not noexcept: the host's function may end its thread with pthread_exit.
@@ -60,7 +60,7 @@ int kvo_hws_CreateThreadIdent(void *(*start)(void *), void *argument, pthread_t 
         return -1;
     }
     *work = {start, argument};
-    // The new thread waits for this lock. When it runs, its id is stored, and earlier changes to the variable are visible.
+    // The new thread waits for this lock. So it runs only after its id is stored, and sees the stored id.
     const kvo_hws::Lock lock(creation);
     pthread_t thread{};
     if (createThread(thread, runOnceIdIsStored, work.get()) != 1) {
@@ -75,7 +75,7 @@ int kvo_hws_detach_thread() noexcept { return pthread_detach(pthread_self()) == 
 
 int kvo_hws_GiveUpThreadExecution() noexcept { return kvo_hws::pause(20ms); }
 
-// Programs call these functions for sections that are initialised statically. They must not change a section.
+// These functions must not change a section: programs call them for sections that are initialised statically.
 void kvo_hws_InitializeCriticalSection(pthread_mutex_t * /*cs*/) noexcept {}
 void kvo_hws_DeleteCriticalSection(pthread_mutex_t * /*cs*/) noexcept {}
 

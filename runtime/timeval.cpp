@@ -35,6 +35,6 @@ int32_t timeval_diff(const KvoTimeval *a, const KvoTimeval *b) noexcept
     const KvoTimeval &earlier = b == nullptr ? now : *b;
     const int64_t seconds = int64_t{later.tv_sec} - earlier.tv_sec;
     const int64_t microseconds = int64_t{later.tv_usec} - earlier.tv_usec;
-    // The division truncates toward zero even if the sum is negative: timings are compared with existing records.
+    // The division truncates toward zero even if the sum is negative: new timings are compared with recorded ones.
     return static_cast<int32_t>(seconds * 1000 + (microseconds + 500) / 1000);
 }

@@ -95,7 +95,7 @@ int32_t KVO_HWS_setBacklight(unsigned mode) noexcept
     return Request("set backlight")
         .refuse(mode > 1, KVO_HWS_FAILED, {"unknown mode", "can not send request"})
         .send("setBacklight=%u", mode)
-        .logOnReply("get KVO HWS version - can not allocate memory")  // no meaning; log readers identify this request by it
+        .logOnReply("get KVO HWS version - can not allocate memory")  // a wrong text, but log readers search for it
         .on("ok", KVO_HWS_OK)
         .result();
 }
@@ -115,7 +115,7 @@ int32_t KVO_HWS_isInitComplete() noexcept
         .send("isInitComplete")
         .on("yes", KVO_HWS_OK)
         .on("no", KVO_HWS_NO)
-        .otherwise(KVO_HWS_FAILED, "error sending request")  // never "unknown error": this request has one message for both
+        .otherwise(KVO_HWS_FAILED, "error sending request")  // the same message as for "failed", never "unknown error"
         .result();
 }
 

@@ -193,8 +193,8 @@ struct Window {
     std::size_t size;
 };
 
-/// A line of more than one read is peeked at directly at the end of the text; the size grows with the line. If memory for that
-/// runs out, small reads continue: whether memory suffices is known only for a piece that has arrived.
+/// The window for the next peek. For a line of more than one read it is the memory after the text, and its size grows with the
+/// line. If that memory runs out, the small buffer is used: the rest of the line may be short enough for the remaining memory.
 Window windowFor(GrowingText &text, char (&small)[kReadSize]) noexcept
 {
     constexpr std::size_t kGrowth = 4;  // peek at up to four times the length of the line so far
@@ -244,8 +244,8 @@ int readIntoHeap(int fd, GrowingText &text) noexcept
             }
             return kLine;
         }
-        // A smaller read took all available bytes, so the writer is slow. After a full read no pause is needed: a fast writer
-        // is often between two of its own writes.
+        // A smaller read took all available bytes, so the writer is slow. After a larger read the writer is fast and sends
+        // more soon, so no pause is needed.
         if (taken.count < kReadSize) {
             kvo_hws::pause(kReadPause);
         }

@@ -28,12 +28,12 @@ inline constexpr const char *kSilent = nullptr;
 class Request {
 public:
     /// @param label   starts every message; kSilent for a request that logs nothing
-    /// @param suffix  ends the builder's own reasons; it distinguishes the two exchanges of some functions
+    /// @param suffix  ends the builder's own reasons; it distinguishes the two exchanges of a function that has two
     explicit Request(const char *label, const char *suffix = "") noexcept : label_(label), suffix_(suffix) {}
 
     // ---- Before anything is sent ----
 
-    /// Pointers that must not be null.
+    /// Rejects null pointers.
     template <class... Pointers>
     Request &needs(const Pointers *...pointers) noexcept
     {
@@ -83,7 +83,7 @@ public:
     /// A reply that is exactly this text.
     Request &on(std::string_view text, int32_t code, const char *reason = nullptr) noexcept;
 
-    /// The reply "failed"; must precede a step that would match it too.
+    /// The reply "failed". Call this before a step that also matches "failed".
     Request &onFailed() noexcept;
 
     /// A reply that begins with @p key. @p read receives the rest as a null-terminated text and returns an Answer.

@@ -38,10 +38,10 @@ private:
     socklen_t length_;
 };
 
-void boundWrites(const Descriptor &socket, std::chrono::microseconds bound) noexcept
+void setSendTimeout(const Descriptor &socket, std::chrono::microseconds timeout) noexcept
 {
-    const timeval time{.tv_sec = static_cast<time_t>(bound.count() / 1'000'000),
-                       .tv_usec = static_cast<suseconds_t>(bound.count() % 1'000'000)};
+    const timeval time{.tv_sec = static_cast<time_t>(timeout.count() / 1'000'000),
+                       .tv_usec = static_cast<suseconds_t>(timeout.count() % 1'000'000)};
     setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &time, sizeof time);
 }
 
@@ -60,9 +60,9 @@ Descriptor openLocalSocket() noexcept
 {
     Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (socket.valid()) {
-        // Without a limit a blocking connect to a full queue waits forever; poll cannot wait for a non-blocking one on a Unix
-        // socket.
-        boundWrites(socket, kPeerTimeout);
+        // Also limits connect, which would wait forever if the queue is full. The socket is blocking, because poll cannot wait
+        // for the connect of a non-blocking Unix socket.
+        setSendTimeout(socket, kPeerTimeout);
     }
     return socket;
 }
@@ -81,7 +81,7 @@ bool connectLocal(const Descriptor &socket, std::string_view path, AddressLength
             errno = EAGAIN;
             return false;
         }
-        boundWrites(socket, left);
+        setSendTimeout(socket, left);
     }
     return true;
 }

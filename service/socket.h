@@ -1,4 +1,4 @@
-// Sockets of the local services: addresses, connects and writes, which can neither block forever nor raise a signal.
+// Sockets of the local services. Connecting and writing can neither block forever nor raise a signal.
 #pragma once
 
 #include <array>
@@ -39,7 +39,7 @@ public:
     [[nodiscard]] bool write(const Descriptor &socket) const noexcept;
 
 private:
-    static constexpr std::size_t kBufferSize = 1028;  // fits the library's commands and event texts; a caller's may be longer
+    static constexpr std::size_t kBufferSize = 1028;  // fits the library's own texts; a caller's text may be longer
 
     std::size_t length_;
     std::array<char, kBufferSize> buffer_;

@@ -55,7 +55,7 @@ struct Generation {
 /// The older callback receives the codes of its own activation even if a newer one is set. All other codes go to the newer one.
 int32_t sendToOlder(uint32_t code) noexcept { return SendUSBEventCheckNULL_V1(code, nullptr); }
 
-/// The result of a change of servers, and the number of its activation or end.
+/// The result of a change of servers, and the number of its activation or close.
 struct Change {
     int32_t result;
     uintptr_t number;
@@ -73,7 +73,7 @@ int32_t stopServer(const char *label) noexcept
 }
 
 /// The second half of an activation: starts a server and a thread that asks the service for events.
-int32_t startServerAndHelper(const char *label, uintptr_t number) noexcept
+int32_t startServerAndThread(const char *label, uintptr_t number) noexcept
 {
     if (!startServer()) {
         kvo_hws::debugMessage(label, "can not start server");
@@ -90,11 +90,11 @@ Change replaceServer(Callback callback, const Generation<Callback> &generation) 
 {
     const kvo_hws::Lock lock(serverChange);
     Change change{KVO_HWS_OK, kvo_hws::supersedeActivations()};
-    // A close in between may have cleared the callback; that close is superseded now.
+    // A close may have cleared the callback since it was set; that close is superseded now.
     generation.slot.store(callback);
     change.result = stopServer(generation.label);
     if (change.result == KVO_HWS_OK) {
-        change.result = startServerAndHelper(generation.label, change.number);
+        change.result = startServerAndThread(generation.label, change.number);
     }
     return change;
 }
@@ -181,7 +181,7 @@ void *threadActivateUSBevents(void *argument) noexcept
 {
     kvo_hws_detach_thread();
     const uintptr_t number = numberOf(argument);
-    // Waits without a limit for the service. Only a superseded activation has nothing more to ask or to report.
+    // Waits for the service without a limit. A superseded activation ends: it has nothing more to ask or to report.
     const auto superseded = [number] { return kvo_hws::latestActivation() != number; };
     while (KVO_HWS_isInitComplete() != KVO_HWS_OK && !superseded()) {
         kvo_hws::pause(kInitPollTime);
@@ -204,7 +204,7 @@ void *threadDeactivateUSBevents(void *argument) noexcept
 {
     kvo_hws_detach_thread();
     const uintptr_t number = numberOf(argument);
-    // Notified even if it was superseded: the caller of the close waits for it.
+    // The status is sent even if this close was superseded: its caller waits for the status.
     sendStatus(askService("deactivateUSBEvents", USB_EVENT_DEACTIVATED));
     kvo_hws::clearCallbacks(number);
     return nullptr;

@@ -1,4 +1,4 @@
-// The two callbacks for USB events, and the latest activation. Only the latest activation may clear the callbacks.
+// The two callbacks for USB events, and the number of the latest activation or close, which alone may clear the callbacks.
 #pragma once
 
 #include <kvo_hws/usbevents.h>
@@ -19,10 +19,10 @@ inline constexpr int32_t kCallbackFailed = -1;
 /// Number of bytes of an event before its payload.
 inline constexpr uint32_t kEventHead = offsetof(UsbEventV2, payload);
 
-/// Starts a new activation or the end of one, which supersedes all earlier ones. Returns its number, which is not 0.
+/// Numbers a new activation or close, which supersedes all earlier ones. Returns the number, which is not 0.
 uintptr_t supersedeActivations() noexcept;
 
-/// The number of the latest activation or end of one; 0 before the first.
+/// The number of the latest activation or close; 0 before the first.
 uintptr_t latestActivation() noexcept;
 
 /// Clears both callbacks if @p number is still the latest activation. Returns true if it did.

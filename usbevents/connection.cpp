@@ -23,7 +23,7 @@ namespace {
 using kvo_hws::kCallbackFailed;
 using kvo_hws::kEventHead;
 
-constexpr auto kCloseDelay = 100ms;  // the daemon reads the reply before the connection is closed
+constexpr auto kCloseDelay = 100ms;  // gives the daemon time to read the reply before the close
 constexpr int kParsed = 1;
 
 constexpr const char *kOk = "ok";
@@ -88,7 +88,7 @@ const char *refusedDevice(char *text) noexcept
     if (!newerIsSet()) {
         return loggedAnswerTo(kCallbackFailed, kStep);
     }
-    // The flag bits do not belong to a refused device.
+    // An event for a refused device ends before the flag bits.
     UsbEventV2 event = eventOf(USB_EVENT_DEVICE_REFUSED, offsetof(UsbDeviceInfo, flagBits));
     const int parsed = ConvertCmd2USBDeviceIM(&event.payload.device, text);
     return parsed == kParsed ? loggedAnswerTo(SendUSBEventCheckNULL_V2(&event), kStep) : malformed(parsed, kStep);
@@ -100,7 +100,7 @@ const char *changedState(char *text) noexcept
     return ConvertCmd2USBDeviceCS(&event.payload.state, text) == kParsed ? answerTo(SendUSBEventCheckNULL_V2(&event)) : kFailed;
 }
 
-/// The reply to a malformed removal is an empty line, unlike for other events: daemons distinguish the two failures by it.
+/// The reply to a malformed removal is an empty line, not "failed": daemons distinguish it from a callback that failed.
 const char *removedDevice(char *text) noexcept
 {
     if (newerIsSet()) {
@@ -141,7 +141,7 @@ const char *handOver() noexcept
     const uintptr_t number = kvo_hws::supersedeActivations();
     const int32_t result = kvo_hws::Request(kvo_hws::kSilent).send("deactivateUSBEvents").on("ok", KVO_HWS_OK).result();
     SendUSBEventCheckNULL_Simple(USB_EVENT_DEACTIVATED);
-    // Unless an activation meanwhile has taken the events back, with its own server.
+    // If a newer activation has taken the events back, its own server must keep running.
     if (kvo_hws::clearCallbacks(number)) {
         kvo_hws::suicide().store(1);
     }

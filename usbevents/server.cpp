@@ -31,8 +31,8 @@ constexpr auto kStartPeriod = 1ms;
 /// The reason why a server ended; part of its last log line.
 enum class End { stopped = 0, noSocket = 1, notBound = 2, notListening = 3, waitFailed = 4, acceptFailed = 5, noThread = 6 };
 
-/// Taking a number and taking the socket path are one step each. If two servers start at the same time, the later one also gets
-/// the path.
+/// Locked while a server takes its number, and while it takes the socket path. If two servers start at the same time, the one
+/// with the later number keeps the path.
 pthread_mutex_t pathChange = PTHREAD_MUTEX_INITIALIZER;
 
 /// Servers are numbered in the order of their starts. Only the latest one is in use.
@@ -145,7 +145,7 @@ private:
     void finish() noexcept
     {
         socket_.close();
-        // After a takeover the state belongs to the successor.
+        // If a newer server exists, the state belongs to that server.
         if (isLatest() && !kvo_hws::advanceServer(NOTIFY_STOP_REQUESTED, NOTIFY_STOP_DONE)) {
             kvo_hws::serverState().store(NOTIFY_STOPPED);
         }
@@ -155,7 +155,7 @@ private:
         kvo_hws::logAlways(abnormal ? LOG_ERR : LOG_INFO, "USB server - %sterminated%d %d %s", abnormal ? "abnormal " : "",
                            static_cast<int>(end_), error_, std::strerror(error_));
         if (isLatest() && kvo_hws::suicide().exchange(0) != 0) {
-            // No thread of this process waits for the end.
+            // No thread of this process waits for this server's end.
             kvo_hws::advanceServer(NOTIFY_STOP_DONE, NOTIFY_STOPPED);
         }
     }

@@ -14,7 +14,7 @@ inline std::atomic_ref<uint32_t> serverState() noexcept { return shared(ServerPi
 /// uiSuicide: whether the server has received "suicide", the request to give up the events.
 inline std::atomic_ref<uint32_t> suicide() noexcept { return shared(uiSuicide); }
 
-/// Changes the state from @p from to @p to. Does nothing and returns false if it has another value.
+/// Changes the state from @p from to @p to. Returns false if the state has another value.
 inline bool advanceServer(uint32_t from, uint32_t to) noexcept { return serverState().compare_exchange_strong(from, to); }
 
 }  // namespace kvo_hws

@@ -51,8 +51,8 @@ bool connectToServer(const kvo_hws::Descriptor &socket, bool suicide, const char
         }
         delivery.error = errno;
         delivery.reason = suicide ? noServer : "connect error (--> DLL)";
-        // Also applies to later failures of this delivery: log filters rely on it for a "suicide" that a starting server
-        // receives.
+        // This priority also applies to later failures of this delivery: log filters rely on it if a server starts between two
+        // attempts to send "suicide".
         delivery.priority = suicide ? LOG_INFO : LOG_ERR;
         kvo_hws::pause(kConnectPause);
         if (delivery.error == EAGAIN) {

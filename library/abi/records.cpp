@@ -12,7 +12,7 @@ constexpr std::size_t on64or32(std::size_t bits64, std::size_t bits32) { return 
 
 }  // namespace
 
-// Macros, because only they can use a member and its name.
+// Macros, because a function cannot take a member as an argument and print its name.
 #define MEMBER(record, member, place, size)                                                                                    \
     static_assert(offsetof(record, member) == (place),                                                                         \
                   #record "." #member " is not at offset " #place ", where programs expect it");                               \
@@ -223,7 +223,7 @@ MEMBER(HwsCommand, keyword, 0, on64or32(8, 4));
 MEMBER(HwsCommand, handler, on64or32(8, 4), on64or32(8, 4));
 SIZE(HwsCommand, on64or32(16, 8));
 
-// Variables that programs copy at program start or index.
+// Arrays that programs index, or that the loader copies into a program.
 SIZE(gScreenOnFocus, 261);
 SIZE(gHostname, 260);
 SIZE(gFocusName, 260);

@@ -1,4 +1,4 @@
-// The families, in the order in which the headers have them.
+// The families, in the order of the headers.
 #include "catalogue/catalogue.h"
 
 #include <stdexcept>

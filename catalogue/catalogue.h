@@ -1,5 +1,5 @@
 // Describes all requests of the library in one place, for the tests, the fuzzer of replies, the soak run, the tables of the
-// documentation and others. The code in requests/ is not generated from it: the tests compare the two.
+// documentation and other uses. The code in requests/ is written separately; the tests compare it with this description.
 #pragma once
 
 #include "catalogue/request.h"

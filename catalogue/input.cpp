@@ -36,7 +36,8 @@ std::vector<Request> touchScreen()
                   "sets the touch calibration: the press threshold, -1 or more, and nonlinear, -1 to 1")
             .python("Panel.set_calibration"),
 
-        // Keys may have any order, with others between them; a missing one is 0. Values before an error stay stored.
+        // The keys may have any order, with other keys between them. A missing key has the value 0. Values before an error
+        // stay stored.
         CATALOGUE_REQUEST(KVO_HWS_getTouchScreenCalibParam, "get touch screen calibration parameter")
             .asks("getCalibParam=0A000005", {station, out, out})
             .takesAnyReply()

@@ -48,7 +48,7 @@ struct Exchange {
 
     std::string name;
     Arguments arguments;
-    std::vector<std::string> commands;  ///< what the service receives, without line feeds
+    std::vector<std::string> commands;  ///< the lines that the service receives, without line feeds
     std::vector<std::string> replies;   ///< one for each command; an unused one if no command is sent
     int32_t result;
     Values values{};                      ///< the stored values in the order of the outputs; empty: nothing is stored
@@ -135,7 +135,7 @@ public:
     Request &thenLogs(const std::string &reason);
     /// The text that the previous row prints on standard error.
     Request &prints(std::string text);
-    /// The end of the message that no exchange took place, such as " (count)".
+    /// The end of the message "can not send request", such as " (count)".
     Request &exchangeCalled(std::string remark);
 
     /// A call that is rejected before anything is sent. @p reason  empty: nothing is logged. @p label  the label of the message
@@ -216,7 +216,7 @@ private:
     bool takesAny_ = false;
     int32_t withoutService_ = -2;
     Values valuesWithoutService_;
-    std::string exchange_;  ///< the end of the message that no exchange took place
+    std::string exchange_;  ///< the end of the message "can not send request"
     std::string first_;     ///< a message before the others
     std::optional<NumberForm> form_;
     std::set<int32_t> soak_;

@@ -64,7 +64,7 @@ std::vector<Request> levelsAndLocks()
 std::vector<Request> lights()
 {
     return {
-        // The message is that of another function, and is logged with every reply.
+        // The additional message names another function. It is logged with every reply.
         CATALOGUE_REQUEST(KVO_HWS_setBacklight, "set backlight")
             .alsoLogs("get KVO HWS version - can not allocate memory")
             .asks("setBacklight=1", {1})

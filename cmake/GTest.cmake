@@ -1,5 +1,5 @@
-# GTest::gmock and the other GoogleTest targets: the system's libraries, else built from the sources in Debian's package, which
-# cross builds need.
+# Defines GTest::gmock and the other GoogleTest targets: from the system's libraries, otherwise built from the sources in Debian's
+# package. Cross builds need the second way.
 find_package(GTest CONFIG QUIET)
 if(NOT GTest_FOUND)
   set(sources /usr/src/googletest)

@@ -17,9 +17,9 @@ function(kvo_read_version variable)
 endfunction()
 
 # kvo_file_version(VERSION VARIABLE): the text after "libkvo_hws.so." in the name of the library's file.
-# ldconfig lets the SONAME's link point to the file whose name sorts last, number by number. The first number is the SONAME's, for
-# every version; the others must grow with the version, also past 1.0.0. So the second number combines the version's first and
-# second: 0.9.5 is in libkvo_hws.so.0.9.5, 1.0.0 in libkvo_hws.so.0.1000.0, 1.2.3 in libkvo_hws.so.0.1002.3.
+# ldconfig lets the SONAME's link point to the file whose name sorts last, number by number. The first number is the SONAME's in
+# every version. The others must grow with the version, also past 1.0.0; therefore the second number combines the first two numbers of
+# the version: 0.9.5 is in libkvo_hws.so.0.9.5, 1.0.0 in libkvo_hws.so.0.1000.0, 1.2.3 in libkvo_hws.so.0.1002.3.
 function(kvo_file_version version variable)
   string(REPLACE . ";" numbers ${version})
   list(GET numbers 0 major)

@@ -3,7 +3,7 @@
 function(kvo_warnings target)
   if(PROJECT_IS_TOP_LEVEL)
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wshadow
-      # Only clang includes this warning: rows of test tables would need braces for inherited members.
+      # Only clang's -Wall includes this warning, which requires braces for inherited members in the rows of test tables.
       $<$<CXX_COMPILER_ID:Clang>:-Wno-missing-braces>)
   endif()
 endfunction()

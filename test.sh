@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
 # Usage: ./test.sh [--require-all] [PRESET...]
-# Installs missing packages, builds and runs the tests. Then it lists skipped tests with their reasons, and failed tests with the end
-# of their output. Default presets:
-#   release   everything, built as shipped
-#   asan      all tests but kvoctl's under the address and undefined-behaviour sanitizers
-#             (to include kvoctl's: cmake --preset asan -DKVO_BUILD_KVOCTL=ON)
-#   tsan      the tests that run threads under the thread sanitizer
+# Installs missing packages, builds, and runs the tests of each PRESET. At the end it lists the skipped tests with their reasons, and
+# the failed tests with the end of their output. Without a PRESET, these run:
+#   release   all tests, with the build that is released
+#   asan      all tests except those of kvoctl, with the address and undefined-behaviour sanitizers
+#             (for the tests of kvoctl: cmake --preset asan -DKVO_BUILD_KVOCTL=ON)
+#   tsan      the tests with several threads, with the thread sanitizer
 #   fuzz      the fuzzers, for a few seconds each
-# Others: debug, coverage, m32 (everything as 32-bit programs), armhf and aarch64 (the library's own tests for Arm, emulated).
+# Other presets: debug, coverage, m32 (all tests as 32-bit programs), armhf and aarch64 (the library's own tests for Arm, in an emulator).
 #   --require-all   fail if a test is skipped because a tool or package is missing
 set -euo pipefail
 . "$(dirname "$0")/scripts/common.sh"
@@ -45,7 +45,7 @@ minutes_of() { # PRESET
     esac
 }
 
-# Tests mostly wait, so the next preset is compiled meanwhile at lower priority.
+# Tests mostly wait. So the next preset is built at the same time, with lower priority.
 start_build() { # PRESET
     start_building "build/$1/build.log" configure_and_build "$1"
 }

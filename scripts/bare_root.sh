@@ -1,7 +1,8 @@
-# Makes a bare Debian in a directory and runs commands in it. Sourced by a script that runs as root. The script sets
+# Creates a minimal Debian in a directory (a root) and runs commands in it. A script that runs as root sources this file. The script
+# must set these variables:
 #   suite  Debian's name for the release, such as bookworm
 #   work   a directory for downloads, which is kept between runs
-# and then calls make_root, each time that it needs a fresh root. The root is removed when the script ends.
+# Then it calls make_root for each new root. remove_root removes the root; the script calls it when it ends.
 # shellcheck shell=bash
 # shellcheck disable=SC2154 # set by the script
 
@@ -9,14 +10,14 @@ mirror=http://deb.debian.org/debian
 root=
 bare_root_place=
 
-# Prints why this machine cannot make such a root; prints nothing if it can.
+# Prints why this machine cannot create a root; prints nothing if it can.
 why_no_root() {
     if [ "$(id -u)" -ne 0 ]; then
-        echo "needs root to make and to enter a bare system"
+        echo "must run as root, to create a minimal Debian and to run commands in it"
     elif ! command -v debootstrap >/dev/null; then
         echo "no debootstrap (scripts/setup.sh package installs it)"
     elif ! unshare --mount --pid --fork true 2>/dev/null; then
-        echo "this machine does not allow private mounts (unshare)"
+        echo "this machine does not permit private mounts (unshare)"
     fi
 }
 
@@ -28,7 +29,7 @@ make_bare_tar() {
     rm -rf "$work/root.new"
     debootstrap --variant=minbase "$suite" "$work/root.new" "$mirror" >"$work/debootstrap.log" 2>&1 || {
         tail -n 20 "$work/debootstrap.log" >&2
-        echo "debootstrap cannot make a bare $suite; the log: $work/debootstrap.log" >&2
+        echo "debootstrap cannot create a minimal $suite; the log: $work/debootstrap.log" >&2
         return 1
     }
     tar -C "$work/root.new" --numeric-owner -cf "$work/$suite.tar.new" .
@@ -36,7 +37,7 @@ make_bare_tar() {
     rm -rf "$work/root.new"
 }
 
-# Makes a fresh root in $root. It uses this machine's package sources if the machine runs the same release.
+# Creates a new root and sets $root to its directory. The root gets this machine's package sources if they are for the same release.
 make_root() {
     mkdir -p "$work/archives/partial"
     [ -s "$work/$suite.tar" ] || make_bare_tar
@@ -57,10 +58,10 @@ make_root() {
     in_root apt-get -qq update
 }
 
-# in_root COMMAND...: runs the command in a mount and process namespace of its own. Its mounts and its processes end with the
-# command, however that ends.
+# in_root COMMAND...: runs the command in the root, with separate mount and process namespaces. When the command ends in any way, its
+# mounts are removed and its processes are killed.
 in_root() {
-    # shellcheck disable=SC2016 # the shell in the root expands it
+    # shellcheck disable=SC2016 # the shell in the root expands the variables
     unshare --mount --pid --fork --kill-child --propagation private bash -euc '
         root=$1 archives=$2; shift 2
         mount --bind "$root" "$root"

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Usage: scripts/bench.sh [SUBJECT...]
-# Builds the benchmarks and prints the library's time against the same work in a baseline, with goals and verdicts.
-# Subjects: exchange, lists, reading, writing, usb, agent, plant. Without a subject all of them run.
+# Builds and runs the benchmarks. They compare the library with a baseline, which is code that does the same work, and mark missed
+# goals. Subjects: exchange, lists, reading, writing, usb, agent, plant. Without a subject, all of them run.
 set -euo pipefail
 . "$(dirname "$0")/common.sh"
 help_if_asked "$@"

@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
 # Usage: scripts/build_matrix.sh [--all | BUILD...]
-# Builds as a user without our presets does: with plain CMake, from a read-only copy of the last commit (of the working tree if
-# this is not a git repository). Warnings are errors.
-#   --all   the builds that a release must pass: each compiler with all build types, Make, -flto and _FORTIFY_SOURCE=3. Compilers that
-#           are not this Debian's default may be missing; their builds are left out
-#   BUILD   COMPILER[-VERSION]:TYPE[:Make][:lto][:fortify], such as gcc:Release, clang-14:Debug:Make, gcc-14:None:lto; TYPE is None,
-#           Debug, Release, MinSizeRel or RelWithDebInfo. Without any: gcc:Release clang:Release
-# The exit status is 0 only if all these builds were made; the last lines list those that were not. The environment variable
-# KVO_MATRIX_TARGETS names the targets, "all" by default. The build folders are in build/matrix.
+# Builds the project without presets, as users do. It builds a read-only copy of the last commit (without a git repository: of the
+# working tree). Warnings are errors. The default builds are gcc:Release and clang:Release.
+#   BUILD   COMPILER[-VERSION]:TYPE[:Make][:lto][:fortify], such as gcc:Release, clang-14:Debug:Make, gcc-14:None:lto. TYPE is None,
+#           Debug, Release, MinSizeRel or RelWithDebInfo
+#   --all   the builds that a release must pass: each compiler with all build types, Make, -flto and _FORTIFY_SOURCE=3. A build is left
+#           out if its compiler is not installed and is not the default of this Debian
+# The exit status is 0 if no build failed and no other build is missing. The last lines list the builds that were not made. The
+# environment variable KVO_MATRIX_TARGETS contains the targets, "all" by default. The build folders are in build/matrix.
 set -euo pipefail
 . "$(dirname "$0")/common.sh"
 help_if_asked "$@"
@@ -47,7 +47,7 @@ if [ -n "$all" ]; then
 fi
 
 mkdir -p "$out"
-# The copy gets an old date, so that any file that a build writes into the sources is newer.
+# The copy gets an old date. A file that a build writes into the sources is newer.
 rm -rf "$out/source"
 mkdir "$out/source"
 if [ -e .git ]; then
@@ -66,12 +66,12 @@ cxx_of() { # COMPILER
     esac
 }
 
-# None is the empty build type, which a user gets who names no build type.
+# None is the empty build type: CMake uses it if the user does not name a build type.
 build() { # COMPILER TYPE WORDS FOLDER
     local generator=Ninja flags=()
     [[ $3 != *:Make* ]] || generator="Unix Makefiles"
     [[ $3 != *:lto* ]] || flags+=(-flto=auto)
-    # Debian's compilers do not define it by default; without optimization it causes a warning.
+    # Debian's compilers do not define it by default. Without optimization it causes a warning.
     [[ $3 != *:fortify* ]] || flags+=(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3)
     local type=$2
     [ "$type" != None ] || type=

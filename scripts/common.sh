@@ -1,21 +1,21 @@
 # Functions that the scripts share: help, errors for unknown arguments, and builds with progress. A script sources this file first.
-# The script's first comment is its help, and its working directory becomes the project's folder. Sourcing alone does not install
-# or build anything.
+# This changes the working directory to the project's folder, and does not install or build anything. The first comment of the
+# script is its help.
 # shellcheck shell=bash
 
 KVO_SCRIPT=$(realpath "$0")
 # shellcheck disable=SC2034 # used by scripts
-KVO_CALLER_FOLDER=$PWD # relative paths of the caller start here
+KVO_CALLER_FOLDER=$PWD # for relative paths that the user types
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 KVO_SCRIPT=${KVO_SCRIPT#"$PWD/"}
 
-# Prints the script's first comment without lines for programs.
+# Prints the script's first comment, without the line for the shell.
 print_help() {
     awk 'NR == 1 { next } !/^#/ { exit } { sub(/^# ?/, ""); print }' "$KVO_SCRIPT"
 }
 
-# default_version PACKAGE: prints the version of the compiler that this Debian's package g++ or clang installs,
-# or nothing if apt does not know it yet.
+# default_version PACKAGE: prints the version of the compiler that the package g++ or clang of this Debian installs. Prints nothing if
+# apt does not know the package yet.
 default_version() {
     local version
     version=$(dpkg-query -W -f '${Version}' "$1" 2>/dev/null) && [ -n "$version" ] ||
@@ -23,22 +23,22 @@ default_version() {
     sed -E 's/^[0-9]+://; s/\..*//; s/\(none\)//' <<<"$version"
 }
 
-# help_if_asked WORD...: prints the help and exits if the first word asks for it.
+# help_if_asked WORD...: if the first word is -h or --help, prints the help and exits.
 help_if_asked() {
     case ${1-} in
     -h | --help) print_help; exit 0 ;;
     esac
 }
 
-# refuse SENTENCE...: prints an error and exits with status 2. Scripts call it before they do anything.
+# refuse SENTENCE...: prints an error and exits with status 2. A script calls it before it changes anything.
 refuse() {
     local command=$KVO_SCRIPT
-    [[ $command == */* ]] || command=./$command # as the user has to type it
+    [[ $command == */* ]] || command=./$command # as the user must type it
     echo "$KVO_SCRIPT: $*; \"$command -h\" explains" >&2
     exit 2
 }
 
-# refuse_unknown KIND "KNOWN..." WORD...: refuses words that are not in the list of known ones.
+# refuse_unknown KIND "KNOWN..." WORD...: refuses a word that is not one of the known words.
 refuse_unknown() {
     local kind=$1 known=$2 word
     shift 2
@@ -52,11 +52,11 @@ refuse_unknown() {
 
 # no_more_words WORD...: for scripts without arguments.
 no_more_words() {
-    [ $# -eq 0 ] || refuse "takes no words besides -h, but got \"$1\""
+    [ $# -eq 0 ] || refuse "takes no argument except -h, but got \"$1\""
 }
 
-# configure FOLDER CMAKE-ARGUMENT...: runs CMake unless the folder is already configured with the same arguments. The build itself
-# notices a changed CMakeLists.txt, but not a changed preset, which this function looks for.
+# configure FOLDER CMAKE-ARGUMENT...: runs CMake, unless the folder is already configured with the same arguments. It also runs CMake
+# if a preset has changed, because the build notices only changes of CMakeLists.txt.
 configure() {
     local folder=$1 stamp=$1/configured-with
     shift
@@ -73,12 +73,12 @@ configure() {
     echo "$*" >"$stamp"
 }
 
-# show_progress MINUTES LOG: reads Ninja's output. On a terminal the status is one line that changes; elsewhere it prints a line for
-# each tenth.
+# show_progress MINUTES LOG: reads Ninja's output. On a terminal it shows the progress in one line. Otherwise it prints a line for each
+# tenth of the build.
 show_progress() {
     local line tenth=0 announced=
     while IFS= read -r line; do
-        [[ $line =~ ^\[([1-9][0-9]*)/([0-9]+)\]\  ]] || continue # step 0 only checks the folders
+        [[ $line =~ ^\[([1-9][0-9]*)/([0-9]+)\]\  ]] || continue # step 0 only checks folders
         local done=${BASH_REMATCH[1]} all=${BASH_REMATCH[2]}
         if [ -z "$announced" ]; then
             announced=1
@@ -95,24 +95,25 @@ show_progress() {
 }
 
 KVO_BUILDING=
-# start_building LOG COMMAND...: starts a build in the background, one at a time. The command must end its own child processes.
+# start_building LOG COMMAND...: starts a build in the background; only one can run at a time. When the command is killed, it must end
+# its child processes.
 start_building() {
     KVO_BUILD_LOG=$1
     shift
     mkdir -p "$(dirname "$KVO_BUILD_LOG")"
-    : >"$KVO_BUILD_LOG" # exists when await_build reads it
+    : >"$KVO_BUILD_LOG" # await_build needs the file at once
     "$@" >>"$KVO_BUILD_LOG" 2>&1 &
     KVO_BUILDING=$!
 }
 
-# await_build MINUTES: shows the progress of the started build, and the end of its log if it fails.
+# await_build MINUTES: shows the progress of the build until it ends. If the build fails, shows the end of its log.
 await_build() {
     local failed=0
     tail -n +1 -s 0.2 --pid="$KVO_BUILDING" -f "$KVO_BUILD_LOG" 2>/dev/null | show_progress "$1" "$KVO_BUILD_LOG"
     wait "$KVO_BUILDING" || failed=1
     KVO_BUILDING=
     if [ $failed -eq 0 ]; then
-        # Do not rely on Ninja's count: newer versions count the check of the folders and do not report it.
+        # Ninja's last line may not show 100 %: newer versions count the check of the folders, but do not report it.
         [ -t 2 ] || ! grep -q '^\[[1-9]' "$KVO_BUILD_LOG" || echo "$KVO_SCRIPT: 100 % built" >&2
         return 0
     fi
@@ -121,14 +122,14 @@ await_build() {
     return 1
 }
 
-# run_ninja FOLDER [TARGET...]: replaces the shell that start_building started, so that a signal to that shell ends Ninja.
+# run_ninja FOLDER [TARGET...]: replaces the shell that start_building started. A signal to this shell then ends Ninja.
 run_ninja() {
     local folder=$1
     shift
     exec env NINJA_STATUS='[%f/%t] ' nice ninja -C "$folder" "$@"
 }
 
-# build FOLDER MINUTES [TARGET...]: MINUTES is the time of a full build on 2 cores.
+# build FOLDER MINUTES [TARGET...]: runs Ninja and shows the progress. MINUTES is the time of a full build on 2 cores.
 build() {
     local folder=$1 minutes=$2
     shift 2
@@ -136,14 +137,14 @@ build() {
     await_build "$minutes"
 }
 
-# build_demo [TARGET...]: builds what demo.sh runs and "cmake --install build/demo" installs.
+# build_demo [TARGET...]: builds the programs that demo.sh runs and that "cmake --install build/demo" installs.
 build_demo() {
     scripts/setup.sh manuals
     configure build/demo --preset release -DKVO_BUILD_TESTS=OFF -DKVO_BUILD_MANUALS=ON
     build build/demo 2 "$@"
 }
 
-# Ends a build that is still running when the script exits; its whole process group if it leads one.
+# Ends a build that is still running when the script exits. If its process leads a process group, ends the whole group.
 end_build() { # PROCESS
     kill -- "-$1" 2>/dev/null || kill "$1" 2>/dev/null || true
 }

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Usage: scripts/coverage.sh
-# Runs the tests with a library that counts executed lines. Prints a summary, and each line that no test runs with the reason
-# (cmake/coverage-explained.txt). Fails if less than 97 % of the lines are run, or if a reason is missing or no longer needed.
-# The full report is build/coverage/report/index.html, with not-run.txt beside it.
+# Runs the tests with a library that counts executed lines. Prints a summary and the lines that no test runs, each with the reason
+# (cmake/coverage-explained.txt). Fails if the tests run less than 97 % of the lines, or if a reason is missing or no longer needed.
+# The full report is build/coverage/report/index.html. The list of lines is in not-run.txt in the same folder.
 set -euo pipefail
 . "$(dirname "$0")/common.sh"
 help_if_asked "$@"
@@ -12,7 +12,7 @@ scripts/setup.sh coverage
 configure build/coverage --preset coverage
 build build/coverage 3
 find build/coverage -name '*.gcda' -delete
-# Python's tests are left out: they do not run further lines of the library, and they run with the release build.
+# Without Python's tests: they need the release build, and do not run any other line of the library.
 ctest --preset coverage -j 8 --progress -E '^python_'
 
 rm -rf build/coverage/report

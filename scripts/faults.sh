@@ -1,22 +1,25 @@
 #!/usr/bin/env bash
 # Usage: scripts/faults.sh [COUNT] [OPTION...] [PATH...]     100 faults in the library's folders by default
-# Finds faults that the tests miss (mutation testing). Plants faults of one line, one at a time, in a copy of the working tree, runs
-# the nearest tests first, and lists the faults that survive all tests. PATH is a file or folder to plant in, such as service or
+# Finds faults that the tests do not detect (mutation testing). The script changes one line in a copy of the working tree, builds the
+# copy, and runs the tests, those of the changed module first. It repeats this COUNT times with different lines. A fault survives if
+# no test fails. At the end, the script lists the faults that survived. PATH is a file or folder for the faults, such as service or
 # tools/kvosim. Kinds of faults:
-#   relation    a comparison off by one, or reversed           return   another value returned
-#   constant    a number off by one, true for false            text     one character of a text changed
-#   statement   a call, assignment or count left out           lock     a guard left out
-#   --seed=N       seed of the random choice, 1 by default; the same seed plants the same faults in the same sources
-#   --list         prints the faults without planting them; some of them may not compile
-#   --only=NAME    this fault instead of COUNT random ones; repeatable. FILE:LINE for all faults of a line, FILE:LINE:KIND, or
-#                  "survivors" for those of the last run
-#   -jN            tests at a time; 12 for each processor by default, because tests mostly wait
-# A fault that does not compile is replaced by the next one. A fault that does not change the optimized object code counts as
-# equivalent. Tests that do not judge the code's behaviour (packages, manuals, scripts) and long tests (endurance, soak) are left
-# out. A surviving fault means that a test is missing, that the code is not needed, or that no caller can see the difference:
-# a person has to judge. The sanitizers, which find missing locks more often, are not used here.
-# The report is also in build/faults/report.txt. Exit status: 0 if all faults were planted, whatever survived; 1 if the copy cannot
-# be built or if tests fail without a fault.
+#   relation    a comparison is off by one or reversed         return   another value is returned
+#   constant    a number is off by one, or true becomes false  text     one character of a text is changed
+#   statement   a call, assignment or count is missing         lock     a guard is missing
+# Options:
+#   --seed=N       seed of the random choice, 1 by default. The same seed and the same sources give the same faults
+#   --list         prints the faults without trying them. Some of them may not compile
+#   --only=NAME    tries this fault instead of COUNT random faults; can be repeated. NAME is FILE:LINE:KIND, FILE:LINE for all faults of
+#                  a line, or "survivors" for the faults that survived in the last run
+#   -jN            number of tests that run at the same time, by default 12 for each processor, because tests mostly wait
+# If a fault does not compile, the script takes the next one. If a fault does not change the optimized object code, it counts as
+# equivalent. The script leaves out tests that do not check the behaviour of the code (packages, manuals, scripts), long tests
+# (endurance, soak), and the sanitizers, which find missing locks more often.
+# A fault survives for one of three reasons: a test is missing, the code is not needed, or no caller can see the difference. You have to
+# decide which one it is.
+# The report is also in build/faults/report.txt. The exit status is 0 if all faults were tried, even if some survived. It is 1 if the
+# copy cannot be built, or if tests fail without a fault.
 set -euo pipefail
 . "$(dirname "$0")/common.sh"
 help_if_asked "$@"
@@ -41,7 +44,7 @@ for word; do
         ;;
     -j*)
         jobs=${word#-j}
-        [[ $jobs =~ ^[1-9][0-9]*$ ]] || refuse "\"$word\" is not a number of tests at a time; write -j8"
+        [[ $jobs =~ ^[1-9][0-9]*$ ]] || refuse "\"$word\" does not name a number of tests; write -j8"
         ;;
     -*) refuse "\"$word\" is not an option (known: --seed=N --list --only=NAME -jN)" ;;
     *)
@@ -69,8 +72,8 @@ mkdir -p $out
 exec 9>$out/lock
 flock -n 9 || { echo "scripts/faults.sh: another run is using $out" >&2; exit 1; }
 python3 scripts/plant_faults.py copy $out
-# Options for quick builds: a change of the library links the library alone, and a test program is not run to list its cases,
-# because a fault may make it do anything.
+# Options for quick builds. After a change of the library, only the library is linked. The build does not run test programs to list
+# their cases, because a program with a fault may do anything.
 configure $out/build -S $out/source --preset debug -DCMAKE_C_FLAGS_DEBUG="-O0 -g0" -DCMAKE_CXX_FLAGS_DEBUG="-O0 -g0" \
     -DCMAKE_DISABLE_PRECOMPILE_HEADERS=OFF -DCMAKE_UNITY_BUILD=OFF -DKVO_BUILD_MANUALS=OFF -DCMAKE_LINK_DEPENDS_NO_SHARED=ON \
     -DCMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE=PRE_TEST

@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
-# Usage: scripts/fuzz.sh [MINUTES [FUZZER...]]     MINUTES in total, 3 by default, fractions allowed; all fuzzers by default
-#        scripts/fuzz.sh minimise [FUZZER...]      adds what was found to the corpus and reduces it without losing coverage
-# Builds the fuzzers. Each one replays its corpus and then searches from there and from the inputs that earlier runs found
-# (build/fuzz/found). Each fuzzer has a folder in fuzz/corpus. That folder holds the inputs that people wrote, named after what they
-# show; its folder "found" holds the inputs that a search found, named after their content.
+# Usage: scripts/fuzz.sh [MINUTES [FUZZER...]]     runs the fuzzers for MINUTES in total: 3 by default, fractions allowed
+#        scripts/fuzz.sh minimise [FUZZER...]      adds the found inputs to the corpus, and reduces the corpus without losing coverage
+# Builds the fuzzers, by default all of them. A fuzzer first runs with each input of its corpus. Then it searches for new inputs. The
+# search starts from the corpus and from the inputs that earlier runs found (build/fuzz/found).
+# Each fuzzer has a folder in fuzz/corpus. This folder contains inputs that people wrote; their names say what they show. The folder
+# "found" in it contains inputs that a search found; their names are computed from their content.
 set -euo pipefail
 . "$(dirname "$0")/common.sh"
 help_if_asked "$@"
@@ -25,7 +26,7 @@ build build/fuzz 2 "${@/#/fuzz_}"
 
 # libFuzzer counts whole seconds and runs for one more.
 seconds=$(awk -v minutes="$minutes" -v fuzzers=$# 'BEGIN { each = int(minutes * 60 / fuzzers) - 1; print each < 1 ? 1 : each }')
-# Fuzzers read and write files for every input, and leave them there after a crash; so they work in a folder in memory that is removed.
+# Fuzzers write files for every input, and leave them there after a crash. So they use a folder in memory, which is removed at the end.
 shared_memory=/dev/shm
 [ -w $shared_memory ] || shared_memory=${TMPDIR:-/tmp}
 TMPDIR=$(mktemp -d "$shared_memory/fuzz.XXXXXX")
@@ -56,8 +57,8 @@ run() { # FUZZER
     echo "$1: ${#inputs[@]} inputs replayed, $(($(count "$found") - known)) new in $(sed -n 's/^Done.* in \([0-9]*\) .*/\1/p' "$log") s"
 }
 
-# Reduces the found inputs without losing coverage, counting how often a line is reached (for a fuzzer with much to cover, without
-# that count). The named inputs are kept.
+# Reduces the found inputs without losing coverage. Coverage includes how often a line is reached; if the result is too large, only
+# whether it is reached. The inputs that people wrote are kept.
 minimise() { # FUZZER
     local corpus=$PWD/fuzz/corpus/$1 found=$PWD/build/fuzz/found/$1 smallest=$PWD/build/fuzz/smallest/$1
     local log=build/fuzz/$1.log before often

@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
 # Usage: scripts/lint.sh [STEP...] [FOLDER...]
-# Runs static analysis over the library, the platform's stand-ins, the tools and the examples, or over the named folders:
-#   phrases   finds wording that is not plain English (scripts/phrases.txt); the whole project unless folders are named
-#   analyze   the compiler's own analyzer, over all but tools, tests and the catalogue
+# Runs static analysis. The default folders are those of the library, the stand-ins (platform), the tools, the catalogue and the
+# examples. Without a STEP, all steps run:
+#   phrases   finds wording that is not plain English (scripts/phrases.txt); without a FOLDER, in the whole project
+#   analyze   the compiler's own analyzer, except for tools, tests and the catalogue
 #   check     cppcheck
-#   tidy      clang-tidy, which takes the longest
-# All steps unless some are named. Suppressed findings have their reasons in .clang-tidy, in cmake/cppcheck-suppressions.txt, or in
-# the code.
+#   tidy      clang-tidy, which takes longer than the other steps
+# The reasons for suppressed findings are in .clang-tidy, in cmake/cppcheck-suppressions.txt, or in the code.
 set -euo pipefail
 . "$(dirname "$0")/common.sh"
 help_if_asked "$@"
@@ -35,7 +35,7 @@ tidy() {
     return "${PIPESTATUS[0]}"
 }
 
-# This cppcheck does not parse numbers with a unit of time, so it reads a copy in which all of them are plain seconds.
+# cppcheck does not parse numbers with a unit of time, such as 10ms. So it checks a copy of the sources without such units.
 check() {
     local copy=build/lint/cppcheck
     rm -rf "$copy"
@@ -47,8 +47,8 @@ check() {
         --template='{file}:{line}: {severity}: {message} [{id}]' "$@")
 }
 
-# Tools, tests and the catalogue are left out: they throw exceptions, which this analyzer does not follow.
-# Two of its warnings are off because it does not understand returned objects or the width of a bool in C++ yet.
+# Without tools, tests and the catalogue: they throw exceptions, which this analyzer does not follow. Two of its warnings are off,
+# because the analyzer does not understand returned objects and the width of a bool in C++.
 analyze() {
     local sources
     sources=$(find "$@" -name '*.c' -o -name '*.cpp' | grep -v '^tools\|^tests\|^catalogue' || true)

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Usage: scripts/manuals.sh
-# Builds the manuals in demo.sh's build folder: the reference in build/demo/manuals/html/ and the manual pages in man/.
-# "cmake --install build/demo" then installs them with everything else. Shell completions do not have to be built.
+# Builds the manuals in the build folder of demo.sh: the HTML reference in build/demo/manuals/html, and the manual pages in
+# build/demo/manuals/man. "cmake --install build/demo" then installs the manuals with the programs.
 set -euo pipefail
 . "$(dirname "$0")/common.sh"
 help_if_asked "$@"

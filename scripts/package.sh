@@ -2,7 +2,7 @@
 # Usage: scripts/package.sh [--check] [--working-tree]
 # Builds the Debian packages and a source package from the last commit into build/packages, and checks them with lintian.
 #   --check         builds twice, in different folders, time zones and locales, and compares all files byte by byte
-#   --working-tree  packages the working tree instead, with uncommitted changes
+#   --working-tree  builds from the working tree, with uncommitted changes, instead of the last commit
 set -euo pipefail
 umask 022
 . "$(dirname "$0")/common.sh"
@@ -23,7 +23,7 @@ scripts/setup.sh package
 # Use Debian's own compiler and Python, even if others are installed.
 export PATH=/usr/sbin:/usr/bin:/sbin:/bin
 
-# Every date in the packages is the last commit's.
+# All dates in the packages are the date of the last commit.
 SOURCE_DATE_EPOCH=$(git log -1 --format=%ct)
 export SOURCE_DATE_EPOCH
 
@@ -48,7 +48,7 @@ build_packages() { # DIRECTORY JOBS
     mkdir -p "$1"
     cp -a "$out/source" "$1/kvo-hws"
     cd "$1/kvo-hws"
-    # In a process group of its own, because it does not end its child processes when it is ended.
+    # In a new process group, because dpkg-buildpackage does not end its child processes when it is killed.
     exec setsid nice dpkg-buildpackage --build=full --no-sign "-j$2"
 }
 
@@ -77,7 +77,7 @@ fi
 lintian --fail-on error,warning --allow-root "$work"/*.changes
 mv "$work"/*.* "$out"
 rm -rf "$work" "$out/source"
-echo "package.sh: built, without complaints from lintian:"
+echo "package.sh: built; lintian reports no problems:"
 (cd "$out" && stat -c '%10s  %n' -- *.deb *.dsc *.tar.*)
 
 [ -n "$check" ] || exit 0

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Usage: scripts/picture.sh
-# Draws README's picture, docs/images/demo.svg, from what the commands of ./demo.sh print today. The CTest test docs_picture fails
-# when the picture is out of date.
+# Draws the picture of README (docs/images/demo.svg) from the current output of ./demo.sh. The test docs_picture fails if the picture
+# is out of date.
 set -euo pipefail
 . "$(dirname "$0")/common.sh"
 help_if_asked "$@"

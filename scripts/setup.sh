@@ -1,13 +1,12 @@
 #!/usr/bin/env bash
 # Usage: scripts/setup.sh [PURPOSE...]
-# Installs the packages that building, testing and measuring need on Debian 12 and 13, unless they are installed. The other scripts
-# call it.
-#   (none)                   packages for building and for the tests of every preset
+# Installs the missing packages for building, testing and measuring, on Debian 12 and 13. The other scripts call this script.
+#   (no PURPOSE)             packages for building and for all tests
 #   build                    packages for building only
-#   manuals, package         packages for building, and those that these purposes need
+#   manuals, package         packages for building, and additional packages for this purpose
 #   release, debug, asan, tsan, fuzz, m32, armhf, aarch64, coverage, lint
-#                            packages for building and tests, and those that these purposes need
-# Packages that a release of Debian does not have are reported and left out; the tests that need them are skipped with that reason.
+#                            packages for building and for all tests, and additional packages for this purpose
+# If this Debian does not have a package, the script says so and continues. Tests that need this package are then skipped.
 set -euo pipefail
 . "$(dirname "$0")/common.sh"
 
@@ -52,7 +51,7 @@ wanted() {
     done
 }
 
-# Filters such lines: only packages that are not installed. Asks dpkg once for all, because every script runs this.
+# Filters such lines: only packages that are not installed. Calls dpkg once for all packages, because every script needs this time.
 missing() {
     local lines installed reason packages package absent
     lines=$(cat)
@@ -67,7 +66,7 @@ missing() {
     done <<<"$lines"
 }
 
-# Filters such lines: only packages that this system's package sources have. Reports the others.
+# Filters such lines: only packages that this system's package sources contain. Reports the others.
 available() {
     local reason packages package present
     while IFS=: read -r reason packages; do

@@ -1,15 +1,16 @@
 #!/usr/bin/env bash
-# Usage: scripts/soak.sh [MINUTES] [OPTION...]    20 minutes by default, fractions allowed
-#        scripts/soak.sh prove [OPTION...]        runs against copies of the library with one fault each, which it must find
-# Puts the library under load for a time, with a private simulated service that misbehaves, and reports whether it passed. The load is
-# requests from eight threads, storms of USB events, an agent whose remote side comes and goes, signals, and faults.
-#   --seed N       repeats the random numbers of an earlier run (each run prints its seed)
-#   --json         prints the figures as JSON, with those of each request
-#   --warm-up S    seconds before resource usage is judged (a fifth of the time by default, at most 120)
+# Usage: scripts/soak.sh [MINUTES] [OPTION...]    puts load on the library for MINUTES: 20 by default, fractions allowed
+#        scripts/soak.sh prove [OPTION...]        checks that the test finds faults: runs it with faulty copies of the library
+# Soak test: puts load on the library for a long time, and checks its results and its resource usage. The load consists of requests from
+# eight threads, many USB events, an agent whose remote side often disconnects, and signals. The simulated service is private and fails
+# on purpose.
+#   --seed N       uses the random numbers of an earlier run; each run prints its seed
+#   --json         prints the figures as JSON, also those of each request
+#   --warm-up S    seconds before the check of resource usage starts (by default a fifth of the time, at most 120)
 #   --patience S   seconds after which a call counts as unanswered (30 by default)
 #   --session N    the agent's session (3 by default)
-# Exit status: 0 if it passed. With KVO_SANITIZE=thread (or address,undefined) in the environment it runs under that sanitizer, in a
-# build folder of its own.
+# The exit status is 0 if the library passed. With the environment variable KVO_SANITIZE=thread (or address,undefined), the test runs
+# under that sanitizer, in a separate build folder.
 set -euo pipefail
 . "$(dirname "$0")/common.sh"
 help_if_asked "$@"
@@ -38,7 +39,7 @@ sanitize=${KVO_SANITIZE:-}
 build=build/soak${sanitize:+-${sanitize%%,*}}
 configure "$build" --preset release -DKVO_SANITIZE="$sanitize"
 
-# Without this, freed memory that threads cache would count as used.
+# Without the tunable, freed memory in the caches of threads would count as used.
 soak() { # LIBRARY_FOLDER OPTION...
     local library=$1
     shift
@@ -47,13 +48,13 @@ soak() { # LIBRARY_FOLDER OPTION...
 }
 
 prove() { # FAULT COMPLAINT OPTION...
-    local fault=$1 complaint=$2 told
+    local fault=$1 complaint=$2 output
     shift 2
-    if told=$(soak "$build/faulty/$fault" "$@" 2>&1); then
+    if output=$(soak "$build/faulty/$fault" "$@" 2>&1); then
         echo "$fault: NOT FOUND"
         return 1
     fi
-    grep -m1 -- "$complaint" <<<"$told" | sed "s/^/$fault: found: /" || { echo "$told"; echo "$fault: found for another reason"; return 1; }
+    grep -m1 -- "$complaint" <<<"$output" | sed "s/^/$fault: found: /" || { echo "$output"; echo "$fault: found for another reason"; return 1; }
 }
 
 if [ "$minutes" != prove ]; then

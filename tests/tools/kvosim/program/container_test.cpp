@@ -110,7 +110,7 @@ TEST_F(Container, runs_the_demo)
     EXPECT_EQ(demo.wait(), 0) << demo.err();
     EXPECT_EQ(demo.out(), "30\n");
     EXPECT_THAT(demo.err(),
-                HasSubstr("demo.sh: cannot make a private namespace; the service uses the machine's /tmp/kvo_hws\n"));
+                HasSubstr("demo.sh: cannot create a private namespace; the service uses the machine's /tmp/kvo_hws\n"));
 }
 
 }  // namespace

@@ -67,7 +67,7 @@ AgentArguments AgentArguments::addTo(CLI::App &command)
     focus.option->excludes(name.option);
     completeStations(focus.option, StationForms::address);
     completeStations(name.option, StationForms::name);
-    const auto screen = addText(command, "--screen", "The screen on focus, for the remote service", kLongestScreen);
+    const auto screen = addText(command, "--screen", "The screen on focus that the agent reports", kLongestScreen);
     AgentArguments arguments(focus, name, screen,
                              addFlag(command, "--mcp", "The station in focus has a machine control panel (MCP)"));
     const auto number = [&](const char *option, const char *key, const char *help) {
@@ -75,12 +75,13 @@ AgentArguments AgentArguments::addTo(CLI::App &command)
         value.option->type_name("N");
         arguments.numbers_.push_back({key, value});
     };
-    number("--kvo-index", "kvoIndex", "The KVO index, for the remote service (default: 1)");
-    number("--channel", "channelOnFocus", "The channel on focus (default: 1)");
-    number("--suspend-lock", "suspendLock", "The suspend lock (default: 0)");
-    number("--suspend-prio", "suspendPrio", "The suspend priority (default: 1)");
-    number("--startup-active", "startupActive", "Whether the station becomes active at start (default: 1)");
-    number("--startup-prio", "startupPrio", "The priority of the station at start (default: 2)");
+    number("--kvo-index", "kvoIndex", "The KVO index that the agent reports (default: 1)");
+    number("--channel", "channelOnFocus", "The channel on focus that the agent reports (default: 1)");
+    number("--suspend-lock", "suspendLock", "The suspend lock that the agent reports (default: 0)");
+    number("--suspend-prio", "suspendPrio", "The suspend priority that the agent reports (default: 1)");
+    number("--startup-active", "startupActive",
+           "Whether the station becomes active at start, as a number that the agent reports (default: 1)");
+    number("--startup-prio", "startupPrio", "The station's priority at start that the agent reports (default: 2)");
     return arguments;
 }
 

@@ -12,7 +12,7 @@ namespace {
 
 constexpr uint32_t kHighestCksIndex = 255;
 
-constexpr const char *kWithoutItShown = "omit it to show the number";
+const Word kKeysState{"STATE", "on or off; omit it to show the state", {{"on", 1}, {"off", 0}}};
 
 // ---- kvoctl address find ----
 
@@ -63,21 +63,24 @@ void addAddressCommands(CommandLine &commandLine)
     Family address(commandLine, kOneStation, "address", "The numbers that identify a station");
     const std::vector<std::string> examples{"10.0.0.5", "10.0.0.5 12"};
     // The service, not kvoctl, decides whether an MCP address or KVO index is valid.
-    address.add("mcp", "Show or set the MCP address that the station serves", examples,
-                settingCommand("address mcp", KVO_REQUEST(KVO_HWS_setMCPAddress), Number<>{"ADDRESS", kWithoutItShown}));
+    address.add("mcp", "Show or set the address of the machine control panel (MCP) that the station serves", examples,
+                settingCommand("address mcp", KVO_REQUEST(KVO_HWS_setMCPAddress),
+                               Number<>{"ADDRESS", "The address to set; omit it to show the address"}));
     address.add("kvo-index", "Show or set the station's KVO index", examples,
-                settingCommand("address kvo-index", KVO_REQUEST(KVO_HWS_setKVOIndex), Number<>{"INDEX", kWithoutItShown}));
+                settingCommand("address kvo-index", KVO_REQUEST(KVO_HWS_setKVOIndex),
+                               Number<>{"INDEX", "The index to set; omit it to show the index"}));
     address.add("dck", "Show the address of the station's direct control keys", {"10.0.0.5"}, showCommand("address dck"));
     address.add("dck-enable", "Show whether the station's direct control keys are on, or switch them on or off",
-                {"10.0.0.5", "10.0.0.5 off"}, settingCommand("address dck-enable", KVO_REQUEST(KVO_HWS_setDCKEnable), kOnOff));
+                {"10.0.0.5", "10.0.0.5 off"},
+                settingCommand("address dck-enable", KVO_REQUEST(KVO_HWS_setDCKEnable), kKeysState));
     address.add("cks-index", "Show or set the station's cks index", examples,
                 settingCommand("address cks-index", KVO_REQUEST(KVO_HWS_setKVOCksIndex),
-                               Number<>{"INDEX", std::string("0 to 255; ") + kWithoutItShown, 0, kHighestCksIndex}));
+                               Number<>{"INDEX", "0 to 255; omit it to show the index", 0, kHighestCksIndex}));
     const Number<> value1{"VALUE1", "The key's first number"};
     const Number<> value2{"VALUE2", "The key's second number"};
-    address.add("simulate-key", "Simulate a key of the station's MCP", {"10.0.0.5 12 1"},
+    address.add("simulate-key", "Simulate a key of the station's machine control panel (MCP)", {"10.0.0.5 12 1"},
                 requestCommand(KVO_REQUEST(KVO_HWS_simulateMCPKey), value1, value2));
-    address.add("enable-key", "Enable a key of the station's MCP", {"10.0.0.5 12 1"},
+    address.add("enable-key", "Enable a key of the station's machine control panel (MCP)", {"10.0.0.5 12 1"},
                 requestCommand(KVO_REQUEST(KVO_HWS_enableMCPKey), value1, value2));
     address.add("find", "Find the station with a given number", {"--mcp 12", "--dck 3", "--kvo-index 7"}, setUpFind);
 }

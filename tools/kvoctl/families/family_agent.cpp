@@ -36,8 +36,8 @@ SetUp setUpRun(const CommandLine &commandLine)
         session.option->required();
         const auto answers = AgentAnswers::addTo(command);
         const auto program =
-            addProgram(command, "Run PROGRAM to answer each command to the host. The command is in its environment. "
-                                "Exit status 0 answers 1, 1 answers 0, any other -1");
+            addProgram(command, "Run PROGRAM to answer each command for the host. Its environment variables contain the "
+                                "command. Exit status 0 means the answer 1, exit status 1 the answer 0, any other -1");
         program.option->excludes(command.get_option(kAnswerOption))->excludes(command.get_option(kAnswerAllOption));
         return [=, &commandLine] {
             AgentPlan plan = agent.plan();
@@ -63,13 +63,13 @@ Action setUpCheck(CLI::App &command)
 
 void addAgentCommands(CommandLine &commandLine)
 {
-    Family agent(commandLine, kEmbedded, "agent", "The agent, through which another station's service controls this one");
-    agent.add("run", "Run the agent until Ctrl-C: show the commands to its host, and push lines from standard input",
+    Family agent(commandLine, kEmbedded, "agent", "The agent: another station's service controls this station through it");
+    agent.add("run", "Run the agent until Ctrl-C; show the commands for the host, and send lines of standard input as events",
               {"--focus 10.0.0.5 --remote 10.0.0.1 --session 3",
                "--focus-name \"Portal mill\" --remote 10.0.0.1 --session 3 --answer activate-me=busy --json",
                "--focus 10.0.0.5 --remote 10.0.0.1 --session 3 --exec ./on-command.sh"},
               {setUpRun(commandLine)});
-    agent.add("check", "Send the agent every command of a remote service over the loopback interface",
+    agent.add("check", "Run an agent and send it every command of a remote service, over the loopback interface",
               {"--focus 10.0.0.5", "--focus-name \"Portal mill\" --session 7 --all"}, setUpCheck);
 }
 

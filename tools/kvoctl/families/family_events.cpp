@@ -23,7 +23,7 @@ Report watch(const std::optional<std::string> &program, const CommandLine &comma
 SetUp setUpWatch(const CommandLine &commandLine)
 {
     return [&commandLine](CLI::App &command) -> Action {
-        const auto program = addProgram(command, "Run PROGRAM for each event, with the event in its environment");
+        const auto program = addProgram(command, "Run PROGRAM for each event; its environment variables contain the event");
         return [=, &commandLine] { return watch(program.given(), commandLine); };
     };
 }

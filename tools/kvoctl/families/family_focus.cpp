@@ -14,7 +14,7 @@ constexpr std::size_t kLongestChannelInfo = 230;
 
 void addFocusCommands(CommandLine &commandLine)
 {
-    Family focus(commandLine, kOneStation, "focus", "A station's behaviour on focus and at start");
+    Family focus(commandLine, kOneStation, "focus", "A station's behaviour when it gets the focus, and at start");
     focus.add("priority", "Show the station's suspend lock and priority", {"10.0.0.5"}, showCommand("focus priority"));
     focus.add("startup", "Show whether, and with which priority, the station becomes active at start", {"10.0.0.5"},
               showCommand("focus startup"));

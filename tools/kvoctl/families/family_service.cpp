@@ -138,8 +138,8 @@ void addServiceCommands(CommandLine &commandLine)
     service.add("kill-daemon", "Make the service exit", {""}, setUpKillDaemon);
 
     Family registry(commandLine, "Service", "registry", "The lock on the service's registry files");
-    registry.add("lock", "Take the lock; release it with \"unlock\" afterwards", {""}, setUpRegistryLock);
-    registry.add("unlock", "Release the lock, whichever program took it", {""}, setUpRegistryUnlock);
+    registry.add("lock", "Acquire the lock; release it with \"unlock\" afterwards", {""}, setUpRegistryLock);
+    registry.add("unlock", "Release the lock, even if another program has acquired it", {""}, setUpRegistryUnlock);
 }
 
 }  // namespace kvoctl

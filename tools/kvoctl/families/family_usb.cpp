@@ -59,7 +59,7 @@ Action setUpUsbLock(CLI::App &command)
     first.option->required();
     second.option->required();
     const auto stations = addStations(command, std::string("The stations: ") + kStationForms);
-    auto *all = addFlag(command, "--all", "Set the lock of every station, without looking up any");
+    auto *all = addFlag(command, "--all", "Set the lock of every station; no station is looked up");
     return [=] {
         // A forgotten argument must not lock every station of a plant.
         if (stations->empty() == (all->count() == 0)) {
@@ -77,7 +77,7 @@ void addUsbCommands(CommandLine &commandLine)
     Family usb(commandLine, kOneStation, "usb", "The USB lock, connectors and devices of stations");
     Family lock(usb, "lock", "The USB lock of stations");
     lock.add("get", "Show the two numbers of a station's USB lock", {"10.0.0.5"}, showCommand("usb lock get"));
-    lock.add("set", "Set the USB lock of stations over the network, without waiting for an answer",
+    lock.add("set", "Set the USB lock of stations over the network, without waiting for a reply",
              {"1 0 10.0.0.5", "0 0 10.0.0.5 \"Portal mill\"", "0 0 --all"}, setUpUsbLock);
     usb.add("connectors", "Show the list of USB connectors of all stations or of one", {"", "10.0.0.5"}, setUpConnectors);
     addUsbEventCommands(usb, commandLine);

@@ -15,7 +15,7 @@ SetUp setUpStop()
 {
     return [](CLI::App &command) -> Action {
         const auto station = addStation(command);
-        auto *preempt = addFlag(command, "--preempt", "Stop it ahead of others that are waiting");
+        auto *preempt = addFlag(command, "--preempt", "Stop the viewer ahead of other waiting stop requests");
         auto *noClean = addFlag(command, "--no-clean", "Do not clean up after the viewer");
         preempt->excludes(noClean);
         return [=] {
@@ -32,7 +32,7 @@ SetUp setUpStop()
 void addViewerCommands(CommandLine &commandLine)
 {
     Family viewer(commandLine, kOneStation, "viewer", "A station's viewer, status line, focus and reboot");
-    viewer.add("start", "Start the viewer with connection data in three parts, which only the service interprets",
+    viewer.add("start", "Start the viewer; the service interprets the connection data, PART1 to PART3",
                {"10.0.0.5 nc-hall1 0 full"},
                requestCommand(KVO_REQUEST(KVO_HWS_setStartViewer), Text{"PART1", "First part", kLongestPart},
                               Text{"PART2", "Second part", kLongestPart}, Text{"PART3", "Third part", kLongestPart}));
@@ -40,11 +40,12 @@ void addViewerCommands(CommandLine &commandLine)
                requestCommand(KVO_REQUEST(KVO_HWS_startConfiguredViewer), Text{"TEXT", "The connection", kLongestPart},
                               Number<>{"NUMBER", "The number of the connection"}));
     viewer.add("stop", "Stop the viewer", {"10.0.0.5", "10.0.0.5 --preempt", "\"Portal mill\" --no-clean"}, setUpStop());
-    viewer.add("active", "Show whether the viewer runs", {"10.0.0.5"}, showCommand("viewer active"));
+    viewer.add("active", "Show whether the viewer is running", {"10.0.0.5"}, showCommand("viewer active"));
     viewer.add("server", "Show which server and display the viewer shows", {"10.0.0.5"}, showCommand("viewer server"));
     viewer.add("status-line", "Write the station's status line", {"10.0.0.5 1 2 \"Tool 7 is worn\""},
-               requestCommand(KVO_REQUEST(KVO_HWS_setStatusline), Number<>{"VALUE1", "A number for the service"},
-                              Number<>{"VALUE2", "A second number for the service"},
+               requestCommand(KVO_REQUEST(KVO_HWS_setStatusline),
+                              Number<>{"VALUE1", "The first number; the service defines its meaning"},
+                              Number<>{"VALUE2", "The second number; the service defines its meaning"},
                               Text{"TEXT", "The text of the line", kLongestPart}));
     viewer.add("activate-me", "Request the focus for the station", {"10.0.0.5"},
                requestCommand(KVO_REQUEST(KVO_HWS_setActivateMe)));

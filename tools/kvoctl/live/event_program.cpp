@@ -78,7 +78,7 @@ End waitForEnd(pid_t process)
     int status = 0;
     while (waitpid(process, &status, 0) < 0) {
         if (errno != EINTR) {
-            return {-1, std::string("cannot be waited for: ") + std::strerror(errno)};
+            return {-1, std::string("did not report its end: ") + std::strerror(errno)};
         }
     }
     if (WIFSIGNALED(status)) {

@@ -66,7 +66,8 @@ SetUp setUpUsbWatch(const CommandLine &commandLine)
 {
     return [&commandLine](CLI::App &command) -> Action {
         auto *older = addFlag(command, "--v1", "Use the library's older callback, which reports only new and removed devices");
-        const auto program = addProgram(command, "Run PROGRAM for each device event, with the event in its environment");
+        const auto program =
+            addProgram(command, "Run PROGRAM for each device event; its environment variables contain the event");
         return [=, &commandLine] { return watch({older->count() > 0, program.given()}, commandLine); };
     };
 }
@@ -84,7 +85,7 @@ Report takeOverAndClose()
         throw Failure(KVO_HWS_NO, "another program activated the events in the meantime");
     }
     return {.document = {{"done", true}, {"were_active", wereActive}},
-            .line = wereActive ? "USB events are closed" : "USB events are closed; no program had them active"};
+            .line = wereActive ? "USB events are closed" : "USB events are closed; no program had activated them"};
 }
 
 Action setUpClose(CLI::App & /*command*/) { return takeOverAndClose; }
@@ -96,7 +97,7 @@ void addUsbEventCommands(Family &usb, const CommandLine &commandLine)
     usb.add("watch", "Show the events of the USB devices of all stations, until Ctrl-C or until another program activates them",
             {"", "--json", "--exec ./on-usb-event.sh", "--v1"}, {setUpUsbWatch(commandLine)});
     usb.add("is-active", "Show whether a program has activated USB events", {""}, setUpIsActive);
-    usb.add("close", "Close USB events, whichever program has activated them", {""}, setUpClose);
+    usb.add("close", "Close USB events, even if another program has activated them", {""}, setUpClose);
 }
 
 }  // namespace kvoctl

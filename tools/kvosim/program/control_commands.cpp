@@ -18,7 +18,7 @@ constexpr const char *kStatusExamples = R"(Examples:
 )";
 
 constexpr const char *kStationExamples =
-    R"(KEY is a key of plant files, kvo-plant(5), with the same range. If one value is invalid, none is set.
+    R"(KEY is a key of plant files; kvo-plant(5) lists the keys and their ranges. If one value is invalid, no value is set.
 
 Examples:
   kvosim station 10.0.0.5
@@ -27,8 +27,8 @@ Examples:
 )";
 
 constexpr const char *kFaultExamples =
-    R"(Each fault strikes the requests of one command, or of all commands. If several faults apply to a request, the one
-added first strikes.
+    R"(A fault affects the requests of one command, or of all commands. If several faults match a request, only the one that
+was added first takes effect.
 
   delay    the reply is delayed by --delay-ms (default 1000)
   close    the connection is closed without a reply
@@ -37,7 +37,7 @@ added first strikes.
   split    the reply comes byte by byte, with pauses of --delay-ms (default 5)
   silent   no reply comes; the connection stays open
 
-The request is carried out with every fault except "failed".
+With every fault except "failed", the service still carries out the request.
 
 Examples:
   kvosim fault add silent --command getVersion --times 1
@@ -66,7 +66,7 @@ void printFaults(const tools::Json &reply)
         if (fault.contains("delay_ms")) {
             std::cout << ", " << fault["delay_ms"] << " ms";
         }
-        std::cout << ", after " << fault["after"] << ", " << timesText(fault["times"]) << ", struck " << fault["struck"]
+        std::cout << ", after " << fault["after"] << ", " << timesText(fault["times"]) << ", affected " << fault["struck"]
                   << '\n';
     }
 }
@@ -161,9 +161,9 @@ void ControlCommands::addFaultCommands(CLI::App &fault)
         adding->add_option("KIND", options.kind, "delay, close, garbage, failed, split or silent")->required(),
         {"delay", "close", "garbage", "failed", "split", "silent"});
     completeKeywords(
-        adding->add_option("--command", options.command, "Keyword of the command to strike (default: all commands)"));
+        adding->add_option("--command", options.command, "Keyword of the command to affect (default: all commands)"));
     adding->add_option("--after", options.after, "Number of requests to serve normally first (default: 0)");
-    adding->add_option("--times", options.times, "Number of requests to strike after that (default: 0, unlimited)");
+    adding->add_option("--times", options.times, "Number of requests to affect after that (default: 0, unlimited)");
     adding->add_option("--delay-ms", options.delay, "Milliseconds for delay and split, at most 60000");
     adding->footer(kFaultExamples);
 }

@@ -41,7 +41,7 @@ void addEventCommand(ControlCommands &commands, CLI::App &app)
     });
     event->add_option("TEXT", options->text, "The event, \"name, data\"")->required();
     event->add_flag("--as-is", options->asIs,
-                    "Send the text even if receivers drop it: without a comma, or with a name of 20 bytes or more");
+                    "Send the text unchanged, even if receivers drop it because it has no comma or a name of 20 bytes or more");
     event->footer(kEventExamples);
 }
 

@@ -50,8 +50,8 @@ file, 3 no simulator is running.
 
 constexpr const char *kServeExamples =
     R"(Serves at /tmp/kvo_hws/cmd_sock until SIGINT, SIGTERM or a client's "killDaemon". Does not start if a service is
-already running. Receives the datagrams that set the USB lock at 127.0.0.1:5851, where the library sends them if
-KVO_PLATFORM_INTERFACE is "lo". With --usb-lock-address 0.0.0.0 it also receives those from the network.
+already running. Receives the datagrams that set the USB lock at 127.0.0.1:5851. The library sends them to this address if
+KVO_PLATFORM_INTERFACE is "lo". With --usb-lock-address 0.0.0.0, kvosim also receives datagrams from the network.
 
 Examples:
   kvosim serve --plant examples/plant.toml
@@ -61,15 +61,17 @@ Examples:
 
 constexpr const char *kRunExamples =
     R"(The service and COMMAND have their own private /tmp/kvo_hws, so any number of runs work at the same time. COMMAND
-starts when the service is ready. SIGINT and SIGTERM are forwarded to COMMAND. After COMMAND has ended, the processes that
-it left running are ended. The exit status is COMMAND's: 128 + the signal if a signal ended it, 127 if it was not found, 126
-if it cannot be executed. The network is not private: if another simulator already receives the USB lock's datagrams, this
-one continues without them and prints a warning. COMMAND gets KVO_PLATFORM_INTERFACE=lo unless the variable is set, so its
-datagrams only reach this machine.
+starts when the service is ready. kvosim forwards SIGINT and SIGTERM to COMMAND. After COMMAND has ended, kvosim ends the
+processes that COMMAND left running. The exit status is that of COMMAND: 128 + the signal if a signal ended it, 127 if it was
+not found, 126 if it cannot be executed.
 
-A private /tmp/kvo_hws needs root or the permission to create user namespaces, which many containers do not grant. With
---shared the service uses the machine's own /tmp/kvo_hws instead, one run at a time: each run waits for the one before it to
-end. The last run removes the folder /tmp/kvo_hws if a run created it.
+The network is not private. If another simulator already receives the USB lock's datagrams, this one prints a warning and
+continues without them. COMMAND gets KVO_PLATFORM_INTERFACE=lo unless the variable is set. Its datagrams then reach only this
+machine.
+
+A private /tmp/kvo_hws needs root or the permission to create user namespaces. Many containers do not grant this permission.
+With --shared, the service uses the machine's own /tmp/kvo_hws instead, one run at a time: each run waits for the end of the
+run before it. The last run removes the folder /tmp/kvo_hws if a run created it.
 
 Examples:
   kvosim run -- ./panel-tests
@@ -139,9 +141,10 @@ std::string mistakeInSessions(const std::string &text)
 void addRemoteOptions(CLI::App &command, Options &options)
 {
     command
-        .add_option("--remote", options.remote,
-                    "SESSION[,SESSION...], 0 to 9: act as the remote hardware service of agents; session N uses port 5850 + N "
-                    "(default: the plant's sessions, else none)")
+        .add_option(
+            "--remote", options.remote,
+            "Act as the remote hardware service of the agents of these sessions: SESSION[,SESSION...], 0 to 9. Session N "
+            "uses port 5850 + N (default: the plant's sessions, else none)")
         ->check(mistakeInSessions);
     command
         .add_option("--remote-address", options.remoteAddress,
@@ -241,12 +244,12 @@ void addServiceOptions(CLI::App &command, Options &options)
 {
     tools::completions::completeDirectories(
         command.add_option("--registry", options.registry,
-                           "Directory for the registry lists, which are kept for the next start (default: a temporary one)"));
+                           "Directory that keeps the registry lists for the next start (default: a temporary directory)"));
     command
         .add_option(
             "--usb-lock-address", options.usbLockAddress,
-            "Where to receive datagrams of the USB lock: ADDRESS[:PORT], with port 0 for any free port, or none (default: the "
-            "plant's address, else 127.0.0.1:5851)")
+            "Address at which to receive datagrams of the USB lock: ADDRESS[:PORT], or none. Port 0 means any free port "
+            "(default: the plant's address, else 127.0.0.1:5851)")
         ->check([](const std::string &text) {
             return kvosim::isEndpointOrNone(text) ? std::string() : "write " + std::string(kvosim::kEndpointForm);
         });
@@ -292,12 +295,13 @@ int runMain(const std::vector<std::string> &arguments)
     addServiceOptions(*serveCommand, options);
     serveCommand
         ->add_option("--socket-mode", options.socketMode,
-                     "File mode of the service's sockets, which decides who may connect: 0600 programs of this user only, 0660 "
-                     "also those of its group, 0666 all programs (default: 0600)")
+                     "File mode of the service's sockets. It decides which programs may connect: 0600 only those of this user, "
+                     "0660 also those of the user's group, 0666 all (default: 0600)")
         ->check(mistakeInMode);
-    serveCommand->add_flag("--until-input-ends", options.untilInputEnds,
-                           "End when standard input ends, and so with the program at the other end of the pipe, even if that "
-                           "program crashes");
+    serveCommand->add_flag(
+        "--until-input-ends", options.untilInputEnds,
+        "End when standard input ends. If standard input is a pipe, kvosim ends when the program at its other "
+        "end ends, even if that program crashes");
     serveCommand->footer(kServeExamples);
 
     CLI::App *runCommand =

@@ -61,8 +61,8 @@ constexpr const char *kRunExamples =
   ! screen changed
   close
 
-Exit status 1: something else came than the script expects; the first difference is printed, with its line number. 2: a line
-of the script is invalid.
+Exit status 1: the agent did not send what the script expects; the first difference is printed, with its line number. Exit
+status 2: a line of the script is invalid.
 
 Examples:
   kvosim remote run agent.script

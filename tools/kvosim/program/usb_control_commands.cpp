@@ -15,9 +15,9 @@ namespace kvosim {
 namespace {
 
 constexpr const char *kUsbExamples =
-    R"(USB events are sent only while a program has activated them. Without that, devices can still be plugged in, and
+    R"(The simulator sends USB events only while a program has activated them. Devices can be plugged in at any time; they
 appear in the connector lists. DEVICE is an ident2, an ident3, or "IDENT2*IDENT3". Exit status 0 means that the change was
-made at the station; the printed line says whether a program received the event.
+made at the station. The printed line says whether a program received the event.
 
 Examples:
   kvosim usb plug 10.0.0.5
@@ -30,9 +30,9 @@ Examples:
 )";
 
 constexpr const char *kStormExamples =
-    R"(A device is plugged in and removed in turn. Each of these is an event; with an odd count the last device stays.
-Events are sent one at a time: a receiver that is slower than the rate gets as many as it accepts. If a USB lock is set,
-every event is a refused device. The storm ends early if the events are deactivated, or if this command is ended.
+    R"(The simulator plugs in a device, removes it, plugs in the next one, and so on. Each of these changes is an event. With
+an odd count, the last device stays. Events are sent one at a time, so a slow receiver reduces the rate. If a USB lock is
+set, every event is a refused device. The storm ends early if the events are deactivated or this command is ended.
 
 Examples:
   kvosim usb storm --count 1000
@@ -208,7 +208,7 @@ void addList(ControlCommands &commands, CLI::App &usb, const std::shared_ptr<Usb
 
 void addStorm(ControlCommands &commands, CLI::App &usb, const std::shared_ptr<UsbOptions> &options)
 {
-    CLI::App *storm = commands.add(usb, "storm", "Send many events", [&commands, options] {
+    CLI::App *storm = commands.add(usb, "storm", "Send many USB events", [&commands, options] {
         tools::Json request{{"do", "usb.storm"}, {"count", options->count}, {"rate", options->rate}};
         if (!options->station.empty()) {
             request["station"] = options->station;
@@ -227,7 +227,7 @@ void addStorm(ControlCommands &commands, CLI::App &usb, const std::shared_ptr<Us
 void addUsbCommands(ControlCommands &commands, CLI::App &app)
 {
     const auto options = std::make_shared<UsbOptions>();
-    CLI::App *usb = app.add_subcommand("usb", "Plug USB devices in and remove them at stations of the running simulator");
+    CLI::App *usb = app.add_subcommand("usb", "Plug in and remove USB devices at stations of the running simulator");
     usb->require_subcommand(1);
     usb->footer(kUsbExamples);
     addArrival(commands, *usb, options, "plug", "Plug a device in");

@@ -59,7 +59,7 @@ TEST(UsbClose, reports_that_no_program_had_activated_events)
     const ScriptedService service({remembers(active)});
     const Ended ended = kvoctl({"usb", "close"});
     EXPECT_EQ(ended.status, 0);
-    EXPECT_EQ(ended.out, "USB events are closed; no program had them active\n");
+    EXPECT_EQ(ended.out, "USB events are closed; no program had activated them\n");
     EXPECT_THAT(service.requests(), ElementsAre("isInitComplete\n", "isUSBEventsActivated\n", "isInitComplete\n",
                                                 "activateUSBEvents\n", "deactivateUSBEvents\n"));
 }

@@ -105,8 +105,8 @@ const std::vector<CommandLineRow> kCalls = {
     {"help_that_wraps",
      {"help", "serve"},
      0,
-     "  --registry TEXT             Directory for the registry lists, which are kept\n"
-     "                              for the next start (default: a temporary one)\n",
+     "  --registry TEXT             Directory that keeps the registry lists for the\n"
+     "                              next start (default: a temporary directory)\n",
      ""},
     {"help", {"--help"}, 0, "Examples:\n  kvosim serve", ""},
     {"serve_help", {"serve", "--help"}, 0, "Examples:\n  kvosim serve", ""},

@@ -110,7 +110,7 @@ TEST(Cleanup, needs_a_running_agent_and_the_right_handle)
     EXPECT_EQ(remote.ask("ping"), "pong") << "the agent keeps running";
 }
 
-TEST(Cleanup, ends_the_agent_and_takes_one_second_longer)
+TEST(Cleanup, ends_the_agent_and_then_waits_one_more_second)
 {
     const MessagesOn messages;
     RemoteService remote(kSession);
@@ -223,7 +223,7 @@ TEST(Cleanup, ends_an_agent_between_its_requests_about_the_station)
 }
 
 /// Thread ids are reused: a later thread may have the id of an earlier one.
-TEST(Cleanup, on_a_new_thread_does_not_take_it_for_the_agent_thread)
+TEST(Cleanup, does_not_mistake_a_new_thread_for_the_agent_thread)
 {
     RemoteService remote(kSession);
     const ScriptedService service({serves()});
@@ -274,7 +274,7 @@ TEST(Cleanup, ends_an_agent_that_pauses_after_a_connection)
     EXPECT_THAT(capture.texts(), Contains(AllOf(HasSubstr("threadID["), EndsWith("] terminates with -1"))));
 }
 
-TEST(Cleanup, closes_a_connection_that_was_just_lost_only_once)
+TEST(Cleanup, does_not_close_a_lost_connection_again)
 {
     RemoteService remote(kSession);
     const ScriptedService service({serves()});
@@ -293,7 +293,7 @@ TEST(Cleanup, closes_a_connection_that_was_just_lost_only_once)
     EXPECT_THAT(capture.texts(), Contains(AllOf(HasSubstr("threadID["), EndsWith("] terminates with 0"))));
 }
 
-TEST(Cleanup, gives_up_on_a_host_that_does_not_return)
+TEST(Cleanup, gives_up_on_a_callback_that_does_not_return)
 {
     RemoteService remote(kSession);
     const ScriptedService service({serves()});

@@ -21,14 +21,14 @@ using agent_test::kMcp;
 using agent_test::listOf;
 using agent_test::Replies;
 
-/// A command of the table with all its effects, texts without line ends.
+/// A command of the table with all its effects. The texts have no line ends.
 struct Command {
     std::string request;
-    std::string answer;               ///< with a control panel if that matters, and if the host returns 1
+    std::string answer;               ///< the answer with a control panel, if the host returns 1
     std::string serviceRequest = {};  ///< request to the local service
-    std::string reply = {};           ///< its reply
+    std::string reply = {};           ///< the reply of the local service
     std::string withoutPanel = {};    ///< the answer without a control panel; the service then receives no request
-    std::string hostCommand = {};     ///< the host's command
+    std::string hostCommand = {};     ///< the command that the host receives
     std::string answerTo0 = {};
     std::string answerToOther = {};
 };
@@ -166,7 +166,7 @@ std::string nameOf(const testing::TestParamInfo<Circumstances> &circumstances)
 INSTANTIATE_TEST_SUITE_P(Agent, EveryCommand,
                          testing::Combine(testing::Bool(), testing::Values("", "042:"), testing::Values(1, 0, -1, 2)), nameOf);
 
-TEST(Commands, are_in_the_order_of_the_table)
+TEST(Commands, are_in_the_expected_order)
 {
     ASSERT_EQ(kCommands.size(), std::size(cmds));
     for (std::size_t row = 0; row < std::size(cmds); ++row) {
@@ -174,7 +174,7 @@ TEST(Commands, are_in_the_order_of_the_table)
     }
 }
 
-TEST(Commands, with_a_shared_handler_have_the_same_address)
+TEST(Commands, with_the_same_behaviour_share_one_handler)
 {
     EXPECT_EQ(handle_set_backlight_brightness, handle_get_backlight_brightness_v2);
     EXPECT_NE(handle_set_backlight_brightness, handle_set_backlight_brightness_v2);

@@ -18,7 +18,7 @@
 
 namespace agent_test {
 
-inline const std::string kMcp = "mcpFlag=2\n";  // any value but 0 will do
+inline const std::string kMcp = "mcpFlag=2\n";  // any value except 0
 
 /// An agent that is connected to a remote side and has finished its first requests to the local service.
 class ConnectedAgent {

@@ -72,7 +72,7 @@ void failLater(int fd)
     close(nearEnd);
 }
 
-TEST_F(Connection, that_fails_late_is_tried_again)
+TEST_F(Connection, that_fails_after_connect_has_returned_is_tried_again)
 {
     std::atomic<int> rounds{0};
     RemoteService remote(kSession);
@@ -163,7 +163,7 @@ TEST_F(Connection, that_cannot_be_polled_is_closed_and_restored)
     EXPECT_TRUE(remote.accept());
 }
 
-TEST_F(Connection, is_not_left_to_an_interrupted_connect)
+TEST_F(Connection, is_completed_after_an_interrupted_connect)
 {
     std::atomic<int> rounds{0};
     RemoteService remote(kSession);
@@ -171,7 +171,7 @@ TEST_F(Connection, is_not_left_to_an_interrupted_connect)
         if (address->sa_family != AF_INET || rounds++ > 0) {
             return support::kPassThrough;
         }
-        // Like the system: an interrupted connect continues in the background.
+        // As in the kernel, an interrupted connect continues in the background.
         EXPECT_EQ(connect(fd, address, length), -1);
         EXPECT_EQ(errno, EINPROGRESS);
         errno = EINTR;
@@ -185,7 +185,7 @@ TEST_F(Connection, is_not_left_to_an_interrupted_connect)
 /// An agent that has failed to connect once and pauses; the test then gives it a connected socket.
 class OpenSocket : public Connection {
 protected:
-    /// milliseconds since the last activity on the socket
+    /// @p age  milliseconds since the last activity on the socket
     void giveSocket(int32_t age)
     {
         KvoTimeval active;
@@ -209,7 +209,7 @@ protected:
     int ends[2] = {-1, -1};
 };
 
-TEST_F(OpenSocket, is_closed_after_6_milliseconds_without_activity)
+TEST_F(OpenSocket, is_closed_if_it_was_idle_for_one_second)
 {
     const Agent agent;
     giveSocket(1000);
@@ -219,7 +219,7 @@ TEST_F(OpenSocket, is_closed_after_6_milliseconds_without_activity)
     close(ends[1]);
 }
 
-TEST_F(OpenSocket, is_closed_before_the_connect_when_it_is_slightly_older)
+TEST_F(OpenSocket, is_closed_before_the_connect_if_it_was_idle_for_20_milliseconds)
 {
     KvoTimeval firstTry{};
     const WithSystemCalls calls{{.connect = [&](int, const sockaddr *address, socklen_t) {
@@ -243,7 +243,7 @@ TEST_F(OpenSocket, is_closed_before_the_connect_when_it_is_slightly_older)
     close(ends[1]);
 }
 
-/// A starting agent has no socket, whatever is left in the record, which programs can write to.
+/// An agent starts without a socket, even if the record contains one. Programs can write to the record.
 TEST_F(OpenSocket, left_from_an_earlier_agent_is_closed_before_the_connect)
 {
     RemoteService remote(kSession);

@@ -135,7 +135,7 @@ TEST_F(Connection, uses_the_name_of_the_configured_interface)
 }
 
 /// The platform has a single adapter cache: the values of a selected adapter are read before another one is selected.
-TEST_F(Connection, uses_its_own_interface_while_a_usb_lock_is_set)
+TEST_F(Connection, reads_its_own_interface_while_another_thread_sets_a_usb_lock)
 {
     adapterCalls.clear();
     adapterIsSlow = true;
@@ -217,7 +217,7 @@ TEST_F(Connection, of_session_13_uses_port_5853)
     EXPECT_TRUE(remote.accept());
 }
 
-TEST_F(Connection, waits_for_the_first_request)
+TEST_F(Connection, begins_without_a_greeting)
 {
     RemoteService remote(kSession);
     const Agent agent;

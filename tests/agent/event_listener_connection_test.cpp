@@ -66,7 +66,7 @@ TEST_F(EventListener, tries_to_connect_every_second)
     }
     EXPECT_THAT(capture.texts(), Contains(kThread + "oops: all instances used '/tmp/kvo_hws/event_sock'"));
 
-    // A listener that was asked to stop keeps trying: it ends only when a service is there.
+    // After a stop request the listener still tries to connect: it ends only when it reaches a service.
     const auto began = Clock::now();
     EXPECT_EQ(listening.stop(), 1);
     EXPECT_THAT(Clock::now() - began, AllOf(Ge(1s), Lt(3s)));
@@ -135,7 +135,7 @@ TEST_F(EventListener, reconnects_at_once_after_a_connection_with_an_event)
     EXPECT_TRUE(ReceivedEvents::waitFor(8));
 }
 
-/// However long the connection lasted, and whatever else was received.
+/// The pause depends neither on how long the connection lasted nor on other lines that were received.
 TEST_F(EventListener, pauses_after_a_connection_without_an_event)
 {
     EventService service;

@@ -103,7 +103,7 @@ TEST_F(EventListener, reads_events_of_any_length_and_in_pieces)
     EXPECT_EQ(ReceivedEvents::events().back(), Event("pieces", "%s%n"));
 }
 
-TEST_F(EventListener, logs_that_nothing_was_received)
+TEST_F(EventListener, logs_each_wait_in_which_nothing_is_received)
 {
     EventService service;
     const SyslogCapture capture;
@@ -112,7 +112,7 @@ TEST_F(EventListener, logs_that_nothing_was_received)
     EXPECT_TRUE(eventually([&] { return std::ranges::count(capture.texts(), kThread + "select returns 0==> timeout") >= 2; }));
 }
 
-TEST_F(EventListener, connects_with_the_whole_address)
+TEST_F(EventListener, connects_with_the_size_of_the_whole_address_structure)
 {
     EventService service;
     std::atomic<socklen_t> length{0};
@@ -125,7 +125,7 @@ TEST_F(EventListener, connects_with_the_whole_address)
     EXPECT_EQ(length, sizeof(sockaddr_un));
 }
 
-TEST_F(EventListener, calls_the_host_no_more_once_stopped)
+TEST_F(EventListener, does_not_call_the_host_after_a_stop)
 {
     EventService service;
     Listening listening;

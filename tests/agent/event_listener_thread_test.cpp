@@ -54,7 +54,7 @@ TEST_F(EventListener, that_is_not_active_cannot_be_stopped)
     EXPECT_THAT(capture.texts(), IsEmpty());
 }
 
-TEST_F(EventListener, without_a_thread_is_not_active)
+TEST_F(EventListener, cannot_be_activated_if_it_gets_no_thread)
 {
     {
         const WithSystemCalls calls{{.pthreadCreate = [] { return EAGAIN; }}};
@@ -83,7 +83,7 @@ TEST_F(EventListener, wakes_up_when_stopped_just_before_its_wait)
     std::atomic<bool> isAboutToWait{false};
     const WithSystemCalls calls{{.poll = [&](pollfd *, nfds_t, int milliseconds) {
         if (milliseconds == 1000 && !isAboutToWait.exchange(true)) {
-            std::this_thread::sleep_for(60ms);  // the stop has sent its first signal by then
+            std::this_thread::sleep_for(60ms);  // meanwhile the stop sends its first signal
         }
         return support::kPassThrough;
     }}};
@@ -97,11 +97,12 @@ TEST_F(EventListener, wakes_up_when_stopped_just_before_its_wait)
 }
 
 /// The library must not signal a thread that has ended: another thread may have its id.
-class SignalledListener : public EventListener, public testing::WithParamInterface<int> {};
+class StoppedListener : public EventListener, public testing::WithParamInterface<int> {};
 
-INSTANTIATE_TEST_SUITE_P(Signal, SignalledListener, testing::Values(1, 2));
+INSTANTIATE_TEST_SUITE_P(During, StoppedListener, testing::Values(1, 2),
+                         [](const auto &row) { return row.param == 1 ? "the_first_signal" : "the_second_signal"; });
 
-TEST_P(SignalledListener, does_not_end_while_it_is_signalled)
+TEST_P(StoppedListener, does_not_end_while_a_signal_is_being_sent_to_it)
 {
     EventService service;
     std::atomic<bool> hasEnded{false};
@@ -151,7 +152,7 @@ TEST_F(EventListener, removes_its_thread_from_its_record_when_it_ends)
     DeleteNotify(&record);
 }
 
-TEST_F(EventListener, is_waited_for_in_ten_parts_of_one_second)
+TEST_F(EventListener, that_does_not_end_is_waited_for_ten_times_100_ms)
 {
     EventService service;
     std::atomic<bool> goOn{false};
@@ -193,7 +194,7 @@ TEST_F(EventListener, may_be_activated_again_at_once)
     }
 }
 
-TEST_F(EventListener, is_not_active_without_memory)
+TEST_F(EventListener, cannot_be_activated_without_memory)
 {
     if (const char *const reason = support::FailingAllocations::unavailable()) {
         GTEST_SKIP() << reason;
@@ -238,10 +239,10 @@ TEST_F(EventListener, may_be_activated_and_stopped_by_several_threads)
     acceptor.join();
 }
 
-TEST_F(EventListener, stops_when_the_last_of_several_threads_ends)
+TEST_F(EventListener, counts_as_stopped_when_the_last_of_its_threads_has_ended)
 {
     EventService service;
-    // Only an event ends a wait, so the test knows which thread it ends.
+    // Waits have no timeout here: only an event ends one, so the test decides which thread ends.
     std::atomic<int> waiting = 0;
     const WithSystemCalls calls{{.poll = [&](pollfd *descriptors, nfds_t count, int) {
         if (!support::calledByLibrary()) {
@@ -278,7 +279,7 @@ TEST_F(EventListener, installs_the_handler_of_its_wake_up_signal)
     EventService service;
     Notify *record = nullptr;
     ASSERT_EQ(CreateNotify(&record), 0);
-    signal(SIGUSR1, SIG_IGN);  // a program that has replaced the handler since
+    signal(SIGUSR1, SIG_IGN);  // as a program does that replaces the handler
     ASSERT_EQ(kvo_hws_CreateThread(embKvoEventsThread, record), 1);
     ASSERT_TRUE(service.accept());
     struct sigaction action {};
@@ -288,11 +289,11 @@ TEST_F(EventListener, installs_the_handler_of_its_wake_up_signal)
     EXPECT_TRUE(eventually(isFree));
 }
 
-TEST_F(EventListener, waits_briefly_at_its_end_and_wakes_the_waiting_thread)
+TEST_F(EventListener, pauses_20_ms_at_its_end_and_wakes_the_thread_that_waits_for_it)
 {
     EventService service;
     Notify *record = nullptr;
-    ASSERT_EQ(CreateNotify(&record), 0);  // this thread is the waiting one
+    ASSERT_EQ(CreateNotify(&record), 0);  // the record names this thread as the one that waits
     ASSERT_EQ(kvo_hws_CreateThread(embKvoEventsThread, record), 1);
     ASSERT_TRUE(service.accept());
     ASSERT_TRUE(eventually([&] { return std::atomic_ref(record->uiState).load() == NOTIFY_RUNNING; }));
@@ -340,7 +341,7 @@ TEST_F(EventListener, that_ends_without_a_stop_leaves_its_record_stopped)
     ASSERT_EQ(kvo_hws_CreateThread(embKvoEventsThread, record), 1);
     ASSERT_TRUE(service.accept());
     ASSERT_TRUE(eventually([&] { return std::atomic_ref(record->uiState).load() == NOTIFY_RUNNING; }));
-    std::atomic_ref(record->uiState).store(NOTIFY_STOP_DONE);  // as if a program's own thread ended it
+    std::atomic_ref(record->uiState).store(NOTIFY_STOP_DONE);  // the program sets the state without a stop request
     EXPECT_TRUE(eventually([&] { return std::atomic_ref(record->uiState).load() == NOTIFY_STOPPED; }));
     EXPECT_TRUE(eventually(isFree));
     DeleteNotify(&record);

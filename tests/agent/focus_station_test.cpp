@@ -67,7 +67,7 @@ TEST_F(FocusStation, is_named_in_the_message_when_not_found)
     EXPECT_EQ(capture.texts().back(), ("init_fb - getDescriptionEx(" + std::string(256, 'n')).substr(0, 255));
 }
 
-TEST_F(FocusStation, without_a_service_fails)
+TEST_F(FocusStation, cannot_be_read_without_a_service)
 {
     const MessagesOn messages;
     const SyslogCapture capture;
@@ -75,7 +75,7 @@ TEST_F(FocusStation, without_a_service_fails)
     EXPECT_EQ(capture.texts().back(), "init_fb - getDescriptionEx(IP 10.0.0.5) fails with -2");
 }
 
-TEST_F(FocusStation, without_its_assignment_fails)
+TEST_F(FocusStation, cannot_be_read_if_the_service_refuses_its_assignment)
 {
     const MessagesOn messages;
     const ScriptedService service({support::replies(kStation), support::replies("failed")});
@@ -87,7 +87,7 @@ TEST_F(FocusStation, without_its_assignment_fails)
 }
 
 /// Needs its own process: the station of another test would still be known.
-TEST_F(FocusStation, is_known_once_its_description_is_read)
+TEST_F(FocusStation, is_known_after_its_description_was_read)
 {
     agent_test::OwnSession own;
     const std::string size = "width=1024 height=768 depth=32\r\n";

@@ -119,7 +119,8 @@ TEST(Handlers, accept_three_states_of_caps_lock)
     check(agent, {{"set-sw-capslock=-1", "ok", "setSwCapsLock=-1 0500000A"},
                   {"set-sw-capslock=00", "ok", "setSwCapsLock=0 0500000A"},
                   {"set-sw-capslock=1", "ok", "setSwCapsLock=1 0500000A"}});
-    // Digits and minus signs are parsed until they stop being a number: remote services send the content of their field.
+    // The argument may contain only digits and minus signs. It is parsed up to the first character that does not continue the
+    // number, because remote services send their input field unchanged.
     check(agent, {{"set-sw-capslock=", "ok", "setSwCapsLock=0 0500000A"},
                   {"set-sw-capslock=-", "ok", "setSwCapsLock=0 0500000A"},
                   {"set-sw-capslock=--1", "ok", "setSwCapsLock=0 0500000A"},
@@ -246,14 +247,14 @@ TEST(Handlers, report_the_largest_numbers)
                   {"show-hwid", "hwid=4294967295.2.3.4:0000000a"}});
 }
 
-TEST(Handlers, report_the_whole_station_text)
+TEST(Handlers, report_a_long_assignment_completely)
 {
     const std::string text(1023, 't');
     ConnectedAgent agent("", {{"getKVOt2m2n=0500000A", text}});
     check(agent, {{"get-t2m2n", text}});
 }
 
-TEST(Handlers, report_no_station_that_was_never_read)
+TEST(Handlers, fail_or_reply_nothing_before_a_station_was_read)
 {
     // Needs its own process: the station of another agent would still be known.
     if (isStationKnown()) {
@@ -351,7 +352,7 @@ TEST(Handlers, report_that_the_usb_lock_could_not_be_sent)
     check(agent, {{"set-usb-lock=1:0", "failed: usb lock not writeable"}});
 }
 
-TEST(Metrics, unknown_to_the_service_are_four_letters_without_a_line_end)
+TEST(Metrics, unknown_to_the_service_are_reported_as_none_without_a_line_end)
 {
     ConnectedAgent agent("", {{"getSoftkeyType=0500000A", "none"},
                               {"getKeyBoardCaps=0500000A", "none"},
@@ -363,7 +364,7 @@ TEST(Metrics, unknown_to_the_service_are_four_letters_without_a_line_end)
     EXPECT_EQ(agent.remote().line(), "nonenone001:nonenonenonepong\r\n");
 }
 
-TEST(Metrics, of_the_display_use_the_softkey_key)
+TEST(Metrics, of_the_display_are_reported_with_the_key_of_the_softkey_type)
 {
     const ScriptedService service({support::replies("dpi=96"), support::replies("none"), support::replies("failed")});
     OwnSession own;

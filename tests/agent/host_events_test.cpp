@@ -75,7 +75,7 @@ TEST(Events, are_refused_until_the_next_agent_has_answered_a_request)
     EXPECT_EQ(inCallback, -1) << "the first request is not answered yet";
 }
 
-TEST(Callback, may_send_events_and_requests_and_close)
+TEST(Callback, may_send_events_and_requests_and_close_the_connection)
 {
     RemoteService remote(kSession);
     const ScriptedService service({serves({{"getRV4Mode=0500000A", "rv4mode=1"}})});

@@ -296,7 +296,7 @@ TEST(Agent, is_started_by_one_of_several_threads_that_waited_for_a_clean_up)
     ASSERT_EQ(start(&instance), 1);
     ASSERT_TRUE(remote.accept());
     std::jthread cleaner([&] { EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), 1); });
-    // From here on the clean-up takes one more second: nothing is in use, and no thread may start an agent yet.
+    // Now the agent has ended. The clean-up takes one more second, and no thread may start an agent before it returns.
     ASSERT_TRUE(eventually([] { return std::atomic_ref(gCmdCallback).load() == nullptr; }));
     std::atomic<int> started{0};
     std::atomic<int> refused{0};

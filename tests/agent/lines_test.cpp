@@ -47,7 +47,7 @@ protected:
     OwnSession own;
 };
 
-TEST_F(Lines, consist_of_their_parts)
+TEST_F(Lines, begin_with_their_tag_and_contain_all_parts)
 {
     hmiconn_reply(socket(), nullptr, "one", " two", "", " %s%n", "\r\n", kEnd);
     EXPECT_EQ(own.received(), "one two %s%n\r\n");
@@ -68,7 +68,7 @@ TEST_F(Lines, number_indications_from_1_to_99_and_start_again)
     EXPECT_EQ(own.received(), "I01:the 100th\r\n");
 }
 
-TEST_F(Lines, contain_no_indications_before_the_first_known_request)
+TEST_F(Lines, with_indications_are_refused_before_the_first_known_request)
 {
     protocolNegotiated = 0;
     EXPECT_EQ(hmiconn_indication(socket(), "event\r\n", kEnd), -1);
@@ -137,7 +137,7 @@ TEST_F(Lines, are_corked_while_written_and_sent_at_once)
     EXPECT_THAT(parts, ElementsAre("042:", "one", "\r\n", "I01:", "two", "I02:", "three", "\r\n"));
 }
 
-TEST_F(Lines, are_not_written_while_another_is)
+TEST_F(Lines, are_not_written_while_another_line_is_written)
 {
     const std::vector<std::function<void()>> writers = {
         [&] { hmiconn_reply(socket(), nullptr, "one\r\n", kEnd); }, [&] { hmiconn_indication(socket(), "one\r\n", kEnd); },

@@ -47,7 +47,7 @@ TEST(Sesstoa, formats_address_and_session)
     EXPECT_STREQ(sesstoa(&session), "255.255.255.255:2147483647");
 }
 
-TEST(FormatServername, shows_as_much_as_fits)
+TEST(FormatServername, shortens_the_name_to_the_given_width)
 {
     EXPECT_EQ(formatted(nullptr, 100), "10.0.0.1");
     EXPECT_EQ(formatted("alpha.beta.gamma", 100), "alpha.beta.gamma (10.0.0.1)");

@@ -86,7 +86,7 @@ public:
 
 private:
     std::array<int, 2> ends_{};
-    /// The line buffer with a guard byte on each side; the one in front looks like part of a line end.
+    /// The line buffer with a guard byte on each side; the first one looks like part of a line end.
     std::array<char, 259> line_ = [] {
         std::array<char, 259> line;
         line.fill('#');

@@ -190,7 +190,7 @@ TEST_F(Requests, mark_the_session_as_alive)
     EXPECT_LT(timeval_diff(&own.session.lastActivity, &before), 10000);
 }
 
-TEST_F(Requests, taken_by_another_reader_are_waited_for)
+TEST_F(Requests, that_cannot_be_read_at_once_are_read_by_the_next_call)
 {
     own.sends("ping\n");
     {
@@ -278,7 +278,7 @@ TEST_F(Requests, log_the_error_of_the_system)
     EXPECT_THAT(capture.texts(), ElementsAre("In hmiconn_process_one_request: HWS connection to 127.0.0.1:3: " + reason));
 }
 
-TEST_F(Requests, that_turn_out_to_be_missing_are_waited_for_again)
+TEST_F(Requests, that_have_not_arrived_do_not_block_or_close_the_session)
 {
     const SyslogCapture capture;
     hmiconn_process_one_request(&own.session);

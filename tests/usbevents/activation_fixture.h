@@ -22,7 +22,7 @@ using Codes = std::vector<uint32_t>;
 
 inline const std::string kState = "changeStateUSBdevice*10.0.0.5*usb1*1-1.4*00000007*\n";
 
-/// Makes a call on a separate thread: unless it refuses the call, the library detaches the thread that activates or closes.
+/// Makes a call on a separate thread, because the library detaches the calling thread unless it refuses the call.
 template <class Call>
 int32_t onDetachedThread(Call call)
 {

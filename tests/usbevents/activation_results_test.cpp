@@ -118,7 +118,7 @@ TEST_P(EitherActivation, fails_if_the_server_does_not_stop)
 {
     const EventRecorder recorder;
     const ScriptedService deaf({support::replies("ok")}, support::kUsbSocket);
-    setServerState(NOTIFY_RUNNING);  // set by a server that listens but never reads its state
+    setServerState(NOTIFY_RUNNING);  // as if a server listened but never read its state
     const MessagesOn messages;
     const SyslogCapture capture;
     const auto start = Clock::now();
@@ -150,7 +150,7 @@ TEST_P(EitherActivation, fails_if_the_server_gets_no_thread)
     EXPECT_FALSE(anySet());
 }
 
-TEST_P(EitherActivation, fails_if_another_server_takes_the_state_meanwhile)
+TEST_P(EitherActivation, fails_if_another_server_starts_after_the_stop)
 {
     const EventRecorder recorder;
     const MessagesOn messages;
@@ -163,7 +163,7 @@ TEST_P(EitherActivation, fails_if_another_server_takes_the_state_meanwhile)
     setServerState(NOTIFY_STOPPED);
 }
 
-TEST_P(EitherActivation, keeps_the_callback_if_only_the_helper_gets_no_thread)
+TEST_P(EitherActivation, keeps_the_callback_if_the_server_runs_but_no_thread_can_send_the_requests)
 {
     const EventRecorder recorder;
     const MessagesOn messages;

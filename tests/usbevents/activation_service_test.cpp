@@ -135,7 +135,7 @@ TEST_F(Activation, superseded_before_the_service_refuses_it_reports_nothing)
     EXPECT_EQ(usbServerReply(kState), "ok\n");
 }
 
-TEST_F(Activation, is_refused)
+TEST_F(Activation, that_the_service_refuses_is_reported_to_the_callback)
 {
     for (const char *const reply : {"failed", "ok ", ""}) {
         const ScriptedService service({acceptsAll({{"activateUSBEvents", reply}})});
@@ -150,7 +150,7 @@ TEST_F(Activation, is_refused)
 /// A service that answers the first request and closes the connection of the second.
 std::vector<support::Script> answersOnce() { return {acceptsAll(), support::closesAfterRequest()}; }
 
-TEST_F(Activation, may_get_no_reply)
+TEST_F(Activation, that_gets_no_reply_is_reported_to_the_callback)
 {
     const ScriptedService service(answersOnce());
     const EventRecorder recorder;
@@ -160,7 +160,7 @@ TEST_F(Activation, may_get_no_reply)
     EXPECT_TRUE(eventually([] { return !anySet(); }));
 }
 
-/// What the two threads log that send requests to the service, once it has finished starting.
+/// The messages of the thread that activates events at a ready service, and of the one that deactivates them.
 std::vector<std::string> messagesOfBothThreads(const std::vector<support::Script> &scripts)
 {
     const ScriptedService service(scripts);

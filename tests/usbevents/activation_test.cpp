@@ -177,7 +177,7 @@ TEST_F(Activation, continues_after_its_thread_is_cancelled_in_its_callback)
 
 TEST_F(Activation, succeeds_if_a_server_neither_stops_nor_listens)
 {
-    // A control word that was not delivered counts as success and outweighs that the server did not stop. Callers rely on that.
+    // An undelivered control word counts as success, even if the server did not stop. Callers rely on that.
     const ScriptedService service({acceptsAll()});
     const EventRecorder recorder;
     setServerState(NOTIFY_RUNNING);
@@ -215,7 +215,7 @@ TEST_F(Activation, sets_its_callback_even_if_a_close_clears_it_meanwhile)
     ASSERT_TRUE(recorder.waitFor(2));
     EXPECT_EQ(usbServerReply(kState), "ok\n");
     EXPECT_EQ(recorder.codes(), (Codes{USB_EVENT_BEGIN, USB_EVENT_ACTIVATED, USB_EVENT_STATE}));
-    // The recorder clears the callback when the close begins too.
+    // A close would call the recorder with its begin event too, which would clear the callback.
     onOwnThread(KillUsbServer);
     SetFunction_SendUSBEvent_NULL();
 }
@@ -259,7 +259,7 @@ TEST_F(Activation, waits_for_a_running_activation)
 
 // ---- All at the same time ----
 
-TEST_F(Activation, and_closing_in_loops_of_several_threads_during_events_ends)
+TEST_F(Activation, may_be_called_with_closing_by_several_threads_during_events)
 {
     const ScriptedService service({acceptsAll()});
     const EventRecorder recorder;

@@ -165,7 +165,7 @@ TEST_F(Closing, supersedes_an_activation_at_once)
     std::thread closing([] { EXPECT_EQ(closeEvents(), 1); });
     EXPECT_TRUE(recorder.waitFor(2));
     std::this_thread::sleep_for(50ms);
-    complete = true;  // the server still needs some time to end
+    complete = true;  // before the server has ended and the close returns
     closing.join();
     EXPECT_TRUE(eventually([] { return !anySet(); }));
     EXPECT_THAT(service.requests(), Not(Contains("activateUSBEvents\n")));

@@ -39,12 +39,12 @@ using Clock = std::chrono::steady_clock;
 
 // ---- Records ----
 
-class ConnectionTest : public testing::Test {
+class UsbConnection : public testing::Test {
 protected:
     void TearDown() override { SetFunction_SendUSBEvent_NULL(); }
 };
 
-TEST_F(ConnectionTest, fills_the_newer_callbacks_records)
+TEST_F(UsbConnection, fills_the_newer_callbacks_records)
 {
     const EventRecorder recorder;
     sendUSBEvent2 = EventRecorder::newer;
@@ -72,7 +72,7 @@ TEST_F(ConnectionTest, fills_the_newer_callbacks_records)
     EXPECT_EQ(refused.number3, 3);
 }
 
-TEST_F(ConnectionTest, fills_the_older_callbacks_264_bytes)
+TEST_F(UsbConnection, fills_the_older_callbacks_264_bytes)
 {
     const EventRecorder recorder;
     sendUSBEvent = EventRecorder::older;
@@ -89,7 +89,7 @@ TEST_F(ConnectionTest, fills_the_older_callbacks_264_bytes)
     EXPECT_EQ(events[1].record.substr(sizeof(UsbRemoveInfo)), std::string(264 - sizeof(UsbRemoveInfo), '\0'));
 }
 
-TEST_F(ConnectionTest, clears_each_record_first)
+TEST_F(UsbConnection, clears_each_record_first)
 {
     const EventRecorder recorder;
     const std::string longText = "newUSBdevice*" + std::string(15, 'x') + "*" + std::string(31, 'x') + "*" +
@@ -115,14 +115,14 @@ TEST_F(ConnectionTest, clears_each_record_first)
 
 // ---- Reading a line and sending an answer ----
 
-TEST_F(ConnectionTest, accepts_a_carriage_return_before_the_line_feed)
+TEST_F(UsbConnection, accepts_a_carriage_return_before_the_line_feed)
 {
     const EventRecorder recorder;
     sendUSBEvent2 = EventRecorder::newer;
     EXPECT_EQ(answerTo(kRemoved + "\r"), "ok\n");
 }
 
-TEST_F(ConnectionTest, answers_one_text_per_connection)
+TEST_F(UsbConnection, answers_one_text_per_connection)
 {
     const EventRecorder recorder;
     sendUSBEvent2 = EventRecorder::newer;
@@ -132,7 +132,7 @@ TEST_F(ConnectionTest, answers_one_text_per_connection)
     EXPECT_EQ(recorder.events().size(), 1U);
 }
 
-TEST_F(ConnectionTest, closes_100_ms_after_the_answer)
+TEST_F(UsbConnection, closes_100_ms_after_the_answer)
 {
     const Connection connection;
     connection.send("hello\n");
@@ -143,7 +143,7 @@ TEST_F(ConnectionTest, closes_100_ms_after_the_answer)
     EXPECT_LT(Clock::now() - answered, 2s);
 }
 
-TEST_F(ConnectionTest, an_end_before_the_line_end_fails)
+TEST_F(UsbConnection, an_end_before_the_line_end_fails)
 {
     const MessagesOn messages;
     const SyslogCapture capture;
@@ -161,7 +161,7 @@ TEST_F(ConnectionTest, an_end_before_the_line_end_fails)
     close(ends[0]);
 }
 
-TEST_F(ConnectionTest, a_receive_error_fails)
+TEST_F(UsbConnection, a_receive_error_fails)
 {
     const support::WithSystemCalls calls({.recv = [](int, void *, std::size_t, int) {
         errno = ECONNRESET;
@@ -173,7 +173,7 @@ TEST_F(ConnectionTest, a_receive_error_fails)
     EXPECT_EQ(capture.texts().front(), "USB server - received text error");
 }
 
-TEST_F(ConnectionTest, runs_detached)
+TEST_F(UsbConnection, runs_detached)
 {
     int ends[2];
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
@@ -185,14 +185,14 @@ TEST_F(ConnectionTest, runs_detached)
               -1);
 }
 
-TEST_F(ConnectionTest, a_line_of_1024_bytes_without_an_end_fails)
+TEST_F(UsbConnection, a_line_of_1024_bytes_without_an_end_fails)
 {
     const Connection connection;
     connection.send(std::string(1024, 'x'));
     EXPECT_EQ(connection.answer(), "failed\n");
 }
 
-TEST_F(ConnectionTest, silence_fails_after_4_s)
+TEST_F(UsbConnection, silence_fails_after_4_s)
 {
     const Connection silent;
     const Connection half;
@@ -204,7 +204,7 @@ TEST_F(ConnectionTest, silence_fails_after_4_s)
     EXPECT_LT(Clock::now() - start, 8s);
 }
 
-TEST_F(ConnectionTest, a_client_that_does_not_wait_for_the_answer_causes_no_failure)
+TEST_F(UsbConnection, a_client_that_does_not_wait_for_the_answer_causes_no_failure)
 {
     const EventRecorder recorder([](const RecordedEvent &) {
         std::this_thread::sleep_for(50ms);
@@ -220,7 +220,7 @@ TEST_F(ConnectionTest, a_client_that_does_not_wait_for_the_answer_causes_no_fail
     EXPECT_EQ(answerTo(kRemoved), "ok\n");
 }
 
-TEST_F(ConnectionTest, messages_are_cut_to_255_characters_and_not_used_as_formats)
+TEST_F(UsbConnection, messages_are_cut_to_255_characters_and_not_used_as_formats)
 {
     const MessagesOn messages;
     const SyslogCapture capture;

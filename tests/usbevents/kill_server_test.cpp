@@ -31,9 +31,9 @@ using testing::IsEmpty;
 using testing::Lt;
 using usbevents_test::Timed;
 using usbevents_test::timed;
-using usbevents_test::UsbChannel;
+using KillServer = usbevents_test::UsbChannel;
 
-TEST_F(UsbChannel, kill_reaches_any_listening_server)
+TEST_F(KillServer, reaches_any_listening_server)
 {
     const ScriptedService server({support::replies("ok")}, kUsbSocket);
     const Timed killed = timed(KillUsbServer);
@@ -42,13 +42,13 @@ TEST_F(UsbChannel, kill_reaches_any_listening_server)
     EXPECT_THAT(server.requests(), ElementsAre("suicide\n"));
 }
 
-TEST_F(UsbChannel, kill_without_a_listener_is_minus_2)
+TEST_F(KillServer, returns_minus_2_without_a_listener)
 {
     EXPECT_EQ(timed(KillUsbServer).result, -2);
     EXPECT_EQ(serverState(), 0U);
 }
 
-TEST_F(UsbChannel, kill_waits_until_the_own_server_has_stopped)
+TEST_F(KillServer, waits_until_the_own_server_has_stopped)
 {
     for (const uint32_t stopped : {0U, 2U}) {
         const ScriptedService other({support::replies("ok")}, kUsbSocket);
@@ -69,7 +69,7 @@ TEST_F(UsbChannel, kill_waits_until_the_own_server_has_stopped)
     }
 }
 
-TEST_F(UsbChannel, kill_gives_up_after_2_s_on_a_server_that_never_ends)
+TEST_F(KillServer, gives_up_after_2_s_on_a_server_that_never_ends)
 {
     const ScriptedService other({support::replies("ok")}, kUsbSocket);
     setServerState(3);
@@ -80,14 +80,14 @@ TEST_F(UsbChannel, kill_gives_up_after_2_s_on_a_server_that_never_ends)
     EXPECT_THAT(other.requests(), ElementsAre("suicide\n")) << "the message is sent anyway";
 }
 
-TEST_F(UsbChannel, kill_without_a_listener_is_minus_2_even_if_the_own_server_never_ends)
+TEST_F(KillServer, returns_minus_2_without_a_listener_even_if_the_own_server_never_ends)
 {
     setServerState(1);
     EXPECT_EQ(timed(KillUsbServer).result, -2);
     EXPECT_EQ(serverState(), 0U);
 }
 
-TEST_F(UsbChannel, kill_accepts_a_server_that_has_stopped_already)
+TEST_F(KillServer, accepts_a_server_that_has_stopped_already)
 {
     const ScriptedService other({support::replies("ok")}, kUsbSocket);
     setServerState(2);
@@ -95,7 +95,7 @@ TEST_F(UsbChannel, kill_accepts_a_server_that_has_stopped_already)
     EXPECT_EQ(serverState(), 0U);
 }
 
-TEST_F(UsbChannel, kill_without_memory_is_minus_2_and_sends_nothing)
+TEST_F(KillServer, returns_minus_2_and_sends_nothing_without_memory)
 {
     if (const char *reason = support::FailingAllocations::unavailable()) {
         GTEST_SKIP() << reason;
@@ -108,7 +108,7 @@ TEST_F(UsbChannel, kill_without_memory_is_minus_2_and_sends_nothing)
                   return KillUsbServer();
               }),
               -2);
-    // The blank is missing in the log text itself.
+    // The missing blank is part of the log text.
     EXPECT_THAT(capture.texts(), ElementsAre("kill servernot enough memory"));
     EXPECT_THAT(other.requests(), IsEmpty());
 }

@@ -90,7 +90,7 @@ protected:
     void SetUp() override { std::filesystem::create_directories("/tmp/kvo_hws"); }
 };
 
-TEST_P(FailingServer, ends_with_its_number)
+TEST_P(FailingServer, logs_the_failed_step_and_its_number)
 {
     const Failure &row = GetParam();
     const std::size_t descriptors = descriptorsOpen();
@@ -112,11 +112,11 @@ TEST_P(FailingServer, ends_with_its_number)
 constexpr const char *kStarted = "USB server - started --> wait for clients";
 
 const std::vector<Failure> kFailures = {
-    {"no_socket", 1, EMFILE, "USB server - socket error", {.socket = fails<int>(EMFILE)}},
-    {"no_bind", 2, EACCES, "USB server - bind error", {.bind = fails<int, const sockaddr *, socklen_t>(EACCES)}},
-    {"no_listen", 3, EADDRINUSE, "USB server - listen error", {.listen = fails<int, int>(EADDRINUSE)}},
-    {"no_wait", 4, ENOMEM, kStarted, {.poll = fails<pollfd *, nfds_t, int>(ENOMEM)}},
-    {"no_accept", 5, ECONNABORTED, kStarted, {.accept4 = fails<int>(ECONNABORTED), .poll = readable}}};
+    {"socket_fails", 1, EMFILE, "USB server - socket error", {.socket = fails<int>(EMFILE)}},
+    {"bind_fails", 2, EACCES, "USB server - bind error", {.bind = fails<int, const sockaddr *, socklen_t>(EACCES)}},
+    {"listen_fails", 3, EADDRINUSE, "USB server - listen error", {.listen = fails<int, int>(EADDRINUSE)}},
+    {"wait_fails", 4, ENOMEM, kStarted, {.poll = fails<pollfd *, nfds_t, int>(ENOMEM)}},
+    {"accept_fails", 5, ECONNABORTED, kStarted, {.accept4 = fails<int>(ECONNABORTED), .poll = readable}}};
 
 INSTANTIATE_TEST_SUITE_P(Of, FailingServer, testing::ValuesIn(kFailures),
                          [](const auto &row) { return std::string(row.param.name); });

@@ -92,7 +92,7 @@ TEST_F(UsbServer, clears_an_earlier_suicide_when_it_starts)
     EXPECT_EQ(serverState(), static_cast<uint32_t>(NOTIFY_RUNNING));
 }
 
-TEST_F(UsbServer, ends_after_suicide_without_a_stop_to_acknowledge)
+TEST_F(UsbServer, ends_in_the_stopped_state_after_suicide)
 {
     const support::ScriptedService service({support::acceptsAll()});
     start();

@@ -150,7 +150,7 @@ TEST_F(Suicide, changes_no_other_state)
     setServerState(NOTIFY_STOPPED);
 }
 
-TEST_F(Suicide, no_other_text_stops_a_server)
+TEST_F(Suicide, is_the_only_text_that_stops_a_server)
 {
     setServerState(NOTIFY_RUNNING);
     answerTo("unknown");

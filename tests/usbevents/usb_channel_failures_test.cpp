@@ -50,7 +50,7 @@ TEST_F(UsbChannel, a_lost_answer_does_not_fail_a_delivery)
     EXPECT_EQ(capture.lines().back(), info("reply from DLL \"\" [thread 0x" + hex(sent.thread) + "]"));
 }
 
-TEST_F(UsbChannel, no_server_is_an_error_except_for_suicide)
+TEST_F(UsbChannel, a_missing_server_is_logged_as_an_error_except_for_suicide)
 {
     const SyslogCapture capture;
     const Timed command = sendCommand("other");
@@ -78,7 +78,7 @@ TEST_F(UsbChannel, no_server_is_an_error_except_for_suicide)
                              " 'can not connect to running DLL (command 'suicide') - probably no other server running'"));
 }
 
-TEST_F(UsbChannel, the_priority_of_a_failed_suicide_connect_is_kept_for_a_later_write_error)
+TEST_F(UsbChannel, a_write_error_after_a_repeated_connect_is_logged_as_info_for_suicide)
 {
     const ScriptedService server({support::replies("ok")}, kUsbSocket);
     const auto sendOnce = [](const std::string &command) {
@@ -150,7 +150,7 @@ TEST_F(UsbChannel, a_peer_that_closes_at_once_is_a_write_error_or_a_lost_answer)
     }
 }
 
-TEST_F(UsbChannel, no_descriptor_is_a_socket_error)
+TEST_F(UsbChannel, having_no_free_descriptor_is_a_socket_error)
 {
     const SyslogCapture capture;
     const Timed command = timed([] {

@@ -94,7 +94,7 @@ TEST_F(UsbChannel, closing_the_socket_is_logged_at_level_2)
                             StartsWith("SendUsbMsg2DLL: reply from DLL")));
 }
 
-TEST_F(UsbChannel, senders_return_detached)
+TEST_F(UsbChannel, sending_detaches_the_calling_thread)
 {
     const ScriptedService server({support::replies("ok")}, kUsbSocket);
     EXPECT_EQ(onOwnThread([] {
@@ -152,7 +152,7 @@ TEST_F(UsbChannel, connects_with_the_exact_path_length_and_writes_once)
     EXPECT_THAT(writes, ElementsAre("suicide\n"));
 }
 
-TEST_F(UsbChannel, a_long_command_or_a_missing_socket_fails_without_taking_the_lock)
+TEST_F(UsbChannel, a_command_that_is_too_long_or_gets_no_socket_fails_without_the_lock)
 {
     kvo_hws_EnterCriticalSection(&sGCriticalSectionCmdPipe2DLL);
     EXPECT_EQ(sendCommand(std::string(1023, 'c')).result, 5);
@@ -224,7 +224,7 @@ TEST_F(UsbChannel, the_thread_function_returns_null)
     EXPECT_EQ(onOwnThread([] { return ThreadSendCommand2DLL(strdup("suicide")); }), nullptr);
 }
 
-TEST_F(UsbChannel, only_the_complete_word_is_suicide)
+TEST_F(UsbChannel, only_the_complete_word_suicide_is_recognized)
 {
     const SyslogCapture capture;
     const Timed sent = sendCommand("suicidex");

@@ -22,7 +22,7 @@ namespace {
 
 using service_test::CachedLine;
 using service_test::Pair;
-using service_test::Readers;
+using CacheReader = service_test::Readers;
 using support::LogLine;
 using support::SyslogCapture;
 using support::timeOf;
@@ -32,7 +32,7 @@ using testing::Ge;
 using testing::IsEmpty;
 using testing::Lt;
 
-TEST_F(Readers, cache_keeps_a_single_carriage_return)
+TEST_F(CacheReader, keeps_a_single_carriage_return)
 {
     Pair pair;
     pair.write("\r\n");
@@ -42,7 +42,7 @@ TEST_F(Readers, cache_keeps_a_single_carriage_return)
     EXPECT_EQ(line.text(), "\r");
 }
 
-TEST_F(Readers, cache_accepts_a_tagged_pong_without_logging_it)
+TEST_F(CacheReader, accepts_a_tagged_pong_without_logging_it)
 {
     Pair pair;
     pair.write("001:pong\n001:pong \n");
@@ -58,7 +58,7 @@ TEST_F(Readers, cache_accepts_a_tagged_pong_without_logging_it)
                                                          std::to_string(pair.fd()) + ")"}));
 }
 
-TEST_F(Readers, cache_with_a_partial_line_returns_empty_lines_until_it_is_cleared)
+TEST_F(CacheReader, with_a_partial_line_returns_empty_lines_until_it_is_cleared)
 {
     Pair pair;
     pair.write("ok\nbegin");
@@ -76,7 +76,7 @@ TEST_F(Readers, cache_with_a_partial_line_returns_empty_lines_until_it_is_cleare
     EXPECT_EQ(CachedLine(pair.fd(), cache).text(), "fresh");
 }
 
-TEST_F(Readers, cache_assembles_a_line_from_pieces)
+TEST_F(CacheReader, assembles_a_line_from_pieces)
 {
     Pair pair;
     pair.write("first ");
@@ -91,7 +91,7 @@ TEST_F(Readers, cache_assembles_a_line_from_pieces)
     EXPECT_EQ(cache.uiFill, 0U);
 }
 
-TEST_F(Readers, cache_holds_1023_characters_and_reports_a_full_cache_as_a_closed_connection)
+TEST_F(CacheReader, holds_1023_characters_and_reports_a_full_cache_as_a_closed_connection)
 {
     Pair longest;
     longest.write(std::string(1023, 'x') + "\n");
@@ -109,7 +109,7 @@ TEST_F(Readers, cache_holds_1023_characters_and_reports_a_full_cache_as_a_closed
                 ElementsAre(LogLine{"", LOG_DEBUG, "ReadSocketCache: return -3 (socket " + std::to_string(over.fd()) + ")"}));
 }
 
-TEST_F(Readers, cache_times_out_silently_after_the_callers_time)
+TEST_F(CacheReader, times_out_silently_after_the_callers_time)
 {
     Pair pair;
     SocketCache cache{};
@@ -122,7 +122,7 @@ TEST_F(Readers, cache_times_out_silently_after_the_callers_time)
     EXPECT_THAT(capture.lines(), IsEmpty());
 }
 
-TEST_F(Readers, cache_has_its_own_result_for_a_failed_wait)
+TEST_F(CacheReader, has_its_own_result_for_a_failed_wait)
 {
     SocketCache cache{};
     const SyslogCapture capture;

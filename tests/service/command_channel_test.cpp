@@ -107,7 +107,7 @@ TEST(CommandChannel, a_late_signal_does_not_restart_the_wait_for_a_full_queue)
     EXPECT_THAT(exchange.taken, AllOf(Ge(3900ms), Lt(5500ms)));
 }
 
-TEST(CommandChannel, signals_during_every_connect_attempt_end_it_after_4_s)
+TEST(CommandChannel, gives_up_after_4_s_if_signals_interrupt_every_connect)
 {
     const support::WithSystemCalls calls{{.connect = [](int, const sockaddr *, socklen_t) {
         std::this_thread::sleep_for(500ms);
@@ -127,7 +127,7 @@ TEST(CommandChannel, has_no_length_limit_for_a_command)
     EXPECT_THAT(service.requests(), ElementsAre(command + "\n"));
 }
 
-TEST(CommandChannel, refuses_no_command_silently)
+TEST(CommandChannel, refuses_a_null_or_empty_command_without_a_message)
 {
     const ScriptedService service({support::replies("ok")});
     const MessagesOn messages(2);

@@ -24,7 +24,7 @@ namespace {
 
 using service_test::DynLine;
 using service_test::Pair;
-using service_test::Readers;
+using DynReader = service_test::Readers;
 using support::LogLine;
 using support::SyslogCapture;
 using support::timeOf;
@@ -34,7 +34,7 @@ using testing::Ge;
 using testing::IsEmpty;
 using testing::Lt;
 
-TEST_F(Readers, dyn_refuses_a_null_reply_silently)
+TEST_F(DynReader, refuses_a_null_reply_silently)
 {
     Pair pair;
     pair.write("ok\n");
@@ -44,7 +44,7 @@ TEST_F(Readers, dyn_refuses_a_null_reply_silently)
     EXPECT_EQ(pair.rest(), "ok\n");
 }
 
-TEST_F(Readers, dyn_logs_a_complete_line)
+TEST_F(DynReader, logs_a_complete_line)
 {
     Pair pair;
     pair.write("hello\n");
@@ -55,7 +55,7 @@ TEST_F(Readers, dyn_logs_a_complete_line)
                                                          std::to_string(pair.fd()) + ")"}));
 }
 
-TEST_F(Readers, dyn_removes_all_line_ends_at_the_end_of_the_line)
+TEST_F(DynReader, removes_all_line_ends_at_the_end_of_the_line)
 {
     Pair pair;
     pair.write("a\rb\r\r\n");
@@ -64,7 +64,7 @@ TEST_F(Readers, dyn_removes_all_line_ends_at_the_end_of_the_line)
     EXPECT_EQ(line.reply.uiLength, 6U);
 }
 
-TEST_F(Readers, dyn_returns_an_empty_text_for_a_single_line_feed)
+TEST_F(DynReader, returns_an_empty_text_for_a_single_line_feed)
 {
     Pair pair;
     pair.write("\n");
@@ -74,7 +74,7 @@ TEST_F(Readers, dyn_returns_an_empty_text_for_a_single_line_feed)
     EXPECT_EQ(line.reply.uiLength, 1U);
 }
 
-TEST_F(Readers, dyn_reads_a_10_mb_line_quickly)
+TEST_F(DynReader, reads_a_10_mb_line_quickly)
 {
     Pair pair;
     const std::string line(10'000'000, 'x');
@@ -92,7 +92,7 @@ TEST_F(Readers, dyn_reads_a_10_mb_line_quickly)
     EXPECT_LT(taken, 20s);
 }
 
-TEST_F(Readers, dyn_continues_where_fixed_gives_up)
+TEST_F(DynReader, continues_where_fixed_gives_up)
 {
     Pair pair;
     pair.write(std::string(1024, 'x'));
@@ -108,7 +108,7 @@ TEST_F(Readers, dyn_continues_where_fixed_gives_up)
     EXPECT_EQ(DynLine(closing.fd()).result, -3);
 }
 
-TEST_F(Readers, dyn_does_not_pause_while_bytes_are_left)
+TEST_F(DynReader, does_not_pause_while_bytes_are_left)
 {
     Pair pair;
     pair.write(std::string(20 * 1024, 'x') + "\n");
@@ -116,7 +116,7 @@ TEST_F(Readers, dyn_does_not_pause_while_bytes_are_left)
     EXPECT_LT(timeOf([&] { EXPECT_EQ(DynLine(pair.fd()).text().size(), 20U * 1024); }), 150ms);
 }
 
-TEST_F(Readers, dyn_waits_4_s_for_data)
+TEST_F(DynReader, waits_4_s_for_data)
 {
     Pair pair;
     pair.write(std::string(1024, 'x'));
@@ -134,7 +134,7 @@ TEST_F(Readers, dyn_waits_4_s_for_data)
                 ElementsAre(LogLine{"", LOG_INFO, "ReadSocketDyn: return -5 (socket " + std::to_string(pair.fd()) + ")"}));
 }
 
-TEST_F(Readers, dyn_has_its_own_result_for_a_failed_wait)
+TEST_F(DynReader, has_its_own_result_for_a_failed_wait)
 {
     const SyslogCapture capture;
     const DynLine line(-1);
@@ -146,7 +146,7 @@ TEST_F(Readers, dyn_has_its_own_result_for_a_failed_wait)
                     LogLine{"", LOG_INFO, "ReadSocketDyn: return -6 (socket -1)"}));
 }
 
-TEST_F(Readers, dyn_reports_that_memory_runs_out_and_leaves_the_line)
+TEST_F(DynReader, reports_that_memory_runs_out_and_leaves_the_line)
 {
     if (const char *reason = support::FailingAllocations::unavailable()) {
         GTEST_SKIP() << reason;
@@ -165,7 +165,7 @@ TEST_F(Readers, dyn_reports_that_memory_runs_out_and_leaves_the_line)
     EXPECT_EQ(DynLine(pair.fd()).text(), "hello");
 }
 
-TEST_F(Readers, dyn_frees_what_it_has_read_when_memory_runs_out)
+TEST_F(DynReader, frees_what_it_has_read_when_memory_runs_out)
 {
     if (const char *reason = support::FailingAllocations::unavailable()) {
         GTEST_SKIP() << reason;

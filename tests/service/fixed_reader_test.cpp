@@ -28,6 +28,7 @@ using service_test::DynLine;
 using service_test::FixedLine;
 using service_test::Pair;
 using service_test::Readers;
+using FixedReader = Readers;
 using support::LogLine;
 using support::SyslogCapture;
 using support::timeOf;
@@ -37,7 +38,7 @@ using testing::Ge;
 using testing::IsEmpty;
 using testing::Lt;
 
-TEST_F(Readers, fixed_logs_a_complete_line)
+TEST_F(FixedReader, logs_a_complete_line)
 {
     Pair pair;
     pair.write("hello\n");
@@ -48,7 +49,7 @@ TEST_F(Readers, fixed_logs_a_complete_line)
                                     "ReadSocket: command/reply complete 'hello' (socket " + std::to_string(pair.fd()) + ")"}));
 }
 
-TEST_F(Readers, fixed_logs_nothing_at_level_0)
+TEST_F(FixedReader, logs_nothing_at_level_0)
 {
     SetDebugLevel(0);
     Pair pair;
@@ -60,7 +61,7 @@ TEST_F(Readers, fixed_logs_nothing_at_level_0)
     EXPECT_THAT(capture.lines(), IsEmpty());
 }
 
-TEST_F(Readers, fixed_returns_an_empty_text_for_a_line_end_alone)
+TEST_F(FixedReader, returns_an_empty_text_for_a_line_end_alone)
 {
     Pair pair;
     pair.write("\r\n\n");
@@ -72,7 +73,7 @@ TEST_F(Readers, fixed_returns_an_empty_text_for_a_line_end_alone)
     EXPECT_EQ(second.text(), "");
 }
 
-TEST_F(Readers, fixed_reads_1023_characters_and_gives_up_at_1024)
+TEST_F(FixedReader, reads_1023_characters_and_gives_up_at_1024)
 {
     Pair longest;
     longest.write(std::string(1023, 'x') + "\n");
@@ -89,7 +90,7 @@ TEST_F(Readers, fixed_reads_1023_characters_and_gives_up_at_1024)
                 ElementsAre(LogLine{"", LOG_INFO, "ReadSocket: return -3 (socket " + std::to_string(over.fd()) + ")"}));
 }
 
-TEST_F(Readers, fixed_assembles_a_line_from_pieces)
+TEST_F(FixedReader, assembles_a_line_from_pieces)
 {
     Pair pair;
     pair.write("first ");
@@ -101,7 +102,7 @@ TEST_F(Readers, fixed_assembles_a_line_from_pieces)
     late.join();
 }
 
-TEST_F(Readers, fixed_waits_4_s_for_data_and_logs_it)
+TEST_F(FixedReader, waits_4_s_for_data_and_logs_it)
 {
     Pair pair;
     const SyslogCapture capture;
@@ -114,7 +115,7 @@ TEST_F(Readers, fixed_waits_4_s_for_data_and_logs_it)
                                              LogLine{"", LOG_INFO, "ReadSocket: return -5 (socket " + socket + ")"}));
 }
 
-TEST_F(Readers, fixed_continues_after_a_failed_wait_and_reports_the_receive_error)
+TEST_F(FixedReader, continues_after_a_failed_wait_and_reports_the_receive_error)
 {
     const SyslogCapture capture;
     EXPECT_EQ(FixedLine(-1).result, -3);

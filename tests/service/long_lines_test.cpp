@@ -303,7 +303,7 @@ protected:
         if (const char *reason = support::FailingAllocations::unavailable()) {
             GTEST_SKIP() << reason;
         }
-        // One-time allocations happen now.
+        // The first line makes the allocations that happen only once.
         Pair pair;
         pair.write("first\n");
         ASSERT_EQ(DynLine(pair.fd()).text(), "first");
@@ -317,7 +317,7 @@ protected:
     }
 };
 
-TEST_F(LongLinesWithoutMemory, leave_the_round_for_which_memory_is_missing)
+TEST_F(LongLinesWithoutMemory, leave_the_unread_rounds_in_the_socket)
 {
     const std::string line = characters(30'000) + "\n";
     const std::size_t taken[] = {0, 1024, 1024 + 4096};

@@ -1,4 +1,4 @@
-// How to call, as a cancellation point, the requests and the functions of runtime.h, service.h, codecs.h and config.h.
+// Calls for the cancellation test: the requests and the functions of runtime.h, service.h, codecs.h and config.h.
 #include "library/cancellation_calls.h"
 
 #include "catalogue/catalogue.h"

@@ -1,4 +1,4 @@
-// Calls of exported functions in which a cancellation could take effect, by the function's name.
+// Calls of the exported functions by name. A pending cancellation could take effect in each of them.
 #pragma once
 
 #include <kvo_hws/runtime.h>

@@ -1,4 +1,4 @@
-// How to call, as a cancellation point, the functions of usbevents.h and agent.h.
+// Calls for the cancellation test: the functions of usbevents.h and agent.h.
 #include "library/cancellation_calls.h"
 
 #include <kvo_hws/kvo_hws.h>
@@ -87,7 +87,7 @@ Calls eventCalls()
          })},
         {"embHwsClientThread",
          [] {
-             // As a start sets it; it tries to connect to its remote side until it is stopped.
+             // The values that a start would set. The thread tries to connect to its remote side until it is stopped.
              gEmbKvoInst->focusKvoIp = inet_addr("10.0.0.5");
              gEmbKvoInst->remoteKvoHwsIp = inet_addr("127.0.0.1");
              std::thread stopping([] {

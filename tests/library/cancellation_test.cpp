@@ -151,7 +151,7 @@ int statusOf(const std::function<bool()> &work)
 }
 
 /// Parameter: the header that declares the functions.
-class CancelledCalls : public testing::TestWithParam<std::string> {
+class CancelledThread : public testing::TestWithParam<std::string> {
 protected:
     void SetUp() override
     {
@@ -181,7 +181,7 @@ protected:
     const support::ScriptedService events{{support::closesAtOnce()}, "/tmp/kvo_hws/event_sock"};
 };
 
-TEST_P(CancelledCalls, returns_from_every_function)
+TEST_P(CancelledThread, returns_from_every_function)
 {
     const Names names = exported().at(GetParam());
     int functions = 0;
@@ -201,16 +201,16 @@ TEST_P(CancelledCalls, returns_from_every_function)
 
 std::string nameOf(const testing::TestParamInfo<std::string> &info) { return info.param; }
 
-INSTANTIATE_TEST_SUITE_P(Library, CancelledCalls,
+INSTANTIATE_TEST_SUITE_P(Library, CancelledThread,
                          testing::Values("runtime", "service", "codecs", "requests", "usbevents", "config", "agent"), nameOf);
 
-TEST(CancelledThread, does_not_return_from_a_cancellation_point)
+TEST(CancellationPoint, does_not_return_in_a_cancelled_thread)
 {
     EXPECT_FALSE(returnsFrom(exposing([] { usleep(1000); })));
     EXPECT_TRUE(returnsFrom(exposing([] {})));
 }
 
-TEST(CancelledThread, ends_after_the_library_call)
+TEST(CancellationPoint, after_a_library_call_ends_a_cancelled_thread)
 {
     EXPECT_FALSE(returnsFrom(exposing([] {
         kvo_hws_GiveUpThreadExecution();
@@ -218,7 +218,7 @@ TEST(CancelledThread, ends_after_the_library_call)
     }))) << "the cancellation is deferred, not lost";
 }
 
-TEST(CancelledThread, covers_only_exported_functions)
+TEST(ListedCalls, are_of_exported_functions)
 {
     Names names;
     for (const auto &[header, of] : exported()) {

@@ -74,8 +74,8 @@ TEST(Interface, the_binary_exports_exactly_what_is_listed)
 
 TEST(Interface, the_headers_declare_exactly_what_is_listed) { EXPECT_EQ(declaredNames(), listedNames()); }
 
-/// A variable missing in that list would exist twice: once in the library and once in the program.
-TEST(Interface, lists_all_variables_to_look_up_by_name)
+/// A variable that is missing in dynamic.list would exist twice: once in the library and once in the program.
+TEST(Interface, lists_all_variables_that_it_shares_with_programs)
 {
     const Names variables =
         matches(outputOf("nm -D --defined-only " KVO_LIBRARY), std::regex("^\\S+ [BDR] ([^@\\s]+)", std::regex::multiline));

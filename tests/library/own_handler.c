@@ -1,4 +1,5 @@
-/* A program with a function named like a handler: the agent calls its own handler, while cmds has the program's function. */
+/* A program defines a function with the name of a handler: the agent still calls the library's handler, but cmds contains the
+   program's function. */
 #include <kvo_hws/agent.h>
 
 #include <stdio.h>

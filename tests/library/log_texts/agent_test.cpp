@@ -187,28 +187,28 @@ void collectEventListener(Collector &collector)
     });
 }
 
-TEST(LogTexts, of_the_configuration)
+TEST(LogTexts, of_the_configuration_are_as_listed)
 {
     Collector collector;
     collectConfiguration(collector);
     collector.expectSeen("configuration");
 }
 
-TEST(LogTexts, of_the_station_in_focus)
+TEST(LogTexts, of_the_station_in_focus_are_as_listed)
 {
     Collector collector;
     collectFocusStation(collector);
     collector.expectSeen("focus_station");
 }
 
-TEST(LogTexts, of_the_agent)
+TEST(LogTexts, of_the_agent_are_as_listed)
 {
     Collector collector;
     collectAgent(collector);
     collector.expectSeen("agent");
 }
 
-TEST(LogTexts, of_the_embedded_events)
+TEST(LogTexts, of_the_embedded_events_are_as_listed)
 {
     Collector collector;
     collectEventListener(collector);

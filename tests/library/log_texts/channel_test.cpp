@@ -103,7 +103,7 @@ void collectReaders(Collector &collector)
     }
 }
 
-TEST(LogTexts, of_the_channels)
+TEST(LogTexts, of_the_channels_are_as_listed)
 {
     Collector collector;
     collector.run("debug mode", kAll, [] {

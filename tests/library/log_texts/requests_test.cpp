@@ -39,7 +39,7 @@ void collectOthers(Collector &collector)
     });
 }
 
-TEST(LogTexts, of_the_requests)
+TEST(LogTexts, of_the_requests_are_as_listed)
 {
     Collector collector;
     for (const catalogue::Family &family : catalogue::families()) {

@@ -75,7 +75,7 @@ void collectUsbEvents(Collector &collector)
     });
 }
 
-TEST(LogTexts, of_the_usb_events)
+TEST(LogTexts, of_the_usb_events_are_as_listed)
 {
     Collector collector;
     collectUsbEvents(collector);

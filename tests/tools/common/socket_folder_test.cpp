@@ -32,7 +32,7 @@ TEST(SocketFolder, is_created_again_if_it_was_removed_before_the_lock_was_grante
     const kvosim_test::TemporaryDirectory root;
     const std::filesystem::path path = root / "sockets";
     ASSERT_EQ(mkdir(path.c_str(), tools::kMadeByRun), 0);
-    // Locks the folder as the last run does before it removes it.
+    // Locks the folder, as the last run does before removing the folder.
     const Descriptor last(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     struct stat status {};
     ASSERT_EQ(fstat(last.get(), &status), 0);

@@ -19,7 +19,7 @@ class Progress : public testing::Test {
 protected:
     Progress() { setenv("TERM", "xterm", 1); }
 
-    /// One step of the work, @p after the previous one.
+    /// Makes one step of the work, at the time @p after the previous step.
     static void step(ProgressLine &line, std::chrono::milliseconds after, const std::string &text)
     {
         now_ += after;

@@ -69,7 +69,7 @@ TEST_F(AgentExec, answers_failed_if_the_program_cannot_be_run)
 
 TEST_F(AgentExec, ends_while_the_program_hangs)
 {
-    // Bounded, so that no process remains for long.
+    // The program ends by itself, so that no process remains for long.
     const Script script("touch hangs; exec sleep 20");
     RunningAgent agent({"--exec", script.path()});
     ASSERT_TRUE(remote_.accept());

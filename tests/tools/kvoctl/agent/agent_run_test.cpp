@@ -1,5 +1,6 @@
 // "kvoctl agent run": its parameters, its output, the indications that it pushes, and its end.
 #include "tools/kvoctl/support/agents.h"
+#include "tools/kvoctl/support/signals.h"
 
 #include <chrono>
 #include <vector>
@@ -219,7 +220,7 @@ TEST(AgentRunAlone, waits_for_a_remote_service)
 
 class AgentSignals : public testing::TestWithParam<int> {};
 
-TEST_P(AgentSignals, end_it_with_status_0)
+TEST_P(AgentSignals, end_the_agent_with_status_0)
 {
     const ScriptedService service({knowsFocus()});
     RemoteService remote(kSession);
@@ -233,7 +234,7 @@ TEST_P(AgentSignals, end_it_with_status_0)
     EXPECT_EQ(remote.line(), "(closed)");
 }
 
-INSTANTIATE_TEST_SUITE_P(Each, AgentSignals, testing::Values(SIGINT, SIGTERM, SIGHUP));
+INSTANTIATE_TEST_SUITE_P(Each, AgentSignals, testing::Values(SIGINT, SIGTERM, SIGHUP), signalName);
 
 struct Unreadable {
     std::string name;
@@ -249,7 +250,7 @@ std::ostream &operator<<(std::ostream &out, const Unreadable &row) { return out 
 
 class UnreadableStations : public testing::TestWithParam<Unreadable> {};
 
-TEST_P(UnreadableStations, end_it_with_a_message)
+TEST_P(UnreadableStations, end_the_agent_with_a_message)
 {
     const Unreadable &row = GetParam();
     std::optional<ScriptedService> service;

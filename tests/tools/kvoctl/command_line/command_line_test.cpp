@@ -23,9 +23,9 @@ struct Refused {
 
 std::ostream &operator<<(std::ostream &out, const Refused &row) { return out << row.name; }
 
-class Usage : public testing::TestWithParam<Refused> {};
+class WrongUsage : public testing::TestWithParam<Refused> {};
 
-TEST_P(Usage, is_refused_before_a_request_is_sent)
+TEST_P(WrongUsage, is_refused_before_a_request_is_sent)
 {
     const auto &[name, arguments, command, meaning] = GetParam();
     const ScriptedService service({support::replies("ok")});
@@ -42,7 +42,7 @@ const std::vector<Refused> kRefused = {
     {"mistyped_command", {"statons"}, "", R"("statons" is not a command; did you mean "stations"?)"},
     {"mistyped_command_with_its_help", {"statons", "--help"}, "", R"("statons" is not a command; did you mean "stations"?)"},
     {"help_of_a_mistyped_command", {"help", "statons"}, "", R"("statons" is not a command; did you mean "stations"?)"},
-    {"command_of_a_family", {"reboot"}, "", R"("reboot" is not a command; did you mean "viewer reboot"?)"},
+    {"command_without_its_family", {"reboot"}, "", R"("reboot" is not a command; did you mean "viewer reboot"?)"},
     {"unknown_option", {"ready", "--now"}, "ready", R"("--now" is not an option)"},
     {"mistyped_option",
      {"stations", "--extendet=yes"},
@@ -62,34 +62,37 @@ const std::vector<Refused> kRefused = {
      {"usb", "lock", "set", "1", "0", "10.0.0.5", "256.0.0.1"},
      "usb lock set",
      R"(STATION: "256.0.0.1" is not an IPv4 address; its four numbers go from 0 to 255, without leading zeros)"},
-    {"two_lists", {"stations", "--previous", "--current"}, "stations", "--previous excludes --current"},
+    {"two_registry_lists", {"stations", "--previous", "--current"}, "stations", "--previous excludes --current"},
     {"extended_registry_list", {"stations", "--extended", "--previous"}, "stations", "--extended excludes --previous"},
     {"timeout_without_lock", {"stations", "--lock-timeout", "3"}, "stations", "--lock-timeout needs --previous or --current"},
-    {"timeout_of_words",
+    {"timeout_in_words",
      {"stations", "--current", "--lock-timeout", "soon"},
      "stations",
      R"(--lock-timeout: "soon" is not a whole number of seconds)"},
     {"negative_wait", {"ready", "--wait", "-1"}, "ready", R"(--wait: "-1" is not a whole number of seconds)"},
-    {"too_long_a_wait", {"ready", "--wait", "4294967296"}, "ready", R"(--wait: "4294967296" is not a whole number of seconds)"},
-    {"half_a_second", {"ready", "--wait", "0.5"}, "ready", R"(--wait: "0.5" is not a whole number of seconds)"},
-    {"no_station", {"station"}, "station", "STATION is required"},
+    {"wait_that_is_too_long",
+     {"ready", "--wait", "4294967296"},
+     "ready",
+     R"(--wait: "4294967296" is not a whole number of seconds)"},
+    {"wait_of_half_a_second", {"ready", "--wait", "0.5"}, "ready", R"(--wait: "0.5" is not a whole number of seconds)"},
+    {"missing_station", {"station"}, "station", "STATION is required"},
     {"empty_station", {"station", ""}, "station", "STATION: a station's name or address cannot be empty"},
-    {"station_0", {"station", "0.0.0.0"}, "station", "no station has the address 0.0.0.0"},
+    {"station_with_address_0", {"station", "0.0.0.0"}, "station", "no station has the address 0.0.0.0"},
     {"line_feed_in_a_name",
      {"station", "a\nkillDaemon"},
      "station",
      R"(STATION: "a\x0AkillDaemon" contains a control character)"},
     {"tab_in_a_name", {"brightness", "a\tb", "on"}, "brightness", R"(STATION: "a\x09b" contains a control character)"},
-    {"delete_in_a_name", {"station", "a\x7F"}, "station", R"(STATION: "a\x7F" contains a control character)"},
-    {"too_long_a_name", {"station", std::string(260, 'n')}, "station", "STATION: a station's name has at most 259 bytes"},
-    {"dim_backlight", {"backlight", "dim"}, "backlight", R"(STATE: "dim" is not one of on, off)"},
-    {"numbered_backlight", {"backlight", "1"}, "backlight", R"(STATE: "1" is not one of on, off)"},
-    {"brightness_of_nothing", {"brightness", "10.0.0.5"}, "brightness", "STATE is required"},
+    {"delete_character_in_a_name", {"station", "a\x7F"}, "station", R"(STATION: "a\x7F" contains a control character)"},
+    {"name_that_is_too_long", {"station", std::string(260, 'n')}, "station", "STATION: a station's name has at most 259 bytes"},
+    {"backlight_dim", {"backlight", "dim"}, "backlight", R"(STATE: "dim" is not one of on, off)"},
+    {"backlight_by_number", {"backlight", "1"}, "backlight", R"(STATE: "1" is not one of on, off)"},
+    {"brightness_without_a_state", {"brightness", "10.0.0.5"}, "brightness", "STATE is required"},
     {"debug_level_3", {"debug-level", "3"}, "debug-level", R"(LEVEL: "3" is not one of none, 1, 2, I, II)"}};
 
-INSTANTIATE_TEST_SUITE_P(Rows, Usage, testing::ValuesIn(kRefused), [](const auto &row) { return row.param.name; });
+INSTANTIATE_TEST_SUITE_P(Rows, WrongUsage, testing::ValuesIn(kRefused), [](const auto &row) { return row.param.name; });
 
-TEST(Usage, shows_the_help_on_standard_error_if_the_command_is_missing)
+TEST(MissingCommand, shows_the_help_on_standard_error)
 {
     for (const Arguments &family : {Arguments{}, Arguments{"usb"}, Arguments{"usb", "lock"}}) {
         Arguments asking = family;
@@ -101,12 +104,12 @@ TEST(Usage, shows_the_help_on_standard_error_if_the_command_is_missing)
     }
 }
 
-TEST(Usage, without_a_command_is_one_json_document)
+TEST(MissingCommand, is_shown_as_one_json_document)
 {
     EXPECT_EQ(kvoctl({"--json"}).document(), Json::parse(R"({"error": {"code": null, "meaning": "a command is missing"}})"));
 }
 
-TEST(Usage, is_one_json_document_without_a_result_code)
+TEST(RefusedValue, is_shown_as_one_json_document_without_a_result_code)
 {
     const Ended ended = kvoctl({"backlight", "dim", "--json"});
     EXPECT_EQ(ended.status, 2);
@@ -121,7 +124,7 @@ TEST(GlobalOptions, are_accepted_before_and_after_the_subcommand)
     }
 }
 
-TEST(GlobalOptions, after_two_dashes_are_names)
+TEST(GlobalOptions, are_names_after_two_dashes)
 {
     const ScriptedService service({support::replies("not found")});
     const Ended ended = kvoctl({"station", "--", "--json"});
@@ -180,7 +183,7 @@ void expectHelpThatFits(const Json &command, Arguments words)
 
 TEST(Help, fits_80_columns_by_default) { expectHelpThatFits(kvoctl({"complete", "--structure"}).document(), {}); }
 
-TEST(Help, uses_the_width_of_the_terminal_and_then_columns)
+TEST(Help, uses_the_width_of_the_terminal_or_the_variable_columns)
 {
     const std::string folded = "  --debug                     Write the library's debug messages to standard\n"
                                "                              error\n";

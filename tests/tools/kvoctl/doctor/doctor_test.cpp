@@ -90,7 +90,7 @@ public:
     {
         const std::filesystem::path build = std::filesystem::path(LIBRARY_DIRECTORY).parent_path();
         hidden = unshare(CLONE_NEWNS) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
-        const int kept = open(build.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);  // of the new namespace
+        const int kept = open(build.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);  // opened in the new namespace
         hidden = hidden && mount("tmpfs", "/tmp", "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755,size=1m") == 0;
         if (hidden && build.string().starts_with("/tmp/")) {
             std::filesystem::create_directories(build);
@@ -137,7 +137,7 @@ TEST_F(Doctor, lists_all_findings_in_one_document)
                           finding("directory", "The directory /tmp/kvo_hws exists."),
                           finding("socket", "The socket /tmp/kvo_hws/cmd_sock exists."),
                           finding("connection", "The service accepts connections: process " + std::to_string(getpid()) +
-                                                    " (kvoctl_doctor_t)."),  // the system cuts names
+                                                    " (kvoctl_doctor_t)."),  // the kernel truncates program names
                           finding("answer", "The service answers and is ready.")}}};
     EXPECT_EQ(document.dump(2), expected.dump(2));
     EXPECT_EQ(service.requests(), std::vector<std::string>{"isInitComplete\n"});
@@ -304,7 +304,7 @@ TEST(PlatformLibrary, that_is_broken_prevents_the_program_from_starting)
     const TemporaryDirectory directory;
     std::ofstream(directory / "libdrak.so") << "";
     const Ended ended = kvoctl({"doctor"}, {.environment = {"LD_LIBRARY_PATH=" + directory.path().string(), "LC_ALL=C.UTF-8"}});
-    EXPECT_EQ(ended.status, 127);  // the loader's
+    EXPECT_EQ(ended.status, 127);  // the exit status of the loader
     EXPECT_EQ(ended.out, "");
     EXPECT_THAT(ended.err, HasSubstr("error while loading shared libraries: " + (directory / "libdrak.so").string()));
 }

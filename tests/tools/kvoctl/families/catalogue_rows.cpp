@@ -21,7 +21,6 @@ std::vector<Case> shownRows(const catalogue::Request &request)
         return {};
     }
     CommandRows rows(request);
-    rows.named("shows_");
     for (const catalogue::Shown &shown : request.shown()) {
         rows.shows(shown.reply, shown.text, shown.document, shown.status);
     }
@@ -33,7 +32,6 @@ std::vector<Case> shownRows(const catalogue::Request &request)
 std::vector<Case> resultRows(const catalogue::Request &request)
 {
     CommandRows rows(request);
-    rows.named("catalogue_");
     const bool isQuestion = kQuestions.contains(request.kvoctlWords());
     std::set<int32_t> seen;
     for (const catalogue::Exchange &exchange : request.allExchanges()) {

@@ -70,7 +70,7 @@ Entry entryOf(const catalogue::Request &request)
 {
     const std::string &words = request.kvoctlWords();
     const catalogue::Shown &shown = request.shown().front();
-    const bool isConnectors = words == "usb connectors";  // its -4 is the refusal
+    const bool isConnectors = words == "usb connectors";  // its result -4 means a refusal, not a missing value
     const Nothing nothing = isConnectors ? Nothing{"usb-connector-list-one=", 0} : nothingOf(request);
     std::string section = words.substr(0, words.find(' '));
     std::ranges::replace(section, '-', '_');
@@ -90,7 +90,7 @@ Entry entryOf(const catalogue::Request &request)
             .fails = !isInput && (nothing.reply == "failed" || nothing.reply == "not found")};
 }
 
-/// Requests that belong to one subcommand together, or to one of its modes.
+/// Requests whose subcommand sends several requests or has modes.
 const std::vector<Entry> kSpecial{
     {"getBacklightBrightnessV2=0 0A000005",
      "panel brightness-v2",

@@ -80,7 +80,7 @@ std::ostream &operator<<(std::ostream &out, const Scenario &row) { return out <<
 
 class SimulatedStations : public testing::TestWithParam<Scenario> {};
 
-TEST_P(SimulatedStations, answer)
+TEST_P(SimulatedStations, show_values_that_were_set_and_report_missing_ones)
 {
     const RunningService service(kPlant);
     for (const Step &step : GetParam().steps) {

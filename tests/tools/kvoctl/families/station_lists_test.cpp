@@ -118,7 +118,7 @@ TEST(Stations, show_a_refusal_as_text_and_as_one_document)
               Json::parse(R"({"error": {"code": -1, "meaning": "the service refused or sent an unknown reply"}})"));
 }
 
-TEST(Stations, can_have_an_address_of_all_ones_in_the_service_s_list)
+TEST(Stations, may_have_the_address_255_255_255_255_in_the_list_of_the_service)
 {
     const ScriptedService service(scripts({"1", "00000001 FFFFFFFF 00000001 00000002 00000003 00000001 x "}));
     EXPECT_EQ(kvoctl({"stations", "--json"}).document()["stations"][0]["address"], "255.255.255.255");

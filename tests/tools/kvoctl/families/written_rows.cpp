@@ -54,7 +54,7 @@ std::vector<Case> rowsOf(const Search &search)
             rows.fails(exchange.replies.front(), -3, std::string("several stations have the ") + search.what);
         }
     }
-    return rows.named("search_").fails("failed", -1, refused).fails("hm", -1, refused).missesTheService().rows();
+    return rows.fails("failed", -1, refused).fails("hm", -1, refused).missesTheService().rows();
 }
 
 std::vector<Case> clientRows()

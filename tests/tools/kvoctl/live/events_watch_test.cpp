@@ -2,6 +2,7 @@
 #include "support/scripted_service.h"
 #include "support/usb_events.h"
 #include "tools/kvoctl/support/script.h"
+#include "tools/kvoctl/support/signals.h"
 #include "tools/kvoctl/support/watching.h"
 
 #include <chrono>
@@ -134,7 +135,7 @@ TEST(EventsWatch, reports_a_service_that_has_ended)
 
 class EventSignals : public testing::TestWithParam<int> {};
 
-TEST_P(EventSignals, end_it_even_without_a_service)
+TEST_P(EventSignals, end_the_watch_even_without_a_service)
 {
     Events watch;
     ASSERT_TRUE(support::eventually([&watch] { return watch.err() == kNotYet; }));
@@ -145,7 +146,7 @@ TEST_P(EventSignals, end_it_even_without_a_service)
     EXPECT_EQ(watch.out(), "");
 }
 
-INSTANTIATE_TEST_SUITE_P(Each, EventSignals, testing::Values(SIGINT, SIGTERM, SIGHUP));
+INSTANTIATE_TEST_SUITE_P(Each, EventSignals, testing::Values(SIGINT, SIGTERM, SIGHUP), signalName);
 
 TEST(EventsWatch, ends_with_status_0_when_its_output_is_closed)
 {

@@ -129,8 +129,8 @@ TEST_P(FailingPrograms, are_reported_to_the_daemon_and_to_the_user)
     EXPECT_EQ(watch.events().size(), 1U);
 }
 
-const std::vector<FailingProgram> kFailingPrograms = {{"status", "exit 3", "exited with status 3"},
-                                                      {"signal", "kill -9 $$", "was killed by signal 9"}};
+const std::vector<FailingProgram> kFailingPrograms = {{"exit_status_3", "exit 3", "exited with status 3"},
+                                                      {"killed_by_a_signal", "kill -9 $$", "was killed by signal 9"}};
 
 INSTANTIATE_TEST_SUITE_P(Rows, FailingPrograms, testing::ValuesIn(kFailingPrograms),
                          [](const auto &row) { return row.param.name; });
@@ -150,7 +150,7 @@ TEST(UsbExec, reports_for_each_event_that_the_program_cannot_be_run)
 TEST(UsbExec, handles_other_events_and_ends_while_the_program_hangs)
 {
     const ScriptedService service({acceptsAll()});
-    // Bounded, so that no process remains for long.
+    // The program ends by itself, so that no process remains for long.
     const Script script("[ \"$KVO_USB_EVENT\" = state ] || exit 0; touch hangs; exec sleep 20");
     Watching watch({"--exec", script.path()});
     ASSERT_TRUE(watch.isActive());

@@ -1,4 +1,5 @@
 // "kvoctl usb watch": its output for events, its end, and that nothing blocks its end.
+#include "tools/kvoctl/support/signals.h"
 #include "tools/kvoctl/support/usb_devices.h"
 #include "tools/kvoctl/support/watching.h"
 
@@ -190,9 +191,9 @@ TEST(UsbWatch, shows_the_library_s_messages_with_the_option_debug)
 
 // ---- The end ----
 
-class Signals : public testing::TestWithParam<int> {};
+class WatchSignals : public testing::TestWithParam<int> {};
 
-TEST_P(Signals, close_the_events)
+TEST_P(WatchSignals, close_the_events)
 {
     const ScriptedService service({acceptsAll()});
     Watching watch;
@@ -203,7 +204,7 @@ TEST_P(Signals, close_the_events)
     EXPECT_EQ(deliver(removedText()), "(no server)");
 }
 
-INSTANTIATE_TEST_SUITE_P(Each, Signals, testing::Values(SIGINT, SIGTERM, SIGHUP));
+INSTANTIATE_TEST_SUITE_P(Each, WatchSignals, testing::Values(SIGINT, SIGTERM, SIGHUP), signalName);
 
 TEST(UsbWatch, ends_when_another_program_takes_over_the_events)
 {

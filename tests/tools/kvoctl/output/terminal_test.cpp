@@ -141,7 +141,7 @@ TEST(Terminal, shows_failures_in_colour)
                 testing::StartsWith(std::string(kRed) + "kvoctl:" + kPlain + " \"statons\" is not a command"));
 }
 
-TEST(Terminal, of_unknown_width_uses_columns)
+TEST(Terminal, of_unknown_width_uses_the_variable_columns)
 {
     EXPECT_EQ(tableOf("A name that is too long", {.terminal = 0, .environment = {"COLUMNS=40"}}),
               "ADDRESS   NAME       ATTR1  ATTR2  ATTR3\n"
@@ -149,7 +149,7 @@ TEST(Terminal, of_unknown_width_uses_columns)
               "1 station\n");
 }
 
-TEST(Terminal, of_unknown_width_cuts_nothing_if_columns_is_not_a_width)
+TEST(Terminal, of_unknown_width_cuts_nothing_if_the_variable_columns_is_not_a_width)
 {
     for (const char *columns : {"COLUMNS=", "COLUMNS=0", "COLUMNS=40x", "COLUMNS=-40"}) {
         EXPECT_THAT(tableOf("A name that is too long", {.terminal = 0, .environment = {columns}}),
@@ -158,13 +158,13 @@ TEST(Terminal, of_unknown_width_cuts_nothing_if_columns_is_not_a_width)
     }
 }
 
-TEST(Terminal, s_own_width_takes_precedence_over_columns)
+TEST(Terminal, uses_its_own_width_rather_than_the_variable_columns)
 {
     EXPECT_THAT(tableOf("A name that is too long", {.terminal = 200, .environment = {"COLUMNS=40"}}),
                 testing::HasSubstr("A name that is too long"));
 }
 
-TEST(Pipe, shows_whole_names_regardless_of_columns)
+TEST(Pipe, shows_whole_names_regardless_of_the_variable_columns)
 {
     const std::string longest(259, 'n');
     EXPECT_THAT(tableOf(longest, {.environment = {"COLUMNS=40"}}), testing::HasSubstr(longest));
@@ -211,7 +211,7 @@ TEST(Names, are_measured_in_displayed_columns)
         {"Fräse", "10.0.0.5  Fräse      1      2      3"},
         {"プレス", "10.0.0.5  プレス      1      2      3"},
         {"Fra\u0308se", "10.0.0.5  Fra\u0308se      1      2      3"},
-        // Two columns each: the eighth would need the sixteenth column, the seventh the ellipsis's.
+        // Each of these characters takes two columns. The name has 15 columns; the last one is for the ellipsis.
         {"プレスプレスプレス", "10.0.0.5  プレスプレスプ…      1      2      3"},
         {"aプレスプレスプレス", "10.0.0.5  aプレスプレス…       1      2      3"},
         // The accent belongs to the letter before it and is cut off with it, never alone.

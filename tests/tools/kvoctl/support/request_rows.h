@@ -6,7 +6,9 @@
 #include "catalogue/catalogue.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <iterator>
+#include <map>
 #include <sstream>
 
 namespace kvoctl_test {
@@ -38,45 +40,44 @@ public:
     /// A reply with output.
     CommandRows &shows(const std::string &reply, const std::string &out, const std::string &document, int status = 0)
     {
-        return add({reply}, {request_}, status, out, document);
+        return add("shows", {reply}, {request_}, status, out, document);
     }
 
     /// A reply that means success without output.
-    CommandRows &isDone(const std::string &reply = "ok") { return shows(reply, "", R"({"done": true})"); }
+    CommandRows &isDone(const std::string &reply = "ok")
+    {
+        return add("succeeds", {reply}, {request_}, 0, "", R"({"done": true})");
+    }
 
     /// A reply that leads to this result and message.
     CommandRows &fails(const std::string &reply, int result, const std::string &meaning)
     {
         const std::string document = Json{{"error", {{"code", result}, {"meaning", meaning}}}}.dump();
-        return add({reply}, {request_}, result == 0 ? 1 : 4, "", document,
-                   meaning + " (result " + std::to_string(result) + ")\n");
-    }
-
-    /// Adds @p kind to the names of the rows, to distinguish them from other rows of the same subcommand.
-    CommandRows &named(std::string kind)
-    {
-        kind_ = std::move(kind);
-        return *this;
+        return add("fails_with_" + std::string(result < 0 ? "minus_" : "") + std::to_string(std::abs(result)), {reply},
+                   {request_}, result == 0 ? 1 : 4, "", document, meaning + " (result " + std::to_string(result) + ")\n");
     }
 
     /// Without a service.
-    CommandRows &missesTheService() { return add({}, {}, 3, "", kMissingDocument, kMissing); }
+    CommandRows &missesTheService() { return add("fails_without_a_service", {}, {}, 3, "", kMissingDocument, kMissing); }
 
     /// Returns all rows. Call it last.
     [[nodiscard]] std::vector<Case> rows() { return std::move(rows_); }
 
 private:
-    CommandRows &add(const std::vector<std::string> &replies, const std::vector<std::string> &requests, int status,
-                     const std::string &out, const std::string &document, const std::string &err = "")
+    /// The name of a row is the command line and the outcome, with a number if several rows have this outcome.
+    CommandRows &add(const std::string &outcome, const std::vector<std::string> &replies,
+                     const std::vector<std::string> &requests, int status, const std::string &out, const std::string &document,
+                     const std::string &err = "")
     {
         std::string name;
         for (const std::string &argument : arguments_) {
             name += argument + "_";
         }
-        name += kind_;
+        name += outcome;
         std::replace_if(
             name.begin(), name.end(), [](unsigned char byte) { return std::isalnum(byte) == 0; }, '_');
-        rows_.push_back({.name = name + std::to_string(rows_.size() + 1),
+        const int before = names_[name]++;
+        rows_.push_back({.name = before == 0 ? name : name + "_" + std::to_string(before + 1),
                          .arguments = arguments_,
                          .replies = replies,
                          .requests = requests,
@@ -90,7 +91,7 @@ private:
     std::string words_;
     std::string request_;
     Arguments arguments_;
-    std::string kind_;
+    std::map<std::string, int> names_;  ///< how many rows have the name
     std::vector<Case> rows_;
 };
 

@@ -137,7 +137,7 @@ void expectSame(const std::string &text, bool extended, int (*read)(uint32_t *, 
     std::vector<Station> expected;
     const unsigned long announced = std::strtoul(text.c_str(), nullptr, 16);
     if (static_cast<uint32_t>(announced) > 64) {
-        return;  // no caller has an array for a count that the damage made large
+        return;  // the damaged count is larger than any array of a caller
     }
     const int referenceResult = readWithReference(text, extended, referenceCount, expected);
 

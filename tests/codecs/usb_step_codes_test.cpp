@@ -99,7 +99,7 @@ std::vector<Field> beginningAnd(std::vector<Field> rest)
 }
 
 const std::vector<ReaderRow> kReaders = {
-    {"NM", with(ConvertCmd2USBDeviceNM),
+    {"ConvertCmd2USBDeviceNM", with(ConvertCmd2USBDeviceNM),
      beginningAnd({{"4", -5},
                    {"5", -6},
                    {"6", -7},
@@ -110,7 +110,7 @@ const std::vector<ReaderRow> kReaders = {
                    {"0001", -18, -12},
                    {"0002", -13, -14},
                    {"00 01 ", -15}})},
-    {"New", with(ConvertCmd2USBDeviceNew),
+    {"ConvertCmd2USBDeviceNew", with(ConvertCmd2USBDeviceNew),
      beginningAnd({{"4", -5},
                    {"5", -6},
                    {"6", -7},
@@ -120,11 +120,11 @@ const std::vector<ReaderRow> kReaders = {
                    {"08000000", -20, -17},
                    {"0001", -18, -12},
                    {"0002", -13}})},
-    {"IM", with(ConvertCmd2USBDeviceIM),
+    {"ConvertCmd2USBDeviceIM", with(ConvertCmd2USBDeviceIM),
      beginningAnd({{"4", -5}, {"5", -6}, {"8", -7}, {"00000001", -8, -10}, {"00000002", -11, -12}, {"0003", -13, -14}})},
-    {"CS", with(ConvertCmd2USBDeviceCS), beginningAnd({{"00000003", -5, -10}})},
-    {"RM", with(ConvertCmd2USBDeviceRM), {{"keyword", -1}, {"10.0.0.5", -1}, {"usb1", -1}, {"1-1.4", -1}}},
-    {"Remove",
+    {"ConvertCmd2USBDeviceCS", with(ConvertCmd2USBDeviceCS), beginningAnd({{"00000003", -5, -10}})},
+    {"ConvertCmd2USBDeviceRM", with(ConvertCmd2USBDeviceRM), {{"keyword", -1}, {"10.0.0.5", -1}, {"usb1", -1}, {"1-1.4", -1}}},
+    {"ConvertCmd2USBDeviceRemove",
      with<UsbRemoveInfo, 264>(ConvertCmd2USBDeviceRemove),
      {{"keyword", -1}, {"10.0.0.5", -1}, {"usb1", -1}, {"1-1.4", -1}}}};
 

@@ -108,7 +108,7 @@ TEST(AccessorValues, start_with_session_0)
     EXPECT_EQ(wordOut, 0U);
 }
 
-TEST(AccessorValues, name_the_configured_interface_although_no_file_was_read)
+TEST(AccessorValues, log_the_configured_interface_although_no_file_was_read)
 {
     char name[] = "eth9";
     sConfData = {};
@@ -119,7 +119,7 @@ TEST(AccessorValues, name_the_configured_interface_although_no_file_was_read)
     sConfData = {};
 }
 
-TEST(AccessorValues, wrap_around_a_session_below_the_first_port)
+TEST(AccessorValues, wrap_around_if_the_port_is_below_that_of_session_0)
 {
     const Read file("port = 5849\n");
     EXPECT_EQ(GetSessionNumber(&wordOut), 0);

@@ -176,7 +176,8 @@ TEST_P(NameKeys, name_the_station)
     EXPECT_STREQ(sConfData.name, "Lathe 3");
 }
 
-INSTANTIATE_TEST_SUITE_P(Of, NameKeys, testing::Values("Hostname", "rhz_name", "jdl_name", "name", "hostname"));
+INSTANTIATE_TEST_SUITE_P(Of, NameKeys, testing::Values("Hostname", "rhz_name", "jdl_name", "name", "hostname"),
+                         [](const auto &row) { return std::string(row.param); });
 
 TEST(ReadConfFile, knows_two_keys_for_the_interface)
 {
@@ -197,7 +198,7 @@ struct Mode {
 
 class Modes : public testing::TestWithParam<Mode> {};
 
-TEST_P(Modes, are_accepted_in_any_case)
+TEST_P(Modes, have_their_number_in_each_key)
 {
     for (const char *const key : {"backlight", "brightness", "backlight_brightness"}) {
         const Read file(std::string(key) + " = " + GetParam().word + "\n");
@@ -210,7 +211,8 @@ TEST_P(Modes, are_accepted_in_any_case)
 const std::vector<Mode> kModes = {{"all", 0},  {"ALL", 0},   {"visible", 1}, {"Visible", 1}, {"none", 2},
                                   {"NONE", 2}, {"dim", 255}, {"nones", 255}, {"al", 255},    {"0", 255}};
 
-INSTANTIATE_TEST_SUITE_P(Of, Modes, testing::ValuesIn(kModes));
+INSTANTIATE_TEST_SUITE_P(Of, Modes, testing::ValuesIn(kModes),
+                         [](const auto &row) { return std::string(row.param.word) + "_is_" + std::to_string(row.param.mode); });
 
 TEST(ModeReader, reports_whether_it_accepts_a_word)
 {

@@ -40,7 +40,7 @@ using reliability::Site;
 
 namespace faults = reliability::faults;
 
-/// The message for a run that hangs. It is formatted before the run, because a signal handler cannot do it.
+/// The message for a run that hangs. It is formatted before the run, because a signal handler cannot format texts.
 std::array<char, 256> hangMessage{};
 
 void abortHangingRun(int /*signal*/)

@@ -88,7 +88,7 @@ TEST_F(RegistryLists, are_read_under_the_daemons_lock)
     EXPECT_EQ(list[0].attr3, 3U);
 }
 
-TEST_F(RegistryLists, previous_and_current_are_two_files)
+TEST_F(RegistryLists, are_read_from_one_file_for_each_list)
 {
     writeCurrent("\"now\" 10.0.0.5 1x2:3\n");
     std::ofstream(directory_ + "kvo_hws/prevkvos.reg") << "\"before\" 10.0.0.5 1x2:3\n";
@@ -110,7 +110,7 @@ TEST_F(RegistryLists, log_no_messages_of_their_own)
     EXPECT_THAT(capture.lines(), IsEmpty());
 }
 
-TEST_F(RegistryLists, three_lines_need_three_elements)
+TEST_F(RegistryLists, need_one_element_for_each_line)
 {
     writeCurrent("\"a\" 10.0.0.1 1x2:3\n\"b\" 10.0.0.2 4x5:6\n\"c\" 10.0.0.3 7x8:9\n");
     EXPECT_EQ(readCurrent(2), -3);
@@ -174,8 +174,8 @@ const Lines kLines[] = {
     {"blanks_alone", "   \"\"  ", {}},
     {"name_without_end", "\"a 10.0.0.1 1x2:3\n", {}},
     {"address_without_end", "\"a\" 10.0.0.1", {}},
-    {"no_x", "\"a\" 10.0.0.1 1:2:3\n", {}},
-    {"no_colon", "\"a\" 10.0.0.1 1x2x3\n", {}},
+    {"missing_x", "\"a\" 10.0.0.1 1:2:3\n", {}},
+    {"missing_colon", "\"a\" 10.0.0.1 1x2x3\n", {}},
 };
 
 INSTANTIATE_TEST_SUITE_P(Table, RegistryLines, testing::ValuesIn(kLines), [](const auto &row) { return row.param.name; });
@@ -231,7 +231,7 @@ TEST_F(RegistryLists, a_pipe_instead_of_the_file_does_not_block)
     EXPECT_EQ(count, 0U);
 }
 
-TEST_F(RegistryLists, null_pointers_send_no_request)
+TEST_F(RegistryLists, refuse_null_pointers_before_a_request_is_sent)
 {
     const ScriptedService service({support::replies("yes")});
     KvoDescription one[1];
@@ -254,7 +254,7 @@ std::ostream &operator<<(std::ostream &out, const Answers &row) { return out << 
 
 class RegistryAnswers : public RegistryLists, public testing::WithParamInterface<Answers> {};
 
-TEST_P(RegistryAnswers, end_the_read)
+TEST_P(RegistryAnswers, lead_to_the_expected_result)
 {
     std::vector<support::Script> scripts;
     for (const std::string &reply : GetParam().replies) {
@@ -268,21 +268,21 @@ TEST_P(RegistryAnswers, end_the_read)
 
 const Answers kAnswers[] = {
     {"still_starting", {"no"}, {"isInitComplete\n"}, 0},
-    {"init_failed", {"failed"}, {"isInitComplete\n"}, -1},
+    {"readiness_failed", {"failed"}, {"isInitComplete\n"}, -1},
     {"path_failed", {"yes", "failed"}, {"isInitComplete\n", "getregistrypath\n"}, -1},
     {"lock_failed", {"yes", "/tmp/", "failed"}, {"isInitComplete\n", "getregistrypath\n", "lockKVORegData\n"}, -1},
     {"lock_busy_is_tried_once_at_timeout_0",
      {"yes", "/tmp/", "busy"},
      {"isInitComplete\n", "getregistrypath\n", "lockKVORegData\n"},
      -4},
-    {"path_of_1005", {"yes", "/" + std::string(1004, 'p'), "ok", "ok"}, kAllRequests, -1},
-    {"path_of_1100", {"yes", "/" + std::string(1099, 'p'), "ok", "ok"}, kAllRequests, -1},
+    {"path_of_1005_characters", {"yes", "/" + std::string(1004, 'p'), "ok", "ok"}, kAllRequests, -1},
+    {"path_of_1100_characters", {"yes", "/" + std::string(1099, 'p'), "ok", "ok"}, kAllRequests, -1},
     {"path_without_file", {"yes", "/nowhere/", "ok", "ok"}, kAllRequests, -1},
 };
 
 INSTANTIATE_TEST_SUITE_P(Table, RegistryAnswers, testing::ValuesIn(kAnswers), [](const auto &row) { return row.param.name; });
 
-TEST_F(RegistryLists, no_service_is_minus_2)
+TEST_F(RegistryLists, return_minus_2_without_a_service)
 {
     KvoDescription one[1];
     uint32_t capacity = 1;

@@ -179,7 +179,7 @@ TEST_F(UsbLockDatagrams, an_invalid_host_is_refused_before_anything_is_sent)
     EXPECT_EQ(stations_.received(), Texts{});
 }
 
-TEST_F(UsbLockDatagrams, no_socket_is_a_failure)
+TEST_F(UsbLockDatagrams, a_socket_that_cannot_be_opened_is_a_failure)
 {
     const MessagesOn messages;
     const SyslogCapture capture;

@@ -13,14 +13,14 @@ namespace {
 using support::ScriptedService;
 using Lines = std::vector<std::string>;
 
-TEST(Wire, service)
+TEST(Wire, has_the_expected_bytes_for_the_service)
 {
     const ScriptedService service({support::replies("yes")});
     EXPECT_EQ(KVO_HWS_isInitComplete(), 1);
     EXPECT_EQ(service.requests(), Lines{"isInitComplete\n"});
 }
 
-TEST(Wire, station_lists)
+TEST(Wire, has_the_expected_bytes_for_station_lists)
 {
     const ScriptedService service(
         {support::replies("1"), support::replies("00000001 C0A80102 00000400 00000300 00000010 00000007 Lathe 1 ")});
@@ -37,7 +37,7 @@ TEST(Wire, station_lists)
     EXPECT_EQ(list[1].address, 0U);
 }
 
-TEST(Wire, viewer)
+TEST(Wire, has_the_expected_bytes_for_the_viewer)
 {
     const ScriptedService service({support::replies("vncserver=192.168.1.7:2")});
     char server[16] = {};
@@ -52,7 +52,7 @@ TEST(Wire, viewer)
     EXPECT_EQ(displaySize, 2U);
 }
 
-TEST(Wire, panel_settings)
+TEST(Wire, has_the_expected_bytes_for_panel_settings)
 {
     const ScriptedService service({support::replies("diable capslock 1")});  // the daemon's spelling
     uint32_t disabled = 7;
@@ -61,7 +61,7 @@ TEST(Wire, panel_settings)
     EXPECT_EQ(disabled, 1U);
 }
 
-TEST(Wire, addressing)
+TEST(Wire, has_the_expected_bytes_for_addressing)
 {
     const ScriptedService service({support::replies("more_than_one_dck")});
     uint32_t station = 7;
@@ -70,7 +70,7 @@ TEST(Wire, addressing)
     EXPECT_EQ(station, 7U);
 }
 
-TEST(Wire, focus)
+TEST(Wire, has_the_expected_bytes_for_the_focus)
 {
     const ScriptedService service({support::replies("Priority=1:9")});
     uint32_t lock = 7;
@@ -81,14 +81,14 @@ TEST(Wire, focus)
     EXPECT_EQ(priority, 9U);
 }
 
-TEST(Wire, input)
+TEST(Wire, has_the_expected_bytes_for_input_devices)
 {
     const ScriptedService service({support::replies("ok")});
     EXPECT_EQ(KVO_HWS_setTouchScreenCalibParam(0xC0A80102, 35, -1), 1);
     EXPECT_EQ(service.requests(), Lines{"setCalibParam=\"35:-1\" C0A80102\n"});
 }
 
-TEST(Wire, metrics)
+TEST(Wire, has_the_expected_bytes_for_metrics)
 {
     const ScriptedService service({support::replies("panel-oem-layout=QWERTZ")});
     char layout[8] = {};
@@ -97,7 +97,7 @@ TEST(Wire, metrics)
     EXPECT_STREQ(layout, "QWERTZ");
 }
 
-TEST(Wire, usb_lock)
+TEST(Wire, has_the_expected_bytes_for_the_usb_lock)
 {
     const ScriptedService service({support::replies("usb-lock=3:4")});
     uint32_t first = 7;

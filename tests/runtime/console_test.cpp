@@ -241,15 +241,15 @@ TEST_F(Console, that_is_missing_has_the_shift_state_6)
     EXPECT_THAT(capture.lines(), ElementsAre(LogLine{"", LOG_WARNING, "TIOCLINUX(6): Inappropriate ioctl for device"}));
 }
 
-/// A simulated console: its state, and the last request to it.
-struct SimulatedConsole {
+/// The state of a simulated console, and the last request to it.
+struct ConsoleState {
     vt_mode mode{.mode = VT_AUTO, .waitv = 1, .relsig = 5, .acqsig = 6, .frsig = 7};
     char shiftState = 3;
     bool refusesMode = false;
     int shiftRequest = 0;
 };
 
-class SimulatedConsoleTest : public testing::Test {
+class SimulatedConsole : public testing::Test {
 protected:
     void expectMode(char mode, short release, short acquire) const
     {
@@ -260,7 +260,7 @@ protected:
         EXPECT_EQ(console.mode.frsig, 7) << "unchanged";
     }
 
-    SimulatedConsole console;
+    ConsoleState console;
     const SyslogCapture capture;
 
 private:
@@ -290,7 +290,7 @@ private:
         {.ioctl = [this](int fd, unsigned long request, void *argument) { return answer(fd, request, argument); }}};
 };
 
-TEST_F(SimulatedConsoleTest, is_queried_before_it_is_changed)
+TEST_F(SimulatedConsole, is_switched_by_signals_only_while_control_is_enabled)
 {
     enable_vt_control(1);
     expectMode(VT_PROCESS, 10, 12);
@@ -299,7 +299,7 @@ TEST_F(SimulatedConsoleTest, is_queried_before_it_is_changed)
     EXPECT_THAT(capture.lines(), ElementsAre());
 }
 
-TEST_F(SimulatedConsoleTest, may_refuse_the_mode)
+TEST_F(SimulatedConsole, that_refuses_a_mode_is_logged)
 {
     console.refusesMode = true;
     enable_vt_control(1);
@@ -307,7 +307,7 @@ TEST_F(SimulatedConsoleTest, may_refuse_the_mode)
     EXPECT_THAT(capture.lines(), ElementsAre(LogLine{"", LOG_ERR, "VT_SETMODE: Operation not permitted"}));
 }
 
-TEST_F(SimulatedConsoleTest, reports_its_shift_state)
+TEST_F(SimulatedConsole, reports_its_shift_state)
 {
     EXPECT_EQ(get_shiftstate(), 3);
     EXPECT_EQ(console.shiftRequest, 6);

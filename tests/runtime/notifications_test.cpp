@@ -89,7 +89,7 @@ TEST(DeleteNotify, accepts_a_null_record)
     EXPECT_EQ(record, nullptr);
 }
 
-TEST(NotifyThread, sends_no_signal_for_0)
+TEST(NotifyThread, sends_no_signal_to_thread_0)
 {
     ActivateNotify();
     NotifyThread(pthread_t{});

@@ -31,14 +31,14 @@ TEST_F(ReceivedNotify, starts_with_nothing_posted)
     EXPECT_EQ(value, 0);
 }
 
-TEST_F(ReceivedNotify, is_posted_once_for_one_wait)
+TEST_F(ReceivedNotify, that_is_posted_once_ends_one_wait)
 {
     NotifyReceived(&semaphore_);
     EXPECT_EQ(WaitReceivedNotify(&semaphore_, 5000), 1);
     EXPECT_EQ(WaitReceivedNotify(&semaphore_, 0), 0);
 }
 
-TEST_F(ReceivedNotify, is_posted_during_a_wait)
+TEST_F(ReceivedNotify, that_is_posted_during_a_wait_ends_it)
 {
     std::thread poster([this] {
         std::this_thread::sleep_for(50ms);

@@ -49,8 +49,8 @@ TEST(WaitShutdown, times_out_while_the_worker_runs)
     EXPECT_GE(taken, 60ms);
 }
 
-/// The time is over exactly when the last user is gone. Then the errno of an earlier call decides; callers handle both results.
-TEST(WaitShutdown, a_timeout_without_users_depends_on_an_old_errno)
+/// If the timeout expires just when the last user has gone, the errno of an earlier call decides. Callers handle both results.
+TEST(WaitShutdown, depends_on_an_earlier_errno_if_the_last_user_is_gone_at_the_timeout)
 {
     Notify record{};
     record.uiState = NOTIFY_STOP_REQUESTED;

@@ -28,18 +28,18 @@ TEST_P(TimevalDiff, is_rounded_as_expected)
     EXPECT_EQ(timeval_diff(&row.a, &row.b), row.milliseconds);
 }
 
-const std::vector<Difference> kDifferences = {{"same", {5, 7}, {5, 7}, 0},  //
+const std::vector<Difference> kDifferences = {{"equal_times", {5, 7}, {5, 7}, 0},  //
                                               {"rounds_down", {5, 400}, {5, 0}, 0},
                                               {"rounds_half_up", {5, 500}, {5, 0}, 1},
                                               {"rounds_up", {5, 600}, {5, 0}, 1},
-                                              {"whole", {7, 250'000}, {5, 0}, 2250},
-                                              {"minus_700_us", {5, 0}, {5, 700}, 0},
-                                              {"minus_1600_us", {5, 0}, {5, 1600}, -1},
+                                              {"whole_milliseconds", {7, 250'000}, {5, 0}, 2250},
+                                              {"minus_700_us_rounds_to_0", {5, 0}, {5, 700}, 0},
+                                              {"minus_1600_us_rounds_to_minus_1", {5, 0}, {5, 1600}, -1},
                                               {"second_boundary_0_4_ms", {5, 0}, {4, 999'600}, 1},
                                               {"second_boundary_0_6_ms", {5, 0}, {4, 999'400}, 2},
                                               {"backwards", {4, 0}, {6, 0}, -2000},
                                               {"wraps_around", {INT_MAX, 0}, {0, 0}, -1000},
-                                              {"farthest", {INT_MAX, 0}, {INT_MIN, 0}, -1000}};
+                                              {"largest_difference", {INT_MAX, 0}, {INT_MIN, 0}, -1000}};
 
 INSTANTIATE_TEST_SUITE_P(Of, TimevalDiff, testing::ValuesIn(kDifferences),
                          [](const auto &row) { return std::string(row.param.name); });

@@ -66,7 +66,7 @@ class Places(unittest.TestCase):
     def found(self, source):
         return [place for place in fault_places.places_in("a.cpp", source)]
 
-    def test_the_faults_of_a_line(self):
+    def test_a_line_has_the_expected_faults(self):
         for line, expected in FOUND.items():
             with self.subTest(line=line):
                 places = self.found(f"void f()\n{{\n    {line}\n}}\n")

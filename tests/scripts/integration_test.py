@@ -41,7 +41,7 @@ class Integration(unittest.TestCase):
         self.calls = [call.strip() for call in (self.project / "calls").read_text().splitlines()]
         return ended
 
-    def test_the_tests_come_first_and_require_all(self):
+    def test_the_tests_come_first_and_run_with_require_all(self):
         ended = self.integrate()
         self.assertEqual(ended.returncode, 0, ended.stderr)
         self.assertEqual(self.calls[0], "test.sh --require-all")

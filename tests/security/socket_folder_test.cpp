@@ -108,7 +108,7 @@ TEST_F(SocketFolder, a_folder_at_the_path_of_the_usb_socket_is_not_changed)
 {
     std::filesystem::create_directory(kUsbSocket);
     std::ofstream(std::string(kUsbSocket) + "/kept") << "kept";
-    support::onOwnThread([] { return win_kvo_hws_usb_server(nullptr); });  // until it ends, which is at once
+    support::onOwnThread([] { return win_kvo_hws_usb_server(nullptr); });  // it ends at once
     EXPECT_EQ(contentsOf(std::string(kUsbSocket) + "/kept"), "kept");
     EXPECT_NE(support::serverState(), static_cast<uint32_t>(NOTIFY_RUNNING));
 }

@@ -1,5 +1,5 @@
-// Requests of every family, including lists. If a reply contains the subject of the request, it is checked: the reply to
-// another thread would be worse than none.
+// Requests of every family, including lists. If a reply contains the subject of the request, the subject is checked: a
+// reply that belongs to another thread would be worse than none.
 #include "requests.h"
 
 #include "catalogue/catalogue.h"

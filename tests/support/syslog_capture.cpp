@@ -90,7 +90,7 @@ void openlog(const char *ident, int option, int facility)
 {
     const std::lock_guard guard(support::lock);
     support::identity = ident;
-    // Any other arguments show up in every comparison.
+    // Unexpected arguments become part of the identity, so every comparison fails.
     if (option != 0 || facility != 0) {
         support::identity += " with options";
     }

@@ -28,7 +28,7 @@ namespace {
 
 std::shared_ptr<const SystemCalls> inPlace;
 std::mutex inPlaceLock;
-std::atomic<bool> anyInPlace{false};  // the only thing read while nothing is replaced, so calls long before main are safe
+std::atomic<bool> anyInPlace{false};  // without replacements only this is read, so calls before main are safe
 
 /// The current replacements. The result stays valid while another thread removes them.
 std::shared_ptr<const SystemCalls> current()

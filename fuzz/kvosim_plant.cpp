@@ -86,7 +86,7 @@ std::string outcomeOf(std::string_view text)
         for (const ConnectionEntry &station : plant.stations()) {
             outcome += '\n' + std::to_string(station.address) + ' ' + station.name;
         }
-        for (const auto count : {plant.previous.size(), plant.clients.size(), plant.faults.list().size()}) {
+        for (const auto count : {plant.previousList.size(), plant.clients.size(), plant.faults.list().size()}) {
             outcome += '\n' + std::to_string(count);
         }
         return outcome;

@@ -138,7 +138,7 @@ public:
     ~Client()
     {
         disconnect();
-        loop_.forget(wakeup_);
+        loop_.unwatch(wakeup_);
         close(wakeup_);
     }
 

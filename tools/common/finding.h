@@ -10,19 +10,19 @@ enum class Fault : int {
     none = 0,
     directoryMissing = 10,
     socketMissing = 11,
-    noSocket = 12,  ///< the path of the directory or of the socket is something else
+    wrongFileType = 12,  ///< the path of the directory or of the socket is something else
     staleSocket = 13,
     notPermitted = 14,
     queueFull = 15,
-    silent = 16,
-    oddAnswer = 17,
+    noReply = 16,
+    unexpectedReply = 17,
     notReady = 18,
     platformMissing = 19
 };
 
 struct Finding {
     std::string check;  ///< the subject of the check
-    std::string words;
+    std::string text;
     std::string advice{};  ///< what to do; empty if there is nothing to do
     Fault fault = Fault::none;
     [[nodiscard]] bool isFault() const noexcept { return fault != Fault::none; }

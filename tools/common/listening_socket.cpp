@@ -39,15 +39,15 @@ sockaddr_un addressOf(const std::string &path)
 /// A directory that only this user can write to. No run removes it while the descriptor is open.
 Descriptor ownDirectory(const std::filesystem::path &path)
 {
-    LockedFolder folder = lockFolder(path, FolderUse::serve, kMadeByService);
+    LockedFolder folder = lockFolder(path, FolderUse::serve, kServiceFolderMode);
     struct stat status {};
     if (fstat(folder.descriptor.get(), &status) != 0) {
         fail("cannot examine " + path.string());
     }
     const mode_t mode = status.st_mode & 07777;
-    const mode_t narrowed = mode & kMadeByService;
+    const mode_t narrowed = mode & kServiceFolderMode;
     // A directory that a run made keeps its mark, so that the last run removes it.
-    if (mode != kMadeByRun && mode != narrowed && fchmod(folder.descriptor.get(), narrowed) != 0) {
+    if (mode != kRunFolderMode && mode != narrowed && fchmod(folder.descriptor.get(), narrowed) != 0) {
         fail("cannot remove other users' write permission from " + path.string());
     }
     return std::move(folder.descriptor);
@@ -63,7 +63,7 @@ void clearPath(const std::string &path)
     if (!S_ISSOCK(status.st_mode)) {
         throw std::runtime_error(path + " exists and is not a socket; remove it first");
     }
-    const SocketState state = stateOfSocket(path);
+    const SocketState state = socketStateOf(path);
     if (state == SocketState::live) {
         throw std::runtime_error("a service is already running at " + path + "; stop it first, or use \"kvosim run\"");
     }

@@ -26,7 +26,7 @@ void check(bool good, const std::string &what)
 
 }  // namespace
 
-LockFile::LockFile(std::filesystem::path path, const std::function<void()> &waiting) : path_(std::move(path))
+LockFile::LockFile(std::filesystem::path path, const std::function<void()> &onWait) : path_(std::move(path))
 {
     // The previous owner removes the file, so another file may be at the path by the time that this one is locked.
     bool notified = false;
@@ -38,8 +38,8 @@ LockFile::LockFile(std::filesystem::path path, const std::function<void()> &wait
             continue;
         }
         check(errno == EWOULDBLOCK || errno == EINTR, "cannot lock " + path_.string());
-        if (waiting && !std::exchange(notified, true)) {
-            waiting();
+        if (onWait && !std::exchange(notified, true)) {
+            onWait();
         }
         locked = flock(file_.get(), LOCK_EX) == 0;
     }

@@ -10,9 +10,9 @@ namespace tools {
 
 class LockFile {
 public:
-    /// Waits until no other process has the lock, and calls @p waiting once before it has to wait. The folder must be one that
+    /// Waits until no other process has the lock, and calls @p onWait once before it has to wait. The folder must be one that
     /// only this user can write to.
-    explicit LockFile(std::filesystem::path path, const std::function<void()> &waiting = {});
+    explicit LockFile(std::filesystem::path path, const std::function<void()> &onWait = {});
     LockFile(const LockFile &) = delete;
     LockFile &operator=(const LockFile &) = delete;
     ~LockFile();

@@ -15,7 +15,7 @@ namespace tools {
 namespace {
 
 /// The file that is read if the platform names none.
-constexpr const char *kUsualConfiguration = "/etc/kvo_hws.conf";
+constexpr const char *kDefaultConfiguration = "/etc/kvo_hws.conf";
 
 struct CloseLibrary {
     void operator()(void *handle) const noexcept { dlclose(handle); }
@@ -30,22 +30,22 @@ Finding examineLibrary(const std::string &name)
     link_map *map = nullptr;
     if (!handle || dlinfo(handle.get(), RTLD_DI_LINKMAP, &map) != 0) {
         return {.check = name,
-                .words = "The loader did not find " + name + ".",
+                .text = "The loader did not find " + name + ".",
                 .advice = "Install it next to libkvo_hws.so.0, or add its folder to LD_LIBRARY_PATH.",
                 .fault = Fault::platformMissing};
     }
-    return {.check = name, .words = std::string("The loader uses ") + map->l_name + "."};
+    return {.check = name, .text = std::string("The loader uses ") + map->l_name + "."};
 }
 
 Finding examineConfiguration()
 {
     const char *named = libpavo_getMetric(PLATFORM_CONFIG_FILE);
-    const std::string file = named == nullptr ? kUsualConfiguration : named;
+    const std::string file = named == nullptr ? kDefaultConfiguration : named;
     if (access(file.c_str(), R_OK) == 0) {
-        return {.check = "configuration", .words = "The configuration file is " + file + "."};
+        return {.check = "configuration", .text = "The configuration file is " + file + "."};
     }
     return {.check = "configuration",
-            .words = "The configuration file " + file + " cannot be read: " + std::strerror(errno) + ".",
+            .text = "The configuration file " + file + " cannot be read: " + std::strerror(errno) + ".",
             .advice = "No request needs it. If this panel's settings have no effect, put it there."};
 }
 

@@ -99,7 +99,7 @@ Descriptor startGuardian(const LockedFolder &folder)
 
 }  // namespace
 
-RunFolder::RunFolder(FolderUse use, const Waiting &waiting) : folder_(lockFolder(kSocketDirectory, use, kMadeByRun, waiting))
+RunFolder::RunFolder(FolderUse use, const OnWait &onWait) : folder_(lockFolder(kSocketDirectory, use, kRunFolderMode, onWait))
 {
     if (folder_.descriptor.valid()) {
         guardian_ = startGuardian(folder_);

@@ -9,7 +9,7 @@ class RunFolder {
 public:
     /// Keeps kSocketDirectory until the process ends, even if it is killed or executes another program. Construct it before the
     /// process has threads, and in the mount namespace of the folder. Throws as lockFolder does.
-    explicit RunFolder(FolderUse use, const Waiting &waiting = {});
+    explicit RunFolder(FolderUse use, const OnWait &onWait = {});
     RunFolder(const RunFolder &) = delete;
     RunFolder &operator=(const RunFolder &) = delete;
     /// Releases the folder. If this is the last run, returns after the folder is removed.

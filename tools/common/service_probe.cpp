@@ -52,14 +52,14 @@ public:
     }
 
 private:
-    bool well(const std::string &check, const std::string &words)
+    bool well(const std::string &check, const std::string &text)
     {
-        findings_.push_back({.check = check, .words = words});
+        findings_.push_back({.check = check, .text = text});
         return true;
     }
-    bool fault(const std::string &check, Fault fault, const std::string &words, const std::string &advice)
+    bool fault(const std::string &check, Fault fault, const std::string &text, const std::string &advice)
     {
-        findings_.push_back({.check = check, .words = words, .advice = advice, .fault = fault});
+        findings_.push_back({.check = check, .text = text, .advice = advice, .fault = fault});
         return false;
     }
 
@@ -72,7 +72,7 @@ private:
                          "The hardware service has not run since the panel started. " + kIsItRunning);
         }
         if (!S_ISDIR(status.st_mode)) {
-            return fault("directory", Fault::noSocket, path + " is not a directory.",
+            return fault("directory", Fault::wrongFileType, path + " is not a directory.",
                          "Remove it and start the hardware service again.");
         }
         return well("directory", "The directory " + path + " exists.");
@@ -90,7 +90,7 @@ private:
             return fault("socket", Fault::socketMissing, "The socket " + path + ": " + errorText() + ".", kIsItRunning);
         }
         if (!S_ISSOCK(status.st_mode)) {
-            return fault("socket", Fault::noSocket, path + " is not a socket.",
+            return fault("socket", Fault::wrongFileType, path + " is not a socket.",
                          "Remove it and start the hardware service again.");
         }
         return well("socket", "The socket " + path + " exists.");
@@ -152,7 +152,7 @@ private:
         const auto deadline = Clock::now() + kReplyTimeout;
         while (answer_.find('\n') == std::string::npos && answer_.size() < kLongestAnswer) {
             if (!waitUntil(deadline)) {
-                return fault("answer", Fault::silent,
+                return fault("answer", Fault::noReply,
                              "The service accepts the request, but sends no complete answer within " +
                                  std::to_string(kReplyTimeout.count()) + " s. Programs wait no longer.",
                              "The service hangs. Restart it" + (peer_.empty() ? "" : ": " + peer_) + ".");
@@ -187,9 +187,9 @@ private:
         return true;
     }
 
-    bool noAnswer(const std::string &words)
+    bool noAnswer(const std::string &text)
     {
-        return fault("answer", Fault::oddAnswer, "The service " + words + ".",
+        return fault("answer", Fault::unexpectedReply, "The service " + text + ".",
                      "Look for its messages in the system log. Restart it.");
     }
 
@@ -202,7 +202,7 @@ private:
             return fault("answer", Fault::notReady, "The service answers, but has not finished starting.",
                          "Wait: kvoctl ready --wait 30. If it never becomes ready, look at the system log.");
         }
-        return fault("answer", Fault::oddAnswer,
+        return fault("answer", Fault::unexpectedReply,
                      "The service answers \"" + answer_.substr(0, kLongestShown) + "\" when asked whether it is ready.",
                      "Is it this panel's hardware service? Check its version with kvoctl version.");
     }

@@ -79,10 +79,10 @@ std::string asUser(const std::string &name)
 /// Returns whether the folder was missing. The mark of a run must be set from the start, whatever the umask.
 bool makeFolder(const std::filesystem::path &path, mode_t mode)
 {
-    const mode_t mask = mode == kMadeByRun ? umask(0) : 0;
+    const mode_t mask = mode == kRunFolderMode ? umask(0) : 0;
     const bool made = mkdir(path.c_str(), mode) == 0;
     const int error = errno;
-    if (mode == kMadeByRun) {
+    if (mode == kRunFolderMode) {
         umask(mask);
     }
     if (!made && error != EEXIST) {
@@ -121,7 +121,7 @@ bool isInUse(int folder)
 
 /// Whether another user's folder may be gone now, so that the caller must try again.
 bool canBeReplaced(int folder, const std::filesystem::path &path, const struct stat &status, FolderUse use,
-                   const Waiting &waiting, bool &notified)
+                   const OnWait &onWait, bool &notified)
 {
     if (geteuid() == 0 && removedEmpty(folder, path)) {
         return true;
@@ -130,14 +130,14 @@ bool canBeReplaced(int folder, const std::filesystem::path &path, const struct s
         return false;
     }
     const bool inUse = isInUse(folder);
-    if (!inUse || !waiting || (status.st_mode & kModeBits) != kMadeByRun) {
+    if (!inUse || !onWait || (status.st_mode & kModeBits) != kRunFolderMode) {
         if (!isAt(folder, path)) {
             return true;
         }
         refuseOthers(path, status.st_uid, inUse);
     }
     if (!std::exchange(notified, true)) {
-        waiting("\"kvosim run\" of another user (" + described(status.st_uid) + ") to end");
+        onWait("\"kvosim run\" of another user (" + described(status.st_uid) + ") to end");
     }
     std::this_thread::sleep_for(kWaitingStep);
     return true;
@@ -153,7 +153,7 @@ bool isAt(int descriptor, const std::filesystem::path &path)
            opened.st_ino == there.st_ino;
 }
 
-LockedFolder lockFolder(const std::filesystem::path &path, FolderUse use, mode_t mode, const Waiting &waiting)
+LockedFolder lockFolder(const std::filesystem::path &path, FolderUse use, mode_t mode, const OnWait &onWait)
 {
     for (bool notified = false;;) {
         const bool made = makeFolder(path, mode);
@@ -168,7 +168,7 @@ LockedFolder lockFolder(const std::filesystem::path &path, FolderUse use, mode_t
             }
             refuseFile(path);
         }
-        if (status.st_uid != geteuid() && canBeReplaced(folder.get(), path, status, use, waiting, notified)) {
+        if (status.st_uid != geteuid() && canBeReplaced(folder.get(), path, status, use, onWait, notified)) {
             continue;
         }
         if (!lock(folder.get(), LOCK_SH)) {
@@ -180,7 +180,7 @@ LockedFolder lockFolder(const std::filesystem::path &path, FolderUse use, mode_t
     }
 }
 
-SocketState stateOfSocket(const std::filesystem::path &path)
+SocketState socketStateOf(const std::filesystem::path &path)
 {
     sockaddr_un address{};
     if (path.native().size() >= sizeof address.sun_path) {
@@ -204,7 +204,7 @@ void removeLeftovers(const std::filesystem::path &path)
     std::error_code ignored;
     for (const auto &entry : std::filesystem::directory_iterator(path, ignored)) {
         const bool lockFile = entry.path().filename().native().starts_with(kLockFilePrefix);
-        if (lockFile || (entry.is_socket(ignored) && stateOfSocket(entry.path()) == SocketState::stale)) {
+        if (lockFile || (entry.is_socket(ignored) && socketStateOf(entry.path()) == SocketState::stale)) {
             unlink(entry.path().c_str());
         }
     }
@@ -216,7 +216,7 @@ void removeUnusedFolder(int folder, const std::filesystem::path &path, bool wait
 {
     struct stat status {};
     if (!lock(folder, LOCK_EX | (wait ? 0 : LOCK_NB)) || !isAt(folder, path) || fstat(folder, &status) != 0 ||
-        (status.st_mode & kModeBits) != kMadeByRun) {
+        (status.st_mode & kModeBits) != kRunFolderMode) {
         return;
     }
     if (status.st_uid == geteuid()) {

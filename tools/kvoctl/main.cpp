@@ -19,7 +19,7 @@ int status(Exit exit) { return static_cast<int>(exit); }
 int fail(const CommandLine &commandLine, const Failure &failure)
 {
     const std::string code = " (result " + std::to_string(failure.result()) + ")";
-    tools::command_line::complain(commandLine.prefix(), displayText(failure.what()).text + code, hintOf(failure));
+    tools::command_line::printError(commandLine.prefix(), displayText(failure.what()).text + code, hintOf(failure));
     if (commandLine.json()) {
         writeError(failure.result(), failure.what());
     }
@@ -28,11 +28,11 @@ int fail(const CommandLine &commandLine, const Failure &failure)
 
 int refuse(const CommandLine &commandLine, tools::command_line::Mistake mistake)
 {
-    const std::string meaning = mistake.meaning;
-    mistake.meaning = displayText(meaning).text;
-    tools::command_line::complain(commandLine.app(), mistake);
+    const std::string message = mistake.message;
+    mistake.message = displayText(message).text;
+    tools::command_line::printError(commandLine.app(), mistake);
     if (commandLine.json()) {
-        writeError(std::nullopt, meaning);
+        writeError(std::nullopt, message);
     }
     return status(Exit::usage);
 }
@@ -45,7 +45,7 @@ int run(CommandLine &commandLine, const std::vector<std::string> &arguments)
     try {
         commandLine.parse(arguments);
     } catch (const CLI::ParseError &error) {
-        if (const auto mistake = tools::command_line::mistakeIn(commandLine.app(), arguments, error)) {
+        if (const auto mistake = tools::command_line::findMistake(commandLine.app(), arguments, error)) {
             return refuse(commandLine, *mistake);
         }
         commandLine.help(error);
@@ -56,8 +56,8 @@ int run(CommandLine &commandLine, const std::vector<std::string> &arguments)
     }
     const Report report = commandLine.run();
     write(report, commandLine.json());
-    if (!report.complaint.empty()) {
-        tools::command_line::complain(commandLine.prefix(), displayText(report.complaint).text);
+    if (!report.errorMessage.empty()) {
+        tools::command_line::printError(commandLine.prefix(), displayText(report.errorMessage).text);
     }
     return status(report.exit);
 }
@@ -97,7 +97,7 @@ int main(int argc, char **argv)
         commandLine.addHelp();
         return kvoctl::runReporting(commandLine, {argv + 1, argv + argc});
     } catch (const std::exception &error) {
-        tools::command_line::complain("kvoctl", error.what());
+        tools::command_line::printError("kvoctl", error.what());
         return static_cast<int>(kvoctl::Exit::ownFailure);
     }
 }

@@ -31,13 +31,14 @@ TEST(SocketFolder, is_created_again_if_it_was_removed_before_the_lock_was_grante
 {
     const kvosim_test::TemporaryDirectory root;
     const std::filesystem::path path = root / "sockets";
-    ASSERT_EQ(mkdir(path.c_str(), tools::kMadeByRun), 0);
+    ASSERT_EQ(mkdir(path.c_str(), tools::kRunFolderMode), 0);
     // Locks the folder, as the last run does before removing the folder.
     const Descriptor last(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     struct stat status {};
     ASSERT_EQ(fstat(last.get(), &status), 0);
     ASSERT_EQ(flock(last.get(), LOCK_EX), 0);
-    auto next = std::async(std::launch::async, [&] { return tools::lockFolder(path, FolderUse::mountOn, tools::kMadeByRun); });
+    auto next =
+        std::async(std::launch::async, [&] { return tools::lockFolder(path, FolderUse::mountOn, tools::kRunFolderMode); });
     ASSERT_TRUE(support::eventually([&] { return isAwaited(status.st_ino); }));
     ASSERT_EQ(rmdir(path.c_str()), 0);
     ASSERT_EQ(flock(last.get(), LOCK_UN), 0);
@@ -50,9 +51,9 @@ TEST(SocketFolder, is_removed_only_when_it_is_not_locked)
 {
     const kvosim_test::TemporaryDirectory root;
     const std::filesystem::path path = root / "sockets";
-    const tools::LockedFolder first = tools::lockFolder(path, FolderUse::mountOn, tools::kMadeByRun);
+    const tools::LockedFolder first = tools::lockFolder(path, FolderUse::mountOn, tools::kRunFolderMode);
     {
-        const tools::LockedFolder second = tools::lockFolder(path, FolderUse::mountOn, tools::kMadeByRun);
+        const tools::LockedFolder second = tools::lockFolder(path, FolderUse::mountOn, tools::kRunFolderMode);
         EXPECT_FALSE(second.made);
         tools::removeUnusedFolder(first.descriptor.get(), path, false);
         EXPECT_TRUE(std::filesystem::exists(path));

@@ -67,18 +67,18 @@ std::string wrappedLine(const std::string &line, std::size_t width)
 }
 
 /// A name and its description.
-std::string row(const std::string &name, const std::string &meaning, std::size_t width)
+std::string row(const std::string &name, const std::string &description, std::size_t width)
 {
     const std::string indented = std::string(kIndent, ' ') + name;
-    if (meaning.empty()) {
+    if (description.empty()) {
         return indented + '\n';
     }
     const std::size_t column = width < kTwoColumns ? kOwnLine : kColumn;
     if (columns(indented) + kIndent <= column) {
-        return filled(indented + std::string(column - columns(indented), ' '), meaning, column, width) + '\n';
+        return filled(indented + std::string(column - columns(indented), ' '), description, column, width) + '\n';
     }
     return filled(std::string(kIndent, ' '), name, kOwnLine, width) + '\n' +
-           filled(std::string(column, ' '), meaning, column, width) + '\n';
+           filled(std::string(column, ' '), description, column, width) + '\n';
 }
 
 class Help : public CLI::Formatter {
@@ -153,7 +153,7 @@ CLI::App *addHelpCommand(CLI::App &app)
 {
     CLI::App *command = app.add_subcommand(kHelpWord, "Show this help, or the help of a command");
     command->footer("");
-    // For help and completion only: withoutHelpCommand replaces the command before the parser sees it.
+    // For help and completion only: replaceHelpCommand replaces the command before the parser sees it.
     CLI::Option *argument = command->add_option("COMMAND", "The words of the command")->type_name("");
     argument->expected(0, CLI::detail::expected_max_vector_size);
     tools::completions::completeFrom(argument, [&app] {
@@ -166,7 +166,7 @@ CLI::App *addHelpCommand(CLI::App &app)
     return command;
 }
 
-std::vector<std::string> withoutHelpCommand(std::vector<std::string> arguments)
+std::vector<std::string> replaceHelpCommand(std::vector<std::string> arguments)
 {
     const auto command = std::find_if(arguments.begin(), arguments.end(),
                                       [](const std::string &word) { return !word.starts_with('-') || word == "--"; });

@@ -11,11 +11,11 @@ namespace tools::command_line {
 /// Wraps the help of @p app and of the subcommands that are added afterwards.
 void wrapHelp(CLI::App &app);
 
-/// Adds the subcommand "help", which withoutHelpCommand implements.
+/// Adds the subcommand "help", which replaceHelpCommand implements.
 CLI::App *addHelpCommand(CLI::App &app);
 
 /// Turns "help usb lock" into "usb lock --help". Returns all other command lines unchanged.
-std::vector<std::string> withoutHelpCommand(std::vector<std::string> arguments);
+std::vector<std::string> replaceHelpCommand(std::vector<std::string> arguments);
 
 /// Returns @p text in lines of at most @p width columns. Lines that begin without a space are joined and filled as a paragraph.
 /// An indented line with two columns ("  delay    the reply comes late") is wrapped inside the second column. Any other

@@ -38,7 +38,7 @@ std::string wordsOf(const CLI::App &command)
     return words;
 }
 
-const CLI::App &outermost(const CLI::App &command)
+const CLI::App &outermostCommand(const CLI::App &command)
 {
     const CLI::App *app = &command;
     while (app->get_parent() != nullptr) {
@@ -66,7 +66,7 @@ Mistake unknownCommand(const CLI::App &family, const std::string &word)
     }
     Words meant = nearest(word, names);
     if (meant.empty()) {
-        findByName(outermost(family), word, meant);
+        findByName(outermostCommand(family), word, meant);
     }
     return {quoted(word) + " is not a command" + didYouMean(meant)};
 }
@@ -126,7 +126,7 @@ Mistake forgottenDashes(const CLI::App &app, const Words &arguments, const Words
 
 }  // namespace
 
-const CLI::App &innermost(const CLI::App &app)
+const CLI::App &innermostCommand(const CLI::App &app)
 {
     const CLI::App *command = &app;
     for (auto chosen = command->get_subcommands(); !chosen.empty(); chosen = command->get_subcommands()) {
@@ -135,9 +135,9 @@ const CLI::App &innermost(const CLI::App &app)
     return *command;
 }
 
-std::optional<Mistake> mistakeIn(const CLI::App &app, const Words &arguments, const CLI::ParseError &error)
+std::optional<Mistake> findMistake(const CLI::App &app, const Words &arguments, const CLI::ParseError &error)
 {
-    const CLI::App &command = innermost(app);
+    const CLI::App &command = innermostCommand(app);
     const bool isFamily = !commandsOf(command).empty();
     const bool isRequest = is(error, CLI::ExitCodes::Success);
     const bool isWrongValue =
@@ -163,33 +163,33 @@ std::optional<Mistake> mistakeIn(const CLI::App &app, const Words &arguments, co
     return isDashed(first) ? unknownOption(command, first) : Mistake{"unexpected argument " + quoted(first)};
 }
 
-std::string place(const CLI::App &app)
+std::string messagePrefix(const CLI::App &app)
 {
-    const std::string words = wordsOf(innermost(app));
+    const std::string words = wordsOf(innermostCommand(app));
     return app.get_name() + (words.empty() ? "" : ": ") + words;
 }
 
-std::string helpCall(const CLI::App &app)
+std::string helpCommandLine(const CLI::App &app)
 {
-    const std::string words = wordsOf(innermost(app));
+    const std::string words = wordsOf(innermostCommand(app));
     return app.get_name() + (words.empty() ? "" : " ") + words + " --help";
 }
 
-void complain(const std::string &place, const std::string &meaning, const std::string &hint)
+void printError(const std::string &prefix, const std::string &message, const std::string &hint)
 {
-    const Colour colour = takesColour(STDERR_FILENO) ? Colour::bad : Colour::none;
-    std::fprintf(stderr, "%s %s\n", coloured(place + ":", colour).c_str(), meaning.c_str());
+    const Colour colour = usesColour(STDERR_FILENO) ? Colour::bad : Colour::none;
+    std::fprintf(stderr, "%s %s\n", coloured(prefix + ":", colour).c_str(), message.c_str());
     if (!hint.empty()) {
         std::fprintf(stderr, "%s\n", hint.c_str());
     }
 }
 
-void complain(const CLI::App &app, const Mistake &mistake)
+void printError(const CLI::App &app, const Mistake &mistake)
 {
     if (mistake.isIncomplete) {
         std::fputs(app.help().c_str(), stderr);
     } else {
-        complain(place(app), mistake.meaning, "See " + quoted(helpCall(app)) + ".");
+        printError(messagePrefix(app), mistake.message, "See " + quoted(helpCommandLine(app)) + ".");
     }
 }
 

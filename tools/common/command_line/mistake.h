@@ -9,26 +9,27 @@
 namespace tools::command_line {
 
 struct Mistake {
-    std::string meaning;
+    std::string message;
     bool isIncomplete = false;  ///< only the command is missing: the help is more useful than the meaning
 };
 
 /// Why @p app threw @p error when it parsed @p arguments; nothing if the user asked for help or the version.
-std::optional<Mistake> mistakeIn(const CLI::App &app, const std::vector<std::string> &arguments, const CLI::ParseError &error);
+std::optional<Mistake> findMistake(const CLI::App &app, const std::vector<std::string> &arguments,
+                                   const CLI::ParseError &error);
 
-/// The innermost command that the parser has read.
-const CLI::App &innermost(const CLI::App &app);
+/// The innermostCommand command that the parser has read.
+const CLI::App &innermostCommand(const CLI::App &app);
 
 /// The prefix of messages on standard error: "kvoctl: usb lock get", with the commands that the parser has read.
-std::string place(const CLI::App &app);
+std::string messagePrefix(const CLI::App &app);
 
 /// The command that shows the matching help: "kvoctl usb lock get --help".
-std::string helpCall(const CLI::App &app);
+std::string helpCommandLine(const CLI::App &app);
 
 /// Writes "place: meaning" to standard error, and @p hint, unless it is empty, on a separate line.
-void complain(const std::string &place, const std::string &meaning, const std::string &hint = {});
+void printError(const std::string &prefix, const std::string &message, const std::string &hint = {});
 
 /// Writes @p mistake, or the help if the command line is only incomplete, to standard error.
-void complain(const CLI::App &app, const Mistake &mistake);
+void printError(const CLI::App &app, const Mistake &mistake);
 
 }  // namespace tools::command_line

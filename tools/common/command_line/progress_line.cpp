@@ -15,7 +15,7 @@ constexpr const char *kEmptyLine = "\r\x1B[K";
 }  // namespace
 
 ProgressLine::ProgressLine(int descriptor, std::function<Time()> now)
-    : descriptor_(descriptor), now_(std::move(now)), rewrites_(rewritesLines(descriptor)), due_(now_() + kDelay)
+    : descriptor_(descriptor), now_(std::move(now)), canRewrite_(canRewriteLines(descriptor)), due_(now_() + kDelay)
 {
 }
 
@@ -29,7 +29,7 @@ ProgressLine::~ProgressLine()
 void ProgressLine::write(const std::string &text)
 {
     // The last column stays free: a character there moves the cursor to the next line on some terminals.
-    const std::size_t width = terminalWidth(descriptor_).value_or(kUsualWidth) - 1;
+    const std::size_t width = terminalWidth(descriptor_).value_or(kDefaultWidth) - 1;
     dprintf(descriptor_, "%s%s", kEmptyLine, text.substr(0, width).c_str());
     written_ = true;
     due_ = now_() + kInterval;

@@ -23,14 +23,14 @@ public:
     ~ProgressLine();
 
     /// Whether it is time to write: kDelay after construction, then every kInterval. Cheap enough for every step.
-    [[nodiscard]] bool isDue() const { return rewrites_ && now_() >= due_; }
+    [[nodiscard]] bool isDue() const { return canRewrite_ && now_() >= due_; }
     /// Replaces the previous text with @p text, which is printable ASCII, and cuts it at the terminal's width.
     void write(const std::string &text);
 
 private:
     int descriptor_;
     std::function<Time()> now_;
-    bool rewrites_;
+    bool canRewrite_;
     bool written_ = false;
     Time due_;
 };

@@ -47,12 +47,12 @@ std::size_t helpWidth()
             return *width;
         }
     }
-    return widthOfEnvironment().value_or(kUsualWidth);
+    return widthOfEnvironment().value_or(kDefaultWidth);
 }
 
-bool takesColour(int descriptor) { return rewritesLines(descriptor) && variable("NO_COLOR").empty(); }
+bool usesColour(int descriptor) { return canRewriteLines(descriptor) && variable("NO_COLOR").empty(); }
 
-bool rewritesLines(int descriptor) { return isatty(descriptor) != 0 && variable("TERM") != "dumb"; }
+bool canRewriteLines(int descriptor) { return isatty(descriptor) != 0 && variable("TERM") != "dumb"; }
 
 std::string coloured(const std::string &text, Colour colour)
 {

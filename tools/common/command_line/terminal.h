@@ -8,7 +8,7 @@
 namespace tools::command_line {
 
 /// Columns, if neither the terminal nor COLUMNS says.
-inline constexpr std::size_t kUsualWidth = 80;
+inline constexpr std::size_t kDefaultWidth = 80;
 
 /// Columns of the terminal @p descriptor, or COLUMNS if the terminal does not say. Nothing if @p descriptor is not a terminal,
 /// or if neither says.
@@ -18,10 +18,10 @@ std::optional<std::size_t> terminalWidth(int descriptor);
 std::size_t helpWidth();
 
 /// Whether @p descriptor is a terminal that gets colour: not if NO_COLOR is set, nor if TERM is "dumb".
-bool takesColour(int descriptor);
+bool usesColour(int descriptor);
 
 /// Whether @p descriptor is a terminal whose lines can be rewritten: not if TERM is "dumb".
-bool rewritesLines(int descriptor);
+bool canRewriteLines(int descriptor);
 
 enum class Colour { none, bad, warning, good };
 

@@ -73,7 +73,7 @@ bool isRepeatable(const CLI::Option &option)
 /// The unfinished word, and the parsed words before it.
 class Line {
 public:
-    Line(const CLI::App &app, const std::vector<std::string> &words) : app_(&app), begun_(words.back())
+    Line(const CLI::App &app, const std::vector<std::string> &words) : app_(&app), unfinished_(words.back())
     {
         std::for_each(words.begin(), words.end() - 1, [this](const std::string &word) { take(word); });
     }
@@ -83,7 +83,7 @@ public:
         if (afterDashes_ && registry().commands.contains(app_)) {
             return {"command"};
         }
-        if (!afterDashes_ && begun_.starts_with('-')) {
+        if (!afterDashes_ && unfinished_.starts_with('-')) {
             return optionOrItsValue();
         }
         if (value_ != nullptr) {
@@ -102,7 +102,8 @@ public:
     /// Rejects a candidate that the shell cannot pass on, or that the program would take for an option.
     [[nodiscard]] bool takes(const std::string &word, bool isOption) const
     {
-        return word.starts_with(begun_) && !containsControlCharacter(word) && (isOption || afterDashes_ || !isDashed(word));
+        return word.starts_with(unfinished_) && !containsControlCharacter(word) &&
+               (isOption || afterDashes_ || !isDashed(word));
     }
 
 private:
@@ -189,15 +190,15 @@ private:
 
     [[nodiscard]] Completion optionOrItsValue() const
     {
-        const std::size_t equals = begun_.find('=');
-        const CLI::Option *option = equals == std::string::npos ? nullptr : find(begun_.substr(0, equals));
+        const std::size_t equals = unfinished_.find('=');
+        const CLI::Option *option = equals == std::string::npos ? nullptr : find(unfinished_.substr(0, equals));
         if (option == nullptr) {
             return options();
         }
         Completion values = of(option);
         values.isOption = true;
         if (values.source) {
-            values.source = [source = values.source, prefix = begun_.substr(0, equals + 1)] {
+            values.source = [source = values.source, prefix = unfinished_.substr(0, equals + 1)] {
                 Candidates candidates = source();
                 for (Candidate &candidate : candidates) {
                     candidate.word.insert(0, prefix);
@@ -243,7 +244,7 @@ private:
     }
 
     const CLI::App *app_;
-    std::string begun_;
+    std::string unfinished_;
     const CLI::Option *value_ = nullptr;  ///< the option whose value comes next
     int values_ = 0;                      ///< how many it has had
     int positionals_ = 0;
@@ -257,8 +258,8 @@ void answer(const Line &line, std::ostream &out)
     out << completion.kind << '\n' << std::flush;
     for (const Candidate &candidate : completion.source ? completion.source() : Candidates()) {
         if (line.takes(candidate.word, completion.isOption)) {
-            const bool shown = !containsControlCharacter(candidate.meaning);
-            out << candidate.word << '\t' << (shown ? candidate.meaning : "") << '\n';
+            const bool shown = !containsControlCharacter(candidate.description);
+            out << candidate.word << '\t' << (shown ? candidate.description : "") << '\n';
         }
     }
     out.flush();

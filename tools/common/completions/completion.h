@@ -13,7 +13,7 @@ namespace tools::completions {
 
 struct Candidate {
     std::string word;
-    std::string meaning{};  ///< shown next to the word if the shell supports it
+    std::string description{};  ///< shown next to the word if the shell supports it
 };
 using Candidates = std::vector<Candidate>;
 

@@ -168,9 +168,9 @@ std::vector<NamedProperty> makeProperties()
 
 }  // namespace
 
-std::string familyKey(std::string_view words)
+std::string familyKey(std::string_view subcommand)
 {
-    std::string key(words.substr(0, words.find(' ')));
+    std::string key(subcommand.substr(0, subcommand.find(' ')));
     std::replace(key.begin(), key.end(), '-', '_');
     return key;
 }
@@ -181,14 +181,14 @@ std::span<const NamedProperty> stationProperties()
     return properties;
 }
 
-const Property &stationProperty(std::string_view words)
+const Property &stationProperty(std::string_view subcommand)
 {
     for (const NamedProperty &named : stationProperties()) {
-        if (named.words == words) {
+        if (named.subcommand == subcommand) {
             return named.property;
         }
     }
-    throw std::out_of_range("not a property of a station: " + std::string(words));
+    throw std::out_of_range("not a property of a station: " + std::string(subcommand));
 }
 
 }  // namespace tools

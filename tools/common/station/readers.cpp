@@ -40,7 +40,7 @@ Reader unsizedText(Request<uint32_t, char *> request)
     };
 }
 
-Reading readText(const AskText &ask)
+Reading readText(const TextRequest &ask)
 {
     uint32_t size = kInitialSize;
     for (int attempt = 0; attempt < kReadAttempts; ++attempt) {

@@ -47,10 +47,10 @@ Reader yesNo(Request<uint32_t> request);
 Reader unsizedText(Request<uint32_t, char *> request);
 
 /// Takes a buffer and its in/out size. A request for which the buffer is too small (-3) stores the required size there.
-using AskText = std::function<Result(char *buffer, uint32_t *size)>;
+using TextRequest = std::function<Result(char *buffer, uint32_t *size)>;
 
 /// A text of any length: repeats the request with a larger buffer until the text fits.
-Reading readText(const AskText &ask);
+Reading readText(const TextRequest &ask);
 
 /// Like readText, for one station.
 Reader sizedText(Request<uint32_t, char *, uint32_t *> request);

@@ -8,7 +8,7 @@
 
 namespace tools {
 
-std::string words(const Result &result) { return kvo_hws_result_text(result.function, result.code); }
+std::string meaningOf(const Result &result) { return kvo_hws_result_text(result.function, result.code); }
 
 bool isState(int32_t code, const std::vector<int32_t> &states)
 {
@@ -18,11 +18,11 @@ bool isState(int32_t code, const std::vector<int32_t> &states)
 void require(const Result &result)
 {
     if (result.code != KVO_HWS_OK) {
-        throw Failure(result.code, words(result));
+        throw Failure(result.code, meaningOf(result));
     }
 }
 
-Result withMissingService(const Result &result)
+Result distinguishMissingService(const Result &result)
 {
     if (result.code != KVO_HWS_FAILED) {
         return result;

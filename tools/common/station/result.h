@@ -41,7 +41,7 @@ private:
 };
 
 /// The meaning of @p result.
-std::string words(const Result &result);
+std::string meaningOf(const Result &result);
 
 /// Whether @p code describes the station rather than a failed request: 1, 0 and the codes of @p states do.
 bool isState(int32_t code, const std::vector<int32_t> &states);
@@ -50,6 +50,6 @@ bool isState(int32_t code, const std::vector<int32_t> &states);
 void require(const Result &result);
 
 /// For a request that does not distinguish a missing service from a refusal: sends another request, which does.
-Result withMissingService(const Result &result);
+Result distinguishMissingService(const Result &result);
 
 }  // namespace tools

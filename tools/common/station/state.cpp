@@ -17,7 +17,7 @@ constexpr auto kSilence = 3s;
 
 }  // namespace
 
-void readStation(uint32_t station, const std::function<void(const NamedProperty &asked, const Reading &reading)> &take)
+void readStation(uint32_t station, const std::function<void(const NamedProperty &asked, const Reading &reading)> &onReading)
 {
     for (const NamedProperty &asked : stationProperties()) {
         const auto start = std::chrono::steady_clock::now();
@@ -26,9 +26,9 @@ void readStation(uint32_t station, const std::function<void(const NamedProperty 
             require(reading.result);
         }
         if (reading.result.code != KVO_HWS_OK && std::chrono::steady_clock::now() - start > kSilence) {
-            throw Failure(reading.result.code, "the service stopped answering at " + std::string(asked.words));
+            throw Failure(reading.result.code, "the service stopped answering at " + std::string(asked.subcommand));
         }
-        take(asked, reading);
+        onReading(asked, reading);
     }
 }
 

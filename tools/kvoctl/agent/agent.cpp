@@ -68,19 +68,19 @@ Variable load(Variable &variable)
 void setFocusName(const std::string &name) { gFocusName[name.copy(gFocusName, sizeof gFocusName - 1)] = '\0'; }
 
 /// Sends the same request as the agent.
-Result describe(const AgentPlan &plan, KvoDescriptionEx &station)
+Result describe(const AgentOptions &options, KvoDescriptionEx &station)
 {
-    const uint32_t address = plan.focusAddress.empty() ? 0 : inet_addr(plan.focusAddress.c_str());
-    return KVO_REQUEST(KVO_HWS_getDescriptionEx)(address, plan.focusName.c_str(), &station);
+    const uint32_t address = options.focusAddress.empty() ? 0 : inet_addr(options.focusAddress.c_str());
+    return KVO_REQUEST(KVO_HWS_getDescriptionEx)(address, options.focusName.c_str(), &station);
 }
 
 }  // namespace
 
-Agent::Agent(const AgentPlan &plan, const AgentHost &host) : plan_(plan)
+Agent::Agent(const AgentOptions &options, const AgentHost &host) : options_(options)
 {
     neverDestroyed<Shared>().host = host;
-    setFocusName(plan.focusName);
-    require(KVO_REQUEST(KVO_HWS_startupEmbHwsClient)(plan.parameters().c_str(), &instance_, answer));
+    setFocusName(options.focusName);
+    require(KVO_REQUEST(KVO_HWS_startupEmbHwsClient)(options.parameters().c_str(), &instance_, answer));
 }
 
 bool Agent::hasEnded() { return load(gEmbKvoInst->running) == 0; }
@@ -95,16 +95,16 @@ int Agent::descriptor() { return neverDestroyed<Shared>().commands.descriptor();
 void Agent::explainEnd()
 {
     stop();
-    const std::string subject = "cannot read the station in focus, " + plan_.focus() + ": ";
+    const std::string subject = "cannot read the station in focus, " + options_.focus() + ": ";
     KvoDescriptionEx station{};
     const auto explain = [&subject](const Result &result) {
         if (result.code != KVO_HWS_OK) {
             const char *const hint =
                 result.code == KVO_HWS_NO ? "; \"kvoctl stations\" lists the stations that the service knows" : "";
-            throw Failure(result.code, subject + words(result) + hint);
+            throw Failure(result.code, subject + meaningOf(result) + hint);
         }
     };
-    explain(describe(plan_, station));
+    explain(describe(options_, station));
     explain(tools::unsizedText(KVO_REQUEST(KVO_HWS_getKVOT2M2N))(station.address).result);
     throw Failure(KVO_HWS_FAILED, subject + "the service did not answer in time, but answers now; try again");
 }
@@ -115,7 +115,7 @@ std::string Agent::push(const std::string &text) const
     const bool wasConnected = isConnected();
     const Result result = KVO_REQUEST(KVO_HWS_sendEmbHwsEvent)(instance_, text.c_str());
     if (result.code != KVO_HWS_OK) {
-        return words(result);
+        return meaningOf(result);
     }
     return wasConnected ? "" : "the agent is not connected at the moment";
 }

@@ -18,13 +18,13 @@ struct AgentHost {
 };
 
 /// The prefix of the environment variables of a program that answers a command.
-inline constexpr const char *kAgentEnvironment = "KVO_AGENT_";
+inline constexpr const char *kAgentVariablePrefix = "KVO_AGENT_";
 
 /// A process can have one agent at a time, and a new one only after stop() of the previous one returned true.
 class Agent {
 public:
     /// Throws Failure if the library does not start it.
-    Agent(const AgentPlan &plan, const AgentHost &host);
+    Agent(const AgentOptions &options, const AgentHost &host);
     Agent(const Agent &) = delete;
     Agent &operator=(const Agent &) = delete;
     ~Agent() { stop(); }
@@ -48,7 +48,7 @@ public:
     bool stop();
 
 private:
-    AgentPlan plan_;
+    AgentOptions options_;
     void *instance_ = nullptr;
 };
 

@@ -25,7 +25,7 @@ std::string checkAddress(const std::string &text)
     return *address == INADDR_ANY ? "0.0.0.0 is not the address of a host" : "";
 }
 
-Given<std::string> addText(CLI::App &command, const std::string &name, const std::string &help, std::size_t longest)
+Argument<std::string> addText(CLI::App &command, const std::string &name, const std::string &help, std::size_t longest)
 {
     const auto refuse = [longest](const std::string &text) -> std::string {
         if (text.empty()) {
@@ -41,19 +41,19 @@ std::string line(const std::string &key, const std::string &value) { return key 
 
 }  // namespace
 
-std::string AgentPlan::parameters() const
+std::string AgentOptions::parameters() const
 {
     return line("remoteKvoHwsIp", remoteAddress) + line("remoteSession", std::to_string(session)) +
            (focusAddress.empty() ? line("focusKvoName", focusName) : line("focusKvoIp", focusAddress)) + otherParameters;
 }
 
-Given<std::string> addAddress(CLI::App &command, const std::string &name, const std::string &help)
+Argument<std::string> addAddress(CLI::App &command, const std::string &name, const std::string &help)
 {
     auto address = std::make_shared<std::string>();
     return {command.add_option(name, *address, help)->check({checkAddress, ""})->type_name("ADDRESS"), address};
 }
 
-Given<unsigned> addSession(CLI::App &command, const std::string &help)
+Argument<unsigned> addSession(CLI::App &command, const std::string &help)
 {
     auto session = Number<unsigned>{"--session", help, 0, kLastSession}.addTo(command);
     session.option->type_name("N");
@@ -85,24 +85,24 @@ AgentArguments AgentArguments::addTo(CLI::App &command)
     return arguments;
 }
 
-AgentPlan AgentArguments::plan() const
+AgentOptions AgentArguments::options() const
 {
-    AgentPlan plan{.focusAddress = *focus_.value, .focusName = *focusName_.value};
-    if (plan.focusAddress.empty() && plan.focusName.empty()) {
+    AgentOptions options{.focusAddress = *focus_.value, .focusName = *focusName_.value};
+    if (options.focusAddress.empty() && options.focusName.empty()) {
         throw UsageError("give --focus or --focus-name");
     }
     if (controlPanel_->count() > 0) {
-        plan.otherParameters += line("mcpFlag", "1");
+        options.otherParameters += line("mcpFlag", "1");
     }
-    if (screen_.given()) {
-        plan.otherParameters += line("screenOnFocus", *screen_.value);
+    if (screen_.valueIfGiven()) {
+        options.otherParameters += line("screenOnFocus", *screen_.value);
     }
     for (const auto &[key, number] : numbers_) {
-        if (number.given()) {
-            plan.otherParameters += line(key, std::to_string(*number.value));
+        if (number.valueIfGiven()) {
+            options.otherParameters += line(key, std::to_string(*number.value));
         }
     }
-    return plan;
+    return options;
 }
 
 }  // namespace kvoctl

@@ -12,7 +12,7 @@ namespace kvoctl {
 inline constexpr unsigned kLastSession = 9;
 inline constexpr unsigned kFirstPort = 5850;
 
-struct AgentPlan {
+struct AgentOptions {
     std::string focusAddress{};  ///< dotted, or empty
     std::string focusName{};     ///< used if the address is empty
     std::string remoteAddress{};
@@ -31,30 +31,31 @@ public:
     static AgentArguments addTo(CLI::App &command);
 
     /// The given values, without the remote service. Throws UsageError if no station in focus was given.
-    [[nodiscard]] AgentPlan plan() const;
+    [[nodiscard]] AgentOptions options() const;
 
 private:
     struct NumberOption {
         std::string key;
-        Given<uint32_t> number;
+        Argument<uint32_t> number;
     };
 
-    AgentArguments(Given<std::string> focus, Given<std::string> focusName, Given<std::string> screen, CLI::Option *controlPanel)
+    AgentArguments(Argument<std::string> focus, Argument<std::string> focusName, Argument<std::string> screen,
+                   CLI::Option *controlPanel)
         : focus_(std::move(focus)), focusName_(std::move(focusName)), screen_(std::move(screen)), controlPanel_(controlPanel)
     {
     }
 
-    Given<std::string> focus_;
-    Given<std::string> focusName_;
-    Given<std::string> screen_;
+    Argument<std::string> focus_;
+    Argument<std::string> focusName_;
+    Argument<std::string> screen_;
     CLI::Option *controlPanel_;
     std::vector<NumberOption> numbers_{};
 };
 
 /// Adds an option that takes an IPv4 address.
-Given<std::string> addAddress(CLI::App &command, const std::string &name, const std::string &help);
+Argument<std::string> addAddress(CLI::App &command, const std::string &name, const std::string &help);
 
 /// Adds the option --session.
-Given<unsigned> addSession(CLI::App &command, const std::string &help);
+Argument<unsigned> addSession(CLI::App &command, const std::string &help);
 
 }  // namespace kvoctl

@@ -154,19 +154,19 @@ Report reportOf(const std::vector<Row> &rows)
 
 }  // namespace
 
-Report checkAgent(CheckPlan plan)
+Report checkAgent(CheckOptions options)
 {
-    RemoteSide remote(plan.session);
-    plan.agent.remoteAddress = "127.0.0.1";
-    plan.agent.session = remote.session();
-    Agent agent(plan.agent, plan.host);
+    RemoteSide remote(options.session);
+    options.agent.remoteAddress = "127.0.0.1";
+    options.agent.session = remote.session();
+    Agent agent(options.agent, options.host);
     if (!remote.accept(kConnectTimeout, Agent::hasEnded)) {
         if (Agent::hasEnded()) {
             agent.explainEnd();
         }
         throw Failure(KVO_HWS_FAILED, "the agent did not connect within " + std::to_string(kConnectTimeout.count()) + " s");
     }
-    return reportOf(Check(remote, plan.sendsAll).run());
+    return reportOf(Check(remote, options.sendsAll).run());
 }
 
 }  // namespace kvoctl

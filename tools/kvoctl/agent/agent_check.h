@@ -8,8 +8,8 @@
 
 namespace kvoctl {
 
-struct CheckPlan {
-    AgentPlan agent;  ///< without the remote service
+struct CheckOptions {
+    AgentOptions agent;  ///< without the remote service
     AgentHost host;
     std::optional<unsigned> session{};  ///< none: the first whose port is free
     bool sendsAll = false;              ///< also send commands that change the station
@@ -17,6 +17,6 @@ struct CheckPlan {
 
 /// Starts the agent, checks it and stops it. Throws Failure if the station in focus cannot be read, and std::runtime_error if
 /// no port is free.
-Report checkAgent(CheckPlan plan);
+Report checkAgent(CheckOptions options);
 
 }  // namespace kvoctl

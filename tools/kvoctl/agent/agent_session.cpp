@@ -21,17 +21,17 @@ constexpr std::size_t kLongestIndication = 250;
 
 class Session {
 public:
-    Session(const AgentPlan &plan, const AgentHost &host, LineFormat format, const StopSignals &signals)
-        : plan_(plan), format_(format), loop_(signals), agent_(plan, host)
+    Session(const AgentOptions &options, const AgentHost &host, LineFormat format, const StopSignals &signals)
+        : options_(options), format_(format), loop_(signals), agent_(options, host)
     {
     }
 
     bool run()
     {
         show({"started",
-              {{"focus", {plan_.focusAddress.empty() ? plan_.focusName : plan_.focusAddress}},
-               {"remote", {plan_.remoteAddress}},
-               {"port", {plan_.port()}}}});
+              {{"focus", {options_.focusAddress.empty() ? options_.focusName : options_.focusAddress}},
+               {"remote", {options_.remoteAddress}},
+               {"port", {options_.port()}}}});
         while (!loop_.mustEnd()) {
             wait();
             if (Agent::hasEnded()) {
@@ -50,7 +50,7 @@ private:
     void wait()
     {
         std::array sources{pollfd{.fd = Agent::descriptor(), .events = POLLIN, .revents = 0}, input_.pollRequest()};
-        if (loop_.isBehind()) {
+        if (loop_.hasBacklog()) {
             sources[1].fd = -1;  // read no more lines until the reader of the output has caught up
         }
         loop_.wait(sources, kStatePeriod);
@@ -102,7 +102,7 @@ private:
         return containsControlCharacter(line.text) ? "the line contains a control character" : "";
     }
 
-    const AgentPlan &plan_;
+    const AgentOptions &options_;
     LineFormat format_;
     PollLoop loop_;
     LineInput input_{kLongestIndication};
@@ -112,9 +112,9 @@ private:
 
 }  // namespace
 
-bool runAgent(const AgentPlan &plan, const AgentHost &host, LineFormat format, const StopSignals &signals)
+bool runAgent(const AgentOptions &options, const AgentHost &host, LineFormat format, const StopSignals &signals)
 {
-    return Session(plan, host, format, signals).run();
+    return Session(options, host, format, signals).run();
 }
 
 }  // namespace kvoctl

@@ -9,6 +9,6 @@ namespace kvoctl {
 /// Shows the agent's events and pushes the lines of standard input, until a signal arrives or the reader of the output closes
 /// it. Returns false if the agent does not end in time then. Throws Failure if the agent does not start or ends by itself, and
 /// std::runtime_error if the output cannot be written.
-[[nodiscard]] bool runAgent(const AgentPlan &plan, const AgentHost &host, LineFormat format, const StopSignals &signals);
+[[nodiscard]] bool runAgent(const AgentOptions &options, const AgentHost &host, LineFormat format, const StopSignals &signals);
 
 }  // namespace kvoctl

@@ -12,18 +12,18 @@ namespace kvoctl {
 namespace {
 
 /// Names the rejected text. CLI11 adds the argument's name in front.
-std::string refusal(const std::string &text, const std::string &complaint) { return "\"" + text + "\" is " + complaint; }
+std::string refusal(const std::string &text, const std::string &mistake) { return "\"" + text + "\" is " + mistake; }
 
 }  // namespace
 
-CLI::Validator wholeNumber(int64_t least, int64_t most, const std::string &complaint)
+CLI::Validator wholeNumber(int64_t least, int64_t most, const std::string &mistake)
 {
     const auto read = [=](std::string &text) -> std::string {
         int64_t number = 0;
         const char *const end = text.data() + text.size();
         const auto parsed = std::from_chars(text.data(), end, number);
         if (parsed.ec != std::errc{} || parsed.ptr != end || number < least || number > most) {
-            return refusal(text, complaint);
+            return refusal(text, mistake);
         }
         // The parser itself would read a number with a leading zero as octal.
         text = std::to_string(number);
@@ -60,14 +60,14 @@ CLI::Option *addFlag(CLI::App &command, const std::string &name, const std::stri
     return command.add_flag(name, help);
 }
 
-Given<uint32_t> addSeconds(CLI::App &command, const std::string &name, const std::string &help, uint32_t otherwise)
+Argument<uint32_t> addSeconds(CLI::App &command, const std::string &name, const std::string &help, uint32_t defaultValue)
 {
-    auto seconds = std::make_shared<uint32_t>(otherwise);
+    auto seconds = std::make_shared<uint32_t>(defaultValue);
     const CLI::Validator whole = wholeNumber(0, std::numeric_limits<uint32_t>::max(), "not a whole number of seconds");
     return {command.add_option(name, *seconds, help)->transform(whole)->type_name("SECONDS"), seconds};
 }
 
-Given<std::string> addProgram(CLI::App &command, const std::string &help)
+Argument<std::string> addProgram(CLI::App &command, const std::string &help)
 {
     auto program = std::make_shared<std::string>();
     auto *option = command.add_option("--exec", *program, help)->type_name("PROGRAM");
@@ -91,7 +91,7 @@ CLI::Validator oneLine()
     return {refuse, ""};
 }
 
-Given<uint32_t> Word::addTo(CLI::App &command) const
+Argument<uint32_t> Word::addTo(CLI::App &command) const
 {
     auto value = std::make_shared<uint32_t>();
     auto *option = command.add_option(name, *value, help)->transform(oneOf(words))->type_name("");
@@ -99,7 +99,7 @@ Given<uint32_t> Word::addTo(CLI::App &command) const
     return {option, value};
 }
 
-Given<std::string> Text::addTo(CLI::App &command) const
+Argument<std::string> Text::addTo(CLI::App &command) const
 {
     const auto refuse = [most = longest](const std::string &text) -> std::string {
         if (text.find('"') != std::string::npos) {

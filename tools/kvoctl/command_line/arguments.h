@@ -15,16 +15,19 @@ namespace kvoctl {
 
 /// A declared argument or option: whether it was given, and its value after the command line has been parsed.
 template <class Type>
-struct Given {
+struct Argument {
     CLI::Option *option;
     std::shared_ptr<Type> value;
 
     /// The value, if it was given.
-    [[nodiscard]] std::optional<Type> given() const { return option->count() > 0 ? std::optional(*value) : std::nullopt; }
+    [[nodiscard]] std::optional<Type> valueIfGiven() const
+    {
+        return option->count() > 0 ? std::optional(*value) : std::nullopt;
+    }
 };
 
 /// Accepts whole decimal numbers of a range. Reads leading zeros as decimal, unlike the parser: "010" is ten.
-CLI::Validator wholeNumber(int64_t least, int64_t most, const std::string &complaint);
+CLI::Validator wholeNumber(int64_t least, int64_t most, const std::string &mistake);
 
 /// Words and the numbers for which they stand.
 using Words = std::vector<std::pair<std::string, unsigned>>;
@@ -43,10 +46,10 @@ bool containsControlCharacter(const std::string &text);
 CLI::Option *addFlag(CLI::App &command, const std::string &name, const std::string &help);
 
 /// Adds an option that takes whole seconds.
-Given<uint32_t> addSeconds(CLI::App &command, const std::string &name, const std::string &help, uint32_t otherwise);
+Argument<uint32_t> addSeconds(CLI::App &command, const std::string &name, const std::string &help, uint32_t defaultValue);
 
 /// Adds the option --exec.
-Given<std::string> addProgram(CLI::App &command, const std::string &help);
+Argument<std::string> addProgram(CLI::App &command, const std::string &help);
 
 // ---- Types of request arguments; each adds itself to a command ----
 
@@ -58,7 +61,7 @@ struct Number {
     Type least = std::numeric_limits<Type>::min();
     Type most = std::numeric_limits<Type>::max();
 
-    [[nodiscard]] Given<Type> addTo(CLI::App &command) const
+    [[nodiscard]] Argument<Type> addTo(CLI::App &command) const
     {
         auto value = std::make_shared<Type>();
         auto *option = command.add_option(name, *value, help)->type_name("");
@@ -74,7 +77,7 @@ struct Word {
     std::string help;
     Words words;
 
-    [[nodiscard]] Given<uint32_t> addTo(CLI::App &command) const;
+    [[nodiscard]] Argument<uint32_t> addTo(CLI::App &command) const;
 };
 
 inline const Word kOnOff{"STATE", "on or off", {{"on", 1}, {"off", 0}}};
@@ -85,7 +88,7 @@ struct Text {
     std::string help;
     std::size_t longest;  ///< bytes
 
-    [[nodiscard]] Given<std::string> addTo(CLI::App &command) const;
+    [[nodiscard]] Argument<std::string> addTo(CLI::App &command) const;
 };
 
 /// Converts a value to the type of the library's parameter.

@@ -37,10 +37,7 @@ std::string libraryVersion()
     return library.data();
 }
 
-std::string versionLine()
-{
-    return "kvoctl " KVOCTL_VERSION " (library " + libraryVersion() + ")\n" + libraryVersionExplained();
-}
+std::string versionLine() { return "kvoctl " KVOCTL_VERSION " (library " + libraryVersion() + ")\n" + explainLibraryVersion(); }
 
 std::string examplesText(const std::string &call, const std::vector<std::string> &examples)
 {
@@ -53,7 +50,7 @@ std::string examplesText(const std::string &call, const std::vector<std::string>
 
 }  // namespace
 
-std::string libraryVersionExplained()
+std::string explainLibraryVersion()
 {
     return "The library reports \"" + libraryVersion() +
            "\" in every version, because programs compare the whole text. This is " KVOCTL_VERSION ".";
@@ -74,7 +71,7 @@ void CommandLine::addHelp() { tools::command_line::addHelpCommand(app_)->group("
 
 void CommandLine::parse(std::vector<std::string> arguments)
 {
-    arguments = tools::command_line::withoutHelpCommand(std::move(arguments));
+    arguments = tools::command_line::replaceHelpCommand(std::move(arguments));
     // Errors are reported as JSON even if the parser fails before it reaches this option.
     const auto optionsEnd = std::find(arguments.begin(), arguments.end(), "--");
     json_ = std::find(arguments.begin(), optionsEnd, "--json") != optionsEnd;
@@ -104,7 +101,7 @@ Family::Family(CommandLine &commandLine, CLI::App &parent, const std::string &he
 }
 
 void Family::add(const std::string &name, const std::string &summary, const std::vector<std::string> &examples,
-                 const SetUp &setUp)
+                 const CommandSetup &setUp)
 {
     CLI::App &command = *parent_.add_subcommand(name, summary);
     command.group(heading_);

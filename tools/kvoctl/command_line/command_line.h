@@ -15,7 +15,7 @@ namespace kvoctl {
 using Action = std::function<Report()>;
 
 /// Declares a subcommand's arguments and returns its action, which shares the parsed values.
-using SetUp = std::function<Action(CLI::App &command)>;
+using CommandSetup = std::function<Action(CLI::App &command)>;
 
 class CommandLine {
 public:
@@ -39,7 +39,7 @@ public:
     [[nodiscard]] Report run() const { return action_(); }
 
     /// The prefix of messages on standard error: "kvoctl: usb lock get", with the commands that the parser has read.
-    [[nodiscard]] std::string prefix() const { return tools::command_line::place(app_); }
+    [[nodiscard]] std::string prefix() const { return tools::command_line::messagePrefix(app_); }
     [[nodiscard]] const CLI::App &app() const noexcept { return app_; }
     [[nodiscard]] bool json() const noexcept { return json_; }
     [[nodiscard]] bool debug() const noexcept { return debug_; }
@@ -54,7 +54,7 @@ private:
 };
 
 /// Explains why the library's version text is always the same.
-std::string libraryVersionExplained();
+std::string explainLibraryVersion();
 
 /// The subcommands of one family of requests, under a heading of the help. They can share a first word.
 class Family {
@@ -76,7 +76,8 @@ public:
     }
 
     /// @p examples  only the arguments
-    void add(const std::string &name, const std::string &summary, const std::vector<std::string> &examples, const SetUp &setUp);
+    void add(const std::string &name, const std::string &summary, const std::vector<std::string> &examples,
+             const CommandSetup &setUp);
 
 private:
     Family(CommandLine &commandLine, CLI::App &parent, const std::string &heading, const std::string &path,

@@ -15,16 +15,16 @@ namespace kvoctl {
 /// The capacity of the first request. Most plants are smaller.
 inline constexpr uint32_t kInitialEntries = 64;
 /// A larger number is treated as a mistake of the service: kvoctl does not allocate that much memory.
-inline constexpr uint32_t kMostEntries = 1'000'000;
+inline constexpr uint32_t kMaxEntries = 1'000'000;
 /// The list may grow between the request that reports its size and the next one, but not forever.
-inline constexpr int kAttempts = 8;
+inline constexpr int kMaxAttempts = 8;
 
 /// @p ask takes an array and its in/out count, and returns the library's result. @p entries names the elements in messages.
 template <class Record, class Ask>
 std::vector<Record> fetchList(Ask ask, const char *entries = "stations")
 {
     uint32_t capacity = kInitialEntries;
-    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    for (int attempt = 0; attempt < kMaxAttempts; ++attempt) {
         // Zeroed for each attempt: the registry lists count with the previous contents of an element.
         std::vector<Record> list(capacity);
         const Result result = ask(list.data(), &capacity);
@@ -33,9 +33,9 @@ std::vector<Record> fetchList(Ask ask, const char *entries = "stations")
             list.resize(capacity);
             return list;
         }
-        if (capacity > kMostEntries) {
+        if (capacity > kMaxEntries) {
             throw Failure(result.code, "the service reports " + std::to_string(capacity) + " " + entries +
-                                           "; kvoctl accepts at most " + std::to_string(kMostEntries));
+                                           "; kvoctl accepts at most " + std::to_string(kMaxEntries));
         }
     }
     throw Failure(KVO_HWS_TOO_SMALL, "the list grew with each request");

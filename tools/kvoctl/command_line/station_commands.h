@@ -16,9 +16,9 @@
 namespace kvoctl {
 
 /// A subcommand that shows the property with these words: STATION.
-inline SetUp showCommand(std::string_view words)
+inline CommandSetup showCommand(std::string_view subcommand)
 {
-    return [&property = tools::stationProperty(words)](CLI::App &command) -> Action {
+    return [&property = tools::stationProperty(subcommand)](CLI::App &command) -> Action {
         const auto station = addStation(command);
         return [&property, station] { return show(property, stationAddress(*station)); };
     };
@@ -26,14 +26,14 @@ inline SetUp showCommand(std::string_view words)
 
 /// Calls @p request with a station and the values of @p given.
 template <class... Parameters, class... Values>
-Report call(Request<uint32_t, Parameters...> request, uint32_t station, const std::tuple<Given<Values>...> &given)
+Report call(Request<uint32_t, Parameters...> request, uint32_t station, const std::tuple<Argument<Values>...> &given)
 {
-    return done(std::apply([&](const auto &...value) { return request(station, toParameter(*value.value)...); }, given));
+    return reportDone(std::apply([&](const auto &...value) { return request(station, toParameter(*value.value)...); }, given));
 }
 
 /// A subcommand that sends a request: STATION and @p arguments, which the library's @p request takes in this order.
 template <class... Parameters, class... Arguments>
-SetUp requestCommand(Request<uint32_t, Parameters...> request, Arguments... arguments)
+CommandSetup requestCommand(Request<uint32_t, Parameters...> request, Arguments... arguments)
 {
     return [=](CLI::App &command) -> Action {
         const auto station = addStation(command);
@@ -46,9 +46,9 @@ SetUp requestCommand(Request<uint32_t, Parameters...> request, Arguments... argu
 
 /// A subcommand that shows the property with these words, or sets it if values are given: STATION [VALUE...].
 template <class... Parameters, class... Arguments>
-SetUp settingCommand(std::string_view words, Request<uint32_t, Parameters...> request, Arguments... arguments)
+CommandSetup settingCommand(std::string_view subcommand, Request<uint32_t, Parameters...> request, Arguments... arguments)
 {
-    return [=, &property = tools::stationProperty(words)](CLI::App &command) -> Action {
+    return [=, &property = tools::stationProperty(subcommand)](CLI::App &command) -> Action {
         const auto station = addStation(command);
         const std::tuple given{arguments.addTo(command)...};
         return [=, &property] {

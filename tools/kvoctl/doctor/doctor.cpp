@@ -31,14 +31,14 @@ Report report(const std::vector<tools::Finding> &findings)
     Table table({Table::Column::text, Table::Column::text, Table::Column::text});
     Document documents = Document::array();
     for (const tools::Finding &finding : findings) {
-        table.add({Cell(state(finding), colour(finding)), finding.check, finding.words});
+        table.add({Cell(state(finding), colour(finding)), finding.check, finding.text});
         if (!finding.advice.empty()) {
             table.add({"", "", finding.advice});
         }
         documents.push_back({{"check", finding.check},
                              {"state", finding.isFault() ? "fault" : state(finding)},
                              {"status", static_cast<int>(finding.fault)},
-                             {"finding", finding.words},
+                             {"finding", finding.text},
                              {"advice", finding.advice.empty() ? Document(nullptr) : Document(finding.advice)}});
     }
     const auto fault = std::find_if(findings.begin(), findings.end(), [](const tools::Finding &one) { return one.isFault(); });

@@ -6,9 +6,9 @@
 namespace kvoctl {
 
 /// The heading in the help for the families about one station.
-inline constexpr const char *kOneStation = "One station, by family";
+inline constexpr const char *kOneStationHeading = "One station, by family";
 /// The heading for the commands of the host of an embedded station.
-inline constexpr const char *kEmbedded = "Embedded stations";
+inline constexpr const char *kEmbeddedHeading = "Embedded stations";
 
 void addStationCommands(CommandLine &commandLine);
 void addPanelCommands(CommandLine &commandLine);

@@ -41,7 +41,7 @@ Report find(const Lookup &lookup, uint32_t number)
 
 Action setUpFind(CLI::App &command)
 {
-    std::vector<Given<uint32_t>> numbers;
+    std::vector<Argument<uint32_t>> numbers;
     for (const Lookup &lookup : kLookups) {
         numbers.push_back(Number<>{lookup.option, std::string("The station with this ") + lookup.what}.addTo(command));
         numbers.back().option->type_name("N");
@@ -60,7 +60,7 @@ Action setUpFind(CLI::App &command)
 
 void addAddressCommands(CommandLine &commandLine)
 {
-    Family address(commandLine, kOneStation, "address", "The numbers that identify a station");
+    Family address(commandLine, kOneStationHeading, "address", "The numbers that identify a station");
     const std::vector<std::string> examples{"10.0.0.5", "10.0.0.5 12"};
     // The service, not kvoctl, decides whether an MCP address or KVO index is valid.
     address.add("mcp", "Show or set the address of the machine control panel (MCP) that the station serves", examples,

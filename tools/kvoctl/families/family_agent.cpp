@@ -11,22 +11,22 @@ namespace {
 
 // ---- kvoctl agent run ----
 
-Report run(const AgentPlan &plan, const AgentAnswers &answers, const std::optional<std::string> &program,
+Report run(const AgentOptions &options, const AgentAnswers &answers, const std::optional<std::string> &program,
            const CommandLine &commandLine)
 {
     const StopSignals signals;
     AgentHost host{.answers = answers};
     if (program) {
-        host.program.emplace(*program, kAgentEnvironment, signals.before(), commandLine.prefix());
+        host.program.emplace(*program, kAgentVariablePrefix, signals.previousMask(), commandLine.prefix());
     }
-    if (!runAgent(plan, host, lineFormat(commandLine), signals)) {
+    if (!runAgent(options, host, lineFormat(commandLine), signals)) {
         std::fprintf(stderr, "%s: the agent did not end in time; kvoctl ends without waiting for it\n",
                      commandLine.prefix().c_str());
     }
     return {};
 }
 
-SetUp setUpRun(const CommandLine &commandLine)
+CommandSetup setUpRun(const CommandLine &commandLine)
 {
     return [&commandLine](CLI::App &command) -> Action {
         const auto agent = AgentArguments::addTo(command);
@@ -40,10 +40,10 @@ SetUp setUpRun(const CommandLine &commandLine)
                                 "command. Exit status 0 means the answer 1, exit status 1 the answer 0, any other -1");
         program.option->excludes(command.get_option(kAnswerOption))->excludes(command.get_option(kAnswerAllOption));
         return [=, &commandLine] {
-            AgentPlan plan = agent.plan();
-            plan.remoteAddress = *remote.value;
-            plan.session = *session.value;
-            return run(plan, *answers, program.given(), commandLine);
+            AgentOptions options = agent.options();
+            options.remoteAddress = *remote.value;
+            options.session = *session.value;
+            return run(options, *answers, program.valueIfGiven(), commandLine);
         };
     };
 }
@@ -56,14 +56,15 @@ Action setUpCheck(CLI::App &command)
     const auto session = addSession(command, "The session, 0 to 9, whose port is used (default: the first with a free port)");
     const auto answers = AgentAnswers::addTo(command);
     auto *all = addFlag(command, "--all", "Also send commands that change a station");
-    return [=] { return checkAgent({agent.plan(), {.answers = *answers}, session.given(), all->count() > 0}); };
+    return [=] { return checkAgent({agent.options(), {.answers = *answers}, session.valueIfGiven(), all->count() > 0}); };
 }
 
 }  // namespace
 
 void addAgentCommands(CommandLine &commandLine)
 {
-    Family agent(commandLine, kEmbedded, "agent", "The agent: another station's service controls this station through it");
+    Family agent(commandLine, kEmbeddedHeading, "agent",
+                 "The agent: another station's service controls this station through it");
     agent.add("run", "Run the agent until Ctrl-C; show the commands for the host, and send lines of standard input as events",
               {"--focus 10.0.0.5 --remote 10.0.0.1 --session 3",
                "--focus-name \"Portal mill\" --remote 10.0.0.1 --session 3 --answer activate-me=busy --json",

@@ -12,19 +12,19 @@ namespace {
 Report watch(const std::optional<std::string> &program, const CommandLine &commandLine)
 {
     const StopSignals signals;
-    EmbeddedEventPlan plan{.format = lineFormat(commandLine), .complaint = commandLine.prefix()};
+    EmbeddedEventOptions options{.format = lineFormat(commandLine), .messagePrefix = commandLine.prefix()};
     if (program) {
-        plan.program.emplace(*program, kEmbeddedEnvironment, signals.before(), commandLine.prefix());
+        options.program.emplace(*program, kEventVariablePrefix, signals.previousMask(), commandLine.prefix());
     }
-    watchEmbeddedEvents(plan, signals);
+    watchEmbeddedEvents(options, signals);
     return {};
 }
 
-SetUp setUpWatch(const CommandLine &commandLine)
+CommandSetup setUpWatch(const CommandLine &commandLine)
 {
     return [&commandLine](CLI::App &command) -> Action {
         const auto program = addProgram(command, "Run PROGRAM for each event; its environment variables contain the event");
-        return [=, &commandLine] { return watch(program.given(), commandLine); };
+        return [=, &commandLine] { return watch(program.valueIfGiven(), commandLine); };
     };
 }
 
@@ -32,7 +32,7 @@ SetUp setUpWatch(const CommandLine &commandLine)
 
 void addEventCommands(CommandLine &commandLine)
 {
-    Family events(commandLine, kEmbedded, "events", "The events of embedded stations");
+    Family events(commandLine, kEmbeddedHeading, "events", "The events of embedded stations");
     events.add("watch", "Show the events that the service sends to embedded stations, until Ctrl-C",
                {"", "--json", "--exec ./on-event.sh"}, {setUpWatch(commandLine)});
 }

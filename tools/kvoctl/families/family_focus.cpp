@@ -14,7 +14,7 @@ constexpr std::size_t kLongestChannelInfo = 230;
 
 void addFocusCommands(CommandLine &commandLine)
 {
-    Family focus(commandLine, kOneStation, "focus", "A station's behaviour when it gets the focus, and at start");
+    Family focus(commandLine, kOneStationHeading, "focus", "A station's behaviour when it gets the focus, and at start");
     focus.add("priority", "Show the station's suspend lock and priority", {"10.0.0.5"}, showCommand("focus priority"));
     focus.add("startup", "Show whether, and with which priority, the station becomes active at start", {"10.0.0.5"},
               showCommand("focus startup"));
@@ -24,7 +24,7 @@ void addFocusCommands(CommandLine &commandLine)
               showCommand("focus screen"));
     focus.add("m2n", "Show the station's M:N assignment", {"10.0.0.5"}, showCommand("focus m2n"));
 
-    Family channelInfo(commandLine, kOneStation, "channel-info", "A station's channel information");
+    Family channelInfo(commandLine, kOneStationHeading, "channel-info", "A station's channel information");
     channelInfo.add("get", "Show the channel information", {"10.0.0.5"}, showCommand("channel-info get"));
     channelInfo.add(
         "set", "Store the channel information", {"10.0.0.5 \"Spindle 1, left\""},

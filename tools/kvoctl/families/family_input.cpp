@@ -47,11 +47,11 @@ Action setUpDevices(CLI::App &command)
 
 void addInputCommands(CommandLine &commandLine)
 {
-    Family input(commandLine, kOneStation, "input", "A station's input devices and display");
+    Family input(commandLine, kOneStationHeading, "input", "A station's input devices and display");
     input.add("devices", "Count the station's input devices", {"10.0.0.5", "10.0.0.5 --v1"}, setUpDevices);
     input.add("dpi", "Show the resolution of the station's display in dots per inch", {"10.0.0.5"}, showCommand("input dpi"));
 
-    Family touch(commandLine, kOneStation, "touch", "A station's touch screen");
+    Family touch(commandLine, kOneStationHeading, "touch", "A station's touch screen");
     touch.add("calibration", "Show or set the calibration: the press threshold and the nonlinear mode",
               {"10.0.0.5", "10.0.0.5 40 1", "10.0.0.5 -1 -1"},
               settingCommand("touch calibration", KVO_REQUEST(KVO_HWS_setTouchScreenCalibParam),

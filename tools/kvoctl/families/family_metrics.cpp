@@ -100,9 +100,9 @@ Action setUpClients(CLI::App &command)
 
 void addMetricCommands(CommandLine &commandLine)
 {
-    Family station(commandLine, kOneStation);
-    station.add("metrics", "Show all metrics of a station, or one of them", {"10.0.0.5", "10.0.0.5 rotation", "\"Portal mill\" --json"},
-                setUpMetrics);
+    Family station(commandLine, kOneStationHeading);
+    station.add("metrics", "Show all metrics of a station, or one of them",
+                {"10.0.0.5", "10.0.0.5 rotation", "\"Portal mill\" --json"}, setUpMetrics);
     Family service(commandLine, "Service");
     service.add("clients", "List the clients that are connected to the service", {"", "--flags 1F"}, setUpClients);
 }

@@ -16,7 +16,7 @@ Action setUpBacklight(CLI::App &command)
 {
     const auto state = kOnOff.addTo(command);
     state.option->required();
-    return [=] { return done(KVO_REQUEST(KVO_HWS_setBacklight)(*state.value)); };
+    return [=] { return reportDone(KVO_REQUEST(KVO_HWS_setBacklight)(*state.value)); };
 }
 
 // ---- Keys that can be disabled ----
@@ -37,7 +37,7 @@ Action setUpBrightnessV2(CLI::App &command)
         const uint32_t address = stationAddress(*station);
         Property property = tools::stationProperty(kBrightnessOfModes.at(*mode.value));
         if (level.option->count() > 0) {
-            return done(KVO_REQUEST(KVO_HWS_setBacklightBrightnessV2)(address, *level.value, *mode.value));
+            return reportDone(KVO_REQUEST(KVO_HWS_setBacklightBrightnessV2)(address, *level.value, *mode.value));
         }
         property.keys = {"brightness_v2"};
         return show(property, address);
@@ -54,8 +54,9 @@ void addPanelCommands(CommandLine &commandLine)
               {"10.0.0.5 on", "0A000005 off", "\"Portal mill\" off"},
               requestCommand(KVO_REQUEST(KVO_HWS_setBrightness), kOnOff));
 
-    Family panel(commandLine, kOneStation, "panel", "A station's panel and settings, and its whole state");
-    panel.add("show", "Show everything that can be read from a station", {"10.0.0.5", "\"Portal mill\" --json"}, stationPage());
+    Family panel(commandLine, kOneStationHeading, "panel", "A station's panel and settings, and its whole state");
+    panel.add("show", "Show everything that can be read from a station", {"10.0.0.5", "\"Portal mill\" --json"},
+              panelShowCommand());
     panel.add("type", "Show the station's type: 0, 1 or -1", {"10.0.0.5"}, showCommand("panel type"));
     panel.add("brightness", "Set the brightness of the station's backlight", {"10.0.0.5 80"},
               requestCommand(KVO_REQUEST(KVO_HWS_setBacklightBrightness), Number<>{"PERCENT", "0 to 100", 0, kBrightest}));

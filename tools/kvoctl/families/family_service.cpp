@@ -37,7 +37,7 @@ Action setUpVersion(CLI::App & /*command*/)
         const std::string library = version(KVO_REQUEST(KVO_HWS_getDLLVersion));
         Report report{.document = {{"library", library}, {"service", nullptr}},
                       .table = Table({Column::text, Column::text}),
-                      .line = libraryVersionExplained()};
+                      .line = explainLibraryVersion()};
         report.table->add({"library", library});
         try {
             const std::string service = version(KVO_REQUEST(KVO_HWS_getKVOHWSVersion));
@@ -105,26 +105,26 @@ Action setUpDebugLevel(CLI::App &command)
                       ->transform(oneOf(words))
                       ->type_name("");
     completeWords(given, words);
-    return [=] { return given->count() > 0 ? done(KVO_REQUEST(KVO_HWS_setDebugLevel)(*level)) : debugLevel(); };
+    return [=] { return given->count() > 0 ? reportDone(KVO_REQUEST(KVO_HWS_setDebugLevel)(*level)) : debugLevel(); };
 }
 
 // ---- kvoctl registry ----
 
 Action setUpRegistryLock(CLI::App & /*command*/)
 {
-    return [] { return done(tools::withMissingService(KVO_REQUEST(KVO_HWS_lockKVORegData)())); };
+    return [] { return reportDone(tools::distinguishMissingService(KVO_REQUEST(KVO_HWS_lockKVORegData)())); };
 }
 
 Action setUpRegistryUnlock(CLI::App & /*command*/)
 {
-    return [] { return done(tools::withMissingService(KVO_REQUEST(KVO_HWS_unlockKVORegData)())); };
+    return [] { return reportDone(tools::distinguishMissingService(KVO_REQUEST(KVO_HWS_unlockKVORegData)())); };
 }
 
 // ---- kvoctl kill-daemon ----
 
 Action setUpKillDaemon(CLI::App & /*command*/)
 {
-    return [] { return done(KVO_REQUEST(KVO_HWS_killDaemon)()); };
+    return [] { return reportDone(KVO_REQUEST(KVO_HWS_killDaemon)()); };
 }
 
 }  // namespace

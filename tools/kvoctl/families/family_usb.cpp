@@ -49,7 +49,7 @@ Report setLock(const std::vector<std::string> &stations, int first, int second)
     for (const std::string &address : addresses) {
         hosts.push_back(address.c_str());
     }
-    return done(KVO_REQUEST(KVO_HWS_setUsbLock)(static_cast<uint32_t>(hosts.size()), hosts.data(), first, second));
+    return reportDone(KVO_REQUEST(KVO_HWS_setUsbLock)(static_cast<uint32_t>(hosts.size()), hosts.data(), first, second));
 }
 
 Action setUpUsbLock(CLI::App &command)
@@ -74,7 +74,7 @@ Action setUpUsbLock(CLI::App &command)
 
 void addUsbCommands(CommandLine &commandLine)
 {
-    Family usb(commandLine, kOneStation, "usb", "The USB lock, connectors and devices of stations");
+    Family usb(commandLine, kOneStationHeading, "usb", "The USB lock, connectors and devices of stations");
     Family lock(usb, "lock", "The USB lock of stations");
     lock.add("get", "Show the two numbers of a station's USB lock", {"10.0.0.5"}, showCommand("usb lock get"));
     lock.add("set", "Set the USB lock of stations over the network, without waiting for a reply",

@@ -11,7 +11,7 @@ namespace {
 // A request longer than 1024 bytes is cut. Three texts of this length fit.
 constexpr std::size_t kLongestPart = 300;
 
-SetUp setUpStop()
+CommandSetup setUpStop()
 {
     return [](CLI::App &command) -> Action {
         const auto station = addStation(command);
@@ -22,7 +22,7 @@ SetUp setUpStop()
             const auto request = preempt->count() > 0   ? KVO_REQUEST(KVO_HWS_setStopViewerPreempt)
                                  : noClean->count() > 0 ? KVO_REQUEST(KVO_HWS_setStopViewerNoClean)
                                                         : KVO_REQUEST(KVO_HWS_setStopViewer);
-            return done(request(stationAddress(*station)));
+            return reportDone(request(stationAddress(*station)));
         };
     };
 }
@@ -31,7 +31,7 @@ SetUp setUpStop()
 
 void addViewerCommands(CommandLine &commandLine)
 {
-    Family viewer(commandLine, kOneStation, "viewer", "A station's viewer, status line, focus and reboot");
+    Family viewer(commandLine, kOneStationHeading, "viewer", "A station's viewer, status line, focus and reboot");
     viewer.add("start", "Start the viewer; the service interprets the connection data, PART1 to PART3",
                {"10.0.0.5 nc-hall1 0 full"},
                requestCommand(KVO_REQUEST(KVO_HWS_setStartViewer), Text{"PART1", "First part", kLongestPart},

@@ -31,17 +31,17 @@ public:
     void take(const tools::NamedProperty &asked, const Reading &reading)
     {
         const Property &property = asked.property;
-        const std::string section = tools::familyKey(asked.words);
+        const std::string section = tools::familyKey(asked.subcommand);
         ++requests_;
         const bool failed = !tools::isState(reading.result.code, property.states);
         if (failed) {
-            failed_.push_back(asked.words);
+            failed_.push_back(asked.subcommand);
         }
         for (std::size_t i = 0; i < property.keys.size(); ++i) {
             if (reading.result.code == KVO_HWS_OK) {
                 add(section, property.keys[i], reading.values.at(i));
             } else {
-                addMissing(section, property.keys[i], Failure(reading.result.code, words(reading.result)), failed);
+                addMissing(section, property.keys[i], Failure(reading.result.code, meaningOf(reading.result)), failed);
             }
         }
     }
@@ -52,7 +52,7 @@ public:
         return {.document = std::move(document_),
                 .table = std::move(table_),
                 .exit = failed_.empty() ? Exit::done : Exit::failed,
-                .complaint = complaint()};
+                .errorMessage = errorMessage()};
     }
 
 private:
@@ -71,7 +71,7 @@ private:
     }
 
     /// The failed requests, as the words of the subcommands that repeat them; empty if none failed.
-    [[nodiscard]] std::string complaint() const
+    [[nodiscard]] std::string errorMessage() const
     {
         return failed_.empty() ? ""
                                : std::to_string(failed_.size()) + " of " + std::to_string(requests_) +
@@ -88,7 +88,7 @@ private:
 
 }  // namespace
 
-SetUp stationPage()
+CommandSetup panelShowCommand()
 {
     return [](CLI::App &command) -> Action {
         const auto station = addStation(command);

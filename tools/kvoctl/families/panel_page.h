@@ -5,6 +5,6 @@
 
 namespace kvoctl {
 
-SetUp stationPage();
+CommandSetup panelShowCommand();
 
 }  // namespace kvoctl

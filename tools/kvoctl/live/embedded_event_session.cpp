@@ -70,9 +70,9 @@ bool isConnected()
 
 class EmbeddedEventSession {
 public:
-    EmbeddedEventSession(const EmbeddedEventPlan &plan, const StopSignals &signals) : plan_(plan), loop_(signals)
+    EmbeddedEventSession(const EmbeddedEventOptions &options, const StopSignals &signals) : options_(options), loop_(signals)
     {
-        neverDestroyed<SharedEvents>().program = plan.program;
+        neverDestroyed<SharedEvents>().program = options.program;
         require(KVO_REQUEST(KVO_HWS_activateEmbKvoEvents)(take));
     }
     EmbeddedEventSession(const EmbeddedEventSession &) = delete;
@@ -97,7 +97,7 @@ private:
     void showEvents()
     {
         for (const Event &event : neverDestroyed<SharedEvents>().queue.take()) {
-            loop_.write(plan_.format(event));
+            loop_.write(options_.format(event));
         }
     }
 
@@ -108,18 +108,21 @@ private:
             lastConnected_ = now;
             wasConnected_ = true;
             if (std::exchange(reportedMissing_, false)) {
-                complain("listening");
+                printError("listening");
             }
         } else if (!reportedMissing_ && now - lastConnected_ >= kReconnectTimeout) {
             reportedMissing_ = true;
-            complain((wasConnected_ ? "no process listens any longer at " : "no process listens yet at ") +
-                     std::string(kEventSocket) + "; waiting");
+            printError((wasConnected_ ? "no process listens any longer at " : "no process listens yet at ") +
+                       std::string(kEventSocket) + "; waiting");
         }
     }
 
-    void complain(const std::string &words) const { std::fprintf(stderr, "%s: %s\n", plan_.complaint.c_str(), words.c_str()); }
+    void printError(const std::string &message) const
+    {
+        std::fprintf(stderr, "%s: %s\n", options_.messagePrefix.c_str(), message.c_str());
+    }
 
-    const EmbeddedEventPlan &plan_;
+    const EmbeddedEventOptions &options_;
     PollLoop loop_;
     Clock::time_point lastConnected_ = Clock::now();
     bool wasConnected_ = false;
@@ -128,9 +131,9 @@ private:
 
 }  // namespace
 
-void watchEmbeddedEvents(const EmbeddedEventPlan &plan, const StopSignals &signals)
+void watchEmbeddedEvents(const EmbeddedEventOptions &options, const StopSignals &signals)
 {
-    EmbeddedEventSession(plan, signals).run();
+    EmbeddedEventSession(options, signals).run();
 }
 
 }  // namespace kvoctl

@@ -9,17 +9,17 @@
 
 namespace kvoctl {
 
-struct EmbeddedEventPlan {
+struct EmbeddedEventOptions {
     LineFormat format;
-    std::string complaint;  ///< the prefix of messages on standard error
+    std::string messagePrefix;  ///< the prefix of messages on standard error
     std::optional<EventProgram> program{};
 };
 
 /// The prefix of the environment variables of a program that is run for an event.
-inline constexpr const char *kEmbeddedEnvironment = "KVO_EVENT_";
+inline constexpr const char *kEventVariablePrefix = "KVO_EVENT_";
 
 /// Listens until a signal arrives or the reader of the output closes it. Throws Failure if the library does not listen, and
 /// std::runtime_error if the output cannot be written.
-void watchEmbeddedEvents(const EmbeddedEventPlan &plan, const StopSignals &signals);
+void watchEmbeddedEvents(const EmbeddedEventOptions &options, const StopSignals &signals);
 
 }  // namespace kvoctl

@@ -95,26 +95,28 @@ std::string nameOf(const Event &event)
 
 }  // namespace
 
-EventProgram::EventProgram(std::string program, std::string variables, const sigset_t &signals, std::string complaint)
-    : program_(std::move(program)), variables_(std::move(variables)), signals_(signals), complaint_(std::move(complaint))
+EventProgram::EventProgram(std::string program, std::string variablePrefix, const sigset_t &signalMask,
+                           std::string messagePrefix)
+    : program_(std::move(program)), variablePrefix_(std::move(variablePrefix)), signalMask_(signalMask),
+      messagePrefix_(std::move(messagePrefix))
 {
     // If our parent ignores SIGCHLD, so do we, and the status of a program would be lost.
     std::signal(SIGCHLD, SIG_DFL);
 }
 
-std::optional<int> EventProgram::run(const Event &event, int greatest) const
+std::optional<int> EventProgram::run(const Event &event, int maxStatus) const
 {
     pid_t process = -1;
-    const int error = Start(signals_).run(program_, environmentFor(variables_, event), process);
+    const int error = Start(signalMask_).run(program_, environmentFor(variablePrefix_, event), process);
     End end = error == 0 ? waitForEnd(process) : End{-1, std::string("cannot be run: ") + std::strerror(error)};
-    if (end.fault.empty() && end.status > greatest) {
+    if (end.fault.empty() && end.status > maxStatus) {
         end.fault = "exited with status " + std::to_string(end.status);
     }
     if (end.fault.empty()) {
         return end.status;
     }
     const std::string sentence = program_ + " " + end.fault + " (event \"" + nameOf(event) + "\")";
-    std::fprintf(stderr, "%s: %s\n", complaint_.c_str(), displayText(sentence).text.c_str());
+    std::fprintf(stderr, "%s: %s\n", messagePrefix_.c_str(), displayText(sentence).text.c_str());
     return std::nullopt;
 }
 

@@ -14,17 +14,17 @@ public:
     /// @p variables  the prefix of the environment variables for the program
     /// @p signals    the signals that are blocked when the program starts
     /// @p complaint  the prefix of messages on standard error
-    EventProgram(std::string program, std::string variables, const sigset_t &signals, std::string complaint);
+    EventProgram(std::string program, std::string variablePrefix, const sigset_t &signalMask, std::string messagePrefix);
 
     /// Runs the program with the event in its environment and waits for it. Returns its exit status if that is at most
-    /// @p greatest; otherwise writes the reason to standard error and returns nothing. Several threads may call it at once.
-    [[nodiscard]] std::optional<int> run(const Event &event, int greatest = 0) const;
+    /// @p maxStatus; otherwise writes the reason to standard error and returns nothing. Several threads may call it at once.
+    [[nodiscard]] std::optional<int> run(const Event &event, int maxStatus = 0) const;
 
 private:
     std::string program_;
-    std::string variables_;
-    sigset_t signals_;
-    std::string complaint_;
+    std::string variablePrefix_;
+    sigset_t signalMask_;
+    std::string messagePrefix_;
 };
 
 }  // namespace kvoctl

@@ -8,10 +8,10 @@
 
 namespace kvoctl {
 
-std::vector<InputLine> LineInput::read(const pollfd &happened)
+std::vector<InputLine> LineInput::read(const pollfd &polled)
 {
     std::vector<InputLine> lines;
-    if (happened.revents == 0) {
+    if (polled.revents == 0) {
         return lines;
     }
     std::array<char, 4096> bytes{};
@@ -20,7 +20,7 @@ std::vector<InputLine> LineInput::read(const pollfd &happened)
         add(bytes[static_cast<std::size_t>(i)], lines);
     }
     hasEnded_ = count == 0 || (count < 0 && errno != EINTR && errno != EAGAIN);
-    if (hasEnded_ && (!begun_.empty() || tooLong_)) {
+    if (hasEnded_ && (!partialLine_.empty() || tooLong_)) {
         add('\n', lines);
     }
     return lines;
@@ -29,9 +29,9 @@ std::vector<InputLine> LineInput::read(const pollfd &happened)
 void LineInput::add(char byte, std::vector<InputLine> &lines)
 {
     if (byte == '\n') {
-        lines.push_back({std::exchange(begun_, {}), std::exchange(tooLong_, false)});
-    } else if (begun_.size() < longest_) {
-        begun_ += byte;
+        lines.push_back({std::exchange(partialLine_, {}), std::exchange(tooLong_, false)});
+    } else if (partialLine_.size() < longest_) {
+        partialLine_ += byte;
     } else {
         tooLong_ = true;
     }

@@ -22,13 +22,13 @@ public:
     [[nodiscard]] pollfd pollRequest() const noexcept { return {.fd = hasEnded_ ? -1 : 0, .events = POLLIN, .revents = 0}; }
 
     /// Reads and returns the lines that are complete now; at the end of the input also a last line without a line feed.
-    std::vector<InputLine> read(const pollfd &happened);
+    std::vector<InputLine> read(const pollfd &polled);
 
 private:
     void add(char byte, std::vector<InputLine> &lines);
 
     std::size_t longest_;
-    std::string begun_;
+    std::string partialLine_;
     bool tooLong_ = false;
     bool hasEnded_ = false;
 };

@@ -15,13 +15,13 @@ pollfd LineOutput::pollRequest() const noexcept
     return {.fd = hasEnded() ? -1 : STDOUT_FILENO, .events = static_cast<short>(lines_.empty() ? 0 : POLLOUT), .revents = 0};
 }
 
-void LineOutput::handle(const pollfd &happened)
+void LineOutput::handle(const pollfd &polled)
 {
-    if ((happened.revents & (POLLERR | POLLHUP)) != 0) {
+    if ((polled.revents & (POLLERR | POLLHUP)) != 0) {
         error_ = EPIPE;
-    } else if ((happened.revents & POLLNVAL) != 0) {
+    } else if ((polled.revents & POLLNVAL) != 0) {
         error_ = EBADF;
-    } else if ((happened.revents & POLLOUT) != 0) {
+    } else if ((polled.revents & POLLOUT) != 0) {
         writeFirst();
     }
 }

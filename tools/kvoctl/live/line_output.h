@@ -17,13 +17,13 @@ public:
 
     /// The events to poll for; without a line to write, only that the reader closes the output.
     [[nodiscard]] pollfd pollRequest() const noexcept;
-    /// Writes at most one line, or the beginning of a long one, if @p happened says that the output accepts it.
-    void handle(const pollfd &happened);
+    /// Writes at most one line, or the beginning of a long one, if @p polled says that the output accepts it.
+    void handle(const pollfd &polled);
     /// Writes the remaining lines as far as the output takes them without blocking.
     void drain();
 
     /// Whether so many lines wait that callers should add no more for now, if they can.
-    [[nodiscard]] bool isBehind() const noexcept { return lines_.size() > kManyLines; }
+    [[nodiscard]] bool hasBacklog() const noexcept { return lines_.size() > kManyLines; }
     /// Whether the output can no longer be written.
     [[nodiscard]] bool hasEnded() const noexcept { return error_ != 0; }
     /// Throws std::runtime_error if lines were lost, except because the reader closed the output.

@@ -27,7 +27,7 @@ public:
     /// Whether a signal has arrived, or the output can no longer be written.
     [[nodiscard]] bool mustEnd() const noexcept { return stopped_ || output_.hasEnded(); }
     /// Whether the reader is so slow that no lines should be added for now.
-    [[nodiscard]] bool isBehind() const noexcept { return output_.isBehind(); }
+    [[nodiscard]] bool hasBacklog() const noexcept { return output_.hasBacklog(); }
 
     /// Writes the remaining lines as far as the output takes them without blocking.
     void drain() { output_.drain(); }

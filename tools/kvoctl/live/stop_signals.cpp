@@ -35,6 +35,6 @@ int openDescriptor()
 
 }  // namespace
 
-StopSignals::StopSignals() : before_(block()), descriptor_(openDescriptor(), "signalfd") {}
+StopSignals::StopSignals() : previousMask_(block()), descriptor_(openDescriptor(), "signalfd") {}
 
 }  // namespace kvoctl

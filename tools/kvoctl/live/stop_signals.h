@@ -16,10 +16,10 @@ public:
     /// A descriptor that is readable once a signal has arrived.
     [[nodiscard]] int descriptor() const noexcept { return descriptor_.get(); }
     /// The previous signal mask, for programs that kvoctl starts.
-    [[nodiscard]] const sigset_t &before() const noexcept { return before_; }
+    [[nodiscard]] const sigset_t &previousMask() const noexcept { return previousMask_; }
 
 private:
-    sigset_t before_;
+    sigset_t previousMask_;
     tools::Descriptor descriptor_;
 };
 

@@ -29,6 +29,6 @@ UsbEvent usbEvent(const UsbEventV2 &event);
 UsbEvent usbEvent(uint32_t code, const void *record);
 
 /// The prefix of the environment variables of a program that is run for an event.
-inline constexpr const char *kUsbEnvironment = "KVO_USB_";
+inline constexpr const char *kUsbVariablePrefix = "KVO_USB_";
 
 }  // namespace kvoctl

@@ -17,7 +17,7 @@ namespace {
 
 bool areActive()
 {
-    const Result result = tools::withMissingService(KVO_REQUEST(KVO_HWS_isUSBEventsActivated)());
+    const Result result = tools::distinguishMissingService(KVO_REQUEST(KVO_HWS_isUSBEventsActivated)());
     if (result.code != KVO_HWS_NO) {
         require(result);
     }
@@ -52,23 +52,23 @@ Report watch(const WatchArguments &arguments, const CommandLine &commandLine)
 {
     requireService();
     const StopSignals signals;
-    UsbEventPlan plan{.olderCallback = arguments.olderCallback, .format = lineFormat(commandLine)};
+    UsbEventOptions options{.olderCallback = arguments.olderCallback, .format = lineFormat(commandLine)};
     if (arguments.program) {
-        plan.program.emplace(*arguments.program, kUsbEnvironment, signals.before(), commandLine.prefix());
+        options.program.emplace(*arguments.program, kUsbVariablePrefix, signals.previousMask(), commandLine.prefix());
     }
-    if (runUsbEvents(plan, signals) == UsbEventEnd::takenOver) {
+    if (runUsbEvents(options, signals) == UsbEventEnd::takenOver) {
         std::fprintf(stderr, "%s: another program has taken over the events\n", commandLine.prefix().c_str());
     }
     return {};
 }
 
-SetUp setUpUsbWatch(const CommandLine &commandLine)
+CommandSetup setUpUsbWatch(const CommandLine &commandLine)
 {
     return [&commandLine](CLI::App &command) -> Action {
         auto *older = addFlag(command, "--v1", "Use the library's older callback, which reports only new and removed devices");
         const auto program =
             addProgram(command, "Run PROGRAM for each device event; its environment variables contain the event");
-        return [=, &commandLine] { return watch({older->count() > 0, program.given()}, commandLine); };
+        return [=, &commandLine] { return watch({older->count() > 0, program.valueIfGiven()}, commandLine); };
     };
 }
 

@@ -45,9 +45,10 @@ int32_t olderCallback(uint32_t code, void *record) { return handle(usbEvent(code
 
 class UsbEventSession {
 public:
-    UsbEventSession(const UsbEventPlan &plan, const StopSignals &signals) : plan_(plan), loop_(signals, plan.format != nullptr)
+    UsbEventSession(const UsbEventOptions &options, const StopSignals &signals)
+        : options_(options), loop_(signals, options.format != nullptr)
     {
-        neverDestroyed<SharedUsbEvents>().program = plan.program;
+        neverDestroyed<SharedUsbEvents>().program = options.program;
     }
 
     UsbEventEnd run()
@@ -67,8 +68,8 @@ public:
 private:
     void activate()
     {
-        const Result result = plan_.olderCallback ? KVO_REQUEST(KVO_HWS_activateUSBEvents)(olderCallback)
-                                                  : KVO_REQUEST(KVO_HWS_activateUSBEventsV2)(newerCallback);
+        const Result result = options_.olderCallback ? KVO_REQUEST(KVO_HWS_activateUSBEvents)(olderCallback)
+                                                     : KVO_REQUEST(KVO_HWS_activateUSBEventsV2)(newerCallback);
         takeEvents();
         if (!end_) {  // an end event has more information than the result
             require(result);
@@ -98,10 +99,10 @@ private:
     void takeEvents()
     {
         for (const UsbEvent &event : neverDestroyed<SharedUsbEvents>().queue.take()) {
-            if (plan_.format) {
-                loop_.write(plan_.format(event.toEvent()));
+            if (options_.format) {
+                loop_.write(options_.format(event.toEvent()));
             }
-            wantsToClose_ = wantsToClose_ || (plan_.closeWhenActivated && event.code == USB_EVENT_ACTIVATED);
+            wantsToClose_ = wantsToClose_ || (options_.closeWhenActivated && event.code == USB_EVENT_ACTIVATED);
             if (event.isEnd() && !end_) {
                 end_ = event.code;
             }
@@ -124,16 +125,16 @@ private:
         }
         switch (*end_) {
         case USB_EVENT_SERVER_FAILED:
-            throw Failure(KVO_HWS_SERVER_FAILED, subject + words({KVO_HWS_SERVER_FAILED, "KVO_HWS_activateUSBEventsV2"}));
-        case USB_EVENT_REFUSED: throw Failure(KVO_HWS_FAILED, subject + words({KVO_HWS_FAILED}));
-        case USB_EVENT_NO_SERVICE: throw Failure(KVO_HWS_NO_SERVICE, subject + words({KVO_HWS_NO_SERVICE}));
+            throw Failure(KVO_HWS_SERVER_FAILED, subject + meaningOf({KVO_HWS_SERVER_FAILED, "KVO_HWS_activateUSBEventsV2"}));
+        case USB_EVENT_REFUSED: throw Failure(KVO_HWS_FAILED, subject + meaningOf({KVO_HWS_FAILED}));
+        case USB_EVENT_NO_SERVICE: throw Failure(KVO_HWS_NO_SERVICE, subject + meaningOf({KVO_HWS_NO_SERVICE}));
         default: break;
         }
         loop_.check();
         return deadline_ ? UsbEventEnd::closed : UsbEventEnd::takenOver;
     }
 
-    const UsbEventPlan &plan_;
+    const UsbEventOptions &options_;
     PollLoop loop_;
     std::optional<uint32_t> end_;                ///< the code of the end event
     std::optional<Clock::time_point> deadline_;  ///< of the close, after it has begun
@@ -142,6 +143,9 @@ private:
 
 }  // namespace
 
-UsbEventEnd runUsbEvents(const UsbEventPlan &plan, const StopSignals &signals) { return UsbEventSession(plan, signals).run(); }
+UsbEventEnd runUsbEvents(const UsbEventOptions &options, const StopSignals &signals)
+{
+    return UsbEventSession(options, signals).run();
+}
 
 }  // namespace kvoctl

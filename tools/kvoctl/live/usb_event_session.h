@@ -10,7 +10,7 @@
 namespace kvoctl {
 
 /// How to handle events.
-struct UsbEventPlan {
+struct UsbEventOptions {
     bool olderCallback = false;
     bool closeWhenActivated = false;
     LineFormat format = nullptr;            ///< formats an event as a line; null: events are not shown
@@ -22,6 +22,6 @@ enum class UsbEventEnd { closed, takenOver };
 /// Activates USB events and waits until a signal arrives, the reader of the output closes it, or another program takes over the
 /// events. Then closes them, unless another program has taken them over. Only one call at a time in a process. Throws Failure
 /// if the service or the library fails, and std::runtime_error if the output cannot be written.
-UsbEventEnd runUsbEvents(const UsbEventPlan &plan, const StopSignals &signals);
+UsbEventEnd runUsbEvents(const UsbEventOptions &options, const StopSignals &signals);
 
 }  // namespace kvoctl

@@ -19,7 +19,7 @@ constexpr int kOneLine = -1;
 Layout standardOutput()
 {
     return {tools::command_line::terminalWidth(STDOUT_FILENO).value_or(kUnlimited),
-            tools::command_line::takesColour(STDOUT_FILENO)};
+            tools::command_line::usesColour(STDOUT_FILENO)};
 }
 
 /// Names are arbitrary bytes from the plant. A name that is not UTF-8 must not prevent the output of the others.
@@ -44,7 +44,7 @@ void flushOutput()
     }
 }
 
-Report done(const Result &result)
+Report reportDone(const Result &result)
 {
     require(result);
     return {.document = {{"done", true}}};
@@ -69,10 +69,10 @@ void write(const Report &report, bool json)
 
 std::string compact(const Document &document) { return dump(document, kOneLine); }
 
-void writeError(std::optional<int32_t> result, const std::string &meaning)
+void writeError(std::optional<int32_t> result, const std::string &message)
 {
     const Document code = result ? Document(*result) : Document(nullptr);
-    writeLine(compact({{"error", {{"code", code}, {"meaning", meaning}}}}));
+    writeLine(compact({{"error", {{"code", code}, {"meaning", message}}}}));
 }
 
 }  // namespace kvoctl

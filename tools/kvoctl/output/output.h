@@ -19,11 +19,11 @@ struct Report {
     std::optional<Table> table{};
     std::optional<std::string> line{};  ///< follows the table
     Exit exit = Exit::done;
-    std::string complaint{};  ///< written to standard error after the rest
+    std::string errorMessage{};  ///< written to standard error after the rest
 };
 
 /// The report of a command without output whose request returned @p result. Throws like require.
-Report done(const Result &result);
+Report reportDone(const Result &result);
 
 /// Throws std::runtime_error if it cannot write to standard output, like all functions below.
 void write(const Report &report, bool json);
@@ -35,6 +35,6 @@ std::string compact(const Document &document);
 
 /// Writes one line, which can also be the last of a stream of lines. @p result is null if no function of the library was
 /// called.
-void writeError(std::optional<int32_t> result, const std::string &meaning);
+void writeError(std::optional<int32_t> result, const std::string &message);
 
 }  // namespace kvoctl

@@ -25,10 +25,10 @@ struct UsageError : std::runtime_error {
 };
 
 using tools::Failure;
+using tools::meaningOf;
 using tools::Request;
 using tools::require;
 using tools::Result;
-using tools::words;
 
 Exit exitOf(const Failure &failure) noexcept;
 

@@ -20,7 +20,7 @@ constexpr std::size_t kRecordIndent = 2;
 
 std::string colouredText(const std::string &text, const Cell &cell, const Layout &layout)
 {
-    return coloured(text, layout.takesColour ? cell.colour : Colour::none);
+    return coloured(text, layout.usesColour ? cell.colour : Colour::none);
 }
 
 }  // namespace

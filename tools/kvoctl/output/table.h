@@ -13,8 +13,8 @@ namespace kvoctl {
 using tools::command_line::Colour;
 
 struct Cell {
-    Cell(std::string words, Colour shade = Colour::none) : text(std::move(words)), colour(shade) {}
-    Cell(const char *words) : text(words) {}
+    Cell(std::string cellText, Colour cellColour = Colour::none) : text(std::move(cellText)), colour(cellColour) {}
+    Cell(const char *cellText) : text(cellText) {}
 
     std::string text;
     Colour colour = Colour::none;
@@ -23,7 +23,7 @@ struct Cell {
 /// Properties of the output to which a table is written.
 struct Layout {
     std::size_t width;  ///< in terminal columns
-    bool takesColour = false;
+    bool usesColour = false;
 };
 
 class Table {

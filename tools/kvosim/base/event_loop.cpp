@@ -41,9 +41,9 @@ void EventLoop::watch(int fd, uint32_t events, Callback callback)
     callbacks_[fd] = std::make_shared<Callback>(std::move(callback));
 }
 
-void EventLoop::change(int fd, uint32_t events) { control(poll_.get(), EPOLL_CTL_MOD, fd, events); }
+void EventLoop::setEvents(int fd, uint32_t events) { control(poll_.get(), EPOLL_CTL_MOD, fd, events); }
 
-void EventLoop::forget(int fd)
+void EventLoop::unwatch(int fd)
 {
     control(poll_.get(), EPOLL_CTL_DEL, fd, 0);
     callbacks_.erase(fd);

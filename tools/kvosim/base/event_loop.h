@@ -21,13 +21,13 @@ public:
     EventLoop(const EventLoop &) = delete;
     EventLoop &operator=(const EventLoop &) = delete;
 
-    /// Calls @p callback whenever one of @p events (EPOLLIN, EPOLLOUT) occurs on @p fd, until forget() is called. Errors and
+    /// Calls @p callback whenever one of @p events (EPOLLIN, EPOLLOUT) occurs on @p fd, until unwatch() is called. Errors and
     /// hang-ups are always reported.
     void watch(int fd, uint32_t events, Callback callback);
     /// Waits for other events of a watched descriptor.
-    void change(int fd, uint32_t events);
+    void setEvents(int fd, uint32_t events);
     /// Stops watching @p fd. Call it before the descriptor is closed. A callback may call it for its own descriptor.
-    void forget(int fd);
+    void unwatch(int fd);
     /// Calls @p action once, on the loop's thread.
     void after(std::chrono::milliseconds delay, std::function<void()> action);
 

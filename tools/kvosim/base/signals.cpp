@@ -27,6 +27,6 @@ Signals::Signals(EventLoop &loop, std::initializer_list<int> numbers, Callback c
     });
 }
 
-Signals::~Signals() { loop_.forget(fd_.get()); }
+Signals::~Signals() { loop_.unwatch(fd_.get()); }
 
 }  // namespace kvosim

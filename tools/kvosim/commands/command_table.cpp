@@ -59,13 +59,13 @@ Handler onStation(StationHandler handle)
     };
 }
 
-Handler onStationOnly(StationHandler handle)
+Handler onStationWithoutValues(StationHandler handle)
 {
     return onStation(
         [handle = std::move(handle)](const StationCall &call) { return call.values.empty() ? handle(call) : kFailed; });
 }
 
-Handler sets(std::string_view key, Quotes quotes)
+Handler setsKey(std::string_view key, Quotes quotes)
 {
     return onStation([&key = stationKey(key), quotes](const StationCall &call) -> std::string {
         const auto value = quotes == Quotes::around ? unquoted(call.values) : call.values;
@@ -73,9 +73,9 @@ Handler sets(std::string_view key, Quotes quotes)
     });
 }
 
-Handler returns(std::string_view prefix, std::string_view key, Form form)
+Handler returnsKey(std::string_view prefix, std::string_view key, Form form)
 {
-    return onStationOnly([prefix, &key = stationKey(key), form](const StationCall &call) {
+    return onStationWithoutValues([prefix, &key = stationKey(key), form](const StationCall &call) {
         const std::string value = format(read(key, call.station), form);
         const bool hasNoValue = std::holds_alternative<NumberKey>(key.kind) && value == kNoValue;
         return hasNoValue ? value : std::string(prefix) + value;

@@ -53,16 +53,16 @@ std::optional<Station> findReachable(Plant &plant, uint32_t number);
 /// A command for one station. The station comes last; if values precede it, a space separates them.
 Handler onStation(StationHandler handle);
 /// The same, for a command without values.
-Handler onStationOnly(StationHandler handle);
+Handler onStationWithoutValues(StationHandler handle);
 
 enum class Quotes { without, around };
 
 /// Sets a key of a station to the value that comes before the station.
-Handler sets(std::string_view key, Quotes quotes = Quotes::without);
+Handler setsKey(std::string_view key, Quotes quotes = Quotes::without);
 
 enum class Form { decimal, hexadecimal };
 
 /// Returns @p prefix and the value of a station's key. If the plant gives no value, the whole reply is "none".
-Handler returns(std::string_view prefix, std::string_view key, Form form = Form::decimal);
+Handler returnsKey(std::string_view prefix, std::string_view key, Form form = Form::decimal);
 
 }  // namespace kvosim

@@ -6,15 +6,15 @@ namespace kvosim {
 std::span<const Command> focusCommands()
 {
     static const Command rows[] = {
-        {"getKVOPriority=", returns("Priority=", "priority")},
-        {"getKVOStartupActive=", returns("startup-active=", "startup_active")},
-        {"getKVOStartupPrio=", returns("startup-prio=", "startup_prio")},
-        {"getKVOChannelOnFocus=", returns("channel-on-focus=", "channel_on_focus")},
-        {"getKVOScreenOnFocus=", returns("screen-on-focus=", "screen_on_focus")},
-        {"getKVOt2m2n=", returns("", "t2m2n")},  // the whole reply is the text
-        {"setChannelInfo=", sets("channel_info", Quotes::around)},
-        {"getChannelInfo=", returns("channel-info=", "channel_info")},
-        {"deleteChannelInfo=", onStationOnly([](const StationCall &call) {
+        {"getKVOPriority=", returnsKey("Priority=", "priority")},
+        {"getKVOStartupActive=", returnsKey("startup-active=", "startup_active")},
+        {"getKVOStartupPrio=", returnsKey("startup-prio=", "startup_prio")},
+        {"getKVOChannelOnFocus=", returnsKey("channel-on-focus=", "channel_on_focus")},
+        {"getKVOScreenOnFocus=", returnsKey("screen-on-focus=", "screen_on_focus")},
+        {"getKVOt2m2n=", returnsKey("", "t2m2n")},  // the whole reply is the text
+        {"setChannelInfo=", setsKey("channel_info", Quotes::around)},
+        {"getChannelInfo=", returnsKey("channel-info=", "channel_info")},
+        {"deleteChannelInfo=", onStationWithoutValues([](const StationCall &call) {
              call.panel().channelInfo.clear();
              return kOk;
          })},

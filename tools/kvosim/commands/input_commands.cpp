@@ -64,11 +64,11 @@ std::string invalidateTouch(const StationCall &call)
 std::span<const Command> inputCommands()
 {
     static const Command rows[] = {
-        {"showInputDevice=", onStationOnly(showInputDevice)},
-        {"getCalibParam=", onStationOnly(getCalibParam)},
+        {"showInputDevice=", onStationWithoutValues(showInputDevice)},
+        {"getCalibParam=", onStationWithoutValues(getCalibParam)},
         {"setCalibParam=", onStation(setCalibParam)},
-        {"invalidateTouch=", onStationOnly(invalidateTouch)},
-        {"showDPI=", returns("dpi=", "dpi")},
+        {"invalidateTouch=", onStationWithoutValues(invalidateTouch)},
+        {"showDPI=", returnsKey("dpi=", "dpi")},
     };
     return rows;
 }

@@ -26,11 +26,11 @@ std::string isMarovantiPanel(ServiceContext &context, std::string_view argument)
 std::span<const Command> metricCommands()
 {
     static const Command rows[] = {
-        {"getPaneOemLayout=", onStationOnly(getOemLayout)},  // the misspelling is part of the protocol
-        {"getSoftkeyType=", returns("softkey-type=", "softkey_type", Form::hexadecimal)},
-        {"getKeyBoardCaps=", returns("keyboard-caps=", "keyboard_caps", Form::hexadecimal)},
-        {"getHardwareCaps=", returns("hardware-caps=", "hardware_caps", Form::hexadecimal)},
-        {"getPanelRotation=", returns("panel-rotation=", "panel_rotation")},
+        {"getPaneOemLayout=", onStationWithoutValues(getOemLayout)},  // the misspelling is part of the protocol
+        {"getSoftkeyType=", returnsKey("softkey-type=", "softkey_type", Form::hexadecimal)},
+        {"getKeyBoardCaps=", returnsKey("keyboard-caps=", "keyboard_caps", Form::hexadecimal)},
+        {"getHardwareCaps=", returnsKey("hardware-caps=", "hardware_caps", Form::hexadecimal)},
+        {"getPanelRotation=", returnsKey("panel-rotation=", "panel_rotation")},
         {"isMarovantiPanel ", isMarovantiPanel},
     };
     return rows;

@@ -59,19 +59,20 @@ Handler onHandheld(const Handler &handle)
 std::span<const Command> panelCommands()
 {
     static const Command rows[] = {
-        {"setBrightness=", sets("brightness")},
-        {"setBacklightBrightness=", sets("backlight_brightness")},
+        {"setBrightness=", setsKey("brightness")},
+        {"setBacklightBrightness=", setsKey("backlight_brightness")},
         {"setBacklightBrightnessV2=", onStation(setBacklightBrightnessV2)},
         {"getBacklightBrightnessV2=", onStation(getBacklightBrightnessV2)},
-        {"setDisableNumLock=", sets("disable_num_lock")},
-        {"getDisableNumLock=", returns("disable numlock ", "disable_num_lock")},
-        {"setDisableCapsLock=", sets("disable_caps_lock")},
-        {"getDisableCapsLock=", returns("diable capslock ", "disable_caps_lock")},  // the misspelling is part of the protocol
-        {"getStationType=", returns("stationtype ", "station_type")},
-        {"setSwCapsLock=", sets("sw_caps_lock")},
-        {"getSwCapsLock=", returns("swcapslock ", "sw_caps_lock")},
-        {"setRV4Mode=", onHandheld(sets("rv4_mode", Quotes::around))},
-        {"getRV4Mode=", onHandheld(returns("rv4mode=", "rv4_mode"))},
+        {"setDisableNumLock=", setsKey("disable_num_lock")},
+        {"getDisableNumLock=", returnsKey("disable numlock ", "disable_num_lock")},
+        {"setDisableCapsLock=", setsKey("disable_caps_lock")},
+        {"getDisableCapsLock=",
+         returnsKey("diable capslock ", "disable_caps_lock")},  // the misspelling is part of the protocol
+        {"getStationType=", returnsKey("stationtype ", "station_type")},
+        {"setSwCapsLock=", setsKey("sw_caps_lock")},
+        {"getSwCapsLock=", returnsKey("swcapslock ", "sw_caps_lock")},
+        {"setRV4Mode=", onHandheld(setsKey("rv4_mode", Quotes::around))},
+        {"getRV4Mode=", onHandheld(returnsKey("rv4mode=", "rv4_mode"))},
     };
     return rows;
 }

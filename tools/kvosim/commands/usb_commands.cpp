@@ -88,9 +88,9 @@ bool applyUsbLock(Plant &plant, std::string_view datagram)
 std::span<const Command> usbCommands()
 {
     static const Command rows[] = {
-        {"getUsbLock=", returns("usb-lock=", "usb_lock")},
+        {"getUsbLock=", returnsKey("usb-lock=", "usb_lock")},
         {"getUsbConnectorList", getConnectors},
-        {"getUsbConnectorListOne=", onStationOnly(getConnectorsOfOne)},
+        {"getUsbConnectorListOne=", onStationWithoutValues(getConnectorsOfOne)},
         {"activateUSBEvents", activateEvents},
         {"deactivateUSBEvents", deactivateEvents},
         {"isUSBEventsActivated", areEventsActivated},

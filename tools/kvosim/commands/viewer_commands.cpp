@@ -123,13 +123,13 @@ std::span<const Command> viewerCommands()
     static const Command rows[] = {
         {"startViewer=", onStation(startViewer)},
         {"startConfiguredViewer=", onStation(startConfiguredViewer)},
-        {"stopViewer=", onStationOnly(stopViewer<Cleanup::full>)},
-        {"stopViewerPreempt=", onStationOnly(stopViewer<Cleanup::full>)},
-        {"stopViewerNoClean=", onStationOnly(stopViewer<Cleanup::none>)},
-        {"isViewerActive=", onStationOnly(isViewerActive)},
-        {"getCurServer=", onStationOnly(getCurServer)},
-        {"activateMe=", onStationOnly(activateMe)},
-        {"reboot=", onStationOnly(reboot)},
+        {"stopViewer=", onStationWithoutValues(stopViewer<Cleanup::full>)},
+        {"stopViewerPreempt=", onStationWithoutValues(stopViewer<Cleanup::full>)},
+        {"stopViewerNoClean=", onStationWithoutValues(stopViewer<Cleanup::none>)},
+        {"isViewerActive=", onStationWithoutValues(isViewerActive)},
+        {"getCurServer=", onStationWithoutValues(getCurServer)},
+        {"activateMe=", onStationWithoutValues(activateMe)},
+        {"reboot=", onStationWithoutValues(reboot)},
         {"setStatusline=", setStatusline},
     };
     return rows;

@@ -83,11 +83,12 @@ Reply sendRaw(const RemoteCall &call)
 
 Reply close(const RemoteCall &call)
 {
-    const auto ending = call.request.value("reset", false) ? RemoteSession::Ending::reset : RemoteSession::Ending::end;
+    const auto mode =
+        call.request.value("reset", false) ? RemoteSession::CloseMode::reset : RemoteSession::CloseMode::orderly;
     if (call.request.contains("away_ms")) {
-        call.session().closePort(ending, call.milliseconds("away_ms"));
+        call.session().closePort(mode, call.milliseconds("away_ms"));
     } else {
-        call.session().close(ending);
+        call.session().close(mode);
     }
     return lineOf(tools::Json::object());
 }

@@ -92,7 +92,7 @@ Deliveries::Deliveries(EventLoop &loop, std::function<bool()> isActive)
 
 Deliveries::~Deliveries()
 {
-    loop_.forget(result_->ready.get());
+    loop_.unwatch(result_->ready.get());
     if (inProgress_) {
         pollfd ready{.fd = result_->ready.get(), .events = POLLIN, .revents = 0};
         poll(&ready, 1, static_cast<int>(kShutdownTimeout.count()));

@@ -23,7 +23,7 @@ Acceptor::Acceptor(EventLoop &loop, int listener, std::function<void(tools::Desc
 Acceptor::~Acceptor()
 {
     if (watching_) {
-        loop_.forget(listener_);
+        loop_.unwatch(listener_);
     }
 }
 
@@ -51,7 +51,7 @@ void Acceptor::acceptSome()
 /// The listening socket stays ready while no connection can be accepted. Without a pause the loop would do nothing else.
 void Acceptor::pause()
 {
-    loop_.forget(listener_);
+    loop_.unwatch(listener_);
     watching_ = false;
     loop_.after(kRetryDelay, [this, alive = std::weak_ptr(alive_)] {
         if (!alive.expired()) {

@@ -36,10 +36,10 @@ LineServer::LineServer(EventLoop &loop, std::filesystem::path path, Answer answe
 LineServer::~LineServer()
 {
     for (const auto &[fd, connection] : connections_) {
-        loop_.forget(fd);
+        loop_.unwatch(fd);
     }
     if (listener_) {
-        loop_.forget(listener_->get());
+        loop_.unwatch(listener_->get());
     }
 }
 
@@ -50,7 +50,7 @@ void LineServer::end(std::function<void()> ended)
     }
     ended_ = std::move(ended);
     // The socket is removed before a client has read its last reply, so no client connects to a service that is about to end.
-    loop_.forget(listener_->get());
+    loop_.unwatch(listener_->get());
     listener_.reset();
     // Not now: the request that is being answered may be the one that ends the service.
     after({}, [this] { dropAll([](const Connection &connection) { return connection.stage != Connection::Stage::writing; }); });
@@ -76,13 +76,13 @@ void LineServer::acceptSome()
         setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &kSendBuffer, sizeof kSendBuffer);
         const auto now = Clock::now();
         connections_.insert_or_assign(
-            fd, Connection{.socket = std::move(socket), .number = ++accepted_, .since = now, .lastMoved = now});
-        loop_.watch(fd, EPOLLIN, [this, fd](uint32_t events) { react(fd, events); });
+            fd, Connection{.socket = std::move(socket), .number = ++accepted_, .since = now, .lastTransfer = now});
+        loop_.watch(fd, EPOLLIN, [this, fd](uint32_t events) { handleEvents(fd, events); });
         sweep();
     }
 }
 
-void LineServer::react(int fd, uint32_t events)
+void LineServer::handleEvents(int fd, uint32_t events)
 {
     const Iterator it = connections_.find(fd);
     if ((events & EPOLLERR) != 0) {
@@ -109,7 +109,7 @@ void LineServer::read(Iterator it)
         }
         return;
     }
-    connection.lastMoved = Clock::now();
+    connection.lastTransfer = Clock::now();
     connection.request.append(piece.data(), static_cast<std::size_t>(count));
 
     const std::size_t end = connection.request.find('\n');
@@ -143,9 +143,9 @@ void LineServer::reply(Iterator it, Reply reply)
     connection.answeredLater = reply.mode == Reply::Mode::later;
     if (reply.mode == Reply::Mode::silence || connection.answeredLater) {
         connection.stage = Connection::Stage::waiting;
-        loop_.change(connection.socket.get(), 0);
+        loop_.setEvents(connection.socket.get(), 0);
     } else if (reply.delay.count() > 0) {
-        hold(it, reply.delay, &LineServer::startWriting);
+        waitThen(it, reply.delay, &LineServer::startWriting);
     } else {
         startWriting(it);
     }
@@ -153,16 +153,16 @@ void LineServer::reply(Iterator it, Reply reply)
 
 void LineServer::startWriting(Iterator it)
 {
-    loop_.change(it->first, EPOLLOUT);
+    loop_.setEvents(it->first, EPOLLOUT);
     write(it);
 }
 
 /// Waits for @p time, then calls @p proceed. Meanwhile it reacts only to a client that closes its whole connection: a client
 /// that has shut down only its sending side may still read.
-void LineServer::hold(Iterator it, std::chrono::milliseconds time, void (LineServer::*proceed)(Iterator it))
+void LineServer::waitThen(Iterator it, std::chrono::milliseconds time, void (LineServer::*proceed)(Iterator it))
 {
     it->second.stage = Connection::Stage::waiting;
-    loop_.change(it->first, 0);
+    loop_.setEvents(it->first, 0);
     after(time, [this, proceed, fd = it->first, number = it->second.number] {
         const Iterator held = find(fd, number);
         if (held != connections_.end()) {
@@ -209,15 +209,15 @@ void LineServer::write(Iterator it)
             return;
         }
         connection.written += static_cast<std::size_t>(count);
-        connection.lastMoved = Clock::now();
+        connection.lastTransfer = Clock::now();
         if (connection.pause && connection.written < connection.reply.size()) {
-            hold(it, *connection.pause, &LineServer::startWriting);
+            waitThen(it, *connection.pause, &LineServer::startWriting);
             return;
         }
     }
     shutdown(connection.socket.get(), SHUT_WR);
     connection.stage = Connection::Stage::lingering;
-    loop_.change(connection.socket.get(), EPOLLIN);
+    loop_.setEvents(connection.socket.get(), EPOLLIN);
     if (ended_) {
         drop(it, {});
         return;
@@ -240,7 +240,7 @@ void LineServer::drop(Iterator it, std::string_view reason)
     if (!reason.empty()) {
         report(reason);
     }
-    loop_.forget(it->first);
+    loop_.unwatch(it->first);
     connections_.erase(it);
     endIfDone();
 }
@@ -248,7 +248,7 @@ void LineServer::drop(Iterator it, std::string_view reason)
 void LineServer::dropLongestIdle()
 {
     const Iterator longestIdle = std::min_element(connections_.begin(), connections_.end(), [](const auto &a, const auto &b) {
-        return a.second.lastMoved < b.second.lastMoved;
+        return a.second.lastTransfer < b.second.lastTransfer;
     });
     drop(longestIdle, "dropped in favour of a newer connection");
 }
@@ -259,7 +259,7 @@ void LineServer::sweep()
     if (sweeping_) {
         return;
     }
-    dropAll([this, now = Clock::now()](const Connection &connection) { return overdue(connection, now); });
+    dropAll([this, now = Clock::now()](const Connection &connection) { return isOverdue(connection, now); });
     if (connections_.empty()) {
         return;
     }
@@ -292,15 +292,15 @@ void LineServer::after(std::chrono::milliseconds delay, std::function<void()> ac
     });
 }
 
-bool LineServer::overdue(const Connection &connection, Clock::time_point now) const
+bool LineServer::isOverdue(const Connection &connection, Clock::time_point now) const
 {
     if (connection.stage == Connection::Stage::waiting) {
         return false;
     }
     if (connection.stage == Connection::Stage::lingering) {
-        return now - connection.lastMoved > limits_.lingerTimeout;
+        return now - connection.lastTransfer > limits_.lingerTimeout;
     }
-    return now - connection.lastMoved > limits_.idleTimeout ||
+    return now - connection.lastTransfer > limits_.idleTimeout ||
            (connection.stage == Connection::Stage::reading && now - connection.since > limits_.requestTimeout);
 }
 

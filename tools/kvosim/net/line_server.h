@@ -86,7 +86,7 @@ private:
         tools::Descriptor socket;
         uint64_t number;  ///< unique, while descriptor numbers are reused
         Clock::time_point since;
-        Clock::time_point lastMoved;
+        Clock::time_point lastTransfer;
         std::string request{};
         std::string reply{};
         std::size_t written = 0;
@@ -97,20 +97,20 @@ private:
     using Iterator = std::map<int, Connection>::iterator;
 
     void acceptSome();
-    void react(int fd, uint32_t events);
+    void handleEvents(int fd, uint32_t events);
     void read(Iterator it);
     void reply(Iterator it, Reply reply);
     void startWriting(Iterator it);
     void write(Iterator it);
     Iterator find(int fd, uint64_t number);
-    void hold(Iterator it, std::chrono::milliseconds time, void (LineServer::*proceed)(Iterator it));
+    void waitThen(Iterator it, std::chrono::milliseconds time, void (LineServer::*proceed)(Iterator it));
     void linger(Iterator it);
     void drop(Iterator it, std::string_view reason);
     void dropLongestIdle();
     void dropAll(const std::function<bool(const Connection &)> &which);
     void sweep();
     void after(std::chrono::milliseconds delay, std::function<void()> action);
-    [[nodiscard]] bool overdue(const Connection &connection, Clock::time_point now) const;
+    [[nodiscard]] bool isOverdue(const Connection &connection, Clock::time_point now) const;
     void endIfDone();
     void report(std::string_view event) const;
 

@@ -18,17 +18,17 @@ bool isTransient() noexcept { return errno == EAGAIN || errno == EWOULDBLOCK || 
 Stream::Stream(EventLoop &loop, tools::Descriptor socket, std::size_t capacity, Callbacks callbacks)
     : loop_(loop), socket_(std::move(socket)), capacity_(capacity), callbacks_(std::move(callbacks))
 {
-    loop_.watch(socket_.get(), EPOLLIN, [this](uint32_t events) { react(events); });
+    loop_.watch(socket_.get(), EPOLLIN, [this](uint32_t events) { handleEvents(events); });
 }
 
-Stream::~Stream() { loop_.forget(socket_.get()); }
+Stream::~Stream() { loop_.unwatch(socket_.get()); }
 
 bool Stream::write(std::string_view bytes)
 {
-    if (bytes.size() > capacity_ - waiting_.size()) {
+    if (bytes.size() > capacity_ - unsent_.size()) {
         return false;
     }
-    waiting_ += bytes;
+    unsent_ += bytes;
     return flush();
 }
 
@@ -38,7 +38,7 @@ void Stream::resetWhenClosed() const noexcept
     setsockopt(socket_.get(), SOL_SOCKET, SO_LINGER, &now, sizeof now);
 }
 
-void Stream::react(uint32_t events)
+void Stream::handleEvents(uint32_t events)
 {
     if ((events & EPOLLOUT) != 0) {
         static_cast<void>(flush());  // receive() reports errors
@@ -64,14 +64,14 @@ void Stream::receive()
 
 bool Stream::flush()
 {
-    const ssize_t count = waiting_.empty() ? 0 : send(socket_.get(), waiting_.data(), waiting_.size(), MSG_NOSIGNAL);
+    const ssize_t count = unsent_.empty() ? 0 : send(socket_.get(), unsent_.data(), unsent_.size(), MSG_NOSIGNAL);
     const bool failed = count < 0 && !isTransient();
     if (failed) {
-        waiting_.clear();
+        unsent_.clear();
     } else if (count > 0) {
-        waiting_.erase(0, static_cast<std::size_t>(count));
+        unsent_.erase(0, static_cast<std::size_t>(count));
     }
-    loop_.change(socket_.get(), waiting_.empty() ? EPOLLIN : EPOLLIN | EPOLLOUT);
+    loop_.setEvents(socket_.get(), unsent_.empty() ? EPOLLIN : EPOLLIN | EPOLLOUT);
     return !failed;
 }
 

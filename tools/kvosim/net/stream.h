@@ -31,7 +31,7 @@ public:
     void resetWhenClosed() const noexcept;
 
 private:
-    void react(uint32_t events);
+    void handleEvents(uint32_t events);
     void receive();
     [[nodiscard]] bool flush();
 
@@ -39,7 +39,7 @@ private:
     tools::Descriptor socket_;
     std::size_t capacity_;
     Callbacks callbacks_;
-    std::string waiting_;
+    std::string unsent_;
 };
 
 }  // namespace kvosim

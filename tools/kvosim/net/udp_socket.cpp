@@ -59,7 +59,7 @@ UdpSocket::UdpSocket(EventLoop &loop, const std::string &endpoint, std::function
     loop_.watch(socket_.get(), EPOLLIN, [this](uint32_t) { receive(); });
 }
 
-UdpSocket::~UdpSocket() { loop_.forget(socket_.get()); }
+UdpSocket::~UdpSocket() { loop_.unwatch(socket_.get()); }
 
 std::string UdpSocket::address() const
 {

@@ -53,7 +53,7 @@ public:
     Focus focus;
     Faults faults;
     std::vector<ConnectionClientEntry> clients;
-    std::vector<KvoDescription> previous;  ///< the registry's previous list at the first start
+    std::vector<KvoDescription> previousList;  ///< the registry's previous list at the first start
 
     /// Reserves memory for @p count stations.
     void reserve(std::size_t count);

@@ -111,7 +111,7 @@ void Registry::start(const Plant &plant)
     if (std::filesystem::exists(file(kCurrent))) {
         std::filesystem::rename(file(kCurrent), file(kPrevious));
     } else if (!std::filesystem::exists(file(kPrevious))) {
-        writeWhole(file(kPrevious), listText(plant.previous));
+        writeWhole(file(kPrevious), listText(plant.previousList));
     }
     writeCurrent(plant.stations());
 }
@@ -120,7 +120,7 @@ void Registry::writeCurrent(std::span<const ConnectionEntry> stations)
 {
     std::string text = listText(stations);
     if (locked_) {
-        waiting_ = std::move(text);
+        pendingList_ = std::move(text);
         return;
     }
     writeWhole(file(kCurrent), text);
@@ -133,7 +133,7 @@ bool Registry::unlock()
     if (!std::exchange(locked_, false)) {
         return false;
     }
-    if (const auto text = std::exchange(waiting_, std::nullopt)) {
+    if (const auto text = std::exchange(pendingList_, std::nullopt)) {
         writeWhole(file(kCurrent), *text);
     }
     return true;

@@ -45,7 +45,7 @@ private:
     bool temporary_;
     std::string path_;
     bool locked_ = false;
-    std::optional<std::string> waiting_;  ///< the current list, to be written at unlock
+    std::optional<std::string> pendingList_;  ///< the current list, to be written at unlock
 };
 
 }  // namespace kvosim

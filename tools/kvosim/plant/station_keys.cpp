@@ -202,7 +202,7 @@ std::string assignText(const TextKey &key, const Station &station, const Value &
     if (text == nullptr) {
         return "is not a text; write it in quotes";
     }
-    if (!key.valid(*text)) {
+    if (!key.isValid(*text)) {
         return "has the wrong form; write " + std::string(key.form);
     }
     station.panel.*key.member = *text;

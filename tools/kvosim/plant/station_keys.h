@@ -23,7 +23,7 @@ struct NumberKey {
 
 struct TextKey {
     std::string Panel::*member;
-    bool (*valid)(std::string_view text);
+    bool (*isValid)(std::string_view text);
     std::string_view form;  ///< the valid form, for messages
 };
 

@@ -40,9 +40,9 @@ void setNumber(UsbDevice &device, uint32_t value)
 }
 
 template <auto Member>
-constexpr UsbTextKey text(bool needed = false)
+constexpr UsbTextKey text(bool required = false)
 {
-    return {memberOf<Member>, needed};
+    return {memberOf<Member>, required};
 }
 
 template <auto Member>
@@ -95,7 +95,7 @@ std::string assignText(const UsbTextKey &key, UsbDevice &device, const Value &va
         return "is not a text; write it in quotes";
     }
     const std::span<char> member = key.member(device);
-    if (text->empty() && key.needed) {
+    if (text->empty() && key.required) {
         return "is empty, but receivers need it to read the text of the device's removal; write 1 to " +
                std::to_string(member.size()) + " bytes";
     }

@@ -21,7 +21,7 @@ struct UsbDevice {
 
 struct UsbTextKey {
     std::span<char> (*member)(UsbDevice &device);
-    bool needed;  ///< must not be empty
+    bool required;  ///< must not be empty
 };
 
 struct UsbNumberKey {
@@ -36,7 +36,7 @@ struct UsbBytesKey {};
 struct UsbKey {
     std::string_view name;
     std::variant<UsbTextKey, UsbNumberKey, UsbBytesKey> kind;
-    std::string_view meaning;
+    std::string_view description;
 };
 
 std::span<const UsbKey> usbKeys();

@@ -300,7 +300,7 @@ void readAllButStations(const TableReader &top, Plant &plant)
         plant.service = readService(*service);
     }
     if (const auto registry = top.table("registry", {"previous"})) {
-        plant.previous = readPrevious(*registry);
+        plant.previousList = readPrevious(*registry);
     }
     plant.clients = readClients(top);
     plant.faults = readFaults(top);

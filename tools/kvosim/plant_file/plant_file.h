@@ -16,8 +16,8 @@ extern const std::string_view kBuiltInPlant;
 
 /// Called often while a plant is read, with the number of stations read so far and the total. Both are 0 until the total is
 /// known.
-using Progress = std::function<void(std::size_t done, std::size_t all)>;
-inline const Progress kNoProgress = [](std::size_t /*done*/, std::size_t /*all*/) {};
+using Progress = std::function<void(std::size_t done, std::size_t total)>;
+inline const Progress kNoProgress = [](std::size_t /*done*/, std::size_t /*total*/) {};
 
 /// Throws PlantFileError.
 Plant loadPlant(const std::filesystem::path &file, const Progress &progress = kNoProgress);

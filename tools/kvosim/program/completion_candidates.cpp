@@ -38,9 +38,9 @@ Candidates devices()
 {
     Candidates candidates;
     for (const tools::Json &device : ask("usb.list", "devices")) {
-        const std::string meaning = device.at("station").get<std::string>() + ", " + device.at("text7").get<std::string>();
-        candidates.push_back({device.at("ident2").get<std::string>(), meaning});
-        candidates.push_back({device.at("ident3").get<std::string>(), meaning});
+        const std::string description = device.at("station").get<std::string>() + ", " + device.at("text7").get<std::string>();
+        candidates.push_back({device.at("ident2").get<std::string>(), description});
+        candidates.push_back({device.at("ident3").get<std::string>(), description});
     }
     return candidates;
 }

@@ -168,9 +168,9 @@ void ControlCommands::addFaultCommands(CLI::App &fault)
     adding->footer(kFaultExamples);
 }
 
-CLI::App *ControlCommands::add(CLI::App &parent, const char *name, const char *meaning, std::function<void()> action)
+CLI::App *ControlCommands::add(CLI::App &parent, const char *name, const char *description, std::function<void()> action)
 {
-    CLI::App *command = parent.add_subcommand(name, meaning);
+    CLI::App *command = parent.add_subcommand(name, description);
     command->add_flag("--json", options_->json, "Print the simulator's reply as one line of JSON");
     options_->actions.emplace_back(command, std::move(action));
     return command;

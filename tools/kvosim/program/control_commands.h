@@ -21,7 +21,7 @@ public:
     [[nodiscard]] bool carryOut() const;
 
     /// Adds a subcommand with its action.
-    CLI::App *add(CLI::App &parent, const char *name, const char *meaning, std::function<void()> action);
+    CLI::App *add(CLI::App &parent, const char *name, const char *description, std::function<void()> action);
     /// Sends a request to the simulator and prints the reply by @p print, or with --json as JSON.
     void ask(const tools::Json &request, void (*print)(const tools::Json &reply),
              tools::Timeout timeout = tools::kDefaultTimeout) const;

@@ -165,7 +165,7 @@ void endWithInput(kvosim::EventLoop &loop, kvosim::Service &service)
     const auto read = [&](uint32_t /*events*/) {
         std::array<char, 512> ignored{};
         if (::read(STDIN_FILENO, ignored.data(), ignored.size()) <= 0) {
-            loop.forget(STDIN_FILENO);
+            loop.unwatch(STDIN_FILENO);
             service.end();
         }
     };
@@ -272,11 +272,11 @@ std::vector<std::string> extractCommand(std::vector<std::string> &arguments)
 /// Prints the help or the version if the user asked for it, else the mistake. Returns the exit status.
 int handleParseError(const CLI::App &app, const std::vector<std::string> &arguments, const CLI::ParseError &error)
 {
-    const auto mistake = tools::command_line::mistakeIn(app, arguments, error);
+    const auto mistake = tools::command_line::findMistake(app, arguments, error);
     if (!mistake) {
         return app.exit(error);
     }
-    tools::command_line::complain(app, *mistake);
+    tools::command_line::printError(app, *mistake);
     return kExitUsage;
 }
 
@@ -330,7 +330,7 @@ int runMain(const std::vector<std::string> &arguments)
         return kExitSuccess;
     }
     try {
-        std::vector<std::string> remaining = tools::command_line::withoutHelpCommand(arguments);
+        std::vector<std::string> remaining = tools::command_line::replaceHelpCommand(arguments);
         options.command = extractCommand(remaining);
         std::reverse(remaining.begin(), remaining.end());  // CLI11 expects them in reverse order
         app.parse(remaining);
@@ -348,7 +348,7 @@ int runMain(const std::vector<std::string> &arguments)
 
 int reportError(const std::exception &error, int status)
 {
-    tools::command_line::complain("kvosim", error.what());
+    tools::command_line::printError("kvosim", error.what());
     return status;
 }
 

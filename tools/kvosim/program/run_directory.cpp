@@ -17,7 +17,7 @@ void reportWaiting(const std::string &what) { std::fprintf(stderr, "kvosim: wait
 void refuseIfServiceRuns()
 {
     const std::string socket = kFolder / "cmd_sock";
-    if (tools::stateOfSocket(socket) == tools::SocketState::live) {
+    if (tools::socketStateOf(socket) == tools::SocketState::live) {
         throw std::runtime_error("a service is already running at " + socket +
                                  "; end it first, or start the command without kvosim to use that service");
     }

@@ -129,11 +129,11 @@ void addFields(CLI::App &command, UsbOptions &options)
     for (const UsbKey &key : usbKeys()) {
         const std::string name(key.name);
         if (isSwitch(key)) {
-            command.add_flag(optionOf(key), options.switches[name], std::string(key.meaning));
+            command.add_flag(optionOf(key), options.switches[name], std::string(key.description));
         } else {
             command.add_option_function<std::string>(
                 optionOf(key), [&options, name](const std::string &text) { options.texts[name] = text; },
-                std::string(key.meaning));
+                std::string(key.description));
         }
     }
 }
@@ -160,13 +160,13 @@ CLI::App *addStation(CLI::App *command, UsbOptions &options)
 
 /// Adds "plug" or "refuse".
 void addArrival(ControlCommands &commands, CLI::App &usb, const std::shared_ptr<UsbOptions> &options, const char *name,
-                const char *meaning)
+                const char *description)
 {
     const auto act = [&commands, options, name] {
         commands.ask({{"do", std::string("usb.") + name}, {"station", options->station}, {"device", fieldsOf(*options)}},
                      printNotification, kNoTimeout);
     };
-    CLI::App *command = addStation(commands.add(usb, name, meaning, act), *options);
+    CLI::App *command = addStation(commands.add(usb, name, description, act), *options);
     addFields(*command, *options);
     command->footer(kUsbExamples);
 }

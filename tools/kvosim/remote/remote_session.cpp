@@ -50,8 +50,8 @@ void checkRequest(std::string_view request)
 }
 
 RemoteSession::RemoteSession(EventLoop &loop, RemoteLog &log, unsigned number, uint32_t address,
-                             std::function<void()> onWaiting)
-    : loop_(loop), log_(log), number_(number), address_(address), onWaiting_(std::move(onWaiting))
+                             std::function<void()> onSweepNeeded)
+    : loop_(loop), log_(log), number_(number), address_(address), onSweepNeeded_(std::move(onSweepNeeded))
 {
     listen();
 }
@@ -106,7 +106,7 @@ void RemoteSession::receive(std::string_view piece)
         const auto line = lines_.next(unterminatedReply());
         if (!line) {
             if (lines_.hasUnterminatedNone()) {
-                onWaiting_();
+                onSweepNeeded_();
             }
             return;
         }
@@ -173,7 +173,7 @@ void RemoteSession::ask(std::string_view request, Tagging tagging, std::chrono::
         line = nextTag() + line;
     }
     sendRequest(line, std::move(pending));
-    onWaiting_();
+    onSweepNeeded_();
 }
 
 void RemoteSession::send(std::string_view request) { sendRequest(request, {}); }
@@ -219,24 +219,24 @@ void RemoteSession::discardAbandonedRequests()
     }
 }
 
-void RemoteSession::close(Ending ending)
+void RemoteSession::close(CloseMode mode)
 {
-    if (ending == Ending::reset) {
+    if (mode == CloseMode::reset) {
         connectedAgent().resetWhenClosed();
     }
     static_cast<void>(connectedAgent());
-    disconnect(ending == Ending::reset ? "this side reset it on request" : "this side closed it on request");
+    disconnect(mode == CloseMode::reset ? "this side reset it on request" : "this side closed it on request");
 }
 
-void RemoteSession::closePort(Ending ending, std::chrono::milliseconds time)
+void RemoteSession::closePort(CloseMode mode, std::chrono::milliseconds time)
 {
     acceptor_.reset();
     listener_ = tools::Descriptor();  // before the connection closes, because the agent may connect again at once
     if (stream_) {
-        close(ending);
+        close(mode);
     }
     portClosedUntil_ = Clock::now() + time;
-    onWaiting_();
+    onSweepNeeded_();
 }
 
 void RemoteSession::sweep(Clock::time_point now)
@@ -265,7 +265,7 @@ void RemoteSession::reopenPort()
     }
 }
 
-bool RemoteSession::waiting() const
+bool RemoteSession::needsSweep() const
 {
     return portClosedUntil_ || (stream_ && lines_.hasUnterminatedNone()) ||
            std::any_of(pending_.begin(), pending_.end(), [](const PendingRequest &r) { return r.onAnswer != nullptr; });

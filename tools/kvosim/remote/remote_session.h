@@ -38,9 +38,9 @@ public:
 
     enum class Tagging { automatic, none };
 
-    /// Listens at @p address. @p onWaiting is called when sweep() must be called until waiting() returns false. Throws
+    /// Listens at @p address. @p onSweepNeeded is called when sweep() must be called until needsSweep() returns false. Throws
     /// std::runtime_error if the port cannot be opened. @p loop and @p log must outlive this object.
-    RemoteSession(EventLoop &loop, RemoteLog &log, unsigned number, uint32_t address, std::function<void()> onWaiting);
+    RemoteSession(EventLoop &loop, RemoteLog &log, unsigned number, uint32_t address, std::function<void()> onSweepNeeded);
 
     [[nodiscard]] unsigned number() const noexcept { return number_; }
     [[nodiscard]] uint16_t port() const noexcept { return static_cast<uint16_t>(kFirstRemotePort + number_); }
@@ -54,18 +54,18 @@ public:
     void send(std::string_view request);
     /// Sends raw bytes. Throws CouldNot.
     void sendRaw(std::string_view bytes);
-    enum class Ending { end, reset };
+    enum class CloseMode { orderly, reset };
     /// Closes the connection. Throws CouldNot if no agent is connected.
-    void close(Ending ending);
+    void close(CloseMode mode);
     /// Closes the connection, if any, and closes the port for @p time: connection attempts are refused.
-    void closePort(Ending ending, std::chrono::milliseconds time);
+    void closePort(CloseMode mode, std::chrono::milliseconds time);
     [[nodiscard]] bool portClosed() const noexcept { return portClosedUntil_.has_value(); }
 
     /// Handles timeouts: answers requests that have waited too long, accepts a "none" after which no data came, and reopens the
     /// port after closePort().
     void sweep(Clock::time_point now);
     /// Whether sweep() must be called again.
-    [[nodiscard]] bool waiting() const;
+    [[nodiscard]] bool needsSweep() const;
 
 private:
     /// A request without a reply yet. It stays in the queue after its timeout: its reply still comes before the others.
@@ -97,7 +97,7 @@ private:
     RemoteLog &log_;
     unsigned number_;
     uint32_t address_;
-    std::function<void()> onWaiting_;
+    std::function<void()> onSweepNeeded_;
     tools::Descriptor listener_;
     std::unique_ptr<Acceptor> acceptor_;
     std::optional<Clock::time_point> portClosedUntil_;  ///< until then no agent can connect

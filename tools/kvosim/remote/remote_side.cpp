@@ -65,9 +65,9 @@ RemoteSession &RemoteSide::session(unsigned number)
     throw tools::CouldNot("session " + std::to_string(number) + " is not served; start the simulator with --remote " + wanted);
 }
 
-void RemoteSide::awaitLog(const LogQuery &query, Read read)
+void RemoteSide::awaitLog(const LogQuery &query, OnPage onPage)
 {
-    readers_.push_back({query, Clock::now() + query.wait, std::move(read)});
+    readers_.push_back({query, Clock::now() + query.wait, std::move(onPage)});
     sweepSoon();
 }
 
@@ -102,7 +102,7 @@ void RemoteSide::answerReaders(const std::function<bool(const Reader &reader)> &
 {
     for (auto reader = readers_.begin(); reader != readers_.end();) {
         if (which(*reader)) {
-            reader->read(readLog(reader->query));
+            reader->onPage(readLog(reader->query));
             reader = readers_.erase(reader);
         } else {
             ++reader;
@@ -126,8 +126,8 @@ void RemoteSide::sweepSoon()
             session.sweep(now);
         }
         answerReaders([now](const Reader &reader) { return reader.until <= now; });
-        const bool waiting = std::any_of(sessions_.begin(), sessions_.end(), [](const auto &s) { return s.waiting(); });
-        if (waiting || !readers_.empty()) {
+        const bool needsSweep = std::any_of(sessions_.begin(), sessions_.end(), [](const auto &s) { return s.needsSweep(); });
+        if (needsSweep || !readers_.empty()) {
             sweepSoon();
         }
     });
@@ -137,7 +137,7 @@ void RemoteSide::end()
 {
     for (RemoteSession &session : sessions_) {
         if (session.peer()) {
-            session.close(RemoteSession::Ending::end);
+            session.close(RemoteSession::CloseMode::orderly);
         }
     }
     sessions_.clear();

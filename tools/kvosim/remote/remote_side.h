@@ -35,7 +35,7 @@ public:
         uint64_t next = 0;  ///< the value of "after" for the next page
         uint64_t lost = 0;  ///< number of records, of any session, that the log has already dropped
     };
-    using Read = std::function<void(const LogPage &page)>;
+    using OnPage = std::function<void(const LogPage &page)>;
     static constexpr std::size_t kMaxRecordsPerPage = 200;
 
     /// @p report is called with each record as a line. Throws std::runtime_error if a port cannot be opened.
@@ -51,7 +51,7 @@ public:
     /// The records that exist now.
     [[nodiscard]] LogPage readLog(const LogQuery &query) const;
     /// Calls @p read once, later: as soon as a record exists, or with an empty page after the waiting time.
-    void awaitLog(const LogQuery &query, Read read);
+    void awaitLog(const LogQuery &query, OnPage onPage);
     /// Closes all connections and ports, and answers all waiting readers.
     void end();
 
@@ -59,7 +59,7 @@ private:
     struct Reader {
         LogQuery query;
         Clock::time_point until;
-        Read read;
+        OnPage onPage;
     };
 
     void onRecordAdded(const RemoteRecord &record);

@@ -5,7 +5,7 @@
 
 namespace {
 
-using tools::command_line::withoutHelpCommand;
+using tools::command_line::replaceHelpCommand;
 using tools::command_line::wrapped;
 
 using Words = std::vector<std::string>;
@@ -36,16 +36,16 @@ TEST(Wrapped, does_not_split_a_word_that_is_wider_than_a_line)
 
 TEST(HelpCommand, is_replaced_with_the_help_option)
 {
-    EXPECT_EQ(withoutHelpCommand({"help"}), (Words{"--help"}));
-    EXPECT_EQ(withoutHelpCommand({"help", "usb", "lock"}), (Words{"usb", "lock", "--help"}));
-    EXPECT_EQ(withoutHelpCommand({"--json", "help", "usb"}), (Words{"--json", "usb", "--help"}));
-    EXPECT_EQ(withoutHelpCommand({"help", "help"}), (Words{"help", "--help"}));
+    EXPECT_EQ(replaceHelpCommand({"help"}), (Words{"--help"}));
+    EXPECT_EQ(replaceHelpCommand({"help", "usb", "lock"}), (Words{"usb", "lock", "--help"}));
+    EXPECT_EQ(replaceHelpCommand({"--json", "help", "usb"}), (Words{"--json", "usb", "--help"}));
+    EXPECT_EQ(replaceHelpCommand({"help", "help"}), (Words{"help", "--help"}));
 }
 
 TEST(HelpCommand, is_only_recognised_as_the_first_word)
 {
     for (const Words &words : {Words{}, Words{"--json"}, Words{"station", "help"}, Words{"--", "help"}}) {
-        EXPECT_EQ(withoutHelpCommand(words), words);
+        EXPECT_EQ(replaceHelpCommand(words), words);
     }
 }
 

@@ -295,7 +295,7 @@ TEST(PlatformLibrary, that_is_not_loaded_is_a_fault)
 {
     const tools::Finding finding = tools::examineLibrary("libkvo_no_such.so.7");
     EXPECT_EQ(static_cast<int>(finding.fault), 19);
-    EXPECT_EQ(finding.words, "The loader did not find libkvo_no_such.so.7.");
+    EXPECT_EQ(finding.text, "The loader did not find libkvo_no_such.so.7.");
     EXPECT_THAT(finding.advice, HasSubstr("LD_LIBRARY_PATH"));
 }
 

@@ -50,7 +50,7 @@ TEST(EventLoop, reacts_to_a_descriptor_until_it_is_removed)
     loop.watch(pipe.out.get(), EPOLLIN, [&](uint32_t events) {
         EXPECT_NE(events & EPOLLIN, 0U);
         if (++reactions == 3) {
-            loop.forget(pipe.out.get());
+            loop.unwatch(pipe.out.get());
             loop.after(10ms, [&] { loop.stop(); });
         }
     });
@@ -67,8 +67,8 @@ TEST(EventLoop, does_not_react_to_a_descriptor_that_was_removed_in_the_same_roun
     int reactions = 0;
     const auto react = [&](uint32_t) {
         ++reactions;
-        loop.forget(first.out.get());
-        loop.forget(second.out.get());
+        loop.unwatch(first.out.get());
+        loop.unwatch(second.out.get());
         loop.after(10ms, [&] { loop.stop(); });
     };
     loop.watch(first.out.get(), EPOLLIN, react);

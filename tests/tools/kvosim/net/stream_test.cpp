@@ -92,7 +92,7 @@ TEST_F(Pair, a_stream_accepts_writes_up_to_the_size_of_its_buffer)
     for (std::size_t i = 0; i < written; i += 10) {
         ASSERT_EQ(received.substr(i, 10), "0123456789");
     }
-    loop.forget(other.get());
+    loop.unwatch(other.get());
 }
 
 TEST_F(Pair, a_stream_may_be_destroyed_by_its_callbacks)

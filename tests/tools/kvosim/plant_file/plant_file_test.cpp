@@ -28,7 +28,7 @@ TEST(PlantFile, empty_file_is_a_plant_without_stations)
     EXPECT_EQ(plant.service.initTime.count(), 0);
     EXPECT_EQ(plant.service.debugLevel, kvosim::DebugLevel::none);
     EXPECT_EQ(plant.service.backlight, 1U);
-    EXPECT_TRUE(plant.previous.empty());
+    EXPECT_TRUE(plant.previousList.empty());
 }
 
 TEST(PlantFile, service_keys_are_read)
@@ -80,10 +80,10 @@ TEST(PlantFile, longest_name_is_accepted)
 TEST(PlantFile, previous_entries_are_read)
 {
     const kvosim::Plant plant = parsePlant("[[registry.previous]]\naddress = \"10.0.0.1\"\nname = \"P\"\nattr3 = 7\n", "p");
-    ASSERT_EQ(plant.previous.size(), 1U);
-    EXPECT_EQ(plant.previous[0].address, 0x0A000001U);
-    EXPECT_STREQ(plant.previous[0].name, "P");
-    EXPECT_EQ(plant.previous[0].attr3, 7U);
+    ASSERT_EQ(plant.previousList.size(), 1U);
+    EXPECT_EQ(plant.previousList[0].address, 0x0A000001U);
+    EXPECT_STREQ(plant.previousList[0].name, "P");
+    EXPECT_EQ(plant.previousList[0].attr3, 7U);
 }
 
 TEST(PlantFile, built_in_plant_has_three_stations)
@@ -102,7 +102,7 @@ TEST(PlantFile, example_contains_varied_stations)
     EXPECT_TRUE(any([](const auto &entry) { return std::strchr(entry.name, '\xC3') != nullptr; })) << "UTF-8";
     EXPECT_TRUE(any([](const auto &entry) { return entry.attr1 == 0xFFFFFFFF && entry.extAttr7 == 0xFFFFFFFF; }));
     EXPECT_TRUE(any([](const auto &entry) { return entry.attr1 == 0; }));
-    EXPECT_FALSE(plant.previous.empty());
+    EXPECT_FALSE(plant.previousList.empty());
 }
 
 TEST(PlantFile, missing_file_is_named)

@@ -52,7 +52,7 @@ std::string contentsOf(kvosim::Plant plant)
         }
     }
     text += " |";
-    for (const KvoDescription &previous : plant.previous) {
+    for (const KvoDescription &previous : plant.previousList) {
         text += ' ' + std::string(previous.name);
     }
     text += " |";

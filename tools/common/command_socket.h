@@ -1,4 +1,4 @@
-// The path at which the library looks for the service. The library's interface does not export it.
+// The path of the service's socket. It is repeated here because the library's public headers do not contain it.
 #pragma once
 
 namespace tools {

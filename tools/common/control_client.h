@@ -16,7 +16,7 @@ struct NoSimulator : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-/// The time to wait for a reply; none waits as long as the simulator runs.
+/// How long to wait for a reply. Without a value: as long as the simulator runs.
 using Timeout = std::optional<std::chrono::seconds>;
 inline constexpr Timeout kDefaultTimeout = std::chrono::seconds(5);
 

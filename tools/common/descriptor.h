@@ -12,7 +12,7 @@ class Descriptor {
 public:
     Descriptor() noexcept = default;
     explicit Descriptor(int fd) noexcept : fd_(fd) {}
-    /// Takes the return value of @p call. Throws std::system_error that names @p call if it is not a descriptor.
+    /// @p fd is the return value of the function @p call. If that is an error, throws std::system_error that names @p call.
     Descriptor(int fd, const char *call) : fd_(fd)
     {
         if (!valid()) {

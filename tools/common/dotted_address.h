@@ -9,7 +9,7 @@ namespace tools {
 
 std::string dotted(uint32_t address);
 
-/// Nothing unless the text is four decimal numbers from 0 to 255 without leading zeros.
+/// Parses four decimal numbers from 0 to 255 without leading zeros. Returns nothing for any other text.
 std::optional<uint32_t> parseDotted(const std::string &text);
 
 }  // namespace tools

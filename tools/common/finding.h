@@ -10,7 +10,7 @@ enum class Fault : int {
     none = 0,
     directoryMissing = 10,
     socketMissing = 11,
-    wrongFileType = 12,  ///< the path of the directory or of the socket is something else
+    wrongFileType = 12,  ///< the path of the directory is not a directory, or that of the socket is not a socket
     staleSocket = 13,
     notPermitted = 14,
     queueFull = 15,
@@ -26,7 +26,7 @@ struct Finding {
     std::string advice{};  ///< what to do; empty if there is nothing to do
     Fault fault = Fault::none;
     [[nodiscard]] bool isFault() const noexcept { return fault != Fault::none; }
-    /// Whether it is worth knowing without being a fault.
+    /// Whether it is not a fault, but has advice.
     [[nodiscard]] bool isNote() const noexcept { return !isFault() && !advice.empty(); }
 };
 

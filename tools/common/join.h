@@ -16,7 +16,7 @@ inline void appendTo(std::string &list, std::string_view separator, std::string_
     list.append(word);
 }
 
-/// The elements of @p words with a separator between them; @p text converts an element that is not a text.
+/// The elements of @p words with a separator between them. @p text converts an element to text, if it is of another type.
 template <class Words, class Text = std::identity>
 [[nodiscard]] std::string join(const Words &words, std::string_view separator, Text text = {})
 {

@@ -1,4 +1,4 @@
-// A listening socket at a path. It never replaces a live socket, and it removes its file at the end.
+// A listening socket at a path. It never replaces a live socket. Its destructor removes the file.
 #pragma once
 
 #include "common/descriptor.h"
@@ -8,7 +8,7 @@
 
 namespace tools {
 
-/// File modes that decide who may connect to a socket, whatever the umask: the users who may write to it.
+/// File modes of a socket: users who may write to it may connect. The umask does not change them.
 inline constexpr mode_t kForAllUsers = 0666;
 inline constexpr mode_t kForThisUser = 0600;
 
@@ -27,7 +27,7 @@ public:
 private:
     std::filesystem::path path_;
     Descriptor socket_;
-    // They identify this socket's file: a file that has replaced it is not removed.
+    // The identity of this socket's file. If another file has replaced it, the destructor does not remove that one.
     dev_t device_ = 0;
     ino_t inode_ = 0;
 };

@@ -10,8 +10,8 @@ namespace tools {
 
 class LockFile {
 public:
-    /// Waits until no other process has the lock, and calls @p onWait once before it has to wait. The folder must be one that
-    /// only this user can write to.
+    /// Locks the file. If another process has the lock, calls @p onWait once, then waits. Only this user may have the right to
+    /// write to the folder.
     explicit LockFile(std::filesystem::path path, const std::function<void()> &onWait = {});
     LockFile(const LockFile &) = delete;
     LockFile &operator=(const LockFile &) = delete;

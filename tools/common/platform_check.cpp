@@ -25,7 +25,7 @@ struct CloseLibrary {
 
 Finding examineLibrary(const std::string &name)
 {
-    // Only a library that is already loaded counts: one that dlopen would load now is not the one that requests use.
+    // Requests use the library that is already loaded, so dlopen must not load another one now.
     const std::unique_ptr<void, CloseLibrary> handle(dlopen(name.c_str(), RTLD_LAZY | RTLD_NOLOAD));
     link_map *map = nullptr;
     if (!handle || dlinfo(handle.get(), RTLD_DI_LINKMAP, &map) != 0) {

@@ -5,10 +5,10 @@
 
 namespace tools {
 
-/// Which file the loader uses for the library @p name.
+/// Reports which file the loader uses for the library @p name.
 Finding examineLibrary(const std::string &name);
 
-/// Whether the configuration file is readable. The service works without one.
+/// Reports whether the configuration file is readable. Requests work without one.
 Finding examineConfiguration();
 
 }  // namespace tools

@@ -1,4 +1,4 @@
-// Creates the mount namespace, through a user namespace where root's rights are missing.
+// Creates the mount namespace. Without root's rights, creates a user namespace first.
 #include "common/private_namespace.h"
 
 #include <cerrno>

@@ -1,4 +1,4 @@
-// A private /tmp/kvo_hws for a process, so that programs can run side by side, each with its own hardware service.
+// A private /tmp/kvo_hws for a process: each of several programs that run at the same time can have its own hardware service.
 #pragma once
 
 #include "common/run_folder.h"
@@ -15,10 +15,10 @@ public:
 
 class PrivateNamespace {
 public:
-    /// Moves the calling process permanently into a mount namespace in which kSocketDirectory is empty and private. Needs no
-    /// root rights if the kernel grants user namespaces, but then the process must have a single thread. Construct it before
-    /// threads start. Programs that the process executes later are inside too. Throws NamespaceRefused, or std::runtime_error
-    /// whose text says which step failed.
+    /// Moves the calling process permanently into a mount namespace in which kSocketDirectory is empty and private. Without
+    /// root's rights, the kernel must allow user namespaces, and the process must have a single thread: construct it before
+    /// threads start. Programs that the process executes later are inside the namespace too. Throws NamespaceRefused, or
+    /// std::runtime_error whose text says which step failed.
     PrivateNamespace();
 
 private:

@@ -53,7 +53,8 @@ void waitForTheRun()
     }
 }
 
-/// Never returns. @p made: this run made the folder, so its guardian waits for the runs of other users, who cannot remove it.
+/// The program of the guardian. If @p made, this run made the folder: other users cannot remove it, so the guardian also waits
+/// for their runs.
 [[noreturn]] void guard(const std::array<int, kDescriptors> &descriptors, bool made)
 {
     // In a new session the guardian does not receive the terminal's signals.
@@ -65,7 +66,7 @@ void waitForTheRun()
     }
     waitForTheRun();
     removeUnusedFolder(kFolder, kSocketDirectory, false);
-    close(kRun);  // the run waits only until here
+    close(kRun);  // ends the wait of the destructor
     close(kProcess);
     if (made) {
         removeUnusedFolder(kFolder, kSocketDirectory, true);

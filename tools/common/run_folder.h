@@ -1,4 +1,4 @@
-// The folder of the sockets during a run. The last run removes the folder if a run made it.
+// Keeps the folder of the sockets during a run, such as "kvosim run". If a run made the folder, the last run removes it.
 #pragma once
 
 #include "common/socket_folder.h"
@@ -7,8 +7,9 @@ namespace tools {
 
 class RunFolder {
 public:
-    /// Keeps kSocketDirectory until the process ends, even if it is killed or executes another program. Construct it before the
-    /// process has threads, and in the mount namespace of the folder. Throws as lockFolder does.
+    /// Keeps kSocketDirectory until the process ends; executing another program does not end it. If the process is killed, the
+    /// guardian still removes the folder. Construct it before the process has threads, and in the mount namespace of the
+    /// folder. Throws as lockFolder does.
     explicit RunFolder(FolderUse use, const OnWait &onWait = {});
     RunFolder(const RunFolder &) = delete;
     RunFolder &operator=(const RunFolder &) = delete;
@@ -17,7 +18,7 @@ public:
 
 private:
     LockedFolder folder_;
-    Descriptor guardian_;
+    Descriptor guardian_;  // the connection to the guardian, a process that removes the folder
 };
 
 }  // namespace tools

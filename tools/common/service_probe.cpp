@@ -29,9 +29,9 @@ using Clock = std::chrono::steady_clock;
 
 constexpr auto kQueueTimeout = 2s;
 constexpr auto kQueuePause = 50ms;
-/// The library waits as long for the first byte of a reply.
+/// The library also waits this long for the first byte of a reply.
 constexpr auto kReplyTimeout = 4s;
-/// No valid reply is as long.
+/// Valid replies are shorter.
 constexpr std::size_t kLongestAnswer = 256;
 constexpr std::size_t kLongestShown = 80;
 
@@ -47,7 +47,7 @@ public:
     std::vector<Finding> run() &&
     {
         const bool ready = examineDirectory() && examineSocket() && connect() && ask() && examineAnswer();
-        static_cast<void>(ready);  // the findings contain more
+        static_cast<void>(ready);  // the findings contain the result
         return std::move(findings_);
     }
 

@@ -1,4 +1,4 @@
-// Checks each step of a request to the service, up to the first one that fails.
+// Checks the steps of a request to the service one by one, and stops at the first that fails.
 #pragma once
 
 #include "common/finding.h"
@@ -7,7 +7,7 @@
 
 namespace tools {
 
-/// Returns the findings, the fault last. Takes at most 7 s, whatever the service does.
+/// Returns the findings. If there is a fault, it is the last one. Takes at most 7 s, whatever the service does.
 std::vector<Finding> probeService();
 
 }  // namespace tools

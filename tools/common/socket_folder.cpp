@@ -103,8 +103,8 @@ bool isClosedFolder(const std::filesystem::path &path)
     return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-/// Removes a folder of another user if it is empty and not in use, so that this user can make its own. The lock protects the
-/// mounts of the runs that use it.
+/// Removes a folder of another user if it is empty and not in use, so that this user can make one. Runs that mount on the
+/// folder hold the lock.
 bool removedEmpty(int folder, const std::filesystem::path &path)
 {
     return lock(folder, LOCK_EX | LOCK_NB) && isAt(folder, path) && rmdir(path.c_str()) == 0;
@@ -119,7 +119,7 @@ bool isInUse(int folder)
     return !free;
 }
 
-/// Whether another user's folder may be gone now, so that the caller must try again.
+/// Returns true if the caller must try again: the folder of another user may be gone now.
 bool canBeReplaced(int folder, const std::filesystem::path &path, const struct stat &status, FolderUse use,
                    const OnWait &onWait, bool &notified)
 {

@@ -26,12 +26,12 @@ struct ServiceOptions {
     std::optional<std::filesystem::path> registry{};                ///< without a value: a temporary directory
     bool verbose = false;                                           ///< log each exchange on standard error
     mode_t socketMode = tools::kForThisUser;  ///< who may connect to the sockets of the service, as a file mode
-    /// Address for the datagrams of the USB lock. Without a value: the plant's, else usbLockDefault.
+    /// Address for the datagrams of the USB lock. Without a value: the address in the plant, else usbLockDefault.
     std::optional<std::string> usbLockAddress{};
     /// Used when neither usbLockAddress nor the plant gives an address. If this address is in use, the service runs without
     /// datagrams.
     std::optional<std::string> usbLockDefault{};
-    /// The sessions of agents, and the address at which they connect. Without a value: the plant's, else no session and
+    /// The sessions of agents, and the address at which they connect. Without a value: those of the plant, else no session and
     /// 127.0.0.1.
     std::optional<std::vector<unsigned>> remoteSessions{};
     std::optional<std::string> remoteAddress{};
@@ -45,7 +45,7 @@ public:
     /// Throws std::runtime_error if the service cannot start.
     Service(EventLoop &loop, Plant plant, const ServiceOptions &options, std::function<void()> ended);
 
-    /// Stops accepting requests, writes the replies that have begun, then ends. Call it on the loop's thread.
+    /// Stops accepting requests, finishes the replies that are being written, then ends. Call it on the loop's thread.
     void end();
 
     /// Call these only on the loop's thread, or while the loop does not run.

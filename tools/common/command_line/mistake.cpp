@@ -102,7 +102,7 @@ std::string forShell(const std::string &word)
     return text + '\'';
 }
 
-/// The position of the unexpected words: the last one after which all of them follow.
+/// The last position in @p arguments from which all words of @p unexpected follow in their order.
 Words::const_iterator beginOf(const Words &unexpected, const Words &arguments)
 {
     auto word = unexpected.rbegin();

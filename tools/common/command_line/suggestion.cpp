@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::size_t kMostSuggestions = 3;
 constexpr std::size_t kCharactersPerEdit = 3;
-/// Too many words begin with a shorter text.
+/// A shorter text is the beginning of too many words.
 constexpr std::size_t kShortestBeginning = 3;
 constexpr std::size_t kFar = std::numeric_limits<std::size_t>::max();
 

@@ -33,9 +33,9 @@ Registry &registry()
 }
 
 constexpr const char *kWords = "words";
-constexpr unsigned kTimeLimit = 1;  // seconds that a user may have to wait
+constexpr unsigned kTimeLimit = 1;  // seconds; then the user would wait too long
 
-/// Ends the process after the limit if the service does not answer: the answer is what has been written until then.
+/// Ends the process after the limit if the service does not answer. The shell gets the part that has been written until then.
 void limitTime()
 {
     std::signal(SIGALRM, [](int) { _exit(0); });
@@ -99,7 +99,7 @@ public:
         return afterDashes_ ? Completion{kWords} : options();
     }
 
-    /// Rejects a candidate that the shell cannot pass on, or that the program would take for an option.
+    /// Whether the candidate fits: the shell can pass it on, and the program does not mistake it for an option.
     [[nodiscard]] bool takes(const std::string &word, bool isOption) const
     {
         return word.starts_with(unfinished_) && !containsControlCharacter(word) &&
@@ -246,7 +246,7 @@ private:
     const CLI::App *app_;
     std::string unfinished_;
     const CLI::Option *value_ = nullptr;  ///< the option whose value comes next
-    int values_ = 0;                      ///< how many it has had
+    int values_ = 0;                      ///< how many values it already has
     int positionals_ = 0;
     bool afterDashes_ = false;
     std::set<const CLI::Option *> given_;

@@ -17,10 +17,11 @@ struct Candidate {
 };
 using Candidates = std::vector<Candidate>;
 
-/// Finds candidates. Those that do not begin with the unfinished word are removed later.
+/// Returns all candidates. answerShell() removes those that do not begin with the unfinished word.
 using Source = std::function<Candidates()>;
 
-/// Sets the source of candidates for an argument. A candidate that ends in "=" is the beginning of a word.
+/// Sets the source of candidates for an argument. A candidate that ends in "=" is only the beginning of a word: the shell adds
+/// no space after it.
 void completeFrom(const CLI::Option *argument, Source source);
 void completeWords(const CLI::Option *argument, std::initializer_list<const char *> words);
 void completeFiles(const CLI::Option *argument);
@@ -29,9 +30,9 @@ void completeDirectories(const CLI::Option *argument);
 void completeCommand(const CLI::App *subcommand);
 bool takesCommand(const CLI::App *subcommand);
 
-/// Answers a shell if the arguments are its request, and returns whether they are. The first line of the answer is "words",
-/// "files", "directories" or "command". One line for each candidate follows, with a tab before its meaning. Candidates that
-/// cannot be determined are left out.
+/// Answers @p arguments if they are the request of a shell, and returns whether they are. The first line of the answer is
+/// "words", "files", "directories" or "command" (the command line of another program). One line for each candidate follows,
+/// with a tab before its meaning. Candidates that cannot be determined are left out.
 bool answerShell(const CLI::App &app, const std::vector<std::string> &arguments, std::ostream &out);
 
 }  // namespace tools::completions

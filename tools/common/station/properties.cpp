@@ -72,7 +72,7 @@ Reading startup(uint32_t station)
 
 // ---- Input ----
 
-/// The third version of the request reports in a mask which counts the service gave.
+/// The third version of the request also returns a mask, which shows the counts that the service reported.
 Reading inputDevices(uint32_t station)
 {
     uint32_t mask = 0;

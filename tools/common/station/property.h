@@ -13,10 +13,10 @@ namespace tools {
 
 using Document = Json;
 
-/// A value in documents, and the text for users if that is different.
+/// A value of a property.
 struct Value {
     Document document;
-    std::string shownAs{};
+    std::string shownAs{};  ///< the text for users; empty if it is the same as the document
 
     [[nodiscard]] std::string text() const;
 };

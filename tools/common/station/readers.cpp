@@ -5,8 +5,8 @@ namespace tools {
 
 namespace {
 
-/// The library copies the whole reply of the service and takes no buffer size. The service's own replies stay below 1024 bytes;
-/// this is far more than any reply can reasonably need.
+/// The library copies the whole reply of the service without knowing the size of the buffer. The service's own replies stay
+/// below 1024 bytes; this is far more than any reply can reasonably need.
 constexpr std::size_t kUnsizedBuffer = std::size_t{4} * 1024 * 1024;
 
 constexpr uint32_t kInitialSize = 4096;

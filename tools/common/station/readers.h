@@ -1,4 +1,4 @@
-// Makes readers from the library's requests, by the type of their result.
+// Makes readers from the library's requests. The functions are named after the type of the reply.
 #pragma once
 
 #include "common/station/property.h"
@@ -12,7 +12,7 @@
 
 namespace tools {
 
-/// One number or several: all of them or none.
+/// One or more numbers.
 template <class... Numbers>
 Reader numbers(Request<uint32_t, Numbers *...> request)
 {
@@ -26,7 +26,7 @@ Reader numbers(Request<uint32_t, Numbers *...> request)
     };
 }
 
-/// A number that stands for a word. A number without a word is shown unchanged.
+/// A number that stands for a word: the index in @p words. A number without a word is shown as a number.
 template <std::size_t Count>
 Reader word(Request<uint32_t, uint32_t *> request, std::array<const char *, Count> words)
 {
@@ -43,16 +43,16 @@ Reader word(Request<uint32_t, uint32_t *> request, std::array<const char *, Coun
 /// The result itself is the answer: 1 is yes, 0 is no.
 Reader yesNo(Request<uint32_t> request);
 
-/// A text for which the library takes no buffer size.
+/// A text that the library writes to a buffer without knowing its size.
 Reader unsizedText(Request<uint32_t, char *> request);
 
-/// Takes a buffer and its in/out size. A request for which the buffer is too small (-3) stores the required size there.
+/// Requests a text. @p size is the size of @p buffer. If that is too small, returns -3 and stores the required size in @p size.
 using TextRequest = std::function<Result(char *buffer, uint32_t *size)>;
 
 /// A text of any length: repeats the request with a larger buffer until the text fits.
 Reading readText(const TextRequest &ask);
 
-/// Like readText, for one station.
+/// A text that the library writes to a buffer whose size it knows.
 Reader sizedText(Request<uint32_t, char *, uint32_t *> request);
 
 }  // namespace tools

@@ -11,8 +11,8 @@ namespace tools {
 
 namespace {
 
-/// A failed request that took longer got no reply: the library waits 4 s for a silent service, and would do so for each
-/// request.
+/// A failed request that took longer got no reply. The library waits 4 s for a silent service, and would do so again for each
+/// further request.
 constexpr auto kSilence = 3s;
 
 }  // namespace

@@ -7,9 +7,8 @@
 
 namespace tools {
 
-/// Requests each property of the station in turn and passes the reading on. A reading without values has the result of the
-/// request, which may only mean that the station does not have the property. Throws Failure if no service answers, or if it
-/// stops answering.
+/// Requests the properties of the station one by one and passes each reading to @p onReading. A reading without values may only
+/// mean that the station does not have the property. Throws Failure if no service answers, or if the service stops answering.
 void readStation(uint32_t station, const std::function<void(const NamedProperty &asked, const Reading &reading)> &onReading);
 
 }  // namespace tools

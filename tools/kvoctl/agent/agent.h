@@ -11,7 +11,7 @@
 
 namespace kvoctl {
 
-/// The host: answers the commands that only a host can carry out.
+/// The host of the agent, which answers the commands that the agent cannot carry out itself.
 struct AgentHost {
     AgentAnswers answers{};
     std::optional<EventProgram> program{};  ///< if set, its exit status is the answer
@@ -20,31 +20,31 @@ struct AgentHost {
 /// The prefix of the environment variables of a program that answers a command.
 inline constexpr const char *kAgentVariablePrefix = "KVO_AGENT_";
 
-/// A process can have one agent at a time, and a new one only after stop() of the previous one returned true.
+/// A process can have one agent at a time. It can start the next one only after stop() of the previous one returned true.
 class Agent {
 public:
-    /// Throws Failure if the library does not start it.
+    /// Throws Failure if the library does not start the agent.
     Agent(const AgentOptions &options, const AgentHost &host);
     Agent(const Agent &) = delete;
     Agent &operator=(const Agent &) = delete;
     ~Agent() { stop(); }
 
-    /// Whether it has ended by itself, which it does if it cannot read the station in focus.
+    /// Whether the agent has ended by itself. It does so if it cannot read the station in focus.
     [[nodiscard]] static bool hasEnded();
-    /// Always throws a Failure that says why it has ended by itself.
+    /// Always throws Failure. Its text says why the agent has ended by itself.
     [[noreturn]] void explainEnd();
 
     [[nodiscard]] static bool isConnected();
 
     /// Returns the commands that were answered since the last call.
     [[nodiscard]] static std::vector<Event> takeCommands();
-    /// A descriptor that is readable while takeCommands() would return some.
+    /// A descriptor that is readable while commands wait for takeCommands().
     [[nodiscard]] static int descriptor();
 
-    /// Pushes an indication. Returns an empty text if it was written, otherwise the reason why not.
+    /// Sends an indication. Returns an empty text, or the reason why the indication was not sent.
     [[nodiscard]] std::string push(const std::string &text) const;
 
-    /// Stops the agent, which takes at most 7 s. Returns false if it has not ended by then.
+    /// Stops the agent. Takes at most 7 s, and returns false if the agent has not ended by then.
     bool stop();
 
 private:

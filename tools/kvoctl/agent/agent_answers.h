@@ -1,4 +1,4 @@
-// The host's answers to the agent's commands, from the command line.
+// The host's answers to commands, as given on the command line.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -21,12 +21,12 @@ class AgentAnswers {
 public:
     [[nodiscard]] int answerTo(const std::string &keyword) const;
 
-    /// Declares the options --answer and --answer-all.
+    /// Adds the options --answer and --answer-all. The result has their values after the command line has been parsed.
     static std::shared_ptr<const AgentAnswers> addTo(CLI::App &command);
 
 private:
     std::map<std::string, int> byKeyword_;
-    int others_ = 1;
+    int others_ = 1;  // the answer to all other commands: "done" or "yes"
 };
 
 inline constexpr const char *kAnswerOption = "--answer";

@@ -1,4 +1,4 @@
-// The parameters of an agent, from the command line to the text for the library.
+// The parameters of an agent: parses them from the command line, and writes them in the format of the library.
 #pragma once
 
 #include "kvoctl/command_line/arguments.h"
@@ -8,7 +8,7 @@
 
 namespace kvoctl {
 
-/// The sessions of a remote service. Each has its own port.
+/// A remote service has sessions from 0 to kLastSession. The port of session N is kFirstPort + N.
 inline constexpr unsigned kLastSession = 9;
 inline constexpr unsigned kFirstPort = 5850;
 
@@ -19,8 +19,9 @@ struct AgentOptions {
     unsigned session = 0;
     std::string otherParameters{};  ///< lines in the library's format
 
+    /// The text for the library.
     [[nodiscard]] std::string parameters() const;
-    /// The station in focus in the form that the user gave.
+    /// The station in focus for messages: its address or its quoted name, as the user gave it.
     [[nodiscard]] std::string focus() const { return focusAddress.empty() ? "\"" + focusName + "\"" : focusAddress; }
     [[nodiscard]] unsigned port() const { return kFirstPort + session; }
 };
@@ -30,7 +31,7 @@ class AgentArguments {
 public:
     static AgentArguments addTo(CLI::App &command);
 
-    /// The given values, without the remote service. Throws UsageError if no station in focus was given.
+    /// The values of the options. The caller sets the remote service. Throws UsageError if no station in focus was given.
     [[nodiscard]] AgentOptions options() const;
 
 private:

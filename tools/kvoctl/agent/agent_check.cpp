@@ -17,7 +17,7 @@ namespace kvoctl {
 
 namespace {
 
-/// Covers the agent's requests about the station in focus, and its connect.
+/// Covers the agent's requests about the station in focus and its connection attempt.
 constexpr auto kConnectTimeout = 20s;
 /// For a reply the agent sends at most one request to the service, which times out after 4 s.
 constexpr auto kReplyTimeout = 10s;

@@ -9,9 +9,9 @@
 namespace kvoctl {
 
 struct CheckOptions {
-    AgentOptions agent;  ///< without the remote service
+    AgentOptions agent;  ///< without the remote service, which checkAgent provides
     AgentHost host;
-    std::optional<unsigned> session{};  ///< none: the first whose port is free
+    std::optional<unsigned> session{};  ///< without a value: the first whose port is free
     bool sendsAll = false;              ///< also send commands that change the station
 };
 

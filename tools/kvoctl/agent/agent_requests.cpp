@@ -15,14 +15,14 @@ std::string failed(const std::string &reason) { return line("failed: " + reason)
 const std::string kOk = line("ok");
 const std::string kFailed = line("failed");
 const std::string kBad = line("bad request");
-/// Replies to a command for the host; without a host the request is a bad one.
+/// Replies to a command for the host. Without a host, the reply is "bad request".
 const std::string kDone = kOk + "|" + kFailed + "|" + kBad;
-/// Replies to a command that stores a value; the second one if the value is not allowed.
+/// Replies to a command that stores a value: "bad request" if the value is not allowed.
 const std::string kTaken = kOk + "|" + kBad;
 /// Without a line end, unlike all other replies: remote services wait for these four letters.
 const std::string kNone = "none";
 
-/// Commands that the agent always refuses are sent like all others: it passes them on to no one.
+/// Includes commands that the agent always refuses: they are harmless, because the agent does not pass them on.
 const std::map<std::string_view, AgentRequest> kRequests{
     {"show-panel-size",
      {.reply = line("width=-?[0-9]+ height=-?[0-9]+ depth=-?[0-9]+") + "|" + failed("panel size not readable")}},

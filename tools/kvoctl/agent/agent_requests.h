@@ -7,12 +7,13 @@
 namespace kvoctl {
 
 struct AgentRequest {
-    /// An extended regular expression for valid replies, without the tag and with the line end, if the reply has one.
+    /// An extended regular expression that matches valid replies. Replies have no tag here, but a line end if they have one on
+    /// the wire.
     std::string reply;
     std::string_view argument{};  ///< follows a keyword that ends in "="
-    /// The command that returns the current value, which is then sent instead of @c argument.
+    /// The command that returns the current value. If given, the current value is sent instead of @c argument.
     std::string_view getter{};
-    /// Whether it changes this station or others even with that argument.
+    /// Whether the command changes this or another station even with this argument.
     bool changes = false;
 };
 

@@ -14,7 +14,7 @@ namespace kvoctl {
 namespace {
 
 constexpr auto kStatePeriod = 200ms;
-/// The library waits as long between a lost connection and the next attempt.
+/// The library also waits this long between a lost connection and the next attempt.
 constexpr int kReconnectSeconds = 5;
 /// A line of the protocol has at most 256 bytes; the number takes 4 of them, the line end 2.
 constexpr std::size_t kLongestIndication = 250;

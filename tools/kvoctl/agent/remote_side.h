@@ -12,7 +12,8 @@ namespace kvoctl {
 
 class RemoteSide {
 public:
-    /// Listens for the agent of @p session, or of the first session whose port is free. Throws std::runtime_error if none is.
+    /// Listens for the agent of @p session, or of the first session whose port is free. Throws std::runtime_error if that port
+    /// is in use, or if no port is free.
     explicit RemoteSide(std::optional<unsigned> session);
 
     [[nodiscard]] unsigned session() const noexcept { return session_; }

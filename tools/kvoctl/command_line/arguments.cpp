@@ -11,7 +11,7 @@ namespace kvoctl {
 
 namespace {
 
-/// Names the rejected text. CLI11 adds the argument's name in front.
+/// A message about the rejected text. CLI11 puts the argument's name before it.
 std::string refusal(const std::string &text, const std::string &mistake) { return "\"" + text + "\" is " + mistake; }
 
 }  // namespace

@@ -13,20 +13,20 @@
 
 namespace kvoctl {
 
-/// A declared argument or option: whether it was given, and its value after the command line has been parsed.
+/// An argument or option of a command. It has its value after the command line has been parsed.
 template <class Type>
 struct Argument {
     CLI::Option *option;
     std::shared_ptr<Type> value;
 
-    /// The value, if it was given.
     [[nodiscard]] std::optional<Type> valueIfGiven() const
     {
         return option->count() > 0 ? std::optional(*value) : std::nullopt;
     }
 };
 
-/// Accepts whole decimal numbers of a range. Reads leading zeros as decimal, unlike the parser: "010" is ten.
+/// Accepts whole decimal numbers from @p least to @p most. "010" is ten, while the parser itself would read it as octal. The
+/// message for other texts is '"TEXT" is MISTAKE'.
 CLI::Validator wholeNumber(int64_t least, int64_t most, const std::string &mistake);
 
 /// Words and the numbers for which they stand.
@@ -38,11 +38,11 @@ CLI::Validator oneOf(const Words &words);
 /// Lets shells complete one of @p words.
 void completeWords(const CLI::Option *argument, const Words &words);
 
-/// Rejects texts that the protocol cannot carry: a line feed would end the request early.
+/// Rejects texts with control characters: a line feed would end the request early.
 CLI::Validator oneLine();
 bool containsControlCharacter(const std::string &text);
 
-/// Adds a flag. The returned option knows whether it was given. (The parser's own call is ambiguous for a literal in C++20.)
+/// Adds a flag. (In C++20, the parser's own function is ambiguous for a string literal.)
 CLI::Option *addFlag(CLI::App &command, const std::string &name, const std::string &help);
 
 /// Adds an option that takes whole seconds.
@@ -82,7 +82,7 @@ struct Word {
 
 inline const Word kOnOff{"STATE", "on or off", {{"on", 1}, {"off", 0}}};
 
-/// A text of one line. It must not contain double quotes: requests put some texts between them and cannot escape them.
+/// A text of one line without double quotes: requests put some texts between double quotes, and cannot escape them.
 struct Text {
     std::string name;
     std::string help;

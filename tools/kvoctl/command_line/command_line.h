@@ -14,7 +14,7 @@ namespace kvoctl {
 /// The action of a subcommand, which runs after the command line has been parsed.
 using Action = std::function<Report()>;
 
-/// Declares a subcommand's arguments and returns its action, which shares the parsed values.
+/// Declares the arguments of a subcommand, and returns its action, which uses their values.
 using CommandSetup = std::function<Action(CLI::App &command)>;
 
 class CommandLine {
@@ -26,13 +26,13 @@ public:
     /// Throws CLI::ParseError, also for --help and --version.
     void parse(std::vector<std::string> arguments);
 
-    /// Writes the help or the version if the ParseError is a request for one of them.
+    /// Writes the help or the version if @p request asks for it.
     void help(const CLI::ParseError &request) const;
 
     /// Adds the command "help". Call it after all others have been added.
     void addHelp();
 
-    /// Answers a shell that completes a command line, or the build of the manual page. Returns false for all other arguments.
+    /// Answers a shell that completes a command line, and the build of the manual page. Returns false for all other arguments.
     [[nodiscard]] bool answerShell(const std::vector<std::string> &arguments) const;
 
     /// Runs the subcommand's action. Call it after parse.
@@ -56,7 +56,7 @@ private:
 /// Explains why the library's version text is always the same.
 std::string explainLibraryVersion();
 
-/// The subcommands of one family of requests, under a heading of the help. They can share a first word.
+/// The subcommands of one family of requests. The help lists them under one heading, and they can share a first word.
 class Family {
 public:
     /// Subcommands of one word: "kvoctl stations".
@@ -75,7 +75,7 @@ public:
     {
     }
 
-    /// @p examples  only the arguments
+    /// @p examples  the arguments of example calls
     void add(const std::string &name, const std::string &summary, const std::vector<std::string> &examples,
              const CommandSetup &setUp);
 

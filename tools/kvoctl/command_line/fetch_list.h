@@ -16,10 +16,11 @@ namespace kvoctl {
 inline constexpr uint32_t kInitialEntries = 64;
 /// A larger number is treated as a mistake of the service: kvoctl does not allocate that much memory.
 inline constexpr uint32_t kMaxEntries = 1'000'000;
-/// The list may grow between the request that reports its size and the next one, but not forever.
+/// The list may grow between the request that reports its size and the next one. After this many requests, fetchList fails.
 inline constexpr int kMaxAttempts = 8;
 
-/// @p ask takes an array and its in/out count, and returns the library's result. @p entries names the elements in messages.
+/// Returns the whole list. @p ask sends the request for an array and its capacity, which becomes the number of elements, and
+/// returns the library's result. @p entries names the elements in messages.
 template <class Record, class Ask>
 std::vector<Record> fetchList(Ask ask, const char *entries = "stations")
 {

@@ -42,7 +42,7 @@ std::optional<uint32_t> parseAddress(const std::string &text)
     return address ? address : parseHex(text);
 }
 
-/// Whether the text is four numbers with dots between them, and therefore meant as an address.
+/// Whether the user meant an address: the text is four numbers with dots between them.
 bool looksDotted(const std::string &text)
 {
     std::size_t numbers = 0;

@@ -25,14 +25,14 @@ enum class StationForms { addressOrName, address, name };
 /// Lets shells complete the stations that the service knows.
 void completeStations(const CLI::Option *argument, StationForms forms = StationForms::addressOrName);
 
-/// The service's record of a station that is named in any of these forms. Throws Failure if no such station exists.
+/// The service's record of @p station, which has one of the kStationForms. Throws Failure if no such station exists.
 KvoDescriptionEx lookUp(const std::string &station);
 
-/// The address of a station that is given as a dotted address, eight hexadecimal digits, or a name, which the service resolves.
+/// The address of @p station, which has one of the kStationForms. The service resolves a name.
 uint32_t stationAddress(const std::string &station);
 
-/// The dotted form of @p address, which is in the byte order of inet_addr, as in the registry lists. Nothing for INADDR_NONE,
-/// which stands for a malformed address.
+/// Converts an address in the byte order of inet_addr, as the registry lists contain it. Returns nothing for INADDR_NONE, which
+/// stands for a malformed address.
 std::optional<std::string> dottedFromNetworkOrder(uint32_t address);
 
 }  // namespace kvoctl

@@ -15,7 +15,7 @@
 
 namespace kvoctl {
 
-/// A subcommand that shows the property with these words: STATION.
+/// "@p subcommand STATION": shows the property of this subcommand.
 inline CommandSetup showCommand(std::string_view subcommand)
 {
     return [&property = tools::stationProperty(subcommand)](CLI::App &command) -> Action {
@@ -24,14 +24,14 @@ inline CommandSetup showCommand(std::string_view subcommand)
     };
 }
 
-/// Calls @p request with a station and the values of @p given.
+/// Sends @p request with a station and the values of @p given.
 template <class... Parameters, class... Values>
 Report call(Request<uint32_t, Parameters...> request, uint32_t station, const std::tuple<Argument<Values>...> &given)
 {
     return reportDone(std::apply([&](const auto &...value) { return request(station, toParameter(*value.value)...); }, given));
 }
 
-/// A subcommand that sends a request: STATION and @p arguments, which the library's @p request takes in this order.
+/// A subcommand with STATION and @p arguments: sends @p request, whose parameters have the same order.
 template <class... Parameters, class... Arguments>
 CommandSetup requestCommand(Request<uint32_t, Parameters...> request, Arguments... arguments)
 {
@@ -44,7 +44,7 @@ CommandSetup requestCommand(Request<uint32_t, Parameters...> request, Arguments.
     };
 }
 
-/// A subcommand that shows the property with these words, or sets it if values are given: STATION [VALUE...].
+/// "@p subcommand STATION [VALUE...]": shows the property of this subcommand, or sets it with @p request if values are given.
 template <class... Parameters, class... Arguments>
 CommandSetup settingCommand(std::string_view subcommand, Request<uint32_t, Parameters...> request, Arguments... arguments)
 {

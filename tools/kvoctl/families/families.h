@@ -1,13 +1,12 @@
-// The families of subcommands; each adds its own to the command line.
+// The families of subcommands. Each function adds one family to the command line.
 #pragma once
 
 #include "kvoctl/command_line/command_line.h"
 
 namespace kvoctl {
 
-/// The heading in the help for the families about one station.
+/// Headings of the help.
 inline constexpr const char *kOneStationHeading = "One station, by family";
-/// The heading for the commands of the host of an embedded station.
 inline constexpr const char *kEmbeddedHeading = "Embedded stations";
 
 void addStationCommands(CommandLine &commandLine);

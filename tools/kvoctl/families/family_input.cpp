@@ -10,8 +10,8 @@ namespace {
 
 // ---- kvoctl input devices ----
 
-/// The initial value of a count, which the library leaves unchanged if the service does not report it. No station has so many
-/// devices.
+/// The initial value of a count. The library leaves it unchanged if the service does not report the count. It cannot be a real
+/// count: no station has so many devices.
 constexpr uint32_t kNotReported = 0xFFFFFFFF;
 
 Value number(uint32_t value) { return Value{value == kNotReported ? Document(nullptr) : Document(value)}; }

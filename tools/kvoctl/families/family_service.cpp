@@ -19,8 +19,8 @@ using Column = Table::Column;
 
 // ---- kvoctl version ----
 
-/// Far longer than any version. The library reports a longer text like a refusal, so a retry with a larger buffer is
-/// impossible.
+/// Far longer than any version. A retry with a larger buffer is impossible, because the library reports a longer text in the
+/// same way as a refusal.
 constexpr std::size_t kVersionSize = 4096;
 
 std::string version(Request<char *, unsigned *> request)

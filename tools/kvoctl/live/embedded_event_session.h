@@ -18,7 +18,7 @@ struct EmbeddedEventOptions {
 /// The prefix of the environment variables of a program that is run for an event.
 inline constexpr const char *kEventVariablePrefix = "KVO_EVENT_";
 
-/// Listens until a signal arrives or the reader of the output closes it. Throws Failure if the library does not listen, and
+/// Listens until a signal arrives or the reader of the output closes it. Throws Failure if the library cannot listen, and
 /// std::runtime_error if the output cannot be written.
 void watchEmbeddedEvents(const EmbeddedEventOptions &options, const StopSignals &signals);
 

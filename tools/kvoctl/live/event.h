@@ -9,7 +9,7 @@
 
 namespace kvoctl {
 
-/// Texts are the received bytes, unchanged.
+/// A text has the received bytes, unchanged.
 struct Field {
     std::string key;
     Value value;
@@ -27,11 +27,13 @@ std::string textLine(const Event &event);
 /// One line for programs: a JSON object.
 std::string jsonLine(const Event &event);
 
-/// One of the two above.
+/// textLine or jsonLine.
 using LineFormat = std::string (*)(const Event &event);
+/// jsonLine if --json was given, else textLine.
 LineFormat lineFormat(const CommandLine &commandLine);
 
-/// Environment variables for a program, "KVO_USB_IP_ADDRESS=10.0.0.5", with unchanged texts. All names begin with @p prefix.
+/// The event as environment variables, such as "KVO_USB_IP_ADDRESS=10.0.0.5". All names begin with @p prefix. Texts are
+/// unchanged.
 std::vector<std::string> environment(const std::string &prefix, const Event &event);
 
 }  // namespace kvoctl

@@ -39,8 +39,8 @@ private:
     std::vector<Item> items_;
 };
 
-/// The process's only @p Value, constructed at the first call. It is never destroyed, because callbacks, which get no context
-/// pointer, may still use it while the process ends.
+/// The only @p Value of this type in the process, constructed at the first call. Callbacks use it because they get no context
+/// pointer. It is never destroyed, because callbacks may still run while the process ends.
 template <class Value>
 Value &neverDestroyed()
 {

@@ -9,8 +9,8 @@
 namespace kvoctl {
 
 struct InputLine {
-    std::string text;      ///< only the beginning if the line is too long
-    bool tooLong = false;  ///< longer than allowed
+    std::string text;  ///< only the beginning if the line is too long
+    bool tooLong = false;
 };
 
 class LineInput {
@@ -21,7 +21,8 @@ public:
     /// The events to poll for; none after the input has ended.
     [[nodiscard]] pollfd pollRequest() const noexcept { return {.fd = hasEnded_ ? -1 : 0, .events = POLLIN, .revents = 0}; }
 
-    /// Reads and returns the lines that are complete now; at the end of the input also a last line without a line feed.
+    /// Reads the available input and returns the lines that are complete. At the end of the input, a last line without a line
+    /// feed is complete too.
     std::vector<InputLine> read(const pollfd &polled);
 
 private:

@@ -8,25 +8,25 @@
 
 namespace kvoctl {
 
-/// Queues lines until the output takes them, so that a reader which stops reading delays only its own lines. The queue has no
-/// limit: people plug in devices too slowly to fill the memory.
+/// Queues lines until the output accepts them: a reader that stops reading delays only its own lines. The queue has no limit,
+/// because people plug in devices too slowly to fill the memory.
 class LineOutput {
 public:
     /// @p line  without its line feed
     void add(const std::string &line) { lines_.push_back(line + '\n'); }
 
-    /// The events to poll for; without a line to write, only that the reader closes the output.
+    /// The events to poll for. If no line waits, this is only the closing of the output by its reader.
     [[nodiscard]] pollfd pollRequest() const noexcept;
     /// Writes at most one line, or the beginning of a long one, if @p polled says that the output accepts it.
     void handle(const pollfd &polled);
     /// Writes the remaining lines as far as the output takes them without blocking.
     void drain();
 
-    /// Whether so many lines wait that callers should add no more for now, if they can.
+    /// Whether so many lines wait that callers should stop adding lines for now, if they can.
     [[nodiscard]] bool hasBacklog() const noexcept { return lines_.size() > kManyLines; }
     /// Whether the output can no longer be written.
     [[nodiscard]] bool hasEnded() const noexcept { return error_ != 0; }
-    /// Throws std::runtime_error if lines were lost, except because the reader closed the output.
+    /// Throws std::runtime_error if lines were lost, unless the reader has closed the output.
     void check() const;
 
 private:

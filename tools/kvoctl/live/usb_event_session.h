@@ -1,4 +1,4 @@
-// USB events of this process, from the activation to the end event of the library.
+// Runs an activation of USB events in this process, up to the end event of the library.
 #pragma once
 
 #include "kvoctl/live/event_program.h"
@@ -20,8 +20,8 @@ struct UsbEventOptions {
 enum class UsbEventEnd { closed, takenOver };
 
 /// Activates USB events and waits until a signal arrives, the reader of the output closes it, or another program takes over the
-/// events. Then closes them, unless another program has taken them over. Only one call at a time in a process. Throws Failure
-/// if the service or the library fails, and std::runtime_error if the output cannot be written.
+/// events. Then closes them, unless another program has taken them over. A process can have only one such call at a time.
+/// Throws Failure if the service or the library fails, and std::runtime_error if the output cannot be written.
 UsbEventEnd runUsbEvents(const UsbEventOptions &options, const StopSignals &signals);
 
 }  // namespace kvoctl

@@ -22,7 +22,7 @@ struct Report {
     std::string errorMessage{};  ///< written to standard error after the rest
 };
 
-/// The report of a command without output whose request returned @p result. Throws like require.
+/// Reports that a command without output has succeeded. Throws Failure unless @p result is 1.
 Report reportDone(const Result &result);
 
 /// Throws std::runtime_error if it cannot write to standard output, like all functions below.
@@ -33,8 +33,7 @@ void flushOutput();
 /// The document as one line without a line feed. Bytes that are not UTF-8 become U+FFFD.
 std::string compact(const Document &document);
 
-/// Writes one line, which can also be the last of a stream of lines. @p result is null if no function of the library was
-/// called.
+/// Writes an error as one JSON line, also after other lines. @p result has no value if no function of the library was called.
 void writeError(std::optional<int32_t> result, const std::string &message);
 
 }  // namespace kvoctl

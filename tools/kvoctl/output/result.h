@@ -32,7 +32,7 @@ using tools::Result;
 
 Exit exitOf(const Failure &failure) noexcept;
 
-/// What the user can do about the failure; empty without general advice.
+/// Advice for the user, or an empty text if there is no general advice.
 std::string hintOf(const Failure &failure);
 
 }  // namespace kvoctl

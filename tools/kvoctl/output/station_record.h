@@ -35,6 +35,7 @@ std::string nameOf(const Record &station)
     return {station.name, strnlen(station.name, sizeof station.name)};
 }
 
+/// Without a value if the service reports a malformed address.
 using DottedAddress = std::optional<std::string>;
 
 template <class Record>

@@ -11,9 +11,9 @@ namespace kvoctl {
 namespace {
 
 constexpr std::size_t kGap = 2;
-/// A name that is cut shorter is useless.
+/// The elastic column does not get narrower: a shorter part of a name is useless.
 constexpr std::size_t kNarrowest = 8;
-/// Without cutting, one very long text must not move the columns of all other rows: a longer cell overflows only its own row.
+/// In uncut output, columns get no wider than this, so one very long text moves the cells of only its own row.
 constexpr std::size_t kWidestPadding = 40;
 /// The indentation of a record's lines after the first.
 constexpr std::size_t kRecordIndent = 2;

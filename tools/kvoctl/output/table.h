@@ -31,7 +31,7 @@ public:
     enum class Column {
         text,
         number,   ///< right-aligned
-        elastic,  ///< a text that is cut if that makes the line fit. Other columns are never cut: half a number is wrong
+        elastic,  ///< a text that is cut if the line then fits. Other columns are never cut: half a number is wrong
     };
 
     /// A table without @p header contains pairs of a key and a value. A table with a header becomes records if its lines do not

@@ -20,7 +20,7 @@ inline constexpr std::size_t kStationDigits = 8;
 /// A value from a file or a request. The first alternative stands for anything that is neither a number nor a text.
 using Value = std::variant<std::monostate, int64_t, std::string>;
 
-/// Accepts digits only, and for a signed type a minus sign.
+/// Parses digits. For a signed type, a minus sign may precede them.
 template <class Number = uint32_t>
 std::optional<Number> number(std::string_view text, int base = 10)
 {
@@ -38,7 +38,8 @@ std::optional<uint32_t> decimal(std::string_view text, uint32_t lowest, uint32_t
 /// A switch, which is sent as 0 or 1.
 std::optional<uint32_t> onOff(std::string_view text);
 
-/// A station's address, or another number in its position, as clients send it: eight upper-case hexadecimal digits.
+/// Parses eight upper-case hexadecimal digits. Clients send a station's address in this form, and other numbers that are in the
+/// place of an address.
 std::optional<uint32_t> eightDigits(std::string_view text);
 
 /// The text between double quotes. The quotes must be the first and the last character.

@@ -24,7 +24,7 @@ public:
     /// Calls @p callback whenever one of @p events (EPOLLIN, EPOLLOUT) occurs on @p fd, until unwatch() is called. Errors and
     /// hang-ups are always reported.
     void watch(int fd, uint32_t events, Callback callback);
-    /// Waits for other events of a watched descriptor.
+    /// Replaces the events of a watched descriptor.
     void setEvents(int fd, uint32_t events);
     /// Stops watching @p fd. Call it before the descriptor is closed. A callback may call it for its own descriptor.
     void unwatch(int fd);

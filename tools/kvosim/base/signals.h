@@ -21,7 +21,7 @@ public:
     Signals &operator=(const Signals &) = delete;
     ~Signals();
 
-    /// The signal mask before this object was created: a program started from here gets it back.
+    /// The signal mask before this object was created, for programs that are started from here.
     [[nodiscard]] const sigset_t &previousMask() const noexcept { return previous_; }
 
 private:

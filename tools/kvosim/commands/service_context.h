@@ -13,10 +13,10 @@ struct ServiceContext {
     Plant &plant;
     Registry &registry;
     Clock::time_point started = Clock::now();
-    bool ending = false;     ///< the command that ends the service sets it
+    bool ending = false;     ///< set by the command that ends the service
     uint64_t exchanges = 0;  ///< number of requests so far
     bool usbEventsActivated = false;
-    std::string usbLockAddress{};  ///< where the service receives datagrams; empty if it does not
+    std::string usbLockAddress{};  ///< where the service receives datagrams; empty if nowhere
 };
 
 }  // namespace kvosim

@@ -13,7 +13,7 @@ namespace kvosim {
 /// The reply as one line for the socket.
 std::string lineOf(const tools::Json &reply);
 
-/// Converts a number or a text; anything else becomes the value that is neither.
+/// Converts a number or a text. Anything else becomes std::monostate.
 Value fromJson(const tools::Json &json);
 tools::Json toJson(const Value &value);
 

@@ -15,7 +15,7 @@ inline constexpr std::size_t kLongestEvent = 4096;  ///< bytes, without the line
 /// Describes what is wrong with the text of an event, and the correct form. Empty if receivers accept the text.
 std::string eventMistake(std::string_view text);
 
-/// Carries out "event". Returns nothing if the request is another one. Throws if it cannot be carried out.
+/// Carries out the request "event". Returns nothing for any other request. Throws if "event" cannot be carried out.
 std::optional<Reply> answerEventControl(EmbeddedEvents &events, const tools::Json &request);
 
 }  // namespace kvosim

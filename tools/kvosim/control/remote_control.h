@@ -10,11 +10,11 @@
 
 namespace kvosim {
 
-/// Carries out "remote.list", "remote.ask", "remote.send", "remote.raw", "remote.close" and "remote.log". Returns nothing if
-/// the request is another one. Throws if it cannot be carried out.
+/// Carries out "remote.list", "remote.ask", "remote.send", "remote.raw", "remote.close" and "remote.log". Returns nothing for
+/// any other request. Throws if the request cannot be carried out.
 std::optional<Reply> answerRemoteControl(RemoteSide &remote, const tools::Json &request, const LineServer::Caller &caller);
 
-/// The names above, for messages.
+/// The names of these requests, for messages.
 extern const std::string_view kRemoteActions;
 
 }  // namespace kvosim

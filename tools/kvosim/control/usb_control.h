@@ -11,11 +11,11 @@
 
 namespace kvosim {
 
-/// Carries out "usb.plug", "usb.refuse", "usb.unplug", "usb.state", "usb.list" and "usb.storm". Returns nothing if the request
-/// is another one. Throws if it cannot be carried out.
+/// Carries out "usb.plug", "usb.refuse", "usb.unplug", "usb.state", "usb.list" and "usb.storm". Returns nothing for any other
+/// request. Throws if the request cannot be carried out.
 std::optional<Reply> answerUsbControl(UsbEvents &events, const tools::Json &request, const LineServer::Caller &caller);
 
-/// The names above, for messages.
+/// The names of these requests, for messages.
 extern const std::string_view kUsbActions;
 
 }  // namespace kvosim

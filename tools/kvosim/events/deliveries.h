@@ -19,7 +19,7 @@ enum class Delivery {
     simulatorEnds  ///< the simulator ended before the result was known
 };
 
-/// The text for a delivery in replies and logs.
+/// The text for the result of a delivery, in replies and logs.
 const char *deliveryName(Delivery delivery);
 
 class Deliveries {
@@ -29,7 +29,7 @@ public:
 
     static constexpr std::size_t kMaxPending = 32;  ///< deliveries that wait or are in progress
 
-    /// @p isActive returns whether events are activated; it is called again after each delivery, and if it returns false the
+    /// @p isActive returns whether events are activated. It is called again after each delivery: if it returns false, the
     /// waiting events are dropped. @p loop must outlive this object.
     Deliveries(EventLoop &loop, std::function<bool()> isActive);
     Deliveries(const Deliveries &) = delete;

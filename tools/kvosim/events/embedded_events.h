@@ -31,7 +31,7 @@ public:
     EmbeddedEvents &operator=(const EmbeddedEvents &) = delete;
 
     /// Sends one line to every listener. A listener that has too much unread is disconnected instead.
-    /// @return the number of listeners that it was sent to
+    /// @return the number of listeners that the line was sent to
     std::size_t publish(std::string_view text);
     [[nodiscard]] std::size_t listeners() const noexcept { return listeners_.size(); }
     /// Removes the socket and closes the connections.

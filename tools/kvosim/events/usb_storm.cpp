@@ -14,7 +14,7 @@ namespace {
 constexpr const char *kDeactivated = "deactivated";
 constexpr const char *kNotActivated = "USB events are not activated; a program must activate them first";
 
-/// The pending event or the pending timer owns it.
+/// A storm in progress. The callback of the pending event or of the pending timer owns it.
 class Storm : public std::enable_shared_from_this<Storm> {
 public:
     Storm(UsbEvents &events, const StormParameters &parameters, LineServer::Caller caller)

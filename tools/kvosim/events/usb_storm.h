@@ -12,7 +12,7 @@ namespace kvosim {
 struct StormParameters {
     uint32_t count = 0;                 ///< number of events
     uint32_t rate = 0;                  ///< events per second; 0 is as fast as the receiver accepts them
-    std::optional<uint32_t> station{};  ///< without a value: all stations in turn
+    std::optional<uint32_t> station{};  ///< without a value: each station in turn
 };
 
 /// Begins a storm, and sends the totals to @p caller at its end. The storm ends early if @p caller no longer waits, or if

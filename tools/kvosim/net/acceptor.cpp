@@ -10,7 +10,7 @@ namespace kvosim {
 namespace {
 
 constexpr std::chrono::milliseconds kRetryDelay{100};
-constexpr int kMaxAcceptedAtOnce = 16;  // then other descriptors get their turn
+constexpr int kMaxAcceptedAtOnce = 16;  // then other descriptors are served
 
 }  // namespace
 

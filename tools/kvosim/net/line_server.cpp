@@ -13,12 +13,13 @@ namespace kvosim {
 
 namespace {
 
-// Clients read 1024 bytes at a time, and pause if they get less of an incomplete line. Pieces of whole KiB avoid the pause.
+// Clients read 1024 bytes at a time. They pause if they get less and the line is incomplete. Pieces of whole KiB avoid the
+// pause.
 constexpr std::size_t kPiece = std::size_t{32} * 1024;
 // The buffer has space for several pieces, so a piece is written completely or not at all. The kernel may grant less.
 constexpr int kSendBuffer = 1024 * 1024;
 constexpr std::chrono::milliseconds kSweepInterval{50};
-// Then existing connections get their turn, so a flood of new ones does not push them out.
+// After this many, existing connections are served, so a flood of new connections does not replace them.
 constexpr int kMaxNewConnectionsAtOnce = 16;
 
 bool wouldBlock() noexcept { return errno == EAGAIN || errno == EWOULDBLOCK; }
@@ -49,10 +50,11 @@ void LineServer::end(std::function<void()> ended)
         return;
     }
     ended_ = std::move(ended);
-    // The socket is removed before a client has read its last reply, so no client connects to a service that is about to end.
+    // Clients that have read their last reply must not connect again to a service that is about to end, so remove the socket
+    // now.
     loop_.unwatch(listener_->get());
     listener_.reset();
-    // Not now: the request that is being answered may be the one that ends the service.
+    // Later, because this call may come from the request that ends the service, which still needs its reply.
     after({}, [this] { dropAll([](const Connection &connection) { return connection.stage != Connection::Stage::writing; }); });
     after(limits_.shutdownTimeout, [this] { dropAll([](const Connection &) { return true; }); });
 }
@@ -157,8 +159,8 @@ void LineServer::startWriting(Iterator it)
     write(it);
 }
 
-/// Waits for @p time, then calls @p proceed. Meanwhile it reacts only to a client that closes its whole connection: a client
-/// that has shut down only its sending side may still read.
+/// Waits for @p time, then calls @p proceed. If the client closes its connection meanwhile, drops it. A client that has shut
+/// down only its sending side may still read.
 void LineServer::waitThen(Iterator it, std::chrono::milliseconds time, void (LineServer::*proceed)(Iterator it))
 {
     it->second.stage = Connection::Stage::waiting;

@@ -15,10 +15,9 @@
 namespace kvosim {
 
 struct LineServerLimits {
-    std::size_t longestLine = 4096;  ///< bytes before the line end
-    std::size_t connections = 256;   ///< one more, and the connection that was idle longest is dropped
-    std::chrono::milliseconds idleTimeout{
-        10'000};  ///< after this time without a byte in either direction, a connection is dropped
+    std::size_t longestLine = 4096;                    ///< bytes before the line end
+    std::size_t connections = 256;                     ///< a further one replaces the one that was idle longest
+    std::chrono::milliseconds idleTimeout{10'000};     ///< a connection is dropped if no byte moves for this time
     std::chrono::milliseconds requestTimeout{30'000};  ///< for a complete request, even if its bytes keep arriving
     std::chrono::milliseconds lingerTimeout{500};      ///< for a client to close after its reply
     std::chrono::milliseconds shutdownTimeout{1'000};  ///< for replies that are being written when the server ends
@@ -84,7 +83,7 @@ public:
 private:
     struct Connection {
         tools::Descriptor socket;
-        uint64_t number;  ///< unique, while descriptor numbers are reused
+        uint64_t number;  ///< unique; descriptor numbers are reused
         Clock::time_point since;
         Clock::time_point lastTransfer;
         std::string request{};

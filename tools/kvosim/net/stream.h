@@ -24,10 +24,10 @@ public:
     Stream &operator=(const Stream &) = delete;
     ~Stream();
 
-    /// Writes all bytes, now or as the other side reads. Returns false and writes nothing if the buffer has not enough space.
-    /// Also returns false if the other side has closed; the callback reports that later.
+    /// Writes all bytes, now or as the other side reads. Returns false and writes nothing if the buffer does not have enough
+    /// space. Also returns false if the other side has closed; the callback reports that later.
     [[nodiscard]] bool write(std::string_view bytes);
-    /// When the stream is closed, the other side sees a connection reset instead of an orderly end.
+    /// Makes the other side see a connection reset, instead of an orderly end, when the stream is closed.
     void resetWhenClosed() const noexcept;
 
 private:

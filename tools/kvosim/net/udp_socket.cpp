@@ -16,7 +16,7 @@ namespace kvosim {
 namespace {
 
 constexpr uint16_t kUsbLockPort = 5851;
-constexpr int kMaxReceivedAtOnce = 64;  // then other descriptors get their turn
+constexpr int kMaxReceivedAtOnce = 64;  // then other descriptors are served
 
 bool isLoopback(const sockaddr_in &endpoint) { return ntohl(endpoint.sin_addr.s_addr) >> 24 == IN_LOOPBACKNET; }
 
@@ -48,7 +48,8 @@ UdpSocket::UdpSocket(EventLoop &loop, const std::string &endpoint, std::function
         throw std::runtime_error('"' + endpoint + "\" is not an address; write " + std::string(kEndpointForm));
     }
     // A broadcast reaches all sockets that share a port, so simulators on a network may share it. A datagram to the loopback
-    // address would reach only one of them, and it is unknown which: there the second simulator gets an error.
+    // address would reach only one of them, and it is unknown which. There the port is not shared, and the second simulator
+    // gets an error.
     const int on = isLoopback(*address) ? 0 : 1;
     setsockopt(socket_.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     if (bind(socket_.get(), reinterpret_cast<const sockaddr *>(&*address), sizeof *address) != 0) {

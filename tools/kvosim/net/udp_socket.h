@@ -13,7 +13,7 @@ namespace kvosim {
 
 /// Where clients on the same machine send the datagrams of the USB lock.
 inline constexpr const char *kDefaultUsbLockAddress = "127.0.0.1:5851";
-/// Used instead of an address: no datagrams are received.
+/// The value instead of an address if the service does not receive datagrams.
 inline constexpr std::string_view kNoEndpoint = "none";
 inline constexpr std::string_view kEndpointForm = "ADDRESS or ADDRESS:PORT, such as \"0.0.0.0:5851\", or \"none\"";
 

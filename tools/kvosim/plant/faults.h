@@ -26,7 +26,7 @@ struct FaultText {
     std::string command{kEveryCommand};  ///< a keyword, without the character that ends it
     std::string kind;
     uint32_t after = 0;               ///< number of requests that are served normally first
-    uint32_t times = 0;               ///< number of requests that are struck then; 0 is unlimited
+    uint32_t times = 0;               ///< number of requests that the fault strikes after that; 0 is unlimited
     std::optional<uint32_t> delay{};  ///< ms
 };
 
@@ -37,7 +37,7 @@ public:
     /// Throws FaultError. Does not check the command: makeFault (commands.h) does that first.
     explicit Fault(const FaultText &text);
 
-    /// Counts the request if the fault applies to its command. Returns whether the fault strikes.
+    /// Counts the request if the fault applies to its command. Returns whether the fault strikes it, if no earlier fault does.
     bool strikes(std::string_view keyword);
     /// Counts a request as struck.
     void countStrike() { ++struck_; }

@@ -48,7 +48,8 @@ std::string withSlash(const std::filesystem::path &directory)
     return path;
 }
 
-/// Clients read attributes as signed numbers: 0xFFFFFFFF is -1 for them, with 32-bit and 64-bit longs.
+/// Clients read attributes as signed numbers. 0xFFFFFFFF is written as -1, which all clients read alike, with 32-bit and 64-bit
+/// longs.
 std::string attribute(uint32_t value) { return std::to_string(static_cast<int32_t>(value)); }
 
 /// One line per station: "name" address attr1xattr2:attr3

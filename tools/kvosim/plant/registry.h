@@ -1,5 +1,5 @@
-// The daemon's station lists on disk, the previous and the current one, and the lock that prevents rewriting while a client
-// reads them.
+// The daemon's station lists on disk, the previous and the current one, and the lock with which clients prevent changes while
+// they read.
 #pragma once
 
 #include "kvosim/plant/plant.h"
@@ -16,7 +16,7 @@ inline constexpr std::size_t kLongestRegistryPath = 1004;
 
 class Registry {
 public:
-    /// Without a directory it creates a temporary one, and removes it at the end. Throws std::runtime_error if the directory
+    /// Without a directory, creates a temporary one, which the destructor removes. Throws std::runtime_error if the directory
     /// cannot be used.
     explicit Registry(const std::optional<std::filesystem::path> &directory);
     Registry(const Registry &) = delete;

@@ -45,8 +45,8 @@ const UsbKey *findUsbKey(std::string_view name);
 
 /// Returns a number or a text.
 Value read(const UsbKey &key, UsbDevice device);
-/// Stores a value. Returns an empty text, or what is wrong with the value and what is valid. A number may come as a text, also
-/// hexadecimal such as "0x1F".
+/// Stores a value. Returns an empty text, or what is wrong with the value and what is valid. A number may also be a text,
+/// decimal or hexadecimal such as "0x1F".
 [[nodiscard]] std::string assign(const UsbKey &key, UsbDevice &device, const Value &value);
 
 /// A device with default values. Its identifiers contain the lowest number that makes both unique among @p others.

@@ -1,5 +1,5 @@
-// The USB ports of a station: functions that change which devices are plugged in, and return the notification for the program
-// that receives USB events. If a change is impossible, the function throws Refused and changes nothing.
+// Plugging in and removing USB devices of a station. Each function that does so returns the notification for the program that
+// receives USB events. If a change is impossible, it throws Refused and changes nothing.
 #pragma once
 
 #include "common/refused.h"

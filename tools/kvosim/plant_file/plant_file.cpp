@@ -179,7 +179,7 @@ ConnectionEntry readStation(const TableReader &table)
     return station;
 }
 
-/// The station keys in @p table, in the order of stationKeys(): only the first mistake is reported.
+/// Reads the station keys in @p table, in the order of stationKeys(). This order decides which mistake is reported.
 std::vector<const StationKey *> keysIn(const TableReader &table)
 {
     std::vector<const StationKey *> keys;
@@ -282,7 +282,7 @@ Faults readFaults(const TableReader &top)
     return faults;
 }
 
-/// Adds a station: @p entry is what readStation has read from @p table; this reads the other keys.
+/// Reads the remaining keys of @p table and adds the station. @p entry contains the keys that readStation has already read.
 void addStation(Plant &plant, ConnectionEntry entry, const TableReader &table)
 {
     Panel panel;

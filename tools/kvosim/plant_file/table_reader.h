@@ -12,7 +12,7 @@
 #include <vector>
 
 // The parser's assertions can fail for an invalid file (such as "[[["). Without them, it reports the mistake as an error one
-// step later, and a mistake in a file does not abort the program.
+// step later: a mistake in a file must not abort the program.
 #define TOML_ASSERT(expression) static_assert(true)
 #include <toml++/toml.h>
 

@@ -1,4 +1,4 @@
-// Gets candidates from the running simulator, or from tables. Without a simulator, the former give none.
+// Gets candidates from tables or from the running simulator. If no simulator runs, it gives no candidates.
 #include "kvosim/program/completion_candidates.h"
 
 #include "common/completions/completion.h"

@@ -84,7 +84,7 @@ void printStatus(const tools::Json &reply)
     printRows(rows);
 }
 
-/// Converts "key=value" texts to the members of an object.
+/// Converts "key=value" texts to an object.
 tools::Json settings(const std::vector<std::string> &assignments)
 {
     tools::Json values = tools::Json::object();

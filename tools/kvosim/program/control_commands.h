@@ -22,7 +22,7 @@ public:
 
     /// Adds a subcommand with its action.
     CLI::App *add(CLI::App &parent, const char *name, const char *description, std::function<void()> action);
-    /// Sends a request to the simulator and prints the reply by @p print, or with --json as JSON.
+    /// Sends a request to the simulator and prints the reply with @p print, or as JSON if --json was given.
     void ask(const tools::Json &request, void (*print)(const tools::Json &reply),
              tools::Timeout timeout = tools::kDefaultTimeout) const;
     /// Whether replies are printed as JSON.

@@ -159,7 +159,7 @@ void addRemoteOptions(CLI::App &command, Options &options)
         ->check(CLI::Range(0U, kLongestAlive));
 }
 
-/// Ends the service at the end of standard input: the process that has the other end of the pipe has closed it or ended.
+/// Ends the service at the end of standard input: the process at the other end of the pipe has closed it, or has ended.
 void endWithInput(kvosim::EventLoop &loop, kvosim::Service &service)
 {
     const auto read = [&](uint32_t /*events*/) {
@@ -225,7 +225,7 @@ int run(const Options &options)
         options.plant.empty() ? kvosim::parsePlant(kvosim::kBuiltInPlant, "built-in plant") : load(options.plant);
     const kvosim::RunDirectory place(options.shared);
     kvosim::EventLoop loop;
-    // If a client ends the service, the command keeps running.
+    // If a client ends the service, the command continues.
     const kvosim::Service service(loop, std::move(plant), serviceOptions(options), [] {});
     setenv("KVO_PLATFORM_INTERFACE", "lo", 0);
     const kvosim::SupervisedCommand command(loop, options.command, [&loop] { loop.stop(); });

@@ -11,8 +11,8 @@ namespace kvosim {
 /// The machine's own kSocketDirectory, used by one run at a time.
 class SharedDirectory {
 public:
-    /// Waits for the run before this one to end, and prints that it waits. Throws std::runtime_error if a service already runs
-    /// there, or the folder belongs to another user.
+    /// Waits for the previous run to end, and prints that it waits. Throws std::runtime_error if a service already runs there,
+    /// or the folder belongs to another user.
     SharedDirectory();
 
 private:

@@ -1,4 +1,4 @@
-// A command that runs next to a service. Signals are forwarded to it, and all processes that it started are ended after it.
+// A command that runs together with a service. Forwards signals to it. When it ends, ends all processes that it started.
 #pragma once
 
 #include "kvosim/base/event_loop.h"

@@ -55,7 +55,7 @@ std::optional<AgentLine> AgentLines::next(std::string_view unterminated)
     if (!unterminated.empty() && text.starts_with(unterminated)) {
         const std::string_view rest = text.substr(unterminated.size());
         if (rest.empty() || rest == "\r") {
-            return std::nullopt;  // the next bytes decide
+            return std::nullopt;  // it depends on the next bytes
         }
         if (!rest.starts_with('\n') && !rest.starts_with("\r\n")) {
             return AgentLine{take(unterminated.size()), false};

@@ -17,7 +17,7 @@ inline constexpr std::size_t kLongestAgentLine = 4096;
 std::string_view tagOf(std::string_view line);
 /// The number that an indication begins with, such as "I07:"; empty if the line is not an indication.
 std::string_view indicationOf(std::string_view line);
-/// Whether the agent's reply to @p request may be the word "none" without a line end. @p request does not include its tag.
+/// Whether the agent's reply to @p request may be the word "none" without a line end. @p request has no tag.
 bool mayReplyUnterminated(std::string_view request);
 
 /// One line of an agent.
@@ -29,8 +29,8 @@ struct AgentLine {
 class AgentLines {
 public:
     void add(std::string_view piece);
-    /// The next complete line, or nothing. @p unterminated is the text that the next reply may be without a line end: "none" or
-    /// "042:none", or empty if it must have a line end.
+    /// The next complete line, or nothing. @p unterminated is the only text that needs no line end: "none" or "042:none". It is
+    /// empty if the next reply must have a line end.
     std::optional<AgentLine> next(std::string_view unterminated = {});
     /// Whether the remaining data is "none" without a line end, with or without a tag. It is complete if no more data follows.
     [[nodiscard]] bool hasUnterminatedNone() const;

@@ -1,4 +1,4 @@
-// Parses scripts.
+// Parses the lines of a script.
 #include "kvosim/remote/remote_script.h"
 
 #include "common/refused.h"

@@ -80,7 +80,7 @@ public:
         case ScriptStep::Kind::reset: closeSession(step, session, true); break;
         case ScriptStep::Kind::away:
             ask_({{"do", "remote.close"}, {"session", step.session}, {"away_ms", step.time.count()}});
-            processAll();  // including the end of the connection: no agent can connect now
+            processAll();  // also the end of this connection; no agent can connect now
             break;
         case ScriptStep::Kind::pause: std::this_thread::sleep_for(step.time); break;
         }
@@ -147,7 +147,7 @@ private:
         }
     }
 
-    /// If the script gives no number for an indication, the comparison ignores it.
+    /// If the script gives no number for an indication, the comparison ignores the number.
     static bool matches(const ScriptStep &step, const std::string &line)
     {
         const bool numbered = step.kind != ScriptStep::Kind::indication || !indicationOf(step.text).empty();

@@ -21,8 +21,8 @@ struct ScriptResult {
 /// Sends a request to the simulator and returns the reply, like askSimulator.
 using AskSimulator = std::function<tools::Json(const tools::Json &request)>;
 
-/// Runs a script to its end. At the first difference it throws CouldNot, with @p fileName, the line, what was expected and what
-/// came.
+/// Runs a script to its end. At the first difference, throws CouldNot. Its text has @p fileName, the line, the expected text
+/// and the received one.
 ScriptResult runScript(std::span<const ScriptStep> steps, const std::string &fileName, const AskSimulator &ask);
 
 }  // namespace kvosim

@@ -38,8 +38,8 @@ public:
 
     enum class Tagging { automatic, none };
 
-    /// Listens at @p address. @p onSweepNeeded is called when sweep() must be called until needsSweep() returns false. Throws
-    /// std::runtime_error if the port cannot be opened. @p loop and @p log must outlive this object.
+    /// Listens at @p address. Calls @p onSweepNeeded when the owner must begin to call sweep() regularly, until needsSweep()
+    /// returns false. Throws std::runtime_error if the port cannot be opened. @p loop and @p log must outlive this object.
     RemoteSession(EventLoop &loop, RemoteLog &log, unsigned number, uint32_t address, std::function<void()> onSweepNeeded);
 
     [[nodiscard]] unsigned number() const noexcept { return number_; }
@@ -57,7 +57,7 @@ public:
     enum class CloseMode { orderly, reset };
     /// Closes the connection. Throws CouldNot if no agent is connected.
     void close(CloseMode mode);
-    /// Closes the connection, if any, and closes the port for @p time: connection attempts are refused.
+    /// Closes the connection, if any, and closes the port for @p time. Until then, connection attempts are refused.
     void closePort(CloseMode mode, std::chrono::milliseconds time);
     [[nodiscard]] bool portClosed() const noexcept { return portClosedUntil_.has_value(); }
 
@@ -68,7 +68,8 @@ public:
     [[nodiscard]] bool needsSweep() const;
 
 private:
-    /// A request without a reply yet. It stays in the queue after its timeout: its reply still comes before the others.
+    /// A request without a reply yet. It stays in the queue after its timeout, because its reply may still come, before the
+    /// replies to later requests.
     struct PendingRequest {
         std::string tag{};
         bool unterminatedReply = false;

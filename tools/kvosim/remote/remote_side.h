@@ -50,7 +50,7 @@ public:
     [[nodiscard]] uint64_t lastRecord() const noexcept { return log_.last(); }
     /// The records that exist now.
     [[nodiscard]] LogPage readLog(const LogQuery &query) const;
-    /// Calls @p read once, later: as soon as a record exists, or with an empty page after the waiting time.
+    /// Calls @p onPage once, later: as soon as a record exists, or with an empty page after the waiting time.
     void awaitLog(const LogQuery &query, OnPage onPage);
     /// Closes all connections and ports, and answers all waiting readers.
     void end();

@@ -28,16 +28,16 @@ void keepOnly(const std::array<int, kDescriptors> &descriptors)
     std::array<int, kDescriptors> moved{};
     std::transform(descriptors.begin(), descriptors.end(), moved.begin(),
                    [](int descriptor) { return fcntl(descriptor, F_DUPFD, static_cast<int>(kDescriptors)); });
-    int place = 0;
+    int number = 0;
     for (const int descriptor : moved) {
-        dup2(descriptor, place++);
+        dup2(descriptor, number++);
     }
     syscall(SYS_close_range, static_cast<unsigned>(kDescriptors), ~0U, 0);
 }
 
 /// Waits until the run sends kDone or its process ends. A closed socket alone is not the end: a run that executes another
 /// program continues without the socket.
-void waitForTheRun()
+void waitForEndOfRun()
 {
     std::array<pollfd, 2> events{pollfd{.fd = kRun, .events = POLLIN, .revents = 0},
                                  pollfd{.fd = kProcess, .events = POLLIN, .revents = 0}};
@@ -64,7 +64,7 @@ void waitForTheRun()
     if (chdir("/") != 0) {
         _exit(1);
     }
-    waitForTheRun();
+    waitForEndOfRun();
     removeUnusedFolder(kFolder, kSocketDirectory, false);
     close(kRun);  // ends the wait of the destructor
     close(kProcess);

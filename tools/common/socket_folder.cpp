@@ -105,7 +105,7 @@ bool isClosedFolder(const std::filesystem::path &path)
 
 /// Removes a folder of another user if it is empty and not in use, so that this user can make one. Runs that mount on the
 /// folder hold the lock.
-bool removedEmpty(int folder, const std::filesystem::path &path)
+bool removeIfEmpty(int folder, const std::filesystem::path &path)
 {
     return lock(folder, LOCK_EX | LOCK_NB) && isAt(folder, path) && rmdir(path.c_str()) == 0;
 }
@@ -123,7 +123,7 @@ bool isInUse(int folder)
 bool canBeReplaced(int folder, const std::filesystem::path &path, const struct stat &status, FolderUse use,
                    const OnWait &onWait, bool &notified)
 {
-    if (geteuid() == 0 && removedEmpty(folder, path)) {
+    if (geteuid() == 0 && removeIfEmpty(folder, path)) {
         return true;
     }
     if (use == FolderUse::mountOn) {

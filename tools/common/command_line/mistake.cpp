@@ -19,7 +19,7 @@ using Words = std::vector<std::string>;
 
 std::string quoted(const std::string &word) { return '"' + word + '"'; }
 
-bool is(const CLI::ParseError &error, CLI::ExitCodes kind) { return error.get_exit_code() == static_cast<int>(kind); }
+bool hasExitCode(const CLI::ParseError &error, CLI::ExitCodes kind) { return error.get_exit_code() == static_cast<int>(kind); }
 
 bool isDashed(const std::string &word) { return word.size() > 1 && word.front() == '-'; }
 
@@ -29,7 +29,7 @@ std::vector<const CLI::App *> commandsOf(const CLI::App &app)
 }
 
 /// The words of @p command, without the program's name.
-std::string wordsOf(const CLI::App &command)
+std::string commandPath(const CLI::App &command)
 {
     std::string words;
     for (const CLI::App *app = &command; app->get_parent() != nullptr; app = app->get_parent()) {
@@ -52,7 +52,7 @@ void findByName(const CLI::App &app, const std::string &name, Words &found)
 {
     for (const CLI::App *command : commandsOf(app)) {
         if (command->get_name() == name) {
-            found.push_back(wordsOf(*command));
+            found.push_back(commandPath(*command));
         }
         findByName(*command, name, found);
     }
@@ -86,7 +86,7 @@ Mistake unknownOption(const CLI::App &command, const std::string &word)
 }
 
 /// A word, quoted for a shell where necessary.
-std::string forShell(const std::string &word)
+std::string quotedForShell(const std::string &word)
 {
     const auto isPlain = [](unsigned char byte) {
         return std::isalnum(byte) != 0 ||
@@ -103,23 +103,23 @@ std::string forShell(const std::string &word)
 }
 
 /// The last position in @p arguments from which all words of @p unexpected follow in their order.
-Words::const_iterator beginOf(const Words &unexpected, const Words &arguments)
+Words::const_iterator firstUnexpected(const Words &unexpected, const Words &arguments)
 {
     auto word = unexpected.rbegin();
-    auto place = arguments.end();
-    while (place != arguments.begin() && word != unexpected.rend()) {
-        --place;
-        word += *place == *word ? 1 : 0;
+    auto position = arguments.end();
+    while (position != arguments.begin() && word != unexpected.rend()) {
+        --position;
+        word += *position == *word ? 1 : 0;
     }
-    return place;
+    return position;
 }
 
 Mistake forgottenDashes(const CLI::App &app, const Words &arguments, const Words &command)
 {
     std::string call = app.get_name();
-    const auto begin = beginOf(command, arguments);
+    const auto begin = firstUnexpected(command, arguments);
     for (auto word = arguments.begin(); word != arguments.end(); ++word) {
-        call += (word == begin ? " -- " : " ") + forShell(*word);
+        call += (word == begin ? " -- " : " ") + quotedForShell(*word);
     }
     return {"the command to run goes after \"--\": " + call};
 }
@@ -139,9 +139,9 @@ std::optional<Mistake> findMistake(const CLI::App &app, const Words &arguments, 
 {
     const CLI::App &command = innermostCommand(app);
     const bool isFamily = !commandsOf(command).empty();
-    const bool isRequest = is(error, CLI::ExitCodes::Success);
+    const bool isRequest = hasExitCode(error, CLI::ExitCodes::Success);
     const bool isWrongValue =
-        !isRequest && !is(error, CLI::ExitCodes::RequiredError) && !is(error, CLI::ExitCodes::ExtrasError);
+        !isRequest && !hasExitCode(error, CLI::ExitCodes::RequiredError) && !hasExitCode(error, CLI::ExitCodes::ExtrasError);
     const Words unexpected = app.remaining(true);
     const std::string first = unexpected.empty() ? "" : unexpected.front();
     if (isWrongValue || (isRequest && unexpected.empty())) {
@@ -165,13 +165,13 @@ std::optional<Mistake> findMistake(const CLI::App &app, const Words &arguments, 
 
 std::string messagePrefix(const CLI::App &app)
 {
-    const std::string words = wordsOf(innermostCommand(app));
+    const std::string words = commandPath(innermostCommand(app));
     return app.get_name() + (words.empty() ? "" : ": ") + words;
 }
 
 std::string helpCommandLine(const CLI::App &app)
 {
-    const std::string words = wordsOf(innermostCommand(app));
+    const std::string words = commandPath(innermostCommand(app));
     return app.get_name() + (words.empty() ? "" : " ") + words + " --help";
 }
 

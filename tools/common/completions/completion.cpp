@@ -100,7 +100,7 @@ public:
     }
 
     /// Whether the candidate fits: the shell can pass it on, and the program does not mistake it for an option.
-    [[nodiscard]] bool takes(const std::string &word, bool isOption) const
+    [[nodiscard]] bool fits(const std::string &word, bool isOption) const
     {
         return word.starts_with(unfinished_) && !containsControlCharacter(word) &&
                (isOption || afterDashes_ || !isDashed(word));
@@ -257,7 +257,7 @@ void answer(const Line &line, std::ostream &out)
     const Completion completion = line.completion();
     out << completion.kind << '\n' << std::flush;
     for (const Candidate &candidate : completion.source ? completion.source() : Candidates()) {
-        if (line.takes(candidate.word, completion.isOption)) {
+        if (line.fits(candidate.word, completion.isOption)) {
             const bool shown = !containsControlCharacter(candidate.description);
             out << candidate.word << '\t' << (shown ? candidate.description : "") << '\n';
         }

@@ -28,7 +28,7 @@ public:
 
     [[nodiscard]] uint32_t address() const noexcept { return address_; }
 
-    void take(const tools::NamedProperty &asked, const Reading &reading)
+    void addReading(const tools::NamedProperty &asked, const Reading &reading)
     {
         const Property &property = asked.property;
         const std::string section = tools::familyKey(asked.subcommand);
@@ -95,7 +95,7 @@ CommandSetup panelShowCommand()
         return [station] {
             Page page(lookUp(*station));
             tools::readStation(page.address(),
-                               [&page](const auto &asked, const Reading &reading) { page.take(asked, reading); });
+                               [&page](const auto &asked, const Reading &reading) { page.addReading(asked, reading); });
             return std::move(page).report();
         };
     };

@@ -38,7 +38,7 @@ struct SharedEvents {
     std::optional<EventProgram> program{};
 };
 
-void take(const char *name, const char *data)
+void handleEvent(const char *name, const char *data)
 {
     SharedEvents &shared = neverDestroyed<SharedEvents>();
     const Event event{"", {{"name", {name}}, {"data", {data}}}};
@@ -73,7 +73,7 @@ public:
     EmbeddedEventSession(const EmbeddedEventOptions &options, const StopSignals &signals) : options_(options), loop_(signals)
     {
         neverDestroyed<SharedEvents>().program = options.program;
-        require(KVO_REQUEST(KVO_HWS_activateEmbKvoEvents)(take));
+        require(KVO_REQUEST(KVO_HWS_activateEmbKvoEvents)(handleEvent));
     }
     EmbeddedEventSession(const EmbeddedEventSession &) = delete;
     EmbeddedEventSession &operator=(const EmbeddedEventSession &) = delete;

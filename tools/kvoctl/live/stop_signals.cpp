@@ -10,7 +10,7 @@ namespace {
 constexpr int kStopSignals[] = {SIGINT, SIGTERM, SIGHUP};
 
 /// Returns the signals that were blocked before.
-sigset_t block()
+sigset_t blockSignals()
 {
     sigset_t blocked;
     sigset_t before;
@@ -23,7 +23,7 @@ sigset_t block()
     return before;
 }
 
-int openDescriptor()
+int openSignalDescriptor()
 {
     sigset_t awaited;
     sigemptyset(&awaited);
@@ -35,6 +35,6 @@ int openDescriptor()
 
 }  // namespace
 
-StopSignals::StopSignals() : previousMask_(block()), descriptor_(openDescriptor(), "signalfd") {}
+StopSignals::StopSignals() : previousMask_(blockSignals()), descriptor_(openSignalDescriptor(), "signalfd") {}
 
 }  // namespace kvoctl

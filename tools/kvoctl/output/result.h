@@ -32,7 +32,7 @@ using tools::Result;
 
 Exit exitOf(const Failure &failure) noexcept;
 
-/// Advice for the user, or an empty text if there is no general advice.
+/// Advice for the user, or an empty text if none applies.
 std::string hintOf(const Failure &failure);
 
 }  // namespace kvoctl

@@ -22,7 +22,7 @@ std::string listOf(const Devices &devices)
     return devices.empty() ? "nothing" : tools::join(devices, ", ", quoted);
 }
 
-void checkUp(const Station &station)
+void checkReachable(const Station &station)
 {
     if (station.panel.rebooting()) {
         throw tools::Refused(tools::dotted(station.entry.address) +
@@ -62,7 +62,7 @@ UsbDevice newUsbDeviceFor(const Panel &panel)
 
 UsbNotification plug(const Station &station, const UsbDevice &device)
 {
-    checkUp(station);
+    checkReachable(station);
     Devices &devices = station.panel.usbDevices;
     if (std::any_of(devices.begin(), devices.end(), [&](const UsbDevice &other) { return sameIdents(device, other); })) {
         throw tools::Refused("a device \"" + identsOf(device) + "\" is already plugged in at " +
@@ -77,13 +77,13 @@ UsbNotification plug(const Station &station, const UsbDevice &device)
 
 UsbNotification refuse(const Station &station, const UsbDevice &device)
 {
-    checkUp(station);
+    checkReachable(station);
     return {UsbEvent::refused, station.entry.address, device};
 }
 
 UsbNotification unplug(const Station &station, const std::string &device)
 {
-    checkUp(station);
+    checkReachable(station);
     const auto found = find(station, device);
     UsbNotification notification{UsbEvent::removed, station.entry.address, *found};
     station.panel.usbDevices.erase(found);
@@ -92,7 +92,7 @@ UsbNotification unplug(const Station &station, const std::string &device)
 
 UsbNotification changeState(const Station &station, const std::string &device, uint32_t state)
 {
-    checkUp(station);
+    checkReachable(station);
     const auto found = find(station, device);
     found->source.state = state;
     return {UsbEvent::stateChanged, station.entry.address, *found};

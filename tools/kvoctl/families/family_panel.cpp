@@ -1,4 +1,4 @@
-// Subcommands about panels: this one's backlight, and the settings of a station's panel.
+// Subcommands about panels: the backlight of this panel, and the settings of any station's panel.
 #include "kvoctl/command_line/station_commands.h"
 #include "kvoctl/families/families.h"
 #include "kvoctl/families/panel_page.h"

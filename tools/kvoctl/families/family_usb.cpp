@@ -13,7 +13,7 @@ namespace {
 
 // ---- kvoctl usb connectors ----
 
-/// A request without a station, whose reply is shown like that for one station.
+/// The request has no station. Its reply is shown like the reply for one station.
 Report showAllConnectors(const Property &ofOneStation)
 {
     const auto read = [](uint32_t) { return tools::readText(KVO_REQUEST(KVO_HWS_getUsbConnectorList)); };

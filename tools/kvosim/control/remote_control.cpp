@@ -83,8 +83,7 @@ Reply sendRaw(const RemoteCall &call)
 
 Reply close(const RemoteCall &call)
 {
-    const auto mode =
-        call.request.value("reset", false) ? RemoteSession::CloseMode::reset : RemoteSession::CloseMode::orderly;
+    const auto mode = call.request.value("reset", false) ? RemoteSession::CloseMode::reset : RemoteSession::CloseMode::orderly;
     if (call.request.contains("away_ms")) {
         call.session().closePort(mode, call.milliseconds("away_ms"));
     } else {

@@ -274,7 +274,7 @@ const std::vector<ListText> kListTexts = {
     {"lower_case_digits", listOf("0a000005 00000001 abcdef01 ffffffff 00000003 st1 "), 1, 1},
     {"blanks_signs_and_prefixes", listOf("      +5 0x000001 -0000001 \t\v\f\r    7 00000003 st1 "), 1, 1},
     {"two_digits_missing", listOf("0A0005 00000001 00000002 00000003 00000003 st1 "), 1, 1},
-    {"letter_that_is_no_digit", listOf("0A00000G 00000001 00000002 00000003 00000003 st1 "), -1, 1},
+    {"letter_in_place_of_a_digit", listOf("0A00000G 00000001 00000002 00000003 00000003 st1 "), -1, 1},
     {"tab_for_space", listOf("0A000005\t00000001 00000002 00000003 00000003 st1 "), -1, 1},
     {"fifth_space_missing", listOf("0A000005 00000001 00000002 00000003 00000003,st1 "), -1, 1},
     {"cut_inside_a_number", listOf("0A000005 0000"), -1, 1},

@@ -44,7 +44,7 @@ const std::vector<Row> kViewerReplies = {
     {"start_unknown_station", "", "startViewer=\"a:b:c\" 0A0000FF", "failed"},
     {"start_configured", "", "startConfiguredViewer=\"cfg:3\" 0A000005", "ok"},
     {"start_configured_busy", "viewer_busy = 1", "startConfiguredViewer=\"cfg:3\" 0A000005", "busy"},
-    {"start_configured_no_number", "", "startConfiguredViewer=\"cfg:x\" 0A000005", "failed"},
+    {"start_configured_display_is_not_a_number", "", "startConfiguredViewer=\"cfg:x\" 0A000005", "failed"},
     {"start_configured_two_colons", "", "startConfiguredViewer=\"a:b:3\" 0A000005", "failed"},
     {"stop", "viewer = \"nc1:3\"", "stopViewer=0A000005", "ok"},
     {"stop_not_running", "", "stopViewer=0A000005", "not running"},
@@ -60,8 +60,8 @@ const std::vector<Row> kViewerReplies = {
     {"reboot_unknown_station", "", "reboot=0A0000FF", "failed"},
     {"status_line", "", "setStatusline=0A000005,1,2,Hello, you", "ok"},
     {"status_line_empty", "", "setStatusline=0A000005,1,2,", "ok"},
-    {"status_line_no_text", "", "setStatusline=0A000005,1,2", "failed"},
-    {"status_line_no_number", "", "setStatusline=0A000005,1,x,Hello", "failed"},
+    {"status_line_without_text", "", "setStatusline=0A000005,1,2", "failed"},
+    {"status_line_value_is_not_a_number", "", "setStatusline=0A000005,1,x,Hello", "failed"},
     {"status_line_station_last", "", "setStatusline=1,2,Hello,0A000005", "failed"},
     {"status_line_unknown_station", "", "setStatusline=0A0000FF,1,2,Hello", "failed"}};
 
@@ -76,7 +76,7 @@ const std::vector<Row> kPanelReplies = {
     {"v2_mode_0", "", "setBacklightBrightnessV2=40 0 0A000005", "ok"},
     {"v2_mode_1", "", "setBacklightBrightnessV2=40 1 0A000005", "ok"},
     {"v2_unknown_mode", "backlight_modes = 1", "setBacklightBrightnessV2=40 1 0A000005", "bad request"},
-    {"v2_no_mode_at_all", "backlight_modes = 0", "setBacklightBrightnessV2=40 0 0A000005", "bad request"},
+    {"v2_without_any_mode", "backlight_modes = 0", "setBacklightBrightnessV2=40 0 0A000005", "bad request"},
     {"v2_not_active", "backlight = 0", "setBacklightBrightnessV2=40 1 0A000005", "not active"},
     {"v2_101", "", "setBacklightBrightnessV2=101 0 0A000005", "failed"},
     {"v2_without_mode", "", "setBacklightBrightnessV2=40 0A000005", "failed"},
@@ -247,14 +247,14 @@ const std::vector<Row> kUsbAndMetricsReplies = {
     {"rotation_none", "", "getPanelRotation=0A000005", "none"},
     {"rotation_unknown_station", "", "getPanelRotation=0A0000FF", "failed"},
     {"marovanti", "", "isMarovantiPanel 0A000005", "is-Marovanti-Panel=1"},
-    {"no_marovanti", "marovanti = 0", "isMarovantiPanel 0A000005", "is-Marovanti-Panel=0"},
+    {"not_marovanti", "marovanti = 0", "isMarovantiPanel 0A000005", "is-Marovanti-Panel=0"},
     {"marovanti_unknown_station", "", "isMarovantiPanel 0A0000FF", "not found"},
     {"marovanti_malformed", "", "isMarovantiPanel 10.0.0.5", "failed"},
     {"clients_none", "", "getClientList 0 0", "00000000 "},
     {"clients", "[[client]]\nname = \"HMI 1\"\nvalue = 0x1F", "getClientList 0 FFFFFFFFFFFFFFFF",
      "00000001 0000001F 00000005 HMI 1 "},
     {"clients_first_not_0", "", "getClientList 1 0", "failed"},
-    {"clients_no_flags", "", "getClientList 0", "failed"},
+    {"clients_without_flags", "", "getClientList 0", "failed"},
     {"clients_bad_flags", "", "getClientList 0 xyz", "failed"}};
 
 INSTANTIATE_TEST_SUITE_P(UsbAndMetrics, StationCommand, testing::ValuesIn(kUsbAndMetricsReplies), kvosim_test::kNameOfRow);

@@ -123,10 +123,10 @@ TEST_P(ControlRefuses, the_request_and_says_why)
 const std::string kSetOf5 = R"({"do": "station", "station": "10.0.0.5", "set": )";
 
 const std::vector<Refusal> kRefusals = {
-    {"no_json", "status", "parse error"},
+    {"not_json", "status", "parse error"},
     {"empty", "", "parse error"},
-    {"no_object", "[1]", "type"},
-    {"no_action", "{}", "'do' not found"},
+    {"not_an_object", "[1]", "type"},
+    {"without_action", "{}", "'do' not found"},
     {"unknown", R"({"do": "stop"})", "\"do\": \"stop\" is not one of"},
     {"station_missing", R"({"do": "station"})", "'station' not found"},
     {"station_unknown", R"({"do": "station", "station": "10.0.0.9"})", "no station has the address or the name \"10.0.0.9\""},

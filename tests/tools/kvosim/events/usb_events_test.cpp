@@ -198,8 +198,8 @@ const std::vector<Refusal> kRefusals = {
     {"unknown_field", kPlugAt5 + R"({"ipAddress": "1.2.3.4"}})", "ipAddress: is not a field of a USB device"},
     {"wrong_field", kPlugAt5 + R"({"text4": "a*b"}})", "text4: contains an asterisk"},
     {"wrong_number", kPlugAt5 + R"({"id1": 65536}})", "id1: 65536 is out of range"},
-    {"no_number", kPlugAt5 + R"({"id1": true}})", "id1: is not a whole number"},
-    {"no_object", kPlugAt5 + "5}", "device: is not an object"},
+    {"value_is_not_a_number", kPlugAt5 + R"({"id1": true}})", "id1: is not a whole number"},
+    {"device_is_not_an_object", kPlugAt5 + "5}", "device: is not an object"},
     {"plugged_already", kPlugAt5 + R"({"ident2": "usb1", "ident3": "1-1.1"}})", "is already plugged in at 10.0.0.5"},
     {"refuse_wrong_field", R"({"do": "usb.refuse", "station": "A", "device": {"number3": -1}})", "number3: -1 is out"},
     {"unplug_unknown", R"({"do": "usb.unplug", "station": "A", "device": "usb7"})", "no device \"usb7\" at 10.0.0.5"},
@@ -208,7 +208,7 @@ const std::vector<Refusal> kRefusals = {
     {"state_without_value", R"({"do": "usb.state", "station": "A", "device": "usb1"})", "'state' not found"},
     {"state_large", R"({"do": "usb.state", "station": "A", "device": "usb1", "state": "0x100000000"})",
      "state: 4294967296 is out of range; write 0 to 0xFFFFFFFF"},
-    {"storm_no_events", R"({"do": "usb.storm"})", "count: 0 is out of range"},
+    {"storm_without_events", R"({"do": "usb.storm"})", "count: 0 is out of range"},
     {"storm_rate", R"({"do": "usb.storm", "count": 1, "rate": 1000001})", "rate: 1000001 is out of range"},
     {"storm_station", R"({"do": "usb.storm", "count": 1, "station": "B"})", "no station has"}};
 

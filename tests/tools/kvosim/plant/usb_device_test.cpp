@@ -185,7 +185,7 @@ const std::vector<Refusal> kRefusals = {
     {"switch_large", "no_text5", 2, "2 is out of range; write 0 to 1"},
     {"report_large", "report", 2, "2 is out of range; write 0 to 1"},
     {"bytes_odd", "bytes", "0A1", "is not a list of bytes; write two hexadecimal digits for each byte"},
-    {"bytes_no_digits", "bytes", "0G", "is not a list of bytes"},
+    {"bytes_with_a_wrong_digit", "bytes", "0G", "is not a list of bytes"},
     {"bytes_number", "bytes", 10, "is not a list of bytes"},
     {"bytes_many", "bytes", std::string(130, '0'), "has 65 bytes; write at most 64"},
     {"neither", "number1", Value(), "is not a whole number"}};

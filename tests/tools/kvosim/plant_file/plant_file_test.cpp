@@ -157,7 +157,7 @@ const std::vector<Mistake> kMistakes = {
     {"unknown_registry_key", "[registry]\nprevios = []\n", "plant.toml:2: registry.previos: unknown key; known keys: previous"},
     {"unknown_previous_key", "[[registry.previous]]\n" + kMinimal + "ext = [0, 0, 0, 0, 0, 0, 0]\n",
      "plant.toml:4: registry.previous.ext: unknown key; known keys: address, name, attr1, attr2, attr3"},
-    {"service_no_table", "service = 1\n", "plant.toml:1: service: is not a table; write [service] and its keys below it"},
+    {"service_is_not_a_table", "service = 1\n", "plant.toml:1: service: is not a table; write [service] and its keys below it"},
     {"station_single", "[station]\n" + kMinimal, "station: is not a list of tables; write [[station]] before the keys"},
     {"station_numbers", "station = [1, 2]\n", "plant.toml:1: station: is not a list of tables; write [[station]]"},
     {"version_number", "[service]\nversion = 1\n", "plant.toml:2: service.version: is not a text; write it in quotes"},

@@ -284,7 +284,7 @@ const std::vector<Mistake> kMistakes = {
      "plant.toml:3: faults.delay_ms: applies only to the faults delay and split; remove it"},
     {"fault_delay_text", "[[faults]]\nkind = \"delay\"\ndelay_ms = \"1\"\n",
      "plant.toml:3: faults.delay_ms: is not a whole number"},
-    {"usb_device_no_list", kMinimal + "usb_device = 1\n",
+    {"usb_device_is_not_a_list", kMinimal + "usb_device = 1\n",
      "plant.toml:4: station.usb_device: is not a list of tables; write [[station.usb_device]] before the keys of each table"},
     {"usb_device_key", kMinimal + "[[station.usb_device]]\nident = \"x\"\n",
      "plant.toml:5: station.usb_device.ident: unknown key; known keys: ident2, ident3, text4, text5, no_text5,"},

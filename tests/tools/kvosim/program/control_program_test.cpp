@@ -50,7 +50,7 @@ const std::vector<Row> kCalls = {
      2,
      "",
      "kvosim: dpi: -1 is out of range; write 0 to 2147483647, or \"none\"\n"},
-    {"station_set_no_value", {"station", "10.0.0.5", "--set", "dpi"}, 2, "", "\"dpi\" is not a setting; write KEY=VALUE\n"},
+    {"set_without_value", {"station", "10.0.0.5", "--set", "dpi"}, 2, "", "\"dpi\" is not a setting; write KEY=VALUE\n"},
     {"station_missing", {"station"}, 2, "", "STATION is required"},
     {"fault_list", {"fault", "list"}, 0, "no faults\n", ""},
     {"fault_add",

@@ -15,7 +15,13 @@ import tokenize
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 LIST = pathlib.Path(__file__).with_name("phrases.txt")
 C = {".c", ".cpp", ".h", ".hpp"}
-HASH_COMMENTS = {".sh", ".cmake", ".toml", ".bash", ".zsh", ".fish", ".yml", ".script"}
+HASH_COMMENTS = {".sh", ".cmake", ".toml", ".bash", ".zsh", ".fish", ".yml", ".script", ".dict", ".in", ".list", ".map", ".service",
+                 ".postrm", ".prerm", ".lintian-overrides"}
+HASH_COMMENT_NAMES = {"CMakeLists.txt", ".ci/run", ".clang-tidy", ".clang-format", ".gitattributes", "Doxyfile", "_kvo",
+                      "packaging/debian/rules"}
+# Manual pages and files of the packages, which contain only prose and markup.
+PROSE = {".1", ".3", ".5", ".Debian"}
+PROSE_NAMES = {"packaging/debian/control"}
 # Strings of these folders are help and messages for people; those of the library are log texts and wire texts.
 MESSAGES = ("tools/", "python/kvo_hws/")
 ALLOWED = "phrases: allow"
@@ -119,17 +125,24 @@ def prose_of_markdown(_, text):
     return COMMENT_MARKS(code_spans(text))
 
 
+def prose_of_text(_, text):
+    """Without a line of a manual page that shows a command or includes a section."""
+    return re.sub(r"^(?:\.Dl|@).*$", lambda found: blank(found[0]), code_spans(text), flags=re.MULTILINE)
+
+
 def reader_of(path):
     """The function that leaves of a file what is prose; None where a file has none."""
     name = pathlib.PurePosixPath(path)
-    if name.suffix in C:
+    if name.suffix in C or name.suffixes[-2:] == [".c", ".in"]:
         return prose_of_c
     if name.suffix == ".py":
         return prose_of_python
     if name.suffix == ".md":
         return prose_of_markdown
-    if name.suffix in HASH_COMMENTS or name.name == "CMakeLists.txt":
+    if name.suffix in HASH_COMMENTS or not HASH_COMMENT_NAMES.isdisjoint({name.name, path}):
         return prose_of_hash_comments
+    if name.suffix in PROSE or path in PROSE_NAMES:
+        return prose_of_text
     return None
 
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Plants faults of one line, one at a time, in a copy of the sources that has been built, and reports which ones no test notices.
+"""Changes one line at a time in a copy of the sources that has been built, and reports the faults that no test detects.
 scripts/faults.sh makes and builds the copy and calls this program; its help describes the report.
 
     plant_faults.py copy FOLDER                       brings the copy in FOLDER/source up to date
@@ -205,7 +205,7 @@ class Tests:
         tried = subprocess.run([*self._surroundings(own_tmp), "true"], capture_output=True, text=True, check=False)
         shutil.rmtree(own_tmp)
         if tried.returncode != 0:
-            raise Failed(f"this machine does not allow tests to be run apart from it: {tried.stderr.strip()}")
+            raise Failed(f"this machine does not permit the isolation that the tests need: {tried.stderr.strip()}")
 
     def _run_one(self, test: Test, limitless: bool) -> Outcome | None:
         """None if the failure of another test made this one unnecessary."""
@@ -278,7 +278,7 @@ class Build:
         return [path for path, before in self._objects.items() if digest(path) != before]
 
     def optimised(self, objects: Iterable[pathlib.Path]) -> list[str | None]:
-        """The optimized code of these objects' sources."""
+        """A digest of the optimized object code of each of these objects; None if it cannot be compiled."""
         digests: list[str | None] = []
         for path in objects:
             if path not in self._commands:
@@ -326,13 +326,13 @@ class Planting:
                 return Verdict(place, "does not compile")
             changed = self.build.changed_objects()
             if not changed:
-                return Verdict(place, "equivalent", "(the compiler makes the same of it)")
+                return Verdict(place, "equivalent", "(the object code does not change)")
             verdict = self._test(place)
             planted = self.build.optimised(changed) if verdict.word == "survived" else []
         finally:
             file.write_text(original)
         if verdict.word == "survived" and None not in planted and planted == self.build.optimised(changed):
-            return Verdict(place, "equivalent", "(an optimising compiler makes the same of it)")
+            return Verdict(place, "equivalent", "(the optimized object code does not change)")
         return verdict
 
     def _test(self, place: Place) -> Verdict:
@@ -364,7 +364,7 @@ def check_clean(folder: pathlib.Path, tests: Tests) -> None:
         if known["state"] == state:
             tests.tests = [Test(**(test | {"stems": set(test["stems"])})) for test in known["tests"]]
             return
-    print(f"running {len(tests.tests)} tests without a fault to measure their times", flush=True)
+    print(f"running {len(tests.tests)} tests without a fault, to measure their times", flush=True)
     began = time.monotonic()
     outcomes = tests.run(tests.tests, all_of_them=True)
     # The cases of such a program only pass in separate processes.
@@ -379,13 +379,13 @@ def check_clean(folder: pathlib.Path, tests: Tests) -> None:
         for outcome in again:
             print("\n".join(outcome.output.splitlines()[-30:]), file=sys.stderr)
         if again:
-            raise Failed("without a fault these tests fail already: " + ", ".join(outcome.culprit() for outcome in again))
+            raise Failed("these tests fail even without a fault: " + ", ".join(outcome.culprit() for outcome in again))
         outcomes = [outcome for outcome in outcomes if outcome.passed]
-        print(f"left out because they fail at times: {', '.join(culprits)}", flush=True)
+        print(f"left out because they fail sometimes: {', '.join(culprits)}", flush=True)
     tests.learn(outcomes)
     known_tests = [dataclasses.asdict(test) | {"stems": sorted(test.stems)} for test in tests.tests]
     kept.write_text(json.dumps({"state": state, "tests": known_tests}))
-    print(f"they pass, in {time.monotonic() - began:.0f} s", flush=True)
+    print(f"they pass after {time.monotonic() - began:.0f} s", flush=True)
 
 
 def summary(verdicts: Sequence[Verdict], passed_over: int) -> str:
@@ -407,7 +407,7 @@ def chosen(folder: pathlib.Path, root: pathlib.Path, paths: Sequence[str], seed:
         if name == "survivors":
             kept = folder / "survivors.txt"
             if not kept.exists():
-                raise Failed("no survivors are known yet")
+                raise Failed("no run has listed survivors yet")
             names += kept.read_text().split()
         else:
             names.append(name)
@@ -416,7 +416,7 @@ def chosen(folder: pathlib.Path, root: pathlib.Path, paths: Sequence[str], seed:
     for name in names:
         matching = {each: place for each, place in by_name.items() if each == name or each.startswith(name + ":")}
         if not matching:
-            raise Failed(f"no fault can be planted at \"{name}\"; --list shows where one can")
+            raise Failed(f"no fault can be planted at \"{name}\"; --list shows the possible faults")
         found |= matching
     return iter(found.values())
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Sums up what CTest ran: the tests that were skipped, by reason, and the end of each failed test's output.
+"""Sums up what CTest ran: the skipped tests by reason, the end of each failed test's output, and a line for each preset.
 
 The reason is what the test printed: "skipped: REASON", GoogleTest's GTEST_SKIP() or pytest's -rs. A reason that begins with
 "missing tool: " goes away when something is installed, and fails a run that requires all tests."""
@@ -35,10 +35,11 @@ def main():
     parser.add_argument("reports", nargs="+", type=pathlib.Path, metavar="REPORT", help="what ctest --output-junit wrote")
     options = parser.parse_args()
 
-    skipped, failed, total = {}, [], 0
+    skipped, failed, total, summary = {}, [], 0, []
     for report in options.reports:
         if not report.exists():
             continue  # CTest stopped earlier and printed the reason
+        before = total, len(failed), sum(map(len, skipped.values()))
         for case in xml.etree.ElementTree.parse(report).iter("testcase"):
             total += 1
             name = f"{report.parent.name}: {case.get('name')}"
@@ -46,6 +47,8 @@ def main():
                 skipped.setdefault(reason, []).append(name)
             if case.find("failure") is not None:
                 failed.append((name, (case.findtext("system-out") or "").splitlines()[-LAST_LINES:]))
+        ran, failures, skips = (now - then for now, then in zip((total, len(failed), sum(map(len, skipped.values()))), before))
+        summary.append(f"{report.parent.name + ':':9} {ran} tests, {failures} failed, {skips} skipped")
 
     print(f"{sum(map(len, skipped.values()))} of {total} tests were skipped" + (":" if skipped else ""))
     for reason, tests in sorted(skipped.items()):
@@ -56,6 +59,7 @@ def main():
         print(f"failed: {name}", *output, sep="\n    ")
     if failed:
         print(f"{len(failed)} of {total} tests failed: " + ", ".join(name for name, _ in failed))
+    print(*summary, sep="\n")
     missing = sum(len(tests) for reason, tests in skipped.items() if reason.startswith(MISSING))
     if missing and options.require_all:
         print(f"{missing} tests need something that is not installed here, and --require-all wants them run", file=sys.stderr)

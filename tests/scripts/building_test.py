@@ -158,7 +158,7 @@ class Building(unittest.TestCase):
     def test_the_report_ends_with_the_failed_tests_and_their_output(self):
         self.write_project(FAILING_TEST, OF_GOOGLETEST)
         report = self.run_tests().stdout.rpartition("tests were skipped")[2]
-        self.assertRegex(report, r"\nfailed: release: (\w+)\n(    .*\n)+1 of 3 tests failed: release: \1\n$")
+        self.assertRegex(report, r"\nfailed: release: (\w+)\n(    .*\n)+1 of 3 tests failed: release: \1\nrelease:  3 tests, 1 failed, 1 skipped\n$")
 
 
 if __name__ == "__main__":

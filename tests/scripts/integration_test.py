@@ -75,9 +75,9 @@ class Integration(unittest.TestCase):
         self.assertRegex(ended.stdout.rpartition("all steps:")[2], r" s  packages +skipped\n")
 
     def test_the_end_repeats_the_summary_of_ctest(self):
-        self.write_script("test.sh", "echo '100% tests passed, 0 tests failed out of 7'; echo '1 of 7 tests were skipped:'")
+        self.write_script("test.sh", "echo '1 of 7 tests were skipped:'; echo 'release:  7 tests, 0 failed, 1 skipped'")
         last = self.integrate().stdout.rpartition("all steps:")[2]
-        self.assertIn("100% tests passed, 0 tests failed out of 7\n1 of 7 tests were skipped:\n", last)
+        self.assertIn("1 of 7 tests were skipped:\nrelease:  7 tests, 0 failed, 1 skipped\n", last)
 
 
 if __name__ == "__main__":

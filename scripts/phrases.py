@@ -25,6 +25,8 @@ PROSE_NAMES = {"packaging/debian/control"}
 # Strings of these folders are help and messages for people; those of the library are log texts and wire texts.
 MESSAGES = ("tools/", "python/kvo_hws/")
 ALLOWED = "phrases: allow"
+# Python 3.12 and later divide an f-string into tokens.
+FSTRING_TEXT = getattr(tokenize, "FSTRING_MIDDLE", None)
 # Stands for everything that is not prose, so that no phrase is found across it.
 CODE = "\0"
 
@@ -104,6 +106,8 @@ def prose_of_python(path, text):
             is_docstring = before in (tokenize.INDENT, tokenize.NEWLINE, tokenize.NL, None)
             if is_docstring or (path.startswith(MESSAGES) and " " in token.string):
                 keep(masked, text, begin, end, lambda string: code_spans(string))
+        elif token.type == FSTRING_TEXT and path.startswith(MESSAGES):
+            keep(masked, text, begin, end)
         elif token.type == tokenize.NAME and token.string.startswith("test_"):
             keep(masked, text, begin, end, names_to_words)
         if token.type not in (tokenize.COMMENT,):

@@ -52,6 +52,7 @@ CASES = [
     ("a cell of a table of a page", "docs/a.md", "| a | a blue moon |\n", 1),
     ("prose of a page", "docs/a.md", "# Title\n\nOnce in a blue\nmoon.\n", 3),
     ("not a code block of a page", "docs/a.md", "```sh\nblue moon\n```\n", None),
+    ("prose after a code block with a single backtick", "docs/a.md", "```sh\necho `\n```\nA blue moon `a`.\n", 4),
     ("not code in a line of a page", "docs/a.md", "The reply is `blue moon`.\n", None),
     ("not the target of a link", "docs/a.md", "[moon](blue moon.md)\n", None),
     ("not a line that allows it", "docs/a.md", "A blue moon. <!-- phrases: allow -->\n", None),

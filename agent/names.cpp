@@ -22,13 +22,13 @@ int format_servername(char *dst, size_t size, const HmiServer *server, int width
     constexpr std::size_t kAroundCut = 6;  // length of "... ()"
     const Dotted dotted(server->address);
     const char *const address = dotted.text();
-    const auto room = static_cast<std::size_t>(width > 0 ? width : 0);
+    const auto space = static_cast<std::size_t>(width > 0 ? width : 0);
     const char *const name = server->name;
-    if (name != nullptr && std::strlen(name) + kAround + std::strlen(address) < room) {
+    if (name != nullptr && std::strlen(name) + kAround + std::strlen(address) < space) {
         return std::snprintf(dst, size, "%s (%s)", name, address);
     }
     const char *const point = name != nullptr ? std::strchr(name, '.') : nullptr;
-    if (point != nullptr && room > static_cast<std::size_t>(point - name) + kAroundCut + std::strlen(address)) {
+    if (point != nullptr && space > static_cast<std::size_t>(point - name) + kAroundCut + std::strlen(address)) {
         const auto host = static_cast<int>(point - name);
         return std::snprintf(dst, size, "%*.*s... (%s)", host, host, name, address);
     }

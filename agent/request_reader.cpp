@@ -47,8 +47,8 @@ Arrived takePiece(HmiSession &session) noexcept
 {
     const int socket = kvo_hws::agent::socketOf(session);
     char *const position = session.lineBuffer + session.lineFill;
-    const std::size_t room = kLineSize - session.lineFill;
-    const ssize_t peeked = recv(socket, position, room, MSG_PEEK | MSG_DONTWAIT);
+    const std::size_t space = kLineSize - session.lineFill;
+    const ssize_t peeked = recv(socket, position, space, MSG_PEEK | MSG_DONTWAIT);
     if (peeked < 0 && (errno == EAGAIN || errno == EINTR)) {
         return {};
     }

@@ -1,4 +1,4 @@
-// Compares one request through the library with the same system calls alone.
+// Compares one request through the library with only its system calls.
 #include "baseline/baseline.h"
 #include "subjects.h"
 #include "support/comparison.h"

@@ -139,7 +139,7 @@ public:
           })
     {
         expect(eventually([this] { return tally_->active.load(); }), "a server does not listen");
-        std::this_thread::sleep_for(kSampleLength);  // threads that only prepare the server have ended by then
+        std::this_thread::sleep_for(kSampleLength);  // threads that only prepare the server have ended before this point
         initialUsage_ = resourceUsage();
     }
 

@@ -132,7 +132,7 @@ std::vector<Request> getters()
 }
 
 /// The replies and messages of a look-up if no station or several stations have the address.
-struct Misses {
+struct LookupFailures {
     const char *none;
     const char *noneReason;
     const char *several;
@@ -140,7 +140,7 @@ struct Misses {
 };
 
 /// A look-up of a station by an address.
-Request &finds(Request &request, const std::string &keyword, const Misses &misses)
+Request &finds(Request &request, const std::string &keyword, const LookupFailures &failures)
 {
     return request.asks(keyword + "=00000005", {5, out})
         .reads({.key = "ipaddr=", .base = 16})
@@ -151,9 +151,9 @@ Request &finds(Request &request, const std::string &keyword, const Misses &misse
         .on("ipaddr=10A000005", 1, {sizeof(long) == 8 ? 0x0A000005 : 0xFFFFFFFF})
         .on("ipaddr=0A000005 ", -1)
         .on("ipaddr=10.0.0.5", -1)
-        .on(misses.none, 0, misses.noneReason)
-        .on(misses.several, -3, misses.severalReason)
-        .unknown(std::string(misses.none) + " ")
+        .on(failures.none, 0, failures.noneReason)
+        .on(failures.several, -3, failures.severalReason)
+        .unknown(std::string(failures.none) + " ")
         .nullPointer({5, nullptr})
         .soak({1, 0, -1, -2, -3});
 }

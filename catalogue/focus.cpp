@@ -93,7 +93,7 @@ std::vector<Request> texts()
     const std::string longText(1500, 't');  // more than one read of the channel
     return {
         CATALOGUE_REQUEST(KVO_HWS_getKVOScreenOnFocus, "get KVO screen on focus")
-            .asks("getKVOScreenOnFocus=0A000005", {station, room(kBuffer)})
+            .asks("getKVOScreenOnFocus=0A000005", {station, buffer(kBuffer)})
             .on("screen-on-focus=machine", 1, {"machine"})
             .on("screen-on-focus=" + longText, 1, {longText})
             .on("screen-on-focus=", 1, {""})
@@ -110,7 +110,7 @@ std::vector<Request> texts()
 
         // Any reply of the daemon is the text, except "failed".
         CATALOGUE_REQUEST(KVO_HWS_getKVOT2M2N, "get KVO M:N")
-            .asks("getKVOt2m2n=0A000005", {station, room(kBuffer)})
+            .asks("getKVOt2m2n=0A000005", {station, buffer(kBuffer)})
             .takesAnyReply()
             .on("1:2 3:4", 1, {"1:2 3:4"})
             .on("unknown", 1, {"unknown"})
@@ -127,7 +127,7 @@ std::vector<Request> texts()
     };
 }
 
-Arguments infoOf(uint32_t size) { return {station, room(64), inOut(size)}; }
+Arguments infoOf(uint32_t size) { return {station, buffer(64), inOut(size)}; }
 
 std::vector<Request> channelInfo()
 {
@@ -160,7 +160,7 @@ std::vector<Request> channelInfo()
             .given(infoOf(0))
             .on("channel-info=", 0, {"", 1})
             .given(infoOf(1))
-            .nullPointer({station, room(4), nullptr})
+            .nullPointer({station, buffer(4), nullptr})
             .nullPointer({station, nullptr, inOut(4)})
             .soak({1, 0, -1, -2, -3})
             .kvoctl("channel-info get", {kHere})

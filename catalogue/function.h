@@ -18,9 +18,9 @@ namespace catalogue {
 inline constexpr uint32_t kStation = 0x0A000005;
 inline const std::string kHere = "10.0.0.5";  ///< the same in dotted form
 
-/// The argument for a parameter: the station, a number, a text, a null pointer, or memory for an output (room).
+/// The argument for a parameter: the station, a number, a text, a null pointer, or memory for an output (buffer).
 struct Argument {
-    enum class Kind { station, number, text, null, room };
+    enum class Kind { station, number, text, null, buffer };
 
     // NOLINTBEGIN(*-explicit-*): a row lists its arguments as a call does
     template <class Number, std::enable_if_t<std::is_integral_v<Number>, int> = 0>
@@ -37,24 +37,24 @@ struct Argument {
     }
 
     Kind kind;
-    int64_t number = 0;  ///< the number; for room, the number of elements
-    std::string text{};  ///< the text; for room, its first bytes before the call
+    int64_t number = 0;  ///< the number; for a buffer, the number of elements
+    std::string text{};  ///< the text; for a buffer, its first bytes before the call
 };
 
 using Arguments = std::vector<Argument>;
 
 inline const Argument station{Argument::Kind::station, 0};
 /// Memory for one number or record.
-inline const Argument out{Argument::Kind::room, 1};
+inline const Argument out{Argument::Kind::buffer, 1};
 /// Memory for @p elements characters or records.
-inline Argument room(std::size_t elements) { return {Argument::Kind::room, elements}; }
+inline Argument buffer(std::size_t elements) { return {Argument::Kind::buffer, elements}; }
 /// The bytes of a number.
 inline std::string wordOf(uint32_t number) { return {reinterpret_cast<const char *>(&number), sizeof number}; }
 /// Memory for a number that the function reads and writes.
-inline Argument inOut(uint32_t number) { return {Argument::Kind::room, 1, wordOf(number)}; }
+inline Argument inOut(uint32_t number) { return {Argument::Kind::buffer, 1, wordOf(number)}; }
 
 /// A buffer of @p characters, and the size that is passed for it.
-inline Arguments sizedText(std::size_t characters, uint32_t size) { return {room(characters), inOut(size)}; }
+inline Arguments sizedText(std::size_t characters, uint32_t size) { return {buffer(characters), inOut(size)}; }
 
 /// The memory that a call writes: for each output, in the order of the arguments, its bytes and guard bytes after them.
 class Outputs {
@@ -109,7 +109,7 @@ public:
     {
         std::vector<std::size_t> sizes;
         for (std::size_t i = 0; i < arguments.size(); ++i) {
-            if (arguments[i].kind == Argument::Kind::room) {
+            if (arguments[i].kind == Argument::Kind::buffer) {
                 sizes.push_back(static_cast<std::size_t>(arguments[i].number) * sizes_.at(i));
             }
         }
@@ -122,7 +122,7 @@ public:
         Outputs outputs(fill);
         const std::vector<std::size_t> sizes = outputSizes(arguments);
         for (const Argument &argument : arguments) {
-            if (argument.kind == Argument::Kind::room) {
+            if (argument.kind == Argument::Kind::buffer) {
                 outputs.add(sizes[outputs.count()], argument.text);
             }
         }
@@ -173,7 +173,7 @@ private:
     {
         std::array<void *, sizeof...(Parameter) + 1> areas{};
         for (std::size_t i = 0, area = 0; i < arguments.size(); ++i) {
-            if (arguments[i].kind == Argument::Kind::room) {
+            if (arguments[i].kind == Argument::Kind::buffer) {
                 areas.at(i) = rooms.at(area++);
             }
         }

@@ -12,7 +12,7 @@ using Json = nlohmann::ordered_json;
 /// Replies may contain any bytes; bytes that are not UTF-8 are replaced.
 std::string printed(const Json &json) { return json.dump(2, ' ', false, Json::error_handler_t::replace); }
 
-/// {"station": ...}, a number, a text, null, or {"room": elements}.
+/// {"station": ...}, a number, a text, null, or {"buffer": elements}.
 Json jsonOf(const catalogue::Argument &argument)
 {
     using Kind = catalogue::Argument::Kind;
@@ -20,7 +20,7 @@ Json jsonOf(const catalogue::Argument &argument)
     case Kind::station: return {{"station", catalogue::kHere}};
     case Kind::number: return argument.number;
     case Kind::text: return argument.text;
-    case Kind::room: return {{"room", argument.number}};
+    case Kind::buffer: return {{"buffer", argument.number}};
     case Kind::null: break;
     }
     return nullptr;

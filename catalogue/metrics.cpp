@@ -15,7 +15,7 @@ Request number(uint32_t metric, const std::string &name, const std::string &comm
                const Shown &shown)
 {
     Request request = CATALOGUE_REQUEST(KVO_HWS_getStationMetrics, "KVO_HWS_getStationMetrics");
-    request.variant(name).asks(command + "=0A000005", {station, metric, room(kMetric)});
+    request.variant(name).asks(command + "=0A000005", {station, metric, buffer(kMetric)});
     for (const auto &[text, value] : good) {
         request.on(key + text, 1, {value});
     }
@@ -52,15 +52,15 @@ Request layout()
 {
     return CATALOGUE_REQUEST(KVO_HWS_getStationMetrics, "KVO_HWS_getStationMetrics")
         .variant("oem-layout")
-        .asks("getPaneOemLayout=0A000005", {station, 1, room(kMetric)})
+        .asks("getPaneOemLayout=0A000005", {station, 1, buffer(kMetric)})
         .on("panel-oem-layout=A", 1, {"A"})
         .on("panel-oem-layout=LAYOUT7", 1, {"LAYOUT7"})
         .on("panel-oem-layout=LAYOUT88", -5)
         .on("panel-oem-layout=", -5)
         .on("none", -4, "information not available")
         .failedIs(-1, "unknown error sending request")
-        .refuses({station, 0, room(kMetric)}, -9, "invalid station metric ID received")
-        .refuses({station, 7, room(kMetric)}, -9, "invalid station metric ID received")
+        .refuses({station, 0, buffer(kMetric)}, -9, "invalid station metric ID received")
+        .refuses({station, 7, buffer(kMetric)}, -9, "invalid station metric ID received")
         .nullPointer({station, 0, nullptr})
         .soak({1, -1, -2, -4, -5, -9})
         .wire("`getPaneOemLayout=`*station*", "`panel-oem-layout=`*text*, `none`, `failed`",
@@ -117,7 +117,7 @@ Request clientList()
     const std::string two = "00000002 00000007 00000003 hmi 000000FF 00000007 panel 2 ";
     const std::vector<KvoClientEntry> both = {client(7, "hmi"), client(255, "panel 2")};
     const auto arguments = [](uint32_t capacity, unsigned long flags) {
-        return Arguments{room(capacity), inOut(capacity), flags};
+        return Arguments{buffer(capacity), inOut(capacity), flags};
     };
     return CATALOGUE_REQUEST(KVO_HWS_getClientList, "get client list")
         .asks("getClientList 0 BEEF", arguments(2, 0xBEEF))
@@ -136,7 +136,7 @@ Request clientList()
         .on("what", -1, {clients({}, 2), 2}, "can not get count from reply")
         .on("", -1, {clients({}, 2), 2}, "can not get count from reply")
         .on("00000001 x", -1, {clients({}, 2), 2}, "can not get KVO list from reply")
-        .nullPointer({room(1), nullptr, 0})
+        .nullPointer({buffer(1), nullptr, 0})
         .nullPointer({nullptr, inOut(1), 0})
         .withoutServiceStores({clients({}, 2), 2})
         .soak({1, -1, -2, -3})

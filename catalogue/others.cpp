@@ -36,7 +36,7 @@ Request libraryVersion()
         .alone(sizedText(64, 12), -1, {nothing, 12}, "not enough memory")
         .alone(sizedText(64, 0), -1, {nothing, 12}, "not enough memory")
         .nullPointer({nullptr, inOut(64)})
-        .nullPointer({room(64), nullptr})
+        .nullPointer({buffer(64), nullptr})
         .kvoctl("version", {})
         .python("library_version");
 }

@@ -187,7 +187,8 @@ public:
     /// True if the function has outputs.
     [[nodiscard]] bool hasOutputs() const
     {
-        return std::ranges::any_of(arguments_, [](const Argument &argument) { return argument.kind == Argument::Kind::room; });
+        return std::ranges::any_of(arguments_,
+                                   [](const Argument &argument) { return argument.kind == Argument::Kind::buffer; });
     }
 
 private:

@@ -44,7 +44,7 @@ Stored stations(std::size_t count, std::size_t capacity)
     return records(array);
 }
 
-Arguments arrayOf(uint32_t capacity) { return {room(capacity), inOut(capacity)}; }
+Arguments arrayOf(uint32_t capacity) { return {buffer(capacity), inOut(capacity)}; }
 
 using Commands = std::vector<std::string>;
 using Replies = std::vector<std::string>;
@@ -81,7 +81,7 @@ Request basicList()
         .on(Replies{"2", ""}, -1, {some(0, 2), 2}, "can not get count from reply")
         .on(Replies{"2", "00000002 " + kOne}, -1, {some(1, 2), 2}, "can not get KVO list from reply")
         .nullPointer({nullptr, inOut(0)})
-        .nullPointer({room(1), nullptr})
+        .nullPointer({buffer(1), nullptr})
         .soak({1, -1, -2, -3})
         .kvoctl("stations", {})
         .wire("`getCountElemDL`", "*number*", "returns the number of stations")
@@ -118,7 +118,7 @@ Request extendedList()
         .given({nullptr, inOut(100)})
         .on("0", -3, {0}, "not enough memory (1)")
         .given({nullptr, inOut(100)})
-        .nullPointer({room(1), nullptr})
+        .nullPointer({buffer(1), nullptr})
         .soak({1, -1, -2, -3})
         .kvoctl("stations", {"--extended"})
         .wire("`getCountElemDL_Ex`", "*number*", "returns the number of stations, for the extended list")

@@ -36,7 +36,7 @@ Request &connectors(Request &request, const std::string &command, const std::str
 {
     const auto sized = [&before](uint32_t size) {
         Arguments arguments = before;
-        arguments.emplace_back(room(64));
+        arguments.emplace_back(buffer(64));
         arguments.emplace_back(inOut(size));
         return arguments;
     };
@@ -64,7 +64,7 @@ Request &connectors(Request &request, const std::string &command, const std::str
         .on("busy", -9, "error sending request")
         .failedIs(-4, "error sending request")
         .unknownIs(-5, "unknown error sending request")
-        .nullPointer(without(room(4), nullptr))
+        .nullPointer(without(buffer(4), nullptr))
         .soak({1, 0, -1, -2, -3, -4, -5, -9});
 }
 

@@ -114,7 +114,7 @@ std::vector<Request> startAndStop()
 /// Two buffers of 2048 bytes, and the sizes that are passed for them.
 Arguments serverOf(uint32_t server, uint32_t display)
 {
-    return {station, room(2048), inOut(server), room(2048), inOut(display)};
+    return {station, buffer(2048), inOut(server), buffer(2048), inOut(display)};
 }
 
 // The only reply with two parts.
@@ -156,10 +156,10 @@ Request currentServer()
         .on("vncserver=a:" + longest + "s", -1, {"a", 2, nothing, 2000})
         .given(serverOf(4, 2000))
         .unknown("vncserve=a:b")
-        .nullPointer({station, nullptr, inOut(8), room(8), inOut(8)})
-        .nullPointer({station, room(8), nullptr, room(8), inOut(8)})
-        .nullPointer({station, room(8), inOut(8), nullptr, inOut(8)})
-        .nullPointer({station, room(8), inOut(8), room(8), nullptr})
+        .nullPointer({station, nullptr, inOut(8), buffer(8), inOut(8)})
+        .nullPointer({station, buffer(8), nullptr, buffer(8), inOut(8)})
+        .nullPointer({station, buffer(8), inOut(8), nullptr, inOut(8)})
+        .nullPointer({station, buffer(8), inOut(8), buffer(8), nullptr})
         .soak({1, 0, -1, -2, -3, -4})
         .kvoctl("viewer server", {kHere})
         .shows("vncserver=10.0.0.7:3", "server   10.0.0.7\ndisplay  3\n", R"({"server": "10.0.0.7", "display": "3"})")

@@ -1,4 +1,4 @@
-// Fuzzes the listener for the events of embedded stations: in whatever pieces the bytes arrive, the host receives the same
+// Fuzzes the listener for the events of embedded stations: however the bytes are split, the host receives the same
 // events as from a reference implementation. The listener runs on the fuzzer's thread.
 #include "pieces.h"
 

@@ -1,4 +1,4 @@
-// Fuzzes the reader of the remote service's requests: in whatever pieces the bytes arrive, the replies on the wire are those of
+// Fuzzes the reader of the remote service's requests: however the bytes are split, the replies on the wire are those of
 // a reference implementation. Here, each command's handler replies with its keyword and its argument.
 #include "support.h"
 

@@ -53,7 +53,7 @@ ConnectionClientEntry entryOf(const KvoClientEntry &read)
     return client;
 }
 
-/// A form, the functions that parse and format it, and the bytes that an element needs in the buffer besides its name.
+/// A form, the functions that parse and format it, and the bytes that an element needs in the buffer in addition to its name.
 template <class Record, class Entry>
 struct List {
     const char *name;

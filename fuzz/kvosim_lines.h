@@ -1,4 +1,4 @@
-// Input of kvosim besides requests: USB lock datagrams and lines of agents, each compared with a reference implementation.
+// Input of kvosim other than requests: USB lock datagrams and lines of agents, each compared with a reference implementation.
 #pragma once
 
 #include "support.h"

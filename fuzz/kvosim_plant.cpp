@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr std::size_t kLongestMessage = 8192;  // besides parts of the file that it repeats
+constexpr std::size_t kLongestMessage = 8192;  // without the parts of the file that it repeats
 
 /// Expects "plant:<line>: <what>".
 void expectUseful(std::string_view message, std::size_t fileSize)

@@ -21,7 +21,7 @@ namespace fuzz {
 
 // ---- The input: replies of the service and choices of the caller ----
 
-/// The replies of one run, and the result of an exchange after the last one, when the service has gone.
+/// The replies of one run, and the result of an exchange after the last one, when the service has ended.
 struct Replies {
     std::vector<std::string> lines;
     int gone = KVO_HWS_NO_SERVICE;
@@ -109,7 +109,7 @@ private:
 
 /// Reads the rest of a reply after its key into the outputs, and returns the result.
 using ReadRest = std::function<int32_t(Outputs &out, const Caller &caller, const std::string &rest)>;
-/// Reads all replies into the outputs. Returns the result, or nothing if the service has gone.
+/// Reads all replies into the outputs. Returns the result, or nothing if the service has ended.
 using Read = std::function<std::optional<int32_t>(Outputs &out, const Caller &caller, Replies &replies)>;
 
 /// The reference implementation of a request whose replies are more than the catalogue's words and numbers.
@@ -132,8 +132,8 @@ inline catalogue::Arguments sized(const catalogue::Arguments &arguments, const s
     catalogue::Arguments all = arguments;
     std::size_t next = 0;
     for (std::size_t i = 0; i + 1 < all.size() && next < sizes.size(); ++i) {
-        if (all[i].kind == catalogue::Argument::Kind::room && !all[i + 1].text.empty()) {
-            all[i] = catalogue::room(std::max<std::size_t>(sizes[next], least));
+        if (all[i].kind == catalogue::Argument::Kind::buffer && !all[i + 1].text.empty()) {
+            all[i] = catalogue::buffer(std::max<std::size_t>(sizes[next], least));
             all[i + 1] = catalogue::inOut(sizes[next++]);
         }
     }
@@ -162,7 +162,7 @@ public:
         Outputs out(request_->function().outputSizes(arguments), fill);
         std::size_t area = 0;
         for (const catalogue::Argument &argument : arguments) {
-            if (argument.kind == catalogue::Argument::Kind::room) {
+            if (argument.kind == catalogue::Argument::Kind::buffer) {
                 out.store(area++, argument.text);
             }
         }

@@ -1,4 +1,4 @@
-// Fuzzes the three readers of one line: in whatever pieces the bytes arrive, the lines, the results and the bytes left in the
+// Fuzzes the three readers of one line: however the bytes are split, the lines, the results and the bytes left in the
 // socket are those of a reference implementation.
 #include "pieces.h"
 

@@ -270,7 +270,7 @@ int32_t readServer(Outputs &out, const Caller & /*caller*/, const std::string &r
 Arguments sizedForRest(const Arguments &arguments, const Replies &replies, const std::string &key)
 {
     const std::string reply = replies.lines.empty() ? "" : replies.lines.front();
-    return {arguments[0], catalogue::room(reply.size() + 1 - (reply.starts_with(key) ? key.size() : 0))};
+    return {arguments[0], catalogue::buffer(reply.size() + 1 - (reply.starts_with(key) ? key.size() : 0))};
 }
 
 int32_t readScreen(Outputs &out, const Caller & /*caller*/, const std::string &text) { return storeText(out, text); }
@@ -503,7 +503,7 @@ const catalogue::Request &cutTextRequest()
 {
     static const catalogue::Request kRequest =
         CATALOGUE_REQUEST(cutText, "")
-            .asks("getKVOt2m2n=0A000005", {catalogue::station, catalogue::room(1), catalogue::inOut(1)})
+            .asks("getKVOt2m2n=0A000005", {catalogue::station, catalogue::buffer(1), catalogue::inOut(1)})
             .soak({1, -1, -2});
     return kRequest;
 }
@@ -611,7 +611,7 @@ const std::map<uint16_t, Row> &table()
 }  // namespace
 
 /// The first two bytes are the number of the request, the next two the sizes of the caller's buffers. The rest are the replies,
-/// one per line. After the last reply, the service has gone.
+/// one per line. After the last reply, the service has ended.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size)
 {
     constexpr std::size_t kHead = 4;

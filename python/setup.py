@@ -6,7 +6,7 @@ from setuptools import setup
 
 HERE = Path(__file__).resolve().parent
 PROJECT = HERE.parent / "include/kvo_hws/version.h", r"^#define KVO_HWS_VERSION_STRING \"(\S+)\""
-# A source archive of this folder alone contains its version in PKG-INFO.
+# A source archive of only this folder contains its version in PKG-INFO.
 PACKED = HERE / "PKG-INFO", r"^Version: (\S+)"
 
 file, pattern = PACKED if PACKED[0].exists() else PROJECT

@@ -64,7 +64,7 @@ def run_in_terminal(command, environment):
 
 
 def outputs(programs):
-    """What each command of STEPS prints, all of them beside one simulated plant."""
+    """What each command of STEPS prints, all with one simulated plant."""
     commands = [command for _, command, _ in STEPS if command]
     script = "set -e\n" + "".join(f"{command}\nprintf '\\0'\n" for command in commands)
     environment = os.environ | {"PATH": f"{programs}:{os.environ['PATH']}", "TERM": "xterm", "NO_COLOR": "1", "LC_ALL": "C.UTF-8"}

@@ -128,7 +128,7 @@ class Tests:
         self._stop = threading.Event()
 
     def read(self) -> None:
-        self._check_surroundings()
+        self._check_sandbox()
         listed = subprocess.run(["ctest", "--test-dir", self.build, "--show-only=json-v1"], capture_output=True, text=True,
                                 check=False)
         if listed.returncode != 0:
@@ -192,17 +192,17 @@ class Tests:
                 raise
         return outcomes
 
-    def _surroundings(self, own_tmp: pathlib.Path) -> list[str]:
+    def _sandbox(self, own_tmp: pathlib.Path) -> list[str]:
         capabilities = ["--cap-add", "ALL"] if os.geteuid() == 0 else []
         return ["bwrap", "--die-with-parent", "--unshare-pid", "--unshare-net", "--unshare-ipc", *capabilities, "--ro-bind", "/", "/",
                 "--dev-bind", "/dev", "/dev", "--proc", "/proc", "--bind", str(own_tmp), "/tmp", "--bind", str(self.folder),
                 str(self.folder), "--tmpfs", str(self.build / "Testing")]
 
-    def _check_surroundings(self) -> None:
+    def _check_sandbox(self) -> None:
         shutil.rmtree(self.folder / "tmp", ignore_errors=True)  # left by a run that was killed
         own_tmp = self.folder / "tmp/tried"
         own_tmp.mkdir(parents=True)
-        tried = subprocess.run([*self._surroundings(own_tmp), "true"], capture_output=True, text=True, check=False)
+        tried = subprocess.run([*self._sandbox(own_tmp), "true"], capture_output=True, text=True, check=False)
         shutil.rmtree(own_tmp)
         if tried.returncode != 0:
             raise Failed(f"this machine does not permit the isolation that the tests need: {tried.stderr.strip()}")
@@ -215,7 +215,7 @@ class Tests:
         own_tmp.mkdir(parents=True, exist_ok=True)
         own_tmp.chmod(0o1777)
         log = own_tmp.with_suffix(".log")
-        words = [*self._surroundings(own_tmp), "--chdir", test.folder, "--", *test.words]
+        words = [*self._sandbox(own_tmp), "--chdir", test.folder, "--", *test.words]
         began = time.monotonic()
         limit = 900.0 if limitless else test.limit()
         hung = False
@@ -230,7 +230,7 @@ class Tests:
                 with contextlib.suppress(subprocess.TimeoutExpired):
                     process.wait(0.05)
             stopped = self._stop.is_set() and process.returncode != 0 and not hung
-        said = log.read_text(errors="replace")
+        output = log.read_text(errors="replace")
         log.unlink()
         shutil.rmtree(own_tmp, ignore_errors=True)
         if stopped:
@@ -238,7 +238,7 @@ class Tests:
         passed = process.returncode == 0 and not hung
         if not passed and not limitless:
             self._stop.set()
-        return Outcome(test, passed, time.monotonic() - began, said, hung)
+        return Outcome(test, passed, time.monotonic() - began, output, hung)
 
 
 def shares_of(outcome: Outcome) -> Iterator[Test]:
@@ -388,10 +388,10 @@ def check_clean(folder: pathlib.Path, tests: Tests) -> None:
     print(f"they pass after {time.monotonic() - began:.0f} s", flush=True)
 
 
-def summary(verdicts: Sequence[Verdict], passed_over: int) -> str:
+def summary(verdicts: Sequence[Verdict], not_compiled: int) -> str:
     count = {word: sum(verdict.word == word for verdict in verdicts) for word in ("killed", "survived", "equivalent")}
     counts = ", ".join(f"{number} {word}" for word, number in count.items())
-    lines = [f"{len(verdicts)} planted: {counts}; {passed_over} others did not compile"]
+    lines = [f"{len(verdicts)} planted: {counts}; {not_compiled} others did not compile"]
     lines += [f"{verdict.place} {verdict.detail}".rstrip() for verdict in verdicts if verdict.word == "survived"]
     return "\n".join(lines)
 
@@ -427,7 +427,7 @@ def plant(folder: pathlib.Path, jobs: int, count: int, places: Iterator[Place]) 
     check_clean(folder, tests)
     planting = Planting(Build(folder), tests)
     verdicts: list[Verdict] = []
-    passed_over = 0
+    not_compiled = 0
     try:
         for place in places:
             if len(verdicts) == count:
@@ -435,13 +435,13 @@ def plant(folder: pathlib.Path, jobs: int, count: int, places: Iterator[Place]) 
             began = time.monotonic()
             verdict = planting.judge(place)
             if verdict.word == "does not compile":
-                passed_over += 1
+                not_compiled += 1
                 continue
             verdicts.append(verdict)
             print(f"[{len(verdicts)}/{count}] {place.name}: {f'{verdict.word} {verdict.detail}'.rstrip()}, "
                   f"{time.monotonic() - began:.1f} s", flush=True)
     finally:
-        report = summary(verdicts, passed_over)
+        report = summary(verdicts, not_compiled)
         (folder / "report.txt").write_text(report + "\n")
         survivors = [verdict.place.name for verdict in verdicts if verdict.word == "survived"]
         (folder / "survivors.txt").write_text("".join(f"{name}\n" for name in survivors))

@@ -10,7 +10,7 @@
 set -euo pipefail
 . "$(dirname "$0")/common.sh"
 
-declare -A besides=(
+declare -A additional=(
     [build]=""
     [release]="doxygen mandoc zsh fish dpkg-dev"  # for the tests of the manuals, completions and packages
     [debug]="" [asan]="" [tsan]="" [fuzz]=""
@@ -23,7 +23,7 @@ declare -A besides=(
     [package]="debhelper dh-python doxygen dpkg-dev debootstrap lintian pybuild-plugin-pyproject python3-all python3-setuptools"
 )
 help_if_asked "$@"
-refuse_unknown "a purpose" "$(printf '%s\n' "${!besides[@]}" | sort | xargs)" "$@"
+refuse_unknown "a purpose" "$(printf '%s\n' "${!additional[@]}" | sort | xargs)" "$@"
 
 for_building=(
     cmake ninja-build g++ pkg-config binutils
@@ -45,7 +45,7 @@ wanted() {
     esac
     local purpose packages
     for purpose; do
-        packages=${besides[$purpose]}
+        packages=${additional[$purpose]}
         [[ $packages != *GXX* ]] || packages=${packages//GXX/$(default_version g++)}
         [ -z "$packages" ] || echo "for $purpose: $packages"
     done

@@ -11,12 +11,12 @@ namespace bench {
 /// Prints the column headings of the rows that follow.
 void printHeading(const std::string &subject);
 
-/// Prints the library's time beside another one. @p goal is the largest acceptable ratio of the medians; a row without a goal
+/// Prints the library's time next to another one. @p goal is the largest acceptable ratio of the medians; a row without a goal
 /// is only information.
 void printRow(const std::string &work, const Timing &library, const std::string &otherName, const Timing &other,
               std::optional<double> goal = std::nullopt);
 
-/// Prints the library's rate beside another one. @p goal is the smallest acceptable ratio; a row without a goal is only
+/// Prints the library's rate next to another one. @p goal is the smallest acceptable ratio; a row without a goal is only
 /// information.
 void printRates(const std::string &work, double library, const std::string &otherName, double other,
                 std::optional<double> goal = std::nullopt);

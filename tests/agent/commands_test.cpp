@@ -131,10 +131,10 @@ Replies allReplies()
     return replies;
 }
 
-using Circumstances =
+using RequestCase =
     std::tuple<bool, std::string, int>;  // whether the focused station has a control panel, the tag, the host's result
 
-class EveryCommand : public testing::TestWithParam<Circumstances> {};
+class EveryCommand : public testing::TestWithParam<RequestCase> {};
 
 TEST_P(EveryCommand, has_the_expected_reply_request_and_callback)
 {
@@ -156,9 +156,9 @@ TEST_P(EveryCommand, has_the_expected_reply_request_and_callback)
     EXPECT_EQ(datagrams.texts().size(), 1U) << "only the USB lock is sent as a datagram";
 }
 
-std::string nameOf(const testing::TestParamInfo<Circumstances> &circumstances)
+std::string nameOf(const testing::TestParamInfo<RequestCase> &parameters)
 {
-    const auto &[panel, tag, hostResult] = circumstances.param;
+    const auto &[panel, tag, hostResult] = parameters.param;
     return std::string(panel ? "panel" : "no_panel") + (tag.empty() ? "" : "_tagged") + "_host_returns_" +
            (hostResult < 0 ? "minus_" : "") + std::to_string(std::abs(hostResult));
 }

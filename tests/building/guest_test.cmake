@@ -48,7 +48,7 @@ if(stand_ins)
 endif()
 run(readelf -dW ${prefix}/${LIBDIR}/libkvo_hws.so.0)
 if(output MATCHES "RPATH|RUNPATH")
-  message(FATAL_ERROR "the library has a run path although no stand-ins are installed beside it:\n${output}")
+  message(FATAL_ERROR "the library has a run path although no stand-ins are installed next to it:\n${output}")
 endif()
 
 # Simulates the panel's own libraries.

@@ -7,7 +7,7 @@
 set -euo pipefail
 . "$(dirname "$0")/../../scripts/common.sh"
 help_if_asked "$@"
-[ $# -le 1 ] || refuse "takes one folder, but got \"$2\" besides"
+[ $# -le 1 ] || refuse "takes one folder, but also got \"$2\""
 packages=build/packages
 if [ $# -gt 0 ]; then
     packages=$(cd "$KVO_CALLER_FOLDER" && [ -d "$1" ] && realpath -- "$1") || refuse "\"$1\" is not a folder here"

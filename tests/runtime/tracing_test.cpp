@@ -115,7 +115,7 @@ TEST(Trace, appends_and_closes_the_file_each_time)
     ASSERT_THAT(file.flags(), SizeIs(2));
     EXPECT_NE(file.flags().front() & O_APPEND, 0);
     EXPECT_NE(file.flags().front() & O_CLOEXEC, 0);
-    EXPECT_EQ(file.mode(), 0666U) << "for everybody, as far as the umask allows it";
+    EXPECT_EQ(file.mode(), 0666U) << "for all users, as far as the umask allows it";
 }
 
 TEST(Trace, keeps_no_descriptor_open)

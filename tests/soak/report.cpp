@@ -17,7 +17,7 @@ using Json = nlohmann::ordered_json;
 // Resource usage is checked after the warm-up, because the C library keeps stacks and arenas of threads for the next ones.
 constexpr uint64_t kHeapTolerance = 64 * 1024;  // each start of an agent keeps the names from the configuration
 constexpr uint64_t kResidentTolerance = 4 * 1024 * 1024;
-constexpr double kAllHappensIn = 30;  // seconds; in less, a fault may prevent an agent or an activation
+constexpr double kTimeForEverything = 30;  // seconds; in less, a fault may prevent an agent or an activation
 constexpr const char *kCheckpointNames[] = {"start", "after_warm_up", "end"};
 
 struct Quantity {
@@ -159,7 +159,7 @@ Json figuresOf(const SharedState &shared, const RunSummary &run)
     const Figures &figures = shared.figures;
     Json json{{"verdict", shared.complaints.count() == 0 ? "passed" : "failed"}, {"seed", run.seed}, {"seconds", run.seconds}};
     json["complaints"] = Json::array();
-    for (unsigned i = 0; i < shared.complaints.inWords(); ++i) {
+    for (unsigned i = 0; i < shared.complaints.textCount(); ++i) {
         json["complaints"].push_back(shared.complaints.text(i));
     }
     json["requests"] = sumsOf(figures);
@@ -215,7 +215,7 @@ void check(SharedState &shared, const RunSummary &run)
         shared.complaints.add("no request was made");
     }
     for (const Sum &sum : kSums) {
-        if (run.seconds >= kAllHappensIn && sum.mustHappen && (shared.figures.*sum.value).load() == 0) {
+        if (run.seconds >= kTimeForEverything && sum.mustHappen && (shared.figures.*sum.value).load() == 0) {
             shared.complaints.add(std::string(sum.name) + ": did not occur");
         }
     }
@@ -240,7 +240,7 @@ std::string asText(const SharedState &shared, const RunSummary &run)
             text += row(name, value.dump());
         }
     }
-    for (unsigned i = 0; i < shared.complaints.inWords(); ++i) {
+    for (unsigned i = 0; i < shared.complaints.textCount(); ++i) {
         text += "soak: " + shared.complaints.text(i) + '\n';
     }
     return text + "soak: " + figures["verdict"].get<std::string>() + ", " + std::to_string(shared.complaints.count()) +

@@ -94,7 +94,7 @@ public:
         }
     }
     [[nodiscard]] unsigned count() const { return count_.load(); }
-    [[nodiscard]] unsigned inWords() const { return std::min(count(), static_cast<unsigned>(texts_.size())); }
+    [[nodiscard]] unsigned textCount() const { return std::min(count(), static_cast<unsigned>(texts_.size())); }
     [[nodiscard]] std::string text(unsigned place) const { return texts_[place].data(); }
 
 private:

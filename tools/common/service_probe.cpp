@@ -37,8 +37,8 @@ constexpr std::size_t kLongestShown = 80;
 
 constexpr std::string_view kQuestion = "isInitComplete\n";
 
-const std::string kIsItRunning = "Start the hardware service. For a simulated one: kvosim run -- kvoctl ...";
-const std::string kAskForRights = "Run kvoctl as the user of the panel's programs, or as root.";
+const std::string kStartAdvice = "Start the hardware service. For a simulated one: kvosim run -- kvoctl ...";
+const std::string kPermissionAdvice = "Run kvoctl as the user of the panel's programs, or as root.";
 
 std::string errorText() { return std::strerror(errno); }
 
@@ -52,7 +52,7 @@ public:
     }
 
 private:
-    bool well(const std::string &check, const std::string &text)
+    bool passed(const std::string &check, const std::string &text)
     {
         findings_.push_back({.check = check, .text = text});
         return true;
@@ -69,13 +69,13 @@ private:
         struct stat status {};
         if (stat(kSocketDirectory, &status) != 0) {
             return fault("directory", Fault::directoryMissing, "The directory " + path + ": " + errorText() + ".",
-                         "The hardware service has not run since the panel started. " + kIsItRunning);
+                         "The hardware service has not run since the panel started. " + kStartAdvice);
         }
         if (!S_ISDIR(status.st_mode)) {
             return fault("directory", Fault::wrongFileType, path + " is not a directory.",
                          "Remove it and start the hardware service again.");
         }
-        return well("directory", "The directory " + path + " exists.");
+        return passed("directory", "The directory " + path + " exists.");
     }
 
     bool examineSocket()
@@ -85,15 +85,15 @@ private:
         if (stat(kCommandSocket, &status) != 0) {
             if (errno == EACCES) {
                 return fault("socket", Fault::notPermitted, std::string("This user may not access ") + kSocketDirectory + ".",
-                             kAskForRights);
+                             kPermissionAdvice);
             }
-            return fault("socket", Fault::socketMissing, "The socket " + path + ": " + errorText() + ".", kIsItRunning);
+            return fault("socket", Fault::socketMissing, "The socket " + path + ": " + errorText() + ".", kStartAdvice);
         }
         if (!S_ISSOCK(status.st_mode)) {
             return fault("socket", Fault::wrongFileType, path + " is not a socket.",
                          "Remove it and start the hardware service again.");
         }
-        return well("socket", "The socket " + path + " exists.");
+        return passed("socket", "The socket " + path + " exists.");
     }
 
     bool connect()
@@ -110,7 +110,7 @@ private:
             std::this_thread::sleep_for(kQueuePause);
         }
         peer_ = peerName();
-        return well("connection", "The service accepts connections" + (peer_.empty() ? "" : ": " + peer_) + ".");
+        return passed("connection", "The service accepts connections" + (peer_.empty() ? "" : ": " + peer_) + ".");
     }
 
     bool connectFault()
@@ -120,12 +120,13 @@ private:
             return fault("connection", Fault::staleSocket,
                          "No process listens at the socket: the service ended without removing it.",
                          "Start the hardware service again; it replaces the socket. If it does not, remove the socket.");
-        case EACCES: return fault("connection", Fault::notPermitted, "This user may not write to the socket.", kAskForRights);
+        case EACCES:
+            return fault("connection", Fault::notPermitted, "This user may not write to the socket.", kPermissionAdvice);
         case EAGAIN:
             return fault("connection", Fault::queueFull,
                          "The queue of the socket stays full: the service no longer accepts connections.",
                          "The service hangs or is overloaded. Look for programs that send many requests, or restart it.");
-        case ENOENT: return fault("connection", Fault::socketMissing, "The socket has just disappeared.", kIsItRunning);
+        case ENOENT: return fault("connection", Fault::socketMissing, "The socket has just disappeared.", kStartAdvice);
         default: throw std::system_error(errno, std::generic_category(), "connect");
         }
     }
@@ -196,7 +197,7 @@ private:
     bool examineAnswer()
     {
         if (answer_ == "yes") {
-            return well("answer", "The service answers and is ready.");
+            return passed("answer", "The service answers and is ready.");
         }
         if (answer_ == "no") {
             return fault("answer", Fault::notReady, "The service answers, but has not finished starting.",

@@ -20,7 +20,7 @@ using kvosim_test::RunningService;
 
 constexpr uint32_t kA = 0x0A000005;
 constexpr uint32_t kB = 0x0A000006;
-constexpr uint32_t kNobody = 0x0A0000FF;
+constexpr uint32_t kUnknownStation = 0x0A0000FF;
 
 TEST(LibraryStations, start_and_stop_the_viewer_and_report_its_server)
 {
@@ -45,7 +45,7 @@ TEST(LibraryStations, start_and_stop_the_viewer_and_report_its_server)
     EXPECT_EQ(KVO_HWS_startConfiguredViewer(kA, "nc2", 1), 0);
     EXPECT_EQ(KVO_HWS_setStopViewerPreempt(kA), 1);
     EXPECT_EQ(KVO_HWS_setStopViewerNoClean(kA), 0);
-    EXPECT_EQ(KVO_HWS_setStartViewer(kNobody, "a", "b", "c"), -1);
+    EXPECT_EQ(KVO_HWS_setStartViewer(kUnknownStation, "a", "b", "c"), -1);
 }
 
 TEST(LibraryStations, take_the_focus_show_a_status_line_and_reboot)
@@ -80,7 +80,7 @@ TEST(LibraryStations, switch_the_backlight_in_both_modes)
     EXPECT_EQ(KVO_HWS_setBacklightBrightnessV2(kB, 50, 1), -5);
     EXPECT_EQ(KVO_HWS_setBacklightBrightnessV2(kB, 50, 0), -6);
     EXPECT_EQ(KVO_HWS_getBacklightBrightnessV2(kB, &level, 1), 0);
-    EXPECT_EQ(KVO_HWS_getBacklightBrightnessV2(kNobody, &level, 1), -1);
+    EXPECT_EQ(KVO_HWS_getBacklightBrightnessV2(kUnknownStation, &level, 1), -1);
 }
 
 TEST(LibraryStations, report_keyboard_locks_and_type)
@@ -177,7 +177,7 @@ TEST(LibraryStations, report_focus_and_startup_settings)
     EXPECT_STREQ(text, "Main");
     EXPECT_EQ(KVO_HWS_getKVOT2M2N(kA, text), 1);
     EXPECT_STREQ(text, "T1 M2 N3");
-    EXPECT_EQ(KVO_HWS_getKVOT2M2N(kNobody, text), -1);
+    EXPECT_EQ(KVO_HWS_getKVOT2M2N(kUnknownStation, text), -1);
 }
 
 TEST(LibraryStations, store_channel_information)
@@ -245,7 +245,7 @@ TEST(LibraryStations, report_usb_connectors)
     EXPECT_EQ(KVO_HWS_getUsbConnectorListOne(kA, list, &size), 1);
     EXPECT_STREQ(list, "X60:keyboard X61:free");
     EXPECT_EQ(KVO_HWS_getUsbConnectorListOne(kB, list, &size), 0);
-    EXPECT_EQ(KVO_HWS_getUsbConnectorListOne(kNobody, list, &size), -4);
+    EXPECT_EQ(KVO_HWS_getUsbConnectorListOne(kUnknownStation, list, &size), -4);
 }
 
 TEST(LibraryStations, do_not_report_usb_connectors_during_a_scan)
@@ -272,14 +272,14 @@ TEST(LibraryStations, report_metrics_and_manufacturer)
     for (uint32_t metric = 1; metric <= 6; ++metric) {
         uint32_t value[2] = {};
         EXPECT_EQ(KVO_HWS_getStationMetrics(kB, metric, value), -4) << metric;
-        EXPECT_EQ(KVO_HWS_getStationMetrics(kNobody, metric, value), -1) << metric;
+        EXPECT_EQ(KVO_HWS_getStationMetrics(kUnknownStation, metric, value), -1) << metric;
     }
     int32_t dpi = 0;
     EXPECT_EQ(KVO_HWS_showDPI(kA, &dpi), 1);
     EXPECT_EQ(dpi, 120);
     EXPECT_EQ(KVO_HWS_isMarovantiPanel(kA), 0);
     EXPECT_EQ(KVO_HWS_isMarovantiPanel(kB), 1);
-    EXPECT_EQ(KVO_HWS_isMarovantiPanel(kNobody), -4);
+    EXPECT_EQ(KVO_HWS_isMarovantiPanel(kUnknownStation), -4);
 }
 
 TEST(LibraryClients, are_listed)

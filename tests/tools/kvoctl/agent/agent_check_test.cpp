@@ -34,11 +34,11 @@ panel_rotation = 2
 
 const Arguments kCheck{"agent", "check", "--focus", "10.0.0.5"};
 
-Ended check(const Arguments &more, const Surroundings &surroundings = {})
+Ended check(const Arguments &more, const RunConditions &conditions = {})
 {
     Arguments all = kCheck;
     all.insert(all.end(), more.begin(), more.end());
-    return kvoctl(all, surroundings);
+    return kvoctl(all, conditions);
 }
 
 /// The rows, indexed by command.
@@ -177,7 +177,8 @@ TEST(AgentCheck, uses_the_given_answers_of_the_host)
 TEST(AgentCheck, marks_replies_that_the_protocol_does_not_allow)
 {
     const RunningService service(kPlant);
-    const Surroundings odd{.environment = {"LC_ALL=C.UTF-8", "LD_PRELOAD=" ODD_AGENT, "ASAN_OPTIONS=verify_asan_link_order=0"}};
+    const RunConditions odd{
+        .environment = {"LC_ALL=C.UTF-8", "LD_PRELOAD=" ODD_AGENT, "ASAN_OPTIONS=verify_asan_link_order=0"}};
     const Ended ended = check({"--json"}, odd);
     EXPECT_EQ(ended.status, 4) << ended.err;
     EXPECT_EQ(ended.document().at("in_form"), false);

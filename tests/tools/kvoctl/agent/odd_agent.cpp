@@ -6,12 +6,12 @@
 
 namespace {
 
-struct Falsified {
+struct FalseReply {
     std::string_view beginning;
     std::string_view sent;
 };
 
-constexpr Falsified kFalsified[] = {
+constexpr FalseReply kFalseReplies[] = {
     {"kvoindex=", "kvoindex=x\r\n"},
     {"startup-prio=", "startup-prio=2\n"},
     {"hwid=", ""},
@@ -20,7 +20,7 @@ constexpr Falsified kFalsified[] = {
 
 std::string_view falsified(std::string_view part)
 {
-    for (const Falsified &row : kFalsified) {
+    for (const FalseReply &row : kFalseReplies) {
         if (part.starts_with(row.beginning)) {
             return row.sent;
         }

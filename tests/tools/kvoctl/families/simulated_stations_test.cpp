@@ -252,7 +252,7 @@ TEST(SimulatedStation, accepts_the_usb_lock_that_is_sent_to_it)
 {
     const RunningService service(std::string("[service]\nusb_lock_address = \"127.0.0.1:5851\"\n") +
                                  std::string(kPlant.substr(kPlant.find("[[station]]"))));
-    const Surroundings loopback{.environment = {"LC_ALL=C.UTF-8", "KVO_PLATFORM_INTERFACE=lo"}};
+    const RunConditions loopback{.environment = {"LC_ALL=C.UTF-8", "KVO_PLATFORM_INTERFACE=lo"}};
     const auto lockOf = [](const char *station) { return kvoctl({"usb", "lock", "get", station, "--json"}).document().dump(); };
     const auto becomes = [&lockOf](const char *station, const std::string &lock) {
         // Datagrams have no reply: the service may handle it a moment later.

@@ -55,11 +55,11 @@ private:
 };
 
 Ended lock(const Arguments &arguments,
-           const Surroundings &surroundings = {.environment = {"LC_ALL=C.UTF-8", "KVO_PLATFORM_INTERFACE=lo"}})
+           const RunConditions &conditions = {.environment = {"LC_ALL=C.UTF-8", "KVO_PLATFORM_INTERFACE=lo"}})
 {
     Arguments all{"usb", "lock", "set"};
     all.insert(all.end(), arguments.begin(), arguments.end());
-    return kvoctl(all, surroundings);
+    return kvoctl(all, conditions);
 }
 
 TEST(UsbLock, is_sent_to_all_stations_with_the_option_all)

@@ -21,10 +21,10 @@ std::vector<support::Script> plantOf(const std::string &name)
             support::replies("00000001 0A000005 00000001 00000002 00000003 " + std::string(length.data()) + " " + name + " ")};
 }
 
-std::string tableOf(const std::string &name, const Surroundings &surroundings)
+std::string tableOf(const std::string &name, const RunConditions &conditions)
 {
     const ScriptedService service(plantOf(name));
-    const Ended ended = kvoctl({"stations"}, surroundings);
+    const Ended ended = kvoctl({"stations"}, conditions);
     EXPECT_EQ(ended.status, 0);
     EXPECT_EQ(ended.err, "");
     return ended.out;
@@ -68,14 +68,14 @@ TEST(Terminal, cuts_a_name_to_8_columns_if_that_makes_lines_fit)
 }
 
 /// Two stations with all their attributes.
-std::string extendedTable(const Surroundings &surroundings)
+std::string extendedTable(const RunConditions &conditions)
 {
     const std::string attributes = "00000001 00000002 00000003 ";
     const std::string more = "00000004 00000005 00000006 00000007 FFFFFFFF 00000009 0000000A ";
     const ScriptedService service(
         {support::replies("2"), support::replies("00000002 0A000005 " + attributes + "00000028 " + std::string(40, 'n') + " " +
                                                  more + "0A000006 " + attributes + "00000007 Lathe 1 " + more)});
-    const Ended ended = kvoctl({"stations", "--extended"}, surroundings);
+    const Ended ended = kvoctl({"stations", "--extended"}, conditions);
     EXPECT_EQ(ended.status, 0);
     return ended.out;
 }
@@ -134,7 +134,7 @@ TEST(Terminal, shows_no_colour_if_the_environment_disables_it)
 
 TEST(Terminal, shows_failures_in_colour)
 {
-    const Surroundings terminal{.terminal = 120, .environment = {"TERM=xterm"}, .errorsToTerminal = true};
+    const RunConditions terminal{.terminal = 120, .environment = {"TERM=xterm"}, .errorsToTerminal = true};
     EXPECT_THAT(kvoctl({"station", "10.0.0.5"}, terminal).out,
                 testing::StartsWith(std::string(kRed) + "kvoctl: station:" + kPlain + " no service answers at"));
     EXPECT_THAT(kvoctl({"statons"}, terminal).out,

@@ -46,12 +46,12 @@ Channel terminalChannel(unsigned short columns)
     return channel;
 }
 
-Channel outputChannel(const Surroundings &surroundings)
+Channel outputChannel(const RunConditions &conditions)
 {
-    if (surroundings.outputFile != nullptr) {
-        return {-1, open(surroundings.outputFile, O_WRONLY | O_CLOEXEC)};
+    if (conditions.outputFile != nullptr) {
+        return {-1, open(conditions.outputFile, O_WRONLY | O_CLOEXEC)};
     }
-    return surroundings.terminal ? terminalChannel(*surroundings.terminal) : pipeChannel();
+    return conditions.terminal ? terminalChannel(*conditions.terminal) : pipeChannel();
 }
 
 std::vector<char *> pointers(const std::vector<std::string> &texts)
@@ -83,14 +83,14 @@ std::vector<std::string> environmentWith(const std::vector<std::string> &changes
     return variables;
 }
 
-pid_t start(const Arguments &arguments, const Surroundings &surroundings, int out, int err)
+pid_t start(const Arguments &arguments, const RunConditions &conditions, int out, int err)
 {
     Arguments command{KVOCTL_PROGRAM};
     command.insert(command.end(), arguments.begin(), arguments.end());
-    const std::vector<std::string> variables = environmentWith(surroundings.environment);
+    const std::vector<std::string> variables = environmentWith(conditions.environment);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, surroundings.inputFile, O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, conditions.inputFile, O_RDONLY, 0);
     posix_spawn_file_actions_adddup2(&actions, out, STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, err, STDERR_FILENO);
     pid_t process = -1;
@@ -127,12 +127,11 @@ void readAll(int out, std::string &outText, int err, std::string &errText)
 
 }  // namespace
 
-Ended kvoctl(const Arguments &arguments, const Surroundings &surroundings)
+Ended kvoctl(const Arguments &arguments, const RunConditions &conditions)
 {
-    const Channel out = outputChannel(surroundings);
+    const Channel out = outputChannel(conditions);
     const Channel err = pipeChannel();
-    const pid_t process =
-        start(arguments, surroundings, out.writing, surroundings.errorsToTerminal ? out.writing : err.writing);
+    const pid_t process = start(arguments, conditions, out.writing, conditions.errorsToTerminal ? out.writing : err.writing);
     close(out.writing);
     close(err.writing);
     Ended ended{};

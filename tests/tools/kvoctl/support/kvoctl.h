@@ -13,7 +13,7 @@ using Arguments = std::vector<std::string>;
 using Json = nlohmann::ordered_json;
 
 /// The environment in which the program runs.
-struct Surroundings {
+struct RunConditions {
     std::optional<unsigned short> terminal{};  ///< standard output is a terminal with this number of columns; 0: unknown
     std::vector<std::string> environment{"LC_ALL=C.UTF-8"};  ///< in addition to the test's own; later ones take precedence
     const char *outputFile = nullptr;                        ///< standard output is this file
@@ -30,7 +30,7 @@ struct Ended {
     [[nodiscard]] Json document() const { return Json::parse(out); }
 };
 
-Ended kvoctl(const Arguments &arguments, const Surroundings &surroundings = {});
+Ended kvoctl(const Arguments &arguments, const RunConditions &conditions = {});
 
 inline const std::string kNoServiceHint = "The socket: No such file or directory. Is the hardware service running? "
                                           "For a simulated one: kvosim run -- kvoctl ...\n";

@@ -40,7 +40,7 @@ typedef struct HmiSession {
     uint32_t keyFlags;       /**< 2: NumLock is disabled, 4: CapsLock is disabled */
     int32_t socket;          /**< -1 while closed */
     uint32_t connected;      /**< 1 after the first connection */
-    uint32_t chunk;          /**< set to 0 when a part of a line is received */
+    uint32_t chunk;          /**< set to 0 whenever data is received */
     KvoTimeval lastActivity; /**< time of the connect or of the last received data */
     char *lineBuffer;        /**< the request line being received; 256 bytes and one more */
     uint32_t lineFill;       /**< number of bytes of that line received so far */
@@ -216,10 +216,10 @@ extern KVO_HWS_API pthread_mutex_t sGCriticalSectionEventSocket;
 extern KVO_HWS_API const HwsCommand cmds[60];
 
 /** Reads at most one request line from a readable session and answers it. A keyword that ends in "=" must match the beginning
- *  of the line; any other keyword must match the whole line. Upper and lower case are equal.
+ *  of the line after the tag; any other keyword must match the whole line after the tag. Upper and lower case are equal.
  *  The function closes the session if a line does not end within 256 bytes. It also closes the session if the remote side has
- *  closed the connection or a read fails. It then writes to the system log at LOG_INFO: "In hmiconn_process_one_request: HWS
- *  connection to <address>:<session>: <reason>".
+ *  closed the connection or a read fails; only in these two cases does it write to the system log, at LOG_INFO: "In
+ *  hmiconn_process_one_request: HWS connection to <address>:<session>: <reason>".
  */
 KVO_HWS_API void hmiconn_process_one_request(HmiSession *session) KVO_HWS_NOEXCEPT;
 
@@ -390,7 +390,7 @@ KVO_HWS_API int init_fb(void) KVO_HWS_NOEXCEPT;
 KVO_HWS_API const char *sesstoa(const HmiSession *session) KVO_HWS_NOEXCEPT;
 
 /** Writes a display name of a server. The first of these forms that is shorter than @p width is written: "<name> (<address>)",
- *  or "<name up to its first dot>... (<address>)". If both are too long, only the address is written.
+ *  or, for a name with a dot, "<name up to its first dot>... (<address>)". Otherwise only the address is written.
  *  @param dst   receives the text, cut to @p size including the terminator
  *  @param size  bytes in @p dst
  *  @return the length of the uncut text

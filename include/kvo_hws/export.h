@@ -1,5 +1,6 @@
 /** @file
- *  How the library's functions are declared: C linkage, visible outside the shared library, and no exception leaves them.
+ *  How the library's functions and variables are declared: C linkage, and visible outside the shared library. No exception
+ *  leaves a function.
  */
 #ifndef KVO_HWS_EXPORT_H
 #define KVO_HWS_EXPORT_H

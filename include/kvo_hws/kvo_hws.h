@@ -10,10 +10,9 @@
  *
  *  Fork: after fork(), the child must not call the library before exec().
  *
- *  Cancellation: pthread_cancel interrupts neither a wait inside the library nor a callback that the library calls. Suppose
- *  that a thread has the usual, deferred cancellation type, and pthread_cancel is called for it before or during a call of the
- *  library. The function then returns its usual result. The thread ends at the next cancellation point in the program's own
- *  code.
+ *  Cancellation: pthread_cancel interrupts neither a wait inside the library nor a callback that the library calls. If
+ *  pthread_cancel is called before or during a call of the library, for a thread with the usual, deferred cancellation type,
+ *  the function still returns its usual result. The thread ends at the next cancellation point in the program's own code.
  */
 #ifndef KVO_HWS_KVO_HWS_H
 #define KVO_HWS_KVO_HWS_H

@@ -1,7 +1,7 @@
 /** @file
  *  The functions and variables that the library imports from two libraries of the panel, libpavo.so.1 and libdrak.so. The
- *  project contains a stand-in for each of them, which works on any Linux host. On a panel, programs use the panel's libraries
- *  instead.
+ *  project contains a stand-in for each of them, which works on any Linux host. On a panel, the panel's libraries replace the
+ *  stand-ins at run time.
  */
 #ifndef KVO_HWS_PLATFORM_H
 #define KVO_HWS_PLATFORM_H

@@ -71,12 +71,12 @@ KVO_HWS_API int32_t KVO_HWS_getDescriptionListEx(KvoDescriptionEx *list, uint32_
 KVO_HWS_API int32_t KVO_HWS_getDescriptionEx(uint32_t address, const char *name, KvoDescriptionEx *record) KVO_HWS_NOEXCEPT;
 
 /** Reads the station list that the daemon saved to disk at its last start, under the daemon's registry lock.
- *  @param list     receives the stations; clear the array before the call. The addresses are in network byte order, as
- *                  inet_addr stores them; ntohl() converts such an address to a station's number. A station with a malformed
- *                  address gets the address 0xFFFFFFFF. Names are cut at 259 bytes. A station whose attr1 is 0 is not counted,
- *                  and the next station overwrites its element
+ *  @param list     receives the stations; clear the array before the call, or the count may be too large. The addresses are
+ *                  in network byte order, as inet_addr stores them; ntohl() converts such an address to a station's number. A
+ *                  station with a malformed address is kept, with the address 0xFFFFFFFF. Names are cut at 259 bytes. A
+ *                  station whose attr1 is 0 is not counted, and the next station overwrites its element
  *  @param count    in: elements in @p list; out: elements filled, or the number of lines in the file when the result is -3
- *  @param timeout  longest wait for the lock in seconds; with 0, the function tries the lock once
+ *  @param timeout  longest wait for the lock in seconds; the function tries the lock at least once, even with 0
  *  @return 1; 0 the daemon is still starting; -1 refused, the daemon's path is longer than 1004 characters, or the file is
  *  missing or unreadable; -2 no service; -3 the array is too small; -4 the lock was not obtained in time; -7 a null
  *  pointer
@@ -567,8 +567,9 @@ KVO_HWS_API int32_t KVO_HWS_getUsbLock(uint32_t station, uint32_t *first, uint32
  *  -10 a host is 127.0.0.1, nothing is sent
  *
  *  For each host, from the last to the first, sends a datagram to UDP port 5851 of the network's broadcast address. The
- *  datagram is "setUsbLock="<first>:<second>" <host>" and a line feed, cut at 1023 bytes. If the platform knows no such
- *  network, the datagrams go only to this host. Logged as "KVO_HWS_setUsbLock - <reason>".
+ *  datagram is "setUsbLock="<first>:<second>" <host>" and a line feed, cut at 1023 bytes. With @p count 0, it sends one
+ *  datagram with the host 0.0.0.0. If the platform knows no such network, the datagrams go only to this host. Logged as
+ *  "KVO_HWS_setUsbLock - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_setUsbLock(uint32_t count, const char **hosts, int first, int second) KVO_HWS_NOEXCEPT;
 

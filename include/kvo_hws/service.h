@@ -124,7 +124,7 @@ KVO_HWS_API int KillUsbServer(void) KVO_HWS_NOEXCEPT;
  */
 KVO_HWS_API int kvo_hws_send_socket(int fd, const void *buffer, unsigned length, int flags) KVO_HWS_NOEXCEPT;
 
-/** Does nothing; kept for programs that call it.
+/** Only sets @p status, because sockets need no set-up; kept for programs that call it.
  *  @param status  receives 0; may be null
  *  @return 0
  */

@@ -84,7 +84,7 @@ extern KVO_HWS_API SendUsbEventV1 sendUSBEvent;
 extern KVO_HWS_API SendUsbEventV2 sendUSBEvent2;
 
 /** Activates USB events for the older callback. The callback receives the outcome: USB_EVENT_BEGIN at once, then
- *  USB_EVENT_ACTIVATED or one of the final codes. While the service is starting, the activation waits without a limit.
+ *  USB_EVENT_ACTIVATED or one of the final codes. The activation waits without a limit until the service is ready.
  *  @param callback  replaces the callback that is set; the beginning of usbevents.h lists the rules for it
  *  @return 1 started; -1 @p callback is null; -8 a server could not be stopped or started (USB_EVENT_SERVER_FAILED was sent,
  *  and the callbacks are cleared); -3 the thread that asks the service could not be started (the callback stays set:
@@ -120,7 +120,7 @@ KVO_HWS_API int32_t KVO_HWS_activateUSBEventsV2(SendUsbEventV2 callback) KVO_HWS
 KVO_HWS_API int32_t KVO_HWS_closeUSBEvents(void) KVO_HWS_NOEXCEPT;
 
 /** Asks whether any program has activated USB events.
- *  @return 1 yes; 0 no; -1 any failure, also if no service answers
+ *  @return 1 yes; 0 no; -1 any other reply, or no service answers
  *
  *  Sends "isUSBEventsActivated". Logs no messages of its own.
  */

@@ -9,7 +9,7 @@ namespace kvoctl_test {
 
 namespace {
 
-/// Subcommands that send more than this request, or have their own messages for a failure. special_rows.cpp tests them.
+/// Subcommands that send more than this request, or have their own messages for a failure. other_rows.cpp tests them.
 const std::set<std::string> kElsewhere = {"version",         "station",       "stations",     "clients",      "registry lock",
                                           "registry unlock", "usb is-active", "address find", "focus startup"};
 /// Subcommands for which "no" is a valid answer.

@@ -53,7 +53,7 @@ std::string nameOf(const testing::TestParamInfo<Case> &row) { return row.param.n
 
 INSTANTIATE_TEST_SUITE_P(Catalogue, Requests, testing::ValuesIn(catalogueRows()), nameOf);
 INSTANTIATE_TEST_SUITE_P(Written, Requests, testing::ValuesIn(writtenRows()), nameOf);
-INSTANTIATE_TEST_SUITE_P(Special, Requests, testing::ValuesIn(specialRows()), nameOf);
+INSTANTIATE_TEST_SUITE_P(Other, Requests, testing::ValuesIn(otherRows()), nameOf);
 
 TEST(Catalogue, has_the_output_of_each_subcommand)
 {

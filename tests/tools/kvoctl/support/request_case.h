@@ -29,7 +29,7 @@ inline const std::string kMissingDocument =
 /// The subcommands of the catalogue's requests: output, success and each failure.
 std::vector<Case> catalogueRows();
 /// Subcommands that send several requests or have their own messages.
-std::vector<Case> specialRows();
+std::vector<Case> otherRows();
 /// Arguments in other forms, and kvoctl's own messages.
 std::vector<Case> writtenRows();
 

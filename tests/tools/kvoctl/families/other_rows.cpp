@@ -27,7 +27,7 @@ const std::string kLatheDocument = R"({"address": "10.0.0.5", "name": "Lathe 1",
 
 }  // namespace
 
-std::vector<Case> specialRows()
+std::vector<Case> otherRows()
 {
     const std::string libraryVersion = "V%#.%#.#%.#%";
     const std::string explained = "The library reports \"" + libraryVersion +

@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
-"""Draws docs/images/demo.svg: a terminal window with what the commands of ./demo.sh print.
+"""Draws docs/images/demo.svg: a terminal window with the output of ./demo.sh and ./test.sh.
 
-Every line comes from a real run of kvosim and kvoctl in a terminal of 80 columns; only long outputs are shortened, with a note.
+Every line comes from a real run of the commands in a terminal of 80 columns. Long outputs are shortened, with a note. The end of
+./test.sh is drawn from the reports of its last run; --check compares only its form, because the number of tests changes daily.
 """
 import argparse
 import difflib
@@ -10,6 +11,7 @@ import fcntl
 import os
 import pathlib
 import pty
+import re
 import shlex
 import struct
 import subprocess
@@ -21,14 +23,19 @@ ROOT = pathlib.Path(__file__).resolve().parents[1]
 PICTURE = ROOT / "docs/images/demo.svg"
 COLUMNS = 80
 
-# What the reader types, what runs here for it (None: only typed), and which lines of its output are drawn.
+# What the reader types, what runs here for it (None: only typed, TESTS: the end of ./test.sh), and which lines of its output are
+# drawn.
+TESTS = "the end of ./test.sh"
 STEPS = [
     ("./demo.sh", "kvoctl stations", slice(0, 8)),
     ("./demo.sh bash", None, slice(0)),
     ("kvoctl panel show 10.0.0.5", "kvoctl panel show 10.0.0.5", slice(20, 36)),
     ('kvoctl channel-info set 10.0.0.5 "setting up"', 'kvoctl channel-info set 10.0.0.5 "setting up"', slice(None)),
     ("kvoctl channel-info get 10.0.0.5", "kvoctl channel-info get 10.0.0.5", slice(None)),
+    ("exit", None, slice(0)),
+    ("./test.sh", TESTS, slice(None)),
 ]
+PRESETS = ("release", "asan", "tsan")
 SEPARATOR = "\0"
 
 # Pixels.
@@ -65,7 +72,7 @@ def run_in_terminal(command, environment):
 
 def outputs(programs):
     """What each command of STEPS prints, all with one simulated plant."""
-    commands = [command for _, command, _ in STEPS if command]
+    commands = [command for _, command, _ in STEPS if command not in (None, TESTS)]
     script = "set -e\n" + "".join(f"{command}\nprintf '\\0'\n" for command in commands)
     environment = os.environ | {"PATH": f"{programs}:{os.environ['PATH']}", "TERM": "xterm", "NO_COLOR": "1", "LC_ALL": "C.UTF-8"}
     environment.pop("COLUMNS", None)
@@ -83,13 +90,24 @@ def note(count):
     return [("note", f"… {count} more {'line' if count == 1 else 'lines'}")] if count else []
 
 
-def screen(programs):
+def end_of_tests():
+    """The last lines of ./test.sh, from the reports that its last run left."""
+    reports = [ROOT / "build" / preset / "tests.xml" for preset in PRESETS]
+    if missing := [str(report.relative_to(ROOT)) for report in reports if not report.exists()]:
+        sys.exit(f"run ./test.sh first; its picture needs {', '.join(missing)}")
+    report = subprocess.run([ROOT / "scripts/test_report.py", *reports], check=True, capture_output=True, text=True).stdout
+    return "\n".join(report.splitlines()[-len(PRESETS):])
+
+
+def screen(programs, tests):
     """The drawn lines: their style and their text."""
-    printed = outputs(programs)
+    printed = outputs(programs) | {TESTS: tests}
     lines = []
     for typed, command, part in STEPS:
         lines.append(("typed", f"$ {typed}"))
         output = printed[command].splitlines() if command else []
+        if command == TESTS:
+            lines.append(("note", "… builds and runs all tests"))
         start, end, _ = part.indices(len(output))
         lines += note(start)
         lines += [("output", piece) for line in output[start:end] for piece in wrapped(line)]
@@ -102,7 +120,7 @@ def drawing(lines):
     height = TITLE_BAR + MARGIN + len(lines) * LINE + MARGIN
     yield f'<svg xmlns="http://www.w3.org/2000/svg" width="{width}" height="{height}" viewBox="0 0 {width} {height}" role="img">'
     yield "<!-- Drawn by scripts/picture.sh; do not edit. -->"
-    yield "<title>A terminal in which demo.sh lists the stations of a simulated plant and kvoctl shows one of them</title>"
+    yield "<title>A terminal: demo.sh lists the stations of a simulated plant, kvoctl shows one of them, and test.sh counts the tests</title>"
     yield f"<style>\n{STYLE}</style>"
     yield f'<rect class="window" width="{width}" height="{height}" rx="8"/>'
     yield f'<path class="bar" d="M0 {TITLE_BAR}V8a8 8 0 0 1 8-8h{width - 16}a8 8 0 0 1 8 8v{TITLE_BAR - 8}z"/>'
@@ -121,13 +139,17 @@ def main():
     parser.add_argument("--check", action="store_true", help="compare the picture with what the commands print now, and write nothing")
     parser.add_argument("programs", type=pathlib.Path, metavar="FOLDER", help="the folder of the built kvosim and kvoctl")
     options = parser.parse_args()
-    lines = screen(options.programs.resolve())
+    if options.check:
+        drawn = PICTURE.read_text(encoding="utf-8")
+        tests = "\n".join(re.findall(r">((?:%s): +\d+ tests, 0 failed, \d+ skipped)</text>" % "|".join(PRESETS), drawn))
+    else:
+        tests = end_of_tests()
+    lines = screen(options.programs.resolve(), tests)
     picture = "".join(f"{line}\n" for line in drawing(lines))
     if not options.check:
         PICTURE.write_text(picture, encoding="utf-8")
         print(f"{PICTURE.relative_to(ROOT)}: {len(lines)} lines")
         return 0
-    drawn = PICTURE.read_text(encoding="utf-8")
     if drawn == picture:
         print(f"{len(lines)} lines, as the commands print them")
         return 0

@@ -97,7 +97,7 @@ std::vector<Request> startAndStop()
             .on("not running", 0)
             .kvoctl("viewer stop", {kHere, "--preempt"})
             .wire("`stopViewerPreempt=`*station*", "`ok`, `not running`, `failed`",
-                  "stops the viewer ahead of other waiting stop requests, and clears the status line")
+                  "stops the viewer ahead of other waiting requests, and clears the status line")
             .python("Panel.stop_viewer_preempt"),
 
         CATALOGUE_REQUEST(KVO_HWS_setStopViewerNoClean, "stop viewer no clean")

@@ -171,7 +171,7 @@ KVO_HWS_API int32_t KVO_HWS_startConfiguredViewer(uint32_t station, const char *
  */
 KVO_HWS_API int32_t KVO_HWS_setStopViewer(uint32_t station) KVO_HWS_NOEXCEPT;
 
-/** Stops a station's viewer ahead of other waiting stop requests. Works as KVO_HWS_setStopViewer. Sends
+/** Stops a station's viewer ahead of other waiting requests. Works as KVO_HWS_setStopViewer. Sends
  *  "stopViewerPreempt=<station>". Logged as "stop viewer preempt - <reason>".
  */
 KVO_HWS_API int32_t KVO_HWS_setStopViewerPreempt(uint32_t station) KVO_HWS_NOEXCEPT;

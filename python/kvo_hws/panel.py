@@ -109,7 +109,7 @@ class Panel:
         return call_bool("KVO_HWS_setStopViewer", self.address)
 
     def stop_viewer_preempt(self) -> bool:
-        """Stops the viewer ahead of other waiting stop requests. False if it is not running. (KVO_HWS_setStopViewerPreempt)"""
+        """Stops the viewer ahead of other waiting requests. False if it is not running. (KVO_HWS_setStopViewerPreempt)"""
         return call_bool("KVO_HWS_setStopViewerPreempt", self.address)
 
     def stop_viewer_no_clean(self) -> bool:

@@ -15,7 +15,7 @@ CommandSetup setUpStop()
 {
     return [](CLI::App &command) -> Action {
         const auto station = addStation(command);
-        auto *preempt = addFlag(command, "--preempt", "Stop the viewer ahead of other waiting stop requests");
+        auto *preempt = addFlag(command, "--preempt", "Stop the viewer ahead of other waiting requests");
         auto *noClean = addFlag(command, "--no-clean", "Do not clean up after the viewer");
         preempt->excludes(noClean);
         return [=] {

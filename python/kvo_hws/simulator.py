@@ -377,7 +377,7 @@ class Simulator:
 
     def publish(self, name: str, data: str) -> int:
         """Publishes an event of embedded stations. Returns the number of listeners."""
-        reply = self.command("event", "--", f"{name}, {data}", accept_failure=True)
+        reply = self.command("event", "--", f"{name}, {data}", could_not_is_told=True)
         return int(reply["listeners"])
 
     def wait_for_listeners(self, count: int = 1, timeout: float = 10.0) -> None:
@@ -421,17 +421,18 @@ class Simulator:
     # ---- Commands of kvosim ----
 
     def command(
-        self, *arguments: str, accept_failure: bool = False, seconds: Optional[float] = None
+        self, *arguments: str, could_not_is_told: bool = False, seconds: Optional[float] = None
     ) -> Dict[str, Any]:
         """Runs a command of kvosim (``kvosim --help``) for this simulator, and returns its JSON reply.
 
         Raises NoSimulator, and SimulatorError if the command was refused, failed, or took longer than ``seconds``. With
-        ``accept_failure``, returns the reply of a command that failed, if it printed one. Arguments after "--" are not
+        ``could_not_is_told``, returns the reply of a command that failed, if it printed one. Arguments after "--" are not
         options.
         """
+        # The keyword keeps its first name: test benches pass it.
         words = list(arguments)
         words.insert(words.index("--") if "--" in words else len(words), "--json")
-        return dict(json.loads(self._run(*words, accept_failure=accept_failure, seconds=seconds)))
+        return dict(json.loads(self._run(*words, accept_failure=could_not_is_told, seconds=seconds)))
 
     def _run(self, *arguments: str, accept_failure: bool = False, seconds: Optional[float] = None) -> str:
         limit = COMMAND_SECONDS if seconds is None else seconds

@@ -303,3 +303,10 @@ def test_close_agent_can_close_the_port_for_some_seconds(no_plant: None) -> None
         own.close_agent(3, away=5)
         assert own.command("remote", "list")["sessions"][0]["away"]
         wait_for(lambda: not own.command("remote", "list")["sessions"][0]["away"])
+
+
+def test_the_reply_of_a_failed_command_is_returned_on_request(simulator: Simulator) -> None:
+    event = ("event", "--", "focus, 1")
+    assert simulator.command(*event, could_not_is_told=True)["listeners"] == 0
+    with pytest.raises(SimulatorError):
+        simulator.command(*event)

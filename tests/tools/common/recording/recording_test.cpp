@@ -1,0 +1,210 @@
+// Files of recordings: what the writer writes the reader reads, in whatever way the writing ended.
+#include "common/recording/recording.h"
+#include "common/recording/writer.h"
+
+#include <fcntl.h>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sstream>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+namespace {
+
+using namespace std::chrono_literals;
+using namespace tools::recording;
+using testing::HasSubstr;
+using testing::StartsWith;
+using testing::ThrowsMessage;
+
+constexpr StartTime kStart{1795356000000042us};
+constexpr const char *kHead = "kvo-recording 1\nstart 2026-11-22T14:00:00.000042Z\n";
+
+Exchange exchange(Microseconds at, unsigned process = 0)
+{
+    return {at, Kind::ask, process, {{0us, "getVersion\n"}}, false, {{312us, "V09.08\n"}}, End::closed, 0us};
+}
+
+class RecordingFile : public testing::Test {
+protected:
+    RecordingFile() { std::filesystem::create_directory(folder_); }
+    ~RecordingFile() override { std::filesystem::remove_all(folder_); }
+
+    [[nodiscard]] std::string content() const
+    {
+        std::ifstream file(path_, std::ios::binary);
+        std::ostringstream text;
+        text << file.rdbuf();
+        return text.str();
+    }
+
+    const std::filesystem::path folder_{testing::TempDir() + "recording_" + std::to_string(getpid())};
+    const std::filesystem::path path_{folder_ / "plant.rec"};
+};
+
+// ---- Writing ----
+
+TEST_F(RecordingFile, is_read_back_as_it_was_written)
+{
+    Writer writer(path_, {}, kStart);
+    const unsigned panel = writer.numberOf(4711, "panel");
+    EXPECT_EQ(writer.numberOf(4711, "panel"), panel);
+    EXPECT_NE(writer.numberOf(4712, "panel"), panel);
+    EXPECT_TRUE(writer.add(exchange(1s, panel)));
+    EXPECT_TRUE(writer.add(Note{2s, "the service ended"}));
+    EXPECT_TRUE(writer.flush());
+    EXPECT_EQ(writer.size(), content().size());
+
+    const Recording recording = Recording::load(path_);
+    EXPECT_EQ(recording.start(), kStart);
+    EXPECT_EQ(recording.processes().at(panel), (Process{panel, 4711, "panel"}));
+    ASSERT_EQ(recording.size(), 2U);
+    EXPECT_TRUE(recording.line(0) == Line(exchange(1s, panel)));
+    EXPECT_TRUE(recording.line(1) == Line(Note{2s, "the service ended"}));
+}
+
+TEST_F(RecordingFile, can_be_read_by_its_owner_only)
+{
+    const mode_t mask = umask(0);
+    const Writer writer(path_, {}, kStart);
+    umask(mask);
+    struct stat status {};
+    ASSERT_EQ(stat(path_.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777U, 0600U);
+}
+
+TEST_F(RecordingFile, is_not_overwritten)
+{
+    std::ofstream(path_) << "precious";
+    EXPECT_THAT([&] { Writer(path_, {}, kStart); }, ThrowsMessage<std::runtime_error>(HasSubstr("replace it with --force")));
+    EXPECT_EQ(content(), "precious");
+}
+
+TEST_F(RecordingFile, is_replaced_by_force_and_loses_the_rights_of_others)
+{
+    std::ofstream(path_) << std::string(5000, 'x');
+    chmod(path_.c_str(), 0666);
+    const Writer writer(path_, {.force = true, .maxSize = {}}, kStart);
+    EXPECT_EQ(content(), kHead);
+    struct stat status {};
+    ASSERT_EQ(stat(path_.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777U, 0600U);
+}
+
+TEST_F(RecordingFile, is_never_written_through_a_link)
+{
+    std::ofstream(folder_ / "precious") << "precious";
+    std::filesystem::create_symlink(folder_ / "precious", path_);
+    EXPECT_THROW(Writer(path_, {}, kStart), std::runtime_error);
+    EXPECT_THAT([&] { Writer(path_, {.force = true, .maxSize = {}}, kStart); },
+                ThrowsMessage<std::runtime_error>(HasSubstr("is a link, which is not followed")));
+    EXPECT_EQ(std::filesystem::file_size(folder_ / "precious"), 8U);
+}
+
+TEST_F(RecordingFile, is_not_a_folder_or_a_pipe)
+{
+    std::filesystem::create_directory(path_);
+    EXPECT_THROW(Writer(path_, {.force = true, .maxSize = {}}, kStart), std::runtime_error);
+    std::filesystem::remove(path_);
+    ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0);
+    const int reader = open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    EXPECT_THAT([&] { Writer(path_, {.force = true, .maxSize = {}}, kStart); },
+                ThrowsMessage<std::runtime_error>(HasSubstr("is not a file")));
+    close(reader);
+}
+
+TEST_F(RecordingFile, ends_with_a_whole_line_at_its_largest_size)
+{
+    Writer writer(path_, {.force = false, .maxSize = 1000}, kStart);
+    int count = 0;
+    while (writer.add(exchange(count * 1s))) {
+        ++count;
+    }
+    EXPECT_THAT(writer.fullReason(), HasSubstr("its largest size of 1000 bytes"));
+    EXPECT_FALSE(writer.add(Note{0us, ""})) << "a shorter line is not added after the reason was given";
+    const std::string text = content();
+    EXPECT_LE(text.size(), 1000U);
+    EXPECT_TRUE(text.ends_with("\n"));
+    EXPECT_EQ(Recording::load(path_).size(), static_cast<std::size_t>(count));
+}
+
+TEST_F(RecordingFile, stays_valid_when_the_disk_is_full)
+{
+    Writer writer(path_, {}, kStart);
+    const rlimit before = [] {
+        rlimit limit{};
+        getrlimit(RLIMIT_FSIZE, &limit);
+        return limit;
+    }();
+    // The system accepts a part of the bytes, and then none, as a full disk does.
+    signal(SIGXFSZ, SIG_IGN);
+    const rlimit small{.rlim_cur = 1000, .rlim_max = before.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &small);
+    for (int i = 0; i < 100; ++i) {
+        writer.add(exchange(i * 1s));
+    }
+    EXPECT_FALSE(writer.flush());
+    setrlimit(RLIMIT_FSIZE, &before);
+    signal(SIGXFSZ, SIG_DFL);
+    EXPECT_EQ(writer.fullReason(), "File too large");
+    EXPECT_EQ(writer.size(), content().size());
+    EXPECT_GT(Recording::load(path_).size(), 5U);
+}
+
+// ---- Reading ----
+
+Recording read(const std::string &text) { return Recording::read(text, "x.rec"); }
+
+TEST(RecordingText, may_have_a_byte_order_mark_carriage_returns_and_no_last_line_end)
+{
+    const Recording recording =
+        read("\xEF\xBB\xBFkvo-recording 1\r\nstart 2026-11-22T14:00:00Z\r\n\r\n# edited\r\n1 note \"x\"");
+    ASSERT_EQ(recording.size(), 1U);
+    EXPECT_TRUE(recording.line(0) == Line(Note{1s, "x"}));
+    EXPECT_EQ(recording.lineNumber(0), 5U);
+}
+
+struct Mistake {
+    const char *name;
+    std::string text;
+    const char *message;
+};
+
+void PrintTo(const Mistake &row, std::ostream *out) { *out << row.name; }
+
+const Mistake kMistakes[] = {
+    {"empty", "", "x.rec:1: the file ends before its \"kvo-recording\" line"},
+    {"another_kind_of_file", "{\"json\": 1}\n", "x.rec:1: expected an offset in seconds"},
+    {"no_version", "start 2026-11-22T14:00:00Z\n", "x.rec:1: expected \"kvo-recording 1\" as the first line"},
+    {"newer_version", "kvo-recording 2\nfrobnicate\n",
+     "x.rec:1: version 2 of the format; this program reads version 1, use a newer one"},
+    {"version_zero", "kvo-recording 0\n", "x.rec:1: version 0 of the format"},
+    {"second_version", std::string(kHead) + "kvo-recording 1\n", "x.rec:3: a second \"kvo-recording\""},
+    {"no_start", "kvo-recording 1\n1 note \"x\"\n", "x.rec:2: expected \"start\" with a time in UTC"},
+    {"ends_before_the_start", "kvo-recording 1\n", "x.rec:2: the file ends before its \"start\" line"},
+    {"second_start", std::string(kHead) + "start 2026-11-22T14:00:00Z\n", "x.rec:3: a second \"start\""},
+    {"program_that_is_not_declared", std::string(kHead) + "1 ask 7 > <\n", "x.rec:3: no \"process 7\" precedes this line"},
+    {"program_twice", std::string(kHead) + "process 1 1 \"a\"\nprocess 1 2 \"b\"\n",
+     "x.rec:4: each program needs a number of its own"},
+    {"program_zero", std::string(kHead) + "process 0 1 \"a\"\n", "x.rec:3: each program needs a number of its own, from 1"},
+    {"cut_line", std::string(kHead) + "1 ask 0 > \"getVer", "x.rec:3: the quoted text \"\\\"getVer\" is not complete"},
+};
+
+class MistakenRecording : public testing::TestWithParam<Mistake> {};
+
+TEST_P(MistakenRecording, is_refused_with_its_line)
+{
+    EXPECT_THAT([] { read(GetParam().text); }, ThrowsMessage<RecordingError>(StartsWith(GetParam().message)));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, MistakenRecording, testing::ValuesIn(kMistakes),
+                         [](const auto &info) { return info.param.name; });
+
+TEST(RecordingText, that_cannot_be_read_names_the_file)
+{
+    EXPECT_THAT([] { Recording::load("/nonexistent/x.rec"); },
+                ThrowsMessage<std::system_error>(HasSubstr("/nonexistent/x.rec: No such file or directory")));
+}
+
+}  // namespace

@@ -1,10 +1,14 @@
-# The sources of common and common/station. The tools and the fuzzers are built from this list.
+# The sources of common, common/station and common/recording. The tools and the fuzzers are built from this list.
 set(common_sources
   control_client.cpp
   dotted_address.cpp
   listening_socket.cpp
   lock_file.cpp
   platform_check.cpp
+  recording/escape.cpp
+  recording/line.cpp
+  recording/recording.cpp
+  recording/writer.cpp
   service_probe.cpp
   station/properties.cpp
   station/property.cpp

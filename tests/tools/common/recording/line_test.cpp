@@ -57,7 +57,7 @@ TEST_P(WrittenLine, is_read_with_a_carriage_return)
     EXPECT_TRUE(parse(std::string(GetParam().text) + '\r') == GetParam().line);
 }
 
-INSTANTIATE_TEST_SUITE_P(All, WrittenLine, testing::ValuesIn(kWritten), [](const auto &info) { return info.param.name; });
+INSTANTIATE_TEST_SUITE_P(All, WrittenLine, testing::ValuesIn(kWritten), [](const auto &row) { return row.param.name; });
 
 // ---- Lines that people write ----
 
@@ -117,7 +117,7 @@ TEST_P(MistakenLine, is_explained)
     EXPECT_THAT([] { parse(GetParam().text); }, ThrowsMessage<LineError>(HasSubstr(GetParam().message)));
 }
 
-INSTANTIATE_TEST_SUITE_P(All, MistakenLine, testing::ValuesIn(kMistakes), [](const auto &info) { return info.param.name; });
+INSTANTIATE_TEST_SUITE_P(All, MistakenLine, testing::ValuesIn(kMistakes), [](const auto &row) { return row.param.name; });
 
 // ---- Quoted texts ----
 
@@ -166,7 +166,7 @@ TEST_P(QuotedBytes, are_read_back)
     EXPECT_EQ(rest, "");
 }
 
-INSTANTIATE_TEST_SUITE_P(All, QuotedBytes, testing::ValuesIn(kBytes), [](const auto &info) { return info.param.name; });
+INSTANTIATE_TEST_SUITE_P(All, QuotedBytes, testing::ValuesIn(kBytes), [](const auto &row) { return row.param.name; });
 
 TEST(Quoting, of_every_byte_is_printable_and_is_read_back)
 {

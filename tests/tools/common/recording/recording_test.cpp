@@ -198,8 +198,7 @@ TEST_P(MistakenRecording, is_refused_with_its_line)
     EXPECT_THAT([] { read(GetParam().text); }, ThrowsMessage<RecordingError>(StartsWith(GetParam().message)));
 }
 
-INSTANTIATE_TEST_SUITE_P(All, MistakenRecording, testing::ValuesIn(kMistakes),
-                         [](const auto &info) { return info.param.name; });
+INSTANTIATE_TEST_SUITE_P(All, MistakenRecording, testing::ValuesIn(kMistakes), [](const auto &row) { return row.param.name; });
 
 TEST(RecordingText, that_cannot_be_read_names_the_file)
 {

@@ -2,6 +2,7 @@
 
 #include "common/recording/escape.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstdio>
@@ -233,27 +234,42 @@ Value takeName(Words &words, const std::array<std::string_view, kCount> &names, 
 
 Version parseVersion(Words &words) { return {takeNumber<unsigned>(words, "the version of the format, such as 1")}; }
 
+/// Whether @p text has a digit wherever @p pattern has a zero, and is the same elsewhere.
+bool matches(std::string_view text, std::string_view pattern)
+{
+    return std::equal(text.begin(), text.end(), pattern.begin(), pattern.end(), [](char character, char wanted) {
+        return wanted == '0' ? character >= '0' && character <= '9' : character == wanted;
+    });
+}
+
+std::optional<StartTime> startTime(std::string_view text)
+{
+    constexpr std::string_view kMinutes = "0000-00-00T00:00:";
+    if (!matches(text.substr(0, kMinutes.size()), kMinutes) || !text.ends_with('Z')) {
+        return std::nullopt;
+    }
+    const auto part = [&](std::size_t at, std::size_t length) { return number<unsigned>(text.substr(at, length)).value_or(0); };
+    const std::chrono::year_month_day date{std::chrono::year(static_cast<int>(part(0, 4))), std::chrono::month(part(5, 2)),
+                                           std::chrono::day(part(8, 2))};
+    const std::chrono::hours hour(part(11, 2));
+    const std::chrono::minutes minute(part(14, 2));
+    text.remove_prefix(kMinutes.size());
+    text.remove_suffix(1);
+    const std::optional<Microseconds> rest = time(text);
+    if (!date.ok() || hour > 23h || minute > 59min || !rest || *rest >= 60s) {
+        return std::nullopt;
+    }
+    return std::chrono::sys_days(date) + hour + minute + *rest;
+}
+
 Start parseStart(Words &words)
 {
-    int year = 0;
-    unsigned month = 0;
-    unsigned day = 0;
-    unsigned hour = 0;
-    unsigned minute = 0;
-    int used = 0;
-    const std::string text(words.peek());
-    const bool read = std::sscanf(text.c_str(), "%4d-%2u-%2uT%2u:%2u:%n", &year, &month, &day, &hour, &minute, &used) == 5;
-    const std::chrono::year_month_day date{std::chrono::year(year), std::chrono::month(month), std::chrono::day(day)};
-    std::optional<Microseconds> rest;
-    if (read && used > 0 && text.ends_with('Z')) {
-        rest = time(
-            std::string_view(text).substr(static_cast<std::size_t>(used), text.size() - static_cast<std::size_t>(used) - 1));
-    }
-    if (!rest || !date.ok() || hour > 23 || minute > 59 || *rest > 61s) {
+    const std::optional<StartTime> time = startTime(words.peek());
+    if (!time) {
         words.fail("a time in UTC, such as 2026-11-22T14:00:00.000000Z");
     }
     words.word();
-    return {std::chrono::sys_days(date) + std::chrono::hours(hour) + std::chrono::minutes(minute) + *rest};
+    return {*time};
 }
 
 Process parseProcess(Words &words)

@@ -19,6 +19,18 @@ namespace {
     throw std::runtime_error(what + ": " + std::generic_category().message(errno));
 }
 
+/// Makes a system call, again if a signal interrupts it. Because of its time limit, the socket reports an interruption even after a
+/// process was only stopped and continued, as with Ctrl-Z.
+template <class Call>
+auto uninterrupted(Call call)
+{
+    auto result = call();
+    while (result < 0 && errno == EINTR) {
+        result = call();
+    }
+    return result;
+}
+
 Descriptor connectTo(const std::string &path, Timeout timeout)
 {
     sockaddr_un address{};
@@ -29,7 +41,10 @@ Descriptor connectTo(const std::string &path, Timeout timeout)
     const timeval limit{.tv_sec = seconds, .tv_usec = 0};  // 0 means no timeout
     setsockopt(connection.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     setsockopt(connection.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
-    if (connect(connection.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
+    const auto connected = [&] {
+        return connect(connection.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address);
+    };
+    if (uninterrupted(connected) != 0) {
         if (errno == ENOENT || errno == ECONNREFUSED) {
             throw NoSimulator("no simulator is running (no process listens at " + path +
                               "); start one with \"kvosim serve\", or work inside \"kvosim run\"");
@@ -41,13 +56,14 @@ Descriptor connectTo(const std::string &path, Timeout timeout)
 
 std::string exchange(const Descriptor &connection, const std::string &line)
 {
-    if (send(connection.get(), line.data(), line.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(line.size())) {
+    const auto sent = [&] { return send(connection.get(), line.data(), line.size(), MSG_NOSIGNAL); };
+    if (uninterrupted(sent) != static_cast<ssize_t>(line.size())) {
         fail("cannot send to the simulator");
     }
     std::string reply;
     std::array<char, 4096> piece{};
     while (!reply.ends_with('\n')) {
-        const ssize_t count = recv(connection.get(), piece.data(), piece.size(), 0);
+        const ssize_t count = uninterrupted([&] { return recv(connection.get(), piece.data(), piece.size(), 0); });
         if (count < 0) {
             fail("the simulator does not answer");
         }

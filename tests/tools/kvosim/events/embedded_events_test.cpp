@@ -42,14 +42,6 @@ bool waitForListeners(std::size_t count)
     return support::eventually([=] { return tools::askSimulator({{"do", "status"}})["event_listeners"] == count; });
 }
 
-std::string receive(const Client &client, std::size_t size)
-{
-    std::string text(size, '\0');
-    const ssize_t count = recv(client.get(), text.data(), size, MSG_WAITALL);
-    text.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
-    return text;
-}
-
 TEST(EmbeddedEvents, are_sent_to_every_listener)
 {
     const RunningService service;
@@ -58,8 +50,8 @@ TEST(EmbeddedEvents, are_sent_to_every_listener)
     const Client second(kEventSocket);
     ASSERT_TRUE(waitForListeners(2));
     EXPECT_EQ(publish("key, F2"), 2U);
-    EXPECT_EQ(receive(first, 8), "key, F2\n");
-    EXPECT_EQ(receive(second, 8), "key, F2\n");
+    EXPECT_EQ(first.receive(8), "key, F2\n");
+    EXPECT_EQ(second.receive(8), "key, F2\n");
 }
 
 TEST(EmbeddedEvents, a_disconnected_listener_is_not_counted)
@@ -81,7 +73,7 @@ TEST(EmbeddedEvents, bytes_from_a_listener_are_ignored)
     ASSERT_TRUE(waitForListeners(1));
     listener.send(std::string(100'000, 'x'));
     EXPECT_EQ(publish("key, F1"), 1U);
-    EXPECT_EQ(receive(listener, 8), "key, F1\n");
+    EXPECT_EQ(listener.receive(8), "key, F1\n");
 }
 
 TEST(EmbeddedEvents, a_listener_that_does_not_read_is_disconnected)
@@ -95,12 +87,12 @@ TEST(EmbeddedEvents, a_listener_that_does_not_read_is_disconnected)
     std::size_t published = 0;
     for (; published < 1000 && listeners == 2; ++published) {
         listeners = publish(text);
-        EXPECT_EQ(receive(reader, text.size() + 1), text + '\n');
+        EXPECT_EQ(reader.receive(text.size() + 1), text + '\n');
     }
     EXPECT_EQ(listeners, 1U);
     EXPECT_GT(published * text.size(), kvosim::EmbeddedEvents::kMaxUnread);
     EXPECT_EQ(publish("key, F1"), 1U);
-    EXPECT_EQ(receive(reader, 8), "key, F1\n");
+    EXPECT_EQ(reader.receive(8), "key, F1\n");
     EXPECT_THAT(idle.receiveAll(), testing::Not(testing::EndsWith("(nothing more came)")))
         << "it receives the end of the connection";
 }
@@ -124,7 +116,7 @@ TEST(EmbeddedEvents, alive_is_sent_automatically)
     const RunningService service(kvosim_test::kSmallPlant, options);
     const Client listener(kEventSocket);
     const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(receive(listener, 14), "Alive?\nAlive?\n");
+    EXPECT_EQ(listener.receive(14), "Alive?\nAlive?\n");
     EXPECT_GE(std::chrono::steady_clock::now() - start, 1s);
 }
 
@@ -134,7 +126,7 @@ TEST(EmbeddedEvents, alive_is_not_sent_automatically_if_disabled)
     const Client listener(kEventSocket);
     EXPECT_EQ(listener.receiveAll(1200ms), "(nothing more came)");
     EXPECT_EQ(publish("Alive?"), 1U);
-    EXPECT_EQ(receive(listener, 7), "Alive?\n");
+    EXPECT_EQ(listener.receive(7), "Alive?\n");
 }
 
 // ---- Texts ----

@@ -132,6 +132,22 @@ TEST(RemoteProgram, exits_with_status_1_without_a_reply)
     EXPECT_EQ(ended.err, "kvosim: no reply within 1 s\n");
 }
 
+TEST(RemoteProgram, still_waits_for_the_reply_after_it_was_stopped_and_continued)
+{
+    const Serving serving({"--remote", "3"});
+    ASSERT_TRUE(serving.ready);
+    Agent agent;
+    Program asking({KVOSIM_PROGRAM, "remote", "ask", "3", "ping"});
+    ASSERT_EQ(agent.receiveLine(), "001:ping\r\n");
+    std::this_thread::sleep_for(100ms);  // it waits by now
+    asking.signal(SIGSTOP);
+    std::this_thread::sleep_for(100ms);
+    asking.signal(SIGCONT);
+    agent.send("001:pong\r\n");
+    EXPECT_EQ(asking.wait(), 0) << asking.err();
+    EXPECT_EQ(asking.out(), "pong\n");
+}
+
 TEST(RemoteProgram, names_a_port_that_is_in_use)
 {
     const Serving first({"--remote", "3"});
@@ -222,9 +238,7 @@ TEST(EventProgram, sends_alive_at_the_interval_of_the_option)
     ASSERT_TRUE(serving.ready);
     const Client listener("/tmp/kvo_hws/event_sock");
     const auto start = std::chrono::steady_clock::now();
-    std::string text(14, '\0');
-    EXPECT_EQ(recv(listener.get(), text.data(), text.size(), MSG_WAITALL), 14);
-    EXPECT_EQ(text, "Alive?\nAlive?\n");
+    EXPECT_EQ(listener.receive(14), "Alive?\nAlive?\n");
     const auto waited = std::chrono::steady_clock::now() - start;
     EXPECT_GE(waited, 900ms) << "not at once";
     EXPECT_LT(waited, 8s) << "without the option the first one comes after 10 s";

@@ -36,6 +36,22 @@ public:
         return ::send(socket_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
     }
 
+    /// Receives @p size bytes, or fewer if the service closes the connection.
+    [[nodiscard]] std::string receive(std::size_t size) const
+    {
+        std::string received(size, '\0');
+        std::size_t filled = 0;
+        while (filled < size) {
+            const ssize_t count = recv(socket_.get(), received.data() + filled, size - filled, 0);
+            if (count <= 0) {
+                break;
+            }
+            filled += static_cast<std::size_t>(count);
+        }
+        received.resize(filled);
+        return received;
+    }
+
     /// Receives everything until the service closes the connection. Adds a note if nothing arrives for @p timeout.
     [[nodiscard]] std::string receiveAll(std::chrono::milliseconds timeout = std::chrono::seconds(5)) const
     {

@@ -45,13 +45,19 @@ done)sh");
 
 TEST(AgentSimulation, pushes_to_the_remote_service)
 {
+    // After the reply to the first request has arrived, it takes a moment until the agent accepts a line.
     const Exited ended = simulated({"--remote", "3"}, R"sh(
-{ until "$KVOSIM" remote ask 3 ping > /dev/null 2>&1; do sleep 0.1; done; echo "screen changed"; } |
-"$KVOCTL" agent run --focus 10.0.0.5 --remote 127.0.0.1 --session 3 | grep -m 1 pushed
-"$KVOSIM" remote log)sh");
+out=$TMPDIR/out
+{
+    until "$KVOSIM" remote ask 3 ping > /dev/null 2>&1; do sleep 0.1; done
+    until grep -qs ^pushed "$out"; do echo "screen changed"; sleep 0.1; done
+} | "$KVOCTL" agent run --focus 10.0.0.5 --remote 127.0.0.1 --session 3 > "$out" &
+until grep -s -m 1 ^pushed "$out"; do sleep 0.1; done
+until "$KVOSIM" remote log | grep -o "I01:.*"; do sleep 0.1; done
+kill -TERM $!
+wait $!)sh");
     EXPECT_EQ(ended.status, 0) << ended.err;
-    EXPECT_THAT(ended.out, testing::StartsWith("pushed text=\"screen changed\"\n"));
-    EXPECT_THAT(ended.out, HasSubstr("I01:screen changed"));
+    EXPECT_THAT(lines(ended.out), testing::ElementsAre("pushed text=\"screen changed\"", "I01:screen changed"));
 }
 
 TEST(AgentSimulation, passes_the_whole_check)

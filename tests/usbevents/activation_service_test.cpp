@@ -39,6 +39,7 @@ using usbevents_test::activate;
 using usbevents_test::activateV2;
 using usbevents_test::Activation;
 using usbevents_test::anySet;
+using usbevents_test::Clock;
 using usbevents_test::closeEvents;
 using usbevents_test::Codes;
 using usbevents_test::kState;
@@ -58,12 +59,13 @@ TEST_F(Activation, waits_for_the_service_without_a_timeout)
         return std::string(request == "isInitComplete" ? (complete ? "yes" : "no") : "ok");
     })});
     const EventRecorder recorder;
+    const auto began = Clock::now();
     ASSERT_EQ(activateV2(EventRecorder::newer), 1);
-    std::this_thread::sleep_for(450ms);
+    ASSERT_TRUE(eventually([&] { return service.requests().size() >= 4; }));
     EXPECT_EQ(recorder.codes(), Codes{USB_EVENT_BEGIN}) << "nothing else";
     const auto requests = service.requests();
     EXPECT_THAT(without(requests, "isInitComplete\n"), IsEmpty());
-    EXPECT_THAT(requests.size(), testing::AllOf(testing::Ge(3U), testing::Le(6U))) << "every 100 ms";
+    EXPECT_LE(requests.size(), 1 + (Clock::now() - began) / 100ms) << "every 100 ms";
     complete = true;
     ASSERT_TRUE(recorder.waitFor(2));
     EXPECT_EQ(recorder.codes(), (Codes{USB_EVENT_BEGIN, USB_EVENT_ACTIVATED}));
@@ -99,18 +101,21 @@ TEST_F(Activation, stops_waiting_when_superseded)
 
 TEST_F(Activation, superseded_during_its_readiness_request_sends_no_other_request)
 {
-    const ScriptedService service({support::answersWith([](const std::string &request) {
+    std::atomic<bool> closed{false};
+    const ScriptedService service({support::answersWith([&](const std::string &request) {
         if (request == "isInitComplete") {
-            std::this_thread::sleep_for(700ms);
+            EXPECT_TRUE(eventually([&] { return closed.load(); }));
             return std::string("yes");
         }
         return std::string("ok");
     })});
     const EventRecorder recorder;
     ASSERT_EQ(activateV2(EventRecorder::newer), 1);
+    ASSERT_TRUE(eventually([&] { return !service.requests().empty(); }));
     EXPECT_EQ(closeEvents(), 1);
+    closed = true;
     ASSERT_TRUE(recorder.waitFor(3));
-    std::this_thread::sleep_for(800ms);
+    std::this_thread::sleep_for(300ms);
     EXPECT_THAT(service.requests(), Not(Contains("activateUSBEvents\n")));
     EXPECT_EQ(recorder.codes(), (Codes{USB_EVENT_BEGIN, USB_EVENT_BEGIN, USB_EVENT_DEACTIVATED}));
 }
@@ -118,9 +123,10 @@ TEST_F(Activation, superseded_during_its_readiness_request_sends_no_other_reques
 TEST_F(Activation, superseded_before_the_service_refuses_it_reports_nothing)
 {
     std::atomic<bool> first{true};
+    std::atomic<bool> superseded{false};
     const ScriptedService service({support::answersWith([&](const std::string &request) {
         if (request == "activateUSBEvents" && first.exchange(false)) {
-            std::this_thread::sleep_for(1500ms);
+            EXPECT_TRUE(eventually([&] { return superseded.load(); }));
             return std::string("failed");
         }
         return std::string(request == "isInitComplete" ? "yes" : "ok");
@@ -129,8 +135,9 @@ TEST_F(Activation, superseded_before_the_service_refuses_it_reports_nothing)
     ASSERT_EQ(activateV2(EventRecorder::newer), 1);
     ASSERT_TRUE(eventually([&] { return !first; }));
     ASSERT_EQ(activateV2(EventRecorder::newer), 1);
+    superseded = true;
     ASSERT_TRUE(recorder.waitFor(3));
-    std::this_thread::sleep_for(500ms);
+    std::this_thread::sleep_for(300ms);
     EXPECT_EQ(recorder.codes(), (Codes{USB_EVENT_BEGIN, USB_EVENT_BEGIN, USB_EVENT_ACTIVATED}));
     EXPECT_EQ(usbServerReply(kState), "ok\n");
 }

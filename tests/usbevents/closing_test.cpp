@@ -28,6 +28,7 @@ using support::MessagesOn;
 using support::onOwnThread;
 using support::RecordedEvent;
 using support::ScriptedService;
+using support::serverState;
 using support::setServerState;
 using support::SyslogCapture;
 using support::usbServerReply;
@@ -79,7 +80,8 @@ TEST_F(Closing, waits_100_ms_for_the_service)
     const auto start = Clock::now();
     EXPECT_EQ(closeEvents(), 1);
     EXPECT_GE(Clock::now() - start, 150ms) << "50 of them for finding that no other server runs";
-    EXPECT_EQ(recorder.codes(), (Codes{USB_EVENT_BEGIN, USB_EVENT_DEACTIVATED})) << "the service has replied by then";
+    EXPECT_TRUE(recorder.waitFor(2));
+    EXPECT_EQ(recorder.codes(), (Codes{USB_EVENT_BEGIN, USB_EVENT_DEACTIVATED}));
 }
 
 TEST_F(Closing, fails_if_the_server_does_not_stop)
@@ -164,7 +166,7 @@ TEST_F(Closing, supersedes_an_activation_at_once)
     ASSERT_EQ(activateV2(EventRecorder::newer), 1);
     std::thread closing([] { EXPECT_EQ(closeEvents(), 1); });
     EXPECT_TRUE(recorder.waitFor(2));
-    std::this_thread::sleep_for(50ms);
+    EXPECT_TRUE(eventually([] { return serverState() != NOTIFY_RUNNING; }));
     complete = true;  // before the server has ended and the close returns
     closing.join();
     EXPECT_TRUE(eventually([] { return !anySet(); }));

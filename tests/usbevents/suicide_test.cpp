@@ -9,6 +9,7 @@
 #include "support/usb_events.h"
 #include "usbevents/connection.h"
 
+#include <atomic>
 #include <chrono>
 #include <cstring>
 #include <filesystem>
@@ -116,9 +117,10 @@ TEST_F(Suicide, stops_a_running_server_after_the_connection_is_closed)
 TEST_F(Suicide, does_not_affect_an_activation_made_during_its_request)
 {
     std::filesystem::create_directories("/tmp/kvo_hws");
-    const support::ScriptedService service({support::answersWith([](const std::string &request) {
-        if (request == "deactivateUSBEvents") {
-            std::this_thread::sleep_for(500ms);
+    std::atomic<bool> activated{false};
+    const support::ScriptedService service({support::answersWith([&](const std::string &request) {
+        if (request == "deactivateUSBEvents" && !activated) {
+            EXPECT_TRUE(support::eventually([&] { return activated.load(); }));
         }
         return std::string(request == "isInitComplete" ? "yes" : "ok");
     })});
@@ -128,6 +130,7 @@ TEST_F(Suicide, does_not_affect_an_activation_made_during_its_request)
     connection.send("suicide\n");
     ASSERT_TRUE(support::eventually([&] { return !service.requests().empty(); }));
     EXPECT_EQ(support::onOwnThread([] { return KVO_HWS_activateUSBEventsV2(EventRecorder::newer); }), 1);
+    activated = true;
     EXPECT_EQ(connection.answer(), "ok\n");
     ASSERT_TRUE(recorder.waitFor(3));
     std::this_thread::sleep_for(200ms);

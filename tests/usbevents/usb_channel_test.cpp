@@ -167,12 +167,15 @@ TEST_F(UsbChannel, a_command_that_is_too_long_or_gets_no_socket_fails_without_th
 TEST_F(UsbChannel, a_server_that_starts_meanwhile_is_reached)
 {
     std::unique_ptr<ScriptedService> server;
-    std::thread late([&server] {
-        std::this_thread::sleep_for(25ms);
-        server = std::make_unique<ScriptedService>(std::vector<support::Script>{support::replies("ok")}, kUsbSocket);
-    });
+    int attempts = 0;
+    const support::WithSystemCalls calls({.connect = [&](int, const sockaddr *, socklen_t) {
+        if (++attempts == 3) {
+            server = std::make_unique<ScriptedService>(std::vector<support::Script>{support::replies("ok")}, kUsbSocket);
+        }
+        return support::kPassThrough;
+    }});
     EXPECT_EQ(sendCommand("suicide").result, 1);
-    late.join();
+    EXPECT_EQ(attempts, 3);
 }
 
 TEST_F(UsbChannel, exchanges_wait_for_each_other_but_not_for_the_command_channel)

@@ -232,7 +232,19 @@ Value takeName(Words &words, const std::array<std::string_view, kCount> &names, 
     words.fail(wanted);
 }
 
-Version parseVersion(Words &words) { return {takeNumber<unsigned>(words, "the version of the format, such as 1")}; }
+/// The rest of the line of a newer version has an unknown form, and is skipped.
+Version parseVersion(Words &words)
+{
+    constexpr const char *kWanted = "the version of the format, such as 1";
+    if (words.peek() == "0") {
+        words.fail(kWanted);
+    }
+    const Version version{takeNumber<unsigned>(words, kWanted)};
+    while (version.number > kVersion && !words.atEnd()) {
+        words.word();
+    }
+    return version;
+}
 
 /// Whether @p text has a digit wherever @p pattern has a zero, and is the same elsewhere.
 bool matches(std::string_view text, std::string_view pattern)
@@ -256,7 +268,7 @@ std::optional<StartTime> startTime(std::string_view text)
     text.remove_prefix(kMinutes.size());
     text.remove_suffix(1);
     const std::optional<Microseconds> rest = time(text);
-    if (!date.ok() || hour > 23h || minute > 59min || !rest || *rest >= 60s) {
+    if (!date.ok() || date.year() < 1970y || hour > 23h || minute > 59min || !rest || *rest >= 60s) {
         return std::nullopt;
     }
     return std::chrono::sys_days(date) + hour + minute + *rest;

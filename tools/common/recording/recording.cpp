@@ -12,6 +12,11 @@ namespace {
 
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
+LineError notARecording()
+{
+    return LineError("expected \"" + format(Version{}) + "\" as the first line; this file is not a recording");
+}
+
 /// Checks the order of the lines: the version comes first, then the start, and programs before the exchanges that name them.
 class Order {
 public:
@@ -25,8 +30,7 @@ public:
             return;
         }
         if (!hasVersion_) {
-            throw LineError("expected \"kvo-recording " + std::to_string(kVersion) +
-                            "\" as the first line; this file is not a recording");
+            throw notARecording();
         }
         if (std::holds_alternative<Start>(line)) {
             if (hasStart_) {
@@ -49,6 +53,9 @@ public:
         }
     }
 
+    /// Of the lines before the version, only empty lines and comments are valid.
+    [[nodiscard]] bool hasVersion() const noexcept { return hasVersion_; }
+
     void checkEnd() const
     {
         if (!hasVersion_ || !hasStart_) {
@@ -62,9 +69,10 @@ private:
         if (hasVersion_) {
             throw LineError("a second \"kvo-recording\"; only the first line names the version");
         }
-        if (version.number == 0 || version.number > kVersion) {
-            throw LineError("version " + std::to_string(version.number) + " of the format; this program reads version " +
-                            std::to_string(kVersion) + ", use a newer one");
+        if (version.number > kVersion) {
+            throw LineError("version " + std::to_string(version.number) +
+                            " of the format is newer than this program, which reads version " + std::to_string(kVersion) +
+                            "; use a newer program");
         }
         hasVersion_ = true;
     }
@@ -72,6 +80,19 @@ private:
     bool hasVersion_ = false;
     bool hasStart_ = false;
 };
+
+/// Another kind of file is not explained with the mistakes of its first line.
+Line parseBeforeVersion(std::string_view text)
+{
+    try {
+        return parse(text);
+    } catch (const LineError &) {
+        if (text.find("kvo-recording") == std::string_view::npos) {
+            throw notARecording();
+        }
+        throw;
+    }
+}
 
 }  // namespace
 
@@ -108,7 +129,7 @@ Recording Recording::read(std::string text, const std::string &name)
             if (lineText.size() > std::numeric_limits<uint32_t>::max()) {
                 throw LineError("a line of more than 4 GiB");
             }
-            const Line line = parse(lineText);
+            const Line line = order.hasVersion() ? parse(lineText) : parseBeforeVersion(lineText);
             order.check(line, recording.processes_);
             if (const auto *start = std::get_if<Start>(&line)) {
                 recording.start_ = start->time;

@@ -17,25 +17,35 @@ constexpr mode_t kOwnerOnly = 0600;
 
 std::string reason() { return std::strerror(errno); }
 
-Descriptor create(const std::filesystem::path &path, bool force)
+/// Removes the file that is replaced. A new file is not reached by other names of the old one, or by programs that have opened it.
+void removeOld(const std::filesystem::path &path)
 {
-    constexpr int kFlags = O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
-    Descriptor file(open(path.c_str(), kFlags | (force ? 0 : O_EXCL), kOwnerOnly));
-    if (!file.valid()) {
-        if (errno == EEXIST) {
-            throw std::runtime_error("\"" + path.string() + "\" exists; choose another name, or replace it with --force");
-        }
-        if (errno == ELOOP) {
-            throw std::runtime_error("\"" + path.string() + "\" is a link, which is not followed; name the file itself");
-        }
-        throw std::runtime_error("cannot create \"" + path.string() + "\": " + reason());
-    }
     struct stat status {};
-    if (fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    if (lstat(path.c_str(), &status) != 0) {
+        return;  // creating the file reports the reason, if there is one
+    }
+    if (S_ISLNK(status.st_mode)) {
+        throw std::runtime_error("\"" + path.string() + "\" is a link, which is not followed; name the file itself");
+    }
+    if (!S_ISREG(status.st_mode)) {
         throw std::runtime_error("\"" + path.string() + "\" is not a file; name a file");
     }
-    if (fchmod(file.get(), kOwnerOnly) != 0 || ftruncate(file.get(), 0) != 0) {
+    if (unlink(path.c_str()) != 0) {
         throw std::runtime_error("cannot replace \"" + path.string() + "\": " + reason());
+    }
+}
+
+Descriptor create(const std::filesystem::path &path, bool force)
+{
+    if (force) {
+        removeOld(path);
+    }
+    Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kOwnerOnly));
+    if (!file.valid() && errno == EEXIST) {
+        throw std::runtime_error("\"" + path.string() + "\" exists; choose another name, or replace it with --force");
+    }
+    if (!file.valid()) {
+        throw std::runtime_error("cannot create \"" + path.string() + "\": " + reason());
     }
     return file;
 }

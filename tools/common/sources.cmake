@@ -5,9 +5,12 @@ set(common_sources
   listening_socket.cpp
   lock_file.cpp
   platform_check.cpp
+  recording/anonymizer.cpp
   recording/escape.cpp
   recording/line.cpp
+  recording/private_fields.cpp
   recording/recording.cpp
+  recording/replacements.cpp
   recording/writer.cpp
   service_probe.cpp
   station/properties.cpp

@@ -1,0 +1,38 @@
+// Replaces the addresses, names and free texts of a recording, so that it can be given to others.
+#pragma once
+
+#include "common/recording/line.h"
+#include "common/recording/private_fields.h"
+#include "common/recording/replacements.h"
+
+#include <string>
+#include <string_view>
+
+namespace tools::recording {
+
+/// The same original always becomes the same replacement, in all lines that one object has seen. Keywords, results, numbers, the
+/// names of programs, times and the sizes of pieces stay, so that faults can still be found and a program's requests still fit.
+class Anonymizer {
+public:
+    /// The line with replacements. A Nothing stays empty: the text of a comment is not kept.
+    Line anonymize(const Line &line);
+    Exchange anonymize(Exchange exchange);
+    /// Only the addresses in a note are replaced.
+    Note anonymize(Note note);
+    /// A request or an event that is not part of a recording.
+    std::string anonymizeRequest(Kind kind, std::string_view request);
+
+    /// The number of different addresses that were replaced.
+    [[nodiscard]] std::size_t addresses() const noexcept { return addresses_.count(); }
+    /// The number of different names and texts that were replaced.
+    [[nodiscard]] std::size_t texts() const noexcept { return texts_.count(); }
+
+private:
+    std::string replacementOf(const PrivateField &field, std::string_view original);
+    void replace(std::vector<Piece> &pieces, const std::vector<PrivateField> &fields);
+
+    AddressReplacements addresses_;
+    TextReplacements texts_;
+};
+
+}  // namespace tools::recording

@@ -17,100 +17,44 @@ constexpr std::size_t kHexLength = 8;
 /// How the service writes an empty text in a USB event.
 constexpr std::string_view kEmptyText = "?$?\xA7?eEmMpPtTyY!\xA7!$!";
 
-/// A request and its reply. {station} is an address as eight hexadecimal digits, {n} a decimal number, {hex} a hexadecimal one,
-/// {name} and {text} are private, {part} is a number or a private text, {words} are words and numbers, {keep} stays. Lists have
-/// names of their own. Each reply may also be one of kResults.
+/// A request and its reply, for those that are not only keywords, numbers and a station as the last argument. {station} is an address
+/// as eight hexadecimal digits, {n} a decimal number, {hex} a hexadecimal one, {name} and {text} are private, {part} is a number or
+/// a private text, {words} are words and numbers, {keep} stays. Lists have names of their own. Each reply may also be one of
+/// kResults.
 struct Form {
     std::string_view request;
     std::string_view reply{};
 };
 
 constexpr Form kForms[] = {
-    // The service. Its version and the path of its registry describe the product, and are needed to find faults.
+    // These describe the product and its hardware, and are needed to find faults.
     {"setDebugLevel=DEBUG_LEVEL_{keep}"},
     {"getDebugLevel", "DEBUG_LEVEL_{keep}"},
-    {"lockKVORegData"},
-    {"unlockKVORegData"},
-    {"setBacklight={n}"},
-    {"setBrightness={n} {station}"},
-    {"isInitComplete"},
-    {"killDaemon"},
     {"getVersion", "{keep}"},
     {"getregistrypath", "{keep}"},
-    {"activateUSBEvents"},
-    {"deactivateUSBEvents"},
-    {"isUSBEventsActivated"},
-    // The viewer
-    {"setStatusline={station},{n},{n},{text}"},
-    {"reboot={station}"},
-    {"isViewerActive={station}", "active"},
-    {"activateMe={station}"},
-    {"startViewer=\"{name}:{part}:{part}\" {station}"},
-    {"startConfiguredViewer=\"{name}:{n}\" {station}"},
-    {"stopViewer={station}"},
-    {"stopViewerPreempt={station}"},
-    {"stopViewerNoClean={station}"},
-    {"getCurServer={station}", "vncserver={name}:{part}"},
-    // Panel settings
-    {"setBacklightBrightness={n} {station}"},
-    {"setBacklightBrightnessV2={n} {n} {station}"},
-    {"getBacklightBrightnessV2={n} {station}", "backlight-brightness-v2={n}"},
-    {"setDisableNumLock={n} {station}"},
-    {"setDisableCapsLock={n} {station}"},
-    {"getDisableNumLock={station}", "disable numlock {n}"},
+    {"getPaneOemLayout={station}", "panel-oem-layout={keep}"},
     {"getDisableCapsLock={station}", "diable capslock {n}"},  // the service's spelling
-    {"getSwCapsLock={station}", "swcapslock {n}"},
-    {"setSwCapsLock={n} {station}"},
-    {"getStationType={station}", "stationtype {n}"},
-    {"getRV4Mode={station}", "rv4mode={n}"},
-    {"setRV4Mode=\"{n}\" {station}"},
-    // Addresses. The key of a look-up is a number of a panel, which is not an address.
-    {"setMCPAddress=\"{n}\" {station}"},
-    {"setKVOIndex=\"{n}\" {station}"},
-    {"setDCKEnable=\"{n}\" {station}"},
-    {"setKVOCksIndex=\"{n}\" {station}"},
-    {"simulateMCPKey=\"{n}:{n}\" {station}"},
-    {"enableMCPKey=\"{n}:{n}\" {station}"},
-    {"getMCPAddress={station}", "mcpaddr={n}"},
-    {"getKVOIndex={station}", "kvoindex={n}"},
-    {"getDCKEnable={station}", "dckenable={n}"},
-    {"getDCKAddress={station}", "dckaddr={n}"},
-    {"getKVOCksIndex={station}", "cksindex={n}"},
+    // Hexadecimal numbers that are not addresses
     {"getIPbyMCPAddress={hex}", "ipaddr={station}"},
     {"getIPbyDCKAddress={hex}", "ipaddr={station}"},
     {"getIPbyKVOIndex={hex}", "ipaddr={station}"},
-    // Focus and channels
-    {"getKVOPriority={station}", "Priority={words}"},
-    {"getKVOStartupActive={station}", "startup-active={n}"},
-    {"getKVOStartupPrio={station}", "startup-prio={n}"},
-    {"getKVOChannelOnFocus={station}", "channel-on-focus={n}"},
+    {"getSoftkeyType={station}", "softkey-type={hex}"},
+    {"getKeyBoardCaps={station}", "keyboard-caps={hex}"},
+    {"getHardwareCaps={station}", "hardware-caps={hex}"},
+    // Names and texts
+    {"setStatusline={station},{n},{n},{text}"},
+    {"startViewer=\"{name}:{part}:{part}\" {station}"},
+    {"startConfiguredViewer=\"{name}:{n}\" {station}"},
+    {"getCurServer={station}", "vncserver={name}:{part}"},
     {"getKVOScreenOnFocus={station}", "screen-on-focus={text}"},
     {"getKVOt2m2n={station}", "{words}"},
     {"setChannelInfo=\"{text}\" {station}"},
     {"getChannelInfo={station}", "channel-info={text}"},
-    {"deleteChannelInfo={station}"},
-    // Input and display
-    {"invalidateTouch={station}"},
-    {"setCalibParam=\"{n}:{n}\" {station}"},
-    {"getCalibParam={station}", "press_thresh={n} nonlinear={n}"},
-    {"showInputDevice={station}", "{words}"},
-    {"showDPI={station}", "dpi={n}"},
-    // USB
-    {"getUsbLock={station}", "usb-lock={n}:{n}"},
     {"getUsbConnectorList", "usb-connector-list={connectors}"},
     {"getUsbConnectorListOne={station}", "usb-connector-list-one={connectors}"},
-    // Metrics. A layout is a property of the hardware.
-    {"getPaneOemLayout={station}", "panel-oem-layout={keep}"},
-    {"getSoftkeyType={station}", "softkey-type={hex}"},
-    {"getKeyBoardCaps={station}", "keyboard-caps={hex}"},
-    {"getHardwareCaps={station}", "hardware-caps={hex}"},
-    {"getPanelRotation={station}", "panel-rotation={n}"},
+    // Lists
     {"getClientList 0 {hex}", "{clients}"},
-    {"isMarovantiPanel {station}", "is-Marovanti-Panel={n}"},
-    // Station lists
-    {"getCountElemDL", "{n}"},
     {"getDLV2 {n}", "{stations}"},
-    {"getCountElemDL_Ex", "{n}"},
     {"getDL_ExV2 {n}", "{extended}"},
     {"getExDescByIP {station}", "{description}"},
     {"getExDescByName {name}", "{description}"},
@@ -173,6 +117,14 @@ bool isHexNumber(std::string_view text) noexcept { return std::ranges::all_of(te
 bool isHexAddress(std::string_view text) noexcept { return text.size() == kHexLength && isHexNumber(text); }
 bool isResult(std::string_view text) noexcept { return std::ranges::find(kResults, text) != kResults.end(); }
 
+/// Whether a word of a reply is a part of the request's keyword: "getMCPAddress" and "mcpaddr".
+bool containsWord(std::string_view keyword, std::string_view word)
+{
+    constexpr std::size_t kShortest = 4;
+    const auto lower = [](char each) { return each >= 'A' && each <= 'Z' ? static_cast<char>(each - 'A' + 'a') : each; };
+    return word.size() >= kShortest && !std::ranges::search(keyword, word, {}, lower, lower).empty();
+}
+
 /// The place of a connector, such as "X60" or "1-1.2".
 bool isPlace(std::string_view text) noexcept
 {
@@ -209,9 +161,8 @@ private:
 
     bool addField(std::string_view name, std::string_view text);
     void addText(std::string_view text, FieldKind kind);
-    void addWords(std::string_view text);
+    void addWords(std::string_view text, std::string_view keyword = {});
     void addUnknownRequest(std::string_view line);
-    void addUnknownReply(std::string_view line);
     void addUsbEvent(std::string_view line);
     void addEmbeddedEvent(std::string_view line);
     void addConnectors(std::string_view text);
@@ -242,35 +193,42 @@ void Finder::addText(std::string_view text, FieldKind kind)
     }
 }
 
-/// Words of a text with an unknown form. Numbers, results and the keys of values stay.
-void Finder::addWords(std::string_view text)
+/// Words of a text with an unknown form. Numbers, results, the keys of values, and words of the request's @p keyword stay.
+void Finder::addWords(std::string_view text, std::string_view keyword)
 {
     constexpr std::string_view kSeparators = " \t\r\n\",;:=*|()[]{}<>";
     while (!text.empty()) {
         const std::size_t length = std::min(text.find_first_of(kSeparators), text.size());
         const std::string_view word = text.substr(0, length);
         const bool isKey = length < text.size() && text[length] == '=' && std::ranges::all_of(word, isKeywordCharacter);
-        if (isHexAddress(word)) {
+        if (isNumber(word) || isResult(word) || isKey || containsWord(keyword, word)) {
+            // stays. The addresses of plants (10.x.x.x, 172.16.x.x, 192.168.x.x) have a letter when written in hexadecimal digits.
+        } else if (isHexAddress(word)) {
             add(word, FieldKind::number);
-        } else if (!isKey && !isNumber(word) && !isResult(word)) {
+        } else {
             addText(word, FieldKind::text);
         }
         text.remove_prefix(std::min(length + 1, text.size()));
     }
 }
 
-void Finder::addUnknownRequest(std::string_view line)
+std::string_view keywordOf(std::string_view request)
 {
-    const auto end = std::ranges::find_if_not(line, isKeywordCharacter);
-    const auto length = static_cast<std::size_t>(end - line.begin());
-    const bool hasKeyword = end == line.end() || *end == '=' || *end == ' ';
-    addWords(hasKeyword ? line.substr(length) : line);
+    const auto end = std::ranges::find_if_not(request, isKeywordCharacter);
+    const bool isKeyword = end == request.end() || *end == '=' || *end == ' ';
+    return isKeyword ? std::string_view(request.begin(), end) : std::string_view();
 }
 
-void Finder::addUnknownReply(std::string_view line)
+/// A keyword and arguments, of which the last may be a station.
+void Finder::addUnknownRequest(std::string_view line)
 {
-    if (!isResult(line)) {
-        addWords(line);
+    line.remove_prefix(keywordOf(line).size());
+    const std::size_t rest = line.size() > kHexLength ? line.size() - kHexLength : 0;
+    const std::string_view last = line.substr(rest);
+    const bool hasStation = rest > 0 && isHexAddress(last) && (line[rest - 1] == ' ' || line[rest - 1] == '=');
+    addWords(hasStation ? line.substr(0, rest) : line);
+    if (hasStation) {
+        add(last, FieldKind::number);
     }
 }
 
@@ -464,7 +422,7 @@ void Finder::addReply(Kind kind, std::string_view request)
     Finder ignored(request);
     const Form *form = kind == Kind::ask ? findForm(ignored, firstLine(request)) : nullptr;
     if (!isResult(line) && (form == nullptr || form->reply.empty() || !match(line, form->reply))) {
-        addUnknownReply(line);
+        addWords(line, keywordOf(request));
     }
     addWords(text_.substr(line.size()));
 }
@@ -498,12 +456,6 @@ std::vector<PrivateField> addressesIn(std::string_view text)
         at = end;
     }
     return fields;
-}
-
-bool isKnownRequest(std::string_view request)
-{
-    Finder finder(request);
-    return findForm(finder, request) != nullptr;
 }
 
 }  // namespace tools::recording

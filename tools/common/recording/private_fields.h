@@ -24,17 +24,15 @@ struct PrivateField {
     std::optional<std::size_t> lengthOffset{};  ///< of the eight hexadecimal digits that contain the field's length
 };
 
-/// The private fields of what the asking side has sent, in the order of their offsets.
+/// The private fields of what the asking side has sent, in the order of their offsets. In a request of an unknown form, everything
+/// except its keyword and numbers is private.
 std::vector<PrivateField> fieldsOfRequest(Kind kind, std::string_view request);
 
-/// The private fields of a reply to @p request.
+/// The private fields of a reply to @p request. In a reply of an unknown form, everything is private except results, numbers, the
+/// keys of values, and words of the request's keyword.
 std::vector<PrivateField> fieldsOfReply(Kind kind, std::string_view request, std::string_view reply);
 
 /// The dotted addresses in a text for people.
 std::vector<PrivateField> addressesIn(std::string_view text);
-
-/// Whether the form of a request to the service, without its line end, is known. In other requests, everything except keywords and
-/// numbers counts as private.
-bool isKnownRequest(std::string_view request);
 
 }  // namespace tools::recording

@@ -79,6 +79,9 @@ def main(project, folder, kvoctl, kvosim):
     configuration = shown(folder / 'man5/kvo_hws.conf.5')
     for key in ('InternalInterface', 'jdl_name', 'registry_path', 'backlight_brightness'):
         assert key in configuration, f'kvo_hws.conf(5) lacks {key}'
+    recording = shown(folder / 'man5/kvo-recording.5')
+    for text in ('start time', 'offset ask number', '\\n, \\r, \\t', 'removeUSBdevice*192.0.2.1*text1xxxxxx*1-1.2*\\n'):
+        assert text in recording, f'kvo-recording(5) lacks {text}'
     print(f'{len(pages)} pages, {names} names of the library')
 
 

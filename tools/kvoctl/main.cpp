@@ -4,6 +4,7 @@
 #include "kvoctl/doctor/doctor.h"
 #include "kvoctl/families/families.h"
 #include "kvoctl/output/display_text.h"
+#include "kvoctl/recording/anonymize.h"
 
 #include <kvo_hws/runtime.h>
 
@@ -94,6 +95,7 @@ int main(int argc, char **argv)
         kvoctl::addEventCommands(commandLine);
         kvoctl::addServiceCommands(commandLine);
         kvoctl::addDoctor(commandLine);
+        kvoctl::addAnonymize(commandLine);
         commandLine.addHelp();
         return kvoctl::runReporting(commandLine, {argv + 1, argv + argc});
     } catch (const std::exception &error) {

@@ -26,7 +26,7 @@ public:
 
     /// The number of a program. Writes its line when it is new.
     unsigned numberOf(int64_t pid, const std::string &name);
-    /// Adds an Exchange or a Note. Returns false if the file is full; isFull() then has the reason.
+    /// Adds a line. Returns false if the file is full; fullReason() then has the reason.
     bool add(const Line &line);
     /// Writes what is still in memory. Returns false if the file is full.
     bool flush();

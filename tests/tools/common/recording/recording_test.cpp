@@ -209,6 +209,24 @@ TEST_P(MistakenRecording, is_refused_with_its_line)
 
 INSTANTIATE_TEST_SUITE_P(All, MistakenRecording, testing::ValuesIn(rows("file_mistakes")), nameOf);
 
+TEST(PageAboutRecordings, shows_a_valid_recording_as_the_writer_would_write_it)
+{
+    std::ifstream file(RECORDING_PAGE);
+    const std::string page((std::istreambuf_iterator<char>(file)), {});
+    const std::string begin = "\n```\n";
+    const std::size_t at = page.find(begin);
+    ASSERT_NE(at, std::string::npos);
+    const std::string text = page.substr(at + begin.size(), page.find("```", at + begin.size()) - at - begin.size());
+    const Recording recording = Recording::read(text, "recording.md");
+    EXPECT_EQ(recording.size(), 6U);
+    std::string written;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        written += format(parse(line)) + '\n';
+    }
+    EXPECT_EQ(written, text);
+}
+
 TEST(RecordingText, that_cannot_be_read_names_the_file)
 {
     EXPECT_THAT([] { Recording::load("/nonexistent/x.rec"); },

@@ -206,7 +206,7 @@ INSTANTIATE_TEST_SUITE_P(Rows, WrongValue, testing::ValuesIn(kWrongValues), [](c
 
 std::set<std::string> allCommands()
 {
-    std::set<std::string> commands{"agent check", "doctor", "panel show"};
+    std::set<std::string> commands{"agent check", "anonymize", "doctor", "panel show"};
     for (const FunctionCommand &row : functionCommands()) {
         commands.insert(row.command);
     }

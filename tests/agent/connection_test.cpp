@@ -271,7 +271,7 @@ TEST_F(Connection, is_tried_every_second_while_no_process_listens)
         return tries.size() >= 4;
     }));
     for (std::size_t next = 1; next < 4; ++next) {
-        EXPECT_THAT(tries[next] - tries[next - 1], AllOf(Ge(1s), Lt(2s)));
+        EXPECT_THAT(tries[next] - tries[next - 1], AllOf(Ge(1s), Lt(3s)));
     }
     auto texts = threadTexts(capture);
     texts.resize(7);

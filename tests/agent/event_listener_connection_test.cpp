@@ -157,16 +157,18 @@ TEST_F(EventListener, stops_while_it_pauses)
     Listening listening;
     std::atomic<bool> pauses{false};
     const WithSystemCalls calls{{.select = [&, own = std::this_thread::get_id()](timeval *time) {
-        pauses = pauses || (std::this_thread::get_id() != own && time->tv_sec + time->tv_usec >= 1);
+        if (std::this_thread::get_id() != own && time->tv_sec * 1'000'000 + time->tv_usec > 500'000) {
+            pauses = true;
+            time->tv_sec = 60;
+        }
         return support::kPassThrough;
     }}};
     ASSERT_TRUE(service.accept());
     service.stopSending();
     ASSERT_TRUE(eventually([&] { return pauses.load(); }));
     std::this_thread::sleep_for(50ms);
-    const auto began = Clock::now();
     EXPECT_EQ(listening.stop(), 1);
-    EXPECT_LE(Clock::now() - began, 800ms) << "before its pause of one second is over";
+    EXPECT_TRUE(eventually(isFree)) << "it still pauses";
 }
 
 TEST_F(EventListener, pauses_for_the_full_time_despite_signals)
@@ -216,14 +218,14 @@ TEST_F(EventListener, limits_connects_to_a_service_that_closes_at_once)
         return support::kPassThrough;
     }}};
     Listening listening;
-    const auto until = Clock::now() + 2500ms;
-    while (Clock::now() < until) {
+    const auto began = Clock::now();
+    while (Clock::now() < began + 2500ms) {
         if (service.accept(50ms)) {
             service.closeAll();
         }
     }
     EXPECT_GE(connects, 2);
-    EXPECT_LE(connects, 4) << "one per second";
+    EXPECT_LE(connects, 2 + (Clock::now() - began) / 1s) << "one per second";
     listening.stop();
 }
 

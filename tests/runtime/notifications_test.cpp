@@ -102,7 +102,7 @@ TEST(WaitNotify, sleeps_for_its_time)
     const auto taken = timeOf([&] { result = WaitNotify(&record, 20); });
     EXPECT_EQ(result, 0);
     EXPECT_GE(taken, 20ms);
-    EXPECT_LT(taken, 500ms);
+    EXPECT_LT(taken, 5s);
 }
 
 TEST(WaitNotify, splits_its_time_into_seconds_and_microseconds)

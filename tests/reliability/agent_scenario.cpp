@@ -59,7 +59,7 @@ private:
         for (const char *request : {"001:ping", "stop-viewer", "get-rv4mode"}) {
             run.note(request, ask(request));
         }
-        support::eventually([] { return std::atomic_ref(protocolNegotiated).load() != 0; }, 200ms);
+        support::eventually([] { return std::atomic_ref(protocolNegotiated).load() != 0; }, 5s);
         run.step("push", {1, -1}, [&] { return KVO_HWS_sendEmbHwsEvent(instance, "event"); });
         const std::string line = remote_.line(1s);  // the kernel sends a corked line after 200 ms at the latest
         run.note("indication",

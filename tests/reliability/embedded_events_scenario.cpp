@@ -67,7 +67,7 @@ private:
                 }
                 return received_ != 0;
             },
-            1s);
+            3s);
         return second;
     }
 

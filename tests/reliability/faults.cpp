@@ -35,6 +35,7 @@ struct Scenario {
     const Fault *fault = nullptr;
     std::array<std::array<std::atomic<int>, kCalls>, kThreads> calls{};
     std::atomic<std::size_t> threads{0};
+    std::atomic<std::size_t> running{0};  ///< threads that have not ended
     std::atomic<bool> occurred{false};
     std::atomic<bool> bytewise{false};  ///< after its fault, a scenario reads one byte at a time
 };
@@ -256,7 +257,10 @@ bool lacksMemory(std::size_t thread, const std::string &step)
 std::function<void *()> threadOf(std::function<void *()> work)
 {
     const std::size_t number = ++scenario.threads;
-    return [number, work = std::move(work)] {
+    ++scenario.running;
+    // Goes with the work when the thread has ended, or if it cannot be started.
+    const std::shared_ptr<void> ending(nullptr, [](void *) { --scenario.running; });
+    return [number, work = std::move(work), ending] {
         ownThread = number;
         if (!lacksMemory(number, {})) {
             return work();
@@ -334,6 +338,8 @@ std::vector<Site> faults::sites()
 }
 
 std::size_t faults::threads() { return scenario.threads; }
+
+std::size_t faults::runningThreads() { return scenario.running; }
 
 int faults::withMemory(const std::string &step, const std::function<int()> &work)
 {

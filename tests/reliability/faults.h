@@ -98,6 +98,9 @@ std::vector<Site> sites();
 /// The number of threads that the library created in the last scenario.
 std::size_t threads();
 
+/// How many of these threads have not ended.
+std::size_t runningThreads();
+
 /// Runs @p work with the number of allocations that the fault permits for the step.
 int withMemory(const std::string &step, const std::function<int()> &work);
 

@@ -99,12 +99,11 @@ private:
         const std::size_t before = ReceivedCodes::count();
         const int closed = onOwnThread(run, "close", {1, -8, -9}, KVO_HWS_closeUSBEvents);
         if (closed == 1) {
-            support::eventually(
-                [before] {
-                    return ReceivedCodes::any({USB_EVENT_DEACTIVATED, USB_EVENT_REFUSED, USB_EVENT_NO_SERVICE}, before) &&
-                           !eventsAreSet();
-                },
-                300ms);
+            support::eventually([before] {
+                const bool reported =
+                    ReceivedCodes::any({USB_EVENT_DEACTIVATED, USB_EVENT_REFUSED, USB_EVENT_NO_SERVICE}, before);
+                return (reported && !eventsAreSet()) || faults::runningThreads() == 0;
+            });
         }
     }
 

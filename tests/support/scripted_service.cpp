@@ -1,5 +1,7 @@
 #include "support/scripted_service.h"
 
+#include "support/eventually.h"
+
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -108,6 +110,15 @@ std::vector<std::string> ScriptedService::requests() const
 {
     const std::lock_guard lock(lock_);
     return requests_;
+}
+
+bool ScriptedService::hasNoMoreRequests() const
+{
+    return eventually([this] {
+        const std::size_t before = requests().size();
+        std::this_thread::sleep_for(200ms);
+        return requests().size() == before;
+    });
 }
 
 void ScriptedService::serve(const std::vector<Script> &scripts)

@@ -54,6 +54,8 @@ public:
 
     /// All requests so far in order, each with its line feed.
     [[nodiscard]] std::vector<std::string> requests() const;
+    /// Waits until no request has arrived for 200 ms. Returns false after 10 s.
+    [[nodiscard]] bool hasNoMoreRequests() const;
 
 private:
     void serve(const std::vector<Script> &scripts);

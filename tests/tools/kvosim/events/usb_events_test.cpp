@@ -8,6 +8,7 @@
 
 #include <kvo_hws/kvo_hws.h>
 
+#include <atomic>
 #include <gmock/gmock.h>
 #include <vector>
 
@@ -306,7 +307,11 @@ TEST(UsbEvents, end_with_the_service_while_the_receiver_is_silent)
 
 TEST(UsbEvents, that_are_pending_are_not_sent_after_a_deactivation)
 {
-    const UsbReceiver receiver({support::staysSilent(1s)});
+    std::atomic<bool> deactivated{false};
+    const UsbReceiver receiver({support::answersWith([&](const std::string &) {
+        EXPECT_TRUE(support::eventually([&] { return deactivated.load(); }, 3s)) << "kvosim waits 4 s for the reply";
+        return std::string("ok");
+    })});
     std::vector<Client> waiting;
     for (int i = 0; i < 3; ++i) {
         waiting.emplace_back(tools::kControlSocket);
@@ -315,6 +320,7 @@ TEST(UsbEvents, that_are_pending_are_not_sent_after_a_deactivation)
     }
     ASSERT_TRUE(support::eventually([&] { return receiver.requests().size() == 1 && devicesPluggedIn() == 3; }));
     EXPECT_EQ(exchange("deactivateUSBEvents\n"), "ok\n");
+    deactivated = true;
     EXPECT_THAT(waiting[0].receiveAll(), HasSubstr(R"("delivery":"delivered")"));
     EXPECT_THAT(waiting[1].receiveAll(), HasSubstr(R"("delivery":"not activated")"));
     EXPECT_THAT(waiting[2].receiveAll(), HasSubstr(R"("delivery":"not activated")"));

@@ -71,14 +71,14 @@ TEST(UsbStorm, does_not_delay_other_clients)
 {
     const UsbReceiver receiver;
     const Client client(tools::kControlSocket);
-    client.send(R"({"do": "usb.storm", "count": 4000})"
+    client.send(R"({"do": "usb.storm", "count": 100000})"
                 "\n");
     ASSERT_TRUE(support::eventually([&] { return receiver.requests().size() > 10; }));
     const auto began = Clock::now();
     EXPECT_EQ(exchange("getVersion\n"), "V09.08\n");
     EXPECT_EQ(tools::askSimulator({{"do", "usb.refuse"}, {"station", "10.0.0.5"}})["delivery"], "delivered");
-    EXPECT_LT(Clock::now() - began, 1s);
-    EXPECT_LT(receiver.requests().size(), 4000U) << "the storm should still be running";
+    EXPECT_LT(Clock::now() - began, 4s);
+    EXPECT_LT(receiver.requests().size(), 100'000U) << "the storm should still be running";
 }
 
 TEST(UsbStorm, counts_events_that_are_not_delivered)
@@ -123,10 +123,7 @@ TEST(UsbStorm, ends_when_the_client_disconnects)
                   "\n");
         ASSERT_TRUE(support::eventually([&] { return receiver.requests().size() >= 5; }));
     }
-    std::this_thread::sleep_for(100ms);
-    const std::size_t sent = receiver.requests().size();
-    std::this_thread::sleep_for(200ms);
-    EXPECT_EQ(receiver.requests().size(), sent);
+    EXPECT_TRUE(receiver.hasNoMoreRequests());
 }
 
 TEST(UsbStorm, ends_with_the_service)

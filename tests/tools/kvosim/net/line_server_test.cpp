@@ -10,10 +10,12 @@
 #include <chrono>
 #include <filesystem>
 #include <gmock/gmock.h>
+#include <linux/sockios.h>
 #include <list>
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <sys/ioctl.h>
 #include <thread>
 #include <vector>
 
@@ -216,13 +218,20 @@ TEST(LineServer, does_not_wait_long_for_a_client_to_close)
     EXPECT_TRUE(server.events().empty());
 }
 
+/// Whether the server has read everything that the client has sent.
+bool hasReadAll(const Client &client)
+{
+    int unread = 1;
+    return ioctl(client.get(), SIOCOUTQ, &unread) == 0 && unread == 0;
+}
+
 TEST(LineServer, closes_the_longest_idle_connection_for_a_new_one)
 {
     EchoServer server({.connections = 8});
     std::list<Client> idle;
     for (int i = 0; i < 8; ++i) {
         idle.emplace_back(server.path()).send("half");
-        std::this_thread::sleep_for(2ms);
+        ASSERT_TRUE(eventually([&] { return hasReadAll(idle.back()); }));
     }
     EXPECT_EQ(exchange("other\n", server.path()), "re: other\n");
     EXPECT_EQ(idle.front().receiveAll(), "");

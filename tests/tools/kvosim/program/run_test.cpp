@@ -155,7 +155,9 @@ INSTANTIATE_TEST_SUITE_P(Signals, RunForwards, testing::Values(SIGTERM, SIGINT),
 TEST(Run, ends_processes_that_the_command_leaves_running)
 {
     // One process that ends on SIGTERM, and one that must be killed.
-    Program run(runShell("sleep 1000 & echo $!; sh -c 'trap \"\" TERM; echo $$; while :; do sleep 0.05; done' & sleep 0.2"));
+    Program run(runShell(
+        "sleep 1000 & echo $!; sh -c 'trap \"\" TERM; echo $$; touch \"$TMPDIR/trapped\"; while :; do sleep 0.05; done' &"
+        " until [ -e \"$TMPDIR/trapped\" ]; do sleep 0.02; done"));
     EXPECT_EQ(run.wait(), 0);
     std::istringstream processes(run.out());
     int found = 0;

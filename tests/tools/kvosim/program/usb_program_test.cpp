@@ -188,7 +188,7 @@ TEST(UsbCommands, storm_prints_its_totals)
     exchange("activateUSBEvents\n");
     const ScriptedService receiver({replies("ok")}, kUsbSocket);
     EXPECT_THAT(runKvosim({"usb", "storm", "--count", "20", "--rate", "200"}).out,
-                ContainsRegex("^sent 20, delivered 20, failed 0, 0\\.[0-9]{3} s, [0-9]+\\.[0-9] events per second\n$"));
+                ContainsRegex("^sent 20, delivered 20, failed 0, [0-9]\\.[0-9]{3} s, [0-9]+\\.[0-9] events per second\n$"));
     EXPECT_EQ(receiver.requests().size(), 20U);
     EXPECT_EQ(tools::Json::parse(runKvosim({"usb", "storm", "--count", "2", "--json"}).out)["delivered"], 2);
 }
@@ -202,10 +202,7 @@ TEST(UsbCommands, storm_ends_on_interrupt)
     ASSERT_TRUE(support::eventually([&] { return receiver.requests().size() >= 3; }));
     storm.signal(SIGINT);
     EXPECT_EQ(storm.wait(), -SIGINT);
-    std::this_thread::sleep_for(100ms);
-    const std::size_t sent = receiver.requests().size();
-    std::this_thread::sleep_for(200ms);
-    EXPECT_EQ(receiver.requests().size(), sent);
+    EXPECT_TRUE(receiver.hasNoMoreRequests());
 }
 
 // ---- The service's process ----

@@ -85,7 +85,7 @@ TEST_F(Remote, a_connection_can_be_closed_or_reset)
 TEST_F(Remote, can_be_unavailable_for_a_time)
 {
     const auto gone = std::chrono::steady_clock::now();
-    tools::askSimulator({{"do", "remote.close"}, {"session", 3}, {"away_ms", 500}});
+    tools::askSimulator({{"do", "remote.close"}, {"session", 3}, {"away_ms", 2000}});
     EXPECT_EQ(agent.receiveLine(), "(closed)");
     EXPECT_THROW(Agent(), std::runtime_error);
     EXPECT_TRUE(sessionRow(3)["away"].get<bool>());
@@ -93,7 +93,7 @@ TEST_F(Remote, can_be_unavailable_for_a_time)
         std::this_thread::sleep_for(10ms);
         ASSERT_LT(std::chrono::steady_clock::now() - gone, 10s);
     }
-    EXPECT_GE(std::chrono::steady_clock::now() - gone, 500ms);
+    EXPECT_GE(std::chrono::steady_clock::now() - gone, 2s);
     Agent second;
     EXPECT_TRUE(waitForConnection(true));
 }
@@ -112,10 +112,10 @@ TEST_F(Remote, can_be_unavailable_repeatedly_without_an_agent)
 
 TEST_F(Remote, returns_as_soon_as_the_port_is_free)
 {
-    tools::askSimulator({{"do", "remote.close"}, {"session", 9}, {"away_ms", 100}});
+    tools::askSimulator({{"do", "remote.close"}, {"session", 9}, {"away_ms", 1000}});
     {
         const tools::Descriptor taken = kvosim::listenAt("a test", INADDR_LOOPBACK, 5859);
-        std::this_thread::sleep_for(400ms);
+        std::this_thread::sleep_for(1300ms);
         EXPECT_TRUE(sessionRow(9)["away"].get<bool>());
     }
     while (sessionRow(9)["away"].get<bool>()) {

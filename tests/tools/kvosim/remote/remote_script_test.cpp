@@ -238,8 +238,8 @@ TEST_F(ScriptRun, closes_and_waits_until_the_agent_reconnects)
 
 TEST_F(ScriptRun, goes_away_and_waits_until_the_agent_reconnects)
 {
-    auto run = runs(kBegin + "away 1\nwait-connected\n> ping\n< pong\n");
     const auto gone = std::chrono::steady_clock::now();
+    auto run = runs(kBegin + "away 1\nwait-connected\n> ping\n< pong\n");
     {
         Agent first;
         EXPECT_EQ(first.receiveLine(), "(closed)");

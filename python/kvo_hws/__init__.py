@@ -8,9 +8,9 @@
         Panel("10.0.0.5").set_backlight_brightness(20)
 
 Service sends requests that concern the service or all stations, and Panel those that concern one station. UsbEvents and
-EmbeddedEvents receive events, Agent serves a remote service, and Simulator is a simulated plant for tests. A failed request
-raises a KvoError. The library is the file that the variable KVO_HWS_LIBRARY names, otherwise the one that was installed with
-this package, otherwise the one that the system's loader finds. docs/python.md explains more.
+EmbeddedEvents receive events, Agent serves a remote service, Simulator is a simulated plant for tests, and Recording reads a
+recording. A failed request raises a KvoError. The library is the file that the variable KVO_HWS_LIBRARY names, otherwise the
+one that was installed with this package, otherwise the one that the system's loader finds. docs/python.md explains more.
 """
 
 from __future__ import annotations
@@ -67,6 +67,7 @@ from .records import (
     StationEx,
     UsbLock,
 )
+from .recording import Exchange, ExchangeEnd, ExchangeKind, Note, Piece, Process, Recording, RecordingError
 from .service import Service
 from .simulator import Simulator, UsbDelivery
 from .usb_events import (
@@ -99,6 +100,9 @@ __all__ = [
     "EmbeddedEvents",
     "EventTimeout",
     "EventsEnded",
+    "Exchange",
+    "ExchangeEnd",
+    "ExchangeKind",
     "HandheldMode",
     "InputDevices",
     "InvalidHost",
@@ -116,10 +120,15 @@ __all__ = [
     "NotAvailable",
     "NotConnected",
     "NotNegotiated",
+    "Note",
     "NullPointer",
     "OutOfRange",
     "Panel",
+    "Piece",
     "Priority",
+    "Process",
+    "Recording",
+    "RecordingError",
     "Refused",
     "ServerFailed",
     "Service",

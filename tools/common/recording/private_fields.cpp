@@ -122,7 +122,9 @@ bool containsWord(std::string_view keyword, std::string_view word)
 {
     constexpr std::size_t kShortest = 4;
     const auto lower = [](char each) { return each >= 'A' && each <= 'Z' ? static_cast<char>(each - 'A' + 'a') : each; };
-    return word.size() >= kShortest && !std::ranges::search(keyword, word, {}, lower, lower).empty();
+    const auto same = [&](char one, char other) { return lower(one) == lower(other); };
+    const bool found = std::search(keyword.begin(), keyword.end(), word.begin(), word.end(), same) != keyword.end();
+    return word.size() >= kShortest && found;
 }
 
 /// The place of a connector, such as "X60" or "1-1.2".

@@ -87,7 +87,7 @@ Line parseBeforeVersion(std::string_view text)
     try {
         return parse(text);
     } catch (const LineError &) {
-        if (text.find("kvo-recording") == std::string_view::npos) {
+        if (!text.substr(text.find_first_not_of(" \t")).starts_with("kvo-recording")) {
             throw notARecording();
         }
         throw;

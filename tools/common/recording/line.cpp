@@ -268,7 +268,8 @@ std::optional<StartTime> startTime(std::string_view text)
     text.remove_prefix(kMinutes.size());
     text.remove_suffix(1);
     const std::optional<Microseconds> rest = time(text);
-    if (!date.ok() || date.year() < 1970y || hour > 23h || minute > 59min || !rest || *rest >= 60s) {
+    if (!date.ok() || date.year() < std::chrono::year(1970) || hour > std::chrono::hours(23) ||
+        minute > std::chrono::minutes(59) || !rest || *rest >= 60s) {
         return std::nullopt;
     }
     return std::chrono::sys_days(date) + hour + minute + *rest;

@@ -374,7 +374,6 @@ class _Reader:
             end = next((end for end in ExchangeEnd if words.take(end.value)), None)
         if end is None:
             raise words.mistake('"closed", "left", "reset" or "open"')
-        words.require_end()
         if number != 0 and number not in self.processes:
             raise _Mistake(f'no "process {number}" precedes this line')
         return Exchange(offset, kind, self.processes.get(number), request, ended, reply, end, pause)

@@ -56,6 +56,7 @@ Writer::Writer(std::filesystem::path path, const Options &options, StartTime sta
     : path_(std::move(path)), options_(options), file_(create(path_, options.force))
 {
     if (!add(Version{}) || !add(Start{start}) || !flush()) {
+        unlink(path_.c_str());  // without these lines it is not a recording
         throw std::runtime_error("cannot write \"" + path_.string() + "\": " + fullReason_);
     }
 }

@@ -141,6 +141,13 @@ TEST_F(RecordingFile, ends_with_a_whole_line_at_its_largest_size)
     EXPECT_EQ(Recording::load(path_).size(), static_cast<std::size_t>(count));
 }
 
+TEST_F(RecordingFile, is_not_left_without_its_first_lines)
+{
+    EXPECT_THAT([&] { Writer(path_, {.force = false, .maxSize = 20}, kStart); },
+                ThrowsMessage<std::runtime_error>(HasSubstr("its largest size of 20 bytes")));
+    EXPECT_FALSE(std::filesystem::exists(path_));
+}
+
 TEST_F(RecordingFile, stays_valid_when_the_disk_is_full)
 {
     Writer writer(path_, {}, kStart);

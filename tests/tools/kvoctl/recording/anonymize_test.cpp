@@ -2,6 +2,9 @@
 #include "tools/kvoctl/support/kvoctl.h"
 #include "tools/kvosim/support/temporary_directory.h"
 
+#include <cerrno>
+#include <cstring>
+#include <sys/mount.h>
 #include <sys/stat.h>
 
 namespace kvoctl_test {
@@ -126,6 +129,26 @@ TEST_F(Anonymize, refuses_json_without_an_output_file)
 TEST_F(Anonymize, refuses_force_without_an_output_file)
 {
     EXPECT_THAT(kvoctl({"anonymize", input_, "--force"}).err, StartsWith("kvoctl: anonymize: --force requires --output\n"));
+}
+
+TEST_F(Anonymize, leaves_the_beginning_on_a_full_file_system)
+{
+    std::ofstream input(input_, std::ios::app);
+    for (int i = 0; i < 4000; ++i) {
+        input << "5 ask 0 > \"getVersion\\n\" <\n";
+    }
+    input.close();
+    const std::string small = folder_ / "small";
+    std::filesystem::create_directory(small);
+    if (mount("tmpfs", small.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, "size=16k") != 0) {
+        GTEST_SKIP() << "skipped: no tmpfs at " << small << ": " << std::strerror(errno);
+    }
+    const Ended ended = kvoctl({"anonymize", input_, "--output", small + "/shared.rec"});
+    EXPECT_EQ(ended.status, 5);
+    EXPECT_EQ(ended.err, "kvoctl: cannot write \"" + small +
+                             "/shared.rec\": No space left on device; the file contains the beginning of the recording\n");
+    EXPECT_EQ(kvoctl({"anonymize", small + "/shared.rec"}).status, 0);
+    umount2(small.c_str(), MNT_DETACH);
 }
 
 TEST_F(Anonymize, reports_a_full_disk)

@@ -1,10 +1,12 @@
 // Anonymizing: what says something about a plant is replaced, consistently, and everything else stays.
 #include "catalogue/catalogue.h"
 #include "common/recording/anonymizer.h"
+#include "support/scripted_service.h"
 
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <map>
 #include <set>
 
 namespace {
@@ -287,6 +289,47 @@ TEST(EveryRequestOfTheLibrary, has_the_same_replacements_in_any_pieces)
             ASSERT_EQ(result.reply.size(), 2U);
         }
     }
+}
+
+/// The replies of an exchange with replacements, by their requests.
+std::map<std::string, std::string> anonymizedReplies(const catalogue::Exchange &original)
+{
+    std::map<std::string, std::string> replies;
+    Anonymizer anonymizer;
+    for (std::size_t i = 0; i < original.commands.size() && i < original.replies.size(); ++i) {
+        const Exchange each = anonymizer.anonymize(exchange(Kind::ask, original.commands[i], original.replies[i]));
+        replies[original.commands[i]] = joined(each.reply);
+    }
+    return replies;
+}
+
+/// Replies that have another result: numbers in a form that only the library's parser accepts count as texts, and the replacement of an
+/// address is longer than the caller's buffer.
+const std::set<std::string> kOtherResults{"reply_ipaddr_0x0A000005", "reply_ipaddr_10A000005", "reply_usb_lock_1_2x",
+                                          "reply_vncserver_10_0_0_7_3_2"};
+
+TEST(EveryRequestOfTheLibrary, has_the_same_result_with_an_anonymized_reply)
+{
+    std::set<std::string> others;
+    for (const catalogue::Family &family : catalogue::families()) {
+        for (const catalogue::Request &request : family.requests) {
+            for (const catalogue::Exchange &each : request.ownExchanges()) {
+                if (each.result != 1 || each.commands.empty() || each.service != catalogue::Exchange::Service::answers) {
+                    continue;
+                }
+                const auto replies = anonymizedReplies(each);
+                const support::ScriptedService service({support::answersWith([&](const std::string &asked) {
+                    const auto known = replies.find(asked.substr(0, asked.find('\n')));
+                    return known == replies.end() ? std::string("failed\n") : known->second + '\n';
+                })});
+                catalogue::Outputs outputs = request.function().outputsFor(each.arguments, '\0');
+                if (request.function()(each.arguments, outputs) != 1) {
+                    others.insert(each.name);
+                }
+            }
+        }
+    }
+    EXPECT_EQ(others, kOtherResults);
 }
 
 }  // namespace

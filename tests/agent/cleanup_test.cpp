@@ -202,7 +202,7 @@ TEST(Cleanup, ends_an_agent_whose_connect_hangs)
     ASSERT_TRUE(eventually([&] { return connecting.load(); }));
     const auto began = Clock::now();
     EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), 1);
-    EXPECT_LE(Clock::now() - began, 3s);
+    EXPECT_LE(Clock::now() - began, 4500ms);
     EXPECT_THAT(capture.texts(), Not(Contains(HasSubstr("Emb-KVO connected"))));
 }
 
@@ -269,7 +269,7 @@ TEST(Cleanup, ends_an_agent_that_pauses_after_a_connection)
     const SyslogCapture capture;
     const auto began = Clock::now();
     EXPECT_EQ(KVO_HWS_cleanupEmbHwsClient(instance), 1);
-    EXPECT_LE(Clock::now() - began, 3s);
+    EXPECT_LE(Clock::now() - began, 4500ms);
     EXPECT_THAT(capture.texts(), Not(Contains(HasSubstr("hmi_close_x")))) << "the connection is already closed";
     EXPECT_THAT(capture.texts(), Contains(AllOf(HasSubstr("threadID["), EndsWith("] terminates with -1"))));
 }
@@ -338,7 +338,7 @@ TEST(Cleanup, may_be_called_by_the_callback)
     const auto began = Clock::now();
     EXPECT_EQ(remote.ask("stop-viewer"), "ok") << "the reply is still sent";
     EXPECT_TRUE(eventually([] { return !isRunning(); }));
-    EXPECT_LE(Clock::now() - began, 2s) << "it does not wait for its own thread";
+    EXPECT_LE(Clock::now() - began, 5s) << "it does not wait for its own thread";
     EXPECT_EQ(result, -1);
     EXPECT_EQ(startResult, -8);
     EXPECT_EQ(gCmdCallback, nullptr);

@@ -139,7 +139,7 @@ TEST_F(HostileRemote, that_resumes_reading_in_time_loses_nothing)
         std::this_thread::sleep_for(200ms);
         return now == std::exchange(before, now);
     }));
-    std::this_thread::sleep_for(2500ms);
+    std::this_thread::sleep_for(1200ms);  // longer than one wait of the agent; after 4 s it would close the connection
     stalled = true;
     const int stuck = pushed;
     for (int event = 0; event <= stuck; ++event) {

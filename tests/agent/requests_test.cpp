@@ -225,7 +225,7 @@ TEST_F(Requests, in_pieces_do_not_keep_the_processor_busy)
     const auto start = std::chrono::steady_clock::now();
     hmiconn_process_one_request(&own.session);
     EXPECT_GE(std::chrono::steady_clock::now() - start, 10ms);
-    EXPECT_LE(std::chrono::steady_clock::now() - start, 100ms);
+    EXPECT_LE(std::chrono::steady_clock::now() - start, 3s);
 }
 
 TEST_F(Requests, detect_that_the_remote_side_is_gone)

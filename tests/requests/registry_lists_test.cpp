@@ -366,7 +366,7 @@ TEST_F(RegistryLists, the_lock_is_given_up_after_the_timeout_without_an_unlock)
     const auto taken = std::chrono::steady_clock::now() - start;
     EXPECT_GE(taken, 990ms) << "the clock counts whole milliseconds";
     EXPECT_LT(taken, 4s);
-    EXPECT_GT(requests.size(), 10U);
+    EXPECT_GT(requests.size(), 4U) << "two requests, and several for the lock";
     EXPECT_EQ(requests.back(), "lockKVORegData\n");
 }
 

@@ -117,7 +117,7 @@ TEST_F(CacheReader, times_out_silently_after_the_callers_time)
     int result = 0;
     EXPECT_THAT(timeOf([&] { result = CachedLine(pair.fd(), cache, 1200).result; }), AllOf(Ge(1190ms), Lt(3000ms)));
     EXPECT_EQ(result, -5);
-    EXPECT_LT(timeOf([&] { result = CachedLine(pair.fd(), cache, 0).result; }), 500ms);
+    EXPECT_LT(timeOf([&] { result = CachedLine(pair.fd(), cache, 0).result; }), 3s);
     EXPECT_EQ(result, -5);
     EXPECT_THAT(capture.lines(), IsEmpty());
 }

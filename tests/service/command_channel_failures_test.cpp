@@ -54,7 +54,7 @@ TEST(CommandChannel, reports_a_missing_service_after_one_attempt)
     const Exchange exchange("getVersion");
     EXPECT_EQ(exchange.result, -2);
     EXPECT_EQ(exchange.text(), "(null)");
-    EXPECT_LT(exchange.taken, 1s);
+    EXPECT_LT(exchange.taken, 3s);
     EXPECT_THAT(capture.texts(), ElementsAre("command socket - can not connect to socket"));
 }
 

@@ -1,11 +1,11 @@
 // The step that stops a USB event server.
 #include <kvo_hws/service.h>
 
+#include "support/counted_pauses.h"
 #include "support/failing_allocations.h"
 #include "support/own_thread.h"
 #include "support/scripted_service.h"
 #include "support/syslog_capture.h"
-#include "support/system_calls.h"
 #include "support/usb_events.h"
 #include "usbevents/usb_channel_fixture.h"
 
@@ -26,7 +26,6 @@ using support::ScriptedService;
 using support::serverState;
 using support::setServerState;
 using support::SyslogCapture;
-using support::WithSystemCalls;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::Ge;
@@ -39,14 +38,9 @@ using KillServer = usbevents_test::UsbChannel;
 TEST_F(KillServer, reaches_any_listening_server)
 {
     const ScriptedService server({support::replies("ok")}, kUsbSocket);
-    std::atomic<int> pauses{0};
-    const WithSystemCalls calls({.clockNanosleep = [&](const timespec *time) {
-        const bool isPause = time->tv_sec > 0 || time->tv_nsec >= 100'000'000;
-        pauses += support::calledByLibrary() && isPause ? 1 : 0;
-        return support::kPassThrough;
-    }});
+    const support::CountedPauses pauses(100ms);
     EXPECT_EQ(timed(KillUsbServer).result, 1);
-    EXPECT_EQ(pauses, 0) << "no server of this process had to be waited for";
+    EXPECT_EQ(pauses.count(), 0) << "no server of this process had to be waited for";
     EXPECT_THAT(server.requests(), ElementsAre("suicide\n"));
 }
 

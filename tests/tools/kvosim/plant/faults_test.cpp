@@ -119,12 +119,12 @@ TEST(FaultOnTheWire, delay_sends_the_reply_late)
 
 TEST(FaultOnTheWire, delay_does_not_affect_other_clients)
 {
-    const RunningService service(plantWith("command = \"getVersion\"\nkind = \"delay\"\ndelay_ms = 400\n"));
+    const RunningService service(plantWith("command = \"getVersion\"\nkind = \"delay\"\ndelay_ms = 2000\n"));
     const Client late;
     late.send("getVersion\n");
     const auto started = std::chrono::steady_clock::now();
     EXPECT_EQ(exchange("isInitComplete\n"), "yes\n");
-    EXPECT_LT(std::chrono::steady_clock::now() - started, 300ms);
+    EXPECT_LT(std::chrono::steady_clock::now() - started, 1900ms);
     EXPECT_EQ(late.receiveAll(), "V09.08\n");
 }
 

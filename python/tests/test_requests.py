@@ -235,7 +235,7 @@ def test_the_usb_lock_is_set_with_a_datagram(simulator: Simulator) -> None:
 
 
 def test_other_threads_run_during_a_slow_request(simulator: Simulator) -> None:
-    simulator.add_fault("delay", "getVersion", delay_ms=300)
+    simulator.add_fault("delay", "getVersion", delay_ms=1500)
     thread = threading.Thread(target=Service().get_version)
     thread.start()
     iterations = 0

@@ -233,7 +233,7 @@ TEST_F(OpenSocket, is_closed_before_the_connect_if_it_was_idle_for_20_millisecon
     awaitPause();
     // The next try follows at least one second after the first.
     giveSocketActiveAt({.tv_sec = firstTry.tv_sec + 1, .tv_usec = firstTry.tv_usec - 20'000});
-    ASSERT_TRUE(eventually([&] { return std::ranges::count(capture.texts(), kNextTry) == 2; }));
+    ASSERT_TRUE(eventually([&] { return std::ranges::count(capture.texts(), kNextTry) >= 2; }));
     const auto texts = threadTexts(capture);
     const auto second = std::ranges::find(texts.begin() + 2, texts.end(), kThread + "connect to 127.0.0.1");
     ASSERT_GE(texts.end() - second, 5);

@@ -1,5 +1,6 @@
 // Stations as programs see them through the library: values that were set can be read back, and every result that the service
 // can cause.
+#include "support/eventually.h"
 #include "tools/kvosim/commands/simulation.h"
 #include "tools/kvosim/support/running_service.h"
 
@@ -10,7 +11,6 @@
 #include <chrono>
 #include <climits>
 #include <cstring>
-#include <thread>
 #include <vector>
 
 namespace {
@@ -50,7 +50,7 @@ TEST(LibraryStations, start_and_stop_the_viewer_and_report_its_server)
 
 TEST(LibraryStations, take_the_focus_show_a_status_line_and_reboot)
 {
-    RunningService service("[service]\nfocus_hold_ms = 60000\n" + plantWith("reboot_time_ms = 150\nviewer = \"nc1:3\""));
+    RunningService service("[service]\nfocus_hold_ms = 60000\n" + plantWith("reboot_time_ms = 2000\nviewer = \"nc1:3\""));
     EXPECT_EQ(KVO_HWS_setActivateMe(kA), 1);
     EXPECT_EQ(KVO_HWS_setActivateMe(kB), 0);
     EXPECT_EQ(KVO_HWS_setStatusline(kA, 1, 4294967295, "Hello, \"you\""), 1);
@@ -60,8 +60,7 @@ TEST(LibraryStations, take_the_focus_show_a_status_line_and_reboot)
     EXPECT_EQ(KVO_HWS_getDescriptionEx(kA, nullptr, &record), 0);
     EXPECT_EQ(KVO_HWS_isMarovantiPanel(kA), -4);
     EXPECT_EQ(KVO_HWS_setActivateMe(kB), 1) << "the station lost the focus";
-    std::this_thread::sleep_for(std::chrono::milliseconds(200));
-    EXPECT_EQ(KVO_HWS_isViewerActive(kA), 0);
+    EXPECT_TRUE(support::eventually([] { return KVO_HWS_isViewerActive(kA) == 0; }));
     EXPECT_EQ(KVO_HWS_getDescriptionEx(kA, nullptr, &record), 1);
     EXPECT_EQ(KVO_HWS_setStatusline(kA, 1, 4294967295, "Hello, \"you\""), 1);
     EXPECT_EQ(service.stop().findPanel(kA)->statusLine, "Hello, \"you\"");

@@ -1,11 +1,11 @@
 // Several requests to the stations of one plant: values that were set can be read back, and change no other station.
+#include "support/eventually.h"
 #include "tools/kvosim/commands/simulation.h"
 #include "tools/kvosim/support/named_row.h"
 
 #include <chrono>
 #include <gmock/gmock.h>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace {
@@ -160,11 +160,10 @@ TEST(StationCommands, focus_is_kept_for_its_time)
 
 TEST(StationCommands, station_is_back_after_its_reboot)
 {
-    Simulation simulation(plantWith("reboot_time_ms = 60"));
+    Simulation simulation(plantWith("reboot_time_ms = 1500"));
     EXPECT_EQ(simulation.ask("reboot=0A000005"), "ok");
     EXPECT_EQ(simulation.ask("isViewerActive=0A000005"), "failed");
-    std::this_thread::sleep_for(std::chrono::milliseconds(80));
-    EXPECT_EQ(simulation.ask("isViewerActive=0A000005"), "not active");
+    EXPECT_TRUE(support::eventually([&] { return simulation.ask("isViewerActive=0A000005") == "not active"; }));
 }
 
 TEST(StationCommands, cleaning_up_removes_the_status_line)

@@ -59,10 +59,7 @@ public:
     bool end()
     {
         exchange("end\n", path());
-        for (int i = 0; i < 400 && !ended_; ++i) {
-            std::this_thread::sleep_for(5ms);
-        }
-        return ended_;
+        return eventually([this] { return ended_.load(); });
     }
 
 private:
@@ -305,7 +302,7 @@ TEST(LineServer, sends_a_long_reply_in_pieces_of_at_least_one_kib)
 
 TEST(LineServer, ends_after_pending_replies_are_sent)
 {
-    EchoServer server;
+    EchoServer server({.shutdownTimeout = 10s});
     const Client reading(server.path());
     reading.send("large\n");
     const Client half(server.path());

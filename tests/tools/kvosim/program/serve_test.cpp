@@ -28,13 +28,17 @@ using testing::StartsWith;
 
 TEST(Serve, ends_with_its_input_if_the_option_requests_it)
 {
-    std::vector<std::string> pipeline{"sh", "-c", "{ echo ignored; sleep 1; } | \"$0\" \"$@\""};
+    const kvosim_test::TemporaryDirectory directory;
+    const std::string end = directory / "end";
+    std::vector<std::string> pipeline{"sh", "-c",
+                                      "{ echo ignored; until [ -e '" + end + "' ]; do sleep 0.02; done; } | \"$0\" \"$@\""};
     const std::vector<std::string> words = serve();
     pipeline.insert(pipeline.end(), words.begin(), words.end());
     pipeline.emplace_back("--until-input-ends");
     Program service(pipeline);
     ASSERT_TRUE(service.hasWritten(kReady)) << service.err();
     EXPECT_EQ(exchange("getVersion\n"), "V04.07.01.12\n");
+    std::ofstream{end};
     EXPECT_EQ(service.wait(), 0);
     EXPECT_FALSE(std::filesystem::exists(kSocket));
     EXPECT_THAT(service.temporaryFiles(), IsEmpty());

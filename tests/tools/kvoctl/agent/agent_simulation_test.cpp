@@ -49,8 +49,8 @@ TEST(AgentSimulation, pushes_to_the_remote_service)
     const Exited ended = simulated({"--remote", "3"}, R"sh(
 out=$TMPDIR/out
 {
-    until "$KVOSIM" remote ask 3 ping > /dev/null 2>&1; do sleep 0.1; done
-    until grep -qs ^pushed "$out"; do echo "screen changed"; sleep 0.1; done
+    for i in $(seq 90); do "$KVOSIM" remote ask 3 ping > /dev/null 2>&1 && break; sleep 0.1; done
+    for i in $(seq 90); do grep -qs ^pushed "$out" && break; echo "screen changed"; sleep 0.1; done
 } | "$KVOCTL" agent run --focus 10.0.0.5 --remote 127.0.0.1 --session 3 > "$out" &
 until grep -s -m 1 ^pushed "$out"; do sleep 0.1; done
 until "$KVOSIM" remote log | grep -o "I01:.*"; do sleep 0.1; done

@@ -80,11 +80,11 @@ TEST_F(Container, has_a_shared_run_that_removes_its_files)
 
 TEST_F(Container, has_one_shared_run_at_a_time)
 {
-    const std::string script =
-        "run() { " KVOSIM_PROGRAM " run --shared -- sh -c \"$1\"; }\n"
-        "run 'echo first; touch /tmp/begun; until grep -qs waiting /tmp/second; do sleep 0.02; done; echo ends' &\n"
-        "while [ ! -e /tmp/begun ]; do sleep 0.02; done\n"
-        "run 'echo second' 2> /tmp/second; cat /tmp/second >&2; wait; ls -d /tmp/kvo_hws";
+    const std::string script = "run() { " KVOSIM_PROGRAM " run --shared -- sh -c \"$1\"; }\n"
+                               "run 'echo first; touch /tmp/begun; for i in $(seq 900); do grep -qs waiting /tmp/second && "
+                               "break; sleep 0.02; done; echo ends' &\n"
+                               "while [ ! -e /tmp/begun ]; do sleep 0.02; done\n"
+                               "run 'echo second' 2> /tmp/second; cat /tmp/second >&2; wait; ls -d /tmp/kvo_hws";
     Program run(inside({"sh", "-c", script}));
     run.wait();
     EXPECT_EQ(run.out(), "first\nends\nsecond\n");

@@ -31,7 +31,8 @@ TEST(Serve, ends_with_its_input_if_the_option_requests_it)
     const kvosim_test::TemporaryDirectory directory;
     const std::string end = directory / "end";
     std::vector<std::string> pipeline{"sh", "-c",
-                                      "{ echo ignored; until [ -e '" + end + "' ]; do sleep 0.02; done; } | \"$0\" \"$@\""};
+                                      "{ echo ignored; for i in $(seq 900); do [ -e '" + end +
+                                          "' ] && break; sleep 0.02; done; } | \"$0\" \"$@\""};
     const std::vector<std::string> words = serve();
     pipeline.insert(pipeline.end(), words.begin(), words.end());
     pipeline.emplace_back("--until-input-ends");

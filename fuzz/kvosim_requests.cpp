@@ -124,7 +124,7 @@ using Received = std::optional<std::string>;
 /// A client that runs on the service's event loop, alternating with the service.
 class Client {
 public:
-    Client(kvosim::EventLoop &loop, std::vector<Request> requests, std::size_t piece)
+    Client(tools::EventLoop &loop, std::vector<Request> requests, std::size_t piece)
         : loop_(loop), requests_(std::move(requests)), piece_(piece), wakeup_(eventfd(1, EFD_CLOEXEC))
     {
         loop_.watch(wakeup_, EPOLLIN, [this](uint32_t) {
@@ -216,7 +216,7 @@ private:
         }
     }
 
-    kvosim::EventLoop &loop_;
+    tools::EventLoop &loop_;
     std::vector<Request> requests_;
     std::size_t piece_;
     int wakeup_;  ///< always readable, so the client runs in every round of the loop
@@ -311,7 +311,7 @@ namespace {
 
 void serve(std::vector<Request> requests, std::size_t piece)
 {
-    kvosim::EventLoop loop;
+    tools::EventLoop loop;
     kvosim::Service service(loop, kvosim::parsePlant(kPlant, "plant"),
                             {.socket = folder() / "commands",
                              .controlSocket = folder() / "control",

@@ -2,6 +2,7 @@
 set(common_sources
   control_client.cpp
   dotted_address.cpp
+  event_loop.cpp
   listening_socket.cpp
   lock_file.cpp
   platform_check.cpp
@@ -13,11 +14,13 @@ set(common_sources
   recording/replacements.cpp
   recording/writer.cpp
   service_probe.cpp
+  signals.cpp
   station/properties.cpp
   station/property.cpp
   station/readers.cpp
   station/result.cpp
   station/state.cpp
+  supervised_command.cpp
 )
 
 # The sources that the tests' sandbox and the benchmarks use.

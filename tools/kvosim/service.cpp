@@ -38,7 +38,7 @@ RemoteOptions remoteOptions(const ServiceState &plant, const ServiceOptions &opt
 
 }  // namespace
 
-Service::Service(EventLoop &loop, Plant plant, const ServiceOptions &options, std::function<void()> ended)
+Service::Service(tools::EventLoop &loop, Plant plant, const ServiceOptions &options, std::function<void()> ended)
     : loop_(loop), verbose_(options.verbose), ended_(std::move(ended)), plant_(std::move(plant)),
       registry_(options.registry), context_{.plant = plant_, .registry = registry_},
       usbEvents_(loop, context_,

@@ -43,7 +43,7 @@ class Service {
 public:
     /// Serves as soon as @p loop runs. Calls @p ended on the loop's thread when the service has ended, by itself or by end().
     /// Throws std::runtime_error if the service cannot start.
-    Service(EventLoop &loop, Plant plant, const ServiceOptions &options, std::function<void()> ended);
+    Service(tools::EventLoop &loop, Plant plant, const ServiceOptions &options, std::function<void()> ended);
 
     /// Stops accepting requests, finishes the replies that are being written, then ends. Call it on the loop's thread.
     void end();
@@ -60,7 +60,7 @@ private:
     Reply exchange(std::string_view request);
     void handleDatagram(std::string_view datagram);
 
-    EventLoop &loop_;
+    tools::EventLoop &loop_;
     bool verbose_;
     std::function<void()> ended_;
     Plant plant_;

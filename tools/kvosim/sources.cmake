@@ -2,9 +2,7 @@
 set(kvosim_modules base net plant commands events remote plant_file control)
 set(kvosim_base
   arguments.cpp
-  event_loop.cpp
   exchange_log.cpp
-  signals.cpp
 )
 set(kvosim_net
   acceptor.cpp

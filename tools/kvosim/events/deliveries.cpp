@@ -81,7 +81,7 @@ struct Deliveries::Task {
     }
 };
 
-Deliveries::Deliveries(EventLoop &loop, std::function<bool()> isActive)
+Deliveries::Deliveries(tools::EventLoop &loop, std::function<bool()> isActive)
     : loop_(loop), isActive_(std::move(isActive)), result_(std::make_shared<Result>())
 {
     if (!result_->ready.valid()) {

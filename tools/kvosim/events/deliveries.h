@@ -2,7 +2,7 @@
 // thread: one may take seconds, and the receiver may send a request to the service before it answers.
 #pragma once
 
-#include "kvosim/base/event_loop.h"
+#include "common/event_loop.h"
 
 #include <deque>
 #include <functional>
@@ -31,7 +31,7 @@ public:
 
     /// @p isActive returns whether events are activated. It is called again after each delivery: if it returns false, the
     /// waiting events are dropped. @p loop must outlive this object.
-    Deliveries(EventLoop &loop, std::function<bool()> isActive);
+    Deliveries(tools::EventLoop &loop, std::function<bool()> isActive);
     Deliveries(const Deliveries &) = delete;
     Deliveries &operator=(const Deliveries &) = delete;
     /// Waits up to one second for the delivery in progress, then leaves its thread running.
@@ -56,7 +56,7 @@ private:
     void finish();
     void dropAll(Delivery reason);
 
-    EventLoop &loop_;
+    tools::EventLoop &loop_;
     std::function<bool()> isActive_;
     bool ended_ = false;
     bool inProgress_ = false;

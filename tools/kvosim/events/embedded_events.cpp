@@ -7,7 +7,7 @@
 
 namespace kvosim {
 
-EmbeddedEvents::EmbeddedEvents(EventLoop &loop, std::filesystem::path socket, std::chrono::seconds alive,
+EmbeddedEvents::EmbeddedEvents(tools::EventLoop &loop, std::filesystem::path socket, std::chrono::seconds alive,
                                std::function<void(std::string_view line)> report, mode_t mode)
     : loop_(loop), report_(std::move(report))
 {

@@ -25,7 +25,7 @@ public:
     /// @p alive is the time between "Alive?" events, 0 for none. @p report is called for each event, and when a listener
     /// connects or disconnects. @p mode is the file mode of the socket. Throws std::runtime_error if the socket cannot be
     /// created. @p loop must outlive this object.
-    EmbeddedEvents(EventLoop &loop, std::filesystem::path socket, std::chrono::seconds alive,
+    EmbeddedEvents(tools::EventLoop &loop, std::filesystem::path socket, std::chrono::seconds alive,
                    std::function<void(std::string_view line)> report, mode_t mode = tools::kForThisUser);
     EmbeddedEvents(const EmbeddedEvents &) = delete;
     EmbeddedEvents &operator=(const EmbeddedEvents &) = delete;
@@ -42,7 +42,7 @@ private:
     void remove(uint64_t number, const std::string &reason);
     void keepAlive(std::chrono::seconds period);
 
-    EventLoop &loop_;
+    tools::EventLoop &loop_;
     std::function<void(std::string_view line)> report_;
     std::optional<tools::ListeningSocket> socket_;
     std::unique_ptr<Acceptor> acceptor_;

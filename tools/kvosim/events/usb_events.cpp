@@ -5,7 +5,7 @@
 
 namespace kvosim {
 
-UsbEvents::UsbEvents(EventLoop &loop, ServiceContext &context, Report report)
+UsbEvents::UsbEvents(tools::EventLoop &loop, ServiceContext &context, Report report)
     : loop_(loop), context_(context), report_(std::move(report)), deliveries_(loop, [this] { return activated(); })
 {
 }

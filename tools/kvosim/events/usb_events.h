@@ -17,9 +17,9 @@ public:
     using Report = std::function<void(std::string_view text, std::string_view outcome)>;
 
     /// @p loop and @p context must outlive this object.
-    UsbEvents(EventLoop &loop, ServiceContext &context, Report report);
+    UsbEvents(tools::EventLoop &loop, ServiceContext &context, Report report);
 
-    [[nodiscard]] EventLoop &loop() noexcept { return loop_; }
+    [[nodiscard]] tools::EventLoop &loop() noexcept { return loop_; }
     [[nodiscard]] Plant &plant() noexcept { return context_.plant; }
     /// Whether a program has activated the events.
     [[nodiscard]] bool activated() const noexcept { return context_.usbEventsActivated; }
@@ -33,7 +33,7 @@ public:
     void end() { deliveries_.end(); }
 
 private:
-    EventLoop &loop_;
+    tools::EventLoop &loop_;
     ServiceContext &context_;
     Report report_;
     Deliveries deliveries_;

@@ -24,14 +24,14 @@ public:
 
     void begin()
     {
-        due_ = began_ = Clock::now();
+        due_ = began_ = tools::Clock::now();
         wait();
     }
 
 private:
     void wait()
     {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(due_ - Clock::now());
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(due_ - tools::Clock::now());
         events_.loop().after(std::max(left, std::chrono::milliseconds{0}), [self = shared_from_this()] { self->step(); });
     }
 
@@ -99,7 +99,7 @@ private:
 
     void finishWith(std::string_view end)
     {
-        const std::chrono::duration<double> time = Clock::now() - began_;
+        const std::chrono::duration<double> time = tools::Clock::now() - began_;
         const double rate = time.count() > 0 ? sent_ / time.count() : 0;
         caller_.reply(tools::Json{
             {"sent", sent_},
@@ -113,8 +113,8 @@ private:
     UsbEvents &events_;
     StormParameters parameters_;
     LineServer::Caller caller_;
-    Clock::time_point began_;
-    Clock::time_point due_;
+    tools::Clock::time_point began_;
+    tools::Clock::time_point due_;
     uint32_t sent_ = 0;
     uint32_t delivered_ = 0;
     std::size_t nextIndex_ = 0;

@@ -14,7 +14,7 @@ constexpr int kMaxAcceptedAtOnce = 16;  // then other descriptors are served
 
 }  // namespace
 
-Acceptor::Acceptor(EventLoop &loop, int listener, std::function<void(tools::Descriptor connection)> onConnection)
+Acceptor::Acceptor(tools::EventLoop &loop, int listener, std::function<void(tools::Descriptor connection)> onConnection)
     : loop_(loop), listener_(listener), onConnection_(std::move(onConnection))
 {
     watch();

@@ -1,7 +1,7 @@
 // Accepts the connections of a listening socket.
 #pragma once
 
-#include "kvosim/base/event_loop.h"
+#include "common/event_loop.h"
 
 #include <functional>
 #include <memory>
@@ -12,7 +12,7 @@ class Acceptor {
 public:
     /// Calls @p onConnection on the loop's thread with each connection. @p loop and the listening socket must outlive this
     /// object.
-    Acceptor(EventLoop &loop, int listener, std::function<void(tools::Descriptor connection)> onConnection);
+    Acceptor(tools::EventLoop &loop, int listener, std::function<void(tools::Descriptor connection)> onConnection);
     Acceptor(const Acceptor &) = delete;
     Acceptor &operator=(const Acceptor &) = delete;
     ~Acceptor();
@@ -22,7 +22,7 @@ private:
     void acceptSome();
     void pause();
 
-    EventLoop &loop_;
+    tools::EventLoop &loop_;
     int listener_;
     std::function<void(tools::Descriptor connection)> onConnection_;
     bool watching_ = false;

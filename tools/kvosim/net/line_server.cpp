@@ -26,7 +26,7 @@ bool wouldBlock() noexcept { return errno == EAGAIN || errno == EWOULDBLOCK; }
 
 }  // namespace
 
-LineServer::LineServer(EventLoop &loop, std::filesystem::path path, Answer answer, std::string refusal, Report report,
+LineServer::LineServer(tools::EventLoop &loop, std::filesystem::path path, Answer answer, std::string refusal, Report report,
                        LineServerLimits limits, mode_t mode)
     : loop_(loop), answer_(std::move(answer)), refusal_(std::move(refusal)), report_(std::move(report)), limits_(limits)
 {
@@ -76,7 +76,7 @@ void LineServer::acceptSome()
         }
         const int fd = socket.get();
         setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &kSendBuffer, sizeof kSendBuffer);
-        const auto now = Clock::now();
+        const auto now = tools::Clock::now();
         connections_.insert_or_assign(
             fd, Connection{.socket = std::move(socket), .number = ++accepted_, .since = now, .lastTransfer = now});
         loop_.watch(fd, EPOLLIN, [this, fd](uint32_t events) { handleEvents(fd, events); });
@@ -111,7 +111,7 @@ void LineServer::read(Iterator it)
         }
         return;
     }
-    connection.lastTransfer = Clock::now();
+    connection.lastTransfer = tools::Clock::now();
     connection.request.append(piece.data(), static_cast<std::size_t>(count));
 
     const std::size_t end = connection.request.find('\n');
@@ -211,7 +211,7 @@ void LineServer::write(Iterator it)
             return;
         }
         connection.written += static_cast<std::size_t>(count);
-        connection.lastTransfer = Clock::now();
+        connection.lastTransfer = tools::Clock::now();
         if (connection.pause && connection.written < connection.reply.size()) {
             waitThen(it, *connection.pause, &LineServer::startWriting);
             return;
@@ -261,7 +261,7 @@ void LineServer::sweep()
     if (sweeping_) {
         return;
     }
-    dropAll([this, now = Clock::now()](const Connection &connection) { return isOverdue(connection, now); });
+    dropAll([this, now = tools::Clock::now()](const Connection &connection) { return isOverdue(connection, now); });
     if (connections_.empty()) {
         return;
     }
@@ -284,7 +284,7 @@ void LineServer::dropAll(const std::function<bool(const Connection &)> &which)
     endIfDone();
 }
 
-/// Like EventLoop::after, but does nothing if the server has been destroyed.
+/// Like tools::EventLoop::after, but does nothing if the server has been destroyed.
 void LineServer::after(std::chrono::milliseconds delay, std::function<void()> action)
 {
     loop_.after(delay, [action = std::move(action), alive = std::weak_ptr(alive_)] {
@@ -294,7 +294,7 @@ void LineServer::after(std::chrono::milliseconds delay, std::function<void()> ac
     });
 }
 
-bool LineServer::isOverdue(const Connection &connection, Clock::time_point now) const
+bool LineServer::isOverdue(const Connection &connection, tools::Clock::time_point now) const
 {
     if (connection.stage == Connection::Stage::waiting) {
         return false;

@@ -2,8 +2,8 @@
 // not read, or disappears does not delay the others.
 #pragma once
 
+#include "common/event_loop.h"
 #include "common/listening_socket.h"
-#include "kvosim/base/event_loop.h"
 
 #include <chrono>
 #include <functional>
@@ -70,7 +70,7 @@ public:
 
     /// @p refusal is the reply to a line that is too long. @p mode is the file mode of the socket. @p loop must outlive the
     /// server.
-    LineServer(EventLoop &loop, std::filesystem::path path, Answer answer, std::string refusal, Report report = {},
+    LineServer(tools::EventLoop &loop, std::filesystem::path path, Answer answer, std::string refusal, Report report = {},
                LineServerLimits limits = {}, mode_t mode = tools::kForThisUser);
     LineServer(const LineServer &) = delete;
     LineServer &operator=(const LineServer &) = delete;
@@ -84,8 +84,8 @@ private:
     struct Connection {
         tools::Descriptor socket;
         uint64_t number;  ///< unique; descriptor numbers are reused
-        Clock::time_point since;
-        Clock::time_point lastTransfer;
+        tools::Clock::time_point since;
+        tools::Clock::time_point lastTransfer;
         std::string request{};
         std::string reply{};
         std::size_t written = 0;
@@ -109,11 +109,11 @@ private:
     void dropAll(const std::function<bool(const Connection &)> &which);
     void sweep();
     void after(std::chrono::milliseconds delay, std::function<void()> action);
-    [[nodiscard]] bool isOverdue(const Connection &connection, Clock::time_point now) const;
+    [[nodiscard]] bool isOverdue(const Connection &connection, tools::Clock::time_point now) const;
     void endIfDone();
     void report(std::string_view event) const;
 
-    EventLoop &loop_;
+    tools::EventLoop &loop_;
     std::optional<tools::ListeningSocket> listener_;
     Answer answer_;
     std::string refusal_;

@@ -15,7 +15,7 @@ bool isTransient() noexcept { return errno == EAGAIN || errno == EWOULDBLOCK || 
 
 }  // namespace
 
-Stream::Stream(EventLoop &loop, tools::Descriptor socket, std::size_t capacity, Callbacks callbacks)
+Stream::Stream(tools::EventLoop &loop, tools::Descriptor socket, std::size_t capacity, Callbacks callbacks)
     : loop_(loop), socket_(std::move(socket)), capacity_(capacity), callbacks_(std::move(callbacks))
 {
     loop_.watch(socket_.get(), EPOLLIN, [this](uint32_t events) { handleEvents(events); });

@@ -1,7 +1,7 @@
 // A connected stream socket on the loop: passes received data to a callback, and keeps unsent data in a bounded buffer.
 #pragma once
 
-#include "kvosim/base/event_loop.h"
+#include "common/event_loop.h"
 
 #include <functional>
 #include <string>
@@ -19,7 +19,7 @@ public:
 
     /// @p capacity is the number of bytes that may wait to be written. @p loop must outlive this object. The destructor closes
     /// the connection.
-    Stream(EventLoop &loop, tools::Descriptor socket, std::size_t capacity, Callbacks callbacks);
+    Stream(tools::EventLoop &loop, tools::Descriptor socket, std::size_t capacity, Callbacks callbacks);
     Stream(const Stream &) = delete;
     Stream &operator=(const Stream &) = delete;
     ~Stream();
@@ -35,7 +35,7 @@ private:
     void receive();
     [[nodiscard]] bool flush();
 
-    EventLoop &loop_;
+    tools::EventLoop &loop_;
     tools::Descriptor socket_;
     std::size_t capacity_;
     Callbacks callbacks_;

@@ -40,7 +40,8 @@ std::optional<sockaddr_in> parseEndpoint(std::string_view text)
 
 bool isEndpointOrNone(std::string_view text) { return text == kNoEndpoint || parseEndpoint(text); }
 
-UdpSocket::UdpSocket(EventLoop &loop, const std::string &endpoint, std::function<void(std::string_view datagram)> onDatagram)
+UdpSocket::UdpSocket(tools::EventLoop &loop, const std::string &endpoint,
+                     std::function<void(std::string_view datagram)> onDatagram)
     : loop_(loop), onDatagram_(std::move(onDatagram)), socket_(socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0))
 {
     const auto address = parseEndpoint(endpoint);

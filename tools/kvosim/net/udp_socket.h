@@ -1,7 +1,7 @@
 // A socket that receives datagrams, and the notation of its address.
 #pragma once
 
-#include "kvosim/base/event_loop.h"
+#include "common/event_loop.h"
 
 #include <functional>
 #include <netinet/in.h>
@@ -24,7 +24,7 @@ bool isEndpointOrNone(std::string_view text);
 class UdpSocket {
 public:
     /// Calls @p onDatagram on the loop's thread with each datagram. Throws std::runtime_error if it cannot bind to @p endpoint.
-    UdpSocket(EventLoop &loop, const std::string &endpoint, std::function<void(std::string_view datagram)> onDatagram);
+    UdpSocket(tools::EventLoop &loop, const std::string &endpoint, std::function<void(std::string_view datagram)> onDatagram);
     UdpSocket(const UdpSocket &) = delete;
     UdpSocket &operator=(const UdpSocket &) = delete;
     ~UdpSocket();
@@ -35,7 +35,7 @@ public:
 private:
     void receive();
 
-    EventLoop &loop_;
+    tools::EventLoop &loop_;
     std::function<void(std::string_view datagram)> onDatagram_;
     tools::Descriptor socket_;
 };

@@ -6,13 +6,13 @@
 #include "common/completions/completion.h"
 #include "common/control_client.h"
 #include "common/dotted_address.h"
+#include "common/signals.h"
+#include "common/supervised_command.h"
 #include "kvosim/base/arguments.h"
-#include "kvosim/base/signals.h"
 #include "kvosim/plant_file/plant_file.h"
 #include "kvosim/plant_file/plant_generator.h"
 #include "kvosim/program/control_commands.h"
 #include "kvosim/program/run_directory.h"
-#include "kvosim/program/supervised_command.h"
 #include "kvosim/service.h"
 
 #include <CLI/CLI.hpp>
@@ -160,7 +160,7 @@ void addRemoteOptions(CLI::App &command, Options &options)
 }
 
 /// Ends the service at the end of standard input: the process at the other end of the pipe has closed it, or has ended.
-void endWithInput(kvosim::EventLoop &loop, kvosim::Service &service)
+void endWithInput(tools::EventLoop &loop, kvosim::Service &service)
 {
     const auto read = [&](uint32_t /*events*/) {
         std::array<char, 512> ignored{};
@@ -201,9 +201,9 @@ kvosim::Plant load(const std::string &file)
 
 int serve(const Options &options)
 {
-    kvosim::EventLoop loop;
+    tools::EventLoop loop;
     std::optional<kvosim::Service> service;
-    const kvosim::Signals signals(loop, {SIGINT, SIGTERM}, [&service](const auto &) { service->end(); });
+    const tools::Signals signals(loop, {SIGINT, SIGTERM}, [&service](const auto &) { service->end(); });
     service.emplace(loop, load(options.plant), serviceOptions(options), [&loop] { loop.stop(); });
     if (options.untilInputEnds) {
         endWithInput(loop, *service);
@@ -224,11 +224,11 @@ int run(const Options &options)
     kvosim::Plant plant =
         options.plant.empty() ? kvosim::parsePlant(kvosim::kBuiltInPlant, "built-in plant") : load(options.plant);
     const kvosim::RunDirectory place(options.shared);
-    kvosim::EventLoop loop;
+    tools::EventLoop loop;
     // If a client ends the service, the command continues.
     const kvosim::Service service(loop, std::move(plant), serviceOptions(options), [] {});
     setenv("KVO_PLATFORM_INTERFACE", "lo", 0);
-    const kvosim::SupervisedCommand command(loop, options.command, [&loop] { loop.stop(); });
+    const tools::SupervisedCommand command(loop, options.command, [&loop] { loop.stop(); });
     loop.run();
     return command.status();
 }

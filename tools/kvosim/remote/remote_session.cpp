@@ -49,7 +49,7 @@ void checkRequest(std::string_view request)
     }
 }
 
-RemoteSession::RemoteSession(EventLoop &loop, RemoteLog &log, unsigned number, uint32_t address,
+RemoteSession::RemoteSession(tools::EventLoop &loop, RemoteLog &log, unsigned number, uint32_t address,
                              std::function<void()> onSweepNeeded)
     : loop_(loop), log_(log), number_(number), address_(address), onSweepNeeded_(std::move(onSweepNeeded))
 {
@@ -100,7 +100,7 @@ void RemoteSession::disconnect(const std::string &reason)
 
 void RemoteSession::receive(std::string_view piece)
 {
-    lastReceived_ = Clock::now();
+    lastReceived_ = tools::Clock::now();
     lines_.add(piece);
     while (!lines_.isTooLong()) {
         const auto line = lines_.next(unterminatedReply());
@@ -162,7 +162,7 @@ std::string RemoteSession::unterminatedReply() const
 
 void RemoteSession::ask(std::string_view request, Tagging tagging, std::chrono::milliseconds timeout, AnswerCallback onAnswer)
 {
-    PendingRequest pending{.until = Clock::now() + timeout,
+    PendingRequest pending{.until = tools::Clock::now() + timeout,
                            .onAnswer = [onAnswer = std::move(onAnswer), timeout](const Answer &answer) {
                                const bool isTimeout = !answer.reply && answer.failure.empty();
                                onAnswer(isTimeout ? Answer{{}, "no reply within " + seconds(timeout)} : answer);
@@ -235,11 +235,11 @@ void RemoteSession::closePort(CloseMode mode, std::chrono::milliseconds time)
     if (stream_) {
         close(mode);
     }
-    portClosedUntil_ = Clock::now() + time;
+    portClosedUntil_ = tools::Clock::now() + time;
     onSweepNeeded_();
 }
 
-void RemoteSession::sweep(Clock::time_point now)
+void RemoteSession::sweep(tools::Clock::time_point now)
 {
     if (portClosedUntil_ && *portClosedUntil_ <= now) {
         reopenPort();

@@ -40,7 +40,8 @@ public:
 
     /// Listens at @p address. Calls @p onSweepNeeded when the owner must begin to call sweep() regularly, until needsSweep()
     /// returns false. Throws std::runtime_error if the port cannot be opened. @p loop and @p log must outlive this object.
-    RemoteSession(EventLoop &loop, RemoteLog &log, unsigned number, uint32_t address, std::function<void()> onSweepNeeded);
+    RemoteSession(tools::EventLoop &loop, RemoteLog &log, unsigned number, uint32_t address,
+                  std::function<void()> onSweepNeeded);
 
     [[nodiscard]] unsigned number() const noexcept { return number_; }
     [[nodiscard]] uint16_t port() const noexcept { return static_cast<uint16_t>(kFirstRemotePort + number_); }
@@ -63,7 +64,7 @@ public:
 
     /// Handles timeouts: answers requests that have waited too long, accepts a "none" after which no data came, and reopens the
     /// port after closePort().
-    void sweep(Clock::time_point now);
+    void sweep(tools::Clock::time_point now);
     /// Whether sweep() must be called again.
     [[nodiscard]] bool needsSweep() const;
 
@@ -74,7 +75,7 @@ private:
         std::string tag{};
         bool unterminatedReply = false;
         bool timedOut = false;
-        Clock::time_point until{};
+        tools::Clock::time_point until{};
         AnswerCallback onAnswer{};
         bool stripTag = false;
     };
@@ -94,18 +95,18 @@ private:
     [[nodiscard]] std::string nextTag();
     [[nodiscard]] Stream &connectedAgent();
 
-    EventLoop &loop_;
+    tools::EventLoop &loop_;
     RemoteLog &log_;
     unsigned number_;
     uint32_t address_;
     std::function<void()> onSweepNeeded_;
     tools::Descriptor listener_;
     std::unique_ptr<Acceptor> acceptor_;
-    std::optional<Clock::time_point> portClosedUntil_;  ///< until then no agent can connect
+    std::optional<tools::Clock::time_point> portClosedUntil_;  ///< until then no agent can connect
     std::unique_ptr<Stream> stream_;
     std::optional<std::string> peer_;
     AgentLines lines_;
-    Clock::time_point lastReceived_{};
+    tools::Clock::time_point lastReceived_{};
     std::deque<PendingRequest> pending_;
     unsigned lastTag_ = 0;
 };

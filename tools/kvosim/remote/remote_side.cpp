@@ -44,7 +44,7 @@ std::vector<unsigned> parseSessions(const std::string &text)
     }
 }
 
-RemoteSide::RemoteSide(EventLoop &loop, const RemoteOptions &options, std::function<void(std::string_view line)> report)
+RemoteSide::RemoteSide(tools::EventLoop &loop, const RemoteOptions &options, std::function<void(std::string_view line)> report)
     : loop_(loop), report_(std::move(report)), address_(options.address),
       log_([this](const auto &record) { onRecordAdded(record); })
 {
@@ -67,7 +67,7 @@ RemoteSession &RemoteSide::session(unsigned number)
 
 void RemoteSide::awaitLog(const LogQuery &query, OnPage onPage)
 {
-    readers_.push_back({query, Clock::now() + query.wait, std::move(onPage)});
+    readers_.push_back({query, tools::Clock::now() + query.wait, std::move(onPage)});
     sweepSoon();
 }
 
@@ -121,7 +121,7 @@ void RemoteSide::sweepSoon()
             return;
         }
         sweeping_ = false;
-        const auto now = Clock::now();
+        const auto now = tools::Clock::now();
         for (RemoteSession &session : sessions_) {
             session.sweep(now);
         }

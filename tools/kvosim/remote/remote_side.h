@@ -39,7 +39,7 @@ public:
     static constexpr std::size_t kMaxRecordsPerPage = 200;
 
     /// @p report is called with each record as a line. Throws std::runtime_error if a port cannot be opened.
-    RemoteSide(EventLoop &loop, const RemoteOptions &options, std::function<void(std::string_view line)> report);
+    RemoteSide(tools::EventLoop &loop, const RemoteOptions &options, std::function<void(std::string_view line)> report);
     RemoteSide(const RemoteSide &) = delete;
     RemoteSide &operator=(const RemoteSide &) = delete;
 
@@ -58,7 +58,7 @@ public:
 private:
     struct Reader {
         LogQuery query;
-        Clock::time_point until;
+        tools::Clock::time_point until;
         OnPage onPage;
     };
 
@@ -66,7 +66,7 @@ private:
     void answerReaders(const std::function<bool(const Reader &reader)> &which);
     void sweepSoon();
 
-    EventLoop &loop_;
+    tools::EventLoop &loop_;
     std::function<void(std::string_view line)> report_;
     std::string address_;
     RemoteLog log_;

@@ -20,11 +20,11 @@
 
 namespace {
 
-using kvosim::EventLoop;
 using kvosim::UdpSocket;
 using kvosim_test::exchange;
 using kvosim_test::RunningService;
 using testing::HasSubstr;
+using tools::EventLoop;
 
 // ---- The syntax ----
 
@@ -66,7 +66,7 @@ INSTANTIATE_TEST_SUITE_P(Table, Datagram, testing::ValuesIn(kDatagrams), kvosim_
 TEST(UsbLock, skips_a_station_that_reboots)
 {
     kvosim::Plant plant = kvosim::parsePlant(kvosim_test::kSmallPlant, "plant");
-    plant.findPanel(0x0A000005)->rebootsUntil = kvosim::Clock::now() + std::chrono::minutes(1);
+    plant.findPanel(0x0A000005)->rebootsUntil = tools::Clock::now() + std::chrono::minutes(1);
     EXPECT_FALSE(kvosim::applyUsbLock(plant, "setUsbLock=\"1:2\" 10.0.0.5\n"));
     EXPECT_TRUE(kvosim::applyUsbLock(plant, "setUsbLock=\"1:2\" 0.0.0.0\n"));
     EXPECT_EQ(plant.findPanel(0x0A000005)->usbLock, "0:0");
@@ -162,7 +162,7 @@ TEST(UsbLock, address_is_that_of_the_plant_unless_an_option_sets_it)
 
 TEST(UsbLock, port_in_use_is_an_error_unless_it_is_the_default)
 {
-    EventLoop loop;
+    tools::EventLoop loop;
     const UdpSocket first(loop, "127.0.0.1:0", [](std::string_view) {});
     const std::string taken = first.address();
     EXPECT_THAT([&] { const RunningService service("", {.usbLockAddress = taken}); },
@@ -175,7 +175,7 @@ TEST(UsbLock, port_in_use_is_an_error_unless_it_is_the_default)
 
 TEST(UsbLock, port_of_the_network_is_shared)
 {
-    EventLoop loop;
+    tools::EventLoop loop;
     const UdpSocket first(loop, "0.0.0.0:0", [](std::string_view) {});
     const UdpSocket second(loop, first.address(), [](std::string_view) {});
     EXPECT_EQ(second.address(), first.address());

@@ -16,7 +16,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-using kvosim::Clock;
+using tools::Clock;
 using kvosim_test::activateUsbEvents;
 using kvosim_test::Client;
 using kvosim_test::devicesPluggedIn;

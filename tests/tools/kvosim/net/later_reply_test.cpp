@@ -50,7 +50,7 @@ public:
 
 private:
     kvosim_test::TemporaryDirectory directory_;
-    kvosim::EventLoop loop_;
+    tools::EventLoop loop_;
     std::vector<kvosim::LineServer::Caller> callers_;
     std::atomic<int> requests_ = 0;
     kvosim::LineServer server_;

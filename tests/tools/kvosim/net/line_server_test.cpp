@@ -79,7 +79,7 @@ private:
     std::mutex lock_;
     std::vector<std::string> events_;
     std::atomic<bool> ended_ = false;
-    kvosim::EventLoop loop_;
+    tools::EventLoop loop_;
     kvosim::LineServer server_;
     std::thread thread_;
 };

@@ -18,16 +18,16 @@ using namespace std::chrono_literals;
 
 namespace {
 
-using kvosim::EventLoop;
 using kvosim::Stream;
 using tools::Descriptor;
+using tools::EventLoop;
 
 // A listening socket stays readable while the acceptor cannot accept.
 TEST(Acceptor, pauses_while_descriptors_are_exhausted)
 {
     const kvosim_test::TemporaryDirectory directory;
     const tools::ListeningSocket listener(directory / "socket");
-    EventLoop loop;
+    tools::EventLoop loop;
     bool taken = false;
     const kvosim::Acceptor acceptor(loop, listener.get(), [&](const tools::Descriptor &) {
         taken = true;
@@ -61,7 +61,7 @@ protected:
         other = tools::Descriptor(ends[1]);
     }
 
-    EventLoop loop;
+    tools::EventLoop loop;
     tools::Descriptor mine;
     tools::Descriptor other;
 };
@@ -99,7 +99,7 @@ TEST_F(Pair, a_stream_may_be_destroyed_by_its_callbacks)
 {
     for (const bool byClosing : {false, true}) {
         SetUp();
-        EventLoop own;
+        tools::EventLoop own;
         std::optional<Stream> stream;
         const auto destroy = [&] {
             stream.reset();

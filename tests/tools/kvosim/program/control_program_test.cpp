@@ -149,7 +149,7 @@ TEST(UsbLockAddress, in_use_is_an_error_if_given)
 TEST(UsbLockAddress, in_use_is_a_warning_if_it_is_the_default)
 {
     // The port is in use, either by this test or by another one.
-    kvosim::EventLoop loop;
+    tools::EventLoop loop;
     std::unique_ptr<kvosim::UdpSocket> mine;
     try {
         mine = std::make_unique<kvosim::UdpSocket>(loop, kvosim::kDefaultUsbLockAddress, [](std::string_view) {});

@@ -222,10 +222,10 @@ TEST(UsbService, ends_on_a_signal_while_a_receiver_is_silent)
     exchange("activateUSBEvents\n");
     Program plug({KVOSIM_PROGRAM, "usb", "plug", "10.0.0.5"});
     ASSERT_TRUE(support::eventually([&] { return receiver.requests().size() == 1; }));
-    const auto began = kvosim::Clock::now();
+    const auto began = tools::Clock::now();
     service.signal(SIGTERM);
     EXPECT_EQ(service.wait(), 0);
-    EXPECT_LT(kvosim::Clock::now() - began, 8s);
+    EXPECT_LT(tools::Clock::now() - began, 8s);
     EXPECT_EQ(plug.wait(), 0);
     EXPECT_THAT(plug.out(), HasSubstr("plugged in; the event was not delivered: the simulator ends\n"));
     EXPECT_THAT(service.temporaryFiles(), IsEmpty());

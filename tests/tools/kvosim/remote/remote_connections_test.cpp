@@ -267,7 +267,7 @@ TEST(RemotePorts, are_set_by_the_option_rather_than_the_plant)
 
 TEST(RemotePorts, are_named_in_the_error_if_in_use)
 {
-    kvosim::EventLoop loop;
+    tools::EventLoop loop;
     const kvosim::RemoteSide first(loop, {.sessions = {3}}, [](std::string_view) {});
     EXPECT_THAT(
         [&] {

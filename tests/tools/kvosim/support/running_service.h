@@ -67,7 +67,7 @@ public:
     }
 
 private:
-    kvosim::EventLoop loop_;
+    tools::EventLoop loop_;
     kvosim::Service service_;
     std::thread thread_;
 };

@@ -1,11 +1,11 @@
 // Receives signals through signalfd.
-#include "kvosim/base/signals.h"
+#include "common/signals.h"
 
 #include <cerrno>
 #include <sys/epoll.h>
 #include <system_error>
 
-namespace kvosim {
+namespace tools {
 
 Signals::Signals(EventLoop &loop, std::initializer_list<int> numbers, Callback callback) : loop_(loop)
 {
@@ -15,7 +15,7 @@ Signals::Signals(EventLoop &loop, std::initializer_list<int> numbers, Callback c
         sigaddset(&set, number);
     }
     pthread_sigmask(SIG_BLOCK, &set, &previous_);
-    fd_ = tools::Descriptor(signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC));
+    fd_ = Descriptor(signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC));
     if (!fd_.valid()) {
         throw std::system_error(errno, std::generic_category(), "signalfd");
     }
@@ -29,4 +29,4 @@ Signals::Signals(EventLoop &loop, std::initializer_list<int> numbers, Callback c
 
 Signals::~Signals() { loop_.unwatch(fd_.get()); }
 
-}  // namespace kvosim
+}  // namespace tools

@@ -9,7 +9,7 @@
 #include <map>
 #include <memory>
 
-namespace kvosim {
+namespace tools {
 
 using Clock = std::chrono::steady_clock;
 
@@ -40,12 +40,12 @@ private:
     void runDueActions();
     [[nodiscard]] int millisecondsToNextAction() const;
 
-    tools::Descriptor poll_;
-    tools::Descriptor wake_;
+    Descriptor poll_;
+    Descriptor wake_;
     bool stopped_ = false;
     // Shared pointers: a callback that removes itself must stay alive until it returns.
     std::map<int, std::shared_ptr<Callback>> callbacks_;
     std::multimap<Clock::time_point, std::function<void()>> actions_;
 };
 
-}  // namespace kvosim
+}  // namespace tools

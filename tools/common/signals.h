@@ -1,14 +1,14 @@
 // Delivers signals as events of the loop.
 #pragma once
 
-#include "kvosim/base/event_loop.h"
+#include "common/event_loop.h"
 
 #include <csignal>
 #include <functional>
 #include <initializer_list>
 #include <sys/signalfd.h>
 
-namespace kvosim {
+namespace tools {
 
 /// Blocks signals for the thread and passes them to a callback. They stay blocked until the process ends, so a late signal
 /// cannot interrupt the cleanup.
@@ -27,7 +27,7 @@ public:
 private:
     EventLoop &loop_;
     sigset_t previous_{};
-    tools::Descriptor fd_;
+    Descriptor fd_;
 };
 
-}  // namespace kvosim
+}  // namespace tools

@@ -1,5 +1,5 @@
 // The event loop: removed descriptors, timed actions, and its end.
-#include "kvosim/base/event_loop.h"
+#include "common/event_loop.h"
 
 #include <gtest/gtest.h>
 
@@ -30,7 +30,7 @@ struct Pipe {
 
 TEST(EventLoop, runs_timed_actions_in_order)
 {
-    kvosim::EventLoop loop;
+    tools::EventLoop loop;
     std::string order;
     loop.after(20ms, [&] { order += 'c'; });
     loop.after(1ms, [&] {
@@ -44,7 +44,7 @@ TEST(EventLoop, runs_timed_actions_in_order)
 
 TEST(EventLoop, reacts_to_a_descriptor_until_it_is_removed)
 {
-    kvosim::EventLoop loop;
+    tools::EventLoop loop;
     const Pipe pipe;
     int reactions = 0;
     loop.watch(pipe.out.get(), EPOLLIN, [&](uint32_t events) {
@@ -61,7 +61,7 @@ TEST(EventLoop, reacts_to_a_descriptor_until_it_is_removed)
 
 TEST(EventLoop, does_not_react_to_a_descriptor_that_was_removed_in_the_same_round)
 {
-    kvosim::EventLoop loop;
+    tools::EventLoop loop;
     const Pipe first;
     const Pipe second;
     int reactions = 0;
@@ -81,7 +81,7 @@ TEST(EventLoop, does_not_react_to_a_descriptor_that_was_removed_in_the_same_roun
 
 TEST(EventLoop, can_be_stopped_by_another_thread)
 {
-    kvosim::EventLoop loop;
+    tools::EventLoop loop;
     std::thread stopper([&] {
         std::this_thread::sleep_for(10ms);
         loop.stop();

@@ -1,5 +1,5 @@
 // The event loop, implemented with epoll.
-#include "kvosim/base/event_loop.h"
+#include "common/event_loop.h"
 
 #include <array>
 #include <cerrno>
@@ -7,7 +7,7 @@
 #include <sys/eventfd.h>
 #include <system_error>
 
-namespace kvosim {
+namespace tools {
 
 namespace {
 
@@ -95,4 +95,4 @@ int EventLoop::millisecondsToNextAction() const
     return left.count() > 0 ? static_cast<int>(left.count()) : 0;
 }
 
-}  // namespace kvosim
+}  // namespace tools

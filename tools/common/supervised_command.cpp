@@ -1,5 +1,5 @@
 // Manages the process of the command and all its descendants.
-#include "kvosim/program/supervised_command.h"
+#include "common/supervised_command.h"
 
 #include <cerrno>
 #include <chrono>
@@ -13,7 +13,7 @@
 #include <system_error>
 #include <thread>
 
-namespace kvosim {
+namespace tools {
 
 namespace {
 
@@ -153,4 +153,4 @@ void SupervisedCommand::collectEnded()
     }
 }
 
-}  // namespace kvosim
+}  // namespace tools

@@ -1,8 +1,8 @@
 // A command that runs together with a service. Forwards signals to it. When it ends, ends all processes that it started.
 #pragma once
 
-#include "kvosim/base/event_loop.h"
-#include "kvosim/base/signals.h"
+#include "common/event_loop.h"
+#include "common/signals.h"
 
 #include <functional>
 #include <optional>
@@ -10,7 +10,7 @@
 #include <sys/types.h>
 #include <vector>
 
-namespace kvosim {
+namespace tools {
 
 class SupervisedCommand {
 public:
@@ -35,4 +35,4 @@ private:
     pid_t process_;
 };
 
-}  // namespace kvosim
+}  // namespace tools

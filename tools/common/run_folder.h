@@ -1,6 +1,7 @@
 // Keeps the folder of the sockets during a run, such as "kvosim run". If a run made the folder, the last run removes it.
 #pragma once
 
+#include "common/guardian.h"
 #include "common/socket_folder.h"
 
 namespace tools {
@@ -18,7 +19,7 @@ public:
 
 private:
     LockedFolder folder_;
-    Descriptor guardian_;  // the connection to the guardian, a process that removes the folder
+    Guardian guardian_;  // removes the folder
 };
 
 }  // namespace tools

@@ -25,6 +25,7 @@ set(common_sources
 
 # The sources that the tests' sandbox and the benchmarks use.
 set(private_namespace_sources
+  guardian.cpp
   private_namespace.cpp
   run_folder.cpp
   socket_folder.cpp

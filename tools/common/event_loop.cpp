@@ -18,11 +18,11 @@ void check(int result, const char *step)
     }
 }
 
-void control(int poll, int operation, int fd, uint32_t events)
+void control(int poll, int operation, int fd, uint32_t number, uint32_t events)
 {
     epoll_event event{};
     event.events = events;
-    event.data.fd = fd;
+    event.data.u64 = uint64_t{number} << 32 | static_cast<uint32_t>(fd);
     check(epoll_ctl(poll, operation, fd, &event), "epoll_ctl");
 }
 
@@ -37,15 +37,19 @@ EventLoop::EventLoop() : poll_(epoll_create1(EPOLL_CLOEXEC)), wake_(eventfd(0, E
 
 void EventLoop::watch(int fd, uint32_t events, Callback callback)
 {
-    control(poll_.get(), EPOLL_CTL_ADD, fd, events);
-    callbacks_[fd] = std::make_shared<Callback>(std::move(callback));
+    const uint32_t number = ++watches_;
+    control(poll_.get(), EPOLL_CTL_ADD, fd, number, events);
+    callbacks_[fd] = {number, std::make_shared<Callback>(std::move(callback))};
 }
 
-void EventLoop::setEvents(int fd, uint32_t events) { control(poll_.get(), EPOLL_CTL_MOD, fd, events); }
+void EventLoop::setEvents(int fd, uint32_t events) 
+{
+    control(poll_.get(), EPOLL_CTL_MOD, fd, callbacks_.at(fd).number, events);
+}
 
 void EventLoop::unwatch(int fd)
 {
-    control(poll_.get(), EPOLL_CTL_DEL, fd, 0);
+    control(poll_.get(), EPOLL_CTL_DEL, fd, 0, 0);
     callbacks_.erase(fd);
 }
 
@@ -65,9 +69,9 @@ void EventLoop::run()
         for (int i = 0; i < count && !stopped_; ++i) {
             const epoll_event &event = ready[static_cast<std::size_t>(i)];
             // An earlier callback of this round may have removed the descriptor.
-            const auto found = callbacks_.find(event.data.fd);
-            if (found != callbacks_.end()) {
-                const std::shared_ptr<Callback> callback = found->second;
+            const auto found = callbacks_.find(static_cast<int>(event.data.u64 & 0xFFFFFFFF));
+            if (found != callbacks_.end() && found->second.number == event.data.u64 >> 32) {
+                const std::shared_ptr<Callback> callback = found->second.callback;
                 (*callback)(event.events);
             }
         }

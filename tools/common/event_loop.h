@@ -43,8 +43,14 @@ private:
     Descriptor poll_;
     Descriptor wake_;
     bool stopped_ = false;
-    // Shared pointers: a callback that removes itself must stay alive until it returns.
-    std::map<int, std::shared_ptr<Callback>> callbacks_;
+    // Shared pointers: a callback that removes itself must stay alive until it returns. The numbers tell the events of a closed
+    // descriptor from those of a new one that has got the same descriptor number meanwhile.
+    struct Watched {
+        uint32_t number;  // not that of an earlier watch of the same descriptor number
+        std::shared_ptr<Callback> callback;
+    };
+    std::map<int, Watched> callbacks_;
+    uint32_t watches_ = 0;
     std::multimap<Clock::time_point, std::function<void()>> actions_;
 };
 

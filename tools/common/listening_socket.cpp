@@ -5,6 +5,7 @@
 #include "common/socket_folder.h"
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <stdexcept>
 #include <string>
@@ -12,12 +13,15 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <system_error>
+#include <thread>
 
 namespace tools {
 
 namespace {
 
 constexpr int kWaitingConnections = 1024;
+constexpr std::chrono::milliseconds kLongestGiveUp{500};
+constexpr std::chrono::milliseconds kPause{10};
 
 [[noreturn]] void fail(const std::string &what, int error = errno)
 {
@@ -53,6 +57,20 @@ Descriptor ownDirectory(const std::filesystem::path &path)
     return std::move(folder.descriptor);
 }
 
+/// A tap that has the place of a service gives it up when the service has ended. That takes a moment.
+SocketState settledStateOf(const std::filesystem::path &path)
+{
+    const std::filesystem::path tapped = path.parent_path() / (kTapFilePrefix + path.filename().string());
+    const auto until = std::chrono::steady_clock::now() + kLongestGiveUp;
+    for (;;) {
+        const SocketState state = socketStateOf(path);
+        if (state != SocketState::live || !std::filesystem::exists(tapped) || std::chrono::steady_clock::now() > until) {
+            return state;
+        }
+        std::this_thread::sleep_for(kPause);
+    }
+}
+
 /// Removes the socket of an earlier service that has ended. Throws if anything else is at the path.
 void clearPath(const std::string &path)
 {
@@ -63,7 +81,7 @@ void clearPath(const std::string &path)
     if (!S_ISSOCK(status.st_mode)) {
         throw std::runtime_error(path + " exists and is not a socket; remove it first");
     }
-    const SocketState state = socketStateOf(path);
+    const SocketState state = settledStateOf(path);
     if (state == SocketState::live) {
         throw std::runtime_error("a service is already running at " + path + "; stop it first, or use \"kvosim run\"");
     }

@@ -106,7 +106,7 @@ bool isShared(std::string_view mountPoint)
 
 }  // namespace
 
-PrivateNamespace::PrivateNamespace() : folder_(FolderUse::mountOn)
+PrivateNamespace::PrivateNamespace(const std::filesystem::path &shown) : folder_(FolderUse::mountOn)
 {
     unshareMounts();
     // Keeps later mounts out of other namespaces. In a chroot "/" may not be a mount point, and then mount fails with EINVAL.
@@ -114,7 +114,10 @@ PrivateNamespace::PrivateNamespace() : folder_(FolderUse::mountOn)
     if (!madePrivate && errno != EINVAL) {
         fail("make the mounts private");
     }
-    if (mount("tmpfs", kSocketDirectory, "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755,size=16m") != 0) {
+    const bool mounted = shown.empty()
+                             ? mount("tmpfs", kSocketDirectory, "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755,size=16m") == 0
+                             : mount(shown.c_str(), kSocketDirectory, nullptr, MS_BIND, nullptr) == 0;
+    if (!mounted) {
         fail(std::string("mount ") + kSocketDirectory);
     }
     if (!madePrivate && isShared(kSocketDirectory)) {

@@ -15,11 +15,12 @@ public:
 
 class PrivateNamespace {
 public:
-    /// Moves the calling process permanently into a mount namespace in which kSocketDirectory is empty and private. Without
+    /// Moves the calling process permanently into a mount namespace in which kSocketDirectory is private: it is empty, or shows
+    /// the folder @p shown. Without
     /// root's rights, the kernel must allow user namespaces, and the process must have a single thread: construct it before
     /// threads start. Programs that the process executes later are inside the namespace too. Throws NamespaceRefused, or
     /// std::runtime_error whose text says which step failed.
-    PrivateNamespace();
+    explicit PrivateNamespace(const std::filesystem::path &shown = {});
 
 private:
     RunFolder folder_;  // the mount point

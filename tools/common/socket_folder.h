@@ -18,6 +18,8 @@ inline constexpr mode_t kServiceFolderMode = 0755;  // other users may connect t
 
 /// The prefix of the files that kvosim locks in the folder. Other files do not have it.
 inline constexpr const char *kLockFilePrefix = ".kvosim_";
+/// The prefix of the files of a tap, before the name of the socket whose place it has.
+inline constexpr const char *kTapFilePrefix = ".kvo_tap_";
 
 enum class FolderUse {
     mountOn,  // it may belong to any user

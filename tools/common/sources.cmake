@@ -1,5 +1,6 @@
-# The sources of common, common/station and common/recording. The tools and the fuzzers are built from this list.
+# The sources of common, common/station, common/recording and common/tap. The tools and the fuzzers are built from this list.
 set(common_sources
+  acceptor.cpp
   control_client.cpp
   dotted_address.cpp
   event_loop.cpp
@@ -21,6 +22,19 @@ set(common_sources
   station/result.cpp
   station/state.cpp
   supervised_command.cpp
+  tap/attached_tap.cpp
+  tap/ending.cpp
+  tap/event_listener.cpp
+  tap/folder_watch.cpp
+  tap/link.cpp
+  tap/links.cpp
+  tap/listening.cpp
+  tap/peer.cpp
+  tap/program_tap.cpp
+  tap/server_watch.cpp
+  tap/socket_place.cpp
+  tap/tap_guardian.cpp
+  tap/tapped_socket.cpp
 )
 
 # The sources that the tests' sandbox and the benchmarks use.

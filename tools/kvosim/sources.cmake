@@ -5,7 +5,6 @@ set(kvosim_base
   exchange_log.cpp
 )
 set(kvosim_net
-  acceptor.cpp
   line_server.cpp
   stream.cpp
   tcp_socket.cpp

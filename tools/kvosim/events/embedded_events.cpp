@@ -12,8 +12,8 @@ EmbeddedEvents::EmbeddedEvents(tools::EventLoop &loop, std::filesystem::path soc
     : loop_(loop), report_(std::move(report))
 {
     socket_.emplace(std::move(socket), mode);
-    acceptor_ =
-        std::make_unique<Acceptor>(loop, socket_->get(), [this](tools::Descriptor connection) { add(std::move(connection)); });
+    acceptor_ = std::make_unique<tools::Acceptor>(loop, socket_->get(),
+                                                  [this](tools::Descriptor connection) { add(std::move(connection)); });
     if (alive.count() > 0) {
         keepAlive(alive);
     }

@@ -1,8 +1,8 @@
 // Events of embedded stations: each event is one line, sent to all listeners of the event socket.
 #pragma once
 
+#include "common/acceptor.h"
 #include "common/listening_socket.h"
-#include "kvosim/net/acceptor.h"
 #include "kvosim/net/stream.h"
 
 #include <functional>
@@ -45,7 +45,7 @@ private:
     tools::EventLoop &loop_;
     std::function<void(std::string_view line)> report_;
     std::optional<tools::ListeningSocket> socket_;
-    std::unique_ptr<Acceptor> acceptor_;
+    std::unique_ptr<tools::Acceptor> acceptor_;
     std::map<uint64_t, std::unique_ptr<Stream>> listeners_;
     uint64_t accepted_ = 0;
     std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);

@@ -59,8 +59,8 @@ RemoteSession::RemoteSession(tools::EventLoop &loop, RemoteLog &log, unsigned nu
 void RemoteSession::listen()
 {
     listener_ = listenAt("cannot serve agents of session " + std::to_string(number_), address_, port());
-    acceptor_ = std::make_unique<Acceptor>(loop_, listener_.get(),
-                                           [this](tools::Descriptor connection) { connect(std::move(connection)); });
+    acceptor_ = std::make_unique<tools::Acceptor>(loop_, listener_.get(),
+                                                  [this](tools::Descriptor connection) { connect(std::move(connection)); });
 }
 
 /// A new connection replaces the existing one: after a pulled cable, the existing one may be only half open.

@@ -1,7 +1,7 @@
 // One session of the remote side: the port to which an agent connects, and the requests that wait for its replies.
 #pragma once
 
-#include "kvosim/net/acceptor.h"
+#include "common/acceptor.h"
 #include "kvosim/net/stream.h"
 #include "kvosim/remote/agent_lines.h"
 #include "kvosim/remote/remote_log.h"
@@ -101,7 +101,7 @@ private:
     uint32_t address_;
     std::function<void()> onSweepNeeded_;
     tools::Descriptor listener_;
-    std::unique_ptr<Acceptor> acceptor_;
+    std::unique_ptr<tools::Acceptor> acceptor_;
     std::optional<tools::Clock::time_point> portClosedUntil_;  ///< until then no agent can connect
     std::unique_ptr<Stream> stream_;
     std::optional<std::string> peer_;

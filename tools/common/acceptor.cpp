@@ -1,11 +1,11 @@
 // Accepts connections, and retries later when no descriptors are left.
-#include "kvosim/net/acceptor.h"
+#include "common/acceptor.h"
 
 #include <cerrno>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 
-namespace kvosim {
+namespace tools {
 
 namespace {
 
@@ -14,7 +14,7 @@ constexpr int kMaxAcceptedAtOnce = 16;  // then other descriptors are served
 
 }  // namespace
 
-Acceptor::Acceptor(tools::EventLoop &loop, int listener, std::function<void(tools::Descriptor connection)> onConnection)
+Acceptor::Acceptor(EventLoop &loop, int listener, std::function<void(Descriptor connection)> onConnection)
     : loop_(loop), listener_(listener), onConnection_(std::move(onConnection))
 {
     watch();
@@ -36,7 +36,7 @@ void Acceptor::watch()
 void Acceptor::acceptSome()
 {
     for (int accepted = 0; accepted < kMaxAcceptedAtOnce; ++accepted) {
-        tools::Descriptor connection(accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+        Descriptor connection(accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
         if (connection.valid()) {
             onConnection_(std::move(connection));
         } else if (errno == EMFILE || errno == ENFILE) {
@@ -60,4 +60,4 @@ void Acceptor::pause()
     });
 }
 
-}  // namespace kvosim
+}  // namespace tools

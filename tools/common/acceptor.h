@@ -6,13 +6,13 @@
 #include <functional>
 #include <memory>
 
-namespace kvosim {
+namespace tools {
 
 class Acceptor {
 public:
     /// Calls @p onConnection on the loop's thread with each connection. @p loop and the listening socket must outlive this
     /// object.
-    Acceptor(tools::EventLoop &loop, int listener, std::function<void(tools::Descriptor connection)> onConnection);
+    Acceptor(EventLoop &loop, int listener, std::function<void(Descriptor connection)> onConnection);
     Acceptor(const Acceptor &) = delete;
     Acceptor &operator=(const Acceptor &) = delete;
     ~Acceptor();
@@ -22,11 +22,11 @@ private:
     void acceptSome();
     void pause();
 
-    tools::EventLoop &loop_;
+    EventLoop &loop_;
     int listener_;
-    std::function<void(tools::Descriptor connection)> onConnection_;
+    std::function<void(Descriptor connection)> onConnection_;
     bool watching_ = false;
     std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };
 
-}  // namespace kvosim
+}  // namespace tools

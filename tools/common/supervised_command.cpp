@@ -17,6 +17,7 @@ namespace tools {
 
 namespace {
 
+constexpr int kNotPrepared = 125;
 constexpr int kNotExecutable = 126;
 constexpr int kNoSuchProgram = 127;
 constexpr int kSignalled = 128;
@@ -39,7 +40,20 @@ bool exists(const std::string &command)
     return false;
 }
 
-[[noreturn]] void execute(const std::vector<std::string> &command)
+void prepare(const SupervisedCommand::Options &options)
+{
+    if (!options.prepare) {
+        return;
+    }
+    try {
+        options.prepare();
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "%s: %s\n", options.messagePrefix.c_str(), error.what());
+        _exit(kNotPrepared);
+    }
+}
+
+[[noreturn]] void execute(const std::vector<std::string> &command, const std::string &messagePrefix)
 {
     std::vector<char *> arguments;
     arguments.reserve(command.size() + 1);
@@ -52,11 +66,11 @@ bool exists(const std::string &command)
     if (error == EACCES && !exists(command[0])) {
         error = ENOENT;  // execvp reports EACCES for a directory of PATH that is not searchable
     }
-    std::fprintf(stderr, "kvosim: %s: %s\n", arguments[0], std::strerror(error));
+    std::fprintf(stderr, "%s: %s: %s\n", messagePrefix.c_str(), arguments[0], std::strerror(error));
     _exit(error == ENOENT ? kNoSuchProgram : kNotExecutable);
 }
 
-pid_t start(const std::vector<std::string> &command, const sigset_t &signals)
+pid_t start(const std::vector<std::string> &command, const sigset_t &signals, const SupervisedCommand::Options &options)
 {
     // Orphans of the command become children of this process, which can then end them.
     prctl(PR_SET_CHILD_SUBREAPER, 1);
@@ -73,8 +87,9 @@ pid_t start(const std::vector<std::string> &command, const sigset_t &signals)
     if (getppid() != parent) {
         _exit(kSignalled + SIGTERM);
     }
+    prepare(options);
     pthread_sigmask(SIG_SETMASK, &signals, nullptr);
-    execute(command);
+    execute(command, options.messagePrefix);
 }
 
 std::vector<pid_t> children()
@@ -106,9 +121,10 @@ bool childrenLeft()
 
 }  // namespace
 
-SupervisedCommand::SupervisedCommand(EventLoop &loop, const std::vector<std::string> &command, std::function<void()> ended)
+SupervisedCommand::SupervisedCommand(EventLoop &loop, const std::vector<std::string> &command, std::function<void()> ended,
+                                     const Options &options)
     : ended_(std::move(ended)), signals_(loop, {SIGINT, SIGTERM, SIGCHLD}, [this](const auto &signal) { react(signal); }),
-      process_(start(command, signals_.previousMask()))
+      process_(start(command, signals_.previousMask(), options))
 {
 }
 
@@ -136,8 +152,15 @@ void SupervisedCommand::react(const signalfd_siginfo &signal)
         return;
     }
     // Signals from the terminal (SI_KERNEL) reach the command directly.
-    if (signal.ssi_code != SI_KERNEL && !status_) {
-        kill(process_, static_cast<int>(signal.ssi_signo));
+    if (signal.ssi_code != SI_KERNEL) {
+        this->signal(static_cast<int>(signal.ssi_signo));
+    }
+}
+
+void SupervisedCommand::signal(int number) const noexcept
+{
+    if (!status_) {
+        kill(process_, number);
     }
 }
 

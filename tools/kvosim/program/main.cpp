@@ -228,7 +228,7 @@ int run(const Options &options)
     // If a client ends the service, the command continues.
     const kvosim::Service service(loop, std::move(plant), serviceOptions(options), [] {});
     setenv("KVO_PLATFORM_INTERFACE", "lo", 0);
-    const tools::SupervisedCommand command(loop, options.command, [&loop] { loop.stop(); });
+    const tools::SupervisedCommand command(loop, options.command, [&loop] { loop.stop(); }, {.messagePrefix = "kvosim"});
     loop.run();
     return command.status();
 }

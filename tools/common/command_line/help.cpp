@@ -97,7 +97,9 @@ public:
     std::string make_usage(const CLI::App *app, std::string name) const override
     {
         const std::string usage = CLI::Formatter::make_usage(app, std::move(name));
-        const std::string command = tools::completions::takesCommand(app) ? " -- COMMAND [ARGUMENT...]" : "";
+        const std::string command = tools::completions::requiresCommand(app) ? " -- COMMAND [ARGUMENT...]"
+                                    : tools::completions::takesCommand(app)  ? " [-- COMMAND [ARGUMENT...]]"
+                                                                             : "";
         // The versions of the parser differ in the line breaks around the usage.
         return filled("", usage + command, kOwnLine, width()) + '\n';
     }

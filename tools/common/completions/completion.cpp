@@ -23,7 +23,7 @@ struct Completion {
 /// Completions of all arguments. There is one registry, because a process has one command line.
 struct Registry {
     std::map<const CLI::Option *, Completion> arguments;
-    std::set<const CLI::App *> commands;
+    std::map<const CLI::App *, bool> commands;  ///< whether the other program's command line is required
 };
 
 Registry &registry()
@@ -282,9 +282,13 @@ void completeFiles(const CLI::Option *argument) { registry().arguments[argument]
 
 void completeDirectories(const CLI::Option *argument) { registry().arguments[argument] = {"directories", {}}; }
 
-void completeCommand(const CLI::App *subcommand) { registry().commands.insert(subcommand); }
+void completeCommand(const CLI::App *subcommand) { registry().commands[subcommand] = true; }
+
+void completeOptionalCommand(const CLI::App *subcommand) { registry().commands[subcommand] = false; }
 
 bool takesCommand(const CLI::App *subcommand) { return registry().commands.contains(subcommand); }
+
+bool requiresCommand(const CLI::App *subcommand) { return takesCommand(subcommand) && registry().commands.at(subcommand); }
 
 bool answerShell(const CLI::App &app, const std::vector<std::string> &arguments, std::ostream &out)
 {

@@ -28,7 +28,10 @@ void completeFiles(const CLI::Option *argument);
 void completeDirectories(const CLI::Option *argument);
 /// Declares that another program's command line follows "--".
 void completeCommand(const CLI::App *subcommand);
+/// Declares that another program's command line may follow "--".
+void completeOptionalCommand(const CLI::App *subcommand);
 bool takesCommand(const CLI::App *subcommand);
+bool requiresCommand(const CLI::App *subcommand);
 
 /// Answers @p arguments if they are the request of a shell, and returns whether they are. The first line of the answer is
 /// "words", "files", "directories" or "command" (the command line of another program). One line for each candidate follows,

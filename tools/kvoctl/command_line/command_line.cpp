@@ -75,8 +75,27 @@ void CommandLine::parse(std::vector<std::string> arguments)
     // Errors are reported as JSON even if the parser fails before it reaches this option.
     const auto optionsEnd = std::find(arguments.begin(), arguments.end(), "--");
     json_ = std::find(arguments.begin(), optionsEnd, "--json") != optionsEnd;
+    extractProgram(arguments);
     std::reverse(arguments.begin(), arguments.end());  // the parser takes them in reverse order
     app_.parse(std::move(arguments));
+}
+
+/// Removes the command line of another program: its words are not parsed here.
+void CommandLine::extractProgram(std::vector<std::string> &arguments)
+{
+    const auto command =
+        std::find_if(arguments.begin(), arguments.end(), [](const std::string &word) { return !word.starts_with('-'); });
+    const auto takes = [&](const CLI::App *known) {
+        return known->check_name(*command) && tools::completions::takesCommand(known);
+    };
+    if (command == arguments.end() || app_.get_subcommands(takes).empty()) {
+        return;
+    }
+    const auto mark = std::find(command, arguments.end(), "--");
+    if (mark != arguments.end()) {
+        program_.emplace(mark + 1, arguments.end());
+        arguments.erase(mark, arguments.end());
+    }
 }
 
 bool CommandLine::answerShell(const std::vector<std::string> &arguments) const

@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -43,13 +44,18 @@ public:
     [[nodiscard]] const CLI::App &app() const noexcept { return app_; }
     [[nodiscard]] bool json() const noexcept { return json_; }
     [[nodiscard]] bool debug() const noexcept { return debug_; }
+    /// The program that a command such as "trace" runs: the words after "--". Nothing without "--".
+    [[nodiscard]] const std::optional<std::vector<std::string>> &program() const noexcept { return program_; }
 
 private:
     friend class Family;
 
+    void extractProgram(std::vector<std::string> &arguments);
+
     CLI::App app_;
     bool json_ = false;
     bool debug_ = false;
+    std::optional<std::vector<std::string>> program_;
     Action action_;
 };
 

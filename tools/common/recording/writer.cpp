@@ -77,7 +77,10 @@ bool Writer::add(const Line &line)
     }
     const std::string text = format(line) + '\n';
     if (options_.maxSize && size() + text.size() > *options_.maxSize) {
-        flush();
+        if (!flush()) {
+            return false;
+        }
+        isAtMaxSize_ = true;
         fullReason_ = "the file has reached its largest size of " + std::to_string(*options_.maxSize) + " bytes";
         return false;
     }

@@ -33,6 +33,8 @@ public:
 
     /// Why the file takes no further lines: its largest size, or the system's reason. Empty if it takes more.
     [[nodiscard]] const std::string &fullReason() const noexcept { return fullReason_; }
+    /// Whether the reason is Options::maxSize.
+    [[nodiscard]] bool isAtMaxSize() const noexcept { return isAtMaxSize_; }
     /// The bytes of the file and of what is still in memory.
     [[nodiscard]] uint64_t size() const noexcept { return written_ + buffer_.size(); }
 
@@ -44,6 +46,7 @@ private:
     std::string buffer_;    // complete lines
     uint64_t written_ = 0;  // complete lines in the file
     std::string fullReason_;
+    bool isAtMaxSize_ = false;
 };
 
 }  // namespace tools::recording

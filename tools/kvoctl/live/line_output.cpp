@@ -6,6 +6,7 @@
 #include <climits>
 #include <cstring>
 #include <stdexcept>
+#include <string_view>
 #include <unistd.h>
 
 namespace kvoctl {
@@ -29,15 +30,16 @@ void LineOutput::handle(const pollfd &polled)
 /// A pipe that is ready takes PIPE_BUF bytes without blocking.
 void LineOutput::writeFirst()
 {
-    std::string &line = lines_.front();
-    const ssize_t written = ::write(STDOUT_FILENO, line.data(), std::min<std::size_t>(line.size(), PIPE_BUF));
+    const std::string_view rest = std::string_view(lines_.front()).substr(written_);
+    const ssize_t written = ::write(STDOUT_FILENO, rest.data(), std::min<std::size_t>(rest.size(), PIPE_BUF));
     if (written < 0) {
         error_ = errno == EINTR || errno == EAGAIN ? 0 : errno;
         return;
     }
-    line.erase(0, static_cast<std::size_t>(written));
-    if (line.empty()) {
+    written_ += static_cast<std::size_t>(written);
+    if (written_ == lines_.front().size()) {
         lines_.pop_front();
+        written_ = 0;
     }
 }
 

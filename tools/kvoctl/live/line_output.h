@@ -22,6 +22,8 @@ public:
     /// Writes the remaining lines as far as the output takes them without blocking.
     void drain();
 
+    /// Whether no line waits.
+    [[nodiscard]] bool isEmpty() const noexcept { return lines_.empty(); }
     /// Whether so many lines wait that callers should stop adding lines for now, if they can.
     [[nodiscard]] bool hasBacklog() const noexcept { return lines_.size() > kManyLines; }
     /// Whether the output can no longer be written.
@@ -35,6 +37,7 @@ private:
     void writeFirst();
 
     std::deque<std::string> lines_;
+    std::size_t written_ = 0;  ///< bytes of the first line
     int error_ = 0;
 };
 

@@ -17,7 +17,8 @@ enum class Fault : int {
     noReply = 16,
     unexpectedReply = 17,
     notReady = 18,
-    platformMissing = 19
+    platformMissing = 19,
+    tapLeft = 20  ///< a trace or a recording was killed and has left the service's socket aside
 };
 
 struct Finding {

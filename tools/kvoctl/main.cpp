@@ -5,6 +5,7 @@
 #include "kvoctl/families/families.h"
 #include "kvoctl/output/display_text.h"
 #include "kvoctl/recording/anonymize.h"
+#include "kvoctl/trace/trace_commands.h"
 
 #include <kvo_hws/runtime.h>
 
@@ -96,6 +97,7 @@ int main(int argc, char **argv)
         kvoctl::addServiceCommands(commandLine);
         kvoctl::addDoctor(commandLine);
         kvoctl::addAnonymize(commandLine);
+        kvoctl::addTraceCommands(commandLine);
         commandLine.addHelp();
         return kvoctl::runReporting(commandLine, {argv + 1, argv + argc});
     } catch (const std::exception &error) {

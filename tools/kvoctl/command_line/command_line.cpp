@@ -22,11 +22,12 @@ constexpr const char *kFooter = R"(Examples:
   kvoctl address mcp 10.0.0.5 12
   kvoctl doctor
   kvoctl ready --wait 30 && kvoctl backlight on
+  kvoctl trace --failures
   kvosim run -- kvoctl stations
 
 "kvoctl COMMAND --help" shows the help of a command. Exit status: 0 done or yes, 1 the service's "no", 2 wrong usage,
 3 no service, 4 the service refused or failed, 5 kvoctl itself failed (for example, it cannot write its output),
-10 to 19 faults that "kvoctl doctor" finds.
+10 to 20 faults that "kvoctl doctor" finds.
 )";
 
 std::string libraryVersion()

@@ -106,6 +106,15 @@ std::shared_ptr<std::vector<std::string>> addStations(CLI::App &command, const s
     return stations;
 }
 
+std::shared_ptr<std::vector<std::string>> addStationOption(CLI::App &command, const std::string &name, const std::string &help)
+{
+    auto stations = std::make_shared<std::vector<std::string>>();
+    auto *option = command.add_option(name, *stations, help);
+    option->check(oneLine())->check({checkForm, ""})->type_name("STATION")->allow_extra_args(false);
+    completeStations(option);
+    return stations;
+}
+
 void completeStations(const CLI::Option *argument, StationForms forms)
 {
     tools::completions::completeFrom(argument, [forms] {
@@ -140,6 +149,8 @@ KvoDescriptionEx lookUp(const std::string &station)
     require(result);
     return record;
 }
+
+bool isStationName(const std::string &station) { return !parseAddress(station); }
 
 uint32_t stationAddress(const std::string &station)
 {

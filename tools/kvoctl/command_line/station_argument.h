@@ -20,6 +20,9 @@ std::shared_ptr<std::string> addStation(CLI::App &command);
 /// Adds an argument that takes any number of stations.
 std::shared_ptr<std::vector<std::string>> addStations(CLI::App &command, const std::string &help);
 
+/// Adds an option that takes one station and may be repeated.
+std::shared_ptr<std::vector<std::string>> addStationOption(CLI::App &command, const std::string &name, const std::string &help);
+
 enum class StationForms { addressOrName, address, name };
 
 /// Lets shells complete the stations that the service knows.
@@ -27,6 +30,9 @@ void completeStations(const CLI::Option *argument, StationForms forms = StationF
 
 /// The service's record of @p station, which has one of the kStationForms. Throws Failure if no such station exists.
 KvoDescriptionEx lookUp(const std::string &station);
+
+/// Whether @p station is a name, and not an address.
+bool isStationName(const std::string &station);
 
 /// The address of @p station, which has one of the kStationForms. The service resolves a name.
 uint32_t stationAddress(const std::string &station);

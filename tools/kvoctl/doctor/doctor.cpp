@@ -3,6 +3,7 @@
 
 #include "common/platform_check.h"
 #include "common/service_probe.h"
+#include "common/tap/tap.h"
 
 #include <algorithm>
 
@@ -49,13 +50,35 @@ Report report(const std::vector<tools::Finding> &findings)
             .exit = healthy ? Exit::done : static_cast<Exit>(fault->fault)};
 }
 
+/// At most one finding: a trace that was killed, or one that is running.
+std::vector<tools::Finding> examineTap()
+{
+    if (tools::tap::needsRepair()) {
+        return {{.check = "trace",
+                 .text = "A trace or a recording was killed, and has left the service's socket aside.",
+                 .advice = "Put it back: kvoctl trace --repair",
+                 .fault = tools::Fault::tapLeft}};
+    }
+    if (tools::tap::isAttached()) {
+        return {{.check = "trace",
+                 .text = "A trace or a recording is running; all requests pass through it.",
+                 .advice = "If requests are slow or fail, end it and try again."}};
+    }
+    return {};
+}
+
 Action setUpDoctor(CLI::App & /*command*/)
 {
     return [] {
         std::vector<tools::Finding> findings{tools::examineLibrary("libkvo_hws.so.0"), tools::examineLibrary("libpavo.so.1"),
                                              tools::examineLibrary("libdrak.so"), tools::examineConfiguration()};
-        const std::vector<tools::Finding> ofService = tools::probeService();
-        findings.insert(findings.end(), ofService.begin(), ofService.end());
+        const std::vector<tools::Finding> ofTap = examineTap();
+        findings.insert(findings.end(), ofTap.begin(), ofTap.end());
+        // The socket in the place of the service's socket is dead, so a probe would blame the service.
+        if (ofTap.empty() || !ofTap.back().isFault()) {
+            const std::vector<tools::Finding> ofService = tools::probeService();
+            findings.insert(findings.end(), ofService.begin(), ofService.end());
+        }
         return report(findings);
     };
 }

@@ -15,13 +15,6 @@ namespace {
 constexpr int kIndent = 2;
 constexpr int kOneLine = -1;
 
-/// Files and pipes get uncut names without colour.
-Layout standardOutput()
-{
-    return {tools::command_line::terminalWidth(STDOUT_FILENO).value_or(kUnlimited),
-            tools::command_line::usesColour(STDOUT_FILENO)};
-}
-
 /// Names are arbitrary bytes from the plant. A name that is not UTF-8 must not prevent the output of the others.
 std::string dump(const Document &document, int indent)
 {
@@ -35,6 +28,11 @@ void writeLine(const std::string &text)
 }
 
 }  // namespace
+
+Layout layoutOf(int descriptor)
+{
+    return {tools::command_line::terminalWidth(descriptor).value_or(kUnlimited), tools::command_line::usesColour(descriptor)};
+}
 
 void flushOutput()
 {
@@ -59,7 +57,7 @@ void write(const Report &report, bool json)
         return;
     }
     if (report.table) {
-        report.table->write(std::cout, standardOutput());
+        report.table->write(std::cout, layoutOf(STDOUT_FILENO));
     }
     if (report.line) {
         std::cout << displayText(*report.line).text << '\n';

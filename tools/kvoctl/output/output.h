@@ -30,6 +30,9 @@ void write(const Report &report, bool json);
 
 void flushOutput();
 
+/// Of standard output or standard error. Files and pipes get uncut texts without colour.
+Layout layoutOf(int descriptor);
+
 /// The document as one line without a line feed. Bytes that are not UTF-8 become U+FFFD.
 std::string compact(const Document &document);
 

@@ -16,7 +16,7 @@ enum class Exit : int {
     noService = 3,   ///< no connection to the service
     failed = 4,      ///< the service refused or failed
     ownFailure = 5,  ///< kvoctl itself: its output cannot be written, or no memory
-    // 10 to 19 are the faults that "kvoctl doctor" finds (finding.h).
+    // 10 to 20 are the faults that "kvoctl doctor" finds (finding.h).
 };
 
 /// A wrong command line.

@@ -110,7 +110,7 @@ Action setUpAnonymize(CLI::App &command, const CommandLine &commandLine)
 
 void addAnonymize(CommandLine &commandLine)
 {
-    Family recordings(commandLine, "Recordings");
+    Family recordings(commandLine, "Traces and recordings");
     recordings.add("anonymize", "Replace the addresses, names and texts in a recording",
                    {"plant.rec > shared.rec", "plant.rec --output shared.rec"},
                    [&commandLine](CLI::App &command) { return setUpAnonymize(command, commandLine); });

@@ -132,6 +132,14 @@ TEST(Completion, is_empty_for_wrong_command_lines)
     EXPECT_EQ(kvoctl({"complete"}).status, 2) << "only a shell sends the whole request";
 }
 
+TEST(Completion, leaves_the_command_after_two_dashes_to_the_shell)
+{
+    EXPECT_EQ(complete({"trace", "--failures", "--", "ls", ""}).kind, "command");
+    EXPECT_EQ(complete({"record", "x", "--", ""}).kind, "command");
+    EXPECT_EQ(complete({"record", ""}).kind, "files");
+    EXPECT_THAT(wordsOf(complete({"trace", "--command", "a", "--comm"})), ElementsAre("--command"));
+}
+
 }  // namespace
 
 }  // namespace kvoctl_test

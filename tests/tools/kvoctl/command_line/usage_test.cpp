@@ -198,7 +198,26 @@ const std::vector<Wrong> kWrongValues = {
     {"registry_lock_with_a_station", "registry lock", {"10.0.0.5"}, R"(unexpected argument "10.0.0.5")"},
     {"page_of_address_0", "panel show", {"0.0.0.0"}, "no station has the address 0.0.0.0"},
     {"station_with_a_tab", "panel type", {"a\tb"}, R"(STATION: "a\x09b" contains a control character)"},
-    {"doctor_with_a_station", "doctor", {"10.0.0.5"}, R"(unexpected argument "10.0.0.5")"}};
+    {"doctor_with_a_station", "doctor", {"10.0.0.5"}, R"(unexpected argument "10.0.0.5")"},
+    {"trace_of_a_program_without_dashes", "trace", {"ls"}, "the command to run goes after \"--\": kvoctl trace -- ls"},
+    {"trace_of_no_program", "trace", {"--"}, "give the program to run after \"--\", or leave out the \"--\""},
+    {"trace_of_no_time", "trace", {"--for", "0"}, R"(--for: "0" is not a whole number of seconds greater than 0)"},
+    {"trace_of_a_whole_request",
+     "trace",
+     {"--command", "getDLV2 8"},
+     R"(--command: "getDLV2 8" is not the first word of a request, such as getMCPAddress)"},
+    {"trace_of_a_malformed_address",
+     "trace",
+     {"--station", "10.0.0.300"},
+     R"(--station: "10.0.0.300" is not an IPv4 address; its four numbers go from 0 to 255, without leading zeros)"},
+    {"repair_and_more", "trace", {"--repair", "--summary"}, "--repair cannot be combined with other options or a program"},
+    {"repair_and_a_program", "trace", {"--repair", "--", "ls"}, "--repair cannot be combined with other options or a program"},
+    {"record_without_a_file", "record", {"--for", "5"}, "FILE is required"},
+    {"record_without_a_file_before_a_program", "record", {"--", "ls"}, "FILE is required"},
+    {"record_with_an_unknown_unit",
+     "record",
+     {"x", "--max-size", "20T"},
+     R"(--max-size: "20T" is not a size; write a number of bytes, or a number and k, M or G, such as 20M)"}};
 
 INSTANTIATE_TEST_SUITE_P(Rows, WrongValue, testing::ValuesIn(kWrongValues), [](const auto &row) { return row.param.name; });
 
@@ -206,7 +225,7 @@ INSTANTIATE_TEST_SUITE_P(Rows, WrongValue, testing::ValuesIn(kWrongValues), [](c
 
 std::set<std::string> allCommands()
 {
-    std::set<std::string> commands{"agent check", "anonymize", "doctor", "panel show"};
+    std::set<std::string> commands{"agent check", "anonymize", "doctor", "panel show", "record", "trace"};
     for (const FunctionCommand &row : functionCommands()) {
         commands.insert(row.command);
     }

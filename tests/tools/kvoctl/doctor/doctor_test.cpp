@@ -1,14 +1,18 @@
 // Every finding of "kvoctl doctor", each with a fault that causes it.
 #include "tools/kvoctl/support/kvoctl.h"
+#include "tools/kvoctl/support/watching.h"
 #include "tools/kvosim/support/running_service.h"
 #include "tools/kvosim/support/temporary_directory.h"
 
 #include "support/scripted_service.h"
 
 #include "common/platform_check.h"
+#include "common/tap/socket_place.h"
 
+#include <array>
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
@@ -19,6 +23,7 @@
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace kvoctl_test {
@@ -32,6 +37,7 @@ using support::ScriptedService;
 using testing::HasSubstr;
 
 constexpr const char *kDirectory = "/tmp/kvo_hws";
+constexpr const char *kSocket = "/tmp/kvo_hws/cmd_sock";
 
 /// Runs the doctor with a readable configuration file, so that the fault is the only finding.
 class Doctor : public testing::Test {
@@ -290,6 +296,62 @@ TEST_F(Doctor, shows_which_platform_library_is_used)
     const Ended ended = run({"--json"}, {"LD_LIBRARY_PATH=" + directory_.path().string()});
     EXPECT_EQ(ended.document()["findings"][1]["finding"], "The loader uses " + (directory_ / "libpavo.so.1").string() + ".");
 }
+
+// ---- Traces ----
+
+/// Takes the place of the service's socket in a process that is killed, and has no guardian.
+void leaveSocketAside()
+{
+    std::array<int, 2> ends{};
+    ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+    const tools::Descriptor done(ends[0]);
+    tools::Descriptor taken(ends[1]);
+    const pid_t child = fork();
+    if (child == 0) {
+        const tools::tap::SocketPlace place(kSocket);
+        static_cast<void>(write(taken.get(), "x", 1));
+        pause();
+        _exit(1);
+    }
+    taken = tools::Descriptor();
+    char byte = 0;
+    EXPECT_EQ(read(done.get(), &byte, 1), 1);
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+}
+
+TEST_F(Doctor, finds_the_socket_that_a_killed_trace_has_left_aside)
+{
+    const RunningService service;
+    leaveSocketAside();
+    expectFault(20, "trace", "A trace or a recording was killed, and has left the service's socket aside.",
+                "kvoctl trace --repair");
+    const Ended repaired = kvoctl({"trace", "--repair"});
+    EXPECT_EQ(repaired.status, 0);
+    EXPECT_EQ(repaired.out, std::string("put back: ") + kSocket + "\n");
+    EXPECT_EQ(run().status, 0);
+    const Ended again = kvoctl({"trace", "--repair", "--json"});
+    EXPECT_EQ(again.status, 0);
+    EXPECT_EQ(again.document()["repaired"], Json::array());
+}
+
+TEST_F(Doctor, notes_that_a_trace_is_running)
+{
+    const RunningService service;
+    Watching trace({"--json"}, {"trace"});
+    ASSERT_TRUE(trace.hasWritten("the trace has begun"));
+    const Ended ended = run({"--json"});
+    EXPECT_EQ(ended.status, 0);
+    const Json note = ended.document()["findings"][4];
+    EXPECT_EQ(note["check"], "trace");
+    EXPECT_EQ(note["state"], "note");
+    EXPECT_EQ(note["status"], 0);
+    EXPECT_EQ(note["finding"], "A trace or a recording is running; all requests pass through it.");
+    EXPECT_EQ(trace.stop(), 0);
+    EXPECT_EQ(run({"--json"}).document()["findings"][4]["check"], "directory");
+}
+
+// ---- Libraries that are missing or broken ----
 
 TEST(PlatformLibrary, that_is_not_loaded_is_a_fault)
 {

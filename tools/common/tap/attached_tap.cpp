@@ -36,8 +36,9 @@ public:
         commands_.take();
         usbEvents_.takeAgain();
         events_.emplace(loop, kEventSocket, observer, start);
-        note("Embedded events are received by a connection of the tap's own, because the programs' connections cannot be "
-             "changed.");
+        if (events_->look()) {
+            note("Embedded events come by a connection of the trace's own.");
+        }
         folder_.emplace(loop, kSocketDirectory, [this] { look(); });
     }
 
@@ -47,7 +48,7 @@ public:
         usbEvents_.giveBack();
         commands_.giveBack();
         ending_.emplace(
-            loop_, links_,
+            loop_, links_, Ending::kAcceptingTime,
             [this] {
                 usbEvents_.close();
                 commands_.close();

@@ -5,17 +5,17 @@ namespace tools::tap {
 
 namespace {
 
-constexpr std::chrono::milliseconds kAcceptingTime{1'000};
 constexpr std::chrono::milliseconds kPeriod{20};
 /// A connection that stays open without an exchange is not worth a longer wait.
 constexpr std::chrono::seconds kLongestExchange{10};
 
 }  // namespace
 
-Ending::Ending(EventLoop &loop, const Links &links, std::function<void()> stopAccepting, std::function<void()> ended)
-    : loop_(loop), links_(links), ended_(std::move(ended)), until_(Clock::now() + kAcceptingTime + kLongestExchange)
+Ending::Ending(EventLoop &loop, const Links &links, std::chrono::milliseconds acceptingTime,
+               std::function<void()> stopAccepting, std::function<void()> ended)
+    : loop_(loop), links_(links), ended_(std::move(ended)), until_(Clock::now() + acceptingTime + kLongestExchange)
 {
-    loop_.after(kAcceptingTime, [this, alive = std::weak_ptr(alive_), stopAccepting = std::move(stopAccepting)] {
+    loop_.after(acceptingTime, [this, alive = std::weak_ptr(alive_), stopAccepting = std::move(stopAccepting)] {
         if (!alive.expired()) {
             stopAccepting();
             wait();

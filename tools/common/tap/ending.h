@@ -11,8 +11,11 @@ namespace tools::tap {
 
 class Ending {
 public:
-    /// After 1 s calls @p stopAccepting; then, when no exchange is under way, @p ended.
-    Ending(EventLoop &loop, const Links &links, std::function<void()> stopAccepting, std::function<void()> ended);
+    static constexpr std::chrono::milliseconds kAcceptingTime{1'000};
+
+    /// After @p acceptingTime calls @p stopAccepting; then, when no exchange is under way, @p ended.
+    Ending(EventLoop &loop, const Links &links, std::chrono::milliseconds acceptingTime, std::function<void()> stopAccepting,
+           std::function<void()> ended);
     Ending(const Ending &) = delete;
     Ending &operator=(const Ending &) = delete;
 

@@ -16,7 +16,7 @@ public:
     EventListener &operator=(const EventListener &) = delete;
     ~EventListener();
 
-    /// Connects if there is no connection. Returns whether there is one now.
+    /// Connects, unless it is connected already. Returns whether it is connected now.
     bool look();
 
 private:

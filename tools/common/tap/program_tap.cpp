@@ -154,10 +154,11 @@ public:
 
     [[nodiscard]] const std::filesystem::path &folder() const noexcept { return folder_; }
 
+    /// The program has ended, so nothing waits to be accepted.
     void end(std::function<void()> ended) override
     {
         ending_.emplace(
-            loop_, links_,
+            loop_, links_, std::chrono::milliseconds(0),
             [this] {
                 closeUsbEvents();
                 usbMirror_.close();
@@ -212,7 +213,7 @@ private:
     }
 
     /// The program is about to receive the USB events: from now on the service must find it. The program outside that received them
-    /// before was told to end by the program's "suicide", which the mirror has passed on.
+    /// before ends because of the program's "suicide", which the mirror has passed on.
     void takeUsbEvents()
     {
         if (usbAcceptor_ && fileAt(kUsbEventSocket) == usbSocket_) {

@@ -13,7 +13,7 @@ namespace tools::tap {
 class ServerWatch {
 public:
     /// Calls @p onEnd once, when the server at the socket @p file has ended. It is noticed at once if @p process is known (not 0)
-    /// and listens until it ends; else within kPeriod, if the kernel tells which sockets listen.
+    /// and listens until it ends; else within kPeriod, if the kernel can list the sockets that listen.
     ServerWatch(EventLoop &loop, const FileId &file, pid_t process, std::function<void()> onEnd);
     ServerWatch(const ServerWatch &) = delete;
     ServerWatch &operator=(const ServerWatch &) = delete;

@@ -58,15 +58,15 @@ const std::string kAllBytes = [] {
 
 const std::string kLong(3'000'000, 'x');
 
-INSTANTIATE_TEST_SUITE_P(All, LinkPassesOn,
-                         testing::Values(Passing{"a_reply", support::replies("ok"), "ok\n", "ask\n-> ok\nclosed"},
-                                         Passing{"every_byte", support::sends(kAllBytes), kAllBytes,
-                                                 "ask\n-> " + kAllBytes + "closed"},
-                                         Passing{"a_long_reply", support::sends(kLong), kLong, "ask\n-> " + kLong + "closed"},
-                                         Passing{"single_bytes", support::dribbles("ok\n", 20ms), "ok\n", "ask\n-> ok\nclosed"},
-                                         Passing{"no_reply", support::closesAfterRequest(), "", "ask\n-> closed"},
-                                         Passing{"half_a_reply", support::closesInsideReply("hal"), "hal", "ask\n-> halclosed"},
-                                         Passing{"silence", support::staysSilent(300ms), "", "ask\n-> closed"}),
+const Passing kPassings[] = {{"a_reply", support::replies("ok"), "ok\n", "ask\n-> ok\nclosed"},
+                             {"every_byte", support::sends(kAllBytes), kAllBytes, "ask\n-> " + kAllBytes + "closed"},
+                             {"a_long_reply", support::sends(kLong), kLong, "ask\n-> " + kLong + "closed"},
+                             {"single_bytes", support::dribbles("ok\n", 20ms), "ok\n", "ask\n-> ok\nclosed"},
+                             {"no_reply", support::closesAfterRequest(), "", "ask\n-> closed"},
+                             {"half_a_reply", support::closesInsideReply("hal"), "hal", "ask\n-> halclosed"},
+                             {"silence", support::staysSilent(300ms), "", "ask\n-> closed"}};
+
+INSTANTIATE_TEST_SUITE_P(All, LinkPassesOn, testing::ValuesIn(kPassings),
                          [](const auto &param) { return std::string(param.param.name); });
 
 TEST(Link, passes_on_a_close_that_leaves_the_request_unread)

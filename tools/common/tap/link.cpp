@@ -19,6 +19,8 @@ constexpr std::size_t kChunk = 64UL * 1024;
 constexpr std::size_t kMostKept = 16UL * 1024 * 1024;
 constexpr std::size_t kLongestCommand = 64;
 constexpr std::chrono::milliseconds kLongestRetryDelay{16};
+/// Most connections are closed right after the reply. A time that no program notices would only make recordings longer.
+constexpr std::chrono::milliseconds kShortestEndPause{1};
 /// A program waits this long for the service. Then nothing reads the reply any more.
 constexpr std::chrono::seconds kLongestWait{5};
 constexpr uint32_t kIncoming = EPOLLIN | EPOLLRDHUP | EPOLLET;
@@ -256,6 +258,9 @@ void Link::finish(recording::End end)
     }
     exchange_.end = end;
     exchange_.endPause = elapsed() - last_;
+    if (exchange_.endPause < kShortestEndPause) {
+        exchange_.endPause = {};
+    }
     hasEnded_ = true;
     abandon();
     callbacks_.onEnd(*this);

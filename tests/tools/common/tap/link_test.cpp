@@ -135,6 +135,22 @@ TEST(Link, reports_a_connection_that_is_open_at_the_end)
     EXPECT_THAT(allShown(tap.exchanges(1)), ElementsAre("ask\n-> open"));
 }
 
+TEST(Link, reports_only_pauses_before_the_end_that_a_program_can_notice)
+{
+    const support::Script slow{{.kind = support::Step::Kind::readLine},
+                               {.kind = support::Step::Kind::write, .bytes = "ok\n"},
+                               {.kind = support::Step::Kind::pause, .pause = 100ms}};
+    const ScriptedService service({support::closesAtOnce(), slow, support::replies("ok")});
+    RunningTap tap;
+    kvosim_test::exchange("ask\n");
+    EXPECT_GE(tap.exchanges(1).at(0).exchange.endPause, 90ms);
+    // The service may be interrupted between its reply and the end.
+    EXPECT_TRUE(support::eventually([&] {
+        kvosim_test::exchange("ask\n");
+        return tap.exchanges(tap.reports().exchanges().size()).back().exchange.endPause == 0us;
+    }));
+}
+
 TEST(Link, names_the_program)
 {
     const ScriptedService service({support::replies("ok")});

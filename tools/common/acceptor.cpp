@@ -10,7 +10,6 @@ namespace tools {
 namespace {
 
 constexpr std::chrono::milliseconds kRetryDelay{100};
-constexpr int kMaxAcceptedAtOnce = 16;  // then other descriptors are served
 
 }  // namespace
 
@@ -29,22 +28,18 @@ Acceptor::~Acceptor()
 
 void Acceptor::watch()
 {
-    loop_.watch(listener_, EPOLLIN, [this](uint32_t) { acceptSome(); });
+    loop_.watch(listener_, EPOLLIN, [this](uint32_t) { acceptOne(); });
     watching_ = true;
 }
 
-void Acceptor::acceptSome()
+/// Accepts one connection, because a failing call is expensive. The loop reports the next one after it has served other descriptors.
+void Acceptor::acceptOne()
 {
-    for (int accepted = 0; accepted < kMaxAcceptedAtOnce; ++accepted) {
-        Descriptor connection(accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
-        if (connection.valid()) {
-            onConnection_(std::move(connection));
-        } else if (errno == EMFILE || errno == ENFILE) {
-            pause();
-            return;
-        } else if (errno != ECONNABORTED && errno != EINTR) {
-            return;
-        }
+    Descriptor connection(accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+    if (connection.valid()) {
+        onConnection_(std::move(connection));
+    } else if (errno == EMFILE || errno == ENFILE) {
+        pause();
     }
 }
 

@@ -19,7 +19,7 @@ public:
 
 private:
     void watch();
-    void acceptSome();
+    void acceptOne();
     void pause();
 
     EventLoop &loop_;

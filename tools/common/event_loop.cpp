@@ -42,7 +42,7 @@ void EventLoop::watch(int fd, uint32_t events, Callback callback)
     callbacks_[fd] = {number, std::make_shared<Callback>(std::move(callback))};
 }
 
-void EventLoop::setEvents(int fd, uint32_t events) 
+void EventLoop::setEvents(int fd, uint32_t events)
 {
     control(poll_.get(), EPOLL_CTL_MOD, fd, callbacks_.at(fd).number, events);
 }
@@ -50,8 +50,10 @@ void EventLoop::setEvents(int fd, uint32_t events)
 void EventLoop::unwatch(int fd)
 {
     control(poll_.get(), EPOLL_CTL_DEL, fd, 0, 0);
-    callbacks_.erase(fd);
+    unwatchClosing(fd);
 }
+
+void EventLoop::unwatchClosing(int fd) { callbacks_.erase(fd); }
 
 void EventLoop::after(std::chrono::milliseconds delay, std::function<void()> action)
 {

@@ -28,6 +28,9 @@ public:
     void setEvents(int fd, uint32_t events);
     /// Stops watching @p fd. Call it before the descriptor is closed. A callback may call it for its own descriptor.
     void unwatch(int fd);
+    /// The same for a descriptor that is closed right afterwards: the kernel then stops watching it by itself. If a child process
+    /// has a duplicate for a moment, its events are ignored.
+    void unwatchClosing(int fd);
     /// Calls @p action once, on the loop's thread.
     void after(std::chrono::milliseconds delay, std::function<void()> action);
 

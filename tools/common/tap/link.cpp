@@ -45,6 +45,7 @@ Link::Link(EventLoop &loop, Descriptor program, recording::Kind kind, Clock::tim
     : loop_(loop), kind_(kind), start_(start), callbacks_(std::move(callbacks)), peer_(peerOf(program.get()))
 {
     program_.socket = std::move(program);
+    program_.mayHaveBytes = true;  // most programs have sent their request by now
     exchange_.kind = kind;
     exchange_.at = elapsed();
     last_ = exchange_.at;
@@ -66,7 +67,7 @@ void Link::abandon()
     }
     for (Side *side : {&program_, &server_}) {
         if (side->socket.valid()) {
-            loop_.unwatch(side->socket.get());
+            loop_.unwatchClosing(side->socket.get());
             side->socket = Descriptor();
         }
     }
@@ -183,7 +184,7 @@ void Link::readReply()
 
 void Link::consumeHeld()
 {
-    std::array<char, 4096> ignored{};
+    thread_local std::array<char, 4096> ignored;
     while (held_ > 0) {
         const ssize_t size = recv(program_.socket.get(), ignored.data(), std::min(held_, ignored.size()), 0);
         if (size <= 0) {

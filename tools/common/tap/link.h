@@ -54,7 +54,7 @@ private:
     struct Side {
         Descriptor socket{};
         std::string unsent{};       // bytes from the other side that this one does not take yet
-        bool mayHaveBytes = true;   // something has come since it was last read
+        bool mayHaveBytes = false;  // something has come since it was last read
         bool mayHaveEnded = false;  // it has shut down its direction or has closed
         bool isClosed = false;      // it has closed
         bool hasEnded = false;      // its last byte has been read

@@ -1,17 +1,22 @@
-// kvo_bench [SUBJECT...]: compares the library with a baseline that does the same work, and prints ratios with their goals.
+// kvo_bench [--seconds N] [SUBJECT...]: compares the library with a baseline that does the same work, and prints ratios with their
+// goals. N is the length of the subject "recording".
 #include "common/private_namespace.h"
 #include "subjects.h"
 #include "support/pinning.h"
 #include "support/report.h"
 
 #include <algorithm>
+#include <charconv>
+#include <chrono>
 #include <cstdio>
 #include <exception>
 #include <iterator>
 #include <optional>
 #include <set>
+#include <span>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
 namespace {
@@ -23,15 +28,25 @@ struct Subject {
 };
 
 constexpr Subject kSubjects[] = {
-    {"exchange", bench::measureExchange, true}, {"lists", bench::measureListExchange, true},
-    {"reading", bench::measureReading, false},  {"writing", bench::measureWriting, false},
-    {"usb", bench::measureUsbEvents, true},     {"agent", bench::measureAgent, true},
-    {"plant", bench::measurePlant, false},
+    {"exchange", bench::measureExchange, true},   {"lists", bench::measureListExchange, true},
+    {"reading", bench::measureReading, false},    {"writing", bench::measureWriting, false},
+    {"usb", bench::measureUsbEvents, true},       {"agent", bench::measureAgent, true},
+    {"plant", bench::measurePlant, false},        {"tap", bench::measureTap, true},
+    {"recording", bench::measureRecording, true},
 };
+
+bool setRecordingLength(std::string_view text)
+{
+    constexpr int kLongest = 86'400;
+    int seconds = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
+    bench::setRecordingLength(std::chrono::seconds(seconds));
+    return error == std::errc() && end == text.data() + text.size() && seconds >= 1 && seconds <= kLongest;
+}
 
 int usage()
 {
-    std::fprintf(stderr, "usage: kvo_bench [SUBJECT...]\nsubjects:");
+    std::fprintf(stderr, "usage: kvo_bench [--seconds N] [SUBJECT...]\nN: length of the recording, from 1 to 86400\nsubjects:");
     for (const Subject &subject : kSubjects) {
         std::fprintf(stderr, " %s", std::string(subject.name).c_str());
     }
@@ -65,7 +80,14 @@ void measure(const std::vector<Subject> &subjects)
 
 int main(int argc, char **argv)
 {
-    const std::set<std::string_view> names(argv + 1, argv + argc);
+    std::span<char *> arguments(argv + 1, argv + argc);
+    if (arguments.size() >= 2 && arguments[0] == std::string_view("--seconds")) {
+        if (!setRecordingLength(arguments[1])) {
+            return usage();
+        }
+        arguments = arguments.subspan(2);
+    }
+    const std::set<std::string_view> names(arguments.begin(), arguments.end());
     const std::vector<Subject> subjects = subjectsOf(names);
     if (!names.empty() && subjects.size() != names.size()) {
         return usage();

@@ -2,13 +2,13 @@
 #include "subjects.h"
 #include "support/expect.h"
 #include "support/report.h"
+#include "support/temporary_file.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
-#include <unistd.h>
 
 namespace bench {
 
@@ -21,19 +21,13 @@ class PlantFile {
 public:
     PlantFile()
     {
-        const int file = mkstemp(path_.data());
-        expect(file >= 0, "cannot create a plant file");
-        close(file);
-        expect(std::system((KVOSIM_PROGRAM " generate 100000 >" + path_).c_str()) == 0, "kvosim cannot generate the plant");
+        expect(std::system((KVOSIM_PROGRAM " generate 100000 >" + path()).c_str()) == 0, "kvosim cannot generate the plant");
     }
-    PlantFile(const PlantFile &) = delete;
-    PlantFile &operator=(const PlantFile &) = delete;
-    ~PlantFile() { unlink(path_.c_str()); }
 
-    [[nodiscard]] const std::string &path() const { return path_; }
+    [[nodiscard]] const std::string &path() const { return file_.path(); }
 
 private:
-    std::string path_ = "/tmp/kvo_bench-XXXXXX";
+    TemporaryFile file_;
 };
 
 /// The simulator's processor time at the start of its command. kvosim starts the command when it is ready.

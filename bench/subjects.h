@@ -1,6 +1,8 @@
 // The subjects: each function measures one and prints its part of the table.
 #pragma once
 
+#include <chrono>
+
 namespace bench {
 
 void measureAgent();
@@ -8,7 +10,12 @@ void measureExchange();
 void measureListExchange();
 void measurePlant();
 void measureReading();
+void measureRecording();
+void measureTap();
 void measureUsbEvents();
 void measureWriting();
+
+/// How long measureRecording() runs.
+void setRecordingLength(std::chrono::seconds length);
 
 }  // namespace bench

@@ -6,6 +6,7 @@
 #include "support/expect.h"
 #include "support/processor_time.h"
 #include "support/report.h"
+#include "support/resource_usage.h"
 #include "support/service_process.h"
 
 #include <kvo_hws/usbevents.h>
@@ -16,12 +17,9 @@
 #include <cstring>
 #include <ctime>
 #include <exception>
-#include <filesystem>
-#include <fstream>
 #include <latch>
 #include <new>
 #include <random>
-#include <sstream>
 #include <string>
 #include <sys/mman.h>
 #include <sys/resource.h>
@@ -124,12 +122,6 @@ private:
     Tally *tally_;
 };
 
-struct ResourceUsage {
-    uint64_t descriptors;
-    uint64_t threads;
-    uint64_t residentKilobytes;
-};
-
 class EventServer {
 public:
     EventServer(const char *path, void (*serve)())
@@ -160,24 +152,7 @@ public:
 
     [[nodiscard]] Seconds processorTime() const { return processorTimeOf(process_); }
 
-    [[nodiscard]] ResourceUsage resourceUsage() const
-    {
-        const std::string process = "/proc/" + std::to_string(process_.id());
-        ResourceUsage found{};
-        std::ifstream status(process + "/status");
-        for (std::string line; std::getline(status, line);) {
-            std::istringstream words(line);
-            std::string key;
-            uint64_t value = 0;
-            words >> key >> value;
-            (key == "Threads:" ? found.threads : key == "VmRSS:" ? found.residentKilobytes : value) = value;
-        }
-        for (const auto &entry : std::filesystem::directory_iterator(process + "/fd")) {
-            static_cast<void>(entry);
-            ++found.descriptors;
-        }
-        return found;
-    }
+    [[nodiscard]] ResourceUsage resourceUsage() const { return resourceUsageOf(process_); }
 
 private:
     const char *path_;

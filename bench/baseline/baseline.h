@@ -21,8 +21,13 @@ int writeExtended(uint32_t count, const ConnectionEntry *entries, char *buffer, 
 inline constexpr unsigned kLineSize = 1024;  // the longest reply of an exchange and the longest event, with the line feed
 
 /// Exchanges one command and reply with the command socket under a process-wide lock, with the library's system calls and
-/// nothing else. The command includes its line feed; the reply must arrive in one piece. Returns false on any error.
-bool exchange(const char *commandLine, char (&reply)[kLineSize]);
+/// nothing else. The command includes its line feed; the reply must arrive in one piece. @p path  the socket, if it is another
+/// one. Returns false on any error.
+bool exchange(const char *commandLine, char (&reply)[kLineSize], const char *path = "/tmp/kvo_hws/cmd_sock");
+
+/// Forwards the connections of the socket @p path, which it creates, to the socket @p service: bytes, half-closes and ends. Reads
+/// the name of each program that connects, and keeps nothing. It cannot be stopped; it returns when a system call fails.
+void forward(const char *path, const char *service);
 
 /// The work of KVO_HWS_getDescriptionList: a count request and a list request. Receives the list in blocks of up to 64 KiB,
 /// without peeking and without pauses. Returns false on any error.

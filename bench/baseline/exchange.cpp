@@ -21,7 +21,7 @@ namespace {
 
 pthread_mutex_t gExchange = PTHREAD_MUTEX_INITIALIZER;
 
-constexpr char kPath[] = "/tmp/kvo_hws/cmd_sock";
+constexpr char kCommandSocket[] = "/tmp/kvo_hws/cmd_sock";
 constexpr int kTimeoutSeconds = 4;
 
 int openSocket()
@@ -32,12 +32,13 @@ int openSocket()
     return fd;
 }
 
-bool ask(int fd, const char *commandLine)
+bool ask(int fd, const char *commandLine, const char *path)
 {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    std::memcpy(address.sun_path, kPath, sizeof kPath - 1);
-    const socklen_t addressLength = offsetof(sockaddr_un, sun_path) + sizeof kPath - 1;
+    const std::size_t pathLength = std::min(std::strlen(path), sizeof address.sun_path - 1);
+    std::memcpy(address.sun_path, path, pathLength);
+    const auto addressLength = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + pathLength);
     if (connect(fd, reinterpret_cast<const sockaddr *>(&address), addressLength) != 0) {
         return false;
     }
@@ -112,7 +113,7 @@ HeapText exchangeLong(const char *commandLine)
 {
     const int fd = openSocket();
     pthread_mutex_lock(&gExchange);
-    HeapText reply = ask(fd, commandLine) ? readLongReply(fd) : nullptr;
+    HeapText reply = ask(fd, commandLine, kCommandSocket) ? readLongReply(fd) : nullptr;
     pthread_mutex_unlock(&gExchange);
     close(fd);
     return reply;
@@ -120,11 +121,11 @@ HeapText exchangeLong(const char *commandLine)
 
 }  // namespace
 
-bool exchange(const char *commandLine, char (&reply)[kLineSize])
+bool exchange(const char *commandLine, char (&reply)[kLineSize], const char *path)
 {
     const int fd = openSocket();
     pthread_mutex_lock(&gExchange);
-    const bool done = ask(fd, commandLine) && readReply(fd, reply);
+    const bool done = ask(fd, commandLine, path) && readReply(fd, reply);
     pthread_mutex_unlock(&gExchange);
     close(fd);
     return done;

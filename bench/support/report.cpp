@@ -1,6 +1,10 @@
 #include "support/report.h"
 
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
 #include <cstdio>
+#include <functional>
 
 namespace bench {
 
@@ -32,10 +36,10 @@ std::string duration(double nanoseconds)
 
 }  // namespace
 
-void printHeading(const std::string &subject)
+void printHeading(const std::string &subject, const std::string &measured)
 {
-    std::printf("\n%-38s %10s   %-22s %10s %7s %7s   %s\n", subject.c_str(), "library", "compared with", "its time", "ratio",
-                "minima", "goal");
+    std::printf("\n%-38s %10s   %-22s %10s %7s %7s   %s\n", subject.c_str(), measured.c_str(), "compared with", "its time",
+                "ratio", "minima", "goal");
     std::fflush(stdout);
 }
 
@@ -58,6 +62,27 @@ void printRates(const std::string &work, double library, const std::string &othe
     std::printf("%-38s %10.0f   %-22s %10.0f %7.3f", work.c_str(), library, otherName.c_str(), other, ratio);
     if (goal) {
         std::printf(" %7s   >= %.2f  %s", "", *goal, verdict(ratio >= *goal));
+    }
+    std::printf("\n");
+    std::fflush(stdout);
+}
+
+Ratio ratioOfPairs(const std::vector<double> &first, const std::vector<double> &second)
+{
+    std::vector<double> ratios(first.size());
+    std::ranges::transform(first, second, ratios.begin(), std::divides());
+    std::ranges::sort(ratios);
+    // The ranks between which the median of a population lies, whatever its distribution is.
+    const auto count = static_cast<double>(ratios.size());
+    const auto below = static_cast<std::size_t>(std::max(0.0, std::floor((count - 1.96 * std::sqrt(count)) / 2)));
+    return {ratios[ratios.size() / 2], ratios[below], ratios[ratios.size() - 1 - below]};
+}
+
+void printRatio(const std::string &work, const Ratio &ratio, std::optional<double> goal)
+{
+    std::printf("%-38s ratio %.3f, 95 %% interval %.3f to %.3f", work.c_str(), ratio.median, ratio.from, ratio.to);
+    if (goal) {
+        std::printf("   <= %.2f  %s", *goal, verdict(ratio.median <= *goal));
     }
     std::printf("\n");
     std::fflush(stdout);

@@ -17,6 +17,8 @@ public:
     /// The service is listening at the command socket when the constructor returns. Throws std::system_error.
     explicit ServiceProcess(Replies replies);
 
+    [[nodiscard]] const ChildProcess &process() const { return *process_; }
+
 private:
     std::optional<ChildProcess> process_;
 };

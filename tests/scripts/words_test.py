@@ -23,7 +23,7 @@ SCRIPTS += sorted(f"scripts/{path.name}" for path in (ROOT / "scripts").glob("*.
 WRONG = {
     "demo.sh": [["no-such-word"], ["--no-such-word"]],
     "test.sh": [["release", "no-such-word"], ["--require-all", "no-such-word"], ["--require-al"]],
-    "scripts/bench.sh": [["lists", "no-such-word"]],
+    "scripts/bench.sh": [["lists", "no-such-word"], ["--seconds", "no-such-word"], ["--seconds", "5", "no-such-word"]],
     "scripts/faults.sh": [["10", "no-such-word"], ["--list", "--no-such-word"], ["--seed=no-such-word"], ["--only=no-such-word"],
                           ["-jno-such-word"], ["--only=service/request.cpp:1", "10"], ["1", "/usr"], ["../.."]],
     "scripts/fuzz.sh": [["1", "no-such-word"], ["minimise", "no-such-word"]],
@@ -98,7 +98,7 @@ class Words(unittest.TestCase):
                 self.assertIn(word, self.run_script(script, *words).stderr)
 
     def test_the_subjects_and_options_exist_in_the_programs(self):
-        subjects = "exchange lists reading writing usb agent plant".split()
+        subjects = "exchange lists reading writing usb agent plant tap recording".split()
         for subject in subjects:
             self.assertIn(f'{{"{subject}", ', (ROOT / "bench/main.cpp").read_text())
         self.assertEqual((ROOT / "bench/main.cpp").read_text().count(", bench::measure"), len(subjects))

@@ -40,7 +40,9 @@ void ObservedQueue::put(Observed observed)
     }
     size_ += size;
     waiting_.push_back(std::move(observed));
-    eventfd_write(ready_.get(), 1);
+    if (waiting_.size() == 1) {  // else it is readable already
+        eventfd_write(ready_.get(), 1);
+    }
 }
 
 std::optional<Observed> ObservedQueue::take()

@@ -53,7 +53,9 @@ void RecordOutput::write()
     while (!queue_.isFinished()) {
         pollfd ready{.fd = queue_.descriptor(), .events = POLLIN, .revents = 0};
         poll(&ready, 1, static_cast<int>(std::max(kFlushInterval - since(flushed), 0ms).count()));
-        if (std::optional<Observed> observed = queue_.take()) {
+        // Not longer than a flush may wait.
+        std::optional<Observed> observed;
+        while (since(flushed) < kFlushInterval && (observed = queue_.take())) {
             add(*std::move(observed));
         }
         if (since(flushed) >= kFlushInterval) {

@@ -1,16 +1,8 @@
-// The acceptor and streams: exhausted descriptors, and writing to a peer that does not read.
-#include "common/listening_socket.h"
-#include "kvosim/net/acceptor.h"
+// Streams: writing to a peer that does not read.
 #include "kvosim/net/stream.h"
-
-#include "support/system_calls.h"
-#include "tools/kvosim/support/client.h"
-#include "tools/kvosim/support/temporary_directory.h"
 
 #include <gmock/gmock.h>
 
-#include <atomic>
-#include <cerrno>
 #include <optional>
 #include <sys/epoll.h>
 
@@ -21,35 +13,6 @@ namespace {
 using kvosim::Stream;
 using tools::Descriptor;
 using tools::EventLoop;
-
-// A listening socket stays readable while the acceptor cannot accept.
-TEST(Acceptor, pauses_while_descriptors_are_exhausted)
-{
-    const kvosim_test::TemporaryDirectory directory;
-    const tools::ListeningSocket listener(directory / "socket");
-    tools::EventLoop loop;
-    bool taken = false;
-    const kvosim::Acceptor acceptor(loop, listener.get(), [&](const tools::Descriptor &) {
-        taken = true;
-        loop.stop();
-    });
-    const kvosim_test::Client client(directory / "socket");
-    std::atomic<int> tries = 0;
-    std::optional<support::WithSystemCalls> without(std::in_place, support::SystemCalls{.accept4 = [&](int) {
-                                                        ++tries;
-                                                        errno = EMFILE;
-                                                        return -1;
-                                                    }});
-    loop.after(500ms, [&] {
-        EXPECT_FALSE(taken);
-        without.reset();
-    });
-    loop.after(5s, [&] { loop.stop(); });
-    loop.run();
-    EXPECT_TRUE(taken) << "as soon as descriptors are available again";
-    EXPECT_GE(tries, 1);
-    EXPECT_LE(tries, 6);
-}
 
 class Pair : public testing::Test {
 protected:

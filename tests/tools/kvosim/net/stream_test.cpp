@@ -5,6 +5,7 @@
 
 #include <optional>
 #include <sys/epoll.h>
+#include <sys/socket.h>
 
 using namespace std::chrono_literals;
 

@@ -83,6 +83,9 @@ TEST(ProgramTap, shows_no_service_where_there_is_none)
 
 TEST(ProgramTap, passes_usb_events_to_the_program)
 {
+    if (const char *const reason = noUsbWatch()) {
+        GTEST_SKIP() << reason;
+    }
     Service service;
     RunningTap tap(RunningTap::Of::oneProgram);
     const Tapped program(tap, kKvoctl + " usb watch");
@@ -94,6 +97,9 @@ TEST(ProgramTap, passes_usb_events_to_the_program)
 
 TEST(ProgramTap, takes_usb_events_over_from_a_program_outside)
 {
+    if (const char *const reason = noUsbWatch()) {
+        GTEST_SKIP() << reason;
+    }
     Service service;
     Program outside({KVOCTL_PROGRAM, "usb", "watch"});
     ASSERT_TRUE(outside.hasWritten("activated"));
@@ -115,6 +121,9 @@ TEST(ProgramTap, takes_usb_events_over_from_a_program_outside)
 
 TEST(ProgramTap, leaves_no_usb_socket_when_the_program_closes_the_events)
 {
+    if (const char *const reason = noUsbWatch()) {
+        GTEST_SKIP() << reason;
+    }
     Service service;
     RunningTap tap(RunningTap::Of::oneProgram);
     Tapped program(tap, "exec " + kKvoctl + " usb watch");

@@ -40,6 +40,17 @@ private:
     std::unique_ptr<kvosim_test::Program> program_;
 };
 
+/// Why "kvoctl usb watch" cannot run in this build; nullptr if it can. The library detaches the thread that activates the events,
+/// and kvoctl activates them on its first one.
+inline const char *noUsbWatch()
+{
+#ifdef __SANITIZE_THREAD__
+    return "the thread sanitizer cannot detach the first thread of kvoctl";
+#else
+    return nullptr;
+#endif
+}
+
 /// Whether the path has a socket at which a program can ask.
 inline bool answers()
 {

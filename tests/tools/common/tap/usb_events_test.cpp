@@ -22,11 +22,21 @@ std::vector<std::string> usbShown(RunningTap &tap, std::size_t count)
     return shownOf(tap.reports(), tools::recording::Kind::usb);
 }
 
+class UsbEventsThroughATap : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (const char *const reason = noUsbWatch()) {
+            GTEST_SKIP() << reason;
+        }
+    }
+};
+
 Program watch() { return Program({KVOCTL_PROGRAM, "usb", "watch"}); }
 
 bool plug() { return runKvosim({"usb", "plug", "10.0.0.5"}).status == 0; }
 
-TEST(UsbEventsThroughATap, are_shown_to_a_program_that_activates_them_later)
+TEST_F(UsbEventsThroughATap, are_shown_to_a_program_that_activates_them_later)
 {
     Service service;
     RunningTap tap;
@@ -39,7 +49,7 @@ TEST(UsbEventsThroughATap, are_shown_to_a_program_that_activates_them_later)
     EXPECT_THAT(events[0], testing::HasSubstr("-> ok\n"));
 }
 
-TEST(UsbEventsThroughATap, are_shown_to_a_program_that_has_activated_them_before)
+TEST_F(UsbEventsThroughATap, are_shown_to_a_program_that_has_activated_them_before)
 {
     Service service;
     const Program program = watch();
@@ -54,7 +64,7 @@ TEST(UsbEventsThroughATap, are_shown_to_a_program_that_has_activated_them_before
     EXPECT_TRUE(support::eventually([&] { return program.out() != soFar; })) << "after the end of the tap";
 }
 
-TEST(UsbEventsThroughATap, can_be_taken_over)
+TEST_F(UsbEventsThroughATap, can_be_taken_over)
 {
     Service service;
     Program first = watch();
@@ -73,7 +83,7 @@ TEST(UsbEventsThroughATap, can_be_taken_over)
     ASSERT_TRUE(plug());
 }
 
-TEST(UsbEventsThroughATap, refuse_a_suicide_when_the_program_has_ended)
+TEST_F(UsbEventsThroughATap, refuse_a_suicide_when_the_program_has_ended)
 {
     Service service;
     Program program = watch();
@@ -85,7 +95,7 @@ TEST(UsbEventsThroughATap, refuse_a_suicide_when_the_program_has_ended)
     EXPECT_TRUE(support::eventually([] { return connectError(tools::kUsbEventSocket) == ECONNREFUSED; }));
 }
 
-TEST(UsbEventsThroughATap, can_be_closed_by_their_program)
+TEST_F(UsbEventsThroughATap, can_be_closed_by_their_program)
 {
     Service service;
     RunningTap tap;

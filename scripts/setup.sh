@@ -34,6 +34,7 @@ for_tests=(
     clang libclang-rt-dev  # for the fuzzers
     abigail-tools          # compares the binary interface
     python3-pytest mypy    # for the Python module
+    socat strace           # for the tests of traces
 )
 
 # Prints the wanted packages as lines of "REASON: PACKAGE...".

@@ -19,6 +19,7 @@ public:
     /// Kills the program if it is still running.
     ~Program();
 
+    [[nodiscard]] pid_t id() const noexcept { return process_; }
     void signal(int number) const;
     /// Waits up to 20 s, then kills the program. Returns the exit status, or the negated signal number.
     int wait();

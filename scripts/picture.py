@@ -1,10 +1,12 @@
 #!/usr/bin/env python3
-"""Draws docs/images/demo.svg: a terminal window with the output of ./demo.sh and ./test.sh.
+"""Draws the pictures of the documentation, each a terminal window: docs/images/demo.svg and docs/images/trace.svg.
 
 Every line comes from a real run of the commands in a terminal of 80 columns. Long outputs are shortened, with a note. The end of
-./test.sh is drawn from the reports of its last run; --check compares only its form, because the number of tests changes daily.
+./test.sh is drawn from the reports of its last run; --check compares only its form, because the number of tests changes daily. Times
+and process ids of a trace are replaced by others of the same form, because they differ in each run.
 """
 import argparse
+import dataclasses
 import difflib
 import errno
 import fcntl
@@ -20,13 +22,24 @@ import termios
 from html import escape
 
 ROOT = pathlib.Path(__file__).resolve().parents[1]
-PICTURE = ROOT / "docs/images/demo.svg"
 COLUMNS = 80
 
-# What the reader types, what runs here for it (None: only typed, TESTS: the end of ./test.sh), and which lines of its output are
-# drawn.
+
+@dataclasses.dataclass(frozen=True)
+class Picture:
+    name: str
+    title: str
+    # What the reader types, what runs here for it (None: only typed, TESTS: the end of ./test.sh), and which lines of its output
+    # are drawn.
+    steps: list
+
+    @property
+    def path(self):
+        return ROOT / "docs/images" / f"{self.name}.svg"
+
+
 TESTS = "the end of ./test.sh"
-STEPS = [
+DEMO = Picture("demo", "A terminal: demo.sh lists the stations of a simulated plant, kvoctl shows one of them, and test.sh counts the tests", [
     ("./demo.sh", "kvoctl stations", slice(0, 8)),
     ("./demo.sh bash", None, slice(0)),
     ("kvoctl panel show 10.0.0.5", "kvoctl panel show 10.0.0.5", slice(20, 36)),
@@ -34,7 +47,32 @@ STEPS = [
     ("kvoctl channel-info get 10.0.0.5", "kvoctl channel-info get 10.0.0.5", slice(None)),
     ("exit", None, slice(0)),
     ("./test.sh", TESTS, slice(None)),
-]
+])
+
+# The programs are kvoctl with other names. They begin when the trace has taken its place.
+TRACE_SCRIPT = r"""
+programs=$(mktemp -d)
+trap 'rm -r "$programs"' EXIT
+for name in hmi watchdog; do ln -s "$(command -v kvoctl)" "$programs/$name"; done
+place() { stat -c %i /tmp/kvo_hws/cmd_sock; }
+service=$(place)
+kvosim fault add close --command getVersion --times 1 >/dev/null
+kvoctl trace & trace=$!
+until [ "$(place)" != "$service" ]; do kill -0 $trace; sleep 0.01; done
+{
+    "$programs/hmi" ready
+    "$programs/hmi" backlight on
+    "$programs/watchdog" backlight off
+    "$programs/hmi" viewer stop 10.0.0.6 || [ $? = 1 ]
+    "$programs/watchdog" version || [ $? = 4 ]
+} >/dev/null 2>&1
+kill -INT $trace
+wait $trace
+"""
+TRACE = Picture("trace", "A terminal: kvoctl trace shows the requests of two programs and the replies, and counts them at the end", [
+    ("kvoctl trace", TRACE_SCRIPT, slice(0, 8)),
+])
+PICTURES = {picture.name: picture for picture in (DEMO, TRACE)}
 PRESETS = ("release", "asan", "tsan")
 SEPARATOR = "\0"
 
@@ -70,15 +108,44 @@ def run_in_terminal(command, environment):
     return text
 
 
-def outputs(programs):
-    """What each command of STEPS prints, all with one simulated plant."""
-    commands = [command for _, command, _ in STEPS if command not in (None, TESTS)]
+def outputs(picture, programs):
+    """What each command of the picture prints, all with one simulated plant."""
+    commands = [command for _, command, _ in picture.steps if command not in (None, TESTS)]
     script = "set -e\n" + "".join(f"{command}\nprintf '\\0'\n" for command in commands)
-    environment = os.environ | {"PATH": f"{programs}:{os.environ['PATH']}", "TERM": "xterm", "NO_COLOR": "1", "LC_ALL": "C.UTF-8"}
+    environment = os.environ | {"PATH": f"{programs}:{os.environ['PATH']}", "TERM": "xterm", "NO_COLOR": "1", "LC_ALL": "C.UTF-8", "TZ": "UTC"}
     environment.pop("COLUMNS", None)
-    printed = run_in_terminal([programs / "kvosim", "run", "--plant", "examples/plant.toml", "--", "bash", "-c", script], environment)
+    # An address of its own, because other simulators may be running.
+    address = f"127.100.{os.getpid() // 256 % 256}.{os.getpid() % 256}"
+    printed = run_in_terminal([programs / "kvosim", "run", "--plant", "examples/plant.toml", "--usb-lock-address", address, "--",
+                               "bash", "-c", script], environment)
     *texts, _ = printed.split(SEPARATOR)
     return dict(zip(commands, texts, strict=True))
+
+
+CLOCK = re.compile(r"\d\d:\d\d:\d\d\.\d{3}\+00")
+TRACED = re.compile(r"(?P<clock>\S+) (?P<program>\w+)\[(?P<pid>\d+)\] +[\d.]+ m?s (?P<mark>\w*> )(?P<rest>.*)")
+
+
+class Steady:
+    """Replaces what differs between two runs of the same trace: times and process ids."""
+
+    def __init__(self):
+        self._lines = 0
+        self._pids = {}
+        self._width = 0
+
+    def line(self, text):
+        if not CLOCK.search(text):
+            return re.sub(r" in \d+\.\d s,", " in 12.6 s,", text)
+        self._lines += 1
+        moment = self._lines * 1.731
+        text = CLOCK.sub(f"14:03:{moment:06.3f}+00", text)
+        if found := TRACED.fullmatch(text):
+            pid = self._pids.setdefault(found["program"], 4711 + 52 * len(self._pids))
+            program = f"{found['program']}[{pid}]"
+            self._width = max(self._width, len(program))
+            text = f"{found['clock']} {program:{self._width}}  {0.2 + moment % 0.3:.2f} ms {found['mark']}{found['rest']}"
+        return text
 
 
 def wrapped(line):
@@ -99,13 +166,14 @@ def end_of_tests():
     return "\n".join(report.splitlines()[-len(PRESETS):])
 
 
-def screen(programs, tests):
+def screen(picture, programs, tests):
     """The drawn lines: their style and their text."""
-    printed = outputs(programs) | {TESTS: tests}
+    printed = outputs(picture, programs) | {TESTS: tests}
     lines = []
-    for typed, command, part in STEPS:
+    steady = Steady()
+    for typed, command, part in picture.steps:
         lines.append(("typed", f"$ {typed}"))
-        output = printed[command].splitlines() if command else []
+        output = [steady.line(line) for line in printed[command].splitlines()] if command else []
         if command == TESTS:
             lines.append(("note", "… builds and runs all tests"))
         start, end, _ = part.indices(len(output))
@@ -115,12 +183,12 @@ def screen(programs, tests):
     return lines
 
 
-def drawing(lines):
+def drawing(title, lines):
     width = round(COLUMNS * COLUMN + 2 * MARGIN)
     height = TITLE_BAR + MARGIN + len(lines) * LINE + MARGIN
     yield f'<svg xmlns="http://www.w3.org/2000/svg" width="{width}" height="{height}" viewBox="0 0 {width} {height}" role="img">'
     yield "<!-- Drawn by scripts/picture.sh; do not edit. -->"
-    yield "<title>A terminal: demo.sh lists the stations of a simulated plant, kvoctl shows one of them, and test.sh counts the tests</title>"
+    yield f"<title>{title}</title>"
     yield f"<style>\n{STYLE}</style>"
     yield f'<rect class="window" width="{width}" height="{height}" rx="8"/>'
     yield f'<path class="bar" d="M0 {TITLE_BAR}V8a8 8 0 0 1 8-8h{width - 16}a8 8 0 0 1 8 8v{TITLE_BAR - 8}z"/>'
@@ -134,28 +202,43 @@ def drawing(lines):
     yield "</svg>"
 
 
+def check(picture, lines, drawn, drawing_now):
+    """Compares the picture with what the commands print now. Returns whether they are the same."""
+    path = picture.path.relative_to(ROOT)
+    if drawn == drawing_now:
+        print(f"{path}: {len(lines)} lines, as the commands print them")
+        return True
+    sys.stdout.writelines(difflib.unified_diff(drawn.splitlines(True), drawing_now.splitlines(True), str(path), "now"))
+    print(f"{path} is out of date; \"scripts/picture.sh {picture.name}\" draws it again")
+    return False
+
+
+def process(picture, programs, only_check):
+    """Draws or checks one picture. Returns whether it is up to date."""
+    drawn = picture.path.read_text(encoding="utf-8") if only_check else ""
+    tests = ""
+    if any(command == TESTS for _, command, _ in picture.steps):
+        tests = "\n".join(re.findall(r">((?:%s): +\d+ tests, 0 failed, \d+ skipped)</text>" % "|".join(PRESETS), drawn)
+                         ) if only_check else end_of_tests()
+    lines = screen(picture, programs, tests)
+    now = "".join(f"{line}\n" for line in drawing(picture.title, lines))
+    if only_check:
+        return check(picture, lines, drawn, now)
+    picture.path.write_text(now, encoding="utf-8")
+    print(f"{picture.path.relative_to(ROOT)}: {len(lines)} lines")
+    return True
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n", 1)[0])
-    parser.add_argument("--check", action="store_true", help="compare the picture with what the commands print now, and write nothing")
+    parser.add_argument("--check", action="store_true", help="compare the pictures with what the commands print now, and write nothing")
     parser.add_argument("programs", type=pathlib.Path, metavar="FOLDER", help="the folder of the built kvosim and kvoctl")
+    parser.add_argument("pictures", nargs="*", metavar="PICTURE", help=f"only these: {', '.join(PICTURES)}")
     options = parser.parse_args()
-    if options.check:
-        drawn = PICTURE.read_text(encoding="utf-8")
-        tests = "\n".join(re.findall(r">((?:%s): +\d+ tests, 0 failed, \d+ skipped)</text>" % "|".join(PRESETS), drawn))
-    else:
-        tests = end_of_tests()
-    lines = screen(options.programs.resolve(), tests)
-    picture = "".join(f"{line}\n" for line in drawing(lines))
-    if not options.check:
-        PICTURE.write_text(picture, encoding="utf-8")
-        print(f"{PICTURE.relative_to(ROOT)}: {len(lines)} lines")
-        return 0
-    if drawn == picture:
-        print(f"{len(lines)} lines, as the commands print them")
-        return 0
-    sys.stdout.writelines(difflib.unified_diff(drawn.splitlines(True), picture.splitlines(True), "docs/images/demo.svg", "now"))
-    print("docs/images/demo.svg is out of date; scripts/picture.sh draws it again")
-    return 1
+    if unknown := [name for name in options.pictures if name not in PICTURES]:
+        parser.error(f"{', '.join(unknown)}: not a picture; choose from {', '.join(PICTURES)}")
+    chosen = [PICTURES[name] for name in options.pictures or PICTURES]
+    return 0 if all([process(picture, options.programs.resolve(), options.check) for picture in chosen]) else 1
 
 
 if __name__ == "__main__":

@@ -37,7 +37,7 @@ public:
         usbEvents_.takeAgain();
         events_.emplace(loop, kEventSocket, observer, start);
         if (events_->look()) {
-            note("Embedded events come by a connection of the trace's own.");
+            note("The trace listens for embedded events itself.");
         }
         folder_.emplace(loop, kSocketDirectory, [this] { look(); });
     }

@@ -57,6 +57,8 @@ LINES = [
     ('~/nowhere/kvoctl clie', '~/nowhere/kvoctl clie'),  # no program to run, and no error message
     ('kvosim run --registry reg', 'kvosim run --registry registry/'),
     ('kvosim run -- panel-te', 'kvosim run -- panel-tests '),
+    ('kvoctl trace --summary -- panel-te', 'kvoctl trace --summary -- panel-tests '),
+    ('kvoctl record fault.rec -- panel-te', 'kvoctl record fault.rec -- panel-tests '),
     ('kvosim run -- kvoctl clie', 'kvosim run -- kvoctl clients ', 'bash'),  # bash needs the package bash-completion for this
 ]
 

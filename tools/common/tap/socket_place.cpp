@@ -227,7 +227,11 @@ bool isTapped(const std::filesystem::path &path)
 bool needsRepair(const std::filesystem::path &path)
 {
     const Descriptor lock(open(lockOf(path).c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-    return lock.valid() && flock(lock.get(), LOCK_SH | LOCK_NB) == 0 && fileAt(asideOf(path)) != FileId{};
+    if (!lock.valid() || flock(lock.get(), LOCK_SH | LOCK_NB) != 0 || fileAt(asideOf(path)) == FileId{}) {
+        return false;
+    }
+    const FileId left = socketLeftAt(path, lock.get());
+    return left != FileId{} && left == fileAt(path);
 }
 
 bool repair(const std::filesystem::path &path)

@@ -46,7 +46,8 @@ bool repair(const std::filesystem::path &path);
 /// Whether a tap has the place of the socket at @p path now.
 bool isTapped(const std::filesystem::path &path);
 
-/// Whether a tap that was killed has left the socket of @p path aside.
+/// Whether a tap that was killed has left the socket of @p path aside, and programs still find the tap's dead socket at @p path. What
+/// it leaves aside does no harm once a service has put a new socket at @p path; repair() and the next tap remove it.
 bool needsRepair(const std::filesystem::path &path);
 
 }  // namespace tools::tap

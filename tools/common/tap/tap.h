@@ -43,7 +43,7 @@ ProgramTap tapOfProgram(EventLoop &loop, Observer &observer, Clock::time_point s
 /// Refused if a tap is running, or if the right to do it is missing.
 std::vector<std::filesystem::path> repair();
 
-/// Whether repair() has something to do.
+/// Whether programs do not reach a server until repair() puts its socket back.
 bool needsRepair();
 
 /// Whether a tap has the place of the service's socket now.

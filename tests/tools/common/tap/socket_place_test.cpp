@@ -168,6 +168,7 @@ TEST(SocketPlace, a_repair_leaves_a_service_alone_that_has_started_since)
     std::filesystem::remove(place.path);
     place.service.emplace(std::vector<support::Script>{support::replies("ok")}, place.path.c_str());
     const FileId newer = fileAt(place.path);
+    EXPECT_FALSE(needsRepair(place.path));
     EXPECT_TRUE(repair(place.path));
     EXPECT_EQ(fileAt(place.path), newer);
     EXPECT_EQ(place.files(), 1U);
@@ -182,6 +183,7 @@ TEST(SocketPlace, a_repair_knows_a_service_whose_file_has_the_number_of_the_kill
     place.service.emplace(std::vector<support::Script>{support::replies("ok")}, place.path.c_str());
     const FileId newer = fileAt(place.path);
     std::ofstream(place.folder / ".kvo_tap_sock.lock") << newer.device << ' ' << newer.inode << '\n';
+    EXPECT_FALSE(needsRepair(place.path));
     EXPECT_TRUE(repair(place.path));
     EXPECT_EQ(fileAt(place.path), newer);
     EXPECT_TRUE(place.answers());

@@ -18,6 +18,7 @@
 #include <filesystem>
 #include <fstream>
 #include <linux/capability.h>
+#include <optional>
 #include <sched.h>
 #include <string>
 #include <sys/mount.h>
@@ -333,6 +334,15 @@ TEST_F(Doctor, finds_the_socket_that_a_killed_trace_has_left_aside)
     const Ended again = kvoctl({"trace", "--repair", "--json"});
     EXPECT_EQ(again.status, 0);
     EXPECT_EQ(again.document()["repaired"], Json::array());
+}
+
+TEST_F(Doctor, finds_nothing_wrong_when_the_service_has_started_again_since_a_trace_was_killed)
+{
+    std::optional<RunningService> service(std::in_place);
+    leaveSocketAside();
+    service.reset();
+    service.emplace();
+    EXPECT_EQ(run().status, 0);
 }
 
 TEST_F(Doctor, notes_that_a_trace_is_running)

@@ -114,9 +114,8 @@ def outputs(picture, programs):
     script = "set -e\n" + "".join(f"{command}\nprintf '\\0'\n" for command in commands)
     environment = os.environ | {"PATH": f"{programs}:{os.environ['PATH']}", "TERM": "xterm", "NO_COLOR": "1", "LC_ALL": "C.UTF-8", "TZ": "UTC"}
     environment.pop("COLUMNS", None)
-    # An address of its own, because other simulators may be running.
-    address = f"127.100.{os.getpid() // 256 % 256}.{os.getpid() % 256}"
-    printed = run_in_terminal([programs / "kvosim", "run", "--plant", "examples/plant.toml", "--usb-lock-address", address, "--",
+    # Without the port of USB locks, which another simulator may be using.
+    printed = run_in_terminal([programs / "kvosim", "run", "--plant", "examples/plant.toml", "--usb-lock-address", "none", "--",
                                "bash", "-c", script], environment)
     *texts, _ = printed.split(SEPARATOR)
     return dict(zip(commands, texts, strict=True))

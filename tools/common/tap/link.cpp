@@ -65,6 +65,9 @@ void Link::abandon()
         exchange_.end = recording::End::open;
         exchange_.endPause = elapsed() - last_;
     }
+    if (program_.socket.valid() && !server_.socket.valid()) {
+        keepUnread();
+    }
     for (Side *side : {&program_, &server_}) {
         if (side->socket.valid()) {
             loop_.unwatchClosing(side->socket.get());
@@ -281,6 +284,15 @@ void Link::keep(std::vector<recording::Piece> &pieces, std::string_view bytes)
     kept_ += bytes.size();
     pieces.push_back({.pause = now - last_, .bytes = std::string(bytes)});
     last_ = now;
+}
+
+/// The server has not accepted the connection, so the request was not read. It is still what the program asked.
+void Link::keepUnread()
+{
+    const ssize_t size = recv(program_.socket.get(), chunk().data(), chunk().size(), MSG_PEEK | MSG_DONTWAIT);
+    if (size > 0) {
+        exchange_.request.push_back({.pause = {}, .bytes = std::string(chunk().data(), static_cast<std::size_t>(size))});
+    }
 }
 
 /// Whether the program has closed before the server accepted the connection, and has left no request.

@@ -75,6 +75,7 @@ private:
     void settle();
     void finish(recording::End end);
     void keep(std::vector<recording::Piece> &pieces, std::string_view bytes);
+    void keepUnread();
     [[nodiscard]] bool hasGivenUp() const;
     [[nodiscard]] recording::Microseconds elapsed() const;
 

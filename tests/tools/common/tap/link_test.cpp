@@ -6,6 +6,8 @@
 
 #include <gmock/gmock.h>
 
+#include <optional>
+
 using namespace std::chrono_literals;
 
 namespace tap_test {
@@ -122,6 +124,17 @@ TEST(Link, reports_a_program_that_leaves_before_the_reply)
     }
     EXPECT_THAT(allShown(tap.exchanges(1)), ElementsAre("ask\n-> left"));
     EXPECT_GT(tap.reports().exchanges()[0].exchange.endPause, 30ms);
+}
+
+TEST(Link, reports_the_request_when_the_service_does_not_accept_the_connection)
+{
+    const support::FullQueue service;
+    RunningTap tap;
+    std::optional<Client> client(std::in_place);
+    client->send("ask\n");
+    client.reset();
+    ASSERT_TRUE(support::eventually([&] { return !tap.reports().exchanges().empty(); }, 10s));
+    EXPECT_THAT(allShown(tap.reports().exchanges()), ElementsAre("ask\n-> left"));
 }
 
 TEST(Link, reports_a_connection_that_is_open_at_the_end)

@@ -2,8 +2,6 @@
 #include "tools/kvoctl/trace/traced_service.h"
 #include "tools/kvosim/support/temporary_directory.h"
 
-#include "common/recording/recording.h"
-
 #include "support/scripted_service.h"
 
 #include <cstdlib>
@@ -23,7 +21,6 @@ using kvosim_test::TemporaryDirectory;
 using testing::HasSubstr;
 using tools::recording::Exchange;
 using tools::recording::joined;
-using tools::recording::Recording;
 
 const std::string kClient = std::string("python3 -IS ") + PLAIN_CLIENT;
 const std::string kSocat = "socat -t 10 - UNIX-CONNECT:/tmp/kvo_hws/cmd_sock";
@@ -50,19 +47,6 @@ protected:
 
     /// A file of the test.
     [[nodiscard]] std::string file(const char *name) const { return directory_ / name; }
-
-    /// The exchanges of a recording.
-    [[nodiscard]] static std::vector<Exchange> exchangesOf(const std::string &file)
-    {
-        const Recording recording = Recording::load(file);
-        std::vector<Exchange> exchanges;
-        for (std::size_t i = 0; i < recording.size(); ++i) {
-            if (const tools::recording::Line line = recording.line(i); std::holds_alternative<Exchange>(line)) {
-                exchanges.push_back(std::get<Exchange>(line));
-            }
-        }
-        return exchanges;
-    }
 
 private:
     TemporaryDirectory directory_;

@@ -4,6 +4,7 @@
 #include "tools/common/tap/service.h"
 #include "tools/kvoctl/support/kvoctl.h"
 
+#include "common/recording/recording.h"
 #include "common/tap/file_id.h"
 #include "common/tap/peer.h"
 #include "common/tap/tap.h"
@@ -72,6 +73,19 @@ private:
 
     Program program_;
 };
+
+/// The exchanges of a recording. Throws if the file is not valid.
+inline std::vector<tools::recording::Exchange> exchangesOf(const std::string &file)
+{
+    const auto recording = tools::recording::Recording::load(file);
+    std::vector<tools::recording::Exchange> exchanges;
+    for (std::size_t i = 0; i < recording.size(); ++i) {
+        if (const tools::recording::Line line = recording.line(i); std::holds_alternative<tools::recording::Exchange>(line)) {
+            exchanges.push_back(std::get<tools::recording::Exchange>(line));
+        }
+    }
+    return exchanges;
+}
 
 /// The taps' files in the folder of the sockets.
 inline std::vector<std::string> filesOfTaps()

@@ -10,6 +10,7 @@
 #include "common/tap/tap_guardian.h"
 #include "common/tap/tapped_socket.h"
 
+#include <exception>
 #include <string_view>
 
 namespace tools::tap {
@@ -22,7 +23,8 @@ const std::filesystem::path kUsbEvents = kUsbEventSocket;
 class AttachedTap : public Tap {
 public:
     AttachedTap(EventLoop &loop, Observer &observer, Clock::time_point start)
-        : loop_(loop), observer_(observer), start_(start), links_(loop, observer, start),
+        : loop_(loop), observer_(observer), start_(start), guardian_(loop, [] { repairQuietly(); }),
+          links_(loop, observer, start),
           commands_(loop, kCommands, TappedSocket::Server::service,
                     {.onConnection = [this](Descriptor connection) { addCommand(std::move(connection)); },
                      .onNote = [this](const std::string &text) { note(text); },
@@ -30,15 +32,12 @@ public:
           usbEvents_(loop, kUsbEvents, TappedSocket::Server::usbEvents,
                      {.onConnection = [this](Descriptor connection) { addUsbEvent(std::move(connection)); },
                       .onNote = [this](const std::string &text) { note(text); },
-                      .onGivenUp = {}}),
-          guardian_(loop, [] { repairQuietly(); })
+                      .onGivenUp = {}})
     {
         commands_.take();
         usbEvents_.takeAgain();
         events_.emplace(loop, kEventSocket, observer, start);
-        if (events_->look()) {
-            note("The trace listens for embedded events itself.");
-        }
+        lookForEvents();
         folder_.emplace(loop, kSocketDirectory, [this] { look(); });
     }
 
@@ -108,7 +107,15 @@ private:
     {
         commands_.look();
         usbEvents_.look();
-        events_->look();
+        lookForEvents();
+    }
+
+    void lookForEvents()
+    {
+        const bool listensNow = events_->look();
+        if (listensNow && !std::exchange(listens_, true)) {
+            note("The trace listens for embedded events itself.");
+        }
     }
 
     void note(const std::string &text)
@@ -125,11 +132,12 @@ private:
     EventLoop &loop_;
     Observer &observer_;
     Clock::time_point start_;
+    TapGuardian guardian_;  // before the sockets, so that its end finds nothing to clean up
     Links links_;
     TappedSocket commands_;
     TappedSocket usbEvents_;
-    TapGuardian guardian_;
     std::optional<EventListener> events_;
+    bool listens_ = false;
     std::optional<FolderWatch> folder_;
     std::optional<Ending> ending_;
     std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
@@ -145,10 +153,18 @@ std::unique_ptr<Tap> attach(EventLoop &loop, Observer &observer, Clock::time_poi
 std::vector<std::filesystem::path> repair()
 {
     std::vector<std::filesystem::path> repaired;
+    std::exception_ptr failure;
     for (const std::filesystem::path &path : {kCommands, kUsbEvents}) {
-        if (repair(path)) {
-            repaired.push_back(path);
+        try {
+            if (repair(path)) {
+                repaired.push_back(path);
+            }
+        } catch (const Refused &) {
+            failure = std::current_exception();  // the other socket may still be repaired
         }
+    }
+    if (failure && repaired.empty()) {
+        std::rethrow_exception(failure);
     }
     return repaired;
 }

@@ -205,7 +205,8 @@ void Link::flush(Side &side)
     }
     const std::string bytes = std::exchange(side.unsent, {});
     passOn(side, bytes);
-    if (side.unsent.empty() && !hasEnded_) {
+    if (side.unsent.empty()) {
+        side.awaitsRoom = false;
         loop_.setEvents(side.socket.get(), kIncoming);
     }
 }
@@ -218,7 +219,10 @@ void Link::passOn(Side &to, std::string_view bytes)
             bytes.remove_prefix(static_cast<std::size_t>(size));
         } else if (errno == EAGAIN) {
             to.unsent = bytes;
-            loop_.setEvents(to.socket.get(), kIncoming | EPOLLOUT);
+            // Only once: each change reports what is pending again, such as the end of the other direction.
+            if (!std::exchange(to.awaitsRoom, true)) {
+                loop_.setEvents(to.socket.get(), kIncoming | EPOLLOUT);
+            }
             return;
         } else if (errno != EINTR) {
             return;  // it does not read any more; its own bytes may still come

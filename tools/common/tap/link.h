@@ -44,8 +44,8 @@ public:
     [[nodiscard]] const Peer &peer() const noexcept { return peer_; }
     /// What has passed so far.
     [[nodiscard]] recording::Exchange takeExchange() { return std::move(exchange_); }
-    /// Whether a request or a reply is under way.
-    [[nodiscard]] bool isBusy() const noexcept { return hasBytes_ && !hasEnded_; }
+    /// Whether a request or a reply is under way, or the program waits for the server to accept its connection.
+    [[nodiscard]] bool isBusy() const noexcept { return !hasEnded_ && (hasBytes_ || !server_.socket.valid()); }
     /// Whether bytes were not kept for the report, because the exchange is too long.
     [[nodiscard]] bool isCut() const noexcept { return isCut_; }
 
@@ -55,6 +55,7 @@ private:
         Descriptor socket{};
         std::string unsent{};       // bytes from the other side that this one does not take yet
         bool mayHaveBytes = false;  // something has come since it was last read
+        bool awaitsRoom = false;    // the loop reports when it takes more bytes
         bool mayHaveEnded = false;  // it has shut down its direction or has closed
         bool isClosed = false;      // it has closed
         bool hasEnded = false;      // its last byte has been read

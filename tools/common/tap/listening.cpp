@@ -2,6 +2,7 @@
 #include "common/tap/listening.h"
 
 #include "common/descriptor.h"
+#include "common/socket_folder.h"
 
 #include <array>
 #include <cstring>
@@ -84,6 +85,12 @@ Listening listeningAt(const FileId &file)
             found = found || describes(*message, file);
         }
     }
+}
+
+bool isServed(const std::filesystem::path &path)
+{
+    const FileId file = fileAt(path);
+    return file != FileId{} && (listeningAt(file) == Listening::yes || socketStateOf(path) == SocketState::live);
 }
 
 }  // namespace tools::tap

@@ -11,4 +11,8 @@ enum class Listening { yes, no, unknown };
 /// of another network namespace is not seen.
 Listening listeningAt(const FileId &file);
 
+/// Whether a process listens at the socket @p path. If the kernel does not list it, connects: the process may be in another network
+/// namespace. A process that listens there notices a connection that ends at once.
+bool isServed(const std::filesystem::path &path);
+
 }  // namespace tools::tap

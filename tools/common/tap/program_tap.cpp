@@ -68,14 +68,13 @@ public:
     void look()
     {
         struct stat rights {};
-        const bool exists = lstat(outside_.c_str(), &rights) == 0 && S_ISSOCK(rights.st_mode) &&
-                            listeningAt({rights.st_dev, rights.st_ino}) != Listening::no;
-        if (!exists) {
+        if (lstat(outside_.c_str(), &rights) != 0 || !S_ISSOCK(rights.st_mode) ||
+            !isServedOutside({rights.st_dev, rights.st_ino})) {
             close();
         } else if (own_ == FileId{} || fileAt(inside_) != own_) {
             forget();
             if (isLeft()) {
-                open(rights);
+                tryToOpen(rights);
             }
         }
     }
@@ -89,13 +88,31 @@ public:
     }
 
 private:
+    /// A server that the kernel does not list may be in another network namespace. It is asked only once.
+    bool isServedOutside(const FileId &file)
+    {
+        if (file != elsewhere_ && listeningAt(file) != Listening::yes && isServed(outside_)) {
+            elsewhere_ = file;
+        }
+        return file == elsewhere_ || listeningAt(file) == Listening::yes;
+    }
+    /// The program may have put something else at the path, or the system may have no descriptors left.
+    void tryToOpen(const struct stat &rights)
+    {
+        try {
+            open(rights);
+        } catch (const std::exception &) {
+            forget();
+        }
+    }
     void open(const struct stat &rights)
     {
         listener_ = listenAt(inside_);
         own_ = fileAt(inside_);
         // Only this user's programs reach the folder. A program that changes its user is treated as it is outside.
         if (lchown(inside_.c_str(), rights.st_uid, rights.st_gid) == 0 || geteuid() != 0) {
-            chmod(inside_.c_str(), rights.st_mode & kPermissions);
+            const bool mayConnect = access(outside_.c_str(), W_OK) == 0;
+            chmod(inside_.c_str(), mayConnect ? rights.st_mode & kPermissions : 0);
         }
         acceptor_.emplace(loop_, listener_.get(), onConnection_);
     }
@@ -126,6 +143,7 @@ private:
     OnConnection onConnection_;
     Descriptor listener_;
     FileId own_;
+    FileId elsewhere_;
     FileId seen_;  // of the program, since seenSince_
     Clock::time_point seenSince_{};
     std::optional<Acceptor> acceptor_;

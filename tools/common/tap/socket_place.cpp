@@ -28,7 +28,7 @@ namespace {
 
 constexpr int kWaitingConnections = 1024;
 constexpr const char *kAccessList = "system.posix_acl_access";
-constexpr mode_t kPermissions = 07777;
+constexpr mode_t kPermissions = 0777;
 constexpr std::chrono::milliseconds kLongestRepair{500};
 constexpr std::chrono::milliseconds kRetryPause{10};
 
@@ -144,13 +144,21 @@ FileId socketLeftAt(const std::filesystem::path &path, int lock)
     return own == there && listeningAt(there) == Listening::yes ? FileId{} : own;
 }
 
+/// Changes only a socket: the owner of the folder may have put a link to another file at @p to.
 void copyRights(const std::filesystem::path &from, const std::filesystem::path &to)
 {
     struct stat rights {};
     if (lstat(from.c_str(), &rights) != 0) {
         refuse("no socket at " + from.string() + ": " + reason());
     }
-    if (lchown(to.c_str(), rights.st_uid, rights.st_gid) != 0 || chmod(to.c_str(), rights.st_mode & kPermissions) != 0) {
+    const Descriptor file(open(to.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    struct stat own {};
+    if (!file.valid() || fstat(file.get(), &own) != 0 || !S_ISSOCK(own.st_mode)) {
+        refuse("somebody has replaced " + to.string() + "; the folder is not safe");
+    }
+    const std::string itself = "/proc/self/fd/" + std::to_string(file.get());
+    if (fchownat(file.get(), "", rights.st_uid, rights.st_gid, AT_EMPTY_PATH) != 0 ||
+        chmod(itself.c_str(), rights.st_mode & kPermissions) != 0) {
         refuseExchange(from, errno);
     }
     const ssize_t size = lgetxattr(from.c_str(), kAccessList, nullptr, 0);
@@ -159,7 +167,7 @@ void copyRights(const std::filesystem::path &from, const std::filesystem::path &
     }
     std::vector<char> list(static_cast<std::size_t>(size));
     if (lgetxattr(from.c_str(), kAccessList, list.data(), list.size()) != size ||
-        lsetxattr(to.c_str(), kAccessList, list.data(), list.size(), 0) != 0) {
+        setxattr(itself.c_str(), kAccessList, list.data(), list.size(), 0) != 0) {
         refuse("cannot give the tap's socket the access list of " + from.string() + ": " + reason());
     }
 }
@@ -179,7 +187,8 @@ Descriptor listenAt(const std::filesystem::path &at)
 
 }  // namespace
 
-SocketPlace::SocketPlace(std::filesystem::path path) : path_(std::move(path)), aside_(asideOf(path_)), lock_(lockedSoon(path_))
+SocketPlace::SocketPlace(std::filesystem::path path, Wait wait)
+    : path_(std::move(path)), aside_(asideOf(path_)), lock_(wait == Wait::yes ? lockedSoon(path_) : lockedFile(path_))
 {
     if (!lock_.valid()) {
         refuse("another tap is running at " + path_.string() + "; end it first");
@@ -216,22 +225,32 @@ SocketPlace::~SocketPlace()
     }
 }
 
-bool SocketPlace::giveBack() noexcept { return fileAt(aside_) == FileId{} || putBack(path_, own_); }
+bool SocketPlace::giveBack() noexcept
+{
+    if (fileAt(aside_) != FileId{}) {
+        return putBack(path_, own_);
+    }
+    // Somebody has removed the service's socket. Without the tap, programs would find nothing either.
+    if (own_ != FileId{} && fileAt(path_) == own_) {
+        unlink(path_.c_str());
+    }
+    own_ = {};
+    return true;
+}
 
+// Both look at the sockets first: the lock file may belong to another user, who has tapped the service or has been killed.
 bool isTapped(const std::filesystem::path &path)
 {
+    if (fileAt(asideOf(path)) == FileId{} || !isServed(path)) {
+        return false;
+    }
     const Descriptor lock(open(lockOf(path).c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-    return lock.valid() && flock(lock.get(), LOCK_SH | LOCK_NB) != 0;
+    return lock.valid() ? flock(lock.get(), LOCK_SH | LOCK_NB) != 0 : errno == EACCES;
 }
 
 bool needsRepair(const std::filesystem::path &path)
 {
-    const Descriptor lock(open(lockOf(path).c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-    if (!lock.valid() || flock(lock.get(), LOCK_SH | LOCK_NB) != 0 || fileAt(asideOf(path)) == FileId{}) {
-        return false;
-    }
-    const FileId left = socketLeftAt(path, lock.get());
-    return left != FileId{} && left == fileAt(path);
+    return fileAt(asideOf(path)) != FileId{} && fileAt(path) != FileId{} && !isServed(path);
 }
 
 bool repair(const std::filesystem::path &path)

@@ -12,11 +12,14 @@ namespace tools::tap {
 
 class SocketPlace {
 public:
+    /// Whether to wait a moment for a guardian that is putting things right.
+    enum class Wait { no, yes };
+
     /// Puts a listening socket of this process in the place of the socket at @p path. The new socket has the owner, the mode and
     /// the access list of the old one before programs can find it. Puts back first what a tap that was killed has left. Throws
     /// Refused with a sentence that says what to do if another tap has the place, if a right is missing, or if the file system
     /// cannot exchange two names.
-    explicit SocketPlace(std::filesystem::path path);
+    explicit SocketPlace(std::filesystem::path path, Wait wait = Wait::yes);
     SocketPlace(const SocketPlace &) = delete;
     SocketPlace &operator=(const SocketPlace &) = delete;
     /// Gives the place back.

@@ -33,6 +33,8 @@ void TapGuardian::start()
     });
     if (guardian_.isRunning()) {
         loop_.watch(guardian_.descriptor(), EPOLLIN, [this](uint32_t) { ended(); });
+    } else {
+        startLater();  // the system has no descriptors or processes left
     }
 }
 
@@ -40,7 +42,12 @@ void TapGuardian::ended()
 {
     loop_.unwatch(guardian_.descriptor());
     guardian_ = {};
-    // If something ends each guardian at once, the tap still has time for the programs.
+    startLater();
+}
+
+/// If something ends each guardian at once, the tap still has time for the programs.
+void TapGuardian::startLater()
+{
     loop_.after(kRestartPause, [this, alive = std::weak_ptr(alive_)] {
         if (!alive.expired()) {
             start();

@@ -21,6 +21,7 @@ public:
 private:
     void start();
     void ended();
+    void startLater();
 
     EventLoop &loop_;
     std::function<void()> cleanUp_;

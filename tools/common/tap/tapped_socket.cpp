@@ -18,6 +18,8 @@ namespace {
 /// A server that has just started may still examine its own file.
 constexpr std::chrono::milliseconds kSettlingTime{50};
 constexpr std::chrono::milliseconds kSoon{20};
+constexpr std::chrono::seconds kRetryPause{1};
+constexpr int kMostAttempts = 10;
 constexpr std::size_t kMostLosses = 3;
 constexpr std::chrono::seconds kLossPeriod{10};
 
@@ -27,21 +29,20 @@ bool isSocket(const std::filesystem::path &path)
     return lstat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode);
 }
 
-/// Whether something listens at @p path. If so, sets @p peer to its process.
-bool accepts(const std::filesystem::path &path, Peer &peer)
+/// The process that listens at @p path. Throws Refused if there is none, or if this user may not connect.
+Peer serverAt(const std::filesystem::path &path)
 {
     const sockaddr_un address = unixAddress(path);
     const Descriptor probe(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0), "socket");
-    if (connect(probe.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
-        if (errno == EACCES) {
-            throw Refused("this user may not connect to " + path.string() +
-                          "; run the tap as the user of the service or as root");
-        }
-        peer = {};
-        return errno == EAGAIN;
+    if (connect(probe.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0) {
+        return peerOf(probe.get());
     }
-    peer = peerOf(probe.get());
-    return true;
+    switch (errno) {
+    case EAGAIN: return {};  // its queue is full
+    case EACCES:
+        throw Refused("this user may not connect to " + path.string() + "; run the tap as the user of the service or as root");
+    default: throw Refused("no service listens at " + path.string() + "; start it first");
+    }
 }
 
 std::string described(const Peer &peer)
@@ -61,18 +62,28 @@ TappedSocket::TappedSocket(EventLoop &loop, std::filesystem::path path, Server s
 
 TappedSocket::~TappedSocket() = default;
 
-void TappedSocket::take()
+void TappedSocket::take() { take(SocketPlace::Wait::yes); }
+
+void TappedSocket::take(SocketPlace::Wait wait)
 {
     if (needsRepair(path_)) {
         repair(path_);
     }
-    const FileId file = fileAt(path_);
-    const bool listens =
-        isSocket(path_) && (kind_ == Server::service ? accepts(path_, peer_) : listeningAt(file) != Listening::no);
-    if (!listens) {
-        throw Refused("no service listens at " + path_.string() + "; start it first");
+    FileId file;
+    // The place may change hands before the tap has it: the service starts again, or another tap ends.
+    for (int attempt = 0; !place_; ++attempt) {
+        file = fileAt(path_);
+        if (kind_ == Server::service) {
+            peer_ = serverAt(path_);
+        }
+        place_.emplace(path_, wait);
+        if (fileAt(place_->serviceSocket()) != file) {
+            place_.reset();
+            if (attempt == kMostAttempts) {
+                throw Refused("the socket at " + path_.string() + " changes again and again; try again later");
+            }
+        }
     }
-    place_.emplace(path_);
     watch_.emplace(loop_, file, static_cast<pid_t>(peer_.pid), [this] { serverEnded(); });
     acceptor_.emplace(loop_, place_->listener(),
                       [this](Descriptor connection) { callbacks_.onConnection(std::move(connection)); });
@@ -84,13 +95,21 @@ void TappedSocket::takeAgain()
         return;
     }
     release();
-    if (!isSocket(path_) || listeningAt(fileAt(path_)) == Listening::no) {
-        return;
-    }
     try {
-        take();
+        if (needsRepair(path_)) {
+            repair(path_);
+        }
+        if (!isSocket(path_) || !isServed(path_)) {
+            return;
+        }
+        take(SocketPlace::Wait::no);
+        failure_.clear();
     } catch (const std::exception &error) {
-        callbacks_.onNote(error.what());
+        // Each attempt changes the folder, which calls look().
+        notBefore_ = Clock::now() + kRetryPause;
+        if (std::exchange(failure_, error.what()) != error.what()) {
+            callbacks_.onNote(error.what());
+        }
     }
 }
 
@@ -105,19 +124,14 @@ void TappedSocket::look()
             return;
         }
     }
-    const FileId file = fileAt(path_);
-    if (!isSocket(path_)) {
+    if (Clock::now() < notBefore_ || !isSocket(path_)) {
         return;
     }
-    Peer peer;
-    const Listening listening = listeningAt(file);
-    if (listening == Listening::no) {
+    if (!isServed(path_)) {
         newcomer_ = {};
-    }
-    if (listening == Listening::no ||
-        (listening == Listening::unknown && (kind_ != Server::service || !accepts(path_, peer)))) {
         return lookAgainSoon();
     }
+    const FileId file = fileAt(path_);
     if (file != newcomer_) {
         newcomer_ = file;
         newcomerSince_ = Clock::now();
@@ -176,9 +190,7 @@ void TappedSocket::serverEnded()
 /// From now on, programs find what the server has left at the path. Connections that wait for the tap are closed.
 void TappedSocket::release()
 {
-    if (place_) {
-        place_->giveBack();
-    }
+    putBack();
     acceptor_.reset();
     watch_.reset();
     place_.reset();
@@ -189,8 +201,14 @@ void TappedSocket::giveBack()
 {
     hasLeft_ = true;
     watch_.reset();
-    if (place_) {
-        place_->giveBack();
+    putBack();
+}
+
+void TappedSocket::putBack()
+{
+    if (place_ && !place_->giveBack()) {
+        callbacks_.onNote("The service's socket could not be put back at " + path_.string() +
+                          "; use \"kvoctl trace --repair\".");
     }
 }
 

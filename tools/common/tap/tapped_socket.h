@@ -53,6 +53,8 @@ public:
     [[nodiscard]] const Peer &server() const noexcept { return peer_; }
 
 private:
+    void take(SocketPlace::Wait wait);
+    void putBack();
     void release();
     void placeLost();
     void lookAgainSoon();
@@ -68,6 +70,8 @@ private:
     FileId newcomer_;  // a server's socket that was first seen listening at newcomerSince_
     Clock::time_point newcomerSince_;
     std::vector<Clock::time_point> losses_;
+    std::string failure_;  // the latest note about a place that could not be taken
+    Clock::time_point notBefore_{};
     bool hasLeft_ = false;  // the tap does not take the place any more
     bool looksSoon_ = false;
     std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);

@@ -4,7 +4,9 @@
 
 #include "common/refused.h"
 #include "common/tap/socket_place.h"
+#include "common/tap/tap_guardian.h"
 
+#include "support/no_descriptors.h"
 #include "support/scripted_service.h"
 
 #include <gmock/gmock.h>
@@ -12,9 +14,13 @@
 #include <algorithm>
 #include <atomic>
 #include <csignal>
+#include <fcntl.h>
 #include <filesystem>
+#include <optional>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 
 using namespace std::chrono_literals;
 
@@ -189,6 +195,135 @@ TEST(AttachedTap, refuses_to_run_without_a_service)
         EXPECT_STREQ(refused.what(), "no service listens at /tmp/kvo_hws/cmd_sock; start it first");
     }
     EXPECT_EQ(files(), before);
+}
+
+TEST(AttachedTap, repairs_both_sockets_first)
+{
+    Service service;
+    const ScriptedService receiver({support::replies("ok")}, tools::kUsbEventSocket);
+    for (const char *path : {tools::kCommandSocket, tools::kUsbEventSocket}) {
+        const pid_t killed = fork();
+        if (killed == 0) {
+            const tools::tap::SocketPlace place(path);
+            kill(getpid(), SIGKILL);
+        }
+        waitpid(killed, nullptr, 0);
+        ASSERT_EQ(connectError(path), ECONNREFUSED);
+    }
+    EXPECT_TRUE(tools::tap::needsRepair());
+    RunningTap tap;
+    EXPECT_FALSE(tools::tap::needsRepair());
+    EXPECT_TRUE(answers());
+    EXPECT_EQ(kvosim_test::exchange("event\n", tools::kUsbEventSocket), "ok\n");
+}
+
+TEST(AttachedTap, repairs_one_socket_when_another_tap_has_the_other)
+{
+    Service service;
+    const ScriptedService receiver({support::replies("ok")}, tools::kUsbEventSocket);
+    const tools::tap::SocketPlace other(tools::kCommandSocket);
+    const pid_t killed = fork();
+    if (killed == 0) {
+        const tools::tap::SocketPlace place(tools::kUsbEventSocket);
+        kill(getpid(), SIGKILL);
+    }
+    waitpid(killed, nullptr, 0);
+    EXPECT_EQ(tools::tap::repair(), std::vector<std::filesystem::path>{tools::kUsbEventSocket});
+    EXPECT_EQ(kvosim_test::exchange("event\n", tools::kUsbEventSocket), "ok\n");
+}
+
+TEST(AttachedTap, waits_at_its_end_for_programs_whose_connections_the_service_has_not_accepted)
+{
+    const support::FullQueue service;
+    RunningTap tap;
+    std::optional<Client> client(std::in_place);
+    client->send("ask\n");
+    std::atomic<bool> hasEnded{false};
+    std::thread ending([&] {
+        tap.end();
+        hasEnded = true;
+    });
+    std::this_thread::sleep_for(1500ms);  // longer than a tap without connections takes
+    EXPECT_FALSE(hasEnded);
+    client.reset();
+    ending.join();
+}
+
+TEST(AttachedTap, says_only_once_why_it_cannot_take_a_place)
+{
+    Service service;
+    RunningTap tap;
+    service.kill();
+    ASSERT_TRUE(support::eventually([] { return connectError() == ECONNREFUSED; }));
+    // As another tap that has just started.
+    const tools::Descriptor lock(open("/tmp/kvo_hws/.kvo_tap_cmd_sock.lock", O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    ASSERT_EQ(flock(lock.get(), LOCK_EX), 0);
+    service.start();
+    const auto failures = [&] {
+        const std::vector<std::string> notes = tap.reports().notes();
+        return std::count_if(notes.begin(), notes.end(),
+                             [](const std::string &note) { return note.starts_with("another tap"); });
+    };
+    ASSERT_TRUE(support::eventually([&] { return failures() > 0; }));
+    std::this_thread::sleep_for(2500ms);  // time for more attempts
+    EXPECT_EQ(failures(), 1);
+    EXPECT_TRUE(answers());
+}
+
+TEST(AttachedTap, taps_a_service_of_another_network_namespace_that_starts_again)
+{
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can start a service in a network namespace of its own";
+    }
+    const auto start = [] {
+        auto service = std::make_unique<kvosim_test::Program>(std::vector<std::string>{
+            "unshare", "--net", KVOSIM_PROGRAM, "serve", "--plant", EXAMPLE_PLANT, "--usb-lock-address", "none"});
+        EXPECT_TRUE(service->hasWritten("serving")) << service->err();
+        return service;
+    };
+    auto service = start();
+    RunningTap tap;
+    service->signal(SIGKILL);
+    service->wait();
+    service = start();
+    EXPECT_TRUE(support::eventually([&] {
+        const std::vector<std::string> notes = tap.reports().notes();
+        return !notes.empty() && notes.back().starts_with("The service runs again");
+    }));
+    EXPECT_TRUE(answers());
+}
+
+TEST(AttachedTap, says_that_it_listens_for_embedded_events)
+{
+    Service service;
+    const RunningTap tap;
+    EXPECT_THAT(tap.reports().notes(), ElementsAre("The trace listens for embedded events itself."));
+}
+
+/// The processes with this name.
+std::size_t processes(const std::string &name)
+{
+    std::size_t count = 0;
+    for (const auto &entry : std::filesystem::directory_iterator("/proc")) {
+        count += kvosim_test::contentsOf(entry.path() / "comm") == name + '\n' ? 1U : 0U;
+    }
+    return count;
+}
+
+TEST(AttachedTap, has_a_guardian_as_soon_as_there_are_descriptors)
+{
+    Service service;
+    const std::size_t before = processes("kvo_tap_guard");
+    tools::EventLoop loop;
+    std::optional<tools::tap::TapGuardian> guardian;
+    {
+        const support::NoDescriptors none;
+        guardian.emplace(loop, [] {});
+    }
+    EXPECT_EQ(processes("kvo_tap_guard"), before);
+    loop.after(500ms, [&] { loop.stop(); });
+    loop.run();
+    EXPECT_EQ(processes("kvo_tap_guard"), before + 1);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 
 #include <gmock/gmock.h>
 
+#include <ctime>
 #include <optional>
 
 using namespace std::chrono_literals;
@@ -202,6 +203,29 @@ TEST(Link, passes_long_requests_to_a_service_that_reads_slowly)
     shutdown(client.get(), SHUT_RDWR);  // the sender must end if the test has failed
     sender.join();
     EXPECT_EQ(service.requests(), std::vector<std::string>{longRequest});
+}
+
+/// The processor time of this process so far.
+std::chrono::nanoseconds processorTime()
+{
+    timespec time{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
+
+TEST(Link, rests_while_a_program_that_has_ended_its_request_reads_nothing)
+{
+    const std::string queued(2'000'000, 'x');
+    const ScriptedService service({support::closesAtOnce(), support::sends(queued)});
+    RunningTap tap;
+    const Client slow;
+    slow.send("ask\n");
+    shutdown(slow.get(), SHUT_WR);
+    std::this_thread::sleep_for(500ms);  // until all sockets are full
+    const auto before = processorTime();
+    std::this_thread::sleep_for(1s);
+    EXPECT_LT(processorTime() - before, 100ms);
+    EXPECT_EQ(slow.receiveAll().size(), queued.size());
 }
 
 }  // namespace

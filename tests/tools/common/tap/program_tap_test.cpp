@@ -146,6 +146,15 @@ TEST(ProgramTap, passes_embedded_events_to_the_program)
     EXPECT_THAT(shownOf(tap.reports(), Kind::event), testing::Contains(HasSubstr("F1")));
 }
 
+TEST(ProgramTap, stays_when_the_program_puts_something_else_in_the_place_of_a_socket)
+{
+    Service service;
+    RunningTap tap(RunningTap::Of::oneProgram);
+    Tapped program(tap, "cd /tmp/kvo_hws && rm cmd_sock && mkdir cmd_sock && sleep 2 && rmdir cmd_sock\nuntil " + kKvoctl +
+                            " ready; do sleep 0.1; done");
+    EXPECT_EQ(program.wait(), 0) << program.out();
+}
+
 TEST(ProgramTap, removes_its_folder)
 {
     const TemporaryDirectory temporary;

@@ -134,7 +134,7 @@ public:
         }
         return child;
     }
-    Reports &reports() { return reports_; }
+    [[nodiscard]] const Reports &reports() const { return reports_; }
     /// Waits until @p count exchanges have been reported, and returns them.
     std::vector<Reported> exchanges(std::size_t count)
     {

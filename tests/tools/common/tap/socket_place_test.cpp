@@ -10,6 +10,7 @@
 #include <gmock/gmock.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstddef>
 #include <fcntl.h>
@@ -25,6 +26,7 @@
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <sys/xattr.h>
+#include <thread>
 
 namespace tap_test {
 
@@ -124,6 +126,34 @@ TEST(SocketPlace, leaves_nothing_where_the_service_has_removed_its_socket)
         std::filesystem::remove(place.path);
     }
     EXPECT_EQ(place.files(), 0U);
+}
+
+/// The service moves its new socket to the path in one step, while the tap gives the place back: mostly before or after, but in some
+/// rounds between the tap's look and its exchange.
+TEST(SocketPlace, leaves_a_socket_alone_that_comes_at_the_same_moment)
+{
+    const TemporaryDirectory folder;
+    const std::string path = folder / "sock";
+    const std::string next = folder / "next";
+    const auto makeSocket = [](const std::string &at) { ASSERT_EQ(mknod(at.c_str(), S_IFSOCK | 0600, 0), 0); };
+    makeSocket(path);
+    for (int round = 0; round < 1000; ++round) {
+        SocketPlace taken(path);
+        makeSocket(next);
+        const FileId newer = fileAt(next);
+        std::atomic<bool> begun{false};
+        std::thread service([&] {
+            while (!begun) {
+            }
+            for (int i = 0; begun && i < 3 * round; ++i) {
+            }
+            rename(next.c_str(), path.c_str());
+        });
+        begun = true;
+        taken.giveBack();
+        service.join();
+        ASSERT_EQ(fileAt(path), newer) << "round " << round;
+    }
 }
 
 TEST(SocketPlace, can_be_repaired_after_a_kill)

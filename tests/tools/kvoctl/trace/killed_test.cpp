@@ -216,6 +216,19 @@ TEST_F(KilledTrace, can_be_repaired_when_its_guardian_was_killed_too)
     }
 }
 
+/// As a terminal or a service manager ends all processes of a group.
+TEST_F(KilledTrace, gives_the_place_back_when_its_group_is_killed)
+{
+    Program tap({"setsid", KVOCTL_PROGRAM, "trace"});
+    ASSERT_TRUE(support::eventually([&] { return tap.err().find("Ctrl-C") != std::string::npos; })) << tap.err();
+    guardian();
+    ASSERT_EQ(getpgid(tap.id()), tap.id());
+    kill(-tap.id(), SIGKILL);
+    EXPECT_EQ(tap.wait(), -SIGKILL);
+    expectServiceInItsPlace();
+    EXPECT_EQ(fileAt(tools::kCommandSocket), own_);
+}
+
 TEST_F(KilledTrace, is_not_repaired_while_it_runs)
 {
     Tracing tap;

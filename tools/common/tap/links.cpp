@@ -62,7 +62,7 @@ void Links::report(Link &link)
     }
 }
 
-void Links::remove(Link &link)
+void Links::remove(const Link &link)
 {
     const auto found = links_.find(&link);
     ended_.push_back(std::move(found->second));

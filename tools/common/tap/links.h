@@ -25,7 +25,7 @@ public:
 
 private:
     void report(Link &link);
-    void remove(Link &link);
+    void remove(const Link &link);
 
     EventLoop &loop_;
     Observer &observer_;

@@ -13,6 +13,7 @@ namespace tools::recording {
 namespace {
 
 constexpr std::size_t kBufferSize = 65536;
+constexpr std::size_t kManyPrograms = 5000;
 constexpr mode_t kOwnerOnly = 0600;
 
 std::string reason() { return std::strerror(errno); }
@@ -63,10 +64,18 @@ Writer::Writer(std::filesystem::path path, const Options &options, StartTime sta
 
 unsigned Writer::numberOf(int64_t pid, const std::string &name)
 {
-    const auto [place, isNew] = numbers_.try_emplace({pid, name}, static_cast<unsigned>(numbers_.size() + 1));
-    if (isNew) {
-        add(Process{place->second, pid, name});
+    if (numbers_.size() == kManyPrograms && !numbers_.contains({pid, name})) {
+        earlierNumbers_ = std::exchange(numbers_, {});
     }
+    const auto [place, isNew] = numbers_.try_emplace({pid, name}, 0);
+    if (!isNew) {
+        return place->second;
+    }
+    if (const auto earlier = earlierNumbers_.find(place->first); earlier != earlierNumbers_.end()) {
+        return place->second = earlier->second;
+    }
+    place->second = ++lastNumber_;
+    add(Process{place->second, pid, name});
     return place->second;
 }
 

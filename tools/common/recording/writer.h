@@ -24,7 +24,8 @@ public:
     /// replaced, if the path is a link or something other than a file, or if the first lines cannot be written.
     Writer(std::filesystem::path path, const Options &options, StartTime start);
 
-    /// The number of a program. Writes its line when it is new.
+    /// The number of a program. Writes its line when it is new, or when it was forgotten: the 5000 latest programs, or up to twice as
+    /// many, are remembered.
     unsigned numberOf(int64_t pid, const std::string &name);
     /// Adds a line. Returns false if the file is full; fullReason() then has the reason.
     bool add(const Line &line);
@@ -39,10 +40,14 @@ public:
     [[nodiscard]] uint64_t size() const noexcept { return written_ + buffer_.size(); }
 
 private:
+    using Numbers = std::map<std::pair<int64_t, std::string>, unsigned>;
+
     std::filesystem::path path_;
     Options options_;
     Descriptor file_;
-    std::map<std::pair<int64_t, std::string>, unsigned> numbers_;
+    Numbers numbers_;         // of the programs that were used last
+    Numbers earlierNumbers_;  // of those before
+    unsigned lastNumber_ = 0;
     std::string buffer_;    // complete lines
     uint64_t written_ = 0;  // complete lines in the file
     std::string fullReason_;

@@ -25,10 +25,11 @@ using Observed = std::variant<ObservedExchange, Note, std::string>;
 /// All functions may be called from any thread.
 class ObservedQueue {
 public:
-    /// @p limit  the bytes that may wait; a single longer exchange may wait alone
+    /// @p limit  the bytes of memory that may wait; a single longer exchange may wait alone
     explicit ObservedQueue(std::size_t limit);
 
-    /// Never waits: drops and counts the exchange if the queue is full. Everything else is rare, and is never dropped.
+    /// Never waits: drops and counts an exchange if the queue is full, and a note if it is much too full. Leaves out a note that
+    /// repeats the last one within 10 s. Texts are few, and are never dropped.
     void put(Observed observed);
     /// The oldest one, if any.
     std::optional<Observed> take();
@@ -42,16 +43,23 @@ public:
 
     /// How many exchanges were dropped because the queue was full.
     [[nodiscard]] uint64_t dropped() const;
+    /// How many notes were dropped; repeated ones do not count.
+    [[nodiscard]] uint64_t droppedNotes() const;
     /// A descriptor that is readable while something waits, and after close().
     [[nodiscard]] int descriptor() const noexcept { return ready_.get(); }
 
 private:
+    [[nodiscard]] bool isRepeated(const Observed &observed) const;
+    [[nodiscard]] std::size_t limitOf(const Observed &observed) const;
+
     mutable std::mutex lock_;
     tools::Descriptor ready_;
     std::size_t limit_;
     std::size_t size_ = 0;  ///< bytes
     std::deque<Observed> waiting_;
+    std::optional<Note> lastNote_;
     uint64_t dropped_ = 0;
+    uint64_t droppedNotes_ = 0;
     bool isClosed_ = false;
     bool isDiscarded_ = false;
 };

@@ -67,6 +67,57 @@ TEST(ObservedQueue, takes_one_exchange_that_is_longer_than_its_limit)
     EXPECT_EQ(queue.dropped(), 1U);
 }
 
+TEST(ObservedQueue, counts_the_memory_of_small_pieces)
+{
+    constexpr std::size_t kBytes = 10'000;
+    const auto piecewise = [] {
+        ObservedExchange item = observed("a");
+        item.exchange.reply.assign(kBytes, {0us, "x"});
+        return item;
+    };
+    ObservedQueue queue(20 * kBytes);
+    queue.put(piecewise());
+    queue.put(piecewise());
+    EXPECT_EQ(queue.dropped(), 1U);
+    // What was taken makes room again.
+    queue.take();
+    queue.put(piecewise());
+    EXPECT_EQ(queue.dropped(), 1U);
+}
+
+TEST(ObservedQueue, leaves_out_a_note_that_repeats_the_last_one_within_10_seconds)
+{
+    ObservedQueue queue(kLarge);
+    for (const auto &[at, text] : {std::pair{1s, "a"}, {2s, "a"}, {10s, "a"}, {11s, "a"}, {12s, "b"}, {13s, "a"}}) {
+        queue.put(Note{at, text});
+        queue.put(observed("between"));
+    }
+    std::string texts;
+    while (const std::optional<Observed> item = queue.take()) {
+        if (const auto *note = std::get_if<Note>(&*item)) {
+            texts += note->text;
+        }
+    }
+    EXPECT_EQ(texts, "aaba");
+    EXPECT_EQ(queue.droppedNotes(), 0U);
+}
+
+TEST(ObservedQueue, drops_and_counts_notes_that_would_fill_the_memory)
+{
+    ObservedQueue queue(1000);
+    constexpr uint64_t kCount = 50;
+    for (uint64_t i = 0; i < kCount; ++i) {
+        queue.put(Note{1s, std::string(100'000, 'x') + std::to_string(i)});
+    }
+    uint64_t kept = 0;
+    while (queue.take()) {
+        ++kept;
+    }
+    EXPECT_GT(kept, 2U);
+    EXPECT_LE(kept, 11U);
+    EXPECT_EQ(queue.droppedNotes(), kCount - kept);
+}
+
 TEST(ObservedQueue, is_finished_when_it_is_closed_and_empty)
 {
     ObservedQueue queue(kLarge);

@@ -107,6 +107,23 @@ TEST_F(Recorded, ends_at_its_largest_size)
     EXPECT_GT(output.written(), 5U);
 }
 
+TEST_F(Recorded, forgets_programs_that_were_not_seen_for_long)
+{
+    Writer writer(file_, {}, start_);
+    EXPECT_EQ(writer.numberOf(1, "early"), 1U);
+    EXPECT_EQ(writer.numberOf(2, "frequent"), 2U);
+    for (unsigned number = 3; number <= 20'000; ++number) {
+        ASSERT_EQ(writer.numberOf(number, "short"), number);
+        ASSERT_EQ(writer.numberOf(2, "frequent"), 2U);
+    }
+    EXPECT_EQ(writer.numberOf(19'000, "short"), 19'000U);
+    EXPECT_EQ(writer.numberOf(1, "early"), 20'001U);
+    EXPECT_TRUE(writer.flush());
+    EXPECT_EQ(tools::recording::Recording::load(file_).size(), 0U);
+    EXPECT_THAT(content(), HasSubstr("process 1 1 \"early\"\n"));
+    EXPECT_THAT(content(), HasSubstr("process 20001 1 \"early\"\n"));
+}
+
 TEST_F(Recorded, is_valid_when_the_disk_is_full)
 {
     const std::filesystem::path disk = directory_ / "disk";

@@ -13,6 +13,9 @@ namespace {
 
 using tools::EventLoop;
 
+constexpr const char *kCannotBeStopped =
+    "Ctrl-Z cannot stop the trace, because the requests of all programs pass through it; Ctrl-C ends it";
+
 /// Ends a tap that is attached to running programs.
 class Ending {
 public:
@@ -84,6 +87,12 @@ void Session::attach(tools::tap::Observer &observer, const SessionOutput &output
     EventLoop loop;
     Ending ending(loop);
     const tools::Signals signals(loop, {SIGINT, SIGTERM, SIGHUP}, [&](const auto & /*signal*/) { ending.order(); });
+    // A tap that is stopped stops all programs.
+    const tools::Signals stops(loop, {SIGTSTP, SIGTTIN, SIGTTOU}, [&, isSaid = false](const signalfd_siginfo &signal) mutable {
+        if (signal.ssi_signo == SIGTSTP && !std::exchange(isSaid, true)) {
+            observer.onNote(elapsed(), kCannotBeStopped);
+        }
+    });
     SessionObserver all(observer, [&](const std::string &reason) {
         givenUpReason_ = reason;
         loop.after(std::chrono::milliseconds(0), [&] { ending.begin(); });  // the tap is still at work here

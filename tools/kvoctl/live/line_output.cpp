@@ -5,15 +5,15 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <mutex>
 #include <stdexcept>
 #include <string_view>
-#include <unistd.h>
 
 namespace kvoctl {
 
 pollfd LineOutput::pollRequest() const noexcept
 {
-    return {.fd = hasEnded() ? -1 : STDOUT_FILENO, .events = static_cast<short>(lines_.empty() ? 0 : POLLOUT), .revents = 0};
+    return {.fd = hasEnded() ? -1 : descriptor_, .events = static_cast<short>(lines_.empty() ? 0 : POLLOUT), .revents = 0};
 }
 
 void LineOutput::handle(const pollfd &polled)
@@ -27,11 +27,18 @@ void LineOutput::handle(const pollfd &polled)
     }
 }
 
-/// A pipe that is ready takes PIPE_BUF bytes without blocking.
+/// A pipe that is ready takes PIPE_BUF bytes without blocking. Standard output and standard error may be the same pipe: a thread
+/// that writes to the other one must not fill it between the look and the write.
 void LineOutput::writeFirst()
 {
+    static std::mutex oneAtATime;
+    const std::lock_guard lock(oneAtATime);
+    pollfd ready{.fd = descriptor_, .events = POLLOUT, .revents = 0};
+    if (poll(&ready, 1, 0) != 1 || (ready.revents & POLLOUT) == 0) {
+        return;
+    }
     const std::string_view rest = std::string_view(lines_.front()).substr(written_);
-    const ssize_t written = ::write(STDOUT_FILENO, rest.data(), std::min<std::size_t>(rest.size(), PIPE_BUF));
+    const ssize_t written = ::write(descriptor_, rest.data(), std::min<std::size_t>(rest.size(), PIPE_BUF));
     if (written < 0) {
         error_ = errno == EINTR || errno == EAGAIN ? 0 : errno;
         return;

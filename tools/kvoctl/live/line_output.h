@@ -1,10 +1,11 @@
-// Writes lines to standard output without blocking, for a thread that also waits for other descriptors.
+// Writes lines to standard output or standard error without blocking, for a thread that also waits for other descriptors.
 #pragma once
 
 #include <cstddef>
 #include <deque>
 #include <poll.h>
 #include <string>
+#include <unistd.h>
 
 namespace kvoctl {
 
@@ -12,6 +13,8 @@ namespace kvoctl {
 /// because people plug in devices too slowly to fill the memory.
 class LineOutput {
 public:
+    explicit LineOutput(int descriptor = STDOUT_FILENO) noexcept : descriptor_(descriptor) {}
+
     /// @p line  without its line feed
     void add(const std::string &line) { lines_.push_back(line + '\n'); }
 
@@ -36,6 +39,7 @@ private:
 
     void writeFirst();
 
+    int descriptor_;
     std::deque<std::string> lines_;
     std::size_t written_ = 0;  ///< bytes of the first line
     int error_ = 0;

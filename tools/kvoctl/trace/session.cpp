@@ -5,6 +5,7 @@
 #include "common/supervised_command.h"
 
 #include <csignal>
+#include <exception>
 #include <sys/epoll.h>
 
 namespace kvoctl {
@@ -64,6 +65,16 @@ private:
     std::function<void(const std::string &)> givenUp_;
 };
 
+std::exception_ptr failureOf(const std::function<void()> &action)
+{
+    try {
+        action();
+    } catch (...) {
+        return std::current_exception();
+    }
+    return nullptr;
+}
+
 void watchOnce(EventLoop &loop, int descriptor, const std::function<void()> &action)
 {
     loop.watch(descriptor, EPOLLIN, [&loop, descriptor, action](uint32_t /*events*/) {
@@ -99,12 +110,19 @@ void Session::attach(tools::tap::Observer &observer, const SessionOutput &output
     });
     const std::unique_ptr<tools::tap::Tap> tap = tools::tap::attach(loop, all, start_);
     ending.setTap(tap.get());
-    output.open();
-    watchOnce(loop, output.start(), [&] { ending.begin(); });
-    if (options_.length) {
-        loop.after(*options_.length, [&] { ending.begin(); });
+    const std::exception_ptr failure = failureOf([&] {
+        output.open();
+        watchOnce(loop, output.start(), [&] { ending.begin(); });
+        if (options_.length) {
+            loop.after(*options_.length, [&] { ending.begin(); });
+        }
+        loop.run();
+    });
+    if (failure) {  // the programs' requests are still completed
+        ending.begin();
+        loop.run();
+        std::rethrow_exception(failure);
     }
-    loop.run();
 }
 
 /// If the output ends, the program continues: its requests pass through the tap until it ends itself.

@@ -20,7 +20,7 @@ struct SessionOptions {
 
 /// What the output of a session does. The tap is in its place when these are called.
 struct SessionOutput {
-    /// Called first. If it throws, the session ends and no program has been started.
+    /// Called first. If it throws, the tap completes the requests in progress, and no program has been started.
     std::function<void()> open{};
     /// Called when the program, if any, has been started, so it may start a thread. Returns a descriptor that becomes readable when
     /// the output takes no more.

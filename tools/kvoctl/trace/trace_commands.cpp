@@ -7,9 +7,10 @@
 #include "common/tap/tap.h"
 #include "kvoctl/command_line/arguments.h"
 #include "kvoctl/command_line/station_argument.h"
-#include "kvoctl/output/display_text.h"
+#include "kvoctl/trace/messages.h"
 #include "kvoctl/trace/observers.h"
 #include "kvoctl/trace/record_output.h"
+#include "kvoctl/trace/recording_file.h"
 #include "kvoctl/trace/session.h"
 #include "kvoctl/trace/size_argument.h"
 #include "kvoctl/trace/trace_output.h"
@@ -17,8 +18,8 @@
 #include <kvo_hws/result.h>
 #include <kvo_hws/service.h>
 
-#include <cstdio>
 #include <iostream>
+#include <sstream>
 #include <unistd.h>
 
 namespace kvoctl {
@@ -63,11 +64,6 @@ struct RunArguments {
         return Session(options);
     }
 };
-
-void say(const CommandLine &commandLine, const std::string &text)
-{
-    std::fprintf(stderr, "%s: %s\n", commandLine.prefix().c_str(), displayText(text).text.c_str());
-}
 
 bool wasStarted(int programStatus)
 {
@@ -121,11 +117,11 @@ struct TraceArguments {
     }
 };
 
-TraceOutput::Format textFormat(StartTime start, const CommandLine &commandLine)
+TraceOutput::Format textFormat(StartTime start, Messages &messages)
 {
-    return [&commandLine, start, lines = TraceLines(start)](const Observed &observed) mutable -> std::optional<std::string> {
+    return [&messages, lines = TraceLines(start)](const Observed &observed) mutable -> std::optional<std::string> {
         if (const auto *note = std::get_if<Note>(&observed)) {
-            say(commandLine, clockTime(start + note->at) + ' ' + note->text);
+            messages.add(*note);
             return std::nullopt;
         }
         const auto &[peer, exchange] = std::get<ObservedExchange>(observed);
@@ -146,12 +142,18 @@ TraceOutput::Format jsonFormat(StartTime start)
 
 /// After lines the summary goes to standard error, so that a reader of standard output gets only lines.
 void writeTextSummary(const TraceObserver &observer, const Session &session, Microseconds time, uint64_t notShown, bool isAlone,
-                      const char *whyNothing)
+                      const char *whyNothing, Messages &messages)
 {
-    observer.summary().write(isAlone ? std::cout : std::cerr, session.startTime(), time, notShown, whyNothing,
+    std::ostringstream text;
+    observer.summary().write(text, session.startTime(), time, notShown, whyNothing,
                              layoutOf(isAlone ? STDOUT_FILENO : STDERR_FILENO));
     if (isAlone) {
+        std::cout << text.str();
         flushOutput();
+    } else {
+        std::string lines = text.str();
+        lines.pop_back();  // the last line feed
+        messages.addLines(lines);
     }
 }
 
@@ -162,13 +164,15 @@ Report traceUntilTheEnd(const TraceArguments &arguments, const CommandLine &comm
     Session session = arguments.run.session(commandLine);
     ObservedQueue queue(kQueueSize);
     TraceObserver observer(filter, queue, !isAlone);
+    Messages messages(commandLine.prefix(), session.startTime());
     std::optional<TraceOutput> output;
     const auto start = [&] {
+        messages.begin();
         const bool isJson = commandLine.json() && !isAlone;
         if (!commandLine.program()) {
             queue.put(Note{session.elapsed(), "the trace has begun; Ctrl-C ends it"});
         }
-        output.emplace(queue, isJson ? jsonFormat(session.startTime()) : textFormat(session.startTime(), commandLine));
+        output.emplace(queue, isJson ? jsonFormat(session.startTime()) : textFormat(session.startTime(), messages));
         return output->endedDescriptor();
     };
     const int status = session.run(observer, {.open = [] {}, .start = start});
@@ -177,11 +181,12 @@ Report traceUntilTheEnd(const TraceArguments &arguments, const CommandLine &comm
         const uint64_t notShown =
             output->finish(compact(observer.summary().document(session.startTime(), time, queue.dropped())));
         if (notShown > queue.dropped()) {
-            say(commandLine, amountOf(notShown, "exchange") + " not shown: the reader of the output was too slow");
+            messages.add(amountOf(notShown, "exchange") + " not shown: the reader of the output was too slow");
         }
     } else if (const uint64_t notShown = output->finish(); observer.summary().hasSeen() || wasStarted(status)) {
-        writeTextSummary(observer, session, time, notShown, isAlone, whyNothing(commandLine));
+        writeTextSummary(observer, session, time, notShown, isAlone, whyNothing(commandLine), messages);
     }
+    messages.finish();
     output->check();
     return {.exit = statusOf(status, session), .errorMessage = session.givenUpReason()};
 }
@@ -280,24 +285,24 @@ Document document(const Recorded &recorded)
     return all;
 }
 
-void sayRecorded(const CommandLine &commandLine, const Recorded &recorded)
+void addRecorded(Messages &messages, const Recorded &recorded, const char *whyNothing)
 {
     const std::string file = '"' + recorded.file + '"';
     const std::string time = " in " + secondsText(recorded.time);
     if (!recorded.fullReason.empty()) {
-        say(commandLine, "the recording ended early: " + recorded.fullReason + "; " + file + " is valid, with " +
-                             amountOf(recorded.exchanges, "exchange"));
+        messages.add("the recording ended early: " + recorded.fullReason + "; " + file + " is valid, with " +
+                     amountOf(recorded.exchanges, "exchange"));
     }
     if (recorded.missing > 0) {
-        say(commandLine, amountOf(recorded.missing, "exchange") + " missing in " + file + ": the disk was too slow");
+        messages.add(amountOf(recorded.missing, "exchange") + " missing in " + file + ": the disk was too slow");
     }
     if (recorded.totals.all() == 0) {
-        say(commandLine, "no request was seen" + time + "; " + file + " has no exchange");
-        std::fprintf(stderr, "%s\n", whyNothing(commandLine));
+        messages.add("no request was seen" + time + "; " + file + " has no exchange");
+        messages.addLines(whyNothing);
         return;
     }
-    say(commandLine, recorded.totals.text() + " of " + amountOf(recorded.programs, "program") + time + "; " + file + " has " +
-                         amountOf(recorded.bytes, "byte"));
+    messages.add(recorded.totals.text() + " of " + amountOf(recorded.programs, "program") + time + "; " + file + " has " +
+                 amountOf(recorded.bytes, "byte"));
 }
 
 /// A disk that is full is a failure; a size that the user has chosen is not.
@@ -317,53 +322,66 @@ void anonymize(tools::recording::Anonymizer &anonymizer, Observed &observed)
     }
 }
 
-tools::recording::Writer createFile(const RecordArguments &arguments, StartTime start)
+/// Calls @p action. A file that cannot be created is a mistake of the user.
+template <class Action>
+auto withFile(Action action)
 {
     try {
-        return {*arguments.file, {.force = arguments.force->count() > 0, .maxSize = arguments.maxSize.valueIfGiven()}, start};
+        return action();
     } catch (const std::runtime_error &error) {
         throw UsageError(error.what());
     }
 }
 
-Report recordUntilTheEnd(const RecordArguments &arguments, const CommandLine &commandLine)
+std::unique_ptr<RecordingFile> createFile(const RecordArguments &arguments, StartTime start)
 {
-    Session session = arguments.run.session(commandLine);
-    ObservedQueue queue(kQueueSize);
-    RecordObserver observer(queue);
-    std::optional<tools::recording::Writer> writer;
-    std::optional<RecordOutput> output;
-    const auto open = [&] {
-        writer.emplace(createFile(arguments, session.startTime()));
-        if (!commandLine.program()) {
-            say(commandLine, "recording to \"" + *arguments.file + "\"; Ctrl-C ends it");
-        }
-    };
-    const auto prepare = [&, anonymizer = tools::recording::Anonymizer()](Observed &observed) mutable {
+    const tools::recording::Writer::Options options{.force = arguments.force->count() > 0,
+                                                    .maxSize = arguments.maxSize.valueIfGiven()};
+    return withFile([&] { return std::make_unique<RecordingFile>(*arguments.file, options, start); });
+}
+
+RecordOutput::Prepare prepareWith(Messages &messages, bool anonymizes)
+{
+    return [&messages, anonymizes, anonymizer = tools::recording::Anonymizer()](Observed &observed) mutable {
         // The user sees the real addresses; only the file is for others.
         if (const auto *note = std::get_if<Note>(&observed)) {
-            say(commandLine, clockTime(session.startTime() + note->at) + ' ' + note->text);
+            messages.add(*note);
         }
-        if (arguments.anonymize->count() > 0) {
+        if (anonymizes) {
             anonymize(anonymizer, observed);
         }
     };
+}
+
+Report recordUntilTheEnd(const RecordArguments &arguments, const CommandLine &commandLine)
+{
+    Session session = arguments.run.session(commandLine);
+    const std::unique_ptr<RecordingFile> file = createFile(arguments, session.startTime());
+    ObservedQueue queue(kQueueSize);
+    RecordObserver observer(queue);
+    Messages messages(commandLine.prefix(), session.startTime());
+    std::optional<RecordOutput> output;
     const auto start = [&] {
-        output.emplace(queue, *writer, prepare);
+        if (!commandLine.program()) {
+            messages.add("recording to \"" + *arguments.file + "\"; Ctrl-C ends it");
+        }
+        messages.begin();
+        output.emplace(queue, file->writer(), prepareWith(messages, arguments.anonymize->count() > 0));
         return output->endedDescriptor();
     };
-    const int status = session.run(observer, {.open = open, .start = start});
+    const int status = session.run(observer, {.open = [&] { withFile([&] { file->keep(); }); }, .start = start});
     const Microseconds time = session.elapsed();
     output->finish();
+    tools::recording::Writer &writer = file->writer();
     if (queue.dropped() > 0) {
-        writer->add(Note{time, amountOf(queue.dropped(), "exchange") + " missing: the disk was too slow"});
-        writer->flush();
+        writer.add(Note{time, amountOf(queue.dropped(), "exchange") + " missing: the disk was too slow"});
+        writer.flush();
     }
-    const Recorded recorded{*arguments.file, observer.totals(),   output->written(), output->programs(), writer->size(), time,
-                            queue.dropped(), writer->fullReason()};
-    sayRecorded(commandLine, recorded);
-    return {
-        .document = document(recorded), .exit = statusOf(status, session, *writer), .errorMessage = session.givenUpReason()};
+    const Recorded recorded{*arguments.file, observer.totals(),  output->written(), output->programs(), writer.size(), time,
+                            queue.dropped(), writer.fullReason()};
+    addRecorded(messages, recorded, whyNothing(commandLine));
+    messages.finish();
+    return {.document = document(recorded), .exit = statusOf(status, session, writer), .errorMessage = session.givenUpReason()};
 }
 
 Report record(const RecordArguments &arguments, const CommandLine &commandLine)

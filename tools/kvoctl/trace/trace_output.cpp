@@ -11,8 +11,8 @@ namespace {
 constexpr std::chrono::seconds kLastChance{1};
 }
 
-TraceOutput::TraceOutput(ObservedQueue &queue, Format format)
-    : queue_(queue), format_(std::move(format)), thread_([this](int abort) { write(abort); })
+TraceOutput::TraceOutput(ObservedQueue &queue, Format format, int descriptor)
+    : queue_(queue), format_(std::move(format)), output_(descriptor), thread_([this](int abort) { write(abort); })
 {
 }
 

@@ -1,4 +1,4 @@
-// Writes the lines of a trace to standard output, in a thread of its own: a slow reader delays no program.
+// Writes the lines of a trace, or messages about it, in a thread of its own: a slow reader delays no program.
 #pragma once
 
 #include "kvoctl/live/line_output.h"
@@ -9,6 +9,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <unistd.h>
 
 namespace kvoctl {
 
@@ -17,7 +18,8 @@ public:
     /// The line of an exchange or a note; nothing if it has none. Called in the thread.
     using Format = std::function<std::optional<std::string>(const Observed &observed)>;
 
-    TraceOutput(ObservedQueue &queue, Format format);
+    /// @p descriptor  standard output or standard error
+    TraceOutput(ObservedQueue &queue, Format format, int descriptor = STDOUT_FILENO);
 
     /// Becomes readable when the reader has closed the output, or when it cannot be written.
     [[nodiscard]] int endedDescriptor() const noexcept { return thread_.endedDescriptor(); }

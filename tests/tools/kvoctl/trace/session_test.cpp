@@ -195,7 +195,8 @@ TEST(TraceSession, does_not_delay_programs_when_its_reader_stops)
 
 TEST(TraceSession, refuses_to_start_without_a_service)
 {
-    for (const Arguments &command : {Arguments{"trace"}, Arguments{"record", "/nowhere/file"}}) {
+    const TemporaryDirectory directory;
+    for (const Arguments &command : {Arguments{"trace"}, Arguments{"record", directory / "file"}}) {
         const Ended ended = kvoctl(command);
         EXPECT_EQ(ended.status, kvoctl({"ready"}).status);
         EXPECT_THAT(ended.err, HasSubstr("no service listens at /tmp/kvo_hws/cmd_sock; start it first"));

@@ -42,7 +42,7 @@ std::array<char, kChunk> &chunk()
 }  // namespace
 
 Link::Link(EventLoop &loop, Descriptor program, recording::Kind kind, Clock::time_point start, Callbacks callbacks)
-    : loop_(loop), kind_(kind), start_(start), callbacks_(std::move(callbacks)), peer_(peerOf(program.get()))
+    : loop_(loop), start_(start), callbacks_(std::move(callbacks)), peer_(peerOf(program.get()))
 {
     program_.socket = std::move(program);
     program_.mayHaveBytes = true;  // most programs have sent their request by now

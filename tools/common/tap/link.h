@@ -81,7 +81,6 @@ private:
     [[nodiscard]] recording::Microseconds elapsed() const;
 
     EventLoop &loop_;
-    recording::Kind kind_;
     Clock::time_point start_;
     Callbacks callbacks_;
     Side program_;

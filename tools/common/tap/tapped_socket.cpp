@@ -62,13 +62,22 @@ TappedSocket::TappedSocket(EventLoop &loop, std::filesystem::path path, Server s
 
 TappedSocket::~TappedSocket() = default;
 
-void TappedSocket::take() { take(SocketPlace::Wait::yes); }
+void TappedSocket::take()
+{
+    repairFirst();
+    take(SocketPlace::Wait::yes);
+}
 
-void TappedSocket::take(SocketPlace::Wait wait)
+/// A tap that was killed may have left its own socket at the path, at which nothing listens.
+void TappedSocket::repairFirst() const
 {
     if (needsRepair(path_)) {
         repair(path_);
     }
+}
+
+void TappedSocket::take(SocketPlace::Wait wait)
+{
     FileId file;
     // The place may change hands before the tap has it: the service starts again, or another tap ends.
     for (int attempt = 0; !place_; ++attempt) {
@@ -96,9 +105,7 @@ void TappedSocket::takeAgain()
     }
     release();
     try {
-        if (needsRepair(path_)) {
-            repair(path_);
-        }
+        repairFirst();
         if (!isSocket(path_) || !isServed(path_)) {
             return;
         }

@@ -53,6 +53,7 @@ public:
     [[nodiscard]] const Peer &server() const noexcept { return peer_; }
 
 private:
+    void repairFirst() const;
     void take(SocketPlace::Wait wait);
     void putBack();
     void release();

@@ -132,11 +132,15 @@ class Recording:
                 print(entry.offset, entry.request, entry.reply)
     """
 
-    def __init__(self, start: datetime, processes: Dict[int, Process], entries: List[Entry], lines: List[int]) -> None:
+    def __init__(
+        self, start: datetime, processes: Dict[int, Process], entries: List[Entry], lines: List[int], plant: str = ""
+    ) -> None:
         self.start = start
         """The moment from which all offsets count, in UTC."""
         self.processes = processes
         """The programs by their numbers."""
+        self.plant = plant
+        """The plant when the recording began, as the text of a plant file. Empty if the recording has none."""
         self._entries = entries
         self._lines = lines
 
@@ -288,6 +292,7 @@ class _Reader:
         self.has_version = False
         self.start: Optional[datetime] = None
         self.processes: Dict[int, Process] = {}
+        self.plant: List[str] = []
 
     def read(self, line: bytes) -> Optional[Entry]:
         words = _Words(line)
@@ -311,6 +316,8 @@ class _Reader:
             self._read_start(words)
         elif words.take("process"):
             self._read_process(words)
+        elif words.take("plant"):
+            self._read_plant(words)
         else:
             return self._read_entry(words)
         return None
@@ -318,7 +325,7 @@ class _Reader:
     def _read_entry(self, words: _Words) -> Entry:
         offset = _seconds(words.peek())
         if offset is None:
-            raise words.mistake('an offset in seconds, "start" or "process"')
+            raise words.mistake('an offset in seconds, "start", "process" or "plant"')
         words.word()
         self._require_start()
         if words.take("note"):
@@ -356,6 +363,11 @@ class _Reader:
         if number == 0 or number in self.processes:
             raise _Mistake(f"each program needs a number of its own, from 1; {number} is not free")
         self.processes[number] = process
+
+    def _read_plant(self, words: _Words) -> None:
+        line = _decoded(words.quoted())
+        self._require_start()
+        self.plant.append(line + "\n")
 
     def _read_exchange(self, words: _Words, offset: timedelta) -> Exchange:
         kind = next((kind for kind in ExchangeKind if words.take(kind.value)), None)
@@ -398,4 +410,4 @@ def _parse(data: bytes, path: str) -> Recording:
     except _Mistake as mistake:
         raise RecordingError(path, number, str(mistake)) from None
     assert reader.start is not None
-    return Recording(reader.start, reader.processes, entries, lines)
+    return Recording(reader.start, reader.processes, entries, lines, "".join(reader.plant))

@@ -87,6 +87,8 @@ def check_line(read: Reads, row: Row) -> None:
         assert len(read(f"{row['text']}\nstart 2026-11-22T14:00:00Z\n")) == 0
     elif line and "start" in line:
         assert read(f"kvo-recording 1\n{row['text']}\n").start == EPOCH + microseconds(line["start"])
+    elif line and "plant" in line:
+        assert read(f"{HEAD}{row['text']}\n").plant == line["plant"] + "\n"
     elif line and "pid" in line:
         process = Process(line["process"], line["pid"], line["name"])
         assert read(f"{HEAD}{row['text']}\n").processes == {process.number: process}
@@ -155,6 +157,13 @@ def test_the_example_is_the_recording_in_the_documentation() -> None:
     recording = Recording.load(example)
     assert len(recording) == 6
     assert recording.processes == {1: Process(1, 4711, "panel")}
+
+
+def test_the_lines_of_a_plant_are_the_text_of_a_plant_file(read: Reads) -> None:
+    recording = read(HEAD + 'plant "[[station]]"\nplant "name = \\"Lathe 1\\""\n1 note "x"\nplant ""\n')
+    assert recording.plant == '[[station]]\nname = "Lathe 1"\n\n'
+    assert len(recording) == 1
+    assert read(HEAD).plant == ""
 
 
 def test_a_missing_file_raises_an_os_error(tmp_path: Path) -> None:

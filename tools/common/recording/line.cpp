@@ -19,6 +19,7 @@ using std::chrono::seconds;
 constexpr std::string_view kMagic = "kvo-recording";
 constexpr std::string_view kStart = "start";
 constexpr std::string_view kProcess = "process";
+constexpr std::string_view kPlant = "plant";
 constexpr std::string_view kNote = "note";
 constexpr std::string_view kEof = "eof";
 constexpr std::size_t kFractionDigits = 6;
@@ -337,8 +338,11 @@ Line parseWords(Words &words)
     if (words.take(kProcess)) {
         return parseProcess(words);
     }
+    if (words.take(kPlant)) {
+        return PlantLine{words.text()};
+    }
     if (!time(words.peek())) {
-        words.fail("an offset in seconds, \"start\" or \"process\"");
+        words.fail(R"(an offset in seconds, "start", "process" or "plant")");
     }
     const Microseconds at = takeTime(words);
     if (words.take(kNote)) {
@@ -359,6 +363,11 @@ std::string format(const Line &line)
                        std::string text = std::string(kProcess) + ' ' + std::to_string(process.number) + ' ' +
                                           std::to_string(process.pid) + ' ';
                        appendQuoted(text, process.name);
+                       return text;
+                   },
+                   [](const PlantLine &plant) {
+                       std::string text = std::string(kPlant) + ' ';
+                       appendQuoted(text, plant.text);
                        return text;
                    },
                    [](const Exchange &exchange) { return format(exchange); },

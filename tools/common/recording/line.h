@@ -36,6 +36,12 @@ struct Process {
     bool operator==(const Process &) const = default;
 };
 
+/// One line of a plant file. All such lines of a recording, in their order, are the plant when the recording began.
+struct PlantLine {
+    std::string text;  ///< without its line end
+    bool operator==(const PlantLine &) const = default;
+};
+
 /// Bytes that arrived together, after a pause.
 struct Piece {
     Microseconds pause{};
@@ -44,9 +50,10 @@ struct Piece {
 };
 
 enum class Kind : uint8_t {
-    ask,    ///< a program asked the service on the command socket
-    usb,    ///< the service sent a USB event to a program
-    event,  ///< the service sent an embedded event; it has no reply
+    ask,  ///< a program asked the service on the command socket
+    usb,  ///< the service sent a USB event to a program
+    /// the service sent an embedded event; it has no reply. Without an event: a program connected, and listens from now on
+    event,
 };
 
 enum class End : uint8_t {
@@ -81,7 +88,7 @@ struct Nothing {
     bool operator==(const Nothing &) const = default;
 };
 
-using Line = std::variant<Nothing, Version, Start, Process, Exchange, Note>;
+using Line = std::variant<Nothing, Version, Start, Process, PlantLine, Exchange, Note>;
 
 /// A line that is not valid. The text says what was found and what would be valid.
 class LineError : public std::runtime_error {

@@ -135,6 +135,8 @@ Recording Recording::read(std::string text, const std::string &name)
                 recording.start_ = start->time;
             } else if (const auto *process = std::get_if<Process>(&line)) {
                 recording.processes_.emplace(process->number, *process);
+            } else if (const auto *plant = std::get_if<PlantLine>(&line)) {
+                recording.plant_ += plant->text + '\n';
             } else if (std::holds_alternative<Exchange>(line) || std::holds_alternative<Note>(line)) {
                 recording.lines_.push_back({at, static_cast<uint32_t>(lineText.size()), number});
             }

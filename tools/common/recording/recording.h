@@ -27,6 +27,8 @@ public:
     [[nodiscard]] StartTime start() const noexcept { return start_; }
     /// The programs by their numbers.
     [[nodiscard]] const std::map<unsigned, Process> &processes() const noexcept { return processes_; }
+    /// The plant when the recording began, as the text of a plant file. Empty if the recording has none.
+    [[nodiscard]] const std::string &plant() const noexcept { return plant_; }
     /// The number of exchanges and notes.
     [[nodiscard]] std::size_t size() const noexcept { return lines_.size(); }
     /// An Exchange or a Note, in the order of the file. @p index is less than size().
@@ -44,6 +46,7 @@ private:
     std::string text_;
     StartTime start_{};
     std::map<unsigned, Process> processes_;
+    std::string plant_;
     std::vector<Place> lines_;
 };
 

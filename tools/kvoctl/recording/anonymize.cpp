@@ -8,6 +8,7 @@
 
 #include <iostream>
 #include <memory>
+#include <sstream>
 #include <system_error>
 
 namespace kvoctl {
@@ -33,6 +34,10 @@ Recording load(const std::string &path)
 template <class Write>
 void writeLines(const Recording &recording, Anonymizer &anonymizer, const Write &write)
 {
+    std::istringstream plant(recording.plant());
+    for (tools::recording::PlantLine line; std::getline(plant, line.text);) {
+        write(anonymizer.anonymize(Line(line)));
+    }
     for (const auto &[number, process] : recording.processes()) {
         write(Line(process));
     }

@@ -206,6 +206,19 @@ TEST_P(ValidRecording, is_read)
 
 INSTANTIATE_TEST_SUITE_P(All, ValidRecording, testing::ValuesIn(rows("files")), nameOf);
 
+TEST(PlantInARecording, is_the_text_of_a_plant_file)
+{
+    const Recording recording = Recording::read(std::string(kHead) + R"(plant "[[station]]"
+plant "name = \"Lathe 1\""
+1 note "x"
+plant ""
+)",
+                                                "x.rec");
+    EXPECT_EQ(recording.plant(), "[[station]]\nname = \"Lathe 1\"\n\n");
+    EXPECT_EQ(recording.size(), 1U);
+    EXPECT_EQ(Recording::read(kHead, "x.rec").plant(), "");
+}
+
 class MistakenRecording : public testing::TestWithParam<Row> {};
 
 TEST_P(MistakenRecording, is_refused_with_its_line)

@@ -43,6 +43,9 @@ Line Row::line() const
     if (line.contains("pid")) {
         return Process{line.at("process"), line.at("pid"), line.at("name")};
     }
+    if (line.contains("plant")) {
+        return PlantLine{line.at("plant")};
+    }
     const Microseconds at(line.at("at").get<int64_t>());
     if (line.contains("note")) {
         return Note{at, line.at("note")};

@@ -6,6 +6,7 @@ set(common_sources
   event_loop.cpp
   listening_socket.cpp
   lock_file.cpp
+  new_file.cpp
   platform_check.cpp
   recording/anonymizer.cpp
   recording/escape.cpp

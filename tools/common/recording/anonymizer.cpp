@@ -19,6 +19,27 @@ std::string hex(std::size_t value)
     return text;
 }
 
+/// Eight hexadecimal digits that are a word.
+std::optional<uint32_t> hexAddressAtFront(std::string_view text)
+{
+    const std::string_view digits = text.substr(0, kHexLength);
+    uint32_t number = 0;
+    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number, 16);
+    const bool isAll = digits.size() == kHexLength && error == std::errc() && end == digits.data() + digits.size();
+    const bool isWord = text.size() == kHexLength || (isAll && !isWordCharacter(text[kHexLength]));
+    return isAll && isWord ? std::optional(number) : std::nullopt;
+}
+
+/// Where the next word or the next separator begins.
+std::size_t endOfWord(std::string_view text, std::size_t at)
+{
+    std::size_t end = at + 1;
+    while (isWordCharacter(text[at]) && end < text.size() && isWordCharacter(text[end])) {
+        ++end;
+    }
+    return end;
+}
+
 /// Copies a text with replacements, and follows where the ends of its pieces move to.
 class Copy {
 public:
@@ -80,7 +101,7 @@ std::string Anonymizer::replacementOf(const PrivateField &field, std::string_vie
         return hex(addresses_.of(address));
     }
     case PrivateField::Kind::dotted: return dotted(addresses_.of(parseDotted(std::string(original)).value_or(0)));
-    case PrivateField::Kind::name: return texts_.of(original, "name");
+    case PrivateField::Kind::name: return texts_.of(original, kNamePrefix);
     case PrivateField::Kind::text: break;
     }
     return texts_.of(original, "text");
@@ -130,6 +151,49 @@ std::string Anonymizer::anonymizeRequest(Kind kind, std::string_view request)
 {
     std::vector<Piece> pieces{{{}, std::string(request)}};
     replace(pieces, fieldsOfRequest(kind, request));
+    return joined(pieces);
+}
+
+std::vector<PrivateField> Anonymizer::fieldsOfText(std::string_view text) const
+{
+    std::vector<PrivateField> fields;
+    const std::vector<PrivateField> addresses = addressesIn(text);
+    auto address = addresses.begin();
+    for (std::size_t at = 0; at < text.size();) {
+        for (; address != addresses.end() && address->offset < at; ++address) {
+        }
+        const std::string_view name = texts_.nameAtFront(text.substr(at));
+        if (!name.empty()) {
+            fields.push_back({at, name.size(), PrivateField::Kind::name});
+        } else if (address != addresses.end() && address->offset == at) {
+            fields.push_back(*address);
+        } else if (const auto number = hexAddressAtFront(text.substr(at)); number && addresses_.isProbable(*number)) {
+            fields.push_back({at, kHexLength, PrivateField::Kind::number});
+        } else {
+            const std::size_t next = endOfWord(text, at);
+            const bool isInside = address != addresses.end() && address->offset > at && address->offset < next;
+            at = isInside ? address->offset : next;
+            continue;
+        }
+        at += fields.back().length;
+    }
+    return fields;
+}
+
+void Anonymizer::addName(std::string_view name)
+{
+    if (!parseDotted(std::string(name))) {
+        texts_.of(name, kNamePrefix);
+    }
+}
+
+std::string Anonymizer::anonymizeText(std::string_view text)
+{
+    for (const PrivateField &field : addressesIn(text)) {  // so that they are known in their other form
+        replacementOf(field, text.substr(field.offset, field.length));
+    }
+    std::vector<Piece> pieces{{{}, std::string(text)}};
+    replace(pieces, fieldsOfText(text));
     return joined(pieces);
 }
 

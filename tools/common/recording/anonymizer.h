@@ -21,6 +21,10 @@ public:
     Note anonymize(Note note);
     /// A request or an event that is not part of a recording.
     std::string anonymizeRequest(Kind kind, std::string_view request);
+    /// A text for people. Addresses are replaced, also those in eight hexadecimal digits, and the names that this object has seen.
+    std::string anonymizeText(std::string_view text);
+    /// A name that is replaced from now on: of a person or of this machine.
+    void addName(std::string_view name);
 
     /// The number of different addresses that were replaced.
     [[nodiscard]] std::size_t addresses() const noexcept { return addresses_.count(); }
@@ -28,6 +32,7 @@ public:
     [[nodiscard]] std::size_t texts() const noexcept { return texts_.count(); }
 
 private:
+    [[nodiscard]] std::vector<PrivateField> fieldsOfText(std::string_view text) const;
     std::string replacementOf(const PrivateField &field, std::string_view original);
     void replace(std::vector<Piece> &pieces, const std::vector<PrivateField> &fields);
 

@@ -22,9 +22,17 @@ bool isPrivate(uint32_t address) noexcept
     return address >> 24U == 10 || address >> 20U == 0xAC1 || address >> 16U == 0xC0A8;
 }
 
+bool isDigit(char character) noexcept { return character >= '0' && character <= '9'; }
+
 bool hasMeaning(uint32_t address) noexcept { return address == 0 || address == 0x7F000001 || address == 0xFFFFFFFF; }
 
 }  // namespace
+
+bool isWordCharacter(char character) noexcept
+{
+    return isDigit(character) || (character >= 'A' && character <= 'Z') || (character >= 'a' && character <= 'z') ||
+           character == '_' || static_cast<unsigned char>(character) >= 0x80;
+}
 
 uint32_t AddressReplacements::next()
 {
@@ -61,10 +69,19 @@ uint32_t AddressReplacements::of(uint32_t address)
     return replacements_.at(address);
 }
 
+bool AddressReplacements::isProbable(uint32_t number) const
+{
+    return replacements_.contains(number) || isPrivate(number) || isPrivate(reversed(number));
+}
+
 std::string TextReplacements::of(std::string_view text, std::string_view prefix)
 {
     if (text.empty()) {
         return {};
+    }
+    if (prefix == kNamePrefix && !std::ranges::all_of(text, isDigit)) {
+        names_.emplace(text);
+        lengths_.insert(text.size());
     }
     const auto known = replacements_.find(text);
     if (known != replacements_.end()) {
@@ -75,6 +92,17 @@ std::string TextReplacements::of(std::string_view text, std::string_view prefix)
     std::string replacement = std::string(prefix.substr(0, room)) + number;
     replacement.resize(std::max(replacement.size(), text.size()), 'x');
     return replacements_.emplace(text, std::move(replacement)).first->second;
+}
+
+std::string_view TextReplacements::nameAtFront(std::string_view text) const
+{
+    for (const std::size_t length : lengths_) {
+        const bool endsWord = length == text.size() || (length < text.size() && !isWordCharacter(text[length]));
+        if (endsWord && names_.contains(text.substr(0, length))) {
+            return text.substr(0, length);
+        }
+    }
+    return {};
 }
 
 }  // namespace tools::recording

@@ -1,11 +1,12 @@
 #include "common/recording/writer.h"
 
+#include "common/new_file.h"
+
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 #include <stdexcept>
 #include <string_view>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace tools::recording {
@@ -21,17 +22,7 @@ std::string reason() { return std::strerror(errno); }
 /// Removes the file that is replaced. A new file is not reached by other names of the old one, or by programs that have opened it.
 void removeOld(const std::filesystem::path &path)
 {
-    struct stat status {};
-    if (lstat(path.c_str(), &status) != 0) {
-        return;  // creating the file reports the reason, if there is one
-    }
-    if (S_ISLNK(status.st_mode)) {
-        throw std::runtime_error("\"" + path.string() + "\" is a link, which is not followed; name the file itself");
-    }
-    if (!S_ISREG(status.st_mode)) {
-        throw std::runtime_error("\"" + path.string() + "\" is not a file; name a file");
-    }
-    if (unlink(path.c_str()) != 0) {
+    if (checkReplaceable(path, true) && unlink(path.c_str()) != 0) {
         throw std::runtime_error("cannot replace \"" + path.string() + "\": " + reason());
     }
 }

@@ -227,6 +227,24 @@ TEST(Anonymizing, keeps_the_pieces_when_a_text_becomes_longer_or_shorter)
               (std::vector<Piece>{{0us, "vncserver=192.0.2.2"}, {1us, ""}, {2us, ":1\n"}}));
 }
 
+TEST(Anonymizing, replaces_addresses_and_known_names_in_texts)
+{
+    Anonymizer anonymizer;
+    anonymizer.addName("Lathe 1");
+    anonymizer.addName("Lathe 12");
+    anonymizer.addName("A");
+    anonymizer.addName("Fr\u00e4se");
+    anonymizer.addName("4711");
+    anonymizer.addName("10.0.0.9");
+    EXPECT_EQ(anonymizer.anonymizeText("Lathe 12 (Lathe 1), Lathe 123; A-A; ALARM _A; Fr\u00e4se, Fr\u00e4sen"),
+              "name2xxx (name1xx), Lathe 123; n3-n3; ALARM _A; name4x, Fr\u00e4sen");
+    EXPECT_EQ(anonymizer.anonymizeText("v10.0.0.5/24 0A000005 0500000a 00000012 4711 0A0000056"),
+              "v192.0.2.1/24 C0000201 010200C0 00000012 4711 0A0000056");
+    EXPECT_EQ(anonymizer.anonymizeText("10.0.0.9 0B0B0B0B"), "192.0.2.2 0B0B0B0B");
+    EXPECT_EQ(anonymizer.anonymizeText("11.11.11.11 0B0B0B0B"), "192.0.2.3 C0000203");
+    EXPECT_EQ(anonymizer.anonymizeText(""), "");
+}
+
 TEST(PageAboutRecordings, shows_what_anonymizing_replaces)
 {
     std::ifstream file(RECORDING_PAGE);

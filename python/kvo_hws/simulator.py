@@ -2,35 +2,27 @@
 
 from __future__ import annotations
 
-import atexit
 import json
-import math
 import os
 import shutil
 import signal
 import subprocess
-import sys
 import tempfile
-import time
 from contextlib import contextmanager
 from dataclasses import dataclass
-from functools import lru_cache
 from ipaddress import IPv4Address
 from pathlib import Path
-from typing import IO, Any, Callable, Dict, Iterator, List, Optional, Sequence, Type, Union
+from typing import Any, Dict, Iterator, List, Optional, Sequence, Type, Union
 
 from ._events import close_preserving
-from ._namespace import enter_private_namespace
+from ._process import KvosimProcess, PathText, find_kvosim, wait_for
 from ._sized import decode
-from .errors import EventTimeout, NamespaceRefused, NoSimulator, SimulatorError
+from .errors import NoSimulator, SimulatorError
 from .panel import Panel
 from .records import Address
 from .service import Service
 
-KVOSIM_VARIABLE = "KVO_KVOSIM"
 STATUS_NO_SIMULATOR = 3
-POLL_SECONDS = 0.02
-WAITING = "kvosim: waiting for "
 COMMAND_SECONDS = 30.0
 """The time limit for a command of kvosim. kvosim itself waits 4 s for the receiver of an event. For the reply of an agent it
 waits as long as the caller specifies."""
@@ -38,7 +30,6 @@ waits as long as the caller specifies."""
 StationName = Union[Address, Panel]
 """A station of the simulator: an address, a Panel, or a name."""
 Value = Union[int, str]
-PathText = Union[str, "os.PathLike[str]"]
 
 
 @dataclass(frozen=True)
@@ -135,20 +126,17 @@ class Simulator:
         self._plant_text = plant_text
         self._stations = stations
         self._focus = focus
-        self._private = private
-        self._program = _find_kvosim(kvosim)
+        self._program = find_kvosim(kvosim)
         self._options: List[str] = [f"--remote={','.join(map(str, remote))}"] if remote else []
         for name, value in (("registry", registry), ("alive", alive), ("usb-lock-address", usb_lock_address)):
             if value is not None:
                 self._options.append(f"--{name}={value}")
-        self._verbose = verbose
         if verbose:
             self._options.append("--verbose")
         self._own_registry = registry is None
         self._registry: Optional[str] = None  # the temporary folder, while kvosim runs
-        self._process: Optional[subprocess.Popen[bytes]] = None
+        self._process = KvosimProcess(self._program, private=private, verbose=verbose)
         self._attached = False
-        self._shown = 0  # characters of kvosim's messages that were printed
 
     @classmethod
     def attach(cls, kvosim: Optional[PathText] = None) -> Simulator:
@@ -172,30 +160,9 @@ class Simulator:
         """
         if self._attached or self.running:
             raise SimulatorError("the simulator is already running")
-        shared = self._private and not _has_private_folder()
-        if self._private:
-            os.environ.setdefault("KVO_PLATFORM_INTERFACE", "lo")
-        with self._plant_file() as plant, tempfile.TemporaryFile("w+", encoding="utf-8", errors="replace") as messages:
-            command = [self._program, "serve", f"--plant={plant}", "--until-input-ends", *self._options]
-            if shared:
-                # "cat" ends at the end of its input, when this process ends.
-                command = [self._program, "run", "--shared", f"--plant={plant}", *self._options, "--", "cat"]
-            errors = None if self._verbose else messages
-            self._shown = 0
-            # kvosim ends when its input ends, so it ends with this program, even a killed one. In a new session, a Ctrl-C for
-            # this program does not reach it.
-            self._process = subprocess.Popen(
-                command, stdin=subprocess.PIPE, stdout=subprocess.DEVNULL, stderr=errors, start_new_session=True
-            )
-            atexit.register(self.kill)
-            try:
-                limit = math.inf if shared else timeout
-                self._wait(lambda: self._accepts_requests(messages, shared), limit, "the simulator does not accept requests")
-            except BaseException:
-                self.kill()
-                raise
-            # Warnings of kvosim, for example about a port that another program uses. kvosim runs nevertheless.
-            sys.stderr.write(_text_of(messages)[self._shown :])
+        with self._plant_file() as plant:
+            options = [f"--plant={plant}", *self._options]
+            self._process.start(["serve", *options], ["run", "--shared", *options], self._accepts_requests, timeout)
         if self._focus is not None:
             self._give_focus(self._focus, timeout)
 
@@ -221,11 +188,11 @@ class Simulator:
             except NoSimulator:
                 return False
             return True
-        return self._process is not None and self._process.poll() is None
+        return self._process.running
 
     def wait_until_ready(self, timeout: float = 10.0) -> None:
         """Waits until the service reports that it is ready. Raises EventTimeout."""
-        self._wait(lambda: Service().is_ready(), timeout, "the service is not ready")
+        wait_for(Service().is_ready, timeout, "the service is not ready")
 
     def __enter__(self) -> Simulator:
         if not self._attached:
@@ -250,16 +217,7 @@ class Simulator:
             file.write_text(text, encoding="utf-8")
             yield str(file)
 
-    def _accepts_requests(self, messages: IO[str], shared: bool) -> bool:
-        process = self._process
-        assert process is not None
-        if process.poll() is not None:
-            text = _text_of(messages).strip() or f"kvosim ended with status {process.returncode}"
-            raise SimulatorError(text, process.returncode)
-        text = _text_of(messages)
-        if WAITING in text and not self._shown:
-            sys.stderr.write(text)
-            self._shown = len(text)
+    def _accepts_requests(self, shared: bool) -> bool:
         try:
             status = self.status()
         except NoSimulator:
@@ -269,21 +227,14 @@ class Simulator:
                 raise
             return False  # the simulator of another user still runs here, and refuses requests of this user
         # The reply may come from another simulator that already runs here.
-        if status["process"] != process.pid:
+        if status["process"] != self._process.pid:
             return False
         if self._own_registry:
             self._registry = str(status["registry"])
         return True
 
     def _end(self, how: signal.Signals) -> None:
-        process, self._process = self._process, None
-        if process is None:
-            return
-        atexit.unregister(self.kill)
-        process.send_signal(how)
-        process.wait()
-        if process.stdin is not None:
-            process.stdin.close()
+        self._process.end(how)
         # A killed simulator does not remove its temporary registry.
         registry, self._registry = self._registry, None
         if registry is not None:
@@ -383,7 +334,7 @@ class Simulator:
     def wait_for_listeners(self, count: int = 1, timeout: float = 10.0) -> None:
         """Waits until ``count`` programs listen for events of embedded stations. Raises EventTimeout."""
         too_few = f"fewer than {count} programs listen for events"
-        self._wait(lambda: int(self.status()["event_listeners"]) >= count, timeout, too_few)
+        wait_for(lambda: int(self.status()["event_listeners"]) >= count, timeout, too_few)
 
     # ---- The remote side of agents ----
 
@@ -402,7 +353,7 @@ class Simulator:
             sessions = self.command("remote", "list")["sessions"]
             return any(one["session"] == session and one["agent"] is not None for one in sessions)
 
-        self._wait(connected, timeout, f"no agent is connected in session {session}")
+        wait_for(connected, timeout, f"no agent is connected in session {session}")
 
     def close_agent(self, session: int, reset: bool = False, away: Optional[int] = None) -> None:
         """Ends the connection of a session's agent. With ``reset``, resets the connection as a crash would. The agent connects
@@ -449,46 +400,10 @@ class Simulator:
         kind = NoSimulator if ended.returncode == STATUS_NO_SIMULATOR else SimulatorError
         raise kind(decode(ended.stderr).strip() or f"kvosim ended with status {ended.returncode}", ended.returncode)
 
-    def _wait(self, condition: Callable[[], bool], timeout: float, failure: str) -> None:
-        until = time.monotonic() + timeout
-        while not condition():
-            if time.monotonic() > until:
-                raise EventTimeout(f"{failure}, after {timeout} s")
-            time.sleep(POLL_SECONDS)
-
-
-@lru_cache(maxsize=None)
-def _has_private_folder() -> bool:
-    """Gives this process a private folder and returns True. If the kernel or a container refuses, prints the reason once and
-    returns False. Raises NamespaceError for any other cause, such as a process that has several threads.
-    """
-    try:
-        enter_private_namespace()
-    except NamespaceRefused as refused:
-        sys.stderr.write(f"kvo_hws: {refused.strerror}\n")
-        return False
-    return True
-
 
 def _device_options(device: Dict[str, Value]) -> List[str]:
     return [option for name, value in device.items() for option in _option(name, value)]
 
 
-def _text_of(messages: IO[str]) -> str:
-    # pread does not move the position at which kvosim continues to write.
-    return os.pread(messages.fileno(), os.fstat(messages.fileno()).st_size, 0).decode("utf-8", "replace")
-
-
 def _records(rows: Any) -> List[Dict[str, Any]]:
     return [dict(one) for one in rows]
-
-
-def _find_kvosim(chosen: Optional[PathText]) -> str:
-    program = os.fspath(chosen) if chosen is not None else os.environ.get(KVOSIM_VARIABLE, "kvosim")
-    found = shutil.which(program)
-    if found is None:
-        raise SimulatorError(
-            f"the program {program} was not found; install kvosim, pass its path as kvosim=..., "
-            f"or set {KVOSIM_VARIABLE} to it, such as build/release/bin/kvosim"
-        )
-    return found

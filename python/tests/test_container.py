@@ -106,8 +106,8 @@ def test_a_second_simulator_waits_until_the_first_one_ends(tmp_path: Path) -> No
 
 
 OF_ANOTHER_USER = """
-from kvo_hws import Service, Simulator, simulator
-simulator._has_private_folder = lambda: False
+from kvo_hws import Service, Simulator, _process
+_process._has_private_folder = lambda: False
 with Simulator(stations=4):
     print(len(Service().get_stations()))
 """

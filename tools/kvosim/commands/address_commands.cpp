@@ -35,7 +35,7 @@ Handler findsStation(int64_t Panel::*member, const char *none, const char *sever
         const auto panels = context.plant.panels();
         const ConnectionEntry *found = nullptr;
         for (std::size_t i = 0; *wanted != 0 && i < panels.size(); ++i) {
-            if (panels[i].*member != int64_t{*wanted} || panels[i].rebooting()) {
+            if (panels[i].*member != int64_t{*wanted} || panels[i].rebooting(context.plant.clock)) {
                 continue;
             }
             if (found != nullptr) {

@@ -39,7 +39,7 @@ std::optional<Station> findReachable(Plant &plant, uint32_t number)
     const auto direct = plant.findStation(number);
     // Agents send an address as inet_aton stores it, lowest byte first: 0500000A for 10.0.0.5.
     const auto station = direct ? direct : plant.findStation(bswap_32(number));
-    return station && !station->panel.rebooting() ? station : std::nullopt;
+    return station && !station->rebooting() ? station : std::nullopt;
 }
 
 Handler onStation(StationHandler handle)

@@ -29,7 +29,7 @@ std::string getVersion(ServiceContext &context, std::string_view) { return conte
 
 std::string isInitComplete(ServiceContext &context, std::string_view)
 {
-    return tools::Clock::now() - context.started >= context.plant.service.initTime ? "yes" : "no";
+    return context.plant.clock.now() - context.started >= context.plant.service.initTime ? "yes" : "no";
 }
 
 std::string killDaemon(ServiceContext &context, std::string_view)

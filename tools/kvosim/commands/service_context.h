@@ -1,7 +1,6 @@
 // The state that all commands of the service share.
 #pragma once
 
-#include "common/event_loop.h"
 #include "kvosim/plant/plant.h"
 #include "kvosim/plant/registry.h"
 
@@ -12,7 +11,7 @@ namespace kvosim {
 struct ServiceContext {
     Plant &plant;
     Registry &registry;
-    tools::Clock::time_point started = tools::Clock::now();
+    PlantClock::TimePoint started = plant.clock.now();
     bool ending = false;     ///< set by the command that ends the service
     uint64_t exchanges = 0;  ///< number of requests so far
     bool usbEventsActivated = false;

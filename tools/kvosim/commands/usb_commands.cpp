@@ -26,7 +26,7 @@ std::string getConnectors(ServiceContext &context, std::string_view)
             return kBusy;
         }
         const std::string connectors = connectorsOf(panels[i]);
-        if (!connectors.empty() && !panels[i].rebooting()) {
+        if (!connectors.empty() && !panels[i].rebooting(context.plant.clock)) {
             tools::appendTo(list, ";", tools::dotted(context.plant.stations()[i].address));
             list.append(" ").append(connectors);
         }
@@ -80,7 +80,7 @@ bool applyUsbLock(Plant &plant, std::string_view datagram)
         return station && assign(stationKey("usb_lock"), *station, lock).empty();
     }
     for (Panel &panel : plant.panels()) {
-        panel.usbLock = panel.rebooting() ? panel.usbLock : lock;
+        panel.usbLock = panel.rebooting(plant.clock) ? panel.usbLock : lock;
     }
     return true;
 }

@@ -67,7 +67,7 @@ std::string activateMe(const StationCall &call)
 {
     Focus &focus = call.context.plant.focus;
     const uint32_t address = call.station.entry.address;
-    const auto now = tools::Clock::now();
+    const auto now = call.context.plant.clock.now();
     const bool held =
         focus.station != 0 && focus.station != address && now - focus.since < call.context.plant.service.focusHold;
     if (held || call.panel().focusBusy != 0) {
@@ -89,7 +89,7 @@ std::string reboot(const StationCall &call)
     panel.statusValue2 = 0;
     panel.simulatedMcpKey.clear();
     panel.swCapsLock = std::min(panel.swCapsLock, int64_t{0});  // off if it was on; -1 stays
-    panel.rebootsUntil = tools::Clock::now() + std::chrono::milliseconds(panel.rebootTime);
+    panel.rebootsUntil = call.context.plant.clock.now() + std::chrono::milliseconds(panel.rebootTime);
     Focus &focus = call.context.plant.focus;
     if (focus.station == call.station.entry.address) {
         focus = {};

@@ -84,7 +84,7 @@ std::size_t usbDevices(Plant &plant)
 tools::Json status(const ControlContext &control)
 {
     ServiceContext &context = control.service;
-    const auto up = std::chrono::duration_cast<std::chrono::milliseconds>(tools::Clock::now() - context.started);
+    const auto up = std::chrono::duration_cast<std::chrono::milliseconds>(context.plant.clock.now() - context.started);
     return {{"process", getpid()},
             {"uptime_ms", up.count()},
             {"stations", context.plant.stations().size()},
@@ -111,7 +111,7 @@ tools::Json jsonOf(const Station &station)
     for (const StationKey &key : stationKeys()) {
         keys[std::string(key.name)] = toJson(read(key, station));
     }
-    keys["rebooting"] = station.panel.rebooting();
+    keys["rebooting"] = station.rebooting();
     return keys;
 }
 

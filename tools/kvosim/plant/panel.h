@@ -1,9 +1,9 @@
 // The state of one station: the settings of its panel, the connected devices, and what it displays.
 #pragma once
 
+#include "kvosim/plant/plant_clock.h"
 #include "kvosim/plant/usb_device.h"
 
-#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -82,9 +82,10 @@ struct Panel {
     OptionalNumber rotation;
 
     std::vector<UsbDevice> usbDevices;  ///< the devices that are plugged in
-    std::chrono::steady_clock::time_point rebootsUntil{};
+    PlantClock::TimePoint rebootsUntil{};
 
-    [[nodiscard]] bool rebooting() const { return std::chrono::steady_clock::now() < rebootsUntil; }
+    /// @p clock is that of the plant.
+    [[nodiscard]] bool rebooting(const PlantClock &clock) const { return clock.now() < rebootsUntil; }
     [[nodiscard]] bool hasTouchScreen() const { return touchScreens.value_or(0) + multiTouchScreens.value_or(0) > 0; }
 };
 

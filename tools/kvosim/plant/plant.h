@@ -1,6 +1,7 @@
 // The state of the simulated plant: the service, its stations, their clients, and the faults.
 #pragma once
 
+#include "kvosim/plant/plant_clock.h"
 #include "kvosim/plant/faults.h"
 #include "kvosim/plant/panel.h"
 
@@ -38,17 +39,21 @@ struct ServiceState {
 /// The station that has the focus; 0 means none.
 struct Focus {
     uint32_t station = 0;
-    std::chrono::steady_clock::time_point since{};
+    PlantClock::TimePoint since{};
 };
 
-/// References to the entry and the panel of one station, to change them.
+/// References to the entry and the panel of one station, to change them, and to the plant's clock.
 struct Station {
     ConnectionEntry &entry;
     Panel &panel;
+    const PlantClock &clock = kRealTime;
+
+    [[nodiscard]] bool rebooting() const { return panel.rebooting(clock); }
 };
 
 class Plant {
 public:
+    PlantClock clock;
     ServiceState service;
     Focus focus;
     Faults faults;

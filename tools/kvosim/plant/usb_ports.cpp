@@ -24,7 +24,7 @@ std::string listOf(const Devices &devices)
 
 void checkReachable(const Station &station)
 {
-    if (station.panel.rebooting()) {
+    if (station.rebooting()) {
         throw tools::Refused(tools::dotted(station.entry.address) +
                              " is rebooting and detects no devices; try again when it is up");
     }

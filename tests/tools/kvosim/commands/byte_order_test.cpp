@@ -150,7 +150,7 @@ TEST(ByteOrder, normal_byte_order_has_precedence_if_both_orders_match)
 TEST(ByteOrder, a_rebooting_station_is_not_searched_in_the_other_order)
 {
     Simulation simulation;
-    simulation.plant().findStation(0x01020304)->panel.rebootsUntil = tools::Clock::now() + std::chrono::hours(1);
+    simulation.plant().findStation(0x01020304)->panel.rebootsUntil = simulation.plant().clock.now() + std::chrono::hours(1);
     EXPECT_EQ(simulation.ask("getKVOIndex=01020304"), "failed");
     EXPECT_EQ(simulation.ask("getKVOIndex=04030201"), "kvoindex=2");
 }

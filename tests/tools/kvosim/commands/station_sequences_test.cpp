@@ -166,6 +166,28 @@ TEST(StationCommands, station_is_back_after_its_reboot)
     EXPECT_TRUE(support::eventually([&] { return simulation.ask("isViewerActive=0A000005") == "not active"; }));
 }
 
+TEST(StationCommands, clock_of_the_plant_can_be_set)
+{
+    using std::chrono::milliseconds;
+    Simulation simulation("[service]\nfocus_hold_ms = 60000\n" + plantWith("reboot_time_ms = 1500\nmcp_address = 7"));
+    const auto setClock = [&](int time) {
+        simulation.context.plant.clock.set(kvosim::PlantClock::TimePoint(milliseconds(time)));
+    };
+    setClock(1'000);
+    EXPECT_EQ(simulation.ask("reboot=0A000005"), "ok");
+    EXPECT_EQ(simulation.ask("activateMe=0A000006"), "ok");
+    setClock(2'499);
+    EXPECT_EQ(simulation.ask("isViewerActive=0A000005"), "failed");
+    EXPECT_EQ(simulation.ask("getIPbyMCPAddress=00000007"), "no_mcp_address");
+    setClock(2'500);
+    EXPECT_EQ(simulation.ask("isViewerActive=0A000005"), "not active");
+    EXPECT_EQ(simulation.ask("getIPbyMCPAddress=00000007"), "ipaddr=0A000005");
+    setClock(60'999);
+    EXPECT_EQ(simulation.ask("activateMe=0A000005"), "busy");
+    setClock(61'000);
+    EXPECT_EQ(simulation.ask("activateMe=0A000005"), "ok");
+}
+
 TEST(StationCommands, cleaning_up_removes_the_status_line)
 {
     Simulation simulation(plantWith("viewer = \"nc1:3\""));

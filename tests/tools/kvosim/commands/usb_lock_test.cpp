@@ -66,7 +66,7 @@ INSTANTIATE_TEST_SUITE_P(Table, Datagram, testing::ValuesIn(kDatagrams), kvosim_
 TEST(UsbLock, skips_a_station_that_reboots)
 {
     kvosim::Plant plant = kvosim::parsePlant(kvosim_test::kSmallPlant, "plant");
-    plant.findPanel(0x0A000005)->rebootsUntil = tools::Clock::now() + std::chrono::minutes(1);
+    plant.findPanel(0x0A000005)->rebootsUntil = plant.clock.now() + std::chrono::minutes(1);
     EXPECT_FALSE(kvosim::applyUsbLock(plant, "setUsbLock=\"1:2\" 10.0.0.5\n"));
     EXPECT_TRUE(kvosim::applyUsbLock(plant, "setUsbLock=\"1:2\" 0.0.0.0\n"));
     EXPECT_EQ(plant.findPanel(0x0A000005)->usbLock, "0:0");

@@ -110,7 +110,7 @@ TEST_F(UsbPorts, contain_each_device_once)
 TEST_F(UsbPorts, do_not_change_while_the_station_reboots)
 {
     plugNew(a);
-    a.panel.rebootsUntil = tools::Clock::now() + std::chrono::minutes(1);
+    a.panel.rebootsUntil = plant.clock.now() + std::chrono::minutes(1);
     const auto refused = ThrowsMessage<tools::Refused>(HasSubstr("10.0.0.5 is rebooting"));
     EXPECT_THAT([&] { plugNew(a); }, refused);
     EXPECT_THAT([&] { unplug(a, "usb1"); }, refused);
@@ -170,7 +170,7 @@ TEST_F(UsbPorts, are_not_reported_while_the_station_scans_or_reboots)
     EXPECT_EQ(ask("getUsbConnectorListOne=0A000006"), "busy");
     EXPECT_EQ(ask("getUsbConnectorList"), "busy");
     b.panel.usbScanning = 0;
-    b.panel.rebootsUntil = tools::Clock::now() + std::chrono::minutes(1);
+    b.panel.rebootsUntil = plant.clock.now() + std::chrono::minutes(1);
     EXPECT_EQ(ask("getUsbConnectorListOne=0A000006"), "failed");
     EXPECT_EQ(ask("getUsbConnectorList"), "usb-connector-list=10.0.0.5 X60:keyboard X61:free");
 }

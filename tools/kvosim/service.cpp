@@ -4,8 +4,6 @@
 #include "kvosim/base/exchange_log.h"
 #include "kvosim/control/control.h"
 
-#include <exception>
-
 namespace kvosim {
 
 namespace {
@@ -101,17 +99,7 @@ void Service::end()
 
 Reply Service::exchange(std::string_view request)
 {
-    ++context_.exchanges;
-    const Fault *fault = plant_.faults.strike(keywordOf(request));
-    std::string reply = kFailed;
-    try {
-        if (fault == nullptr || fault->kind() != FaultKind::failed) {
-            reply = answer(context_, request);
-        }
-    } catch (const std::exception &error) {
-        // For example, the disk is full. The next request may succeed, so the service logs the error and goes on.
-        logLine(printable(request) + ": " + error.what());
-    }
+    auto [reply, fault] = carryOut(context_, request);
     report(printable(request) + " -> " + printable(reply) + (fault == nullptr ? "" : " (fault: " + fault->text().kind + ')'));
     if (context_.ending) {
         end();

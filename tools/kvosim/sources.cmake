@@ -6,6 +6,7 @@ set(kvosim_base
 )
 set(kvosim_net
   line_server.cpp
+  request_line.cpp
   stream.cpp
   tcp_socket.cpp
   udp_socket.cpp

@@ -1,9 +1,11 @@
 // The command table: collects the rows of all families and finds the row for a request.
 #include "kvosim/commands/commands.h"
 
+#include "kvosim/base/exchange_log.h"
 #include "kvosim/commands/command_table.h"
 
 #include <algorithm>
+#include <exception>
 #include <unordered_map>
 
 namespace kvosim {
@@ -45,6 +47,21 @@ std::string answer(ServiceContext &context, std::string_view request)
     const std::string_view keyword = request.substr(0, endOfKeyword(request) + 1);
     const auto row = table().find(keyword);
     return row == table().end() ? kFailed : (*row->second)(context, request.substr(keyword.size()));
+}
+
+Outcome carryOut(ServiceContext &context, std::string_view request)
+{
+    ++context.exchanges;
+    Outcome outcome{.reply = kFailed, .fault = context.plant.faults.strike(keywordOf(request))};
+    try {
+        if (outcome.fault == nullptr || outcome.fault->kind() != FaultKind::failed) {
+            outcome.reply = answer(context, request);
+        }
+    } catch (const std::exception &error) {
+        // For example, the disk is full. The next request may succeed, so the service logs the error and goes on.
+        logLine(printable(request) + ": " + error.what());
+    }
+    return outcome;
 }
 
 std::string_view keywordOf(std::string_view request) { return request.substr(0, endOfKeyword(request)); }

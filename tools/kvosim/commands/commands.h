@@ -12,6 +12,15 @@ namespace kvosim {
 /// Returns the reply to one request. Neither line includes its line end.
 std::string answer(ServiceContext &context, std::string_view request);
 
+/// What the service does with a request.
+struct Outcome {
+    std::string reply;             ///< without its line end
+    const Fault *fault = nullptr;  ///< the fault that strikes the request. Only FaultKind::failed has changed the reply
+};
+
+/// Counts a request and answers it, or not if a fault says so. Logs a request that cannot be carried out.
+Outcome carryOut(ServiceContext &context, std::string_view request);
+
 /// The keyword of a request, without the "=" or space that ends it.
 std::string_view keywordOf(std::string_view request);
 

@@ -2,6 +2,8 @@
 // reply, and lingering until the client closes.
 #include "kvosim/net/line_server.h"
 
+#include "kvosim/net/request_line.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -114,20 +116,17 @@ void LineServer::read(Iterator it)
     connection.lastTransfer = tools::Clock::now();
     connection.request.append(piece.data(), static_cast<std::size_t>(count));
 
-    const std::size_t end = connection.request.find('\n');
-    if (std::min(end, connection.request.size()) > limits_.longestLine) {
+    const RequestLine line = firstLine(connection.request, limits_.longestLine);
+    switch (line.state) {
+    case RequestLine::State::incomplete: break;
+    case RequestLine::State::tooLong:
         report("a request longer than " + std::to_string(limits_.longestLine) + " bytes is refused");
         reply(it, refusal_);
-        return;
+        break;
+    case RequestLine::State::complete:
+        reply(it, answer_(line.text, Caller(*this, it->first, connection.number)));
+        break;
     }
-    if (end == std::string::npos) {
-        return;
-    }
-    std::string_view line(connection.request.data(), end);
-    if (line.ends_with('\r')) {
-        line.remove_suffix(1);
-    }
-    reply(it, answer_(line, Caller(*this, it->first, connection.number)));
 }
 
 void LineServer::reply(Iterator it, Reply reply)

@@ -57,7 +57,7 @@ def assembled(lines):
 INLINE = re.compile(r'`([^`]+)`|\*\*([^*]+)\*\*|\*(\w[^*]*)\*|\[((?:`[^`]*`|[^\]])+)\]\(([^)]+)\)')
 
 # Pages of docs/ that are also manual pages.
-MANUAL_PAGES = {'configuration.md': 'kvo_hws.conf(5)', 'kvoctl.md': 'kvoctl(1)', 'plant-file.md': 'kvo-plant(5)',
+MANUAL_PAGES = {'compare.md': 'kvosim(1)', 'configuration.md': 'kvo_hws.conf(5)', 'kvoctl.md': 'kvoctl(1)', 'plant-file.md': 'kvo-plant(5)',
                 'recording.md': 'kvo-recording(5)', 'remote-side.md': 'kvosim(1)'}
 
 

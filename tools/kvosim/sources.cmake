@@ -1,5 +1,5 @@
 # The sources of each module. The program and the fuzzers are built from these lists.
-set(kvosim_modules base net plant commands events remote plant_file control)
+set(kvosim_modules base net plant commands events remote plant_file control compare)
 set(kvosim_base
   arguments.cpp
   exchange_log.cpp
@@ -57,6 +57,13 @@ set(kvosim_control
   event_control.cpp
   remote_control.cpp
   usb_control.cpp
+)
+
+set(kvosim_compare
+  comparison.cpp
+  comparison_text.cpp
+  recorded_requests.cpp
+  simulated_service.cpp
 )
 
 # kvosim_sources(VARIABLE): the full paths of the sources of all modules and of service.cpp.

@@ -11,6 +11,7 @@
 #include "kvosim/base/arguments.h"
 #include "kvosim/plant_file/plant_file.h"
 #include "kvosim/plant_file/plant_generator.h"
+#include "kvosim/program/compare_command.h"
 #include "kvosim/program/control_commands.h"
 #include "kvosim/program/run_directory.h"
 #include "kvosim/service.h"
@@ -38,6 +39,7 @@ constexpr const char *kMainExamples = R"(Examples:
   kvosim serve --plant examples/plant.toml --verbose
   kvosim run -- ctest --output-on-failure
   kvosim generate 10000 > large.toml
+  kvosim compare fault.rec
   kvosim station 10.0.0.5 --set backlight=0
   kvosim fault add delay --delay-ms 3000
   kvosim usb plug 10.0.0.5
@@ -45,7 +47,7 @@ constexpr const char *kMainExamples = R"(Examples:
   kvosim event "key, F1"
 
 "kvosim COMMAND --help" shows the help of a command. Exit status: 0 success, 1 failure, 2 wrong usage or an invalid plant
-file, 3 no simulator is running.
+file or recording, 3 no simulator is running, 4 replies differ ("compare").
 )";
 
 constexpr const char *kServeExamples =
@@ -322,6 +324,7 @@ int runMain(const std::vector<std::string> &arguments)
                                 "Seed of the random values; each seed gives a different plant (default: 1)");
     generateCommand->footer(kGenerateExamples);
 
+    const kvosim::CompareCommand compareCommand(app);
     const kvosim::ControlCommands controlCommands(app);
     tools::command_line::addHelpCommand(app);
 
@@ -339,6 +342,9 @@ int runMain(const std::vector<std::string> &arguments)
     }
     if (controlCommands.carryOut()) {
         return kExitSuccess;
+    }
+    if (compareCommand.parsed()) {
+        return compareCommand.carryOut();
     }
     if (serveCommand->parsed()) {
         return serve(options);

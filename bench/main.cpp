@@ -32,7 +32,7 @@ constexpr Subject kSubjects[] = {
     {"reading", bench::measureReading, false},    {"writing", bench::measureWriting, false},
     {"usb", bench::measureUsbEvents, true},       {"agent", bench::measureAgent, true},
     {"plant", bench::measurePlant, false},        {"tap", bench::measureTap, true},
-    {"recording", bench::measureRecording, true},
+    {"recording", bench::measureRecording, true}, {"loading", bench::measureLoading, false},
 };
 
 bool setRecordingLength(std::string_view text)

@@ -8,6 +8,7 @@ namespace bench {
 void measureAgent();
 void measureExchange();
 void measureListExchange();
+void measureLoading();
 void measurePlant();
 void measureReading();
 void measureRecording();

@@ -1,5 +1,6 @@
 #include "common/recording/recording.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <fstream>
 #include <limits>
@@ -120,6 +121,8 @@ Recording Recording::read(std::string text, const std::string &name)
     Recording recording;
     recording.text_ = std::move(text);
     const std::string_view all = recording.text_;
+    // Reserved at once: while a vector grows, the old and the new memory exist at the same time.
+    recording.lines_.reserve(static_cast<std::size_t>(std::ranges::count(all, '\n')) + 1);
     Order order;
     uint32_t number = 1;
     try {

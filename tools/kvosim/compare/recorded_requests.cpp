@@ -48,6 +48,7 @@ Received receive(const Exchange &exchange)
 
 RecordedRequests::RecordedRequests(const tools::recording::Recording &recording) : recording_(recording)
 {
+    places_.reserve(recording.size());
     for (std::size_t i = 0; i < recording.size(); ++i) {
         const tools::recording::Line line = recording.line(i);
         const auto *exchange = std::get_if<Exchange>(&line);

@@ -9,6 +9,7 @@ set(common_sources
   new_file.cpp
   platform_check.cpp
   recording/anonymizer.cpp
+  recording/difference.cpp
   recording/escape.cpp
   recording/line.cpp
   recording/private_fields.cpp

@@ -1,4 +1,4 @@
-// Reports the lines of a connection of embedded events.
+// Reports the lines of a connection of embedded events, and with begin() the connection itself.
 #pragma once
 
 #include "common/event_loop.h"
@@ -17,6 +17,8 @@ public:
     {
     }
 
+    /// The program has connected: reports an exchange without an event.
+    void begin() { observer_.onExchange(peer_, emptyEvent()); }
     void add(std::string_view bytes)
     {
         pending_ += bytes;
@@ -36,11 +38,16 @@ public:
 private:
     static constexpr std::size_t kLongestLine = 64UL * 1024;
 
-    void report(const std::string &line)
+    [[nodiscard]] recording::Exchange emptyEvent() const
     {
         recording::Exchange event;
         event.at = std::chrono::duration_cast<recording::Microseconds>(Clock::now() - start_);
         event.kind = recording::Kind::event;
+        return event;
+    }
+    void report(const std::string &line)
+    {
+        recording::Exchange event = emptyEvent();
         event.request.push_back({.pause = {}, .bytes = line});
         event.end = recording::End::open;
         observer_.onExchange(peer_, std::move(event));

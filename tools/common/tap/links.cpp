@@ -33,6 +33,7 @@ void Links::addEvents(Descriptor program, Link::Callbacks callbacks)
 {
     ended_.clear();
     const auto lines = std::make_shared<EventLines>(observer_, start_, peerOf(program.get()));
+    lines->begin();
     callbacks.onReply = [lines](std::string_view bytes) { lines->add(bytes); };
     callbacks.onEnd = [this, lines](const Link &link) {
         lines->end();

@@ -93,6 +93,9 @@ Outcome outcomeWithout(End end, bool hasReply)
 
 Outcome outcomeOf(const Entry &entry, bool replyIsComplete, End end)
 {
+    if (entry.kind == Kind::event && entry.requestBytes == 0) {
+        return Outcome::listens;
+    }
     if (entry.kind == Kind::event || (entry.requestBytes == 0 && entry.replyBytes == 0)) {
         return end == End::reset ? Outcome::reset : Outcome::done;
     }
@@ -115,11 +118,12 @@ const char *wordOf(Outcome outcome)
     case Outcome::incomplete: return "incomplete";
     case Outcome::reset: return "reset";
     case Outcome::open: return "still open";
+    case Outcome::listens: return "listens";
     }
     return "";
 }
 
-bool isFailure(Outcome outcome) { return outcome != Outcome::done && outcome != Outcome::open; }
+bool isFailure(Outcome outcome) { return outcome != Outcome::done && outcome != Outcome::open && outcome != Outcome::listens; }
 
 Entry entryOf(Peer peer, const Exchange &exchange, std::size_t longest)
 {

@@ -24,6 +24,7 @@ enum class Outcome {
     incomplete,  ///< the reply has no line end
     reset,       ///< the connection was reset before the reply was complete
     open,        ///< the trace ended first
+    listens,     ///< no exchange: a program has connected to the socket of embedded events
 };
 
 /// The outcome as a word, such as "no reply".

@@ -70,6 +70,9 @@ std::string amountOf(uint64_t count, const std::string &word)
 
 void Totals::add(const Entry &entry)
 {
+    if (entry.outcome == Outcome::listens) {
+        return;
+    }
     switch (entry.kind) {
     case Kind::ask: ++requests; break;
     case Kind::usb: ++usbEvents; break;
@@ -93,6 +96,9 @@ Document Totals::document() const
 
 void Summary::add(const Entry &entry)
 {
+    if (entry.outcome == Outcome::listens) {
+        return;
+    }
     totals_.add(entry);
     const bool failed = isFailure(entry.outcome);
     failed_ += failed ? 1 : 0;

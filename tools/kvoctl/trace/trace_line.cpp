@@ -89,6 +89,7 @@ Result resultOf(const Entry &entry)
         return {true, "(empty)" + furtherLines(entry.furtherReplyLines)};
     }
     switch (entry.outcome) {
+    case Outcome::listens: return {false, ""};
     case Outcome::done: return {entry.replyBytes > 0, furtherLines(entry.furtherReplyLines)};
     case Outcome::refused: return {true, furtherLines(entry.furtherReplyLines)};
     default: return {entry.replyBytes > 0, std::string(" (") + wordOf(entry.outcome) + ')'};
@@ -191,7 +192,9 @@ std::string TraceLines::format(const Entry &entry, const Layout &layout)
     const std::string afterRequest = furtherLines(entry.furtherRequestLines);
     const std::string beforeReply = hasReply ? " < " : "";
     const std::size_t used = displayText(line).width + afterRequest.size() + beforeReply.size() + remark.size();
-    const std::string requestLine = entry.requestBytes == 0 ? "(nothing sent)" : entry.request;
+    const std::string requestLine = entry.outcome == Outcome::listens ? "(listens)"
+                                    : entry.requestBytes == 0         ? "(nothing sent)"
+                                                                      : entry.request;
     DisplayText request = displayText(requestLine);
     DisplayText reply = displayText(entry.reply);
     if (!isUncut && used + request.width + reply.width > layout.width) {

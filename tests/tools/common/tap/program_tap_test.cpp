@@ -146,6 +146,20 @@ TEST(ProgramTap, passes_embedded_events_to_the_program)
     EXPECT_THAT(shownOf(tap.reports(), Kind::event), testing::Contains(HasSubstr("F1")));
 }
 
+TEST(ProgramTap, reports_when_a_program_begins_to_listen_to_embedded_events)
+{
+    Service service;
+    RunningTap tap(RunningTap::Of::oneProgram);
+    const Tapped program(tap, "exec " + kKvoctl + " events watch");
+    ASSERT_TRUE(support::eventually([&] { return !shownOf(tap.reports(), Kind::event).empty(); }));
+    const auto first = tap.reports().exchanges().front();
+    EXPECT_EQ(first.exchange.kind, Kind::event);
+    EXPECT_TRUE(first.exchange.request.empty());
+    EXPECT_EQ(first.peer.name, "kvoctl");
+    const std::string line = format(tools::recording::Line(first.exchange));
+    EXPECT_THAT(line, testing::EndsWith(" event 0 > <"));
+}
+
 TEST(ProgramTap, stays_when_the_program_puts_something_else_in_the_place_of_a_socket)
 {
     Service service;

@@ -54,7 +54,8 @@ const std::vector<OutcomeRow> kOutcomes = {
     {"usb_event_malformed", exchange("removeUSBdevice*10.0.0.5***\n", "\n", End::closed, Kind::usb), Outcome::refused},
     {"usb_event_unknown", exchange("what\n", "unknown request\n", End::closed, Kind::usb), Outcome::refused},
     {"usb_event_without_an_answer", exchange("suicide\n", "", End::closed, Kind::usb), Outcome::closed},
-    {"embedded_event", exchange("focus,10.0.0.5\n", "", End::open, Kind::event), Outcome::done}};
+    {"embedded_event", exchange("focus,10.0.0.5\n", "", End::open, Kind::event), Outcome::done},
+    {"listener", exchange("", "", End::closed, Kind::event), Outcome::listens}};
 
 class EntryOutcome : public testing::TestWithParam<OutcomeRow> {};
 
@@ -72,6 +73,7 @@ TEST(Entry, fails_unless_it_is_done_or_still_open)
     }
     EXPECT_FALSE(isFailure(Outcome::done));
     EXPECT_FALSE(isFailure(Outcome::open));
+    EXPECT_FALSE(isFailure(Outcome::listens));
 }
 
 /// Whether a reply is words, and not a value.

@@ -54,6 +54,7 @@ TEST_F(TraceSummary, counts_commands_failures_and_programs)
     summary_.add(entryOf({13, "hmi"}, exchange("getVersion\n", "", End::left)));
     summary_.add(entryOf({14, ""}, exchange("suicide\n", "ok\n", End::closed, Kind::usb)));
     summary_.add(entryOf({0, ""}, exchange("focus,1\n", "", End::open, Kind::event)));
+    summary_.add(entryOf({15, "listener"}, exchange("", "", End::closed, Kind::event)));  // not an event
     EXPECT_EQ(text(), R"(5 requests, 1 USB event, 1 embedded event in 60.0 s, 2 failed
 
 COMMAND        COUNT  FAILED     MEAN  SLOWEST

@@ -102,7 +102,8 @@ const std::vector<ShownRow> kShown = {
     {"control_characters", entry("a\x1b[31m\tb\n", "\x7f\n"), " 0.40 ms > a\\x1B[31m\\x09b < \\x7F"},
     {"invalid_utf8", entry("Fr\xE4se\n", "Fr\xC3\xA4se\n"), " 0.40 ms > Fr\\xE4se < Fr\xC3\xA4se"},
     {"usb_event", entry("suicide\n", "ok\n", End::closed, Kind::usb), " 0.40 ms usb> suicide < ok"},
-    {"embedded_event", entry("focus,10.0.0.5\n", "", End::open, Kind::event), "         event> focus,10.0.0.5"}};
+    {"embedded_event", entry("focus,10.0.0.5\n", "", End::open, Kind::event), "         event> focus,10.0.0.5"},
+    {"listener", entry("", "", End::closed, Kind::event), "         event> (listens)"}};
 
 class ShownExchange : public TraceLine, public testing::WithParamInterface<ShownRow> {};
 
@@ -176,6 +177,9 @@ TEST_F(TraceLine, is_an_object_for_programs)
     EXPECT_EQ(json(kPanel, exchange("focus,1\n", "", End::open, Kind::event)),
               R"({"kind":"event","time":"2026-07-01T12:00:01.500250+00:00","pid":4711,"program":"panel",)"
               R"("request":"focus,1","reply":null,"outcome":"done","failed":false,"duration_ms":null})");
+    EXPECT_EQ(json(kPanel, exchange("", "", End::closed, Kind::event)),
+              R"({"kind":"event","time":"2026-07-01T12:00:01.500250+00:00","pid":4711,"program":"panel",)"
+              R"("request":"","reply":null,"outcome":"listens","failed":false,"duration_ms":null})");
 }
 
 TEST_F(TraceLine, has_all_bytes_for_programs)

@@ -96,7 +96,7 @@ void LineServer::handleEvents(int fd, uint32_t events)
     switch (it->second.stage) {
     case Connection::Stage::reading: read(it); break;
     case Connection::Stage::waiting: drop(it, "the client closed before its reply was written"); break;
-    case Connection::Stage::writing: write(it); break;
+    case Connection::Stage::writing: proceed(it); break;
     case Connection::Stage::lingering: linger(it); break;
     }
 }
@@ -105,7 +105,8 @@ void LineServer::read(Iterator it)
 {
     Connection &connection = it->second;
     std::array<char, 4096> piece{};
-    const ssize_t count = recv(connection.socket.get(), piece.data(), piece.size(), 0);
+    // The bytes stay in the socket for now: a client sees a reset only if the server closes with unread bytes.
+    const ssize_t count = recv(connection.socket.get(), piece.data(), piece.size(), MSG_PEEK);
     if (count <= 0) {
         if (count == 0 || !wouldBlock()) {
             drop(it, connection.request.empty() ? "the client closed without a request"
@@ -113,61 +114,129 @@ void LineServer::read(Iterator it)
         }
         return;
     }
+    connection.unread = static_cast<std::size_t>(count);
     connection.lastTransfer = tools::Clock::now();
     connection.request.append(piece.data(), static_cast<std::size_t>(count));
 
     const RequestLine line = firstLine(connection.request, limits_.longestLine);
     switch (line.state) {
-    case RequestLine::State::incomplete: break;
+    case RequestLine::State::incomplete: consume(connection); break;
     case RequestLine::State::tooLong:
         report("a request longer than " + std::to_string(limits_.longestLine) + " bytes is refused");
         reply(it, refusal_);
         break;
-    case RequestLine::State::complete:
-        reply(it, answer_(line.text, Caller(*this, it->first, connection.number)));
-        break;
+    case RequestLine::State::complete: reply(it, answer_(line.text, Caller(*this, it->first, connection.number))); break;
     }
+}
+
+void LineServer::consume(Connection &connection)
+{
+    std::array<char, 4096> ignored{};
+    recv(connection.socket.get(), ignored.data(), std::min(connection.unread, ignored.size()), 0);
+    connection.unread = 0;
 }
 
 void LineServer::reply(Iterator it, Reply reply)
 {
     Connection &connection = it->second;
-    if (reply.mode == Reply::Mode::close) {
-        drop(it, "closed intentionally without a reply");
-        return;
-    }
-    connection.reply = std::move(reply.text);
-    connection.reply += '\n';
-    if (reply.mode == Reply::Mode::bytewise) {
-        connection.pause = reply.pause;
-    }
     connection.answeredLater = reply.mode == Reply::Mode::later;
-    if (reply.mode == Reply::Mode::silence || connection.answeredLater) {
-        connection.stage = Connection::Stage::waiting;
-        loop_.setEvents(connection.socket.get(), 0);
-    } else if (reply.delay.count() > 0) {
-        waitThen(it, reply.delay, &LineServer::startWriting);
+    plan(connection, std::move(reply));
+    if (connection.end != ExactReply::End::reset) {
+        consume(connection);
+    }
+    if (connection.answeredLater) {
+        hold(it);
     } else {
-        startWriting(it);
+        proceed(it);
     }
 }
 
-void LineServer::startWriting(Iterator it)
+/// Divides a reply into parts.
+void LineServer::plan(Connection &connection, Reply reply)
 {
-    loop_.setEvents(it->first, EPOLLOUT);
-    write(it);
+    using Mode = Reply::Mode;
+    if (reply.mode == Mode::exact) {
+        for (const ExactReply::Piece &piece : reply.exact.pieces) {
+            connection.reply += piece.bytes;
+            connection.parts.push_back({connection.reply.size(), piece.pause});
+        }
+        connection.end = reply.exact.end;
+        connection.endPause = reply.exact.endPause;
+    } else if (reply.mode == Mode::silence) {
+        connection.end = ExactReply::End::silence;
+    } else if (reply.mode == Mode::whole || reply.mode == Mode::bytewise) {
+        connection.reply = std::move(reply.text);
+        connection.reply += '\n';
+        const std::size_t size = connection.reply.size();
+        connection.parts.push_back({reply.mode == Mode::whole ? size : 1, reply.delay});
+        while (connection.parts.back().end < size) {
+            connection.parts.push_back({connection.parts.back().end + 1, reply.pause});
+        }
+    }
 }
 
-/// Waits for @p time, then calls @p proceed. If the client closes its connection meanwhile, drops it. A client that has shut
-/// down only its sending side may still read.
-void LineServer::waitThen(Iterator it, std::chrono::milliseconds time, void (LineServer::*proceed)(Iterator it))
+/// Sends the parts until one needs a pause or the client does not read.
+void LineServer::proceed(Iterator it)
+{
+    while (write(it)) {
+        const std::chrono::milliseconds pause = pauseBeforeNext(it->second);
+        if (pause.count() > 0) {
+            waitThen(it, pause, &LineServer::releaseNext);
+            return;
+        }
+        if (!release(it)) {
+            return;
+        }
+    }
+}
+
+/// The loop's timers count milliseconds. What a pause lacks to a whole one is added to the next pause.
+std::chrono::milliseconds LineServer::pauseBeforeNext(Connection &connection)
+{
+    const bool isLast = connection.nextPart == connection.parts.size();
+    connection.overdue += isLast ? connection.endPause : connection.parts[connection.nextPart].pause;
+    const auto whole = std::chrono::floor<std::chrono::milliseconds>(connection.overdue);
+    connection.overdue -= whole;
+    return whole;
+}
+
+void LineServer::releaseNext(Iterator it)
+{
+    if (release(it)) {
+        proceed(it);
+    }
+}
+
+/// Allows the next part to be sent. Without a next part, ends the reply and returns false.
+bool LineServer::release(Iterator it)
+{
+    Connection &connection = it->second;
+    if (connection.nextPart == connection.parts.size()) {
+        finish(it);
+        return false;
+    }
+    connection.released = connection.parts[connection.nextPart++].end;
+    connection.stage = Connection::Stage::writing;
+    loop_.setEvents(it->first, EPOLLOUT);
+    return true;
+}
+
+/// Keeps the connection open until the client closes it or a later reply comes.
+void LineServer::hold(Iterator it)
 {
     it->second.stage = Connection::Stage::waiting;
     loop_.setEvents(it->first, 0);
-    after(time, [this, proceed, fd = it->first, number = it->second.number] {
+}
+
+/// Waits for @p time, then calls @p next. If the client closes its connection meanwhile, drops it. A client that has shut
+/// down only its sending side may still read.
+void LineServer::waitThen(Iterator it, std::chrono::milliseconds time, void (LineServer::*next)(Iterator it))
+{
+    hold(it);
+    after(time, [this, next, fd = it->first, number = it->second.number] {
         const Iterator held = find(fd, number);
         if (held != connections_.end()) {
-            (this->*proceed)(held);
+            (this->*next)(held);
         }
     });
 }
@@ -195,26 +264,35 @@ void LineServer::Caller::reply(Reply reply) const
     }
 }
 
-void LineServer::write(Iterator it)
+/// Sends what was released. Returns whether the client has taken all of it.
+bool LineServer::write(Iterator it)
 {
     Connection &connection = it->second;
-    connection.stage = Connection::Stage::writing;
-    while (connection.written < connection.reply.size()) {
-        const std::string_view left = std::string_view(connection.reply).substr(connection.written);
-        const std::string_view piece = left.substr(0, connection.pause ? 1 : kPiece);
-        const ssize_t count = send(connection.socket.get(), piece.data(), piece.size(), MSG_NOSIGNAL);
+    while (connection.written < connection.released) {
+        const std::size_t size = std::min(connection.released - connection.written, kPiece);
+        const ssize_t count = send(connection.socket.get(), connection.reply.data() + connection.written, size, MSG_NOSIGNAL);
         if (count < 0) {
             if (!wouldBlock()) {
                 drop(it, "the connection was lost before the reply was written");
             }
-            return;
+            return false;
         }
         connection.written += static_cast<std::size_t>(count);
         connection.lastTransfer = tools::Clock::now();
-        if (connection.pause && connection.written < connection.reply.size()) {
-            waitThen(it, *connection.pause, &LineServer::startWriting);
-            return;
-        }
+    }
+    return true;
+}
+
+void LineServer::finish(Iterator it)
+{
+    Connection &connection = it->second;
+    if (connection.end == ExactReply::End::silence) {
+        hold(it);
+        return;
+    }
+    if (connection.end == ExactReply::End::reset || connection.reply.empty()) {
+        drop(it, connection.end == ExactReply::End::reset ? "reset intentionally" : "closed intentionally without a reply");
+        return;
     }
     shutdown(connection.socket.get(), SHUT_WR);
     connection.stage = Connection::Stage::lingering;

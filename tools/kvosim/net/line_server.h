@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace kvosim {
 
@@ -23,6 +24,23 @@ struct LineServerLimits {
     std::chrono::milliseconds shutdownTimeout{1'000};  ///< for replies that are being written when the server ends
 };
 
+/// A reply whose every byte and pause is given, with or without line ends.
+struct ExactReply {
+    struct Piece {
+        std::chrono::microseconds pause;  ///< before the bytes
+        std::string bytes;
+    };
+    enum class End {
+        closed,   ///< the server ends the connection in an orderly way
+        reset,    ///< the client sees a connection reset
+        silence,  ///< the connection stays open until the client closes it
+    };
+
+    std::vector<Piece> pieces{};
+    End end = End::closed;
+    std::chrono::microseconds endPause{0};  ///< before the end; not used for silence
+};
+
 /// The reply to a request and how it is sent: the normal way, or one of the ways in which a service can fail.
 struct Reply {
     enum class Mode {
@@ -30,16 +48,19 @@ struct Reply {
         bytewise,  ///< each byte separately, with a pause before the next
         close,     ///< no reply: the server closes the connection
         silence,   ///< no reply: the connection stays open until the client closes it
+        exact,     ///< as Reply::exact says; the other members are not used
         later      ///< the reply follows through the request's Caller
     };
 
     Reply(Mode replyMode) : mode(replyMode) {}  // NOLINT(google-explicit-constructor): allows "return Reply::Mode::later"
+    Reply(ExactReply reply) : mode(Mode::exact), exact(std::move(reply)) {}  // NOLINT(google-explicit-constructor)
     Reply(std::string line) : text(std::move(line)) {}  // NOLINT(google-explicit-constructor): most replies are just a text
 
     std::string text;  ///< without its line end
     Mode mode = Mode::whole;
     std::chrono::milliseconds delay{0};  ///< before the reply
     std::chrono::milliseconds pause{0};  ///< between bytes
+    ExactReply exact{};
 };
 
 class LineServer {
@@ -81,15 +102,26 @@ public:
     void end(std::function<void()> ended);
 
 private:
+    /// A part of a reply that is sent at once, after a pause.
+    struct Part {
+        std::size_t end;  ///< of its bytes in the reply
+        std::chrono::microseconds pause;
+    };
     struct Connection {
         tools::Descriptor socket;
         uint64_t number;  ///< unique; descriptor numbers are reused
         tools::Clock::time_point since;
         tools::Clock::time_point lastTransfer;
         std::string request{};
+        std::size_t unread = 0;  ///< bytes of the request that are still in the socket
         std::string reply{};
+        std::vector<Part> parts{};
+        std::size_t nextPart = 0;
+        std::size_t released = 0;  ///< bytes of the reply that may be sent now
         std::size_t written = 0;
-        std::optional<std::chrono::milliseconds> pause{};  ///< between bytes that are sent separately
+        ExactReply::End end = ExactReply::End::closed;
+        std::chrono::microseconds endPause{0};
+        std::chrono::microseconds overdue{0};  ///< the rest of pauses that were not whole milliseconds
         bool answeredLater = false;
         enum class Stage { reading, waiting, writing, lingering } stage = Stage::reading;
     };
@@ -98,11 +130,18 @@ private:
     void acceptSome();
     void handleEvents(int fd, uint32_t events);
     void read(Iterator it);
+    static void consume(Connection &connection);
     void reply(Iterator it, Reply reply);
-    void startWriting(Iterator it);
-    void write(Iterator it);
+    static void plan(Connection &connection, Reply reply);
+    void proceed(Iterator it);
+    static std::chrono::milliseconds pauseBeforeNext(Connection &connection);
+    void releaseNext(Iterator it);
+    bool release(Iterator it);
+    bool write(Iterator it);
+    void finish(Iterator it);
+    void hold(Iterator it);
     Iterator find(int fd, uint64_t number);
-    void waitThen(Iterator it, std::chrono::milliseconds time, void (LineServer::*proceed)(Iterator it));
+    void waitThen(Iterator it, std::chrono::milliseconds time, void (LineServer::*next)(Iterator it));
     void linger(Iterator it);
     void drop(Iterator it, std::string_view reason);
     void dropLongestIdle();

@@ -58,7 +58,7 @@ INLINE = re.compile(r'`([^`]+)`|\*\*([^*]+)\*\*|\*(\w[^*]*)\*|\[((?:`[^`]*`|[^\]
 
 # Pages of docs/ that are also manual pages.
 MANUAL_PAGES = {'compare.md': 'kvosim(1)', 'configuration.md': 'kvo_hws.conf(5)', 'kvoctl.md': 'kvoctl(1)', 'plant-file.md': 'kvo-plant(5)',
-                'recording.md': 'kvo-recording(5)', 'remote-side.md': 'kvosim(1)'}
+                'recording.md': 'kvo-recording(5)', 'replay.md': 'kvosim(1)', 'remote-side.md': 'kvosim(1)'}
 
 
 def spans(text):

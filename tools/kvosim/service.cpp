@@ -3,30 +3,13 @@
 
 #include "kvosim/base/exchange_log.h"
 #include "kvosim/control/control.h"
+#include "kvosim/plant_exchange.h"
 
 namespace kvosim {
 
 namespace {
 
 constexpr LineServerLimits kControlLimits{.longestLine = 65536, .connections = 64};
-
-/// Changes a reply as the fault says. FaultKind::failed changes nothing here: it prevents the request from being carried out.
-Reply withFault(std::string text, const Fault &fault)
-{
-    Reply reply(std::move(text));
-    switch (fault.kind()) {
-    case FaultKind::delay: reply.delay = fault.delay(); break;
-    case FaultKind::close: reply.mode = Reply::Mode::close; break;
-    case FaultKind::garbage: reply.text = garbled(reply.text); break;
-    case FaultKind::failed: break;
-    case FaultKind::split:
-        reply.mode = Reply::Mode::bytewise;
-        reply.pause = fault.delay();
-        break;
-    case FaultKind::silent: reply.mode = Reply::Mode::silence; break;
-    }
-    return reply;
-}
 
 RemoteOptions remoteOptions(const ServiceState &plant, const ServiceOptions &options)
 {
@@ -99,12 +82,11 @@ void Service::end()
 
 Reply Service::exchange(std::string_view request)
 {
-    auto [reply, fault] = carryOut(context_, request);
-    report(printable(request) + " -> " + printable(reply) + (fault == nullptr ? "" : " (fault: " + fault->text().kind + ')'));
+    Reply reply = exchangeWithPlant(context_, request, [this](std::string_view line) { report(line); });
     if (context_.ending) {
         end();
     }
-    return fault == nullptr ? Reply(std::move(reply)) : withFault(std::move(reply), *fault);
+    return reply;
 }
 
 void Service::handleDatagram(std::string_view datagram)

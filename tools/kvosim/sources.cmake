@@ -1,11 +1,12 @@
 # The sources of each module. The program and the fuzzers are built from these lists.
-set(kvosim_modules base net plant commands events remote plant_file control compare)
+set(kvosim_modules base net plant commands events remote plant_file control compare replay)
 set(kvosim_base
   arguments.cpp
   exchange_log.cpp
 )
 set(kvosim_net
   line_server.cpp
+  received_request.cpp
   request_line.cpp
   stream.cpp
   tcp_socket.cpp
@@ -58,17 +59,26 @@ set(kvosim_control
   remote_control.cpp
   usb_control.cpp
 )
-
 set(kvosim_compare
   comparison.cpp
   comparison_text.cpp
   recorded_requests.cpp
   simulated_service.cpp
 )
+set(kvosim_replay
+  contents.cpp
+  replay.cpp
+  report.cpp
+  script.cpp
+  speed.cpp
+  timeline.cpp
+  unmatched.cpp
+  usb_sender.cpp
+)
 
-# kvosim_sources(VARIABLE): the full paths of the sources of all modules and of service.cpp.
+# kvosim_sources(VARIABLE): the full paths of the sources of all modules, of service.cpp and of what it shares with replay.
 function(kvosim_sources variable)
-  set(sources ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/service.cpp)
+  set(sources ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/plant_exchange.cpp ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/service.cpp)
   foreach(module ${kvosim_modules})
     list(TRANSFORM kvosim_${module} PREPEND ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/${module}/ OUTPUT_VARIABLE paths)
     list(APPEND sources ${paths})

@@ -2,7 +2,7 @@
 
 #include "kvosim/base/arguments.h"
 #include "kvosim/net/line_server.h"
-#include "kvosim/net/request_line.h"
+#include "kvosim/net/received_request.h"
 
 #include <algorithm>
 #include <chrono>
@@ -15,34 +15,11 @@ namespace {
 
 using tools::recording::Exchange;
 using tools::recording::Kind;
-using tools::recording::Piece;
 
 constexpr std::string_view kOkLine = "ok\n";
 constexpr std::string_view kYesLine = "yes\n";
 
-struct Received {
-    RequestLine::State state = RequestLine::State::incomplete;
-    std::string text{};
-    RecordedRequests::Time time{};
-};
-
-/// Receives the pieces of a request until it is complete, as the service does.
-Received receive(const Exchange &exchange)
-{
-    Received received{.time = exchange.at};
-    std::string bytes;
-    for (const Piece &piece : exchange.request) {
-        received.time += piece.pause;
-        bytes += piece.bytes;
-        const RequestLine line = firstLine(bytes, LineServerLimits().longestLine);
-        if (line.state != RequestLine::State::incomplete) {
-            received.state = line.state;
-            received.text = line.state == RequestLine::State::complete ? line.text : bytes;
-            break;
-        }
-    }
-    return received;
-}
+ReceivedRequest asService(const Exchange &exchange) { return receive(exchange, LineServerLimits().longestLine); }
 
 }  // namespace
 
@@ -55,7 +32,7 @@ RecordedRequests::RecordedRequests(const tools::recording::Recording &recording)
         if (exchange == nullptr || exchange->kind != Kind::ask) {
             continue;
         }
-        const Received request = receive(*exchange);
+        const ReceivedRequest request = asService(*exchange);
         if (request.state == RequestLine::State::incomplete) {
             ++incomplete_;
             continue;
@@ -68,7 +45,7 @@ RecordedRequests::RecordedRequests(const tools::recording::Recording &recording)
             // A service that ends may not complete its reply.
             role = reply.find('\n') == std::string::npos || reply == kOkLine ? Role::end : Role::other;
         }
-        places_.push_back({request.time, static_cast<uint32_t>(i), role});
+        places_.push_back({request.completed, static_cast<uint32_t>(i), role});
     }
     std::ranges::stable_sort(places_, {}, &Place::time);
 }
@@ -76,7 +53,7 @@ RecordedRequests::RecordedRequests(const tools::recording::Recording &recording)
 RecordedExchange RecordedRequests::exchange(std::size_t index) const
 {
     const auto exchange = std::get<Exchange>(recording_.line(places_.at(index).line));
-    Received request = receive(exchange);
+    ReceivedRequest request = asService(exchange);
     return {.isTooLong = request.state == RequestLine::State::tooLong,
             .request = std::move(request.text),
             .reply = joined(exchange.reply)};

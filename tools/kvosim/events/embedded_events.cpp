@@ -3,6 +3,7 @@
 
 #include "kvosim/base/exchange_log.h"
 
+#include <algorithm>
 #include <vector>
 
 namespace kvosim {
@@ -31,6 +32,7 @@ void EmbeddedEvents::add(tools::Descriptor connection)
         Stream::Callbacks{[](std::string_view) {},  // data from a listener is ignored
                           [this, number](const std::string &reason) { remove(number, std::string(reason)); }});
     report_("event listener " + std::to_string(number) + " connected");
+    onListener_(number);
 }
 
 void EmbeddedEvents::remove(uint64_t number, const std::string &reason)
@@ -41,18 +43,36 @@ void EmbeddedEvents::remove(uint64_t number, const std::string &reason)
 
 std::size_t EmbeddedEvents::publish(std::string_view text)
 {
-    const std::string line = std::string(text) + '\n';
+    const std::size_t count = send(std::string(text) + '\n');
+    report_("event " + printable(text) + " -> " + std::to_string(count) + " listeners");
+    return count;
+}
+
+std::size_t EmbeddedEvents::send(std::string_view bytes, std::optional<uint64_t> listener)
+{
+    std::size_t count = 0;
     std::vector<uint64_t> lost;
-    for (const auto &[number, listener] : listeners_) {
-        if (!listener->write(line)) {
+    for (const auto &[number, stream] : listeners_) {
+        if (listener && *listener != number) {
+            continue;
+        }
+        if (stream->write(bytes)) {
+            ++count;
+        } else {
             lost.push_back(number);
         }
     }
     for (const uint64_t number : lost) {
         remove(number, "it does not read, or it has closed");
     }
-    report_("event " + printable(text) + " -> " + std::to_string(listeners_.size()) + " listeners");
-    return listeners_.size();
+    return count;
+}
+
+bool EmbeddedEvents::isBusy(std::optional<uint64_t> listener) const
+{
+    return std::any_of(listeners_.begin(), listeners_.end(), [listener](const auto &each) {
+        return (!listener || *listener == each.first) && each.second->unsent() > kMaxUnread / 2;
+    });
 }
 
 void EmbeddedEvents::keepAlive(std::chrono::seconds period)

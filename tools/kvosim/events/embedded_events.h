@@ -34,6 +34,12 @@ public:
     /// @return the number of listeners that the line was sent to
     std::size_t publish(std::string_view text);
     [[nodiscard]] std::size_t listeners() const noexcept { return listeners_.size(); }
+    /// Sends bytes to one listener, or to all without @p listener, as publish() does.
+    std::size_t send(std::string_view bytes, std::optional<uint64_t> listener = std::nullopt);
+    /// Whether a listener, or one of all, has not yet taken half of the bytes that may wait for it.
+    [[nodiscard]] bool isBusy(std::optional<uint64_t> listener = std::nullopt) const;
+    /// Calls @p onListener with the number of each listener that connects, from 1.
+    void setOnListener(std::function<void(uint64_t number)> onListener) { onListener_ = std::move(onListener); }
     /// Removes the socket and closes the connections.
     void end();
 
@@ -44,6 +50,7 @@ private:
 
     tools::EventLoop &loop_;
     std::function<void(std::string_view line)> report_;
+    std::function<void(uint64_t number)> onListener_ = [](uint64_t) {};
     std::optional<tools::ListeningSocket> socket_;
     std::unique_ptr<tools::Acceptor> acceptor_;
     std::map<uint64_t, std::unique_ptr<Stream>> listeners_;

@@ -27,6 +27,8 @@ public:
     /// Writes all bytes, now or as the other side reads. Returns false and writes nothing if the buffer does not have enough
     /// space. Also returns false if the other side has closed; the callback reports that later.
     [[nodiscard]] bool write(std::string_view bytes);
+    /// The number of bytes that wait to be written.
+    [[nodiscard]] std::size_t unsent() const noexcept { return unsent_.size(); }
     /// Makes the other side see a connection reset, instead of an orderly end, when the stream is closed.
     void resetWhenClosed() const noexcept;
 

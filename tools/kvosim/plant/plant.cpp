@@ -45,7 +45,8 @@ Panel *Plant::findPanel(uint32_t address)
 std::optional<Station> Plant::findStation(uint32_t address)
 {
     const auto found = byAddress_.find(address);
-    return found == byAddress_.end() ? std::nullopt : std::optional(Station{stations_[found->second], panels_[found->second], clock});
+    return found == byAddress_.end() ? std::nullopt
+                                     : std::optional(Station{stations_[found->second], panels_[found->second], clock});
 }
 
 }  // namespace kvosim

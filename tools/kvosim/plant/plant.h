@@ -1,9 +1,9 @@
 // The state of the simulated plant: the service, its stations, their clients, and the faults.
 #pragma once
 
-#include "kvosim/plant/plant_clock.h"
 #include "kvosim/plant/faults.h"
 #include "kvosim/plant/panel.h"
+#include "kvosim/plant/plant_clock.h"
 
 #include <kvo_hws/codecs.h>
 

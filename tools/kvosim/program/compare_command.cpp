@@ -2,15 +2,14 @@
 
 #include "common/command_line/progress_line.h"
 #include "common/completions/completion.h"
-#include "common/recording/recording.h"
 #include "common/refused.h"
 #include "kvosim/compare/comparison.h"
 #include "kvosim/compare/comparison_text.h"
 #include "kvosim/plant_file/plant_file.h"
+#include "kvosim/program/recording_file.h"
 
 #include <iostream>
 #include <stdexcept>
-#include <system_error>
 #include <unistd.h>
 
 namespace kvosim {
@@ -36,17 +35,6 @@ Examples:
   kvosim compare fault.rec --plant plant.toml --differences 20
   kvosim compare fault.rec --json | jq .total.percent
 )";
-
-Recording load(const std::string &path)
-{
-    try {
-        return Recording::load(path);
-    } catch (const tools::recording::RecordingError &error) {
-        throw tools::Refused(error.what());
-    } catch (const std::system_error &error) {
-        throw tools::Refused(path + ": " + error.code().message());
-    }
-}
 
 Plant plantOf(const Recording &recording, const std::string &path)
 {
@@ -79,7 +67,7 @@ CompareCommand::CompareCommand(CLI::App &app)
 
 int CompareCommand::carryOut() const
 {
-    const Recording recording = load(recording_);
+    const Recording recording = loadRecording(recording_);
     const Plant plant = plant_.empty() ? plantOf(recording, recording_) : loadPlant(plant_);
     Comparison comparison;
     {

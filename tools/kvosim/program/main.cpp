@@ -1,31 +1,25 @@
 // kvosim: simulates the hardware service of a plant, to develop and test programs without a panel.
 #include "common/command_line/help.h"
 #include "common/command_line/mistake.h"
-#include "common/command_line/progress_line.h"
 #include "common/completions/command_structure.h"
 #include "common/completions/completion.h"
 #include "common/control_client.h"
-#include "common/dotted_address.h"
-#include "common/signals.h"
-#include "common/supervised_command.h"
-#include "kvosim/base/arguments.h"
+#include "common/refused.h"
 #include "kvosim/plant_file/plant_file.h"
 #include "kvosim/plant_file/plant_generator.h"
 #include "kvosim/program/compare_command.h"
 #include "kvosim/program/control_commands.h"
-#include "kvosim/program/run_directory.h"
+#include "kvosim/program/replay_command.h"
+#include "kvosim/program/service_arguments.h"
+#include "kvosim/program/serving.h"
 #include "kvosim/service.h"
 
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
-#include <array>
 #include <cstdio>
-#include <cstdlib>
 #include <iostream>
-#include <sys/epoll.h>
-#include <system_error>
-#include <unistd.h>
+#include <memory>
 
 namespace {
 
@@ -33,11 +27,11 @@ constexpr int kExitSuccess = 0;
 constexpr int kExitFailure = 1;
 constexpr int kExitUsage = 2;
 constexpr int kExitNoSimulator = 3;
-constexpr uint32_t kLongestAlive = 86'400;  // seconds
 
 constexpr const char *kMainExamples = R"(Examples:
   kvosim serve --plant examples/plant.toml --verbose
   kvosim run -- ctest --output-on-failure
+  kvosim replay plant.rec -- ./panel
   kvosim generate 10000 > large.toml
   kvosim compare fault.rec
   kvosim station 10.0.0.5 --set backlight=0
@@ -47,7 +41,7 @@ constexpr const char *kMainExamples = R"(Examples:
   kvosim event "key, F1"
 
 "kvosim COMMAND --help" shows the help of a command. Exit status: 0 success, 1 failure, 2 wrong usage or an invalid plant
-file or recording, 3 no simulator is running, 4 replies differ ("compare").
+file or recording, 3 no simulator is running, 4 replies differ ("compare") or requests were not recorded ("replay").
 )";
 
 constexpr const char *kServeExamples =
@@ -55,10 +49,13 @@ constexpr const char *kServeExamples =
 already running. Receives the datagrams that set the USB lock at 127.0.0.1:5851. The library sends them to this address if
 KVO_PLATFORM_INTERFACE is "lo". With --usb-lock-address 0.0.0.0, kvosim also receives datagrams from the network.
 
+With --replay, see also "kvosim replay --help". A client's "killDaemon" then does not end kvosim.
+
 Examples:
   kvosim serve --plant examples/plant.toml
   kvosim serve --plant plant.toml --registry /var/tmp/registry --verbose
   kvosim serve --plant plant.toml --remote 0,3 --remote-address 0.0.0.0
+  kvosim serve --replay plant.rec --speed 10
 )";
 
 constexpr const char *kRunExamples =
@@ -81,158 +78,92 @@ Examples:
   kvosim run --shared -- ./panel-tests
 )";
 
+constexpr const char *kReplayExamples =
+    R"(Programs get the recorded replies to their requests, with the recorded pauses, silences and closed connections. For each
+request text, the replies come in the recorded order, and then the last one again. The recorded events come at their times
+after the program activates them or listens. With COMMAND, everything else is as with "kvosim run": the private
+/tmp/kvo_hws, the signals, and the exit status. Without COMMAND, kvosim serves the programs of this machine until SIGINT or
+SIGTERM.
+
+A request that was not recorded gets the reply "failed", unless --plant is given. The report at the end, on standard error,
+names such requests, the nearest recorded ones and what differs. The exit status is 4 if there were such requests, or if
+--strict was not met, and COMMAND itself has succeeded.
+
+--strict is met if every recorded request was asked once and in the recorded order, no other request was asked, and every USB
+event was sent and answered as it was recorded.
+
+Examples:
+  kvosim replay plant.rec -- ./panel
+  kvosim replay plant.rec --speed max -- kvoctl stations
+  kvosim replay plant.rec --plant plant.toml --report report.json -- ./panel-tests
+  kvosim replay plant.rec
+)";
+
 constexpr const char *kGenerateExamples = R"(Examples:
   kvosim generate 10000 > large.toml
   kvosim generate 250 --seed 7 > other.toml
 )";
 
 struct Options {
-    std::string plant;
-    std::string registry;
-    std::string usbLockAddress;
-    std::string socketMode;
-    std::string remote;
-    std::string remoteAddress;
-    uint32_t alive = 10;  // seconds
-    bool verbose = false;
+    kvosim::ServiceArguments service;
+    kvosim::ReplayArguments replay;
     bool untilInputEnds = false;
     bool shared = false;
     uint32_t count = 0;
     uint64_t seed = 1;
-    std::vector<std::string> command;
+    std::optional<std::vector<std::string>> command;  ///< the words after "--"
 };
 
-kvosim::ServiceOptions serviceOptions(const Options &options)
+/// @p onEnd  called when the service has ended
+kvosim::StartService simulationOf(const Options &options, kvosim::Plant plant, std::function<void(tools::EventLoop &)> onEnd)
 {
-    kvosim::ServiceOptions service{.verbose = options.verbose, .usbLockDefault = kvosim::kDefaultUsbLockAddress};
-    if (!options.registry.empty()) {
-        service.registry = options.registry;
-    }
-    if (!options.usbLockAddress.empty()) {
-        service.usbLockAddress = options.usbLockAddress;
-    }
-    if (!options.socketMode.empty()) {
-        service.socketMode = *kvosim::number<mode_t>(options.socketMode, 8);
-    }
-    if (!options.remote.empty()) {
-        service.remoteSessions = kvosim::parseSessions(options.remote);
-    }
-    if (!options.remoteAddress.empty()) {
-        service.remoteAddress = options.remoteAddress;
-    }
-    service.alive = std::chrono::seconds(options.alive);
-    return service;
-}
-
-std::string mistakeInMode(const std::string &text)
-{
-    const auto mode = kvosim::number<mode_t>(text, 8);
-    return mode && *mode <= tools::kForAllUsers ? std::string() : "write an octal number such as 0600, 0660 or 0666";
-}
-
-std::string mistakeInSessions(const std::string &text)
-{
-    try {
-        kvosim::parseSessions(text);
-        return {};
-    } catch (const std::invalid_argument &error) {
-        return error.what();
-    }
-}
-
-void addRemoteOptions(CLI::App &command, Options &options)
-{
-    command
-        .add_option(
-            "--remote", options.remote,
-            "Act as the remote hardware service of the agents of these sessions: SESSION[,SESSION...], 0 to 9. Session N "
-            "uses port 5850 + N (default: the plant's sessions, else none)")
-        ->check(mistakeInSessions);
-    command
-        .add_option("--remote-address", options.remoteAddress,
-                    "IPv4 address to which agents connect (default: the plant's address, else 127.0.0.1, for this machine "
-                    "only). 0.0.0.0 opens the ports on every network of this machine: every client that reaches them is "
-                    "accepted as an agent, without a password")
-        ->check([](const std::string &text) {
-            return tools::parseDotted(text) ? std::string()
-                                            : '"' + text + "\" is not an IPv4 address; write one such as 127.0.0.1 or 0.0.0.0";
-        });
-    command.add_option("--alive", options.alive, "Seconds between \"Alive?\" events, 0 for none (default: 10)")
-        ->check(CLI::Range(0U, kLongestAlive));
-}
-
-/// Ends the service at the end of standard input: the process at the other end of the pipe has closed it, or has ended.
-void endWithInput(tools::EventLoop &loop, kvosim::Service &service)
-{
-    const auto read = [&](uint32_t /*events*/) {
-        std::array<char, 512> ignored{};
-        if (::read(STDIN_FILENO, ignored.data(), ignored.size()) <= 0) {
-            loop.unwatch(STDIN_FILENO);
-            service.end();
-        }
+    const auto loaded = std::make_shared<kvosim::Plant>(std::move(plant));
+    return [options = kvosim::serviceOptions(options.service), loaded, onEnd = std::move(onEnd)](tools::EventLoop &loop) {
+        const auto service =
+            std::make_shared<kvosim::Service>(loop, std::move(*loaded), options, [onEnd, &loop] { onEnd(loop); });
+        return kvosim::StartedService{.service = service,
+                                      .end = [ended = std::weak_ptr(service)] { ended.lock()->end(); },
+                                      .readyLine = "kvosim: serving " + std::to_string(service->plant().stations().size()) +
+                                                   " stations at " + options.socket.string()};
     };
-    try {
-        loop.watch(STDIN_FILENO, EPOLLIN, read);
-    } catch (const std::system_error &) {
-        throw tools::Refused(
-            "--until-input-ends: standard input is not a pipe, socket or terminal, so its end cannot be detected");
-    }
-}
-
-/// Groups digits: 41 000.
-std::string grouped(std::size_t number)
-{
-    std::string text = std::to_string(number);
-    for (std::size_t at = text.size(); at > 3; at -= 3) {
-        text.insert(at - 3, 1, ' ');
-    }
-    return text;
-}
-
-/// Loads a plant. If that takes long, shows the progress on the terminal.
-kvosim::Plant load(const std::string &file)
-{
-    tools::command_line::ProgressLine line(STDERR_FILENO);
-    return kvosim::loadPlant(file, [&line](std::size_t done, std::size_t all) {
-        if (line.isDue()) {
-            const std::string count = all == 0 ? "" : ": " + grouped(done) + " of " + grouped(all) + " stations";
-            line.write("kvosim: reading the plant" + count);
-        }
-    });
 }
 
 int serve(const Options &options)
 {
-    tools::EventLoop loop;
-    std::optional<kvosim::Service> service;
-    const tools::Signals signals(loop, {SIGINT, SIGTERM}, [&service](const auto &) { service->end(); });
-    service.emplace(loop, load(options.plant), serviceOptions(options), [&loop] { loop.stop(); });
-    if (options.untilInputEnds) {
-        endWithInput(loop, *service);
+    if (!options.replay.recording.empty()) {
+        return serveUntilEnded(kvosim::replayOf(options.replay, options.service), options.untilInputEnds);
     }
-    std::printf("kvosim: serving %zu stations at %s\n", service->plant().stations().size(),
-                serviceOptions(options).socket.c_str());
-    std::fflush(stdout);
-    loop.run();
-    return kExitSuccess;
+    return serveUntilEnded(
+        simulationOf(options, kvosim::loadWithProgress(options.service.plant), [](tools::EventLoop &loop) { loop.stop(); }),
+        options.untilInputEnds);
+}
+
+int reportMissingCommand(const std::string &example)
+{
+    std::fprintf(stderr, "kvosim %s: give the command to run after \"--\", as in: kvosim %s -- ./panel-tests\n",
+                 example.substr(0, example.find(' ')).c_str(), example.c_str());
+    return kExitUsage;
 }
 
 int run(const Options &options)
 {
-    if (options.command.empty()) {
-        std::fputs("kvosim run: give the command to run after \"--\", as in: kvosim run -- ./panel-tests\n", stderr);
-        return kExitUsage;
+    if (options.command.value_or(std::vector<std::string>()).empty()) {
+        return reportMissingCommand("run");
     }
+    const std::string &file = options.service.plant;
     kvosim::Plant plant =
-        options.plant.empty() ? kvosim::parsePlant(kvosim::kBuiltInPlant, "built-in plant") : load(options.plant);
-    const kvosim::RunDirectory place(options.shared);
-    tools::EventLoop loop;
+        file.empty() ? kvosim::parsePlant(kvosim::kBuiltInPlant, "built-in plant") : kvosim::loadWithProgress(file);
     // If a client ends the service, the command continues.
-    const kvosim::Service service(loop, std::move(plant), serviceOptions(options), [] {});
-    setenv("KVO_PLATFORM_INTERFACE", "lo", 0);
-    const tools::SupervisedCommand command(loop, options.command, [&loop] { loop.stop(); }, {.messagePrefix = "kvosim"});
-    loop.run();
-    return command.status();
+    return serveCommand(simulationOf(options, std::move(plant), [](tools::EventLoop &) {}), *options.command, options.shared);
+}
+
+int replay(const Options &options)
+{
+    if (options.command && options.command->empty()) {
+        return reportMissingCommand("replay plant.rec");
+    }
+    const kvosim::StartService start = kvosim::replayOf(options.replay, options.service);
+    return options.command ? serveCommand(start, *options.command, options.shared) : serveUntilEnded(start, false);
 }
 
 int generate(const Options &options)
@@ -242,31 +173,18 @@ int generate(const Options &options)
     return std::cout ? kExitSuccess : kExitFailure;
 }
 
-void addServiceOptions(CLI::App &command, Options &options)
+/// Removes "--" and the words after it from the arguments of "run" and "replay", and returns these words: they are the command, and
+/// are not parsed here.
+std::optional<std::vector<std::string>> extractCommand(std::vector<std::string> &arguments)
 {
-    tools::completions::completeDirectories(
-        command.add_option("--registry", options.registry,
-                           "Directory that keeps the registry lists for the next start (default: a temporary directory)"));
-    command
-        .add_option(
-            "--usb-lock-address", options.usbLockAddress,
-            "Address at which to receive datagrams of the USB lock: ADDRESS[:PORT], or none. Port 0 means any free port "
-            "(default: the plant's address, else 127.0.0.1:5851)")
-        ->check([](const std::string &text) {
-            return kvosim::isEndpointOrNone(text) ? std::string() : "write " + std::string(kvosim::kEndpointForm);
-        });
-    addRemoteOptions(command, options);
-    command.add_flag("--verbose", options.verbose, "Log each exchange on standard error");
-}
-
-/// Removes the words after "--" from the arguments of "run" and returns them: they are the command, and are not parsed here.
-std::vector<std::string> extractCommand(std::vector<std::string> &arguments)
-{
-    if (arguments.empty() || arguments.front() != "run") {
-        return {};
+    if (arguments.empty() || (arguments.front() != "run" && arguments.front() != "replay")) {
+        return std::nullopt;
     }
     const auto mark = std::find(arguments.begin(), arguments.end(), "--");
-    std::vector<std::string> command(mark == arguments.end() ? mark : mark + 1, arguments.end());
+    if (mark == arguments.end()) {
+        return std::nullopt;
+    }
+    std::vector<std::string> command(mark + 1, arguments.end());
     arguments.erase(mark, arguments.end());
     return command;
 }
@@ -282,6 +200,83 @@ int handleParseError(const CLI::App &app, const std::vector<std::string> &argume
     return kExitUsage;
 }
 
+void addSharedOption(CLI::App &command, Options &options)
+{
+    command.add_flag("--shared", options.shared,
+                     "Use the machine's own /tmp/kvo_hws, one run at a time, if namespaces are not permitted");
+}
+
+CLI::App *addServe(CLI::App &app, Options &options)
+{
+    CLI::App *command = app.add_subcommand("serve", "Serve a plant or a recording to the programs of this machine");
+    tools::completions::completeFiles(
+        command->add_option("--plant", options.service.plant, "Plant file, kvo-plant(5). Required without --replay")
+            ->type_name("FILE"));
+    const std::vector<CLI::Option *> ofPlant = kvosim::addServiceOptions(*command, options.service);
+    kvosim::addSocketModeOption(*command, options.service);
+    command->add_flag("--until-input-ends", options.untilInputEnds,
+                      "End when standard input ends. If standard input is a pipe, kvosim ends when the program at its other "
+                      "end ends, even if that program crashes");
+    CLI::Option *recording =
+        command
+            ->add_option("--replay", options.replay.recording,
+                         "Answer as this recording says, kvo-recording(5). The plant answers only what was not recorded")
+            ->type_name("FILE");
+    tools::completions::completeFiles(recording);
+    const std::vector<CLI::Option *> ofReplay = kvosim::addReplayOptions(*command, options.replay);
+    for (CLI::Option *option : ofReplay) {
+        option->group("With --replay");
+    }
+    command->callback([&options, ofPlant, ofReplay] {
+        const bool isReplay = !options.replay.recording.empty();
+        if (options.service.plant.empty() && !isReplay) {
+            throw CLI::RequiredError("--plant");
+        }
+        for (const CLI::Option *option : isReplay ? ofPlant : ofReplay) {
+            if (option->count() > 0) {
+                throw CLI::ValidationError(option->get_name(), isReplay ? "not possible with --replay" : "needs --replay");
+            }
+        }
+    });
+    command->footer(kServeExamples);
+    return command;
+}
+
+CLI::App *addRun(CLI::App &app, Options &options)
+{
+    CLI::App *command =
+        app.add_subcommand("run", "Serve a plant to one command only: kvosim run [OPTIONS] -- COMMAND [ARGUMENT...]");
+    tools::completions::completeFiles(command->add_option("--plant", options.service.plant,
+                                                          "Plant file (default: a small built-in plant of three stations)"));
+    tools::completions::completeCommand(command);
+    addSharedOption(*command, options);
+    kvosim::addServiceOptions(*command, options.service);
+    command->footer(kRunExamples);
+    return command;
+}
+
+CLI::App *addReplay(CLI::App &app, Options &options)
+{
+    CLI::App *command = app.add_subcommand(
+        "replay", "Answer programs as a recording says: kvosim replay [OPTIONS] FILE [-- COMMAND [ARGUMENT...]]");
+    tools::completions::completeFiles(
+        command->add_option("FILE", options.replay.recording, "Recording, kvo-recording(5)")->type_name("")->required());
+    tools::completions::completeFiles(
+        command->add_option("--plant", options.service.plant, "Plant file that answers what was not recorded")
+            ->type_name("FILE"));
+    kvosim::addReplayOptions(*command, options.replay);
+    tools::completions::completeOptionalCommand(command);
+    addSharedOption(*command, options);
+    kvosim::addVerboseOption(*command, options.service);
+    command->callback([&options] {
+        if (options.shared && !options.command) {
+            throw CLI::ValidationError("--shared", "needs a command after \"--\"");
+        }
+    });
+    command->footer(kReplayExamples);
+    return command;
+}
+
 int runMain(const std::vector<std::string> &arguments)
 {
     Options options;
@@ -291,30 +286,9 @@ int runMain(const std::vector<std::string> &arguments)
     app.footer(kMainExamples);
     app.require_subcommand(1);
 
-    CLI::App *serveCommand = app.add_subcommand("serve", "Serve a plant to the programs of this machine");
-    tools::completions::completeFiles(
-        serveCommand->add_option("--plant", options.plant, "Plant file, kvo-plant(5)")->type_name("FILE")->required());
-    addServiceOptions(*serveCommand, options);
-    serveCommand
-        ->add_option("--socket-mode", options.socketMode,
-                     "File mode of the service's sockets. It decides which programs may connect: 0600 only those of this user, "
-                     "0660 also those of the user's group, 0666 all (default: 0600)")
-        ->check(mistakeInMode);
-    serveCommand->add_flag(
-        "--until-input-ends", options.untilInputEnds,
-        "End when standard input ends. If standard input is a pipe, kvosim ends when the program at its other "
-        "end ends, even if that program crashes");
-    serveCommand->footer(kServeExamples);
-
-    CLI::App *runCommand =
-        app.add_subcommand("run", "Serve a plant to one command only: kvosim run [OPTIONS] -- COMMAND [ARGUMENT...]");
-    tools::completions::completeFiles(
-        runCommand->add_option("--plant", options.plant, "Plant file (default: a small built-in plant of three stations)"));
-    tools::completions::completeCommand(runCommand);
-    runCommand->add_flag("--shared", options.shared,
-                         "Use the machine's own /tmp/kvo_hws, one run at a time, if namespaces are not permitted");
-    addServiceOptions(*runCommand, options);
-    runCommand->footer(kRunExamples);
+    CLI::App *serveCommand = addServe(app, options);
+    CLI::App *runCommand = addRun(app, options);
+    CLI::App *replayCommand = addReplay(app, options);
 
     CLI::App *generateCommand = app.add_subcommand("generate", "Write a plant file of many stations to standard output");
     generateCommand->add_option("COUNT", options.count, "Number of stations, at most 100000")
@@ -348,6 +322,9 @@ int runMain(const std::vector<std::string> &arguments)
     }
     if (serveCommand->parsed()) {
         return serve(options);
+    }
+    if (replayCommand->parsed()) {
+        return replay(options);
     }
     return runCommand->parsed() ? run(options) : generate(options);
 }

@@ -8,6 +8,7 @@ set(common_sources
   lock_file.cpp
   new_file.cpp
   platform_check.cpp
+  plant_values.cpp
   recording/anonymizer.cpp
   recording/difference.cpp
   recording/escape.cpp

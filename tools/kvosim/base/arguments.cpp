@@ -1,9 +1,6 @@
 // Parses the numbers, addresses and quoted texts of the protocol.
 #include "kvosim/base/arguments.h"
 
-#include <algorithm>
-#include <cctype>
-
 namespace kvosim {
 
 std::optional<uint32_t> decimal(std::string_view text, uint32_t lowest, uint32_t highest)
@@ -36,22 +33,11 @@ std::pair<std::string_view, std::string_view> split(std::string_view text, char 
     return {text.substr(0, at), at == std::string_view::npos ? std::string_view() : text.substr(at + 1)};
 }
 
-bool hasControlCharacter(std::string_view text)
-{
-    return std::any_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; });
-}
-
 Value parseTypedNumber(const std::string &text)
 {
     const bool isHexadecimal = text.starts_with("0x") || text.starts_with("0X");
     const auto value = isHexadecimal ? number<int64_t>(std::string_view(text).substr(2), 16) : number<int64_t>(text);
     return value && !(isHexadecimal && *value < 0) ? Value(*value) : Value(text);
-}
-
-bool isConnectorCharacter(char character)
-{
-    return std::isalnum(static_cast<unsigned char>(character)) != 0 ||
-           std::string_view("_.-").find(character) != std::string_view::npos;
 }
 
 }  // namespace kvosim

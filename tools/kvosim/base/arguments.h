@@ -14,7 +14,6 @@ namespace kvosim {
 /// The reply to any request that the service does not know or cannot carry out.
 inline constexpr const char *kFailed = "failed";
 
-inline constexpr std::size_t kLongestChannelInfo = 230;  // bytes
 inline constexpr std::size_t kStationDigits = 8;
 
 /// A value from a file or a request. The first alternative stands for anything that is neither a number nor a text.
@@ -48,12 +47,7 @@ std::optional<std::string_view> unquoted(std::string_view text);
 /// The text before and after the first @p separator. Without a separator the second part is empty.
 std::pair<std::string_view, std::string_view> split(std::string_view text, char separator);
 
-bool hasControlCharacter(std::string_view text);
-
 /// Converts a decimal number or a hexadecimal one such as 0x1F. Any other text stays a text.
 Value parseTypedNumber(const std::string &text);
-
-/// Whether a name or a device in the connector list may contain @p character.
-bool isConnectorCharacter(char character);
 
 }  // namespace kvosim

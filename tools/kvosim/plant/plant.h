@@ -1,6 +1,7 @@
 // The state of the simulated plant: the service, its stations, their clients, and the faults.
 #pragma once
 
+#include "common/plant_values.h"
 #include "kvosim/plant/faults.h"
 #include "kvosim/plant/panel.h"
 #include "kvosim/plant/plant_clock.h"
@@ -18,8 +19,7 @@
 
 namespace kvosim {
 
-/// The longest name that fits into a description, in bytes.
-inline constexpr std::size_t kLongestName = sizeof(ConnectionEntry::name) - 1;
+using tools::kLongestName;
 
 /// The debug levels; service_commands.cpp has their names in the protocol.
 enum class DebugLevel : uint32_t { none, one, two };

@@ -16,62 +16,8 @@ constexpr int64_t kHighest32 = 0xFFFFFFFF;
 constexpr int64_t kHighestSigned = std::numeric_limits<int32_t>::max();
 constexpr int64_t kMaxDevices = 99;
 constexpr int64_t kLongestReboot = 3'600'000;  // ms
-constexpr std::size_t kLongestText = 255;
-constexpr std::size_t kLongestLayout = 7;
 
-// ---- Texts ----
-
-bool isLine(std::string_view text) { return text.size() <= kLongestText && !hasControlCharacter(text); }
-
-/// "failed" is not allowed: on the wire a client could not distinguish the text from a refusal.
-bool isReplyText(std::string_view text) { return isLine(text) && text != kFailed; }
-
-bool isChannelInfo(std::string_view text) { return text.size() <= kLongestChannelInfo && !hasControlCharacter(text); }
-
-bool isPairOrEmpty(std::string_view text) { return text.empty() || isPair(text); }
-
-/// A client uses the text before the first colon as the server, so the server must not be empty.
-bool isViewer(std::string_view text)
-{
-    return text.empty() || (isLine(text) && text.find(':') != std::string_view::npos && !text.starts_with(':'));
-}
-
-bool isPriority(std::string_view text)
-{
-    if (text.empty()) {
-        return true;
-    }
-    const auto [lock, priority] = split(text, ':');
-    const bool isLockValid = lock.empty() || lock == "0" || lock == "1";
-    return text.find(':') != std::string_view::npos && isLockValid &&
-           (priority.empty() || (priority.front() != '0' && decimal(priority, 1, 10)));
-}
-
-bool isConnector(std::string_view text)
-{
-    const auto word = [](std::string_view part) {
-        return !part.empty() && std::all_of(part.begin(), part.end(), isConnectorCharacter);
-    };
-    const auto [name, device] = split(text, ':');
-    return word(name) && word(device);
-}
-
-bool areConnectors(std::string_view text)
-{
-    if (text.size() > kLongestText || text.ends_with(' ')) {
-        return false;
-    }
-    while (!text.empty()) {
-        const auto [connector, rest] = split(text, ' ');
-        if (!isConnector(connector)) {
-            return false;
-        }
-        text = rest;
-    }
-    return true;
-}
-
-bool isLayout(std::string_view text) { return text.size() <= kLongestLayout && !hasControlCharacter(text) && text != kNoValue; }
+bool isPairOrEmpty(std::string_view text) { return text.empty() || tools::isPair(text); }
 
 constexpr std::string_view kLineForm = "at most 255 bytes without control characters";
 constexpr std::string_view kPairForm = "two numbers, such as \"12:1\", or an empty text";
@@ -103,22 +49,22 @@ const StationKey kKeys[] = {
     {"simulated_mcp_key", TextKey{&Panel::simulatedMcpKey, isPairOrEmpty, kPairForm}},
     {"enabled_mcp_key", TextKey{&Panel::enabledMcpKey, isPairOrEmpty, kPairForm}},
 
-    {"viewer", TextKey{&Panel::viewer, isViewer, "\"SERVER:DISPLAY\", or an empty text if no viewer runs"}},
+    {"viewer", TextKey{&Panel::viewer, tools::isViewer, "\"SERVER:DISPLAY\", or an empty text if no viewer runs"}},
     {"viewer_busy", NumberKey{&Panel::viewerBusy, 0, 1}},
-    {"status_line", TextKey{&Panel::statusLine, isLine, kLineForm}},
+    {"status_line", TextKey{&Panel::statusLine, tools::isLine, kLineForm}},
     {"status_value1", NumberKey{&Panel::statusValue1, 0, kHighest32}},
     {"status_value2", NumberKey{&Panel::statusValue2, 0, kHighest32}},
     {"reboot_time_ms", NumberKey{&Panel::rebootTime, 0, kLongestReboot}},
 
     {"focus_busy", NumberKey{&Panel::focusBusy, 0, 1}},
     {"priority",
-     TextKey{&Panel::priority, isPriority, "\"\", \":\", \"1:\", \":7\" or \"1:7\" (lock 0 or 1, priority 1 to 10)"}},
+     TextKey{&Panel::priority, tools::isPriority, "\"\", \":\", \"1:\", \":7\" or \"1:7\" (lock 0 or 1, priority 1 to 10)"}},
     {"startup_active", NumberKey{&Panel::startupActive, 0, 2}},
     {"startup_prio", NumberKey{&Panel::startupPrio, 0, kHighest32}},
     {"channel_on_focus", NumberKey{&Panel::channelOnFocus, 1, 8}},
-    {"screen_on_focus", TextKey{&Panel::screenOnFocus, isLine, kLineForm}},
-    {"t2m2n", TextKey{&Panel::t2m2n, isReplyText, "at most 255 bytes without control characters, and not \"failed\""}},
-    {"channel_info", TextKey{&Panel::channelInfo, isChannelInfo, "at most 230 bytes without control characters"}},
+    {"screen_on_focus", TextKey{&Panel::screenOnFocus, tools::isLine, kLineForm}},
+    {"t2m2n", TextKey{&Panel::t2m2n, tools::isReplyText, "at most 255 bytes without control characters, and not \"failed\""}},
+    {"channel_info", TextKey{&Panel::channelInfo, tools::isChannelInfo, "at most 230 bytes without control characters"}},
 
     {"kbd", NumberKey{&Panel::keyboards, 0, kMaxDevices}},
     {"mouse", NumberKey{&Panel::mice, 0, kMaxDevices}},
@@ -129,13 +75,13 @@ const StationKey kKeys[] = {
     {"press_thresh", NumberKey{&Panel::pressThreshold, -1, kHighestSigned}},
     {"nonlinear", NumberKey{&Panel::nonlinear, -1, 1}},
 
-    {"usb_lock", TextKey{&Panel::usbLock, isPair, "two numbers, such as \"0:1\""}},
+    {"usb_lock", TextKey{&Panel::usbLock, tools::isPair, "two numbers, such as \"0:1\""}},
     {"usb_connectors",
-     TextKey{&Panel::usbConnectors, areConnectors,
+     TextKey{&Panel::usbConnectors, tools::areConnectors,
              "\"NAME:DEVICE\" for each connector, separated by one space, such as \"X60:keyboard X61:free\""}},
     {"usb_scanning", NumberKey{&Panel::usbScanning, 0, 1}},
 
-    {"oem_layout", TextKey{&Panel::oemLayout, isLayout, "1 to 7 bytes, or an empty text for no value"}},
+    {"oem_layout", TextKey{&Panel::oemLayout, tools::isLayout, "1 to 7 bytes, or an empty text for no value"}},
     {"softkey_type", NumberKey{&Panel::softkeyType, 0, kHighest32 - 1, 2}},
     {"keyboard_caps", NumberKey{&Panel::keyboardCaps, 0, kHighest32 - 1}},
     {"dpi", NumberKey{&Panel::dpi, 0, kHighestSigned}},
@@ -254,12 +200,6 @@ std::string assign(const StationKey &key, const Station &station, const Value &v
 Value parseTyped(const StationKey &key, const std::string &text)
 {
     return std::holds_alternative<TextKey>(key.kind) ? Value(text) : parseTypedNumber(text);
-}
-
-bool isPair(std::string_view text)
-{
-    const auto [first, second] = split(text, ':');
-    return number(first) && number(second);
 }
 
 }  // namespace kvosim

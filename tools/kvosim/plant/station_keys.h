@@ -1,6 +1,7 @@
 // The keys of a station as plant files, the control socket and the command line use them: names, ranges and values.
 #pragma once
 
+#include "common/plant_values.h"
 #include "kvosim/base/arguments.h"
 #include "kvosim/plant/plant.h"
 
@@ -11,8 +12,7 @@
 
 namespace kvosim {
 
-/// Written instead of a number for which the plant gives no value.
-inline constexpr std::string_view kNoValue = "none";
+using tools::kNoValue;
 
 struct NumberKey {
     std::variant<int64_t Panel::*, OptionalNumber Panel::*, uint32_t ConnectionEntry::*> member;
@@ -43,8 +43,5 @@ Value read(const StationKey &key, const Station &station);
 [[nodiscard]] std::string assign(const StationKey &key, const Station &station, const Value &value);
 /// A value typed on a command line: numeric keys accept decimal numbers and hexadecimal ones such as 0x1F.
 Value parseTyped(const StationKey &key, const std::string &text);
-
-/// "1:2": two numbers of 32 bits.
-bool isPair(std::string_view text);
 
 }  // namespace kvosim

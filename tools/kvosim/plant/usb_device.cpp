@@ -2,6 +2,7 @@
 #include "kvosim/plant/usb_device.h"
 
 #include "common/dotted_address.h"
+#include "common/plant_values.h"
 #include "kvosim/base/arguments.h"
 
 #include <algorithm>
@@ -161,7 +162,7 @@ std::string bytesOf(const UsbDevice &device)
 std::string connectorWord(std::string text)
 {
     std::replace_if(
-        text.begin(), text.end(), [](char c) { return !isConnectorCharacter(c); }, '_');
+        text.begin(), text.end(), [](char c) { return !tools::isConnectorCharacter(c); }, '_');
     return text;
 }
 

@@ -2,6 +2,7 @@
 #include "kvosim/plant_file/plant_file.h"
 
 #include "common/dotted_address.h"
+#include "common/plant_values.h"
 #include "kvosim/base/arguments.h"
 #include "kvosim/commands/commands.h"
 #include "kvosim/net/udp_socket.h"
@@ -41,7 +42,6 @@ namespace {
 
 constexpr uint32_t kLongestInitTime = 3'600'000;  // ms
 constexpr uint32_t kLongestHold = 3'600'000;      // ms
-constexpr std::size_t kLongestVersion = 255;
 constexpr std::string_view kStation = "station";
 
 uint32_t readAddress(const TableReader &table)
@@ -60,20 +60,8 @@ uint32_t readAddress(const TableReader &table)
 std::string readName(const TableReader &table)
 {
     std::string name = table.text("name");
-    if (name.empty()) {
-        table.fail("name", "is empty; a name has 1 to " + std::to_string(kLongestName) + " bytes");
-    }
-    if (name.size() > kLongestName) {
-        table.fail("name", "has " + std::to_string(name.size()) + " bytes; a name has 1 to " + std::to_string(kLongestName));
-    }
-    if (hasControlCharacter(name)) {
-        table.fail("name", "contains a control character; the protocol sends names as one line, so remove it");
-    }
-    if (name.find('"') != std::string::npos) {
-        table.fail("name", "contains a double quote, which ends a name in the registry files; use another character");
-    }
-    if (name.starts_with(' ')) {
-        table.fail("name", "begins with a space, which is lost in the registry files; begin with another character");
+    if (const std::string mistake = tools::mistakeInName(name); !mistake.empty()) {
+        table.fail("name", mistake);
     }
     return name;
 }
@@ -128,8 +116,8 @@ ServiceState readService(const TableReader &table)
 {
     ServiceState service;
     service.version = table.text("version", service.version);
-    if (service.version.empty() || service.version.size() > kLongestVersion || hasControlCharacter(service.version)) {
-        table.fail("version", "is not a valid version; write 1 to " + std::to_string(kLongestVersion) +
+    if (!tools::isVersion(service.version)) {
+        table.fail("version", "is not a valid version; write 1 to " + std::to_string(tools::kLongestVersion) +
                                   " bytes without control characters");
     }
     service.initTime = std::chrono::milliseconds(table.number("init_time_ms", 0, kLongestInitTime));

@@ -39,11 +39,10 @@ uint32_t AddressReplacements::next()
     constexpr uint32_t kDocumentationHosts = kHostsPerNetwork * kDocumentationNetworks.size();
     for (;;) {
         const uint32_t index = used_++;
-        if (index < kDocumentationHosts) {
-            return kDocumentationNetworks.at(index / kHostsPerNetwork) + index % kHostsPerNetwork + 1;
-        }
-        const uint32_t address = kFallbackNetwork + index - kDocumentationHosts + 1;
-        // With a last byte of 10, the reversed address would belong to the same network, and could be another's replacement.
+        const uint32_t address = index < kDocumentationHosts
+                                     ? kDocumentationNetworks.at(index / kHostsPerNetwork) + index % kHostsPerNetwork + 1
+                                     : kFallbackNetwork + index - kDocumentationHosts + 1;
+        // With a last byte of 10, the reversed address would belong to a network of plants, and could be another's replacement.
         const uint32_t last = address & 0xFFU;
         if (last != 0 && last != 10 && last != 255) {
             return address;

@@ -38,6 +38,8 @@ set(common_sources
   tap/socket_place.cpp
   tap/tap_guardian.cpp
   tap/tapped_socket.cpp
+  toml_text.cpp
+  utf8.cpp
 )
 
 # The sources that the tests' sandbox and the benchmarks use.

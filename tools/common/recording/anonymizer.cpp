@@ -1,6 +1,7 @@
 #include "common/recording/anonymizer.h"
 
 #include "common/dotted_address.h"
+#include "common/toml_text.h"
 
 #include <algorithm>
 #include <charconv>
@@ -121,6 +122,13 @@ void Anonymizer::replace(std::vector<Piece> &pieces, const std::vector<PrivateFi
     copy.storeIn(pieces);
 }
 
+std::string Anonymizer::replaced(std::string text, const std::vector<PrivateField> &fields)
+{
+    std::vector<Piece> pieces{{{}, std::move(text)}};
+    replace(pieces, fields);
+    return joined(pieces);
+}
+
 Exchange Anonymizer::anonymize(Exchange exchange)
 {
     const std::string request = joined(exchange.request);
@@ -129,12 +137,7 @@ Exchange Anonymizer::anonymize(Exchange exchange)
     return exchange;
 }
 
-Note Anonymizer::anonymize(Note note)
-{
-    std::vector<Piece> pieces{{{}, std::move(note.text)}};
-    replace(pieces, addressesIn(joined(pieces)));
-    return {note.at, joined(pieces)};
-}
+Note Anonymizer::anonymize(Note note) { return {note.at, replaced(note.text, addressesIn(note.text))}; }
 
 Line Anonymizer::anonymize(const Line &line)
 {
@@ -144,14 +147,20 @@ Line Anonymizer::anonymize(const Line &line)
     if (const auto *note = std::get_if<Note>(&line)) {
         return anonymize(*note);
     }
-    return line;
+    return std::holds_alternative<PlantLine>(line) ? Nothing{} : line;
 }
 
 std::string Anonymizer::anonymizeRequest(Kind kind, std::string_view request)
 {
-    std::vector<Piece> pieces{{{}, std::string(request)}};
-    replace(pieces, fieldsOfRequest(kind, request));
-    return joined(pieces);
+    return replaced(std::string(request), fieldsOfRequest(kind, request));
+}
+
+std::string Anonymizer::anonymizePlant(std::string_view toml)
+{
+    return replaceStrings(toml, [this](std::string_view key, std::string_view text) -> std::optional<std::string> {
+        const std::vector<PrivateField> fields = fieldsOfPlantValue(key, text);
+        return fields.empty() ? std::nullopt : std::optional(replaced(std::string(text), fields));
+    });
 }
 
 std::vector<PrivateField> Anonymizer::fieldsOfText(std::string_view text) const

@@ -95,6 +95,34 @@ struct UsbForm {
 constexpr UsbForm kUsbForms[] = {
     {"newUSBdevice", 4}, {"ignoreUSBdevice", 3}, {"changeStateUSBdevice", 0}, {"removeUSBdevice", 0}};
 
+/// Texts of a plant file, and where a program reads or writes them.
+struct PlantForm {
+    std::string_view key;
+    Kind kind;
+    std::string_view request;                 ///< up to the text, or the whole request
+    std::optional<std::string_view> reply{};  ///< up to the text, if it is a part of the reply
+};
+constexpr PlantForm kPlantForms[] = {
+    {"name", Kind::ask, "getExDescByName "},
+    {"viewer", Kind::ask, "getCurServer=00000000", "vncserver="},
+    {"status_line", Kind::ask, "setStatusline=00000000,0,0,"},
+    {"screen_on_focus", Kind::ask, "getKVOScreenOnFocus=00000000", "screen-on-focus="},
+    {"t2m2n", Kind::ask, "getKVOt2m2n=00000000", ""},
+    {"channel_info", Kind::ask, "getChannelInfo=00000000", "channel-info="},
+    {"usb_connectors", Kind::ask, "getUsbConnectorListOne=00000000", "usb-connector-list-one="},
+    {"ident2", Kind::usb, "removeUSBdevice*0.0.0.0*"},
+    {"ident3", Kind::usb, "removeUSBdevice*0.0.0.0*usb1*"},
+    {"text4", Kind::usb, "newUSBdevice*0.0.0.0*usb1*1*"},
+    {"text5", Kind::usb, "newUSBdevice*0.0.0.0*usb1*1*"},
+    {"text6", Kind::usb, "newUSBdevice*0.0.0.0*usb1*1*"},
+    {"text7", Kind::usb, "newUSBdevice*0.0.0.0*usb1*1*"},
+    {"text8", Kind::usb, "newUSBdevice*0.0.0.0*usb1*1*"},
+};
+
+/// Texts of a plant file that are not private. Some are numbers.
+constexpr std::array<std::string_view, 11> kPublicKeys{"version", "oem_layout", "kind", "command", "bytes", "number1",
+                                                       "number2", "number3",    "id1",  "id2",     "state"};
+
 // ---- Kinds of text ----
 
 bool isDigit(char character) noexcept { return character >= '0' && character <= '9'; }
@@ -144,6 +172,7 @@ public:
     /// Adds what the asking side has sent. Only its first line is a request.
     void addRequest(Kind kind);
     void addReply(Kind kind, std::string_view request);
+    void addWords(std::string_view text, std::string_view keyword = {});
 
     /// Matches a text with a form from kForms, and adds its fields. Adds none if it does not match.
     bool match(std::string_view text, std::string_view form);
@@ -163,7 +192,6 @@ private:
 
     bool addField(std::string_view name, std::string_view text);
     void addText(std::string_view text, FieldKind kind);
-    void addWords(std::string_view text, std::string_view keyword = {});
     void addUnknownRequest(std::string_view line);
     void addUsbEvent(std::string_view line);
     void addEmbeddedEvent(std::string_view line);
@@ -443,6 +471,25 @@ std::vector<PrivateField> fieldsOfReply(Kind kind, std::string_view request, std
     Finder finder(reply);
     finder.addReply(kind, request);
     return finder.take();
+}
+
+std::vector<PrivateField> fieldsOfPlantValue(std::string_view key, std::string_view value)
+{
+    if (std::ranges::find(kPublicKeys, key) != kPublicKeys.end()) {
+        return {};
+    }
+    const auto *const form = std::ranges::find(kPlantForms, key, &PlantForm::key);
+    if (form == std::end(kPlantForms)) {
+        Finder finder(value);
+        finder.addWords(value);
+        return finder.take();
+    }
+    const std::string before(form->reply.value_or(form->request));
+    const std::string text = before + std::string(value);
+    Fields fields = form->reply ? fieldsOfReply(form->kind, form->request, text) : fieldsOfRequest(form->kind, text);
+    std::erase_if(fields, [&](const PrivateField &field) { return field.offset < before.size(); });
+    std::ranges::for_each(fields, [&](PrivateField &field) { field.offset -= before.size(); });
+    return fields;
 }
 
 std::vector<PrivateField> addressesIn(std::string_view text)

@@ -32,6 +32,9 @@ std::vector<PrivateField> fieldsOfRequest(Kind kind, std::string_view request);
 /// keys of values, and words of the request's keyword.
 std::vector<PrivateField> fieldsOfReply(Kind kind, std::string_view request, std::string_view reply);
 
+/// The private fields of a text in a plant file: the same that it has in requests, replies and events.
+std::vector<PrivateField> fieldsOfPlantValue(std::string_view key, std::string_view value);
+
 /// The dotted addresses in a text for people.
 std::vector<PrivateField> addressesIn(std::string_view text);
 

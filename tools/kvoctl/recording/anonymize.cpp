@@ -34,9 +34,9 @@ Recording load(const std::string &path)
 template <class Write>
 void writeLines(const Recording &recording, Anonymizer &anonymizer, const Write &write)
 {
-    std::istringstream plant(recording.plant());
+    std::istringstream plant(anonymizer.anonymizePlant(recording.plant()));
     for (tools::recording::PlantLine line; std::getline(plant, line.text);) {
-        write(anonymizer.anonymize(Line(line)));
+        write(Line(line));
     }
     for (const auto &[number, process] : recording.processes()) {
         write(Line(process));

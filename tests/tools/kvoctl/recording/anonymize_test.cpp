@@ -18,6 +18,11 @@ using testing::StartsWith;
 constexpr const char *kRecording = R"(# Tom's plant
 kvo-recording 1
 start 2026-11-22T14:00:00.000000Z
+plant "# Tom's"
+plant "[[station]]"
+plant "address = \"10.0.0.5\""
+plant "name = '''Lathe 1''' # the old one"
+plant "dpi = 96"
 process 1 4711 "panel"
 
 1.000000 ask 1 > "getExDescByName Lathe 1\n" < +0.000300 "not found\n"
@@ -29,6 +34,10 @@ process 2 4712 "panel"
 
 constexpr const char *kAnonymized = R"(kvo-recording 1
 start 2026-11-22T14:00:00.000000Z
+plant "[[station]]"
+plant "address = \"192.0.2.1\""
+plant "name = \"name1xx\""
+plant "dpi = 96"
 process 1 4711 "panel"
 process 2 4712 "panel"
 1.000000 ask 1 > "getExDescByName name1xx\n" < +0.000300 "not found\n"
@@ -107,7 +116,7 @@ TEST_F(Anonymize, refuses_a_file_that_is_not_a_recording_with_the_line)
     std::ofstream(input_, std::ios::app) << "5 ask 3 > <\n";
     const Ended refused = kvoctl({"anonymize", input_, "--output", output_});
     EXPECT_EQ(refused.status, 2);
-    EXPECT_THAT(refused.err, StartsWith("kvoctl: anonymize: " + input_ + ":11: no \"process 3\" precedes this line\n"));
+    EXPECT_THAT(refused.err, StartsWith("kvoctl: anonymize: " + input_ + ":16: no \"process 3\" precedes this line\n"));
     EXPECT_FALSE(std::filesystem::exists(output_));
 }
 

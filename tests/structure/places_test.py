@@ -31,6 +31,8 @@ USES = {
     "tests/tools/kvosim/commands/station_sequences_test.cpp": "the station's state",
     "tests/tools/kvosim/library_stations_test.cpp": "the station's state",
     "tests/tools/kvosim/plant_file/plant_keys_test.cpp": "the station's state",
+    "tests/tools/kvoctl/capture/captured_plant_test.cpp": "a captured plant file",
+    "tools/kvoctl/capture/station_requests.cpp": "the key of plant files",
     "tools/kvosim/plant/panel.h": "the station's state",
     "tools/kvosim/plant/station_keys.cpp": "the station's state",
 }

@@ -1,5 +1,6 @@
 // kvoctl: the library's functions on the command line, for users and scripts.
 #include "common/command_line/mistake.h"
+#include "kvoctl/capture/capture_command.h"
 #include "kvoctl/command_line/command_line.h"
 #include "kvoctl/doctor/doctor.h"
 #include "kvoctl/families/families.h"
@@ -98,6 +99,7 @@ int main(int argc, char **argv)
         kvoctl::addDoctor(commandLine);
         kvoctl::addAnonymize(commandLine);
         kvoctl::addTraceCommands(commandLine);
+        kvoctl::addCapture(commandLine);
         commandLine.addHelp();
         return kvoctl::runReporting(commandLine, {argv + 1, argv + argc});
     } catch (const std::exception &error) {

@@ -5,17 +5,7 @@
 
 #include <chrono>
 
-using namespace std::chrono_literals;
-
 namespace tools {
-
-namespace {
-
-/// A failed request that took longer got no reply. The library waits 4 s for a silent service, and would do so again for each
-/// further request.
-constexpr auto kSilence = 3s;
-
-}  // namespace
 
 void readStation(uint32_t station, const std::function<void(const NamedProperty &asked, const Reading &reading)> &onReading)
 {

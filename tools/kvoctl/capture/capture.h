@@ -1,6 +1,8 @@
 // Reads the plant from the service and describes it as a plant file, which kvosim can serve. Changes nothing at the service.
 #pragma once
 
+#include "kvoctl/capture/not_read.h"
+
 #include <cstddef>
 #include <functional>
 #include <optional>
@@ -8,13 +10,6 @@
 #include <vector>
 
 namespace kvoctl {
-
-/// A value that the plant file does not contain. It has a comment in its place.
-struct NotRead {
-    std::string station;  ///< its address; empty for a value of the service
-    std::string key;      ///< of the plant file; empty for all keys that are read from the station
-    std::string reason;
-};
 
 struct CaptureProgress {
     std::size_t stations;  ///< that have been read
@@ -32,7 +27,6 @@ struct CaptureOptions {
 struct Captured {
     std::string text;  ///< a valid plant file, whatever could not be read
     std::size_t stations = 0;
-    std::size_t requests = 0;
     std::vector<NotRead> notRead{};
     /// Why the service was no longer asked, such as "the service stopped answering at getVersion"; empty if it was asked for
     /// everything.

@@ -2,9 +2,11 @@
 #include "kvoctl/trace/trace_commands.h"
 
 #include "common/completions/completion.h"
+#include "common/new_file.h"
 #include "common/recording/anonymizer.h"
 #include "common/refused.h"
 #include "common/tap/tap.h"
+#include "kvoctl/capture/capture_command.h"
 #include "kvoctl/command_line/arguments.h"
 #include "kvoctl/command_line/station_argument.h"
 #include "kvoctl/trace/messages.h"
@@ -49,7 +51,7 @@ struct RunArguments {
         option->transform(wholeNumber(1, kLongestRun, "not a whole number of seconds greater than 0"))->type_name("SECONDS");
         return {{option, seconds}};
     }
-    [[nodiscard]] Session session(const CommandLine &commandLine) const
+    [[nodiscard]] SessionOptions options(const CommandLine &commandLine) const
     {
         SessionOptions options{.messagePrefix = commandLine.prefix()};
         if (const auto seconds = length.valueIfGiven()) {
@@ -61,7 +63,7 @@ struct RunArguments {
             }
             options.command = *commandLine.program();
         }
-        return Session(options);
+        return options;
     }
 };
 
@@ -161,7 +163,7 @@ Report traceUntilTheEnd(const TraceArguments &arguments, const CommandLine &comm
 {
     const bool isAlone = arguments.summary->count() > 0;
     const Filter filter = arguments.filter();
-    Session session = arguments.run.session(commandLine);
+    Session session(arguments.run.options(commandLine));
     ObservedQueue queue(kQueueSize);
     TraceObserver observer(filter, queue, !isAlone);
     Messages messages(commandLine.prefix(), session.startTime());
@@ -259,6 +261,8 @@ struct RecordArguments {
     std::shared_ptr<std::string> file{};
     CLI::Option *force = nullptr;
     CLI::Option *anonymize = nullptr;
+    CLI::Option *capture = nullptr;
+    std::optional<RateOption> rate{};
     Argument<uint64_t> maxSize{};
 };
 
@@ -271,6 +275,7 @@ struct Recorded {
     Microseconds time;
     uint64_t missing;  ///< exchanges for which the disk was too slow
     std::string fullReason;
+    std::optional<std::size_t> stations;  ///< of the plant, if it was captured
 };
 
 Document document(const Recorded &recorded)
@@ -281,7 +286,8 @@ Document document(const Recorded &recorded)
                 {"exchanges", recorded.exchanges},
                 {"file_bytes", recorded.bytes},
                 {"missing", recorded.missing},
-                {"full", recorded.fullReason.empty() ? Document(nullptr) : Document(recorded.fullReason)}});
+                {"full", recorded.fullReason.empty() ? Document(nullptr) : Document(recorded.fullReason)},
+                {"stations", recorded.stations ? Document(*recorded.stations) : Document(nullptr)}});
     return all;
 }
 
@@ -340,33 +346,70 @@ std::unique_ptr<RecordingFile> createFile(const RecordArguments &arguments, Star
     return withFile([&] { return std::make_unique<RecordingFile>(*arguments.file, options, start); });
 }
 
-RecordOutput::Prepare prepareWith(Messages &messages, bool anonymizes)
+/// @p anonymizer  null if everything stays
+RecordOutput::Prepare prepareWith(Messages &messages, tools::recording::Anonymizer *anonymizer)
 {
-    return [&messages, anonymizes, anonymizer = tools::recording::Anonymizer()](Observed &observed) mutable {
+    return [&messages, anonymizer](Observed &observed) {
         // The user sees the real addresses; only the file is for others.
         if (const auto *note = std::get_if<Note>(&observed)) {
             messages.add(*note);
         }
-        if (anonymizes) {
-            anonymize(anonymizer, observed);
+        if (anonymizer != nullptr) {
+            anonymize(*anonymizer, observed);
         }
     };
 }
 
+/// The plant before the recording begins, so that the requests for it are not recorded. A recording without the plant that the user
+/// wants is of no use, so a failure is one of the command.
+std::optional<Captured> captureIfWanted(const RecordArguments &arguments, const CommandLine &commandLine)
+{
+    if (arguments.capture->count() == 0) {
+        return std::nullopt;
+    }
+    withFile([&] { tools::checkReplaceable(*arguments.file, arguments.force->count() > 0); });
+    Captured captured = captureWithProgress(commandLine, arguments.rate->rate());
+    if (!captured.stopped.empty()) {
+        throw Failure(KVO_HWS_FAILED, captured.stopped + ", so the plant could not be captured and nothing was recorded");
+    }
+    return captured;
+}
+
+void writePlant(tools::recording::Writer &writer, const std::string &toml)
+{
+    std::istringstream text(toml);
+    for (tools::recording::PlantLine line; std::getline(text, line.text);) {
+        writer.add(line);
+    }
+    if (!writer.flush() || writer.isAtMaxSize()) {
+        throw UsageError("the plant, which has " + amountOf(toml.size(), "byte") + ", does not fit: " + writer.fullReason());
+    }
+}
+
 Report recordUntilTheEnd(const RecordArguments &arguments, const CommandLine &commandLine)
 {
-    Session session = arguments.run.session(commandLine);
+    const SessionOptions options = arguments.run.options(commandLine);
+    const std::optional<Captured> plant = captureIfWanted(arguments, commandLine);
+    Session session(options);
     const std::unique_ptr<RecordingFile> file = createFile(arguments, session.startTime());
+    tools::recording::Anonymizer anonymizer;
+    const bool anonymizes = arguments.anonymize->count() > 0;
+    if (plant) {
+        writePlant(file->writer(), anonymizes ? anonymizer.anonymizePlant(plant->text) : plant->text);
+    }
     ObservedQueue queue(kQueueSize);
     RecordObserver observer(queue);
     Messages messages(commandLine.prefix(), session.startTime());
+    if (plant && !plant->notRead.empty()) {
+        messages.add(amountOf(plant->notRead.size(), "comment") + " in the captured plant: some values could not be read");
+    }
     std::optional<RecordOutput> output;
     const auto start = [&] {
         if (!commandLine.program()) {
             messages.add("recording to \"" + *arguments.file + "\"; Ctrl-C ends it");
         }
         messages.begin();
-        output.emplace(queue, file->writer(), prepareWith(messages, arguments.anonymize->count() > 0));
+        output.emplace(queue, file->writer(), prepareWith(messages, anonymizes ? &anonymizer : nullptr));
         return output->endedDescriptor();
     };
     const int status = session.run(observer, {.open = [&] { withFile([&] { file->keep(); }); }, .start = start});
@@ -377,8 +420,15 @@ Report recordUntilTheEnd(const RecordArguments &arguments, const CommandLine &co
         writer.add(Note{time, amountOf(queue.dropped(), "exchange") + " missing: the disk was too slow"});
         writer.flush();
     }
-    const Recorded recorded{*arguments.file, observer.totals(),  output->written(), output->programs(), writer.size(), time,
-                            queue.dropped(), writer.fullReason()};
+    const Recorded recorded{.file = *arguments.file,
+                            .totals = observer.totals(),
+                            .exchanges = output->written(),
+                            .programs = output->programs(),
+                            .bytes = writer.size(),
+                            .time = time,
+                            .missing = queue.dropped(),
+                            .fullReason = writer.fullReason(),
+                            .stations = plant ? std::optional(plant->stations) : std::nullopt};
     addRecorded(messages, recorded, whyNothing(commandLine));
     messages.finish();
     return {.document = document(recorded), .exit = statusOf(status, session, writer), .errorMessage = session.givenUpReason()};
@@ -420,6 +470,9 @@ CommandSetup setUpRecord(const CommandLine &commandLine)
         tools::completions::completeFiles(file);
         arguments.force = addFlag(command, "--force", "Replace an existing file");
         arguments.anonymize = addFlag(command, "--anonymize", "Replace addresses, names and texts, each consistently");
+        arguments.capture = addFlag(command, "--capture", "First read the plant from the service, and store it too");
+        arguments.rate.emplace(command);
+        arguments.rate->option()->needs(arguments.capture);
         arguments.maxSize = addMaxSize(command);
         return [=, &commandLine] { return record(arguments, commandLine); };
     };
@@ -434,7 +487,7 @@ void addTraceCommands(CommandLine &commandLine)
                {"", "--failures --for 60", "--program panel --station 10.0.0.5", "--summary -- ./panel-tests", "--repair"},
                setUpTrace(commandLine));
     family.add("record", "Keep what passes between programs and the service in a file, until Ctrl-C",
-               {"fault.rec", "fault.rec --for 3600 --max-size 20M", "fault.rec --anonymize -- ./panel-tests"},
+               {"fault.rec", "fault.rec --for 3600 --max-size 20M", "fault.rec --capture --anonymize -- ./panel-tests"},
                setUpRecord(commandLine));
 }
 

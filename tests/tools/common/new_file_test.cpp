@@ -1,4 +1,4 @@
-// A new file is complete from the moment it appears, and replaces another one only when it was told to.
+// A new file is complete from the moment it appears, and replaces another one only if this is wanted.
 #include "tools/kvosim/support/temporary_directory.h"
 
 #include "common/new_file.h"

@@ -8,8 +8,8 @@
         Panel("10.0.0.5").set_backlight_brightness(20)
 
 Service sends requests that concern the service or all stations, and Panel those that concern one station. UsbEvents and
-EmbeddedEvents receive events, Agent serves a remote service, Simulator is a simulated plant for tests, and Recording reads a
-recording. A failed request raises a KvoError. The library is the file that the variable KVO_HWS_LIBRARY names, otherwise the
+EmbeddedEvents receive events, Agent serves a remote service, Simulator is a simulated plant for tests, Recording reads a
+recording, and replay answers requests as they were recorded. A failed request raises a KvoError. The library is the file that the variable KVO_HWS_LIBRARY names, otherwise the
 one that was installed with this package, otherwise the one that the system's loader finds. docs/python.md explains more.
 """
 
@@ -43,6 +43,7 @@ from .errors import (
     NullPointer,
     OutOfRange,
     Refused,
+    ReplayMismatch,
     ServerFailed,
     ServiceBusy,
     ServiceError,
@@ -68,6 +69,7 @@ from .records import (
     UsbLock,
 )
 from .recording import Exchange, ExchangeEnd, ExchangeKind, Note, Piece, Process, Recording, RecordingError
+from .replay import Replay, replay
 from .service import Service
 from .simulator import Simulator, UsbDelivery
 from .usb_events import (
@@ -130,6 +132,8 @@ __all__ = [
     "Recording",
     "RecordingError",
     "Refused",
+    "Replay",
+    "ReplayMismatch",
     "ServerFailed",
     "Service",
     "ServiceBusy",
@@ -156,4 +160,5 @@ __all__ = [
     "debugging",
     "enter_private_namespace",
     "library_version",
+    "replay",
 ]

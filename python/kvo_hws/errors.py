@@ -3,7 +3,7 @@ range" for another. Therefore each function has its own table of exceptions. Pro
 
 from __future__ import annotations
 
-from typing import Optional
+from typing import Any, Dict, Optional
 
 from ._result_texts import result_text
 
@@ -148,3 +148,15 @@ class SimulatorError(Exception):
 
 class NoSimulator(SimulatorError):
     """No simulator is running here."""
+
+
+class ReplayMismatch(AssertionError):
+    """The requests of a replay were not those of its recording. ``report`` has the details, as ``Replay.report`` has."""
+
+    def __init__(self, text: str, report: Dict[str, Any]) -> None:
+        super().__init__(text, report)
+        self.text = text
+        self.report = report
+
+    def __str__(self) -> str:
+        return self.text

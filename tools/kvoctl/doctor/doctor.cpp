@@ -27,7 +27,9 @@ Colour colour(const tools::Finding &finding)
     return finding.isNote() ? Colour::warning : Colour::good;
 }
 
-Report report(const std::vector<tools::Finding> &findings)
+}  // namespace
+
+Report reportOf(const std::vector<tools::Finding> &findings)
 {
     Table table({Table::Column::text, Table::Column::text, Table::Column::text});
     Document documents = Document::array();
@@ -50,6 +52,8 @@ Report report(const std::vector<tools::Finding> &findings)
             .exit = healthy ? Exit::done : static_cast<Exit>(fault->fault)};
 }
 
+namespace {
+
 /// At most one finding: a trace that was killed, or one that is running.
 std::vector<tools::Finding> examineTap()
 {
@@ -69,21 +73,24 @@ std::vector<tools::Finding> examineTap()
 
 Action setUpDoctor(CLI::App & /*command*/)
 {
-    return [] {
-        std::vector<tools::Finding> findings{tools::examineLibrary("libkvo_hws.so.0"), tools::examineLibrary("libpavo.so.1"),
-                                             tools::examineLibrary("libdrak.so"), tools::examineConfiguration()};
-        const std::vector<tools::Finding> ofTap = examineTap();
-        findings.insert(findings.end(), ofTap.begin(), ofTap.end());
-        // The socket in the place of the service's socket is dead, so a probe would blame the service.
-        if (ofTap.empty() || !ofTap.back().isFault()) {
-            const std::vector<tools::Finding> ofService = tools::probeService();
-            findings.insert(findings.end(), ofService.begin(), ofService.end());
-        }
-        return report(findings);
-    };
+    return [] { return reportOf(examine()); };
 }
 
 }  // namespace
+
+std::vector<tools::Finding> examine()
+{
+    std::vector<tools::Finding> findings{tools::examineLibrary("libkvo_hws.so.0"), tools::examineLibrary("libpavo.so.1"),
+                                         tools::examineLibrary("libdrak.so"), tools::examineConfiguration()};
+    const std::vector<tools::Finding> ofTap = examineTap();
+    findings.insert(findings.end(), ofTap.begin(), ofTap.end());
+    // The socket in the place of the service's socket is dead, so a probe would blame the service.
+    if (ofTap.empty() || !ofTap.back().isFault()) {
+        const std::vector<tools::Finding> ofService = tools::probeService();
+        findings.insert(findings.end(), ofService.begin(), ofService.end());
+    }
+    return findings;
+}
 
 void addDoctor(CommandLine &commandLine)
 {

@@ -51,7 +51,7 @@ Report reportDone(const Result &result)
 void write(const Report &report, bool json)
 {
     if (json && !report.document.is_null()) {
-        writeLine(dump(report.document, kIndent));
+        writeLine(indented(report.document));
     }
     if (json) {
         return;
@@ -64,6 +64,8 @@ void write(const Report &report, bool json)
     }
     flushOutput();
 }
+
+std::string indented(const Document &document) { return dump(document, kIndent); }
 
 std::string compact(const Document &document) { return dump(document, kOneLine); }
 

@@ -33,6 +33,9 @@ void flushOutput();
 /// Of standard output or standard error. Files and pipes get uncut texts without colour.
 Layout layoutOf(int descriptor);
 
+/// The document as several lines without the last line feed. Bytes that are not UTF-8 become U+FFFD.
+std::string indented(const Document &document);
+
 /// The document as one line without a line feed. Bytes that are not UTF-8 become U+FFFD.
 std::string compact(const Document &document);
 

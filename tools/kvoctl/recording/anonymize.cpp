@@ -30,9 +30,9 @@ Recording load(const std::string &path)
     }
 }
 
-/// Calls @p write with each line that follows the start.
-template <class Write>
-void writeLines(const Recording &recording, Anonymizer &anonymizer, const Write &write)
+}  // namespace
+
+void writeAnonymized(const Recording &recording, Anonymizer &anonymizer, const std::function<void(const Line &)> &write)
 {
     std::istringstream plant(anonymizer.anonymizePlant(recording.plant()));
     for (tools::recording::PlantLine line; std::getline(plant, line.text);) {
@@ -46,6 +46,8 @@ void writeLines(const Recording &recording, Anonymizer &anonymizer, const Write 
     }
 }
 
+namespace {
+
 Report writeToStandardOutput(const Recording &recording)
 {
     using tools::recording::Start;
@@ -58,7 +60,7 @@ Report writeToStandardOutput(const Recording &recording)
     Anonymizer anonymizer;
     write(Version{});
     write(Start{recording.start()});
-    writeLines(recording, anonymizer, write);
+    writeAnonymized(recording, anonymizer, write);
     flushOutput();
     return {};
 }
@@ -83,7 +85,7 @@ Report writeToFile(const Recording &recording, const std::string &input, const s
     };
     tools::recording::Writer file = writer();
     Anonymizer anonymizer;
-    writeLines(recording, anonymizer, [&](const Line &line) { file.add(line); });
+    writeAnonymized(recording, anonymizer, [&](const Line &line) { file.add(line); });
     if (!file.flush()) {
         throw std::runtime_error("cannot write \"" + output + "\": " + file.fullReason() +
                                  "; the file contains the beginning of the recording");

@@ -27,7 +27,7 @@ refuse_unknown "a purpose" "$(printf '%s\n' "${!additional[@]}" | sort | xargs)"
 
 for_building=(
     cmake ninja-build g++ pkg-config binutils
-    libcli11-dev libtomlplusplus-dev nlohmann-json3-dev python3
+    libarchive-dev libcli11-dev libtomlplusplus-dev nlohmann-json3-dev python3
 )
 for_tests=(
     libgtest-dev libgmock-dev libbenchmark-dev bubblewrap

@@ -58,6 +58,8 @@ LINES = [
     ('kvosim run --registry reg', 'kvosim run --registry registry/'),
     ('kvosim run -- panel-te', 'kvosim run -- panel-tests '),
     ('kvoctl trace --summary -- panel-te', 'kvoctl trace --summary -- panel-tests '),
+    ('kvoctl report pla', 'kvoctl report plant.toml '),
+    ('kvoctl report fault.tar.gz --dry', 'kvoctl report fault.tar.gz --dry-run '),
     ('kvoctl record fault.rec -- panel-te', 'kvoctl record fault.rec -- panel-tests '),
     ('kvosim run -- kvoctl clie', 'kvosim run -- kvoctl clients ', 'bash'),  # bash needs the package bash-completion for this
 ]

@@ -6,6 +6,7 @@
 #include "kvoctl/families/families.h"
 #include "kvoctl/output/display_text.h"
 #include "kvoctl/recording/anonymize.h"
+#include "kvoctl/report/report_command.h"
 #include "kvoctl/trace/trace_commands.h"
 
 #include <kvo_hws/runtime.h>
@@ -97,6 +98,7 @@ int main(int argc, char **argv)
         kvoctl::addEventCommands(commandLine);
         kvoctl::addServiceCommands(commandLine);
         kvoctl::addDoctor(commandLine);
+        kvoctl::addReport(commandLine);
         kvoctl::addAnonymize(commandLine);
         kvoctl::addTraceCommands(commandLine);
         kvoctl::addCapture(commandLine);

@@ -212,6 +212,11 @@ const std::vector<Wrong> kWrongValues = {
      R"(--station: "10.0.0.300" is not an IPv4 address; its four numbers go from 0 to 255, without leading zeros)"},
     {"repair_and_more", "trace", {"--repair", "--summary"}, "--repair cannot be combined with other options or a program"},
     {"repair_and_a_program", "trace", {"--repair", "--", "ls"}, "--repair cannot be combined with other options or a program"},
+    {"report_without_a_file", "report", {}, "FILE is required"},
+    {"report_with_a_trace_of_no_time",
+     "report",
+     {"x", "--trace", "0"},
+     R"(--trace: "0" is not a whole number of seconds from 1 to 86400)"},
     {"record_without_a_file", "record", {"--for", "5"}, "FILE is required"},
     {"record_without_a_file_before_a_program", "record", {"--", "ls"}, "FILE is required"},
     {"record_with_an_unknown_unit",
@@ -225,7 +230,7 @@ INSTANTIATE_TEST_SUITE_P(Rows, WrongValue, testing::ValuesIn(kWrongValues), [](c
 
 std::set<std::string> allCommands()
 {
-    std::set<std::string> commands{"agent check", "anonymize", "doctor", "panel show", "record", "trace"};
+    std::set<std::string> commands{"agent check", "anonymize", "doctor", "panel show", "record", "report", "trace"};
     for (const FunctionCommand &row : functionCommands()) {
         commands.insert(row.command);
     }

@@ -103,8 +103,10 @@ Reply Replay::answerAsRecorded(std::string_view request, const Script::Match &ma
     if (request == kRegistryPath) {
         replaceRegistryPath(exchange);
     }
-    log(printable(request) + " -> " + printable(joined(exchange.reply)) + " (line " +
-        std::to_string(recording_.lineNumber(match.line)) + (match.isRepeated ? ", again)" : ")"));
+    if (options_.verbose) {  // a reply may have megabytes
+        log(printable(request) + " -> " + printable(joined(exchange.reply)) + " (line " +
+            std::to_string(recording_.lineNumber(match.line)) + (match.isRepeated ? ", again)" : ")"));
+    }
     return exactReplyOf(exchange, options_.speed);
 }
 

@@ -115,9 +115,8 @@ Reply Replay::answerUnmatched(std::string_view request)
     const std::string text = quotedForReport(request);
     if (plant_) {
         ++counts_.fromPlant;
-        Reply reply = exchangeWithPlant(plant_->context, request, [this](std::string_view line) { log(line); });
-        plant_->context.ending = false;  // the recording may have more
-        return reply;
+        // Also after "killDaemon", the replay goes on: the recording may have more.
+        return exchangeWithPlant(plant_->context, request, [this](std::string_view line) { log(line); });
     }
     ++counts_.notAnswered;
     const bool isUsedUp = options_.strict && script_.knows(request);

@@ -163,16 +163,13 @@ TEST(ReplayedUsbEvents, are_compared_with_the_recorded_answers)
 
 TEST(ReplayedUsbEvents, give_a_silent_program_the_recorded_time)
 {
-    RunningReplay replay(activation("1.0") + usb("1.0", "a", "+0.3 left") + usb("1.1", "b"), atSpeed("max"));
-    const Receiver receiver({support::staysSilent(2s), replies("ok")});
-    const auto time = support::timeOf([&] {
-        activateUsbEvents();
-        EXPECT_TRUE(receiver.hasReceived(2));
-    });
-    EXPECT_GE(time, 300ms);
-    std::this_thread::sleep_for(100ms);
+    RunningReplay replay(activation("1.0") + usb("1.0", "a", "+0.3 left"), atSpeed("max"));
+    const Receiver receiver({support::staysSilent(5s)});
+    activateUsbEvents();
+    EXPECT_TRUE(receiver.hasReceived(1));
+    std::this_thread::sleep_for(1s);
     const auto report = replay.stop();
-    EXPECT_EQ(report.usbEvents.sent, 2U);
+    EXPECT_EQ(report.usbEvents.sent, 1U) << "the replay has given up";
     EXPECT_EQ(report.answeredDifferently, 0U);
 }
 

@@ -36,7 +36,7 @@ protected:
     void recordAll(const std::string &script, const std::string &disturbance)
     {
         writeScript(script);
-        record(kKvoctl + " record " + file_ + " & recorder=$!; until grep -q start " + file_ +
+        record(kKvoctl + " record " + file_ + " & recorder=$!; until grep -qs start " + file_ +
                "; do sleep 0.1; done; sleep 0.3; { " + disturbance + "; } & others=$!; sh " + script_ +
                "; wait $others; kill -INT $recorder; wait $recorder");
     }
@@ -55,7 +55,7 @@ protected:
 private:
     void writeScript(const std::string &script) const
     {
-        std::ofstream(script_) << "cd " + directory_.path().string() + "; k=" + kKvoctl + "\n" + script + '\n';
+        std::ofstream(script_) << "cd " + directory_.path().string() + "; rm -f out1 out2; k=" + kKvoctl + "\n" + script + '\n';
     }
     void record(const std::string &script)
     {
@@ -75,7 +75,7 @@ private:
 /// Waits until a file has a line with @p text.
 std::string waitFor(const std::string &file, const std::string &text)
 {
-    return "until grep -q '" + text + "' " + file + "; do sleep 0.05; done\n";
+    return "until grep -qs '" + text + "' " + file + "; do sleep 0.05; done\n";
 }
 
 TEST_F(RecordedProgram, asks_and_sets_values)

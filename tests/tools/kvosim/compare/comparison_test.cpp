@@ -77,7 +77,7 @@ const Row kRows[] = {
 )",
      "1 same, 0 different, 0 unanswered, 2 incomplete"},
     {"requests_that_are_too_long", "", "",
-     "1.0 ask 1 > \"" + kLong + "\" < \"failed\\n\"\n2.0 ask 1 > \"getVersion\" \"" + kLong + "\\n\" < \"failed\\n\"\n",
+     "1.0 ask 1 > \"" + kLong + "\" < \"failed\\n\"\n2.0 ask 1 > \"getExDescByName \" \"" + kLong + "\\n\" < \"failed\\n\"\n",
      "2 same, 0 different, 0 unanswered, 0 incomplete"},
     {"only_requests", "", "",
      R"(1.0 usb 1 > "removeUSBdevice*10.0.0.5*usb1*1-1.2*\n" < "ok\n"

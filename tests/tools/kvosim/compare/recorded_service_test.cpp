@@ -141,7 +141,9 @@ void askWhatTakesTime()
 
 class RecordedService : public testing::Test {
 protected:
-    RecordedService() { std::ofstream(plant_) << kPlant; }
+    RecordedService() { write(kPlant); }
+
+    void write(const std::string &plant) const { std::ofstream(plant_) << plant; }
 
     void serve()
     {
@@ -229,6 +231,25 @@ TEST_F(RecordedService, has_the_replies_of_the_simulator)
     EXPECT_THAT(changed.out, HasSubstr("\ngetMCPAddress: 1 reply differs\n"));
     EXPECT_THAT(changed.out, HasSubstr("    recorded   \"mcpaddr=13\"\n    simulated  \"mcpaddr=12\"\n"));
     EXPECT_THAT(Json::parse(compare({"--json"}).out)["total"]["percent"].get<double>(), testing::Lt(100.0));
+}
+
+/// A service does not report how long it keeps the focus, and how long a reboot takes.
+std::string withoutTimes(std::string plant)
+{
+    for (const char *key : {"focus_hold_ms", "reboot_time_ms"}) {
+        const std::size_t at = plant.find(key);
+        plant.erase(at, plant.find('\n', at) + 1 - at);
+    }
+    return plant;
+}
+
+TEST_F(RecordedService, has_the_replies_of_its_captured_plant)
+{
+    write(withoutTimes(kPlant));
+    ASSERT_NO_FATAL_FAILURE(record({"--capture"}));
+    const Exited compared = compare();
+    EXPECT_EQ(compared.status, 0) << compared.out << compared.err;
+    EXPECT_THAT(compared.out, HasSubstr("getMCPAddress "));
 }
 
 }  // namespace

@@ -29,7 +29,7 @@ RecordedRequests::RecordedRequests(const tools::recording::Recording &recording)
     for (std::size_t i = 0; i < recording.size(); ++i) {
         const tools::recording::Line line = recording.line(i);
         const auto *exchange = std::get_if<Exchange>(&line);
-        if (exchange == nullptr || exchange->kind != Kind::ask) {
+        if (exchange == nullptr || exchange->kind != Kind::ask || exchange->request.empty()) {
             continue;
         }
         const ReceivedRequest request = asService(*exchange);

@@ -75,7 +75,7 @@ const Row kRows[] = {
         1.5 ask 1 > < closed
         2.0 ask 1 > "getMCPAddress=0A000005\n" < "mcpaddr=0\n"
 )",
-     "1 same, 0 different, 0 unanswered, 2 incomplete"},
+     "1 same, 0 different, 0 unanswered, 1 incomplete"},
     {"requests_that_are_too_long", "", "",
      "1.0 ask 1 > \"" + kLong + "\" < \"failed\\n\"\n2.0 ask 1 > \"getExDescByName \" \"" + kLong + "\\n\" < \"failed\\n\"\n",
      "2 same, 0 different, 0 unanswered, 0 incomplete"},

@@ -7,6 +7,9 @@
 #include "kvosim/compare/comparison.h"
 #include "kvosim/compare/comparison_text.h"
 #include "kvosim/plant_file/plant_file.h"
+#include "kvosim/replay/contents.h"
+#include "kvosim/replay/script.h"
+#include "kvosim/replay/unmatched.h"
 
 #include <string>
 #include <variant>
@@ -88,15 +91,22 @@ void checkLines(const Recording &recording)
 
 // ---- The uses of a recording ----
 
-void checkComparison(const Recording &recording)
+/// Connections without a request do not count.
+std::size_t requestsOf(const Recording &recording)
 {
-    static const kvosim::Plant plant = kvosim::parsePlant(kvosim::kBuiltInPlant, "plant");
     std::size_t requests = 0;
     for (std::size_t i = 0; i < recording.size(); ++i) {
         const Line line = recording.line(i);
         const auto *exchange = std::get_if<Exchange>(&line);
-        requests += exchange != nullptr && exchange->kind == Kind::ask ? 1 : 0;
+        requests += exchange != nullptr && exchange->kind == Kind::ask && !exchange->request.empty() ? 1 : 0;
     }
+    return requests;
+}
+
+void checkComparison(const Recording &recording)
+{
+    static const kvosim::Plant plant = kvosim::parsePlant(kvosim::kBuiltInPlant, "plant");
+    const std::size_t requests = requestsOf(recording);
     const kvosim::Comparison comparison = compare(recording, plant);
     if (comparison.total.requests() + comparison.incomplete != requests) {
         fuzz::fault("%zu of %zu requests are counted", comparison.total.requests() + comparison.incomplete, requests);
@@ -104,6 +114,45 @@ void checkComparison(const Recording &recording)
     const std::string text = textOf(comparison);
     if (text.find_first_of(std::string_view("\0\r\x1B", 3)) != text.npos) {
         fuzz::fault("the comparison is not printable: %s", text.c_str());
+    }
+}
+
+std::string requestAt(const Recording &recording, kvosim::LineIndex line)
+{
+    return kvosim::requestLineOf(std::get<Exchange>(recording.line(line))).value();
+}
+
+/// Each request is found where it was recorded, once and then again. A request that was not recorded differs from the nearest one.
+void checkReplay(const Recording &recording)
+{
+    const kvosim::Contents contents = kvosim::contentsOf(recording);
+    if (contents.requests.size() + contents.withoutLineEnd != requestsOf(recording)) {
+        fuzz::fault("%zu requests with and %zu without a line end", contents.requests.size(), contents.withoutLineEnd);
+    }
+    kvosim::Script script(recording, contents.requests);
+    kvosim::Unmatched unmatched;
+    for (const kvosim::RecordedRequest &recorded : contents.requests) {
+        const std::string request = requestAt(recording, recorded.line);
+        const auto match = script.take(request);
+        if (!match || match->isRepeated || match->isOutOfOrder || requestAt(recording, match->line) != request) {
+            fuzz::fault("the replay does not find the request of line %zu", recording.lineNumber(recorded.line));
+        }
+        if (const std::string other = request + '!'; !script.knows(other)) {
+            unmatched.add(other, false);
+        }
+    }
+    if (script.unused() != 0) {
+        fuzz::fault("%zu requests were not used", script.unused());
+    }
+    for (const kvosim::RecordedRequest &recorded : contents.requests) {
+        if (!script.take(requestAt(recording, recorded.line))->isRepeated) {
+            fuzz::fault("a request was used twice");
+        }
+    }
+    for (const kvosim::UnmatchedRequest &request : unmatched.list(recording, script)) {
+        if (request.nearest && (request.difference.empty() || request.difference.find('\n') != std::string::npos)) {
+            fuzz::fault("the difference of \"%s\" is \"%s\"", request.request.c_str(), request.difference.c_str());
+        }
     }
 }
 
@@ -119,6 +168,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size)
         }
         checkLines(recording);
         checkComparison(recording);
+        checkReplay(recording);
         expectSame(recording, Recording::read(writtenAgain(recording), "file"));
     } catch (const RecordingError &error) {
         expectUseful(error.what());

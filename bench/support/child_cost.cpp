@@ -49,6 +49,7 @@ ChildCost costOfProgram(const std::vector<std::string> &command)
     return costOf([&] {
         const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
         dup2(nowhere, STDOUT_FILENO);
+        dup2(nowhere, STDERR_FILENO);
         execv(arguments[0], arguments.data());
         throw std::system_error(errno, std::generic_category(), command[0]);
     });

@@ -230,7 +230,8 @@ CLI::App *addServe(CLI::App &app, Options &options)
     command->callback([&options, ofPlant, ofReplay] {
         const bool isReplay = !options.replay.recording.empty();
         if (options.service.plant.empty() && !isReplay) {
-            throw CLI::RequiredError("--plant");
+            throw CLI::RequiredError("give a plant with --plant FILE, or a recording with --replay FILE",
+                                     CLI::ExitCodes::RequiredError);
         }
         for (const CLI::Option *option : isReplay ? ofPlant : ofReplay) {
             if (option->count() > 0) {

@@ -38,10 +38,15 @@ void endWithInput(tools::EventLoop &loop, const std::function<void()> &end)
     }
 }
 
+/// The reader of messages may go, such as the "tee" that Ctrl-C ends too. The service goes on, and cleans up at its end. Returns how
+/// the signal was handled before.
+sighandler_t ignoreLostReaders() { return std::signal(SIGPIPE, SIG_IGN); }
+
 }  // namespace
 
 int serveUntilEnded(const StartService &start, bool untilInputEnds)
 {
+    ignoreLostReaders();
     tools::EventLoop loop;
     std::optional<StartedService> started;
     // Before the service, so that a signal meanwhile does not end the process without its cleanup.
@@ -58,13 +63,16 @@ int serveUntilEnded(const StartService &start, bool untilInputEnds)
 
 int serveCommand(const StartService &start, const std::vector<std::string> &command, bool shared)
 {
+    const sighandler_t previous = ignoreLostReaders();
     const RunDirectory place(shared);
     tools::EventLoop loop;
     const StartedService started = start(loop);
     setenv("KVO_PLATFORM_INTERFACE", "lo", 0);
     std::optional<tools::SupervisedCommand> supervised;
     supervised.emplace(
-        loop, command, [&loop] { loop.stop(); }, tools::SupervisedCommand::Options{.messagePrefix = "kvosim"});
+        loop, command, [&loop] { loop.stop(); },
+        tools::SupervisedCommand::Options{.messagePrefix = "kvosim",
+                                          .prepare = [previous] { std::signal(SIGPIPE, previous); }});
     loop.run();
     const int status = supervised->status();
     supervised.reset();  // ends the processes that the command has left running

@@ -62,6 +62,7 @@ const std::vector<ExitRow> kEndings = {
     {"status", {"sh", "-c", "exit 42"}, 42, ""},
     {"killed", {"sh", "-c", "kill -KILL $$"}, 137, ""},
     {"terminated", {"sh", "-c", "kill -TERM $$"}, 143, ""},
+    {"without_a_reader", {"sh", "-c", "kill -PIPE $$"}, 141, ""},
     {"not_found", {"no-such-command-here"}, 127, "kvosim: no-such-command-here: No such file or directory\n"},
     {"not_found_path", {"/no/such/command"}, 127, "kvosim: /no/such/command: No such file or directory\n"},
     {"not_executable", {"/etc/passwd"}, 126, "kvosim: /etc/passwd: Permission denied\n"},
@@ -73,6 +74,17 @@ const std::vector<ExitRow> kEndings = {
      ""}};
 
 INSTANTIATE_TEST_SUITE_P(Table, RunExitStatus, testing::ValuesIn(kEndings), kvosim_test::kNameOfRow);
+
+TEST(Run, goes_on_without_a_reader_of_its_messages)
+{
+    const std::string script = "sleep 0.3; " ASK_PROGRAM " getVersion >&3; " ASK_PROGRAM " getDebugLevel >&3; exit 7";
+    Program shell({"sh", "-c",
+                   "{ { " KVOSIM_PROGRAM " run --verbose --usb-lock-address none -- sh -c '" + script +
+                       "' 2>&4; echo \"status $?\" >&3; } 4>&1 | true; } 3>&1"});
+    EXPECT_EQ(shell.wait(), 0);
+    EXPECT_THAT(shell.out(), testing::StrEq("V01.00.00.00\nDEBUG_LEVEL_NONE\nstatus 7\n"));
+    EXPECT_THAT(shell.temporaryFiles(), IsEmpty());
+}
 
 Program runByName(const std::filesystem::path &directory)
 {

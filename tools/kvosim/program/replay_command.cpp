@@ -1,5 +1,6 @@
 #include "kvosim/program/replay_command.h"
 
+#include "common/command_line/mistake.h"
 #include "common/completions/completion.h"
 #include "common/new_file.h"
 #include "kvosim/program/recording_file.h"
@@ -15,6 +16,8 @@ namespace kvosim {
 
 namespace {
 
+constexpr int kExitSuccess = 0;
+constexpr int kExitFailure = 1;
 constexpr int kExitNotAsRecorded = 4;
 
 std::string mistakeInSpeed(const std::string &text)
@@ -64,10 +67,19 @@ int Session::finish(int status)
 {
     const ReplayReport report = replay->report();
     std::fputs((arguments.json ? jsonOf(report) : report.text()).c_str(), stderr);
-    if (reportFile) {
-        write(*reportFile, jsonOf(report));
+    bool isWritten = true;
+    try {
+        if (reportFile) {
+            write(*reportFile, jsonOf(report));
+        }
+    } catch (const std::exception &error) {  // the program has run, so its status counts more
+        tools::command_line::printError("kvosim", error.what());
+        isWritten = false;
     }
-    return status == 0 && !report.isGood() ? kExitNotAsRecorded : status;
+    if (status != 0) {
+        return status;
+    }
+    return !report.isGood() ? kExitNotAsRecorded : isWritten ? kExitSuccess : kExitFailure;
 }
 
 }  // namespace

@@ -2,6 +2,8 @@
 
 #include "common/recording/escape.h"
 
+#include <algorithm>
+
 namespace kvosim {
 
 namespace {
@@ -26,12 +28,24 @@ std::string shown(const RecordedText &text)
     return quotedForReport(text.request) + " (line " + std::to_string(text.number) + ')';
 }
 
+std::string quoted(std::string_view text, std::size_t size)
+{
+    std::string quoted;
+    tools::recording::appendQuoted(quoted, text.substr(0, kMostBytesShown));
+    return quoted + (size > kMostBytesShown ? "... (" + amount(size, "byte") + ')' : "");
+}
+
+std::string textOf(const UnmatchedRequest &request)
+{
+    return quoted(request.request, std::max(request.size, request.request.size()));
+}
+
 std::string lineOf(const UnmatchedRequest &request)
 {
     if (request.isUsedUp) {
-        return "asked more often than recorded: " + quotedForReport(request.request) + times(request.count);
+        return "asked more often than recorded: " + textOf(request) + times(request.count);
     }
-    return "not recorded: " + quotedForReport(request.request) + times(request.count) +
+    return "not recorded: " + textOf(request) + times(request.count) +
            (request.nearest ? "; nearest: " + shown(*request.nearest) + ": " + request.difference : "");
 }
 
@@ -116,12 +130,7 @@ Json documentOf(const UnmatchedRequest &request)
 
 }  // namespace
 
-std::string quotedForReport(std::string_view text)
-{
-    std::string quoted;
-    tools::recording::appendQuoted(quoted, text.substr(0, kMostBytesShown));
-    return quoted + (text.size() > kMostBytesShown ? "... (" + amount(text.size(), "byte") + ')' : "");
-}
+std::string quotedForReport(std::string_view text) { return quoted(text, text.size()); }
 
 bool ReplayReport::meetsStrict() const
 {

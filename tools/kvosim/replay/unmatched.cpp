@@ -11,7 +11,7 @@ namespace {
 
 using tools::recording::Distance;
 
-constexpr std::size_t kLongestKept = 1000;
+constexpr std::size_t kLongestKept = 4096;  // services refuse longer ones
 /// Comparing all texts of a large recording with all unknown ones would take too long.
 constexpr std::size_t kMostCompared = 200'000;
 constexpr std::size_t kMostWithNearest = 20;
@@ -37,6 +37,7 @@ std::optional<RecordedText> similarCommand(const std::string &unknown,
                                            const std::map<std::string, RecordedText> &firstOfKeyword)
 {
     std::vector<std::string> keywords;
+    keywords.reserve(firstOfKeyword.size());
     for (const auto &[keyword, recorded] : firstOfKeyword) {
         keywords.push_back(keyword);
     }
@@ -49,6 +50,7 @@ std::optional<RecordedText> similarCommand(const std::string &unknown,
 bool Unmatched::add(std::string_view request, bool isUsedUp)
 {
     ++count_;
+    const std::size_t size = request.size();
     request = request.substr(0, kLongestKept);
     if (const auto found = indices_.find(request); found != indices_.end()) {
         ++requests_[found->second].count;
@@ -59,7 +61,7 @@ bool Unmatched::add(std::string_view request, bool isUsedUp)
         return false;
     }
     indices_.emplace(request, requests_.size());
-    requests_.push_back({.request = std::string(request), .count = 1, .isUsedUp = isUsedUp});
+    requests_.push_back({.request = std::string(request), .size = size, .count = 1, .isUsedUp = isUsedUp});
     return true;
 }
 
@@ -84,7 +86,8 @@ void findNearest(const Recording &recording, const Script &script, std::vector<U
     std::vector<Candidate> best(unknown.size());
     std::map<std::string, RecordedText> firstOfKeyword;
     for (const LineIndex line : script.distinct(kMostCompared)) {
-        const RecordedText recorded{recording.lineNumber(line), *requestLineOf(std::get<Exchange>(recording.line(line)))};
+        RecordedText recorded{recording.lineNumber(line), *requestLineOf(std::get<Exchange>(recording.line(line)))};
+        recorded.request.resize(std::min(recorded.request.size(), kLongestKept));  // as the requests it is compared with
         const std::string_view keyword = tools::recording::keywordOf(recorded.request);
         const auto first = firstOfKeyword.try_emplace(std::string(keyword), recorded).first;
         first->second = recorded.number < first->second.number ? recorded : first->second;

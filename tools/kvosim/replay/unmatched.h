@@ -12,14 +12,15 @@
 
 namespace kvosim {
 
-/// A recorded request.
+/// A recorded request. That of an unmatched one is cut as that is.
 struct RecordedText {
     std::size_t number;  ///< of its line in the file
     std::string request;
 };
 
 struct UnmatchedRequest {
-    std::string request;  ///< a long one is cut
+    std::string request;   ///< a long one is cut
+    std::size_t size = 0;  ///< of the whole request
     uint64_t count = 0;
     bool isUsedUp = false;  ///< it was recorded, but less often
     std::optional<RecordedText> nearest{};

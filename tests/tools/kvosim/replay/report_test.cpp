@@ -122,6 +122,13 @@ TEST(ReplayReport, shows_the_first_twenty_requests)
     EXPECT_NE(text.find("and 20 more requests without an answer\n"), std::string::npos);
 }
 
+TEST(ReplayReport, names_the_size_of_a_whole_request)
+{
+    const std::string kept(4096, 'x');
+    const ReplayReport report{.file = "a.rec", .notAnswered = 1, .unmatched = {{.request = kept, .size = 5000, .count = 1}}};
+    EXPECT_NE(report.text().find(std::string(100, 'x') + "\"... (5000 bytes)\n"), std::string::npos) << report.text();
+}
+
 TEST(ReplayReport, quotes_and_cuts_texts)
 {
     EXPECT_EQ(kvosim::quotedForReport("a\x1B\n"), R"("a\x1B\n")");

@@ -89,7 +89,19 @@ TEST(UnmatchedRequests, are_cut_if_they_are_long)
     const kvosim::Recording recording = kvosim_test::recordingOf("");
     Unmatched unmatched;
     unmatched.add(std::string(100'000, 'x'), false);
-    EXPECT_EQ(unmatched.list(recording, Script(recording, {})).front().request.size(), 1000U);
+    const auto request = unmatched.list(recording, Script(recording, {})).front();
+    EXPECT_EQ(request.request.size(), 4096U);
+    EXPECT_EQ(request.size, 100'000U);
+}
+
+TEST(UnmatchedRequests, are_compared_with_the_same_part_of_long_ones)
+{
+    const std::string text(100'000, 'x');
+    const kvosim::Recording recording = kvosim_test::recordingOf("1.0 ask 1 > \"set=1 " + text + "\\n\" < \"ok\\n\"\n");
+    Unmatched unmatched;
+    unmatched.add("set=2 " + text, false);
+    const Script script(recording, kvosim::contentsOf(recording).requests);
+    EXPECT_EQ(unmatched.list(recording, script).front().difference, "argument 1 is \"2\" instead of \"1\"");
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include <fstream>
 #include <gmock/gmock.h>
 #include <string>
+#include <utility>
 #include <vector>
 
 using namespace std::chrono_literals;
@@ -168,6 +169,20 @@ TEST_F(ReplayProgram, writes_its_report_to_a_file)
     EXPECT_THAT(exited.err, HasSubstr("kvosim: replay of "));
     EXPECT_EQ(reportFile()["answered_as_recorded"], 1);
     EXPECT_EQ(reportFile()["not_recorded"][0]["request"], "\xEF\xBF\xBD") << "not UTF-8";
+}
+
+TEST_F(ReplayProgram, keeps_the_status_of_its_program_if_its_report_is_lost)
+{
+    record(kVersion);
+    const std::string folder = directory_ / "reports";
+    for (const auto &[status, expected] : {std::pair(7, 7), std::pair(0, 1)}) {
+        std::filesystem::create_directory(folder);
+        const Exited exited =
+            replay({"sh", "-c", "rm -r \"$0\"; exit " + std::to_string(status), folder}, {"--report", folder + "/report.json"});
+        EXPECT_EQ(exited.status, expected);
+        EXPECT_THAT(exited.err, HasSubstr(": 0 requests\n")) << "the text is not lost";
+        EXPECT_THAT(exited.err, HasSubstr("kvosim: cannot write \"" + folder + "/report.json\""));
+    }
 }
 
 TEST_F(ReplayProgram, starts_nothing_if_the_report_cannot_be_written)

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <filesystem>
 #include <pwd.h>
 #include <set>
 #include <sstream>
@@ -61,11 +62,16 @@ std::set<std::string> userNames()
     };
     add(getuid());
     add(geteuid());
-    for (const char *path : {tools::kSocketDirectory, tools::kCommandSocket, tools::kUsbEventSocket, tools::kEventSocket}) {
+    const auto addOwner = [&](const std::filesystem::path &path) {
         struct stat status {};
-        if (lstat(path, &status) == 0) {
+        if (lstat(path.c_str(), &status) == 0) {
             add(status.st_uid);
         }
+    };
+    addOwner(tools::kSocketDirectory);
+    std::error_code ignored;  // sockets.txt has the owner of each file that can be listed
+    for (const auto &entry : std::filesystem::directory_iterator(tools::kSocketDirectory, ignored)) {
+        addOwner(entry.path());
     }
     const char *caller = std::getenv("SUDO_USER");
     if (caller != nullptr && std::string_view(caller) != "root") {

@@ -4,12 +4,16 @@
 #include "tools/kvoctl/support/watching.h"
 #include "tools/kvoctl/trace/traced_service.h"
 
+#include "common/command_socket.h"
 #include "common/dotted_address.h"
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
+#include <pwd.h>
 #include <set>
 #include <unistd.h>
 
@@ -17,6 +21,7 @@ namespace kvoctl_test {
 
 namespace {
 
+using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -129,6 +134,29 @@ TEST_F(AnonymizedReport, has_another_name_of_the_machine)
     ASSERT_EQ(run({"--anonymize", "--force"}).status, 0);
     for (const auto &[file, content] : unpacked()) {
         EXPECT_THAT(content, Not(HasSubstr("hall-nine"))) << file;
+    }
+}
+
+TEST_F(AnonymizedReport, has_no_names_of_users)
+{
+    const passwd *const user = getpwuid(1);
+    ASSERT_NE(user, nullptr);
+    const std::string owner = user->pw_name;
+    std::filesystem::create_directories(tools::kSocketDirectory);
+    const std::string left = std::string(tools::kSocketDirectory) + "/left_over";
+    std::ofstream(left).flush();
+    if (chown(left.c_str(), user->pw_uid, user->pw_gid) != 0) {
+        GTEST_SKIP() << "skipped: files cannot be given to another user: " << std::strerror(errno);
+    }
+    const RunConditions conditions{.environment = {"SUDO_USER=tomray", "LD_LIBRARY_PATH=/home/tomray/lib"}};
+    ASSERT_EQ(run({}, conditions).status, 0);
+    EXPECT_THAT(unpacked().at("sockets.txt"), HasSubstr("  " + owner + "  "));
+    EXPECT_THAT(unpacked().at("configuration/environment.txt"), HasSubstr("tomray"));
+    ASSERT_EQ(run({"--anonymize", "--force"}, conditions).status, 0);
+    const auto files = unpacked();
+    EXPECT_THAT(files.at("sockets.txt"), AllOf(HasSubstr("left_over"), Not(HasSubstr(owner))));
+    for (const auto &[file, content] : files) {
+        EXPECT_THAT(content, Not(HasSubstr("tomray"))) << file;
     }
 }
 

@@ -13,8 +13,8 @@ namespace {
 
 std::string describe(const NotRead &value)
 {
-    const std::string where = value.station.empty() ? "of the service" : "of " + value.station;
-    return (value.key.empty() ? "all values" : value.key) + " " + where + " not read: " + value.reason;
+    const std::string where = value.station.empty() ? "the service" : value.station;
+    return (value.key.empty() ? where : value.key + " of " + where) + ": " + value.reason;
 }
 
 }  // namespace

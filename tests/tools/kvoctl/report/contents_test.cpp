@@ -1,6 +1,7 @@
 // What is in a report: of a running service, of a silent one, and without one.
 #include "tools/common/tap/service.h"
 #include "tools/kvoctl/report/report.h"
+#include "tools/kvosim/support/running_service.h"
 
 #include "support/scripted_service.h"
 
@@ -12,6 +13,7 @@ namespace kvoctl_test {
 namespace {
 
 using namespace std::chrono_literals;
+using kvosim_test::RunningService;
 using support::ScriptedService;
 using tap_test::Service;
 using testing::AllOf;
@@ -80,6 +82,18 @@ TEST_F(ReportContents, have_the_processes_at_both_ends_of_the_sockets)
                                        "kvoctl." +
                                        std::to_string(watch.id()) + ". listens"));
     EXPECT_THAT(sockets, HasSubstr("No trace is running."));
+}
+
+TEST_F(ReportContents, say_once_why_a_value_of_the_plant_is_missing)
+{
+    const RunningService service(std::string(kvosim::kBuiltInPlant) +
+                                 "[[faults]]\nkind = \"failed\"\ncommand = \"getKVOIndex\"\ntimes = 1\n"
+                                 "[[faults]]\nkind = \"failed\"\ncommand = \"getClientList\"\n");
+    const Json part = partOf(run({"--json"}).document(), "plant.toml");
+    EXPECT_EQ(part["state"], "incomplete");
+    EXPECT_THAT(part["reasons"].get<std::vector<std::string>>(),
+                testing::ElementsAre(StartsWith("client of the service: not read: "),
+                                     "kvo_index of 10.0.0.5: not read: the service refused it (failed)"));
 }
 
 TEST_F(ReportContents, without_a_service_have_the_reasons)

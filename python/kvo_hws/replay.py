@@ -12,7 +12,7 @@ from typing import Any, Dict, List, Optional, Type, Union
 
 from ._events import close_preserving
 from ._process import KvosimProcess, PathText, find_kvosim
-from .errors import ReplayMismatch
+from .errors import ReplayMismatch, SimulatorError
 
 STATUS_NOT_AS_RECORDED = 4
 
@@ -82,7 +82,10 @@ class Replay:
             raise
 
     def stop(self) -> None:
-        """Ends the replay. Raises ReplayMismatch if the requests were not as recorded, unless ``check`` is False."""
+        """Ends the replay. Raises ReplayMismatch if the requests were not as recorded, unless ``check`` is False.
+
+        Raises SimulatorError if kvosim has ended without a report, for example because it was killed.
+        """
         mismatch = self._end()
         if mismatch is not None:
             raise mismatch
@@ -93,6 +96,9 @@ class Replay:
             return None
         try:
             report = dict(json.loads(self._report_file.read_text(encoding="utf-8")))
+        except (OSError, ValueError):
+            text = self._process.messages.strip()
+            raise SimulatorError(text or f"kvosim ended without a report, with status {status}", status) from None
         finally:
             self._remove_folder()
         self._report = report

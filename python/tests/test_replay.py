@@ -2,6 +2,8 @@
 
 from __future__ import annotations
 
+import os
+import signal
 import subprocess
 import sys
 from datetime import timedelta
@@ -135,6 +137,16 @@ def test_a_file_that_cannot_be_replayed_is_refused_with_its_line(tmp_path: Path,
         Replay(file).start()
     assert message in str(caught.value)
     assert caught.value.status == 2
+
+
+def test_a_replay_that_was_killed_says_so(write: Writes) -> None:
+    run = replay(write(TWO_ANSWERS))
+    with pytest.raises(SimulatorError, match="kvosim ended without a report, with status -9") as caught:
+        with run:
+            os.kill(run._process.pid, signal.SIGKILL)
+    assert caught.value.status == -9
+    with run:  # it can be started again
+        assert Panel("10.0.0.5").get_mcp_address() == 5
 
 
 def test_replays_follow_each_other(write: Writes) -> None:

@@ -36,7 +36,9 @@ Layout layoutOf(int descriptor)
 
 void flushOutput()
 {
-    errno = 0;
+    if (std::cout) {  // else an earlier write has failed, and errno has its reason
+        errno = 0;
+    }
     if (!std::cout.flush()) {
         throw std::runtime_error(std::string("cannot write to standard output: ") + std::strerror(errno));
     }

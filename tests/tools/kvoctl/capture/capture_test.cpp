@@ -201,10 +201,17 @@ TEST(Capture, refuses_options_that_need_a_file)
 
 TEST(Capture, reports_a_full_disk)
 {
-    const RunningService service;
-    const Ended ended = kvoctl({"capture", "--rate", "max"}, {.outputFile = "/dev/full"});
-    EXPECT_EQ(ended.status, 5);
-    EXPECT_EQ(ended.err, "kvoctl: cannot write to standard output: No space left on device\n");
+    std::string manyStations;  // more than a buffer of standard output
+    for (int i = 1; i <= 20; ++i) {
+        const std::string number = std::to_string(i);
+        manyStations += "[[station]]\naddress = \"10.0.0." + number + "\"\nname = \"A" + number + "\"\n";
+    }
+    for (const std::string &plant : {std::string(kvosim::kBuiltInPlant), manyStations}) {
+        const RunningService service(plant);
+        const Ended ended = kvoctl({"capture", "--rate", "max"}, {.outputFile = "/dev/full"});
+        EXPECT_EQ(ended.status, 5);
+        EXPECT_EQ(ended.err, "kvoctl: cannot write to standard output: No space left on device\n");
+    }
 }
 
 TEST_F(CaptureToFile, leaves_no_half_file_on_a_full_file_system)

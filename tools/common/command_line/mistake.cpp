@@ -60,13 +60,15 @@ void findByName(const CLI::App &app, const std::string &name, Words &found)
 
 Mistake unknownCommand(const CLI::App &family, const std::string &word)
 {
-    Words names;
-    for (const CLI::App *command : commandsOf(family)) {
-        names.push_back(command->get_name());
-    }
-    Words meant = nearest(word, names);
+    // A word without a mistake, at the wrong level, is more likely than a mistyped one.
+    Words meant;
+    findByName(outermostCommand(family), word, meant);
     if (meant.empty()) {
-        findByName(outermostCommand(family), word, meant);
+        Words names;
+        for (const CLI::App *command : commandsOf(family)) {
+            names.push_back(command->get_name());
+        }
+        meant = nearest(word, names);
     }
     return {quoted(word) + " is not a command" + didYouMean(meant)};
 }

@@ -53,9 +53,9 @@ Replay::Replay(tools::EventLoop &loop, const Recording &recording, std::optional
       plant_(plant ? std::make_unique<Simulated>(*std::move(plant)) : nullptr),
       commands_(
           loop, options_.socket, [this](std::string_view request, const auto &) { return exchange(request); }, kFailed,
-          [this](std::string_view event) { log(event); }, kLimits, options_.socketMode),
+          [this](std::string_view event) { logIfVerbose(event); }, kLimits, options_.socketMode),
       embeddedEvents_(
-          loop, options_.eventSocket, std::chrono::seconds(0), [this](std::string_view line) { log(line); },
+          loop, options_.eventSocket, std::chrono::seconds(0), [this](std::string_view line) { logIfVerbose(line); },
           options_.socketMode)
 {
     contents_.requests = {};  // the script has them
@@ -104,8 +104,8 @@ Reply Replay::answerAsRecorded(std::string_view request, const Script::Match &ma
         replaceRegistryPath(exchange);
     }
     if (options_.verbose) {  // a reply may have megabytes
-        log(printable(request) + " -> " + printable(joined(exchange.reply)) + " (line " +
-            std::to_string(recording_.lineNumber(match.line)) + (match.isRepeated ? ", again)" : ")"));
+        logIfVerbose(printable(request) + " -> " + printable(joined(exchange.reply)) + " (line " +
+                     std::to_string(recording_.lineNumber(match.line)) + (match.isRepeated ? ", again)" : ")"));
     }
     return exactReplyOf(exchange, options_.speed);
 }
@@ -116,14 +116,14 @@ Reply Replay::answerUnmatched(std::string_view request)
     if (plant_) {
         ++counts_.fromPlant;
         // Also after "killDaemon", the replay goes on: the recording may have more.
-        return exchangeWithPlant(plant_->context, request, [this](std::string_view line) { log(line); });
+        return exchangeWithPlant(plant_->context, request, [this](std::string_view line) { logIfVerbose(line); });
     }
     ++counts_.notAnswered;
     const bool isUsedUp = options_.strict && script_.knows(request);
     if (unmatched_.add(request, isUsedUp) && unmatched_.count() - unmatched_.notKept() <= kMostReported) {
         std::fprintf(stderr, "kvosim: %s: %s\n", isUsedUp ? "asked more often than recorded" : "not recorded", text.c_str());
     }
-    log(printable(request) + " -> " + kFailed);
+    logIfVerbose(printable(request) + " -> " + kFailed);
     return std::string(kFailed);
 }
 
@@ -176,10 +176,10 @@ void Replay::sendUsbEvent(LineIndex line, const std::function<void()> &done)
 void Replay::finishUsbEvent(LineIndex line, const Exchange &event, const UsbSender::Result &result)
 {
     const std::string text = requestLineOf(event).value_or(joined(event.request));
-    log("USB event " + printable(text) + " -> " +
-        (!result.isSent  ? "not sent: no program listens"
-         : result.answer ? printable(*result.answer)
-                         : "no answer"));
+    logIfVerbose("USB event " + printable(text) + " -> " +
+                 (!result.isSent  ? "not sent: no program listens"
+                  : result.answer ? printable(*result.answer)
+                                  : "no answer"));
     if (!result.isSent) {
         return;
     }
@@ -225,7 +225,7 @@ void Replay::sendEmbeddedEvent(LineIndex line, Target target, const std::functio
     const std::string bytes = joined(exchangeAt(line).request);
     const std::size_t count = embeddedEvents_.send(bytes, target.listener);
     counts_.embeddedEvents.sent += count > 0 ? 1 : 0;
-    log("event " + printable(bytes) + " -> " + std::to_string(count) + " listeners");
+    logIfVerbose("event " + printable(bytes) + " -> " + std::to_string(count) + " listeners");
     done();
 }
 
@@ -248,7 +248,7 @@ RecordedText Replay::textAt(LineIndex line) const
     return {recording_.lineNumber(line), requestLineOf(exchangeAt(line)).value_or("")};
 }
 
-void Replay::log(std::string_view line) const
+void Replay::logIfVerbose(std::string_view line) const
 {
     if (options_.verbose) {
         logLine(line);

@@ -74,7 +74,7 @@ private:
     void sendEmbeddedEvent(LineIndex line, Target target, const std::function<void()> &done);
     [[nodiscard]] Exchange exchangeAt(LineIndex line) const;
     [[nodiscard]] RecordedText textAt(LineIndex line) const;
-    void log(std::string_view line) const;
+    void logIfVerbose(std::string_view line) const;
 
     tools::EventLoop &loop_;
     const Recording &recording_;

@@ -273,4 +273,4 @@ def test_all_public_names_are_documented() -> None:
             public = {key: value for key, value in vars(of).items() if not key.startswith("_") and callable(value)}
             for key, value in public.items():
                 assert isinstance(value, type) or (value.__doc__ or "").strip(), f"{name}.{key}"
-    assert sorted(kvo_hws.__all__, key=str.lower) == sorted(set(kvo_hws.__all__), key=str.lower)
+    assert sorted(kvo_hws.__all__) == sorted(set(kvo_hws.__all__))

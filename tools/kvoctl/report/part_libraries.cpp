@@ -97,7 +97,8 @@ Content libraries(const Circumstances & /*circumstances*/)
 {
     std::vector<LoadedObject> objects;
     dl_iterate_phdr(addObject, &objects);
-    std::ranges::stable_partition(objects, [](const LoadedObject &object) { return isOurs(object.path); });
+    // Not the algorithm of std::ranges: its result, a subrange, does not compile with clang 14.
+    std::stable_partition(objects.begin(), objects.end(), [](const LoadedObject &object) { return isOurs(object.path); });
     std::ostringstream text;
     for (const LoadedObject &object : objects) {
         const std::string file = fileOf(object.path);

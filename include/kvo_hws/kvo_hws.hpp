@@ -17,6 +17,9 @@
 
 #include <kvo_hws/address.hpp>
 #include <kvo_hws/result.hpp>
+#include <kvo_hws/service.hpp>
+#include <kvo_hws/station.hpp>
+#include <kvo_hws/values.hpp>
 #include <kvo_hws/version.h>
 
 #endif

@@ -118,7 +118,7 @@ inline Errc special_meaning(const char *function, std::int32_t code) noexcept
         {"KVO_HWS_getIPbyMCPAddress", -3, Errc::ambiguous},
         {"KVO_HWS_getIPbyDCKAddress", -3, Errc::ambiguous},
         {"KVO_HWS_getIPbyKVOIndex", -3, Errc::ambiguous},
-        {"KVO_HWS_setChannelInfo", -3, Errc::out_of_range},
+        {"KVO_HWS_setChannelInfo", -3, Errc::invalid_text},
         {"KVO_HWS_setTouchScreenCalibParam", -3, Errc::out_of_range},
         {"KVO_HWS_setUsbLock", -10, Errc::invalid_address},
         {"KVO_HWS_getStationMetrics", -4, Errc::not_available},
@@ -224,7 +224,7 @@ namespace detail {
 #if KVO_HWS_EXCEPTIONS
     throw Exception(error);
 #else
-    std::fprintf(stderr, "kvo_hws: %s (%s: %d)\n", error.reason(), error.function(), static_cast<int>(error.code()));
+    std::fprintf(stderr, "kvo_hws: %s (%s: %d)\n", error.reason(), error.function(), error.code());
     std::abort();
 #endif
 }
@@ -263,8 +263,11 @@ public:
         require();
         return *value_;
     }
-    /** @copydoc value() */
-    KVO_HWS_EXCEPTIONS_TAG T &&value() &&
+    /** @copydoc value()
+     *
+     *  Of a temporary result, the value itself: `for (auto &station : kvo::Service::description_list().value())` is safe.
+     */
+    KVO_HWS_EXCEPTIONS_TAG T value() &&
     {
         require();
         return std::move(*value_);
@@ -287,7 +290,7 @@ public:
     /** The value. Only if there is one. */
     const T &operator*() const &noexcept { return *value_; }
     /** The value. Only if there is one. */
-    T &&operator*() &&noexcept { return std::move(*value_); }
+    T operator*() && { return std::move(*value_); }
     /** A member of the value. Only if there is one. */
     T *operator->() noexcept { return &*value_; }
     /** A member of the value. Only if there is one. */

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -29,6 +31,20 @@ TEST(Result, moves_its_value_out)
 {
     Result<std::unique_ptr<int>> owner = std::make_unique<int>(5);
     EXPECT_EQ(*std::move(owner).value(), 5);
+}
+
+TEST(Result, of_a_temporary_keeps_its_value_for_a_loop)
+{
+    const auto texts = [] { return Result<std::vector<std::string>>({std::string(100, 'a'), std::string(100, 'b')}); };
+    std::string read;
+    for (const std::string &text : texts().value()) {
+        read += text.front();
+    }
+    for (const std::string &text : *texts()) {
+        read += text.back();
+    }
+    EXPECT_EQ(read, "abab");
+    static_assert(!std::is_reference_v<decltype(texts().value())> && !std::is_reference_v<decltype(*texts())>);
 }
 
 TEST(Result, of_false_is_a_value)

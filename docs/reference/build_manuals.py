@@ -9,6 +9,7 @@ from pathlib import Path
 
 sys.dont_write_bytecode = True  # keeps the source folder clean
 
+import classes
 import headers
 from pages import Sources, read
 from search import find_anywhere
@@ -47,10 +48,15 @@ def build_reference(output, headers, version):
 
 def write_pages(output, programs, version):
     """Writes the manual pages below man/; returns False if a name has no comment."""
-    pages, links, families, faults = headers.family_pages(output / 'xml')
+    xml = output / 'xml'
+    families, records = headers.read_families(xml), headers.read_records(xml)
+    faults = [*headers.faults(families, records), *classes.faults(xml, families, records)]
     for fault in faults:
         print(fault, file=sys.stderr)
-    sources = Sources(programs, families, output / 'xml')
+    pages, links = headers.family_pages(xml, [family for family in families if not family.of_classes], records)
+    more_pages, more_links = classes.family_pages(xml, [family for family in families if family.of_classes], records)
+    pages, links = pages + more_pages, links | more_links
+    sources = Sources(programs, families, xml)
     pages += [read(file, sources) for file in sorted((ROOT / 'docs/reference/man').iterdir())]
     shutil.rmtree(output / 'man', ignore_errors=True)
     for page in pages:

@@ -6,19 +6,27 @@ import sys
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
+HEADERS = ROOT / 'include/kvo_hws'
 
 
 def linked_names():
     """The exported names, the headers' inline functions and the enumerators: every mention of them becomes a link."""
     exported = re.findall(r'^\s+(\w+);$', (ROOT / 'library/exports.map').read_text(), re.M)
-    headers = ''.join(path.read_text() for path in (ROOT / 'include/kvo_hws').glob('*.h'))
+    headers = ''.join(path.read_text() for path in HEADERS.glob('*.h'))
     enumerators = re.findall(r'^\s+([A-Z][A-Z_0-9]+) = ', headers, re.M)
     inline = re.findall(r'^static inline .*?(\w+)\(', headers, re.M)
     # A name that is an ordinary word is usually meant as a word.
     return {name for name in exported + inline + enumerators if re.search('[A-Z_]', name) and len(name) > 5}
 
 
+def classes():
+    """The classes and enumerations of the C++ interface."""
+    headers = ''.join(path.read_text() for path in HEADERS.glob('*.hpp'))
+    return set(re.findall(r'^(?:class|struct|enum class) (?:\[\[nodiscard\]\] )?(\w+)', headers, re.M))
+
+
 NAME = re.compile(r'(?<![\w#:.-])(' + '|'.join(sorted(linked_names(), key=len, reverse=True)) + r')\b(?!\.)')
+CPP_NAME = re.compile(rf'(?:kvo::)?((?:{"|".join(sorted(classes()))})(?:::\w+)?)')
 
 
 def page_id(stem):
@@ -33,22 +41,22 @@ def slug(heading):
 # ---- Headers ----
 
 def unquoted(text):
-    """Escapes angle brackets and links names. Doxygen already takes text in double quotes literally."""
+    """Escapes angle brackets and links names. Doxygen already takes text in double quotes and in backquotes literally."""
     text = re.sub(r'\bdocs/([\w-]+)\.md\b', lambda found: f'@ref {page_id(found[1])}', text)
     return NAME.sub(r'#\1', text.replace('<', r'\<').replace('>', r'\>'))
 
 
 def comment(text):
     body = []
-    parts = re.split(r'(^ \*\n(?: \* {5,}.*\n)+)', text, flags=re.M)  # indented text after an empty line is verbatim
+    parts = re.split(r'(^ *\*\n(?: *\* {5,}.*\n)+)', text, flags=re.M)  # indented text after an empty line is verbatim
     for index, part in enumerate(parts):
         if index % 2 == 1:
             body.append(part)
             continue
         opening = re.match(r'/\*\*<?', part)
         head = opening[0] if opening else ''
-        quotes = part[len(head):].split('"')
-        body.append(head + '"'.join(piece if number % 2 else unquoted(piece) for number, piece in enumerate(quotes)))
+        pieces = re.split(r'("[^"]*"|`[^`]+`)', part[len(head):])
+        body.append(head + ''.join(piece if number % 2 else unquoted(piece) for number, piece in enumerate(pieces)))
     return ''.join(body)
 
 
@@ -65,16 +73,20 @@ def header(text):
 
 # ---- Pages ----
 
+# Doxygen would link words of other listings, such as "failed", to enumerators with these names.
+LANGUAGES = ('c', 'cpp', 'python')
+
+
 def link(target, stem):
     """The target of a page's link in the reference."""
-    if example := re.fullmatch(r'\.\./examples/(\w+)\.(c|cpp|h)', target):
+    if example := re.fullmatch(r'\.\./examples/(\w+)\.(c|cpp)', target):
         return f'{example[1]}_8{example[2]}-example.html'
     if target.rstrip('/') == '../include/kvo_hws':
         return 'files.html'
     if target.startswith('../examples'):
         return 'examples.html'
-    if included := re.fullmatch(r'\.\./include/kvo_hws/(\w+)\.h', target):
-        return f'@ref kvo_hws/{included[1]}.h'
+    if included := re.fullmatch(r'\.\./include/kvo_hws/(\w+\.hp*)', target):
+        return f'@ref kvo_hws/{included[1]}'
     if page := re.fullmatch(r'([\w-]+)\.md(?:#(.*))?', target):
         return f'@ref {page_id(page[1])}' + (f'-{page[2]}' if page[2] else '')
     return f'@ref {page_id(stem)}-{target[1:]}' if target.startswith('#') else target
@@ -84,6 +96,8 @@ def code(span):
     name = span.strip('`').removesuffix('()')
     if NAME.fullmatch(name):
         return f'[{span.strip("`")}](@ref {name})'
+    if found := CPP_NAME.fullmatch(name):
+        return f'[{span.strip("`")}](@ref kvo::{found[1]})'
     # A single quote would end the listing.
     return f'`{span}`' if "'" in span else span
 
@@ -114,7 +128,7 @@ def page(text, stem):
         fence = line.startswith('```')
         if fence:
             in_code = not in_code
-            lines.append('```{.' + (line[3:] or 'txt') + '}' if in_code else line)
+            lines.append(f'```{{.{line[3:] if line[3:] in LANGUAGES else "unparsed"}}}' if in_code else line)
         elif in_code:
             lines.append(line)
         elif re.fullmatch('<!--.*-->', line):
@@ -128,7 +142,7 @@ def page(text, stem):
 
 def main(name):
     text = Path(name).read_text()
-    sys.stdout.write(header(text) if name.endswith('.h') else page(text, Path(name).stem))
+    sys.stdout.write(header(text) if name.endswith(('.h', '.hpp')) else page(text, Path(name).stem))
 
 
 if __name__ == '__main__':

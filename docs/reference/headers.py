@@ -1,4 +1,5 @@
-"""Manual pages of section 3, one for each family of functions, from the XML that Doxygen writes for the public headers."""
+"""Manual pages of section 3, one for each family of functions, from the XML that Doxygen writes for the public headers. This module
+writes the pages of the C interface; classes.py writes those of the C++ interface with the functions here."""
 import re
 import xml.etree.ElementTree as ElementTree
 from dataclasses import dataclass
@@ -18,6 +19,11 @@ class Family:
     header: str
     element: ElementTree.Element
 
+    @property
+    def of_classes(self):
+        """Whether it belongs to the C++ interface."""
+        return self.header.endswith('.hpp')
+
     def members(self, *kinds):
         return [member for member in self.element.iter('memberdef') if member.get('kind') in kinds]
 
@@ -32,22 +38,27 @@ def read_families(folder):
     families = []
     for path in sorted(folder.glob('group__*.xml')):
         group = ElementTree.parse(path).getroot().find('compounddef')
-        location = next(member.find('location').get('file') for member in [*group.iter('memberdef'), *group.iter('compounddef')]
-                        if member.find('location') is not None)
+        # A group has no place of its own. It may have only functions or only classes.
+        inside = [*group.iter('memberdef'), *(read_compound(folder, inner.get('refid')) for inner in group.iterfind('innerclass'))]
+        location = next(element.find('location').get('file') for element in inside if element.find('location') is not None)
         families.append(Family(group.findtext('compoundname'), group.findtext('title'), location.split('include/')[-1], group))
     return families
 
 
+def read_compound(folder, identifier):
+    return ElementTree.parse(folder / f'{identifier}.xml').getroot().find('compounddef')
+
+
 def read_records(folder):
-    """Structures by their identifier."""
-    compounds = (ElementTree.parse(path).getroot().find('compounddef') for path in folder.glob('struct*.xml'))
-    return {compound.get('id'): compound for compound in compounds}
+    """Public structures and classes by their identifier."""
+    compounds = [read_compound(folder, path.stem) for kind in ('struct', 'class') for path in folder.glob(f'{kind}*.xml')]
+    return {compound.get('id'): compound for compound in compounds if compound.get('prot') == 'public'}
 
 
 def read_file(folder, header):
     """Doxygen's XML for a header."""
-    stem = header.split('/')[-1].removesuffix('.h').replace('_', '__')
-    return ElementTree.parse(folder / f'{stem}_8h.xml').getroot().find('compounddef')
+    stem, kind = header.split('/')[-1].split('.')
+    return read_compound(folder, f"{stem.replace('_', '__')}_8{kind}")
 
 
 # ---- Text ----
@@ -223,13 +234,17 @@ def pages_of_types(families):
              *(member.get('id') for member in family.members('typedef', 'enum'))]}
 
 
+def in_a_sentence(title):
+    return title if title.startswith(('USB', 'lib')) else title[0].lower() + title[1:]
+
+
 def write_family(family, families, records, header_text):
     page = Page(family.name, 3)
     page.section_heading('NAME')
     names = [family.name, *family.names()]
     for number, name in enumerate(names, 1):
         page.lines.append(f'.Nm {name}' + (' ,' if number < len(names) else ''))
-    page.macro('Nd', family.title[0].lower() + family.title[1:] if not family.title.startswith(('USB', 'lib')) else family.title)
+    page.macro('Nd', in_a_sentence(family.title))
     page.section_heading('SYNOPSIS')
     page.macro('In', family.header)
     for member in family.members('variable', 'function'):
@@ -244,37 +259,50 @@ def write_family(family, families, records, header_text):
         if member.get('kind') == 'typedef':
             page.literal(type_definition(member))
         describe(page, member)
+    write_notes(page, family, header_text)
+    mentioned = {ref.get('refid') for member in family.members('function', 'variable') for ref in member.iterfind('.//type/ref')}
+    write_see_also(page, family, families, mentioned, ('kvo_hws_result', 3))
+    return page
+
+
+def write_notes(page, family, header_text):
+    """Writes what the header says about all its families."""
     if text_of(header_text.find('detaileddescription')):  # more than the first sentence, which says what the header is about
         page.section_heading('NOTES')
         page.paragraph([Span('The following applies to all of '), Span(f'<{family.header}>', 'B'), Span(':')])
         write_blocks(page, header_text.find('briefdescription'))
         write_blocks(page, header_text.find('detaileddescription'))
+
+
+def write_see_also(page, family, families, mentioned, results):
+    """Writes SEE ALSO with the other families of the header and the pages of the types in @p mentioned."""
     beside = [(other.name, 3) for other in families if other.header == family.header]
     pages = pages_of_types(families)
-    mentioned = {ref.get('refid') for member in family.members('function', 'variable') for ref in member.iterfind('.//type/ref')}
     types = [(pages[identifier], 3) for identifier in mentioned if identifier in pages]
-    page.see_also([('kvo_hws', 3), ('kvoctl', 1), ('kvo_hws_result', 3), *beside, *types])
-    return page
+    page.see_also([('kvo_hws', 3), ('kvoctl', 1), results, *beside, *types])
+
+
+def is_described(element):
+    return text_of(element.find('briefdescription')) or text_of(element.find('detaileddescription'))
 
 
 def faults(families, records):
     """Names without a comment that Doxygen does not report."""
-    for family in families:
-        for constant in family.element.iter('enumvalue'):
-            if not text_of(constant.find('briefdescription')) and not text_of(constant.find('detaileddescription')):
-                yield f"{family.header}: {constant.findtext('name')} (enumerator) is not documented."
+    places = [(family.header, family.element) for family in families]
+    places += [(record.findtext('compoundname'), record) for record in records.values()]
+    for place, element in places:
+        for constant in element.iter('enumvalue'):
+            if not is_described(constant):
+                yield f"{place}: {constant.findtext('name')} (enumerator) is not documented."
     for record in records.values():
         for member in record.iter('memberdef'):
-            if not text_of(member.find('briefdescription')) and not text_of(member.find('detaileddescription')):
-                if not is_nameless(member):
-                    yield f"{record.findtext('compoundname')}: {member.findtext('name')} is not documented."
+            if member.get('prot') == 'public' and not is_described(member) and not is_nameless(member):
+                yield f"{record.findtext('compoundname')}: {member.findtext('name')} is not documented."
 
 
-def family_pages(folder):
-    """The pages, the names that link to each of them, and the faults."""
-    families = read_families(folder)
-    records = read_records(folder)
+def family_pages(folder, families, records):
+    """The pages of the C interface, and the names that link to each of them."""
     pages = [write_family(family, families, records, read_file(folder, family.header)) for family in families]
     links = {name: family.name for family in families for name in family.names() if name not in TOO_COMMON}
     links |= {inner.text: family.name for family in families for inner in family.element.iterfind('innerclass')}
-    return pages, links, families, list(faults(families, records))
+    return pages, links

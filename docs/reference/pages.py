@@ -59,9 +59,11 @@ def header_line(page, sources, header):
     headers.write_blocks(page, compound.find('detaileddescription'))
 
 
-def families_line(page, sources):
+def families_line(page, sources, language):
     items = []
     for family in sources.families:
+        if family.of_classes != (language == 'C++'):
+            continue
         text = [*plain(f'{family.title}. In '), Span(f'<{family.header}>', 'B'), *plain('.')]
         items.append(([Span(f'{family.name}(3)', 'B')], lambda text=text: page.paragraph(text)))
     page.tagged(items)

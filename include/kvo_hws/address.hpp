@@ -19,7 +19,7 @@ namespace kvo {
  *  @{
  */
 
-/** An IPv4 address: reads and prints dotted quads. */
+/** An IPv4 address: reads and prints dotted quads. Unordered containers accept it as a key. */
 class Address {
 public:
     /** 0.0.0.0. */
@@ -101,11 +101,11 @@ private:
 
 }  // namespace kvo
 
-/** Addresses as keys of unordered containers. */
+/** @cond internal */
 template <>
 struct std::hash<kvo::Address> {
-    /** The hash of the number. */
     std::size_t operator()(kvo::Address address) const noexcept { return std::hash<std::uint32_t>()(address.number()); }
 };
+/** @endcond */
 
 #endif

@@ -35,14 +35,17 @@
 #ifdef __cpp_exceptions
 /** 1 in a unit that is compiled with exceptions, else 0. */
 #define KVO_HWS_EXCEPTIONS 1
+/** @cond internal */
 /* A program may contain units with exceptions and units without: the functions that differ between them have different names
  * for the linker. */
 #define KVO_HWS_EXCEPTIONS_TAG
+/** @endcond */
 #else
 #define KVO_HWS_EXCEPTIONS 0
 #define KVO_HWS_EXCEPTIONS_TAG __attribute__((abi_tag("no_exceptions")))
 #endif
 
+/** The C++ interface of the library (kvo_hws.hpp). */
 namespace kvo {
 
 /** @defgroup kvo_cpp_result Results and errors in C++
@@ -327,7 +330,7 @@ public:
     [[nodiscard]] bool has_value() const noexcept { return !error_; }
     /** True if it was done. */
     explicit operator bool() const noexcept { return !error_; }
-    /** Nothing. With an error, throws kvo::Exception, or ends the process as Result<T>::value() does. */
+    /** Nothing. With an error, throws kvo::Exception, or ends the process as Result::value() does. */
     KVO_HWS_EXCEPTIONS_TAG void value() const
     {
         if (error_) {

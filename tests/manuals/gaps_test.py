@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """The build of the manuals reports and refuses each public name without a comment: function, variable, type, member, enumerator,
-macro. Usage: gaps_test.py PROJECT FOLDER KVOCTL KVOSIM."""
+macro, class; and each name of the C++ interface that would have no manual page. Usage: gaps_test.py PROJECT FOLDER KVOCTL KVOSIM."""
 import re
 import shutil
 import subprocess
@@ -21,6 +21,60 @@ enum Kinds { UNDOCUMENTED_KIND = 1 };
 '''
 NAMES = ['undocumentedFunction', 'undocumentedVariable', 'UndocumentedType', 'UNDOCUMENTED_MACRO', 'undocumentedMember',
          'UNDOCUMENTED_KIND']
+CPP_GAPS = '''
+namespace kvo {
+/** @addtogroup kvo_cpp_address
+ *  @{
+ */
+inline void undocumented_function() {}
+class UndocumentedClass {};
+enum class UndocumentedEnum {};
+using UndocumentedAlias = int;
+/** A class. */
+class DocumentedClass {
+public:
+    DocumentedClass(int undocumented_constructor);
+    void undocumented_method();
+    static void undocumented_static();
+    /** Kinds. */
+    enum class Kinds { undocumented_kind };
+    friend bool operator==(DocumentedClass a, DocumentedClass b);
+    using undocumented_type = int;
+
+private:
+    void private_method();
+    struct PrivateRecord {
+        int private_member;
+    };
+};
+/** A record. */
+struct DocumentedRecord {
+    int undocumented_value;
+};
+/** @} */
+class UndocumentedUngrouped {};
+class WithMembers {
+public:
+    /** A method. */
+    void documented();
+};
+/** A class in no group. */
+class UngroupedClass {};
+/** A function in no group. */
+inline void ungrouped_function() {}
+}  // namespace kvo
+#define UNDOCUMENTED_CPP_MACRO 1
+'''
+CPP_NAMES = ['undocumented_function', 'UndocumentedClass', 'UndocumentedUngrouped', 'WithMembers', 'UndocumentedEnum', 'UndocumentedAlias', 'undocumented_constructor',
+             'undocumented_method', 'undocumented_static', 'undocumented_kind', 'operator==', 'undocumented_type', 'undocumented_value',
+             'UNDOCUMENTED_CPP_MACRO']
+UNGROUPED = ['kvo::UngroupedClass', 'kvo::ungrouped_function']
+
+
+def insert(header, gaps, place):
+    text = header.read_text()
+    assert text.count(place) == 1, f'{header} does not contain {place!r} once'
+    header.write_text(text.replace(place, gaps + place))
 
 
 def build(project, folder, *tools):
@@ -28,9 +82,8 @@ def build(project, folder, *tools):
     shutil.rmtree(folder, ignore_errors=True)
     headers = folder / 'include/kvo_hws'
     shutil.copytree(project / 'include/kvo_hws', headers)
-    header = headers / 'usbevents.h'
-    header.write_text(header.read_text().replace('/** @} */\n\nKVO_HWS_END_DECLS', f'{GAPS}\n/** @}} */\n\nKVO_HWS_END_DECLS'))
-    assert GAPS in header.read_text()
+    insert(headers / 'usbevents.h', GAPS, '\n/** @} */\n\nKVO_HWS_END_DECLS')
+    insert(headers / 'address.hpp', CPP_GAPS, '\n#endif\n')
     run = subprocess.run([sys.executable, project / 'docs/reference/build_manuals.py', '--version', '0', '--headers', headers,
                           '--output', folder / 'output', *tools], stderr=subprocess.PIPE, text=True, check=False)
     assert run.returncode != 0, 'the build succeeds'
@@ -39,9 +92,12 @@ def build(project, folder, *tools):
 
 def main(project, folder, kvoctl, kvosim):
     complaints = build(Path(project), Path(folder), '--kvoctl', kvoctl, '--kvosim', kvosim)
-    for name in NAMES:
-        assert re.search(rf'{name}\b.* is not documented', complaints), f'{name} is not reported in:\n{complaints}'
-    print(f'{len(NAMES)} names without a comment, all refused')
+    for name in NAMES + CPP_NAMES:
+        assert re.search(rf'{re.escape(name)}(?!\w).* is not documented', complaints), f'{name} is not reported in:\n{complaints}'
+    for name in UNGROUPED:
+        assert f'{name} is not in a group' in complaints, f'{name} is not reported in:\n{complaints}'
+    assert 'rivate' not in complaints and 'detail' not in complaints, f'a name that is not public is reported in:\n{complaints}'
+    print(f'{len(NAMES + CPP_NAMES)} names without a comment and {len(UNGROUPED)} without a page, all refused')
 
 
 if __name__ == '__main__':

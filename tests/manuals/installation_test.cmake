@@ -15,7 +15,7 @@ install(completions)
 if(MANUALS)
   install(manuals)
   list(APPEND files man/man1/kvoctl.1 man/man1/kvosim.1 man/man3/kvo_hws.3 man/man3/KVO_HWS_getBacklightBrightnessV2.3
-    man/man5/kvo-plant.5 man/man5/kvo-recording.5 man/man5/kvo_hws.conf.5 doc/kvo_hws/html/index.html)
+    man/man3/kvo::Result::value.3 man/man5/kvo-plant.5 man/man5/kvo-recording.5 man/man5/kvo_hws.conf.5 doc/kvo_hws/html/index.html)
 else()
   message(STATUS "The manuals are not built here (KVO_BUILD_MANUALS), and not installed")
 endif()

@@ -59,6 +59,11 @@ def main(folder):
     # Function names in the pages are links, and headings have anchors.
     assert 'group__kvo__hws__stations.html#' in (folder / 'page_programming.html').read_text()
     assert 'page_remote_protocol.html#page_remote_protocol-commands-passed-to-the-host-program' in (folder / 'page_programming.html').read_text()
+    # The C++ interface: each header and class has a page, and internal names have none.
+    for name in ('address_8hpp.html', 'classkvo_1_1Result.html', 'namespacekvo.html', 'stations_8cpp-example.html'):
+        assert (folder / name).exists(), f'{name} is missing'
+    assert not list(folder.glob('*detail*')), 'a page about internal names'
+    assert "'../classkvo_1_1Address.html'" in (search / 'classes_0.js').read_text()
     # The pages show no markup as text.
     for page in folder.glob('page_*.html'):
         text = page.read_text()

@@ -3,6 +3,7 @@
 Usage: pages_test.py PROJECT FOLDER KVOCTL KVOSIM."""
 import json
 import re
+import shutil
 import subprocess
 import sys
 from pathlib import Path
@@ -51,7 +52,7 @@ def check_library(project, folder):
     headers = ''.join(header.read_text() for header in (project / 'include/kvo_hws').glob('*.h'))
     inline = re.findall(r'^static inline .*?(\w+)\(', headers, re.M)
     assert inline, 'no inline function in the headers'
-    families = {page: re.findall(r'^\.Nm (\w+)', page.read_text(), re.M) for page in folder.glob('kvo_hws*.3')
+    families = {page: re.findall(r'^\.Nm ([\w:]+)', page.read_text(), re.M) for page in folder.glob('kvo_hws*.3')
                 if not page.read_text().startswith('.so')}
     for name in exported + inline:
         homes = [page.name for page, names in families.items() if name in names]
@@ -66,11 +67,52 @@ def check_library(project, folder):
     return len(exported + inline)
 
 
+def classes_and_members(project):
+    """The classes and enumerations of the headers, and the members of classes that are functions: kvo::Address, kvo::Address::parse."""
+    for header in sorted((project / 'include/kvo_hws').glob('*.hpp')):
+        text = re.sub(r'/\*\* @cond internal \*/.*?/\*\* @endcond \*/', '', header.read_text(), flags=re.S)
+        for kind, name, body in re.findall(r'^(class|struct|enum class) (?:\[\[nodiscard\]\] )?(\w+)\b(?! *[<;])(.*?)^};', text, re.M | re.S):
+            yield f'kvo::{name}'
+            public = body.partition('\nprivate:\n')[0] if kind == 'class' else ''
+            for member in re.findall(r'^    (?:\[\[nodiscard\]\] )?(?! |friend|explicit)[\w:<> ]+ [&*]*(\w+)\(', public, re.M):
+                if member != name:
+                    yield f'kvo::{name}::{member}'
+
+
+def check_classes(project, folder):
+    """Each name of the C++ interface leads to the page of its group, which has the name. The page of a member is found by a link."""
+    names = sorted(set(classes_and_members(project)))
+    assert {'kvo::Address', 'kvo::Address::parse', 'kvo::Errc', 'kvo::Result'} <= set(names), names
+    for name in names:
+        page = folder / (folder / f'{name}.3').read_text().removeprefix('.so man3/').strip()
+        # A member is declared in its class and has its own heading.
+        wanted = f'.Ss {name.removeprefix("kvo::")}\n' if name.count('::') == 2 else f'.Nm {name}'
+        assert wanted in page.read_text(), f'{page} lacks {name}'
+    page = shown(folder / 'kvo_cpp_address.3')
+    assert 'static Result<Address> parse(std::string_view text) noexcept;' in page and 'Errc::invalid_address' in page
+    assert 'number_' not in page and 'not_an_address' not in page, 'a private name has a description'
+    page = shown(folder / 'kvo_hws.3')
+    assert 'kvo_cpp_result(3) Results and errors in C++. In <kvo_hws/result.hpp>.' in page
+    return len(names)
+
+
+def check_search(folder):
+    """man(1) of man-db finds names with colons."""
+    for name in ('kvo::Address', 'kvo::Address::parse'):
+        text = output_of('man', '-M', folder, '--pager=cat', '3', name)
+        assert 'addresses in C++' in ' '.join(re.sub('.\b', '', text).split()), f'man {name} shows {text[:200]}'
+
+
 def main(project, folder, kvoctl, kvosim):
     project, folder = Path(project), Path(folder)
     pages = [page for page in folder.glob('man*/*') if not page.read_text().startswith('.so')]
     lint(pages)
     names = check_library(project, folder / 'man3')
+    classes = check_classes(project, folder / 'man3')
+    if shutil.which('man'):
+        check_search(folder)
+    else:
+        print('man is not installed; whether it finds the names of the C++ interface was not checked')
     check_tool(kvoctl, folder / 'man1/kvoctl.1')
     check_tool(kvosim, folder / 'man1/kvosim.1')
     plant = shown(folder / 'man5/kvo-plant.5')
@@ -82,7 +124,7 @@ def main(project, folder, kvoctl, kvosim):
     recording = shown(folder / 'man5/kvo-recording.5')
     for text in ('start time', 'offset ask number', '\\n, \\r, \\t', 'removeUSBdevice*192.0.2.1*text1xxxxxx*1-1.2*\\n'):
         assert text in recording, f'kvo-recording(5) lacks {text}'
-    print(f'{len(pages)} pages, {names} names of the library')
+    print(f'{len(pages)} pages, {names} names of the library, {classes} of the C++ interface')
 
 
 if __name__ == '__main__':

@@ -16,6 +16,7 @@
 #define KVO_HWS_KVO_HWS_HPP
 
 #include <kvo_hws/address.hpp>
+#include <kvo_hws/requests.hpp>
 #include <kvo_hws/result.hpp>
 #include <kvo_hws/service.hpp>
 #include <kvo_hws/station.hpp>

@@ -23,17 +23,20 @@ std::vector<Request> setters()
     sets(mcp, "setMCPAddress", 7)
         .kvoctl("address mcp", {kHere, "7"})
         .wire("`setMCPAddress=\"`*number*`\" `*station*", "`ok`, `failed`", "sets the address of the MCP, 0 to 255")
+        .cpp("Station::set_mcp_address")
         .python("Panel.set_mcp_address");
     Request index = CATALOGUE_REQUEST(KVO_HWS_setKVOIndex, "set KVO index");
     sets(index, "setKVOIndex", 7)
         .kvoctl("address kvo-index", {kHere, "7"})
         .wire("`setKVOIndex=\"`*number*`\" `*station*", "`ok`, `failed`", "sets the KVO index, 0 to 255")
+        .cpp("Station::set_index")
         .python("Panel.set_kvo_index");
     Request dck = CATALOGUE_REQUEST(KVO_HWS_setDCKEnable, "set DCK mode");
     sets(dck, "setDCKEnable", 1)
         .kvoctl("address dck-enable", {kHere, "on"})
         .wire("`setDCKEnable=\"0\" `*station*, `setDCKEnable=\"1\" `*station*", "`ok`, `failed`",
               "switches the direct control keys off (0) or on (1)")
+        .cpp("Station::set_dck_enable")
         .python("Panel.set_dck_enable");
     return {
         mcp,
@@ -51,6 +54,7 @@ std::vector<Request> setters()
             .kvoctl("address cks-index", {kHere, "255"})
             .wire("`setKVOCksIndex=\"`*number*`\" `*station*", "`ok`, `bad request`, `failed`",
                   "sets the cks index; `bad request` if the number is above 255 or cannot be set")
+            .cpp("Station::set_cks_index")
             .python("Panel.set_cks_index"),
 
         CATALOGUE_REQUEST(KVO_HWS_simulateMCPKey, "simulate MCP key")
@@ -60,6 +64,7 @@ std::vector<Request> setters()
             .soak({1, -1, -2})
             .kvoctl("address simulate-key", {kHere, "12", "1"})
             .wire("`simulateMCPKey=\"`*number*`:`*number*`\" `*station*", "`ok`, `failed`", "simulates a key of the MCP")
+            .cpp("Station::simulate_mcp_key")
             .python("Panel.simulate_mcp_key"),
 
         CATALOGUE_REQUEST(KVO_HWS_enableMCPKey, "enable MCP key")
@@ -69,6 +74,7 @@ std::vector<Request> setters()
             .soak({1, -1, -2})
             .kvoctl("address enable-key", {kHere, "12", "1"})
             .wire("`enableMCPKey=\"`*number*`:`*number*`\" `*station*", "`ok`, `failed`", "enables a key of the MCP")
+            .cpp("Station::enable_mcp_key")
             .python("Panel.enable_mcp_key"),
     };
 }
@@ -101,12 +107,14 @@ std::vector<Request> getters()
         .kvoctl("address mcp", {kHere})
         .shows("mcpaddr=255", "255\n", R"({"mcp": 255})")
         .wire("`getMCPAddress=`*station*", "`mcpaddr=`*number*, `failed`", "returns the address of the MCP")
+        .cpp("Station::mcp_address")
         .python("Panel.get_mcp_address");
     Request index = CATALOGUE_REQUEST(KVO_HWS_getKVOIndex, "get KVO index");
     gets(index, "getKVOIndex", "kvoindex=", 255)
         .kvoctl("address kvo-index", {kHere})
         .shows("kvoindex=7", "7\n", R"({"kvo_index": 7})")
         .wire("`getKVOIndex=`*station*", "`kvoindex=`*number*, `failed`", "returns the KVO index")
+        .cpp("Station::index")
         .python("Panel.get_kvo_index");
     Request enable = CATALOGUE_REQUEST(KVO_HWS_getDCKEnable, "get DCK mode");
     gets(enable, "getDCKEnable", "dckenable=", 1)
@@ -115,18 +123,21 @@ std::vector<Request> getters()
         .shows("dckenable=0", "off\n", R"({"dck_enable": "off"})")
         .wire("`getDCKEnable=`*station*", "`dckenable=0`, `dckenable=1`, `failed`",
               "returns 1 if the direct control keys are on")
+        .cpp("Station::dck_enable")
         .python("Panel.get_dck_enable");
     Request dck = CATALOGUE_REQUEST(KVO_HWS_getDCKAddress, "get DCK address");
     gets(dck, "getDCKAddress", "dckaddr=", 255)
         .kvoctl("address dck", {kHere})
         .shows("dckaddr=0", "0\n", R"({"dck": 0})")
         .wire("`getDCKAddress=`*station*", "`dckaddr=`*number*, `failed`", "returns the address of the direct control keys")
+        .cpp("Station::dck_address")
         .python("Panel.get_dck_address");
     Request cks = CATALOGUE_REQUEST(KVO_HWS_getKVOCksIndex, "get KVO cks index");
     gets(cks, "getKVOCksIndex", "cksindex=", 0xFFFFFFFF)
         .kvoctl("address cks-index", {kHere})
         .shows("cksindex=4000", "4000\n", R"({"cks_index": 4000})")
         .wire("`getKVOCksIndex=`*station*", "`cksindex=`*number*, `failed`", "returns the cks index")
+        .cpp("Station::cks_index")
         .python("Panel.get_cks_index");
     return {mcp, index, enable, dck, cks};
 }
@@ -167,6 +178,7 @@ std::vector<Request> lookUps()
         .shows("ipaddr=0A000005", "10.0.0.5\n", R"({"address": "10.0.0.5"})")
         .wire("`getIPbyMCPAddress=`*key*", "`ipaddr=`*station*, `no_mcp_address`, `more_than_one_mcp`, `failed`",
               "finds the station that serves the MCP with this address")
+        .cpp("Service::ip_by_mcp_address")
         .python("Service.find_by_mcp_address");
     Request dck = CATALOGUE_REQUEST(KVO_HWS_getIPbyDCKAddress, "get IP by DCK address");
     finds(dck, "getIPbyDCKAddress",
@@ -175,6 +187,7 @@ std::vector<Request> lookUps()
         .shows("ipaddr=0A000005", "10.0.0.5\n", R"({"address": "10.0.0.5"})")
         .wire("`getIPbyDCKAddress=`*key*", "`ipaddr=`*station*, `no_dck_address`, `more_than_one_dck`, `failed`",
               "finds the station with this DCK address")
+        .cpp("Service::ip_by_dck_address")
         .python("Service.find_by_dck_address");
     Request index = CATALOGUE_REQUEST(KVO_HWS_getIPbyKVOIndex, "get IP by KVO index");
     finds(index, "getIPbyKVOIndex",
@@ -183,6 +196,7 @@ std::vector<Request> lookUps()
         .shows("ipaddr=C0A80007", "192.168.0.7\n", R"({"address": "192.168.0.7"})")
         .wire("`getIPbyKVOIndex=`*key*", "`ipaddr=`*station*, `no_kvo_index`, `more_than_one_kvo_index`, `failed`",
               "finds the station with this KVO index")
+        .cpp("Service::ip_by_index")
         .python("Service.find_by_kvo_index");
     return {mcp, dck, index};
 }

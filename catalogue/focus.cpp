@@ -27,6 +27,7 @@ Request priority()
         .shows("Priority=", "suspend_lock      0\nsuspend_priority  1\n", R"({"suspend_lock": 0, "suspend_priority": 1})")
         .wire("`getKVOPriority=`*station*", "`Priority=`*options*, `failed`",
               "returns the suspend options; the text below explains *options*")
+        .cpp("Station::priority")
         .python("Panel.get_priority");
     for (const char *malformed : {"1", "2:3", "0:0", "0:11", "0:5 ", "x", " 1:3", "+1:3", "-1:3", ":x", ":+5", "1 :5",
                                   "4294967296:1", ":4294967297", "::", "1:3:"}) {
@@ -53,6 +54,7 @@ std::vector<Request> numbers()
             .kvoctl("focus startup", {kHere})
             .wire("`getKVOStartupActive=`*station*", "`startup-active=`*number*, `failed`",
                   "returns whether the station becomes active at start, 0 to 2")
+            .cpp("Station::startup_active")
             .python("Panel.get_startup_active"),
 
         CATALOGUE_REQUEST(KVO_HWS_getKVOStartupPrio, "get KVO startup prio")
@@ -67,6 +69,7 @@ std::vector<Request> numbers()
             .kvoctl("focus startup", {kHere})
             .wire("`getKVOStartupPrio=`*station*", "`startup-prio=`*number*, `failed`",
                   "returns the priority with which the station becomes active at start")
+            .cpp("Station::startup_prio")
             .python("Panel.get_startup_prio"),
 
         CATALOGUE_REQUEST(KVO_HWS_getKVOChannelOnFocus, "get KVO channel on focus")
@@ -84,6 +87,7 @@ std::vector<Request> numbers()
             .shows("channel-on-focus=8", "8\n", R"({"channel": 8})")
             .wire("`getKVOChannelOnFocus=`*station*", "`channel-on-focus=`*number*, `failed`",
                   "returns the channel that the station shows when it gets the focus, 1 to 8")
+            .cpp("Station::channel_on_focus")
             .python("Panel.get_channel_on_focus"),
     };
 }
@@ -106,6 +110,7 @@ std::vector<Request> texts()
             .shows("screen-on-focus=" + longText, longText + "\n", R"({"screen": ")" + longText + R"("})")
             .wire("`getKVOScreenOnFocus=`*station*", "`screen-on-focus=`*text*, `failed`",
                   "returns the screen that the station shows when it gets the focus")
+            .cpp("Station::screen_on_focus")
             .python("Panel.get_screen_on_focus"),
 
         // Any reply of the daemon is the text, except "failed".
@@ -123,6 +128,7 @@ std::vector<Request> texts()
             .shows("1:2,3", "1:2,3\n", R"({"m2n": "1:2,3"})")
             .shows("hm", "hm\n", R"({"m2n": "hm"})")
             .wire("`getKVOt2m2n=`*station*", "any text, `failed`", "returns the M:N assignment; the whole reply is the text")
+            .cpp("Station::t2m2n")
             .python("Panel.get_t2m2n"),
     };
 }
@@ -145,6 +151,7 @@ std::vector<Request> channelInfo()
             .kvoctl("channel-info set", {kHere, "turning 2"})
             .wire("`setChannelInfo=\"`*text*`\" `*station*", "`ok`, `failed`",
                   "stores the channel information, at most 230 bytes")
+            .cpp("Station::set_channel_info")
             .python("Panel.set_channel_info"),
 
         CATALOGUE_REQUEST(KVO_HWS_getChannelInfo, "get channel info")
@@ -167,6 +174,7 @@ std::vector<Request> channelInfo()
             .shows("channel-info=Spindle 1", "Spindle 1\n", R"({"info": "Spindle 1"})")
             .wire("`getChannelInfo=`*station*", "`channel-info=`*text*, `failed`",
                   "returns the channel information; no text after the `=` if the station has none")
+            .cpp("Station::channel_info")
             .python("Panel.get_channel_info"),
 
         CATALOGUE_REQUEST(KVO_HWS_deleteChannelInfo, "delete channel info")
@@ -176,6 +184,7 @@ std::vector<Request> channelInfo()
             .kvoctl("channel-info delete", {kHere})
             .wire("`deleteChannelInfo=`*station*", "`ok`, `failed`",
                   "deletes the channel information; `ok` even if the station has none")
+            .cpp("Station::delete_channel_info")
             .python("Panel.delete_channel_info"),
     };
 }

@@ -19,6 +19,7 @@ std::vector<Request> touchScreen()
             .on("no_touchscreen", 0, kNoTouchScreen)
             .kvoctl("touch invalidate", {kHere})
             .wire("`invalidateTouch=`*station*", "`ok`, `no_touchscreen`, `failed`", "discards the touch calibration")
+            .cpp("Station::invalidate_touch_screen")
             .python("Panel.invalidate_touch_screen"),
 
         CATALOGUE_REQUEST(KVO_HWS_setTouchScreenCalibParam, "set touch screen calibration parameter")
@@ -34,6 +35,7 @@ std::vector<Request> touchScreen()
             .kvoctl("touch calibration", {kHere, "-1", "-1"})
             .wire("`setCalibParam=\"`*n*`:`*n*`\" `*station*", "`ok`, `no_touchscreen`, `failed`",
                   "sets the touch calibration: the press threshold, -1 or more, and nonlinear, -1 to 1")
+            .cpp("Station::set_touch_screen_calib_param")
             .python("Panel.set_calibration"),
 
         // The keys may have any order, with other keys between them. A missing key has the value 0. Values before an error
@@ -59,6 +61,7 @@ std::vector<Request> touchScreen()
             .shows("failed", "press_threshold  0\nnonlinear        0\n", R"({"press_threshold": 0, "nonlinear": 0})")
             .wire("`getCalibParam=`*station*", "`press_thresh=`*n*` nonlinear=`*n*, `no_touchscreen`, `failed`",
                   "returns the touch calibration; -1 means the driver's own value")
+            .cpp("Station::touch_screen_calib_param")
             .python("Panel.get_calibration"),
     };
 }
@@ -95,6 +98,7 @@ Request firstGeneration()
         .wire("`showInputDevice=`*station*", "items, `failed`",
               "returns the numbers of input devices: `kbd=`*n* `mouse=`*n* `touch=`*n* `multitouch=`*n* `maxcontacts=`*n* "
               "`vkbd=`*n*, separated by spaces; any item may be missing")
+        .cpp("Station::show_input_device")
         .python("Panel.count_input_devices");
 }
 
@@ -114,6 +118,7 @@ Request secondGeneration()
         .shows("kbd=1 mouse=0 vkbd=1",
                "keyboards          1\nmice               0\ntouch              0\nvirtual_keyboards  1\n",
                R"({"keyboards": 1, "mice": 0, "touch": 0, "virtual_keyboards": 1})")
+        .cpp("Station::show_input_device_v2")
         .python("Panel.count_input_devices_v2");
 }
 
@@ -141,6 +146,7 @@ Request thirdGeneration()
                "max_contacts       -\nvirtual_keyboards  -\n",
                R"({"keyboards": null, "mice": 2, "touch": null, "multitouch": null, "max_contacts": null,
              "virtual_keyboards": null})")
+        .cpp("Station::show_input_device_v3")
         .python("Panel.get_input_devices");
 }
 
@@ -158,6 +164,7 @@ Request dotsPerInch()
         .kvoctl("input dpi", {kHere})
         .shows("dpi=96", "96\n", R"({"dpi": 96})")
         .wire("`showDPI=`*station*", "`dpi=`*number*, `none`, `failed`", "returns the display's resolution in dots per inch")
+        .cpp("Station::show_dpi")
         .python("Panel.get_dpi");
 }
 

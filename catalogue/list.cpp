@@ -99,6 +99,7 @@ Json jsonOf(const catalogue::Family &family, const catalogue::Request &request)
             {"meanings", meanings},
             {"wire", wires},
             {"kvoctl", {{"words", request.kvoctlWords()}, {"arguments", request.kvoctlArguments()}}},
+            {"cpp", request.cppMethod()},
             {"python", request.pythonMethod()},
             {"soak", request.soakResults()}};
 }

@@ -29,6 +29,7 @@ Request number(uint32_t metric, const std::string &name, const std::string &comm
         .soak({1, -1, -2, -4, -5, -9})
         .kvoctl("metrics", {kHere, name})
         .shows(key + shown.reply, shown.text, shown.document)
+        .cpp("Station::metric")
         .python("Panel.get_metric");
 }
 
@@ -67,6 +68,7 @@ Request layout()
               "returns the panel layout, 1 to 7 bytes; the keyword really lacks the l of panel")
         .kvoctl("metrics", {kHere, "oem-layout"})
         .shows("panel-oem-layout=QWERTZ7", "QWERTZ7\n", R"({"oem_layout": "QWERTZ7"})")
+        .cpp("Station::panel_layout")
         .python("Panel.get_metric");
 }
 
@@ -143,6 +145,7 @@ Request clientList()
         .kvoctl("clients", {"--flags", "BEEF"})
         .wire("`getClientList 0 `*flags*", "a client list, `failed`",
               "returns the connected programs; the 0 is fixed, the flags are hexadecimal")
+        .cpp("Service::client_list")
         .python("Service.get_clients");
 }
 
@@ -166,6 +169,7 @@ Request marovantiPanel()
         .shows("is-Marovanti-Panel=0", "no\n", R"({"marovanti": false})", 1)
         .wire("`isMarovantiPanel `*station*", "`is-Marovanti-Panel=0`, `is-Marovanti-Panel=1`, `not found`, `failed`",
               "reports whether the panel is a Marovanti panel; `not found` if the station does not exist")
+        .cpp("Station::is_marovanti_panel")
         .python("Panel.is_marovanti");
 }
 

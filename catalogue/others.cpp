@@ -16,14 +16,21 @@ const std::vector<std::string> kAgent{"--focus", kHere, "--remote", "127.0.0.1",
 std::vector<Request> severalExchanges()
 {
     return {
-        named("KVO_HWS_getKVOCurrentListFromRegistry").kvoctl("stations", {"--current"}).python("Service.get_current_stations"),
+        named("KVO_HWS_getKVOCurrentListFromRegistry")
+            .kvoctl("stations", {"--current"})
+            .cpp("Service::current_list_from_registry")
+            .python("Service.get_current_stations"),
         named("KVO_HWS_getKVOPreviousListFromRegistry")
             .kvoctl("stations", {"--previous"})
+            .cpp("Service::previous_list_from_registry")
             .python("Service.get_previous_stations"),
-        named("KVO_HWS_setUsbLock").kvoctl("usb lock set", {"1", "0", "--all"}).python("Service.set_usb_lock"),
-        named("KVO_HWS_activateUSBEvents").kvoctl("usb watch", {"--v1"}),
-        named("KVO_HWS_activateUSBEventsV2").kvoctl("usb watch", {}).python("UsbEvents.start"),
-        named("KVO_HWS_closeUSBEvents").kvoctl("usb close", {}).python("UsbEvents.close"),
+        named("KVO_HWS_setUsbLock")
+            .kvoctl("usb lock set", {"1", "0", "--all"})
+            .cpp("Service::set_usb_lock")
+            .python("Service.set_usb_lock"),
+        named("KVO_HWS_activateUSBEvents").kvoctl("usb watch", {"--v1"}).cpp("UsbEvents::activate"),
+        named("KVO_HWS_activateUSBEventsV2").kvoctl("usb watch", {}).cpp("UsbEvents::activate").python("UsbEvents.start"),
+        named("KVO_HWS_closeUSBEvents").kvoctl("usb close", {}).cpp("UsbEvents::close").python("UsbEvents.close"),
     };
 }
 
@@ -38,19 +45,26 @@ Request libraryVersion()
         .nullPointer({nullptr, inOut(64)})
         .nullPointer({buffer(64), nullptr})
         .kvoctl("version", {})
+        .cpp("library_version")
         .python("library_version");
 }
 
 std::vector<Request> noExchange()
 {
     return {
-        named("KVO_HWS_activateDebugDLL").kvoctl("ready", {"--debug"}).python("activate_debug"),
-        named("KVO_HWS_deactivateDebugDLL").python("deactivate_debug"),
-        named("KVO_HWS_activateEmbKvoEvents").kvoctl("events watch", {}).python("EmbeddedEvents.start"),
-        named("KVO_HWS_deactivateEmbKvoEvents").kvoctl("events watch", {}).python("EmbeddedEvents.close"),
-        named("KVO_HWS_startupEmbHwsClient").kvoctl("agent run", kAgent).python("Agent.start"),
-        named("KVO_HWS_sendEmbHwsEvent").kvoctl("agent run", kAgent).python("Agent.push"),
-        named("KVO_HWS_cleanupEmbHwsClient").kvoctl("agent run", kAgent).python("Agent.close"),
+        named("KVO_HWS_activateDebugDLL").kvoctl("ready", {"--debug"}).cpp("activate_debug").python("activate_debug"),
+        named("KVO_HWS_deactivateDebugDLL").cpp("deactivate_debug").python("deactivate_debug"),
+        named("KVO_HWS_activateEmbKvoEvents")
+            .kvoctl("events watch", {})
+            .cpp("EmbeddedEvents::activate")
+            .python("EmbeddedEvents.start"),
+        named("KVO_HWS_deactivateEmbKvoEvents")
+            .kvoctl("events watch", {})
+            .cpp("EmbeddedEvents::close")
+            .python("EmbeddedEvents.close"),
+        named("KVO_HWS_startupEmbHwsClient").kvoctl("agent run", kAgent).cpp("Agent::start").python("Agent.start"),
+        named("KVO_HWS_sendEmbHwsEvent").kvoctl("agent run", kAgent).cpp("Agent::send_event").python("Agent.push"),
+        named("KVO_HWS_cleanupEmbHwsClient").kvoctl("agent run", kAgent).cpp("Agent::close").python("Agent.close"),
     };
 }
 

@@ -25,6 +25,7 @@ std::vector<Request> brightness()
             .kvoctl("panel brightness", {kHere, "40"})
             .wire("`setBacklightBrightness=`*number* *station*", "`ok`, `failed`",
                   "sets the brightness of the backlight in mode 0, 0 to 100 percent")
+            .cpp("Station::set_backlight_brightness")
             .python("Panel.set_backlight_brightness"),
 
         CATALOGUE_REQUEST(KVO_HWS_setBacklightBrightnessV2, "set backlight brightness V2")
@@ -42,6 +43,7 @@ std::vector<Request> brightness()
             .wire("`setBacklightBrightnessV2=`*number* *mode* *station*", "`ok`, `bad request`, `not active`, `failed`",
                   "sets the brightness in a mode; `bad request` if the station does not know the mode, `not active` while the "
                   "backlight is off")
+            .cpp("Station::set_backlight_brightness_v2")
             .python("Panel.set_backlight_brightness"),
 
         // The null check logs under the setter's label and returns -3; "failed" is an unknown reply here.
@@ -64,6 +66,7 @@ std::vector<Request> brightness()
             .shows("backlight-brightness-v2=55", "55\n", R"({"brightness_v2": 55})")
             .wire("`getBacklightBrightnessV2=`*mode* *station*", "`backlight-brightness-v2=`*number*, `bad request`, `failed`",
                   "returns the brightness in a mode; `bad request` if the station does not know the mode")
+            .cpp("Station::backlight_brightness_v2")
             .python("Panel.get_backlight_brightness"),
     };
 }
@@ -80,6 +83,7 @@ std::vector<Request> keys()
             .kvoctl("panel numlock", {kHere, "disabled"})
             .wire("`setDisableNumLock=0 `*station*, `setDisableNumLock=1 `*station*", "`ok`, `failed`",
                   "disables (1) or enables (0) the NumLock key")
+            .cpp("Station::set_disable_num_lock")
             .python("Panel.set_disable_num_lock"),
 
         CATALOGUE_REQUEST(KVO_HWS_setDisableCapsLock, "set disable CapsLock")
@@ -91,6 +95,7 @@ std::vector<Request> keys()
             .kvoctl("panel capslock", {kHere, "disabled"})
             .wire("`setDisableCapsLock=0 `*station*, `setDisableCapsLock=1 `*station*", "`ok`, `failed`",
                   "disables (1) or enables (0) the CapsLock key")
+            .cpp("Station::set_disable_caps_lock")
             .python("Panel.set_disable_caps_lock"),
 
         CATALOGUE_REQUEST(KVO_HWS_getDisableNumLock, "get disable NumLock")
@@ -107,6 +112,7 @@ std::vector<Request> keys()
             .shows("disable numlock 1", "disabled\n", R"({"numlock": "disabled"})")
             .wire("`getDisableNumLock=`*station*", "`disable numlock 0`, `disable numlock 1`, `failed`",
                   "returns 1 if the NumLock key is disabled")
+            .cpp("Station::disable_num_lock")
             .python("Panel.get_disable_num_lock"),
 
         // "diable" is the daemon's spelling; the correct spelling is an unknown reply.
@@ -122,6 +128,7 @@ std::vector<Request> keys()
             .wire("`getDisableCapsLock=`*station*", "`diable capslock 0`, `diable capslock 1`, `failed`",
                   "returns 1 if the CapsLock key is disabled; the keyword of the reply really is `diable`, and clients know "
                   "no other spelling")
+            .cpp("Station::disable_caps_lock")
             .python("Panel.get_disable_caps_lock"),
 
         CATALOGUE_REQUEST(KVO_HWS_getSwCapsLock, "get Sw CapsLock")
@@ -136,6 +143,7 @@ std::vector<Request> keys()
             .shows("swcapslock -1", "-1\n", R"({"sw_capslock": -1})")
             .wire("`getSwCapsLock=`*station*", "`swcapslock -1`, `swcapslock 0`, `swcapslock 1`, `failed`",
                   "returns the software CapsLock state")
+            .cpp("Station::sw_caps_lock")
             .python("Panel.get_sw_caps_lock"),
 
         CATALOGUE_REQUEST(KVO_HWS_setSwCapsLock, "set Sw CapsLock")
@@ -148,6 +156,7 @@ std::vector<Request> keys()
             .soak({1, -1, -2})
             .kvoctl("panel sw-capslock", {kHere, "-1"})
             .wire("`setSwCapsLock=`*n* *station*", "`ok`, `failed`", "sets the software CapsLock state; *n* is -1, 0 or 1")
+            .cpp("Station::set_sw_caps_lock")
             .python("Panel.set_sw_caps_lock"),
     };
 }
@@ -170,6 +179,7 @@ std::vector<Request> kindsAndModes()
             .shows("stationtype 1", "1\n", R"({"type": 1})")
             .wire("`getStationType=`*station*", "`stationtype -1`, `stationtype 0`, `stationtype 1`, `failed`",
                   "returns the station's type")
+            .cpp("Station::station_type")
             .python("Panel.get_station_type"),
 
         // The number is stored before the check.
@@ -190,6 +200,7 @@ std::vector<Request> kindsAndModes()
             .wire("`getRV4Mode=`*station*", "`rv4mode=`*number*, `not_a_rv4`, `failed`",
                   "returns the mode of the handheld terminal (type RV4), 0 auto or 1 individual; `not_a_rv4` if the station "
                   "has none")
+            .cpp("Station::rv4_mode")
             .python("Panel.get_handheld_mode"),
 
         CATALOGUE_REQUEST(KVO_HWS_setRV4Mode, "set RV4 mode")
@@ -202,6 +213,7 @@ std::vector<Request> kindsAndModes()
             .kvoctl("panel rv4-mode", {kHere, "individual"})
             .wire("`setRV4Mode=\"0\" `*station*, `setRV4Mode=\"1\" `*station*", "`ok`, `not_a_rv4`, `failed`",
                   "sets the mode of the handheld terminal, 0 auto or 1 individual; `not_a_rv4` if the station has none")
+            .cpp("Station::set_rv4_mode")
             .python("Panel.set_handheld_mode"),
     };
 }

@@ -224,6 +224,12 @@ Request &Request::shows(std::string reply, std::string text, std::string documen
     return *this;
 }
 
+Request &Request::cpp(std::string method)
+{
+    cpp_ = std::move(method);
+    return *this;
+}
+
 Request &Request::python(std::string method)
 {
     python_ = std::move(method);

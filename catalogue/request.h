@@ -158,6 +158,8 @@ public:
     Request &kvoctl(std::string words, std::vector<std::string> arguments);
     /// The output of kvoctl for a reply.
     Request &shows(std::string reply, std::string text, std::string document, int status = 0);
+    /// The method or function of the C++ interface, such as "Station::reboot".
+    Request &cpp(std::string method);
     /// The method of the Python module, such as "Panel.reboot".
     Request &python(std::string method);
 
@@ -183,6 +185,7 @@ public:
     [[nodiscard]] const std::vector<std::string> &kvoctlArguments() const { return wordsArguments_; }
     [[nodiscard]] const std::vector<Wire> &wires() const { return wires_; }
     [[nodiscard]] const std::vector<Shown> &shown() const { return shown_; }
+    [[nodiscard]] const std::string &cppMethod() const { return cpp_; }
     [[nodiscard]] const std::string &pythonMethod() const { return python_; }
     /// True if the function has outputs.
     [[nodiscard]] bool hasOutputs() const
@@ -225,6 +228,7 @@ private:
     std::vector<std::string> wordsArguments_;
     std::vector<Wire> wires_;
     std::vector<Shown> shown_;
+    std::string cpp_;
     std::string python_;
 };
 

@@ -23,6 +23,7 @@ std::vector<Request> levelsAndLocks()
             .kvoctl("debug-level", {"II"})
             .wire("`setDebugLevel=DEBUG_LEVEL_NONE` `setDebugLevel=DEBUG_LEVEL_I` `setDebugLevel=DEBUG_LEVEL_II`",
                   "`ok`, `failed`", "sets the service's debug level")
+            .cpp("Service::set_debug_level")
             .python("Service.set_debug_level"),
 
         CATALOGUE_REQUEST(KVO_HWS_getDebugLevel, "")
@@ -37,6 +38,7 @@ std::vector<Request> levelsAndLocks()
             .shows("DEBUG_LEVEL_II", "II\n", R"({"debug_level": 2})")
             .wire("`getDebugLevel`", "`DEBUG_LEVEL_NONE`, `DEBUG_LEVEL_I`, `DEBUG_LEVEL_II`",
                   "returns the level that was set last")
+            .cpp("Service::debug_level")
             .python("Service.get_debug_level"),
 
         // A missing service has the same result as other failures here.
@@ -49,6 +51,7 @@ std::vector<Request> levelsAndLocks()
             .kvoctl("registry lock", {})
             .wire("`lockKVORegData`", "`ok`, `busy`, `failed`",
                   "acquires the lock; `busy` while any client holds it, including the same one")
+            .cpp("Service::lock_registry")
             .python("Service.lock_registry"),
         CATALOGUE_REQUEST(KVO_HWS_unlockKVORegData, "")
             .asks("unlockKVORegData", {})
@@ -57,6 +60,7 @@ std::vector<Request> levelsAndLocks()
             .withoutServiceIs(-1)
             .kvoctl("registry unlock", {})
             .wire("`unlockKVORegData`", "`ok`, `failed`", "releases the lock; `failed` if no client holds it")
+            .cpp("Service::unlock_registry")
             .python("Service.unlock_registry"),
     };
 }
@@ -77,6 +81,7 @@ std::vector<Request> lights()
             .kvoctl("backlight", {"on"})
             .wire("`setBacklight=0` `setBacklight=1`", "`ok`, `failed`",
                   "switches the backlight of the service's own panel off or on; the request names no station")
+            .cpp("Service::set_backlight")
             .python("Service.set_backlight"),
 
         CATALOGUE_REQUEST(KVO_HWS_setBrightness, "set brightness")
@@ -92,6 +97,7 @@ std::vector<Request> lights()
             .kvoctl("brightness", {kHere, "on"})
             .wire("`setBrightness=0 `*station*, `setBrightness=1 `*station*", "`ok`, `failed`",
                   "switches the station's panel to dark (0) or bright (1)")
+            .cpp("Station::set_brightness")
             .python("Panel.set_brightness"),
     };
 }
@@ -110,6 +116,7 @@ std::vector<Request> state()
             .shows("yes", "ready\n", R"({"ready": true})")
             .shows("no", "not ready\n", R"({"ready": false})", 1)
             .wire("`isInitComplete`", "`yes`, `no`", "reports whether the service has finished starting")
+            .cpp("Service::is_init_complete")
             .python("Service.is_ready"),
 
         CATALOGUE_REQUEST(KVO_HWS_killDaemon, "kill daemon")
@@ -120,6 +127,7 @@ std::vector<Request> state()
             .on("", 1)
             .kvoctl("kill-daemon", {})
             .wire("`killDaemon`", "`ok`", "ends the service, which accepts no new connection after this reply")
+            .cpp("Service::kill_daemon")
             .python("Service.kill"),
 
         // Any text is a version.
@@ -143,6 +151,7 @@ std::vector<Request> state()
             .soak({1, -1, -2})
             .kvoctl("version", {})
             .wire("`getVersion`", "any text", "returns the service's version")
+            .cpp("Service::version")
             .python("Service.get_version"),
 
         // A missing service has the same result as other failures here, and the request logs nothing itself.
@@ -157,6 +166,7 @@ std::vector<Request> state()
             .shows("yes", "yes\n", R"({"active": true})")
             .shows("no", "no\n", R"({"active": false})", 1)
             .wire("`isUSBEventsActivated`", "`yes`, `no`, `failed`", "reports whether any program has activated USB events")
+            .cpp("Service::is_usb_events_activated")
             .python("Service.is_usb_events_activated"),
     };
 }

@@ -87,6 +87,7 @@ Request basicList()
         .wire("`getCountElemDL`", "*number*", "returns the number of stations")
         .wire("`getDLV2` *number*", "a list, `failed`",
               "returns all stations; the number is the capacity of the client's array")
+        .cpp("Service::description_list")
         .python("Service.get_stations");
 }
 
@@ -123,6 +124,7 @@ Request extendedList()
         .kvoctl("stations", {"--extended"})
         .wire("`getCountElemDL_Ex`", "*number*", "returns the number of stations, for the extended list")
         .wire("`getDL_ExV2` *number*", "an extended list, `failed`", "returns all stations with their extended attributes")
+        .cpp("Service::description_list_ex")
         .python("Service.get_stations_ex");
 }
 
@@ -158,12 +160,14 @@ std::vector<Request> oneStation()
         .nullPointer({station, nullptr, nullptr})
         .kvoctl("station", {"10.0.0.5"})
         .wire("`getExDescByIP` *station*", "an extended element, `not found`, `failed`", "finds a station by its address")
+        .cpp("Station::description")
         .python("Service.find_station");
     Request byName = CATALOGUE_REQUEST(KVO_HWS_getDescriptionEx, "get KVO description extended");
     looksUp(byName.variant("by name"), "getExDescByName x y", {0, "x y", out})
         .kvoctl("station", {"x y"})
         .wire("`getExDescByName` *name*", "an extended element, `not found`, `failed`",
               "finds a station by its name; the name is the rest of the line, including spaces")
+        .cpp("Service::description")
         .python("Service.find_station");
     return {byAddress, byName};
 }

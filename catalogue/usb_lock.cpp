@@ -28,6 +28,7 @@ Request theLock()
         .kvoctl("usb lock get", {kHere})
         .shows("usb-lock=1:0", "lock_first   1\nlock_second  0\n", R"({"lock_first": 1, "lock_second": 0})")
         .wire("`getUsbLock=`*station*", "`usb-lock=`*number*`:`*number*, `failed`", "returns the two numbers of the USB lock")
+        .cpp("Station::usb_lock")
         .python("Panel.get_usb_lock");
 }
 
@@ -76,6 +77,7 @@ std::vector<Request> connectorLists()
         .shows("usb-connector-list=X1 X2", "X1 X2\n", R"({"connectors": "X1 X2"})")
         .wire("`getUsbConnectorList`", "`usb-connector-list=`*list*, `busy`, `failed`",
               "returns the connectors of all stations; `busy` during the search for the connectors of any station")
+        .cpp("Service::usb_connector_list")
         .python("Service.get_usb_connectors");
     Request one = CATALOGUE_REQUEST(KVO_HWS_getUsbConnectorListOne, "get usb connector list");
     connectors(one, "getUsbConnectorListOne=0A000005", "usb-connector-list-one=", {station})
@@ -83,6 +85,7 @@ std::vector<Request> connectorLists()
         .shows("usb-connector-list-one=X1 X2", "X1 X2\n", R"({"connectors": "X1 X2"})")
         .wire("`getUsbConnectorListOne=`*station*", "`usb-connector-list-one=`*connectors*, `busy`, `failed`",
               "returns the connectors of one station; `busy` during the search for them")
+        .cpp("Station::usb_connector_list")
         .python("Panel.get_usb_connectors");
     return {all, one};
 }

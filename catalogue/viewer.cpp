@@ -19,6 +19,7 @@ std::vector<Request> stationAround()
             .kvoctl("viewer status-line", {kHere, "1", "2", "Hello"})
             .wire("`setStatusline=`*station*`,`*number*`,`*number*`,`*text*", "`ok`, `failed`",
                   "sets the status line; the station comes first, and the text is the rest of the line")
+            .cpp("Station::set_statusline")
             .python("Panel.set_statusline"),
 
         CATALOGUE_REQUEST(KVO_HWS_rebootKVO, "set reboot")
@@ -27,6 +28,7 @@ std::vector<Request> stationAround()
             .kvoctl("viewer reboot", {kHere})
             .wire("`reboot=`*station*", "`ok`, `failed`",
                   "reboots the station; its viewer stops, and status line, simulated key, software CapsLock and focus are lost")
+            .cpp("Station::reboot")
             .python("Panel.reboot"),
 
         CATALOGUE_REQUEST(KVO_HWS_isViewerActive, "is viewer active")
@@ -39,6 +41,7 @@ std::vector<Request> stationAround()
             .shows("active", "yes\n", R"({"active": true})")
             .shows("not active", "no\n", R"({"active": false})", 1)
             .wire("`isViewerActive=`*station*", "`active`, `not active`, `failed`", "reports whether the viewer is running")
+            .cpp("Station::is_viewer_active")
             .python("Panel.is_viewer_active"),
 
         CATALOGUE_REQUEST(KVO_HWS_setActivateMe, "activate me")
@@ -49,6 +52,7 @@ std::vector<Request> stationAround()
             .kvoctl("viewer activate-me", {kHere})
             .wire("`activateMe=`*station*", "`ok`, `busy`, `failed`",
                   "gives the station the focus; `busy` if another station has just received it")
+            .cpp("Station::activate_me")
             .python("Panel.activate"),
     };
 }
@@ -67,6 +71,7 @@ std::vector<Request> startAndStop()
             .kvoctl("viewer start", {kHere, "a", "b", "c"})
             .wire("`startViewer=\"`*server*`:`*display*`:`*options*`\" `*station*", "`ok`, `busy`, `failed`",
                   "starts the viewer; `busy` while one is running or another user operates it")
+            .cpp("Station::start_viewer")
             .python("Panel.start_viewer"),
 
         CATALOGUE_REQUEST(KVO_HWS_startConfiguredViewer, "start configured viewer")
@@ -79,6 +84,7 @@ std::vector<Request> startAndStop()
             .kvoctl("viewer start-configured", {kHere, "cfg", "3"})
             .wire("`startConfiguredViewer=\"`*server*`:`*number*`\" `*station*", "`ok`, `busy`, `failed`",
                   "starts the viewer for a configured connection; `busy` as for `startViewer`")
+            .cpp("Station::start_configured_viewer")
             .python("Panel.start_configured_viewer"),
 
         CATALOGUE_REQUEST(KVO_HWS_setStopViewer, "stop viewer")
@@ -89,6 +95,7 @@ std::vector<Request> startAndStop()
             .soak({1, 0, -1, -2})
             .kvoctl("viewer stop", {kHere})
             .wire("`stopViewer=`*station*", "`ok`, `not running`, `failed`", "stops the viewer and clears the status line")
+            .cpp("Station::stop_viewer")
             .python("Panel.stop_viewer"),
 
         CATALOGUE_REQUEST(KVO_HWS_setStopViewerPreempt, "stop viewer preempt")
@@ -98,6 +105,7 @@ std::vector<Request> startAndStop()
             .kvoctl("viewer stop", {kHere, "--preempt"})
             .wire("`stopViewerPreempt=`*station*", "`ok`, `not running`, `failed`",
                   "stops the viewer ahead of other waiting requests, and clears the status line")
+            .cpp("Station::stop_viewer_preempt")
             .python("Panel.stop_viewer_preempt"),
 
         CATALOGUE_REQUEST(KVO_HWS_setStopViewerNoClean, "stop viewer no clean")
@@ -107,6 +115,7 @@ std::vector<Request> startAndStop()
             .kvoctl("viewer stop", {kHere, "--no-clean"})
             .wire("`stopViewerNoClean=`*station*", "`ok`, `not running`, `failed`",
                   "stops the viewer and keeps the status line")
+            .cpp("Station::stop_viewer_no_clean")
             .python("Panel.stop_viewer_no_clean"),
     };
 }
@@ -166,6 +175,7 @@ Request currentServer()
         .shows("vncserver=:", "server\ndisplay\n", R"({"server": "", "display": ""})")
         .wire("`getCurServer=`*station*", "`vncserver=`*server*`:`*display*, `none`, `failed`",
               "returns the server and display that the viewer shows; `none` if no viewer is running")
+        .cpp("Station::current_server")
         .python("Panel.get_current_server");
 }
 

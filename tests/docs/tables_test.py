@@ -29,11 +29,35 @@ def command_line(request):
 
 
 def requests_table():
-    yield "| function | over the wire | `kvoctl` | Python |"
-    yield "| --- | --- | --- | --- |"
+    yield "| function | over the wire | C++ | `kvoctl` | Python |"
+    yield "| --- | --- | --- | --- | --- |"
     for request in CATALOGUE:
         wire = ", ".join(map(cell, request["commands"]))
-        yield f"| {cell(request['function'])} | {wire} | {cell(command_line(request))} | {cell(request['python'])} |"
+        yield f"| {cell(request['function'])} | {wire} | {cell(request['cpp'])} | {cell(command_line(request))} | {cell(request['python'])} |"
+
+
+def headers():
+    """The declarations of the C++ interface by class ("" for functions): the name and the type of the result."""
+    declarations = {}
+    for path in (ROOT / "include/kvo_hws").glob("*.hpp"):
+        text = re.sub(r"/\*.*?\*/|//[^\n]*|namespace detail \{.*?\n\}  // namespace detail", "", path.read_text(), flags=re.DOTALL)
+        for part in re.split(r"^(?=class |\};)", text, flags=re.MULTILINE):
+            owner = re.match(r"class (?:\[\[nodiscard\]\] )?(\w+)", part)
+            for result, name in re.findall(r"(?<![\w:])((?:Result<[^;{}()=]*>|void|bool))\s+(\w+)\(", part):
+                declarations.setdefault((owner[1] if owner else "", name), result)
+    return declarations
+
+
+def results_in_cpp(request):
+    owner, _, name = request["cpp"].rpartition("::")
+    return DECLARATIONS.get((owner, name), "")
+
+
+def cpp_table():
+    yield "| function of C | C++ | result |"
+    yield "| --- | --- | --- |"
+    rows = (f"| {cell(r['function'])} | {cell('kvo::' + r['cpp'])} | {cell(results_in_cpp(r))} |" for r in CATALOGUE if r["cpp"])
+    yield from dict.fromkeys(rows)
 
 
 def labels_table():
@@ -80,7 +104,8 @@ def protocol_table(family):
 
 
 FAMILIES = dict.fromkeys(r["family"] for r in CATALOGUE if r["wire"])
-TABLES = {"requests": requests_table, "labels": labels_table, "results": results_table} | {f"protocol_{name}": protocol_table(name) for name in FAMILIES}
+DECLARATIONS = headers()
+TABLES = {"requests": requests_table, "cpp": cpp_table, "labels": labels_table, "results": results_table} | {f"protocol_{name}": protocol_table(name) for name in FAMILIES}
 
 
 def check_tables():
@@ -136,6 +161,12 @@ def check_functions():
     exported = re.findall(r"^ +(KVO_HWS_\w+);", (ROOT / "library/exports.map").read_text(), re.MULTILINE)
     for name in sorted(set(exported) - {request["function"] for request in CATALOGUE}):
         yield f"the catalogue has no {name}"
+    classes = {owner for owner, _ in DECLARATIONS}
+    for request in CATALOGUE:
+        if not request["cpp"]:
+            yield f"{request['name']} has no method in C++; .cpp(...) in the catalogue names it"
+        elif not results_in_cpp(request) and request["cpp"].rpartition("::")[0] in classes:
+            yield f"no header declares {request['cpp']}, the method for {request['name']}"
 
 
 def main():

@@ -1,4 +1,4 @@
-"""Checks CONTRIBUTING's list of the files to change for a new request, with its example request: the list has at most ten files, each
+"""Checks CONTRIBUTING's list of the files to change for a new request, with its example request: the list has at most twelve files, each
 of them has the request, and no other file has it except generated files and files that only use it.
 
 usage: places_test.py ROOT
@@ -7,13 +7,13 @@ import re
 import sys
 from pathlib import Path
 
-MOST = 10
+MOST = 12
 EXAMPLE = "KVO_HWS_getDisableNumLock"
 # Its spellings in C, on the wire, in Python, on the command line and in output.
 SPELLINGS = re.compile(r"getDisableNumLock|get_disable_num_lock|disable_num_lock|disableNumLock|panel numlock|\"numlock\"|disable numlock|get disable NumLock")
 # Files that scripts/rewrite.sh generates.
 WRITTEN = ["library/abi/x86_64.abi", "packaging/debian/libkvo-hws0.symbols", "tests/library/log_texts/requests.golden",
-           "docs/requests.md", "docs/command-protocol.md", "docs/troubleshooting.md"]
+           "docs/cpp.md", "docs/requests.md", "docs/command-protocol.md", "docs/troubleshooting.md"]
 # Files that use it only as an example.
 USES = {
     "CONTRIBUTING.md": "this list",
@@ -22,6 +22,7 @@ USES = {
     "examples/panel_settings.c": "the same example as a program",
     "fuzz/service.dict": "words for the fuzzer's inputs",
     "python/tests/cases.py": "the simulated station's state",
+    "tests/cpp/calls/catalogue_test.cpp": "calls that cannot be written in C++",
     "tests/soak/load_driver.cpp": "a short reply that is corrupted",
     "tests/structure/places_test.py": "its spellings",
     "tests/tools/kvoctl/command_line/usage_test.cpp": "a subcommand's help",

@@ -14,7 +14,8 @@ NAMESPACE = 'kvo::'
 
 def tidied(text):
     """A declaration as the headers have it, without the blanks that Doxygen adds and without "= default"."""
-    text = re.sub(r'(?<!operator)< (.*?) (?=>)', r'<\1', text).replace('&noexcept', '& noexcept')
+    text = text.replace('< ', '<').replace(' >', '>').replace('&noexcept', '& noexcept')
+    text = re.sub(r'(\w)=(\w)', r'\1 = \2', text)
     return re.sub(r'\s*=\s*(default|delete)$', '', text)
 
 

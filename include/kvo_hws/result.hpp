@@ -299,7 +299,7 @@ public:
     /** A member of the value. Only if there is one. */
     const T *operator->() const noexcept { return &*value_; }
 
-    /** The error. Only if there is no value. */
+    /** The error. Only if the call failed. */
     [[nodiscard]] const Error &error() const noexcept { return *error_; }
 
 private:

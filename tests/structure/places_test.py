@@ -20,6 +20,7 @@ USES = {
     "docs/plant-file.md": "the station's state",
     "docs/programming.md": "an example of a family of requests",
     "examples/panel_settings.c": "the same example as a program",
+    "examples/panel_settings.cpp": "the same with the C++ interface",
     "fuzz/service.dict": "words for the fuzzer's inputs",
     "python/tests/cases.py": "the simulated station's state",
     "tests/cpp/calls/catalogue_test.cpp": "calls that cannot be written in C++",

@@ -22,7 +22,7 @@ KINDS = {
     "lock": 1,       # a guard left out
 }
 RELATIONS = {"<": "<=", "<=": "<", ">": ">=", ">=": ">", "==": "!=", "!=": "=="}
-SUFFIXES = (".c", ".cpp", ".h")
+SUFFIXES = (".c", ".cpp", ".h", ".hpp")
 
 TOKEN = re.compile(r"""
     (?P<comment>//(?:\\\n|[^\n])*|/\*.*?\*/)

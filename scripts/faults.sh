@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Usage: scripts/faults.sh [COUNT] [OPTION...] [PATH...]     100 faults in the library's folders by default
+# Usage: scripts/faults.sh [COUNT] [OPTION...] [PATH...]     100 faults in the library and its C++ headers by default
 # Finds faults that the tests do not detect (mutation testing). The script changes one line in a copy of the working tree, builds the
 # copy, and runs the tests, those of the changed module first. It repeats this COUNT times with different lines. A fault survives if
 # no test fails. At the end, the script lists the faults that survived. PATH is a file or folder for the faults, such as service or
@@ -59,7 +59,7 @@ for word; do
     esac
 done
 [ ${#only[@]} -eq 0 ] || [ -z "$count" ] || refuse "--only names the faults; leave \"$count\" out"
-[ ${#paths[@]} -gt 0 ] || paths=(runtime service codecs requests usbevents config agent)
+[ ${#paths[@]} -gt 0 ] || paths=(runtime service codecs requests usbevents config agent include/kvo_hws/*.hpp include/kvo_hws/detail)
 words=("$jobs" "${count:-100}" "$seed" "${only[@]}" "${paths[@]}")
 
 out=build/faults

@@ -41,7 +41,7 @@ check() {
     rm -rf "$copy"
     mkdir -p "$copy"
     cp -r include runtime service codecs requests usbevents config agent platform catalogue tools examples tests "$copy"
-    find "$copy" -name '*.cpp' -o -name '*.h' | xargs sed -i -E 's/\b([0-9]+)(us|ms|s|min)\b/std::chrono::seconds(\1)/g'
+    find "$copy" -name '*.cpp' -o -name '*.h' -o -name '*.hpp' | xargs sed -i -E 's/\b([0-9]+)(us|ms|s|min)\b/std::chrono::seconds(\1)/g'
     (cd "$copy" && cppcheck -j "$(nproc)" --quiet --std=c++20 --std=c11 -I include -I . --error-exitcode=1 \
         --enable=warning,style,performance,portability --suppressions-list="$OLDPWD/cmake/cppcheck-suppressions.txt" \
         --template='{file}:{line}: {severity}: {message} [{id}]' "$@")

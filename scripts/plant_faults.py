@@ -165,7 +165,10 @@ class Tests:
         self.tests = [share for outcome in outcomes for share in shares_of(outcome)]
 
     def nearest_first(self, file: str) -> list[Test]:
+        # The tests of the C++ headers are in tests/cpp.
         path = pathlib.PurePath(file)
+        if path.suffix == ".hpp":
+            path = pathlib.PurePath("cpp", path.name)
 
         def order(test: Test) -> tuple[int, bool, float]:
             common = pathlib.PurePath(os.path.commonpath(["/" + str(path.parent), "/" + test.mirrored])).parts

@@ -15,6 +15,17 @@ foreach(file include/kvo_hws/kvo_hws.h ${LIBDIR}/libkvo_hws.so ${LIBDIR}/libkvo_
   endif()
 endforeach()
 
+# Every public header is installed, also those that the C++ interface includes.
+file(GLOB_RECURSE headers RELATIVE ${EXAMPLES}/../include ${EXAMPLES}/../include/*)
+foreach(header ${headers})
+  if(NOT EXISTS ${prefix}/include/${header})
+    message(FATAL_ERROR "include/${header} was not installed")
+  endif()
+endforeach()
+if(NOT "kvo_hws/kvo_hws.hpp" IN_LIST headers)
+  message(FATAL_ERROR "the headers of the C++ interface were not found in the sources")
+endif()
+
 # The component of the stand-ins has exactly the files that must not be installed on a panel.
 run(${CMAKE_COMMAND} --install ${BUILD} --component platform --prefix ${WORK}/platform)
 file(GLOB_RECURSE stand_ins RELATIVE ${WORK}/platform/${LIBDIR} ${WORK}/platform/*)
@@ -34,7 +45,11 @@ set(ENV{PKG_CONFIG_PATH} ${prefix}/${LIBDIR}/pkgconfig)
 run(sh -c "cc $CFLAGS ${EXAMPLES}/stations.c -o ${WORK}/with_pkg_config $(pkg-config --cflags --libs kvo_hws) \
   -Wl,-rpath,$(pkg-config --variable=libdir kvo_hws)")
 
-foreach(program ${WORK}/examples/example_stations ${WORK}/examples/example_stations_cpp ${WORK}/with_pkg_config)
+run(sh -c "c++ $CXXFLAGS -std=c++17 ${EXAMPLES}/stations.cpp -o ${WORK}/cpp_with_pkg_config $(pkg-config --cflags --libs kvo_hws) \
+  -Wl,-rpath,$(pkg-config --variable=libdir kvo_hws)")
+
+foreach(program ${WORK}/examples/example_stations ${WORK}/examples/example_stations_cpp ${WORK}/with_pkg_config
+    ${WORK}/cpp_with_pkg_config)
   run(${prefix}/bin/kvosim run --plant ${PLANT} -- ${program})
   expect("10\\.[0-9]+\\.[0-9]+\\.[0-9]+  " "stations printed by ${program}")
 endforeach()

@@ -82,6 +82,9 @@ build_examples() {
     expect "10.0.0.5" bash -euc 'cd /tmp
         cc -Wall -Werror -o first /usr/share/doc/libkvo-hws-doc/examples/stations.c $(pkg-config --cflags --libs kvo_hws)
         kvosim run --plant '$plant' -- ./first'
+    expect "10.0.0.5" bash -euc 'cd /tmp
+        c++ -std=c++17 -Wall -Werror -o first_cpp /usr/share/doc/libkvo-hws-doc/examples/stations.cpp $(pkg-config --cflags --libs kvo_hws)
+        kvosim run --plant '$plant' -- ./first_cpp'
     expect "10.0.0.5" bash -euc 'cmake -S /usr/share/doc/libkvo-hws-doc/examples -B /tmp/examples
         cmake --build /tmp/examples
         kvosim run --plant '$plant' -- /tmp/examples/example_stations_cpp'
@@ -104,6 +107,8 @@ read_manuals() {
     expect "kvosim" man kvosim
     expect "kvoctl" man kvoctl
     expect "KVO_HWS_getBacklightBrightnessV2" man 3 KVO_HWS_getBacklightBrightnessV2
+    expect "Result<std::uint32_t> mcp_address() const" man 3 kvo::Station
+    expect "Result<std::uint32_t> mcp_address() const" man kvo::Station::mcp_address
     expect "KVO_HWS_getBacklightBrightnessV2" bash -c 'cat /usr/share/doc/libkvo-hws-doc/html/*.html'
     expect "complete" bash -c 'cat /usr/share/bash-completion/completions/kvoctl; . /usr/share/bash-completion/completions/kvoctl; complete -p kvoctl'
     [ -s "$root/usr/share/zsh/vendor-completions/_kvo" ] || fail "no completion for zsh"

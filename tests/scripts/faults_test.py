@@ -125,6 +125,15 @@ class Order(unittest.TestCase):
         self.assertEqual([test.name for test in tests.nearest_first("service/readers.cpp")], [test.name for test in expected])
         self.assertEqual(tests.nearest_first("tools/kvosim/plant.cpp")[0].name, "of_a_tool")
 
+    def test_the_nearest_tests_of_a_header_are_those_of_the_cpp_interface(self):
+        tests = plant_faults.Tests(pathlib.Path("/nowhere"), 1)
+        tests.tests = [test_of("short", "service", seconds=1), test_of("of_headers", "cpp/calls", seconds=2), test_of("example", seconds=9)]
+        self.assertEqual(tests.nearest_first("include/kvo_hws/detail/call.hpp")[0].name, "of_headers")
+
+    def test_the_cpp_headers_have_faults(self):
+        found = {place.file for place in fault_places.places_below(ROOT, ["include"])}
+        self.assertLessEqual({"include/kvo_hws/address.hpp", "include/kvo_hws/station.hpp"}, found)
+
     def test_a_long_program_is_run_in_shares_with_each_case_once(self):
         taken = {f"Some.case_{number}": 400 * number for number in range(1, 11)}
         output = "".join(f"[ RUN      ] {name}\n[       OK ] {name} ({time} ms)\n" for name, time in taken.items())

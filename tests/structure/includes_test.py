@@ -61,7 +61,7 @@ def used_arrows(root, complaints):
     units = {}
     for folder in (*LIBRARY, "tools"):
         for source in sorted((root / folder).rglob("*.[ch]*")):
-            if source.suffix not in (".c", ".h", ".cpp"):
+            if source.suffix not in (".c", ".h", ".cpp", ".hpp"):
                 continue
             name = source.relative_to(root).as_posix()
             text = source.read_text(encoding="utf-8")

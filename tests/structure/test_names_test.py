@@ -19,7 +19,7 @@ def main():
     count = 0
     complaints = []
     for source in sorted((root / "tests").rglob("*.[ch]*")):
-        if source.suffix not in (".h", ".cpp"):
+        if source.suffix not in (".h", ".hpp", ".cpp"):
             continue
         text = source.read_text(encoding="utf-8")
         place = source.relative_to(root)

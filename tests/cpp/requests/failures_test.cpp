@@ -1,0 +1,80 @@
+// What is refused, and what happens when the system has no thread or descriptor left.
+#include "cpp/requests/waiting.h"
+#include "support/no_descriptors.h"
+#include "support/resource_usage.h"
+#include "support/system_calls.h"
+
+#include <cerrno>
+
+namespace requests_test {
+
+namespace {
+
+TEST(RequestsFailures, include_a_capacity_of_nothing)
+{
+    EXPECT_EQ(Requests::create(0).error().meaning(), Errc::out_of_range);
+    EXPECT_TRUE(Requests::create(1));
+}
+
+TEST(RequestsFailures, include_more_requests_than_the_capacity)
+{
+    Requests requests = makeRequests(3);
+    Diary diary;
+    Gate gate;
+    ASSERT_TRUE(requests.submit(gate.request(1), diary.entry()));
+    ASSERT_TRUE(requests.submit([] { return 2; }, diary.entry()));
+    ASSERT_TRUE(requests.submit([] { return 3; }, diary.entry()));
+    const auto function = std::make_shared<Record>();
+    const auto refused = requests.submit([witness = Witness(function)] { return 4; }, diary.entry());
+    ASSERT_FALSE(refused);
+    EXPECT_EQ(refused.error().meaning(), Errc::full);
+    EXPECT_TRUE(function->destroyed);
+    EXPECT_EQ(requests.pending(), 3U);
+
+    gate.release();
+    ASSERT_TRUE(isReadable(requests, 10s));
+    EXPECT_FALSE(requests.submit([] { return 4; }, diary.entry())) << "an answer that was not dispatched keeps its place";
+    ASSERT_TRUE(dispatchUntil(requests, [&] { return requests.pending() < 3; }));
+    EXPECT_TRUE(requests.submit([] { return 5; }, diary.entry()));
+    ASSERT_TRUE(dispatchAll(requests));
+    EXPECT_EQ(diary.entries, (std::vector<std::string>{"1", "2", "3", "5"}));
+}
+
+TEST(RequestsFailures, include_a_thread_that_cannot_be_created)
+{
+    const std::size_t descriptors = support::descriptorsOpen();
+    const support::WithSystemCalls calls({.pthreadCreate = [] { return EAGAIN; }});
+    const auto requests = Requests::create();
+    ASSERT_FALSE(requests);
+    EXPECT_EQ(requests.error().meaning(), Errc::no_thread);
+    EXPECT_NE(requests.error().message().find("thread"), std::string::npos);
+    EXPECT_EQ(support::descriptorsOpen(), descriptors);
+}
+
+TEST(RequestsFailures, include_a_descriptor_that_cannot_be_created)
+{
+    const auto requests = [] {
+        const support::NoDescriptors none;
+        return Requests::create();
+    }();
+    ASSERT_FALSE(requests);
+    EXPECT_EQ(requests.error().meaning(), Errc::no_thread);
+    EXPECT_NE(requests.error().message().find("descriptor"), std::string::npos);
+}
+
+TEST(RequestsFailures, do_not_include_requests_without_a_free_descriptor)
+{
+    Requests requests = makeRequests();
+    Diary diary;
+    const support::NoDescriptors none;
+    ASSERT_TRUE(requests.submit([] { return 1; }, diary.entry()));
+    ASSERT_TRUE(dispatchUntil(requests, [&] {
+        requests.dispatch();  // poll() fails, because the limit is below the descriptor
+        return requests.pending() == 0;
+    }));
+    EXPECT_EQ(diary.entries, (std::vector<std::string>{"1"}));
+}
+
+}  // namespace
+
+}  // namespace requests_test

@@ -16,10 +16,13 @@
 #define KVO_HWS_KVO_HWS_HPP
 
 #include <kvo_hws/address.hpp>
+#include <kvo_hws/agent.hpp>
+#include <kvo_hws/embedded_events.hpp>
 #include <kvo_hws/requests.hpp>
 #include <kvo_hws/result.hpp>
 #include <kvo_hws/service.hpp>
 #include <kvo_hws/station.hpp>
+#include <kvo_hws/usbevents.hpp>
 #include <kvo_hws/values.hpp>
 #include <kvo_hws/version.h>
 

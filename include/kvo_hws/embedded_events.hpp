@@ -1,0 +1,142 @@
+/** @file
+ *  The events that the local service publishes for embedded stations: a name and its data.
+ *
+ *      auto events = kvo::EmbeddedEvents::activate([](const kvo::EmbeddedEvent &event) {
+ *          std::printf("%s: %s\n", event.name.c_str(), event.data.c_str());
+ *      });
+ */
+#ifndef KVO_HWS_EMBEDDED_EVENTS_HPP
+#define KVO_HWS_EMBEDDED_EVENTS_HPP
+
+#include <kvo_hws/agent.h>
+#include <kvo_hws/requests.hpp>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <utility>
+
+namespace kvo {
+
+/** @defgroup kvo_cpp_embedded_events Events of embedded stations in C++
+ *  @{
+ */
+
+/** An event of the local service. */
+struct EmbeddedEvent {
+    std::string name;  /**< at most 19 bytes */
+    std::string data;  /**< the text that follows the comma and one more character */
+    bool late = false; /**< the handler begins too late: the listener has already gone on. Only with Requests */
+};
+
+/** @} */
+
+}  // namespace kvo
+
+#include <kvo_hws/detail/embedded_events.hpp>
+
+namespace kvo {
+
+/** @addtogroup kvo_cpp_embedded_events
+ *  @{
+ */
+
+/** The events of embedded stations, from the activation until the destruction. Can be moved.
+ *
+ *  The listener connects to the service every second until one is running, and again after the connection was lost. Events that
+ *  are published before that are missed. **The listener replaces the process's handler of SIGUSR1** with one that does nothing.
+ *
+ *  An object may be used in one thread at a time. The handler's calls end as follows:
+ *  - Destruction and close() wait for the call that runs. In the handler itself, on the same thread, they do not.
+ *  - A call that begins after that finds the object closed: the handler is not called.
+ *  - The handler lives until its last call has returned.
+ */
+class EmbeddedEvents {
+public:
+    /** The handler. The library calls it on a thread of its own, for one event at a time. Exceptions are ignored. It may call
+     *  every function of the library, and may destroy the object. It must not end its thread.
+     */
+    using Handler = std::function<void(const EmbeddedEvent &)>;
+
+    /** Starts to listen, and does not wait for a connection.
+     *  @param handler  receives the events
+     *  @return the events; Errc::already_running the process listens already (another object, or a call of
+     *  KVO_HWS_activateEmbKvoEvents), or an earlier listener still waits for a service, Errc::null_pointer the handler is empty,
+     *  Errc::no_thread no thread or no memory
+     *
+     *  Calls KVO_HWS_activateEmbKvoEvents. Safe from any thread.
+     */
+    [[nodiscard]] KVO_HWS_EXCEPTIONS_TAG static Result<EmbeddedEvents> activate(Handler handler)
+    {
+        return result_of(detail::activate_embedded_events(
+            std::make_shared<detail::EmbeddedState>(std::move(handler), nullptr, detail::receive_embedded_event_now)));
+    }
+
+    /** As activate(Handler), but the handler is called where the program calls @p requests' dispatch().
+     *  @param requests  the loop; it may be destroyed before the object, then no event arrives any more
+     *  @param handler   receives the events. If it throws, the exception leaves dispatch()
+     *  @return as activate(Handler); also Errc::not_running @p requests was closed or moved from
+     *
+     *  The listener waits at most 3.5 s for the handler, so that events do not accumulate without a limit. Then it goes on, and
+     *  the handler still receives the event, marked as late. Destruction does not need dispatch().
+     */
+    [[nodiscard]] KVO_HWS_EXCEPTIONS_TAG static Result<EmbeddedEvents> activate(Requests &requests, Handler handler)
+    {
+        std::shared_ptr<detail::Loop> loop = requests.loop();
+        if (loop == nullptr) {
+            return Error("KVO_HWS_activateEmbKvoEvents", KVO_HWS_FAILED, Errc::not_running,
+                         "the Requests was closed or moved from: create another one");
+        }
+        return result_of(detail::activate_embedded_events(std::make_shared<detail::EmbeddedState>(
+            std::move(handler), std::move(loop), detail::receive_embedded_event_in_loop)));
+    }
+
+    /** Takes the events over from @p other, which is closed then. */
+    EmbeddedEvents(EmbeddedEvents &&other) noexcept = default;
+    /** Closes the object, then takes the events over from @p other. */
+    EmbeddedEvents &operator=(EmbeddedEvents &&other) noexcept
+    {
+        if (this != &other) {
+            static_cast<void>(close());
+            state_ = std::move(other.state_);
+        }
+        return *this;
+    }
+    EmbeddedEvents(const EmbeddedEvents &) = delete;
+    EmbeddedEvents &operator=(const EmbeddedEvents &) = delete;
+    /** Closes the object. */
+    ~EmbeddedEvents() { static_cast<void>(close()); }
+
+    /** Stops listening, and waits until the handler is not running. Does nothing if the object was closed or moved from.
+     *  @return Errc::timeout the listener is still running, or no listener was running: the object is closed anyway
+     *
+     *  Takes up to a second. If the listener waits for a service, it ends only when a service starts; until then, it cannot be
+     *  activated again. Calls KVO_HWS_deactivateEmbKvoEvents.
+     */
+    Result<void> close()
+    {
+        // A handler that is destroyed may own this object: nothing of it is used after this.
+        const std::shared_ptr<detail::EmbeddedState> state = std::move(state_);
+        state_ = nullptr;
+        return state == nullptr ? Result<void>() : detail::close_embedded_events(state);
+    }
+
+private:
+    explicit EmbeddedEvents(std::shared_ptr<detail::EmbeddedState> state) noexcept : state_(std::move(state)) {}
+
+    static Result<EmbeddedEvents> result_of(Result<std::shared_ptr<detail::EmbeddedState>> activated)
+    {
+        if (!activated) {
+            return activated.error();
+        }
+        return EmbeddedEvents(std::move(*activated));
+    }
+
+    std::shared_ptr<detail::EmbeddedState> state_;
+};
+
+/** @} */
+
+}  // namespace kvo
+
+#endif

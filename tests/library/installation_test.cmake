@@ -22,7 +22,7 @@ foreach(header ${headers})
     message(FATAL_ERROR "include/${header} was not installed")
   endif()
 endforeach()
-if(NOT "kvo_hws/kvo_hws.hpp" IN_LIST headers)
+if(NOT headers MATCHES "kvo_hws/detail/call.hpp")
   message(FATAL_ERROR "the headers of the C++ interface were not found in the sources")
 endif()
 

@@ -97,7 +97,7 @@ public:
     // ---- Viewer, status line, focus and reboot ----
 
     /** Writes the status line.
-     *  @param text            the line; at most 1008 bytes with two numbers of one digit
+     *  @param text            the line; at most 996 bytes with two numbers of one digit
      *  @param value1, value2  two numbers that the daemon defines
      *  @return Errc::invalid_text. Calls KVO_HWS_setStatusline
      */
@@ -140,7 +140,7 @@ public:
     Result<bool> activate_me() const { return detail::yes(KVO_HWS_CALL(KVO_HWS_setActivateMe), number()); }
 
     /** Starts the viewer with the given connection data.
-     *  @param part1, part2, part3  the connection data, sent as "part1:part2:part3"; at most 997 bytes together
+     *  @param part1, part2, part3  the connection data, sent as "part1:part2:part3"; at most 998 bytes together
      *  @return false if busy; Errc::invalid_text. Calls KVO_HWS_setStartViewer
      */
     Result<bool> start_viewer(const std::string &part1, const std::string &part2, const std::string &part3) const
@@ -156,7 +156,7 @@ public:
     }
 
     /** Starts the viewer for a configured connection.
-     *  @param text, connection  the connection, sent as "text:connection"; the text has at most 987 bytes with a number of one digit
+     *  @param text, connection  the connection, sent as "text:connection"; the text has at most 988 bytes with a number of one digit
      *  @return false if busy; Errc::invalid_text. Calls KVO_HWS_startConfiguredViewer
      */
     Result<bool> start_configured_viewer(const std::string &text, std::uint32_t connection) const

@@ -73,9 +73,15 @@ def report_unraisable(failure: BaseException) -> None:
 class CallbackFailures:
     """Keeps an exception that a callback raised on a thread of the library, until a thread of the program raises it."""
 
-    def __init__(self) -> None:
+    def __init__(self, on_change: Optional[Callable[[], None]] = None) -> None:
         self._changed = threading.Condition()
         self._failure: Optional[BaseException] = None
+        self._on_change = on_change
+
+    def _notify_observer(self) -> None:
+        """Called without the lock, on the thread that made the change."""
+        if self._on_change is not None:
+            self._on_change()
 
     def record(self, failure: BaseException) -> None:
         """Keeps the exception for raise_pending. If another one is pending, passes it to sys.unraisablehook at once."""
@@ -84,7 +90,9 @@ class CallbackFailures:
             if first:
                 self._failure = failure
                 self._changed.notify_all()
-        if not first:
+        if first:
+            self._notify_observer()
+        else:
             report_unraisable(failure)
 
     def raise_pending(self) -> None:
@@ -96,10 +104,11 @@ class CallbackFailures:
 
 
 class EventQueue(CallbackFailures, Generic[Event]):
-    """A queue that can end. Any thread may put events and take them."""
+    """A queue that can end. Any thread may put events and take them. ``on_change`` is called after an event or an exception
+    was put, and after the end."""
 
-    def __init__(self, kind: str, started: bool = True) -> None:
-        super().__init__()
+    def __init__(self, kind: str, started: bool = True, on_change: Optional[Callable[[], None]] = None) -> None:
+        super().__init__(on_change)
         self._kind = kind
         self._started = started
         self._events: Deque[Tuple[float, Event]] = deque()
@@ -110,12 +119,14 @@ class EventQueue(CallbackFailures, Generic[Event]):
         with self._changed:
             self._events.append((time.monotonic(), event))
             self._changed.notify_all()
+        self._notify_observer()
 
     def end(self) -> None:
         """Marks the end: no event follows. Events that are in the queue can still be taken."""
         with self._changed:
             self._ended = True
             self._changed.notify_all()
+        self._notify_observer()
 
     def get(self, timeout: Optional[float], until: Optional[float] = None) -> Event:
         """Takes the next event. Waits at most ``timeout`` seconds, or forever if ``timeout`` is None. With ``until``, takes
@@ -137,6 +148,8 @@ class EventSource(Generic[Event]):
     """The base of UsbEvents and EmbeddedEvents. Events can be taken one by one, or by iterating until they end."""
 
     _queue: EventQueue[Event]
+    _observer: Optional[Callable[[], None]] = None
+    """Called after each change, on the thread that made it."""
 
     def get(self, timeout: Optional[float] = None) -> Event:
         """Waits for the next event and returns it. Waits at most ``timeout`` seconds, or forever if ``timeout`` is None.
@@ -154,6 +167,10 @@ class EventSource(Generic[Event]):
             except EventsEnded:
                 return
             yield event
+
+    def _notify(self) -> None:
+        if self._observer is not None:
+            self._observer()
 
     def within(self, seconds: float) -> Iterator[Event]:
         """The events that are already in the queue, and those of the next ``seconds``. Later events stay in the queue."""

@@ -57,7 +57,7 @@ class EmbeddedEvents(EventSource[EmbeddedEvent]):
         with _change:
             previous = _current
             if previous is None:
-                self._queue = EventQueue[EmbeddedEvent]("events of embedded stations")
+                self._queue = EventQueue[EmbeddedEvent]("events of embedded stations", on_change=self._notify)
                 _current = self
             try:
                 call("KVO_HWS_activateEmbKvoEvents", _callback)
@@ -72,6 +72,10 @@ class EmbeddedEvents(EventSource[EmbeddedEvent]):
         ``on_event``, and Timeout if the listener is still running. Without a service, the listener ends only when a service
         starts; it cannot be started again before that.
         """
+        self._close()
+        self._queue.raise_pending()
+
+    def _close(self) -> None:
         global _current
         with _change:
             listening = _current is self
@@ -82,7 +86,6 @@ class EmbeddedEvents(EventSource[EmbeddedEvent]):
                 call("KVO_HWS_deactivateEmbKvoEvents")
         finally:
             self._queue.end()
-        self._queue.raise_pending()
 
     def __enter__(self) -> EmbeddedEvents:
         self.start()

@@ -50,6 +50,8 @@ class UsbEvent:
     """The station's address, as the service sent it."""
     ident2: str
     ident3: str
+    late = False  # without a type: not a field, so that it takes no part in comparisons
+    """True if the service was answered "failed" before the callback had finished. Only callbacks of kvo_hws.aio can be late."""
 
     @property
     def station(self) -> IPv4Address:
@@ -165,21 +167,32 @@ class UsbEvents(EventSource[UsbEvent]):
         Raises EventTimeout if the service was not ready in time; ServiceError if it refuses; NotConnected if it ended at that
         moment; ServerFailed; NoThread; and RuntimeError if this process already receives the events.
         """
-        _claim(self)
-        self._code = None
-        self._closing = False
-        self._queue = EventQueue[UsbEvent]("USB events")
+        self._activate()
         try:
-            run_on_library_thread(lambda: call("KVO_HWS_activateUSBEventsV2", _callback))
-            self._wait_for_activation(timeout)
+            with self._code_changed:
+                self._code_changed.wait_for(self._decided, timeout)
+            self._check_activation(timeout)
         except BaseException as failure:
             close_preserving(self.close, failure)
             raise
 
-    def _wait_for_activation(self, timeout: float) -> None:
-        with self._code_changed:
-            decided = self._code_changed.wait_for(lambda: self._code == UsbEventCode.ACTIVATED or self.end is not None, timeout)
-        if not decided:
+    def _activate(self) -> None:
+        _claim(self)
+        self._code = None
+        self._closing = False
+        self._queue = EventQueue[UsbEvent]("USB events", on_change=self._notify)
+        try:
+            run_on_library_thread(lambda: call("KVO_HWS_activateUSBEventsV2", _callback))
+        except BaseException as failure:
+            close_preserving(self.close, failure)
+            raise
+
+    def _decided(self) -> bool:
+        """Whether the service has accepted or refused the activation."""
+        return self.active or self.end is not None
+
+    def _check_activation(self, timeout: float) -> None:
+        if not self._decided():
             raise EventTimeout(f"the service was not ready to send USB events within {timeout} s")
         function = "KVO_HWS_activateUSBEventsV2"
         if self.end == UsbEventCode.NO_SERVICE:
@@ -195,12 +208,15 @@ class UsbEvents(EventSource[UsbEvent]):
         Events that arrived before can still be taken. Does nothing if the events have already ended. Raises ServerFailed, and
         the exception of ``on_event``. ``on_event`` may also call close, which then does not wait.
         """
+        self._close()
+        self._queue.raise_pending()
+
+    def _close(self) -> None:
         if _current is self:
             try:
                 self._end_activation()
             finally:
                 self._queue.end()
-        self._queue.raise_pending()
 
     def _end_activation(self) -> None:
         """Closes the events. This object receives the codes until the code of the end arrives. Otherwise the next object would
@@ -237,6 +253,7 @@ class UsbEvents(EventSource[UsbEvent]):
             self._code_changed.notify_all()
         if code in END_CODES:
             self._queue.end()
+        self._notify()
         return RESULT_DONE
 
     def _handle_event(self, event: UsbEvent) -> int:

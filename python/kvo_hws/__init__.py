@@ -9,8 +9,10 @@
 
 Service sends requests that concern the service or all stations, and Panel those that concern one station. UsbEvents and
 EmbeddedEvents receive events, Agent serves a remote service, Simulator is a simulated plant for tests, Recording reads a
-recording, and replay answers requests as they were recorded. A failed request raises a KvoError. The library is the file that the variable KVO_HWS_LIBRARY names, otherwise the
-one that was installed with this package, otherwise the one that the system's loader finds. docs/python.md explains more.
+recording, and replay answers requests as they were recorded. The module kvo_hws.aio has requests and events for programs with
+an asyncio event loop. A failed request raises a KvoError. The library is the file that the variable KVO_HWS_LIBRARY names,
+otherwise the one that was installed with this package, otherwise the one that the system's loader finds. docs/python.md
+explains more.
 """
 
 from __future__ import annotations

@@ -1,4 +1,4 @@
-"""The example and the programs of docs/python.md run and print what is documented."""
+"""The examples and the programs of docs/python.md run and print what is documented."""
 
 from __future__ import annotations
 
@@ -15,6 +15,7 @@ from kvo_hws import KvoError, errors
 from kvo_hws._prototypes import PROTOTYPES
 
 PAGE = (ROOT / "docs" / "python.md").read_text(encoding="utf-8")
+EXAMPLES = ["bench.py", "panel_aio.py"]
 PROGRAMS: List[str] = re.findall(r"```python\n(.*?)```", PAGE, flags=re.DOTALL)
 
 
@@ -28,9 +29,9 @@ class ProgramResult(NamedTuple):
 
 @pytest.fixture(scope="module")
 def results(tmp_path_factory: pytest.TempPathFactory) -> List[ProgramResult]:
-    """Runs the example and the programs of the page in parallel, each with its own plant."""
+    """Runs the examples and the programs of the page in parallel, each with its own plant."""
     folder = tmp_path_factory.mktemp("programs")
-    commands = [[str(ROOT / "python" / "examples" / "bench.py"), "examples/plant.toml"]]
+    commands = [[str(ROOT / "python" / "examples" / name), "examples/plant.toml"] for name in EXAMPLES]
     for number, program in enumerate(PROGRAMS):
         file = folder / f"program{number}.py"
         file.write_text(program, encoding="utf-8")
@@ -61,9 +62,25 @@ def test_the_bench_example_runs_and_prints_its_results(results: List[ProgramResu
     ]
 
 
+def test_the_example_with_an_event_loop_runs_and_prints_its_results(results: List[ProgramResult]) -> None:
+    status, output, errors = results[1]
+    assert (status, WARNING.sub("", errors)) == (0, "")
+    assert output[0] == "10.0.0.5 Milling centre 1"
+    assert output[3:] == [
+        "MCP address: 17",
+        "USB: 10.0.0.5 Memory stick",
+        "silent: Panel.get_mcp_address did not end within 0.5 s; it may still take effect",
+        "drawn meanwhile: True",
+    ]
+
+
+def test_every_example_is_run() -> None:
+    assert sorted(file.name for file in (ROOT / "python" / "examples").glob("*.py")) == sorted(EXAMPLES)
+
+
 @pytest.mark.parametrize("number", range(len(PROGRAMS)))
 def test_a_program_on_the_page_prints_what_its_comments_say(number: int, results: List[ProgramResult]) -> None:
-    status, output, errors = results[1 + number]
+    status, output, errors = results[len(EXAMPLES) + number]
     assert (status, WARNING.sub("", errors)) == (0, "")
     shown = re.findall(r"print\(.*?#\s*(.+)$", PROGRAMS[number], flags=re.MULTILINE)
     assert shown and output == shown

@@ -13,10 +13,10 @@ NAMESPACE = 'kvo::'
 # ---- Declarations ----
 
 def tidied(text):
-    """A declaration as the headers have it, without the blanks that Doxygen adds and without "= default"."""
+    """A declaration as the headers have it, without the blanks that Doxygen adds or removes, and without "= default"."""
     text = text.replace('< ', '<').replace(' >', '>').replace('&noexcept', '& noexcept')
     text = re.sub(r'(\w)=(\w)', r'\1 = \2', text)
-    return re.sub(r'\s*=\s*(default|delete)$', '', text)
+    return re.sub(r'\s*=\s*default$', '', text).replace(')=delete', ') = delete')
 
 
 def template_of(element):
@@ -26,11 +26,16 @@ def template_of(element):
 
 
 def declaration(member):
-    name, kind = member.findtext('name'), tidied(text_of(member.find('type')))
+    # A member of a class is declared in it.
+    name = member.findtext('name') if not member.get('id').startswith('group') else name_of(member)
+    kind = tidied(text_of(member.find('type')))
     if member.get('kind') == 'typedef':
         return f'using {name} = {kind};'
     blank = '' if not kind or kind.endswith(('*', '&')) else ' '
     arguments = tidied(member.findtext('argsstring') or '')
+    if member.get('kind') == 'variable':
+        initial = text_of(member.find('initializer'))
+        arguments += f' {initial}' if initial.startswith('=') else initial
     words = [template_of(member), 'explicit' if member.get('explicit') == 'yes' else '', 'static' if member.get('static') == 'yes' else '',
              'friend' if member.get('kind') == 'friend' else '', f'{kind}{blank}{name}{arguments};']
     return ' '.join(filter(None, words))
@@ -60,7 +65,7 @@ def class_declaration(record):
             lines.append(f"    {enumeration_line(member, member.findtext('name'))};")
         else:
             lines += wrapped(declaration(member), ' ' * 4)
-    return '\n'.join([*lines, '};'])
+    return '\n'.join([*lines, '};']).replace('{\n}', '{}')
 
 
 def enumeration_line(member, name):
@@ -99,7 +104,7 @@ def write_class(page, record):
     values = [member for member in members(record) if member.get('kind') == 'variable']
     if values:
         headers.write_members(page, values)
-    rest = [member for member in members(record) if member.get('kind') != 'variable']
+    rest = [member for member in members(record) if member.get('kind') != 'variable' and not headers.is_deleted(member)]
     for name, alike in itertools.groupby(rest, name_of):
         alike = list(alike)
         if alike[0].get('kind') == 'enum':

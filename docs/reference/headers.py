@@ -286,6 +286,11 @@ def is_described(element):
     return text_of(element.find('briefdescription')) or text_of(element.find('detaileddescription'))
 
 
+def is_deleted(member):
+    """Whether a class of the C++ interface declares that it does not have this function; the declaration needs no comment."""
+    return (member.findtext('argsstring') or '').endswith('=delete')
+
+
 def faults(families, records):
     """Names without a comment that Doxygen does not report."""
     places = [(family.header, family.element) for family in families]
@@ -296,7 +301,7 @@ def faults(families, records):
                 yield f"{place}: {constant.findtext('name')} (enumerator) is not documented."
     for record in records.values():
         for member in record.iter('memberdef'):
-            if member.get('prot') == 'public' and not is_described(member) and not is_nameless(member):
+            if member.get('prot') == 'public' and not (is_described(member) or is_nameless(member) or is_deleted(member)):
                 yield f"{record.findtext('compoundname')}: {member.findtext('name')} is not documented."
 
 

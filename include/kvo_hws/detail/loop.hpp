@@ -236,7 +236,7 @@ private:
         }
         std::unique_ptr<LoopItem> item = std::move(ready_.front());
         ready_.pop_front();
-        pending_ -= item->id() != 0 ? 1 : 0;
+        pending_ -= item->id() != 0 ? 1U : 0U;
         arm();
         return item;
     }
@@ -281,9 +281,9 @@ private:
         itimerspec spec{};
         if (time != kNever) {
             const auto since = time.time_since_epoch();
-            const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(since);
-            spec.it_value.tv_sec = static_cast<std::time_t>(seconds.count());
-            spec.it_value.tv_nsec = static_cast<long>(std::chrono::nanoseconds(since - seconds).count());
+            const auto seconds = std::chrono::duration_cast<std::chrono::duration<std::time_t>>(since);
+            spec.it_value.tv_sec = seconds.count();
+            spec.it_value.tv_nsec = std::chrono::duration_cast<std::chrono::duration<long, std::nano>>(since - seconds).count();
         }
         ::timerfd_settime(timer_, TFD_TIMER_ABSTIME, &spec, nullptr);  // fails only after close()
     }

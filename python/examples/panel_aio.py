@@ -20,7 +20,7 @@ async def show(panel: Panel, simulator: Simulator) -> None:
             print(station.address, station.name)
 
         await requests.ask(panel.set_mcp_address, 17)
-        print("MCP address:", await requests.ask(panel.get_mcp_address, timeout=1))
+        print("MCP address:", await requests.ask(panel.get_mcp_address, timeout=2))
 
         # For the simulator's commands: the program kvosim runs on another thread.
         await loop.run_in_executor(None, lambda: simulator.plug_usb(panel, ident2="stick", text7="Memory stick"))
@@ -30,7 +30,7 @@ async def show(panel: Panel, simulator: Simulator) -> None:
 
         await loop.run_in_executor(None, lambda: simulator.add_fault("silent", "getMCPAddress", times=1))
         frames = 0
-        silent = requests.ask(panel.get_mcp_address, timeout=0.5)
+        silent = requests.ask(panel.get_mcp_address, timeout=1)
         while not silent.done():
             frames += 1  # draws the window
             await asyncio.sleep(0.02)

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import signal
 import subprocess
 import sys
 
@@ -34,6 +35,33 @@ def test_a_program_ends_while_a_request_is_in_progress(request_text: str, simula
     ended = run_program(SILENT.format(request=request_text))
     assert (ended.returncode, ended.stdout, ended.stderr) == (0, "busy True\n", "")
     assert simulator.station(MILL_IP)["mcp_address"] == 3
+
+
+INTERRUPTED = """
+import asyncio, time
+from kvo_hws import aio
+
+def block():
+    print("busy", flush=True)
+    time.sleep(3600)
+
+async def main():
+    async with aio.Requests() as requests:
+        await requests.ask(block, timeout=60)
+
+asyncio.run(main())
+"""
+
+
+def test_a_program_that_waits_for_a_request_can_be_interrupted() -> None:
+    with subprocess.Popen(
+        [sys.executable, "-c", INTERRUPTED], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True
+    ) as program:
+        assert program.stdout is not None
+        assert program.stdout.readline() == "busy\n"
+        program.send_signal(signal.SIGINT)
+        _, errors = program.communicate(timeout=60)
+    assert program.returncode == -signal.SIGINT and errors.endswith("KeyboardInterrupt\n")
 
 
 WAITING = """

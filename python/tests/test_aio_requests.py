@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import asyncio
+import contextlib
 import functools
 import gc
 import inspect
@@ -142,9 +143,9 @@ def test_a_request_whose_timeout_passed_is_not_sent_although_the_loop_was_busy(s
 def test_a_result_that_is_there_counts_although_the_loop_was_busy_past_the_timeout() -> None:
     async def main() -> None:
         async with aio.Requests() as requests:
-            request = requests.ask(str, 7, timeout=0.05)
-            wait_for(lambda: not requests._worker.waiting and not requests.busy)
-            time.sleep(0.06)
+            asked = time.monotonic()
+            request = requests.ask(str, 7, timeout=1)
+            wait_for(lambda: time.monotonic() > asked + 1)
             assert await request == "7"
 
     asyncio.run(main())
@@ -307,11 +308,9 @@ def test_wrong_uses_are_errors() -> None:
 @pytest.mark.parametrize("timeout", [0.01, 60])
 def test_the_limits_of_a_timeout_are_permitted(timeout: float) -> None:
     async def main() -> None:
-        requests = aio.Requests()
-        request = requests.ask(str, 1, timeout=timeout)
-        wait_for(lambda: not requests._worker.waiting and not requests.busy)
-        assert await request == "1"
-        await requests.aclose()
+        async with aio.Requests() as requests:
+            with contextlib.suppress(aio.RequestTimeout):  # on a busy machine
+                assert await requests.ask(str, 1, timeout=timeout) == "1"
 
     asyncio.run(main())
 

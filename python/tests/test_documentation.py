@@ -69,7 +69,7 @@ def test_the_example_with_an_event_loop_runs_and_prints_its_results(results: Lis
     assert output[3:] == [
         "MCP address: 17",
         "USB: 10.0.0.5 Memory stick",
-        "silent: Panel.get_mcp_address did not end within 0.5 s; it may still take effect",
+        "silent: Panel.get_mcp_address did not end within 1 s; it may still take effect",
         "drawn meanwhile: True",
     ]
 

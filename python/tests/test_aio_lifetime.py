@@ -2,9 +2,11 @@
 
 from __future__ import annotations
 
+import os
 import signal
 import subprocess
 import sys
+from pathlib import Path
 
 import pytest
 from aio_support import QUIET, run_program
@@ -159,10 +161,9 @@ BUSY_CALLBACK = """threading.Thread(target=reply_to_an_event, daemon=True).start
 @pytest.mark.parametrize("last", ["pass", BUSY_CALLBACK], ids=["idle", "busy"])
 @pytest.mark.parametrize("end", ["", "loop.close()"], ids=["stopped", "closed"])
 def test_a_program_with_open_events_ends_normally(
-    end: str, last: str, simulator: Simulator, monkeypatch: pytest.MonkeyPatch, request: pytest.FixtureRequest
+    end: str, last: str, simulator: Simulator, monkeypatch: pytest.MonkeyPatch
 ) -> None:
-    paths = [str(request.path.parent.parent), str(request.path.parent)]
-    monkeypatch.setenv("PYTHONPATH", ":".join(paths))
+    monkeypatch.setenv("PYTHONPATH", str(Path(__file__).parent), prepend=os.pathsep)
     ended = run_program(OPEN_EVENTS.format(last=last, end=end))
     assert (ended.returncode, ended.stdout) == (0, "left open\n"), ended.stderr
     assert "FATAL" not in ended.stderr and "Traceback" not in ended.stderr

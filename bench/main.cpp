@@ -28,11 +28,18 @@ struct Subject {
 };
 
 constexpr Subject kSubjects[] = {
-    {"exchange", bench::measureExchange, true},   {"lists", bench::measureListExchange, true},
-    {"reading", bench::measureReading, false},    {"writing", bench::measureWriting, false},
-    {"usb", bench::measureUsbEvents, true},       {"agent", bench::measureAgent, true},
-    {"plant", bench::measurePlant, false},        {"tap", bench::measureTap, true},
-    {"recording", bench::measureRecording, true}, {"loading", bench::measureLoading, false},
+    {"exchange", bench::measureExchange, true},
+    {"lists", bench::measureListExchange, true},
+    {"reading", bench::measureReading, false},
+    {"writing", bench::measureWriting, false},
+    {"usb", bench::measureUsbEvents, true},
+    {"agent", bench::measureAgent, true},
+    {"plant", bench::measurePlant, false},
+    {"tap", bench::measureTap, true},
+    {"recording", bench::measureRecording, true},
+    {"loading", bench::measureLoading, false},
+    {"cpp", bench::measureCpp, true},
+    {"requests", bench::measureRequests, true},
 };
 
 bool setRecordingLength(std::string_view text)

@@ -6,12 +6,14 @@
 namespace bench {
 
 void measureAgent();
+void measureCpp();
 void measureExchange();
 void measureListExchange();
 void measureLoading();
 void measurePlant();
 void measureReading();
 void measureRecording();
+void measureRequests();
 void measureTap();
 void measureUsbEvents();
 void measureWriting();

@@ -7,6 +7,7 @@
 #include "support/processor_time.h"
 #include "support/recording_tap.h"
 #include "support/report.h"
+#include "support/rounds.h"
 #include "support/service_process.h"
 #include "support/temporary_file.h"
 
@@ -66,12 +67,6 @@ void takeSample(const ServiceProcess &service, Way &way)
     const std::chrono::duration<double, std::nano> processor = processorTime(service, way) - processorBefore;
     way.times.push_back(time.count() / kRequests);
     way.processorTimes.push_back(processor.count() / kRequests);
-}
-
-Timing timingOf(std::vector<double> samples)
-{
-    std::ranges::sort(samples);
-    return {samples[samples.size() / 2], samples.front()};
 }
 
 void print(const Way &direct, const Way &forwarder, const Way &tap)

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Usage: scripts/bench.sh [--seconds N] [SUBJECT...]
 # Builds and runs the benchmarks. They compare the library with a baseline, which is code that does the same work, and mark missed
-# goals. Subjects: exchange, lists, reading, writing, usb, agent, plant, tap, recording, loading. Without a subject, all of them run.
+# goals. Subjects: exchange, lists, reading, writing, usb, agent, plant, tap, recording, loading, cpp,
+# requests. Without a subject, all of them run.
 # --seconds is the length of the recording (default: 15); its memory is checked if it takes 120 s or more.
 set -euo pipefail
 . "$(dirname "$0")/common.sh"
@@ -13,7 +14,7 @@ if [ "${1:-}" = --seconds ]; then
     length=("${@:1:2}")
     subjects=("${@:3}")
 fi
-refuse_unknown "a subject" "exchange lists reading writing usb agent plant tap recording loading" "${subjects[@]}"
+refuse_unknown "a subject" "exchange lists reading writing usb agent plant tap recording loading cpp requests" "${subjects[@]}"
 
 scripts/setup.sh
 configure build/bench -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKVO_SANITIZE= -DKVO_BUILD_BENCH=ON \

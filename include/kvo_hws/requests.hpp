@@ -10,7 +10,7 @@
  *
  *  The loop waits until requests.descriptor() is readable, and then calls requests.dispatch(), which calls the completions. Any
  *  loop can wait for the descriptor: poll(), epoll (also edge-triggered), GLib, Qt (QSocketNotifier), libuv. It is always the
- *  same one. Never read from it. dispatch() may find nothing to do.
+ *  same one. Never read from it. dispatch() may find nothing to do. An object has three descriptors and one thread.
  *
  *  After a timeout: the completion comes at the deadline, but an exchange that has begun cannot be ended early. It keeps the worker,
  *  and the lock with which the process exchanges one request at a time, until the service replies or the library gives up (4 s
@@ -183,12 +183,12 @@ public:
             return Error("kvo::Requests::create", KVO_HWS_OUT_OF_RANGE, Errc::out_of_range,
                          "the capacity is 0: write at least 1");
         }
-        const int timer = ::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
-        if (timer < 0) {
+        Requests requests(std::make_shared<detail::Loop>(capacity));
+        if (requests.descriptor() < 0) {
+            requests.loop_->close();
             return Error("kvo::Requests::create", KVO_HWS_NO_THREAD, Errc::no_thread,
-                         "the descriptor could not be created: close some, or raise the limit (ulimit -n)");
+                         "a descriptor could not be created: close some, or raise the limit (ulimit -n)");
         }
-        Requests requests(std::make_shared<detail::Loop>(timer, capacity));
         if (!detail::start_worker(requests.loop_, requests.worker_)) {
             requests.loop_->close();
             return Error("kvo::Requests::create", KVO_HWS_NO_THREAD, Errc::no_thread, "the worker thread could not be created");

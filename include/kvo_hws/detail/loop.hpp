@@ -14,6 +14,8 @@
 #include <list>
 #include <memory>
 #include <mutex>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
 #include <utility>
@@ -58,20 +60,96 @@ public:
     std::unique_ptr<Question> question;
 };
 
-/* One timer is both clock and signal: it expires at the next deadline, or at once when something is ready to run. It is set
- * again for each item that is taken, so that loops that report only changes (edge-triggered) and nested loops see the rest. */
+/* A descriptor that is readable after raise() until clear(), and from the time of the alarm on. One timerfd could be both signal
+ * and clock, but to let it expire at once and to set it again takes several times as long as all other steps of a request. */
+class Signal {
+public:
+    static constexpr LoopClock::time_point kNever = LoopClock::time_point::max();
+
+    Signal() noexcept
+        : both_(::epoll_create1(EPOLL_CLOEXEC)), event_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+          timer_(::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK))
+    {
+        if (!add(event_) || !add(timer_)) {
+            close();
+        }
+    }
+    Signal(const Signal &) = delete;
+    Signal &operator=(const Signal &) = delete;
+    ~Signal() { close(); }
+
+    /* -1 after close(), and if the system has no descriptor left. */
+    [[nodiscard]] int descriptor() const noexcept { return both_; }
+    [[nodiscard]] LoopClock::time_point alarm() const noexcept { return alarm_; }
+
+    /* Each call is an edge for loops that report only changes. */
+    void raise() noexcept
+    {
+        static_cast<void>(::eventfd_write(event_, 1));
+        raised_ = true;
+    }
+    [[nodiscard]] bool is_raised() const noexcept { return raised_; }
+
+    void clear() noexcept
+    {
+        if (raised_) {
+            eventfd_t count = 0;
+            static_cast<void>(::eventfd_read(event_, &count));
+            raised_ = false;
+        }
+    }
+
+    void set_alarm(LoopClock::time_point time) noexcept
+    {
+        alarm_ = time;
+        itimerspec spec{};  // zeros: never
+        if (time != kNever) {
+            const auto since = time.time_since_epoch();
+            const auto seconds = std::chrono::duration_cast<std::chrono::duration<std::time_t>>(since);
+            spec.it_value.tv_sec = seconds.count();
+            spec.it_value.tv_nsec = std::chrono::duration_cast<std::chrono::duration<long, std::nano>>(since - seconds).count();
+        }
+        static_cast<void>(::timerfd_settime(timer_, TFD_TIMER_ABSTIME, &spec, nullptr));
+    }
+
+    void close() noexcept
+    {
+        for (int *descriptor : {&both_, &event_, &timer_}) {
+            if (*descriptor >= 0) {
+                ::close(*descriptor);
+                *descriptor = -1;
+            }
+        }
+    }
+
+private:
+    [[nodiscard]] bool add(int descriptor) const noexcept
+    {
+        epoll_event event{};
+        event.events = EPOLLIN;
+        return ::epoll_ctl(both_, EPOLL_CTL_ADD, descriptor, &event) == 0;
+    }
+
+    int both_;
+    int event_;
+    int timer_;
+    bool raised_ = false;
+    LoopClock::time_point alarm_ = kNever;
+};
+
+/* What waits for the worker, and what waits for the thread of the loop. */
 class Loop {
 public:
-    /* Owns the timer, a timerfd of CLOCK_MONOTONIC. */
-    Loop(int timer, std::size_t capacity) noexcept : capacity_(capacity), timer_(timer) {}
+    explicit Loop(std::size_t capacity) noexcept : capacity_(capacity) {}
     Loop(const Loop &) = delete;
     Loop &operator=(const Loop &) = delete;
-    ~Loop() { close(); }
+    ~Loop() = default;
 
+    /* -1 after close(), and if the system has no descriptor left. */
     [[nodiscard]] int descriptor() const
     {
         const std::lock_guard<std::mutex> lock(mutex_);
-        return timer_;
+        return signal_.descriptor();
     }
 
     /* The number of requests whose completion has not begun. */
@@ -92,7 +170,7 @@ public:
             return false;
         }
         ready_.splice(ready_.end(), items);
-        signal();
+        raise();
         return true;
     }
 
@@ -101,23 +179,26 @@ public:
     {
         Request &added = *request;
         added.deadline = LoopClock::now() + most;
-        Items items;
+        Items items;  // lives longer than the lock
         items.push_back(std::move(request));
-        const std::lock_guard<std::mutex> lock(mutex_);
-        if (closed_) {
-            return Error("kvo::Requests::submit", KVO_HWS_FAILED, Errc::not_running, "the object was closed or moved from");
+        std::uint64_t number = 0;
+        {
+            const std::lock_guard<std::mutex> lock(mutex_);
+            if (closed_) {
+                return Error("kvo::Requests::submit", KVO_HWS_FAILED, Errc::not_running, "the object was closed or moved from");
+            }
+            if (pending_ >= capacity_) {
+                return Error(
+                    "kvo::Requests::submit", KVO_HWS_FAILED, Errc::full,
+                    "too many requests are pending: call dispatch() when the descriptor is readable, then submit again");
+            }
+            ++pending_;
+            number = added.number = ++last_number_;
+            if (added.deadline < signal_.alarm()) {
+                signal_.set_alarm(added.deadline);
+            }
+            waiting_.splice(waiting_.end(), items);
         }
-        if (pending_ >= capacity_) {
-            return Error("kvo::Requests::submit", KVO_HWS_FAILED, Errc::full,
-                         "too many requests are pending: call dispatch() when the descriptor is readable, then submit again");
-        }
-        ++pending_;
-        const std::uint64_t number = added.number = ++last_number_;
-        next_deadline_ = added.deadline < next_deadline_ ? added.deadline : next_deadline_;
-        if (next_deadline_ < armed_) {
-            set_timer(next_deadline_);
-        }
-        waiting_.splice(waiting_.end(), items);
         wake_.notify_one();
         return number;
     }
@@ -132,7 +213,9 @@ public:
                 if ((*item)->id() == number && number != 0) {
                     dropped.splice(dropped.end(), *items, item);
                     --pending_;
-                    arm();
+                    if (ready_.empty()) {
+                        signal_.clear();
+                    }
                     return true;
                 }
             }
@@ -171,7 +254,7 @@ public:
             for (Items *items : {&asked_, &waiting_, &ready_}) {
                 dropped.splice(dropped.end(), *items);
             }
-            ::close(std::exchange(timer_, -1));
+            signal_.close();
         }
         wake_.notify_all();
         return true;
@@ -189,7 +272,7 @@ public:
             Request &request = static_cast<Request &>(*waiting_.front());
             if (request.deadline <= LoopClock::now()) {
                 ready_.splice(ready_.end(), waiting_, waiting_.begin());
-                signal();
+                raise();
                 continue;
             }
             std::unique_ptr<Question> question = std::move(request.question);
@@ -205,7 +288,7 @@ public:
             }
             static_cast<Request &>(*asked_.front()).question = std::move(question);
             ready_.splice(ready_.end(), asked_);
-            signal();
+            raise();
         }
     }
 
@@ -213,17 +296,11 @@ private:
     /* A node moves from list to list, so nothing is allocated after submit() and post(). */
     using Items = std::list<std::unique_ptr<LoopItem>>;
 
-    static constexpr LoopClock::time_point kAtOnce{std::chrono::nanoseconds(1)};
-    static constexpr LoopClock::time_point kNever = LoopClock::time_point::max();
-
     std::size_t count_ready()
     {
         const std::lock_guard<std::mutex> lock(mutex_);
-        if (const auto now = LoopClock::now(); next_deadline_ <= now) {
+        if (const auto now = LoopClock::now(); signal_.alarm() <= now) {
             expire(now);
-        }
-        if (ready_.empty()) {
-            arm();
         }
         return ready_.size();
     }
@@ -237,55 +314,38 @@ private:
         std::unique_ptr<LoopItem> item = std::move(ready_.front());
         ready_.pop_front();
         pending_ -= item->id() != 0 ? 1U : 0U;
-        arm();
+        if (ready_.empty()) {
+            signal_.clear();
+        } else {
+            signal_.raise();  // again, for a nested loop that reports only changes, and for an exception
+        }
         return item;
     }
 
     /* Locked: moves the requests whose deadline has passed to those that are ready, in the order of submission. */
     void expire(LoopClock::time_point now)
     {
-        next_deadline_ = kNever;
+        LoopClock::time_point alarm = Signal::kNever;
         for (Items *items : {&asked_, &waiting_}) {
             for (auto next = items->begin(); next != items->end();) {
                 const auto item = next++;
                 const LoopClock::time_point deadline = static_cast<const Request &>(**item).deadline;
                 if (deadline <= now) {
                     ready_.splice(ready_.end(), *items, item);
-                } else if (deadline < next_deadline_) {
-                    next_deadline_ = deadline;
+                } else if (deadline < alarm) {
+                    alarm = deadline;
                 }
             }
         }
+        signal_.set_alarm(alarm);
     }
 
-    /* Locked: sets the timer for what is next. */
-    void arm()
+    /* Locked. */
+    void raise()
     {
-        if (asked_.empty() && waiting_.empty()) {
-            next_deadline_ = kNever;
+        if (!signal_.is_raised()) {
+            signal_.raise();
         }
-        set_timer(ready_.empty() ? next_deadline_ : kAtOnce);
-    }
-
-    /* Locked: makes the descriptor readable. */
-    void signal()
-    {
-        if (armed_ != kAtOnce) {
-            set_timer(kAtOnce);
-        }
-    }
-
-    void set_timer(LoopClock::time_point time)
-    {
-        armed_ = time;
-        itimerspec spec{};
-        if (time != kNever) {
-            const auto since = time.time_since_epoch();
-            const auto seconds = std::chrono::duration_cast<std::chrono::duration<std::time_t>>(since);
-            spec.it_value.tv_sec = seconds.count();
-            spec.it_value.tv_nsec = std::chrono::duration_cast<std::chrono::duration<long, std::nano>>(since - seconds).count();
-        }
-        ::timerfd_settime(timer_, TFD_TIMER_ABSTIME, &spec, nullptr);  // fails only after close()
     }
 
     mutable std::mutex mutex_;
@@ -296,9 +356,7 @@ private:
     const std::size_t capacity_;
     std::size_t pending_ = 0;
     std::uint64_t last_number_ = 0;
-    LoopClock::time_point next_deadline_ = kNever;  // not later than any deadline in waiting_ and asked_
-    LoopClock::time_point armed_ = kNever;
-    int timer_;
+    Signal signal_;  // raised while something is ready; the alarm is not later than any deadline in waiting_ and asked_
     bool closed_ = false;
 };
 

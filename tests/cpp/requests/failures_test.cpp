@@ -5,10 +5,31 @@
 #include "support/system_calls.h"
 
 #include <cerrno>
+#include <sys/resource.h>
+#include <unistd.h>
 
 namespace requests_test {
 
 namespace {
+
+/// Leaves a number of free descriptors for a scope, if no descriptor is free below one that is open.
+class FewDescriptors {
+public:
+    explicit FewDescriptors(int free)
+    {
+        const int lowest = dup(0);
+        close(lowest);
+        getrlimit(RLIMIT_NOFILE, &before_);
+        const rlimit few{static_cast<rlim_t>(lowest + free), before_.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &few);
+    }
+    FewDescriptors(const FewDescriptors &) = delete;
+    FewDescriptors &operator=(const FewDescriptors &) = delete;
+    ~FewDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
+
+private:
+    rlimit before_{};
+};
 
 TEST(RequestsFailures, include_a_capacity_of_nothing)
 {
@@ -51,15 +72,22 @@ TEST(RequestsFailures, include_a_thread_that_cannot_be_created)
     EXPECT_EQ(support::descriptorsOpen(), descriptors);
 }
 
-TEST(RequestsFailures, include_a_descriptor_that_cannot_be_created)
+TEST(RequestsFailures, include_each_descriptor_that_cannot_be_created)
 {
-    const auto requests = [] {
-        const support::NoDescriptors none;
-        return Requests::create();
-    }();
-    ASSERT_FALSE(requests);
-    EXPECT_EQ(requests.error().meaning(), Errc::no_thread);
-    EXPECT_NE(requests.error().message().find("descriptor"), std::string::npos);
+    const std::size_t descriptors = support::descriptorsOpen();
+    constexpr int kNeeded = 3;
+    for (int free = 0; free <= kNeeded; ++free) {
+        const auto requests = [free] {
+            const FewDescriptors few(free);
+            return Requests::create();
+        }();
+        ASSERT_EQ(requests.has_value(), free == kNeeded) << free;
+        if (!requests) {
+            EXPECT_EQ(requests.error().meaning(), Errc::no_thread);
+            EXPECT_NE(requests.error().message().find("descriptor"), std::string::npos);
+            EXPECT_EQ(support::descriptorsOpen(), descriptors);
+        }
+    }
 }
 
 TEST(RequestsFailures, do_not_include_requests_without_a_free_descriptor)

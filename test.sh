@@ -7,7 +7,8 @@
 #             (for the tests of kvoctl: cmake --preset asan -DKVO_BUILD_KVOCTL=ON)
 #   tsan      the tests with several threads, with the thread sanitizer
 #   fuzz      the fuzzers, for a few seconds each
-# Other presets: debug, coverage, m32 (all tests as 32-bit programs), armhf and aarch64 (the library's own tests for Arm, in an emulator).
+# Other presets: loops (the panel programs of examples/, with each event loop), debug, coverage, m32 (all tests as 32-bit programs), armhf
+# and aarch64 (the library's own tests for Arm, in an emulator).
 #   --require-all   fail if a test is skipped because a tool or package is missing
 set -euo pipefail
 . "$(dirname "$0")/scripts/common.sh"
@@ -29,6 +30,7 @@ scripts/setup.sh "${presets[@]}"
 target_of() { # PRESET
     case $1 in
     tsan) echo threaded_tests ;;
+    loops) echo loop_tests ;;
     fuzz) echo fuzzers ;;
     *) echo all ;;
     esac
@@ -40,7 +42,7 @@ configure_and_build() { # PRESET
 
 minutes_of() { # PRESET
     case $1 in
-    fuzz | tsan) echo 2 ;;
+    fuzz | tsan | loops) echo 2 ;;
     *) echo 4 ;;
     esac
 }

@@ -4,7 +4,7 @@
 #   (no PURPOSE)             packages for building and for all tests
 #   build                    packages for building only
 #   manuals, package         packages for building, and additional packages for this purpose
-#   release, debug, asan, tsan, fuzz, m32, armhf, aarch64, coverage, lint
+#   release, loops, debug, asan, tsan, fuzz, m32, armhf, aarch64, coverage, lint
 #                            packages for building and for all tests, and additional packages for this purpose
 # If this Debian does not have a package, the script says so and continues. Tests that need this package are then skipped.
 set -euo pipefail
@@ -13,6 +13,7 @@ set -euo pipefail
 declare -A additional=(
     [build]=""
     [release]="doxygen mandoc zsh fish dpkg-dev"  # for the tests of the manuals, completions and packages
+    [loops]="libglib2.0-dev libuv1-dev qtbase5-dev fonts-dejavu-core xvfb xdotool imagemagick"
     [debug]="" [asan]="" [tsan]="" [fuzz]=""
     [armhf]="g++-arm-linux-gnueabihf qemu-user googletest"
     [aarch64]="g++-aarch64-linux-gnu qemu-user googletest"

@@ -48,6 +48,11 @@ class Setup(unittest.TestCase):
         self.assertNotIn("libgtest-dev", self.set_up("build"))
         self.assertNotIn("clang", self.set_up("manuals"))
 
+    def test_the_libraries_of_other_event_loops_are_installed_only_for_loops(self):
+        others = {"libglib2.0-dev", "libuv1-dev", "qtbase5-dev", "xvfb"}
+        self.assertTrue(others <= set(self.set_up("loops")))
+        self.assertFalse(others & set(self.set_up("release", "asan", "tsan", "fuzz", "lint", "coverage", "package")))
+
     def test_a_complete_system_is_queried_once_and_not_changed(self):
         self.assertEqual(self.set_up("release", "fuzz", "manuals", installed=ALL_INSTALLED), [])
         self.assertEqual((self.queries, self.apt_get, self.reports), (1, [], ""))

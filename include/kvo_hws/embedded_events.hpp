@@ -83,7 +83,7 @@ public:
     [[nodiscard]] KVO_HWS_EXCEPTIONS_TAG static Result<EmbeddedEvents> activate(Requests &requests, Handler handler)
     {
         std::shared_ptr<detail::Loop> loop = requests.loop();
-        if (loop == nullptr) {
+        if (loop == nullptr || loop->descriptor() < 0) {
             return Error("KVO_HWS_activateEmbKvoEvents", KVO_HWS_FAILED, Errc::not_running,
                          "the Requests was closed or moved from: create another one");
         }

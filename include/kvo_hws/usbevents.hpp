@@ -168,7 +168,7 @@ public:
     [[nodiscard]] KVO_HWS_EXCEPTIONS_TAG static Result<UsbEvents> activate(Requests &requests, Handler handler)
     {
         std::shared_ptr<detail::Loop> loop = requests.loop();
-        if (loop == nullptr) {
+        if (loop == nullptr || loop->descriptor() < 0) {
             return Error("KVO_HWS_activateUSBEventsV2", KVO_HWS_FAILED, Errc::not_running,
                          "the Requests was closed or moved from: create another one");
         }
@@ -189,7 +189,9 @@ public:
     }
     UsbEvents(const UsbEvents &) = delete;
     UsbEvents &operator=(const UsbEvents &) = delete;
-    /** Closes the object. */
+    /** Closes the object. If no thread can be created for that, every event is answered "failed" until the next activation, which
+     *  is possible, or KVO_HWS_closeUSBEvents.
+     */
     ~UsbEvents() { static_cast<void>(close()); }
 
     /** True after the service has accepted the activation, until the events end. */
@@ -211,7 +213,7 @@ public:
             return {};
         }
         const Result<void> closed = detail::close_usb_events(state);
-        if (closed || closed.error().meaning() != Errc::no_thread) {
+        if (!state->is_abandoned()) {
             state_.reset();
         }
         return detail::settle_usb_events(state, closed);

@@ -163,6 +163,10 @@ public:
         return true;
     }
 
+    /* True if no thread could be created for the last close: nothing ends the events until the next activation or close. */
+    [[nodiscard]] bool is_abandoned() const noexcept { return abandoned_.load(); }
+    void set_abandoned(bool abandoned) noexcept { abandoned_.store(abandoned); }
+
     const bool empty;
     Handling<UsbKind> handling;
     const std::shared_ptr<Loop> loop;
@@ -186,6 +190,7 @@ private:
 
     std::atomic<std::uint32_t> status_{0};
     std::atomic<bool> ended_{false};
+    std::atomic<bool> abandoned_{false};
     std::mutex job_lock_;
     std::condition_variable job_ended_;
     std::int32_t (*job_)(UsbState &) = nullptr;
@@ -254,7 +259,7 @@ private:
             }
             /* The previous object of this shared object ends, but the library has not cleared the slot yet. If this is the
              * handler that responds to the end by an activation, the library does so only after it. */
-            if (!last_try && (current_ == nullptr || !current_->ends_in_handler())) {
+            if (!last_try && (current_ == nullptr || !(current_->ends_in_handler() || current_->is_abandoned()))) {
                 return Claim::not_yet;
             }
         }
@@ -362,7 +367,7 @@ inline Result<void> await_end_of_usb_events(const std::shared_ptr<UsbState> &sta
 inline Result<void> settle_usb_events(const std::shared_ptr<UsbState> &state, const Result<void> &closed)
 {
     state->handling.await_calls();
-    if ((!closed && closed.error().meaning() == Errc::no_thread) || state->ends_in_handler()) {
+    if (state->is_abandoned() || state->ends_in_handler()) {
         return closed; /* the next activation, or the next close(), goes on */
     }
     const Result<void> ended = await_end_of_usb_events(state);
@@ -374,6 +379,10 @@ inline Result<void> settle_usb_events(const std::shared_ptr<UsbState> &state, co
 inline Error give_up_usb_events(const std::shared_ptr<UsbState> &state, const Error &error)
 {
     static_cast<void>(settle_usb_events(state, close_usb_events(state)));
+    if (state->is_abandoned()) {
+        state->registry->clear_slot(); /* the service knows nothing of this activation */
+        state->registry->release(state);
+    }
     return error;
 }
 

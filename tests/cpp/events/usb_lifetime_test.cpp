@@ -1,0 +1,368 @@
+// The end of kvo::UsbEvents: which calls of the handler destruction waits for, how long the handler lives, and what happens if no
+// thread can be created.
+#include "cpp/events/usb_fixture.h"
+
+#include "support/endurance.h"
+#include "support/system_calls.h"
+
+#include <atomic>
+#include <cerrno>
+#include <future>
+#include <memory>
+#include <optional>
+#include <pthread.h>
+#include <stdexcept>
+#include <thread>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+using cpp_events_test::callbackSet;
+using cpp_events_test::CppUsbEvents;
+using cpp_events_test::isDevice;
+using cpp_events_test::kChanged;
+using cpp_events_test::kRemoved;
+using cpp_events_test::Recorder;
+using cpp_events_test::Signal;
+using support::acceptsAll;
+using support::eventually;
+using support::ScriptedService;
+using support::usbServerReply;
+using testing::ElementsAre;
+
+bool ignore(const kvo::UsbEvent &) { return true; }
+
+int32_t callWith(SendUsbEventV2 callback, uint32_t code)
+{
+    UsbEventV2 event{};
+    event.code = code;
+    event.length = 8;
+    return callback(&event);
+}
+
+/// Sends an event and receives the reply on another thread.
+std::future<std::string> send(const std::string &text)
+{
+    return std::async(std::launch::async, [text] { return usbServerReply(text); });
+}
+
+TEST_F(CppUsbEvents, wait_at_their_destruction_for_the_handler_that_runs)
+{
+    const ScriptedService service({acceptsAll()});
+    Signal begun;
+    Signal goOn;
+    std::atomic<bool> returned{false};
+    std::future<std::string> reply;
+    std::thread release;
+    {
+        const kvo::UsbEvents events = kvo::UsbEvents::activate([&](const kvo::UsbEvent &event) {
+                                          if (isDevice(event)) {
+                                              begun.set();
+                                              EXPECT_TRUE(goOn.wait());
+                                              returned = true;
+                                          }
+                                          return true;
+                                      }).value();
+        reply = send(kChanged);
+        ASSERT_TRUE(begun.wait());
+        release = std::thread([&] {
+            // The library has cleared its callback: only the handler keeps the destruction waiting.
+            EXPECT_TRUE(eventually([] { return !usbevents_test::anySet(); }));
+            EXPECT_FALSE(returned);
+            goOn.set();
+        });
+    }
+    EXPECT_TRUE(returned);
+    EXPECT_EQ(reply.get(), "ok\n");
+    release.join();
+}
+
+TEST_F(CppUsbEvents, wait_for_no_handler_if_they_are_destroyed_in_one)
+{
+    const ScriptedService service({acceptsAll()});
+    Signal otherRuns;
+    Signal goOn;
+    Signal destroyed;
+    std::optional<kvo::UsbEvents> events;
+    const auto alive = std::make_shared<int>(0);
+    events = kvo::UsbEvents::activate([&, owned = alive](const kvo::UsbEvent &event) {
+                 if (std::holds_alternative<kvo::UsbStateChanged>(event)) {
+                     otherRuns.set();
+                     EXPECT_TRUE(goOn.wait());
+                 } else if (isDevice(event)) {
+                     events.reset();
+                     EXPECT_GT(owned.use_count(), 1) << "the handler lives until its call has returned";
+                     destroyed.set();
+                 }
+                 return true;
+             }).value();
+    auto waiting = send(kChanged);
+    ASSERT_TRUE(otherRuns.wait());
+    auto destroying = send(kRemoved);
+    EXPECT_TRUE(destroyed.wait()) << "although another call of the handler runs";
+    EXPECT_EQ(destroying.get(), "ok\n");
+    EXPECT_GT(alive.use_count(), 1) << "the handler lives while any of its calls runs";
+    goOn.set();
+    EXPECT_EQ(waiting.get(), "ok\n");
+    EXPECT_TRUE(eventually([&] { return alive.use_count() == 1; }));
+    EXPECT_TRUE(eventually([] { return !usbevents_test::anySet(); }));
+    EXPECT_TRUE(kvo::UsbEvents::activate(ignore));
+}
+
+TEST_F(CppUsbEvents, answer_a_call_that_begins_after_their_destruction)
+{
+    const ScriptedService service({acceptsAll()});
+    SendUsbEventV2 callback = nullptr;
+    std::atomic<int> calls{0};
+    const auto alive = std::make_shared<int>(0);
+    {
+        const kvo::UsbEvents events =
+            kvo::UsbEvents::activate([&, owned = alive](const kvo::UsbEvent &) { return ++calls > 0; }).value();
+        callback = callbackSet();
+        EXPECT_EQ(callWith(callback, USB_EVENT_REMOVED), 1);
+    }
+    EXPECT_EQ(alive.use_count(), 1) << "the handler is destroyed";
+    const int before = calls;
+    EXPECT_EQ(callWith(callback, USB_EVENT_REMOVED), -1);
+    EXPECT_EQ(callWith(callback, USB_EVENT_DEACTIVATED), -1);
+    EXPECT_EQ(calls, before);
+}
+
+TEST_F(CppUsbEvents, answer_a_code_that_they_do_not_know)
+{
+    const ScriptedService service({acceptsAll()});
+    const Recorder recorder;
+    const kvo::UsbEvents events = kvo::UsbEvents::activate(recorder).value();
+    ASSERT_TRUE(recorder.waitFor("activated"));
+    EXPECT_EQ(callWith(callbackSet(), 12), -1);
+    EXPECT_EQ(callWith(callbackSet(), 103), -1);
+    EXPECT_TRUE(events.active());
+    EXPECT_THAT(recorder.texts(), ElementsAre("begin", "activated"));
+}
+
+TEST_F(CppUsbEvents, may_be_owned_by_their_own_handler)
+{
+    const ScriptedService service({acceptsAll()});
+    struct Program {
+        std::optional<kvo::UsbEvents> events;
+        ~Program() { ended->set(); }
+        std::shared_ptr<Signal> ended = std::make_shared<Signal>();
+    };
+    auto program = std::make_shared<Program>();
+    const auto ended = program->ended;
+    program->events = kvo::UsbEvents::activate([program](const kvo::UsbEvent &) { return true; }).value();
+    kvo::UsbEvents &events = *program->events;
+    program.reset();
+    EXPECT_TRUE(events.close()) << "destroys the handler, and with it the object that is being closed";
+    EXPECT_TRUE(ended->wait(0ms));
+}
+
+TEST_F(CppUsbEvents, can_be_activated_again_in_the_handler_that_closed_them)
+{
+    const ScriptedService service({acceptsAll()});
+    const Recorder second;
+    std::optional<kvo::UsbEvents> events;
+    events = kvo::UsbEvents::activate([&](const kvo::UsbEvent &event) {
+                 if (isDevice(event)) {
+                     events.reset();
+                     events = kvo::UsbEvents::activate(second).value();
+                 }
+                 return true;
+             }).value();
+    EXPECT_EQ(usbServerReply(kRemoved), "ok\n");
+    ASSERT_TRUE(second.waitFor("activated"));
+    EXPECT_EQ(usbServerReply(kChanged), "ok\n");
+    EXPECT_THAT(second.texts(), ElementsAre("begin", "activated", "changed 10.0.0.5 usb1 1-1.4 7"))
+        << "the final code of the first object is not theirs";
+}
+
+TEST_F(CppUsbEvents, can_be_closed_in_the_handler_of_every_status)
+{
+    for (const kvo::UsbStatus when : {kvo::UsbStatus::activated, kvo::UsbStatus::refused}) {
+        const bool refuses = when == kvo::UsbStatus::refused;
+        const ScriptedService service({acceptsAll({{"activateUSBEvents", refuses ? "no" : "ok"}})});
+        std::optional<kvo::UsbEvents> events;
+        std::mutex lock;
+        Signal closed;
+        {
+            const std::lock_guard guard(lock);
+            events = kvo::UsbEvents::activate([&](const kvo::UsbEvent &event) {
+                         if (std::holds_alternative<kvo::UsbStatus>(event) && std::get<kvo::UsbStatus>(event) == when) {
+                             const std::lock_guard stored(lock);
+                             EXPECT_TRUE(events->close());
+                             closed.set();
+                         }
+                         return true;
+                     }).value();
+        }
+        EXPECT_TRUE(closed.wait());
+        EXPECT_TRUE(eventually([] { return !usbevents_test::anySet(); }));
+        EXPECT_TRUE(kvo::UsbEvents::activate(ignore));
+    }
+}
+
+TEST_F(CppUsbEvents, can_be_activated_while_another_thread_closes_the_object_before)
+{
+    const ScriptedService service({acceptsAll()});
+    std::optional<kvo::UsbEvents> first = kvo::UsbEvents::activate(ignore).value();
+    Signal closing;
+    const SendUsbEventV2 callback = callbackSet();
+    std::thread closer([&] {
+        closing.set();
+        first.reset();
+    });
+    ASSERT_TRUE(closing.wait());
+    ASSERT_TRUE(eventually([&] { return callWith(callback, 12) == -1 && callWith(callback, USB_EVENT_REMOVED) == -1; }));
+    const Recorder recorder;
+    const auto second = kvo::UsbEvents::activate(recorder);
+    ASSERT_TRUE(second) << "it waits for the close";
+    EXPECT_TRUE(recorder.waitFor("activated"));
+    EXPECT_THAT(recorder.texts(), ElementsAre("begin", "activated"));
+    closer.join();
+    EXPECT_TRUE(second->active());
+}
+
+// ---- Threads ----
+
+/// Whether the calling thread is not detached: pthread_join of a detached one may seem to succeed.
+bool joinable()
+{
+    pthread_attr_t attributes;
+    EXPECT_EQ(pthread_getattr_np(pthread_self(), &attributes), 0);
+    int state = PTHREAD_CREATE_DETACHED;
+    EXPECT_EQ(pthread_attr_getdetachstate(&attributes, &state), 0);
+    pthread_attr_destroy(&attributes);
+    return state == PTHREAD_CREATE_JOINABLE;
+}
+
+TEST_F(CppUsbEvents, do_not_detach_the_thread_that_activates_and_closes_them)
+{
+    const ScriptedService service({acceptsAll()});
+    pthread_t thread{};
+    int expected = 0;
+    const auto activateAndClose = [](void *argument) -> void * {
+        EXPECT_TRUE(kvo::UsbEvents::activate(ignore).value().close());
+        return joinable() ? argument : nullptr;
+    };
+    ASSERT_EQ(pthread_create(&thread, nullptr, activateAndClose, &expected), 0);
+    void *result = nullptr;
+    ASSERT_EQ(pthread_join(thread, &result), 0);
+    EXPECT_EQ(result, &expected);
+}
+
+TEST_F(CppUsbEvents, do_not_detach_the_worker_that_activates_and_closes_them)
+{
+    const ScriptedService service({acceptsAll()});
+    kvo::Requests requests = kvo::Requests::create().value();
+    bool workerIsJoinable = false;
+    ASSERT_TRUE(requests.submit(
+        [] {
+            EXPECT_TRUE(kvo::UsbEvents::activate(ignore).value().close());
+            return joinable();
+        },
+        [&](const kvo::Result<bool> &result) { workerIsJoinable = result.value(); }, 60s));
+    EXPECT_TRUE(eventually([&] { return requests.dispatch() == 1; }, 30s));
+    EXPECT_TRUE(workerIsJoinable);
+    requests.close();  // joins the worker
+}
+
+/// Makes the creation of threads fail, from the given one on.
+support::SystemCalls withoutThreadsFrom(int first)
+{
+    support::SystemCalls calls;
+    calls.pthreadCreate = [first, created = std::make_shared<std::atomic<int>>(0)] {
+        return ++*created >= first ? EAGAIN : support::kPassThrough;
+    };
+    return calls;
+}
+
+struct MissingThread {
+    const char *name;
+    int first;
+};
+
+class CppUsbThreads : public CppUsbEvents, public testing::WithParamInterface<MissingThread> {};
+
+const MissingThread kMissingThreads[] = {{"of_the_activation", 1}, {"of_the_server", 2}, {"that_asks_the_service", 3}};
+
+TEST_P(CppUsbThreads, leave_nothing_if_one_cannot_be_created_for_an_activation)
+{
+    const ScriptedService service({acceptsAll()});
+    const auto alive = std::make_shared<int>(0);
+    {
+        const support::WithSystemCalls failing(withoutThreadsFrom(GetParam().first));
+        const auto events = kvo::UsbEvents::activate([alive](const kvo::UsbEvent &) { return true; });
+        ASSERT_FALSE(events.has_value());
+        EXPECT_EQ(events.error().meaning(), GetParam().first == 2 ? kvo::Errc::server_failed : kvo::Errc::no_thread)
+            << events.error().message();
+    }
+    EXPECT_EQ(alive.use_count(), 1);
+    EXPECT_FALSE(usbevents_test::anySet());
+    const Recorder recorder;
+    const auto events = kvo::UsbEvents::activate(recorder);
+    ASSERT_TRUE(events);
+    EXPECT_TRUE(recorder.waitFor("activated"));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, CppUsbThreads, testing::ValuesIn(kMissingThreads),
+                         [](const auto &row) { return std::string(row.param.name); });
+
+TEST_F(CppUsbEvents, can_be_closed_again_if_the_thread_for_it_could_not_be_created)
+{
+    const ScriptedService service({acceptsAll()});
+    const Recorder recorder;
+    kvo::UsbEvents events = kvo::UsbEvents::activate(recorder).value();
+    ASSERT_TRUE(recorder.waitFor("activated"));
+    {
+        const support::WithSystemCalls failing(withoutThreadsFrom(1));
+        const auto closed = events.close();
+        ASSERT_FALSE(closed);
+        EXPECT_EQ(closed.error().meaning(), kvo::Errc::no_thread);
+    }
+    EXPECT_TRUE(events.close());
+    EXPECT_FALSE(usbevents_test::anySet());
+}
+
+TEST_F(CppUsbEvents, whose_destruction_found_no_thread_leave_the_next_activation_possible)
+{
+    const ScriptedService service({acceptsAll()});
+    const Recorder first;
+    {
+        std::optional<kvo::UsbEvents> events = kvo::UsbEvents::activate(first).value();
+        ASSERT_TRUE(first.waitFor("activated"));
+        const support::WithSystemCalls failing(withoutThreadsFrom(1));
+        events.reset();
+    }
+    EXPECT_EQ(usbServerReply(kChanged), "failed\n");
+    const Recorder second;
+    const auto events = kvo::UsbEvents::activate(second);
+    ASSERT_TRUE(events);
+    EXPECT_TRUE(second.waitFor("activated"));
+    EXPECT_EQ(usbServerReply(kChanged), "ok\n");
+}
+
+TEST_F(CppUsbEvents, leave_no_resources_in_use_after_many_activations)
+{
+    const ScriptedService service({acceptsAll()});
+    const auto activateAndClose = [] {
+        const Recorder recorder;
+        kvo::UsbEvents events = kvo::UsbEvents::activate(recorder).value();
+        EXPECT_TRUE(recorder.waitFor("activated"));
+        EXPECT_EQ(usbServerReply(kChanged), "ok\n");
+        EXPECT_TRUE(events.close());
+    };
+    activateAndClose();
+    std::size_t threads = 0;
+    EXPECT_TRUE(eventually([&] { return (threads = support::threadsRunning()) <= 2; })) << "this one and the service's";
+    const auto before = support::resourceUsage();
+    constexpr int kRounds = 10;
+    for (int round = 0; round < kRounds; ++round) {
+        activateAndClose();
+    }
+    EXPECT_TRUE(eventually([&] { return support::threadsRunning() <= threads; }));
+    constexpr std::size_t kSpare = 100'000;
+    support::expectSameUsage(kRounds, "activations", "", before, support::resourceUsage(), kSpare);
+}
+
+}  // namespace

@@ -3,6 +3,7 @@
 
 #include <kvo_hws/kvo_hws.hpp>
 
+#include "cpp/events/signal.h"
 #include "support/eventually.h"
 #include "support/scripted_service.h"
 #include "support/usb_events.h"
@@ -110,29 +111,13 @@ private:
     std::shared_ptr<Record> record_ = std::make_shared<Record>();
 };
 
-/// Something that one thread waits for and another one sets.
-class Signal {
-public:
-    void set()
-    {
-        const std::lock_guard lock(lock_);
-        isSet_ = true;
-        changed_.notify_all();
-    }
-    /// Returns false after 10 s.
-    bool wait(std::chrono::milliseconds most = std::chrono::seconds(10))
-    {
-        std::unique_lock lock(lock_);
-        return changed_.wait_for(lock, most, [this] { return isSet_; });
-    }
-
-private:
-    std::mutex lock_;
-    std::condition_variable changed_;
-    bool isSet_ = false;
-};
-
 inline bool isDevice(const kvo::UsbEvent &event) { return !std::holds_alternative<kvo::UsbStatus>(event); }
+
+inline bool isStatus(const kvo::UsbEvent &event, kvo::UsbStatus status)
+{
+    const auto *const reported = std::get_if<kvo::UsbStatus>(&event);
+    return reported != nullptr && *reported == status;
+}
 
 /// The library's callback while an object is active, as a thread of the library would still have it after a close.
 inline SendUsbEventV2 callbackSet() { return __atomic_load_n(&sendUSBEvent2, __ATOMIC_SEQ_CST); }

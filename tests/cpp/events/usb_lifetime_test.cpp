@@ -188,7 +188,7 @@ TEST_F(CppUsbEvents, can_be_closed_in_the_handler_of_every_status)
         {
             const std::lock_guard guard(lock);
             events = kvo::UsbEvents::activate([&](const kvo::UsbEvent &event) {
-                         if (std::holds_alternative<kvo::UsbStatus>(event) && std::get<kvo::UsbStatus>(event) == when) {
+                         if (cpp_events_test::isStatus(event, when)) {
                              const std::lock_guard stored(lock);
                              EXPECT_TRUE(events->close());
                              closed.set();
@@ -352,9 +352,9 @@ TEST_F(CppUsbEvents, leave_no_resources_in_use_after_many_activations)
         EXPECT_EQ(usbServerReply(kChanged), "ok\n");
         EXPECT_TRUE(events.close());
     };
+    const std::size_t threads = support::threadsRunning();
     activateAndClose();
-    std::size_t threads = 0;
-    EXPECT_TRUE(eventually([&] { return (threads = support::threadsRunning()) <= 2; })) << "this one and the service's";
+    EXPECT_TRUE(eventually([&] { return support::threadsRunning() <= threads; }));
     const auto before = support::resourceUsage();
     constexpr int kRounds = 10;
     for (int round = 0; round < kRounds; ++round) {

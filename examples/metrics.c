@@ -3,7 +3,6 @@
 
 #include <stdio.h>
 #include <stdlib.h>
-#include <string.h>
 
 /* The number of connected clients, or 0 if they cannot be counted. */
 static uint32_t count_clients(void)
@@ -29,12 +28,10 @@ int main(void)
 {
     const uint32_t station = 0x0A000005; /* 10.0.0.5 */
     const uint32_t rotationMetric = 6;
-    unsigned char area[8];
-    uint32_t rotation = 0;
+    uint32_t value[2]; /* a metric takes 8 bytes; a number is in the first 4 */
 
-    if (KVO_HWS_getStationMetrics(station, rotationMetric, area) == KVO_HWS_OK) {
-        memcpy(&rotation, area, sizeof rotation);
-        printf("rotation %u\n", (unsigned)rotation);
+    if (KVO_HWS_getStationMetrics(station, rotationMetric, value) == KVO_HWS_OK) {
+        printf("rotation %u\n", (unsigned)value[0]);
     }
     printf("%u clients\n", (unsigned)count_clients());
     puts(KVO_HWS_isMarovantiPanel(station) == KVO_HWS_OK ? "a Marovanti panel" : "another panel");

@@ -519,8 +519,8 @@ public:
     }
 
     /** Counts the input devices.
-     *  @return keyboards, mice, and touch devices including multi-touch devices. A count of 4294967295 cannot be told from a
-     *  missing one, and is empty. Calls KVO_HWS_showInputDevice
+     *  @return keyboards, mice, and touch devices including multi-touch devices. A count of 4294967295 cannot be distinguished
+     *  from a missing one, and is empty. Calls KVO_HWS_showInputDevice
      */
     [[nodiscard]] Result<InputDevices> show_input_device() const
     {

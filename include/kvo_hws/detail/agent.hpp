@@ -166,7 +166,7 @@ inline std::string agent_parameters(const AgentOptions &options)
 
 /* ---- Starting, sending and closing ---- */
 
-/* True if the library has an agent, whoever started it. */
+/* True if the library has an agent, from this interface or from a call of the C function. */
 [[nodiscard]] inline bool agent_is_in_use() noexcept
 {
     return __atomic_load_n(&gEmbKvoInst->running, __ATOMIC_SEQ_CST) != 0 ||

@@ -13,6 +13,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <initializer_list>
 #include <optional>
 #include <string>
@@ -176,7 +177,8 @@ Result<std::optional<std::string>> text(const char *name, Call call)
         std::uint32_t size = capacity;
         const std::int32_t code = call(read.data(), &size);
         if (code != KVO_HWS_TOO_SMALL) {
-            return stored_or_none(name, code, std::string(read.c_str()));
+            read.resize(std::strlen(read.c_str()));
+            return stored_or_none(name, code, std::move(read));
         }
         if (size >= kLargestList) {
             return too_large(name);

@@ -168,7 +168,7 @@ private:
             Handler last;
             last.swap(handler_);
             lock.unlock();
-            last = nullptr; /* still part of the call: whoever waits for it relies on this */
+            last = nullptr; /* still part of the call: a thread that waits for it relies on this */
             lock.lock();
         }
         Call **place = &calls_;
@@ -197,7 +197,7 @@ private:
     Handler handler_;
 };
 
-/* An event in a loop. If it does not run, its destruction answers whoever waits for it. */
+/* An event in a loop. If it does not run, its destruction answers the thread that waits for it. */
 template <class Kind>
 class KVO_HWS_EXCEPTIONS_TAG QueuedEvent final : public LoopItem {
 public:

@@ -1,8 +1,8 @@
 /** @file
  *  Internal: the state of kvo::UsbEvents. Include usbevents.hpp instead.
  *
- *  The library has one slot for a callback, sendUSBEvent2, which all shared objects of the process share. Whoever sets it from
- *  null to its own function has claimed the events. The slot also shows their end: the library clears it after it has sent the
+ *  The library has one slot for a callback, sendUSBEvent2, which all shared objects of the process share. An object claims the
+ *  events by setting it from null to its own function. The slot also shows their end: the library clears it after it has sent the
  *  last code. An object therefore waits until the slot is cleared before the next one may begin: a code that arrives later finds
  *  no callback, so the next object never takes it for its own end.
  */

@@ -19,7 +19,8 @@ if(KVO_BUILD_MANUALS)
 
   set(manuals ${PROJECT_BINARY_DIR}/manuals)
   file(GLOB sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/include/kvo_hws/*.h* ${PROJECT_SOURCE_DIR}/docs/*.md
-    ${PROJECT_SOURCE_DIR}/docs/reference/* ${PROJECT_SOURCE_DIR}/docs/reference/man/* ${PROJECT_SOURCE_DIR}/examples/*.c*)
+    ${PROJECT_SOURCE_DIR}/docs/reference/* ${PROJECT_SOURCE_DIR}/docs/reference/man/* ${PROJECT_SOURCE_DIR}/examples/*.c*
+    ${PROJECT_SOURCE_DIR}/examples/*/*.?pp)
   list(FILTER sources EXCLUDE REGEX "/(man|__pycache__)$")
   add_custom_command(OUTPUT ${manuals}/built COMMAND ${KVO_BUILD_MANUALS_COMMAND} --output ${manuals}
     COMMAND ${CMAKE_COMMAND} -E touch ${manuals}/built

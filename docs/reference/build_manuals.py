@@ -20,9 +20,10 @@ ROOT = Path(__file__).resolve().parents[2]
 def write_examples(file):
     """Writes a page for each example, introduced by its first comment."""
     blocks = []
-    for path in sorted((ROOT / 'examples').glob('*.c*')):
+    examples = ROOT / 'examples'
+    for path in [*sorted(examples.glob('*.c*')), *sorted(examples.glob('*/*.[ch]pp'))]:
         first = path.read_text().split('\n')[0].removeprefix('//').removeprefix('/*').removesuffix('*/').strip()
-        blocks.append(f'/** @example {path.name}\n *  @details {first}\n */\n')
+        blocks.append(f'/** @example {path.relative_to(examples)}\n *  @details {first}\n */\n')
     file.write_text('\n'.join(blocks))
 
 

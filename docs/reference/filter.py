@@ -19,14 +19,17 @@ def linked_names():
     return {name for name in exported + inline + enumerators if re.search('[A-Z_]', name) and len(name) > 5}
 
 
-def classes():
-    """The classes and enumerations of the C++ interface."""
-    headers = ''.join(path.read_text() for path in HEADERS.glob('*.hpp'))
-    return set(re.findall(r'^(?:class|struct|enum class) (?:\[\[nodiscard\]\] )?(\w+)', headers, re.M))
+def cpp_names():
+    """The classes, enumerations, types and functions of namespace kvo."""
+    text = ''.join(path.read_text() for path in HEADERS.glob('*.hpp'))
+    text = re.sub(r'/\*\* @cond internal \*/.*?/\*\* @endcond \*/', '', text, flags=re.S)
+    types = re.findall(r'^(?:class|struct|enum class|using) (?:\[\[nodiscard\]\] )?(\w+)', text, re.M)
+    functions = re.findall(r'^(?:\[\[nodiscard\]\] )?(?:inline|constexpr) .*?(\w+)\(', text, re.M)
+    return types + functions
 
 
 NAME = re.compile(r'(?<![\w#:.-])(' + '|'.join(sorted(linked_names(), key=len, reverse=True)) + r')\b(?!\.)')
-CPP_NAME = re.compile(rf'(?:kvo::)?((?:{"|".join(sorted(classes()))})(?:::\w+)?)')
+CPP_NAME = re.compile(rf'(?:kvo::)?((?:{"|".join(sorted(set(cpp_names())))})(?:::\w+)?)')
 
 
 def page_id(stem):
@@ -79,8 +82,8 @@ LANGUAGES = ('c', 'cpp', 'python')
 
 def link(target, stem):
     """The target of a page's link in the reference."""
-    if example := re.fullmatch(r'\.\./examples/(\w+)\.(c|cpp)', target):
-        return f'{example[1]}_8{example[2]}-example.html'
+    if example := re.fullmatch(r'\.\./examples/([\w/]+)\.(c|cpp|hpp)', target):
+        return f'{example[1].replace("/", "_2")}_8{example[2]}-example.html'
     if target.rstrip('/') == '../include/kvo_hws':
         return 'files.html'
     if target.startswith('../examples'):

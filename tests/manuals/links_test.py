@@ -60,10 +60,14 @@ def main(folder):
     assert 'group__kvo__hws__stations.html#' in (folder / 'page_programming.html').read_text()
     assert 'page_remote_protocol.html#page_remote_protocol-commands-passed-to-the-host-program' in (folder / 'page_programming.html').read_text()
     # The C++ interface: each header and class has a page, and internal names have none.
-    for name in ('address_8hpp.html', 'classkvo_1_1Result.html', 'namespacekvo.html', 'stations_8cpp-example.html'):
+    for name in ('address_8hpp.html', 'classkvo_1_1Result.html', 'namespacekvo.html', 'stations_8cpp-example.html', 'panel_2poll_8cpp-example.html'):
         assert (folder / name).exists(), f'{name} is missing'
     assert not list(folder.glob('*detail*')), 'a page about internal names'
     assert "'../classkvo_1_1Address.html'" in (search / 'classes_0.js').read_text()
+    # The names of C++ in the pages are links, too.
+    cpp = (folder / 'page_cpp.html').read_text()
+    assert re.search(r'href="classkvo_1_1Station.html#\w+">kvo::Station::mcp_address</a>', cpp), 'page_cpp.html has no link to a member'
+    assert re.search(r'href="group__kvo__cpp__service.html#\w+">kvo::library_version</a>', cpp), 'page_cpp.html has no link to a function'
     # The pages show no markup as text.
     for page in folder.glob('page_*.html'):
         text = page.read_text()

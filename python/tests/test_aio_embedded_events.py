@@ -20,12 +20,14 @@ def test_embedded_events_arrive_in_the_loop(simulator: Simulator) -> None:
             with pytest.raises(AlreadyRunning):
                 await aio.EmbeddedEvents().start()
             await in_a_thread(simulator.wait_for_listeners)
+            waiting = asyncio.ensure_future(events.get())
+            await asyncio.sleep(0)
             await in_a_thread(simulator.publish, "key", "F1")
             await in_a_thread(simulator.publish, "screen", "Übersicht, 2")
+            assert await asyncio.wait_for(waiting, 20) == EmbeddedEvent("key", "F1")
             async for event in events:
-                assert event == EmbeddedEvent("key", "F1")
+                assert event == EmbeddedEvent("screen", "Übersicht, 2")
                 break
-            assert await events.get(timeout=20) == EmbeddedEvent("screen", "Übersicht, 2")
         assert [event async for event in events] == []
 
     asyncio.run(main())

@@ -236,6 +236,29 @@ def test_a_coroutine_that_closes_the_events_does_not_wait_for_itself(simulator: 
     asyncio.run(main())
 
 
+def test_the_end_waits_for_a_callback_that_is_running(simulator: Simulator) -> None:
+    async def main() -> None:
+        begun, release = asyncio.Event(), asyncio.Event()
+
+        async def on_event(event: UsbEvent) -> None:
+            begun.set()
+            await release.wait()
+
+        events = aio.UsbEvents(on_event)
+        await events.start()
+        reply = in_a_thread(reply_to_an_event)
+        await begun.wait()
+        ending = asyncio.ensure_future(events.aclose())
+        await until(lambda: events._closing is not None and events._closing.done())
+        await asyncio.sleep(0.01)
+        assert events.end is UsbEventCode.DEACTIVATED and not ending.done()
+        release.set()
+        await ending
+        await reply
+
+    asyncio.run(main())
+
+
 def test_no_callback_begins_after_the_end(simulator: Simulator) -> None:
     called: List[UsbEvent] = []
 

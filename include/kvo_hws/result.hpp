@@ -21,6 +21,10 @@
 #ifndef KVO_HWS_RESULT_HPP
 #define KVO_HWS_RESULT_HPP
 
+#if __cplusplus < 201703L
+#error "the C++ interface needs C++17: compile with -std=c++17 or later, or include kvo_hws/kvo_hws.h"
+#endif
+
 #include <kvo_hws/result.h>
 
 #include <cstdint>

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
 #include <optional>
 #include <string>
 #include <utility>
@@ -23,16 +22,11 @@ public:
         std::string station, ident, name;
     };
 
-    Panel(kvo::Requests &requests, const kvo::Station &station) : requests_(requests), station_(station)
-    {
-        // The service's events go through the same descriptor as the replies. So this handler also runs in the thread of the loop.
-        auto events = kvo::UsbEvents::activate(requests, [this](const kvo::UsbEvent &event) { return note(event); });
-        if (events) {
-            usb_events_ = std::move(*events);
-        } else {
-            usb_ = events.error().reason();
-        }
-    }
+    Panel(kvo::Requests &requests, const kvo::Station &station) : requests_(requests), station_(station) { activate_usb(); }
+    // The worker may still call a function that uses this object, so wait for it.
+    ~Panel() { requests_.close(); }
+    Panel(const Panel &) = delete;
+    Panel &operator=(const Panel &) = delete;
 
     // The next picture: asks the service every second, unless it has not answered yet.
     void draw_next()
@@ -49,20 +43,19 @@ public:
         if (setting_) {
             return;
         }
-        setting_ = true;
         const auto sent = static_cast<std::uint32_t>(*wanted_);
-        ask([station = station_, sent] { return station.set_backlight_brightness(sent); },
-            [this, sent](const kvo::Result<void> &done) {
-                setting_ = false;
-                if (!done) {
-                    wanted_.reset();
-                    return;
-                }
-                backlight_ = sent;
-                if (*wanted_ != static_cast<int>(sent)) {
-                    set_backlight(*wanted_);
-                }
-            });
+        setting_ = ask([station = station_, sent] { return station.set_backlight_brightness(sent); },
+                       [this, sent](const kvo::Result<void> &done) {
+                           setting_ = false;
+                           if (!done) {
+                               wanted_.reset();
+                               return;
+                           }
+                           backlight_ = sent;
+                           if (*wanted_ != static_cast<int>(sent)) {
+                               set_backlight(*wanted_);
+                           }
+                       });
     }
     void change_backlight(int difference) { set_backlight(backlight() + difference); }
 
@@ -90,9 +83,9 @@ public:
     }
 
 private:
-    // Asks without waiting. The loop calls show() with the answer, or after the time limit with an error.
+    // Asks without waiting. Returns whether show() will be called: with the answer, or after the time limit with an error.
     template <class Request, class Show>
-    void ask(Request request, Show show)
+    bool ask(Request request, Show show)
     {
         if (unanswered_++ == 0) {
             asked_ = std::chrono::steady_clock::now();
@@ -111,6 +104,7 @@ private:
             new_failure_ = submitted.error().reason();
             end_of_request();
         }
+        return submitted.has_value();
     }
 
     // The failure is shown until all requests have been answered again.
@@ -137,20 +131,48 @@ private:
             });
     }
 
+    // This can take some seconds, so it is a request too. The handler is called where the loop calls dispatch(). If no service is running,
+    // the events begin when one does.
+    void activate_usb()
+    {
+        const auto submitted = requests_.submit(
+            [this] { return kvo::UsbEvents::activate(requests_, [this](const kvo::UsbEvent &event) { return note(event); }); },
+            [this](kvo::Result<kvo::UsbEvents> events) {
+                if (events) {
+                    usb_events_ = std::move(*events);
+                } else {
+                    usb_ = events.error().reason();
+                }
+            },
+            std::chrono::seconds(20));
+        if (!submitted) {
+            usb_ = submitted.error().reason();
+        }
+    }
+
     bool note(const kvo::UsbEvent &event)
     {
         if (const auto *status = std::get_if<kvo::UsbStatus>(&event)) {
-            usb_ = *status == kvo::UsbStatus::activated ? "" : "no events";
+            note(*status);
         } else if (const auto *device = std::get_if<kvo::UsbNewDevice>(&event)) {
             devices_.push_back({device->ip_address, device->ident2, device->text7});
         } else if (const auto *gone = std::get_if<kvo::UsbDeviceRemoved>(&event)) {
-            devices_.erase(std::remove_if(devices_.begin(), devices_.end(),
-                                          [gone](const Device &known) {
-                                              return known.station == gone->ip_address && known.ident == gone->ident2;
-                                          }),
-                           devices_.end());
+            const auto is_gone = [gone](const Device &known) {
+                return known.station == gone->ip_address && known.ident == gone->ident2;
+            };
+            devices_.erase(std::remove_if(devices_.begin(), devices_.end(), is_gone), devices_.end());
         }
         return true;
+    }
+
+    void note(kvo::UsbStatus status)
+    {
+        if (status == kvo::UsbStatus::activated) {
+            usb_.clear();
+        } else if (is_final(status)) {
+            devices_.clear();
+            usb_ = status == kvo::UsbStatus::deactivated ? "another program receives the events" : "no events";
+        }
     }
 
     kvo::Requests &requests_;

@@ -23,7 +23,7 @@ public:
     ~Terminal()
     {
         if (is_terminal_) {
-            std::fputs("\033[?25h\n", stdout);
+            std::fputs("\033[?25h", stdout);
             tcsetattr(STDIN_FILENO, TCSANOW, &before_);
         }
     }
@@ -33,10 +33,11 @@ public:
     // Draws the screen over the last one. In a file or a pipe, the screens follow each other.
     void draw(const Panel &panel) const
     {
+        std::fputs(is_terminal_ ? "\033[H" : "", stdout);
         for (const std::string &line : screen(panel)) {
             std::printf("%s%s\n", line.c_str(), is_terminal_ ? "\033[K" : "");
         }
-        std::fputs(is_terminal_ ? "\033[J\033[H" : "\n", stdout);
+        std::fputs(is_terminal_ ? "\033[J" : "\n", stdout);
         std::fflush(stdout);
     }
 
@@ -62,7 +63,7 @@ public:
 
 private:
     static constexpr std::size_t columns = 80;
-    static constexpr std::size_t rows = 10;  // stations
+    static constexpr std::size_t rows = 8;  // stations
 
     static std::vector<std::string> screen(const Panel &panel)
     {

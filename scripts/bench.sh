@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Usage: scripts/bench.sh [--seconds N] [SUBJECT...]
 # Builds and runs the benchmarks. They compare the library with a baseline, which is code that does the same work, and mark missed
-# goals. Subjects: exchange, lists, reading, writing, usb, agent, plant, tap, recording, loading, cpp,
-# requests. Without a subject, all of them run.
+# goals. Subjects: exchange, lists, reading, writing, usb, agent, plant, tap, recording, loading, cpp, requests. Without a subject,
+# all of them run.
 # --seconds is the length of the recording (default: 15); its memory is checked if it takes 120 s or more.
 set -euo pipefail
 . "$(dirname "$0")/common.sh"

@@ -2,8 +2,8 @@
 # Usage: scripts/soak.sh [MINUTES] [OPTION...]    puts load on the library for MINUTES: 20 by default, fractions allowed
 #        scripts/soak.sh prove [OPTION...]        checks that the test finds faults: runs it with faulty copies of the library
 # Soak test: puts load on the library for a long time, and checks its results and its resource usage. The load consists of requests from
-# eight threads, many USB events, an agent whose remote side often disconnects, and signals. The simulated service is private and fails
-# on purpose.
+# eight threads and two event loops, many USB events, an agent whose remote side often disconnects, and signals. The simulated service is
+# private and fails on purpose.
 #   --seed N       uses the random numbers of an earlier run; each run prints its seed
 #   --json         prints the figures as JSON, also those of each request
 #   --warm-up S    seconds before the check of resource usage starts (by default a fifth of the time, at most 120)

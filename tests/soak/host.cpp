@@ -1,5 +1,6 @@
 #include "host.h"
 
+#include "loop_requests.h"
 #include "requests.h"
 #include "support/leak_suppressions.h"
 
@@ -7,6 +8,7 @@
 #include <kvo_hws/runtime.h>
 #include <kvo_hws/service.h>
 
+#include <array>
 #include <cstdlib>
 #include <string_view>
 
@@ -17,6 +19,7 @@ namespace soak {
 namespace {
 
 constexpr int kRequesters = 8;
+constexpr int kLoops = 2;
 constexpr int kPushers = 2;
 constexpr uint32_t kBurst = 100;  // requests without a pause
 constexpr auto kAgentLifeShortest = 60s;
@@ -160,6 +163,7 @@ void runHost(SharedState &shared, uint64_t seed)
         shared.complaints.add("the service has no stations");
         return;
     }
+    std::array<LoopRequests, kLoops> loops{LoopRequests(shared, stations), LoopRequests(shared, stations)};
     Workers workers(shared, kHost, seed);
     for (int i = 0; i < kRequesters; ++i) {
         workers.add("requests", [&stations](Worker &worker) { request(worker, stations); });
@@ -177,6 +181,10 @@ void runHost(SharedState &shared, uint64_t seed)
         workers.add("indications", push);
     }
     workers.add("embedded events", listenOnce);
+    for (LoopRequests &loop : loops) {
+        workers.add(
+            "loop", [&loop](Worker &worker) { loop.step(worker); }, [&loop](Worker &worker) { loop.cleanUp(worker); });
+    }
     workers.measureCheckpoints();
 }
 

@@ -123,6 +123,12 @@ constexpr Sum kSums[] = {
     {"embedded_events_published", &Figures::eventsPublished, true},
     {"embedded_events_written", &Figures::eventsWritten, true},
     {"embedded_events_received", &Figures::eventsReceived, true},
+    {"loop_requests", &Figures::loopRequests, true},
+    {"loop_answers", &Figures::loopAnswers, true},
+    {"loop_timeouts", &Figures::loopTimeouts, true},
+    {"loop_requests_cancelled", &Figures::loopCancelled, true},
+    {"loop_requests_dropped", &Figures::loopDropped, true},
+    {"loop_requests_refused", &Figures::loopRefused, true},
     {"faults", &Figures::faults, true},
     {"signals", &Figures::signals, true},
 };

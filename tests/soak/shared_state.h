@@ -132,6 +132,12 @@ struct Figures {
     Counter eventsPublished{};
     Counter eventsWritten{};  ///< counted once per listener
     Counter eventsReceived{};
+    Counter loopRequests{};
+    Counter loopAnswers{};
+    Counter loopTimeouts{};
+    Counter loopCancelled{};
+    Counter loopDropped{};
+    Counter loopRefused{};
     Counter faults{};
     Counter signals{};
 };

@@ -1,10 +1,13 @@
 // What is refused, and what happens when the system has no thread or descriptor left.
 #include "cpp/requests/waiting.h"
+#include "support/failing_allocations.h"
 #include "support/no_descriptors.h"
 #include "support/resource_usage.h"
 #include "support/system_calls.h"
 
 #include <cerrno>
+#include <new>
+#include <optional>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -88,6 +91,49 @@ TEST(RequestsFailures, include_each_descriptor_that_cannot_be_created)
             EXPECT_EQ(support::descriptorsOpen(), descriptors);
         }
     }
+}
+
+/// Repeats a step with more and more memory until it succeeds. Returns how often memory ran out.
+template <class Step>
+int untilThereIsMemory(Step step)
+{
+    for (int granted = 0;; ++granted) {
+        try {
+            const support::FailingAllocations failing(granted);
+            if (step()) {
+                return granted;
+            }
+        } catch (const std::bad_alloc &) {
+            continue;
+        }
+    }
+}
+
+TEST(RequestsFailures, for_lack_of_memory_lose_nothing)
+{
+    if (const char *reason = support::FailingAllocations::unavailable()) {
+        GTEST_SKIP() << reason;
+    }
+    const support::ResourceUsage before = support::resourceUsage();
+    std::optional<Requests> requests;
+    const int created = untilThereIsMemory([&] {
+        auto result = Requests::create();  // Errc::no_thread if the C library has no memory for the thread
+        return result && (requests.emplace(std::move(*result)), true);
+    });
+    EXPECT_GT(created, 1);
+    Diary diary;
+    auto completion = diary.entry();
+    const int submitted = untilThereIsMemory([&] {
+        const auto id = requests->submit([] { return 5; }, completion);
+        EXPECT_EQ(requests->pending(), 1U);
+        return id.has_value();
+    });
+    EXPECT_GT(submitted, 1);
+    ASSERT_TRUE(dispatchAll(*requests));
+    EXPECT_EQ(diary.entries, (std::vector<std::string>{"5"}));
+    requests->close();
+    EXPECT_EQ(support::descriptorsOpen(), before.descriptors);
+    EXPECT_TRUE(support::eventually([&] { return support::threadsRunning() <= before.threads; }));
 }
 
 TEST(RequestsFailures, do_not_include_requests_without_a_free_descriptor)

@@ -221,6 +221,7 @@ TEST(RequestsDispatch, runs_other_items_in_the_order_of_posting)
     EXPECT_TRUE(loop->post(std::make_unique<Item>(entries, "one")));
     EXPECT_TRUE(loop->post(std::make_unique<Item>(entries, "two")));
     EXPECT_EQ(requests.pending(), 0U);
+    EXPECT_FALSE(requests.cancel(0)) << "only requests can be cancelled";
     ASSERT_TRUE(isReadable(requests, 10s));
     EXPECT_EQ(requests.dispatch(), 2U);
     EXPECT_EQ(entries, (std::vector<std::string>{"one", "end of one", "two", "end of two"}));

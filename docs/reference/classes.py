@@ -16,7 +16,7 @@ def tidied(text):
     """A declaration as the headers have it, without the blanks that Doxygen adds or removes, and without "= default"."""
     text = text.replace('< ', '<').replace(' >', '>').replace('&noexcept', '& noexcept')
     text = re.sub(r'(\w)=(\w)', r'\1 = \2', text)
-    return re.sub(r'\s*=\s*default$', '', text).replace(')=delete', ') = delete')
+    return re.sub(r'\s*=\s*delete$', ' = delete', re.sub(r'\s*=\s*default$', '', text))
 
 
 def template_of(element):

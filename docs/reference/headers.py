@@ -288,7 +288,7 @@ def is_described(element):
 
 def is_deleted(member):
     """Whether a class of the C++ interface declares that it does not have this function; the declaration needs no comment."""
-    return (member.findtext('argsstring') or '').endswith('=delete')
+    return re.search(r'=\s*delete$', member.findtext('argsstring') or '')
 
 
 def faults(families, records):

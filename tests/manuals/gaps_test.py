@@ -22,10 +22,7 @@ enum Kinds { UNDOCUMENTED_KIND = 1 };
 NAMES = ['undocumentedFunction', 'undocumentedVariable', 'UndocumentedType', 'UNDOCUMENTED_MACRO', 'undocumentedMember',
          'UNDOCUMENTED_KIND']
 CPP_GAPS = '''
-namespace kvo {
-/** @addtogroup kvo_cpp_address
- *  @{
- */
+#define UNDOCUMENTED_CPP_MACRO 1
 inline void undocumented_function() {}
 class UndocumentedClass {};
 enum class UndocumentedEnum {};
@@ -53,6 +50,7 @@ struct DocumentedRecord {
     int undocumented_value;
 };
 /** @} */
+
 class UndocumentedUngrouped {};
 class WithMembers {
 public:
@@ -63,8 +61,6 @@ public:
 class UngroupedClass {};
 /** A function in no group. */
 inline void ungrouped_function() {}
-}  // namespace kvo
-#define UNDOCUMENTED_CPP_MACRO 1
 '''
 CPP_NAMES = ['undocumented_function', 'UndocumentedClass', 'UndocumentedUngrouped', 'WithMembers', 'UndocumentedEnum', 'UndocumentedAlias', 'undocumented_constructor',
              'undocumented_method', 'undocumented_static', 'undocumented_kind', 'operator==', 'undocumented_type', 'undocumented_value',
@@ -72,10 +68,10 @@ CPP_NAMES = ['undocumented_function', 'UndocumentedClass', 'UndocumentedUngroupe
 UNGROUPED = ['kvo::UngroupedClass', 'kvo::ungrouped_function']
 
 
-def insert(header, gaps, place):
+def insert(header, place, gaps):
     text = header.read_text()
     assert text.count(place) == 1, f'{header} does not contain {place!r} once'
-    header.write_text(text.replace(place, gaps + place))
+    header.write_text(text.replace(place, gaps))
 
 
 def build(project, folder, *tools):
@@ -83,8 +79,10 @@ def build(project, folder, *tools):
     shutil.rmtree(folder, ignore_errors=True)
     headers = folder / 'include/kvo_hws'
     shutil.copytree(project / 'include/kvo_hws', headers)
-    insert(headers / 'usbevents.h', GAPS, '\n/** @} */\n\nKVO_HWS_END_DECLS')
-    insert(headers / 'address.hpp', CPP_GAPS, '\n#endif\n')
+    end = '\n/** @} */\n\nKVO_HWS_END_DECLS'
+    insert(headers / 'usbevents.h', end, GAPS + end)
+    end = '\n}  // namespace kvo\n'
+    insert(headers / 'address.hpp', '\n/** @} */\n' + end, CPP_GAPS + end)
     run = subprocess.run([sys.executable, project / 'docs/reference/build_manuals.py', '--version', '0', '--headers', headers,
                           '--output', folder / 'output', *tools], stderr=subprocess.PIPE, text=True, check=False)
     assert run.returncode != 0, 'the build succeeds'

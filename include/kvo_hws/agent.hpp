@@ -139,7 +139,9 @@ public:
         }
         return *this;
     }
+    /** An object cannot be copied. */
     Agent(const Agent &) = delete;
+    /** An object cannot be copied. */
     Agent &operator=(const Agent &) = delete;
     /** Closes the object. */
     ~Agent() { static_cast<void>(close()); }

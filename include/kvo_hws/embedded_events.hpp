@@ -102,7 +102,9 @@ public:
         }
         return *this;
     }
+    /** An object cannot be copied. */
     EmbeddedEvents(const EmbeddedEvents &) = delete;
+    /** An object cannot be copied. */
     EmbeddedEvents &operator=(const EmbeddedEvents &) = delete;
     /** Closes the object. */
     ~EmbeddedEvents() { static_cast<void>(close()); }

@@ -187,7 +187,9 @@ public:
         }
         return *this;
     }
+    /** An object cannot be copied. */
     UsbEvents(const UsbEvents &) = delete;
+    /** An object cannot be copied. */
     UsbEvents &operator=(const UsbEvents &) = delete;
     /** Closes the object. If no thread can be created for that, every event is answered "failed" until the next activation, which
      *  is possible, or KVO_HWS_closeUSBEvents.

@@ -23,7 +23,7 @@ def cpp_names():
     """The classes, enumerations, types and functions of namespace kvo."""
     text = ''.join(path.read_text() for path in HEADERS.glob('*.hpp'))
     text = re.sub(r'/\*\* @cond internal \*/.*?/\*\* @endcond \*/', '', text, flags=re.S)
-    types = re.findall(r'^(?:class|struct|enum class|using) (?:\[\[nodiscard\]\] )?(\w+)', text, re.M)
+    types = re.findall(r'^(?:class|struct|enum class|using) (?:\[\[nodiscard\]\] )?(\w+)\b(?!::)', text, re.M)
     functions = re.findall(r'^(?:\[\[nodiscard\]\] )?(?:inline|constexpr) .*?(\w+)\(', text, re.M)
     return types + functions
 

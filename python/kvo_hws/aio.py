@@ -477,7 +477,8 @@ class _Events(Generic[Event]):
     def close(self) -> None:
         """Begins to end the events, and returns at once. Callbacks that have not begun do not begin; the service gets "failed"
         for their events. Only for the thread of the event loop."""
-        if self._closing is None or self._closing.done():
+        closing = self._closing
+        if closing is None or closing.done() or closing.get_loop() is not asyncio.get_running_loop():
             self._closing = _in_thread(functools.partial(self._in_turn, self._close_source))
 
     async def aclose(self) -> None:
@@ -492,8 +493,10 @@ class _Events(Generic[Event]):
         if closing is None or asyncio.current_task() in self._handlers:
             return
         await _end_of(closing)
-        if self._handlers:
-            await asyncio.wait(self._handlers)
+        loop = asyncio.get_running_loop()
+        running = {one for one in self._handlers if one.get_loop() is loop}  # none of a loop that was closed
+        if running:
+            await asyncio.wait(running)
         closing.result()
         self._source._queue.raise_pending()
 

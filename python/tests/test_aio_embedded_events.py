@@ -9,7 +9,7 @@ from typing import List
 import pytest
 from aio_support import in_a_thread, until
 
-from kvo_hws import AlreadyRunning, EmbeddedEvent, EmbeddedEvents, Simulator, aio
+from kvo_hws import AlreadyRunning, EmbeddedEvent, EmbeddedEvents, EventsEnded, Simulator, aio
 
 
 def test_embedded_events_arrive_in_the_loop(simulator: Simulator) -> None:
@@ -29,6 +29,20 @@ def test_embedded_events_arrive_in_the_loop(simulator: Simulator) -> None:
                 assert event == EmbeddedEvent("screen", "Übersicht, 2")
                 break
         assert [event async for event in events] == []
+
+    asyncio.run(main())
+
+
+def test_a_loop_over_embedded_events_ends_when_they_are_closed(simulator: Simulator) -> None:
+    async def main() -> None:
+        events = aio.EmbeddedEvents()
+        await events.start()
+        await in_a_thread(simulator.wait_for_listeners)
+        waiting = asyncio.ensure_future(events.get())
+        await asyncio.sleep(0)
+        await events.aclose()
+        with pytest.raises(EventsEnded):
+            await asyncio.wait_for(waiting, 20)
 
     asyncio.run(main())
 

@@ -61,10 +61,10 @@ def test_events_arrive_in_the_loop_and_end(simulator: Simulator) -> None:
             assert (await events.get(timeout=20)).late is False
             with pytest.raises(EventTimeout, match="no event within 0.05 s"):
                 await events.get(timeout=0.05)
-            waiting = asyncio.ensure_future(events.get(timeout=20))
+            waiting = asyncio.ensure_future(events.get())
             await asyncio.sleep(0)
             await in_a_thread(reply_to_an_event)
-            assert await waiting == REMOVED
+            assert await asyncio.wait_for(waiting, 20) == REMOVED
             assert reply_to_an_event() == "ok", "the reply does not need the loop"
         assert not Service().is_usb_events_activated()
         assert [event async for event in events] == [REMOVED], "an event that arrived before the end"
@@ -209,6 +209,33 @@ def test_a_closed_loop_gets_no_events_and_delays_no_thread(
     assert asyncio.run(finish()) == []
     assert called == ([] if callback else [REMOVED])
     assert events.end is UsbEventCode.DEACTIVATED
+
+
+def test_events_whose_loop_was_closed_can_be_closed_in_another_one(
+    simulator: Simulator, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    monkeypatch.setattr(aio, "ANSWER_SECONDS", 2)
+    begun = threading.Event()
+    replies: List[str] = []
+
+    async def on_event(event: UsbEvent) -> None:
+        begun.set()
+        await asyncio.Event().wait()
+
+    async def begin_to_close() -> None:
+        await in_a_thread(begun.wait)
+        events.close()
+
+    loop = asyncio.new_event_loop()
+    events = aio.UsbEvents(on_event)
+    loop.run_until_complete(events.start())
+    sender = threading.Thread(target=lambda: replies.append(reply_to_an_event()))
+    sender.start()
+    loop.run_until_complete(begin_to_close())
+    loop.close()
+    asyncio.run(asyncio.wait_for(events.aclose(), 20))
+    sender.join(20)
+    assert events.end is UsbEventCode.DEACTIVATED and replies == ["failed"]
 
 
 def test_a_function_can_close_the_events(simulator: Simulator) -> None:

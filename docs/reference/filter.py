@@ -9,6 +9,18 @@ ROOT = Path(__file__).resolve().parents[2]
 HEADERS = ROOT / 'include/kvo_hws'
 
 
+def as_used(text):
+    """A header as programs use it: kvo::Station instead of BasicStation<void> (detail/call.hpp says why it is a template)."""
+    def without(pattern, text):
+        return re.sub(pattern, lambda found: '\n' * found[0].count('\n'), text, flags=re.M)
+
+    text = without(r'^(?:/\*\* [^/]*\*/\n)?using (\w+) = Basic\1<void>;\n', text)
+    text = without(r'^template <class Use(?: = void)?>\n(?=class Basic|(?:\[\[nodiscard\]\] )?detail::Late<)', text)
+    text = without(r'^    template <class T>\n    using Result = detail::Late<.*\n', text)
+    text = re.sub(r'^(\[\[nodiscard\]\] )?detail::Late<Use, (.*)> (?=\w+\()', r'\1inline \2 ', text, flags=re.M)
+    return re.sub(r'\bBasic(?=[A-Z]\w)', '', text)
+
+
 def linked_names():
     """The exported names, the headers' inline functions and the enumerators: every mention of them becomes a link."""
     exported = re.findall(r'^\s+(\w+);$', (ROOT / 'library/exports.map').read_text(), re.M)
@@ -21,7 +33,7 @@ def linked_names():
 
 def cpp_names():
     """The classes, enumerations, types and functions of namespace kvo."""
-    text = ''.join(path.read_text() for path in HEADERS.glob('*.hpp'))
+    text = as_used(''.join(path.read_text() for path in HEADERS.glob('*.hpp')))
     text = re.sub(r'/\*\* @cond internal \*/.*?/\*\* @endcond \*/', '', text, flags=re.S)
     types = re.findall(r'^(?:class|struct|enum class|using) (?:\[\[nodiscard\]\] )?(\w+)\b(?!::)', text, re.M)
     functions = re.findall(r'^(?:\[\[nodiscard\]\] )?(?:inline|constexpr) .*?(\w+)\(', text, re.M)
@@ -145,7 +157,7 @@ def page(text, stem):
 
 def main(name):
     text = Path(name).read_text()
-    sys.stdout.write(header(text) if name.endswith(('.h', '.hpp')) else page(text, Path(name).stem))
+    sys.stdout.write(header(as_used(text)) if name.endswith(('.h', '.hpp')) else page(text, Path(name).stem))
 
 
 if __name__ == '__main__':

@@ -45,12 +45,13 @@ inline std::uint32_t whole_seconds(std::chrono::seconds time) noexcept
 }
 
 /* The address that a look-up by number stores. */
-inline Result<std::optional<Address>> look_up(const char *name, std::int32_t (*function)(std::uint32_t, std::uint32_t *),
-                                              std::uint32_t key)
+template <class Use>
+Late<Use, Result<std::optional<Address>>> look_up(const char *name, std::int32_t (*function)(std::uint32_t, std::uint32_t *),
+                                                  std::uint32_t key)
 {
     std::uint32_t address = 0;
     const std::int32_t code = function(key, &address);
-    return stored_or_none(name, code, Address(address));
+    return stored_or_none<Use>(name, code, Address(address));
 }
 
 }  // namespace detail
@@ -64,14 +65,18 @@ inline Result<std::optional<Address>> look_up(const char *name, std::int32_t (*f
  *
  *  What kvo::Station says about errors, texts, threads and messages holds here too.
  */
-class Service {
+template <class Use>
+class BasicService {
+    template <class T>
+    using Result = detail::Late<Use, kvo::Result<T>>;
+
 public:
     // ---- Basic requests ----
 
     /** Asks whether the daemon has finished starting.
      *  @return false if it is still starting. Calls KVO_HWS_isInitComplete
      */
-    [[nodiscard]] static Result<bool> is_init_complete() { return detail::yes(KVO_HWS_CALL(KVO_HWS_isInitComplete)); }
+    [[nodiscard]] static Result<bool> is_init_complete() { return detail::yes<Use>(KVO_HWS_CALL(KVO_HWS_isInitComplete)); }
 
     /** Reads the daemon's version text.
      *  @return the text, of any length; it is not checked. Sends the request of KVO_HWS_getKVOHWSVersion, and logs its messages;
@@ -81,7 +86,7 @@ public:
     {
         static constexpr detail::TextRequest request{
             "KVO_HWS_getKVOHWSVersion", "getVersion", "", "get KVO HWS version - can not send request", nullptr, ""};
-        return detail::read_text(request, request.command);
+        return detail::read_text<Use>(request, request.command);
     }
 
     /** Reads the daemon's debug level.
@@ -99,28 +104,28 @@ public:
     /** Sets the daemon's debug level. Calls KVO_HWS_setDebugLevel. */
     static Result<void> set_debug_level(DebugLevel level)
     {
-        return detail::done(KVO_HWS_CALL(KVO_HWS_setDebugLevel), static_cast<int>(level));
+        return detail::done<Use>(KVO_HWS_CALL(KVO_HWS_setDebugLevel), static_cast<int>(level));
     }
 
     /** Switches the panel's backlight. Calls KVO_HWS_setBacklight. */
     static Result<void> set_backlight(Backlight mode)
     {
-        return detail::done(KVO_HWS_CALL(KVO_HWS_setBacklight), static_cast<unsigned>(mode));
+        return detail::done<Use>(KVO_HWS_CALL(KVO_HWS_setBacklight), static_cast<unsigned>(mode));
     }
 
     /** Acquires the daemon's lock on its registry files.
      *  @return false if another client has the lock; try again. Errc::failed also if no service answers. Calls
      *  KVO_HWS_lockKVORegData
      */
-    static Result<bool> lock_registry() { return detail::yes(KVO_HWS_CALL(KVO_HWS_lockKVORegData)); }
+    static Result<bool> lock_registry() { return detail::yes<Use>(KVO_HWS_CALL(KVO_HWS_lockKVORegData)); }
 
     /** Releases the daemon's lock on its registry files.
      *  @return Errc::failed also if no service answers. Calls KVO_HWS_unlockKVORegData
      */
-    static Result<void> unlock_registry() { return detail::done(KVO_HWS_CALL(KVO_HWS_unlockKVORegData)); }
+    static Result<void> unlock_registry() { return detail::done<Use>(KVO_HWS_CALL(KVO_HWS_unlockKVORegData)); }
 
     /** Asks the service to end. Calls KVO_HWS_killDaemon. */
-    static Result<void> kill_daemon() { return detail::done(KVO_HWS_CALL(KVO_HWS_killDaemon)); }
+    static Result<void> kill_daemon() { return detail::done<Use>(KVO_HWS_CALL(KVO_HWS_killDaemon)); }
 
     // ---- Lists: each is asked again until it fits, and each call begins with room for 64 elements, or as many as the last ----
 
@@ -130,8 +135,9 @@ public:
      */
     [[nodiscard]] static Result<std::vector<StationDescription>> description_list()
     {
-        return detail::list("KVO_HWS_getDescriptionList", detail::List::stations, detail::station_of,
-                            [](KvoDescription *list, std::uint32_t *count) { return KVO_HWS_getDescriptionList(list, count); });
+        return detail::list<Use>(
+            "KVO_HWS_getDescriptionList", detail::List::stations, detail::station_of,
+            [](KvoDescription *list, std::uint32_t *count) { return KVO_HWS_getDescriptionList(list, count); });
     }
 
     /** Reads the list of all stations with their extended attributes.
@@ -139,7 +145,7 @@ public:
      */
     [[nodiscard]] static Result<std::vector<StationDescriptionEx>> description_list_ex()
     {
-        return detail::list(
+        return detail::list<Use>(
             "KVO_HWS_getDescriptionListEx", detail::List::stations_ex, detail::extended_station_of,
             [](KvoDescriptionEx *list, std::uint32_t *count) { return KVO_HWS_getDescriptionListEx(list, count); });
     }
@@ -154,7 +160,7 @@ public:
         if (const char *fault = detail::fault_of(command.size() + name.size(), {{name, detail::Place::last}})) {
             return detail::invalid_text("KVO_HWS_getDescriptionEx", fault);
         }
-        return detail::describe(0, name.c_str());
+        return detail::describe<Use>(0, name.c_str());
     }
 
     /** Reads the station list that the daemon saved to disk at its last start, under the daemon's registry lock. Names are cut at
@@ -167,11 +173,11 @@ public:
     [[nodiscard]] static Result<std::optional<std::vector<StationDescription>>>
     previous_list_from_registry(std::chrono::seconds timeout)
     {
-        return detail::list_or_none("KVO_HWS_getKVOPreviousListFromRegistry", detail::List::previous,
-                                    detail::registry_station_of, [timeout](KvoDescription *list, std::uint32_t *count) {
-                                        return KVO_HWS_getKVOPreviousListFromRegistry(list, count,
-                                                                                      detail::whole_seconds(timeout));
-                                    });
+        return detail::list_or_none<Use>("KVO_HWS_getKVOPreviousListFromRegistry", detail::List::previous,
+                                         detail::registry_station_of, [timeout](KvoDescription *list, std::uint32_t *count) {
+                                             return KVO_HWS_getKVOPreviousListFromRegistry(list, count,
+                                                                                           detail::whole_seconds(timeout));
+                                         });
     }
 
     /** Reads the station list that the daemon has on disk now. Works as previous_list_from_registry(). Calls
@@ -180,11 +186,11 @@ public:
     [[nodiscard]] static Result<std::optional<std::vector<StationDescription>>>
     current_list_from_registry(std::chrono::seconds timeout)
     {
-        return detail::list_or_none("KVO_HWS_getKVOCurrentListFromRegistry", detail::List::current, detail::registry_station_of,
-                                    [timeout](KvoDescription *list, std::uint32_t *count) {
-                                        return KVO_HWS_getKVOCurrentListFromRegistry(list, count,
-                                                                                     detail::whole_seconds(timeout));
-                                    });
+        return detail::list_or_none<Use>("KVO_HWS_getKVOCurrentListFromRegistry", detail::List::current,
+                                         detail::registry_station_of, [timeout](KvoDescription *list, std::uint32_t *count) {
+                                             return KVO_HWS_getKVOCurrentListFromRegistry(list, count,
+                                                                                          detail::whole_seconds(timeout));
+                                         });
     }
 
     /** Reads the list of connected clients.
@@ -193,7 +199,7 @@ public:
      */
     [[nodiscard]] static Result<std::vector<Client>> client_list(unsigned long flags = 0)
     {
-        return detail::list(
+        return detail::list<Use>(
             "KVO_HWS_getClientList", detail::List::clients, detail::client_of,
             [flags](KvoClientEntry *list, std::uint32_t *count) { return KVO_HWS_getClientList(list, count, flags); });
     }
@@ -206,7 +212,7 @@ public:
      */
     [[nodiscard]] static Result<std::optional<Address>> ip_by_mcp_address(std::uint32_t mcp_address)
     {
-        return detail::look_up(KVO_HWS_CALL(KVO_HWS_getIPbyMCPAddress), mcp_address);
+        return detail::look_up<Use>(KVO_HWS_CALL(KVO_HWS_getIPbyMCPAddress), mcp_address);
     }
 
     /** Finds the station that has an address of direct control keys (DCK). Works as ip_by_mcp_address(). Calls
@@ -214,13 +220,13 @@ public:
      */
     [[nodiscard]] static Result<std::optional<Address>> ip_by_dck_address(std::uint32_t dck_address)
     {
-        return detail::look_up(KVO_HWS_CALL(KVO_HWS_getIPbyDCKAddress), dck_address);
+        return detail::look_up<Use>(KVO_HWS_CALL(KVO_HWS_getIPbyDCKAddress), dck_address);
     }
 
     /** Finds the station that has a KVO index. Works as ip_by_mcp_address(). Calls KVO_HWS_getIPbyKVOIndex. */
     [[nodiscard]] static Result<std::optional<Address>> ip_by_index(std::uint32_t index)
     {
-        return detail::look_up(KVO_HWS_CALL(KVO_HWS_getIPbyKVOIndex), index);
+        return detail::look_up<Use>(KVO_HWS_CALL(KVO_HWS_getIPbyKVOIndex), index);
     }
 
     // ---- USB lock, connectors and events ----
@@ -239,16 +245,16 @@ public:
             return Error("KVO_HWS_setUsbLock", KVO_HWS_OUT_OF_RANGE, Errc::out_of_range,
                          "no station is given; to set the lock of every station, call set_usb_lock_everywhere()");
         }
-        std::vector<std::string> texts;
-        std::vector<const char *> hosts;
+        detail::Late<Use, std::vector<std::string>> texts;
+        detail::Late<Use, std::vector<const char *>> hosts;
         texts.reserve(stations.size());
         hosts.reserve(stations.size());
         for (const Address station : stations) {
             texts.push_back(station.to_string());
             hosts.push_back(texts.back().c_str());
         }
-        return detail::done(KVO_HWS_CALL(KVO_HWS_setUsbLock), static_cast<std::uint32_t>(hosts.size()), hosts.data(),
-                            static_cast<int>(lock.first), static_cast<int>(lock.second));
+        return detail::done<Use>(KVO_HWS_CALL(KVO_HWS_setUsbLock), static_cast<std::uint32_t>(hosts.size()), hosts.data(),
+                                 static_cast<int>(lock.first), static_cast<int>(lock.second));
     }
 
     /** Sets the USB lock of every station. Works as set_usb_lock(). */
@@ -259,7 +265,7 @@ public:
      */
     [[nodiscard]] static Result<std::string> usb_connector_list()
     {
-        return detail::text_or_empty(KVO_HWS_CALL(KVO_HWS_getUsbConnectorList));
+        return detail::text_or_empty<Use>(KVO_HWS_CALL(KVO_HWS_getUsbConnectorList));
     }
 
     /** Asks whether a program has activated USB events.
@@ -267,20 +273,24 @@ public:
      */
     [[nodiscard]] static Result<bool> is_usb_events_activated()
     {
-        return detail::yes(KVO_HWS_CALL(KVO_HWS_isUSBEventsActivated));
+        return detail::yes<Use>(KVO_HWS_CALL(KVO_HWS_isUSBEventsActivated));
     }
 };
+
+/** The class to use, as `kvo::Station`. */
+using Service = BasicService<void>;
 
 /** Reads the library's version text, the same in every build; KVO_HWS_VERSION_STRING is the version of these headers. Sends
  *  nothing.
  *  @return 12 characters. Calls KVO_HWS_getDLLVersion
  */
-[[nodiscard]] inline Result<std::string> library_version()
+template <class Use = void>
+[[nodiscard]] detail::Late<Use, Result<std::string>> library_version()
 {
     char version[13] = "";
     unsigned size = sizeof version;
     const std::int32_t code = KVO_HWS_getDLLVersion(version, &size);
-    return detail::stored("KVO_HWS_getDLLVersion", code, std::string(version));
+    return detail::stored<Use>("KVO_HWS_getDLLVersion", code, std::string(version));
 }
 
 /** Enables the most verbose logging: debug level 2, and the channel of debug messages. Calls KVO_HWS_activateDebugDLL. */

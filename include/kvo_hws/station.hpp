@@ -36,11 +36,12 @@ inline StationDescriptionEx extended_station_of(const KvoDescriptionEx &record)
             record.extAttr7};
 }
 
-inline Result<std::optional<StationDescriptionEx>> describe(std::uint32_t address, const char *name)
+template <class Use>
+Late<Use, Result<std::optional<StationDescriptionEx>>> describe(std::uint32_t address, const char *name)
 {
     KvoDescriptionEx record{};
     const std::int32_t code = KVO_HWS_getDescriptionEx(address, name, &record);
-    return stored_or_none("KVO_HWS_getDescriptionEx", code, extended_station_of(record));
+    return stored_or_none<Use>("KVO_HWS_getDescriptionEx", code, extended_station_of(record));
 }
 
 }  // namespace detail
@@ -66,23 +67,28 @@ inline Result<std::optional<StationDescriptionEx>> describe(std::uint32_t addres
  *  - Any thread may call them, also for the same object. A call waits while another thread of the process exchanges a request,
  *    and then up to 4 s for each part of the reply. Memory that runs out throws std::bad_alloc.
  */
-class Station {
+template <class Use>
+class BasicStation {
+    template <class T>
+    using Result = detail::Late<Use, kvo::Result<T>>;
+
 public:
     /** The station with this address. */
-    constexpr Station(Address address) noexcept : address_(address) {}  // NOLINT(*-explicit-*): an address is a station's name
+    constexpr BasicStation(Address address) noexcept
+        : address_(address) {}  // NOLINT(*-explicit-*): an address is a station's name
     /** The station with the address in @p text, such as "10.0.0.5". If it is not a dotted quad, throws or ends the process as
      *  Result::value() does; read the texts of users with Address::parse().
      */
-    KVO_HWS_EXCEPTIONS_TAG explicit Station(std::string_view text) : address_(text) {}
-    /** @copydoc Station(std::string_view) */
-    KVO_HWS_EXCEPTIONS_TAG explicit Station(const char *text) : address_(text) {}
+    KVO_HWS_EXCEPTIONS_TAG explicit BasicStation(std::string_view text) : address_(text) {}
+    /** @copydoc BasicStation(std::string_view) */
+    KVO_HWS_EXCEPTIONS_TAG explicit BasicStation(const char *text) : address_(text) {}
 
     /** The address. Sends nothing. */
     [[nodiscard]] constexpr Address address() const noexcept { return address_; }
     /** True if both have the same address. */
-    friend constexpr bool operator==(Station a, Station b) noexcept { return a.address_ == b.address_; }
+    friend constexpr bool operator==(BasicStation a, BasicStation b) noexcept { return a.address_ == b.address_; }
     /** True if their addresses differ. */
-    friend constexpr bool operator!=(Station a, Station b) noexcept { return a.address_ != b.address_; }
+    friend constexpr bool operator!=(BasicStation a, BasicStation b) noexcept { return a.address_ != b.address_; }
 
     // ---- The list of known stations ----
 
@@ -91,7 +97,7 @@ public:
      */
     [[nodiscard]] Result<std::optional<StationDescriptionEx>> description() const
     {
-        return detail::describe(number(), nullptr);
+        return detail::describe<Use>(number(), nullptr);
     }
 
     // ---- Viewer, status line, focus and reboot ----
@@ -109,16 +115,19 @@ public:
         if (const char *fault = detail::fault_of(line, {{text, detail::Place::last}})) {
             return detail::invalid_text("KVO_HWS_setStatusline", fault);
         }
-        return detail::done(KVO_HWS_CALL(KVO_HWS_setStatusline), number(), value1, value2, text.c_str());
+        return detail::done<Use>(KVO_HWS_CALL(KVO_HWS_setStatusline), number(), value1, value2, text.c_str());
     }
 
     /** Reboots the station. Calls KVO_HWS_rebootKVO. */
-    Result<void> reboot() const { return detail::done(KVO_HWS_CALL(KVO_HWS_rebootKVO), number()); }
+    Result<void> reboot() const { return detail::done<Use>(KVO_HWS_CALL(KVO_HWS_rebootKVO), number()); }
 
     /** Asks whether the viewer runs.
      *  @return true if it runs. Calls KVO_HWS_isViewerActive
      */
-    [[nodiscard]] Result<bool> is_viewer_active() const { return detail::yes(KVO_HWS_CALL(KVO_HWS_isViewerActive), number()); }
+    [[nodiscard]] Result<bool> is_viewer_active() const
+    {
+        return detail::yes<Use>(KVO_HWS_CALL(KVO_HWS_isViewerActive), number());
+    }
 
     /** Reads which server the viewer shows.
      *  @return the server and its display; empty if none is shown. Calls KVO_HWS_getCurrentServer
@@ -131,13 +140,13 @@ public:
         std::uint32_t server_size = sizeof server;
         std::uint32_t display_size = sizeof display;
         const std::int32_t code = KVO_HWS_getCurrentServer(number(), server, &server_size, display, &display_size);
-        return detail::stored_or_none("KVO_HWS_getCurrentServer", code, CurrentServer{server, display});
+        return detail::stored_or_none<Use>("KVO_HWS_getCurrentServer", code, CurrentServer{server, display});
     }
 
     /** Requests the focus for the station.
      *  @return false if busy. Calls KVO_HWS_setActivateMe
      */
-    Result<bool> activate_me() const { return detail::yes(KVO_HWS_CALL(KVO_HWS_setActivateMe), number()); }
+    Result<bool> activate_me() const { return detail::yes<Use>(KVO_HWS_CALL(KVO_HWS_setActivateMe), number()); }
 
     /** Starts the viewer with the given connection data.
      *  @param part1, part2, part3  the connection data, sent as "part1:part2:part3"; at most 998 bytes together
@@ -152,7 +161,7 @@ public:
                 detail::fault_of(line, {{part1, Place::quoted}, {part2, Place::quoted}, {part3, Place::quoted}})) {
             return detail::invalid_text("KVO_HWS_setStartViewer", fault);
         }
-        return detail::yes(KVO_HWS_CALL(KVO_HWS_setStartViewer), number(), part1.c_str(), part2.c_str(), part3.c_str());
+        return detail::yes<Use>(KVO_HWS_CALL(KVO_HWS_setStartViewer), number(), part1.c_str(), part2.c_str(), part3.c_str());
     }
 
     /** Starts the viewer for a configured connection.
@@ -166,30 +175,30 @@ public:
         if (const char *fault = detail::fault_of(line, {{text, detail::Place::quoted}})) {
             return detail::invalid_text("KVO_HWS_startConfiguredViewer", fault);
         }
-        return detail::yes(KVO_HWS_CALL(KVO_HWS_startConfiguredViewer), number(), text.c_str(), connection);
+        return detail::yes<Use>(KVO_HWS_CALL(KVO_HWS_startConfiguredViewer), number(), text.c_str(), connection);
     }
 
     /** Stops the viewer.
      *  @return false if it is not running. Calls KVO_HWS_setStopViewer
      */
-    Result<bool> stop_viewer() const { return detail::yes(KVO_HWS_CALL(KVO_HWS_setStopViewer), number()); }
+    Result<bool> stop_viewer() const { return detail::yes<Use>(KVO_HWS_CALL(KVO_HWS_setStopViewer), number()); }
 
     /** Stops the viewer ahead of other waiting requests.
      *  @return false if it is not running. Calls KVO_HWS_setStopViewerPreempt
      */
-    Result<bool> stop_viewer_preempt() const { return detail::yes(KVO_HWS_CALL(KVO_HWS_setStopViewerPreempt), number()); }
+    Result<bool> stop_viewer_preempt() const { return detail::yes<Use>(KVO_HWS_CALL(KVO_HWS_setStopViewerPreempt), number()); }
 
     /** Stops the viewer without cleaning up after it.
      *  @return false if it is not running. Calls KVO_HWS_setStopViewerNoClean
      */
-    Result<bool> stop_viewer_no_clean() const { return detail::yes(KVO_HWS_CALL(KVO_HWS_setStopViewerNoClean), number()); }
+    Result<bool> stop_viewer_no_clean() const { return detail::yes<Use>(KVO_HWS_CALL(KVO_HWS_setStopViewerNoClean), number()); }
 
     // ---- Settings of the panel ----
 
     /** Switches the brightness. Calls KVO_HWS_setBrightness. */
     Result<void> set_brightness(Brightness brightness) const
     {
-        return detail::done(KVO_HWS_CALL(KVO_HWS_setBrightness), number(), static_cast<unsigned>(brightness));
+        return detail::done<Use>(KVO_HWS_CALL(KVO_HWS_setBrightness), number(), static_cast<unsigned>(brightness));
     }
 
     /** Sets the brightness of the backlight.
@@ -198,7 +207,7 @@ public:
      */
     Result<void> set_backlight_brightness(std::uint32_t level) const
     {
-        return detail::done(KVO_HWS_CALL(KVO_HWS_setBacklightBrightness), number(), level);
+        return detail::done<Use>(KVO_HWS_CALL(KVO_HWS_setBacklightBrightness), number(), level);
     }
 
     /** Sets the brightness of the backlight in one of its modes.
@@ -209,7 +218,7 @@ public:
      */
     Result<void> set_backlight_brightness_v2(std::uint32_t level, std::uint32_t mode) const
     {
-        return detail::done(KVO_HWS_CALL(KVO_HWS_setBacklightBrightnessV2), number(), level, mode);
+        return detail::done<Use>(KVO_HWS_CALL(KVO_HWS_setBacklightBrightnessV2), number(), level, mode);
     }
 
     /** Reads the brightness of the backlight in one of its modes.
@@ -221,7 +230,7 @@ public:
     {
         std::uint32_t level = 0;
         const std::int32_t code = KVO_HWS_getBacklightBrightnessV2(number(), &level, mode);
-        return detail::stored_or_none("KVO_HWS_getBacklightBrightnessV2", code, level);
+        return detail::stored_or_none<Use>("KVO_HWS_getBacklightBrightnessV2", code, level);
     }
 
     /** Disables or enables the NumLock key.
@@ -231,7 +240,7 @@ public:
      */
     Result<void> set_disable_num_lock(bool disable) const
     {
-        return detail::done(KVO_HWS_CALL(KVO_HWS_setDisableNumLock), number(), std::uint32_t{disable});
+        return detail::done<Use>(KVO_HWS_CALL(KVO_HWS_setDisableNumLock), number(), std::uint32_t{disable});
     }
 
     /** Disables or enables the CapsLock key.
@@ -241,7 +250,7 @@ public:
      */
     Result<void> set_disable_caps_lock(bool disable) const
     {
-        return detail::done(KVO_HWS_CALL(KVO_HWS_setDisableCapsLock), number(), std::uint32_t{disable});
+        return detail::done<Use>(KVO_HWS_CALL(KVO_HWS_setDisableCapsLock), number(), std::uint32_t{disable});
     }
 
     /** Reads whether the NumLock key is disabled.
@@ -249,7 +258,7 @@ public:
      */
     [[nodiscard]] Result<bool> disable_num_lock() const
     {
-        return detail::number_as<bool>(KVO_HWS_CALL(KVO_HWS_getDisableNumLock), number());
+        return detail::number_as<Use, bool>(KVO_HWS_CALL(KVO_HWS_getDisableNumLock), number());
     }
 
     /** Reads whether the CapsLock key is disabled.
@@ -257,7 +266,7 @@ public:
      */
     [[nodiscard]] Result<bool> disable_caps_lock() const
     {
-        return detail::number_as<bool>(KVO_HWS_CALL(KVO_HWS_getDisableCapsLock), number());
+        return detail::number_as<Use, bool>(KVO_HWS_CALL(KVO_HWS_getDisableCapsLock), number());
     }
 
     /** Reads the type of the station.
@@ -265,7 +274,7 @@ public:
      */
     [[nodiscard]] Result<std::int32_t> station_type() const
     {
-        return detail::number_as<std::int32_t>(KVO_HWS_CALL(KVO_HWS_getStationType), number());
+        return detail::number_as<Use, std::int32_t>(KVO_HWS_CALL(KVO_HWS_getStationType), number());
     }
 
     /** Reads the state of the software CapsLock.
@@ -273,7 +282,7 @@ public:
      */
     [[nodiscard]] Result<std::int32_t> sw_caps_lock() const
     {
-        return detail::number_as<std::int32_t>(KVO_HWS_CALL(KVO_HWS_getSwCapsLock), number());
+        return detail::number_as<Use, std::int32_t>(KVO_HWS_CALL(KVO_HWS_getSwCapsLock), number());
     }
 
     /** Sets the state of the software CapsLock.
@@ -282,7 +291,7 @@ public:
      */
     Result<void> set_sw_caps_lock(std::int32_t state) const
     {
-        return detail::done(KVO_HWS_CALL(KVO_HWS_setSwCapsLock), number(), state);
+        return detail::done<Use>(KVO_HWS_CALL(KVO_HWS_setSwCapsLock), number(), state);
     }
 
     /** Reads the mode of the handheld terminal (type RV4).
@@ -293,7 +302,7 @@ public:
     {
         std::uint32_t mode = 0;
         const std::int32_t code = KVO_HWS_getRV4Mode(number(), &mode);
-        return detail::stored_or_none("KVO_HWS_getRV4Mode", code, Rv4Mode{mode});
+        return detail::stored_or_none<Use>("KVO_HWS_getRV4Mode", code, Rv4Mode{mode});
     }
 
     /** Sets the mode of the handheld terminal (type RV4).
@@ -301,7 +310,7 @@ public:
      */
     Result<bool> set_rv4_mode(Rv4Mode mode) const
     {
-        return detail::yes(KVO_HWS_CALL(KVO_HWS_setRV4Mode), number(), static_cast<std::uint32_t>(mode));
+        return detail::yes<Use>(KVO_HWS_CALL(KVO_HWS_setRV4Mode), number(), static_cast<std::uint32_t>(mode));
     }
 
     // ---- Addresses ----
@@ -311,7 +320,7 @@ public:
      */
     [[nodiscard]] Result<std::uint32_t> mcp_address() const
     {
-        return detail::number(KVO_HWS_CALL(KVO_HWS_getMCPAddress), number());
+        return detail::number<Use>(KVO_HWS_CALL(KVO_HWS_getMCPAddress), number());
     }
 
     /** Sets the address of the MCP that the station serves.
@@ -321,13 +330,16 @@ public:
      */
     Result<void> set_mcp_address(std::uint32_t mcp_address) const
     {
-        return detail::done(KVO_HWS_CALL(KVO_HWS_setMCPAddress), number(), mcp_address);
+        return detail::done<Use>(KVO_HWS_CALL(KVO_HWS_setMCPAddress), number(), mcp_address);
     }
 
     /** Reads the KVO index.
      *  @return 0 to 255. Calls KVO_HWS_getKVOIndex
      */
-    [[nodiscard]] Result<std::uint32_t> index() const { return detail::number(KVO_HWS_CALL(KVO_HWS_getKVOIndex), number()); }
+    [[nodiscard]] Result<std::uint32_t> index() const
+    {
+        return detail::number<Use>(KVO_HWS_CALL(KVO_HWS_getKVOIndex), number());
+    }
 
     /** Sets the KVO index.
      *  @param index  0 to 255; sent without a check
@@ -336,7 +348,7 @@ public:
      */
     Result<void> set_index(std::uint32_t index) const
     {
-        return detail::done(KVO_HWS_CALL(KVO_HWS_setKVOIndex), number(), index);
+        return detail::done<Use>(KVO_HWS_CALL(KVO_HWS_setKVOIndex), number(), index);
     }
 
     /** Reads whether the direct control keys (DCK) are on.
@@ -344,13 +356,13 @@ public:
      */
     [[nodiscard]] Result<bool> dck_enable() const
     {
-        return detail::number_as<bool>(KVO_HWS_CALL(KVO_HWS_getDCKEnable), number());
+        return detail::number_as<Use, bool>(KVO_HWS_CALL(KVO_HWS_getDCKEnable), number());
     }
 
     /** Switches the direct control keys (DCK) on or off. Calls KVO_HWS_setDCKEnable. */
     Result<void> set_dck_enable(bool enable) const
     {
-        return detail::done(KVO_HWS_CALL(KVO_HWS_setDCKEnable), number(), std::uint32_t{enable});
+        return detail::done<Use>(KVO_HWS_CALL(KVO_HWS_setDCKEnable), number(), std::uint32_t{enable});
     }
 
     /** Reads the address of the direct control keys (DCK).
@@ -358,7 +370,7 @@ public:
      */
     [[nodiscard]] Result<std::uint32_t> dck_address() const
     {
-        return detail::number(KVO_HWS_CALL(KVO_HWS_getDCKAddress), number());
+        return detail::number<Use>(KVO_HWS_CALL(KVO_HWS_getDCKAddress), number());
     }
 
     /** Reads the cks index.
@@ -366,7 +378,7 @@ public:
      */
     [[nodiscard]] Result<std::uint32_t> cks_index() const
     {
-        return detail::number(KVO_HWS_CALL(KVO_HWS_getKVOCksIndex), number());
+        return detail::number<Use>(KVO_HWS_CALL(KVO_HWS_getKVOCksIndex), number());
     }
 
     /** Sets the cks index.
@@ -375,7 +387,7 @@ public:
      */
     Result<void> set_cks_index(std::uint32_t index) const
     {
-        return detail::done(KVO_HWS_CALL(KVO_HWS_setKVOCksIndex), number(), index);
+        return detail::done<Use>(KVO_HWS_CALL(KVO_HWS_setKVOCksIndex), number(), index);
     }
 
     /** Simulates a key of the MCP.
@@ -385,7 +397,7 @@ public:
      */
     Result<void> simulate_mcp_key(std::uint32_t value1, std::uint32_t value2) const
     {
-        return detail::done(KVO_HWS_CALL(KVO_HWS_simulateMCPKey), number(), value1, value2);
+        return detail::done<Use>(KVO_HWS_CALL(KVO_HWS_simulateMCPKey), number(), value1, value2);
     }
 
     /** Enables a key of the MCP.
@@ -395,7 +407,7 @@ public:
      */
     Result<void> enable_mcp_key(std::uint32_t value1, std::uint32_t value2) const
     {
-        return detail::done(KVO_HWS_CALL(KVO_HWS_enableMCPKey), number(), value1, value2);
+        return detail::done<Use>(KVO_HWS_CALL(KVO_HWS_enableMCPKey), number(), value1, value2);
     }
 
     // ---- Focus, start and channel information ----
@@ -408,7 +420,7 @@ public:
         std::uint32_t lock = 0;
         std::uint32_t prio = 0;
         const std::int32_t code = KVO_HWS_getKVOPriority(number(), &lock, &prio);
-        return detail::stored("KVO_HWS_getKVOPriority", code, Priority{lock != 0, prio});
+        return detail::stored<Use>("KVO_HWS_getKVOPriority", code, Priority{lock != 0, prio});
     }
 
     /** Reads whether the station becomes active at start.
@@ -416,7 +428,7 @@ public:
      */
     [[nodiscard]] Result<std::uint32_t> startup_active() const
     {
-        return detail::number(KVO_HWS_CALL(KVO_HWS_getKVOStartupActive), number());
+        return detail::number<Use>(KVO_HWS_CALL(KVO_HWS_getKVOStartupActive), number());
     }
 
     /** Reads the priority with which the station becomes active at start.
@@ -424,7 +436,7 @@ public:
      */
     [[nodiscard]] Result<std::uint32_t> startup_prio() const
     {
-        return detail::number(KVO_HWS_CALL(KVO_HWS_getKVOStartupPrio), number());
+        return detail::number<Use>(KVO_HWS_CALL(KVO_HWS_getKVOStartupPrio), number());
     }
 
     /** Reads the channel that the station shows when it gets the focus.
@@ -432,7 +444,7 @@ public:
      */
     [[nodiscard]] Result<std::uint32_t> channel_on_focus() const
     {
-        return detail::number(KVO_HWS_CALL(KVO_HWS_getKVOChannelOnFocus), number());
+        return detail::number<Use>(KVO_HWS_CALL(KVO_HWS_getKVOChannelOnFocus), number());
     }
 
     /** Reads the screen that the station shows when it gets the focus.
@@ -447,7 +459,7 @@ public:
                                                      "get KVO screen on focus - can not send request",
                                                      "get KVO screen on focus - error sending request",
                                                      "get KVO screen on focus - unknown error sending request"};
-        return detail::read_text(request, address_);
+        return detail::read_text<Use>(request, address_);
     }
 
     /** Reads the M:N assignment, a text that the daemon defines.
@@ -462,7 +474,7 @@ public:
                                                      "get KVO M:N - can not send request",
                                                      "get KVO M:N - error sending request",
                                                      ""};
-        return detail::read_text(request, address_);
+        return detail::read_text<Use>(request, address_);
     }
 
     /** Stores the channel information.
@@ -475,7 +487,7 @@ public:
         if (const char *fault = detail::fault_of(0, {{info, detail::Place::quoted}})) {
             return detail::invalid_text("KVO_HWS_setChannelInfo", fault);
         }
-        return detail::done(KVO_HWS_CALL(KVO_HWS_setChannelInfo), number(), info.c_str());
+        return detail::done<Use>(KVO_HWS_CALL(KVO_HWS_setChannelInfo), number(), info.c_str());
     }
 
     /** Reads the channel information.
@@ -484,19 +496,23 @@ public:
      */
     [[nodiscard]] Result<std::optional<std::string>> channel_info() const
     {
-        return detail::text("KVO_HWS_getChannelInfo",
-                            [this](char *text, std::uint32_t *size) { return KVO_HWS_getChannelInfo(number(), text, size); });
+        return detail::text<Use>("KVO_HWS_getChannelInfo", [this](char *text, std::uint32_t *size) {
+            return KVO_HWS_getChannelInfo(number(), text, size);
+        });
     }
 
     /** Deletes the channel information. Calls KVO_HWS_deleteChannelInfo. */
-    Result<void> delete_channel_info() const { return detail::done(KVO_HWS_CALL(KVO_HWS_deleteChannelInfo), number()); }
+    Result<void> delete_channel_info() const { return detail::done<Use>(KVO_HWS_CALL(KVO_HWS_deleteChannelInfo), number()); }
 
     // ---- Touch screen, input devices and display ----
 
     /** Discards the touch calibration.
      *  @return false if the station has no touch screen. Calls KVO_HWS_invalidateTouchScreen
      */
-    Result<bool> invalidate_touch_screen() const { return detail::yes(KVO_HWS_CALL(KVO_HWS_invalidateTouchScreen), number()); }
+    Result<bool> invalidate_touch_screen() const
+    {
+        return detail::yes<Use>(KVO_HWS_CALL(KVO_HWS_invalidateTouchScreen), number());
+    }
 
     /** Reads the touch calibration.
      *  @return the calibration; empty if the station has no touch screen. Calls KVO_HWS_getTouchScreenCalibParam
@@ -506,7 +522,7 @@ public:
         Calibration calibration;
         const std::int32_t code =
             KVO_HWS_getTouchScreenCalibParam(number(), &calibration.press_threshold, &calibration.nonlinear);
-        return detail::stored_or_none("KVO_HWS_getTouchScreenCalibParam", code, calibration);
+        return detail::stored_or_none<Use>("KVO_HWS_getTouchScreenCalibParam", code, calibration);
     }
 
     /** Sets the touch calibration.
@@ -514,8 +530,8 @@ public:
      */
     Result<bool> set_touch_screen_calib_param(Calibration calibration) const
     {
-        return detail::yes(KVO_HWS_CALL(KVO_HWS_setTouchScreenCalibParam), number(), calibration.press_threshold,
-                           calibration.nonlinear);
+        return detail::yes<Use>(KVO_HWS_CALL(KVO_HWS_setTouchScreenCalibParam), number(), calibration.press_threshold,
+                                calibration.nonlinear);
     }
 
     /** Counts the input devices.
@@ -528,8 +544,8 @@ public:
         detail::Count mice;
         detail::Count touch;
         const std::int32_t code = KVO_HWS_showInputDevice(number(), &keyboards.value, &mice.value, &touch.value);
-        return detail::stored("KVO_HWS_showInputDevice", code,
-                              InputDevices{keyboards.get(), mice.get(), touch.value, {}, {}, {}});
+        return detail::stored<Use>("KVO_HWS_showInputDevice", code,
+                                   InputDevices{keyboards.get(), mice.get(), touch.value, {}, {}, {}});
     }
 
     /** Counts the input devices. Works as show_input_device(), and counts virtual keyboards too. Calls
@@ -543,8 +559,8 @@ public:
         detail::Count virtuals;
         const std::int32_t code =
             KVO_HWS_showInputDeviceV2(number(), &keyboards.value, &mice.value, &touch.value, &virtuals.value);
-        return detail::stored("KVO_HWS_showInputDeviceV2", code,
-                              InputDevices{keyboards.get(), mice.get(), touch.value, {}, {}, virtuals.get()});
+        return detail::stored<Use>("KVO_HWS_showInputDeviceV2", code,
+                                   InputDevices{keyboards.get(), mice.get(), touch.value, {}, {}, virtuals.get()});
     }
 
     /** Counts the input devices, with separate numbers for the two kinds of touch devices.
@@ -565,7 +581,7 @@ public:
                 *members[bit] = counts[bit];
             }
         }
-        return detail::stored("KVO_HWS_showInputDeviceV3", code, devices);
+        return detail::stored<Use>("KVO_HWS_showInputDeviceV3", code, devices);
     }
 
     /** Reads the resolution of the display.
@@ -573,7 +589,7 @@ public:
      */
     [[nodiscard]] Result<std::int32_t> show_dpi() const
     {
-        return detail::number_as<std::int32_t>(KVO_HWS_CALL(KVO_HWS_showDPI), number());
+        return detail::number_as<Use, std::int32_t>(KVO_HWS_CALL(KVO_HWS_showDPI), number());
     }
 
     // ---- USB lock and connectors ----
@@ -585,7 +601,7 @@ public:
     {
         UsbLock lock;
         const std::int32_t code = KVO_HWS_getUsbLock(number(), &lock.first, &lock.second);
-        return detail::stored("KVO_HWS_getUsbLock", code, lock);
+        return detail::stored<Use>("KVO_HWS_getUsbLock", code, lock);
     }
 
     /** Reads the list of the station's USB connectors.
@@ -594,7 +610,7 @@ public:
      */
     [[nodiscard]] Result<std::string> usb_connector_list() const
     {
-        return detail::text_or_empty("KVO_HWS_getUsbConnectorListOne", [this](char *text, std::uint32_t *size) {
+        return detail::text_or_empty<Use>("KVO_HWS_getUsbConnectorListOne", [this](char *text, std::uint32_t *size) {
             return KVO_HWS_getUsbConnectorListOne(number(), text, size);
         });
     }
@@ -612,7 +628,7 @@ public:
         const std::uint32_t asked = id == detail::kPanelLayout ? 0 : id;
         std::uint32_t value[2] = {};
         const std::int32_t code = KVO_HWS_getStationMetrics(number(), asked, value);
-        return detail::stored("KVO_HWS_getStationMetrics", code, value[0]);
+        return detail::stored<Use>("KVO_HWS_getStationMetrics", code, value[0]);
     }
 
     /** Reads the layout of the panel.
@@ -623,7 +639,7 @@ public:
     {
         char layout[8] = "";
         const std::int32_t code = KVO_HWS_getStationMetrics(number(), detail::kPanelLayout, layout);
-        return detail::stored("KVO_HWS_getStationMetrics", code, std::string(layout));
+        return detail::stored<Use>("KVO_HWS_getStationMetrics", code, std::string(layout));
     }
 
     /** Asks whether the panel is a Marovanti panel.
@@ -632,7 +648,7 @@ public:
      */
     [[nodiscard]] Result<bool> is_marovanti_panel() const
     {
-        return detail::yes(KVO_HWS_CALL(KVO_HWS_isMarovantiPanel), number());
+        return detail::yes<Use>(KVO_HWS_CALL(KVO_HWS_isMarovantiPanel), number());
     }
 
 private:
@@ -640,6 +656,9 @@ private:
 
     Address address_;
 };
+
+/** The class to use. It is a template only because the methods of templates cost compile time only where they are called. */
+using Station = BasicStation<void>;
 
 /** @} */
 

@@ -14,6 +14,10 @@ import subprocess
 import sys
 
 ROOT = pathlib.Path(sys.argv[1])
+sys.dont_write_bytecode = True
+sys.path.insert(0, str(ROOT / "docs/reference"))
+from filter import as_used  # noqa: E402 (in another folder)
+
 CATALOGUE = json.loads(subprocess.run([sys.argv[2]], check=True, stdout=subprocess.PIPE).stdout)
 # The reason in a message that has another function's label; the table lists a function only under its own label.
 FOREIGN = "can not allocate memory"
@@ -40,7 +44,7 @@ def headers():
     """The declarations of the C++ interface by class ("" for functions): the name and the type of the result."""
     declarations = {}
     for path in (ROOT / "include/kvo_hws").glob("*.hpp"):
-        text = re.sub(r"/\*.*?\*/|//[^\n]*|namespace detail \{.*?\n\}  // namespace detail", "", path.read_text(), flags=re.DOTALL)
+        text = re.sub(r"/\*.*?\*/|//[^\n]*|namespace detail \{.*?\n\}  // namespace detail", "", as_used(path.read_text()), flags=re.DOTALL)
         for part in re.split(r"^(?=class |\};)", text, flags=re.MULTILINE):
             owner = re.match(r"class (?:\[\[nodiscard\]\] )?(\w+)", part)
             for result, name in re.findall(r"(?<![\w:])((?:Result<[^;{}()=]*>|void|bool))\s+(\w+)\(", part):

@@ -9,7 +9,6 @@
 #include <kvo_hws/result.hpp>
 #include <kvo_hws/runtime.h>
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -28,10 +27,17 @@
 
 namespace kvo::detail {
 
-// ---- Results without outputs ----
+/* Compile time: a unit that includes the headers compiles every inline function with all types in it, but a template only if it
+ * is used. So functions whose types are costly are templates. Their argument Use has no other purpose: types and calls that depend
+ * on it are not looked into before that. */
+template <class Use, class T>
+struct LateType {
+    using Type = T;
+};
+template <class Use, class T>
+using Late = typename LateType<Use, T>::Type;
 
-/* Done, or an error. */
-template <class Function, class... Argument>
+template <class Use, class Function, class... Argument>
 Result<void> done(const char *name, Function *function, Argument... arguments)
 {
     const std::int32_t code = function(arguments...);
@@ -42,8 +48,8 @@ Result<void> done(const char *name, Function *function, Argument... arguments)
 }
 
 /* 1 yes, 0 no, or an error. */
-template <class Function, class... Argument>
-Result<bool> yes(const char *name, Function *function, Argument... arguments)
+template <class Use, class Function, class... Argument>
+Late<Use, Result<bool>> yes(const char *name, Function *function, Argument... arguments)
 {
     const std::int32_t code = function(arguments...);
     if (code == KVO_HWS_OK || code == KVO_HWS_NO) {
@@ -55,7 +61,7 @@ Result<bool> yes(const char *name, Function *function, Argument... arguments)
 // ---- Outputs ----
 
 /* The value that the function stored, or an error. */
-template <class Value>
+template <class Use, class Value>
 Result<Value> stored(const char *name, std::int32_t code, Value value)
 {
     if (code == KVO_HWS_OK) {
@@ -65,7 +71,7 @@ Result<Value> stored(const char *name, std::int32_t code, Value value)
 }
 
 /* The same, where 0 means that the value does not exist. */
-template <class Value>
+template <class Use, class Value>
 Result<std::optional<Value>> stored_or_none(const char *name, std::int32_t code, Value value)
 {
     if (code == KVO_HWS_OK) {
@@ -78,18 +84,19 @@ Result<std::optional<Value>> stored_or_none(const char *name, std::int32_t code,
 }
 
 /* The number that a function stores for a station. */
-template <class Value, class Number>
+template <class Use, class Value, class Number>
 Result<Value> number_as(const char *name, std::int32_t (*function)(std::uint32_t, Number *), std::uint32_t station)
 {
     Number value{};
     const std::int32_t code = function(station, &value);
-    return stored(name, code, static_cast<Value>(value));
+    return stored<Use>(name, code, static_cast<Value>(value));
 }
 
-inline Result<std::uint32_t> number(const char *name, std::int32_t (*function)(std::uint32_t, std::uint32_t *),
-                                    std::uint32_t station)
+template <class Use>
+Late<Use, Result<std::uint32_t>> number(const char *name, std::int32_t (*function)(std::uint32_t, std::uint32_t *),
+                                        std::uint32_t station)
 {
-    return number_as<std::uint32_t>(name, function, station);
+    return number_as<Use, std::uint32_t>(name, function, station);
 }
 
 /* A number that the function of C stores only if the reply contains it. */
@@ -112,7 +119,7 @@ constexpr int kAttempts = 8;
 enum class List : std::uint8_t { stations, stations_ex, previous, current, clients, count };
 
 /* The last size asked of each list, so that the next call fits at once. One array for each shared object. */
-inline __attribute__((visibility("hidden"))) std::atomic<std::uint32_t> asked_sizes[static_cast<std::size_t>(List::count)];
+inline __attribute__((visibility("hidden"))) std::uint32_t asked_sizes[static_cast<std::size_t>(List::count)] = {};
 
 inline Error too_large(const char *name) noexcept
 {
@@ -126,12 +133,12 @@ inline Error keeps_growing(const char *name) noexcept
 }
 
 /* The elements of a list as values; empty if the function returns 0. The array is cleared before each call. */
-template <class Value, class Record, class Call>
+template <class Use, class Value, class Record, class Call>
 Result<std::optional<std::vector<Value>>> list_or_none(const char *name, List which, Value (*value_of)(const Record &),
                                                        Call call)
 {
-    std::atomic<std::uint32_t> &asked = asked_sizes[static_cast<std::size_t>(which)];
-    std::uint32_t capacity = asked.load(std::memory_order_relaxed);
+    std::uint32_t &asked = asked_sizes[static_cast<std::size_t>(which)];
+    std::uint32_t capacity = __atomic_load_n(&asked, __ATOMIC_RELAXED);
     capacity = capacity < kSmallestCapacity ? kSmallestCapacity : capacity;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         std::vector<Record> records(capacity);
@@ -140,13 +147,13 @@ Result<std::optional<std::vector<Value>>> list_or_none(const char *name, List wh
         if (code != KVO_HWS_TOO_SMALL) {
             std::vector<Value> values;
             if (code == KVO_HWS_OK) {
-                asked.store(capacity, std::memory_order_relaxed);
+                __atomic_store_n(&asked, capacity, __ATOMIC_RELAXED);
                 values.reserve(count);
                 for (std::uint32_t i = 0; i < count; ++i) {
                     values.push_back(value_of(records[i]));
                 }
             }
-            return stored_or_none(name, code, std::move(values));
+            return stored_or_none<Use>(name, code, std::move(values));
         }
         if (count > kLargestList) {
             return too_large(name);
@@ -157,10 +164,10 @@ Result<std::optional<std::vector<Value>>> list_or_none(const char *name, List wh
 }
 
 /* The elements of a list, from a function that does not return 0. */
-template <class Value, class Record, class Call>
+template <class Use, class Value, class Record, class Call>
 Result<std::vector<Value>> list(const char *name, List which, Value (*value_of)(const Record &), Call call)
 {
-    auto read = list_or_none(name, which, value_of, call);
+    auto read = list_or_none<Use>(name, which, value_of, call);
     if (!read) {
         return read.error();
     }
@@ -168,8 +175,8 @@ Result<std::vector<Value>> list(const char *name, List which, Value (*value_of)(
 }
 
 /* A text of any size, from a function that stores the required size when it does not fit. Empty if the function returns 0. */
-template <class Call>
-Result<std::optional<std::string>> text(const char *name, Call call)
+template <class Use, class Call>
+Late<Use, Result<std::optional<std::string>>> text(const char *name, Call call)
 {
     std::uint32_t capacity = kFirstTextSize;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
@@ -178,7 +185,8 @@ Result<std::optional<std::string>> text(const char *name, Call call)
         const std::int32_t code = call(read.data(), &size);
         if (code != KVO_HWS_TOO_SMALL) {
             read.resize(std::strlen(read.c_str()));
-            return stored_or_none(name, code, std::move(read));
+            read.shrink_to_fit();
+            return stored_or_none<Use>(name, code, std::move(read));
         }
         if (size >= kLargestList) {
             return too_large(name);
@@ -189,10 +197,10 @@ Result<std::optional<std::string>> text(const char *name, Call call)
 }
 
 /* The same, where 0 means an empty text. */
-template <class Call>
-Result<std::string> text_or_empty(const char *name, Call call)
+template <class Use, class Call>
+Late<Use, Result<std::string>> text_or_empty(const char *name, Call call)
 {
-    Result<std::optional<std::string>> read = text(name, call);
+    auto read = text<Use>(name, call);
     if (!read) {
         return read.error();
     }
@@ -211,7 +219,8 @@ struct TextRequest {
     const char *unknown;
 };
 
-inline Result<std::string> read_text(const TextRequest &request, const std::string &command)
+template <class Use>
+Late<Use, Result<std::string>> read_text(const TextRequest &request, const std::string &command)
 {
     struct Reply : DynBuffer {
         Reply() noexcept : DynBuffer{nullptr, 0} {}
@@ -235,13 +244,14 @@ inline Result<std::string> read_text(const TextRequest &request, const std::stri
 }
 
 /* The same for a request about a station. */
-inline Result<std::string> read_text(const TextRequest &request, Address station)
+template <class Use>
+Late<Use, Result<std::string>> read_text(const TextRequest &request, Address station)
 {
     std::string command = request.command;
     for (unsigned shift = 32; shift > 0; shift -= 4) {
         command += "0123456789ABCDEF"[station.number() >> (shift - 4) & 0xFU];
     }
-    return read_text(request, command);
+    return read_text<Use>(request, command);
 }
 
 // ---- Texts that the program passes ----

@@ -139,8 +139,8 @@ inline bool worked()
 {
     const kvo::Result<kvo::Address> address = kvo::Address::parse("10.0.0.5");
     const kvo::Result<std::string> version = kvo::library_version();
-    return address && version && version->size() == 12 && useStation(*address) == 0 && useService() == 2 && useRequests() == 2 &&
-           useEvents() == 4;
+    return address && version && version->size() == 12 && useStation(*address) == 0 && useService() == 2 &&
+           useRequests() == 2 && useEvents() == 4;
 }
 
 }  // namespace everything

@@ -98,7 +98,7 @@ class Words(unittest.TestCase):
                 self.assertIn(word, self.run_script(script, *words).stderr)
 
     def test_the_subjects_and_options_exist_in_the_programs(self):
-        subjects = "exchange lists reading writing usb agent plant tap recording loading".split()
+        subjects = "exchange lists reading writing usb agent plant tap recording loading cpp requests".split()
         for subject in subjects:
             self.assertIn(f'{{"{subject}", ', (ROOT / "bench/main.cpp").read_text())
         self.assertEqual((ROOT / "bench/main.cpp").read_text().count(", bench::measure"), len(subjects))

@@ -5,6 +5,7 @@
 #include <kvo_hws/service.h>
 
 #include <optional>
+#include <utility>
 
 namespace requests_test {
 
@@ -116,6 +117,50 @@ TEST(RequestsCancel, in_a_completion_prevents_completions_that_are_ready)
     ASSERT_TRUE(support::eventually([&] { return lastCalled.load(); }));
     ASSERT_TRUE(dispatchAll(requests));
     EXPECT_EQ(diary.entries, (std::vector<std::string>{"last done"}));
+}
+
+/// Part of a function: uses the object when it is destroyed.
+class User {
+public:
+    explicit User(const Requests &requests, int &uses) : requests_(&requests), uses_(&uses) {}
+    User(User &&other) noexcept : requests_(std::exchange(other.requests_, nullptr)), uses_(other.uses_) {}
+    ~User()
+    {
+        if (requests_ != nullptr) {
+            static_cast<void>(requests_->pending());
+            ++*uses_;
+        }
+    }
+
+private:
+    const Requests *requests_;
+    int *uses_;
+};
+
+TEST(RequestsCancel, and_everything_else_that_destroys_functions_holds_no_lock)
+{
+    int uses = 0;
+    Requests requests = makeRequests(3);
+    Gate gate;
+    const auto submit = [&] {
+        return requests.submit([user = User(requests, uses)] {}, [user = User(requests, uses)](Result<void>) {});
+    };
+    ASSERT_TRUE(submit());
+    ASSERT_TRUE(dispatchAll(requests));
+    EXPECT_EQ(uses, 2);
+    ASSERT_TRUE(requests.submit(gate.request(), [user = User(requests, uses)](Result<int>) {}));
+    ASSERT_TRUE(gate.waitUntilReached());
+    ASSERT_TRUE(submit());
+    ASSERT_TRUE(requests.cancel(*submit()));
+    EXPECT_EQ(uses, 4);
+    ASSERT_TRUE(submit());
+    EXPECT_FALSE(submit());
+    EXPECT_EQ(uses, 6);
+    gate.release();
+    requests.close();
+    EXPECT_EQ(uses, 11);
+    EXPECT_FALSE(submit());
+    EXPECT_EQ(uses, 13);
 }
 
 TEST(RequestsCancel, makes_room_for_another_request)

@@ -108,6 +108,20 @@ TEST(RequestsDeadlines, apply_whatever_the_order_of_submission)
     EXPECT_EQ(diary.entries, (std::vector<std::string>{"second timeout", "third timeout", "first 1", "fourth done"}));
 }
 
+TEST(RequestsDeadlines, that_have_passed_together_come_in_the_order_of_submission)
+{
+    Requests requests = makeRequests();
+    Diary diary;
+    Gate gate;
+    ASSERT_TRUE(requests.submit(gate.request(), diary.entry("first "), 20ms));
+    ASSERT_TRUE(requests.submit([] {}, diary.entry("second "), 10ms));
+    ASSERT_TRUE(requests.submit([] {}, diary.entry("third "), 15ms));
+    ASSERT_TRUE(gate.waitUntilReached());
+    std::this_thread::sleep_for(30ms);  // longer than all
+    EXPECT_EQ(requests.dispatch(), 3U);
+    EXPECT_EQ(diary.entries, (std::vector<std::string>{"first timeout", "second timeout", "third timeout"}));
+}
+
 TEST(RequestsDeadlines, do_not_matter_once_the_answer_is_there)
 {
     Requests requests = makeRequests();

@@ -6,11 +6,23 @@
 #include <kvo_hws/service.h>
 
 #include <fcntl.h>
+#include <fstream>
 #include <optional>
+#include <unistd.h>
 
 namespace requests_test {
 
 namespace {
+
+/// The address space of the process in bytes. Each thread that is neither joined nor detached keeps its stack, usually 8 MB.
+std::size_t addressSpace()
+{
+    std::size_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    return pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+}
+
+constexpr std::size_t kFewStacks = 100'000'000;
 
 const auto mustNotBeCalled = [](auto) { FAIL() << "called"; };
 
@@ -133,7 +145,9 @@ TEST(RequestsEnding, on_the_worker_is_possible)
 {
     // The request owns the last reference to what owns the object.
     const std::size_t threads = support::threadsRunning();
-    for (const bool closes : {false, true}) {
+    const std::size_t space = addressSpace();
+    for (int number = 0; number < 60; ++number) {
+        const bool closes = number % 2 == 0;
         Gate gate;
         auto owner = std::make_shared<Requests>(makeRequests());
         const auto begin = std::make_shared<std::atomic<bool>>(false);
@@ -151,20 +165,25 @@ TEST(RequestsEnding, on_the_worker_is_possible)
             mustNotBeCalled));
         owner.reset();
         *begin = true;
-        EXPECT_TRUE(support::eventually([&] { return function->destroyed && support::threadsRunning() <= threads; }));
+        ASSERT_TRUE(support::eventually([&] { return function->destroyed && support::threadsRunning() <= threads; }));
     }
+    EXPECT_LT(addressSpace(), space + kFewStacks);
 }
 
 TEST(RequestsEnding, by_assignment_ends_only_the_object_that_was)
 {
+    const std::size_t threads = support::threadsRunning();
     Requests requests = makeRequests();
-    ASSERT_TRUE(requests.submit([] {}, mustNotBeCalled));
+    const auto before = std::make_shared<Record>();
+    ASSERT_TRUE(requests.submit([] {}, [witness = Witness(before)](Result<void>) { FAIL() << "called"; }));
     Diary diary;
     Requests other = makeRequests();
     ASSERT_TRUE(other.submit([] { return 5; }, diary.entry()));
     const int descriptor = other.descriptor();
     requests = std::move(other);
     EXPECT_EQ(requests.descriptor(), descriptor);
+    EXPECT_TRUE(before->destroyed);
+    EXPECT_TRUE(support::eventually([&] { return support::threadsRunning() <= threads + 1; }));
     ASSERT_TRUE(dispatchAll(requests));
     EXPECT_EQ(diary.entries, (std::vector<std::string>{"5"}));
     Requests &self = requests;
@@ -183,6 +202,7 @@ TEST(RequestsEnding, by_assignment_ends_only_the_object_that_was)
 TEST(RequestsEnding, keeps_no_descriptors_and_threads)
 {
     const support::ResourceUsage before = support::resourceUsage();
+    const std::size_t space = addressSpace();
     for (int number = 0; number < 100; ++number) {
         Requests requests = makeRequests();
         ASSERT_TRUE(requests.submit([] {}, [](auto) {}));
@@ -192,6 +212,7 @@ TEST(RequestsEnding, keeps_no_descriptors_and_threads)
     }
     EXPECT_TRUE(support::eventually([&] { return support::threadsRunning() <= before.threads; }));
     EXPECT_EQ(support::descriptorsOpen(), before.descriptors);
+    EXPECT_LT(addressSpace(), space + kFewStacks);
 }
 
 }  // namespace

@@ -34,6 +34,7 @@ private:
 };
 
 constexpr int kWait = 10'000;
+constexpr auto kLong = 60s;  // so that no deadline wakes the loop instead of an answer
 
 using Wait = std::function<bool(int milliseconds)>;
 
@@ -76,7 +77,7 @@ protected:
     void settle()
     {
         std::atomic<bool> called{false};
-        ASSERT_TRUE(requests.submit([&] { called = true; }, [](Result<void>) {}));
+        ASSERT_TRUE(requests.submit([&] { called = true; }, [](Result<void>) {}, kLong));
         ASSERT_TRUE(support::eventually([&] { return called.load(); }));
     }
 
@@ -88,7 +89,7 @@ protected:
 TEST_P(RequestsLoops, wait_for_each_answer_and_each_deadline)
 {
     for (int number = 0; number < 100; ++number) {
-        ASSERT_TRUE(requests.submit([number] { return number; }, diary.entry()));
+        ASSERT_TRUE(requests.submit([number] { return number; }, diary.entry(), kLong));
         while (requests.pending() > 0) {
             ASSERT_TRUE(wait(kWait));
             requests.dispatch();
@@ -112,7 +113,7 @@ TEST_P(RequestsLoops, see_what_the_last_call_left)
     ASSERT_TRUE(requests.submit([] {},
                                 [this](Result<void>) {
                                     diary.entries.emplace_back("first");
-                                    ASSERT_TRUE(requests.submit([] {}, diary.entry("second ")));
+                                    ASSERT_TRUE(requests.submit([] {}, diary.entry("second "), kLong));
                                     settle();
                                 }));
     ASSERT_TRUE(wait(kWait));
@@ -127,8 +128,8 @@ TEST_P(RequestsLoops, see_what_the_last_call_left)
 
 TEST_P(RequestsLoops, see_what_an_exception_left)
 {
-    ASSERT_TRUE(requests.submit([] {}, [](Result<void>) { throw std::runtime_error("completion"); }));
-    ASSERT_TRUE(requests.submit([] { return 2; }, diary.entry()));
+    ASSERT_TRUE(requests.submit([] {}, [](Result<void>) { throw std::runtime_error("completion"); }, kLong));
+    ASSERT_TRUE(requests.submit([] { return 2; }, diary.entry(), kLong));
     settle();
     ASSERT_TRUE(wait(kWait));
     EXPECT_THROW(requests.dispatch(), std::runtime_error);
@@ -147,14 +148,14 @@ TEST_P(RequestsLoops, may_be_nested_in_a_completion)
                                 [this](Result<void>) {
                                     diary.entries.emplace_back("begin");
                                     bool answered = false;
-                                    ASSERT_TRUE(requests.submit([] {}, [&answered](Result<void>) { answered = true; }));
+                                    ASSERT_TRUE(requests.submit([] {}, [&answered](Result<void>) { answered = true; }, kLong));
                                     while (!answered) {
                                         ASSERT_TRUE(wait(kWait));
                                         requests.dispatch();
                                     }
                                     diary.entries.emplace_back("end");
                                 }));
-    ASSERT_TRUE(requests.submit([] { return 2; }, diary.entry()));
+    ASSERT_TRUE(requests.submit([] { return 2; }, diary.entry(), kLong));
     settle();
     while (requests.pending() > 0) {
         ASSERT_TRUE(wait(kWait));
@@ -225,6 +226,7 @@ TEST(RequestsDispatch, runs_other_items_in_the_order_of_posting)
     ASSERT_TRUE(isReadable(requests, 10s));
     EXPECT_EQ(requests.dispatch(), 2U);
     EXPECT_EQ(entries, (std::vector<std::string>{"one", "end of one", "two", "end of two"}));
+    EXPECT_EQ(requests.pending(), 0U);
 
     entries.clear();
     EXPECT_TRUE(loop->post(std::make_unique<Item>(entries, "three")));

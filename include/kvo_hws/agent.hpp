@@ -18,7 +18,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -34,8 +33,8 @@ namespace kvo {
  *  feed or a carriage return, and has at most 127 bytes.
  */
 struct AgentOptions {
-    std::optional<Address> focus;       /**< the station in focus; or focus_name */
-    std::string focus_name;             /**< name of the station in focus, if focus is empty */
+    Address focus;                      /**< the station in focus; 0.0.0.0: the station is given by focus_name */
+    std::string focus_name;             /**< name of the station in focus, if focus is 0.0.0.0 */
     Address remote{0x7F000001};         /**< the remote hardware service */
     std::uint32_t session = 0;          /**< session number, 0 to 9; the TCP port is 5850 plus this number */
     bool mcp_flag = false;              /**< true if the station in focus has a machine control panel */
@@ -114,18 +113,24 @@ public:
      *  @param handler  answers the commands
      *  @return the agent; Errc::already_running an agent is running in this process, or has ended but was not cleaned up,
      *  Errc::null_pointer the handler is empty, Errc::missing_parameter no station in focus, or two,
-     *  Errc::invalid_address an address is 0.0.0.0, Errc::invalid_text, Errc::out_of_range, Errc::no_thread
+     *  Errc::invalid_address the remote service is 0.0.0.0, Errc::invalid_text, Errc::out_of_range, Errc::no_thread
      *
      *  Sets gFocusName if the station is given by its name. Calls KVO_HWS_startupEmbHwsClient. Safe from any thread.
      */
-    [[nodiscard]] KVO_HWS_EXCEPTIONS_TAG static Result<Agent> start(const AgentOptions &options, Handler handler)
+    template <class Command = AgentCommand>
+    [[nodiscard]] static Result<Agent> start(const AgentOptions &options, Handler handler)
     {
-        auto started = detail::start_agent(
-            options, std::make_shared<detail::AgentState>(std::move(handler), detail::receive_agent_command));
+        if (!handler) {
+            return Error("KVO_HWS_startupEmbHwsClient", KVO_HWS_NULL_POINTER, Errc::null_pointer,
+                         "the handler is empty: pass a function");
+        }
+        std::shared_ptr<detail::AgentState> state =
+            std::make_shared<detail::AgentStateOf<Command, KVO_HWS_EXCEPTIONS != 0>>(std::move(handler));
+        const Result<void> started = detail::start_agent(options, state);
         if (!started) {
             return started.error();
         }
-        return Agent(std::move(*started));
+        return Agent(std::move(state));
     }
 
     /** Takes the agent over from @p other, which is closed then. */

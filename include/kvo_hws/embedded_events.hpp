@@ -66,10 +66,10 @@ public:
      *
      *  Calls KVO_HWS_activateEmbKvoEvents. Safe from any thread.
      */
-    [[nodiscard]] KVO_HWS_EXCEPTIONS_TAG static Result<EmbeddedEvents> activate(Handler handler)
+    template <class Event = EmbeddedEvent>
+    [[nodiscard]] static Result<EmbeddedEvents> activate(Handler handler)
     {
-        return result_of(detail::activate_embedded_events(
-            std::make_shared<detail::EmbeddedState>(std::move(handler), nullptr, detail::receive_embedded_event_now)));
+        return activated<Event>(std::move(handler), nullptr);
     }
 
     /** As activate(Handler), but the handler is called where the program calls @p requests' dispatch().
@@ -80,15 +80,15 @@ public:
      *  The listener waits at most 3.5 s for the handler, so that events do not accumulate without a limit. Then it goes on, and
      *  the handler still receives the event, marked as late. Destruction does not need dispatch().
      */
-    [[nodiscard]] KVO_HWS_EXCEPTIONS_TAG static Result<EmbeddedEvents> activate(Requests &requests, Handler handler)
+    template <class Event = EmbeddedEvent>
+    [[nodiscard]] static Result<EmbeddedEvents> activate(Requests &requests, Handler handler)
     {
         std::shared_ptr<detail::Loop> loop = requests.loop();
         if (loop == nullptr || loop->descriptor() < 0) {
             return Error("KVO_HWS_activateEmbKvoEvents", KVO_HWS_FAILED, Errc::not_running,
                          "the Requests was closed or moved from: create another one");
         }
-        return result_of(detail::activate_embedded_events(std::make_shared<detail::EmbeddedState>(
-            std::move(handler), std::move(loop), detail::receive_embedded_event_in_loop)));
+        return activated<Event>(std::move(handler), std::move(loop));
     }
 
     /** Takes the events over from @p other, which is closed then. */
@@ -126,12 +126,20 @@ public:
 private:
     explicit EmbeddedEvents(std::shared_ptr<detail::EmbeddedState> state) noexcept : state_(std::move(state)) {}
 
-    static Result<EmbeddedEvents> result_of(Result<std::shared_ptr<detail::EmbeddedState>> activated)
+    template <class Event>
+    static Result<EmbeddedEvents> activated(std::function<void(const Event &)> handler, std::shared_ptr<detail::Loop> loop)
     {
-        if (!activated) {
-            return activated.error();
+        if (!handler) {
+            return Error("KVO_HWS_activateEmbKvoEvents", KVO_HWS_NULL_POINTER, Errc::null_pointer,
+                         "the handler is empty: pass a function");
         }
-        return EmbeddedEvents(std::move(*activated));
+        std::shared_ptr<detail::EmbeddedState> state =
+            std::make_shared<detail::EmbeddedStateOf<Event, KVO_HWS_EXCEPTIONS != 0>>(std::move(handler), std::move(loop));
+        const Result<void> result = detail::activate_embedded_events(state);
+        if (!result) {
+            return result.error();
+        }
+        return EmbeddedEvents(std::move(state));
     }
 
     std::shared_ptr<detail::EmbeddedState> state_;

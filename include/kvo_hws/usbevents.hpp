@@ -150,10 +150,10 @@ public:
      *  request of its Requests. If the previous object is just being closed, also waits for that. Calls
      *  KVO_HWS_activateUSBEventsV2 on a thread of its own, because that function detaches its caller. Safe from any thread.
      */
-    [[nodiscard]] KVO_HWS_EXCEPTIONS_TAG static Result<UsbEvents> activate(Handler handler)
+    template <class Event = UsbEvent>
+    [[nodiscard]] static Result<UsbEvents> activate(Handler handler)
     {
-        return result_of(detail::activate_usb_events(
-            std::make_shared<detail::UsbState>(std::move(handler), nullptr, detail::receive_usb_event_now)));
+        return activated<Event>(std::move(handler), nullptr);
     }
 
     /** As activate(Handler), but the handler is called where the program calls @p requests' dispatch().
@@ -165,15 +165,15 @@ public:
      *  handler still receives the event, marked as late. A status is queued and never waited for, so this function and the
      *  destruction do not need dispatch(). Destruction answers the events that still wait with "failed".
      */
-    [[nodiscard]] KVO_HWS_EXCEPTIONS_TAG static Result<UsbEvents> activate(Requests &requests, Handler handler)
+    template <class Event = UsbEvent>
+    [[nodiscard]] static Result<UsbEvents> activate(Requests &requests, Handler handler)
     {
         std::shared_ptr<detail::Loop> loop = requests.loop();
         if (loop == nullptr || loop->descriptor() < 0) {
             return Error("KVO_HWS_activateUSBEventsV2", KVO_HWS_FAILED, Errc::not_running,
                          "the Requests was closed or moved from: create another one");
         }
-        return result_of(detail::activate_usb_events(
-            std::make_shared<detail::UsbState>(std::move(handler), std::move(loop), detail::receive_usb_event_in_loop)));
+        return activated<Event>(std::move(handler), std::move(loop));
     }
 
     /** Takes the events over from @p other, which is closed then. */
@@ -224,12 +224,20 @@ public:
 private:
     explicit UsbEvents(std::shared_ptr<detail::UsbState> state) noexcept : state_(std::move(state)) {}
 
-    static Result<UsbEvents> result_of(Result<std::shared_ptr<detail::UsbState>> activated)
+    template <class Event>
+    static Result<UsbEvents> activated(std::function<bool(const Event &)> handler, std::shared_ptr<detail::Loop> loop)
     {
-        if (!activated) {
-            return activated.error();
+        if (!handler) {
+            return Error("KVO_HWS_activateUSBEventsV2", KVO_HWS_FAILED, Errc::null_pointer,
+                         "the handler is empty: pass a function");
         }
-        return UsbEvents(std::move(*activated));
+        std::shared_ptr<detail::UsbState> state =
+            std::make_shared<detail::UsbStateOf<Event, KVO_HWS_EXCEPTIONS != 0>>(std::move(handler), std::move(loop));
+        const Result<void> result = detail::activate_usb_events(state);
+        if (!result) {
+            return result.error();
+        }
+        return UsbEvents(std::move(state));
     }
 
     std::shared_ptr<detail::UsbState> state_;

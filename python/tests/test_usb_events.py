@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import ctypes
 import socket
 import subprocess
 import sys
@@ -197,3 +198,47 @@ def test_a_program_with_open_events_ends_normally(simulator: Simulator) -> None:
     ended = subprocess.run([sys.executable, "-c", FORGETFUL], capture_output=True, text=True, timeout=20)
     assert (ended.returncode, ended.stdout, ended.stderr) == (0, "left open\n", "")
     assert not Service().is_usb_events_activated()
+
+
+def is_detached() -> bool:
+    """Whether the thread that calls this cannot be joined by pthread_join."""
+    system = ctypes.CDLL(None)
+    system.pthread_self.restype = ctypes.c_ulong
+    attributes = ctypes.create_string_buffer(64)
+    state = ctypes.c_int(-1)
+    assert system.pthread_getattr_np(ctypes.c_ulong(system.pthread_self()), attributes) == 0
+    assert system.pthread_attr_getdetachstate(attributes, ctypes.byref(state)) == 0
+    system.pthread_attr_destroy(attributes)
+    return state.value != 0
+
+
+def test_neither_start_nor_close_detaches_the_calling_thread(simulator: Simulator, monkeypatch: pytest.MonkeyPatch) -> None:
+    """The functions of the library detach the thread that calls them. The interpreter itself joins or detaches its threads."""
+    assert not is_detached(), "the main thread of a program is joinable"
+    with UsbEvents() as events:
+        assert events.active
+    assert not is_detached()
+
+    reporting: List[int] = []
+    handle_code = UsbEvents._handle_code
+
+    def record(events: UsbEvents, code: UsbEventCode) -> int:
+        if code == UsbEventCode.BEGIN:  # comes on the thread that calls the library
+            reporting.append(threading.get_native_id())
+        return handle_code(events, code)
+
+    monkeypatch.setattr(UsbEvents, "_handle_code", record)
+    states: List[bool] = []
+
+    def start_and_close() -> None:
+        states.append(is_detached())
+        with UsbEvents():
+            pass
+        states.append(is_detached())
+
+    thread = threading.Thread(target=start_and_close)
+    thread.start()
+    thread.join(30)
+    assert not thread.is_alive() and len(states) == 2
+    assert states[0] == states[1]
+    assert len(reporting) == 2 and thread.native_id not in reporting

@@ -6,95 +6,30 @@
 
 #include <kvo_hws/detail/handling.hpp>
 
-#include <ctime>
-
 /** @cond internal */
 namespace kvo::detail {
 
-struct AgentKind {
-    using Event = AgentCommand;
-    using Handler = std::function<AgentAnswer(const AgentCommand &)>;
-
-    static std::int32_t call(const Handler &handler, const Event &command)
-    {
-        return static_cast<std::int32_t>(handler(command));
-    }
-};
-
-/* No value for a command that this header does not know. */
-inline std::optional<AgentCommand> agent_command(std::string_view text)
-{
-    const std::size_t equals = text.find('=');
-    const std::string_view name = text.substr(0, equals);
-    if (equals != std::string_view::npos) {
-        std::string argument(text.substr(equals + 1));
-        if (name == "set-darken") {
-            return SetDarken{std::move(argument)};
-        }
-        if (name == "set-statusline") {
-            return SetStatusline{std::move(argument)};
-        }
-        return std::nullopt;
-    }
-    if (name == "stop-viewer") {
-        return StopViewer{};
-    }
-    if (name == "stop-viewer-preempt") {
-        return StopViewerPreempt{};
-    }
-    if (name == "stop-viewer-noclean") {
-        return StopViewerNoClean{};
-    }
-    if (name == "activate-me") {
-        return ActivateMe{};
-    }
-    if (name == "show-viewer-active") {
-        return ShowViewerActive{};
-    }
-    return std::nullopt;
-}
-
-struct AgentState;
-
-/* Compiled where the agent is started, because it differs between units with exceptions and units without. */
-using ReceiveAgentCommand = std::int32_t (*)(const std::shared_ptr<AgentState> &state, const char *command);
-
 /* Shared by the object and the agent's thread. */
-struct AgentState {
-    AgentState(AgentKind::Handler handler, ReceiveAgentCommand receiver)
-        : empty(!handler), handling(std::move(handler)), receive(receiver)
-    {
-    }
+class AgentState : public Receiver {
+public:
+    virtual std::int32_t receive_command(std::string_view command) = 0;
 
-    [[nodiscard]] bool is_live() { return !handling.is_closed(); }
-
-    const bool empty;
-    Handling<AgentKind> handling;
-    const ReceiveAgentCommand receive;
-    Registry<AgentState> *registry = nullptr; /* of the shared object that started the agent */
-    EmbCmdCallback callback = nullptr;        /* of the same */
+    Registry *registry = nullptr;      /* of the shared object that started the agent */
+    EmbCmdCallback callback = nullptr; /* of the same */
     void *instance = nullptr;
 };
 
 /* Hidden: each shared object has its own, which fits its callback. Never destroyed: the agent may outlive it. */
-__attribute__((visibility("hidden"))) inline Registry<AgentState> &agent_registry()
+__attribute__((visibility("hidden"))) inline Registry &agent_registry()
 {
-    static Registry<AgentState> &registry = *new Registry<AgentState>;
+    static Registry &registry = *new Registry;
     return registry;
 }
 
 __attribute__((visibility("hidden"))) inline int agent_callback(void * /*instance*/, const char *command)
 {
-    const std::shared_ptr<AgentState> state = agent_registry().current();
-    return state != nullptr ? state->receive(state, command) : handler_failed;
-}
-
-KVO_HWS_EXCEPTIONS_TAG inline std::int32_t receive_agent_command(const std::shared_ptr<AgentState> &state, const char *command)
-{
-    return without_exceptions([&] {
-        const std::optional<AgentCommand> kind = agent_command(command);
-        return kind ? call_now(state->handling, *kind) : handler_failed;
-    });
+    const std::shared_ptr<Receiver> current = agent_registry().current();
+    return current != nullptr ? static_cast<AgentState &>(*current).receive_command(command) : handler_failed;
 }
 
 /* ---- The parameters ---- */
@@ -104,29 +39,27 @@ KVO_HWS_EXCEPTIONS_TAG inline std::int32_t receive_agent_command(const std::shar
     return text.find_first_of(std::string_view("\0\r\n", 3)) == std::string_view::npos;
 }
 
-/* Returns the first error. */
-inline std::optional<Error> error_in(const AgentOptions &options)
+inline Error agent_error(std::int32_t code, Errc meaning, const char *reason) noexcept
 {
-    constexpr const char *function = "KVO_HWS_startupEmbHwsClient";
-    constexpr std::size_t longest_text = 127;
+    return {"KVO_HWS_startupEmbHwsClient", code, meaning, reason};
+}
+
+inline Result<void> check_agent_text(std::string_view text)
+{
+    constexpr std::size_t longest = 127;
+    if (text.size() > longest) {
+        return agent_error(KVO_HWS_FAILED, Errc::invalid_text, "focus_name and screen_on_focus have at most 127 bytes");
+    }
+    if (!is_one_line(text)) {
+        return agent_error(KVO_HWS_FAILED, Errc::invalid_text,
+                           "focus_name and screen_on_focus must not contain a NUL, a line feed or a carriage return");
+    }
+    return {};
+}
+
+inline Result<void> check_agent_numbers(const AgentOptions &options)
+{
     constexpr std::uint32_t highest = 0x7FFFFFFF; /* the remote side reads signed numbers */
-    for (const std::string *const text : {&options.focus_name, &options.screen_on_focus}) {
-        if (text->size() > longest_text) {
-            return Error(function, KVO_HWS_FAILED, Errc::invalid_text, "focus_name and screen_on_focus have at most 127 bytes");
-        }
-        if (!is_one_line(*text)) {
-            return Error(function, KVO_HWS_FAILED, Errc::invalid_text,
-                         "focus_name and screen_on_focus must not contain a NUL, a line feed or a carriage return");
-        }
-    }
-    if (options.focus.has_value() != options.focus_name.empty()) {
-        return Error(function, KVO_HWS_MISSING_PARAMETER, Errc::missing_parameter,
-                     "the station in focus is given by focus or by focus_name: set one of them");
-    }
-    if ((options.focus && options.focus->number() == 0) || options.remote.number() == 0) {
-        return Error(function, KVO_HWS_MISSING_PARAMETER, Errc::invalid_address,
-                     "focus and remote must not be 0.0.0.0: set the addresses of a station and of a remote service");
-    }
     const struct {
         std::uint32_t value, lowest, highest;
         const char *reason;
@@ -141,26 +74,64 @@ inline std::optional<Error> error_in(const AgentOptions &options)
     };
     for (const auto &number : numbers) {
         if (number.value < number.lowest || number.value > number.highest) {
-            return Error(function, KVO_HWS_FAILED, Errc::out_of_range, number.reason);
+            return agent_error(KVO_HWS_FAILED, Errc::out_of_range, number.reason);
         }
     }
-    return std::nullopt;
+    return {};
+}
+
+/* Returns the first error. */
+inline Result<void> check_agent_options(const AgentOptions &options)
+{
+    if ((options.focus.number() == 0) == options.focus_name.empty()) {
+        return agent_error(KVO_HWS_MISSING_PARAMETER, Errc::missing_parameter,
+                           "the station in focus is given by focus or by focus_name: set one of them");
+    }
+    if (options.remote.number() == 0) {
+        return agent_error(KVO_HWS_MISSING_PARAMETER, Errc::invalid_address,
+                           "remote must not be 0.0.0.0: set the address of a remote service");
+    }
+    if (Result<void> checked = check_agent_text(options.focus_name); !checked) {
+        return checked;
+    }
+    if (Result<void> checked = check_agent_text(options.screen_on_focus); !checked) {
+        return checked;
+    }
+    return check_agent_numbers(options);
+}
+
+inline void add_agent_number(std::string &lines, const char *key, std::uint32_t value)
+{
+    lines += key;
+    lines += std::to_string(value);
+    lines += '\n';
+}
+
+inline void add_agent_text(std::string &lines, const char *key, const std::string &value)
+{
+    lines += key;
+    lines += value;
+    lines += '\n';
 }
 
 inline std::string agent_parameters(const AgentOptions &options)
 {
-    std::string lines = options.focus ? "focusKvoIp=" + options.focus->to_string() : "focusKvoName=" + options.focus_name;
-    lines += "\nremoteKvoHwsIp=" + options.remote.to_string();
-    lines += "\nscreenOnFocus=" + options.screen_on_focus + '\n';
-    const auto add = [&lines](const char *key, std::uint32_t value) { lines += key + std::to_string(value) + '\n'; };
-    add("remoteSession=", options.session);
-    add("mcpFlag=", options.mcp_flag ? 1 : 0);
-    add("kvoIndex=", options.kvo_index);
-    add("channelOnFocus=", options.channel_on_focus);
-    add("suspendLock=", options.suspend_lock);
-    add("suspendPrio=", options.suspend_prio);
-    add("startupActive=", options.startup_active);
-    add("startupPrio=", options.startup_prio);
+    std::string lines;
+    if (options.focus.number() != 0) {
+        add_agent_text(lines, "focusKvoIp=", options.focus.to_string());
+    } else {
+        add_agent_text(lines, "focusKvoName=", options.focus_name);
+    }
+    add_agent_text(lines, "remoteKvoHwsIp=", options.remote.to_string());
+    add_agent_number(lines, "remoteSession=", options.session);
+    add_agent_number(lines, "mcpFlag=", options.mcp_flag ? 1 : 0);
+    add_agent_number(lines, "kvoIndex=", options.kvo_index);
+    add_agent_number(lines, "channelOnFocus=", options.channel_on_focus);
+    add_agent_text(lines, "screenOnFocus=", options.screen_on_focus);
+    add_agent_number(lines, "suspendLock=", options.suspend_lock);
+    add_agent_number(lines, "suspendPrio=", options.suspend_prio);
+    add_agent_number(lines, "startupActive=", options.startup_active);
+    add_agent_number(lines, "startupPrio=", options.startup_prio);
     return lines;
 }
 
@@ -179,7 +150,7 @@ inline int start_library_agent(const AgentOptions &options, const std::string &p
     if (agent_is_in_use()) {
         return KVO_HWS_ALREADY_RUNNING; /* its thread may read gFocusName */
     }
-    if (!options.focus) {
+    if (options.focus.number() == 0) {
         /* The library finds a station by its name only in this variable, which has 260 bytes. */
         gFocusName[options.focus_name.copy(gFocusName, sizeof gFocusName - 1)] = '\0';
     }
@@ -190,31 +161,27 @@ inline int start_library_agent(const AgentOptions &options, const std::string &p
     return result;
 }
 
-inline Result<std::shared_ptr<AgentState>> start_agent(const AgentOptions &options, std::shared_ptr<AgentState> state)
+inline Result<void> start_agent(const AgentOptions &options, const std::shared_ptr<AgentState> &state)
 {
-    constexpr const char *function = "KVO_HWS_startupEmbHwsClient";
-    const Error running(function, KVO_HWS_ALREADY_RUNNING, Errc::already_running,
-                        "the process has an agent already, and can have only one: close the other one first");
-    if (state->empty) {
-        return Error(function, KVO_HWS_NULL_POINTER, Errc::null_pointer, "the handler is empty: pass a function");
-    }
-    if (const std::optional<Error> error = error_in(options)) {
-        return *error;
+    const Error running = agent_error(KVO_HWS_ALREADY_RUNNING, Errc::already_running,
+                                      "the process has an agent already, and can have only one: close the other one first");
+    if (Result<void> checked = check_agent_options(options); !checked) {
+        return checked;
     }
     const std::string parameters = agent_parameters(options); /* before the claim: it may throw */
-    Registry<AgentState> &registry = agent_registry();
+    Registry &registry = agent_registry();
     state->registry = &registry;
     state->callback = agent_callback;
     if (!registry.claim(state)) {
         return running;
     }
     const int result = start_library_agent(options, parameters, *state);
-    if (result != KVO_HWS_OK) {
-        state->handling.close();
-        registry.release(state);
-        return result == KVO_HWS_ALREADY_RUNNING ? running : Error(function, result);
+    if (result == KVO_HWS_OK) {
+        return {};
     }
-    return state;
+    state->close();
+    registry.release(state);
+    return result == KVO_HWS_ALREADY_RUNNING ? running : Error("KVO_HWS_startupEmbHwsClient", result);
 }
 
 inline Result<void> send_agent_event(const AgentState *state, std::string_view text)
@@ -235,29 +202,93 @@ inline Result<void> send_agent_event(const AgentState *state, std::string_view t
 inline bool await_agent_end() noexcept
 {
     const NoCancellation whole_wait;
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    const timespec pause{0, 1'000'000};
-    while (__atomic_load_n(&gEmbKvoInst->running, __ATOMIC_SEQ_CST) != 0 && std::chrono::steady_clock::now() < deadline) {
-        nanosleep(&pause, nullptr);
+    constexpr time_t longest = 5;
+    const time_t deadline = seconds_now() + longest;
+    while (__atomic_load_n(&gEmbKvoInst->running, __ATOMIC_SEQ_CST) != 0 && seconds_now() < deadline) {
+        pause_a_millisecond();
     }
     return __atomic_load_n(&gEmbKvoInst->running, __ATOMIC_SEQ_CST) == 0;
 }
 
 inline Result<void> close_agent(const std::shared_ptr<AgentState> &state)
 {
-    const bool in_handler = state->handling.is_called_here();
-    state->handling.close();
+    const bool in_handler = state->is_called_here();
+    state->close();
     /* Without this callback, the program has already cleaned up this agent with the function of C. */
     const bool is_ours = __atomic_load_n(&gCmdCallback, __ATOMIC_SEQ_CST) == state->callback;
     const int result = is_ours ? KVO_HWS_cleanupEmbHwsClient(state->instance) : KVO_HWS_OK;
     state->registry->release(state);
-    state->handling.await_calls();
+    state->await_calls();
     /* In the handler the agent ends after the call. */
     if (result == KVO_HWS_OK || in_handler || (result == KVO_HWS_FAILED && await_agent_end())) {
         return {};
     }
     return Error("KVO_HWS_cleanupEmbHwsClient", result);
 }
+
+/* ---- The commands, and the handler: only where a program starts an agent ---- */
+
+/* Returns false for a command that this header does not know. */
+template <class Command>
+bool read_agent_command(std::string_view text, Command &command)
+{
+    const std::size_t equals = text.find('=');
+    const std::string_view name = text.substr(0, equals);
+    if (equals != std::string_view::npos) {
+        std::string argument(text.substr(equals + 1));
+        if (name == "set-darken") {
+            command = SetDarken{std::move(argument)};
+        } else if (name == "set-statusline") {
+            command = SetStatusline{std::move(argument)};
+        } else {
+            return false;
+        }
+    } else if (name == "stop-viewer") {
+        command = StopViewer{};
+    } else if (name == "stop-viewer-preempt") {
+        command = StopViewerPreempt{};
+    } else if (name == "stop-viewer-noclean") {
+        command = StopViewerNoClean{};
+    } else if (name == "activate-me") {
+        command = ActivateMe{};
+    } else if (name == "show-viewer-active") {
+        command = ShowViewerActive{};
+    } else {
+        return false;
+    }
+    return true;
+}
+
+template <class Command, bool kExceptions>
+class AgentStateOf final : public AgentState {
+public:
+    using Handler = std::function<AgentAnswer(const Command &)>;
+
+    explicit AgentStateOf(Handler handler) : handler_(std::move(handler)) {}
+
+    std::int32_t receive_command(std::string_view text) override
+    {
+#if KVO_HWS_EXCEPTIONS
+        try {
+#endif
+            Command command;
+            if (!read_agent_command(text, command)) {
+                return handler_failed;
+            }
+            const Receiver::Call call(*this);
+            return call ? static_cast<std::int32_t>(handler_(command)) : handler_failed;
+#if KVO_HWS_EXCEPTIONS
+        } catch (...) {
+            return handler_failed;
+        }
+#endif
+    }
+
+private:
+    void destroy_handler() override { Handler().swap(handler_); }
+
+    Handler handler_;
+};
 
 }  // namespace kvo::detail
 /** @endcond */

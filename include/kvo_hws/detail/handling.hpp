@@ -1,6 +1,9 @@
 /** @file
  *  Internal: a program's handler, the calls of it, and its way through the loop of a kvo::Requests. Include usbevents.hpp,
  *  embedded_events.hpp or agent.hpp instead.
+ *
+ *  Everything that uses the handler or an event is a template, which is instantiated where a program activates an object. So a
+ *  unit that only includes the header compiles little of it.
  */
 #ifndef KVO_HWS_DETAIL_HANDLING_HPP
 #define KVO_HWS_DETAIL_HANDLING_HPP
@@ -11,6 +14,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <ctime>
 #include <memory>
 #include <mutex>
 #include <pthread.h>
@@ -38,7 +42,21 @@ private:
     int before_ = 0;
 };
 
-/* An event that waits for its handler in a loop. The Handling's lock protects it. */
+inline void pause_a_millisecond() noexcept
+{
+    const timespec pause{0, 1'000'000};
+    nanosleep(&pause, nullptr);
+}
+
+/* Time that passes while the machine runs. */
+inline time_t seconds_now() noexcept
+{
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec;
+}
+
+/* An event that waits for its handler in a loop. The Receiver's lock protects it. */
 struct Passage {
     enum class Phase : std::uint8_t { queued, running, done };
     Phase phase = Phase::queued;
@@ -46,26 +64,23 @@ struct Passage {
     std::int32_t answer = handler_failed;
 };
 
-/* A handler, and the calls of it that run. After close() no call begins. The handler lives until its last call has returned.
- * @p Kind has the types Handler and Event, the function call(handler, event), and mark_late(event) if it uses a loop. */
-template <class Kind>
-class Handling {
+/* Owns a handler, and knows the calls of it that run. After close() no call begins. The handler lives until its last call has
+ * returned. The object, the library's threads and the events in a loop share it. */
+class Receiver {
 public:
-    using Handler = typename Kind::Handler;
-
-    explicit Handling(Handler handler) : handler_(std::move(handler)) {}
-    Handling(const Handling &) = delete;
-    Handling &operator=(const Handling &) = delete;
-    ~Handling() = default;
+    Receiver() = default;
+    Receiver(const Receiver &) = delete;
+    Receiver &operator=(const Receiver &) = delete;
+    virtual ~Receiver() = default;
 
     /* One call, on the stack of its thread. */
     class Call {
     public:
-        explicit Call(Handling &handling) : handling_(handling), thread_(pthread_self()), open_(handling.enter(*this)) {}
+        explicit Call(Receiver &receiver) : receiver_(receiver), thread_(pthread_self()), open_(receiver.enter(*this)) {}
         ~Call()
         {
             if (open_) {
-                handling_.leave(*this);
+                receiver_.leave(*this);
             }
         }
         Call(const Call &) = delete;
@@ -73,15 +88,17 @@ public:
 
         /* False if the object is closed. */
         explicit operator bool() const noexcept { return open_; }
-        [[nodiscard]] const Handler &handler() const noexcept { return handling_.handler_; }
 
     private:
-        friend class Handling;
-        Handling &handling_;
+        friend class Receiver;
+        Receiver &receiver_;
         pthread_t thread_;
         Call *next_ = nullptr;
         bool open_;
     };
+
+    /* True while the process cannot have another such object. */
+    [[nodiscard]] virtual bool is_live() { return !is_closed(); }
 
     [[nodiscard]] bool is_closed()
     {
@@ -101,14 +118,14 @@ public:
     void await_calls()
     {
         const NoCancellation whole_wait;
-        Handler last; /* destroyed without the lock: it may be the program's last owner of anything */
         std::unique_lock<std::mutex> lock(mutex_);
         if (runs_on_this_thread()) {
             return;
         }
-        changed_.wait(lock, [this] { return calls_ == nullptr; });
-        last.swap(handler_);
-        lock.unlock();
+        while (calls_ != nullptr) {
+            changed_.wait(lock);
+        }
+        drop_handler(lock);
     }
 
     /* True in the handler. */
@@ -121,7 +138,8 @@ public:
     /* ---- Events that wait in a loop ---- */
 
     /* The answer of the handler; failed if the object was closed before the call began, or at @p deadline. */
-    std::int32_t await(Passage &passage, std::chrono::steady_clock::time_point deadline)
+    template <class Time>
+    std::int32_t await(Passage &passage, Time deadline)
     {
         std::unique_lock<std::mutex> lock(mutex_);
         changed_.wait_until(lock, deadline, [&] {
@@ -150,6 +168,9 @@ public:
     }
 
 private:
+    /* Destroys the handler, which may be the program's last owner of anything. */
+    virtual void destroy_handler() = 0;
+
     bool enter(Call &call)
     {
         const std::lock_guard<std::mutex> lock(mutex_);
@@ -165,11 +186,7 @@ private:
     {
         std::unique_lock<std::mutex> lock(mutex_);
         if (closed_ && calls_ == &call && call.next_ == nullptr) {
-            Handler last;
-            last.swap(handler_);
-            lock.unlock();
-            last = nullptr; /* still part of the call: a thread that waits for it relies on this */
-            lock.lock();
+            drop_handler(lock); /* still part of the call: a thread that waits for it relies on this */
         }
         Call **place = &calls_;
         while (*place != &call) {
@@ -179,8 +196,18 @@ private:
         changed_.notify_all();
     }
 
+    void drop_handler(std::unique_lock<std::mutex> &lock)
+    {
+        if (!dropped_) {
+            dropped_ = true;
+            lock.unlock();
+            destroy_handler();
+            lock.lock();
+        }
+    }
+
     /* With the lock. */
-    [[nodiscard]] bool runs_on_this_thread() const
+    [[nodiscard]] bool runs_on_this_thread() const noexcept
     {
         for (const Call *call = calls_; call != nullptr; call = call->next_) {
             if (pthread_equal(call->thread_, pthread_self()) != 0) {
@@ -194,18 +221,55 @@ private:
     std::condition_variable changed_;
     Call *calls_ = nullptr;
     bool closed_ = false;
-    Handler handler_;
+    bool dropped_ = false;
 };
 
-/* An event in a loop. If it does not run, its destruction answers the thread that waits for it. */
-template <class Kind>
-class KVO_HWS_EXCEPTIONS_TAG QueuedEvent final : public LoopItem {
+/* The object of this process that receives events, as far as this shared object knows. */
+class Registry {
 public:
-    using Event = typename Kind::Event;
+    [[nodiscard]] std::shared_ptr<Receiver> current()
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        return current_;
+    }
+
+    /* Makes @p receiver the current one, unless another one is live. */
+    bool claim(const std::shared_ptr<Receiver> &receiver)
+    {
+        std::shared_ptr<Receiver> previous; /* released without the lock */
+        const std::lock_guard<std::mutex> lock(mutex_);
+        if (current_ != nullptr && current_->is_live()) {
+            return false;
+        }
+        previous.swap(current_);
+        current_ = receiver;
+        return true;
+    }
+
+    void release(const std::shared_ptr<Receiver> &receiver)
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        if (current_ == receiver) {
+            current_.reset(); /* the caller still owns it */
+        }
+    }
+
+protected:
+    std::mutex mutex_;
+    std::shared_ptr<Receiver> current_;
+};
+
+/* ---- Only where a program activates an object ---- */
+
+/* An event in a loop. If it does not run, its destruction answers the thread that waits for it. */
+template <class State>
+class QueuedEvent final : public LoopItem {
+public:
+    using Event = typename State::Event;
 
     /* @p passage  null if no thread waits for the answer */
-    QueuedEvent(std::shared_ptr<Handling<Kind>> handling, Event event, std::shared_ptr<Passage> passage)
-        : handling_(std::move(handling)), event_(std::move(event)), passage_(std::move(passage))
+    QueuedEvent(std::shared_ptr<State> state, Event event, std::shared_ptr<Passage> passage)
+        : state_(std::move(state)), event_(std::move(event)), passage_(std::move(passage))
     {
     }
     QueuedEvent(const QueuedEvent &) = delete;
@@ -214,107 +278,62 @@ public:
 
     void run() override
     {
-        const typename Handling<Kind>::Call call(*handling_);
+        const Receiver::Call call(*state_);
         if (!call) {
             return;
         }
-        if (passage_ != nullptr && handling_->begin(*passage_)) {
-            Kind::mark_late(event_);
+        if (passage_ != nullptr && state_->begin(*passage_)) {
+            State::mark_late(event_);
         }
-        Answer answer_at_the_end{*this}; /* also if the handler throws; the exception leaves dispatch() */
-        answer_at_the_end.value = Kind::call(call.handler(), event_);
+        Answer at_the_end{*this, handler_failed}; /* also if the handler throws; the exception leaves dispatch() */
+        at_the_end.value = state_->call_handler(event_);
     }
 
 private:
     struct Answer {
         QueuedEvent &event;
-        std::int32_t value = handler_failed;
+        std::int32_t value;
         ~Answer() { event.answer(value); }
     };
 
     void answer(std::int32_t value)
     {
         if (passage_ != nullptr) {
-            handling_->answer(*passage_, value);
+            state_->answer(*passage_, value);
         }
     }
 
-    std::shared_ptr<Handling<Kind>> handling_;
+    std::shared_ptr<State> state_;
     Event event_;
     std::shared_ptr<Passage> passage_;
 };
 
-/* The result of @p body; failed if it throws. */
-template <class Body>
-KVO_HWS_EXCEPTIONS_TAG std::int32_t without_exceptions(Body body)
+/* Calls the handler with what @p make_event returns: on this thread, or in @p loop if there is one. There it waits for the answer
+ * if @p waits. A handler that throws counts as failed. State has kExceptions, which keeps the code of units with and without
+ * exceptions apart. */
+template <class State, class MakeEvent>
+std::int32_t receive(const std::shared_ptr<State> &state, Loop *loop, bool waits, MakeEvent make_event)
 {
 #if KVO_HWS_EXCEPTIONS
     try {
-        return body();
+#endif
+        if (loop == nullptr) {
+            const auto event = make_event();
+            const Receiver::Call call(*state);
+            return call ? state->call_handler(event) : handler_failed;
+        }
+        const auto deadline = std::chrono::steady_clock::now() + handler_time;
+        const std::shared_ptr<Passage> passage = waits ? std::make_shared<Passage>() : nullptr;
+        if (!loop->post(std::make_unique<QueuedEvent<State>>(state, make_event(), passage))) {
+            return handler_failed;
+        }
+        return waits ? state->await(*passage, deadline) : handler_done;
+#if KVO_HWS_EXCEPTIONS
     } catch (...) {
         return handler_failed;
     }
-#else
-    return body();
 #endif
 }
-
-/* Calls the handler on this thread. */
-template <class Kind>
-KVO_HWS_EXCEPTIONS_TAG std::int32_t call_now(Handling<Kind> &handling, const typename Kind::Event &event)
-{
-    const typename Handling<Kind>::Call call(handling);
-    return call ? Kind::call(call.handler(), event) : handler_failed;
-}
-
-/* Lets a loop call the handler, and waits for its answer if @p waits. */
-template <class Kind>
-KVO_HWS_EXCEPTIONS_TAG std::int32_t call_in_loop(const std::shared_ptr<Handling<Kind>> &handling, Loop &loop,
-                                                 typename Kind::Event event, bool waits)
-{
-    const auto deadline = std::chrono::steady_clock::now() + handler_time;
-    const std::shared_ptr<Passage> passage = waits ? std::make_shared<Passage>() : nullptr;
-    if (!loop.post(std::make_unique<QueuedEvent<Kind>>(handling, std::move(event), passage))) {
-        return handler_failed;
-    }
-    return waits ? handling->await(*passage, deadline) : handler_done;
-}
-
-/* The object of this process that receives events, as far as this shared object knows. */
-template <class State>
-class Registry {
-public:
-    [[nodiscard]] std::shared_ptr<State> current()
-    {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        return current_;
-    }
-
-    /* Makes @p state the current one, unless another one is live. */
-    bool claim(const std::shared_ptr<State> &state)
-    {
-        std::shared_ptr<State> previous; /* released without the lock */
-        const std::lock_guard<std::mutex> lock(mutex_);
-        if (current_ != nullptr && current_->is_live()) {
-            return false;
-        }
-        previous.swap(current_);
-        current_ = state;
-        return true;
-    }
-
-    void release(const std::shared_ptr<State> &state)
-    {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        if (current_ == state) {
-            current_.reset(); /* @p state still owns it */
-        }
-    }
-
-protected:
-    std::mutex mutex_;
-    std::shared_ptr<State> current_;
-};
 
 }  // namespace kvo::detail
 /** @endcond */

@@ -12,42 +12,10 @@
 #include <kvo_hws/detail/handling.hpp>
 #include <kvo_hws/runtime.h>
 
-#include <atomic>
 #include <cstring>
-#include <ctime>
-#include <optional>
 
 /** @cond internal */
 namespace kvo::detail {
-
-/* ---- From the record of C to the kinds of events ---- */
-
-template <std::size_t Size>
-std::string text_of(const char (&field)[Size])
-{
-    return {field, strnlen(field, Size)};
-}
-
-template <class Kind, class Record>
-Kind usb_device_event(const Record &record)
-{
-    Kind event;
-    event.ip_address = text_of(record.ipAddress);
-    event.ident2 = text_of(record.ident2);
-    event.ident3 = text_of(record.ident3);
-    return event;
-}
-
-template <class Kind>
-Kind usb_device(const UsbDeviceInfo &device)
-{
-    auto event = usb_device_event<Kind>(device);
-    event.text4 = text_of(device.text4);
-    event.text5 = text_of(device.text5);
-    event.number1 = device.number1;
-    event.number2 = device.number2;
-    return event;
-}
 
 inline bool is_status(std::uint32_t code) noexcept
 {
@@ -62,84 +30,42 @@ inline bool is_status(std::uint32_t code) noexcept
     }
 }
 
-/* No value for a code that this header does not know. */
-inline std::optional<UsbEvent> usb_event(const UsbEventV2 &event)
+inline bool is_usb_event(std::uint32_t code) noexcept
 {
-    switch (event.code) {
-    case USB_EVENT_NEW_DEVICE: {
-        const UsbDeviceInfo &device = event.payload.device;
-        auto plugged = usb_device<UsbNewDevice>(device);
-        plugged.text6 = text_of(device.text6);
-        plugged.text7 = text_of(device.text7);
-        plugged.flag_word = device.flagWord;
-        plugged.flag_bits = device.flagBits;
-        return plugged;
-    }
-    case USB_EVENT_DEVICE_REFUSED: {
-        auto refused = usb_device<UsbDeviceRefused>(event.payload.device);
-        refused.text8 = text_of(event.payload.device.text8);
-        refused.number3 = event.payload.device.number3;
-        return refused;
-    }
-    case USB_EVENT_STATE: {
-        auto changed = usb_device_event<UsbStateChanged>(event.payload.state);
-        changed.state = event.payload.state.state;
-        return changed;
-    }
-    case USB_EVENT_REMOVED: return usb_device_event<UsbDeviceRemoved>(event.payload.removed);
-    default:
-        if (is_status(event.code)) {
-            return static_cast<UsbStatus>(event.code);
-        }
-        return std::nullopt;
+    switch (code) {
+    case USB_EVENT_NEW_DEVICE:
+    case USB_EVENT_REMOVED:
+    case USB_EVENT_STATE:
+    case USB_EVENT_DEVICE_REFUSED: return true;
+    default: return is_status(code);
     }
 }
 
-struct MarkLate {
-    void operator()(UsbStatus) const noexcept {}
-    void operator()(UsbDeviceEvent &event) const noexcept { event.late = true; }
-};
-
-struct UsbKind {
-    using Event = UsbEvent;
-    using Handler = std::function<bool(const UsbEvent &)>;
-
-    static std::int32_t call(const Handler &handler, const Event &event)
-    {
-        return handler(event) ? handler_done : handler_failed;
-    }
-    static void mark_late(Event &event) { std::visit(MarkLate{}, event); }
-};
-
 /* ---- The state of one object ---- */
 
-class UsbState;
 class UsbRegistry;
 
-/* A function that calls the state's handler. It is compiled where the object is activated, because it differs between units with
- * exceptions and units without. */
-using ReceiveUsbEvent = std::int32_t (*)(const std::shared_ptr<UsbState> &state, const UsbEventV2 &event);
-
 /* Shared by the object, the library's threads that call its handler, and its events in a loop. */
-class UsbState {
+class UsbState : public Receiver {
 public:
-    UsbState(UsbKind::Handler handler, std::shared_ptr<Loop> in_loop, ReceiveUsbEvent receiver)
-        : empty(!handler), handling(std::move(handler)), loop(std::move(in_loop)), receive(receiver)
-    {
-    }
+    /* Passes an event to the handler. Returns its answer. */
+    virtual std::int32_t receive_event(const std::shared_ptr<Receiver> &self, const UsbEventV2 &event) = 0;
 
-    [[nodiscard]] bool is_active() const noexcept { return status_.load() == USB_EVENT_ACTIVATED; }
+    [[nodiscard]] bool is_active() const noexcept { return __atomic_load_n(&status_, __ATOMIC_SEQ_CST) == USB_EVENT_ACTIVATED; }
     /* True after a final status. The library clears the slot when the call that reports it has returned. */
-    [[nodiscard]] bool has_ended() const noexcept { return ended_.load(); }
+    [[nodiscard]] bool has_ended() const noexcept
+    {
+        const std::uint32_t status = __atomic_load_n(&status_, __ATOMIC_SEQ_CST);
+        return is_status(status) && is_final(static_cast<UsbStatus>(status));
+    }
     /* True in the handler after a final status: the slot may be cleared only after this call. */
-    [[nodiscard]] bool ends_in_handler() { return has_ended() && handling.is_called_here(); }
-    [[nodiscard]] bool is_live() { return !has_ended() && !handling.is_closed(); }
+    [[nodiscard]] bool ends_in_handler() { return has_ended() && is_called_here(); }
+    [[nodiscard]] bool is_live() override { return !has_ended() && !is_closed(); }
 
     void note(std::uint32_t code) noexcept
     {
         if (is_status(code) && !has_ended()) {
-            status_.store(code);
-            ended_.store(is_final(static_cast<UsbStatus>(code)));
+            __atomic_store_n(&status_, code, __ATOMIC_SEQ_CST);
         }
     }
 
@@ -150,7 +76,9 @@ public:
     {
         const NoCancellation whole_call;
         std::unique_lock<std::mutex> lock(state->job_lock_);
-        state->job_ended_.wait(lock, [&] { return state->job_owner_ == nullptr; });
+        while (state->job_owner_ != nullptr) {
+            state->job_ended_.wait(lock);
+        }
         state->job_ = function;
         state->job_runs_ = true;
         state->job_owner_ = state;
@@ -158,19 +86,17 @@ public:
             state->job_owner_.reset();
             return false;
         }
-        state->job_ended_.wait(lock, [&] { return !state->job_runs_; });
+        while (state->job_runs_) {
+            state->job_ended_.wait(lock);
+        }
         result = state->job_result_;
         return true;
     }
 
     /* True if no thread could be created for the last close: nothing ends the events until the next activation or close. */
-    [[nodiscard]] bool is_abandoned() const noexcept { return abandoned_.load(); }
-    void set_abandoned(bool abandoned) noexcept { abandoned_.store(abandoned); }
+    [[nodiscard]] bool is_abandoned() const noexcept { return __atomic_load_n(&abandoned_, __ATOMIC_SEQ_CST); }
+    void set_abandoned(bool abandoned) noexcept { __atomic_store_n(&abandoned_, abandoned, __ATOMIC_SEQ_CST); }
 
-    const bool empty;
-    Handling<UsbKind> handling;
-    const std::shared_ptr<Loop> loop;
-    const ReceiveUsbEvent receive;
     UsbRegistry *registry = nullptr; /* of the shared object that activated: the object may be moved to another one */
 
 private:
@@ -188,9 +114,8 @@ private:
         return nullptr;
     }
 
-    std::atomic<std::uint32_t> status_{0};
-    std::atomic<bool> ended_{false};
-    std::atomic<bool> abandoned_{false};
+    std::uint32_t status_ = 0;
+    bool abandoned_ = false;
     std::mutex job_lock_;
     std::condition_variable job_ended_;
     std::int32_t (*job_)(UsbState &) = nullptr;
@@ -202,7 +127,7 @@ private:
 /* ---- The claim ---- */
 
 /* One in each shared object, together with the function that it passes to the library. */
-class UsbRegistry : public Registry<UsbState> {
+class UsbRegistry : public Registry {
 public:
     explicit UsbRegistry(SendUsbEventV2 function) noexcept : callback_(function) {}
 
@@ -220,13 +145,13 @@ public:
     bool claim(const std::shared_ptr<UsbState> &state)
     {
         const NoCancellation whole_wait;
-        constexpr auto longest_close = std::chrono::seconds(12);
-        const auto deadline = std::chrono::steady_clock::now() + longest_close;
+        constexpr time_t longest_close = 12;
+        const time_t deadline = seconds_now() + longest_close;
         for (;;) {
-            switch (try_claim(state, std::chrono::steady_clock::now() >= deadline)) {
+            switch (try_claim(state, seconds_now() >= deadline)) {
             case Claim::granted: return true;
             case Claim::refused: return false;
-            case Claim::not_yet: pause_for_slot(); break;
+            case Claim::not_yet: pause_a_millisecond(); break;
             }
         }
     }
@@ -235,9 +160,10 @@ public:
     [[nodiscard]] bool await_cleared_slot() const noexcept
     {
         const NoCancellation whole_wait;
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-        while (has_slot() && std::chrono::steady_clock::now() < deadline) {
-            pause_for_slot();
+        constexpr time_t longest_reply = 5;
+        const time_t deadline = seconds_now() + 1 + longest_reply; /* the current second has passed in part */
+        while (has_slot() && seconds_now() < deadline) {
+            pause_a_millisecond();
         }
         return !has_slot();
     }
@@ -247,7 +173,7 @@ private:
 
     Claim try_claim(const std::shared_ptr<UsbState> &state, bool last_try)
     {
-        std::shared_ptr<UsbState> previous; /* released without the lock */
+        std::shared_ptr<Receiver> previous; /* released without the lock */
         const std::lock_guard<std::mutex> lock(mutex_);
         if ((current_ != nullptr && current_->is_live()) || __atomic_load_n(&sendUSBEvent, __ATOMIC_SEQ_CST) != nullptr) {
             return Claim::refused;
@@ -259,19 +185,14 @@ private:
             }
             /* The previous object of this shared object ends, but the library has not cleared the slot yet. If this is the
              * handler that responds to the end by an activation, the library does so only after it. */
-            if (!last_try && (current_ == nullptr || !(current_->ends_in_handler() || current_->is_abandoned()))) {
+            auto *const ending = static_cast<UsbState *>(current_.get());
+            if (!last_try && (ending == nullptr || !(ending->ends_in_handler() || ending->is_abandoned()))) {
                 return Claim::not_yet;
             }
         }
         previous.swap(current_);
         current_ = state;
         return Claim::granted;
-    }
-
-    static void pause_for_slot() noexcept
-    {
-        const timespec pause{0, 1'000'000};
-        nanosleep(&pause, nullptr);
     }
 
     const SendUsbEventV2 callback_;
@@ -290,37 +211,13 @@ __attribute__((visibility("hidden"))) inline UsbRegistry &usb_registry()
 
 inline std::int32_t usb_callback(UsbEventV2 *event)
 {
-    const std::shared_ptr<UsbState> state = usb_registry().current();
-    if (state == nullptr) {
+    const std::shared_ptr<Receiver> current = usb_registry().current();
+    if (current == nullptr || !is_usb_event(event->code)) {
         return handler_failed;
     }
-    state->note(event->code);
-    return state->receive(state, *event);
-}
-
-/* ---- Calling the handler ---- */
-
-inline std::shared_ptr<Handling<UsbKind>> handling_of(const std::shared_ptr<UsbState> &state)
-{
-    return {state, &state->handling};
-}
-
-KVO_HWS_EXCEPTIONS_TAG inline std::int32_t receive_usb_event_now(const std::shared_ptr<UsbState> &state,
-                                                                 const UsbEventV2 &event)
-{
-    return without_exceptions([&] {
-        const std::optional<UsbEvent> kind = usb_event(event);
-        return kind ? call_now(state->handling, *kind) : handler_failed;
-    });
-}
-
-KVO_HWS_EXCEPTIONS_TAG inline std::int32_t receive_usb_event_in_loop(const std::shared_ptr<UsbState> &state,
-                                                                     const UsbEventV2 &event)
-{
-    return without_exceptions([&] {
-        std::optional<UsbEvent> kind = usb_event(event);
-        return kind ? call_in_loop(handling_of(state), *state->loop, std::move(*kind), !is_status(event.code)) : handler_failed;
-    });
+    auto &state = static_cast<UsbState &>(*current);
+    state.note(event->code);
+    return state.receive_event(current, *event);
 }
 
 /* ---- Activating and closing ---- */
@@ -329,7 +226,7 @@ KVO_HWS_EXCEPTIONS_TAG inline std::int32_t receive_usb_event_in_loop(const std::
 inline Result<void> close_usb_events(const std::shared_ptr<UsbState> &state)
 {
     UsbRegistry &registry = *state->registry;
-    state->handling.close();
+    state->close();
     if (state->has_ended() || registry.current() != state || !registry.has_slot()) {
         return {};
     }
@@ -366,7 +263,7 @@ inline Result<void> await_end_of_usb_events(const std::shared_ptr<UsbState> &sta
 /* The second half of closing: waits for the handler's calls and for the service. */
 inline Result<void> settle_usb_events(const std::shared_ptr<UsbState> &state, const Result<void> &closed)
 {
-    state->handling.await_calls();
+    state->await_calls();
     if (state->is_abandoned() || state->ends_in_handler()) {
         return closed; /* the next activation, or the next close(), goes on */
     }
@@ -386,12 +283,10 @@ inline Error give_up_usb_events(const std::shared_ptr<UsbState> &state, const Er
     return error;
 }
 
-inline Result<std::shared_ptr<UsbState>> activate_usb_events(std::shared_ptr<UsbState> state)
+/* Claims the events of the process and activates them. */
+inline Result<void> activate_usb_events(const std::shared_ptr<UsbState> &state)
 {
     constexpr const char *function = "KVO_HWS_activateUSBEventsV2";
-    if (state->empty) {
-        return Error(function, KVO_HWS_FAILED, Errc::null_pointer, "the handler is empty: pass a function");
-    }
     UsbRegistry &registry = usb_registry();
     state->registry = &registry;
     if (!registry.claim(state)) {
@@ -402,7 +297,7 @@ inline Result<std::shared_ptr<UsbState>> activate_usb_events(std::shared_ptr<Usb
     std::int32_t result = 0;
     const auto activate = [](UsbState &own) { return KVO_HWS_activateUSBEventsV2(own.registry->callback()); };
     if (!UsbState::call_on_own_thread(state, activate, result)) {
-        state->handling.close();
+        state->close();
         registry.clear_slot(); /* the library knows nothing of this activation */
         registry.release(state);
         return Error(function, KVO_HWS_NO_THREAD, Errc::no_thread, "the thread that activates the events could not be created");
@@ -410,8 +305,95 @@ inline Result<std::shared_ptr<UsbState>> activate_usb_events(std::shared_ptr<Usb
     if (result != KVO_HWS_OK) {
         return give_up_usb_events(state, Error(function, result));
     }
-    return state;
+    return {};
 }
+
+/* ---- The kinds of events, and the handler: only where a program activates the events ---- */
+
+template <std::size_t Size>
+std::string text_of(const char (&field)[Size])
+{
+    return {field, strnlen(field, Size)};
+}
+
+template <class Kind, class Record>
+Kind usb_device_event(const Record &record)
+{
+    Kind event;
+    event.ip_address = text_of(record.ipAddress);
+    event.ident2 = text_of(record.ident2);
+    event.ident3 = text_of(record.ident3);
+    return event;
+}
+
+template <class Kind>
+Kind usb_device(const UsbDeviceInfo &device)
+{
+    auto event = usb_device_event<Kind>(device);
+    event.text4 = text_of(device.text4);
+    event.text5 = text_of(device.text5);
+    event.number1 = device.number1;
+    event.number2 = device.number2;
+    return event;
+}
+
+/* From the record of C. */
+template <class Event>
+Event usb_event(const UsbEventV2 &record)
+{
+    switch (record.code) {
+    case USB_EVENT_NEW_DEVICE: {
+        auto plugged = usb_device<std::variant_alternative_t<1, Event>>(record.payload.device);
+        plugged.text6 = text_of(record.payload.device.text6);
+        plugged.text7 = text_of(record.payload.device.text7);
+        plugged.flag_word = record.payload.device.flagWord;
+        plugged.flag_bits = record.payload.device.flagBits;
+        return plugged;
+    }
+    case USB_EVENT_REMOVED: return usb_device_event<std::variant_alternative_t<2, Event>>(record.payload.removed);
+    case USB_EVENT_STATE: {
+        auto changed = usb_device_event<std::variant_alternative_t<3, Event>>(record.payload.state);
+        changed.state = record.payload.state.state;
+        return changed;
+    }
+    case USB_EVENT_DEVICE_REFUSED: {
+        auto refused = usb_device<std::variant_alternative_t<4, Event>>(record.payload.device);
+        refused.text8 = text_of(record.payload.device.text8);
+        refused.number3 = record.payload.device.number3;
+        return refused;
+    }
+    default: return static_cast<UsbStatus>(record.code);
+    }
+}
+
+struct MarkLate {
+    void operator()(UsbStatus) const noexcept {}
+    void operator()(UsbDeviceEvent &event) const noexcept { event.late = true; }
+};
+
+template <class EventType, bool kExceptions>
+class UsbStateOf final : public UsbState {
+public:
+    using Event = EventType;
+    using Handler = std::function<bool(const Event &)>;
+
+    UsbStateOf(Handler handler, std::shared_ptr<Loop> loop) : handler_(std::move(handler)), loop_(std::move(loop)) {}
+
+    std::int32_t receive_event(const std::shared_ptr<Receiver> &self, const UsbEventV2 &event) override
+    {
+        return receive(std::static_pointer_cast<UsbStateOf>(self), loop_.get(), !is_status(event.code),
+                       [&event] { return usb_event<Event>(event); });
+    }
+
+    std::int32_t call_handler(const Event &event) const { return handler_(event) ? handler_done : handler_failed; }
+    static void mark_late(Event &event) { std::visit(MarkLate{}, event); }
+
+private:
+    void destroy_handler() override { Handler().swap(handler_); }
+
+    Handler handler_;
+    std::shared_ptr<Loop> loop_; /* null: the handler runs on the library's threads */
+};
 
 }  // namespace kvo::detail
 /** @endcond */

@@ -6,21 +6,14 @@
 namespace {
 
 struct Program {
-    kvo::Requests &requests;
     Panel &panel;
     Terminal &terminal;
     GMainLoop *loop;
 };
 
-gboolean dispatch(gint, GIOCondition, gpointer program)
-{
-    static_cast<Program *>(program)->requests.dispatch();
-    return G_SOURCE_CONTINUE;
-}
-
 gboolean draw(gpointer program)
 {
-    const auto &[requests, panel, terminal, loop] = *static_cast<Program *>(program);
+    const auto &[panel, terminal, loop] = *static_cast<Program *>(program);
     panel.draw_next();
     terminal.draw(panel);
     return G_SOURCE_CONTINUE;
@@ -28,7 +21,7 @@ gboolean draw(gpointer program)
 
 gboolean handle_keys(gint, GIOCondition, gpointer program)
 {
-    const auto &[requests, panel, terminal, loop] = *static_cast<Program *>(program);
+    const auto &[panel, terminal, loop] = *static_cast<Program *>(program);
     if (!terminal.read_keys(panel)) {
         g_main_loop_quit(loop);
         return G_SOURCE_REMOVE;
@@ -50,10 +43,19 @@ int main(int argc, char **argv)
     Terminal terminal;
 
     GMainLoop *loop = g_main_loop_new(nullptr, FALSE);
-    Program program{*requests, panel, terminal, loop};
-    g_unix_fd_add(requests->descriptor(), G_IO_IN, dispatch, &program);
+    Program program{panel, terminal, loop};
+    const guint replies = g_unix_fd_add(
+        requests->descriptor(), G_IO_IN,
+        [](gint, GIOCondition, gpointer data) -> gboolean {
+            static_cast<kvo::Requests *>(data)->dispatch();
+            return G_SOURCE_CONTINUE;
+        },
+        &*requests);
     g_unix_fd_add(STDIN_FILENO, static_cast<GIOCondition>(G_IO_IN | G_IO_HUP), handle_keys, &program);
-    g_timeout_add(Panel::frame.count(), draw, &program);
+    const guint clock = g_timeout_add(Panel::frame.count(), draw, &program);
     g_main_loop_run(loop);
+
+    g_source_remove(replies);
+    g_source_remove(clock);
     g_main_loop_unref(loop);
 }

@@ -6,16 +6,13 @@
 namespace {
 
 struct Program {
-    kvo::Requests &requests;
     Panel &panel;
     Terminal &terminal;
 };
 
-void dispatch(uv_poll_t *handle, int, int) { static_cast<Program *>(handle->data)->requests.dispatch(); }
-
 void draw(uv_timer_t *handle)
 {
-    const auto &[requests, panel, terminal] = *static_cast<Program *>(handle->data);
+    const auto &[panel, terminal] = *static_cast<Program *>(handle->data);
     panel.draw_next();
     terminal.draw(panel);
 }
@@ -28,7 +25,7 @@ void provide_buffer(uv_handle_t *, std::size_t, uv_buf_t *buffer)
 
 void handle_keys(uv_stream_t *input, ssize_t count, const uv_buf_t *buffer)
 {
-    const auto &[requests, panel, terminal] = *static_cast<Program *>(input->data);
+    const auto &[panel, terminal] = *static_cast<Program *>(input->data);
     if (count != 0 && !terminal.handle_keys(panel, buffer->base, count)) {
         uv_stop(input->loop);
     }
@@ -46,14 +43,15 @@ int main(int argc, char **argv)
     }
     Panel panel(*requests, kvo::Station(*address));
     Terminal terminal;
-    Program program{*requests, panel, terminal};
+    Program program{panel, terminal};
 
     uv_loop_t loop;
     uv_loop_init(&loop);
     uv_poll_t replies;
     uv_poll_init(&loop, &replies, requests->descriptor());
-    replies.data = &program;
-    uv_poll_start(&replies, UV_READABLE, dispatch);
+    replies.data = &*requests;
+    uv_poll_start(&replies, UV_READABLE,
+                  [](uv_poll_t *handle, int, int) { static_cast<kvo::Requests *>(handle->data)->dispatch(); });
 
     uv_timer_t clock;
     uv_timer_init(&loop, &clock);

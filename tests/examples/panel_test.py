@@ -2,9 +2,10 @@
 """Uses a panel program as its user does, beside a simulated service: looks at the stations, sets the backlight, plugs a USB stick in, and
 makes the service silent. Runs within "kvosim run".
 
-    panel_test.py PROGRAM KVOSIM [--window]
+    panel_test.py PROGRAM KVOSIM [--window [PICTURE]]
 
-With --window, the program draws on a virtual display, and the mouse and the keyboard are used there.
+With --window, the program draws on a virtual display, and the mouse and the keyboard are used there. PICTURE is a file for a picture of
+the window while the service is silent; scripts/picture.sh draws the one in docs/ like this.
 """
 
 import contextlib
@@ -24,6 +25,7 @@ DARKER = (520, 110)  # on the slider, to the left of its handle
 
 program, kvosim = sys.argv[1:3]
 with_window = "--window" in sys.argv
+picture = sys.argv[4] if len(sys.argv) > 4 else None
 
 
 class Failure(Exception):
@@ -72,6 +74,11 @@ class Panel:
         except Failure as failure:
             raise Failure(f"waiting for {patterns}: {failure}; the last drawing:\n{last}") from None
 
+    def draws(self, count):
+        """Waits for so many more drawings."""
+        for _, _ in zip(range(count), self.next_drawings()):
+            pass
+
     def draws_while_it_waits(self):
         """Sees three drawings of the time that an unanswered request has waited, each time longer than before."""
         seen, before = [], 0
@@ -90,6 +97,14 @@ class Panel:
             self._display.click(*DARKER)
         else:
             self._press(b"-")
+
+    def store_picture(self, path):
+        """Stores a picture of a window that has drawn for a while, and then waited for the service for a while."""
+        simulator("fault", "clear")
+        self.draws(60)
+        simulator("fault", "add", "silent")
+        self.draws(50)
+        self._display.store_picture(path)
 
     def end(self):
         if self._display:
@@ -120,6 +135,10 @@ class Display:
 
     def press(self, keys):
         self._do("key", keys)
+
+    def store_picture(self, path):
+        subprocess.run(["import", "-window", "root", "-strip", "-colors", "128", f"png8:{path}"], env=self.environment, check=True,
+                       timeout=TIMEOUT)
 
     def _do(self, *arguments):
         subprocess.run(["xdotool", *arguments], env=self.environment, check=True, timeout=TIMEOUT)
@@ -161,13 +180,15 @@ def use(panel):
     panel.shows(r"(?i)backlight.* 90 %")
     simulator("usb", "plug", STATION, "--ident2", "stick")
     panel.shows(rf"{STATION} +Memory stick \(stick\)")
-    simulator("usb", "unplug", STATION, "stick")
-    panel.shows("USB.* (no device|0)")
     simulator("fault", "add", "silent")
     panel.draws_while_it_waits()
     panel.shows("the request was not done by its deadline")
+    if picture:
+        panel.store_picture(picture)
     simulator("fault", "clear")
     panel.shows(r"(?i)service +answers")
+    simulator("usb", "unplug", STATION, "stick")
+    panel.shows("USB.* (no device|0)")
     panel.end()
 
 

@@ -159,18 +159,15 @@ public:
      *
      *  Blocks while the remote side does not read, at most 4 s without progress. Calls KVO_HWS_sendEmbHwsEvent.
      */
-    Result<void> send_event(std::string_view text) const { return detail::send_agent_event(state_.get(), text); }
+    Result<void> send_event(std::string_view text) const
+    {
+        return detail::send_agent_event(is_open() ? state_.get() : nullptr, text);
+    }
 
     /** True while the agent's thread runs. */
-    [[nodiscard]] bool running() const noexcept
-    {
-        return state_ != nullptr && __atomic_load_n(&gEmbKvoInst->running, __ATOMIC_SEQ_CST) == 1;
-    }
+    [[nodiscard]] bool running() const { return is_open() && __atomic_load_n(&gEmbKvoInst->running, __ATOMIC_SEQ_CST) == 1; }
     /** True if the remote side has sent a valid request since the start: then events can be sent. */
-    [[nodiscard]] bool negotiated() const noexcept
-    {
-        return state_ != nullptr && __atomic_load_n(&protocolNegotiated, __ATOMIC_SEQ_CST) == 1;
-    }
+    [[nodiscard]] bool negotiated() const { return is_open() && __atomic_load_n(&protocolNegotiated, __ATOMIC_SEQ_CST) == 1; }
 
     /** Stops the agent, and waits until it has ended. Does nothing if the object was closed or moved from.
      *  @return Errc::timeout some call of the library still blocks the agent after 6 s, which ends when that call returns: the
@@ -181,13 +178,20 @@ public:
     Result<void> close()
     {
         // A handler that is destroyed may own this object: nothing of it is used after this.
-        const std::shared_ptr<detail::AgentState> state = std::move(state_);
-        state_ = nullptr;
-        return state == nullptr ? Result<void>() : detail::close_agent(state);
+        const std::shared_ptr<detail::AgentState> state = state_;
+        if (state == nullptr) {
+            return {};
+        }
+        if (!state->is_called_here()) {
+            state_.reset();  // otherwise the destruction waits for the handler
+        }
+        return detail::close_agent(state);
     }
 
 private:
     explicit Agent(std::shared_ptr<detail::AgentState> state) noexcept : state_(std::move(state)) {}
+
+    [[nodiscard]] bool is_open() const { return state_ != nullptr && !state_->is_closed(); }
 
     std::shared_ptr<detail::AgentState> state_;
 };

@@ -118,9 +118,14 @@ public:
     Result<void> close()
     {
         // A handler that is destroyed may own this object: nothing of it is used after this.
-        const std::shared_ptr<detail::EmbeddedState> state = std::move(state_);
-        state_ = nullptr;
-        return state == nullptr ? Result<void>() : detail::close_embedded_events(state);
+        const std::shared_ptr<detail::EmbeddedState> state = state_;
+        if (state == nullptr) {
+            return {};
+        }
+        if (!state->is_called_here()) {
+            state_.reset();  // otherwise the destruction waits for the handler
+        }
+        return detail::close_embedded_events(state);
     }
 
 private:

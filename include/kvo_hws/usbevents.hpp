@@ -215,8 +215,8 @@ public:
             return {};
         }
         const Result<void> closed = detail::close_usb_events(state);
-        if (!state->is_abandoned()) {
-            state_.reset();
+        if (!state->is_abandoned() && !state->is_called_here()) {
+            state_.reset();  // otherwise the destruction goes on, or waits for the handler
         }
         return detail::settle_usb_events(state, closed);
     }

@@ -1,5 +1,6 @@
 #include "host.h"
 
+#include "event_objects.h"
 #include "loop_requests.h"
 #include "requests.h"
 #include "support/leak_suppressions.h"
@@ -87,7 +88,8 @@ public:
         }
         {
             const Call call(worker.watch, "cleanupEmbHwsClient");
-            worker.figures().agentCleanups.add(KVO_HWS_cleanupEmbHwsClient(gEmbKvoInst));
+            worker.figures().agentCleanups.add(object_.isStarted() ? object_.close()
+                                                                   : KVO_HWS_cleanupEmbHwsClient(gEmbKvoInst));
         }
         started_ = false;
         // After the result -1, the agent ends when the service has answered its current request.
@@ -101,14 +103,20 @@ private:
     void start(Worker &worker)
     {
         const Call call(worker.watch, "startupEmbHwsClient");
-        void *instance = nullptr;
-        const int result = KVO_HWS_startupEmbHwsClient(
-            "focusKvoIp=10.0.0.5\nremoteKvoHwsIp=127.0.0.1\nremoteSession=3\nkvoIndex=5\nmcpFlag=1\n", &instance, onCommand);
+        const int result = worker.random.oneIn(2) ? object_.start(worker.shared) : startFlat();
         worker.figures().agentStarts.add(result);
         started_ = result == 1;
         end_ = Clock::now() + worker.random.between(kAgentLifeShortest, kAgentLifeLongest);
     }
 
+    static int startFlat()
+    {
+        void *instance = nullptr;
+        return KVO_HWS_startupEmbHwsClient(
+            "focusKvoIp=10.0.0.5\nremoteKvoHwsIp=127.0.0.1\nremoteSession=3\nkvoIndex=5\nmcpFlag=1\n", &instance, onCommand);
+    }
+
+    AgentObject object_;
     bool started_ = false;
     Clock::time_point end_;
 };
@@ -140,6 +148,10 @@ void onEvent(const char *name, const char *data)
 
 void listenOnce(Worker &worker)
 {
+    if (worker.random.oneIn(2)) {
+        useEmbeddedObject(worker, onEvent);
+        return;
+    }
     int result = 0;
     {
         const Call call(worker.watch, "activateEmbKvoEvents");

@@ -141,6 +141,7 @@ struct Outcome {
 
 const std::vector<Outcome> kOutcomes = {
     {"activateUSBEvents", &Figures::activations, {1, -3, -8}}, {"closeUSBEvents", &Figures::closes, {1, -8, -9}},
+    {"UsbEvents_activate", &Figures::usbObjects, {1, -3, -8}}, {"UsbEvents_close", &Figures::usbObjectCloses, {1, -1, -8}},
     {"startupEmbHwsClient", &Figures::agentStarts, {1, -1}},   {"cleanupEmbHwsClient", &Figures::agentCleanups, {1, -1}},
     {"sendEmbHwsEvent", &Figures::indications, {1, -1}},       {"activateEmbKvoEvents", &Figures::listens, {1, -8}},
     {"deactivateEmbKvoEvents", &Figures::unlistens, {1, -1}},

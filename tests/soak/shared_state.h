@@ -109,6 +109,8 @@ struct Figures {
     Counter longestRequest{};  ///< ms
     Results activations{};
     Results closes{};
+    Results usbObjects{};       ///< activations of kvo::UsbEvents
+    Results usbObjectCloses{};  ///< the ends of those objects
     Results agentStarts{};
     Results agentCleanups{};
     Results indications{};

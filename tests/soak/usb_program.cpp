@@ -1,5 +1,6 @@
 #include "usb_program.h"
 
+#include "event_objects.h"
 #include "support/own_thread.h"
 #include "workers.h"
 
@@ -110,6 +111,16 @@ void activateAndClose(Worker &worker, std::chrono::milliseconds longestPause)
     worker.pause(0ms, longestPause);
 }
 
+void useEvents(Worker &worker, std::chrono::milliseconds longestPause)
+{
+    if (worker.random.oneIn(2)) {
+        useUsbObject(worker, [](const char *station) { return handleEvent(USB_EVENT_STATE, station); });
+        worker.pause(0ms, longestPause);
+    } else {
+        activateAndClose(worker, longestPause);
+    }
+}
+
 /// If the service refuses an activation, the library clears the callback but keeps the server for the next activation.
 void endServerWithoutCallback()
 {
@@ -127,7 +138,7 @@ void runUsbProgram(SharedState &shared, Program program, uint64_t seed)
     // The second program takes the events over now and then, and leaves them to the first one most of the time.
     const auto longestPause = program == kUsbOne ? 500ms : 20s;
     workers.add(
-        "USB events", [longestPause](Worker &worker) { activateAndClose(worker, longestPause); },
+        "USB events", [longestPause](Worker &worker) { useEvents(worker, longestPause); },
         [](Worker &) {
             endServerWithoutCallback();
             CloseLogMessages();

@@ -54,8 +54,7 @@ inline Result<void> activate_embedded_events(const std::shared_ptr<EmbeddedState
 
 inline Result<void> close_embedded_events(const std::shared_ptr<EmbeddedState> &state)
 {
-    state->close();
-    const int result = KVO_HWS_deactivateEmbKvoEvents();
+    const int result = state->close() ? KVO_HWS_deactivateEmbKvoEvents() : KVO_HWS_OK;
     state->registry->release(state);
     state->await_calls();
     return result == KVO_HWS_OK ? Result<void>() : Error("KVO_HWS_deactivateEmbKvoEvents", result);

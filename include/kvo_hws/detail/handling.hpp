@@ -106,12 +106,12 @@ public:
         return closed_;
     }
 
-    /* No call begins any more, and no event waits for one. */
-    void close()
+    /* No call begins any more, and no event waits for one. Returns false if it was closed before. */
+    bool close()
     {
         const std::lock_guard<std::mutex> lock(mutex_);
-        closed_ = true;
         changed_.notify_all();
+        return !std::exchange(closed_, true);
     }
 
     /* After close(): waits until no call runs, then destroys the handler. In a call, waits for none: the last call destroys it. */

@@ -93,9 +93,20 @@ public:
         return true;
     }
 
-    /* True if no thread could be created for the last close: nothing ends the events until the next activation or close. */
-    [[nodiscard]] bool is_abandoned() const noexcept { return __atomic_load_n(&abandoned_, __ATOMIC_SEQ_CST); }
-    void set_abandoned(bool abandoned) noexcept { __atomic_store_n(&abandoned_, abandoned, __ATOMIC_SEQ_CST); }
+    enum class Closing : std::uint8_t {
+        not_yet,
+        called,   /* KVO_HWS_closeUSBEvents has returned */
+        abandoned /* no thread could be created for it: nothing ends the events until the next activation or close */
+    };
+    [[nodiscard]] Closing closing() const noexcept
+    {
+        return static_cast<Closing>(__atomic_load_n(&closing_, __ATOMIC_SEQ_CST));
+    }
+    [[nodiscard]] bool is_abandoned() const noexcept { return closing() == Closing::abandoned; }
+    void set_closing(Closing closing) noexcept
+    {
+        __atomic_store_n(&closing_, static_cast<std::uint8_t>(closing), __ATOMIC_SEQ_CST);
+    }
 
     UsbRegistry *registry = nullptr; /* of the shared object that activated: the object may be moved to another one */
 
@@ -115,7 +126,7 @@ private:
     }
 
     std::uint32_t status_ = 0;
-    bool abandoned_ = false;
+    std::uint8_t closing_ = 0; /* a Closing */
     std::mutex job_lock_;
     std::condition_variable job_ended_;
     std::int32_t (*job_)(UsbState &) = nullptr;
@@ -227,12 +238,15 @@ inline Result<void> close_usb_events(const std::shared_ptr<UsbState> &state)
 {
     UsbRegistry &registry = *state->registry;
     state->close();
-    if (state->has_ended() || registry.current() != state || !registry.has_slot()) {
+    if (state->closing() == UsbState::Closing::called || state->has_ended() || registry.current() != state ||
+        !registry.has_slot()) {
         return {};
     }
     std::int32_t result = 0;
-    if (!UsbState::call_on_own_thread(
-            state, [](UsbState &) { return KVO_HWS_closeUSBEvents(); }, result)) {
+    const auto close = [](UsbState &) { return KVO_HWS_closeUSBEvents(); };
+    const bool called = UsbState::call_on_own_thread(state, close, result);
+    state->set_closing(called ? UsbState::Closing::called : UsbState::Closing::abandoned);
+    if (!called) {
         return Error("KVO_HWS_closeUSBEvents", KVO_HWS_FAILED, Errc::no_thread,
                      "the thread that closes the events could not be created: try again");
     }

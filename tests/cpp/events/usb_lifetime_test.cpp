@@ -182,9 +182,9 @@ TEST_F(CppUsbEvents, can_be_closed_in_the_handler_of_every_status)
     for (const kvo::UsbStatus when : {kvo::UsbStatus::activated, kvo::UsbStatus::refused}) {
         const bool refuses = when == kvo::UsbStatus::refused;
         const ScriptedService service({acceptsAll({{"activateUSBEvents", refuses ? "no" : "ok"}})});
-        std::optional<kvo::UsbEvents> events;
         std::mutex lock;
         Signal closed;
+        std::optional<kvo::UsbEvents> events;  // destroyed first: its destruction waits for the handler
         {
             const std::lock_guard guard(lock);
             events = kvo::UsbEvents::activate([&](const kvo::UsbEvent &event) {
@@ -197,9 +197,33 @@ TEST_F(CppUsbEvents, can_be_closed_in_the_handler_of_every_status)
                      }).value();
         }
         EXPECT_TRUE(closed.wait());
+        events.reset();
         EXPECT_TRUE(eventually([] { return !usbevents_test::anySet(); }));
         EXPECT_TRUE(kvo::UsbEvents::activate(ignore));
     }
+}
+
+TEST_F(CppUsbEvents, wait_at_their_destruction_for_the_handler_that_has_closed_them)
+{
+    const ScriptedService service({acceptsAll()});
+    Signal closed;
+    std::atomic<bool> returned{false};
+    std::future<std::string> reply;
+    {
+        std::optional<kvo::UsbEvents> events;
+        events = kvo::UsbEvents::activate([&](const kvo::UsbEvent &event) {
+                     if (isDevice(event)) {
+                         EXPECT_TRUE(events->close());
+                         closed.set();
+                         std::this_thread::sleep_for(300ms);
+                         returned = true;
+                     }
+                     return true;
+                 }).value();
+        reply = send(kChanged);
+        ASSERT_TRUE(closed.wait());
+    }
+    EXPECT_TRUE(returned);
 }
 
 TEST_F(CppUsbEvents, can_be_activated_while_another_thread_closes_the_object_before)

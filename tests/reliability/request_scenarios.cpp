@@ -6,11 +6,15 @@
 #include "support/own_thread.h"
 #include "support/scripted_service.h"
 
+#include <kvo_hws/kvo_hws.hpp>
 #include <kvo_hws/requests.h>
 #include <kvo_hws/service.h>
 
 #include <array>
 #include <cstdlib>
+#include <new>
+#include <optional>
+#include <poll.h>
 #include <string>
 
 namespace reliability {
@@ -104,6 +108,57 @@ private:
     HealthyService server_{support::kUsbSocket, answerTo};
 };
 
+/// A request of an event loop. The worker makes the calls of the library; the steps are those of the loop's thread.
+class LoopRequest : public Scenario {
+public:
+    void run(Run &run) override
+    {
+        std::optional<kvo::Requests> requests;
+        run.step("create", {1, 0}, withMemoryOr0([&] {
+                     auto created = kvo::Requests::create();
+                     return created ? (requests.emplace(*std::move(created)), 1) : 0;
+                 }));
+        if (!requests) {
+            return;
+        }
+        std::string mode = "not read";
+        run.step("submit", {1, 0}, withMemoryOr0([&] {
+                     const auto id = requests->submit([] { return kvo::Station(kvo::Address(kStation)).rv4_mode(); },
+                                                      [&mode](const auto &result) { mode = textOf(result); });
+                     return id ? 1 : 0;
+                 }));
+        while (requests->pending() > 0) {
+            pollfd waiting{.fd = requests->descriptor(), .events = POLLIN, .revents = 0};
+            poll(&waiting, 1, -1);
+            requests->dispatch();
+        }
+        run.note("mode", mode);
+        requests->close();
+    }
+
+private:
+    static std::function<int()> withMemoryOr0(std::function<int()> step)
+    {
+        return [step = std::move(step)] {
+            try {
+                return step();
+            } catch (const std::bad_alloc &) {
+                return 0;
+            }
+        };
+    }
+
+    static std::string textOf(const kvo::Result<std::optional<kvo::Rv4Mode>> &result)
+    {
+        if (!result) {
+            return "error " + std::to_string(result.error().code());
+        }
+        return *result ? std::to_string(static_cast<int>(**result)) : "none";
+    }
+
+    HealthyService service_{support::kCommandSocket, answerTo};
+};
+
 }  // namespace
 
 std::unique_ptr<Scenario> makeOneRequest() { return std::make_unique<OneRequest>(); }
@@ -111,6 +166,7 @@ std::unique_ptr<Scenario> makeLongCommand() { return std::make_unique<LongComman
 std::unique_ptr<Scenario> makeDescriptionList() { return std::make_unique<DescriptionList>(); }
 std::unique_ptr<Scenario> makeRegistryList() { return std::make_unique<RegistryList>(); }
 std::unique_ptr<Scenario> makeUsbLock() { return std::make_unique<UsbLock>(); }
+std::unique_ptr<Scenario> makeLoopRequest() { return std::make_unique<LoopRequest>(); }
 std::unique_ptr<Scenario> makeUsbMessage() { return std::make_unique<UsbMessage>(); }
 
 }  // namespace reliability

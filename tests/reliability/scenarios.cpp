@@ -11,6 +11,7 @@ const std::vector<ScenarioKind> &scenarios()
         {"registry_list", "`KVO_HWS_getKVOCurrentListFromRegistry`, four exchanges and a file", {"caller"}, makeRegistryList},
         {"usb_lock", "`KVO_HWS_setUsbLock` for two stations", {"caller"}, makeUsbLock},
         {"usb_message", "`SendUsbMsg2DLL` to a USB event server", {"caller"}, makeUsbMessage},
+        {"loop_request", "`kvo::Requests`: `kvo::Station::rv4_mode` on the worker", {"program"}, makeLoopRequest},
         {"usb_events",
          "`KVO_HWS_activateUSBEventsV2`, an event, `KVO_HWS_closeUSBEvents`",
          {"caller", "server", "activation", "connection", "close"},

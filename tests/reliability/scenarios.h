@@ -36,6 +36,7 @@ std::unique_ptr<Scenario> makeDescriptionList();
 std::unique_ptr<Scenario> makeRegistryList();
 std::unique_ptr<Scenario> makeUsbLock();
 std::unique_ptr<Scenario> makeUsbMessage();
+std::unique_ptr<Scenario> makeLoopRequest();
 std::unique_ptr<Scenario> makeUsbEvents();
 std::unique_ptr<Scenario> makeAgent();
 std::unique_ptr<Scenario> makeEmbeddedEvents();

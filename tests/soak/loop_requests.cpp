@@ -24,7 +24,7 @@ kvo::Result<std::string> ask(kvo::Station station, uint32_t choice)
     switch (choice) {
     case 0: return numberOf(station.mcp_address());
     case 1: return numberOf(station.index());
-    case 2: return numberOf(station.disable_num_lock());
+    case 2: return numberOf(station.disable_caps_lock());
     case 3: return station.screen_on_focus();
     default: return numberOf(kvo::Service::is_init_complete());
     }

@@ -69,8 +69,8 @@ Answer<Function> answer_of(Function &function)
 template <class Function, bool kExceptions>
 class QuestionOf final : public Question {
 public:
-    // NOLINTNEXTLINE(bugprone-forwarding-reference-overload): called only by submit(), with the function that the program gave
     template <class Given>
+    // NOLINTNEXTLINE(bugprone-forwarding-reference-overload): called only by submit(), with the function that the program gave
     explicit QuestionOf(Given &&function) : function_(std::forward<Given>(function))
     {
     }

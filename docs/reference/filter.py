@@ -10,7 +10,7 @@ HEADERS = ROOT / 'include/kvo_hws'
 
 
 def as_used(text):
-    """A header as programs use it: kvo::Station instead of BasicStation<void> (detail/call.hpp says why it is a template)."""
+    """A header as programs use it: kvo::Station instead of BasicStation<void> (detail/late.hpp says why it is a template)."""
     def without(pattern, text):
         return re.sub(pattern, lambda found: '\n' * found[0].count('\n'), text, flags=re.M)
 

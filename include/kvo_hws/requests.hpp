@@ -99,11 +99,13 @@ private:
 };
 
 template <class Function, class Completion, bool kExceptions>
-class RequestOf final : public Request {
+class RequestOf final : public AnyRequest<Late<Function, void>> {
+    using Base = AnyRequest<Late<Function, void>>;
+
 public:
     template <class GivenFunction, class GivenCompletion>
     RequestOf(GivenFunction &&function, GivenCompletion &&completion)
-        : Request(std::make_unique<QuestionOf<Function, kExceptions>>(std::forward<GivenFunction>(function))),
+        : Base(std::make_unique<QuestionOf<Function, kExceptions>>(std::forward<GivenFunction>(function))),
           completion_(std::forward<GivenCompletion>(completion))
     {
     }
@@ -114,7 +116,7 @@ private:
     /* Without an answer, the deadline has passed: before the question was asked, or while the worker asks it. */
     Answer<Function> result()
     {
-        auto *asked = static_cast<QuestionOf<Function, kExceptions> *>(question.get());
+        auto *asked = static_cast<QuestionOf<Function, kExceptions> *>(this->question.get());
         if (asked != nullptr && asked->answer) {
             return std::move(*asked->answer);
         }
@@ -124,18 +126,20 @@ private:
     Completion completion_;
 };
 
-inline void *run_worker(void *shared)
+template <class Use>
+void *run_worker(void *shared)
 {
-    const std::unique_ptr<std::shared_ptr<Loop>> loop(static_cast<std::shared_ptr<Loop> *>(shared));
+    const std::unique_ptr<std::shared_ptr<LoopOf<Use>>> loop(static_cast<std::shared_ptr<LoopOf<Use>> *>(shared));
     (*loop)->work();
     return nullptr;
 }
 
 /* The program's signal handlers do not run on the worker. The threads that the library creates inherit this mask; it wakes them
  * with SIGUSR1. The others report faults of the thread itself. */
-inline bool start_worker(const std::shared_ptr<Loop> &loop, pthread_t &thread)
+template <class Use>
+bool start_worker(const std::shared_ptr<LoopOf<Use>> &loop, pthread_t &thread)
 {
-    auto shared = std::make_unique<std::shared_ptr<Loop>>(loop);
+    auto shared = std::make_unique<std::shared_ptr<LoopOf<Use>>>(loop);
     sigset_t blocked;
     sigset_t before;
     sigfillset(&blocked);
@@ -143,7 +147,7 @@ inline bool start_worker(const std::shared_ptr<Loop> &loop, pthread_t &thread)
         sigdelset(&blocked, kept);
     }
     pthread_sigmask(SIG_SETMASK, &blocked, &before);
-    const bool started = pthread_create(&thread, nullptr, run_worker, shared.get()) == 0;
+    const bool started = pthread_create(&thread, nullptr, run_worker<Use>, shared.get()) == 0;
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     if (started) {
         static_cast<void>(shared.release());  // the worker owns it
@@ -163,7 +167,11 @@ inline bool start_worker(const std::shared_ptr<Loop> &loop, pthread_t &thread)
  *  Completions come in the order of submission, except those of requests that ran out of time. They may do anything with the
  *  object: submit, cancel, call dispatch(), close it and destroy it.
  */
-class Requests {
+template <class Use>
+class BasicRequests {
+    template <class T>
+    using Result = detail::Late<Use, kvo::Result<T>>;
+
 public:
     /** The number of a request, never 0. */
     using Id = std::uint64_t;
@@ -178,13 +186,13 @@ public:
      *  @param capacity  how many requests may be pending, at least 1
      *  @return the object; Errc::out_of_range, Errc::no_thread (also if the process has no free descriptor)
      */
-    static Result<Requests> create(std::size_t capacity = 256)
+    static Result<BasicRequests> create(std::size_t capacity = 256)
     {
         if (capacity == 0) {
             return Error("kvo::Requests::create", KVO_HWS_OUT_OF_RANGE, Errc::out_of_range,
                          "the capacity is 0: write at least 1");
         }
-        Requests requests(std::make_shared<detail::Loop>(capacity));
+        BasicRequests requests(std::make_shared<detail::LoopOf<Use>>(capacity));
         if (requests.descriptor() < 0) {
             requests.loop_->close();
             return Error("kvo::Requests::create", KVO_HWS_NO_THREAD, Errc::no_thread,
@@ -198,12 +206,12 @@ public:
     }
 
     /** The other object is then as if it were closed. Only while no other thread uses either. */
-    Requests(Requests &&) noexcept = default;
+    BasicRequests(BasicRequests &&) noexcept = default;
     /** Destroys what this object was. Only while no other thread uses either. */
-    Requests &operator=(Requests &&other) noexcept
+    BasicRequests &operator=(BasicRequests &&other) noexcept
     {
         if (this != &other) {
-            const Requests before(std::move(*this));
+            const BasicRequests before(std::move(*this));
             loop_ = std::move(other.loop_);
             worker_ = other.worker_;
         }
@@ -214,7 +222,7 @@ public:
      *  progress ends by itself; until then the worker runs, and the function that it calls must find what it uses.
      *  In the thread of the loop, also in a completion.
      */
-    ~Requests()
+    ~BasicRequests()
     {
         if (loop_ != nullptr && loop_->close()) {
             pthread_detach(worker_);
@@ -287,20 +295,23 @@ public:
      */
     KVO_HWS_EXCEPTIONS_TAG std::size_t dispatch()
     {
-        const std::shared_ptr<detail::Loop> loop = loop_;  // a completion may destroy this object
+        const std::shared_ptr<detail::LoopOf<Use>> loop = loop_;  // a completion may destroy this object
         return loop != nullptr ? loop->dispatch() : 0;
     }
 
     /** @cond internal */
-    [[nodiscard]] const std::shared_ptr<detail::Loop> &loop() const noexcept { return loop_; }
+    [[nodiscard]] const std::shared_ptr<detail::LoopOf<Use>> &loop() const noexcept { return loop_; }
     /** @endcond */
 
 private:
-    explicit Requests(std::shared_ptr<detail::Loop> loop) : loop_(std::move(loop)) {}
+    explicit BasicRequests(std::shared_ptr<detail::LoopOf<Use>> loop) : loop_(std::move(loop)) {}
 
-    std::shared_ptr<detail::Loop> loop_;
+    std::shared_ptr<detail::LoopOf<Use>> loop_;
     pthread_t worker_{};
 };
+
+/** The class to use, as `kvo::Station`. */
+using Requests = BasicRequests<void>;
 
 /** @} */
 

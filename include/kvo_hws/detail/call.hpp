@@ -5,6 +5,7 @@
 #define KVO_HWS_DETAIL_CALL_HPP
 
 #include <kvo_hws/address.hpp>
+#include <kvo_hws/detail/late.hpp>
 #include <kvo_hws/requests.h>
 #include <kvo_hws/result.hpp>
 #include <kvo_hws/runtime.h>
@@ -26,16 +27,6 @@
 #define KVO_HWS_CALL(function) #function, function
 
 namespace kvo::detail {
-
-/* Compile time: a unit that includes the headers compiles every inline function with all types in it, but a template only if it
- * is used. So functions whose types are costly are templates. Their argument Use has no other purpose: types and calls that depend
- * on it are not looked into before that. */
-template <class Use, class T>
-struct LateType {
-    using Type = T;
-};
-template <class Use, class T>
-using Late = typename LateType<Use, T>::Type;
 
 template <class Use, class Function, class... Argument>
 Result<void> done(const char *name, Function *function, Argument... arguments)

@@ -4,6 +4,7 @@
 #ifndef KVO_HWS_DETAIL_LOOP_HPP
 #define KVO_HWS_DETAIL_LOOP_HPP
 
+#include <kvo_hws/detail/late.hpp>
 #include <kvo_hws/result.hpp>
 
 #include <chrono>
@@ -50,14 +51,15 @@ public:
 
 /* A request. The thread of the loop owns it from beginning to end; only the question goes to the worker, and comes back if the
  * request still waits for it. So each part is destroyed in the thread that uses it. */
-class Request : public LoopItem {
+template <class Use>
+class AnyRequest : public LoopItem {
 public:
-    explicit Request(std::unique_ptr<Question> asked) : question(std::move(asked)) {}
+    explicit AnyRequest(Late<Use, std::unique_ptr<Question>> asked) : question(std::move(asked)) {}
     [[nodiscard]] std::uint64_t id() const noexcept override { return number; }
 
     std::uint64_t number = 0;
     LoopClock::time_point deadline;
-    std::unique_ptr<Question> question;
+    Late<Use, std::unique_ptr<Question>> question;
 };
 
 /* A descriptor that is readable after raise() until clear(), and from the time of the alarm on. One timerfd could be both signal
@@ -138,12 +140,18 @@ private:
 };
 
 /* What waits for the worker, and what waits for the thread of the loop. */
-class Loop {
+template <class Use>
+class LoopOf {
+    using Request = AnyRequest<Use>;
+    using Item = Late<Use, std::unique_ptr<LoopItem>>;
+    /* A node moves from list to list, so nothing is allocated after submit() and post(). */
+    using Items = Late<Use, std::list<std::unique_ptr<LoopItem>>>;
+
 public:
-    explicit Loop(std::size_t capacity) noexcept : capacity_(capacity) {}
-    Loop(const Loop &) = delete;
-    Loop &operator=(const Loop &) = delete;
-    ~Loop() = default;
+    explicit LoopOf(std::size_t capacity) noexcept : capacity_(capacity) {}
+    LoopOf(const LoopOf &) = delete;
+    LoopOf &operator=(const LoopOf &) = delete;
+    ~LoopOf() = default;
 
     /* -1 after close(), and if the system has no descriptor left. */
     [[nodiscard]] int descriptor() const
@@ -161,7 +169,7 @@ public:
 
     /* Any thread. Items run in the order of posting, among the completions. False if the loop is closed: then the item is
      * destroyed here. An item that is dropped later is destroyed by the thread that closes the loop. */
-    bool post(std::unique_ptr<LoopItem> item)
+    bool post(Item item)
     {
         Items items;  // lives longer than the lock
         items.push_back(std::move(item));
@@ -175,7 +183,7 @@ public:
     }
 
     /* Any thread. Errc::full, Errc::not_running. */
-    Result<std::uint64_t> submit(std::unique_ptr<Request> request, std::chrono::milliseconds most)
+    Late<Use, Result<std::uint64_t>> submit(std::unique_ptr<Request> request, std::chrono::milliseconds most)
     {
         Request &added = *request;
         added.deadline = LoopClock::now() + most;
@@ -230,7 +238,7 @@ public:
         const std::size_t most = count_ready();
         std::size_t count = 0;
         while (count < most) {
-            const std::unique_ptr<LoopItem> item = take();
+            const Item item = take();
             if (item == nullptr) {
                 break;  // a nested call ran it, or the object was closed
             }
@@ -275,7 +283,7 @@ public:
                 raise();
                 continue;
             }
-            std::unique_ptr<Question> question = std::move(request.question);
+            auto question = std::move(request.question);
             asked_.splice(asked_.end(), waiting_, waiting_.begin());
             lock.unlock();
             question->ask();
@@ -293,9 +301,6 @@ public:
     }
 
 private:
-    /* A node moves from list to list, so nothing is allocated after submit() and post(). */
-    using Items = std::list<std::unique_ptr<LoopItem>>;
-
     std::size_t count_ready()
     {
         const std::lock_guard<std::mutex> lock(mutex_);
@@ -305,13 +310,13 @@ private:
         return ready_.size();
     }
 
-    std::unique_ptr<LoopItem> take()
+    Item take()
     {
         const std::lock_guard<std::mutex> lock(mutex_);
         if (ready_.empty()) {
             return nullptr;
         }
-        std::unique_ptr<LoopItem> item = std::move(ready_.front());
+        Item item = std::move(ready_.front());
         ready_.pop_front();
         pending_ -= item->id() != 0 ? 1U : 0U;
         if (ready_.empty()) {
@@ -359,6 +364,8 @@ private:
     Signal signal_;  // raised while something is ready; the alarm is not later than any deadline in waiting_ and asked_
     bool closed_ = false;
 };
+
+using Loop = LoopOf<void>;
 
 }  // namespace kvo::detail
 /** @endcond */

@@ -13,6 +13,7 @@
 
 #include <kvo_hws/address.hpp>
 #include <kvo_hws/agent.h>
+#include <kvo_hws/detail/late.hpp>
 #include <kvo_hws/result.hpp>
 
 #include <cstdint>
@@ -100,7 +101,11 @@ namespace kvo {
  *  - A call that begins after that finds the object closed: the handler is not called, and the command fails.
  *  - The handler lives until its last call has returned.
  */
-class Agent {
+template <class Use>
+class BasicAgent {
+    template <class T>
+    using Result = detail::Late<Use, kvo::Result<T>>;
+
 public:
     /** The handler. The agent calls it on its own thread, for one command at a time, while the remote side waits. An exception
      *  counts as AgentAnswer::failed. It may send requests to the service, push events and destroy the object; it must not end
@@ -118,7 +123,7 @@ public:
      *  Sets gFocusName if the station is given by its name. Calls KVO_HWS_startupEmbHwsClient. Safe from any thread.
      */
     template <class Command = AgentCommand>
-    [[nodiscard]] static Result<Agent> start(const AgentOptions &options, Handler handler)
+    [[nodiscard]] static Result<BasicAgent> start(const AgentOptions &options, Handler handler)
     {
         if (!handler) {
             return Error("KVO_HWS_startupEmbHwsClient", KVO_HWS_NULL_POINTER, Errc::null_pointer,
@@ -130,13 +135,13 @@ public:
         if (!started) {
             return started.error();
         }
-        return Agent(std::move(state));
+        return BasicAgent(std::move(state));
     }
 
     /** Takes the agent over from @p other, which is closed then. */
-    Agent(Agent &&other) noexcept = default;
+    BasicAgent(BasicAgent &&other) noexcept = default;
     /** Closes the object, then takes the agent over from @p other. */
-    Agent &operator=(Agent &&other) noexcept
+    BasicAgent &operator=(BasicAgent &&other) noexcept
     {
         if (this != &other) {
             static_cast<void>(close());
@@ -145,11 +150,11 @@ public:
         return *this;
     }
     /** An object cannot be copied. */
-    Agent(const Agent &) = delete;
+    BasicAgent(const BasicAgent &) = delete;
     /** An object cannot be copied. */
-    Agent &operator=(const Agent &) = delete;
+    BasicAgent &operator=(const BasicAgent &) = delete;
     /** Closes the object. */
-    ~Agent() { static_cast<void>(close()); }
+    ~BasicAgent() { static_cast<void>(close()); }
 
     /** Sends an event to the remote service as an indication, which is one line.
      *  @param text  the event, without a NUL, a line feed or a carriage return
@@ -189,12 +194,15 @@ public:
     }
 
 private:
-    explicit Agent(std::shared_ptr<detail::AgentState> state) noexcept : state_(std::move(state)) {}
+    explicit BasicAgent(std::shared_ptr<detail::AgentState> state) noexcept : state_(std::move(state)) {}
 
     [[nodiscard]] bool is_open() const { return state_ != nullptr && !state_->is_closed(); }
 
     std::shared_ptr<detail::AgentState> state_;
 };
+
+/** The class to use, as `kvo::Station`. */
+using Agent = BasicAgent<void>;
 
 /** @} */
 

@@ -9,6 +9,7 @@
 #define KVO_HWS_EMBEDDED_EVENTS_HPP
 
 #include <kvo_hws/agent.h>
+#include <kvo_hws/detail/late.hpp>
 #include <kvo_hws/requests.hpp>
 
 #include <functional>
@@ -51,7 +52,11 @@ namespace kvo {
  *  - A call that begins after that finds the object closed: the handler is not called.
  *  - The handler lives until its last call has returned.
  */
-class EmbeddedEvents {
+template <class Use>
+class BasicEmbeddedEvents {
+    template <class T>
+    using Result = detail::Late<Use, kvo::Result<T>>;
+
 public:
     /** The handler. The library calls it on a thread of its own, for one event at a time. Exceptions are ignored. It may call
      *  every function of the library, and may destroy the object. It must not end its thread.
@@ -67,7 +72,7 @@ public:
      *  Calls KVO_HWS_activateEmbKvoEvents. Safe from any thread.
      */
     template <class Event = EmbeddedEvent>
-    [[nodiscard]] static Result<EmbeddedEvents> activate(Handler handler)
+    [[nodiscard]] static Result<BasicEmbeddedEvents> activate(Handler handler)
     {
         return activated<Event>(std::move(handler), nullptr);
     }
@@ -81,7 +86,7 @@ public:
      *  the handler still receives the event, marked as late. Destruction does not need dispatch().
      */
     template <class Event = EmbeddedEvent>
-    [[nodiscard]] static Result<EmbeddedEvents> activate(Requests &requests, Handler handler)
+    [[nodiscard]] static Result<BasicEmbeddedEvents> activate(Requests &requests, Handler handler)
     {
         std::shared_ptr<detail::Loop> loop = requests.loop();
         if (loop == nullptr || loop->descriptor() < 0) {
@@ -92,9 +97,9 @@ public:
     }
 
     /** Takes the events over from @p other, which is closed then. */
-    EmbeddedEvents(EmbeddedEvents &&other) noexcept = default;
+    BasicEmbeddedEvents(BasicEmbeddedEvents &&other) noexcept = default;
     /** Closes the object, then takes the events over from @p other. */
-    EmbeddedEvents &operator=(EmbeddedEvents &&other) noexcept
+    BasicEmbeddedEvents &operator=(BasicEmbeddedEvents &&other) noexcept
     {
         if (this != &other) {
             static_cast<void>(close());
@@ -103,11 +108,11 @@ public:
         return *this;
     }
     /** An object cannot be copied. */
-    EmbeddedEvents(const EmbeddedEvents &) = delete;
+    BasicEmbeddedEvents(const BasicEmbeddedEvents &) = delete;
     /** An object cannot be copied. */
-    EmbeddedEvents &operator=(const EmbeddedEvents &) = delete;
+    BasicEmbeddedEvents &operator=(const BasicEmbeddedEvents &) = delete;
     /** Closes the object. */
-    ~EmbeddedEvents() { static_cast<void>(close()); }
+    ~BasicEmbeddedEvents() { static_cast<void>(close()); }
 
     /** Stops listening, and waits until the handler is not running. Does nothing if the object was closed or moved from.
      *  @return Errc::timeout the listener is still running, or no listener was running: the object is closed anyway
@@ -129,10 +134,10 @@ public:
     }
 
 private:
-    explicit EmbeddedEvents(std::shared_ptr<detail::EmbeddedState> state) noexcept : state_(std::move(state)) {}
+    explicit BasicEmbeddedEvents(std::shared_ptr<detail::EmbeddedState> state) noexcept : state_(std::move(state)) {}
 
     template <class Event>
-    static Result<EmbeddedEvents> activated(std::function<void(const Event &)> handler, std::shared_ptr<detail::Loop> loop)
+    static Result<BasicEmbeddedEvents> activated(std::function<void(const Event &)> handler, std::shared_ptr<detail::Loop> loop)
     {
         if (!handler) {
             return Error("KVO_HWS_activateEmbKvoEvents", KVO_HWS_NULL_POINTER, Errc::null_pointer,
@@ -144,11 +149,14 @@ private:
         if (!result) {
             return result.error();
         }
-        return EmbeddedEvents(std::move(state));
+        return BasicEmbeddedEvents(std::move(state));
     }
 
     std::shared_ptr<detail::EmbeddedState> state_;
 };
+
+/** The class to use, as `kvo::Station`. */
+using EmbeddedEvents = BasicEmbeddedEvents<void>;
 
 /** @} */
 

@@ -15,6 +15,7 @@
 #define KVO_HWS_USBEVENTS_HPP
 
 #include <kvo_hws/address.hpp>
+#include <kvo_hws/detail/late.hpp>
 #include <kvo_hws/requests.hpp>
 #include <kvo_hws/usbevents.h>
 
@@ -127,7 +128,11 @@ namespace kvo {
  *  - A call that begins after that finds the object closed: the handler is not called, and the service is answered "failed".
  *  - The handler lives until its last call has returned.
  */
-class UsbEvents {
+template <class Use>
+class BasicUsbEvents {
+    template <class T>
+    using Result = detail::Late<Use, kvo::Result<T>>;
+
 public:
     /** The handler: returns true if it has handled the event, and false to answer the service "failed". The answer to a status
      *  is ignored. An exception counts as false.
@@ -151,7 +156,7 @@ public:
      *  KVO_HWS_activateUSBEventsV2 on a thread of its own, because that function detaches its caller. Safe from any thread.
      */
     template <class Event = UsbEvent>
-    [[nodiscard]] static Result<UsbEvents> activate(Handler handler)
+    [[nodiscard]] static Result<BasicUsbEvents> activate(Handler handler)
     {
         return activated<Event>(std::move(handler), nullptr);
     }
@@ -166,7 +171,7 @@ public:
      *  destruction do not need dispatch(). Destruction answers the events that still wait with "failed".
      */
     template <class Event = UsbEvent>
-    [[nodiscard]] static Result<UsbEvents> activate(Requests &requests, Handler handler)
+    [[nodiscard]] static Result<BasicUsbEvents> activate(Requests &requests, Handler handler)
     {
         std::shared_ptr<detail::Loop> loop = requests.loop();
         if (loop == nullptr || loop->descriptor() < 0) {
@@ -177,9 +182,9 @@ public:
     }
 
     /** Takes the events over from @p other, which is closed then. */
-    UsbEvents(UsbEvents &&other) noexcept = default;
+    BasicUsbEvents(BasicUsbEvents &&other) noexcept = default;
     /** Closes the object, then takes the events over from @p other. */
-    UsbEvents &operator=(UsbEvents &&other) noexcept
+    BasicUsbEvents &operator=(BasicUsbEvents &&other) noexcept
     {
         if (this != &other) {
             static_cast<void>(close());
@@ -188,13 +193,13 @@ public:
         return *this;
     }
     /** An object cannot be copied. */
-    UsbEvents(const UsbEvents &) = delete;
+    BasicUsbEvents(const BasicUsbEvents &) = delete;
     /** An object cannot be copied. */
-    UsbEvents &operator=(const UsbEvents &) = delete;
+    BasicUsbEvents &operator=(const BasicUsbEvents &) = delete;
     /** Closes the object. If no thread can be created for that, every event is answered "failed" until the next activation, which
      *  is possible, or KVO_HWS_closeUSBEvents.
      */
-    ~UsbEvents() { static_cast<void>(close()); }
+    ~BasicUsbEvents() { static_cast<void>(close()); }
 
     /** True after the service has accepted the activation, until the events end. */
     [[nodiscard]] bool active() const noexcept { return state_ != nullptr && state_->is_active(); }
@@ -222,10 +227,10 @@ public:
     }
 
 private:
-    explicit UsbEvents(std::shared_ptr<detail::UsbState> state) noexcept : state_(std::move(state)) {}
+    explicit BasicUsbEvents(std::shared_ptr<detail::UsbState> state) noexcept : state_(std::move(state)) {}
 
     template <class Event>
-    static Result<UsbEvents> activated(std::function<bool(const Event &)> handler, std::shared_ptr<detail::Loop> loop)
+    static Result<BasicUsbEvents> activated(std::function<bool(const Event &)> handler, std::shared_ptr<detail::Loop> loop)
     {
         if (!handler) {
             return Error("KVO_HWS_activateUSBEventsV2", KVO_HWS_FAILED, Errc::null_pointer,
@@ -237,11 +242,14 @@ private:
         if (!result) {
             return result.error();
         }
-        return UsbEvents(std::move(state));
+        return BasicUsbEvents(std::move(state));
     }
 
     std::shared_ptr<detail::UsbState> state_;
 };
+
+/** The class to use, as `kvo::Station`. */
+using UsbEvents = BasicUsbEvents<void>;
 
 /** @} */
 

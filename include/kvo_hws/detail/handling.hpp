@@ -8,15 +8,14 @@
 #ifndef KVO_HWS_DETAIL_HANDLING_HPP
 #define KVO_HWS_DETAIL_HANDLING_HPP
 
+#include <kvo_hws/detail/lock.hpp>
 #include <kvo_hws/detail/loop.hpp>
 #include <kvo_hws/result.hpp>
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <ctime>
 #include <memory>
-#include <mutex>
 #include <pthread.h>
 #include <utility>
 
@@ -102,14 +101,14 @@ public:
 
     [[nodiscard]] bool is_closed()
     {
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const Lock lock(mutex_);
         return closed_;
     }
 
     /* No call begins any more, and no event waits for one. Returns false if it was closed before. */
     bool close()
     {
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const Lock lock(mutex_);
         changed_.notify_all();
         return !std::exchange(closed_, true);
     }
@@ -118,7 +117,7 @@ public:
     void await_calls()
     {
         const NoCancellation whole_wait;
-        std::unique_lock<std::mutex> lock(mutex_);
+        Lock lock(mutex_);
         if (runs_on_this_thread()) {
             return;
         }
@@ -131,7 +130,7 @@ public:
     /* True in the handler. */
     [[nodiscard]] bool is_called_here()
     {
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const Lock lock(mutex_);
         return runs_on_this_thread();
     }
 
@@ -141,7 +140,7 @@ public:
     template <class Time>
     std::int32_t await(Passage &passage, Time deadline)
     {
-        std::unique_lock<std::mutex> lock(mutex_);
+        Lock lock(mutex_);
         changed_.wait_until(lock, deadline, [&] {
             return passage.phase == Passage::Phase::done || (closed_ && passage.phase == Passage::Phase::queued);
         });
@@ -152,14 +151,14 @@ public:
     /* The call begins. Returns true if it is late. */
     bool begin(Passage &passage)
     {
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const Lock lock(mutex_);
         passage.phase = Passage::Phase::running;
         return passage.given_up;
     }
 
     void answer(Passage &passage, std::int32_t answer)
     {
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const Lock lock(mutex_);
         if (passage.phase != Passage::Phase::done) {
             passage.phase = Passage::Phase::done;
             passage.answer = answer;
@@ -171,9 +170,10 @@ private:
     /* Destroys the handler, which may be the program's last owner of anything. */
     virtual void destroy_handler() = 0;
 
-    bool enter(Call &call)
+    /* Not inline: gcc would take the call in the list, which leaves it in time, for a dangling one. */
+    [[gnu::noinline]] bool enter(Call &call)
     {
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const Lock lock(mutex_);
         if (closed_) {
             return false;
         }
@@ -184,7 +184,7 @@ private:
 
     void leave(Call &call)
     {
-        std::unique_lock<std::mutex> lock(mutex_);
+        Lock lock(mutex_);
         if (closed_ && calls_ == &call && call.next_ == nullptr) {
             drop_handler(lock); /* still part of the call: a thread that waits for it relies on this */
         }
@@ -196,7 +196,7 @@ private:
         changed_.notify_all();
     }
 
-    void drop_handler(std::unique_lock<std::mutex> &lock)
+    void drop_handler(Lock &lock)
     {
         if (!dropped_) {
             dropped_ = true;
@@ -217,8 +217,8 @@ private:
         return false;
     }
 
-    std::mutex mutex_;
-    std::condition_variable changed_;
+    Mutex mutex_;
+    Condition changed_;
     Call *calls_ = nullptr;
     bool closed_ = false;
     bool dropped_ = false;
@@ -229,7 +229,7 @@ class Registry {
 public:
     [[nodiscard]] std::shared_ptr<Receiver> current()
     {
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const Lock lock(mutex_);
         return current_;
     }
 
@@ -237,7 +237,7 @@ public:
     bool claim(const std::shared_ptr<Receiver> &receiver)
     {
         std::shared_ptr<Receiver> previous; /* released without the lock */
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const Lock lock(mutex_);
         if (current_ != nullptr && current_->is_live()) {
             return false;
         }
@@ -248,14 +248,14 @@ public:
 
     void release(const std::shared_ptr<Receiver> &receiver)
     {
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const Lock lock(mutex_);
         if (current_ == receiver) {
             current_.reset(); /* the caller still owns it */
         }
     }
 
 protected:
-    std::mutex mutex_;
+    Mutex mutex_;
     std::shared_ptr<Receiver> current_;
 };
 

@@ -5,16 +5,15 @@
 #define KVO_HWS_DETAIL_LOOP_HPP
 
 #include <kvo_hws/detail/late.hpp>
+#include <kvo_hws/detail/lock.hpp>
 #include <kvo_hws/result.hpp>
 
 #include <chrono>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/timerfd.h>
@@ -156,14 +155,14 @@ public:
     /* -1 after close(), and if the system has no descriptor left. */
     [[nodiscard]] int descriptor() const
     {
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const Lock lock(mutex_);
         return signal_.descriptor();
     }
 
     /* The number of requests whose completion has not begun. */
     [[nodiscard]] std::size_t pending() const
     {
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const Lock lock(mutex_);
         return pending_;
     }
 
@@ -173,7 +172,7 @@ public:
     {
         Items items;  // lives longer than the lock
         items.push_back(std::move(item));
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const Lock lock(mutex_);
         if (closed_) {
             return false;
         }
@@ -191,7 +190,7 @@ public:
         items.push_back(std::move(request));
         std::uint64_t number = 0;
         {
-            const std::lock_guard<std::mutex> lock(mutex_);
+            const Lock lock(mutex_);
             if (closed_) {
                 return Error("kvo::Requests::submit", KVO_HWS_FAILED, Errc::not_running, "the object was closed or moved from");
             }
@@ -215,7 +214,7 @@ public:
     bool cancel(std::uint64_t number)
     {
         Items dropped;  // destroyed after the lock is released
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const Lock lock(mutex_);
         for (Items *items : {&waiting_, &asked_, &ready_}) {
             for (auto item = items->begin(); item != items->end(); ++item) {
                 if ((*item)->id() == number && number != 0) {
@@ -253,7 +252,7 @@ public:
     {
         Items dropped;  // destroyed after the lock is released
         {
-            const std::lock_guard<std::mutex> lock(mutex_);
+            const Lock lock(mutex_);
             if (closed_) {
                 return false;
             }
@@ -271,7 +270,7 @@ public:
     /* The worker. */
     void work()
     {
-        std::unique_lock<std::mutex> lock(mutex_);
+        Lock lock(mutex_);
         for (;;) {
             wake_.wait(lock, [this] { return closed_ || !waiting_.empty(); });
             if (closed_) {
@@ -303,7 +302,7 @@ public:
 private:
     std::size_t count_ready()
     {
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const Lock lock(mutex_);
         if (const auto now = LoopClock::now(); signal_.alarm() <= now) {
             expire(now);
         }
@@ -312,7 +311,7 @@ private:
 
     Item take()
     {
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const Lock lock(mutex_);
         if (ready_.empty()) {
             return nullptr;
         }
@@ -353,8 +352,8 @@ private:
         }
     }
 
-    mutable std::mutex mutex_;
-    std::condition_variable wake_;
+    mutable Mutex mutex_;
+    Condition wake_;
     Items waiting_;  // in the order of submission
     Items asked_;    // at most one: the worker has its question
     Items ready_;    // to run in the loop's thread, in this order

@@ -75,7 +75,7 @@ public:
                                    std::int32_t &result)
     {
         const NoCancellation whole_call;
-        std::unique_lock<std::mutex> lock(state->job_lock_);
+        Lock lock(state->job_lock_);
         while (state->job_owner_ != nullptr) {
             state->job_ended_.wait(lock);
         }
@@ -117,7 +117,7 @@ private:
         auto &state = *static_cast<UsbState *>(argument);
         const std::int32_t result = state.job_(state);
         std::shared_ptr<UsbState> owner; /* released last, without the lock */
-        const std::lock_guard<std::mutex> lock(state.job_lock_);
+        const Lock lock(state.job_lock_);
         owner.swap(state.job_owner_);
         state.job_result_ = result;
         state.job_runs_ = false;
@@ -127,8 +127,8 @@ private:
 
     std::uint32_t status_ = 0;
     std::uint8_t closing_ = 0; /* a Closing */
-    std::mutex job_lock_;
-    std::condition_variable job_ended_;
+    Mutex job_lock_;
+    Condition job_ended_;
     std::int32_t (*job_)(UsbState &) = nullptr;
     std::int32_t job_result_ = 0;
     bool job_runs_ = false;
@@ -185,7 +185,7 @@ private:
     Claim try_claim(const std::shared_ptr<UsbState> &state, bool last_try)
     {
         std::shared_ptr<Receiver> previous; /* released without the lock */
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const Lock lock(mutex_);
         if ((current_ != nullptr && current_->is_live()) || __atomic_load_n(&sendUSBEvent, __ATOMIC_SEQ_CST) != nullptr) {
             return Claim::refused;
         }

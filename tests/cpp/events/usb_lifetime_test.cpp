@@ -3,12 +3,14 @@
 #include "cpp/events/usb_fixture.h"
 
 #include "support/endurance.h"
+#include "support/failing_allocations.h"
 #include "support/system_calls.h"
 
 #include <atomic>
 #include <cerrno>
 #include <future>
 #include <memory>
+#include <new>
 #include <optional>
 #include <pthread.h>
 #include <stdexcept>
@@ -331,6 +333,31 @@ TEST_P(CppUsbThreads, leave_nothing_if_one_cannot_be_created_for_an_activation)
 
 INSTANTIATE_TEST_SUITE_P(All, CppUsbThreads, testing::ValuesIn(kMissingThreads),
                          [](const auto &row) { return std::string(row.param.name); });
+
+TEST_F(CppUsbEvents, leave_nothing_if_memory_runs_out_at_any_step_of_their_activation)
+{
+    if (const char *const reason = support::FailingAllocations::unavailable()) {
+        GTEST_SKIP() << reason;
+    }
+    const ScriptedService service({acceptsAll()});
+    const auto alive = std::make_shared<int>(0);
+    constexpr int kMost = 30;
+    bool activated = false;
+    for (int granted = 0; !activated && granted < kMost; ++granted) {
+        kvo::UsbEvents::Handler handler = [alive](const kvo::UsbEvent &) { return true; };
+        std::optional<kvo::Result<kvo::UsbEvents>> events;
+        try {
+            const support::FailingAllocations none(granted);
+            events.emplace(kvo::UsbEvents::activate(std::move(handler)));
+        } catch (const std::bad_alloc &) {
+        }
+        activated = events && *events;
+        EXPECT_EQ(usbevents_test::anySet(), activated);
+        EXPECT_TRUE(!events || activated || events->error().meaning() == kvo::Errc::no_thread);
+    }
+    EXPECT_TRUE(activated) << "the allocations that were granted are enough";
+    EXPECT_EQ(alive.use_count(), 1);
+}
 
 TEST_F(CppUsbEvents, can_be_closed_again_if_the_thread_for_it_could_not_be_created)
 {

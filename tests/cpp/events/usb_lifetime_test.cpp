@@ -69,8 +69,9 @@ TEST_F(CppUsbEvents, wait_at_their_destruction_for_the_handler_that_runs)
         reply = send(kChanged);
         ASSERT_TRUE(begun.wait());
         release = std::thread([&] {
-            // The library has cleared its callback: only the handler keeps the destruction waiting.
+            // The library has cleared its callback: from now on only the handler keeps the destruction waiting.
             EXPECT_TRUE(eventually([] { return !usbevents_test::anySet(); }));
+            std::this_thread::sleep_for(300ms);
             EXPECT_FALSE(returned);
             goOn.set();
         });

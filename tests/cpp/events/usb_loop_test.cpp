@@ -245,6 +245,7 @@ TEST_F(CppUsbLoop, waits_at_the_destruction_for_a_handler_in_another_thread)
     EXPECT_TRUE(eventually([&] { return runs.load(); }));
     std::thread release([&] {
         EXPECT_TRUE(eventually([] { return !usbevents_test::anySet(); }));
+        std::this_thread::sleep_for(300ms);  // a destruction that does not wait for the handler ends now
         EXPECT_FALSE(returned);
         goOn = true;
     });

@@ -50,6 +50,14 @@ protected:
         });
     }
 
+    /// Runs everything that is ready: then the descriptor becomes readable when the next event waits.
+    void drain()
+    {
+        for (pollfd ready{requests->descriptor(), POLLIN, 0}; poll(&ready, 1, 0) > 0;) {
+            requests->dispatch();
+        }
+    }
+
     std::string loopUntilReply(std::future<std::string> reply)
     {
         EXPECT_TRUE(loopUntil([&] { return reply.wait_for(0s) == std::future_status::ready; }));
@@ -179,6 +187,7 @@ TEST_F(CppUsbLoop, answers_events_that_wait_when_the_object_is_destroyed)
     {
         const kvo::UsbEvents events = kvo::UsbEvents::activate(*requests, recorder).value();
         ASSERT_TRUE(loopUntilHandled(recorder, "activated"));
+        drain();
         for (int event = 0; event < 3; ++event) {
             replies.push_back(send(kChanged));
         }
@@ -186,6 +195,7 @@ TEST_F(CppUsbLoop, answers_events_that_wait_when_the_object_is_destroyed)
         ASSERT_EQ(poll(&ready, 1, 10'000), 1) << "an event waits";
     }
     for (auto &reply : replies) {
+        ASSERT_EQ(reply.wait_for(20s), std::future_status::ready) << "at once, not when its time has passed";
         EXPECT_NE(reply.get(), "ok\n");
     }
     requests->dispatch();
@@ -199,10 +209,12 @@ TEST_F(CppUsbLoop, may_end_before_the_object)
     const Recorder recorder;
     kvo::UsbEvents events = kvo::UsbEvents::activate(*requests, recorder).value();
     ASSERT_TRUE(loopUntilHandled(recorder, "activated"));
+    drain();
     auto waiting = send(kChanged);
     pollfd ready{requests->descriptor(), POLLIN, 0};
     ASSERT_EQ(poll(&ready, 1, 10'000), 1) << "the event waits";
     requests.reset();
+    ASSERT_EQ(waiting.wait_for(20s), std::future_status::ready) << "at once, not when its time has passed";
     EXPECT_EQ(waiting.get(), "failed\n");
     EXPECT_EQ(send(kChanged).get(), "failed\n") << "at once";
     EXPECT_TRUE(events.active());

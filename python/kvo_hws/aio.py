@@ -400,6 +400,8 @@ class _Events(Generic[Event]):
         source._observer = self._wake_soon
         self._loop: Optional[asyncio.AbstractEventLoop] = None
         self._waiters: Set[asyncio.Future[None]] = set()
+        self._queued: Set[_Answer] = set()
+        """The answers to events whose callback has not begun."""
         self._handlers: Set[asyncio.Future[Any]] = set()
         self._closing: Optional[asyncio.Future[None]] = None
         self._step = threading.Lock()
@@ -458,6 +460,7 @@ class _Events(Generic[Event]):
         """Starts the source with ``begin``. If the task is cancelled meanwhile, closes the source."""
         self._loop = asyncio.get_running_loop()
         self._closing = None
+        self._queued.clear()  # what a loop that was closed has left
         step = _in_thread(functools.partial(self._in_turn, begin))
         try:
             await _end_of(step)
@@ -480,6 +483,8 @@ class _Events(Generic[Event]):
         closing = self._closing
         if closing is None or closing.done() or closing.get_loop() is not asyncio.get_running_loop():
             self._closing = _in_thread(functools.partial(self._in_turn, self._close_source))
+        for answer in tuple(self._queued):  # the loop may have other work for a while
+            answer.give(False)
 
     async def aclose(self) -> None:
         """Ends the events, and waits for the end and for callbacks that are still running. Takes about a second.
@@ -523,6 +528,7 @@ class _Events(Generic[Event]):
 
     def _call(self, on_event: Callable[[Event], object], event: Event, answer: _Answer) -> None:
         """Calls the callback, in the event loop."""
+        self._queued.discard(answer)
         if self._closing is not None:
             answer.give(False)
             return
@@ -558,10 +564,14 @@ class _Events(Generic[Event]):
             _post(loop, self._wake)
 
     def _hand_over(self, on_event: Callable[[Event], object], event: Event) -> Optional[_Answer]:
-        """Lets the loop call the callback. Returns None if the loop is closed."""
+        """Lets the loop call the callback. Returns None if the loop or the events are closed."""
         answer = _Answer(event)
+        self._queued.add(answer)  # before the check: close answers what is queued
         loop = self._loop
-        return answer if loop is not None and _post(loop, self._call, on_event, event, answer) else None
+        if self._closing is None and loop is not None and _post(loop, self._call, on_event, event, answer):
+            return answer
+        self._queued.discard(answer)
+        return None
 
 
 OnUsbEvent = Callable[[UsbEvent], Union[Optional[bool], Awaitable[Optional[bool]]]]

@@ -5,6 +5,7 @@ from __future__ import annotations
 import asyncio
 import subprocess
 import sys
+import time
 from typing import Any, Awaitable, Callable
 
 QUIET = ["-W", "ignore:This process:DeprecationWarning"]
@@ -21,6 +22,15 @@ async def until(condition: Callable[[], bool]) -> None:
         if condition():
             return
         await asyncio.sleep(0.01)
+    raise AssertionError("the condition did not become true in time")
+
+
+def until_blocking(condition: Callable[[], bool]) -> None:
+    """Waits until the condition is true, while the loop does not run."""
+    for _ in range(2000):
+        if condition():
+            return
+        time.sleep(0.01)
     raise AssertionError("the condition did not become true in time")
 
 

@@ -7,10 +7,11 @@ import subprocess
 import sys
 import threading
 import time
+from concurrent.futures import ThreadPoolExecutor
 from typing import Any, Callable, List, Optional
 
 import pytest
-from aio_support import in_a_thread, until
+from aio_support import in_a_thread, until, until_blocking
 from cases import MILL_IP
 from test_usb_events import TAKER, reply_to_an_event
 
@@ -295,6 +296,24 @@ def test_no_callback_begins_after_the_end(simulator: Simulator) -> None:
             events.close()
             assert await in_a_thread(events._answer, REMOVED) is False
         assert await in_a_thread(events._answer, REMOVED) is False
+
+    asyncio.run(main())
+    assert not called
+
+
+def test_closing_answers_events_whose_callback_has_not_begun_although_the_loop_is_busy(simulator: Simulator) -> None:
+    called: List[UsbEvent] = []
+
+    async def main() -> None:
+        events = aio.UsbEvents(called.append)
+        await events.start()
+        with ThreadPoolExecutor() as senders:  # blocks the loop
+            reply = senders.submit(reply_to_an_event)
+            until_blocking(lambda: len(events._queued) == 1)
+            events.close()
+            assert reply.result(20) == "failed"
+            assert senders.submit(events._answer, REMOVED).result(20) is False, "also one that arrives now"
+        await events.aclose()
 
     asyncio.run(main())
     assert not called

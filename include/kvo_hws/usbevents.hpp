@@ -135,7 +135,8 @@ class BasicUsbEvents {
 
 public:
     /** The handler: returns true if it has handled the event, and false to answer the service "failed". The answer to a status
-     *  is ignored. An exception counts as false.
+     *  is ignored. An exception counts as false, but only if the unit that activates is compiled with exceptions: in a unit
+     *  without them, a handler must not throw.
      *
      *  Without a Requests, the library calls it on threads of its own, several at a time, and UsbStatus::begin and
      *  UsbStatus::server_failed before activate() returns. The service waits 4 s for the answer. The handler may call every
@@ -209,7 +210,8 @@ public:
      *  @return Errc::server_failed the server could not be stopped, Errc::timeout the service did not confirm the end within
      *  10 s: the object is closed anyway; Errc::no_thread nothing was done: try again
      *
-     *  Takes about a second, and up to 4 s more if the service is silent. Calls KVO_HWS_closeUSBEvents on a thread of its own,
+     *  Takes about a second. If the service is silent, takes up to 10 s more: the request that ends the events waits for an
+     *  exchange in progress, and then for its own reply. Calls KVO_HWS_closeUSBEvents on a thread of its own,
      *  because that function detaches its caller.
      */
     Result<void> close()

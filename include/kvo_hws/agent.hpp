@@ -125,7 +125,8 @@ public:
     template <class Command = AgentCommand>
     [[nodiscard]] static Result<BasicAgent> start(const AgentOptions &options, Handler handler)
     {
-        if (!handler) {
+        // A look-up of "!" for the handler would compile the variant in every unit that includes this header.
+        if (!static_cast<bool>(handler)) {
             return Error("KVO_HWS_startupEmbHwsClient", KVO_HWS_NULL_POINTER, Errc::null_pointer,
                          "the handler is empty: pass a function");
         }

@@ -24,7 +24,6 @@ USES = {
     "fuzz/service.dict": "words for the fuzzer's inputs",
     "python/tests/cases.py": "the simulated station's state",
     "tests/cpp/calls/catalogue_test.cpp": "calls that cannot be written in C++",
-    "tests/soak/loop_requests.cpp": "a request of an event loop",
     "tests/soak/load_driver.cpp": "a short reply that is corrupted",
     "tests/structure/places_test.py": "its spellings",
     "tests/tools/kvoctl/command_line/usage_test.cpp": "a subcommand's help",

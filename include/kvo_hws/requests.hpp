@@ -15,6 +15,9 @@
  *  After a timeout: the completion comes at the deadline, but an exchange that has begun cannot be ended early. It keeps the worker,
  *  and the lock with which the process exchanges one request at a time, until the service replies or the library gives up (4 s
  *  after the last byte of a reply). Until then no other request is sent, by this object or by any thread of the process.
+ *  Only a request that waits for its own worker is dropped at its deadline. If the exchange in progress is that of another thread
+ *  or another kvo::Requests, the request has begun and waits for the lock: its completion comes at the deadline, but it is sent
+ *  afterwards. So a program should have one kvo::Requests, and should ask only through it.
  *
  *  Threads: submit() and pending() may be called in any thread. Everything else belongs to the thread of the event loop, and so do
  *  the completions: they are called and destroyed there. The function of a request is called and then destroyed on the worker.
@@ -245,7 +248,8 @@ public:
 
     /** Submits a request. Returns at once.
      *  @param request     is called on the worker, without arguments; asks the service. It returns a Result, another value or
-     *                     nothing. It may be a function object that can only be moved.
+     *                     nothing. It may be a function object that can only be moved. It must not call the functions of C that
+     *                     activate or close USB events: they detach the worker. UsbEvents does not.
      *  @param completion  is called in dispatch() with the Result: the one that the request returned, its value, or an error:
      *                     Errc::timeout at the deadline; Errc::exception if the request threw an exception, except that of a
      *                     kvo::Exception, which is the error that it carries. It may be an object that can only be moved.

@@ -72,6 +72,22 @@ TEST(RequestsDeadlines, that_pass_while_a_request_waits_prevent_its_sending)
     EXPECT_EQ(service.requests(), (std::vector<std::string>{"isInitComplete\n"}));
 }
 
+TEST(RequestsDeadlines, that_pass_while_another_object_exchanges_do_not_prevent_the_sending)
+{
+    // The request waits inside the library, for the exchange in progress. Only there is it known when its turn comes.
+    const support::ScriptedService service({support::dribbles("yes\n", 150ms), support::replies("no")});
+    Requests other = makeRequests();
+    Requests requests = makeRequests();
+    Diary diary;
+    ASSERT_TRUE(other.submit(ask, diary.entry("other "), 60s));
+    ASSERT_TRUE(support::eventually([&] { return service.requests().size() == 1; }));
+    ASSERT_TRUE(requests.submit(ask, diary.entry(), 20ms));
+    ASSERT_TRUE(dispatchAll(requests));
+    ASSERT_TRUE(dispatchAll(other));
+    EXPECT_EQ(diary.entries, (std::vector<std::string>{"timeout", "other 1"}));
+    EXPECT_TRUE(support::eventually([&] { return service.requests().size() == 2; }));
+}
+
 TEST(RequestsDeadlines, are_also_seen_by_the_worker_before_the_loop_dispatches)
 {
     Requests requests = makeRequests();

@@ -13,7 +13,7 @@ namespace kvo::detail {
 
 class Mutex {
 public:
-    constexpr Mutex() noexcept = default;
+    Mutex() noexcept { pthread_mutex_init(&mutex_, nullptr); }
     Mutex(const Mutex &) = delete;
     Mutex &operator=(const Mutex &) = delete;
     ~Mutex() { pthread_mutex_destroy(&mutex_); }
@@ -21,7 +21,7 @@ public:
 private:
     friend class Lock;
     friend class Condition;
-    pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
+    pthread_mutex_t mutex_{};
 };
 
 /* Locks a mutex until its end; unlock() and lock() may interrupt that. */

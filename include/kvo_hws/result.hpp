@@ -158,6 +158,11 @@ inline Errc general_meaning(std::int32_t code) noexcept
 }  // namespace detail
 /** @endcond */
 
+/** @cond internal */
+template <class T>
+class Result;
+/** @endcond */
+
 /** Why a call failed. */
 class Error {
 public:
@@ -202,10 +207,17 @@ public:
     }
 
 private:
-    const char *function_;
+    template <class T>
+    friend class Result;
+
+    /* No error. Cheaper to compile than an optional. */
+    Error() noexcept = default;
+    [[nodiscard]] bool is_error() const noexcept { return function_ != nullptr; }
+
+    const char *function_ = nullptr;
     const char *reason_ = nullptr;
-    std::int32_t code_;
-    Errc meaning_;
+    std::int32_t code_ = 0;
+    Errc meaning_{};
 };
 
 /** What Result::value() throws. */
@@ -304,18 +316,18 @@ public:
     const T *operator->() const noexcept { return &*value_; }
 
     /** The error. Only if the call failed. */
-    [[nodiscard]] const Error &error() const noexcept { return *error_; }
+    [[nodiscard]] const Error &error() const noexcept { return error_; }
 
 private:
     KVO_HWS_EXCEPTIONS_TAG void require() const
     {
         if (!value_) {
-            detail::fail(*error_);
+            detail::fail(error_);
         }
     }
 
     std::optional<T> value_;
-    std::optional<Error> error_;
+    Error error_;
 };
 
 /** Done, or the Error that prevented it. */
@@ -331,21 +343,21 @@ public:
     Result(const Error &error) noexcept : error_(error) {}  // NOLINT(*-explicit-*)
 
     /** True if it was done. */
-    [[nodiscard]] bool has_value() const noexcept { return !error_; }
+    [[nodiscard]] bool has_value() const noexcept { return !error_.is_error(); }
     /** True if it was done. */
-    explicit operator bool() const noexcept { return !error_; }
+    explicit operator bool() const noexcept { return !error_.is_error(); }
     /** Nothing. With an error, throws kvo::Exception, or ends the process as Result::value() does. */
     KVO_HWS_EXCEPTIONS_TAG void value() const
     {
-        if (error_) {
-            detail::fail(*error_);
+        if (error_.is_error()) {
+            detail::fail(error_);
         }
     }
     /** The error. Only if it was not done. */
-    [[nodiscard]] const Error &error() const noexcept { return *error_; }
+    [[nodiscard]] const Error &error() const noexcept { return error_; }
 
 private:
-    std::optional<Error> error_;
+    Error error_;
 };
 
 /** @} */

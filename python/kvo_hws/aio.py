@@ -520,8 +520,9 @@ class _Events(Generic[Event]):
         await self._close_after(active)
 
     def _reset_in_child(self) -> None:
-        """A thread of the parent that a forked child does not have may have held the lock, or may have been closing."""
+        """A thread of the parent that a forked child does not have may have held a lock, or may have been closing."""
         self._step = threading.Lock()
+        self._queued = set()
         self._closing = None
 
     # ---- Callbacks ----

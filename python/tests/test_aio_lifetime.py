@@ -171,7 +171,7 @@ def test_a_program_with_open_events_ends_normally(
 
 
 FORKED_EVENTS = """
-import asyncio, atexit, os
+import asyncio, atexit, os, threading
 from kvo_hws import aio
 
 async def start():
@@ -186,6 +186,11 @@ async def finish():
 usb, embedded = aio.UsbEvents(), aio.EmbeddedEvents()
 loop = asyncio.new_event_loop()
 loop.run_until_complete(start())
+answer = aio._Answer(None)
+holder = threading.Thread(target=answer._changed.acquire)  # as if it were just beginning to wait for the answer
+holder.start()
+holder.join()
+usb._queued.add(answer)
 usb._step.acquire()
 child = os.fork()
 if child == 0:
@@ -193,6 +198,7 @@ if child == 0:
     # Without the end of the interpreter: it would close the loop, whose selector the child shares with its parent.
     atexit._run_exitfuncs()
     os._exit(5)
+usb._queued.discard(answer)
 usb._step.release()
 print(os.waitpid(child, 0)[1] >> 8, usb.active, flush=True)
 input()

@@ -202,8 +202,13 @@ public:
      */
     ~BasicUsbEvents() { static_cast<void>(close()); }
 
-    /** True after the service has accepted the activation, until the events end. */
-    [[nodiscard]] bool active() const noexcept { return state_ != nullptr && state_->is_active(); }
+    /** True after the service has accepted the activation, until the events end. Also false after this program has taken the
+     *  events over with KVO_HWS_activateUSBEvents or KVO_HWS_activateUSBEventsV2, which no status reports.
+     */
+    [[nodiscard]] bool active() const noexcept
+    {
+        return state_ != nullptr && state_->is_active() && state_->registry->has_slot();
+    }
 
     /** Ends the events, and waits until the service has confirmed the end and no call of the handler runs. Does nothing if they
      *  have ended, or the object was closed or moved from.

@@ -191,8 +191,10 @@ TEST_F(CppUsbEvents, do_not_close_the_events_that_the_functions_of_c_took_from_t
     const support::EventRecorder recorder;
     {
         const kvo::UsbEvents events = kvo::UsbEvents::activate(ignore).value();
+        ASSERT_TRUE(eventually([&] { return events.active(); }));
         ASSERT_EQ(usbevents_test::activateV2(support::EventRecorder::newer), 1);
         ASSERT_TRUE(recorder.waitFor(2));
+        EXPECT_FALSE(events.active());
     }
     EXPECT_EQ(usbServerReply(kChanged), "ok\n");
     EXPECT_TRUE(recorder.waitFor(3));

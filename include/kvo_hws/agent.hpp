@@ -48,13 +48,13 @@ struct AgentOptions {
     std::uint32_t startup_prio = 2;     /**< 0 to 2147483647 */
 };
 
-/** "stop-viewer". */
+/** "stop-viewer": stop the viewer. */
 struct StopViewer {};
-/** "stop-viewer-preempt". */
+/** "stop-viewer-preempt": stop the viewer ahead of other waiting requests. */
 struct StopViewerPreempt {};
-/** "stop-viewer-noclean". */
+/** "stop-viewer-noclean": stop the viewer without cleaning up after it. */
 struct StopViewerNoClean {};
-/** "activate-me". */
+/** "activate-me": the station requests the focus. AgentAnswer::no: busy. */
 struct ActivateMe {};
 /** "show-viewer-active": whether a viewer is active. Also sent when the remote side asks for the current server. */
 struct ShowViewerActive {};
@@ -161,19 +161,22 @@ public:
      *  @param text  the event, without a NUL, a line feed or a carriage return
      *  @return done, also if the event was lost because the connection is closed; Errc::invalid_text nothing was sent,
      *  Errc::not_negotiated the remote side has not sent a valid request since the start, Errc::not_running the object was
-     *  closed or moved from
+     *  closed or moved from, or a call of KVO_HWS_cleanupEmbHwsClient has ended the agent
      *
      *  Blocks while the remote side does not read, at most 4 s without progress. Calls KVO_HWS_sendEmbHwsEvent.
      */
     Result<void> send_event(std::string_view text) const
     {
-        return detail::send_agent_event(is_open() ? state_.get() : nullptr, text);
+        return detail::send_agent_event(is_current() ? state_.get() : nullptr, text);
     }
 
     /** True while the agent's thread runs. */
-    [[nodiscard]] bool running() const { return is_open() && __atomic_load_n(&gEmbKvoInst->running, __ATOMIC_SEQ_CST) == 1; }
+    [[nodiscard]] bool running() const { return is_current() && __atomic_load_n(&gEmbKvoInst->running, __ATOMIC_SEQ_CST) == 1; }
     /** True if the remote side has sent a valid request since the start: then events can be sent. */
-    [[nodiscard]] bool negotiated() const { return is_open() && __atomic_load_n(&protocolNegotiated, __ATOMIC_SEQ_CST) == 1; }
+    [[nodiscard]] bool negotiated() const
+    {
+        return is_current() && __atomic_load_n(&protocolNegotiated, __ATOMIC_SEQ_CST) == 1;
+    }
 
     /** Stops the agent, and waits until it has ended. Does nothing if the object was closed or moved from.
      *  @return Errc::timeout some call of the library still blocks the agent after 6 s, which ends when that call returns: the
@@ -197,7 +200,10 @@ public:
 private:
     explicit BasicAgent(std::shared_ptr<detail::AgentState> state) noexcept : state_(std::move(state)) {}
 
-    [[nodiscard]] bool is_open() const { return state_ != nullptr && !state_->is_closed(); }
+    [[nodiscard]] bool is_current() const
+    {
+        return state_ != nullptr && !state_->is_closed() && detail::is_current_agent(*state_);
+    }
 
     std::shared_ptr<detail::AgentState> state_;
 };

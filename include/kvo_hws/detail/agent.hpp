@@ -184,6 +184,12 @@ inline Result<void> start_agent(const AgentOptions &options, const std::shared_p
     return result == KVO_HWS_ALREADY_RUNNING ? running : Error("KVO_HWS_startupEmbHwsClient", result);
 }
 
+/* False after a call of the C function has ended the agent: then another one may run, which belongs to that caller. */
+[[nodiscard]] inline bool is_current_agent(const AgentState &state) noexcept
+{
+    return __atomic_load_n(&gCmdCallback, __ATOMIC_SEQ_CST) == state.callback;
+}
+
 inline Result<void> send_agent_event(const AgentState *state, std::string_view text)
 {
     constexpr const char *function = "KVO_HWS_sendEmbHwsEvent";
@@ -214,9 +220,7 @@ inline Result<void> close_agent(const std::shared_ptr<AgentState> &state)
 {
     const bool in_handler = state->is_called_here();
     state->close();
-    /* Without this callback, the program has already cleaned up this agent with the function of C. */
-    const bool is_ours = __atomic_load_n(&gCmdCallback, __ATOMIC_SEQ_CST) == state->callback;
-    const int result = is_ours ? KVO_HWS_cleanupEmbHwsClient(state->instance) : KVO_HWS_OK;
+    const int result = is_current_agent(*state) ? KVO_HWS_cleanupEmbHwsClient(state->instance) : KVO_HWS_OK;
     state->registry->release(state);
     state->await_calls();
     /* In the handler the agent ends after the call. */

@@ -266,7 +266,14 @@ TEST_F(CppAgent, does_not_stop_an_agent_of_the_functions_of_c)
 {
     kvo::Agent agent = kvo::Agent::start(options(), refuse).value();
     ASSERT_EQ(KVO_HWS_cleanupEmbHwsClient(gEmbKvoInst), 1);
+    EXPECT_EQ(agent.send_event("x").error().meaning(), kvo::Errc::not_running);
     const agent_test::Agent theirs;
+    ASSERT_TRUE(remote.accept());
+    EXPECT_EQ(remote.ask("ping"), "pong");
+    ASSERT_TRUE(eventually([] { return __atomic_load_n(&protocolNegotiated, __ATOMIC_SEQ_CST) == 1; }));
+    EXPECT_FALSE(agent.running());
+    EXPECT_FALSE(agent.negotiated());
+    EXPECT_EQ(agent.send_event("x").error().meaning(), kvo::Errc::not_running) << "not an event of that agent";
     EXPECT_TRUE(agent.close());
     EXPECT_TRUE(agent_test::isRunning());
 }

@@ -8,6 +8,7 @@ from headers import describe, text_of, write_blocks
 from mdoc import Page
 
 NAMESPACE = 'kvo::'
+WIDTH = 67  # of a declaration: man(1) shows text in 78 columns, and indents these lines by 11
 
 
 # ---- Declarations ----
@@ -42,7 +43,7 @@ def declaration(member):
 
 
 def wrapped(line, indentation):
-    return textwrap.wrap(line, 78, initial_indent=indentation, subsequent_indent=indentation + ' ' * 8, break_long_words=False,
+    return textwrap.wrap(line, WIDTH, initial_indent=indentation, subsequent_indent=indentation + ' ' * 8, break_long_words=False,
                          break_on_hyphens=False)
 
 

@@ -16,6 +16,7 @@ def as_used(text):
 
     text = without(r'^(?:/\*\* [^/]*\*/\n)?using (\w+) = Basic\1<void>;\n', text)
     text = without(r'^template <class Use(?: = void)?>\n(?=class Basic|(?:\[\[nodiscard\]\] )?detail::Late<)', text)
+    text = without(r'^    template <class (?:Event = \w*Event|Command = AgentCommand)>\n', text)  # for the same reason
     text = without(r'^    template <class T>\n    using Result = detail::Late<.*\n', text)
     text = re.sub(r'^(\[\[nodiscard\]\] )?detail::Late<Use, (.*)> (?=\w+\()', r'\1inline \2 ', text, flags=re.M)
     return re.sub(r'\bBasic(?=[A-Z]\w)', '', text)

@@ -92,9 +92,22 @@ def check_classes(project, folder):
     page = shown(folder / 'kvo_cpp_address.3')
     assert 'static Result<Address> parse(std::string_view text) noexcept;' in page and 'Errc::invalid_address' in page
     assert 'number_' not in page and 'not_an_address' not in page, 'a private name has a description'
+    page = shown(folder / 'kvo_cpp_usb_events.3')
+    assert 'static Result<UsbEvents> activate(Handler handler);' in page and 'template' not in page, 'not as programs use it'
     page = shown(folder / 'kvo_hws.3')
     assert 'kvo_cpp_result(3) Results and errors in C++. In <kvo_hws/result.hpp>.' in page
     return len(names)
+
+
+def check_width(pages):
+    """No line of a synopsis of C++ is wider than a terminal of 80 columns."""
+    for page in pages:
+        if page.name.startswith('kvo_cpp_'):
+            text = re.sub('.\b', '', output_of('mandoc', '-Tutf8', '-Owidth=78', page))
+            synopsis, found, _ = text.partition('\nDESCRIPTION\n')
+            assert found, f'{page.name} has no description'
+            wide = [line for line in synopsis.splitlines() if len(line) > 80]
+            assert not wide, f'{page.name} is wider than 80 columns:\n' + '\n'.join(wide)
 
 
 def check_search(folder):
@@ -108,6 +121,7 @@ def main(project, folder, kvoctl, kvosim):
     project, folder = Path(project), Path(folder)
     pages = [page for page in folder.glob('man*/*') if not page.read_text().startswith('.so')]
     lint(pages)
+    check_width(pages)
     names = check_library(project, folder / 'man3')
     classes = check_classes(project, folder / 'man3')
     if shutil.which('man'):

@@ -118,7 +118,8 @@ public:
      *  @return Errc::timeout the listener is still running, or no listener was running: the object is closed anyway
      *
      *  Takes up to a second. If the listener waits for a service, it ends only when a service starts; until then, it cannot be
-     *  activated again. Calls KVO_HWS_deactivateEmbKvoEvents.
+     *  activated again. Calls KVO_HWS_deactivateEmbKvoEvents, which ends whatever listener the process has: do not start one with
+     *  the functions of C while this object exists.
      */
     Result<void> close()
     {

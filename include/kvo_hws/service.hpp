@@ -293,10 +293,12 @@ template <class Use = void>
     return detail::stored<Use>("KVO_HWS_getDLLVersion", code, std::string(version));
 }
 
-/** Enables the most verbose logging: debug level 2, and the channel of debug messages. Calls KVO_HWS_activateDebugDLL. */
+/** Enables the most verbose logging of this process: debug level 2, and the channel of debug messages. Calls
+ *  KVO_HWS_activateDebugDLL.
+ */
 inline void activate_debug() { KVO_HWS_activateDebugDLL(); }
 
-/** Ends all of that. Calls KVO_HWS_deactivateDebugDLL. */
+/** Ends the logging that activate_debug() enables: debug level 0, and no debug messages. Calls KVO_HWS_deactivateDebugDLL. */
 inline void deactivate_debug() { KVO_HWS_deactivateDebugDLL(); }
 
 /** @} */

@@ -219,8 +219,9 @@ inline bool await_agent_end() noexcept
 inline Result<void> close_agent(const std::shared_ptr<AgentState> &state)
 {
     const bool in_handler = state->is_called_here();
-    state->close();
-    const int result = is_current_agent(*state) ? KVO_HWS_cleanupEmbHwsClient(state->instance) : KVO_HWS_OK;
+    /* Only once: after a close in the handler, the next agent of this shared object may run. */
+    const bool is_ours = state->close() && is_current_agent(*state);
+    const int result = is_ours ? KVO_HWS_cleanupEmbHwsClient(state->instance) : KVO_HWS_OK;
     state->registry->release(state);
     state->await_calls();
     /* In the handler the agent ends after the call. */

@@ -346,6 +346,22 @@ TEST_F(CppAgent, does_not_wait_if_the_handler_destroys_it)
     EXPECT_TRUE(kvo::Agent::start(options(), refuse));
 }
 
+TEST_F(CppAgent, that_its_handler_closed_leaves_the_next_one_alone)
+{
+    std::optional<kvo::Agent> agent;
+    agent = kvo::Agent::start(options(), [&](const kvo::AgentCommand &) {
+                EXPECT_TRUE(agent->close());
+                return kvo::AgentAnswer::yes;
+            }).value();
+    ASSERT_TRUE(remote.accept());
+    remote.send("stop-viewer\r\n");
+    ASSERT_TRUE(eventually([] { return !agent_test::isRunning(); }));
+    agent = kvo::Agent::start(options(), refuse).value();  // closes the first one after the start of the second one
+    ASSERT_TRUE(remote.accept());
+    EXPECT_EQ(remote.ask("activate-me"), "failed");
+    EXPECT_TRUE(agent->running());
+}
+
 TEST_F(CppAgent, answers_a_command_that_arrives_after_its_destruction)
 {
     std::atomic<int> calls{0};

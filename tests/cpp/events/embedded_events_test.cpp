@@ -211,6 +211,31 @@ TEST_F(CppEmbeddedEvents, do_not_wait_if_the_handler_destroys_them)
     EXPECT_EQ(calls, 1);
 }
 
+TEST_F(CppEmbeddedEvents, that_their_handler_closed_leave_the_next_ones_alone)
+{
+    Signal closed;
+    std::optional<kvo::EmbeddedEvents> events;
+    events = kvo::EmbeddedEvents::activate([&](const kvo::EmbeddedEvent &) {
+                 static_cast<void>(events->close());
+                 closed.set();
+             }).value();
+    ASSERT_TRUE(service->accept());
+    service->publish("a, 1\n");
+    ASSERT_TRUE(closed.wait());
+    const Recorder recorder;
+    // Closes the first object after the start of the next listener.
+    ASSERT_TRUE(eventually([&] {
+        auto next = kvo::EmbeddedEvents::activate(recorder);
+        if (next) {
+            events = std::move(*next);
+        }
+        return next.has_value();
+    }));
+    ASSERT_TRUE(service->accept());
+    service->publish("b, 2\n");
+    EXPECT_TRUE(recorder.waitFor(1));
+}
+
 TEST_F(CppEmbeddedEvents, do_not_call_the_handler_after_their_destruction)
 {
     const Recorder recorder;

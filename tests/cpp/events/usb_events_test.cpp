@@ -4,6 +4,7 @@
 #include "support/system_calls.h"
 
 #include <cerrno>
+#include <optional>
 #include <stdexcept>
 #include <thread>
 
@@ -12,6 +13,7 @@ using namespace std::chrono_literals;
 namespace {
 
 using cpp_events_test::CppUsbEvents;
+using cpp_events_test::isDevice;
 using cpp_events_test::kChanged;
 using cpp_events_test::kNew;
 using cpp_events_test::kRefused;
@@ -215,6 +217,19 @@ TEST_F(CppUsbEvents, are_closed_once_by_the_object_that_they_were_moved_to)
     kvo::UsbEvents third = kvo::UsbEvents::activate(ignore).value();
     third = std::move(first);
     EXPECT_FALSE(usbevents_test::anySet()) << "an assignment closes the object before";
+}
+
+TEST_F(CppUsbEvents, that_their_handler_closed_leave_the_next_ones_alone)
+{
+    const ScriptedService service({acceptsAll()});
+    std::optional<kvo::UsbEvents> events;
+    events = kvo::UsbEvents::activate([&](const kvo::UsbEvent &event) { return !isDevice(event) || events->close(); }).value();
+    EXPECT_EQ(usbServerReply(kRemoved), "ok\n");
+    const Recorder second;
+    events = kvo::UsbEvents::activate(second).value();  // closes the first object after the next activation
+    ASSERT_TRUE(second.waitFor("activated"));
+    EXPECT_EQ(usbServerReply(kChanged), "ok\n");
+    EXPECT_THAT(second.texts(), ElementsAre("begin", "activated", "changed 10.0.0.5 usb1 1-1.4 7"));
 }
 
 TEST_F(CppUsbEvents, do_not_take_the_final_code_of_the_object_before_for_their_end)

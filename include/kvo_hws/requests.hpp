@@ -129,11 +129,25 @@ private:
     Completion completion_;
 };
 
+/* Whether the calling thread can be joined. */
+inline bool is_joinable() noexcept
+{
+    pthread_attr_t attributes;
+    if (pthread_getattr_np(pthread_self(), &attributes) != 0) {
+        return true;
+    }
+    int state = PTHREAD_CREATE_JOINABLE;
+    pthread_attr_getdetachstate(&attributes, &state);
+    pthread_attr_destroy(&attributes);
+    return state == PTHREAD_CREATE_JOINABLE;
+}
+
 template <class Use>
 void *run_worker(void *shared)
 {
     const std::unique_ptr<std::shared_ptr<LoopOf<Use>>> loop(static_cast<std::shared_ptr<LoopOf<Use>> *>(shared));
     (*loop)->work();
+    (*loop)->end_work(is_joinable());
     return nullptr;
 }
 
@@ -227,8 +241,9 @@ public:
      */
     ~BasicRequests()
     {
-        if (loop_ != nullptr && loop_->close()) {
-            pthread_detach(worker_);
+        if (loop_ != nullptr && !loop_->is_closed()) {
+            pthread_detach(worker_);  // while it runs; it ends after the next step
+            loop_->close();
         }
     }
 
@@ -237,19 +252,23 @@ public:
      */
     void close()
     {
-        if (loop_ != nullptr && loop_->close()) {
-            if (pthread_equal(worker_, pthread_self()) != 0) {
-                pthread_detach(worker_);  // the function of a request owned the object's owner
-            } else {
-                pthread_join(worker_, nullptr);
-            }
+        if (loop_ == nullptr || loop_->is_closed()) {
+            return;
+        }
+        if (pthread_equal(worker_, pthread_self()) != 0) {
+            pthread_detach(worker_);  // the function of a request owned the object's owner
+            loop_->close();
+            return;
+        }
+        loop_->close();
+        if (loop_->await_worker()) {
+            pthread_join(worker_, nullptr);
         }
     }
 
     /** Submits a request. Returns at once.
      *  @param request     is called on the worker, without arguments; asks the service. It returns a Result, another value or
-     *                     nothing. It may be a function object that can only be moved. It must not call the functions of C that
-     *                     activate or close USB events: they detach the worker. UsbEvents does not.
+     *                     nothing. It may be a function object that can only be moved.
      *  @param completion  is called in dispatch() with the Result: the one that the request returned, its value, or an error:
      *                     Errc::timeout at the deadline; Errc::exception if the request threw an exception, except that of a
      *                     kvo::Exception, which is the error that it carries. It may be an object that can only be moved.

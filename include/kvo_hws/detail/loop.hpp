@@ -267,6 +267,30 @@ public:
         return true;
     }
 
+    /* Any thread. */
+    [[nodiscard]] bool is_closed() const
+    {
+        const Lock lock(mutex_);
+        return closed_;
+    }
+
+    /* The worker, at its end. @p joinable  false if a request has detached it, as some functions of C do. */
+    void end_work(bool joinable)
+    {
+        const Lock lock(mutex_);
+        worker_ended_ = true;
+        worker_joinable_ = joinable;
+        wake_.notify_all();
+    }
+
+    /* After close(): waits until the worker ends. Returns whether it can be joined. */
+    bool await_worker()
+    {
+        Lock lock(mutex_);
+        wake_.wait(lock, [this] { return worker_ended_; });
+        return worker_joinable_;
+    }
+
     /* The worker. */
     void work()
     {
@@ -362,6 +386,8 @@ private:
     std::uint64_t last_number_ = 0;
     Signal signal_;  // raised while something is ready; the alarm is not later than any deadline in waiting_ and asked_
     bool closed_ = false;
+    bool worker_ended_ = false;
+    bool worker_joinable_ = true;
 };
 
 using Loop = LoopOf<void>;

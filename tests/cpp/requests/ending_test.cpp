@@ -75,6 +75,41 @@ TEST(RequestsEnding, by_destruction_drops_what_waits_in_the_destroying_thread)
     EXPECT_NE(asked->thread.load(), std::this_thread::get_id());
 }
 
+/// Functions of C that a request may call detach the thread that calls them.
+class RequestsWithDetachedWorker : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(requests_->submit([] { return pthread_detach(pthread_self()); }, [](auto) {}));
+        ASSERT_TRUE(dispatchAll(*requests_));
+        ASSERT_TRUE(requests_->submit(gate_.request(), mustNotBeCalled));
+        ASSERT_TRUE(gate_.waitUntilReached());
+    }
+
+    std::size_t threads_ = support::threadsRunning();
+    std::optional<Requests> requests_ = makeRequests();
+    Gate gate_;
+};
+
+TEST_F(RequestsWithDetachedWorker, end_by_close_after_the_exchange_in_progress)
+{
+    std::thread releasing([this] {
+        std::this_thread::sleep_for(50ms);
+        gate_.release();
+    });
+    requests_->close();
+    EXPECT_TRUE(gate_.hasEnded());
+    releasing.join();
+    EXPECT_TRUE(support::eventually([&] { return support::threadsRunning() <= threads_; }));
+}
+
+TEST_F(RequestsWithDetachedWorker, end_by_destruction)
+{
+    requests_.reset();
+    gate_.release();
+    EXPECT_TRUE(support::eventually([&] { return support::threadsRunning() <= threads_; }));
+}
+
 TEST(RequestsEnding, by_close_waits_for_the_exchange_in_progress)
 {
     Gate gate;

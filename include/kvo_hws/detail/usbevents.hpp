@@ -278,8 +278,9 @@ inline Result<void> await_end_of_usb_events(const std::shared_ptr<UsbState> &sta
 inline Result<void> settle_usb_events(const std::shared_ptr<UsbState> &state, const Result<void> &closed)
 {
     state->await_calls();
-    if (state->is_abandoned() || state->ends_in_handler()) {
-        return closed; /* the next activation, or the next close(), goes on */
+    /* In the handler, the service may confirm only after the handler's answer: the next activation, or the next close(), waits. */
+    if (state->is_abandoned() || state->is_called_here()) {
+        return closed;
     }
     const Result<void> ended = await_end_of_usb_events(state);
     state->registry->release(state);

@@ -104,6 +104,30 @@ TEST_F(CppUsbEvents, wait_for_no_handler_if_they_are_destroyed_in_one)
     EXPECT_TRUE(kvo::UsbEvents::activate(ignore));
 }
 
+TEST_F(CppUsbEvents, destroyed_in_the_handler_do_not_wait_for_a_service_that_waits_for_it)
+{
+    Signal answered;
+    std::atomic<bool> timely{false};
+    const ScriptedService service({support::answersWith([&](const std::string &request) {
+        if (request == "deactivateUSBEvents") {
+            timely = answered.wait();  // the service confirms the end after the events that it has sent
+        }
+        return std::string(request.starts_with("is") ? "yes" : "ok");
+    })});
+    std::optional<kvo::UsbEvents> events;
+    events = kvo::UsbEvents::activate([&](const kvo::UsbEvent &event) {
+                 if (isDevice(event)) {
+                     events.reset();
+                     EXPECT_TRUE(callbackSet()) << "the library waits for the service";
+                 }
+                 return true;
+             }).value();
+    EXPECT_EQ(send(kRemoved).get(), "ok\n");
+    answered.set();
+    EXPECT_TRUE(kvo::UsbEvents::activate(ignore)) << "after the end of the object before";
+    EXPECT_TRUE(timely);
+}
+
 TEST_F(CppUsbEvents, answer_a_call_that_begins_after_their_destruction)
 {
     const ScriptedService service({acceptsAll()});

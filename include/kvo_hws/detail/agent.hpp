@@ -220,14 +220,10 @@ inline Result<void> close_agent(const std::shared_ptr<AgentState> &state)
 {
     const bool in_handler = state->is_called_here();
     /* Only once: after a close in the handler, the next agent of this shared object may run. */
-    const bool is_first = state->close();
-    const bool is_ours = is_first && is_current_agent(*state);
+    const bool is_ours = state->close() && is_current_agent(*state);
     const int result = is_ours ? KVO_HWS_cleanupEmbHwsClient(state->instance) : KVO_HWS_OK;
     state->registry->release(state);
     state->await_calls();
-    if (!is_first && !in_handler && __atomic_load_n(&gCmdCallback, __ATOMIC_SEQ_CST) == nullptr) {
-        await_agent_end(); /* the handler had closed it, and could not wait */
-    }
     /* In the handler the agent ends after the call. */
     if (result == KVO_HWS_OK || in_handler || (result == KVO_HWS_FAILED && await_agent_end())) {
         return {};

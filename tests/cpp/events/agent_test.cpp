@@ -362,24 +362,6 @@ TEST_F(CppAgent, that_its_handler_closed_leaves_the_next_one_alone)
     EXPECT_TRUE(agent->running());
 }
 
-TEST_F(CppAgent, that_its_handler_closed_has_ended_after_the_next_close)
-{
-    for (int round = 0; round < 3; ++round) {
-        std::optional<kvo::Agent> agent;
-        std::atomic<bool> closed{false};
-        agent = kvo::Agent::start(options(), [&](const kvo::AgentCommand &) {
-                    EXPECT_TRUE(agent->close());
-                    closed = true;
-                    return kvo::AgentAnswer::yes;
-                }).value();
-        ASSERT_TRUE(remote.accept());
-        remote.send("stop-viewer\r\n");
-        ASSERT_TRUE(eventually([&] { return closed.load(); }));
-        EXPECT_TRUE(agent->close());
-        EXPECT_FALSE(agent_test::isRunning());
-    }
-}
-
 TEST_F(CppAgent, answers_a_command_that_arrives_after_its_destruction)
 {
     std::atomic<int> calls{0};

@@ -124,7 +124,8 @@ namespace kvo {
 /** The USB events of all stations, from the activation until the destruction. Can be moved.
  *
  *  An object may be used in one thread at a time. The handler's calls end as follows:
- *  - Destruction and close() wait for the calls that run. In the handler itself, on the same thread, they wait for none.
+ *  - Destruction and close() wait for the calls that run. In the handler itself, on the same thread, they wait for none, and not
+ *    for the service to confirm the end; the next activation waits for that.
  *  - A call that begins after that finds the object closed: the handler is not called, and the service is answered "failed".
  *  - The handler lives until its last call has returned.
  */
